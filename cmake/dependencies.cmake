@@ -1,0 +1,48 @@
+# Third-party code. Each need is one target named here, so that nothing else knows where it is from:
+#   vu_poco     POCO Foundation (the storage mutex)
+#   vu_utf8cpp  utfcpp, header-only (the string classes)
+#   vu_gtest    GoogleTest
+
+# Headers staged for a cross build, apart from the native ones.
+set(VU_STAGED_INCLUDE "" CACHE PATH "Folder with header-only libraries for a cross build")
+
+find_package(Poco 1.11 REQUIRED COMPONENTS Foundation)
+add_library(vu_poco INTERFACE)
+target_link_libraries(vu_poco INTERFACE $<LINK_ONLY:Poco::Foundation>)
+target_include_directories(vu_poco SYSTEM INTERFACE
+  $<TARGET_PROPERTY:Poco::Foundation,INTERFACE_INCLUDE_DIRECTORIES>)
+# POCO would hand on definitions that change the meaning of system headers for our own code.
+get_target_property(vu_poco_definitions Poco::Foundation INTERFACE_COMPILE_DEFINITIONS)
+if(vu_poco_definitions)
+  list(FILTER vu_poco_definitions EXCLUDE REGEX "^_?UNICODE$|^_XOPEN_SOURCE|^_FILE_OFFSET_BITS")
+  target_compile_definitions(vu_poco INTERFACE ${vu_poco_definitions})
+endif()
+
+add_library(vu_utf8cpp INTERFACE)
+if(VU_STAGED_INCLUDE)
+  if(NOT EXISTS ${VU_STAGED_INCLUDE}/utf8.h)
+    message(FATAL_ERROR "utf8.h is not in ${VU_STAGED_INCLUDE}; run ./dev setup")
+  endif()
+  target_include_directories(vu_utf8cpp SYSTEM INTERFACE ${VU_STAGED_INCLUDE})
+else()
+  find_package(utf8cpp REQUIRED)
+  target_link_libraries(vu_utf8cpp INTERFACE utf8cpp)
+endif()
+
+# Built from source where the system ships it: it then has this build's sanitizers and runtime.
+set(VU_GTEST_SOURCE /usr/src/googletest CACHE PATH "GoogleTest's sources; an installed one otherwise")
+if(VU_BUILD_TESTS)
+  add_library(vu_gtest INTERFACE)
+  if(EXISTS ${VU_GTEST_SOURCE}/CMakeLists.txt)
+    set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
+    set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+    add_subdirectory(${VU_GTEST_SOURCE} googletest EXCLUDE_FROM_ALL)
+    target_compile_options(gtest PRIVATE $<IF:$<CXX_COMPILER_ID:MSVC>,/w,-w>)
+    target_include_directories(vu_gtest SYSTEM INTERFACE
+      $<TARGET_PROPERTY:gtest,INTERFACE_INCLUDE_DIRECTORIES>)
+    target_link_libraries(vu_gtest INTERFACE gtest)
+  else()
+    find_package(GTest REQUIRED)
+    target_link_libraries(vu_gtest INTERFACE GTest::gtest)
+  endif()
+endif()

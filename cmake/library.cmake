@@ -1,0 +1,52 @@
+# The library, and the same sources once more for the tests that look inside.
+
+set(vu_sources ${VU_LIBRARY_SOURCES})
+if(WIN32)
+  list(APPEND vu_sources ${VU_LIBRARY_SOURCES_WINDOWS})
+else()
+  list(APPEND vu_sources ${VU_LIBRARY_SOURCES_POSIX})
+endif()
+
+function(vu_library target)
+  vu_own_code(${target})
+  target_include_directories(${target}
+    PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+    PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${target} PRIVATE vu_poco vu_utf8cpp)
+endfunction()
+
+add_library(vu_storage SHARED ${vu_sources})
+add_library(vu_storage::vu_storage ALIAS vu_storage)
+vu_library(vu_storage)
+target_compile_definitions(vu_storage PRIVATE VU_STORAGE_BUILDING)
+set_target_properties(vu_storage PROPERTIES
+  VERSION ${PROJECT_VERSION}
+  SOVERSION ${PROJECT_VERSION_MAJOR})
+if(MINGW)
+  # vu_storage.dll and libvu_storage.dll.a
+  set_target_properties(vu_storage PROPERTIES PREFIX "")
+elseif(UNIX AND NOT (VU_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES Clang))
+  # Nothing may stay undefined; Clang's sanitizer runtime is in the program only, though.
+  target_link_options(vu_storage PRIVATE -Wl,--no-undefined -Wl,-z,defs)
+endif()
+if(TARGET vu_runtime_dlls)
+  add_dependencies(vu_storage vu_runtime_dlls)
+endif()
+
+if(VU_BUILD_TESTS)
+  add_library(vu_storage_testable STATIC ${vu_sources} tests/support/os_faults.cpp)
+  vu_library(vu_storage_testable)
+  target_compile_definitions(vu_storage_testable PUBLIC VU_STORAGE_STATIC=1 VU_OS_FAULTS=1)
+  # Whoever looks inside includes the inner headers as the library does.
+  target_include_directories(vu_storage_testable PUBLIC ${PROJECT_SOURCE_DIR})
+endif()
+
+include(GNUInstallDirs)
+install(TARGETS vu_storage
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+if(VU_RUNTIME_DLLS)
+  install(FILES ${VU_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()

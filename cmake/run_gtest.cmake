@@ -1,0 +1,52 @@
+# Runs one GoogleTest program, or one shard of it, and fails also when no case ran.
+#
+#   cmake -D PROGRAM=<file> [-D EMULATOR=<command>] -D REPORTS=<folder>
+#         [-D SHARDS=<n> -D SHARD=<i>] [-D LIST_ONLY=ON] -P run_gtest.cmake
+#
+# An exit code of 0 alone is no proof: a program that leaves early, or whose cases are all filtered
+# away, has it too. The report that GoogleTest writes at its very end names the cases that ran.
+
+cmake_minimum_required(VERSION 3.25)
+
+cmake_path(GET PROGRAM STEM name)
+
+if(LIST_ONLY)
+  execute_process(COMMAND ${EMULATOR} ${PROGRAM} --gtest_list_tests
+    OUTPUT_VARIABLE listing RESULT_VARIABLE result)
+  string(REGEX MATCHALL "\n  [^\n]+" cases "\n${listing}")
+  list(LENGTH cases count)
+  if(NOT result STREQUAL "0" OR count EQUAL 0)
+    message(FATAL_ERROR "${name} lists no test case (exit code ${result}):\n${listing}")
+  endif()
+  message(STATUS "${name} has ${count} test cases")
+  return()
+endif()
+
+set(report ${name}.xml)
+if(SHARDS)
+  set(ENV{GTEST_TOTAL_SHARDS} ${SHARDS})
+  set(ENV{GTEST_SHARD_INDEX} ${SHARD})
+  set(report ${name}_${SHARD}.xml)
+endif()
+file(REMOVE ${REPORTS}/${report})
+# Relative, so that it means the same to a Windows program and to us.
+execute_process(
+  COMMAND ${EMULATOR} ${PROGRAM} --gtest_output=xml:${report} --gtest_color=no
+  WORKING_DIRECTORY ${REPORTS}
+  RESULT_VARIABLE result)
+
+if(NOT EXISTS ${REPORTS}/${report})
+  message(FATAL_ERROR "${name} ended without a report (exit code ${result})")
+endif()
+file(READ ${REPORTS}/${report} text)
+string(REGEX MATCHALL "<testcase [^>]*status=\"run\"" ran "${text}")
+string(REGEX MATCHALL "<testcase [^>]*result=\"skipped\"" skipped "${text}")
+list(LENGTH ran ran)
+list(LENGTH skipped skipped)
+if(NOT result STREQUAL "0")
+  message(FATAL_ERROR "${name} failed (exit code ${result})")
+endif()
+if(ran EQUAL skipped)
+  message(FATAL_ERROR "${name} ran no test case")
+endif()
+message(STATUS "${name}: ${ran} cases ran, ${skipped} of them skipped")

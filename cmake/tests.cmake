@@ -1,0 +1,69 @@
+# The test programs and how CTest runs them.
+#
+# Natively every case is a test of its own, in a process of its own. A cross-built program starts too
+# slowly for that: it runs whole, cut into as many shards as the program's entry here says. A program
+# or a shard that ran no case fails either way.
+
+include(GoogleTest)
+
+set(vu_test_folder ${PROJECT_BINARY_DIR}/test-runs)
+file(MAKE_DIRECTORY ${vu_test_folder})
+
+# vu_test_program(<name> SOURCES <file...> LINK <target...> SHARDS <n> TIMEOUT <seconds per case>
+#                 [LABELS <label...>])
+function(vu_test_program name)
+  cmake_parse_arguments(arg "" "SHARDS;TIMEOUT" "SOURCES;LINK;LABELS" ${ARGN})
+  if(NOT arg_SOURCES)
+    return()
+  endif()
+  add_executable(${name} ${arg_SOURCES} ${VU_TEST_SUPPORT_SOURCES})
+  vu_program(${name})
+  target_link_libraries(${name} PRIVATE ${arg_LINK} vu_gtest)
+  # For "tests/support/..." only; the check on #include lines keeps the inner rooms out of sight.
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+
+  set(run ${CMAKE_COMMAND}
+    -D "PROGRAM=$<TARGET_FILE:${name}>" -D "EMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR}"
+    -D "REPORTS=${vu_test_folder}")
+  set(script ${PROJECT_SOURCE_DIR}/cmake/run_gtest.cmake)
+  if(CMAKE_CROSSCOMPILING)
+    math(EXPR last "${arg_SHARDS} - 1")
+    foreach(shard RANGE ${last})
+      set(test ${name})
+      if(arg_SHARDS GREATER 1)
+        string(APPEND test _${shard})
+      endif()
+      add_test(NAME ${test} COMMAND ${run} -D SHARDS=${arg_SHARDS} -D SHARD=${shard} -P ${script})
+      set_tests_properties(${test} PROPERTIES
+        TIMEOUT 1200 LABELS "${arg_LABELS}" WORKING_DIRECTORY ${vu_test_folder})
+    endforeach()
+  else()
+    # The cases are asked for when CTest starts; a program that has none must not go unnoticed.
+    gtest_discover_tests(${name}
+      DISCOVERY_MODE PRE_TEST
+      DISCOVERY_TIMEOUT 60
+      WORKING_DIRECTORY ${vu_test_folder}
+      PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+    add_test(NAME ${name}_has_cases COMMAND ${run} -D LIST_ONLY=ON -P ${script})
+    set_tests_properties(${name}_has_cases PROPERTIES TIMEOUT 60 LABELS "${arg_LABELS}")
+  endif()
+endfunction()
+
+vu_test_program(unit_tests
+  SOURCES ${VU_UNIT_TEST_SOURCES}
+  LINK vu_storage_testable
+  SHARDS 2 TIMEOUT 60 LABELS unit)
+vu_test_program(api_tests
+  SOURCES ${VU_API_TEST_SOURCES}
+  LINK vu_storage::vu_storage
+  SHARDS 2 TIMEOUT 60 LABELS api)
+vu_test_program(multi_tests
+  SOURCES ${VU_MULTI_TEST_SOURCES}
+  LINK vu_storage::vu_storage
+  SHARDS 2 TIMEOUT 180 LABELS multi)
+
+if(TARGET hello_storage)
+  add_test(NAME example_hello COMMAND hello_storage)
+  set_tests_properties(example_hello PROPERTIES
+    TIMEOUT 60 LABELS example WORKING_DIRECTORY ${vu_test_folder})
+endif()

@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# Fetches a Debian source package, signatures checked, without touching the system's apt state.
+#
+#   scripts/debian-source.sh <package> <folder>
+#
+# The machine's own package sources are used: their binary entries are copied as source entries into
+# a private list, which apt-get reads for this call alone.
+. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+package=${1:?package}
+folder=${2:?folder}
+state=$DEPS/apt
+mkdir -p "$state/sources" "$state/lists/partial" "$state/cache/archives/partial" "$folder"
+rm -f "$state"/sources/*
+
+# One-line entries: "deb [options] uri suite component..."
+one_line_entries() { sed -nE 's/^[[:space:]]*deb([[:space:]])/deb-src\1/p' "$1"; }
+
+# Stanzas of "Field: value" lines, apart by blank lines; the Types field says what they offer.
+stanzas() {
+  awk 'BEGIN { RS = ""; ORS = "\n\n"; FS = "\n" }
+    {
+      stanza = ""; offers = 0; wanted = 1; types = 0
+      for (i = 1; i <= NF; i++) {
+        if ($i ~ /^#/) continue
+        line = tolower($i)
+        if (line ~ /^types:/) { types = 1; if (line ~ /[: \t]deb([ \t]|$)/) offers = 1; continue }
+        if (line ~ /^enabled:[ \t]*(no|false|off|0)/) wanted = 0
+        # Further lines of a field begin with a blank; the Types field is written anew below.
+        if ($i !~ /^[ \t]/) types = 0
+        if (types) { if (line ~ /[ \t]deb([ \t]|$)/) offers = 1; continue }
+        stanza = stanza $i "\n"
+      }
+      if (offers && wanted) printf "Types: deb-src\n%s\n", stanza
+    }' "$1"
+}
+
+etc=/etc/apt
+for file in "$etc"/sources.list "$etc"/sources.list.d/*.list; do
+  [ ! -r "$file" ] || one_line_entries "$file" >"$state/sources/$(basename "$file" .list).list"
+done
+for file in "$etc"/sources.list.d/*.sources; do
+  [ ! -r "$file" ] || stanzas "$file" >"$state/sources/$(basename "$file")"
+done
+find "$state/sources" -type f -size 0 -delete
+[ -n "$(ls "$state/sources")" ] ||
+  die "no package source is configured in $etc; add Debian's to $etc/sources.list and run this again"
+
+# In a file of its own because only there can the machine's hooks after an update be dropped.
+cat >"$state/apt.conf" <<CONF
+Dir::Etc::sourcelist "/dev/null";
+Dir::Etc::sourceparts "$state/sources";
+Dir::State::lists "$state/lists";
+Dir::Cache "$state/cache";
+Dir::Cache::archives "archives";
+APT::Sandbox::User "root";
+#clear APT::Update::Pre-Invoke;
+#clear APT::Update::Post-Invoke;
+#clear APT::Update::Post-Invoke-Success;
+#clear Acquire::IndexTargets::deb-src::DEP-11;
+CONF
+
+# A source of a third party may lack source packages: only a missing package is an error.
+updated=yes
+apt-get -c "$state/apt.conf" -q update >"$state/update.log" 2>&1 || updated=no
+if ! (cd "$folder" && apt-get -c "$state/apt.conf" -q --download-only source "$package") \
+  >"$state/source.log" 2>&1; then
+  [ "$updated" = yes ] || tail -n 20 "$state/update.log" >&2
+  tail -n 20 "$state/source.log" >&2
+  die "Debian's source package '$package' could not be fetched; check the network and $etc/sources.list*"
+fi

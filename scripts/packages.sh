@@ -1,0 +1,72 @@
+#!/usr/bin/env bash
+# Installs what Debian offers and is missing: scripts/packages.sh <set...>
+# Sets: native (build and test for Linux), windows (cross-build for Windows and run under Wine).
+. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+native=(cmake ninja-build g++ googletest libpoco-dev libutfcpp-dev)
+# The last four fetch and unpack a source package.
+windows=(cmake ninja-build googletest libutfcpp-dev g++-mingw-w64-x86-64-posix wine wine64
+  ca-certificates bzip2 xz-utils patch)
+
+wanted=()
+for set in "$@"; do
+  case $set in
+    native) wanted+=("${native[@]}") ;;
+    windows) wanted+=("${windows[@]}") ;;
+    *) die "scripts/packages.sh knows no package set '$set'; it knows native and windows" ;;
+  esac
+done
+
+command -v dpkg-query >/dev/null && command -v apt-get >/dev/null ||
+  die "this needs Debian's apt-get, which is not here; build with CMake by hand (see CMakePresets.json)"
+
+missing() {
+  local package
+  for package in $(printf '%s\n' "${wanted[@]}" | sort -u); do
+    case $(dpkg-query -W -f='${db:Status-Abbrev}' "$package" 2>/dev/null || true) in
+      ii*) ;;
+      *) echo "$package" ;;
+    esac
+  done
+}
+
+mapfile -t packages < <(missing)
+[ "${#packages[@]}" -gt 0 ] || exit 0
+enter_step packages
+mapfile -t packages < <(missing)
+[ "${#packages[@]}" -gt 0 ] || exit 0
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+  command -v sudo >/dev/null ||
+    die "packages are missing and there is no sudo; as root: apt-get install ${packages[*]}"
+  as_root=(sudo)
+fi
+apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -y -q -o DPkg::Lock::Timeout=900)
+
+say "installing ${packages[*]}"
+log=$BUILD/packages.log
+mkdir -p "$BUILD"
+
+# One attempt; apt-get waits for dpkg's lock by itself, but not for that of the package lists.
+attempt() {
+  {
+    echo "--- apt-get update"
+    "${apt[@]}" update || echo "(the update failed; going on with the lists that are there)"
+    echo "--- apt-get install"
+    "${apt[@]}" install --no-install-recommends "${packages[@]}"
+  } >"$log" 2>&1
+}
+
+for try in 1 2 3 4 5 6; do
+  if attempt; then
+    mapfile -t packages < <(missing)
+    [ "${#packages[@]}" -eq 0 ] || die "apt-get left these packages out: ${packages[*]}; see $log"
+    exit 0
+  fi
+  grep -q -e 'Could not get lock' -e 'Unable to acquire' "$log" || break
+  say "another program is using apt; waiting (try $try of 6)"
+  sleep 10
+done
+tail -n 20 "$log" >&2
+die "apt-get could not install ${packages[*]}; check the network and the package sources, then run this again (log: $log)"

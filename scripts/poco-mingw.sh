@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# Builds POCO Foundation as a static library for 64-bit Windows, once, into build/deps/mingw/poco.
+# The storage mutex needs nothing else of POCO. Debian has no such package, so it is made from
+# Debian's source package; its original archive brings the PCRE and zlib that Windows lacks.
+. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+version=1.11.0
+toolchain=$ROOT/cmake/mingw-w64.toolchain.cmake
+prefix=$DEPS/mingw/poco
+work=$DEPS/mingw/poco.work
+stamp=$prefix/.complete
+key="$version $(content_key "$toolchain" "${BASH_SOURCE[0]}" "$ROOT/scripts/debian-source.sh")"
+
+is_complete() { [ "$(cat "$stamp" 2>/dev/null)" = "$key" ]; }
+
+is_complete && exit 0
+enter_step poco
+is_complete && exit 0
+
+say "POCO Foundation $version for Windows (once, about two minutes)"
+rm -rf "$work"
+mkdir -p "$work/source" "$work/shims"
+"$ROOT/scripts/debian-source.sh" poco "$work/fetched"
+
+archive=$(find "$work/fetched" -name "poco_$version.orig.tar.*" ! -name '*.asc' | head -n 1)
+[ -n "$archive" ] || die "poco $version is wanted, but this system offers $(
+  cd "$work/fetched" && echo *.dsc); use Debian 12, or set the version in ${BASH_SOURCE[0]}"
+tar -xf "$archive" -C "$work/source" --strip-components=1
+
+# Debian's corrections of security faults; its other patches only suit its own libraries.
+patches=$(find "$work/fetched" -name 'poco_*.debian.tar.*' | head -n 1)
+tar -xf "$patches" -C "$work"
+for patch in "$work"/debian/patches/*CVE*; do
+  [ ! -e "$patch" ] ||
+    quietly "$work/patch.log" "the patch $(basename "$patch")" patch -d "$work/source" -p1 -i "$patch"
+done
+
+# POCO spells some system headers with capitals, which only a case-blind file system finds.
+while read -r spelled real; do
+  echo "#include <$real>" >"$work/shims/$spelled"
+done <<'SHIMS'
+Windows.h windows.h
+Winsock2.h winsock2.h
+WinSock2.h winsock2.h
+Ws2tcpip.h ws2tcpip.h
+WS2tcpip.h ws2tcpip.h
+Iphlpapi.h iphlpapi.h
+Mswsock.h mswsock.h
+Wincrypt.h wincrypt.h
+Shlobj.h shlobj.h
+SHIMS
+
+# CMake's find modules would look for third-party libraries that come bundled here.
+quietly "$work/configure.log" "configuring POCO" \
+  cmake -S "$work/source" -B "$work/build" -G Ninja \
+  -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
+  -DCMAKE_INSTALL_PREFIX="$work/prefix" \
+  -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_C_FLAGS="-w -I$work/shims" -DCMAKE_CXX_FLAGS="-w -I$work/shims -D_WIN32_WINNT=0x0A00" \
+  -DBUILD_SHARED_LIBS=OFF -DPOCO_UNBUNDLED=OFF -DENABLE_TESTS=OFF -DENABLE_FOUNDATION=ON \
+  -DENABLE_ENCODINGS=OFF -DENABLE_ENCODINGS_COMPILER=OFF -DENABLE_XML=OFF -DENABLE_JSON=OFF \
+  -DENABLE_MONGODB=OFF -DENABLE_REDIS=OFF -DENABLE_PDF=OFF -DENABLE_UTIL=OFF -DENABLE_NET=OFF \
+  -DENABLE_NETSSL=OFF -DENABLE_NETSSL_WIN=OFF -DENABLE_CRYPTO=OFF -DENABLE_JWT=OFF \
+  -DENABLE_DATA=OFF -DENABLE_DATA_SQLITE=OFF -DENABLE_DATA_MYSQL=OFF \
+  -DENABLE_DATA_POSTGRESQL=OFF -DENABLE_DATA_ODBC=OFF -DENABLE_ACTIVERECORD=OFF \
+  -DENABLE_ACTIVERECORD_COMPILER=OFF -DENABLE_SEVENZIP=OFF -DENABLE_ZIP=OFF \
+  -DENABLE_APACHECONNECTOR=OFF -DENABLE_CPPPARSER=OFF -DENABLE_POCODOC=OFF \
+  -DENABLE_PAGECOMPILER=OFF -DENABLE_PAGECOMPILER_FILE2PAGE=OFF
+quietly "$work/build.log" "building POCO" cmake --build "$work/build" --parallel "$JOBS"
+quietly "$work/install.log" "installing POCO" cmake --install "$work/build" --strip
+
+# Its public headers include some of these too.
+cp "$work"/shims/* "$work/prefix/include/"
+
+# Complete only from here on: the old one goes, the new one takes its place with its stamp inside.
+echo "$key" >"$work/prefix/.complete"
+rm -rf "$prefix"
+mv "$work/prefix" "$prefix"
+rm -rf "$work"

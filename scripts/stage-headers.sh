@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Copies header-only libraries to build/deps/mingw/include for the Windows build. The compiler must
+# never see /usr/include itself: it would find the native system's headers there.
+. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+staged=$DEPS/mingw/include
+work=$DEPS/mingw/include.work
+key=$(content_key "${BASH_SOURCE[0]}" /usr/include/utf8cpp/utf8.h /usr/include/utf8cpp/utf8/*.h)
+
+is_complete() { [ "$(cat "$staged/.complete" 2>/dev/null)" = "$key" ]; }
+
+is_complete && exit 0
+enter_step headers
+is_complete && exit 0
+
+rm -rf "$work"
+mkdir -p "$work"
+cp -r /usr/include/utf8cpp/. "$work"
+echo "$key" >"$work/.complete"
+rm -rf "$staged"
+mv "$work" "$staged"

@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# Makes the Wine prefix build/wine, once: a Windows of our own, apart from the user's.
+. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+. "$ROOT/scripts/wine-env.sh"
+
+stamp=$WINEPREFIX/.complete
+key=$(wine --version)
+
+is_complete() { [ "$(cat "$stamp" 2>/dev/null)" = "$key" ]; }
+
+is_complete && exit 0
+enter_step wine
+is_complete && exit 0
+
+say "Wine prefix (once, about ten seconds)"
+# Half-made or of another Wine: nothing in it is worth keeping.
+wineserver -k 2>/dev/null || true
+rm -rf "$WINEPREFIX"
+mkdir -p "$WINEPREFIX"
+quietly "$BUILD/wine-prefix.log" "making the Wine prefix" timeout 300 wine wineboot -i
+# The registry is on disk only after the server has ended.
+quietly "$BUILD/wine-prefix-end.log" "ending the Wine server" timeout 60 wineserver -w
+[ -f "$WINEPREFIX/system.reg" ] || die "Wine made no registry in $WINEPREFIX; see $BUILD/wine-prefix.log"
+echo "$key" >"$stamp"

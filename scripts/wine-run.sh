@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Runs a Windows program: scripts/wine-run.sh <program.exe> <arguments...>
+# CTest calls it for every cross-built program; it works by hand as well.
+. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+. "$ROOT/scripts/wine-env.sh"
+
+[ -f "$WINEPREFIX/.complete" ] || "$ROOT/scripts/wine-prefix.sh" >&2
+
+# The locks below are files beside the prefix. No program gets their descriptors: the server would
+# inherit them and hold the locks for as long as it lives.
+
+# Whoever ends the Wine server waits until nobody holds this (see wine-end.sh).
+exec {use}<>"$BUILD/wine.use"
+flock -s "$use"
+
+# The server and its services start with the first program and inherit its output: a caller that
+# reads the output through a pipe would wait for their end. So a first program without any output
+# starts them. They stay for a minute after the last program, since starting them takes a second.
+if ! wineserver -k0 2>/dev/null; then
+  exec {start}<>"$BUILD/wine.start"
+  flock -x "$start"
+  if ! wineserver -k0 2>/dev/null; then
+    (
+      exec {use}>&- {start}>&- </dev/null >/dev/null 2>&1
+      wineserver -p60
+      wine cmd /c exit
+    ) || true
+  fi
+  exec {start}>&-
+fi
+
+status=0
+(
+  exec {use}>&-
+  exec wine "$@"
+) || status=$?
+exit "$status"
