@@ -1,0 +1,178 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "vu_export.h"
+#include "vu_file.h"
+#include "vu_i18n.h"
+
+class FolderFiles;
+class ReadList;
+
+/// The index of a storage folder: "index.dat", which maps a logical name and a timestamp to the
+/// physical file that holds that version.
+///
+/// Clients use the public static operations. Each one loads the index of the folder it is given, asks
+/// or changes it in memory and, when it changed, merges it with what is on disk by then and writes it
+/// back, before it returns: a change is on disk when the operation is over, and no index, handle or
+/// lock outlives a call. While an operation runs it holds a shared lock on an existing "index.dat" and
+/// for the rewrite an exclusive one, and waits without limit for locks held elsewhere.
+///
+/// Arguments: `folder` is a path without a trailing separator; `logical` a logical name with its
+/// extension; `ts` a timestamp, seconds or any other stamp of the caller's between 0 and 2147483647 (32
+/// bits in meaning on every platform; values outside are clamped). Names are used by plain
+/// concatenation: separators, "..", wildcards, line feeds and the index's own file names are the
+/// caller's to refuse.
+///
+/// Errors: a folder that does not exist is traced and behaves as an empty one. vu_file_except leaves
+/// an operation when an existing "index.dat" cannot be opened or read, or when the rewritten one cannot be
+/// read before it is merged; one that cannot be opened for writing is traced as a warning, and the
+/// change is lost. Traces carry the source name "stg_index".
+///
+/// Threads: the operations may be called from any thread and any process; what they do to one folder
+/// is reconciled by the merge. See docs/concurrency.md for what that does not cover.
+class VU_STORAGE_API STGIndex : public vu_file {
+ public:
+  /// A map of names, in byte-wise order.
+  using NameMap = std::map<std::string, std::string>;
+  /// Ages in seconds, oldest first, with what has that age.
+  using AgeMap = std::multimap<unsigned long, std::string, std::greater<unsigned long>>;
+
+  STGIndex(const STGIndex& other);
+  STGIndex& operator=(const STGIndex& other);
+  /// Writes the index back when it changed.
+  /// @throws whatever reading, merging and writing raise, unless an exception that began after the
+  /// construction is under way; then it is traced as an error and swallowed.
+  ~STGIndex() noexcept(false);
+
+  // ---- operations ----------------------------------------------------------------------------
+
+  /// Whether a version exists. A file that bears the logical name itself answers for every timestamp.
+  /// A missing "index.dat" is created (and unknown files adopted, with synchronisation on); an existing
+  /// one is only read. @param physical receives the physical file name when the name is found.
+  /// @return whether the name is found and its file exists; false, with a warning, when "index.dat"
+  /// cannot be opened.
+  static bool exists(const std::string& folder, const std::string& logical, long ts,
+                     std::string& physical);
+  /// Makes sure that a version exists, with an empty file when it is new.
+  /// @return the physical file name.
+  static std::string create(const std::string& folder, const std::string& logical, long ts);
+  /// Removes a version and its file; nothing when there is none.
+  static void remove(const std::string& folder, const std::string& logical, long ts);
+  /// Gives a version another name and timestamp; an existing version of that name is replaced. Nothing
+  /// when old and new are equal or the old one does not exist. When its bytes cannot be copied the
+  /// version stays what it was, and the failure is traced as an error.
+  static void rename(const std::string& folder, const std::string& oldLogical, long oldTs,
+                     const std::string& newLogical, long newTs);
+  /// Finds the latest version of a name. @param ts receives its timestamp, 0 when there is none.
+  /// @return whether there is one.
+  static bool lastVersion(const std::string& folder, const std::string& logical, long& ts);
+  /// Lists the folder. @param out receives physical file name -> logical name; cleared first.
+  static void plValues(const std::string& folder, NameMap& out);
+  /// Lists the folder. @param out receives logical name -> physical file name (of the smallest
+  /// timestamp); cleared first.
+  static void lpValues(const std::string& folder, NameMap& out);
+  /// Lists the category files, those with the extension "ctg". @param out as with lpValues().
+  static void getCategories(const std::string& folder, NameMap& out);
+  /// Lists the documents, those with an extension from "kda" to "kdg". @param out as with plValues().
+  static void getVUDocs(const std::string& folder, NameMap& out);
+  /// As create() with timestamp 0: the file of an unversioned name, made when missing.
+  /// @return the physical file name.
+  static std::string getPhysicalName(const std::string& folder, const std::string& logical);
+  /// @return folder + "\" + getPhysicalName().
+  static std::string getPhysicalPath(const std::string& folder, const std::string& logical);
+  /// Rewrites "index.dat", or creates it, from what the folder holds.
+  static void updateIndexFile(const std::string& folder);
+
+  // ---- cleaning and migration ----------------------------------------------------------------
+
+  /// Removes the versions of a folder whose files have not been used for longer than a limit, with their
+  /// sub-part folders, and sweeps away files and folders that no line of the index accounts for.
+  /// @param folder taken as UTF-8 bytes; without a trailing separator.
+  /// @param maxAge in seconds, 32 bits in meaning; 0 removes every version and sweeps nothing.
+  /// @param kept receives, for every version that stays, its age in seconds and folder + "\" + key;
+  /// never cleared.
+  /// @param useAccessTime whether the last access counts, instead of the last modification.
+  /// @return the number of versions removed. @throws what loading the index and writing it back raise.
+  ///
+  /// The sweep compares a name's time itself with @p maxAge, not its age: with any realistic limit every
+  /// name that the index does not account for goes. A file that another process has made and not yet
+  /// indexed is such a name; run it while the folder is idle.
+  static unsigned long cleanOutOfDateOutput(const std::string& folder, const unsigned long& maxAge,
+                                            AgeMap& kept, bool useAccessTime);
+  /// Removes every version of a folder with its file and its sub-part folders.
+  /// @throws as cleanOutOfDateOutput().
+  static void cleanAllOutput(const std::string& folder);
+  /// Removes the sub-part folders of one document: every folder whose name begins with @p name + "_".
+  /// @param name the document's physical file name.
+  /// @param counter may be null; receives the size of what is removed in KB, before the removal.
+  static void cleanOutputDirectories(const std::string& folder, const std::string& name,
+                                     unsigned long* counter);
+  /// Converts a user's mail folder once from escaped names to index entries, and its read list
+  /// ("read.txt") with it; an entry "k1mailboxcompliant" marks a converted folder, which is left alone. Initialises
+  /// the storage (vu_storage) when nobody has. An empty user is refused with a warning.
+  /// @throws vu_file_except when the index or the read list cannot be read; what was done so far is kept
+  /// and a further call goes on from there.
+  static void migrateInboxRead(const std::string& user);
+
+  /// Sets the synchronisation switch: whether loading an index adopts the files of its folder that it
+  /// does not name. On until set otherwise; vu_storage::initRootStorage() sets it once.
+  static void setSynchronizeMode(bool synchronize);
+
+  // ---- names ---------------------------------------------------------------------------------
+
+  /// @return whether @p name holds nothing but digits, ASCII letters and the characters - _ + % . / #
+  static bool iSsambaOrT101(const std::string& name);
+  /// Decodes %XY and + in @p name up to its last "."; hexadecimal digits are not checked, and a
+  /// trailing incomplete %XY is dropped.
+  static void UnescapeVU(std::string& name);
+
+ protected:
+  // The same on a listing of the folder; `folder` ends in a separator.
+  static void cleanOutputDirectories(const vu_utf8string& folder,
+                                     const std::vector<vu_utf8string>& names,
+                                     const std::string& name, unsigned long* counter);
+
+ private:
+  friend struct stg_index_test_peer;
+
+  STGIndex();
+  explicit STGIndex(const std::string& folder);
+
+  bool _contains(const std::string& logical, long ts) const;
+  std::string _create(const std::string& logical, long ts);
+  void _remove(const std::string& logical, long ts);
+  bool _rename(const std::string& oldLogical, long oldTs, const std::string& newLogical, long newTs);
+  std::string newIndex();
+  bool alreadyInMaps(const std::string& fileName) const;
+  void add_not_referenced_entry(const std::string& fileName);
+  void synchronizeToFolder(FolderFiles& files);
+  void saveIndexFile();
+  void mergeAndSave();
+  bool unescapeEntries(ReadList& readList);
+  void sweepOrphans(const vu_utf8string& base, const std::vector<vu_utf8string>& names,
+                    unsigned long limit, bool useAccessTime);
+
+  static void checkIndexFile(const std::string& folder);
+  static std::string entryAndTS(const std::string& logical, long ts);
+  static std::string entryOnly(const std::string& key);
+  static long tsOnly(const std::string& key);
+  static std::string extension(const std::string& name);
+  static bool validIndexLine(const std::string& folder, const std::string& key,
+                             const std::string& physical);
+  static void string2Maps(const std::string& folder, std::string text, NameMap& lp, NameMap& pl);
+  static std::string lName(NameMap::const_iterator it);
+  static long ts(NameMap::const_iterator it);
+  static std::string pName(NameMap::const_iterator it);
+
+  std::string m_folder;
+  NameMap m_lp;
+  NameMap m_pl;
+  bool m_needUpdate = false;
+  int m_exceptionsAtConstruction;
+
+  static bool m_autoSynchronizeToFolder;
+};

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// @file
+/// Types that the storage facade and its clients share. All are value types.
+namespace STG {
+
+/// The area of the repository that a file belongs to. Any 32-bit value may be passed: every one not
+/// named here selects the user area.
+enum RepositoryType : std::int32_t {
+  UserRepository = 0,        ///< user area ("user")
+  UserFilesRepository = 1,   ///< user area ("user"); its folders keep category files and "attribut.txt"
+  CorporateRepository = 2,   ///< corporate documents ("docs"), spread over hash buckets
+  MailRepository = 3,        ///< mail ("mail")
+  MailFilesRepository = 4    ///< mail ("mail")
+};
+
+/// One line of a key file. Both texts may be empty; they are bytes, no encoding is implied.
+struct NameValue {
+  std::string name;   ///< the text before the separator
+  std::string value;  ///< the text after it
+};
+
+/// The lines of a key file, in file order. Equal names are kept side by side; nothing is sorted.
+class NameValueSeq {
+ public:
+  using value_type = NameValue;
+  using iterator = std::vector<NameValue>::iterator;
+  using const_iterator = std::vector<NameValue>::const_iterator;
+
+  /// @return the number of lines.
+  std::size_t size() const noexcept { return m_lines.size(); }
+  /// @return whether there is none.
+  bool empty() const noexcept { return m_lines.empty(); }
+  /// @return line @p index, which must be below size().
+  NameValue& operator[](std::size_t index) { return m_lines[index]; }
+  /// @return line @p index, which must be below size().
+  const NameValue& operator[](std::size_t index) const { return m_lines[index]; }
+  /// Appends a line.
+  void push_back(NameValue line) { m_lines.push_back(std::move(line)); }
+  /// Removes every line.
+  void clear() noexcept { m_lines.clear(); }
+  iterator begin() noexcept { return m_lines.begin(); }
+  iterator end() noexcept { return m_lines.end(); }
+  const_iterator begin() const noexcept { return m_lines.begin(); }
+  const_iterator end() const noexcept { return m_lines.end(); }
+
+ private:
+  std::vector<NameValue> m_lines;
+};
+
+}  // namespace STG

@@ -1,0 +1,20 @@
+#pragma once
+
+/// @file
+/// Marks what the library exports.
+///
+/// `VU_STORAGE_API` stands before every exported class and function. Programs that link the DLL need
+/// no definition of their own; the library's own compilation defines `VU_STORAGE_BUILDING`, a static
+/// build (the test programs that look inside) defines `VU_STORAGE_STATIC`.
+
+#if defined(VU_STORAGE_STATIC)
+#define VU_STORAGE_API
+#elif defined(_WIN32)
+#if defined(VU_STORAGE_BUILDING)
+#define VU_STORAGE_API __declspec(dllexport)
+#else
+#define VU_STORAGE_API __declspec(dllimport)
+#endif
+#else
+#define VU_STORAGE_API __attribute__((visibility("default")))
+#endif

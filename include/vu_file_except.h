@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "vu_export.h"
+
+/// The one exception of the file layer.
+///
+/// It has no base class: catch it by name. The handles throw it from open, read and write, always with
+/// the code 0; every other failure of the file layer is a result and a trace.
+class VU_STORAGE_API vu_file_except {
+ public:
+  /// @param message the text, kept exactly as given.
+  /// @param code an error code, 32 bits signed; it has no accessor and is no part of the text.
+  vu_file_except(std::string message = "", std::int32_t code = 0);
+  vu_file_except(const vu_file_except& other);
+  vu_file_except& operator=(const vu_file_except& other);
+  ~vu_file_except();
+
+  /// @return a copy of the message.
+  std::string what() const;
+
+ private:
+  std::int32_t code;
+  std::string message;
+};

@@ -1,0 +1,165 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "vu_export.h"
+#include "vu_file_base.h"
+#include "vu_file_except.h"
+#include "vu_i18n.h"
+#include "vu_path.h"
+
+/// The twin of vu_file for UTF-8 names: a file handle, and the file-system operations on UTF-8 paths.
+///
+/// Names are converted to UTF-16 and handed to the wide system calls; a path of 249 characters or more
+/// beyond its root goes in the long form ("\\?\" or the short names of the volume), so that files deeper
+/// than the classic limit can be reached. A name that is not valid UTF-8 raises vu_i18n_except.
+/// Contents are bytes, as with vu_file. Members not documented otherwise do what their namesakes of
+/// vu_file do, throw and trace the same, and may be called from the same threads.
+class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
+ public:
+  // ---- the handle ----------------------------------------------------------------------------
+
+  /// Closed, with empty names.
+  vu_fileutf8();
+  /// Closed; the names as by setPath().
+  vu_fileutf8(const vu_utf8string& fullPath);
+  /// Closed; the names as given. @param directory without a trailing separator.
+  vu_fileutf8(const vu_utf8string& directory, const vu_utf8string& fileName);
+  /// Shallow: see vu_file_base.
+  vu_fileutf8(const vu_fileutf8& other);
+  /// Shallow: see vu_file_base. An open handle of this object is dropped without being closed.
+  vu_fileutf8& operator=(const vu_fileutf8& other);
+  /// Closes an open handle.
+  ~vu_fileutf8() noexcept;
+
+  /// As vu_file::setPath().
+  void setPath(const vu_utf8string& fullPath) noexcept;
+  /// @return directory + "\" + file name.
+  vu_utf8string getFilePath() const;
+  /// @return the directory and the file name as a path object.
+  vu_pathutf8 getPath() const;
+
+  /// As vu_file::try_open(), on the long form of the path.
+  bool try_open(type_access mode, bool& lockFailed, bool noWait);
+  /// As vu_file::open(type_access).
+  void open(type_access mode);
+  /// As vu_file::open(const std::string&, const std::string&, type_access).
+  void open(const vu_utf8string& directory, const vu_utf8string& fileName, type_access mode);
+
+  /// As vu_file::read(std::string&, int), with a whole file of up to 2 GB - 1.
+  /// @throws vu_file_except "vu_fileutf8::read : read op in write or truncate access file" in the wrong
+  /// mode; "throw exception on read" as vu_file, and when the whole file is larger.
+  int read(std::string& out, int count);
+  /// As vu_file::read(char*, int).
+  int read(char* buffer, int count);
+  /// Reads into a buffer that it allocates, and ends it with a 0 byte.
+  /// @param buffer receives an array of the count + 1 bytes, which the caller frees with delete[]; left
+  /// alone when there is nothing to read. The 0 byte stands at the count asked for: bytes between a
+  /// shorter read and it are not set.
+  /// @param length in: bytes to read, or 0 for the whole file; out: bytes read. Left alone when there is
+  /// nothing to read.
+  /// @throws vu_file_except as the string form; after "throw exception on read" @p length is 0 and
+  /// @p buffer, if it was allocated, has been freed and must not be used.
+  void read(unsigned char*& buffer, unsigned int& length);
+
+  /// As vu_file::write(const std::string&).
+  /// @throws vu_file_except "vu_fileutf8::write : write operation in read access file" in the wrong mode.
+  int write(const std::string& data);
+  /// As vu_file::write(const char*, int).
+  int write(const char* data, int count);
+
+  /// As vu_file::seek().
+  void seek(int offset, short origin);
+  /// As vu_file::rewind().
+  void rewind();
+  /// As vu_file::close().
+  void close() noexcept;
+  /// As vu_file::clear().
+  void clear() noexcept;
+
+  /// As vu_file::linesNotEmpty().
+  static void linesNotEmpty(const vu_utf8string& dir, const vu_utf8string& fileName,
+                            std::vector<vu_utf8string>& lines);
+
+  // ---- questions -----------------------------------------------------------------------------
+
+  /// As vu_file::exists().
+  static bool exists(const vu_utf8string& path);
+  /// @return the last access, in seconds since 1970-01-01 UTC; 0 on failure.
+  static std::uint64_t access_time(const vu_utf8string& path);
+  /// @return the last modification, in seconds since 1970-01-01 UTC; 0 on failure.
+  static std::uint64_t modify_time(const vu_utf8string& path);
+  /// @return the size in bytes; 0 on failure.
+  static std::uint64_t size(const vu_utf8string& path);
+  /// @return whether the path is a folder.
+  static bool is_dir(const vu_utf8string& path);
+  /// As vu_file::filenames().
+  static std::vector<vu_utf8string> filenames(const vu_utf8string& dir);
+  /// @return the sum, over every file in the folder and below, of its size in KB, each rounded down by
+  /// itself; folders count nothing themselves.
+  static std::uint64_t getFolderSizeInKb(const vu_utf8string& path);
+
+  // ---- changes -------------------------------------------------------------------------------
+
+  /// As vu_file::chmodW().
+  static bool chmodW(const vu_utf8string& path);
+  /// As vu_file::createDir().
+  static bool createDir(const vu_utf8string& path);
+  /// Makes a folder and its missing parents. The path is taken apart at its backslashes and empty
+  /// components are dropped: a leading separator, and the two of a network path, are lost, and the
+  /// result is relative to the current directory.
+  /// @return true when the folder exists afterwards; false after an error trace.
+  static bool createDirR(const vu_utf8string& path);
+  /// Removes a file or an empty folder, quietly: the same as remove(path, true).
+  static void remove(const vu_utf8string& path);
+  /// Removes a file or an empty folder. @param quiet a failure is traced at level XS instead of as an
+  /// error.
+  static void remove(const vu_utf8string& path, bool quiet);
+  /// As vu_file::rename().
+  static bool rename(const vu_utf8string& oldPath, const vu_utf8string& newPath);
+  /// As vu_file::copyFile().
+  static bool copyFile(const vu_utf8string& src, const vu_utf8string& dst, bool overwrite);
+  /// As vu_file::recurseRemoveDir(), quietly.
+  static bool recurseRemoveDir(const vu_utf8string& path);
+  /// The same; the flag is ignored and the removal always quiet.
+  static bool recurseRemoveDir(const vu_utf8string& path, bool quiet);
+
+  // ---- names ---------------------------------------------------------------------------------
+
+  /// As vu_file::getShirtFileName().
+  static vu_utf8string getShirtFileName(const vu_utf8string& fullName, vu_utf8string& dir);
+  /// As vu_file::addFileSep().
+  static void addFileSep(vu_utf8string& path);
+  /// As vu_file::removeLastFileSep().
+  static void removeLastFileSep(vu_utf8string& path);
+  /// As vu_file::split().
+  static void split(vu_utf8string& name, vu_utf8string& extension);
+  /// As vu_file::getExtension().
+  static vu_utf8string getExtension(const vu_utf8string& path);
+  /// @return the non-empty components of @p path between its backslashes, in order; no file is touched.
+  static std::vector<vu_utf8string> directories(const ucs2string& path);
+  /// @param out receives the current directory; left alone on failure.
+  /// @return whether the system named it.
+  static bool getCurrentDirectory(vu_utf8string& out);
+  /// @param path replaced by its absolute form; left alone on failure.
+  /// @return whether the system gave one.
+  static bool rel2abs(vu_utf8string& path);
+
+ protected:
+  // The same operations on a path that is in its long form already.
+  static bool _exists(const vu_utf8string& longPath);
+  static bool _is_dir(const vu_utf8string& longPath);
+  static void _remove(const vu_utf8string& longPath, bool quiet);
+  static void _recurseRemoveDir(const vu_utf8string& longPath, bool quiet);
+  static std::vector<vu_utf8string> _filenames(const vu_utf8string& longPath);
+
+ private:
+  void init();
+  HandleCore core();
+  static vu_utf8string mSgError(unsigned long errorCode);
+
+  vu_utf8string fileName;
+  vu_utf8string directory;
+};

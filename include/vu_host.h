@@ -1,0 +1,163 @@
+#pragma once
+
+#include "vu_export.h"
+#include "vu_i18n.h"
+
+/// @file
+/// What a program that uses the library (the host) may supply: where traces go, which folders are the
+/// product's, and the log-history component.
+///
+/// Everything here is optional. Without a host's services the library is silent, keeps no log history
+/// and takes its folders from the environment (see vu_host::services). Objects handed to install()
+/// stay the host's own: they must outlive the last call into the library, and the library never
+/// deletes them.
+namespace vu_host {
+
+/// How verbose a trace record is; `xs` is the smallest circle of records, `xl` the widest.
+enum class trace_level : int { xs, s, m, l, xl };
+
+/// What an event says: something was done, something was missing or refused, something failed.
+enum class trace_event : int { success, warning, error };
+
+/// Where in the library a trace comes from. All texts are constants of the library and stay valid.
+struct trace_site {
+  const char* source;     ///< the source's name: "vu_file", "stg_index" or "vu_storage"
+  int line;               ///< line number in that source
+  const char* signature;  ///< full signature of the operation
+};
+
+/// Receives what the library traces.
+///
+/// Any thread may call any member, several at once; a sink brings its own lock. Members must neither
+/// throw nor call back into the library. A text is valid only during the call. The library asks
+/// wants() first and builds no text that is not wanted.
+class VU_STORAGE_API trace_sink {
+ public:
+  trace_sink() = default;
+  virtual ~trace_sink();
+
+  /// @return whether records and scopes of @p level are to be delivered.
+  virtual bool wants(trace_level level) const noexcept = 0;
+  /// @return whether events of the kind @p event are to be delivered.
+  virtual bool wants(trace_event event) const noexcept = 0;
+
+  /// An operation begins. @param label its label, empty when it has none.
+  virtual void scope_begin(const trace_site& site, trace_level level, const char* label) noexcept = 0;
+  /// The operation whose beginning was delivered last on this thread and has not ended yet, ends.
+  virtual void scope_end(const trace_site& site, trace_level level) noexcept = 0;
+  /// The operation's scope gets a message of its own.
+  virtual void scope_message(const trace_site& site, const char* text) noexcept = 0;
+  /// A record at a level.
+  virtual void record(const trace_site& site, trace_level level, const char* text) noexcept = 0;
+  /// An event.
+  virtual void event(const trace_site& site, trace_event event, const char* text) noexcept = 0;
+
+ protected:
+  trace_sink(const trace_sink&) = default;
+  trace_sink& operator=(const trace_sink&) = default;
+};
+
+/// Answers the library's questions about the product's installation.
+class VU_STORAGE_API configuration {
+ public:
+  configuration() = default;
+  virtual ~configuration();
+
+  /// @return the product's binary folder, without a trailing separator; the configuration folder is
+  /// "config" below it.
+  virtual ucs2string binary_folder() = 0;
+
+ protected:
+  configuration(const configuration&) = default;
+  configuration& operator=(const configuration&) = default;
+};
+
+/// Names the folders for temporary files.
+class VU_STORAGE_API temporary_files {
+ public:
+  temporary_files() = default;
+  virtual ~temporary_files();
+
+  /// Called before server_folder(), with the labels under which the library asks.
+  /// @param process "MY_PROCESS". @param component "MY_COMP".
+  virtual void initialise(const char* process, const char* component) = 0;
+  /// @return the server temporary folder: the default root storage of a host that never called
+  /// vu_storage::initRootStorage(). One trailing "\" is removed by the library.
+  virtual ucs2string server_folder() = 0;
+  /// @return the framework's root temporary folder, for getTempRootPath(). One trailing "\" is
+  /// removed by the library.
+  virtual ucs2string framework_root_folder() = 0;
+
+ protected:
+  temporary_files(const temporary_files&) = default;
+  temporary_files& operator=(const temporary_files&) = default;
+};
+
+/// A component created on demand. Whoever received it gives it back with release().
+class VU_STORAGE_API component {
+ public:
+  component() = default;
+  /// Gives the component back; it must not be used afterwards.
+  virtual void release() noexcept = 0;
+
+ protected:
+  virtual ~component();
+  component(const component&) = default;
+  component& operator=(const component&) = default;
+};
+
+/// The log-history component: class "CLSID_ZTLogHistory", interface "IID_ILogHistory".
+///
+/// Each record is a text and three numbers. The library writes two: the root storage it uses, with the
+/// numbers 1, 4 and 0, and the refusal of a second initialisation, with 4, 0 and 0.
+class VU_STORAGE_API log_history : public component {
+ public:
+  log_history() = default;
+  /// @return whether the component's settings have recording enabled for a record with these numbers.
+  virtual bool enabled(int first, int second, int third) noexcept = 0;
+  /// Writes one record. @param text valid only during the call.
+  virtual void record(const char* text, int first, int second, int third) noexcept = 0;
+
+ protected:
+  ~log_history() override;
+  log_history(const log_history&) = default;
+  log_history& operator=(const log_history&) = default;
+};
+
+/// Creates components by class and interface name.
+class VU_STORAGE_API component_factory {
+ public:
+  component_factory() = default;
+  virtual ~component_factory();
+
+  /// @return the component, or null when it is not available, which is no error. The result must be
+  /// of the type that @p interface_id names (log_history for "IID_ILogHistory"); the library gives it
+  /// back with component::release(). It is asked anew for every record and nothing is kept.
+  virtual component* create(const char* class_id, const char* interface_id) noexcept = 0;
+
+ protected:
+  component_factory(const component_factory&) = default;
+  component_factory& operator=(const component_factory&) = default;
+};
+
+/// What a host supplies; a null member means the library's default:
+///
+/// | member | default |
+/// |---|---|
+/// | trace | silence |
+/// | config | binary folder: environment variable VU_STORAGE_BINARY_DIR, else the running program's folder |
+/// | temp | server folder: VU_STORAGE_SERVER_TEMP, else "vu_storage" below the system's temporary folder; framework root: VU_STORAGE_FRAMEWORK_TEMP, else the system's temporary folder |
+/// | components | none: no log history |
+struct services {
+  trace_sink* trace = nullptr;
+  configuration* config = nullptr;
+  temporary_files* temp = nullptr;
+  component_factory* components = nullptr;
+};
+
+/// Installs the host's services. Call it once, before the first other call into the library, from one
+/// thread; a later call replaces all four and must not run while another thread is inside the library.
+/// @param supplied the objects stay the host's and must outlive the library's last call.
+VU_STORAGE_API void install(const services& supplied) noexcept;
+
+}  // namespace vu_host

@@ -1,0 +1,214 @@
+#pragma once
+
+#include <cstddef>
+#include <exception>
+#include <initializer_list>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "vu_export.h"
+
+/// @file
+/// The string classes of the library's interface: UTF-8 text, UTF-16 text, and the sequence that
+/// carries lists of them.
+///
+/// All of them are value types: copies are independent, nothing is shared, and distinct objects may
+/// be used from distinct threads. None of them blocks.
+
+class ucs2string;
+
+/// What the string classes throw: text that is not valid UTF-8 or UTF-16 where it has to be
+/// converted, and an index outside a string. The file layer and the facade let it pass to the caller
+/// wherever a conversion happens outside one of their own handlers.
+class VU_STORAGE_API vu_i18n_except : public std::exception {
+ public:
+  /// @param message the complete text; never null-terminated by hand, copied.
+  explicit vu_i18n_except(std::string message);
+  vu_i18n_except(const vu_i18n_except& other);
+  vu_i18n_except& operator=(const vu_i18n_except& other);
+  ~vu_i18n_except() override;
+
+  /// @return the text given at construction; owned by the exception.
+  const char* what() const noexcept override;
+
+ private:
+  std::string m_message;
+};
+
+/// Text as a run of UTF-8 bytes.
+///
+/// The bytes are stored as given and are not checked: positions and sizes count bytes, and a string
+/// that is not valid UTF-8 can be stored, compared and handed on unchanged. Only a conversion to
+/// UTF-16 looks at the encoding.
+class VU_STORAGE_API vu_utf8string {
+ public:
+  /// "No position", the result of a search that found nothing and the default count of substr().
+  static constexpr std::size_t npos = static_cast<std::size_t>(-1);
+
+  /// The empty string.
+  vu_utf8string();
+  /// @param bytes a NUL-terminated UTF-8 string; copied. A null pointer counts as the empty string.
+  explicit vu_utf8string(const char* bytes);
+  /// @param bytes UTF-8 bytes, embedded NULs included; copied.
+  explicit vu_utf8string(std::string bytes);
+  /// Converts from UTF-16.
+  /// @throws vu_i18n_except when @p text holds an unpaired surrogate.
+  explicit vu_utf8string(const ucs2string& text);
+  vu_utf8string(const vu_utf8string& other);
+  vu_utf8string(vu_utf8string&& other) noexcept;
+  ~vu_utf8string();
+  vu_utf8string& operator=(const vu_utf8string& other);
+  vu_utf8string& operator=(vu_utf8string&& other) noexcept;
+
+  /// @return the bytes, NUL-terminated; owned by this string and valid until it changes.
+  const char* c_str() const noexcept;
+  /// @return the bytes; a reference into this string.
+  const std::string& str() const noexcept;
+  /// @return the number of bytes.
+  std::size_t size() const noexcept;
+  /// @return whether the string holds no byte.
+  bool empty() const noexcept;
+  /// @return the byte at @p index.
+  /// @throws vu_i18n_except when @p index is not below size().
+  char at(std::size_t index) const;
+
+  /// @return the first position at or after @p from where @p what begins, or npos.
+  std::size_t find(const vu_utf8string& what, std::size_t from = 0) const noexcept;
+  /// @return the last position where @p what begins, or npos.
+  std::size_t rfind(const vu_utf8string& what) const noexcept;
+  /// @return @p count bytes from @p from on, fewer where the string ends before.
+  /// @throws vu_i18n_except when @p from is beyond the end.
+  vu_utf8string substr(std::size_t from, std::size_t count = npos) const;
+  /// Replaces every occurrence of @p what, from left to right, by @p by; occurrences that arise from
+  /// the replacement itself are not replaced again. An empty @p what replaces nothing.
+  /// @return this string.
+  vu_utf8string& replace(const vu_utf8string& what, const vu_utf8string& by);
+  /// Byte-wise comparison.
+  /// @return below, at or above 0 when this string sorts before, with or after @p other.
+  int compare(const vu_utf8string& other) const noexcept;
+  /// Appends @p other. @return this string.
+  vu_utf8string& operator+=(const vu_utf8string& other);
+
+  /// @return whether the bytes are valid UTF-8.
+  bool is_valid() const noexcept;
+
+ private:
+  std::string m_bytes;
+};
+
+/// @return @p left followed by @p right.
+VU_STORAGE_API vu_utf8string operator+(const vu_utf8string& left, const vu_utf8string& right);
+/// Byte-wise equality.
+inline bool operator==(const vu_utf8string& left, const vu_utf8string& right) noexcept {
+  return left.compare(right) == 0;
+}
+/// Byte-wise inequality.
+inline bool operator!=(const vu_utf8string& left, const vu_utf8string& right) noexcept {
+  return left.compare(right) != 0;
+}
+/// Byte-wise order.
+inline bool operator<(const vu_utf8string& left, const vu_utf8string& right) noexcept {
+  return left.compare(right) < 0;
+}
+
+/// Text as a run of 16-bit units, the form in which Windows takes names. Characters outside the
+/// basic plane stand as two units (UTF-16); positions and sizes count units.
+class VU_STORAGE_API ucs2string {
+ public:
+  /// "No position", the result of a search that found nothing and the default count of substr().
+  static constexpr std::size_t npos = static_cast<std::size_t>(-1);
+
+  /// The empty string.
+  ucs2string();
+  /// @param units a NUL-terminated run of units; copied. A null pointer counts as the empty string.
+  ucs2string(const char16_t* units);
+  /// @param units the units, embedded NULs included; copied.
+  ucs2string(std::u16string units);
+  /// Converts from UTF-8.
+  /// @throws vu_i18n_except when @p text is not valid UTF-8.
+  explicit ucs2string(const vu_utf8string& text);
+  ucs2string(const ucs2string& other);
+  ucs2string(ucs2string&& other) noexcept;
+  ~ucs2string();
+  ucs2string& operator=(const ucs2string& other);
+  ucs2string& operator=(ucs2string&& other) noexcept;
+
+  /// @return the units, NUL-terminated; owned by this string and valid until it changes.
+  const char16_t* c_str() const noexcept;
+  /// @return the units; a reference into this string.
+  const std::u16string& str() const noexcept;
+  /// @return the number of 16-bit units.
+  std::size_t size() const noexcept;
+  /// @return whether the string holds no unit.
+  bool empty() const noexcept;
+  /// @return the unit at @p index.
+  /// @throws vu_i18n_except when @p index is not below size().
+  char16_t at(std::size_t index) const;
+
+  /// @return the first position at or after @p from where @p what begins, or npos.
+  std::size_t find(const ucs2string& what, std::size_t from = 0) const noexcept;
+  /// @return the last position where @p what begins, or npos.
+  std::size_t rfind(const ucs2string& what) const noexcept;
+  /// @return @p count units from @p from on, fewer where the string ends before.
+  /// @throws vu_i18n_except when @p from is beyond the end.
+  ucs2string substr(std::size_t from, std::size_t count = npos) const;
+  /// Replaces every occurrence of @p what, as vu_utf8string::replace() does. @return this string.
+  ucs2string& replace(const ucs2string& what, const ucs2string& by);
+  /// Unit-wise comparison.
+  /// @return below, at or above 0 when this string sorts before, with or after @p other.
+  int compare(const ucs2string& other) const noexcept;
+  /// Appends @p other. @return this string.
+  ucs2string& operator+=(const ucs2string& other);
+
+ private:
+  std::u16string m_units;
+};
+
+/// @return @p left followed by @p right.
+VU_STORAGE_API ucs2string operator+(const ucs2string& left, const ucs2string& right);
+/// Unit-wise equality.
+inline bool operator==(const ucs2string& left, const ucs2string& right) noexcept {
+  return left.compare(right) == 0;
+}
+/// Unit-wise inequality.
+inline bool operator!=(const ucs2string& left, const ucs2string& right) noexcept {
+  return left.compare(right) != 0;
+}
+/// Unit-wise order.
+inline bool operator<(const ucs2string& left, const ucs2string& right) noexcept {
+  return left.compare(right) < 0;
+}
+
+/// An ordered sequence, read by index from 0 to size() - 1.
+template <class T>
+class Sequence {
+ public:
+  using value_type = T;
+  using const_iterator = typename std::vector<T>::const_iterator;
+
+  /// The empty sequence.
+  Sequence() = default;
+  /// @param elements the elements in their order.
+  Sequence(std::initializer_list<T> elements) : m_elements(elements) {}
+
+  /// @return the number of elements.
+  std::size_t size() const noexcept { return m_elements.size(); }
+  /// @return whether there is no element.
+  bool empty() const noexcept { return m_elements.empty(); }
+  /// @return the element at @p index, which must be below size().
+  const T& operator[](std::size_t index) const { return m_elements[index]; }
+  /// @return the element at @p index, which must be below size().
+  T& operator[](std::size_t index) { return m_elements[index]; }
+  /// Appends @p element.
+  void push_back(T element) { m_elements.push_back(std::move(element)); }
+  /// Removes every element.
+  void clear() noexcept { m_elements.clear(); }
+  /// @return the first position.
+  const_iterator begin() const noexcept { return m_elements.begin(); }
+  /// @return the position past the last element.
+  const_iterator end() const noexcept { return m_elements.end(); }
+
+ private:
+  std::vector<T> m_elements;
+};

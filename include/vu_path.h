@@ -1,0 +1,73 @@
+#pragma once
+
+#include <string>
+
+#include "vu_export.h"
+#include "vu_i18n.h"
+
+/// @file
+/// Names of files as a pair of parent directory and last component. The separator is the backslash;
+/// nothing here looks at the file system, blocks, or fails.
+
+/// A parent directory and a relative (last) name, as narrow strings. A value type.
+class VU_STORAGE_API vu_path {
+ public:
+  /// Keeps both names as given; no separator is added or removed.
+  vu_path(const std::string& parentPathName, const std::string& relativePathName);
+
+  /// Splits a full path at its last backslash: the parent is everything before it, the relative name
+  /// everything after it. A slash is no separator, and a backslash that is the second byte of a
+  /// two-byte character of the ANSI code page is none either.
+  ///
+  /// Without any backslash the parent is empty and the relative name loses its first character ("abc"
+  /// gives "bc"); callers rely on it. The empty path gives two empty names.
+  vu_path(const std::string& fullPath);
+  vu_path(const vu_path& other);
+  vu_path& operator=(const vu_path& other);
+  virtual ~vu_path();
+
+  /// @return the parent directory, a reference into this object.
+  const std::string& getParentPathName() const;
+  /// @return the last component, a reference into this object.
+  const std::string& getRelativePathName() const;
+  /// @return parent + "\" + relative name, with exactly one backslash put in even when the parent is
+  /// empty or ends with a separator.
+  std::string getAbsolutePathName() const;
+  /// @return the parent name, split again as by the one-argument constructor.
+  vu_path getParentPath() const;
+
+ private:
+  std::string parentPathName;
+  std::string relativePathName;
+};
+
+/// The same as vu_path for UTF-8 names; the split looks at plain bytes.
+class VU_STORAGE_API vu_pathutf8 {
+ public:
+  /// As vu_path::vu_path(const std::string&, const std::string&).
+  vu_pathutf8(const vu_utf8string& parentPathName, const vu_utf8string& relativePathName);
+  /// As vu_path::vu_path(const std::string&), every byte by itself.
+  vu_pathutf8(const vu_utf8string& fullPath);
+  vu_pathutf8(const vu_pathutf8& other);
+  vu_pathutf8& operator=(const vu_pathutf8& other);
+  virtual ~vu_pathutf8();
+
+  /// @return the parent directory, a reference into this object.
+  const vu_utf8string& getParentPathName() const;
+  /// @return the last component, a reference into this object.
+  const vu_utf8string& getRelativePathName() const;
+  /// @return as vu_path::getAbsolutePathName().
+  vu_utf8string getAbsolutePathName() const;
+  /// @return as vu_path::getParentPath().
+  vu_pathutf8 getParentPath() const;
+
+ private:
+  vu_utf8string parentPathName;
+  vu_utf8string relativePathName;
+};
+
+/// Asks the temporary-files helper (vu_host::temporary_files) for the framework's root temporary
+/// directory.
+/// @param out receives the directory in the ANSI code page (bytes of UTF-8 on Linux), without a
+/// trailing backslash. What the helper throws passes; nothing else fails.
+VU_STORAGE_API void getTempRootPath(std::string& out);

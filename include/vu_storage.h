@@ -1,0 +1,285 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "stg_types.h"
+#include "vu_export.h"
+#include "vu_file.h"
+#include "vu_i18n.h"
+
+/// The facade of the local repository storage: documents, key files and folders by owner, logical name,
+/// version and area.
+///
+/// Call initRootStorage() once, before anything else (the constructor and the getters included): every
+/// other operation first makes sure that the storage is initialised, and does so under the server
+/// temporary folder (vu_host::temporary_files) when nobody has.
+///
+/// Arguments that recur: `userOrDomain` is the owner's name and selects the owner's folder unless all
+/// owners share one (initRootStorage()); `entry` is the document's logical name, extension included; `type`
+/// the area; `timestamp` the version, seconds since 1970-01-01 UTC, 32 bits in meaning on every
+/// platform. Names are used by plain concatenation: separators, ".." and wildcards are the caller's
+/// to refuse. The overloads for vu_utf8string copy the UTF-8 bytes unchanged, up to their first NUL, and
+/// call the narrow form.
+///
+/// Errors: failures are traced under the source name "vu_storage", and an operation answers false, 1
+/// (0 is success), -1 or a file that is not open; the exceptions that do leave an operation are named
+/// with it. Operations wait without limit for locks held elsewhere.
+///
+/// Threads: the operations may be called from any thread; a vu_file is its caller's alone.
+class VU_STORAGE_API vu_storage {
+ public:
+  /// Initialises the storage when nobody has. The object carries no data.
+  vu_storage();
+  ~vu_storage();
+  vu_storage(const vu_storage&) = default;
+  /// Copies nothing.
+  vu_storage& operator=(const vu_storage& other);
+
+  // ---- roots ---------------------------------------------------------------------------------
+
+  /// Initialises the storage below @p root: the folder "storage" with one folder per area, made when
+  /// missing (@p root itself must exist).
+  /// @param useDomain whether every owner gets a folder of its own in each area.
+  /// @param synchronize whether files that appear in a folder behind the index are adopted into it.
+  /// @return true when this call initialised; false, with an error trace, when the storage was
+  /// initialised already. True also when a folder could not be made, which is traced.
+  static bool initRootStorage(const std::string& root, bool useDomain, bool synchronize);
+
+  /// @return the root storage folder; as all getters a reference that stays valid, to a string that
+  /// does not change once initialised.
+  static const std::string& getStoragePath();
+  /// @return the folder of the corporate area.
+  static const std::string& getCorpPath();
+  /// @return the folder of the user area.
+  static const std::string& getUserPath();
+  /// @return the folder for lists.
+  static const std::string& getListPath();
+  /// @return the configuration folder: "config" in the product's binary folder; never made here.
+  static const std::string& getConfigDirPath();
+  /// @return the folder of the mail area.
+  static const std::string& getMailPath();
+  /// @return the folder for semlets.
+  static const std::string& getSemletPath();
+  /// @return the stamp set by setTdcTimeStamp(), empty before.
+  static const std::string& getTdcTimeStamp();
+  /// Sets the stamp that is part of the names of documents' sub-part folders. Takes no lock: call it
+  /// while no other thread uses the storage.
+  static void setTdcTimeStamp(const std::string& value);
+
+  /// Computes the folder of a document, and makes it when asked to. The area folder is made in any case.
+  /// @param dir receives the folder, without a trailing separator.
+  /// @param create whether the owner's folder and the hash bucket are made when missing.
+  /// @return false when a folder is missing and @p create is false, or after a traced error.
+  static bool createUserOrDomainNameDirectory(const std::string& userOrDomain,
+                                              const std::string& entry, STG::RepositoryType type,
+                                              std::string& dir, bool create);
+  /// @return whether @p ext, without its dot, is one of the seven document extensions "kda" to "kdg".
+  static bool isVuDocExt(const std::string& ext);
+
+  // ---- documents -----------------------------------------------------------------------------
+
+  /// Opens a document for reading; tell success by vu_file::is_open(). Corporate documents with the
+  /// extension "kdf" must match @p timestamp exactly; other corporate documents are found by name alone,
+  /// stored with timestamp 0, and served when their file is at least as new as @p timestamp; mail and
+  /// user documents are served whatever their age, from timestamp 0.
+  void OpenRead(vu_file& file, const std::string& userOrDomain, const std::string& entry,
+                STG::RepositoryType type, long timestamp);
+  /// As the narrow form.
+  void OpenRead(vu_file& file, const vu_utf8string& userOrDomain, const vu_utf8string& entry,
+                STG::RepositoryType type, long timestamp);
+  /// Opens a version of a document for writing, making it and its folders when missing; an existing one is
+  /// emptied when @p replace is true and left closed otherwise.
+  /// @return true when no error occurred, also when the file was left closed.
+  bool OpenWrite2(vu_file& file, const std::string& userOrDomain, const std::string& entry,
+                  STG::RepositoryType type, bool replace, long timestamp);
+  /// As OpenWrite2(), without its result.
+  void OpenWrite(vu_file& file, const std::string& userOrDomain, const std::string& entry,
+                 STG::RepositoryType type, bool replace, long timestamp);
+  /// As the narrow form.
+  void OpenWrite(vu_file& file, const vu_utf8string& userOrDomain, const vu_utf8string& entry,
+                 STG::RepositoryType type, bool replace, long timestamp);
+  /// Reads from an open file. @param buffer receives the bytes, none on an error.
+  /// @param length bytes to read, 0 for the whole file.
+  void Read(vu_file& file, std::string& buffer, long length);
+  /// Writes to an open file; errors are traced only.
+  void Write(vu_file& file, const std::string& data);
+  /// Closes a file: it is on the device when this returns, if it was open for writing.
+  void Close(vu_file& file);
+  /// Whether a version exists. @param folderOut, physicalOut receive its folder and physical file name
+  /// when it does; either may be null. @return false also for an empty owner.
+  bool IsFileExist(const std::string& userOrDomain, const std::string& entry,
+                   STG::RepositoryType type, long timestamp, std::string* folderOut,
+                   std::string* physicalOut);
+  /// As the narrow form.
+  bool IsFileExist(const vu_utf8string& userOrDomain, const vu_utf8string& entry,
+                   STG::RepositoryType type, long timestamp, std::string* folderOut,
+                   std::string* physicalOut);
+  /// @return the latest timestamp of a document, -1 when the entry is empty or the folder missing, 0 when
+  /// the folder holds no version. @throws what STGIndex::lastVersion() throws.
+  static long getLattestTimestamp(const std::string& userOrDomain, const std::string& entry,
+                                  STG::RepositoryType type);
+  /// STGIndex::exists() with its exceptions turned into false.
+  static bool getIndexNameFromDocName(const std::string& folder, const std::string& entry,
+                                      long timestamp, std::string& physical);
+  /// STGIndex::updateIndexFile(). @throws what that throws.
+  void update_IndexDat(const std::string& folder);
+  /// Copies a file into the storage as a version of a document.
+  /// @param replace whether an existing version is replaced.
+  /// @return whether the copy succeeded; false with @p replace false, where an empty version is left.
+  static bool copyToStorage(const std::string& source, const std::string& userOrDomain,
+                            const std::string& entry, STG::RepositoryType type, bool replace,
+                            long timestamp);
+  /// Copies a document that OpenRead() would serve to an ordinary path, overwriting.
+  /// @return whether the copy succeeded.
+  static bool copyFromStorage(const std::string& destination, const std::string& userOrDomain,
+                              const std::string& entry, STG::RepositoryType type, long timestamp);
+  /// Stores a file under its own name with timestamp 0, replacing an earlier one, and writes the index.
+  /// @return whether the copy succeeded. @throws what the index operations throw.
+  bool copyFileToStorage(const std::string& sourceFolder, const std::string& name,
+                         const std::string& userOrDomain, STG::RepositoryType type);
+  /// As the narrow form.
+  bool copyFileToStorage(const std::string& sourceFolder, const std::string& name,
+                         const vu_utf8string& userOrDomain, STG::RepositoryType type);
+  /// copyFileToStorage() into the user area (type 1).
+  bool copyFileToUserPath(const std::string& sourceFolder, const std::string& name,
+                          const std::string& userOrDomain);
+
+  // ---- key files -----------------------------------------------------------------------------
+
+  /// @return the text of a key file: name + "=" + value + line feed for each line.
+  static std::string getStringFromNameValueSeq(const STG::NameValueSeq& seq);
+  /// Reads key lines from an open file. @param seq the lines are appended.
+  /// @param lastSeparator whether the last "=" of a line separates, instead of the first.
+  /// @return false when an exception occurred, after which lines read so far stay.
+  static bool Read(vu_file& file, STG::NameValueSeq& seq, bool lastSeparator);
+  /// Reads a key file; as Read(vu_file&, STG::NameValueSeq&, bool). @return 0, or 1 on failure.
+  static long readKeysFile(const std::string& folder, const std::string& fileName,
+                           STG::NameValueSeq& seq, bool lastSeparator);
+  /// Writes a text to a key file, as it stands. An empty text changes nothing and is a success.
+  /// @param replace whether it replaces the file's content, instead of being appended.
+  /// @return false on failure, which may leave the file cut.
+  static bool writeKeysFile(const std::string& folder, const std::string& fileName,
+                            const std::string& text, bool replace);
+
+  // ---- profiles ------------------------------------------------------------------------------
+
+  /// Saves a profile: a user's as a key file in the user area, or, without a user, the master profile as
+  /// a plain file in the configuration folder.
+  /// @param fileName "profile.txt" when empty.
+  /// @return 0, also when nothing could be written, which is traced; 1 after a vu_file_except.
+  static long saveUserOrMasterProfile(const std::string& userOrDomain, const std::string& fileName,
+                                      const STG::NameValueSeq& seq);
+  /// Loads a profile. @param fileName for a user the name it was saved under (an empty one is never
+  /// found); for the master profile, when empty, "profile.txt" or, where that is missing, "master.txt".
+  /// @param seq the lines are appended. @return 0, or 1 on failure.
+  static long loadUserOrMasterProfile(const std::string& userOrDomain, const std::string& fileName,
+                                      STG::NameValueSeq& seq);
+
+  // ---- sub-parts of documents ----------------------------------------------------------------
+
+  /// Opens a part of a corporate document for writing, emptied; tell success by vu_file::is_open().
+  /// @param strType the rendition: "html@" + name, "pdf@" + name, or another text; written to a folder per
+  /// side of its first "@".
+  /// @param strPartId the part's file name. @param docTime the document's timestamp, under which it must be
+  /// in the index.
+  void OpenWriteSubPart(vu_file& file, const std::string& userOrDomain, const std::string& entry,
+                        const std::string& strType, const std::string& strPartId, long docTime);
+  /// As the narrow form.
+  void OpenWriteSubPart(vu_file& file, const vu_utf8string& userOrDomain, const vu_utf8string& entry,
+                        const std::string& strType, const std::string& strPartId, long docTime);
+  /// Opens a part of a corporate document for reading when it is up to date, after refreshing it from its
+  /// preload copy when that is newer. A file that is not open afterwards tells the caller to generate the
+  /// part and store it with OpenWriteSubPart().
+  /// @param strUser the requesting user, traced only. @param strRepo the owner of the document.
+  /// @param strType the rendition; read from "html\" or "pdf\" + name for those two, from one folder of
+  /// that whole name otherwise.
+  void OpenReadSubPart(vu_file& file, const std::string& strUser, const std::string& strRepo,
+                       const std::string& strEntry, const std::string& strType,
+                       const std::string& strPartID, long docTime);
+  /// As the narrow form.
+  void OpenReadSubPart(vu_file& file, const vu_utf8string& strUser, const vu_utf8string& strRepo,
+                       const vu_utf8string& strEntry, const std::string& strType,
+                       const std::string& strPartID, long docTime);
+  /// As OpenReadSubPart(). @param size receives the part's size in bytes, 0 when the file is not open.
+  void OpenReadSubPartEx(vu_file& file, const std::string& strUser, const std::string& strRepo,
+                         const std::string& strEntry, const std::string& strType,
+                         const std::string& strPartID, long docTime, unsigned long& size);
+  /// As the narrow form.
+  void OpenReadSubPartEx(vu_file& file, const vu_utf8string& strUser, const vu_utf8string& strRepo,
+                         const vu_utf8string& strEntry, const std::string& strType,
+                         const std::string& strPartID, long docTime, unsigned long& size);
+
+  // ---- users and removal ---------------------------------------------------------------------
+
+  /// Renames a user's folders in the mail, list and user areas. No other call may use them meanwhile.
+  /// @return false, with nothing renamed, when one of the new names exists; true otherwise, also when a
+  /// folder could not be renamed or does not exist.
+  static bool RenameUserStorage(const std::string& oldName, const std::string& newName);
+  /// Removes a user's folders in the mail, list and user areas with everything in them. An empty name
+  /// stands for the area folders themselves. @return true.
+  static bool RemoveUserStorage(const vu_utf8string& user);
+  /// RemoveUserStorage() for each name. @return true.
+  static bool RemoveUsersStorage(const Sequence<vu_utf8string>& names);
+  /// Removes a version of a document, its lines in the folder's category files and, for type 1, in
+  /// "attribut.txt". @return true also when there was nothing to remove or the owner is empty; false after
+  /// a traced error.
+  static bool RemoveFile(const std::string& userOrDomain, const std::string& entry,
+                         STG::RepositoryType type, long timestamp);
+  /// As the narrow form.
+  static bool RemoveFile(const vu_utf8string& userOrDomain, const vu_utf8string& entry,
+                         STG::RepositoryType type, long timestamp);
+
+  // ---- file lists ----------------------------------------------------------------------------
+
+  /// Lists a folder's index in the order of the physical file names.
+  /// @param physicalNames the physical file names are appended. @return the logical names, element by
+  /// element; empty when @p folder is no folder, and as far as they got after a traced error.
+  static std::vector<std::string> getAllFileListFromIndexFile(
+      const std::string& folder, std::vector<std::string>& physicalNames);
+  /// As getAllFileListFromIndexFile(), documents only (isVuDocExt()).
+  /// @param wanted the names to keep; null keeps every document.
+  /// @throws vu_file_except, untraced, when @p folder is no folder.
+  static std::vector<std::string> getFileListFromIndexFile(const std::string& folder,
+                                                           std::vector<std::string>& physicalNames,
+                                                           const std::vector<std::string>* wanted);
+
+ private:
+  friend struct vu_storage_test_peer;
+  friend struct StorageGate;
+
+  static void initPath(const std::string& storagePath);
+  static void checkInit();
+  static const std::string& areaPath(STG::RepositoryType type);
+  static std::int32_t HashCode_asJava(const std::string& s, std::int32_t modulus);
+  static std::string getLogicalName(const std::string& name, long timestamp);
+  static bool getLastVersion(const std::string& folder, const std::string& entry, long& timestamp);
+  static bool LoadKeyLine(std::string_view line, STG::NameValue& out, bool lastSeparator);
+  static void DeleteKeyLineFromFile(const std::string& folder, const std::string& logicalName,
+                                    const std::string& entry);
+  static long saveKey(const std::string& userOrDomain, const std::string& name,
+                      STG::RepositoryType type, const STG::NameValueSeq& seq);
+  static long loadKey(const std::string& userOrDomain, const std::string& name,
+                      STG::RepositoryType type, STG::NameValueSeq& seq);
+  static void RemoveFromCategFiles(const std::string& folder, const std::string& entry);
+  static std::string getBuffer(const vu_utf8string& s);
+  int getBestUpdateWay(const std::string& strRepo, const std::string& strEntry,
+                       const std::string& strType, const std::string& strPartID,
+                       std::string& partDir, std::string& preloadDir, long docTime);
+  static void AddExistVUFilesToMap(const std::string& folder,
+                                   std::multimap<std::string, std::string>& map);
+
+  static std::int32_t s_initDone;
+  static bool s_bUseDomain;
+  static std::string s_storagePath;
+  static std::string s_sCorpPath;
+  static std::string s_sSemletPath;
+  static std::string s_sUserPath;
+  static std::string s_sListPath;
+  static std::string s_sMailPath;
+  static std::string s_sConfigDirPath;
+  static std::string s_sTdcTimeStamp;
+};

@@ -1,0 +1,30 @@
+#include "platform/host/trace.h"
+
+namespace trace {
+
+std::atomic<vu_host::trace_sink*> g_sink = nullptr;
+
+void deliver(const vu_host::trace_site& site, vu_host::trace_level level, const std::string& text) {
+  if (vu_host::trace_sink* const s = sink()) s->record(site, level, text.c_str());
+}
+
+void deliver(const vu_host::trace_site& site, vu_host::trace_event event, const std::string& text) {
+  if (vu_host::trace_sink* const s = sink()) s->event(site, event, text.c_str());
+}
+
+void deliver_message(const vu_host::trace_site& site, const std::string& text) {
+  if (vu_host::trace_sink* const s = sink()) s->scope_message(site, text.c_str());
+}
+
+void Scope::begin_with(const char* label) noexcept {
+  if (vu_host::trace_sink* const s = sink()) {
+    s->scope_begin(m_site, m_level, label);
+    m_begun = true;
+  }
+}
+
+void Scope::end() noexcept {
+  if (vu_host::trace_sink* const s = sink()) s->scope_end(m_site, m_level);
+}
+
+}  // namespace trace

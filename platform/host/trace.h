@@ -1,0 +1,142 @@
+#pragma once
+
+#include <atomic>
+#include <concepts>
+#include <string>
+#include <string_view>
+
+#include "vu_host.h"
+
+/// @file
+/// Tracing as the library's own code writes it.
+///
+/// An operation opens its scope with VU_TRACE_SCOPE, and says what it decides with the record macros,
+/// each one statement with its pieces in order:
+///
+///     VU_TRACE_SCOPE(kSource, vu_host::trace_level::m, "vu_storage::OpenWrite: ", owner, " : ", entry);
+///     VU_WARNING("vu_file::size : '", path, "' not exists");
+///
+/// With no sink installed a scope and a record cost one load and one branch each. No macro evaluates
+/// its pieces unless the sink wants the text, and none throws: a text that cannot be built for want
+/// of memory is dropped.
+namespace trace {
+
+/// The host's sink, or null. Written by vu_host::install() alone.
+extern std::atomic<vu_host::trace_sink*> g_sink;
+
+inline vu_host::trace_sink* sink() { return g_sink.load(std::memory_order_acquire); }
+
+inline bool wanted(vu_host::trace_level level) {
+  const vu_host::trace_sink* const s = sink();
+  return s != nullptr && s->wants(level);
+}
+inline bool wanted(vu_host::trace_event event) {
+  const vu_host::trace_sink* const s = sink();
+  return s != nullptr && s->wants(event);
+}
+
+inline void append(std::string& text, std::string_view piece) { text += piece; }
+inline void append(std::string& text, std::integral auto number) { text += std::to_string(number); }
+inline void append(std::string& text, const vu_utf8string& piece) { text += piece.str(); }
+
+void deliver(const vu_host::trace_site& site, vu_host::trace_level level, const std::string& text);
+void deliver(const vu_host::trace_site& site, vu_host::trace_event event, const std::string& text);
+void deliver_message(const vu_host::trace_site& site, const std::string& text);
+
+/// The scope of one operation; lives on the operation's stack frame.
+class Scope {
+ public:
+  Scope(const char* source, int line, const char* signature, vu_host::trace_level level)
+      : m_site{source, line, signature}, m_level(level) {}
+  ~Scope() {
+    if (m_begun) end();
+  }
+  Scope(const Scope&) = delete;
+  Scope& operator=(const Scope&) = delete;
+
+  template <class... Pieces>
+  void begin(const Pieces&... pieces) noexcept {
+    if (wanted(m_level)) [[unlikely]]
+      begin_wanted(pieces...);
+  }
+
+  /// The operation's site, at another line of it.
+  vu_host::trace_site at(int line) const { return {m_site.source, line, m_site.signature}; }
+
+ private:
+  template <class... Pieces>
+  void begin_wanted(const Pieces&... pieces) noexcept {
+    try {
+      std::string label;
+      (append(label, pieces), ...);
+      begin_with(label.c_str());
+    } catch (...) {
+      // The label could not be built: the operation goes on without its scope.
+    }
+  }
+  void begin_with(const char* label) noexcept;
+  void end() noexcept;
+
+  vu_host::trace_site m_site;
+  vu_host::trace_level m_level;
+  bool m_begun = false;
+};
+
+template <class Kind, class... Pieces>
+void emit(const vu_host::trace_site& site, Kind kind, const Pieces&... pieces) noexcept {
+  try {
+    std::string text;
+    (append(text, pieces), ...);
+    deliver(site, kind, text);
+  } catch (...) {
+    // The text could not be built: the record is dropped.
+  }
+}
+
+template <class... Pieces>
+void emit_message(const vu_host::trace_site& site, const Pieces&... pieces) noexcept {
+  try {
+    std::string text;
+    (append(text, pieces), ...);
+    deliver_message(site, text);
+  } catch (...) {
+    // As in emit().
+  }
+}
+
+}  // namespace trace
+
+#if defined(_MSC_VER)
+#define VU_SIGNATURE __FUNCSIG__
+#else
+#define VU_SIGNATURE __PRETTY_FUNCTION__
+#endif
+
+/// Opens the operation's scope at a level, with the pieces of its label (none for no label). First
+/// statement of an operation; the record macros below need it in sight.
+#define VU_TRACE_SCOPE(source, level, ...)                               \
+  trace::Scope vu_trace_scope((source), __LINE__, VU_SIGNATURE, (level)); \
+  vu_trace_scope.begin(__VA_ARGS__)
+
+/// A record at a level ("the operation's scope" is where it belongs).
+#define VU_RECORD(level, ...)                                                     \
+  do {                                                                            \
+    if (trace::wanted(level)) [[unlikely]]                                        \
+      trace::emit(vu_trace_scope.at(__LINE__), (level), __VA_ARGS__);             \
+  } while (false)
+
+#define VU_TRACE_XS(...) VU_RECORD(vu_host::trace_level::xs, __VA_ARGS__)
+#define VU_TRACE_S(...) VU_RECORD(vu_host::trace_level::s, __VA_ARGS__)
+#define VU_TRACE_M(...) VU_RECORD(vu_host::trace_level::m, __VA_ARGS__)
+#define VU_TRACE_XL(...) VU_RECORD(vu_host::trace_level::xl, __VA_ARGS__)
+
+#define VU_SUCCESS(...) VU_RECORD(vu_host::trace_event::success, __VA_ARGS__)
+#define VU_WARNING(...) VU_RECORD(vu_host::trace_event::warning, __VA_ARGS__)
+#define VU_ERROR(...) VU_RECORD(vu_host::trace_event::error, __VA_ARGS__)
+
+/// Attaches a message to the operation's scope.
+#define VU_SCOPE_MESSAGE(...)                                             \
+  do {                                                                    \
+    if (trace::sink() != nullptr) [[unlikely]]                            \
+      trace::emit_message(vu_trace_scope.at(__LINE__), __VA_ARGS__);      \
+  } while (false)

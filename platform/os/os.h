@@ -1,0 +1,229 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "vu_i18n.h"
+
+/// @file
+/// The seam between the library and the operating system.
+///
+/// Values go in, values come out: nothing here throws (but for memory running out), traces, retries
+/// or decides. Reads and writes are the one exception to "asked once": they go on after an
+/// interruption or a short transfer until the count, the end of the file or an error is reached.
+/// os_windows.cpp and os_posix.cpp each hold one system whole. The Windows side is the reference;
+/// what the POSIX side does to give equal results is told in docs/porting.md.
+///
+/// Text conventions of both sides: paths arrive with "\" or "/" as separators, maybe with the
+/// prefix
+/// "\\?\"; a path ends at its first NUL.
+namespace os {
+
+/// Why a call failed, as far as anybody above the seam asks.
+enum class Failure : std::uint8_t {
+  kNone,           ///< it succeeded
+  kNotFound,       ///< the path, or a folder on the way to it, does not exist (or is a plain file)
+  kAlreadyExists,  ///< the name to be made is taken
+  kLocked,         ///< another handle holds a conflicting lock
+  kOther,
+};
+
+/// The outcome of a call: success, or the system's own error code (a Windows error number there, an
+/// errno value on POSIX systems and where a C runtime function is called) with its meaning.
+class [[nodiscard]] Status {
+ public:
+  constexpr Status() = default;
+  constexpr Status(std::int32_t code, Failure failure) : m_code(code), m_failure(failure) {}
+
+  constexpr bool ok() const { return m_failure == Failure::kNone; }
+  constexpr std::int32_t code() const { return m_code; }
+  constexpr Failure failure() const { return m_failure; }
+
+ private:
+  std::int32_t m_code = 0;
+  Failure m_failure = Failure::kNone;
+};
+
+/// A path on its way to the system. It borrows the string it is made from, and knows whether that
+/// is narrow (the process's ANSI code page on Windows, bytes on POSIX systems) or wide (UTF-16).
+class Path {
+ public:
+  Path(const std::string& narrow) : m_narrow(narrow.c_str()) {}
+  Path(const ucs2string& wide) : m_wide(wide.c_str()) {}
+
+  bool is_wide() const { return m_wide != nullptr; }
+  /// Null for a wide path.
+  const char* narrow() const { return m_narrow; }
+  /// Null for a narrow path.
+  const char16_t* wide() const { return m_wide; }
+
+ private:
+  const char* m_narrow = nullptr;
+  const char16_t* m_wide = nullptr;
+};
+
+/// An open file. On Windows it is the system's handle (whose upper half is only sign extension), on
+/// POSIX systems a tagged number (slot and generation) that never equals a descriptor's and fails
+/// once closed, even when the descriptor behind it has been given to another file.
+using Handle = std::int32_t;
+inline constexpr Handle kNoHandle = -1;
+
+enum class Access : std::uint8_t {
+  kReadExisting,     ///< read; the file must exist
+  kReadWriteCreate,  ///< read and write; the file is made when missing, never cut
+};
+
+/// Flags of a lock request.
+inline constexpr std::uint32_t kLockFailAtOnce = 1;
+inline constexpr std::uint32_t kLockExclusive = 2;
+
+/// The system part of a lock record: zeroed, sized and aligned for the Windows overlapped record.
+inline constexpr std::size_t kLockRegionSize = 32;
+inline constexpr std::size_t kLockRegionAlign = 8;
+
+/// One request for a lock over a range that begins where `region` says (0 when zeroed).
+struct LockRequest {
+  std::uint32_t flags =
+      0;  ///< kLockExclusive, else shared; kLockFailAtOnce, else wait without limit
+  std::uint32_t reserved = 0;
+  std::uint32_t length_low = 0;
+  std::uint32_t length_high = 0;
+  void* region = nullptr;  ///< kLockRegionSize bytes; not used on POSIX systems
+};
+
+enum class EntryKind : std::uint8_t {
+  kFile,
+  kFolder,
+  kUnknown,  ///< the listing does not say (a link, say): ask stat()
+};
+
+/// One name of a listing: narrow for a narrow folder, UTF-8 for a wide one.
+struct Entry {
+  std::string name;
+  EntryKind kind = EntryKind::kUnknown;
+};
+
+/// Times in seconds since 1970-01-01 UTC, size in bytes.
+struct FileStat {
+  std::int64_t access_time = 0;
+  std::int64_t modify_time = 0;
+  std::uint64_t size = 0;
+  bool is_directory = false;
+};
+
+enum class Links : std::uint8_t {
+  kFollow,  ///< describe what the link leads to
+  kKeep,    ///< a link to a folder counts as a plain file (used where things are removed)
+};
+
+enum class IfExists : std::uint8_t { kReplace, kFail };
+
+/// The functions as the system gives them. Everybody calls them as os::open() and so on; a test
+/// build puts its own layer of the same names in between (VU_OS_FAULTS).
+namespace sys {
+
+// ---- files -----------------------------------------------------------------------------------
+
+/// Opens or makes a file, shared with readers, writers and removers alike. A folder cannot be
+/// opened, and a read-only file not for writing, whoever asks. @p handle is kNoHandle on failure.
+Status open(Path path, Access access, Handle& handle);
+/// Closes the handle, which gives up its lock; never repeated. A handle that was closed before
+/// fails.
+Status close(Handle handle);
+/// Reads at the current position up to @p count bytes; fewer only at the end of the file (success,
+/// @p done below @p count, 0 at the end) or on an error. On a handle without a lock of its own it
+/// fails with Failure::kLocked while another handle holds an exclusive lock.
+Status read(Handle handle, void* buffer, std::size_t count, std::size_t& done);
+/// Writes at the current position; @p done tells how many bytes were written, also on an error. On
+/// a handle without a lock of its own it fails with Failure::kLocked while another handle holds any
+/// lock.
+Status write(Handle handle, const void* data, std::size_t count, std::size_t& done);
+/// Moves the file position by @p distance from the start (0), the position (1) or the end (2).
+Status seek(Handle handle, std::int32_t distance, std::int16_t method);
+/// Cuts or extends the file to the current position.
+Status set_end(Handle handle);
+/// Writes the file's buffers and its times to the device.
+Status flush(Handle handle);
+/// Takes a lock that belongs to this open handle, conflicts with those of every other handle (of
+/// this process too) and ends with close() or the end of the process.
+Status lock(Handle handle, const LockRequest& request);
+/// Gives the whole-file lock back.
+Status unlock(Handle handle);
+
+// ---- questions -------------------------------------------------------------------------------
+
+/// Whether the system knows attributes of the path (used for network paths).
+Status probe_attributes(Path path);
+/// Whether a directory search with the path as pattern finds something: "*" and "?" in the last
+/// component match as patterns; links are found as such, dangling ones included; a path that ends
+/// in
+/// "\." is found when what stands before exists; the empty path and one ending in a separator are
+/// not.
+Status probe_search(Path path);
+/// Lists every entry of a folder except "." and "..", in the system's order. @p folder ends in a
+/// separator. Appends to @p entries.
+Status list(Path folder, std::vector<Entry>& entries);
+/// Describes a file or folder. A trailing separator is dropped first, but then only a folder is
+/// found. Through a narrow path only the low 32 bits of the size are dependable.
+Status stat(Path path, FileStat& result, Links links = Links::kFollow);
+
+// ---- changes ---------------------------------------------------------------------------------
+
+/// Makes a file readable and writable for its owner (clears the read-only attribute).
+Status make_writable(Path path);
+/// Makes one folder; a taken name (whatever it is) is Failure::kAlreadyExists.
+Status create_directory(Path path);
+/// Removes one empty folder (or, on Windows, a link to a folder).
+Status remove_directory(Path path);
+/// Removes one file or link. A read-only file stays, whoever asks.
+Status remove_file(Path path);
+/// Renames a file or folder; fails when the new name is taken, but succeeds onto itself.
+Status rename(Path from, Path to);
+/// Copies a file with its modification time and read-only state. Fails on a folder, onto itself, on
+/// a read-only target and against a foreign lock; what it cannot complete it removes.
+Status copy(Path from, Path to, IfExists if_exists);
+
+// ---- names -----------------------------------------------------------------------------------
+
+/// The short (8.3) form of a path, where the system has one; a buffer of 32,767 characters.
+Status short_path(const ucs2string& path, ucs2string& result);
+/// The current directory.
+Status current_directory(ucs2string& result);
+/// The absolute form of a path, "." and ".." folded as text; nothing is looked up.
+Status full_path(const ucs2string& path, ucs2string& result);
+/// The folder of the running program, without a trailing separator.
+Status program_folder(ucs2string& result);
+/// The folder for temporary files, without a trailing separator.
+Status temporary_folder(ucs2string& result);
+/// A wide text in the narrow encoding of paths.
+std::string to_narrow(const ucs2string& text);
+/// Whether a byte begins a two-byte character in the narrow encoding.
+bool is_lead_byte(unsigned char byte);
+
+// ---- the rest --------------------------------------------------------------------------------
+
+/// The calling thread's last error code.
+std::int32_t last_error();
+/// The system's text for an error code, in its default language, ended by CR LF; empty when it has
+/// none.
+std::string error_text(std::int32_t code);
+/// The same, asked for in wide characters.
+ucs2string error_text_wide(std::int32_t code);
+/// Seconds since 1970-01-01 UTC.
+std::int64_t now();
+/// Whether the system is of the NT family.
+bool nt_family();
+
+}  // namespace sys
+
+#if !defined(VU_OS_FAULTS)
+using namespace sys;
+#endif
+
+}  // namespace os
+
+#if defined(VU_OS_FAULTS)
+#include "tests/support/os_faults.h"
+#endif

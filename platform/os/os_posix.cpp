@@ -1,0 +1,509 @@
+#include "platform/os/os.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/os/posix_calls.h"
+#include "platform/os/posix_handles.h"
+#include "platform/os/posix_path.h"
+
+// The functions of the seam bear the names of system calls; "::" in front marks the system's own.
+namespace os::sys {
+
+namespace {
+
+using posix::Descriptor;
+using posix::entry_info;
+using posix::ErrnoKeeper;
+using posix::fail;
+using posix::FileInfo;
+using posix::HandleTable;
+using posix::info_of;
+using posix::is_folder;
+using posix::is_read_only;
+using posix::is_same_file;
+using posix::native;
+using posix::read_fully;
+using posix::result_of;
+using posix::TransferGuard;
+using posix::uninterrupted;
+using posix::write_fully;
+
+constexpr ::mode_t kPermissions = 07777;
+constexpr ::mode_t kOwnerReadWrite = S_IRUSR | S_IWUSR;
+constexpr ::mode_t kAllWrite = S_IWUSR | S_IWGRP | S_IWOTH;
+
+// ---- listings ----------------------------------------------------------------------------------
+
+/// A separator or the end of a line: the library could not name such a file, or would take it for
+/// two.
+bool is_foreign(std::string_view name) {
+  return name.find_first_of("\\\n") != std::string_view::npos;
+}
+
+/// Calls @p visit with each entry until it returns false. Fails when the listing breaks off.
+template <class Visit>
+Status for_each_entry(const std::string& folder, Visit visit) {
+  struct Closer {
+    void operator()(DIR* stream) const {
+      const ErrnoKeeper keeper;
+      ::closedir(stream);
+    }
+  };
+  const std::unique_ptr<DIR, Closer> stream(::opendir(folder.c_str()));
+  if (!stream) return fail(errno);
+  for (;;) {
+    errno = 0;
+    const dirent* entry = ::readdir(stream.get());
+    if (entry == nullptr) return errno == 0 ? Status() : fail(errno);
+    if (!is_foreign(entry->d_name) && !visit(*entry)) return {};
+  }
+}
+
+Status probe_pattern(const posix::Split& split) {
+  bool found = false;
+  const Status listed = for_each_entry(split.folder, [&](const dirent& entry) {
+    found = posix::matches(split.name, entry.d_name);
+    return !found;
+  });
+  if (!listed.ok()) return listed;
+  return found ? Status() : fail(ENOENT);
+}
+
+// ---- handles -----------------------------------------------------------------------------------
+
+/// Never destroyed: a handle object of static lifetime may still close its file at the very end.
+HandleTable& handles() {
+  static auto* const table = new HandleTable;
+  return *table;
+}
+
+/// Runs @p transfer on the handle's descriptor, guarded unless the handle holds a lock: then not
+/// one system call is added.
+template <class Transfer>
+Status guarded(Handle handle, int lock_type, Transfer transfer) {
+  const std::optional<HandleTable::File> file = handles().find(handle);
+  if (!file) return fail(EBADF);
+  if (file->has_lock) return transfer(file->descriptor);
+  const TransferGuard guard(file->descriptor, lock_type);
+  return guard.refused() ? guard.refusal() : transfer(file->descriptor);
+}
+
+// ---- renaming without replacing ----------------------------------------------------------------
+
+/// Renames onto a stand-in that was made to take the new name, and which a rename may replace.
+Status rename_onto_stand_in(const std::string& from, const std::string& to) {
+  if (::rename(from.c_str(), to.c_str()) == 0) return {};
+  const Status failed = fail(errno);
+  const ErrnoKeeper keeper;
+  ::remove(to.c_str());
+  return failed;
+}
+
+Status rename_by_link(const std::string& from, const std::string& to) {
+  if (::link(from.c_str(), to.c_str()) == 0) {
+    if (::unlink(from.c_str()) == 0) return {};
+    const Status failed = fail(errno);
+    const ErrnoKeeper keeper;
+    ::unlink(to.c_str());
+    return failed;
+  }
+  // Links may be missing, or refused for a file of another owner.
+  if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS) return fail(errno);
+  const Descriptor stand_in(::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR));
+  return stand_in.valid() ? rename_onto_stand_in(from, to) : fail(errno);
+}
+
+/// For file systems that cannot rename without replacing: the new name is taken in a first step
+/// that fails when it exists.
+Status rename_in_two_steps(const std::string& from, const std::string& to, const FileInfo& source) {
+  if (!is_folder(source)) return rename_by_link(from, to);
+  if (::mkdir(to.c_str(), S_IRWXU) != 0) return fail(errno);
+  return rename_onto_stand_in(from, to);
+}
+
+// ---- copying -----------------------------------------------------------------------------------
+
+/// Anything but a plain file is no document; a pipe, moreover, would wait for its other end.
+Status check_regular(const FileInfo& info) {
+  if (is_folder(info)) return fail(EISDIR);
+  return S_ISREG(info.st_mode) ? Status() : fail(EINVAL);
+}
+
+/// One copy of a file, run once.
+class FileCopy {
+ public:
+  FileCopy(Path from, Path to) : m_from(native(from)), m_to(native(to)) {}
+
+  Status run(IfExists if_exists) {
+    if (const Status opened = open_source(); !opened.ok()) return opened;
+    const TransferGuard guard(m_source.get(), F_RDLCK);
+    if (guard.refused()) return guard.refusal();
+    if (const Status opened = open_target(if_exists); !opened.ok()) return opened;
+    Status status = fill_target();
+    // A network file system may tell only now that its disk is full.
+    if (status.ok()) status = result_of(::close(m_target.release()));
+    if (!status.ok() && m_begun) remove_half_copy();
+    return status;
+  }
+
+ private:
+  static constexpr int kFlags = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+
+  Status open_source() {
+    m_source = Descriptor(::open(m_from.c_str(), O_RDONLY | kFlags));
+    if (!m_source.valid() || ::fstat(m_source.get(), &m_source_info) != 0) return fail(errno);
+    return check_regular(m_source_info);
+  }
+
+  /// Nothing is cut yet: the target may turn out to be the source.
+  Status open_target(IfExists if_exists) {
+    constexpr int kWrite = O_WRONLY | O_CREAT | kFlags;
+    m_target = Descriptor(::open(m_to.c_str(), kWrite | O_EXCL, 0666));
+    m_existed = !m_target.valid() && errno == EEXIST && if_exists == IfExists::kReplace;
+    if (m_existed) m_target = Descriptor(::open(m_to.c_str(), kWrite, 0666));
+    if (!m_target.valid() || ::fstat(m_target.get(), &m_target_info) != 0) return fail(errno);
+    if (!m_existed) return {};
+    if (is_same_file(m_source_info, m_target_info)) return fail(EBUSY);
+    if (is_read_only(m_target_info)) return fail(EACCES);
+    return check_regular(m_target_info);
+  }
+
+  Status fill_target() {
+    const TransferGuard guard(m_target.get(), F_WRLCK);
+    if (guard.refused()) return guard.refusal();
+    if (m_existed) {
+      if (const Status ready = make_room(); !ready.ok()) return ready;
+    }
+    m_begun = true;
+    const Status copied = copy_content();
+    return copied.ok() ? copy_properties() : copied;
+  }
+
+  /// Cuts an existing target, but not before the disk is known to have room for what replaces it.
+  Status make_room() {
+    const ::off_t size = m_source_info.st_size;
+    const auto reserve = [&] { return ::fallocate(m_target.get(), FALLOC_FL_KEEP_SIZE, 0, size); };
+    if (size > 0 && uninterrupted(reserve) != 0) {
+      // Any other code says that the file system does not reserve.
+      if (errno == ENOSPC || errno == EDQUOT || errno == EFBIG) return fail(errno);
+    }
+    return result_of(uninterrupted([&] { return ::ftruncate(m_target.get(), 0); }));
+  }
+
+  /// The kernel copies what it can; reading and writing does the rest, for file systems that cannot
+  /// copy and files whose size tells nothing of their content.
+  Status copy_content() {
+    const auto copy_piece = [&] {
+      return ::copy_file_range(m_source.get(), nullptr, m_target.get(), nullptr,
+                               posix::kLargestPiece, 0);
+    };
+    while (uninterrupted(copy_piece) > 0) {
+    }
+    std::vector<char> buffer(65536);
+    for (;;) {
+      std::size_t filled = 0;
+      const Status read = read_fully(m_source.get(), buffer.data(), buffer.size(), filled);
+      if (!read.ok()) return read;
+      std::size_t written = 0;
+      const Status write = write_fully(m_target.get(), buffer.data(), filled, written);
+      if (!write.ok() || filled < buffer.size()) return write;
+    }
+  }
+
+  /// The source's modification time and read-only state; the copy counts as read just now.
+  Status copy_properties() {
+    const std::array<timespec, 2> times = {timespec{0, UTIME_NOW}, m_source_info.st_mtim};
+    if (::futimens(m_target.get(), times.data()) != 0) return fail(errno);
+    if (!is_read_only(m_source_info)) return {};
+    const ::mode_t mode = m_target_info.st_mode & kPermissions & ~kAllWrite;
+    return result_of(::fchmod(m_target.get(), mode));
+  }
+
+  /// Removes what was begun, unless its name has gone to another file in the meantime.
+  void remove_half_copy() const {
+    const ErrnoKeeper keeper;
+    const std::optional<FileInfo> entry = entry_info(m_to);
+    if (entry && is_same_file(*entry, m_target_info)) ::unlink(m_to.c_str());
+  }
+
+  const std::string m_from;
+  const std::string m_to;
+  Descriptor m_source;
+  Descriptor m_target;
+  FileInfo m_source_info{};
+  FileInfo m_target_info{};
+  bool m_existed = false;
+  bool m_begun = false;  ///< the target holds part of the copy, or nothing
+};
+
+// ---- names -------------------------------------------------------------------------------------
+
+/// A name of the system as the library's text. It cannot be one when its bytes are no UTF-8.
+Status to_text(std::string_view bytes, ucs2string& result) {
+  std::u16string text;
+  if (!posix::to_wide(bytes, text)) return fail(EILSEQ);
+  result = ucs2string(std::move(text));
+  return {};
+}
+
+std::optional<std::string> working_folder() {
+  struct Release {
+    void operator()(char* text) const { std::free(text); }
+  };
+  const std::unique_ptr<char, Release> path(::getcwd(nullptr, 0));
+  if (!path) return std::nullopt;
+  return path.get();
+}
+
+}  // namespace
+
+// ---- files -------------------------------------------------------------------------------------
+
+Status open(Path path, Access access, Handle& handle) {
+  handle = kNoHandle;
+  const bool writing = access == Access::kReadWriteCreate;
+  const int flags = O_CLOEXEC | O_NOCTTY | (writing ? O_RDWR | O_CREAT : O_RDONLY);
+  Descriptor descriptor(::open(native(path).c_str(), flags, 0666));
+  FileInfo info{};
+  if (!descriptor.valid() || ::fstat(descriptor.get(), &info) != 0) return fail(errno);
+  if (is_folder(info)) return fail(EISDIR);
+  if (writing && is_read_only(info)) return fail(EACCES);
+  const std::optional<Handle> added = handles().add(descriptor.get());
+  if (!added) return fail(EMFILE);
+  descriptor.release();
+  handle = *added;
+  return {};
+}
+
+Status close(Handle handle) {
+  const std::optional<HandleTable::File> file = handles().remove(handle);
+  if (!file) return fail(EBADF);
+  // Never repeated: the number is free after an interruption too, and maybe in use elsewhere.
+  return result_of(::close(file->descriptor));
+}
+
+Status read(Handle handle, void* buffer, std::size_t count, std::size_t& done) {
+  done = 0;
+  return guarded(handle, F_RDLCK,
+                 [&](int descriptor) { return read_fully(descriptor, buffer, count, done); });
+}
+
+Status write(Handle handle, const void* data, std::size_t count, std::size_t& done) {
+  done = 0;
+  return guarded(handle, F_WRLCK,
+                 [&](int descriptor) { return write_fully(descriptor, data, count, done); });
+}
+
+Status seek(Handle handle, std::int32_t distance, std::int16_t method) {
+  static_assert(SEEK_SET == 0 && SEEK_CUR == 1 && SEEK_END == 2);
+  const std::optional<HandleTable::File> file = handles().find(handle);
+  if (!file) return fail(EBADF);
+  if (method < SEEK_SET || method > SEEK_END) return fail(EINVAL);
+  return ::lseek(file->descriptor, distance, method) < 0 ? fail(errno) : Status();
+}
+
+Status set_end(Handle handle) {
+  const std::optional<HandleTable::File> file = handles().find(handle);
+  if (!file) return fail(EBADF);
+  const ::off_t position = ::lseek(file->descriptor, 0, SEEK_CUR);
+  if (position < 0) return fail(errno);
+  return result_of(::ftruncate(file->descriptor, position));
+}
+
+Status flush(Handle handle) {
+  const std::optional<HandleTable::File> file = handles().find(handle);
+  // Not fdatasync: the times decide whether a document is up to date.
+  return file ? result_of(::fsync(file->descriptor)) : fail(EBADF);
+}
+
+Status lock(Handle handle, const LockRequest& request) {
+  const std::optional<HandleTable::File> file = handles().find(handle);
+  if (!file) return fail(EBADF);
+  const int command = request.flags & kLockFailAtOnce ? F_OFD_SETLK : F_OFD_SETLKW;
+  const int type = request.flags & kLockExclusive ? F_WRLCK : F_RDLCK;
+  if (posix::set_whole_file_lock(file->descriptor, command, type) != 0) {
+    return posix::is_refusal(errno) ? fail(errno, Failure::kLocked) : fail(errno);
+  }
+  handles().set_lock(handle, true);
+  return {};
+}
+
+Status unlock(Handle handle) {
+  const std::optional<HandleTable::File> file = handles().find(handle);
+  if (!file) return fail(EBADF);
+  // The system would not mind.
+  if (!file->has_lock) return fail(EINVAL);
+  if (posix::set_whole_file_lock(file->descriptor, F_OFD_SETLK, F_UNLCK) != 0) return fail(errno);
+  handles().set_lock(handle, false);
+  return {};
+}
+
+// ---- questions ---------------------------------------------------------------------------------
+
+Status probe_attributes(Path path) { return info_of(native(path)) ? Status() : fail(errno); }
+
+Status probe_search(Path path) {
+  std::string name = native(path);
+  // A search looks for an entry, and this is none; the root has none but its ".".
+  if (name.empty() || name.ends_with('/')) return fail(ENOENT);
+  name = posix::trim_self_entries(std::move(name));
+  const posix::Split split = posix::split_last(name);
+  if (posix::is_pattern(split.name)) return probe_pattern(split);
+  return entry_info(name) ? Status() : fail(errno);
+}
+
+Status list(Path folder, std::vector<Entry>& entries) {
+  const auto kind_of = [](const dirent& entry) {
+    if (entry.d_type == DT_DIR) return EntryKind::kFolder;
+    return entry.d_type == DT_REG ? EntryKind::kFile : EntryKind::kUnknown;
+  };
+  std::vector<Entry> found;
+  const Status status = for_each_entry(native(folder), [&](const dirent& entry) {
+    const std::string_view name = entry.d_name;
+    if (name != "." && name != "..") found.push_back({std::string(name), kind_of(entry)});
+    return true;
+  });
+  if (status.ok()) std::move(found.begin(), found.end(), std::back_inserter(entries));
+  return status;
+}
+
+Status stat(Path path, FileStat& result, Links links) {
+  const posix::Trimmed trimmed = posix::trim_separators(native(path));
+  const auto info = links == Links::kKeep ? entry_info(trimmed.path) : info_of(trimmed.path);
+  // A missing file, whichever way the system puts it: the layer above words its trace by that.
+  if (!info) return fail(errno == ENOTDIR ? ENOENT : errno);
+  if (trimmed.had_separator && !is_folder(*info)) return fail(ENOENT);
+  result.access_time = info->st_atime;
+  result.modify_time = info->st_mtime;
+  result.size = static_cast<std::uint64_t>(info->st_size);
+  result.is_directory = is_folder(*info);
+  return {};
+}
+
+// ---- changes -----------------------------------------------------------------------------------
+
+Status make_writable(Path path) {
+  const std::string name = native(path);
+  const std::optional<FileInfo> info = info_of(name);
+  const ::mode_t mode = info ? info->st_mode & kPermissions : 0;
+  return result_of(::chmod(name.c_str(), mode | kOwnerReadWrite));
+}
+
+Status create_directory(Path path) { return result_of(::mkdir(native(path).c_str(), 0777)); }
+
+Status remove_directory(Path path) {
+  const std::string name = native(path);
+  if (::rmdir(name.c_str()) == 0) return {};
+  const Status failed = fail(errno);
+  // The name itself may be the plain file; that is there.
+  const ErrnoKeeper keeper;
+  const bool is_there = failed.code() == ENOTDIR && entry_info(name);
+  return is_there ? Status(ENOTDIR, Failure::kOther) : failed;
+}
+
+Status remove_file(Path path) {
+  const std::string name = native(path);
+  const std::optional<FileInfo> info = entry_info(name);
+  if (!info) return fail(errno);
+  if (is_folder(*info)) return fail(EISDIR);
+  if (is_read_only(*info)) return fail(EACCES);
+  return result_of(::unlink(name.c_str()));
+}
+
+Status rename(Path from, Path to) {
+  const std::string old_name = native(from);
+  const std::string new_name = native(to);
+  const std::optional<FileInfo> source = entry_info(old_name);
+  if (!source) return fail(errno);
+  const std::optional<FileInfo> target = entry_info(new_name);
+  if (target && is_same_file(*source, *target)) return {};
+  const char* const old_path = old_name.c_str();
+  const char* const new_path = new_name.c_str();
+  if (::renameat2(AT_FDCWD, old_path, AT_FDCWD, new_path, RENAME_NOREPLACE) == 0) return {};
+  if (errno != EINVAL && errno != ENOSYS) return fail(errno);
+  return rename_in_two_steps(old_name, new_name, *source);
+}
+
+Status copy(Path from, Path to, IfExists if_exists) { return FileCopy(from, to).run(if_exists); }
+
+// ---- names -------------------------------------------------------------------------------------
+
+Status short_path(const ucs2string&, ucs2string&) { return fail(ENOTSUP); }
+
+Status current_directory(ucs2string& result) {
+  const std::optional<std::string> folder = working_folder();
+  return folder ? to_text(*folder, result) : fail(errno);
+}
+
+Status full_path(const ucs2string& path, ucs2string& result) {
+  std::string text = native(path);
+  if (!text.starts_with('/')) {
+    const std::optional<std::string> folder = working_folder();
+    if (!folder) return fail(errno);
+    text = text.empty() ? *folder : *folder + "/" + text;
+  }
+  return to_text(posix::fold(text), result);
+}
+
+Status program_folder(ucs2string& result) {
+  std::string path(256, '\0');
+  for (;;) {
+    const ::ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
+    if (length < 0) return fail(errno);
+    if (static_cast<std::size_t>(length) < path.size()) {
+      path.resize(static_cast<std::size_t>(length));
+      return to_text(posix::trim_separators(posix::split_last(path).folder).path, result);
+    }
+    path.resize(path.size() * 2);
+  }
+}
+
+Status temporary_folder(ucs2string& result) {
+  const char* const chosen = std::getenv("TMPDIR");
+  const std::string folder = chosen != nullptr && *chosen != '\0' ? chosen : "/tmp";
+  return to_text(posix::trim_separators(folder).path, result);
+}
+
+std::string to_narrow(const ucs2string& text) { return posix::to_bytes(text.str()); }
+
+/// No byte of a UTF-8 character looks like a separator.
+bool is_lead_byte(unsigned char) { return false; }
+
+// ---- the rest ----------------------------------------------------------------------------------
+
+std::int32_t last_error() { return errno; }
+
+std::string error_text(std::int32_t code) {
+  // Untranslated: a translation would come in the encoding of the host program's locale.
+  const char* const text = ::strerrordesc_np(code);
+  return text == nullptr ? std::string() : std::string(text) + "\r\n";
+}
+
+ucs2string error_text_wide(std::int32_t code) {
+  const std::string text = error_text(code);
+  return ucs2string(std::u16string(text.begin(), text.end()));
+}
+
+std::int64_t now() { return std::time(nullptr); }
+
+/// Everything that asks expects that generation's abilities, and gets them.
+bool nt_family() { return true; }
+
+}  // namespace os::sys

@@ -1,0 +1,512 @@
+#include "platform/os/os.h"
+
+// The only file that sees this header. It turns many names into macros, CreateDirectory among them,
+// so it comes after our own header, and no name of the seam is one of them.
+#include <windows.h>
+
+#include <direct.h>
+#include <io.h>
+#include <mbctype.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <cwchar>
+#include <limits>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#if defined(_MSC_VER)
+// GetVersion() is deprecated for its version number, which nobody looks at here.
+#pragma warning(disable : 4996)
+#endif
+
+namespace os::sys {
+
+namespace {
+
+static_assert(sizeof(OVERLAPPED) == kLockRegionSize && alignof(OVERLAPPED) == kLockRegionAlign);
+static_assert(kLockFailAtOnce == LOCKFILE_FAIL_IMMEDIATELY);
+static_assert(kLockExclusive == LOCKFILE_EXCLUSIVE_LOCK);
+static_assert(sizeof(wchar_t) == sizeof(char16_t));
+
+/// The longest path the system knows, its end included.
+constexpr DWORD kLongestPath = 32767;
+/// A transfer's count is 32 bits wide, and drivers have been seen to refuse the largest ones.
+constexpr std::size_t kLargestPiece = std::size_t{1} << 30;
+
+// ---- results -----------------------------------------------------------------------------------
+
+/// A system error number with its meaning.
+Status fail(DWORD code) {
+  const auto number = static_cast<std::int32_t>(code);
+  switch (code) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+      return {number, Failure::kNotFound};
+    case ERROR_ALREADY_EXISTS:
+    case ERROR_FILE_EXISTS:
+      return {number, Failure::kAlreadyExists};
+    case ERROR_LOCK_VIOLATION:
+      return {number, Failure::kLocked};
+    default:
+      return {number, Failure::kOther};
+  }
+}
+
+/// Asks for the error number first of all, as the contract of this system wants it.
+Status result_of(BOOL succeeded) { return succeeded ? Status() : fail(GetLastError()); }
+
+/// An error number of the C runtime with its meaning.
+Status fail_runtime(int code) {
+  switch (code) {
+    case ENOENT:
+      return {code, Failure::kNotFound};
+    case EEXIST:
+      return {code, Failure::kAlreadyExists};
+    default:
+      return {code, Failure::kOther};
+  }
+}
+
+Status result_of_runtime(int returned) { return returned == 0 ? Status() : fail_runtime(errno); }
+
+// ---- text --------------------------------------------------------------------------------------
+
+const wchar_t* wide_text(const char16_t* text) { return reinterpret_cast<const wchar_t*>(text); }
+
+ucs2string to_ucs2(const wchar_t* text, std::size_t length) {
+  return ucs2string(std::u16string(reinterpret_cast<const char16_t*>(text), length));
+}
+
+std::string to_multibyte(UINT code_page, std::wstring_view text) {
+  if (text.empty()) return {};
+  const int length = static_cast<int>(text.size());
+  const int needed =
+      WideCharToMultiByte(code_page, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+  std::string result(static_cast<std::size_t>(std::max(needed, 0)), '\0');
+  WideCharToMultiByte(code_page, 0, text.data(), length, result.data(), needed, nullptr, nullptr);
+  return result;
+}
+
+/// Calls @p use with the path's text, be it narrow or wide. The overloads below pick the system's
+/// function by that type, so that both forms go through one body.
+template <class Use>
+auto with_text(Path path, Use use) {
+  return path.is_wide() ? use(wide_text(path.wide())) : use(path.narrow());
+}
+
+/// Drops the separators at the end of a path, but for a root ("\", "C:\"). Returns whether there
+/// were any.
+template <class Character>
+bool trim_separators(std::basic_string<Character>& path) {
+  const auto is_separator = [](Character character) {
+    return character == Character('\\') || character == Character('/');
+  };
+  bool trimmed = false;
+  while (path.size() > 1 && is_separator(path.back()) && path[path.size() - 2] != Character(':')) {
+    path.pop_back();
+    trimmed = true;
+  }
+  return trimmed;
+}
+
+// ---- the narrow and the wide form of each call
+// ---------------------------------------------------
+
+HANDLE create_file(const char* path, DWORD access, DWORD disposition) {
+  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+  return CreateFileA(path, access, kShareAll, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+HANDLE create_file(const wchar_t* path, DWORD access, DWORD disposition) {
+  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+  return CreateFileW(path, access, kShareAll, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+HANDLE find_first(const char* pattern, WIN32_FIND_DATAA& found) {
+  return FindFirstFileA(pattern, &found);
+}
+HANDLE find_first(const wchar_t* pattern, WIN32_FIND_DATAW& found) {
+  return FindFirstFileW(pattern, &found);
+}
+BOOL find_next(HANDLE search, WIN32_FIND_DATAA& found) { return FindNextFileA(search, &found); }
+BOOL find_next(HANDLE search, WIN32_FIND_DATAW& found) { return FindNextFileW(search, &found); }
+
+BOOL get_attributes(const char* path, WIN32_FILE_ATTRIBUTE_DATA& data) {
+  return GetFileAttributesExA(path, GetFileExInfoStandard, &data);
+}
+BOOL get_attributes(const wchar_t* path, WIN32_FILE_ATTRIBUTE_DATA& data) {
+  return GetFileAttributesExW(path, GetFileExInfoStandard, &data);
+}
+
+BOOL make_folder(const char* path) { return CreateDirectoryA(path, nullptr); }
+BOOL make_folder(const wchar_t* path) { return CreateDirectoryW(path, nullptr); }
+BOOL remove_folder(const char* path) { return RemoveDirectoryA(path); }
+BOOL remove_folder(const wchar_t* path) { return RemoveDirectoryW(path); }
+BOOL delete_file(const char* path) { return DeleteFileA(path); }
+BOOL delete_file(const wchar_t* path) { return DeleteFileW(path); }
+
+int runtime_stat(const char* path, struct _stat64i32& data) { return _stat64i32(path, &data); }
+int runtime_stat(const wchar_t* path, struct _stat64& data) { return _wstat64(path, &data); }
+int runtime_chmod(const char* path, int mode) { return _chmod(path, mode); }
+int runtime_chmod(const wchar_t* path, int mode) { return _wchmod(path, mode); }
+
+DWORD format_message(DWORD flags, DWORD code, DWORD language, char** text) {
+  return FormatMessageA(flags, nullptr, code, language, reinterpret_cast<char*>(text), 0, nullptr);
+}
+DWORD format_message(DWORD flags, DWORD code, DWORD language, wchar_t** text) {
+  return FormatMessageW(flags, nullptr, code, language, reinterpret_cast<wchar_t*>(text), 0,
+                        nullptr);
+}
+
+template <class Character>
+struct Records;
+template <>
+struct Records<char> {
+  using Find = WIN32_FIND_DATAA;
+  using Stat = struct _stat64i32;
+  static std::uint64_t size(const Stat& data) { return static_cast<std::uint32_t>(data.st_size); }
+  static std::string name(const Find& found) { return found.cFileName; }
+};
+template <>
+struct Records<wchar_t> {
+  using Find = WIN32_FIND_DATAW;
+  using Stat = struct _stat64;
+  static std::uint64_t size(const Stat& data) { return static_cast<std::uint64_t>(data.st_size); }
+  static std::string name(const Find& found) { return to_multibyte(CP_UTF8, found.cFileName); }
+};
+
+// ---- files and folders -------------------------------------------------------------------------
+
+struct SearchCloser {
+  void operator()(HANDLE search) const { FindClose(search); }
+};
+using Search = std::unique_ptr<void, SearchCloser>;
+
+/// Null when the search finds nothing; the error number is then the system's last.
+template <class Character>
+Search start_search(const Character* pattern, typename Records<Character>::Find& found) {
+  const HANDLE search = find_first(pattern, found);
+  return Search(search == INVALID_HANDLE_VALUE ? nullptr : search);
+}
+
+/// Whether the path is a link to another place (a junction, a symbolic link) and not, say, a folder
+/// of a cloud drive, which is stored in a special way as well.
+template <class Character>
+bool is_link(const Character* path, const WIN32_FILE_ATTRIBUTE_DATA& data) {
+  if (!(data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT)) return false;
+  typename Records<Character>::Find found{};
+  return start_search(path, found) && IsReparseTagNameSurrogate(found.dwReserved0);
+}
+
+std::int64_t unix_seconds(const FILETIME& time) {
+  constexpr std::int64_t kTicksPerSecond = 10'000'000;
+  constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
+  const std::uint64_t ticks = std::uint64_t{time.dwHighDateTime} << 32U | time.dwLowDateTime;
+  return static_cast<std::int64_t>(ticks) / kTicksPerSecond - kSecondsFrom1601To1970;
+}
+
+FileStat link_stat(const WIN32_FILE_ATTRIBUTE_DATA& data) {
+  FileStat result;
+  result.access_time = unix_seconds(data.ftLastAccessTime);
+  result.modify_time = unix_seconds(data.ftLastWriteTime);
+  result.size = std::uint64_t{data.nFileSizeHigh} << 32U | data.nFileSizeLow;
+  result.is_directory = false;
+  return result;
+}
+
+template <class Character>
+Status stat_trimmed(const Character* path, FileStat& result, Links links) {
+  WIN32_FILE_ATTRIBUTE_DATA attributes{};
+  if (links == Links::kKeep && get_attributes(path, attributes) && is_link(path, attributes)) {
+    result = link_stat(attributes);
+    return {};
+  }
+  typename Records<Character>::Stat data{};
+  const Status status = result_of_runtime(runtime_stat(path, data));
+  if (!status.ok()) return status;
+  result.access_time = data.st_atime;
+  result.modify_time = data.st_mtime;
+  result.size = Records<Character>::size(data);
+  result.is_directory = (data.st_mode & _S_IFMT) == _S_IFDIR;
+  return {};
+}
+
+HANDLE system_handle(Handle handle) {
+  return reinterpret_cast<HANDLE>(static_cast<INT_PTR>(handle));
+}
+
+/// Moves @p count bytes by calls of @p step(offset, length, moved), each of which moves as many as
+/// it can; none ends the transfer early.
+template <class Step>
+Status transfer(std::size_t count, std::size_t& done, Step step) {
+  done = 0;
+  while (done < count) {
+    DWORD moved = 0;
+    const auto length = static_cast<DWORD>(std::min(count - done, kLargestPiece));
+    const Status status = result_of(step(done, length, moved));
+    done += moved;
+    if (!status.ok()) return status;
+    if (moved == 0) break;
+  }
+  return {};
+}
+
+/// The system's text for an error number, without inserts, in a buffer of the system's.
+template <class Character>
+std::basic_string<Character> message(std::int32_t code) {
+  constexpr DWORD kFlags =
+      FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
+  Character* text = nullptr;
+  const DWORD language = MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT);
+  const DWORD length = format_message(kFlags, static_cast<DWORD>(code), language, &text);
+  if (length == 0) return {};
+  struct Release {
+    void operator()(Character* buffer) const { LocalFree(buffer); }
+  };
+  const std::unique_ptr<Character, Release> owner(text);
+  return std::basic_string<Character>(text, length);
+}
+
+}  // namespace
+
+// ---- files -------------------------------------------------------------------------------------
+
+Status open(Path path, Access access, Handle& handle) {
+  const bool writing = access == Access::kReadWriteCreate;
+  const DWORD rights = writing ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ;
+  const DWORD disposition = writing ? OPEN_ALWAYS : OPEN_EXISTING;
+  const HANDLE opened =
+      with_text(path, [&](const auto* text) { return create_file(text, rights, disposition); });
+  // Only the lower half tells handles apart; the upper one is sign extension, INVALID_HANDLE_VALUE
+  // included.
+  handle = static_cast<Handle>(reinterpret_cast<INT_PTR>(opened));
+  return result_of(opened != INVALID_HANDLE_VALUE);
+}
+
+Status close(Handle handle) { return result_of(CloseHandle(system_handle(handle))); }
+
+Status read(Handle handle, void* buffer, std::size_t count, std::size_t& done) {
+  char* const bytes = static_cast<char*>(buffer);
+  return transfer(count, done, [&](std::size_t offset, DWORD length, DWORD& moved) {
+    return ReadFile(system_handle(handle), bytes + offset, length, &moved, nullptr);
+  });
+}
+
+Status write(Handle handle, const void* data, std::size_t count, std::size_t& done) {
+  const char* const bytes = static_cast<const char*>(data);
+  return transfer(count, done, [&](std::size_t offset, DWORD length, DWORD& moved) {
+    return WriteFile(system_handle(handle), bytes + offset, length, &moved, nullptr);
+  });
+}
+
+Status seek(Handle handle, std::int32_t distance, std::int16_t method) {
+  // With an upper half the new position may lie beyond 4 GB, as the end of a large file does.
+  LONG high = distance < 0 ? -1 : 0;
+  SetLastError(NO_ERROR);
+  const DWORD low =
+      SetFilePointer(system_handle(handle), distance, &high, static_cast<DWORD>(method));
+  if (low != INVALID_SET_FILE_POINTER) return {};
+  // That is the lower half of a valid position as well.
+  const DWORD code = GetLastError();
+  return code == NO_ERROR ? Status() : fail(code);
+}
+
+Status set_end(Handle handle) { return result_of(SetEndOfFile(system_handle(handle))); }
+
+Status flush(Handle handle) { return result_of(FlushFileBuffers(system_handle(handle))); }
+
+Status lock(Handle handle, const LockRequest& request) {
+  return result_of(LockFileEx(system_handle(handle), request.flags, request.reserved,
+                              request.length_low, request.length_high,
+                              static_cast<OVERLAPPED*>(request.region)));
+}
+
+Status unlock(Handle handle) {
+  OVERLAPPED from_start{};
+  return result_of(UnlockFileEx(system_handle(handle), 0, MAXDWORD, MAXDWORD, &from_start));
+}
+
+// ---- questions ---------------------------------------------------------------------------------
+
+Status probe_attributes(Path path) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  return with_text(path, [&](const auto* text) { return result_of(get_attributes(text, data)); });
+}
+
+Status probe_search(Path path) {
+  return with_text(path, []<class Character>(const Character* text) {
+    typename Records<Character>::Find found{};
+    return start_search(text, found) ? Status() : fail(GetLastError());
+  });
+}
+
+Status list(Path folder, std::vector<Entry>& entries) {
+  const auto kind_of = [](DWORD attributes) {
+    if (attributes & FILE_ATTRIBUTE_REPARSE_POINT) return EntryKind::kUnknown;
+    return attributes & FILE_ATTRIBUTE_DIRECTORY ? EntryKind::kFolder : EntryKind::kFile;
+  };
+  return with_text(folder, [&]<class Character>(const Character* text) {
+    std::basic_string<Character> pattern(text);
+    pattern += Character('*');
+    std::vector<Entry> names;
+    typename Records<Character>::Find found{};
+    const Search search = start_search(pattern.c_str(), found);
+    if (!search) return fail(GetLastError());
+    do {
+      std::string name = Records<Character>::name(found);
+      if (name == "." || name == "..") continue;
+      names.push_back({std::move(name), kind_of(found.dwFileAttributes)});
+    } while (find_next(search.get(), found));
+    if (const DWORD code = GetLastError(); code != ERROR_NO_MORE_FILES) return fail(code);
+    std::move(names.begin(), names.end(), std::back_inserter(entries));
+    return Status();
+  });
+}
+
+Status stat(Path path, FileStat& result, Links links) {
+  return with_text(path, [&]<class Character>(const Character* text) {
+    std::basic_string<Character> trimmed(text);
+    const bool had_separator = trim_separators(trimmed);
+    FileStat found;
+    const Status status = stat_trimmed(trimmed.c_str(), found, links);
+    if (!status.ok()) return status;
+    if (had_separator && !found.is_directory) return fail_runtime(ENOENT);
+    result = found;
+    return Status();
+  });
+}
+
+// ---- changes -----------------------------------------------------------------------------------
+
+Status make_writable(Path path) {
+  return with_text(path, []<class Character>(const Character* text) {
+    typename Records<Character>::Stat data{};
+    const int mode = runtime_stat(text, data) == 0 ? data.st_mode : 0;
+    return result_of_runtime(runtime_chmod(text, mode | _S_IREAD | _S_IWRITE));
+  });
+}
+
+Status create_directory(Path path) {
+  return with_text(path, [](const auto* text) { return result_of(make_folder(text)); });
+}
+
+Status remove_directory(Path path) {
+  return with_text(path, [](const auto* text) { return result_of(remove_folder(text)); });
+}
+
+Status remove_file(Path path) {
+  return with_text(path, [](const auto* text) {
+    const Status status = result_of(delete_file(text));
+    if (status.ok()) return status;
+    // A link to a folder is a folder to the system; removing it leaves what it leads to alone.
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    const bool is_folder_link = get_attributes(text, data) && is_link(text, data) &&
+                                (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY);
+    if (is_folder_link) return result_of(remove_folder(text));
+    SetLastError(static_cast<DWORD>(status.code()));
+    return status;
+  });
+}
+
+/// Of the two paths one may be narrow and the other wide; no caller does that, so the first decides
+/// and a mixture fails.
+Status rename(Path from, Path to) {
+  if (from.is_wide() != to.is_wide()) return fail_runtime(EINVAL);
+  return result_of_runtime(from.is_wide() ? _wrename(wide_text(from.wide()), wide_text(to.wide()))
+                                          : std::rename(from.narrow(), to.narrow()));
+}
+
+Status copy(Path from, Path to, IfExists if_exists) {
+  if (from.is_wide() != to.is_wide()) return fail(ERROR_INVALID_PARAMETER);
+  const BOOL fail_if_exists = if_exists == IfExists::kFail;
+  return result_of(from.is_wide()
+                       ? CopyFileW(wide_text(from.wide()), wide_text(to.wide()), fail_if_exists)
+                       : CopyFileA(from.narrow(), to.narrow(), fail_if_exists));
+}
+
+// ---- names -------------------------------------------------------------------------------------
+
+Status short_path(const ucs2string& path, ucs2string& result) {
+  std::vector<wchar_t> buffer(kLongestPath);
+  const DWORD length = GetShortPathNameW(wide_text(path.c_str()), buffer.data(), kLongestPath);
+  if (length == 0) return fail(GetLastError());
+  if (length >= kLongestPath) return fail(ERROR_BUFFER_OVERFLOW);
+  result = to_ucs2(buffer.data(), length);
+  return {};
+}
+
+Status current_directory(ucs2string& result) {
+  std::vector<wchar_t> buffer(kLongestPath);
+  if (_wgetcwd(buffer.data(), static_cast<int>(kLongestPath)) == nullptr) {
+    return fail_runtime(errno);
+  }
+  result = to_ucs2(buffer.data(), std::wcslen(buffer.data()));
+  return {};
+}
+
+Status full_path(const ucs2string& path, ucs2string& result) {
+  std::vector<wchar_t> buffer(kLongestPath);
+  if (_wfullpath(buffer.data(), wide_text(path.c_str()), kLongestPath) == nullptr) {
+    return fail_runtime(errno);
+  }
+  result = to_ucs2(buffer.data(), std::wcslen(buffer.data()));
+  return {};
+}
+
+Status program_folder(ucs2string& result) {
+  std::vector<wchar_t> buffer(kLongestPath);
+  const DWORD length = GetModuleFileNameW(nullptr, buffer.data(), kLongestPath);
+  if (length == 0) return fail(GetLastError());
+  // A path that does not fit is cut, and no folder can be told from that.
+  if (length >= kLongestPath) return fail(ERROR_BUFFER_OVERFLOW);
+  std::wstring path(buffer.data(), length);
+  path.resize(path.find_last_of(L"\\/") + 1);
+  trim_separators(path);
+  result = to_ucs2(path.data(), path.size());
+  return {};
+}
+
+Status temporary_folder(ucs2string& result) {
+  std::vector<wchar_t> buffer(kLongestPath);
+  const DWORD length = GetTempPathW(kLongestPath, buffer.data());
+  if (length == 0) return fail(GetLastError());
+  if (length >= kLongestPath) return fail(ERROR_BUFFER_OVERFLOW);
+  std::wstring path(buffer.data(), length);
+  trim_separators(path);
+  result = to_ucs2(path.data(), path.size());
+  return {};
+}
+
+std::string to_narrow(const ucs2string& text) {
+  return to_multibyte(CP_ACP, {wide_text(text.c_str()), text.size()});
+}
+
+bool is_lead_byte(unsigned char byte) { return _ismbblead(byte) != 0; }
+
+// ---- the rest ----------------------------------------------------------------------------------
+
+std::int32_t last_error() { return static_cast<std::int32_t>(GetLastError()); }
+
+std::string error_text(std::int32_t code) { return message<char>(code); }
+
+ucs2string error_text_wide(std::int32_t code) {
+  const std::wstring text = message<wchar_t>(code);
+  return to_ucs2(text.data(), text.size());
+}
+
+std::int64_t now() { return _time64(nullptr); }
+
+bool nt_family() {
+  constexpr DWORD kNotNt = 0x80000000;
+  return (GetVersion() & kNotNt) == 0;
+}
+
+}  // namespace os::sys

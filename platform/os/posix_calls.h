@@ -1,0 +1,196 @@
+#pragma once
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "platform/os/os.h"
+#include "platform/os/posix_path.h"
+
+/// @file
+/// System calls as os_posix.cpp needs them: with the seam's results, gone on with after an
+/// interruption, and cleaned up after.
+namespace os::posix {
+
+using FileInfo = struct ::stat;
+
+/// Linux moves at most 0x7ffff000 bytes per call; other systems refuse counts above 2^31 - 1.
+inline constexpr std::size_t kLargestPiece = std::size_t{1} << 30;
+
+// ---- owners ------------------------------------------------------------------------------------
+
+/// Keeps errno over a clean-up, so that it still tells of the call that failed.
+class ErrnoKeeper {
+ public:
+  ErrnoKeeper() = default;
+  ~ErrnoKeeper() { errno = m_value; }
+  ErrnoKeeper(const ErrnoKeeper&) = delete;
+  ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+
+ private:
+  int m_value = errno;
+};
+
+/// A descriptor that its scope closes; -1 is none.
+class Descriptor {
+ public:
+  explicit Descriptor(int number = -1) : m_number(number) {}
+  Descriptor(Descriptor&& other) noexcept : m_number(other.release()) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    if (this != &other) {
+      close_quietly();
+      m_number = other.release();
+    }
+    return *this;
+  }
+  ~Descriptor() { close_quietly(); }
+
+  bool valid() const { return m_number >= 0; }
+  int get() const { return m_number; }
+  int release() { return std::exchange(m_number, -1); }
+
+ private:
+  void close_quietly() {
+    const ErrnoKeeper keeper;
+    if (m_number >= 0) ::close(release());
+  }
+
+  int m_number;
+};
+
+// ---- results -----------------------------------------------------------------------------------
+
+/// errno is set as well, so that last_error() agrees with the status also for failures found here.
+inline Status fail(int code, Failure failure) {
+  errno = code;
+  return {code, failure};
+}
+
+inline Status fail(int code) {
+  switch (code) {
+    case ENOENT:
+    case ENOTDIR:  // a plain file where a folder was needed: nothing of that name can exist
+      return fail(code, Failure::kNotFound);
+    case EEXIST:
+      return fail(code, Failure::kAlreadyExists);
+    default:
+      return fail(code, Failure::kOther);
+  }
+}
+
+inline Status result_of(int returned) { return returned == 0 ? Status() : fail(errno); }
+
+/// Repeats a call that a signal interrupted.
+template <class SystemCall>
+auto uninterrupted(SystemCall call) {
+  auto returned = call();
+  while (returned == -1 && errno == EINTR) returned = call();
+  return returned;
+}
+
+// ---- paths and their entries -------------------------------------------------------------------
+
+inline std::string native(Path path) {
+  return posix::native_path(path.is_wide() ? posix::to_bytes(path.wide()) : path.narrow());
+}
+
+inline std::optional<FileInfo> info_of(const std::string& path) {
+  FileInfo info{};
+  if (::stat(path.c_str(), &info) != 0) return std::nullopt;
+  return info;
+}
+
+inline std::optional<FileInfo> entry_info(const std::string& path) {
+  FileInfo info{};
+  if (::lstat(path.c_str(), &info) != 0) return std::nullopt;
+  return info;
+}
+
+inline bool is_folder(const FileInfo& info) { return S_ISDIR(info.st_mode); }
+inline bool is_link(const FileInfo& info) { return S_ISLNK(info.st_mode); }
+
+/// The counterpart of the read-only attribute. It holds for everybody, the superuser included.
+inline bool is_read_only(const FileInfo& info) {
+  return !is_link(info) && !(info.st_mode & S_IWUSR);
+}
+
+inline bool is_same_file(const FileInfo& one, const FileInfo& other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+// ---- locks -------------------------------------------------------------------------------------
+
+/// Locks of the open file description: unlike the classic ones they conflict within a process and
+/// end with their own handle only.
+inline int set_whole_file_lock(int descriptor, int command, int type) {
+  struct ::flock request {};
+  request.l_type = static_cast<short>(type);
+  request.l_whence = SEEK_SET;  // start 0, length 0: the whole file at any size
+  return uninterrupted([&] { return ::fcntl(descriptor, command, &request); });
+}
+
+inline bool is_refusal(int code) { return code == EAGAIN || code == EACCES; }
+
+/// Stands in for mandatory locks around a transfer: a handle that holds no lock of its own must not
+/// reach what another one holds locked. Where the file system has no such locks there is nothing to
+/// respect.
+class TransferGuard {
+ public:
+  TransferGuard(int descriptor, int type) : m_descriptor(descriptor) {
+    m_locked = set_whole_file_lock(descriptor, F_OFD_SETLK, type) == 0;
+    if (!m_locked && is_refusal(errno)) m_refusal = errno;
+  }
+  ~TransferGuard() {
+    const ErrnoKeeper keeper;
+    if (m_locked) set_whole_file_lock(m_descriptor, F_OFD_SETLK, F_UNLCK);
+  }
+  TransferGuard(const TransferGuard&) = delete;
+  TransferGuard& operator=(const TransferGuard&) = delete;
+
+  bool refused() const { return m_refusal != 0; }
+  Status refusal() const { return fail(m_refusal, Failure::kLocked); }
+
+ private:
+  int m_descriptor;
+  bool m_locked = false;
+  int m_refusal = 0;
+};
+
+// ---- transfers ---------------------------------------------------------------------------------
+
+/// Moves @p count bytes by calls of @p step(offset, length), which returns as read() does; 0 ends
+/// the transfer early.
+template <class Step>
+inline Status transfer(std::size_t count, std::size_t& done, Step step) {
+  while (done < count) {
+    const ::ssize_t moved =
+        uninterrupted([&] { return step(done, std::min(count - done, kLargestPiece)); });
+    if (moved < 0) return fail(errno);
+    if (moved == 0) break;
+    done += static_cast<std::size_t>(moved);
+  }
+  return {};
+}
+
+inline Status read_fully(int descriptor, void* buffer, std::size_t count, std::size_t& done) {
+  char* const bytes = static_cast<char*>(buffer);
+  return transfer(count, done, [&](std::size_t offset, std::size_t length) {
+    return ::read(descriptor, bytes + offset, length);
+  });
+}
+
+inline Status write_fully(int descriptor, const void* data, std::size_t count, std::size_t& done) {
+  const char* const bytes = static_cast<const char*>(data);
+  return transfer(count, done, [&](std::size_t offset, std::size_t length) {
+    return ::write(descriptor, bytes + offset, length);
+  });
+}
+
+}  // namespace os::posix

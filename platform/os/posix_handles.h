@@ -1,0 +1,103 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "platform/os/os.h"
+
+/// @file
+/// The table behind the handles of the POSIX side.
+namespace os::posix {
+
+/// The open handles of the process.
+///
+/// A handle is a slot number with a generation above it. Copies of a handle outlive its closing,
+/// and the system gives the number of a closed descriptor to the next file at once; a closed handle
+/// must not reach that file. Closing therefore ends a generation, and a freed slot rests until
+/// kReserve others have been freed after it: a stale handle would have to survive millions of opens
+/// before its number came up again.
+class HandleTable {
+ public:
+  struct File {
+    int descriptor = -1;
+    bool has_lock = false;  ///< a lock taken by lock(), not the short one around a single transfer
+  };
+
+  /// Takes the descriptor over. No value when the table is full; the descriptor then stays the
+  /// caller's.
+  std::optional<Handle> add(int descriptor) {
+    const std::scoped_lock guard(m_mutex);
+    if (m_free.size() < kReserve && m_slots.size() < kMaxSlots) {
+      m_slots.emplace_back();
+      m_free.push_front(static_cast<std::uint32_t>(m_slots.size() - 1));
+    }
+    if (m_free.empty()) return std::nullopt;
+    const std::uint32_t index = m_free.front();
+    m_free.pop_front();
+    Slot& slot = m_slots[index];
+    slot.file = {descriptor, false};
+    return static_cast<Handle>(slot.generation << kSlotBits | index);
+  }
+
+  /// The file of a handle. It is a copy: a thread that closes a handle while another one uses it
+  /// gets what it would get from the system.
+  std::optional<File> find(Handle handle) {
+    const std::scoped_lock guard(m_mutex);
+    const Slot* slot = live_slot(handle);
+    if (slot == nullptr) return std::nullopt;
+    return slot->file;
+  }
+
+  void set_lock(Handle handle, bool has_lock) {
+    const std::scoped_lock guard(m_mutex);
+    if (Slot* slot = live_slot(handle)) slot->file.has_lock = has_lock;
+  }
+
+  /// Ends the handle; the descriptor is the caller's to close.
+  std::optional<File> remove(Handle handle) {
+    const std::scoped_lock guard(m_mutex);
+    Slot* slot = live_slot(handle);
+    if (slot == nullptr) return std::nullopt;
+    m_free.push_back(static_cast<std::uint32_t>(handle) & kSlotMask);
+    slot->generation =
+        slot->generation == kLastGeneration ? kFirstGeneration : slot->generation + 1;
+    return std::exchange(slot->file, File{});
+  }
+
+ private:
+  struct Slot;
+
+  static constexpr unsigned kSlotBits = 18;
+  static constexpr std::size_t kMaxSlots = std::size_t{1} << kSlotBits;
+  static constexpr std::uint32_t kSlotMask = (1U << kSlotBits) - 1;
+  /// The first one lifts every handle above the descriptors a system gives out (about a million).
+  static constexpr std::uint32_t kFirstGeneration = 8;
+  static constexpr std::uint32_t kLastGeneration = (1U << (31 - kSlotBits)) - 1;
+  static constexpr std::size_t kReserve = 1024;
+
+  struct Slot {
+    std::uint32_t generation = kFirstGeneration;
+    File file;
+  };
+
+  Slot* live_slot(Handle handle) {
+    if (handle < 0) return nullptr;
+    const auto number = static_cast<std::uint32_t>(handle);
+    const std::size_t index = number & kSlotMask;
+    if (index >= m_slots.size()) return nullptr;
+    Slot& slot = m_slots[index];
+    const bool live = slot.file.descriptor >= 0 && slot.generation == number >> kSlotBits;
+    return live ? &slot : nullptr;
+  }
+
+  std::mutex m_mutex;
+  std::vector<Slot> m_slots;
+  std::deque<std::uint32_t> m_free;
+};
+
+}  // namespace os::posix
