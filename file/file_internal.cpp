@@ -1,0 +1,86 @@
+#include "file/file_internal.h"
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "file/trace_source.h"
+
+namespace vu_file_internal {
+namespace {
+
+constexpr std::u16string_view kPrefix = u"\\\\?\\";
+/// What may lie beyond the root: the classic limit less room for a short file name below a folder.
+constexpr std::size_t kClassicLength = 249;
+
+bool is_drive_letter(char16_t c) { return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z'); }
+
+/// Backslashes for slashes, and single ones but for those that begin a network path.
+std::u16string normalised(const std::u16string& path) {
+  std::u16string result;
+  result.reserve(path.size());
+  for (const char16_t c : path) {
+    const char16_t unit = c == u'/' ? u'\\' : c;
+    // A run of backslashes may begin before position 2; what lies there is never dropped.
+    if (unit == u'\\' && result.size() > 2 && result.back() == u'\\') continue;
+    result += unit;
+  }
+  return result;
+}
+
+/// The length of the root that a path begins with; 0 for one that begins with none.
+std::size_t root_length(std::u16string_view path) {
+  if (path.starts_with(u"\\\\")) return 2;
+  if (path.starts_with(u'\\')) return 1;
+  const bool has_drive =
+      path.size() > 2 && is_drive_letter(path[0]) && path[1] == u':' && path[2] == u'\\';
+  return has_drive ? 3 : 0;
+}
+
+}  // namespace
+
+ucs2string getLongPath(const ucs2string& path) {
+  std::u16string result = normalised(path.str());
+  std::u16string_view bare = result;
+  if (bare.starts_with(kPrefix)) bare.remove_prefix(kPrefix.size());
+  const std::size_t root = root_length(bare);
+  if (root == 0 || bare.size() - root < kClassicLength) return result;
+
+  // Required: network paths get no form of their own.
+  const ucs2string prefixed(std::u16string(kPrefix).append(bare));
+  ucs2string short_form;
+  if (os::short_path(prefixed, short_form).ok()) return short_form;
+  return prefixed;
+}
+
+vu_utf8string long_form(const vu_utf8string& path) {
+  return vu_utf8string(getLongPath(ucs2string(path)));
+}
+
+bool getFileStat(const vu_utf8string& path, os::FileStat& result, bool alreadyLong,
+                 os::Links links) {
+  VU_FILE_SCOPE();
+  ucs2string wide(path);
+  if (!alreadyLong) wide = getLongPath(wide);
+  const std::size_t last = wide.str().find_last_not_of(u'\\');
+  const std::size_t kept = last == std::u16string::npos ? 0 : last + 1;
+  if (kept < wide.size()) wide = wide.substr(0, kept);
+
+  const os::Status status = os::stat(wide, result, links);
+  if (status.ok()) return true;
+  if (status.failure() == os::Failure::kNotFound) {
+    VU_WARNING(path, ": doesn't exists");  // sic
+  } else {
+    VU_ERROR(path, ": can't stat");
+  }
+  return false;
+}
+
+std::string system_error_text(std::int32_t code) {
+  const vu_utf8string text(os::error_text_wide(code));
+  if (!text.empty()) return text.str();
+  return "system error: " + std::to_string(code) + "\n";
+}
+
+}  // namespace vu_file_internal

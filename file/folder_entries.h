@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/os/os.h"
+
+/// Lists a folder as vu_file::filenames() does, with the kind of each entry, and traces nothing.
+/// Empty when the folder cannot be listed.
+std::vector<os::Entry> folder_entries(const std::string& folder);

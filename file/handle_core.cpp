@@ -1,0 +1,288 @@
+#include "file/handle_core.h"
+
+#include <cstddef>
+#include <limits>
+
+#include "file/path_text.h"
+#include "file/trace_source.h"
+#include "vu_file_except.h"
+
+namespace {
+
+using vu_host::trace_event;
+
+bool is_known_mode(vu_file_base::type_access mode) {
+  switch (mode) {
+    case vu_file_base::o_read:
+    case vu_file_base::o_write:
+    case vu_file_base::o_append:
+    case vu_file_base::o_truncate:
+      return true;
+  }
+  return false;
+}
+
+/// The whole file, at any size.
+vu_file_base::lock_desc_t whole_file_lock(vu_file_base::type_access mode, bool no_wait) {
+  vu_file_base::lock_desc_t request{};
+  if (mode != vu_file_base::o_read) request.flags |= os::kLockExclusive;
+  if (no_wait) request.flags |= os::kLockFailAtOnce;
+  request.lengthLow = 0xFFFFFFFFU;
+  request.lengthHigh = 0xFFFFFFFFU;
+  return request;
+}
+
+constexpr std::int16_t kFromStart = 0;
+constexpr std::int16_t kFromEnd = 2;
+
+}  // namespace
+
+std::string HandleCore::path() const { return path_text::join(m_directory, m_file_name); }
+
+void HandleCore::trace_failure(const trace::Scope& operation, int line, trace_event event,
+                               const char* what, std::int32_t error) const noexcept {
+  if (!trace::wanted(event)) return;
+  const vu_host::trace_site site = operation.at(line);
+  trace::emit(site, event, what, " : ", m_directory, "\\", m_file_name);
+  std::string text;
+  try {
+    text = m_spelling.error_text(error);
+  } catch (...) {
+    // The record goes out without the text.
+  }
+  trace::emit(site, event, "Error message :", text);
+}
+
+// ---- opening -----------------------------------------------------------------------------------
+
+bool HandleCore::try_open(const trace::Scope& operation, vu_file_base::type_access mode,
+                          bool& lock_failed, bool no_wait) {
+  std::int32_t error = 0;
+  return try_open(operation, mode, lock_failed, no_wait, error);
+}
+
+bool HandleCore::try_open(const trace::Scope& vu_trace_scope, vu_file_base::type_access mode,
+                          bool& lock_failed, bool no_wait, std::int32_t& error) {
+  if (m_state.is_open()) {
+    VU_ERROR("file is already opened, it will be closed and reopened !!!");
+    VU_ERROR(" path = ", m_directory, "\\", m_file_name);
+    close(vu_trace_scope);
+  }
+  const std::string full_path = path();
+  // Required: kept also when the mode turns out to be none, and after a failure.
+  m_state.access = mode;
+  if (!is_known_mode(mode)) {
+    error = os::last_error();
+    VU_ERROR(" unknown open mode while opening file : ", full_path);
+    return false;
+  }
+  const auto access =
+      mode == vu_file_base::o_read ? os::Access::kReadExisting : os::Access::kReadWriteCreate;
+  const os::Status opened = m_spelling.open(full_path, access, m_state.handle);
+  if (!opened.ok()) {
+    error = opened.code();
+    return false;
+  }
+  const bool locked = take_lock(m_state, whole_file_lock(mode, no_wait)).ok();
+  lock_failed = !locked;
+  // Required: without the lock nothing is cut, and the file stays open.
+  if (locked && mode == vu_file_base::o_truncate) clear(vu_trace_scope);
+  return true;
+}
+
+void HandleCore::open(const trace::Scope& operation, vu_file_base::type_access mode) {
+  bool lock_failed = false;
+  std::int32_t error = 0;
+  if (try_open(operation, mode, lock_failed, false, error)) return;
+  if (lock_failed) {
+    // Required, though try_open() never gets here: it says true whenever it has asked for a lock.
+    trace_failure(operation, __LINE__, trace_event::error, "lock file", os::last_error());
+    return;
+  }
+  // Required: "o_read" whatever the mode.
+  trace_failure(operation, __LINE__,
+                mode == vu_file_base::o_read ? trace_event::warning : trace_event::error,
+                "open o_read", error);
+  throw vu_file_except("throw exception on open", 0);
+}
+
+// ---- reading and writing -----------------------------------------------------------------------
+
+void HandleCore::check_reading_mode() const {
+  const vu_file_base::type_access mode = m_state.access;
+  if (mode == vu_file_base::o_write || mode == vu_file_base::o_truncate || mode == kNeverOpened)
+    throw vu_file_except(m_spelling.wrong_read_mode, 0);
+}
+
+void HandleCore::check_writing_mode() const {
+  const vu_file_base::type_access mode = m_state.access;
+  if (mode == vu_file_base::o_read || mode == kNeverOpened)
+    throw vu_file_except(m_spelling.wrong_write_mode, 0);
+}
+
+void HandleCore::fail_read(const trace::Scope& operation, std::int32_t error) const {
+  trace_failure(operation, __LINE__, trace_event::error, "read file", error);
+  throw vu_file_except("throw exception on read", 0);
+}
+
+int HandleCore::read(const trace::Scope& operation, std::string& out, int count) {
+  out.clear();
+  check_reading_mode();
+  const std::int64_t wanted = count != 0 ? count : m_spelling.size(path());
+  if (wanted == 0) return 0;
+  if (wanted < 0 || wanted > std::numeric_limits<int>::max())
+    fail_read(operation, os::last_error());
+  out.resize(static_cast<std::size_t>(wanted));
+  std::size_t done = 0;
+  const os::Status status = os::read(m_state.handle, out.data(), out.size(), done);
+  if (!status.ok()) {
+    out.clear();
+    fail_read(operation, status.code());
+  }
+  out.resize(done);
+  return static_cast<int>(done);
+}
+
+void HandleCore::read(const trace::Scope& operation, unsigned char*& buffer, unsigned int& length) {
+  check_reading_mode();
+  const std::int64_t wanted = length != 0 ? length : m_spelling.size(path());
+  if (wanted == 0) return;
+  // The terminator has to be counted, too.
+  if (wanted < 0 || wanted >= std::numeric_limits<unsigned int>::max()) {
+    length = 0;
+    fail_read(operation, os::last_error());
+  }
+  const auto count = static_cast<std::size_t>(wanted);
+  buffer = new unsigned char[count + 1];
+  std::size_t done = 0;
+  const os::Status status = os::read(m_state.handle, buffer, count, done);
+  if (!status.ok()) {
+    // Required: the caller keeps the pointer, which is of no use any more.
+    delete[] buffer;
+    length = 0;
+    fail_read(operation, status.code());
+  }
+  length = static_cast<unsigned int>(done);
+  // Required: at the count asked for; between a shorter read and it nothing is set.
+  buffer[count] = 0;
+}
+
+int HandleCore::write(const trace::Scope& operation, std::string_view data) {
+  check_writing_mode();
+  if (data.empty()) return 0;
+  if (m_state.access == vu_file_base::o_append) seek(0, kFromEnd);
+  std::size_t done = 0;
+  const os::Status status = os::write(m_state.handle, data.data(), data.size(), done);
+  if (!status.ok())
+    trace_failure(operation, __LINE__, trace_event::error, "write file", status.code());
+  return static_cast<int>(done);
+}
+
+void HandleCore::seek(int offset, short origin) {
+  // Required: neither checked nor reported.
+  static_cast<void>(os::seek(m_state.handle, offset, origin));
+}
+
+void HandleCore::clear(const trace::Scope& operation) noexcept {
+  if (m_state.access == vu_file_base::o_read) return;
+  std::int32_t error = 0;
+  try {
+    os::Status status = os::seek(m_state.handle, 0, kFromStart);
+    if (status.ok()) status = os::set_end(m_state.handle);
+    if (status.ok()) return;
+    error = status.code();
+  } catch (...) {
+    error = os::last_error();
+  }
+  // sic: with the blank at its end, two stand before the colon.
+  trace_failure(operation, __LINE__, trace_event::error, "Can't truncate file ", error);
+}
+
+void HandleCore::replace(const trace::Scope& operation, std::string_view text) {
+  check_writing_mode();
+  std::size_t done = 0;
+  os::Status status = os::seek(m_state.handle, 0, kFromStart);
+  if (status.ok() && !text.empty())
+    status = os::write(m_state.handle, text.data(), text.size(), done);
+  if (!status.ok()) {
+    trace_failure(operation, __LINE__, trace_event::error, "write file", status.code());
+    return;
+  }
+  // Only behind the complete text: what a failed write leaves of the old one may be all there is.
+  status = os::set_end(m_state.handle);
+  if (!status.ok())
+    trace_failure(operation, __LINE__, trace_event::error, "Can't truncate file ", status.code());
+}
+
+// ---- closing -----------------------------------------------------------------------------------
+
+void HandleCore::flush_guarded(const trace::Scope& operation) noexcept {
+  try {
+    const os::Status status = os::flush(m_state.handle);
+    if (!status.ok())
+      trace_failure(operation, __LINE__, trace_event::error, "Can't flush buffers", status.code());
+  } catch (...) {
+    const std::int32_t error = os::last_error();
+    trace_failure(operation, __LINE__, trace_event::error, "Catch exception while flusing buffer",
+                  error);  // sic
+  }
+}
+
+void HandleCore::unlock_guarded(const trace::Scope& operation) noexcept {
+  try {
+    const os::Status status = give_lock_back(m_state);
+    if (!status.ok())
+      trace_failure(operation, __LINE__, trace_event::error, "Can't unlock file", status.code());
+  } catch (...) {
+    const std::int32_t error = os::last_error();
+    trace_failure(operation, __LINE__, trace_event::error, "catch exception while unlocking file",
+                  error);
+  }
+}
+
+void HandleCore::close_guarded(const trace::Scope& operation) noexcept {
+  try {
+    const os::Status status = os::close(m_state.handle);
+    if (!status.ok())
+      trace_failure(operation, __LINE__, trace_event::error, "close file", status.code());
+  } catch (...) {
+    const std::int32_t error = os::last_error();
+    trace_failure(operation, __LINE__, trace_event::error, "catch exception closing file", error);
+  }
+}
+
+void HandleCore::close(const trace::Scope& operation) noexcept {
+  if (!m_state.is_open()) return;
+  // What was written is on the device before anybody else gets the lock.
+  if (m_state.access != vu_file_base::o_read) flush_guarded(operation);
+  if (m_state.locked) unlock_guarded(operation);
+  close_guarded(operation);
+  m_state.handle = os::kNoHandle;
+}
+
+// ---- the lock ----------------------------------------------------------------------------------
+
+os::Status HandleCore::take_lock(vu_file_base& state, const vu_file_base::lock_desc_t& request) {
+  // The system writes into its part of the record.
+  vu_file_base::lock_desc_t record = request;
+  const os::Status status =
+      os::lock(state.handle, {record.flags, record.reserved, record.lengthLow, record.lengthHigh,
+                              static_cast<void*>(record.region)});
+  state.locked = status.ok();
+  return status;
+}
+
+os::Status HandleCore::give_lock_back(vu_file_base& state) {
+  const os::Status status = os::unlock(state.handle);
+  state.locked = !status.ok();
+  return status;
+}
+
+// ------------------------------------------------------------------------------------------------
+
+void replace_text(vu_file& file, const std::string& text) {
+  VU_FILE_SCOPE();
+  const vu_path names = file.getPath();
+  HandleCore(file, names.getParentPathName(), names.getRelativePathName(), kNarrowSpelling)
+      .replace(vu_trace_scope, text);
+}

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "platform/host/trace.h"
+#include "platform/os/os.h"
+#include "vu_file.h"
+
+/// What differs between the narrow and the UTF-8 handle.
+struct HandleSpelling {
+  const char* wrong_read_mode;   ///< text of the exception for reading in a mode without it
+  const char* wrong_write_mode;  ///< text of the exception for writing in a mode without it
+  /// Opens @p path, after whatever the spelling does to a path first.
+  os::Status (*open)(const std::string& path, os::Access access, os::Handle& handle);
+  /// The size of the whole file as a read count; may be negative or too large for one.
+  std::int64_t (*size)(const std::string& path);
+  /// The system's text for an error.
+  std::string (*error_text)(std::int32_t code);
+};
+
+/// The access field of a handle that was never opened.
+inline constexpr auto kNeverOpened = static_cast<vu_file_base::type_access>(0xFFFFFFFFU);
+
+/// The spelling of vu_file.
+extern const HandleSpelling kNarrowSpelling;
+
+/// The protocol of the two file handles: open, lock, read, write, flush, unlock, close. It works on
+/// the state of one handle for the span of one call; the members of vu_file and vu_fileutf8 forward
+/// to it, each with its own trace scope, so that records name the operation that was called.
+class HandleCore {
+ public:
+  /// The names are the handle's own, as bytes; the full path is put together only where it is
+  /// needed.
+  HandleCore(vu_file_base& state, const std::string& directory, const std::string& file_name,
+             const HandleSpelling& spelling)
+      : m_state(state), m_directory(directory), m_file_name(file_name), m_spelling(spelling) {}
+
+  bool try_open(const trace::Scope& operation, vu_file_base::type_access mode, bool& lock_failed,
+                bool no_wait);
+  void open(const trace::Scope& operation, vu_file_base::type_access mode);
+  int read(const trace::Scope& operation, std::string& out, int count);
+  void read(const trace::Scope& operation, unsigned char*& buffer, unsigned int& length);
+  int write(const trace::Scope& operation, std::string_view data);
+  void seek(int offset, short origin);
+  void close(const trace::Scope& operation) noexcept;
+  void clear(const trace::Scope& operation) noexcept;
+
+  /// Replaces the whole content without ever cutting the file before the new text is in it.
+  void replace(const trace::Scope& operation, std::string_view text);
+
+  /// The lock of a handle, with what its owner knows about it kept in step.
+  static os::Status take_lock(vu_file_base& state, const vu_file_base::lock_desc_t& request);
+  static os::Status give_lock_back(vu_file_base& state);
+
+ private:
+  std::string path() const;
+  /// As the public one; @p error is the system's error when the file could not be opened.
+  bool try_open(const trace::Scope& operation, vu_file_base::type_access mode, bool& lock_failed,
+                bool no_wait, std::int32_t& error);
+  /// @throws vu_file_except unless the handle's mode allows it.
+  void check_reading_mode() const;
+  void check_writing_mode() const;
+  /// Two records: what failed on which file, and the system's text for it.
+  void trace_failure(const trace::Scope& operation, int line, vu_host::trace_event event,
+                     const char* what, std::int32_t error) const noexcept;
+  [[noreturn]] void fail_read(const trace::Scope& operation, std::int32_t error) const;
+  void flush_guarded(const trace::Scope& operation) noexcept;
+  void unlock_guarded(const trace::Scope& operation) noexcept;
+  void close_guarded(const trace::Scope& operation) noexcept;
+
+  vu_file_base& m_state;
+  const std::string& m_directory;
+  const std::string& m_file_name;
+  const HandleSpelling& m_spelling;
+};
+
+/// Replaces the whole content of an open file: written over from the start, then cut at the new
+/// end, so that a process that dies on the way leaves the old text, the new one, or the new one
+/// with the old one's tail, but never an empty file. Failures are traced like those of
+/// vu_file::write() and clear(). Required: for "index.dat" and its counter alone; all other files
+/// are cut first, as their modes say.
+void replace_text(vu_file& file, const std::string& text);

@@ -1,0 +1,162 @@
+#include "vu_file.h"
+
+#include <cstring>
+#include <stdexcept>
+#include <string_view>
+
+#include "file/handle_core.h"
+#include "file/lines.h"
+#include "file/path_text.h"
+#include "file/trace_source.h"
+#include "platform/os/os.h"
+
+/// @file
+/// The narrow handle. Its protocol is HandleCore's; the static operations are in
+/// vu_file_system.cpp.
+
+constinit const HandleSpelling kNarrowSpelling = {
+    "vu_file::read : read op in write or truncate access file",
+    "vu_file::write : write operation in read access file",
+    [](const std::string& path, os::Access access, os::Handle& handle) {
+      return os::open(path, access, handle);
+    },
+    [](const std::string& path) -> std::int64_t { return vu_file::size(path); },
+    [](std::int32_t code) { return os::error_text(code); },
+};
+
+HandleCore vu_file::core() { return {*this, directory, fileName, kNarrowSpelling}; }
+
+vu_file::vu_file() { init(); }
+
+vu_file::vu_file(const std::string& fullPath) {
+  init();
+  setPath(fullPath);
+}
+
+vu_file::vu_file(const std::string& folder, const std::string& name) {
+  init();
+  directory = folder;
+  fileName = name;
+}
+
+// Required: shallow, the open handle included.
+vu_file::vu_file(const vu_file&) = default;
+vu_file& vu_file::operator=(const vu_file&) = default;
+
+vu_file::~vu_file() noexcept {
+  if (is_open()) close();
+}
+
+void vu_file::init() {
+  directory.clear();
+  fileName.clear();
+}
+
+void vu_file::setPath(const std::string& fullPath) noexcept {
+  VU_FILE_SCOPE();
+  if (is_open()) {
+    VU_ERROR("cannot change file name when it is opened");
+    return;
+  }
+  try {
+    path_text::Cut cut;
+    if (path_text::cut_at_last_backslash(fullPath, cut)) {
+      std::string folder(cut.before);
+      fileName = cut.after;
+      directory = std::move(folder);
+      return;
+    }
+  } catch (...) {
+    // No memory for the names: they stay, and the path counts as refused.
+  }
+  VU_ERROR("vu_file setPath (invalid fullpath) : ", fullPath);
+}
+
+std::string vu_file::getFilePath() const {
+  VU_FILE_SCOPE();
+  return path_text::join(directory, fileName);
+}
+
+vu_path vu_file::getPath() const {
+  VU_FILE_SCOPE();
+  return {directory, fileName};
+}
+
+bool vu_file::try_open(type_access mode, bool& lockFailed, bool noWait) {
+  VU_FILE_SCOPE();
+  return core().try_open(vu_trace_scope, mode, lockFailed, noWait);
+}
+
+void vu_file::open(type_access mode) {
+  VU_FILE_SCOPE();
+  core().open(vu_trace_scope, mode);
+}
+
+void vu_file::open(const std::string& folder, const std::string& name, type_access mode) {
+  VU_FILE_SCOPE();
+  // Required: without a trace or an exception; a read that follows finds a handle never opened.
+  if (folder.empty() || name.empty()) return;
+  directory = folder;
+  fileName = name;
+  core().open(vu_trace_scope, mode);
+}
+
+int vu_file::read(std::string& out, int count) {
+  VU_FILE_SCOPE();
+  return core().read(vu_trace_scope, out, count);
+}
+
+int vu_file::read(char* buffer, int count) {
+  VU_FILE_SCOPE();
+  std::string bytes;
+  const int done = core().read(vu_trace_scope, bytes, count);
+  if (done > 0) std::memcpy(buffer, bytes.data(), bytes.size());
+  return done;
+}
+
+int vu_file::write(const std::string& data) {
+  VU_FILE_SCOPE();
+  return core().write(vu_trace_scope, data);
+}
+
+int vu_file::write(const char* data, int count) {
+  VU_FILE_SCOPE();
+  if (count < 0) throw std::length_error("vu_file::write");
+  return core().write(vu_trace_scope, std::string_view(data, static_cast<std::size_t>(count)));
+}
+
+void vu_file::seek(int offset, short origin) {
+  VU_FILE_SCOPE();
+  core().seek(offset, origin);
+}
+
+void vu_file::rewind() {
+  VU_FILE_SCOPE();
+  core().seek(0, 0);
+}
+
+void vu_file::close() noexcept {
+  VU_FILE_SCOPE();
+  core().close(vu_trace_scope);
+}
+
+void vu_file::clear() noexcept {
+  VU_FILE_SCOPE();
+  core().clear(vu_trace_scope);
+}
+
+void vu_file::linesNotEmpty(const std::string& dir, const std::string& name,
+                            std::vector<std::string>& lines) {
+  VU_FILE_SCOPE();
+  vu_file file;
+  std::string content;
+  file.open(dir, name, o_read);
+  file.read(content, 0);
+  file.close();
+  std::string_view line;
+  for (std::string_view rest = content; next_line(rest, line);) lines.emplace_back(line);
+}
+
+std::string vu_file::mSgError(unsigned long errorCode) {
+  return os::error_text(static_cast<std::int32_t>(errorCode));
+}

@@ -1,0 +1,208 @@
+#include <utility>
+
+#include "file/path_text.h"
+#include "file/trace_source.h"
+#include "platform/os/os.h"
+#include "vu_file.h"
+
+/// @file
+/// The static operations of vu_file: the file system by narrow paths.
+
+namespace {
+
+/// vu_file::is_dir() with a say about links: what is removed is the link, never what it leads to.
+bool is_folder(const trace::Scope& vu_trace_scope, const std::string& path, os::Links links) {
+  os::FileStat found;
+  const os::Status status = os::stat(path, found, links);
+  if (status.ok()) return found.is_directory;
+  if (status.failure() == os::Failure::kNotFound) {
+    VU_WARNING("vu_file::is_dir : '", path, "' not exists");
+  } else {
+    VU_ERROR("vu_file::is_dir '", path, "': Problem getting information");
+  }
+  return false;
+}
+
+}  // namespace
+
+// ---- questions ---------------------------------------------------------------------------------
+
+bool vu_file::exists(const std::string& path) {
+  VU_FILE_SCOPE();
+  if (path_text::is_network(path)) return os::probe_attributes(path).ok();
+  // A folder is found as its own entry.
+  if (path_text::ends_in_separator(path)) return os::probe_search(path + ".").ok();
+  return os::probe_search(path).ok();
+}
+
+std::int64_t vu_file::access_time(const std::string& path) {
+  VU_FILE_SCOPE();
+  os::FileStat found;
+  const os::Status status = os::stat(path, found);
+  if (status.ok()) return found.access_time;
+  if (status.failure() == os::Failure::kNotFound) {
+    VU_WARNING("vu_file::access_time : '", path, "' not exists");
+  } else {
+    VU_ERROR("vu_file::access_time '", path, "': Problem getting information");
+  }
+  return 0;
+}
+
+std::int64_t vu_file::modify_time(const std::string& path) {
+  VU_FILE_SCOPE();
+  os::FileStat found;
+  const os::Status status = os::stat(path, found);
+  if (status.ok()) return found.modify_time;
+  if (status.failure() == os::Failure::kNotFound) {
+    VU_WARNING("vu_file::modify_time : '", path, "' not exists");
+  } else {
+    VU_ERROR("vu_file::modify_time '", path, "': Problem getting information");
+  }
+  return 0;
+}
+
+int vu_file::size(const std::string& path) {
+  VU_FILE_SCOPE();
+  os::FileStat found;
+  const os::Status status = os::stat(path, found);
+  // Required: the low 32 bits, so that a file of 2 GB or more has a negative or a much too small
+  // size.
+  if (status.ok()) return static_cast<std::int32_t>(static_cast<std::uint32_t>(found.size));
+  if (status.failure() == os::Failure::kNotFound) {
+    VU_WARNING("vu_file::size : '", path, "' not exists");
+  } else {
+    VU_ERROR("vu_file::size '", path, "': Problem getting information");
+  }
+  return 0;
+}
+
+bool vu_file::is_dir(const std::string& path) {
+  VU_FILE_SCOPE();
+  return is_folder(vu_trace_scope, path, os::Links::kFollow);
+}
+
+std::vector<std::string> vu_file::filenames(const std::string& dir) {
+  VU_FILE_SCOPE();
+  std::vector<std::string> names;
+  if (!is_dir(dir)) return names;
+  std::vector<os::Entry> entries;
+  static_cast<void>(os::list(path_text::with_separator(dir), entries));
+  names.reserve(entries.size());
+  for (os::Entry& entry : entries) names.push_back(std::move(entry.name));
+  return names;
+}
+
+// ---- changes -----------------------------------------------------------------------------------
+
+bool vu_file::chmodW(const std::string& path) {
+  VU_FILE_SCOPE();
+  if (os::make_writable(path).ok()) return true;
+  VU_ERROR("vu_file::chmodW : failed (", path, ")");
+  return false;
+}
+
+bool vu_file::createDir(const std::string& path) {
+  VU_FILE_SCOPE();
+  const os::Status status = os::create_directory(path);
+  if (status.ok()) return true;
+  if (status.failure() == os::Failure::kAlreadyExists) {
+    VU_TRACE_XS("vu_file::createDir directory already exists (", path, ") ");
+    return true;
+  }
+  VU_ERROR("vu_file::createDir (", path,
+           ") : ", mSgError(static_cast<unsigned long>(status.code())));
+  return false;
+}
+
+void vu_file::remove(const std::string& path) {
+  VU_FILE_SCOPE();
+  try {
+    // Required: the outcome is nobody's business here.
+    if (is_folder(vu_trace_scope, path, os::Links::kKeep)) {
+      static_cast<void>(os::remove_directory(path));
+    } else {
+      static_cast<void>(os::remove_file(path));
+    }
+  } catch (...) {
+    VU_ERROR("vu_file::remove(", path, ")");
+  }
+}
+
+bool vu_file::rename(const std::string& oldPath, const std::string& newPath) {
+  VU_FILE_SCOPE();
+  if (os::rename(oldPath, newPath).ok()) return true;
+  VU_WARNING("vu_file::rename() \t old Name : ", oldPath, " new name ", newPath);
+  return false;
+}
+
+bool vu_file::copyFile(const std::string& src, const std::string& dst, bool overwrite) {
+  VU_FILE_SCOPE("Vu_file::copyFile");
+  try {
+    if (!exists(src)) return false;
+    if (!overwrite && exists(dst)) return false;
+    const bool copied =
+        os::copy(src, dst, overwrite ? os::IfExists::kReplace : os::IfExists::kFail).ok();
+    // Required: a success whatever the copy says.
+    VU_SUCCESS("\tfrom fileSrc=", src, " to FileDest=", dst);
+    return copied;
+  } catch (...) {
+    VU_ERROR("Can't copy ", src, " file  to ", src, " file");  // sic: the source twice, two blanks
+    return false;
+  }
+}
+
+bool vu_file::recurseRemoveDir(const std::string& path) {
+  VU_FILE_SCOPE();
+  try {
+    if (!exists(path) || !is_folder(vu_trace_scope, path, os::Links::kKeep)) return false;
+    for (const std::string& name : filenames(path)) {
+      const std::string entry = path_text::join(path, name);
+      if (!exists(entry)) continue;
+      if (is_folder(vu_trace_scope, entry, os::Links::kKeep)) recurseRemoveDir(entry);
+      // Required: also a folder that has just gone, which warns.
+      remove(entry);
+      VU_TRACE_XS("\tpath->", entry, " is removed");
+    }
+    VU_TRACE_XS("root path->", path);
+    remove(path);
+    // Required: also when something could not be removed.
+    return true;
+  } catch (...) {
+    VU_ERROR("vu_file::recurseRemoveDir(", path, ")");
+    return false;
+  }
+}
+
+// ---- names -------------------------------------------------------------------------------------
+
+std::string vu_file::getShirtFileName(const std::string& fullName, std::string& dir) {
+  VU_FILE_SCOPE("Vu_file::getShirtFileName");
+  path_text::NameInFolder parts = path_text::name_in_folder(fullName);
+  VU_TRACE_XS("\tFull File Name->", fullName, " sDir->", parts.folder, "file Name->", parts.name);
+  dir = std::move(parts.folder);
+  return std::move(parts.name);
+}
+
+void vu_file::addFileSep(std::string& path) {
+  VU_FILE_SCOPE();
+  path = path_text::with_separator(std::move(path));
+}
+
+void vu_file::removeLastFileSep(std::string& path) {
+  VU_FILE_SCOPE();
+  path = path_text::without_last_separator(std::move(path));
+}
+
+void vu_file::split(std::string& name, std::string& extension) {
+  VU_FILE_SCOPE();
+  path_text::Cut cut;
+  if (!path_text::cut_at_last_dot(name, cut)) return;
+  extension = cut.after;
+  name.resize(cut.before.size());
+}
+
+std::string vu_file::getExtension(const std::string& path) {
+  VU_FILE_SCOPE();
+  path_text::Cut cut;
+  return path_text::cut_at_last_dot(path, cut) ? std::string(cut.after) : std::string();
+}

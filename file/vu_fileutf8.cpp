@@ -1,0 +1,185 @@
+#include "vu_fileutf8.h"
+
+#include <cstddef>
+#include <cstring>
+#include <limits>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+#include "file/file_internal.h"
+#include "file/handle_core.h"
+#include "file/lines.h"
+#include "file/path_text.h"
+#include "file/trace_source.h"
+#include "platform/os/os.h"
+
+/// @file
+/// The UTF-8 handle. Its protocol is HandleCore's; the static operations are in
+/// vu_fileutf8_system.cpp.
+
+namespace {
+
+os::Status open_long_form(const std::string& path, os::Access access, os::Handle& handle) {
+  return os::open(vu_file_internal::getLongPath(ucs2string(vu_utf8string(path))), access, handle);
+}
+
+std::int64_t size_as_count(const std::string& path) {
+  os::FileStat found;
+  if (!vu_file_internal::getFileStat(vu_utf8string(path), found, false)) return 0;
+  return std::in_range<std::int64_t>(found.size) ? static_cast<std::int64_t>(found.size)
+                                                 : std::numeric_limits<std::int64_t>::max();
+}
+
+constinit const HandleSpelling kUtf8Spelling = {
+    "vu_fileutf8::read : read op in write or truncate access file",
+    "vu_fileutf8::write : write operation in read access file",
+    open_long_form,
+    size_as_count,
+    [](std::int32_t code) { return vu_utf8string(os::error_text_wide(code)).str(); },
+};
+
+}  // namespace
+
+HandleCore vu_fileutf8::core() { return {*this, directory.str(), fileName.str(), kUtf8Spelling}; }
+
+vu_fileutf8::vu_fileutf8() { init(); }
+
+vu_fileutf8::vu_fileutf8(const vu_utf8string& fullPath) {
+  init();
+  setPath(fullPath);
+}
+
+vu_fileutf8::vu_fileutf8(const vu_utf8string& folder, const vu_utf8string& name) {
+  init();
+  directory = folder;
+  fileName = name;
+}
+
+// Required: shallow, the open handle included.
+vu_fileutf8::vu_fileutf8(const vu_fileutf8&) = default;
+vu_fileutf8& vu_fileutf8::operator=(const vu_fileutf8&) = default;
+
+vu_fileutf8::~vu_fileutf8() noexcept {
+  if (is_open()) close();
+}
+
+void vu_fileutf8::init() {
+  directory = vu_utf8string();
+  fileName = vu_utf8string();
+}
+
+void vu_fileutf8::setPath(const vu_utf8string& fullPath) noexcept {
+  VU_FILE_SCOPE();
+  if (is_open()) {
+    VU_ERROR("cannot change file name when it is opened");
+    return;
+  }
+  try {
+    path_text::Cut cut;
+    if (path_text::cut_at_last_backslash(fullPath.str(), cut)) {
+      vu_utf8string folder{std::string(cut.before)};
+      fileName = vu_utf8string(std::string(cut.after));
+      directory = std::move(folder);
+      return;
+    }
+  } catch (...) {
+    // No memory for the names: they stay, and the path counts as refused.
+  }
+  VU_ERROR("vu_fileutf8::setPath (invalid fullpath) : ", fullPath);
+}
+
+vu_utf8string vu_fileutf8::getFilePath() const {
+  VU_FILE_SCOPE();
+  return vu_utf8string(path_text::join(directory.str(), fileName.str()));
+}
+
+vu_pathutf8 vu_fileutf8::getPath() const {
+  VU_FILE_SCOPE();
+  return {directory, fileName};
+}
+
+bool vu_fileutf8::try_open(type_access mode, bool& lockFailed, bool noWait) {
+  VU_FILE_SCOPE();
+  return core().try_open(vu_trace_scope, mode, lockFailed, noWait);
+}
+
+void vu_fileutf8::open(type_access mode) {
+  VU_FILE_SCOPE();
+  core().open(vu_trace_scope, mode);
+}
+
+void vu_fileutf8::open(const vu_utf8string& folder, const vu_utf8string& name, type_access mode) {
+  VU_FILE_SCOPE();
+  // Required: without a trace or an exception; a read that follows finds a handle never opened.
+  if (folder.empty() || name.empty()) return;
+  directory = folder;
+  fileName = name;
+  core().open(vu_trace_scope, mode);
+}
+
+int vu_fileutf8::read(std::string& out, int count) {
+  VU_FILE_SCOPE();
+  return core().read(vu_trace_scope, out, count);
+}
+
+int vu_fileutf8::read(char* buffer, int count) {
+  VU_FILE_SCOPE();
+  std::string bytes;
+  const int done = core().read(vu_trace_scope, bytes, count);
+  if (done > 0) std::memcpy(buffer, bytes.data(), bytes.size());
+  return done;
+}
+
+void vu_fileutf8::read(unsigned char*& buffer, unsigned int& length) {
+  VU_FILE_SCOPE();
+  core().read(vu_trace_scope, buffer, length);
+}
+
+int vu_fileutf8::write(const std::string& data) {
+  VU_FILE_SCOPE();
+  return core().write(vu_trace_scope, data);
+}
+
+int vu_fileutf8::write(const char* data, int count) {
+  VU_FILE_SCOPE();
+  if (count < 0) throw std::length_error("vu_fileutf8::write");
+  return core().write(vu_trace_scope, std::string_view(data, static_cast<std::size_t>(count)));
+}
+
+void vu_fileutf8::seek(int offset, short origin) {
+  VU_FILE_SCOPE();
+  core().seek(offset, origin);
+}
+
+void vu_fileutf8::rewind() {
+  VU_FILE_SCOPE();
+  core().seek(0, 0);
+}
+
+void vu_fileutf8::close() noexcept {
+  VU_FILE_SCOPE();
+  core().close(vu_trace_scope);
+}
+
+void vu_fileutf8::clear() noexcept {
+  VU_FILE_SCOPE();
+  core().clear(vu_trace_scope);
+}
+
+void vu_fileutf8::linesNotEmpty(const vu_utf8string& dir, const vu_utf8string& name,
+                                std::vector<vu_utf8string>& lines) {
+  VU_FILE_SCOPE();
+  vu_fileutf8 file;
+  std::string content;
+  file.open(dir, name, o_read);
+  file.read(content, 0);
+  file.close();
+  std::string_view line;
+  for (std::string_view rest = content; next_line(rest, line);)
+    lines.emplace_back(std::string(line));
+}
+
+vu_utf8string vu_fileutf8::mSgError(unsigned long errorCode) {
+  return vu_utf8string(os::error_text_wide(static_cast<std::int32_t>(errorCode)));
+}

@@ -1,0 +1,306 @@
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+
+#include "file/file_internal.h"
+#include "file/path_text.h"
+#include "file/trace_source.h"
+#include "platform/os/os.h"
+#include "vu_fileutf8.h"
+
+/// @file
+/// The static operations of vu_fileutf8: the file system by UTF-8 paths.
+
+using vu_file_internal::getFileStat;
+using vu_file_internal::getLongPath;
+using vu_file_internal::long_form;
+
+namespace {
+
+/// vu_fileutf8::_is_dir() for what is to be removed: a link counts as itself, not as what it leads
+/// to.
+bool is_folder_to_remove(const vu_utf8string& long_path) {
+  os::FileStat found;
+  return getFileStat(long_path, found, true, os::Links::kKeep) && found.is_directory;
+}
+
+vu_utf8string join(const vu_utf8string& folder, const vu_utf8string& name) {
+  return vu_utf8string(path_text::join(folder.str(), name.str()));
+}
+
+}  // namespace
+
+// ---- questions ---------------------------------------------------------------------------------
+
+bool vu_fileutf8::exists(const vu_utf8string& path) {
+  VU_FILE_SCOPE();
+  return _exists(long_form(path));
+}
+
+bool vu_fileutf8::_exists(const vu_utf8string& longPath) {
+  VU_FILE_SCOPE();
+  const ucs2string path(longPath);
+  if (path_text::is_network(path.str())) return os::probe_attributes(path).ok();
+  // A folder is found as its own entry.
+  if (path_text::ends_in_separator(path.str()))
+    return os::probe_search(path + ucs2string(u".")).ok();
+  return os::probe_search(path).ok();
+}
+
+std::uint64_t vu_fileutf8::access_time(const vu_utf8string& path) {
+  VU_FILE_SCOPE();
+  os::FileStat found;
+  return getFileStat(path, found, false) ? static_cast<std::uint64_t>(found.access_time) : 0;
+}
+
+std::uint64_t vu_fileutf8::modify_time(const vu_utf8string& path) {
+  VU_FILE_SCOPE();
+  os::FileStat found;
+  return getFileStat(path, found, false) ? static_cast<std::uint64_t>(found.modify_time) : 0;
+}
+
+std::uint64_t vu_fileutf8::size(const vu_utf8string& path) {
+  VU_FILE_SCOPE();
+  os::FileStat found;
+  return getFileStat(path, found, false) ? found.size : 0;
+}
+
+bool vu_fileutf8::is_dir(const vu_utf8string& path) {
+  VU_FILE_SCOPE();
+  return _is_dir(long_form(path));
+}
+
+bool vu_fileutf8::_is_dir(const vu_utf8string& longPath) {
+  VU_FILE_SCOPE();
+  os::FileStat found;
+  return getFileStat(longPath, found, true) && found.is_directory;
+}
+
+std::vector<vu_utf8string> vu_fileutf8::filenames(const vu_utf8string& dir) {
+  VU_FILE_SCOPE();
+  return _filenames(long_form(dir));
+}
+
+std::vector<vu_utf8string> vu_fileutf8::_filenames(const vu_utf8string& longPath) {
+  VU_FILE_SCOPE();
+  std::vector<vu_utf8string> names;
+  if (!_is_dir(longPath)) return names;
+  const ucs2string folder(vu_utf8string(path_text::with_separator(longPath.str())));
+  std::vector<os::Entry> entries;
+  static_cast<void>(os::list(folder, entries));
+  names.reserve(entries.size());
+  for (os::Entry& entry : entries) names.emplace_back(std::move(entry.name));
+  return names;
+}
+
+std::uint64_t vu_fileutf8::getFolderSizeInKb(const vu_utf8string& path) {
+  VU_FILE_SCOPE();
+  constexpr std::uint64_t kBytesPerKb = 1024;
+  std::uint64_t total = 0;
+  for (const vu_utf8string& name : filenames(path)) {
+    const vu_utf8string entry = join(path, name);
+    if (is_dir(entry)) {
+      // A folder has no size of its own, on no system.
+      total += getFolderSizeInKb(entry);
+    } else {
+      // Required: each file rounded down by itself.
+      total += size(entry) / kBytesPerKb;
+    }
+  }
+  return total;
+}
+
+// ---- changes -----------------------------------------------------------------------------------
+
+bool vu_fileutf8::chmodW(const vu_utf8string& path) {
+  VU_FILE_SCOPE();
+  // Required: not the long form.
+  if (os::make_writable(ucs2string(path)).ok()) return true;
+  VU_ERROR("vu_fileutf8::chmodW : failed (", path, ")");
+  return false;
+}
+
+bool vu_fileutf8::createDir(const vu_utf8string& path) {
+  VU_FILE_SCOPE();
+  const os::Status status = os::create_directory(getLongPath(ucs2string(path)));
+  if (status.ok()) return true;
+  if (status.failure() == os::Failure::kAlreadyExists) {
+    VU_TRACE_XS("vu_fileutf8::createDir directory already exists (", path, ") ");
+    return true;
+  }
+  VU_ERROR("vu_fileutf8::createDir (", path,
+           ") : ", mSgError(static_cast<unsigned long>(status.code())));
+  return false;
+}
+
+bool vu_fileutf8::createDirR(const vu_utf8string& path) {
+  VU_FILE_SCOPE();
+  try {
+    if (exists(path)) return true;
+    // Required: what begins with a backslash becomes relative, since empty components are dropped.
+    vu_utf8string folder;
+    for (const vu_utf8string& component : directories(ucs2string(path))) {
+      folder += component;
+      folder += vu_utf8string("\\");
+      if (!exists(folder) && !createDir(folder)) return false;
+    }
+    VU_TRACE_XS("Recursivly created directory ", path);  // sic
+    return true;
+  } catch (...) {
+    VU_ERROR("vu_fileutf8::createDirR(", path, ")");
+    return false;
+  }
+}
+
+void vu_fileutf8::remove(const vu_utf8string& path) {
+  VU_FILE_SCOPE();
+  remove(path, true);
+}
+
+void vu_fileutf8::remove(const vu_utf8string& path, bool quiet) {
+  VU_FILE_SCOPE();
+  _remove(long_form(path), quiet);
+}
+
+void vu_fileutf8::_remove(const vu_utf8string& longPath, bool quiet) {
+  VU_FILE_SCOPE();
+  try {
+    const ucs2string path(longPath);
+    const os::Status status =
+        is_folder_to_remove(longPath) ? os::remove_directory(path) : os::remove_file(path);
+    if (status.ok()) {
+      VU_TRACE_XS("removed: ", longPath);
+    } else if (quiet) {
+      VU_TRACE_XS("removing: ", longPath, ": ", vu_file_internal::system_error_text(status.code()));
+    } else {
+      VU_ERROR("removing: ", longPath, ": ", vu_file_internal::system_error_text(status.code()));
+    }
+  } catch (...) {
+    VU_ERROR("uncaught exception while removing ", longPath);
+  }
+}
+
+bool vu_fileutf8::rename(const vu_utf8string& oldPath, const vu_utf8string& newPath) {
+  VU_FILE_SCOPE();
+  if (os::rename(getLongPath(ucs2string(oldPath)), getLongPath(ucs2string(newPath))).ok())
+    return true;
+  VU_WARNING("vu_fileutf8::rename() \t old Name : ", oldPath, " new name ", newPath);
+  return false;
+}
+
+bool vu_fileutf8::copyFile(const vu_utf8string& src, const vu_utf8string& dst, bool overwrite) {
+  VU_FILE_SCOPE("vu_fileutf8::copyFile");
+  try {
+    const vu_utf8string from = long_form(src);
+    const vu_utf8string to = long_form(dst);
+    if (!_exists(from)) return false;
+    if (!overwrite && _exists(to)) return false;
+    const bool copied = os::copy(ucs2string(from), ucs2string(to),
+                                 overwrite ? os::IfExists::kReplace : os::IfExists::kFail)
+                            .ok();
+    // Required: a success whatever the copy says.
+    VU_SUCCESS("\tfrom fileSrc=", src, " to FileDest=", dst);
+    return copied;
+  } catch (...) {
+    VU_ERROR("Can't copy ", src, " file  to ", src, " file");  // sic: the source twice, two blanks
+    return false;
+  }
+}
+
+bool vu_fileutf8::recurseRemoveDir(const vu_utf8string& path) {
+  VU_FILE_SCOPE();
+  return recurseRemoveDir(path, true);
+}
+
+bool vu_fileutf8::recurseRemoveDir(const vu_utf8string& path, bool) {
+  VU_FILE_SCOPE();
+  const vu_utf8string folder = long_form(path);
+  if (!_exists(folder) || !is_folder_to_remove(folder)) return false;
+  // Required: quiet whatever was asked for.
+  _recurseRemoveDir(folder, true);
+  return true;
+}
+
+void vu_fileutf8::_recurseRemoveDir(const vu_utf8string& longPath, bool quiet) {
+  VU_FILE_SCOPE();
+  try {
+    if (_exists(longPath) && is_folder_to_remove(longPath)) {
+      for (const vu_utf8string& name : _filenames(longPath)) {
+        // Below a folder within the classic limit there may be entries beyond it.
+        const vu_utf8string entry = long_form(join(longPath, name));
+        if (is_folder_to_remove(entry)) {
+          _recurseRemoveDir(entry, quiet);
+        } else {
+          _remove(entry, quiet);
+        }
+      }
+    }
+    _remove(longPath, quiet);
+  } catch (...) {
+    VU_ERROR("uncaught exception while removing ", longPath);
+  }
+}
+
+// ---- names -------------------------------------------------------------------------------------
+
+vu_utf8string vu_fileutf8::getShirtFileName(const vu_utf8string& fullName, vu_utf8string& dir) {
+  VU_FILE_SCOPE("vu_fileutf8::getShirtFileName");
+  path_text::NameInFolder parts = path_text::name_in_folder(fullName.str());
+  VU_TRACE_XS("\tFull File Name->", fullName, " sDir->", parts.folder, "file Name->", parts.name);
+  dir = vu_utf8string(std::move(parts.folder));
+  return vu_utf8string(std::move(parts.name));
+}
+
+void vu_fileutf8::addFileSep(vu_utf8string& path) {
+  VU_FILE_SCOPE();
+  path = vu_utf8string(path_text::with_separator(path.str()));
+}
+
+void vu_fileutf8::removeLastFileSep(vu_utf8string& path) {
+  VU_FILE_SCOPE();
+  path = vu_utf8string(path_text::without_last_separator(path.str()));
+}
+
+void vu_fileutf8::split(vu_utf8string& name, vu_utf8string& extension) {
+  VU_FILE_SCOPE();
+  path_text::Cut cut;
+  if (!path_text::cut_at_last_dot(name.str(), cut)) return;
+  vu_utf8string before{std::string(cut.before)};
+  extension = vu_utf8string(std::string(cut.after));
+  name = std::move(before);
+}
+
+vu_utf8string vu_fileutf8::getExtension(const vu_utf8string& path) {
+  VU_FILE_SCOPE();
+  path_text::Cut cut;
+  if (!path_text::cut_at_last_dot(path.str(), cut)) return vu_utf8string();
+  return vu_utf8string(std::string(cut.after));
+}
+
+std::vector<vu_utf8string> vu_fileutf8::directories(const ucs2string& path) {
+  VU_FILE_SCOPE();
+  std::vector<vu_utf8string> components;
+  const std::u16string& text = path.str();
+  for (std::size_t from = 0; from < text.size();) {
+    const std::size_t end = std::min(text.find(u'\\', from), text.size());
+    if (end > from) components.emplace_back(path.substr(from, end - from));
+    from = end + 1;
+  }
+  return components;
+}
+
+bool vu_fileutf8::getCurrentDirectory(vu_utf8string& out) {
+  VU_FILE_SCOPE();
+  ucs2string folder;
+  if (!os::current_directory(folder).ok()) return false;
+  out = vu_utf8string(folder);
+  return true;
+}
+
+bool vu_fileutf8::rel2abs(vu_utf8string& path) {
+  VU_FILE_SCOPE();
+  ucs2string absolute;
+  if (!os::full_path(ucs2string(path), absolute).ok()) return false;
+  path = vu_utf8string(absolute);
+  return true;
+}
