@@ -1,0 +1,162 @@
+#include <algorithm>
+#include <cstdint>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "index/index_format.h"
+#include "index/index_source.h"
+#include "index/width.h"
+#include "platform/host/trace.h"
+#include "platform/os/os.h"
+#include "stg_index.h"
+#include "vu_fileutf8.h"
+
+// Cleaning of out-of-date output: versions by age, their sub-part folders, and what no line of the
+// index accounts for.
+
+namespace {
+
+using Names = std::vector<vu_utf8string>;
+
+/// A folder as UTF-8 bytes, unchanged, with a separator behind it.
+vu_utf8string with_separator(const std::string& folder) {
+  vu_utf8string result(folder);
+  vu_fileutf8::addFileSep(result);
+  return result;
+}
+
+/// The file of an entry by this operation's own rule: a stored name with a dot is whole.
+std::string name_on_disk(std::string_view key, const std::string& stored) {
+  if (stored.find('.') != std::string::npos) return stored;
+  return stored + std::string(index_format::extension_of(index_format::logical_of(key)));
+}
+
+/// Last access or last modification in seconds since 1970; 0 for what is missing.
+std::uint64_t time_of(const vu_utf8string& path, bool use_access_time) {
+  return use_access_time ? vu_fileutf8::access_time(path) : vu_fileutf8::modify_time(path);
+}
+
+/// Whether @p name is a physical file name of the map or begins with one, as sub-part folders do.
+bool is_accounted_for(const STGIndex::NameMap& physical_names, const std::string& name) {
+  // The greatest name at or before `name` is a prefix of it, or every prefix lies within what both share.
+  auto it = physical_names.upper_bound(name);
+  while (it != physical_names.begin()) {
+    const std::string& candidate = (--it)->first;
+    const auto shared = std::mismatch(candidate.begin(), candidate.end(), name.begin(), name.end());
+    if (shared.first == candidate.end()) return true;
+    it = physical_names.upper_bound(std::string(name.begin(), shared.second));
+  }
+  return false;
+}
+
+/// The names that begin with @p prefix, out of sorted ones.
+std::pair<Names::const_iterator, Names::const_iterator> with_prefix(const Names& sorted,
+                                                                    std::string_view prefix) {
+  const auto head = [prefix](const vu_utf8string& name) {
+    return std::string_view(name.str()).substr(0, prefix.size());
+  };
+  const auto first = std::partition_point(
+      sorted.begin(), sorted.end(), [&](const vu_utf8string& name) { return head(name) < prefix; });
+  const auto last = std::partition_point(
+      first, sorted.end(), [&](const vu_utf8string& name) { return head(name) == prefix; });
+  return {first, last};
+}
+
+}  // namespace
+
+unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const unsigned long& maxAge,
+                                             AgeMap& kept, bool useAccessTime) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  const auto now = static_cast<std::uint32_t>(os::now());
+  const std::uint32_t limit = clamp_unsigned32(maxAge);
+
+  STGIndex index(folder);
+  VU_TRACE_XS("Cleaning folder: ", folder);
+  const vu_utf8string base = with_separator(folder);
+
+  std::vector<std::pair<std::string, std::string>> out_of_date;
+  for (const auto& [key, stored] : index.m_lp) {
+    const vu_utf8string path = base + vu_utf8string(name_on_disk(key, stored));
+    // Required: unsigned 32-bit arithmetic, so that a missing file is very old.
+    const std::uint32_t age = now - static_cast<std::uint32_t>(time_of(path, useAccessTime));
+    if (limit == 0 || age > limit) {
+      out_of_date.emplace_back(key, stored);
+    } else {
+      kept.emplace(age, folder + "\\" + key);
+    }
+  }
+
+  const Names names = vu_fileutf8::filenames(base);
+  Names sorted = names;
+  std::sort(sorted.begin(), sorted.end());
+  for (const auto& [key, stored] : out_of_date) {
+    const std::string entry = entryOnly(key);
+    const long timestamp = tsOnly(key);
+    const std::string file = name_on_disk(key, stored);
+    VU_TRACE_XS("          Removing entry=", entry, " ts=", timestamp, " nameOnFS=", file);
+    index._remove(entry, timestamp);
+    const auto [first, last] = with_prefix(sorted, file + "_");
+    cleanOutputDirectories(base, Names(first, last), file, nullptr);
+  }
+
+  index.sweepOrphans(base, names, limit, useAccessTime);
+  return static_cast<unsigned long>(out_of_date.size());
+}
+
+void STGIndex::sweepOrphans(const vu_utf8string& base, const std::vector<vu_utf8string>& names,
+                            unsigned long limit, bool useAccessTime) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  // Required: the query below loads the index a second time and, with a change of its own to save, waits
+  // for every lock on it; this instance's own would never be given back.
+  close();
+  NameMap physical_names;
+  plValues(m_folder, physical_names);
+
+  for (const vu_utf8string& name : names) {
+    if (name.str() == kCounterFile || name.str() == kIndexFile) continue;
+    if (is_accounted_for(physical_names, name.str())) continue;
+    const vu_utf8string path = base + name;
+    const std::uint64_t time = time_of(path, useAccessTime);
+    // Required: a point in time against a duration.
+    if (time == 0 || limit == 0 || time <= limit) continue;
+    if (vu_fileutf8::is_dir(path)) {
+      VU_ERROR("removing orphan directory: ", path);
+      vu_fileutf8::recurseRemoveDir(path, false);
+    } else {
+      VU_ERROR("removing orphan file: ", path);
+      vu_fileutf8::remove(path, false);
+    }
+  }
+}
+
+void STGIndex::cleanAllOutput(const std::string& folder) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  AgeMap kept;
+  cleanOutOfDateOutput(folder, 0, kept, false);
+}
+
+void STGIndex::cleanOutputDirectories(const std::string& folder, const std::string& name,
+                                      unsigned long* counter) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  const vu_utf8string base = with_separator(folder);
+  cleanOutputDirectories(base, vu_fileutf8::filenames(base), name, counter);
+}
+
+void STGIndex::cleanOutputDirectories(const vu_utf8string& folder,
+                                      const std::vector<vu_utf8string>& names,
+                                      const std::string& name, unsigned long* counter) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  const std::string prefix = name + "_";
+  if (counter != nullptr) *counter = 0;
+  for (const vu_utf8string& candidate : names) {
+    if (!candidate.str().starts_with(prefix)) continue;
+    const vu_utf8string path = folder + candidate;
+    if (!vu_fileutf8::is_dir(path)) continue;
+    if (counter != nullptr) *counter += static_cast<unsigned long>(vu_fileutf8::getFolderSizeInKb(path));
+    vu_fileutf8::recurseRemoveDir(path, false);
+    if (vu_fileutf8::is_dir(path)) {
+      VU_ERROR("STGIndex: removal of output directory failed: ", path);
+    }
+  }
+}

@@ -1,0 +1,135 @@
+#include <algorithm>
+
+#include "index/document_extensions.h"
+#include "index/index_format.h"
+#include "index/index_source.h"
+#include "index/width.h"
+#include "platform/host/trace.h"
+#include "stg_index.h"
+
+// The public operations and queries. Each builds its instance and lets it go, which writes a changed
+// index back.
+
+bool STGIndex::exists(const std::string& folder, const std::string& logical, long timestamp,
+                      std::string& physical) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  if (vu_file::exists(folder + "\\" + logical)) {
+    physical = logical;
+    return true;
+  }
+  checkIndexFile(folder);
+
+  vu_file file(folder, kIndexFile);
+  try {
+    file.open(o_read);
+  } catch (const vu_file_except& e) {
+    VU_WARNING("STGIndex::exists(): Unable to open index.dat file while checking for existence of ",
+               logical, " in directory ", folder, "\n Reason: ", e.what());
+    return false;
+  }
+  std::string text;
+  file.read(text, 0);
+  file.close();
+
+  // Of several lines of one key the first valid one counts; the others need not be looked at.
+  const std::string key = entryAndTS(logical, timestamp);
+  index_format::LinesOfKey lines(text, key);
+  index_format::Line line;
+  while (lines.next(line)) {
+    const std::string name = index_format::file_name_of(key, line.stored);
+    // When the entry's file is there the line is valid: that file is one of the two that validity asks for.
+    const bool is_there = vu_file::exists(folder + "\\" + name);
+    if (is_there || validIndexLine(folder, key, std::string(line.stored))) {
+      physical = name;
+      return is_there;
+    }
+  }
+  return false;
+}
+
+std::string STGIndex::create(const std::string& folder, const std::string& logical, long timestamp) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  std::string physical;
+  if (exists(folder, logical, timestamp, physical)) return physical;
+  return STGIndex(folder)._create(logical, timestamp);
+}
+
+void STGIndex::remove(const std::string& folder, const std::string& logical, long timestamp) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  STGIndex(folder)._remove(logical, timestamp);
+}
+
+void STGIndex::rename(const std::string& folder, const std::string& oldLogical, long oldTs,
+                      const std::string& newLogical, long newTs) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  if (oldLogical == newLogical && clamp32(oldTs) == clamp32(newTs)) return;
+  STGIndex(folder)._rename(oldLogical, oldTs, newLogical, newTs);
+}
+
+bool STGIndex::lastVersion(const std::string& folder, const std::string& logical, long& timestamp) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  const STGIndex index(folder);
+  timestamp = 0;
+  bool found = false;
+  for (auto it = index.m_lp.begin(); it != index.m_lp.end(); ++it) {
+    if (index_format::logical_of(it->first) != logical) continue;
+    found = true;
+    timestamp = std::max(timestamp, ts(it));
+  }
+  return found;
+}
+
+void STGIndex::plValues(const std::string& folder, NameMap& out) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  out.clear();
+  const STGIndex index(folder);
+  for (auto it = index.m_lp.begin(); it != index.m_lp.end(); ++it) out.emplace(pName(it), lName(it));
+}
+
+void STGIndex::lpValues(const std::string& folder, NameMap& out) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  out.clear();
+  const STGIndex index(folder);
+  for (auto it = index.m_lp.begin(); it != index.m_lp.end(); ++it) out.emplace(lName(it), pName(it));
+}
+
+void STGIndex::getCategories(const std::string& folder, NameMap& out) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  out.clear();
+  const STGIndex index(folder);
+  for (auto it = index.m_lp.begin(); it != index.m_lp.end(); ++it) {
+    const std::string logical = lName(it);
+    if (getExtension(logical) == "ctg") out.emplace(logical, pName(it));
+  }
+}
+
+void STGIndex::getVUDocs(const std::string& folder, NameMap& out) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  out.clear();
+  const STGIndex index(folder);
+  for (auto it = index.m_lp.begin(); it != index.m_lp.end(); ++it) {
+    const std::string logical = lName(it);
+    if (is_document_extension(getExtension(logical))) out.emplace(pName(it), logical);
+  }
+}
+
+std::string STGIndex::getPhysicalName(const std::string& folder, const std::string& logical) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  return create(folder, logical, 0);
+}
+
+std::string STGIndex::getPhysicalPath(const std::string& folder, const std::string& logical) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  return folder + "\\" + getPhysicalName(folder, logical);
+}
+
+void STGIndex::updateIndexFile(const std::string& folder) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  STGIndex index(folder);
+  index.m_needUpdate = true;
+}
+
+void STGIndex::checkIndexFile(const std::string& folder) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  if (!vu_file::exists(folder + "\\" + kIndexFile)) updateIndexFile(folder);
+}

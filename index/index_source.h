@@ -1,0 +1,26 @@
+#pragma once
+
+#include <exception>
+#include <string>
+
+#include "vu_file_except.h"
+
+/// The source name of the index's traces.
+inline constexpr const char* kIndexSource = "stg_index";
+
+/// The index of a folder, and the counter of generated names beside it.
+inline constexpr const char* kIndexFile = "index.dat";
+inline constexpr const char* kCounterFile = "index";
+
+/// The text of the exception that is being handled.
+inline std::string text_of_current_exception() {
+  try {
+    throw;
+  } catch (const vu_file_except& e) {
+    return e.what();
+  } catch (const std::exception& e) {
+    return e.what();
+  } catch (...) {
+    return "unknown exception";
+  }
+}

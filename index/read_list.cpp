@@ -1,0 +1,124 @@
+#include "index/read_list.h"
+
+#include <array>
+#include <exception>
+#include <optional>
+
+#include "index/index_format.h"
+#include "index/index_source.h"
+#include "platform/host/trace.h"
+#include "vu_file.h"
+
+namespace {
+
+constexpr std::size_t kFields = 6;
+
+/// Where the six tabs of a line stand.
+using Tabs = std::array<std::size_t, kFields>;
+
+/// Required: the first tab is looked for from position 1, each further one two positions behind the one
+/// before, so that no field but the first can be empty (and a tab at position 0 is a character of it).
+std::optional<Tabs> tabs_of(std::string_view line) {
+  Tabs tabs{};
+  std::size_t from = 1;
+  for (std::size_t& tab : tabs) {
+    tab = line.find('\t', from);
+    if (tab == std::string_view::npos) return std::nullopt;
+    from = tab + 2;
+  }
+  return tabs;
+}
+
+std::string_view extension_for(char kind) {
+  switch (kind) {
+    case 'A':
+      return ".kda";
+    case 'B':
+      return ".kdb";
+    case 'H':
+    case 'R':
+    case 'T':
+      return ".kdc";
+    case 'N':
+      return ".kdd";
+    case 'U':
+      return ".kde";
+    case 'Z':
+      return ".kdf";
+    default:
+      return ".kdg";
+  }
+}
+
+}  // namespace
+
+std::string ReadList::name_of(std::string_view line) {
+  const std::optional<Tabs> tabs = tabs_of(line);
+  if (!tabs) return std::string();
+  const auto field = [&](std::size_t number) {
+    const std::size_t begin = number == 1 ? 0 : (*tabs)[number - 2] + 1;
+    return line.substr(begin, (*tabs)[number - 1] - begin);
+  };
+  std::string name;
+  name.append(field(4)).append("#").append(field(5)).append("#");
+  name.append(field(1)).append("#").append(field(2)).append(extension_for(field(3).front()));
+  return name;
+}
+
+ReadList::ReadList(const std::string& folder, const std::string& file_name)
+    : m_folder(folder),
+      m_file_name(file_name),
+      m_exceptions_at_construction(std::uncaught_exceptions()) {
+  load();
+}
+
+ReadList::~ReadList() noexcept(false) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  try {
+    save();
+  } catch (...) {
+    if (std::uncaught_exceptions() <= m_exceptions_at_construction) throw;
+    VU_ERROR(text_of_current_exception());
+  }
+}
+
+void ReadList::load() {
+  if (!vu_file::exists(m_folder + "\\" + m_file_name)) return;
+  vu_file file(m_folder, m_file_name);
+  file.open(vu_file::o_read);
+  std::string text;
+  file.read(text, 0);
+  file.close();
+
+  // Required: what follows the last line feed is a line less its last character, and a text without a line
+  // feed holds no line.
+  const auto enter = [this](std::string_view line) {
+    std::string name = name_of(line);
+    if (!name.empty()) m_lines.emplace(std::move(name), line);
+  };
+  const std::string_view all(text);
+  std::size_t begin = 0;
+  for (std::size_t end = all.find('\n'); end != std::string_view::npos; end = all.find('\n', begin)) {
+    enter(all.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  if (begin != 0 && begin < all.size()) enter(all.substr(begin, all.size() - begin - 1));
+}
+
+void ReadList::save() const {
+  vu_file file(m_folder, m_file_name);
+  file.open(vu_file::o_truncate);
+  std::string text;
+  for (const auto& [name, line] : m_lines) text.append(line).append("\n");
+  file.write(text);
+  file.close();
+}
+
+void ReadList::unescape(const std::string& name) {
+  const auto it = m_lines.find(name);
+  if (it == m_lines.end()) return;
+  std::string& line = it->second;
+  const Tabs tabs = tabs_of(line).value();
+  const std::size_t begin = tabs[0] + 1;
+  line.replace(begin, tabs[1] - begin, index_format::unescape(line.substr(begin, tabs[1] - begin)));
+}

@@ -1,0 +1,160 @@
+#include "stg_index.h"
+
+#include <atomic>
+#include <exception>
+#include <stdexcept>
+
+#include "file/handle_core.h"
+#include "index/folder_files.h"
+#include "index/index_format.h"
+#include "index/index_source.h"
+#include "index/width.h"
+#include "platform/host/trace.h"
+
+// The instance: loading, merging and saving. Naming and adoption: index_naming.cpp; changes of entries:
+// index_entries.cpp; the public operations: index_operations.cpp, cleaning.cpp, migration.cpp.
+
+bool STGIndex::m_autoSynchronizeToFolder = true;
+
+void STGIndex::setSynchronizeMode(bool synchronize) {
+  std::atomic_ref(m_autoSynchronizeToFolder).store(synchronize, std::memory_order_release);
+}
+
+STGIndex::STGIndex() : m_exceptionsAtConstruction(std::uncaught_exceptions()) {}
+
+STGIndex::STGIndex(const STGIndex& other)
+    : vu_file(other),
+      m_folder(other.m_folder),
+      m_lp(other.m_lp),
+      m_pl(other.m_pl),
+      m_needUpdate(other.m_needUpdate),
+      m_exceptionsAtConstruction(std::uncaught_exceptions()) {}
+
+STGIndex& STGIndex::operator=(const STGIndex& other) {
+  vu_file::operator=(other);
+  m_folder = other.m_folder;
+  m_lp = other.m_lp;
+  m_pl = other.m_pl;
+  m_needUpdate = other.m_needUpdate;
+  return *this;
+}
+
+STGIndex::STGIndex(const std::string& folder)
+    : vu_file(folder, kIndexFile),
+      m_folder(folder),
+      m_exceptionsAtConstruction(std::uncaught_exceptions()) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  if (!vu_file::is_dir(m_folder)) {
+    VU_ERROR("STGIndex::STGIndex() : the folder ", m_folder, " doesn't exist !!!");
+  }
+
+  FolderFiles files(m_folder);
+  if (vu_file::exists(getFilePath())) {
+    // Required: the handle, and with it the shared lock, stays until the destructor.
+    open(o_read);
+    std::string text;
+    read(text, 0);
+    load_lines(text, files, m_lp, m_pl);
+  }
+  if (std::atomic_ref(m_autoSynchronizeToFolder).load(std::memory_order_acquire)) {
+    synchronizeToFolder(files);
+  }
+}
+
+STGIndex::~STGIndex() noexcept(false) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  try {
+    close();
+    if (m_needUpdate) mergeAndSave();
+  } catch (...) {
+    // A second exception during unwinding would end the host program.
+    if (std::uncaught_exceptions() <= m_exceptionsAtConstruction) throw;
+    VU_ERROR(text_of_current_exception());
+  }
+}
+
+void STGIndex::mergeAndSave() {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  VU_TRACE_M(" STGIndex: (begin) updating index.dat ...");
+  VU_TRACE_M("  folder : ", m_folder);
+  try {
+    open(o_append);
+  } catch (const vu_file_except& e) {
+    VU_WARNING(
+        "STGIndex::~STGIndex(): Unable to create/update index.dat - "
+        "please verify that you have write access and disk is not full."
+        "\n Reason: ",
+        e.what());
+    return;
+  }
+
+  std::string text;
+  read(text, 0);
+  NameMap lp_on_disk;
+  NameMap pl_on_disk;
+  string2Maps(m_folder, std::move(text), lp_on_disk, pl_on_disk);
+  for (const auto& [key, stored] : lp_on_disk) {
+    if (!m_lp.emplace(key, stored).second) continue;
+    VU_TRACE_M(" add in my maps ", key, "/", stored);
+    m_pl.emplace(stored, key);
+  }
+
+  saveIndexFile();
+  close();
+  VU_TRACE_M(" STGIndex: (end) index.dat is uptodate");  // sic
+  VU_TRACE_M("  folder : ", m_folder);
+}
+
+void STGIndex::saveIndexFile() {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  FolderFiles files(m_folder);
+  std::string text;
+  for (const auto& [key, stored] : m_lp) {
+    if (files.is_valid(key, stored)) text.append(key).append("/").append(stored).append("\n");
+  }
+  if (text.empty()) text = " ";
+  replace_text(*this, text);
+}
+
+// ---- keys, names and lines -------------------------------------------------------------------
+
+std::string STGIndex::entryAndTS(const std::string& logical, long timestamp) {
+  return index_format::key_of(logical, clamp32(timestamp));
+}
+
+std::string STGIndex::entryOnly(const std::string& key) {
+  if (key.size() < index_format::kStampLength) throw std::out_of_range("STGIndex::entryOnly");
+  return std::string(index_format::logical_of(key));
+}
+
+long STGIndex::tsOnly(const std::string& key) {
+  return index_format::parse_decimal(
+      std::string_view(key).substr(key.size() - (index_format::kStampLength - 1)));
+}
+
+std::string STGIndex::extension(const std::string& name) {
+  return std::string(index_format::extension_of(name));
+}
+
+bool STGIndex::validIndexLine(const std::string& folder, const std::string& key,
+                              const std::string& physical) {
+  const std::string path = folder + "\\" + physical;
+  return vu_file::exists(path) || vu_file::exists(path + extension(entryOnly(key)));
+}
+
+void STGIndex::string2Maps(const std::string& folder, std::string text, NameMap& lp, NameMap& pl) {
+  FolderFiles files(folder);
+  load_lines(text, files, lp, pl);
+}
+
+std::string STGIndex::lName(NameMap::const_iterator it) { return entryOnly(it->first); }
+
+long STGIndex::ts(NameMap::const_iterator it) { return tsOnly(it->first); }
+
+std::string STGIndex::pName(NameMap::const_iterator it) {
+  return index_format::file_name_of(it->first, it->second);
+}
+
+bool STGIndex::iSsambaOrT101(const std::string& name) { return index_format::is_escaped_form(name); }
+
+void STGIndex::UnescapeVU(std::string& name) { name = index_format::unescape(name); }
