@@ -1,0 +1,76 @@
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/host/trace.h"
+#include "stg_index.h"
+#include "storage/guard.h"
+#include "vu_storage.h"
+
+using storage::guarded;
+using storage::kSource;
+using vu_host::trace_level;
+
+namespace {
+
+/// Appends the entries of a folder's index that `keep` wants, in the order of the physical names.
+/// The lists stay in step when memory runs out: nothing can throw between the two appends.
+template <class Keep>
+void list_entries(const std::string& folder, std::vector<std::string>& logical_names,
+                  std::vector<std::string>& physical_names, Keep keep) {
+  STGIndex::NameMap entries;
+  STGIndex::plValues(folder, entries);
+  logical_names.reserve(logical_names.size() + entries.size());
+  physical_names.reserve(physical_names.size() + entries.size());
+  for (auto& [physical, logical] : entries) {
+    if (!keep(logical)) continue;
+    physical_names.push_back(physical);
+    logical_names.push_back(std::move(logical));
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> vu_storage::getAllFileListFromIndexFile(
+    const std::string& folder, std::vector<std::string>& physicalNames) {
+  VU_TRACE_SCOPE(kSource, trace_level::xl);
+  std::vector<std::string> logical_names;
+  const auto failed = [&](const auto&...) {
+    // Required: the text says so whatever the exception was.
+    VU_ERROR("vu_storage::getAllFileListFromIndexFile : ", folder, " isn't a directory");
+  };
+  guarded(
+      [&] {
+        checkInit();
+        if (!vu_file::is_dir(folder)) return;
+        list_entries(folder, logical_names, physicalNames, [](const std::string&) { return true; });
+      },
+      failed, failed);
+  return logical_names;
+}
+
+std::vector<std::string> vu_storage::getFileListFromIndexFile(
+    const std::string& folder, std::vector<std::string>& physicalNames,
+    const std::vector<std::string>* wanted) {
+  VU_TRACE_SCOPE(kSource, trace_level::xl);
+  checkInit();
+  // Required: unlike its sibling it refuses what is no folder, past its own handler.
+  if (!vu_file::is_dir(folder)) throw vu_file_except("not a folder: " + folder);
+
+  std::vector<std::string> logical_names;
+  const auto failed = [&](const auto&...) {
+    // Required: the text says so whatever the exception was.
+    VU_ERROR("vu_storage::getFileListFromIndexFile : ", folder, " isn't a directory");
+  };
+  guarded(
+      [&] {
+        list_entries(folder, logical_names, physicalNames, [&](const std::string& logical) {
+          if (!isVuDocExt(vu_file::getExtension(logical))) return false;
+          return wanted == nullptr ||
+                 std::find(wanted->begin(), wanted->end(), logical) != wanted->end();
+        });
+      },
+      failed, failed);
+  return logical_names;
+}

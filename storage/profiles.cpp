@@ -1,0 +1,53 @@
+#include <string>
+
+#include "platform/host/trace.h"
+#include "storage/guard.h"
+#include "vu_storage.h"
+
+using storage::guarded;
+using storage::kPassOn;
+using storage::kSource;
+using vu_host::trace_level;
+
+long vu_storage::saveUserOrMasterProfile(const std::string& userOrDomain,
+                                         const std::string& fileName,
+                                         const STG::NameValueSeq& seq) {
+  VU_TRACE_SCOPE(kSource, trace_level::xl);
+  return guarded(
+      1L,
+      [&] {
+        checkInit();
+        // The separator stands twice in the file's path, which every system takes for one.
+        const std::string folder = s_sConfigDirPath + "\\";
+        const std::string name = fileName.empty() ? "profile.txt" : fileName;
+        // Required: neither result is looked at. What could not be written has been traced.
+        if (!userOrDomain.empty()) {
+          saveKey(userOrDomain, name, STG::UserFilesRepository, seq);
+        } else {
+          writeKeysFile(folder, name, getStringFromNameValueSeq(seq), true);
+        }
+        return 0L;
+      },
+      [&](const std::string& text) { VU_ERROR("vu_storage::saveUserOrMasterProfile : ", text); },
+      kPassOn);
+}
+
+long vu_storage::loadUserOrMasterProfile(const std::string& userOrDomain,
+                                         const std::string& fileName, STG::NameValueSeq& seq) {
+  VU_TRACE_SCOPE(kSource, trace_level::xl);
+  return guarded(
+      1L,
+      [&] {
+        checkInit();
+        const std::string& folder = s_sConfigDirPath;
+        // Required: an empty name is not replaced for a user; saving does replace it.
+        if (!userOrDomain.empty())
+          return loadKey(userOrDomain, fileName, STG::UserFilesRepository, seq);
+        std::string name = fileName;
+        if (name.empty())
+          name = vu_file::exists(folder + "\\profile.txt") ? "profile.txt" : "master.txt";
+        return readKeysFile(folder, name, seq, false);
+      },
+      [&](const std::string& text) { VU_ERROR("vu_storage::loadUserOrMasterProfile : ", text); },
+      kPassOn);
+}

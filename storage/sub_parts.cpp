@@ -1,0 +1,232 @@
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "index/width.h"
+#include "platform/host/trace.h"
+#include "stg_index.h"
+#include "storage/guard.h"
+#include "vu_storage.h"
+
+using storage::guarded;
+using storage::kSource;
+using vu_host::trace_level;
+
+namespace {
+
+/// What is to be done before a part can be read. The numbers are part of the traced texts.
+enum UpdateWay : int {
+  kForceRetrieve = -1,
+  kUpToDate = 0,
+  kFromPreload = 1,
+  kRegenerate = 2,
+};
+
+/// The folder below which a document's parts are kept.
+std::string root_of_parts(const std::string& document, const std::string& stamp) {
+  return document + "_" + stamp;
+}
+
+void make_folder_if_missing(const std::string& folder) {
+  if (!vu_file::exists(folder)) vu_file::createDir(folder);
+}
+
+/// Times are compared by their low 32 bits, as signed numbers.
+std::int32_t time_of(const std::string& path) {
+  return static_cast<std::int32_t>(vu_file::modify_time(path));
+}
+
+/// Where a rendition is read: the folder of its kind, and the folder of its parts.
+struct ReadFolders {
+  std::string of_type;
+  std::string of_parts;
+  bool has_type = false;  ///< the kind has a folder of its own
+};
+
+// Required: only these two kinds are split at their "@", while writing splits every selector.
+// Another one that holds an "@" is written in two folders and looked for in one.
+ReadFolders read_folders(const std::string& root, const std::string& selector) {
+  if (selector.starts_with("html@"))
+    return {root + "\\html", root + "\\html\\" + selector.substr(5), true};
+  if (selector.starts_with("pdf@"))
+    return {root + "\\pdf", root + "\\pdf\\" + selector.substr(4), true};
+  return {root, root + "\\" + selector, false};
+}
+
+}  // namespace
+
+// ---- writing ----------------------------------------------------------------------------------
+
+void vu_storage::OpenWriteSubPart(vu_file& file, const std::string& userOrDomain,
+                                  const std::string& entry, const std::string& strType,
+                                  const std::string& strPartId, long docTime) {
+  VU_TRACE_SCOPE(kSource, trace_level::m, "vu_storage::OpenWriteSubPart: ", userOrDomain, " : ",
+                 entry, " : ", strPartId);
+  std::string dir;
+  guarded(
+      [&] {
+        checkInit();
+        if (entry.empty()) return;
+        if (!createUserOrDomainNameDirectory(userOrDomain, entry, STG::CorporateRepository, dir,
+                                             true))
+          return;
+        std::string physical;
+        if (!STGIndex::exists(dir, entry, docTime, physical)) {
+          VU_ERROR("OpenWriteSubPart : entry not found ! entry=", entry, " TS=", clamp32(docTime));
+          return;
+        }
+
+        dir = root_of_parts(dir + "\\" + physical, s_sTdcTimeStamp);
+        make_folder_if_missing(dir);
+        const std::size_t at = strType.find('@');
+        if (at == std::string::npos) {
+          dir += "\\" + strType;
+        } else {
+          dir += "\\" + strType.substr(0, at);
+          make_folder_if_missing(dir);
+          dir += "\\" + strType.substr(at + 1);
+        }
+        make_folder_if_missing(dir);
+        file.open(dir, strPartId, vu_file_base::o_truncate);
+      },
+      [&](const std::string& text) {
+        VU_ERROR("vu_storage::OpenWriteSubPart :", text);  // sic: no blank after the colon
+      },
+      [&] {
+        VU_ERROR("vu_storage::OpenWriteSubPart : Can't open file for write : sDir->", dir,
+                 "   strPartId->", strPartId);
+      });
+}
+
+void vu_storage::OpenWriteSubPart(vu_file& file, const vu_utf8string& userOrDomain,
+                                  const vu_utf8string& entry, const std::string& strType,
+                                  const std::string& strPartId, long docTime) {
+  VU_TRACE_SCOPE(kSource, trace_level::xl);
+  checkInit();
+  OpenWriteSubPart(file, getBuffer(userOrDomain), getBuffer(entry), strType, strPartId, docTime);
+}
+
+// ---- the decision -----------------------------------------------------------------------------
+
+int vu_storage::getBestUpdateWay(const std::string& strRepo, const std::string& strEntry,
+                                 const std::string& strType, const std::string& strPartID,
+                                 std::string& partDir, std::string& preloadDir, long docTime) {
+  VU_TRACE_SCOPE(kSource, trace_level::xl);
+  // Required: after an exception the part counts as up to date.
+  return guarded(
+      int{kUpToDate},
+      [&]() -> int {
+        std::string folder;
+        std::string physical;
+        if (!IsFileExist(strRepo, strEntry, STG::CorporateRepository, docTime, &folder,
+                         &physical)) {
+          VU_TRACE_XL("file ", strEntry, " does not exist");
+          return kRegenerate;
+        }
+        const std::string document = folder + "\\" + physical;
+        const std::int32_t document_time = time_of(document);
+        if (document_time == 0) return kForceRetrieve;
+
+        const std::string root = root_of_parts(document, s_sTdcTimeStamp);
+        if (!vu_file::exists(root)) return kRegenerate;
+        const ReadFolders folders = read_folders(root, strType);
+        if (folders.has_type) make_folder_if_missing(folders.of_type);
+        make_folder_if_missing(folders.of_parts);
+        partDir = folders.of_parts;
+        if (vu_file::getExtension(strEntry) == "kdf") return kUpToDate;
+
+        preloadDir = folders.of_type + "\\preload";
+        const std::int32_t preload_time = time_of(preloadDir + "\\" + strPartID);
+        const std::int32_t part_time = time_of(partDir + "\\" + strPartID);
+        if (part_time < preload_time) return kFromPreload;
+        return part_time >= document_time ? kUpToDate : kRegenerate;
+      },
+      [&](const std::string& text) { VU_ERROR("vu_storage::getBestUpdateWay : ", text); },
+      [&] { VU_ERROR("vu_storage::getBestUpdateWay : unknown error"); });
+}
+
+// ---- reading ----------------------------------------------------------------------------------
+
+void vu_storage::OpenReadSubPart(vu_file& file, const std::string& strUser,
+                                 const std::string& strRepo, const std::string& strEntry,
+                                 const std::string& strType, const std::string& strPartID,
+                                 long docTime) {
+  VU_TRACE_SCOPE(kSource, trace_level::m, "vu_storage::OpenReadSubPart ");
+  guarded(
+      [&] {
+        checkInit();
+        VU_TRACE_XS("strUser:", strUser, "\t strRepo:", strRepo, "\t strEntry:", strEntry,
+                    "\t strType:", strType, "\t strPartID:", strPartID,
+                    "\t docTime:", clamp32(docTime));
+        if (strEntry.empty()) return;
+
+        std::string part_dir;
+        std::string preload_dir;
+        switch (getBestUpdateWay(strRepo, strEntry, strType, strPartID, part_dir, preload_dir,
+                                 docTime)) {
+          case kForceRetrieve:
+            VU_ERROR("case -1 : vu_storage::OpenReadSubPart : unknown error, force retrieve doc");
+            break;
+          case kUpToDate:
+            VU_SUCCESS("case 0 : Doc is up to date");
+            file.open(part_dir, strPartID, vu_file_base::o_read);
+            break;
+          case kFromPreload:
+            VU_SUCCESS("case 1: Doc must be updated from preload");  // sic: no blank
+            if (vu_file::copyFile(preload_dir + "\\" + strPartID, part_dir + "\\" + strPartID,
+                                  true))
+              file.open(part_dir, strPartID, vu_file_base::o_read);
+            break;
+          case kRegenerate:
+            VU_TRACE_XL("Document must to be regenerated");  // sic
+            break;
+          default:
+            break;
+        }
+      },
+      [&](const std::string& text) {
+        VU_WARNING("vu_storage::OpenReadSubPart: ", text);  // sic: no blank before the colon
+      },
+      [&] { VU_ERROR("vu_storage::OpenReadSubPart : unknown error, force retrieve doc"); });
+}
+
+void vu_storage::OpenReadSubPart(vu_file& file, const vu_utf8string& strUser,
+                                 const vu_utf8string& strRepo, const vu_utf8string& strEntry,
+                                 const std::string& strType, const std::string& strPartID,
+                                 long docTime) {
+  VU_TRACE_SCOPE(kSource, trace_level::xl);
+  checkInit();
+  OpenReadSubPart(file, getBuffer(strUser), getBuffer(strRepo), getBuffer(strEntry), strType,
+                  strPartID, docTime);
+}
+
+void vu_storage::OpenReadSubPartEx(vu_file& file, const std::string& strUser,
+                                   const std::string& strRepo, const std::string& strEntry,
+                                   const std::string& strType, const std::string& strPartID,
+                                   long docTime, unsigned long& size) {
+  VU_TRACE_SCOPE(kSource, trace_level::xl);
+  size = 0;
+  // A part whose size cannot be asked for is given up: open with a size of 0 it would look empty.
+  const auto failed = [&](const auto&...) {
+    file.close();
+    VU_ERROR("vu_storage::OpenReadSubPart : unknown error, force retrieve doc");
+  };
+  guarded(
+      [&] {
+        checkInit();
+        OpenReadSubPart(file, strUser, strRepo, strEntry, strType, strPartID, docTime);
+        // Unsigned, so that a part of 2 to 4 GB gets its true size.
+        if (file.is_open()) size = static_cast<std::uint32_t>(vu_file::size(file.getFilePath()));
+      },
+      failed, failed);
+}
+
+void vu_storage::OpenReadSubPartEx(vu_file& file, const vu_utf8string& strUser,
+                                   const vu_utf8string& strRepo, const vu_utf8string& strEntry,
+                                   const std::string& strType, const std::string& strPartID,
+                                   long docTime, unsigned long& size) {
+  VU_TRACE_SCOPE(kSource, trace_level::xl);
+  checkInit();
+  OpenReadSubPartEx(file, getBuffer(strUser), getBuffer(strRepo), getBuffer(strEntry), strType,
+                    strPartID, docTime, size);
+}

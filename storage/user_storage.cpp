@@ -1,0 +1,109 @@
+#include <map>
+#include <string>
+#include <utility>
+
+#include "platform/host/trace.h"
+#include "stg_index.h"
+#include "storage/guard.h"
+#include "storage/storage_mutex.h"
+#include "vu_storage.h"
+
+using storage::guarded;
+using storage::kSource;
+using vu_host::trace_level;
+
+// ---- users ------------------------------------------------------------------------------------
+
+bool vu_storage::RenameUserStorage(const std::string& oldName, const std::string& newName) {
+  VU_TRACE_SCOPE(kSource, trace_level::xs, "vu_storage::RenameUserStorage : ", oldName, "\t",
+                 newName);
+  return guarded(
+      false,
+      [&] {
+        checkInit();
+        for (const std::string* const area : {&s_sMailPath, &s_sListPath, &s_sUserPath}) {
+          const std::string target = *area + "\\" + newName;
+          if (vu_file::exists(target)) {
+            VU_TRACE_XS("Can't rename to ", newName, " : because ", target,
+                        "already exists");  // sic: no blank
+            return false;
+          }
+        }
+        // Required: a folder that is missing or cannot be renamed does not count.
+        for (const std::string* const area : {&s_sMailPath, &s_sListPath, &s_sUserPath})
+          vu_file::rename(*area + "\\" + oldName, *area + "\\" + newName);
+        return true;
+      },
+      [&](const std::string& text) { VU_ERROR("vu_storage::RenameUserStorage ", text); },
+      [&] { VU_ERROR("Problem in vu_storage::RenameUserStorage "); });
+}
+
+bool vu_storage::RemoveUserStorage(const vu_utf8string& user) {
+  VU_TRACE_SCOPE(kSource, trace_level::m, "vu_storage::RemoveUserStorage : '", user.c_str(),
+                 " '");  // sic: a blank before the apostrophe
+  guarded(
+      [&] {
+        checkInit();
+        const std::string name = getBuffer(user);
+        // Required: an empty name removes the area folders themselves.
+        for (const std::string* const area : {&s_sMailPath, &s_sListPath, &s_sUserPath})
+          vu_file::recurseRemoveDir(*area + "\\" + name);
+      },
+      [&](const std::string& text) { VU_ERROR("vu_storage::RemoveUserStorage ", text); },
+      [&] { VU_ERROR("vu_storage::RemoveUserStorage ", user.c_str()); });
+  return true;
+}
+
+bool vu_storage::RemoveUsersStorage(const Sequence<vu_utf8string>& names) {
+  VU_TRACE_SCOPE(kSource, trace_level::m, "vu_storage::RemoveUsersStorage");
+  checkInit();
+  for (const vu_utf8string& name : names) RemoveUserStorage(name);
+  return true;
+}
+
+// ---- single documents -------------------------------------------------------------------------
+
+bool vu_storage::RemoveFile(const std::string& userOrDomain, const std::string& entry,
+                            STG::RepositoryType type, long timestamp) {
+  VU_TRACE_SCOPE(kSource, trace_level::m, "vu_storage::RemoveFile ");
+  return guarded(
+      false,
+      [&] {
+        checkInit();
+        if (userOrDomain.empty()) return true;
+        std::string dir;
+        if (!createUserOrDomainNameDirectory(userOrDomain, entry, type, dir, false)) return true;
+        STGIndex::remove(dir, entry, timestamp);
+        if (type == STG::UserFilesRepository)
+          DeleteKeyLineFromFile(dir, "attribut.txt", entry);  // sic
+        RemoveFromCategFiles(dir, entry);
+        return true;
+      },
+      [&](const std::string& text) { VU_ERROR("Error : vu_storage::RemoveFile : ", text); },
+      [&] { VU_ERROR("Error : vu_storage::RemoveFile"); });
+}
+
+bool vu_storage::RemoveFile(const vu_utf8string& userOrDomain, const vu_utf8string& entry,
+                            STG::RepositoryType type, long timestamp) {
+  VU_TRACE_SCOPE(kSource, trace_level::xl);
+  checkInit();
+  return RemoveFile(getBuffer(userOrDomain), getBuffer(entry), type, timestamp);
+}
+
+void vu_storage::AddExistVUFilesToMap(const std::string& folder,
+                                      std::multimap<std::string, std::string>& map) {
+  VU_TRACE_SCOPE(kSource, trace_level::xl);
+  // Required: the texts name the operation shorter than it is called.
+  guarded(
+      [&] {
+        const StorageLock lock;
+        for (const std::string& name : vu_file::filenames(folder)) {
+          std::string stem = name;
+          std::string extension;
+          vu_file::split(stem, extension);
+          map.emplace(getLogicalName(name, 0), std::move(stem));
+        }
+      },
+      [&](const std::string& text) { VU_ERROR("vu_storage::AddExistFilesToMap : ", text); },
+      [&] { VU_ERROR("vu_storage::AddExistFilesToMap"); });
+}
