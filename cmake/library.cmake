@@ -35,6 +35,10 @@ endif()
 
 if(VU_BUILD_TESTS)
   add_library(vu_storage_testable STATIC ${vu_sources} tests/support/os_faults.cpp)
+  if(WIN32)
+    # Paths as text: tested on either platform.
+    target_sources(vu_storage_testable PRIVATE platform/os/posix_path.cpp)
+  endif()
   vu_library(vu_storage_testable)
   target_compile_definitions(vu_storage_testable PUBLIC VU_STORAGE_STATIC=1 VU_OS_FAULTS=1)
   # Whoever looks inside includes the inner headers as the library does.

@@ -48,7 +48,7 @@ ucs2string getLongPath(const ucs2string& path) {
   if (root == 0 || bare.size() - root < kClassicLength) return result;
 
   // Required: network paths get no form of their own.
-  const ucs2string prefixed(std::u16string(kPrefix).append(bare));
+  ucs2string prefixed(std::u16string(kPrefix).append(bare));
   ucs2string short_form;
   if (os::short_path(prefixed, short_form).ok()) return short_form;
   return prefixed;

@@ -47,8 +47,8 @@ class HandleCore {
   void close(const trace::Scope& operation) noexcept;
   void clear(const trace::Scope& operation) noexcept;
 
-  /// Replaces the whole content without ever cutting the file before the new text is in it.
-  void replace(const trace::Scope& operation, std::string_view text);
+  /// See replace_text().
+  void replace(const trace::Scope& operation, std::string_view old_text, std::string_view new_text);
 
   /// The lock of a handle, with what its owner knows about it kept in step.
   static os::Status take_lock(vu_file_base& state, const vu_file_base::lock_desc_t& request);
@@ -66,6 +66,8 @@ class HandleCore {
   void trace_failure(const trace::Scope& operation, int line, vu_host::trace_event event,
                      const char* what, std::int32_t error) const noexcept;
   [[noreturn]] void fail_read(const trace::Scope& operation, std::int32_t error) const;
+  os::Status write_at(std::uint64_t offset, std::string_view bytes);
+  os::Status cut_at(std::uint64_t size);
   void flush_guarded(const trace::Scope& operation) noexcept;
   void unlock_guarded(const trace::Scope& operation) noexcept;
   void close_guarded(const trace::Scope& operation) noexcept;
@@ -76,9 +78,10 @@ class HandleCore {
   const HandleSpelling& m_spelling;
 };
 
-/// Replaces the whole content of an open file: written over from the start, then cut at the new
-/// end, so that a process that dies on the way leaves the old text, the new one, or the new one
-/// with the old one's tail, but never an empty file. Failures are traced like those of
-/// vu_file::write() and clear(). Required: for "index.dat" and its counter alone; all other files
-/// are cut first, as their modes say.
-void replace_text(vu_file& file, const std::string& text);
+/// Replaces the whole content of an open file of lines so that a process that dies on the way leaves
+/// the old lines or the new ones (see replacement.h). @p old_text is what the file holds.
+///
+/// A failed write is traced like one of vu_file::write() and leaves the old lines or, where the new ones
+/// were complete already, both; a failed cut is traced like one of vu_file::clear(). Required: for
+/// "index.dat" and its counter alone; all other files are cut first, as their modes say.
+void replace_text(vu_file& file, std::string_view old_text, std::string_view new_text);

@@ -1,6 +1,5 @@
 #include "vu_file.h"
 
-#include <cstring>
 #include <stdexcept>
 #include <string_view>
 
@@ -110,7 +109,7 @@ int vu_file::read(char* buffer, int count) {
   VU_FILE_SCOPE();
   std::string bytes;
   const int done = core().read(vu_trace_scope, bytes, count);
-  if (done > 0) std::memcpy(buffer, bytes.data(), bytes.size());
+  bytes.copy(buffer, bytes.size());
   return done;
 }
 

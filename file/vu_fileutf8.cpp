@@ -1,7 +1,6 @@
 #include "vu_fileutf8.h"
 
 #include <cstddef>
-#include <cstring>
 #include <limits>
 #include <stdexcept>
 #include <string_view>
@@ -127,7 +126,7 @@ int vu_fileutf8::read(char* buffer, int count) {
   VU_FILE_SCOPE();
   std::string bytes;
   const int done = core().read(vu_trace_scope, bytes, count);
-  if (done > 0) std::memcpy(buffer, bytes.data(), bytes.size());
+  bytes.copy(buffer, bytes.size());
   return done;
 }
 

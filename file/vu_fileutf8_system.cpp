@@ -28,6 +28,14 @@ vu_utf8string join(const vu_utf8string& folder, const vu_utf8string& name) {
   return vu_utf8string(path_text::join(folder.str(), name.str()));
 }
 
+/// An entry of a folder that is in its long form: below one within the classic limit there may be
+/// entries beyond it. What bears the prefix already is not put through the form a second time, in
+/// which a rooted path would lose its first backslash.
+vu_utf8string entry_in_long_form(const vu_utf8string& folder, const vu_utf8string& name) {
+  const vu_utf8string entry = join(folder, name);
+  return folder.str().starts_with("\\\\?\\") ? entry : long_form(entry);
+}
+
 }  // namespace
 
 // ---- questions ---------------------------------------------------------------------------------
@@ -226,8 +234,7 @@ void vu_fileutf8::_recurseRemoveDir(const vu_utf8string& longPath, bool quiet) {
   try {
     if (_exists(longPath) && is_folder_to_remove(longPath)) {
       for (const vu_utf8string& name : _filenames(longPath)) {
-        // Below a folder within the classic limit there may be entries beyond it.
-        const vu_utf8string entry = long_form(join(longPath, name));
+        const vu_utf8string entry = entry_in_long_form(longPath, name);
         if (is_folder_to_remove(entry)) {
           _recurseRemoveDir(entry, quiet);
         } else {

@@ -3,6 +3,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "vu_export.h"
@@ -152,6 +153,7 @@ class VU_STORAGE_API STGIndex : public vu_file {
   void synchronizeToFolder(FolderFiles& files);
   void saveIndexFile();
   void mergeAndSave();
+  void mergeFrom(const std::string& text);
   bool unescapeEntries(ReadList& readList);
   void sweepOrphans(const vu_utf8string& base, const std::vector<vu_utf8string>& names,
                     unsigned long limit, bool useAccessTime);
@@ -163,7 +165,7 @@ class VU_STORAGE_API STGIndex : public vu_file {
   static std::string extension(const std::string& name);
   static bool validIndexLine(const std::string& folder, const std::string& key,
                              const std::string& physical);
-  static void string2Maps(const std::string& folder, std::string text, NameMap& lp, NameMap& pl);
+  static void string2Maps(const std::string& folder, std::string_view text, NameMap& lp, NameMap& pl);
   static std::string lName(NameMap::const_iterator it);
   static long ts(NameMap::const_iterator it);
   static std::string pName(NameMap::const_iterator it);
@@ -172,6 +174,8 @@ class VU_STORAGE_API STGIndex : public vu_file {
   NameMap m_lp;
   NameMap m_pl;
   bool m_needUpdate = false;
+  std::string m_loadedText;          // "index.dat" as it was read last
+  bool m_mapsHoldLoadedText = true;  // every line of it is in both maps
   int m_exceptionsAtConstruction;
 
   static bool m_autoSynchronizeToFolder;

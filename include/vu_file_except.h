@@ -22,6 +22,6 @@ class VU_STORAGE_API vu_file_except {
   std::string what() const;
 
  private:
-  std::int32_t code;
+  [[maybe_unused]] std::int32_t code;
   std::string message;
 };

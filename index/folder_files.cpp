@@ -13,32 +13,36 @@ constexpr std::size_t kBeyondAnyName = 32768;
 const std::vector<os::Entry>& FolderFiles::entries() {
   if (!m_listed) {
     m_entries = folder_entries(m_folder);
+    m_accounted_for.resize(m_entries.size());
     m_names.reserve(m_entries.size());
-    for (const os::Entry& entry : m_entries) m_names.insert(entry.name);
+    for (std::size_t i = 0; i < m_entries.size(); ++i) m_names.emplace(m_entries[i].name, i);
     m_listed = true;
   }
   return m_entries;
 }
 
-bool FolderFiles::holds(std::string_view name) {
+std::size_t FolderFiles::listed(std::string_view name) {
   entries();
-  return m_names.contains(name);
+  const auto it = m_names.find(name);
+  return it == m_names.end() ? kNotListed : it->second;
+}
+
+FolderFiles::Match FolderFiles::match(std::string_view key, std::string_view stored) {
+  if (key.size() < index_format::kStampLength) return {};
+  const std::string_view extension = index_format::extension_of(index_format::logical_of(key));
+  if (!extension.empty()) {
+    m_buffer.assign(stored).append(extension);
+    if (const std::size_t entry = listed(m_buffer); entry != kNotListed) return {true, entry, true};
+  }
+  if (const std::size_t entry = listed(stored); entry != kNotListed) return {true, entry, false};
+  return {probe_is_valid(stored, extension), kNotListed, false};
 }
 
 bool FolderFiles::is_valid(std::string_view key, std::string_view stored) {
-  if (key.size() < index_format::kStampLength) return false;
-  const std::string_view extension = index_format::extension_of(index_format::logical_of(key));
-  if (holds(stored)) return true;
-  if (!extension.empty()) {
-    m_buffer.assign(stored).append(extension);
-    if (holds(m_buffer)) return true;
-  }
-  return probe_is_valid(stored, extension);
+  return match(key, stored).valid;
 }
 
-bool FolderFiles::is_valid(const index_format::Line& line) {
-  if (!line.runs_on) return is_valid(line.key, line.stored);
-
+bool FolderFiles::runs_on_into_a_name(const index_format::Line& line) {
   if (line.key.size() < index_format::kStampLength || line.stored.size() >= kBeyondAnyName) return false;
   // Required: such a line counts when a file bears the rest of the text as its name. Only the end of
   // the key is searched for its dot: an extension that reaches further back is no name's end.
@@ -50,9 +54,9 @@ bool FolderFiles::is_valid(const index_format::Line& line) {
   RunningOn& last = m_last_running_on;
   const bool same_rest = last.separator == line.separator;
   const std::size_t extension_length =
-      !same_rest                                       ? index_format::extension_of(logical).size()
+      !same_rest                                ? index_format::extension_of(logical).size()
       : last.extension_length <= logical.size() ? last.extension_length
-                                                       : 0;
+                                                : 0;
   if (!same_rest || last.extension_length != extension_length) {
     last = {line.separator, extension_length,
             probe_is_valid(line.stored, logical.substr(logical.size() - extension_length))};
@@ -68,14 +72,28 @@ bool FolderFiles::probe_is_valid(std::string_view stored, std::string_view exten
   return vu_file::exists(m_buffer);
 }
 
-void load_lines(std::string_view text, FolderFiles& files, std::map<std::string, std::string>& lp,
-                std::map<std::string, std::string>& pl) {
+bool FolderFiles::load(std::string_view text, std::map<std::string, std::string>& lp,
+                       std::map<std::string, std::string>& pl) {
+  bool complete = true;
   index_format::Lines lines(text);
   index_format::Line line;
   while (lines.next(line)) {
-    if (!files.is_valid(line)) continue;
+    const Match found = line.runs_on ? Match{runs_on_into_a_name(line)} : match(line.key, line.stored);
+    if (!found.valid) {
+      complete = false;
+      continue;
+    }
     // Written in key order: the end is nearly always the place.
+    const std::size_t known = lp.size() + pl.size();
     lp.emplace_hint(lp.end(), line.key, line.stored);
-    pl.emplace_hint(pl.end(), line.stored, line.key);
+    const auto by_name = pl.emplace_hint(pl.end(), line.stored, line.key);
+    if (lp.size() + pl.size() != known + 2) complete = false;
+
+    if (found.entry == kNotListed) continue;
+    const bool found_in_folder = by_name->second == line.key &&
+                                 index_format::timestamp_of(line.key) == 0 &&
+                                 index_format::logical_of(line.key) == line.stored;
+    if (found.has_extension || found_in_folder) m_accounted_for[found.entry] = true;
   }
+  return complete;
 }

@@ -3,7 +3,7 @@
 #include <map>
 #include <string>
 #include <string_view>
-#include <unordered_set>
+#include <unordered_map>
 #include <vector>
 
 #include "index/index_format.h"
@@ -29,17 +29,35 @@ class FolderFiles {
   /// extension. A key too short to be one makes no valid line.
   bool is_valid(std::string_view key, std::string_view stored);
 
-  /// The same for a line of a text, without looking at the rest of the text for every line that runs on.
-  bool is_valid(const index_format::Line& line);
+  /// Enters the valid lines of a text into the two maps, which are never overwritten. Entries of the
+  /// listing that are found to be the file of a line are accounted for from then on.
+  /// @return whether every line was entered.
+  bool load(std::string_view text, std::map<std::string, std::string>& lp,
+            std::map<std::string, std::string>& pl);
+
+  /// Whether load() met the file of this entry: such a file is known to the index. The others may be.
+  bool is_accounted_for(std::size_t entry) const { return m_accounted_for[entry]; }
 
  private:
-  bool holds(std::string_view name);
+  static constexpr std::size_t kNotListed = static_cast<std::size_t>(-1);
+
+  /// The file of a line.
+  struct Match {
+    bool valid = false;
+    std::size_t entry = kNotListed;  ///< where the listing shows it as it stands
+    bool has_extension = false;      ///< under the stored name + extension
+  };
+
+  Match match(std::string_view key, std::string_view stored);
+  bool runs_on_into_a_name(const index_format::Line& line);
+  std::size_t listed(std::string_view name);
   bool probe_is_valid(std::string_view stored, std::string_view extension);
 
   const std::string& m_folder;
   bool m_listed = false;
   std::vector<os::Entry> m_entries;
-  std::unordered_set<std::string_view> m_names;
+  std::unordered_map<std::string_view, std::size_t> m_names;
+  std::vector<bool> m_accounted_for;
   std::string m_buffer;
 
   /// The last answer about a line that runs on.
@@ -49,7 +67,3 @@ class FolderFiles {
     bool valid = false;
   } m_last_running_on;
 };
-
-/// Enters the valid lines of a text into the two maps, which are never overwritten.
-void load_lines(std::string_view text, FolderFiles& files, std::map<std::string, std::string>& lp,
-                std::map<std::string, std::string>& pl);

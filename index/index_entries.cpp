@@ -40,6 +40,7 @@ void STGIndex::_remove(const std::string& logical, long timestamp) {
   const std::string path = m_folder + "\\" + pName(it);
   m_pl.erase(it->second);
   m_lp.erase(it);
+  m_mapsHoldLoadedText = false;
   if (vu_file::exists(path)) {
     vu_file::chmodW(path);
     vu_file::remove(path);

@@ -41,12 +41,12 @@ std::string STGIndex::newIndex() {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   vu_file counter(m_folder, kCounterFile);
   std::string name;
+  std::string last;
   try {
     counter.open(o_append);
-    std::string last;
     counter.read(last, 0);
     name = next_free_name(index_format::parse_decimal(last), m_pl);
-    replace_text(counter, name);
+    replace_text(counter, last, name);
     counter.close();
     return name;
   } catch (...) {
@@ -54,7 +54,7 @@ std::string STGIndex::newIndex() {
     VU_ERROR("STGIndex::newIndex : return ", name);
   }
   try {
-    replace_text(counter, name);
+    replace_text(counter, last, name);
   } catch (...) {
     // Traced by the handle where it could be; the name is given all the same.
   }
@@ -98,7 +98,10 @@ void STGIndex::synchronizeToFolder(FolderFiles& files) {
   try {
     // A folder that is gone lists nothing; the question traces that.
     if (files.entries().empty()) vu_file::is_dir(m_folder);
-    for (const os::Entry& entry : files.entries()) {
+    const std::vector<os::Entry>& entries = files.entries();
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+      if (files.is_accounted_for(i)) continue;
+      const os::Entry& entry = entries[i];
       if (entry.kind == os::EntryKind::kFolder || entry.name == kIndexFile || entry.name == kCounterFile) continue;
       if (entry.kind == os::EntryKind::kUnknown && vu_file::is_dir(m_folder + "\\" + entry.name)) continue;
       if (!alreadyInMaps(entry.name)) add_not_referenced_entry(entry.name);

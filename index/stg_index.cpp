@@ -28,6 +28,8 @@ STGIndex::STGIndex(const STGIndex& other)
       m_lp(other.m_lp),
       m_pl(other.m_pl),
       m_needUpdate(other.m_needUpdate),
+      m_loadedText(other.m_loadedText),
+      m_mapsHoldLoadedText(other.m_mapsHoldLoadedText),
       m_exceptionsAtConstruction(std::uncaught_exceptions()) {}
 
 STGIndex& STGIndex::operator=(const STGIndex& other) {
@@ -36,6 +38,8 @@ STGIndex& STGIndex::operator=(const STGIndex& other) {
   m_lp = other.m_lp;
   m_pl = other.m_pl;
   m_needUpdate = other.m_needUpdate;
+  m_loadedText = other.m_loadedText;
+  m_mapsHoldLoadedText = other.m_mapsHoldLoadedText;
   return *this;
 }
 
@@ -52,9 +56,8 @@ STGIndex::STGIndex(const std::string& folder)
   if (vu_file::exists(getFilePath())) {
     // Required: the handle, and with it the shared lock, stays until the destructor.
     open(o_read);
-    std::string text;
-    read(text, 0);
-    load_lines(text, files, m_lp, m_pl);
+    read(m_loadedText, 0);
+    m_mapsHoldLoadedText = files.load(m_loadedText, m_lp, m_pl);
   }
   if (std::atomic_ref(m_autoSynchronizeToFolder).load(std::memory_order_acquire)) {
     synchronizeToFolder(files);
@@ -90,30 +93,37 @@ void STGIndex::mergeAndSave() {
 
   std::string text;
   read(text, 0);
-  NameMap lp_on_disk;
-  NameMap pl_on_disk;
-  string2Maps(m_folder, std::move(text), lp_on_disk, pl_on_disk);
-  for (const auto& [key, stored] : lp_on_disk) {
-    if (!m_lp.emplace(key, stored).second) continue;
-    VU_TRACE_M(" add in my maps ", key, "/", stored);
-    m_pl.emplace(stored, key);
-  }
-
+  // The very text that was loaded holds no line that is not in the maps still.
+  if (!m_mapsHoldLoadedText || text != m_loadedText) mergeFrom(text);
+  m_loadedText = std::move(text);
   saveIndexFile();
   close();
   VU_TRACE_M(" STGIndex: (end) index.dat is uptodate");  // sic
   VU_TRACE_M("  folder : ", m_folder);
 }
 
+void STGIndex::mergeFrom(const std::string& text) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  NameMap lp_on_disk;
+  NameMap pl_on_disk;
+  string2Maps(m_folder, text, lp_on_disk, pl_on_disk);
+  for (const auto& [key, stored] : lp_on_disk) {
+    if (!m_lp.emplace(key, stored).second) continue;
+    VU_TRACE_M(" add in my maps ", key, "/", stored);
+    m_pl.emplace(stored, key);
+  }
+}
+
 void STGIndex::saveIndexFile() {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   FolderFiles files(m_folder);
   std::string text;
+  text.reserve(m_loadedText.size() + 256);
   for (const auto& [key, stored] : m_lp) {
     if (files.is_valid(key, stored)) text.append(key).append("/").append(stored).append("\n");
   }
   if (text.empty()) text = " ";
-  replace_text(*this, text);
+  replace_text(*this, m_loadedText, text);
 }
 
 // ---- keys, names and lines -------------------------------------------------------------------
@@ -142,9 +152,10 @@ bool STGIndex::validIndexLine(const std::string& folder, const std::string& key,
   return vu_file::exists(path) || vu_file::exists(path + extension(entryOnly(key)));
 }
 
-void STGIndex::string2Maps(const std::string& folder, std::string text, NameMap& lp, NameMap& pl) {
+void STGIndex::string2Maps(const std::string& folder, std::string_view text, NameMap& lp,
+                           NameMap& pl) {
   FolderFiles files(folder);
-  load_lines(text, files, lp, pl);
+  files.load(text, lp, pl);
 }
 
 std::string STGIndex::lName(NameMap::const_iterator it) { return entryOnly(it->first); }

@@ -1,24 +1,55 @@
 #!/usr/bin/env bash
 # Runs the demonstration program: scripts/demo.sh <linux|windows>
+#
+# The Windows program runs under Wine. When both have run, each one reads the storage that the other
+# one wrote and compares it with the manifest beside it.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-# The program's arguments, given the folder it may fill.
-demo_arguments() { printf '%s\n' --root "$1"; }
+# Far more than a run takes; a program that hangs must not hang the caller.
+limit=(timeout -k 10 600)
+native_files=300
+windows_files=150
 
-platform=${1:?linux or windows}
-root=$BUILD/demo/$platform
-rm -rf "$root"
-mkdir -p "$root"
+# Wine's drive Z: is the whole file system.
+windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 
-case $platform in
-  linux)
-    mapfile -t arguments < <(demo_arguments "$root")
-    "$BUILD/linux/bin/storage_demo" "${arguments[@]}"
-    ;;
+run_native() { "${limit[@]}" "$BUILD/linux/bin/storage_demo" "$@"; }
+
+# Wine takes the names of files in the locale's encoding.
+run_windows() {
+  LC_ALL=C.UTF-8 "${limit[@]}" "$ROOT/scripts/wine-run.sh" "$BUILD/mingw/bin/storage_demo.exe" "$@"
+}
+
+demo_linux() { run_native --root "$BUILD/demo/linux" --fresh --max-files "$native_files"; }
+
+# The folders of real files that the native program takes by itself.
+demo_windows() {
+  local folder
+  local -a sources=()
+  for folder in /usr/share/doc /usr/share/fonts /usr/share/ca-certificates /usr/include /usr/share/cmake*/Help; do
+    [ ! -d "$folder" ] || sources+=(--source "$(windows_path "$folder")")
+  done
+  run_windows --root "$(windows_path "$BUILD/demo/windows")" --fresh --max-files "$windows_files" \
+    "${sources[@]}"
+}
+
+cross_check() {
+  if [ ! -x "$BUILD/linux/bin/storage_demo" ] || [ ! -f "$BUILD/demo/linux/manifest.tsv" ]; then
+    say "the native program has not run here; './dev demo' runs both and compares their storages"
+    return
+  fi
+  say "the native program reads what the Windows library wrote"
+  run_native --root "$BUILD/demo/windows" --verify-only "$BUILD/demo/windows/manifest.tsv"
+  say "the Windows program reads what the native library wrote"
+  run_windows --root "$(windows_path "$BUILD/demo/linux")" \
+    --verify-only "$(windows_path "$BUILD/demo/linux/manifest.tsv")"
+}
+
+case ${1:?linux or windows} in
+  linux) demo_linux ;;
   windows)
-    # Wine's drive Z: is the whole file system.
-    mapfile -t arguments < <(demo_arguments "Z:${root//\//\\}")
-    "$ROOT/scripts/wine-run.sh" "$BUILD/mingw/bin/storage_demo.exe" "${arguments[@]}"
+    demo_windows
+    cross_check
     ;;
-  *) die "scripts/demo.sh knows no platform '$platform'; it knows linux and windows" ;;
+  *) die "scripts/demo.sh knows no platform '$1'; it knows linux and windows" ;;
 esac

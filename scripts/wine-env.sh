@@ -6,5 +6,7 @@ WINEARCH=win64
 WINEDEBUG=${WINEDEBUG:--all}
 # No installer for .NET or HTML may ask, no menu entries, and no window is opened anywhere.
 WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe=d'
-export WINEPREFIX WINEARCH WINEDEBUG WINEDLLOVERRIDES
+# Wine reads and writes the names of files in the locale's encoding, which may be plain ASCII.
+LC_ALL=C.UTF-8
+export WINEPREFIX WINEARCH WINEDEBUG WINEDLLOVERRIDES LC_ALL
 unset DISPLAY WAYLAND_DISPLAY

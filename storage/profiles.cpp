@@ -40,9 +40,12 @@ long vu_storage::loadUserOrMasterProfile(const std::string& userOrDomain,
       [&] {
         checkInit();
         const std::string& folder = s_sConfigDirPath;
-        // Required: an empty name is not replaced for a user; saving does replace it.
-        if (!userOrDomain.empty())
-          return loadKey(userOrDomain, fileName, STG::UserFilesRepository, seq);
+        if (!userOrDomain.empty()) {
+          const long loaded = loadKey(userOrDomain, fileName, STG::UserFilesRepository, seq);
+          // Required: an empty name is not replaced here, and never found, although the owner's
+          // folder itself answers to it.
+          return fileName.empty() ? 1L : loaded;
+        }
         std::string name = fileName;
         if (name.empty())
           name = vu_file::exists(folder + "\\profile.txt") ? "profile.txt" : "master.txt";

@@ -46,6 +46,12 @@ void make_folder_if_missing(const std::string& path) {
   if (!vu_file::exists(path)) vu_file::createDir(path);
 }
 
+/// Keeps a path, and writes only what changes: after an initialisation that failed, others may be
+/// reading the paths while the next operation tries once more.
+void keep(std::string& path, const std::string& value) {
+  if (path != value) path = value;
+}
+
 /// The hash bucket's name: the bits of a negative hash read as a large number. Required: it is part
 /// of the layout on disk.
 std::string bucket_name(std::int32_t hash) {
@@ -83,7 +89,7 @@ bool vu_storage::initRootStorage(const std::string& root, bool useDomain, bool s
   const StorageLock lock;
   if (StorageGate::initialised()) return false;
   s_bUseDomain = useDomain;
-  s_storagePath = root + "\\storage";
+  keep(s_storagePath, root + "\\storage");
   const std::string text = "ztVuStorage:s_storagePath:" + s_storagePath;
   VU_TRACE_M(text);
   host::record_history(text, 1, 4, 0);
@@ -98,12 +104,12 @@ void vu_storage::initPath(const std::string& storagePath) {
   VU_TRACE_SCOPE(kSource, trace_level::xl, "ztVuStorage:initPath");
   guarded(
       [&] {
-        s_sCorpPath = storagePath + "\\docs";
-        s_sSemletPath = storagePath + "\\semlets";
-        s_sUserPath = storagePath + "\\user";
-        s_sListPath = storagePath + "\\list";
-        s_sMailPath = storagePath + "\\mail";
-        s_sConfigDirPath = vu_utf8string(host::config().binary_folder()).str() + "\\config";
+        keep(s_sCorpPath, storagePath + "\\docs");
+        keep(s_sSemletPath, storagePath + "\\semlets");
+        keep(s_sUserPath, storagePath + "\\user");
+        keep(s_sListPath, storagePath + "\\list");
+        keep(s_sMailPath, storagePath + "\\mail");
+        keep(s_sConfigDirPath, vu_utf8string(host::config().binary_folder()).str() + "\\config");
         make_folder_if_missing(storagePath);
         make_folder_if_missing(s_sCorpPath);
         make_folder_if_missing(s_sSemletPath);
@@ -128,7 +134,7 @@ void vu_storage::checkInit() {
   ucs2string folder = temporary.server_folder();
   if (!folder.empty() && folder.at(folder.size() - 1) == u'\\')
     folder = folder.substr(0, folder.size() - 1);
-  s_storagePath = os::to_narrow(folder);
+  keep(s_storagePath, os::to_narrow(folder));
   const std::string text = "ztVuStorage:s_storagePath:" + s_storagePath;
   VU_TRACE_M(text);
   host::record_history(text, 1, 4, 0);

@@ -40,17 +40,15 @@ std::int32_t time_of(const std::string& path) {
 struct ReadFolders {
   std::string of_type;
   std::string of_parts;
-  bool has_type = false;  ///< the kind has a folder of its own
 };
 
 // Required: only these two kinds are split at their "@", while writing splits every selector.
 // Another one that holds an "@" is written in two folders and looked for in one.
 ReadFolders read_folders(const std::string& root, const std::string& selector) {
   if (selector.starts_with("html@"))
-    return {root + "\\html", root + "\\html\\" + selector.substr(5), true};
-  if (selector.starts_with("pdf@"))
-    return {root + "\\pdf", root + "\\pdf\\" + selector.substr(4), true};
-  return {root, root + "\\" + selector, false};
+    return {root + "\\html", root + "\\html\\" + selector.substr(5)};
+  if (selector.starts_with("pdf@")) return {root + "\\pdf", root + "\\pdf\\" + selector.substr(4)};
+  return {root, root + "\\" + selector};
 }
 
 }  // namespace
@@ -90,9 +88,12 @@ void vu_storage::OpenWriteSubPart(vu_file& file, const std::string& userOrDomain
         file.open(dir, strPartId, vu_file_base::o_truncate);
       },
       [&](const std::string& text) {
+        file.close();
         VU_ERROR("vu_storage::OpenWriteSubPart :", text);  // sic: no blank after the colon
       },
       [&] {
+        // The lock may be what failed, on a handle that is open by then.
+        file.close();
         VU_ERROR("vu_storage::OpenWriteSubPart : Can't open file for write : sDir->", dir,
                  "   strPartId->", strPartId);
       });
@@ -130,7 +131,7 @@ int vu_storage::getBestUpdateWay(const std::string& strRepo, const std::string& 
         const std::string root = root_of_parts(document, s_sTdcTimeStamp);
         if (!vu_file::exists(root)) return kRegenerate;
         const ReadFolders folders = read_folders(root, strType);
-        if (folders.has_type) make_folder_if_missing(folders.of_type);
+        if (folders.of_type != root) make_folder_if_missing(folders.of_type);
         make_folder_if_missing(folders.of_parts);
         partDir = folders.of_parts;
         if (vu_file::getExtension(strEntry) == "kdf") return kUpToDate;
@@ -151,7 +152,7 @@ void vu_storage::OpenReadSubPart(vu_file& file, const std::string& strUser,
                                  const std::string& strRepo, const std::string& strEntry,
                                  const std::string& strType, const std::string& strPartID,
                                  long docTime) {
-  VU_TRACE_SCOPE(kSource, trace_level::m, "vu_storage::OpenReadSubPart ");
+  VU_TRACE_SCOPE(kSource, trace_level::m, "vu_storage::OpenReadSubPart ");  // sic: a blank ends it
   guarded(
       [&] {
         checkInit();
@@ -185,9 +186,14 @@ void vu_storage::OpenReadSubPart(vu_file& file, const std::string& strUser,
         }
       },
       [&](const std::string& text) {
+        file.close();
         VU_WARNING("vu_storage::OpenReadSubPart: ", text);  // sic: no blank before the colon
       },
-      [&] { VU_ERROR("vu_storage::OpenReadSubPart : unknown error, force retrieve doc"); });
+      [&] {
+        // As in OpenWriteSubPart().
+        file.close();
+        VU_ERROR("vu_storage::OpenReadSubPart : unknown error, force retrieve doc");
+      });
 }
 
 void vu_storage::OpenReadSubPart(vu_file& file, const vu_utf8string& strUser,

@@ -35,7 +35,7 @@ bool vu_storage::RenameUserStorage(const std::string& oldName, const std::string
         return true;
       },
       [&](const std::string& text) { VU_ERROR("vu_storage::RenameUserStorage ", text); },
-      [&] { VU_ERROR("Problem in vu_storage::RenameUserStorage "); });
+      [&] { VU_ERROR("Problem in vu_storage::RenameUserStorage "); });  // sic: a blank ends it
 }
 
 bool vu_storage::RemoveUserStorage(const vu_utf8string& user) {
@@ -65,7 +65,7 @@ bool vu_storage::RemoveUsersStorage(const Sequence<vu_utf8string>& names) {
 
 bool vu_storage::RemoveFile(const std::string& userOrDomain, const std::string& entry,
                             STG::RepositoryType type, long timestamp) {
-  VU_TRACE_SCOPE(kSource, trace_level::m, "vu_storage::RemoveFile ");
+  VU_TRACE_SCOPE(kSource, trace_level::m, "vu_storage::RemoveFile ");  // sic: a blank ends it
   return guarded(
       false,
       [&] {

@@ -50,8 +50,10 @@ class [[nodiscard]] Status {
 /// is narrow (the process's ANSI code page on Windows, bytes on POSIX systems) or wide (UTF-16).
 class Path {
  public:
+  // Implicit, so that a call takes either text as it is. NOLINTBEGIN(google-explicit-constructor)
   Path(const std::string& narrow) : m_narrow(narrow.c_str()) {}
   Path(const ucs2string& wide) : m_wide(wide.c_str()) {}
+  // NOLINTEND(google-explicit-constructor)
 
   bool is_wide() const { return m_wide != nullptr; }
   /// Null for a wide path.
@@ -85,8 +87,8 @@ inline constexpr std::size_t kLockRegionAlign = 8;
 
 /// One request for a lock over a range that begins where `region` says (0 when zeroed).
 struct LockRequest {
-  std::uint32_t flags =
-      0;  ///< kLockExclusive, else shared; kLockFailAtOnce, else wait without limit
+  /// kLockExclusive, else shared; kLockFailAtOnce, else wait without limit.
+  std::uint32_t flags = 0;
   std::uint32_t reserved = 0;
   std::uint32_t length_low = 0;
   std::uint32_t length_high = 0;
@@ -144,12 +146,16 @@ Status write(Handle handle, const void* data, std::size_t count, std::size_t& do
 Status seek(Handle handle, std::int32_t distance, std::int16_t method);
 /// Cuts or extends the file to the current position.
 Status set_end(Handle handle);
+/// Makes sure of space on the device for a file of @p size bytes, as far as the file system can
+/// promise it. Neither the content nor the size of the file change. Fails when there is none; a file
+/// system that cannot tell is no failure.
+Status reserve(Handle handle, std::uint64_t size);
 /// Writes the file's buffers and its times to the device.
 Status flush(Handle handle);
 /// Takes a lock that belongs to this open handle, conflicts with those of every other handle (of
 /// this process too) and ends with close() or the end of the process.
 Status lock(Handle handle, const LockRequest& request);
-/// Gives the whole-file lock back.
+/// Gives the whole-file lock back; fails when the handle holds none.
 Status unlock(Handle handle);
 
 // ---- questions -------------------------------------------------------------------------------
@@ -157,13 +163,11 @@ Status unlock(Handle handle);
 /// Whether the system knows attributes of the path (used for network paths).
 Status probe_attributes(Path path);
 /// Whether a directory search with the path as pattern finds something: "*" and "?" in the last
-/// component match as patterns; links are found as such, dangling ones included; a path that ends
-/// in
-/// "\." is found when what stands before exists; the empty path and one ending in a separator are
-/// not.
+/// component match as patterns; links are found as such, dangling ones included; a path that ends in
+/// "\." is found when what stands before exists; the empty path and one ending in a separator are not.
 Status probe_search(Path path);
 /// Lists every entry of a folder except "." and "..", in the system's order. @p folder ends in a
-/// separator. Appends to @p entries.
+/// separator. Appends to @p entries; on a failure nothing.
 Status list(Path folder, std::vector<Entry>& entries);
 /// Describes a file or folder. A trailing separator is dropped first, but then only a folder is
 /// found. Through a narrow path only the low 32 bits of the size are dependable.
@@ -219,7 +223,7 @@ bool nt_family();
 }  // namespace sys
 
 #if !defined(VU_OS_FAULTS)
-using namespace sys;
+using namespace sys;  // NOLINT(google-build-using-namespace): each name is in one list already
 #endif
 
 }  // namespace os

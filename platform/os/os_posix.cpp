@@ -49,6 +49,12 @@ constexpr ::mode_t kPermissions = 07777;
 constexpr ::mode_t kOwnerReadWrite = S_IRUSR | S_IWUSR;
 constexpr ::mode_t kAllWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 
+struct FreeText {
+  void operator()(char* text) const { std::free(text); }
+};
+/// A text that the C library made.
+using SystemText = std::unique_ptr<char, FreeText>;
+
 // ---- listings ----------------------------------------------------------------------------------
 
 /// A separator or the end of a line: the library could not name such a file, or would take it for
@@ -103,6 +109,15 @@ Status guarded(Handle handle, int lock_type, Transfer transfer) {
   if (file->has_lock) return transfer(file->descriptor);
   const TransferGuard guard(file->descriptor, lock_type);
   return guard.refused() ? guard.refusal() : transfer(file->descriptor);
+}
+
+/// Fails for lack of space alone; any other code says that the file system does not reserve.
+Status reserve_space(int descriptor, ::off_t size) {
+  if (size <= 0) return {};
+  const auto reserve_it = [&] { return ::fallocate(descriptor, FALLOC_FL_KEEP_SIZE, 0, size); };
+  if (uninterrupted(reserve_it) == 0) return {};
+  const bool is_full = errno == ENOSPC || errno == EDQUOT || errno == EFBIG;
+  return is_full ? fail(errno) : Status();
 }
 
 // ---- renaming without replacing ----------------------------------------------------------------
@@ -198,12 +213,8 @@ class FileCopy {
 
   /// Cuts an existing target, but not before the disk is known to have room for what replaces it.
   Status make_room() {
-    const ::off_t size = m_source_info.st_size;
-    const auto reserve = [&] { return ::fallocate(m_target.get(), FALLOC_FL_KEEP_SIZE, 0, size); };
-    if (size > 0 && uninterrupted(reserve) != 0) {
-      // Any other code says that the file system does not reserve.
-      if (errno == ENOSPC || errno == EDQUOT || errno == EFBIG) return fail(errno);
-    }
+    const Status reserved = reserve_space(m_target.get(), m_source_info.st_size);
+    if (!reserved.ok()) return reserved;
     return result_of(uninterrupted([&] { return ::ftruncate(m_target.get(), 0); }));
   }
 
@@ -236,11 +247,14 @@ class FileCopy {
     return result_of(::fchmod(m_target.get(), mode));
   }
 
-  /// Removes what was begun, unless its name has gone to another file in the meantime.
+  /// Removes what was begun (behind a link, the file and not the link), unless its name has gone to
+  /// another file in the meantime.
   void remove_half_copy() const {
     const ErrnoKeeper keeper;
-    const std::optional<FileInfo> entry = entry_info(m_to);
-    if (entry && is_same_file(*entry, m_target_info)) ::unlink(m_to.c_str());
+    const SystemText path(::realpath(m_to.c_str(), nullptr));
+    if (!path) return;
+    const std::optional<FileInfo> entry = entry_info(path.get());
+    if (entry && is_same_file(*entry, m_target_info)) ::unlink(path.get());
   }
 
   const std::string m_from;
@@ -264,10 +278,7 @@ Status to_text(std::string_view bytes, ucs2string& result) {
 }
 
 std::optional<std::string> working_folder() {
-  struct Release {
-    void operator()(char* text) const { std::free(text); }
-  };
-  const std::unique_ptr<char, Release> path(::getcwd(nullptr, 0));
+  const SystemText path(::getcwd(nullptr, 0));
   if (!path) return std::nullopt;
   return path.get();
 }
@@ -325,6 +336,11 @@ Status set_end(Handle handle) {
   const ::off_t position = ::lseek(file->descriptor, 0, SEEK_CUR);
   if (position < 0) return fail(errno);
   return result_of(::ftruncate(file->descriptor, position));
+}
+
+Status reserve(Handle handle, std::uint64_t size) {
+  const std::optional<HandleTable::File> file = handles().find(handle);
+  return file ? reserve_space(file->descriptor, static_cast<::off_t>(size)) : fail(EBADF);
 }
 
 Status flush(Handle handle) {

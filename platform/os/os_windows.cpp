@@ -213,24 +213,33 @@ std::int64_t unix_seconds(const FILETIME& time) {
   return static_cast<std::int64_t>(ticks) / kTicksPerSecond - kSecondsFrom1601To1970;
 }
 
-FileStat link_stat(const WIN32_FILE_ATTRIBUTE_DATA& data) {
+FileStat stat_from(const WIN32_FILE_ATTRIBUTE_DATA& data) {
   FileStat result;
   result.access_time = unix_seconds(data.ftLastAccessTime);
   result.modify_time = unix_seconds(data.ftLastWriteTime);
   result.size = std::uint64_t{data.nFileSizeHigh} << 32U | data.nFileSizeLow;
-  result.is_directory = false;
+  result.is_directory = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
   return result;
 }
+
+bool has_prefix(const char*) { return false; }
+bool has_prefix(const wchar_t* path) { return std::wstring_view(path).starts_with(LR"(\\?\)"); }
 
 template <class Character>
 Status stat_trimmed(const Character* path, FileStat& result, Links links) {
   WIN32_FILE_ATTRIBUTE_DATA attributes{};
   if (links == Links::kKeep && get_attributes(path, attributes) && is_link(path, attributes)) {
-    result = link_stat(attributes);
+    result = stat_from(attributes);
+    result.is_directory = false;
     return {};
   }
   typename Records<Character>::Stat data{};
   const Status status = result_of_runtime(runtime_stat(path, data));
+  // Older runtimes take the "?" of the prefix for a pattern and find nothing.
+  if (!status.ok() && has_prefix(path) && get_attributes(path, attributes)) {
+    result = stat_from(attributes);
+    return {};
+  }
   if (!status.ok()) return status;
   result.access_time = data.st_atime;
   result.modify_time = data.st_mtime;
@@ -320,6 +329,18 @@ Status seek(Handle handle, std::int32_t distance, std::int16_t method) {
 }
 
 Status set_end(Handle handle) { return result_of(SetEndOfFile(system_handle(handle))); }
+
+Status reserve(Handle handle, std::uint64_t size) {
+  LARGE_INTEGER current{};
+  if (!GetFileSizeEx(system_handle(handle), &current)) return fail(GetLastError());
+  // An allocation below the size would cut the file.
+  if (static_cast<std::uint64_t>(current.QuadPart) >= size) return {};
+  FILE_ALLOCATION_INFO wanted{};
+  wanted.AllocationSize.QuadPart = static_cast<LONGLONG>(size);
+  const Status reserved = result_of(SetFileInformationByHandle(
+      system_handle(handle), FileAllocationInfo, &wanted, sizeof wanted));
+  return reserved.code() == ERROR_DISK_FULL ? reserved : Status();
+}
 
 Status flush(Handle handle) { return result_of(FlushFileBuffers(system_handle(handle))); }
 

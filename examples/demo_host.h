@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <fstream>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "vu_host.h"
+
+namespace demo {
+
+/// What this program supplies to the library: a trace sink that counts errors and can write
+/// everything to a file, and a product folder of its own.
+class Host final : public vu_host::trace_sink, public vu_host::configuration {
+ public:
+  /// Installs this object; it must outlive the last call into the library.
+  void install();
+  /// Writes all records to @p file from now on. @return whether it could be created.
+  bool trace_to(const std::string& file);
+  /// @param folder the product's binary folder: "config" below it holds the master profile.
+  void set_binary_folder(const std::string& folder) { m_binary_folder = folder; }
+  /// @return the texts of the error events since the last call.
+  std::vector<std::string> take_errors();
+
+  bool wants(vu_host::trace_level level) const noexcept override;
+  bool wants(vu_host::trace_event event) const noexcept override;
+  void scope_begin(const vu_host::trace_site& site, vu_host::trace_level level,
+                   const char* label) noexcept override;
+  void scope_end(const vu_host::trace_site& site, vu_host::trace_level level) noexcept override;
+  void scope_message(const vu_host::trace_site& site, const char* text) noexcept override;
+  void record(const vu_host::trace_site& site, vu_host::trace_level level,
+              const char* text) noexcept override;
+  void event(const vu_host::trace_site& site, vu_host::trace_event event,
+             const char* text) noexcept override;
+
+  ucs2string binary_folder() override;
+
+ private:
+  void write(const char* kind, const vu_host::trace_site& site, const char* text) noexcept;
+
+  std::mutex m_mutex;
+  std::ofstream m_file;
+  std::vector<std::string> m_errors;
+  std::string m_binary_folder;
+};
+
+}  // namespace demo

@@ -1,0 +1,275 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "stg_index.h"
+#include "tests/support/recording_sink.h"
+#include "tests/support/scratch.h"
+
+// The index as a client sees it: versions of names in a folder, and questions about them.
+
+namespace {
+
+using NameMap = STGIndex::NameMap;
+using Names = std::vector<std::string>;
+
+/// A folder, and the switch as a test wants it; off again afterwards, as this program's storage has it.
+class IndexClient : public testing::Test {
+ protected:
+  IndexClient() { STGIndex::setSynchronizeMode(false); }
+  ~IndexClient() override { STGIndex::setSynchronizeMode(false); }
+
+  std::string path(const std::string& name) const { return folder.path(name); }
+  std::string index() const { return read_file(path("index.dat")); }
+  std::string create(const std::string& logical, long ts) const {
+    return STGIndex::create(folder.path(), logical, ts);
+  }
+  bool exists(const std::string& logical, long ts) {
+    physical = "untouched";
+    return STGIndex::exists(folder.path(), logical, ts, physical);
+  }
+
+  const scratch_folder folder;
+  std::string physical;
+  NameMap out;
+};
+
+// ---- versions ----------------------------------------------------------------------------------
+
+TEST_F(IndexClient, MakesAVersionOnce) {
+  EXPECT_EQ(create("a.kdb", 5), "00000001.kdb");
+  EXPECT_EQ(create("a.kdb", 5), "00000001.kdb");
+  EXPECT_EQ(read_file(path("index")), "00000001");
+  EXPECT_EQ(index(), "a.kdb_0000000005/00000001\n");
+  EXPECT_EQ(read_file(path("00000001.kdb")), "");
+}
+
+TEST_F(IndexClient, KeepsVersionsSideBySide) {
+  EXPECT_EQ(create("a.kdb", 5), "00000001.kdb");
+  EXPECT_EQ(create("a.kdb", 6), "00000002.kdb");
+  EXPECT_EQ(create("a long and awkward name: (copy) of it?.kdc", 6), "00000003.kdc");
+  EXPECT_TRUE(exists("a.kdb", 6));
+  EXPECT_EQ(physical, "00000002.kdb");
+  EXPECT_FALSE(exists("a.kdb", 7));
+  EXPECT_EQ(physical, "untouched");
+}
+
+TEST_F(IndexClient, FindsAFileUnderItsOwnNameWhateverTheTimestamp) {
+  write_file(path("a.kdb"), "");
+  EXPECT_TRUE(exists("a.kdb", 5));
+  EXPECT_EQ(physical, "a.kdb");
+  EXPECT_TRUE(exists("a.kdb", 0));
+}
+
+TEST_F(IndexClient, FindsNoVersionWhoseFileHasGone) {
+  create("a.kdb", 5);
+  std::filesystem::remove(native(path("00000001.kdb")));
+  EXPECT_FALSE(exists("a.kdb", 5));
+  EXPECT_EQ(physical, "untouched");
+}
+
+TEST_F(IndexClient, MakesAnUnversionedFileOnDemand) {
+  EXPECT_EQ(STGIndex::getPhysicalName(folder.path(), "read.txt"), "00000001.txt");
+  EXPECT_EQ(STGIndex::getPhysicalName(folder.path(), "read.txt"), "00000001.txt");
+  EXPECT_EQ(STGIndex::getPhysicalPath(folder.path(), "read.txt"), path("00000001.txt"));
+  EXPECT_EQ(index(), "read.txt_0000000000/00000001\n");
+  EXPECT_EQ(read_file(path("00000001.txt")), "");
+}
+
+TEST_F(IndexClient, RemovesAVersionWithItsFile) {
+  create("a.kdb", 5);
+  create("a.kdb", 6);
+  STGIndex::remove(folder.path(), "a.kdb", 5);
+  STGIndex::remove(folder.path(), "a.kdb", 99);
+  EXPECT_EQ(index(), "a.kdb_0000000006/00000002\n");
+  EXPECT_EQ(list_folder(folder.path()), (Names{"00000002.kdb", "index", "index.dat"}));
+}
+
+TEST_F(IndexClient, RenamesAVersionOntoAnother) {
+  write_file(path(create("a.kdb", 1)), "bytes of a");
+  write_file(path(create("b.kdb", 2)), "bytes of b");
+  STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 2);
+  EXPECT_EQ(index(), "b.kdb_0000000002/00000003\n");
+  EXPECT_TRUE(exists("b.kdb", 2));
+  EXPECT_EQ(read_file(path(physical)), "bytes of a");
+  EXPECT_FALSE(exists("a.kdb", 1));
+}
+
+TEST_F(IndexClient, RenamesNothingOntoItself) {
+  STGIndex::rename(folder.path(), "a", 1, "a", 1);
+  EXPECT_EQ(list_folder(folder.path()), Names{});
+}
+
+TEST_F(IndexClient, LosesNoVersionOfSeveralThreads) {
+  const auto create_some = [this](const std::string& name) {
+    for (long ts = 1; ts <= 10; ++ts) STGIndex::create(folder.path(), name, ts);
+  };
+  std::thread first(create_some, "first.kdb");
+  std::thread second(create_some, "second.kdb");
+  std::thread third(create_some, "third.kdb");
+  first.join();
+  second.join();
+  third.join();
+  STGIndex::plValues(folder.path(), out);
+  EXPECT_EQ(out.size(), 30U);
+  for (const std::string name : {"first.kdb", "second.kdb", "third.kdb"}) {
+    for (long ts = 1; ts <= 10; ++ts) EXPECT_TRUE(exists(name, ts)) << name << ts;
+  }
+}
+
+// ---- questions ---------------------------------------------------------------------------------
+
+TEST_F(IndexClient, FindsTheLatestVersion) {
+  create("x.kdb", 10);
+  create("x.kdb", 30);
+  create("y.kdb", 50);
+  create("z", 0);
+  long ts = 77;
+  EXPECT_TRUE(STGIndex::lastVersion(folder.path(), "x.kdb", ts));
+  EXPECT_EQ(ts, 30);
+  EXPECT_TRUE(STGIndex::lastVersion(folder.path(), "y.kdb", ts));
+  EXPECT_EQ(ts, 50);
+  EXPECT_TRUE(STGIndex::lastVersion(folder.path(), "z", ts));
+  EXPECT_EQ(ts, 0);
+  ts = 77;
+  EXPECT_FALSE(STGIndex::lastVersion(folder.path(), "z.kdb", ts));
+  EXPECT_EQ(ts, 0);
+  EXPECT_FALSE(STGIndex::lastVersion(folder.path(), "X.kdb", ts));
+}
+
+TEST_F(IndexClient, TakesNoTimestampBelowZeroForTheLatest) {
+  write_file(path("00000001"), "");
+  write_file(path("index.dat"), "x_      -005/00000001\n");
+  long ts = 77;
+  EXPECT_TRUE(STGIndex::lastVersion(folder.path(), "x", ts));
+  EXPECT_EQ(ts, 0);
+}
+
+TEST_F(IndexClient, ListsByPhysicalOrByLogicalName) {
+  create("a.kdb", 5);
+  create("list.ctg", 0);
+  create("notes", 1);
+  out = {{"old", "content"}};
+  STGIndex::plValues(folder.path(), out);
+  EXPECT_EQ(out, (NameMap{{"00000001.kdb", "a.kdb"}, {"00000002.ctg", "list.ctg"}, {"00000003", "notes"}}));
+  STGIndex::lpValues(folder.path(), out);
+  EXPECT_EQ(out, (NameMap{{"a.kdb", "00000001.kdb"}, {"list.ctg", "00000002.ctg"}, {"notes", "00000003"}}));
+}
+
+TEST_F(IndexClient, ListsTheSmallestTimestampOfAName) {
+  create("a.kdb", 30);
+  create("a.kdb", 5);
+  create("a.kdb", 10);
+  create("c.ctg", 9);
+  create("c.ctg", 8);
+  STGIndex::lpValues(folder.path(), out);
+  EXPECT_EQ(out, (NameMap{{"a.kdb", "00000002.kdb"}, {"c.ctg", "00000005.ctg"}}));
+  STGIndex::getCategories(folder.path(), out);
+  EXPECT_EQ(out, (NameMap{{"c.ctg", "00000005.ctg"}}));
+  // By physical names every version has a place.
+  STGIndex::plValues(folder.path(), out);
+  EXPECT_EQ(out.size(), 5U);
+}
+
+TEST_F(IndexClient, ListsTheFirstOfTwoNamesOfOneFile) {
+  write_file(path("00000001.kdb"), "");
+  write_file(path("index.dat"), "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000001\n");
+  STGIndex::plValues(folder.path(), out);
+  EXPECT_EQ(out, (NameMap{{"00000001.kdb", "a.kdb"}}));
+  STGIndex::lpValues(folder.path(), out);
+  EXPECT_EQ(out, (NameMap{{"a.kdb", "00000001.kdb"}, {"b.kdb", "00000001.kdb"}}));
+  STGIndex::getVUDocs(folder.path(), out);
+  EXPECT_EQ(out, (NameMap{{"00000001.kdb", "a.kdb"}}));
+}
+
+TEST_F(IndexClient, ListsCategoriesByLogicalNameAndDocumentsByPhysicalName) {
+  for (const char* const name : {"a.kda", "b.kdb", "c.kdc", "d.kdd", "e.kde", "f.kdf", "g.kdg", "h.kdh",
+                                 "i.KDB", "kdb", "j.kdb.txt", "k.txt.kdb", "l.ctg", "m.CTG", "ctg",
+                                 "n.ctg.x", "o.kd", "p.", "q.kdbx"}) {
+    create(name, 1);
+  }
+  STGIndex::getVUDocs(folder.path(), out);
+  EXPECT_EQ(out, (NameMap{{"00000001.kda", "a.kda"},
+                          {"00000002.kdb", "b.kdb"},
+                          {"00000003.kdc", "c.kdc"},
+                          {"00000004.kdd", "d.kdd"},
+                          {"00000005.kde", "e.kde"},
+                          {"00000006.kdf", "f.kdf"},
+                          {"00000007.kdg", "g.kdg"},
+                          {"00000012.kdb", "k.txt.kdb"}}));
+  STGIndex::getCategories(folder.path(), out);
+  EXPECT_EQ(out, (NameMap{{"l.ctg", "00000013.ctg"}}));
+}
+
+TEST_F(IndexClient, ListsNothingOfAFolderThatIsMissing) {
+  out = {{"old", "content"}};
+  STGIndex::plValues(path("missing"), out);
+  EXPECT_TRUE(out.empty());
+  long ts = 77;
+  EXPECT_FALSE(STGIndex::lastVersion(path("missing"), "a", ts));
+  EXPECT_EQ(ts, 0);
+  EXPECT_FALSE(STGIndex::exists(path("missing"), "a", 1, physical));
+  EXPECT_FALSE(folder_exists(path("missing")));
+}
+
+TEST_F(IndexClient, RaisesTheFileLayersException) {
+  make_folder(path("index.dat"));
+  try {
+    STGIndex::plValues(folder.path(), out);
+    ADD_FAILURE() << "nothing was raised";
+  } catch (const vu_file_except& e) {
+    EXPECT_EQ(e.what(), "throw exception on open");
+  }
+  EXPECT_THROW(STGIndex::create(path("missing"), "a", 1), vu_file_except);
+}
+
+TEST_F(IndexClient, TracesUnderItsOwnSourceName) {
+  recording_sink sink;
+  create("a.kdb", 5);
+  bool seen = false;
+  for (const traced& each : sink.all()) {
+    if (each.text != " STGIndex (create): Set need update flag to true: index.dat will be updated") continue;
+    EXPECT_EQ(each.source, "stg_index");
+    EXPECT_EQ(each.kind, traced::kind_t::record);
+    EXPECT_EQ(each.level, vu_host::trace_level::m);
+    EXPECT_NE(each.signature.find("_create"), std::string::npos);
+    seen = true;
+  }
+  EXPECT_TRUE(seen);
+}
+
+// ---- files found in the folder -----------------------------------------------------------------
+
+TEST_F(IndexClient, AdoptsFilesWithTheSwitchOn) {
+  STGIndex::setSynchronizeMode(true);
+  write_file(path("Report.KDB"), "report");
+  write_file(path("notes.txt"), "notes");
+  make_folder(path("sub"));
+  STGIndex::updateIndexFile(folder.path());
+  EXPECT_EQ(index(), "Report.kdb_0000000000/Report.kdb\nnotes.txt_0000000000/notes.txt\n");
+  STGIndex::lpValues(folder.path(), out);
+  EXPECT_EQ(out, (NameMap{{"Report.kdb", "Report.kdb"}, {"notes.txt", "notes.txt"}}));
+  EXPECT_EQ(read_file(path("Report.kdb")), "report");
+}
+
+TEST_F(IndexClient, LeavesFilesUnknownWithTheSwitchOff) {
+  write_file(path("notes.txt"), "notes");
+  STGIndex::updateIndexFile(folder.path());
+  EXPECT_EQ(index(), " ");
+  STGIndex::lpValues(folder.path(), out);
+  EXPECT_TRUE(out.empty());
+}
+
+// ---- names -------------------------------------------------------------------------------------
+
+TEST_F(IndexClient, TellsAndDecodesEscapedNames) {
+  EXPECT_TRUE(STGIndex::iSsambaOrT101("Q1+Sales%2Fdoc.kdb"));
+  EXPECT_FALSE(STGIndex::iSsambaOrT101("Q1 Sales.kdb"));
+  std::string name = "My%20Report+1.kdb";
+  STGIndex::UnescapeVU(name);
+  EXPECT_EQ(name, "My Report 1.kdb");
+}
+
+}  // namespace

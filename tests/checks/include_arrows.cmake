@@ -1,0 +1,157 @@
+# Reads the #include lines and fails on every arrow that the architecture does not have.
+#
+#   cmake -D ROOT=<project> -P include_arrows.cmake
+#
+# Rooms from the top: storage, index, file, platform. Each may include lower rooms, itself and the
+# exported headers. Inside platform the order is host, i18n, os; os knows the string classes only.
+# Tools, examples and the tests of the finished library see exported headers.
+
+cmake_minimum_required(VERSION 3.25)
+
+# What files below a folder may include of ours: folders, or single files. The longest match counts.
+set(rules
+  "storage         = storage index file platform include"
+  "index           = index file platform include"
+  "file            = file platform include"
+  "platform/host   = platform/host platform/i18n platform/os include"
+  "platform/i18n   = platform/i18n platform/os include"
+  "platform/os     = platform/os include/vu_i18n.h tests/support/os_faults.h"
+  "tools/admin     = tools/admin include"
+  "tools/stgctl    = tools/stgctl tools/admin include"
+  "tools           = tools/admin include"
+  "examples        = examples include"
+  "include         = include"
+  "tests/api       = tests/api tests/support include"
+  "tests/multi     = tests/multi tests/support include"
+  "tests/unit      = tests storage index file platform tools include"
+  "tests/support   = tests/support platform/os include")
+
+# Folders that need not exist yet; of the others a missing one means that nothing was checked.
+set(optional tools examples tests)
+
+# Headers of others that only some files may see: a pattern, then those files.
+set(guarded
+  "^windows\\.h$ = platform/os/os_windows.cpp tests/support"
+  "^poco/        = storage/storage_mutex.cpp storage/storage_mutex.h examples")
+
+# Headers of others that may stand in quotation marks as well.
+set(third_party "^(Poco|gtest|benchmark|CLI|fmt|nlohmann)/|^xxhash\\.h$|^utf8\\.h$")
+
+# Exported headers stay free of system headers: the C++ library's have no suffix.
+set(plain_library_header "^[a-z_0-9]+$")
+
+set(faults)
+
+# is_below(<result> <path> <folder or file...>)
+function(is_below result path)
+  set(${result} FALSE PARENT_SCOPE)
+  foreach(place IN LISTS ARGN)
+    string(FIND "${path}/" "${place}/" at)
+    if(at EQUAL 0)
+      set(${result} TRUE PARENT_SCOPE)
+    endif()
+  endforeach()
+endfunction()
+
+# allowed_for(<result> <file>): the right-hand side of the longest rule that matches.
+function(allowed_for result file)
+  set(best "")
+  set(found "")
+  foreach(rule IN LISTS rules)
+    string(REGEX MATCH "^([^ ]+) *= *(.*)$" matched "${rule}")
+    set(folder ${CMAKE_MATCH_1})
+    set(allowed "${CMAKE_MATCH_2}")
+    is_below(below ${file} ${folder})
+    string(LENGTH "${folder}" length)
+    string(LENGTH "${best}" best_length)
+    if(below AND length GREATER best_length)
+      set(best ${folder})
+      set(found "${allowed}")
+    endif()
+  endforeach()
+  string(REPLACE " " ";" found "${found}")
+  set(${result} "${found}" PARENT_SCOPE)
+endfunction()
+
+# Which file of ours a name means, or nothing: from the exported headers, the root, beside the file.
+function(our_file result name file)
+  cmake_path(GET file PARENT_PATH beside)
+  set(${result} "" PARENT_SCOPE)
+  foreach(place IN ITEMS "${beside}/${name}" "${name}" "include/${name}")
+    cmake_path(NORMAL_PATH place)
+    if(EXISTS ${ROOT}/${place} AND NOT IS_DIRECTORY ${ROOT}/${place})
+      set(${result} ${place} PARENT_SCOPE)
+    endif()
+  endforeach()
+endfunction()
+
+set(files)
+set(folders)
+foreach(rule IN LISTS rules)
+  string(REGEX REPLACE "[ /].*$" "" folder "${rule}")
+  list(APPEND folders ${folder})
+endforeach()
+list(REMOVE_DUPLICATES folders)
+foreach(folder IN LISTS folders)
+  file(GLOB_RECURSE found RELATIVE ${ROOT} ${ROOT}/${folder}/*.h ${ROOT}/${folder}/*.cpp)
+  if(NOT found AND NOT folder IN_LIST optional)
+    list(APPEND faults "${folder}: there is no source file")
+  endif()
+  list(APPEND files ${found})
+endforeach()
+
+set(arrows 0)
+foreach(file IN LISTS files)
+  allowed_for(allowed ${file})
+  # Brackets and semicolons mean something in CMake's lists; no #include line needs them.
+  file(READ ${ROOT}/${file} text)
+  string(REGEX REPLACE "[][;]" " " text "${text}")
+  string(REGEX MATCHALL "\n[ \t]*#[ \t]*include[^\n]*" lines "\n${text}")
+  foreach(line IN LISTS lines)
+    string(STRIP "${line}" line)
+    if(NOT line MATCHES "include[ \t]*([<\"])([^>\"]+)[>\"]")
+      list(APPEND faults "${file}: cannot read '${line}'")
+      continue()
+    endif()
+    set(quote "${CMAKE_MATCH_1}")
+    set(name "${CMAKE_MATCH_2}")
+    math(EXPR arrows "${arrows} + 1")
+
+    our_file(target ${name} ${file})
+    if(target)
+      is_below(good ${target} ${allowed})
+      if(NOT good)
+        list(APPEND faults "${file}: may not include ${target}")
+      endif()
+      continue()
+    endif()
+    if(quote STREQUAL "\"" AND NOT name MATCHES "${third_party}")
+      list(APPEND faults "${file}: no file of ours is called ${name}")
+      continue()
+    endif()
+
+    string(TOLOWER "${name}" lower)
+    foreach(guard IN LISTS guarded)
+      string(REGEX MATCH "^([^ ]+) *= *(.*)$" matched "${guard}")
+      set(pattern "${CMAKE_MATCH_1}")
+      string(REPLACE " " ";" owners "${CMAKE_MATCH_2}")
+      is_below(good ${file} ${owners})
+      if(lower MATCHES "${pattern}" AND NOT good)
+        list(APPEND faults "${file}: may not include <${name}>")
+      endif()
+    endforeach()
+    if(file MATCHES "^include/" AND NOT name MATCHES "${plain_library_header}")
+      list(APPEND faults "${file}: an exported header may not include <${name}>")
+    endif()
+  endforeach()
+endforeach()
+
+list(LENGTH files count)
+if(arrows EQUAL 0)
+  list(APPEND faults "no #include line was read")
+endif()
+if(faults)
+  list(JOIN faults "\n  " faults)
+  message(FATAL_ERROR "include arrows:\n  ${faults}")
+endif()
+message(STATUS "${arrows} #include lines of ${count} files keep to the architecture")

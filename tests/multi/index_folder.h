@@ -1,0 +1,106 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "tests/support/process.h"
+#include "tests/support/scratch.h"
+
+/// @file
+/// A storage folder under several processes, looked at without the library.
+
+/// The lines of a folder's "index.dat": key and stored name, in the order of the file. An index
+/// without an entry is one blank.
+inline std::vector<std::pair<std::string, std::string>> index_lines(const std::string& folder) {
+  const std::string text = read_file(folder + "\\index.dat");
+  std::vector<std::pair<std::string, std::string>> lines;
+  if (text == " ") return lines;
+  std::size_t start = 0;
+  while (start < text.size()) {
+    const std::size_t slash = text.find('/', start);
+    const std::size_t end = text.find('\n', start);
+    if (slash == std::string::npos || end == std::string::npos || slash > end) {
+      ADD_FAILURE() << "index.dat holds a line that is none: " << text.substr(start);
+      break;
+    }
+    lines.emplace_back(text.substr(start, slash - start), text.substr(slash + 1, end - slash - 1));
+    start = end + 1;
+  }
+  return lines;
+}
+
+/// The key of an entry.
+inline std::string key_of(const std::string& logical, int timestamp) {
+  const std::string digits = std::to_string(timestamp);
+  return logical + "_" + std::string(10 - digits.size(), '0') + digits;
+}
+
+/// The stored name of an entry, empty when "index.dat" has no line or more than one for it.
+inline std::string stored_name(const std::string& folder, const std::string& logical,
+                               int timestamp) {
+  std::string found;
+  for (const auto& [key, stored] : index_lines(folder)) {
+    if (key != key_of(logical, timestamp)) continue;
+    if (!found.empty()) return {};
+    found = stored;
+  }
+  return found;
+}
+
+/// The files in a folder that are neither the index nor its counter.
+inline std::vector<std::string> data_files(const std::string& folder) {
+  std::vector<std::string> names;
+  for (const std::string& each : list_folder(folder)) {
+    if (each != "index.dat" && each != "index") names.push_back(each);
+  }
+  return names;
+}
+
+/// Waits until something is so. @return whether it came to be so.
+template <class Condition>
+bool wait_until(Condition condition) {
+  const auto end = std::chrono::steady_clock::now() + child_process::kPatience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+/// Waits until a folder holds so many data files at least.
+inline bool wait_for_data_files(const std::string& folder, std::size_t count) {
+  return wait_until([&] { return data_files(folder).size() >= count; });
+}
+
+/// Index operations in a helper process, told line by line.
+class remote_index : public child_process {
+ public:
+  enum class synchronisation { off, on };
+
+  explicit remote_index(const std::string& folder, synchronisation mode = synchronisation::off)
+      : child_process("use_index", {folder, mode == synchronisation::on ? "on" : "off"}) {}
+
+  /// Begins an operation, which may have to wait, such as "create NAME TIMESTAMP", "remove NAME
+  /// TIMESTAMP" or "update". It says "done" and, after a blank, what the operation gives.
+  void begin(const std::string& operation) {
+    tell(operation);
+    hears("begun");
+  }
+  /// What an operation gives.
+  std::string result_of(const std::string& operation) {
+    begin(operation);
+    return result();
+  }
+  /// What the operation gives that was begun before.
+  std::string result() {
+    const std::string line = next_line().value_or("no answer");
+    if (line.rfind("done ", 0) == 0) return line.substr(5);
+    return line == "done" ? std::string() : "unexpected: " + line;
+  }
+};

@@ -1,0 +1,431 @@
+#include "tests/support/os_faults.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <limits>
+#include <mutex>
+#include <optional>
+#include <utility>
+
+#include "platform/os/os.h"
+
+namespace os::faults {
+
+namespace {
+
+constexpr std::size_t kFunctions = static_cast<std::size_t>(Call::any);
+
+constexpr std::array<const char*, kFunctions + 1> kNames = {"open",
+                                                            "close",
+                                                            "read",
+                                                            "write",
+                                                            "seek",
+                                                            "set_end",
+                                                            "reserve",
+                                                            "flush",
+                                                            "lock",
+                                                            "unlock",
+                                                            "probe_attributes",
+                                                            "probe_search",
+                                                            "list",
+                                                            "stat",
+                                                            "make_writable",
+                                                            "create_directory",
+                                                            "remove_directory",
+                                                            "remove_file",
+                                                            "rename",
+                                                            "copy",
+                                                            "short_path",
+                                                            "current_directory",
+                                                            "full_path",
+                                                            "program_folder",
+                                                            "temporary_folder",
+                                                            "to_narrow",
+                                                            "is_lead_byte",
+                                                            "last_error",
+                                                            "error_text",
+                                                            "error_text_wide",
+                                                            "now",
+                                                            "nt_family",
+                                                            "any"};
+
+constexpr std::size_t index_of(Call call) { return static_cast<std::size_t>(call); }
+
+}  // namespace
+
+/// What a rule does; the members that are not set do not apply.
+struct Rule {
+  Call call = Call::any;
+  std::uint64_t nth = 1;
+  Times times = Times::kOnce;
+  std::function<void()> before;
+  std::function<void()> after;
+  std::exception_ptr exception;
+  std::optional<Status> status;
+  std::optional<std::size_t> most_bytes;
+  std::optional<std::int64_t> now;
+  std::optional<std::string> lead_bytes;
+  std::optional<bool> nt_family;
+  std::uint64_t seen = 0;
+  std::uint64_t hits = 0;
+};
+
+namespace {
+
+/// The rules in force and the counters. Never destroyed, as the seam is used until the very end.
+struct Plan {
+  std::mutex mutex;
+  std::vector<std::shared_ptr<Rule>> rules;
+  std::array<std::uint64_t, kFunctions> counters{};
+};
+
+Plan& plan() {
+  static auto* const the_plan = new Plan;
+  return *the_plan;
+}
+
+/// What last_error() answers after a planned failure, until the thread makes another call.
+thread_local std::optional<std::int32_t> t_planned_error;
+
+/// The rules that apply to one call.
+class Verdict {
+ public:
+  explicit Verdict(Call call) {
+    const std::scoped_lock guard(plan().mutex);
+    ++plan().counters[index_of(call)];
+    for (const std::shared_ptr<Rule>& rule : plan().rules) {
+      if (rule->call != call && rule->call != Call::any) continue;
+      ++rule->seen;
+      const bool applies =
+          rule->seen == rule->nth || (rule->times == Times::kLasting && rule->seen > rule->nth);
+      if (!applies) continue;
+      ++rule->hits;
+      m_rules.push_back(rule);
+      if (m_decider == nullptr && !rule->before && !rule->after) m_decider = rule.get();
+    }
+  }
+
+  void run_before() const {
+    for (const auto& rule : m_rules) {
+      if (rule->before) rule->before();
+    }
+  }
+  void run_after() const {
+    for (const auto& rule : m_rules) {
+      if (rule->after) rule->after();
+    }
+  }
+  /// Null when the call is to be made as usual.
+  const Rule* decider() const { return m_decider; }
+
+ private:
+  std::vector<std::shared_ptr<Rule>> m_rules;
+  const Rule* m_decider = nullptr;
+};
+
+/// Makes one call under the plan. @p decided(rule) answers in place of the system.
+template <class Decided, class Forward>
+auto call_under_plan(Call call, Decided decided, Forward forward) {
+  const Verdict verdict(call);
+  verdict.run_before();
+  const Rule* const rule = verdict.decider();
+  if (rule != nullptr && rule->exception) std::rethrow_exception(rule->exception);
+  auto result = rule != nullptr ? decided(*rule) : forward();
+  verdict.run_after();
+  return result;
+}
+
+Status planned(const Rule& rule) {
+  const Status status = rule.status.value_or(Status());
+  if (!status.ok()) t_planned_error = status.code();
+  return status;
+}
+
+/// The form of all functions that only return a status.
+template <class Forward>
+Status status_call(Call call, Forward forward) {
+  return call_under_plan(call, planned, [&] {
+    t_planned_error.reset();
+    return forward();
+  });
+}
+
+/// The same for read() and write(), of which a part may be done. @p forward takes the count.
+template <class Forward>
+Status transfer_call(Call call, std::size_t count, std::size_t& done, Forward forward) {
+  const auto part = [&](const Rule& rule) {
+    done = 0;
+    if (rule.most_bytes) {
+      const Status made = forward(std::min(count, *rule.most_bytes));
+      if (!made.ok()) return made;
+    }
+    return planned(rule);
+  };
+  return call_under_plan(call, part, [&] {
+    t_planned_error.reset();
+    return forward(count);
+  });
+}
+
+std::shared_ptr<Rule> rule_for(Call call, std::uint64_t nth, Times times) {
+  auto rule = std::make_shared<Rule>();
+  rule->call = call;
+  rule->nth = nth;
+  rule->times = times;
+  return rule;
+}
+
+}  // namespace
+
+const char* name(Call call) { return kNames.at(index_of(call)); }
+
+Fault::Fault(std::shared_ptr<Rule> rule) : m_rule(std::move(rule)) {
+  const std::scoped_lock guard(plan().mutex);
+  plan().rules.push_back(m_rule);
+}
+
+Fault::~Fault() {
+  const std::scoped_lock guard(plan().mutex);
+  std::erase(plan().rules, m_rule);
+}
+
+std::uint64_t Fault::hits() const {
+  const std::scoped_lock guard(plan().mutex);
+  return m_rule->hits;
+}
+
+Fault fail(Call call, Status status, std::uint64_t nth, Times times) {
+  auto rule = rule_for(call, nth, times);
+  rule->status = status;
+  return Fault(std::move(rule));
+}
+
+Fault fail_with(Call call, std::exception_ptr exception, std::uint64_t nth, Times times) {
+  auto rule = rule_for(call, nth, times);
+  rule->exception = std::move(exception);
+  return Fault(std::move(rule));
+}
+
+Fault cut_transfer(Call call, std::size_t bytes, Status status, std::uint64_t nth, Times times) {
+  auto rule = rule_for(call, nth, times);
+  rule->most_bytes = bytes;
+  rule->status = status;
+  return Fault(std::move(rule));
+}
+
+Fault before(Call call, std::function<void()> hook, std::uint64_t nth, Times times) {
+  auto rule = rule_for(call, nth, times);
+  rule->before = std::move(hook);
+  return Fault(std::move(rule));
+}
+
+Fault after(Call call, std::function<void()> hook, std::uint64_t nth, Times times) {
+  auto rule = rule_for(call, nth, times);
+  rule->after = std::move(hook);
+  return Fault(std::move(rule));
+}
+
+Fault set_now(std::int64_t seconds) {
+  auto rule = rule_for(Call::now, 1, Times::kLasting);
+  rule->now = seconds;
+  return Fault(std::move(rule));
+}
+
+Fault set_lead_bytes(std::string bytes) {
+  auto rule = rule_for(Call::is_lead_byte, 1, Times::kLasting);
+  rule->lead_bytes = std::move(bytes);
+  return Fault(std::move(rule));
+}
+
+Fault set_nt_family(bool answer) {
+  auto rule = rule_for(Call::nt_family, 1, Times::kLasting);
+  rule->nt_family = answer;
+  return Fault(std::move(rule));
+}
+
+std::uint64_t calls(Call call) {
+  const std::scoped_lock guard(plan().mutex);
+  if (call != Call::any) return plan().counters[index_of(call)];
+  std::uint64_t sum = 0;
+  for (const std::uint64_t counter : plan().counters) sum += counter;
+  return sum;
+}
+
+void reset() {
+  const std::scoped_lock guard(plan().mutex);
+  plan().counters.fill(0);
+}
+
+}  // namespace os::faults
+
+namespace os {
+
+using faults::Call;
+using faults::call_under_plan;
+using faults::Rule;
+using faults::status_call;
+using faults::t_planned_error;
+using faults::transfer_call;
+
+// ---- files -------------------------------------------------------------------------------------
+
+Status open(Path path, Access access, Handle& handle) {
+  handle = kNoHandle;
+  return status_call(Call::open, [&] { return sys::open(path, access, handle); });
+}
+
+Status close(Handle handle) {
+  return status_call(Call::close, [&] { return sys::close(handle); });
+}
+
+Status read(Handle handle, void* buffer, std::size_t count, std::size_t& done) {
+  return transfer_call(Call::read, count, done,
+                       [&](std::size_t length) { return sys::read(handle, buffer, length, done); });
+}
+
+Status write(Handle handle, const void* data, std::size_t count, std::size_t& done) {
+  return transfer_call(Call::write, count, done,
+                       [&](std::size_t length) { return sys::write(handle, data, length, done); });
+}
+
+Status seek(Handle handle, std::int32_t distance, std::int16_t method) {
+  return status_call(Call::seek, [&] { return sys::seek(handle, distance, method); });
+}
+
+Status set_end(Handle handle) {
+  return status_call(Call::set_end, [&] { return sys::set_end(handle); });
+}
+
+Status reserve(Handle handle, std::uint64_t size) {
+  return status_call(Call::reserve, [&] { return sys::reserve(handle, size); });
+}
+
+Status flush(Handle handle) {
+  return status_call(Call::flush, [&] { return sys::flush(handle); });
+}
+
+Status lock(Handle handle, const LockRequest& request) {
+  return status_call(Call::lock, [&] { return sys::lock(handle, request); });
+}
+
+Status unlock(Handle handle) {
+  return status_call(Call::unlock, [&] { return sys::unlock(handle); });
+}
+
+// ---- questions ---------------------------------------------------------------------------------
+
+Status probe_attributes(Path path) {
+  return status_call(Call::probe_attributes, [&] { return sys::probe_attributes(path); });
+}
+
+Status probe_search(Path path) {
+  return status_call(Call::probe_search, [&] { return sys::probe_search(path); });
+}
+
+Status list(Path folder, std::vector<Entry>& entries) {
+  return status_call(Call::list, [&] { return sys::list(folder, entries); });
+}
+
+Status stat(Path path, FileStat& result, Links links) {
+  return status_call(Call::stat, [&] { return sys::stat(path, result, links); });
+}
+
+// ---- changes -----------------------------------------------------------------------------------
+
+Status make_writable(Path path) {
+  return status_call(Call::make_writable, [&] { return sys::make_writable(path); });
+}
+
+Status create_directory(Path path) {
+  return status_call(Call::create_directory, [&] { return sys::create_directory(path); });
+}
+
+Status remove_directory(Path path) {
+  return status_call(Call::remove_directory, [&] { return sys::remove_directory(path); });
+}
+
+Status remove_file(Path path) {
+  return status_call(Call::remove_file, [&] { return sys::remove_file(path); });
+}
+
+Status rename(Path from, Path to) {
+  return status_call(Call::rename, [&] { return sys::rename(from, to); });
+}
+
+Status copy(Path from, Path to, IfExists if_exists) {
+  return status_call(Call::copy, [&] { return sys::copy(from, to, if_exists); });
+}
+
+// ---- names -------------------------------------------------------------------------------------
+
+Status short_path(const ucs2string& path, ucs2string& result) {
+  return status_call(Call::short_path, [&] { return sys::short_path(path, result); });
+}
+
+Status current_directory(ucs2string& result) {
+  return status_call(Call::current_directory, [&] { return sys::current_directory(result); });
+}
+
+Status full_path(const ucs2string& path, ucs2string& result) {
+  return status_call(Call::full_path, [&] { return sys::full_path(path, result); });
+}
+
+Status program_folder(ucs2string& result) {
+  return status_call(Call::program_folder, [&] { return sys::program_folder(result); });
+}
+
+Status temporary_folder(ucs2string& result) {
+  return status_call(Call::temporary_folder, [&] { return sys::temporary_folder(result); });
+}
+
+std::string to_narrow(const ucs2string& text) {
+  return call_under_plan(
+      Call::to_narrow, [](const Rule&) { return std::string(); },
+      [&] { return sys::to_narrow(text); });
+}
+
+bool is_lead_byte(unsigned char byte) {
+  return call_under_plan(
+      Call::is_lead_byte,
+      [&](const Rule& rule) {
+        const auto& bytes = rule.lead_bytes;
+        return bytes && bytes->find(static_cast<char>(byte)) != std::string::npos;
+      },
+      [&] { return sys::is_lead_byte(byte); });
+}
+
+// ---- the rest ----------------------------------------------------------------------------------
+
+std::int32_t last_error() {
+  // First of all: the plan's own work must not change the system's value.
+  const std::int32_t code = t_planned_error.value_or(sys::last_error());
+  return call_under_plan(
+      Call::last_error, [](const Rule& rule) { return rule.status.value_or(Status()).code(); },
+      [&] { return code; });
+}
+
+std::string error_text(std::int32_t code) {
+  return call_under_plan(
+      Call::error_text, [](const Rule&) { return std::string(); },
+      [&] { return sys::error_text(code); });
+}
+
+ucs2string error_text_wide(std::int32_t code) {
+  return call_under_plan(
+      Call::error_text_wide, [](const Rule&) { return ucs2string(); },
+      [&] { return sys::error_text_wide(code); });
+}
+
+std::int64_t now() {
+  return call_under_plan(
+      Call::now, [](const Rule& rule) { return rule.now.value_or(0); }, [] { return sys::now(); });
+}
+
+bool nt_family() {
+  return call_under_plan(
+      Call::nt_family, [](const Rule& rule) { return rule.nt_family.value_or(false); },
+      [] { return sys::nt_family(); });
+}
+
+}  // namespace os

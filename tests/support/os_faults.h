@@ -1,0 +1,166 @@
+#pragma once
+
+// Included by platform/os/os.h, at its end, in builds that define VU_OS_FAULTS. It stands between
+// the library and the seam: os::open() counts, consults the plan of the test and goes on to
+// os::sys::open().
+
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/os/os.h"
+
+namespace os {
+
+Status open(Path path, Access access, Handle& handle);
+Status close(Handle handle);
+Status read(Handle handle, void* buffer, std::size_t count, std::size_t& done);
+Status write(Handle handle, const void* data, std::size_t count, std::size_t& done);
+Status seek(Handle handle, std::int32_t distance, std::int16_t method);
+Status set_end(Handle handle);
+Status reserve(Handle handle, std::uint64_t size);
+Status flush(Handle handle);
+Status lock(Handle handle, const LockRequest& request);
+Status unlock(Handle handle);
+
+Status probe_attributes(Path path);
+Status probe_search(Path path);
+Status list(Path folder, std::vector<Entry>& entries);
+Status stat(Path path, FileStat& result, Links links = Links::kFollow);
+
+Status make_writable(Path path);
+Status create_directory(Path path);
+Status remove_directory(Path path);
+Status remove_file(Path path);
+Status rename(Path from, Path to);
+Status copy(Path from, Path to, IfExists if_exists);
+
+Status short_path(const ucs2string& path, ucs2string& result);
+Status current_directory(ucs2string& result);
+Status full_path(const ucs2string& path, ucs2string& result);
+Status program_folder(ucs2string& result);
+Status temporary_folder(ucs2string& result);
+std::string to_narrow(const ucs2string& text);
+bool is_lead_byte(unsigned char byte);
+
+std::int32_t last_error();
+std::string error_text(std::int32_t code);
+ucs2string error_text_wide(std::int32_t code);
+std::int64_t now();
+bool nt_family();
+
+/// Faults planned by a test.
+///
+/// Each function below puts one rule into force and returns its owner; the rule ends with the
+/// owner's scope. "The n-th call" counts from 1 and from that moment on, each rule for itself.
+/// Several rules may concern one call: every hook runs, and of the others the oldest that applies
+/// decides.
+///
+///   const auto fault = faults::fail(faults::Call::copy, {5, os::Failure::kOther});
+///
+/// May be used while other threads are inside the seam. A hook runs on the thread of the call and
+/// outside of every lock, so it may wait for other threads, and call the seam itself.
+namespace faults {
+
+enum class Call : std::uint8_t {
+  open,
+  close,
+  read,
+  write,
+  seek,
+  set_end,
+  reserve,
+  flush,
+  lock,
+  unlock,
+  probe_attributes,
+  probe_search,
+  list,
+  stat,
+  make_writable,
+  create_directory,
+  remove_directory,
+  remove_file,
+  rename,
+  copy,
+  short_path,
+  current_directory,
+  full_path,
+  program_folder,
+  temporary_folder,
+  to_narrow,
+  is_lead_byte,
+  last_error,
+  error_text,
+  error_text_wide,
+  now,
+  nt_family,
+  any,  ///< in a rule: whichever function is called
+};
+
+/// The name of the function, for messages.
+const char* name(Call call);
+
+enum class Times : std::uint8_t {
+  kOnce,     ///< the n-th call alone
+  kLasting,  ///< the n-th call and all that follow
+};
+
+struct Rule;
+
+/// Owns one rule.
+class [[nodiscard]] Fault {
+ public:
+  explicit Fault(std::shared_ptr<Rule> rule);
+  ~Fault();
+  Fault(const Fault&) = delete;
+  Fault& operator=(const Fault&) = delete;
+
+  /// How often its turn came.
+  std::uint64_t hits() const;
+
+ private:
+  std::shared_ptr<Rule> m_rule;
+};
+
+/// The call does nothing and returns @p status; last_error() of that thread agrees with it.
+/// Functions that return no status answer as poorly as they can: false, the empty text, 0;
+/// last_error() itself answers the code.
+Fault fail(Call call, Status status, std::uint64_t nth = 1, Times times = Times::kOnce);
+/// The call does nothing and throws.
+Fault fail_with(Call call, std::exception_ptr exception, std::uint64_t nth = 1,
+                Times times = Times::kOnce);
+template <class Exception>
+Fault throw_from(Call call, const Exception& exception, std::uint64_t nth = 1,
+                 Times times = Times::kOnce) {
+  return fail_with(call, std::make_exception_ptr(exception), nth, times);
+}
+/// read() or write() transfers at most @p bytes of what is asked, and then reports @p status:
+/// success for a short transfer, or what broke it off.
+Fault cut_transfer(Call call, std::size_t bytes, Status status = {}, std::uint64_t nth = 1,
+                   Times times = Times::kOnce);
+/// Runs @p hook before the call is made (and before it fails, if it is to fail).
+Fault before(Call call, std::function<void()> hook, std::uint64_t nth = 1,
+             Times times = Times::kOnce);
+/// Runs @p hook after the call was made or has failed; not after a planned exception.
+Fault after(Call call, std::function<void()> hook, std::uint64_t nth = 1,
+            Times times = Times::kOnce);
+/// now() answers @p seconds.
+Fault set_now(std::int64_t seconds);
+/// is_lead_byte() is true for the bytes of @p bytes alone.
+Fault set_lead_bytes(std::string bytes);
+/// nt_family() answers @p answer.
+Fault set_nt_family(bool answer);
+
+/// How often a function was called since the last reset(); for Call::any all of them together.
+std::uint64_t calls(Call call);
+/// Sets the counters to 0. Rules in force stay as they are.
+void reset();
+
+}  // namespace faults
+
+}  // namespace os

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "vu_host.h"
+
+/// One thing that the library traced, in the order of its delivery.
+struct traced {
+  enum class kind_t { scope, scope_end, record, event, message };
+
+  kind_t kind = kind_t::record;
+  vu_host::trace_level level = vu_host::trace_level::xs;       ///< of scopes and records
+  vu_host::trace_event event = vu_host::trace_event::success;  ///< of events
+  std::string source;
+  int line = 0;
+  std::string signature;
+  std::string text;  ///< a scope's label; empty at its end
+  std::thread::id thread;
+};
+
+/// Receives and keeps everything that the library traces as long as it lives. It wants everything
+/// until told otherwise. Any thread may call any member.
+///
+///     recording_sink sink;
+///     vu_file::size(missing);
+///     EXPECT_EQ(sink.count(vu_host::trace_event::warning), 1U);
+class recording_sink final : public vu_host::trace_sink {
+ public:
+  /// Installs itself. @param others the services that go in with it; their own sink is not used.
+  explicit recording_sink(vu_host::services others = {});
+  /// Installs the defaults for all services.
+  ~recording_sink() override;
+  recording_sink(const recording_sink&) = delete;
+  recording_sink& operator=(const recording_sink&) = delete;
+
+  // ---- what came -----------------------------------------------------------------------------
+
+  std::vector<traced> all() const;
+  /// The texts of the events of one kind.
+  std::vector<std::string> events(vu_host::trace_event event) const;
+  /// The texts of the records at one level.
+  std::vector<std::string> records(vu_host::trace_level level) const;
+  /// The labels of the scopes that began.
+  std::vector<std::string> scopes() const;
+  /// The labels of the scopes that began at one level.
+  std::vector<std::string> scopes(vu_host::trace_level level) const;
+  /// The texts of the messages that scopes were given.
+  std::vector<std::string> messages() const;
+
+  std::size_t count() const;
+  std::size_t count(traced::kind_t kind) const;
+  std::size_t count(vu_host::trace_event event) const;
+  std::size_t count(vu_host::trace_event event, const std::string& text) const;
+  std::size_t count(vu_host::trace_level level) const;
+  std::size_t count(vu_host::trace_level level, const std::string& text) const;
+  /// How often the library asked whether something is wanted.
+  std::size_t questions() const;
+
+  /// Forgets what came.
+  void clear();
+
+  // ---- what is wanted ------------------------------------------------------------------------
+
+  void want(vu_host::trace_level level, bool wanted);
+  void want(vu_host::trace_event event, bool wanted);
+  void want_everything(bool wanted = true);
+
+  // ---- the library's side --------------------------------------------------------------------
+
+  bool wants(vu_host::trace_level level) const noexcept override;
+  bool wants(vu_host::trace_event event) const noexcept override;
+  void scope_begin(const vu_host::trace_site& site, vu_host::trace_level level,
+                   const char* label) noexcept override;
+  void scope_end(const vu_host::trace_site& site, vu_host::trace_level level) noexcept override;
+  void scope_message(const vu_host::trace_site& site, const char* text) noexcept override;
+  void record(const vu_host::trace_site& site, vu_host::trace_level level,
+              const char* text) noexcept override;
+  void event(const vu_host::trace_site& site, vu_host::trace_event event,
+             const char* text) noexcept override;
+
+ private:
+  template <class Condition>
+  std::vector<std::string> texts_where(Condition condition) const;
+  template <class Condition>
+  std::size_t count_where(Condition condition) const;
+  void keep(traced::kind_t kind, const vu_host::trace_site& site, vu_host::trace_level level,
+            vu_host::trace_event event, const char* text);
+
+  mutable std::mutex m_mutex;
+  std::vector<traced> m_traced;
+  std::array<bool, 5> m_levels;
+  std::array<bool, 3> m_events;
+  mutable std::size_t m_questions = 0;
+};

@@ -1,0 +1,271 @@
+// What the two file handles do when the system fails them while they open, read or write.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "tests/support/recording_sink.h"
+#include "tests/unit/file_handle_faults.h"
+
+namespace {
+
+namespace faults = os::faults;
+using base = vu_file_base;
+using faults::Call;
+using vu_host::trace_event;
+using list = std::vector<std::string>;
+
+}  // namespace
+
+// ---- opening -----------------------------------------------------------------------------------
+
+HANDLE_FAULT_TESTS(VuFileOpenFailure);
+
+TYPED_TEST(VuFileOpenFailure, IsTracedWithTheCodeOfTheCallThatFailed) {
+  for (const auto mode : kAllModes) {
+    auto file = this->handle();
+    const auto fault = faults::fail(Call::open, kSomeFailure);
+    // Whatever the system says afterwards.
+    const auto other =
+        faults::fail(Call::last_error, {1, os::Failure::kOther}, 1, faults::Times::kLasting);
+    recording_sink sink;
+    EXPECT_EQ(thrown_text([&] { file.open(mode); }), "throw exception on open");
+    const bool reading = mode == base::o_read;
+    EXPECT_EQ(sink.events(reading ? trace_event::warning : trace_event::error),
+              this->failure("open o_read"));
+    EXPECT_EQ(sink.count(reading ? trace_event::error : trace_event::warning), 0U);
+    EXPECT_FALSE(file.is_open());
+    EXPECT_FALSE(file.is_locked());
+  }
+}
+
+TYPED_TEST(VuFileOpenFailure, OfAnUnknownModeIsTracedWithTheSystemsLastError) {
+  auto file = this->handle();
+  const auto last = faults::fail(Call::last_error, kSomeFailure, 1, faults::Times::kLasting);
+  recording_sink sink;
+  faults::reset();
+  EXPECT_EQ(thrown_text([&] { file.open(static_cast<base::type_access>(1)); }),
+            "throw exception on open");
+  EXPECT_EQ(sink.events(trace_event::error),
+            (list{" unknown open mode while opening file : " + this->path(),
+                  "open o_read : " + this->path(), this->system_text()}));
+  EXPECT_EQ(faults::calls(Call::open), 0U);
+}
+
+TYPED_TEST(VuFileOpenFailure, OfTheLockLeavesTheFileOpenAndUnlocked) {
+  for (const auto mode : kAllModes) {
+    auto file = this->handle();
+    const auto fault = faults::fail(Call::lock, kSomeFailure);
+    recording_sink sink;
+    faults::reset();
+    EXPECT_NO_THROW(file.open(mode));
+    EXPECT_TRUE(file.is_open());
+    EXPECT_FALSE(file.is_locked());
+    EXPECT_EQ(sink.count(traced::kind_t::event), 0U);
+    EXPECT_EQ(faults::calls(Call::set_end), 0U) << "not emptied without the lock";
+    file.close();
+    EXPECT_EQ(faults::calls(Call::unlock), 0U);
+    EXPECT_EQ(faults::calls(Call::close), 1U);
+  }
+  EXPECT_EQ(read_file(this->path()), "0123456789");
+}
+
+TYPED_TEST(VuFileOpenFailure, OfTheLockIsToldByTryOpen) {
+  auto file = this->handle();
+  const auto fault = faults::fail(Call::lock, {kSomeCode, os::Failure::kLocked});
+  bool lock_failed = false;
+  EXPECT_TRUE(file.try_open(base::o_truncate, lock_failed, false));
+  EXPECT_TRUE(lock_failed);
+  EXPECT_TRUE(file.is_open());
+  EXPECT_FALSE(file.is_locked());
+}
+
+TYPED_TEST(VuFileOpenFailure, ByTryOpenLeavesTheLockFlagAlone) {
+  for (const bool before : {false, true}) {
+    auto file = this->handle();
+    const auto fault = faults::fail(Call::open, kSomeFailure);
+    recording_sink sink;
+    bool lock_failed = before;
+    EXPECT_FALSE(file.try_open(base::o_write, lock_failed, false));
+    EXPECT_EQ(lock_failed, before);
+    EXPECT_EQ(sink.count(traced::kind_t::event), 0U);
+  }
+}
+
+TYPED_TEST(VuFileOpenFailure, OfEmptyingIsTracedAndTheFileIsOpenAllTheSame) {
+  auto file = this->handle();
+  const auto fault = faults::fail(Call::set_end, kSomeFailure);
+  recording_sink sink;
+  EXPECT_NO_THROW(file.open(base::o_truncate));
+  EXPECT_TRUE(file.is_locked());
+  EXPECT_EQ(sink.events(trace_event::error), this->failure("Can't truncate file "));
+}
+
+TYPED_TEST(VuFileOpenFailure, ByAnExceptionPassesAndLeavesTheHandleClosed) {
+  auto file = this->handle();
+  const auto fault = faults::throw_from(Call::open, std::bad_alloc());
+  EXPECT_THROW(file.open(base::o_read), std::bad_alloc);
+  EXPECT_FALSE(file.is_open());
+}
+
+// ---- reading -----------------------------------------------------------------------------------
+
+HANDLE_FAULT_TESTS(VuFileReadFailure);
+
+TYPED_TEST(VuFileReadFailure, IsTracedAndThrown) {
+  for (const auto mode : {base::o_read, base::o_append}) {
+    auto file = this->handle();
+    file.open(mode);
+    const auto fault = faults::fail(Call::read, kSomeFailure);
+    recording_sink sink;
+    std::string text = "before";
+    EXPECT_EQ(thrown_text([&] { file.read(text, 4); }), "throw exception on read");
+    EXPECT_EQ(text, "");
+    EXPECT_EQ(sink.events(trace_event::error), this->failure("read file"));
+    EXPECT_EQ(sink.count(trace_event::warning), 0U);
+    EXPECT_TRUE(file.is_open());
+  }
+}
+
+TYPED_TEST(VuFileReadFailure, HalfWayGivesNothing) {
+  auto file = this->handle();
+  file.open(base::o_read);
+  const auto fault = faults::cut_transfer(Call::read, 3, kSomeFailure);
+  std::string text = "before";
+  EXPECT_EQ(thrown_text([&] { file.read(text, 0); }), "throw exception on read");
+  EXPECT_EQ(text, "");
+}
+
+TYPED_TEST(VuFileReadFailure, IntoABufferLeavesTheBuffer) {
+  auto file = this->handle();
+  file.open(base::o_read);
+  const auto fault = faults::fail(Call::read, kSomeFailure);
+  char buffer[] = "####";
+  EXPECT_EQ(thrown_text([&] { file.read(buffer, 4); }), "throw exception on read");
+  EXPECT_STREQ(buffer, "####");
+}
+
+TYPED_TEST(VuFileReadFailure, IsNoneWhenTheSystemGivesLess) {
+  auto file = this->handle();
+  file.open(base::o_read);
+  const auto fault = faults::cut_transfer(Call::read, 3);
+  std::string text;
+  EXPECT_EQ(file.read(text, 0), 3);
+  EXPECT_EQ(text, "012");
+}
+
+TYPED_TEST(VuFileReadFailure, OfTheSizeReadsNothing) {
+  auto file = this->handle();
+  file.open(base::o_read);
+  const auto fault = faults::fail(Call::stat, kSomeFailure);
+  recording_sink sink;
+  faults::reset();
+  std::string text = "before";
+  EXPECT_EQ(file.read(text, 0), 0);
+  EXPECT_EQ(text, "");
+  EXPECT_EQ(faults::calls(Call::read), 0U);
+  const bool narrow = std::is_same_v<TypeParam, narrow_spelling>;
+  EXPECT_EQ(sink.events(trace_event::error),
+            list{narrow ? "vu_file::size '" + this->path() + "': Problem getting information"
+                        : this->path() + ": can't stat"});
+}
+
+TYPED_TEST(VuFileReadFailure, OfANegativeCountComesBeforeAnyCall) {
+  auto file = this->handle();
+  file.open(base::o_read);
+  const auto last = faults::fail(Call::last_error, kSomeFailure, 1, faults::Times::kLasting);
+  recording_sink sink;
+  faults::reset();
+  std::string text;
+  EXPECT_EQ(thrown_text([&] { file.read(text, -2147483647 - 1); }), "throw exception on read");
+  EXPECT_EQ(sink.events(trace_event::error), this->failure("read file"));
+  EXPECT_EQ(faults::calls(Call::read), 0U);
+  EXPECT_EQ(faults::calls(Call::stat), 0U);
+}
+
+class VuFileUtf8ReadBufferFailure : public handle_fault_test<utf8_spelling> {};
+
+TEST_F(VuFileUtf8ReadBufferFailure, FreesTheBufferAndThrows) {
+  vu_fileutf8 file = handle();
+  file.open(base::o_read);
+  const auto fault = faults::fail(Call::read, kSomeFailure);
+  recording_sink sink;
+  unsigned char* buffer = nullptr;
+  unsigned int length = 4;
+  EXPECT_EQ(thrown_text([&] { file.read(buffer, length); }), "throw exception on read");
+  EXPECT_EQ(length, 0U);
+  EXPECT_NE(buffer, nullptr) << "the pointer stays, although nothing is behind it";
+  EXPECT_EQ(sink.events(trace_event::error), failure("read file"));
+}
+
+TEST_F(VuFileUtf8ReadBufferFailure, HandsThePointerOutBeforeItReads) {
+  vu_fileutf8 file = handle();
+  file.open(base::o_read);
+  unsigned char* buffer = nullptr;
+  unsigned char* seen = nullptr;
+  const auto hook = faults::before(Call::read, [&] { seen = buffer; });
+  unsigned int length = 0;
+  file.read(buffer, length);
+  const std::unique_ptr<unsigned char[]> owner(buffer);
+  EXPECT_NE(seen, nullptr);
+  EXPECT_EQ(seen, buffer);
+  EXPECT_EQ(length, 10U);
+}
+
+TEST_F(VuFileUtf8ReadBufferFailure, OfTheSizeLeavesBothArguments) {
+  vu_fileutf8 file = handle();
+  file.open(base::o_read);
+  const auto fault = faults::fail(Call::stat, kSomeFailure);
+  unsigned char* buffer = nullptr;
+  unsigned int length = 0;
+  EXPECT_NO_THROW(file.read(buffer, length));
+  EXPECT_EQ(buffer, nullptr);
+  EXPECT_EQ(length, 0U);
+}
+
+TEST_F(VuFileUtf8ReadBufferFailure, WithAShortReadIsNoFailure) {
+  vu_fileutf8 file = handle();
+  file.open(base::o_read);
+  const auto fault = faults::cut_transfer(Call::read, 3);
+  unsigned char* buffer = nullptr;
+  unsigned int length = 0;
+  file.read(buffer, length);
+  const std::unique_ptr<unsigned char[]> owner(buffer);
+  EXPECT_EQ(length, 3U);
+  EXPECT_EQ(buffer[10], 0);
+}
+
+// ---- writing -----------------------------------------------------------------------------------
+
+HANDLE_FAULT_TESTS(VuFileWriteFailure);
+
+TYPED_TEST(VuFileWriteFailure, IsTracedAndTheNumberWrittenReturned) {
+  for (const auto mode : kWritingModes) {
+    auto file = this->handle();
+    file.open(mode);
+    recording_sink sink;
+    {
+      const auto fault = faults::fail(Call::write, kSomeFailure);
+      EXPECT_EQ(file.write("abcdef"), 0);
+    }
+    {
+      const auto fault = faults::cut_transfer(Call::write, 4, kSomeFailure);
+      EXPECT_EQ(file.write("abcdef", 6), 4);
+    }
+    const list failure = this->failure("write file");
+    EXPECT_EQ(sink.events(trace_event::error),
+              (list{failure[0], failure[1], failure[0], failure[1]}));
+  }
+}
+
+TYPED_TEST(VuFileWriteFailure, IsNoneWhenTheSystemTakesLess) {
+  auto file = this->handle();
+  file.open(base::o_write);
+  const auto fault = faults::cut_transfer(Call::write, 2);
+  recording_sink sink;
+  EXPECT_EQ(file.write("abcdef"), 2);
+  EXPECT_EQ(sink.count(traced::kind_t::event), 0U);
+}

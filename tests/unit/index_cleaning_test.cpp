@@ -1,0 +1,688 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/os/os.h"
+#include "tests/support/index_peer.h"
+#include "tests/support/recording_sink.h"
+
+// Cleaning by age: which entries go, what goes with them, and what the sweep takes.
+
+namespace {
+
+using os::faults::Call;
+using os::faults::Times;
+using AgeMap = STGIndex::AgeMap;
+using Peer = stg_index_test_peer;
+using NameMap = STGIndex::NameMap;
+using Texts = std::vector<std::string>;
+using vu_host::trace_event;
+using vu_host::trace_level;
+
+const os::Status kRefused(5, os::Failure::kOther);
+
+constexpr std::int64_t kNow = 1700000000;
+constexpr std::int64_t kDay = 86400;
+
+class IndexCleaning : public testing::Test {
+ protected:
+  /// A file as old as given.
+  void write_aged(const std::string& name, std::int64_t age, const std::string& bytes = "x") const {
+    folder.write(name, bytes);
+    set_modify_time(folder.path(name), kNow - age);
+  }
+  unsigned long clean(unsigned long limit, bool use_access_time = false) {
+    return STGIndex::cleanOutOfDateOutput(folder.path(), limit, kept, use_access_time);
+  }
+  std::string entry(const std::string& key) const { return folder.path() + "\\" + key; }
+
+  index_folder folder;
+  synchronisation off{false};
+  os::faults::Fault now = os::faults::set_now(kNow);
+  AgeMap kept;
+};
+
+// ---- which entries go --------------------------------------------------------------------------
+
+TEST_F(IndexCleaning, RemovesEveryEntryUnderTheLimitZero) {
+  write_aged("00000001.kdc", 10);
+  write_aged("00000002.kdc", -1000);
+  write_aged("notes.txt", kDay);
+  make_folder(folder.path("00000001.kdc_"));
+  make_folder(folder.path("stray"));
+  folder.write("stray.tmp");
+  folder.write("index", "00000002");
+  folder.set_index(
+      "a.kdc_0000000001/00000001\nb.kdc_0000000001/00000002\nnotes.txt_0000000000/notes.txt\n");
+  EXPECT_EQ(clean(0), 3U);
+  EXPECT_TRUE(kept.empty());
+  // What the index does not account for stays.
+  EXPECT_EQ(folder.names(), (Texts{"index", "index.dat", "stray", "stray.tmp"}));
+  EXPECT_EQ(folder.index(), " ");
+}
+
+TEST_F(IndexCleaning, RemovesWhatIsOlderThanTheLimitAndReportsTheRest) {
+  write_aged("00000001.kdc", 10);
+  write_aged("00000002.kdc", 2 * kDay);
+  folder.set_index("a.kdc_0000000001/00000001\nb.kdc_0000000001/00000002\n");
+  EXPECT_EQ(clean(3600), 1U);
+  EXPECT_EQ(kept, (AgeMap{{10, entry("a.kdc_0000000001")}}));
+  EXPECT_EQ(folder.names(), (Texts{"00000001.kdc", "index.dat"}));
+  EXPECT_EQ(folder.index(), "a.kdc_0000000001/00000001\n");
+}
+
+TEST_F(IndexCleaning, KeepsWhatIsExactlyAsOldAsTheLimit) {
+  write_aged("00000001.kdc", 3600);
+  write_aged("00000002.kdc", 3601);
+  folder.set_index("a.kdc_0000000001/00000001\nb.kdc_0000000001/00000002\n");
+  EXPECT_EQ(clean(3600), 1U);
+  EXPECT_EQ(kept, (AgeMap{{3600, entry("a.kdc_0000000001")}}));
+}
+
+TEST_F(IndexCleaning, ReportsTheOldestFirst) {
+  write_aged("00000001.kdc", 10);
+  write_aged("00000002.kdc", 30);
+  write_aged("00000003.kdc", 20);
+  write_aged("00000004.kdc", 20);
+  folder.set_index(
+      "a.kdc_0000000001/00000001\nb.kdc_0000000001/00000002\n"
+      "c.kdc_0000000001/00000003\nd.kdc_0000000001/00000004\n");
+  EXPECT_EQ(clean(3600), 0U);
+  std::vector<std::pair<unsigned long, std::string>> order(kept.begin(), kept.end());
+  EXPECT_EQ(order,
+            (std::vector<std::pair<unsigned long, std::string>>{{30, entry("b.kdc_0000000001")},
+                                                                {20, entry("c.kdc_0000000001")},
+                                                                {20, entry("d.kdc_0000000001")},
+                                                                {10, entry("a.kdc_0000000001")}}));
+}
+
+TEST_F(IndexCleaning, AddsToWhatItIsGiven) {
+  write_aged("00000001.kdc", 10);
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  kept = {{10, "of another folder"}, {99, "older"}};
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(kept,
+            (AgeMap{{99, "older"}, {10, "of another folder"}, {10, entry("a.kdc_0000000001")}}));
+  EXPECT_EQ(clean(0), 1U);
+  EXPECT_EQ(kept.size(), 3U);
+}
+
+TEST_F(IndexCleaning, CountsEveryVersionByItself) {
+  write_aged("00000001.kdc", 2 * kDay);
+  write_aged("00000002.kdc", 10);
+  write_aged("00000003.kdc", 3 * kDay);
+  folder.set_index(
+      "a.kdc_0000000001/00000001\na.kdc_0000000002/00000002\na.kdc_0000000003/00000003\n");
+  EXPECT_EQ(clean(3600), 2U);
+  EXPECT_EQ(kept, (AgeMap{{10, entry("a.kdc_0000000002")}}));
+  EXPECT_EQ(folder.index(), "a.kdc_0000000002/00000002\n");
+}
+
+TEST_F(IndexCleaning, TakesTheTimeThatIsAskedFor) {
+  folder.write("00000001.kdc");
+  set_modify_time(folder.path("00000001.kdc"), kNow - 500);
+  set_access_time(folder.path("00000001.kdc"), kNow - 20);
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  EXPECT_EQ(clean(3600, false), 0U);
+  EXPECT_EQ(kept, (AgeMap{{500, entry("a.kdc_0000000001")}}));
+  kept.clear();
+  EXPECT_EQ(clean(3600, true), 0U);
+  EXPECT_EQ(kept, (AgeMap{{20, entry("a.kdc_0000000001")}}));
+  EXPECT_EQ(clean(100, true), 0U);
+  EXPECT_EQ(clean(100, false), 1U);
+}
+
+TEST_F(IndexCleaning, TakesAFileOfTheFutureForVeryOld) {
+  write_aged("00000001.kdc", -1);
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  // The age wraps around in 32 bits, and the largest limit keeps it.
+  EXPECT_EQ(clean(4294967295U), 0U);
+  EXPECT_EQ(kept, (AgeMap{{4294967295U, entry("a.kdc_0000000001")}}));
+  EXPECT_EQ(clean(4294967294U), 1U);
+  EXPECT_FALSE(folder.has("00000001.kdc"));
+}
+
+/// The age under which a version is kept.
+unsigned long age_of(std::int64_t time, std::int64_t now) {
+  const synchronisation off(false);
+  const index_folder folder;
+  const auto clock = os::faults::set_now(now);
+  folder.write("00000001.kdc");
+  set_modify_time(folder.path("00000001.kdc"), time);
+  EXPECT_EQ(get_modify_time(folder.path("00000001.kdc")), time);
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  AgeMap kept;
+  EXPECT_EQ(STGIndex::cleanOutOfDateOutput(folder.path(), 3600, kept, false), 0U);
+  EXPECT_EQ(kept.size(), 1U);
+  return kept.empty() ? 0 : kept.begin()->first;
+}
+
+TEST(IndexAges, AreCountedInTheLow32BitsOfBothTimes) {
+  constexpr std::int64_t kRound = std::int64_t{1} << 32U;
+  EXPECT_EQ(age_of(100, 110), 10U);
+  EXPECT_EQ(age_of(100, kRound + 110), 10U);
+  EXPECT_EQ(age_of(100, 7 * kRound + 110), 10U);
+#if !defined(_WIN32)
+  // An emulated Windows does not keep such times of files.
+  EXPECT_EQ(age_of(kRound - 5, kRound + 5), 10U);
+  EXPECT_EQ(age_of(kRound + 100, kRound + 110), 10U);
+#endif
+}
+
+TEST_F(IndexCleaning, TakesAMissingFileForVeryOld) {
+  // The line is valid through a file that is not the entry's own.
+  folder.write("00000001");
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  EXPECT_EQ(clean(1000000), 1U);
+  EXPECT_TRUE(kept.empty());
+  // The other file is in no line now, and goes with the sweep; nothing brings the line back.
+  EXPECT_EQ(folder.names(), (Texts{"index.dat"}));
+  EXPECT_EQ(folder.index(), " ");
+}
+
+TEST_F(IndexCleaning, ReportsAMissingFilesAgeUnderALargeLimit) {
+  folder.write("00000001");
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  EXPECT_EQ(clean(4294967295U), 0U);
+  EXPECT_EQ(kept, (AgeMap{{kNow, entry("a.kdc_0000000001")}}));
+}
+
+TEST_F(IndexCleaning, NeverTakesAHugeLimitForZero) {
+  write_aged("00000001.kdc", kDay);
+  folder.write("stray.tmp");
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  // Where `long` is wider than 32 bits, the low ones of the second are 0.
+  EXPECT_EQ(clean(std::numeric_limits<unsigned long>::max()), 0U);
+  EXPECT_EQ(clean(static_cast<unsigned long>(std::uint64_t{1} << 32U)),
+            sizeof(unsigned long) > 4 ? 0U : 1U);
+  EXPECT_TRUE(folder.has("stray.tmp"));
+}
+
+TEST_F(IndexCleaning, FindsFilesByItsOwnRuleForNames) {
+  write_aged("notes.txt", 10);
+  write_aged("00000002", 20);
+  write_aged("00000003.kdc", 30);
+  write_aged("00000004.x", 40);
+  folder.set_index(
+      "notes.txt_0000000000/notes.txt\n"
+      "plain_0000000001/00000002\n"
+      "a.kdc_0000000001/00000003\n"
+      // A stored name with a dot is whole, though the entry's file would be "00000004.x.kdc".
+      "b.kdc_0000000001/00000004.x\n");
+  EXPECT_EQ(clean(35), 1U);
+  EXPECT_EQ(kept, (AgeMap{{10, entry("notes.txt_0000000000")},
+                          {20, entry("plain_0000000001")},
+                          {30, entry("a.kdc_0000000001")}}));
+}
+
+TEST_F(IndexCleaning, CountsAnEntryWhoseTimestampIsNoNumberButCannotRemoveIt) {
+  write_aged("00000001", kDay);
+  folder.set_index("x_abcdefghij/00000001\n");
+  EXPECT_EQ(clean(0), 1U);
+  EXPECT_EQ(folder.index(), "x_abcdefghij/00000001\n");
+  EXPECT_TRUE(folder.has("00000001"));
+}
+
+TEST_F(IndexCleaning, BringsAnEntryBackWhoseFileCannotBeRemoved) {
+  write_aged("00000001.kdc", kDay);
+  write_aged("00000002.kdc", kDay);
+  folder.set_index("a.kdc_0000000001/00000001\nb.kdc_0000000001/00000002\n");
+  recording_sink sink;
+  const auto fault = os::faults::fail(Call::remove_file, kRefused);
+  EXPECT_EQ(clean(3600), 2U);
+  EXPECT_EQ(sink.count(trace_event::error,
+                       "STGIndex: removal of file failed: " + folder.path("00000001.kdc")),
+            1U);
+  EXPECT_EQ(folder.index(), "a.kdc_0000000001/00000001\n");
+}
+
+TEST_F(IndexCleaning, WritesNothingWhereNothingGoes) {
+  write_aged("00000001.kdc", 10);
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  set_modify_time(folder.path("index.dat"), 1000);
+  const auto before = folder.state();
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(folder.state(), before);
+}
+
+TEST_F(IndexCleaning, FindsNothingInAFolderThatIsMissing) {
+  recording_sink sink;
+  EXPECT_EQ(STGIndex::cleanOutOfDateOutput(folder.path("missing"), 3600, kept, false), 0U);
+  EXPECT_TRUE(kept.empty());
+  EXPECT_FALSE(folder.has("missing"));
+  EXPECT_GE(sink.count(trace_event::error, "STGIndex::STGIndex() : the folder " +
+                                               folder.path("missing") + " doesn't exist !!!"),
+            1U);
+}
+
+TEST_F(IndexCleaning, TracesTheFolderAndEveryEntryItRemoves) {
+  write_aged("00000001.kdc", kDay);
+  write_aged("notes.txt", kDay);
+  folder.set_index("a.kdc_0000000042/00000001\nnotes.txt_0000000000/notes.txt\n");
+  recording_sink sink;
+  EXPECT_EQ(clean(3600), 2U);
+  Texts mine;
+  for (const std::string& text : index_traces(sink)) {
+    if (text.starts_with("XS: ")) mine.push_back(text);
+  }
+  EXPECT_EQ(mine, (Texts{"XS: Cleaning folder: " + folder.path(),
+                         "XS:           Removing entry=a.kdc ts=42 nameOnFS=00000001.kdc",
+                         "XS:           Removing entry=notes.txt ts=0 nameOnFS=notes.txt"}));
+}
+
+// ---- what goes with an entry -------------------------------------------------------------------
+
+TEST_F(IndexCleaning, RemovesTheSubPartFoldersOfWhatGoes) {
+  write_aged("00000001.kdc", kDay);
+  write_aged("00000002.kdc", 10);
+  for (const char* const name :
+       {"00000001.kdc_", "00000001.kdc_2024\\html\\deep", "00000002.kdc_", "00000002.kdc_2024"}) {
+    make_folder(folder.path(name));
+  }
+  folder.write("00000001.kdc_2024\\html\\deep\\part.htm");
+  folder.write("00000002.kdc_2024\\part.htm");
+  folder.set_index("a.kdc_0000000001/00000001\nb.kdc_0000000001/00000002\n");
+  EXPECT_EQ(clean(3600), 1U);
+  EXPECT_EQ(folder.names(),
+            (Texts{"00000002.kdc", "00000002.kdc_", "00000002.kdc_2024", "index.dat"}));
+  EXPECT_TRUE(folder.has("00000002.kdc_2024\\part.htm"));
+}
+
+TEST_F(IndexCleaning, RemovesSubPartFoldersUnderTheLimitZeroToo) {
+  write_aged("notes.txt", 10);
+  make_folder(folder.path("notes.txt_1"));
+  make_folder(folder.path("notes.txtx"));
+  folder.write("notes.txt_file");
+  folder.set_index("notes.txt_0000000000/notes.txt\n");
+  STGIndex::cleanAllOutput(folder.path());
+  EXPECT_EQ(folder.names(), (Texts{"index.dat", "notes.txt_file", "notes.txtx"}));
+}
+
+TEST_F(IndexCleaning, LooksAtTheFolderAsItWasBeforeTheFirstRemoval) {
+  write_aged("00000001.kdc", kDay);
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  const auto hook = os::faults::before(Call::remove_file, [&] {
+    make_folder(folder.path("00000001.kdc_late"));
+    folder.write("late.tmp");
+  });
+  EXPECT_EQ(clean(3600), 1U);
+  EXPECT_EQ(hook.hits(), 1U);
+  EXPECT_EQ(folder.names(), (Texts{"00000001.kdc_late", "index.dat", "late.tmp"}));
+}
+
+// ---- the sweep ---------------------------------------------------------------------------------
+
+TEST_F(IndexCleaning, SweepsAwayWhatNoLineAccountsFor) {
+  write_aged("00000001.kdc", 10);
+  folder.write("notes.tmp");
+  folder.write("index", "00000001");
+  make_folder(folder.path("stray\\inner"));
+  folder.write("stray\\inner\\file");
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  recording_sink sink;
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(folder.names(), (Texts{"00000001.kdc", "index", "index.dat"}));
+  // Removals count as errors, that they be seen.
+  EXPECT_EQ(sink.count(trace_event::error, "removing orphan file: " + folder.path("notes.tmp")),
+            1U);
+  EXPECT_EQ(sink.count(trace_event::error, "removing orphan directory: " + folder.path("stray")),
+            1U);
+  EXPECT_EQ(sink.count(trace_event::error), 2U);
+}
+
+TEST_F(IndexCleaning, SweepsAWholeFolderWithoutAnIndex) {
+  folder.write("00000001.kdc");
+  folder.write("notes.txt");
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(folder.names(), Texts{});
+}
+
+TEST_F(IndexCleaning, TakesTheIndexsOwnFilesForNoOrphans) {
+  folder.write("index", "00000001");
+  folder.set_index(" ");
+  folder.write("index.bak");
+  EXPECT_EQ(clean(1), 0U);
+  EXPECT_EQ(folder.names(), (Texts{"index", "index.dat"}));
+}
+
+TEST_F(IndexCleaning, ComparesAnOrphansTimeItselfWithTheLimit) {
+  folder.set_index(" ");
+  // A point in time against a duration: only names from the first seconds of 1970 survive.
+  for (const std::int64_t time : {1, 3599, 3600, 3601, 100000}) {
+    const std::string name = "stray" + std::to_string(time);
+    folder.write(name);
+    set_modify_time(folder.path(name), time);
+  }
+  folder.write("fresh");
+  set_modify_time(folder.path("fresh"), kNow);
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(folder.names(), (Texts{"index.dat", "stray1", "stray3599", "stray3600"}));
+}
+
+TEST_F(IndexCleaning, TakesTheTimeThatIsAskedForInTheSweepToo) {
+  folder.set_index(" ");
+  folder.write("stray");
+  set_modify_time(folder.path("stray"), 100000);
+  set_access_time(folder.path("stray"), 1000);
+  EXPECT_EQ(clean(3600, true), 0U);
+  EXPECT_TRUE(folder.has("stray"));
+  EXPECT_EQ(clean(3600, false), 0U);
+  EXPECT_FALSE(folder.has("stray"));
+}
+
+TEST_F(IndexCleaning, SweepsNothingUnderTheLimitZero) {
+  folder.set_index(" ");
+  folder.write("stray");
+  recording_sink sink;
+  EXPECT_EQ(clean(0), 0U);
+  EXPECT_TRUE(folder.has("stray"));
+  EXPECT_EQ(sink.count(trace_event::error), 0U);
+}
+
+TEST_F(IndexCleaning, LeavesAnOrphanWhoseTimeIsNotKnown) {
+  folder.set_index(" ");
+  folder.write("stray");
+  set_modify_time(folder.path("stray"), 0);
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_TRUE(folder.has("stray"));
+}
+
+TEST_F(IndexCleaning, GoesOnBehindAnOrphanThatCannotBeRemoved) {
+  folder.set_index(" ");
+  folder.write("stray1");
+  folder.write("stray2");
+  recording_sink sink;
+  const auto fault = os::faults::fail(Call::remove_file, kRefused);
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(folder.names().size(), 2U);
+  EXPECT_EQ(sink.count(trace_event::error, "removing orphan file: " + folder.path("stray1")), 1U);
+  EXPECT_EQ(sink.count(trace_event::error, "removing orphan file: " + folder.path("stray2")), 1U);
+  // And the failure itself, which is the file layer's.
+  EXPECT_EQ(sink.count(trace_event::error), 3U);
+}
+
+TEST_F(IndexCleaning, LetsAPhysicalNameAccountForAllNamesThatBeginWithIt) {
+  for (const char* const name : {"00000001.kdc", "notes.txt", "plain"}) write_aged(name, 10);
+  for (const char* const name : {"00000001.kdcx", "notes.txt.bak", "plain.old", "00000001.kd",
+                                 "00000001", "notes.tx", "notes_txt", "plai", "Plain-x"}) {
+    folder.write(name);
+  }
+  make_folder(folder.path("00000001.kdc_2024"));
+  make_folder(folder.path("00000002.kdc_2024"));
+  folder.set_index(
+      "a.kdc_0000000001/00000001\nnotes.txt_0000000000/notes.txt\nplain_0000000001/plain\n");
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(folder.names(),
+            (Texts{"00000001.kdc", "00000001.kdc_2024", "00000001.kdcx", "index.dat", "notes.txt",
+                   "notes.txt.bak", "plain", "plain.old"}));
+}
+
+TEST(IndexSweep, SparesAllWhereAnEntryHasNoFileNameAtAll) {
+  // The empty stored name is valid, the folder itself being there and young; it begins every name.
+  const synchronisation off(false);
+  const index_folder folder;
+  folder.write("stray");
+  folder.set_index("x_0000000001/\n");
+  AgeMap kept;
+  EXPECT_EQ(STGIndex::cleanOutOfDateOutput(folder.path(), 3600, kept, false), 0U);
+  EXPECT_EQ(kept.size(), 1U);
+  EXPECT_TRUE(folder.has("stray"));
+}
+
+/// Whether a name is one of the physical names or begins with one, tried one by one.
+bool plainly_accounted_for(const std::set<std::string>& physical_names, const std::string& name) {
+  for (const std::string& physical : physical_names) {
+    if (name.substr(0, physical.size()) == physical) return true;
+  }
+  return false;
+}
+
+TEST_F(IndexCleaning, SweepsByTheSameRuleAsAPlainSearch) {
+  std::mt19937 random(20240229);
+  const auto random_name = [&random] {
+    std::string name;
+    const std::size_t length = 1 + random() % 6;
+    while (name.size() < length) name += "ab_-"[random() % 4];
+    return name;
+  };
+  std::size_t swept = 0;
+  std::size_t spared = 0;
+  for (int round = 0; round < 20; ++round) {
+    const index_folder crowd;
+    std::set<std::string> names;
+    std::set<std::string> physical_names;
+    std::string text;
+    while (names.size() < 24) names.insert(random_name());
+    for (const std::string& name : names) {
+      crowd.write(name);
+      set_modify_time(crowd.path(name), kNow - 10);
+      if (random() % 4 != 0) continue;
+      physical_names.insert(name);
+      text += "k" + std::to_string(physical_names.size()) + "_0000000001/" + name + "\n";
+    }
+    crowd.set_index(text.empty() ? " " : text);
+
+    Texts expected = {"index.dat"};
+    for (const std::string& name : names) {
+      const bool stays = plainly_accounted_for(physical_names, name);
+      if (stays) expected.push_back(name);
+      (stays ? spared : swept) += 1;
+    }
+    std::sort(expected.begin(), expected.end());
+    AgeMap ages;
+    EXPECT_EQ(STGIndex::cleanOutOfDateOutput(crowd.path(), 3600, ages, false), 0U);
+    EXPECT_EQ(ages.size(), physical_names.size());
+    ASSERT_EQ(crowd.names(), expected) << text;
+  }
+  EXPECT_GT(swept, 50U);
+  EXPECT_GT(spared, 50U);
+}
+
+TEST_F(IndexCleaning, AsksTheIndexOnDiskThatStillHoldsWhatWasRemoved) {
+  // A plain file beside a removed document is covered by the line that is still on disk.
+  write_aged("00000001.kdc", kDay);
+  folder.write("00000001.kdc_x");
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  EXPECT_EQ(clean(3600), 1U);
+  // Its file having gone, the line is not loaded; so the sweep takes the plain file as well.
+  EXPECT_EQ(folder.names(), (Texts{"index.dat"}));
+}
+
+// ---- with the switch on ------------------------------------------------------------------------
+
+TEST_F(IndexCleaning, FinishesWithAYoungUnknownFileBesideAnIndex) {
+  // The sweep's own look at the index adopts and saves, for which it needs every lock.
+  const synchronisation on(true);
+  write_aged("00000001.kdc", 10);
+  write_aged("young.txt", 20);
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(kept, (AgeMap{{10, entry("a.kdc_0000000001")}, {20, entry("young.txt_0000000000")}}));
+  EXPECT_EQ(folder.index(), "a.kdc_0000000001/00000001\nyoung.txt_0000000000/young.txt\n");
+  EXPECT_TRUE(folder.has("young.txt"));
+}
+
+TEST_F(IndexCleaning, FinishesWithAnUnknownFileAndNoIndex) {
+  const synchronisation on(true);
+  write_aged("young.txt", 20);
+  write_aged("old.txt", kDay);
+  EXPECT_EQ(clean(3600), 1U);
+  EXPECT_EQ(kept, (AgeMap{{20, entry("young.txt_0000000000")}}));
+  EXPECT_EQ(folder.index(), "young.txt_0000000000/young.txt\n");
+  EXPECT_FALSE(folder.has("old.txt"));
+}
+
+TEST_F(IndexCleaning, RemovesAnAdoptedFileByItsAge) {
+  const synchronisation on(true);
+  write_aged("00000001.kdc", 10);
+  write_aged("old.txt", kDay);
+  make_folder(folder.path("old.txt_"));
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  EXPECT_EQ(clean(3600), 1U);
+  EXPECT_EQ(folder.names(), (Texts{"00000001.kdc", "index.dat"}));
+  EXPECT_EQ(folder.index(), "a.kdc_0000000001/00000001\n");
+}
+
+// ---- exceptions --------------------------------------------------------------------------------
+
+TEST_F(IndexCleaning, RaisesWhereTheIndexCannotBeLoaded) {
+  write_aged("00000001.kdc", kDay);
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  for (const Call call : {Call::open, Call::read}) {
+    const auto fault = os::faults::fail(call, kRefused);
+    EXPECT_THROW(clean(3600), vu_file_except);
+  }
+  EXPECT_TRUE(folder.has("00000001.kdc"));
+}
+
+TEST_F(IndexCleaning, StillWritesItsRemovalsWhenTheSweepRaises) {
+  write_aged("00000001.kdc", kDay);
+  write_aged("00000002.kdc", 10);
+  folder.write("stray");
+  folder.set_index("a.kdc_0000000001/00000001\nb.kdc_0000000001/00000002\n");
+  // The second reading is that of the sweep.
+  const auto fault = os::faults::fail(Call::read, kRefused, 2);
+  EXPECT_THROW(clean(3600), vu_file_except);
+  EXPECT_EQ(folder.index(), "b.kdc_0000000001/00000002\n");
+  EXPECT_TRUE(folder.has("stray"));
+  EXPECT_EQ(kept.size(), 1U);
+}
+
+TEST_F(IndexCleaning, RaisesWhatTheRewriteRaises) {
+  write_aged("00000001.kdc", kDay);
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  // Read before: by the instance and by the sweep.
+  const auto fault = os::faults::fail(Call::read, kRefused, 3);
+  EXPECT_THROW(clean(3600), vu_file_except);
+  EXPECT_EQ(fault.hits(), 1U);
+  EXPECT_FALSE(folder.has("00000001.kdc"));
+}
+
+#if !defined(_WIN32)
+// Narrow names are in a code page on Windows, and are no UTF-8 there unless that is it.
+TEST_F(IndexCleaning, TakesTheBytesOfTheFolderForUtf8) {
+  make_folder(folder.path("ordner-\xC3\xA4"));
+  write_aged("ordner-\xC3\xA4\\00000001.kdc", kDay);
+  write_aged("ordner-\xC3\xA4\\\xC3\xB6.kdc", kDay);
+  folder.write("ordner-\xC3\xA4\\index.dat",
+               "a.kdc_0000000001/00000001\n\xC3\xB6.kdc_0000000000/\xC3\xB6.kdc\n");
+  EXPECT_EQ(STGIndex::cleanOutOfDateOutput(folder.path("ordner-\xC3\xA4"), 3600, kept, false), 2U);
+  EXPECT_EQ(list_folder(folder.path("ordner-\xC3\xA4")), (Texts{"index.dat"}));
+}
+
+TEST_F(IndexCleaning, RaisesForNamesThatAreNoUtf8) {
+  write_aged("\xE4.kdc", kDay);
+  folder.set_index("\xE4.kdc_0000000000/\xE4.kdc\n");
+  EXPECT_THROW(clean(3600), vu_i18n_except);
+  EXPECT_TRUE(folder.has("\xE4.kdc"));
+}
+#endif
+
+// ---- all of it ---------------------------------------------------------------------------------
+
+TEST_F(IndexCleaning, OfAllOutputEmptiesTheIndexAndLeavesTheRest) {
+  write_aged("00000001.kdc", 10);
+  write_aged("00000002.kdc", kDay);
+  make_folder(folder.path("00000001.kdc_\\html"));
+  make_folder(folder.path("stray"));
+  folder.write("stray.tmp");
+  folder.write("index", "00000002");
+  folder.set_index("a.kdc_0000000001/00000001\nb.kdc_0000000001/00000002\n");
+  STGIndex::cleanAllOutput(folder.path());
+  EXPECT_EQ(folder.names(), (Texts{"index", "index.dat", "stray", "stray.tmp"}));
+  EXPECT_EQ(folder.index(), " ");
+  EXPECT_EQ(folder.read("index"), "00000002");
+}
+
+TEST_F(IndexCleaning, OfAllOutputRaisesWhereTheIndexCannotBeLoaded) {
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  const auto fault = os::faults::fail(Call::open, kRefused);
+  EXPECT_THROW(STGIndex::cleanAllOutput(folder.path()), vu_file_except);
+}
+
+// ---- sub-part folders of one document ----------------------------------------------------------
+
+class IndexSubPartFolders : public IndexCleaning {};
+
+TEST_F(IndexSubPartFolders, GoByTheirPrefix) {
+  for (const char* const name : {"00001.kdc_", "00001.kdc_2024", "00001.kdcx", "00001.kd_",
+                                 "00001.kdc", "x00001.kdc_", "00002.kdc_"}) {
+    make_folder(folder.path(name));
+  }
+  folder.write("00001.kdc_x", "a plain file");
+  STGIndex::cleanOutputDirectories(folder.path(), "00001.kdc", nullptr);
+  EXPECT_EQ(folder.names(), (Texts{"00001.kd_", "00001.kdc", "00001.kdc_x", "00001.kdcx",
+                                   "00002.kdc_", "x00001.kdc_"}));
+}
+
+TEST_F(IndexSubPartFolders, AreMeasuredInKilobytesBeforeTheyGo) {
+  make_folder(folder.path("00001.kdc_\\html\\deep"));
+  make_folder(folder.path("00001.kdc_2024"));
+  make_folder(folder.path("00001.kdcx"));
+  folder.write("00001.kdc_\\a", std::string(1024, 'x'));
+  folder.write("00001.kdc_\\html\\b", std::string(3 * 1024 + 1023, 'x'));
+  folder.write("00001.kdc_\\html\\deep\\c", std::string(1023, 'x'));
+  folder.write("00001.kdc_2024\\d", std::string(10 * 1024, 'x'));
+  folder.write("00001.kdcx\\e", std::string(99 * 1024, 'x'));
+  folder.write("00001.kdc_file", std::string(99 * 1024, 'x'));
+  unsigned long counter = 12345;
+  STGIndex::cleanOutputDirectories(folder.path(), "00001.kdc", &counter);
+  EXPECT_EQ(counter, 14U);
+  EXPECT_EQ(folder.names(), (Texts{"00001.kdc_file", "00001.kdcx"}));
+}
+
+TEST_F(IndexSubPartFolders, SetTheCounterToZeroWhereThereAreNone) {
+  unsigned long counter = 12345;
+  STGIndex::cleanOutputDirectories(folder.path(), "00001.kdc", &counter);
+  EXPECT_EQ(counter, 0U);
+  counter = 12345;
+  STGIndex::cleanOutputDirectories(folder.path("missing"), "00001.kdc", &counter);
+  EXPECT_EQ(counter, 0U);
+}
+
+TEST_F(IndexSubPartFolders, NeedNoIndexAndMakeNone) {
+  make_folder(folder.path("00001.kdc_"));
+  os::faults::reset();
+  STGIndex::cleanOutputDirectories(folder.path(), "00001.kdc", nullptr);
+  EXPECT_EQ(os::faults::calls(Call::open), 0U);
+  EXPECT_EQ(folder.names(), Texts{});
+}
+
+TEST_F(IndexSubPartFolders, OfTheEmptyNameBeginWithAnUnderscore) {
+  make_folder(folder.path("_"));
+  make_folder(folder.path("_x"));
+  make_folder(folder.path("x_"));
+  STGIndex::cleanOutputDirectories(folder.path(), "", nullptr);
+  EXPECT_EQ(folder.names(), (Texts{"x_"}));
+}
+
+TEST_F(IndexSubPartFolders, AreSaidToStayWhenTheyDo) {
+  make_folder(folder.path("00001.kdc_"));
+  make_folder(folder.path("00001.kdc_2024"));
+  recording_sink sink;
+  const auto fault = os::faults::fail(Call::remove_directory, kRefused);
+  unsigned long counter = 0;
+  STGIndex::cleanOutputDirectories(folder.path(), "00001.kdc", &counter);
+  ASSERT_EQ(folder.names().size(), 1U);
+  EXPECT_EQ(index_traces(sink), (Texts{"Error: STGIndex: removal of output directory failed: " +
+                                       folder.path(folder.names().front())}));
+}
+
+TEST_F(IndexSubPartFolders, AreTakenFromAGivenListing) {
+  make_folder(folder.path("a_1"));
+  make_folder(folder.path("a_2"));
+  folder.write("a_3");
+  const std::vector<vu_utf8string> names = {vu_utf8string("a_1"), vu_utf8string("a_3"),
+                                            vu_utf8string("a_gone"), vu_utf8string("b_1")};
+  Peer::cleanOutputDirectories(vu_utf8string(folder.path() + "\\"), names, "a", nullptr);
+  EXPECT_EQ(folder.names(), (Texts{"a_2", "a_3"}));
+}
+
+}  // namespace

@@ -1,0 +1,518 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/os/os.h"
+#include "tests/support/index_peer.h"
+#include "tests/support/recording_sink.h"
+
+// Changes of entries in memory and on their files: create, remove, rename.
+
+namespace {
+
+using os::faults::Call;
+using os::faults::Times;
+using Peer = stg_index_test_peer;
+using NameMap = STGIndex::NameMap;
+using Texts = std::vector<std::string>;
+using vu_host::trace_event;
+using vu_host::trace_level;
+
+const os::Status kRefused(5, os::Failure::kOther);
+
+class IndexEntries : public testing::Test {
+ protected:
+  /// The two records that a change ends with.
+  Texts change(const std::string& kind, int blanks) const {
+    return {
+        "M:  STGIndex (" + kind + ": Set need update flag to true: index.dat will be updated",
+        "M: " + std::string(static_cast<std::size_t>(blanks), ' ') + "folder : " + folder.path()};
+  }
+  Texts create_texts() const { return change("create)", 11); }
+  Texts remove_texts() const { return change("remove) ", 12); }
+  Texts rename_texts() const { return change("rename)", 11); }
+
+  index_folder folder;
+  synchronisation off{false};
+};
+
+Texts operator+(Texts left, const Texts& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+// ---- contains ----------------------------------------------------------------------------------
+
+TEST_F(IndexEntries, AreFoundByNameAndTimestamp) {
+  folder.write("00000001.kdb");
+  folder.set_index("a.kdb_0000000007/00000001\n");
+  const STGIndex index = Peer::load(folder.path());
+  EXPECT_TRUE(Peer::_contains(index, "a.kdb", 7));
+  EXPECT_FALSE(Peer::_contains(index, "a.kdb", 8));
+  EXPECT_FALSE(Peer::_contains(index, "A.kdb", 7));
+  EXPECT_FALSE(Peer::_contains(index, "a", 7));
+  EXPECT_FALSE(Peer::_contains(index, "", 0));
+}
+
+// ---- create ------------------------------------------------------------------------------------
+
+class IndexCreate : public IndexEntries {};
+
+TEST_F(IndexCreate, DrawsANameAndMakesAnEmptyFile) {
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_EQ(Peer::_create(index, "Sales Report.kdb", 1199145600), "00000001.kdb");
+    EXPECT_EQ(Peer::lp(index), (NameMap{{"Sales Report.kdb_1199145600", "00000001"}}));
+    EXPECT_EQ(Peer::pl(index), (NameMap{{"00000001", "Sales Report.kdb_1199145600"}}));
+    EXPECT_TRUE(Peer::need_update(index));
+    EXPECT_EQ(index_traces(sink), create_texts());
+    EXPECT_EQ(folder.read("00000001.kdb"), "");
+    EXPECT_FALSE(folder.has_index());
+  }
+  EXPECT_EQ(folder.index(), "Sales Report.kdb_1199145600/00000001\n");
+  EXPECT_EQ(folder.read("index"), "00000001");
+}
+
+TEST_F(IndexCreate, GivesAnExtensionlessNameAnExtensionlessFile) {
+  STGIndex index = Peer::load(folder.path());
+  EXPECT_EQ(Peer::_create(index, "k1mailboxcompliant", 0), "00000001");
+  EXPECT_TRUE(folder.has("00000001"));
+}
+
+TEST_F(IndexCreate, KeepsTheExtensionsCase) {
+  STGIndex index = Peer::load(folder.path());
+  EXPECT_EQ(Peer::_create(index, "R.KDB", 1), "00000001.KDB");
+}
+
+TEST_F(IndexCreate, GivesTheSameNameAgainWithoutDrawingANumber) {
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_EQ(Peer::_create(index, "a.kdb", 1), "00000001.kdb");
+    EXPECT_EQ(Peer::_create(index, "a.kdb", 1), "00000001.kdb");
+  }
+  EXPECT_EQ(folder.read("index"), "00000001");
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_FALSE(Peer::need_update(index));
+    EXPECT_EQ(Peer::_create(index, "a.kdb", 1), "00000001.kdb");
+    // Set also when the entry is there.
+    EXPECT_TRUE(Peer::need_update(index));
+    EXPECT_EQ(index_traces(sink), create_texts());
+  }
+  EXPECT_EQ(folder.read("index"), "00000001");
+}
+
+TEST_F(IndexCreate, KeepsTimestampsApart) {
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_EQ(Peer::_create(index, "a.kdb", 1), "00000001.kdb");
+    EXPECT_EQ(Peer::_create(index, "a.kdb", 2), "00000002.kdb");
+    EXPECT_EQ(Peer::_create(index, "a.kdb", 0), "00000003.kdb");
+  }
+  EXPECT_EQ(folder.index(),
+            "a.kdb_0000000000/00000003\na.kdb_0000000001/00000001\na.kdb_0000000002/00000002\n");
+}
+
+TEST_F(IndexCreate, KeepsTheBytesOfAFileThatIsThere) {
+  folder.write("00000001.kdb", "old bytes");
+  STGIndex index = Peer::load(folder.path());
+  os::faults::reset();
+  EXPECT_EQ(Peer::_create(index, "a.kdb", 1), "00000001.kdb");
+  EXPECT_EQ(folder.read("00000001.kdb"), "old bytes");
+  // The counter alone is opened.
+  EXPECT_EQ(os::faults::calls(Call::open), 1U);
+}
+
+TEST_F(IndexCreate, MakesTheFileWithTheExtensionWhereOnlyTheStoredNameIsThere) {
+  folder.write("00000001", "stored");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  STGIndex index = Peer::load(folder.path());
+  EXPECT_EQ(Peer::_create(index, "a.kdb", 1), "00000001.kdb");
+  EXPECT_EQ(folder.read("00000001.kdb"), "");
+  EXPECT_EQ(folder.read("00000001"), "stored");
+}
+
+TEST_F(IndexCreate, AppendsTheExtensionToAFoundFilesNameAsWell) {
+  folder.write("notes.txt", "found");
+  folder.set_index("notes.txt_0000000000/notes.txt\n");
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_EQ(Peer::_create(index, "notes.txt", 0), "notes.txt.txt");
+  }
+  EXPECT_EQ(folder.read("notes.txt.txt"), "");
+  EXPECT_EQ(folder.index(), "notes.txt_0000000000/notes.txt\n");
+}
+
+TEST_F(IndexCreate, LetsAFileThatCannotBeMadeRaise) {
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    // The first opening is the counter's.
+    const auto fault = os::faults::fail(Call::open, kRefused, 2);
+    try {
+      Peer::_create(index, "a.kdb", 1);
+      ADD_FAILURE() << "nothing was raised";
+    } catch (const vu_file_except& e) {
+      EXPECT_EQ(e.what(), "throw exception on open");
+    }
+    EXPECT_FALSE(Peer::need_update(index));
+    EXPECT_EQ(index_traces(sink), Texts{});
+  }
+  // The number is spent, the index unchanged.
+  EXPECT_EQ(folder.names(), (Texts{"index"}));
+  EXPECT_EQ(folder.read("index"), "00000001");
+}
+
+TEST_F(IndexCreate, RaisesInAFolderThatIsMissing) {
+  STGIndex index = Peer::load(folder.path("missing"));
+  EXPECT_THROW(Peer::_create(index, "a.kdb", 1), vu_file_except);
+  EXPECT_FALSE(Peer::need_update(index));
+  EXPECT_FALSE(folder.has("missing"));
+}
+
+TEST_F(IndexCreate, GivesTheFileBackUnlocked) {
+  STGIndex index = Peer::load(folder.path());
+  const std::string name = Peer::_create(index, "a.kdb", 1);
+  vu_file file(folder.path(), name);
+  bool lock_failed = true;
+  EXPECT_TRUE(file.try_open(vu_file::o_append, lock_failed, true));
+  EXPECT_FALSE(lock_failed);
+}
+
+// ---- remove ------------------------------------------------------------------------------------
+
+class IndexRemove : public IndexEntries {};
+
+TEST_F(IndexRemove, DropsTheEntryAndDeletesItsFile) {
+  folder.write("00000001.kdb");
+  folder.write("00000002.kdb");
+  folder.set_index("a.kdb_0000000001/00000001\na.kdb_0000000002/00000002\n");
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    Peer::_remove(index, "a.kdb", 1);
+    EXPECT_EQ(Peer::lp(index), (NameMap{{"a.kdb_0000000002", "00000002"}}));
+    EXPECT_EQ(Peer::pl(index), (NameMap{{"00000002", "a.kdb_0000000002"}}));
+    EXPECT_TRUE(Peer::need_update(index));
+    EXPECT_EQ(index_traces(sink), remove_texts());
+  }
+  EXPECT_EQ(folder.names(), (Texts{"00000002.kdb", "index.dat"}));
+  EXPECT_EQ(folder.index(), "a.kdb_0000000002/00000002\n");
+}
+
+TEST_F(IndexRemove, DoesNothingForAnEntryThatIsMissing) {
+  folder.write("00000001.kdb");
+  folder.write("b.kdb");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  set_modify_time(folder.path("index.dat"), 1000);
+  const auto before = folder.state();
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    Peer::_remove(index, "a.kdb", 2);
+    Peer::_remove(index, "b.kdb", 0);
+    EXPECT_FALSE(Peer::need_update(index));
+  }
+  EXPECT_EQ(index_traces(sink), Texts{});
+  EXPECT_EQ(folder.state(), before);
+}
+
+TEST_F(IndexRemove, DeletesAFoundFileUnderItsOwnName) {
+  folder.write("notes.txt");
+  folder.set_index("notes.txt_0000000000/notes.txt\n");
+  {
+    STGIndex index = Peer::load(folder.path());
+    Peer::_remove(index, "notes.txt", 0);
+  }
+  EXPECT_EQ(folder.names(), (Texts{"index.dat"}));
+  EXPECT_EQ(folder.index(), " ");
+}
+
+TEST_F(IndexRemove, DeletesAReadOnlyFile) {
+  folder.write("00000001.kdb");
+  make_read_only(folder.path("00000001.kdb"));
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    Peer::_remove(index, "a.kdb", 1);
+  }
+  EXPECT_EQ(folder.names(), (Texts{"index.dat"}));
+  EXPECT_EQ(sink.count(trace_event::error), 0U);
+}
+
+TEST_F(IndexRemove, IsContentWithAFileThatHasGone) {
+  folder.write("00000001.kdb");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    folder.erase("00000001.kdb");
+    os::faults::reset();
+    Peer::_remove(index, "a.kdb", 1);
+    EXPECT_EQ(os::faults::calls(Call::remove_file), 0U);
+    EXPECT_EQ(os::faults::calls(Call::make_writable), 0U);
+    EXPECT_TRUE(Peer::lp(index).empty());
+  }
+  EXPECT_EQ(folder.index(), " ");
+  EXPECT_EQ(sink.count(trace_event::error), 0U);
+}
+
+TEST_F(IndexRemove, SaysThatAFileStaysAndDropsTheEntryAllTheSame) {
+  folder.write("00000001.kdb", "stays");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    const auto fault = os::faults::fail(Call::remove_file, kRefused);
+    EXPECT_NO_THROW(Peer::_remove(index, "a.kdb", 1));
+    EXPECT_EQ(index_traces(sink),
+              Texts{"Error: STGIndex: removal of file failed: " + folder.path("00000001.kdb")} +
+                  remove_texts());
+    EXPECT_TRUE(Peer::lp(index).empty());
+    EXPECT_TRUE(Peer::pl(index).empty());
+  }
+  // The file being there, the line on disk is valid, and the merge brings it back.
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\n");
+  EXPECT_EQ(folder.read("00000001.kdb"), "stays");
+}
+
+TEST_F(IndexRemove, SaysThatAFileStaysThatNeverWasWritten) {
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    Peer::_create(index, "a.kdb", 1);
+    const auto fault = os::faults::fail(Call::remove_file, kRefused);
+    Peer::_remove(index, "a.kdb", 1);
+  }
+  // No line of it is on disk, so nothing brings it back.
+  EXPECT_EQ(sink.count(trace_event::error,
+                       "STGIndex: removal of file failed: " + folder.path("00000001.kdb")),
+            1U);
+  EXPECT_EQ(folder.index(), " ");
+  EXPECT_TRUE(folder.has("00000001.kdb"));
+}
+
+TEST_F(IndexRemove, FreesAPhysicalNameThatTwoEntriesShare) {
+  folder.write("00000001");
+  folder.set_index("a_0000000001/00000001\nb_0000000001/00000001\n");
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_EQ(Peer::pl(index), (NameMap{{"00000001", "a_0000000001"}}));
+    Peer::_remove(index, "b", 1);
+    EXPECT_EQ(Peer::lp(index), (NameMap{{"a_0000000001", "00000001"}}));
+    EXPECT_TRUE(Peer::pl(index).empty());
+  }
+  // The other entry's file went with it.
+  EXPECT_EQ(folder.index(), " ");
+  EXPECT_FALSE(folder.has("00000001"));
+}
+
+// ---- rename ------------------------------------------------------------------------------------
+
+class IndexRename : public IndexEntries {};
+
+TEST_F(IndexRename, MovesTheDataToANewEntry) {
+  folder.write("00000001.kdb", "bytes");
+  folder.write("index", "00000001");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "b.kdc", 2));
+    EXPECT_EQ(index_traces(sink), create_texts() + rename_texts());
+    EXPECT_TRUE(Peer::need_update(index));
+    EXPECT_EQ(folder.read("00000002.kdc"), "bytes");
+    EXPECT_FALSE(folder.has("00000001.kdb"));
+    // The old entry stays until the index is written.
+    EXPECT_TRUE(Peer::_contains(index, "a.kdb", 1));
+    EXPECT_EQ(Peer::pl(index),
+              (NameMap{{"00000001", "a.kdb_0000000001"}, {"00000002", "b.kdc_0000000002"}}));
+  }
+  EXPECT_EQ(folder.index(), "b.kdc_0000000002/00000002\n");
+  EXPECT_EQ(folder.names(), (Texts{"00000002.kdc", "index", "index.dat"}));
+}
+
+TEST_F(IndexRename, ReplacesAnEntryThatIsThere) {
+  folder.write("00000001.kdb", "bytes of a");
+  folder.write("00000002.kdb", "bytes of b");
+  folder.write("index", "00000002");
+  folder.set_index("a.kdb_0000000001/00000001\nb.kdb_0000000002/00000002\n");
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 2));
+    EXPECT_EQ(index_traces(sink), remove_texts() + create_texts() + rename_texts());
+  }
+  EXPECT_EQ(folder.index(), "b.kdb_0000000002/00000003\n");
+  EXPECT_EQ(folder.read("00000003.kdb"), "bytes of a");
+  EXPECT_EQ(folder.names(), (Texts{"00000003.kdb", "index", "index.dat"}));
+}
+
+TEST_F(IndexRename, DeletesTheReplacedFileBeforeAnythingElse) {
+  folder.write("00000001.kdb");
+  folder.write("00000002.kdb");
+  folder.set_index("a.kdb_0000000001/00000001\nb.kdb_0000000002/00000002\n");
+  bool was_there = true;
+  const auto hook = os::faults::before(Call::copy, [&] { was_there = folder.has("00000002.kdb"); });
+  folder.write("index", "00000002");
+  STGIndex index = Peer::load(folder.path());
+  Peer::_rename(index, "a.kdb", 1, "b.kdb", 2);
+  EXPECT_FALSE(was_there);
+}
+
+TEST_F(IndexRename, DoesNothingForAnEntryThatIsMissing) {
+  folder.write("00000002.kdb", "bytes");
+  folder.set_index("b.kdb_0000000002/00000002\n");
+  set_modify_time(folder.path("index.dat"), 1000);
+  const auto before = folder.state();
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 2));
+    EXPECT_FALSE(Peer::need_update(index));
+  }
+  EXPECT_EQ(index_traces(sink), Texts{});
+  EXPECT_EQ(folder.state(), before);
+}
+
+TEST_F(IndexRename, MovesAFoundFileToAGeneratedOne) {
+  folder.write("Q1%20Sales.kdb", "bytes");
+  folder.set_index("Q1%20Sales.kdb_0000000000/Q1%20Sales.kdb\n");
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_TRUE(Peer::_rename(index, "Q1%20Sales.kdb", 0, "Q1 Sales.kdb", 0));
+  }
+  EXPECT_EQ(folder.index(), "Q1 Sales.kdb_0000000000/00000001\n");
+  EXPECT_EQ(folder.read("00000001.kdb"), "bytes");
+  EXPECT_FALSE(folder.has("Q1%20Sales.kdb"));
+}
+
+TEST_F(IndexRename, MovesTheTimestampAlone) {
+  folder.write("00000001.kdb", "bytes");
+  folder.write("index", "00000001");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "a.kdb", 2));
+  }
+  EXPECT_EQ(folder.index(), "a.kdb_0000000002/00000002\n");
+  EXPECT_EQ(folder.read("00000002.kdb"), "bytes");
+}
+
+TEST_F(IndexRename, RemovesAReadOnlySource) {
+  folder.write("00000001.kdb", "bytes");
+  folder.write("index", "00000001");
+  make_read_only(folder.path("00000001.kdb"));
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 1));
+  }
+  EXPECT_FALSE(folder.has("00000001.kdb"));
+  EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000002\n");
+}
+
+TEST_F(IndexRename, KeepsTheModificationTime) {
+  folder.write("00000001.kdb", "bytes");
+  folder.write("index", "00000001");
+  set_modify_time(folder.path("00000001.kdb"), 1000000000);
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  STGIndex index = Peer::load(folder.path());
+  EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 1));
+  EXPECT_EQ(get_modify_time(folder.path("00000002.kdb")), 1000000000);
+}
+
+TEST_F(IndexRename, KeepsTheSourceWhenTheCopyFails) {
+  folder.write("00000001.kdb", "bytes");
+  folder.write("index", "00000001");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    const auto fault = os::faults::fail(Call::copy, {112, os::Failure::kOther});
+    EXPECT_FALSE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 2));
+    EXPECT_EQ(fault.hits(), 1U);
+    EXPECT_EQ(Peer::lp(index), (NameMap{{"a.kdb_0000000001", "00000001"}}));
+    EXPECT_EQ(Peer::pl(index), (NameMap{{"00000001", "a.kdb_0000000001"}}));
+    EXPECT_EQ(index_traces(sink),
+              create_texts() +
+                  Texts{"Error: STGIndex: rename: copy failed: " + folder.path("00000001.kdb")} +
+                  remove_texts());
+  }
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\n");
+  EXPECT_EQ(folder.read("00000001.kdb"), "bytes");
+  EXPECT_EQ(folder.names(), (Texts{"00000001.kdb", "index", "index.dat"}));
+}
+
+TEST_F(IndexRename, KeepsTheSourceWhenTheCopyRaises) {
+  folder.write("00000001.kdb", "bytes");
+  folder.write("index", "00000001");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    const auto fault = os::faults::throw_from(Call::copy, std::bad_alloc());
+    EXPECT_FALSE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 2));
+  }
+  EXPECT_EQ(sink.count(trace_event::error,
+                       "STGIndex: rename: copy failed: " + folder.path("00000001.kdb")),
+            1U);
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\n");
+  EXPECT_EQ(folder.read("00000001.kdb"), "bytes");
+}
+
+TEST_F(IndexRename, KeepsTheEntryWhoseFileHasGone) {
+  // There is nothing to copy: neither entry has a file then, and neither is written.
+  folder.write("00000001.kdb");
+  folder.write("index", "00000001");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    folder.erase("00000001.kdb");
+    EXPECT_FALSE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 2));
+    EXPECT_TRUE(Peer::_contains(index, "a.kdb", 1));
+    EXPECT_FALSE(Peer::_contains(index, "b.kdb", 2));
+  }
+  EXPECT_EQ(sink.count(trace_event::error,
+                       "STGIndex: rename: copy failed: " + folder.path("00000001.kdb")),
+            1U);
+  EXPECT_EQ(folder.index(), " ");
+  EXPECT_EQ(folder.names(), (Texts{"index", "index.dat"}));
+}
+
+TEST_F(IndexRename, LosesTheReplacedEntryAlsoWhenTheCopyFails) {
+  folder.write("00000001.kdb", "bytes of a");
+  folder.write("00000002.kdb", "bytes of b");
+  folder.write("index", "00000002");
+  folder.set_index("a.kdb_0000000001/00000001\nb.kdb_0000000002/00000002\n");
+  {
+    STGIndex index = Peer::load(folder.path());
+    const auto fault = os::faults::fail(Call::copy, kRefused);
+    EXPECT_FALSE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 2));
+  }
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\n");
+  EXPECT_EQ(folder.names(), (Texts{"00000001.kdb", "index", "index.dat"}));
+}
+
+TEST_F(IndexRename, KeepsBothEntriesWhenTheSourceCannotBeRemoved) {
+  folder.write("00000001.kdb", "bytes");
+  folder.write("index", "00000001");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    const auto fault = os::faults::fail(Call::remove_file, kRefused);
+    EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 2));
+    EXPECT_EQ(fault.hits(), 1U);
+  }
+  EXPECT_EQ(sink.count(trace_event::error), 0U);
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\nb.kdb_0000000002/00000002\n");
+  EXPECT_EQ(folder.read("00000001.kdb"), "bytes");
+  EXPECT_EQ(folder.read("00000002.kdb"), "bytes");
+}
+
+}  // namespace

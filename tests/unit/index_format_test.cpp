@@ -1,0 +1,286 @@
+#include "index/index_format.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tests/support/index_peer.h"
+
+// Keys, timestamps, numbers and escaped names. The lines of a text: index_lines_test.cpp.
+
+namespace {
+
+using Peer = stg_index_test_peer;
+using NameMap = STGIndex::NameMap;
+
+// ---- keys --------------------------------------------------------------------------------------
+
+TEST(IndexKey, EndsWithAnUnderscoreAndTenDigits) {
+  EXPECT_EQ(Peer::entryAndTS("a.kdb", 7), "a.kdb_0000000007");
+  EXPECT_EQ(Peer::entryAndTS("Sales Report.kdb", 1199145600), "Sales Report.kdb_1199145600");
+  EXPECT_EQ(Peer::entryAndTS("a_b_c", 42), "a_b_c_0000000042");
+  EXPECT_EQ(Peer::entryAndTS("", 0), "_0000000000");
+  EXPECT_EQ(Peer::entryAndTS("x", 2147483647), "x_2147483647");
+}
+
+TEST(IndexKey, KeepsTheBytesOfTheNameAsTheyAre) {
+  const std::string name("\xC3\xA9\x80\xFF /\n\0x", 9);
+  EXPECT_EQ(Peer::entryAndTS(name, 1), name + "_0000000001");
+}
+
+TEST(IndexKey, HoldsANegativeTimestampInItsUnsignedForm) {
+  EXPECT_EQ(Peer::entryAndTS("a", -1), "a_4294967295");
+  EXPECT_EQ(Peer::entryAndTS("a", -2147483647L - 1), "a_2147483648");
+}
+
+TEST(IndexKey, ClampsATimestampThatIsWiderThan32Bits) {
+  // Where `long` has 32 bits itself there is nothing to clamp: these are then its own ends.
+  EXPECT_EQ(Peer::entryAndTS("a", std::numeric_limits<long>::max()), "a_2147483647");
+  EXPECT_EQ(Peer::entryAndTS("a", std::numeric_limits<long>::min()), "a_2147483648");
+}
+
+TEST(IndexKey, GivesItsLogicalNameBack) {
+  EXPECT_EQ(Peer::entryOnly("a.kdb_0000000007"), "a.kdb");
+  EXPECT_EQ(Peer::entryOnly("a_b_c_0000000042"), "a_b_c");
+  EXPECT_EQ(Peer::entryOnly("_0000000000"), "");
+  // Eleven characters go, whatever they are.
+  EXPECT_EQ(Peer::entryOnly("abcdefghijkl"), "a");
+}
+
+TEST(IndexKey, GivesItsTimestampBack) {
+  EXPECT_EQ(Peer::tsOnly("a.kdb_0000000007"), 7);
+  EXPECT_EQ(Peer::tsOnly("a.kdb_0000000000"), 0);
+  EXPECT_EQ(Peer::tsOnly("a.kdb_2147483647"), 2147483647);
+  EXPECT_EQ(Peer::tsOnly("0000000012"), 12);
+}
+
+TEST(IndexKey, DoesNotGiveANegativeTimestampBack) {
+  EXPECT_EQ(Peer::tsOnly(Peer::entryAndTS("a", -1)), 2147483647);
+  EXPECT_EQ(Peer::tsOnly("a_4294967295"), 2147483647);
+  EXPECT_EQ(Peer::tsOnly("a_9999999999"), 2147483647);
+}
+
+TEST(IndexKey, HasTimestampZeroWhenItEndsInNoNumber) {
+  EXPECT_EQ(Peer::tsOnly("name_abcdefghij"), 0);
+  EXPECT_EQ(Peer::tsOnly("name_12abcdefgh"), 12);
+  EXPECT_EQ(Peer::tsOnly("name_      -0031"), -31);
+}
+
+TEST(IndexKey, IsRefusedWhenItIsTooShort) {
+  EXPECT_THROW(Peer::entryOnly(""), std::out_of_range);
+  EXPECT_THROW(Peer::entryOnly("0123456789"), std::out_of_range);
+  EXPECT_NO_THROW(Peer::entryOnly("_0123456789"));
+  EXPECT_THROW(Peer::tsOnly(""), std::out_of_range);
+  EXPECT_THROW(Peer::tsOnly("012345678"), std::out_of_range);
+  EXPECT_NO_THROW(Peer::tsOnly("0123456789"));
+}
+
+TEST(IndexKey, GivesTheSameToTheTextFunctions) {
+  EXPECT_EQ(index_format::key_of("a.kdb", 7), "a.kdb_0000000007");
+  EXPECT_EQ(index_format::key_of("a", -1), "a_4294967295");
+  EXPECT_EQ(index_format::logical_of("a.kdb_0000000007"), "a.kdb");
+  EXPECT_EQ(index_format::timestamp_of("a.kdb_0000000007"), 7);
+  EXPECT_EQ(index_format::timestamp_of("a_4294967295"), 2147483647);
+}
+
+// ---- extensions and physical names -------------------------------------------------------------
+
+TEST(IndexExtension, ReachesFromTheLastDotToTheEnd) {
+  const std::vector<std::pair<std::string, std::string>> table = {
+      {"a.kdb", ".kdb"}, {"README", ""},           {"", ""},        {".", "."},
+      {"a.", "."},       {".profile", ".profile"}, {"a.b.c", ".c"}, {"dir.old\\file", ".old\\file"},
+      {"R.KDB", ".KDB"}};
+  for (const auto& [name, extension] : table) {
+    EXPECT_EQ(Peer::extension(name), extension) << name;
+    EXPECT_EQ(index_format::extension_of(name), extension) << name;
+  }
+}
+
+TEST(IndexPhysicalName, IsTheStoredNameAloneForAFileFoundInTheFolder) {
+  EXPECT_EQ(index_format::file_name_of("notes.txt_0000000000", "notes.txt"), "notes.txt");
+  EXPECT_EQ(index_format::file_name_of("README_0000000000", "README"), "README");
+}
+
+TEST(IndexPhysicalName, IsTheStoredNameWithTheLogicalNamesExtensionOtherwise) {
+  EXPECT_EQ(index_format::file_name_of("a.kdb_0000000007", "00000012"), "00000012.kdb");
+  EXPECT_EQ(index_format::file_name_of("README_0000000007", "00000012"), "00000012");
+  // At timestamp 0 as well, when the stored name is not the logical one.
+  EXPECT_EQ(index_format::file_name_of("read.txt_0000000000", "00000001"), "00000001.txt");
+  // And under the same name at any other timestamp: the extension comes twice.
+  EXPECT_EQ(index_format::file_name_of("notes.txt_0000000001", "notes.txt"), "notes.txt.txt");
+}
+
+TEST(IndexPhysicalName, CountsATimestampThatIsNoNumberAsZero) {
+  EXPECT_EQ(index_format::file_name_of("notes.txt_abcdefghij", "notes.txt"), "notes.txt");
+}
+
+TEST(IndexAccessors, DeriveTheirValuesFromTheElement) {
+  const NameMap entries = {{"Sales Report.kdb_1199145600", "00000001"},
+                           {"budget.kdc_0000000042", "00000002"},
+                           {"notes.txt_0000000000", "notes.txt"}};
+  auto it = entries.begin();
+  EXPECT_EQ(Peer::lName(it), "Sales Report.kdb");
+  EXPECT_EQ(Peer::ts(it), 1199145600);
+  EXPECT_EQ(Peer::pName(it), "00000001.kdb");
+  ++it;
+  EXPECT_EQ(Peer::lName(it), "budget.kdc");
+  EXPECT_EQ(Peer::ts(it), 42);
+  EXPECT_EQ(Peer::pName(it), "00000002.kdc");
+  ++it;
+  EXPECT_EQ(Peer::lName(it), "notes.txt");
+  EXPECT_EQ(Peer::ts(it), 0);
+  EXPECT_EQ(Peer::pName(it), "notes.txt");
+}
+
+// ---- numbers -----------------------------------------------------------------------------------
+
+TEST(IndexNumber, IsReadLikeAWhole32BitNumber) {
+  const std::vector<std::pair<std::string, std::int32_t>> table = {{"", 0},
+                                                                   {"0", 0},
+                                                                   {"00000041", 41},
+                                                                   {"7x9", 7},
+                                                                   {"x7", 0},
+                                                                   {"12 13", 12},
+                                                                   {" \t\n\v\f\r 15", 15},
+                                                                   {"+16", 16},
+                                                                   {"-17", -17},
+                                                                   {"  -18", -18},
+                                                                   {"- 19", 0},
+                                                                   {"--20", 0},
+                                                                   {"+-21", 0},
+                                                                   {"-", 0},
+                                                                   {"+", 0},
+                                                                   {"   ", 0},
+                                                                   {"0x10", 0},
+                                                                   {"1.9", 1},
+                                                                   {"-0", 0}};
+  for (const auto& [text, number] : table) {
+    EXPECT_EQ(index_format::parse_decimal(text), number) << '"' << text << '"';
+  }
+  EXPECT_EQ(index_format::parse_decimal(std::string_view("4\0002", 3)), 4);
+}
+
+TEST(IndexNumber, StopsAtTheEndsOfItsRange) {
+  constexpr auto kMost = std::numeric_limits<std::int32_t>::max();
+  constexpr auto kLeast = std::numeric_limits<std::int32_t>::min();
+  EXPECT_EQ(index_format::parse_decimal("2147483646"), kMost - 1);
+  EXPECT_EQ(index_format::parse_decimal("2147483647"), kMost);
+  EXPECT_EQ(index_format::parse_decimal("2147483648"), kMost);
+  EXPECT_EQ(index_format::parse_decimal("4294967295"), kMost);
+  EXPECT_EQ(index_format::parse_decimal("4294967296"), kMost);
+  EXPECT_EQ(index_format::parse_decimal("18446744073709551616"), kMost);
+  EXPECT_EQ(index_format::parse_decimal(std::string(1000, '9')), kMost);
+  EXPECT_EQ(index_format::parse_decimal("-2147483647"), -kMost);
+  EXPECT_EQ(index_format::parse_decimal("-2147483648"), kLeast);
+  EXPECT_EQ(index_format::parse_decimal("-2147483649"), kLeast);
+  EXPECT_EQ(index_format::parse_decimal("-" + std::string(1000, '9')), kLeast);
+  EXPECT_EQ(index_format::parse_decimal(std::string(1000, '0') + "5"), 5);
+}
+
+// ---- escaped names -----------------------------------------------------------------------------
+
+TEST(EscapedForm, HoldsLettersDigitsAndSevenMoreCharacters) {
+  const std::string allowed =
+      "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-_+%./#";
+  EXPECT_TRUE(STGIndex::iSsambaOrT101(allowed));
+  for (int code = 0; code < 256; ++code) {
+    const char character = static_cast<char>(static_cast<unsigned char>(code));
+    const bool is_allowed = allowed.find(character) != std::string::npos;
+    EXPECT_EQ(STGIndex::iSsambaOrT101(std::string(1, character)), is_allowed) << code;
+    EXPECT_EQ(STGIndex::iSsambaOrT101("Q1" + std::string(1, character) + "a"), is_allowed) << code;
+  }
+}
+
+TEST(EscapedForm, IsThatOfTheEmptyName) { EXPECT_TRUE(STGIndex::iSsambaOrT101("")); }
+
+TEST(EscapedForm, IsToldFromABlankInTheName) {
+  EXPECT_TRUE(STGIndex::iSsambaOrT101("Q1+Sales%2Fdoc.kdb"));
+  EXPECT_FALSE(STGIndex::iSsambaOrT101("Q1 Sales.kdb"));
+}
+
+std::string unescaped(std::string name) {
+  STGIndex::UnescapeVU(name);
+  return name;
+}
+
+TEST(Unescape, DecodesBytesAndBlanksUpToTheExtension) {
+  const std::vector<std::pair<std::string, std::string>> table = {
+      {"My%20Report+1.kdb", "My Report 1.kdb"},
+      {"x%41.y%20", "xA.y%20"},
+      {"Q1%20Sales.kdb", "Q1 Sales.kdb"},
+      {"plain.kdb", "plain.kdb"},
+      {"plain", "plain"},
+      {"", ""},
+      {".+%20", ".+%20"},
+      {"+", " "},
+      {"a+b+c", "a b c"},
+      {"a.b+c.d+", "a.b c.d+"},
+      {"%2Fetc", "/etc"},
+      {"%2fetc", "/etc"},
+      {"%0A", "\n"},
+      {"%25%32%35", "%25"},
+      {"%2525", "%25"},
+      {"a/b+#.x", "a/b #.x"}};
+  for (const auto& [escaped, name] : table) EXPECT_EQ(unescaped(escaped), name) << escaped;
+}
+
+TEST(Unescape, DropsAnIncompleteEscapeAndWhatFollowsIt) {
+  EXPECT_EQ(unescaped("a%4"), "a");
+  EXPECT_EQ(unescaped("a%"), "a");
+  EXPECT_EQ(unescaped("%"), "");
+  EXPECT_EQ(unescaped("a%4.kdb"), "a.kdb");
+  EXPECT_EQ(unescaped("a%.kdb"), "a.kdb");
+  EXPECT_EQ(unescaped("a%20%4.kdb"), "a .kdb");
+  EXPECT_EQ(unescaped("%%4"), "T");  // complete: "%" is a digit like any other
+}
+
+TEST(Unescape, TakesLettersOfBothCasesAsDigits) {
+  for (int value = 0; value < 256; ++value) {
+    constexpr const char* kLower = "0123456789abcdef";
+    constexpr const char* kUpper = "0123456789ABCDEF";
+    const std::string byte(1, static_cast<char>(static_cast<unsigned char>(value)));
+    for (const char* const high : {kLower, kUpper}) {
+      for (const char* const low : {kLower, kUpper}) {
+        const std::string escaped = {'%', high[value / 16], low[value % 16]};
+        EXPECT_EQ(unescaped(escaped), byte) << escaped;
+      }
+    }
+  }
+}
+
+/// What one character counts as, in the words of the format: below "A" its code less 48, else its
+/// code without bit 0x20 less 55; characters are signed.
+int counts_as(int byte) {
+  const int code = byte < 128 ? byte : byte - 256;
+  if (code < 65) return code - 48;
+  return (code & ~0x20) - 55;
+}
+
+TEST(Unescape, ChecksNobodysDigits) {
+  EXPECT_EQ(unescaped("%G1"), "\x01");
+  EXPECT_EQ(unescaped("%/1"), "\xF1");  // -1 times 16
+  EXPECT_EQ(unescaped("%0/"), "\xFF");  // -1
+  EXPECT_EQ(unescaped("%0`"), "\x09");
+  EXPECT_EQ(unescaped("%++"), "\xFB");
+  for (int high = 0; high < 256; ++high) {
+    for (int low = 0; low < 256; ++low) {
+      // A dot would begin the extension.
+      if (high == '.' || low == '.') continue;
+      const std::string escaped = {'%', static_cast<char>(static_cast<unsigned char>(high)),
+                                   static_cast<char>(static_cast<unsigned char>(low))};
+      const int value = ((counts_as(high) * 16) & 0xFF) | counts_as(low);
+      const std::string byte(1, static_cast<char>(static_cast<unsigned char>(value & 0xFF)));
+      ASSERT_EQ(unescaped(escaped), byte) << high << ' ' << low;
+    }
+  }
+}
+
+TEST(Unescape, KeepsBytesAbove127) {
+  EXPECT_EQ(unescaped("\xC3\xA9+\xFF.\x80+"), "\xC3\xA9 \xFF.\x80+");
+}
+
+}  // namespace

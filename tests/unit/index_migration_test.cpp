@@ -1,0 +1,563 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "platform/os/os.h"
+#include "tests/support/host_services.h"
+#include "tests/support/index_peer.h"
+#include "tests/support/recording_sink.h"
+#include "tests/support/storage_peer.h"
+
+// The one-time conversion of a user's mail folder from escaped names. The read list by itself:
+// index_read_list_test.cpp.
+
+namespace {
+
+using os::faults::Call;
+using os::faults::Times;
+using Peer = stg_index_test_peer;
+using Texts = std::vector<std::string>;
+using vu_host::trace_event;
+
+const os::Status kRefused(5, os::Failure::kOther);
+constexpr const char* kNoUser = " Migration on inbox read need an non empty user ";
+
+/// A storage with the mail folder of the user "joe".
+class IndexMigration : public testing::Test {
+ protected:
+  IndexMigration() { STGIndex::setSynchronizeMode(true); }
+
+  static void migrate() { STGIndex::migrateInboxRead("joe"); }
+
+  std::string path() const { return mail + "\\joe"; }
+  std::string path(const std::string& name) const { return path() + "\\" + name; }
+  void make_mail_folder() const { make_folder(path()); }
+  void write(const std::string& name, const std::string& bytes) const { write_file(path(name), bytes); }
+  std::string read(const std::string& name) const { return read_file(path(name)); }
+  std::string index() const { return read("index.dat"); }
+  Texts names() const { return list_folder(path()); }
+  bool has(const std::string& name) const { return file_exists(path(name)); }
+  /// The bytes of an entry's file, by its logical name.
+  std::string entry(const std::string& logical) const {
+    std::string physical;
+    return STGIndex::exists(path(), logical, 0, physical) ? read(physical) : "no such entry";
+  }
+  bool is_marked() const { return entry("k1mailboxcompliant").empty(); }
+  std::map<std::string, std::string> state() const {
+    std::map<std::string, std::string> result;
+    for (const std::string& name : names()) {
+      result[name] = std::to_string(get_modify_time(path(name))) + " " + read(name);
+    }
+    return result;
+  }
+
+  scratch_folder root;
+  initialised_storage storage{root.path()};
+  const std::string mail = root.path("storage\\mail");
+};
+
+// ---- who is converted --------------------------------------------------------------------------
+
+TEST_F(IndexMigration, RefusesAnEmptyUser) {
+  const Texts before = list_folder(mail);
+  recording_sink sink;
+  os::faults::reset();
+  STGIndex::migrateInboxRead("");
+  EXPECT_EQ(index_traces(sink), (Texts{std::string("Warning: ") + kNoUser}));
+  EXPECT_EQ(os::faults::calls(Call::any), 0U);
+  EXPECT_EQ(list_folder(mail), before);
+}
+
+TEST_F(IndexMigration, RefusesAnEmptyUserBeforeItInitialises) {
+  vu_storage_test_peer::reset();
+  recording_sink sink;
+  STGIndex::migrateInboxRead("");
+  EXPECT_EQ(vu_storage_test_peer::init_done(), 0);
+  EXPECT_EQ(sink.count(trace_event::warning, kNoUser), 1U);
+}
+
+TEST_F(IndexMigration, InitialisesTheStorageWhenNobodyHas) {
+  vu_storage_test_peer::reset();
+  const scratch_folder elsewhere;
+  fake_temporary_files temporary(elsewhere.path("server"));
+  vu_host::services services;
+  services.temp = &temporary;
+  const recording_sink sink(services);
+  migrate();
+  EXPECT_TRUE(folder_exists(elsewhere.path("server\\mail\\joe")));
+  EXPECT_EQ(vu_storage_test_peer::mail_path(), elsewhere.path("server\\mail"));
+}
+
+TEST_F(IndexMigration, MakesAnEmptyFolderForAUserWithoutOne) {
+  recording_sink sink;
+  migrate();
+  EXPECT_TRUE(folder_exists(path()));
+  EXPECT_EQ(names(), Texts{});
+  EXPECT_EQ(index_traces(sink),
+            (Texts{"Warning: User joe has an empty inbox read. No need migration);"}));
+}
+
+TEST_F(IndexMigration, ConvertsTheFolderThatItMadeAtTheNextCall) {
+  migrate();
+  migrate();
+  EXPECT_TRUE(is_marked());
+  EXPECT_EQ(index(), "k1mailboxcompliant_0000000000/00000002\nread.txt_0000000000/00000001\n");
+}
+
+TEST_F(IndexMigration, SaysTheSameWhenTheFolderCannotBeMade) {
+  recording_sink sink;
+  const auto fault = os::faults::fail(Call::create_directory, kRefused);
+  EXPECT_NO_THROW(migrate());
+  EXPECT_FALSE(folder_exists(path()));
+  EXPECT_EQ(sink.count(trace_event::warning,
+                       "User joe has an empty inbox read. No need migration);"),
+            1U);
+}
+
+// ---- what is converted -------------------------------------------------------------------------
+
+TEST_F(IndexMigration, MovesAnEscapedFileToAnEntryOfItsUnescapedName) {
+  make_mail_folder();
+  write("Q1%20Sales.kdb", "sales");
+  recording_sink sink;
+  migrate();
+  EXPECT_EQ(entry("Q1 Sales.kdb"), "sales");
+  EXPECT_FALSE(has("Q1%20Sales.kdb"));
+  EXPECT_TRUE(is_marked());
+  EXPECT_EQ(index(),
+            "Q1 Sales.kdb_0000000000/00000002\n"
+            "k1mailboxcompliant_0000000000/00000003\n"
+            "read.txt_0000000000/00000001\n");
+  EXPECT_EQ(names(), (Texts{"00000001.txt", "00000002.kdb", "00000003", "index", "index.dat"}));
+  EXPECT_EQ(sink.count(trace_event::warning) + sink.count(trace_event::error), 0U);
+}
+
+TEST_F(IndexMigration, ConvertsInTheOrderOfTheKeys) {
+  make_mail_folder();
+  for (const char* const name : {"c%43.kdb", "a%41.kdb", "b%42"}) write(name, name);
+  migrate();
+  EXPECT_EQ(index(),
+            "aA.kdb_0000000000/00000002\n"
+            "bB_0000000000/00000003\n"
+            "cC.kdb_0000000000/00000004\n"
+            "k1mailboxcompliant_0000000000/00000005\n"
+            "read.txt_0000000000/00000001\n");
+  EXPECT_EQ(entry("aA.kdb"), "a%41.kdb");
+  EXPECT_EQ(entry("bB"), "b%42");
+  EXPECT_EQ(entry("cC.kdb"), "c%43.kdb");
+}
+
+TEST_F(IndexMigration, LeavesNamesAloneThatAreNotInTheEscapedForm) {
+  make_mail_folder();
+  for (const char* const name : {"Q1 Sales.kdb", "Q1 %41.kdb", "(%41).kdb", "a%41~.kdb"}) {
+    write(name, name);
+  }
+  migrate();
+  for (const char* const name : {"Q1 Sales.kdb", "Q1 %41.kdb", "(%41).kdb", "a%41~.kdb"}) {
+    EXPECT_EQ(read(name), name);
+    EXPECT_EQ(entry(name), name);
+  }
+  EXPECT_TRUE(is_marked());
+}
+
+TEST_F(IndexMigration, LeavesNamesAloneThatUnescapingDoesNotChange) {
+  make_mail_folder();
+  write("plain#name_1.kdb", "plain");
+  write("noext", "noext");
+  write("x.y%20", "extension");
+  migrate();
+  EXPECT_EQ(read("plain#name_1.kdb"), "plain");
+  EXPECT_EQ(read("noext"), "noext");
+  EXPECT_EQ(read("x.y%20"), "extension");
+  EXPECT_EQ(index(),
+            "k1mailboxcompliant_0000000000/00000002\n"
+            "noext_0000000000/noext\n"
+            "plain#name_1.kdb_0000000000/plain#name_1.kdb\n"
+            "read.txt_0000000000/00000001\n"
+            "x.y%20_0000000000/x.y%20\n");
+}
+
+TEST_F(IndexMigration, LeavesEntriesOfGeneratedFilesAlone) {
+  make_mail_folder();
+  write("00000007.kdb", "generated");
+  write("index.dat", "a%20b.kdb_0000000000/00000007\n");
+  migrate();
+  EXPECT_EQ(entry("a%20b.kdb"), "generated");
+  EXPECT_EQ(entry("a b.kdb"), "no such entry");
+  EXPECT_EQ(read("00000007.kdb"), "generated");
+}
+
+TEST_F(IndexMigration, UnescapesANameOnce) {
+  make_mail_folder();
+  write("a%2520b.kdb", "twice escaped");
+  migrate();
+  EXPECT_EQ(entry("a%20b.kdb"), "twice escaped");
+  EXPECT_EQ(entry("a b.kdb"), "no such entry");
+}
+
+TEST_F(IndexMigration, TakesTheExtensionInLowerCase) {
+  make_mail_folder();
+  write("Q1%20Sales.KDB", "sales");
+  migrate();
+  EXPECT_EQ(entry("Q1 Sales.kdb"), "sales");
+  EXPECT_FALSE(has("Q1%20Sales.kdb"));
+}
+
+TEST_F(IndexMigration, TakesWhateverUnescapingMakesOfAName) {
+  make_mail_folder();
+  write("%4.kdb", "nothing but an extension");
+  write("cut%4.kdb", "an incomplete escape");
+  write("%", "an empty name");
+  migrate();
+  EXPECT_EQ(entry(".kdb"), "nothing but an extension");
+  EXPECT_EQ(entry("cut.kdb"), "an incomplete escape");
+  // The empty name itself is answered for by the folder.
+  EXPECT_EQ(index(),
+            ".kdb_0000000000/00000002\n"
+            "_0000000000/00000003\n"
+            "cut.kdb_0000000000/00000004\n"
+            "k1mailboxcompliant_0000000000/00000005\n"
+            "read.txt_0000000000/00000001\n");
+  EXPECT_EQ(read("00000003"), "an empty name");
+}
+
+TEST_F(IndexMigration, ReplacesAnEntryOfTheUnescapedName) {
+  make_mail_folder();
+  write("a b.kdb", "unescaped");
+  write("a%20b.kdb", "escaped");
+  migrate();
+  EXPECT_EQ(entry("a b.kdb"), "escaped");
+  EXPECT_FALSE(has("a b.kdb"));
+  EXPECT_FALSE(has("a%20b.kdb"));
+}
+
+TEST_F(IndexMigration, KeepsTheLastOfTwoFilesWithOneUnescapedName) {
+  make_mail_folder();
+  write("a%20b.kdb", "first in the order of the keys");
+  write("a+b.kdb", "last");
+  migrate();
+  EXPECT_EQ(entry("a b.kdb"), "last");
+  EXPECT_TRUE(is_marked());
+}
+
+TEST_F(IndexMigration, FindsNoFilesThatTheIndexDoesNotKnowWithTheSwitchOff) {
+  STGIndex::setSynchronizeMode(false);
+  make_mail_folder();
+  write("Q1%20Sales.kdb", "sales");
+  migrate();
+  EXPECT_TRUE(has("Q1%20Sales.kdb"));
+  EXPECT_EQ(index(), "k1mailboxcompliant_0000000000/00000002\nread.txt_0000000000/00000001\n");
+}
+
+TEST_F(IndexMigration, ConvertsWhatTheIndexKnowsWithTheSwitchOff) {
+  STGIndex::setSynchronizeMode(false);
+  make_mail_folder();
+  write("Q1%20Sales.kdb", "sales");
+  write("index.dat", "Q1%20Sales.kdb_0000000000/Q1%20Sales.kdb\n");
+  migrate();
+  EXPECT_EQ(entry("Q1 Sales.kdb"), "sales");
+  EXPECT_TRUE(is_marked());
+}
+
+TEST_F(IndexMigration, LeavesNamesAloneThatNoLineOfAnIndexCouldHold) {
+  make_mail_folder();
+  write("a%2Fb.kdb", "a slash");
+  write("a%0Ab.kdb", "a line feed");
+  write("ok%20.kdb", "converted");
+  write("read.txt", "a\tx%2Fy\tB\ta\tb\tc\t\n");
+  recording_sink sink;
+  migrate();
+  EXPECT_EQ(read("a%2Fb.kdb"), "a slash");
+  EXPECT_EQ(read("a%0Ab.kdb"), "a line feed");
+  EXPECT_EQ(entry("a%2Fb.kdb"), "a slash");
+  EXPECT_EQ(entry("a%0Ab.kdb"), "a line feed");
+  EXPECT_EQ(entry("ok .kdb"), "converted");
+  const std::string warning =
+      "STGIndex: migration: left as it is, no index line can hold its unescaped name: ";
+  EXPECT_EQ(sink.events(trace_event::warning),
+            (Texts{warning + path("a%0Ab.kdb"), warning + path("a%2Fb.kdb")}));
+  EXPECT_TRUE(is_marked());
+}
+
+// ---- the read list -----------------------------------------------------------------------------
+
+TEST_F(IndexMigration, UnescapesTheLineOfAnEntryThatItConverts) {
+  make_mail_folder();
+  write("f4#f5#x#A%20B.kdb", "mail");
+  write("read.txt", "x\tA%20B\tB\tf4\tf5\tf6\t\n");
+  migrate();
+  EXPECT_EQ(read("read.txt"), "x\tA B\tB\tf4\tf5\tf6\t\n");
+  EXPECT_EQ(entry("f4#f5#x#A B.kdb"), "mail");
+}
+
+TEST_F(IndexMigration, LeavesTheLinesOfOtherEntriesAsTheyAre) {
+  make_mail_folder();
+  write("f4#f5#x#A%20B.kdb", "mail");
+  write("read.txt",
+        "x\tA%20B\tB\tf4\tf5\tf6\t\n"
+        "x\tA%20B\tA\tf4\tf5\tf6\t\n"
+        "y\tA%20B\tB\tf4\tf5\tf6\t\n");
+  migrate();
+  EXPECT_EQ(read("read.txt"),
+            "x\tA%20B\tA\tf4\tf5\tf6\t\n"
+            "x\tA B\tB\tf4\tf5\tf6\t\n"
+            "y\tA%20B\tB\tf4\tf5\tf6\t\n");
+}
+
+TEST_F(IndexMigration, RewritesTheListAlsoWhenNothingIsConverted) {
+  make_mail_folder();
+  write("read.txt",
+        "x\t2\tB\tz\tf5\tf6\t\n"
+        "no name\n"
+        "x\t2\tB\ta\tf5\tf6\tfirst\n"
+        "x\t2\tB\ta\tf5\tf6\tsecond\n"
+        "x\t2\tB\tm\tf5\tf6\tfinal X");
+  migrate();
+  EXPECT_EQ(read("read.txt"),
+            "x\t2\tB\ta\tf5\tf6\tfirst\n"
+            "x\t2\tB\tm\tf5\tf6\tfinal \n"
+            "x\t2\tB\tz\tf5\tf6\t\n");
+}
+
+TEST_F(IndexMigration, FindsTheListThroughTheIndex) {
+  STGIndex::setSynchronizeMode(false);
+  make_mail_folder();
+  write("00000004.txt", "no name\nx\t2\tB\ta\tf5\tf6\t\n");
+  write("index", "00000004");
+  write("index.dat", "read.txt_0000000000/00000004\n");
+  migrate();
+  EXPECT_EQ(read("00000004.txt"), "x\t2\tB\ta\tf5\tf6\t\n");
+  EXPECT_EQ(index(), "k1mailboxcompliant_0000000000/00000005\nread.txt_0000000000/00000004\n");
+}
+
+TEST_F(IndexMigration, MakesAListWhereThereIsNone) {
+  make_mail_folder();
+  migrate();
+  EXPECT_EQ(entry("read.txt"), "");
+  EXPECT_EQ(read("00000001.txt"), "");
+}
+
+TEST_F(IndexMigration, UnescapesTheLineOfAnEntryAtAnotherTimestampToo) {
+  // Only timestamp 0 is renamed, but the name is asked for without it.
+  STGIndex::setSynchronizeMode(false);
+  make_mail_folder();
+  write("f4#f5#x#A%20B.kdb", "mail");
+  write("read.txt", "x\tA%20B\tB\tf4\tf5\tf6\t\n");
+  write("index.dat", "f4#f5#x#A%20B.kdb_0000000005/f4#f5#x#A%20B\n");
+  migrate();
+  EXPECT_EQ(read("read.txt"), "x\tA B\tB\tf4\tf5\tf6\t\n");
+  EXPECT_EQ(read("f4#f5#x#A%20B.kdb"), "mail");
+  EXPECT_EQ(index(),
+            "f4#f5#x#A%20B.kdb_0000000005/f4#f5#x#A%20B\n"
+            "k1mailboxcompliant_0000000000/00000001\n");
+}
+
+TEST_F(IndexMigration, PassesSeveralVersionsOfOneEscapedName) {
+  STGIndex::setSynchronizeMode(false);
+  make_mail_folder();
+  // Unescaping empties the second field at the first of them.
+  write("1#1#1#%2.kdb", "mail");
+  write("read.txt", "1\t%2\tB\t1\t1\tf\t\n");
+  write("index.dat", "1#1#1#%2.kdb_0000000005/1#1#1#%2\n1#1#1#%2.kdb_0000000006/1#1#1#%2\n");
+  EXPECT_NO_THROW(migrate());
+  EXPECT_EQ(read("read.txt"), "1\t\tB\t1\t1\tf\t\n");
+  EXPECT_TRUE(is_marked());
+}
+
+// ---- the second call ---------------------------------------------------------------------------
+
+TEST_F(IndexMigration, LeavesAConvertedFolderAlone) {
+  make_mail_folder();
+  write("Q1%20Sales.kdb", "sales");
+  write("read.txt", "x\t2\tB\ta\tf5\tf6\t\n");
+  migrate();
+  write("late%20file.kdb", "late");
+  write("read.txt", "no name\n");
+  const auto before = state();
+  recording_sink sink;
+  os::faults::reset();
+  migrate();
+  EXPECT_EQ(state(), before);
+  EXPECT_EQ(index_traces(sink), Texts{});
+  EXPECT_EQ(os::faults::calls(Call::write), 0U);
+}
+
+TEST_F(IndexMigration, TakesAFileOfTheMarkersNameForTheMarker) {
+  make_mail_folder();
+  write("k1mailboxcompliant", "");
+  write("Q1%20Sales.kdb", "sales");
+  migrate();
+  EXPECT_EQ(names(), (Texts{"Q1%20Sales.kdb", "k1mailboxcompliant"}));
+}
+
+// ---- failures ----------------------------------------------------------------------------------
+
+TEST_F(IndexMigration, KeepsAFileThatCannotBeCopiedAndSetsNoMarker) {
+  make_mail_folder();
+  write("1#1#1#a%20.kdb", "a");
+  write("1#1#1#b%20.kdb", "b");
+  write("read.txt", "1\ta%20\tB\t1\t1\tf\t\n1\tb%20\tB\t1\t1\tf\t\n");
+  recording_sink sink;
+  {
+    const auto fault = os::faults::fail(Call::copy, {112, os::Failure::kOther});
+    EXPECT_NO_THROW(migrate());
+    EXPECT_EQ(fault.hits(), 1U);
+  }
+  EXPECT_EQ(sink.count(trace_event::error,
+                       "STGIndex: rename: copy failed: " + path("1#1#1#a%20.kdb")),
+            1U);
+  EXPECT_EQ(read("1#1#1#a%20.kdb"), "a");
+  EXPECT_EQ(entry("1#1#1#b .kdb"), "b");
+  EXPECT_EQ(read("read.txt"), "1\ta%20\tB\t1\t1\tf\t\n1\tb \tB\t1\t1\tf\t\n");
+  EXPECT_FALSE(is_marked());
+
+  // The next call does what is left.
+  migrate();
+  EXPECT_EQ(entry("1#1#1#a .kdb"), "a");
+  EXPECT_EQ(entry("1#1#1#b .kdb"), "b");
+  EXPECT_FALSE(has("1#1#1#a%20.kdb"));
+  EXPECT_EQ(read("read.txt"), "1\ta \tB\t1\t1\tf\t\n1\tb \tB\t1\t1\tf\t\n");
+  EXPECT_TRUE(is_marked());
+}
+
+TEST_F(IndexMigration, GoesOnBehindAFileThatCannotBeRemoved) {
+  make_mail_folder();
+  write("a%20.kdb", "a");
+  const auto fault = os::faults::fail(Call::remove_file, kRefused);
+  migrate();
+  EXPECT_EQ(entry("a .kdb"), "a");
+  EXPECT_EQ(read("a%20.kdb"), "a");
+  EXPECT_TRUE(is_marked());
+}
+
+/// Makes the making of the second converted entry's file fail: everything before it succeeds.
+class BreakAtTheSecondEntry {
+ private:
+  // Opened from the first copy on: the counter, and then the file.
+  std::unique_ptr<os::faults::Fault> m_broken;
+  os::faults::Fault m_hook = os::faults::before(Call::copy, [this] {
+    m_broken.reset(new os::faults::Fault(os::faults::fail(Call::open, kRefused, 2)));
+  });
+};
+
+TEST_F(IndexMigration, KeepsWhatItHasDoneWhenItIsInterrupted) {
+  make_mail_folder();
+  write("1#1#1#a%20.kdb", "a");
+  write("1#1#1#b%20.kdb", "b");
+  write("1#1#1#c%20.kdb", "c");
+  write("read.txt",
+        "no name\n1\ta%20\tB\t1\t1\tf\t\n1\tb%20\tB\t1\t1\tf\t\n1\tc%20\tB\t1\t1\tf\t\n");
+  {
+    const BreakAtTheSecondEntry broken;
+    try {
+      migrate();
+      ADD_FAILURE() << "nothing was raised";
+    } catch (const vu_file_except& e) {
+      EXPECT_EQ(e.what(), "throw exception on open");
+    }
+  }
+  // The index and the read list were both written on the way out.
+  EXPECT_EQ(entry("1#1#1#a .kdb"), "a");
+  EXPECT_FALSE(has("1#1#1#a%20.kdb"));
+  EXPECT_EQ(read("1#1#1#b%20.kdb"), "b");
+  EXPECT_EQ(read("1#1#1#c%20.kdb"), "c");
+  EXPECT_EQ(read("read.txt"),
+            "1\ta \tB\t1\t1\tf\t\n1\tb%20\tB\t1\t1\tf\t\n1\tc%20\tB\t1\t1\tf\t\n");
+  EXPECT_FALSE(is_marked());
+
+  migrate();
+  for (const std::string name : {"a", "b", "c"}) {
+    EXPECT_EQ(entry("1#1#1#" + name + " .kdb"), name);
+    EXPECT_FALSE(has("1#1#1#" + name + "%20.kdb"));
+  }
+  EXPECT_EQ(read("read.txt"), "1\ta \tB\t1\t1\tf\t\n1\tb \tB\t1\t1\tf\t\n1\tc \tB\t1\t1\tf\t\n");
+  EXPECT_TRUE(is_marked());
+}
+
+TEST_F(IndexMigration, NeverEndsTheHostWhenItsSavingFailsOnTheWayOut) {
+  make_mail_folder();
+  write("1#1#1#a%20.kdb", "a");
+  write("1#1#1#b%20.kdb", "b");
+  write("read.txt", "1\ta%20\tB\t1\t1\tf\t\n");
+  recording_sink sink;
+  {
+    std::unique_ptr<os::faults::Fault> broken;
+    // From the second entry's file on nothing can be opened: neither the index nor the list is saved.
+    const auto hook = os::faults::before(Call::copy, [&broken] {
+      broken.reset(
+          new os::faults::Fault(os::faults::fail(Call::open, kRefused, 2, Times::kLasting)));
+    });
+    EXPECT_THROW(migrate(), vu_file_except);
+  }
+  EXPECT_EQ(sink.count(trace_event::warning,
+                       "STGIndex::~STGIndex(): Unable to create/update index.dat - please verify "
+                       "that you have write access and disk is not full.\n Reason: throw exception "
+                       "on open"),
+            1U);
+  EXPECT_EQ(sink.count(trace_event::error, "throw exception on open"), 1U);
+  EXPECT_EQ(read("read.txt"), "1\ta%20\tB\t1\t1\tf\t\n");
+}
+
+TEST_F(IndexMigration, RaisesWhereTheListCannotBeRead) {
+  make_mail_folder();
+  write("a%20.kdb", "a");
+  write("read.txt", "no name\n");
+  write("index.dat", "a%20.kdb_0000000000/a%20.kdb\nread.txt_0000000000/read.txt\n");
+  {
+    // Read before: the index, by the question for the marker and by the forced rewrite (twice).
+    const auto fault = os::faults::fail(Call::read, kRefused, 4);
+    EXPECT_THROW(migrate(), vu_file_except);
+    EXPECT_EQ(fault.hits(), 1U);
+  }
+  // A list that was not loaded is not saved.
+  EXPECT_EQ(read("read.txt"), "no name\n");
+  EXPECT_TRUE(has("a%20.kdb"));
+  EXPECT_FALSE(is_marked());
+  migrate();
+  EXPECT_EQ(read("read.txt"), "");
+  EXPECT_EQ(entry("a .kdb"), "a");
+}
+
+TEST_F(IndexMigration, RaisesWhereTheListCannotBeSaved) {
+  make_mail_folder();
+  write("read.txt", "x\t2\tB\ta\tf5\tf6\t\n");
+  std::unique_ptr<os::faults::Fault> broken;
+  {
+    // The last opening of all is the list's; the marker's file is made before.
+    int openings = 0;
+    const auto count = os::faults::before(Call::open, [&openings] { ++openings; }, 1, Times::kLasting);
+    migrate();
+    ASSERT_GT(openings, 5);
+    for (const std::string& name : names()) {
+      if (name != "read.txt") std::filesystem::remove(native(path(name)));
+    }
+    broken.reset(new os::faults::Fault(os::faults::fail(
+        Call::open, kRefused, static_cast<std::uint64_t>(openings))));
+  }
+  EXPECT_THROW(migrate(), vu_file_except);
+  EXPECT_EQ(broken->hits(), 1U);
+  EXPECT_TRUE(is_marked());
+  EXPECT_EQ(read("read.txt"), "x\t2\tB\ta\tf5\tf6\t\n");
+}
+
+TEST_F(IndexMigration, SavesTheListAlsoWhenTheIndexCannotBeMerged) {
+  make_mail_folder();
+  write("1#1#1#a%20.kdb", "a");
+  write("read.txt", "no name\n1\ta%20\tB\t1\t1\tf\t\n");
+  write("index.dat",
+        "1#1#1#a%20.kdb_0000000000/1#1#1#a%20.kdb\nread.txt_0000000000/read.txt\n");
+  std::unique_ptr<os::faults::Fault> broken;
+  const auto hook = os::faults::before(Call::copy, [&broken] {
+    // Read from here on: the counter for the marker, and then the index to be merged.
+    broken.reset(new os::faults::Fault(os::faults::fail(Call::read, kRefused, 2)));
+  });
+  EXPECT_THROW(migrate(), vu_file_except);
+  ASSERT_TRUE(broken);
+  EXPECT_EQ(broken->hits(), 1U);
+  broken.reset();
+  EXPECT_EQ(read("read.txt"), "1\ta \tB\t1\t1\tf\t\n");
+}
+
+}  // namespace

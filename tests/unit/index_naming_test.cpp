@@ -1,0 +1,690 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <random>
+#include <stdexcept>
+#include <string>
+
+#include "index/folder_files.h"
+#include "platform/os/os.h"
+#include "tests/support/index_peer.h"
+#include "tests/support/recording_sink.h"
+
+// The names of physical files: new ones from the counter, and those of files found in the folder.
+
+namespace {
+
+using os::faults::Call;
+using os::faults::Times;
+using Peer = stg_index_test_peer;
+using NameMap = STGIndex::NameMap;
+using Texts = std::vector<std::string>;
+using vu_host::trace_event;
+
+const os::Status kRefused(5, os::Failure::kOther);
+constexpr const char* kTrouble = "STGIndex::newIndex : return 99999999";
+
+// ---- the counter -------------------------------------------------------------------------------
+
+class IndexCounter : public testing::Test {
+ protected:
+  /// Draws one name. @param counter the counter's content before; nothing for no counter.
+  std::string draw(const char* counter, const Texts& taken = {}) {
+    if (counter == nullptr) {
+      if (folder.has("index")) folder.erase("index");
+    } else {
+      folder.write("index", counter);
+    }
+    STGIndex index = Peer::load(folder.path());
+    for (const std::string& name : taken) Peer::insert(index, name + "_0000000001", name);
+    return Peer::newIndex(index);
+  }
+  std::string counter() const { return folder.read("index"); }
+  bool counter_is_free() const {
+    vu_file file(folder.path(), "index");
+    bool lock_failed = true;
+    EXPECT_TRUE(file.try_open(vu_file::o_append, lock_failed, true));
+    return !lock_failed;
+  }
+
+  index_folder folder;
+  synchronisation off{false};
+};
+
+TEST_F(IndexCounter, GivesTheNextNumberInEightDigitsAndKeepsIt) {
+  struct {
+    const char* before;
+    const char* name;
+  } const table[] = {{nullptr, "00000001"},
+                     {"", "00000001"},
+                     {"00000000", "00000001"},
+                     {"00000041", "00000042"},
+                     {"41", "00000042"},
+                     {"  41\n", "00000042"},
+                     {"+41", "00000042"},
+                     {"00000041 and more", "00000042"},
+                     {"garbage", "00000001"},
+                     {" ", "00000001"},
+                     {"99999998", "99999999"},
+                     {"99999999", "100000000"},
+                     {"0000000000000000000000000000000007", "00000008"},
+                     {"2147483646", "2147483647"}};
+  for (const auto& [before, name] : table) {
+    EXPECT_EQ(draw(before), name) << (before == nullptr ? "no counter" : before);
+    EXPECT_EQ(counter(), name) << (before == nullptr ? "no counter" : before);
+  }
+}
+
+TEST_F(IndexCounter, StartsAnewAfterANegativeNumber) {
+  for (const char* const before : {"-1", "-00000005", "-2147483648", "-99999999999"}) {
+    EXPECT_EQ(draw(before), "00000000") << before;
+    EXPECT_EQ(counter(), "00000000") << before;
+  }
+}
+
+TEST_F(IndexCounter, StartsAnewBehindTheLargestNumber) {
+  for (const char* const before :
+       {"2147483647", "2147483648", "4294967295", "99999999999999999999"}) {
+    EXPECT_EQ(draw(before), "00000000") << before;
+    EXPECT_EQ(counter(), "00000000") << before;
+  }
+  EXPECT_EQ(draw("2147483646", {"2147483647"}), "00000000");
+  EXPECT_EQ(draw("2147483645", {"2147483646", "2147483647"}), "00000000");
+}
+
+TEST_F(IndexCounter, GivesTheFirstNameOfAllAlsoWhenItIsTaken) {
+  EXPECT_EQ(draw("-1", {"00000000"}), "00000000");
+  EXPECT_EQ(draw("2147483647", {"00000000", "00000001"}), "00000000");
+}
+
+TEST_F(IndexCounter, PassesOverNamesThatTheIndexHolds) {
+  EXPECT_EQ(draw("00000041", {"00000042"}), "00000043");
+  EXPECT_EQ(counter(), "00000043");
+  EXPECT_EQ(draw("", {"00000001", "00000002", "00000004"}), "00000003");
+  EXPECT_EQ(draw("99999998", {"99999999", "100000000"}), "100000001");
+}
+
+TEST_F(IndexCounter, DoesNotLookAtTheFilesInTheFolder) {
+  folder.write("00000001");
+  folder.write("00000001.kdb", "old bytes");
+  EXPECT_EQ(draw(nullptr), "00000001");
+}
+
+TEST_F(IndexCounter, OnlyGrowsWhileEntriesGo) {
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_EQ(Peer::_create(index, "a.kdb", 1), "00000001.kdb");
+    EXPECT_EQ(Peer::_create(index, "b.kdb", 1), "00000002.kdb");
+    Peer::_remove(index, "b.kdb", 1);
+    Peer::_remove(index, "a.kdb", 1);
+    EXPECT_EQ(Peer::_create(index, "b.kdb", 1), "00000003.kdb");
+  }
+  EXPECT_EQ(counter(), "00000003");
+  STGIndex index = Peer::load(folder.path());
+  EXPECT_EQ(Peer::_create(index, "c.kdb", 1), "00000004.kdb");
+}
+
+TEST_F(IndexCounter, IsNeverEmptyOnTheWay) {
+  for (const char* const before : {"00000041", "garbage that is longer than a number", "-1"}) {
+    folder.write("index", before);
+    int checks = 0;
+    int empty = 0;
+    const std::function<void()> check = [&] {
+      ++checks;
+      if (std::filesystem::file_size(native(folder.path("index"))) == 0) ++empty;
+    };
+    {
+      STGIndex index = Peer::load(folder.path());
+      const auto hook = os::faults::before(Call::any, check, 1, Times::kLasting);
+      const auto other_hook = os::faults::after(Call::any, check, 1, Times::kLasting);
+      Peer::newIndex(index);
+    }
+    EXPECT_GT(checks, 10) << before;
+    EXPECT_EQ(empty, 0) << before;
+    EXPECT_EQ(counter().size(), 8U) << before;
+  }
+}
+
+TEST_F(IndexCounter, IsLockedWhileANameIsDrawn) {
+  folder.write("index", "00000041");
+  bool was_locked = false;
+  {
+    const auto hook = os::faults::before(Call::write, [&] {
+      vu_file reader(folder.path(), "index");
+      EXPECT_TRUE(reader.try_open(vu_file::o_read, was_locked, true));
+    });
+    STGIndex index = Peer::load(folder.path());
+    os::faults::reset();
+    EXPECT_EQ(Peer::newIndex(index), "00000042");
+    EXPECT_EQ(os::faults::calls(Call::write), 1U);
+    EXPECT_EQ(os::faults::calls(Call::flush), 1U);
+  }
+  EXPECT_TRUE(was_locked);
+  EXPECT_TRUE(counter_is_free());
+}
+
+TEST_F(IndexCounter, ChangesNothingInTheIndex) {
+  {
+    STGIndex index = Peer::load(folder.path());
+    Peer::newIndex(index);
+    EXPECT_TRUE(Peer::lp(index).empty());
+    EXPECT_FALSE(Peer::need_update(index));
+  }
+  EXPECT_EQ(folder.names(), (Texts{"index"}));
+}
+
+TEST_F(IndexCounter, GivesTheTroubleNameWhenItCannotBeMade) {
+  const std::string missing = folder.path("missing");
+  STGIndex index = Peer::load(missing);
+  recording_sink sink;
+  EXPECT_EQ(Peer::newIndex(index), "99999999");
+  EXPECT_EQ(index_traces(sink), (Texts{std::string("Error: ") + kTrouble}));
+}
+
+TEST_F(IndexCounter, GivesTheTroubleNameWhenAFolderTakesItsName) {
+  make_folder(folder.path("index"));
+  recording_sink sink;
+  STGIndex index = Peer::load(folder.path());
+  EXPECT_EQ(Peer::newIndex(index), "99999999");
+  EXPECT_EQ(sink.count(trace_event::error, kTrouble), 1U);
+  EXPECT_TRUE(folder_exists(folder.path("index")));
+}
+
+TEST_F(IndexCounter, LeavesTheCounterAloneWhenItCannotBeOpened) {
+  recording_sink sink;
+  const auto fault = os::faults::fail(Call::open, kRefused);
+  EXPECT_EQ(draw("00000041"), "99999999");
+  EXPECT_EQ(sink.count(trace_event::error, kTrouble), 1U);
+  EXPECT_EQ(counter(), "00000041");
+}
+
+TEST_F(IndexCounter, KeepsTheTroubleNameWhenItCannotBeRead) {
+  recording_sink sink;
+  {
+    const auto fault = os::faults::fail(Call::read, kRefused);
+    EXPECT_EQ(draw("00000041"), "99999999");
+  }
+  EXPECT_EQ(sink.count(trace_event::error, kTrouble), 1U);
+  EXPECT_EQ(counter(), "99999999");
+  EXPECT_TRUE(counter_is_free());
+  STGIndex index = Peer::load(folder.path());
+  EXPECT_EQ(Peer::newIndex(index), "100000000");
+}
+
+TEST_F(IndexCounter, GivesTheTroubleNameForAnyException) {
+  const std::exception_ptr exceptions[] = {
+      std::make_exception_ptr(std::runtime_error("x")), std::make_exception_ptr(std::bad_alloc()),
+      std::make_exception_ptr(vu_file_except("x")), std::make_exception_ptr(1)};
+  for (const Call call : {Call::open, Call::lock, Call::stat, Call::read, Call::write}) {
+    for (const std::exception_ptr& exception : exceptions) {
+      recording_sink sink;
+      folder.write("index", "00000041");
+      STGIndex index = Peer::load(folder.path());
+      {
+        const auto fault = os::faults::fail_with(call, exception);
+        EXPECT_EQ(Peer::newIndex(index), "99999999") << os::faults::name(call);
+        EXPECT_EQ(fault.hits(), 1U) << os::faults::name(call);
+      }
+      EXPECT_EQ(sink.count(trace_event::error, kTrouble), 1U) << os::faults::name(call);
+      EXPECT_TRUE(counter_is_free()) << os::faults::name(call);
+      EXPECT_EQ(counter(), call == Call::open ? "00000041" : "99999999") << os::faults::name(call);
+    }
+  }
+}
+
+TEST_F(IndexCounter, GivesTheTroubleNameEvenWhenItCannotBeKept) {
+  recording_sink sink;
+  const auto fault =
+      os::faults::throw_from(Call::write, std::runtime_error("x"), 1, Times::kLasting);
+  EXPECT_EQ(draw("00000041"), "99999999");
+  EXPECT_EQ(fault.hits(), 2U);
+  EXPECT_EQ(counter(), "00000041");
+  EXPECT_TRUE(counter_is_free());
+}
+
+TEST_F(IndexCounter, GivesTheTroubleNameOncePerTrouble) {
+  // Two entries then share one physical name, and one file where their extensions agree.
+  recording_sink sink;
+  {
+    // The counter, then the new file, then the counter again.
+    const auto first = os::faults::fail(Call::open, kRefused, 1);
+    const auto second = os::faults::fail(Call::open, kRefused, 3);
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_EQ(Peer::_create(index, "a.kdb", 1), "99999999.kdb");
+    EXPECT_EQ(Peer::_create(index, "b.kdb", 1), "99999999.kdb");
+    EXPECT_EQ(first.hits() + second.hits(), 2U);
+    EXPECT_EQ(Peer::lp(index),
+              (NameMap{{"a.kdb_0000000001", "99999999"}, {"b.kdb_0000000001", "99999999"}}));
+    EXPECT_EQ(Peer::pl(index), (NameMap{{"99999999", "a.kdb_0000000001"}}));
+  }
+  EXPECT_EQ(sink.count(trace_event::error, kTrouble), 2U);
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/99999999\nb.kdb_0000000001/99999999\n");
+  EXPECT_EQ(folder.names(), (Texts{"99999999.kdb", "index.dat"}));
+}
+
+TEST_F(IndexCounter, KeepsItsOldNumberWhenTheDiskIsFull) {
+  // A write that fails is no exception: the name is given all the same.
+  recording_sink sink;
+  const auto fault = os::faults::fail(Call::write, {28, os::Failure::kOther});
+  EXPECT_EQ(draw("00000041"), "00000042");
+  EXPECT_EQ(counter(), "00000041");
+  EXPECT_EQ(sink.count(trace_event::error, kTrouble), 0U);
+  EXPECT_EQ(sink.count(trace_event::error, "write file : " + folder.path("index")), 1U);
+}
+
+// ---- files found in the folder -----------------------------------------------------------------
+
+class IndexAdoption : public testing::Test {
+ protected:
+  /// Loads the index, which adopts, and writes it back.
+  void adopt() const { const STGIndex index = Peer::load(folder.path()); }
+  /// The listing but for the index itself.
+  Texts other_names() const {
+    Texts names = folder.names();
+    std::erase(names, "index.dat");
+    return names;
+  }
+  Texts adoption_texts() const {
+    return {
+        "M:  STGIndex (copy manually to folder): Set need update flag to true: index.dat will be "
+        "updated",
+        "M:                             folder : " + folder.path()};
+  }
+  Texts saving_texts() const {
+    return {"M:  STGIndex: (begin) updating index.dat ...", "M:   folder : " + folder.path(),
+            "M:  STGIndex: (end) index.dat is uptodate", "M:   folder : " + folder.path()};
+  }
+
+  index_folder folder;
+  synchronisation on{true};
+};
+
+Texts operator+(Texts left, const Texts& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+TEST_F(IndexAdoption, EntersEveryPlainFileUnderItsOwnName) {
+  folder.write("notes.txt", "n");
+  folder.write("README", "r");
+  folder.write("a b.c.kdb", "k");
+  adopt();
+  EXPECT_EQ(folder.index(),
+            "README_0000000000/README\n"
+            "a b.c.kdb_0000000000/a b.c.kdb\n"
+            "notes.txt_0000000000/notes.txt\n");
+  EXPECT_EQ(folder.read("notes.txt"), "n");
+  EXPECT_EQ(other_names(), (Texts{"README", "a b.c.kdb", "notes.txt"}));
+}
+
+TEST_F(IndexAdoption, WritesNothingInAnEmptyFolder) {
+  adopt();
+  EXPECT_EQ(folder.names(), Texts{});
+}
+
+TEST_F(IndexAdoption, WritesNothingWhereAllIsKnown) {
+  folder.write("notes.txt");
+  folder.write("00000001.kdb");
+  folder.write("index", "00000001");
+  folder.set_index("a.kdb_0000000001/00000001\nnotes.txt_0000000000/notes.txt\n");
+  set_modify_time(folder.path("index.dat"), 1000);
+  const auto before = folder.state();
+  adopt();
+  EXPECT_EQ(folder.state(), before);
+}
+
+TEST_F(IndexAdoption, IsSwitchedOff) {
+  const synchronisation off(false);
+  folder.write("notes.txt");
+  adopt();
+  EXPECT_FALSE(folder.has_index());
+  folder.set_index(" ");
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_TRUE(Peer::lp(index).empty());
+    Peer::set_need_update(index);
+  }
+  EXPECT_EQ(folder.index(), " ");
+}
+
+TEST_F(IndexAdoption, LeavesFoldersAndTheIndexsOwnFilesOut) {
+  make_folder(folder.path("sub"));
+  make_folder(folder.path("00000001.kdb_"));
+  folder.write("index", "00000001");
+  folder.set_index(" ");
+  folder.write("sub\\inner.txt");
+  adopt();
+  EXPECT_EQ(folder.index(), " ");
+}
+
+TEST_F(IndexAdoption, TellsTheIndexsOwnFilesByTheirExactNames) {
+  folder.write("index.txt");
+  folder.write("xindex");
+  folder.write("index.dat2");
+#if !defined(_WIN32)
+  // On Windows these are the index's own files.
+  folder.write("INDEX");
+  folder.write("Index.dat");
+#endif
+  adopt();
+  const STGIndex index = Peer::load(folder.path());
+#if !defined(_WIN32)
+  EXPECT_EQ(Peer::lp(index).size(), 5U);
+  EXPECT_TRUE(Peer::_contains(index, "INDEX", 0));
+  EXPECT_TRUE(Peer::_contains(index, "Index.dat", 0));
+#else
+  EXPECT_EQ(Peer::lp(index).size(), 3U);
+#endif
+  EXPECT_TRUE(Peer::_contains(index, "index.txt", 0));
+  EXPECT_TRUE(Peer::_contains(index, "xindex", 0));
+  EXPECT_TRUE(Peer::_contains(index, "index.dat2", 0));
+}
+
+TEST_F(IndexAdoption, LowersTheCaseOfTheExtension) {
+  folder.write("Report.KDB", "bytes");
+  adopt();
+  EXPECT_EQ(folder.index(), "Report.kdb_0000000000/Report.kdb\n");
+  EXPECT_EQ(folder.read("Report.kdb"), "bytes");
+#if !defined(_WIN32)
+  // An emulated Windows may say yes to a rename of the case alone and do nothing.
+  EXPECT_EQ(other_names(), (Texts{"Report.kdb"}));
+#endif
+}
+
+TEST_F(IndexAdoption, LowersNothingButWhatFollowsTheLastDot) {
+  folder.write("README.FIRST.TXT");
+  folder.write("MAKEFILE");
+  folder.write("Mixed.TxT9_Z");
+  adopt();
+  EXPECT_EQ(folder.index(),
+            "MAKEFILE_0000000000/MAKEFILE\n"
+            "Mixed.txt9_z_0000000000/Mixed.txt9_z\n"
+            "README.FIRST.txt_0000000000/README.FIRST.txt\n");
+}
+
+#if !defined(_WIN32)
+TEST_F(IndexAdoption, LowersAsciiLettersOnly) {
+  // Narrow names are in a code page on Windows.
+  folder.write("a.\xC3\x84Z\xDF");
+  folder.write(".PROFILE");
+  folder.write("DOT.");
+  adopt();
+  EXPECT_EQ(folder.index(),
+            ".profile_0000000000/.profile\n"
+            "DOT._0000000000/DOT.\n"
+            "a.\xC3\x84z\xDF_0000000000/a.\xC3\x84z\xDF\n");
+}
+
+TEST_F(IndexAdoption, KeepsTheNameWhenTheLowerCaseOneIsTaken) {
+  // Where names are told apart by their case.
+  folder.write("Report.KDB", "upper");
+  folder.write("Report.kdb", "lower");
+  adopt();
+  EXPECT_EQ(folder.index(), "Report.KDB_0000000000/Report.KDB\nReport.kdb_0000000000/Report.kdb\n");
+  EXPECT_EQ(folder.read("Report.KDB"), "upper");
+  EXPECT_EQ(folder.read("Report.kdb"), "lower");
+}
+
+TEST_F(IndexAdoption, FollowsLinksToTellFoldersFromFiles) {
+  scratch_folder elsewhere;
+  write_file(elsewhere.path("target"), "linked");
+  std::filesystem::create_symlink(native(elsewhere.path("target")), native(folder.path("to-file")));
+  std::filesystem::create_symlink(native(elsewhere.path()), native(folder.path("to-folder")));
+  adopt();
+  EXPECT_EQ(folder.index(), "to-file_0000000000/to-file\n");
+}
+#endif
+
+TEST_F(IndexAdoption, RenamesAlsoWhenNoLetterChanges) {
+  folder.write("notes.txt");
+  folder.write("README");
+  os::faults::reset();
+  adopt();
+  // A name without a dot is taken as it is.
+  EXPECT_EQ(os::faults::calls(Call::rename), 1U);
+}
+
+TEST_F(IndexAdoption, KeepsTheNameWhenTheRenamingFails) {
+  folder.write("Report.KDB", "bytes");
+  const auto fault = os::faults::fail(Call::rename, kRefused);
+  adopt();
+  EXPECT_EQ(fault.hits(), 1U);
+  EXPECT_EQ(folder.index(), "Report.KDB_0000000000/Report.KDB\n");
+  EXPECT_EQ(folder.read("Report.KDB"), "bytes");
+}
+
+TEST_F(IndexAdoption, MakesTheFileWritable) {
+  folder.write("notes.txt");
+  make_read_only(folder.path("notes.txt"));
+  adopt();
+  EXPECT_TRUE(is_writable(folder.path("notes.txt")));
+  EXPECT_EQ(folder.index(), "notes.txt_0000000000/notes.txt\n");
+}
+
+TEST_F(IndexAdoption, TracesEachFileAndThenTheSaving) {
+  folder.write("a.txt");
+  folder.write("b.txt");
+  recording_sink sink;
+  adopt();
+  EXPECT_EQ(index_traces(sink), adoption_texts() + adoption_texts() + saving_texts());
+}
+
+TEST_F(IndexAdoption, KnowsGeneratedFilesByTheirNameWithoutExtension) {
+  folder.write("00000001.kdb");
+  folder.write("00000001.other");
+  folder.write("00000001");
+  folder.write("00000002.kdb");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  adopt();
+  EXPECT_EQ(folder.index(), "00000002.kdb_0000000000/00000002.kdb\na.kdb_0000000001/00000001\n");
+}
+
+TEST_F(IndexAdoption, TakesAFileForKnownBesideOneOfItsNameWithoutExtension) {
+  // What is stored without an extension might be a generated name, whatever it looks like.
+  folder.write("notes");
+  folder.write("notes.txt");
+  folder.set_index("notes_0000000000/notes\n");
+  adopt();
+  EXPECT_EQ(folder.index(), "notes_0000000000/notes\n");
+}
+
+TEST_F(IndexAdoption, AsksTheMapsInTwoSteps) {
+  STGIndex index = Peer::load(folder.path());
+  Peer::insert(index, "a.kdb_0000000001", "00000001");
+  Peer::insert(index, "notes.txt_0000000000", "notes.txt");
+  Peer::insert(index, "other_0000000000", "moved.txt");
+  Peer::insert(index, "later.txt_0000000005", "later.txt");
+  EXPECT_TRUE(Peer::alreadyInMaps(index, "00000001.kdb"));
+  EXPECT_TRUE(Peer::alreadyInMaps(index, "00000001.x"));
+  EXPECT_TRUE(Peer::alreadyInMaps(index, "00000001"));
+  EXPECT_FALSE(Peer::alreadyInMaps(index, "00000001.x.y"));
+  EXPECT_TRUE(Peer::alreadyInMaps(index, "notes.txt"));
+  EXPECT_TRUE(Peer::alreadyInMaps(index, "notes.txt.bak"));
+  EXPECT_FALSE(Peer::alreadyInMaps(index, "notes"));
+  // A stored name counts by itself only at timestamp 0 and for the logical name of that spelling.
+  EXPECT_FALSE(Peer::alreadyInMaps(index, "moved.txt"));
+  EXPECT_FALSE(Peer::alreadyInMaps(index, "later.txt"));
+  EXPECT_FALSE(Peer::alreadyInMaps(index, ""));
+}
+
+/// What a folder's maps are when each listed file in turn is looked for in them and entered if unknown.
+void adopt_plainly(const std::string& folder, NameMap& lp, NameMap& pl) {
+  for (const std::string& name : vu_file::filenames(folder)) {
+    if (name == "index.dat" || name == "index" || vu_file::is_dir(folder + "\\" + name)) continue;
+    const std::string key = name + "_0000000000";
+    const auto it = pl.find(name);
+    if (it != pl.end() && it->second == key) continue;
+    if (pl.contains(name.substr(0, name.rfind('.')))) continue;
+    const std::string physical = lp.emplace(key, name).first->second;
+    pl.emplace(physical, key);
+  }
+}
+
+TEST_F(IndexAdoption, FindsWhatAskingForEveryFileByItselfFinds) {
+  std::mt19937 random(31415);
+  const Texts files = {"a", "a.x", "a.y", "a.x.y", "b.x", "c", "00000001", "00000001.x", "index.x"};
+  const Texts lines = {"a_0000000000/a\n",        "a.x_0000000000/a.x\n",  "a.x_0000000001/a\n",
+                       "b.x_0000000000/b.x\n",    "z.y_0000000000/a.x\n",  "b.x_0000000003/b\n",
+                       "k.x_0000000002/00000001\n", "k_0000000002/00000001\n", "c_0000000000/c.x\n",
+                       "torn\n",                  "c_0000000000/00000001\n"};
+  make_folder(folder.path("d.x"));
+  std::size_t adopted = 0;
+  for (int round = 0; round < 200; ++round) {
+    for (const std::string& name : files) {
+      const bool wanted = random() % 2 == 0;
+      if (wanted && !folder.has(name)) folder.write(name);
+      if (!wanted && folder.has(name)) folder.erase(name);
+    }
+    std::string text;
+    for (std::size_t left = random() % 5; left != 0; --left) text += lines[random() % lines.size()];
+    folder.set_index(text);
+    NameMap lp;
+    NameMap pl;
+    plain_index::load(folder.path(), text, lp, pl);
+    const std::size_t known = lp.size();
+    adopt_plainly(folder.path(), lp, pl);
+    adopted += lp.size() - known;
+    const STGIndex index = Peer::load(folder.path());
+    ASSERT_EQ(Peer::lp(index), lp) << plain_index::shown(text);
+    ASSERT_EQ(Peer::pl(index), pl) << plain_index::shown(text);
+  }
+  EXPECT_GT(adopted, 200U);
+}
+
+TEST_F(IndexAdoption, KeepsTheStoredNameOfAnEntryThatIsThereAlready) {
+  folder.write("00000005.txt", "generated");
+  folder.write("a.txt", "dropped");
+  folder.set_index("a.txt_0000000000/00000005\n");
+  recording_sink sink;
+  {
+    const STGIndex index = Peer::load(folder.path());
+    EXPECT_EQ(Peer::lp(index), (NameMap{{"a.txt_0000000000", "00000005"}}));
+    EXPECT_EQ(Peer::pl(index), (NameMap{{"00000005", "a.txt_0000000000"}}));
+    EXPECT_TRUE(Peer::need_update(index));
+  }
+  EXPECT_EQ(folder.index(), "a.txt_0000000000/00000005\n");
+  // It is the stored name that is made writable, which is no file here.
+  EXPECT_EQ(
+      sink.count(trace_event::error, "vu_file::chmodW : failed (" + folder.path("00000005") + ")"),
+      1U);
+}
+
+TEST_F(IndexAdoption, DoesNotOverwriteThePhysicalNameOfAnotherEntry) {
+  folder.write("moved.txt");
+  folder.set_index("other_0000000000/moved.txt\n");
+  adopt();
+  const STGIndex index = Peer::load(folder.path());
+  EXPECT_EQ(Peer::lp(index),
+            (NameMap{{"moved.txt_0000000000", "moved.txt"}, {"other_0000000000", "moved.txt"}}));
+}
+
+TEST_F(IndexAdoption, NeverRemovesAnEntry) {
+  folder.write("00000001.kdb");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  STGIndex index = Peer::load(folder.path());
+  folder.erase("00000001.kdb");
+  FolderFiles files(folder.path());
+  Peer::synchronizeToFolder(index, files);
+  EXPECT_TRUE(Peer::_contains(index, "a.kdb", 1));
+  EXPECT_FALSE(Peer::need_update(index));
+}
+
+TEST_F(IndexAdoption, GivesAnAdoptedNumberToNoNewEntry) {
+  folder.write("00000001");
+  folder.write("00000002.txt");
+  {
+    STGIndex index = Peer::load(folder.path());
+    // "00000002.txt" takes no number: it is stored with its extension.
+    EXPECT_EQ(Peer::_create(index, "a.kdb", 1), "00000002.kdb");
+  }
+  EXPECT_EQ(folder.index(),
+            "00000001_0000000000/00000001\n"
+            "00000002.txt_0000000000/00000002.txt\n"
+            "a.kdb_0000000001/00000002\n");
+}
+
+TEST_F(IndexAdoption, TakesGeneratedFilesForFoundOnesWhenTheIndexIsLost) {
+  {
+    STGIndex index = Peer::load(folder.path());
+    Peer::_create(index, "a.kdb", 1);
+  }
+  folder.erase("index.dat");
+  adopt();
+  EXPECT_EQ(folder.index(), "00000001.kdb_0000000000/00000001.kdb\n");
+}
+
+TEST_F(IndexAdoption, EndsAtAFileExceptionAndKeepsWhatItHas) {
+  folder.write("a.txt");
+  folder.write("b.txt");
+  folder.write("c.txt");
+  recording_sink sink;
+  {
+    const auto fault = os::faults::throw_from(Call::rename, vu_file_except("the reason", 3), 2);
+    EXPECT_NO_THROW(adopt());
+    EXPECT_EQ(fault.hits(), 1U);
+  }
+  EXPECT_EQ(index_traces(sink),
+            adoption_texts() + Texts{"Error: synchronizeToFolder : the reason"} + saving_texts());
+  const STGIndex index = [this] {
+    const synchronisation off(false);
+    return Peer::load(folder.path());
+  }();
+  EXPECT_EQ(Peer::lp(index).size(), 1U);
+}
+
+TEST_F(IndexAdoption, EndsAtAnyOtherExceptionWithoutItsText) {
+  const std::exception_ptr exceptions[] = {std::make_exception_ptr(std::runtime_error("text")),
+                                           std::make_exception_ptr(7)};
+  for (const std::exception_ptr& exception : exceptions) {
+    folder.write("a.txt");
+    recording_sink sink;
+    {
+      const auto fault = os::faults::fail_with(Call::rename, exception);
+      EXPECT_NO_THROW(adopt());
+    }
+    EXPECT_EQ(index_traces(sink), (Texts{"Error: synchronizeToFolder : unknown exception"}));
+    EXPECT_FALSE(folder.has_index());
+  }
+}
+
+TEST_F(IndexAdoption, EndsWhenTheListingRaises) {
+  folder.write("a.txt");
+  recording_sink sink;
+  {
+    const auto fault = os::faults::throw_from(Call::list, vu_file_except("listing"));
+    EXPECT_NO_THROW(adopt());
+  }
+  EXPECT_EQ(index_traces(sink), (Texts{"Error: synchronizeToFolder : listing"}));
+  EXPECT_FALSE(folder.has_index());
+}
+
+TEST_F(IndexAdoption, IsRepeatedWhileARenameOfTheCaseAloneDoesNothing) {
+  // As on a system where such a rename succeeds without an effect.
+  folder.write("Report.KDB", "bytes");
+  {
+    const auto fault = os::faults::cut_transfer(Call::rename, 0);
+    adopt();
+    EXPECT_EQ(fault.hits(), 1U);
+  }
+#if defined(_WIN32)
+  // The file is found under either spelling.
+  EXPECT_EQ(folder.index(), "Report.kdb_0000000000/Report.kdb\n");
+#else
+  // The line's file is not there: the entry is not written, and the next load adopts the file.
+  EXPECT_EQ(folder.index(), " ");
+  adopt();
+  EXPECT_EQ(folder.index(), "Report.kdb_0000000000/Report.kdb\n");
+#endif
+}
+
+TEST_F(IndexAdoption, IsSwitchedForTheWholeProcess) {
+  EXPECT_TRUE(Peer::synchronizes());
+  STGIndex::setSynchronizeMode(false);
+  EXPECT_FALSE(Peer::synchronizes());
+  STGIndex::setSynchronizeMode(true);
+  EXPECT_TRUE(Peer::synchronizes());
+}
+
+}  // namespace

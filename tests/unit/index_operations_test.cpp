@@ -1,0 +1,747 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <stdexcept>
+#include <string>
+
+#include "platform/os/os.h"
+#include "tests/support/index_peer.h"
+#include "tests/support/recording_sink.h"
+
+// The public operations, where the seam or the traces show what they do. What a client sees of them:
+// tests/api/index_operations_test.cpp.
+
+namespace {
+
+using os::faults::Call;
+using os::faults::Times;
+using Peer = stg_index_test_peer;
+using NameMap = STGIndex::NameMap;
+using Texts = std::vector<std::string>;
+using vu_host::trace_event;
+
+const os::Status kRefused(5, os::Failure::kOther);
+
+class IndexOperations : public testing::Test {
+ protected:
+  bool index_is_free() const {
+    vu_file file(folder.path(), "index.dat");
+    bool lock_failed = true;
+    EXPECT_TRUE(file.try_open(vu_file::o_append, lock_failed, true));
+    return !lock_failed;
+  }
+  std::string cannot_open(const std::string& logical, const std::string& reason) const {
+    return "STGIndex::exists(): Unable to open index.dat file while checking for existence of " +
+           logical + " in directory " + folder.path() + "\n Reason: " + reason;
+  }
+
+  index_folder folder;
+  synchronisation off{false};
+  std::string physical = "untouched";
+};
+
+// ---- exists ------------------------------------------------------------------------------------
+
+class IndexExists : public IndexOperations {
+ protected:
+  bool exists(const std::string& logical, long ts) {
+    physical = "untouched";
+    return STGIndex::exists(folder.path(), logical, ts, physical);
+  }
+};
+
+TEST_F(IndexExists, AnswersByAFileOfTheLogicalNameWhateverTheIndexSays) {
+  folder.write("a.kdb");
+  folder.write("00000001.kdb");
+  folder.set_index("a.kdb_0000000005/00000001\n");
+  for (const long ts : {5L, 0L, 77L, -1L}) {
+    EXPECT_TRUE(exists("a.kdb", ts)) << ts;
+    EXPECT_EQ(physical, "a.kdb") << ts;
+  }
+}
+
+TEST_F(IndexExists, NeedsNoIndexForAFileOfTheLogicalName) {
+  folder.write("a.kdb");
+  os::faults::reset();
+  EXPECT_TRUE(exists("a.kdb", 5));
+  EXPECT_EQ(os::faults::calls(Call::any), 1U);
+  EXPECT_FALSE(folder.has_index());
+}
+
+TEST_F(IndexExists, TakesTheNameAsItIs) {
+  make_folder(folder.path("sub"));
+  folder.write("sub\\inner.kdb");
+  folder.write("a.kdb");
+  folder.write("index", "00000001");
+  folder.set_index(" ");
+  // A folder, a way through folders, patterns, the index's own files, the folder itself.
+  for (const std::string logical : {"sub", "sub\\inner.kdb", "sub\\..\\a.kdb", "..", "*", "a*",
+                                    "?.kdb", "index", "index.dat", ""}) {
+    EXPECT_TRUE(exists(logical, 1)) << logical;
+    EXPECT_EQ(physical, logical);
+  }
+  for (const std::string logical : {"b*", "??.kdb", "sub\\other", "a.kdb\\x"}) {
+    EXPECT_FALSE(exists(logical, 1)) << logical;
+    EXPECT_EQ(physical, "untouched");
+  }
+}
+
+TEST_F(IndexExists, FindsAnEntryOfTheIndex) {
+  folder.write("00000001.kdb");
+  folder.write("00000002.kdb");
+  folder.set_index("a.kdb_0000000005/00000001\na.kdb_0000000006/00000002\n");
+  EXPECT_TRUE(exists("a.kdb", 5));
+  EXPECT_EQ(physical, "00000001.kdb");
+  EXPECT_TRUE(exists("a.kdb", 6));
+  EXPECT_EQ(physical, "00000002.kdb");
+  EXPECT_FALSE(exists("a.kdb", 7));
+  EXPECT_EQ(physical, "untouched");
+  EXPECT_FALSE(exists("b.kdb", 5));
+  EXPECT_FALSE(exists("xa.kdb", 5));
+  EXPECT_FALSE(exists("a.kd", 5));
+}
+
+TEST_F(IndexExists, MayBeAskedWithOneStringForBothNames) {
+  folder.write("00000001.kdb");
+  folder.set_index("a.kdb_0000000005/00000001\n");
+  std::string name = "a.kdb";
+  EXPECT_TRUE(STGIndex::exists(folder.path(), name, 5, name));
+  EXPECT_EQ(name, "00000001.kdb");
+  EXPECT_TRUE(STGIndex::exists(folder.path(), name, 5, name));
+  EXPECT_EQ(name, "00000001.kdb");
+}
+
+TEST_F(IndexExists, FindsNoEntryWhoseFileHasGone) {
+  folder.set_index("a.kdb_0000000005/00000001\n");
+  EXPECT_FALSE(exists("a.kdb", 5));
+  EXPECT_EQ(physical, "untouched");
+}
+
+TEST_F(IndexExists, NamesTheFileOfALineThatOnlyAnotherFileMakesValid) {
+  // The stored name is there, which makes the line valid; the entry's own file is not.
+  folder.write("00000001");
+  folder.set_index("a.kdb_0000000005/00000001\n");
+  EXPECT_FALSE(exists("a.kdb", 5));
+  EXPECT_EQ(physical, "00000001.kdb");
+}
+
+TEST_F(IndexExists, TakesTheFirstValidLineOfAKey) {
+  folder.write("00000002.kdb");
+  folder.write("00000003.kdb");
+  folder.set_index(
+      "a.kdb_0000000005/00000001\na.kdb_0000000005/00000002\na.kdb_0000000005/00000003\n");
+  EXPECT_TRUE(exists("a.kdb", 5));
+  EXPECT_EQ(physical, "00000002.kdb");
+}
+
+TEST_F(IndexExists, StopsAtAValidLineWhoseFileIsMissing) {
+  folder.write("00000001");
+  folder.write("00000002.kdb");
+  folder.set_index("a.kdb_0000000005/00000001\na.kdb_0000000005/00000002\n");
+  EXPECT_FALSE(exists("a.kdb", 5));
+  EXPECT_EQ(physical, "00000001.kdb");
+}
+
+TEST_F(IndexExists, FindsAFoundFileUnderAnotherTimestampByNoMeans) {
+  folder.write("moved.txt");
+  folder.set_index("notes.txt_0000000000/moved.txt\n");
+  // At timestamp 0 with another stored name the extension is appended: no such file.
+  EXPECT_FALSE(exists("notes.txt", 0));
+  EXPECT_EQ(physical, "moved.txt.txt");
+}
+
+TEST_F(IndexExists, ReadsTimestampsInTheirUnsignedForm) {
+  folder.write("00000001");
+  folder.set_index("a_4294967295/00000001\n");
+  EXPECT_TRUE(exists("a", -1));
+  EXPECT_EQ(physical, "00000001");
+}
+
+TEST_F(IndexExists, ReadsALastLineWithoutALineFeed) {
+  folder.write("00000001");
+  folder.write("00000002");
+  folder.set_index("a_0000000001/00000001\nb_0000000001/00000002");
+  EXPECT_TRUE(exists("b", 1));
+  EXPECT_EQ(physical, "00000002");
+}
+
+TEST_F(IndexExists, IgnoresLinesThatAreNone) {
+  folder.write("00000001");
+  folder.set_index("torn\n/00000001\nx/00000001\n\na_0000000001/00000001\n");
+  EXPECT_TRUE(exists("a", 1));
+  EXPECT_FALSE(exists("x", 1));
+}
+
+TEST_F(IndexExists, FindsNoKeyWithASlash) {
+  folder.write("00000001");
+  folder.set_index("a/b_0000000001/00000001\n");
+  EXPECT_FALSE(exists("a/b", 1));
+  EXPECT_EQ(physical, "untouched");
+}
+
+TEST_F(IndexExists, FindsAKeyThatRanOverTheEndOfALine) {
+  folder.write("00000001");
+  folder.set_index("abc\nkey_0000000001/00000001");
+  EXPECT_TRUE(exists("abc\nkey", 1));
+  EXPECT_EQ(physical, "00000001");
+  EXPECT_TRUE(exists("key", 1));
+  EXPECT_FALSE(exists("abc", 1));
+}
+
+TEST_F(IndexExists, AnswersAsALoadedIndexDoes) {
+  // Every line here is a case of its own; the loaded maps are what it has to agree with.
+  folder.write("00000001.kdb");
+  folder.write("00000002");
+  folder.write("notes.txt");
+  folder.set_index(
+      "a.kdb_0000000001/00000001\n"
+      "a.kdb_0000000001/00000002\n"
+      "b.kdb_0000000001/00000002\n"
+      "c_0000000001/00000002\n"
+      "d.txt_0000000000/notes.txt\n"
+      "e.txt_0000000001/notes\n"
+      "f.kdb_0000000001/none\n"
+      "no slash\n"
+      "g_0000000001/\n"
+      "h_0000000001/..\n"
+      "i_0000000001/*\n"
+      "j_0000000001/00000001.kdb\r\n"
+      "short/00000002\n"
+      "k_0000000001/00000002");
+  const STGIndex index = Peer::load(folder.path());
+  ASSERT_EQ(Peer::lp(index).size(), 9U);
+  for (const std::string logical :
+       {"a.kdb", "b.kdb", "c", "d.txt", "e.txt", "f.kdb", "g", "h", "i", "j", "short", "k"}) {
+    for (const long ts : {0L, 1L}) {
+      const auto entry = Peer::lp(index).find(Peer::entryAndTS(logical, ts));
+      const bool known = entry != Peer::lp(index).end();
+      const std::string name = known ? Peer::pName(entry) : "untouched";
+      const bool expected = known && vu_file::exists(folder.path(name));
+      EXPECT_EQ(exists(logical, ts), expected) << logical;
+      EXPECT_EQ(physical, name) << logical;
+    }
+  }
+}
+
+TEST_F(IndexExists, OnlyReadsWhereThereIsAnIndex) {
+  const synchronisation on(true);
+  folder.write("00000001.kdb", "data");
+  folder.write("stray.TXT", "unknown to the index");
+  folder.set_index("gone_0000000001/00000009\na.kdb_0000000005/00000001\ntorn");
+  for (const std::string& name : folder.names()) set_modify_time(folder.path(name), 1000);
+  const auto before = folder.state();
+  os::faults::reset();
+  EXPECT_TRUE(exists("a.kdb", 5));
+  EXPECT_FALSE(exists("a.kdb", 6));
+#if defined(_WIN32)
+  EXPECT_TRUE(exists("stray.txt", 0));  // by the file itself, whatever the case
+#else
+  EXPECT_FALSE(exists("stray.txt", 0));
+#endif
+  EXPECT_EQ(folder.state(), before);
+  for (const Call call : {Call::write, Call::set_end, Call::flush, Call::rename,
+                          Call::make_writable, Call::remove_file, Call::list}) {
+    EXPECT_EQ(os::faults::calls(call), 0U) << os::faults::name(call);
+  }
+}
+
+TEST_F(IndexExists, MakesAMissingIndexFirst) {
+  EXPECT_FALSE(exists("a.kdb", 5));
+  EXPECT_EQ(folder.index(), " ");
+}
+
+TEST_F(IndexExists, AdoptsWhereItMakesTheIndex) {
+  const synchronisation on(true);
+  folder.write("Report.KDB");
+  EXPECT_TRUE(exists("Report.kdb", 0));
+  EXPECT_EQ(physical, "Report.kdb");
+#if !defined(_WIN32)
+  // On Windows the file answers by itself, and there is no need for an index.
+  EXPECT_EQ(folder.index(), "Report.kdb_0000000000/Report.kdb\n");
+#endif
+}
+
+TEST_F(IndexExists, WarnsWhenTheIndexCannotBeOpened) {
+  folder.write("00000001.kdb");
+  folder.set_index("a.kdb_0000000005/00000001\n");
+  recording_sink sink;
+  const auto fault = os::faults::fail(Call::open, kRefused);
+  EXPECT_FALSE(exists("a.kdb", 5));
+  EXPECT_EQ(physical, "untouched");
+  EXPECT_EQ(index_traces(sink),
+            (Texts{"Warning: " + cannot_open("a.kdb", "throw exception on open")}));
+}
+
+TEST_F(IndexExists, WarnsWhenAFolderTakesTheIndexsName) {
+  make_folder(folder.path("index.dat"));
+  recording_sink sink;
+  EXPECT_FALSE(exists("a.kdb", 5));
+  EXPECT_EQ(index_traces(sink),
+            (Texts{"Warning: " + cannot_open("a.kdb", "throw exception on open")}));
+}
+
+TEST_F(IndexExists, TracesTheTextOfTheExceptionThatTheOpeningRaised) {
+  folder.set_index(" ");
+  recording_sink sink;
+  const auto fault = os::faults::throw_from(Call::open, vu_file_except("the reason", 9));
+  EXPECT_FALSE(exists("some name.kdb", 5));
+  EXPECT_EQ(index_traces(sink), (Texts{"Warning: " + cannot_open("some name.kdb", "the reason")}));
+}
+
+TEST_F(IndexExists, SaysWhatIsWrongInAFolderThatIsMissing) {
+  const std::string missing = folder.path("missing");
+  recording_sink sink;
+  EXPECT_FALSE(STGIndex::exists(missing, "a.kdb", 5, physical));
+  EXPECT_EQ(physical, "untouched");
+  EXPECT_EQ(index_traces(sink),
+            (Texts{"Error: STGIndex::STGIndex() : the folder " + missing + " doesn't exist !!!",
+                   "M:  STGIndex: (begin) updating index.dat ...", "M:   folder : " + missing,
+                   "Warning: STGIndex::~STGIndex(): Unable to create/update index.dat - please "
+                   "verify that you have write access and disk is not full.\n Reason: throw "
+                   "exception on open",
+                   "Warning: STGIndex::exists(): Unable to open index.dat file while checking for "
+                   "existence of a.kdb in directory " +
+                       missing + "\n Reason: throw exception on open"}));
+  EXPECT_FALSE(folder.has("missing"));
+}
+
+TEST_F(IndexExists, LetsOtherExceptionsOfTheOpeningPass) {
+  folder.set_index(" ");
+  const auto fault = os::faults::throw_from(Call::open, std::bad_alloc());
+  EXPECT_THROW(exists("a.kdb", 5), std::bad_alloc);
+}
+
+TEST_F(IndexExists, LetsAFailedReadPass) {
+  folder.set_index("a.kdb_0000000005/00000001\n");
+  recording_sink sink;
+  {
+    const auto fault = os::faults::fail(Call::read, kRefused);
+    try {
+      exists("a.kdb", 5);
+      ADD_FAILURE() << "nothing was raised";
+    } catch (const vu_file_except& e) {
+      EXPECT_EQ(e.what(), "throw exception on read");
+    }
+  }
+  EXPECT_EQ(physical, "untouched");
+  EXPECT_EQ(index_traces(sink), Texts{});
+  EXPECT_TRUE(index_is_free());
+}
+
+TEST_F(IndexExists, TracesNothingWhereAllIsWell) {
+  folder.write("00000001.kdb");
+  folder.set_index("a.kdb_0000000005/00000001\n");
+  recording_sink sink;
+  EXPECT_TRUE(exists("a.kdb", 5));
+  EXPECT_FALSE(exists("b.kdb", 5));
+  EXPECT_EQ(index_traces(sink), Texts{});
+}
+
+/// How many calls of the seam a question takes in a folder of so many entries. Of all their files only
+/// two are there: the others are none of its business.
+std::uint64_t calls_to_ask(int entries, const std::string& logical, bool expected) {
+  const index_folder folder;
+  std::string text;
+  for (int i = 1; i <= entries; ++i) {
+    const std::string number = std::to_string(10000000 + i);
+    if (i == 7 || i == 1999) folder.write(number + ".kdb");
+    text += "doc" + number + ".kdb_0000000001/" + number + "\n";
+  }
+  folder.set_index(text);
+  std::string physical;
+  os::faults::reset();
+  EXPECT_EQ(STGIndex::exists(folder.path(), logical, 1, physical), expected);
+  return os::faults::calls(Call::any);
+}
+
+TEST_F(IndexExists, TakesAtMostTenCallsHoweverManyEntriesThereAre) {
+  const std::uint64_t few = calls_to_ask(10, "doc10000007.kdb", true);
+  EXPECT_LE(few, 10U);
+  EXPECT_EQ(calls_to_ask(2000, "doc10000007.kdb", true), few);
+  EXPECT_EQ(calls_to_ask(2000, "doc10001999.kdb", true), few);
+}
+
+TEST_F(IndexExists, TakesNoMoreCallsForWhatIsNotThere) {
+  const std::uint64_t few = calls_to_ask(10, "nothing.kdb", false);
+  EXPECT_LE(few, 10U);
+  EXPECT_EQ(calls_to_ask(2000, "nothing.kdb", false), few);
+}
+
+TEST_F(IndexExists, ReadsManyLinesWithoutASlashOnce) {
+  folder.write("00000001.kdb");
+  folder.set_index(std::string(300000, '\n') + "a.kdb_0000000005/00000001\n");
+  os::faults::reset();
+  EXPECT_TRUE(exists("a.kdb", 5));
+  EXPECT_LE(os::faults::calls(Call::any), 10U);
+  EXPECT_FALSE(exists("\n\na.kdb", 5));
+}
+
+// ---- create and getPhysicalName ----------------------------------------------------------------
+
+class IndexCreating : public IndexOperations {};
+
+TEST_F(IndexCreating, WritesTheIndexBeforeItReturns) {
+  recording_sink sink;
+  EXPECT_EQ(STGIndex::create(folder.path(), "a.kdb", 5), "00000001.kdb");
+  EXPECT_EQ(folder.index(), "a.kdb_0000000005/00000001\n");
+  EXPECT_EQ(folder.read("00000001.kdb"), "");
+  EXPECT_EQ(sink.count(trace_event::error), 0U);
+  EXPECT_TRUE(index_is_free());
+}
+
+TEST_F(IndexCreating, ChangesNothingWhereTheEntryExists) {
+  folder.write("00000001.kdb", "data");
+  folder.write("index", "00000001");
+  folder.set_index("a.kdb_0000000005/00000001\n");
+  set_modify_time(folder.path("index.dat"), 1000);
+  const auto before = folder.state();
+  EXPECT_EQ(STGIndex::create(folder.path(), "a.kdb", 5), "00000001.kdb");
+  EXPECT_EQ(folder.state(), before);
+}
+
+TEST_F(IndexCreating, GivesTheNameOfAFileThatBearsTheLogicalName) {
+  folder.write("a.kdb");
+  EXPECT_EQ(STGIndex::create(folder.path(), "a.kdb", 5), "a.kdb");
+  EXPECT_EQ(STGIndex::getPhysicalName(folder.path(), "a.kdb"), "a.kdb");
+  EXPECT_EQ(folder.names(), (Texts{"a.kdb"}));
+}
+
+TEST_F(IndexCreating, MakesTheFileThatOnlyTheLineHad) {
+  folder.write("00000001", "stored");
+  folder.set_index("a.kdb_0000000005/00000001\n");
+  EXPECT_EQ(STGIndex::create(folder.path(), "a.kdb", 5), "00000001.kdb");
+  EXPECT_EQ(folder.read("00000001.kdb"), "");
+  EXPECT_EQ(folder.index(), "a.kdb_0000000005/00000001\n");
+}
+
+TEST_F(IndexCreating, DrawsANewNumberWhereTheFileHasGone) {
+  EXPECT_EQ(STGIndex::create(folder.path(), "a.kdb", 5), "00000001.kdb");
+  folder.erase("00000001.kdb");
+  EXPECT_EQ(STGIndex::create(folder.path(), "a.kdb", 5), "00000002.kdb");
+  EXPECT_EQ(folder.index(), "a.kdb_0000000005/00000002\n");
+}
+
+TEST_F(IndexCreating, RaisesInAFolderThatIsMissing) {
+  EXPECT_THROW(STGIndex::create(folder.path("missing"), "a.kdb", 5), vu_file_except);
+  EXPECT_THROW(STGIndex::getPhysicalName(folder.path("missing"), "a.kdb"), vu_file_except);
+  EXPECT_THROW(STGIndex::getPhysicalPath(folder.path("missing"), "a.kdb"), vu_file_except);
+}
+
+TEST_F(IndexCreating, RaisesWhereTheIndexCannotBeOpened) {
+  folder.set_index(" ");
+  recording_sink sink;
+  const auto fault = os::faults::fail(Call::open, kRefused, 1, Times::kLasting);
+  EXPECT_THROW(STGIndex::create(folder.path(), "a.kdb", 5), vu_file_except);
+  EXPECT_EQ(sink.count(trace_event::warning, cannot_open("a.kdb", "throw exception on open")), 1U);
+}
+
+TEST_F(IndexCreating, RaisesWhatTheRewriteRaises) {
+  folder.set_index(" ");
+  {
+    // Read before: by the question whether it exists, by loading; the counter is empty.
+    const auto fault = os::faults::fail(Call::read, kRefused, 3);
+    EXPECT_THROW(STGIndex::create(folder.path(), "a.kdb", 5), vu_file_except);
+    EXPECT_EQ(fault.hits(), 1U);
+  }
+  EXPECT_TRUE(index_is_free());
+  EXPECT_EQ(folder.index(), " ");
+  EXPECT_TRUE(folder.has("00000001.kdb"));
+}
+
+TEST_F(IndexCreating, LosesNothingBetweenManyCalls) {
+  for (int i = 0; i < 50; ++i) {
+    const std::string logical = "doc" + std::to_string(i % 10) + ".kdb";
+    const std::string name = STGIndex::create(folder.path(), logical, i / 10);
+    write_file(folder.path(name), logical + std::to_string(i / 10));
+  }
+  EXPECT_EQ(folder.read("index"), "00000050");
+  for (int i = 0; i < 50; ++i) {
+    const std::string logical = "doc" + std::to_string(i % 10) + ".kdb";
+    ASSERT_TRUE(STGIndex::exists(folder.path(), logical, i / 10, physical));
+    EXPECT_EQ(folder.read(physical), logical + std::to_string(i / 10));
+  }
+}
+
+// ---- remove and rename -------------------------------------------------------------------------
+
+class IndexChanging : public IndexOperations {};
+
+TEST_F(IndexChanging, RemovesAnEntryAndWritesTheIndex) {
+  folder.write("00000001.kdb");
+  folder.write("00000002.kdb");
+  folder.set_index("a.kdb_0000000005/00000001\nb.kdb_0000000005/00000002\n");
+  STGIndex::remove(folder.path(), "a.kdb", 5);
+  EXPECT_EQ(folder.index(), "b.kdb_0000000005/00000002\n");
+  EXPECT_FALSE(folder.has("00000001.kdb"));
+  STGIndex::remove(folder.path(), "b.kdb", 5);
+  EXPECT_EQ(folder.index(), " ");
+}
+
+TEST_F(IndexChanging, RemovesNoFileThatOnlyBearsTheLogicalName) {
+  folder.write("a.kdb");
+  folder.set_index(" ");
+  STGIndex::remove(folder.path(), "a.kdb", 0);
+  EXPECT_TRUE(folder.has("a.kdb"));
+}
+
+TEST_F(IndexChanging, RemovesAnAdoptedFile) {
+  const synchronisation on(true);
+  folder.write("a.kdb");
+  STGIndex::remove(folder.path(), "a.kdb", 0);
+  EXPECT_EQ(folder.names(), (Texts{"index.dat"}));
+  EXPECT_EQ(folder.index(), " ");
+}
+
+TEST_F(IndexChanging, RenamesNothingOntoItself) {
+  os::faults::reset();
+  recording_sink sink;
+  STGIndex::rename(folder.path("missing"), "a", 1, "a", 1);
+  STGIndex::rename(folder.path(), "a", 1, "a", 1);
+  EXPECT_EQ(os::faults::calls(Call::any), 0U);
+  EXPECT_EQ(index_traces(sink), Texts{});
+  EXPECT_FALSE(folder.has_index());
+}
+
+TEST_F(IndexChanging, ComparesTimestampsIn32Bits) {
+  folder.write("00000001");
+  folder.set_index("a_2147483647/00000001\n");
+  os::faults::reset();
+  // Equal already where `long` has 32 bits.
+  STGIndex::rename(folder.path(), "a", 2147483647, "a", std::numeric_limits<long>::max());
+  EXPECT_EQ(os::faults::calls(Call::any), 0U);
+  EXPECT_EQ(folder.index(), "a_2147483647/00000001\n");
+}
+
+TEST_F(IndexChanging, RenamesAnEntryAndWritesTheIndex) {
+  folder.write("00000001.kdb", "bytes");
+  folder.write("00000002.kdb", "other");
+  folder.write("index", "00000002");
+  folder.set_index("a.kdb_0000000001/00000001\nb.kdb_0000000002/00000002\n");
+  STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 2);
+  EXPECT_EQ(folder.index(), "b.kdb_0000000002/00000003\n");
+  EXPECT_EQ(folder.read("00000003.kdb"), "bytes");
+  EXPECT_EQ(folder.names(), (Texts{"00000003.kdb", "index", "index.dat"}));
+  EXPECT_EQ(folder.read("index"), "00000003");
+}
+
+TEST_F(IndexChanging, LeavesARenameThatFailedAsItWas) {
+  folder.write("00000001.kdb", "bytes");
+  folder.write("index", "00000001");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  recording_sink sink;
+  const auto fault = os::faults::fail(Call::copy, kRefused);
+  EXPECT_NO_THROW(STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 2));
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\n");
+  EXPECT_EQ(sink.count(trace_event::error,
+                       "STGIndex: rename: copy failed: " + folder.path("00000001.kdb")),
+            1U);
+}
+
+// ---- queries -----------------------------------------------------------------------------------
+
+class IndexQueries : public IndexOperations {
+ protected:
+  /// Every query in turn, with its name.
+  std::vector<std::pair<std::string, std::function<void(const std::string&)>>> all_queries() {
+    return {
+        {"lastVersion",
+         [](const std::string& path) {
+           long ts = 0;
+           STGIndex::lastVersion(path, "a.kdb", ts);
+         }},
+        {"plValues", [this](const std::string& path) { STGIndex::plValues(path, out); }},
+        {"lpValues", [this](const std::string& path) { STGIndex::lpValues(path, out); }},
+        {"getCategories", [this](const std::string& path) { STGIndex::getCategories(path, out); }},
+        {"getVUDocs", [this](const std::string& path) { STGIndex::getVUDocs(path, out); }}};
+  }
+
+  NameMap out;
+};
+
+TEST_F(IndexQueries, WriteNothingWhereNothingIsUnknown) {
+  folder.write("00000001.kdb");
+  folder.set_index("a.kdb_0000000001/00000001\ngone_0000000001/00000002\n");
+  set_modify_time(folder.path("index.dat"), 1000);
+  const auto before = folder.state();
+  for (const bool on : {false, true}) {
+    const synchronisation mode(on);
+    for (const auto& [name, query] : all_queries()) {
+      query(folder.path());
+      EXPECT_EQ(folder.state(), before) << name;
+    }
+  }
+}
+
+TEST_F(IndexQueries, MakeNoIndexWithTheSwitchOff) {
+  folder.write("stray.txt");
+  for (const auto& [name, query] : all_queries()) {
+    query(folder.path());
+    EXPECT_EQ(folder.names(), (Texts{"stray.txt"})) << name;
+  }
+}
+
+TEST_F(IndexQueries, AdoptUnknownFilesWithTheSwitchOn) {
+  const synchronisation on(true);
+  for (const auto& [name, query] : all_queries()) {
+    const index_folder fresh;
+    fresh.write("stray.txt");
+    query(fresh.path());
+    EXPECT_EQ(fresh.index(), "stray.txt_0000000000/stray.txt\n") << name;
+  }
+}
+
+TEST_F(IndexQueries, TraceAFolderThatIsMissing) {
+  for (const auto& [name, query] : all_queries()) {
+    recording_sink sink;
+    out = {{"old", "content"}};
+    query(folder.path("missing"));
+    EXPECT_EQ(index_traces(sink), (Texts{"Error: STGIndex::STGIndex() : the folder " +
+                                         folder.path("missing") + " doesn't exist !!!"}))
+        << name;
+    if (name != "lastVersion") {
+      EXPECT_TRUE(out.empty()) << name;
+    }
+  }
+}
+
+TEST_F(IndexQueries, RaiseWhereTheIndexCannotBeOpenedOrRead) {
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  for (const Call call : {Call::open, Call::read}) {
+    for (const auto& [name, query] : all_queries()) {
+      const auto fault = os::faults::fail(call, kRefused);
+      EXPECT_THROW(query(folder.path()), vu_file_except) << name;
+    }
+  }
+  EXPECT_TRUE(index_is_free());
+}
+
+TEST_F(IndexQueries, ClearTheMapAlsoWhenTheyRaise) {
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  for (const auto& [name, query] : all_queries()) {
+    out = {{"old", "content"}};
+    const auto fault = os::faults::fail(Call::open, kRefused);
+    EXPECT_THROW(query(folder.path()), vu_file_except) << name;
+    if (name != "lastVersion") {
+      EXPECT_TRUE(out.empty()) << name;
+    }
+  }
+}
+
+TEST_F(IndexQueries, RaiseWhatTheRewriteOfAnAdoptionRaises) {
+  const synchronisation on(true);
+  for (const auto& [name, query] : all_queries()) {
+    const index_folder fresh;
+    fresh.set_index(" ");
+    fresh.write("stray.txt");
+    // The first read loads.
+    const auto fault = os::faults::fail(Call::read, kRefused, 2);
+    EXPECT_THROW(query(fresh.path()), vu_file_except) << name;
+    EXPECT_EQ(fault.hits(), 1U) << name;
+    EXPECT_EQ(fresh.index(), " ") << name;
+  }
+}
+
+// ---- scopes ------------------------------------------------------------------------------------
+
+TEST_F(IndexQueries, OpenScopesOfTheirOwnLikeEveryOtherMember) {
+  const synchronisation on(true);
+  folder.write("stray.txt");
+  recording_sink sink;
+  {
+    std::string name;
+    long ts = 0;
+    STGIndex::AgeMap kept;
+    STGIndex::exists(folder.path(), "a", 1, name);
+    STGIndex::getPhysicalPath(folder.path(), "a");
+    STGIndex::create(folder.path(), "b", 1);
+    STGIndex::rename(folder.path(), "b", 1, "c", 1);
+    STGIndex::remove(folder.path(), "c", 1);
+    STGIndex::lastVersion(folder.path(), "a", ts);
+    STGIndex::plValues(folder.path(), out);
+    STGIndex::lpValues(folder.path(), out);
+    STGIndex::getCategories(folder.path(), out);
+    STGIndex::getVUDocs(folder.path(), out);
+    STGIndex::updateIndexFile(folder.path());
+    STGIndex::cleanOutOfDateOutput(folder.path(), 4000000000U, kept, false);
+    STGIndex::cleanAllOutput(folder.path());
+    STGIndex::cleanOutputDirectories(folder.path(), "a", nullptr);
+    STGIndex::migrateInboxRead("");
+  }
+  std::string seen;
+  for (const traced& each : sink.all()) {
+    if (each.kind == traced::kind_t::scope && each.source == "stg_index") seen += each.signature + "\n";
+  }
+  for (const char* const member :
+       {"STGIndex", "~STGIndex", "_contains", "_create", "_remove", "_rename", "newIndex",
+        "alreadyInMaps", "add_not_referenced_entry", "synchronizeToFolder", "saveIndexFile", "exists",
+        "create", "remove", "rename", "lastVersion", "plValues", "lpValues", "getCategories",
+        "getVUDocs", "getPhysicalName", "getPhysicalPath", "updateIndexFile", "checkIndexFile",
+        "cleanOutOfDateOutput", "cleanAllOutput", "cleanOutputDirectories", "migrateInboxRead"}) {
+    EXPECT_NE(seen.find("STGIndex::" + std::string(member) + "("), std::string::npos) << member;
+  }
+  // The small functions on names trace nothing.
+  sink.clear();
+  std::string name = "a%20b";
+  STGIndex::UnescapeVU(name);
+  STGIndex::iSsambaOrT101(name);
+  Peer::entryOnly(Peer::entryAndTS(name, Peer::tsOnly("0000000001")));
+  Peer::extension(name);
+  EXPECT_EQ(sink.count(), 0U);
+}
+
+// ---- the index file itself ---------------------------------------------------------------------
+
+class IndexUpdating : public IndexOperations {};
+
+TEST_F(IndexUpdating, ForcesTheRewrite) {
+  folder.write("00000001.kdb");
+  folder.set_index("gone_0000000001/00000002\na.kdb_0000000001/00000001");
+  recording_sink sink;
+  STGIndex::updateIndexFile(folder.path());
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\n");
+  EXPECT_EQ(index_traces(sink),
+            (Texts{"M:  STGIndex: (begin) updating index.dat ...", "M:   folder : " + folder.path(),
+                   "M:  STGIndex: (end) index.dat is uptodate", "M:   folder : " + folder.path()}));
+}
+
+TEST_F(IndexUpdating, MakesAMissingIndexOfOneBlank) {
+  folder.write("stray.txt");
+  STGIndex::updateIndexFile(folder.path());
+  EXPECT_EQ(folder.index(), " ");
+}
+
+TEST_F(IndexUpdating, MakesAMissingIndexOfTheFilesThereAreWithTheSwitchOn) {
+  const synchronisation on(true);
+  folder.write("stray.txt");
+  folder.write("00000001.kdb");
+  STGIndex::updateIndexFile(folder.path());
+  EXPECT_EQ(folder.index(),
+            "00000001.kdb_0000000000/00000001.kdb\nstray.txt_0000000000/stray.txt\n");
+}
+
+TEST_F(IndexUpdating, ChecksOnlyWhetherTheIndexIsThere) {
+  const synchronisation on(true);
+  folder.write("stray.txt");
+  folder.set_index("torn");
+  os::faults::reset();
+  Peer::checkIndexFile(folder.path());
+  EXPECT_EQ(os::faults::calls(Call::any), 1U);
+  EXPECT_EQ(folder.index(), "torn");
+  folder.erase("index.dat");
+  Peer::checkIndexFile(folder.path());
+  EXPECT_EQ(folder.index(), "stray.txt_0000000000/stray.txt\n");
+}
+
+TEST_F(IndexUpdating, WarnsOnlyInAFolderThatIsMissing) {
+  recording_sink sink;
+  EXPECT_NO_THROW(STGIndex::updateIndexFile(folder.path("missing")));
+  EXPECT_EQ(sink.count(trace_event::warning,
+                       "STGIndex::~STGIndex(): Unable to create/update index.dat - please verify "
+                       "that you have write access and disk is not full.\n Reason: throw exception "
+                       "on open"),
+            1U);
+}
+
+}  // namespace

@@ -1,0 +1,291 @@
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "index/read_list.h"
+#include "platform/os/os.h"
+#include "tests/support/index_peer.h"
+#include "tests/support/recording_sink.h"
+
+// A user's list of read mails: its lines, the names they make up, and how it is loaded and saved.
+
+namespace {
+
+using os::faults::Call;
+using Texts = std::vector<std::string>;
+using vu_host::trace_event;
+
+const os::Status kRefused(5, os::Failure::kOther);
+
+// ---- names -------------------------------------------------------------------------------------
+
+TEST(ReadListName, IsMadeOfFiveFields) {
+  EXPECT_EQ(ReadList::name_of("x\tA%20B\tB\tf4\tf5\tf6\t"), "f4#f5#x#A%20B.kdb");
+  EXPECT_EQ(ReadList::name_of("1\t2\tA\t4\t5\t6\t"), "4#5#1#2.kda");
+  EXPECT_EQ(ReadList::name_of("1\t2\tA\t4\t5\tsomething else\tmore\tand more"), "4#5#1#2.kda");
+}
+
+TEST(ReadListName, EndsInAnExtensionByTheThirdFieldsFirstCharacter) {
+  for (int code = 1; code < 256; ++code) {
+    const char kind = static_cast<char>(static_cast<unsigned char>(code));
+    if (kind == '\t') continue;
+    std::string extension = ".kdg";
+    if (kind == 'A') extension = ".kda";
+    if (kind == 'B') extension = ".kdb";
+    if (kind == 'H' || kind == 'R' || kind == 'T') extension = ".kdc";
+    if (kind == 'N') extension = ".kdd";
+    if (kind == 'U') extension = ".kde";
+    if (kind == 'Z') extension = ".kdf";
+    const std::string tail = "\t4\t5\t6\t";
+    EXPECT_EQ(ReadList::name_of("1\t2\t" + std::string(1, kind) + tail), "4#5#1#2" + extension) << code;
+    EXPECT_EQ(ReadList::name_of("1\t2\t" + std::string(1, kind) + "AB" + tail), "4#5#1#2" + extension)
+        << code;
+  }
+}
+
+TEST(ReadListName, IsEmptyWithFewerThanSixTabs) {
+  for (const char* const line : {"", "x", "\t", "1\t2\tA\t4\t5\t6", "1\t2\tA\t4\t5", "1\t2\tA\t4\t5\t",
+                                 "\t\t\t\t\t\t", "no tabs at all"}) {
+    EXPECT_EQ(ReadList::name_of(line), "") << line;
+  }
+}
+
+TEST(ReadListName, LooksForTheFirstTabBehindTheFirstCharacter) {
+  // A tab at the very start is a character of the first field.
+  EXPECT_EQ(ReadList::name_of("\tab\t2\tB\t4\t5\t6\t"), "4#5#\tab#2.kdb");
+  EXPECT_EQ(ReadList::name_of("\t\t2\tB\t4\t5\t6\t"), "4#5#\t#2.kdb");
+}
+
+TEST(ReadListName, LooksForEachFurtherTabTwoPositionsOn) {
+  // A tab right behind another one is a character of the field that it would have ended.
+  EXPECT_EQ(ReadList::name_of("x\t\tB\tf4\tf5\tf6\tf7\t"), "f5#f6#x#\tB.kdg");
+  EXPECT_EQ(ReadList::name_of("1\t2\t\tA\t4\t5\t6\t"), "4#5#1#2.kdg");
+  EXPECT_EQ(ReadList::name_of("1\t2\tA\t\t4\t5\t6\t"), "\t4#5#1#2.kda");
+  EXPECT_EQ(ReadList::name_of("1\t2\tA\t4\t5\t\t"), "");
+  EXPECT_EQ(ReadList::name_of("1\t2\tA\t4\t5\t\t\t"), "4#5#1#2.kda");
+  EXPECT_EQ(ReadList::name_of("\t\t\t\t\t\t\t\t\t\t\t\t"), "\t#\t#\t#\t.kdg");
+}
+
+// ---- loading and saving ------------------------------------------------------------------------
+
+class ReadListFile : public testing::Test {
+ protected:
+  /// Loads a text and saves it.
+  std::string rewritten(const std::string& text) {
+    folder.write("read.txt", text);
+    { ReadList list(folder.path(), "read.txt"); }
+    return folder.read("read.txt");
+  }
+  bool list_is_free() const {
+    vu_file file(folder.path(), "read.txt");
+    bool lock_failed = true;
+    EXPECT_TRUE(file.try_open(vu_file::o_append, lock_failed, true));
+    return !lock_failed;
+  }
+
+  index_folder folder;
+  const std::string a = "1\t2\tA\ta\t5\t6\t";  // a#5#1#2.kda
+  const std::string b = "1\t2\tA\tb\t5\t6\t";
+  const std::string c = "1\t2\tA\tc\t5\t6\t";
+};
+
+TEST_F(ReadListFile, KeepsItsLinesInTheOrderOfTheirNames) {
+  EXPECT_EQ(rewritten(c + "\n" + a + "\n" + b + "\n"), a + "\n" + b + "\n" + c + "\n");
+}
+
+TEST_F(ReadListFile, KeepsWholeLines) {
+  const std::string long_line = a + "more\tfields with blanks \r";
+  EXPECT_EQ(rewritten(long_line + "\n"), long_line + "\n");
+}
+
+TEST_F(ReadListFile, KeepsNoLineWithoutAName) {
+  EXPECT_EQ(rewritten("no tabs\n" + b + "\n\n1\t2\tA\t4\t5\t6\n" + a + "\n"), a + "\n" + b + "\n");
+}
+
+TEST_F(ReadListFile, KeepsTheFirstOfTwoLinesWithOneName) {
+  const std::string first = a + "first";
+  const std::string second = a + "second";
+  EXPECT_EQ(rewritten(b + "\n" + first + "\n" + second + "\n"), first + "\n" + b + "\n");
+  EXPECT_EQ(rewritten(second + "\n" + first + "\n"), second + "\n");
+}
+
+TEST_F(ReadListFile, TakesTheLastCharacterOffAFinalLineWithoutALineFeed) {
+  EXPECT_EQ(rewritten(a + "\n" + b + "X"), a + "\n" + b + "\n");
+  EXPECT_EQ(rewritten(a + "\n" + b + "XY"), a + "\n" + b + "X\n");
+  // The character may be the tab that made it a line.
+  EXPECT_EQ(rewritten(a + "\n" + b), a + "\n");
+  EXPECT_EQ(rewritten(a + "\nX"), a + "\n");
+}
+
+TEST_F(ReadListFile, LoadsNoLineFromATextWithoutALineFeed) {
+  EXPECT_EQ(rewritten(a), "");
+  EXPECT_EQ(rewritten(a + "X"), "");
+  EXPECT_EQ(rewritten(""), "");
+}
+
+TEST_F(ReadListFile, OfLineFeedsAloneIsEmpty) {
+  EXPECT_EQ(rewritten("\n"), "");
+  EXPECT_EQ(rewritten("\n\n\n"), "");
+}
+
+TEST_F(ReadListFile, IsStableOnceWritten) {
+  const std::string once = rewritten(c + "\n\n" + a + "1\n" + b + "\n" + a + "2\nrest");
+  EXPECT_EQ(rewritten(once), once);
+}
+
+TEST_F(ReadListFile, IsMadeWhenItIsMissing) {
+  { ReadList list(folder.path(), "00000001.txt"); }
+  EXPECT_EQ(folder.names(), (Texts{"00000001.txt"}));
+  EXPECT_EQ(folder.read("00000001.txt"), "");
+}
+
+TEST_F(ReadListFile, IsNotHeldOpenInBetween) {
+  folder.write("read.txt", a + "\n");
+  const ReadList list(folder.path(), "read.txt");
+  EXPECT_TRUE(list_is_free());
+}
+
+TEST_F(ReadListFile, UnescapesTheSecondFieldOfALine) {
+  folder.write("read.txt", "x\tA%20B\tB\tf4\tf5\tf6\t\n" + a + "\n");
+  {
+    ReadList list(folder.path(), "read.txt");
+    list.unescape("f4#f5#x#A%20B.kdb");
+  }
+  // It keeps the place of its old name.
+  EXPECT_EQ(folder.read("read.txt"), a + "\nx\tA B\tB\tf4\tf5\tf6\t\n");
+}
+
+TEST_F(ReadListFile, UnescapesNothingElse) {
+  folder.write("read.txt", "%41\tA+B.c%20\tB%41\tf+4\tf%205\t%41\t%41\n");
+  {
+    ReadList list(folder.path(), "read.txt");
+    list.unescape("f+4#f%205#%41#A+B.c%20.kdb");
+    list.unescape("nobody");
+    list.unescape("");
+  }
+  EXPECT_EQ(folder.read("read.txt"), "%41\tA B.c%20\tB%41\tf+4\tf%205\t%41\t%41\n");
+}
+
+TEST_F(ReadListFile, UnescapesByTheTabsThatItFinds) {
+  folder.write("read.txt", "\tx\t\t%41\tB\tf4\tf5\tf6\t\n");
+  {
+    ReadList list(folder.path(), "read.txt");
+    list.unescape("f4#f5#\tx#\t%41.kdb");
+  }
+  EXPECT_EQ(folder.read("read.txt"), "\tx\t\tA\tB\tf4\tf5\tf6\t\n");
+}
+
+TEST_F(ReadListFile, UnescapesALineAsOftenAsItIsAsked) {
+  folder.write("read.txt", "x\tA%2520B\tB\tf4\tf5\tf6\t\n");
+  {
+    ReadList list(folder.path(), "read.txt");
+    list.unescape("f4#f5#x#A%2520B.kdb");
+    list.unescape("f4#f5#x#A%2520B.kdb");
+  }
+  EXPECT_EQ(folder.read("read.txt"), "x\tA B\tB\tf4\tf5\tf6\t\n");
+}
+
+TEST_F(ReadListFile, TakesAFieldThatUnescapingEmpties) {
+  folder.write("read.txt", "x\t%2\tB\tf4\tf5\tf6\t\n");
+  {
+    ReadList list(folder.path(), "read.txt");
+    list.unescape("f4#f5#x#%2.kdb");
+  }
+  EXPECT_EQ(folder.read("read.txt"), "x\t\tB\tf4\tf5\tf6\t\n");
+}
+
+TEST_F(ReadListFile, CanBeAskedAgainForALineThatUnescapingMadeShorter) {
+  // Emptied, the field begins with the tab behind it, and no six tabs are found in the line any more.
+  folder.write("read.txt", "x\t%2\tB\tf4\tf5\tf6\t\n");
+  {
+    ReadList list(folder.path(), "read.txt");
+    list.unescape("f4#f5#x#%2.kdb");
+    EXPECT_NO_THROW(list.unescape("f4#f5#x#%2.kdb"));
+  }
+  EXPECT_EQ(folder.read("read.txt"), "x\t\tB\tf4\tf5\tf6\t\n");
+}
+
+// ---- failures ----------------------------------------------------------------------------------
+
+TEST_F(ReadListFile, ThatCannotBeLoadedIsNeverSaved) {
+  const std::string text = b + "\n" + a + "\n";
+  folder.write("read.txt", text);
+  for (const Call call : {Call::open, Call::read}) {
+    const auto fault = os::faults::fail(call, kRefused);
+    EXPECT_THROW({ const ReadList list(folder.path(), "read.txt"); }, vu_file_except);
+    EXPECT_EQ(folder.read("read.txt"), text);
+  }
+  {
+    const auto fault = os::faults::throw_from(Call::stat, std::bad_alloc());
+    EXPECT_THROW({ const ReadList list(folder.path(), "read.txt"); }, std::bad_alloc);
+  }
+  EXPECT_EQ(folder.read("read.txt"), text);
+  EXPECT_TRUE(list_is_free());
+}
+
+TEST_F(ReadListFile, ThatCannotBeSavedRaises) {
+  folder.write("read.txt", a + "\n");
+  recording_sink sink;
+  const auto fault = os::faults::fail(Call::open, kRefused, 2);
+  try {
+    { const ReadList list(folder.path(), "read.txt"); }
+    ADD_FAILURE() << "nothing was raised";
+  } catch (const vu_file_except& e) {
+    EXPECT_EQ(e.what(), "throw exception on open");
+  }
+  EXPECT_EQ(folder.read("read.txt"), a + "\n");
+  EXPECT_EQ(index_traces(sink), Texts{});
+}
+
+TEST_F(ReadListFile, RaisesWhatWritingRaises) {
+  folder.write("read.txt", a + "\n");
+  const auto fault = os::faults::throw_from(Call::write, std::runtime_error("write"));
+  EXPECT_THROW({ const ReadList list(folder.path(), "read.txt"); }, std::runtime_error);
+}
+
+struct Unwinding {};
+
+TEST_F(ReadListFile, IsSavedWhileAnotherExceptionUnwinds) {
+  folder.write("read.txt", b + "\n" + a + "\n");
+  EXPECT_THROW(
+      {
+        const ReadList list(folder.path(), "read.txt");
+        throw Unwinding();
+      },
+      Unwinding);
+  EXPECT_EQ(folder.read("read.txt"), a + "\n" + b + "\n");
+}
+
+TEST_F(ReadListFile, SwallowsItsOwnExceptionWhileAnotherOneUnwinds) {
+  const auto swallowed = [this](const std::exception_ptr& exception) {
+    folder.write("read.txt", a + "\n");
+    recording_sink sink;
+    const auto fault = os::faults::fail_with(Call::write, exception);
+    EXPECT_THROW(
+        {
+          const ReadList list(folder.path(), "read.txt");
+          throw Unwinding();
+        },
+        Unwinding);
+    EXPECT_EQ(fault.hits(), 1U);
+    return index_traces(sink);
+  };
+  EXPECT_EQ(swallowed(std::make_exception_ptr(std::runtime_error("of the library"))),
+            (Texts{"Error: of the library"}));
+  EXPECT_EQ(swallowed(std::make_exception_ptr(vu_file_except("of the file"))),
+            (Texts{"Error: of the file"}));
+  EXPECT_EQ(swallowed(std::make_exception_ptr('x')), (Texts{"Error: unknown exception"}));
+}
+
+TEST_F(ReadListFile, ReportsNoShortWrite) {
+  // The handle traces it; the migration is not told.
+  folder.write("read.txt", a + "\n");
+  recording_sink sink;
+  const auto fault = os::faults::cut_transfer(Call::write, 3, {28, os::Failure::kOther});
+  EXPECT_NO_THROW({ const ReadList list(folder.path(), "read.txt"); });
+  EXPECT_EQ(sink.count(trace_event::error, "write file : " + folder.path("read.txt")), 1U);
+  EXPECT_EQ(folder.read("read.txt"), a.substr(0, 3));
+}
+
+}  // namespace

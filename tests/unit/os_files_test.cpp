@@ -1,0 +1,351 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/os/os.h"
+#include "tests/support/scratch.h"
+#include "tests/unit/os_test_kit.h"
+
+// Opening, reading, writing and moving about in files. Where an expectation names two codes, the first is
+// that of POSIX systems.
+
+namespace {
+
+using os::Access;
+using os::Failure;
+
+os::Status open_and_close(const std::string& path, Access access) {
+  os::Handle handle = 12345;
+  const os::Status status = os::open(path, access, handle);
+  EXPECT_EQ(handle == os::kNoHandle, !status.ok());
+  if (!status.ok()) return status;
+  EXPECT_TRUE(succeeds(os::close(handle)));
+  return status;
+}
+
+// ---- opening -----------------------------------------------------------------------------------
+
+TEST(OsOpen, ReadingWantsAnExistingFile) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("missing");
+  EXPECT_TRUE(fails(open_and_close(path, Access::kReadExisting), Failure::kNotFound, {ENOENT, 2}));
+  EXPECT_FALSE(file_exists(path));
+  write_file(path, "");
+  EXPECT_TRUE(succeeds(open_and_close(path, Access::kReadExisting)));
+}
+
+TEST(OsOpen, WritingMakesTheFileAndNeverCutsIt) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("file");
+  EXPECT_TRUE(succeeds(open_and_close(path, Access::kReadWriteCreate)));
+  EXPECT_EQ(read_file(path), "");
+  write_file(path, "text");
+  EXPECT_TRUE(succeeds(open_and_close(path, Access::kReadWriteCreate)));
+  EXPECT_EQ(read_file(path), "text");
+}
+
+TEST(OsOpen, AMissingFolderOnTheWayIsNotFound) {
+  const scratch_folder scratch;
+  for (const Access access : {Access::kReadExisting, Access::kReadWriteCreate}) {
+    EXPECT_TRUE(fails(open_and_close(scratch.path("missing\\file"), access), Failure::kNotFound,
+                      {ENOENT, 3}));
+  }
+}
+
+TEST(OsOpen, APlainFileInPlaceOfAFolderOnTheWayIsNotFound) {
+  const scratch_folder scratch;
+  write_file(scratch.path("plain"), "");
+  for (const Access access : {Access::kReadExisting, Access::kReadWriteCreate}) {
+    EXPECT_TRUE(fails(open_and_close(scratch.path("plain\\file"), access), Failure::kNotFound,
+                      {ENOTDIR, 3}));
+  }
+}
+
+TEST(OsOpen, TheEmptyPathIsNotFound) {
+  EXPECT_TRUE(fails(open_and_close("", Access::kReadExisting), Failure::kNotFound, {ENOENT, 3}));
+}
+
+TEST(OsOpen, AFolderIsNoFile) {
+  const scratch_folder scratch;
+  make_folder(scratch.path("folder"));
+  for (const Access access : {Access::kReadExisting, Access::kReadWriteCreate}) {
+    EXPECT_TRUE(
+        fails(open_and_close(scratch.path("folder"), access), Failure::kOther, {EISDIR, 5}));
+  }
+}
+
+TEST(OsOpen, AReadOnlyFileOpensForReadingAlone) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("file");
+  write_file(path, "text");
+  make_read_only(path);
+  EXPECT_TRUE(succeeds(open_and_close(path, Access::kReadExisting)));
+  NEEDS_A_REAL_KERNEL("a read-only file is refused for writing, whoever asks");
+  EXPECT_TRUE(fails(open_and_close(path, Access::kReadWriteCreate), Failure::kOther, {EACCES, 5}));
+}
+
+TEST(OsOpen, BothSeparatorsAndThePrefixLeadToTheFile) {
+  const scratch_folder scratch;
+  make_folder(scratch.path("a"));
+  const std::string path = scratch.path("a\\file");
+  write_file(path, "");
+  std::string slashes = path;
+  for (char& character : slashes) character = character == '\\' ? '/' : character;
+  std::string backslashes = path;
+  for (char& character : backslashes) character = character == '/' ? '\\' : character;
+  const std::string prefixed = R"(\\?\)" + backslashes;
+  for (const std::string& spelling :
+       {slashes, backslashes, scratch.path("a/file"), scratch.path("a\\\\file"), prefixed}) {
+    EXPECT_TRUE(succeeds(open_and_close(spelling, Access::kReadExisting))) << spelling;
+    os::Handle handle = os::kNoHandle;
+    EXPECT_TRUE(succeeds(os::open(wide(spelling), Access::kReadExisting, handle))) << spelling;
+    EXPECT_TRUE(succeeds(os::close(handle)));
+  }
+}
+
+TEST(OsOpen, AWidePathNamesAnyCharacter) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("\xC3\x9C\xE2\x82\xAC\xF0\x9F\x98\x80");
+  os::Handle handle = os::kNoHandle;
+  ASSERT_TRUE(succeeds(os::open(wide(path), Access::kReadWriteCreate, handle)));
+  EXPECT_TRUE(succeeds(os::close(handle)));
+  EXPECT_TRUE(file_exists(path));
+}
+
+TEST(OsOpen, APathEndsAtItsFirstNul) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("file") + std::string("\0tail", 5);
+  EXPECT_TRUE(succeeds(open_and_close(path, Access::kReadWriteCreate)));
+  EXPECT_EQ(list_folder(scratch.path()), std::vector<std::string>{"file"});
+}
+
+TEST(OsOpen, AnOpenFileIsSharedWithReadersWritersAndRemovers) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("file");
+  OpenFile writer(path, Access::kReadWriteCreate);
+  OpenFile second_writer(path, Access::kReadWriteCreate);
+  OpenFile reader(path, Access::kReadExisting);
+  writer.write("text");
+  EXPECT_EQ(reader.read(10), "text");
+  EXPECT_TRUE(succeeds(os::rename(path, scratch.path("renamed"))));
+  EXPECT_TRUE(succeeds(os::remove_file(scratch.path("renamed"))));
+  // Where the name of a removed file stays until it is closed, it goes now at the latest.
+  writer.close();
+  second_writer.close();
+  reader.close();
+  EXPECT_EQ(list_folder(scratch.path()), std::vector<std::string>{});
+}
+
+// ---- reading and writing -----------------------------------------------------------------------
+
+TEST(OsRead, StopsAtTheEndOfTheFile) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "0123456789");
+  OpenFile file(scratch.path("file"), Access::kReadExisting);
+  EXPECT_EQ(file.read(4), "0123");
+  EXPECT_EQ(file.read(100), "456789");
+  EXPECT_EQ(file.read(100), "");
+  EXPECT_EQ(file.read(0), "");
+}
+
+TEST(OsRead, SaysNothingWasReadWhenItFails) {
+  const scratch_folder scratch;
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  const os::Handle handle = file.get();
+  file.close();
+  char byte = 'x';
+  std::size_t done = 77;
+  EXPECT_TRUE(fails(os::read(handle, &byte, 1, done), Failure::kOther, {EBADF, 6}));
+  EXPECT_EQ(done, 0U);
+  EXPECT_EQ(byte, 'x');
+}
+
+TEST(OsWrite, GoesOnAtThePositionThatReadingUsesToo) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "0123456789");
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  EXPECT_EQ(file.read(2), "01");
+  file.write("ab");
+  EXPECT_EQ(file.read(2), "45");
+  EXPECT_EQ(read_file(scratch.path("file")), "01ab456789");
+}
+
+TEST(OsWrite, FailsThroughAHandleForReading) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "text");
+  OpenFile file(scratch.path("file"), Access::kReadExisting);
+  EXPECT_TRUE(fails(file.try_write(), Failure::kOther, {EBADF, 5}));
+  EXPECT_EQ(read_file(scratch.path("file")), "text");
+}
+
+TEST(OsWrite, MovesMegabytesInOneCall) {
+  const scratch_folder scratch;
+  std::string bytes(5'000'000, '\0');
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i % 251);
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  file.write(bytes);
+  EXPECT_TRUE(succeeds(os::seek(file.get(), 0, 0)));
+  EXPECT_TRUE(file.read(bytes.size() + 1) == bytes);
+}
+
+TEST(OsFlush, SucceedsOnAFileThatIsWritten) {
+  const scratch_folder scratch;
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  file.write("text");
+  EXPECT_TRUE(succeeds(os::flush(file.get())));
+}
+
+TEST(OsFlush, IsRefusedForAReaderOnWindowsAlone) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "text");
+  OpenFile file(scratch.path("file"), Access::kReadExisting);
+  const os::Status status = os::flush(file.get());
+  if (kOnWindows) {
+    EXPECT_TRUE(fails(status, Failure::kOther, {0, 5}));
+  } else {
+    // The file may have been written through another handle; nothing speaks against flushing it.
+    EXPECT_TRUE(succeeds(status));
+  }
+}
+
+// ---- the position and the end --------------------------------------------------------------------
+
+TEST(OsSeek, MovesFromTheStartThePositionAndTheEnd) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "0123456789");
+  OpenFile file(scratch.path("file"), Access::kReadExisting);
+  EXPECT_TRUE(succeeds(os::seek(file.get(), 3, 0)));
+  EXPECT_EQ(file.read(1), "3");
+  EXPECT_TRUE(succeeds(os::seek(file.get(), -2, 1)));
+  EXPECT_EQ(file.read(1), "2");
+  EXPECT_TRUE(succeeds(os::seek(file.get(), -1, 2)));
+  EXPECT_EQ(file.read(5), "9");
+}
+
+TEST(OsSeek, KeepsThePositionWhenTheNewOneLiesBeforeTheStart) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "0123456789");
+  OpenFile file(scratch.path("file"), Access::kReadExisting);
+  EXPECT_EQ(file.read(5), "01234");
+  EXPECT_TRUE(fails(os::seek(file.get(), -1, 0), Failure::kOther, {EINVAL, 131}));
+  EXPECT_TRUE(fails(os::seek(file.get(), -6, 1), Failure::kOther, {EINVAL, 131}));
+  EXPECT_TRUE(fails(os::seek(file.get(), -11, 2), Failure::kOther, {EINVAL, 131}));
+  EXPECT_EQ(file.read(1), "5");
+}
+
+TEST(OsSeek, RefusesAnUnknownMethod) {
+  const scratch_folder scratch;
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  file.write("text");
+  // 3 and 4 have a meaning on Linux: the next data, the next hole.
+  for (const std::int16_t method : {std::int16_t{-1}, std::int16_t{3}, std::int16_t{4}}) {
+    EXPECT_FALSE(os::seek(file.get(), 0, method).ok()) << method;
+  }
+  EXPECT_EQ(file.read(1), "");
+}
+
+TEST(OsSeek, WritingBeyondTheEndLeavesZeroBytesBetween) {
+  const scratch_folder scratch;
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  file.write("ab");
+  EXPECT_TRUE(succeeds(os::seek(file.get(), 2, 2)));
+  EXPECT_EQ(read_file(scratch.path("file")).size(), 2U);
+  file.write("c");
+  EXPECT_EQ(read_file(scratch.path("file")), std::string("ab\0\0c", 5));
+}
+
+TEST(OsSeek, ReachesTheEndOfAFileBeyondFourGigabytes) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("file");
+  OpenFile file(path, Access::kReadWriteCreate);
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(succeeds(os::seek(file.get(), 0x7FFFFFFF, 1)));
+  EXPECT_TRUE(succeeds(os::set_end(file.get())));
+  EXPECT_TRUE(succeeds(os::seek(file.get(), 0, 0)));
+  EXPECT_TRUE(succeeds(os::seek(file.get(), -1, 2)));
+  file.write("xyz");
+  os::FileStat data;
+  EXPECT_TRUE(succeeds(os::stat(wide(path), data)));
+  EXPECT_EQ(data.size, 3 * std::uint64_t{0x7FFFFFFF} + 2);
+}
+
+TEST(OsSetEnd, CutsAtThePosition) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "0123456789");
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  EXPECT_EQ(file.read(4), "0123");
+  EXPECT_TRUE(succeeds(os::set_end(file.get())));
+  EXPECT_EQ(read_file(scratch.path("file")), "0123");
+  EXPECT_TRUE(succeeds(os::seek(file.get(), 6, 0)));
+  EXPECT_TRUE(succeeds(os::set_end(file.get())));
+  EXPECT_EQ(read_file(scratch.path("file")), std::string("0123\0\0", 6));
+}
+
+TEST(OsSetEnd, FailsThroughAHandleForReading) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "text");
+  OpenFile file(scratch.path("file"), Access::kReadExisting);
+  // Windows says 5, its emulation 87.
+  EXPECT_TRUE(fails(os::set_end(file.get()), Failure::kOther));
+  EXPECT_EQ(read_file(scratch.path("file")), "text");
+}
+
+TEST(OsReserve, ChangesNeitherTheContentNorTheSizeNorThePosition) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "0123456789");
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  EXPECT_EQ(file.read(4), "0123");
+  for (const std::uint64_t size : {std::uint64_t{0}, std::uint64_t{4}, std::uint64_t{100'000}}) {
+    EXPECT_TRUE(succeeds(os::reserve(file.get(), size))) << size;
+    EXPECT_EQ(read_file(scratch.path("file")), "0123456789") << size;
+  }
+  EXPECT_EQ(file.read(1), "4");
+}
+
+TEST(OsReserve, FailsOnAClosedHandle) {
+  const scratch_folder scratch;
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  const os::Handle handle = file.get();
+  file.close();
+  EXPECT_TRUE(fails(os::reserve(handle, 10), Failure::kOther, {EBADF, 6}));
+}
+
+// ---- handles -----------------------------------------------------------------------------------
+
+TEST(OsClose, FailsTheSecondTime) {
+  const scratch_folder scratch;
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  const os::Handle handle = file.get();
+  file.close();
+  EXPECT_TRUE(fails(os::close(handle), Failure::kOther, {EBADF, 6}));
+}
+
+TEST(OsClose, ManyFilesAreOpenAtOnceUnderDifferentHandles) {
+  const scratch_folder scratch;
+  std::vector<std::unique_ptr<OpenFile>> files;
+  for (int i = 0; i < 200; ++i) {
+    const std::string name = std::to_string(i);
+    files.push_back(std::make_unique<OpenFile>(scratch.path(name), Access::kReadWriteCreate));
+    files.back()->write(name);
+  }
+  for (int i = 0; i < 200; ++i)
+    EXPECT_EQ(read_file(scratch.path(std::to_string(i))), std::to_string(i));
+}
+
+TEST(OsLastError, AgreesWithTheStatusOfTheCallBefore) {
+  const scratch_folder scratch;
+  os::Handle handle = os::kNoHandle;
+  const std::string missing = scratch.path("missing");
+  const os::Status status = os::open(missing, Access::kReadExisting, handle);
+  EXPECT_EQ(os::last_error(), status.code());
+  const std::string folder = scratch.path();
+  const os::Status on_folder = os::open(folder, Access::kReadExisting, handle);
+  EXPECT_EQ(os::last_error(), on_folder.code());
+  EXPECT_NE(status.code(), on_folder.code());
+}
+
+}  // namespace

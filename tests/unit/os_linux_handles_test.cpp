@@ -1,0 +1,374 @@
+#if defined(__linux__)
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <set>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "platform/os/os.h"
+#include "platform/os/posix_handles.h"
+#include "tests/support/scratch.h"
+#include "tests/unit/os_linux_kit.h"
+#include "tests/unit/os_test_kit.h"
+
+// What the seam does on Linux in place of what Windows does by itself: handles, permissions,
+// locks, interruptions.
+
+namespace {
+
+namespace fs = std::filesystem;
+using os::Access;
+using os::Failure;
+
+std::string path_text(const std::string& path) { return native(path).string(); }
+
+::mode_t mode_of(const std::string& path) {
+  struct ::stat info = {};
+  EXPECT_EQ(::lstat(path_text(path).c_str(), &info), 0) << path;
+  return info.st_mode & 07777;
+}
+
+/// The descriptors of this process that are open on a file.
+std::vector<int> descriptors_of(const std::string& path) {
+  std::vector<int> numbers;
+  for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    const fs::path target = fs::read_symlink(entry.path(), gone);
+    if (!gone && target == fs::canonical(native(path))) {
+      numbers.push_back(std::stoi(entry.path().filename().string()));
+    }
+  }
+  return numbers;
+}
+
+// ---- handles -----------------------------------------------------------------------------------
+
+TEST(OsLinuxHandles, AStaleHandleNeverReachesTheNextFile) {
+  const scratch_folder scratch;
+  OpenFile first(scratch.path("first"), Access::kReadWriteCreate);
+  const os::Handle stale = first.get();
+  const std::vector<int> old_descriptors = descriptors_of(scratch.path("first"));
+  first.close();
+  OpenFile next(scratch.path("next"), Access::kReadWriteCreate);
+  ASSERT_EQ(descriptors_of(scratch.path("next")), old_descriptors) << "the trap is not set";
+  next.write("text");
+  EXPECT_TRUE(succeeds(next.lock_exclusive()));
+
+  char byte = 0;
+  std::size_t done = 0;
+  const auto refused = [](os::Status status) { return fails(status, Failure::kOther, {EBADF, 6}); };
+  EXPECT_TRUE(refused(os::read(stale, &byte, 1, done)));
+  EXPECT_TRUE(refused(os::write(stale, "x", 1, done)));
+  EXPECT_TRUE(refused(os::seek(stale, 0, 0)));
+  EXPECT_TRUE(refused(os::set_end(stale)));
+  EXPECT_TRUE(refused(os::reserve(stale, 10)));
+  EXPECT_TRUE(refused(os::flush(stale)));
+  EXPECT_TRUE(refused(os::lock(stale, {})));
+  EXPECT_TRUE(refused(os::unlock(stale)));
+  EXPECT_TRUE(refused(os::close(stale)));
+
+  OpenFile third(scratch.path("next"), Access::kReadExisting);
+  EXPECT_TRUE(fails(third.lock_shared(), Failure::kLocked)) << "the lock must be untouched";
+  next.write(" more");
+  EXPECT_EQ(read_file(scratch.path("next")), "text more");
+}
+
+TEST(OsLinuxHandles, AHandleIsNoDescriptorAndNoNumberComesBackSoon) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("file");
+  std::set<os::Handle> seen;
+  for (int i = 0; i < 20'000; ++i) {
+    os::Handle handle = os::kNoHandle;
+    ASSERT_TRUE(succeeds(os::open(path, Access::kReadWriteCreate, handle)));
+    EXPECT_GT(handle, 1 << 20);
+    EXPECT_TRUE(seen.insert(handle).second) << "after " << i;
+    ASSERT_TRUE(succeeds(os::close(handle)));
+  }
+}
+
+TEST(OsLinuxHandles, NumbersThatWereNeverGivenOutFail) {
+  for (const os::Handle handle : {-1, 0, 1, 2, 3, 1 << 20, 0x7FFFFFFF, -0x7FFFFFFF - 1}) {
+    EXPECT_TRUE(fails(os::close(handle), Failure::kOther, {EBADF, 6})) << handle;
+  }
+}
+
+TEST(OsLinuxHandles, ThreadsOpenAndCloseAtOnce) {
+  const scratch_folder scratch;
+  const auto work = [&](const std::string& name) {
+    for (int i = 0; i < 2'000; ++i) {
+      OpenFile file(scratch.path(name), Access::kReadWriteCreate);
+      file.write(name);
+      EXPECT_TRUE(succeeds(os::seek(file.get(), 0, 0)));
+      EXPECT_EQ(file.read(10), name);
+    }
+  };
+  std::thread one(work, "one");
+  std::thread other(work, "two");
+  one.join();
+  other.join();
+}
+
+TEST(OsLinuxHandles, DescriptorsAreClosedOnExec) {
+  const scratch_folder scratch;
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  OpenFile reader(scratch.path("file"), Access::kReadExisting);
+  const std::vector<int> descriptors = descriptors_of(scratch.path("file"));
+  EXPECT_EQ(descriptors.size(), 2U);
+  for (const int descriptor : descriptors) {
+    EXPECT_NE(::fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0);
+  }
+}
+
+TEST(OsLinuxHandles, AFailedOpenLeavesNoDescriptorBehind) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "");
+  make_read_only(scratch.path("file"));
+  os::Handle handle = os::kNoHandle;
+  EXPECT_FALSE(os::open(scratch.path("file"), Access::kReadWriteCreate, handle).ok());
+  EXPECT_FALSE(os::open(scratch.path(), Access::kReadExisting, handle).ok());
+  EXPECT_TRUE(descriptors_of(scratch.path("file")).empty());
+  EXPECT_TRUE(descriptors_of(scratch.path()).empty());
+}
+
+TEST(OsLinuxHandles, CleaningUpDoesNotHideTheLastError) {
+  const scratch_folder scratch;
+  const std::string words = in_child_without({{SYS_close, EIO}}, [&] {
+    os::Handle handle = os::kNoHandle;
+    const std::string all = complaint(
+        "open", os::open(scratch.path(), Access::kReadExisting, handle), Failure::kOther, EISDIR);
+    const std::int32_t last = os::last_error();
+    return last == EISDIR ? all : all + " last error is " + std::to_string(last);
+  });
+  EXPECT_SILENT_CHILD(words);
+}
+
+constexpr std::uint32_t kSlotOfHandle = (1U << 18) - 1;
+
+TEST(OsLinuxHandleTable, AFreedSlotRestsWhileAThousandOthersAreUsed) {
+  os::posix::HandleTable table;
+  std::vector<std::uint32_t> slots;
+  for (int i = 0; i < 5'000; ++i) {
+    const std::optional<os::Handle> handle = table.add(5);
+    ASSERT_TRUE(handle);
+    slots.push_back(static_cast<std::uint32_t>(*handle) & kSlotOfHandle);
+    ASSERT_TRUE(table.remove(*handle));
+  }
+  for (std::size_t i = 0; i + 1'000 <= slots.size(); i += 100) {
+    const auto from = slots.begin() + static_cast<std::ptrdiff_t>(i);
+    EXPECT_EQ(std::set<std::uint32_t>(from, from + 1'000).size(), 1'000U) << i;
+  }
+}
+
+TEST(OsLinuxHandleTable, AFullTableTakesNoMoreUntilSomethingIsClosed) {
+  os::posix::HandleTable table;
+  std::vector<os::Handle> handles;
+  while (const std::optional<os::Handle> handle = table.add(5)) handles.push_back(*handle);
+  EXPECT_EQ(handles.size(), std::size_t{kSlotOfHandle} + 1);
+  EXPECT_TRUE(
+      std::all_of(handles.begin(), handles.end(), [](os::Handle each) { return each > 0; }));
+  EXPECT_TRUE(table.remove(handles.front()));
+  EXPECT_FALSE(table.remove(handles.front()));
+  const std::optional<os::Handle> next = table.add(6);
+  ASSERT_TRUE(next);
+  EXPECT_NE(*next, handles.front());
+  EXPECT_EQ(table.find(*next)->descriptor, 6);
+  EXPECT_FALSE(table.find(handles.front()));
+}
+
+TEST(OsLinuxHandleTable, NumbersStayValidWhenTheGenerationsBeginAgain) {
+  os::posix::HandleTable table;
+  std::vector<os::Handle> held;
+  // All but one slot stay in use, so that this one goes through its generations quickly.
+  while (held.size() < kSlotOfHandle) held.push_back(*table.add(5));
+  os::Handle last = os::kNoHandle;
+  for (int i = 0; i < 10'000; ++i) {
+    const os::Handle handle = *table.add(6);
+    EXPECT_GT(handle, 1 << 20) << i;
+    EXPECT_NE(handle, last) << i;
+    EXPECT_FALSE(table.find(last)) << i;
+    EXPECT_TRUE(table.remove(handle)) << i;
+    last = handle;
+  }
+}
+
+// ---- permissions -------------------------------------------------------------------------------
+
+TEST(OsLinuxModes, FilesAndFoldersAreMadeForEverybodyLessTheMask) {
+  const scratch_folder scratch;
+  const ::mode_t old_mask = ::umask(027);
+  { OpenFile file(scratch.path("file"), Access::kReadWriteCreate); }
+  EXPECT_TRUE(succeeds(os::create_directory(scratch.path("folder"))));
+  ::umask(old_mask);
+  EXPECT_EQ(mode_of(scratch.path("file")), ::mode_t{0640});
+  EXPECT_EQ(mode_of(scratch.path("folder")), ::mode_t{0750});
+}
+
+TEST(OsLinuxModes, TheOwnersWriteBitAloneIsTheReadOnlyState) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("file");
+  write_file(path, "text");
+  ASSERT_EQ(::chmod(path_text(path).c_str(), 0466), 0);
+  os::Handle handle = os::kNoHandle;
+  EXPECT_TRUE(
+      fails(os::open(path, Access::kReadWriteCreate, handle), Failure::kOther, {EACCES, 5}));
+  EXPECT_TRUE(fails(os::remove_file(path), Failure::kOther, {EACCES, 5}));
+  EXPECT_TRUE(succeeds(os::make_writable(path)));
+  EXPECT_EQ(mode_of(path), ::mode_t{0666});
+}
+
+TEST(OsLinuxModes, MakingWritableAddsTheOwnersBitsAndNoOthers) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("file");
+  write_file(path, "text");
+  ASSERT_EQ(::chmod(path_text(path).c_str(), 0054), 0);
+  EXPECT_TRUE(succeeds(os::make_writable(path)));
+  EXPECT_EQ(mode_of(path), ::mode_t{0654});
+}
+
+// ---- locks where there are none ------------------------------------------------------------------
+
+TEST(OsLinuxLocks, AFileSystemWithoutLocksLetsUnlockedHandlesReadAndWrite) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "text");
+  const std::string words =
+      in_child_without({{SYS_fcntl, ENOLCK, F_OFD_SETLK}, {SYS_fcntl, ENOLCK, F_OFD_SETLKW}}, [&] {
+        OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+        std::string all = complaint("lock", file.lock_exclusive(), Failure::kOther, ENOLCK);
+        all += complaint("unlock", os::unlock(file.get()), Failure::kOther, EINVAL);
+        all += complaint("read", file.try_read());
+        all += complaint("write", file.try_write());
+        return all;
+      });
+  EXPECT_SILENT_CHILD(words);
+  EXPECT_EQ(read_file(scratch.path("file")), "txxt");
+}
+
+TEST(OsLinuxLocks, AHandleWithALockAsksForNoOther) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "text");
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  EXPECT_TRUE(succeeds(file.lock_exclusive()));
+  // A request would come back as refused.
+  const std::string words = in_child_without({{SYS_fcntl, EAGAIN, F_OFD_SETLK}}, [&] {
+    return complaint("read", file.try_read()) + complaint("write", file.try_write());
+  });
+  EXPECT_SILENT_CHILD(words);
+}
+
+TEST(OsLinuxLocks, AWaitingRequestGoesOnAfterASignal) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("file");
+  OpenFile holder(path, Access::kReadWriteCreate);
+  OpenFile waiter(path, Access::kReadWriteCreate);
+  EXPECT_TRUE(succeeds(holder.lock_exclusive()));
+  struct ::sigaction quiet = {};
+  struct ::sigaction before = {};
+  quiet.sa_handler = [](int) {};
+  ASSERT_EQ(::sigaction(SIGUSR1, &quiet, &before), 0);
+  std::atomic<bool> granted = false;
+  std::thread thread([&] {
+    EXPECT_TRUE(succeeds(waiter.lock(os::kLockExclusive)));
+    granted = true;
+  });
+  for (int i = 0; i < 20; ++i) {
+    ::pthread_kill(thread.native_handle(), SIGUSR1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  EXPECT_FALSE(granted);
+  holder.close();
+  thread.join();
+  EXPECT_TRUE(granted);
+  ::sigaction(SIGUSR1, &before, nullptr);
+}
+
+// ---- transfers ---------------------------------------------------------------------------------
+
+// A pipe gives what is there; only a file's end is the end.
+TEST(OsLinuxTransfers, ReadingGoesOnAfterShortTransfersAndSignals) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("pipe");
+  ASSERT_EQ(::mkfifo(path_text(path).c_str(), 0666), 0);
+  struct ::sigaction quiet = {};
+  struct ::sigaction before = {};
+  quiet.sa_handler = [](int) {};
+  ASSERT_EQ(::sigaction(SIGUSR1, &quiet, &before), 0);
+  OpenFile both(path, Access::kReadWriteCreate);
+  const ::pthread_t reader = ::pthread_self();
+  std::thread writer([&] {
+    for (const std::string piece : {"one ", "two ", "three"}) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      ::pthread_kill(reader, SIGUSR1);
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      // Not through the seam, where the reader's guard keeps a writer out.
+      const int end = ::open(path_text(path).c_str(), O_WRONLY | O_CLOEXEC);
+      EXPECT_EQ(::write(end, piece.data(), piece.size()), static_cast<::ssize_t>(piece.size()));
+      ::close(end);
+    }
+  });
+  EXPECT_EQ(both.read(13), "one two three");
+  writer.join();
+  ::sigaction(SIGUSR1, &before, nullptr);
+}
+
+TEST(OsLinuxTransfers, AFullDiskIsAnError) {
+  os::Handle handle = os::kNoHandle;
+  ASSERT_TRUE(succeeds(os::open(std::string("/dev/full"), Access::kReadWriteCreate, handle)));
+  std::size_t done = 77;
+  EXPECT_TRUE(fails(os::write(handle, "text", 4, done), Failure::kOther, {ENOSPC, 112}));
+  EXPECT_EQ(done, 0U);
+  EXPECT_TRUE(succeeds(os::close(handle)));
+}
+
+TEST(OsLinuxTransfers, CloseIsNotRepeated) {
+  const scratch_folder scratch;
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  const std::string words = in_child_without({{SYS_close, EINTR}}, [&] {
+    const std::string first = complaint("close", os::close(file.get()), Failure::kOther, EINTR);
+    return first + complaint("second close", os::close(file.get()), Failure::kOther, EBADF);
+  });
+  EXPECT_SILENT_CHILD(words);
+}
+
+TEST(OsLinuxTransfers, OnlyLackOfSpaceMakesAReservationFail) {
+  const scratch_folder scratch;
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  for (const int code : {ENOSPC, EDQUOT, EFBIG}) {
+    EXPECT_SILENT_CHILD(in_child_without({{SYS_fallocate, code}}, [&] {
+      return complaint("reserve", os::reserve(file.get(), 10), Failure::kOther, code);
+    }));
+  }
+  for (const int code : {EOPNOTSUPP, ENOSYS, EINVAL}) {
+    EXPECT_SILENT_CHILD(in_child_without({{SYS_fallocate, code}}, [&] {
+      return complaint("reserve", os::reserve(file.get(), 10));
+    }));
+  }
+}
+
+TEST(OsLinuxTransfers, FlushReportsTheDevicesError) {
+  const scratch_folder scratch;
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  const std::string words = in_child_without({{SYS_fsync, EIO}}, [&] {
+    return complaint("flush", os::flush(file.get()), Failure::kOther, EIO);
+  });
+  EXPECT_SILENT_CHILD(words);
+}
+
+}  // namespace
+
+#endif

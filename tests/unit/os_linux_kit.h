@@ -1,0 +1,109 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/os/os.h"
+
+/// @file
+/// Failing system calls, for tests on Linux: a child process bars calls with a filter of the kernel and
+/// then does what is to be tested. Nothing is replaced; the kernel itself answers with the error.
+
+/// One call that fails.
+struct BarredCall {
+  long number;
+  int error;
+  /// When set, only with this second argument (the command of fcntl()).
+  int second_argument = -1;
+};
+
+inline bool bar_calls(const std::vector<BarredCall>& calls) {
+  std::vector<::sock_filter> program;
+  const auto load = [&](std::size_t offset) {
+    program.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<std::uint32_t>(offset)));
+  };
+  const auto skip_unless = [&](std::uint32_t value, std::uint8_t statements) {
+    program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, value, 0, statements));
+  };
+  for (const BarredCall& call : calls) {
+    const bool by_argument = call.second_argument != -1;
+    load(offsetof(::seccomp_data, nr));
+    skip_unless(static_cast<std::uint32_t>(call.number), by_argument ? 3 : 1);
+    if (by_argument) {
+      load(offsetof(::seccomp_data, args) + sizeof(std::uint64_t));
+      skip_unless(static_cast<std::uint32_t>(call.second_argument), 1);
+    }
+    const auto error = static_cast<std::uint32_t>(call.error) & SECCOMP_RET_DATA;
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error));
+  }
+  program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+  ::sock_fprog filter = {static_cast<unsigned short>(program.size()), program.data()};
+  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+/// The word of a child process that could not bar the calls.
+inline constexpr const char* kCannotBar = "this kernel does not let calls be barred";
+
+/// Runs @p body in a child process that cannot make @p calls. @return what the body returns, which is
+/// an empty text when all is well; at most some hundred bytes.
+inline std::string in_child_without(const std::vector<BarredCall>& calls,
+                                    const std::function<std::string()>& body) {
+  constexpr std::size_t kSize = 4096;
+  // Memory, since the child may be unable to write.
+  void* const shared =
+      ::mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (shared == MAP_FAILED) return "mmap() failed";
+  char* const words = static_cast<char*>(shared);
+  const ::pid_t child = ::fork();
+  if (child == 0) {
+    std::string result = kCannotBar;
+    try {
+      if (bar_calls(calls)) result = body();
+    } catch (const std::exception& exception) {
+      result = exception.what();
+    }
+    result.copy(words, kSize - 1);
+    ::_exit(0);
+  }
+  int status = -1;
+  while (child > 0 && ::waitpid(child, &status, 0) == -1 && errno == EINTR) {
+  }
+  std::string result = words;
+  ::munmap(shared, kSize);
+  return status == 0 ? result : "the child ended badly: " + result;
+}
+
+/// Says nothing when @p status is a success.
+inline std::string complaint(const char* what, os::Status status) {
+  if (status.ok()) return "";
+  return std::string(what) + " failed with code " + std::to_string(status.code());
+}
+
+/// Says nothing when @p status is this failure.
+inline std::string complaint(const char* what, os::Status status, os::Failure failure, int code) {
+  if (status.failure() == failure && status.code() == code) return "";
+  return std::string(what) + " gave code " + std::to_string(status.code());
+}
+
+/// The rest of a test whose child process has to say nothing.
+#define EXPECT_SILENT_CHILD(words)                             \
+  do {                                                         \
+    const std::string child_words = (words);                   \
+    if (child_words == kCannotBar) GTEST_SKIP() << kCannotBar; \
+    EXPECT_EQ(child_words, "");                                \
+  } while (false)

@@ -1,0 +1,295 @@
+#if defined(__linux__)
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/os/os.h"
+#include "tests/support/scratch.h"
+#include "tests/unit/os_linux_kit.h"
+#include "tests/unit/os_test_kit.h"
+
+// What the seam does on Linux in place of what Windows does by itself: names, links, renaming,
+// the folders of the process.
+
+namespace {
+
+namespace fs = std::filesystem;
+using os::Access;
+using os::Failure;
+
+std::string path_text(const std::string& path) { return native(path).string(); }
+
+// ---- names and links ---------------------------------------------------------------------------
+
+TEST(OsLinuxNames, ForeignNamesAreLeftOutOfListingsAndSearches) {
+  const scratch_folder scratch;
+  for (const std::string name : {"a\\b", "line\nfeed", "plain"}) {
+    const int made = ::creat((path_text(scratch.path()) + "/" + name).c_str(), 0666);
+    ASSERT_GE(made, 0);
+    ::close(made);
+  }
+  std::vector<os::Entry> entries;
+  EXPECT_TRUE(succeeds(os::list(scratch.path(""), entries)));
+  ASSERT_EQ(entries.size(), 1U);
+  EXPECT_EQ(entries[0].name, "plain");
+  EXPECT_FALSE(os::probe_search(scratch.path("line*")).ok());
+  EXPECT_FALSE(os::probe_search(scratch.path("a?b")).ok());
+}
+
+TEST(OsLinuxNames, AreBytes) {
+  const scratch_folder scratch;
+  const std::string name = "\xFF\xE4 : ";
+  { OpenFile file(scratch.path(name), Access::kReadWriteCreate); }
+  EXPECT_TRUE(succeeds(os::probe_search(scratch.path(name))));
+  std::vector<os::Entry> entries;
+  EXPECT_TRUE(succeeds(os::list(scratch.path(""), entries)));
+  ASSERT_EQ(entries.size(), 1U);
+  EXPECT_EQ(entries[0].name, name);
+}
+
+TEST(OsLinuxNames, ALoneSurrogateNamesAFileOfItsOwn) {
+  const scratch_folder scratch;
+  const ucs2string folder = wide(scratch.path(""));
+  os::Handle handle = os::kNoHandle;
+  ASSERT_TRUE(succeeds(os::open(folder + ucs2string(u"\xD800"), Access::kReadWriteCreate, handle)));
+  EXPECT_TRUE(succeeds(os::close(handle)));
+  EXPECT_FALSE(os::probe_search(folder + ucs2string(u"\xD801")).ok());
+  EXPECT_EQ(list_folder(scratch.path()), std::vector<std::string>{"\xED\xA0\x80"});
+  EXPECT_EQ(os::to_narrow(ucs2string(u"\u00FC\xD800")), "\xC3\xBC\xED\xA0\x80");
+}
+
+TEST(OsLinuxNames, NoByteBeginsATwoByteCharacter) {
+  for (int byte = 128; byte < 256; ++byte) {
+    EXPECT_FALSE(os::is_lead_byte(static_cast<unsigned char>(byte))) << byte;
+  }
+}
+
+TEST(OsLinuxNames, ADriveLetterIsAPlainName) {
+  const scratch_folder scratch;
+  EXPECT_FALSE(os::probe_search(scratch.path("C:")).ok());
+  EXPECT_TRUE(succeeds(os::create_directory(scratch.path("C:"))));
+  EXPECT_TRUE(succeeds(os::probe_search(scratch.path("C:"))));
+}
+
+TEST(OsLinuxNames, SearchingTheRoot) {
+  EXPECT_FALSE(os::probe_search(std::string("/")).ok());
+  EXPECT_TRUE(succeeds(os::probe_search(std::string("/."))));
+  EXPECT_TRUE(succeeds(os::probe_search(std::string("/*"))));
+  EXPECT_TRUE(succeeds(os::probe_search(std::string("/proc"))));
+}
+
+TEST(OsLinuxNames, ANetworkPathIsAnAbsoluteOne) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "");
+  std::string path = scratch.path("file");
+  std::replace(path.begin(), path.end(), '/', '\\');
+  EXPECT_TRUE(succeeds(os::probe_attributes("\\" + path)));
+  EXPECT_TRUE(fails(os::probe_attributes("\\" + path + "\\x"), Failure::kNotFound));
+}
+
+class OsLinuxLinks : public testing::Test {
+ protected:
+  OsLinuxLinks() {
+    make_folder(m_scratch.path("folder"));
+    write_file(m_scratch.path("folder\\inner"), "inner");
+    write_file(m_scratch.path("file"), "12345");
+    fs::create_symlink("folder", native(m_scratch.path("to folder")));
+    fs::create_symlink("file", native(m_scratch.path("to file")));
+    fs::create_symlink("nowhere", native(m_scratch.path("dangling")));
+  }
+
+  const scratch_folder m_scratch;
+};
+
+TEST_F(OsLinuxLinks, ASearchFindsTheLinkItself) {
+  for (const std::string name : {"to folder", "to file", "dangling", "dang*"}) {
+    EXPECT_TRUE(succeeds(os::probe_search(m_scratch.path(name)))) << name;
+  }
+}
+
+TEST_F(OsLinuxLinks, AListingDoesNotSayWhatALinkIs) {
+  std::vector<os::Entry> entries;
+  EXPECT_TRUE(succeeds(os::list(m_scratch.path(""), entries)));
+  int links = 0;
+  for (const os::Entry& entry : entries) links += entry.kind == os::EntryKind::kUnknown ? 1 : 0;
+  EXPECT_EQ(links, 3);
+}
+
+TEST_F(OsLinuxLinks, StatFollowsThemUnlessTheyAreToBeKept) {
+  os::FileStat data;
+  EXPECT_TRUE(succeeds(os::stat(m_scratch.path("to folder"), data)));
+  EXPECT_TRUE(data.is_directory);
+  EXPECT_TRUE(succeeds(os::stat(m_scratch.path("to folder\\"), data)));
+  EXPECT_TRUE(data.is_directory);
+  EXPECT_TRUE(succeeds(os::stat(m_scratch.path("to folder"), data, os::Links::kKeep)));
+  EXPECT_FALSE(data.is_directory);
+  EXPECT_TRUE(succeeds(os::stat(m_scratch.path("to file"), data)));
+  EXPECT_EQ(data.size, 5U);
+  EXPECT_TRUE(fails(os::stat(m_scratch.path("dangling"), data), Failure::kNotFound));
+  EXPECT_TRUE(succeeds(os::stat(m_scratch.path("dangling"), data, os::Links::kKeep)));
+  EXPECT_FALSE(data.is_directory);
+}
+
+TEST_F(OsLinuxLinks, RemovingALinkLeavesWhatItLeadsTo) {
+  for (const std::string name : {"to folder", "to file", "dangling"}) {
+    EXPECT_TRUE(succeeds(os::remove_file(m_scratch.path(name)))) << name;
+  }
+  EXPECT_EQ(read_file(m_scratch.path("folder\\inner")), "inner");
+  EXPECT_EQ(read_file(m_scratch.path("file")), "12345");
+  EXPECT_EQ(list_folder(m_scratch.path()), (std::vector<std::string>{"file", "folder"}));
+}
+
+TEST_F(OsLinuxLinks, ALinkWithASeparatorIsNotRemoved) {
+  EXPECT_FALSE(os::remove_file(m_scratch.path("to folder\\")).ok());
+  EXPECT_FALSE(os::remove_directory(m_scratch.path("to folder")).ok());
+  EXPECT_TRUE(file_exists(m_scratch.path("to folder")));
+  EXPECT_EQ(read_file(m_scratch.path("folder\\inner")), "inner");
+}
+
+TEST_F(OsLinuxLinks, OpeningADanglingLinkForWritingMakesItsTarget) {
+  { OpenFile file(m_scratch.path("dangling"), Access::kReadWriteCreate); }
+  EXPECT_TRUE(file_exists(m_scratch.path("nowhere")));
+}
+
+TEST_F(OsLinuxLinks, AFolderCannotTakeTheNameOfADanglingLink) {
+  EXPECT_TRUE(fails(os::create_directory(m_scratch.path("dangling")), Failure::kAlreadyExists));
+}
+
+TEST_F(OsLinuxLinks, RenamingOntoAnotherNameOfTheSameFileChangesNothing) {
+  fs::create_hard_link(native(m_scratch.path("file")), native(m_scratch.path("twin")));
+  EXPECT_TRUE(succeeds(os::rename(m_scratch.path("file"), m_scratch.path("twin"))));
+  EXPECT_TRUE(file_exists(m_scratch.path("file")));
+  EXPECT_TRUE(file_exists(m_scratch.path("twin")));
+}
+
+TEST_F(OsLinuxLinks, RenamingALinkMovesTheLinkAndATakenNameCountsThoughItDangles) {
+  EXPECT_TRUE(fails(os::rename(m_scratch.path("to file"), m_scratch.path("dangling")),
+                    Failure::kAlreadyExists));
+  EXPECT_TRUE(succeeds(os::rename(m_scratch.path("dangling"), m_scratch.path("moved"))));
+  EXPECT_TRUE(fs::is_symlink(native(m_scratch.path("moved"))));
+}
+
+// ---- renaming where the file system cannot refuse to replace ---------------------------------------
+
+/// Renames in a child process under the given restrictions.
+std::string rename_without(const std::vector<BarredCall>& calls, const std::string& from,
+                           const std::string& to, std::optional<int> expected_code = {}) {
+  return in_child_without(calls, [&] {
+    const os::Status status = os::rename(from, to);
+    if (!expected_code) return complaint("rename", status);
+    return status.code() == *expected_code ? std::string()
+                                           : "rename gave code " + std::to_string(status.code());
+  });
+}
+
+/// What the kernel lacks in a run of the tests below.
+struct Restriction {
+  const char* name;
+  std::vector<BarredCall> calls;
+};
+
+class OsLinuxRenameFallback : public testing::TestWithParam<Restriction> {
+ protected:
+  OsLinuxRenameFallback() {
+    write_file(m_scratch.path("from"), "new");
+    make_folder(m_scratch.path("folder"));
+    write_file(m_scratch.path("folder\\inner"), "inner");
+  }
+
+  const scratch_folder m_scratch;
+};
+
+TEST_P(OsLinuxRenameFallback, MovesAFile) {
+  EXPECT_SILENT_CHILD(
+      rename_without(GetParam().calls, m_scratch.path("from"), m_scratch.path("to")));
+  EXPECT_EQ(list_folder(m_scratch.path()), (std::vector<std::string>{"folder", "to"}));
+  EXPECT_EQ(read_file(m_scratch.path("to")), "new");
+}
+
+TEST_P(OsLinuxRenameFallback, MovesAFolder) {
+  EXPECT_SILENT_CHILD(
+      rename_without(GetParam().calls, m_scratch.path("folder"), m_scratch.path("to")));
+  EXPECT_EQ(list_folder(m_scratch.path()), (std::vector<std::string>{"from", "to"}));
+  EXPECT_EQ(read_file(m_scratch.path("to\\inner")), "inner");
+}
+
+TEST_P(OsLinuxRenameFallback, LeavesATakenNameAlone) {
+  write_file(m_scratch.path("to"), "old");
+  make_folder(m_scratch.path("empty"));
+  for (const auto& [from, to] : std::vector<std::pair<std::string, std::string>>{
+           {"from", "to"}, {"from", "empty"}, {"folder", "to"}, {"folder", "empty"}}) {
+    EXPECT_SILENT_CHILD(
+        rename_without(GetParam().calls, m_scratch.path(from), m_scratch.path(to), EEXIST));
+  }
+  EXPECT_EQ(read_file(m_scratch.path("from")), "new");
+  EXPECT_EQ(read_file(m_scratch.path("to")), "old");
+  EXPECT_EQ(read_file(m_scratch.path("folder\\inner")), "inner");
+}
+
+TEST_P(OsLinuxRenameFallback, LeavesNothingBehindWhenItFails) {
+  EXPECT_SILENT_CHILD(rename_without(GetParam().calls, m_scratch.path("folder"),
+                                     m_scratch.path("folder\\below itself"), EINVAL));
+  EXPECT_EQ(list_folder(m_scratch.path("folder")), std::vector<std::string>{"inner"});
+}
+
+const std::vector<Restriction> kRestrictions = {
+    {"FlagRefused", {{SYS_renameat2, EINVAL}}},
+    {"CallMissing", {{SYS_renameat2, ENOSYS}}},
+    {"LinksMissingToo", {{SYS_renameat2, EINVAL}, {SYS_link, EPERM}, {SYS_linkat, EPERM}}},
+};
+INSTANTIATE_TEST_SUITE_P(WithoutTheFlag, OsLinuxRenameFallback, testing::ValuesIn(kRestrictions),
+                         [](const auto& each) { return std::string(each.param.name); });
+
+// ---- folders of the process ------------------------------------------------------------------------
+
+TEST(OsLinuxFolders, TheTemporaryFolderIsThatOfTheEnvironment) {
+  const char* const old = std::getenv("TMPDIR");
+  const std::optional<std::string> kept = old ? std::optional<std::string>(old) : std::nullopt;
+  const auto answer = [](const char* value) {
+    ::setenv("TMPDIR", value, 1);
+    ucs2string folder;
+    EXPECT_TRUE(succeeds(os::temporary_folder(folder)));
+    return narrow(folder);
+  };
+  EXPECT_EQ(answer("/some/where"), "/some/where");
+  EXPECT_EQ(answer("/some/where//"), "/some/where");
+  EXPECT_EQ(answer("/"), "/");
+  EXPECT_EQ(answer(""), "/tmp");
+  ::setenv("TMPDIR", "/no\xFF", 1);
+  ucs2string folder = wide("unchanged");
+  EXPECT_TRUE(fails(os::temporary_folder(folder), Failure::kOther, {EILSEQ, 0}));
+  EXPECT_EQ(narrow(folder), "unchanged");
+  ::unsetenv("TMPDIR");
+  EXPECT_TRUE(succeeds(os::temporary_folder(folder)));
+  EXPECT_EQ(narrow(folder), "/tmp");
+  if (kept) ::setenv("TMPDIR", kept->c_str(), 1);
+}
+
+TEST(OsLinuxFolders, AWorkingFolderThatIsGoneOrNoTextIsAnError) {
+  const scratch_folder scratch;
+  const std::string words = in_child_without({}, [&] {
+    ucs2string folder;
+    fs::create_directory(fs::path(path_text(scratch.path()) + "/\xFF"));
+    if (::chdir((path_text(scratch.path()) + "/\xFF").c_str()) != 0) return std::string("chdir");
+    std::string all = complaint("no text", os::current_directory(folder), Failure::kOther, EILSEQ);
+    if (::rmdir((path_text(scratch.path()) + "/\xFF").c_str()) != 0) return std::string("rmdir");
+    all += complaint("gone", os::current_directory(folder), Failure::kNotFound, ENOENT);
+    all += complaint("relative", os::full_path(wide("a"), folder), Failure::kNotFound, ENOENT);
+    return all + complaint("absolute", os::full_path(wide("/a"), folder));
+  });
+  EXPECT_SILENT_CHILD(words);
+}
+
+}  // namespace
+
+#endif

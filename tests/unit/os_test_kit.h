@@ -1,0 +1,139 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+#include "platform/os/os.h"
+#include "tests/support/scratch.h"
+
+/// @file
+/// What the tests of the seam to the system share.
+
+// Found by its namespace, when GoogleTest prints a value.
+namespace os {
+
+inline std::ostream& operator<<(std::ostream& out, os::Failure failure) {
+  switch (failure) {
+    case os::Failure::kNone:
+      return out << "success";
+    case os::Failure::kNotFound:
+      return out << "not found";
+    case os::Failure::kAlreadyExists:
+      return out << "already exists";
+    case os::Failure::kLocked:
+      return out << "locked";
+    case os::Failure::kOther:
+      return out << "another failure";
+  }
+  return out << "?";
+}
+
+}  // namespace os
+
+#if defined(_WIN32)
+inline constexpr bool kOnWindows = true;
+// Without the system's own header, which only the seam may see.
+extern "C" __declspec(dllimport) void* __stdcall GetModuleHandleA(const char* name);
+extern "C" __declspec(dllimport) void* __stdcall GetProcAddress(void* module, const char* name);
+inline bool is_emulated() {
+  return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;
+}
+#else
+inline constexpr bool kOnWindows = false;
+inline bool is_emulated() { return false; }
+#endif
+
+/// For what only a Windows kernel does. Wine leaves locks between handles to whoever asks for them,
+/// and the read-only attribute to the permissions of the user, who may be the superuser.
+#define NEEDS_A_REAL_KERNEL(what)                                                         \
+  do {                                                                                    \
+    if (is_emulated()) GTEST_SKIP() << "Wine does not do this, Windows does: " << (what); \
+  } while (false)
+
+/// The two systems' codes for one failure.
+struct Codes {
+  std::int32_t posix;
+  std::int32_t windows;
+  std::int32_t here() const { return kOnWindows ? windows : posix; }
+};
+
+inline testing::AssertionResult succeeds(os::Status status) {
+  if (status.ok()) return testing::AssertionSuccess();
+  return testing::AssertionFailure()
+         << status.failure() << ", code " << status.code() << ": " << os::error_text(status.code());
+}
+
+inline testing::AssertionResult fails(os::Status status, os::Failure failure) {
+  if (status.failure() == failure) return testing::AssertionSuccess();
+  return testing::AssertionFailure() << status.failure() << ", code " << status.code();
+}
+
+inline testing::AssertionResult fails(os::Status status, os::Failure failure, Codes codes) {
+  if (status.failure() == failure && status.code() == codes.here()) {
+    return testing::AssertionSuccess();
+  }
+  return testing::AssertionFailure() << status.failure() << ", code " << status.code();
+}
+
+/// UTF-8 as the wide text of paths.
+inline ucs2string wide(const std::string& text) { return ucs2string(vu_utf8string(text)); }
+inline std::string narrow(const ucs2string& text) { return vu_utf8string(text).str(); }
+
+/// A handle that its scope closes.
+class OpenFile {
+ public:
+  OpenFile(const std::string& path, os::Access access) {
+    m_opened = os::open(path, access, m_handle);
+    EXPECT_TRUE(succeeds(m_opened)) << path;
+  }
+  ~OpenFile() {
+    if (m_handle == os::kNoHandle) return;
+    EXPECT_TRUE(succeeds(os::close(m_handle)));
+  }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  os::Handle get() const { return m_handle; }
+  void close() {
+    EXPECT_TRUE(succeeds(os::close(m_handle)));
+    m_handle = os::kNoHandle;
+  }
+
+  os::Status lock(std::uint32_t flags) {
+    alignas(os::kLockRegionAlign) unsigned char region[os::kLockRegionSize] = {};
+    return os::lock(m_handle, {flags, 0, 0xFFFFFFFF, 0xFFFFFFFF, region});
+  }
+  os::Status lock_shared() { return lock(os::kLockFailAtOnce); }
+  os::Status lock_exclusive() { return lock(os::kLockFailAtOnce | os::kLockExclusive); }
+
+  /// Reads up to @p count bytes; a failure shows.
+  std::string read(std::size_t count) {
+    std::string bytes(count, '\0');
+    std::size_t done = 0;
+    EXPECT_TRUE(succeeds(os::read(m_handle, bytes.data(), count, done)));
+    bytes.resize(done);
+    return bytes;
+  }
+  /// Writes all of @p bytes; a failure shows.
+  void write(const std::string& bytes) {
+    std::size_t done = 0;
+    EXPECT_TRUE(succeeds(os::write(m_handle, bytes.data(), bytes.size(), done)));
+    EXPECT_EQ(done, bytes.size());
+  }
+  os::Status try_read() {
+    char byte = 0;
+    std::size_t done = 0;
+    return os::read(m_handle, &byte, 1, done);
+  }
+  os::Status try_write() {
+    std::size_t done = 0;
+    return os::write(m_handle, "x", 1, done);
+  }
+
+ private:
+  os::Handle m_handle = os::kNoHandle;
+  os::Status m_opened;
+};

@@ -1,0 +1,536 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "platform/os/os.h"
+#include "tests/support/os_faults.h"
+#include "tests/support/recording_sink.h"
+#include "tests/support/scratch.h"
+#include "tests/support/storage_peer.h"
+#include "tests/unit/storage_fixture.h"
+#include "vu_storage.h"
+
+// Opening, reading, writing and closing documents. Questions and copies: storage_questions_test.cpp and
+// storage_copies_test.cpp.
+
+namespace {
+
+using Peer = vu_storage_test_peer;
+using vu_host::trace_event;
+using vu_host::trace_level;
+namespace faults = os::faults;
+
+constexpr auto kUser = STG::UserRepository;
+constexpr auto kUserFiles = STG::UserFilesRepository;
+constexpr auto kDocs = STG::CorporateRepository;
+constexpr auto kMail = STG::MailRepository;
+constexpr auto kMailFiles = STG::MailFilesRepository;
+
+class Documents : public StorageTest {
+ protected:
+  /// Stores a document and gives its path.
+  std::string store(const std::string& entry, STG::RepositoryType type, long timestamp,
+                    const std::string& bytes) {
+    vu_file file;
+    EXPECT_TRUE(client.OpenWrite2(file, "jdoe", entry, type, true, timestamp));
+    EXPECT_TRUE(file.is_open());
+    client.Write(file, bytes);
+    client.Close(file);
+    return file.getFilePath();
+  }
+
+  /// The bytes of a document, or "(closed)".
+  std::string fetch(const std::string& entry, STG::RepositoryType type, long timestamp) {
+    vu_file file;
+    client.OpenRead(file, "jdoe", entry, type, timestamp);
+    if (!file.is_open()) return "(closed)";
+    std::string bytes;
+    client.Read(file, bytes, 0);
+    client.Close(file);
+    return bytes;
+  }
+
+  std::string area(const std::string& name) const { return scratch.path("storage") + "\\" + name; }
+
+  /// A file under its own name in jdoe's folder of the user area: the index is not asked for it.
+  std::string place(const std::string& name, const std::string& bytes) {
+    make_folder(area("user") + "\\jdoe");
+    const std::string path = area("user") + "\\jdoe\\" + name;
+    write_file(path, bytes);
+    return path;
+  }
+
+  vu_storage client;
+};
+
+// ---- reading -----------------------------------------------------------------------------------
+
+TEST_F(Documents, AreReadBackAsTheyWereStored) {
+  const std::string bytes("line\r\n\0\xFF", 8);
+  for (const STG::RepositoryType type : {kUser, kUserFiles, kDocs, kMail, kMailFiles}) {
+    store("x.kdc", type, 0, bytes);
+    EXPECT_EQ(fetch("x.kdc", type, 0), bytes) << type;
+  }
+}
+
+TEST_F(Documents, AreOpenedForReadingWithWhatWasAskedFor) {
+  const std::string path = store("x.kdc", kDocs, 0, "abc");
+  set_modify_time(path, 1'500'000'000);
+  sink.clear();
+  EXPECT_EQ(fetch("x.kdc", kDocs, 1'400'000'000), "abc");
+  EXPECT_EQ(sink.scopes(trace_level::xs), Texts{"vu_storage::OpenRead"});
+  EXPECT_EQ(facade(trace_level::s),
+            Texts{"strUserOrDomainName :jdoe , \t strEntry : x.kdc , \t timestamp : 1400000000"});
+  EXPECT_EQ(facade(trace_level::m), Texts{"timestamp required = 1400000000, found = 1500000000"});
+  EXPECT_TRUE(facade(trace_event::error).empty());
+}
+
+TEST_F(Documents, WithoutANameAreNotOpened) {
+  EXPECT_EQ(fetch("", kUser, 0), "(closed)");
+  EXPECT_TRUE(list_folder(area("user")).empty());
+  EXPECT_EQ(facade(trace_level::s),
+            Texts{"strUserOrDomainName :jdoe , \t strEntry :  , \t timestamp : 0"});
+  // Nor is anything looked for where there is a folder.
+  store("x.kdc", kUser, 0, "abc");
+  EXPECT_EQ(calls_of(faults::Call::any, [&] { EXPECT_EQ(fetch("", kUser, 0), "(closed)"); }), 0U);
+}
+
+TEST_F(Documents, OfAnUnknownOwnerAreNotOpened) {
+  EXPECT_EQ(fetch("x.kdc", kDocs, 0), "(closed)");
+  EXPECT_EQ(fetch("x.kdc", kMail, 0), "(closed)");
+  EXPECT_TRUE(list_folder(area("docs")).empty());
+  EXPECT_TRUE(list_folder(area("mail")).empty());
+}
+
+TEST_F(Documents, OfOtherNamesAreNotOpened) {
+  store("x.kdc", kUser, 0, "abc");
+  EXPECT_EQ(fetch("y.kdc", kUser, 0), "(closed)");
+}
+
+TEST_F(Documents, OfTheCorporateAreaMustBeAsNewAsAskedFor) {
+  const std::string path = store("x.kdc", kDocs, 0, "abc");
+  set_modify_time(path, 1'000'000);
+  EXPECT_EQ(fetch("x.kdc", kDocs, 1'000'001), "(closed)");
+  EXPECT_EQ(fetch("x.kdc", kDocs, 1'000'000), "abc");
+  EXPECT_EQ(fetch("x.kdc", kDocs, 999'999), "abc");
+  EXPECT_EQ(fetch("x.kdc", kDocs, -5), "abc");
+}
+
+TEST_F(Documents, OfTheCorporateAreaStoredWithATimestampAreNotFoundByName) {
+  store("x.kdc", kDocs, 7, "abc");
+  EXPECT_EQ(fetch("x.kdc", kDocs, 7), "(closed)");
+  EXPECT_EQ(fetch("x.kdc", kDocs, 0), "(closed)");
+}
+
+TEST_F(Documents, OfTheVersionedKindMustMatchExactly) {
+  const std::string path = store("x.kdf", kDocs, 1'000, "abc");
+  EXPECT_EQ(fetch("x.kdf", kDocs, 1'000), "abc");
+  EXPECT_EQ(fetch("x.kdf", kDocs, 999), "(closed)");
+  EXPECT_EQ(fetch("x.kdf", kDocs, 1'001), "(closed)");
+  EXPECT_EQ(fetch("x.kdf", kDocs, 0), "(closed)");
+  // Whatever the file's own time is.
+  set_modify_time(path, 5);
+  EXPECT_EQ(fetch("x.kdf", kDocs, 1'000), "abc");
+  EXPECT_EQ(fetch("x.kdf", kDocs, 5), "(closed)");
+}
+
+TEST_F(Documents, AreVersionedByTheExactExtensionInTheCorporateAreaAlone) {
+  set_modify_time(store("x.KDF", kDocs, 0, "abc"), 2'000);
+  EXPECT_EQ(fetch("x.KDF", kDocs, 1'000), "abc");
+  EXPECT_EQ(fetch("x.KDF", kDocs, 2'001), "(closed)");
+  set_modify_time(store("kdf", kDocs, 0, "def"), 2'000);
+  EXPECT_EQ(fetch("kdf", kDocs, 1'000), "def");
+  store("x.kdf", kMail, 0, "ghi");
+  EXPECT_EQ(fetch("x.kdf", kMail, 1'000), "ghi");
+  store("y.kdf", kMail, 1'000, "jkl");
+  EXPECT_EQ(fetch("y.kdf", kMail, 1'000), "(closed)");
+}
+
+TEST_F(Documents, OfTheOtherAreasAreServedWhateverTheirAge) {
+  for (const STG::RepositoryType type : {kUser, kUserFiles, kMail, kMailFiles}) {
+    set_modify_time(store("x.kdc", type, 0, "abc"), 5);
+    EXPECT_EQ(fetch("x.kdc", type, 1'000'000), "abc") << type;
+    EXPECT_EQ(fetch("x.kdc", type, 2'147'483'647), "abc") << type;
+  }
+}
+
+TEST_F(Documents, FromTheFirstSecondOfTimeAreNotOpened) {
+  const std::string path = store("x.kdc", kUser, 0, "abc");
+  set_modify_time(path, 0);
+  sink.clear();
+  EXPECT_EQ(fetch("x.kdc", kUser, 0), "(closed)");
+  EXPECT_TRUE(facade(trace_level::m).empty());
+  set_modify_time(path, 1);
+  EXPECT_EQ(fetch("x.kdc", kUser, 0), "abc");
+}
+
+TEST_F(Documents, HaveTimesOf32Bits) {
+  const std::string path = store("x.kdc", kDocs, 0, "abc");
+  set_modify_time(path, 2'147'483'648);
+  sink.clear();
+  EXPECT_EQ(fetch("x.kdc", kDocs, 0), "(closed)");
+  EXPECT_EQ(facade(trace_level::m), Texts{"timestamp required = 0, found = -2147483648"});
+  EXPECT_EQ(fetch("x.kdc", kDocs, std::numeric_limits<std::int32_t>::min()), "abc");
+}
+
+TEST_F(Documents, AreAskedForWithTimestampsOf32Bits) {
+  store("x.kdf", kDocs, 2'147'483'647, "abc");
+  sink.clear();
+  // Where `long` has 32 bits this is the same number.
+  EXPECT_EQ(fetch("x.kdf", kDocs, std::numeric_limits<long>::max()), "abc");
+  EXPECT_EQ(facade(trace_level::s),
+            Texts{"strUserOrDomainName :jdoe , \t strEntry : x.kdf , \t timestamp : 2147483647"});
+}
+
+TEST_F(Documents, AreLeftClosedWhenTheyCannotBeOpened) {
+  place("x.kdc", "abc");
+  sink.clear();
+  const auto refused = faults::fail(faults::Call::open, kRefused);
+  EXPECT_EQ(fetch("x.kdc", kUser, 0), "(closed)");
+  EXPECT_EQ(refused.hits(), 1U);
+  EXPECT_EQ(facade(trace_event::error), Texts{"vu_storage::OpenRead : throw exception on open"});
+}
+
+TEST_F(Documents, AreLeftClosedAfterAnyOtherException) {
+  const std::string path = place("x.kdc", "abc");
+  sink.clear();
+  const auto raised = faults::throw_from(faults::Call::open, std::runtime_error("odd"));
+  EXPECT_EQ(fetch("x.kdc", kUser, 0), "(closed)");
+  EXPECT_EQ(raised.hits(), 1U);
+  EXPECT_EQ(facade(trace_event::error),
+            Texts{"vu_storage::OpenRead : Exception when try open file for read : " + path});
+}
+
+TEST_F(Documents, AreLeftClosedWhenTheirAreaRaises) {
+  {
+    const auto raised = faults::throw_from(faults::Call::probe_search, vu_file_except("no answer"));
+    EXPECT_EQ(fetch("x.kdc", kUser, 0), "(closed)");
+  }
+  EXPECT_EQ(facade(trace_event::error), Texts{"vu_storage::OpenRead : no answer"});
+  sink.clear();
+  {
+    const auto raised = faults::throw_from(faults::Call::probe_search, 1);
+    EXPECT_EQ(fetch("x.kdc", kUser, 0), "(closed)");
+  }
+  EXPECT_EQ(facade(trace_event::error),
+            Texts{"vu_storage::OpenRead : Exception when try open file for read : " + area("user") +
+                  "\\"});
+}
+
+TEST_F(Documents, AreReadByUtf8NamesByteForByte) {
+  const std::string owner = "jos\xC3\xA9";
+  const std::string entry = "\xE2\x82\xAC.kdc";
+  vu_file file;
+  client.OpenWrite(file, vu_utf8string(owner), vu_utf8string(entry), kUser, true, 0);
+  ASSERT_TRUE(file.is_open());
+  client.Write(file, "abc");
+  client.Close(file);
+
+  client.OpenRead(file, owner, entry, kUser, 0);
+  EXPECT_TRUE(file.is_open());
+  client.Close(file);
+  // Up to the first NUL.
+  client.OpenRead(file, vu_utf8string(owner + std::string("\0x", 2)),
+                  vu_utf8string(entry + std::string("\0y", 2)), kUser, 0);
+  EXPECT_TRUE(file.is_open());
+  client.Close(file);
+}
+
+// ---- opening for writing -----------------------------------------------------------------------
+
+TEST_F(Documents, AreOpenedForWritingWithTheirNamesInTheScope) {
+  sink.clear();
+  vu_file file;
+  EXPECT_TRUE(client.OpenWrite2(file, "jdoe", "x.kdc", kUser, false, 0));
+  const Texts labels = sink.scopes(trace_level::m);
+  ASSERT_FALSE(labels.empty());
+  EXPECT_EQ(labels.front(), "vu_storage::OpenWrite: jdoe : x.kdc");
+}
+
+TEST_F(Documents, AreStoredUnderAPhysicalNamePerVersion) {
+  const std::string first = store("x.kdc", kDocs, 1, "one");
+  const std::string second = store("x.kdc", kDocs, 2, "two");
+  EXPECT_EQ(first, area("docs") + "\\jdoe\\00000062\\00000001.kdc");
+  EXPECT_EQ(second, area("docs") + "\\jdoe\\00000062\\00000002.kdc");
+  EXPECT_EQ(read_file(area("docs") + "\\jdoe\\00000062\\index.dat"),
+            "x.kdc_0000000001/00000001\nx.kdc_0000000002/00000002\n");
+  EXPECT_EQ(read_file(first), "one");
+  EXPECT_EQ(read_file(second), "two");
+}
+
+TEST_F(Documents, WithoutANameAreNotStored) {
+  vu_file file;
+  EXPECT_FALSE(client.OpenWrite2(file, "jdoe", "", kUser, true, 0));
+  EXPECT_FALSE(file.is_open());
+  EXPECT_TRUE(list_folder(area("user")).empty());
+}
+
+TEST_F(Documents, ThatExistAreLeftClosedUnlessReplaced) {
+  const std::string path = store("x.kdc", kUser, 3, "old");
+  vu_file file;
+  EXPECT_TRUE(client.OpenWrite2(file, "jdoe", "x.kdc", kUser, false, 3));
+  EXPECT_FALSE(file.is_open());
+  EXPECT_EQ(read_file(path), "old");
+
+  EXPECT_TRUE(client.OpenWrite2(file, "jdoe", "x.kdc", kUser, true, 3));
+  ASSERT_TRUE(file.is_open());
+  EXPECT_EQ(file.getFilePath(), path);
+  client.Write(file, "n");
+  client.Close(file);
+  EXPECT_EQ(read_file(path), "n");
+}
+
+TEST_F(Documents, ThatAreNewAreOpenedReplacedOrNot) {
+  for (const bool replace : {false, true}) {
+    vu_file file;
+    client.OpenWrite(file, "jdoe", replace ? "a.kdc" : "b.kdc", kMail, replace, 0);
+    EXPECT_TRUE(file.is_open()) << replace;
+    client.Close(file);
+  }
+}
+
+TEST_F(Documents, ThatAreReplacedLeaveTheCategoryFilesOfTheUserArea) {
+  store("x.kdc", kUserFiles, 0, "old");
+  const std::string category = store("mine.ctg", kUserFiles, 0, "x.kdc=1\ny.kdc=2\n");
+  vu_file file;
+  EXPECT_TRUE(client.OpenWrite2(file, "jdoe", "x.kdc", kUserFiles, false, 0));
+  EXPECT_EQ(read_file(category), "x.kdc=1\ny.kdc=2\n");
+  // The same folder, but another type.
+  EXPECT_TRUE(client.OpenWrite2(file, "jdoe", "x.kdc", kUser, true, 0));
+  client.Close(file);
+  EXPECT_EQ(read_file(category), "x.kdc=1\ny.kdc=2\n");
+  EXPECT_TRUE(client.OpenWrite2(file, "jdoe", "x.kdc", kUserFiles, true, 0));
+  client.Close(file);
+  EXPECT_EQ(read_file(category), "y.kdc=2\n");
+}
+
+TEST_F(Documents, ThatAreNewStayInTheCategoryFiles) {
+  const std::string category = store("mine.ctg", kUserFiles, 0, "x.kdc=1\n");
+  store("x.kdc", kUserFiles, 0, "new");
+  EXPECT_EQ(read_file(category), "x.kdc=1\n");
+}
+
+TEST_F(Documents, ThatAreReplacedInTheCorporateAreaLoseTheirParts) {
+  const std::string path = store("x.kdc", kDocs, 5, "old");
+  make_folder(path + "_\\html\\page");
+  write_file(path + "_\\html\\page\\1", "part");
+  make_folder(path + "_17");
+  vu_file file;
+  EXPECT_TRUE(client.OpenWrite2(file, "jdoe", "x.kdc", kDocs, false, 5));
+  EXPECT_TRUE(folder_exists(path + "_"));
+
+  EXPECT_TRUE(client.OpenWrite2(file, "jdoe", "x.kdc", kDocs, true, 5));
+  client.Close(file);
+  EXPECT_FALSE(file_exists(path + "_"));
+  EXPECT_TRUE(folder_exists(path + "_17"));
+  EXPECT_TRUE(file_exists(path));
+}
+
+TEST_F(Documents, ThatAreReplacedLoseThePartsOfTheStampInForce) {
+  const std::string path = store("x.kdc", kDocs, 5, "old");
+  make_folder(path + "_");
+  make_folder(path + "_17");
+  vu_storage::setTdcTimeStamp("17");
+  store("x.kdc", kDocs, 5, "new");
+  EXPECT_TRUE(folder_exists(path + "_"));
+  EXPECT_FALSE(file_exists(path + "_17"));
+}
+
+TEST_F(Documents, ThatAreReplacedElsewhereKeepTheirParts) {
+  for (const STG::RepositoryType type : {kUser, kUserFiles, kMail}) {
+    const std::string path = store("x.kdc", type, 5, "old");
+    make_folder(path + "_");
+    store("x.kdc", type, 5, "new");
+    EXPECT_TRUE(folder_exists(path + "_")) << type;
+  }
+}
+
+TEST_F(Documents, AreNotStoredWhenTheyCannotBeOpened) {
+  const std::string path = place("x.kdc", "old");
+  sink.clear();
+  const auto refused = faults::fail(faults::Call::open, kRefused);
+  vu_file file;
+  EXPECT_FALSE(client.OpenWrite2(file, "jdoe", "x.kdc", kUser, true, 0));
+  EXPECT_EQ(refused.hits(), 1U);
+  EXPECT_FALSE(file.is_open());
+  EXPECT_EQ(facade(trace_event::error), Texts{"vu_storage::OpenWrite : throw exception on open"});
+  EXPECT_EQ(read_file(path), "old");
+}
+
+TEST_F(Documents, AreNotStoredAfterAnyOtherException) {
+  place("x.kdc", "old");
+  sink.clear();
+  const auto raised = faults::throw_from(faults::Call::open, std::runtime_error("odd"));
+  vu_file file;
+  EXPECT_FALSE(client.OpenWrite2(file, "jdoe", "x.kdc", kUser, true, 0));
+  EXPECT_EQ(raised.hits(), 1U);
+  EXPECT_FALSE(file.is_open());
+  EXPECT_EQ(facade(trace_event::error),
+            Texts{"vu_storage::OpenWrite : Can't open file for write : x.kdc"});
+}
+
+TEST_F(Documents, AreNotStoredWhenTheirAreaRaises) {
+  const auto raised = faults::throw_from(faults::Call::probe_search, vu_file_except("no answer"));
+  vu_file file;
+  EXPECT_FALSE(client.OpenWrite2(file, "jdoe", "x.kdc", kUser, true, 0));
+  EXPECT_EQ(facade(trace_event::error), Texts{"vu_storage::OpenWrite : no answer"});
+}
+
+TEST_F(Documents, AreNotStoredWhereTheFolderCannotBeMade) {
+  const auto full =
+      faults::fail(faults::Call::create_directory, kRefused, 1, faults::Times::kLasting);
+  vu_file file;
+  // The folder is not asked for once more: the missing one shows when the file is made.
+  EXPECT_FALSE(client.OpenWrite2(file, "jdoe", "x.kdc", kUser, true, 0));
+  EXPECT_EQ(full.hits(), 1U);
+  EXPECT_FALSE(file.is_open());
+  EXPECT_EQ(facade(trace_event::error), Texts{"vu_storage::OpenWrite : throw exception on open"});
+}
+
+TEST_F(Documents, AreNotReplacedWhenTheCategoriesRaise) {
+  store("x.kdc", kUserFiles, 0, "old");
+  sink.clear();
+  // The third open is that of the index for its categories.
+  const auto refused = faults::fail(faults::Call::open, kRefused, 2);
+  vu_file file;
+  EXPECT_FALSE(client.OpenWrite2(file, "jdoe", "x.kdc", kUserFiles, true, 0));
+  EXPECT_EQ(refused.hits(), 1U);
+  EXPECT_FALSE(file.is_open());
+  EXPECT_EQ(facade(trace_event::error), Texts{"vu_storage::OpenWrite : throw exception on open"});
+}
+
+// ---- reading and writing open files ------------------------------------------------------------
+
+TEST_F(Documents, AreReadInPieces) {
+  const std::string path = place("x.kdc", "abcdef");
+  vu_file file;
+  client.OpenRead(file, "jdoe", "x.kdc", kUser, 0);
+  std::string bytes = "before";
+  client.Read(file, bytes, 2);
+  EXPECT_EQ(bytes, "ab");
+  client.Read(file, bytes, 3);
+  EXPECT_EQ(bytes, "cde");
+  client.Read(file, bytes, 100);
+  EXPECT_EQ(bytes, "f");
+  client.Read(file, bytes, 100);
+  EXPECT_EQ(bytes, "");
+  file.rewind();
+  client.Read(file, bytes, 0);
+  EXPECT_EQ(bytes, "abcdef");
+  client.Close(file);
+  EXPECT_TRUE(facade(trace_event::error).empty());
+}
+
+TEST_F(Documents, GiveNothingWhenTheFileIsNotOpen) {
+  vu_file file;
+  std::string bytes = "before";
+  client.Read(file, bytes, 0);
+  EXPECT_EQ(bytes, "");
+  EXPECT_EQ(facade(trace_event::error),
+            Texts{"vu_storage::Read: vu_file::read : read op in write or truncate access file"});
+}
+
+TEST_F(Documents, GiveNothingWhenTheSystemCannotRead) {
+  place("x.kdc", "abc");
+  vu_file file;
+  client.OpenRead(file, "jdoe", "x.kdc", kUser, 0);
+  const auto broken = faults::fail(faults::Call::read, kRefused);
+  std::string bytes = "before";
+  client.Read(file, bytes, 3);
+  EXPECT_EQ(bytes, "");
+  EXPECT_EQ(facade(trace_event::error), Texts{"vu_storage::Read: throw exception on read"});
+}
+
+TEST_F(Documents, LeaveTheBufferToTheFileAfterAnyOtherException) {
+  place("x.kdc", "abc");
+  vu_file file;
+  client.OpenRead(file, "jdoe", "x.kdc", kUser, 0);
+  std::string expected = "before";
+  std::string bytes = "before";
+  {
+    const auto raised = faults::throw_from(faults::Call::read, std::runtime_error("odd"));
+    EXPECT_THROW(file.read(expected, 3), std::runtime_error);
+  }
+  {
+    const auto raised = faults::throw_from(faults::Call::read, std::runtime_error("odd"));
+    client.Read(file, bytes, 3);
+    EXPECT_EQ(raised.hits(), 1U);
+  }
+  EXPECT_EQ(bytes, expected);
+  EXPECT_FALSE(bytes.empty());
+  EXPECT_EQ(facade(trace_event::error),
+            Texts{"vu_storage::Read : Cannot read from file not opened"});
+}
+
+TEST_F(Documents, AreNotReadWithANegativeLength) {
+  place("x.kdc", "abc");
+  vu_file file;
+  client.OpenRead(file, "jdoe", "x.kdc", kUser, 0);
+  for (const long length : {-1L, std::numeric_limits<long>::min(),
+                            // Where `long` is wider: cut to 32 bits this would ask for one byte.
+                            sizeof(long) > 4 ? static_cast<long>(-4294967295LL) : -2L}) {
+    sink.clear();
+    std::string bytes = "before";
+    client.Read(file, bytes, length);
+    EXPECT_EQ(bytes, "") << length;
+    EXPECT_EQ(facade(trace_event::error), Texts{"vu_storage::Read: throw exception on read"})
+        << length;
+  }
+}
+
+TEST_F(Documents, AreNotWrittenThroughAFileOpenForReading) {
+  const std::string path = place("x.kdc", "abc");
+  vu_file file;
+  client.OpenRead(file, "jdoe", "x.kdc", kUser, 0);
+  client.Write(file, "def");
+  client.Close(file);
+  EXPECT_EQ(read_file(path), "abc");
+  EXPECT_EQ(facade(trace_event::error),
+            Texts{"vu_storage::Write : vu_file::write : write operation in read access file"});
+}
+
+TEST_F(Documents, AreNotWrittenAfterAnyOtherException) {
+  vu_file file;
+  EXPECT_TRUE(client.OpenWrite2(file, "jdoe", "x.kdc", kUser, true, 0));
+  const auto raised = faults::throw_from(faults::Call::write, std::runtime_error("odd"));
+  client.Write(file, "abc");
+  EXPECT_EQ(raised.hits(), 1U);
+  EXPECT_EQ(facade(trace_event::error), Texts{"vu_storage::Write : Cannot Write to file"});
+}
+
+TEST_F(Documents, AreClosedWithoutTouchingTheIndex) {
+  vu_file file;
+  EXPECT_TRUE(client.OpenWrite2(file, "jdoe", "x.kdc", kUser, true, 0));
+  const std::string index = area("user") + "\\jdoe\\index.dat";
+  set_modify_time(index, 1'000);
+  client.Close(file);
+  EXPECT_FALSE(file.is_open());
+  EXPECT_EQ(get_modify_time(index), 1'000);
+  client.Close(file);
+  EXPECT_TRUE(facade(trace_event::error).empty());
+}
+
+TEST_F(Documents, AreClosedWithATraceWhenTheInitialisationFails) {
+  vu_file file;
+  Peer::reset();
+  {
+    FailingTemporaryFiles failing{vu_file_except("no folder")};
+    vu_host::install({&sink, nullptr, &failing, nullptr});
+    client.Close(file);
+    EXPECT_EQ(facade(trace_event::error), Texts{"Error in vu_storage::Close : no folder"});
+  }
+  sink.clear();
+  {
+    FailingTemporaryFiles failing{std::runtime_error("odd")};
+    vu_host::install({&sink, nullptr, &failing, nullptr});
+    EXPECT_THROW(client.Close(file), std::runtime_error);
+    EXPECT_TRUE(facade(trace_event::error).empty());
+  }
+  vu_host::install({&sink});
+}
+
+}  // namespace
