@@ -63,6 +63,7 @@ std::string STGIndex::newIndex() {
 }
 
 bool STGIndex::alreadyInMaps(const std::string& found) const {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   const auto it = m_pl.find(found);
   if (it != m_pl.end() && index_format::timestamp_of(it->second) == 0 &&
       index_format::logical_of(it->second) == found) {

@@ -118,7 +118,9 @@ void ReadList::unescape(const std::string& name) {
   const auto it = m_lines.find(name);
   if (it == m_lines.end()) return;
   std::string& line = it->second;
-  const Tabs tabs = tabs_of(line).value();
-  const std::size_t begin = tabs[0] + 1;
-  line.replace(begin, tabs[1] - begin, index_format::unescape(line.substr(begin, tabs[1] - begin)));
+  // Decoding may have emptied the field before: then it is not looked for where it was.
+  const std::size_t begin = line.find('\t', 1) + 1;
+  const std::size_t end = line.find('\t', begin + 1);
+  if (end == std::string::npos) return;
+  line.replace(begin, end - begin, index_format::unescape(line.substr(begin, end - begin)));
 }

@@ -104,11 +104,19 @@ void STGIndex::mergeAndSave() {
 
 void STGIndex::mergeFrom(const std::string& text) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  FolderFiles files(m_folder);
   NameMap lp_on_disk;
   NameMap pl_on_disk;
-  string2Maps(m_folder, text, lp_on_disk, pl_on_disk);
+  files.load(text, lp_on_disk, pl_on_disk);
   for (const auto& [key, stored] : lp_on_disk) {
-    if (!m_lp.emplace(key, stored).second) continue;
+    const auto [mine, is_new] = m_lp.emplace(key, stored);
+    if (!is_new) {
+      // Somebody may have removed the entry since it was loaded here, and made it anew: a line of mine whose
+      // file is gone must not keep the new one out.
+      if (mine->second == stored || files.is_valid(key, mine->second)) continue;
+      m_pl.erase(mine->second);
+      mine->second = stored;
+    }
     VU_TRACE_M(" add in my maps ", key, "/", stored);
     m_pl.emplace(stored, key);
   }

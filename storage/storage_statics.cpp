@@ -1,7 +1,7 @@
 #include "vu_storage.h"
 
-// Constants all of them, so that nothing runs for them when the library is loaded that could meet
-// an object of another file before that one is made.
+// The marker and the switch are constants when the library is loaded; the strings are made empty. None
+// of them calls anything, so the order in which the library's objects are made does not matter.
 constinit std::int32_t vu_storage::s_initDone = 0;
 constinit bool vu_storage::s_bUseDomain = true;
 std::string vu_storage::s_storagePath;

@@ -41,7 +41,8 @@ TEST_F(IndexCleaningClient, RemovesOldVersionsAndReportsTheOthers) {
   make_folder(path("00000002.kdc_\\html"));
   AgeMap kept;
   EXPECT_EQ(STGIndex::cleanOutOfDateOutput(folder.path(), 3600, kept, false), 1U);
-  EXPECT_EQ(names(), (Names{"00000002.kdc", "00000002.kdc_", "00000003.kdc", "index", "index.dat"}));
+  EXPECT_EQ(names(),
+            (Names{"00000002.kdc", "00000002.kdc_", "00000003.kdc", "index", "index.dat"}));
   EXPECT_EQ(read_file(path("index.dat")), "a.kdc_0000000002/00000002\nb.kdc_0000000001/00000003\n");
 
   // The oldest first; the clock may have gone on.
@@ -86,7 +87,8 @@ TEST_F(IndexCleaningClient, RemovesAllOutputAndNothingElse) {
 }
 
 TEST_F(IndexCleaningClient, RemovesAndMeasuresSubPartFolders) {
-  for (const char* const name : {"00001.kdc_", "00001.kdc_2024", "00001.kdcx"}) make_folder(path(name));
+  for (const char* const name : {"00001.kdc_", "00001.kdc_2024", "00001.kdcx"})
+    make_folder(path(name));
   write_file(path("00001.kdc_\\part"), std::string(2500, 'x'));
   write_file(path("00001.kdc_2024\\part"), std::string(1024, 'x'));
   write_file(path("00001.kdc_x"), "a plain file");

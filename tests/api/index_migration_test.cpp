@@ -64,9 +64,9 @@ TEST_F(IndexMigrationClient, RefusesAnEmptyUser) {
   const Names before = list_folder(vu_storage::getMailPath());
   STGIndex::migrateInboxRead("");
   EXPECT_EQ(list_folder(vu_storage::getMailPath()), before);
-  EXPECT_EQ(sink.count(vu_host::trace_event::warning,
-                       " Migration on inbox read need an non empty user "),
-            1U);
+  EXPECT_EQ(
+      sink.count(vu_host::trace_event::warning, " Migration on inbox read need an non empty user "),
+      1U);
 }
 
 }  // namespace

@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <map>
+#include <random>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "stg_index.h"
@@ -119,6 +122,55 @@ TEST_F(IndexClient, LosesNoVersionOfSeveralThreads) {
   }
 }
 
+TEST_F(IndexClient, KeepsEveryVersionsBytesThroughManyChanges) {
+  const Names logicals = {"a.kdb", "b.kdc", "c", "a longer name.kdb"};
+  constexpr long kStamps = 3;
+  std::mt19937 random(271828);
+  const auto any_logical = [&] { return logicals[random() % logicals.size()]; };
+  const auto any_stamp = [&] { return static_cast<long>(random() % kStamps); };
+  for (const bool on : {false, true}) {
+    STGIndex::setSynchronizeMode(on);
+    const scratch_folder fresh;
+    std::map<std::pair<std::string, long>, std::string> model;
+    for (int step = 0; step < 120; ++step) {
+      const std::pair<std::string, long> one(any_logical(), any_stamp());
+      const std::pair<std::string, long> other(any_logical(), any_stamp());
+      switch (random() % 4) {
+        case 0:
+        case 1: {
+          const std::string name = STGIndex::create(fresh.path(), one.first, one.second);
+          model[one] = "bytes of step " + std::to_string(step);
+          write_file(fresh.path(name), model[one]);
+          break;
+        }
+        case 2:
+          STGIndex::remove(fresh.path(), one.first, one.second);
+          model.erase(one);
+          break;
+        default:
+          STGIndex::rename(fresh.path(), one.first, one.second, other.first, other.second);
+          if (one == other || !model.contains(one)) break;
+          model[other] = model[one];
+          model.erase(one);
+      }
+      for (const std::string& logical : logicals) {
+        for (long ts = 0; ts < kStamps; ++ts) {
+          const auto expected = model.find({logical, ts});
+          const bool found = STGIndex::exists(fresh.path(), logical, ts, physical);
+          ASSERT_EQ(found, expected != model.end()) << step << ' ' << logical << ' ' << ts;
+          if (found) {
+            ASSERT_EQ(read_file(fresh.path(physical)), expected->second) << step;
+          }
+        }
+      }
+    }
+    // One file for each version, and the index's own two.
+    EXPECT_EQ(list_folder(fresh.path()).size(), model.size() + 2);
+    STGIndex::plValues(fresh.path(), out);
+    EXPECT_EQ(out.size(), model.size());
+  }
+}
+
 // ---- questions ---------------------------------------------------------------------------------
 
 TEST_F(IndexClient, FindsTheLatestVersion) {
@@ -147,15 +199,27 @@ TEST_F(IndexClient, TakesNoTimestampBelowZeroForTheLatest) {
   EXPECT_EQ(ts, 0);
 }
 
+TEST_F(IndexClient, FindsTheLatestVersionAlsoWhereTheKeysAreInAnotherOrder) {
+  write_file(path("00000001"), "");
+  write_file(path("index.dat"), "x_         9/00000001\nx_0000000005/00000001\n");
+  long ts = 77;
+  EXPECT_TRUE(STGIndex::lastVersion(folder.path(), "x", ts));
+  EXPECT_EQ(ts, 9);
+}
+
 TEST_F(IndexClient, ListsByPhysicalOrByLogicalName) {
   create("a.kdb", 5);
   create("list.ctg", 0);
   create("notes", 1);
   out = {{"old", "content"}};
   STGIndex::plValues(folder.path(), out);
-  EXPECT_EQ(out, (NameMap{{"00000001.kdb", "a.kdb"}, {"00000002.ctg", "list.ctg"}, {"00000003", "notes"}}));
+  EXPECT_EQ(
+      out,
+      (NameMap{{"00000001.kdb", "a.kdb"}, {"00000002.ctg", "list.ctg"}, {"00000003", "notes"}}));
   STGIndex::lpValues(folder.path(), out);
-  EXPECT_EQ(out, (NameMap{{"a.kdb", "00000001.kdb"}, {"list.ctg", "00000002.ctg"}, {"notes", "00000003"}}));
+  EXPECT_EQ(
+      out,
+      (NameMap{{"a.kdb", "00000001.kdb"}, {"list.ctg", "00000002.ctg"}, {"notes", "00000003"}}));
 }
 
 TEST_F(IndexClient, ListsTheSmallestTimestampOfAName) {
@@ -185,9 +249,9 @@ TEST_F(IndexClient, ListsTheFirstOfTwoNamesOfOneFile) {
 }
 
 TEST_F(IndexClient, ListsCategoriesByLogicalNameAndDocumentsByPhysicalName) {
-  for (const char* const name : {"a.kda", "b.kdb", "c.kdc", "d.kdd", "e.kde", "f.kdf", "g.kdg", "h.kdh",
-                                 "i.KDB", "kdb", "j.kdb.txt", "k.txt.kdb", "l.ctg", "m.CTG", "ctg",
-                                 "n.ctg.x", "o.kd", "p.", "q.kdbx"}) {
+  for (const char* const name :
+       {"a.kda", "b.kdb", "c.kdc", "d.kdd", "e.kde", "f.kdf", "g.kdg", "h.kdh", "i.KDB", "kdb",
+        "j.kdb.txt", "k.txt.kdb", "l.ctg", "m.CTG", "ctg", "n.ctg.x", "o.kd", "p.", "q.kdbx"}) {
     create(name, 1);
   }
   STGIndex::getVUDocs(folder.path(), out);
@@ -230,7 +294,8 @@ TEST_F(IndexClient, TracesUnderItsOwnSourceName) {
   create("a.kdb", 5);
   bool seen = false;
   for (const traced& each : sink.all()) {
-    if (each.text != " STGIndex (create): Set need update flag to true: index.dat will be updated") continue;
+    if (each.text != " STGIndex (create): Set need update flag to true: index.dat will be updated")
+      continue;
     EXPECT_EQ(each.source, "stg_index");
     EXPECT_EQ(each.kind, traced::kind_t::record);
     EXPECT_EQ(each.level, vu_host::trace_level::m);

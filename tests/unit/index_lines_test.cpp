@@ -317,6 +317,13 @@ TEST_F(IndexText, GluesALineWithoutASlashToALastLineWithoutALineFeed) {
   EXPECT_EQ(pl, (NameMap{{"phys", "abc\nkey_0000000001"}}));
 }
 
+TEST_F(IndexText, GluesSuchLinesToALongNameAsWell) {
+  const std::string name = "a-physical-name-of-some-length-" + std::string(100, 'x');
+  make_files({name});
+  load("abc\nkey_0000000001/" + name);
+  EXPECT_EQ(lp, (NameMap{{"abc\nkey_0000000001", name}, {"key_0000000001", name}}));
+}
+
 TEST_F(IndexText, GluesSuchLinesByTheLogicalExtensionAsWell) {
   make_files({"phys.kdb"});
   load("a\nb.kdb\nc\nkey.kdb_0000000001/phys");
@@ -341,6 +348,11 @@ TEST_F(IndexText, TellsTheExtensionsOfGluedLinesApart) {
   lp.clear();
   Peer::string2Maps(other.path(), "a\nx.kdb\nkey_0000000001/phys", lp, pl);
   EXPECT_EQ(lp, (NameMap{{"a\nx.kdb\nkey_0000000001", "phys"}, {"x.kdb\nkey_0000000001", "phys"}}));
+  // Behind the dot there is no extension any more, for the same rest of the text.
+  write_file(other.path("phys\n.kdb\nb\nkey"), "x");
+  lp.clear();
+  Peer::string2Maps(other.path(), "x.kdb\nb\nkey_0000000001/phys\n", lp, pl);
+  EXPECT_EQ(lp, (NameMap{{"x.kdb\nb\nkey_0000000001", "phys\n"}}));
 #endif
 }
 

@@ -34,7 +34,9 @@ class IndexMigration : public testing::Test {
   std::string path() const { return mail + "\\joe"; }
   std::string path(const std::string& name) const { return path() + "\\" + name; }
   void make_mail_folder() const { make_folder(path()); }
-  void write(const std::string& name, const std::string& bytes) const { write_file(path(name), bytes); }
+  void write(const std::string& name, const std::string& bytes) const {
+    write_file(path(name), bytes);
+  }
   std::string read(const std::string& name) const { return read_file(path(name)); }
   std::string index() const { return read("index.dat"); }
   Texts names() const { return list_folder(path()); }
@@ -111,9 +113,9 @@ TEST_F(IndexMigration, SaysTheSameWhenTheFolderCannotBeMade) {
   const auto fault = os::faults::fail(Call::create_directory, kRefused);
   EXPECT_NO_THROW(migrate());
   EXPECT_FALSE(folder_exists(path()));
-  EXPECT_EQ(sink.count(trace_event::warning,
-                       "User joe has an empty inbox read. No need migration);"),
-            1U);
+  EXPECT_EQ(
+      sink.count(trace_event::warning, "User joe has an empty inbox read. No need migration);"),
+      1U);
 }
 
 // ---- what is converted -------------------------------------------------------------------------
@@ -405,9 +407,9 @@ TEST_F(IndexMigration, KeepsAFileThatCannotBeCopiedAndSetsNoMarker) {
     EXPECT_NO_THROW(migrate());
     EXPECT_EQ(fault.hits(), 1U);
   }
-  EXPECT_EQ(sink.count(trace_event::error,
-                       "STGIndex: rename: copy failed: " + path("1#1#1#a%20.kdb")),
-            1U);
+  EXPECT_EQ(
+      sink.count(trace_event::error, "STGIndex: rename: copy failed: " + path("1#1#1#a%20.kdb")),
+      1U);
   EXPECT_EQ(read("1#1#1#a%20.kdb"), "a");
   EXPECT_EQ(entry("1#1#1#b .kdb"), "b");
   EXPECT_EQ(read("read.txt"), "1\ta%20\tB\t1\t1\tf\t\n1\tb \tB\t1\t1\tf\t\n");
@@ -527,14 +529,15 @@ TEST_F(IndexMigration, RaisesWhereTheListCannotBeSaved) {
   {
     // The last opening of all is the list's; the marker's file is made before.
     int openings = 0;
-    const auto count = os::faults::before(Call::open, [&openings] { ++openings; }, 1, Times::kLasting);
+    const auto count = os::faults::before(
+        Call::open, [&openings] { ++openings; }, 1, Times::kLasting);
     migrate();
     ASSERT_GT(openings, 5);
     for (const std::string& name : names()) {
       if (name != "read.txt") std::filesystem::remove(native(path(name)));
     }
-    broken.reset(new os::faults::Fault(os::faults::fail(
-        Call::open, kRefused, static_cast<std::uint64_t>(openings))));
+    broken.reset(new os::faults::Fault(
+        os::faults::fail(Call::open, kRefused, static_cast<std::uint64_t>(openings))));
   }
   EXPECT_THROW(migrate(), vu_file_except);
   EXPECT_EQ(broken->hits(), 1U);
@@ -546,8 +549,7 @@ TEST_F(IndexMigration, SavesTheListAlsoWhenTheIndexCannotBeMerged) {
   make_mail_folder();
   write("1#1#1#a%20.kdb", "a");
   write("read.txt", "no name\n1\ta%20\tB\t1\t1\tf\t\n");
-  write("index.dat",
-        "1#1#1#a%20.kdb_0000000000/1#1#1#a%20.kdb\nread.txt_0000000000/read.txt\n");
+  write("index.dat", "1#1#1#a%20.kdb_0000000000/1#1#1#a%20.kdb\nread.txt_0000000000/read.txt\n");
   std::unique_ptr<os::faults::Fault> broken;
   const auto hook = os::faults::before(Call::copy, [&broken] {
     // Read from here on: the counter for the marker, and then the index to be merged.

@@ -525,10 +525,12 @@ void adopt_plainly(const std::string& folder, NameMap& lp, NameMap& pl) {
 TEST_F(IndexAdoption, FindsWhatAskingForEveryFileByItselfFinds) {
   std::mt19937 random(31415);
   const Texts files = {"a", "a.x", "a.y", "a.x.y", "b.x", "c", "00000001", "00000001.x", "index.x"};
-  const Texts lines = {"a_0000000000/a\n",        "a.x_0000000000/a.x\n",  "a.x_0000000001/a\n",
-                       "b.x_0000000000/b.x\n",    "z.y_0000000000/a.x\n",  "b.x_0000000003/b\n",
-                       "k.x_0000000002/00000001\n", "k_0000000002/00000001\n", "c_0000000000/c.x\n",
-                       "torn\n",                  "c_0000000000/00000001\n"};
+  const Texts lines = {"a_0000000000/a\n",          "a.x_0000000000/a.x\n",
+                       "a.x_0000000001/a\n",        "b.x_0000000000/b.x\n",
+                       "z.y_0000000000/a.x\n",      "b.x_0000000003/b\n",
+                       "k.x_0000000002/00000001\n", "k_0000000002/00000001\n",
+                       "c_0000000000/c.x\n",        "torn\n",
+                       "c_0000000000/00000001\n"};
   make_folder(folder.path("d.x"));
   std::size_t adopted = 0;
   for (int round = 0; round < 200; ++round) {

@@ -671,14 +671,37 @@ TEST_F(IndexQueries, OpenScopesOfTheirOwnLikeEveryOtherMember) {
   }
   std::string seen;
   for (const traced& each : sink.all()) {
-    if (each.kind == traced::kind_t::scope && each.source == "stg_index") seen += each.signature + "\n";
+    if (each.kind == traced::kind_t::scope && each.source == "stg_index")
+      seen += each.signature + "\n";
   }
-  for (const char* const member :
-       {"STGIndex", "~STGIndex", "_contains", "_create", "_remove", "_rename", "newIndex",
-        "alreadyInMaps", "add_not_referenced_entry", "synchronizeToFolder", "saveIndexFile", "exists",
-        "create", "remove", "rename", "lastVersion", "plValues", "lpValues", "getCategories",
-        "getVUDocs", "getPhysicalName", "getPhysicalPath", "updateIndexFile", "checkIndexFile",
-        "cleanOutOfDateOutput", "cleanAllOutput", "cleanOutputDirectories", "migrateInboxRead"}) {
+  for (const char* const member : {"STGIndex",
+                                   "~STGIndex",
+                                   "_contains",
+                                   "_create",
+                                   "_remove",
+                                   "_rename",
+                                   "newIndex",
+                                   "alreadyInMaps",
+                                   "add_not_referenced_entry",
+                                   "synchronizeToFolder",
+                                   "saveIndexFile",
+                                   "exists",
+                                   "create",
+                                   "remove",
+                                   "rename",
+                                   "lastVersion",
+                                   "plValues",
+                                   "lpValues",
+                                   "getCategories",
+                                   "getVUDocs",
+                                   "getPhysicalName",
+                                   "getPhysicalPath",
+                                   "updateIndexFile",
+                                   "checkIndexFile",
+                                   "cleanOutOfDateOutput",
+                                   "cleanAllOutput",
+                                   "cleanOutputDirectories",
+                                   "migrateInboxRead"}) {
     EXPECT_NE(seen.find("STGIndex::" + std::string(member) + "("), std::string::npos) << member;
   }
   // The small functions on names trace nothing.

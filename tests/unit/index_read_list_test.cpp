@@ -38,15 +38,17 @@ TEST(ReadListName, EndsInAnExtensionByTheThirdFieldsFirstCharacter) {
     if (kind == 'U') extension = ".kde";
     if (kind == 'Z') extension = ".kdf";
     const std::string tail = "\t4\t5\t6\t";
-    EXPECT_EQ(ReadList::name_of("1\t2\t" + std::string(1, kind) + tail), "4#5#1#2" + extension) << code;
-    EXPECT_EQ(ReadList::name_of("1\t2\t" + std::string(1, kind) + "AB" + tail), "4#5#1#2" + extension)
+    EXPECT_EQ(ReadList::name_of("1\t2\t" + std::string(1, kind) + tail), "4#5#1#2" + extension)
+        << code;
+    EXPECT_EQ(ReadList::name_of("1\t2\t" + std::string(1, kind) + "AB" + tail),
+              "4#5#1#2" + extension)
         << code;
   }
 }
 
 TEST(ReadListName, IsEmptyWithFewerThanSixTabs) {
-  for (const char* const line : {"", "x", "\t", "1\t2\tA\t4\t5\t6", "1\t2\tA\t4\t5", "1\t2\tA\t4\t5\t",
-                                 "\t\t\t\t\t\t", "no tabs at all"}) {
+  for (const char* const line : {"", "x", "\t", "1\t2\tA\t4\t5\t6", "1\t2\tA\t4\t5",
+                                 "1\t2\tA\t4\t5\t", "\t\t\t\t\t\t", "no tabs at all"}) {
     EXPECT_EQ(ReadList::name_of(line), "") << line;
   }
 }

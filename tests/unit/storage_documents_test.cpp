@@ -394,7 +394,7 @@ TEST_F(Documents, AreNotStoredWhereTheFolderCannotBeMade) {
 TEST_F(Documents, AreNotReplacedWhenTheCategoriesRaise) {
   store("x.kdc", kUserFiles, 0, "old");
   sink.clear();
-  // The third open is that of the index for its categories.
+  // The second open is that of the index for its categories.
   const auto refused = faults::fail(faults::Call::open, kRefused, 2);
   vu_file file;
   EXPECT_FALSE(client.OpenWrite2(file, "jdoe", "x.kdc", kUserFiles, true, 0));

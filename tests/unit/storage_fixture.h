@@ -78,7 +78,7 @@ class StorageTest : public testing::Test {
   /// Makes an entry of a folder's index and its file; the path of the file.
   static std::string make_entry(const std::string& folder, const std::string& logical, long ts,
                                 const std::string& bytes) {
-    const std::string path = folder + "\\" + STGIndex::create(folder, logical, ts);
+    std::string path = folder + "\\" + STGIndex::create(folder, logical, ts);
     write_file(path, bytes);
     return path;
   }
