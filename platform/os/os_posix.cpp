@@ -517,7 +517,12 @@ ucs2string error_text_wide(std::int32_t code) {
   return ucs2string(std::u16string(text.begin(), text.end()));
 }
 
-std::int64_t now() { return std::time(nullptr); }
+std::int64_t now() {
+  // Not time(): that clock advances by ticks, while the times of files are taken from the exact one,
+  // and a file just written could lie a second ahead, which makes it the oldest of all.
+  timespec exact{};
+  return ::clock_gettime(CLOCK_REALTIME, &exact) == 0 ? exact.tv_sec : std::time(nullptr);
+}
 
 /// Everything that asks expects that generation's abilities, and gets them.
 bool nt_family() { return true; }
