@@ -68,6 +68,7 @@ TEST_F(IndexCleaningClient, FinishesWithAYoungUnknownFileAndTheSwitchOn) {
   version("a.kdc", 1, 10);
   STGIndex::setSynchronizeMode(true);
   write_file(path("young.txt"), "");
+  set_modify_time(path("young.txt"), static_cast<std::int64_t>(std::time(nullptr)) - 20);
   AgeMap kept;
   EXPECT_EQ(STGIndex::cleanOutOfDateOutput(folder.path(), 3600, kept, false), 0U);
   EXPECT_EQ(kept.size(), 2U);

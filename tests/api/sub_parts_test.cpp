@@ -30,7 +30,7 @@ class SubPartClient : public testing::Test {
     facade.OpenWrite(file, owner, entry, kDocs, true, 7);
     EXPECT_TRUE(file.is_open());
     facade.Write(file, "document");
-    const std::string path = file.getFilePath();
+    std::string path = file.getFilePath();
     facade.Close(file);
     set_modify_time(path, time);
     return path;

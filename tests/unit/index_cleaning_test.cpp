@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <limits>
 #include <random>
 #include <set>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -175,6 +178,27 @@ TEST(IndexAges, AreCountedInTheLow32BitsOfBothTimes) {
   EXPECT_EQ(age_of(kRound + 100, kRound + 110), 10U);
 #endif
 }
+
+#if !defined(_WIN32)
+// Windows takes the times of files from the very clock that it tells the time by.
+TEST(IndexAges, AreTakenByAClockThatDoesNotLagBehindTheTimesOfFiles) {
+  // Files get the system's exact time. A clock that goes on by ticks is a second behind at the turn of one,
+  // and makes a file that was written just now the oldest of all.
+  using std::chrono::milliseconds;
+  using std::chrono::system_clock;
+  std::int64_t most = 0;
+  for (int turn = 0; turn < 3; ++turn) {
+    const auto soon = system_clock::now() + milliseconds(20);
+    const auto second = std::chrono::ceil<std::chrono::seconds>(soon);
+    std::this_thread::sleep_until(second - milliseconds(5));
+    while (system_clock::now() < second + milliseconds(15)) {
+      const std::int64_t file_time = system_clock::to_time_t(system_clock::now());
+      most = std::max(most, file_time - os::now());
+    }
+  }
+  EXPECT_EQ(most, 0) << "seconds behind";
+}
+#endif
 
 TEST_F(IndexCleaning, TakesAMissingFileForVeryOld) {
   // The line is valid through a file that is not the entry's own.
@@ -428,6 +452,7 @@ TEST(IndexSweep, SparesAllWhereAnEntryHasNoFileNameAtAll) {
   // The empty stored name is valid, the folder itself being there and young; it begins every name.
   const synchronisation off(false);
   const index_folder folder;
+  const auto clock = os::faults::set_now(std::time(nullptr) + 100);
   folder.write("stray");
   folder.set_index("x_0000000001/\n");
   AgeMap kept;

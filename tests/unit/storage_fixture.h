@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <exception>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/os/os.h"
@@ -20,16 +20,17 @@ using Texts = std::vector<std::string>;
 inline constexpr os::Status kRefused{5, os::Failure::kOther};
 
 /// A helper of the host that fails.
-template <class Exception>
 class FailingTemporaryFiles final : public vu_host::temporary_files {
  public:
-  explicit FailingTemporaryFiles(Exception exception) : m_exception(std::move(exception)) {}
+  template <class Exception>
+  explicit FailingTemporaryFiles(const Exception& exception)
+      : m_exception(std::make_exception_ptr(exception)) {}
   void initialise(const char*, const char*) override {}
-  ucs2string server_folder() override { throw m_exception; }
-  ucs2string framework_root_folder() override { throw m_exception; }
+  ucs2string server_folder() override { std::rethrow_exception(m_exception); }
+  ucs2string framework_root_folder() override { std::rethrow_exception(m_exception); }
 
  private:
-  Exception m_exception;
+  std::exception_ptr m_exception;
 };
 
 /// A storage of its own in a fresh folder, and everything that it traces after its initialisation.
