@@ -38,8 +38,13 @@ void vu_storage::OpenRead(vu_file& file, const std::string& userOrDomain, const 
         if (corporate && !exact && found < required) return;
         file.open(dir, physical, vu_file_base::o_read);
       },
-      [&](const std::string& text) { VU_ERROR("vu_storage::OpenRead : ", text); },
+      [&](const std::string& text) {
+        file.close();
+        VU_ERROR("vu_storage::OpenRead : ", text);
+      },
       [&] {
+        // The lock may be what failed, on a handle that is open by then.
+        file.close();
         VU_ERROR("vu_storage::OpenRead : Exception when try open file for read : ", dir, "\\",
                  physical);
       });
@@ -75,8 +80,15 @@ bool vu_storage::OpenWrite2(vu_file& file, const std::string& userOrDomain,
         if (replace || !existed) file.open(dir, physical, vu_file_base::o_truncate);
         return true;
       },
-      [&](const std::string& text) { VU_ERROR("vu_storage::OpenWrite : ", text); },
-      [&] { VU_ERROR("vu_storage::OpenWrite : Can't open file for write : ", entry); });
+      [&](const std::string& text) {
+        file.close();
+        VU_ERROR("vu_storage::OpenWrite : ", text);
+      },
+      [&] {
+        // As in OpenRead().
+        file.close();
+        VU_ERROR("vu_storage::OpenWrite : Can't open file for write : ", entry);
+      });
 }
 
 void vu_storage::OpenWrite(vu_file& file, const std::string& userOrDomain, const std::string& entry,

@@ -11,6 +11,7 @@
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
+#include "storage/folders.h"
 #include "storage/guard.h"
 #include "storage/storage_mutex.h"
 #include "vu_storage.h"
@@ -41,10 +42,6 @@ struct StorageGate {
 const std::string& initialised_mail_root() { return StorageGate::mail_root(); }
 
 namespace {
-
-void make_folder_if_missing(const std::string& path) {
-  if (!vu_file::exists(path)) vu_file::createDir(path);
-}
 
 /// Keeps a path, and writes only what changes: after an initialisation that failed, others may be
 /// reading the paths while the next operation tries once more.

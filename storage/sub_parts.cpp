@@ -5,6 +5,7 @@
 #include "index/width.h"
 #include "platform/host/trace.h"
 #include "stg_index.h"
+#include "storage/folders.h"
 #include "storage/guard.h"
 #include "vu_storage.h"
 
@@ -25,10 +26,6 @@ enum UpdateWay : int {
 /// The folder below which a document's parts are kept.
 std::string root_of_parts(const std::string& document, const std::string& stamp) {
   return document + "_" + stamp;
-}
-
-void make_folder_if_missing(const std::string& folder) {
-  if (!vu_file::exists(folder)) vu_file::createDir(folder);
 }
 
 /// Times are compared by their low 32 bits, as signed numbers.

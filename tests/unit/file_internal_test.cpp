@@ -153,6 +153,14 @@ TEST(GetFileStat, PutsThePathIntoItsLongFormUnlessItIsInIt) {
   EXPECT_EQ(faults::calls(Call::short_path), 2U) << "that of long_form() itself";
 }
 
+TEST(GetFileStat, DropsEveryTrailingBackslashOfALongFormToo) {
+  const scratch_folder dir;
+  write_file(dir.path("f"), "0123");
+  os::FileStat found;
+  EXPECT_TRUE(getFileStat(vu_utf8string(dir.path("f\\\\\\")), found, true));
+  EXPECT_EQ(found.size, 4U);
+}
+
 TEST(GetFileStat, TracesWhatIsMissingAsAWarningAndAnyOtherFailureAsAnError) {
   const scratch_folder dir;
   const vu_utf8string path(dir.path("f"));

@@ -411,6 +411,18 @@ TEST(VuFileUtf8LongForm, GoesWithEveryOperationButOne) {
             0U);
 }
 
+TEST(VuFileUtf8LongForm, IsGivenToTheEntriesOfAFolderWithinTheLimit) {
+  const scratch_folder dir;
+  std::string folder = dir.path("tree");
+  while (folder.size() < 220) folder += "\\folder_20_characters";
+  make_folder(folder);
+  write_file(folder + "\\" + std::string(60, 'f'), "");
+  faults::reset();
+  EXPECT_TRUE(vu_fileutf8::recurseRemoveDir(vu_utf8string(folder)));
+  EXPECT_EQ(faults::calls(Call::short_path), 1U);
+  EXPECT_FALSE(folder_exists(folder));
+}
+
 TEST(VuFileUtf8LongForm, GoesWithTheHandle) {
   vu_fileutf8 file{vu_utf8string(kLong), vu_utf8string("f")};
   bool lock_failed = false;

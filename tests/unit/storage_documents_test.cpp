@@ -205,6 +205,15 @@ TEST_F(Documents, AreLeftClosedAfterAnyOtherException) {
             Texts{"vu_storage::OpenRead : Exception when try open file for read : " + path});
 }
 
+TEST_F(Documents, AreLeftClosedWhenAskingForTheirLockRaises) {
+  place("x.kdc", "abc");
+  const auto raised = faults::throw_from(faults::Call::lock, std::runtime_error("odd"));
+  vu_file file;
+  client.OpenRead(file, "jdoe", "x.kdc", kUser, 0);
+  EXPECT_EQ(raised.hits(), 1U);
+  EXPECT_FALSE(file.is_open());
+}
+
 TEST_F(Documents, AreLeftClosedWhenTheirAreaRaises) {
   {
     const auto raised = faults::throw_from(faults::Call::probe_search, vu_file_except("no answer"));
@@ -371,6 +380,15 @@ TEST_F(Documents, AreNotStoredAfterAnyOtherException) {
   EXPECT_FALSE(file.is_open());
   EXPECT_EQ(facade(trace_event::error),
             Texts{"vu_storage::OpenWrite : Can't open file for write : x.kdc"});
+}
+
+TEST_F(Documents, AreNotLeftOpenForWritingWhenAskingForTheirLockRaises) {
+  place("x.kdc", "old");
+  const auto raised = faults::throw_from(faults::Call::lock, std::runtime_error("odd"));
+  vu_file file;
+  EXPECT_FALSE(client.OpenWrite2(file, "jdoe", "x.kdc", kUser, true, 0));
+  EXPECT_EQ(raised.hits(), 1U);
+  EXPECT_FALSE(file.is_open());
 }
 
 TEST_F(Documents, AreNotStoredWhenTheirAreaRaises) {
