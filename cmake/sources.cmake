@@ -18,11 +18,13 @@ set(VU_LIBRARY_SOURCES
   file/vu_fileutf8_system.cpp
   file/vu_path.cpp
   index/cleaning.cpp
+  index/entry_table.cpp
   index/folder_files.cpp
   index/index_entries.cpp
   index/index_format.cpp
   index/index_naming.cpp
   index/index_operations.cpp
+  index/loaded_index.cpp
   index/migration.cpp
   index/read_list.cpp
   index/stg_index.cpp

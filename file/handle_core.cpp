@@ -127,14 +127,18 @@ void HandleCore::fail_read(const trace::Scope& operation, std::int32_t error) co
   throw vu_file_except("throw exception on read", 0);
 }
 
-int HandleCore::read(const trace::Scope& operation, std::string& out, int count) {
-  out.clear();
+std::size_t HandleCore::count_to_read(const trace::Scope& operation, int count) const {
   check_reading_mode();
   const std::int64_t wanted = count != 0 ? count : m_spelling.size(path());
-  if (wanted == 0) return 0;
   if (wanted < 0 || wanted > std::numeric_limits<int>::max())
     fail_read(operation, os::last_error());
-  out.resize(static_cast<std::size_t>(wanted));
+  return static_cast<std::size_t>(wanted);
+}
+
+int HandleCore::read(const trace::Scope& operation, std::string& out, int count) {
+  out.clear();
+  out.resize(count_to_read(operation, count));
+  if (out.empty()) return 0;
   std::size_t done = 0;
   const os::Status status = os::read(m_state.handle, out.data(), out.size(), done);
   if (!status.ok()) {
@@ -143,6 +147,16 @@ int HandleCore::read(const trace::Scope& operation, std::string& out, int count)
   }
   out.resize(done);
   return static_cast<int>(done);
+}
+
+FileText HandleCore::read_whole(const trace::Scope& operation) {
+  FileText text;
+  const std::size_t wanted = count_to_read(operation, 0);
+  if (wanted == 0) return text;
+  text.bytes.reset(new char[wanted]);
+  const os::Status status = os::read(m_state.handle, text.bytes.get(), wanted, text.size);
+  if (!status.ok()) fail_read(operation, status.code());
+  return text;
 }
 
 void HandleCore::read(const trace::Scope& operation, unsigned char*& buffer, unsigned int& length) {
@@ -213,8 +227,7 @@ os::Status HandleCore::write_at(std::uint64_t offset, std::string_view bytes) {
 }
 
 os::Status HandleCore::cut_at(std::uint64_t size) {
-  const os::Status status =
-      os::seek(m_state.handle, static_cast<std::int32_t>(size), kFromStart);
+  const os::Status status = os::seek(m_state.handle, static_cast<std::int32_t>(size), kFromStart);
   return status.ok() ? os::set_end(m_state.handle) : status;
 }
 
@@ -236,7 +249,8 @@ void HandleCore::replace(const trace::Scope& operation, std::string_view old_tex
     if (written < plan.appended) static_cast<void>(cut_at(old_text.size()));
     return;
   }
-  status = cut_at(plan.size);
+  // An old text that could not be read counts as none, and may be longer than the new one.
+  if (plan.reserve > plan.size || old_text.empty()) status = cut_at(plan.size);
   if (!status.ok())
     trace_failure(operation, __LINE__, trace_event::error, "Can't truncate file ", status.code());
 }
@@ -306,6 +320,13 @@ os::Status HandleCore::give_lock_back(vu_file_base& state) {
 }
 
 // ------------------------------------------------------------------------------------------------
+
+FileText read_text(vu_file& file) {
+  VU_FILE_SCOPE();
+  const vu_path names = file.getPath();
+  return HandleCore(file, names.getParentPathName(), names.getRelativePathName(), kNarrowSpelling)
+      .read_whole(vu_trace_scope);
+}
 
 void replace_text(vu_file& file, std::string_view old_text, std::string_view new_text) {
   VU_FILE_SCOPE();

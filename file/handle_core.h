@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -26,6 +28,14 @@ inline constexpr auto kNeverOpened = static_cast<vu_file_base::type_access>(0xFF
 /// The spelling of vu_file.
 extern const HandleSpelling kNarrowSpelling;
 
+/// What a file held.
+struct FileText {
+  std::unique_ptr<char[]> bytes;  ///< null when it was empty
+  std::size_t size = 0;
+
+  std::string_view view() const { return {bytes.get(), size}; }
+};
+
 /// The protocol of the two file handles: open, lock, read, write, flush, unlock, close. It works on
 /// the state of one handle for the span of one call; the members of vu_file and vu_fileutf8 forward
 /// to it, each with its own trace scope, so that records name the operation that was called.
@@ -42,6 +52,8 @@ class HandleCore {
   void open(const trace::Scope& operation, vu_file_base::type_access mode);
   int read(const trace::Scope& operation, std::string& out, int count);
   void read(const trace::Scope& operation, unsigned char*& buffer, unsigned int& length);
+  /// See read_text().
+  FileText read_whole(const trace::Scope& operation);
   int write(const trace::Scope& operation, std::string_view data);
   void seek(int offset, short origin);
   void close(const trace::Scope& operation) noexcept;
@@ -65,6 +77,8 @@ class HandleCore {
   /// Two records: what failed on which file, and the system's text for it.
   void trace_failure(const trace::Scope& operation, int line, vu_host::trace_event event,
                      const char* what, std::int32_t error) const noexcept;
+  /// The bytes to ask for, 0 standing for the whole file. @throws vu_file_except when none can be.
+  std::size_t count_to_read(const trace::Scope& operation, int count) const;
   [[noreturn]] void fail_read(const trace::Scope& operation, std::int32_t error) const;
   os::Status write_at(std::uint64_t offset, std::string_view bytes);
   os::Status cut_at(std::uint64_t size);
@@ -77,6 +91,10 @@ class HandleCore {
   const std::string& m_file_name;
   const HandleSpelling& m_spelling;
 };
+
+/// Reads an open file whole, as vu_file::read() does and with the same failures, but into memory that
+/// nobody clears first.
+FileText read_text(vu_file& file);
 
 /// Replaces the whole content of an open file of lines so that a process that dies on the way leaves
 /// the old lines or the new ones (see replacement.h). @p old_text is what the file holds.

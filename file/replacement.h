@@ -21,8 +21,8 @@
 /// Until 1 is complete the old text stands whole; from then on one copy of the new one does. At every
 /// page edge a line may be torn meanwhile: so in 1 and 2 the lines of the new text that an edge splits
 /// are written with a blank for their "/" first, which makes them no line at all, and get it once the
-/// whole text is there; and before 2 the lines of the old text at an edge lose theirs, by writes
-/// that no edge splits. Only what follows the first difference of the texts is touched. A text within one page is
+/// whole text is there; and before 2 the lines of the old text at an edge lose theirs. That makes five
+/// writes, however long the texts are. Only what follows the first difference of the texts is touched. A text within one page is
 /// written at once; lines to be cut off are blanks by then.
 ///
 /// Every state in between reads as lines of the old text and of the new one, with every line that both
@@ -32,7 +32,7 @@ namespace replacement {
 /// Systems write pages of this size or multiples of it.
 inline constexpr std::size_t kPageSize = 4096;
 
-/// One write. What fits a page edge-free is written whole or not at all.
+/// One write. A process that dies within it leaves what lies before some page edge written.
 struct Step {
   std::uint64_t offset;
   std::string bytes;

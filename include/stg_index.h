@@ -2,8 +2,10 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "vu_export.h"
@@ -12,6 +14,7 @@
 
 class FolderFiles;
 class ReadList;
+struct LoadedIndex;
 
 /// The index of a storage folder: "index.dat", which maps a logical name and a timestamp to the
 /// physical file that holds that version.
@@ -153,7 +156,13 @@ class VU_STORAGE_API STGIndex : public vu_file {
   void synchronizeToFolder(FolderFiles& files);
   void saveIndexFile();
   void mergeAndSave();
-  void mergeFrom(const std::string& text);
+  void mergeFrom(std::string text);
+  void mergeEntry(FolderFiles& files, std::string_view key, std::string_view stored);
+  // Builds the maps of the loaded entries; needed by whatever changes or searches them.
+  void fillMaps() const;
+  // Calls visit(key, stored) for each entry in byte-wise order of the keys.
+  template <class Visit>
+  void visitEntries(Visit visit) const;
   bool unescapeEntries(ReadList& readList);
   void sweepOrphans(const vu_utf8string& base, const std::vector<vu_utf8string>& names,
                     unsigned long limit, bool useAccessTime);
@@ -171,11 +180,12 @@ class VU_STORAGE_API STGIndex : public vu_file {
   static std::string pName(NameMap::const_iterator it);
 
   std::string m_folder;
-  NameMap m_lp;
-  NameMap m_pl;
+  std::shared_ptr<const LoadedIndex> m_loaded;  // "index.dat" as it was read; null when there was none
+  mutable bool m_hasMaps = true;  // false while the loaded entries alone tell everything
+  mutable NameMap m_lp;
+  mutable NameMap m_pl;
+  std::vector<std::pair<std::string, std::string>> m_removed;  // entries, since the loading
   bool m_needUpdate = false;
-  std::string m_loadedText;          // "index.dat" as it was read last
-  bool m_mapsHoldLoadedText = true;  // every line of it is in both maps
   int m_exceptionsAtConstruction;
 
   static bool m_autoSynchronizeToFolder;

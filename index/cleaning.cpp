@@ -6,6 +6,7 @@
 
 #include "index/index_format.h"
 #include "index/index_source.h"
+#include "index/visit_entries.h"
 #include "index/width.h"
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
@@ -27,9 +28,11 @@ vu_utf8string with_separator(const std::string& folder) {
 }
 
 /// The file of an entry by this operation's own rule: a stored name with a dot is whole.
-std::string name_on_disk(std::string_view key, const std::string& stored) {
-  if (stored.find('.') != std::string::npos) return stored;
-  return stored + std::string(index_format::extension_of(index_format::logical_of(key)));
+std::string name_on_disk(std::string_view key, std::string_view stored) {
+  std::string name(stored);
+  if (name.find('.') == std::string::npos)
+    name += index_format::extension_of(index_format::logical_of(key));
+  return name;
 }
 
 /// Last access or last modification in seconds since 1970; 0 for what is missing.
@@ -76,16 +79,16 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
   const vu_utf8string base = with_separator(folder);
 
   std::vector<std::pair<std::string, std::string>> out_of_date;
-  for (const auto& [key, stored] : index.m_lp) {
+  index.visitEntries([&](std::string_view key, std::string_view stored) {
     const vu_utf8string path = base + vu_utf8string(name_on_disk(key, stored));
     // Required: unsigned 32-bit arithmetic, so that a missing file is very old.
     const std::uint32_t age = now - static_cast<std::uint32_t>(time_of(path, useAccessTime));
     if (limit == 0 || age > limit) {
       out_of_date.emplace_back(key, stored);
     } else {
-      kept.emplace(age, folder + "\\" + key);
+      kept.emplace(age, std::string(folder).append("\\").append(key));
     }
-  }
+  });
 
   const Names names = vu_fileutf8::filenames(base);
   Names sorted = names;
@@ -153,7 +156,8 @@ void STGIndex::cleanOutputDirectories(const vu_utf8string& folder,
     if (!candidate.str().starts_with(prefix)) continue;
     const vu_utf8string path = folder + candidate;
     if (!vu_fileutf8::is_dir(path)) continue;
-    if (counter != nullptr) *counter += static_cast<unsigned long>(vu_fileutf8::getFolderSizeInKb(path));
+    if (counter != nullptr)
+      *counter += static_cast<unsigned long>(vu_fileutf8::getFolderSizeInKb(path));
     vu_fileutf8::recurseRemoveDir(path, false);
     if (vu_fileutf8::is_dir(path)) {
       VU_ERROR("STGIndex: removal of output directory failed: ", path);

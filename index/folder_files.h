@@ -1,12 +1,17 @@
 #pragma once
 
-#include <map>
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
+#include "index/entry_table.h"
 #include "index/index_format.h"
+#include "index/loaded_index.h"
 #include "platform/os/os.h"
 
 /// What a folder holds at one moment, from one listing, and which lines of an index that makes valid.
@@ -29,36 +34,63 @@ class FolderFiles {
   /// extension. A key too short to be one makes no valid line.
   bool is_valid(std::string_view key, std::string_view stored);
 
-  /// Enters the valid lines of a text into the two maps, which are never overwritten. Entries of the
-  /// listing that are found to be the file of a line are accounted for from then on.
-  /// @return whether every line was entered.
-  bool load(std::string_view text, std::map<std::string, std::string>& lp,
-            std::map<std::string, std::string>& pl);
+  /// Calls visit(line) for the valid ones of these lines, in their order.
+  template <class Visit>
+  void visit_valid(std::span<const IndexEntry> lines, Visit visit) {
+    std::array<Match, kTogether> found;
+    while (!lines.empty()) {
+      const auto some = lines.first(std::min(lines.size(), kTogether));
+      judge(some, found);
+      for (std::size_t i = 0; i < some.size(); ++i) {
+        if (found[i].valid) visit(some[i]);
+      }
+      lines = lines.subspan(some.size());
+    }
+  }
 
-  /// Whether load() met the file of this entry: such a file is known to the index. The others may be.
-  bool is_accounted_for(std::size_t entry) const { return m_accounted_for[entry]; }
+  /// Gathers the valid lines of an index text. Entries of the listing that are found to be the file of
+  /// a line are accounted for from then on.
+  void load(LoadedIndex& index);
+
+  /// Whether load() met the file of this entry and no other line has it: such a file is known to the
+  /// index. The others may be.
+  bool is_accounted_for(std::size_t entry) const { return m_claims[entry] == Claim::kAccountedFor; }
 
  private:
-  static constexpr std::size_t kNotListed = static_cast<std::size_t>(-1);
+  /// So many lines are looked up at once (see EntryTable).
+  static constexpr std::size_t kTogether = 16;
+
+  /// What load() knows about an entry of the listing.
+  enum class Claim : std::uint8_t {
+    kNone,
+    kByAnother,  ///< it bears the stored name of a line for which that is not the logical name
+    kAccountedFor,
+  };
 
   /// The file of a line.
   struct Match {
     bool valid = false;
-    std::size_t entry = kNotListed;  ///< where the listing shows it as it stands
-    bool has_extension = false;      ///< under the stored name + extension
+    std::size_t entry = EntryTable::kNone;  ///< where the listing shows it as it stands
+    bool has_extension = false;             ///< under the stored name + extension
   };
 
-  Match match(std::string_view key, std::string_view stored);
+  /// The files of up to kTogether lines.
+  void judge(std::span<const IndexEntry> lines, std::array<Match, kTogether>& found);
+  Match match(const IndexEntry& line, std::string_view candidate, std::uint64_t hash);
+  void add(LoadedIndex& index, std::span<const index_format::Line> lines);
+  void claim(const Match& found, const IndexEntry& line);
   bool runs_on_into_a_name(const index_format::Line& line);
-  std::size_t listed(std::string_view name);
   bool probe_is_valid(std::string_view stored, std::string_view extension);
 
   const std::string& m_folder;
   bool m_listed = false;
   std::vector<os::Entry> m_entries;
-  std::unordered_map<std::string_view, std::size_t> m_names;
-  std::vector<bool> m_accounted_for;
+  EntryTable m_names;
+  std::vector<Claim> m_claims;
+  bool m_has_dotted_stem =
+      false;  // a stored name with a dot was found under stored name + extension
   std::string m_buffer;
+  std::array<std::string, kTogether> m_candidates;
 
   /// The last answer about a line that runs on.
   struct RunningOn {

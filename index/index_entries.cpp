@@ -1,5 +1,6 @@
 #include "index/index_format.h"
 #include "index/index_source.h"
+#include "index/loaded_index.h"
 #include "platform/host/trace.h"
 #include "stg_index.h"
 
@@ -7,11 +8,13 @@
 
 bool STGIndex::_contains(const std::string& logical, long timestamp) const {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  fillMaps();
   return m_lp.contains(entryAndTS(logical, timestamp));
 }
 
 std::string STGIndex::_create(const std::string& logical, long timestamp) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  fillMaps();
   const std::string key = entryAndTS(logical, timestamp);
   auto it = m_lp.find(key);
   if (it == m_lp.end()) {
@@ -34,13 +37,14 @@ std::string STGIndex::_create(const std::string& logical, long timestamp) {
 
 void STGIndex::_remove(const std::string& logical, long timestamp) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  fillMaps();
   const auto it = m_lp.find(entryAndTS(logical, timestamp));
   if (it == m_lp.end()) return;
 
   const std::string path = m_folder + "\\" + pName(it);
   m_pl.erase(it->second);
-  m_lp.erase(it);
-  m_mapsHoldLoadedText = false;
+  auto removed = m_lp.extract(it);
+  m_removed.emplace_back(std::move(removed.key()), std::move(removed.mapped()));
   if (vu_file::exists(path)) {
     vu_file::chmodW(path);
     vu_file::remove(path);
@@ -54,6 +58,7 @@ void STGIndex::_remove(const std::string& logical, long timestamp) {
 bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::string& newLogical,
                        long newTs) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  fillMaps();
   const auto it = m_lp.find(entryAndTS(oldLogical, oldTs));
   if (it == m_lp.end()) return true;
   if (_contains(newLogical, newTs)) _remove(newLogical, newTs);

@@ -72,7 +72,8 @@ class LinesOfKey {
   std::string_view m_text;
   std::string m_wanted;  ///< the key and its "/"
   std::size_t m_from = 0;
-  std::optional<Lines> m_all;  ///< for a key that may run over a line's end: every line is looked at
+  std::optional<Lines>
+      m_all;  ///< for a key that may run over a line's end: every line is looked at
 };
 
 /// Whether a name consists of digits, ASCII letters and - _ + % . / # only.

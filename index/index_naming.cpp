@@ -39,6 +39,7 @@ std::string with_lower_case_extension(std::string name) {
 
 std::string STGIndex::newIndex() {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  fillMaps();
   vu_file counter(m_folder, kCounterFile);
   std::string name;
   std::string last;
@@ -64,6 +65,7 @@ std::string STGIndex::newIndex() {
 
 bool STGIndex::alreadyInMaps(const std::string& found) const {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  fillMaps();
   const auto it = m_pl.find(found);
   if (it != m_pl.end() && index_format::timestamp_of(it->second) == 0 &&
       index_format::logical_of(it->second) == found) {
@@ -77,6 +79,7 @@ bool STGIndex::alreadyInMaps(const std::string& found) const {
 
 void STGIndex::add_not_referenced_entry(const std::string& found) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  fillMaps();
   std::string name = found;
   if (name.find('.') != std::string::npos) {
     name = with_lower_case_extension(std::move(name));
@@ -89,7 +92,9 @@ void STGIndex::add_not_referenced_entry(const std::string& found) {
   const std::string physical = it->second;
   m_pl.emplace(physical, key);
   vu_file::chmodW(m_folder + "\\" + physical);
-  VU_TRACE_M(" STGIndex (copy manually to folder): Set need update flag to true: index.dat will be updated");
+  VU_TRACE_M(
+      " STGIndex (copy manually to folder): Set need update flag to true: index.dat will be "
+      "updated");
   VU_TRACE_M("                            folder : ", m_folder);
   m_needUpdate = true;
 }
@@ -103,8 +108,11 @@ void STGIndex::synchronizeToFolder(FolderFiles& files) {
     for (std::size_t i = 0; i < entries.size(); ++i) {
       if (files.is_accounted_for(i)) continue;
       const os::Entry& entry = entries[i];
-      if (entry.kind == os::EntryKind::kFolder || entry.name == kIndexFile || entry.name == kCounterFile) continue;
-      if (entry.kind == os::EntryKind::kUnknown && vu_file::is_dir(m_folder + "\\" + entry.name)) continue;
+      if (entry.kind == os::EntryKind::kFolder || entry.name == kIndexFile ||
+          entry.name == kCounterFile)
+        continue;
+      if (entry.kind == os::EntryKind::kUnknown && vu_file::is_dir(m_folder + "\\" + entry.name))
+        continue;
       if (!alreadyInMaps(entry.name)) add_not_referenced_entry(entry.name);
     }
   } catch (const vu_file_except& e) {

@@ -1,11 +1,16 @@
 #include <algorithm>
 
+#include "file/handle_core.h"
 #include "index/document_extensions.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
+#include "index/visit_entries.h"
 #include "index/width.h"
 #include "platform/host/trace.h"
 #include "stg_index.h"
+
+using index_format::file_name_of;
+using index_format::logical_of;
 
 // The public operations and queries. Each builds its instance and lets it go, which writes a changed
 // index back.
@@ -27,16 +32,15 @@ bool STGIndex::exists(const std::string& folder, const std::string& logical, lon
                logical, " in directory ", folder, "\n Reason: ", e.what());
     return false;
   }
-  std::string text;
-  file.read(text, 0);
+  const FileText text = read_text(file);
   file.close();
 
   // Of several lines of one key the first valid one counts; the others need not be looked at.
   const std::string key = entryAndTS(logical, timestamp);
-  index_format::LinesOfKey lines(text, key);
+  index_format::LinesOfKey lines(text.view(), key);
   index_format::Line line;
   while (lines.next(line)) {
-    const std::string name = index_format::file_name_of(key, line.stored);
+    const std::string name = file_name_of(key, line.stored);
     // When the entry's file is there the line is valid: that file is one of the two that validity asks for.
     const bool is_there = vu_file::exists(folder + "\\" + name);
     if (is_there || validIndexLine(folder, key, std::string(line.stored))) {
@@ -47,7 +51,8 @@ bool STGIndex::exists(const std::string& folder, const std::string& logical, lon
   return false;
 }
 
-std::string STGIndex::create(const std::string& folder, const std::string& logical, long timestamp) {
+std::string STGIndex::create(const std::string& folder, const std::string& logical,
+                             long timestamp) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   std::string physical;
   if (exists(folder, logical, timestamp, physical)) return physical;
@@ -71,11 +76,11 @@ bool STGIndex::lastVersion(const std::string& folder, const std::string& logical
   const STGIndex index(folder);
   timestamp = 0;
   bool found = false;
-  for (auto it = index.m_lp.begin(); it != index.m_lp.end(); ++it) {
-    if (index_format::logical_of(it->first) != logical) continue;
+  index.visitEntries([&](std::string_view key, std::string_view) {
+    if (logical_of(key) != logical) return;
     found = true;
-    timestamp = std::max(timestamp, ts(it));
-  }
+    timestamp = std::max<long>(timestamp, index_format::timestamp_of(key));
+  });
   return found;
 }
 
@@ -83,34 +88,39 @@ void STGIndex::plValues(const std::string& folder, NameMap& out) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   out.clear();
   const STGIndex index(folder);
-  for (auto it = index.m_lp.begin(); it != index.m_lp.end(); ++it) out.emplace(pName(it), lName(it));
+  index.visitEntries([&](std::string_view key, std::string_view stored) {
+    out.emplace(file_name_of(key, stored), logical_of(key));
+  });
 }
 
 void STGIndex::lpValues(const std::string& folder, NameMap& out) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   out.clear();
   const STGIndex index(folder);
-  for (auto it = index.m_lp.begin(); it != index.m_lp.end(); ++it) out.emplace(lName(it), pName(it));
+  index.visitEntries([&](std::string_view key, std::string_view stored) {
+    out.emplace_hint(out.end(), logical_of(key), file_name_of(key, stored));
+  });
 }
 
 void STGIndex::getCategories(const std::string& folder, NameMap& out) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   out.clear();
   const STGIndex index(folder);
-  for (auto it = index.m_lp.begin(); it != index.m_lp.end(); ++it) {
-    const std::string logical = lName(it);
-    if (getExtension(logical) == "ctg") out.emplace(logical, pName(it));
-  }
+  index.visitEntries([&](std::string_view key, std::string_view stored) {
+    const std::string logical(logical_of(key));
+    if (getExtension(logical) == "ctg") out.emplace(logical, file_name_of(key, stored));
+  });
 }
 
 void STGIndex::getVUDocs(const std::string& folder, NameMap& out) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   out.clear();
   const STGIndex index(folder);
-  for (auto it = index.m_lp.begin(); it != index.m_lp.end(); ++it) {
-    const std::string logical = lName(it);
-    if (is_document_extension(getExtension(logical))) out.emplace(pName(it), logical);
-  }
+  index.visitEntries([&](std::string_view key, std::string_view stored) {
+    const std::string logical(logical_of(key));
+    if (is_document_extension(getExtension(logical)))
+      out.emplace(file_name_of(key, stored), logical);
+  });
 }
 
 std::string STGIndex::getPhysicalName(const std::string& folder, const std::string& logical) {

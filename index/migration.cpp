@@ -38,6 +38,7 @@ void STGIndex::migrateInboxRead(const std::string& user) {
 bool STGIndex::unescapeEntries(ReadList& readList) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   bool complete = true;
+  fillMaps();
   // Entries that come into the map on the way bear generated names and are passed over.
   for (auto it = m_lp.cbegin(); it != m_lp.cend(); ++it) {
     const std::string name = lName(it);

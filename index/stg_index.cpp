@@ -1,5 +1,6 @@
 #include "stg_index.h"
 
+#include <algorithm>
 #include <atomic>
 #include <exception>
 #include <stdexcept>
@@ -8,11 +9,20 @@
 #include "index/folder_files.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
+#include "index/loaded_index.h"
+#include "index/visit_entries.h"
 #include "index/width.h"
 #include "platform/host/trace.h"
 
 // The instance: loading, merging and saving. Naming and adoption: index_naming.cpp; changes of entries:
 // index_entries.cpp; the public operations: index_operations.cpp, cleaning.cpp, migration.cpp.
+
+namespace {
+
+/// So many lines at most are asked for one by one: beyond, a listing of the folder costs less.
+constexpr std::size_t kAskedSingly = 4;
+
+}  // namespace
 
 bool STGIndex::m_autoSynchronizeToFolder = true;
 
@@ -25,21 +35,23 @@ STGIndex::STGIndex() : m_exceptionsAtConstruction(std::uncaught_exceptions()) {}
 STGIndex::STGIndex(const STGIndex& other)
     : vu_file(other),
       m_folder(other.m_folder),
+      m_loaded(other.m_loaded),
+      m_hasMaps(other.m_hasMaps),
       m_lp(other.m_lp),
       m_pl(other.m_pl),
+      m_removed(other.m_removed),
       m_needUpdate(other.m_needUpdate),
-      m_loadedText(other.m_loadedText),
-      m_mapsHoldLoadedText(other.m_mapsHoldLoadedText),
       m_exceptionsAtConstruction(std::uncaught_exceptions()) {}
 
 STGIndex& STGIndex::operator=(const STGIndex& other) {
   vu_file::operator=(other);
   m_folder = other.m_folder;
+  m_loaded = other.m_loaded;
+  m_hasMaps = other.m_hasMaps;
   m_lp = other.m_lp;
   m_pl = other.m_pl;
+  m_removed = other.m_removed;
   m_needUpdate = other.m_needUpdate;
-  m_loadedText = other.m_loadedText;
-  m_mapsHoldLoadedText = other.m_mapsHoldLoadedText;
   return *this;
 }
 
@@ -56,8 +68,14 @@ STGIndex::STGIndex(const std::string& folder)
   if (vu_file::exists(getFilePath())) {
     // Required: the handle, and with it the shared lock, stays until the destructor.
     open(o_read);
-    read(m_loadedText, 0);
-    m_mapsHoldLoadedText = files.load(m_loadedText, m_lp, m_pl);
+    std::string text;
+    read(text, 0);
+    const auto loaded = std::make_shared<LoadedIndex>(std::move(text));
+    files.load(*loaded);
+    m_loaded = loaded;
+    m_hasMaps = false;
+    // Out of order, the entries alone do not tell which line of a name counts.
+    if (!loaded->ascending) fillMaps();
   }
   if (std::atomic_ref(m_autoSynchronizeToFolder).load(std::memory_order_acquire)) {
     synchronizeToFolder(files);
@@ -93,45 +111,84 @@ void STGIndex::mergeAndSave() {
 
   std::string text;
   read(text, 0);
-  // The very text that was loaded holds no line that is not in the maps still.
-  if (!m_mapsHoldLoadedText || text != m_loadedText) mergeFrom(text);
-  m_loadedText = std::move(text);
+  mergeFrom(std::move(text));
   saveIndexFile();
   close();
   VU_TRACE_M(" STGIndex: (end) index.dat is uptodate");  // sic
   VU_TRACE_M("  folder : ", m_folder);
 }
 
-void STGIndex::mergeFrom(const std::string& text) {
+void STGIndex::mergeFrom(std::string text) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   FolderFiles files(m_folder);
-  NameMap lp_on_disk;
-  NameMap pl_on_disk;
-  files.load(text, lp_on_disk, pl_on_disk);
-  for (const auto& [key, stored] : lp_on_disk) {
-    const auto [mine, is_new] = m_lp.emplace(key, stored);
-    if (!is_new) {
-      // Somebody may have removed the entry since it was loaded here, and made it anew: a line of mine whose
-      // file is gone must not keep the new one out.
-      if (mine->second == stored || files.is_valid(key, mine->second)) continue;
-      m_pl.erase(mine->second);
-      mine->second = stored;
+  if (m_loaded && m_loaded->complete && text == m_loaded->text) {
+    // The very text that was loaded, every line of it: only what was removed since can be new.
+    std::sort(m_removed.begin(), m_removed.end());
+    for (const auto& [key, stored] : m_removed) {
+      const IndexEntry* line = m_loaded->find(key);
+      if (line == nullptr || line->stored != stored) continue;
+      const bool is_valid = m_removed.size() > kAskedSingly ? files.is_valid(key, stored)
+                                                            : validIndexLine(m_folder, key, stored);
+      if (is_valid) mergeEntry(files, key, stored);
     }
-    VU_TRACE_M(" add in my maps ", key, "/", stored);
-    m_pl.emplace(stored, key);
+    return;
   }
+
+  fillMaps();
+  const auto on_disk = std::make_shared<LoadedIndex>(std::move(text));
+  files.load(*on_disk);
+  m_loaded = on_disk;
+  if (on_disk->ascending) {
+    auto mine = m_lp.begin();
+    for (const IndexEntry& entry : on_disk->entries) {
+      while (mine != m_lp.end() && mine->first < entry.key) ++mine;
+      const bool is_known =
+          mine != m_lp.end() && mine->first == entry.key && mine->second == entry.stored;
+      if (!is_known) mergeEntry(files, entry.key, entry.stored);
+    }
+    return;
+  }
+  NameMap lp;
+  NameMap pl;
+  on_disk->fill(lp, pl);
+  for (const auto& [key, stored] : lp) mergeEntry(files, key, stored);
+}
+
+void STGIndex::mergeEntry(FolderFiles& files, std::string_view key, std::string_view stored) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  const auto [mine, is_new] = m_lp.try_emplace(std::string(key), stored);
+  if (!is_new) {
+    // Somebody may have removed the entry since it was loaded here, and made it anew: a line of mine whose
+    // file is gone must not keep the new one out.
+    if (mine->second == stored || files.is_valid(key, mine->second)) return;
+    m_pl.erase(mine->second);
+    mine->second = stored;
+  }
+  VU_TRACE_M(" add in my maps ", key, "/", stored);
+  m_pl.emplace(stored, key);
 }
 
 void STGIndex::saveIndexFile() {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   FolderFiles files(m_folder);
+  const std::string_view on_disk = m_loaded ? std::string_view(m_loaded->text) : std::string_view();
   std::string text;
-  text.reserve(m_loadedText.size() + 256);
-  for (const auto& [key, stored] : m_lp) {
-    if (files.is_valid(key, stored)) text.append(key).append("/").append(stored).append("\n");
-  }
+  text.reserve(on_disk.size() + 256);
+  std::vector<IndexEntry> lines;
+  visitEntries([&](std::string_view key, std::string_view stored) {
+    lines.push_back({key, stored});
+  });
+  files.visit_valid(lines, [&](const IndexEntry& line) {
+    text.append(line.key).append("/").append(line.stored).append("\n");
+  });
   if (text.empty()) text = " ";
-  replace_text(*this, m_loadedText, text);
+  replace_text(*this, on_disk, text);
+}
+
+void STGIndex::fillMaps() const {
+  if (m_hasMaps) return;
+  m_loaded->fill(m_lp, m_pl);
+  m_hasMaps = true;
 }
 
 // ---- keys, names and lines -------------------------------------------------------------------
@@ -163,7 +220,9 @@ bool STGIndex::validIndexLine(const std::string& folder, const std::string& key,
 void STGIndex::string2Maps(const std::string& folder, std::string_view text, NameMap& lp,
                            NameMap& pl) {
   FolderFiles files(folder);
-  files.load(text, lp, pl);
+  LoadedIndex index{std::string(text)};
+  files.load(index);
+  index.fill(lp, pl);
 }
 
 std::string STGIndex::lName(NameMap::const_iterator it) { return entryOnly(it->first); }
@@ -174,6 +233,8 @@ std::string STGIndex::pName(NameMap::const_iterator it) {
   return index_format::file_name_of(it->first, it->second);
 }
 
-bool STGIndex::iSsambaOrT101(const std::string& name) { return index_format::is_escaped_form(name); }
+bool STGIndex::iSsambaOrT101(const std::string& name) {
+  return index_format::is_escaped_form(name);
+}
 
 void STGIndex::UnescapeVU(std::string& name) { name = index_format::unescape(name); }

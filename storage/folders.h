@@ -1,10 +1,15 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "vu_file.h"
 
-/// Makes one folder unless it is there; a failure is traced and nothing else.
-inline void make_folder_if_missing(const std::string& path) {
-  if (!vu_file::exists(path)) vu_file::createDir(path);
+enum class Folder : std::uint8_t { kWasThere, kWasMissing };
+
+/// Makes one folder unless it is there; a failure is traced and nothing else. @return what it found.
+inline Folder make_folder_if_missing(const std::string& path) {
+  if (vu_file::exists(path)) return Folder::kWasThere;
+  vu_file::createDir(path);
+  return Folder::kWasMissing;
 }

@@ -49,8 +49,8 @@ bool vu_storage::Read(vu_file& file, STG::NameValueSeq& seq, bool lastSeparator)
         file.read(text, 0);
         key_text::Lines lines(text);
         std::string_view line;
-        STG::NameValue pair;
         while (lines.next(line)) {
+          STG::NameValue pair;
           if (LoadKeyLine(line, pair, lastSeparator)) seq.push_back(std::move(pair));
         }
         return true;

@@ -7,8 +7,7 @@
 namespace key_text {
 namespace {
 
-// An object, so that the searches inline it: they ask for every byte of a file.
-constexpr auto kEndsLine = [](char c) { return c == '\n' || c == '\r' || c == '\t'; };
+constexpr std::string_view kBoundaries = "\n\r\t";
 
 /// The elements that count: their number is 32 bits wide.
 std::size_t counted(const STG::NameValueSeq& seq) {
@@ -24,13 +23,22 @@ std::optional<Pair> split(std::string_view line, Separator separator) {
   return Pair{line.substr(0, at), line.substr(at + 1)};
 }
 
+std::size_t Lines::next_boundary() {
+  std::size_t nearest = m_text.size();
+  for (std::size_t kind = 0; kind < kBoundaries.size(); ++kind) {
+    std::size_t& next = m_next[kind];
+    // One character is found many bytes at a time, the nearest of three only byte by byte.
+    if (m_pos == 0 || next < m_pos) next = m_text.find(kBoundaries[kind], m_pos);
+    nearest = std::min(nearest, next);
+  }
+  return nearest;
+}
+
 bool Lines::next(std::string_view& line) {
   if (m_pos >= m_text.size()) return false;
-  const char* const start = m_text.data() + m_pos;
-  const char* const stop = m_text.data() + m_text.size();
-  const char* const end = std::find_if(start, stop, kEndsLine);
-  line = std::string_view(start, static_cast<std::size_t>(end - start));
-  m_pos = static_cast<std::size_t>(std::find_if_not(end, stop, kEndsLine) - m_text.data());
+  const std::size_t end = next_boundary();
+  line = m_text.substr(m_pos, end - m_pos);
+  m_pos = std::min(m_text.find_first_not_of(kBoundaries, end), m_text.size());
   return true;
 }
 

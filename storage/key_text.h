@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -24,8 +26,8 @@ struct Pair {
 /// Splits a line at its separator; nothing when it has none.
 std::optional<Pair> split(std::string_view line, Separator separator);
 
-/// Walks the lines of a text, in one pass and without copying. Carriage return, line feed and tab
-/// all end a line, and a run of them is one boundary.
+/// Walks the lines of a text without copying; each kind of boundary is searched for in one pass.
+/// Carriage return, line feed and tab all end a line, and a run of them is one boundary.
 class Lines {
  public:
   /// Borrows the text.
@@ -36,8 +38,12 @@ class Lines {
   bool next(std::string_view& line);
 
  private:
+  std::size_t next_boundary();
+
   std::string_view m_text;
   std::size_t m_pos = 0;
+  /// Where each kind comes next; before m_pos when that has to be looked up.
+  std::array<std::size_t, 3> m_next{};
 };
 
 /// The text of a sequence: name, "=", value and a line feed for each element.

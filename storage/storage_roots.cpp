@@ -1,8 +1,6 @@
 #include <atomic>
 #include <cstdint>
-#include <cstdio>
 #include <string>
-#include <string_view>
 
 #include "index/document_extensions.h"
 #include "index/mail_root.h"
@@ -13,6 +11,7 @@
 #include "stg_index.h"
 #include "storage/folders.h"
 #include "storage/guard.h"
+#include "storage/layout.h"
 #include "storage/storage_mutex.h"
 #include "vu_storage.h"
 
@@ -47,14 +46,6 @@ namespace {
 /// reading the paths while the next operation tries once more.
 void keep(std::string& path, const std::string& value) {
   if (path != value) path = value;
-}
-
-/// The hash bucket's name: the bits of a negative hash read as a large number. Required: it is part
-/// of the layout on disk.
-std::string bucket_name(std::int32_t hash) {
-  char text[15] = {};
-  std::snprintf(text, sizeof text, "%.8u", static_cast<unsigned int>(hash));
-  return text;
 }
 
 }  // namespace
@@ -218,7 +209,7 @@ bool vu_storage::createUserOrDomainNameDirectory(const std::string& userOrDomain
 
   // Required: the area folder is made whatever `create` says, and its exceptions are the caller's.
   dir = areaPath(type);
-  make_folder_if_missing(dir);
+  const bool has_area = make_folder_if_missing(dir) == Folder::kWasThere;
 
   return guarded(
       false,
@@ -229,9 +220,10 @@ bool vu_storage::createUserOrDomainNameDirectory(const std::string& userOrDomain
           return create;
         };
         if (s_bUseDomain) dir += "\\" + (owner.empty() ? "_" : owner);
-        if (!reach()) return false;
+        // The area folder itself was asked for a moment ago.
+        if ((s_bUseDomain || !has_area) && !reach()) return false;
         if (type != STG::CorporateRepository) return true;
-        dir += "\\" + bucket_name(HashCode_asJava(name, 101));
+        dir += "\\" + layout::bucket_name(HashCode_asJava(name, layout::kBuckets));
         return reach();
       },
       [&](const std::string& text) {
@@ -244,20 +236,7 @@ bool vu_storage::createUserOrDomainNameDirectory(const std::string& userOrDomain
 
 std::int32_t vu_storage::HashCode_asJava(const std::string& s, std::int32_t modulus) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  const std::int32_t m = modulus >= 1 ? modulus : 101;
-  const auto as_signed = [](char c) {
-    return static_cast<std::int32_t>(static_cast<signed char>(c));
-  };
-
-  if (s.empty()) return 0;
-  // Required: the first byte is not reduced, and no step makes a negative remainder positive.
-  std::int32_t h = as_signed(s.front());
-  for (const char c : std::string_view(s).substr(1)) {
-    // Unsigned, where a product too large wraps by definition.
-    const auto sum = static_cast<std::uint32_t>(as_signed(c)) + 31U * static_cast<std::uint32_t>(h);
-    h = static_cast<std::int32_t>(sum) % m;
-  }
-  return h;
+  return layout::hash_of(s, modulus);
 }
 
 std::string vu_storage::getLogicalName(const std::string& name, long timestamp) {

@@ -7,6 +7,7 @@
 #include "stg_index.h"
 #include "storage/folders.h"
 #include "storage/guard.h"
+#include "storage/layout.h"
 #include "vu_storage.h"
 
 using storage::guarded;
@@ -23,11 +24,6 @@ enum UpdateWay : int {
   kRegenerate = 2,
 };
 
-/// The folder below which a document's parts are kept.
-std::string root_of_parts(const std::string& document, const std::string& stamp) {
-  return document + "_" + stamp;
-}
-
 /// Times are compared by their low 32 bits, as signed numbers.
 std::int32_t time_of(const std::string& path) {
   return static_cast<std::int32_t>(vu_file::modify_time(path));
@@ -39,13 +35,10 @@ struct ReadFolders {
   std::string of_parts;
 };
 
-// Required: only these two kinds are split at their "@", while writing splits every selector.
-// Another one that holds an "@" is written in two folders and looked for in one.
 ReadFolders read_folders(const std::string& root, const std::string& selector) {
-  if (selector.starts_with("html@"))
-    return {root + "\\html", root + "\\html\\" + selector.substr(5)};
-  if (selector.starts_with("pdf@")) return {root + "\\pdf", root + "\\pdf\\" + selector.substr(4)};
-  return {root, root + "\\" + selector};
+  const layout::RenditionFolders below = layout::folders_to_read(selector);
+  const std::string of_type = below.of_type.empty() ? root : root + "\\" + below.of_type;
+  return {of_type, of_type + "\\" + below.of_parts};
 }
 
 }  // namespace
@@ -71,7 +64,7 @@ void vu_storage::OpenWriteSubPart(vu_file& file, const std::string& userOrDomain
           return;
         }
 
-        dir = root_of_parts(dir + "\\" + physical, s_sTdcTimeStamp);
+        dir = layout::root_of_parts(dir + "\\" + physical, s_sTdcTimeStamp);
         make_folder_if_missing(dir);
         const std::size_t at = strType.find('@');
         if (at == std::string::npos) {
@@ -125,7 +118,7 @@ int vu_storage::getBestUpdateWay(const std::string& strRepo, const std::string& 
         const std::int32_t document_time = time_of(document);
         if (document_time == 0) return kForceRetrieve;
 
-        const std::string root = root_of_parts(document, s_sTdcTimeStamp);
+        const std::string root = layout::root_of_parts(document, s_sTdcTimeStamp);
         if (!vu_file::exists(root)) return kRegenerate;
         const ReadFolders folders = read_folders(root, strType);
         if (folders.of_type != root) make_folder_if_missing(folders.of_type);

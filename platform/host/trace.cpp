@@ -18,13 +18,13 @@ void deliver_message(const vu_host::trace_site& site, const std::string& text) {
 
 void Scope::begin_with(const char* label) noexcept {
   if (vu_host::trace_sink* const s = sink()) {
-    s->scope_begin(m_site, m_level, label);
+    s->scope_begin(m_where.site, m_where.level, label);
     m_begun = true;
   }
 }
 
 void Scope::end() noexcept {
-  if (vu_host::trace_sink* const s = sink()) s->scope_end(m_site, m_level);
+  if (vu_host::trace_sink* const s = sink()) s->scope_end(m_where.site, m_where.level);
 }
 
 }  // namespace trace

@@ -21,6 +21,13 @@
 /// of memory is dropped.
 namespace trace {
 
+// Keeps what is done for a listener out of the operations that have none.
+#if defined(__GNUC__)
+#define VU_TRACE_COLD [[gnu::noinline, gnu::cold]]
+#else
+#define VU_TRACE_COLD
+#endif
+
 /// The host's sink, or null. Written by vu_host::install() alone.
 extern std::atomic<vu_host::trace_sink*> g_sink;
 
@@ -43,11 +50,17 @@ void deliver(const vu_host::trace_site& site, vu_host::trace_level level, const 
 void deliver(const vu_host::trace_site& site, vu_host::trace_event event, const std::string& text);
 void deliver_message(const vu_host::trace_site& site, const std::string& text);
 
+/// Where a scope stands in the code; a constant of the operation.
+struct ScopeSite {
+  vu_host::trace_site site;
+  vu_host::trace_level level;
+};
+
 /// The scope of one operation; lives on the operation's stack frame.
 class Scope {
  public:
-  Scope(const char* source, int line, const char* signature, vu_host::trace_level level)
-      : m_site{source, line, signature}, m_level(level) {}
+  /// @param where must outlive the scope.
+  explicit Scope(const ScopeSite& where) : m_where(where) {}
   ~Scope() {
     if (m_begun) end();
   }
@@ -56,16 +69,18 @@ class Scope {
 
   template <class... Pieces>
   void begin(const Pieces&... pieces) noexcept {
-    if (wanted(m_level)) [[unlikely]]
+    if (wanted(m_where.level)) [[unlikely]]
       begin_wanted(pieces...);
   }
 
   /// The operation's site, at another line of it.
-  vu_host::trace_site at(int line) const { return {m_site.source, line, m_site.signature}; }
+  vu_host::trace_site at(int line) const {
+    return {m_where.site.source, line, m_where.site.signature};
+  }
 
  private:
   template <class... Pieces>
-  void begin_wanted(const Pieces&... pieces) noexcept {
+  VU_TRACE_COLD void begin_wanted(const Pieces&... pieces) noexcept {
     try {
       std::string label;
       (append(label, pieces), ...);
@@ -77,8 +92,7 @@ class Scope {
   void begin_with(const char* label) noexcept;
   void end() noexcept;
 
-  vu_host::trace_site m_site;
-  vu_host::trace_level m_level;
+  const ScopeSite& m_where;
   bool m_begun = false;
 };
 
@@ -114,15 +128,16 @@ void emit_message(const vu_host::trace_site& site, const Pieces&... pieces) noex
 
 /// Opens the operation's scope at a level, with the pieces of its label (none for no label). First
 /// statement of an operation; the record macros below need it in sight.
-#define VU_TRACE_SCOPE(source, level, ...)                               \
-  trace::Scope vu_trace_scope((source), __LINE__, VU_SIGNATURE, (level)); \
+#define VU_TRACE_SCOPE(source, level, ...)                                                      \
+  static constexpr trace::ScopeSite vu_trace_site{{(source), __LINE__, VU_SIGNATURE}, (level)}; \
+  trace::Scope vu_trace_scope(vu_trace_site);                                                   \
   vu_trace_scope.begin(__VA_ARGS__)
 
 /// A record at a level ("the operation's scope" is where it belongs).
-#define VU_RECORD(level, ...)                                                     \
-  do {                                                                            \
-    if (trace::wanted(level)) [[unlikely]]                                        \
-      trace::emit(vu_trace_scope.at(__LINE__), (level), __VA_ARGS__);             \
+#define VU_RECORD(level, ...)                                         \
+  do {                                                                \
+    if (trace::wanted(level)) [[unlikely]]                            \
+      trace::emit(vu_trace_scope.at(__LINE__), (level), __VA_ARGS__); \
   } while (false)
 
 #define VU_TRACE_XS(...) VU_RECORD(vu_host::trace_level::xs, __VA_ARGS__)
@@ -135,8 +150,8 @@ void emit_message(const vu_host::trace_site& site, const Pieces&... pieces) noex
 #define VU_ERROR(...) VU_RECORD(vu_host::trace_event::error, __VA_ARGS__)
 
 /// Attaches a message to the operation's scope.
-#define VU_SCOPE_MESSAGE(...)                                             \
-  do {                                                                    \
-    if (trace::sink() != nullptr) [[unlikely]]                            \
-      trace::emit_message(vu_trace_scope.at(__LINE__), __VA_ARGS__);      \
+#define VU_SCOPE_MESSAGE(...)                                        \
+  do {                                                               \
+    if (trace::sink() != nullptr) [[unlikely]]                       \
+      trace::emit_message(vu_trace_scope.at(__LINE__), __VA_ARGS__); \
   } while (false)

@@ -60,7 +60,8 @@ using SystemText = std::unique_ptr<char, FreeText>;
 /// A separator or the end of a line: the library could not name such a file, or would take it for
 /// two.
 bool is_foreign(std::string_view name) {
-  return name.find_first_of("\\\n") != std::string_view::npos;
+  // Two searches for one character each cost a fraction of one search for either.
+  return name.find('\\') != std::string_view::npos || name.find('\n') != std::string_view::npos;
 }
 
 /// Calls @p visit with each entry until it returns false. Fails when the listing breaks off.
@@ -211,10 +212,15 @@ class FileCopy {
     return copied.ok() ? copy_properties() : copied;
   }
 
-  /// Cuts an existing target, but not before the disk is known to have room for what replaces it.
+  /// Cuts an existing target, but not before the disk is known to have room for what replaces it: what the
+  /// cut sets free, or more.
   Status make_room() {
-    const Status reserved = reserve_space(m_target.get(), m_source_info.st_size);
-    if (!reserved.ok()) return reserved;
+    constexpr ::off_t kBlock = 512;
+    if (m_target_info.st_blocks * kBlock < m_source_info.st_size) {
+      const Status reserved = reserve_space(m_target.get(), m_source_info.st_size);
+      // What is empty needs no cut, which would take the space away again.
+      if (!reserved.ok() || m_target_info.st_size == 0) return reserved;
+    }
     return result_of(uninterrupted([&] { return ::ftruncate(m_target.get(), 0); }));
   }
 
@@ -390,13 +396,13 @@ Status list(Path folder, std::vector<Entry>& entries) {
     if (entry.d_type == DT_DIR) return EntryKind::kFolder;
     return entry.d_type == DT_REG ? EntryKind::kFile : EntryKind::kUnknown;
   };
-  std::vector<Entry> found;
+  const std::size_t before = entries.size();
   const Status status = for_each_entry(native(folder), [&](const dirent& entry) {
     const std::string_view name = entry.d_name;
-    if (name != "." && name != "..") found.push_back({std::string(name), kind_of(entry)});
+    if (name != "." && name != "..") entries.push_back({std::string(name), kind_of(entry)});
     return true;
   });
-  if (status.ok()) std::move(found.begin(), found.end(), std::back_inserter(entries));
+  if (!status.ok()) entries.resize(before);
   return status;
 }
 

@@ -26,16 +26,24 @@ struct stg_index_test_peer {
   static STGIndex empty() { return STGIndex(); }
 
   static const std::string& folder(const STGIndex& index) { return index.m_folder; }
-  static const NameMap& lp(const STGIndex& index) { return index.m_lp; }
-  static const NameMap& pl(const STGIndex& index) { return index.m_pl; }
+  static const NameMap& lp(const STGIndex& index) {
+    index.fillMaps();
+    return index.m_lp;
+  }
+  static const NameMap& pl(const STGIndex& index) {
+    index.fillMaps();
+    return index.m_pl;
+  }
   static bool need_update(const STGIndex& index) { return index.m_needUpdate; }
   static void set_need_update(STGIndex& index) { index.m_needUpdate = true; }
   /// Puts an entry into both maps, without a file and without a word about it.
   static void insert(STGIndex& index, const std::string& key, const std::string& physical) {
+    index.fillMaps();
     index.m_lp.emplace(key, physical);
     index.m_pl.emplace(physical, key);
   }
   static void set_maps(STGIndex& index, const NameMap& lp, const NameMap& pl) {
+    index.fillMaps();
     index.m_lp = lp;
     index.m_pl = pl;
   }

@@ -573,52 +573,50 @@ TEST(FolderFilesOfAnIndex, IsEmptyForAFolderThatIsMissing) {
   EXPECT_FALSE(files.is_valid("k_0000000001", "a"));
 }
 
-TEST(FolderFilesOfAnIndex, SaysWhetherEveryLineWasEntered) {
+TEST(FolderFilesOfAnIndex, SaysWhetherTheEntriesAreTheWholeTextInOrder) {
   const scratch_folder folder;
   const std::string path = folder.path();
   write_file(folder.path("00000001"), "");
   write_file(folder.path("00000002"), "");
   const auto complete = [&path](const std::string& text) {
-    NameMap lp;
-    NameMap pl;
-    return FolderFiles(path).load(text, lp, pl);
+    LoadedIndex index(text);
+    FolderFiles(path).load(index);
+    return index.complete;
   };
   EXPECT_TRUE(complete(""));
   EXPECT_TRUE(complete(" "));
   EXPECT_TRUE(complete("a_0000000001/00000001\nb_0000000001/00000002\n"));
-  EXPECT_TRUE(complete("b_0000000001/00000002\na_0000000001/00000001"));
+  EXPECT_TRUE(complete("a_0000000001/00000001\nb_0000000001/00000001\n")) << "one name twice";
+  EXPECT_FALSE(complete("b_0000000001/00000002\na_0000000001/00000001")) << "out of order";
   EXPECT_FALSE(complete("a_0000000001/00000001\nb_0000000001/00000003\n")) << "a missing file";
   EXPECT_FALSE(complete("short/00000001\n")) << "a short key";
   EXPECT_FALSE(complete("a_0000000001/00000001\na_0000000001/00000002\n")) << "one key twice";
-  EXPECT_FALSE(complete("a_0000000001/00000001\nb_0000000001/00000001\n")) << "one name twice";
   EXPECT_FALSE(complete("torn\na_0000000001/00000001\n")) << "a line without a slash";
-  NameMap lp = {{"a_0000000001", "00000002"}};
-  NameMap pl;
-  EXPECT_FALSE(FolderFiles(path).load("a_0000000001/00000001\n", lp, pl)) << "a key known before";
 }
 
 TEST(FolderFilesOfAnIndex, AccountsForNoFileThatTheMapsDoNotKnow) {
   const scratch_folder folder;
   const std::string path = folder.path();
-  for (const char* const name : {"a", "a.a", "b.a", "a.b", "00000001", "00000001.a", "a.a.a"}) {
+  for (const char* const name : {"a", "a.a", "b.a", "a.b", "00000001", "00000001.a", "a.a.a", "b.a.q"}) {
     write_file(folder.path(name), "");
   }
   make_folder(folder.path("d.a"));
   RandomTexts texts(815, {"a_0000000000/a\n", "a.a_0000000000/a.a\n", "b.a_0000000001/b\n",
                           "x_0000000000/a.b\n", "x.a_0000000000/a.a\n", "y.a_0000000002/00000001\n",
                           "a.b_0000000001/a.b\n", "z_0000000001/00000001\n", "d.a_0000000000/d.a\n",
-                          "e.a_0000000000/d\n", "short/a\n", "torn\n", "a.a_0000000000/a.a"});
+                          "e.a_0000000000/d\n", "short/a\n", "torn\n", "a.a_0000000000/a.a",
+                          "A.q_0000000001/b.a\n", "b.a_0000000000/b.a\n"});
   std::size_t accounted_for = 0;
   for (int i = 0; i < 1000; ++i) {
     const std::string text = texts.next(6);
     FolderFiles files(path);
+    LoadedIndex loaded(text);
+    files.load(loaded);
     NameMap lp;
     NameMap pl;
-    const bool complete = files.load(text, lp, pl);
-    if (complete) {
-      EXPECT_EQ(lp.size(), plain_index::lines(text).size()) << shown(text);
-      EXPECT_EQ(pl.size(), lp.size()) << shown(text);
-    }
+    loaded.fill(lp, pl);
+    if (loaded.complete) { EXPECT_EQ(lp.size(), plain_index::lines(text).size()) << shown(text); }
+    if (loaded.ascending) { EXPECT_EQ(lp.size(), loaded.entries.size()) << shown(text); }
     STGIndex index = Peer::empty();
     Peer::set_maps(index, lp, pl);
     for (std::size_t entry = 0; entry < files.entries().size(); ++entry) {

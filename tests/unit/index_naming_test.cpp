@@ -200,6 +200,12 @@ TEST_F(IndexCounter, LeavesTheCounterAloneWhenItCannotBeOpened) {
   EXPECT_EQ(counter(), "00000041");
 }
 
+TEST_F(IndexCounter, KeepsNothingBehindTheTroubleName) {
+  const auto fault = os::faults::fail(Call::read, kRefused);
+  EXPECT_EQ(draw("1234567890"), "99999999");
+  EXPECT_EQ(counter(), "99999999");
+}
+
 TEST_F(IndexCounter, KeepsTheTroubleNameWhenItCannotBeRead) {
   recording_sink sink;
   {
