@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Counts instructions under valgrind and prints them as Markdown: scripts/bench-instructions.sh
+# The programs are those of ./dev bench. Fails when a trace costs more than 20 instructions or allocates.
+. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+programs=$BUILD/bench/release/bin
+work=$BUILD/bench/instructions
+mkdir -p "$work"
+
+# The instructions of measured() in a run of "$@".
+count() {
+  valgrind --tool=callgrind --callgrind-out-file="$work/callgrind.out" --toggle-collect=measured "$@" \
+    >"$work/log" 2>&1 || { tail -n 20 "$work/log" >&2; die "counting the instructions of '$*' failed"; }
+  sed -nE 's/.*Collected : ([0-9]+).*/\1/p' "$work/log"
+}
+
+per_thousand() { awk -v n="$1" 'BEGIN { printf "%.1f", n / 1000 }'; }
+
+nothing=$(count "$programs/trace_cost" nothing)
+scope=$(count "$programs/trace_cost" scope)
+record=$(count "$programs/trace_cost" record)
+echo "| nobody listens | instructions | at most |"
+echo "|---|--:|--:|"
+echo "| a trace scope | $(per_thousand $((scope - nothing))) | 20 |"
+echo "| a record | $(per_thousand $((record - scope))) | 20 |"
+echo
+echo "| instructions per entry | 1,000 entries | 10,000 entries |"
+echo "|---|--:|--:|"
+for operation in exists last list load rewrite create remove; do
+  line="| $operation |"
+  for entries in 1000 10000; do
+    instructions=$(count "$programs/storage_operations" "$operation" "$entries" "$work/folder")
+    line+=" $((instructions / entries)) |"
+  done
+  echo "$line"
+done
+[ $((scope - nothing)) -le 20000 ] && [ $((record - scope)) -le 20000 ] ||
+  die "a trace costs more than 20 instructions"
