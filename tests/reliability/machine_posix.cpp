@@ -1,0 +1,54 @@
+#include <malloc.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <iterator>
+
+#include "tests/reliability/machine.h"
+#include "tests/support/process.h"
+
+namespace reliability::machine {
+
+void prepare_process() {
+  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  std::signal(SIGPIPE, SIG_IGN);
+}
+
+void set_variable(const std::string& name, const std::string& value) {
+  ::setenv(name.c_str(), value.c_str(), 1);
+}
+
+std::string memory_folder() {
+  const std::string folder = "/dev/shm";
+  return ::access(folder.c_str(), W_OK) == 0 ? folder : std::string();
+}
+
+std::uint64_t open_handles() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  // The listing's own is among them.
+  return static_cast<std::uint64_t>(std::distance(begin(all), end(all))) - 1;
+}
+
+std::uint64_t memory_in_use() {
+  const struct ::mallinfo2 info = ::mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
+
+std::uint64_t memory_slack() { return 0; }
+
+bool large_folders_are_slow() { return false; }
+
+bool stale_copies_are_harmless() { return true; }
+
+void stop(child_process& helper) { helper.stop(); }
+
+void resume(child_process& helper) { helper.resume(); }
+
+bool sees_the_sources() { return true; }
+
+bool is_superuser() { return ::geteuid() == 0; }
+
+}  // namespace reliability::machine

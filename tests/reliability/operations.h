@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+/// @file
+/// Every operation of the library's public classes that can meet a lock, each called once with sensible
+/// arguments on a small tree.
+namespace reliability {
+
+/// Which holder of a lock an operation has to wait for, in the folder `Place::folder`, when no file is
+/// there that the index does not name.
+enum Waits : unsigned {
+  kForNobody = 0,
+  kForIndexWriter = 1,  ///< who holds "index.dat" exclusively
+  kForIndexReader = 2,  ///< who reads it as well: the operation rewrites it
+  kForCounter = 4,      ///< who holds the counter
+  kForDocument = 8,     ///< who holds the document's file exclusively
+};
+
+/// The tree: an owner "anna" with two entries, plain files, an old mail folder, a corporate document.
+struct Place {
+  std::string root;
+  bool synchronize = false;
+
+  std::string folder() const { return root + "\\storage\\user\\anna"; }
+  std::string document() const { return folder() + "\\00000001.kdb"; }
+  std::string plain(const std::string& name) const { return root + "\\plain\\" + name; }
+};
+
+/// What the folder holds besides its entries.
+enum class Situation : std::uint8_t { kTidy, kStrays, kNoIndex };
+const char* name_of(Situation situation);
+
+/// Makes the tree anew.
+void prepare(const Place& place, Situation situation);
+
+struct PublicOperation {
+  std::string name;
+  unsigned waits;
+  std::function<void(const Place&)> call;
+};
+const std::vector<PublicOperation>& public_operations();
+
+}  // namespace reliability
