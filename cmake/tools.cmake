@@ -1,0 +1,40 @@
+# The command-line client and the library under it. Both see the exported headers of the storage library
+# and nothing else of it.
+
+set(vu_admin_sources ${VU_ADMIN_SOURCES} ${VU_ADMIN_WITH_LIBRARY})
+set(vu_stgctl_sources ${VU_STGCTL_SOURCES})
+if(WIN32)
+  enable_language(RC)
+  list(APPEND vu_admin_sources
+    ${VU_ADMIN_SOURCES_WINDOWS} ${VU_ADMIN_WITH_LIBRARY_WINDOWS})
+  list(APPEND vu_stgctl_sources ${VU_STGCTL_SOURCES_WINDOWS})
+  # The resource compiler does not tell which files it reads.
+  set_source_files_properties(tools/stgctl/stgctl.rc PROPERTIES
+    OBJECT_DEPENDS ${PROJECT_SOURCE_DIR}/tools/stgctl/stgctl.manifest)
+else()
+  list(APPEND vu_admin_sources ${VU_ADMIN_SOURCES_POSIX} ${VU_ADMIN_WITH_LIBRARY_POSIX})
+  list(APPEND vu_stgctl_sources ${VU_STGCTL_SOURCES_POSIX})
+endif()
+
+if(vu_admin_sources)
+  add_library(vu_admin STATIC ${vu_admin_sources})
+  vu_own_code(vu_admin)
+  target_include_directories(vu_admin PUBLIC ${PROJECT_SOURCE_DIR})
+  target_link_libraries(vu_admin PUBLIC vu_storage::vu_storage PRIVATE vu_fmt vu_xxhash)
+endif()
+
+add_executable(stgctl ${vu_stgctl_sources})
+vu_program(stgctl)
+target_include_directories(stgctl PRIVATE ${PROJECT_SOURCE_DIR})
+target_compile_definitions(stgctl PRIVATE VU_STGCTL_VERSION="${PROJECT_VERSION}")
+target_link_libraries(stgctl PRIVATE vu_storage::vu_storage vu_cli11 vu_json vu_fmt vu_xxhash)
+if(TARGET vu_admin)
+  target_link_libraries(stgctl PRIVATE vu_admin)
+endif()
+
+install(TARGETS stgctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+if(UNIX)
+  # An installed client finds the library beside it, wherever the two are put.
+  set_target_properties(stgctl PROPERTIES
+    INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+endif()

@@ -1,0 +1,285 @@
+#include "tools/admin/folder_check.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "index/document_extensions.h"
+#include "index/index_format.h"
+#include "storage/layout.h"
+#include "tools/admin/text.h"
+
+namespace admin {
+
+namespace {
+
+/// What the library calls the new files when the counter cannot be used: no number that was drawn.
+constexpr std::string_view kEmergencyName = "99999999";
+
+std::string_view extension_without_dot(std::string_view name) {
+  const std::string_view extension = index_format::extension_of(name);
+  return extension.empty() ? extension : extension.substr(1);
+}
+
+std::string quoted(std::string_view text) { return "\"" + printable(text) + "\""; }
+
+}  // namespace
+
+void FolderCheck::report(Finding finding) {
+  ++m_summary.findings[static_cast<std::size_t>(finding.code)];
+  m_sink(finding);
+}
+
+void FolderCheck::found(Code code, std::string_view name, std::string detail, std::size_t line) {
+  const DocumentFolder& folder = m_view.folder();
+  report(
+      {code, folder.area, folder.owner, folder.path, std::string(name), line, std::move(detail)});
+}
+
+void FolderCheck::run(const DocumentFolder& folder) {
+  m_view.load(folder, m_options.locking);
+  ++m_summary.folders;
+  m_bucket = 0;
+  // Names of other forms are no buckets and have been told of already.
+  std::from_chars(folder.bucket.data(), folder.bucket.data() + folder.bucket.size(), m_bucket);
+  m_highest_number = -1;
+  m_data_files = 0;
+  m_folded_used = 0;
+  m_folded_keys.clear();
+  m_folded_names.clear();
+  m_key_files.clear();
+  m_category_files.clear();
+  if (!m_view.status().ok()) {
+    if (m_view.status().failure() == os::Failure::kNotFound) return;
+    found(Code::kUnreadableFolder, "", sys::text_of(m_view.status()));
+    return;
+  }
+  if (!check_index_state()) return;
+  check_lines();
+  check_names();
+  if (expects_index(folder.area)) check_counter();
+  if (m_options.depth == Depth::kFull) check_key_files();
+}
+
+bool FolderCheck::check_index_state() {
+  switch (m_view.index_state()) {
+    case IndexState::kLocked:
+      found(Code::kLockNotObtained, kIndexName,
+            "waited " + std::to_string(m_options.locking.time_out.count()) + " ms");
+      return false;
+    case IndexState::kFailed:
+      // A link is told of as such, with all other links.
+      if (const std::uint32_t at = m_view.find(kIndexName);
+          at == FolderView::kNone || m_view.names()[at].kind != sys::Kind::kLink)
+        found(Code::kUnreadableIndex, kIndexName, sys::text_of(m_view.index_status()));
+      return true;
+    case IndexState::kNoBytes:
+      found(Code::kEmptyIndex, kIndexName);
+      return true;
+    default:
+      return true;
+  }
+}
+
+// ---- lines -------------------------------------------------------------------------------------
+
+void FolderCheck::check_lines() {
+  m_lint.start(m_view);
+  IndexLine line;
+  while (m_lint.next(line)) check_line(line);
+  if (const std::size_t count = m_lint.unordered_lines(); count != 0)
+    found(Code::kUnorderedLines, kIndexName, std::to_string(count) + " of them");
+}
+
+void FolderCheck::check_line(const IndexLine& line) {
+  switch (line.verdict) {
+    case Verdict::kEntry:
+      check_entry(line);
+      break;
+    case Verdict::kNoFile:
+      found(Code::kLineWithoutFile, line.logical, "physical name " + quoted(line.stored),
+            line.number);
+      break;
+    case Verdict::kDuplicateKey:
+      found(Code::kDuplicateKey, line.key,
+            "physical name " + quoted(line.stored) + ", first in line " +
+                std::to_string(line.same_key_as),
+            line.number);
+      break;
+    case Verdict::kNoSeparator:
+      found(Code::kMalformedLine, line.raw.substr(0, 80), "no \"/\"", line.number);
+      break;
+    case Verdict::kShortKey:
+      found(Code::kMalformedLine, line.raw.substr(0, 80), "the key has no room for a timestamp",
+            line.number);
+      break;
+  }
+}
+
+void FolderCheck::check_entry(const IndexLine& line) {
+  ++m_summary.entries;
+  if (line.has_odd_stamp)
+    found(Code::kMalformedLine, line.key, "the key does not end in \"_\" and ten digits",
+          line.number);
+  if (!line.has_file)
+    found(Code::kLineWithoutFile, line.logical,
+          "the line counts, but the entry's file " + quoted(line.file) + " is not there",
+          line.number);
+  if (line.same_stored_as != 0)
+    found(Code::kDuplicatePhysicalName, line.stored,
+          "keys in lines " + std::to_string(line.same_stored_as) + " and " +
+              std::to_string(line.number),
+          line.number);
+  if (const char* why = why_not_safe(line.logical))
+    found(Code::kUnsafeName, line.logical, why, line.number);
+  check_reach(line);
+  const bool is_own_name = line.timestamp == 0 && line.stored == line.logical;
+  if (!is_own_name) {
+    note_number(line.stored);
+    if (m_options.depth == Depth::kFull) check_case(m_folded_keys, line.key, line.logical);
+  }
+  const std::string_view extension = extension_without_dot(line.logical);
+  if (extension == "ctg") m_category_files.emplace_back(line.file);
+  if (line.logical == "attribut.txt") m_key_files.emplace_back(line.file);
+  if (m_options.depth == Depth::kFull && is_document_extension(extension)) check_document(line);
+}
+
+void FolderCheck::check_reach(const IndexLine& line) {
+  const DocumentFolder& folder = m_view.folder();
+  if (!expects_index(folder.area)) return;
+  const bool in_docs = folder.area == Area::kDocs;
+  if (in_docs) {
+    if (bucket_number(line.logical) != m_bucket)
+      found(Code::kWrongBucket, line.logical,
+            "it belongs in " + layout::bucket_name(layout::hash_of(line.logical, layout::kBuckets)),
+            line.number);
+  }
+  if (const std::uint32_t at = m_view.find(line.logical);
+      at != FolderView::kNone && at != line.listed) {
+    found(Code::kShadowedName, line.logical,
+          "timestamp " + std::to_string(line.timestamp) + ", physical name " + quoted(line.stored),
+          line.number);
+    return;
+  }
+  const bool is_versioned = in_docs && extension_without_dot(line.logical) == "kdf";
+  if (line.timestamp != 0 && !is_versioned)
+    found(Code::kUnreachableTimestamp, line.logical, "timestamp " + std::to_string(line.timestamp),
+          line.number);
+}
+
+void FolderCheck::check_document(const IndexLine& line) {
+  const sys::Info info = sys::describe(m_view.path_of(line.file));
+  if (info.kind == sys::Kind::kFile && info.size == 0)
+    found(Code::kEmptyDocument, line.logical, "file " + quoted(line.file), line.number);
+}
+
+void FolderCheck::check_case(NameTable& table, std::string_view name, std::string_view shown) {
+  if (m_folded_used == m_folded_texts.size()) m_folded_texts.emplace_back();
+  std::string& folded = m_folded_texts[m_folded_used];
+  fold_case(name, folded);
+  const auto number = static_cast<std::uint32_t>(m_folded_used);
+  if (table.insert(folded, number) == number) {
+    ++m_folded_used;
+  } else {
+    found(Code::kCaseCollision, shown);
+  }
+}
+
+// ---- names -------------------------------------------------------------------------------------
+
+void FolderCheck::check_names() {
+  std::uint32_t number = 0;
+  for (const Name& name : m_view.names()) check_name(name, number++);
+  if (m_view.index_state() == IndexState::kMissing && m_data_files != 0 &&
+      expects_index(m_view.folder().area))
+    found(Code::kMissingIndex, kIndexName, std::to_string(m_data_files) + " files");
+  const auto cased = [](const Name& name) { return has_case(name.text); };
+  if (m_options.depth != Depth::kFull ||
+      std::none_of(m_view.names().begin(), m_view.names().end(), cased))
+    return;
+  for (const Name& name : m_view.names()) check_case(m_folded_names, name.text, name.text);
+}
+
+void FolderCheck::check_name(const Name& name, std::uint32_t number) {
+  check_file_name(name);
+  switch (name.kind) {
+    case sys::Kind::kFile:
+      if (is_index_file(name.text)) break;
+      ++m_summary.files;
+      ++m_data_files;
+      if (!m_lint.is_claimed(number)) check_unclaimed(name);
+      break;
+    case sys::Kind::kFolder:
+      check_sub_folder(name);
+      break;
+    case sys::Kind::kLink:
+      found(Code::kLinkInTree, name.text);
+      break;
+    default:
+      found(Code::kStrayItem, name.text, "neither a file nor a folder");
+      break;
+  }
+}
+
+void FolderCheck::check_unclaimed(const Name& name) {
+  note_number(name.text.substr(0, name.text.find('.')));
+  if (m_view.index_state() != IndexState::kRead && m_view.index_state() != IndexState::kNoBytes)
+    return;
+  found(Code::kFileWithoutLine, name.text);
+}
+
+void FolderCheck::check_file_name(const Name& name) {
+  if (const char* why = why_not_portable(name.text)) found(Code::kNotPortableName, name.text, why);
+  const std::size_t length = m_view.folder().path.size() + 1 + name.text.size();
+  if (length * 10 > m_options.path_limit * 9)
+    found(Code::kPathNearLimit, name.text, std::to_string(length) + " bytes");
+  else if (name.text.size() * 10 > sys::kNameLimit * 9)
+    found(Code::kPathNearLimit, name.text,
+          "the name alone has " + std::to_string(name.text.size()) + " bytes");
+}
+
+void FolderCheck::check_sub_folder(const Name& name) {
+  const Area area = m_view.folder().area;
+  if (!expects_index(area)) return;
+  if (area != Area::kDocs) {
+    found(Code::kStrayItem, name.text, "a folder where only documents are expected");
+    return;
+  }
+  // The document's file name may hold underscores itself.
+  for (std::size_t at = name.text.find('_'); at != std::string_view::npos;
+       at = name.text.find('_', at + 1)) {
+    const std::uint32_t document = m_view.find(name.text.substr(0, at));
+    if (document == FolderView::kNone) continue;
+    const std::string_view file = m_view.names()[document].text;
+    // Parts of this kind are served as they are.
+    if (m_options.depth == Depth::kFull && extension_without_dot(file) != "kdf")
+      check_parts(m_view.path_of(name.text));
+    return;
+  }
+  if (name.text.find('_') == std::string_view::npos) {
+    found(Code::kStrayItem, name.text, "a folder that belongs to no document");
+  } else {
+    found(Code::kPartsWithoutDocument, name.text);
+  }
+}
+
+void FolderCheck::note_number(std::string_view name) {
+  const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+  if (name.size() < 8 || name.size() > 10 || name == kEmergencyName) return;
+  if (!std::all_of(name.begin(), name.end(), is_digit)) return;
+  m_highest_number = std::max<std::int64_t>(m_highest_number, index_format::parse_decimal(name));
+}
+
+void FolderCheck::check_counter() {
+  if (m_highest_number <= 0) return;
+  const std::optional<std::string> text = m_view.read_counter(m_options.locking);
+  const std::int32_t counter = text ? index_format::parse_decimal(*text) : 0;
+  if (counter < 0) {
+    found(Code::kCounterUnreadable, kCounterName, "it holds " + quoted(*text));
+  } else if (counter < m_highest_number) {
+    found(Code::kCounterBehind, kCounterName,
+          (text ? "it holds " + quoted(*text) : std::string("it is missing or cannot be read")) +
+              ", the highest name is " + std::to_string(m_highest_number));
+  }
+}
+
+}  // namespace admin

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/admin/name_table.h"
+#include "tools/admin/system.h"
+#include "tools/admin/tree.h"
+
+namespace admin {
+
+inline constexpr std::string_view kIndexName = "index.dat";
+inline constexpr std::string_view kCounterName = "index";
+
+/// What became of reading a folder's "index.dat".
+enum class IndexState : std::uint8_t {
+  kMissing,
+  kRead,
+  kNoBytes,  ///< read, and empty: the writer puts at least one blank, so somebody was stopped half-way
+  kLocked,  ///< another process held it until time was out
+  kFailed,  ///< it could not be read (see index_status())
+};
+
+/// A name in a folder, by its kind.
+struct Name {
+  std::string_view text;
+  sys::Kind kind = sys::Kind::kMissing;
+};
+
+/// What a document folder holds at one moment: its names and the text of its index. One object serves
+/// folder after folder and keeps its memory, which is that of the largest folder.
+class FolderView {
+ public:
+  FolderView() = default;
+  FolderView(const FolderView&) = delete;
+  FolderView& operator=(const FolderView&) = delete;
+
+  /// Lists the folder and reads its index. The index comes first, as the library has it: a file made in
+  /// between is then one without a line, never a line without its file.
+  void load(const DocumentFolder& folder, const sys::Locking& locking);
+
+  const DocumentFolder& folder() const { return m_folder; }
+  /// Of the listing.
+  const os::Status& status() const { return m_status; }
+  IndexState index_state() const { return m_index_state; }
+  const os::Status& index_status() const { return m_index_status; }
+  std::string_view index_text() const { return m_index_text; }
+
+  /// Everything in the folder, the index and its counter included, in the system's order.
+  std::span<const Name> names() const { return m_names; }
+  static constexpr std::uint32_t kNone = NameTable::kNone;
+  /// The place of a name in names(), spelled exactly so.
+  std::uint32_t find(std::string_view name) const { return m_table.find(name); }
+
+  /// The folder's path and a name in it.
+  std::string path_of(std::string_view name) const { return sys::join(m_folder.path, name); }
+
+  /// The text of the counter file, read now; nothing when there is none or it cannot be read.
+  std::optional<std::string> read_counter(const sys::Locking& locking) const;
+
+ private:
+  void list();
+  void read_index(const sys::Locking& locking);
+
+  DocumentFolder m_folder;
+  os::Status m_status;
+  IndexState m_index_state = IndexState::kMissing;
+  os::Status m_index_status;
+  std::string m_index_path;
+  std::string m_index_text;
+  std::vector<char> m_bytes;  ///< the names, one after the other
+  std::vector<Name> m_names;
+  NameTable m_table;
+};
+
+/// Whether a name is the index's or its counter's.
+inline bool is_index_file(std::string_view name) {
+  return name == kIndexName || name == kCounterName;
+}
+
+}  // namespace admin

@@ -1,0 +1,163 @@
+// explain read, write and part.
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "tools/admin/explain.h"
+#include "tools/stgctl/command.h"
+#include "tools/stgctl/look.h"
+#include "tools/stgctl/stamp.h"
+#include "tools/stgctl/text.h"
+
+namespace stgctl {
+
+namespace {
+
+using admin::Answer;
+using admin::Explanation;
+using admin::Step;
+
+enum class What { kRead, kWrite, kPart };
+
+struct Options {
+  std::string entry;
+  std::string timestamp = "0";
+  bool keep = false;
+  std::string stamp;
+  std::string rendition;
+  std::string part;
+  bool no_lock = false;
+};
+
+const char* name_of(What what) {
+  if (what == What::kRead) return "read";
+  return what == What::kWrite ? "write" : "part";
+}
+
+std::string_view name_of(Answer answer) {
+  if (answer == Answer::kYes) return "yes";
+  return answer == Answer::kNo ? "no" : "note";
+}
+
+std::string outcome(What what, const Explanation& told) {
+  if (const Step* no = told.first_no())
+    return fmt::format("not {}: {}", what == What::kWrite ? "written" : "served", shown(no->text));
+  const char* const verb = what == What::kWrite ? "would be written" : "would be served";
+  return fmt::format("{} {}", shown(told.path), verb);
+}
+
+void show_json(Context& context, What what, const admin::Request& request,
+               const Explanation& told) {
+  Json fields;
+  fields["request"] = name_of(what);
+  fields["area"] = admin::name_of(request.area);
+  put_name(fields, "owner", request.owner);
+  put_name(fields, "name", request.entry);
+  fields["timestamp"] = request.timestamp;
+  if (what == What::kPart) {
+    put_name(fields, "rendition", request.rendition);
+    put_name(fields, "part", request.part);
+    put_name(fields, "stamp", request.stamp);
+    fields["code"] = told.code;
+  }
+  fields["succeeds"] = told.would_succeed;
+  put_name(fields, "path", told.path);
+  const Step* const no = told.first_no();
+  fields["first_no"] = no != nullptr ? Json(no->name) : Json(nullptr);
+  fields["steps"] = Json::array();
+  for (const Step& step : told.steps) {
+    Json each;
+    each["step"] = step.name;
+    each["answer"] = name_of(step.answer);
+    put_name(each, "text", step.text);
+    each["values"] = Json::object();
+    for (const auto& [name, value] : step.values) put_name(each["values"], name, value);
+    fields["steps"].push_back(std::move(each));
+  }
+  context.out().json_line("stgctl.explain/1", fields);
+}
+
+void show_text(Context& context, What what, const Explanation& told) {
+  std::size_t number = 0;
+  for (const Step& step : told.steps) {
+    const Style style = step.answer == Answer::kYes  ? Style::kGreen
+                        : step.answer == Answer::kNo ? Style::kRed
+                                                     : Style::kDim;
+    context.out().print("{:>2}. {}  {}  {}\n", ++number,
+                        context.out().styled(style, fmt::format("{:<4}", name_of(step.answer))),
+                        context.out().styled(Style::kBold, step.name), shown(step.text));
+    for (const auto& [name, value] : step.values)
+      context.out().print("            {}: {}\n", name, shown(value));
+  }
+  if (what == What::kPart) context.out().print("decision code {}\n", told.code);
+  context.out().print("{}\n", context.out().styled(told.would_succeed ? Style::kGreen : Style::kRed,
+                                                   outcome(what, told)));
+}
+
+Exit run(Context& context, What what, const Options& options) {
+  admin::Request request;
+  request.area =
+      what == What::kPart ? admin::Area::kDocs : document_area(context, admin::Area::kDocs);
+  request.owner = owner_or_none(context);
+  request.entry = options.entry;
+  request.timestamp = parse_stamp(options.timestamp).value_or(0);
+  request.replace = !options.keep;
+  request.stamp = options.stamp;
+  request.rendition = options.rendition;
+  request.part = options.part;
+  const admin::sys::Locking locking = locking_for(context, options.no_lock);
+  const admin::Tree& tree = context.tree();
+  const Explanation told = what == What::kRead    ? admin::explain_read(tree, request, locking)
+                           : what == What::kWrite ? admin::explain_write(tree, request, locking)
+                                                  : admin::explain_part(tree, request, locking);
+  if (context.out().json()) {
+    show_json(context, what, request, told);
+  } else {
+    show_text(context, what, told);
+  }
+  if (Context::interrupted()) return Exit::kInterrupted;
+  if (told.lock_missed) return Exit::kLockTimeout;
+  return told.would_succeed ? Exit::kDone : Exit::kNothingMatched;
+}
+
+Run declare(CLI::App& app, What what) {
+  auto options = std::make_shared<Options>();
+  app.add_option("entry", options->entry, "The logical name")->type_name("ENTRY")->required();
+  app.add_option("--timestamp", options->timestamp, "The timestamp that is asked for (0)")
+      ->type_name("STAMP")
+      ->check(CLI::Validator(is_stamp, ""));
+  if (what == What::kWrite)
+    app.add_flag("--keep", options->keep, "As a writing that does not replace a version");
+  if (what != What::kRead)
+    app.add_option("--stamp", options->stamp, "What follows the \"_\" of the folder of parts")
+        ->type_name("TEXT");
+  if (what == What::kPart) {
+    app.add_option("--rendition", options->rendition, "html@NAME, pdf@NAME or another one")
+        ->type_name("TEXT")
+        ->required();
+    app.add_option("--part", options->part, "The part's file name")->type_name("NAME")->required();
+  }
+  add_no_lock(app, options->no_lock);
+  return [options, what](Context& context) { return run(context, what, *options); };
+}
+
+}  // namespace
+
+void add_explain_commands(Commands& commands) {
+  const char* const details =
+      "Every step of the library's decision with the values that it depends on, down to the\n"
+      "first one that says no. The owner is --owner, else the empty name; the area is --area,\n"
+      "else docs. The exit code is 3 when the library would not do it.";
+  commands.push_back({"explain read", Group::kExplain, Effect::kLooks,
+                      "Why a document is or is not served",
+                      [](CLI::App& app) { return declare(app, What::kRead); }, details});
+  commands.push_back({"explain write", Group::kExplain, Effect::kLooks,
+                      "What writing a document would do",
+                      [](CLI::App& app) { return declare(app, What::kWrite); }, details});
+  commands.push_back({"explain part", Group::kExplain, Effect::kLooks,
+                      "Why a part is served, refreshed or to be regenerated",
+                      [](CLI::App& app) { return declare(app, What::kPart); }, details});
+}
+
+}  // namespace stgctl

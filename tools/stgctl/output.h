@@ -1,0 +1,87 @@
+#pragma once
+
+#include <fmt/format.h>
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "tools/stgctl/options.h"
+
+namespace stgctl {
+
+/// JSON whose fields stay in the order in which they are put in.
+using Json = nlohmann::ordered_json;
+
+enum class Style { kPlain, kBold, kDim, kRed, kGreen, kYellow, kBlue, kCyan };
+
+/// The program's two streams. Results go to the standard output, through a large buffer, as text or as
+/// JSON; everything else goes to the standard error output, at once.
+class Output {
+ public:
+  Output();
+  ~Output();
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+
+  /// Takes over --json and --color.
+  void configure(const GlobalOptions& options);
+  /// Whether results are wanted as JSON.
+  bool json() const noexcept { return m_json; }
+
+  // ---- results ----
+
+  /// Writes bytes as they are.
+  void write(std::string_view bytes);
+  /// Writes formatted text.
+  template <class... Args>
+  void print(fmt::format_string<Args...> format, Args&&... args) {
+    m_scratch.clear();
+    fmt::format_to(std::back_inserter(m_scratch), format, std::forward<Args>(args)...);
+    write({m_scratch.data(), m_scratch.size()});
+  }
+  /// Writes one JSON object on a line of its own: {"schema": schema, ...fields}.
+  void json_line(const char* schema, const Json& fields);
+  /// Writes out what is buffered. @throws Failure when nobody takes it any more, or the disk is full.
+  void flush();
+
+  /// Text in a style on the standard output; as it is when colours are off.
+  std::string styled(Style style, std::string_view text) const;
+  /// Whether styled() has any effect.
+  bool colors() const noexcept { return m_colors; }
+
+  // ---- everything else ----
+
+  /// A line about what is going on.
+  void note(std::string_view text);
+  /// "stgctl: warning: text"
+  void warning(std::string_view text);
+  /// "stgctl: text"
+  void error(std::string_view text);
+  /// Text without a line end, such as a question.
+  void prompt(std::string_view text);
+  /// Whether a line that is redrawn in place stands on the standard error output (see Progress): the
+  /// next message clears it first.
+  void set_transient(bool shown) noexcept { m_transient = shown; }
+  /// Writes to the standard error output as it is.
+  void raw_error(std::string_view bytes);
+
+ private:
+  void message(Style style, std::string_view label, std::string_view text);
+
+  std::string m_buffer;
+  fmt::memory_buffer m_scratch;
+  bool m_json = false;
+  bool m_colors = false;
+  bool m_error_colors = false;
+  bool m_transient = false;
+  bool m_broken = false;
+};
+
+/// Puts a name of any bytes into an object: as text under @p key, with U+FFFD for what is no UTF-8, and
+/// then with its bytes under @p key + "_hex" as well.
+void put_name(Json& object, const std::string& key, std::string_view bytes);
+
+}  // namespace stgctl

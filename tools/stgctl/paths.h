@@ -1,0 +1,38 @@
+#pragma once
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+/// @file
+/// Paths as bytes (UTF-8 on Windows) and as the C++ library takes them.
+namespace stgctl {
+
+#if defined(_WIN32)
+inline std::filesystem::path to_path(std::string_view bytes) {
+  return std::u8string(bytes.begin(), bytes.end());
+}
+inline std::string from_path(const std::filesystem::path& path) {
+  const std::u8string text = path.u8string();
+  return {text.begin(), text.end()};
+}
+#else
+inline std::filesystem::path to_path(std::string_view bytes) { return bytes; }
+inline std::string from_path(const std::filesystem::path& path) { return path.native(); }
+#endif
+
+/// A path as the library writes it, with "\" between the names, in the system's form.
+inline std::string from_library(std::string path) {
+  if constexpr (std::filesystem::path::preferred_separator == '/') {
+    std::replace(path.begin(), path.end(), '\\', '/');
+  }
+  return path;
+}
+
+/// A folder and a name in it.
+inline std::string joined(std::string_view folder, std::string_view name) {
+  return from_path(to_path(folder) / to_path(name));
+}
+
+}  // namespace stgctl

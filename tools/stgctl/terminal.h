@@ -1,0 +1,33 @@
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+/// @file
+/// The terminal and the process, per system: terminal_posix.cpp, terminal_windows.cpp.
+namespace stgctl::terminal {
+
+enum class Stream { kIn, kOut, kErr };
+
+/// Prepares the console for UTF-8 and escape sequences, and the standard output for bytes as they are.
+/// Call it first.
+void set_up();
+/// The command line's arguments without the program's name, in UTF-8 (on Linux as they are).
+std::vector<std::string> arguments(int argc, char** argv);
+/// Whether the stream is a terminal.
+bool is_terminal(Stream stream);
+/// Whether the terminal at the stream understands colours.
+bool understands_colors(Stream stream);
+/// The width of the terminal in columns; 80 when that is unknown.
+int width(Stream stream);
+
+/// Reads one line of an answer, without its end. Empty at the end of the input, and after Ctrl-C.
+std::string read_line();
+
+/// From here on Ctrl-C is noted instead of ending the program; a second one ends it at once.
+void watch_interrupt();
+/// Whether Ctrl-C was pressed.
+const std::atomic<bool>& interrupt_flag() noexcept;
+
+}  // namespace stgctl::terminal

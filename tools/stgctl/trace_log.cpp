@@ -1,0 +1,68 @@
+#include "tools/stgctl/trace_log.h"
+
+#include <array>
+#include <exception>
+
+#include "tools/stgctl/exit_codes.h"
+#include "tools/stgctl/text.h"
+
+namespace stgctl {
+
+namespace {
+
+constexpr std::array<const char*, 5> kLevels = {"XS", "S", "M", "L", "XL"};
+constexpr std::array<const char*, 3> kEvents = {"Success", "Warning", "Error"};
+
+const char* name_of(vu_host::trace_level level) {
+  return kLevels.at(static_cast<std::size_t>(level));
+}
+
+}  // namespace
+
+TraceLog::TraceLog(vu_host::trace_level most, const std::string& file)
+    : m_most(most), m_file(stderr), m_owned(!file.empty()) {
+  if (!m_owned) return;
+  m_file = std::fopen(file.c_str(), "ab");
+  if (m_file == nullptr) {
+    throw Failure(Exit::kFailed,
+                  "the trace file " + shown(file) + " cannot be written; name another one");
+  }
+}
+
+TraceLog::~TraceLog() {
+  if (m_owned) std::fclose(m_file);
+}
+
+void TraceLog::scope_begin(const vu_host::trace_site& site, vu_host::trace_level level,
+                           const char* label) noexcept {
+  const bool labelled = label != nullptr && *label != '\0';
+  line(site, name_of(level), labelled ? label : site.signature);
+}
+
+void TraceLog::scope_end(const vu_host::trace_site&, vu_host::trace_level) noexcept {}
+
+void TraceLog::scope_message(const vu_host::trace_site& site, const char* text) noexcept {
+  line(site, "scope", text);
+}
+
+void TraceLog::record(const vu_host::trace_site& site, vu_host::trace_level level,
+                      const char* text) noexcept {
+  line(site, name_of(level), text);
+}
+
+void TraceLog::event(const vu_host::trace_site& site, vu_host::trace_event event,
+                     const char* text) noexcept {
+  line(site, kEvents.at(static_cast<std::size_t>(event)), text);
+}
+
+void TraceLog::line(const vu_host::trace_site& site, const char* kind, const char* text) noexcept {
+  const std::scoped_lock guard(m_mutex);
+  try {
+    std::fprintf(m_file, "%s:%d %s %s\n", site.source, site.line, kind, shown(text).c_str());
+  } catch (const std::exception&) {
+    // No memory for the text: the record is lost, the operation goes on.
+    std::fprintf(m_file, "%s:%d %s\n", site.source, site.line, kind);
+  }
+}
+
+}  // namespace stgctl
