@@ -2,6 +2,10 @@
 #   vu_poco     POCO Foundation (the storage mutex)
 #   vu_utf8cpp  utfcpp, header-only (the string classes)
 #   vu_gtest    GoogleTest
+#   vu_cli11    CLI11, header-only (the client's command line)
+#   vu_json     nlohmann-json, header-only (the client's JSON)
+#   vu_fmt      fmt, header-only (the client's text)
+#   vu_xxhash   xxhash, inline (the client's checksums)
 
 # Headers staged for a cross build, apart from the native ones.
 set(VU_STAGED_INCLUDE "" CACHE PATH "Folder with header-only libraries for a cross build")
@@ -27,6 +31,35 @@ if(VU_STAGED_INCLUDE)
 else()
   find_package(utf8cpp REQUIRED)
   target_link_libraries(vu_utf8cpp INTERFACE utf8cpp)
+endif()
+
+# vu_header_library(<target> <header> <package> <imported target>): from the staged headers, or from the
+# package, or, for a package without a configuration of its own, by its header alone.
+function(vu_header_library target header package imported)
+  add_library(${target} INTERFACE)
+  if(VU_STAGED_INCLUDE)
+    if(NOT EXISTS ${VU_STAGED_INCLUDE}/${header})
+      message(FATAL_ERROR "${header} is not in ${VU_STAGED_INCLUDE}; run ./dev setup")
+    endif()
+    target_include_directories(${target} SYSTEM INTERFACE ${VU_STAGED_INCLUDE})
+    return()
+  endif()
+  find_package(${package} CONFIG QUIET)
+  if(TARGET ${imported})
+    target_link_libraries(${target} INTERFACE ${imported})
+    return()
+  endif()
+  find_path(VU_${target}_INCLUDE ${header} REQUIRED)
+  target_include_directories(${target} SYSTEM INTERFACE ${VU_${target}_INCLUDE})
+endfunction()
+
+if(VU_BUILD_CLIENT)
+  vu_header_library(vu_cli11 CLI/CLI.hpp CLI11 CLI11::CLI11)
+  vu_header_library(vu_json nlohmann/json.hpp nlohmann_json nlohmann_json::nlohmann_json)
+  vu_header_library(vu_fmt fmt/format.h fmt fmt::fmt-header-only)
+  vu_header_library(vu_xxhash xxhash.h xxHash xxHash::xxhash)
+  target_compile_definitions(vu_fmt INTERFACE FMT_HEADER_ONLY=1)
+  target_compile_definitions(vu_xxhash INTERFACE XXH_INLINE_ALL=1)
 endif()
 
 # Built from source where the system ships it: it then has this build's sanitizers and runtime.

@@ -53,10 +53,15 @@ function(vu_test_program name)
   endif()
 endfunction()
 
+if(UNIX)
+  list(APPEND VU_UNIT_TEST_SOURCES ${VU_UNIT_TEST_SOURCES_POSIX})
+endif()
 vu_test_program(unit_tests
   SOURCES ${VU_UNIT_TEST_SOURCES}
   LINK vu_storage_testable
   SHARDS 2 TIMEOUT 60 LABELS unit)
+# The numbers of calls are read from the page that tells them.
+target_compile_definitions(unit_tests PRIVATE VU_TEST_DOCS="${PROJECT_SOURCE_DIR}/docs")
 vu_test_program(api_tests
   SOURCES ${VU_API_TEST_SOURCES}
   LINK vu_storage::vu_storage
@@ -65,6 +70,29 @@ vu_test_program(multi_tests
   SOURCES ${VU_MULTI_TEST_SOURCES}
   LINK vu_storage::vu_storage
   SHARDS 2 TIMEOUT 180 LABELS multi)
+if(TARGET vu_admin)
+  vu_test_program(admin_tests
+    SOURCES ${VU_ADMIN_TEST_SOURCES}
+    LINK vu_admin vu_storage::vu_storage
+    SHARDS 2 TIMEOUT 60 LABELS admin)
+endif()
+
+if(VU_BUILD_CLIENT)
+  set(vu_stgctl_tests ${VU_STGCTL_TEST_SOURCES} ${VU_STGCTL_TEXT_WITH_TESTS})
+  if(WIN32)
+    list(APPEND vu_stgctl_tests ${VU_STGCTL_TEST_SOURCES_WINDOWS})
+  else()
+    list(APPEND vu_stgctl_tests ${VU_STGCTL_TEST_SOURCES_POSIX})
+  endif()
+  vu_test_program(stgctl_tests
+    SOURCES ${vu_stgctl_tests}
+    LINK vu_storage::vu_storage vu_admin vu_json vu_fmt
+    SHARDS 2 TIMEOUT 180 LABELS stgctl)
+  target_compile_definitions(stgctl_tests PRIVATE VU_TEST_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+  add_dependencies(stgctl_tests stgctl)
+endif()
+
+include(reliability)
 
 if(TARGET hello_storage)
   add_test(NAME example_hello COMMAND hello_storage)

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Runs the demonstration program: scripts/demo.sh <linux|windows>
+# Runs the demonstration program, then a tour of the client: scripts/demo.sh <linux|windows>
 #
+# The program stores some hundred real files, reads them back and compares every byte.
 # The Windows program runs under Wine. When both have run, each one reads the storage that the other
 # one wrote and compares it with the manifest beside it.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
@@ -53,3 +54,5 @@ case ${1:?linux or windows} in
     ;;
   *) die "scripts/demo.sh knows no platform '$1'; it knows linux and windows" ;;
 esac
+say "a tour of the client"
+"$ROOT/scripts/tour.sh" "$1"

@@ -1,19 +1,24 @@
 #!/usr/bin/env bash
 # Installs what Debian offers and is missing: scripts/packages.sh <set...>
-# Sets: native (build and test for Linux), windows (cross-build for Windows and run under Wine).
+# Sets: native (build and test for Linux), windows (cross-build for Windows and run under Wine),
+# bench (yardsticks and tools of the benchmarks).
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-native=(cmake ninja-build g++ googletest libpoco-dev libutfcpp-dev)
+# Header-only for what is built here; the Windows build gets copies of them.
+client=(libcli11-dev nlohmann-json3-dev libfmt-dev libxxhash-dev)
+native=(cmake ninja-build g++ googletest libpoco-dev libutfcpp-dev "${client[@]}")
 # The last four fetch and unpack a source package.
-windows=(cmake ninja-build googletest libutfcpp-dev g++-mingw-w64-x86-64-posix wine wine64
-  ca-certificates bzip2 xz-utils patch)
+windows=(cmake ninja-build googletest libutfcpp-dev "${client[@]}" g++-mingw-w64-x86-64-posix wine
+  wine64 ca-certificates bzip2 xz-utils patch)
+bench=(libbenchmark-dev libsqlite3-dev liblmdb-dev valgrind gnuplot-nox)
 
 wanted=()
 for set in "$@"; do
   case $set in
     native) wanted+=("${native[@]}") ;;
     windows) wanted+=("${windows[@]}") ;;
-    *) die "scripts/packages.sh knows no package set '$set'; it knows native and windows" ;;
+    bench) wanted+=("${bench[@]}") ;;
+    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows and bench" ;;
   esac
 done
 

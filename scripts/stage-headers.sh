@@ -5,7 +5,8 @@
 
 staged=$DEPS/mingw/include
 work=$DEPS/mingw/include.work
-key=$(content_key "${BASH_SOURCE[0]}" /usr/include/utf8cpp/utf8.h /usr/include/utf8cpp/utf8/*.h)
+key=$(content_key "${BASH_SOURCE[0]}" /usr/include/utf8cpp/utf8.h /usr/include/utf8cpp/utf8/*.h \
+  /usr/include/CLI/*.hpp /usr/include/fmt/*.h /usr/include/nlohmann/json.hpp /usr/include/xxhash.h)
 
 is_complete() { [ "$(cat "$staged/.complete" 2>/dev/null)" = "$key" ]; }
 
@@ -16,6 +17,7 @@ is_complete && exit 0
 rm -rf "$work"
 mkdir -p "$work"
 cp -r /usr/include/utf8cpp/. "$work"
+cp -r /usr/include/CLI /usr/include/fmt /usr/include/nlohmann /usr/include/xxhash.h "$work"
 echo "$key" >"$work/.complete"
 rm -rf "$staged"
 mv "$work" "$staged"

@@ -1,0 +1,290 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/os/os.h"
+#include "tests/support/index_peer.h"
+#include "tests/support/os_faults.h"
+#include "tests/unit/storage_fixture.h"
+#include "vu_storage.h"
+
+// How many calls of the system each operation makes: as docs/performance.md says, and as many in a large
+// folder as in a small one.
+
+namespace {
+
+using os::faults::Call;
+
+constexpr const char* kOwner = "jdoe";
+constexpr auto kMail = STG::MailRepository;
+constexpr auto kDocs = STG::CorporateRepository;
+constexpr int kOnePage = 20;
+constexpr int kFew = 150;   // an index of two pages
+constexpr int kMany = 600;  // an index of six
+constexpr unsigned long kLongAgo = 1000000;
+
+/// What one operation asked the system for. Questions that the library answers by itself or that only
+/// read a variable of the process are none.
+using Calls = std::map<std::string, std::int64_t>;
+
+Calls counted(const std::function<void()>& operation) {
+  os::faults::reset();
+  operation();
+  Calls calls;
+  for (int i = 0; i < static_cast<int>(Call::any); ++i) {
+    const auto call = static_cast<Call>(i);
+    if (call == Call::is_lead_byte || call == Call::last_error || call == Call::to_narrow ||
+        call == Call::nt_family || call == Call::now)
+      continue;
+    const auto count = static_cast<std::int64_t>(os::faults::calls(call));
+    if (count != 0) calls[os::faults::name(call)] = count;
+  }
+  return calls;
+}
+
+/// As a row of the table has it: "3 | open 1, probe_search 2".
+std::string text_of(const Calls& calls) {
+  std::int64_t sum = 0;
+  std::string text;
+  for (const auto& [name, count] : calls) {
+    sum += count;
+    text += (text.empty() ? "" : ", ") + name + " " + std::to_string(count);
+  }
+  return std::to_string(sum) + " | " + (text.empty() ? "none" : text);
+}
+
+std::string logical(int entry) {
+  char text[32];
+  std::snprintf(text, sizeof text, "Report %06d.kdb", entry);
+  return text;
+}
+
+/// A folder where the documents of an index lie, all of them there, and more to be made.
+void fill(const std::string& folder, int entries) {
+  std::string text;
+  for (int i = 0; i < entries; ++i) {
+    char stored[16];
+    std::snprintf(stored, sizeof stored, "%.8d", entries - i);
+    text += logical(i) + "_0000000000/" + stored + "\n";
+    write_file(folder + "\\" + stored + ".kdb", "bytes");
+  }
+  write_file(folder + "\\index.dat", text);
+  char last[16];
+  std::snprintf(last, sizeof last, "%.8d", entries);
+  write_file(folder + "\\index", last);
+}
+
+enum class Kind { kQuestion, kChange };
+
+struct Operation {
+  Kind kind;
+  std::string name;  ///< as the table has it
+  std::function<void(const std::string& folder, const std::string& middle)> run;
+};
+
+std::string g_physical;
+STGIndex::NameMap g_names;
+long g_timestamp = 0;
+
+/// The operations of an index; `middle` is an entry of it at timestamp 0.
+std::vector<Operation> index_operations() {
+  using Text = const std::string&;
+  return {
+      {Kind::kQuestion, "`exists`, hit",
+       [](Text f, Text m) { STGIndex::exists(f, m, 0, g_physical); }},
+      {Kind::kQuestion, "`exists`, miss",
+       [](Text f, Text m) { STGIndex::exists(f, m, 1, g_physical); }},
+      {Kind::kQuestion, "`exists`, a file of that name",
+       [](Text f, Text) { STGIndex::exists(f, "00000001.kdb", 0, g_physical); }},
+      {Kind::kChange, "`create`, new", [](Text f, Text m) { STGIndex::create(f, m, 1); }},
+      {Kind::kQuestion, "`create`, there already",
+       [](Text f, Text m) { STGIndex::create(f, m, 0); }},
+      {Kind::kChange, "`remove`", [](Text f, Text m) { STGIndex::remove(f, m, 0); }},
+      {Kind::kQuestion, "`remove`, not there", [](Text f, Text m) { STGIndex::remove(f, m, 1); }},
+      {Kind::kChange, "`rename`", [](Text f, Text m) { STGIndex::rename(f, m, 0, m, 1); }},
+      {Kind::kQuestion, "`rename`, not there",
+       [](Text f, Text m) { STGIndex::rename(f, m, 1, m, 2); }},
+      {Kind::kQuestion, "`lastVersion`",
+       [](Text f, Text m) { STGIndex::lastVersion(f, m, g_timestamp); }},
+      {Kind::kQuestion, "`plValues`", [](Text f, Text) { STGIndex::plValues(f, g_names); }},
+      {Kind::kQuestion, "`lpValues`", [](Text f, Text) { STGIndex::lpValues(f, g_names); }},
+      {Kind::kQuestion, "`getCategories`",
+       [](Text f, Text) { STGIndex::getCategories(f, g_names); }},
+      {Kind::kQuestion, "`getVUDocs`", [](Text f, Text) { STGIndex::getVUDocs(f, g_names); }},
+      {Kind::kChange, "`getPhysicalName`, new",
+       [](Text f, Text) { STGIndex::getPhysicalName(f, "new.kdb"); }},
+      {Kind::kQuestion, "`getPhysicalPath`, there already",
+       [](Text f, Text m) { STGIndex::getPhysicalPath(f, m); }},
+      {Kind::kChange, "`updateIndexFile`", [](Text f, Text) { STGIndex::updateIndexFile(f); }},
+  };
+}
+
+/// Those that look at every entry: a part that is always there, and a part for each.
+std::vector<Operation> operations_on_every_entry() {
+  using Text = const std::string&;
+  const auto clean = [](Text folder, unsigned long limit) {
+    STGIndex::AgeMap kept;
+    STGIndex::cleanOutOfDateOutput(folder, limit, kept, false);
+  };
+  return {
+      {Kind::kChange, "`cleanOutOfDateOutput`, nothing removed",
+       [clean](Text f, Text) { clean(f, kLongAgo); }},
+      {Kind::kChange, "`cleanOutOfDateOutput`, everything removed",
+       [clean](Text f, Text) { clean(f, 0); }},
+  };
+}
+
+/// The rows of the table in docs/performance.md: operation -> "calls | which".
+std::map<std::string, std::string> documented() {
+  std::ifstream page(VU_TEST_DOCS "/performance.md");
+  EXPECT_TRUE(page.is_open()) << VU_TEST_DOCS;
+  std::map<std::string, std::string> rows;
+  bool inside = false;
+  for (std::string line; std::getline(page, line);) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (line.starts_with("<!-- calls")) inside = line != "<!-- calls end -->";
+    if (!inside || !line.starts_with("| `")) continue;
+    const std::size_t name_end = line.find(" | ", 2);
+    const std::size_t number_end = line.find(" | ", name_end + 3);
+    const std::size_t which_end = line.find(" | ", number_end + 3);
+    if (which_end == std::string::npos) continue;
+    rows[line.substr(2, name_end - 2)] = line.substr(name_end + 3, which_end - name_end - 3);
+  }
+  return rows;
+}
+
+class CallCounts : public StorageTest {
+ protected:
+  /// A folder of so many entries, a fresh one for each change.
+  std::string folder_with(int entries, Kind kind) {
+    const std::string name = kind == Kind::kChange ? std::to_string(++m_folders) : "asked";
+    const std::string folder = scratch.path(name + "-" + std::to_string(entries));
+    if (folder_exists(folder)) return folder;
+    make_folder(folder);
+    fill(folder, entries);
+    return folder;
+  }
+  Calls count(const Operation& operation, int entries) {
+    const std::string folder = folder_with(entries, operation.kind);
+    const std::string middle = logical(entries / 2);
+    return counted([&] { operation.run(folder, middle); });
+  }
+  void expect_documented(const std::string& name, const std::string& calls) {
+    EXPECT_EQ(m_documented[name], calls) << name;
+  }
+  static std::string folder_of_owner(const std::string& entry, STG::RepositoryType type,
+                                     int entries) {
+    const std::string folder = folder_of(kOwner, entry, type);
+    fill(folder, entries);
+    return folder;
+  }
+
+  // What nobody listens to is not asked for: error texts, for instance.
+  void SetUp() override { vu_host::install({}); }
+
+  synchronisation on{true};
+  std::map<std::string, std::string> m_documented = documented();
+
+ private:
+  int m_folders = 0;
+};
+
+TEST_F(CallCounts, OfAnIndexOperationAreDocumentedAndDoNotDependOnTheEntries) {
+  for (const Operation& operation : index_operations()) {
+    const Calls few = count(operation, kFew);
+    expect_documented(operation.name, text_of(few));
+    EXPECT_EQ(text_of(count(operation, kMany)), text_of(few)) << operation.name;
+    // What fits a page is written at once.
+    for (const auto& [name, calls] : count(operation, kOnePage)) {
+      EXPECT_LE(calls, few.contains(name) ? few.at(name) : 0) << operation.name << ": " << name;
+    }
+  }
+}
+
+TEST_F(CallCounts, OfAnExistenceQuestionAreAtMostTen) {
+  const std::vector<Operation> operations = index_operations();
+  for (std::size_t i = 0; i < 2; ++i) {
+    std::int64_t sum = 0;
+    for (const auto& [name, calls] : count(operations[i], kMany)) sum += calls;
+    EXPECT_LE(sum, 10) << operations[i].name;
+  }
+}
+
+TEST_F(CallCounts, OfAnIndexOperationAreNotMoreWithoutSynchronisation) {
+  for (const Operation& operation : index_operations()) {
+    const Calls with = count(operation, kFew);
+    const synchronisation off{false};
+    const Calls without = count(operation, kFew);
+    // A question need not list what it does not ask for.
+    for (const auto& [name, calls] : without) {
+      EXPECT_LE(calls, with.contains(name) ? with.at(name) : 0) << operation.name << ": " << name;
+    }
+  }
+}
+
+TEST_F(CallCounts, OfCleaningAreDocumentedAsAFixedPartAndOnePerEntry) {
+  for (const Operation& operation : operations_on_every_entry()) {
+    const Calls few = count(operation, kFew);
+    const Calls more = count(operation, 2 * kFew);
+    const Calls many = count(operation, 4 * kFew);
+    Calls fixed;
+    Calls each;
+    for (const auto& [name, calls] : few) {
+      const std::int64_t per_entry = (more.at(name) - calls) / kFew;
+      EXPECT_EQ(many.at(name), calls + 3 * kFew * per_entry) << operation.name << ": " << name;
+      if (per_entry != 0) each[name] = per_entry;
+      if (calls != kFew * per_entry) fixed[name] = calls - kFew * per_entry;
+    }
+    expect_documented(operation.name, text_of(fixed));
+    expect_documented(operation.name + ", per entry", text_of(each));
+  }
+}
+
+TEST_F(CallCounts, OfReadingAndWritingADocumentAreDocumentedAndDoNotDependOnTheEntries) {
+  for (const int entries : {kFew, kMany}) {
+    const std::string middle = logical(entries / 2);
+    folder_of_owner(middle, kMail, entries);
+    folder_of_owner(middle, kDocs, entries);
+    vu_storage client;
+    vu_file file;
+    std::string bytes;
+    const auto expect = [&](const std::string& name, const std::function<void()>& operation) {
+      expect_documented(name, text_of(counted(operation)));
+    };
+    expect("`OpenRead`, mail", [&] { client.OpenRead(file, kOwner, middle, kMail, 0); });
+    ASSERT_TRUE(file.is_open());
+    expect("`Read`, whole", [&] { client.Read(file, bytes, 0); });
+    expect("`Close` after reading", [&] { client.Close(file); });
+    EXPECT_EQ(bytes, "bytes");
+    expect("`OpenRead`, corporate", [&] { client.OpenRead(file, kOwner, middle, kDocs, 0); });
+    ASSERT_TRUE(file.is_open());
+    client.Close(file);
+    expect("`OpenWrite`, new, mail",
+           [&] { client.OpenWrite(file, kOwner, "new.kdb", kMail, true, 5); });
+    ASSERT_TRUE(file.is_open());
+    expect("`Write`", [&] { client.Write(file, "bytes"); });
+    expect("`Close` after writing", [&] { client.Close(file); });
+    expect("`OpenWrite`, replacing, mail",
+           [&] { client.OpenWrite(file, kOwner, middle, kMail, true, 0); });
+    client.Close(file);
+    expect("`OpenWrite`, replacing, corporate",
+           [&] { client.OpenWrite(file, kOwner, middle, kDocs, true, 0); });
+    client.Close(file);
+    vu_storage::RemoveUserStorage(vu_utf8string(std::string(kOwner)));
+    vu_file::recurseRemoveDir(folder_of(kOwner, middle, kDocs));
+  }
+}
+
+TEST_F(CallCounts, TableHasNoRowOfAnOperationThatIsNotCounted) {
+  std::size_t known = index_operations().size() + 2 * operations_on_every_entry().size();
+  known += 9;  // documents, above
+  EXPECT_EQ(m_documented.size(), known);
+}
+
+}  // namespace

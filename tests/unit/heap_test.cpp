@@ -1,0 +1,102 @@
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+#include <string>
+
+#include "stg_index.h"
+#include "tests/support/index_peer.h"
+#include "tests/support/scratch.h"
+
+// How much memory a question takes at most. The replaced operators count what this thread has, by the
+// allocator's own sizes.
+
+namespace {
+
+thread_local bool g_counting = false;
+thread_local std::ptrdiff_t g_live = 0;
+thread_local std::ptrdiff_t g_peak = 0;
+
+void taken(void* memory) {
+  if (!g_counting) return;
+  g_live += static_cast<std::ptrdiff_t>(malloc_usable_size(memory));
+  if (g_live > g_peak) g_peak = g_live;
+}
+
+void given_back(void* memory) {
+  if (g_counting && memory != nullptr)
+    g_live -= static_cast<std::ptrdiff_t>(malloc_usable_size(memory));
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  void* const memory = std::malloc(size == 0 ? 1 : size);
+  if (memory == nullptr) throw std::bad_alloc();
+  taken(memory);
+  return memory;
+}
+void operator delete(void* memory) noexcept {
+  given_back(memory);
+  std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept { operator delete(memory); }
+
+namespace {
+
+/// The most bytes that were allocated at one moment of an operation.
+template <class Operation>
+std::ptrdiff_t peak_of(Operation operation) {
+  g_live = 0;
+  g_peak = 0;
+  g_counting = true;
+  operation();
+  g_counting = false;
+  return g_peak;
+}
+
+/// What a question takes beyond the size of "index.dat".
+std::ptrdiff_t beyond_the_text(int entries, long timestamp, bool expected) {
+  const index_folder folder;
+  std::string text;
+  for (int i = 0; i < entries; ++i) {
+    const std::string number = std::to_string(10000000 + i);
+    text += "Report " + number + ".kdb_0000000001/" + number + "\n";
+  }
+  folder.set_index(text);
+  folder.write(std::to_string(10000000 + entries / 2) + ".kdb");
+  const std::string logical = "Report " + std::to_string(10000000 + entries / 2) + ".kdb";
+  const std::string& path = folder.path();
+  std::string physical;
+  bool found = false;
+  const std::ptrdiff_t peak =
+      peak_of([&] { found = STGIndex::exists(path, logical, timestamp, physical); });
+  EXPECT_EQ(found, expected);
+  return peak - static_cast<std::ptrdiff_t>(text.size());
+}
+
+constexpr std::ptrdiff_t kConstant = 16384;
+
+TEST(Heap, CountsWhatIsAllocated) {
+  const std::ptrdiff_t peak = peak_of([] {
+    { const std::string first(100000, 'x'); }
+    const std::string second(50000, 'x');
+  });
+  EXPECT_GE(peak, 100000);
+  EXPECT_LT(peak, 150000);
+}
+
+TEST(Heap, OfAnExistenceQuestionIsTheTextOfTheIndexAndAConstant) {
+  const synchronisation off{false};
+  for (const bool hit : {true, false}) {
+    const std::ptrdiff_t few = beyond_the_text(10, hit ? 1 : 2, hit);
+    const std::ptrdiff_t many = beyond_the_text(20000, hit ? 1 : 2, hit);
+    EXPECT_LT(few, kConstant);
+    EXPECT_LT(many, kConstant);
+  }
+}
+
+}  // namespace
