@@ -10,3 +10,10 @@ std::vector<os::Entry> folder_entries(const std::string& folder) {
   static_cast<void>(os::list(path_text::with_separator(folder), entries));
   return entries;
 }
+
+os::Status find_entry(const std::string& path) {
+  if (path_text::is_network(path)) return os::probe_attributes(path);
+  // A folder is found as its own entry.
+  if (path_text::ends_in_separator(path)) return os::probe_search(path + ".");
+  return os::probe_search(path);
+}

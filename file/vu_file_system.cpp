@@ -1,5 +1,6 @@
 #include <utility>
 
+#include "file/folder_entries.h"
 #include "file/path_text.h"
 #include "file/trace_source.h"
 #include "platform/os/os.h"
@@ -29,10 +30,7 @@ bool is_folder(const trace::Scope& vu_trace_scope, const std::string& path, os::
 
 bool vu_file::exists(const std::string& path) {
   VU_FILE_SCOPE();
-  if (path_text::is_network(path)) return os::probe_attributes(path).ok();
-  // A folder is found as its own entry.
-  if (path_text::ends_in_separator(path)) return os::probe_search(path + ".").ok();
-  return os::probe_search(path).ok();
+  return find_entry(path).ok();
 }
 
 std::int64_t vu_file::access_time(const std::string& path) {

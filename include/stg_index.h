@@ -34,7 +34,8 @@ struct LoadedIndex;
 /// Errors: a folder that does not exist is traced and behaves as an empty one. vu_file_except leaves
 /// an operation when an existing "index.dat" cannot be opened or read, or when the rewritten one cannot be
 /// read before it is merged; one that cannot be opened for writing is traced as a warning, and the
-/// change is lost. Traces carry the source name "stg_index".
+/// change is lost. So it is, with an error, when the system fails to tell whether files that the index names
+/// exist (an I/O error, a network folder that is gone): the text on disk then stays. Traces carry the source name "stg_index".
 ///
 /// Threads: the operations may be called from any thread and any process; what they do to one folder
 /// is reconciled by the merge. See docs/concurrency.md for what that does not cover.
@@ -149,7 +150,8 @@ class VU_STORAGE_API STGIndex : public vu_file {
   bool _contains(const std::string& logical, long ts) const;
   std::string _create(const std::string& logical, long ts);
   void _remove(const std::string& logical, long ts);
-  bool _rename(const std::string& oldLogical, long oldTs, const std::string& newLogical, long newTs);
+  bool _rename(const std::string& oldLogical, long oldTs, const std::string& newLogical,
+               long newTs);
   std::string newIndex();
   bool alreadyInMaps(const std::string& fileName) const;
   void add_not_referenced_entry(const std::string& fileName);
@@ -174,18 +176,21 @@ class VU_STORAGE_API STGIndex : public vu_file {
   static std::string extension(const std::string& name);
   static bool validIndexLine(const std::string& folder, const std::string& key,
                              const std::string& physical);
-  static void string2Maps(const std::string& folder, std::string_view text, NameMap& lp, NameMap& pl);
+  static void string2Maps(const std::string& folder, std::string_view text, NameMap& lp,
+                          NameMap& pl);
   static std::string lName(NameMap::const_iterator it);
   static long ts(NameMap::const_iterator it);
   static std::string pName(NameMap::const_iterator it);
 
   std::string m_folder;
-  std::shared_ptr<const LoadedIndex> m_loaded;  // "index.dat" as it was read; null when there was none
+  std::shared_ptr<const LoadedIndex>
+      m_loaded;                   // "index.dat" as it was read; null when there was none
   mutable bool m_hasMaps = true;  // false while the loaded entries alone tell everything
   mutable NameMap m_lp;
   mutable NameMap m_pl;
   std::vector<std::pair<std::string, std::string>> m_removed;  // entries, since the loading
   bool m_needUpdate = false;
+  bool m_isSure = true;  // the system answered each question about a file of the folder
   int m_exceptionsAtConstruction;
 
   static bool m_autoSynchronizeToFolder;

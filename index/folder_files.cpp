@@ -1,7 +1,6 @@
 #include "index/folder_files.h"
 
 #include "file/folder_entries.h"
-#include "vu_file.h"
 
 namespace {
 
@@ -81,10 +80,16 @@ bool FolderFiles::runs_on_into_a_name(const index_format::Line& line) {
 
 bool FolderFiles::probe_is_valid(std::string_view stored, std::string_view extension) {
   m_buffer.assign(m_folder).append("\\").append(stored);
-  if (vu_file::exists(m_buffer)) return true;
+  if (probe(m_buffer)) return true;
   if (extension.empty()) return false;
   m_buffer.append(extension);
-  return vu_file::exists(m_buffer);
+  return probe(m_buffer);
+}
+
+bool FolderFiles::probe(const std::string& path) {
+  const os::Status status = find_entry(path);
+  if (status.failure() == os::Failure::kOther) m_is_sure = false;
+  return status.ok();
 }
 
 void FolderFiles::load(LoadedIndex& index) {

@@ -52,6 +52,11 @@ class FolderFiles {
   /// a line are accounted for from then on.
   void load(LoadedIndex& index);
 
+  /// Whether each question was answered. False when the system failed to tell whether some line has a file
+  /// (an I/O error, a connection that is gone): it then counts as a line without one, and a text made from
+  /// these answers may lack lines that are valid.
+  bool is_sure() const { return m_is_sure; }
+
   /// Whether load() met the file of this entry and no other line has it: such a file is known to the
   /// index. The others may be.
   bool is_accounted_for(std::size_t entry) const { return m_claims[entry] == Claim::kAccountedFor; }
@@ -81,9 +86,11 @@ class FolderFiles {
   void claim(const Match& found, const IndexEntry& line);
   bool runs_on_into_a_name(const index_format::Line& line);
   bool probe_is_valid(std::string_view stored, std::string_view extension);
+  bool probe(const std::string& path);
 
   const std::string& m_folder;
   bool m_listed = false;
+  bool m_is_sure = true;
   std::vector<os::Entry> m_entries;
   EntryTable m_names;
   std::vector<Claim> m_claims;

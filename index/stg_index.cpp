@@ -41,6 +41,7 @@ STGIndex::STGIndex(const STGIndex& other)
       m_pl(other.m_pl),
       m_removed(other.m_removed),
       m_needUpdate(other.m_needUpdate),
+      m_isSure(other.m_isSure),
       m_exceptionsAtConstruction(std::uncaught_exceptions()) {}
 
 STGIndex& STGIndex::operator=(const STGIndex& other) {
@@ -52,6 +53,7 @@ STGIndex& STGIndex::operator=(const STGIndex& other) {
   m_pl = other.m_pl;
   m_removed = other.m_removed;
   m_needUpdate = other.m_needUpdate;
+  m_isSure = other.m_isSure;
   return *this;
 }
 
@@ -72,6 +74,7 @@ STGIndex::STGIndex(const std::string& folder)
     read(text, 0);
     const auto loaded = std::make_shared<LoadedIndex>(std::move(text));
     files.load(*loaded);
+    m_isSure = files.is_sure();
     m_loaded = loaded;
     m_hasMaps = false;
     // Out of order, the entries alone do not tell which line of a name counts.
@@ -131,6 +134,7 @@ void STGIndex::mergeFrom(std::string text) {
                                                             : validIndexLine(m_folder, key, stored);
       if (is_valid) mergeEntry(files, key, stored);
     }
+    m_isSure = m_isSure && files.is_sure();
     return;
   }
 
@@ -146,12 +150,13 @@ void STGIndex::mergeFrom(std::string text) {
           mine != m_lp.end() && mine->first == entry.key && mine->second == entry.stored;
       if (!is_known) mergeEntry(files, entry.key, entry.stored);
     }
-    return;
+  } else {
+    NameMap lp;
+    NameMap pl;
+    on_disk->fill(lp, pl);
+    for (const auto& [key, stored] : lp) mergeEntry(files, key, stored);
   }
-  NameMap lp;
-  NameMap pl;
-  on_disk->fill(lp, pl);
-  for (const auto& [key, stored] : lp) mergeEntry(files, key, stored);
+  m_isSure = m_isSure && files.is_sure();
 }
 
 void STGIndex::mergeEntry(FolderFiles& files, std::string_view key, std::string_view stored) {
@@ -181,6 +186,13 @@ void STGIndex::saveIndexFile() {
   files.visit_valid(lines, [&](const IndexEntry& line) {
     text.append(line.key).append("/").append(line.stored).append("\n");
   });
+  if (!m_isSure || !files.is_sure()) {
+    // A line whose file could not be asked for must not be lost with the change.
+    VU_ERROR(
+        "STGIndex: index.dat is left as it is, for the system does not tell which files exist: ",
+        m_folder);
+    return;
+  }
   if (text.empty()) text = " ";
   replace_text(*this, on_disk, text);
 }

@@ -27,7 +27,8 @@ enum class Failure : std::uint8_t {
   kNotFound,       ///< the path, or a folder on the way to it, does not exist (or is a plain file)
   kAlreadyExists,  ///< the name to be made is taken
   kLocked,         ///< another handle holds a conflicting lock
-  kOther,
+  kNoName,  ///< no file can bear such a name here (too long, a character that is not allowed)
+  kOther,   ///< anything else; after a question: the system could not tell
 };
 
 /// The outcome of a call: success, or the system's own error code (a Windows error number there, an

@@ -39,6 +39,7 @@ using posix::is_folder;
 using posix::is_read_only;
 using posix::is_same_file;
 using posix::native;
+using posix::no_answer;
 using posix::read_fully;
 using posix::result_of;
 using posix::TransferGuard;
@@ -379,7 +380,7 @@ Status unlock(Handle handle) {
 
 // ---- questions ---------------------------------------------------------------------------------
 
-Status probe_attributes(Path path) { return info_of(native(path)) ? Status() : fail(errno); }
+Status probe_attributes(Path path) { return info_of(native(path)) ? Status() : no_answer(errno); }
 
 Status probe_search(Path path) {
   std::string name = native(path);
@@ -388,7 +389,7 @@ Status probe_search(Path path) {
   name = posix::trim_self_entries(std::move(name));
   const posix::Split split = posix::split_last(name);
   if (posix::is_pattern(split.name)) return probe_pattern(split);
-  return entry_info(name) ? Status() : fail(errno);
+  return entry_info(name) ? Status() : no_answer(errno);
 }
 
 Status list(Path folder, std::vector<Entry>& entries) {

@@ -56,6 +56,11 @@ Status fail(DWORD code) {
       return {number, Failure::kAlreadyExists};
     case ERROR_LOCK_VIOLATION:
       return {number, Failure::kLocked};
+    case ERROR_INVALID_NAME:
+    case ERROR_BAD_PATHNAME:
+    case ERROR_FILENAME_EXCED_RANGE:
+    case ERROR_DIRECTORY:  // a plain file where a folder was needed
+      return {number, Failure::kNoName};
     default:
       return {number, Failure::kOther};
   }
@@ -365,7 +370,12 @@ Status probe_attributes(Path path) {
 Status probe_search(Path path) {
   return with_text(path, []<class Character>(const Character* text) {
     typename Records<Character>::Find found{};
-    return start_search(text, found) ? Status() : fail(GetLastError());
+    if (start_search(text, found)) return Status();
+    const DWORD code = GetLastError();
+    // A pattern that nothing matches, in a folder that holds nothing at all.
+    if (code == ERROR_NO_MORE_FILES)
+      return Status(static_cast<std::int32_t>(code), Failure::kNotFound);
+    return fail(code);
   });
 }
 

@@ -80,9 +80,18 @@ inline Status fail(int code) {
       return fail(code, Failure::kNotFound);
     case EEXIST:
       return fail(code, Failure::kAlreadyExists);
+    case ENAMETOOLONG:
+    case ELOOP:
+      return fail(code, Failure::kNoName);
     default:
       return fail(code, Failure::kOther);
   }
+}
+
+/// Why a question about a name failed: some file systems refuse a name that they could not store with
+/// EINVAL or EILSEQ.
+inline Status no_answer(int code) {
+  return code == EINVAL || code == EILSEQ ? fail(code, Failure::kNoName) : fail(code);
 }
 
 inline Status result_of(int returned) { return returned == 0 ? Status() : fail(errno); }

@@ -4,9 +4,10 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <barrier>
+#include <condition_variable>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -197,6 +198,34 @@ class SlowConfiguration final : public vu_host::configuration {
   }
 };
 
+/// Where kThreads threads wait for each other, again and again. Not std::barrier: where the system offers no
+/// waiting on a value, that of GCC 12 can miss its wake-up.
+class Meeting {
+ public:
+  /// @param last what the thread that comes last does while the others still wait.
+  explicit Meeting(std::function<void()> last = {}) : m_last(std::move(last)) {}
+
+  void arrive_and_wait() {
+    std::unique_lock lock(m_mutex);
+    const std::uint64_t round = m_round;
+    if (++m_arrived < kThreads) {
+      m_over.wait(lock, [&] { return m_round != round; });
+      return;
+    }
+    if (m_last) m_last();
+    m_arrived = 0;
+    ++m_round;
+    m_over.notify_all();
+  }
+
+ private:
+  const std::function<void()> m_last;
+  std::mutex m_mutex;
+  std::condition_variable m_over;
+  std::size_t m_arrived = 0;
+  std::uint64_t m_round = 0;
+};
+
 /// What a thread sees of one race.
 struct Seen {
   bool came_first = false;  ///< nobody had initialised yet, or not completely
@@ -228,12 +257,12 @@ class Races {
 
   void run() {
     vu_storage_test_peer::reset();
-    std::barrier begin(static_cast<std::ptrdiff_t>(kThreads));
-    std::barrier end(static_cast<std::ptrdiff_t>(kThreads), [this]() noexcept { judge(); });
+    Meeting begin;
+    Meeting end([this] { judge(); });
     run_threads([&](std::size_t number) {
       while (!m_over) {
         begin.arrive_and_wait();
-        // The barrier wakes one after the other; here the last one lets all go.
+        // The meeting wakes one after the other; here the last one lets all go.
         ++m_arrived;
         while (m_arrived < kThreads) std::this_thread::yield();
         m_seen[number] = race(number);

@@ -181,6 +181,61 @@ TEST_F(IndexSaving, LosesAnEntryWhoseLogicalNameHoldsASlash) {
   EXPECT_EQ(folder.index(), "other_0000000001/00000002\n");
 }
 
+TEST_F(IndexSaving, LeavesTheTextAloneWhenTheSystemDoesNotTellWhichFilesExist) {
+  folder.write("00000001");
+  folder.write("00000002");
+  const std::string text = "a_0000000001/00000001\nb_0000000001/00000002\n";
+  struct Moment {
+    const char* name;
+    std::uint64_t first_listing;
+  };
+  // Lasting from the listing of the loading, of the merge or of the save on; the listing before the loading's
+  // own is none of these.
+  for (const Moment& moment : {Moment{"load", 1}, Moment{"merge", 2}, Moment{"save", 3}}) {
+    SCOPED_TRACE(moment.name);
+    folder.set_index(text + "gone_0000000001/gone\n");
+    recording_sink sink;
+    {
+      std::unique_ptr<os::faults::Fault> questions;
+      const auto listings =
+          os::faults::fail(Call::list, kRefused, moment.first_listing, Times::kLasting);
+      const auto from_then_on = os::faults::before(
+          Call::list,
+          [&] {
+            questions.reset(new os::faults::Fault(
+                os::faults::fail(Call::probe_search, kRefused, 1, Times::kLasting)));
+          },
+          moment.first_listing);
+      STGIndex index = Peer::load(folder.path());
+      Peer::set_need_update(index);
+    }
+    EXPECT_EQ(folder.index(), text + "gone_0000000001/gone\n");
+    EXPECT_EQ(sink.events(trace_event::error),
+              (Texts{"STGIndex: index.dat is left as it is, for the system does not tell which "
+                     "files exist: " +
+                     folder.path()}));
+    EXPECT_TRUE(index_is_free());
+    rewrite();
+    EXPECT_EQ(folder.index(), text) << "the next one can tell";
+  }
+}
+
+TEST_F(IndexSaving, IsSureWithoutAListingWhenEachFileCanBeAskedFor) {
+  folder.write("00000001");
+  folder.set_index("a_0000000001/00000001\nb_0000000001/gone\n");
+  const auto listings = os::faults::fail(Call::list, kRefused, 1, Times::kLasting);
+  rewrite();
+  EXPECT_EQ(folder.index(), "a_0000000001/00000001\n");
+}
+
+TEST_F(IndexSaving, DropsALineWhoseFileNoSystemCouldName) {
+  folder.write("00000001");
+  folder.set_index("a_0000000001/00000001\nb_0000000001/" + std::string(5000, 'x') +
+                   "\nc_0000000001/00000001\\below\n");
+  rewrite();
+  EXPECT_EQ(folder.index(), "a_0000000001/00000001\n");
+}
+
 TEST_F(IndexSaving, WritesInPlaceUnderOneLockWithOneFlush) {
   folder.write("00000001");
   folder.set_index("a_0000000001/00000001\n");

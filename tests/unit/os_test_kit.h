@@ -25,6 +25,8 @@ inline std::ostream& operator<<(std::ostream& out, os::Failure failure) {
       return out << "already exists";
     case os::Failure::kLocked:
       return out << "locked";
+    case os::Failure::kNoName:
+      return out << "no name for a file";
     case os::Failure::kOther:
       return out << "another failure";
   }
