@@ -233,8 +233,23 @@ Contest write_contest(Stage& stage, Place place, std::size_t entries, std::size_
 
 // ---- lists -------------------------------------------------------------------------------------
 
-/// One listing, one read, and the two lists in the order of the file names.
+/// As stated: the index with its two maps, the map that is asked for, and the two lists from it.
 std::size_t list_files(const std::string& path, std::vector<std::string>& physical) {
+  if (!bare::is_folder(path)) bare::broken("no folder", path);
+  bare::NameMap out;
+  floor_of::pl_values(path, out, "", floor_of::Maps::kBuilt);
+  std::vector<std::string> logical;
+  logical.reserve(out.size());
+  physical.reserve(out.size());
+  for (const auto& [file, name] : out) {
+    physical.push_back(file);
+    logical.push_back(name);
+  }
+  return logical.size();
+}
+
+/// One listing, one read, and the two lists in the order of the file names.
+std::size_t list_files_without_maps(const std::string& path, std::vector<std::string>& physical) {
   if (!bare::is_folder(path) || !bare::is_folder(path) || !bare::entry_exists(path + "/index.dat"))
     bare::broken("no folder", path);
   const bare::Text text = bare::read_locked(path + "/index.dat");
@@ -261,7 +276,7 @@ std::size_t list_files(const std::string& path, std::vector<std::string>& physic
   return logical.size();
 }
 
-Jobs file_list_jobs(Stage& stage, std::size_t entries) {
+Jobs file_list_jobs(Stage& stage, std::size_t entries, floor_of::Maps maps) {
   static_cast<void>(StorageRoot::of(stage));
   STGIndex::setSynchronizeMode(true);
   const std::string path = stage.folder(Place::kDisk, entries).path();
@@ -273,9 +288,10 @@ Jobs file_list_jobs(Stage& stage, std::size_t entries) {
     std::vector<std::string> physical;
     expect_all(vu_storage::getFileListFromIndexFile(path, physical, nullptr).size());
   };
-  jobs[Who::kFloor].run = [path, expect_all] {
+  jobs[Who::kFloor].run = [path, expect_all, maps] {
     std::vector<std::string> physical;
-    expect_all(list_files(path, physical));
+    expect_all(maps == floor_of::Maps::kBuilt ? list_files(path, physical)
+                                              : list_files_without_maps(path, physical));
   };
   jobs[Who::kLiteral].run = [path, expect_all] {
     literal::NameMap out;
@@ -319,14 +335,17 @@ std::vector<Contest> documents(Stage& stage) {
         }
       }
     }
-    Contest contest;
-    contest.workload = "getFileListFromIndexFile";
-    contest.place = name(Place::kDisk);
-    contest.size = std::to_string(entries) + " entries";
-    contest.entries = entries;
-    contest.requirements = {at_most(1.5, Who::kFloor)};
-    contest.prepare = [&stage, entries] { return file_list_jobs(stage, entries); };
-    contests.push_back(std::move(contest));
+    for (const floor_of::Maps maps : {floor_of::Maps::kBuilt, floor_of::Maps::kLeftOut}) {
+      Contest contest;
+      contest.workload = "getFileListFromIndexFile";
+      if (maps == floor_of::Maps::kLeftOut) contest.workload += ", beside no maps";
+      contest.place = name(Place::kDisk);
+      contest.size = std::to_string(entries) + " entries";
+      contest.entries = entries;
+      if (maps == floor_of::Maps::kBuilt) contest.requirements = {at_most(1.5, Who::kFloor)};
+      contest.prepare = [&stage, entries, maps] { return file_list_jobs(stage, entries, maps); };
+      contests.push_back(std::move(contest));
+    }
   }
   return contests;
 }

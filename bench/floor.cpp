@@ -205,8 +205,10 @@ void update(const std::string& folder) {
   save(index, index.text.view(), 0);
 }
 
-bool last_version(const std::string& folder, const std::string& logical, long& timestamp) {
-  const Index index(folder);
+bool last_version(const std::string& folder, const std::string& logical, long& timestamp,
+                  Maps maps) {
+  Index index(folder);
+  if (maps == Maps::kBuilt) index.build_maps();
   const std::string_view text = index.text.view();
   const std::string wanted = "\n" + logical + "_";
   timestamp = 0;
@@ -226,9 +228,11 @@ bool last_version(const std::string& folder, const std::string& logical, long& t
   return found;
 }
 
-void pl_values(const std::string& folder, bare::NameMap& out, std::string_view extensions) {
+void pl_values(const std::string& folder, bare::NameMap& out, std::string_view extensions,
+               Maps maps) {
   out.clear();
-  const Index index(folder);
+  Index index(folder);
+  if (maps == Maps::kBuilt) index.build_maps();
   const std::string_view lines = index.text.view();
   std::string name;
   for (std::size_t start = 0; start < lines.size();) {

@@ -23,10 +23,15 @@ void remove(const std::string& folder, const std::string& logical, long timestam
 void rename(const std::string& folder, const std::string& old_logical, long old_timestamp,
             const std::string& new_logical, long new_timestamp);
 void update(const std::string& folder);
-/// Finds the name in the text: a question need not build what it does not ask.
-bool last_version(const std::string& folder, const std::string& logical, long& timestamp);
-/// Builds the one map that is asked for; @p extensions as in the literal way.
-void pl_values(const std::string& folder, bare::NameMap& out, std::string_view extensions);
+/// With the two maps of the loaded index, as each of the stated steps has them, or without, which is less
+/// than what is stated: a question need not build what it does not ask.
+enum class Maps { kBuilt, kLeftOut };
+/// Finds the name in the text.
+bool last_version(const std::string& folder, const std::string& logical, long& timestamp,
+                  Maps maps);
+/// Builds the map that is asked for; @p extensions as in the literal way.
+void pl_values(const std::string& folder, bare::NameMap& out, std::string_view extensions,
+               Maps maps);
 
 /// Opens, locks, reads by its size and closes.
 void read_document(const std::string& path, std::string& out);

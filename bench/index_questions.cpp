@@ -118,7 +118,7 @@ Job latest_job(const Folder& folder, std::function<long(const std::string&)> ask
           {}};
 }
 
-Jobs latest_jobs(Stage& stage, std::size_t entries, Synchronize synchronize) {
+Jobs latest_jobs(Stage& stage, std::size_t entries, Synchronize synchronize, floor_of::Maps maps) {
   set_switch(synchronize);
   const Folder& folder = stage.folder(kPlace, entries);
   const std::string path = folder.path();
@@ -132,9 +132,9 @@ Jobs latest_jobs(Stage& stage, std::size_t entries, Synchronize synchronize) {
     STGIndex::lastVersion(path, logical, latest);
     return latest;
   });
-  jobs[Who::kFloor] = latest_job(folder, [path](const std::string& logical) {
+  jobs[Who::kFloor] = latest_job(folder, [path, maps](const std::string& logical) {
     long latest = 0;
-    floor_of::last_version(path, logical, latest);
+    floor_of::last_version(path, logical, latest, maps);
     return latest;
   });
   jobs[Who::kLiteral] = latest_job(folder, [path, synchronize](const std::string& logical) {
@@ -162,7 +162,8 @@ Job list_job(const Folder& folder, List list) {
 
 constexpr const char* kDocumentExtensions = ".kda.kdb.kdc.kdd.kde.kdf.kdg";
 
-Jobs list_jobs(Stage& stage, std::size_t entries, const List& library, const char* extensions) {
+Jobs list_jobs(Stage& stage, std::size_t entries, const List& library, const char* extensions,
+               floor_of::Maps maps) {
   set_switch(Synchronize::kOn);
   const Folder& folder = stage.folder(kPlace, entries);
   const std::string path = folder.path();
@@ -181,9 +182,9 @@ Jobs list_jobs(Stage& stage, std::size_t entries, const List& library, const cha
   };
   Jobs jobs;
   jobs[Who::kLibrary] = list_job(folder, library);
-  jobs[Who::kFloor] = list_job(folder, [path, extensions] {
+  jobs[Who::kFloor] = list_job(folder, [path, extensions, maps] {
     bare::NameMap out;
-    floor_of::pl_values(path, out, extensions);
+    floor_of::pl_values(path, out, extensions, maps);
     return out.size();
   });
   jobs[Who::kLiteral] = list_job(folder, [path, extensions] {
@@ -206,15 +207,53 @@ Jobs list_jobs(Stage& stage, std::size_t entries, const List& library, const cha
   return jobs;
 }
 
-Contest question_contest(const char* workload, std::size_t entries, std::function<Jobs()> prepare) {
+/// Beside the stated floor, which has a requirement, or beside a leaner one for comparison.
+Contest question_contest(std::string workload, std::size_t entries, floor_of::Maps maps,
+                         std::function<Jobs()> prepare) {
   Contest contest;
-  contest.workload = workload;
+  contest.workload = std::move(workload);
   contest.place = name(kPlace);
   contest.size = std::to_string(entries) + " entries";
   contest.entries = entries;
-  contest.requirements = {at_most(1.5, Who::kFloor)};
+  if (maps == floor_of::Maps::kBuilt) {
+    contest.requirements = {at_most(1.5, Who::kFloor)};
+  } else {
+    contest.workload += ", beside no maps";
+  }
   contest.prepare = std::move(prepare);
   return contest;
+}
+
+void add_latest(std::vector<Contest>& contests, Stage& stage, std::size_t entries) {
+  for (const Synchronize synchronize : {Synchronize::kOff, Synchronize::kOn}) {
+    const bool on = synchronize == Synchronize::kOn;
+    for (const floor_of::Maps maps : {floor_of::Maps::kBuilt, floor_of::Maps::kLeftOut}) {
+      contests.push_back(question_contest(on ? "lastVersion, switch on" : "lastVersion, switch off",
+                                          entries, maps, [&stage, entries, synchronize, maps] {
+                                            return latest_jobs(stage, entries, synchronize, maps);
+                                          }));
+    }
+  }
+}
+
+using ListOperation = void (*)(const std::string& folder, STGIndex::NameMap& out);
+
+void add_list(std::vector<Contest>& contests, Stage& stage, std::size_t entries,
+              const char* workload, ListOperation operation, const char* extensions) {
+  for (const floor_of::Maps maps : {floor_of::Maps::kBuilt, floor_of::Maps::kLeftOut}) {
+    contests.push_back(
+        question_contest(workload, entries, maps, [&stage, entries, operation, extensions, maps] {
+          const std::string path = stage.folder(kPlace, entries).path();
+          return list_jobs(
+              stage, entries,
+              [path, operation] {
+                STGIndex::NameMap out;
+                operation(path, out);
+                return out.size();
+              },
+              extensions, maps);
+        }));
+  }
 }
 
 }  // namespace
@@ -224,34 +263,9 @@ std::vector<Contest> index_questions(Stage& stage) {
   for (const std::size_t entries : kSizes) {
     contests.push_back(exists_contest(stage, entries, Sought::kHit));
     contests.push_back(exists_contest(stage, entries, Sought::kMiss));
-    for (const Synchronize synchronize : {Synchronize::kOff, Synchronize::kOn}) {
-      const bool on = synchronize == Synchronize::kOn;
-      contests.push_back(question_contest(
-          on ? "lastVersion, switch on" : "lastVersion, switch off", entries,
-          [&stage, entries, synchronize] { return latest_jobs(stage, entries, synchronize); }));
-    }
-    contests.push_back(question_contest("plValues", entries, [&stage, entries] {
-      const std::string path = stage.folder(kPlace, entries).path();
-      return list_jobs(
-          stage, entries,
-          [path] {
-            STGIndex::NameMap out;
-            STGIndex::plValues(path, out);
-            return out.size();
-          },
-          "");
-    }));
-    contests.push_back(question_contest("getVUDocs", entries, [&stage, entries] {
-      const std::string path = stage.folder(kPlace, entries).path();
-      return list_jobs(
-          stage, entries,
-          [path] {
-            STGIndex::NameMap out;
-            STGIndex::getVUDocs(path, out);
-            return out.size();
-          },
-          kDocumentExtensions);
-    }));
+    add_latest(contests, stage, entries);
+    add_list(contests, stage, entries, "plValues", &STGIndex::plValues, "");
+    add_list(contests, stage, entries, "getVUDocs", &STGIndex::getVUDocs, kDocumentExtensions);
   }
   return contests;
 }

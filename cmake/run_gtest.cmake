@@ -1,7 +1,7 @@
 # Runs one GoogleTest program, or one shard of it, and fails also when no case ran.
 #
 #   cmake -D PROGRAM=<file> [-D EMULATOR=<command>] -D REPORTS=<folder>
-#         [-D SHARDS=<n> -D SHARD=<i>] [-D LIST_ONLY=ON] -P run_gtest.cmake
+#         [-D SHARDS=<n> -D SHARD=<i>] [-D LIMIT=<seconds>] [-D LIST_ONLY=ON] -P run_gtest.cmake
 #
 # An exit code of 0 alone is no proof: a program that leaves early, or whose cases are all filtered
 # away, has it too. The report that GoogleTest writes at its very end names the cases that ran.
@@ -29,14 +29,29 @@ if(SHARDS)
   set(report ${name}_${SHARD}.xml)
 endif()
 file(REMOVE ${REPORTS}/${report})
+set(limit "")
+if(LIMIT)
+  set(limit TIMEOUT ${LIMIT})
+endif()
+string(REPLACE ".xml" ".log" log ${report})
 # Relative, so that it means the same to a Windows program and to us.
 execute_process(
   COMMAND ${EMULATOR} ${PROGRAM} --gtest_output=xml:${report} --gtest_color=no
   WORKING_DIRECTORY ${REPORTS}
-  RESULT_VARIABLE result)
+  OUTPUT_FILE ${REPORTS}/${log} ERROR_FILE ${REPORTS}/${log}
+  RESULT_VARIABLE result
+  ${limit})
 
+# A program of five hundred cases says a lot; a failure has to be found in it.
+file(READ ${REPORTS}/${log} said)
 if(NOT EXISTS ${REPORTS}/${report})
-  message(FATAL_ERROR "${name} ended without a report (exit code ${result})")
+  string(LENGTH "${said}" length)
+  if(length GREATER 4000)
+    math(EXPR begin "${length} - 4000")
+    string(SUBSTRING "${said}" ${begin} -1 said)
+  endif()
+  message(NOTICE "${said}")
+  message(FATAL_ERROR "${name} ended without a report (${result}); its last words are above")
 endif()
 file(READ ${REPORTS}/${report} text)
 string(REGEX MATCHALL "<testcase [^>]*status=\"run\"" ran "${text}")
@@ -44,7 +59,9 @@ string(REGEX MATCHALL "<testcase [^>]*result=\"skipped\"" skipped "${text}")
 list(LENGTH ran ran)
 list(LENGTH skipped skipped)
 if(NOT result STREQUAL "0")
-  message(FATAL_ERROR "${name} failed (exit code ${result})")
+  string(REGEX REPLACE "\\[( RUN     | *OK|-+) *\\][^\n]*\n\n?" "" said "${said}")
+  message(NOTICE "${said}")
+  message(FATAL_ERROR "${name} failed (${result})")
 endif()
 if(ran EQUAL skipped)
   message(FATAL_ERROR "${name} ran no test case")

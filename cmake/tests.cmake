@@ -36,7 +36,8 @@ function(vu_test_program name)
       if(arg_SHARDS GREATER 1)
         string(APPEND test _${shard})
       endif()
-      add_test(NAME ${test} COMMAND ${run} -D SHARDS=${arg_SHARDS} -D SHARD=${shard} -P ${script})
+      add_test(NAME ${test} COMMAND ${run} -D SHARDS=${arg_SHARDS} -D SHARD=${shard}
+        -D LIMIT=1100 -P ${script})
       set_tests_properties(${test} PROPERTIES
         TIMEOUT 1200 LABELS "${arg_LABELS}" WORKING_DIRECTORY ${vu_test_folder})
     endforeach()

@@ -59,11 +59,18 @@ Status fail(DWORD code) {
     case ERROR_INVALID_NAME:
     case ERROR_BAD_PATHNAME:
     case ERROR_FILENAME_EXCED_RANGE:
-    case ERROR_DIRECTORY:  // a plain file where a folder was needed
       return {number, Failure::kNoName};
     default:
       return {number, Failure::kOther};
   }
+}
+
+/// Why a question about a name failed: a folder that holds nothing at all, and a plain file on the way, say in
+/// codes of their own that there is no such name.
+Status no_answer(DWORD code) {
+  if (code == ERROR_NO_MORE_FILES || code == ERROR_DIRECTORY)
+    return {static_cast<std::int32_t>(code), Failure::kNotFound};
+  return fail(code);
 }
 
 /// Asks for the error number first of all, as the contract of this system wants it.
@@ -364,18 +371,16 @@ Status unlock(Handle handle) {
 
 Status probe_attributes(Path path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  return with_text(path, [&](const auto* text) { return result_of(get_attributes(text, data)); });
+  return with_text(path, [&](const auto* text) {
+    return get_attributes(text, data) ? Status() : no_answer(GetLastError());
+  });
 }
 
 Status probe_search(Path path) {
   return with_text(path, []<class Character>(const Character* text) {
     typename Records<Character>::Find found{};
     if (start_search(text, found)) return Status();
-    const DWORD code = GetLastError();
-    // A pattern that nothing matches, in a folder that holds nothing at all.
-    if (code == ERROR_NO_MORE_FILES)
-      return Status(static_cast<std::int32_t>(code), Failure::kNotFound);
-    return fail(code);
+    return no_answer(GetLastError());
   });
 }
 

@@ -106,6 +106,15 @@ int AdminExplain::s_count = 0;
 
 }  // namespace
 
+TEST_F(AdminExplain, SaysNoToAWritingWhereTheIndexCannotBeRead) {
+  const std::string path = store(Area::kMail, "a.kdc", 0);
+  const std::string folder = path.substr(0, path.find_last_of("\\/"));
+  ASSERT_TRUE(std::filesystem::remove(system_form(folder + "\\index.dat")));
+  ASSERT_TRUE(std::filesystem::create_directory(system_form(folder + "\\index.dat")));
+  EXPECT_EQ(write_no(request(Area::kMail, "a.kdc")), "index");
+  EXPECT_EQ(read_no(request(Area::kMail, "a.kdc")), "index");
+}
+
 TEST_F(AdminExplain, NamesTheMissingFolderOfAReading) {
   EXPECT_EQ(read_no(request(Area::kDocs, "a.kdc")), "owner-folder");
   EXPECT_EQ(read_no(request(Area::kUser, "a.kdc")), "owner-folder");

@@ -99,7 +99,7 @@ bool write_steps(Steps& steps, const Tree& tree, const Request& request, Explana
   if (steps.has_folder()) {
     // That the entry is not there is no refusal of a write.
     existed = steps.lookup(request.timestamp);
-    if (result.lock_missed) return false;
+    if (result.lock_missed || (!existed && steps.index_failed())) return false;
     for (Step& step : result.steps) {
       if (step.answer == Answer::kNo) step.answer = Answer::kNote;
     }

@@ -41,6 +41,8 @@ class Steps {
   /// After lookup(): the file's name in the folder.
   const std::string& file() const { return m_file; }
   std::string path() const { return sys::join(m_folder.path, m_file); }
+  /// Whether the index was asked and could not be read, which ends a writing too.
+  bool index_failed() const { return m_view.index_state() == IndexState::kFailed; }
   /// Entries of the folder's index that have this extension.
   std::vector<std::string> names_with_extension(std::string_view extension);
 
