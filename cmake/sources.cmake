@@ -8,6 +8,7 @@ set(VU_LIBRARY_SOURCES
   file/folder_entries.cpp
   file/handle_core.cpp
   file/lines.cpp
+  file/replace_in_file.cpp
   file/replacement.cpp
   file/temp_root.cpp
   file/vu_file.cpp
@@ -230,8 +231,15 @@ set(VU_ADMIN_SOURCES
   tools/admin/folder_check_files.cpp
   tools/admin/folder_view.cpp
   tools/admin/index_lint.cpp
+  tools/admin/locked_file.cpp
   tools/admin/lookup.cpp
+  tools/admin/name_diff.cpp
+  tools/admin/name_restore.cpp
+  tools/admin/name_snapshot.cpp
+  tools/admin/name_store.cpp
+  tools/admin/name_store_format.cpp
   tools/admin/parts.cpp
+  tools/admin/repair_text.cpp
   tools/admin/stats.cpp
   tools/admin/text.cpp
   tools/admin/tree.cpp)
@@ -241,6 +249,8 @@ set(VU_ADMIN_SOURCES_WINDOWS
   tools/admin/system_windows.cpp)
 # The library's own files that it is built with: the seam, and rules that are pure text.
 set(VU_ADMIN_WITH_LIBRARY
+  file/replace_in_file.cpp
+  file/replacement.cpp
   index/index_format.cpp
   storage/key_text.cpp)
 set(VU_ADMIN_WITH_LIBRARY_POSIX ${VU_LIBRARY_SOURCES_POSIX})
@@ -259,6 +269,10 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/explain_commands.cpp
   tools/stgctl/get_command.cpp
   tools/stgctl/index_commands.cpp
+  tools/stgctl/index_diff_command.cpp
+  tools/stgctl/index_log_command.cpp
+  tools/stgctl/index_restore_command.cpp
+  tools/stgctl/index_snapshot_command.cpp
   tools/stgctl/init_command.cpp
   tools/stgctl/key_commands.cpp
   tools/stgctl/key_lines.cpp
@@ -271,10 +285,15 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/manual_command.cpp
   tools/stgctl/migrate_command.cpp
   tools/stgctl/mv_command.cpp
+  tools/stgctl/names_file.cpp
   tools/stgctl/operations.cpp
   tools/stgctl/output.cpp
   tools/stgctl/progress.cpp
   tools/stgctl/put_command.cpp
+  tools/stgctl/quarantine.cpp
+  tools/stgctl/repair_command.cpp
+  tools/stgctl/repair_plan.cpp
+  tools/stgctl/repair_work.cpp
   tools/stgctl/report.cpp
   tools/stgctl/rm_command.cpp
   tools/stgctl/show_commands.cpp
@@ -284,6 +303,7 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/target.cpp
   tools/stgctl/text.cpp
   tools/stgctl/trace_log.cpp
+  tools/stgctl/undo_command.cpp
   tools/stgctl/usage.cpp
   tools/stgctl/user_commands.cpp)
 set(VU_STGCTL_SOURCES_POSIX
@@ -298,6 +318,8 @@ set(VU_ADMIN_TEST_SOURCES
   tests/admin/entries_test.cpp
   tests/admin/explain_test.cpp
   tests/admin/index_lint_test.cpp
+  tests/admin/name_restore_test.cpp
+  tests/admin/name_store_test.cpp
   tests/admin/system_test.cpp
   tests/admin/text_test.cpp
   tests/admin/tree_test.cpp)
@@ -313,10 +335,14 @@ set(VU_STGCTL_TEST_SOURCES
   tests/stgctl/keys_users_test.cpp
   tests/stgctl/locks_test.cpp
   tests/stgctl/look_test.cpp
+  tests/stgctl/names_test.cpp
   tests/stgctl/put_get_test.cpp
+  tests/stgctl/repair_test.cpp
   tests/stgctl/rm_mv_test.cpp
   tests/stgctl/text_test.cpp)
 set(VU_STGCTL_TEST_SOURCES_POSIX
+  tests/stgctl/full_disk_posix_test.cpp
+  tests/stgctl/kills_posix_test.cpp
   tests/stgctl/manual_posix_test.cpp
   tests/stgctl/program_posix.cpp
   tests/stgctl/pseudo_terminal.cpp

@@ -2,10 +2,9 @@
 
 #include <cstddef>
 #include <limits>
-#include <utility>
 
 #include "file/path_text.h"
-#include "file/replacement.h"
+#include "file/replace_in_file.h"
 #include "file/trace_source.h"
 #include "vu_file_except.h"
 
@@ -214,45 +213,15 @@ void HandleCore::clear(const trace::Scope& operation) noexcept {
   trace_failure(operation, __LINE__, trace_event::error, "Can't truncate file ", error);
 }
 
-os::Status HandleCore::write_at(std::uint64_t offset, std::string_view bytes) {
-  // The system's file position moves by 32-bit distances.
-  if (!std::in_range<std::int32_t>(offset + bytes.size())) return {0, os::Failure::kOther};
-  os::Status status = os::seek(m_state.handle, static_cast<std::int32_t>(offset), kFromStart);
-  std::size_t done = 0;
-  if (!status.ok()) return status;
-  status = os::write(m_state.handle, bytes.data(), bytes.size(), done);
-  // What was not written is a failure, whatever the system says: nothing may be cut behind it.
-  if (status.ok() && done < bytes.size()) return {os::last_error(), os::Failure::kOther};
-  return status;
-}
-
-os::Status HandleCore::cut_at(std::uint64_t size) {
-  const os::Status status = os::seek(m_state.handle, static_cast<std::int32_t>(size), kFromStart);
-  return status.ok() ? os::set_end(m_state.handle) : status;
-}
-
 void HandleCore::replace(const trace::Scope& operation, std::string_view old_text,
                          std::string_view new_text) {
   check_writing_mode();
-  const replacement::Plan plan = replacement::plan(old_text, new_text);
-  os::Status status;
-  if (plan.reserve > old_text.size()) status = os::reserve(m_state.handle, plan.reserve);
-  std::size_t written = 0;
-  while (status.ok() && written < plan.steps.size()) {
-    const replacement::Step& step = plan.steps[written];
-    status = write_at(step.offset, step.bytes);
-    if (status.ok()) ++written;
-  }
-  if (!status.ok()) {
-    trace_failure(operation, __LINE__, trace_event::error, "write file", status.code());
-    // The old text stands untouched before what was appended.
-    if (written < plan.appended) static_cast<void>(cut_at(old_text.size()));
-    return;
-  }
-  // An old text that could not be read counts as none, and may be longer than the new one.
-  if (plan.reserve > plan.size || old_text.empty()) status = cut_at(plan.size);
-  if (!status.ok())
-    trace_failure(operation, __LINE__, trace_event::error, "Can't truncate file ", status.code());
+  const replacement::Outcome outcome = replacement::carry_out(m_state.handle, old_text, new_text);
+  if (!outcome.written.ok())
+    trace_failure(operation, __LINE__, trace_event::error, "write file", outcome.written.code());
+  if (!outcome.cut.ok())
+    trace_failure(operation, __LINE__, trace_event::error, "Can't truncate file ",
+                  outcome.cut.code());
 }
 
 // ---- closing -----------------------------------------------------------------------------------

@@ -80,8 +80,6 @@ class HandleCore {
   /// The bytes to ask for, 0 standing for the whole file. @throws vu_file_except when none can be.
   std::size_t count_to_read(const trace::Scope& operation, int count) const;
   [[noreturn]] void fail_read(const trace::Scope& operation, std::int32_t error) const;
-  os::Status write_at(std::uint64_t offset, std::string_view bytes);
-  os::Status cut_at(std::uint64_t size);
   void flush_guarded(const trace::Scope& operation) noexcept;
   void unlock_guarded(const trace::Scope& operation) noexcept;
   void close_guarded(const trace::Scope& operation) noexcept;

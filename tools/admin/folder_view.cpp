@@ -10,6 +10,14 @@ void FolderView::load(const DocumentFolder& folder, const sys::Locking& locking)
   list();
 }
 
+void FolderView::load_text(const DocumentFolder& folder, std::string_view index_text) {
+  m_folder = folder;
+  m_index_status = {};
+  m_index_text = index_text;
+  m_index_state = m_index_text.empty() ? IndexState::kNoBytes : IndexState::kRead;
+  list();
+}
+
 void FolderView::list() {
   m_bytes.clear();
   m_names.clear();

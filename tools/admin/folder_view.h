@@ -43,6 +43,9 @@ class FolderView {
   /// between is then one without a line, never a line without its file.
   void load(const DocumentFolder& folder, const sys::Locking& locking);
 
+  /// The same for an index that the caller has read, and holds locked.
+  void load_text(const DocumentFolder& folder, std::string_view index_text);
+
   const DocumentFolder& folder() const { return m_folder; }
   /// Of the listing.
   const os::Status& status() const { return m_status; }

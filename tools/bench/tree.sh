@@ -12,7 +12,7 @@
 #   find -printf      find DIR -printf '%s %T@\n'
 #   stats             stgctl stats
 #
-# and the peak memory of each stgctl command. Everything is in the system's cache by then.
+# and the peak memory of each stgctl command, and at last snapshot.sh over the same tree. Everything is in the system's cache by then.
 set -euo pipefail
 
 stgctl=$(realpath "$1")
@@ -120,3 +120,4 @@ for command in "ls" "check --quick" "stats"; do
   # shellcheck disable=SC2086
   echo "peak memory of $command: $(peak "$stgctl" --storage "$tree" $command)"
 done
+"$(dirname "$0")/snapshot.sh" "$stgctl" "$folder"

@@ -18,6 +18,8 @@ void add_user_commands(Commands& commands);
 void add_clean_command(Commands& commands);
 void add_migrate_commands(Commands& commands);
 void add_sync_command(Commands& commands);
+void add_repair_command(Commands& commands);
+void add_undo_commands(Commands& commands);
 // Other.
 void add_completion_command(Commands& commands);
 void add_manual_command(Commands& commands);
@@ -34,6 +36,8 @@ void add_all_commands(Commands& commands) {
   add_clean_command(commands);
   add_migrate_commands(commands);
   add_sync_command(commands);
+  add_repair_command(commands);
+  add_undo_commands(commands);
   add_completion_command(commands);
   add_manual_command(commands);
 }
@@ -41,10 +45,11 @@ void add_all_commands(Commands& commands) {
 const char* family_summary(const std::string& name) {
   static const std::map<std::string, const char*> kSummaries = {
       {"explain", "Say step by step what the library would decide, and why"},
-      {"index", "Look into the index of a folder"},
+      {"index", "Look into indexes; save the names in them and bring them back"},
       {"keys", "Key files: show and change their lines"},
       {"migrate", "Convert what older programs have stored"},
       {"profile", "Profiles of users: show and change their lines"},
+      {"quarantine", "What repairs have taken, and keep for undo"},
       {"user", "Owners: list, rename and remove them"}};
   const auto found = kSummaries.find(name);
   return found == kSummaries.end() ? "" : found->second;

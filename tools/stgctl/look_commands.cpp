@@ -9,6 +9,10 @@ void add_list_commands(Commands& commands);
 void add_entry_commands(Commands& commands);
 void add_show_commands(Commands& commands);
 void add_index_commands(Commands& commands);
+void add_index_log_command(Commands& commands);
+void add_index_diff_command(Commands& commands);
+void add_index_snapshot_command(Commands& commands);
+void add_index_restore_command(Commands& commands);
 void add_explain_commands(Commands& commands);
 void add_check_command(Commands& commands);
 
@@ -19,6 +23,10 @@ void add_look_commands(Commands& commands) {
   add_entry_commands(commands);
   add_show_commands(commands);
   add_index_commands(commands);
+  add_index_snapshot_command(commands);
+  add_index_log_command(commands);
+  add_index_diff_command(commands);
+  add_index_restore_command(commands);
   add_explain_commands(commands);
   add_check_command(commands);
 }

@@ -1,0 +1,217 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <vector>
+
+#include "tools/admin/name_restore.h"
+#include "tools/stgctl/command.h"
+#include "tools/stgctl/lock_wait.h"
+#include "tools/stgctl/names_file.h"
+#include "tools/stgctl/progress.h"
+#include "tools/stgctl/report.h"
+#include "tools/stgctl/target.h"
+#include "tools/stgctl/text.h"
+
+namespace stgctl {
+
+namespace {
+
+using admin::NameFate;
+using admin::NameStore;
+using admin::RestoredName;
+using admin::RestorePlan;
+
+struct Options {
+  NamesOptions names;
+  std::string at;
+  bool missing = false;
+};
+
+/// A folder with names to bring back.
+struct Job {
+  admin::DocumentFolder folder;
+  std::string saved;
+};
+
+/// The restoring of one tree: planned first, then done folder by folder.
+class Restoring {
+ public:
+  Restoring(Context& context, const Options& options)
+      : m_context(context),
+        m_options(options),
+        m_report(context, "stgctl.index-restore/1", "restored") {}
+
+  Exit run() {
+    plan();
+    if (m_restorable == 0 && m_dropped == 0) {
+      if (!m_any_told) {
+        throw Failure(Exit::kNothingMatched,
+                      fmt::format("snapshot {} has no name that could be brought back; nothing was "
+                                  "changed",
+                                  m_snapshot.number));
+      }
+      return finish();
+    }
+    if (!m_context.options().dry_run) {
+      m_context.confirm(fmt::format("Bring back {} names in {} folders as of {} UTC?", m_restorable,
+                                    m_jobs.size(), format_time(m_snapshot.time)));
+      m_report.guarded([&] {
+        Progress progress(m_context.out(), m_context.options().progress, "restoring",
+                          m_jobs.size());
+        for (const Job& job : m_jobs) {
+          if (Context::interrupted()) break;
+          restore(job);
+          progress.advance(1, job.folder.path);
+        }
+        return 0;
+      });
+    }
+    return finish();
+  }
+
+ private:
+  /// Reads what is saved and what is there; tells what stays, and in a dry run everything.
+  void plan() {
+    const std::string file = names_file(m_context, m_options.names);
+    const admin::Tree& tree = m_context.tree();
+    on_names([&] {
+      NameStore store(file, NameStore::For::kReading, m_context.locking());
+      m_snapshot = find_snapshot(store, m_options.at);
+      if (m_snapshot.layout != tree.layout) {
+        throw Failure(Exit::kRefused,
+                      fmt::format("the snapshot is of a tree in the layout '{}', this one has "
+                                  "'{}'; say --layout, or name another snapshot",
+                                  admin::name_of(m_snapshot.layout), admin::name_of(tree.layout)));
+      }
+      const NamesFilter filter(m_context, tree, m_options.names);
+      for (const auto& [name, index] : store.indexes_of(m_snapshot.number)) {
+        Context::stop_if_interrupted();
+        if (const auto folder = filter.wanted(name)) plan_folder(*folder, store.text_of(index));
+      }
+    });
+  }
+
+  void plan_folder(const admin::DocumentFolder& folder, std::string saved) {
+    check_no_link(m_context, admin::sys::join(folder.path, admin::kIndexName));
+    m_view.load(folder, m_context.locking());
+    Context::stop_if_interrupted();
+    if (m_view.index_state() == admin::IndexState::kLocked) throw locked(folder);
+    if (m_view.index_state() == admin::IndexState::kFailed) {
+      throw Failure(Exit::kFailed, fmt::format("{}: {}", shown(m_view.path_of(admin::kIndexName)),
+                                               admin::sys::text_of(m_view.index_status())));
+    }
+    const bool is_gone = m_view.status().failure() == os::Failure::kNotFound;
+    if (!m_view.status().ok() && !is_gone) {
+      throw Failure(Exit::kFailed, fmt::format("{}: {}", shown(folder.path),
+                                               admin::sys::text_of(m_view.status())));
+    }
+    const RestorePlan plan = admin::plan_restore(m_view, saved);
+    const bool dry = m_context.options().dry_run;
+    if (dry || !plan.changes()) tell(folder, plan);
+    if (!plan.changes()) return;
+    m_restorable += plan.count(NameFate::kRestored);
+    m_dropped += plan.dropped.size();
+    if (!dry) m_jobs.push_back({folder, std::move(saved)});
+  }
+
+  void restore(const Job& job) {
+    RestorePlan plan;
+    const os::Status status =
+        admin::restore_names(job.folder, job.saved, m_context.locking(), plan);
+    Context::stop_if_interrupted();
+    if (status.failure() == os::Failure::kLocked) throw locked(job.folder);
+    if (!status.ok()) {
+      m_report.failed({std::string(admin::name_of(job.folder.area)), job.folder.owner,
+                       job.folder.bucket, std::nullopt},
+                      admin::sys::text_of(status));
+      return;
+    }
+    tell(job.folder, plan);
+  }
+
+  Failure locked(const admin::DocumentFolder& folder) {
+    const std::string path = admin::sys::join(folder.path, admin::kIndexName);
+    return {Exit::kLockTimeout, fmt::format("{} is locked by {} (--lock-timeout)", shown(path),
+                                            holder_of(m_context, path))};
+  }
+
+  void tell(const admin::DocumentFolder& folder, const RestorePlan& plan) {
+    m_unchanged += plan.unchanged;
+    for (const RestoredName& name : plan.names) {
+      const Subject subject{std::string(admin::name_of(folder.area)), folder.owner, name.logical,
+                            name.timestamp};
+      if (name.fate == NameFate::kRestored) {
+        Json fields;
+        put_name(fields, "folder", folder.path);
+        put_name(fields, "file", name.file);
+        if (!name.renamed_from.empty()) put_name(fields, "renamed_from", name.renamed_from);
+        const std::string from =
+            name.renamed_from.empty() ? "" : ", which was " + shown(name.renamed_from);
+        m_report.done(subject, fields, shown(name.file) + from);
+      } else if (name.fate == NameFate::kNoFile) {
+        ++m_without_file;
+        if (m_options.missing) m_report.skipped(subject, name.reason);
+      } else {
+        m_report.skipped(subject, name.reason);
+      }
+      m_any_told = m_any_told || name.fate != NameFate::kNoFile || m_options.missing;
+    }
+    for (const std::string& file : plan.dropped) {
+      m_report.done_as("dropped", {std::string(admin::name_of(folder.area)), folder.owner, file, 0},
+                       Json::object(), "the entry that adoption gave the file");
+      m_any_told = true;
+    }
+  }
+
+  Exit finish() {
+    std::string tail = fmt::format("{} unchanged", m_unchanged);
+    if (m_without_file != 0) tail += fmt::format(", {} without a file", m_without_file);
+    return m_report.finish({{"snapshot", m_snapshot.number},
+                            {"time", m_snapshot.time},
+                            {"unchanged", m_unchanged},
+                            {"without_file", m_without_file}},
+                           tail);
+  }
+
+  Context& m_context;
+  const Options& m_options;
+  ChangeReport m_report;
+  admin::Snapshot m_snapshot;
+  admin::FolderView m_view;
+  std::vector<Job> m_jobs;
+  std::uint64_t m_restorable = 0;
+  std::uint64_t m_dropped = 0;
+  std::uint64_t m_unchanged = 0;
+  std::uint64_t m_without_file = 0;
+  bool m_any_told = false;
+};
+
+}  // namespace
+
+void add_index_restore_command(Commands& commands) {
+  const auto declare = [](CLI::App& app) -> Run {
+    const auto options = std::make_shared<Options>();
+    app.add_option(
+           "--at", options->at,
+           "The snapshot: its number, a time in UTC ('2026-03-01 12:00', '@SECONDS'), an age "
+           "('2h'); the latest otherwise")
+        ->type_name("T")
+        ->check(CLI::Validator(is_snapshot_name, ""));
+    add_folder_option(app, options->names);
+    add_names_option(app, options->names);
+    app.add_flag("--missing", options->missing, "Tell also the names whose files are gone");
+    return [options](Context& context) { return Restoring(context, *options).run(); };
+  };
+  commands.push_back(
+      {"index restore", Group::kChange, Effect::kChanges,
+       "Bring names back from a snapshot, without touching the documents", declare,
+       "A name comes back when its file is there and no other name has it. Names that the index "
+       "has by\n"
+       "now stay. The entry that adoption gave the file goes, and a file whose extension adoption "
+       "has\n"
+       "put into lower case gets its name back; no other file is renamed, and none is written.\n"
+       "--area, --owner and --folder narrow it down."});
+}
+
+}  // namespace stgctl
