@@ -6,7 +6,8 @@
 
 # Header-only for what is built here; the Windows build gets copies of them.
 client=(libcli11-dev nlohmann-json3-dev libfmt-dev libxxhash-dev)
-native=(cmake ninja-build g++ googletest libpoco-dev libutfcpp-dev "${client[@]}")
+# clang reads the exported headers only.
+native=(cmake ninja-build g++ clang pkg-config googletest libpoco-dev libutfcpp-dev "${client[@]}")
 # The last four fetch and unpack a source package.
 windows=(cmake ninja-build googletest libutfcpp-dev "${client[@]}" g++-mingw-w64-x86-64-posix wine
   wine64 ca-certificates bzip2 xz-utils patch)
