@@ -13,6 +13,10 @@
 #include "vu_host.h"
 #include "vu_storage.h"
 
+using vu_host::trace_event;
+using vu_host::trace_level;
+using vu_host::trace_site;
+
 class PocoSink final : public vu_host::trace_sink {
  public:
   explicit PocoSink(const std::string& path)
@@ -25,33 +29,27 @@ class PocoSink final : public vu_host::trace_sink {
     m_channel->open();  // throws when the file cannot be made; POCO's channels bring their own lock
   }
 
-  bool wants(vu_host::trace_level level) const noexcept override {
-    return level <= vu_host::trace_level::l;
-  }
-  bool wants(vu_host::trace_event) const noexcept override { return true; }
-  void scope_begin(const vu_host::trace_site& site, vu_host::trace_level,
-                   const char* label) noexcept override {
+  bool wants(trace_level level) const noexcept override { return level <= trace_level::l; }
+  bool wants(trace_event) const noexcept override { return true; }
+  void scope_begin(const trace_site& site, trace_level, const char* label) noexcept override {
     log(site, *label != '\0' ? label : site.signature, Poco::Message::PRIO_DEBUG);
   }
-  void scope_end(const vu_host::trace_site&, vu_host::trace_level) noexcept override {}
-  void scope_message(const vu_host::trace_site& site, const char* text) noexcept override {
+  void scope_end(const trace_site&, trace_level) noexcept override {}
+  void scope_message(const trace_site& site, const char* text) noexcept override {
     log(site, text, Poco::Message::PRIO_DEBUG);
   }
-  void record(const vu_host::trace_site& site, vu_host::trace_level,
-              const char* text) noexcept override {
+  void record(const trace_site& site, trace_level, const char* text) noexcept override {
     log(site, text, Poco::Message::PRIO_INFORMATION);
   }
-  void event(const vu_host::trace_site& site, vu_host::trace_event event,
-             const char* text) noexcept override {
-    log(site, text,
-        event == vu_host::trace_event::error     ? Poco::Message::PRIO_ERROR
-        : event == vu_host::trace_event::warning ? Poco::Message::PRIO_WARNING
-                                                 : Poco::Message::PRIO_NOTICE);
+  void event(const trace_site& site, trace_event event, const char* text) noexcept override {
+    constexpr Poco::Message::Priority priorities[] = {
+        Poco::Message::PRIO_NOTICE, Poco::Message::PRIO_WARNING, Poco::Message::PRIO_ERROR};
+    log(site, text, priorities[static_cast<int>(event)]);
   }
 
  private:
-  void log(const vu_host::trace_site& site, const char* text,
-           Poco::Message::Priority priority) noexcept try {
+  void log(const trace_site& site, const char* text, Poco::Message::Priority priority) noexcept
+      try {
     m_channel->log(Poco::Message(site.source, text, priority));
   } catch (...) {
     // A sink must not throw: on a full disk the record is lost and the operation goes on.

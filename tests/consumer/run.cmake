@@ -101,7 +101,8 @@ if(EMULATOR)
   # Wine's drive Z: is the whole file system.
   list(TRANSFORM runtime PREPEND "Z:")
   set(ENV{WINEPATH} "${runtime}")
-else()
+elseif(NOT PREFIX STREQUAL "/usr")
+  # Below /usr the system's loader finds it by itself.
   list(JOIN runtime ":" runtime)
   set(ENV{LD_LIBRARY_PATH} "${runtime}:$ENV{LD_LIBRARY_PATH}")
 endif()
