@@ -3,7 +3,6 @@
 #include <Poco/AutoPtr.h>
 #include <Poco/FileChannel.h>
 #include <Poco/FormattingChannel.h>
-#include <Poco/Message.h>
 #include <Poco/PatternFormatter.h>
 
 #include <filesystem>
@@ -63,9 +62,7 @@ int main(int argc, char** argv) try {
   const std::filesystem::path folder = argc > 1 ? argv[1] : "custom-trace-sink";
   std::filesystem::create_directories(folder);
   static PocoSink sink((folder / "storage.log").string());
-  vu_host::services services;
-  services.trace = &sink;
-  vu_host::install(services);
+  vu_host::install({&sink, nullptr, nullptr, nullptr});
   if (!vu_storage::initRootStorage(folder.string(), true, false)) return 1;
   vu_storage storage;
   for (int n = 0; n < 30; ++n) {
