@@ -11,7 +11,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
 const std::string owner = "anna";
 const std::string document = "report.kdc";
 const std::string part = "summary.html";
@@ -53,7 +52,7 @@ int main(int argc, char** argv) {
   }
   // Storing the document drops the parts that were made of an earlier one.
   const fs::path source = folder / "source.txt";
-  if (!(std::ofstream(source) << "figures\n").flush() ||
+  if (!(std::ofstream(source, std::ios::binary) << "figures\n").flush() ||
       !vu_storage::copyToStorage(source.string(), owner, document, STG::CorporateRepository, true,
                                  0)) {
     std::cerr << document << " cannot be stored\n";
@@ -63,7 +62,8 @@ int main(int argc, char** argv) {
 
   // A copy made elsewhere comes with its time (copyFile() keeps it) and replaces the older part.
   const fs::path loaded = folder / "loaded.html";
-  if (!(std::ofstream(loaded) << "<p>loaded ahead of time</p>\n").flush()) return 1;
+  if (!(std::ofstream(loaded, std::ios::binary) << "<p>loaded ahead of time</p>\n").flush())
+    return 1;
   fs::last_write_time(loaded, fs::last_write_time(loaded) + std::chrono::minutes(1));
   std::string dir, file;
   if (!vu_storage().IsFileExist(owner, document, STG::CorporateRepository, 0, &dir, &file))

@@ -69,7 +69,7 @@ within_budget() {
 }
 
 check_commands() {
-  local guide line run script scratch end count=0 total=0
+  local guide line run script end count=0 total=0
   scratch=$(mktemp -d)
   trap 'rm -rf "$scratch"' EXIT
   script=$scratch/session.sh
@@ -89,6 +89,10 @@ check_commands() {
       run=$(within_budget "$line")
       [ -n "$run" ] || continue
       count=$((count + 1))
+      # A comment tells when a command ends with something else than 0.
+      if [[ $line =~ '# ends with '([0-9]+) ]]; then
+        run="code=0; { $run; } || code=\$?; [ \$code -eq ${BASH_REMATCH[1]} ]"
+      fi
       printf 'printf "%%s\\n" %q\n%s\n' "+ $run" "$run" >>"$script"
     done < <(commands_of "$guide")
     [ "$count" -gt 0 ] || continue

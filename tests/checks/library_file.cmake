@@ -42,8 +42,8 @@ function(look_at_dll library)
   file(READ ${SCRATCH}/resources.rc resources)
   # Characters may be written with a 0 byte each.
   string(REGEX REPLACE "\\\\000" "" resources "${resources}")
-  string(REPLACE "." "," numbers ${VERSION})
-  if(NOT resources MATCHES "FILEVERSION *${numbers},0")
+  string(REPLACE "." ", *" numbers ${VERSION})
+  if(NOT resources MATCHES "FILEVERSION *${numbers}, *0\n")
     list(APPEND found "its resource does not have FILEVERSION ${VERSION}")
   endif()
   foreach(pair IN ITEMS "ProductVersion=${VERSION}" "FileVersion=${VERSION}" "ProductName=vu_storage"
