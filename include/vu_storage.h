@@ -47,7 +47,7 @@ class VU_STORAGE_API vu_storage {
 
   /// Initialises the storage below @p root: the folder "storage" with one folder per area, made
   /// when missing (@p root itself must exist).
-  /// @param root an existing folder; its separator at the end, if any, is the caller's to remove.
+  /// @param root an existing folder, without a trailing separator.
   /// @param useDomain whether every owner gets a folder of its own in each area.
   /// @param synchronize whether files that appear in a folder behind the index are adopted into it.
   /// @return true when this call initialised; false, with an error trace, when the storage was
