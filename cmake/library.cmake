@@ -17,6 +17,12 @@ endfunction()
 
 add_library(vu_storage SHARED ${vu_sources})
 add_library(vu_storage::vu_storage ALIAS vu_storage)
+if(WIN32)
+  # What the DLL tells about itself (Explorer, "Details").
+  enable_language(RC)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/vu_storage.rc.in ${PROJECT_BINARY_DIR}/vu_storage.rc @ONLY)
+  target_sources(vu_storage PRIVATE ${PROJECT_BINARY_DIR}/vu_storage.rc)
+endif()
 vu_library(vu_storage)
 target_compile_definitions(vu_storage PRIVATE VU_STORAGE_BUILDING)
 set_target_properties(vu_storage PROPERTIES
@@ -48,14 +54,4 @@ if(VU_BUILD_TESTS)
   target_compile_definitions(vu_storage_testable PUBLIC VU_STORAGE_STATIC=1 VU_OS_FAULTS=1)
   # Whoever looks inside includes the inner headers as the library does.
   target_include_directories(vu_storage_testable PUBLIC ${PROJECT_SOURCE_DIR})
-endif()
-
-include(GNUInstallDirs)
-install(TARGETS vu_storage
-  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-if(VU_RUNTIME_DLLS)
-  install(FILES ${VU_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()

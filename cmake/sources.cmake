@@ -165,7 +165,20 @@ set(VU_RELIABILITY_SOURCES_WINDOWS
 
 # One program each: hello.cpp becomes hello_storage.
 set(VU_EXAMPLES
-  examples/hello.cpp)
+  examples/custom_trace_sink.cpp
+  examples/hello.cpp
+  examples/host_minimal.cpp
+  examples/read_document.cpp
+  examples/store_versions.cpp
+  examples/sub_parts_and_preload.cpp
+  examples/two_processes.cpp)
+set(VU_EXAMPLES_WITH_POCO
+  examples/custom_trace_sink.cpp
+  examples/two_processes.cpp)
+
+# What projects outside of this one compile.
+set(VU_CONSUMER_SOURCES
+  tests/consumer/consumer.cpp)
 
 # The demonstration program, storage_demo.
 set(VU_DEMO_SOURCES

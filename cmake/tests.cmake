@@ -95,8 +95,6 @@ endif()
 
 include(reliability)
 
-if(TARGET hello_storage)
-  add_test(NAME example_hello COMMAND hello_storage)
-  set_tests_properties(example_hello PROPERTIES
-    TIMEOUT 60 LABELS example WORKING_DIRECTORY ${vu_test_folder})
+if(VU_BUILD_EXAMPLES)
+  include(example_tests)
 endif()

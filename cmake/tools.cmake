@@ -32,7 +32,7 @@ if(TARGET vu_admin)
   target_link_libraries(stgctl PRIVATE vu_admin)
 endif()
 
-install(TARGETS stgctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS stgctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT client)
 if(UNIX)
   # An installed client finds the library beside it, wherever the two are put.
   set_target_properties(stgctl PROPERTIES

@@ -46,7 +46,12 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// Ages in seconds, oldest first, with what has that age.
   using AgeMap = std::multimap<unsigned long, std::string, std::greater<unsigned long>>;
 
+  /// Copies the loaded lines.
+  /// @param other what is copied.
   STGIndex(const STGIndex& other);
+  /// Copies the loaded lines.
+  /// @param other what is copied.
+  /// @return this object.
   STGIndex& operator=(const STGIndex& other);
   /// Writes the index back when it changed.
   /// @throws whatever reading, merging and writing raise, unless an exception that began after the
@@ -55,41 +60,71 @@ class VU_STORAGE_API STGIndex : public vu_file {
 
   // ---- operations ----------------------------------------------------------------------------
 
-  /// Whether a version exists. A file that bears the logical name itself answers for every timestamp.
-  /// A missing "index.dat" is created (and unknown files adopted, with synchronisation on); an existing
-  /// one is only read. @param physical receives the physical file name when the name is found.
+  /// Whether a version exists. A file that bears the logical name itself answers for every
+  /// timestamp. A missing "index.dat" is created (and unknown files adopted, with synchronisation
+  /// on); an existing one is only read.
+  /// @param folder the folder.
+  /// @param logical the logical name.
+  /// @param ts its timestamp.
+  /// @param physical receives the physical file name when the name is found.
   /// @return whether the name is found and its file exists; false, with a warning, when "index.dat"
   /// cannot be opened.
   static bool exists(const std::string& folder, const std::string& logical, long ts,
                      std::string& physical);
   /// Makes sure that a version exists, with an empty file when it is new.
+  /// @param folder the folder.
+  /// @param logical the logical name.
+  /// @param ts its timestamp.
   /// @return the physical file name.
+  /// @throws vu_file_except as the class says.
   static std::string create(const std::string& folder, const std::string& logical, long ts);
   /// Removes a version and its file; nothing when there is none.
+  /// @param folder the folder.
+  /// @param logical the logical name.
+  /// @param ts its timestamp.
   static void remove(const std::string& folder, const std::string& logical, long ts);
-  /// Gives a version another name and timestamp; an existing version of that name is replaced. Nothing
-  /// when old and new are equal or the old one does not exist. When its bytes cannot be copied the
-  /// version stays what it was, and the failure is traced as an error.
+  /// Gives a version another name and timestamp; an existing version of that name is replaced.
+  /// Nothing when old and new are equal or the old one does not exist. When its bytes cannot be
+  /// copied the version stays what it was, and the failure is traced as an error.
+  /// @param folder the folder.
+  /// @param oldLogical,oldTs the version that is renamed.
+  /// @param newLogical,newTs its new name and timestamp.
   static void rename(const std::string& folder, const std::string& oldLogical, long oldTs,
                      const std::string& newLogical, long newTs);
-  /// Finds the latest version of a name. @param ts receives its timestamp, 0 when there is none.
+  /// Finds the latest version of a name.
+  /// @param folder the folder.
+  /// @param logical the logical name.
+  /// @param ts receives its timestamp, 0 when there is none.
   /// @return whether there is one.
   static bool lastVersion(const std::string& folder, const std::string& logical, long& ts);
-  /// Lists the folder. @param out receives physical file name -> logical name; cleared first.
+  /// Lists the folder.
+  /// @param folder the folder.
+  /// @param out receives physical file name -> logical name; cleared first.
   static void plValues(const std::string& folder, NameMap& out);
-  /// Lists the folder. @param out receives logical name -> physical file name (of the smallest
-  /// timestamp); cleared first.
+  /// Lists the folder.
+  /// @param folder the folder.
+  /// @param out receives logical name -> physical file name (of the smallest timestamp); cleared
+  /// first.
   static void lpValues(const std::string& folder, NameMap& out);
-  /// Lists the category files, those with the extension "ctg". @param out as with lpValues().
+  /// Lists the category files, those with the extension "ctg".
+  /// @param folder the folder.
+  /// @param out as with lpValues().
   static void getCategories(const std::string& folder, NameMap& out);
-  /// Lists the documents, those with an extension from "kda" to "kdg". @param out as with plValues().
+  /// Lists the documents, those with an extension from "kda" to "kdg".
+  /// @param folder the folder.
+  /// @param out as with plValues().
   static void getVUDocs(const std::string& folder, NameMap& out);
   /// As create() with timestamp 0: the file of an unversioned name, made when missing.
+  /// @param folder the folder.
+  /// @param logical the logical name.
   /// @return the physical file name.
   static std::string getPhysicalName(const std::string& folder, const std::string& logical);
-  /// @return folder + "\" + getPhysicalName().
+  /// @param folder the folder.
+  /// @param logical the logical name.
+  /// @return folder + `\` + getPhysicalName().
   static std::string getPhysicalPath(const std::string& folder, const std::string& logical);
   /// Rewrites "index.dat", or creates it, from what the folder holds.
+  /// @param folder the folder.
   static void updateIndexFile(const std::string& folder);
 
   // ---- cleaning and migration ----------------------------------------------------------------
@@ -98,7 +133,7 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// sub-part folders, and sweeps away files and folders that no line of the index accounts for.
   /// @param folder taken as UTF-8 bytes; without a trailing separator.
   /// @param maxAge in seconds, 32 bits in meaning; 0 removes every version and sweeps nothing.
-  /// @param kept receives, for every version that stays, its age in seconds and folder + "\" + key;
+  /// @param kept receives, for every version that stays, its age in seconds and folder + `\` + key;
   /// never cleared.
   /// @param useAccessTime whether the last access counts, instead of the last modification.
   /// @return the number of versions removed. @throws what loading the index and writing it back raise.
@@ -109,34 +144,47 @@ class VU_STORAGE_API STGIndex : public vu_file {
   static unsigned long cleanOutOfDateOutput(const std::string& folder, const unsigned long& maxAge,
                                             AgeMap& kept, bool useAccessTime);
   /// Removes every version of a folder with its file and its sub-part folders.
+  /// @param folder as with cleanOutOfDateOutput().
   /// @throws as cleanOutOfDateOutput().
   static void cleanAllOutput(const std::string& folder);
-  /// Removes the sub-part folders of one document: every folder whose name begins with @p name + "_".
+  /// Removes the sub-part folders of one document: every folder whose name begins with @p name +
+  /// "_".
+  /// @param folder the folder, without a trailing separator.
   /// @param name the document's physical file name.
   /// @param counter may be null; receives the size of what is removed in KB, before the removal.
   static void cleanOutputDirectories(const std::string& folder, const std::string& name,
                                      unsigned long* counter);
   /// Converts a user's mail folder once from escaped names to index entries, and its read list
-  /// ("read.txt") with it; an entry "k1mailboxcompliant" marks a converted folder, which is left alone. Initialises
-  /// the storage (vu_storage) when nobody has. An empty user is refused with a warning.
-  /// @throws vu_file_except when the index or the read list cannot be read; what was done so far is kept
-  /// and a further call goes on from there.
+  /// ("read.txt") with it; an entry "k1mailboxcompliant" marks a converted folder, which is left
+  /// alone. Initialises the storage (vu_storage) when nobody has. An empty user is refused with a
+  /// warning.
+  /// @param user the owner of the mail folder.
+  /// @throws vu_file_except when the index or the read list cannot be read; what was done so far is
+  /// kept and a further call goes on from there.
   static void migrateInboxRead(const std::string& user);
 
-  /// Sets the synchronisation switch: whether loading an index adopts the files of its folder that it
-  /// does not name. On until set otherwise; vu_storage::initRootStorage() sets it once.
+  /// Sets the synchronisation switch: whether loading an index adopts the files of its folder that
+  /// it does not name. On until set otherwise; vu_storage::initRootStorage() sets it once.
+  /// @param synchronize whether unknown files are adopted.
   static void setSynchronizeMode(bool synchronize);
 
   // ---- names ---------------------------------------------------------------------------------
 
-  /// @return whether @p name holds nothing but digits, ASCII letters and the characters - _ + % . / #
+  /// @param name a logical name.
+  /// @return whether @p name holds nothing but digits, ASCII letters and the characters - _ + % . /
+  /// #
   static bool iSsambaOrT101(const std::string& name);
   /// Decodes %XY and + in @p name up to its last "."; hexadecimal digits are not checked, and a
   /// trailing incomplete %XY is dropped.
+  /// @param name changed in place.
   static void UnescapeVU(std::string& name);
 
  protected:
-  // The same on a listing of the folder; `folder` ends in a separator.
+  /// The same on a listing of the folder.
+  /// @param folder ends in a separator.
+  /// @param names the listing.
+  /// @param name as above.
+  /// @param counter as above.
   static void cleanOutputDirectories(const vu_utf8string& folder,
                                      const std::vector<vu_utf8string>& names,
                                      const std::string& name, unsigned long* counter);

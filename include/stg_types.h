@@ -29,25 +29,35 @@ struct NameValue {
 /// The lines of a key file, in file order. Equal names are kept side by side; nothing is sorted.
 class NameValueSeq {
  public:
+  /// What the sequence holds.
   using value_type = NameValue;
+  /// A position.
   using iterator = std::vector<NameValue>::iterator;
+  /// A position; reading only.
   using const_iterator = std::vector<NameValue>::const_iterator;
 
   /// @return the number of lines.
   std::size_t size() const noexcept { return m_lines.size(); }
   /// @return whether there is none.
   bool empty() const noexcept { return m_lines.empty(); }
+  /// @param index from 0.
   /// @return line @p index, which must be below size().
   NameValue& operator[](std::size_t index) { return m_lines[index]; }
+  /// @param index from 0.
   /// @return line @p index, which must be below size().
   const NameValue& operator[](std::size_t index) const { return m_lines[index]; }
   /// Appends a line.
+  /// @param line copied or moved in.
   void push_back(NameValue line) { m_lines.push_back(std::move(line)); }
   /// Removes every line.
   void clear() noexcept { m_lines.clear(); }
+  /// @return the first line.
   iterator begin() noexcept { return m_lines.begin(); }
+  /// @return the position past the last line.
   iterator end() noexcept { return m_lines.end(); }
+  /// @return the first line.
   const_iterator begin() const noexcept { return m_lines.begin(); }
+  /// @return the position past the last line.
   const_iterator end() const noexcept { return m_lines.end(); }
 
  private:

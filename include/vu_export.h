@@ -7,6 +7,7 @@
 /// no definition of their own; the library's own compilation defines `VU_STORAGE_BUILDING`, a static
 /// build (the test programs that look inside) defines `VU_STORAGE_STATIC`.
 
+/// Before each exported class and function; empty in a static build.
 #if defined(VU_STORAGE_STATIC)
 #define VU_STORAGE_API
 #elif defined(_WIN32)

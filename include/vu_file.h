@@ -12,7 +12,7 @@
 /// A file handle for narrow names, and the file-system operations on narrow paths.
 ///
 /// Narrow strings are in the process's ANSI code page on Windows and plain bytes on Linux. The
-/// separator written is the backslash; on Linux both "\" and "/" separate.
+/// separator written is the backslash; on Linux both `\` and `/` separate.
 ///
 /// A handle names a file by directory and file name, opens it in one of four modes
 /// (vu_file_base::type_access) and holds a lock on the whole file while it is open. Handles are not
@@ -25,20 +25,27 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// Closed, with empty names.
   vu_file();
   /// Closed; the names as by setPath().
+  /// @param fullPath directory, backslash, file name.
   vu_file(const std::string& fullPath);
-  /// Closed; the names as given. @param directory without a trailing separator.
+  /// Closed; the names as given.
+  /// @param directory without a trailing separator.
+  /// @param fileName the name in that directory.
   vu_file(const std::string& directory, const std::string& fileName);
   /// Shallow: see vu_file_base.
+  /// @param other may be open.
   vu_file(const vu_file& other);
   /// Shallow: see vu_file_base. An open handle of this object is dropped without being closed.
+  /// @param other may be open.
+  /// @return this object.
   vu_file& operator=(const vu_file& other);
   /// Closes an open handle.
   ~vu_file() noexcept;
 
-  /// Splits @p fullPath at its last "\" into directory and file name. A path without "\", or an open
-  /// handle, leaves the names unchanged and is traced as an error. Never throws.
+  /// Splits @p fullPath at its last `\` into directory and file name. A path without `\`, or an
+  /// open handle, leaves the names unchanged and is traced as an error. Never throws.
+  /// @param fullPath directory, backslash, file name.
   void setPath(const std::string& fullPath) noexcept;
-  /// @return directory + "\" + file name.
+  /// @return directory + `\` + file name.
   std::string getFilePath() const;
   /// @return the directory and the file name as a path object.
   vu_path getPath() const;
@@ -51,13 +58,17 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// writes fail on what another handle holds locked, and the caller has to close it.
   bool try_open(type_access mode, bool& lockFailed, bool noWait);
 
-  /// Opens the file and waits without limit until its lock is granted. A lock that the system refuses
-  /// for another reason leaves the file open and unlocked, without an exception.
-  /// @throws vu_file_except "throw exception on open" when the file cannot be opened, which is traced
-  /// as a warning for o_read and as an error for the other modes. No other exception type but those of
-  /// the standard library for want of memory.
+  /// Opens the file and waits without limit until its lock is granted. A lock that the system
+  /// refuses for another reason leaves the file open and unlocked, without an exception.
+  /// @param mode one of the four modes; any other value is traced as an error.
+  /// @throws vu_file_except "throw exception on open" when the file cannot be opened, which is
+  /// traced as a warning for o_read and as an error for the other modes. No other exception type
+  /// but those of the standard library for want of memory.
   void open(type_access mode);
   /// Takes the names and opens as open(type_access); does nothing at all when either name is empty.
+  /// @param directory without a trailing separator.
+  /// @param fileName the name in it.
+  /// @param mode one of the four modes.
   /// @throws vu_file_except as open(type_access).
   void open(const std::string& directory, const std::string& fileName, type_access mode);
 
@@ -70,16 +81,23 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// and before any open; "throw exception on read" when the system's read fails, and for a count below
   /// 0 (also that of a whole file between 2 and 4 GB, whose 32-bit size is negative).
   int read(std::string& out, int count);
-  /// As the string form. @param buffer room for @p count bytes, or for the whole file when it is 0.
+  /// As the string form.
+  /// @param buffer the caller's: room for @p count bytes, or for the whole file when it is 0.
+  /// @param count bytes to read, or 0 for the size of the whole file.
+  /// @return the number of bytes read.
   int read(char* buffer, int count);
 
   /// Writes all bytes: in o_append at the end of the file, else at the current position.
+  /// @param data the bytes; any may occur.
   /// @return the number of bytes written; fewer than given, after an error trace, when the system's
   /// write failed. 0 for empty data, without touching the file.
-  /// @throws vu_file_except "vu_file::write : write operation in read access file" in o_read and before
-  /// any open.
+  /// @throws vu_file_except "vu_file::write : write operation in read access file" in o_read and
+  /// before any open.
   int write(const std::string& data);
-  /// As the string form. @param data @p count bytes.
+  /// As the string form.
+  /// @param data the caller's, @p count bytes.
+  /// @param count their number.
+  /// @return the number of bytes written.
   /// @throws std::length_error when @p count is below 0.
   int write(const char* data, int count);
 
@@ -95,8 +113,10 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// Empties the file and moves to its start; nothing in o_read. A failure is traced. Never throws.
   void clear() noexcept;
 
-  /// Reads the non-empty lines of a file: pieces between line feeds, less one trailing carriage return
-  /// each; what follows the last line feed is taken as it stands. Blanks count.
+  /// Reads the non-empty lines of a file: pieces between line feeds, less one trailing carriage
+  /// return each; what follows the last line feed is taken as it stands. Blanks count.
+  /// @param dir the folder, without a trailing separator.
+  /// @param name the file's name in it.
   /// @param lines the lines are appended.
   /// @throws vu_file_except when the file cannot be opened or read.
   static void linesNotEmpty(const std::string& dir, const std::string& name,
@@ -104,56 +124,79 @@ class VU_STORAGE_API vu_file : public vu_file_base {
 
   // ---- questions -----------------------------------------------------------------------------
 
-  /// @return whether a file or folder of that name exists. The answer comes from a directory search:
-  /// "*" and "?" in the last component match as patterns, a trailing separator asks for a folder, and
-  /// the empty path does not exist. For a path that begins with two backslashes the attributes decide.
+  /// @param path the path asked about.
+  /// @return whether a file or folder of that name exists. The answer comes from a directory
+  /// search: "*" and "?" in the last component match as patterns, a trailing separator asks for a
+  /// folder, and the empty path does not exist. For a path that begins with two backslashes the
+  /// attributes decide.
   static bool exists(const std::string& path);
+  /// @param path the path asked about.
   /// @return the last access, in seconds since 1970-01-01 UTC; 0 for a missing path (traced as a
   /// warning) and on other failures (traced as an error).
   static std::int64_t access_time(const std::string& path);
+  /// @param path the path asked about.
   /// @return the last modification, in seconds since 1970-01-01 UTC; failures as access_time().
   static std::int64_t modify_time(const std::string& path);
+  /// @param path the path asked about.
   /// @return the size in bytes, low 32 bits as a signed number; failures as access_time().
   static int size(const std::string& path);
+  /// @param path the path asked about.
   /// @return whether the path is a folder; failures as access_time(), with false.
   static bool is_dir(const std::string& path);
-  /// @return the names (no paths) of every entry of a folder but "." and "..", files and folders alike,
-  /// in the system's order; empty when @p dir is no folder.
+  /// @param dir the folder, with or without a trailing separator.
+  /// @return the names (no paths) of every entry of a folder but "." and "..", files and folders
+  /// alike, in the system's order; empty when @p dir is no folder.
   static std::vector<std::string> filenames(const std::string& dir);
 
   // ---- changes -------------------------------------------------------------------------------
 
   /// Makes a file readable and writable for its owner (clears the read-only attribute).
+  /// @param path the file.
   /// @return false after an error trace when that fails.
   static bool chmodW(const std::string& path);
-  /// Makes one folder. @return true also when the name exists already; false after an error trace.
+  /// Makes one folder.
+  /// @param path the folder; its parent must exist.
+  /// @return true also when the name exists already; false after an error trace.
   static bool createDir(const std::string& path);
   /// Removes a file or an empty folder. A failure is neither reported nor traced.
+  /// @param path the file or folder.
   static void remove(const std::string& path);
-  /// Renames a file or folder. @return false after a warning when that fails, as it does when the new
-  /// name is taken.
+  /// Renames a file or folder.
+  /// @param oldPath what is renamed.
+  /// @param newPath its new path, in the same file system.
+  /// @return false after a warning when that fails, as it does when the new name is taken.
   static bool rename(const std::string& oldPath, const std::string& newPath);
   /// Copies a file with its modification time.
+  /// @param src the file that is read.
+  /// @param dst the file that is made.
   /// @param overwrite false: a copy onto an existing file is refused without a trace.
   /// @return whether the copy succeeded.
   static bool copyFile(const std::string& src, const std::string& dst, bool overwrite);
   /// Removes a folder with everything in it.
-  /// @return false when @p path is no folder; true otherwise, also when something could not be removed.
+  /// @param path the folder.
+  /// @return false when @p path is no folder; true otherwise, also when something could not be
+  /// removed.
   static bool recurseRemoveDir(const std::string& path);
 
   // ---- names ---------------------------------------------------------------------------------
 
-  /// Splits a path into file name and directory at the last "\" or "/". It computes no 8.3 name.
-  /// @param dir receives everything up to and including that separator; ".\" when there is none.
+  /// Splits a path into file name and directory at the last `\` or `/`. It computes no 8.3 name.
+  /// @param fullName the path.
+  /// @param dir receives everything up to and including that separator; `.\` when there is none.
   /// @return everything after it.
   static std::string getShirtFileName(const std::string& fullName, std::string& dir);
-  /// Appends "\" unless @p path ends in "\" or "/"; the empty path becomes ".\".
+  /// Appends `\` unless @p path ends in `\` or `/`; the empty path becomes `.\`.
+  /// @param path changed in place.
   static void addFileSep(std::string& path);
-  /// Removes one trailing "\" or "/"; the empty path becomes ".".
+  /// Removes one trailing `\` or `/`; the empty path becomes ".".
+  /// @param path changed in place.
   static void removeLastFileSep(std::string& path);
-  /// Cuts @p name before its last "." (anywhere, also in a directory) and stores what follows the dot
-  /// in @p extension; without a dot both stay as they are.
+  /// Cuts @p name before its last "." (anywhere, also in a directory) and stores what follows the
+  /// dot in @p extension; without a dot both stay as they are.
+  /// @param name changed in place.
+  /// @param extension receives what follows the dot.
   static void split(std::string& name, std::string& extension);
+  /// @param path a path or a name.
   /// @return what follows the last "." of @p path (anywhere, also in a directory), without the dot;
   /// empty when there is none.
   static std::string getExtension(const std::string& path);

@@ -38,13 +38,21 @@ class VU_STORAGE_API vu_file_base {
   bool is_locked() const noexcept { return locked; }
 
  protected:
+  /// Closed, before any open.
   vu_file_base() noexcept;
+  /// Copies every field, the system handle included.
+  /// @param other may be open.
   vu_file_base(const vu_file_base& other) noexcept;
+  /// Copies every field; an open handle of this object is dropped without being closed.
+  /// @param other may be open.
+  /// @return this object.
   vu_file_base& operator=(const vu_file_base& other) noexcept;
+  /// Does nothing: the derived classes close.
   ~vu_file_base();
 
-  /// Takes the lock that @p request describes and keeps the outcome as is_locked(); blocks unless the
-  /// request fails at once. The last two arguments are not used.
+  /// Takes the lock that @p request describes and keeps the outcome as is_locked(); blocks unless
+  /// the request fails at once. The last two arguments are not used.
+  /// @param request what to lock, and how.
   /// @return whether the lock was granted.
   bool lock_internal(const lock_desc_t& request, char, const unsigned char*);
   /// Gives the whole-file lock back; is_locked() becomes the negation of the result. The arguments are

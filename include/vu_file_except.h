@@ -14,8 +14,14 @@ class VU_STORAGE_API vu_file_except {
   /// @param message the text, kept exactly as given.
   /// @param code an error code, 32 bits signed; it has no accessor and is no part of the text.
   vu_file_except(std::string message = "", std::int32_t code = 0);
+  /// An independent copy.
+  /// @param other what is copied.
   vu_file_except(const vu_file_except& other);
+  /// Copies text and code.
+  /// @param other what is copied.
+  /// @return this exception.
   vu_file_except& operator=(const vu_file_except& other);
+  /// Frees the text.
   ~vu_file_except();
 
   /// @return a copy of the message.

@@ -13,7 +13,7 @@
 /// The twin of vu_file for UTF-8 names: a file handle, and the file-system operations on UTF-8 paths.
 ///
 /// Names are converted to UTF-16 and handed to the wide system calls; a path of 249 characters or more
-/// beyond its root goes in the long form ("\\?\" or the short names of the volume), so that files deeper
+/// beyond its root goes in the long form (`\\?\` or the short names of the volume), so that files deeper
 /// than the classic limit can be reached. A name that is not valid UTF-8 raises vu_i18n_except.
 /// Contents are bytes, as with vu_file. Members not documented otherwise do what their namesakes of
 /// vu_file do, throw and trace the same, and may be called from the same threads.
@@ -24,35 +24,49 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   /// Closed, with empty names.
   vu_fileutf8();
   /// Closed; the names as by setPath().
+  /// @param fullPath directory, backslash, file name.
   vu_fileutf8(const vu_utf8string& fullPath);
-  /// Closed; the names as given. @param directory without a trailing separator.
+  /// Closed; the names as given.
+  /// @param directory without a trailing separator.
+  /// @param fileName the name in that directory.
   vu_fileutf8(const vu_utf8string& directory, const vu_utf8string& fileName);
   /// Shallow: see vu_file_base.
+  /// @param other may be open.
   vu_fileutf8(const vu_fileutf8& other);
   /// Shallow: see vu_file_base. An open handle of this object is dropped without being closed.
+  /// @param other may be open.
+  /// @return this object.
   vu_fileutf8& operator=(const vu_fileutf8& other);
   /// Closes an open handle.
   ~vu_fileutf8() noexcept;
 
-  /// As vu_file::setPath().
+  /// @copydoc vu_file::setPath
   void setPath(const vu_utf8string& fullPath) noexcept;
-  /// @return directory + "\" + file name.
+  /// @return directory + `\` + file name.
   vu_utf8string getFilePath() const;
   /// @return the directory and the file name as a path object.
   vu_pathutf8 getPath() const;
 
   /// As vu_file::try_open(), on the long form of the path.
+  /// @param mode one of the four modes.
+  /// @param lockFailed set to whether the lock was refused when the file could be opened; else
+  /// left.
+  /// @param noWait true: a lock held elsewhere is refused at once; false: waits without limit.
+  /// @return whether the file is open now, be it without its lock.
   bool try_open(type_access mode, bool& lockFailed, bool noWait);
-  /// As vu_file::open(type_access).
+  /// @copydoc vu_file::open(type_access)
   void open(type_access mode);
-  /// As vu_file::open(const std::string&, const std::string&, type_access).
+  /// @copydoc vu_file::open(const std::string&, const std::string&, type_access)
   void open(const vu_utf8string& directory, const vu_utf8string& fileName, type_access mode);
 
   /// As vu_file::read(std::string&, int), with a whole file of up to 2 GB - 1.
-  /// @throws vu_file_except "vu_fileutf8::read : read op in write or truncate access file" in the wrong
-  /// mode; "throw exception on read" as vu_file, and when the whole file is larger.
+  /// @param out receives the bytes read; emptied first.
+  /// @param count bytes to read, or 0 for the whole file.
+  /// @return the number of bytes read; 0 at the end of the file.
+  /// @throws vu_file_except "vu_fileutf8::read : read op in write or truncate access file" in the
+  /// wrong mode; "throw exception on read" as vu_file, and when the whole file is larger.
   int read(std::string& out, int count);
-  /// As vu_file::read(char*, int).
+  /// @copydoc vu_file::read(char*, int)
   int read(char* buffer, int count);
   /// Reads into a buffer that it allocates, and ends it with a 0 byte.
   /// @param buffer receives an array of the count + 1 bytes, which the caller frees with delete[]; left
@@ -65,80 +79,103 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   void read(unsigned char*& buffer, unsigned int& length);
 
   /// As vu_file::write(const std::string&).
-  /// @throws vu_file_except "vu_fileutf8::write : write operation in read access file" in the wrong mode.
+  /// @param data the bytes; any may occur.
+  /// @return the number of bytes written; fewer than given, after an error trace, when the system's
+  /// write failed.
+  /// @throws vu_file_except "vu_fileutf8::write : write operation in read access file" in the wrong
+  /// mode.
   int write(const std::string& data);
-  /// As vu_file::write(const char*, int).
+  /// @copydoc vu_file::write(const char*, int)
   int write(const char* data, int count);
 
-  /// As vu_file::seek().
+  /// @copydoc vu_file::seek
   void seek(int offset, short origin);
-  /// As vu_file::rewind().
+  /// @copydoc vu_file::rewind
   void rewind();
-  /// As vu_file::close().
+  /// @copydoc vu_file::close
   void close() noexcept;
-  /// As vu_file::clear().
+  /// @copydoc vu_file::clear
   void clear() noexcept;
 
   /// As vu_file::linesNotEmpty().
+  /// @param dir the folder, without a trailing separator.
+  /// @param fileName the file's name in it.
+  /// @param lines the lines are appended.
+  /// @throws vu_file_except when the file cannot be opened or read.
   static void linesNotEmpty(const vu_utf8string& dir, const vu_utf8string& fileName,
                             std::vector<vu_utf8string>& lines);
 
   // ---- questions -----------------------------------------------------------------------------
 
-  /// As vu_file::exists().
+  /// @copydoc vu_file::exists
   static bool exists(const vu_utf8string& path);
+  /// @param path the path asked about.
   /// @return the last access, in seconds since 1970-01-01 UTC; 0 on failure.
   static std::uint64_t access_time(const vu_utf8string& path);
+  /// @param path the path asked about.
   /// @return the last modification, in seconds since 1970-01-01 UTC; 0 on failure.
   static std::uint64_t modify_time(const vu_utf8string& path);
+  /// @param path the path asked about.
   /// @return the size in bytes; 0 on failure.
   static std::uint64_t size(const vu_utf8string& path);
+  /// @param path the path asked about.
   /// @return whether the path is a folder.
   static bool is_dir(const vu_utf8string& path);
-  /// As vu_file::filenames().
+  /// @copydoc vu_file::filenames
   static std::vector<vu_utf8string> filenames(const vu_utf8string& dir);
-  /// @return the sum, over every file in the folder and below, of its size in KB, each rounded down by
-  /// itself; folders count nothing themselves.
+  /// @param path the folder.
+  /// @return the sum, over every file in the folder and below, of its size in KB, each rounded down
+  /// by itself; folders count nothing themselves.
   static std::uint64_t getFolderSizeInKb(const vu_utf8string& path);
 
   // ---- changes -------------------------------------------------------------------------------
 
-  /// As vu_file::chmodW().
+  /// @copydoc vu_file::chmodW
   static bool chmodW(const vu_utf8string& path);
-  /// As vu_file::createDir().
+  /// @copydoc vu_file::createDir
   static bool createDir(const vu_utf8string& path);
   /// Makes a folder and its missing parents. The path is taken apart at its backslashes and empty
   /// components are dropped: a leading separator, and the two of a network path, are lost, and the
   /// result is relative to the current directory.
+  /// @param path the folder, components apart by backslashes.
   /// @return true when the folder exists afterwards; false after an error trace.
   static bool createDirR(const vu_utf8string& path);
   /// Removes a file or an empty folder, quietly: the same as remove(path, true).
+  /// @param path the file or folder.
   static void remove(const vu_utf8string& path);
-  /// Removes a file or an empty folder. @param quiet a failure is traced at level XS instead of as an
-  /// error.
+  /// Removes a file or an empty folder.
+  /// @param path the file or folder.
+  /// @param quiet a failure is traced at level XS instead of as an error.
   static void remove(const vu_utf8string& path, bool quiet);
-  /// As vu_file::rename().
+  /// @copydoc vu_file::rename
   static bool rename(const vu_utf8string& oldPath, const vu_utf8string& newPath);
-  /// As vu_file::copyFile().
+  /// @copydoc vu_file::copyFile
   static bool copyFile(const vu_utf8string& src, const vu_utf8string& dst, bool overwrite);
   /// As vu_file::recurseRemoveDir(), quietly.
+  /// @param path the folder.
+  /// @return false when it is no folder; true otherwise, also when something could not be removed.
   static bool recurseRemoveDir(const vu_utf8string& path);
   /// The same; the flag is ignored and the removal always quiet.
+  /// @param path the folder.
+  /// @param quiet ignored.
+  /// @return as the form without the flag.
   static bool recurseRemoveDir(const vu_utf8string& path, bool quiet);
 
   // ---- names ---------------------------------------------------------------------------------
 
-  /// As vu_file::getShirtFileName().
+  /// @copydoc vu_file::getShirtFileName
   static vu_utf8string getShirtFileName(const vu_utf8string& fullName, vu_utf8string& dir);
-  /// As vu_file::addFileSep().
+  /// @copydoc vu_file::addFileSep
   static void addFileSep(vu_utf8string& path);
-  /// As vu_file::removeLastFileSep().
+  /// @copydoc vu_file::removeLastFileSep
   static void removeLastFileSep(vu_utf8string& path);
-  /// As vu_file::split().
+  /// @copydoc vu_file::split
   static void split(vu_utf8string& name, vu_utf8string& extension);
-  /// As vu_file::getExtension().
+  /// @copydoc vu_file::getExtension
   static vu_utf8string getExtension(const vu_utf8string& path);
-  /// @return the non-empty components of @p path between its backslashes, in order; no file is touched.
+  /// @param path the path, UTF-16.
+  /// @return the non-empty components of @p path between its backslashes, in order; no file is
+  /// touched.
   static std::vector<vu_utf8string> directories(const ucs2string& path);
   /// @param out receives the current directory; left alone on failure.
   /// @return whether the system named it.
@@ -148,11 +185,25 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   static bool rel2abs(vu_utf8string& path);
 
  protected:
-  // The same operations on a path that is in its long form already.
+  /// exists() on a path that is in its long form already.
+  /// @param longPath the path.
+  /// @return as exists().
   static bool _exists(const vu_utf8string& longPath);
+  /// is_dir() on a path in its long form.
+  /// @param longPath the path.
+  /// @return as is_dir().
   static bool _is_dir(const vu_utf8string& longPath);
+  /// remove() on a path in its long form.
+  /// @param longPath the path.
+  /// @param quiet as with remove().
   static void _remove(const vu_utf8string& longPath, bool quiet);
+  /// recurseRemoveDir() on a path in its long form.
+  /// @param longPath the path.
+  /// @param quiet as with remove().
   static void _recurseRemoveDir(const vu_utf8string& longPath, bool quiet);
+  /// filenames() on a path in its long form.
+  /// @param longPath the path.
+  /// @return as filenames().
   static std::vector<vu_utf8string> _filenames(const vu_utf8string& longPath);
 
  private:

@@ -14,10 +14,20 @@
 namespace vu_host {
 
 /// How verbose a trace record is; `xs` is the smallest circle of records, `xl` the widest.
-enum class trace_level : int { xs, s, m, l, xl };
+enum class trace_level : int {
+  xs,  ///< the smallest circle
+  s,   ///< wider than xs
+  m,   ///< wider than s
+  l,   ///< wider than m
+  xl   ///< the widest circle
+};
 
 /// What an event says: something was done, something was missing or refused, something failed.
-enum class trace_event : int { success, warning, error };
+enum class trace_event : int {
+  success,  ///< something was done
+  warning,  ///< something was missing or refused, and the operation goes on
+  error     ///< something failed
+};
 
 /// Where in the library a trace comes from. All texts are constants of the library and stay valid.
 struct trace_site {
@@ -33,34 +43,56 @@ struct trace_site {
 /// wants() first and builds no text that is not wanted.
 class VU_STORAGE_API trace_sink {
  public:
+  /// For derived classes.
   trace_sink() = default;
+  /// The library never calls it: the object is the host's own.
   virtual ~trace_sink();
 
+  /// @param level the level asked about.
   /// @return whether records and scopes of @p level are to be delivered.
   virtual bool wants(trace_level level) const noexcept = 0;
+  /// @param event the kind asked about.
   /// @return whether events of the kind @p event are to be delivered.
   virtual bool wants(trace_event event) const noexcept = 0;
 
-  /// An operation begins. @param label its label, empty when it has none.
+  /// An operation begins.
+  /// @param site where in the library; valid only during the call.
+  /// @param level its level.
+  /// @param label its label, empty when it has none.
   virtual void scope_begin(const trace_site& site, trace_level level, const char* label) noexcept = 0;
   /// The operation whose beginning was delivered last on this thread and has not ended yet, ends.
+  /// @param site where in the library; valid only during the call.
+  /// @param level its level.
   virtual void scope_end(const trace_site& site, trace_level level) noexcept = 0;
   /// The operation's scope gets a message of its own.
+  /// @param site where in the library; valid only during the call.
+  /// @param text the message.
   virtual void scope_message(const trace_site& site, const char* text) noexcept = 0;
   /// A record at a level.
+  /// @param site where in the library; valid only during the call.
+  /// @param level its level.
+  /// @param text the record.
   virtual void record(const trace_site& site, trace_level level, const char* text) noexcept = 0;
   /// An event.
+  /// @param site where in the library; valid only during the call.
+  /// @param event its kind.
+  /// @param text what happened.
   virtual void event(const trace_site& site, trace_event event, const char* text) noexcept = 0;
 
  protected:
+  /// For derived classes.
   trace_sink(const trace_sink&) = default;
+  /// For derived classes.
+  /// @return this object.
   trace_sink& operator=(const trace_sink&) = default;
 };
 
 /// Answers the library's questions about the product's installation.
 class VU_STORAGE_API configuration {
  public:
+  /// For derived classes.
   configuration() = default;
+  /// The library never calls it: the object is the host's own.
   virtual ~configuration();
 
   /// @return the product's binary folder, without a trailing separator; the configuration folder is
@@ -68,41 +100,54 @@ class VU_STORAGE_API configuration {
   virtual ucs2string binary_folder() = 0;
 
  protected:
+  /// For derived classes.
   configuration(const configuration&) = default;
+  /// For derived classes.
+  /// @return this object.
   configuration& operator=(const configuration&) = default;
 };
 
 /// Names the folders for temporary files.
 class VU_STORAGE_API temporary_files {
  public:
+  /// For derived classes.
   temporary_files() = default;
+  /// The library never calls it: the object is the host's own.
   virtual ~temporary_files();
 
   /// Called before server_folder(), with the labels under which the library asks.
   /// @param process "MY_PROCESS". @param component "MY_COMP".
   virtual void initialise(const char* process, const char* component) = 0;
   /// @return the server temporary folder: the default root storage of a host that never called
-  /// vu_storage::initRootStorage(). One trailing "\" is removed by the library.
+  /// vu_storage::initRootStorage(). One trailing `\` is removed by the library.
   virtual ucs2string server_folder() = 0;
-  /// @return the framework's root temporary folder, for getTempRootPath(). One trailing "\" is
+  /// @return the framework's root temporary folder, for getTempRootPath(). One trailing `\` is
   /// removed by the library.
   virtual ucs2string framework_root_folder() = 0;
 
  protected:
+  /// For derived classes.
   temporary_files(const temporary_files&) = default;
+  /// For derived classes.
+  /// @return this object.
   temporary_files& operator=(const temporary_files&) = default;
 };
 
 /// A component created on demand. Whoever received it gives it back with release().
 class VU_STORAGE_API component {
  public:
+  /// For derived classes.
   component() = default;
   /// Gives the component back; it must not be used afterwards.
   virtual void release() noexcept = 0;
 
  protected:
+  /// The library never calls it: the object is the host's own.
   virtual ~component();
+  /// For derived classes.
   component(const component&) = default;
+  /// For derived classes.
+  /// @return this object.
   component& operator=(const component&) = default;
 };
 
@@ -112,31 +157,51 @@ class VU_STORAGE_API component {
 /// numbers 1, 4 and 0, and the refusal of a second initialisation, with 4, 0 and 0.
 class VU_STORAGE_API log_history : public component {
  public:
+  /// For derived classes.
   log_history() = default;
-  /// @return whether the component's settings have recording enabled for a record with these numbers.
+  /// @param first the first number.
+  /// @param second the second.
+  /// @param third the third.
+  /// @return whether the component's settings have recording enabled for a record with these
+  /// numbers.
   virtual bool enabled(int first, int second, int third) noexcept = 0;
-  /// Writes one record. @param text valid only during the call.
+  /// Writes one record.
+  /// @param text valid only during the call.
+  /// @param first the first number.
+  /// @param second the second.
+  /// @param third the third.
   virtual void record(const char* text, int first, int second, int third) noexcept = 0;
 
  protected:
+  /// The library never calls it: it gives the component back with release().
   ~log_history() override;
+  /// For derived classes.
   log_history(const log_history&) = default;
+  /// For derived classes.
+  /// @return this object.
   log_history& operator=(const log_history&) = default;
 };
 
 /// Creates components by class and interface name.
 class VU_STORAGE_API component_factory {
  public:
+  /// For derived classes.
   component_factory() = default;
+  /// The library never calls it: the object is the host's own.
   virtual ~component_factory();
 
+  /// @param class_id the class, "CLSID_ZTLogHistory".
+  /// @param interface_id the interface, "IID_ILogHistory".
   /// @return the component, or null when it is not available, which is no error. The result must be
-  /// of the type that @p interface_id names (log_history for "IID_ILogHistory"); the library gives it
-  /// back with component::release(). It is asked anew for every record and nothing is kept.
+  /// of the type that @p interface_id names (log_history for "IID_ILogHistory"); the library gives
+  /// it back with component::release(). It is asked anew for every record and nothing is kept.
   virtual component* create(const char* class_id, const char* interface_id) noexcept = 0;
 
  protected:
+  /// For derived classes.
   component_factory(const component_factory&) = default;
+  /// For derived classes.
+  /// @return this object.
   component_factory& operator=(const component_factory&) = default;
 };
 
@@ -149,10 +214,10 @@ class VU_STORAGE_API component_factory {
 /// | temp | server folder: VU_STORAGE_SERVER_TEMP, else "vu_storage" below the system's temporary folder; framework root: VU_STORAGE_FRAMEWORK_TEMP, else the system's temporary folder |
 /// | components | none: no log history |
 struct services {
-  trace_sink* trace = nullptr;
-  configuration* config = nullptr;
-  temporary_files* temp = nullptr;
-  component_factory* components = nullptr;
+  trace_sink* trace = nullptr;              ///< where traces go
+  configuration* config = nullptr;          ///< the product's folders
+  temporary_files* temp = nullptr;          ///< folders for temporary files
+  component_factory* components = nullptr;  ///< the log history
 };
 
 /// Installs the host's services. Call it once, before the first other call into the library, from one

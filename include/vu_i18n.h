@@ -25,8 +25,14 @@ class VU_STORAGE_API vu_i18n_except : public std::exception {
  public:
   /// @param message the complete text; never null-terminated by hand, copied.
   explicit vu_i18n_except(std::string message);
+  /// An independent copy.
+  /// @param other what is copied.
   vu_i18n_except(const vu_i18n_except& other);
+  /// Copies the text.
+  /// @param other what is copied.
+  /// @return this exception.
   vu_i18n_except& operator=(const vu_i18n_except& other);
+  /// Frees the text.
   ~vu_i18n_except() override;
 
   /// @return the text given at construction; owned by the exception.
@@ -53,12 +59,24 @@ class VU_STORAGE_API vu_utf8string {
   /// @param bytes UTF-8 bytes, embedded NULs included; copied.
   explicit vu_utf8string(std::string bytes);
   /// Converts from UTF-16.
+  /// @param text UTF-16; copied.
   /// @throws vu_i18n_except when @p text holds an unpaired surrogate.
   explicit vu_utf8string(const ucs2string& text);
+  /// An independent copy.
+  /// @param other what is copied.
   vu_utf8string(const vu_utf8string& other);
+  /// Takes the text over.
+  /// @param other is valid afterwards, with an unspecified text.
   vu_utf8string(vu_utf8string&& other) noexcept;
+  /// Frees the text.
   ~vu_utf8string();
+  /// Copies the text.
+  /// @param other what is copied.
+  /// @return this string.
   vu_utf8string& operator=(const vu_utf8string& other);
+  /// Takes the text over.
+  /// @param other is valid afterwards, with an unspecified text.
+  /// @return this string.
   vu_utf8string& operator=(vu_utf8string&& other) noexcept;
 
   /// @return the bytes, NUL-terminated; owned by this string and valid until it changes.
@@ -69,25 +87,36 @@ class VU_STORAGE_API vu_utf8string {
   std::size_t size() const noexcept;
   /// @return whether the string holds no byte.
   bool empty() const noexcept;
+  /// @param index a position, counted from 0.
   /// @return the byte at @p index.
   /// @throws vu_i18n_except when @p index is not below size().
   char at(std::size_t index) const;
 
+  /// @param what the text looked for; an empty one is found at @p from.
+  /// @param from where the search begins.
   /// @return the first position at or after @p from where @p what begins, or npos.
   std::size_t find(const vu_utf8string& what, std::size_t from = 0) const noexcept;
+  /// @param what the text looked for; an empty one is found at the end.
   /// @return the last position where @p what begins, or npos.
   std::size_t rfind(const vu_utf8string& what) const noexcept;
+  /// @param from the first position taken.
+  /// @param count how many are taken at most.
   /// @return @p count bytes from @p from on, fewer where the string ends before.
   /// @throws vu_i18n_except when @p from is beyond the end.
   vu_utf8string substr(std::size_t from, std::size_t count = npos) const;
-  /// Replaces every occurrence of @p what, from left to right, by @p by; occurrences that arise from
-  /// the replacement itself are not replaced again. An empty @p what replaces nothing.
+  /// Replaces every occurrence of @p what, from left to right, by @p by; occurrences that arise
+  /// from the replacement itself are not replaced again. An empty @p what replaces nothing.
+  /// @param what the text that is replaced.
+  /// @param by the text that takes its place.
   /// @return this string.
   vu_utf8string& replace(const vu_utf8string& what, const vu_utf8string& by);
   /// Byte-wise comparison.
+  /// @param other the string compared with.
   /// @return below, at or above 0 when this string sorts before, with or after @p other.
   int compare(const vu_utf8string& other) const noexcept;
-  /// Appends @p other. @return this string.
+  /// Appends @p other.
+  /// @param other the text appended.
+  /// @return this string.
   vu_utf8string& operator+=(const vu_utf8string& other);
 
   /// @return whether the bytes are valid UTF-8.
@@ -97,17 +126,28 @@ class VU_STORAGE_API vu_utf8string {
   std::string m_bytes;
 };
 
+/// @param left the first text.
+/// @param right the second text.
 /// @return @p left followed by @p right.
 VU_STORAGE_API vu_utf8string operator+(const vu_utf8string& left, const vu_utf8string& right);
 /// Byte-wise equality.
+/// @param left one text.
+/// @param right the other text.
+/// @return whether they are equal.
 inline bool operator==(const vu_utf8string& left, const vu_utf8string& right) noexcept {
   return left.compare(right) == 0;
 }
 /// Byte-wise inequality.
+/// @param left one text.
+/// @param right the other text.
+/// @return whether they are different.
 inline bool operator!=(const vu_utf8string& left, const vu_utf8string& right) noexcept {
   return left.compare(right) != 0;
 }
 /// Byte-wise order.
+/// @param left one text.
+/// @param right the other text.
+/// @return whether they are in ascending order.
 inline bool operator<(const vu_utf8string& left, const vu_utf8string& right) noexcept {
   return left.compare(right) < 0;
 }
@@ -126,12 +166,24 @@ class VU_STORAGE_API ucs2string {
   /// @param units the units, embedded NULs included; copied.
   ucs2string(std::u16string units);
   /// Converts from UTF-8.
+  /// @param text UTF-8; copied.
   /// @throws vu_i18n_except when @p text is not valid UTF-8.
   explicit ucs2string(const vu_utf8string& text);
+  /// An independent copy.
+  /// @param other what is copied.
   ucs2string(const ucs2string& other);
+  /// Takes the text over.
+  /// @param other is valid afterwards, with an unspecified text.
   ucs2string(ucs2string&& other) noexcept;
+  /// Frees the text.
   ~ucs2string();
+  /// Copies the text.
+  /// @param other what is copied.
+  /// @return this string.
   ucs2string& operator=(const ucs2string& other);
+  /// Takes the text over.
+  /// @param other is valid afterwards, with an unspecified text.
+  /// @return this string.
   ucs2string& operator=(ucs2string&& other) noexcept;
 
   /// @return the units, NUL-terminated; owned by this string and valid until it changes.
@@ -142,49 +194,75 @@ class VU_STORAGE_API ucs2string {
   std::size_t size() const noexcept;
   /// @return whether the string holds no unit.
   bool empty() const noexcept;
+  /// @param index a position, counted from 0.
   /// @return the unit at @p index.
   /// @throws vu_i18n_except when @p index is not below size().
   char16_t at(std::size_t index) const;
 
+  /// @param what the text looked for; an empty one is found at @p from.
+  /// @param from where the search begins.
   /// @return the first position at or after @p from where @p what begins, or npos.
   std::size_t find(const ucs2string& what, std::size_t from = 0) const noexcept;
+  /// @param what the text looked for; an empty one is found at the end.
   /// @return the last position where @p what begins, or npos.
   std::size_t rfind(const ucs2string& what) const noexcept;
+  /// @param from the first position taken.
+  /// @param count how many are taken at most.
   /// @return @p count units from @p from on, fewer where the string ends before.
   /// @throws vu_i18n_except when @p from is beyond the end.
   ucs2string substr(std::size_t from, std::size_t count = npos) const;
-  /// Replaces every occurrence of @p what, as vu_utf8string::replace() does. @return this string.
+  /// Replaces every occurrence of @p what, as vu_utf8string::replace() does.
+  /// @param what the text that is replaced.
+  /// @param by the text that takes its place.
+  /// @return this string.
   ucs2string& replace(const ucs2string& what, const ucs2string& by);
   /// Unit-wise comparison.
+  /// @param other the string compared with.
   /// @return below, at or above 0 when this string sorts before, with or after @p other.
   int compare(const ucs2string& other) const noexcept;
-  /// Appends @p other. @return this string.
+  /// Appends @p other.
+  /// @param other the text appended.
+  /// @return this string.
   ucs2string& operator+=(const ucs2string& other);
 
  private:
   std::u16string m_units;
 };
 
+/// @param left the first text.
+/// @param right the second text.
 /// @return @p left followed by @p right.
 VU_STORAGE_API ucs2string operator+(const ucs2string& left, const ucs2string& right);
 /// Unit-wise equality.
+/// @param left one text.
+/// @param right the other text.
+/// @return whether they are equal.
 inline bool operator==(const ucs2string& left, const ucs2string& right) noexcept {
   return left.compare(right) == 0;
 }
 /// Unit-wise inequality.
+/// @param left one text.
+/// @param right the other text.
+/// @return whether they are different.
 inline bool operator!=(const ucs2string& left, const ucs2string& right) noexcept {
   return left.compare(right) != 0;
 }
 /// Unit-wise order.
+/// @param left one text.
+/// @param right the other text.
+/// @return whether they are in ascending order.
 inline bool operator<(const ucs2string& left, const ucs2string& right) noexcept {
   return left.compare(right) < 0;
 }
 
 /// An ordered sequence, read by index from 0 to size() - 1.
+/// @tparam T the type of the elements, a value type.
 template <class T>
 class Sequence {
  public:
+  /// What the sequence holds.
   using value_type = T;
+  /// A position; reading only.
   using const_iterator = typename std::vector<T>::const_iterator;
 
   /// The empty sequence.
@@ -196,11 +274,14 @@ class Sequence {
   std::size_t size() const noexcept { return m_elements.size(); }
   /// @return whether there is no element.
   bool empty() const noexcept { return m_elements.empty(); }
+  /// @param index from 0.
   /// @return the element at @p index, which must be below size().
   const T& operator[](std::size_t index) const { return m_elements[index]; }
+  /// @param index from 0.
   /// @return the element at @p index, which must be below size().
   T& operator[](std::size_t index) { return m_elements[index]; }
   /// Appends @p element.
+  /// @param element copied or moved in.
   void push_back(T element) { m_elements.push_back(std::move(element)); }
   /// Removes every element.
   void clear() noexcept { m_elements.clear(); }

@@ -13,24 +13,33 @@
 class VU_STORAGE_API vu_path {
  public:
   /// Keeps both names as given; no separator is added or removed.
+  /// @param parentPathName the directory, without a trailing separator.
+  /// @param relativePathName the last component.
   vu_path(const std::string& parentPathName, const std::string& relativePathName);
 
-  /// Splits a full path at its last backslash: the parent is everything before it, the relative name
-  /// everything after it. A slash is no separator, and a backslash that is the second byte of a
-  /// two-byte character of the ANSI code page is none either.
+  /// Splits a full path at its last backslash: the parent is everything before it, the relative
+  /// name everything after it. A slash is no separator, and a backslash that is the second byte of
+  /// a two-byte character of the ANSI code page is none either.
   ///
-  /// Without any backslash the parent is empty and the relative name loses its first character ("abc"
-  /// gives "bc"); callers rely on it. The empty path gives two empty names.
+  /// Without any backslash the parent is empty and the relative name loses its first character
+  /// ("abc" gives "bc"); callers rely on it. The empty path gives two empty names.
+  /// @param fullPath directory, backslash, last component.
   vu_path(const std::string& fullPath);
+  /// An independent copy.
+  /// @param other what is copied.
   vu_path(const vu_path& other);
+  /// Copies both names.
+  /// @param other what is copied.
+  /// @return this path.
   vu_path& operator=(const vu_path& other);
+  /// Frees the names.
   virtual ~vu_path();
 
   /// @return the parent directory, a reference into this object.
   const std::string& getParentPathName() const;
   /// @return the last component, a reference into this object.
   const std::string& getRelativePathName() const;
-  /// @return parent + "\" + relative name, with exactly one backslash put in even when the parent is
+  /// @return parent + `\` + relative name, with exactly one backslash put in even when the parent is
   /// empty or ends with a separator.
   std::string getAbsolutePathName() const;
   /// @return the parent name, split again as by the one-argument constructor.
@@ -45,11 +54,20 @@ class VU_STORAGE_API vu_path {
 class VU_STORAGE_API vu_pathutf8 {
  public:
   /// As vu_path::vu_path(const std::string&, const std::string&).
+  /// @param parentPathName the directory, without a trailing separator.
+  /// @param relativePathName the last component.
   vu_pathutf8(const vu_utf8string& parentPathName, const vu_utf8string& relativePathName);
   /// As vu_path::vu_path(const std::string&), every byte by itself.
+  /// @param fullPath directory, backslash, last component.
   vu_pathutf8(const vu_utf8string& fullPath);
+  /// An independent copy.
+  /// @param other what is copied.
   vu_pathutf8(const vu_pathutf8& other);
+  /// Copies both names.
+  /// @param other what is copied.
+  /// @return this path.
   vu_pathutf8& operator=(const vu_pathutf8& other);
+  /// Frees the names.
   virtual ~vu_pathutf8();
 
   /// @return the parent directory, a reference into this object.

@@ -34,15 +34,20 @@ class VU_STORAGE_API vu_storage {
  public:
   /// Initialises the storage when nobody has. The object carries no data.
   vu_storage();
+  /// Does nothing.
   ~vu_storage();
+  /// Copies nothing.
   vu_storage(const vu_storage&) = default;
   /// Copies nothing.
+  /// @param other any.
+  /// @return this object.
   vu_storage& operator=(const vu_storage& other);
 
   // ---- roots ---------------------------------------------------------------------------------
 
-  /// Initialises the storage below @p root: the folder "storage" with one folder per area, made when
-  /// missing (@p root itself must exist).
+  /// Initialises the storage below @p root: the folder "storage" with one folder per area, made
+  /// when missing (@p root itself must exist).
+  /// @param root an existing folder, without a trailing separator.
   /// @param useDomain whether every owner gets a folder of its own in each area.
   /// @param synchronize whether files that appear in a folder behind the index are adopted into it.
   /// @return true when this call initialised; false, with an error trace, when the storage was
@@ -66,100 +71,154 @@ class VU_STORAGE_API vu_storage {
   static const std::string& getSemletPath();
   /// @return the stamp set by setTdcTimeStamp(), empty before.
   static const std::string& getTdcTimeStamp();
-  /// Sets the stamp that is part of the names of documents' sub-part folders. Takes no lock: call it
-  /// while no other thread uses the storage.
+  /// Sets the stamp that is part of the names of documents' sub-part folders. Takes no lock: call
+  /// it while no other thread uses the storage.
+  /// @param value the stamp.
   static void setTdcTimeStamp(const std::string& value);
 
-  /// Computes the folder of a document, and makes it when asked to. The area folder is made in any case.
+  /// Computes the folder of a document, and makes it when asked to. The area folder is made in any
+  /// case.
+  /// @param userOrDomain,entry,type the document (see the class).
   /// @param dir receives the folder, without a trailing separator.
   /// @param create whether the owner's folder and the hash bucket are made when missing.
   /// @return false when a folder is missing and @p create is false, or after a traced error.
   static bool createUserOrDomainNameDirectory(const std::string& userOrDomain,
                                               const std::string& entry, STG::RepositoryType type,
                                               std::string& dir, bool create);
-  /// @return whether @p ext, without its dot, is one of the seven document extensions "kda" to "kdg".
+  /// @param ext the extension.
+  /// @return whether @p ext, without its dot, is one of the seven document extensions "kda" to
+  /// "kdg".
   static bool isVuDocExt(const std::string& ext);
 
   // ---- documents -----------------------------------------------------------------------------
 
   /// Opens a document for reading; tell success by vu_file::is_open(). Corporate documents with the
-  /// extension "kdf" must match @p timestamp exactly; other corporate documents are found by name alone,
-  /// stored with timestamp 0, and served when their file is at least as new as @p timestamp; mail and
-  /// user documents are served whatever their age, from timestamp 0.
+  /// extension "kdf" must match @p timestamp exactly; other corporate documents are found by name
+  /// alone, stored with timestamp 0, and served when their file is at least as new as @p timestamp;
+  /// mail and user documents are served whatever their age, from timestamp 0.
+  /// @param file receives the open handle; the caller's, closed by Close() or its destructor.
+  /// @param userOrDomain,entry,type,timestamp the document (see the class).
   void OpenRead(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                 STG::RepositoryType type, long timestamp);
-  /// As the narrow form.
+  /// @copydoc OpenRead(vu_file&, const std::string&, const std::string&, STG::RepositoryType, long)
   void OpenRead(vu_file& file, const vu_utf8string& userOrDomain, const vu_utf8string& entry,
                 STG::RepositoryType type, long timestamp);
-  /// Opens a version of a document for writing, making it and its folders when missing; an existing one is
-  /// emptied when @p replace is true and left closed otherwise.
+  /// Opens a version of a document for writing, making it and its folders when missing; an existing
+  /// one is emptied when @p replace is true and left closed otherwise.
+  /// @param file receives the open handle; the caller's, closed by Close() or its destructor.
+  /// @param userOrDomain,entry,type,timestamp the document (see the class).
+  /// @param replace whether an existing version is emptied.
   /// @return true when no error occurred, also when the file was left closed.
   bool OpenWrite2(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                   STG::RepositoryType type, bool replace, long timestamp);
   /// As OpenWrite2(), without its result.
+  /// @param file receives the open handle; tell success by vu_file::is_open().
+  /// @param userOrDomain,entry,type,timestamp the document (see the class).
+  /// @param replace whether an existing version is emptied.
   void OpenWrite(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                  STG::RepositoryType type, bool replace, long timestamp);
-  /// As the narrow form.
+  /// @copydoc OpenWrite(vu_file&, const std::string&, const std::string&, STG::RepositoryType, bool, long)
   void OpenWrite(vu_file& file, const vu_utf8string& userOrDomain, const vu_utf8string& entry,
                  STG::RepositoryType type, bool replace, long timestamp);
-  /// Reads from an open file. @param buffer receives the bytes, none on an error.
+  /// Reads from an open file.
+  /// @param file open for reading.
+  /// @param buffer receives the bytes, none on an error.
   /// @param length bytes to read, 0 for the whole file.
   void Read(vu_file& file, std::string& buffer, long length);
   /// Writes to an open file; errors are traced only.
+  /// @param file open for writing.
+  /// @param data the bytes.
   void Write(vu_file& file, const std::string& data);
   /// Closes a file: it is on the device when this returns, if it was open for writing.
+  /// @param file open or closed.
   void Close(vu_file& file);
-  /// Whether a version exists. @param folderOut, physicalOut receive its folder and physical file name
-  /// when it does; either may be null. @return false also for an empty owner.
+  /// Whether a version exists.
+  /// @param userOrDomain,entry,type,timestamp the document (see the class).
+  /// @param folderOut, physicalOut receive its folder and physical file name when it does; either
+  /// may be null.
+  /// @return whether it does; false also for an empty owner.
   bool IsFileExist(const std::string& userOrDomain, const std::string& entry,
                    STG::RepositoryType type, long timestamp, std::string* folderOut,
                    std::string* physicalOut);
-  /// As the narrow form.
+  /// @copydoc IsFileExist(const std::string&, const std::string&, STG::RepositoryType, long, std::string*, std::string*)
   bool IsFileExist(const vu_utf8string& userOrDomain, const vu_utf8string& entry,
                    STG::RepositoryType type, long timestamp, std::string* folderOut,
                    std::string* physicalOut);
-  /// @return the latest timestamp of a document, -1 when the entry is empty or the folder missing, 0 when
-  /// the folder holds no version. @throws what STGIndex::lastVersion() throws.
+  /// @param userOrDomain,entry,type the document (see the class).
+  /// @return the latest timestamp of a document, -1 when the entry is empty or the folder missing,
+  /// 0 when the folder holds no version.
+  /// @throws what STGIndex::lastVersion() throws.
   static long getLattestTimestamp(const std::string& userOrDomain, const std::string& entry,
                                   STG::RepositoryType type);
   /// STGIndex::exists() with its exceptions turned into false.
+  /// @param folder the folder, without a trailing separator.
+  /// @param entry the logical name.
+  /// @param timestamp its timestamp.
+  /// @param physical receives the physical file name when it is found.
+  /// @return whether it is found.
   static bool getIndexNameFromDocName(const std::string& folder, const std::string& entry,
                                       long timestamp, std::string& physical);
-  /// STGIndex::updateIndexFile(). @throws what that throws.
+  /// STGIndex::updateIndexFile().
+  /// @param folder the folder, without a trailing separator.
+  /// @throws what that throws.
   void update_IndexDat(const std::string& folder);
   /// Copies a file into the storage as a version of a document.
+  /// @param source the path of the file that is copied.
+  /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @param replace whether an existing version is replaced.
-  /// @return whether the copy succeeded; false with @p replace false, where an empty version is left.
+  /// @return whether the copy succeeded; false with @p replace false, where an empty version is
+  /// left.
   static bool copyToStorage(const std::string& source, const std::string& userOrDomain,
                             const std::string& entry, STG::RepositoryType type, bool replace,
                             long timestamp);
   /// Copies a document that OpenRead() would serve to an ordinary path, overwriting.
+  /// @param destination the path of the copy.
+  /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @return whether the copy succeeded.
   static bool copyFromStorage(const std::string& destination, const std::string& userOrDomain,
                               const std::string& entry, STG::RepositoryType type, long timestamp);
-  /// Stores a file under its own name with timestamp 0, replacing an earlier one, and writes the index.
-  /// @return whether the copy succeeded. @throws what the index operations throw.
+  /// Stores a file under its own name with timestamp 0, replacing an earlier one, and writes the
+  /// index.
+  /// @param sourceFolder where the file is, without a trailing separator.
+  /// @param name its name, and the document's.
+  /// @param userOrDomain,type the owner and the area.
+  /// @return whether the copy succeeded.
+  /// @throws what the index operations throw.
   bool copyFileToStorage(const std::string& sourceFolder, const std::string& name,
                          const std::string& userOrDomain, STG::RepositoryType type);
-  /// As the narrow form.
+  /// @copydoc copyFileToStorage(const std::string&, const std::string&, const std::string&, STG::RepositoryType)
   bool copyFileToStorage(const std::string& sourceFolder, const std::string& name,
                          const vu_utf8string& userOrDomain, STG::RepositoryType type);
   /// copyFileToStorage() into the user area (type 1).
+  /// @param sourceFolder,name,userOrDomain as with copyFileToStorage().
+  /// @return whether the copy succeeded.
+  /// @throws what the index operations throw.
   bool copyFileToUserPath(const std::string& sourceFolder, const std::string& name,
                           const std::string& userOrDomain);
 
   // ---- key files -----------------------------------------------------------------------------
 
+  /// @param seq the lines.
   /// @return the text of a key file: name + "=" + value + line feed for each line.
   static std::string getStringFromNameValueSeq(const STG::NameValueSeq& seq);
-  /// Reads key lines from an open file. @param seq the lines are appended.
+  /// Reads key lines from an open file.
+  /// @param file open for reading.
+  /// @param seq the lines are appended.
   /// @param lastSeparator whether the last "=" of a line separates, instead of the first.
   /// @return false when an exception occurred, after which lines read so far stay.
   static bool Read(vu_file& file, STG::NameValueSeq& seq, bool lastSeparator);
-  /// Reads a key file; as Read(vu_file&, STG::NameValueSeq&, bool). @return 0, or 1 on failure.
+  /// Reads a key file; as Read(vu_file&, STG::NameValueSeq&, bool).
+  /// @param folder the folder, without a trailing separator.
+  /// @param fileName the file's name in it.
+  /// @param seq the lines are appended.
+  /// @param lastSeparator as with Read().
+  /// @return 0, or 1 on failure.
   static long readKeysFile(const std::string& folder, const std::string& fileName,
                            STG::NameValueSeq& seq, bool lastSeparator);
   /// Writes a text to a key file, as it stands. An empty text changes nothing and is a success.
+  /// @param folder the folder, without a trailing separator.
+  /// @param fileName the file's name in it; made when missing.
+  /// @param text the lines, as getStringFromNameValueSeq() gives them.
   /// @param replace whether it replaces the file's content, instead of being appended.
   /// @return false on failure, which may leave the file cut.
   static bool writeKeysFile(const std::string& folder, const std::string& fileName,
@@ -167,81 +226,109 @@ class VU_STORAGE_API vu_storage {
 
   // ---- profiles ------------------------------------------------------------------------------
 
-  /// Saves a profile: a user's as a key file in the user area, or, without a user, the master profile as
-  /// a plain file in the configuration folder.
+  /// Saves a profile: a user's as a key file in the user area, or, without a user, the master
+  /// profile as a plain file in the configuration folder.
+  /// @param userOrDomain the owner, or empty for the master profile.
   /// @param fileName "profile.txt" when empty.
+  /// @param seq the lines.
   /// @return 0, also when nothing could be written, which is traced; 1 after a vu_file_except.
   static long saveUserOrMasterProfile(const std::string& userOrDomain, const std::string& fileName,
                                       const STG::NameValueSeq& seq);
-  /// Loads a profile. @param fileName for a user the name it was saved under (an empty one is never
-  /// found); for the master profile, when empty, "profile.txt" or, where that is missing, "master.txt".
-  /// @param seq the lines are appended. @return 0, or 1 on failure.
+  /// Loads a profile.
+  /// @param userOrDomain the owner, or empty for the master profile.
+  /// @param fileName for a user the name it was saved under (an empty one is never found); for the
+  /// master profile, when empty, "profile.txt" or, where that is missing, "master.txt".
+  /// @param seq the lines are appended.
+  /// @return 0, or 1 on failure.
   static long loadUserOrMasterProfile(const std::string& userOrDomain, const std::string& fileName,
                                       STG::NameValueSeq& seq);
 
   // ---- sub-parts of documents ----------------------------------------------------------------
 
   /// Opens a part of a corporate document for writing, emptied; tell success by vu_file::is_open().
-  /// @param strType the rendition: "html@" + name, "pdf@" + name, or another text; written to a folder per
-  /// side of its first "@".
-  /// @param strPartId the part's file name. @param docTime the document's timestamp, under which it must be
-  /// in the index.
+  /// @param file receives the open handle.
+  /// @param userOrDomain,entry the document (see the class).
+  /// @param strType the rendition: "html@" + name, "pdf@" + name, or another text; written to a
+  /// folder per side of its first "@".
+  /// @param strPartId the part's file name.
+  /// @param docTime the document's timestamp, under which it must be in the index.
   void OpenWriteSubPart(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                         const std::string& strType, const std::string& strPartId, long docTime);
-  /// As the narrow form.
+  /// @copydoc OpenWriteSubPart(vu_file&, const std::string&, const std::string&, const std::string&, const std::string&, long)
   void OpenWriteSubPart(vu_file& file, const vu_utf8string& userOrDomain, const vu_utf8string& entry,
                         const std::string& strType, const std::string& strPartId, long docTime);
-  /// Opens a part of a corporate document for reading when it is up to date, after refreshing it from its
-  /// preload copy when that is newer. A file that is not open afterwards tells the caller to generate the
-  /// part and store it with OpenWriteSubPart().
-  /// @param strUser the requesting user, traced only. @param strRepo the owner of the document.
-  /// @param strType the rendition; read from "html\" or "pdf\" + name for those two, from one folder of
-  /// that whole name otherwise.
+  /// Opens a part of a corporate document for reading when it is up to date, after refreshing it
+  /// from its preload copy when that is newer. A file that is not open afterwards tells the caller
+  /// to generate the part and store it with OpenWriteSubPart().
+  /// @param file receives the open handle.
+  /// @param strUser the requesting user, traced only.
+  /// @param strRepo the owner of the document.
+  /// @param strEntry the document.
+  /// @param strType the rendition; read from `html\` or `pdf\` + name for those two, from one
+  /// folder of that whole name otherwise.
+  /// @param strPartID the part's file name.
+  /// @param docTime the document's timestamp.
   void OpenReadSubPart(vu_file& file, const std::string& strUser, const std::string& strRepo,
                        const std::string& strEntry, const std::string& strType,
                        const std::string& strPartID, long docTime);
-  /// As the narrow form.
+  /// @copydoc OpenReadSubPart(vu_file&, const std::string&, const std::string&, const std::string&, const std::string&, const std::string&, long)
   void OpenReadSubPart(vu_file& file, const vu_utf8string& strUser, const vu_utf8string& strRepo,
                        const vu_utf8string& strEntry, const std::string& strType,
                        const std::string& strPartID, long docTime);
-  /// As OpenReadSubPart(). @param size receives the part's size in bytes, 0 when the file is not open.
+  /// As OpenReadSubPart().
+  /// @param file,strUser,strRepo,strEntry,strType,strPartID,docTime as with OpenReadSubPart().
+  /// @param size receives the part's size in bytes, 0 when the file is not open.
   void OpenReadSubPartEx(vu_file& file, const std::string& strUser, const std::string& strRepo,
                          const std::string& strEntry, const std::string& strType,
                          const std::string& strPartID, long docTime, unsigned long& size);
-  /// As the narrow form.
+  /// @copydoc OpenReadSubPartEx(vu_file&, const std::string&, const std::string&, const std::string&, const std::string&, const std::string&, long, unsigned long&)
   void OpenReadSubPartEx(vu_file& file, const vu_utf8string& strUser, const vu_utf8string& strRepo,
                          const vu_utf8string& strEntry, const std::string& strType,
                          const std::string& strPartID, long docTime, unsigned long& size);
 
   // ---- users and removal ---------------------------------------------------------------------
 
-  /// Renames a user's folders in the mail, list and user areas. No other call may use them meanwhile.
-  /// @return false, with nothing renamed, when one of the new names exists; true otherwise, also when a
-  /// folder could not be renamed or does not exist.
+  /// Renames a user's folders in the mail, list and user areas. No other call may use them
+  /// meanwhile.
+  /// @param oldName the user.
+  /// @param newName the new name.
+  /// @return false, with nothing renamed, when one of the new names exists; true otherwise, also
+  /// when a folder could not be renamed or does not exist.
   static bool RenameUserStorage(const std::string& oldName, const std::string& newName);
-  /// Removes a user's folders in the mail, list and user areas with everything in them. An empty name
-  /// stands for the area folders themselves. @return true.
+  /// Removes a user's folders in the mail, list and user areas with everything in them. An empty
+  /// name stands for the area folders themselves.
+  /// @param user the user.
+  /// @return true.
   static bool RemoveUserStorage(const vu_utf8string& user);
-  /// RemoveUserStorage() for each name. @return true.
+  /// RemoveUserStorage() for each name.
+  /// @param names the users.
+  /// @return true.
   static bool RemoveUsersStorage(const Sequence<vu_utf8string>& names);
   /// Removes a version of a document, its lines in the folder's category files and, for type 1, in
-  /// "attribut.txt". @return true also when there was nothing to remove or the owner is empty; false after
-  /// a traced error.
+  /// "attribut.txt".
+  /// @param userOrDomain,entry,type,timestamp the document (see the class).
+  /// @return true also when there was nothing to remove or the owner is empty; false after a traced
+  /// error.
   static bool RemoveFile(const std::string& userOrDomain, const std::string& entry,
                          STG::RepositoryType type, long timestamp);
-  /// As the narrow form.
+  /// @copydoc RemoveFile(const std::string&, const std::string&, STG::RepositoryType, long)
   static bool RemoveFile(const vu_utf8string& userOrDomain, const vu_utf8string& entry,
                          STG::RepositoryType type, long timestamp);
 
   // ---- file lists ----------------------------------------------------------------------------
 
   /// Lists a folder's index in the order of the physical file names.
-  /// @param physicalNames the physical file names are appended. @return the logical names, element by
-  /// element; empty when @p folder is no folder, and as far as they got after a traced error.
+  /// @param folder the folder, without a trailing separator.
+  /// @param physicalNames the physical file names are appended.
+  /// @return the logical names, element by element; empty when @p folder is no folder, and as far
+  /// as they got after a traced error.
   static std::vector<std::string> getAllFileListFromIndexFile(
       const std::string& folder, std::vector<std::string>& physicalNames);
   /// As getAllFileListFromIndexFile(), documents only (isVuDocExt()).
+  /// @param folder the folder, without a trailing separator.
+  /// @param physicalNames as there.
   /// @param wanted the names to keep; null keeps every document.
+  /// @return the logical names, element by element.
   /// @throws vu_file_except, untraced, when @p folder is no folder.
   static std::vector<std::string> getFileListFromIndexFile(const std::string& folder,
                                                            std::vector<std::string>& physicalNames,

@@ -1,16 +1,20 @@
 #!/usr/bin/env bash
 # Installs what Debian offers and is missing: scripts/packages.sh <set...>
 # Sets: native (build and test for Linux), windows (cross-build for Windows and run under Wine),
-# bench (yardsticks and tools of the benchmarks).
+# bench (yardsticks and tools of the benchmarks), docs (the site of reference and guides), package (packages
+# for Debian and Windows).
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 # Header-only for what is built here; the Windows build gets copies of them.
 client=(libcli11-dev nlohmann-json3-dev libfmt-dev libxxhash-dev)
-native=(cmake ninja-build g++ googletest libpoco-dev libutfcpp-dev "${client[@]}")
+# clang reads the exported headers only.
+native=(cmake ninja-build g++ clang pkg-config googletest libpoco-dev libutfcpp-dev "${client[@]}")
 # The last four fetch and unpack a source package.
 windows=(cmake ninja-build googletest libutfcpp-dev "${client[@]}" g++-mingw-w64-x86-64-posix wine
   wine64 ca-certificates bzip2 xz-utils patch)
 bench=(libbenchmark-dev libsqlite3-dev liblmdb-dev valgrind gnuplot-nox)
+docs=(doxygen python3)
+package=(debhelper dpkg-dev lintian mmdebstrap nsis zip unzip)
 
 wanted=()
 for set in "$@"; do
@@ -18,7 +22,9 @@ for set in "$@"; do
     native) wanted+=("${native[@]}") ;;
     windows) wanted+=("${windows[@]}") ;;
     bench) wanted+=("${bench[@]}") ;;
-    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows and bench" ;;
+    docs) wanted+=("${docs[@]}") ;;
+    package) wanted+=("${package[@]}") ;;
+    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, bench, docs and package" ;;
   esac
 done
 

@@ -25,6 +25,7 @@ set(rules
   "bench/inside    = platform include"
   "include         = include"
   "tests/api       = tests/api tests/support include"
+  "tests/consumer  = include"
   "tests/multi     = tests/multi tests/support include"
   "tests/reliability = tests/reliability tests/support platform/os include"
   "tests/stgctl    = tests/stgctl tests/support tools/stgctl include"

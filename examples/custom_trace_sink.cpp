@@ -1,0 +1,79 @@
+// Sends what the library traces to a rotating file, through POCO's logging channels.
+// custom_trace_sink_storage [FOLDER]
+#include <Poco/AutoPtr.h>
+#include <Poco/FileChannel.h>
+#include <Poco/FormattingChannel.h>
+#include <Poco/PatternFormatter.h>
+
+#include <filesystem>
+#include <iostream>
+#include <string>
+
+#include "vu_host.h"
+#include "vu_storage.h"
+
+using vu_host::trace_event;
+using vu_host::trace_level;
+using vu_host::trace_site;
+
+class PocoSink final : public vu_host::trace_sink {
+ public:
+  explicit PocoSink(const std::string& path)
+      : m_file(new Poco::FileChannel(path)),
+        m_channel(new Poco::FormattingChannel(
+            new Poco::PatternFormatter("%Y-%m-%d %H:%M:%S.%i %P:%I %p %s %t"), m_file)) {
+    m_file->setProperty("rotation", "16 K");
+    m_file->setProperty("archive", "number");
+    m_file->setProperty("purgeCount", "3");
+    m_channel->open();  // throws when the file cannot be made; POCO's channels bring their own lock
+  }
+
+  bool wants(trace_level level) const noexcept override { return level <= trace_level::l; }
+  bool wants(trace_event) const noexcept override { return true; }
+  void scope_begin(const trace_site& site, trace_level, const char* label) noexcept override {
+    log(site, *label != '\0' ? label : site.signature, Poco::Message::PRIO_DEBUG);
+  }
+  void scope_end(const trace_site&, trace_level) noexcept override {}
+  void scope_message(const trace_site& site, const char* text) noexcept override {
+    log(site, text, Poco::Message::PRIO_DEBUG);
+  }
+  void record(const trace_site& site, trace_level, const char* text) noexcept override {
+    log(site, text, Poco::Message::PRIO_INFORMATION);
+  }
+  void event(const trace_site& site, trace_event event, const char* text) noexcept override {
+    constexpr Poco::Message::Priority priorities[] = {
+        Poco::Message::PRIO_NOTICE, Poco::Message::PRIO_WARNING, Poco::Message::PRIO_ERROR};
+    log(site, text, priorities[static_cast<int>(event)]);
+  }
+
+ private:
+  void log(const trace_site& site, const char* text, Poco::Message::Priority priority) noexcept
+      try {
+    m_channel->log(Poco::Message(site.source, text, priority));
+  } catch (...) {
+    // A sink must not throw: on a full disk the record is lost and the operation goes on.
+  }
+
+  Poco::AutoPtr<Poco::FileChannel> m_file;
+  Poco::AutoPtr<Poco::FormattingChannel> m_channel;
+};
+
+int main(int argc, char** argv) try {
+  const std::filesystem::path folder = argc > 1 ? argv[1] : "custom-trace-sink";
+  std::filesystem::create_directories(folder);
+  static PocoSink sink((folder / "storage.log").string());
+  vu_host::install({&sink, nullptr, nullptr, nullptr});
+  if (!vu_storage::initRootStorage(folder.string(), true, false)) return 1;
+  vu_storage storage;
+  for (int n = 0; n < 30; ++n) {
+    vu_file file;
+    storage.OpenWrite(file, "anna", "note.kdf", STG::CorporateRepository, true, n);
+    storage.Write(file, "text");
+    storage.Close(file);
+  }
+  std::cout << "traced to " << (folder / "storage.log").string() << " and older files beside it\n";
+  return std::filesystem::exists(folder / "storage.log.0") ? 0 : 1;
+} catch (const std::exception& failure) {
+  std::cerr << "custom_trace_sink: " << failure.what() << "\n";
+  return 1;
+}

@@ -1,0 +1,68 @@
+// The least that a host program supplies: where failures go and which folders are its own.
+// host_minimal_storage [FOLDER]
+#include <filesystem>
+#include <iostream>
+#include <mutex>
+#include <string>
+
+#include "vu_host.h"
+#include "vu_storage.h"
+
+class Host final : public vu_host::trace_sink, public vu_host::configuration {
+ public:
+  explicit Host(std::string folder) : m_folder(std::move(folder)) {}
+
+  // Warnings and errors only: nothing else is even made into text.
+  bool wants(vu_host::trace_level) const noexcept override { return false; }
+  bool wants(vu_host::trace_event event) const noexcept override {
+    return event != vu_host::trace_event::success;
+  }
+  void event(const vu_host::trace_site& site, vu_host::trace_event,
+             const char* text) noexcept override {
+    const std::scoped_lock lock(m_mutex);  // any thread may come
+    std::cerr << site.source << ": " << text << "\n";
+  }
+  void scope_begin(const vu_host::trace_site&, vu_host::trace_level,
+                   const char*) noexcept override {}
+  void scope_end(const vu_host::trace_site&, vu_host::trace_level) noexcept override {}
+  void scope_message(const vu_host::trace_site&, const char*) noexcept override {}
+  void record(const vu_host::trace_site&, vu_host::trace_level, const char*) noexcept override {}
+
+  // "config" below it holds the master profile.
+  ucs2string binary_folder() override { return ucs2string(vu_utf8string(m_folder)); }
+
+ private:
+  std::mutex m_mutex;
+  std::string m_folder;
+};
+
+int main(int argc, char** argv) {
+  const std::filesystem::path folder = argc > 1 ? argv[1] : "host-minimal";
+  std::error_code error;
+  std::filesystem::create_directories(folder / "config", error);
+  if (error) {
+    std::cerr << folder << " cannot be made: " << error.message() << "\n";
+    return 1;
+  }
+
+  // The host outlives every call into the library, and is installed before the first one.
+  static Host host(folder.string());
+  vu_host::services services;
+  services.trace = &host;
+  services.config = &host;
+  vu_host::install(services);
+  if (!vu_storage::initRootStorage(folder.string(), true, false))
+    return 1;  // the host has said why
+
+  // Without an owner this is the master profile, in the host's own folder.
+  STG::NameValueSeq profile;
+  profile.push_back({"language", "en"});
+  if (vu_storage::saveUserOrMasterProfile("", "", profile) != 0) return 1;
+  STG::NameValueSeq loaded;
+  if (vu_storage::loadUserOrMasterProfile("", "", loaded) != 0 || loaded.size() != 1) {
+    std::cerr << "the profile did not come back; is " << folder << " writable?\n";
+    return 1;
+  }
+  std::cout << vu_storage::getConfigDirPath() << ": " << loaded[0].name << " = " << loaded[0].value
+            << "\n";
+}

@@ -1,0 +1,59 @@
+// Reads a document, the latest version unless one is named, and writes it to the standard output.
+// read_document_storage FOLDER OWNER NAME [VERSION]      exit code 3: there is no such document
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <string>
+
+#include "vu_storage.h"
+
+namespace {
+
+int read_document(const std::string& owner, const std::string& name, long version) {
+  // Asks, and makes nothing: neither a folder nor an entry.
+  if (!vu_storage().IsFileExist(owner, name, STG::CorporateRepository, version, nullptr, nullptr)) {
+    std::cerr << owner << " has no " << name << " of " << version << "\n";
+    return 3;
+  }
+  vu_storage storage;
+  vu_file file;
+  storage.OpenRead(file, owner, name, STG::CorporateRepository, version);
+  if (!file.is_open()) {
+    // It went away in between, or the system refuses: the trace tells which.
+    std::cerr << name << " of " << version << " cannot be opened\n";
+    return 1;
+  }
+  // In pieces, so that a large document needs no memory of its size.
+  std::string piece;
+  while (file.read(piece, 1 << 16) > 0) std::cout << piece;
+  storage.Close(file);
+  return std::cout.flush() ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 4 || argc > 5) {
+    std::cerr << "usage: read_document_storage FOLDER OWNER NAME [VERSION]\n";
+    return 2;
+  }
+  const std::string folder = argv[1];
+  const std::string owner = argv[2];
+  const std::string name = argv[3];
+  // The library would make the folders of a new storage; a reader wants an existing one.
+  if (!std::filesystem::is_directory(std::filesystem::path(folder) / "storage")) {
+    std::cerr << "there is no storage in " << folder << "\n";
+    return 3;
+  }
+  if (!vu_storage::initRootStorage(folder, true, false)) return 1;
+
+  try {
+    const long version =
+        argc > 4 ? std::strtol(argv[4], nullptr, 10)
+                 : vu_storage::getLattestTimestamp(owner, name, STG::CorporateRepository);
+    return read_document(owner, name, version);
+  } catch (const vu_file_except& failure) {
+    std::cerr << name << " cannot be read: " << failure.what() << "\n";
+    return 1;
+  }
+}

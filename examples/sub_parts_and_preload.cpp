@@ -1,0 +1,79 @@
+// Serves a part of a document: generated when it is missing, then as it is, then from a newer copy that
+// somebody has loaded ahead of time. sub_parts_and_preload_storage [FOLDER]
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+#include "vu_storage.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+const std::string owner = "anna";
+const std::string document = "report.kdc";
+const std::string part = "summary.html";
+
+bool write_part(const std::string& rendition, const std::string& text) {
+  vu_storage storage;
+  vu_file file;
+  storage.OpenWriteSubPart(file, owner, document, rendition, part, 0);
+  const bool done = file.is_open() && file.write(text) == static_cast<int>(text.size());
+  storage.Close(file);
+  return done;
+}
+
+// What a server does for each request. Empty: the part could not be made.
+std::string serve_part() {
+  vu_storage storage;
+  vu_file file;
+  std::string text;
+  storage.OpenReadSubPart(file, "a reader", owner, document, "html@page", part, 0);
+  if (file.is_open()) {
+    storage.Read(file, text, 0);
+    storage.Close(file);
+    return text;
+  }
+  // Not there, or older than its document: generate it, and keep it for the next request.
+  text = "<p>generated from " + document + "</p>\n";
+  return write_part("html@page", text) ? text : "";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const fs::path folder = argc > 1 ? argv[1] : "sub-parts";
+  std::error_code error;
+  fs::create_directories(folder, error);
+  if (error || !vu_storage::initRootStorage(folder.string(), true, false)) {
+    std::cerr << "no storage in " << folder << "\n";
+    return 1;
+  }
+  // Storing the document drops the parts that were made of an earlier one.
+  const fs::path source = folder / "source.txt";
+  if (!(std::ofstream(source, std::ios::binary) << "figures\n").flush() ||
+      !vu_storage::copyToStorage(source.string(), owner, document, STG::CorporateRepository, true,
+                                 0)) {
+    std::cerr << document << " cannot be stored\n";
+    return 1;
+  }
+  std::cout << "first:  " << serve_part() << "second: " << serve_part();
+
+  // A copy made elsewhere comes with its time (copyFile() keeps it) and replaces the older part.
+  const fs::path loaded = folder / "loaded.html";
+  if (!(std::ofstream(loaded, std::ios::binary) << "<p>loaded ahead of time</p>\n").flush())
+    return 1;
+  fs::last_write_time(loaded, fs::last_write_time(loaded) + std::chrono::minutes(1));
+  std::string dir, file;
+  if (!vu_storage().IsFileExist(owner, document, STG::CorporateRepository, 0, &dir, &file))
+    return 1;
+  const std::string preload =
+      dir + "\\" + file + "_" + vu_storage::getTdcTimeStamp() + "\\html\\preload";
+  if (!vu_file::createDir(preload) ||
+      !vu_file::copyFile(loaded.string(), preload + "\\" + part, true))
+    return 1;
+  const std::string third = serve_part();
+  std::cout << "third:  " << third;
+  return third == "<p>loaded ahead of time</p>\n" ? 0 : 1;
+}

@@ -1,0 +1,75 @@
+#!/usr/bin/env bash
+# Makes the Debian packages, has lintian look at them, installs them into a Debian of their own and builds and
+# runs programs there: packaging/debian.sh. Everything is below build/package/debian; the packages in its folder
+# "packages".
+. "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
+cd "$ROOT"
+
+work=$BUILD/package/debian
+packages=$work/packages
+as_root=()
+[ "$(id -u)" -eq 0 ] || as_root=(sudo)
+
+version=$(sed -n 's/^project(vu_storage VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
+grep -q "^vu-storage ($version) " packaging/debian/changelog ||
+  die "packaging/debian/changelog does not begin with version $version of CMakeLists.txt"
+
+make_packages() {
+  local source=$work/build/vu-storage-$version
+  rm -rf "$work/build" "$packages"
+  mkdir -p "$source" "$packages"
+  # What is or will be under version control, and nothing that was built.
+  git ls-files -z --cached --others --exclude-standard | tar -c --null -T - | tar -x -C "$source"
+  cp -r packaging/debian "$source/debian"
+  say "building the Debian packages (some minutes)"
+  quietly "$work/build.log" "building the Debian packages" \
+    env -C "$source" DEB_BUILD_OPTIONS="parallel=$JOBS noautodbgsym" dpkg-buildpackage -b -us -uc
+  mv "$work"/build/*.deb "$work"/build/*.changes "$work"/build/*.buildinfo "$packages"
+  say "lintian"
+  lintian --fail-on error,warning "$packages"/*.changes || die "lintian finds the faults above"
+}
+
+# Runs "$@" in the Debian that the packages are installed into.
+inside() { "${as_root[@]}" env -u LD_LIBRARY_PATH LC_ALL=C.UTF-8 chroot "$work/root" "$@"; }
+
+# A Debian that has never seen this project.
+make_root() {
+  say "a clean Debian (once per run)"
+  "${as_root[@]}" rm -rf "$work/root"
+  quietly "$work/root.log" "making a clean Debian" "${as_root[@]}" mmdebstrap --variant=apt \
+    --include=g++,cmake,ninja-build,pkg-config bookworm "$work/root"
+}
+
+install_and_try() {
+  say "installing into it"
+  "${as_root[@]}" cp -L /etc/resolv.conf "$work/root/etc/resolv.conf"
+  "${as_root[@]}" mkdir -p "$work/root/try"
+  "${as_root[@]}" cp "$packages"/*.deb "$work/root/try"
+  "${as_root[@]}" cp -r tests/consumer "$work/root/try/consumer"
+  quietly "$work/install.log" "installing the packages" inside sh -c \
+    'apt-get -q update && DEBIAN_FRONTEND=noninteractive apt-get -y -q install --no-install-recommends /try/*.deb'
+  local kind multiarch
+  multiarch=$(inside g++ -print-multiarch)
+  for kind in cmake pkg-config command-line; do
+    inside cmake -D KIND=$kind -D COMPILER=/usr/bin/g++ -D PREFIX=/usr -D "LIBDIR=lib/$multiarch" \
+      -D SCRATCH=/try/scratch -P /try/consumer/run.cmake || die "a program ($kind) does not work with the packages"
+  done
+  [ "$(inside stgctl --version)" = "stgctl $version" ] || die "the installed stgctl does not tell version $version"
+  inside test -f /usr/share/doc/vu-storage-doc/site/index.html || die "the documentation is not where it should be"
+  quietly "$work/example.log" "an example of the packages" inside sh -c \
+    'g++ -std=c++17 /usr/share/doc/vu-storage-doc/examples/hello.cpp -o /try/hello -lvu_storage && cd /try && ./hello'
+  say "removing them again"
+  quietly "$work/remove.log" "removing the packages" inside apt-get -y -q purge libvu-storage1 libvu-storage-dev \
+    stgctl vu-storage-doc
+  local left
+  left=$(inside sh -c 'find /usr /etc /var/lib -iname "*vu?storage*" -o -name "stgctl*"' | grep -v '^/var/lib/apt/' || true)
+  [ -z "$left" ] || die "the packages leave behind: $left"
+}
+
+make_packages
+make_root
+install_and_try
+python3 packaging/sbom.py write --kind debian --version "$version" "$packages" "$packages/vu-storage-$version.spdx.json"
+python3 packaging/sbom.py check "$packages" "$packages/vu-storage-$version.spdx.json"
+"${as_root[@]}" rm -rf "$work/root"
+say "Debian packages: $packages"

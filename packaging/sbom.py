@@ -1,0 +1,157 @@
+"""The bill of materials of a package, as SPDX 2.3 in JSON.
+
+  sbom.py write --kind windows|debian --version X.Y.Z FOLDER FILE    lists every file below FOLDER
+  sbom.py check FOLDER FILE                                          holds FILE against FOLDER and the format
+
+Parts of others are those that packaging/materials.json names for the kind, with the version that Debian's package
+of each has on this machine.
+"""
+import argparse
+import hashlib
+import json
+import pathlib
+import re
+import subprocess
+import sys
+import time
+
+HERE = pathlib.Path(__file__).resolve().parent
+NAMESPACE = "https://vu-storage.invalid/spdx/"
+
+
+def digest(path, kind):
+    return hashlib.new(kind, path.read_bytes()).hexdigest()
+
+
+def files_below(folder, own):
+    return sorted(p for p in folder.rglob("*") if p.is_file() and p.resolve() != own.resolve())
+
+
+def identifier(text):
+    return "SPDXRef-" + re.sub(r"[^A-Za-z0-9.-]+", "-", text).strip("-")
+
+
+def debian_version(package):
+    answer = subprocess.run(["dpkg-query", "-W", "-f", "${Version}", package], capture_output=True, text=True)
+    if answer.returncode != 0 or not answer.stdout:
+        sys.exit(f"error: the package {package} is not installed, so its version is not known")
+    return answer.stdout
+
+
+def write(kind, version, folder, target):
+    materials = json.loads((HERE / "materials.json").read_text())
+    paths = files_below(folder, target)
+    if not paths:
+        sys.exit(f"error: there is no file below {folder}")
+    files = []
+    relationships = [["SPDXRef-DOCUMENT", "DESCRIBES", "SPDXRef-vu-storage"]]
+    for number, path in enumerate(paths, 1):
+        name = "./" + path.relative_to(folder).as_posix()
+        files.append({
+            "SPDXID": f"SPDXRef-File-{number}",
+            "fileName": name,
+            "checksums": [{"algorithm": "SHA1", "checksumValue": digest(path, "sha1")},
+                          {"algorithm": "SHA256", "checksumValue": digest(path, "sha256")}],
+            "licenseConcluded": "NOASSERTION",
+            "copyrightText": "NOASSERTION"})
+        relationships.append(["SPDXRef-vu-storage", "CONTAINS", files[-1]["SPDXID"]])
+    packages = [{
+        "SPDXID": "SPDXRef-vu-storage",
+        "name": "vu_storage",
+        "versionInfo": version,
+        "downloadLocation": "NOASSERTION",
+        "filesAnalyzed": True,
+        "packageVerificationCode": {"packageVerificationCodeValue": verification_code(files)},
+        "licenseConcluded": "NOASSERTION",
+        "licenseDeclared": "NOASSERTION",
+        "copyrightText": "NOASSERTION"}]
+    for part in materials:
+        if kind not in part["how"]:
+            continue
+        reference = identifier("part-" + part["name"])
+        packages.append({
+            "SPDXID": reference,
+            "name": part["name"],
+            "versionInfo": debian_version(part["debian"]),
+            "downloadLocation": "NOASSERTION",
+            "filesAnalyzed": False,
+            "licenseConcluded": part["licence"],
+            "licenseDeclared": part["licence"],
+            "copyrightText": "NOASSERTION",
+            "comment": part["what"]})
+        relationships.append(["SPDXRef-vu-storage", part["how"][kind], reference])
+    target.write_text(json.dumps({
+        "spdxVersion": "SPDX-2.3",
+        "dataLicense": "CC0-1.0",
+        "SPDXID": "SPDXRef-DOCUMENT",
+        "name": f"vu_storage-{version}-{kind}",
+        "documentNamespace": f"{NAMESPACE}{kind}-{version}-{verification_code(files)}",
+        "creationInfo": {"created": time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime()),
+                         "creators": ["Tool: packaging/sbom.py"]},
+        "packages": packages,
+        "files": files,
+        "relationships": [{"spdxElementId": a, "relationshipType": how, "relatedSpdxElement": b}
+                          for a, how, b in relationships]}, indent=1) + "\n")
+
+
+def verification_code(files):
+    """As the format has it: the SHA-1 of the sorted SHA-1 sums of all files."""
+    sums = sorted(f["checksums"][0]["checksumValue"] for f in files)
+    return hashlib.sha1("".join(sums).encode()).hexdigest()
+
+
+def check(folder, target):
+    faults = []
+    bill = json.loads(target.read_text())
+    for member in ("spdxVersion", "dataLicense", "SPDXID", "name", "documentNamespace", "creationInfo", "packages"):
+        if not bill.get(member):
+            faults.append(f"there is no {member}")
+    if bill.get("spdxVersion") != "SPDX-2.3" or bill.get("dataLicense") != "CC0-1.0":
+        faults.append("it is not SPDX 2.3 under CC0-1.0")
+    if not re.fullmatch(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ", bill.get("creationInfo", {}).get("created", "")):
+        faults.append("its time is no UTC time")
+    known = {"SPDXRef-DOCUMENT"}
+    for element in bill.get("packages", []) + bill.get("files", []):
+        name = element.get("SPDXID", "")
+        if not re.fullmatch(r"SPDXRef-[A-Za-z0-9.-]+", name) or name in known:
+            faults.append(f"'{name}' is no identifier of its own")
+        known.add(name)
+    for package in bill.get("packages", []):
+        for member in ("name", "versionInfo", "downloadLocation", "licenseConcluded", "copyrightText"):
+            if not package.get(member):
+                faults.append(f"{package.get('SPDXID')} has no {member}")
+        if package.get("filesAnalyzed") and verification_code(bill.get("files", [])) != package.get(
+                "packageVerificationCode", {}).get("packageVerificationCodeValue"):
+            faults.append("the verification code is not that of the files")
+    for relation in bill.get("relationships", []):
+        for end in ("spdxElementId", "relatedSpdxElement"):
+            if relation.get(end) not in known:
+                faults.append(f"a relationship names {relation.get(end)}, which is not there")
+    listed = {f["fileName"]: f["checksums"][1]["checksumValue"] for f in bill.get("files", [])}
+    present = {"./" + p.relative_to(folder).as_posix(): digest(p, "sha256") for p in files_below(folder, target)}
+    for name in sorted(set(listed) | set(present)):
+        if listed.get(name) != present.get(name):
+            faults.append(f"{name} is not what it says")
+    if len(bill.get("packages", [])) < 2:
+        faults.append("it names no part of others")
+    for fault in faults:
+        print(f"error: {target}: {fault}", file=sys.stderr)
+    if faults:
+        sys.exit(1)
+    print(f"== {target}: {len(present)} files, {len(bill['packages'])} packages")
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    parser.add_argument("action", choices=("write", "check"))
+    parser.add_argument("--kind", choices=("windows", "debian"))
+    parser.add_argument("--version")
+    parser.add_argument("folder", type=pathlib.Path)
+    parser.add_argument("file", type=pathlib.Path)
+    given = parser.parse_args()
+    if given.action == "check":
+        check(given.folder, given.file)
+    elif given.kind and given.version:
+        write(given.kind, given.version, given.folder, given.file)
+    else:
+        parser.error("write needs --kind and --version")
