@@ -221,6 +221,7 @@ set(VU_BENCH_GROWTH_SOURCES
 # tools/admin: reads a tree without changing it, and plans.
 set(VU_ADMIN_SOURCES
   tools/admin/check.cpp
+  tools/admin/checksum.cpp
   tools/admin/doctor.cpp
   tools/admin/entries.cpp
   tools/admin/explain.cpp
@@ -230,8 +231,10 @@ set(VU_ADMIN_SOURCES
   tools/admin/folder_check_files.cpp
   tools/admin/folder_view.cpp
   tools/admin/index_lint.cpp
+  tools/admin/inventory.cpp
   tools/admin/lookup.cpp
   tools/admin/parts.cpp
+  tools/admin/portable_name.cpp
   tools/admin/stats.cpp
   tools/admin/text.cpp
   tools/admin/tree.cpp)
@@ -252,12 +255,18 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/check_command.cpp
   tools/stgctl/clean_command.cpp
   tools/stgctl/commands.cpp
+  tools/stgctl/compare_command.cpp
   tools/stgctl/completion.cpp
   tools/stgctl/completion_command.cpp
   tools/stgctl/context.cpp
   tools/stgctl/entry_commands.cpp
   tools/stgctl/explain_commands.cpp
+  tools/stgctl/export_command.cpp
+  tools/stgctl/export_names.cpp
   tools/stgctl/get_command.cpp
+  tools/stgctl/import_command.cpp
+  tools/stgctl/import_item.cpp
+  tools/stgctl/import_journal.cpp
   tools/stgctl/index_commands.cpp
   tools/stgctl/init_command.cpp
   tools/stgctl/key_commands.cpp
@@ -267,10 +276,12 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/look.cpp
   tools/stgctl/look_commands.cpp
   tools/stgctl/main.cpp
+  tools/stgctl/manifest.cpp
   tools/stgctl/manual.cpp
   tools/stgctl/manual_command.cpp
   tools/stgctl/migrate_command.cpp
   tools/stgctl/mv_command.cpp
+  tools/stgctl/new_file.cpp
   tools/stgctl/operations.cpp
   tools/stgctl/output.cpp
   tools/stgctl/progress.cpp
@@ -298,6 +309,8 @@ set(VU_ADMIN_TEST_SOURCES
   tests/admin/entries_test.cpp
   tests/admin/explain_test.cpp
   tests/admin/index_lint_test.cpp
+  tests/admin/inventory_test.cpp
+  tests/admin/portable_name_test.cpp
   tests/admin/system_test.cpp
   tests/admin/text_test.cpp
   tests/admin/tree_test.cpp)
@@ -307,6 +320,7 @@ set(VU_STGCTL_TEST_SOURCES
   tests/stgctl/clean_sync_test.cpp
   tests/stgctl/completion_test.cpp
   tests/stgctl/explain_check_test.cpp
+  tests/stgctl/export_import_test.cpp
   tests/stgctl/fixture.cpp
   tests/stgctl/garbage_test.cpp
   tests/stgctl/init_test.cpp
@@ -317,6 +331,7 @@ set(VU_STGCTL_TEST_SOURCES
   tests/stgctl/rm_mv_test.cpp
   tests/stgctl/text_test.cpp)
 set(VU_STGCTL_TEST_SOURCES_POSIX
+  tests/stgctl/import_posix_test.cpp
   tests/stgctl/manual_posix_test.cpp
   tests/stgctl/program_posix.cpp
   tests/stgctl/pseudo_terminal.cpp

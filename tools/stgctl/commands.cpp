@@ -18,6 +18,8 @@ void add_user_commands(Commands& commands);
 void add_clean_command(Commands& commands);
 void add_migrate_commands(Commands& commands);
 void add_sync_command(Commands& commands);
+void add_export_command(Commands& commands);
+void add_import_command(Commands& commands);
 // Other.
 void add_completion_command(Commands& commands);
 void add_manual_command(Commands& commands);
@@ -34,6 +36,8 @@ void add_all_commands(Commands& commands) {
   add_clean_command(commands);
   add_migrate_commands(commands);
   add_sync_command(commands);
+  add_export_command(commands);
+  add_import_command(commands);
   add_completion_command(commands);
   add_manual_command(commands);
 }

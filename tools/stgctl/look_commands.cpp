@@ -11,6 +11,7 @@ void add_show_commands(Commands& commands);
 void add_index_commands(Commands& commands);
 void add_explain_commands(Commands& commands);
 void add_check_command(Commands& commands);
+void add_compare_command(Commands& commands);
 
 void add_look_commands(Commands& commands) {
   add_status_commands(commands);
@@ -21,6 +22,7 @@ void add_look_commands(Commands& commands) {
   add_index_commands(commands);
   add_explain_commands(commands);
   add_check_command(commands);
+  add_compare_command(commands);
 }
 
 }  // namespace stgctl
