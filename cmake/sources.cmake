@@ -230,6 +230,7 @@ set(VU_ADMIN_SOURCES
   tools/admin/folder_check.cpp
   tools/admin/folder_check_files.cpp
   tools/admin/folder_view.cpp
+  tools/admin/forecast.cpp
   tools/admin/index_lint.cpp
   tools/admin/inventory.cpp
   tools/admin/lookup.cpp
@@ -252,6 +253,7 @@ set(VU_ADMIN_WITH_LIBRARY_WINDOWS ${VU_LIBRARY_SOURCES_WINDOWS})
 # The command-line client, stgctl.
 set(VU_STGCTL_SOURCES
   tools/stgctl/application.cpp
+  tools/stgctl/bars.cpp
   tools/stgctl/check_command.cpp
   tools/stgctl/clean_command.cpp
   tools/stgctl/commands.cpp
@@ -296,7 +298,8 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/text.cpp
   tools/stgctl/trace_log.cpp
   tools/stgctl/usage.cpp
-  tools/stgctl/user_commands.cpp)
+  tools/stgctl/user_commands.cpp
+  tools/stgctl/what_if.cpp)
 set(VU_STGCTL_SOURCES_POSIX
   tools/stgctl/terminal_posix.cpp)
 set(VU_STGCTL_SOURCES_WINDOWS
@@ -329,7 +332,8 @@ set(VU_STGCTL_TEST_SOURCES
   tests/stgctl/look_test.cpp
   tests/stgctl/put_get_test.cpp
   tests/stgctl/rm_mv_test.cpp
-  tests/stgctl/text_test.cpp)
+  tests/stgctl/text_test.cpp
+  tests/stgctl/what_if_test.cpp)
 set(VU_STGCTL_TEST_SOURCES_POSIX
   tests/stgctl/import_posix_test.cpp
   tests/stgctl/manual_posix_test.cpp
