@@ -236,6 +236,7 @@ set(VU_ADMIN_SOURCES
   tools/admin/lookup.cpp
   tools/admin/parts.cpp
   tools/admin/portable_name.cpp
+  tools/admin/space.cpp
   tools/admin/stats.cpp
   tools/admin/text.cpp
   tools/admin/tree.cpp)
@@ -289,6 +290,10 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/progress.cpp
   tools/stgctl/put_command.cpp
   tools/stgctl/report.cpp
+  tools/stgctl/report_charts.cpp
+  tools/stgctl/report_command.cpp
+  tools/stgctl/report_page.cpp
+  tools/stgctl/report_style.cpp
   tools/stgctl/rm_command.cpp
   tools/stgctl/show_commands.cpp
   tools/stgctl/stats_command.cpp
@@ -297,6 +302,7 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/target.cpp
   tools/stgctl/text.cpp
   tools/stgctl/trace_log.cpp
+  tools/stgctl/treemap.cpp
   tools/stgctl/usage.cpp
   tools/stgctl/user_commands.cpp
   tools/stgctl/what_if.cpp)
@@ -331,8 +337,10 @@ set(VU_STGCTL_TEST_SOURCES
   tests/stgctl/locks_test.cpp
   tests/stgctl/look_test.cpp
   tests/stgctl/put_get_test.cpp
+  tests/stgctl/report_test.cpp
   tests/stgctl/rm_mv_test.cpp
   tests/stgctl/text_test.cpp
+  tests/stgctl/treemap_test.cpp
   tests/stgctl/what_if_test.cpp)
 set(VU_STGCTL_TEST_SOURCES_POSIX
   tests/stgctl/import_posix_test.cpp
@@ -345,4 +353,5 @@ set(VU_STGCTL_TEST_SOURCES_WINDOWS
 # What of the client those tests look at directly.
 set(VU_STGCTL_TEXT_WITH_TESTS
   tools/stgctl/key_lines.cpp
-  tools/stgctl/text.cpp)
+  tools/stgctl/text.cpp
+  tools/stgctl/treemap.cpp)

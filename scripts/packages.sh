@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what Debian offers and is missing: scripts/packages.sh <set...>
 # Sets: native (build and test for Linux), windows (cross-build for Windows and run under Wine),
-# bench (yardsticks and tools of the benchmarks).
+# bench (yardsticks and tools of the benchmarks), report (a browser that opens the client's report).
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 # Header-only for what is built here; the Windows build gets copies of them.
@@ -11,6 +11,7 @@ native=(cmake ninja-build g++ googletest libpoco-dev libutfcpp-dev "${client[@]}
 windows=(cmake ninja-build googletest libutfcpp-dev "${client[@]}" g++-mingw-w64-x86-64-posix wine
   wine64 ca-certificates bzip2 xz-utils patch)
 bench=(libbenchmark-dev libsqlite3-dev liblmdb-dev valgrind gnuplot-nox)
+report=(chromium fonts-dejavu-core)
 
 wanted=()
 for set in "$@"; do
@@ -18,7 +19,8 @@ for set in "$@"; do
     native) wanted+=("${native[@]}") ;;
     windows) wanted+=("${windows[@]}") ;;
     bench) wanted+=("${bench[@]}") ;;
-    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows and bench" ;;
+    report) wanted+=("${report[@]}") ;;
+    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, bench and report" ;;
   esac
 done
 

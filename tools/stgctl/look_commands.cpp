@@ -5,6 +5,7 @@ namespace stgctl {
 
 void add_status_commands(Commands& commands);
 void add_stats_command(Commands& commands);
+void add_report_command(Commands& commands);
 void add_list_commands(Commands& commands);
 void add_entry_commands(Commands& commands);
 void add_show_commands(Commands& commands);
@@ -16,6 +17,7 @@ void add_compare_command(Commands& commands);
 void add_look_commands(Commands& commands) {
   add_status_commands(commands);
   add_stats_command(commands);
+  add_report_command(commands);
   add_list_commands(commands);
   add_entry_commands(commands);
   add_show_commands(commands);
