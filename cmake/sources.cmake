@@ -235,6 +235,7 @@ set(VU_BENCH_GROWTH_SOURCES
 # tools/admin: reads a tree without changing it, and plans.
 set(VU_ADMIN_SOURCES
   tools/admin/check.cpp
+  tools/admin/checksum.cpp
   tools/admin/doctor.cpp
   tools/admin/entries.cpp
   tools/admin/explain.cpp
@@ -243,7 +244,9 @@ set(VU_ADMIN_SOURCES
   tools/admin/folder_check.cpp
   tools/admin/folder_check_files.cpp
   tools/admin/folder_view.cpp
+  tools/admin/forecast.cpp
   tools/admin/index_lint.cpp
+  tools/admin/inventory.cpp
   tools/admin/locked_file.cpp
   tools/admin/lookup.cpp
   tools/admin/name_diff.cpp
@@ -252,7 +255,9 @@ set(VU_ADMIN_SOURCES
   tools/admin/name_store.cpp
   tools/admin/name_store_format.cpp
   tools/admin/parts.cpp
+  tools/admin/portable_name.cpp
   tools/admin/repair_text.cpp
+  tools/admin/space.cpp
   tools/admin/stats.cpp
   tools/admin/text.cpp
   tools/admin/tree.cpp)
@@ -272,15 +277,22 @@ set(VU_ADMIN_WITH_LIBRARY_WINDOWS ${VU_LIBRARY_SOURCES_WINDOWS})
 # The command-line client, stgctl.
 set(VU_STGCTL_SOURCES
   tools/stgctl/application.cpp
+  tools/stgctl/bars.cpp
   tools/stgctl/check_command.cpp
   tools/stgctl/clean_command.cpp
   tools/stgctl/commands.cpp
+  tools/stgctl/compare_command.cpp
   tools/stgctl/completion.cpp
   tools/stgctl/completion_command.cpp
   tools/stgctl/context.cpp
   tools/stgctl/entry_commands.cpp
   tools/stgctl/explain_commands.cpp
+  tools/stgctl/export_command.cpp
+  tools/stgctl/export_names.cpp
   tools/stgctl/get_command.cpp
+  tools/stgctl/import_command.cpp
+  tools/stgctl/import_item.cpp
+  tools/stgctl/import_journal.cpp
   tools/stgctl/index_commands.cpp
   tools/stgctl/index_diff_command.cpp
   tools/stgctl/index_log_command.cpp
@@ -294,11 +306,13 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/look.cpp
   tools/stgctl/look_commands.cpp
   tools/stgctl/main.cpp
+  tools/stgctl/manifest.cpp
   tools/stgctl/manual.cpp
   tools/stgctl/manual_command.cpp
   tools/stgctl/migrate_command.cpp
   tools/stgctl/mv_command.cpp
   tools/stgctl/names_file.cpp
+  tools/stgctl/new_file.cpp
   tools/stgctl/operations.cpp
   tools/stgctl/output.cpp
   tools/stgctl/progress.cpp
@@ -308,6 +322,10 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/repair_plan.cpp
   tools/stgctl/repair_work.cpp
   tools/stgctl/report.cpp
+  tools/stgctl/report_charts.cpp
+  tools/stgctl/report_command.cpp
+  tools/stgctl/report_page.cpp
+  tools/stgctl/report_style.cpp
   tools/stgctl/rm_command.cpp
   tools/stgctl/show_commands.cpp
   tools/stgctl/stats_command.cpp
@@ -316,9 +334,11 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/target.cpp
   tools/stgctl/text.cpp
   tools/stgctl/trace_log.cpp
+  tools/stgctl/treemap.cpp
   tools/stgctl/undo_command.cpp
   tools/stgctl/usage.cpp
-  tools/stgctl/user_commands.cpp)
+  tools/stgctl/user_commands.cpp
+  tools/stgctl/what_if.cpp)
 set(VU_STGCTL_SOURCES_POSIX
   tools/stgctl/terminal_posix.cpp)
 set(VU_STGCTL_SOURCES_WINDOWS
@@ -331,8 +351,10 @@ set(VU_ADMIN_TEST_SOURCES
   tests/admin/entries_test.cpp
   tests/admin/explain_test.cpp
   tests/admin/index_lint_test.cpp
+  tests/admin/inventory_test.cpp
   tests/admin/name_restore_test.cpp
   tests/admin/name_store_test.cpp
+  tests/admin/portable_name_test.cpp
   tests/admin/system_test.cpp
   tests/admin/text_test.cpp
   tests/admin/tree_test.cpp)
@@ -342,6 +364,7 @@ set(VU_STGCTL_TEST_SOURCES
   tests/stgctl/clean_sync_test.cpp
   tests/stgctl/completion_test.cpp
   tests/stgctl/explain_check_test.cpp
+  tests/stgctl/export_import_test.cpp
   tests/stgctl/fixture.cpp
   tests/stgctl/garbage_test.cpp
   tests/stgctl/init_test.cpp
@@ -351,10 +374,14 @@ set(VU_STGCTL_TEST_SOURCES
   tests/stgctl/names_test.cpp
   tests/stgctl/put_get_test.cpp
   tests/stgctl/repair_test.cpp
+  tests/stgctl/report_test.cpp
   tests/stgctl/rm_mv_test.cpp
-  tests/stgctl/text_test.cpp)
+  tests/stgctl/text_test.cpp
+  tests/stgctl/treemap_test.cpp
+  tests/stgctl/what_if_test.cpp)
 set(VU_STGCTL_TEST_SOURCES_POSIX
   tests/stgctl/full_disk_posix_test.cpp
+  tests/stgctl/import_posix_test.cpp
   tests/stgctl/kills_posix_test.cpp
   tests/stgctl/manual_posix_test.cpp
   tests/stgctl/program_posix.cpp
@@ -365,4 +392,5 @@ set(VU_STGCTL_TEST_SOURCES_WINDOWS
 # What of the client those tests look at directly.
 set(VU_STGCTL_TEXT_WITH_TESTS
   tools/stgctl/key_lines.cpp
-  tools/stgctl/text.cpp)
+  tools/stgctl/text.cpp
+  tools/stgctl/treemap.cpp)

@@ -2,7 +2,7 @@
 # Installs what Debian offers and is missing: scripts/packages.sh <set...>
 # Sets: native (build and test for Linux), windows (cross-build for Windows and run under Wine),
 # bench (yardsticks and tools of the benchmarks), docs (the site of reference and guides), package (packages
-# for Debian and Windows).
+# for Debian and Windows), report (a browser that opens the client's report).
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 # Header-only for what is built here; the Windows build gets copies of them.
@@ -15,6 +15,7 @@ windows=(cmake ninja-build googletest libutfcpp-dev "${client[@]}" g++-mingw-w64
 bench=(libbenchmark-dev libsqlite3-dev liblmdb-dev valgrind gnuplot-nox)
 docs=(doxygen python3)
 package=(debhelper dpkg-dev lintian mmdebstrap nsis zip unzip)
+report=(chromium fonts-dejavu-core)
 
 wanted=()
 for set in "$@"; do
@@ -24,7 +25,8 @@ for set in "$@"; do
     bench) wanted+=("${bench[@]}") ;;
     docs) wanted+=("${docs[@]}") ;;
     package) wanted+=("${package[@]}") ;;
-    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, bench, docs and package" ;;
+    report) wanted+=("${report[@]}") ;;
+    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, bench, docs, package and report" ;;
   esac
 done
 

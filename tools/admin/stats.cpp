@@ -26,12 +26,6 @@ constexpr std::array<AgeGroup, 7> kAges = {{{kDay, "up to a day"},
                                             {3 * 365 * kDay, "up to three years"},
                                             {INT64_MAX, "older"}}};
 
-bool is_larger(const StatsGroup& one, const StatsGroup& other) {
-  if (one.sum.bytes != other.sum.bytes) return one.sum.bytes > other.sum.bytes;
-  if (one.sum.files != other.sum.files) return one.sum.files > other.sum.files;
-  return one.name < other.name;
-}
-
 struct TextHash {
   using is_transparent = void;
   std::size_t operator()(std::string_view text) const {
@@ -50,6 +44,8 @@ class StatsVisitor final : public Visitor {
     }
     if (m_options.on_folder) m_options.on_folder(folder);
     ++m_stats.folders;
+    m_file.area = folder.area;
+    m_file.owner = folder.owner;
     if (m_options.by == GroupBy::kOwner) m_current = group(folder.owner);
     if (m_options.by == GroupBy::kArea) m_current = group(name_of(folder.area));
     if (m_options.by == GroupBy::kFolder) m_of_folder = Sum();
@@ -67,6 +63,8 @@ class StatsVisitor final : public Visitor {
   void stray(Area area, const std::string& path, sys::Kind kind) override {
     if (m_options.by == GroupBy::kArea) m_current = group(name_of(area));
     if (m_options.by == GroupBy::kOwner) m_current = group("");
+    m_file.area = area;
+    m_file.owner = {};
     if (kind == sys::Kind::kFolder) {
       sys::Folder listing;
       if (listing.open(path).ok()) below(listing, m_stats.strays);
@@ -129,13 +127,18 @@ class StatsVisitor final : public Visitor {
     if (info.kind == sys::Kind::kMissing) return;
     m_stats.all.add(info.size);
     kind.add(info.size);
+    if (m_options.on_file) {
+      m_file.extension = extension_of(name);
+      m_file.size = info.size;
+      m_options.on_file(m_file);
+    }
     switch (m_options.by) {
       case GroupBy::kArea:
       case GroupBy::kOwner:
         m_current->add(info.size);
         break;
       case GroupBy::kExtension:
-        group(is_index_file(name) ? "(index)" : index_format::extension_of(name))->add(info.size);
+        group(extension_of(name))->add(info.size);
         break;
       case GroupBy::kAge:
         age_group(m_options.now - info.modify_time).add(info.size);
@@ -144,6 +147,10 @@ class StatsVisitor final : public Visitor {
         m_of_folder.add(info.size);
         break;
     }
+  }
+
+  static std::string_view extension_of(std::string_view name) {
+    return is_index_file(name) ? "(index)" : index_format::extension_of(name);
   }
 
   Sum& age_group(std::int64_t age) {
@@ -190,6 +197,7 @@ class StatsVisitor final : public Visitor {
 
   const StatsOptions& m_options;
   Stats& m_stats;
+  CountedFile m_file;
   std::unordered_map<std::string, Sum, TextHash, std::equal_to<>> m_groups;
   std::string_view m_last_name;
   Sum* m_last = nullptr;
@@ -199,6 +207,12 @@ class StatsVisitor final : public Visitor {
 };
 
 }  // namespace
+
+bool is_larger(const StatsGroup& one, const StatsGroup& other) {
+  if (one.sum.bytes != other.sum.bytes) return one.sum.bytes > other.sum.bytes;
+  if (one.sum.files != other.sum.files) return one.sum.files > other.sum.files;
+  return one.name < other.name;
+}
 
 std::vector<std::string> age_group_names() {
   std::vector<std::string> names;

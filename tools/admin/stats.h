@@ -5,6 +5,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/admin/tree.h"
@@ -29,6 +30,14 @@ struct StatsGroup {
   Sum sum;
 };
 
+/// One file as it is counted. The names are good during the call that hands them on.
+struct CountedFile {
+  Area area = Area::kDocs;
+  std::string_view owner;      ///< the owner folder's name; empty where there is none
+  std::string_view extension;  ///< with its dot; "(index)" for an index and its counter
+  std::uint64_t size = 0;
+};
+
 struct StatsOptions {
   Scope scope;
   GroupBy by = GroupBy::kArea;
@@ -38,6 +47,8 @@ struct StatsOptions {
   const std::atomic<bool>* stop = nullptr;
   /// Told of each folder before it is looked at.
   std::function<void(const DocumentFolder&)> on_folder = {};
+  /// Told of each file, whatever the groups are.
+  std::function<void(const CountedFile&)> on_file = {};
 };
 
 struct Stats {
@@ -54,6 +65,9 @@ struct Stats {
   std::vector<StatsGroup> groups;
   bool was_stopped = false;
 };
+
+/// Whether one group goes before another: by size, then by the number of files, then by name.
+bool is_larger(const StatsGroup& one, const StatsGroup& other);
 
 /// The names of the age groups, from young to old: "up to a day", ...
 std::vector<std::string> age_group_names();

@@ -9,6 +9,7 @@
 #include "tools/stgctl/operations.h"
 #include "tools/stgctl/progress.h"
 #include "tools/stgctl/text.h"
+#include "tools/stgctl/what_if.h"
 
 namespace stgctl {
 
@@ -20,6 +21,8 @@ struct Options {
   std::string older_than;
   std::string by = "mtime";
   std::string max_size;
+  bool what_if = false;
+  std::string target_size;
 };
 
 std::int64_t seconds_now() {
@@ -185,6 +188,9 @@ class Cleaning {
 
 Exit run_clean(Context& context, const Options& options) {
   context.tree();
+  if (options.what_if) {
+    return run_what_if(context, options.by == "atime", parse_size(options.target_size));
+  }
   if (options.older_than.empty() && options.max_size.empty()) {
     throw Failure(Exit::kUsage, "say what may go: --older-than AGE, --max-size SIZE, or both");
   }
@@ -222,23 +228,37 @@ Exit run_clean(Context& context, const Options& options) {
 void add_clean_command(Commands& commands) {
   const auto declare = [](CLI::App& app) -> Run {
     const auto options = std::make_shared<Options>();
-    app.add_option("--older-than", options->older_than, "The age limit: 90s, 15m, 12h, 30d, 4w, 1y")
-        ->type_name("AGE")
-        ->check([](const std::string& text) {
-          return parse_age(text) ? std::string()
-                                 : "'" + text + "' is no age; say 90s, 15m, 12h, 30d, 4w or 1y";
-        });
+    CLI::Option* const age =
+        app.add_option("--older-than", options->older_than,
+                       "The age limit: 90s, 15m, 12h, 30d, 4w, 1y")
+            ->type_name("AGE")
+            ->check([](const std::string& text) {
+              return parse_age(text) ? std::string()
+                                     : "'" + text + "' is no age; say 90s, 15m, 12h, 30d, 4w or 1y";
+            });
     app.add_option("--by", options->by,
                    "The time that counts: of the last change, or of the last access")
         ->type_name("WORD")
         ->check(CLI::IsMember(std::vector<std::string>{"mtime", "atime"}));
-    app.add_option("--max-size", options->max_size,
-                   "Then remove the oldest until the rest is no larger: 500M, 20G")
+    const auto is_size = [](const std::string& text) {
+      return parse_size(text) ? std::string()
+                              : "'" + text + "' is no size; say 500M, 20G or a number";
+    };
+    CLI::Option* const size =
+        app.add_option("--max-size", options->max_size,
+                       "Then remove the oldest until the rest is no larger: 500M, 20G")
+            ->type_name("SIZE")
+            ->check(is_size);
+    CLI::Option* const what_if =
+        app.add_flag("--what-if", options->what_if,
+                     "Remove nothing: show what each age limit would free, for every owner")
+            ->excludes(age)
+            ->excludes(size);
+    app.add_option("--target-size", options->target_size,
+                   "With --what-if: find the age limit that brings the size down to this")
         ->type_name("SIZE")
-        ->check([](const std::string& text) {
-          return parse_size(text) ? std::string()
-                                  : "'" + text + "' is no size; say 500M, 20G or a number";
-        });
+        ->check(is_size)
+        ->needs(what_if);
     return [options](Context& context) { return run_clean(context, *options); };
   };
   commands.push_back(

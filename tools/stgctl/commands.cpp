@@ -20,6 +20,8 @@ void add_migrate_commands(Commands& commands);
 void add_sync_command(Commands& commands);
 void add_repair_command(Commands& commands);
 void add_undo_commands(Commands& commands);
+void add_export_command(Commands& commands);
+void add_import_command(Commands& commands);
 // Other.
 void add_completion_command(Commands& commands);
 void add_manual_command(Commands& commands);
@@ -38,6 +40,8 @@ void add_all_commands(Commands& commands) {
   add_sync_command(commands);
   add_repair_command(commands);
   add_undo_commands(commands);
+  add_export_command(commands);
+  add_import_command(commands);
   add_completion_command(commands);
   add_manual_command(commands);
 }

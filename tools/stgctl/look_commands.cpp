@@ -5,6 +5,7 @@ namespace stgctl {
 
 void add_status_commands(Commands& commands);
 void add_stats_command(Commands& commands);
+void add_report_command(Commands& commands);
 void add_list_commands(Commands& commands);
 void add_entry_commands(Commands& commands);
 void add_show_commands(Commands& commands);
@@ -15,10 +16,12 @@ void add_index_snapshot_command(Commands& commands);
 void add_index_restore_command(Commands& commands);
 void add_explain_commands(Commands& commands);
 void add_check_command(Commands& commands);
+void add_compare_command(Commands& commands);
 
 void add_look_commands(Commands& commands) {
   add_status_commands(commands);
   add_stats_command(commands);
+  add_report_command(commands);
   add_list_commands(commands);
   add_entry_commands(commands);
   add_show_commands(commands);
@@ -29,6 +32,7 @@ void add_look_commands(Commands& commands) {
   add_index_restore_command(commands);
   add_explain_commands(commands);
   add_check_command(commands);
+  add_compare_command(commands);
 }
 
 }  // namespace stgctl

@@ -49,6 +49,17 @@ std::optional<FoundEntry> look_up(Context& context, const Target& target, const 
   return std::nullopt;
 }
 
+/// Takes back a version that could not be filled. A copy that broke off may have removed the file itself: then
+/// the next rewrite of the index drops its line.
+void take_back(const std::string& folder, const std::string& name, std::int32_t timestamp,
+               bool has_file) {
+  if (has_file) {
+    STGIndex::remove(folder, name, timestamp);
+  } else if (sys::describe(sys::join(folder, admin::kIndexName)).kind == sys::Kind::kFile) {
+    STGIndex::updateIndexFile(folder);
+  }
+}
+
 void remove_parts(const FoundEntry& entry, const std::vector<std::string>& parts) {
   for (const std::string& part : parts) {
     const std::string path = sys::join(entry.folder.path, part);
@@ -83,7 +94,7 @@ void store_file(Context& context, const Target& target, const std::string& sourc
     // The file keeps its time, which may be older than these: they would pass for up to date.
     return remove_parts(*stored, old_parts);
   }
-  if (stored && !old) STGIndex::remove(folder, name, timestamp);
+  if (!old) take_back(folder, name, timestamp, stored.has_value());
   fail(old ? "it could not be copied into the tree, and the version it was to replace is cut; "
              "store it again "
              "(--trace m tells why)"
