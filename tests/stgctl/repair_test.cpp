@@ -2,6 +2,8 @@
 #include "tests/stgctl/repair_fixture.h"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 #include "vu_file.h"
 
@@ -162,6 +164,7 @@ TEST_F(ClientRepair, RemovesWhatHasExpiredWithTheNextRepair) {
   for (int tries = 0; tries < 100; ++tries) {
     next = on_tree({"repair", "--apply", plan(), "--yes", "--json"});
     if (!folder_exists(quarantine() + "\\plan-0001")) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
   EXPECT_FALSE(folder_exists(quarantine() + "\\plan-0001"));
   EXPECT_TRUE(folder_exists(quarantine() + "\\plan-0002"));
