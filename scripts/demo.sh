@@ -44,6 +44,9 @@ cross_check() {
   say "the Windows program reads what the native library wrote"
   run_windows --root "$(windows_path "$BUILD/demo/linux")" \
     --verify-only "$(windows_path "$BUILD/demo/linux/manifest.tsv")"
+  say "the client moves a tree from each platform to the other"
+  "$ROOT/scripts/moving.sh" linux windows
+  "$ROOT/scripts/moving.sh" windows linux
 }
 
 case ${1:?linux or windows} in
