@@ -336,8 +336,14 @@ TYPED_TEST(VuFileCopy, SharesTheOpenFile) {
   second.close();
   EXPECT_FALSE(second.is_open());
   const list errors = sink.events(trace_event::error);
-  ASSERT_EQ(errors.size(), 4U);
+  ASSERT_GE(errors.size(), 2U);
   EXPECT_EQ(errors[0], "Can't unlock file : " + this->m_dir.path("f"));
+#if defined(_WIN32)
+  // The system may have given the number to a file of its own by now (it words errors from one): then that
+  // one is closed, without a complaint.
+  if (errors.size() == 2) return;
+#endif
+  ASSERT_EQ(errors.size(), 4U);
   EXPECT_EQ(errors[2], "close file : " + this->m_dir.path("f"));
 }
 
