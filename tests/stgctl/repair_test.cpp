@@ -166,6 +166,7 @@ TEST_F(ClientRepair, RemovesWhatHasExpiredWithTheNextRepair) {
     if (!folder_exists(quarantine() + "\\plan-0001")) break;
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
+  EXPECT_EQ(next.code, 0) << next.err;
   EXPECT_FALSE(folder_exists(quarantine() + "\\plan-0001"));
   EXPECT_TRUE(folder_exists(quarantine() + "\\plan-0002"));
 }
@@ -247,15 +248,13 @@ TEST_F(ClientRepair, WaitsForTheIndexAndGivesUpWhenTimeIsOver) {
   EXPECT_EQ(on_tree({"repair", "--apply", plan(), "--yes"}).code, 0);
 }
 
+#if !defined(_WIN32)  // where names are Unicode
 TEST_F(ClientRepair, KeepsANameThatIsNoUtf8) {
-#if defined(_WIN32)
-  GTEST_SKIP() << "names are Unicode here";
-#else
   write_file(m_folder + "/bad\xff.tmp", "x");
   ASSERT_EQ(on_tree({"repair", "--plan", plan()}).code, 0);
   ASSERT_EQ(on_tree({"repair", "--apply", plan(), "--yes"}).code, 0);
   EXPECT_FALSE(file_exists(m_folder + "/bad\xff.tmp"));
   ASSERT_EQ(on_tree({"undo", "--yes"}).code, 0);
   EXPECT_EQ(read_file(m_folder + "/bad\xff.tmp"), "x");
-#endif
 }
+#endif
