@@ -23,7 +23,7 @@ struct LoadedIndex;
 /// or changes it in memory and, when it changed, merges it with what is on disk by then and writes it
 /// back, before it returns: a change is on disk when the operation is over, and no index, handle or
 /// lock outlives a call. While an operation runs it holds a shared lock on an existing "index.dat" and
-/// for the rewrite an exclusive one, and waits without limit for locks held elsewhere.
+/// for the rewrite an exclusive one.
 ///
 /// Arguments: `folder` is a path without a trailing separator; `logical` a logical name with its
 /// extension; `ts` a timestamp, seconds or any other stamp of the caller's between 0 and 2147483647 (32
@@ -37,8 +37,10 @@ struct LoadedIndex;
 /// change is lost. So it is, with an error, when the system fails to tell whether files that the index names
 /// exist (an I/O error, a network folder that is gone): the text on disk then stays. Traces carry the source name "stg_index".
 ///
-/// Threads: the operations may be called from any thread and any process; what they do to one folder
-/// is reconciled by the merge. See docs/concurrency.md for what that does not cover.
+/// Blocking and threads are told as with vu_file: "the index" is "index.dat", its counter the file
+/// "index". An operation that makes a missing "index.dat" or adopts files writes the index, and waits
+/// for its readers, too. What threads and processes do to one folder is reconciled by the merge; see
+/// docs/concurrency.md for what that does not cover.
 class VU_STORAGE_API STGIndex : public vu_file {
  public:
   /// A map of names, in byte-wise order.
@@ -48,14 +50,18 @@ class VU_STORAGE_API STGIndex : public vu_file {
 
   /// Copies the loaded lines.
   /// @param other what is copied.
+  /// @blocking{no} @threads{one at a time on either handle}
   STGIndex(const STGIndex& other);
   /// Copies the loaded lines.
   /// @param other what is copied.
   /// @return this object.
+  /// @blocking{no} @threads{one at a time on either handle}
   STGIndex& operator=(const STGIndex& other);
   /// Writes the index back when it changed.
   /// @throws whatever reading, merging and writing raise, unless an exception that began after the
   /// construction is under way; then it is traced as an error and swallowed.
+  /// @blocking{for writers and readers of the index when it changed}
+  /// @threads{the last one that uses it}
   ~STGIndex() noexcept(false);
 
   // ---- operations ----------------------------------------------------------------------------
@@ -69,6 +75,8 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @param physical receives the physical file name when the name is found.
   /// @return whether the name is found and its file exists; false, with a warning, when "index.dat"
   /// cannot be opened.
+  /// @throws vu_file_except when it cannot be read.
+  /// @blocking{for writers of the index} @threads{any}
   static bool exists(const std::string& folder, const std::string& logical, long ts,
                      std::string& physical);
   /// Makes sure that a version exists, with an empty file when it is new.
@@ -76,12 +84,17 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @param logical the logical name.
   /// @param ts its timestamp.
   /// @return the physical file name.
-  /// @throws vu_file_except as the class says.
+  /// @throws vu_file_except as the class says, and when the new version's file cannot be made.
+  /// @blocking{for writers of the index; for a new version for its readers and its counter, too}
+  /// @threads{any}
   static std::string create(const std::string& folder, const std::string& logical, long ts);
-  /// Removes a version and its file; nothing when there is none.
+  /// Removes a version and its file; nothing when there is none. When the system refuses to remove the
+  /// file, which is traced as an error, the version stays.
   /// @param folder the folder.
   /// @param logical the logical name.
   /// @param ts its timestamp.
+  /// @blocking{for writers of the index; for its readers, too, when there is something to remove}
+  /// @threads{any}
   static void remove(const std::string& folder, const std::string& logical, long ts);
   /// Gives a version another name and timestamp; an existing version of that name is replaced.
   /// Nothing when old and new are equal or the old one does not exist. When its bytes cannot be
@@ -89,6 +102,9 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @param folder the folder.
   /// @param oldLogical,oldTs the version that is renamed.
   /// @param newLogical,newTs its new name and timestamp.
+  /// @throws vu_file_except as create().
+  /// @blocking{for writers of the index; for its readers and its counter, too, when the old version
+  /// exists} @threads{any}
   static void rename(const std::string& folder, const std::string& oldLogical, long oldTs,
                      const std::string& newLogical, long newTs);
   /// Finds the latest version of a name.
@@ -96,35 +112,45 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @param logical the logical name.
   /// @param ts receives its timestamp, 0 when there is none.
   /// @return whether there is one.
+  /// @blocking{for writers of the index} @threads{any}
   static bool lastVersion(const std::string& folder, const std::string& logical, long& ts);
   /// Lists the folder.
   /// @param folder the folder.
   /// @param out receives physical file name -> logical name; cleared first.
+  /// @blocking{for writers of the index} @threads{any}
   static void plValues(const std::string& folder, NameMap& out);
   /// Lists the folder.
   /// @param folder the folder.
   /// @param out receives logical name -> physical file name (of the smallest timestamp); cleared
   /// first.
+  /// @blocking{for writers of the index} @threads{any}
   static void lpValues(const std::string& folder, NameMap& out);
   /// Lists the category files, those with the extension "ctg".
   /// @param folder the folder.
   /// @param out as with lpValues().
+  /// @blocking{for writers of the index} @threads{any}
   static void getCategories(const std::string& folder, NameMap& out);
   /// Lists the documents, those with an extension from "kda" to "kdg".
   /// @param folder the folder.
   /// @param out as with plValues().
+  /// @blocking{for writers of the index} @threads{any}
   static void getVUDocs(const std::string& folder, NameMap& out);
   /// As create() with timestamp 0: the file of an unversioned name, made when missing.
   /// @param folder the folder.
   /// @param logical the logical name.
   /// @return the physical file name.
+  /// @throws vu_file_except as create().
+  /// @blocking{as create()} @threads{any}
   static std::string getPhysicalName(const std::string& folder, const std::string& logical);
   /// @param folder the folder.
   /// @param logical the logical name.
   /// @return folder + `\` + getPhysicalName().
+  /// @throws vu_file_except as create().
+  /// @blocking{as create()} @threads{any}
   static std::string getPhysicalPath(const std::string& folder, const std::string& logical);
   /// Rewrites "index.dat", or creates it, from what the folder holds.
   /// @param folder the folder.
+  /// @blocking{for writers and readers of the index} @threads{any}
   static void updateIndexFile(const std::string& folder);
 
   // ---- cleaning and migration ----------------------------------------------------------------
@@ -136,22 +162,29 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @param kept receives, for every version that stays, its age in seconds and folder + `\` + key;
   /// never cleared.
   /// @param useAccessTime whether the last access counts, instead of the last modification.
-  /// @return the number of versions removed. @throws what loading the index and writing it back raise.
+  /// @return the number of versions removed, those included whose files the system refused to remove.
+  /// @throws what loading the index and writing it back raise; vu_i18n_except when a path is not valid
+  /// UTF-8.
   ///
   /// The sweep compares a name's time itself with @p maxAge, not its age: with any realistic limit every
   /// name that the index does not account for goes. A file that another process has made and not yet
   /// indexed is such a name; run it while the folder is idle.
+  /// @blocking{for writers of the index; for its readers, too, when a version is removed}
+  /// @threads{any}
   static unsigned long cleanOutOfDateOutput(const std::string& folder, const unsigned long& maxAge,
                                             AgeMap& kept, bool useAccessTime);
   /// Removes every version of a folder with its file and its sub-part folders.
   /// @param folder as with cleanOutOfDateOutput().
   /// @throws as cleanOutOfDateOutput().
+  /// @blocking{as cleanOutOfDateOutput()} @threads{any}
   static void cleanAllOutput(const std::string& folder);
   /// Removes the sub-part folders of one document: every folder whose name begins with @p name +
   /// "_".
-  /// @param folder the folder, without a trailing separator.
+  /// @param folder the folder, taken as UTF-8 bytes; without a trailing separator.
   /// @param name the document's physical file name.
   /// @param counter may be null; receives the size of what is removed in KB, before the removal.
+  /// @throws vu_i18n_except when a path is not valid UTF-8. A folder that stays is traced as an error.
+  /// @blocking{no} @threads{any}
   static void cleanOutputDirectories(const std::string& folder, const std::string& name,
                                      unsigned long* counter);
   /// Converts a user's mail folder once from escaped names to index entries, and its read list
@@ -159,13 +192,16 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// alone. Initialises the storage (vu_storage) when nobody has. An empty user is refused with a
   /// warning.
   /// @param user the owner of the mail folder.
-  /// @throws vu_file_except when the index or the read list cannot be read; what was done so far is
-  /// kept and a further call goes on from there.
+  /// @throws vu_file_except when the index cannot be read, the read list neither read nor written, or a
+  /// file not be made; what was done so far is kept and a further call goes on from there.
+  /// @blocking{for writers of the mail folder's index; when it converts, also for the index's
+  /// readers and counter, and for writers and readers of the read list} @threads{any}
   static void migrateInboxRead(const std::string& user);
 
   /// Sets the synchronisation switch: whether loading an index adopts the files of its folder that
   /// it does not name. On until set otherwise; vu_storage::initRootStorage() sets it once.
   /// @param synchronize whether unknown files are adopted.
+  /// @blocking{no} @threads{any, at any time; operations that have begun keep what they found}
   static void setSynchronizeMode(bool synchronize);
 
   // ---- names ---------------------------------------------------------------------------------
@@ -173,10 +209,12 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @param name a logical name.
   /// @return whether @p name holds nothing but digits, ASCII letters and the characters - _ + % . /
   /// #
+  /// @blocking{no} @threads{any}
   static bool iSsambaOrT101(const std::string& name);
   /// Decodes %XY and + in @p name up to its last "."; hexadecimal digits are not checked, and a
   /// trailing incomplete %XY is dropped.
   /// @param name changed in place.
+  /// @blocking{no} @threads{any}
   static void UnescapeVU(std::string& name);
 
  protected:

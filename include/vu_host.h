@@ -10,7 +10,7 @@
 /// Everything here is optional. Without a host's services the library is silent, keeps no log history
 /// and takes its folders from the environment (see vu_host::services). Objects handed to install()
 /// stay the host's own: they must outlive the last call into the library, and the library never
-/// deletes them.
+/// deletes them. None of them may call the library.
 namespace vu_host {
 
 /// How verbose a trace record is; `xs` is the smallest circle of records, `xl` the widest.
@@ -38,45 +38,54 @@ struct trace_site {
 
 /// Receives what the library traces.
 ///
-/// Any thread may call any member, several at once; a sink brings its own lock. Members must neither
-/// throw nor call back into the library. A text is valid only during the call. The library asks
-/// wants() first and builds no text that is not wanted.
+/// A sink brings its own lock; an operation waits for it with the locks that it holds. Members must
+/// not throw. A text is valid only during the call. The library asks wants() first and builds no text
+/// that is not wanted.
 class VU_STORAGE_API trace_sink {
  public:
   /// For derived classes.
+  /// @blocking{no} @threads{any}
   trace_sink() = default;
   /// The library never calls it: the object is the host's own.
+  /// @blocking{no} @threads{any, after the last call into the library}
   virtual ~trace_sink();
 
   /// @param level the level asked about.
   /// @return whether records and scopes of @p level are to be delivered.
+  /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
   virtual bool wants(trace_level level) const noexcept = 0;
   /// @param event the kind asked about.
   /// @return whether events of the kind @p event are to be delivered.
+  /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
   virtual bool wants(trace_event event) const noexcept = 0;
 
   /// An operation begins.
   /// @param site where in the library; valid only during the call.
   /// @param level its level.
   /// @param label its label, empty when it has none.
+  /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
   virtual void scope_begin(const trace_site& site, trace_level level, const char* label) noexcept = 0;
   /// The operation whose beginning was delivered last on this thread and has not ended yet, ends.
   /// @param site where in the library; valid only during the call.
   /// @param level its level.
+  /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
   virtual void scope_end(const trace_site& site, trace_level level) noexcept = 0;
   /// The operation's scope gets a message of its own.
   /// @param site where in the library; valid only during the call.
   /// @param text the message.
+  /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
   virtual void scope_message(const trace_site& site, const char* text) noexcept = 0;
   /// A record at a level.
   /// @param site where in the library; valid only during the call.
   /// @param level its level.
   /// @param text the record.
+  /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
   virtual void record(const trace_site& site, trace_level level, const char* text) noexcept = 0;
   /// An event.
   /// @param site where in the library; valid only during the call.
   /// @param event its kind.
   /// @param text what happened.
+  /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
   virtual void event(const trace_site& site, trace_event event, const char* text) noexcept = 0;
 
  protected:
@@ -91,12 +100,16 @@ class VU_STORAGE_API trace_sink {
 class VU_STORAGE_API configuration {
  public:
   /// For derived classes.
+  /// @blocking{no} @threads{any}
   configuration() = default;
   /// The library never calls it: the object is the host's own.
+  /// @blocking{no} @threads{any, after the last call into the library}
   virtual ~configuration();
 
+  /// Asked by the initialisation. What it throws is traced, and the next operation initialises anew.
   /// @return the product's binary folder, without a trailing separator; the configuration folder is
   /// "config" below it.
+  /// @blocking{as it likes; the initialisation waits for it} @threads{one at a time}
   virtual ucs2string binary_folder() = 0;
 
  protected:
@@ -111,18 +124,24 @@ class VU_STORAGE_API configuration {
 class VU_STORAGE_API temporary_files {
  public:
   /// For derived classes.
+  /// @blocking{no} @threads{any}
   temporary_files() = default;
   /// The library never calls it: the object is the host's own.
+  /// @blocking{no} @threads{any, after the last call into the library}
   virtual ~temporary_files();
 
   /// Called before server_folder(), with the labels under which the library asks.
   /// @param process "MY_PROCESS". @param component "MY_COMP".
+  /// @blocking{as it likes; the initialisation waits for it} @threads{one at a time}
   virtual void initialise(const char* process, const char* component) = 0;
   /// @return the server temporary folder: the default root storage of a host that never called
-  /// vu_storage::initRootStorage(). One trailing `\` is removed by the library.
+  /// vu_storage::initRootStorage(). One trailing `\` is removed by the library. What it throws counts
+  /// as an exception of the operation that initialises.
+  /// @blocking{as it likes; the initialisation waits for it} @threads{one at a time}
   virtual ucs2string server_folder() = 0;
   /// @return the framework's root temporary folder, for getTempRootPath(). One trailing `\` is
   /// removed by the library.
+  /// @blocking{as it likes; the library waits for it} @threads{any, several at once}
   virtual ucs2string framework_root_folder() = 0;
 
  protected:
@@ -137,8 +156,11 @@ class VU_STORAGE_API temporary_files {
 class VU_STORAGE_API component {
  public:
   /// For derived classes.
+  /// @blocking{no} @threads{any}
   component() = default;
   /// Gives the component back; it must not be used afterwards.
+  /// @blocking{as it likes; the library waits for it}
+  /// @threads{the one that asked for the component}
   virtual void release() noexcept = 0;
 
  protected:
@@ -158,18 +180,23 @@ class VU_STORAGE_API component {
 class VU_STORAGE_API log_history : public component {
  public:
   /// For derived classes.
+  /// @blocking{no} @threads{any}
   log_history() = default;
   /// @param first the first number.
   /// @param second the second.
   /// @param third the third.
   /// @return whether the component's settings have recording enabled for a record with these
   /// numbers.
+  /// @blocking{as it likes; the library waits for it}
+  /// @threads{the one that asked for the component}
   virtual bool enabled(int first, int second, int third) noexcept = 0;
   /// Writes one record.
   /// @param text valid only during the call.
   /// @param first the first number.
   /// @param second the second.
   /// @param third the third.
+  /// @blocking{as it likes; the library waits for it}
+  /// @threads{the one that asked for the component}
   virtual void record(const char* text, int first, int second, int third) noexcept = 0;
 
  protected:
@@ -186,8 +213,10 @@ class VU_STORAGE_API log_history : public component {
 class VU_STORAGE_API component_factory {
  public:
   /// For derived classes.
+  /// @blocking{no} @threads{any}
   component_factory() = default;
   /// The library never calls it: the object is the host's own.
+  /// @blocking{no} @threads{any, after the last call into the library}
   virtual ~component_factory();
 
   /// @param class_id the class, "CLSID_ZTLogHistory".
@@ -195,6 +224,7 @@ class VU_STORAGE_API component_factory {
   /// @return the component, or null when it is not available, which is no error. The result must be
   /// of the type that @p interface_id names (log_history for "IID_ILogHistory"); the library gives
   /// it back with component::release(). It is asked anew for every record and nothing is kept.
+  /// @blocking{as it likes; the library waits for it} @threads{any, several at once}
   virtual component* create(const char* class_id, const char* interface_id) noexcept = 0;
 
  protected:
@@ -220,9 +250,10 @@ struct services {
   component_factory* components = nullptr;  ///< the log history
 };
 
-/// Installs the host's services. Call it once, before the first other call into the library, from one
-/// thread; a later call replaces all four and must not run while another thread is inside the library.
+/// Installs the host's services. Call it once, before the first other call into the library; a
+/// later call replaces all four.
 /// @param supplied the objects stay the host's and must outlive the library's last call.
+/// @blocking{no} @threads{one, while no other one is inside the library}
 VU_STORAGE_API void install(const services& supplied) noexcept;
 
 }  // namespace vu_host

@@ -27,20 +27,26 @@
 ///
 /// Errors: failures are traced under the source name "vu_storage", and an operation answers false, 1
 /// (0 is success), -1 or a file that is not open; the exceptions that do leave an operation are named
-/// with it. Operations wait without limit for locks held elsewhere.
+/// with it.
 ///
-/// Threads: the operations may be called from any thread; a vu_file is its caller's alone.
+/// Blocking and threads are told as with vu_file; "the index" is that of the document's folder, as with
+/// STGIndex. While one thread initialises the storage the operations of all others wait for it; "no"
+/// leaves that aside.
 class VU_STORAGE_API vu_storage {
  public:
   /// Initialises the storage when nobody has. The object carries no data.
+  /// @blocking{no} @threads{any}
   vu_storage();
   /// Does nothing.
+  /// @blocking{no} @threads{any}
   ~vu_storage();
   /// Copies nothing.
+  /// @blocking{no} @threads{any}
   vu_storage(const vu_storage&) = default;
   /// Copies nothing.
   /// @param other any.
   /// @return this object.
+  /// @blocking{no} @threads{any}
   vu_storage& operator=(const vu_storage& other);
 
   // ---- roots ---------------------------------------------------------------------------------
@@ -51,29 +57,40 @@ class VU_STORAGE_API vu_storage {
   /// @param useDomain whether every owner gets a folder of its own in each area.
   /// @param synchronize whether files that appear in a folder behind the index are adopted into it.
   /// @return true when this call initialised; false, with an error trace, when the storage was
-  /// initialised already. True also when a folder could not be made, which is traced.
+  /// initialised already, and without one when another thread initialised it while this one waited.
+  /// True also when a folder could not be made, and when an exception left the storage not
+  /// initialised, as one of the host's configuration does; both are traced.
+  /// @blocking{while another thread initialises the storage} @threads{any}
   static bool initRootStorage(const std::string& root, bool useDomain, bool synchronize);
 
-  /// @return the root storage folder; as all getters a reference that stays valid, to a string that
-  /// does not change once initialised.
+  /// @return the root storage folder; as all getters a reference that stays valid, to a string that,
+  /// but for getTdcTimeStamp(), does not change once initialised.
+  /// @blocking{no} @threads{any}
   static const std::string& getStoragePath();
   /// @return the folder of the corporate area.
+  /// @blocking{no} @threads{any}
   static const std::string& getCorpPath();
   /// @return the folder of the user area.
+  /// @blocking{no} @threads{any}
   static const std::string& getUserPath();
   /// @return the folder for lists.
+  /// @blocking{no} @threads{any}
   static const std::string& getListPath();
   /// @return the configuration folder: "config" in the product's binary folder; never made here.
+  /// @blocking{no} @threads{any}
   static const std::string& getConfigDirPath();
   /// @return the folder of the mail area.
+  /// @blocking{no} @threads{any}
   static const std::string& getMailPath();
   /// @return the folder for semlets.
+  /// @blocking{no} @threads{any}
   static const std::string& getSemletPath();
   /// @return the stamp set by setTdcTimeStamp(), empty before.
+  /// @blocking{no} @threads{any, while none calls setTdcTimeStamp()}
   static const std::string& getTdcTimeStamp();
-  /// Sets the stamp that is part of the names of documents' sub-part folders. Takes no lock: call
-  /// it while no other thread uses the storage.
+  /// Sets the stamp that is part of the names of documents' sub-part folders.
   /// @param value the stamp.
+  /// @blocking{no} @threads{one, while no other one uses the storage}
   static void setTdcTimeStamp(const std::string& value);
 
   /// Computes the folder of a document, and makes it when asked to. The area folder is made in any
@@ -81,13 +98,16 @@ class VU_STORAGE_API vu_storage {
   /// @param userOrDomain,entry,type the document (see the class).
   /// @param dir receives the folder, without a trailing separator.
   /// @param create whether the owner's folder and the hash bucket are made when missing.
-  /// @return false when a folder is missing and @p create is false, or after a traced error.
+  /// @return false when a folder is missing and @p create is false, or after an exception, which is
+  /// traced; true with @p create also when a folder could not be made, which is traced as well.
+  /// @blocking{no} @threads{any}
   static bool createUserOrDomainNameDirectory(const std::string& userOrDomain,
                                               const std::string& entry, STG::RepositoryType type,
                                               std::string& dir, bool create);
   /// @param ext the extension.
   /// @return whether @p ext, without its dot, is one of the seven document extensions "kda" to
   /// "kdg".
+  /// @blocking{no} @threads{any}
   static bool isVuDocExt(const std::string& ext);
 
   // ---- documents -----------------------------------------------------------------------------
@@ -96,8 +116,11 @@ class VU_STORAGE_API vu_storage {
   /// extension "kdf" must match @p timestamp exactly; other corporate documents are found by name
   /// alone, stored with timestamp 0, and served when their file is at least as new as @p timestamp;
   /// mail and user documents are served whatever their age, from timestamp 0.
-  /// @param file receives the open handle; the caller's, closed by Close() or its destructor.
+  /// @param file closed; receives the open handle, or stays as it was when there is nothing to serve.
+  /// The caller's, closed by Close() or its destructor.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
+  /// @blocking{for writers of the index, then for writers of the document}
+  /// @threads{any, each with a handle of its own}
   void OpenRead(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                 STG::RepositoryType type, long timestamp);
   /// @copydoc OpenRead(vu_file&, const std::string&, const std::string&, STG::RepositoryType, long)
@@ -108,13 +131,18 @@ class VU_STORAGE_API vu_storage {
   /// @param file receives the open handle; the caller's, closed by Close() or its destructor.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @param replace whether an existing version is emptied.
-  /// @return true when no error occurred, also when the file was left closed.
+  /// @return true when no error occurred, also when the file was left closed; false for an empty
+  /// entry and after a traced error.
+  /// @blocking{for writers of the index, for a new version for its readers and its counter, too;
+  /// then for writers and readers of the document, and with @p replace and type 1 of the category
+  /// files, too} @threads{any, each with a handle of its own}
   bool OpenWrite2(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                   STG::RepositoryType type, bool replace, long timestamp);
   /// As OpenWrite2(), without its result.
   /// @param file receives the open handle; tell success by vu_file::is_open().
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @param replace whether an existing version is emptied.
+  /// @blocking{as OpenWrite2()} @threads{any, each with a handle of its own}
   void OpenWrite(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                  STG::RepositoryType type, bool replace, long timestamp);
   /// @copydoc OpenWrite(vu_file&, const std::string&, const std::string&, STG::RepositoryType, bool, long)
@@ -124,19 +152,24 @@ class VU_STORAGE_API vu_storage {
   /// @param file open for reading.
   /// @param buffer receives the bytes, none on an error.
   /// @param length bytes to read, 0 for the whole file.
+  /// @blocking{no} @threads{one at a time on one handle}
   void Read(vu_file& file, std::string& buffer, long length);
   /// Writes to an open file; errors are traced only.
   /// @param file open for writing.
   /// @param data the bytes.
+  /// @blocking{no} @threads{one at a time on one handle}
   void Write(vu_file& file, const std::string& data);
   /// Closes a file: it is on the device when this returns, if it was open for writing.
   /// @param file open or closed.
+  /// @blocking{while the system writes the file to the device; for no lock}
+  /// @threads{one at a time on one handle}
   void Close(vu_file& file);
   /// Whether a version exists.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @param folderOut, physicalOut receive its folder and physical file name when it does; either
   /// may be null.
   /// @return whether it does; false also for an empty owner.
+  /// @blocking{for writers of the index} @threads{any}
   bool IsFileExist(const std::string& userOrDomain, const std::string& entry,
                    STG::RepositoryType type, long timestamp, std::string* folderOut,
                    std::string* physicalOut);
@@ -148,6 +181,7 @@ class VU_STORAGE_API vu_storage {
   /// @return the latest timestamp of a document, -1 when the entry is empty or the folder missing,
   /// 0 when the folder holds no version.
   /// @throws what STGIndex::lastVersion() throws.
+  /// @blocking{for writers of the index} @threads{any}
   static long getLattestTimestamp(const std::string& userOrDomain, const std::string& entry,
                                   STG::RepositoryType type);
   /// STGIndex::exists() with its exceptions turned into false.
@@ -156,18 +190,22 @@ class VU_STORAGE_API vu_storage {
   /// @param timestamp its timestamp.
   /// @param physical receives the physical file name when it is found.
   /// @return whether it is found.
+  /// @blocking{for writers of the index} @threads{any}
   static bool getIndexNameFromDocName(const std::string& folder, const std::string& entry,
                                       long timestamp, std::string& physical);
   /// STGIndex::updateIndexFile().
   /// @param folder the folder, without a trailing separator.
   /// @throws what that throws.
+  /// @blocking{for writers and readers of the index} @threads{any}
   void update_IndexDat(const std::string& folder);
   /// Copies a file into the storage as a version of a document.
   /// @param source the path of the file that is copied.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @param replace whether an existing version is replaced.
-  /// @return whether the copy succeeded; false with @p replace false, where an empty version is
-  /// left.
+  /// @return whether the copy succeeded; after one that failed the version is empty or gone. Always
+  /// false with @p replace false, which makes a missing version, empty, and leaves another alone.
+  /// @blocking{as OpenWrite2(); the copy itself for nobody: it fails at once when a lock is in its
+  /// way} @threads{any}
   static bool copyToStorage(const std::string& source, const std::string& userOrDomain,
                             const std::string& entry, STG::RepositoryType type, bool replace,
                             long timestamp);
@@ -175,6 +213,8 @@ class VU_STORAGE_API vu_storage {
   /// @param destination the path of the copy.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @return whether the copy succeeded.
+  /// @blocking{as OpenRead(); the copy itself for nobody: it fails at once when a lock is in its
+  /// way} @threads{any}
   static bool copyFromStorage(const std::string& destination, const std::string& userOrDomain,
                               const std::string& entry, STG::RepositoryType type, long timestamp);
   /// Stores a file under its own name with timestamp 0, replacing an earlier one, and writes the
@@ -184,6 +224,7 @@ class VU_STORAGE_API vu_storage {
   /// @param userOrDomain,type the owner and the area.
   /// @return whether the copy succeeded.
   /// @throws what the index operations throw.
+  /// @blocking{for writers and readers of the index and for its counter} @threads{any}
   bool copyFileToStorage(const std::string& sourceFolder, const std::string& name,
                          const std::string& userOrDomain, STG::RepositoryType type);
   /// @copydoc copyFileToStorage(const std::string&, const std::string&, const std::string&, STG::RepositoryType)
@@ -193,6 +234,7 @@ class VU_STORAGE_API vu_storage {
   /// @param sourceFolder,name,userOrDomain as with copyFileToStorage().
   /// @return whether the copy succeeded.
   /// @throws what the index operations throw.
+  /// @blocking{as copyFileToStorage()} @threads{any}
   bool copyFileToUserPath(const std::string& sourceFolder, const std::string& name,
                           const std::string& userOrDomain);
 
@@ -200,12 +242,14 @@ class VU_STORAGE_API vu_storage {
 
   /// @param seq the lines.
   /// @return the text of a key file: name + "=" + value + line feed for each line.
+  /// @blocking{no} @threads{any, while none changes @p seq}
   static std::string getStringFromNameValueSeq(const STG::NameValueSeq& seq);
   /// Reads key lines from an open file.
   /// @param file open for reading.
   /// @param seq the lines are appended.
   /// @param lastSeparator whether the last "=" of a line separates, instead of the first.
   /// @return false when an exception occurred, after which lines read so far stay.
+  /// @blocking{no} @threads{one at a time on one handle}
   static bool Read(vu_file& file, STG::NameValueSeq& seq, bool lastSeparator);
   /// Reads a key file; as Read(vu_file&, STG::NameValueSeq&, bool).
   /// @param folder the folder, without a trailing separator.
@@ -213,6 +257,7 @@ class VU_STORAGE_API vu_storage {
   /// @param seq the lines are appended.
   /// @param lastSeparator as with Read().
   /// @return 0, or 1 on failure.
+  /// @blocking{for writers of the file} @threads{any}
   static long readKeysFile(const std::string& folder, const std::string& fileName,
                            STG::NameValueSeq& seq, bool lastSeparator);
   /// Writes a text to a key file, as it stands. An empty text changes nothing and is a success.
@@ -220,7 +265,9 @@ class VU_STORAGE_API vu_storage {
   /// @param fileName the file's name in it; made when missing.
   /// @param text the lines, as getStringFromNameValueSeq() gives them.
   /// @param replace whether it replaces the file's content, instead of being appended.
-  /// @return false on failure, which may leave the file cut.
+  /// @return false, with an error trace, when the file cannot be opened; true also when the system's
+  /// write fails, which is traced and leaves the file cut short.
+  /// @blocking{for writers and readers of the file} @threads{any}
   static bool writeKeysFile(const std::string& folder, const std::string& fileName,
                             const std::string& text, bool replace);
 
@@ -232,6 +279,8 @@ class VU_STORAGE_API vu_storage {
   /// @param fileName "profile.txt" when empty.
   /// @param seq the lines.
   /// @return 0, also when nothing could be written, which is traced; 1 after a vu_file_except.
+  /// @blocking{for a user as STGIndex::create(); then for writers and readers of the profile's
+  /// file} @threads{any}
   static long saveUserOrMasterProfile(const std::string& userOrDomain, const std::string& fileName,
                                       const STG::NameValueSeq& seq);
   /// Loads a profile.
@@ -239,7 +288,10 @@ class VU_STORAGE_API vu_storage {
   /// @param fileName for a user the name it was saved under (an empty one is never found); for the
   /// master profile, when empty, "profile.txt" or, where that is missing, "master.txt".
   /// @param seq the lines are appended.
-  /// @return 0, or 1 on failure.
+  /// @return 0, or 1 when there is no such profile; when its file cannot be read, 0 for a user and 1
+  /// for the master profile.
+  /// @blocking{for a user for writers of the index; then for writers of the profile's file}
+  /// @threads{any}
   static long loadUserOrMasterProfile(const std::string& userOrDomain, const std::string& fileName,
                                       STG::NameValueSeq& seq);
 
@@ -252,6 +304,8 @@ class VU_STORAGE_API vu_storage {
   /// folder per side of its first "@".
   /// @param strPartId the part's file name.
   /// @param docTime the document's timestamp, under which it must be in the index.
+  /// @blocking{for writers of the index, then for writers and readers of the part}
+  /// @threads{any, each with a handle of its own}
   void OpenWriteSubPart(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                         const std::string& strType, const std::string& strPartId, long docTime);
   /// @copydoc OpenWriteSubPart(vu_file&, const std::string&, const std::string&, const std::string&, const std::string&, long)
@@ -268,6 +322,8 @@ class VU_STORAGE_API vu_storage {
   /// folder of that whole name otherwise.
   /// @param strPartID the part's file name.
   /// @param docTime the document's timestamp.
+  /// @blocking{for writers of the index, then for writers of the part}
+  /// @threads{any, each with a handle of its own}
   void OpenReadSubPart(vu_file& file, const std::string& strUser, const std::string& strRepo,
                        const std::string& strEntry, const std::string& strType,
                        const std::string& strPartID, long docTime);
@@ -277,7 +333,8 @@ class VU_STORAGE_API vu_storage {
                        const std::string& strPartID, long docTime);
   /// As OpenReadSubPart().
   /// @param file,strUser,strRepo,strEntry,strType,strPartID,docTime as with OpenReadSubPart().
-  /// @param size receives the part's size in bytes, 0 when the file is not open.
+  /// @param size receives the part's size in bytes (its low 32 bits), 0 when the file is not open.
+  /// @blocking{as OpenReadSubPart()} @threads{any, each with a handle of its own}
   void OpenReadSubPartEx(vu_file& file, const std::string& strUser, const std::string& strRepo,
                          const std::string& strEntry, const std::string& strType,
                          const std::string& strPartID, long docTime, unsigned long& size);
@@ -294,21 +351,27 @@ class VU_STORAGE_API vu_storage {
   /// @param newName the new name.
   /// @return false, with nothing renamed, when one of the new names exists; true otherwise, also
   /// when a folder could not be renamed or does not exist.
+  /// @blocking{no} @threads{any, while nobody else uses these folders}
   static bool RenameUserStorage(const std::string& oldName, const std::string& newName);
   /// Removes a user's folders in the mail, list and user areas with everything in them. An empty
   /// name stands for the area folders themselves.
   /// @param user the user.
   /// @return true.
+  /// @blocking{no} @threads{any; the folders go beneath whoever uses them}
   static bool RemoveUserStorage(const vu_utf8string& user);
   /// RemoveUserStorage() for each name.
   /// @param names the users.
   /// @return true.
+  /// @blocking{no} @threads{any; the folders go beneath whoever uses them}
   static bool RemoveUsersStorage(const Sequence<vu_utf8string>& names);
   /// Removes a version of a document, its lines in the folder's category files and, for type 1, in
   /// "attribut.txt".
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
-  /// @return true also when there was nothing to remove or the owner is empty; false after a traced
-  /// error.
+  /// @return true also when there was nothing to remove, the owner is empty, or the system refused to
+  /// remove the file, which is traced; false after any other traced error.
+  /// @blocking{for writers of the index, for its readers, too, when there is something to remove;
+  /// then for writers and readers of the category files and, for type 1, of "attribut.txt"; not of
+  /// the document} @threads{any}
   static bool RemoveFile(const std::string& userOrDomain, const std::string& entry,
                          STG::RepositoryType type, long timestamp);
   /// @copydoc RemoveFile(const std::string&, const std::string&, STG::RepositoryType, long)
@@ -322,6 +385,7 @@ class VU_STORAGE_API vu_storage {
   /// @param physicalNames the physical file names are appended.
   /// @return the logical names, element by element; empty when @p folder is no folder, and as far
   /// as they got after a traced error.
+  /// @blocking{for writers of the index} @threads{any}
   static std::vector<std::string> getAllFileListFromIndexFile(
       const std::string& folder, std::vector<std::string>& physicalNames);
   /// As getAllFileListFromIndexFile(), documents only (isVuDocExt()).
@@ -330,6 +394,7 @@ class VU_STORAGE_API vu_storage {
   /// @param wanted the names to keep; null keeps every document.
   /// @return the logical names, element by element.
   /// @throws vu_file_except, untraced, when @p folder is no folder.
+  /// @blocking{for writers of the index} @threads{any}
   static std::vector<std::string> getFileListFromIndexFile(const std::string& folder,
                                                            std::vector<std::string>& physicalNames,
                                                            const std::vector<std::string>* wanted);

@@ -13,6 +13,10 @@ version=$(sed -n 's/^project(vu_storage VERSION \([0-9.]*\).*/\1/p' CMakeLists.t
   die "$site holds something else than the site; name an empty or a new folder"
 rm -rf "$site"
 mkdir -p "$site" "$BUILD"
+# What the check of the members reads is no part of the site.
+xml=$(mktemp -d)
+trap 'rm -rf "$xml"' EXIT
 # Warnings, all of them, and nothing else; they make it fail.
-OUTPUT=$site VERSION=$version doxygen docs/site/Doxyfile || die "the documentation has the faults above"
+OUTPUT=$site XML=$xml VERSION=$version doxygen docs/site/Doxyfile || die "the documentation has the faults above"
 python3 docs/site/check_links.py "$site"
+python3 docs/site/check_members.py "$xml"
