@@ -27,13 +27,26 @@ if(VU_SANITIZE)
   add_link_options(-fsanitize=${VU_SANITIZE})
 endif()
 
+# Counters for ./dev coverage, by Clang: branches as the source has them, without those that only an
+# exception takes through compiled code.
+option(VU_COVERAGE "Count what the tests execute (Clang)" OFF)
+if(VU_COVERAGE)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES Clang)
+    message(FATAL_ERROR "VU_COVERAGE needs Clang; use the preset linux-coverage")
+  endif()
+  add_compile_options(-fprofile-instr-generate -fcoverage-mapping)
+  add_link_options(-fprofile-instr-generate)
+endif()
+
 # vu_own_code(<target>): our rules for a target; third-party targets do without them.
 function(vu_own_code target)
   target_compile_features(${target} PUBLIC cxx_std_17 PRIVATE cxx_std_20)
   if(MSVC)
     target_compile_options(${target} PRIVATE /W4 /WX /utf-8 /permissive- /Zc:__cplusplus)
   else()
-    target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -Werror)
+    # To Clang a change of sign is a conversion too; GCC's meaning holds for both.
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -Werror
+      $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>)
   endif()
   if(WIN32)
     # UNICODE stays undefined: the sources name the A or the W form of every call themselves.

@@ -2,7 +2,8 @@
 # Installs what Debian offers and is missing: scripts/packages.sh <set...>
 # Sets: native (build and test for Linux), windows (cross-build for Windows and run under Wine),
 # bench (yardsticks and tools of the benchmarks), docs (the site of reference and guides), package (packages
-# for Debian and Windows), report (a browser that opens the client's report).
+# for Debian and Windows), report (a browser that opens the client's report), coverage (what tests execute),
+# planted (defects put into a copy of the sources), valgrind.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 # Header-only for what is built here; the Windows build gets copies of them.
@@ -16,6 +17,9 @@ bench=(libbenchmark-dev libsqlite3-dev liblmdb-dev valgrind gnuplot-nox)
 docs=(doxygen python3)
 package=(debhelper dpkg-dev lintian mmdebstrap nsis zip unzip)
 report=(chromium fonts-dejavu-core)
+coverage=(clang llvm)
+planted=(patch rsync)
+valgrind=(valgrind)
 
 wanted=()
 for set in "$@"; do
@@ -26,7 +30,10 @@ for set in "$@"; do
     docs) wanted+=("${docs[@]}") ;;
     package) wanted+=("${package[@]}") ;;
     report) wanted+=("${report[@]}") ;;
-    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, bench, docs, package and report" ;;
+    coverage) wanted+=("${coverage[@]}") ;;
+    planted) wanted+=("${planted[@]}") ;;
+    valgrind) wanted+=("${valgrind[@]}") ;;
+    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, bench, docs, package, report, coverage, planted and valgrind" ;;
   esac
 done
 

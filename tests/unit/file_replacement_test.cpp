@@ -82,13 +82,13 @@ struct Case {
     if (it == found.end()) return ::testing::AssertionFailure() << "lost " << key;
     if (it->second != name) return ::testing::AssertionFailure() << "redirected " << key;
   }
-  for (const auto& [key, name] : found) {
+  for (const Map::value_type& line : found) {
     const auto is_in = [&](const Map& entries) {
-      const auto it = entries.find(key);
-      return it != entries.end() && it->second == name;
+      const auto it = entries.find(line.first);
+      return it != entries.end() && it->second == line.second;
     };
     if (!is_in(c.old_entries) && !is_in(c.new_entries)) {
-      return ::testing::AssertionFailure() << "invented " << key << " / " << name;
+      return ::testing::AssertionFailure() << "invented " << line.first << " / " << line.second;
     }
   }
   return ::testing::AssertionSuccess();
