@@ -28,7 +28,7 @@ filter_of() { header Test "$1" | cut -d' ' -f2; }
 copy_sources() {
   mkdir -p "$copy"
   git ls-files -z --cached --others --exclude-standard |
-    rsync --archive --checksum --from0 --files-from=- ./ "$copy/"
+    rsync --archive --no-times --checksum --from0 --files-from=- ./ "$copy/"
 }
 
 build() { quietly "$work/build.log" "building $1" cmake --build "$tree" --parallel "$JOBS" --target "${@:2}"; }

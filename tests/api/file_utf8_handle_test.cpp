@@ -66,13 +66,18 @@ TEST_F(VuFileUtf8ReadBuffer, OfALengthGoesOnFromThePosition) {
 
 TEST_F(VuFileUtf8ReadBuffer, ThatGetsLessPutsTheZeroWhereItWasAskedFor) {
   vu_fileutf8 file = opened("0123");
+  constexpr unsigned int kAsked = 100;
+  // Memory of that size is at hand, and not zero to begin with.
+  unsigned char* dirty = new unsigned char[kAsked + 1];
+  std::memset(dirty, 'x', kAsked + 1);
+  delete[] dirty;
   unsigned char* buffer = nullptr;
-  unsigned int length = 10;
+  unsigned int length = kAsked;
   file.read(buffer, length);
   const std::unique_ptr<unsigned char[]> owner(buffer);
   EXPECT_EQ(length, 4U);
   EXPECT_EQ(std::memcmp(buffer, "0123", 4), 0);
-  EXPECT_EQ(buffer[10], 0);
+  EXPECT_EQ(buffer[kAsked], 0);
 }
 
 TEST_F(VuFileUtf8ReadBuffer, AtTheEndOfTheFileGetsAnEmptyBuffer) {
