@@ -8,6 +8,8 @@ log=$BUILD/valgrind
 rm -rf "$log"
 mkdir -p "$log"
 verdict=0
+# Far more than the slowest test takes under it.
+export VU_TEST_ALARM=1800
 
 for program in unit_tests api_tests; do
   say "$program under valgrind (minutes)"
