@@ -45,7 +45,8 @@ if(TARGET vu_runtime_dlls)
 endif()
 
 if(VU_BUILD_TESTS)
-  add_library(vu_storage_testable STATIC ${vu_sources} tests/support/os_faults.cpp)
+  add_library(vu_storage_testable STATIC ${vu_sources} tests/support/os_faults.cpp
+    ${VU_FAULT_SUPPORT_SOURCES})
   if(WIN32)
     # Paths as text: tested on either platform.
     target_sources(vu_storage_testable PRIVATE platform/os/posix_path.cpp)

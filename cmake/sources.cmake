@@ -55,6 +55,11 @@ set(VU_TEST_SUPPORT_SOURCES
   tests/support/recording_sink.cpp
   tests/support/scratch.cpp)
 
+# What stands on the layer of faults (os_faults.cpp, which is built with the library's objects).
+set(VU_FAULT_SUPPORT_SOURCES
+  tests/support/os_barrier.cpp
+  tests/support/os_recorder.cpp)
+
 # With the library's objects, able to look inside.
 set(VU_UNIT_TEST_SOURCES
   tests/unit/call_counts_test.cpp
@@ -76,8 +81,10 @@ set(VU_UNIT_TEST_SOURCES
   tests/unit/index_operations_test.cpp
   tests/unit/index_read_list_test.cpp
   tests/unit/index_saving_test.cpp
+  tests/unit/os_barrier_test.cpp
   tests/unit/os_changes_test.cpp
   tests/unit/os_copy_test.cpp
+  tests/unit/os_fault_sequence_test.cpp
   tests/unit/os_faults_test.cpp
   tests/unit/os_files_test.cpp
   tests/unit/os_linux_copy_test.cpp
@@ -142,11 +149,16 @@ set(VU_MULTI_TEST_SOURCES
 # The program of the long runs, with the library's objects.
 set(VU_RELIABILITY_SOURCES
   tests/reliability/alarms.cpp
+  tests/reliability/allocations.cpp
   tests/reliability/checkers.cpp
   tests/reliability/crowd.cpp
+  tests/reliability/disk_model.cpp
+  tests/reliability/fault_rules.cpp
+  tests/reliability/faults.cpp
   tests/reliability/folder_state.cpp
   tests/reliability/handles.cpp
   tests/reliability/kill_check.cpp
+  tests/reliability/kill_each_call.cpp
   tests/reliability/kill_field.cpp
   tests/reliability/kill_model.cpp
   tests/reliability/kill_worker.cpp
@@ -154,7 +166,12 @@ set(VU_RELIABILITY_SOURCES
   tests/reliability/kills_mail.cpp
   tests/reliability/main.cpp
   tests/reliability/operations.cpp
-  tests/reliability/threads.cpp)
+  tests/reliability/out_of_memory.cpp
+  tests/reliability/planted.cpp
+  tests/reliability/power_loss.cpp
+  tests/reliability/threads.cpp
+  tests/reliability/tree_state.cpp
+  tests/reliability/trial.cpp)
 set(VU_RELIABILITY_SOURCES_POSIX
   tests/reliability/full_disk_posix.cpp
   tests/reliability/machine_posix.cpp

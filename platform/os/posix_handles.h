@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -32,13 +31,16 @@ class HandleTable {
   /// caller's.
   std::optional<Handle> add(int descriptor) {
     const std::scoped_lock guard(m_mutex);
-    if (m_free.size() < kReserve && m_slots.size() < kMaxSlots) {
+    std::uint32_t index = m_oldest_free;
+    if (m_free_count < kReserve && m_slots.size() < kMaxSlots) {
       m_slots.emplace_back();
-      m_free.push_front(static_cast<std::uint32_t>(m_slots.size() - 1));
+      index = static_cast<std::uint32_t>(m_slots.size() - 1);
+    } else if (m_free_count != 0) {
+      m_oldest_free = m_slots[index].next_free;
+      --m_free_count;
+    } else {
+      return std::nullopt;
     }
-    if (m_free.empty()) return std::nullopt;
-    const std::uint32_t index = m_free.front();
-    m_free.pop_front();
     Slot& slot = m_slots[index];
     slot.file = {descriptor, false};
     return static_cast<Handle>(slot.generation << kSlotBits | index);
@@ -58,12 +60,16 @@ class HandleTable {
     if (Slot* slot = live_slot(handle)) slot->file.has_lock = has_lock;
   }
 
-  /// Ends the handle; the descriptor is the caller's to close.
+  /// Ends the handle; the descriptor is the caller's to close. Needs no memory: where that has run out,
+  /// the file and its lock must go all the same.
   std::optional<File> remove(Handle handle) {
     const std::scoped_lock guard(m_mutex);
     Slot* slot = live_slot(handle);
     if (slot == nullptr) return std::nullopt;
-    m_free.push_back(static_cast<std::uint32_t>(handle) & kSlotMask);
+    const std::uint32_t index = static_cast<std::uint32_t>(handle) & kSlotMask;
+    (m_free_count == 0 ? m_oldest_free : m_slots[m_newest_free].next_free) = index;
+    m_newest_free = index;
+    ++m_free_count;
     slot->generation =
         slot->generation == kLastGeneration ? kFirstGeneration : slot->generation + 1;
     return std::exchange(slot->file, File{});
@@ -82,6 +88,7 @@ class HandleTable {
 
   struct Slot {
     std::uint32_t generation = kFirstGeneration;
+    std::uint32_t next_free = 0;  ///< of a freed slot: the one that was freed after it
     File file;
   };
 
@@ -97,7 +104,9 @@ class HandleTable {
 
   std::mutex m_mutex;
   std::vector<Slot> m_slots;
-  std::deque<std::uint32_t> m_free;
+  std::size_t m_free_count = 0;
+  std::uint32_t m_oldest_free = 0;
+  std::uint32_t m_newest_free = 0;
 };
 
 }  // namespace os::posix

@@ -2,12 +2,19 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
+
+#include "platform/os/os.h"
 
 class child_process;
 
 /// @file
 /// What the suites ask of the system, besides tests/support. One file per system.
 namespace reliability::machine {
+
+/// What can go wrong, as a system reports it.
+enum class Trouble : std::uint8_t { kNotFound, kDenied, kDiskFull, kLocked, kNoName, kBroken };
+os::Status status_of(Trouble trouble);
 
 /// At the start of every process: what is said goes out at once, and telling a helper that has died is
 /// an error, not the end.
@@ -33,6 +40,11 @@ bool stale_copies_are_harmless();
 /// it does in hear().
 void stop(child_process& helper);
 void resume(child_process& helper);
+
+/// Runs a role in a process of its own, as quickly as the system can. @return its exit code.
+int run_apart(const std::string& role, const std::vector<std::string>& args);
+/// Whether open_handles() is a count, and whether the library's allocations are all this program's.
+bool handles_and_allocations_are_exact();
 
 /// Whether VU_INCLUDE_FOLDER means something to this process.
 bool sees_the_sources();

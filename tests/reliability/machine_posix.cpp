@@ -1,6 +1,8 @@
 #include <malloc.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +13,24 @@
 #include "tests/support/process.h"
 
 namespace reliability::machine {
+
+os::Status status_of(Trouble trouble) {
+  switch (trouble) {
+    case Trouble::kNotFound:
+      return {ENOENT, os::Failure::kNotFound};
+    case Trouble::kDenied:
+      return {EACCES, os::Failure::kOther};
+    case Trouble::kDiskFull:
+      return {ENOSPC, os::Failure::kOther};
+    case Trouble::kLocked:
+      return {EAGAIN, os::Failure::kLocked};
+    case Trouble::kNoName:
+      return {ENAMETOOLONG, os::Failure::kNoName};
+    case Trouble::kBroken:
+      return {EIO, os::Failure::kOther};
+  }
+  return {};
+}
 
 void prepare_process() {
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
@@ -46,6 +66,24 @@ bool stale_copies_are_harmless() { return true; }
 void stop(child_process& helper) { helper.stop(); }
 
 void resume(child_process& helper) { helper.resume(); }
+
+int run_apart(const std::string& role, const std::vector<std::string>& args) {
+  std::fflush(nullptr);
+  const ::pid_t child = ::fork();
+  if (child == 0) {
+    std::vector<std::string> words = {"reliability", "--role=" + role};
+    words.insert(words.end(), args.begin(), args.end());
+    std::vector<char*> pointers;
+    for (std::string& each : words) pointers.push_back(each.data());
+    std::_Exit(run_role(static_cast<int>(pointers.size()), pointers.data()).value_or(2));
+  }
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+bool handles_and_allocations_are_exact() { return true; }
 
 bool sees_the_sources() { return true; }
 

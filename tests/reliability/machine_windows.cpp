@@ -10,6 +10,24 @@
 
 namespace reliability::machine {
 
+os::Status status_of(Trouble trouble) {
+  switch (trouble) {
+    case Trouble::kNotFound:
+      return {ERROR_FILE_NOT_FOUND, os::Failure::kNotFound};
+    case Trouble::kDenied:
+      return {ERROR_ACCESS_DENIED, os::Failure::kOther};
+    case Trouble::kDiskFull:
+      return {ERROR_DISK_FULL, os::Failure::kOther};
+    case Trouble::kLocked:
+      return {ERROR_LOCK_VIOLATION, os::Failure::kLocked};
+    case Trouble::kNoName:
+      return {ERROR_INVALID_NAME, os::Failure::kNoName};
+    case Trouble::kBroken:
+      return {ERROR_IO_DEVICE, os::Failure::kOther};
+  }
+  return {};
+}
+
 void prepare_process() { std::setvbuf(stdout, nullptr, _IONBF, 0); }
 
 void set_variable(const std::string& name, const std::string& value) {
@@ -47,6 +65,14 @@ bool stale_copies_are_harmless() { return false; }
 void stop(child_process&) {}
 
 void resume(child_process&) {}
+
+int run_apart(const std::string& role, const std::vector<std::string>& args) {
+  child_process child(role, args);
+  return child.wait().value_or(-1);
+}
+
+// The strings of the C++ library come from its own operator new.
+bool handles_and_allocations_are_exact() { return false; }
 
 bool sees_the_sources() { return false; }
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 /// @file
@@ -37,10 +38,43 @@ const char* name_of(Situation situation);
 /// Makes the tree anew.
 void prepare(const Place& place, Situation situation);
 
+/// What an operation gave back, as text: "true", "-1"; nothing for what says nothing about success.
+template <class Result>
+std::string in_text(const Result& result) {
+  if constexpr (std::is_same_v<Result, bool>) {
+    return result ? "true" : "false";
+  } else if constexpr (std::is_integral_v<Result>) {
+    return std::to_string(result);
+  } else if constexpr (std::is_same_v<Result, std::string>) {
+    return "'" + result + "'";
+  } else {
+    return {};
+  }
+}
+
+/// Calls one operation, and keeps what it gives back.
+class OperationCall {
+ public:
+  template <class Function>
+  OperationCall(Function function)  // NOLINT(google-explicit-constructor): a lambda in a table
+      : m_call([function](const Place& place) -> std::string {
+          if constexpr (std::is_void_v<decltype(function(place))>) {
+            function(place);
+            return {};
+          } else {
+            return in_text(function(place));
+          }
+        }) {}
+  std::string operator()(const Place& place) const { return m_call(place); }
+
+ private:
+  std::function<std::string(const Place&)> m_call;
+};
+
 struct PublicOperation {
   std::string name;
   unsigned waits;
-  std::function<void(const Place&)> call;
+  OperationCall call;
 };
 const std::vector<PublicOperation>& public_operations();
 

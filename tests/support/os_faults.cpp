@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstdlib>
 #include <limits>
 #include <mutex>
 #include <optional>
@@ -16,41 +17,20 @@ namespace {
 
 constexpr std::size_t kFunctions = static_cast<std::size_t>(Call::any);
 
-constexpr std::array<const char*, kFunctions + 1> kNames = {"open",
-                                                            "close",
-                                                            "read",
-                                                            "write",
-                                                            "seek",
-                                                            "set_end",
-                                                            "reserve",
-                                                            "flush",
-                                                            "lock",
-                                                            "unlock",
-                                                            "probe_attributes",
-                                                            "probe_search",
-                                                            "list",
-                                                            "stat",
-                                                            "make_writable",
-                                                            "create_directory",
-                                                            "remove_directory",
-                                                            "remove_file",
-                                                            "rename",
-                                                            "copy",
-                                                            "short_path",
-                                                            "current_directory",
-                                                            "full_path",
-                                                            "program_folder",
-                                                            "temporary_folder",
-                                                            "to_narrow",
-                                                            "is_lead_byte",
-                                                            "last_error",
-                                                            "error_text",
-                                                            "error_text_wide",
-                                                            "now",
-                                                            "nt_family",
-                                                            "any"};
+// clang-format off
+constexpr std::array<const char*, kFunctions + 2> kNames = {
+    "open", "close", "read", "write", "seek", "set_end", "reserve", "flush", "lock", "unlock",
+    "probe_attributes", "probe_search", "list", "stat", "make_writable", "create_directory",
+    "remove_directory", "remove_file", "rename", "copy", "short_path", "current_directory",
+    "full_path", "program_folder", "temporary_folder", "to_narrow", "is_lead_byte", "last_error",
+    "error_text", "error_text_wide", "now", "nt_family", "any", "system"};
+// clang-format on
 
 constexpr std::size_t index_of(Call call) { return static_cast<std::size_t>(call); }
+
+bool concerns(Call rule, Call call) {
+  return rule == call || rule == Call::any || (rule == Call::system && asks_the_system(call));
+}
 
 }  // namespace
 
@@ -78,6 +58,9 @@ struct Plan {
   std::mutex mutex;
   std::vector<std::shared_ptr<Rule>> rules;
   std::array<std::uint64_t, kFunctions> counters{};
+  std::optional<std::vector<Call>> sequence;
+  std::function<void(const Made&)> watcher;
+  std::atomic<bool> is_watched = false;
 };
 
 Plan& plan() {
@@ -94,8 +77,9 @@ class Verdict {
   explicit Verdict(Call call) {
     const std::scoped_lock guard(plan().mutex);
     ++plan().counters[index_of(call)];
+    if (plan().sequence && asks_the_system(call)) plan().sequence->push_back(call);
     for (const std::shared_ptr<Rule>& rule : plan().rules) {
-      if (rule->call != call && rule->call != Call::any) continue;
+      if (!concerns(rule->call, call)) continue;
       ++rule->seen;
       const bool applies =
           rule->seen == rule->nth || (rule->times == Times::kLasting && rule->seen > rule->nth);
@@ -124,16 +108,31 @@ class Verdict {
   const Rule* m_decider = nullptr;
 };
 
-/// Makes one call under the plan. @p decided(rule) answers in place of the system.
-template <class Decided, class Forward>
-auto call_under_plan(Call call, Decided decided, Forward forward) {
+/// Tells the watcher of a call that was made.
+Status watched(Status status, const Made& made) {
+  if (!status.ok() || !plan().is_watched) return status;
+  const std::scoped_lock guard(plan().mutex);
+  if (plan().watcher) plan().watcher(made);
+  return status;
+}
+
+/// Makes one call under the plan. @p decided(rule) answers in place of the system; @p in_any_case(rule) is
+/// done before that, and before a planned exception.
+template <class Decided, class Forward, class InAnyCase>
+auto call_under_plan(Call call, Decided decided, Forward forward, InAnyCase in_any_case) {
   const Verdict verdict(call);
   verdict.run_before();
   const Rule* const rule = verdict.decider();
+  if (rule != nullptr) in_any_case(*rule);
   if (rule != nullptr && rule->exception) std::rethrow_exception(rule->exception);
   auto result = rule != nullptr ? decided(*rule) : forward();
   verdict.run_after();
   return result;
+}
+
+template <class Decided, class Forward>
+auto call_under_plan(Call call, Decided decided, Forward forward) {
+  return call_under_plan(call, decided, forward, [](const Rule&) {});
 }
 
 Status planned(const Rule& rule) {
@@ -226,6 +225,16 @@ Fault after(Call call, std::function<void()> hook, std::uint64_t nth, Times time
   return Fault(std::move(rule));
 }
 
+Fault end_process_before(Call call, std::uint64_t nth) {
+  return before(
+      call, [] { std::_Exit(kEnded); }, nth);
+}
+
+Fault end_process_after(Call call, std::uint64_t nth) {
+  return after(
+      call, [] { std::_Exit(kEnded); }, nth);
+}
+
 Fault set_now(std::int64_t seconds) {
   auto rule = rule_for(Call::now, 1, Times::kLasting);
   rule->now = seconds;
@@ -246,15 +255,39 @@ Fault set_nt_family(bool answer) {
 
 std::uint64_t calls(Call call) {
   const std::scoped_lock guard(plan().mutex);
-  if (call != Call::any) return plan().counters[index_of(call)];
+  if (call < Call::any) return plan().counters[index_of(call)];
   std::uint64_t sum = 0;
-  for (const std::uint64_t counter : plan().counters) sum += counter;
+  for (std::size_t i = 0; i < kFunctions; ++i) {
+    if (concerns(call, static_cast<Call>(i))) sum += plan().counters[i];
+  }
   return sum;
 }
 
 void reset() {
   const std::scoped_lock guard(plan().mutex);
   plan().counters.fill(0);
+}
+
+void begin_sequence() {
+  const std::scoped_lock guard(plan().mutex);
+  plan().sequence.emplace();
+}
+
+std::vector<Call> end_sequence() {
+  const std::scoped_lock guard(plan().mutex);
+  return *std::exchange(plan().sequence, std::nullopt);
+}
+
+Watch::Watch(std::function<void(const Made&)> watcher) {
+  const std::scoped_lock guard(plan().mutex);
+  plan().watcher = std::move(watcher);
+  plan().is_watched = true;
+}
+
+Watch::~Watch() {
+  const std::scoped_lock guard(plan().mutex);
+  plan().is_watched = false;
+  plan().watcher = nullptr;
 }
 
 }  // namespace os::faults
@@ -267,34 +300,57 @@ using faults::Rule;
 using faults::status_call;
 using faults::t_planned_error;
 using faults::transfer_call;
-
-// ---- files -------------------------------------------------------------------------------------
+using faults::watched;
 
 Status open(Path path, Access access, Handle& handle) {
   handle = kNoHandle;
-  return status_call(Call::open, [&] { return sys::open(path, access, handle); });
+  return status_call(Call::open, [&] {
+    const Status status = sys::open(path, access, handle);
+    return watched(status, {.call = Call::open, .handle = handle, .path = &path});
+  });
 }
 
 Status close(Handle handle) {
-  return status_call(Call::close, [&] { return sys::close(handle); });
+  return call_under_plan(
+      Call::close, faults::planned,
+      [&] {
+        t_planned_error.reset();
+        return watched(sys::close(handle), {.call = Call::close, .handle = handle});
+      },
+      [&](const Rule& rule) {
+        if (rule.call == Call::system) static_cast<void>(sys::close(handle));
+      });
 }
 
 Status read(Handle handle, void* buffer, std::size_t count, std::size_t& done) {
-  return transfer_call(Call::read, count, done,
-                       [&](std::size_t length) { return sys::read(handle, buffer, length, done); });
+  return transfer_call(Call::read, count, done, [&](std::size_t length) {
+    const Status status = sys::read(handle, buffer, length, done);
+    return watched(
+        status, {.call = Call::read, .handle = handle, .number = static_cast<std::int64_t>(done)});
+  });
 }
 
 Status write(Handle handle, const void* data, std::size_t count, std::size_t& done) {
-  return transfer_call(Call::write, count, done,
-                       [&](std::size_t length) { return sys::write(handle, data, length, done); });
+  return transfer_call(Call::write, count, done, [&](std::size_t length) {
+    const Status status = sys::write(handle, data, length, done);
+    static_cast<void>(watched(
+        {},
+        {.call = Call::write, .handle = handle, .bytes = {static_cast<const char*>(data), done}}));
+    return status;
+  });
 }
 
 Status seek(Handle handle, std::int32_t distance, std::int16_t method) {
-  return status_call(Call::seek, [&] { return sys::seek(handle, distance, method); });
+  return status_call(Call::seek, [&] {
+    return watched(sys::seek(handle, distance, method),
+                   {.call = Call::seek, .handle = handle, .number = distance, .method = method});
+  });
 }
 
 Status set_end(Handle handle) {
-  return status_call(Call::set_end, [&] { return sys::set_end(handle); });
+  return status_call(Call::set_end, [&] {
+    return watched(sys::set_end(handle), {.call = Call::set_end, .handle = handle});
+  });
 }
 
 Status reserve(Handle handle, std::uint64_t size) {
@@ -302,7 +358,9 @@ Status reserve(Handle handle, std::uint64_t size) {
 }
 
 Status flush(Handle handle) {
-  return status_call(Call::flush, [&] { return sys::flush(handle); });
+  return status_call(Call::flush, [&] {
+    return watched(sys::flush(handle), {.call = Call::flush, .handle = handle});
+  });
 }
 
 Status lock(Handle handle, const LockRequest& request) {
@@ -338,23 +396,33 @@ Status make_writable(Path path) {
 }
 
 Status create_directory(Path path) {
-  return status_call(Call::create_directory, [&] { return sys::create_directory(path); });
+  return status_call(Call::create_directory, [&] {
+    return watched(sys::create_directory(path), {.call = Call::create_directory, .path = &path});
+  });
 }
 
 Status remove_directory(Path path) {
-  return status_call(Call::remove_directory, [&] { return sys::remove_directory(path); });
+  return status_call(Call::remove_directory, [&] {
+    return watched(sys::remove_directory(path), {.call = Call::remove_directory, .path = &path});
+  });
 }
 
 Status remove_file(Path path) {
-  return status_call(Call::remove_file, [&] { return sys::remove_file(path); });
+  return status_call(Call::remove_file, [&] {
+    return watched(sys::remove_file(path), {.call = Call::remove_file, .path = &path});
+  });
 }
 
 Status rename(Path from, Path to) {
-  return status_call(Call::rename, [&] { return sys::rename(from, to); });
+  return status_call(Call::rename, [&] {
+    return watched(sys::rename(from, to), {.call = Call::rename, .path = &from, .to = &to});
+  });
 }
 
 Status copy(Path from, Path to, IfExists if_exists) {
-  return status_call(Call::copy, [&] { return sys::copy(from, to, if_exists); });
+  return status_call(Call::copy, [&] {
+    return watched(sys::copy(from, to, if_exists), {.call = Call::copy, .path = &from, .to = &to});
+  });
 }
 
 // ---- names -------------------------------------------------------------------------------------

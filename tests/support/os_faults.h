@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/os/os.h"
@@ -99,11 +100,14 @@ enum class Call : std::uint8_t {
   error_text_wide,
   now,
   nt_family,
-  any,  ///< in a rule: whichever function is called
+  any,     ///< in a rule: whichever function is called
+  system,  ///< in a rule: whichever asks the system for something, see asks_the_system()
 };
 
 /// The name of the function, for messages.
 const char* name(Call call);
+/// Whether a function returns a status: the others cannot fail, and leave no trace outside.
+constexpr bool asks_the_system(Call call) { return call < Call::to_narrow; }
 
 enum class Times : std::uint8_t {
   kOnce,     ///< the n-th call alone
@@ -129,7 +133,8 @@ class [[nodiscard]] Fault {
 
 /// The call does nothing and returns @p status; last_error() of that thread agrees with it.
 /// Functions that return no status answer as poorly as they can: false, the empty text, 0;
-/// last_error() itself answers the code.
+/// last_error() itself answers the code. A close that a rule for Call::system concerns has closed
+/// by then, planned exceptions included: nobody could do it any more.
 Fault fail(Call call, Status status, std::uint64_t nth = 1, Times times = Times::kOnce);
 /// The call does nothing and throws.
 Fault fail_with(Call call, std::exception_ptr exception, std::uint64_t nth = 1,
@@ -149,6 +154,11 @@ Fault before(Call call, std::function<void()> hook, std::uint64_t nth = 1,
 /// Runs @p hook after the call was made or has failed; not after a planned exception.
 Fault after(Call call, std::function<void()> hook, std::uint64_t nth = 1,
             Times times = Times::kOnce);
+/// Ends the process with kEnded, as a kill does: nothing is destroyed, flushed or given back but by the
+/// system.
+Fault end_process_before(Call call, std::uint64_t nth = 1);
+Fault end_process_after(Call call, std::uint64_t nth = 1);
+inline constexpr int kEnded = 137;
 /// now() answers @p seconds.
 Fault set_now(std::int64_t seconds);
 /// is_lead_byte() is true for the bytes of @p bytes alone.
@@ -156,10 +166,39 @@ Fault set_lead_bytes(std::string bytes);
 /// nt_family() answers @p answer.
 Fault set_nt_family(bool answer);
 
-/// How often a function was called since the last reset(); for Call::any all of them together.
+/// How often a function was called since the last reset(); for Call::any all of them together, for
+/// Call::system those that ask the system.
 std::uint64_t calls(Call call);
 /// Sets the counters to 0. Rules in force stay as they are.
 void reset();
+
+/// From here on the calls that ask the system are written down, from the first one again.
+void begin_sequence();
+/// Those calls in their order, and the end of that: the n-th that a rule for Call::system would have
+/// counted is the n-th here.
+std::vector<Call> end_sequence();
+
+/// A call that the system has carried out, for whoever watches. What does not apply is empty.
+struct Made {
+  Call call = Call::any;
+  Handle handle = kNoHandle;
+  const Path* path = nullptr;
+  const Path* to = nullptr;
+  std::string_view bytes = {};  ///< that were written
+  std::int64_t number = 0;      ///< of bytes read; the distance of a seek
+  std::int16_t method = 0;      ///< of a seek
+};
+
+/// Is told of the successful calls that open, move in, change or flush files and folders (and of what
+/// an unsuccessful write has written), as long as it lives; on their threads, one at a time. There is
+/// one at most.
+class [[nodiscard]] Watch {
+ public:
+  explicit Watch(std::function<void(const Made&)> watcher);
+  ~Watch();
+  Watch(const Watch&) = delete;
+  Watch& operator=(const Watch&) = delete;
+};
 
 }  // namespace faults
 
