@@ -30,6 +30,7 @@ recommended_settings=(
   performance.write-behind=off
   performance.open-behind=off
   performance.read-ahead=off
+  client.strict-locks=on
 )
 recommended_mount=(--attribute-timeout=0 --entry-timeout=0 --direct-io-mode=enable)
 
