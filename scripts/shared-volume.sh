@@ -32,7 +32,7 @@ recommended_settings=(
   performance.read-ahead=off
   client.strict-locks=on
 )
-recommended_mount=(--attribute-timeout=0 --entry-timeout=0 --direct-io-mode=enable)
+recommended_mount=(--attribute-timeout=0 --entry-timeout=0 --auto-invalidation=on)
 
 # The command line of the engine; its answers are of interest when it fails only.
 ask() {

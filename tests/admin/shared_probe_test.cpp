@@ -6,6 +6,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,7 +37,7 @@ Lines missing_with(SharedView& peer, const std::string& folder) {
     EXPECT_EQ(each.holds == Holds::kNo, !each.mend.empty()) << each.code;
     EXPECT_FALSE(each.detail.empty()) << each.code;
   }
-  EXPECT_EQ(checks.size(), 9U);
+  EXPECT_EQ(checks.size(), 10U);
   return codes(checks, Holds::kNo);
 }
 
@@ -55,6 +56,8 @@ class LocksOfItsOwn final : public SharedView {
   struct Free final : SharedHandle {
     explicit Free(std::unique_ptr<SharedHandle> file) : m_file(std::move(file)) {}
     os::Status lock(bool) override { return {}; }
+    os::Status unlock() override { return {}; }
+    os::Status read(std::string& bytes) override { return m_file->read(bytes); }
     std::unique_ptr<SharedHandle> m_file;
   };
 };
@@ -130,6 +133,34 @@ class OldListings final : public SharedView {
   std::map<std::string, bool> m_kept;
 };
 
+/// Its handles keep what one of them has read since the last of them was opened.
+class OldBytesOfHandles final : public SharedView {
+ public:
+  using SharedView::SharedView;
+  std::unique_ptr<SharedHandle> open(const std::string& name, os::Status& status) override {
+    m_kept.reset();
+    auto handle = SharedView::open(name, status);
+    return handle ? std::make_unique<Keeping>(std::move(handle), m_kept) : nullptr;
+  }
+
+ private:
+  struct Keeping final : SharedHandle {
+    Keeping(std::unique_ptr<SharedHandle> file, std::optional<std::string>& kept)
+        : m_file(std::move(file)), m_kept(kept) {}
+    os::Status lock(bool exclusive) override { return m_file->lock(exclusive); }
+    os::Status unlock() override { return m_file->unlock(); }
+    os::Status read(std::string& bytes) override {
+      const os::Status status = m_file->read(bytes);
+      if (m_kept) bytes = *m_kept;
+      m_kept = bytes;
+      return status;
+    }
+    std::unique_ptr<SharedHandle> m_file;
+    std::optional<std::string>& m_kept;
+  };
+  std::optional<std::string> m_kept;
+};
+
 /// Tells the time of everything as an hour later.
 class OtherClock final : public SharedView {
  public:
@@ -163,7 +194,7 @@ TEST(AdminSharedProbe, SaysWhatItDidNotTryWithoutAPeer) {
   const admin::SharedTrial trial = admin::try_shared(system_form(scratch.path()), "");
   EXPECT_EQ(codes(trial.checks, Holds::kNo), Lines{});
   EXPECT_EQ(codes(trial.checks, Holds::kNotTried),
-            (Lines{"locks-between-hosts", "read-after-close", "names-at-once"}));
+            (Lines{"locks-between-hosts", "read-after-close", "read-after-lock", "names-at-once"}));
 }
 
 TEST(AdminSharedProbe, FindsAPeerThatIsAnotherFolder) {
@@ -173,7 +204,7 @@ TEST(AdminSharedProbe, FindsAPeerThatIsAnotherFolder) {
   const admin::SharedTrial trial = admin::try_shared(system_form(scratch.path("one")),
                                                      system_form(scratch.path("other")));
   EXPECT_EQ(codes(trial.checks, Holds::kNo), Lines{"same-folder"});
-  EXPECT_EQ(codes(trial.checks, Holds::kNotTried).size(), 3U);
+  EXPECT_EQ(codes(trial.checks, Holds::kNotTried).size(), 4U);
   EXPECT_TRUE(list_folder(scratch.path("one")).empty());
   EXPECT_TRUE(list_folder(scratch.path("other")).empty());
 }
@@ -207,6 +238,12 @@ TEST(AdminSharedProbe, FindsOldBytes) {
   const scratch_folder scratch;
   OldBytes peer(system_form(scratch.path()));
   EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"read-after-close"});
+}
+
+TEST(AdminSharedProbe, FindsOldBytesUnderALock) {
+  const scratch_folder scratch;
+  OldBytesOfHandles peer(system_form(scratch.path()));
+  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"read-after-lock"});
 }
 
 TEST(AdminSharedProbe, FindsOldSizes) {

@@ -224,8 +224,8 @@ void measure_caches(Run& run) {
     const char* options;
   };
   constexpr std::array<Mount, 2> kMounts = {
-      {{"attributes kept for 1 s", "--attribute-timeout=1 --entry-timeout=1 --direct-io-mode=enable"},
-       {"attributes not kept", "--attribute-timeout=0 --entry-timeout=0 --direct-io-mode=enable"}}};
+      {{"attributes kept for 1 s", "--attribute-timeout=1 --entry-timeout=1 --auto-invalidation=on"},
+       {"attributes not kept", "--attribute-timeout=0 --entry-timeout=0 --auto-invalidation=on"}}};
   for (const Mount& mount : kMounts) {
     control("unmount b");
     control(std::string("mount b ") + mount.options);

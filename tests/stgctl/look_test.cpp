@@ -292,7 +292,7 @@ TEST_F(ClientLook, TriesWhetherAFolderCanBeShared) {
   const std::string share = shell_path(scratch().path("share"));
   const std::vector<Json> both =
       look_json({"doctor", "--shared", share, "--peer", share}, "stgctl.doctor-shared/1");
-  ASSERT_EQ(both.size(), 10U);
+  ASSERT_EQ(both.size(), 11U);
   EXPECT_EQ(both[0].at("check"), "same-folder");
   EXPECT_EQ(both[0].at("holds"), "yes");
   EXPECT_EQ(both.back().at("record"), "summary");

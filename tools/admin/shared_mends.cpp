@@ -22,7 +22,7 @@ struct Mend {
   std::array<std::string_view, 4> texts;  ///< in the order of Engine
 };
 
-constexpr std::array<Mend, 9> kMends = {{
+constexpr std::array<Mend, 10> kMends = {{
     {"same-folder",
      {"mount the same volume (and sub-folder) at both places", "mount the same export at both places",
       "mount the same share at both places", "name the same folder through two mounts"}},
@@ -45,8 +45,12 @@ constexpr std::array<Mend, 9> kMends = {{
       "another file system"}},
     {"read-after-close",
      {"performance.quick-read, io-cache, stat-prefetch, write-behind, open-behind and read-ahead off; mount with "
-      "attribute-timeout=0 and direct-io-mode=enable",
+      "attribute-timeout=0 and auto-invalidation=on",
       "mount with 'noac,lookupcache=none'", "mount with 'cache=none,actimeo=0'",
+      "switch off what caches on the clients"}},
+    {"read-after-lock",
+     {"mount with auto-invalidation=on (said, not left to its default) and attribute-timeout=0",
+      "mount without 'nolock': a lock then asks for the file anew", "mount with 'cache=none'",
       "switch off what caches on the clients"}},
     {"names-at-once",
      {"performance.readdir-ahead, stat-prefetch and nl-cache off; mount with entry-timeout=0 and "

@@ -46,6 +46,9 @@ class Probe {
     add("times-kept", "a time that was set stays, and goes along with a copy", &Probe::times_kept);
     between("read-after-close", "what one host has closed the other one reads, with its size and time",
             &Probe::read_after_close);
+    between("read-after-lock",
+            "who waited for a lock reads what its last holder on the other host wrote",
+            &Probe::read_after_lock);
     between("names-at-once", "a name made, renamed or removed by one host shows so at the other",
             &Probe::names_at_once);
     add("clocks", "the time of a new file is this host's", &Probe::clocks);
@@ -223,6 +226,35 @@ class Probe {
   Wrong read_after_close() {
     if (Wrong wrong = read_after_close_from(m_host, *m_peer, "data-a")) return wrong;
     return read_after_close_from(*m_peer, m_host, "data-b");
+  }
+
+  /// A handle is opened first and gets its lock later, as by waiting; meanwhile another one of its host reads,
+  /// and the other host writes.
+  Wrong read_after_lock_from(SharedView& writer, SharedView& reader, const std::string& name) {
+    os::Status status;
+    // The file is made by the reader, and stays open there all the time.
+    const auto keeper = reader.open(name, status);
+    if (!keeper) return failed("a file cannot be opened", status);
+    for (int round = 0; round < kRounds; ++round) {
+      const auto early = reader.open(name, status);
+      const auto waiting = reader.open(name, status);
+      if (!early || !waiting) return failed("a file cannot be opened", status);
+      std::string bytes;
+      if (!early->lock(false).ok() || !early->read(bytes).ok() || !early->unlock().ok())
+        return "a file cannot be read under a lock";
+      const std::string written = std::to_string(100 + round);
+      if (const os::Status stored = writer.store(name, written); !stored.ok())
+        return failed("a file cannot be written", stored);
+      if (!waiting->lock(false).ok() || !waiting->read(bytes).ok())
+        return "a file cannot be read under a lock";
+      if (bytes != written) return "a handle reads old bytes under its lock";
+    }
+    return {};
+  }
+
+  Wrong read_after_lock() {
+    if (Wrong wrong = read_after_lock_from(m_host, *m_peer, "locked-a")) return wrong;
+    return read_after_lock_from(*m_peer, m_host, "locked-b");
   }
 
   static Wrong shows(SharedView& view, const std::string& name, bool expected) {

@@ -29,6 +29,8 @@ class File final : public SharedHandle {
     return os::lock(m_handle, request);
   }
 
+  os::Status unlock() override { return os::unlock(m_handle); }
+
   os::Status write(std::string_view bytes) {
     std::size_t done = 0;
     if (const os::Status status = os::set_end(m_handle); !status.ok()) return status;
@@ -38,9 +40,10 @@ class File final : public SharedHandle {
     return os::flush(m_handle);
   }
 
-  os::Status read(std::string& bytes) {
+  os::Status read(std::string& bytes) override {
     std::array<char, 4096> buffer;
     bytes.clear();
+    if (const os::Status status = os::seek(m_handle, 0, 0); !status.ok()) return status;
     for (;;) {
       std::size_t done = 0;
       const os::Status status = os::read(m_handle, buffer.data(), buffer.size(), done);

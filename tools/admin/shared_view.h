@@ -16,6 +16,9 @@ class SharedHandle {
   virtual ~SharedHandle() = default;
   /// Asks for a lock on the whole file, without waiting.
   virtual os::Status lock(bool exclusive) = 0;
+  virtual os::Status unlock() = 0;
+  /// The bytes of the whole file.
+  virtual os::Status read(std::string& bytes) = 0;
 };
 
 /// A folder as one host sees it, through a mount of its own. All names are names in that folder. What is
