@@ -68,13 +68,14 @@ outside() {
 
 # ---- inside ---------------------------------------------------------------------------------------
 
-# The folders that the daemons know by name are those of the scratch folder here.
+# The folders that the daemons know by name are those of the scratch folder here; their sockets lie in /run itself.
 take_folders() {
   local pair
-  for pair in lib:/var/lib/glusterd log:/var/log/glusterfs run:/run/gluster; do
+  for pair in lib:/var/lib/glusterd log:/var/log/glusterfs run:/run; do
     mkdir -p "$VU_SHARED_DIR/${pair%%:*}" "${pair#*:}"
     mount --bind "$VU_SHARED_DIR/${pair%%:*}" "${pair#*:}"
   done
+  mkdir -p /run/gluster
 }
 
 start_volume() {

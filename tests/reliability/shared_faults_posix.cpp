@@ -83,10 +83,10 @@ void lose_a_mount(Run& run, std::size_t rounds) {
   SharedWork work(run, {kProcesses, rounds, 1, Locks::kTaken, Look::kFromItsOwn});
   work.start();
   let_them_work(work, rounds * kProcesses * 2 / 4);
-  control("cut-off b");
   const auto cut = Clock::now();
+  control("cut-off b");
   work.wait_for_failures(Host::kB);
-  run.figure("the callers of the mount that was cut off have their failure after",
+  run.figure("the callers of the mount that was cut off have their failure at most after",
              reliability::as_milliseconds(Clock::now() - cut));
   std::size_t failed = 0;
   for (const auto& [text, count] : work.failures()) {

@@ -1,10 +1,12 @@
 // One worker of a crowd on two mounts: makes, reads and removes entries, and writes down what it did.
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "stg_index.h"
@@ -98,6 +100,11 @@ class SharedWorker {
     if (STGIndex::exists(below(m_looks_at, entry.folder), entry.logical, kStamp, physical)) {
       tell("stale", entry.folder, entry.logical, "removed, and still an entry", taken);
       throw vu_file_except("an entry that was just removed is there");
+    }
+    // A removal has no result, and "no" is also the answer where nothing can be asked.
+    std::error_code gone;
+    if (!std::filesystem::is_directory(native(m_looks_at), gone)) {
+      throw vu_file_except("the answer is no, and the folder does not answer");
     }
     tell("removed", entry.folder, entry.logical, entry.physical, taken);
   }

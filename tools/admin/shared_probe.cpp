@@ -12,7 +12,7 @@ namespace admin {
 namespace {
 
 /// How often what a cache may hide is tried, in both directions each.
-constexpr int kRounds = 10;
+constexpr int kRounds = 5;
 /// Long ago, so that no clock's "now" is taken for it.
 constexpr std::int64_t kOldTime = 1'000'000'000;
 /// Seconds by which clocks may differ: times count in whole seconds.
