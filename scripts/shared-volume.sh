@@ -68,7 +68,9 @@ brick_list() {
 
 apply_recommended() {
   local each
-  for each in "${recommended_settings[@]}"; do ask volume set "$volume" "${each%%=*}" "${each#*=}"; done
+  local -a words=()
+  for each in "${recommended_settings[@]}"; do words+=("${each%%=*}" "${each#*=}"); done
+  ask volume set "$volume" "${words[@]}"
 }
 
 verb_start() {
@@ -80,8 +82,7 @@ verb_start() {
   until_true 300 "the daemon answers" daemon_answers
   mapfile -t list < <(brick_list)
   ask volume create "$volume" replica "$bricks" "${list[@]}" force
-  ask volume set "$volume" diagnostics.brick-log-level WARNING
-  ask volume set "$volume" diagnostics.client-log-level WARNING
+  ask volume set "$volume" diagnostics.brick-log-level WARNING diagnostics.client-log-level WARNING
   apply_recommended
   ask volume start "$volume"
   until_true 300 "the bricks are online" bricks_are_online
@@ -90,8 +91,7 @@ verb_start() {
 
 verb_reset() {
   ask volume reset "$volume"
-  ask volume set "$volume" diagnostics.brick-log-level WARNING
-  ask volume set "$volume" diagnostics.client-log-level WARNING
+  ask volume set "$volume" diagnostics.brick-log-level WARNING diagnostics.client-log-level WARNING
   gluster --mode=script volume profile "$volume" start >/dev/null 2>&1 || true
 }
 

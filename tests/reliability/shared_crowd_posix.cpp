@@ -91,7 +91,11 @@ REGISTER_ROLE(shared_holder, shared_holder)
 Clock::duration kill_a_holder(Run& run, Host holder_on, const std::string& name, Locks locks) {
   const SharedFolder shared;
   const Host other = holder_on == Host::kA ? Host::kB : Host::kA;
+  const auto before = Clock::now();
   create_document(shared.seen_by(other), "before.kdb");
+  // So much longer than it takes with nobody in the way has to be waiting.
+  const Clock::duration patience =
+      std::max<Clock::duration>(std::chrono::milliseconds(400), (Clock::now() - before) * 6);
   child_process holder("shared_holder", {shared.seen_by(holder_on), name,
                                          locks == Locks::kTaken ? "locked" : "unlocked"});
   if (holder.next_line() != "holding") {
@@ -102,7 +106,7 @@ Clock::duration kill_a_holder(Run& run, Host holder_on, const std::string& name,
     create_document(shared.seen_by(other), "while held.kdb");
     return Clock::now();
   });
-  if (waiting.wait_for(std::chrono::milliseconds(400)) == std::future_status::ready) {
+  if (waiting.wait_for(patience) == std::future_status::ready) {
     run.fail("the other mount went on while " + name + " was held");
     holder.kill();
     waiting.get();

@@ -75,6 +75,8 @@ os::Status SharedView::store(const std::string& name, std::string_view bytes) {
   if (!file.opened().ok()) return file.opened();
   if (const os::Status status = file.lock(true); !status.ok()) return status;
   if (const os::Status status = file.write(bytes); !status.ok()) return status;
+  // As the library does: a close alone may give the lock back a moment later.
+  if (const os::Status status = file.unlock(); !status.ok()) return status;
   return file.close();
 }
 
@@ -82,7 +84,8 @@ os::Status SharedView::load(const std::string& name, std::string& bytes) {
   File file(path(name), os::Access::kReadExisting);
   if (!file.opened().ok()) return file.opened();
   if (const os::Status status = file.lock(false); !status.ok()) return status;
-  return file.read(bytes);
+  if (const os::Status status = file.read(bytes); !status.ok()) return status;
+  return file.unlock();
 }
 
 os::Status SharedView::stat(const std::string& name, os::FileStat& result) {
