@@ -201,8 +201,8 @@ TEST(AdminSharedProbe, FindsAPeerThatIsAnotherFolder) {
   const scratch_folder scratch;
   make_folder(scratch.path("other"));
   make_folder(scratch.path("one"));
-  const admin::SharedTrial trial = admin::try_shared(system_form(scratch.path("one")),
-                                                     system_form(scratch.path("other")));
+  const admin::SharedTrial trial =
+      admin::try_shared(system_form(scratch.path("one")), system_form(scratch.path("other")));
   EXPECT_EQ(codes(trial.checks, Holds::kNo), Lines{"same-folder"});
   EXPECT_EQ(codes(trial.checks, Holds::kNotTried).size(), 4U);
   EXPECT_TRUE(list_folder(scratch.path("one")).empty());
@@ -224,7 +224,8 @@ TEST(AdminSharedProbe, FindsLocksThatReachNoOtherHost) {
 TEST(AdminSharedProbe, FindsLocksThatDoNotExcludeAtAll) {
   const scratch_folder scratch;
   LocksOfItsOwn host(system_form(scratch.path()));
-  EXPECT_EQ(codes(admin::check_shared(host, nullptr, "nfs"), Holds::kNo), Lines{"locks-per-handle"});
+  EXPECT_EQ(codes(admin::check_shared(host, nullptr, "nfs"), Holds::kNo),
+            Lines{"locks-per-handle"});
 }
 
 TEST(AdminSharedProbe, FindsNamesThatAreMadeAndRenamedOverWhatIsThere) {

@@ -42,7 +42,8 @@ std::map<std::string, double> round_trips() {
   std::string name;
   double count = 0;
   while (lines >> name >> count) {
-    if (kOfNobody.count(name) == 0) found[name] = kOfOneBrick.count(name) != 0 ? count : count / kBricks;
+    if (kOfNobody.count(name) == 0)
+      found[name] = kOfOneBrick.count(name) != 0 ? count : count / kBricks;
   }
   return found;
 }
@@ -124,10 +125,8 @@ const std::vector<Operation>& operations() {
          const std::string wrong = read_document(folder, entry_name(turn % 50));
          if (!wrong.empty()) throw std::runtime_error(wrong);
        }},
-      {"replace",
-       [](const std::string& folder, std::size_t turn) {
-         replace_document(folder, entry_name(turn % 50));
-       }},
+      {"replace", [](const std::string& folder,
+                     std::size_t turn) { replace_document(folder, entry_name(turn % 50)); }},
       {"create and write",
        [](const std::string& folder, std::size_t turn) {
          create_document(folder, "new " + std::to_string(turn) + ".kdb");
@@ -235,7 +234,8 @@ void measure_caches(Run& run) {
     const char* options;
   };
   constexpr std::array<Mount, 2> kMounts = {
-      {{"attributes kept for 1 s", "--attribute-timeout=1 --entry-timeout=1 --auto-invalidation=on"},
+      {{"attributes kept for 1 s",
+        "--attribute-timeout=1 --entry-timeout=1 --auto-invalidation=on"},
        {"attributes not kept", "--attribute-timeout=0 --entry-timeout=0 --auto-invalidation=on"}}};
   for (const Mount& mount : kMounts) {
     control("unmount b");

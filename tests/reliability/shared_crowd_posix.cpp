@@ -50,9 +50,10 @@ void shared_crowd(Run& run) {
     run_crowd(run, {kProcesses, rounds, folders, Locks::kTaken, Look::kFromTheOther});
   }
 }
-REGISTER_SUITE(shared_crowd, "shared-crowd",
-               "2 mounts x 4 processes create, read from the other mount and remove; 1 and 4 folders",
-               "creates", 8'000, Scratch::kMemory)
+REGISTER_SUITE(
+    shared_crowd, "shared-crowd",
+    "2 mounts x 4 processes create, read from the other mount and remove; 1 and 4 folders",
+    "creates", 8'000, Scratch::kMemory)
 
 /// The same without locks. Passes when damage is noticed, at the latest after the count.
 void shared_crowd_noticed(Run& run) {

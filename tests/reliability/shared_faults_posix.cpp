@@ -73,9 +73,7 @@ REGISTER_SUITE(shared_brick, "shared-brick",
 // ---- a mount ------------------------------------------------------------------------------------
 
 /// Whether these are the texts of failures that the handle states, or of an entry that is not found.
-bool is_stated(const std::string& text) {
-  return text.rfind("no stated failure", 0) != 0;
-}
+bool is_stated(const std::string& text) { return text.rfind("no stated failure", 0) != 0; }
 
 /// The mount of B ends in the middle. A goes on; B's callers fail; B is mounted again and shows everything.
 void lose_a_mount(Run& run, std::size_t rounds) {
@@ -97,7 +95,8 @@ void lose_a_mount(Run& run, std::size_t rounds) {
   if (failed != kProcesses) run.fail("callers of a mount that is gone were given a success");
   const std::size_t before = work.rounds_so_far();
   work.wait(Host::kA);
-  if (work.rounds_so_far() == before) run.fail("the other mount was done before, which shows nothing");
+  if (work.rounds_so_far() == before)
+    run.fail("the other mount was done before, which shows nothing");
   work.check_from(Host::kA);
   control("unmount b");
   control("mount b");

@@ -59,7 +59,8 @@ bool two_hosts_and_control(Run& run) {
 std::string control(const std::string& words) {
   std::string said;
   const int code = run_words(variable("VU_SHARED_CONTROL") + " " + words, said);
-  if (code != 0) throw std::runtime_error(words + " ended with " + std::to_string(code) + ": " + said);
+  if (code != 0)
+    throw std::runtime_error(words + " ended with " + std::to_string(code) + ": " + said);
   while (!said.empty() && said.back() == '\n') said.pop_back();
   return said;
 }
@@ -108,7 +109,8 @@ void SharedWork::start() {
         std::to_string(m_shape.folders),
         m_shared.seen_by(host),
         m_shared.seen_by(m_shape.look == Look::kFromTheOther ? other : host)};
-    m_workers.push_back({std::make_unique<child_process>("shared_worker", args, alarm), report, host});
+    m_workers.push_back(
+        {std::make_unique<child_process>("shared_worker", args, alarm), report, host});
   }
   for (const Worker& each : m_workers) {
     if (each.process->next_line() != "ready") m_run.fail("a worker does not start");

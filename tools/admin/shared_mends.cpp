@@ -24,8 +24,9 @@ struct Mend {
 
 constexpr std::array<Mend, 10> kMends = {{
     {"same-folder",
-     {"mount the same volume (and sub-folder) at both places", "mount the same export at both places",
-      "mount the same share at both places", "name the same folder through two mounts"}},
+     {"mount the same volume (and sub-folder) at both places",
+      "mount the same export at both places", "mount the same share at both places",
+      "name the same folder through two mounts"}},
     {"locks-per-handle",
      {"mount by FUSE with a kernel of 3.15 or later", "mount without 'nolock'; NFS 4 rather than 3",
       "mount without 'nobrl'; on the server 'locking = yes'", "another file system"}},
@@ -44,7 +45,8 @@ constexpr std::array<Mend, 10> kMends = {{
      {"features.ctime on", "mount with 'noac'", "mount with 'cache=none,actimeo=0'",
       "another file system"}},
     {"read-after-close",
-     {"performance.quick-read, io-cache, stat-prefetch, write-behind, open-behind and read-ahead off; mount with "
+     {"performance.quick-read, io-cache, stat-prefetch, write-behind, open-behind and read-ahead "
+      "off; mount with "
       "attribute-timeout=0 and auto-invalidation=on",
       "mount with 'noac,lookupcache=none'", "mount with 'cache=none,actimeo=0'",
       "switch off what caches on the clients"}},

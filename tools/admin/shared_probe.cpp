@@ -36,16 +36,19 @@ class Probe {
       add("same-folder", "a file made at one place is at the other", &Probe::same_folder);
       if (m_checks.back().holds == Holds::kNo) m_peer = nullptr;
     }
-    add("locks-per-handle", "handles of one host exclude each other; a lock ends with its own handle",
+    add("locks-per-handle",
+        "handles of one host exclude each other; a lock ends with its own handle",
         &Probe::locks_per_handle);
-    between("locks-between-hosts", "an exclusive lock keeps the other host out, shared ones go together",
+    between("locks-between-hosts",
+            "an exclusive lock keeps the other host out, shared ones go together",
             &Probe::locks_between_hosts);
     add("exclusive-create", "a taken name is not made again, and of two at once one makes it",
         &Probe::exclusive_create);
     add("rename-without-replace", "a taken name is not replaced, and of two at once one gets it",
         &Probe::rename_without_replace);
     add("times-kept", "a time that was set stays, and goes along with a copy", &Probe::times_kept);
-    between("read-after-close", "what one host has closed the other one reads, with its size and time",
+    between("read-after-close",
+            "what one host has closed the other one reads, with its size and time",
             &Probe::read_after_close);
     between("read-after-lock",
             "who waited for a lock reads what its last holder on the other host wrote",
@@ -71,7 +74,8 @@ class Probe {
 
   void between(std::string_view code, const char* good, Check check) {
     if (m_peer != nullptr) return add(code, good, check);
-    m_checks.push_back({code, Holds::kNotTried, "there is one mount only: --peer names another", {}});
+    m_checks.push_back(
+        {code, Holds::kNotTried, "there is one mount only: --peer names another", {}});
   }
 
   /// The other host where there is one.
@@ -142,7 +146,8 @@ class Probe {
       std::thread beside([&] { results[1] = act(other(), "two", round); });
       results[0] = act(m_host, "one", round);
       beside.join();
-      if (results[0].ok() && results[1].ok()) return std::string(what) + ": both of two had success";
+      if (results[0].ok() && results[1].ok())
+        return std::string(what) + ": both of two had success";
       if (!results[0].ok() && !results[1].ok()) return failed(what, results[0]);
     }
     return {};
@@ -156,7 +161,8 @@ class Probe {
     const os::Status copied = m_host.copy_to_new("source", "taken");
     if (copied.ok()) return "a taken name was made again";
     std::string bytes;
-    if (!m_host.load("taken", bytes).ok() || bytes != "old") return "a file that was there has changed";
+    if (!m_host.load("taken", bytes).ok() || bytes != "old")
+      return "a file that was there has changed";
     return one_of_two("making a name", [](SharedView& view, const std::string&, int round) {
       return view.copy_to_new("source", "new-" + std::to_string(round));
     });
@@ -169,7 +175,8 @@ class Probe {
       return failed("a file cannot be made", made);
     std::string bytes;
     if (m_host.rename("from", "to").ok()) return "a file was replaced";
-    if (!other().load("to", bytes).ok() || bytes != "to") return "a file was replaced by a rename that failed";
+    if (!other().load("to", bytes).ok() || bytes != "to")
+      return "a file was replaced by a rename that failed";
     if (const os::Status renamed = m_host.rename("from", "free"); !renamed.ok())
       return failed("a rename onto a free name failed", renamed);
     if (m_host.has("from")) return "the old name is there after a rename";
@@ -268,7 +275,8 @@ class Probe {
   }
 
   static Wrong shows(SharedView& view, const std::string& name, bool expected) {
-    const char* const how = expected ? "does not show at the other host" : "still shows at the other host";
+    const char* const how =
+        expected ? "does not show at the other host" : "still shows at the other host";
     if (view.has(name) != expected) return "a name " + std::string(how) + " when it is asked for";
     if (view.lists(name) != expected) return "a name " + std::string(how) + " in a listing";
     return {};
@@ -307,7 +315,8 @@ class Probe {
     if (const os::Status status = other().stat("clock", found); !status.ok())
       return failed("a file's time cannot be asked for", status);
     if (found.modify_time >= before - kSlack && found.modify_time <= after + kSlack) return {};
-    return "a new file is " + std::to_string(found.modify_time - after) + " seconds ahead of this host";
+    return "a new file is " + std::to_string(found.modify_time - after) +
+           " seconds ahead of this host";
   }
 
   SharedView& m_host;
@@ -347,8 +356,8 @@ SharedTrial try_shared(const std::string& folder, const std::string& peer) {
     made = os::create_directory(sys::join(folder, name));
   }
   if (!made.ok()) {
-    trial.checks.push_back(
-        {"folder", Holds::kNo, failed("no folder can be made there", made), "the rights to make folders"});
+    trial.checks.push_back({"folder", Holds::kNo, failed("no folder can be made there", made),
+                            "the rights to make folders"});
     return trial;
   }
   SharedView host(sys::join(folder, name));

@@ -84,7 +84,8 @@ Exit run_doctor_shared(Context& context, const std::string& folder, const std::s
     tell_as_text(context, trial);
   }
   if (count_of(trial, Holds::kNotTried) != 0)
-    context.out().warning("what lies between two hosts was not tried; mount it twice, and name the other by --peer");
+    context.out().warning(
+        "what lies between two hosts was not tried; mount it twice, and name the other by --peer");
   return count_of(trial, Holds::kNo) == 0 ? Exit::kDone : Exit::kProblemsFound;
 }
 
