@@ -59,3 +59,17 @@ foreach(entry IN LISTS vu_reliability_selection)
   endif()
   vu_reliability_test(${suite} ${count})
 endforeach()
+
+# The suites for two mounts (./dev shared), on two names of one local folder: what they check is checked here too.
+if(NOT CMAKE_CROSSCOMPILING)
+  file(MAKE_DIRECTORY ${vu_test_folder}/shared)
+  file(CREATE_LINK ${vu_test_folder}/shared ${vu_test_folder}/shared-too SYMBOLIC)
+  foreach(entry "shared-crowd 160" "shared-crowd-noticed 50" "shared-killed-writer 4"
+      "shared-killed-writer-noticed 1")
+    separate_arguments(words UNIX_COMMAND "${entry}")
+    vu_reliability_test(${words})
+    list(GET words 0 suite)
+    set_tests_properties(reliability_${suite} PROPERTIES ENVIRONMENT
+      "VU_SHARED_A=${vu_test_folder}/shared;VU_SHARED_B=${vu_test_folder}/shared-too")
+  endforeach()
+endif()

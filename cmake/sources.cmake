@@ -175,7 +175,12 @@ set(VU_RELIABILITY_SOURCES
 set(VU_RELIABILITY_SOURCES_POSIX
   tests/reliability/full_disk_posix.cpp
   tests/reliability/machine_posix.cpp
-  tests/reliability/read_only_posix.cpp)
+  tests/reliability/read_only_posix.cpp
+  tests/reliability/shared_cost_posix.cpp
+  tests/reliability/shared_crowd_posix.cpp
+  tests/reliability/shared_faults_posix.cpp
+  tests/reliability/shared_posix.cpp
+  tests/reliability/shared_worker_posix.cpp)
 set(VU_RELIABILITY_SOURCES_WINDOWS
   tests/reliability/machine_windows.cpp
   tests/reliability/not_here_windows.cpp)
@@ -274,6 +279,9 @@ set(VU_ADMIN_SOURCES
   tools/admin/parts.cpp
   tools/admin/portable_name.cpp
   tools/admin/repair_text.cpp
+  tools/admin/shared_mends.cpp
+  tools/admin/shared_probe.cpp
+  tools/admin/shared_view.cpp
   tools/admin/space.cpp
   tools/admin/stats.cpp
   tools/admin/text.cpp
@@ -302,6 +310,7 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/completion.cpp
   tools/stgctl/completion_command.cpp
   tools/stgctl/context.cpp
+  tools/stgctl/doctor_shared.cpp
   tools/stgctl/entry_commands.cpp
   tools/stgctl/explain_commands.cpp
   tools/stgctl/export_command.cpp
@@ -372,6 +381,7 @@ set(VU_ADMIN_TEST_SOURCES
   tests/admin/name_restore_test.cpp
   tests/admin/name_store_test.cpp
   tests/admin/portable_name_test.cpp
+  tests/admin/shared_probe_test.cpp
   tests/admin/system_test.cpp
   tests/admin/text_test.cpp
   tests/admin/tree_test.cpp)

@@ -61,6 +61,7 @@ within_budget() {
     './dev bench windows'*) echo "not run (minutes): $1" >&2 ;;
     './dev bench'*) echo './dev bench --quick "exists, hit"' ;;
     './dev stgctl-bench'*) echo './dev stgctl-bench 2000' ;;
+    './dev shared'*) echo "not run (minutes; needs root, FUSE and namespaces): $1" >&2 ;;
     './dev reliability list'*) echo "$line" ;;
     './dev reliability'*) echo "$line --budget 5" ;;
     './dev test'*) echo "VU_TEST_LABEL=check $line" ;;

@@ -3,7 +3,8 @@
 # Sets: native (build and test for Linux), windows (cross-build for Windows and run under Wine),
 # bench (yardsticks and tools of the benchmarks), docs (the site of reference and guides), package (packages
 # for Debian and Windows), report (a browser that opens the client's report), coverage (what tests execute),
-# planted (defects put into a copy of the sources), valgrind.
+# planted (defects put into a copy of the sources), valgrind,
+# shared (a network file system).
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 # Header-only for what is built here; the Windows build gets copies of them.
@@ -16,6 +17,8 @@ windows=(cmake ninja-build googletest libutfcpp-dev "${client[@]}" g++-mingw-w64
 bench=(libbenchmark-dev libsqlite3-dev liblmdb-dev valgrind gnuplot-nox)
 docs=(doxygen python3)
 package=(debhelper dpkg-dev lintian mmdebstrap nsis zip unzip)
+# Its service stays as the package leaves it; what is run is a daemon of our own (scripts/shared.sh).
+shared=(glusterfs-server glusterfs-client iproute2)
 report=(chromium fonts-dejavu-core)
 coverage=(clang llvm)
 planted=(patch rsync)
@@ -33,7 +36,8 @@ for set in "$@"; do
     coverage) wanted+=("${coverage[@]}") ;;
     planted) wanted+=("${planted[@]}") ;;
     valgrind) wanted+=("${valgrind[@]}") ;;
-    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, bench, docs, package, report, coverage, planted and valgrind" ;;
+    shared) wanted+=("${shared[@]}") ;;
+    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, bench, docs, package, report, coverage, planted, valgrind and shared" ;;
   esac
 done
 

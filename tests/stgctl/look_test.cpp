@@ -285,6 +285,34 @@ TEST_F(ClientLook, ShowsWhatTheTreeStandsOn) {
   EXPECT_EQ(list_folder(root()), Lines{"storage"});
 }
 
+TEST_F(ClientLook, TriesWhetherAFolderCanBeShared) {
+  make_tree();
+  make_folder(scratch().path("share"));
+  make_folder(scratch().path("another"));
+  const std::string share = shell_path(scratch().path("share"));
+  const std::vector<Json> both =
+      look_json({"doctor", "--shared", share, "--peer", share}, "stgctl.doctor-shared/1");
+  ASSERT_EQ(both.size(), 11U);
+  EXPECT_EQ(both[0].at("check"), "same-folder");
+  EXPECT_EQ(both[0].at("holds"), "yes");
+  EXPECT_EQ(both.back().at("record"), "summary");
+  EXPECT_EQ(both.back().at("missing"), 0);
+  EXPECT_EQ(both.back().at("not_tried"), 0);
+  // A folder elsewhere needs no tree.
+  const outcome alone = run({"doctor", "--shared", share});
+  EXPECT_EQ(alone.code, 0) << alone.err;
+  EXPECT_NE(alone.out.find("names-at-once"), std::string::npos) << alone.out;
+  EXPECT_NE(alone.err.find("was not tried"), std::string::npos) << alone.err;
+  const std::string text =
+      look({"doctor", "--shared", share, "--peer", shell_path(scratch().path("another"))}, 4);
+  EXPECT_NE(text.find("MISSING"), std::string::npos) << text;
+  EXPECT_NE(text.find("to mend"), std::string::npos) << text;
+  look({"doctor", "--shared", shell_path(storage() + "\\docs")}, 12);
+  look({"doctor", "--peer", share}, 2);
+  look({"doctor", "--shared", share, "--try-locks", share}, 2);
+  EXPECT_EQ(list_folder(scratch().path("share")), Lines{});
+}
+
 // ---- locks -------------------------------------------------------------------------------------
 
 TEST_F(ClientLook, TellsWhoHoldsALock) {

@@ -6,6 +6,7 @@
 
 #include "tools/admin/doctor.h"
 #include "tools/stgctl/command.h"
+#include "tools/stgctl/doctor_shared.h"
 #include "tools/stgctl/look.h"
 #include "tools/stgctl/text.h"
 
@@ -110,6 +111,8 @@ Exit run_locks(Context& context) {
 
 struct DoctorOptions {
   std::string try_in;
+  std::string shared;
+  std::string peer;
 };
 
 /// What was found out, and what is said about it.
@@ -148,6 +151,7 @@ Diagnosis diagnose(Context& context, const DoctorOptions& options) {
 }
 
 Exit run_doctor(Context& context, const DoctorOptions& options) {
+  if (!options.shared.empty()) return run_doctor_shared(context, options.shared, options.peer);
   const admin::Tree& tree = context.tree();
   const Diagnosis found = diagnose(context, options);
   if (context.out().json()) {
@@ -196,6 +200,17 @@ Run declare_doctor(CLI::App& app) {
                  "Where locks are tried with a file that is gone afterwards (the folder for "
                  "temporary files)")
       ->type_name("DIR");
+  CLI::Option* const shared =
+      app.add_option("--shared", options->shared,
+                     "Instead: try whether the file system of this folder, which need be no tree, "
+                     "can be shared by hosts")
+          ->type_name("DIR")
+          ->excludes("--try-locks");
+  app.add_option("--peer", options->peer,
+                 "With --shared: the same folder through another mount, which stands for another "
+                 "host")
+      ->type_name("DIR")
+      ->needs(shared);
   return [options](Context& context) { return run_doctor(context, *options); };
 }
 
@@ -213,7 +228,8 @@ void add_status_commands(Commands& commands) {
   commands.push_back({"doctor", Group::kLook, Effect::kLooks,
                       "Show what the tree stands on, and prove that locks exclude", declare_doctor,
                       "Versions, code page, file system. The exit code is 4 when something is\n"
-                      "wrong."});
+                      "wrong. With --shared each thing that hosts need of a shared file system is\n"
+                      "tried, and where one is missing the setting is named that mends it."});
 }
 
 }  // namespace stgctl
