@@ -1,6 +1,6 @@
 # The program of the long runs (./dev reliability), and a small selection of them as tests.
 
-set(vu_reliability_sources ${VU_RELIABILITY_SOURCES})
+set(vu_reliability_sources ${VU_RELIABILITY_SOURCES} ${VU_MODEL_SOURCES})
 if(WIN32)
   list(APPEND vu_reliability_sources ${VU_RELIABILITY_SOURCES_WINDOWS})
 else()
@@ -25,7 +25,7 @@ function(vu_reliability_test suite count)
     TIMEOUT 600 LABELS reliability SKIP_RETURN_CODE 77 WORKING_DIRECTORY ${vu_test_folder})
 endfunction()
 
-# <suite> <count, native> <count, cross-built>; 0 is everything there is.
+# <suite> <count, native> <count, cross-built>; 0 is everything there is, "-" leaves it to long runs.
 set(vu_reliability_selection
   "alarms 0 70"
   "alarms-noticed 1 1"
@@ -37,6 +37,8 @@ set(vu_reliability_selection
   "first-initialisation 2000 200"
   "full-disk 240 0"
   "handles 1000 10"
+  "hostile-index 1024 -"
+  "hostile-index-noticed 1 1"
   "kill-each-call 400 12"
   "kill-each-call-noticed 0 60"
   "kills 160 12"
@@ -48,6 +50,8 @@ set(vu_reliability_selection
   "power-loss 1500 300"
   "power-loss-noticed 0 0"
   "read-only 0 0"
+  "sequences 4000 -"
+  "sequences-noticed 40000 -"
   "threads 320 32")
 foreach(entry IN LISTS vu_reliability_selection)
   separate_arguments(words UNIX_COMMAND "${entry}")
@@ -57,7 +61,9 @@ foreach(entry IN LISTS vu_reliability_selection)
   else()
     list(GET words 1 count)
   endif()
-  vu_reliability_test(${suite} ${count})
+  if(NOT count STREQUAL "-")
+    vu_reliability_test(${suite} ${count})
+  endif()
 endforeach()
 
 # The suites for two mounts (./dev shared), on two names of one local folder: what they check is checked here too.

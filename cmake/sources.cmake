@@ -157,6 +157,7 @@ set(VU_RELIABILITY_SOURCES
   tests/reliability/faults.cpp
   tests/reliability/folder_state.cpp
   tests/reliability/handles.cpp
+  tests/reliability/hostile_index.cpp
   tests/reliability/kill_check.cpp
   tests/reliability/kill_each_call.cpp
   tests/reliability/kill_field.cpp
@@ -169,11 +170,17 @@ set(VU_RELIABILITY_SOURCES
   tests/reliability/out_of_memory.cpp
   tests/reliability/planted.cpp
   tests/reliability/power_loss.cpp
+  tests/reliability/sequences.cpp
+  tests/reliability/sequences_library.cpp
+  tests/reliability/sequences_model.cpp
+  tests/reliability/sequences_steps.cpp
   tests/reliability/threads.cpp
   tests/reliability/tree_state.cpp
-  tests/reliability/trial.cpp)
+  tests/reliability/trial.cpp
+  tests/reliability/work.cpp)
 set(VU_RELIABILITY_SOURCES_POSIX
   tests/reliability/full_disk_posix.cpp
+  tests/reliability/ground_posix.cpp
   tests/reliability/machine_posix.cpp
   tests/reliability/read_only_posix.cpp
   tests/reliability/shared_cost_posix.cpp
@@ -182,8 +189,39 @@ set(VU_RELIABILITY_SOURCES_POSIX
   tests/reliability/shared_posix.cpp
   tests/reliability/shared_worker_posix.cpp)
 set(VU_RELIABILITY_SOURCES_WINDOWS
+  tests/reliability/ground_windows.cpp
   tests/reliability/machine_windows.cpp
   tests/reliability/not_here_windows.cpp)
+
+# The rules written a second time, without anything of the library.
+set(VU_MODEL_SOURCES
+  tests/model/cleaning.cpp
+  tests/model/documents.cpp
+  tests/model/files.cpp
+  tests/model/index.cpp
+  tests/model/keys.cpp
+  tests/model/mail.cpp
+  tests/model/operations.cpp
+  tests/model/parts.cpp
+  tests/model/roots.cpp
+  tests/model/text.cpp
+  tests/model/tree.cpp
+  tests/model/users.cpp)
+
+# The fuzz targets.
+set(VU_FUZZ_SOURCES
+  tests/fuzz/index_text.cpp
+  tests/fuzz/key_text.cpp
+  tests/fuzz/names.cpp
+  tests/fuzz/paths.cpp
+  tests/fuzz/read_list.cpp
+  tests/fuzz/targets.cpp
+  tests/fuzz/whole_operations.cpp)
+# As in their REGISTER_FUZZ_TARGET.
+set(VU_FUZZ_TARGETS index-text key-text names paths read-list whole-operations)
+set(VU_FUZZ_ENTRY_SOURCES
+  tests/fuzz/libfuzzer.cpp
+  tests/fuzz/replay_test.cpp)
 
 # One program each: hello.cpp becomes hello_storage.
 set(VU_EXAMPLES

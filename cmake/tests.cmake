@@ -94,6 +94,7 @@ if(VU_BUILD_CLIENT)
 endif()
 
 include(reliability)
+include(fuzz)
 
 if(VU_BUILD_EXAMPLES)
   include(example_tests)

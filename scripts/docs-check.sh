@@ -64,6 +64,9 @@ within_budget() {
     './dev shared'*) echo "not run (minutes; needs root, FUSE and namespaces): $1" >&2 ;;
     './dev reliability list'*) echo "$line" ;;
     './dev reliability'*) echo "$line --budget 5" ;;
+    './dev fuzz'*--merge*) echo "not run (it changes the committed inputs): $1" >&2 ;;
+    './dev fuzz list'*) echo "$line" ;;
+    './dev fuzz'*) echo "$line --budget 5" ;;
     './dev test'*) echo "VU_TEST_LABEL=check $line" ;;
     *) echo "$line" ;;
   esac

@@ -4,7 +4,7 @@
 # bench (yardsticks and tools of the benchmarks), docs (the site of reference and guides), package (packages
 # for Debian and Windows), report (a browser that opens the client's report), coverage (what tests execute),
 # planted (defects put into a copy of the sources), valgrind,
-# shared (a network file system).
+# shared (a network file system), fuzz (Clang with its fuzzer).
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 # Header-only for what is built here; the Windows build gets copies of them.
@@ -23,6 +23,8 @@ report=(chromium fonts-dejavu-core)
 coverage=(clang llvm)
 planted=(patch rsync)
 valgrind=(valgrind)
+# The last one names functions in a report.
+fuzz=(cmake ninja-build clang-14 libclang-rt-14-dev llvm-14)
 
 wanted=()
 for set in "$@"; do
@@ -37,7 +39,8 @@ for set in "$@"; do
     planted) wanted+=("${planted[@]}") ;;
     valgrind) wanted+=("${valgrind[@]}") ;;
     shared) wanted+=("${shared[@]}") ;;
-    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, bench, docs, package, report, coverage, planted, valgrind and shared" ;;
+    fuzz) wanted+=("${fuzz[@]}") ;;
+    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, bench, docs, package, report, coverage, planted, valgrind, shared and fuzz" ;;
   esac
 done
 

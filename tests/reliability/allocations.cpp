@@ -12,6 +12,7 @@ struct State {
   Shortage shortage = Shortage::kNone;
   std::uint64_t nth = 0;
   std::uint64_t count = 0;
+  std::uint64_t bytes = 0;
   std::int64_t kept = 0;
   bool has_struck = false;
 };
@@ -30,6 +31,7 @@ bool take_one() noexcept {
 
 void* allocate(std::size_t size) noexcept {
   if (!take_one()) return nullptr;
+  if (t_state.is_watched) t_state.bytes += size;
   void* const memory = std::malloc(size == 0 ? 1 : size);
   if (memory != nullptr && t_state.is_watched) ++t_state.kept;
   return memory;
@@ -43,12 +45,13 @@ void give_back(void* memory) noexcept {
 }  // namespace
 
 Watch::Watch(Shortage shortage, std::uint64_t nth) {
-  t_state = State{true, shortage, nth, 0, 0, false};
+  t_state = State{true, shortage, nth, 0, 0, 0, false};
 }
 Watch::~Watch() { t_state.is_watched = false; }
 
 void Watch::end_shortage() { t_state.shortage = Shortage::kNone; }
 std::uint64_t Watch::count() const { return t_state.count; }
+std::uint64_t Watch::bytes() const { return t_state.bytes; }
 std::int64_t Watch::kept() const { return t_state.kept; }
 bool Watch::has_struck() const { return t_state.has_struck; }
 

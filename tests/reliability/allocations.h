@@ -24,6 +24,8 @@ class Watch {
   void end_shortage();
   /// How often something was allocated, or should have been.
   std::uint64_t count() const;
+  /// The bytes that were asked for, all together.
+  std::uint64_t bytes() const;
   /// What was allocated and not given back since, in pieces.
   std::int64_t kept() const;
   /// Whether an allocation failed.

@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# Runs fuzz targets that are built: scripts/fuzz.sh <folder of programs> <runs|-> <seconds|-> <merge|run> <target...>
+# Each target starts from its committed inputs and from those that earlier runs found (build/fuzz/<target>),
+# adds what it finds there, and says one line. An input that ends a run badly is kept in build/fuzz/findings.
+. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+programs=$1 runs=$2 seconds=$3 what=$4
+shift 4
+
+# The largest input, in bytes: enough for every rule, small enough for tens of thousands a second.
+largest() {
+  case $1 in
+    index-text) echo 192 ;;
+    whole-operations) echo 256 ;;
+    paths) echo 320 ;;
+    *) echo 256 ;;
+  esac
+}
+
+export ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+# Targets that write files do so in memory where there is a place.
+[ -n "${VU_TEST_TMP-}" ] || [ ! -w /dev/shm ] || export VU_TEST_TMP=/dev/shm
+
+fuzz_one() {
+  local target=$1
+  local committed=$ROOT/tests/fuzz/corpus/$target found=$BUILD/fuzz/$target log=$BUILD/fuzz/$target.log
+  local -a options=(-max_len="$(largest "$target")" -artifact_prefix="$BUILD/fuzz/findings/$target-"
+    -print_final_stats=1 -timeout=60 -rss_limit_mb=4096)
+  [ "$runs" = - ] || options+=(-runs="$runs")
+  [ "$seconds" = - ] || options+=(-max_total_time="$seconds")
+  mkdir -p "$found" "$BUILD/fuzz/findings"
+  local begin=$SECONDS
+  if ! "$programs/fuzz-$target" "${options[@]}" "$found" "$committed" >"$log" 2>&1; then
+    grep -m 1 '^finding:' "$log" >&2 || true
+    printf '%s: a FINDING after %s seconds; see %s\n' "$target" "$((SECONDS - begin))" "$log"
+    return 1
+  fi
+  printf '%s: %s runs, 0 findings, %s seconds, %s inputs committed, %s found since\n' "$target" \
+    "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")" "$((SECONDS - begin))" \
+    "$(find "$committed" -type f | wc -l)" "$(find "$found" -type f | wc -l)"
+}
+
+# As few inputs as reach everything that the committed ones and those found reach.
+merge_one() {
+  local target=$1
+  local committed=$ROOT/tests/fuzz/corpus/$target found=$BUILD/fuzz/$target
+  local merged=$BUILD/fuzz/$target.merged log=$BUILD/fuzz/$target.log
+  rm -rf "$merged"
+  mkdir -p "$merged" "$found"
+  "$programs/fuzz-$target" -merge=1 -max_len="$(largest "$target")" "$merged" "$committed" "$found" \
+    >"$log" 2>&1 || die "merging the inputs of $target failed; see $log"
+  # The smallest ones first: a hundred are replayed by every test run, and reach nearly all.
+  find "$committed" -type f ! -name 'seed*' -delete
+  find "$merged" -type f -printf '%s %p\n' | sort -n | sed -n '1,90s/^[0-9]* //p' |
+    while read -r input; do cp "$input" "$committed/"; done
+  printf '%s: %s inputs reach everything, %s are kept in %s\n' "$target" \
+    "$(find "$merged" -type f | wc -l)" "$(find "$committed" -type f | wc -l)" "tests/fuzz/corpus/$target"
+}
+
+failed=""
+for target in "$@"; do
+  if [ "$what" = merge ]; then
+    merge_one "$target"
+  else
+    fuzz_one "$target" || failed="$failed $target"
+  fi
+done
+[ -z "$failed" ] || die "findings:$failed (the inputs are in build/fuzz/findings)"
