@@ -23,6 +23,7 @@ report=(chromium fonts-dejavu-core)
 coverage=(clang llvm)
 planted=(patch rsync)
 valgrind=(valgrind)
+
 # The last one names functions in a report.
 fuzz=(cmake ninja-build clang-14 libclang-rt-14-dev llvm-14)
 
