@@ -33,7 +33,7 @@ set(vu_reliability_selection
   "crowd 800 160"
   "crowd-noticed 50 20"
   "faults 1200 60"
-  "faults-noticed 0 150"
+  "faults-noticed 0 0"
   "first-initialisation 2000 200"
   "full-disk 240 0"
   "handles 1000 10"

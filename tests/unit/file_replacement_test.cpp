@@ -226,6 +226,7 @@ TEST(FileReplacement, TakesFiveWritesHoweverManyLinesThereAre) {
     std::string old_text;
     for (int i = 0; i < lines; ++i)
       old_text += index_format::key_of("name", i) + "/" + std::to_string(10000000 + i) + "\n";
-    EXPECT_EQ(replacement::plan(old_text, old_text.substr(old_text.find('\n') + 1)).steps.size(), 5U);
+    EXPECT_EQ(replacement::plan(old_text, old_text.substr(old_text.find('\n') + 1)).steps.size(),
+              5U);
   }
 }
