@@ -70,7 +70,7 @@ endforeach()
 if(NOT CMAKE_CROSSCOMPILING)
   file(MAKE_DIRECTORY ${vu_test_folder}/shared)
   file(CREATE_LINK ${vu_test_folder}/shared ${vu_test_folder}/shared-too SYMBOLIC)
-  foreach(entry "shared-crowd 160" "shared-crowd-noticed 50" "shared-killed-writer 4"
+  foreach(entry "shared-crowd 80" "shared-crowd-spread 80" "shared-crowd-noticed 50" "shared-killed-writer 4"
       "shared-killed-writer-noticed 1")
     separate_arguments(words UNIX_COMMAND "${entry}")
     vu_reliability_test(${words})

@@ -117,7 +117,7 @@ run_doctor() {
   note_result doctor "$status"
 }
 
-all_parts=(doctor api_tests multi_tests shared-crowd shared-crowd-noticed shared-killed-writer
+all_parts=(doctor api_tests multi_tests shared-crowd shared-crowd-spread shared-crowd-noticed shared-killed-writer
   shared-killed-writer-noticed shared-brick shared-cut-off shared-cost)
 
 run_parts() {
@@ -128,7 +128,7 @@ run_parts() {
     case $part in
       doctor) run_doctor ;;
       *_tests) run_tests "$part" ;;
-      shared-crowd) [ -z "$quick" ] || less=(--count 320) ;;&
+      shared-crowd | shared-crowd-spread) [ -z "$quick" ] || less=(--count 160) ;;&
       shared-killed-writer) [ -z "$quick" ] || less=(--count 8) ;;&
       shared-brick | shared-cut-off) [ -z "$quick" ] || less=(--count 180) ;;&
       shared-*) run_suite "$part" "${less[@]}" ;;
@@ -153,7 +153,7 @@ try_settings() {
   missing=$("$bin/stgctl" doctor --shared "$VU_SHARED_A" --peer "$VU_SHARED_B" |
     awk '$2 == "MISSING" { printf "%s%s", sep, $1; sep = ", " }') || true
   [ -n "${2-}" ] || crowd="not tried"
-  [ -z "${2-}" ] || "$bin/reliability" shared-crowd --count 48 --budget 120 --scratch "$VU_SHARED_DIR/local" >"$VU_SHARED_DIR/crowd.log" 2>&1 ||
+  [ -z "${2-}" ] || "$bin/reliability" shared-crowd --count 24 --budget 120 --scratch "$VU_SHARED_DIR/local" >"$VU_SHARED_DIR/crowd.log" 2>&1 ||
     crowd="FAILED ($(grep -c '^WRONG' "$VU_SHARED_DIR/crowd.log") wrong, $(sed -n 's/^WRONG: //p' "$VU_SHARED_DIR/crowd.log" | head -n 1))"
   printf '| %s | %s | %s |\n' "$1" "${missing:-nothing}" "$crowd"
 }
