@@ -52,7 +52,8 @@ set(vu_reliability_selection
   "read-only 0 0"
   "sequences 4000 -"
   "sequences-noticed 40000 -"
-  "threads 320 32")
+  "threads 320 32"
+  "unheard 600 40")
 foreach(entry IN LISTS vu_reliability_selection)
   separate_arguments(words UNIX_COMMAND "${entry}")
   list(GET words 0 suite)

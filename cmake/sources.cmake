@@ -177,6 +177,7 @@ set(VU_RELIABILITY_SOURCES
   tests/reliability/threads.cpp
   tests/reliability/tree_state.cpp
   tests/reliability/trial.cpp
+  tests/reliability/unheard.cpp
   tests/reliability/work.cpp)
 set(VU_RELIABILITY_SOURCES_POSIX
   tests/reliability/full_disk_posix.cpp

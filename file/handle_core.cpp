@@ -158,6 +158,15 @@ FileText HandleCore::read_whole(const trace::Scope& operation) {
   return text;
 }
 
+bool HandleCore::is_read_to_end(const trace::Scope& operation) const {
+  char next = 0;
+  std::size_t done = 0;
+  const os::Status status = os::read(m_state.handle, &next, sizeof next, done);
+  if (!status.ok())
+    trace_failure(operation, __LINE__, trace_event::error, "read file", status.code());
+  return status.ok() && done == 0;
+}
+
 void HandleCore::read(const trace::Scope& operation, unsigned char*& buffer, unsigned int& length) {
   check_reading_mode();
   const std::int64_t wanted = length != 0 ? length : m_spelling.size(path());
@@ -295,6 +304,13 @@ FileText read_text(vu_file& file) {
   const vu_path names = file.getPath();
   return HandleCore(file, names.getParentPathName(), names.getRelativePathName(), kNarrowSpelling)
       .read_whole(vu_trace_scope);
+}
+
+bool is_read_to_end(vu_file& file) {
+  VU_FILE_SCOPE();
+  const vu_path names = file.getPath();
+  return HandleCore(file, names.getParentPathName(), names.getRelativePathName(), kNarrowSpelling)
+      .is_read_to_end(vu_trace_scope);
 }
 
 void replace_text(vu_file& file, std::string_view old_text, std::string_view new_text) {

@@ -54,6 +54,8 @@ class HandleCore {
   void read(const trace::Scope& operation, unsigned char*& buffer, unsigned int& length);
   /// See read_text().
   FileText read_whole(const trace::Scope& operation);
+  /// See is_read_to_end().
+  bool is_read_to_end(const trace::Scope& operation) const;
   int write(const trace::Scope& operation, std::string_view data);
   void seek(int offset, short origin);
   void close(const trace::Scope& operation) noexcept;
@@ -93,6 +95,10 @@ class HandleCore {
 /// Reads an open file whole, as vu_file::read() does and with the same failures, but into memory that
 /// nobody clears first.
 FileText read_text(vu_file& file);
+
+/// Whether nothing stands behind what was read of an open file. False also when the system fails to tell,
+/// which is traced like a failed vu_file::read().
+bool is_read_to_end(vu_file& file);
 
 /// Replaces the whole content of an open file of lines so that a process that dies on the way leaves
 /// the old lines or the new ones (see replacement.h). @p old_text is what the file holds.

@@ -8,8 +8,8 @@ namespace replacement {
 
 /// What became of a replacement.
 struct Outcome {
-  os::Status
-      written;  ///< a failure leaves the old lines or, where the new ones were complete already, both
+  /// A failure leaves the old lines or, where the new ones were complete already, both.
+  os::Status written;
   os::Status cut;  ///< of the cut at the end of the new text; asked for only after all was written
 };
 

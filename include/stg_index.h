@@ -255,6 +255,9 @@ class VU_STORAGE_API STGIndex : public vu_file {
   void sweepOrphans(const vu_utf8string& base, const std::vector<vu_utf8string>& names,
                     unsigned long limit, bool useAccessTime);
 
+  // As the public one; isSure receives whether the system answered each question about a file.
+  static void plValues(const std::string& folder, NameMap& out, bool& isSure);
+  void addPhysicalNames(NameMap& out) const;
   static void checkIndexFile(const std::string& folder);
   static std::string entryAndTS(const std::string& logical, long ts);
   static std::string entryOnly(const std::string& key);

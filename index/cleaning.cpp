@@ -114,7 +114,16 @@ void STGIndex::sweepOrphans(const vu_utf8string& base, const std::vector<vu_utf8
   // for every lock on it; this instance's own would never be given back.
   close();
   NameMap physical_names;
-  plValues(m_folder, physical_names);
+  bool is_sure = false;
+  plValues(m_folder, physical_names, is_sure);
+  if (!is_sure) {
+    // Documents would be taken for orphans.
+    VU_ERROR("STGIndex: orphans stay, for the system does not tell which files the index names: ",
+             m_folder);
+    return;
+  }
+  // What this instance knows is nobody's orphan either, should that query have missed it.
+  addPhysicalNames(physical_names);
 
   for (const vu_utf8string& name : names) {
     if (name.str() == kCounterFile || name.str() == kIndexFile) continue;

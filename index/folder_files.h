@@ -30,6 +30,9 @@ class FolderFiles {
   /// The listing, in the system's order.
   const std::vector<os::Entry>& entries();
 
+  /// Whether a path leads to something: as vu_file::exists(), without its trace scope.
+  bool probe(const std::string& path);
+
   /// Whether the folder holds the file of a line: the stored name, or that + the logical name's
   /// extension. A key too short to be one makes no valid line.
   bool is_valid(std::string_view key, std::string_view stored);
@@ -52,9 +55,9 @@ class FolderFiles {
   /// a line are accounted for from then on.
   void load(LoadedIndex& index);
 
-  /// Whether each question was answered. False when the system failed to tell whether some line has a file
-  /// (an I/O error, a connection that is gone): it then counts as a line without one, and a text made from
-  /// these answers may lack lines that are valid.
+  /// Whether each question was answered. False when the system failed to tell whether some line has a file,
+  /// or whether a path leads to something (an I/O error, a connection that is gone): it then counts as
+  /// missing, and a text made from these answers may lack lines that are valid.
   bool is_sure() const { return m_is_sure; }
 
   /// Whether load() met the file of this entry and no other line has it: such a file is known to the
@@ -86,7 +89,6 @@ class FolderFiles {
   void claim(const Match& found, const IndexEntry& line);
   bool runs_on_into_a_name(const index_format::Line& line);
   bool probe_is_valid(std::string_view stored, std::string_view extension);
-  bool probe(const std::string& path);
 
   const std::string& m_folder;
   bool m_listed = false;

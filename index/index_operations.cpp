@@ -85,10 +85,20 @@ bool STGIndex::lastVersion(const std::string& folder, const std::string& logical
 }
 
 void STGIndex::plValues(const std::string& folder, NameMap& out) {
+  bool is_sure = false;
+  plValues(folder, out, is_sure);
+}
+
+void STGIndex::plValues(const std::string& folder, NameMap& out, bool& isSure) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   out.clear();
   const STGIndex index(folder);
-  index.visitEntries([&](std::string_view key, std::string_view stored) {
+  index.addPhysicalNames(out);
+  isSure = index.m_isSure;
+}
+
+void STGIndex::addPhysicalNames(NameMap& out) const {
+  visitEntries([&](std::string_view key, std::string_view stored) {
     out.emplace(file_name_of(key, stored), logical_of(key));
   });
 }

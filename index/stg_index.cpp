@@ -67,19 +67,19 @@ STGIndex::STGIndex(const std::string& folder)
   }
 
   FolderFiles files(m_folder);
-  if (vu_file::exists(getFilePath())) {
+  if (files.probe(getFilePath())) {
     // Required: the handle, and with it the shared lock, stays until the destructor.
     open(o_read);
     std::string text;
     read(text, 0);
     const auto loaded = std::make_shared<LoadedIndex>(std::move(text));
     files.load(*loaded);
-    m_isSure = files.is_sure();
     m_loaded = loaded;
     m_hasMaps = false;
     // Out of order, the entries alone do not tell which line of a name counts.
     if (!loaded->ascending) fillMaps();
   }
+  m_isSure = files.is_sure();
   if (std::atomic_ref(m_autoSynchronizeToFolder).load(std::memory_order_acquire)) {
     synchronizeToFolder(files);
   }
@@ -114,6 +114,8 @@ void STGIndex::mergeAndSave() {
 
   std::string text;
   read(text, 0);
+  // A text that ends early would take the lines of others out of the file.
+  m_isSure = m_isSure && is_read_to_end(*this);
   mergeFrom(std::move(text));
   saveIndexFile();
   close();

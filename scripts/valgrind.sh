@@ -14,12 +14,16 @@ verdict=0
 # Far more than the slowest test takes under it.
 export VU_TEST_ALARM=1800
 
+ran=""
 for program in unit_tests api_tests; do
+  filter="${1:-*}-$without"
+  "$BUILD/linux/bin/$program" --gtest_list_tests --gtest_filter="$filter" | grep -q '^  ' || continue
+  ran="$ran $program"
   say "$program under valgrind (minutes)"
   # What tests start by themselves is not followed: helper processes are killed on purpose.
   valgrind --leak-check=full --show-leak-kinds=definite,indirect,possible --errors-for-leak-kinds=definite,indirect,possible \
     --error-exitcode=99 --log-file="$log/$program.txt" \
-    "$BUILD/linux/bin/$program" --gtest_brief=1 --gtest_filter="${1:-*}-$without" >"$log/$program.out" 2>&1 || verdict=1
+    "$BUILD/linux/bin/$program" --gtest_brief=1 --gtest_filter="$filter" >"$log/$program.out" 2>&1 || verdict=1
   grep -E '^\[  (PASSED|FAILED)  \]' "$log/$program.out" || die "$program did not end; see $log/$program.out"
   # The last summaries are the program's own, not a forked test's.
   tac "$log/$program.txt" | grep -m 1 'ERROR SUMMARY' || die "valgrind said nothing; see $log/$program.txt"
@@ -28,5 +32,6 @@ for program in unit_tests api_tests; do
     tac "$log/$program.txt" | grep -m 1 "$kind lost" || true
   done
 done
+[ -n "$ran" ] || die "no test that can run under valgrind is called '$1'"
 [ $verdict -eq 0 ] || die "valgrind or a test found a fault; see $log"
 say "valgrind: nothing lost, no error"

@@ -9,6 +9,12 @@ bool begins_with(const std::string& text, const std::string& head) {
   return text.size() >= head.size() && text.substr(0, head.size()) == head;
 }
 
+/// Times are asked for without the separators at the end, so that a file is found behind them, too.
+std::string trimmed(std::string path) {
+  while (!path.empty() && (path.back() == '\\' || path.back() == '/')) path.pop_back();
+  return path;
+}
+
 }  // namespace
 
 std::uint32_t World::clean(const std::string& folder, std::uint32_t limit, Kept& kept,
@@ -18,7 +24,7 @@ std::uint32_t World::clean(const std::string& folder, std::uint32_t limit, Kept&
   for (const auto& [its_key, stored] : index.lp) {
     std::string on_disk = stored;
     if (stored.find('.') == std::string::npos) on_disk += extension_with_dot(logical_of(its_key));
-    const Node* const node = tree.at(folder + "\\" + on_disk);
+    const Node* const node = tree.at(trimmed(folder + "\\" + on_disk));
     const std::int64_t time = node == nullptr ? 0 : node->time;
     const std::uint32_t age = static_cast<std::uint32_t>(now) - static_cast<std::uint32_t>(time);
     // The machine's own clock gives these times: of them is only known that they are years away.

@@ -232,8 +232,8 @@ os::faults::Fault plan(const Way& way, const std::vector<Call>& calls, std::size
 }
 
 Disturbance disturbance_of(const std::string& operation, const Way& way, Call call) {
-  if (starts_with_any(operation, {"STGIndex::clean"})) {
-    return call == Call::stat ? Disturbance::kNoAge : Disturbance::kSwept;
+  if (starts_with_any(operation, {"STGIndex::clean"}) && call == Call::stat) {
+    return Disturbance::kNoAge;
   }
   const bool says_missing = way.kind == Kind::kStatus &&
                             (way.trouble == Trouble::kNotFound || way.trouble == Trouble::kNoName);

@@ -69,9 +69,7 @@ class OutOfMemory {
     const Outcome outcome = m_trial.call(operation, setting, shortage, allocation);
     // Tables that grow now and then make the counts differ by one.
     if (!outcome.ran_short) ++m_spared;
-    const bool cleans = operation.name.rfind("STGIndex::clean", 0) == 0;
-    m_trial.check(under_way(), usual, outcome, cleans ? Disturbance::kSwept : Disturbance::kFault,
-                  m_windows);
+    m_trial.check(under_way(), usual, outcome, Disturbance::kFault, m_windows);
     if (outcome.end == Outcome::End::kOther || outcome.end == Outcome::End::kPlanned) {
       m_run.fail(under_way() + ": ended with " + name_of(outcome.end));
     }

@@ -30,7 +30,12 @@ bool is_folder(const std::string& path) { return path.back() == '/'; }
 /// Whether a name is one that a counter gives, with or without an extension.
 bool is_number(const std::string& name) {
   const std::string stem = name.substr(0, name.find('.'));
-  return stem.size() == 8 && stem.find_first_not_of("0123456789") == std::string::npos;
+  return stem.size() >= 8 && stem.find_first_not_of("0123456789") == std::string::npos;
+}
+
+/// Of two numbers in digits.
+bool is_lower(const std::string& one, const std::string& other) {
+  return one.size() != other.size() ? one.size() < other.size() : one < other;
 }
 
 const std::string* find(const Tree& tree, const std::string& path) {
@@ -92,8 +97,7 @@ class Comparison {
     const bool will_be = m_after.count(path) != 0;
     const bool is = m_now.count(path) != 0;
     if (is && !was && !will_be) wrong("a folder that nobody makes: " + path);
-    const bool may_be_swept = m_by == Disturbance::kNoAge || m_by == Disturbance::kSwept;
-    if (!is && was && will_be && may_be_swept) {
+    if (!is && was && will_be && m_by == Disturbance::kNoAge) {
       return window("a folder beside a document that was removed");
     }
     if (!is && was && will_be) wrong("a folder is gone: " + path);
@@ -105,9 +109,6 @@ class Comparison {
     const std::string* const is = find(m_now, path);
     if (same(is, was) || same(is, will_be)) return;
     if (same(was, will_be) && was != nullptr) {
-      if (m_by == Disturbance::kSwept && is == nullptr && !is_named(path)) {
-        return window("swept, for it could not be adopted");
-      }
       if (m_by == Disturbance::kNoAge && is == nullptr) {
         return window("removed as too old, for the system does not tell its age");
       }
@@ -130,14 +131,6 @@ class Comparison {
     } else {
       wrong((was == nullptr ? "a file that nobody makes: " : "foreign bytes in ") + path);
     }
-  }
-
-  /// Whether a line names a file that was there before.
-  bool is_named(const std::string& path) const {
-    const Lines lines = lines_in(m_before, parent_of(path) + "index.dat");
-    return std::any_of(lines.begin(), lines.end(), [&](const auto& each) {
-      return file_of(each.first, each.second) == name_of(path);
-    });
   }
 
   /// Whether a file was written from its start without being cut first: what it was to hold, or what was to be
@@ -175,14 +168,12 @@ class Comparison {
     if (is == nullptr) return wrong("the counter is gone: " + path);
     const bool is_cut = m_by == Disturbance::kTorn && is->size() <= kTornBytes;
     if ((is->empty() || is_cut) && was == nullptr) return window("a new counter, empty or cut");
-    const bool is_a_number =
-        is->size() == 8 && is->find_first_not_of("0123456789") == std::string::npos;
-    if (!is_a_number) return wrong("the counter " + path + " reads \"" + *is + "\"");
+    if (!is_number(*is)) return wrong("the counter " + path + " reads \"" + *is + "\"");
     const bool is_on_the_way =
-        will_be != nullptr && *is < *will_be && (was == nullptr || *was < *is);
+        will_be != nullptr && is_lower(*is, *will_be) && (was == nullptr || is_lower(*was, *is));
     if (is_on_the_way) return window("one of several numbers drawn");
     if (m_by == Disturbance::kKill) return wrong("the counter jumped to " + *is + ": " + path);
-    if (was != nullptr && *is < *was && m_by != Disturbance::kLie)
+    if (was != nullptr && is_lower(*is, *was) && m_by != Disturbance::kLie)
       wrong("the counter went back to " + *is + ": " + path);
     window("another number drawn");
   }
@@ -204,21 +195,14 @@ class Comparison {
     if (was == nullptr && will_be == nullptr && path == kAreaIndex) {
       return window("an entry in the folder of the area, for that of the owner could not be named");
     }
-    if (m_by == Disturbance::kTorn && is_torn(*is, was)) {
-      return window("an index of which the device took the beginning of a write only");
+    if (m_by == Disturbance::kTorn && was == nullptr && is->size() <= kTornBytes) {
+      return window("a new index of which the device took the beginning only");
     }
     const Lines old_lines = lines_in(m_before, path);
     const Lines new_lines = lines_in(m_after, path);
     const Lines lines = lines_in(m_now, path);
     check_lines(path, old_lines, new_lines, lines);
     if (!same(is, was)) window("an index between the old lines and the new ones");
-  }
-
-  /// Whether an index holds its old text behind the few bytes that were written.
-  static bool is_torn(const std::string& is, const std::string* was) {
-    if (was == nullptr) return is.size() <= kTornBytes;
-    return is.size() == was->size() &&
-           is.compare(kTornBytes, std::string::npos, *was, kTornBytes) == 0;
   }
 
   void check_lines(const std::string& path, const Lines& old_lines, const Lines& new_lines,
@@ -245,7 +229,12 @@ class Comparison {
       const bool is_adopted =
           key == key_for(stored, 0) &&
           (m_by != Disturbance::kKill || m_before.count(parent_of(path) + stored) != 0);
-      if (!has_another_number && !is_adopted) {
+      // A name whose own file seemed to be missing was given a new one.
+      const bool seemed_missing = m_by != Disturbance::kKill && is_number(stored) &&
+                                  m_before.count(parent_of(path) + parts_of_key(key).first) != 0;
+      if (seemed_missing) {
+        window("a new file for a name whose own one seemed to be missing");
+      } else if (!has_another_number && !is_adopted) {
         wrong("invented: " + key + "/" + stored + " in " + path);
       }
     }

@@ -24,7 +24,6 @@ enum class Disturbance : std::uint8_t {
   kFault,      ///< it was told of a failure and went on
   kMisplaced,  ///< the same, of a lock, a cut or a move in a file: what it writes may go over old bytes
   kTorn,       ///< the device took the beginning of a write only
-  kSwept,  ///< a fault in a clean, which takes away what no line names: what it could not adopt goes too
   kNoAge,  ///< it was not told how old a file is, and takes it for one of 1970
   kLie,    ///< it was told that something is not there, or ends earlier, which is not so
 };

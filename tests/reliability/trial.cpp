@@ -63,12 +63,14 @@ const char* name_of(Outcome::End end) {
 
 // ---- the sink -----------------------------------------------------------------------------------
 
-FailureSink::FailureSink() {
+FailureSink::FailureSink() { listen(true); }
+FailureSink::~FailureSink() { vu_host::install(vu_host::services()); }
+
+void FailureSink::listen(bool wanted) {
   vu_host::services services;
-  services.trace = this;
+  services.trace = wanted ? this : nullptr;
   vu_host::install(services);
 }
-FailureSink::~FailureSink() { vu_host::install(vu_host::services()); }
 
 void FailureSink::clear() noexcept { m_errors = m_warnings = m_kept = 0; }
 

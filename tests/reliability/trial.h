@@ -40,6 +40,8 @@ class FailureSink final : public vu_host::trace_sink {
   FailureSink(const FailureSink&) = delete;
   FailureSink& operator=(const FailureSink&) = delete;
 
+  /// Whether anything reaches it from now on.
+  void listen(bool wanted);
   void clear() noexcept;
   std::size_t errors() const { return m_errors; }
   std::size_t warnings() const { return m_warnings; }

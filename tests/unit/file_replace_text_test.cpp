@@ -77,24 +77,24 @@ TEST_F(ReplaceText, CutsBehindTheNewTextOnlyAndFlushesNothing) {
   EXPECT_EQ(content(), "ab");
 }
 
-TEST_F(ReplaceText, ThatCannotBeWrittenIsTracedAndCutsNothing) {
+TEST_F(ReplaceText, ThatCannotBeWrittenIsTracedAndTakenBack) {
   const auto fault = faults::cut_transfer(Call::write, 1, kSomeFailure);
   recording_sink sink;
   faults::reset();
   replace("ab");
   EXPECT_EQ(sink.events(trace_event::error), failure("write file"));
   EXPECT_EQ(faults::calls(Call::set_end), 0U);
-  EXPECT_EQ(content(), "a123456789");
+  EXPECT_EQ(content(), "0123456789");
 }
 
-TEST_F(ReplaceText, ThatWasWrittenInPartWithoutAnErrorCutsNothing) {
+TEST_F(ReplaceText, ThatWasWrittenInPartWithoutAnErrorIsTakenBack) {
   const auto fault = faults::cut_transfer(Call::write, 1);
   recording_sink sink;
   faults::reset();
   replace("ab");
   EXPECT_EQ(sink.count(trace_event::error, "write file : " + m_dir.path("f")), 1U);
   EXPECT_EQ(faults::calls(Call::set_end), 0U);
-  EXPECT_EQ(content(), "a123456789");
+  EXPECT_EQ(content(), "0123456789");
 }
 
 TEST_F(ReplaceText, ThatHasNoRoomIsTracedAndWritesNothing) {

@@ -89,6 +89,13 @@ TEST_F(IndexCleaning, KeepsWhatIsExactlyAsOldAsTheLimit) {
   EXPECT_EQ(kept, (AgeMap{{3600, entry("a.kdc_0000000001")}}));
 }
 
+TEST_F(IndexCleaning, FindsTheAgeBehindASeparatorAtTheEndOfAName) {
+  write_aged("a.kdb", 10);
+  folder.set_index("a.kdb_0000000001/a.kdb/\n");
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(kept, (AgeMap{{10, entry("a.kdb_0000000001")}}));
+}
+
 TEST_F(IndexCleaning, ReportsTheOldestFirst) {
   write_aged("00000001.kdc", 10);
   write_aged("00000002.kdc", 30);
@@ -430,6 +437,50 @@ TEST_F(IndexCleaning, GoesOnBehindAnOrphanThatCannotBeRemoved) {
   EXPECT_EQ(sink.count(trace_event::error, "removing orphan file: " + folder.path("stray2")), 1U);
   // And the failure itself, which is the file layer's.
   EXPECT_EQ(sink.count(trace_event::error), 3U);
+}
+
+// ---- the sweep, where the system does not answer ------------------------------------------------
+
+TEST_F(IndexCleaning, SweepsNoDocumentWhenAnExistenceTestFailsOnce) {
+  for (const os::Status& failure : {kRefused, os::Status(2, os::Failure::kNotFound)}) {
+    std::uint64_t probes = 0;
+    for (bool was_hit = true; was_hit; ++probes) {
+      write_aged("00000001.kdc", 10);
+      folder.set_index("a.kdc_0000000001/00000001\n");
+      const auto fault = os::faults::fail(Call::probe_search, failure, probes + 1, Times::kOnce);
+      EXPECT_EQ(clean(3600), 0U);
+      was_hit = fault.hits() != 0;
+      EXPECT_TRUE(folder.has("00000001.kdc")) << "probe " << probes + 1;
+      EXPECT_EQ(folder.index(), "a.kdc_0000000001/00000001\n") << "probe " << probes + 1;
+    }
+    EXPECT_GE(probes, 3U) << "of both loads, and one more that is not made";
+  }
+}
+
+TEST_F(IndexCleaning, LeavesOrphansWhereTheSystemDoesNotTellOfTheIndex) {
+  write_aged("00000001.kdc", 10);
+  folder.write("stray");
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  recording_sink sink;
+  const auto fault = os::faults::fail(Call::probe_search, kRefused, 1, Times::kLasting);
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(folder.names(), (Texts{"00000001.kdc", "index.dat", "stray"}));
+  EXPECT_EQ(sink.events(trace_event::error),
+            (Texts{"STGIndex: orphans stay, for the system does not tell which files the index "
+                   "names: " +
+                   folder.path()}));
+}
+
+TEST_F(IndexCleaning, LeavesWhatOneOfTheLoadsCouldNotListForAdoption) {
+  STGIndex::setSynchronizeMode(true);
+  for (const std::uint64_t listing : {1U, 2U, 3U}) {
+    write_aged("stray", 10);
+    folder.set_index(" ");
+    const auto fault = os::faults::fail(Call::list, kRefused, listing, Times::kOnce);
+    EXPECT_EQ(clean(3600), 0U);
+    EXPECT_EQ(fault.hits(), 1U);
+    EXPECT_TRUE(folder.has("stray")) << "listing " << listing;
+  }
 }
 
 TEST_F(IndexCleaning, LetsAPhysicalNameAccountForAllNamesThatBeginWithIt) {

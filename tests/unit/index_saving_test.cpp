@@ -431,6 +431,27 @@ TEST_F(IndexSaving, KeepsTheOldTextWhenNothingCanBeWritten) {
   EXPECT_TRUE(index_is_free());
 }
 
+TEST_F(IndexSaving, PutsTheOldTextBackWhereTheDeviceTookAPartOfTheNewOne) {
+  const std::string text = "b_0000000001/00000001\nc_0000000001/00000001\n";
+  folder.write("00000001");
+  for (const std::size_t taken : {1U, 30U, 60U}) {
+    for (const Times times : {Times::kOnce, Times::kLasting}) {
+      folder.set_index(text);
+      recording_sink sink;
+      const auto fault =
+          os::faults::cut_transfer(Call::write, taken, {28, os::Failure::kOther}, 1, times);
+      {
+        STGIndex index = Peer::load(folder.path());
+        Peer::insert(index, "a_0000000001", "00000001");
+        Peer::set_need_update(index);
+      }
+      EXPECT_GE(fault.hits(), 1U);
+      EXPECT_EQ(folder.index(), text) << taken << " bytes";
+      EXPECT_EQ(sink.count(trace_event::error, "write file : " + folder.path("index.dat")), 1U);
+    }
+  }
+}
+
 TEST_F(IndexSaving, KeepsTheOldTextWhenThereIsNoRoomForTheNewOne) {
   folder.write("00000001");
   folder.set_index("b_0000000001/00000001\n");
@@ -446,6 +467,35 @@ TEST_F(IndexSaving, KeepsTheOldTextWhenThereIsNoRoomForTheNewOne) {
   EXPECT_EQ(os::faults::calls(Call::write), 0U);
   EXPECT_EQ(sink.count(trace_event::error, "write file : " + folder.path("index.dat")), 1U);
   EXPECT_EQ(folder.index(), "b_0000000001/00000001\n");
+}
+
+TEST_F(IndexSaving, KeepsTheOldTextWhenItCouldNotBeReadToItsEnd) {
+  const std::string text = "a_0000000001/00000001\nb_0000000001/00000001\n";
+  folder.write("00000001");
+  folder.set_index(text);
+  // The read of the load, then that of the save: short, nothing (its size is not told), and the question
+  // whether there is more.
+  const auto disturbances = {
+      +[] { return os::faults::cut_transfer(Call::read, 5, {}, 2, Times::kOnce); },
+      +[] { return os::faults::fail(Call::stat, kRefused, 3, Times::kOnce); },
+      +[] { return os::faults::fail(Call::read, kRefused, 3, Times::kOnce); }};
+  for (const auto& disturb : disturbances) {
+    recording_sink sink;
+    const auto fault = disturb();
+    {
+      STGIndex index = Peer::load(folder.path());
+      Peer::insert(index, "c_0000000001", "00000001");
+      Peer::set_need_update(index);
+    }
+    EXPECT_EQ(fault.hits(), 1U);
+    EXPECT_EQ(folder.index(), text);
+    EXPECT_EQ(sink.count(trace_event::error,
+                         "STGIndex: index.dat is left as it is, for the system does not tell "
+                         "which files exist: " +
+                             folder.path()),
+              1U);
+  }
+  EXPECT_TRUE(index_is_free());
 }
 
 // ---- merging -----------------------------------------------------------------------------------
