@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "tests/support/windows_process.h"
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -109,8 +111,7 @@ running_program::running_program(const std::vector<std::string>& arguments,
   start.hStdOutput = out.writer;
   start.hStdError = err.writer;
   PROCESS_INFORMATION started = {};
-  const BOOL good = ::CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE, 0,
-                                     nullptr, nullptr, &start, &started);
+  const bool good = start_program(program, line, nullptr, start, started);
   for (const auto& [name, value] : environment) {
     ::SetEnvironmentVariableW(widened(name).c_str(), nullptr);
   }

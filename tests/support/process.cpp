@@ -13,7 +13,7 @@
 #include <utility>
 
 #if defined(_WIN32)
-#include <windows.h>
+#include "tests/support/windows_process.h"
 #else
 #include <fcntl.h>
 #include <poll.h>
@@ -227,15 +227,7 @@ child_process::child_process(const std::string& role, const std::vector<std::str
   start.hStdOutput = their_output;
   start.hStdError = ::GetStdHandle(STD_ERROR_HANDLE);
   PROCESS_INFORMATION info = {};
-  // Wine answers with an internal error once in a while, when another process was killed just before.
-  BOOL started = FALSE;
-  for (int attempt = 0; attempt < 20 && !started; ++attempt) {
-    if (attempt != 0) ::Sleep(50);
-    std::wstring line = command;
-    started = ::CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE,
-                               CREATE_UNICODE_ENVIRONMENT, variables.data(), nullptr, &start, &info);
-    if (!started && ::GetLastError() != ERROR_INTERNAL_ERROR) break;
-  }
+  const bool started = start_program(program, command, variables.data(), start, info);
   ::CloseHandle(their_input);
   ::CloseHandle(their_output);
   if (!started) throw system_error("CreateProcess");

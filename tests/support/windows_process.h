@@ -1,0 +1,26 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+/// Starts a program with the handles of @p start, and again while Wine answers with an internal error, as it
+/// does once in a while when another process was killed just before.
+/// @param variables the environment as a block; null for this process's own.
+/// @param info receives the handles, the caller's to close.
+/// @return whether it was started; ::GetLastError() says why not.
+inline bool start_program(const std::wstring& program, const std::wstring& command,
+                          wchar_t* variables, STARTUPINFOW& start, PROCESS_INFORMATION& info) {
+  constexpr int kAttempts = 20;
+  constexpr DWORD kPause = 50;  // milliseconds
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    if (attempt != 0) ::Sleep(kPause);
+    std::wstring line = command;
+    if (::CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE,
+                         CREATE_UNICODE_ENVIRONMENT, variables, nullptr, &start, &info)) {
+      return true;
+    }
+    if (::GetLastError() != ERROR_INTERNAL_ERROR) break;
+  }
+  return false;
+}
