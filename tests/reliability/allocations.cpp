@@ -57,13 +57,31 @@ bool Watch::has_struck() const { return t_state.has_struck; }
 
 }  // namespace reliability::allocations
 
-// The forms for arrays and those that do not throw are made of these by the C++ library.
+// All forms but those for types of a larger alignment, which nothing here has: what the C++ library makes of the first
+// one, a sanitizer's runtime may have of its own.
 void* operator new(std::size_t size) {
   void* const memory = reliability::allocations::allocate(size);
   if (memory == nullptr) throw std::bad_alloc();
   return memory;
 }
+void* operator new[](std::size_t size) { return ::operator new(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return reliability::allocations::allocate(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return reliability::allocations::allocate(size);
+}
 void operator delete(void* memory) noexcept { reliability::allocations::give_back(memory); }
+void operator delete[](void* memory) noexcept { reliability::allocations::give_back(memory); }
 void operator delete(void* memory, std::size_t) noexcept {
+  reliability::allocations::give_back(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+  reliability::allocations::give_back(memory);
+}
+void operator delete(void* memory, const std::nothrow_t&) noexcept {
+  reliability::allocations::give_back(memory);
+}
+void operator delete[](void* memory, const std::nothrow_t&) noexcept {
   reliability::allocations::give_back(memory);
 }

@@ -64,10 +64,6 @@ class Faults {
       outcome = m_trial.call(operation, setting);
       if (fault.hits() == 0) m_run.fail(what + ": never struck");
     }
-    // The buffer is its caller's by then, who has no chance here.
-    if (way.kind == Way::Kind::kException && operation.name == "vu_fileutf8::read") {
-      outcome.kept = usual.outcome.kept;
-    }
     m_trial.check(what, usual, outcome, disturbance_of(operation.name, way, call), m_windows);
     for (const std::string& each : complaints(operation.name, way, call, usual, outcome)) {
       m_run.fail(what + ": " + each);
