@@ -81,7 +81,7 @@ void fill(const std::string& folder, std::size_t entries) {
   make_folder(folder);
   Lines lines;
   for (std::size_t i = 0; i < entries; ++i) {
-    char stored[16];
+    char stored[24];
     std::snprintf(stored, sizeof stored, "%08zu", i + 1);
     const std::string logical = entry_name(i);
     lines[key_for(logical, kStamp)] = stored;
@@ -160,7 +160,7 @@ void measure_judgement(Run& run, std::size_t names, const std::string& local,
   for (const std::string* const folder : {&local, &shared}) {
     make_folder(*folder);
     for (std::size_t i = 0; i < names; ++i) {
-      char name[16];
+      char name[32];
       std::snprintf(name, sizeof name, "%08zu.kdb", i);
       write_file(*folder + "\\" + name, "");
     }
