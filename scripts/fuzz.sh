@@ -7,7 +7,7 @@
 programs=$1 runs=$2 seconds=$3 what=$4
 shift 4
 
-# The largest input, in bytes: enough for every rule, small enough for tens of thousands a second.
+# The largest input, in bytes: enough for every rule, small enough for thousands a second (whole operations: hundreds).
 largest() {
   case $1 in
     index-text) echo 64 ;; # each line feed may make an entry of all the rest
