@@ -30,7 +30,8 @@ if(VU_STAGED_INCLUDE)
   target_include_directories(vu_utf8cpp SYSTEM INTERFACE ${VU_STAGED_INCLUDE})
 else()
   find_package(utf8cpp REQUIRED)
-  target_link_libraries(vu_utf8cpp INTERFACE utf8cpp)
+  # Its target has a namespace since version 4.
+  target_link_libraries(vu_utf8cpp INTERFACE $<IF:$<TARGET_EXISTS:utf8cpp::utf8cpp>,utf8cpp::utf8cpp,utf8cpp>)
 endif()
 
 # vu_header_library(<target> <header> <package> <imported target>): from the staged headers, or from the
@@ -70,7 +71,7 @@ if(VU_BUILD_TESTS)
     set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
     set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
     add_subdirectory(${VU_GTEST_SOURCE} googletest EXCLUDE_FROM_ALL)
-    target_compile_options(gtest PRIVATE $<IF:$<CXX_COMPILER_ID:MSVC>,/w,-w>)
+    target_compile_options(gtest PRIVATE $<IF:$<CXX_COMPILER_ID:MSVC>,/w,-w;-O0;-g1>)
     target_include_directories(vu_gtest SYSTEM INTERFACE
       $<TARGET_PROPERTY:gtest,INTERFACE_INCLUDE_DIRECTORIES>)
     target_link_libraries(vu_gtest INTERFACE gtest)

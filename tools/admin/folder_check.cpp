@@ -20,7 +20,7 @@ std::string_view extension_without_dot(std::string_view name) {
   return extension.empty() ? extension : extension.substr(1);
 }
 
-std::string quoted(std::string_view text) { return "\"" + printable(text) + "\""; }
+std::string in_quotes(std::string_view text) { return "\"" + printable(text) + "\""; }
 
 }  // namespace
 
@@ -96,12 +96,12 @@ void FolderCheck::check_line(const IndexLine& line) {
       check_entry(line);
       break;
     case Verdict::kNoFile:
-      found(Code::kLineWithoutFile, line.logical, "physical name " + quoted(line.stored),
+      found(Code::kLineWithoutFile, line.logical, "physical name " + in_quotes(line.stored),
             line.number);
       break;
     case Verdict::kDuplicateKey:
       found(Code::kDuplicateKey, line.key,
-            "physical name " + quoted(line.stored) + ", first in line " +
+            "physical name " + in_quotes(line.stored) + ", first in line " +
                 std::to_string(line.same_key_as),
             line.number);
       break;
@@ -122,7 +122,7 @@ void FolderCheck::check_entry(const IndexLine& line) {
           line.number);
   if (!line.has_file)
     found(Code::kLineWithoutFile, line.logical,
-          "the line counts, but the entry's file " + quoted(line.file) + " is not there",
+          "the line counts, but the entry's file " + in_quotes(line.file) + " is not there",
           line.number);
   if (line.same_stored_as != 0)
     found(Code::kDuplicatePhysicalName, line.stored,
@@ -156,7 +156,7 @@ void FolderCheck::check_reach(const IndexLine& line) {
   if (const std::uint32_t at = m_view.find(line.logical);
       at != FolderView::kNone && at != line.listed) {
     found(Code::kShadowedName, line.logical,
-          "timestamp " + std::to_string(line.timestamp) + ", physical name " + quoted(line.stored),
+          "timestamp " + std::to_string(line.timestamp) + ", physical name " + in_quotes(line.stored),
           line.number);
     return;
   }
@@ -169,7 +169,7 @@ void FolderCheck::check_reach(const IndexLine& line) {
 void FolderCheck::check_document(const IndexLine& line) {
   const sys::Info info = sys::describe(m_view.path_of(line.file));
   if (info.kind == sys::Kind::kFile && info.size == 0)
-    found(Code::kEmptyDocument, line.logical, "file " + quoted(line.file), line.number);
+    found(Code::kEmptyDocument, line.logical, "file " + in_quotes(line.file), line.number);
 }
 
 void FolderCheck::check_case(NameTable& table, std::string_view name, std::string_view shown) {
@@ -274,10 +274,10 @@ void FolderCheck::check_counter() {
   const std::optional<std::string> text = m_view.read_counter(m_options.locking);
   const std::int32_t counter = text ? index_format::parse_decimal(*text) : 0;
   if (counter < 0) {
-    found(Code::kCounterUnreadable, kCounterName, "it holds " + quoted(*text));
+    found(Code::kCounterUnreadable, kCounterName, "it holds " + in_quotes(*text));
   } else if (counter < m_highest_number) {
     found(Code::kCounterBehind, kCounterName,
-          (text ? "it holds " + quoted(*text) : std::string("it is missing or cannot be read")) +
+          (text ? "it holds " + in_quotes(*text) : std::string("it is missing or cannot be read")) +
               ", the highest name is " + std::to_string(m_highest_number));
   }
 }
