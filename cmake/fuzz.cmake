@@ -4,8 +4,8 @@
 set(vu_fuzz_corpus ${PROJECT_SOURCE_DIR}/tests/fuzz/corpus)
 
 # Compiled once: each program has all targets, and the fuzzer is given one.
-add_library(vu_fuzz_targets OBJECT ${VU_FUZZ_SOURCES} ${VU_MODEL_SOURCES})
-vu_own_code(vu_fuzz_targets)
+add_library(vu_fuzz_targets OBJECT ${VU_FUZZ_SOURCES})
+vu_test_code(vu_fuzz_targets -O1 PRECOMPILED_BY vu_test_model)
 target_link_libraries(vu_fuzz_targets PUBLIC vu_storage_testable)
 target_include_directories(vu_fuzz_targets PUBLIC ${PROJECT_SOURCE_DIR})
 
@@ -19,7 +19,7 @@ if(VU_BUILD_FUZZERS)
     add_executable(fuzz-${target}
       tests/fuzz/libfuzzer.cpp tests/support/scratch.cpp tests/support/recording_sink.cpp)
     vu_program(fuzz-${target})
-    target_link_libraries(fuzz-${target} PRIVATE vu_fuzz_targets)
+    target_link_libraries(fuzz-${target} PRIVATE vu_fuzz_targets vu_test_model)
     target_compile_definitions(fuzz-${target} PRIVATE VU_FUZZ_TARGET="${target}")
     target_link_options(fuzz-${target} PRIVATE -fsanitize=fuzzer)
     add_dependencies(fuzzers fuzz-${target})
@@ -28,6 +28,6 @@ endif()
 
 vu_test_program(fuzz_replay
   SOURCES tests/fuzz/replay_test.cpp
-  LINK vu_fuzz_targets
+  LINK vu_fuzz_targets vu_test_model vu_test_support_inside
   SHARDS 1 TIMEOUT 60 LABELS fuzz)
 target_compile_definitions(fuzz_replay PRIVATE VU_FUZZ_CORPUS="${vu_fuzz_corpus}")

@@ -1,19 +1,17 @@
 # The program of the long runs (./dev reliability), and a small selection of them as tests.
 
-set(vu_reliability_sources ${VU_RELIABILITY_SOURCES} ${VU_MODEL_SOURCES})
+set(vu_reliability_sources ${VU_RELIABILITY_SOURCES})
 if(WIN32)
   list(APPEND vu_reliability_sources ${VU_RELIABILITY_SOURCES_WINDOWS})
 else()
   list(APPEND vu_reliability_sources ${VU_RELIABILITY_SOURCES_POSIX})
 endif()
-# Its main function is its own; of the helpers for tests it takes the others.
-set(vu_reliability_support ${VU_TEST_SUPPORT_SOURCES})
-list(REMOVE_ITEM vu_reliability_support tests/support/main.cpp)
 
-add_executable(reliability ${vu_reliability_sources} ${vu_reliability_support})
+add_executable(reliability ${vu_reliability_sources})
 vu_program(reliability)
-target_link_libraries(reliability PRIVATE vu_storage_testable vu_gtest)
-target_include_directories(reliability PRIVATE ${PROJECT_SOURCE_DIR})
+vu_test_code(reliability -O1 PRECOMPILED_BY vu_test_model)
+target_link_libraries(reliability PRIVATE vu_test_support_inside vu_test_model vu_gtest)
+target_link_options(reliability PRIVATE ${vu_quick_linker})
 # One of the suites compares what it calls with what the headers declare.
 target_compile_definitions(reliability PRIVATE VU_INCLUDE_FOLDER="${PROJECT_SOURCE_DIR}/include")
 

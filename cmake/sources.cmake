@@ -48,9 +48,10 @@ set(VU_LIBRARY_SOURCES_POSIX
 set(VU_LIBRARY_SOURCES_WINDOWS
   platform/os/os_windows.cpp)
 
-# In all test programs.
+# The main function of all programs of GoogleTest, and what is in all test programs.
+set(VU_TEST_MAIN_SOURCES
+  tests/support/main.cpp)
 set(VU_TEST_SUPPORT_SOURCES
-  tests/support/main.cpp
   tests/support/process.cpp
   tests/support/recording_sink.cpp
   tests/support/scratch.cpp)

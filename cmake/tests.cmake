@@ -9,6 +9,24 @@ include(GoogleTest)
 set(vu_test_folder ${PROJECT_BINARY_DIR}/test-runs)
 file(MAKE_DIRECTORY ${vu_test_folder})
 
+# GoogleTest's macros take the optimiser four times as long as everything else, so the cases are compiled
+# without it; what is tested is compiled as it is shipped, or with -O1 where the tests look inside.
+add_library(vu_test_main OBJECT ${VU_TEST_MAIN_SOURCES})
+vu_test_code(vu_test_main -O0 PRECOMPILE <gtest/gtest.h> ${vu_common_headers})
+target_link_libraries(vu_test_main PRIVATE vu_gtest)
+
+# The rules written a second time, without anything of the library.
+add_library(vu_test_model OBJECT ${VU_MODEL_SOURCES})
+vu_test_code(vu_test_model -O1 PRECOMPILE ${vu_common_headers})
+
+# What test programs have in common: for those that link the library, and for those that look inside.
+add_library(vu_test_support OBJECT ${VU_TEST_SUPPORT_SOURCES})
+vu_test_code(vu_test_support -O0 PRECOMPILED_BY vu_test_main)
+target_link_libraries(vu_test_support PUBLIC vu_storage::vu_storage PRIVATE vu_gtest)
+add_library(vu_test_support_inside OBJECT ${VU_TEST_SUPPORT_SOURCES})
+vu_test_code(vu_test_support_inside -O1 PRECOMPILED_BY vu_test_model)
+target_link_libraries(vu_test_support_inside PUBLIC vu_storage_testable PRIVATE vu_gtest)
+
 # vu_test_program(<name> SOURCES <file...> LINK <target...> SHARDS <n> TIMEOUT <seconds per case>
 #                 [LABELS <label...>])
 function(vu_test_program name)
@@ -16,14 +34,11 @@ function(vu_test_program name)
   if(NOT arg_SOURCES)
     return()
   endif()
-  add_executable(${name} ${arg_SOURCES} ${VU_TEST_SUPPORT_SOURCES})
+  add_executable(${name} ${arg_SOURCES})
   vu_program(${name})
-  target_link_libraries(${name} PRIVATE ${arg_LINK} vu_gtest)
-  # GoogleTest's macros take the optimiser four times as long as everything else; what is tested is
-  # compiled as it is shipped.
-  target_compile_options(${name} PRIVATE $<$<NOT:$<CXX_COMPILER_ID:MSVC>>:-O0>)
-  # For "tests/support/..." only; the check on #include lines keeps the inner rooms out of sight.
-  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  vu_test_code(${name} -O0 PRECOMPILED_BY vu_test_main)
+  target_link_libraries(${name} PRIVATE ${arg_LINK} vu_test_main vu_gtest)
+  target_link_options(${name} PRIVATE ${vu_quick_linker})
 
   set(run ${CMAKE_COMMAND}
     -D "PROGRAM=$<TARGET_FILE:${name}>" -D "EMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR}"
@@ -59,22 +74,22 @@ if(UNIX)
 endif()
 vu_test_program(unit_tests
   SOURCES ${VU_UNIT_TEST_SOURCES}
-  LINK vu_storage_testable
+  LINK vu_test_support_inside
   SHARDS 2 TIMEOUT 60 LABELS unit)
 # The numbers of calls are read from the page that tells them.
 target_compile_definitions(unit_tests PRIVATE VU_TEST_DOCS="${PROJECT_SOURCE_DIR}/docs")
 vu_test_program(api_tests
   SOURCES ${VU_API_TEST_SOURCES}
-  LINK vu_storage::vu_storage
+  LINK vu_test_support
   SHARDS 2 TIMEOUT 60 LABELS api)
 vu_test_program(multi_tests
   SOURCES ${VU_MULTI_TEST_SOURCES}
-  LINK vu_storage::vu_storage
+  LINK vu_test_support
   SHARDS 2 TIMEOUT 180 LABELS multi)
 if(TARGET vu_admin)
   vu_test_program(admin_tests
     SOURCES ${VU_ADMIN_TEST_SOURCES}
-    LINK vu_admin vu_storage::vu_storage
+    LINK vu_admin vu_test_support
     SHARDS 2 TIMEOUT 60 LABELS admin)
 endif()
 
@@ -87,7 +102,7 @@ if(VU_BUILD_CLIENT)
   endif()
   vu_test_program(stgctl_tests
     SOURCES ${vu_stgctl_tests}
-    LINK vu_storage::vu_storage vu_admin vu_json vu_fmt
+    LINK vu_test_support vu_admin vu_json vu_fmt
     SHARDS 2 TIMEOUT 180 LABELS stgctl)
   target_compile_definitions(stgctl_tests PRIVATE VU_TEST_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
   add_dependencies(stgctl_tests stgctl)

@@ -1,0 +1,55 @@
+# What only saves time. A compiler cache and a quicker linker are taken when they are installed, and never
+# needed; what tests have in common is compiled once.
+
+option(VU_CCACHE "Compile through ccache when it is installed" ON)
+if(VU_CCACHE AND NOT MSVC AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  find_program(VU_CCACHE_PROGRAM ccache)
+  if(VU_CCACHE_PROGRAM)
+    # Sources that use a precompiled header are kept too, with these two allowances.
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env
+      CCACHE_SLOPPINESS=pch_defines,time_macros ${VU_CCACHE_PROGRAM})
+  endif()
+endif()
+
+# For test programs; what is shipped is linked as the system does it.
+set(vu_quick_linker)
+if(UNIX AND NOT VU_SANITIZE AND NOT VU_COVERAGE)
+  find_program(VU_MOLD mold)
+  find_program(VU_LLD ld.lld)
+  include(CheckLinkerFlag)
+  foreach(linker IN ITEMS mold lld)
+    string(TOUPPER ${linker} program)
+    if(VU_${program} AND NOT vu_quick_linker)
+      check_linker_flag(CXX -fuse-ld=${linker} VU_LINKS_WITH_${program})
+      if(VU_LINKS_WITH_${program})
+        set(vu_quick_linker -fuse-ld=${linker})
+      endif()
+    endif()
+  endforeach()
+endif()
+
+# The C++ library's headers that most sources include.
+set(vu_common_headers <algorithm> <array> <atomic> <chrono> <cstdint> <filesystem> <fstream> <functional>
+  <map> <memory> <mutex> <optional> <set> <sstream> <string> <string_view> <thread> <utility> <vector>)
+
+# vu_test_code(<target> <-O0 or -O1> PRECOMPILE <header...> | PRECOMPILED_BY <target>): code of tests. What
+# it includes is compiled beforehand, once per set of flags; the target that does it may have no definition
+# that another one lacks.
+function(vu_test_code target optimise)
+  cmake_parse_arguments(arg "" "PRECOMPILED_BY" "PRECOMPILE" ${ARGN})
+  vu_own_code(${target})
+  # For "tests/support/..." only; the check on #include lines keeps the inner rooms out of sight.
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
+  # Libraries of objects and programs then have the same flags, and with them the same precompiled header.
+  set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+  if(NOT MSVC)
+    # The last one is what ccache needs to keep what was compiled with a precompiled header.
+    target_compile_options(${target} PRIVATE ${optimise} -g1
+      $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
+  endif()
+  if(arg_PRECOMPILED_BY)
+    target_precompile_headers(${target} REUSE_FROM ${arg_PRECOMPILED_BY})
+  else()
+    target_precompile_headers(${target} PRIVATE ${arg_PRECOMPILE})
+  endif()
+endfunction()
