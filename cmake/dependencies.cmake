@@ -5,7 +5,7 @@
 #   vu_cli11    CLI11, header-only (the client's command line)
 #   vu_json     nlohmann-json, header-only (the client's JSON)
 #   vu_fmt      fmt, header-only (the client's text)
-#   vu_xxhash   xxhash, inline (the client's checksums)
+#   vu_xxhash   xxhash, inline (checksums of saved texts and of the client)
 
 # Headers staged for a cross build, apart from the native ones.
 set(VU_STAGED_INCLUDE "" CACHE PATH "Folder with header-only libraries for a cross build")
@@ -54,13 +54,13 @@ function(vu_header_library target header package imported)
   target_include_directories(${target} SYSTEM INTERFACE ${VU_${target}_INCLUDE})
 endfunction()
 
+vu_header_library(vu_xxhash xxhash.h xxHash xxHash::xxhash)
+target_compile_definitions(vu_xxhash INTERFACE XXH_INLINE_ALL=1)
 if(VU_BUILD_CLIENT)
   vu_header_library(vu_cli11 CLI/CLI.hpp CLI11 CLI11::CLI11)
   vu_header_library(vu_json nlohmann/json.hpp nlohmann_json nlohmann_json::nlohmann_json)
   vu_header_library(vu_fmt fmt/format.h fmt fmt::fmt-header-only)
-  vu_header_library(vu_xxhash xxhash.h xxHash xxHash::xxhash)
   target_compile_definitions(vu_fmt INTERFACE FMT_HEADER_ONLY=1)
-  target_compile_definitions(vu_xxhash INTERFACE XXH_INLINE_ALL=1)
 endif()
 
 # Built from source where the system ships it: it then has this build's sanitizers and runtime.

@@ -12,7 +12,7 @@ function(vu_library target)
   target_include_directories(${target}
     PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
     PRIVATE ${PROJECT_SOURCE_DIR})
-  target_link_libraries(${target} PRIVATE vu_poco vu_utf8cpp)
+  target_link_libraries(${target} PRIVATE vu_poco vu_utf8cpp vu_xxhash)
 endfunction()
 
 add_library(vu_storage SHARED ${vu_sources})

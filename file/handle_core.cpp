@@ -1,10 +1,11 @@
 #include "file/handle_core.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <limits>
+#include <utility>
 
 #include "file/path_text.h"
-#include "file/replace_in_file.h"
 #include "file/trace_source.h"
 #include "vu_file_except.h"
 
@@ -35,6 +36,9 @@ vu_file_base::lock_desc_t whole_file_lock(vu_file_base::type_access mode, bool n
 
 constexpr std::int16_t kFromStart = 0;
 constexpr std::int16_t kFromEnd = 2;
+
+/// So much is read first of a file whose size is not told.
+constexpr std::size_t kFirstRead = 4096;
 
 }  // namespace
 
@@ -148,23 +152,32 @@ int HandleCore::read(const trace::Scope& operation, std::string& out, int count)
   return static_cast<int>(done);
 }
 
-FileText HandleCore::read_whole(const trace::Scope& operation) {
-  FileText text;
-  const std::size_t wanted = count_to_read(operation, 0);
-  if (wanted == 0) return text;
-  text.bytes.reset(new char[wanted]);
-  const os::Status status = os::read(m_state.handle, text.bytes.get(), wanted, text.size);
-  if (!status.ok()) fail_read(operation, status.code());
-  return text;
-}
+FileText HandleCore::read_to_end(const trace::Scope& operation) {
+  check_reading_mode();
+  // Only a hint: what a folder tells of a file's size may be behind what was written.
+  os::FileStat told;
+  const bool has_hint =
+      os::stat(path(), told).ok() && std::in_range<std::int32_t>(told.size) && told.size != 0;
+  std::size_t wanted = has_hint ? static_cast<std::size_t>(told.size) : kFirstRead;
 
-bool HandleCore::is_read_to_end(const trace::Scope& operation) const {
-  char next = 0;
-  std::size_t done = 0;
-  const os::Status status = os::read(m_state.handle, &next, sizeof next, done);
-  if (!status.ok())
-    trace_failure(operation, __LINE__, trace_event::error, "read file", status.code());
-  return status.ok() && done == 0;
+  FileText text;
+  std::size_t room = 0;
+  for (;;) {
+    if (text.size + wanted > room) {
+      // One byte more, so that the read that finds the end needs no larger room.
+      room = text.size + wanted + 1;
+      std::unique_ptr<char[]> larger(new char[room]);
+      std::copy_n(text.bytes.get(), text.size, larger.get());
+      text.bytes = std::move(larger);
+    }
+    std::size_t done = 0;
+    const os::Status status =
+        os::read(m_state.handle, text.bytes.get() + text.size, wanted, done);
+    if (!status.ok()) fail_read(operation, status.code());
+    if (done == 0) return text;
+    text.size += done;
+    wanted = text.size < room ? room - text.size : text.size;
+  }
 }
 
 void HandleCore::read(const trace::Scope& operation, unsigned char*& buffer, unsigned int& length) {
@@ -222,15 +235,26 @@ void HandleCore::clear(const trace::Scope& operation) noexcept {
   trace_failure(operation, __LINE__, trace_event::error, "Can't truncate file ", error);
 }
 
-void HandleCore::replace(const trace::Scope& operation, std::string_view old_text,
-                         std::string_view new_text) {
+replacement::Holds HandleCore::replace_and_close(const trace::Scope& operation,
+                                                 std::string_view old_bytes,
+                                                 std::string_view new_text) {
   check_writing_mode();
-  const replacement::Outcome outcome = replacement::carry_out(m_state.handle, old_text, new_text);
+  const replacement::Outcome outcome = replacement::carry_out(m_state.handle, old_bytes, new_text);
   if (!outcome.written.ok())
     trace_failure(operation, __LINE__, trace_event::error, "write file", outcome.written.code());
+  if (!outcome.flushed.ok())
+    trace_failure(operation, __LINE__, trace_event::error, "Can't flush buffers",
+                  outcome.flushed.code());
   if (!outcome.cut.ok())
     trace_failure(operation, __LINE__, trace_event::error, "Can't truncate file ",
                   outcome.cut.code());
+  // After a complete replacement only the cut is not on the device, and need not be.
+  if (outcome.ok()) {
+    unlock_and_close(operation);
+  } else {
+    close(operation);
+  }
+  return outcome.holds;
 }
 
 // ---- closing -----------------------------------------------------------------------------------
@@ -274,6 +298,10 @@ void HandleCore::close(const trace::Scope& operation) noexcept {
   if (!m_state.is_open()) return;
   // What was written is on the device before anybody else gets the lock.
   if (m_state.access != vu_file_base::o_read) flush_guarded(operation);
+  unlock_and_close(operation);
+}
+
+void HandleCore::unlock_and_close(const trace::Scope& operation) noexcept {
   if (m_state.locked) unlock_guarded(operation);
   close_guarded(operation);
   m_state.handle = os::kNoHandle;
@@ -299,23 +327,17 @@ os::Status HandleCore::give_lock_back(vu_file_base& state) {
 
 // ------------------------------------------------------------------------------------------------
 
-FileText read_text(vu_file& file) {
+FileText read_to_end(vu_file& file) {
   VU_FILE_SCOPE();
   const vu_path names = file.getPath();
   return HandleCore(file, names.getParentPathName(), names.getRelativePathName(), kNarrowSpelling)
-      .read_whole(vu_trace_scope);
+      .read_to_end(vu_trace_scope);
 }
 
-bool is_read_to_end(vu_file& file) {
+replacement::Holds replace_and_close(vu_file& file, std::string_view old_bytes,
+                                     std::string_view new_text) {
   VU_FILE_SCOPE();
   const vu_path names = file.getPath();
   return HandleCore(file, names.getParentPathName(), names.getRelativePathName(), kNarrowSpelling)
-      .is_read_to_end(vu_trace_scope);
-}
-
-void replace_text(vu_file& file, std::string_view old_text, std::string_view new_text) {
-  VU_FILE_SCOPE();
-  const vu_path names = file.getPath();
-  HandleCore(file, names.getParentPathName(), names.getRelativePathName(), kNarrowSpelling)
-      .replace(vu_trace_scope, old_text, new_text);
+      .replace_and_close(vu_trace_scope, old_bytes, new_text);
 }

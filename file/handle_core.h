@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "file/replace_in_file.h"
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
 #include "vu_file.h"
@@ -30,7 +31,7 @@ extern const HandleSpelling kNarrowSpelling;
 
 /// What a file held.
 struct FileText {
-  std::unique_ptr<char[]> bytes;  ///< null when it was empty
+  std::unique_ptr<char[]> bytes;
   std::size_t size = 0;
 
   std::string_view view() const { return {bytes.get(), size}; }
@@ -52,17 +53,16 @@ class HandleCore {
   void open(const trace::Scope& operation, vu_file_base::type_access mode);
   int read(const trace::Scope& operation, std::string& out, int count);
   void read(const trace::Scope& operation, unsigned char*& buffer, unsigned int& length);
-  /// See read_text().
-  FileText read_whole(const trace::Scope& operation);
-  /// See is_read_to_end().
-  bool is_read_to_end(const trace::Scope& operation) const;
+  /// See read_to_end().
+  FileText read_to_end(const trace::Scope& operation);
   int write(const trace::Scope& operation, std::string_view data);
   void seek(int offset, short origin);
   void close(const trace::Scope& operation) noexcept;
   void clear(const trace::Scope& operation) noexcept;
 
-  /// See replace_text().
-  void replace(const trace::Scope& operation, std::string_view old_text, std::string_view new_text);
+  /// See replace_and_close().
+  replacement::Holds replace_and_close(const trace::Scope& operation, std::string_view old_bytes,
+                                       std::string_view new_text);
 
   /// The lock of a handle, with what its owner knows about it kept in step.
   static os::Status take_lock(vu_file_base& state, const vu_file_base::lock_desc_t& request);
@@ -83,6 +83,7 @@ class HandleCore {
   std::size_t count_to_read(const trace::Scope& operation, int count) const;
   [[noreturn]] void fail_read(const trace::Scope& operation, std::int32_t error) const;
   void flush_guarded(const trace::Scope& operation) noexcept;
+  void unlock_and_close(const trace::Scope& operation) noexcept;
   void unlock_guarded(const trace::Scope& operation) noexcept;
   void close_guarded(const trace::Scope& operation) noexcept;
 
@@ -92,18 +93,20 @@ class HandleCore {
   const HandleSpelling& m_spelling;
 };
 
-/// Reads an open file whole, as vu_file::read() does and with the same failures, but into memory that
-/// nobody clears first.
-FileText read_text(vu_file& file);
+/// Reads an open file from its position to its end through the handle, however long it has become, into
+/// memory that nobody clears first. A read that ends early is followed by another one: only a read of no
+/// bytes is the end.
+/// @throws vu_file_except as vu_file::read() does, with the same traces.
+FileText read_to_end(vu_file& file);
 
-/// Whether nothing stands behind what was read of an open file. False also when the system fails to tell,
-/// which is traced like a failed vu_file::read().
-bool is_read_to_end(vu_file& file);
-
-/// Replaces the whole content of an open file of lines so that a process that dies on the way leaves
-/// the old lines or the new ones (see replacement.h). @p old_text is what the file holds.
+/// Replaces the whole content of an open file so that an interruption at any moment leaves the old text or
+/// the new one (see replacement.h), flushes it and closes the file. @p old_bytes is what the file holds,
+/// read to the end.
 ///
-/// A failed write is traced like one of vu_file::write() and leaves the old lines or, where the new ones
-/// were complete already, both; a failed cut is traced like one of vu_file::clear(). Required: for
-/// "index.dat" and its counter alone; all other files are cut first, as their modes say.
-void replace_text(vu_file& file, std::string_view old_text, std::string_view new_text);
+/// A failed write is traced like one of vu_file::write(), a failed flush like one of vu_file::close(), a
+/// failed cut like one of vu_file::clear(). Required: for "index.dat" and its counter alone; all other
+/// files are cut first, as their modes say.
+/// @return what the file holds afterwards.
+/// @throws vu_file_except in a mode without writing; the file stays open then.
+replacement::Holds replace_and_close(vu_file& file, std::string_view old_bytes,
+                                     std::string_view new_text);

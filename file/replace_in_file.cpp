@@ -1,7 +1,7 @@
 #include "file/replace_in_file.h"
 
 #include <cstddef>
-#include <cstdint>
+#include <optional>
 #include <utility>
 
 #include "file/replacement.h"
@@ -12,55 +12,72 @@ namespace {
 
 constexpr std::int16_t kFromStart = 0;
 
-os::Status write_at(os::Handle handle, std::uint64_t offset, std::string_view bytes,
-                    std::size_t& done) {
-  done = 0;
+os::Status write_at(os::Handle handle, std::uint64_t offset, std::string_view bytes) {
   // The system's file position moves by 32-bit distances.
   if (!std::in_range<std::int32_t>(offset + bytes.size())) return {0, os::Failure::kOther};
   os::Status status = os::seek(handle, static_cast<std::int32_t>(offset), kFromStart);
   if (!status.ok()) return status;
+  std::size_t done = 0;
   status = os::write(handle, bytes.data(), bytes.size(), done);
-  // What was not written is a failure, whatever the system says: nothing may be cut behind it.
+  // What was not written is a failure, whatever the system says.
   if (status.ok() && done < bytes.size()) return {os::last_error(), os::Failure::kOther};
   return status;
 }
 
 os::Status cut_at(os::Handle handle, std::uint64_t size) {
+  if (!std::in_range<std::int32_t>(size)) return {0, os::Failure::kOther};
   const os::Status status = os::seek(handle, static_cast<std::int32_t>(size), kFromStart);
   return status.ok() ? os::set_end(handle) : status;
 }
 
-/// Puts the beginning of the old text back over a write of which the device took the beginning only.
-void take_back(os::Handle handle, std::string_view old_text, std::size_t taken) {
-  // One that could not be read counts as none.
-  if (taken == 0 || old_text.empty()) return;
-  std::size_t done = 0;
-  static_cast<void>(write_at(handle, 0, old_text.substr(0, taken), done));
-  if (taken > old_text.size()) static_cast<void>(cut_at(handle, old_text.size()));
+/// Writes and flushes one stage. @return whether it is complete.
+bool carry_out(os::Handle handle, const Stage& stage, Outcome& outcome) {
+  for (const Write& write : stage) {
+    outcome.written = write_at(handle, write.offset, write.bytes);
+    if (!outcome.written.ok()) return false;
+  }
+  outcome.flushed = os::flush(handle);
+  return outcome.flushed.ok();
+}
+
+/// Leaves the old text after a stage that failed: what stands behind it goes. Where even that fails, what
+/// stands there means nothing without a whole trailer.
+void take_back(os::Handle handle, std::string_view old_bytes, const Plan& plan) {
+  // A replacement in place wrote over the old text itself.
+  if (plan.first_over_old == 0) static_cast<void>(write_at(handle, 0, old_bytes));
+  static_cast<void>(cut_at(handle, old_bytes.size()));
+}
+
+Outcome carry_out(os::Handle handle, std::string_view old_bytes, const Plan& plan, Holds before) {
+  Outcome outcome;
+  outcome.holds = before;
+  if (plan.reserve > old_bytes.size()) outcome.written = os::reserve(handle, plan.reserve);
+  if (!outcome.written.ok()) return outcome;
+  for (std::size_t i = 0; i < plan.stages.size(); ++i) {
+    if (i == plan.first_over_old && i > 0) outcome.holds = Holds::kNewText;
+    if (carry_out(handle, plan.stages[i], outcome)) continue;
+    if (outcome.holds == Holds::kOldText) take_back(handle, old_bytes, plan);
+    return outcome;
+  }
+  outcome.holds = Holds::kNewText;
+  if (plan.reserve > plan.size) outcome.cut = cut_at(handle, plan.size);
+  return outcome;
 }
 
 }  // namespace
 
-Outcome carry_out(os::Handle handle, std::string_view old_text, std::string_view new_text) {
-  const Plan steps = plan(old_text, new_text);
-  Outcome outcome;
-  if (steps.reserve > old_text.size()) outcome.written = os::reserve(handle, steps.reserve);
-  std::size_t written = 0;
-  std::size_t taken = 0;
-  while (outcome.written.ok() && written < steps.steps.size()) {
-    const Step& step = steps.steps[written];
-    outcome.written = write_at(handle, step.offset, step.bytes, taken);
-    if (outcome.written.ok()) ++written;
+Outcome carry_out(os::Handle handle, std::string_view old_bytes, std::string_view new_text) {
+  const std::optional<Interrupted> found = interrupted_in(old_bytes);
+  if (!found) return carry_out(handle, old_bytes, plan(old_bytes, new_text), Holds::kOldText);
+
+  // A copy of the next text must not take the place of one that is still needed.
+  Outcome completed =
+      carry_out(handle, old_bytes, completion(old_bytes, *found), Holds::kNewText);
+  if (!completed.ok()) {
+    completed.holds = Holds::kOldText;
+    return completed;
   }
-  if (!outcome.written.ok()) {
-    // The old text stands untouched before what was appended.
-    if (written < steps.appended) static_cast<void>(cut_at(handle, old_text.size()));
-    if (steps.steps.size() == 1) take_back(handle, old_text, taken);
-    return outcome;
-  }
-  // An old text that could not be read counts as none, and may be longer than the new one.
-  if (steps.reserve > steps.size || old_text.empty()) outcome.cut = cut_at(handle, steps.size);
-  return outcome;
+  return carry_out(handle, found->text, plan(found->text, new_text), Holds::kOldText);
 }
 
 }  // namespace replacement

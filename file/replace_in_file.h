@@ -1,20 +1,31 @@
 #pragma once
 
+#include <cstdint>
 #include <string_view>
 
 #include "platform/os/os.h"
 
 namespace replacement {
 
-/// What became of a replacement.
-struct Outcome {
-  /// A failure leaves the old lines or, where the new ones were complete already, both.
-  os::Status written;
-  os::Status cut;  ///< of the cut at the end of the new text; asked for only after all was written
+/// What a file holds after a replacement.
+enum class Holds : std::uint8_t {
+  kOldText,  ///< the replacement failed and left no trace that means anything
+  kNewText,  ///< in its place or, where a later step failed, in the copy behind it
 };
 
-/// Replaces the text of an open file by the plan of replacement.h. The handle may write, and @p old_text is
-/// what the file holds. Nothing is traced and nothing is flushed.
-Outcome carry_out(os::Handle handle, std::string_view old_text, std::string_view new_text);
+/// What became of a replacement: what the file holds, and the failures on the way, which may go with either.
+struct Outcome {
+  Holds holds = Holds::kOldText;
+  os::Status written;
+  os::Status flushed;
+  os::Status cut;  ///< asked for only after all was written and flushed
+
+  bool ok() const { return written.ok() && flushed.ok() && cut.ok(); }
+};
+
+/// Replaces the text of an open file by the plan of replacement.h, and flushes it. The handle may write;
+/// @p old_bytes is what the file holds, whole. An interrupted replacement is completed first. Nothing is
+/// traced.
+Outcome carry_out(os::Handle handle, std::string_view old_bytes, std::string_view new_text);
 
 }  // namespace replacement

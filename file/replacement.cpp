@@ -1,11 +1,91 @@
 #include "file/replacement.h"
 
+#include <xxhash.h>
+
 #include <algorithm>
+#include <array>
+#include <charconv>
 
 namespace replacement {
 namespace {
 
 constexpr auto kNone = std::string_view::npos;
+
+// ---- copy and trailer --------------------------------------------------------------------------
+
+/// Takes the place of "/" in a copy, and of itself: each time a second byte says which.
+constexpr char kEscape = '\x1b';
+constexpr char kSlash = 's';
+constexpr char kEscapeItself = 'e';
+
+/// The text without a "/" in it.
+std::string escaped(std::string_view text) {
+  constexpr std::string_view kBoth("/\x1b");
+  std::string result;
+  result.reserve(text.size() + text.size() / 16);
+  std::size_t from = 0;
+  for (std::size_t at = text.find_first_of(kBoth); at != kNone;
+       at = text.find_first_of(kBoth, from)) {
+    result.append(text, from, at - from);
+    result += kEscape;
+    result += text[at] == '/' ? kSlash : kEscapeItself;
+    from = at + 1;
+  }
+  result.append(text, from);
+  return result;
+}
+
+/// Appends what `escaped` made its argument of. @return whether it can have.
+bool append_plain(std::string_view copy, std::string& text) {
+  std::size_t from = 0;
+  for (std::size_t at = copy.find(kEscape); at != kNone; at = copy.find(kEscape, from)) {
+    text.append(copy, from, at - from);
+    const char which = at + 1 < copy.size() ? copy[at + 1] : '\0';
+    if (which != kSlash && which != kEscapeItself) return false;
+    text += which == kSlash ? '/' : kEscape;
+    from = at + 2;
+  }
+  text.append(copy, from);
+  return true;
+}
+
+constexpr std::string_view kMagic = "\nvu-index-save 1 ";
+constexpr std::size_t kDigits = 16;
+/// The trailer: the magic, three numbers with a blank behind each, the checksum, a line feed.
+constexpr std::size_t kTrailerSize = kMagic.size() + 4 * (kDigits + 1);
+
+void append_number(std::string& text, std::uint64_t number) {
+  std::array<char, kDigits> digits{};
+  const auto end = std::to_chars(digits.begin(), digits.end(), number, 16).ptr;
+  text.append(kDigits - static_cast<std::size_t>(end - digits.begin()), '0');
+  text.append(digits.begin(), end);
+}
+
+/// The number at @p at, which has all its digits.
+std::optional<std::uint64_t> number_at(std::string_view text, std::size_t at) {
+  const std::string_view digits = text.substr(at, kDigits);
+  std::uint64_t number = 0;
+  const auto [end, error] =
+      std::from_chars(digits.data(), digits.data() + digits.size(), number, 16);
+  if (error != std::errc() || end != digits.data() + kDigits) return std::nullopt;
+  return number;
+}
+
+/// The trailer of a copy of @p text from @p base on.
+std::string trailer_of(std::string_view text, std::size_t base, std::size_t copy_size) {
+  std::string trailer(kMagic);
+  for (const std::size_t number : {base, text.size(), copy_size}) {
+    append_number(trailer, number);
+    trailer += ' ';
+  }
+  // Of the whole new text, and of what was said about it.
+  const std::uint64_t seed = XXH3_64bits(trailer.data(), trailer.size());
+  append_number(trailer, XXH3_64bits_withSeed(text.data(), text.size(), seed));
+  trailer += '\n';
+  return trailer;
+}
+
+// ---- lines at page edges -----------------------------------------------------------------------
 
 /// Which lines at a page edge are meant.
 enum class AtEdge : std::uint8_t {
@@ -47,23 +127,16 @@ std::string without(const std::vector<Separators>& lines, std::string_view text)
 }
 
 /// Writes again what lies between the first of the "/" and the last one.
-void write_between(Plan& plan, std::uint64_t offset, std::string_view text,
+void write_between(Stage& stage, std::uint64_t offset, std::string_view text,
                    const std::vector<Separators>& lines) {
   if (lines.empty()) return;
   const std::size_t first = lines.front().front();
   const std::size_t last = lines.back().back();
-  plan.steps.push_back({offset + first, std::string(text.substr(first, last - first + 1))});
-}
-
-/// Writes @p text at @p offset, and the "/" of the lines that a page edge splits only then.
-void write_text(Plan& plan, std::uint64_t offset, std::string_view text, std::size_t page) {
-  const std::vector<Separators> late = lines_at_edges(text, offset, page, AtEdge::kSplit);
-  plan.steps.push_back({offset, without(late, text)});
-  write_between(plan, offset, text, late);
+  stage.push_back({offset + first, std::string(text.substr(first, last - first + 1))});
 }
 
 /// Takes their "/" from the lines of the old text at page edges.
-void unmake_lines_at_edges(Plan& plan, std::uint64_t offset, std::string_view old_text,
+void unmake_lines_at_edges(Stage& stage, std::uint64_t offset, std::string_view old_text,
                            std::size_t page) {
   const std::vector<Separators> early =
       lines_at_edges(old_text, offset, page, AtEdge::kSplitOrBeginning);
@@ -72,11 +145,20 @@ void unmake_lines_at_edges(Plan& plan, std::uint64_t offset, std::string_view ol
   for (const Separators& separators : early) {
     if (separators.size() == 1) continue;
     for (auto at = separators.rbegin(); at != separators.rend(); ++at) {
-      plan.steps.push_back({offset + *at, " "});
+      stage.push_back({offset + *at, " "});
     }
   }
-  write_between(plan, offset, without(early, old_text), early);
+  write_between(stage, offset, without(early, old_text), early);
 }
+
+/// Writes @p text at @p offset, and the "/" of the lines that a page edge splits only then.
+void write_text(Stage& stage, std::uint64_t offset, std::string_view text, std::size_t page) {
+  const std::vector<Separators> late = lines_at_edges(text, offset, page, AtEdge::kSplit);
+  stage.push_back({offset, without(late, text)});
+  write_between(stage, offset, text, late);
+}
+
+// ---- the stages --------------------------------------------------------------------------------
 
 /// The start of the line in which the texts begin to differ.
 std::size_t start_of_difference(std::string_view one, std::string_view other) {
@@ -85,52 +167,117 @@ std::size_t start_of_difference(std::string_view one, std::string_view other) {
   return at == 0 ? 0 : one.rfind('\n', at - 1) + 1;
 }
 
+std::uint64_t sector_before(std::uint64_t offset) { return offset / kSectorSize * kSectorSize; }
+
+/// The new text over the front, from @p from on, with blanks up to the front's end.
+Stage over(std::string_view front, std::string_view new_text, std::size_t from, std::size_t page) {
+  Stage stage;
+  const std::size_t whole = std::max(front.size(), new_text.size());
+  std::string tail(new_text.substr(from));
+  tail.resize(whole - from, ' ');
+  unmake_lines_at_edges(stage, from, front.substr(from), page);
+  write_text(stage, from, tail, page);
+  return stage;
+}
+
+std::string_view without_zeros_behind(std::string_view bytes) {
+  return bytes.substr(0, bytes.find_last_not_of('\0') + 1);
+}
+
+/// Whether the last line has a "/" and no line feed: something behind it would become a part of it.
+bool last_line_is_open(std::string_view text) {
+  return text.find('/', text.rfind('\n') + 1) != kNone;
+}
+
+/// Whether one write replaces the text whole or not at all, for any reader: nothing changes, or digits do
+/// within one sector. (The beginning of a number for a new counter has the same value: zeros.) A line does
+/// not qualify, since a failing device may take a part of the write.
+bool is_replaced_at_once(std::string_view old_bytes, std::string_view new_text) {
+  if (old_bytes == new_text) return true;
+  return (old_bytes.empty() || old_bytes.size() == new_text.size()) &&
+         new_text.size() <= kSectorSize && old_bytes.find('/') == kNone &&
+         new_text.find('/') == kNone;
+}
+
 }  // namespace
 
-Plan plan(std::string_view old_text, std::string_view new_text, std::size_t page) {
+std::optional<Interrupted> interrupted_in(std::string_view bytes) {
+  if (bytes.size() < kTrailerSize) return std::nullopt;
+  const std::string_view trailer = bytes.substr(bytes.size() - kTrailerSize);
+  if (!trailer.starts_with(kMagic)) return std::nullopt;
+  const auto number = [&](std::size_t which) {
+    return number_at(trailer, kMagic.size() + which * (kDigits + 1));
+  };
+  const auto base = number(0);
+  const auto size = number(1);
+  const auto copied = number(2);
+  if (!base || !size || !copied) return std::nullopt;
+  const std::size_t room = bytes.size() - kTrailerSize;
+  if (*copied > room || *base > room - *copied || *size < *base || *size - *base > *copied)
+    return std::nullopt;
+
+  Interrupted found;
+  found.copy_at = room - static_cast<std::size_t>(*copied);
+  found.text.reserve(static_cast<std::size_t>(*size));
+  found.text.assign(bytes.substr(0, static_cast<std::size_t>(*base)));
+  if (!append_plain(bytes.substr(found.copy_at, static_cast<std::size_t>(*copied)), found.text))
+    return std::nullopt;
+  const bool fits = found.text.size() == *size &&
+                    trailer == trailer_of(found.text, static_cast<std::size_t>(*base),
+                                          static_cast<std::size_t>(*copied));
+  return fits ? std::optional(std::move(found)) : std::nullopt;
+}
+
+std::string_view text_of(std::string_view bytes, std::string& storage) {
+  if (std::optional<Interrupted> found = interrupted_in(bytes)) {
+    storage = std::move(found->text);
+    return storage;
+  }
+  return without_zeros_behind(bytes);
+}
+
+Plan plan(std::string_view old_bytes, std::string_view new_text, std::size_t page) {
   Plan result;
   result.size = new_text.size();
-  std::size_t whole = std::max(old_text.size(), new_text.size());
-  result.reserve = whole;
-
-  if (whole <= page || old_text == new_text) {
-    result.steps.push_back({0, std::string(new_text)});
-    result.steps.front().bytes.resize(whole, ' ');
+  if (is_replaced_at_once(old_bytes, new_text)) {
+    result.reserve = new_text.size();
+    result.stages.push_back({{0, std::string(new_text)}});
     return result;
   }
 
-  const std::size_t base = start_of_difference(old_text, new_text);
-  const std::string_view old_tail = old_text.substr(base);
-  const std::string_view new_tail = new_text.substr(base);
-  if (old_tail.find('/') == kNone) {
-    // No line is lost with the old text from here on.
-    std::string over(new_tail);
-    over.resize(whole - base, ' ');
-    write_text(result, base, over, page);
-    return result;
+  const std::size_t old_size = old_bytes.size();
+  old_bytes = without_zeros_behind(old_bytes);
+  std::string closed;
+  if (last_line_is_open(old_bytes)) {
+    result.stages.push_back({{old_bytes.size(), "\n"}});
+    closed.assign(old_bytes).push_back('\n');
+    old_bytes = closed;
   }
 
-  // Blanks up to the copy, which begins a line; an old text without a line end gets one.
-  std::string lead(whole - old_text.size(), ' ');
-  if (!lead.empty()) lead.back() = '\n';
-  if (old_text.back() != '\n') {
-    if (lead.empty()) {
-      lead.push_back('\n');
-      ++whole;
-    } else {
-      lead.front() = '\n';
-    }
-  }
-  lead.append(new_tail);
-  write_text(result, old_text.size(), lead, page);
-  result.appended = result.steps.size();
-  result.reserve = whole + new_tail.size();
+  // The copy begins with the line at the sector in which the texts begin to differ, and lies in sectors
+  // of its own: no byte of a sector that is written over in place is in the front alone.
+  const std::size_t from = start_of_difference(old_bytes, new_text);
+  const auto sector = static_cast<std::size_t>(sector_before(from));
+  const std::size_t base = sector == 0 ? 0 : new_text.rfind('\n', sector - 1) + 1;
+  const std::uint64_t copy_at = sector_before(
+      std::max({old_size, old_bytes.size(), new_text.size()}) + kSectorSize - 1);
+  std::string copy = escaped(new_text.substr(base));
+  copy += trailer_of(new_text, base, copy.size());
+  result.reserve = copy_at + copy.size();
+  result.stages.push_back({{copy_at, std::move(copy)}});
 
-  unmake_lines_at_edges(result, base, old_tail, page);
-  std::string over(new_tail);
-  over.resize(whole - base, ' ');
-  if (whole > new_text.size()) over.back() = '\n';
-  write_text(result, base, over, page);
+  result.first_over_old = result.stages.size();
+  result.stages.push_back(over(old_bytes, new_text, from, page));
+  return result;
+}
+
+Plan completion(std::string_view bytes, const Interrupted& found, std::size_t page) {
+  // What lies between the text and the copy may be the rest of an older text.
+  const std::string_view front = bytes.substr(0, found.copy_at);
+  Plan result;
+  result.size = found.text.size();
+  result.reserve = bytes.size();
+  result.stages.push_back(over(front, found.text, start_of_difference(front, found.text), page));
   return result;
 }
 

@@ -2,50 +2,83 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-/// How a text of lines is replaced inside its file so that a process that dies on the way harms no line.
+/// How a text of lines replaces another one in its file, so that an interruption at any moment leaves one
+/// of the two: the end of the process, a write that fails, or a power failure.
 ///
-/// A system carries a write out page by page, and a killed process may leave any number of the first
-/// pages written. The text is one of lines "key/name\n"; its reader drops a line whose file is missing
-/// and takes the first of equal keys. What it must never find is a line glued from two halves.
+/// The file while the new text is on its way:
 ///
-/// The plan, for texts of more than a page:
+///     [ front: the old text, then the new one over it ][ gap ][ copy ][ trailer ]
 ///
-///  1. the new text is written behind the old one (and behind the place that it will take itself);
-///  2. over the old text goes the new one again, with blanks up to the copy behind;
-///  3. the file is cut at the end of the new text.
+///  1. The copy of the new text and the trailer are written behind the old text, and flushed.
+///  2. The new text is written over the old one, and flushed.
+///  3. The file is cut at the end of the new text. Nothing is flushed.
 ///
-/// Until 1 is complete the old text stands whole; from then on one copy of the new one does. At every
-/// page edge a line may be torn meanwhile: so in 1 and 2 the lines of the new text that an edge splits
-/// are written with a blank for their "/" first, which makes them no line at all, and get it once the
-/// whole text is there; and before 2 the lines of the old text at an edge lose theirs. That makes five
-/// writes, however long the texts are. Only what follows the first difference of the texts is touched. A text within one page is
-/// written at once; lines to be cut off are blanks by then.
+/// Until step 1 is flushed, the old text stands untouched. From then on the trailer vouches for the copy,
+/// whatever the front holds. A copy or a trailer of which a part is missing does not pass the checksum; the
+/// front is the old text then, or, after step 2, the new one. So a reader takes the copy where a trailer
+/// fits (`interrupted_in`), and the lines of the file as they stand where none does.
 ///
-/// Every state in between reads as lines of the old text and of the new one, with every line that both
-/// have. The space for it all is reserved first, so that a full disk leaves the old text.
+/// Step 3 needs no flush: a cut that was lost leaves the trailer, or what a later save wrote over it.
+///
+/// Neither copy nor trailer holds a "/", so they mean nothing to a reader who knows lines alone. For his
+/// sake step 2 never shows a line that is glued from two halves when a process is killed. A system carries
+/// a write out page by page; at each page edge a line may be torn meanwhile. So the old lines at page edges
+/// lose their "/" first, and the new lines at page edges get theirs last:
+///
+///     old  ...nes.kdb_0000000001/0000|0007\n...     "|" is a page edge
+///          ...nes.kdb_0000000001 0000|0007\n...     the old line is no line any more
+///     new  ...tes.txt_0000000000 note|s.txt\n...     nor is the new one
+///          ...tes.txt_0000000000/note|s.txt\n...     now it is
+///
+/// docs/formats.md tells every byte of it.
 namespace replacement {
 
-/// Systems write pages of this size or multiples of it.
+/// A system writes pages of this size, or of a multiple of it, whole or not at all when a process is killed.
 inline constexpr std::size_t kPageSize = 4096;
+/// A device writes sectors of this size, or of a multiple of it, whole or not at all when the power fails.
+inline constexpr std::size_t kSectorSize = 512;
 
-/// One write. A process that dies within it leaves what lies before some page edge written.
-struct Step {
-  std::uint64_t offset;
+/// A replacement that was interrupted behind its first flush.
+struct Interrupted {
+  std::string text;         ///< the new text
+  std::size_t copy_at = 0;  ///< where the front ends, at the latest
+};
+
+/// What the trailer at the end of a file's bytes vouches for; nothing where none fits.
+std::optional<Interrupted> interrupted_in(std::string_view bytes);
+
+/// The text that the bytes of a file stand for: the new text of a replacement that was interrupted behind its
+/// first flush, else the bytes themselves without the zeros at their end. (A file's size may reach the device
+/// before its bytes; then it ends in zeros.) The result is a view of @p bytes or of @p storage.
+std::string_view text_of(std::string_view bytes, std::string& storage);
+
+/// One write. A process that is killed within it leaves what lies before some page edge written.
+struct Write {
+  std::uint64_t offset = 0;
   std::string bytes;
 };
 
+/// Writes in their order, with a flush behind the last of them.
+using Stage = std::vector<Write>;
+
 struct Plan {
-  std::vector<Step> steps;    ///< in their order
-  std::size_t appended = 0;   ///< so many of the first steps leave the old text alone
+  /// Each is begun when the one before is flushed.
+  std::vector<Stage> stages;
+  /// From here on the new text holds; an earlier stage leaves the old one as it is. An index of `stages`.
+  std::size_t first_over_old = 0;
   std::uint64_t reserve = 0;  ///< the largest size of the file on the way
   std::uint64_t size = 0;     ///< where it is cut at last
 };
 
-/// The plan for a file that holds @p old_text now.
-Plan plan(std::string_view old_text, std::string_view new_text, std::size_t page = kPageSize);
+/// The plan for a file that holds @p old_bytes, which no trailer ends.
+Plan plan(std::string_view old_bytes, std::string_view new_text, std::size_t page = kPageSize);
+
+/// The plan that completes an interrupted replacement in a file that holds @p bytes.
+Plan completion(std::string_view bytes, const Interrupted& found, std::size_t page = kPageSize);
 
 }  // namespace replacement

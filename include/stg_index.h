@@ -242,7 +242,7 @@ class VU_STORAGE_API STGIndex : public vu_file {
   bool alreadyInMaps(const std::string& fileName) const;
   void add_not_referenced_entry(const std::string& fileName);
   void synchronizeToFolder(FolderFiles& files);
-  void saveIndexFile();
+  void saveIndexFile(std::string_view bytes);
   void mergeAndSave();
   void mergeFrom(std::string text);
   void mergeEntry(FolderFiles& files, std::string_view key, std::string_view stored);

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "file/handle_core.h"
+#include "file/replacement.h"
 #include "index/folder_files.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
@@ -42,20 +43,21 @@ std::string STGIndex::newIndex() {
   fillMaps();
   vu_file counter(m_folder, kCounterFile);
   std::string name;
-  std::string last;
+  FileText bytes;
   try {
     counter.open(o_append);
-    counter.read(last, 0);
+    bytes = read_to_end(counter);
+    std::string storage;
+    const std::string_view last = replacement::text_of(bytes.view(), storage);
     name = next_free_name(index_format::parse_decimal(last), m_pl);
-    replace_text(counter, last, name);
-    counter.close();
+    replace_and_close(counter, bytes.view(), name);
     return name;
   } catch (...) {
     name = "99999999";
     VU_ERROR("STGIndex::newIndex : return ", name);
   }
   try {
-    replace_text(counter, last, name);
+    replace_and_close(counter, bytes.view(), name);
   } catch (...) {
     // Traced by the handle where it could be; the name is given all the same.
   }

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "file/handle_core.h"
+#include "file/replacement.h"
 #include "index/document_extensions.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
@@ -32,12 +33,14 @@ bool STGIndex::exists(const std::string& folder, const std::string& logical, lon
                logical, " in directory ", folder, "\n Reason: ", e.what());
     return false;
   }
-  const FileText text = read_text(file);
+  const FileText bytes = read_to_end(file);
   file.close();
+  std::string storage;
+  const std::string_view text = replacement::text_of(bytes.view(), storage);
 
   // Of several lines of one key the first valid one counts; the others need not be looked at.
   const std::string key = entryAndTS(logical, timestamp);
-  index_format::LinesOfKey lines(text.view(), key);
+  index_format::LinesOfKey lines(text, key);
   index_format::Line line;
   while (lines.next(line)) {
     const std::string name = file_name_of(key, line.stored);

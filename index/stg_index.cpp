@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "file/handle_core.h"
+#include "file/replacement.h"
 #include "index/folder_files.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
@@ -21,6 +22,13 @@ namespace {
 
 /// So many lines at most are asked for one by one: beyond, a listing of the folder costs less.
 constexpr std::size_t kAskedSingly = 4;
+
+/// The text of an open index.
+std::string index_text(vu_file& file) {
+  const FileText bytes = read_to_end(file);
+  std::string storage;
+  return std::string(replacement::text_of(bytes.view(), storage));
+}
 
 }  // namespace
 
@@ -70,9 +78,7 @@ STGIndex::STGIndex(const std::string& folder)
   if (files.probe(getFilePath())) {
     // Required: the handle, and with it the shared lock, stays until the destructor.
     open(o_read);
-    std::string text;
-    read(text, 0);
-    const auto loaded = std::make_shared<LoadedIndex>(std::move(text));
+    const auto loaded = std::make_shared<LoadedIndex>(index_text(*this));
     files.load(*loaded);
     m_loaded = loaded;
     m_hasMaps = false;
@@ -112,13 +118,10 @@ void STGIndex::mergeAndSave() {
     return;
   }
 
-  std::string text;
-  read(text, 0);
-  // A text that ends early would take the lines of others out of the file.
-  m_isSure = m_isSure && is_read_to_end(*this);
-  mergeFrom(std::move(text));
-  saveIndexFile();
-  close();
+  const FileText bytes = read_to_end(*this);
+  std::string storage;
+  mergeFrom(std::string(replacement::text_of(bytes.view(), storage)));
+  saveIndexFile(bytes.view());
   VU_TRACE_M(" STGIndex: (end) index.dat is uptodate");  // sic
   VU_TRACE_M("  folder : ", m_folder);
 }
@@ -175,12 +178,11 @@ void STGIndex::mergeEntry(FolderFiles& files, std::string_view key, std::string_
   m_pl.emplace(stored, key);
 }
 
-void STGIndex::saveIndexFile() {
+void STGIndex::saveIndexFile(std::string_view bytes) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   FolderFiles files(m_folder);
-  const std::string_view on_disk = m_loaded ? std::string_view(m_loaded->text) : std::string_view();
   std::string text;
-  text.reserve(on_disk.size() + 256);
+  text.reserve(bytes.size() + 256);
   std::vector<IndexEntry> lines;
   visitEntries([&](std::string_view key, std::string_view stored) {
     lines.push_back({key, stored});
@@ -193,10 +195,11 @@ void STGIndex::saveIndexFile() {
     VU_ERROR(
         "STGIndex: index.dat is left as it is, for the system does not tell which files exist: ",
         m_folder);
+    close();
     return;
   }
   if (text.empty()) text = " ";
-  replace_text(*this, on_disk, text);
+  replace_and_close(*this, bytes, text);
 }
 
 void STGIndex::fillMaps() const {

@@ -1,9 +1,11 @@
 #include "tests/reliability/folder_state.h"
 
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
+#include "file/replacement.h"
 #include "tests/support/scratch.h"
 
 namespace reliability {
@@ -75,7 +77,11 @@ FolderState look_at(const std::string& folder) {
       state.files.emplace(name, entry.is_regular_file() ? entry.file_size() : 0);
     }
   }
-  if (state.has_index) state.index_text = read_file(folder + "\\index.dat");
+  if (state.has_index) {
+    const std::string bytes = read_file(folder + "\\index.dat");
+    std::string storage;
+    state.index_text = replacement::text_of(bytes, storage);
+  }
   if (file_exists(folder + "\\index")) state.counter_text = read_file(folder + "\\index");
   state.lines = read_index(state.index_text, state.files);
   return state;

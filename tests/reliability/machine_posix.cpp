@@ -57,7 +57,7 @@ std::uint64_t memory_in_use() {
   return info.uordblks + info.hblkhd;
 }
 
-std::uint64_t memory_slack() { return 0; }
+std::uint64_t memory_slack() { return 4096; }
 
 bool large_folders_are_slow() { return false; }
 

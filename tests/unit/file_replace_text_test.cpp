@@ -1,16 +1,16 @@
-// Replacing the content of an open file without ever emptying it.
+// Replacing the content of an open file so that an interruption leaves the old one or the new one.
 
 #include "file/handle_core.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "tests/support/file_spellings.h"
 #include "tests/support/recording_sink.h"
+#include "file/replacement.h"
 #include "tests/support/scratch.h"
 
 namespace {
@@ -23,18 +23,28 @@ using list = std::vector<std::string>;
 
 constexpr os::Status kSomeFailure{5, os::Failure::kOther};
 
-class ReplaceText : public testing::Test {
- protected:
-  ReplaceText() : m_file(m_dir.path("f")) {
-    write_file(m_dir.path("f"), "0123456789");
-    m_file.open(base::o_append);
-  }
+const std::string kOld = "a_0000000001/00000001\n";
+const std::string kNew = "a_0000000001/00000001\nb_0000000001/00000002\n";
 
-  void replace(const std::string& text) { replace_text(m_file, "0123456789", text); }
-  /// The content once the handle is closed.
-  std::string content() {
+class ReplaceAndClose : public testing::Test {
+ protected:
+  ReplaceAndClose() : m_file(m_dir.path("f")) { open(kOld); }
+
+  void open(const std::string& bytes) {
     m_file.close();
-    return read_file(m_dir.path("f"));
+    write_file(m_dir.path("f"), bytes);
+    m_file.open(base::o_append);
+    m_bytes = bytes;
+  }
+  replacement::Holds replace(const std::string& text) {
+    return replace_and_close(m_file, m_bytes, text);
+  }
+  std::string content() const { return read_file(m_dir.path("f")); }
+  /// What the library takes for the content.
+  std::string text() const {
+    std::string storage;
+    const std::string bytes = content();
+    return std::string(replacement::text_of(bytes, storage));
   }
   list failure(const std::string& what) const {
     return {what + " : " + m_dir.path("f"), "Error message :" + os::error_text(5)};
@@ -42,109 +52,180 @@ class ReplaceText : public testing::Test {
 
   scratch_folder m_dir;
   vu_file m_file;
+  std::string m_bytes;
 };
 
 }  // namespace
 
-TEST_F(ReplaceText, LeavesExactlyTheNewText) {
-  std::string before = "0123456789";
-  for (const std::string text : {"ab", "0123456789ABC", " ", "", "x"}) {
-    replace_text(m_file, before, text);
-    EXPECT_EQ(content(), text);
-    m_file.open(base::o_append);
-    before = text;
+TEST_F(ReplaceAndClose, LeavesExactlyTheNewTextAndAClosedFile) {
+  std::string before = kOld;
+  for (const std::string& after : {kNew, kOld, std::string(" "), kNew, std::string("x")}) {
+    open(before);
+    EXPECT_EQ(replace(after), replacement::Holds::kNewText);
+    EXPECT_FALSE(m_file.is_open());
+    EXPECT_EQ(content(), after);
+    before = after;
   }
 }
 
-TEST_F(ReplaceText, DoesNotDependOnThePosition) {
+TEST_F(ReplaceAndClose, DoesNotDependOnThePosition) {
   std::string text;
   m_file.read(text, 4);
-  replace("ab");
-  EXPECT_EQ(content(), "ab");
+  replace(kNew);
+  EXPECT_EQ(content(), kNew);
 }
 
-TEST_F(ReplaceText, CutsBehindTheNewTextOnlyAndFlushesNothing) {
-  std::uintmax_t size_before_cut = 0;
-  const auto hook = faults::before(Call::set_end, [&] {
-    size_before_cut = std::filesystem::file_size(native(m_dir.path("f")));
-  });
+TEST_F(ReplaceAndClose, FlushesTheCopyAndTheTextAndNotTheCut) {
+  std::vector<Call> order;
+  const auto note = [&](Call call) {
+    return faults::before(
+        call, [&order, call] { order.push_back(call); }, 1, faults::Times::kLasting);
+  };
+  const auto reserve = note(Call::reserve);
+  const auto write = note(Call::write);
+  const auto flush = note(Call::flush);
+  const auto set_end = note(Call::set_end);
+  const auto unlock = note(Call::unlock);
+  replace(kNew);
+  EXPECT_EQ(order, (std::vector<Call>{Call::reserve, Call::write, Call::flush, Call::write,
+                                      Call::flush, Call::set_end, Call::unlock}));
+}
+
+TEST_F(ReplaceAndClose, OfDigitsFlushesOnceAndCutsNothing) {
+  open("00000041");
   faults::reset();
-  replace("ab");
-  EXPECT_EQ(size_before_cut, 10U);
+  replace("00000042");
   EXPECT_EQ(faults::calls(Call::write), 1U);
-  EXPECT_EQ(faults::calls(Call::set_end), 1U);
-  EXPECT_EQ(faults::calls(Call::flush), 0U);
-  EXPECT_EQ(content(), "ab");
-}
-
-TEST_F(ReplaceText, ThatCannotBeWrittenIsTracedAndTakenBack) {
-  const auto fault = faults::cut_transfer(Call::write, 1, kSomeFailure);
-  recording_sink sink;
-  faults::reset();
-  replace("ab");
-  EXPECT_EQ(sink.events(trace_event::error), failure("write file"));
+  EXPECT_EQ(faults::calls(Call::flush), 1U);
   EXPECT_EQ(faults::calls(Call::set_end), 0U);
-  EXPECT_EQ(content(), "0123456789");
+  EXPECT_EQ(content(), "00000042");
 }
 
-TEST_F(ReplaceText, ThatWasWrittenInPartWithoutAnErrorIsTakenBack) {
-  const auto fault = faults::cut_transfer(Call::write, 1);
+TEST_F(ReplaceAndClose, ThatFailsInTheCopyIsTracedAndTakenBack) {
+  for (const os::Status status : {kSomeFailure, os::Status()}) {
+    open(kOld);
+    const auto fault = faults::cut_transfer(Call::write, 30, status);
+    recording_sink sink;
+    EXPECT_EQ(replace(kNew), replacement::Holds::kOldText);
+    EXPECT_EQ(sink.count(trace_event::error, "write file : " + m_dir.path("f")), 1U);
+    EXPECT_FALSE(m_file.is_open());
+    EXPECT_EQ(content(), kOld);
+  }
+}
+
+TEST_F(ReplaceAndClose, WhoseCopyIsNotFlushedIsTakenBack) {
+  const auto fault = faults::fail(Call::flush, kSomeFailure);
   recording_sink sink;
-  faults::reset();
-  replace("ab");
-  EXPECT_EQ(sink.count(trace_event::error, "write file : " + m_dir.path("f")), 1U);
-  EXPECT_EQ(faults::calls(Call::set_end), 0U);
-  EXPECT_EQ(content(), "0123456789");
+  EXPECT_EQ(replace(kNew), replacement::Holds::kOldText);
+  EXPECT_EQ(sink.events(trace_event::error), failure("Can't flush buffers"));
+  EXPECT_EQ(content(), kOld);
 }
 
-TEST_F(ReplaceText, ThatHasNoRoomIsTracedAndWritesNothing) {
+TEST_F(ReplaceAndClose, ThatFailsBehindTheCopyHoldsTheNewText) {
+  for (std::size_t bytes = 0; bytes < kNew.size(); ++bytes) {
+    open(kOld);
+    const auto fault = faults::cut_transfer(Call::write, bytes, kSomeFailure, 2);
+    recording_sink sink;
+    EXPECT_EQ(replace(kNew), replacement::Holds::kNewText);
+    EXPECT_EQ(sink.events(trace_event::error), failure("write file"));
+    EXPECT_EQ(text(), kNew);
+  }
+}
+
+TEST_F(ReplaceAndClose, WhoseTextIsNotFlushedOrCutHoldsTheNewText) {
+  {
+    const auto fault = faults::fail(Call::flush, kSomeFailure, 2);
+    recording_sink sink;
+    EXPECT_EQ(replace(kNew), replacement::Holds::kNewText);
+    EXPECT_EQ(sink.events(trace_event::error), failure("Can't flush buffers"));
+    EXPECT_EQ(text(), kNew);
+  }
+  open(kOld);
+  const auto fault = faults::fail(Call::set_end, kSomeFailure);
+  recording_sink sink;
+  EXPECT_EQ(replace(kNew), replacement::Holds::kNewText);
+  EXPECT_EQ(sink.events(trace_event::error), failure("Can't truncate file "));
+  EXPECT_EQ(text(), kNew);
+  EXPECT_NE(content(), kNew);
+}
+
+TEST_F(ReplaceAndClose, CompletesAnInterruptedOneFirst) {
+  {
+    const auto fault = faults::cut_transfer(Call::write, 30, kSomeFailure, 2);
+    replace(kNew);
+  }
+  const std::string interrupted = content();
+  ASSERT_NE(interrupted, kNew);
+
+  // The completion fails: what the copy holds goes on to hold.
+  for (const Call call : {Call::write, Call::flush, Call::set_end}) {
+    open(interrupted);
+    const auto fault = faults::fail(call, kSomeFailure);
+    EXPECT_EQ(replace(kOld), replacement::Holds::kOldText);
+    EXPECT_EQ(text(), kNew);
+  }
+  open(interrupted);
+  EXPECT_EQ(replace(kOld), replacement::Holds::kNewText);
+  EXPECT_EQ(content(), kOld);
+}
+
+TEST_F(ReplaceAndClose, ThatHasNoRoomIsTracedAndWritesNothing) {
   const auto fault = faults::fail(Call::reserve, kSomeFailure);
   recording_sink sink;
   faults::reset();
-  replace("longer than the old text");
+  EXPECT_EQ(replace(kNew), replacement::Holds::kOldText);
   EXPECT_EQ(sink.events(trace_event::error), failure("write file"));
   EXPECT_EQ(faults::calls(Call::write), 0U);
-  EXPECT_EQ(content(), "0123456789");
+  EXPECT_EQ(content(), kOld);
 }
 
-TEST_F(ReplaceText, ThatCannotGoToItsPlaceWritesNothing) {
+TEST_F(ReplaceAndClose, ThatCannotGoToItsPlaceWritesNothing) {
   const auto fault = faults::fail(Call::seek, kSomeFailure);
   recording_sink sink;
-  replace("ab");
+  EXPECT_EQ(replace(kNew), replacement::Holds::kOldText);
   EXPECT_EQ(sink.events(trace_event::error), failure("write file"));
-  EXPECT_EQ(content(), "0123456789");
+  EXPECT_EQ(content(), kOld);
 }
 
-TEST_F(ReplaceText, ThatCannotBeCutIsTraced) {
-  const auto fault = faults::fail(Call::set_end, kSomeFailure);
-  recording_sink sink;
-  replace("ab");
-  EXPECT_EQ(sink.events(trace_event::error), failure("Can't truncate file "));
-  EXPECT_EQ(content().substr(0, 2), "ab");
+TEST_F(ReplaceAndClose, OfDigitsThatFailsIsTakenBack) {
+  open("00000199");
+  const auto fault = faults::cut_transfer(Call::write, 6, kSomeFailure);
+  EXPECT_EQ(replace("00000200"), replacement::Holds::kOldText);
+  EXPECT_EQ(content(), "00000199");
 }
 
-TEST_F(ReplaceText, OfManyPagesThatFailsOnTheWayLeavesTheOldText) {
-  std::string old_text;
-  std::string new_text;
-  for (int i = 0; i < 2'000; ++i) {
-    old_text += "key" + std::to_string(i) + "/old\n";
-    new_text += "key" + std::to_string(i) + "/new\n";
-  }
-  m_file.close();
-  write_file(m_dir.path("f"), old_text);
-  m_file.open(base::o_append);
-  const auto fault = faults::cut_transfer(Call::write, 5'000, kSomeFailure);
-  recording_sink sink;
-  replace_text(m_file, old_text, new_text);
-  EXPECT_EQ(sink.events(trace_event::error), failure("write file"));
-  EXPECT_TRUE(content() == old_text);
-}
-
-TEST_F(ReplaceText, InTheWrongModeThrowsAsAWriteDoes) {
+TEST_F(ReplaceAndClose, InTheWrongModeThrowsAsAWriteDoes) {
   m_file.close();
   m_file.open(base::o_read);
-  EXPECT_EQ(thrown_text([&] { replace("ab"); }), narrow_spelling::kWrongWrite);
+  EXPECT_EQ(thrown_text([&] { replace(kNew); }), narrow_spelling::kWrongWrite);
   vu_file never(m_dir.path("f"));
-  EXPECT_EQ(thrown_text([&] { replace_text(never, "", "ab"); }), narrow_spelling::kWrongWrite);
-  EXPECT_EQ(content(), "0123456789");
+  EXPECT_EQ(thrown_text([&] { replace_and_close(never, "", "ab"); }), narrow_spelling::kWrongWrite);
+  m_file.close();
+  EXPECT_EQ(content(), kOld);
+}
+
+// ---- reading to the end ------------------------------------------------------------------------
+
+TEST_F(ReplaceAndClose, IsPrecededByAReadToTheEndOfAnySize) {
+  for (const std::size_t size : {0U, 1U, 65535U, 65536U, 65537U, 300'000U, 5'000'000U}) {
+    std::string bytes(size, 'x');
+    for (std::size_t i = 0; i < size; i += 1000) bytes[i] = static_cast<char>(i % 251);
+    open(bytes);
+    EXPECT_TRUE(read_to_end(m_file).view() == bytes) << size;
+  }
+}
+
+TEST_F(ReplaceAndClose, IsPrecededByAReadThatGoesOnAfterAShortOne) {
+  const auto fault = faults::cut_transfer(Call::read, 5);
+  EXPECT_EQ(read_to_end(m_file).view(), kOld);
+}
+
+TEST_F(ReplaceAndClose, IsPrecededByAReadThatThrowsWhereItFails) {
+  for (const std::uint64_t nth : {1U, 2U}) {
+    open(kOld);
+    const auto fault = faults::cut_transfer(Call::read, 5, kSomeFailure, nth);
+    recording_sink sink;
+    EXPECT_EQ(thrown_text([&] { read_to_end(m_file); }), "throw exception on read");
+    EXPECT_EQ(sink.events(trace_event::error), failure("read file"));
+  }
 }

@@ -553,8 +553,8 @@ TEST_F(IndexMigration, SavesTheListAlsoWhenTheIndexCannotBeMerged) {
   write("index.dat", "1#1#1#a%20.kdb_0000000000/1#1#1#a%20.kdb\nread.txt_0000000000/read.txt\n");
   std::unique_ptr<os::faults::Fault> broken;
   const auto hook = os::faults::before(Call::copy, [&broken] {
-    // Read from here on: the counter for the marker, and then the index to be merged.
-    broken.reset(new os::faults::Fault(os::faults::fail(Call::read, kRefused, 2)));
+    // Read from here on: the counter for the marker, to its end, and then the index to be merged.
+    broken.reset(new os::faults::Fault(os::faults::fail(Call::read, kRefused, 3)));
   });
   EXPECT_THROW(migrate(), vu_file_except);
   ASSERT_TRUE(broken);

@@ -440,8 +440,8 @@ TEST_F(IndexCreating, RaisesWhereTheIndexCannotBeOpened) {
 TEST_F(IndexCreating, RaisesWhatTheRewriteRaises) {
   folder.set_index(" ");
   {
-    // Read before: by the question whether it exists, by loading; the counter is empty.
-    const auto fault = os::faults::fail(Call::read, kRefused, 3);
+    // Read before: by the question whether it exists, by loading, and the empty counter.
+    const auto fault = os::faults::fail(Call::read, kRefused, 6);
     EXPECT_THROW(STGIndex::create(folder.path(), "a.kdb", 5), vu_file_except);
     EXPECT_EQ(fault.hits(), 1U);
   }

@@ -120,7 +120,7 @@ os::Status LockedFile::flush() { return os::flush(m_handle); }
 os::Status LockedFile::replace_lines(std::string_view old_text, std::string_view new_text) {
   const replacement::Outcome outcome = replacement::carry_out(m_handle, old_text, new_text);
   if (!outcome.written.ok()) return outcome.written;
-  return outcome.cut.ok() ? flush() : outcome.cut;
+  return outcome.flushed.ok() ? outcome.cut : outcome.flushed;
 }
 
 os::Status LockedFile::replace_bytes(std::string_view old_bytes, std::string_view new_bytes) {
