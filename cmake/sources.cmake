@@ -307,6 +307,7 @@ set(VU_ADMIN_SOURCES
   tools/admin/folder_check_files.cpp
   tools/admin/folder_view.cpp
   tools/admin/forecast.cpp
+  tools/admin/formatted.cpp
   tools/admin/index_lint.cpp
   tools/admin/inventory.cpp
   tools/admin/locked_file.cpp
@@ -345,6 +346,7 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/bars.cpp
   tools/stgctl/check_command.cpp
   tools/stgctl/clean_command.cpp
+  tools/stgctl/command_line.cpp
   tools/stgctl/commands.cpp
   tools/stgctl/compare_command.cpp
   tools/stgctl/completion.cpp
@@ -365,6 +367,7 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/index_restore_command.cpp
   tools/stgctl/index_snapshot_command.cpp
   tools/stgctl/init_command.cpp
+  tools/stgctl/json.cpp
   tools/stgctl/key_commands.cpp
   tools/stgctl/key_lines.cpp
   tools/stgctl/list_commands.cpp
@@ -402,7 +405,6 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/trace_log.cpp
   tools/stgctl/treemap.cpp
   tools/stgctl/undo_command.cpp
-  tools/stgctl/usage.cpp
   tools/stgctl/user_commands.cpp
   tools/stgctl/what_if.cpp)
 set(VU_STGCTL_SOURCES_POSIX
@@ -416,6 +418,7 @@ set(VU_ADMIN_TEST_SOURCES
   tests/admin/check_test.cpp
   tests/admin/entries_test.cpp
   tests/admin/explain_test.cpp
+  tests/admin/formatted_test.cpp
   tests/admin/index_lint_test.cpp
   tests/admin/inventory_test.cpp
   tests/admin/name_restore_test.cpp
@@ -435,6 +438,7 @@ set(VU_STGCTL_TEST_SOURCES
   tests/stgctl/fixture.cpp
   tests/stgctl/garbage_test.cpp
   tests/stgctl/init_test.cpp
+  tests/stgctl/json_test.cpp
   tests/stgctl/keys_users_test.cpp
   tests/stgctl/locks_test.cpp
   tests/stgctl/look_test.cpp
@@ -458,6 +462,7 @@ set(VU_STGCTL_TEST_SOURCES_WINDOWS
   tests/stgctl/program_windows.cpp)
 # What of the client those tests look at directly.
 set(VU_STGCTL_TEXT_WITH_TESTS
+  tools/stgctl/json.cpp
   tools/stgctl/key_lines.cpp
   tools/stgctl/text.cpp
   tools/stgctl/treemap.cpp)

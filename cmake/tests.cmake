@@ -11,8 +11,9 @@ file(MAKE_DIRECTORY ${vu_test_folder})
 
 # GoogleTest's macros take the optimiser four times as long as everything else, so the cases are compiled
 # without it; what is tested is compiled as it is shipped, or with -O1 where the tests look inside.
+set(vu_test_headers <gtest/gtest.h> ${vu_common_headers})
 add_library(vu_test_main OBJECT ${VU_TEST_MAIN_SOURCES})
-vu_test_code(vu_test_main -O0 PRECOMPILE <gtest/gtest.h> ${vu_common_headers})
+vu_test_code(vu_test_main -O0 PRECOMPILE ${vu_test_headers})
 target_link_libraries(vu_test_main PRIVATE vu_gtest)
 
 # The rules written a second time, without anything of the library.
@@ -28,15 +29,19 @@ vu_test_code(vu_test_support_inside -O1 PRECOMPILED_BY vu_test_model)
 target_link_libraries(vu_test_support_inside PUBLIC vu_storage_testable PRIVATE vu_gtest)
 
 # vu_test_program(<name> SOURCES <file...> LINK <target...> SHARDS <n> TIMEOUT <seconds per case>
-#                 [LABELS <label...>])
+#                 [LABELS <label...>] [PRECOMPILE <further header...>])
 function(vu_test_program name)
-  cmake_parse_arguments(arg "" "SHARDS;TIMEOUT" "SOURCES;LINK;LABELS" ${ARGN})
+  cmake_parse_arguments(arg "" "SHARDS;TIMEOUT" "SOURCES;LINK;LABELS;PRECOMPILE" ${ARGN})
   if(NOT arg_SOURCES)
     return()
   endif()
   add_executable(${name} ${arg_SOURCES})
   vu_program(${name})
-  vu_test_code(${name} -O0 PRECOMPILED_BY vu_test_main)
+  if(arg_PRECOMPILE)
+    vu_test_code(${name} -O0 PRECOMPILE ${vu_test_headers} ${arg_PRECOMPILE})
+  else()
+    vu_test_code(${name} -O0 PRECOMPILED_BY vu_test_main)
+  endif()
   target_link_libraries(${name} PRIVATE ${arg_LINK} vu_test_main vu_gtest)
   target_link_options(${name} PRIVATE ${vu_quick_linker})
 
@@ -102,8 +107,9 @@ if(VU_BUILD_CLIENT)
   endif()
   vu_test_program(stgctl_tests
     SOURCES ${vu_stgctl_tests}
-    LINK vu_test_support vu_admin vu_json vu_fmt
-    SHARDS 2 TIMEOUT 180 LABELS stgctl)
+    LINK vu_test_support vu_admin vu_json
+    SHARDS 2 TIMEOUT 180 LABELS stgctl
+    PRECOMPILE <nlohmann/json.hpp>)
   target_compile_definitions(stgctl_tests PRIVATE VU_TEST_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
   add_dependencies(stgctl_tests stgctl)
 endif()

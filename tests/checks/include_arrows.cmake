@@ -41,6 +41,9 @@ set(optional tools examples tests bench)
 # Headers of others that only some files may see: a pattern, then those files.
 set(guarded
   "^windows\\.h$ = platform/os/os_windows.cpp tools/admin/system_windows.cpp tools/stgctl/terminal_windows.cpp tests/support tests/stgctl/program_windows.cpp tests/reliability/machine_windows.cpp"
+  "^cli/         = tools/stgctl/command_line.cpp"
+  "^fmt/         = tools/admin/formatted.cpp"
+  "^nlohmann/    = tools/stgctl/json.cpp tests/stgctl/fixture.h bench"
   "^poco/        = storage/storage_mutex.cpp storage/storage_mutex.h examples")
 
 # Headers of others that may stand in quotation marks as well.

@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "tools/admin/check.h"
@@ -67,10 +65,10 @@ void show(Context& context, const Finding& finding) {
   }
   std::string where = shown(admin::sys::join(finding.folder, finding.name));
   if (finding.name.empty()) where = shown(finding.folder);
-  if (finding.line != 0) where += fmt::format(" (line {})", finding.line);
+  if (finding.line != 0) where += formatted(" (line {})", finding.line);
   context.out().print("{} {}  {}{}{}\n",
                       context.out().styled(style_of(kind.severity),
-                                           fmt::format("{:<7}", admin::name_of(kind.severity))),
+                                           formatted("{:<7}", admin::name_of(kind.severity))),
                       context.out().styled(Style::kBold, kind.name), where,
                       finding.detail.empty() ? "" : ": ", shown(finding.detail));
 }
@@ -96,9 +94,8 @@ void show_summary(Context& context, const CheckSummary& summary, admin::Depth de
     context.out().json_line("stgctl.check/1", fields);
     return;
   }
-  const std::string counts =
-      fmt::format("{} errors, {} warnings, {} infos", count(Severity::kError),
-                  count(Severity::kWarning), count(Severity::kInfo));
+  const std::string counts = formatted("{} errors, {} warnings, {} infos", count(Severity::kError),
+                                       count(Severity::kWarning), count(Severity::kInfo));
   const bool clean =
       count(Severity::kError) + count(Severity::kWarning) + count(Severity::kInfo) == 0;
   context.out().print(
@@ -131,15 +128,15 @@ Exit run_check(Context& context, const Options& options) {
   return problems == 0 ? Exit::kDone : Exit::kProblemsFound;
 }
 
-Run declare(CLI::App& app) {
+Run declare(Arguments& app) {
   auto options = std::make_shared<Options>();
-  CLI::Option* const quick =
+  const Argument quick =
       app.add_flag("--quick", options->quick, "Names and indexes only: no file is asked for");
   app.add_flag("--full", options->full, "Sizes, times, key files and parts as well (the default)")
-      ->excludes(quick);
+      .excludes(quick);
   app.add_flag("--strict", options->strict, "Findings that are mere information count as problems");
   app.add_option("--path-limit", options->path_limit, "The longest path that counts as usable")
-      ->type_name("BYTES");
+      .type_name("BYTES");
   app.add_flag("--codes", options->codes, "List what can be found, with meanings and remedies");
   add_no_lock(app, options->no_lock);
   return [options](Context& context) { return run_check(context, *options); };

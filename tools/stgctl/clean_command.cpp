@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <memory>
@@ -174,10 +172,10 @@ class Cleaning {
     const char* const reason = each.reason == Reason::kAge ? "age" : "size";
     const Json fields = {{"by", m_options.by}, {"time", each.time},   {"age", age},
                          {"reason", reason},   {"bytes", each.bytes}, {"part_folders", each.parts}};
-    m_report.done(subject, fields,
-                  fmt::format("{} {} ago, {}{}", m_options.by == "atime" ? "read" : "changed",
-                              format_age(age), format_bytes(each.bytes),
-                              each.reason == Reason::kSize ? ", for the size" : ""));
+    m_report.done(
+        subject, fields,
+        formatted("{} {} ago, {}{}", m_options.by == "atime" ? "read" : "changed", format_age(age),
+                  format_bytes(each.bytes), each.reason == Reason::kSize ? ", for the size" : ""));
   }
 
   Context& m_context;
@@ -206,13 +204,13 @@ Exit run_clean(Context& context, const Options& options) {
   ChangeReport report(context, "stgctl.clean/1", "removed");
   if (plan.going.empty()) {
     context.out().note(
-        fmt::format("stgctl: {}, nothing is to be removed; {} kept", which, plan.kept));
+        formatted("stgctl: {}, nothing is to be removed; {} kept", which, plan.kept));
     return report.finish(sums, format_bytes(0));
   }
   if (!context.options().dry_run) {
-    context.confirm(fmt::format("{}: remove {} versions, {}, and keep {}, {}?", which,
-                                plan.going.size(), format_bytes(plan.going_bytes), plan.kept,
-                                format_bytes(plan.kept_bytes)));
+    context.confirm(formatted("{}: remove {} versions, {}, and keep {}, {}?", which,
+                              plan.going.size(), format_bytes(plan.going_bytes), plan.kept,
+                              format_bytes(plan.kept_bytes)));
     context.open_library();
   }
   const std::uint64_t freed =
@@ -220,45 +218,45 @@ Exit run_clean(Context& context, const Options& options) {
   Json all = sums;
   all["bytes"] = freed;
   return report.finish(all,
-                       fmt::format("{} freed {}, {} kept", format_bytes(freed), which, plan.kept));
+                       formatted("{} freed {}, {} kept", format_bytes(freed), which, plan.kept));
 }
 
 }  // namespace
 
 void add_clean_command(Commands& commands) {
-  const auto declare = [](CLI::App& app) -> Run {
+  const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
-    CLI::Option* const age =
+    const Argument age =
         app.add_option("--older-than", options->older_than,
                        "The age limit: 90s, 15m, 12h, 30d, 4w, 1y")
-            ->type_name("AGE")
-            ->check([](const std::string& text) {
+            .type_name("AGE")
+            .check([](const std::string& text) {
               return parse_age(text) ? std::string()
                                      : "'" + text + "' is no age; say 90s, 15m, 12h, 30d, 4w or 1y";
             });
     app.add_option("--by", options->by,
                    "The time that counts: of the last change, or of the last access")
-        ->type_name("WORD")
-        ->check(CLI::IsMember(std::vector<std::string>{"mtime", "atime"}));
+        .type_name("WORD")
+        .one_of({"mtime", "atime"});
     const auto is_size = [](const std::string& text) {
       return parse_size(text) ? std::string()
                               : "'" + text + "' is no size; say 500M, 20G or a number";
     };
-    CLI::Option* const size =
+    const Argument size =
         app.add_option("--max-size", options->max_size,
                        "Then remove the oldest until the rest is no larger: 500M, 20G")
-            ->type_name("SIZE")
-            ->check(is_size);
-    CLI::Option* const what_if =
+            .type_name("SIZE")
+            .check(is_size);
+    const Argument what_if =
         app.add_flag("--what-if", options->what_if,
                      "Remove nothing: show what each age limit would free, for every owner")
-            ->excludes(age)
-            ->excludes(size);
+            .excludes(age)
+            .excludes(size);
     app.add_option("--target-size", options->target_size,
                    "With --what-if: find the age limit that brings the size down to this")
-        ->type_name("SIZE")
-        ->check(is_size)
-        ->needs(what_if);
+        .type_name("SIZE")
+        .check(is_size)
+        .needs(what_if);
     return [options](Context& context) { return run_clean(context, *options); };
   };
   commands.push_back(

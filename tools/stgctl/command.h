@@ -5,12 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "tools/stgctl/arguments.h"
 #include "tools/stgctl/exit_codes.h"
-
-// Only the application and the commands' own files need all of it.
-namespace CLI {
-class App;
-}
 
 namespace stgctl {
 
@@ -34,7 +30,7 @@ struct Command {
   std::string summary;  ///< one line, without a full stop
   /// Adds the command's own options to its part of the command line, and says what to run when it was
   /// named. The options' storage lives in the returned function (a shared pointer that both lambdas hold).
-  std::function<Run(CLI::App&)> declare;
+  std::function<Run(Arguments&)> declare;
   std::string details = {};  ///< paragraphs for the help and the manual, may be empty
 };
 

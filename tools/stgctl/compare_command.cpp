@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <memory>
 #include <set>
@@ -134,7 +132,7 @@ class Comparing final : public admin::InventorySink {
     const bool export_is_good = check_export();
     bool same = holding.info.size == wanted.size;
     std::string detail =
-        fmt::format("{} bytes in the tree, {} in the export", holding.info.size, wanted.size);
+        formatted("{} bytes in the tree, {} in the export", holding.info.size, wanted.size);
     if (same && !m_options.quick) {
       try {
         same = read_content(holding.location, m_locking).checksum == m_item.checksum;
@@ -150,8 +148,8 @@ class Comparing final : public admin::InventorySink {
     } else if (holding.info.modify_time != wanted.modify_time) {
       same = false;
       tell(Code::kTimeDiffers, holding,
-           fmt::format("{} in the tree, {} in the export", format_time(holding.info.modify_time),
-                       format_time(wanted.modify_time)));
+           formatted("{} in the tree, {} in the export", format_time(holding.info.modify_time),
+                     format_time(wanted.modify_time)));
     }
     return same && export_is_good;
   }
@@ -188,7 +186,7 @@ class Comparing final : public admin::InventorySink {
     std::string where = shown(subject_of(what));
     if (what.kind == admin::HoldingKind::kPart) where += ' ' + shown(std::string_view(what.path));
     const Style style = kind.severity == "error" ? Style::kRed : Style::kYellow;
-    out.print("{} {}  {}{}{}\n", out.styled(style, fmt::format("{:<7}", kind.severity)),
+    out.print("{} {}  {}{}{}\n", out.styled(style, formatted("{:<7}", kind.severity)),
               out.styled(Style::kBold, kind.name), where, detail.empty() ? "" : ": ",
               shown(std::string_view(detail)));
   }
@@ -219,7 +217,7 @@ class Comparing final : public admin::InventorySink {
               m_sums.files, format_bytes(m_sums.bytes),
               out.styled(findings == 0 ? Style::kGreen : Style::kBold,
                          findings == 0 ? "all equal"
-                                       : fmt::format("{} equal, {} findings", m_equal, findings)));
+                                       : formatted("{} equal, {} findings", m_equal, findings)));
   }
 
   Context& m_context;
@@ -248,9 +246,9 @@ Exit run_compare(Context& context, const Options& options) {
 }  // namespace
 
 void add_compare_command(Commands& commands) {
-  const auto declare = [](CLI::App& app) -> Run {
+  const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
-    app.add_option("dir", options->folder, "The folder of an export")->type_name("DIR")->required();
+    app.add_option("dir", options->folder, "The folder of an export").type_name("DIR").required();
     app.add_flag("--quick", options->quick, "Sizes and times only: no file is read");
     add_no_lock(app, options->no_lock);
     return [options](Context& context) { return run_compare(context, *options); };

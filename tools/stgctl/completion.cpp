@@ -1,6 +1,5 @@
 #include "tools/stgctl/completion.h"
-
-#include <fmt/format.h>
+#include "tools/stgctl/text.h"
 
 #include <algorithm>
 
@@ -8,9 +7,7 @@ namespace stgctl {
 
 namespace {
 
-std::string spaced(const std::vector<std::string>& words) {
-  return fmt::format("{}", fmt::join(words, " "));
-}
+std::string spaced(const std::vector<std::string>& words) { return joined(words, " "); }
 
 /// What can stand at a place: sub-commands, the command's options and the global ones.
 std::vector<std::string> words_at(const CommandUsage& command, const CommandUsage& program) {
@@ -56,7 +53,7 @@ std::string case_of_paths(const std::vector<CommandUsage>& usage) {
   std::string patterns;
   for (const CommandUsage& command : usage) {
     if (command.path.empty()) continue;
-    patterns += fmt::format("{}'{}'", patterns.empty() ? "" : "|", command.name());
+    patterns += formatted("{}'{}'", patterns.empty() ? "" : "|", command.name());
   }
   return patterns;
 }
@@ -69,21 +66,21 @@ std::string bash_script(const std::vector<CommandUsage>& usage) {
       usage, [&](const std::string& place, const std::string& name, const OptionUsage& option) {
         std::string reply = ":";
         if (kind_of(option) == Kind::kWords) {
-          reply = fmt::format("COMPREPLY=($(compgen -W '{}' -- \"$cur\"))", spaced(option.choices));
+          reply = formatted("COMPREPLY=($(compgen -W '{}' -- \"$cur\"))", spaced(option.choices));
         } else if (kind_of(option) == Kind::kFolders) {
           reply = "COMPREPLY=($(compgen -d -- \"$cur\"))";
         } else if (kind_of(option) == Kind::kFiles) {
           reply = "COMPREPLY=($(compgen -f -- \"$cur\"))";
         }
-        values += fmt::format("    {}|{}') {}; return ;;\n", place == "*" ? "*'" : "'" + place,
-                              name, reply);
+        values += formatted("    {}|{}') {}; return ;;\n", place == "*" ? "*'" : "'" + place, name,
+                            reply);
       });
   std::string places;
   for (const CommandUsage& command : usage) {
-    places += fmt::format("    '{}') words='{}' ;;\n", command.name(),
-                          spaced(words_at(command, usage.front())));
+    places += formatted("    '{}') words='{}' ;;\n", command.name(),
+                        spaced(words_at(command, usage.front())));
   }
-  return fmt::format(R"(# bash completion for stgctl; load it with: source <(stgctl completion bash)
+  return formatted(R"(# bash completion for stgctl; load it with: source <(stgctl completion bash)
 _stgctl() {{
   local cur=${{COMP_WORDS[COMP_CWORD]}} prev=${{COMP_WORDS[COMP_CWORD-1]}} place='' words='' next i
   COMPREPLY=()
@@ -101,7 +98,7 @@ _stgctl() {{
 }}
 complete -o default -F _stgctl stgctl
 )",
-                     case_of_paths(usage), values, places);
+                   case_of_paths(usage), values, places);
 }
 
 std::string zsh_script(const std::vector<CommandUsage>& usage) {
@@ -110,18 +107,18 @@ std::string zsh_script(const std::vector<CommandUsage>& usage) {
                  [&](const std::string& place, const std::string& name, const OptionUsage& option) {
                    std::string reply = "_message 'value'";
                    if (kind_of(option) == Kind::kWords)
-                     reply = fmt::format("compadd -- {}", spaced(option.choices));
+                     reply = formatted("compadd -- {}", spaced(option.choices));
                    if (kind_of(option) == Kind::kFolders) reply = "_files -/";
                    if (kind_of(option) == Kind::kFiles) reply = "_files";
-                   values += fmt::format("    {}|{}') {}; return ;;\n",
-                                         place == "*" ? "*'" : "'" + place, name, reply);
+                   values += formatted("    {}|{}') {}; return ;;\n",
+                                       place == "*" ? "*'" : "'" + place, name, reply);
                  });
   std::string places;
   for (const CommandUsage& command : usage) {
-    places += fmt::format("    '{}') compadd -- {} ;;\n", command.name(),
-                          spaced(words_at(command, usage.front())));
+    places += formatted("    '{}') compadd -- {} ;;\n", command.name(),
+                        spaced(words_at(command, usage.front())));
   }
-  return fmt::format(R"(#compdef stgctl
+  return formatted(R"(#compdef stgctl
 # zsh completion for stgctl; write it to a folder of $fpath as _stgctl
 _stgctl() {{
   local place='' next i
@@ -139,7 +136,7 @@ _stgctl() {{
 }}
 _stgctl "$@"
 )",
-                     case_of_paths(usage), values, places);
+                   case_of_paths(usage), values, places);
 }
 
 std::string fish_quoted(const std::string& text) {
@@ -153,12 +150,12 @@ std::string fish_quoted(const std::string& text) {
 
 std::string fish_option(const CommandUsage& command, const OptionUsage& option) {
   std::string line = "complete -c stgctl";
-  if (!command.path.empty()) line += fmt::format(" -n \"__stgctl_at '{}'\"", command.name());
+  if (!command.path.empty()) line += formatted(" -n \"__stgctl_at '{}'\"", command.name());
   for (const std::string& name : option.names) {
     line += name.starts_with("--") ? " -l " + name.substr(2) : " -s " + name.substr(1);
   }
   if (!option.value.empty()) line += " -r";
-  if (!option.choices.empty()) line += fmt::format(" -f -a '{}'", spaced(option.choices));
+  if (!option.choices.empty()) line += formatted(" -f -a '{}'", spaced(option.choices));
   return line + " -d " + fish_quoted(option.description) + "\n";
 }
 
@@ -170,8 +167,8 @@ std::string fish_script(const std::vector<CommandUsage>& usage) {
           !std::equal(command.path.begin(), command.path.end(), below.path.begin())) {
         continue;
       }
-      lines += fmt::format("complete -c stgctl -n \"__stgctl_at '{}'\" -f -a {} -d {}\n",
-                           command.name(), below.path.back(), fish_quoted(below.summary));
+      lines += formatted("complete -c stgctl -n \"__stgctl_at '{}'\" -f -a {} -d {}\n",
+                         command.name(), below.path.back(), fish_quoted(below.summary));
     }
     for (const OptionUsage& option : command.options) {
       if (!option.names.empty()) lines += fish_option(command, option);
@@ -181,7 +178,7 @@ std::string fish_script(const std::vector<CommandUsage>& usage) {
   for (const CommandUsage& command : usage) {
     if (!command.path.empty()) known += " '" + command.name() + "'";
   }
-  return fmt::format(R"(# fish completion for stgctl; load it with: stgctl completion fish | source
+  return formatted(R"(# fish completion for stgctl; load it with: stgctl completion fish | source
 function __stgctl_at
   set -l place ''
   for word in (commandline -opc)[2..-1]
@@ -191,22 +188,22 @@ function __stgctl_at
   test "$place" = "$argv[1]"
 end
 {})",
-                     known, lines);
+                   known, lines);
 }
 
 std::string powershell_script(const std::vector<CommandUsage>& usage) {
   std::string table;
   for (const CommandUsage& command : usage) {
     table +=
-        fmt::format("    '{}' = '{}'\n", command.name(), spaced(words_at(command, usage.front())));
+        formatted("    '{}' = '{}'\n", command.name(), spaced(words_at(command, usage.front())));
   }
   std::string values;
-  for_each_value(
-      usage, [&](const std::string& place, const std::string& name, const OptionUsage& option) {
-        if (option.choices.empty()) return;
-        values += fmt::format("    '{}|{}' = '{}'\n", place, name, spaced(option.choices));
-      });
-  return fmt::format(
+  for_each_value(usage,
+                 [&](const std::string& place, const std::string& name, const OptionUsage& option) {
+                   if (option.choices.empty()) return;
+                   values += formatted("    '{}|{}' = '{}'\n", place, name, spaced(option.choices));
+                 });
+  return formatted(
       R"(# PowerShell completion for stgctl; load it with: stgctl completion powershell | Out-String | Invoke-Expression
 Register-ArgumentCompleter -Native -CommandName stgctl -ScriptBlock {{
   param($wordToComplete, $commandAst, $cursorPosition)

@@ -1,22 +1,21 @@
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "tools/stgctl/command.h"
+#include "tools/stgctl/command_line.h"
 #include "tools/stgctl/completion.h"
 #include "tools/stgctl/context.h"
-#include "tools/stgctl/usage.h"
 
 namespace stgctl {
 
 void add_completion_command(Commands& commands) {
-  const auto declare = [](CLI::App& app) -> Run {
+  const auto declare = [](Arguments& app) -> Run {
     const auto shell = std::make_shared<std::string>();
     app.add_option("shell", *shell, "The shell")
-        ->type_name("SHELL")
-        ->required()
-        ->check(CLI::IsMember(completion_shells()));
+        .type_name("SHELL")
+        .required()
+        .one_of(completion_shells());
     return [shell](Context& context) {
-      const std::string script = completion_script(*shell, usage_of(context.application()));
+      const std::string script = completion_script(*shell, context.command_line().usage());
       if (context.out().json()) {
         context.out().json_line("stgctl.completion/1", {{"shell", *shell}, {"script", script}});
       } else {

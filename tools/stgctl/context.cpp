@@ -1,12 +1,11 @@
 #include "tools/stgctl/context.h"
 
-#include <fmt/format.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
 #include "stg_index.h"
+#include "tools/stgctl/command_line.h"
 #include "tools/stgctl/exit_codes.h"
 #include "tools/stgctl/lock_wait.h"
 #include "tools/stgctl/paths.h"
@@ -67,8 +66,8 @@ class LibraryHost {
   std::unique_ptr<NamedStorage> m_named;
 };
 
-Context::Context(const GlobalOptions& options, Output& output, const CLI::App& application)
-    : m_options(options), m_output(output), m_application(application) {}
+Context::Context(const CommandLine& line, Output& output)
+    : m_line(line), m_options(line.options()), m_output(output) {}
 
 Context::~Context() = default;
 
@@ -100,10 +99,9 @@ const admin::Tree& Context::tree() {
   if (m_tree) return *m_tree;
   throw Failure(
       Exit::kNoTree,
-      fmt::format(
-          "there is no storage tree at {} ({}); 'stgctl init' makes one, --root or --storage "
-          "names another",
-          shown(storage()), shown(why)));
+      formatted("there is no storage tree at {} ({}); 'stgctl init' makes one, --root or --storage "
+                "names another",
+                shown(storage()), shown(why)));
 }
 
 admin::Scope Context::scope() const {
@@ -138,9 +136,9 @@ void Context::initialise(admin::Layout layout, Adoption adoption) {
   if (!usual && layout == admin::Layout::kFlat) {
     throw Failure(
         Exit::kRefused,
-        fmt::format("{}: a tree without owners can be changed only in a folder called 'storage'; "
-                    "rename it, then say --root",
-                    shown(storage())));
+        formatted("{}: a tree without owners can be changed only in a folder called 'storage'; "
+                  "rename it, then say --root",
+                  shown(storage())));
   }
   if (!usual && !admin::is_utf8(storage())) {
     throw Failure(Exit::kRefused,
@@ -174,11 +172,11 @@ void Context::confirm(std::string_view question) {
       !terminal::is_terminal(terminal::Stream::kErr)) {
     throw Failure(
         Exit::kRefused,
-        fmt::format("{} Nobody is here to answer: say --yes to do it, or --dry-run to see what "
-                    "would be done",
-                    question));
+        formatted("{} Nobody is here to answer: say --yes to do it, or --dry-run to see what "
+                  "would be done",
+                  question));
   }
-  m_output.prompt(fmt::format("{} [y/N] ", question));
+  m_output.prompt(formatted("{} [y/N] ", question));
   const std::string answer = terminal::read_line();
   stop_if_interrupted();
   if (answer != "y" && answer != "Y" && answer != "yes") {

@@ -10,12 +10,10 @@
 #include "tools/stgctl/options.h"
 #include "tools/stgctl/output.h"
 
-namespace CLI {
-class App;
-}
-
 namespace stgctl {
 
+class Arguments;
+class CommandLine;
 class LibraryHost;
 
 /// What a command runs in: the options that all commands share, the output, the tree that was named, and
@@ -24,14 +22,14 @@ class LibraryHost;
 /// Paths are bytes, UTF-8 on Windows, with the system's separator; the library takes them as they are.
 class Context {
  public:
-  Context(const GlobalOptions& options, Output& output, const CLI::App& application);
+  Context(const CommandLine& line, Output& output);
   ~Context();
   Context(const Context&) = delete;
   Context& operator=(const Context&) = delete;
 
   const GlobalOptions& options() const noexcept { return m_options; }
   Output& out() noexcept { return m_output; }
-  const CLI::App& application() const noexcept { return m_application; }
+  const CommandLine& command_line() const noexcept { return m_line; }
 
   /// The storage folder that the command line or STG_ROOT names, absolute; it need not exist.
   /// @throws Failure kNoTree when nothing names one.
@@ -68,9 +66,9 @@ class Context {
   void resolve();
   void initialise(admin::Layout layout, Adoption adoption);
 
+  const CommandLine& m_line;
   const GlobalOptions& m_options;
   Output& m_output;
-  const CLI::App& m_application;
   std::string m_storage;
   std::optional<admin::Tree> m_tree;
   std::unique_ptr<LibraryHost> m_host;

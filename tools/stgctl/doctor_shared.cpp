@@ -1,7 +1,5 @@
 #include "tools/stgctl/doctor_shared.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 
 #include "tools/admin/shared_probe.h"

@@ -1,7 +1,5 @@
 // versions, which, cat, parts: one document.
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 #include <tuple>
@@ -184,9 +182,9 @@ Version only_one(const std::vector<Version>& all, const Options& options) {
   }
   if (all.size() > 1) {
     throw Failure(Exit::kUsage,
-                  fmt::format("{} versions match; name one by --area, --owner and --timestamp "
-                              "('stgctl versions' lists them)",
-                              all.size()));
+                  formatted("{} versions match; name one by --area, --owner and --timestamp "
+                            "('stgctl versions' lists them)",
+                            all.size()));
   }
   return all.front();
 }
@@ -224,15 +222,14 @@ std::string why_text(const Version& version, const admin::Part& part) {
     case admin::PartState::kForceRetrieve:
       return "the document's time is 0: it has to be fetched";
     case admin::PartState::kFromPreload:
-      return fmt::format("the preload copy of {} is newer than the part",
-                         time_or_dash(part.preload));
+      return formatted("the preload copy of {} is newer than the part", time_or_dash(part.preload));
     case admin::PartState::kRegenerate:
-      return fmt::format("the document of {} is newer than the part", time_or_dash(version.info));
+      return formatted("the document of {} is newer than the part", time_or_dash(version.info));
     default:
       break;
   }
   if (version.file.ends_with(".kdf")) return "parts of .kdf documents are served as they are";
-  return fmt::format("at least as new as the document of {}", time_or_dash(version.info));
+  return formatted("at least as new as the document of {}", time_or_dash(version.info));
 }
 
 void show_part(Context& context, const Version& version, const admin::Part& part, bool why) {
@@ -289,16 +286,16 @@ Exit run_parts(Context& context, const Options& options) {
 
 using RunEntry = Exit (*)(Context&, const Options&);
 
-Run declare_with(CLI::App& app, RunEntry run, const char* what) {
+Run declare_with(Arguments& app, RunEntry run, const char* what) {
   auto options = std::make_shared<Options>();
-  app.add_option("entry", options->name, what)->type_name("ENTRY")->required();
+  app.add_option("entry", options->name, what).type_name("ENTRY").required();
   app.add_option("--timestamp", options->timestamp, "Only the version of this timestamp")
-      ->type_name("STAMP")
-      ->check(CLI::Validator(is_stamp, ""));
+      .type_name("STAMP")
+      .check(is_stamp);
   add_no_lock(app, options->no_lock);
   if (run == run_parts) {
     app.add_option("--stamp", options->stamp, "Only parts below the folder of this stamp")
-        ->type_name("TEXT");
+        .type_name("TEXT");
     app.add_flag("--why", options->why, "Say why the library would decide so");
   }
   return [options, run](Context& context) { return run(context, *options); };
@@ -309,23 +306,23 @@ Run declare_with(CLI::App& app, RunEntry run, const char* what) {
 void add_entry_commands(Commands& commands) {
   commands.push_back(
       {"versions", Group::kLook, Effect::kLooks, "List the versions of a document",
-       [](CLI::App& app) { return declare_with(app, run_versions, "The logical name"); },
+       [](Arguments& app) { return declare_with(app, run_versions, "The logical name"); },
        "In all areas and of all owners unless --area and --owner say otherwise. A version that\n"
        "no reading finds is marked."});
   commands.push_back(
       {"which", Group::kLook, Effect::kLooks, "Tell the file of an entry, or the entry of a file",
-       [](CLI::App& app) {
+       [](Arguments& app) {
          return declare_with(app, run_which, "A logical name, or the path of a file in the tree");
        },
        "What holds a separator is taken as a path. The path of a part leads to its document."});
   commands.push_back(
       {"cat", Group::kLook, Effect::kLooks, "Write a document to the output",
-       [](CLI::App& app) { return declare_with(app, run_cat, "The logical name"); },
+       [](Arguments& app) { return declare_with(app, run_cat, "The logical name"); },
        "Under a shared lock, so that no half-written document is seen. The name has\n"
        "to lead to one version."});
   commands.push_back(
       {"parts", Group::kLook, Effect::kLooks, "List the parts of a corporate document",
-       [](CLI::App& app) { return declare_with(app, run_parts, "The logical name"); },
+       [](Arguments& app) { return declare_with(app, run_parts, "The logical name"); },
        "With the times of part and preload copy, and what a reading would decide: up-to-date,\n"
        "from-preload, regenerate or force-retrieve."});
 }

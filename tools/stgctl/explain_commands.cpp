@@ -1,7 +1,5 @@
 // explain read, write and part.
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "tools/admin/explain.h"
@@ -42,9 +40,9 @@ std::string_view name_of(Answer answer) {
 
 std::string outcome(What what, const Explanation& told) {
   if (const Step* no = told.first_no())
-    return fmt::format("not {}: {}", what == What::kWrite ? "written" : "served", shown(no->text));
+    return formatted("not {}: {}", what == What::kWrite ? "written" : "served", shown(no->text));
   const char* const verb = what == What::kWrite ? "would be written" : "would be served";
-  return fmt::format("{} {}", shown(told.path), verb);
+  return formatted("{} {}", shown(told.path), verb);
 }
 
 void show_json(Context& context, What what, const admin::Request& request,
@@ -85,7 +83,7 @@ void show_text(Context& context, What what, const Explanation& told) {
                         : step.answer == Answer::kNo ? Style::kRed
                                                      : Style::kDim;
     context.out().print("{:>2}. {}  {}  {}\n", ++number,
-                        context.out().styled(style, fmt::format("{:<4}", name_of(step.answer))),
+                        context.out().styled(style, formatted("{:<4}", name_of(step.answer))),
                         context.out().styled(Style::kBold, step.name), shown(step.text));
     for (const auto& [name, value] : step.values)
       context.out().print("            {}: {}\n", name, shown(value));
@@ -121,22 +119,22 @@ Exit run(Context& context, What what, const Options& options) {
   return told.would_succeed ? Exit::kDone : Exit::kNothingMatched;
 }
 
-Run declare(CLI::App& app, What what) {
+Run declare(Arguments& app, What what) {
   auto options = std::make_shared<Options>();
-  app.add_option("entry", options->entry, "The logical name")->type_name("ENTRY")->required();
+  app.add_option("entry", options->entry, "The logical name").type_name("ENTRY").required();
   app.add_option("--timestamp", options->timestamp, "The timestamp that is asked for (0)")
-      ->type_name("STAMP")
-      ->check(CLI::Validator(is_stamp, ""));
+      .type_name("STAMP")
+      .check(is_stamp);
   if (what == What::kWrite)
     app.add_flag("--keep", options->keep, "As a writing that does not replace a version");
   if (what != What::kRead)
     app.add_option("--stamp", options->stamp, "What follows the \"_\" of the folder of parts")
-        ->type_name("TEXT");
+        .type_name("TEXT");
   if (what == What::kPart) {
     app.add_option("--rendition", options->rendition, "html@NAME, pdf@NAME or another one")
-        ->type_name("TEXT")
-        ->required();
-    app.add_option("--part", options->part, "The part's file name")->type_name("NAME")->required();
+        .type_name("TEXT")
+        .required();
+    app.add_option("--part", options->part, "The part's file name").type_name("NAME").required();
   }
   add_no_lock(app, options->no_lock);
   return [options, what](Context& context) { return run(context, what, *options); };
@@ -151,13 +149,13 @@ void add_explain_commands(Commands& commands) {
       "else docs. The exit code is 3 when the library would not do it.";
   commands.push_back({"explain read", Group::kExplain, Effect::kLooks,
                       "Why a document is or is not served",
-                      [](CLI::App& app) { return declare(app, What::kRead); }, details});
+                      [](Arguments& app) { return declare(app, What::kRead); }, details});
   commands.push_back({"explain write", Group::kExplain, Effect::kLooks,
                       "What writing a document would do",
-                      [](CLI::App& app) { return declare(app, What::kWrite); }, details});
+                      [](Arguments& app) { return declare(app, What::kWrite); }, details});
   commands.push_back({"explain part", Group::kExplain, Effect::kLooks,
                       "Why a part is served, refreshed or to be regenerated",
-                      [](CLI::App& app) { return declare(app, What::kPart); }, details});
+                      [](Arguments& app) { return declare(app, What::kPart); }, details});
 }
 
 }  // namespace stgctl

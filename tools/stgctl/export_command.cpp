@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -59,9 +57,9 @@ void begin_anew(const std::string& folder) {
   }
   if (!error) fs::remove(to_path(joined(folder, kUnfinishedManifestName)), error);
   if (!error) return;
-  throw Failure(Exit::kFailed, fmt::format("{}: the unfinished export in it could not be removed "
-                                           "({}); remove it, or name another folder",
-                                           shown(folder), error.message()));
+  throw Failure(Exit::kFailed, formatted("{}: the unfinished export in it could not be removed "
+                                         "({}); remove it, or name another folder",
+                                         shown(folder), error.message()));
 }
 
 /// Copies what the inventory hands on, item by item.
@@ -153,8 +151,8 @@ Exit run_export(Context& context, const Options& options) {
   const bool dry = context.options().dry_run;
   const Place place = place_of(context, options.folder);
   if (!dry && place == Place::kUnfinished) {
-    context.confirm(fmt::format("{} holds an export that was not finished: begin it anew?",
-                                shown(options.folder)));
+    context.confirm(formatted("{} holds an export that was not finished: begin it anew?",
+                              shown(options.folder)));
     begin_anew(options.folder);
   }
   ChangeReport report(context, "stgctl.export/1", "exported");
@@ -171,9 +169,9 @@ Exit run_export(Context& context, const Options& options) {
   if (manifest && is_whole) manifest->end(report.failures());
   if (!dry && !is_whole) {
     context.out().error(
-        fmt::format("the export in {} is not finished and has no manifest; say the "
-                    "same again to begin it anew",
-                    shown(options.folder)));
+        formatted("the export in {} is not finished and has no manifest; say the "
+                  "same again to begin it anew",
+                  shown(options.folder)));
   }
   const ManifestSums& sums = exporting.sums();
   Json fields = {{"versions", sums.versions},
@@ -183,8 +181,8 @@ Exit run_export(Context& context, const Options& options) {
                  {"whole", is_whole}};
   put_name(fields, "folder", options.folder);
   const Exit code = report.finish(
-      fields, fmt::format("{}: {} versions, {} parts, {} files by path", format_bytes(sums.bytes),
-                          sums.versions, sums.parts, sums.files));
+      fields, formatted("{}: {} versions, {} parts, {} files by path", format_bytes(sums.bytes),
+                        sums.versions, sums.parts, sums.files));
   const bool lock_missed = exporting.lock_missed() || failures.lock_missed;
   if (code == Exit::kFailed && lock_missed) return Exit::kLockTimeout;
   // An empty tree has an export, too.
@@ -194,11 +192,11 @@ Exit run_export(Context& context, const Options& options) {
 }  // namespace
 
 void add_export_command(Commands& commands) {
-  const auto declare = [](CLI::App& app) -> Run {
+  const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
     app.add_option("dir", options->folder, "A new or empty folder outside of the tree")
-        ->type_name("DIR")
-        ->required();
+        .type_name("DIR")
+        .required();
     return [options](Context& context) { return run_export(context, *options); };
   };
   commands.push_back(

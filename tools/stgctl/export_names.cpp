@@ -1,6 +1,5 @@
 #include "tools/stgctl/export_names.h"
-
-#include <fmt/format.h>
+#include "tools/stgctl/text.h"
 
 namespace stgctl {
 
@@ -48,12 +47,12 @@ std::string ExportNames::take(const admin::Holding& holding) {
     case admin::HoldingKind::kVersion:
       m_paths.clear();
       m_document = m_documents[holding.timestamp].take(holding.name);
-      return fmt::format("{}/{}/{}", m_folder, holding.timestamp, m_document);
+      return formatted("{}/{}/{}", m_folder, holding.timestamp, m_document);
     case admin::HoldingKind::kPart:
-      return fmt::format("{}/{}.parts/{}/{}", m_folder, holding.timestamp, m_document,
-                         m_paths.take(holding.path));
+      return formatted("{}/{}.parts/{}/{}", m_folder, holding.timestamp, m_document,
+                       m_paths.take(holding.path));
     default:
-      return fmt::format("{}/{}", m_folder, m_paths.take(holding.path));
+      return formatted("{}/{}", m_folder, m_paths.take(holding.path));
   }
 }
 

@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
 #include <memory>
@@ -36,7 +34,7 @@ FoundEntry choose(const std::vector<FoundEntry>& versions, const Options& option
   throw Failure(Exit::kNothingMatched,
                 versions.empty()
                     ? "there is no version of " + shown(options.name)
-                    : fmt::format("there is no version {} of {}", wanted, shown(options.name)));
+                    : formatted("there is no version {} of {}", wanted, shown(options.name)));
 }
 
 /// Hands the document's bytes to the standard output; the file stays locked against writers meanwhile.
@@ -119,29 +117,29 @@ Exit run_get(Context& context, const Options& options) {
   ChangeReport report(context, "stgctl.get/1", "got");
   if (!context.options().dry_run) {
     if (there == sys::Kind::kFile) {
-      context.confirm(fmt::format("Overwrite {}?", shown(destination)));
+      context.confirm(formatted("Overwrite {}?", shown(destination)));
     }
     copy_out(context, entry, destination);
   }
   Json fields = {{"bytes", entry.info.size}, {"modified", entry.info.modify_time}};
   put_name(fields, "file", destination);
   report.done(subject_of(entry), fields,
-              fmt::format("{} to {}", format_bytes(entry.info.size), shown(destination)));
+              formatted("{} to {}", format_bytes(entry.info.size), shown(destination)));
   return report.finish({{"bytes", entry.info.size}});
 }
 
 }  // namespace
 
 void add_get_command(Commands& commands) {
-  const auto declare = [](CLI::App& app) -> Run {
+  const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
-    app.add_option("name", options->name, "The logical name")->type_name("NAME")->required();
+    app.add_option("name", options->name, "The logical name").type_name("NAME").required();
     app.add_option("--timestamp", options->timestamp, "The version; the latest otherwise")
-        ->type_name("STAMP")
-        ->check(is_stamp);
+        .type_name("STAMP")
+        .check(is_stamp);
     app.add_option("-o,--output", options->output,
                    "The file to write, a folder, or '-' for the standard output (NAME)")
-        ->type_name("FILE");
+        .type_name("FILE");
     return [options](Context& context) { return run_get(context, *options); };
   };
   commands.push_back(

@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "tools/stgctl/command.h"
@@ -33,11 +31,10 @@ Plan plan_of(Context& context, const std::string& folder) {
   plan.scope = common_scope(context.scope(), reader.head().scope);
   if (reader.head().layout != context.tree().layout) {
     const bool is_flat = reader.head().layout == admin::Layout::kFlat;
-    throw Failure(
-        Exit::kRefused,
-        fmt::format("the export is of a tree {} owners, and this tree is laid out {} them "
-                    "(--layout)",
-                    is_flat ? "without" : "with", is_flat ? "with" : "without"));
+    throw Failure(Exit::kRefused,
+                  formatted("the export is of a tree {} owners, and this tree is laid out {} them "
+                            "(--layout)",
+                            is_flat ? "without" : "with", is_flat ? "with" : "without"));
   }
   ManifestItem item;
   while (reader.next(item)) {
@@ -98,16 +95,16 @@ Exit run_import(Context& context, const Options& options) {
   const Plan plan = plan_of(context, options.folder);
   if (plan.missing != 0) {
     context.out().warning(
-        fmt::format("the export is incomplete: {} of its files could not be read when it was made",
-                    plan.missing));
+        formatted("the export is incomplete: {} of its files could not be read when it was made",
+                  plan.missing));
   }
   ChangeReport report(context, "stgctl.import/1", "imported");
   if (plan.sums.items() == 0) return report.finish({{"bytes", 0}});
   const bool dry = context.options().dry_run;
   if (!dry) {
-    context.confirm(fmt::format("Import {} versions, {} parts and {} files by path, {}?",
-                                plan.sums.versions, plan.sums.parts, plan.sums.files,
-                                format_bytes(plan.sums.bytes)));
+    context.confirm(formatted("Import {} versions, {} parts and {} files by path, {}?",
+                              plan.sums.versions, plan.sums.parts, plan.sums.files,
+                              format_bytes(plan.sums.bytes)));
     context.open_library();
   }
   ImportJournal journal(context, dry ? ImportJournal::Use::kLook : ImportJournal::Use::kWork);
@@ -120,9 +117,9 @@ Exit run_import(Context& context, const Options& options) {
 }  // namespace
 
 void add_import_command(Commands& commands) {
-  const auto declare = [](CLI::App& app) -> Run {
+  const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
-    app.add_option("dir", options->folder, "The folder of an export")->type_name("DIR")->required();
+    app.add_option("dir", options->folder, "The folder of an export").type_name("DIR").required();
     app.add_flag("--replace", options->replace, "Replace what exists with other content");
     return [options](Context& context) { return run_import(context, *options); };
   };

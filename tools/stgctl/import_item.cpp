@@ -1,7 +1,5 @@
 #include "tools/stgctl/import_item.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -23,7 +21,7 @@ namespace {
 void check_name_here(const std::string& what, const std::string& name) {
   if (sys::kSeparator != '\\') return;
   if (const char* const why = admin::why_not_portable(name))
-    throw Failure(Exit::kRefused, fmt::format("{} '{}' is refused: {}", what, shown(name), why));
+    throw Failure(Exit::kRefused, formatted("{} '{}' is refused: {}", what, shown(name), why));
 }
 
 void check_path_here(const std::string& path) {
@@ -100,9 +98,9 @@ void Importer::check_owner(const admin::Holding& what) {
     const std::vector<std::string> owners = names_of_folder(area);
     if (!std::binary_search(owners.begin(), owners.end(), what.owner)) {
       throw Failure(Exit::kRefused,
-                    fmt::format("the owner '{}' is refused: the tree has one that this system "
-                                "takes for the same",
-                                shown(what.owner)));
+                    formatted("the owner '{}' is refused: the tree has one that this system "
+                              "takes for the same",
+                              shown(what.owner)));
     }
   }
   m_owners.emplace(what.area, what.owner);

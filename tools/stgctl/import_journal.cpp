@@ -1,7 +1,5 @@
 #include "tools/stgctl/import_journal.h"
 
-#include <fmt/format.h>
-
 #include <filesystem>
 #include <sstream>
 #include <system_error>
@@ -23,8 +21,8 @@ constexpr char kEnded = '-';
 
 /// The version as one word: its names may hold any byte.
 std::string word_for(const admin::Holding& version) {
-  return fmt::format("{}/{}/{}/{}", admin::name_of(version.area), admin::to_hex(version.owner),
-                     admin::to_hex(version.name), version.timestamp);
+  return formatted("{}/{}/{}/{}", admin::name_of(version.area), admin::to_hex(version.owner),
+                   admin::to_hex(version.name), version.timestamp);
 }
 
 }  // namespace
@@ -53,9 +51,9 @@ std::string ImportJournal::open() {
   m_file = vu_file(from_path(path.parent_path()), from_path(path.filename()));
   bool is_locked_elsewhere = false;
   if (!m_file.try_open(vu_file::o_append, is_locked_elsewhere, true)) {
-    throw Failure(Exit::kFailed, fmt::format("{} could not be made, by which an import that was "
-                                             "killed can be gone on with; may you write there?",
-                                             shown(m_path)));
+    throw Failure(Exit::kFailed, formatted("{} could not be made, by which an import that was "
+                                           "killed can be gone on with; may you write there?",
+                                           shown(m_path)));
   }
   if (is_locked_elsewhere) {
     throw Failure(Exit::kLockTimeout,

@@ -1,7 +1,5 @@
 // index dump and index lint: the lines of index.dat as they stand.
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "tools/admin/folder_view.h"
@@ -41,13 +39,13 @@ std::string remark_on(const IndexLine& line) {
     case Verdict::kNoFile:
       return "passed over: its file is not there";
     case Verdict::kDuplicateKey:
-      return fmt::format("passed over: line {} has the key", line.same_key_as);
+      return formatted("passed over: line {} has the key", line.same_key_as);
     case Verdict::kEntry:
       break;
   }
-  if (!line.has_file) return fmt::format("counts, but {} is not there", shown(line.file));
+  if (!line.has_file) return formatted("counts, but {} is not there", shown(line.file));
   if (line.same_stored_as != 0)
-    return fmt::format("line {} has the same physical name", line.same_stored_as);
+    return formatted("line {} has the same physical name", line.same_stored_as);
   return line.has_odd_stamp ? "the key does not end in \"_\" and ten digits" : "";
 }
 
@@ -109,7 +107,7 @@ class IndexVisitor final : public admin::Visitor {
     if (m_wanted == Wanted::kAllLines || state != IndexState::kRead) {
       m_context.out().print(
           "{}{}\n", m_context.out().styled(Style::kBold, shown(m_view.path_of(admin::kIndexName))),
-          state == IndexState::kRead ? "" : fmt::format("  {}", name_of(state)));
+          state == IndexState::kRead ? "" : formatted("  {}", name_of(state)));
     }
   }
 
@@ -133,8 +131,8 @@ class IndexVisitor final : public admin::Visitor {
     }
     const std::string where =
         m_wanted == Wanted::kAllLines
-            ? fmt::format("{:>6}  ", line.number)
-            : fmt::format("{}:{}: ", shown(m_view.path_of(admin::kIndexName)), line.number);
+            ? formatted("{:>6}  ", line.number)
+            : formatted("{}:{}: ", shown(m_view.path_of(admin::kIndexName)), line.number);
     m_context.out().print(
         "{}{}{}\n", where, shown(line.raw.substr(0, kMostShown)),
         remark.empty() ? "" : m_context.out().styled(Style::kYellow, "  # " + remark));
@@ -172,11 +170,11 @@ Exit run(Context& context, Wanted wanted, const Options& options) {
   return visitor.result();
 }
 
-Run declare(CLI::App& app, Wanted wanted) {
+Run declare(Arguments& app, Wanted wanted) {
   auto options = std::make_shared<Options>();
   app.add_option("folder", options->folder,
                  "One document folder; else all that --area and --owner leave")
-      ->type_name("DIR");
+      .type_name("DIR");
   add_no_lock(app, options->no_lock);
   return [options, wanted](Context& context) { return run(context, wanted, *options); };
 }
@@ -186,11 +184,11 @@ Run declare(CLI::App& app, Wanted wanted) {
 void add_index_commands(Commands& commands) {
   commands.push_back({"index dump", Group::kLook, Effect::kLooks,
                       "Show the lines of index.dat as they stand",
-                      [](CLI::App& app) { return declare(app, Wanted::kAllLines); },
+                      [](Arguments& app) { return declare(app, Wanted::kAllLines); },
                       "Lines that the library's reader passes over are marked, with the reason."});
   commands.push_back({"index lint", Group::kLook, Effect::kLooks,
                       "Show the lines of index.dat that something is wrong with",
-                      [](CLI::App& app) { return declare(app, Wanted::kBadLines); },
+                      [](Arguments& app) { return declare(app, Wanted::kBadLines); },
                       "The exit code is 4 when there is one."});
 }
 

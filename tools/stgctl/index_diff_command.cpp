@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <map>
 #include <memory>
@@ -101,8 +99,8 @@ class DiffReport {
       out.json_line(kSchema, fields);
     } else {
       out.print("{}\n", out.styled(Style::kBold,
-                                   fmt::format("{} added, {} removed, {} moved in {} folders",
-                                               m_counts[0], m_counts[1], m_counts[2], m_folders)));
+                                   formatted("{} added, {} removed, {} moved in {} folders",
+                                             m_counts[0], m_counts[1], m_counts[2], m_folders)));
     }
     if (before.lock_missed || after.lock_missed) return Exit::kLockTimeout;
     return before.unread + after.unread != 0 ? Exit::kPartlyDone : Exit::kDone;
@@ -131,7 +129,7 @@ class DiffReport {
     std::string files = shown(difference.before.empty() ? difference.after : difference.before);
     if (difference.what == NameDifference::What::kMoved) files += " -> " + shown(difference.after);
     out.print("{}  {}\n",
-              out.styled(kStyles.at(what), fmt::format("{} {}", kSigns.at(what), shown(subject))),
+              out.styled(kStyles.at(what), formatted("{} {}", kSigns.at(what), shown(subject))),
               files);
   }
 
@@ -180,17 +178,17 @@ Exit run_diff(Context& context, const Options& options) {
 }  // namespace
 
 void add_index_diff_command(Commands& commands) {
-  const auto declare = [](CLI::App& app) -> Run {
+  const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
     app.add_option("before", options->before,
                    "A snapshot: its number, 'latest', a time in UTC ('2026-03-01 12:00', "
                    "'@SECONDS'), an age ('2h'), or 'now' for the tree itself")
-        ->type_name("A")
-        ->check(CLI::Validator(is_snapshot_name_or_now, ""))
-        ->required();
+        .type_name("A")
+        .check(is_snapshot_name_or_now)
+        .required();
     app.add_option("after", options->after, "Another one (now)")
-        ->type_name("B")
-        ->check(CLI::Validator(is_snapshot_name_or_now, ""));
+        .type_name("B")
+        .check(is_snapshot_name_or_now);
     add_names_option(app, options->names);
     add_folder_option(app, options->names);
     return [options](Context& context) { return run_diff(context, *options); };

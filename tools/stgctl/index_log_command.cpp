@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "tools/admin/name_snapshot.h"
@@ -28,7 +26,7 @@ void show_snapshot(Context& context, const NameStore::Kept& kept) {
     out.json_line(kSchema, fields);
     return;
   }
-  const std::string number = out.styled(Style::kBold, fmt::format("{:>6}", kept.number));
+  const std::string number = out.styled(Style::kBold, formatted("{:>6}", kept.number));
   if (!kept.snapshot) {
     out.print("{}  {}\n", number, out.styled(Style::kRed, "damaged"));
     return;
@@ -36,7 +34,7 @@ void show_snapshot(Context& context, const NameStore::Kept& kept) {
   const admin::Snapshot& s = *kept.snapshot;
   out.print("{}  {}  {:>8} entries  {:>5} folders  {} changed, {} new, {} gone{}\n", number,
             format_time(s.time), s.entries, s.folders, s.changed, s.added, s.removed,
-            s.unread == 0 ? "" : fmt::format(", {} not read", s.unread));
+            s.unread == 0 ? "" : formatted(", {} not read", s.unread));
 }
 
 void show_folder(Context& context, const admin::Snapshot& snapshot,
@@ -56,7 +54,7 @@ void show_folder(Context& context, const admin::Snapshot& snapshot,
     return;
   }
   out.print("{}  {}  {:<7}  {:>8} entries  {}\n",
-            out.styled(Style::kBold, fmt::format("{:>6}", snapshot.number)),
+            out.styled(Style::kBold, formatted("{:>6}", snapshot.number)),
             format_time(snapshot.time), change, entries, shown(folder.path));
 }
 
@@ -116,9 +114,9 @@ Exit run_log(Context& context, const NamesOptions& options) {
       fields["torn_bytes"] = store.torn_bytes();
       out.json_line(kSchema, fields);
     } else {
-      out.print("{}\n", out.styled(Style::kBold,
-                                   fmt::format("{} snapshots, {} in {}", all.size(),
-                                               format_bytes(store.file_size()), shown(file))));
+      out.print("{}\n",
+                out.styled(Style::kBold, formatted("{} snapshots, {} in {}", all.size(),
+                                                   format_bytes(store.file_size()), shown(file))));
       if (store.torn_bytes() != 0)
         out.print("{} bytes behind the last one are incomplete; the next one cuts them off\n",
                   store.torn_bytes());
@@ -130,7 +128,7 @@ Exit run_log(Context& context, const NamesOptions& options) {
 }  // namespace
 
 void add_index_log_command(Commands& commands) {
-  const auto declare = [](CLI::App& app) -> Run {
+  const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<NamesOptions>();
     add_names_option(app, *options);
     add_folder_option(app, *options);

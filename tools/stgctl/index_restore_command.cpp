@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <vector>
 
@@ -47,15 +45,15 @@ class Restoring {
     if (m_restorable == 0 && m_dropped == 0) {
       if (!m_any_told) {
         throw Failure(Exit::kNothingMatched,
-                      fmt::format("snapshot {} has no name that could be brought back; nothing was "
-                                  "changed",
-                                  m_snapshot.number));
+                      formatted("snapshot {} has no name that could be brought back; nothing was "
+                                "changed",
+                                m_snapshot.number));
       }
       return finish();
     }
     if (!m_context.options().dry_run) {
-      m_context.confirm(fmt::format("Bring back {} names in {} folders as of {} UTC?", m_restorable,
-                                    m_jobs.size(), format_time(m_snapshot.time)));
+      m_context.confirm(formatted("Bring back {} names in {} folders as of {} UTC?", m_restorable,
+                                  m_jobs.size(), format_time(m_snapshot.time)));
       m_report.guarded([&] {
         Progress progress(m_context.out(), m_context.options().progress, "restoring",
                           m_jobs.size());
@@ -80,9 +78,9 @@ class Restoring {
       m_snapshot = find_snapshot(store, m_options.at);
       if (m_snapshot.layout != tree.layout) {
         throw Failure(Exit::kRefused,
-                      fmt::format("the snapshot is of a tree in the layout '{}', this one has "
-                                  "'{}'; say --layout, or name another snapshot",
-                                  admin::name_of(m_snapshot.layout), admin::name_of(tree.layout)));
+                      formatted("the snapshot is of a tree in the layout '{}', this one has "
+                                "'{}'; say --layout, or name another snapshot",
+                                admin::name_of(m_snapshot.layout), admin::name_of(tree.layout)));
       }
       const NamesFilter filter(m_context, tree, m_options.names);
       for (const auto& [name, index] : store.indexes_of(m_snapshot.number)) {
@@ -98,13 +96,13 @@ class Restoring {
     Context::stop_if_interrupted();
     if (m_view.index_state() == admin::IndexState::kLocked) throw locked(folder);
     if (m_view.index_state() == admin::IndexState::kFailed) {
-      throw Failure(Exit::kFailed, fmt::format("{}: {}", shown(m_view.path_of(admin::kIndexName)),
-                                               admin::sys::text_of(m_view.index_status())));
+      throw Failure(Exit::kFailed, formatted("{}: {}", shown(m_view.path_of(admin::kIndexName)),
+                                             admin::sys::text_of(m_view.index_status())));
     }
     const bool is_gone = m_view.status().failure() == os::Failure::kNotFound;
     if (!m_view.status().ok() && !is_gone) {
-      throw Failure(Exit::kFailed, fmt::format("{}: {}", shown(folder.path),
-                                               admin::sys::text_of(m_view.status())));
+      throw Failure(Exit::kFailed,
+                    formatted("{}: {}", shown(folder.path), admin::sys::text_of(m_view.status())));
     }
     const RestorePlan plan = admin::plan_restore(m_view, saved);
     const bool dry = m_context.options().dry_run;
@@ -132,8 +130,8 @@ class Restoring {
 
   Failure locked(const admin::DocumentFolder& folder) {
     const std::string path = admin::sys::join(folder.path, admin::kIndexName);
-    return {Exit::kLockTimeout, fmt::format("{} is locked by {} (--lock-timeout)", shown(path),
-                                            holder_of(m_context, path))};
+    return {Exit::kLockTimeout, formatted("{} is locked by {} (--lock-timeout)", shown(path),
+                                          holder_of(m_context, path))};
   }
 
   void tell(const admin::DocumentFolder& folder, const RestorePlan& plan) {
@@ -165,8 +163,8 @@ class Restoring {
   }
 
   Exit finish() {
-    std::string tail = fmt::format("{} unchanged", m_unchanged);
-    if (m_without_file != 0) tail += fmt::format(", {} without a file", m_without_file);
+    std::string tail = formatted("{} unchanged", m_unchanged);
+    if (m_without_file != 0) tail += formatted(", {} without a file", m_without_file);
     return m_report.finish({{"snapshot", m_snapshot.number},
                             {"time", m_snapshot.time},
                             {"unchanged", m_unchanged},
@@ -190,14 +188,14 @@ class Restoring {
 }  // namespace
 
 void add_index_restore_command(Commands& commands) {
-  const auto declare = [](CLI::App& app) -> Run {
+  const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
     app.add_option(
            "--at", options->at,
            "The snapshot: its number, a time in UTC ('2026-03-01 12:00', '@SECONDS'), an age "
            "('2h'); the latest otherwise")
-        ->type_name("T")
-        ->check(CLI::Validator(is_snapshot_name, ""));
+        .type_name("T")
+        .check(is_snapshot_name);
     add_folder_option(app, options->names);
     add_names_option(app, options->names);
     app.add_flag("--missing", options->missing, "Tell also the names whose files are gone");

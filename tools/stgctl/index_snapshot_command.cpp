@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "tools/admin/name_snapshot.h"
@@ -29,12 +27,12 @@ SavedIndexes indexes_before(Context& context, NameStore& store, const std::strin
     if (snapshot.storage != storage) {
       throw Failure(
           Exit::kRefused,
-          fmt::format("the names saved last are those of {}; name another file with --names",
-                      shown(snapshot.storage)));
+          formatted("the names saved last are those of {}; name another file with --names",
+                    shown(snapshot.storage)));
     }
     return before;
   } catch (const admin::StoreError& error) {
-    context.out().warning(fmt::format("{}; all indexes are saved anew", error.what()));
+    context.out().warning(formatted("{}; all indexes are saved anew", error.what()));
     return {};
   }
 }
@@ -81,12 +79,12 @@ void show(Context& context, const Snapshot& snapshot, const std::string& file,
     out.json_line("stgctl.index-snapshot/1", fields);
     return;
   }
-  out.print("{}: {} entries in {} folders; {} changed, {} new, {} gone{}\n",
-            out.styled(Style::kBold,
-                       fmt::format("{}snapshot {}", dry ? "would be " : "", snapshot.number)),
-            snapshot.entries, snapshot.folders, snapshot.changed, snapshot.added, snapshot.removed,
-            dry ? "; nothing was written"
-                : fmt::format("; {} more in {}", format_bytes(written), shown(file)));
+  out.print(
+      "{}: {} entries in {} folders; {} changed, {} new, {} gone{}\n",
+      out.styled(Style::kBold, formatted("{}snapshot {}", dry ? "would be " : "", snapshot.number)),
+      snapshot.entries, snapshot.folders, snapshot.changed, snapshot.added, snapshot.removed,
+      dry ? "; nothing was written"
+          : formatted("; {} more in {}", format_bytes(written), shown(file)));
 }
 
 Exit run_snapshot(Context& context, const NamesOptions& options) {
@@ -107,8 +105,8 @@ Exit run_snapshot(Context& context, const NamesOptions& options) {
       store.emplace(file, dry ? NameStore::For::kReading : NameStore::For::kAppending,
                     context.locking());
     if (store && store->torn_bytes() != 0) {
-      context.out().note(fmt::format("stgctl: {} bytes behind the last snapshot are incomplete{}",
-                                     store->torn_bytes(), dry ? "" : " and were cut off"));
+      context.out().note(formatted("stgctl: {} bytes behind the last snapshot are incomplete{}",
+                                   store->torn_bytes(), dry ? "" : " and were cut off"));
     }
     const SavedIndexes before =
         store ? indexes_before(context, *store, head.storage) : SavedIndexes();
@@ -130,7 +128,7 @@ Exit run_snapshot(Context& context, const NamesOptions& options) {
 }  // namespace
 
 void add_index_snapshot_command(Commands& commands) {
-  const auto declare = [](CLI::App& app) -> Run {
+  const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<NamesOptions>();
     add_names_option(app, *options);
     return [options](Context& context) { return run_snapshot(context, *options); };

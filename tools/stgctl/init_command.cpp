@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <system_error>
 
@@ -52,7 +50,7 @@ Exit run_init(Context& context) {
     return report.finish();
   }
   if (!context.options().dry_run) {
-    context.confirm(fmt::format("Make a storage tree at {}?", shown(storage)));
+    context.confirm(formatted("Make a storage tree at {}?", shown(storage)));
     context.create_tree();
   }
   for (const std::string& path : missing) {
@@ -71,7 +69,7 @@ Exit run_init(Context& context) {
 void add_init_command(Commands& commands) {
   commands.push_back(
       {"init", Group::kChange, Effect::kChanges, "Make a storage tree below a root folder",
-       [](CLI::App&) -> Run { return run_init; },
+       [](Arguments&) -> Run { return run_init; },
        "The root folder must exist. Folders of the tree that are there already stay as they\n"
        "are. No other command makes a tree."});
 }

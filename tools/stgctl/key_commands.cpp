@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 
@@ -35,12 +33,12 @@ struct Edit {
 Edit parse_edit(const std::string& text, Change change) {
   const std::size_t separator = text.find('=');
   if (change == Change::kSet && separator == std::string::npos) {
-    throw Failure(Exit::kUsage, fmt::format("'{}' is no KEY=VALUE", shown(text)));
+    throw Failure(Exit::kUsage, formatted("'{}' is no KEY=VALUE", shown(text)));
   }
   Edit edit = {text.substr(0, separator), ""};
   if (separator != std::string::npos) {
     if (change == Change::kUnset) {
-      throw Failure(Exit::kUsage, fmt::format("'{}' is no key: it holds '='", shown(text)));
+      throw Failure(Exit::kUsage, formatted("'{}' is no key: it holds '='", shown(text)));
     }
     edit.value = text.substr(separator + 1);
   }
@@ -48,7 +46,7 @@ Edit parse_edit(const std::string& text, Change change) {
   // A key file ends its lines with any of these and has no way to write them otherwise.
   if (text.find_first_of("\r\n\t") != std::string::npos) {
     throw Failure(Exit::kRefused,
-                  fmt::format("'{}' is refused: it holds a tab or a line end", shown(text)));
+                  formatted("'{}' is refused: it holds a tab or a line end", shown(text)));
   }
   return edit;
 }
@@ -71,7 +69,7 @@ void tell(const std::vector<Edit>& edits, const std::vector<KeyEdit>& results, C
     put_name(fields, "key", edit.key);
     if (change == Change::kSet) put_name(fields, "value", edit.value);
     const std::string line = change == Change::kSet
-                                 ? fmt::format("{}={}", shown(edit.key), shown(edit.value))
+                                 ? formatted("{}={}", shown(edit.key), shown(edit.value))
                                  : shown(edit.key);
     if (results[i] == KeyEdit::kUnchanged) {
       report.skipped(file, change == Change::kSet ? line + " stands there already"
@@ -149,8 +147,8 @@ Exit run_edit(Context& context, const Options& options, Change change, const cha
     return report.finish();
   }
   if (change == Change::kUnset) find_or_make(context, target, options.file, change);
-  context.confirm(fmt::format("Change {} {} of {}?", edits.size(),
-                              edits.size() == 1 ? "line" : "lines", shown(subject)));
+  context.confirm(formatted("Change {} {} of {}?", edits.size(),
+                            edits.size() == 1 ? "line" : "lines", shown(subject)));
   context.open_library();
   wait_until_free(context, folder);
   const FoundEntry file = find_or_make(context, target, options.file, change);
@@ -161,19 +159,19 @@ Exit run_edit(Context& context, const Options& options, Change change, const cha
 }
 
 /// Every edit command but for where the name of the file comes from.
-Run declare_edit(CLI::App& app, Change change, const char* schema, bool is_profile) {
+Run declare_edit(Arguments& app, Change change, const char* schema, bool is_profile) {
   const auto options = std::make_shared<Options>();
   if (is_profile) {
-    app.add_option("--file", options->file, "The profile's name (profile.txt)")->type_name("NAME");
+    app.add_option("--file", options->file, "The profile's name (profile.txt)").type_name("NAME");
   } else {
     app.add_option("file", options->file, "The key file's logical name")
-        ->type_name("FILE")
-        ->required();
+        .type_name("FILE")
+        .required();
   }
   app.add_option("line", options->lines,
                  change == Change::kSet ? "Keys with their values" : "Keys, whose lines all go")
-      ->type_name(change == Change::kSet ? "KEY=VALUE" : "KEY")
-      ->required();
+      .type_name(change == Change::kSet ? "KEY=VALUE" : "KEY")
+      .required();
   return [=](Context& context) { return run_edit(context, *options, change, schema); };
 }
 
@@ -186,16 +184,16 @@ void add_key_commands(Commands& commands) {
   commands.push_back(
       {"keys set", Group::kChange, Effect::kChanges,
        "Set lines of a key file, which is made when missing",
-       [](CLI::App& app) { return declare_edit(app, Change::kSet, "stgctl.keys.set/1", false); },
+       [](Arguments& app) { return declare_edit(app, Change::kSet, "stgctl.keys.set/1", false); },
        details});
   commands.push_back({"keys unset", Group::kChange, Effect::kChanges, "Remove lines of a key file",
-                      [](CLI::App& app) {
+                      [](Arguments& app) {
                         return declare_edit(app, Change::kUnset, "stgctl.keys.unset/1", false);
                       },
                       details});
   commands.push_back(
       {"profile set", Group::kChange, Effect::kChanges, "Set lines of an owner's profile",
-       [](CLI::App& app) { return declare_edit(app, Change::kSet, "stgctl.profile.set/1", true); },
+       [](Arguments& app) { return declare_edit(app, Change::kSet, "stgctl.profile.set/1", true); },
        "The master profile lies outside of every tree and is none of this command's business."});
 }
 

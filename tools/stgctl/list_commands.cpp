@@ -1,7 +1,5 @@
 // ls and find: the entries of a tree, in a stream.
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <ctime>
 #include <memory>
 
@@ -45,8 +43,8 @@ class Lister {
     } else {
       m_line.clear();
       if (m_with_sizes) {
-        fmt::format_to(std::back_inserter(m_line), "{:>10}  {}  ", format_bytes(entry.info.size),
-                       format_time(entry.info.modify_time));
+        append_formatted(m_line, "{:>10}  {}  ", format_bytes(entry.info.size),
+                         format_time(entry.info.modify_time));
       }
       append_subject(m_line, entry);
       m_line += "  ";
@@ -119,40 +117,40 @@ std::string is_age(const std::string& text) {
   return parse_age(text) ? std::string() : "'" + text + "' is no age, such as 90s, 12h, 30d or 1y";
 }
 
-Run declare_ls(CLI::App& app) {
+Run declare_ls(Arguments& app) {
   auto options = std::make_shared<Options>();
   app.add_option("pattern", options->pattern, "Logical names: \"*\" and \"?\" match")
-      ->type_name("PATTERN");
+      .type_name("PATTERN");
   app.add_flag("-l,--long", options->with_sizes, "Sizes and times as well");
   app.add_flag("--missing", options->with_missing, "Also lines whose file is not there");
   add_no_lock(app, options->no_lock);
   return [options](Context& context) { return run_ls(context, *options); };
 }
 
-Run declare_find(CLI::App& app) {
+Run declare_find(Arguments& app) {
   auto options = std::make_shared<Options>();
   app.add_option("pattern", options->pattern, "Logical names: \"*\" and \"?\" match")
-      ->type_name("PATTERN");
-  app.add_option("--name", options->name, "Exactly this logical name")->type_name("NAME");
-  app.add_option("--ext", options->extension, "The logical name's extension")->type_name("EXT");
+      .type_name("PATTERN");
+  app.add_option("--name", options->name, "Exactly this logical name").type_name("NAME");
+  app.add_option("--ext", options->extension, "The logical name's extension").type_name("EXT");
   app.add_option("--timestamp", options->timestamp, "Exactly this timestamp")
-      ->type_name("STAMP")
-      ->check(CLI::Validator(is_stamp, ""));
+      .type_name("STAMP")
+      .check(is_stamp);
   app.add_option("--state", options->state, "indexed, unindexed or missing")
-      ->type_name("WORD")
-      ->check(CLI::IsMember({"indexed", "unindexed", "missing"}));
+      .type_name("WORD")
+      .one_of({"indexed", "unindexed", "missing"});
   app.add_option("--min-size", options->least_size, "At least so many bytes")
-      ->type_name("SIZE")
-      ->check(CLI::Validator(is_size, ""));
+      .type_name("SIZE")
+      .check(is_size);
   app.add_option("--max-size", options->most_size, "At most so many bytes")
-      ->type_name("SIZE")
-      ->check(CLI::Validator(is_size, ""));
+      .type_name("SIZE")
+      .check(is_size);
   app.add_option("--older-than", options->older, "Changed longer ago")
-      ->type_name("AGE")
-      ->check(CLI::Validator(is_age, ""));
+      .type_name("AGE")
+      .check(is_age);
   app.add_option("--newer-than", options->newer, "Changed less long ago")
-      ->type_name("AGE")
-      ->check(CLI::Validator(is_age, ""));
+      .type_name("AGE")
+      .check(is_age);
   app.add_flag("-l,--long", options->with_sizes, "Sizes and times as well");
   add_no_lock(app, options->no_lock);
   return [options](Context& context) { return run_find(context, *options); };

@@ -1,7 +1,5 @@
 #include "tools/stgctl/lock_wait.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
@@ -49,11 +47,10 @@ void wait_for_one(Context& context, const std::string& folder, const std::string
     Context::stop_if_interrupted();
     const auto waited = Clock::now() - begin;
     if (limit && waited >= *limit) {
-      throw Failure(
-          Exit::kLockTimeout,
-          fmt::format("{} is locked by {}; not obtained within {:.1f} s (--lock-timeout)",
-                      shown(joined(folder, name)), holder_of(context, joined(folder, name)),
-                      std::chrono::duration<double>(*limit).count()));
+      throw Failure(Exit::kLockTimeout,
+                    formatted("{} is locked by {}; not obtained within {:.1f} s (--lock-timeout)",
+                              shown(joined(folder, name)), holder_of(context, joined(folder, name)),
+                              std::chrono::duration<double>(*limit).count()));
     }
     if (!told && waited >= kPatience) {
       told = true;
@@ -74,15 +71,15 @@ std::string holder_of(Context& context, const std::string& path) {
   for (const admin::sys::HeldLock& lock : locks) {
     if (lock.path != path) continue;
     if (!holders.empty()) holders += ", ";
-    holders += fmt::format("process {}", lock.process);
-    if (!lock.command.empty()) holders += fmt::format(" ({})", shown(lock.command));
+    holders += formatted("process {}", lock.process);
+    if (!lock.command.empty()) holders += formatted(" ({})", shown(lock.command));
   }
   return holders.empty() ? "another process" : holders;
 }
 
 void tell_waiting(Context& context, const std::string& path) {
   context.out().note(
-      fmt::format("stgctl: waiting for {}, locked by {}", shown(path), holder_of(context, path)));
+      formatted("stgctl: waiting for {}, locked by {}", shown(path), holder_of(context, path)));
 }
 
 void wait_until_free(Context& context, const std::string& folder, const std::string& file) {

@@ -1,16 +1,14 @@
 #include "tools/stgctl/look.h"
 
-#include <fmt/format.h>
-
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 
+#include "tools/stgctl/arguments.h"
 #include "tools/stgctl/text.h"
 
 namespace stgctl {
 
-void add_no_lock(CLI::App& app, bool& no_lock) {
+void add_no_lock(Arguments& app, bool& no_lock) {
   app.add_flag("--no-lock", no_lock,
                "Read indexes without a lock: never waits, and may see a half-written one");
 }
@@ -25,16 +23,16 @@ admin::Area document_area(Context& context, admin::Area fallback) {
   const admin::Area area = context.scope().area.value_or(fallback);
   if (admin::expects_index(area)) return area;
   throw Failure(Exit::kUsage,
-                fmt::format("the library keeps no documents in the area {}; say --area docs, user "
-                            "or mail",
-                            admin::name_of(area)));
+                formatted("the library keeps no documents in the area {}; say --area docs, user "
+                          "or mail",
+                          admin::name_of(area)));
 }
 
 std::string owner_or_none(Context& context) { return context.scope().owner.value_or(""); }
 
 admin::FailureSink warn_of_failures(Context& context) {
   return [&context](const std::string& path, const std::string& why) {
-    context.out().warning(fmt::format("{}: {}", shown(path), shown(why)));
+    context.out().warning(formatted("{}: {}", shown(path), shown(why)));
   };
 }
 
@@ -63,7 +61,7 @@ void append_subject(std::string& line, const admin::EntryView& entry) {
   }
   append_name(line, entry.logical);
   line.push_back('@');
-  fmt::format_to(std::back_inserter(line), "{}", entry.timestamp);
+  append_formatted(line, "{}", entry.timestamp);
 }
 
 Json fields_of(const admin::EntryView& entry) {

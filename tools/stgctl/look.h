@@ -14,7 +14,7 @@
 namespace stgctl {
 
 /// Adds --no-lock to a command that reads indexes.
-void add_no_lock(CLI::App& app, bool& no_lock);
+void add_no_lock(Arguments& app, bool& no_lock);
 /// How the command reads: as Context::locking(), or without locks.
 admin::sys::Locking locking_for(Context& context, bool no_lock);
 

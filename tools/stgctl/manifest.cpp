@@ -1,7 +1,5 @@
 #include "tools/stgctl/manifest.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -51,19 +49,18 @@ std::optional<std::string> from_hex(std::string_view digits) {
 }
 
 std::string exact(const Json& object, const char* key) {
-  const auto hex = object.find(std::string(key) + "_hex");
-  if (hex == object.end()) return object.value(key, std::string());
+  const Json* const hex = object.find(std::string(key) + "_hex");
+  if (hex == nullptr) return object.value(key, std::string());
   return from_hex(hex->get<std::string>()).value();
 }
 
 /// Whether names between "/" stay below the folder that they are in, on every system.
 bool stays_below(std::string_view path) {
-  if (path.empty()) return false;
+  if (path.empty() || path.find('\0') != std::string_view::npos) return false;
   for (;;) {
     const std::size_t end = std::min(path.find('/'), path.size());
     const std::string_view name = path.substr(0, end);
     if (name.empty() || name == "." || name == "..") return false;
-    if (name.find('\0') != std::string_view::npos) return false;
     if (end == path.size()) return true;
     path.remove_prefix(end + 1);
   }
@@ -143,7 +140,7 @@ ManifestWriter::ManifestWriter(const std::string& folder, const ManifestHead& he
       {"schema", kManifestSchema}, {"record", "tree"}, {"layout", admin::name_of(head.layout)}};
   if (head.scope.area) first["area"] = admin::name_of(*head.scope.area);
   if (head.scope.owner) put_exact(first, "owner", *head.scope.owner);
-  line(first.dump() + "\n");
+  line(first.dump(-1, Json::Bytes::kMustBeUtf8) + "\n");
 }
 
 void ManifestWriter::line(const std::string& text) {
@@ -153,7 +150,7 @@ void ManifestWriter::line(const std::string& text) {
 
 void ManifestWriter::add(const ManifestItem& item) {
   m_sums.add(item);
-  line(json_of(item).dump() + "\n");
+  line(json_of(item).dump(-1, Json::Bytes::kMustBeUtf8) + "\n");
 }
 
 void ManifestWriter::end(std::uint64_t failed) {
@@ -165,7 +162,7 @@ void ManifestWriter::end(std::uint64_t failed) {
                      {"bytes", m_sums.bytes},
                      {"failed", failed},
                      {"xxh128", m_checksum.text()}};
-  line(last.dump() + "\n");
+  line(last.dump(-1, Json::Bytes::kMustBeUtf8) + "\n");
   m_file.commit();
 }
 
@@ -175,15 +172,15 @@ ManifestReader::ManifestReader(const std::string& folder) : m_path(joined(folder
   m_stream.open(to_path(m_path), std::ios::binary);
   if (!m_stream.is_open()) {
     throw Failure(Exit::kFailed,
-                  fmt::format("{} holds no {}; name the folder of an export that was finished",
-                              shown(folder), kManifestName));
+                  formatted("{} holds no {}; name the folder of an export that was finished",
+                            shown(folder), kManifestName));
   }
   read_head();
 }
 
 void ManifestReader::damaged(const std::string& why) const {
-  throw Failure(Exit::kFailed, fmt::format("{} is damaged (line {}: {}); export the tree again",
-                                           shown(m_path), m_line, why));
+  throw Failure(Exit::kFailed, formatted("{} is damaged (line {}: {}); export the tree again",
+                                         shown(m_path), m_line, why));
 }
 
 bool ManifestReader::read_line(std::string& text) {
@@ -206,7 +203,7 @@ void ManifestReader::read_head() {
     m_head.layout = is_flat ? admin::Layout::kFlat : admin::Layout::kOwner;
     if (line.contains("area")) m_head.scope.area = area_of(line);
     if (line.contains("owner")) m_head.scope.owner = exact(line, "owner");
-  } catch (const Json::exception& error) {
+  } catch (const JsonError& error) {
     damaged(error.what());
   } catch (const std::bad_optional_access&) {
     damaged("a value is none");
@@ -239,7 +236,7 @@ bool ManifestReader::next(ManifestItem& item) {
         line.at("files").get<std::uint64_t>() != m_met.files ||
         line.at("bytes").get<std::uint64_t>() != m_met.bytes)
       damaged("its sums or its checksum do not fit");
-  } catch (const Json::exception& error) {
+  } catch (const JsonError& error) {
     damaged(error.what());
   } catch (const std::bad_optional_access&) {
     damaged("a value is none");
@@ -270,7 +267,7 @@ Json fields_of(const ManifestItem& item) {
 std::string tail_of(const ManifestItem& item) {
   const std::string size = format_bytes(item.what.info.size);
   if (item.what.kind != admin::HoldingKind::kPart) return size;
-  return fmt::format("{}  {}", shown(std::string_view(item.what.path)), size);
+  return formatted("{}  {}", shown(std::string_view(item.what.path)), size);
 }
 
 // ---- places and scopes -------------------------------------------------------------------------

@@ -1,6 +1,5 @@
 #include "tools/stgctl/manual.h"
-
-#include <fmt/format.h>
+#include "tools/stgctl/text.h"
 
 #include <sstream>
 
@@ -113,26 +112,25 @@ std::string paragraphs(const std::string& text) {
 std::string option_entry(const OptionUsage& option) {
   std::string head;
   for (const std::string& name : option.names) {
-    head += fmt::format("{}\\fB{}\\fR", head.empty() ? "" : ", ", roff(name));
+    head += formatted("{}\\fB{}\\fR", head.empty() ? "" : ", ", roff(name));
   }
   if (head.empty()) {
-    head = fmt::format("\\fI{}\\fR{}", roff(option.positional), option.is_repeated ? " ..." : "");
+    head = formatted("\\fI{}\\fR{}", roff(option.positional), option.is_repeated ? " ..." : "");
   } else if (!option.value.empty()) {
-    head += fmt::format(" \\fI{}\\fR", roff(option.value));
+    head += formatted(" \\fI{}\\fR", roff(option.value));
   }
-  std::string text = fmt::format(".TP\n{}\n{}", head, roff(option.description));
-  if (!option.choices.empty())
-    text += fmt::format(": {}", roff(fmt::format("{}", fmt::join(option.choices, ", "))));
+  std::string text = formatted(".TP\n{}\n{}", head, roff(option.description));
+  if (!option.choices.empty()) text += formatted(": {}", roff(joined(option.choices, ", ")));
   return text + ".\n";
 }
 
 std::string synopsis(const CommandUsage& command) {
-  std::string line = fmt::format(".B stgctl {}\n", roff(command.name()));
+  std::string line = formatted(".B stgctl {}\n", roff(command.name()));
   std::string arguments = "[\\fIoptions\\fR]";
   for (const OptionUsage& option : command.options) {
     if (option.positional.empty()) continue;
     const std::string word =
-        fmt::format("\\fI{}\\fR{}", roff(option.positional), option.is_repeated ? " ..." : "");
+        formatted("\\fI{}\\fR{}", roff(option.positional), option.is_repeated ? " ..." : "");
     arguments += option.is_required ? " " + word : " [" + word + "]";
   }
   return line + arguments + "\n";
@@ -143,8 +141,8 @@ bool is_help(const OptionUsage& option) {
 }
 
 std::string command_section(const CommandUsage& command) {
-  std::string text = fmt::format(".SS {}\n{}.PP\n{}.\n", roff(command.name()), synopsis(command),
-                                 roff(command.summary));
+  std::string text = formatted(".SS {}\n{}.PP\n{}.\n", roff(command.name()), synopsis(command),
+                               roff(command.summary));
   if (!command.details.empty()) text += paragraphs(command.details);
   for (const OptionUsage& option : command.options) {
     if (!is_help(option)) text += option_entry(option);
@@ -156,7 +154,7 @@ std::string command_section(const CommandUsage& command) {
 
 std::string manual_page(const std::vector<CommandUsage>& usage) {
   const CommandUsage& program = usage.front();
-  std::string page = fmt::format(
+  std::string page = formatted(
       ".\\\" Written by \"stgctl manual\"; change the program, not this file.\n"
       ".TH STGCTL 1 \"\" \"stgctl {}\"\n.SH NAME\nstgctl \\- look at, explain, check and change a "
       "storage tree\n"

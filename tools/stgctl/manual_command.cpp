@@ -1,17 +1,15 @@
-#include <CLI/CLI.hpp>
-
 #include "tools/stgctl/command.h"
+#include "tools/stgctl/command_line.h"
 #include "tools/stgctl/context.h"
 #include "tools/stgctl/manual.h"
-#include "tools/stgctl/usage.h"
 
 namespace stgctl {
 
 void add_manual_command(Commands& commands) {
   commands.push_back(
-      {"manual", Group::kHidden, Effect::kLooks, "Write the manual page", [](CLI::App&) -> Run {
+      {"manual", Group::kHidden, Effect::kLooks, "Write the manual page", [](Arguments&) -> Run {
          return [](Context& context) {
-           context.out().write(manual_page(usage_of(context.application())));
+           context.out().write(manual_page(context.command_line().usage()));
            return Exit::kDone;
          };
        }});

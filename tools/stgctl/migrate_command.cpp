@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 
 #include "stg_index.h"
@@ -85,8 +83,8 @@ Exit run_inbox(Context& context) {
   }
   for (const std::string& name : plan.adoptions) check_name("the file", name);
   if (!context.options().dry_run) {
-    context.confirm(fmt::format("Convert the inbox of {}: {} names, {} new files?",
-                                shown(target.owner), plan.renamings.size(), plan.adoptions.size()));
+    context.confirm(formatted("Convert the inbox of {}: {} names, {} new files?",
+                              shown(target.owner), plan.renamings.size(), plan.adoptions.size()));
     // Files that no index names yet are mail as well: without adoption they would be left out for good.
     context.open_library(Context::Adoption::kOn);
     wait_until_free(context, folder.path);
@@ -123,7 +121,7 @@ void add_migrate_commands(Commands& commands) {
   commands.push_back(
       {"migrate inbox", Group::kChange, Effect::kChanges,
        "Give the mail of an owner its plain names, once",
-       [](CLI::App&) -> Run { return run_inbox; },
+       [](Arguments&) -> Run { return run_inbox; },
        "Mail that older programs have stored under escaped names gets entries under the plain\n"
        "ones, and the read list with it; files that no index names are adopted first. A marker in\n"
        "the folder keeps a second run from doing anything."});

@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "stg_index.h"
@@ -35,8 +33,8 @@ FoundEntry find_source(Context& context, const Target& target, const Options& op
     throw Failure(Exit::kNothingMatched, "there is no such version of " + shown(options.from));
   }
   if (versions.size() > 1) {
-    throw Failure(Exit::kRefused, fmt::format("{} has {} versions; say --timestamp",
-                                              shown(options.from), versions.size()));
+    throw Failure(Exit::kRefused, formatted("{} has {} versions; say --timestamp",
+                                            shown(options.from), versions.size()));
   }
   return versions.front();
 }
@@ -94,7 +92,7 @@ Exit run_mv(Context& context, const Options& options) {
   }
   ChangeReport report(context, "stgctl.mv/1", "moved");
   if (!context.options().dry_run) {
-    context.confirm(fmt::format("Move {} to {}?", shown(subject_of(from)), shown(to)));
+    context.confirm(formatted("Move {} to {}?", shown(subject_of(from)), shown(to)));
     context.open_library();
     try {
       move_entry(context, target, from, options.to, timestamp);
@@ -115,17 +113,17 @@ Exit run_mv(Context& context, const Options& options) {
 }  // namespace
 
 void add_mv_command(Commands& commands) {
-  const auto declare = [](CLI::App& app) -> Run {
+  const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
-    app.add_option("name", options->from, "The logical name")->type_name("NAME")->required();
-    app.add_option("new-name", options->to, "The new one")->type_name("NEW-NAME")->required();
+    app.add_option("name", options->from, "The logical name").type_name("NAME").required();
+    app.add_option("new-name", options->to, "The new one").type_name("NEW-NAME").required();
     app.add_option("--timestamp", options->timestamp, "The version, when there are several")
-        ->type_name("STAMP")
-        ->check(is_stamp);
+        .type_name("STAMP")
+        .check(is_stamp);
     app.add_option("--new-timestamp", options->new_timestamp,
                    "The version it becomes; the same otherwise")
-        ->type_name("STAMP")
-        ->check(is_stamp);
+        .type_name("STAMP")
+        .check(is_stamp);
     app.add_flag("--replace", options->replace, "Replace a version that exists");
     return [options](Context& context) { return run_mv(context, *options); };
   };

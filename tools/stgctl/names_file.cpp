@@ -1,8 +1,5 @@
 #include "tools/stgctl/names_file.h"
 
-#include <fmt/format.h>
-
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
 #include <chrono>
@@ -10,6 +7,7 @@
 #include <system_error>
 
 #include "tools/admin/name_snapshot.h"
+#include "tools/stgctl/arguments.h"
 #include "tools/stgctl/exit_codes.h"
 #include "tools/stgctl/paths.h"
 #include "tools/stgctl/text.h"
@@ -60,16 +58,16 @@ std::optional<std::int64_t> parse_time(std::string_view text) {
 
 }  // namespace
 
-void add_names_option(CLI::App& app, NamesOptions& options) {
+void add_names_option(Arguments& app, NamesOptions& options) {
   app.add_option("--names", options.file,
                  "The file of saved names (beside the storage folder: 'storage.names')")
-      ->type_name("FILE");
+      .type_name("FILE");
 }
 
-void add_folder_option(CLI::App& app, NamesOptions& options) {
+void add_folder_option(Arguments& app, NamesOptions& options) {
   app.add_option("--folder", options.folder,
                  "One document folder, by its path or as 'docs/anna/00000042'")
-      ->type_name("DIR");
+      .type_name("DIR");
 }
 
 std::string place_outside(Context& context, const std::string& file) {
@@ -183,15 +181,15 @@ admin::Snapshot find_snapshot(admin::NameStore& store, const std::string& text) 
         (name.kind == Kind::kTime && kept->snapshot && kept->snapshot->time <= name.time);
     if (!is_it) continue;
     if (kept->snapshot) return *kept->snapshot;
-    throw Failure(Exit::kFailed, fmt::format("snapshot {} is damaged; 'stgctl index log' tells "
-                                             "which others there are",
-                                             kept->number));
+    throw Failure(Exit::kFailed, formatted("snapshot {} is damaged; 'stgctl index log' tells "
+                                           "which others there are",
+                                           kept->number));
   }
   throw Failure(
       Exit::kNothingMatched,
       all.empty()
           ? "no snapshot has been completed yet; 'stgctl index snapshot' makes one"
-          : fmt::format("there is no snapshot '{}'; 'stgctl index log' lists them", shown(text)));
+          : formatted("there is no snapshot '{}'; 'stgctl index log' lists them", shown(text)));
 }
 
 Json fields_of(const admin::Snapshot& snapshot) {

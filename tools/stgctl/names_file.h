@@ -19,8 +19,8 @@ struct NamesOptions {
   std::string file;    ///< --names
   std::string folder;  ///< --folder
 };
-void add_names_option(CLI::App& app, NamesOptions& options);
-void add_folder_option(CLI::App& app, NamesOptions& options);
+void add_names_option(Arguments& app, NamesOptions& options);
+void add_folder_option(Arguments& app, NamesOptions& options);
 
 /// The path of the file: as said, or beside the storage folder. The tree need not exist.
 /// @throws Failure kRefused for a place in the tree.
@@ -60,7 +60,7 @@ struct SnapshotName {
 };
 /// @param now what an age is counted back from. @return nothing for other text.
 std::optional<SnapshotName> parse_snapshot_name(std::string_view text, std::int64_t now);
-/// For CLI11: empty when the text names a snapshot, else what is wrong with it.
+/// As a check of an argument: empty when the text names a snapshot, else what is wrong with it.
 std::string is_snapshot_name(const std::string& text);
 std::string is_snapshot_name_or_now(const std::string& text);
 /// The snapshot of that name; of a time the last one that is not younger.

@@ -1,7 +1,5 @@
 #include "tools/stgctl/new_file.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -58,8 +56,8 @@ NewFile::~NewFile() {
 void NewFile::fail() {
   const int code = errno;
   throw WriteFailure(Exit::kFailed,
-                     fmt::format("{} could not be written ({}); is there room, and may you?",
-                                 shown(m_path), std::generic_category().message(code)));
+                     formatted("{} could not be written ({}); is there room, and may you?",
+                               shown(m_path), std::generic_category().message(code)));
 }
 
 void NewFile::write(std::string_view bytes) {
@@ -85,7 +83,7 @@ void set_modify_time(const std::string& path, std::int64_t seconds) {
   fs::last_write_time(to_path(path), time_point_cast<fs::file_time_type::duration>(time), error);
   if (!error) return;
   throw Failure(Exit::kFailed,
-                fmt::format("{}: its time could not be set: {}", shown(path), error.message()));
+                formatted("{}: its time could not be set: {}", shown(path), error.message()));
 }
 
 Content read_content(const std::string& path, const sys::Locking& locking, NewFile* copy) {

@@ -1,7 +1,5 @@
 #include "tools/stgctl/operations.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <optional>
 #include <utility>
@@ -36,8 +34,8 @@ std::vector<std::string> names_in(const std::string& path) {
 void check_room(const std::string& folder, std::uint64_t needed, std::uint64_t freed) {
   const sys::FileSystem system = sys::file_system_of(folder);
   if (system.total_bytes == 0 || system.free_bytes + freed >= needed) return;
-  fail(fmt::format("{} needed, {} free: make room first", format_bytes(needed),
-                   format_bytes(system.free_bytes)));
+  fail(formatted("{} needed, {} free: make room first", format_bytes(needed),
+                 format_bytes(system.free_bytes)));
 }
 
 /// What the tree shows of a version by now.

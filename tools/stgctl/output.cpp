@@ -38,7 +38,7 @@ std::string_view code_of(Style style) {
 
 std::string in_style(bool colors, Style style, std::string_view text) {
   if (!colors || style == Style::kPlain) return std::string(text);
-  return fmt::format("{}{}\x1b[0m", code_of(style), text);
+  return formatted("{}{}\x1b[0m", code_of(style), text);
 }
 
 bool wants_colors(When when, terminal::Stream stream) {
@@ -81,7 +81,7 @@ void Output::json_line(const char* schema, const Json& fields) {
   Json line;
   line["schema"] = schema;
   line.update(fields);
-  write(line.dump(-1, ' ', false, Json::error_handler_t::replace));
+  write(line.dump());
   write("\n");
 }
 
@@ -126,10 +126,10 @@ void Output::message(Style style, std::string_view label, std::string_view text)
   }
   if (std::exchange(m_transient, false)) raw_error(kClearLine);
   if (style == Style::kPlain) {
-    raw_error(fmt::format("{}\n", text));
+    raw_error(formatted("{}\n", text));
   } else {
-    raw_error(fmt::format(
-        "{}\n", in_style(m_error_colors, style, fmt::format("stgctl: {}{}", label, text))));
+    raw_error(
+        formatted("{}\n", in_style(m_error_colors, style, formatted("stgctl: {}{}", label, text))));
   }
 }
 

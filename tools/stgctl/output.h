@@ -1,19 +1,14 @@
 #pragma once
 
-#include <fmt/format.h>
-
-#include <cstdint>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include "tools/admin/formatted.h"
+#include "tools/stgctl/json.h"
 #include "tools/stgctl/options.h"
 
 namespace stgctl {
-
-/// JSON whose fields stay in the order in which they are put in.
-using Json = nlohmann::ordered_json;
 
 enum class Style { kPlain, kBold, kDim, kRed, kGreen, kYellow, kBlue, kCyan };
 
@@ -37,10 +32,10 @@ class Output {
   void write(std::string_view bytes);
   /// Writes formatted text.
   template <class... Args>
-  void print(fmt::format_string<Args...> format, Args&&... args) {
+  void print(admin::FormatPattern<sizeof...(Args)> pattern, const Args&... args) {
     m_scratch.clear();
-    fmt::format_to(std::back_inserter(m_scratch), format, std::forward<Args>(args)...);
-    write({m_scratch.data(), m_scratch.size()});
+    admin::append_formatted(m_scratch, pattern, args...);
+    write(m_scratch);
   }
   /// Writes one JSON object on a line of its own: {"schema": schema, ...fields}.
   void json_line(const char* schema, const Json& fields);
@@ -72,7 +67,7 @@ class Output {
   void message(Style style, std::string_view label, std::string_view text);
 
   std::string m_buffer;
-  fmt::memory_buffer m_scratch;
+  std::string m_scratch;
   bool m_json = false;
   bool m_colors = false;
   bool m_error_colors = false;

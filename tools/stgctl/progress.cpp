@@ -1,7 +1,5 @@
 #include "tools/stgctl/progress.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -66,13 +64,13 @@ void Progress::draw(std::string_view item) {
     constexpr std::size_t kBar = 24;
     const double part = std::min(1.0, static_cast<double>(m_done) / static_cast<double>(m_total));
     const auto full = static_cast<std::size_t>(part * kBar);
-    line = fmt::format("{} [{}{}] {:3.0f} % {}/{} ", m_what, std::string(full, '#'),
-                       std::string(kBar - full, '.'), part * 100, m_done, m_total);
+    line = formatted("{} [{}{}] {:3.0f} % {}/{} ", m_what, std::string(full, '#'),
+                     std::string(kBar - full, '.'), part * 100, m_done, m_total);
   } else {
-    line = fmt::format("{} {} ", m_what, m_done);
+    line = formatted("{} {} ", m_what, m_done);
   }
   line += shown(item);
-  m_output.raw_error(fmt::format("{}{}", kClearLine, cut(line, width - 1)));
+  m_output.raw_error(formatted("{}{}", kClearLine, cut(line, width - 1)));
   m_output.set_transient(true);
   m_drawn = true;
 }

@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
 #include <map>
@@ -201,9 +199,8 @@ Exit run_put(Context& context, const Options& options) {
   warn_of_stamps(context, target, plan);
   ChangeReport report(context, "stgctl.put/1", "stored");
   if (!context.options().dry_run && !plan.items.empty()) {
-    context.confirm(fmt::format("Store {} {}, {}?", plan.items.size(),
-                                plan.items.size() == 1 ? "file" : "files",
-                                format_bytes(plan.bytes)));
+    context.confirm(formatted("Store {} {}, {}?", plan.items.size(),
+                              plan.items.size() == 1 ? "file" : "files", format_bytes(plan.bytes)));
     context.open_library();
   }
   for (const auto& [source, why] : plan.left_out) report.failed({"", "", source, {}}, why);
@@ -215,17 +212,17 @@ Exit run_put(Context& context, const Options& options) {
 }  // namespace
 
 void add_put_command(Commands& commands) {
-  const auto declare = [](CLI::App& app) -> Run {
+  const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
     app.add_option("source", options->sources, "Files, or folders with everything below them")
-        ->type_name("SOURCE")
-        ->required();
+        .type_name("SOURCE")
+        .required();
     app.add_option("--as", options->as, "The logical name, instead of the file's own")
-        ->type_name("NAME");
+        .type_name("NAME");
     app.add_option("--timestamp", options->timestamp,
                    "The version: a number, or 'mtime' for the file's time (0)")
-        ->type_name("STAMP")
-        ->check(is_stamp_or_mtime);
+        .type_name("STAMP")
+        .check(is_stamp_or_mtime);
     app.add_flag("--replace", options->replace, "Replace versions that exist");
     return [options](Context& context) { return run_put(context, *options); };
   };

@@ -1,8 +1,5 @@
 #include "tools/stgctl/quarantine.h"
 
-#include <fmt/format.h>
-
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
@@ -10,6 +7,7 @@
 #include <system_error>
 
 #include "tools/admin/name_store_format.h"
+#include "tools/stgctl/arguments.h"
 #include "tools/stgctl/exit_codes.h"
 #include "tools/stgctl/paths.h"
 #include "tools/stgctl/text.h"
@@ -27,7 +25,7 @@ constexpr const char* kManifest = "manifest.jsonl";
 constexpr const char* kSchema = "stgctl.quarantine/1";
 constexpr std::string_view kPlan = "plan-";
 
-std::string plan_name(std::uint64_t number) { return fmt::format("{}{:04}", kPlan, number); }
+std::string plan_name(std::uint64_t number) { return formatted("{}{:04}", kPlan, number); }
 
 void check(const os::Status& status, const std::string& path) {
   if (status.ok()) return;
@@ -35,7 +33,7 @@ void check(const os::Status& status, const std::string& path) {
     throw Failure(Exit::kLockTimeout,
                   shown(path) + " is in use by another repair or undo (--lock-timeout)");
   }
-  throw Failure(Exit::kFailed, fmt::format("{}: {}", shown(path), sys::text_of(status)));
+  throw Failure(Exit::kFailed, formatted("{}: {}", shown(path), sys::text_of(status)));
 }
 
 void make_folder(const std::string& path) {
@@ -73,16 +71,16 @@ std::string quarantine_folder(Context& context, const std::string& option) {
   return sys::join(parent, from_path(named.filename()));
 }
 
-void add_quarantine_option(CLI::App& app, std::string& option) {
+void add_quarantine_option(Arguments& app, std::string& option) {
   app.add_option("--quarantine", option,
                  "The folder for what repairs take (beside the storage folder: "
                  "'storage.quarantine')")
-      ->type_name("DIR");
+      .type_name("DIR");
 }
 
 std::string digest_of(std::string_view bytes) {
   const admin::names_format::Digest digest = admin::names_format::digest_of(bytes);
-  return fmt::format("{:016x}{:016x}", digest.high, digest.low);
+  return formatted("{:016x}{:016x}", digest.high, digest.low);
 }
 
 std::vector<std::uint64_t> applied_plans(const std::string& quarantine) {
@@ -124,8 +122,8 @@ std::uint64_t remove_plan(const std::string& quarantine, std::uint64_t number) {
   for (const fs::path& item : items) {
     fs::remove_all(item, error);
     if (error) {
-      throw Failure(Exit::kFailed, fmt::format("{} cannot be removed: {}", shown(from_path(item)),
-                                               error.message()));
+      throw Failure(Exit::kFailed,
+                    formatted("{} cannot be removed: {}", shown(from_path(item)), error.message()));
     }
   }
   return bytes;
@@ -136,7 +134,7 @@ std::uint64_t remove_plan(const std::string& quarantine, std::uint64_t number) {
 std::string AppliedPlan::folder() const { return sys::join(m_quarantine, plan_name(m_number)); }
 
 std::string AppliedPlan::item(const Step& step) const {
-  return sys::join(folder(), fmt::format("{:04}", step.number));
+  return sys::join(folder(), formatted("{:04}", step.number));
 }
 
 AppliedPlan AppliedPlan::open(Context& context, const std::string& folder, std::uint64_t number,
@@ -189,9 +187,7 @@ void AppliedPlan::read(const std::string& text) {
     const std::size_t end = text.find('\n', at);
     // A line without an end was being written when its writer was stopped: nothing follows from it.
     if (end == std::string::npos) break;
-    const Json record =
-        Json::parse(text.begin() + static_cast<std::ptrdiff_t>(at),
-                    text.begin() + static_cast<std::ptrdiff_t>(end), nullptr, false);
+    const Json record = Json::parse_or_null(std::string_view(text).substr(at, end - at));
     if (!record.is_object()) {
       throw Failure(Exit::kFailed, shown(sys::join(folder(), kManifest)) + " is damaged");
     }
@@ -222,7 +218,7 @@ void AppliedPlan::read(const std::string& text) {
 }
 
 void AppliedPlan::append(const Json& record) {
-  const std::string line = record.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+  const std::string line = record.dump() + "\n";
   const std::string path = sys::join(folder(), kManifest);
   // What a stopped writer left behind the last whole line goes first: the two would become one.
   if (m_manifest->size() != m_end) check(m_manifest->cut_at(m_end), path);

@@ -21,7 +21,7 @@ namespace stgctl {
 ///
 /// @throws Failure kRefused for a place in the tree.
 std::string quarantine_folder(Context& context, const std::string& option);
-void add_quarantine_option(CLI::App& app, std::string& option);
+void add_quarantine_option(Arguments& app, std::string& option);
 
 /// One step of a plan as its manifest has it.
 struct Step {

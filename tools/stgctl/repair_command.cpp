@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <fstream>
 #include <memory>
@@ -33,8 +31,8 @@ struct Options {
 Subject subject_of(const Repair& repair) { return {"", "", repair.path, std::nullopt}; }
 
 std::string in_words(const Repair& repair) {
-  std::string text = fmt::format("{} ({}", name_of(repair.kind), repair.code);
-  if (!repair.lines.empty()) text += fmt::format(", {} lines", repair.lines.size());
+  std::string text = formatted("{} ({}", name_of(repair.kind), repair.code);
+  if (!repair.lines.empty()) text += formatted(", {} lines", repair.lines.size());
   if (repair.kind == RepairKind::kSetCounter) text += ", to " + repair.value;
   if (repair.kind == RepairKind::kQuarantine && !repair.is_folder)
     text += ", " + format_bytes(repair.bytes);
@@ -70,20 +68,20 @@ Exit run_plan(Context& context, const Options& options) {
     throw Failure(Exit::kNothingMatched,
                   plan.left.empty()
                       ? "nothing was found that needs a repair"
-                      : fmt::format("{} findings, none of which is repaired without you; 'stgctl "
-                                    "check' tells them",
-                                    plan.left.size()));
+                      : formatted("{} findings, none of which is repaired without you; 'stgctl "
+                                  "check' tells them",
+                                  plan.left.size()));
   }
   ChangeReport report(context, kSchema, "planned");
   for (const Repair& repair : plan.repairs)
     report.done(subject_of(repair), fields_of(repair), in_words(repair));
   if (!context.options().dry_run) {
-    if (there == sys::Kind::kFile) context.confirm(fmt::format("Overwrite {}?", shown(file)));
+    if (there == sys::Kind::kFile) context.confirm(formatted("Overwrite {}?", shown(file)));
     write_plan(file, text_of(plan));
   }
   Json sums = {{"left", plan.left.size()}};
   put_name(sums, "file", file);
-  return report.finish(sums, fmt::format("{} findings left alone", plan.left.size()));
+  return report.finish(sums, formatted("{} findings left alone", plan.left.size()));
 }
 
 // ---- applying ----------------------------------------------------------------------------------
@@ -110,13 +108,13 @@ Exit run_apply(Context& context, const Options& options) {
   std::string text;
   const os::Status read = sys::read_file(options.apply, context.locking(), text);
   if (!read.ok())
-    throw Failure(Exit::kFailed, fmt::format("{}: {}", shown(options.apply), sys::text_of(read)));
+    throw Failure(Exit::kFailed, formatted("{}: {}", shown(options.apply), sys::text_of(read)));
   const RepairPlan plan = read_plan(context, text);
   if (plan.repairs.empty())
     throw Failure(Exit::kNothingMatched, shown(options.apply) + " holds no repairs");
   if (!context.options().dry_run) {
-    context.confirm(fmt::format("Do {} repairs? What they take goes to {}.", plan.repairs.size(),
-                                shown(quarantine)));
+    context.confirm(formatted("Do {} repairs? What they take goes to {}.", plan.repairs.size(),
+                              shown(quarantine)));
   }
   ChangeReport report(context, kSchema, "repaired");
   WorkPlan work(context, quarantine, digest_of(text), parse_age(options.keep).value_or(0));
@@ -136,7 +134,7 @@ Exit run_apply(Context& context, const Options& options) {
       }
       if (worked.how == Worked::How::kDone) {
         report.done(subject, fields_of(repair),
-                    fmt::format("{} {}", name_of(repair.kind), worked.text));
+                    formatted("{} {}", name_of(repair.kind), worked.text));
       } else if (worked.how == Worked::How::kSkipped) {
         report.skipped(subject, worked.text);
       } else {
@@ -153,8 +151,8 @@ Exit run_apply(Context& context, const Options& options) {
     if (all && report.failures() == 0) note(context, [&] { applied->note_complete(); });
     sums["number"] = applied->number();
     sums["expires"] = applied->expires();
-    tail = fmt::format("kept as plan {} until {} UTC", applied->number(),
-                       format_time(applied->expires()));
+    tail = formatted("kept as plan {} until {} UTC", applied->number(),
+                     format_time(applied->expires()));
   }
   if (!context.options().dry_run && all) {
     const std::uint64_t own = work.begun() != nullptr ? work.begun()->number() : 0;
@@ -180,25 +178,23 @@ std::string is_code(const std::string& text) {
 }  // namespace
 
 void add_repair_command(Commands& commands) {
-  const auto declare = [](CLI::App& app) -> Run {
+  const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
-    CLI::Option* const plan =
+    const Argument plan =
         app.add_option("--plan", options->plan, "Check the tree, and write down what to do")
-            ->type_name("FILE");
+            .type_name("FILE");
     app.add_option("--apply", options->apply, "Do what such a file says")
-        ->type_name("FILE")
-        ->excludes(plan);
+        .type_name("FILE")
+        .excludes(plan);
     app.add_option("--only", options->only, "Plan only for findings of this code; may be repeated")
-        ->type_name("CODE")
-        ->check(CLI::Validator(is_code, ""));
+        .type_name("CODE")
+        .check(is_code);
     add_quarantine_option(app, options->quarantine);
     app.add_option("--keep", options->keep, "How long 'undo' is possible (30d)")
-        ->type_name("AGE")
-        ->check(CLI::Validator(
-            [](const std::string& text) {
-              return parse_age(text) ? std::string() : "'" + text + "' is no age such as '30d'";
-            },
-            ""));
+        .type_name("AGE")
+        .check([](const std::string& text) {
+          return parse_age(text) ? std::string() : "'" + text + "' is no age such as '30d'";
+        });
     return [options](Context& context) { return run_repair(context, *options); };
   };
   commands.push_back(

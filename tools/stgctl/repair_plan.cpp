@@ -1,7 +1,5 @@
 #include "tools/stgctl/repair_plan.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <array>
 #include <map>
@@ -160,7 +158,7 @@ class Planning {
     repair.kind = RepairKind::kSetCounter;
     repair.code = code_name(finding.code);
     repair.path = relative(m_view.path_of(admin::kCounterName));
-    repair.value = fmt::format("{:08}", admin::highest_number(m_view));
+    repair.value = formatted("{:08}", admin::highest_number(m_view));
     m_plan.repairs.push_back(std::move(repair));
     return true;
   }
@@ -246,13 +244,15 @@ Json fields_of(const Repair& repair) {
 Repair repair_of(const Json& object) {
   Repair repair;
   const auto kind = repair_named(object.value("repair", ""));
-  if (!kind) refuse(fmt::format("'{}' is no repair", shown(object.value("repair", ""))));
+  if (!kind) refuse(formatted("'{}' is no repair", shown(object.value("repair", ""))));
   repair.kind = *kind;
   repair.code = object.value("code", "");
   repair.path = name_in(object, "path");
-  for (const Json& line : object.value("lines", Json::array())) {
-    repair.lines.push_back(name_in(line, "text"));
-    repair.codes.push_back(line.value("why", ""));
+  if (const Json* const lines = object.find("lines")) {
+    for (const Json& line : lines->items()) {
+      repair.lines.push_back(name_in(line, "text"));
+      repair.codes.push_back(line.value("why", ""));
+    }
   }
   repair.value = object.value("value", "");
   repair.is_folder = object.value("kind", "file") == "folder";
@@ -262,12 +262,11 @@ Repair repair_of(const Json& object) {
   const bool fits = repair.kind == RepairKind::kRemoveLines  ? file == admin::kIndexName
                     : repair.kind == RepairKind::kSetCounter ? file == admin::kCounterName
                                                              : !admin::is_index_file(file);
-  if (!fits)
-    refuse(fmt::format("{} is nothing for '{}'", shown(repair.path), name_of(repair.kind)));
+  if (!fits) refuse(formatted("{} is nothing for '{}'", shown(repair.path), name_of(repair.kind)));
   const bool is_number = repair.value.size() >= 8 && repair.value.size() <= 10 &&
                          repair.value.find_first_not_of("0123456789") == std::string::npos;
   if (repair.kind == RepairKind::kSetCounter && !is_number)
-    refuse(fmt::format("'{}' is no value of a counter", shown(repair.value)));
+    refuse(formatted("'{}' is no value of a counter", shown(repair.value)));
   return repair;
 }
 
@@ -286,33 +285,32 @@ std::string text_of(const RepairPlan& plan) {
     item["remedy"] = left.remedy;
     object["left"].push_back(std::move(item));
   }
-  return object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return object.dump(2) + "\n";
 }
 
 RepairPlan read_plan(Context& context, const std::string& text) {
   try {
     const Json object = Json::parse(text);
     if (!object.is_object() || object.value("schema", "") != kSchema)
-      refuse(fmt::format("it does not say \"schema\": \"{}\"", kSchema));
+      refuse(formatted("it does not say \"schema\": \"{}\"", kSchema));
     RepairPlan plan;
     plan.storage = name_in(object, "storage");
     if (plan.storage != context.tree().storage)
-      refuse(fmt::format("it is for {}", shown(plan.storage)));
-    for (const Json& each : object.at("repairs")) {
+      refuse(formatted("it is for {}", shown(plan.storage)));
+    for (const Json& each : object.at("repairs").items()) {
       plan.repairs.push_back(repair_of(each));
       path_in_tree(context, plan.repairs.back().path);
     }
     return plan;
-  } catch (const Json::exception& error) {
+  } catch (const JsonError& error) {
     refuse(shown(std::string_view(error.what())));
   }
 }
 
 std::string name_in(const Json& object, const std::string& key) {
-  if (const auto hex = object.find(key + "_hex"); hex != object.end())
-    return from_hex(hex->get<std::string>());
-  const auto text = object.find(key);
-  if (text == object.end()) refuse(fmt::format("\"{}\" is missing", key));
+  if (const Json* const hex = object.find(key + "_hex")) return from_hex(hex->get<std::string>());
+  const Json* const text = object.find(key);
+  if (text == nullptr) refuse(formatted("\"{}\" is missing", key));
   return text->get<std::string>();
 }
 
@@ -325,13 +323,13 @@ std::string path_in_tree(Context& context, const std::string& path) {
     const bool is_index = admin::is_index_file(part);
     if ((!is_index && admin::why_not_safe(part) != nullptr) || (is_index && end != rest.size()) ||
         (parts == 0 && !admin::area_named(part)))
-      refuse(fmt::format("{} is no path in the tree", shown(path)));
+      refuse(formatted("{} is no path in the tree", shown(path)));
     full = admin::sys::join(full, part);
     ++parts;
     if (end == rest.size()) break;
     rest.remove_prefix(end + 1);
   }
-  if (parts < 2) refuse(fmt::format("{} is no file of a document folder", shown(path)));
+  if (parts < 2) refuse(formatted("{} is no file of a document folder", shown(path)));
   check_no_link(context, full);
   return full;
 }

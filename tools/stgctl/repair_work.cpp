@@ -1,7 +1,5 @@
 #include "tools/stgctl/repair_work.h"
 
-#include <fmt/format.h>
-
 #include <set>
 
 #include "tools/admin/folder_view.h"
@@ -36,8 +34,8 @@ os::Status open_locked(Context& context, LockedFile& file, const std::string& pa
   const os::Status status = file.open(path, purpose, if_missing, context.locking());
   Context::stop_if_interrupted();
   if (status.failure() == os::Failure::kLocked) {
-    throw Failure(Exit::kLockTimeout, fmt::format("{} is locked by {} (--lock-timeout)",
-                                                  shown(path), holder_of(context, path)));
+    throw Failure(Exit::kLockTimeout, formatted("{} is locked by {} (--lock-timeout)", shown(path),
+                                                holder_of(context, path)));
   }
   return status;
 }
@@ -108,7 +106,7 @@ Worked remove_lines(Context& context, const Repair& repair, const std::string& p
   if (unwanted.empty()) return skipped("the lines are gone, or count by now");
   std::size_t removed = 0;
   const std::string text = admin::without_bad_lines(view, unwanted, removed);
-  const std::string told = fmt::format("{} lines", removed);
+  const std::string told = formatted("{} lines", removed);
   if (work.is_dry()) return {How::kDone, told};
   Worked worked = replace(work.get(), repair, index, Writing::kLines,
                           std::string(view.index_text()), text, false);
@@ -144,7 +142,7 @@ Worked remove_key_lines(Context& context, const Repair& repair, const std::strin
     }
   }
   if (rest == text) return skipped("the lines are gone, or name a document by now");
-  const std::string told = fmt::format("{} lines", removed);
+  const std::string told = formatted("{} lines", removed);
   if (work.is_dry()) return {How::kDone, told};
   Worked worked = replace(work.get(), repair, file, Writing::kBytes, text, rest, false);
   if (worked.how == How::kDone) worked.text = told;

@@ -1,7 +1,5 @@
 #include "tools/stgctl/report.h"
 
-#include <fmt/format.h>
-
 #include <utility>
 
 #include "tools/stgctl/text.h"
@@ -15,7 +13,7 @@ std::string shown(const Subject& subject) {
     if (!text.empty()) text += '/';
     text += shown(std::string_view(*part));
   }
-  if (subject.timestamp) text += fmt::format("@{}", *subject.timestamp);
+  if (subject.timestamp) text += formatted("@{}", *subject.timestamp);
   return text;
 }
 
@@ -65,7 +63,7 @@ void ChangeReport::failed(const Subject& subject, const std::string& reason) {
   ++m_failed;
   Output& out = m_context.out();
   if (out.json()) line("failed", subject, {{"reason", reason}}, reason, Style::kRed);
-  out.error(fmt::format("{}: {}", shown(subject), reason));
+  out.error(formatted("{}: {}", shown(subject), reason));
 }
 
 void ChangeReport::end(const Failure& failure) {
@@ -85,10 +83,10 @@ Exit ChangeReport::finish(const Json& sums, std::string_view tail) {
     record.update(sums);
     out.json_line(m_schema, record);
   } else {
-    std::string text = fmt::format("{} {}{}", m_done, dry ? "would be " : "", m_verb);
-    if (m_skipped > 0) text += fmt::format(", {} skipped", m_skipped);
-    if (m_failed > 0) text += fmt::format(", {} failed", m_failed);
-    if (!tail.empty()) text += fmt::format(", {}", tail);
+    std::string text = formatted("{} {}{}", m_done, dry ? "would be " : "", m_verb);
+    if (m_skipped > 0) text += formatted(", {} skipped", m_skipped);
+    if (m_failed > 0) text += formatted(", {} failed", m_failed);
+    if (!tail.empty()) text += formatted(", {}", tail);
     if (dry) text += "; nothing was changed";
     if (interrupted) text += "; interrupted";
     out.print("{}\n", out.styled(Style::kBold, text));

@@ -1,4 +1,3 @@
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <iterator>
@@ -19,8 +18,8 @@ using admin::StatsGroup;
 constexpr double kTextWidth = 6.8;  ///< of one character at the size of labels
 
 template <class... Args>
-void append(std::string& text, fmt::format_string<Args...> format, Args&&... args) {
-  fmt::format_to(std::back_inserter(text), format, std::forward<Args>(args)...);
+void append(std::string& text, admin::FormatPattern<sizeof...(Args)> pattern, const Args&... args) {
+  append_formatted(text, pattern, args...);
 }
 
 /// As much of a text as there is room for; nothing when that is hardly anything.
@@ -38,8 +37,8 @@ std::string fitting(const std::string& bytes, double width) {
 }
 
 std::string amount(const admin::Sum& sum) {
-  return fmt::format("{} in {} {}", format_bytes(sum.bytes), sum.files,
-                     sum.files == 1 ? "file" : "files");
+  return formatted("{} in {} {}", format_bytes(sum.bytes), sum.files,
+                   sum.files == 1 ? "file" : "files");
 }
 
 double part_of(std::uint64_t part, std::uint64_t whole) {
@@ -56,7 +55,7 @@ std::vector<Box> boxes_in(const Box& box, const SpaceNode& node) {
 
 std::string name_of_node(const SpaceNode& node, std::string (*name)(const std::string&),
                          const char* what) {
-  return node.merged == 0 ? name(node.name) : fmt::format("{} more {}", node.merged, what);
+  return node.merged == 0 ? name(node.name) : formatted("{} more {}", node.merged, what);
 }
 
 void draw_box(std::string& svg, const char* style, const Box& box) {
@@ -76,10 +75,10 @@ void draw_label(std::string& svg, const char* style, const Box& box, double down
 void draw_owner(std::string& svg, const SpaceNode& area, const SpaceNode& owner, const Box& box) {
   constexpr double kHead = 17;
   const std::string name = name_of_node(owner, name_of_owner, "owners");
-  std::string title = fmt::format("{}, {}: {}", area.name, name, amount(owner.sum));
+  std::string title = formatted("{}, {}: {}", area.name, name, amount(owner.sum));
   for (const SpaceNode& child : owner.children) {
-    title += fmt::format("; {} {}", name_of_node(child, name_of_extension, "extensions"),
-                         format_bytes(child.sum.bytes));
+    title += formatted("; {} {}", name_of_node(child, name_of_extension, "extensions"),
+                       format_bytes(child.sum.bytes));
   }
   append(svg, R"(<g class="owner" tabindex="0" role="img" aria-label="{0}"><title>{0}</title>)",
          html(title));
@@ -92,13 +91,13 @@ void draw_owner(std::string& svg, const SpaceNode& area, const SpaceNode& owner,
     const Box piece = boxes[i].inset(0.5);
     if (piece.width < 0.5 || piece.height < 0.5) continue;
     const SpaceNode& child = owner.children[i];
-    draw_box(svg, fmt::format("shade{}", i).c_str(), piece);
+    draw_box(svg, formatted("shade{}", i).c_str(), piece);
     draw_label(
         svg, "small", piece, 14,
-        child.merged == 0 ? name_of_extension(child.name) : fmt::format("{} more", child.merged));
+        child.merged == 0 ? name_of_extension(child.name) : formatted("{} more", child.merged));
   }
   if (has_head)
-    draw_label(svg, "name", box, 13, fmt::format("{}  {}", name, format_bytes(owner.sum.bytes)));
+    draw_label(svg, "name", box, 13, formatted("{}  {}", name, format_bytes(owner.sum.bytes)));
   svg += "</g>";
 }
 
@@ -108,7 +107,7 @@ std::string treemap_svg(const SpaceNode& all) {
   constexpr double kWidth = 1080;
   constexpr double kHeight = 480;
   constexpr double kHead = 20;
-  std::string svg = fmt::format(
+  std::string svg = formatted(
       R"(<svg class="chart" viewBox="0 0 {} {}" role="group" aria-labelledby="space-heading">)",
       kWidth, kHeight);
   const std::vector<Box> areas = boxes_in({0, 0, kWidth, kHeight}, all);
@@ -122,7 +121,7 @@ std::string treemap_svg(const SpaceNode& all) {
     const bool has_head = box.height > 3 * kHead && box.width > 60;
     if (has_head)
       draw_label(svg, "heading", box, 15,
-                 fmt::format("{}  {}", area.name, format_bytes(area.sum.bytes)));
+                 formatted("{}  {}", area.name, format_bytes(area.sum.bytes)));
     const std::vector<Box> owners = boxes_in(box.inset(2, has_head ? kHead - 2 : 0), area);
     for (std::size_t j = 0; j < area.children.size(); ++j) {
       const Box piece = owners[j].inset(1);
@@ -142,7 +141,7 @@ std::string ages_svg(const std::vector<StatsGroup>& ages) {
   constexpr double kBottom = 226;
   std::uint64_t most = 0;
   for (const StatsGroup& group : ages) most = std::max(most, group.sum.bytes);
-  std::string svg = fmt::format(
+  std::string svg = formatted(
       R"(<svg class="chart" viewBox="0 0 {} {}" role="group" aria-labelledby="age-heading">)",
       kWidth, kHeight);
   const double step = kWidth / static_cast<double>(std::max<std::size_t>(ages.size(), 1));
@@ -205,7 +204,7 @@ std::string curve_svg(const Curve& curve) {
   constexpr double kHeight = 300;
   const Plot plot{44, kWidth - 6, 16, 250};
   const std::size_t count = curve.losses.size();
-  std::string svg = fmt::format(
+  std::string svg = formatted(
       R"(<svg class="chart" viewBox="0 0 {} {}" role="group" aria-labelledby="cleaning-heading">)",
       kWidth, kHeight);
   for (const int percent : {0, 25, 50, 75, 100}) {
@@ -222,8 +221,8 @@ std::string curve_svg(const Curve& curve) {
     const double x = plot.x(i, count);
     const std::string_view limit = admin::age_limits()[i].name;
     append(svg, R"(<g class="point" tabindex="0" role="img" aria-label="{0}"><title>{0}</title>)",
-           fmt::format("older than {}: {} freed, {} versions go, {} documents lost", limit,
-                       format_bytes(loss.bytes), loss.versions, loss.documents));
+           formatted("older than {}: {} freed, {} versions go, {} documents lost", limit,
+                     format_bytes(loss.bytes), loss.versions, loss.documents));
     const double half = (plot.right - plot.left) / static_cast<double>(count) / 2;
     append(svg, R"(<rect class="target" x="{:.1f}" y="6" width="{:.1f}" height="{:.0f}"/>)",
            x - half + 1, 2 * half - 2, kHeight - 30);

@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <ctime>
 #include <filesystem>
@@ -50,14 +48,14 @@ void forecast(Context& context, ReportData& data) {
   if (!scope.area) scope.area = admin::Area::kDocs;
   data.forecast_area = admin::name_of(*scope.area);
   if (!admin::expects_index(*scope.area)) {
-    data.no_forecast = fmt::format("The area {} keeps no versions.", data.forecast_area);
+    data.no_forecast = formatted("The area {} keeps no versions.", data.forecast_area);
     return;
   }
   try {
     data.forecast = forecast_of(context, scope, false, data.now);
   } catch (const Failure& failure) {
     if (failure.code() == Exit::kInterrupted) throw;
-    data.no_forecast = fmt::format("It could not be worked out: {}", failure.what());
+    data.no_forecast = formatted("It could not be worked out: {}", failure.what());
     context.out().warning(failure.what());
   }
 }
@@ -82,7 +80,7 @@ std::string narrowed(const GlobalOptions& options) {
   std::string text;
   if (!options.area.empty()) text = "the area " + options.area;
   if (!options.owner.empty())
-    text += fmt::format("{}the owner {}", text.empty() ? "" : " and ", shown(options.owner));
+    text += formatted("{}the owner {}", text.empty() ? "" : " and ", shown(options.owner));
   return text;
 }
 
@@ -95,7 +93,7 @@ Exit run_report(Context& context, const Options& options) {
   }
   const bool dry = context.options().dry_run;
   if (!dry && there == sys::Kind::kFile)
-    context.confirm(fmt::format("Overwrite {}?", shown(options.html)));
+    context.confirm(formatted("Overwrite {}?", shown(options.html)));
 
   ReportData data;
   data.tree = tree.storage;
@@ -141,15 +139,15 @@ Exit run_report(Context& context, const Options& options) {
 }  // namespace
 
 void add_report_command(Commands& commands) {
-  const auto declare = [](CLI::App& app) -> Run {
+  const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
     app.add_option("--html", options->html, "The file to write, outside of the tree")
-        ->type_name("FILE")
-        ->required();
+        .type_name("FILE")
+        .required();
     app.add_option("--target-size", options->target_size,
                    "Also say which age limit brings the size down to this: 500M, 20G")
-        ->type_name("SIZE")
-        ->check([](const std::string& text) {
+        .type_name("SIZE")
+        .check([](const std::string& text) {
           return parse_size(text) ? std::string()
                                   : "'" + text + "' is no size; say 500M, 20G or a number";
         });

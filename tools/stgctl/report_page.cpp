@@ -1,7 +1,5 @@
 #include "tools/stgctl/report_page.h"
 
-#include <fmt/format.h>
-
 #include <array>
 #include <iterator>
 
@@ -44,8 +42,8 @@ class Page {
 
  private:
   template <class... Args>
-  void print(fmt::format_string<Args...> format, Args&&... args) {
-    fmt::format_to(std::back_inserter(m_text), format, std::forward<Args>(args)...);
+  void print(admin::FormatPattern<sizeof...(Args)> pattern, const Args&... args) {
+    append_formatted(m_text, pattern, args...);
   }
 
   void head() {
@@ -130,12 +128,12 @@ class Page {
     for (const StatsGroup& group : groups.groups) {
       const bool is_area = std::string_view(table) == "area";
       const std::string key =
-          is_area ? fmt::format("<span class=\"key area-{}\"></span>", html(group.name)) : "";
+          is_area ? formatted("<span class=\"key area-{}\"></span>", html(group.name)) : "";
       row(table, group.name, key + html(label(group.name)), group.sum, whole);
     }
     if (groups.other_groups != 0) {
-      row(fmt::format("{}-others", table).c_str(), std::to_string(groups.other_groups),
-          fmt::format("{} more", groups.other_groups), groups.others, whole);
+      row(formatted("{}-others", table).c_str(), std::to_string(groups.other_groups),
+          formatted("{} more", groups.other_groups), groups.others, whole);
     }
     table_end();
   }
@@ -283,7 +281,7 @@ class Page {
       const FindingKind& kind = admin::kind_of(finding.code);
       std::string where = finding.folder;
       if (!finding.name.empty()) where = admin::sys::join(where, finding.name);
-      if (finding.line != 0) where += fmt::format(" (line {})", finding.line);
+      if (finding.line != 0) where += formatted(" (line {})", finding.line);
       print(
           "<tr><th scope=\"row\" class=\"{}\">{}</th><td class=\"path\">{}</td><td>{}</td></tr>\n",
           admin::name_of(kind.severity), html(kind.name), html(where), html(finding.detail));

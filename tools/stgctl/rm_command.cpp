@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "tools/stgctl/command.h"
@@ -53,8 +51,8 @@ class Selection {
     keep_wanted(versions);
     if (versions.size() > 1 && !m_options.all_versions) {
       throw Failure(Exit::kRefused,
-                    fmt::format("{} has {} versions; say --timestamp or --all-versions",
-                                shown(name), versions.size()));
+                    formatted("{} has {} versions; say --timestamp or --all-versions", shown(name),
+                              versions.size()));
     }
     return versions;
   }
@@ -98,7 +96,7 @@ class Removing {
       const std::vector<std::string> parts = part_folders(entry);
       const std::vector<std::string> at_risk = key_files_at_risk(m_context, entry);
       for (const std::string& file : at_risk) {
-        m_context.out().warning(fmt::format(
+        m_context.out().warning(formatted(
             "{}: no key line is removed, since the library would cut another line of {}; see "
             "'stgctl keys unset'",
             shown(subject_of(entry)), shown(file)));
@@ -107,7 +105,7 @@ class Removing {
         remove_version(m_context, entry, at_risk.empty() ? KeyLines::kRemove : KeyLines::kLeave);
       }
       std::string tail = format_bytes(entry.info.size);
-      if (!parts.empty()) tail += fmt::format(", {} folders of parts", parts.size());
+      if (!parts.empty()) tail += formatted(", {} folders of parts", parts.size());
       m_report.done(subject_of(entry),
                     {{"bytes", entry.info.size},
                      {"part_folders", parts.size()},
@@ -136,8 +134,8 @@ Exit run_rm(Context& context, const Options& options) {
   std::uint64_t bytes = 0;
   for (const FoundEntry& entry : entries) bytes += entry.info.size;
   if (!context.options().dry_run) {
-    context.confirm(fmt::format("Remove {} {}, {}?", entries.size(),
-                                entries.size() == 1 ? "version" : "versions", format_bytes(bytes)));
+    context.confirm(formatted("Remove {} {}, {}?", entries.size(),
+                              entries.size() == 1 ? "version" : "versions", format_bytes(bytes)));
     context.open_library();
   }
   ChangeReport report(context, "stgctl.rm/1", "removed");
@@ -148,15 +146,15 @@ Exit run_rm(Context& context, const Options& options) {
 }  // namespace
 
 void add_rm_command(Commands& commands) {
-  const auto declare = [](CLI::App& app) -> Run {
+  const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
-    app.add_option("name", options->names, "Logical names")->type_name("NAME");
+    app.add_option("name", options->names, "Logical names").type_name("NAME");
     app.add_option("--match", options->match,
                    "Every document of this pattern; * and ? as in a shell")
-        ->type_name("PATTERN");
+        .type_name("PATTERN");
     app.add_option("--timestamp", options->timestamp, "This version only")
-        ->type_name("STAMP")
-        ->check(is_stamp);
+        .type_name("STAMP")
+        .check(is_stamp);
     app.add_flag("--all-versions", options->all_versions, "Every version of each name");
     return [options](Context& context) { return run_rm(context, *options); };
   };

@@ -1,7 +1,5 @@
 // keys show and profile show.
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "tools/admin/lookup.h"
@@ -70,8 +68,8 @@ Place find(Context& context, admin::Area area, const Options& options) {
   if (found.lock_missed)
     throw Failure(Exit::kLockTimeout,
                   "the index of " + shown(found.folder.path) + " is held locked");
-  throw Failure(Exit::kNothingMatched, fmt::format("there is no {} in {}: {}", shown(options.name),
-                                                   shown(found.folder.path), found.why));
+  throw Failure(Exit::kNothingMatched, formatted("there is no {} in {}: {}", shown(options.name),
+                                                 shown(found.folder.path), found.why));
 }
 
 Exit run_keys(Context& context, const Options& options) {
@@ -97,19 +95,17 @@ Exit run_profile(Context& context, Options options) {
   return show(context, "stgctl.profile/1", {"", "", name, path}, options);
 }
 
-Run declare_keys(CLI::App& app) {
+Run declare_keys(Arguments& app) {
   auto options = std::make_shared<Options>();
-  app.add_option("name", options->name, "The key file's logical name")
-      ->type_name("NAME")
-      ->required();
+  app.add_option("name", options->name, "The key file's logical name").type_name("NAME").required();
   add_no_lock(app, options->no_lock);
   return [options](Context& context) { return run_keys(context, *options); };
 }
 
-Run declare_profile(CLI::App& app) {
+Run declare_profile(Arguments& app) {
   auto options = std::make_shared<Options>();
-  app.add_option("name", options->name, "The profile's name (profile.txt)")->type_name("NAME");
-  app.add_option("--config", options->config, "The folder of the master profile")->type_name("DIR");
+  app.add_option("name", options->name, "The profile's name (profile.txt)").type_name("NAME");
+  app.add_option("--config", options->config, "The folder of the master profile").type_name("DIR");
   add_no_lock(app, options->no_lock);
   return [options](Context& context) { return run_profile(context, *options); };
 }

@@ -17,7 +17,7 @@ inline std::optional<std::int32_t> parse_stamp(const std::string& text) {
   return value;
 }
 
-/// For CLI11: empty when the text is a timestamp, else what is wrong with it.
+/// As a check of an argument: empty when the text is a timestamp, else what is wrong with it.
 inline std::string is_stamp(const std::string& text) {
   return parse_stamp(text) ? std::string()
                            : "'" + text + "' is no timestamp, a whole number from 0 to 2147483647";

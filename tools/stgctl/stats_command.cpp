@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <ctime>
 #include <memory>
@@ -78,12 +76,12 @@ void show_groups(Context& context, const Stats& stats, GroupBy by) {
   const std::size_t room = left > width + kFigures + 10 ? left - width - kFigures : 10;
   const auto line = [&](const std::string& name, const Sum& sum) {
     context.out().print("{}  {:>10}  {:>12}  {}\n", padded(name, width), format_bytes(sum.bytes),
-                        fmt::format("{} files", sum.files),
+                        formatted("{} files", sum.files),
                         context.out().styled(Style::kCyan, bar(sum.bytes, largest,
                                                                std::min<std::size_t>(room, 50))));
   };
   for (const admin::StatsGroup& group : stats.groups) line(shown_group(group.name, by), group.sum);
-  if (stats.other_groups != 0) line(fmt::format("{} more", stats.other_groups), stats.others);
+  if (stats.other_groups != 0) line(formatted("{} more", stats.other_groups), stats.others);
 }
 
 void show_text(Context& context, const Stats& stats, GroupBy by) {
@@ -91,12 +89,12 @@ void show_text(Context& context, const Stats& stats, GroupBy by) {
   const auto part = [&](const char* what, const Sum& sum) {
     if (sum.files != 0)
       context.out().print("  {:<10} {:>10}  {:>12}\n", what, format_bytes(sum.bytes),
-                          fmt::format("{} files", sum.files));
+                          formatted("{} files", sum.files));
   };
   context.out().print(
-      "{}\n", context.out().styled(Style::kBold, fmt::format("{} in {} files, {} document folders",
-                                                             format_bytes(stats.all.bytes),
-                                                             stats.all.files, stats.folders)));
+      "{}\n", context.out().styled(Style::kBold, formatted("{} in {} files, {} document folders",
+                                                           format_bytes(stats.all.bytes),
+                                                           stats.all.files, stats.folders)));
   part("documents", stats.documents);
   part("parts", stats.parts);
   part("indexes", stats.indexes);
@@ -125,18 +123,18 @@ Exit run_stats(Context& context, const Options& options) {
     show_text(context, stats, asked.by);
   }
   if (stats.failures != 0)
-    context.out().warning(fmt::format("{} folders could not be listed", stats.failures));
+    context.out().warning(formatted("{} folders could not be listed", stats.failures));
   if (stats.was_stopped) return Exit::kInterrupted;
   return stats.failures != 0 ? Exit::kPartlyDone : Exit::kDone;
 }
 
-Run declare(CLI::App& app) {
+Run declare(Arguments& app) {
   auto options = std::make_shared<Options>();
   app.add_option("--by", options->by, "area, owner, ext, age or folder")
-      ->type_name("WORD")
-      ->check(CLI::IsMember({"area", "owner", "ext", "age", "folder"}));
+      .type_name("WORD")
+      .one_of({"area", "owner", "ext", "age", "folder"});
   app.add_option("--top", options->top, "How many groups, the largest first; 0 for all (20)")
-      ->type_name("N");
+      .type_name("N");
   return [options](Context& context) { return run_stats(context, *options); };
 }
 

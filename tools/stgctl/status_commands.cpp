@@ -1,7 +1,5 @@
 // status, locks and doctor: the tree from the outside, and what it stands on.
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "tools/admin/doctor.h"
@@ -63,7 +61,7 @@ Exit run_status(Context& context) {
       }
       context.out().print("  {:<8}{:>6} owners  {:>7} folders  {:>7} indexes{}\n",
                           admin::name_of(area), each.owners, each.folders, each.with_index,
-                          each.strays == 0 ? "" : fmt::format("  {} strays", each.strays));
+                          each.strays == 0 ? "" : formatted("  {} strays", each.strays));
     }
     context.out().print("  {} of {} free on {}\n", format_bytes(system.free_bytes),
                         format_bytes(system.total_bytes), system.type);
@@ -180,37 +178,37 @@ Exit run_doctor(Context& context, const DoctorOptions& options) {
     line("stgctl", VU_STGCTL_VERSION);
     line("system", sys::system_name());
     line("names", sys::narrow_encoding());
-    line("tree", fmt::format("{} ({})", shown(tree.storage), admin::name_of(tree.layout)));
+    line("tree", formatted("{} ({})", shown(tree.storage), admin::name_of(tree.layout)));
     line("file system",
-         fmt::format("{}, {} of {} free", found.system.type, format_bytes(found.system.free_bytes),
-                     format_bytes(found.system.total_bytes)));
+         formatted("{}, {} of {} free", found.system.type, format_bytes(found.system.free_bytes),
+                   format_bytes(found.system.total_bytes)));
     line("longest path", std::to_string(sys::kPathLimit));
-    line("locks", fmt::format("{}: {} (tried in {}, {})", admin::name_of(found.trial.proof),
-                              shown(found.trial.detail), shown(found.trial.folder),
-                              found.trial_file_system));
+    line("locks",
+         formatted("{}: {} (tried in {}, {})", admin::name_of(found.trial.proof),
+                   shown(found.trial.detail), shown(found.trial.folder), found.trial_file_system));
     for (const std::string& warning : found.warnings) context.out().warning(warning);
   }
   const bool good = found.trial.proof == admin::LockProof::kExclude && !found.system.is_read_only;
   return good ? Exit::kDone : Exit::kProblemsFound;
 }
 
-Run declare_doctor(CLI::App& app) {
+Run declare_doctor(Arguments& app) {
   auto options = std::make_shared<DoctorOptions>();
   app.add_option("--try-locks", options->try_in,
                  "Where locks are tried with a file that is gone afterwards (the folder for "
                  "temporary files)")
-      ->type_name("DIR");
-  CLI::Option* const shared =
+      .type_name("DIR");
+  const Argument shared =
       app.add_option("--shared", options->shared,
                      "Instead: try whether the file system of this folder, which need be no tree, "
                      "can be shared by hosts")
-          ->type_name("DIR")
-          ->excludes("--try-locks");
+          .type_name("DIR")
+          .excludes("--try-locks");
   app.add_option("--peer", options->peer,
                  "With --shared: the same folder through another mount, which stands for another "
                  "host")
-      ->type_name("DIR")
-      ->needs(shared);
+      .type_name("DIR")
+      .needs(shared);
   return [options](Context& context) { return run_doctor(context, *options); };
 }
 
@@ -218,12 +216,12 @@ Run declare_doctor(CLI::App& app) {
 
 void add_status_commands(Commands& commands) {
   commands.push_back({"status", Group::kLook, Effect::kLooks, "Show a tree at a glance",
-                      [](CLI::App&) -> Run { return run_status; },
+                      [](Arguments&) -> Run { return run_status; },
                       "Its areas with their owners, folders and indexes, free space, and how many\n"
                       "locks are held. No index is read."});
   commands.push_back(
       {"locks", Group::kLook, Effect::kLooks, "Show who holds which file locked",
-       [](CLI::App&) -> Run { return run_locks; },
+       [](Arguments&) -> Run { return run_locks; },
        "On Linux, for the processes that you may look into. Windows does not tell."});
   commands.push_back({"doctor", Group::kLook, Effect::kLooks,
                       "Show what the tree stands on, and prove that locks exclude", declare_doctor,

@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <map>
 #include <set>
@@ -86,7 +84,7 @@ Exit run_sync(Context& context) {
     return report.finish();
   }
   if (!context.options().dry_run) {
-    context.confirm(fmt::format("Adopt {} files in {} folders?", files, folders.size()));
+    context.confirm(formatted("Adopt {} files in {} folders?", files, folders.size()));
     context.open_library(Context::Adoption::kOn);
   }
   report.guarded([&] {
@@ -106,7 +104,7 @@ Exit run_sync(Context& context) {
 void add_sync_command(Commands& commands) {
   commands.push_back(
       {"sync", Group::kChange, Effect::kChanges, "Give files that no index names an entry",
-       [](CLI::App&) -> Run { return run_sync; },
+       [](Arguments&) -> Run { return run_sync; },
        "Each gets an entry under its own name, with its extension in lower case, at timestamp 0.\n"
        "The areas are docs, user and mail, or --area; --owner narrows it down."});
 }

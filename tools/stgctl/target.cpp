@@ -1,7 +1,5 @@
 #include "tools/stgctl/target.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <span>
 
@@ -41,7 +39,7 @@ void check_name(std::string_view what, std::string_view name) {
   if (why == nullptr && name.find('\r') != std::string_view::npos)
     why = "it holds a carriage return";
   if (why == nullptr) return;
-  throw Failure(Exit::kRefused, fmt::format("{} '{}' is refused: {}", what, shown(name), why));
+  throw Failure(Exit::kRefused, formatted("{} '{}' is refused: {}", what, shown(name), why));
 }
 
 Target target_of(Context& context, admin::Area fallback) {
@@ -50,8 +48,8 @@ Target target_of(Context& context, admin::Area fallback) {
   target.area = options.area.empty() ? fallback : admin::area_named(options.area).value();
   if (!admin::expects_index(target.area)) {
     throw Failure(Exit::kRefused,
-                  fmt::format("the area {} keeps no documents; say --area docs, user or mail",
-                              admin::name_of(target.area)));
+                  formatted("the area {} keeps no documents; say --area docs, user or mail",
+                            admin::name_of(target.area)));
   }
   target.type = type_of(target.area);
   if (context.tree().layout == admin::Layout::kOwner) {
@@ -62,7 +60,7 @@ Target target_of(Context& context, admin::Area fallback) {
     check_name("the owner", options.owner);
     if (const char* const why = why_no_folder_name(options.owner)) {
       throw Failure(Exit::kRefused,
-                    fmt::format("the owner '{}' is refused: {}", shown(options.owner), why));
+                    formatted("the owner '{}' is refused: {}", shown(options.owner), why));
     }
   }
   // Some operations do nothing for an empty owner, also where owners share the folders.
@@ -87,8 +85,8 @@ void check_no_link(Context& context, const std::string& path) {
     if (admin::sys::describe(part).kind == admin::sys::Kind::kLink) {
       throw Failure(
           Exit::kRefused,
-          fmt::format("{} is a link and may lead out of the tree; replace it by what it leads to",
-                      shown(part)));
+          formatted("{} is a link and may lead out of the tree; replace it by what it leads to",
+                    shown(part)));
     }
     if (at == std::string::npos) return;
   }
@@ -113,7 +111,7 @@ std::vector<FoundEntry> find_entries(Context& context, admin::EntryQuery query) 
         return true;
       },
       [&](const std::string& path, const std::string& why) {
-        if (problem.empty()) problem = fmt::format("{}: {}", shown(path), why);
+        if (problem.empty()) problem = formatted("{}: {}", shown(path), why);
       });
   Context::stop_if_interrupted();
   // A plan made from half a view would be a wrong plan.
@@ -129,11 +127,11 @@ std::vector<FoundEntry> entries_of_folder(Context& context, const admin::Documen
   const std::string index = view.path_of(admin::kIndexName);
   if (view.index_state() == admin::IndexState::kLocked) {
     throw Failure(Exit::kLockTimeout,
-                  fmt::format("{} is locked elsewhere (--lock-timeout)", shown(index)));
+                  formatted("{} is locked elsewhere (--lock-timeout)", shown(index)));
   }
   if (view.index_state() == admin::IndexState::kFailed) {
     throw Failure(Exit::kFailed,
-                  fmt::format("{}: {}", shown(index), admin::sys::text_of(view.index_status())));
+                  formatted("{}: {}", shown(index), admin::sys::text_of(view.index_status())));
   }
   std::vector<FoundEntry> found;
   admin::IndexLint lint;
@@ -181,7 +179,7 @@ void check_not_shadowed(Context& context, const Target& target, const std::strin
   }
   throw Failure(
       Exit::kRefused,
-      fmt::format(
+      formatted(
           "{} holds a file called '{}' itself, which the library would take for every version "
           "of that name; 'stgctl sync' gives it an entry, or rename it",
           shown(folder), shown(name)));

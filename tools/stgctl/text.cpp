@@ -1,7 +1,5 @@
 #include "tools/stgctl/text.h"
 
-#include <fmt/format.h>
-
 #include <array>
 #include <charconv>
 #include <chrono>
@@ -43,6 +41,15 @@ constexpr std::uint64_t kYear = 365 * kDay;
 
 }  // namespace
 
+std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
+  std::string all;
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    if (i != 0) all += separator;
+    all += texts[i];
+  }
+  return all;
+}
+
 std::size_t columns(std::string_view text) {
   std::size_t count = 0;
   for (const char c : text) count += is_continuation(static_cast<unsigned char>(c)) ? 0 : 1;
@@ -51,14 +58,14 @@ std::size_t columns(std::string_view text) {
 
 std::string format_bytes(std::uint64_t bytes) {
   constexpr std::array<const char*, 6> kUnits = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
-  if (bytes < 1024) return fmt::format("{} B", bytes);
+  if (bytes < 1024) return formatted("{} B", bytes);
   double value = static_cast<double>(bytes) / 1024;
   std::size_t unit = 0;
   while (value >= 1023.95 && unit + 1 < kUnits.size()) {
     value /= 1024;
     ++unit;
   }
-  return fmt::format("{:.1f} {}", value, kUnits[unit]);
+  return formatted("{:.1f} {}", value, kUnits[unit]);
 }
 
 std::string format_time(std::int64_t seconds) {
@@ -67,18 +74,18 @@ std::string format_time(std::int64_t seconds) {
   const sys_days day = floor<days>(point);
   const year_month_day date(day);
   const hh_mm_ss time(point - day);
-  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", int{date.year()},
-                     unsigned{date.month()}, unsigned{date.day()}, time.hours().count(),
-                     time.minutes().count(), time.seconds().count());
+  return formatted("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", int{date.year()}, unsigned{date.month()},
+                   unsigned{date.day()}, time.hours().count(), time.minutes().count(),
+                   time.seconds().count());
 }
 
 std::string format_age(std::int64_t seconds) {
   if (seconds < 0) return "in " + format_age(-seconds);
   const auto age = static_cast<std::uint64_t>(seconds);
-  if (age < kMinute) return fmt::format("{} s", age);
-  if (age < kHour) return fmt::format("{} min", age / kMinute);
-  if (age < 2 * kDay) return fmt::format("{} h", age / kHour);
-  return fmt::format("{} d", age / kDay);
+  if (age < kMinute) return formatted("{} s", age);
+  if (age < kHour) return formatted("{} min", age / kMinute);
+  if (age < 2 * kDay) return formatted("{} h", age / kHour);
+  return formatted("{} d", age / kDay);
 }
 
 std::optional<std::int64_t> parse_age(std::string_view text) {

@@ -4,16 +4,23 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "tools/admin/formatted.h"
 #include "tools/admin/text.h"
 
 /// @file
 /// Text as people read and type it: names that may be any bytes, sizes, times, ages.
 namespace stgctl {
 
+using admin::append_formatted;
+using admin::formatted;
+
 /// The bytes as text that is safe to print: what is no UTF-8, and every control character, becomes
 /// U+FFFD.
 inline std::string shown(std::string_view bytes) { return admin::printable(bytes); }
+/// The texts with the separator between them.
+std::string joined(const std::vector<std::string>& texts, std::string_view separator);
 /// The number of columns that valid UTF-8 takes, one per code point.
 std::size_t columns(std::string_view text);
 

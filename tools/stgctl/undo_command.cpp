@@ -1,7 +1,5 @@
 // undo, quarantine list and quarantine expire.
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "tools/stgctl/command.h"
@@ -29,19 +27,17 @@ AppliedPlan last_plan(Context& context, const std::string& quarantine) {
     AppliedPlan plan = AppliedPlan::open(context, quarantine, *number, purpose);
     if (plan.is_undone() || plan.steps().empty()) continue;
     if (plan.storage() != context.tree().storage) {
-      throw Failure(Exit::kRefused,
-                    fmt::format("plan {} in {} is of another tree, {}", plan.number(),
-                                shown(quarantine), shown(plan.storage())));
+      throw Failure(Exit::kRefused, formatted("plan {} in {} is of another tree, {}", plan.number(),
+                                              shown(quarantine), shown(plan.storage())));
     }
     if (plan.expires() <= os::now()) {
-      throw Failure(Exit::kRefused,
-                    fmt::format("plan {} expired on {} UTC; it can be undone no more",
-                                plan.number(), format_time(plan.expires())));
+      throw Failure(Exit::kRefused, formatted("plan {} expired on {} UTC; it can be undone no more",
+                                              plan.number(), format_time(plan.expires())));
     }
     return plan;
   }
   throw Failure(Exit::kNothingMatched,
-                fmt::format("there is no plan to undo in {}", shown(quarantine)));
+                formatted("there is no plan to undo in {}", shown(quarantine)));
 }
 
 Exit run_undo(Context& context, const Options& options) {
@@ -50,8 +46,8 @@ Exit run_undo(Context& context, const Options& options) {
   AppliedPlan plan = last_plan(context, quarantine);
   const bool dry = context.options().dry_run;
   if (!dry) {
-    context.confirm(fmt::format("Undo the {} repairs of plan {} from {} UTC?", plan.steps().size(),
-                                plan.number(), format_time(plan.time())));
+    context.confirm(formatted("Undo the {} repairs of plan {} from {} UTC?", plan.steps().size(),
+                              plan.number(), format_time(plan.time())));
   }
   ChangeReport report(context, "stgctl.undo/1", "undone");
   const bool all = report.guarded([&] {
@@ -62,8 +58,8 @@ Exit run_undo(Context& context, const Options& options) {
       const Subject subject{"", "", step->repair.path, std::nullopt};
       if (worked.how == Worked::How::kDone) {
         report.done(subject, fields_of(step->repair),
-                    fmt::format("{}{}{}", name_of(step->repair.kind),
-                                worked.text.empty() ? "" : " ", worked.text));
+                    formatted("{}{}{}", name_of(step->repair.kind), worked.text.empty() ? "" : " ",
+                              worked.text));
       } else if (worked.how == Worked::How::kSkipped) {
         report.skipped(subject, worked.text);
       } else {
@@ -100,7 +96,7 @@ Exit run_list(Context& context, const Options& options) {
       continue;
     }
     out.print("{}  {}  {:<10}  {} repairs, until {} UTC\n",
-              out.styled(Style::kBold, fmt::format("{:>6}", number)), format_time(plan.time()),
+              out.styled(Style::kBold, formatted("{:>6}", number)), format_time(plan.time()),
               state_of(plan), plan.steps().size(), format_time(plan.expires()));
   }
   return numbers.empty() ? Exit::kNothingMatched : Exit::kDone;
@@ -124,12 +120,12 @@ Exit run_expire(Context& context, const Options& options) {
   }
   const bool dry = context.options().dry_run;
   if (!dry) {
-    context.confirm(fmt::format("Remove what {} plans have taken, for good?", over.size()));
+    context.confirm(formatted("Remove what {} plans have taken, for good?", over.size()));
   }
   ChangeReport report(context, "stgctl.quarantine-expire/1", "removed");
   for (const std::uint64_t number : over) {
     if (Context::interrupted()) break;
-    const Subject subject{"", "", fmt::format("plan {}", number), std::nullopt};
+    const Subject subject{"", "", formatted("plan {}", number), std::nullopt};
     try {
       const std::uint64_t bytes = dry ? 0 : remove_plan(quarantine, number);
       report.done(subject, {{"number", number}}, dry ? "" : format_bytes(bytes));
@@ -144,7 +140,7 @@ Exit run_expire(Context& context, const Options& options) {
 
 void add_undo_commands(Commands& commands) {
   const auto declare = [](Exit (*run)(Context&, const Options&), bool with_all) {
-    return [run, with_all](CLI::App& app) -> Run {
+    return [run, with_all](Arguments& app) -> Run {
       const auto options = std::make_shared<Options>();
       add_quarantine_option(app, options->quarantine);
       if (with_all) app.add_flag("--all", options->all, "Also those that could still be undone");

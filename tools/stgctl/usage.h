@@ -1,6 +1,5 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
 
@@ -27,11 +26,12 @@ struct CommandUsage {
   std::vector<OptionUsage> options;
   std::vector<std::string> subcommands;
 
-  std::string name() const;  ///< "keys show"
+  /// "keys show"
+  std::string name() const {
+    std::string text;
+    for (const std::string& word : path) text += (text.empty() ? "" : " ") + word;
+    return text;
+  }
 };
-
-/// The program itself first, then every command and the families above them, in the order of the help. What
-/// is hidden is left out.
-std::vector<CommandUsage> usage_of(const CLI::App& application);
 
 }  // namespace stgctl

@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <filesystem>
 #include <map>
@@ -96,7 +94,7 @@ Exit run_list(Context& context) {
     std::string text;
     for (const admin::Area area : areas) {
       names.push_back(admin::name_of(area));
-      text += fmt::format("{}{}", text.empty() ? "" : " ", admin::name_of(area));
+      text += formatted("{}{}", text.empty() ? "" : " ", admin::name_of(area));
     }
     if (out.json()) {
       Json fields;
@@ -122,14 +120,14 @@ Exit run_rename(Context& context, const std::string& from, const std::string& to
   if (areas.empty()) throw Failure(Exit::kNothingMatched, "nobody is called " + shown(from));
   for (const admin::Area area : kPersonal) {
     if (sys::describe(folder_of(context, area, to)).kind != sys::Kind::kMissing) {
-      throw Failure(Exit::kRefused, fmt::format("{} exists already; nothing was renamed",
-                                                shown(folder_of(context, area, to))));
+      throw Failure(Exit::kRefused, formatted("{} exists already; nothing was renamed",
+                                              shown(folder_of(context, area, to))));
     }
   }
   ChangeReport report(context, "stgctl.user.rename/1", "renamed");
   if (!context.options().dry_run) {
     context.confirm(
-        fmt::format("Rename {} to {} in {} areas?", shown(from), shown(to), areas.size()));
+        formatted("Rename {} to {} in {} areas?", shown(from), shown(to), areas.size()));
     context.open_library();
     wait_for_folders(context, areas, from);
     vu_storage::RenameUserStorage(from, to);
@@ -170,8 +168,8 @@ Exit run_remove(Context& context, const std::vector<std::string>& users) {
   if (folders.empty()) throw Failure(Exit::kNothingMatched, "nobody of that name has a folder");
   ChangeReport report(context, "stgctl.user.remove/1", "removed");
   if (!context.options().dry_run) {
-    context.confirm(fmt::format("Remove {} folders with {} files, {}, for good?", folders.size(),
-                                all.files, format_bytes(all.bytes)));
+    context.confirm(formatted("Remove {} folders with {} files, {}, for good?", folders.size(),
+                              all.files, format_bytes(all.bytes)));
     context.open_library();
   }
   report.guarded([&] {
@@ -197,7 +195,7 @@ Exit run_remove(Context& context, const std::vector<std::string>& users) {
     bytes += folder.content.bytes;
     report.done(
         subject, {{"files", folder.content.files}, {"bytes", folder.content.bytes}},
-        fmt::format("{} files, {}", folder.content.files, format_bytes(folder.content.bytes)));
+        formatted("{} files, {}", folder.content.files, format_bytes(folder.content.bytes)));
   }
   return report.finish({{"bytes", bytes}}, format_bytes(bytes));
 }
@@ -207,11 +205,11 @@ Exit run_remove(Context& context, const std::vector<std::string>& users) {
 void add_user_commands(Commands& commands) {
   commands.push_back({"user list", Group::kChange, Effect::kLooks,
                       "List the owners of a tree and their areas",
-                      [](CLI::App&) -> Run { return run_list; }});
-  const auto declare_rename = [](CLI::App& app) -> Run {
+                      [](Arguments&) -> Run { return run_list; }});
+  const auto declare_rename = [](Arguments& app) -> Run {
     const auto names = std::make_shared<std::array<std::string, 2>>();
-    app.add_option("name", (*names)[0], "The owner")->type_name("NAME")->required();
-    app.add_option("new-name", (*names)[1], "The new name")->type_name("NEW-NAME")->required();
+    app.add_option("name", (*names)[0], "The owner").type_name("NAME").required();
+    app.add_option("new-name", (*names)[1], "The new name").type_name("NEW-NAME").required();
     return [names](Context& context) { return run_rename(context, (*names)[0], (*names)[1]); };
   };
   const char* const details =
@@ -219,9 +217,9 @@ void add_user_commands(Commands& commands) {
       "single owner and stay.";
   commands.push_back({"user rename", Group::kChange, Effect::kChanges, "Rename an owner's folders",
                       declare_rename, details});
-  const auto declare_remove = [](CLI::App& app) -> Run {
+  const auto declare_remove = [](Arguments& app) -> Run {
     const auto names = std::make_shared<std::vector<std::string>>();
-    app.add_option("name", *names, "The owners")->type_name("NAME")->required();
+    app.add_option("name", *names, "The owners").type_name("NAME").required();
     return [names](Context& context) { return run_remove(context, *names); };
   };
   commands.push_back({"user remove", Group::kChange, Effect::kChanges,

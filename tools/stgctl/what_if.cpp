@@ -1,7 +1,5 @@
 #include "tools/stgctl/what_if.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <ctime>
 
@@ -99,7 +97,7 @@ void show_text(Context& context, const admin::Forecast& forecast, bool by_access
 
 std::string shown_limit(std::int64_t seconds) {
   const auto with = [](std::int64_t number, const char* unit) {
-    return fmt::format("{} {}{}", number, unit, number == 1 ? "" : "s");
+    return formatted("{} {}{}", number, unit, number == 1 ? "" : "s");
   };
   if (seconds >= kDay && seconds % kDay == 0) return with(seconds / kDay, "day");
   if (seconds >= kHour && seconds % kHour == 0) return with(seconds / kHour, "hour");
@@ -107,21 +105,21 @@ std::string shown_limit(std::int64_t seconds) {
 }
 
 std::string typed_limit(std::int64_t seconds) {
-  if (seconds >= kDay && seconds % kDay == 0) return fmt::format("{}d", seconds / kDay);
-  if (seconds >= kHour && seconds % kHour == 0) return fmt::format("{}h", seconds / kHour);
-  return fmt::format("{}s", seconds);
+  if (seconds >= kDay && seconds % kDay == 0) return formatted("{}d", seconds / kDay);
+  if (seconds >= kHour && seconds % kHour == 0) return formatted("{}h", seconds / kHour);
+  return formatted("{}s", seconds);
 }
 
 std::string sentence_for(std::uint64_t target, const LimitFor& limit) {
   if (limit.is_needless) {
-    return fmt::format("to reach {} nothing has to go: {} are there", format_bytes(target),
-                       format_bytes(limit.kept));
+    return formatted("to reach {} nothing has to go: {} are there", format_bytes(target),
+                     format_bytes(limit.kept));
   }
   if (!limit.limit) {
-    return fmt::format("to reach {} no age limit will do: the youngest versions alone are larger",
-                       format_bytes(target));
+    return formatted("to reach {} no age limit will do: the youngest versions alone are larger",
+                     format_bytes(target));
   }
-  return fmt::format(
+  return formatted(
       "to reach {} the limit is {} (--older-than {}): {} in {} versions go, {} documents are lost, "
       "{} stay",
       format_bytes(target), shown_limit(*limit.limit), typed_limit(*limit.limit),
@@ -144,7 +142,7 @@ admin::Forecast forecast_of(Context& context, const admin::Scope& scope, bool by
   const admin::EntryFailures failures = admin::forecast_cleaning(
       context.tree(), asked,
       [&](const std::string& path, const std::string& why) {
-        if (problem.empty()) problem = fmt::format("{}: {}", shown(path), why);
+        if (problem.empty()) problem = formatted("{}: {}", shown(path), why);
       },
       forecast);
   Context::stop_if_interrupted();
@@ -157,10 +155,9 @@ admin::Forecast forecast_of(Context& context, const admin::Scope& scope, bool by
 Exit run_what_if(Context& context, bool by_access, std::optional<std::uint64_t> target) {
   const admin::Scope scope = context.scope();
   if (scope.area && !admin::expects_index(*scope.area)) {
-    throw Failure(Exit::kRefused,
-                  fmt::format("the area {} keeps no versions; say --area docs, user "
-                              "or mail",
-                              admin::name_of(*scope.area)));
+    throw Failure(Exit::kRefused, formatted("the area {} keeps no versions; say --area docs, user "
+                                            "or mail",
+                                            admin::name_of(*scope.area)));
   }
   const std::int64_t now = std::time(nullptr);
   const admin::Forecast forecast = forecast_of(context, scope, by_access, now);
