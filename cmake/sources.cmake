@@ -159,6 +159,7 @@ set(VU_RELIABILITY_SOURCES
   tests/reliability/folder_state.cpp
   tests/reliability/handles.cpp
   tests/reliability/hostile_index.cpp
+  tests/reliability/index_reader.cpp
   tests/reliability/kill_check.cpp
   tests/reliability/kill_each_call.cpp
   tests/reliability/kill_field.cpp
@@ -170,11 +171,14 @@ set(VU_RELIABILITY_SOURCES
   tests/reliability/operations.cpp
   tests/reliability/out_of_memory.cpp
   tests/reliability/planted.cpp
+  tests/reliability/power_judge.cpp
   tests/reliability/power_loss.cpp
+  tests/reliability/power_work.cpp
   tests/reliability/sequences.cpp
   tests/reliability/sequences_library.cpp
   tests/reliability/sequences_model.cpp
   tests/reliability/sequences_steps.cpp
+  tests/reliability/short_writes.cpp
   tests/reliability/threads.cpp
   tests/reliability/tree_state.cpp
   tests/reliability/trial.cpp
@@ -183,7 +187,11 @@ set(VU_RELIABILITY_SOURCES
 set(VU_RELIABILITY_SOURCES_POSIX
   tests/reliability/full_disk_posix.cpp
   tests/reliability/ground_posix.cpp
+  tests/reliability/loop_disk_posix.cpp
   tests/reliability/machine_posix.cpp
+  tests/reliability/power_cut_bench_posix.cpp
+  tests/reliability/power_cut_posix.cpp
+  tests/reliability/power_cut_worker_posix.cpp
   tests/reliability/read_only_posix.cpp
   tests/reliability/shared_cost_posix.cpp
   tests/reliability/shared_crowd_posix.cpp

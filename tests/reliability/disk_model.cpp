@@ -8,144 +8,210 @@
 
 namespace reliability {
 
-using os::faults::Change;
-using What = Change::What;
+using What = os::faults::Change::What;
 
 namespace {
 
 constexpr std::size_t kNoFile = static_cast<std::size_t>(-1);
 
-bool is_of_names(What what) {
-  return what == What::kCreate || what == What::kRename || what == What::kRemove;
-}
+std::uint64_t up_to_sector(std::uint64_t size) { return (size + kSector - 1) / kSector * kSector; }
+
+/// Which version each sector has: the ways in which a disk can be behind.
+class Choice {
+ public:
+  explicit Choice(std::mt19937_64& random, std::size_t sectors)
+      : m_random(random),
+        m_way(random() % 6),
+        m_chance(1 + random() % 15),
+        m_turn(random() % (sectors + 1)) {}
+
+  /// Of sector number @p n, which has @p versions new ones; 0 is the certain one.
+  std::size_t of(std::size_t n, std::size_t versions) {
+    switch (m_way) {
+      case 0:  // in order, up to somewhere
+        return n < m_turn ? versions : 0;
+      case 1:  // from behind
+        return n >= m_turn ? versions : 0;
+      case 2:  // all but one
+        return n == m_turn ? m_random() % versions : versions;
+      case 3:  // one alone
+        return n == m_turn ? 1 + m_random() % versions : 0;
+      default:
+        return m_random() % 16 < m_chance ? 1 + m_random() % versions : 0;
+    }
+  }
+
+ private:
+  std::mt19937_64& m_random;
+  const std::uint64_t m_way;
+  const std::uint64_t m_chance;
+  const std::uint64_t m_turn;
+};
 
 }  // namespace
 
-/// A disk while changes are applied to it.
-struct DiskModel::State {
-  std::map<std::string, std::size_t> names;
-  std::map<std::size_t, std::string> bytes;
-  std::set<std::string> folders;
-};
+// ---- one file -----------------------------------------------------------------------------------
 
-DiskModel::DiskModel(Tree before, Changes changes)
-    : m_before(std::move(before)), m_changes(std::move(changes)) {
-  for (const auto& [path, bytes] : m_before) {
-    if (path.back() != '/') m_first[path] = m_files++;
-  }
-  std::map<std::string, std::size_t> names = m_first;
-  for (std::size_t i = 0; i < m_changes.size(); ++i) {
-    const Change& change = m_changes[i];
-    if (change.what == What::kCreate) names[change.path] = m_files++;
-    const auto found = names.find(change.path);
-    m_file.push_back(found == names.end() ? kNoFile : found->second);
-    if (found == names.end()) continue;
-    if (change.what == What::kFlush) m_flushes[found->second].insert(i);
-    if (change.what == What::kRename) names[change.to] = found->second;
-    if (change.what == What::kRename || change.what == What::kRemove) names.erase(found);
+void LooseFile::change(std::uint64_t begin, std::uint64_t end) {
+  for (std::uint64_t n = begin / kSector; n * kSector < end; ++n) {
+    const auto at = static_cast<std::size_t>(n * kSector);
+    std::string sector = at < m_seen.size() ? m_seen.substr(at, kSector) : std::string();
+    sector.resize(kSector, '\0');
+    m_sectors[n].push_back(std::move(sector));
   }
 }
 
-bool DiskModel::is_certain(std::size_t change, std::size_t end) const {
-  const Change& one = m_changes[change];
-  if (one.what == What::kMakeFolder) {
-    // With a flushed file below it.
-    for (std::size_t i = change; i < end; ++i) {
-      if (m_changes[i].what == What::kFlush && m_changes[i].path.starts_with(one.path + "/")) {
-        return true;
-      }
+void LooseFile::write(std::uint64_t offset, std::string_view bytes) {
+  if (bytes.empty()) return;
+  const std::uint64_t old_size = m_seen.size();
+  const std::uint64_t end = offset + bytes.size();
+  if (end > old_size) {
+    m_seen.resize(static_cast<std::size_t>(end), '\0');
+    for (std::uint64_t edge = (old_size / kBlock + 1) * kBlock; edge < end; edge += kBlock) {
+      m_sizes.push_back(edge);
     }
-    return false;
+    m_sizes.push_back(end);
   }
-  const auto flushes = m_flushes.find(m_file[change]);
-  if (one.what == What::kRemove || flushes == m_flushes.end()) return false;
-  const auto next = flushes->second.upper_bound(change);
-  return next != flushes->second.end() && *next < end;
+  m_seen.replace(static_cast<std::size_t>(offset), bytes.size(), bytes);
+  change(std::min(offset, old_size), end);
 }
 
-void DiskModel::apply(State& state, std::size_t number,
-                      const std::function<bool()>& keeps_next) const {
-  const Change& change = m_changes[number];
-  const std::size_t file = m_file[number];
+void LooseFile::cut(std::uint64_t size) {
+  const std::uint64_t old_size = m_seen.size();
+  if (size == old_size) return;
+  m_seen.resize(static_cast<std::size_t>(size), '\0');
+  // What was behind the cut reads as zeros, should the file be found longer.
+  change(std::min(size, old_size), std::max(size, old_size));
+  m_sizes.push_back(size);
+}
+
+void LooseFile::flush() {
+  m_certain = m_seen;
+  m_sectors.clear();
+  m_sizes.clear();
+}
+
+std::string LooseFile::image(std::mt19937_64& random) const {
+  std::uint64_t size = m_certain.size();
+  if (!m_sizes.empty()) {
+    const std::uint64_t way = random() % 4;
+    if (way == 0) size = m_sizes[random() % m_sizes.size()];
+    if (way > 1) size = m_sizes.back();
+  }
+  std::string bytes = m_certain;
+  bytes.resize(static_cast<std::size_t>(up_to_sector(std::max<std::uint64_t>(size, bytes.size()))),
+               '\0');
+  Choice choice(random, m_sectors.size());
+  std::size_t n = 0;
+  for (const auto& [sector, versions] : m_sectors) {
+    const std::size_t version = choice.of(n++, versions.size());
+    const auto at = static_cast<std::size_t>(sector * kSector);
+    if (version == 0 || at >= bytes.size()) continue;
+    bytes.replace(at, kSector, versions[version - 1]);
+  }
+  bytes.resize(static_cast<std::size_t>(size));
+  return bytes;
+}
+
+// ---- the tree -----------------------------------------------------------------------------------
+
+DiskModel::DiskModel(const Tree& before) {
+  for (const auto& [path, bytes] : before) {
+    if (path.back() == '/') {
+      m_folders.insert(path);
+    } else {
+      m_first[path] = m_files.size();
+      m_files.emplace_back(bytes);
+    }
+  }
+  m_now = m_first;
+}
+
+const LooseFile* DiskModel::file(const std::string& path) const {
+  const auto found = m_now.find(path);
+  return found == m_now.end() ? nullptr : &m_files[found->second];
+}
+
+void DiskModel::name(const Change& change, std::size_t file) {
+  m_namings.push_back({change.what, change.path, change.to, file, false});
+}
+
+void DiskModel::flush(const std::string& path, std::size_t file) {
+  m_files[file].flush();
+  for (Naming& naming : m_namings) {
+    const bool is_of_file =
+        naming.file == file && (naming.what == What::kCreate || naming.what == What::kRename);
+    const bool is_above = naming.what == What::kMakeFolder && path.starts_with(naming.path + "/");
+    if (is_of_file || is_above) naming.is_certain = true;
+  }
+}
+
+void DiskModel::apply(const Change& change) {
+  if (change.what == What::kMakeFolder || change.what == What::kRemoveFolder) {
+    return name(change, kNoFile);
+  }
+  if (change.what == What::kCreate) {
+    m_now[change.path] = m_files.size();
+    m_files.emplace_back();
+    return name(change, m_files.size() - 1);
+  }
+  const auto found = m_now.find(change.path);
+  if (found == m_now.end()) return;
+  const std::size_t file = found->second;
   switch (change.what) {
-    case What::kCreate:
-      if (keeps_next()) state.names[change.path] = file;
-      break;
-    case What::kWrite: {
-      std::string& bytes = state.bytes[file];
-      for (std::size_t at = 0; at < change.bytes.size();) {
-        const std::size_t offset = static_cast<std::size_t>(change.offset) + at;
-        const std::size_t length = std::min(kSector - offset % kSector, change.bytes.size() - at);
-        if (keeps_next()) {
-          if (bytes.size() < offset + length) bytes.resize(offset + length, '\0');
-          bytes.replace(offset, length, change.bytes, at, length);
-        }
-        at += length;
-      }
-      break;
-    }
+    case What::kWrite:
+      return m_files[file].write(change.offset, change.bytes);
     case What::kCut:
-      if (keeps_next()) state.bytes[file].resize(static_cast<std::size_t>(change.offset), '\0');
-      break;
-    case What::kRename:
-      if (keeps_next()) {
-        const auto found = state.names.find(change.path);
-        if (found != state.names.end() && found->second == file) state.names.erase(found);
-        state.names[change.to] = file;
-      }
-      break;
-    case What::kRemove:
-      if (keeps_next()) state.names.erase(change.path);
-      break;
-    case What::kMakeFolder:
-      if (keeps_next()) state.folders.insert(change.path + "/");
-      break;
-    case What::kRemoveFolder:
-      if (keeps_next()) state.folders.erase(change.path + "/");
-      break;
+      return m_files[file].cut(change.offset);
     case What::kFlush:
-    case What::kClose:
-      break;
+      return flush(change.path, file);
+    case What::kRename:
+      m_now.erase(found);
+      m_now[change.to] = file;
+      return name(change, file);
+    case What::kRemove:
+      m_now.erase(found);
+      return name(change, file);
+    default:
+      return;
   }
 }
 
-Tree DiskModel::image(std::size_t end, const std::function<bool(std::size_t)>& keeps) const {
-  State state;
-  for (const auto& [path, file] : m_first) {
-    state.names[path] = file;
-    state.bytes[file] = m_before.at(path);
-  }
-  for (const auto& [path, bytes] : m_before) {
-    if (path.back() == '/') state.folders.insert(path);
-  }
-  std::size_t piece = 0;
-  for (std::size_t i = 0; i < end; ++i) {
-    const bool certain = is_certain(i, end);
-    apply(state, i, [&] { return certain || keeps(piece++); });
+Tree DiskModel::image(std::mt19937_64& random) const {
+  std::map<std::string, std::size_t> names = m_first;
+  std::set<std::string> folders = m_folders;
+  const std::uint64_t chance = random() % 17;
+  for (const Naming& naming : m_namings) {
+    if (!naming.is_certain && random() % 16 >= chance) continue;
+    switch (naming.what) {
+      case What::kCreate:
+        names[naming.path] = naming.file;
+        break;
+      case What::kRename: {
+        const auto found = names.find(naming.path);
+        if (found != names.end() && found->second == naming.file) names.erase(found);
+        names[naming.to] = naming.file;
+        break;
+      }
+      case What::kRemove: {
+        const auto found = names.find(naming.path);
+        if (found != names.end() && found->second == naming.file) names.erase(found);
+        break;
+      }
+      case What::kMakeFolder:
+        folders.insert(naming.path + "/");
+        break;
+      case What::kRemoveFolder:
+        folders.erase(naming.path + "/");
+        break;
+      default:
+        break;
+    }
   }
   Tree tree;
-  for (const std::string& folder : state.folders) tree.emplace(folder, std::string());
-  for (const auto& [path, file] : state.names) tree.emplace(path, state.bytes[file]);
+  for (const std::string& folder : folders) tree.emplace(folder, std::string());
+  for (const auto& [path, file] : names) tree.emplace(path, m_files[file].image(random));
   return tree;
-}
-
-std::size_t DiskModel::loose_pieces(std::size_t end) const {
-  std::size_t pieces = 0;
-  image(end, [&](std::size_t piece) {
-    pieces = piece + 1;
-    return true;
-  });
-  return pieces;
-}
-
-bool DiskModel::is_loose(std::size_t begin, std::size_t end, const std::string& path) const {
-  for (std::size_t i = begin; i < end; ++i) {
-    const Change& change = m_changes[i];
-    const bool changes =
-        is_of_names(change.what) || change.what == What::kWrite || change.what == What::kCut;
-    if (changes && change.path == path && !is_certain(i, end)) return true;
-  }
-  return false;
 }
 
 void put_tree(const Tree& tree, const std::string& root, const Tree& there) {

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
+#include <cstdint>
 #include <map>
+#include <random>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tests/reliability/tree_state.h"
@@ -14,41 +16,72 @@
 /// What a disk may hold after the power went off, as far as the recorded changes tell.
 ///
 /// On the disk for certain is what was flushed: every write and cut of a file before a flush of it, and the
-/// file's name with the folders above it. Of everything else each piece may be there or not: each sector of
-/// 512 bytes of a write, each cut, each change of a name. A sector that is missing before one that is there
-/// reads as zero bytes.
+/// file's name with the folders above it. Of everything else each piece may be there or not, in any order:
+/// each sector of 512 bytes as any of the writes since then has made it, each size that the file has had,
+/// each change of a name. A sector that is missing is its old bytes, or zeros where the file had none.
 namespace reliability {
 
 inline constexpr std::size_t kSector = 512;
+/// A file may be found with the size of a part of a write, at an edge of these.
+inline constexpr std::size_t kBlock = 4096;
+
+/// One file, and what of it is not certain.
+class LooseFile {
+ public:
+  explicit LooseFile(std::string bytes = {}) : m_certain(std::move(bytes)), m_seen(m_certain) {}
+
+  void write(std::uint64_t offset, std::string_view bytes);
+  void cut(std::uint64_t size);
+  void flush();
+
+  /// What its readers see while the power is on.
+  const std::string& seen() const { return m_seen; }
+  bool is_certain() const { return m_sectors.empty() && m_sizes.empty(); }
+  /// Some content that the disk may hold.
+  std::string image(std::mt19937_64& random) const;
+
+ private:
+  /// Of one sector: its content after each of the changes since the flush.
+  using Versions = std::vector<std::string>;
+
+  void change(std::uint64_t begin, std::uint64_t end);
+
+  std::string m_certain;
+  std::string m_seen;
+  std::map<std::uint64_t, Versions> m_sectors;
+  std::vector<std::uint64_t> m_sizes;  ///< since the flush, in their order
+};
 
 class DiskModel {
  public:
-  using Changes = std::vector<os::faults::Change>;
+  using Change = os::faults::Change;
 
-  /// @param before what was on the disk for certain. @param changes in their order.
-  DiskModel(Tree before, Changes changes);
+  /// @param before what is on the disk for certain.
+  explicit DiskModel(const Tree& before);
 
-  /// How many pieces of the first @p end changes are not certain.
-  std::size_t loose_pieces(std::size_t end) const;
-  /// The tree after the first @p end changes. @p keeps says of each piece that is not certain, numbered in the
-  /// order of their writing, whether it is there.
-  Tree image(std::size_t end, const std::function<bool(std::size_t)>& keeps) const;
-  /// Whether the changes of a file from number @p begin on are not all certain after the first @p end.
-  bool is_loose(std::size_t begin, std::size_t end, const std::string& path) const;
+  void apply(const Change& change);
+  /// Null when nothing bears that name.
+  const LooseFile* file(const std::string& path) const;
+  /// Some tree that the disk may hold.
+  Tree image(std::mt19937_64& random) const;
 
  private:
-  struct State;
+  struct Naming {
+    Change::What what;
+    std::string path;
+    std::string to;
+    std::size_t file;
+    bool is_certain;
+  };
 
-  bool is_certain(std::size_t change, std::size_t end) const;
-  void apply(State& state, std::size_t change, const std::function<bool()>& keeps_next) const;
+  void name(const Change& change, std::size_t file);
+  void flush(const std::string& path, std::size_t file);
 
-  const Tree m_before;
-  const Changes m_changes;
-  std::vector<std::size_t> m_file;  ///< of each change: which file it concerns
-  std::map<std::size_t, std::set<std::size_t>>
-      m_flushes;  ///< of each file: the changes that flush it
-  std::size_t m_files = 0;
-  std::map<std::string, std::size_t> m_first;  ///< the files of `m_before`
+  std::vector<LooseFile> m_files;
+  std::map<std::string, std::size_t> m_first;  ///< names that are certain from the beginning
+  std::set<std::string> m_folders;
+  std::map<std::string, std::size_t> m_now;  ///< names as they are seen
+  std::vector<Naming> m_namings;
 };
 
 /// Makes a folder hold a tree; @p there is what it holds already.

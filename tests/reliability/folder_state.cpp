@@ -1,18 +1,15 @@
 #include "tests/reliability/folder_state.h"
 
-
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
-#include "file/replacement.h"
 #include "tests/support/scratch.h"
 
 namespace reliability {
 namespace {
 
 constexpr std::size_t kStamp = 11;
-constexpr auto kNone = std::string_view::npos;
 
 bool leads_elsewhere(const std::string& name) {
   return name.empty() || name == "." || name == ".." ||
@@ -50,20 +47,13 @@ std::string file_of(const std::string& key, const std::string& stored) {
 }
 
 Lines read_index(std::string_view text, const Files& files) {
+  // Of equal keys the first line that counts: so every line is judged before it is taken.
   Lines lines;
-  std::size_t start = 0;
-  while (start < text.size()) {
-    const std::size_t slash = text.find('/', start);
-    if (slash == kNone) break;
-    const std::size_t end = text.find('\n', start);
-    // A line without a "/" of its own runs on: the next "/" ends its key, and its name is the rest.
-    const std::size_t name_end = end == kNone || end < slash ? text.size() : end;
-    const std::string key(text.substr(start, slash - start));
-    const std::string stored(text.substr(slash + 1, name_end - slash - 1));
-    if (counts(key, stored, files)) lines.emplace(key, stored);
-    if (end == kNone) break;
-    start = end + 1;
-  }
+  visit_lines(text, [&](std::string_view key, std::string_view stored) {
+    std::string key_text(key);
+    std::string name(stored);
+    if (counts(key_text, name, files)) lines.emplace(std::move(key_text), std::move(name));
+  });
   return lines;
 }
 
@@ -77,13 +67,10 @@ FolderState look_at(const std::string& folder) {
       state.files.emplace(name, entry.is_regular_file() ? entry.file_size() : 0);
     }
   }
-  if (state.has_index) {
-    const std::string bytes = read_file(folder + "\\index.dat");
-    std::string storage;
-    state.index_text = replacement::text_of(bytes, storage);
-  }
+  if (state.has_index) state.index_text = read_file(folder + "\\index.dat");
   if (file_exists(folder + "\\index")) state.counter_text = read_file(folder + "\\index");
-  state.lines = read_index(state.index_text, state.files);
+  state.lines = read_index(text_of_index(state.index_text), state.files);
+  state.plain_lines = read_index(state.index_text, state.files);
   return state;
 }
 

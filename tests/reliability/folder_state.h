@@ -7,13 +7,13 @@
 #include <string_view>
 #include <utility>
 
+#include "tests/reliability/index_reader.h"
+
 /// @file
 /// A storage folder as it lies on disk, read by the reader's rules (docs/formats.md) and without the
 /// library: what the suites compare with what they know must be there.
 namespace reliability {
 
-/// key -> stored name
-using Lines = std::map<std::string, std::string>;
 /// file name -> size
 using Files = std::map<std::string, std::uint64_t>;
 
@@ -32,11 +32,12 @@ std::string key_for(const std::string& logical, long stamp);
 std::pair<std::string, long> parts_of_key(const std::string& key);
 
 struct FolderState {
-  std::string index_text;
+  std::string index_text;  ///< its bytes as they stand
   std::string counter_text;
   bool has_index = false;
-  Lines lines;
-  Files files;  ///< all but "index.dat" and "index"
+  Lines lines;        ///< those that count, of the text that the bytes stand for
+  Lines plain_lines;  ///< what a reader finds that knows lines alone
+  Files files;        ///< all but "index.dat" and "index"
 };
 
 FolderState look_at(const std::string& folder);

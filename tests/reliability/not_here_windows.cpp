@@ -15,5 +15,13 @@ void read_only(Run& run) {
 REGISTER_SUITE(read_only, "read-only", "read-only files and folders, for a user and the superuser",
                "answers", 0, Scratch::kMemory)
 
+void power_cut(Run& run) { run.not_run("it takes Linux's loop devices"); }
+REGISTER_SUITE(power_cut, "power-cut", "file systems that are shut down while operations go on",
+               "crashes", 10'000, Scratch::kMemory)
+void power_cut_noticed(Run& run) { power_cut(run); }
+REGISTER_SUITE(power_cut_noticed, "power-cut-noticed",
+               "operations that flush nothing are found to lose entries", "crashes", 200,
+               Scratch::kMemory)
+
 }  // namespace
 }  // namespace reliability

@@ -45,6 +45,8 @@ class Run {
 
   /// How far the suite is to go.
   std::uint64_t wanted() const { return m_limits.count; }
+  /// When it is to stop before that; zero for never.
+  std::chrono::seconds budget() const { return m_limits.budget; }
   /// How far it has come.
   std::uint64_t reached() const { return m_reached; }
   void counted(std::uint64_t more) { m_reached += more; }

@@ -277,7 +277,7 @@ class Comparison {
 Lines lines_in(const Tree& tree, const std::string& index) {
   const std::string* const text = find(tree, index);
   if (text == nullptr) return {};
-  return read_index(*text, files_in(tree, parent_of(index)));
+  return read_index(text_of_index(*text), files_in(tree, parent_of(index)));
 }
 
 Tree tree_of(const std::string& root) {
