@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <iostream>
 #include <string>
+#include <string_view>
 
 #include "vu_host.h"
 #include "vu_storage.h"
@@ -30,26 +31,26 @@ class PocoSink final : public vu_host::trace_sink {
 
   bool wants(trace_level level) const noexcept override { return level <= trace_level::l; }
   bool wants(trace_event) const noexcept override { return true; }
-  void scope_begin(const trace_site& site, trace_level, const char* label) noexcept override {
-    log(site, *label != '\0' ? label : site.signature, Poco::Message::PRIO_DEBUG);
+  void scope_begin(const trace_site& site, trace_level, std::string_view label) noexcept override {
+    log(site, label.empty() ? site.signature : label, Poco::Message::PRIO_DEBUG);
   }
   void scope_end(const trace_site&, trace_level) noexcept override {}
-  void scope_message(const trace_site& site, const char* text) noexcept override {
+  void scope_message(const trace_site& site, std::string_view text) noexcept override {
     log(site, text, Poco::Message::PRIO_DEBUG);
   }
-  void record(const trace_site& site, trace_level, const char* text) noexcept override {
+  void record(const trace_site& site, trace_level, std::string_view text) noexcept override {
     log(site, text, Poco::Message::PRIO_INFORMATION);
   }
-  void event(const trace_site& site, trace_event event, const char* text) noexcept override {
+  void event(const trace_site& site, trace_event event, std::string_view text) noexcept override {
     constexpr Poco::Message::Priority priorities[] = {
         Poco::Message::PRIO_NOTICE, Poco::Message::PRIO_WARNING, Poco::Message::PRIO_ERROR};
     log(site, text, priorities[static_cast<int>(event)]);
   }
 
  private:
-  void log(const trace_site& site, const char* text, Poco::Message::Priority priority) noexcept
+  void log(const trace_site& site, std::string_view text, Poco::Message::Priority priority) noexcept
       try {
-    m_channel->log(Poco::Message(site.source, text, priority));
+    m_channel->log(Poco::Message(site.source, std::string(text), priority));
   } catch (...) {
     // A sink must not throw: on a full disk the record is lost and the operation goes on.
   }

@@ -62,7 +62,7 @@ bool Host::wants(vu_host::trace_event event) const noexcept {
 }
 
 void Host::scope_begin(const vu_host::trace_site& site, vu_host::trace_level,
-                       const char* label) noexcept {
+                       std::string_view label) noexcept {
   write("begin", site, label);
 }
 
@@ -70,17 +70,17 @@ void Host::scope_end(const vu_host::trace_site& site, vu_host::trace_level) noex
   write("end", site, "");
 }
 
-void Host::scope_message(const vu_host::trace_site& site, const char* text) noexcept {
+void Host::scope_message(const vu_host::trace_site& site, std::string_view text) noexcept {
   write("message", site, text);
 }
 
 void Host::record(const vu_host::trace_site& site, vu_host::trace_level level,
-                  const char* text) noexcept {
+                  std::string_view text) noexcept {
   write(name_of(level), site, text);
 }
 
 void Host::event(const vu_host::trace_site& site, vu_host::trace_event event,
-                 const char* text) noexcept {
+                 std::string_view text) noexcept {
   write(name_of(event), site, text);
   if (event != vu_host::trace_event::error) return;
   try {
@@ -93,7 +93,8 @@ void Host::event(const vu_host::trace_site& site, vu_host::trace_event event,
 
 ucs2string Host::binary_folder() { return ucs2string(vu_utf8string(m_binary_folder)); }
 
-void Host::write(const char* kind, const vu_host::trace_site& site, const char* text) noexcept {
+void Host::write(const char* kind, const vu_host::trace_site& site,
+                 std::string_view text) noexcept {
   try {
     const std::scoped_lock lock(m_mutex);
     if (m_file.is_open())

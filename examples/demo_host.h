@@ -4,6 +4,7 @@
 #include <fstream>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "vu_host.h"
@@ -26,18 +27,18 @@ class Host final : public vu_host::trace_sink, public vu_host::configuration {
   bool wants(vu_host::trace_level level) const noexcept override;
   bool wants(vu_host::trace_event event) const noexcept override;
   void scope_begin(const vu_host::trace_site& site, vu_host::trace_level level,
-                   const char* label) noexcept override;
+                   std::string_view label) noexcept override;
   void scope_end(const vu_host::trace_site& site, vu_host::trace_level level) noexcept override;
-  void scope_message(const vu_host::trace_site& site, const char* text) noexcept override;
+  void scope_message(const vu_host::trace_site& site, std::string_view text) noexcept override;
   void record(const vu_host::trace_site& site, vu_host::trace_level level,
-              const char* text) noexcept override;
+              std::string_view text) noexcept override;
   void event(const vu_host::trace_site& site, vu_host::trace_event event,
-             const char* text) noexcept override;
+             std::string_view text) noexcept override;
 
   ucs2string binary_folder() override;
 
  private:
-  void write(const char* kind, const vu_host::trace_site& site, const char* text) noexcept;
+  void write(const char* kind, const vu_host::trace_site& site, std::string_view text) noexcept;
 
   std::mutex m_mutex;
   std::ofstream m_file;

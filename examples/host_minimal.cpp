@@ -4,6 +4,7 @@
 #include <iostream>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include "vu_host.h"
 #include "vu_storage.h"
@@ -18,15 +19,16 @@ class Host final : public vu_host::trace_sink, public vu_host::configuration {
     return event != vu_host::trace_event::success;
   }
   void event(const vu_host::trace_site& site, vu_host::trace_event,
-             const char* text) noexcept override {
+             std::string_view text) noexcept override {
     const std::scoped_lock lock(m_mutex);  // any thread may come
     std::cerr << site.source << ": " << text << "\n";
   }
   void scope_begin(const vu_host::trace_site&, vu_host::trace_level,
-                   const char*) noexcept override {}
+                   std::string_view) noexcept override {}
   void scope_end(const vu_host::trace_site&, vu_host::trace_level) noexcept override {}
-  void scope_message(const vu_host::trace_site&, const char*) noexcept override {}
-  void record(const vu_host::trace_site&, vu_host::trace_level, const char*) noexcept override {}
+  void scope_message(const vu_host::trace_site&, std::string_view) noexcept override {}
+  void record(const vu_host::trace_site&, vu_host::trace_level,
+              std::string_view) noexcept override {}
 
   // "config" below it holds the master profile.
   ucs2string binary_folder() override { return ucs2string(vu_utf8string(m_folder)); }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 #include "vu_export.h"
 #include "vu_i18n.h"
 
@@ -39,7 +41,9 @@ struct trace_site {
 /// Receives what the library traces.
 ///
 /// A sink brings its own lock; an operation waits for it with the locks that it holds. Members must
-/// not throw. A text is valid only during the call. The library asks wants() first and builds no text
+/// not throw. A text is valid only during the call; a name in it may hold any byte, NUL included, and
+/// data() is ended by a NUL beyond size(). Texts are bytes as the library has them: those of vu_fileutf8
+/// are UTF-8 everywhere, all others on Windows in the process's ANSI code page and UTF-8 on Linux. The library asks wants() first and builds no text
 /// that is not wanted.
 class VU_STORAGE_API trace_sink {
  public:
@@ -64,7 +68,8 @@ class VU_STORAGE_API trace_sink {
   /// @param level its level.
   /// @param label its label, empty when it has none.
   /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
-  virtual void scope_begin(const trace_site& site, trace_level level, const char* label) noexcept = 0;
+  virtual void scope_begin(const trace_site& site, trace_level level,
+                           std::string_view label) noexcept = 0;
   /// The operation whose beginning was delivered last on this thread and has not ended yet, ends.
   /// @param site where in the library; valid only during the call.
   /// @param level its level.
@@ -74,19 +79,20 @@ class VU_STORAGE_API trace_sink {
   /// @param site where in the library; valid only during the call.
   /// @param text the message.
   /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
-  virtual void scope_message(const trace_site& site, const char* text) noexcept = 0;
+  virtual void scope_message(const trace_site& site, std::string_view text) noexcept = 0;
   /// A record at a level.
   /// @param site where in the library; valid only during the call.
   /// @param level its level.
   /// @param text the record.
   /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
-  virtual void record(const trace_site& site, trace_level level, const char* text) noexcept = 0;
+  virtual void record(const trace_site& site, trace_level level,
+                      std::string_view text) noexcept = 0;
   /// An event.
   /// @param site where in the library; valid only during the call.
   /// @param event its kind.
   /// @param text what happened.
   /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
-  virtual void event(const trace_site& site, trace_event event, const char* text) noexcept = 0;
+  virtual void event(const trace_site& site, trace_event event, std::string_view text) noexcept = 0;
 
  protected:
   /// For derived classes.

@@ -5,18 +5,18 @@ namespace trace {
 std::atomic<vu_host::trace_sink*> g_sink = nullptr;
 
 void deliver(const vu_host::trace_site& site, vu_host::trace_level level, const std::string& text) {
-  if (vu_host::trace_sink* const s = sink()) s->record(site, level, text.c_str());
+  if (vu_host::trace_sink* const s = sink()) s->record(site, level, text);
 }
 
 void deliver(const vu_host::trace_site& site, vu_host::trace_event event, const std::string& text) {
-  if (vu_host::trace_sink* const s = sink()) s->event(site, event, text.c_str());
+  if (vu_host::trace_sink* const s = sink()) s->event(site, event, text);
 }
 
 void deliver_message(const vu_host::trace_site& site, const std::string& text) {
-  if (vu_host::trace_sink* const s = sink()) s->scope_message(site, text.c_str());
+  if (vu_host::trace_sink* const s = sink()) s->scope_message(site, text);
 }
 
-void Scope::begin_with(const char* label) noexcept {
+void Scope::begin_with(const std::string& label) noexcept {
   if (vu_host::trace_sink* const s = sink()) {
     s->scope_begin(m_where.site, m_where.level, label);
     m_begun = true;

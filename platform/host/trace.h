@@ -84,12 +84,12 @@ class Scope {
     try {
       std::string label;
       (append(label, pieces), ...);
-      begin_with(label.c_str());
+      begin_with(label);
     } catch (...) {
       // The label could not be built: the operation goes on without its scope.
     }
   }
-  void begin_with(const char* label) noexcept;
+  void begin_with(const std::string& label) noexcept;
   void end() noexcept;
 
   const ScopeSite& m_where;

@@ -9,6 +9,7 @@
 
 #include <iostream>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -18,11 +19,12 @@ class Counter final : public vu_host::trace_sink {
   bool wants(vu_host::trace_level) const noexcept override { return false; }
   bool wants(vu_host::trace_event) const noexcept override { return true; }
   void scope_begin(const vu_host::trace_site&, vu_host::trace_level,
-                   const char*) noexcept override {}
+                   std::string_view) noexcept override {}
   void scope_end(const vu_host::trace_site&, vu_host::trace_level) noexcept override {}
-  void scope_message(const vu_host::trace_site&, const char*) noexcept override {}
-  void record(const vu_host::trace_site&, vu_host::trace_level, const char*) noexcept override {}
-  void event(const vu_host::trace_site&, vu_host::trace_event, const char*) noexcept override {
+  void scope_message(const vu_host::trace_site&, std::string_view) noexcept override {}
+  void record(const vu_host::trace_site&, vu_host::trace_level,
+              std::string_view) noexcept override {}
+  void event(const vu_host::trace_site&, vu_host::trace_event, std::string_view) noexcept override {
     ++events;
   }
 

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tests/model/world.h"
@@ -120,11 +121,13 @@ class ErrorSink final : public vu_host::trace_sink {
     return event == vu_host::trace_event::error;
   }
   void scope_begin(const vu_host::trace_site&, vu_host::trace_level,
-                   const char*) noexcept override {}
+                   std::string_view) noexcept override {}
   void scope_end(const vu_host::trace_site&, vu_host::trace_level) noexcept override {}
-  void scope_message(const vu_host::trace_site&, const char*) noexcept override {}
-  void record(const vu_host::trace_site&, vu_host::trace_level, const char*) noexcept override {}
-  void event(const vu_host::trace_site&, vu_host::trace_event, const char* text) noexcept override {
+  void scope_message(const vu_host::trace_site&, std::string_view) noexcept override {}
+  void record(const vu_host::trace_site&, vu_host::trace_level,
+              std::string_view) noexcept override {}
+  void event(const vu_host::trace_site&, vu_host::trace_event,
+             std::string_view text) noexcept override {
     errors.emplace_back(text);
   }
 };

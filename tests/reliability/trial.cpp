@@ -81,13 +81,13 @@ std::vector<std::string> FailureSink::first() const {
 }
 
 void FailureSink::event(const vu_host::trace_site&, vu_host::trace_event event,
-                        const char* text) noexcept {
+                        std::string_view text) noexcept {
   if (event == vu_host::trace_event::success) return;
   const bool is_error = event == vu_host::trace_event::error;
   ++(is_error ? m_errors : m_warnings);
   if (m_kept == m_first.size()) return;
-  std::snprintf(m_first[m_kept].data(), m_first[m_kept].size(), "%c %s", is_error ? 'E' : 'W',
-                text);
+  std::snprintf(m_first[m_kept].data(), m_first[m_kept].size(), "%c %.*s", is_error ? 'E' : 'W',
+                static_cast<int>(text.size()), text.data());
   ++m_kept;
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tests/reliability/allocations.h"
@@ -51,12 +52,13 @@ class FailureSink final : public vu_host::trace_sink {
   bool wants(vu_host::trace_level) const noexcept override { return true; }
   bool wants(vu_host::trace_event) const noexcept override { return true; }
   void scope_begin(const vu_host::trace_site&, vu_host::trace_level,
-                   const char*) noexcept override {}
+                   std::string_view) noexcept override {}
   void scope_end(const vu_host::trace_site&, vu_host::trace_level) noexcept override {}
-  void scope_message(const vu_host::trace_site&, const char*) noexcept override {}
-  void record(const vu_host::trace_site&, vu_host::trace_level, const char*) noexcept override {}
+  void scope_message(const vu_host::trace_site&, std::string_view) noexcept override {}
+  void record(const vu_host::trace_site&, vu_host::trace_level,
+              std::string_view) noexcept override {}
   void event(const vu_host::trace_site& site, vu_host::trace_event event,
-             const char* text) noexcept override;
+             std::string_view text) noexcept override;
 
  private:
   using Words = std::array<char, 120>;

@@ -138,7 +138,7 @@ bool recording_sink::wants(trace_event event) const noexcept {
 }
 
 void recording_sink::scope_begin(const trace_site& site, trace_level level,
-                                 const char* label) noexcept {
+                                 std::string_view label) noexcept {
   keep(traced::kind_t::scope, site, level, {}, label);
 }
 
@@ -146,21 +146,23 @@ void recording_sink::scope_end(const trace_site& site, trace_level level) noexce
   keep(traced::kind_t::scope_end, site, level, {}, "");
 }
 
-void recording_sink::scope_message(const trace_site& site, const char* text) noexcept {
+void recording_sink::scope_message(const trace_site& site, std::string_view text) noexcept {
   keep(traced::kind_t::message, site, {}, {}, text);
 }
 
-void recording_sink::record(const trace_site& site, trace_level level, const char* text) noexcept {
+void recording_sink::record(const trace_site& site, trace_level level,
+                            std::string_view text) noexcept {
   keep(traced::kind_t::record, site, level, {}, text);
 }
 
-void recording_sink::event(const trace_site& site, trace_event event, const char* text) noexcept {
+void recording_sink::event(const trace_site& site, trace_event event,
+                           std::string_view text) noexcept {
   keep(traced::kind_t::event, site, {}, event, text);
 }
 
 void recording_sink::keep(traced::kind_t kind, const trace_site& site, trace_level level,
-                          trace_event event, const char* text) {
+                          trace_event event, std::string_view text) {
   const std::scoped_lock guard(m_mutex);
-  m_traced.push_back({kind, level, event, site.source, site.line, site.signature, text,
+  m_traced.push_back({kind, level, event, site.source, site.line, site.signature, std::string(text),
                       std::this_thread::get_id()});
 }

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -75,13 +76,13 @@ class recording_sink final : public vu_host::trace_sink {
   bool wants(vu_host::trace_level level) const noexcept override;
   bool wants(vu_host::trace_event event) const noexcept override;
   void scope_begin(const vu_host::trace_site& site, vu_host::trace_level level,
-                   const char* label) noexcept override;
+                   std::string_view label) noexcept override;
   void scope_end(const vu_host::trace_site& site, vu_host::trace_level level) noexcept override;
-  void scope_message(const vu_host::trace_site& site, const char* text) noexcept override;
+  void scope_message(const vu_host::trace_site& site, std::string_view text) noexcept override;
   void record(const vu_host::trace_site& site, vu_host::trace_level level,
-              const char* text) noexcept override;
+              std::string_view text) noexcept override;
   void event(const vu_host::trace_site& site, vu_host::trace_event event,
-             const char* text) noexcept override;
+             std::string_view text) noexcept override;
 
  private:
   template <class Condition>
@@ -89,7 +90,7 @@ class recording_sink final : public vu_host::trace_sink {
   template <class Condition>
   std::size_t count_where(Condition condition) const;
   void keep(traced::kind_t kind, const vu_host::trace_site& site, vu_host::trace_level level,
-            vu_host::trace_event event, const char* text);
+            vu_host::trace_event event, std::string_view text);
 
   mutable std::mutex m_mutex;
   std::vector<traced> m_traced;

@@ -10,10 +10,12 @@
 #include <limits>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "tests/support/recording_sink.h"
+#include "vu_file.h"
 
 using vu_host::trace_event;
 using vu_host::trace_level;
@@ -63,20 +65,21 @@ class OrderedSink final : public vu_host::trace_sink {
     g_steps.push_back("asked for an event");
     return m_wanted;
   }
-  void scope_begin(const vu_host::trace_site&, trace_level, const char* label) noexcept override {
-    g_steps.push_back(std::string("begun ") + label);
+  void scope_begin(const vu_host::trace_site&, trace_level,
+                   std::string_view label) noexcept override {
+    g_steps.push_back(std::string("begun ").append(label));
   }
   void scope_end(const vu_host::trace_site&, trace_level) noexcept override {
     g_steps.push_back("ended");
   }
-  void scope_message(const vu_host::trace_site&, const char* text) noexcept override {
-    g_steps.push_back(std::string("message ") + text);
+  void scope_message(const vu_host::trace_site&, std::string_view text) noexcept override {
+    g_steps.push_back(std::string("message ").append(text));
   }
-  void record(const vu_host::trace_site&, trace_level, const char* text) noexcept override {
-    g_steps.push_back(std::string("record ") + text);
+  void record(const vu_host::trace_site&, trace_level, std::string_view text) noexcept override {
+    g_steps.push_back(std::string("record ").append(text));
   }
-  void event(const vu_host::trace_site&, trace_event, const char* text) noexcept override {
-    g_steps.push_back(std::string("event ") + text);
+  void event(const vu_host::trace_site&, trace_event, std::string_view text) noexcept override {
+    g_steps.push_back(std::string("event ").append(text));
   }
 
  private:
@@ -130,6 +133,14 @@ std::vector<traced> of_kind(const recording_sink& sink, traced::kind_t kind) {
     if (each.kind == kind) result.push_back(each);
   }
   return result;
+}
+
+TEST(TraceText, IsDeliveredWholeWhateverBytesItHolds) {
+  recording_sink sink;
+  const std::string text("a\0b", 3);
+  vu_file::is_dir(text);
+  EXPECT_EQ(sink.events(trace_event::warning),
+            std::vector<std::string>{"vu_file::is_dir : '" + text + "' not exists"});
 }
 
 }  // namespace

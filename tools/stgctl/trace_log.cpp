@@ -34,28 +34,28 @@ TraceLog::~TraceLog() {
 }
 
 void TraceLog::scope_begin(const vu_host::trace_site& site, vu_host::trace_level level,
-                           const char* label) noexcept {
-  const bool labelled = label != nullptr && *label != '\0';
-  line(site, name_of(level), labelled ? label : site.signature);
+                           std::string_view label) noexcept {
+  line(site, name_of(level), label.empty() ? site.signature : label);
 }
 
 void TraceLog::scope_end(const vu_host::trace_site&, vu_host::trace_level) noexcept {}
 
-void TraceLog::scope_message(const vu_host::trace_site& site, const char* text) noexcept {
+void TraceLog::scope_message(const vu_host::trace_site& site, std::string_view text) noexcept {
   line(site, "scope", text);
 }
 
 void TraceLog::record(const vu_host::trace_site& site, vu_host::trace_level level,
-                      const char* text) noexcept {
+                      std::string_view text) noexcept {
   line(site, name_of(level), text);
 }
 
 void TraceLog::event(const vu_host::trace_site& site, vu_host::trace_event event,
-                     const char* text) noexcept {
+                     std::string_view text) noexcept {
   line(site, kEvents.at(static_cast<std::size_t>(event)), text);
 }
 
-void TraceLog::line(const vu_host::trace_site& site, const char* kind, const char* text) noexcept {
+void TraceLog::line(const vu_host::trace_site& site, const char* kind,
+                    std::string_view text) noexcept {
   const std::scoped_lock guard(m_mutex);
   try {
     std::fprintf(m_file, "%s:%d %s %s\n", site.source, site.line, kind, shown(text).c_str());

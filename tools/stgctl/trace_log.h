@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include "vu_host.h"
 
@@ -22,16 +23,16 @@ class TraceLog : public vu_host::trace_sink {
   bool wants(vu_host::trace_level level) const noexcept override { return level <= m_most; }
   bool wants(vu_host::trace_event) const noexcept override { return true; }
   void scope_begin(const vu_host::trace_site& site, vu_host::trace_level level,
-                   const char* label) noexcept override;
+                   std::string_view label) noexcept override;
   void scope_end(const vu_host::trace_site& site, vu_host::trace_level level) noexcept override;
-  void scope_message(const vu_host::trace_site& site, const char* text) noexcept override;
+  void scope_message(const vu_host::trace_site& site, std::string_view text) noexcept override;
   void record(const vu_host::trace_site& site, vu_host::trace_level level,
-              const char* text) noexcept override;
+              std::string_view text) noexcept override;
   void event(const vu_host::trace_site& site, vu_host::trace_event event,
-             const char* text) noexcept override;
+             std::string_view text) noexcept override;
 
  private:
-  void line(const vu_host::trace_site& site, const char* kind, const char* text) noexcept;
+  void line(const vu_host::trace_site& site, const char* kind, std::string_view text) noexcept;
 
   vu_host::trace_level m_most;
   std::mutex m_mutex;
