@@ -19,3 +19,13 @@
 #else
 #define VU_STORAGE_API __attribute__((visibility("default")))
 #endif
+
+/// Around exported classes with private members of standard types. MSVC warns of each, since a program might
+/// have a runtime library of its own; library and programs share one (docs/host-guide.md).
+#if defined(_MSC_VER)
+#define VU_STORAGE_TYPES_BEGIN __pragma(warning(push)) __pragma(warning(disable : 4251 4275))
+#define VU_STORAGE_TYPES_END __pragma(warning(pop))
+#else
+#define VU_STORAGE_TYPES_BEGIN
+#define VU_STORAGE_TYPES_END
+#endif

@@ -5,6 +5,8 @@
 
 #include "vu_export.h"
 
+VU_STORAGE_TYPES_BEGIN
+
 /// The one exception of the file layer.
 ///
 /// It has no base class: catch it by name. The handles throw it from open, read and write, always with
@@ -36,3 +38,5 @@ class VU_STORAGE_API vu_file_except {
   [[maybe_unused]] std::int32_t code;
   std::string message;
 };
+
+VU_STORAGE_TYPES_END

@@ -9,6 +9,8 @@
 
 #include "vu_export.h"
 
+VU_STORAGE_TYPES_BEGIN
+
 /// @file
 /// The string classes of the library's interface: UTF-8 text, UTF-16 text, and the sequence that
 /// carries lists of them.
@@ -356,3 +358,5 @@ class Sequence {
  private:
   std::vector<T> m_elements;
 };
+
+VU_STORAGE_TYPES_END

@@ -5,6 +5,8 @@
 #include "vu_export.h"
 #include "vu_i18n.h"
 
+VU_STORAGE_TYPES_BEGIN
+
 /// @file
 /// Names of files as a pair of parent directory and last component. The separator is the backslash;
 /// the classes do not look at the file system, and fail for want of memory only.
@@ -108,3 +110,5 @@ class VU_STORAGE_API vu_pathutf8 {
 /// trailing backslash. What the helper throws passes; nothing else fails.
 /// @blocking{as long as the helper takes} @threads{any; the helper is asked by several at once}
 VU_STORAGE_API void getTempRootPath(std::string& out);
+
+VU_STORAGE_TYPES_END
