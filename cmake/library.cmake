@@ -55,6 +55,8 @@ if(VU_BUILD_TESTS)
   if(NOT MSVC)
     target_compile_options(vu_storage_testable PRIVATE -O1 -g1)
   endif()
+  include(test_headers)
+  target_include_directories(vu_storage_testable BEFORE PUBLIC ${vu_test_include})
   target_compile_definitions(vu_storage_testable PUBLIC VU_STORAGE_STATIC=1 VU_OS_FAULTS=1)
   # Whoever looks inside includes the inner headers as the library does.
   target_include_directories(vu_storage_testable PUBLIC ${PROJECT_SOURCE_DIR})

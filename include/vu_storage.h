@@ -3,13 +3,14 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "stg_types.h"
 #include "vu_export.h"
 #include "vu_file.h"
 #include "vu_i18n.h"
+
+VU_STORAGE_TYPES_BEGIN
 
 /// The facade of the local repository storage: documents, key files and folders by owner, logical name,
 /// version and area.
@@ -27,7 +28,12 @@
 ///
 /// Errors: failures are traced under the source name "vu_storage", and an operation answers false, 1
 /// (0 is success), -1 or a file that is not open; the exceptions that do leave an operation are named
-/// with it.
+/// with it. "Those of the initialisation" are what vu_host::temporary_files throws, and can be met only
+/// while nobody has initialised the storage. What opens a file leaves the caller's handle closed when it
+/// opens nothing, also one that came open.
+///
+/// Paths that the library gives out have backslashes, on Linux as well ("/srv/data\storage\docs"): every
+/// operation of the library takes them so; other libraries there want "/" (docs/host-guide.md).
 ///
 /// Blocking and threads are told as with vu_file; "the index" is that of the document's folder, as with
 /// STGIndex. While one thread initialises the storage the operations of all others wait for it; "no"
@@ -35,6 +41,7 @@
 class VU_STORAGE_API vu_storage {
  public:
   /// Initialises the storage when nobody has. The object carries no data.
+  /// @throws those of the initialisation (see the class).
   /// @blocking{no} @threads{any}
   vu_storage();
   /// Does nothing.
@@ -59,12 +66,15 @@ class VU_STORAGE_API vu_storage {
   /// @return true when this call initialised; false, with an error trace, when the storage was
   /// initialised already, and without one when another thread initialised it while this one waited.
   /// True also when a folder could not be made, and when an exception left the storage not
-  /// initialised, as one of the host's configuration does; both are traced.
+  /// initialised, as one of the host's configuration does; both are traced. After such an exception the
+  /// next operation initialises anew, below the server temporary folder, and true from a further call may
+  /// mean another root than an operation took in between: getStoragePath() tells the one in force.
   /// @blocking{while another thread initialises the storage} @threads{any}
   static bool initRootStorage(const std::string& root, bool useDomain, bool synchronize);
 
   /// @return the root storage folder; as all getters a reference that stays valid, to a string that,
-  /// but for getTdcTimeStamp(), does not change once initialised.
+  /// but for getTdcTimeStamp(), does not change.
+  /// @throws those of the initialisation (see the class), as all getters.
   /// @blocking{no} @threads{any}
   static const std::string& getStoragePath();
   /// @return the folder of the corporate area.
@@ -100,6 +110,8 @@ class VU_STORAGE_API vu_storage {
   /// @param create whether the owner's folder and the hash bucket are made when missing.
   /// @return false when a folder is missing and @p create is false, or after an exception, which is
   /// traced; true with @p create also when a folder could not be made, which is traced as well.
+  /// @throws those of the initialisation (see the class), and what the system raises while the area
+  /// folder is asked for or made: no memory, in practice.
   /// @blocking{no} @threads{any}
   static bool createUserOrDomainNameDirectory(const std::string& userOrDomain,
                                               const std::string& entry, STG::RepositoryType type,
@@ -107,17 +119,18 @@ class VU_STORAGE_API vu_storage {
   /// @param ext the extension.
   /// @return whether @p ext, without its dot, is one of the seven document extensions "kda" to
   /// "kdg".
+  /// @throws those of the initialisation (see the class).
   /// @blocking{no} @threads{any}
   static bool isVuDocExt(const std::string& ext);
 
   // ---- documents -----------------------------------------------------------------------------
 
   /// Opens a document for reading; tell success by vu_file::is_open(). Corporate documents with the
-  /// extension "kdf" must match @p timestamp exactly; other corporate documents are found by name
-  /// alone, stored with timestamp 0, and served when their file is at least as new as @p timestamp;
-  /// mail and user documents are served whatever their age, from timestamp 0.
-  /// @param file closed; receives the open handle, or stays as it was when there is nothing to serve.
-  /// The caller's, closed by Close() or its destructor.
+  /// extension "kdf" must match @p timestamp exactly. Everything else is served only when it was stored
+  /// with timestamp 0: other corporate documents when their file is at least as new as @p timestamp, mail
+  /// and user documents whatever their age. No exception leaves it.
+  /// @param file receives the open handle; closed when there is nothing to serve. The caller's, closed by
+  /// Close() or its destructor.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @blocking{for writers of the index, then for writers of the document}
   /// @threads{any, each with a handle of its own}
@@ -127,8 +140,12 @@ class VU_STORAGE_API vu_storage {
   void OpenRead(vu_file& file, const vu_utf8string& userOrDomain, const vu_utf8string& entry,
                 STG::RepositoryType type, long timestamp);
   /// Opens a version of a document for writing, making it and its folders when missing; an existing
-  /// one is emptied when @p replace is true and left closed otherwise.
-  /// @param file receives the open handle; the caller's, closed by Close() or its destructor.
+  /// one is emptied when @p replace is true and left closed otherwise. Replacing takes away what was made
+  /// for the old content: for type 1 the document's lines in the folder's category files, for type 2 the
+  /// folder with its parts. When the owner's folder cannot be resolved it goes on, and fails when the file
+  /// is to be made. No exception leaves it.
+  /// @param file receives the open handle; closed when nothing was opened. The caller's, closed by Close()
+  /// or its destructor.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @param replace whether an existing version is emptied.
   /// @return true when no error occurred, also when the file was left closed; false for an empty
@@ -148,23 +165,26 @@ class VU_STORAGE_API vu_storage {
   /// @copydoc OpenWrite(vu_file&, const std::string&, const std::string&, STG::RepositoryType, bool, long)
   void OpenWrite(vu_file& file, const vu_utf8string& userOrDomain, const vu_utf8string& entry,
                  STG::RepositoryType type, bool replace, long timestamp);
-  /// Reads from an open file.
+  /// Reads from an open file. No exception leaves it.
   /// @param file open for reading.
   /// @param buffer receives the bytes, none on an error.
   /// @param length bytes to read, 0 for the whole file.
   /// @blocking{no} @threads{one at a time on one handle}
   void Read(vu_file& file, std::string& buffer, long length);
-  /// Writes to an open file; errors are traced only.
+  /// Writes to an open file; errors are traced only, and no exception leaves it.
   /// @param file open for writing.
   /// @param data the bytes.
   /// @blocking{no} @threads{one at a time on one handle}
   void Write(vu_file& file, const std::string& data);
-  /// Closes a file: it is on the device when this returns, if it was open for writing.
-  /// @param file open or closed.
+  /// Closes a file. If it was open for writing it is on the device when this returns, unless the system
+  /// refused to write it: that is traced as an error ("Can't flush buffers") and nothing else, so a program
+  /// that has to know needs a sink for errors.
+  /// @param file open or closed; closed afterwards, whatever happens.
+  /// @throws those of the initialisation (see the class) but for vu_file_except, which is traced.
   /// @blocking{while the system writes the file to the device; for no lock}
   /// @threads{one at a time on one handle}
   void Close(vu_file& file);
-  /// Whether a version exists.
+  /// Whether a version exists. No exception leaves it.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @param folderOut, physicalOut receive its folder and physical file name when it does; either
   /// may be null.
@@ -180,7 +200,7 @@ class VU_STORAGE_API vu_storage {
   /// @param userOrDomain,entry,type the document (see the class).
   /// @return the latest timestamp of a document, -1 when the entry is empty or the folder missing,
   /// 0 when the folder holds no version.
-  /// @throws what STGIndex::lastVersion() throws.
+  /// @throws what STGIndex::lastVersion() throws, and as createUserOrDomainNameDirectory().
   /// @blocking{for writers of the index} @threads{any}
   static long getLattestTimestamp(const std::string& userOrDomain, const std::string& entry,
                                   STG::RepositoryType type);
@@ -195,7 +215,7 @@ class VU_STORAGE_API vu_storage {
                                       long timestamp, std::string& physical);
   /// STGIndex::updateIndexFile().
   /// @param folder the folder, without a trailing separator.
-  /// @throws what that throws.
+  /// @throws what that throws, and those of the initialisation (see the class).
   /// @blocking{for writers and readers of the index} @threads{any}
   void update_IndexDat(const std::string& folder);
   /// Copies a file into the storage as a version of a document.
@@ -204,6 +224,7 @@ class VU_STORAGE_API vu_storage {
   /// @param replace whether an existing version is replaced.
   /// @return whether the copy succeeded; after one that failed the version is empty or gone. Always
   /// false with @p replace false, which makes a missing version, empty, and leaves another alone.
+  /// @throws those of the initialisation (see the class), and std::bad_alloc; a vu_file_except never.
   /// @blocking{as OpenWrite2(); the copy itself for nobody: it fails at once when a lock is in its
   /// way} @threads{any}
   static bool copyToStorage(const std::string& source, const std::string& userOrDomain,
@@ -213,17 +234,19 @@ class VU_STORAGE_API vu_storage {
   /// @param destination the path of the copy.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @return whether the copy succeeded.
+  /// @throws as copyToStorage().
   /// @blocking{as OpenRead(); the copy itself for nobody: it fails at once when a lock is in its
   /// way} @threads{any}
   static bool copyFromStorage(const std::string& destination, const std::string& userOrDomain,
                               const std::string& entry, STG::RepositoryType type, long timestamp);
   /// Stores a file under its own name with timestamp 0, replacing an earlier one, and writes the
-  /// index.
+  /// index. When the owner's folder cannot be resolved it goes on, and the index throws.
   /// @param sourceFolder where the file is, without a trailing separator.
   /// @param name its name, and the document's.
   /// @param userOrDomain,type the owner and the area.
   /// @return whether the copy succeeded.
-  /// @throws what the index operations throw.
+  /// @throws what STGIndex::remove(), create() and updateIndexFile() throw, and as
+  /// createUserOrDomainNameDirectory().
   /// @blocking{for writers and readers of the index and for its counter} @threads{any}
   bool copyFileToStorage(const std::string& sourceFolder, const std::string& name,
                          const std::string& userOrDomain, STG::RepositoryType type);
@@ -233,7 +256,8 @@ class VU_STORAGE_API vu_storage {
   /// copyFileToStorage() into the user area (type 1).
   /// @param sourceFolder,name,userOrDomain as with copyFileToStorage().
   /// @return whether the copy succeeded.
-  /// @throws what the index operations throw.
+  /// @throws what STGIndex::remove(), create() and updateIndexFile() throw, and as
+  /// createUserOrDomainNameDirectory().
   /// @blocking{as copyFileToStorage()} @threads{any}
   bool copyFileToUserPath(const std::string& sourceFolder, const std::string& name,
                           const std::string& userOrDomain);
@@ -241,7 +265,8 @@ class VU_STORAGE_API vu_storage {
   // ---- key files -----------------------------------------------------------------------------
 
   /// @param seq the lines.
-  /// @return the text of a key file: name + "=" + value + line feed for each line.
+  /// @return the text of a key file: name + "=" + value + line feed for each line. No exception leaves it;
+  /// without memory for it the text is empty, which is traced.
   /// @blocking{no} @threads{any, while none changes @p seq}
   static std::string getStringFromNameValueSeq(const STG::NameValueSeq& seq);
   /// Reads key lines from an open file.
@@ -279,6 +304,7 @@ class VU_STORAGE_API vu_storage {
   /// @param fileName "profile.txt" when empty.
   /// @param seq the lines.
   /// @return 0, also when nothing could be written, which is traced; 1 after a vu_file_except.
+  /// @throws those of the initialisation (see the class) but for vu_file_except, and std::bad_alloc.
   /// @blocking{for a user as STGIndex::create(); then for writers and readers of the profile's
   /// file} @threads{any}
   static long saveUserOrMasterProfile(const std::string& userOrDomain, const std::string& fileName,
@@ -290,6 +316,7 @@ class VU_STORAGE_API vu_storage {
   /// @param seq the lines are appended.
   /// @return 0, or 1 when there is no such profile; when its file cannot be read, 0 for a user and 1
   /// for the master profile.
+  /// @throws as saveUserOrMasterProfile().
   /// @blocking{for a user for writers of the index; then for writers of the profile's file}
   /// @threads{any}
   static long loadUserOrMasterProfile(const std::string& userOrDomain, const std::string& fileName,
@@ -297,8 +324,11 @@ class VU_STORAGE_API vu_storage {
 
   // ---- sub-parts of documents ----------------------------------------------------------------
 
-  /// Opens a part of a corporate document for writing, emptied; tell success by vu_file::is_open().
-  /// @param file receives the open handle.
+  /// Opens a part of a corporate document for writing, emptied; tell success by vu_file::is_open(). The
+  /// part lies in the folder of the document's file + "_" + stamp (setTdcTimeStamp()). No exception leaves
+  /// it. The parts of an empty owner are written below `docs\_` like those of any other, but never read
+  /// back: OpenReadSubPart() finds no document without an owner.
+  /// @param file receives the open handle; closed when nothing was opened.
   /// @param userOrDomain,entry the document (see the class).
   /// @param strType the rendition: "html@" + name, "pdf@" + name, or another text; written to a
   /// folder per side of its first "@".
@@ -309,12 +339,21 @@ class VU_STORAGE_API vu_storage {
   void OpenWriteSubPart(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                         const std::string& strType, const std::string& strPartId, long docTime);
   /// @copydoc OpenWriteSubPart(vu_file&, const std::string&, const std::string&, const std::string&, const std::string&, long)
-  void OpenWriteSubPart(vu_file& file, const vu_utf8string& userOrDomain, const vu_utf8string& entry,
-                        const std::string& strType, const std::string& strPartId, long docTime);
+  void OpenWriteSubPart(vu_file& file, const vu_utf8string& userOrDomain,
+                        const vu_utf8string& entry, const std::string& strType,
+                        const std::string& strPartId, long docTime);
   /// Opens a part of a corporate document for reading when it is up to date, after refreshing it
   /// from its preload copy when that is newer. A file that is not open afterwards tells the caller
-  /// to generate the part and store it with OpenWriteSubPart().
-  /// @param file receives the open handle.
+  /// to generate the part and store it with OpenWriteSubPart(). No exception leaves it.
+  ///
+  /// The preload copy of a part bears its name and lies in the folder `preload`: of `html` and `pdf` beside
+  /// the renditions of that kind, for every other rendition beside its folder. No operation of the library
+  /// writes there. A part is up to date when it is as new as its preload copy and as the document; parts of
+  /// a document with the extension "kdf" always are, and their preload copies are not looked at.
+  ///
+  /// While it reads it makes folders: in a document's folder of parts that exists, those of the kind and of
+  /// the rendition, when they are missing.
+  /// @param file receives the open handle; closed when nothing was opened.
   /// @param strUser the requesting user, traced only.
   /// @param strRepo the owner of the document.
   /// @param strEntry the document.
@@ -331,7 +370,7 @@ class VU_STORAGE_API vu_storage {
   void OpenReadSubPart(vu_file& file, const vu_utf8string& strUser, const vu_utf8string& strRepo,
                        const vu_utf8string& strEntry, const std::string& strType,
                        const std::string& strPartID, long docTime);
-  /// As OpenReadSubPart().
+  /// As OpenReadSubPart(). No exception leaves it.
   /// @param file,strUser,strRepo,strEntry,strType,strPartID,docTime as with OpenReadSubPart().
   /// @param size receives the part's size in bytes (its low 32 bits), 0 when the file is not open.
   /// @blocking{as OpenReadSubPart()} @threads{any, each with a handle of its own}
@@ -350,7 +389,8 @@ class VU_STORAGE_API vu_storage {
   /// @param oldName the user.
   /// @param newName the new name.
   /// @return false, with nothing renamed, when one of the new names exists; true otherwise, also
-  /// when a folder could not be renamed or does not exist.
+  /// when a folder could not be renamed or does not exist. On Windows a folder cannot be renamed while a
+  /// file below it is open, by whomever.
   /// @blocking{no} @threads{any, while nobody else uses these folders}
   static bool RenameUserStorage(const std::string& oldName, const std::string& newName);
   /// Removes a user's folders in the mail, list and user areas with everything in them. An empty
@@ -365,7 +405,8 @@ class VU_STORAGE_API vu_storage {
   /// @blocking{no} @threads{any; the folders go beneath whoever uses them}
   static bool RemoveUsersStorage(const Sequence<vu_utf8string>& names);
   /// Removes a version of a document, its lines in the folder's category files and, for type 1, in
-  /// "attribut.txt".
+  /// "attribut.txt". The folder with its parts stays, until cleanOutOfDateOutput() sweeps it. An empty entry
+  /// is found at the start of each of these files, so that their first lines go. No exception leaves it.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @return true also when there was nothing to remove, the owner is empty, or the system refused to
   /// remove the file, which is traced; false after any other traced error.
@@ -393,23 +434,24 @@ class VU_STORAGE_API vu_storage {
   /// @param physicalNames as there.
   /// @param wanted the names to keep; null keeps every document.
   /// @return the logical names, element by element.
-  /// @throws vu_file_except, untraced, when @p folder is no folder.
+  /// @throws vu_file_except, untraced, when @p folder is no folder; nothing else.
   /// @blocking{for writers of the index} @threads{any}
   static std::vector<std::string> getFileListFromIndexFile(const std::string& folder,
                                                            std::vector<std::string>& physicalNames,
                                                            const std::vector<std::string>* wanted);
 
  private:
-  friend struct vu_storage_test_peer;
   friend struct StorageGate;
+  struct Roots;
 
-  static void initPath(const std::string& storagePath);
+  static const Roots& roots();
+  static void initPath(Roots begun);
   static void checkInit();
-  static const std::string& areaPath(STG::RepositoryType type);
-  static std::int32_t HashCode_asJava(const std::string& s, std::int32_t modulus);
+  static const std::string& areaPath(const Roots& roots, STG::RepositoryType type);
+  static long HashCode_asJava(const std::string& s, int modulus);
   static std::string getLogicalName(const std::string& name, long timestamp);
   static bool getLastVersion(const std::string& folder, const std::string& entry, long& timestamp);
-  static bool LoadKeyLine(std::string_view line, STG::NameValue& out, bool lastSeparator);
+  static bool LoadKeyLine(const std::string& line, STG::NameValue& out, bool lastSeparator);
   static void DeleteKeyLineFromFile(const std::string& folder, const std::string& logicalName,
                                     const std::string& entry);
   static long saveKey(const std::string& userOrDomain, const std::string& name,
@@ -425,13 +467,7 @@ class VU_STORAGE_API vu_storage {
                                    std::multimap<std::string, std::string>& map);
 
   static std::int32_t s_initDone;
-  static bool s_bUseDomain;
-  static std::string s_storagePath;
-  static std::string s_sCorpPath;
-  static std::string s_sSemletPath;
-  static std::string s_sUserPath;
-  static std::string s_sListPath;
-  static std::string s_sMailPath;
-  static std::string s_sConfigDirPath;
   static std::string s_sTdcTimeStamp;
 };
+
+VU_STORAGE_TYPES_END

@@ -50,6 +50,7 @@ bool vu_storage::copyFileToStorage(const std::string& sourceFolder, const std::s
                                    const std::string& userOrDomain, STG::RepositoryType type) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   checkInit();
+  // Required: it goes on when the owner's folder could not be made.
   std::string dir;
   createUserOrDomainNameDirectory(userOrDomain, name, type, dir, true);
   STGIndex::remove(dir, name, 0);

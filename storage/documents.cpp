@@ -5,6 +5,7 @@
 #include "platform/host/trace.h"
 #include "stg_index.h"
 #include "storage/guard.h"
+#include "storage/open_or_closed.h"
 #include "vu_storage.h"
 
 using storage::guarded;
@@ -19,6 +20,7 @@ void vu_storage::OpenRead(vu_file& file, const std::string& userOrDomain, const 
   VU_TRACE_SCOPE(kSource, trace_level::xs, "vu_storage::OpenRead");
   std::string dir;
   std::string physical;
+  OpenOrClosed opened(file);
   guarded(
       [&] {
         checkInit();
@@ -36,15 +38,10 @@ void vu_storage::OpenRead(vu_file& file, const std::string& userOrDomain, const 
         if (found == 0) return;
         VU_TRACE_M("timestamp required = ", required, ", found = ", found);
         if (corporate && !exact && found < required) return;
-        file.open(dir, physical, vu_file_base::o_read);
+        opened.open(dir, physical, vu_file_base::o_read);
       },
-      [&](const std::string& text) {
-        file.close();
-        VU_ERROR("vu_storage::OpenRead : ", text);
-      },
+      [&](const std::string& text) { VU_ERROR("vu_storage::OpenRead : ", text); },
       [&] {
-        // The lock may be what failed, on a handle that is open by then.
-        file.close();
         VU_ERROR("vu_storage::OpenRead : Exception when try open file for read : ", dir, "\\",
                  physical);
       });
@@ -53,7 +50,6 @@ void vu_storage::OpenRead(vu_file& file, const std::string& userOrDomain, const 
 void vu_storage::OpenRead(vu_file& file, const vu_utf8string& userOrDomain,
                           const vu_utf8string& entry, STG::RepositoryType type, long timestamp) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  checkInit();
   OpenRead(file, getBuffer(userOrDomain), getBuffer(entry), type, timestamp);
 }
 
@@ -61,11 +57,14 @@ bool vu_storage::OpenWrite2(vu_file& file, const std::string& userOrDomain,
                             const std::string& entry, STG::RepositoryType type, bool replace,
                             long timestamp) {
   VU_TRACE_SCOPE(kSource, trace_level::m, "vu_storage::OpenWrite: ", userOrDomain, " : ", entry);
+  OpenOrClosed opened(file);
   return guarded(
       false,
       [&] {
         checkInit();
         if (entry.empty()) return false;
+        // Required: it goes on when the owner's folder could not be made; the index then finds and makes
+        // nothing in it.
         std::string dir;
         createUserOrDomainNameDirectory(userOrDomain, entry, type, dir, true);
 
@@ -77,24 +76,16 @@ bool vu_storage::OpenWrite2(vu_file& file, const std::string& userOrDomain,
           if (type == STG::CorporateRepository)
             vu_file::recurseRemoveDir(dir + "\\" + physical + "_" + s_sTdcTimeStamp);
         }
-        if (replace || !existed) file.open(dir, physical, vu_file_base::o_truncate);
+        if (replace || !existed) opened.open(dir, physical, vu_file_base::o_truncate);
         return true;
       },
-      [&](const std::string& text) {
-        file.close();
-        VU_ERROR("vu_storage::OpenWrite : ", text);
-      },
-      [&] {
-        // As in OpenRead().
-        file.close();
-        VU_ERROR("vu_storage::OpenWrite : Can't open file for write : ", entry);
-      });
+      [&](const std::string& text) { VU_ERROR("vu_storage::OpenWrite : ", text); },
+      [&] { VU_ERROR("vu_storage::OpenWrite : Can't open file for write : ", entry); });
 }
 
 void vu_storage::OpenWrite(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                            STG::RepositoryType type, bool replace, long timestamp) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  checkInit();
   OpenWrite2(file, userOrDomain, entry, type, replace, timestamp);
 }
 
@@ -102,7 +93,6 @@ void vu_storage::OpenWrite(vu_file& file, const vu_utf8string& userOrDomain,
                            const vu_utf8string& entry, STG::RepositoryType type, bool replace,
                            long timestamp) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  checkInit();
   OpenWrite(file, getBuffer(userOrDomain), getBuffer(entry), type, replace, timestamp);
 }
 
@@ -135,8 +125,9 @@ void vu_storage::Close(vu_file& file) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   guarded(
       [&] {
-        checkInit();
+        // First: the file must not stay open and locked because nobody can initialise the storage.
         file.close();
+        checkInit();
       },
       [&](const std::string& text) { VU_ERROR("Error in vu_storage::Close : ", text); }, kPassOn);
 }
@@ -170,7 +161,6 @@ bool vu_storage::IsFileExist(const vu_utf8string& userOrDomain, const vu_utf8str
                              STG::RepositoryType type, long timestamp, std::string* folderOut,
                              std::string* physicalOut) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  checkInit();
   return IsFileExist(getBuffer(userOrDomain), getBuffer(entry), type, timestamp, folderOut,
                      physicalOut);
 }

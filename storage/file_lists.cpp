@@ -54,15 +54,19 @@ std::vector<std::string> vu_storage::getFileListFromIndexFile(
     const std::string& folder, std::vector<std::string>& physicalNames,
     const std::vector<std::string>* wanted) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  checkInit();
-  // Required: unlike its sibling it refuses what is no folder, past its own handler.
-  if (!vu_file::is_dir(folder)) throw vu_file_except("not a folder: " + folder);
-
   std::vector<std::string> logical_names;
   const auto failed = [&](const auto&...) {
     // Required: the text says so whatever the exception was.
     VU_ERROR("vu_storage::getFileListFromIndexFile : ", folder, " isn't a directory");
   };
+  const auto initialise = [] {
+    checkInit();
+    return true;
+  };
+  if (!guarded(false, initialise, failed, failed)) return logical_names;
+  // Required: unlike its sibling it refuses what is no folder, past its own handler.
+  if (!vu_file::is_dir(folder)) throw vu_file_except("not a folder: " + folder);
+
   guarded(
       [&] {
         list_entries(folder, logical_names, physicalNames, [&](const std::string& logical) {

@@ -2,6 +2,7 @@
 #include <string_view>
 #include <utility>
 
+#include "file/handle_core.h"
 #include "platform/host/trace.h"
 #include "stg_index.h"
 #include "storage/guard.h"
@@ -14,7 +15,7 @@ using vu_host::trace_level;
 
 // ---- lines and text ---------------------------------------------------------------------------
 
-bool vu_storage::LoadKeyLine(std::string_view line, STG::NameValue& out, bool lastSeparator) {
+bool vu_storage::LoadKeyLine(const std::string& line, STG::NameValue& out, bool lastSeparator) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   const auto separator = lastSeparator ? key_text::Separator::kLast : key_text::Separator::kFirst;
   const auto pair = key_text::split(line, separator);
@@ -26,8 +27,13 @@ bool vu_storage::LoadKeyLine(std::string_view line, STG::NameValue& out, bool la
 
 std::string vu_storage::getStringFromNameValueSeq(const STG::NameValueSeq& seq) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  checkInit();
-  return key_text::join(seq);
+  const auto failed = [&](const auto&... text) {
+    VU_ERROR("vu_storage::getStringFromNameValueSeq ", text...);
+  };
+  // The text does not depend on the storage.
+  guarded([&] { checkInit(); }, failed, failed);
+  return guarded(
+      std::string(), [&] { return key_text::join(seq); }, failed, failed);
 }
 
 std::string vu_storage::getBuffer(const vu_utf8string& s) {
@@ -45,11 +51,12 @@ bool vu_storage::Read(vu_file& file, STG::NameValueSeq& seq, bool lastSeparator)
       false,
       [&] {
         checkInit();
-        std::string text;
-        file.read(text, 0);
-        key_text::Lines lines(text);
-        std::string_view line;
-        while (lines.next(line)) {
+        const FileText text = read_to_end(file);
+        key_text::Lines lines(text.view());
+        std::string_view next;
+        std::string line;
+        while (lines.next(next)) {
+          line = next;
           STG::NameValue pair;
           if (LoadKeyLine(line, pair, lastSeparator)) seq.push_back(std::move(pair));
         }
@@ -117,8 +124,7 @@ void vu_storage::DeleteKeyLineFromFile(const std::string& folder, const std::str
         }
         vu_file file;
         file.open(folder, physical, vu_file_base::o_read);
-        std::string text;
-        file.read(text, 0);
+        std::string text(read_to_end(file).view());
         // Required: the entry is found anywhere, inside another line's name or value as well.
         const bool found = key_text::cut_line(text, entry);
         file.close();

@@ -2,6 +2,7 @@
 
 #include "platform/host/trace.h"
 #include "storage/guard.h"
+#include "storage/roots.h"
 #include "vu_storage.h"
 
 using storage::guarded;
@@ -18,7 +19,7 @@ long vu_storage::saveUserOrMasterProfile(const std::string& userOrDomain,
       [&] {
         checkInit();
         // The separator stands twice in the file's path, which every system takes for one.
-        const std::string folder = s_sConfigDirPath + "\\";
+        const std::string folder = roots().s_sConfigDirPath + "\\";
         const std::string name = fileName.empty() ? "profile.txt" : fileName;
         // Required: neither result is looked at. What could not be written has been traced.
         if (!userOrDomain.empty()) {
@@ -39,7 +40,7 @@ long vu_storage::loadUserOrMasterProfile(const std::string& userOrDomain,
       1L,
       [&] {
         checkInit();
-        const std::string& folder = s_sConfigDirPath;
+        const std::string& folder = roots().s_sConfigDirPath;
         if (!userOrDomain.empty()) {
           const long loaded = loadKey(userOrDomain, fileName, STG::UserFilesRepository, seq);
           // Required: an empty name is not replaced here, and never found, although the owner's

@@ -1,6 +1,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "index/document_extensions.h"
 #include "index/mail_root.h"
@@ -12,6 +13,7 @@
 #include "storage/folders.h"
 #include "storage/guard.h"
 #include "storage/layout.h"
+#include "storage/roots.h"
 #include "storage/storage_mutex.h"
 #include "vu_storage.h"
 
@@ -19,36 +21,28 @@ using storage::guarded;
 using storage::kSource;
 using vu_host::trace_level;
 
-/// The marker of the initialisation, and the one way into the facade for the index.
-struct StorageGate {
-  static constexpr std::int32_t kInitialised = 1234;
+constinit std::atomic<const StorageGate::Published*> StorageGate::s_published = nullptr;
 
-  /// Whoever sees the marker sees everything that was written before it was set.
-  static bool initialised() {
-    return std::atomic_ref<std::int32_t>(vu_storage::s_initDone).load(std::memory_order_acquire) ==
-           kInitialised;
-  }
-  static void set_initialised() {
-    std::atomic_ref<std::int32_t>(vu_storage::s_initDone)
-        .store(kInitialised, std::memory_order_release);
-  }
-  static const std::string& mail_root() {
-    vu_storage::checkInit();
-    return vu_storage::s_sMailPath;
-  }
-};
-
-const std::string& initialised_mail_root() { return StorageGate::mail_root(); }
-
-namespace {
-
-/// Keeps a path, and writes only what changes: after an initialisation that failed, others may be
-/// reading the paths while the next operation tries once more.
-void keep(std::string& path, const std::string& value) {
-  if (path != value) path = value;
+void StorageGate::publish(vu_storage::Roots roots) {
+  // An operation that initialises in vain once more says what the one before has said.
+  if (roots == vu_storage::roots()) return;
+  const Published* const earlier = s_published.load(std::memory_order_relaxed);
+  s_published.store(new Published{std::move(roots), earlier}, std::memory_order_release);
 }
 
-}  // namespace
+const vu_storage::Roots& vu_storage::roots() {
+  static const auto* const before_any = new Roots;
+  const StorageGate::Published* const published =
+      StorageGate::s_published.load(std::memory_order_acquire);
+  return published != nullptr ? published->roots : *before_any;
+}
+
+const std::string& StorageGate::mail_root() {
+  vu_storage::checkInit();
+  return vu_storage::roots().s_sMailPath;
+}
+
+const std::string& initialised_mail_root() { return StorageGate::mail_root(); }
 
 // ---- initialisation --------------------------------------------------------------------------
 
@@ -76,34 +70,37 @@ bool vu_storage::initRootStorage(const std::string& root, bool useDomain, bool s
 
   const StorageLock lock;
   if (StorageGate::initialised()) return false;
-  s_bUseDomain = useDomain;
-  keep(s_storagePath, root + "\\storage");
-  const std::string text = "ztVuStorage:s_storagePath:" + s_storagePath;
+  Roots begun = roots();
+  begun.s_bUseDomain = useDomain;
+  begun.s_storagePath = root + "\\storage";
+  const std::string text = "ztVuStorage:s_storagePath:" + begun.s_storagePath;
   VU_TRACE_M(text);
   host::record_history(text, 1, 4, 0);
   // Before initPath() sets the marker: nobody who finds the storage initialised may meet the old
   // switch.
   STGIndex::setSynchronizeMode(synchronize);
-  initPath(s_storagePath);
+  initPath(std::move(begun));
   return true;
 }
 
-void vu_storage::initPath(const std::string& storagePath) {
+void vu_storage::initPath(Roots begun) {
   VU_TRACE_SCOPE(kSource, trace_level::xl, "ztVuStorage:initPath");
   guarded(
       [&] {
-        keep(s_sCorpPath, storagePath + "\\docs");
-        keep(s_sSemletPath, storagePath + "\\semlets");
-        keep(s_sUserPath, storagePath + "\\user");
-        keep(s_sListPath, storagePath + "\\list");
-        keep(s_sMailPath, storagePath + "\\mail");
-        keep(s_sConfigDirPath, vu_utf8string(host::config().binary_folder()).str() + "\\config");
-        make_folder_if_missing(storagePath);
-        make_folder_if_missing(s_sCorpPath);
-        make_folder_if_missing(s_sSemletPath);
-        make_folder_if_missing(s_sUserPath);
-        make_folder_if_missing(s_sListPath);
-        make_folder_if_missing(s_sMailPath);
+        const std::string& root = begun.s_storagePath;
+        begun.s_sCorpPath = root + "\\docs";
+        begun.s_sSemletPath = root + "\\semlets";
+        begun.s_sUserPath = root + "\\user";
+        begun.s_sListPath = root + "\\list";
+        begun.s_sMailPath = root + "\\mail";
+        // Required: the areas hold also when the configuration does not answer.
+        StorageGate::publish(begun);
+        begun.s_sConfigDirPath = vu_utf8string(host::config().binary_folder()).str() + "\\config";
+        StorageGate::publish(begun);
+        for (const std::string* const folder :
+             {&begun.s_storagePath, &begun.s_sCorpPath, &begun.s_sSemletPath, &begun.s_sUserPath,
+              &begun.s_sListPath, &begun.s_sMailPath})
+          make_folder_if_missing(*folder);
         // Required: a folder that could not be made does not count, only an exception does.
         StorageGate::set_initialised();
       },
@@ -122,11 +119,12 @@ void vu_storage::checkInit() {
   ucs2string folder = temporary.server_folder();
   if (!folder.empty() && folder.at(folder.size() - 1) == u'\\')
     folder = folder.substr(0, folder.size() - 1);
-  keep(s_storagePath, os::to_narrow(folder));
-  const std::string text = "ztVuStorage:s_storagePath:" + s_storagePath;
+  Roots begun = roots();
+  begun.s_storagePath = os::to_narrow(folder);
+  const std::string text = "ztVuStorage:s_storagePath:" + begun.s_storagePath;
   VU_TRACE_M(text);
   host::record_history(text, 1, 4, 0);
-  initPath(s_storagePath);
+  initPath(std::move(begun));
 }
 
 // ---- getters ---------------------------------------------------------------------------------
@@ -134,43 +132,43 @@ void vu_storage::checkInit() {
 const std::string& vu_storage::getStoragePath() {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   checkInit();
-  return s_storagePath;
+  return roots().s_storagePath;
 }
 
 const std::string& vu_storage::getCorpPath() {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   checkInit();
-  return s_sCorpPath;
+  return roots().s_sCorpPath;
 }
 
 const std::string& vu_storage::getUserPath() {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   checkInit();
-  return s_sUserPath;
+  return roots().s_sUserPath;
 }
 
 const std::string& vu_storage::getListPath() {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   checkInit();
-  return s_sListPath;
+  return roots().s_sListPath;
 }
 
 const std::string& vu_storage::getConfigDirPath() {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   checkInit();
-  return s_sConfigDirPath;
+  return roots().s_sConfigDirPath;
 }
 
 const std::string& vu_storage::getMailPath() {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   checkInit();
-  return s_sMailPath;
+  return roots().s_sMailPath;
 }
 
 const std::string& vu_storage::getSemletPath() {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   checkInit();
-  return s_sSemletPath;
+  return roots().s_sSemletPath;
 }
 
 const std::string& vu_storage::getTdcTimeStamp() {
@@ -186,15 +184,15 @@ void vu_storage::setTdcTimeStamp(const std::string& value) {
 
 // ---- folders and names -----------------------------------------------------------------------
 
-const std::string& vu_storage::areaPath(STG::RepositoryType type) {
+const std::string& vu_storage::areaPath(const Roots& roots, STG::RepositoryType type) {
   switch (type) {
     case STG::CorporateRepository:
-      return s_sCorpPath;
+      return roots.s_sCorpPath;
     case STG::MailRepository:
     case STG::MailFilesRepository:
-      return s_sMailPath;
+      return roots.s_sMailPath;
     default:
-      return s_sUserPath;
+      return roots.s_sUserPath;
   }
 }
 
@@ -208,7 +206,8 @@ bool vu_storage::createUserOrDomainNameDirectory(const std::string& userOrDomain
   const std::string name = entry;
 
   // Required: the area folder is made whatever `create` says, and its exceptions are the caller's.
-  dir = areaPath(type);
+  const Roots& in_force = roots();
+  dir = areaPath(in_force, type);
   const bool has_area = make_folder_if_missing(dir) == Folder::kWasThere;
 
   return guarded(
@@ -219,11 +218,11 @@ bool vu_storage::createUserOrDomainNameDirectory(const std::string& userOrDomain
           if (create) vu_file::createDir(dir);
           return create;
         };
-        if (s_bUseDomain) dir += "\\" + (owner.empty() ? "_" : owner);
+        if (in_force.s_bUseDomain) dir += "\\" + (owner.empty() ? "_" : owner);
         // The area folder itself was asked for a moment ago.
-        if ((s_bUseDomain || !has_area) && !reach()) return false;
+        if ((in_force.s_bUseDomain || !has_area) && !reach()) return false;
         if (type != STG::CorporateRepository) return true;
-        dir += "\\" + layout::bucket_name(HashCode_asJava(name, layout::kBuckets));
+        dir += "\\" + layout::bucket_name(clamp32(HashCode_asJava(name, layout::kBuckets)));
         return reach();
       },
       [&](const std::string& text) {
@@ -234,7 +233,7 @@ bool vu_storage::createUserOrDomainNameDirectory(const std::string& userOrDomain
       });
 }
 
-std::int32_t vu_storage::HashCode_asJava(const std::string& s, std::int32_t modulus) {
+long vu_storage::HashCode_asJava(const std::string& s, int modulus) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   return layout::hash_of(s, modulus);
 }

@@ -8,6 +8,7 @@
 #include "storage/folders.h"
 #include "storage/guard.h"
 #include "storage/layout.h"
+#include "storage/open_or_closed.h"
 #include "vu_storage.h"
 
 using storage::guarded;
@@ -51,6 +52,7 @@ void vu_storage::OpenWriteSubPart(vu_file& file, const std::string& userOrDomain
   VU_TRACE_SCOPE(kSource, trace_level::m, "vu_storage::OpenWriteSubPart: ", userOrDomain, " : ",
                  entry, " : ", strPartId);
   std::string dir;
+  OpenOrClosed opened(file);
   guarded(
       [&] {
         checkInit();
@@ -75,15 +77,12 @@ void vu_storage::OpenWriteSubPart(vu_file& file, const std::string& userOrDomain
           dir += "\\" + strType.substr(at + 1);
         }
         make_folder_if_missing(dir);
-        file.open(dir, strPartId, vu_file_base::o_truncate);
+        opened.open(dir, strPartId, vu_file_base::o_truncate);
       },
       [&](const std::string& text) {
-        file.close();
         VU_ERROR("vu_storage::OpenWriteSubPart :", text);  // sic: no blank after the colon
       },
       [&] {
-        // The lock may be what failed, on a handle that is open by then.
-        file.close();
         VU_ERROR("vu_storage::OpenWriteSubPart : Can't open file for write : sDir->", dir,
                  "   strPartId->", strPartId);
       });
@@ -93,7 +92,6 @@ void vu_storage::OpenWriteSubPart(vu_file& file, const vu_utf8string& userOrDoma
                                   const vu_utf8string& entry, const std::string& strType,
                                   const std::string& strPartId, long docTime) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  checkInit();
   OpenWriteSubPart(file, getBuffer(userOrDomain), getBuffer(entry), strType, strPartId, docTime);
 }
 
@@ -143,6 +141,7 @@ void vu_storage::OpenReadSubPart(vu_file& file, const std::string& strUser,
                                  const std::string& strType, const std::string& strPartID,
                                  long docTime) {
   VU_TRACE_SCOPE(kSource, trace_level::m, "vu_storage::OpenReadSubPart ");  // sic: a blank ends it
+  OpenOrClosed opened(file);
   guarded(
       [&] {
         checkInit();
@@ -160,13 +159,13 @@ void vu_storage::OpenReadSubPart(vu_file& file, const std::string& strUser,
             break;
           case kUpToDate:
             VU_SUCCESS("case 0 : Doc is up to date");
-            file.open(part_dir, strPartID, vu_file_base::o_read);
+            opened.open(part_dir, strPartID, vu_file_base::o_read);
             break;
           case kFromPreload:
             VU_SUCCESS("case 1: Doc must be updated from preload");  // sic: no blank
             if (vu_file::copyFile(preload_dir + "\\" + strPartID, part_dir + "\\" + strPartID,
                                   true))
-              file.open(part_dir, strPartID, vu_file_base::o_read);
+              opened.open(part_dir, strPartID, vu_file_base::o_read);
             break;
           case kRegenerate:
             VU_TRACE_XL("Document must to be regenerated");  // sic
@@ -176,14 +175,9 @@ void vu_storage::OpenReadSubPart(vu_file& file, const std::string& strUser,
         }
       },
       [&](const std::string& text) {
-        file.close();
         VU_WARNING("vu_storage::OpenReadSubPart: ", text);  // sic: no blank before the colon
       },
-      [&] {
-        // As in OpenWriteSubPart().
-        file.close();
-        VU_ERROR("vu_storage::OpenReadSubPart : unknown error, force retrieve doc");
-      });
+      [&] { VU_ERROR("vu_storage::OpenReadSubPart : unknown error, force retrieve doc"); });
 }
 
 void vu_storage::OpenReadSubPart(vu_file& file, const vu_utf8string& strUser,
@@ -191,7 +185,6 @@ void vu_storage::OpenReadSubPart(vu_file& file, const vu_utf8string& strUser,
                                  const std::string& strType, const std::string& strPartID,
                                  long docTime) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  checkInit();
   OpenReadSubPart(file, getBuffer(strUser), getBuffer(strRepo), getBuffer(strEntry), strType,
                   strPartID, docTime);
 }
@@ -222,7 +215,6 @@ void vu_storage::OpenReadSubPartEx(vu_file& file, const vu_utf8string& strUser,
                                    const std::string& strType, const std::string& strPartID,
                                    long docTime, unsigned long& size) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  checkInit();
   OpenReadSubPartEx(file, getBuffer(strUser), getBuffer(strRepo), getBuffer(strEntry), strType,
                     strPartID, docTime, size);
 }

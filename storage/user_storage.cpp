@@ -5,6 +5,7 @@
 #include "platform/host/trace.h"
 #include "stg_index.h"
 #include "storage/guard.h"
+#include "storage/roots.h"
 #include "storage/storage_mutex.h"
 #include "vu_storage.h"
 
@@ -21,7 +22,9 @@ bool vu_storage::RenameUserStorage(const std::string& oldName, const std::string
       false,
       [&] {
         checkInit();
-        for (const std::string* const area : {&s_sMailPath, &s_sListPath, &s_sUserPath}) {
+        const Roots& in_force = roots();
+        for (const std::string* const area :
+             {&in_force.s_sMailPath, &in_force.s_sListPath, &in_force.s_sUserPath}) {
           const std::string target = *area + "\\" + newName;
           if (vu_file::exists(target)) {
             VU_TRACE_XS("Can't rename to ", newName, " : because ", target,
@@ -30,7 +33,8 @@ bool vu_storage::RenameUserStorage(const std::string& oldName, const std::string
           }
         }
         // Required: a folder that is missing or cannot be renamed does not count.
-        for (const std::string* const area : {&s_sMailPath, &s_sListPath, &s_sUserPath})
+        for (const std::string* const area :
+             {&in_force.s_sMailPath, &in_force.s_sListPath, &in_force.s_sUserPath})
           vu_file::rename(*area + "\\" + oldName, *area + "\\" + newName);
         return true;
       },
@@ -44,9 +48,11 @@ bool vu_storage::RemoveUserStorage(const vu_utf8string& user) {
   guarded(
       [&] {
         checkInit();
+        const Roots& in_force = roots();
         const std::string name = getBuffer(user);
         // Required: an empty name removes the area folders themselves.
-        for (const std::string* const area : {&s_sMailPath, &s_sListPath, &s_sUserPath})
+        for (const std::string* const area :
+             {&in_force.s_sMailPath, &in_force.s_sListPath, &in_force.s_sUserPath})
           vu_file::recurseRemoveDir(*area + "\\" + name);
       },
       [&](const std::string& text) { VU_ERROR("vu_storage::RemoveUserStorage ", text); },
@@ -56,8 +62,13 @@ bool vu_storage::RemoveUserStorage(const vu_utf8string& user) {
 
 bool vu_storage::RemoveUsersStorage(const Sequence<vu_utf8string>& names) {
   VU_TRACE_SCOPE(kSource, trace_level::m, "vu_storage::RemoveUsersStorage");
-  checkInit();
-  for (const vu_utf8string& name : names) RemoveUserStorage(name);
+  guarded(
+      [&] {
+        checkInit();
+        for (const vu_utf8string& name : names) RemoveUserStorage(name);
+      },
+      [&](const std::string& text) { VU_ERROR("vu_storage::RemoveUsersStorage ", text); },
+      [&] { VU_ERROR("vu_storage::RemoveUsersStorage"); });
   return true;
 }
 
@@ -76,6 +87,7 @@ bool vu_storage::RemoveFile(const std::string& userOrDomain, const std::string& 
         STGIndex::remove(dir, entry, timestamp);
         if (type == STG::UserFilesRepository)
           DeleteKeyLineFromFile(dir, "attribut.txt", entry);  // sic
+        // Required: an empty entry cuts the first line of each file.
         RemoveFromCategFiles(dir, entry);
         return true;
       },
@@ -86,7 +98,6 @@ bool vu_storage::RemoveFile(const std::string& userOrDomain, const std::string& 
 bool vu_storage::RemoveFile(const vu_utf8string& userOrDomain, const vu_utf8string& entry,
                             STG::RepositoryType type, long timestamp) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  checkInit();
   return RemoveFile(getBuffer(userOrDomain), getBuffer(entry), type, timestamp);
 }
 

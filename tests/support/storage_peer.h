@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <string_view>
 
 #include "stg_index.h"
+#include "storage/roots.h"
 #include "vu_storage.h"
 
 /// Lets unit tests take the storage back to its state before the first call, and reach its private
@@ -15,13 +15,8 @@ struct vu_storage_test_peer {
   /// As if the library had just been loaded: nobody has initialised, every path is empty.
   static void reset() {
     set_init_done(0);
-    vu_storage::s_bUseDomain = true;
-    for (std::string* const path :
-         {&vu_storage::s_storagePath, &vu_storage::s_sCorpPath, &vu_storage::s_sSemletPath,
-          &vu_storage::s_sUserPath, &vu_storage::s_sListPath, &vu_storage::s_sMailPath,
-          &vu_storage::s_sConfigDirPath, &vu_storage::s_sTdcTimeStamp}) {
-      path->clear();
-    }
+    StorageGate::publish({});
+    vu_storage::s_sTdcTimeStamp.clear();
     STGIndex::setSynchronizeMode(true);
   }
 
@@ -33,23 +28,35 @@ struct vu_storage_test_peer {
   static void set_init_done(std::int32_t marker) {
     std::atomic_ref<std::int32_t>(vu_storage::s_initDone).store(marker, std::memory_order_release);
   }
-  static bool use_domain() { return vu_storage::s_bUseDomain; }
-  static void set_use_domain(bool use_domain) { vu_storage::s_bUseDomain = use_domain; }
-  static const std::string& storage_path() { return vu_storage::s_storagePath; }
-  static const std::string& corp_path() { return vu_storage::s_sCorpPath; }
-  static const std::string& semlet_path() { return vu_storage::s_sSemletPath; }
-  static const std::string& user_path() { return vu_storage::s_sUserPath; }
-  static const std::string& list_path() { return vu_storage::s_sListPath; }
-  static const std::string& mail_path() { return vu_storage::s_sMailPath; }
-  static const std::string& config_dir_path() { return vu_storage::s_sConfigDirPath; }
-  static void set_config_dir_path(const std::string& path) { vu_storage::s_sConfigDirPath = path; }
+  static bool use_domain() { return vu_storage::roots().s_bUseDomain; }
+  static void set_use_domain(bool use_domain) {
+    vu_storage::Roots changed = vu_storage::roots();
+    changed.s_bUseDomain = use_domain;
+    StorageGate::publish(changed);
+  }
+  static const std::string& storage_path() { return vu_storage::roots().s_storagePath; }
+  static const std::string& corp_path() { return vu_storage::roots().s_sCorpPath; }
+  static const std::string& semlet_path() { return vu_storage::roots().s_sSemletPath; }
+  static const std::string& user_path() { return vu_storage::roots().s_sUserPath; }
+  static const std::string& list_path() { return vu_storage::roots().s_sListPath; }
+  static const std::string& mail_path() { return vu_storage::roots().s_sMailPath; }
+  static const std::string& config_dir_path() { return vu_storage::roots().s_sConfigDirPath; }
+  static void set_config_dir_path(const std::string& path) {
+    vu_storage::Roots changed = vu_storage::roots();
+    changed.s_sConfigDirPath = path;
+    StorageGate::publish(changed);
+  }
   static const std::string& tdc_time_stamp() { return vu_storage::s_sTdcTimeStamp; }
 
   // ---- private operations --------------------------------------------------------------------
 
   static void checkInit() { vu_storage::checkInit(); }
-  static void initPath(const std::string& storagePath) { vu_storage::initPath(storagePath); }
-  static std::int32_t HashCode_asJava(const std::string& s, std::int32_t modulus) {
+  static void initPath(const std::string& storagePath) {
+    vu_storage::Roots begun = vu_storage::roots();
+    begun.s_storagePath = storagePath;
+    vu_storage::initPath(begun);
+  }
+  static long HashCode_asJava(const std::string& s, int modulus) {
     return vu_storage::HashCode_asJava(s, modulus);
   }
   static std::string getLogicalName(const std::string& name, long timestamp) {
@@ -58,7 +65,7 @@ struct vu_storage_test_peer {
   static bool getLastVersion(const std::string& folder, const std::string& entry, long& timestamp) {
     return vu_storage::getLastVersion(folder, entry, timestamp);
   }
-  static bool LoadKeyLine(std::string_view line, STG::NameValue& out, bool lastSeparator) {
+  static bool LoadKeyLine(const std::string& line, STG::NameValue& out, bool lastSeparator) {
     return vu_storage::LoadKeyLine(line, out, lastSeparator);
   }
   static void DeleteKeyLineFromFile(const std::string& folder, const std::string& logicalName,

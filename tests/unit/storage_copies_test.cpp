@@ -209,4 +209,12 @@ TEST_F(DocumentCopies, LetExceptionsOfTheFolderAndTheIndexPass) {
   EXPECT_TRUE(facade(trace_event::error).empty());
 }
 
+TEST_F(DocumentCopies, GoOnWhenTheFolderIsNotResolved) {
+  const auto raised = faults::throw_from(faults::Call::create_directory, vu_file_except("full"));
+  EXPECT_THROW(client.copyFileToStorage(scratch.path(), "x.kdc", "new", STG::UserRepository),
+               vu_file_except);
+  EXPECT_EQ(facade(vu_host::trace_event::error),
+            Texts{"vu_storage::createUserOrDomainNameDirectory : full"});
+}
+
 }  // namespace

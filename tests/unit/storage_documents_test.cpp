@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -548,6 +549,120 @@ TEST_F(Documents, AreClosedWithATraceWhenTheInitialisationFails) {
     EXPECT_THROW(client.Close(file), std::runtime_error);
     EXPECT_TRUE(facade(trace_event::error).empty());
   }
+  vu_host::install({&sink});
+}
+
+// ---- handles that come open ----------------------------------------------------------------------
+
+/// A handle that holds another file when an operation gets it.
+class OpenHandles : public Documents {
+ protected:
+  OpenHandles() {
+    write_file(scratch.path("other"), "");
+    store("there.kdc", kUser, 0, "abc");
+  }
+  template <class Operation>
+  bool is_open_after(Operation operation) {
+    vu_file file;
+    file.open(scratch.path(), "other", vu_file_base::o_append);
+    operation(file);
+    return file.is_open();
+  }
+};
+
+TEST_F(OpenHandles, AreLeftClosedByWhatOpensNothing) {
+  store("there.kdc", kDocs, 5, "abc");
+  const auto write = [&](const std::string& entry, bool replace) {
+    return [this, entry, replace](vu_file& file) {
+      client.OpenWrite2(file, "jdoe", entry, kUser, replace, 0);
+    };
+  };
+  const auto read = [&](const std::string& entry) {
+    return [this, entry](vu_file& file) { client.OpenRead(file, "jdoe", entry, kUser, 0); };
+  };
+  EXPECT_FALSE(is_open_after(write("there.kdc", false)));
+  EXPECT_FALSE(is_open_after(write("", true)));
+  EXPECT_FALSE(is_open_after(read("missing.kdc")));
+  EXPECT_FALSE(is_open_after(read("")));
+  EXPECT_FALSE(is_open_after([&](vu_file& file) {
+    client.OpenRead(file, vu_utf8string("jdoe"), vu_utf8string("missing"), kUser, 0);
+  }));
+  unsigned long size = 7;
+  for (const std::string entry : {"", "missing.kdc", "there.kdc"}) {
+    EXPECT_FALSE(is_open_after([&](vu_file& file) {
+      client.OpenReadSubPart(file, "u", "jdoe", entry, "pdf@a", "part", 5);
+    }));
+    EXPECT_FALSE(is_open_after([&](vu_file& file) {
+      client.OpenReadSubPartEx(file, "u", "jdoe", entry, "pdf@a", "part", 5, size);
+    }));
+    EXPECT_EQ(size, 0U);
+    EXPECT_FALSE(is_open_after(
+        [&](vu_file& file) { client.OpenWriteSubPart(file, "jdoe", entry, "pdf@a", "", 5); }));
+  }
+  EXPECT_FALSE(is_open_after([&](vu_file& file) {
+    client.OpenWriteSubPart(file, "jdoe", "missing.kdc", "pdf@a", "part", 5);
+  }));
+}
+
+TEST_F(OpenHandles, AreOpenedOnWhatWasAskedForWithTheTraceOfTheHandle) {
+  vu_file file;
+  file.open(scratch.path(), "other", vu_file_base::o_append);
+  sink.clear();
+  client.OpenRead(file, "jdoe", "there.kdc", kUser, 0);
+  EXPECT_TRUE(file.is_open());
+  std::string bytes;
+  client.Read(file, bytes, 0);
+  EXPECT_EQ(bytes, "abc");
+  EXPECT_EQ(
+      sink.count(trace_event::error, "file is already opened, it will be closed and reopened !!!"),
+      1U);
+}
+
+/// The last lock that an operation asks for is that of what it opens.
+TEST_F(OpenHandles, AreLeftClosedWhenAskingForTheirLockRaisesAFileException) {
+  store("there.kdc", kDocs, 5, "abc");
+  vu_file part;
+  client.OpenWriteSubPart(part, "jdoe", "there.kdc", "pdf@a", "part", 5);
+  part.close();
+  set_modify_time(part.getFilePath(), 4'000'000'000 / 2);
+  const std::vector<std::function<void(vu_file&)>> operations = {
+      [&](vu_file& file) { client.OpenRead(file, "jdoe", "there.kdc", kUser, 0); },
+      [&](vu_file& file) { client.OpenWrite2(file, "jdoe", "there.kdc", kUser, true, 0); },
+      [&](vu_file& file) {
+        client.OpenWriteSubPart(file, "jdoe", "there.kdc", "pdf@a", "part", 5);
+      },
+      [&](vu_file& file) {
+        client.OpenReadSubPart(file, "u", "jdoe", "there.kdc", "pdf@a", "part", 5);
+      }};
+  for (const auto& operation : operations) {
+    vu_file file;
+    const auto locks = calls_of(faults::Call::lock, [&] { operation(file); });
+    EXPECT_TRUE(file.is_open());
+    file.close();
+    const auto raised = faults::throw_from(faults::Call::lock, vu_file_except("planned"), locks);
+    operation(file);
+    EXPECT_EQ(raised.hits(), 1U);
+    EXPECT_FALSE(file.is_open());
+  }
+}
+
+TEST_F(Documents, GoOnWhenTheirFolderIsNotResolved) {
+  const auto raised = faults::throw_from(faults::Call::create_directory, vu_file_except("full"));
+  vu_file file;
+  EXPECT_FALSE(client.OpenWrite2(file, "new", "x.kdc", kUser, true, 0));
+  EXPECT_EQ(facade(trace_event::error), (Texts{"vu_storage::createUserOrDomainNameDirectory : full",
+                                               "vu_storage::OpenWrite : throw exception on open"}));
+}
+
+TEST_F(Documents, AreClosedAlsoWhenTheInitialisationFails) {
+  store("x.kdc", kUser, 0, "abc");
+  FailingTemporaryFiles failing{std::runtime_error("planned")};
+  vu_file file;
+  client.OpenRead(file, "jdoe", "x.kdc", kUser, 0);
+  vu_host::install({&sink, nullptr, &failing, nullptr});
+  Peer::reset();
+  EXPECT_THROW(client.Close(file), std::runtime_error);
+  EXPECT_FALSE(file.is_open());
   vu_host::install({&sink});
 }
 

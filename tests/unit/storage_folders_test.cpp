@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <filesystem>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -278,6 +279,20 @@ TEST_F(DocumentExtension, HasNoDotAndNoCapitals) {
        {"", "k", "kd", "kdh", "kd`", "kdaa", ".kda", "kda ", "KDA", "Kda", "kdA", "txt", "ctg"})
     EXPECT_FALSE(vu_storage::isVuDocExt(extension)) << extension;
   EXPECT_FALSE(vu_storage::isVuDocExt(std::string("kda\0", 4)));
+}
+
+TEST(OwnerFolderOfAll, IsNotFoundWhenTheAreaCannotBeMade) {
+  const scratch_folder scratch;
+  const initialised_storage storage(scratch.path(), false);
+  std::filesystem::remove(native(scratch.path("storage\\user")));
+  const auto refused =
+      faults::fail(faults::Call::create_directory, kRefused, 1, faults::Times::kLasting);
+  std::string folder;
+  EXPECT_FALSE(
+      vu_storage::createUserOrDomainNameDirectory("jdoe", "x", STG::UserRepository, folder, false));
+  EXPECT_EQ(folder, scratch.path("storage\\user"));
+  EXPECT_TRUE(
+      vu_storage::createUserOrDomainNameDirectory("jdoe", "x", STG::UserRepository, folder, true));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -32,100 +33,152 @@ class StorageOperations : public StorageTest {
 
   std::string server = scratch.path("server");
   fake_temporary_files temp{server};
+  const std::shared_ptr<vu_file> file = std::make_shared<vu_file>();
 };
 
 // ---- who initialises ---------------------------------------------------------------------------
 
+/// What an operation traces in place of an exception; an exception that leaves it has none.
+using Said = std::optional<std::string>;
+const Said kLeaves = std::nullopt;
+const Said kNothing = "";
+
 struct Operation {
   const char* name;
   std::function<void(vu_storage&)> call;
+  Said of_file_error;       ///< when the initialisation ends by vu_file_except("no folder")
+  Said of_any_other_error;  ///< when it ends by another exception
 };
 
 /// Every public operation, with arguments that lead nowhere.
-std::vector<Operation> every_operation(const std::string& folder) {
+std::vector<Operation> every_operation(const std::string& folder,
+                                       const std::shared_ptr<vu_file>& file) {
   const vu_utf8string wide("u");
   static std::string text;
   static std::vector<std::string> names;
   static STG::NameValueSeq seq;
   static unsigned long size = 0;
   constexpr auto kType = STG::UserRepository;
-  const auto file = std::make_shared<vu_file>();
+  const std::string not_folder = folder + " isn't a directory";
+  const std::string read_part = "vu_storage::OpenReadSubPart : unknown error, force retrieve doc";
+  const Said no_read = "vu_storage::OpenRead : Exception when try open file for read : \\";
+  const Said no_write = "vu_storage::OpenWrite : Can't open file for write : ";
+  const Said no_part =
+      "vu_storage::OpenWriteSubPart : Can't open file for write : sDir->   strPartId->p";
   return {
-      {"vu_storage", [](vu_storage&) { const vu_storage another; }},
-      {"getStoragePath", [](vu_storage&) { vu_storage::getStoragePath(); }},
-      {"getCorpPath", [](vu_storage&) { vu_storage::getCorpPath(); }},
-      {"getUserPath", [](vu_storage&) { vu_storage::getUserPath(); }},
-      {"getListPath", [](vu_storage&) { vu_storage::getListPath(); }},
-      {"getConfigDirPath", [](vu_storage&) { vu_storage::getConfigDirPath(); }},
-      {"getMailPath", [](vu_storage&) { vu_storage::getMailPath(); }},
-      {"getSemletPath", [](vu_storage&) { vu_storage::getSemletPath(); }},
-      {"getTdcTimeStamp", [](vu_storage&) { vu_storage::getTdcTimeStamp(); }},
+      {"vu_storage", [](vu_storage&) { const vu_storage another; }, kLeaves, kLeaves},
+      {"getStoragePath", [](vu_storage&) { vu_storage::getStoragePath(); }, kLeaves, kLeaves},
+      {"getCorpPath", [](vu_storage&) { vu_storage::getCorpPath(); }, kLeaves, kLeaves},
+      {"getUserPath", [](vu_storage&) { vu_storage::getUserPath(); }, kLeaves, kLeaves},
+      {"getListPath", [](vu_storage&) { vu_storage::getListPath(); }, kLeaves, kLeaves},
+      {"getConfigDirPath", [](vu_storage&) { vu_storage::getConfigDirPath(); }, kLeaves, kLeaves},
+      {"getMailPath", [](vu_storage&) { vu_storage::getMailPath(); }, kLeaves, kLeaves},
+      {"getSemletPath", [](vu_storage&) { vu_storage::getSemletPath(); }, kLeaves, kLeaves},
+      {"getTdcTimeStamp", [](vu_storage&) { vu_storage::getTdcTimeStamp(); }, kLeaves, kLeaves},
       {"createUserOrDomainNameDirectory",
        [](vu_storage&) {
          vu_storage::createUserOrDomainNameDirectory("u", "e", kType, text, false);
-       }},
-      {"isVuDocExt", [](vu_storage&) { vu_storage::isVuDocExt("kdc"); }},
-      {"OpenRead", [=](vu_storage& s) { s.OpenRead(*file, "", "", kType, 0); }},
-      {"OpenRead (UTF-8)", [=](vu_storage& s) { s.OpenRead(*file, wide, wide, kType, 0); }},
-      {"OpenWrite2", [=](vu_storage& s) { s.OpenWrite2(*file, "", "", kType, false, 0); }},
-      {"OpenWrite", [=](vu_storage& s) { s.OpenWrite(*file, "", "", kType, false, 0); }},
+       },
+       kLeaves, kLeaves},
+      {"isVuDocExt", [](vu_storage&) { vu_storage::isVuDocExt("kdc"); }, kLeaves, kLeaves},
+      {"OpenRead", [=](vu_storage& s) { s.OpenRead(*file, "", "", kType, 0); },
+       "vu_storage::OpenRead : no folder", no_read},
+      {"OpenRead (UTF-8)", [=](vu_storage& s) { s.OpenRead(*file, wide, wide, kType, 0); },
+       "vu_storage::OpenRead : no folder", no_read},
+      {"OpenWrite2", [=](vu_storage& s) { s.OpenWrite2(*file, "", "", kType, false, 0); },
+       "vu_storage::OpenWrite : no folder", no_write},
+      {"OpenWrite", [=](vu_storage& s) { s.OpenWrite(*file, "", "", kType, false, 0); },
+       "vu_storage::OpenWrite : no folder", no_write},
       {"OpenWrite (UTF-8)",
-       [=](vu_storage& s) { s.OpenWrite(*file, wide, vu_utf8string(), kType, false, 0); }},
-      {"Read", [=](vu_storage& s) { s.Read(*file, text, 1); }},
-      {"Write", [=](vu_storage& s) { s.Write(*file, "x"); }},
-      {"Close", [=](vu_storage& s) { s.Close(*file); }},
-      {"IsFileExist", [](vu_storage& s) { s.IsFileExist("", "", kType, 0, nullptr, nullptr); }},
+       [=](vu_storage& s) { s.OpenWrite(*file, wide, vu_utf8string(), kType, false, 0); },
+       "vu_storage::OpenWrite : no folder", no_write},
+      {"Read", [=](vu_storage& s) { s.Read(*file, text, 1); }, "vu_storage::Read: no folder",
+       "vu_storage::Read : Cannot read from file not opened"},
+      {"Write", [=](vu_storage& s) { s.Write(*file, "x"); }, "vu_storage::Write : no folder",
+       "vu_storage::Write : Cannot Write to file"},
+      {"Close", [=](vu_storage& s) { s.Close(*file); }, "Error in vu_storage::Close : no folder",
+       kLeaves},
+      {"IsFileExist", [](vu_storage& s) { s.IsFileExist("", "", kType, 0, nullptr, nullptr); },
+       "Error : vu_storage::IsFileExist : no folder", "Error : vu_storage::IsFileExist"},
       {"IsFileExist (UTF-8)",
-       [=](vu_storage& s) { s.IsFileExist(wide, wide, kType, 0, nullptr, nullptr); }},
-      {"getLattestTimestamp", [](vu_storage&) { vu_storage::getLattestTimestamp("", "", kType); }},
+       [=](vu_storage& s) { s.IsFileExist(wide, wide, kType, 0, nullptr, nullptr); },
+       "Error : vu_storage::IsFileExist : no folder", "Error : vu_storage::IsFileExist"},
+      {"getLattestTimestamp", [](vu_storage&) { vu_storage::getLattestTimestamp("", "", kType); },
+       kLeaves, kLeaves},
       {"getIndexNameFromDocName",
-       [=](vu_storage&) { vu_storage::getIndexNameFromDocName(folder, "e", 0, text); }},
-      {"update_IndexDat", [=](vu_storage& s) { s.update_IndexDat(folder); }},
+       [=](vu_storage&) { vu_storage::getIndexNameFromDocName(folder, "e", 0, text); },
+       "Error : vu_storage::getIndexNameFromFileName",
+       "Error : vu_storage::getIndexNameFromFileName"},
+      {"update_IndexDat", [=](vu_storage& s) { s.update_IndexDat(folder); }, kLeaves, kLeaves},
       {"copyToStorage",
-       [=](vu_storage&) { vu_storage::copyToStorage(folder, "", "", kType, false, 0); }},
+       [=](vu_storage&) { vu_storage::copyToStorage(folder, "", "", kType, false, 0); }, kLeaves,
+       kLeaves},
       {"copyFromStorage",
-       [=](vu_storage&) { vu_storage::copyFromStorage(folder, "", "", kType, 0); }},
-      {"copyFileToStorage",
-       [=](vu_storage& s) { s.copyFileToStorage(folder, "none", "u", kType); }},
+       [=](vu_storage&) { vu_storage::copyFromStorage(folder, "", "", kType, 0); }, kLeaves,
+       kLeaves},
+      {"copyFileToStorage", [=](vu_storage& s) { s.copyFileToStorage(folder, "none", "u", kType); },
+       kLeaves, kLeaves},
       {"copyFileToStorage (UTF-8)",
-       [=](vu_storage& s) { s.copyFileToStorage(folder, "none", wide, kType); }},
-      {"copyFileToUserPath", [=](vu_storage& s) { s.copyFileToUserPath(folder, "none", "u"); }},
-      {"getStringFromNameValueSeq",
-       [](vu_storage&) { vu_storage::getStringFromNameValueSeq(seq); }},
-      {"Read (key lines)", [=](vu_storage&) { vu_storage::Read(*file, seq, false); }},
-      {"readKeysFile", [=](vu_storage&) { vu_storage::readKeysFile(folder, "k", seq, false); }},
-      {"writeKeysFile", [=](vu_storage&) { vu_storage::writeKeysFile(folder, "k", "", true); }},
+       [=](vu_storage& s) { s.copyFileToStorage(folder, "none", wide, kType); }, kLeaves, kLeaves},
+      {"copyFileToUserPath", [=](vu_storage& s) { s.copyFileToUserPath(folder, "none", "u"); },
+       kLeaves, kLeaves},
+      {"getStringFromNameValueSeq", [](vu_storage&) { vu_storage::getStringFromNameValueSeq(seq); },
+       "vu_storage::getStringFromNameValueSeq no folder", "vu_storage::getStringFromNameValueSeq "},
+      {"Read (key lines)", [=](vu_storage&) { vu_storage::Read(*file, seq, false); }, kNothing,
+       kNothing},
+      {"readKeysFile", [=](vu_storage&) { vu_storage::readKeysFile(folder, "k", seq, false); },
+       "vu_storage::readKeysFile no folder",
+       "vu_storage::readKeysFile failed file" + folder + "\\k"},
+      {"writeKeysFile", [=](vu_storage&) { vu_storage::writeKeysFile(folder, "k", "", true); },
+       "vu_storage::writeKeysFile : no folder",
+       "vu_storage::writeKeysFile failed file" + folder + "\\k"},
       {"saveUserOrMasterProfile",
-       [](vu_storage&) { vu_storage::saveUserOrMasterProfile("", "", seq); }},
+       [](vu_storage&) { vu_storage::saveUserOrMasterProfile("", "", seq); },
+       "vu_storage::saveUserOrMasterProfile : no folder", kLeaves},
       {"loadUserOrMasterProfile",
-       [](vu_storage&) { vu_storage::loadUserOrMasterProfile("", "", seq); }},
+       [](vu_storage&) { vu_storage::loadUserOrMasterProfile("", "", seq); },
+       "vu_storage::loadUserOrMasterProfile : no folder", kLeaves},
       {"OpenWriteSubPart",
-       [=](vu_storage& s) { s.OpenWriteSubPart(*file, "", "", "html@x", "p", 0); }},
+       [=](vu_storage& s) { s.OpenWriteSubPart(*file, "", "", "html@x", "p", 0); },
+       "vu_storage::OpenWriteSubPart :no folder", no_part},
       {"OpenWriteSubPart (UTF-8)",
-       [=](vu_storage& s) { s.OpenWriteSubPart(*file, wide, vu_utf8string(), "t", "p", 0); }},
-      {"OpenReadSubPart",
-       [=](vu_storage& s) { s.OpenReadSubPart(*file, "", "", "", "t", "p", 0); }},
+       [=](vu_storage& s) { s.OpenWriteSubPart(*file, wide, vu_utf8string(), "t", "p", 0); },
+       "vu_storage::OpenWriteSubPart :no folder", no_part},
+      {"OpenReadSubPart", [=](vu_storage& s) { s.OpenReadSubPart(*file, "", "", "", "t", "p", 0); },
+       "vu_storage::OpenReadSubPart: no folder", read_part},
       {"OpenReadSubPart (UTF-8)",
-       [=](vu_storage& s) { s.OpenReadSubPart(*file, wide, wide, wide, "t", "p", 0); }},
+       [=](vu_storage& s) { s.OpenReadSubPart(*file, wide, wide, wide, "t", "p", 0); },
+       "vu_storage::OpenReadSubPart: no folder", read_part},
       {"OpenReadSubPartEx",
-       [=](vu_storage& s) { s.OpenReadSubPartEx(*file, "", "", "", "t", "p", 0, size); }},
+       [=](vu_storage& s) { s.OpenReadSubPartEx(*file, "", "", "", "t", "p", 0, size); }, read_part,
+       read_part},
       {"OpenReadSubPartEx (UTF-8)",
-       [=](vu_storage& s) { s.OpenReadSubPartEx(*file, wide, wide, wide, "t", "p", 0, size); }},
-      {"RenameUserStorage", [](vu_storage&) { vu_storage::RenameUserStorage("none", "nobody"); }},
-      {"RemoveUserStorage", [=](vu_storage&) { vu_storage::RemoveUserStorage(wide); }},
-      {"RemoveUsersStorage", [](vu_storage&) { vu_storage::RemoveUsersStorage({}); }},
-      {"RemoveFile", [](vu_storage&) { vu_storage::RemoveFile("", "", kType, 0); }},
-      {"RemoveFile (UTF-8)", [=](vu_storage&) { vu_storage::RemoveFile(wide, wide, kType, 0); }},
+       [=](vu_storage& s) { s.OpenReadSubPartEx(*file, wide, wide, wide, "t", "p", 0, size); },
+       read_part, read_part},
+      {"RenameUserStorage", [](vu_storage&) { vu_storage::RenameUserStorage("none", "nobody"); },
+       "vu_storage::RenameUserStorage no folder", "Problem in vu_storage::RenameUserStorage "},
+      {"RemoveUserStorage", [=](vu_storage&) { vu_storage::RemoveUserStorage(wide); },
+       "vu_storage::RemoveUserStorage no folder", "vu_storage::RemoveUserStorage u"},
+      {"RemoveUsersStorage", [](vu_storage&) { vu_storage::RemoveUsersStorage({}); },
+       "vu_storage::RemoveUsersStorage no folder", "vu_storage::RemoveUsersStorage"},
+      {"RemoveFile", [](vu_storage&) { vu_storage::RemoveFile("", "", kType, 0); },
+       "Error : vu_storage::RemoveFile : no folder", "Error : vu_storage::RemoveFile"},
+      {"RemoveFile (UTF-8)", [=](vu_storage&) { vu_storage::RemoveFile(wide, wide, kType, 0); },
+       "Error : vu_storage::RemoveFile : no folder", "Error : vu_storage::RemoveFile"},
       {"getAllFileListFromIndexFile",
-       [=](vu_storage&) { vu_storage::getAllFileListFromIndexFile(folder, names); }},
+       [=](vu_storage&) { vu_storage::getAllFileListFromIndexFile(folder, names); },
+       "vu_storage::getAllFileListFromIndexFile : " + not_folder,
+       "vu_storage::getAllFileListFromIndexFile : " + not_folder},
       {"getFileListFromIndexFile",
-       [=](vu_storage&) { vu_storage::getFileListFromIndexFile(folder, names, nullptr); }},
+       [=](vu_storage&) { vu_storage::getFileListFromIndexFile(folder, names, nullptr); },
+       "vu_storage::getFileListFromIndexFile : " + not_folder,
+       "vu_storage::getFileListFromIndexFile : " + not_folder},
   };
 }
 
 TEST_F(StorageOperations, InitialiseAllButTwo) {
   vu_storage facade;
-  for (const Operation& operation : every_operation(server)) {
+  for (const Operation& operation : every_operation(server, file)) {
     SCOPED_TRACE(operation.name);
     Peer::reset();
     sink.clear();
@@ -137,7 +190,7 @@ TEST_F(StorageOperations, InitialiseAllButTwo) {
 
 TEST_F(StorageOperations, OpenTheirScopeFirst) {
   vu_storage facade;
-  for (const Operation& operation : every_operation(server)) {
+  for (const Operation& operation : every_operation(server, file)) {
     SCOPED_TRACE(operation.name);
     sink.clear();
     operation.call(facade);
@@ -150,39 +203,54 @@ TEST_F(StorageOperations, OpenTheirScopeFirst) {
   }
 }
 
+/// What an operation says of an exception, or nothing when it lets it out.
+template <class Exception>
+Said said_by(const Operation& operation, vu_storage& client, const recording_sink& sink) {
+  try {
+    operation.call(client);
+  } catch (const Exception&) {
+    return kLeaves;
+  }
+  std::string all;
+  for (const traced& each : sink.all()) {
+    if (each.kind == traced::kind_t::event && each.source == "vu_storage") all += each.text;
+  }
+  return all;
+}
+
 TEST_F(StorageOperations, TurnAFailedInitialisationIntoTheirResult) {
   vu_storage client;
+  write_file(scratch.path("other"), "");
+  const auto expect = [&]<class Exception>(const Exception& exception, Said Operation::*expected) {
+    FailingTemporaryFiles failing{exception};
+    vu_host::install({&sink, nullptr, &failing, nullptr});
+    for (const Operation& operation : every_operation(server, file)) {
+      SCOPED_TRACE(operation.name);
+      Peer::reset();
+      file->close();
+      file->open(scratch.path(), "other", vu_file_base::o_read);
+      sink.clear();
+      EXPECT_EQ(said_by<Exception>(operation, client, sink), operation.*expected);
+      EXPECT_EQ(Peer::init_done(), 0);
+      // What opens or closes a handle leaves none open that came open.
+      const std::string name = operation.name;
+      const bool is_of_a_handle = name.starts_with("Open") || name == "Close";
+      EXPECT_EQ(file->is_open(), !is_of_a_handle);
+    }
+  };
+  expect(vu_file_except("no folder"), &Operation::of_file_error);
+  expect(std::runtime_error("no folder"), &Operation::of_any_other_error);
+  vu_host::install({&sink, nullptr, &temp, nullptr});
+}
+
+TEST_F(StorageOperations, GiveTheTextOfKeyLinesWhetherTheStorageCanBeInitialisedOrNot) {
   FailingTemporaryFiles failing{vu_file_except("no folder")};
   vu_host::install({&sink, nullptr, &failing, nullptr});
   Peer::reset();
-  const auto error_of = [&](auto operation) {
-    sink.clear();
-    operation();
-    return facade(vu_host::trace_event::error);
-  };
-
-  vu_file file;
-  std::string text = "before";
-  constexpr auto kType = STG::UserRepository;
-  EXPECT_EQ(error_of([&] { client.OpenRead(file, "u", "e", kType, 0); }),
-            Texts{"vu_storage::OpenRead : no folder"});
-  EXPECT_EQ(error_of([&] { EXPECT_FALSE(client.OpenWrite2(file, "u", "e", kType, true, 0)); }),
-            Texts{"vu_storage::OpenWrite : no folder"});
-  EXPECT_EQ(error_of([&] { client.Read(file, text, 1); }), Texts{"vu_storage::Read: no folder"});
-  EXPECT_EQ(text, "");
-  EXPECT_EQ(error_of([&] { client.Write(file, "x"); }), Texts{"vu_storage::Write : no folder"});
-  EXPECT_EQ(
-      error_of([&] { EXPECT_FALSE(client.IsFileExist("u", "e", kType, 0, nullptr, nullptr)); }),
-      Texts{"Error : vu_storage::IsFileExist : no folder"});
-  EXPECT_EQ(
-      error_of([&] { EXPECT_FALSE(vu_storage::getIndexNameFromDocName(server, "e", 0, text)); }),
-      Texts{"Error : vu_storage::getIndexNameFromFileName"});
-  Texts names;
-  EXPECT_EQ(error_of([&] {
-              EXPECT_TRUE(vu_storage::getAllFileListFromIndexFile(server, names).empty());
-            }),
-            Texts{"vu_storage::getAllFileListFromIndexFile : " + server + " isn't a directory"});
-  EXPECT_EQ(Peer::init_done(), 0);
+  STG::NameValueSeq seq;
+  seq.push_back({"a", "1"});
+  EXPECT_EQ(vu_storage::getStringFromNameValueSeq(seq), "a=1\n");
+  vu_host::install({&sink, nullptr, &temp, nullptr});
 }
 
 // ---- exceptions and results --------------------------------------------------------------------

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <future>
 #include <stdexcept>
@@ -565,14 +566,52 @@ TEST_F(KeyFiles, NoExceptionOfTheHostsHelperLeavesAnOperationOnAFile) {
   EXPECT_EQ(read_file(file("k.txt")), "a=1\n");
 }
 
-TEST_F(KeyFiles, AFileOfManyLinesIsReadWholeWithOneReadingCall) {
+TEST_F(KeyFiles, AFileOfManyLinesIsReadByOneCallAndOneThatFindsItsEnd) {
   STG::NameValueSeq written;
   for (int i = 0; i < 10000; ++i)
     written.push_back({"name " + std::to_string(i), "value " + std::to_string(i % 7)});
   EXPECT_TRUE(write("k.txt", vu_storage::getStringFromNameValueSeq(written), true));
   STG::NameValueSeq seq;
-  EXPECT_EQ(calls_of(Call::read, [&] { EXPECT_EQ(read("k.txt", seq), 0L); }), 1U);
+  EXPECT_EQ(calls_of(Call::read, [&] { EXPECT_EQ(read("k.txt", seq), 0L); }), 2U);
   EXPECT_EQ(pairs_of(seq), pairs_of(written));
+}
+
+TEST_F(KeyFiles, AreReadToTheirEndWhateverTheirSizeSeemsToBe) {
+  write_file(file("k"), "a=1\n");
+  const std::string more(10'000, 'x');
+  // What another handle wrote shows in the file before the folder tells of it.
+  const auto later = os::faults::after(Call::stat, [&] {
+    std::ofstream(native(file("k")), std::ios::app | std::ios::binary) << "b=" << more << "\n";
+  });
+  STG::NameValueSeq seq;
+  EXPECT_EQ(read("k", seq), 0);
+  EXPECT_EQ(later.hits(), 1U);
+  EXPECT_EQ(pairs_of(seq), (Pairs{{"a", "1"}, {"b", more}}));
+}
+
+TEST_F(KeyFiles, LoseNothingBehindTheirSizeWhenALineIsCut) {
+  const std::string folder = folder_of("jdoe", "x", STG::UserFilesRepository);
+  const std::string path = make_entry(folder, "k.txt", 0, "a=1\nb=2\n");
+  os::faults::reset();
+  // The size is the last question before the file is read.
+  Peer::DeleteKeyLineFromFile(folder, "k.txt", "no such line");
+  const auto questions = os::faults::calls(Call::stat);
+  const auto later = os::faults::after(
+      Call::stat, [&] { std::ofstream(native(path), std::ios::app | std::ios::binary) << "c=3\n"; },
+      questions);
+  Peer::DeleteKeyLineFromFile(folder, "k.txt", "b");
+  EXPECT_EQ(later.hits(), 1U);
+  EXPECT_EQ(read_file(path), "a=1\nc=3\n");
+}
+
+TEST_F(KeyFiles, FailWhenTheSystemCannotReadTheirEnd) {
+  write_file(file("k"), "a=1\n");
+  STG::NameValueSeq seq;
+  for (const std::uint64_t nth : {1U}) {
+    const auto fault = os::faults::fail(Call::read, kRefused, nth);
+    EXPECT_EQ(read("k", seq), 1);
+  }
+  EXPECT_TRUE(seq.empty());
 }
 
 }  // namespace

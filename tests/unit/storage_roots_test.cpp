@@ -383,6 +383,34 @@ TEST_F(StorageRoots, StayUninitialisedWhenTheBinaryFolderIsNotKnown) {
   EXPECT_FALSE(file_exists(dir.path("storage")));
 }
 
+TEST_F(StorageRoots, KnowTheirAreasBeforeTheConfigurationIsAsked) {
+  EXPECT_TRUE(vu_storage::initRootStorage(dir.path(), true, false));
+  const std::string known = Peer::config_dir_path();
+  Peer::set_init_done(0);
+  failing_configuration failing;
+  vu_host::install({&sink, &failing, &temp, &components});
+  const std::string root = dir.path("other\\storage");
+  EXPECT_TRUE(vu_storage::initRootStorage(dir.path("other"), false, false));
+  EXPECT_EQ(Peer::storage_path(), root);
+  EXPECT_EQ(Peer::corp_path(), root + "\\docs");
+  EXPECT_EQ(Peer::semlet_path(), root + "\\semlets");
+  EXPECT_EQ(Peer::user_path(), root + "\\user");
+  EXPECT_EQ(Peer::list_path(), root + "\\list");
+  EXPECT_EQ(Peer::mail_path(), root + "\\mail");
+  EXPECT_FALSE(Peer::use_domain());
+  EXPECT_EQ(Peer::config_dir_path(), known);
+}
+
+TEST_F(StorageRoots, TakeAnotherRootThanTheOneThatAFailedAttemptNamed) {
+  {
+    const auto raised = faults::throw_from(faults::Call::create_directory, vu_file_except("full"));
+    EXPECT_TRUE(vu_storage::initRootStorage(dir.path("no"), true, false));
+  }
+  // True as well, though an operation in between has taken the server's folder.
+  EXPECT_EQ(vu_storage::getStoragePath(), dir.path("server"));
+  EXPECT_FALSE(vu_storage::initRootStorage(dir.path(), true, false));
+}
+
 // ---- threads -----------------------------------------------------------------------------------
 
 TEST_F(StorageRoots, AreInitialisedByOneOfManyCallers) {
@@ -431,6 +459,37 @@ TEST_F(StorageRoots, AreReadByManyWhileTheyCannotBeMade) {
   for (std::thread& caller : callers) caller.join();
   EXPECT_EQ(raised.hits(), 81U);
   EXPECT_EQ(Peer::init_done(), 0);
+}
+
+TEST_F(StorageRoots, ReachRunningOperationsWholeWhenARetryNamesAnotherRoot) {
+  failing_configuration failing;
+  vu_host::install({nullptr, &failing, &temp, &components});
+  make_folder(dir.path("shared\\storage\\user"));
+  make_folder(dir.path("apart\\storage\\user\\jdoe"));
+  vu_storage::initRootStorage(dir.path("shared"), false, false);
+  std::atomic<bool> stop = false;
+  std::vector<std::thread> callers;
+  // Operations that began while nobody could initialise; what they ask anew goes nowhere else.
+  for (int i = 0; i < 3; ++i) {
+    callers.emplace_back([&] {
+      const Texts together = {dir.path("shared\\storage\\user"),
+                              dir.path("apart\\storage\\user\\jdoe"), dir.path("server\\user"),
+                              dir.path("server\\user\\jdoe")};
+      while (!stop) {
+        std::string folder;
+        vu_storage::createUserOrDomainNameDirectory("jdoe", "x", STG::UserRepository, folder,
+                                                    false);
+        EXPECT_NE(std::find(together.begin(), together.end(), folder), together.end()) << folder;
+      }
+    });
+  }
+  for (int repeat = 0; repeat < 200; ++repeat) {
+    vu_storage::initRootStorage(dir.path("apart"), true, false);
+    vu_storage::initRootStorage(dir.path("shared"), false, false);
+  }
+  stop = true;
+  for (std::thread& caller : callers) caller.join();
+  vu_host::install({&sink, &config, &temp, &components});
 }
 
 /// Whether one more scope with this label has begun in time.

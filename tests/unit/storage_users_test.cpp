@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -328,6 +329,36 @@ TEST_F(Users, TheUtf8FormConvertsItsNamesAndCallsTheNarrowOne) {
                                      vu_utf8string(std::string("sales.kdc\0x", 11)),
                                      STG::MailRepository, 7));
   EXPECT_FALSE(file_exists(document));
+}
+
+TEST_F(Users, RemovingADocumentTakesItsLineFromTheAttributesBeforeTheCategories) {
+  const std::string folder = folder_of("jdoe", "sales.kdc", STG::UserFilesRepository);
+  make_entry(folder, "sales.kdc", 7, "doc");
+  make_entry(folder, "a.ctg", 0, "sales.kdc=1\n");
+  write_file(folder + "\\attribut.txt", "sales.kdc=x\n");
+  Texts emptied;
+  std::map<os::Handle, std::string> open;
+  const os::faults::Watch watch([&](const os::faults::Made& made) {
+    if (made.call == Call::open) open[made.handle] = made.path->narrow();
+    if (made.call == Call::set_end) emptied.push_back(open[made.handle]);
+  });
+  EXPECT_TRUE(vu_storage::RemoveFile("jdoe", "sales.kdc", STG::UserFilesRepository, 7));
+  const auto position = [&](const std::string& name) {
+    const auto is_it = [&](const std::string& path) { return path.ends_with(name); };
+    return std::find_if(emptied.begin(), emptied.end(), is_it);
+  };
+  ASSERT_NE(position("attribut.txt"), emptied.end());
+  ASSERT_NE(position(".ctg"), emptied.end());
+  EXPECT_LT(position("attribut.txt"), position(".ctg"));
+}
+
+TEST_F(Users, RemovingADocumentWithoutANameCutsTheFirstLineOfEachFile) {
+  const std::string folder = folder_of("jdoe", "", STG::UserFilesRepository);
+  const std::string category = make_entry(folder, "a.ctg", 0, "one=1\ntwo=2\n");
+  write_file(folder + "\\attribut.txt", "one=x\ntwo=y\n");
+  EXPECT_TRUE(vu_storage::RemoveFile("jdoe", "", STG::UserFilesRepository, 7));
+  EXPECT_EQ(read_file(category), "two=2\n");
+  EXPECT_EQ(read_file(folder + "\\attribut.txt"), "two=y\n");
 }
 
 // ---- listing a folder ----------------------------------------------------------------------------
