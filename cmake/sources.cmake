@@ -88,12 +88,14 @@ set(VU_UNIT_TEST_SOURCES
   tests/unit/os_fault_sequence_test.cpp
   tests/unit/os_faults_test.cpp
   tests/unit/os_files_test.cpp
+  tests/unit/os_linux_accounts_test.cpp
   tests/unit/os_linux_copy_test.cpp
   tests/unit/os_linux_handles_test.cpp
   tests/unit/os_linux_names_test.cpp
   tests/unit/os_locks_test.cpp
   tests/unit/os_names_test.cpp
   tests/unit/os_questions_test.cpp
+  tests/unit/path_root_test.cpp
   tests/unit/posix_path_test.cpp
   tests/unit/storage_copies_test.cpp
   tests/unit/storage_documents_test.cpp
@@ -116,6 +118,7 @@ set(VU_UNIT_TEST_SOURCES_POSIX
 
 # With the library alone, through its exported headers.
 set(VU_API_TEST_SOURCES
+  tests/api/code_page_test.cpp
   tests/api/documents_test.cpp
   tests/api/file_changes_test.cpp
   tests/api/file_handle_test.cpp

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "file/trace_source.h"
+#include "platform/os/path_root.h"
 
 namespace vu_file_internal {
 namespace {
@@ -58,16 +59,23 @@ vu_utf8string long_form(const vu_utf8string& path) {
   return vu_utf8string(getLongPath(ucs2string(path)));
 }
 
-bool getFileStat(const vu_utf8string& path, os::FileStat& result, bool alreadyLong,
-                 os::Links links) {
+std::u16string absolute_form(const ucs2string& path) {
+  std::u16string result = normalised(path.str());
+  const std::size_t root = root_length(result);
+  // Required: a network path counts as relative here, and so does every path without a root.
+  return root == 1 || root == 3 ? result : std::u16string();
+}
+
+bool getFileStat(const vu_utf8string& path, os::FileStat& result, bool alreadyLong, os::Links links,
+                 os::Handle folder) {
   VU_FILE_SCOPE();
   ucs2string wide(path);
   if (!alreadyLong) wide = getLongPath(wide);
-  const std::size_t last = wide.str().find_last_not_of(u'\\');
-  const std::size_t kept = last == std::u16string::npos ? 0 : last + 1;
+  // A root is none without its own.
+  const std::size_t kept = os::length_without_separators(std::u16string_view(wide.str()));
   if (kept < wide.size()) wide = wide.substr(0, kept);
 
-  const os::Status status = os::stat(wide, result, links);
+  const os::Status status = os::stat(os::Path(wide).in(folder), result, links);
   if (status.ok()) return true;
   if (status.failure() == os::Failure::kNotFound) {
     VU_WARNING(path, ": doesn't exists");  // sic

@@ -1,22 +1,43 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
+
+#include "platform/os/os.h"
 
 /// @file
 /// Paths as text, for both spellings of the file layer: nothing here traces, fails or looks at a
 /// file.
 namespace path_text {
 
+/// What the bytes of a path are. In a two-byte code page the second byte of a character may look like a
+/// backslash; in UTF-8 no part of another character does.
+enum class Encoding : std::uint8_t { kNarrow, kUtf8 };
+
+/// Whether the byte at @p at is the second one of a two-byte character of the narrow encoding.
+inline bool is_second_byte(std::string_view path, std::size_t at) {
+  // A byte that begins no character ends one: of the run before @p at only the length counts.
+  std::size_t leads = 0;
+  while (leads < at && os::is_lead_byte(static_cast<unsigned char>(path[at - leads - 1]))) ++leads;
+  return leads % 2 != 0;
+}
+
 template <class Char>
 constexpr bool is_separator(Char c) {
   return c == Char('\\') || c == Char('/');
 }
 
-inline bool ends_in_separator(std::string_view path) {
-  return !path.empty() && is_separator(path.back());
+inline bool is_separator_at(std::string_view path, std::size_t at, Encoding encoding) {
+  if (!is_separator(path[at])) return false;
+  // No second byte looks like a slash.
+  return encoding == Encoding::kUtf8 || path[at] == '/' || !is_second_byte(path, at);
+}
+
+inline bool ends_in_separator(std::string_view path, Encoding encoding) {
+  return !path.empty() && is_separator_at(path, path.size() - 1, encoding);
 }
 inline bool ends_in_separator(std::u16string_view path) {
   return !path.empty() && is_separator(path.back());
@@ -45,9 +66,18 @@ struct Cut {
   std::string_view after;
 };
 
+/// The last one of the characters of @p which (of "\" and "/") that is one; npos when there is none.
+inline std::size_t last_separator(std::string_view path, std::string_view which,
+                                  Encoding encoding) {
+  std::size_t at = path.find_last_of(which);
+  while (at != std::string_view::npos && !is_separator_at(path, at, encoding))
+    at = at == 0 ? std::string_view::npos : path.find_last_of(which, at - 1);
+  return at;
+}
+
 /// Cuts at the last backslash. False, with @p cut left alone, when there is none.
-inline bool cut_at_last_backslash(std::string_view path, Cut& cut) {
-  const std::size_t at = path.rfind('\\');
+inline bool cut_at_last_backslash(std::string_view path, Encoding encoding, Cut& cut) {
+  const std::size_t at = last_separator(path, "\\", encoding);
   if (at == std::string_view::npos) return false;
   cut = {path.substr(0, at), path.substr(at + 1)};
   return true;
@@ -61,19 +91,19 @@ inline bool cut_at_last_dot(std::string_view path, Cut& cut) {
   return true;
 }
 
-inline std::string with_separator(std::string path) {
+inline std::string with_separator(std::string path, Encoding encoding) {
   if (path.empty()) {
     path = ".\\";
-  } else if (!is_separator(path.back())) {
+  } else if (!ends_in_separator(path, encoding)) {
     path += '\\';
   }
   return path;
 }
 
-inline std::string without_last_separator(std::string path) {
+inline std::string without_last_separator(std::string path, Encoding encoding) {
   if (path.empty()) {
     path = ".";
-  } else if (is_separator(path.back())) {
+  } else if (ends_in_separator(path, encoding)) {
     path.pop_back();
   }
   return path;
@@ -85,8 +115,8 @@ struct NameInFolder {
   std::string name;
 };
 
-inline NameInFolder name_in_folder(const std::string& path) {
-  const std::size_t at = path.find_last_of("\\/");
+inline NameInFolder name_in_folder(const std::string& path, Encoding encoding) {
+  const std::size_t at = last_separator(path, "\\/", encoding);
   if (at == std::string::npos) return {".\\", path};
   return {path.substr(0, at + 1), path.substr(at + 1)};
 }

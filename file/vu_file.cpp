@@ -59,7 +59,7 @@ void vu_file::setPath(const std::string& fullPath) noexcept {
   }
   try {
     path_text::Cut cut;
-    if (path_text::cut_at_last_backslash(fullPath, cut)) {
+    if (path_text::cut_at_last_backslash(fullPath, path_text::Encoding::kNarrow, cut)) {
       std::string folder(cut.before);
       fileName = cut.after;
       directory = std::move(folder);
@@ -97,7 +97,7 @@ void vu_file::open(const std::string& folder, const std::string& name, type_acce
   if (folder.empty() || name.empty()) return;
   directory = folder;
   fileName = name;
-  core().open(vu_trace_scope, mode);
+  open(mode);
 }
 
 int vu_file::read(std::string& out, int count) {
@@ -108,7 +108,7 @@ int vu_file::read(std::string& out, int count) {
 int vu_file::read(char* buffer, int count) {
   VU_FILE_SCOPE();
   std::string bytes;
-  const int done = core().read(vu_trace_scope, bytes, count);
+  const int done = read(bytes, count);
   bytes.copy(buffer, bytes.size());
   return done;
 }
@@ -121,7 +121,7 @@ int vu_file::write(const std::string& data) {
 int vu_file::write(const char* data, int count) {
   VU_FILE_SCOPE();
   if (count < 0) throw std::length_error("vu_file::write");
-  return core().write(vu_trace_scope, std::string_view(data, static_cast<std::size_t>(count)));
+  return write(std::string(data, static_cast<std::size_t>(count)));
 }
 
 void vu_file::seek(int offset, short origin) {

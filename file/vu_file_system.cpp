@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "file/folder_entries.h"
+#include "file/open_folder.h"
 #include "file/path_text.h"
 #include "file/trace_source.h"
 #include "platform/os/os.h"
@@ -9,12 +10,17 @@
 /// @file
 /// The static operations of vu_file: the file system by narrow paths.
 
+using path_text::Encoding;
+using path_text::with_separator;
+
 namespace {
 
-/// vu_file::is_dir() with a say about links: what is removed is the link, never what it leads to.
-bool is_folder(const trace::Scope& vu_trace_scope, const std::string& path, os::Links links) {
+/// vu_file::is_dir() with a say about links (what is removed is the link, never what it leads to) and
+/// about where to look.
+bool is_folder(const trace::Scope& vu_trace_scope, const std::string& path, os::Links links,
+               os::Handle parent = os::kNoHandle) {
   os::FileStat found;
-  const os::Status status = os::stat(path, found, links);
+  const os::Status status = os::stat(os::Path(path).in(parent), found, links);
   if (status.ok()) return found.is_directory;
   if (status.failure() == os::Failure::kNotFound) {
     VU_WARNING("vu_file::is_dir : '", path, "' not exists");
@@ -22,6 +28,47 @@ bool is_folder(const trace::Scope& vu_trace_scope, const std::string& path, os::
     VU_ERROR("vu_file::is_dir '", path, "': Problem getting information");
   }
   return false;
+}
+
+/// vu_file::remove() of what lies in an open folder.
+void remove_entry(const trace::Scope& vu_trace_scope, const std::string& path, os::Handle parent) {
+  try {
+    // Required: the outcome is nobody's business here.
+    if (is_folder(vu_trace_scope, path, os::Links::kKeep, parent)) {
+      static_cast<void>(os::remove_directory(os::Path(path).in(parent)));
+    } else {
+      static_cast<void>(os::remove_file(os::Path(path).in(parent)));
+    }
+  } catch (...) {
+    VU_ERROR("vu_file::remove(", path, ")");
+  }
+}
+
+/// vu_file::recurseRemoveDir() of what lies in an open folder.
+bool remove_tree(const trace::Scope& vu_trace_scope, const std::string& path, os::Handle parent) {
+  try {
+    if (!vu_file::exists(path)) return false;
+    if (!is_folder(vu_trace_scope, path, os::Links::kKeep, parent)) return false;
+    {
+      const OpenFolder folder(os::Path(path).in(parent));
+      for (const os::Entry& found : folder.entries(with_separator(path, Encoding::kNarrow))) {
+        const std::string entry = path_text::join(path, found.name);
+        if (!vu_file::exists(entry)) continue;
+        if (is_folder(vu_trace_scope, entry, os::Links::kKeep, folder.get()))
+          remove_tree(vu_trace_scope, entry, folder.get());
+        // Required: also a folder that has just gone, which warns.
+        remove_entry(vu_trace_scope, entry, folder.get());
+        VU_TRACE_XS("\tpath->", entry, " is removed");
+      }
+    }
+    VU_TRACE_XS("root path->", path);
+    remove_entry(vu_trace_scope, path, parent);
+    // Required: also when something could not be removed.
+    return true;
+  } catch (...) {
+    VU_ERROR("vu_file::recurseRemoveDir(", path, ")");
+    return false;
+  }
 }
 
 }  // namespace
@@ -84,7 +131,7 @@ std::vector<std::string> vu_file::filenames(const std::string& dir) {
   std::vector<std::string> names;
   if (!is_dir(dir)) return names;
   std::vector<os::Entry> entries;
-  static_cast<void>(os::list(path_text::with_separator(dir), entries));
+  static_cast<void>(os::list(with_separator(dir, Encoding::kNarrow), entries));
   names.reserve(entries.size());
   for (os::Entry& entry : entries) names.push_back(std::move(entry.name));
   return names;
@@ -114,16 +161,7 @@ bool vu_file::createDir(const std::string& path) {
 
 void vu_file::remove(const std::string& path) {
   VU_FILE_SCOPE();
-  try {
-    // Required: the outcome is nobody's business here.
-    if (is_folder(vu_trace_scope, path, os::Links::kKeep)) {
-      static_cast<void>(os::remove_directory(path));
-    } else {
-      static_cast<void>(os::remove_file(path));
-    }
-  } catch (...) {
-    VU_ERROR("vu_file::remove(", path, ")");
-  }
+  remove_entry(vu_trace_scope, path, os::kNoHandle);
 }
 
 bool vu_file::rename(const std::string& oldPath, const std::string& newPath) {
@@ -138,8 +176,11 @@ bool vu_file::copyFile(const std::string& src, const std::string& dst, bool over
   try {
     if (!exists(src)) return false;
     if (!overwrite && exists(dst)) return false;
+    os::CopiedTime time = os::CopiedTime::kKept;
     const bool copied =
-        os::copy(src, dst, overwrite ? os::IfExists::kReplace : os::IfExists::kFail).ok();
+        os::copy(src, dst, overwrite ? os::IfExists::kReplace : os::IfExists::kFail, &time).ok();
+    if (time == os::CopiedTime::kRefused)
+      VU_WARNING("vu_file::copyFile : cannot set the time of ", dst);
     // Required: a success whatever the copy says.
     VU_SUCCESS("\tfrom fileSrc=", src, " to FileDest=", dst);
     return copied;
@@ -151,31 +192,14 @@ bool vu_file::copyFile(const std::string& src, const std::string& dst, bool over
 
 bool vu_file::recurseRemoveDir(const std::string& path) {
   VU_FILE_SCOPE();
-  try {
-    if (!exists(path) || !is_folder(vu_trace_scope, path, os::Links::kKeep)) return false;
-    for (const std::string& name : filenames(path)) {
-      const std::string entry = path_text::join(path, name);
-      if (!exists(entry)) continue;
-      if (is_folder(vu_trace_scope, entry, os::Links::kKeep)) recurseRemoveDir(entry);
-      // Required: also a folder that has just gone, which warns.
-      remove(entry);
-      VU_TRACE_XS("\tpath->", entry, " is removed");
-    }
-    VU_TRACE_XS("root path->", path);
-    remove(path);
-    // Required: also when something could not be removed.
-    return true;
-  } catch (...) {
-    VU_ERROR("vu_file::recurseRemoveDir(", path, ")");
-    return false;
-  }
+  return remove_tree(vu_trace_scope, path, os::kNoHandle);
 }
 
 // ---- names -------------------------------------------------------------------------------------
 
 std::string vu_file::getShirtFileName(const std::string& fullName, std::string& dir) {
   VU_FILE_SCOPE("Vu_file::getShirtFileName");
-  path_text::NameInFolder parts = path_text::name_in_folder(fullName);
+  path_text::NameInFolder parts = path_text::name_in_folder(fullName, Encoding::kNarrow);
   VU_TRACE_XS("\tFull File Name->", fullName, " sDir->", parts.folder, "file Name->", parts.name);
   dir = std::move(parts.folder);
   return std::move(parts.name);
@@ -183,12 +207,12 @@ std::string vu_file::getShirtFileName(const std::string& fullName, std::string& 
 
 void vu_file::addFileSep(std::string& path) {
   VU_FILE_SCOPE();
-  path = path_text::with_separator(std::move(path));
+  path = with_separator(std::move(path), Encoding::kNarrow);
 }
 
 void vu_file::removeLastFileSep(std::string& path) {
   VU_FILE_SCOPE();
-  path = path_text::without_last_separator(std::move(path));
+  path = path_text::without_last_separator(std::move(path), Encoding::kNarrow);
 }
 
 void vu_file::split(std::string& name, std::string& extension) {

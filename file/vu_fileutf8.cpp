@@ -76,7 +76,7 @@ void vu_fileutf8::setPath(const vu_utf8string& fullPath) noexcept {
   }
   try {
     path_text::Cut cut;
-    if (path_text::cut_at_last_backslash(fullPath.str(), cut)) {
+    if (path_text::cut_at_last_backslash(fullPath.str(), path_text::Encoding::kUtf8, cut)) {
       vu_utf8string folder{std::string(cut.before)};
       fileName = vu_utf8string(std::string(cut.after));
       directory = std::move(folder);
@@ -114,7 +114,7 @@ void vu_fileutf8::open(const vu_utf8string& folder, const vu_utf8string& name, t
   if (folder.empty() || name.empty()) return;
   directory = folder;
   fileName = name;
-  core().open(vu_trace_scope, mode);
+  open(mode);
 }
 
 int vu_fileutf8::read(std::string& out, int count) {
@@ -125,7 +125,7 @@ int vu_fileutf8::read(std::string& out, int count) {
 int vu_fileutf8::read(char* buffer, int count) {
   VU_FILE_SCOPE();
   std::string bytes;
-  const int done = core().read(vu_trace_scope, bytes, count);
+  const int done = read(bytes, count);
   bytes.copy(buffer, bytes.size());
   return done;
 }
@@ -143,7 +143,7 @@ int vu_fileutf8::write(const std::string& data) {
 int vu_fileutf8::write(const char* data, int count) {
   VU_FILE_SCOPE();
   if (count < 0) throw std::length_error("vu_fileutf8::write");
-  return core().write(vu_trace_scope, std::string_view(data, static_cast<std::size_t>(count)));
+  return write(std::string(data, static_cast<std::size_t>(count)));
 }
 
 void vu_fileutf8::seek(int offset, short origin) {

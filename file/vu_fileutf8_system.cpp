@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "file/file_internal.h"
+#include "file/open_folder.h"
 #include "file/path_text.h"
 #include "file/trace_source.h"
 #include "platform/os/os.h"
@@ -15,13 +16,26 @@ using vu_file_internal::getFileStat;
 using vu_file_internal::getLongPath;
 using vu_file_internal::long_form;
 
+using path_text::Encoding;
+using path_text::with_separator;
+
 namespace {
+
+/// vu_fileutf8::_exists() without its trace scope.
+bool entry_exists(const vu_utf8string& long_path) {
+  const ucs2string path(long_path);
+  if (path_text::is_network(path.str())) return os::probe_attributes(path).ok();
+  // A folder is found as its own entry.
+  if (path_text::ends_in_separator(path.str()))
+    return os::probe_search(path + ucs2string(u".")).ok();
+  return os::probe_search(path).ok();
+}
 
 /// vu_fileutf8::_is_dir() for what is to be removed: a link counts as itself, not as what it leads
 /// to.
-bool is_folder_to_remove(const vu_utf8string& long_path) {
+bool is_folder_to_remove(const vu_utf8string& long_path, os::Handle parent) {
   os::FileStat found;
-  return getFileStat(long_path, found, true, os::Links::kKeep) && found.is_directory;
+  return getFileStat(long_path, found, true, os::Links::kKeep, parent) && found.is_directory;
 }
 
 vu_utf8string join(const vu_utf8string& folder, const vu_utf8string& name) {
@@ -36,6 +50,50 @@ vu_utf8string entry_in_long_form(const vu_utf8string& folder, const vu_utf8strin
   return folder.str().starts_with("\\\\?\\") ? entry : long_form(entry);
 }
 
+/// vu_fileutf8::_remove() of what lies in an open folder.
+void remove_entry(const trace::Scope& vu_trace_scope, const vu_utf8string& long_path, bool quiet,
+                  os::Handle parent) {
+  try {
+    const ucs2string text(long_path);
+    const os::Path path = os::Path(text).in(parent);
+    const os::Status status =
+        is_folder_to_remove(long_path, parent) ? os::remove_directory(path) : os::remove_file(path);
+    if (status.ok()) {
+      VU_TRACE_XS("removed: ", long_path);
+    } else if (quiet) {
+      VU_TRACE_XS("removing: ", long_path, ": ",
+                  vu_file_internal::system_error_text(status.code()));
+    } else {
+      VU_ERROR("removing: ", long_path, ": ", vu_file_internal::system_error_text(status.code()));
+    }
+  } catch (...) {
+    VU_ERROR("uncaught exception while removing ", long_path);
+  }
+}
+
+/// vu_fileutf8::_recurseRemoveDir() of what lies in an open folder.
+void remove_tree(const trace::Scope& vu_trace_scope, const vu_utf8string& long_path, bool quiet,
+                 os::Handle parent) {
+  try {
+    if (entry_exists(long_path) && is_folder_to_remove(long_path, parent)) {
+      const ucs2string text(long_path);
+      const OpenFolder folder(os::Path(text).in(parent));
+      const ucs2string pattern(vu_utf8string(with_separator(long_path.str(), Encoding::kUtf8)));
+      for (const os::Entry& found : folder.entries(pattern)) {
+        const vu_utf8string entry = entry_in_long_form(long_path, vu_utf8string(found.name));
+        if (is_folder_to_remove(entry, folder.get())) {
+          remove_tree(vu_trace_scope, entry, quiet, folder.get());
+        } else {
+          remove_entry(vu_trace_scope, entry, quiet, folder.get());
+        }
+      }
+    }
+    remove_entry(vu_trace_scope, long_path, quiet, parent);
+  } catch (...) {
+    VU_ERROR("uncaught exception while removing ", long_path);
+  }
+}
+
 }  // namespace
 
 // ---- questions ---------------------------------------------------------------------------------
@@ -47,12 +105,7 @@ bool vu_fileutf8::exists(const vu_utf8string& path) {
 
 bool vu_fileutf8::_exists(const vu_utf8string& longPath) {
   VU_FILE_SCOPE();
-  const ucs2string path(longPath);
-  if (path_text::is_network(path.str())) return os::probe_attributes(path).ok();
-  // A folder is found as its own entry.
-  if (path_text::ends_in_separator(path.str()))
-    return os::probe_search(path + ucs2string(u".")).ok();
-  return os::probe_search(path).ok();
+  return entry_exists(longPath);
 }
 
 std::uint64_t vu_fileutf8::access_time(const vu_utf8string& path) {
@@ -93,7 +146,7 @@ std::vector<vu_utf8string> vu_fileutf8::_filenames(const vu_utf8string& longPath
   VU_FILE_SCOPE();
   std::vector<vu_utf8string> names;
   if (!_is_dir(longPath)) return names;
-  const ucs2string folder(vu_utf8string(path_text::with_separator(longPath.str())));
+  const ucs2string folder(vu_utf8string(with_separator(longPath.str(), Encoding::kUtf8)));
   std::vector<os::Entry> entries;
   static_cast<void>(os::list(folder, entries));
   names.reserve(entries.size());
@@ -145,9 +198,14 @@ bool vu_fileutf8::createDirR(const vu_utf8string& path) {
   VU_FILE_SCOPE();
   try {
     if (exists(path)) return true;
-    // Required: what begins with a backslash becomes relative, since empty components are dropped.
+    // Required: a network path becomes relative, since empty components are dropped.
     vu_utf8string folder;
-    for (const vu_utf8string& component : directories(ucs2string(path))) {
+    ucs2string rest(path);
+    if (std::u16string absolute = vu_file_internal::absolute_form(rest); !absolute.empty()) {
+      if (absolute.front() == u'\\') folder = vu_utf8string("\\");
+      rest = ucs2string(std::move(absolute));
+    }
+    for (const vu_utf8string& component : directories(rest)) {
       folder += component;
       folder += vu_utf8string("\\");
       if (!exists(folder) && !createDir(folder)) return false;
@@ -172,20 +230,7 @@ void vu_fileutf8::remove(const vu_utf8string& path, bool quiet) {
 
 void vu_fileutf8::_remove(const vu_utf8string& longPath, bool quiet) {
   VU_FILE_SCOPE();
-  try {
-    const ucs2string path(longPath);
-    const os::Status status =
-        is_folder_to_remove(longPath) ? os::remove_directory(path) : os::remove_file(path);
-    if (status.ok()) {
-      VU_TRACE_XS("removed: ", longPath);
-    } else if (quiet) {
-      VU_TRACE_XS("removing: ", longPath, ": ", vu_file_internal::system_error_text(status.code()));
-    } else {
-      VU_ERROR("removing: ", longPath, ": ", vu_file_internal::system_error_text(status.code()));
-    }
-  } catch (...) {
-    VU_ERROR("uncaught exception while removing ", longPath);
-  }
+  remove_entry(vu_trace_scope, longPath, quiet, os::kNoHandle);
 }
 
 bool vu_fileutf8::rename(const vu_utf8string& oldPath, const vu_utf8string& newPath) {
@@ -203,9 +248,12 @@ bool vu_fileutf8::copyFile(const vu_utf8string& src, const vu_utf8string& dst, b
     const vu_utf8string to = long_form(dst);
     if (!_exists(from)) return false;
     if (!overwrite && _exists(to)) return false;
+    os::CopiedTime time = os::CopiedTime::kKept;
     const bool copied = os::copy(ucs2string(from), ucs2string(to),
-                                 overwrite ? os::IfExists::kReplace : os::IfExists::kFail)
+                                 overwrite ? os::IfExists::kReplace : os::IfExists::kFail, &time)
                             .ok();
+    if (time == os::CopiedTime::kRefused)
+      VU_WARNING("vu_fileutf8::copyFile : cannot set the time of ", dst);
     // Required: a success whatever the copy says.
     VU_SUCCESS("\tfrom fileSrc=", src, " to FileDest=", dst);
     return copied;
@@ -223,7 +271,7 @@ bool vu_fileutf8::recurseRemoveDir(const vu_utf8string& path) {
 bool vu_fileutf8::recurseRemoveDir(const vu_utf8string& path, bool) {
   VU_FILE_SCOPE();
   const vu_utf8string folder = long_form(path);
-  if (!_exists(folder) || !is_folder_to_remove(folder)) return false;
+  if (!_exists(folder) || !is_folder_to_remove(folder, os::kNoHandle)) return false;
   // Required: quiet whatever was asked for.
   _recurseRemoveDir(folder, true);
   return true;
@@ -231,28 +279,14 @@ bool vu_fileutf8::recurseRemoveDir(const vu_utf8string& path, bool) {
 
 void vu_fileutf8::_recurseRemoveDir(const vu_utf8string& longPath, bool quiet) {
   VU_FILE_SCOPE();
-  try {
-    if (_exists(longPath) && is_folder_to_remove(longPath)) {
-      for (const vu_utf8string& name : _filenames(longPath)) {
-        const vu_utf8string entry = entry_in_long_form(longPath, name);
-        if (is_folder_to_remove(entry)) {
-          _recurseRemoveDir(entry, quiet);
-        } else {
-          _remove(entry, quiet);
-        }
-      }
-    }
-    _remove(longPath, quiet);
-  } catch (...) {
-    VU_ERROR("uncaught exception while removing ", longPath);
-  }
+  remove_tree(vu_trace_scope, longPath, quiet, os::kNoHandle);
 }
 
 // ---- names -------------------------------------------------------------------------------------
 
 vu_utf8string vu_fileutf8::getShirtFileName(const vu_utf8string& fullName, vu_utf8string& dir) {
   VU_FILE_SCOPE("vu_fileutf8::getShirtFileName");
-  path_text::NameInFolder parts = path_text::name_in_folder(fullName.str());
+  path_text::NameInFolder parts = path_text::name_in_folder(fullName.str(), Encoding::kUtf8);
   VU_TRACE_XS("\tFull File Name->", fullName, " sDir->", parts.folder, "file Name->", parts.name);
   dir = vu_utf8string(std::move(parts.folder));
   return vu_utf8string(std::move(parts.name));
@@ -260,12 +294,12 @@ vu_utf8string vu_fileutf8::getShirtFileName(const vu_utf8string& fullName, vu_ut
 
 void vu_fileutf8::addFileSep(vu_utf8string& path) {
   VU_FILE_SCOPE();
-  path = vu_utf8string(path_text::with_separator(path.str()));
+  path = vu_utf8string(with_separator(path.str(), Encoding::kUtf8));
 }
 
 void vu_fileutf8::removeLastFileSep(vu_utf8string& path) {
   VU_FILE_SCOPE();
-  path = vu_utf8string(path_text::without_last_separator(path.str()));
+  path = vu_utf8string(path_text::without_last_separator(path.str(), Encoding::kUtf8));
 }
 
 void vu_fileutf8::split(vu_utf8string& name, vu_utf8string& extension) {

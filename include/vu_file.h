@@ -9,10 +9,13 @@
 #include "vu_file_except.h"
 #include "vu_path.h"
 
+VU_STORAGE_TYPES_BEGIN
+
 /// A file handle for narrow names, and the file-system operations on narrow paths.
 ///
 /// Narrow strings are in the process's ANSI code page on Windows and plain bytes on Linux. The
-/// separator written is the backslash; on Linux both `\` and `/` separate.
+/// separator written is the backslash; on Linux both `\` and `/` separate. In a two-byte code page the
+/// second byte of a character is never taken for a separator.
 ///
 /// A handle names a file by directory and file name, opens it in one of four modes
 /// (vu_file_base::type_access) and holds a lock on the whole file while it is open. Failures are traced
@@ -157,9 +160,9 @@ class VU_STORAGE_API vu_file : public vu_file_base {
 
   /// @param path the path asked about.
   /// @return whether a file or folder of that name exists. The answer comes from a directory
-  /// search: "*" and "?" in the last component match as patterns, a trailing separator asks for a
-  /// folder, and the empty path does not exist. For a path that begins with two backslashes the
-  /// attributes decide.
+  /// search: "*" and "?" in the last component match as patterns, a separator behind the name of a file
+  /// or folder does not count (is_dir() asks for a folder), roots exist, and the empty path does not. For a
+  /// path that begins with two backslashes the attributes decide.
   /// @blocking{no} @threads{any}
   static bool exists(const std::string& path);
   /// @param path the path asked about.
@@ -172,7 +175,7 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// @blocking{no} @threads{any}
   static std::int64_t modify_time(const std::string& path);
   /// @param path the path asked about.
-  /// @return the size in bytes, low 32 bits as a signed number; failures as access_time().
+  /// @return the size in bytes, low 32 bits as a signed number, of a folder 0; failures as access_time().
   /// @blocking{no} @threads{any}
   static int size(const std::string& path);
   /// @param path the path asked about.
@@ -187,7 +190,8 @@ class VU_STORAGE_API vu_file : public vu_file_base {
 
   // ---- changes -------------------------------------------------------------------------------
 
-  /// Makes a file readable and writable for its owner (clears the read-only attribute).
+  /// Makes a file readable and writable for its owner (clears the read-only attribute). A file that is so
+  /// already is a success, also for another account.
   /// @param path the file.
   /// @return false after an error trace when that fails.
   /// @blocking{no} @threads{any}
@@ -212,10 +216,12 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// @param src the file that is read.
   /// @param dst the file that is made.
   /// @param overwrite false: a copy onto an existing file is refused without a trace.
-  /// @return whether the copy succeeded; the trace does not tell.
+  /// @return whether the copy succeeded; the event Success, which is traced in either case, does not tell.
+  /// On Linux a target of another account keeps the time of the copy, with a warning.
   /// @blocking{no: it fails at once when a lock is in its way} @threads{any}
   static bool copyFile(const std::string& src, const std::string& dst, bool overwrite);
-  /// Removes a folder with everything in it; of a link in it the link, not what it leads to.
+  /// Removes a folder with everything in it; of a link in it the link, not what it leads to, on Linux also
+  /// when somebody puts it there meanwhile.
   /// @param path the folder.
   /// @return false when @p path is no folder; true otherwise, also when something could not be
   /// removed.
@@ -258,3 +264,5 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   std::string fileName;
   std::string directory;
 };
+
+VU_STORAGE_TYPES_END

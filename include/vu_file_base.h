@@ -29,7 +29,8 @@ class VU_STORAGE_API vu_file_base {
     std::uint32_t reserved;    ///< always 0
     std::uint32_t lengthLow;   ///< 0xFFFFFFFF: with lengthHigh, 2^64 - 1 bytes
     std::uint32_t lengthHigh;  ///< 0xFFFFFFFF
-    alignas(8) unsigned char region[32];  ///< the system's overlapped record, all zero: from offset 0
+    alignas(
+        8) unsigned char region[32];  ///< the system's overlapped record, all zero: from offset 0
   };
 
   /// @return whether a file is open.

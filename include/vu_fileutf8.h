@@ -10,6 +10,8 @@
 #include "vu_i18n.h"
 #include "vu_path.h"
 
+VU_STORAGE_TYPES_BEGIN
+
 /// The twin of vu_file for UTF-8 names: a file handle, and the file-system operations on UTF-8 paths.
 ///
 /// Names are converted to UTF-16 and handed to the wide system calls; a path of 249 characters or more
@@ -132,7 +134,7 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   /// @blocking{no} @threads{any}
   static std::uint64_t modify_time(const vu_utf8string& path);
   /// @param path the path asked about.
-  /// @return the size in bytes; 0 on failure.
+  /// @return the size in bytes, of a folder 0; 0 on failure.
   /// @blocking{no} @threads{any}
   static std::uint64_t size(const vu_utf8string& path);
   /// @param path the path asked about.
@@ -155,8 +157,9 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   /// @copydoc vu_file::createDir
   static bool createDir(const vu_utf8string& path);
   /// Makes a folder and its missing parents. The path is taken apart at its backslashes and empty
-  /// components are dropped: a leading separator, and the two of a network path, are lost, and the
-  /// result is relative to the current directory.
+  /// components are dropped. An absolute path (a drive and a separator, or one leading separator) may have
+  /// either separator. The two that begin a network path are lost, and the result is relative to the
+  /// current directory.
   /// @param path the folder, components apart by backslashes.
   /// @return true when the folder exists afterwards, or a file of that name did before; false after
   /// an error trace.
@@ -244,3 +247,5 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   vu_utf8string fileName;
   vu_utf8string directory;
 };
+
+VU_STORAGE_TYPES_END

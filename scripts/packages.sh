@@ -13,7 +13,7 @@ client=(libcli11-dev nlohmann-json3-dev libfmt-dev libxxhash-dev)
 # The last two make the file systems whose power is cut.
 native=(cmake ninja-build g++ clang pkg-config googletest libpoco-dev libutfcpp-dev "${client[@]}" e2fsprogs xfsprogs)
 # The last four fetch and unpack a source package.
-windows=(cmake ninja-build googletest libutfcpp-dev "${client[@]}" g++-mingw-w64-x86-64-posix wine
+windows=(cmake ninja-build googletest libutfcpp-dev "${client[@]}" g++-mingw-w64-x86-64-posix wine locales
   wine64 ca-certificates bzip2 xz-utils patch)
 bench=(libbenchmark-dev libsqlite3-dev liblmdb-dev valgrind gnuplot-nox)
 docs=(doxygen python3)

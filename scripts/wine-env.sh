@@ -1,6 +1,8 @@
 # The environment of every Windows program run here; sourced after lib.sh or on its own.
 # Never a prefix from outside: ours is thrown away and made anew when it is incomplete.
 WINEPREFIX=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)/build/wine
+# Wine takes the ANSI code page from the locale: VU_WINE_LOCALE=ja_JP gives 932, in a prefix of its own.
+[ -z "${VU_WINE_LOCALE-}" ] || WINEPREFIX+=-$VU_WINE_LOCALE
 WINEARCH=win64
 # Wine's own messages would be taken for the program's.
 WINEDEBUG=${WINEDEBUG:--all}

@@ -12,6 +12,19 @@ is_complete && exit 0
 enter_step wine
 is_complete && exit 0
 
+# A prefix for another locale is the first one with a registry of its own.
+if [ -n "${VU_WINE_LOCALE-}" ]; then
+  first=$BUILD/wine
+  env -u VU_WINE_LOCALE "$ROOT/scripts/wine-prefix.sh"
+  mkdir -p "$BUILD/locale" "$WINEPREFIX"
+  quietly "$BUILD/locale-$VU_WINE_LOCALE.log" "making the locale $VU_WINE_LOCALE" \
+    localedef -f UTF-8 -i "$VU_WINE_LOCALE" "$BUILD/locale/$VU_WINE_LOCALE.UTF-8"
+  cp -a "$first"/*.reg "$first/.update-timestamp" "$first/dosdevices" "$WINEPREFIX"
+  ln -sfn "$first/drive_c" "$WINEPREFIX/drive_c"
+  echo "$key" >"$stamp"
+  exit 0
+fi
+
 say "Wine prefix (once, about ten seconds)"
 # Half-made or of another Wine: nothing in it is worth keeping.
 wineserver -k 2>/dev/null || true

@@ -4,6 +4,11 @@
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 . "$ROOT/scripts/wine-env.sh"
 
+# A locale that the system does not have is in build/locale (wine-prefix.sh); bash need not know of it.
+run_wine() {
+  exec env ${VU_WINE_LOCALE:+"LOCPATH=$BUILD/locale" "LC_ALL=$VU_WINE_LOCALE.UTF-8"} wine "$@"
+}
+
 [ -f "$WINEPREFIX/.complete" ] || "$ROOT/scripts/wine-prefix.sh" >&2
 
 # The locks below are files beside the prefix. No program gets their descriptors: the server would
@@ -23,7 +28,7 @@ if ! wineserver -k0 2>/dev/null; then
     (
       exec {use}>&- {start}>&- </dev/null >/dev/null 2>&1
       wineserver -p60
-      wine cmd /c exit
+      run_wine cmd /c exit
     ) || true
   fi
   exec {start}>&-
@@ -32,6 +37,6 @@ fi
 status=0
 (
   exec {use}>&-
-  exec wine "$@"
+  run_wine "$@"
 ) || status=$?
 exit "$status"

@@ -1,9 +1,9 @@
 #include "platform/host/host.h"
 
 #include <atomic>
-#include <cstdlib>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
@@ -22,11 +22,11 @@ component_factory::~component_factory() = default;
 namespace host {
 namespace {
 
-/// The value of an environment variable in place of the system's answer, when it is set and UTF-8.
+/// The value of an environment variable in place of the system's answer, when it is set and a text.
 bool from_environment(const char* variable, ucs2string& folder) {
-  const vu_utf8string value(std::getenv(variable));
-  if (value.empty() || !value.is_valid()) return false;
-  folder = ucs2string(value);
+  ucs2string value;
+  if (!os::environment(variable, value).ok() || value.empty()) return false;
+  folder = std::move(value);
   return true;
 }
 

@@ -47,6 +47,12 @@ class [[nodiscard]] Status {
   Failure m_failure = Failure::kNone;
 };
 
+/// An open file. On Windows it is the system's handle (whose upper half is only sign extension), on
+/// POSIX systems a tagged number (slot and generation) that never equals a descriptor's and fails
+/// once closed, even when the descriptor behind it has been given to another file.
+using Handle = std::int32_t;
+inline constexpr Handle kNoHandle = -1;
+
 /// A path on its way to the system. It borrows the string it is made from, and knows whether that
 /// is narrow (the process's ANSI code page on Windows, bytes on POSIX systems) or wide (UTF-16).
 class Path {
@@ -62,16 +68,21 @@ class Path {
   /// Null for a narrow path.
   const char16_t* wide() const { return m_wide; }
 
+  /// The same path, of which only the last component is looked up, in a folder that open_folder() has
+  /// opened; a path that ends in a separator is that folder itself. For list(), stat(), open_folder(),
+  /// remove_file() and remove_directory() alone. kNoHandle changes nothing.
+  Path in(Handle folder) const {
+    Path path = *this;
+    path.m_folder = folder;
+    return path;
+  }
+  Handle folder() const { return m_folder; }
+
  private:
   const char* m_narrow = nullptr;
   const char16_t* m_wide = nullptr;
+  Handle m_folder = kNoHandle;
 };
-
-/// An open file. On Windows it is the system's handle (whose upper half is only sign extension), on
-/// POSIX systems a tagged number (slot and generation) that never equals a descriptor's and fails
-/// once closed, even when the descriptor behind it has been given to another file.
-using Handle = std::int32_t;
-inline constexpr Handle kNoHandle = -1;
 
 enum class Access : std::uint8_t {
   kReadExisting,     ///< read; the file must exist
@@ -108,7 +119,7 @@ struct Entry {
   EntryKind kind = EntryKind::kUnknown;
 };
 
-/// Times in seconds since 1970-01-01 UTC, size in bytes.
+/// Times in seconds since 1970-01-01 UTC, size in bytes (of a folder 0).
 struct FileStat {
   std::int64_t access_time = 0;
   std::int64_t modify_time = 0;
@@ -122,6 +133,12 @@ enum class Links : std::uint8_t {
 };
 
 enum class IfExists : std::uint8_t { kReplace, kFail };
+
+/// Whether a copy bears the modification time of its source.
+enum class CopiedTime : std::uint8_t {
+  kKept,
+  kRefused,  ///< the target belongs to another account; it is dated by the copy itself
+};
 
 /// The functions as the system gives them. Everybody calls them as os::open() and so on; a test
 /// build puts its own layer of the same names in between (VU_OS_FAULTS).
@@ -165,18 +182,25 @@ Status unlock(Handle handle);
 Status probe_attributes(Path path);
 /// Whether a directory search with the path as pattern finds something: "*" and "?" in the last
 /// component match as patterns; links are found as such, dangling ones included; a path that ends in
-/// "\." is found when what stands before exists; the empty path and one ending in a separator are not.
+/// "\." is found when what stands before exists, be it a root; the empty path and one ending in a
+/// separator are not.
 Status probe_search(Path path);
 /// Lists every entry of a folder except "." and "..", in the system's order. @p folder ends in a
 /// separator. Appends to @p entries; on a failure nothing.
 Status list(Path folder, std::vector<Entry>& entries);
-/// Describes a file or folder. A trailing separator is dropped first, but then only a folder is
-/// found. Through a narrow path only the low 32 bits of the size are dependable.
+/// Describes a file or folder. A trailing separator is dropped first (a root keeps its own), but then
+/// only a folder is found.
 Status stat(Path path, FileStat& result, Links links = Links::kFollow);
+
+/// Opens a folder itself, never what a link of its name leads to, so that nobody can put another one in
+/// its place while what is in it is listed and removed (Path::in()). close() ends it. On Windows nothing
+/// is held: @p folder is kNoHandle, and what is in a folder is named by its whole path.
+Status open_folder(Path path, Handle& folder);
 
 // ---- changes ---------------------------------------------------------------------------------
 
-/// Makes a file readable and writable for its owner (clears the read-only attribute).
+/// Makes a file readable and writable for its owner (clears the read-only attribute). A file that is so
+/// already is a success for whoever asks.
 Status make_writable(Path path);
 /// Makes one folder; a taken name (whatever it is) is Failure::kAlreadyExists.
 Status create_directory(Path path);
@@ -187,21 +211,24 @@ Status remove_file(Path path);
 /// Renames a file or folder; fails when the new name is taken, but succeeds onto itself.
 Status rename(Path from, Path to);
 /// Copies a file with its modification time and read-only state. Fails on a folder, onto itself, on
-/// a read-only target and against a foreign lock; what it cannot complete it removes.
-Status copy(Path from, Path to, IfExists if_exists);
+/// a read-only target and against a foreign lock; what it cannot complete it removes. A target of another
+/// account that may be written but not dated keeps the copy, and @p time tells (when it is not null).
+Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time = nullptr);
 
 // ---- names -----------------------------------------------------------------------------------
 
 /// The short (8.3) form of a path, where the system has one; a buffer of 32,767 characters.
 Status short_path(const ucs2string& path, ucs2string& result);
-/// The current directory.
+/// The current directory, with backslashes.
 Status current_directory(ucs2string& result);
-/// The absolute form of a path, "." and ".." folded as text; nothing is looked up.
+/// The absolute form of a path, "." and ".." folded as text, with backslashes; nothing is looked up.
 Status full_path(const ucs2string& path, ucs2string& result);
 /// The folder of the running program, without a trailing separator.
 Status program_folder(ucs2string& result);
 /// The folder for temporary files, without a trailing separator.
 Status temporary_folder(ucs2string& result);
+/// The value of an environment variable; Failure::kNotFound when it is not set.
+Status environment(const std::string& variable, ucs2string& value);
 /// A wide text in the narrow encoding of paths.
 std::string to_narrow(const ucs2string& text);
 /// Whether a byte begins a two-byte character in the narrow encoding.

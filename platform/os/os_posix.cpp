@@ -40,6 +40,7 @@ using posix::is_read_only;
 using posix::is_same_file;
 using posix::native;
 using posix::no_answer;
+using posix::Place;
 using posix::read_fully;
 using posix::result_of;
 using posix::TransferGuard;
@@ -67,15 +68,19 @@ bool is_foreign(std::string_view name) {
 
 /// Calls @p visit with each entry until it returns false. Fails when the listing breaks off.
 template <class Visit>
-Status for_each_entry(const std::string& folder, Visit visit) {
+Status for_each_entry(const Place& folder, Visit visit) {
   struct Closer {
     void operator()(DIR* stream) const {
       const ErrnoKeeper keeper;
       ::closedir(stream);
     }
   };
-  const std::unique_ptr<DIR, Closer> stream(::opendir(folder.c_str()));
+  Descriptor descriptor(
+      ::openat(folder.base, folder.name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!descriptor.valid()) return fail(errno);
+  const std::unique_ptr<DIR, Closer> stream(::fdopendir(descriptor.get()));
   if (!stream) return fail(errno);
+  descriptor.release();
   for (;;) {
     errno = 0;
     const dirent* entry = ::readdir(stream.get());
@@ -86,7 +91,7 @@ Status for_each_entry(const std::string& folder, Visit visit) {
 
 Status probe_pattern(const posix::Split& split) {
   bool found = false;
-  const Status listed = for_each_entry(split.folder, [&](const dirent& entry) {
+  const Status listed = for_each_entry({AT_FDCWD, split.folder}, [&](const dirent& entry) {
     found = posix::matches(split.name, entry.d_name);
     return !found;
   });
@@ -100,6 +105,16 @@ Status probe_pattern(const posix::Split& split) {
 HandleTable& handles() {
   static auto* const table = new HandleTable;
   return *table;
+}
+
+/// Where a path is looked up. The name of an open folder itself is ".".
+Place place_of(Path path) {
+  std::string text = native(path);
+  if (path.folder() == kNoHandle) return {AT_FDCWD, std::move(text)};
+  const std::optional<HandleTable::File> folder = handles().find(path.folder());
+  std::string name = posix::split_last(text).name;
+  // No descriptor for a handle that is none: the system refuses it.
+  return {folder ? folder->descriptor : -1, name.empty() ? "." : std::move(name)};
 }
 
 /// Runs @p transfer on the handle's descriptor, guarded unless the handle holds a lock: then not
@@ -168,12 +183,12 @@ class FileCopy {
  public:
   FileCopy(Path from, Path to) : m_from(native(from)), m_to(native(to)) {}
 
-  Status run(IfExists if_exists) {
+  Status run(IfExists if_exists, CopiedTime& time) {
     if (const Status opened = open_source(); !opened.ok()) return opened;
     const TransferGuard guard(m_source.get(), F_RDLCK);
     if (guard.refused()) return guard.refusal();
     if (const Status opened = open_target(if_exists); !opened.ok()) return opened;
-    Status status = fill_target();
+    Status status = fill_target(time);
     // A network file system may tell only now that its disk is full.
     if (status.ok()) status = result_of(::close(m_target.release()));
     if (!status.ok() && m_begun) remove_half_copy();
@@ -202,15 +217,23 @@ class FileCopy {
     return check_regular(m_target_info);
   }
 
-  Status fill_target() {
+  Status fill_target(CopiedTime& time) {
     const TransferGuard guard(m_target.get(), F_WRLCK);
     if (guard.refused()) return guard.refusal();
     if (m_existed) {
+      if (const Status allowed = check_owner(); !allowed.ok()) return allowed;
       if (const Status ready = make_room(); !ready.ok()) return ready;
     }
     m_begun = true;
     const Status copied = copy_content();
-    return copied.ok() ? copy_properties() : copied;
+    return copied.ok() ? copy_properties(time) : copied;
+  }
+
+  /// A target of another account can be written but not made read-only. That is asked for before the cut, by
+  /// the permissions that it has.
+  Status check_owner() const {
+    if (!is_read_only(m_source_info)) return {};
+    return result_of(::fchmod(m_target.get(), m_target_info.st_mode & kPermissions));
   }
 
   /// Cuts an existing target, but not before the disk is known to have room for what replaces it: what the
@@ -246,9 +269,13 @@ class FileCopy {
   }
 
   /// The source's modification time and read-only state; the copy counts as read just now.
-  Status copy_properties() {
+  Status copy_properties(CopiedTime& time) {
     const std::array<timespec, 2> times = {timespec{0, UTIME_NOW}, m_source_info.st_mtim};
-    if (::futimens(m_target.get(), times.data()) != 0) return fail(errno);
+    if (::futimens(m_target.get(), times.data()) != 0) {
+      // Only its owner may date an older file. The content is complete, and the old one is gone.
+      if (!m_existed || errno != EPERM) return fail(errno);
+      time = CopiedTime::kRefused;
+    }
     if (!is_read_only(m_source_info)) return {};
     const ::mode_t mode = m_target_info.st_mode & kPermissions & ~kAllWrite;
     return result_of(::fchmod(m_target.get(), mode));
@@ -282,6 +309,12 @@ Status to_text(std::string_view bytes, ucs2string& result) {
   if (!posix::to_wide(bytes, text)) return fail(EILSEQ);
   result = ucs2string(std::move(text));
   return {};
+}
+
+/// A path of the system as the library writes paths.
+Status to_library_path(std::string path, ucs2string& result) {
+  std::replace(path.begin(), path.end(), '/', '\\');
+  return to_text(path, result);
 }
 
 std::optional<std::string> working_folder() {
@@ -398,7 +431,7 @@ Status list(Path folder, std::vector<Entry>& entries) {
     return entry.d_type == DT_REG ? EntryKind::kFile : EntryKind::kUnknown;
   };
   const std::size_t before = entries.size();
-  const Status status = for_each_entry(native(folder), [&](const dirent& entry) {
+  const Status status = for_each_entry(place_of(folder), [&](const dirent& entry) {
     const std::string_view name = entry.d_name;
     if (name != "." && name != "..") entries.push_back({std::string(name), kind_of(entry)});
     return true;
@@ -408,15 +441,31 @@ Status list(Path folder, std::vector<Entry>& entries) {
 }
 
 Status stat(Path path, FileStat& result, Links links) {
-  const posix::Trimmed trimmed = posix::trim_separators(native(path));
-  const auto info = links == Links::kKeep ? entry_info(trimmed.path) : info_of(trimmed.path);
+  Place place = place_of(path);
+  posix::Trimmed trimmed = posix::trim_separators(std::move(place.name));
+  place.name = std::move(trimmed.path);
+  const auto info = links == Links::kKeep ? entry_info(place) : info_of(place);
   // A missing file, whichever way the system puts it: the layer above words its trace by that.
   if (!info) return fail(errno == ENOTDIR ? ENOENT : errno);
   if (trimmed.had_separator && !is_folder(*info)) return fail(ENOENT);
   result.access_time = info->st_atime;
   result.modify_time = info->st_mtime;
-  result.size = static_cast<std::uint64_t>(info->st_size);
   result.is_directory = is_folder(*info);
+  // What the system says of a folder is the size of its list of names.
+  result.size = result.is_directory ? 0 : static_cast<std::uint64_t>(info->st_size);
+  return {};
+}
+
+Status open_folder(Path path, Handle& folder) {
+  folder = kNoHandle;
+  const Place place = place_of(path);
+  constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  Descriptor descriptor(::openat(place.base, place.name.c_str(), kFlags));
+  if (!descriptor.valid()) return fail(errno);
+  const std::optional<Handle> added = handles().add(descriptor.get());
+  if (!added) return fail(EMFILE);
+  descriptor.release();
+  folder = *added;
   return {};
 }
 
@@ -426,28 +475,30 @@ Status make_writable(Path path) {
   const std::string name = native(path);
   const std::optional<FileInfo> info = info_of(name);
   const ::mode_t mode = info ? info->st_mode & kPermissions : 0;
+  // The system would refuse it to another account, which may be able to write all the same.
+  if ((mode & kOwnerReadWrite) == kOwnerReadWrite) return {};
   return result_of(::chmod(name.c_str(), mode | kOwnerReadWrite));
 }
 
 Status create_directory(Path path) { return result_of(::mkdir(native(path).c_str(), 0777)); }
 
 Status remove_directory(Path path) {
-  const std::string name = native(path);
-  if (::rmdir(name.c_str()) == 0) return {};
+  const Place place = place_of(path);
+  if (::unlinkat(place.base, place.name.c_str(), AT_REMOVEDIR) == 0) return {};
   const Status failed = fail(errno);
   // The name itself may be the plain file; that is there.
   const ErrnoKeeper keeper;
-  const bool is_there = failed.code() == ENOTDIR && entry_info(name);
+  const bool is_there = failed.code() == ENOTDIR && entry_info(place);
   return is_there ? Status(ENOTDIR, Failure::kOther) : failed;
 }
 
 Status remove_file(Path path) {
-  const std::string name = native(path);
-  const std::optional<FileInfo> info = entry_info(name);
+  const Place place = place_of(path);
+  const std::optional<FileInfo> info = entry_info(place);
   if (!info) return fail(errno);
   if (is_folder(*info)) return fail(EISDIR);
   if (is_read_only(*info)) return fail(EACCES);
-  return result_of(::unlink(name.c_str()));
+  return result_of(::unlinkat(place.base, place.name.c_str(), 0));
 }
 
 Status rename(Path from, Path to) {
@@ -464,7 +515,12 @@ Status rename(Path from, Path to) {
   return rename_in_two_steps(old_name, new_name, *source);
 }
 
-Status copy(Path from, Path to, IfExists if_exists) { return FileCopy(from, to).run(if_exists); }
+Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time) {
+  CopiedTime copied_time = CopiedTime::kKept;
+  const Status status = FileCopy(from, to).run(if_exists, copied_time);
+  if (time != nullptr) *time = copied_time;
+  return status;
+}
 
 // ---- names -------------------------------------------------------------------------------------
 
@@ -472,7 +528,7 @@ Status short_path(const ucs2string&, ucs2string&) { return fail(ENOTSUP); }
 
 Status current_directory(ucs2string& result) {
   const std::optional<std::string> folder = working_folder();
-  return folder ? to_text(*folder, result) : fail(errno);
+  return folder ? to_library_path(*folder, result) : fail(errno);
 }
 
 Status full_path(const ucs2string& path, ucs2string& result) {
@@ -482,7 +538,7 @@ Status full_path(const ucs2string& path, ucs2string& result) {
     if (!folder) return fail(errno);
     text = text.empty() ? *folder : *folder + "/" + text;
   }
-  return to_text(posix::fold(text), result);
+  return to_library_path(posix::fold(text), result);
 }
 
 Status program_folder(ucs2string& result) {
@@ -502,6 +558,11 @@ Status temporary_folder(ucs2string& result) {
   const char* const chosen = std::getenv("TMPDIR");
   const std::string folder = chosen != nullptr && *chosen != '\0' ? chosen : "/tmp";
   return to_text(posix::trim_separators(folder).path, result);
+}
+
+Status environment(const std::string& variable, ucs2string& value) {
+  const char* const found = std::getenv(variable.c_str());
+  return found != nullptr ? to_text(found, value) : fail(ENOENT);
 }
 
 std::string to_narrow(const ucs2string& text) { return posix::to_bytes(text.str()); }

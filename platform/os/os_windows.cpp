@@ -16,12 +16,15 @@
 #include <cstdlib>
 #include <ctime>
 #include <cwchar>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "platform/os/path_root.h"
 
 #if defined(_MSC_VER)
 // GetVersion() is deprecated for its version number, which nobody looks at here.
@@ -50,6 +53,7 @@ Status fail(DWORD code) {
   switch (code) {
     case ERROR_FILE_NOT_FOUND:
     case ERROR_PATH_NOT_FOUND:
+    case ERROR_ENVVAR_NOT_FOUND:
       return {number, Failure::kNotFound};
     case ERROR_ALREADY_EXISTS:
     case ERROR_FILE_EXISTS:
@@ -92,10 +96,32 @@ Status result_of_runtime(int returned) { return returned == 0 ? Status() : fail_
 
 // ---- text --------------------------------------------------------------------------------------
 
-const wchar_t* wide_text(const char16_t* text) { return reinterpret_cast<const wchar_t*>(text); }
+// The system's wide characters and the library's are of one size but two types, so texts are copied.
 
-ucs2string to_ucs2(const wchar_t* text, std::size_t length) {
-  return ucs2string(std::u16string(reinterpret_cast<const char16_t*>(text), length));
+std::wstring wide_text(std::u16string_view text) { return {text.begin(), text.end()}; }
+
+ucs2string to_ucs2(std::wstring_view text) {
+  return ucs2string(std::u16string(text.begin(), text.end()));
+}
+
+/// What the narrow file calls take their names for; a program may have chosen the other one.
+UINT file_code_page() { return AreFileApisANSI() ? CP_ACP : CP_OEMCP; }
+
+/// A narrow text as the narrow file calls understand it.
+std::wstring wide_text(const char* text) {
+  const UINT code_page = file_code_page();
+  const int with_end = MultiByteToWideChar(code_page, 0, text, -1, nullptr, 0);
+  if (with_end <= 1) return {};
+  std::wstring result(static_cast<std::size_t>(with_end), L'\0');
+  MultiByteToWideChar(code_page, 0, text, -1, result.data(), with_end);
+  result.pop_back();
+  return result;
+}
+
+/// Either path as wide text. What looks for a separator looks here: in a two-byte code page the second byte
+/// of a character may look like one.
+std::wstring wide_text(Path path) {
+  return path.is_wide() ? wide_text(std::u16string_view(path.wide())) : wide_text(path.narrow());
 }
 
 std::string to_multibyte(UINT code_page, std::wstring_view text) {
@@ -112,21 +138,14 @@ std::string to_multibyte(UINT code_page, std::wstring_view text) {
 /// function by that type, so that both forms go through one body.
 template <class Use>
 auto with_text(Path path, Use use) {
-  return path.is_wide() ? use(wide_text(path.wide())) : use(path.narrow());
+  return path.is_wide() ? use(wide_text(path).c_str()) : use(path.narrow());
 }
 
-/// Drops the separators at the end of a path, but for a root ("\", "C:\"). Returns whether there
-/// were any.
-template <class Character>
-bool trim_separators(std::basic_string<Character>& path) {
-  const auto is_separator = [](Character character) {
-    return character == Character('\\') || character == Character('/');
-  };
-  bool trimmed = false;
-  while (path.size() > 1 && is_separator(path.back()) && path[path.size() - 2] != Character(':')) {
-    path.pop_back();
-    trimmed = true;
-  }
+/// Drops the separators at the end of a path, of which a root keeps its own. Returns whether any went.
+bool trim_separators(std::wstring& path) {
+  const std::size_t length = length_without_separators(std::wstring_view(path));
+  const bool trimmed = length < path.size();
+  path.resize(length);
   return trimmed;
 }
 
@@ -165,11 +184,6 @@ BOOL remove_folder(const wchar_t* path) { return RemoveDirectoryW(path); }
 BOOL delete_file(const char* path) { return DeleteFileA(path); }
 BOOL delete_file(const wchar_t* path) { return DeleteFileW(path); }
 
-int runtime_stat(const char* path, struct _stat64i32& data) { return _stat64i32(path, &data); }
-int runtime_stat(const wchar_t* path, struct _stat64& data) { return _wstat64(path, &data); }
-int runtime_chmod(const char* path, int mode) { return _chmod(path, mode); }
-int runtime_chmod(const wchar_t* path, int mode) { return _wchmod(path, mode); }
-
 DWORD format_message(DWORD flags, DWORD code, DWORD language, char** text) {
   return FormatMessageA(flags, nullptr, code, language, reinterpret_cast<char*>(text), 0, nullptr);
 }
@@ -183,15 +197,11 @@ struct Records;
 template <>
 struct Records<char> {
   using Find = WIN32_FIND_DATAA;
-  using Stat = struct _stat64i32;
-  static std::uint64_t size(const Stat& data) { return static_cast<std::uint32_t>(data.st_size); }
   static std::string name(const Find& found) { return found.cFileName; }
 };
 template <>
 struct Records<wchar_t> {
   using Find = WIN32_FIND_DATAW;
-  using Stat = struct _stat64;
-  static std::uint64_t size(const Stat& data) { return static_cast<std::uint64_t>(data.st_size); }
   static std::string name(const Find& found) { return to_multibyte(CP_UTF8, found.cFileName); }
 };
 
@@ -229,34 +239,39 @@ FileStat stat_from(const WIN32_FILE_ATTRIBUTE_DATA& data) {
   FileStat result;
   result.access_time = unix_seconds(data.ftLastAccessTime);
   result.modify_time = unix_seconds(data.ftLastWriteTime);
-  result.size = std::uint64_t{data.nFileSizeHigh} << 32U | data.nFileSizeLow;
   result.is_directory = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+  if (!result.is_directory)
+    result.size = std::uint64_t{data.nFileSizeHigh} << 32U | data.nFileSizeLow;
   return result;
 }
 
-bool has_prefix(const char*) { return false; }
-bool has_prefix(const wchar_t* path) { return std::wstring_view(path).starts_with(LR"(\\?\)"); }
+/// Whether a path is a root alone, maybe with the "." with which a folder is searched for as its own entry.
+bool is_root(std::wstring path) {
+  if (path.ends_with(L"\\.")) path.pop_back();
+  trim_separators(path);
+  return !path.empty() && path.size() == root_length(std::wstring_view(path));
+}
 
-template <class Character>
-Status stat_trimmed(const Character* path, FileStat& result, Links links) {
+Status stat_trimmed(const wchar_t* path, FileStat& result, Links links) {
   WIN32_FILE_ATTRIBUTE_DATA attributes{};
   if (links == Links::kKeep && get_attributes(path, attributes) && is_link(path, attributes)) {
     result = stat_from(attributes);
     result.is_directory = false;
     return {};
   }
-  typename Records<Character>::Stat data{};
-  const Status status = result_of_runtime(runtime_stat(path, data));
-  // Older runtimes take the "?" of the prefix for a pattern and find nothing.
-  if (!status.ok() && has_prefix(path) && get_attributes(path, attributes)) {
+  struct _stat64 data {};
+  const Status status = result_of_runtime(_wstat64(path, &data));
+  // Older runtimes take the "?" of the prefix for a pattern and find nothing, and some refuse the root of a
+  // share.
+  if (!status.ok() && get_attributes(path, attributes)) {
     result = stat_from(attributes);
     return {};
   }
   if (!status.ok()) return status;
   result.access_time = data.st_atime;
   result.modify_time = data.st_mtime;
-  result.size = Records<Character>::size(data);
   result.is_directory = (data.st_mode & _S_IFMT) == _S_IFDIR;
+  result.size = result.is_directory ? 0 : static_cast<std::uint64_t>(data.st_size);
   return {};
 }
 
@@ -377,11 +392,18 @@ Status probe_attributes(Path path) {
 }
 
 Status probe_search(Path path) {
-  return with_text(path, []<class Character>(const Character* text) {
-    typename Records<Character>::Find found{};
-    if (start_search(text, found)) return Status();
+  const Status found = with_text(path, []<class Character>(const Character* text) {
+    typename Records<Character>::Find entry{};
+    if (start_search(text, entry)) return Status();
     return no_answer(GetLastError());
   });
+  if (found.ok()) return found;
+  // A root is no entry of any folder, so that no search finds it.
+  const std::wstring text = wide_text(path);
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (text.ends_with(L"\\.") && is_root(text) && get_attributes(text.c_str(), data)) return {};
+  SetLastError(static_cast<DWORD>(found.code()));
+  return found;
 }
 
 Status list(Path folder, std::vector<Entry>& entries) {
@@ -408,26 +430,28 @@ Status list(Path folder, std::vector<Entry>& entries) {
 }
 
 Status stat(Path path, FileStat& result, Links links) {
-  return with_text(path, [&]<class Character>(const Character* text) {
-    std::basic_string<Character> trimmed(text);
-    const bool had_separator = trim_separators(trimmed);
-    FileStat found;
-    const Status status = stat_trimmed(trimmed.c_str(), found, links);
-    if (!status.ok()) return status;
-    if (had_separator && !found.is_directory) return fail_runtime(ENOENT);
-    result = found;
-    return Status();
-  });
+  std::wstring text = wide_text(path);
+  const bool had_separator = trim_separators(text);
+  FileStat found;
+  const Status status = stat_trimmed(text.c_str(), found, links);
+  if (!status.ok()) return status;
+  if (had_separator && !found.is_directory) return fail_runtime(ENOENT);
+  result = found;
+  return {};
+}
+
+Status open_folder(Path, Handle& folder) {
+  folder = kNoHandle;
+  return {};
 }
 
 // ---- changes -----------------------------------------------------------------------------------
 
 Status make_writable(Path path) {
-  return with_text(path, []<class Character>(const Character* text) {
-    typename Records<Character>::Stat data{};
-    const int mode = runtime_stat(text, data) == 0 ? data.st_mode : 0;
-    return result_of_runtime(runtime_chmod(text, mode | _S_IREAD | _S_IWRITE));
-  });
+  const std::wstring text = wide_text(path);
+  struct _stat64 data {};
+  const int mode = _wstat64(text.c_str(), &data) == 0 ? data.st_mode : 0;
+  return result_of_runtime(_wchmod(text.c_str(), mode | _S_IREAD | _S_IWRITE));
 }
 
 Status create_directory(Path path) {
@@ -456,15 +480,17 @@ Status remove_file(Path path) {
 /// and a mixture fails.
 Status rename(Path from, Path to) {
   if (from.is_wide() != to.is_wide()) return fail_runtime(EINVAL);
-  return result_of_runtime(from.is_wide() ? _wrename(wide_text(from.wide()), wide_text(to.wide()))
+  return result_of_runtime(from.is_wide() ? _wrename(wide_text(from).c_str(), wide_text(to).c_str())
                                           : std::rename(from.narrow(), to.narrow()));
 }
 
-Status copy(Path from, Path to, IfExists if_exists) {
+Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time) {
+  // Whoever may write a file may date it, too.
+  if (time != nullptr) *time = CopiedTime::kKept;
   if (from.is_wide() != to.is_wide()) return fail(ERROR_INVALID_PARAMETER);
   const BOOL fail_if_exists = if_exists == IfExists::kFail;
   return result_of(from.is_wide()
-                       ? CopyFileW(wide_text(from.wide()), wide_text(to.wide()), fail_if_exists)
+                       ? CopyFileW(wide_text(from).c_str(), wide_text(to).c_str(), fail_if_exists)
                        : CopyFileA(from.narrow(), to.narrow(), fail_if_exists));
 }
 
@@ -472,10 +498,10 @@ Status copy(Path from, Path to, IfExists if_exists) {
 
 Status short_path(const ucs2string& path, ucs2string& result) {
   std::vector<wchar_t> buffer(kLongestPath);
-  const DWORD length = GetShortPathNameW(wide_text(path.c_str()), buffer.data(), kLongestPath);
+  const DWORD length = GetShortPathNameW(wide_text(path).c_str(), buffer.data(), kLongestPath);
   if (length == 0) return fail(GetLastError());
   if (length >= kLongestPath) return fail(ERROR_BUFFER_OVERFLOW);
-  result = to_ucs2(buffer.data(), length);
+  result = to_ucs2({buffer.data(), length});
   return {};
 }
 
@@ -484,16 +510,16 @@ Status current_directory(ucs2string& result) {
   if (_wgetcwd(buffer.data(), static_cast<int>(kLongestPath)) == nullptr) {
     return fail_runtime(errno);
   }
-  result = to_ucs2(buffer.data(), std::wcslen(buffer.data()));
+  result = to_ucs2(buffer.data());
   return {};
 }
 
 Status full_path(const ucs2string& path, ucs2string& result) {
   std::vector<wchar_t> buffer(kLongestPath);
-  if (_wfullpath(buffer.data(), wide_text(path.c_str()), kLongestPath) == nullptr) {
+  if (_wfullpath(buffer.data(), wide_text(path).c_str(), kLongestPath) == nullptr) {
     return fail_runtime(errno);
   }
-  result = to_ucs2(buffer.data(), std::wcslen(buffer.data()));
+  result = to_ucs2(buffer.data());
   return {};
 }
 
@@ -506,7 +532,7 @@ Status program_folder(ucs2string& result) {
   std::wstring path(buffer.data(), length);
   path.resize(path.find_last_of(L"\\/") + 1);
   trim_separators(path);
-  result = to_ucs2(path.data(), path.size());
+  result = to_ucs2(path);
   return {};
 }
 
@@ -517,12 +543,27 @@ Status temporary_folder(ucs2string& result) {
   if (length >= kLongestPath) return fail(ERROR_BUFFER_OVERFLOW);
   std::wstring path(buffer.data(), length);
   trim_separators(path);
-  result = to_ucs2(path.data(), path.size());
+  result = to_ucs2(path);
+  return {};
+}
+
+Status environment(const std::string& variable, ucs2string& value) {
+  const std::wstring name = wide_text(variable.c_str());
+  DWORD size = GetEnvironmentVariableW(name.c_str(), nullptr, 0);
+  std::wstring text;
+  // It may grow between the two questions.
+  while (size > text.size()) {
+    text.resize(size);
+    size = GetEnvironmentVariableW(name.c_str(), text.data(), static_cast<DWORD>(text.size()));
+  }
+  if (size == 0) return fail(GetLastError());
+  text.resize(size);
+  value = to_ucs2(text);
   return {};
 }
 
 std::string to_narrow(const ucs2string& text) {
-  return to_multibyte(CP_ACP, {wide_text(text.c_str()), text.size()});
+  return to_multibyte(file_code_page(), wide_text(std::u16string_view(text.str())));
 }
 
 bool is_lead_byte(unsigned char byte) { return _ismbblead(byte) != 0; }
@@ -533,10 +574,7 @@ std::int32_t last_error() { return static_cast<std::int32_t>(GetLastError()); }
 
 std::string error_text(std::int32_t code) { return message<char>(code); }
 
-ucs2string error_text_wide(std::int32_t code) {
-  const std::wstring text = message<wchar_t>(code);
-  return to_ucs2(text.data(), text.size());
-}
+ucs2string error_text_wide(std::int32_t code) { return to_ucs2(message<wchar_t>(code)); }
 
 std::int64_t now() { return _time64(nullptr); }
 

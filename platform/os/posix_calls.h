@@ -110,16 +110,27 @@ inline std::string native(Path path) {
   return posix::native_path(path.is_wide() ? posix::to_bytes(path.wide()) : path.narrow());
 }
 
-inline std::optional<FileInfo> info_of(const std::string& path) {
+/// Where a path is looked up: by its whole text, or a name in an open folder.
+struct Place {
+  int base = AT_FDCWD;
+  std::string name;
+};
+
+inline std::optional<FileInfo> info_of(const Place& place, int flags = 0) {
   FileInfo info{};
-  if (::stat(path.c_str(), &info) != 0) return std::nullopt;
+  if (::fstatat(place.base, place.name.c_str(), &info, flags) != 0) return std::nullopt;
   return info;
 }
+inline std::optional<FileInfo> info_of(const std::string& path) {
+  return info_of(Place{AT_FDCWD, path});
+}
 
+/// Of a link the link itself.
+inline std::optional<FileInfo> entry_info(const Place& place) {
+  return info_of(place, AT_SYMLINK_NOFOLLOW);
+}
 inline std::optional<FileInfo> entry_info(const std::string& path) {
-  FileInfo info{};
-  if (::lstat(path.c_str(), &info) != 0) return std::nullopt;
-  return info;
+  return entry_info(Place{AT_FDCWD, path});
 }
 
 inline bool is_folder(const FileInfo& info) { return S_ISDIR(info.st_mode); }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -173,6 +174,28 @@ TEST_F(VuFileUtf8CreateDirR, MakesAnAbsolutePath) {
   EXPECT_TRUE(create_all(folder));
   EXPECT_TRUE(folder_exists(folder));
   EXPECT_EQ(sink.count(trace_level::xs, "Recursivly created directory " + folder), 1U);
+}
+
+TEST_F(VuFileUtf8CreateDirR, MakesTheFoldersOfAnAbsolutePathOfEitherSeparator) {
+  std::string folder = path("one\\two");
+  std::replace(folder.begin(), folder.end(), '/', '\\');
+  const scratch_folder elsewhere;
+  const current_folder here(elsewhere.path());
+  EXPECT_TRUE(create_all(folder));
+  EXPECT_TRUE(folder_exists(folder));
+  std::string other = path("three\\four");
+  std::replace(other.begin(), other.end(), '\\', '/');
+  EXPECT_TRUE(create_all(other));
+  EXPECT_TRUE(folder_exists(other));
+  EXPECT_TRUE(list_folder(elsewhere.path()).empty());
+}
+
+TEST_F(VuFileUtf8CreateDirR, MakesWhatRel2absGives) {
+  const current_folder here(m_dir.path());
+  vu_utf8string absolute("x\\y");
+  ASSERT_TRUE(vu_fileutf8::rel2abs(absolute));
+  EXPECT_TRUE(vu_fileutf8::createDirR(absolute));
+  EXPECT_TRUE(folder_exists(path("x\\y")));
 }
 
 TEST_F(VuFileUtf8CreateDirR, BelowAFileIsFalse) {

@@ -295,6 +295,19 @@ TEST(VuFileUtf8CurrentDirectory, IsTheProcesses) {
   EXPECT_TRUE(std::filesystem::equivalent(native(current.str()), std::filesystem::current_path()));
 }
 
+TEST(VuFileUtf8CurrentDirectory, AndAbsolutePathsHaveBackslashesAlone) {
+  vu_utf8string current;
+  ASSERT_TRUE(vu_fileutf8::getCurrentDirectory(current));
+  EXPECT_EQ(current.str().find('/'), std::string::npos) << current.str();
+  vu_utf8string path("some/thing");
+  ASSERT_TRUE(vu_fileutf8::rel2abs(path));
+  EXPECT_EQ(path.str(), current.str() + "\\some\\thing");
+  // Such a path has names.
+  const vu_fileutf8 file(path);
+  EXPECT_EQ(file.getFilePath().str(), path.str());
+  EXPECT_EQ(file.getPath().getRelativePathName().str(), "thing");
+}
+
 TEST(VuFileUtf8Rel2abs, PutsTheCurrentDirectoryBeforeARelativePath) {
   vu_utf8string current;
   ASSERT_TRUE(vu_fileutf8::getCurrentDirectory(current));

@@ -158,7 +158,45 @@ TEST(VuFileStatUtf8, DropsEveryTrailingBackslash) {
   EXPECT_EQ(vu_fileutf8::size(vu_utf8string(dir.path("file\\\\\\"))), 4U);
   EXPECT_TRUE(vu_fileutf8::is_dir(vu_utf8string(dir.path("folder\\\\"))));
   EXPECT_TRUE(vu_fileutf8::is_dir(vu_utf8string(dir.path("folder/"))));
-  EXPECT_FALSE(vu_fileutf8::is_dir(vu_utf8string("\\")));
+}
+
+SYSTEM_TESTS(VuFileRoot);
+
+TYPED_TEST(VuFileRoot, IsFoundByEveryQuestion) {
+  // The drive of the folder for temporary files; on Linux there is one root.
+  const std::string temporary = system_temporary_folder();
+  const bool has_drive = temporary.size() > 2 && temporary[1] == ':';
+  const std::string root = has_drive ? temporary.substr(0, 2) + "\\" : "\\";
+  for (const std::string& path : {root, has_drive ? temporary.substr(0, 2) + "/" : "/"}) {
+    SCOPED_TRACE(path);
+    recording_sink sink;
+    EXPECT_TRUE(this->exists(path));
+    EXPECT_TRUE(this->is_dir(path));
+    EXPECT_FALSE(this->names_in(path).empty());
+    EXPECT_EQ(TypeParam::file::size(this->text(path)), 0U);
+    EXPECT_NE(TypeParam::file::modify_time(this->text(path)), 0U);
+    EXPECT_EQ(sink.count(traced::kind_t::event), 0U);
+  }
+  EXPECT_TRUE(this->exists(root + "."));
+  EXPECT_FALSE(this->exists(root + "no such name here"));
+  if (has_drive) {
+    EXPECT_FALSE(this->exists("1:\\"));
+  }
+}
+
+SYSTEM_TESTS(VuFileFolder);
+
+TYPED_TEST(VuFileFolder, HasNoSizeSoThatReadingItWholeGivesNothing) {
+  make_folder(this->m_dir.path("folder"));
+  write_file(this->m_dir.path("folder\\file"), "0123");
+  EXPECT_EQ(TypeParam::file::size(this->text(this->m_dir.path("folder"))), 0U);
+  typename TypeParam::file file(this->text(this->m_dir.path()), this->text("file"));
+  file.open(vu_file_base::o_append);
+  file.close();
+  file.setPath(this->text(this->m_dir.path("folder")));
+  std::string bytes = "before";
+  EXPECT_EQ(file.read(bytes, 0), 0);
+  EXPECT_EQ(bytes, "");
 }
 
 // A file with nothing in it, however large, takes no room.

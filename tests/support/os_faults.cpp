@@ -20,10 +20,10 @@ constexpr std::size_t kFunctions = static_cast<std::size_t>(Call::any);
 // clang-format off
 constexpr std::array<const char*, kFunctions + 2> kNames = {
     "open", "close", "read", "write", "seek", "set_end", "reserve", "flush", "lock", "unlock",
-    "probe_attributes", "probe_search", "list", "stat", "make_writable", "create_directory",
-    "remove_directory", "remove_file", "rename", "copy", "short_path", "current_directory",
-    "full_path", "program_folder", "temporary_folder", "to_narrow", "is_lead_byte", "last_error",
-    "error_text", "error_text_wide", "now", "nt_family", "any", "system"};
+    "probe_attributes", "probe_search", "list", "stat", "open_folder", "make_writable",
+    "create_directory", "remove_directory", "remove_file", "rename", "copy", "short_path",
+    "current_directory", "full_path", "program_folder", "temporary_folder", "environment",
+    "to_narrow", "is_lead_byte", "last_error", "error_text", "error_text_wide", "now", "nt_family", "any", "system"};
 // clang-format on
 
 constexpr std::size_t index_of(Call call) { return static_cast<std::size_t>(call); }
@@ -389,6 +389,11 @@ Status stat(Path path, FileStat& result, Links links) {
   return status_call(Call::stat, [&] { return sys::stat(path, result, links); });
 }
 
+Status open_folder(Path path, Handle& folder) {
+  folder = kNoHandle;
+  return status_call(Call::open_folder, [&] { return sys::open_folder(path, folder); });
+}
+
 // ---- changes -----------------------------------------------------------------------------------
 
 Status make_writable(Path path) {
@@ -419,9 +424,10 @@ Status rename(Path from, Path to) {
   });
 }
 
-Status copy(Path from, Path to, IfExists if_exists) {
+Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time) {
   return status_call(Call::copy, [&] {
-    return watched(sys::copy(from, to, if_exists), {.call = Call::copy, .path = &from, .to = &to});
+    return watched(sys::copy(from, to, if_exists, time),
+                   {.call = Call::copy, .path = &from, .to = &to});
   });
 }
 
@@ -445,6 +451,10 @@ Status program_folder(ucs2string& result) {
 
 Status temporary_folder(ucs2string& result) {
   return status_call(Call::temporary_folder, [&] { return sys::temporary_folder(result); });
+}
+
+Status environment(const std::string& variable, ucs2string& value) {
+  return status_call(Call::environment, [&] { return sys::environment(variable, value); });
 }
 
 std::string to_narrow(const ucs2string& text) {

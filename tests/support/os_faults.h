@@ -32,19 +32,21 @@ Status probe_attributes(Path path);
 Status probe_search(Path path);
 Status list(Path folder, std::vector<Entry>& entries);
 Status stat(Path path, FileStat& result, Links links = Links::kFollow);
+Status open_folder(Path path, Handle& folder);
 
 Status make_writable(Path path);
 Status create_directory(Path path);
 Status remove_directory(Path path);
 Status remove_file(Path path);
 Status rename(Path from, Path to);
-Status copy(Path from, Path to, IfExists if_exists);
+Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time = nullptr);
 
 Status short_path(const ucs2string& path, ucs2string& result);
 Status current_directory(ucs2string& result);
 Status full_path(const ucs2string& path, ucs2string& result);
 Status program_folder(ucs2string& result);
 Status temporary_folder(ucs2string& result);
+Status environment(const std::string& variable, ucs2string& value);
 std::string to_narrow(const ucs2string& text);
 bool is_lead_byte(unsigned char byte);
 
@@ -82,6 +84,7 @@ enum class Call : std::uint8_t {
   probe_search,
   list,
   stat,
+  open_folder,
   make_writable,
   create_directory,
   remove_directory,
@@ -93,6 +96,7 @@ enum class Call : std::uint8_t {
   full_path,
   program_folder,
   temporary_folder,
+  environment,
   to_narrow,
   is_lead_byte,
   last_error,

@@ -192,6 +192,26 @@ vu_file_base::lock_desc_t lock_request(std::uint32_t flags) {
   return request;
 }
 
+FILE_HANDLE_TESTS(VuFileInnerScope);
+
+TYPED_TEST(VuFileInnerScope, IsOpenedByTheFormsThatCallAnotherOne) {
+  write_file(this->m_dir.path("f"), "abc");
+  typename TestFixture::file_type file;
+  recording_sink sink;
+  const auto scopes_of = [&](auto operation) {
+    sink.clear();
+    operation();
+    return sink.scopes().size();
+  };
+  const auto named = [&](const std::string& text) { return TypeParam::to_text(text); };
+  EXPECT_EQ(
+      scopes_of([&] { file.open(named(this->m_dir.path()), named("f"), vu_file_base::o_append); }),
+      2U);
+  char bytes[3] = {};
+  EXPECT_EQ(scopes_of([&] { file.read(bytes, 3); }), 2U);
+  EXPECT_EQ(scopes_of([&] { file.write(bytes, 3); }), 2U);
+}
+
 }  // namespace
 
 TEST(VuFileBase, OfANewHandleIsClosedUnlockedAndNeverOpened) {

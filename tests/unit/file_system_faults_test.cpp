@@ -377,6 +377,141 @@ namespace {
 /// Beyond the limit on both systems, and missing.
 const std::string kLong = "C:\\" + std::string(300, 'x');
 
+// ---- links put in the place of folders -----------------------------------------------------------
+
+#if defined(__linux__)
+/// A tree with a folder that somebody swaps for a link to a foreign one.
+class SwappedFolder : public testing::Test {
+ protected:
+  SwappedFolder() {
+    make_folder(m_dir.path("tree\\sub\\deep"));
+    write_file(m_dir.path("tree\\sub\\file"), "ours");
+    make_folder(m_dir.path("foreign\\deep"));
+    write_file(m_dir.path("foreign\\file"), "theirs");
+    write_file(m_dir.path("foreign\\deep\\file"), "theirs");
+  }
+  void swap() const {
+    std::filesystem::rename(native(m_dir.path("tree\\sub")), native(m_dir.path("moved")));
+    std::filesystem::create_directory_symlink(native(m_dir.path("foreign")),
+                                              native(m_dir.path("tree\\sub")));
+  }
+  void expect_foreign_files() const {
+    EXPECT_EQ(read_file(m_dir.path("foreign\\file")), "theirs");
+    EXPECT_EQ(read_file(m_dir.path("foreign\\deep\\file")), "theirs");
+  }
+  template <class Remove>
+  void expect_safe_when_swapped_before(Call call, std::uint64_t nth, Remove remove) const {
+    const auto hook = faults::before(
+        call, [&] { swap(); }, nth);
+    EXPECT_TRUE(remove());
+    EXPECT_EQ(hook.hits(), 1U);
+    expect_foreign_files();
+  }
+
+  scratch_folder m_dir;
+};
+
+TEST_F(SwappedFolder, BeforeItIsOpenedIsNotWalkedInto) {
+  expect_safe_when_swapped_before(Call::open_folder, 2,
+                                  [&] { return vu_file::recurseRemoveDir(m_dir.path("tree")); });
+}
+
+TEST_F(SwappedFolder, BeforeItIsListedGivesTheNamesOfTheOneThatWasAskedFor) {
+  expect_safe_when_swapped_before(Call::list, 2,
+                                  [&] { return vu_file::recurseRemoveDir(m_dir.path("tree")); });
+}
+
+TEST_F(SwappedFolder, BeforeAFileInItIsRemovedLeavesTheForeignOne) {
+  expect_safe_when_swapped_before(Call::remove_file, 1,
+                                  [&] { return vu_file::recurseRemoveDir(m_dir.path("tree")); });
+}
+
+TEST_F(SwappedFolder, IsNotWalkedIntoByTheUtf8FormEither) {
+  const vu_utf8string tree(m_dir.path("tree"));
+  const auto remove = [&] { return vu_fileutf8::recurseRemoveDir(tree); };
+  expect_safe_when_swapped_before(Call::open_folder, 2, remove);
+}
+
+TEST_F(SwappedFolder, IsListedByTheUtf8FormAsTheOneThatWasAskedFor) {
+  const vu_utf8string tree(m_dir.path("tree"));
+  const auto remove = [&] { return vu_fileutf8::recurseRemoveDir(tree); };
+  expect_safe_when_swapped_before(Call::list, 2, remove);
+}
+#endif
+
+TYPED_TEST(VuFileChangeFailure, OfOpeningAFolderLeavesWhatIsInItAndIsStillTrue) {
+  make_folder(this->m_dir.path("tree"));
+  write_file(this->m_dir.path("tree\\f"), "");
+  const auto refused = faults::fail(Call::open_folder, kDenied);
+  EXPECT_TRUE(TypeParam::file::recurseRemoveDir(TypeParam::to_text(this->m_dir.path("tree"))));
+  EXPECT_TRUE(file_exists(this->m_dir.path("tree\\f")));
+}
+
+// ---- two-byte characters -------------------------------------------------------------------------
+
+/// As in code page 932: the second byte of this character is that of a backslash.
+class TwoByteNames : public testing::Test {
+ protected:
+  const faults::Fault m_lead_bytes = faults::set_lead_bytes("\x81\x95");
+  const std::string m_name = "\x95\x5C";
+};
+
+TEST_F(TwoByteNames, AreNotCutByTheHelpersForPaths) {
+  std::string path = "dir\\" + m_name;
+  vu_file::addFileSep(path);
+  EXPECT_EQ(path, "dir\\" + m_name + "\\");
+  vu_file::addFileSep(path);
+  EXPECT_EQ(path, "dir\\" + m_name + "\\");
+  vu_file::removeLastFileSep(path);
+  EXPECT_EQ(path, "dir\\" + m_name);
+  vu_file::removeLastFileSep(path);
+  EXPECT_EQ(path, "dir\\" + m_name);
+  std::string dir;
+  EXPECT_EQ(vu_file::getShirtFileName(path, dir), m_name);
+  EXPECT_EQ(dir, "dir\\");
+  EXPECT_EQ(vu_file::getShirtFileName(m_name, dir), m_name);
+  EXPECT_EQ(dir, ".\\");
+  const vu_path names(path);
+  EXPECT_EQ(names.getParentPathName(), "dir");
+  EXPECT_EQ(names.getRelativePathName(), m_name);
+}
+
+TEST_F(TwoByteNames, AreCountedFromTheBeginningOfTheirRun) {
+  // Two bytes that may both begin a character are one, and the backslash behind it is itself.
+  std::string path = "\x95\x95\\";
+  vu_file::removeLastFileSep(path);
+  EXPECT_EQ(path, "\x95\x95");
+  path = "\x95\x81\x95\\";
+  vu_file::removeLastFileSep(path);
+  EXPECT_EQ(path, "\x95\x81\x95\\");
+}
+
+TEST_F(TwoByteNames, AreTheNamesOfHandles) {
+  const vu_file file("dir\\" + m_name);
+  EXPECT_EQ(file.getPath().getParentPathName(), "dir");
+  EXPECT_EQ(file.getPath().getRelativePathName(), m_name);
+  vu_file kept("dir", "name");
+  kept.setPath(m_name);
+  EXPECT_EQ(kept.getFilePath(), "dir\\name") << "a name alone is no path";
+}
+
+TEST_F(TwoByteNames, AreUtf8InTheOtherForm) {
+  vu_utf8string path("\xE8\xA1\xA8\\");
+  vu_fileutf8::removeLastFileSep(path);
+  EXPECT_EQ(path.str(), "\xE8\xA1\xA8");
+}
+
+#if defined(__linux__)
+TEST_F(TwoByteNames, AreAskedForWhole) {
+  const scratch_folder dir;
+  make_folder(dir.path("\x95"));
+  // To Linux this is the folder and a separator; to the file layer it is one character, and so no folder's
+  // own entry is asked for.
+  EXPECT_FALSE(vu_file::exists(dir.path(m_name)));
+  EXPECT_TRUE(vu_file::exists(dir.path("\x95/")));
+}
+#endif
+
 }  // namespace
 
 TEST(VuFileUtf8LongForm, GoesWithEveryOperationButOne) {

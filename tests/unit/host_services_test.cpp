@@ -109,11 +109,29 @@ TEST_F(HostServices, AskTheEnvironmentAnewEveryTime) {
   EXPECT_EQ(text_of(host::temp().server_folder()), "C:\\two");
 }
 
+TEST_F(HostServices, TakeAVariableBeyondTheCodePage) {
+  const std::string name = "VU_STORAGE_BINARY_DIR";
+#if defined(_WIN32)
+  ::_wputenv_s(L"VU_STORAGE_BINARY_DIR", L"C:\\Gr\u00F6\u00DFe\\\u8868");
+#else
+  ::setenv(name.c_str(),
+           "C:\\Gr\xC3\xB6\xC3\x9F"
+           "e\\\xE8\xA1\xA8",
+           1);
+#endif
+  EXPECT_EQ(text_of(host::config().binary_folder()),
+            "C:\\Gr\xC3\xB6\xC3\x9F"
+            "e\\\xE8\xA1\xA8");
+  const variable none(name.c_str(), "");
+}
+
+#if !defined(_WIN32)
 TEST_F(HostServices, IgnoreAVariableThatIsNotUtf8) {
   const std::string without = text_of(host::config().binary_folder());
   const variable binary("VU_STORAGE_BINARY_DIR", "C:\\caf\xE9");
   EXPECT_EQ(text_of(host::config().binary_folder()), without);
 }
+#endif
 
 TEST_F(HostServices, LetTheDefaultHelperBeInitialised) {
   const std::string before = text_of(host::temp().server_folder());
