@@ -1,5 +1,4 @@
-// Sends what the library traces to a rotating file, through POCO's logging channels.
-// custom_trace_sink_storage [FOLDER]
+// custom_trace_sink_storage [FOLDER] sends what the library traces to rotating files, through POCO.
 #include <Poco/AutoPtr.h>
 #include <Poco/FileChannel.h>
 #include <Poco/FormattingChannel.h>

@@ -8,7 +8,7 @@
 
 namespace {
 
-// Whether all of the text is in the storage, on the device.
+// Whether all of the text was written.
 bool store(const std::string& owner, const std::string& name, long version,
            const std::string& text) {
   vu_storage storage;
@@ -18,6 +18,7 @@ bool store(const std::string& owner, const std::string& name, long version,
   if (!file.is_open()) return false;
   // The handle tells how much was written; vu_storage::Write() would trace a failure only.
   const bool complete = file.write(text) == static_cast<int>(text.size());
+  // Whether it reached the device is traced only: a program that has to know installs a sink for errors.
   storage.Close(file);
   return complete;
 }
