@@ -245,11 +245,12 @@ FileStat stat_from(const WIN32_FILE_ATTRIBUTE_DATA& data) {
   return result;
 }
 
-/// Whether a path is a root alone, maybe with the "." with which a folder is searched for as its own entry.
-bool is_root(std::wstring path) {
-  if (path.ends_with(L"\\.")) path.pop_back();
+/// Whether a path is a root and the "." with which a folder is searched for as its own entry.
+bool is_root_searched_for(std::wstring path) {
+  if (!path.ends_with(L"\\.") && !path.ends_with(L"/.")) return false;
+  path.pop_back();
   trim_separators(path);
-  return !path.empty() && path.size() == root_length(std::wstring_view(path));
+  return path.size() == root_length(std::wstring_view(path));
 }
 
 Status stat_trimmed(const wchar_t* path, FileStat& result, Links links) {
@@ -401,7 +402,7 @@ Status probe_search(Path path) {
   // A root is no entry of any folder, so that no search finds it.
   const std::wstring text = wide_text(path);
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (text.ends_with(L"\\.") && is_root(text) && get_attributes(text.c_str(), data)) return {};
+  if (is_root_searched_for(text) && get_attributes(text.c_str(), data)) return {};
   SetLastError(static_cast<DWORD>(found.code()));
   return found;
 }
