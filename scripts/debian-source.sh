@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
 # Fetches a Debian source package, signatures checked, without touching the system's apt state.
 #
-#   scripts/debian-source.sh <package> <folder>
+#   scripts/debian-source.sh <package> <folder> [bookworm]
 #
-# The machine's own package sources are used: their binary entries are copied as source entries into
-# a private list, which apt-get reads for this call alone.
+# The machine's own package sources are used, or those of another Debian on the same servers: their binary
+# entries are copied as source entries into a private list, which apt-get reads for this call alone.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 package=${1:?package}
 folder=${2:?folder}
+suite=${3-}
 state=$DEPS/apt
 mkdir -p "$state/sources" "$state/lists/partial" "$state/cache/archives/partial" "$folder"
 rm -f "$state"/sources/*
@@ -36,11 +37,17 @@ stanzas() {
 }
 
 etc=/etc/apt
-for file in "$etc"/sources.list "$etc"/sources.list.d/*.list; do
-  [ ! -r "$file" ] || one_line_entries "$file" >"$state/sources/$(basename "$file" .list).list"
-done
-for file in "$etc"/sources.list.d/*.sources; do
-  [ ! -r "$file" ] || stanzas "$file" >"$state/sources/$(basename "$file")"
+if [ -n "$suite" ]; then
+  package_sources "$suite" | sed 's/^/deb-src /; s/$/ main/' >"$state/sources/$suite.list"
+  files=()
+else
+  files=("$etc"/sources.list "$etc"/sources.list.d/*.list "$etc"/sources.list.d/*.sources)
+fi
+for file in "${files[@]}"; do
+  case $file in
+    *.sources) [ ! -r "$file" ] || stanzas "$file" >"$state/sources/$(basename "$file")" ;;
+    *) [ ! -r "$file" ] || one_line_entries "$file" >"$state/sources/$(basename "$file" .list).list" ;;
+  esac
 done
 find "$state/sources" -type f -size 0 -delete
 [ -n "$(ls "$state/sources")" ] ||

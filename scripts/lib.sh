@@ -41,3 +41,16 @@ enter_step() {
   exec {step_lock}>"$DEPS/.lock-$1"
   flock "$step_lock"
 }
+
+# The machine's own package sources with another Debian's name in place of its own, one a line:
+# "http://deb.debian.org/debian/ trixie". The first is the archive itself.
+# package_sources <bookworm|trixie>
+package_sources() {
+  local here
+  here=$(. /etc/os-release && echo "${VERSION_CODENAME-}")
+  {
+    apt-get indextargets --format '$(REPO_URI) $(RELEASE)' 'Created-By: Packages' 2>/dev/null |
+      sed -nE "s/ $here(-updates|-security)?\$/ $1\1/p"
+    echo "http://deb.debian.org/debian/ $1"
+  } | awk '!seen[$0]++ { print ($2 ~ /-/), NR, $0 }' | sort -k1,1n -k2,2n | cut -d' ' -f3-
+}

@@ -4,12 +4,13 @@
 # Debian's source package; its original archive brings the PCRE and zlib that Windows lacks.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-version=1.11.0
 toolchain=$ROOT/cmake/mingw-w64.toolchain.cmake
 prefix=$DEPS/mingw/poco
 work=$DEPS/mingw/poco.work
 stamp=$prefix/.complete
-key="$version $(content_key "$toolchain" "${BASH_SOURCE[0]}" "$ROOT/scripts/debian-source.sh")"
+joined=$ROOT/cmake/poco-joined.cmake
+compiler=$(x86_64-w64-mingw32-g++-posix -dumpfullversion)
+key="$compiler $(content_key "$toolchain" "$joined" "${BASH_SOURCE[0]}" "$ROOT/scripts/debian-source.sh")"
 
 is_complete() { [ "$(cat "$stamp" 2>/dev/null)" = "$key" ]; }
 
@@ -17,14 +18,18 @@ is_complete && exit 0
 enter_step poco
 is_complete && exit 0
 
-say "POCO Foundation $version for Windows (once, about two minutes)"
+say "POCO Foundation for Windows (once, about a minute)"
 rm -rf "$work"
 mkdir -p "$work/source" "$work/shims"
-"$ROOT/scripts/debian-source.sh" poco "$work/fetched"
+# This Debian's own; not every server keeps the sources of each one, and Debian 12's serves as well.
+if ! "$ROOT/scripts/debian-source.sh" poco "$work/fetched" 2>"$work/fetch.log"; then
+  say "this Debian's source package of POCO cannot be had here; taking Debian 12's"
+  rm -rf "$work/fetched"
+  "$ROOT/scripts/debian-source.sh" poco "$work/fetched" bookworm
+fi
 
-archive=$(find "$work/fetched" -name "poco_$version.orig.tar.*" ! -name '*.asc' | head -n 1)
-[ -n "$archive" ] || die "poco $version is wanted, but this system offers $(
-  cd "$work/fetched" && echo *.dsc); use Debian 12, or set the version in ${BASH_SOURCE[0]}"
+archive=$(find "$work/fetched" -name 'poco_*.orig.tar.*' ! -name '*.asc' | head -n 1)
+[ -n "$archive" ] || die "Debian's source package of POCO has no original archive: $(ls "$work/fetched")"
 tar -xf "$archive" -C "$work/source" --strip-components=1
 
 # Debian's corrections of security faults; its other patches only suit its own libraries.
@@ -51,11 +56,13 @@ Shlobj.h shlobj.h
 SHIMS
 
 # CMake's find modules would look for third-party libraries that come bundled here.
-quietly "$work/configure.log" "configuring POCO" \
+# configure_poco <further definitions...>
+configure_poco() {
+  rm -rf "$work/build"
   cmake -S "$work/source" -B "$work/build" -G Ninja \
   -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
   -DCMAKE_INSTALL_PREFIX="$work/prefix" \
-  -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O1 -DNDEBUG" -DCMAKE_C_FLAGS_RELEASE="-O1 -DNDEBUG" \
   -DCMAKE_C_FLAGS="-w -I$work/shims" -DCMAKE_CXX_FLAGS="-w -I$work/shims -D_WIN32_WINNT=0x0A00" \
   -DBUILD_SHARED_LIBS=OFF -DPOCO_UNBUNDLED=OFF -DENABLE_TESTS=OFF -DENABLE_FOUNDATION=ON \
   -DENABLE_ENCODINGS=OFF -DENABLE_ENCODINGS_COMPILER=OFF -DENABLE_XML=OFF -DENABLE_JSON=OFF \
@@ -65,8 +72,18 @@ quietly "$work/configure.log" "configuring POCO" \
   -DENABLE_DATA_POSTGRESQL=OFF -DENABLE_DATA_ODBC=OFF -DENABLE_ACTIVERECORD=OFF \
   -DENABLE_ACTIVERECORD_COMPILER=OFF -DENABLE_SEVENZIP=OFF -DENABLE_ZIP=OFF \
   -DENABLE_APACHECONNECTOR=OFF -DENABLE_CPPPARSER=OFF -DENABLE_POCODOC=OFF \
-  -DENABLE_PAGECOMPILER=OFF -DENABLE_PAGECOMPILER_FILE2PAGE=OFF
-quietly "$work/build.log" "building POCO" cmake --build "$work/build" --parallel "$JOBS"
+  -DENABLE_PAGECOMPILER=OFF -DENABLE_PAGECOMPILER_FILE2PAGE=OFF "$@"
+}
+build_poco() { cmake --build "$work/build" --parallel "$JOBS"; }
+build_joined() {
+  configure_poco -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12 -DCMAKE_PROJECT_INCLUDE="$joined" &&
+    build_poco
+}
+# Another version may have sources that do not get along in one.
+if ! build_joined >"$work/joined.log" 2>&1; then
+  quietly "$work/configure.log" "configuring POCO" configure_poco
+  quietly "$work/build.log" "building POCO" build_poco
+fi
 quietly "$work/install.log" "installing POCO" cmake --install "$work/build" --strip
 
 # Its public headers include some of these too.
