@@ -4,7 +4,7 @@
 # bench (yardsticks and tools of the benchmarks), docs (the site of reference and guides), package (packages
 # for Debian and Windows), report (a browser that opens the client's report), coverage (what tests execute),
 # planted (defects put into a copy of the sources), valgrind,
-# shared (a network file system), fuzz (Clang with its fuzzer).
+# fresh (a minimal Debian), shared (a network file system), fuzz (Clang with its fuzzer).
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 # Header-only for what is built here; the Windows build gets copies of them.
@@ -23,6 +23,7 @@ shared=(glusterfs-server glusterfs-client iproute2)
 report=(chromium fonts-dejavu-core)
 coverage=(clang llvm)
 planted=(patch rsync)
+fresh=(debootstrap)
 valgrind=(valgrind)
 
 # The last one names functions in a report.
@@ -41,8 +42,9 @@ for set in "$@"; do
     planted) wanted+=("${planted[@]}") ;;
     valgrind) wanted+=("${valgrind[@]}") ;;
     shared) wanted+=("${shared[@]}") ;;
+    fresh) wanted+=("${fresh[@]}") ;;
     fuzz) wanted+=("${fuzz[@]}") ;;
-    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, bench, docs, package, report, coverage, planted, valgrind, shared and fuzz" ;;
+    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, bench, docs, package, report, coverage, planted, valgrind, shared, fresh and fuzz" ;;
   esac
 done
 
@@ -73,13 +75,16 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -y -q -o DPkg::Lock::Timeout=900)
 
-say "installing ${packages[*]}"
 log=$BUILD/packages.log
 mkdir -p "$BUILD"
+# What is being installed is in the log.
+[ ! -t 1 ] || printf '== packages: installing %d ...' "${#packages[@]}"
+wanted_count=${#packages[@]}
 
 # One attempt; apt-get waits for dpkg's lock by itself, but not for that of the package lists.
 attempt() {
   {
+    echo "--- ${packages[*]}"
     echo "--- apt-get update"
     "${apt[@]}" update || echo "(the update failed; going on with the lists that are there)"
     echo "--- apt-get install"
@@ -91,6 +96,8 @@ for try in 1 2 3 4 5 6; do
   if attempt; then
     mapfile -t packages < <(missing)
     [ "${#packages[@]}" -eq 0 ] || die "apt-get left these packages out: ${packages[*]}; see $log"
+    [ ! -t 1 ] || printf '\r\033[K'
+    say "packages: $wanted_count installed, with what they need, $SECONDS s"
     exit 0
   fi
   grep -q -e 'Could not get lock' -e 'Unable to acquire' "$log" || break
