@@ -386,6 +386,7 @@ class SwappedFolder : public testing::Test {
   SwappedFolder() {
     make_folder(m_dir.path("tree\\sub\\deep"));
     write_file(m_dir.path("tree\\sub\\file"), "ours");
+    write_file(m_dir.path("tree\\sub\\only ours"), "ours");
     make_folder(m_dir.path("foreign\\deep"));
     write_file(m_dir.path("foreign\\file"), "theirs");
     write_file(m_dir.path("foreign\\deep\\file"), "theirs");
@@ -416,7 +417,7 @@ TEST_F(SwappedFolder, BeforeItIsOpenedIsNotWalkedInto) {
                                   [&] { return vu_file::recurseRemoveDir(m_dir.path("tree")); });
 }
 
-TEST_F(SwappedFolder, BeforeItIsListedGivesTheNamesOfTheOneThatWasAskedFor) {
+TEST_F(SwappedFolder, BeforeItIsListedLeavesTheForeignFiles) {
   expect_safe_when_swapped_before(Call::list, 2,
                                   [&] { return vu_file::recurseRemoveDir(m_dir.path("tree")); });
 }
@@ -436,6 +437,7 @@ TEST_F(SwappedFolder, IsListedByTheUtf8FormAsTheOneThatWasAskedFor) {
   const vu_utf8string tree(m_dir.path("tree"));
   const auto remove = [&] { return vu_fileutf8::recurseRemoveDir(tree); };
   expect_safe_when_swapped_before(Call::list, 2, remove);
+  EXPECT_TRUE(list_folder(m_dir.path("moved")).empty());
 }
 #endif
 

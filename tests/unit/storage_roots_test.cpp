@@ -9,6 +9,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <tuple>
 #include <utility>
@@ -409,6 +410,38 @@ TEST_F(StorageRoots, TakeAnotherRootThanTheOneThatAFailedAttemptNamed) {
   // True as well, though an operation in between has taken the server's folder.
   EXPECT_EQ(vu_storage::getStoragePath(), dir.path("server"));
   EXPECT_FALSE(vu_storage::initRootStorage(dir.path(), true, false));
+}
+
+/// Notes what is in force when the new root is traced, which is before anything is published.
+class NotingSink final : public vu_host::trace_sink {
+ public:
+  bool wants(trace_level level) const noexcept override { return level == trace_level::m; }
+  bool wants(trace_event) const noexcept override { return false; }
+  void scope_begin(const vu_host::trace_site&, trace_level, std::string_view) noexcept override {}
+  void scope_end(const vu_host::trace_site&, trace_level) noexcept override {}
+  void scope_message(const vu_host::trace_site&, std::string_view) noexcept override {}
+  void record(const vu_host::trace_site&, trace_level, std::string_view) noexcept override {
+    use_domain = Peer::use_domain();
+    user_path = Peer::user_path();
+  }
+  void event(const vu_host::trace_site&, trace_event, std::string_view) noexcept override {}
+
+  bool use_domain = true;
+  std::string user_path;
+};
+
+TEST_F(StorageRoots, TakeTheSwitchAndThePathsOfARetryTogether) {
+  failing_configuration failing;
+  NotingSink noting;
+  vu_host::install({&noting, &failing, &temp, &components});
+  vu_storage::initRootStorage(dir.path("shared"), false, false);
+  const std::string before = Peer::user_path();
+  vu_storage::initRootStorage(dir.path("apart"), true, false);
+  EXPECT_FALSE(noting.use_domain);
+  EXPECT_EQ(noting.user_path, before);
+  EXPECT_TRUE(Peer::use_domain());
+  EXPECT_EQ(Peer::user_path(), dir.path("apart\\storage\\user"));
+  vu_host::install({&sink, &config, &temp, &components});
 }
 
 // ---- threads -----------------------------------------------------------------------------------
