@@ -3,7 +3,7 @@
 set(vu_checks ${PROJECT_SOURCE_DIR}/tests/checks)
 
 # Each check is tried on planted faults first: one that lets them pass is worth nothing.
-foreach(check IN ITEMS include_arrows sources_listed vcpkg_manifest guides versions
+foreach(check IN ITEMS include_arrows columns sources_listed vcpkg_manifest guides versions
     examples_short)
   foreach(mode IN ITEMS "" "_finds_faults")
     add_test(NAME check_${check}${mode} COMMAND ${CMAKE_COMMAND}

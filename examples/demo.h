@@ -75,10 +75,11 @@ struct Demo {
   std::string below_root(const std::string& name) const { return root + "\\" + name; }
 };
 
-// ---- one document, in demo_versions.cpp ----------------------------------------------------------
+// ---- one document, in demo_versions.cpp
+// ----------------------------------------------------------
 
-/// @return whether vu_storage::OpenRead() serves this version: a corporate "kdf" document by its exact
-/// timestamp, everything else from timestamp 0.
+/// @return whether vu_storage::OpenRead() serves this version: a corporate "kdf" document by its
+/// exact timestamp, everything else from timestamp 0.
 bool is_served(const Version& version);
 /// Opens for reading as a client does: with OpenRead(), or, for a version that it does not serve,
 /// through the answers of IsFileExist().
@@ -101,7 +102,8 @@ const char* area_of(STG::RepositoryType type);
 /// @return the path of a version's file as the library takes it, empty when there is none.
 std::string path_of_version(vu_storage& storage, const Version& version);
 
-// ---- the steps -----------------------------------------------------------------------------------
+// ---- the steps
+// -----------------------------------------------------------------------------------
 
 void plan_versions(Demo& demo);
 void store_versions(Demo& demo);

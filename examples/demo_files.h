@@ -15,8 +15,8 @@ std::string utf8(const std::filesystem::path& path);
 
 /// @return whether every byte is ASCII.
 bool is_ascii(std::string_view text);
-/// Whether narrow strings are UTF-8 for this process: always on Linux; on Windows when the code page
-/// that the program's manifest asks for is granted. Tried with a file in the temporary folder.
+/// Whether narrow strings are UTF-8 for this process: always on Linux; on Windows when the code
+/// page that the program's manifest asks for is granted. Tried with a file in the temporary folder.
 bool narrow_names_are_utf8();
 
 /// @return the file's bytes. @throws std::runtime_error naming the file.
@@ -40,8 +40,8 @@ struct Volume {
 };
 Volume volume_of(const std::filesystem::path& folder);
 
-/// A number that changes when any file below @p folder appears, disappears or changes its size, time
-/// or, where it is an index, its bytes.
+/// A number that changes when any file below @p folder appears, disappears or changes its size,
+/// time or, where it is an index, its bytes.
 std::uint64_t fingerprint(const std::filesystem::path& folder);
 
 }  // namespace demo

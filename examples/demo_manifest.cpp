@@ -29,7 +29,8 @@ std::string line_of(const Fields& fields) {
   return line + "\n";
 }
 
-/// The folders with an index, sorted: as the library takes them, and below the storage with slashes.
+/// The folders with an index, sorted: as the library takes them, and below the storage with
+/// slashes.
 std::map<std::string, std::string> index_folders() {
   std::map<std::string, std::string> folders;
   const std::string& storage = vu_storage::getStoragePath();

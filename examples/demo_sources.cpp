@@ -181,7 +181,8 @@ std::vector<std::string> default_sources() {
         "C:\\Windows\\Fonts", "C:\\Windows\\System32\\drivers\\etc", "C:\\Windows\\Help"})
     if (std::error_code error; fs::is_directory(native(folder), error))
       folders.emplace_back(folder);
-  // CMake's manual, whose files are called as their chapters, with blanks; its folder bears a version.
+  // CMake's manual, whose files are called as their chapters, with blanks; its folder bears a
+  // version.
   for (const fs::path& folder : list("/usr/share").folders) {
     const fs::path help = folder / "Help";
     if (utf8(folder.filename()).rfind("cmake", 0) == 0 && fs::is_directory(help))

@@ -29,8 +29,9 @@ struct Collection {
 /// The folders to look into when none is named: those of the usual ones that exist.
 std::vector<std::string> default_sources();
 
-/// Chooses up to @p max_files files below @p folders, the same ones for the same folders: spread over
-/// folders, sizes and kinds of names (with blanks, several dots, beyond ASCII, without extension).
+/// Chooses up to @p max_files files below @p folders, the same ones for the same folders: spread
+/// over folders, sizes and kinds of names (with blanks, several dots, beyond ASCII, without
+/// extension).
 /// @param beyond_ascii whether names beyond ASCII may be chosen.
 Collection collect(const std::vector<std::string>& folders, std::size_t max_files,
                    bool beyond_ascii);

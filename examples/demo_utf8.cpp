@@ -8,7 +8,8 @@ namespace {
 
 const std::string kBytes("line one\r\n\r\nline two\n\0binary", 28);
 
-/// Makes folders of several scripts, one in the other, until the path is long. @return the innermost.
+/// Makes folders of several scripts, one in the other, until the path is long. @return the
+/// innermost.
 vu_utf8string make_long_path(Demo& demo, const vu_utf8string& start) {
   const std::vector<std::string> names{
       "a folder with blanks and a rather long name, as people give them",

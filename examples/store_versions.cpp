@@ -18,7 +18,8 @@ bool store(const std::string& owner, const std::string& name, long version,
   if (!file.is_open()) return false;
   // The handle tells how much was written; vu_storage::Write() would trace a failure only.
   const bool complete = file.write(text) == static_cast<int>(text.size());
-  // Whether it reached the device is traced only: a program that has to know installs a sink for errors.
+  // Whether it reached the device is traced only: a program that has to know installs a sink for
+  // errors.
   storage.Close(file);
   return complete;
 }

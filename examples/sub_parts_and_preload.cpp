@@ -1,5 +1,5 @@
-// Serves a part of a document: generated when it is missing, then as it is, then from a newer copy that
-// somebody has loaded ahead of time. sub_parts_and_preload_storage [FOLDER]
+// Serves a part of a document: generated when it is missing, then as it is, then from a newer copy
+// that somebody has loaded ahead of time. sub_parts_and_preload_storage [FOLDER]
 #include <chrono>
 #include <filesystem>
 #include <fstream>

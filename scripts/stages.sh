@@ -74,4 +74,7 @@ wait_beside() {
 }
 
 # It has a process group of its own, which a Ctrl-C does not reach.
-stop_beside() { [ -z "$beside_pid" ] || kill -- "-$beside_pid" 2>/dev/null || true; }
+stop_beside() {
+  # Its group is there a moment after it; before that it is by itself.
+  [ -z "$beside_pid" ] || kill -- "-$beside_pid" 2>/dev/null || kill "$beside_pid" 2>/dev/null || true
+}

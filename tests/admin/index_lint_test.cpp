@@ -161,7 +161,8 @@ TEST_F(AdminIndex, HasAValidLineWithoutAFileWhenThePhysicalNameAloneExists) {
 }
 
 TEST_F(AdminIndex, AcceptsNamesThatThePathMakesSenseOf) {
-  // The physical name may be a pattern, or lead elsewhere: the library asks whether the path exists.
+  // The physical name may be a pattern, or lead elsewhere: the library asks whether the path
+  // exists.
   make_folder(path("sub"));
   file("sub\\inner.kdc");
   file("00000001.kdc");

@@ -1,4 +1,5 @@
-// Whether a shared file system offers what a tree needs, tried on local folders, and on views that lack one thing each.
+// Whether a shared file system offers what a tree needs, tried on local folders, and on views that
+// lack one thing each.
 
 #include "tools/admin/shared_probe.h"
 
@@ -41,7 +42,8 @@ Lines missing_with(SharedView& peer, const std::string& folder) {
   return codes(checks, Holds::kNo);
 }
 
-// ---- hosts that lack one thing each ----------------------------------------------------------------
+// ---- hosts that lack one thing each
+// ----------------------------------------------------------------
 
 /// Its locks reach no other host.
 class LocksOfItsOwn final : public SharedView {

@@ -1,5 +1,5 @@
-// A program outside of this project: what it needs of the library, it gets from the installed headers and
-// the installed library. Prints "consumer: passed".
+// A program outside of this project: what it needs of the library, it gets from the installed
+// headers and the installed library. Prints "consumer: passed".
 //
 //   consumer FOLDER
 #include <stg_index.h>

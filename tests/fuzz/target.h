@@ -7,8 +7,9 @@
 #include <vector>
 
 /// @file
-/// Targets for a fuzzer: functions that take any bytes, do something with them, and throw when what came
-/// out is wrong. libfuzzer.cpp hands them to the fuzzer, replay_test.cpp to the committed inputs.
+/// Targets for a fuzzer: functions that take any bytes, do something with them, and throw when what
+/// came out is wrong. libfuzzer.cpp hands them to the fuzzer, replay_test.cpp to the committed
+/// inputs.
 namespace fuzz {
 
 /// A result that must not be. Nobody catches it in a fuzzer: it ends the run as a finding.

@@ -1,4 +1,5 @@
-// Names of any bytes through whole operations: nothing breaks, and entries that no name touches stay.
+// Names of any bytes through whole operations: nothing breaks, and entries that no name touches
+// stay.
 
 #include <exception>
 #include <map>
@@ -21,8 +22,8 @@ constexpr std::string_view kBytes = "bytes of a bystander";
 constexpr long kStamp = 7;
 constexpr const char* kOwner = "ann";
 
-/// Whether a name, by itself, may lead to what others have: patterns, separators, and the names of files that
-/// the library makes.
+/// Whether a name, by itself, may lead to what others have: patterns, separators, and the names of
+/// files that the library makes.
 bool may_touch_others(const std::string& name) {
   if (name.empty() || name.find_first_of("*?\\/") != std::string::npos) return true;
   if (name.find('\0') != std::string::npos) return true;

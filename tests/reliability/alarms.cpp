@@ -28,8 +28,8 @@ constexpr std::chrono::seconds kAlarm = 5s;
 
 // ---- the helpers --------------------------------------------------------------------------------
 
-/// args: a root; "on" or "off" for the synchronisation. Calls the operations it is told by number, each
-/// under the alarm.
+/// args: a root; "on" or "off" for the synchronisation. Calls the operations it is told by number,
+/// each under the alarm.
 int operations_caller(const std::vector<std::string>& args) {
   const Place place{args.at(0), args.at(1) == "on"};
   vu_storage::initRootStorage(place.root, true, place.synchronize);

@@ -57,8 +57,8 @@ bool Watch::has_struck() const { return t_state.has_struck; }
 
 }  // namespace reliability::allocations
 
-// All forms but those for types of a larger alignment, which nothing here has: what the C++ library makes of the first
-// one, a sanitizer's runtime may have of its own.
+// All forms but those for types of a larger alignment, which nothing here has: what the C++ library
+// makes of the first one, a sanitizer's runtime may have of its own.
 void* operator new(std::size_t size) {
   void* const memory = reliability::allocations::allocate(size);
   if (memory == nullptr) throw std::bad_alloc();

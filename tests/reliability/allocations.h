@@ -3,7 +3,8 @@
 #include <cstdint>
 
 /// @file
-/// The program's operator new: it counts for one thread, and runs out of memory where it is told to.
+/// The program's operator new: it counts for one thread, and runs out of memory where it is told
+/// to.
 namespace reliability::allocations {
 
 enum class Shortage : std::uint8_t {
@@ -12,7 +13,8 @@ enum class Shortage : std::uint8_t {
   kLasting,  ///< that one and all that follow
 };
 
-/// Counts this thread's allocations as long as it lives, and lets the @p nth fail with std::bad_alloc.
+/// Counts this thread's allocations as long as it lives, and lets the @p nth fail with
+/// std::bad_alloc.
 class Watch {
  public:
   explicit Watch(Shortage shortage = Shortage::kNone, std::uint64_t nth = 0);

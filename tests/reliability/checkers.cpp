@@ -1,5 +1,5 @@
-// The checker of the kill suites itself: a folder as an operation may leave it raises no complaint, and
-// each kind of damage raises the right one.
+// The checker of the kill suites itself: a folder as an operation may leave it raises no complaint,
+// and each kind of damage raises the right one.
 
 #include <filesystem>
 #include <functional>

@@ -53,9 +53,9 @@ std::string create_document(const std::string& folder, const std::string& logica
   return physical;
 }
 
-/// args: its name; how many; "locked" or "unlocked"; "on" or "off" for the synchronisation; a file for what
-/// it did; the folders. Afterwards the file names each entry with its physical name and the microseconds that
-/// creating it took.
+/// args: its name; how many; "locked" or "unlocked"; "on" or "off" for the synchronisation; a file
+/// for what it did; the folders. Afterwards the file names each entry with its physical name and
+/// the microseconds that creating it took.
 int crowd_writer(const std::vector<std::string>& args) {
   std::unique_ptr<LocksTakenOut> unlocked;
   if (args.at(2) == "unlocked") unlocked = std::make_unique<LocksTakenOut>();
@@ -84,8 +84,8 @@ int crowd_writer(const std::vector<std::string>& args) {
 }
 REGISTER_ROLE(crowd_writer, crowd_writer)
 
-/// args: writers; entries of each; the folders. Looks for entries until it hears a line, then says how many it
-/// looked for and what it found wrong.
+/// args: writers; entries of each; the folders. Looks for entries until it hears a line, then says
+/// how many it looked for and what it found wrong.
 int crowd_reader(const std::vector<std::string>& args) {
   STGIndex::setSynchronizeMode(false);
   const std::size_t writers = std::stoul(args.at(0));

@@ -15,10 +15,11 @@
 /// @file
 /// What a disk may hold after the power went off, as far as the recorded changes tell.
 ///
-/// On the disk for certain is what was flushed: every write and cut of a file before a flush of it, and the
-/// file's name with the folders above it. Of everything else each piece may be there or not, in any order:
-/// each sector of 512 bytes as any of the writes since then has made it, each size that the file has had,
-/// each change of a name. A sector that is missing is its old bytes, or zeros where the file had none.
+/// On the disk for certain is what was flushed: every write and cut of a file before a flush of it,
+/// and the file's name with the folders above it. Of everything else each piece may be there or
+/// not, in any order: each sector of 512 bytes as any of the writes since then has made it, each
+/// size that the file has had, each change of a name. A sector that is missing is its old bytes, or
+/// zeros where the file had none.
 namespace reliability {
 
 inline constexpr std::size_t kSector = 512;

@@ -50,8 +50,8 @@ bool is_open_to_exceptions(const std::string& operation) {
        "vu_storage::copyFileToUserPath", "vu_storage::getFileListFromIndexFile"});
 }
 
-/// Those that turn vu_file_except into their result, and let others out; of the folder of an owner that of
-/// the area is asked for outside of the handler.
+/// Those that turn vu_file_except into their result, and let others out; of the folder of an owner
+/// that of the area is asked for outside of the handler.
 bool is_open_to_others(const std::string& operation) {
   return starts_with_any(
       operation, {"vu_storage::saveUserOrMasterProfile", "vu_storage::loadUserOrMasterProfile",
@@ -85,8 +85,8 @@ bool may_end_so(const std::string& operation, const Way& way, Outcome::End end) 
   }
 }
 
-/// The beginning of a trace that belongs to a call's failure, whichever operation makes it; "E" for an
-/// error, "W" for a warning.
+/// The beginning of a trace that belongs to a call's failure, whichever operation makes it; "E" for
+/// an error, "W" for a warning.
 std::string stated_trace(const std::string& operation, const Way& way, Call call) {
   const bool by_exception = way.kind == Kind::kException;
   if (way.kind == Kind::kShort) return {};
@@ -128,7 +128,8 @@ bool has_trace(const Outcome& outcome, const std::string& words) {
   });
 }
 
-/// A file that ends early is none that fails. Questions answer "no" without a word, and so does what reports by its result alone.
+/// A file that ends early is none that fails. Questions answer "no" without a word, and so does
+/// what reports by its result alone.
 bool may_be_silent(const std::string& operation, const Way& way, Call call) {
   if (way.kind == Kind::kShort) return true;
   // The reader of key lines says false, and no more, to every exception.
@@ -155,8 +156,8 @@ bool may_be_silent(const std::string& operation, const Way& way, Call call) {
   }
 }
 
-/// Whether an answer is one with which an operation fails. Where the list calls a removal twice, the second
-/// one finds what the first has left.
+/// Whether an answer is one with which an operation fails. Where the list calls a removal twice,
+/// the second one finds what the first has left.
 bool is_a_failure(const std::string& operation, const std::string& answer,
                   const std::string& usual) {
   const bool is_yes_or_no = usual == "true" || usual == "false";

@@ -33,8 +33,8 @@ os::faults::Fault plan(const Way& way, const std::vector<os::faults::Call>& call
 /// What the way of going wrong lets an operation leave.
 Disturbance disturbance_of(const std::string& operation, const Way& way, os::faults::Call call);
 
-/// What an operation must not have done after this fault: let an exception out that its header does not
-/// name, or failed without a word.
+/// What an operation must not have done after this fault: let an exception out that its header does
+/// not name, or failed without a word.
 std::vector<std::string> complaints(const std::string& operation, const Way& way,
                                     os::faults::Call call, const Undisturbed& usual,
                                     const Outcome& outcome);

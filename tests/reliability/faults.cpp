@@ -1,5 +1,5 @@
-// A fault at every call of the seam that a public operation makes, one at a time: what the operation says,
-// what it traces, and what it leaves.
+// A fault at every call of the seam that a public operation makes, one at a time: what the
+// operation says, what it traces, and what it leaves.
 
 #include <algorithm>
 #include <chrono>

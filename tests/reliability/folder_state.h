@@ -10,16 +10,16 @@
 #include "tests/reliability/index_reader.h"
 
 /// @file
-/// A storage folder as it lies on disk, read by the reader's rules (docs/formats.md) and without the
-/// library: what the suites compare with what they know must be there.
+/// A storage folder as it lies on disk, read by the reader's rules (docs/formats.md) and without
+/// the library: what the suites compare with what they know must be there.
 namespace reliability {
 
 /// file name -> size
 using Files = std::map<std::string, std::uint64_t>;
 
 /// The lines of a text that count when a folder holds these files. A stored name that would lead to
-/// anything but a file of the listing (the folder itself, a pattern) counts as well: no operation here
-/// writes one, so it shows as an entry that nobody made.
+/// anything but a file of the listing (the folder itself, a pattern) counts as well: no operation
+/// here writes one, so it shows as an entry that nobody made.
 Lines read_index(std::string_view text, const Files& files);
 
 /// The file that an entry stands for.

@@ -1,5 +1,5 @@
-// Operations on a disk that is full, or nearly so: a small file system in memory, mounted for this process
-// alone.
+// Operations on a disk that is full, or nearly so: a small file system in memory, mounted for this
+// process alone.
 
 #include <fcntl.h>
 #include <sched.h>

@@ -7,8 +7,8 @@
 #include "tests/model/tree.h"
 
 /// @file
-/// A real folder beside a tree in memory: what is changed behind the library's back, and the comparison
-/// of both. Quick, since it happens a million times. One file per system.
+/// A real folder beside a tree in memory: what is changed behind the library's back, and the
+/// comparison of both. Quick, since it happens a million times. One file per system.
 namespace reliability::ground {
 
 void write(const std::string& path, const std::string& bytes);
@@ -23,8 +23,8 @@ std::vector<std::string> listing(const std::string& path);
 
 enum class After { kKeep, kEmpty };
 
-/// What differs between a real folder and one in memory, and then nothing of the real one's content is
-/// left, if so wished. Empty when they are equal.
+/// What differs between a real folder and one in memory, and then nothing of the real one's content
+/// is left, if so wished. Empty when they are equal.
 std::string difference(const std::string& path, const model::Node& expected, After after);
 
 /// A text with what cannot be printed made visible.

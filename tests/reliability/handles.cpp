@@ -58,7 +58,8 @@ class HandleCycles {
     // The destructor closes it.
   }
 
-  /// The original is closed, another file opened, and the copy closed late: that one must not notice.
+  /// The original is closed, another file opened, and the copy closed late: that one must not
+  /// notice.
   template <class File, class Text>
   void stale_copy() {
     File file{Text(m_scratch.path("one"))};

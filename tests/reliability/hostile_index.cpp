@@ -1,4 +1,5 @@
-// Texts of index.dat that nobody writes: the work grows as the text does, and what is stated comes out.
+// Texts of index.dat that nobody writes: the work grows as the text does, and what is stated comes
+// out.
 
 #include <algorithm>
 #include <array>
@@ -40,8 +41,9 @@ bool is_valid(const std::string& folder, const std::string& key, const std::stri
   return vu_file::exists(path) || vu_file::exists(path + extension);
 }
 
-/// Any bytes hold lines: an empty stored name, or one that begins with a NUL, is the folder itself. So each
-/// line is asked for; one without a slash counts where the rest of the text is short enough for a name.
+/// Any bytes hold lines: an empty stored name, or one that begins with a NUL, is the folder itself.
+/// So each line is asked for; one without a slash counts where the rest of the text is short enough
+/// for a name.
 std::string valid_lines(const std::string& folder, const std::string& text) {
   constexpr std::size_t kLongestName = 40000;
   STGIndex::NameMap entries;
@@ -173,9 +175,9 @@ void try_shape(Run& run, const Shape& shape, std::size_t largest) {
                              " million instructions");
 }
 
-/// Lines without a slash before a last line without a line feed: each of them is an entry by the stated steps,
-/// and its key the rest of the text. So the entries themselves have the square of their number; the work must not
-/// have more.
+/// Lines without a slash before a last line without a line feed: each of them is an entry by the
+/// stated steps, and its key the rest of the text. So the entries themselves have the square of
+/// their number; the work must not have more.
 void try_lines_that_are_entries(Run& run) {
   for (const std::size_t lines : {100U, 200U, 400U}) {
     const scratch_folder scratch;

@@ -7,8 +7,8 @@
 #include <string_view>
 
 /// @file
-/// What the bytes of an index.dat stand for, told a second time, from docs/formats.md alone: the suites
-/// judge with it what a kill, a full disk or the power has left.
+/// What the bytes of an index.dat stand for, told a second time, from docs/formats.md alone: the
+/// suites judge with it what a kill, a full disk or the power has left.
 namespace reliability {
 
 /// key -> stored name
@@ -28,7 +28,8 @@ bool ends_in_trailer(std::string_view bytes, Trailer& trailer);
 
 /// How much of the bytes a reader understands.
 enum class Reader : std::uint8_t {
-  /// This format's: where a trailer at the end vouches for a new text, it is that, else the bytes without the
+  /// This format's: where a trailer at the end vouches for a new text, it is that, else the bytes
+  /// without the
   /// zeros at their end.
   kWhole,
   kLines,  ///< one that knows lines alone: the bytes as they stand

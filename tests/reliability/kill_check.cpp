@@ -3,8 +3,8 @@
 #include "tests/reliability/kill_model.h"
 #include "tests/support/scratch.h"
 
-// After a kill: what is there is compared with what was, and whatever differs must be something that the
-// killed operation may leave, at exactly the place where it may.
+// After a kill: what is there is compared with what was, and whatever differs must be something
+// that the killed operation may leave, at exactly the place where it may.
 
 namespace reliability {
 namespace {
@@ -94,7 +94,8 @@ class Check {
   }
   bool number_is_drawn() const { return m_found.now.counter > m_before.counter; }
 
-  // ---- the killed operation ----------------------------------------------------------------------
+  // ---- the killed operation
+  // ----------------------------------------------------------------------
 
   void check_killed() {
     switch (m_killed->kind) {
@@ -199,8 +200,8 @@ class Check {
     holds(key, entry->stored, bytes);
   }
 
-  /// The old entry of the new name goes, the new file comes and gets the bytes, the old file goes, the
-  /// line comes.
+  /// The old entry of the new name goes, the new file comes and gets the bytes, the old file goes,
+  /// the line comes.
   void check_renamed() {
     const std::string from = m_killed->key();
     const std::string to = m_killed->new_key();
@@ -257,7 +258,8 @@ class Check {
     }
   }
 
-  // ---- everything else ---------------------------------------------------------------------------
+  // ---- everything else
+  // ---------------------------------------------------------------------------
 
   bool loads_an_instance() const {
     if (m_killed == nullptr || m_killed->kind == Kind::kPlainRewrite) return false;

@@ -1,5 +1,6 @@
-// The process is ended before and after every call of the system that a public operation makes. Then the tree
-// is compared with what it was and what it was to be, and the next operation has to work.
+// The process is ended before and after every call of the system that a public operation makes.
+// Then the tree is compared with what it was and what it was to be, and the next operation has to
+// work.
 
 #include <algorithm>
 #include <map>
@@ -25,8 +26,8 @@ const std::vector<PublicOperation>& operations_called(const std::string& list) {
   return list == "planted" ? operations_that_cut_first() : public_operations();
 }
 
-/// args: a root; "on" or "off"; "library" or "planted"; the operation's number; the call's number, from 1;
-/// "before" or "after".
+/// args: a root; "on" or "off"; "library" or "planted"; the operation's number; the call's number,
+/// from 1; "before" or "after".
 int killed_at_call(const std::vector<std::string>& args) {
   const Place place{args.at(0), args.at(1) == "on"};
   const PublicOperation& operation = operations_called(args.at(2)).at(std::stoul(args.at(3)));
@@ -101,7 +102,8 @@ class KillEachCall {
 
   std::string folder() const { return Place{m_trial.root(), false}.folder(); }
 
-  /// The folder goes on as the kill has left it: a new entry can be made, and no other is lost by that.
+  /// The folder goes on as the kill has left it: a new entry can be made, and no other is lost by
+  /// that.
   void next_operation(const std::string& what, const Setting& setting) {
     if (!folder_exists(folder())) return;
     const Lines before = look_at(folder()).lines;

@@ -254,7 +254,8 @@ void KillField::sleep_for_a_part_of(Kind kind) {
   std::this_thread::sleep_for(std::chrono::duration<double, std::micro>(whole * part));
 }
 
-/// The number of a write, 0 for none. A save of a small index has few, one of a large index hundreds.
+/// The number of a write, 0 for none. A save of a small index has few, one of a large index
+/// hundreds.
 std::uint64_t KillField::some_write() {
   if (m_aim == Aim::kAnyMoment) return 0;
   const std::uint64_t most = m_index_size >= kLargeIndex ? 9 : m_index_size >= 10'000 ? 6 : 3;

@@ -33,21 +33,22 @@ inline constexpr const char* kWriteBegins = "a write begins";
 /// When the kills come.
 enum class Aim : std::uint8_t {
   kAnyMoment,  ///< a random part of an operation's time
-  kWrites,  ///< shortly after one of its writes begins: most of a rewrite's moments are between those
+  kWrites,     ///< shortly after one of its writes begins: most of a rewrite's moments are between
+               ///< those
 };
 
-/// One folder of documents under operations that are killed. The folder keeps what the kills make of it:
-/// the next operation works on that.
+/// One folder of documents under operations that are killed. The folder keeps what the kills make
+/// of it: the next operation works on that.
 class KillField {
  public:
   /// @param index_size of the index, around which it stays, in bytes.
   KillField(Run& run, std::size_t index_size, Adoption adoption, Aim aim = Aim::kAnyMoment);
 
-  /// One killed process: its first operation ends, and a later one is killed at a random moment of its
-  /// time. Everything is checked then. What is wrong goes to the run.
+  /// One killed process: its first operation ends, and a later one is killed at a random moment of
+  /// its time. Everything is checked then. What is wrong goes to the run.
   void kill_once(Tally& tally, Victim victim = Victim::kLibrary);
-  /// Some operations that nobody kills; the folder is compared byte by byte afterwards, and the index's text
-  /// must be that of its lines alone.
+  /// Some operations that nobody kills; the folder is compared byte by byte afterwards, and the
+  /// index's text must be that of its lines alone.
   void work_undisturbed();
 
   std::string name() const;

@@ -10,7 +10,8 @@
 #include "tests/reliability/folder_state.h"
 
 /// @file
-/// What a folder must hold after operations that ended, and what it may hold after one that was killed.
+/// What a folder must hold after operations that ended, and what it may hold after one that was
+/// killed.
 namespace reliability {
 
 enum class Kind : std::uint8_t {
@@ -90,7 +91,8 @@ struct Findings {
   Model now;  ///< what the folder holds
 };
 
-/// Compares a folder with what it held before an operation that was killed; null when none was under way.
+/// Compares a folder with what it held before an operation that was killed; null when none was
+/// under way.
 Findings check(const Model& before, const Operation* killed, const std::string& folder,
                Depth depth);
 

@@ -1,5 +1,5 @@
-// The process that is killed: it carries out what it is told, one line at a time, and says when each is
-// over.
+// The process that is killed: it carries out what it is told, one line at a time, and says when
+// each is over.
 
 #include <chrono>
 #include <optional>
@@ -92,8 +92,9 @@ std::string carry_out(const std::string& folder, const Words& words) {
   return {};
 }
 
-/// Says when the n-th write after the first operation begins, and stays there for a moment: a process is told
-/// of too late otherwise, since the writes of a save follow each other in microseconds.
+/// Says when the n-th write after the first operation begins, and stays there for a moment: a
+/// process is told of too late otherwise, since the writes of a save follow each other in
+/// microseconds.
 class WriteAnnouncer {
  public:
   explicit WriteAnnouncer(long number) : m_number(number) {}

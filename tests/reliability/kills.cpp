@@ -74,8 +74,8 @@ REGISTER_SUITE(kills_writing, "kills-writing",
                "the same, each shortly after one of the operation's writes begins", "kills", 5000,
                Scratch::kDisk)
 
-/// The same with a process that rewrites the index as it must not be: cut, then written. Passes when that is
-/// noticed, at the latest after the count.
+/// The same with a process that rewrites the index as it must not be: cut, then written. Passes
+/// when that is noticed, at the latest after the count.
 void kills_noticed(Run& run) {
   Run inner(run.random()(), {0, std::chrono::seconds(0)});
   KillField field(inner, 2000, Adoption::kOff);

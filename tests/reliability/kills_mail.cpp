@@ -1,5 +1,5 @@
-// Processes killed while they convert a mail folder from escaped names: many renames and one save of the
-// index, then one of the read list.
+// Processes killed while they convert a mail folder from escaped names: many renames and one save
+// of the index, then one of the read list.
 
 #include <algorithm>
 #include <filesystem>

@@ -19,8 +19,8 @@ struct DiskKind {
   std::string packaged;  ///< where that command is from
 };
 
-/// The mount is seen by this process and its children alone, and the device is let go with the last of them:
-/// nothing stays, however they end.
+/// The mount is seen by this process and its children alone, and the device is let go with the last
+/// of them: nothing stays, however they end.
 class LoopDisk {
  public:
   explicit LoopDisk(DiskKind kind);
@@ -35,7 +35,8 @@ class LoopDisk {
   const std::string& path() const { return m_path; }
   /// Everything that was written is on the device afterwards.
   void settle() const;
-  /// After the power was cut: the device is mounted anew, and its journal replayed. @return what went wrong.
+  /// After the power was cut: the device is mounted anew, and its journal replayed. @return what
+  /// went wrong.
   std::string start_again();
 
  private:
@@ -50,8 +51,8 @@ class LoopDisk {
   std::string m_refusal;
 };
 
-/// Nothing more is written to the file system below @p path, and its journal is not flushed. @return whether
-/// the system did that.
+/// Nothing more is written to the file system below @p path, and its journal is not flushed.
+/// @return whether the system did that.
 bool cut_power(const std::string& path);
 
 }  // namespace reliability

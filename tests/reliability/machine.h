@@ -16,28 +16,29 @@ namespace reliability::machine {
 enum class Trouble : std::uint8_t { kNotFound, kDenied, kDiskFull, kLocked, kNoName, kBroken };
 os::Status status_of(Trouble trouble);
 
-/// At the start of every process: what is said goes out at once, and telling a helper that has died is
-/// an error, not the end.
+/// At the start of every process: what is said goes out at once, and telling a helper that has died
+/// is an error, not the end.
 void prepare_process();
 /// Sets an environment variable for this process and those that it starts.
 void set_variable(const std::string& name, const std::string& value);
 /// A folder on a file system in memory; empty when there is none.
 std::string memory_folder();
 
-/// How many files (and whatever else is counted with them) this process has open, or a number that grows
-/// with that.
+/// How many files (and whatever else is counted with them) this process has open, or a number that
+/// grows with that.
 std::uint64_t open_handles();
 /// The memory that this process has obtained and not given back, in bytes; 0 where nobody knows.
 std::uint64_t memory_in_use();
 /// How exactly that is known.
 std::uint64_t memory_slack();
-/// Whether an operation on a folder of thousands of files takes seconds here (an emulator's look-up).
+/// Whether an operation on a folder of thousands of files takes seconds here (an emulator's
+/// look-up).
 bool large_folders_are_slow();
 /// Whether a copy of a handle that is closed late leaves other files alone.
 bool stale_copies_are_harmless();
 
-/// Stops a helper where it stands; where the system has no call for that the helper goes on, and does what
-/// it does in hear().
+/// Stops a helper where it stands; where the system has no call for that the helper goes on, and
+/// does what it does in hear().
 void stop(child_process& helper);
 void resume(child_process& helper);
 

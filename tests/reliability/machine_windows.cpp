@@ -40,8 +40,8 @@ std::string memory_folder() {
   return ::GetFileAttributesA(folder) != INVALID_FILE_ATTRIBUTES ? folder : std::string();
 }
 
-// A new handle gets the lowest number that is free: one that is never closed moves it up. (Not every system
-// counts a process's handles.)
+// A new handle gets the lowest number that is free: one that is never closed moves it up. (Not
+// every system counts a process's handles.)
 std::uint64_t open_handles() {
   const HANDLE probe = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
   const auto number = reinterpret_cast<std::uintptr_t>(probe) / 4;

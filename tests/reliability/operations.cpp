@@ -29,7 +29,8 @@ STG::NameValueSeq some_lines() {
   return lines;
 }
 
-/// A buffer that a failed read leaves is of no use; one that any other exception leaves is its caller's.
+/// A buffer that a failed read leaves is of no use; one that any other exception leaves is its
+/// caller's.
 void read_into_a_buffer(vu_fileutf8& file) {
   unsigned char* bytes = nullptr;
   unsigned int length = 0;

@@ -7,12 +7,12 @@
 #include <vector>
 
 /// @file
-/// Every operation of the library's public classes that can meet a lock, each called once with sensible
-/// arguments on a small tree.
+/// Every operation of the library's public classes that can meet a lock, each called once with
+/// sensible arguments on a small tree.
 namespace reliability {
 
-/// Which holder of a lock an operation has to wait for, in the folder `Place::folder`, when no file is
-/// there that the index does not name.
+/// Which holder of a lock an operation has to wait for, in the folder `Place::folder`, when no file
+/// is there that the index does not name.
 enum Waits : unsigned {
   kForNobody = 0,
   kForIndexWriter = 1,  ///< who holds "index.dat" exclusively
@@ -21,7 +21,8 @@ enum Waits : unsigned {
   kForDocument = 8,     ///< who holds the document's file exclusively
 };
 
-/// The tree: an owner "anna" with two entries, plain files, an old mail folder, a corporate document.
+/// The tree: an owner "anna" with two entries, plain files, an old mail folder, a corporate
+/// document.
 struct Place {
   std::string root;
   bool synchronize = false;

@@ -24,7 +24,8 @@ void save_by_cutting_first(const Place& place) {
   file.close();
 }
 
-/// What is forgotten hangs together, so that a leak checker of the whole process has nothing to say.
+/// What is forgotten hangs together, so that a leak checker of the whole process has nothing to
+/// say.
 struct Buffer {
   std::string text;
   Buffer* before;

@@ -1,6 +1,6 @@
-// Read-only files and folders, for an ordinary user and for the superuser. A read-only file is one whose
-// owner may not write; the superuser is kept from it as well. A read-only folder keeps an ordinary user from
-// making and removing files; the superuser passes.
+// Read-only files and folders, for an ordinary user and for the superuser. A read-only file is one
+// whose owner may not write; the superuser is kept from it as well. A read-only folder keeps an
+// ordinary user from making and removing files; the superuser passes.
 
 #include <sys/stat.h>
 #include <sys/wait.h>

@@ -10,9 +10,10 @@
 #include <vector>
 
 /// @file
-/// Long runs that look for what a unit test cannot show: what a process leaves that is killed at any
-/// moment, what many processes and threads do to each other, what a full disk does. Each is a suite
-/// with a count (of kills, creates, races ...) that may add up over runs with different seeds.
+/// Long runs that look for what a unit test cannot show: what a process leaves that is killed at
+/// any moment, what many processes and threads do to each other, what a full disk does. Each is a
+/// suite with a count (of kills, creates, races ...) that may add up over runs with different
+/// seeds.
 ///
 ///     void crowd(reliability::Run& run) { ...; run.counted(1); run.figure("creates", 20000); }
 ///     REGISTER_SUITE(crowd, "crowd", "many processes create at once", 20000, Scratch::kMemory)

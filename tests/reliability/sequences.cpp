@@ -1,5 +1,5 @@
-// Random sequences of operations against the model: after each step the result and the errors that were
-// traced, at the end the whole tree.
+// Random sequences of operations against the model: after each step the result and the errors that
+// were traced, at the end the whole tree.
 
 #include "tests/reliability/sequences.h"
 
@@ -29,8 +29,8 @@ bool begins_with(const std::string& text, const std::string& head) {
   return text.substr(0, head.size()) == head;
 }
 
-/// The errors that count, in one spelling. What the system says is its own; how a counter that cannot be
-/// opened fails to be written is not stated.
+/// The errors that count, in one spelling. What the system says is its own; how a counter that
+/// cannot be opened fails to be written is not stated.
 std::vector<std::string> counted(const std::vector<std::string>& errors) {
   std::vector<std::string> result;
   for (std::string each : errors) {

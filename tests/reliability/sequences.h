@@ -11,7 +11,8 @@
 #include "vu_host.h"
 
 /// @file
-/// Random sequences of operations, on the library and on the model (tests/model), and the comparison.
+/// Random sequences of operations, on the library and on the model (tests/model), and the
+/// comparison.
 namespace reliability::sequences {
 
 enum class Kind : std::uint8_t {
@@ -155,8 +156,8 @@ std::string text_of(bool value);
 std::string text_of(const model::Pairs& pairs);
 std::string text_of(const std::vector<std::string>& texts);
 
-/// The result of a step as a text, from the model and from the library. The steps of others are done by the
-/// first and are nothing for the second.
+/// The result of a step as a text, from the model and from the library. The steps of others are
+/// done by the first and are nothing for the second.
 std::string run_on_model(const Step& step, model::World& world, Stage& stage);
 std::string run_on_library(const Step& step, const Stage& stage);
 

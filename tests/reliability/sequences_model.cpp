@@ -145,7 +145,8 @@ std::string clean(const Step& step, World& world, Stage& stage) {
   return std::to_string(count) + " " + text_of(texts);
 }
 
-// ---- what others do, in memory and on the ground -------------------------------------------------
+// ---- what others do, in memory and on the ground
+// -------------------------------------------------
 
 /// Makes a folder and those above it that are missing.
 void ensure(World& world, const std::string& path) {
@@ -233,7 +234,8 @@ void others(const Step& step, World& world, Stage& stage) {
   }
 }
 
-// ---- the library's operations ----------------------------------------------------------------------
+// ---- the library's operations
+// ----------------------------------------------------------------------
 
 std::string document(const Step& step, World& world, Stage& stage) {
   std::string out = "untouched";

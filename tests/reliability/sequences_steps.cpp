@@ -313,7 +313,8 @@ std::string described(const Step& step) {
          " selector=" + step.selector + " bytes=" + shown(step.bytes);
 }
 
-// ---- places --------------------------------------------------------------------------------------
+// ---- places
+// --------------------------------------------------------------------------------------
 
 Places::Places(std::string folder)
     : root(std::move(folder)),

@@ -1,5 +1,5 @@
-// What operations cost on a shared file system beside the local disk, in time and in round trips, and what the
-// attribute caches of a mount save and hide.
+// What operations cost on a shared file system beside the local disk, in time and in round trips,
+// and what the attribute caches of a mount save and hide.
 
 #include <array>
 #include <chrono>
@@ -30,8 +30,9 @@ std::string number(double value) {
   return text;
 }
 
-/// What the bricks were asked for since the last question, as the client's round trips: what changes or locks
-/// something, and every look-up, goes to all bricks at once; what only reads goes to one.
+/// What the bricks were asked for since the last question, as the client's round trips: what
+/// changes or locks something, and every look-up, goes to all bricks at once; what only reads goes
+/// to one.
 std::map<std::string, double> round_trips() {
   static const std::set<std::string> kOfOneBrick = {"READ",     "STAT",   "FSTAT",  "READDIR",
                                                     "READDIRP", "ACCESS", "STATFS", "GETXATTR"};
@@ -75,8 +76,8 @@ Cost measure(std::size_t times, bool counts, const std::function<void(std::size_
 
 std::string entry_name(std::size_t i) { return "document " + std::to_string(i) + ".kdb"; }
 
-/// A folder of so many entries, written as the library lays it out (docs/formats.md): one by one they would take
-/// minutes on a mount.
+/// A folder of so many entries, written as the library lays it out (docs/formats.md): one by one
+/// they would take minutes on a mount.
 void fill(const std::string& folder, std::size_t entries) {
   make_folder(folder);
   Lines lines;
@@ -153,7 +154,8 @@ void measure_operations(Run& run, std::size_t entries, const std::string& local,
   }
 }
 
-// ---- one listing, or a question for each name -----------------------------------------------------
+// ---- one listing, or a question for each name
+// -----------------------------------------------------
 
 void measure_judgement(Run& run, std::size_t names, const std::string& local,
                        const std::string& shared) {

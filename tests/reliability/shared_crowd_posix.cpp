@@ -1,4 +1,5 @@
-// Many processes on two mounts of one file system, and a writer that is killed while it holds a lock.
+// Many processes on two mounts of one file system, and a writer that is killed while it holds a
+// lock.
 
 #include <algorithm>
 #include <chrono>
@@ -77,7 +78,8 @@ REGISTER_SUITE(shared_crowd_noticed, "shared-crowd-noticed",
 
 // ---- a killed writer ----------------------------------------------------------------------------
 
-/// args: a folder; the name of a file in it; "locked" or "unlocked". Holds the file for writing until it is killed.
+/// args: a folder; the name of a file in it; "locked" or "unlocked". Holds the file for writing
+/// until it is killed.
 int shared_holder(const std::vector<std::string>& args) {
   std::unique_ptr<LocksTakenOut> unlocked;
   if (args.at(2) == "unlocked") unlocked = std::make_unique<LocksTakenOut>();

@@ -1,4 +1,5 @@
-// A part of the file system below two mounts ends while they work: one of its bricks, or a mount itself.
+// A part of the file system below two mounts ends while they work: one of its bricks, or a mount
+// itself.
 
 #include <algorithm>
 #include <chrono>
@@ -72,10 +73,12 @@ REGISTER_SUITE(shared_brick, "shared-brick",
 
 // ---- a mount ------------------------------------------------------------------------------------
 
-/// Whether these are the texts of failures that the handle states, or of an entry that is not found.
+/// Whether these are the texts of failures that the handle states, or of an entry that is not
+/// found.
 bool is_stated(const std::string& text) { return text.rfind("no stated failure", 0) != 0; }
 
-/// The mount of B ends in the middle. A goes on; B's callers fail; B is mounted again and shows everything.
+/// The mount of B ends in the middle. A goes on; B's callers fail; B is mounted again and shows
+/// everything.
 void lose_a_mount(Run& run, std::size_t rounds) {
   // Each looks at its own mount: what the other one answers is not to fail it.
   SharedWork work(run, {kProcesses, rounds, 1, Locks::kTaken, Look::kFromItsOwn});

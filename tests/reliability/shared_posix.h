@@ -13,10 +13,12 @@
 #include "tests/support/scratch.h"
 
 /// @file
-/// What the suites share that work on one file system through two mounts, which stand for two hosts.
+/// What the suites share that work on one file system through two mounts, which stand for two
+/// hosts.
 ///
-/// The environment names the mounts: VU_SHARED_A and VU_SHARED_B. VU_SHARED_CONTROL names a program that
-/// ends and starts parts of the system below them (scripts/shared-volume.sh). ./dev shared sets all three.
+/// The environment names the mounts: VU_SHARED_A and VU_SHARED_B. VU_SHARED_CONTROL names a program
+/// that ends and starts parts of the system below them (scripts/shared-volume.sh). ./dev shared
+/// sets all three.
 namespace reliability {
 
 enum class Host : std::uint8_t { kA, kB };
@@ -58,8 +60,8 @@ struct LocksTakenOut {
 /// Through which mount a worker looks at what it did.
 enum class Look : std::uint8_t { kFromTheOther, kFromItsOwn };
 
-/// Workers on both mounts. Each makes an entry with bytes of its own, reads it back, and in every second
-/// round removes one that it made before and asks for it.
+/// Workers on both mounts. Each makes an entry with bytes of its own, reads it back, and in every
+/// second round removes one that it made before and asks for it.
 struct Shape {
   std::size_t processes = 4;  ///< of each mount
   std::size_t rounds = 0;     ///< of each process

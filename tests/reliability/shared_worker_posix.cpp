@@ -1,4 +1,5 @@
-// One worker of a crowd on two mounts: makes, reads and removes entries, and writes down what it did.
+// One worker of a crowd on two mounts: makes, reads and removes entries, and writes down what it
+// did.
 
 #include <chrono>
 #include <filesystem>
@@ -20,8 +21,8 @@ namespace {
 
 constexpr long kStamp = 7;
 
-/// args: its name; rounds; "locked" or "unlocked"; a file for what it did; how many folders; the folder above
-/// them as it works in it, and as it looks at it.
+/// args: its name; rounds; "locked" or "unlocked"; a file for what it did; how many folders; the
+/// folder above them as it works in it, and as it looks at it.
 class SharedWorker {
  public:
   explicit SharedWorker(const std::vector<std::string>& args)

@@ -1,5 +1,5 @@
-// A device takes the beginning of a write of an index only, or fails at any other step of a save: at every step,
-// at many bytes, once and from there on.
+// A device takes the beginning of a write of an index only, or fails at any other step of a save:
+// at every step, at many bytes, once and from there on.
 
 #include <algorithm>
 #include <filesystem>

@@ -172,10 +172,11 @@ REGISTER_SUITE(
     "8 threads write, read, rename, remove and list; folders of their own and one for all",
     "documents", 3200, Scratch::kMemory)
 
-// ---- the first initialisation ---------------------------------------------------------------------
+// ---- the first initialisation
+// ---------------------------------------------------------------------
 
-/// Takes its time while the library asks it, which is in the middle of the initialisation: so that others
-/// come meanwhile.
+/// Takes its time while the library asks it, which is in the middle of the initialisation: so that
+/// others come meanwhile.
 class SlowTemporaryFiles final : public vu_host::temporary_files {
  public:
   explicit SlowTemporaryFiles(const std::string& folder) : m_folder(vu_utf8string(folder)) {}
@@ -198,8 +199,8 @@ class SlowConfiguration final : public vu_host::configuration {
   }
 };
 
-/// Where kThreads threads wait for each other, again and again. Not std::barrier: where the system offers no
-/// waiting on a value, that of GCC 12 can miss its wake-up.
+/// Where kThreads threads wait for each other, again and again. Not std::barrier: where the system
+/// offers no waiting on a value, that of GCC 12 can miss its wake-up.
 class Meeting {
  public:
   /// @param last what the thread that comes last does while the others still wait.

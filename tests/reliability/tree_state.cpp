@@ -133,8 +133,8 @@ class Comparison {
     }
   }
 
-  /// Whether a file was written from its start without being cut first: what it was to hold, or what was to be
-  /// appended, and then the old bytes.
+  /// Whether a file was written from its start without being cut first: what it was to hold, or
+  /// what was to be appended, and then the old bytes.
   bool is_written_over(const std::string& is, const std::string& was,
                        const std::string& will_be) const {
     if (m_by == Disturbance::kFault || is.size() < was.size()) return false;
@@ -209,8 +209,8 @@ class Comparison {
                                       : "an index between the old lines and the new ones");
   }
 
-  /// After a kill the lines are the old ones or the new ones, as far as their files are still there; and a
-  /// reader of lines alone finds none that is in neither.
+  /// After a kill the lines are the old ones or the new ones, as far as their files are still
+  /// there; and a reader of lines alone finds none that is in neither.
   void check_set(const std::string& path, const std::string& is) {
     const Files files = files_in(m_now, parent_of(path));
     const auto lines_of = [&](const std::string* bytes) {

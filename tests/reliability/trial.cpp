@@ -141,7 +141,8 @@ Outcome Trial::call(const PublicOperation& operation, const Setting& setting,
 
 Undisturbed Trial::learn(const PublicOperation& operation, const Setting& setting) {
   Undisturbed undisturbed;
-  // Twice: what is made once and kept for good is made now, and the list of calls takes memory of its own.
+  // Twice: what is made once and kept for good is made now, and the list of calls takes memory of
+  // its own.
   prepare(operation, setting);
   os::faults::begin_sequence();
   call(operation, setting);

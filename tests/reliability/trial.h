@@ -16,8 +16,8 @@
 #include "vu_host.h"
 
 /// @file
-/// One public operation on a small tree, alone in its process, disturbed in a way that the caller chooses:
-/// what the suites of faults, kills and missing memory have in common.
+/// One public operation on a small tree, alone in its process, disturbed in a way that the caller
+/// chooses: what the suites of faults, kills and missing memory have in common.
 namespace reliability {
 
 /// What else decides the way of an operation.
@@ -33,7 +33,8 @@ inline constexpr std::array<Setting, 6> kSettings = {{{true, Situation::kStrays}
                                                       {false, Situation::kNoIndex}}};
 std::string name_of(const Setting& setting);
 
-/// Takes everything that is traced, keeps the first words of the failures, and needs no memory for that.
+/// Takes everything that is traced, keeps the first words of the failures, and needs no memory for
+/// that.
 class FailureSink final : public vu_host::trace_sink {
  public:
   FailureSink();
@@ -121,7 +122,8 @@ class Trial {
   Undisturbed learn(const PublicOperation& operation, const Setting& setting);
   /// What is there now.
   const Tree& look();
-  /// What is wrong in any case: handles, locks or memory left, a tree that may not be. The windows go to
+  /// What is wrong in any case: handles, locks or memory left, a tree that may not be. The windows
+  /// go to
   /// @p windows.
   void check(const std::string& what, const Undisturbed& undisturbed, const Outcome& outcome,
              Disturbance by, std::map<std::string, std::uint64_t>& windows);
@@ -137,8 +139,8 @@ class Trial {
 
 /// Disturbances of one operation in one setting; each is counted when it is over.
 using Disturbances = std::vector<std::function<void()>>;
-/// Goes through them all, operation by operation; where a count limits the run, through some of a random operation
-/// in a random setting, again and again.
+/// Goes through them all, operation by operation; where a count limits the run, through some of a
+/// random operation in a random setting, again and again.
 void go_through(Run& run, std::size_t operations,
                 const std::function<Disturbances(std::size_t, const Setting&)>& disturbances_of);
 

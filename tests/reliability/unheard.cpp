@@ -1,4 +1,5 @@
-// The same faults with somebody to trace to and with nobody: what an operation does must not depend on it.
+// The same faults with somebody to trace to and with nobody: what an operation does must not depend
+// on it.
 
 #include <array>
 #include <chrono>

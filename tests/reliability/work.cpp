@@ -13,7 +13,8 @@ namespace {
 
 #if defined(__linux__)
 
-/// Instructions of this thread outside the kernel; -1 where the machine or its owner does not count them.
+/// Instructions of this thread outside the kernel; -1 where the machine or its owner does not count
+/// them.
 int open_processor() {
   ::perf_event_attr wanted = {};
   wanted.size = sizeof wanted;

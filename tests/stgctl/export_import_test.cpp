@@ -262,7 +262,8 @@ TEST_F(ClientImport, SkipsWhatIsThereAndKeepsWhatDiffers) {
   write_file(other_tree() + "\\list\\anna\\sub.txt", "mine, too");
   const std::string before = snapshot(other_tree());
   const outcome kept = import_all();
-  // The document, its parts (which go with a document that is the exported one alone), and the list.
+  // The document, its parts (which go with a document that is the exported one alone), and the
+  // list.
   EXPECT_EQ(kept.code, 1) << kept.out;
   EXPECT_NE(kept.err.find("--replace"), std::string::npos);
   EXPECT_EQ(snapshot(other_tree()), before);

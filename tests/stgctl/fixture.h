@@ -14,8 +14,8 @@
 /// A path as a shell has it: with the system's separator.
 std::string shell_path(std::string path);
 
-/// Everything below a folder as text, one line each: name, kind, size, modification time in the finest unit
-/// there is, permissions, and a hash of the bytes. Two equal texts are two equal trees.
+/// Everything below a folder as text, one line each: name, kind, size, modification time in the
+/// finest unit there is, permissions, and a hash of the bytes. Two equal texts are two equal trees.
 std::string snapshot(const std::string& folder);
 
 /// Runs the client on trees of the test's own.

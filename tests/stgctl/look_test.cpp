@@ -3,10 +3,12 @@
 #include "tests/stgctl/fixture.h"
 #include "vu_file.h"
 
-/// The commands that look, on a small tree: they tell what is there, as text and as JSON, and change nothing.
+/// The commands that look, on a small tree: they tell what is there, as text and as JSON, and
+/// change nothing.
 class ClientLook : public Client {
  protected:
-  /// A tree with two versions of a .kdf document, one document of another owner, a profile and a stray file.
+  /// A tree with two versions of a .kdf document, one document of another owner, a profile and a
+  /// stray file.
   void make_tree() {
     init();
     put("sales.kdc", "sales", 0);

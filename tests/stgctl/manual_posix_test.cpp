@@ -1,5 +1,5 @@
-// The manual pages and the completion script against the program itself; both need programs of this kind of
-// system.
+// The manual pages and the completion script against the program itself; both need programs of this
+// kind of system.
 #include <array>
 #include <cstdio>
 #include <memory>

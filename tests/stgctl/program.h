@@ -22,15 +22,16 @@ class running_program {
  public:
   static constexpr std::chrono::seconds kPatience{60};
 
-  /// @param arguments UTF-8, on Linux any bytes. @param environment variables to set or, with an empty
-  /// value, to remove. Its standard input is empty.
+  /// @param arguments UTF-8, on Linux any bytes. @param environment variables to set or, with an
+  /// empty value, to remove. Its standard input is empty.
   running_program(const std::vector<std::string>& arguments,
                   const std::map<std::string, std::string>& environment = {});
   ~running_program();
   running_program(const running_program&) = delete;
   running_program& operator=(const running_program&) = delete;
 
-  /// Waits until the standard error output holds a text. @return false when it ends or time is over first.
+  /// Waits until the standard error output holds a text. @return false when it ends or time is over
+  /// first.
   bool complains(const std::string& text);
   /// Waits for the end, for as long as kPatience, then kills it.
   outcome wait();

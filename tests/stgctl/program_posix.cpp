@@ -55,7 +55,8 @@ struct running_program::system_part {
     code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
 
-  /// Reads what comes until one of the outputs changes. @return false at the end of both, or when time is over.
+  /// Reads what comes until one of the outputs changes. @return false at the end of both, or when
+  /// time is over.
   bool read_some(Clock::time_point end) {
     std::array<::pollfd, 2> waiting = {};
     for (std::size_t i = 0; i < 2; ++i) waiting.at(i) = {readers.at(i), POLLIN, 0};

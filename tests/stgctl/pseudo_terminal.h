@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-/// The client on a pseudo-terminal of its own, as a person has it. Both its outputs come as one text.
+/// The client on a pseudo-terminal of its own, as a person has it. Both its outputs come as one
+/// text.
 class pseudo_terminal {
  public:
   static constexpr std::chrono::seconds kPatience{40};
@@ -16,11 +17,13 @@ class pseudo_terminal {
   pseudo_terminal(const pseudo_terminal&) = delete;
   pseudo_terminal& operator=(const pseudo_terminal&) = delete;
 
-  /// Waits until the text holds something. @return false when the program ends or time is over first.
+  /// Waits until the text holds something. @return false when the program ends or time is over
+  /// first.
   bool shows(const std::string& text);
   /// Types, control characters included ("\x03" is Ctrl-C).
   void type(const std::string& keys);
-  /// Waits for the end. @return the exit code, 128 + a signal's number, -1 when it had to be killed.
+  /// Waits for the end. @return the exit code, 128 + a signal's number, -1 when it had to be
+  /// killed.
   int wait();
   /// What came so far.
   const std::string& text() const { return m_text; }

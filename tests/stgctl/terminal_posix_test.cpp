@@ -1,5 +1,5 @@
-// What needs a terminal, signals, links, read-only files that root keeps, or names of any bytes: on this
-// kind of system only.
+// What needs a terminal, signals, links, read-only files that root keeps, or names of any bytes: on
+// this kind of system only.
 #include <unistd.h>
 
 #include <filesystem>

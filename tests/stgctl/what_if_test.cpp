@@ -88,7 +88,8 @@ TEST_F(ClientWhatIf, SaysItInASentence) {
   const std::string before = tree();
   const outcome shown = on_tree({"clean", "--what-if", "--target-size", "10000"});
   EXPECT_EQ(shown.code, 0);
-  // Of 15,670 bytes the old v.kdf, and d9.kdc (with its part) to d4.kdc have to go; that one is 165 days old.
+  // Of 15,670 bytes the old v.kdf, and d9.kdc (with its part) to d4.kdc have to go; that one is 165
+  // days old.
   for (const char* const part :
        {"to reach 9.8 KiB the limit is 165 days (--older-than 165d)", "older than  30d", "anna",
         "bert", "15.3 KiB in 13 versions of 12 documents"})

@@ -23,8 +23,8 @@ struct LockTrial {
   std::string detail;
 };
 
-/// Tries locks on a file of its own, which is gone afterwards. The folder should be outside of the tree
-/// and on its file system.
+/// Tries locks on a file of its own, which is gone afterwards. The folder should be outside of the
+/// tree and on its file system.
 LockTrial try_locks(const std::string& folder);
 /// The system's folder for temporary files.
 std::string temporary_folder();

@@ -11,7 +11,8 @@ namespace admin {
 
 namespace {
 
-/// Whether versions of the entry are told apart by the index: corporate documents of this kind only.
+/// Whether versions of the entry are told apart by the index: corporate documents of this kind
+/// only.
 bool is_versioned(const Request& request) {
   return request.area == Area::kDocs && index_format::extension_of(request.entry) == ".kdf";
 }

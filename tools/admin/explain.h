@@ -9,8 +9,8 @@
 #include "tools/admin/tree.h"
 
 /// @file
-/// "Why was this document not served?": the library's decisions, walked step by step with the values that
-/// they depend on, without the side effects that asking the library would have.
+/// "Why was this document not served?": the library's decisions, walked step by step with the
+/// values that they depend on, without the side effects that asking the library would have.
 namespace admin {
 
 enum class Answer : std::uint8_t {

@@ -155,9 +155,10 @@ void FolderCheck::check_reach(const IndexLine& line) {
   }
   if (const std::uint32_t at = m_view.find(line.logical);
       at != FolderView::kNone && at != line.listed) {
-    found(Code::kShadowedName, line.logical,
-          "timestamp " + std::to_string(line.timestamp) + ", physical name " + in_quotes(line.stored),
-          line.number);
+    found(
+        Code::kShadowedName, line.logical,
+        "timestamp " + std::to_string(line.timestamp) + ", physical name " + in_quotes(line.stored),
+        line.number);
     return;
   }
   const bool is_versioned = in_docs && extension_without_dot(line.logical) == "kdf";

@@ -20,9 +20,10 @@ inline constexpr std::string_view kCounterName = "index";
 enum class IndexState : std::uint8_t {
   kMissing,
   kRead,
-  kNoBytes,  ///< read, and empty: the writer puts at least one blank, so somebody was stopped half-way
-  kLocked,  ///< another process held it until time was out
-  kFailed,  ///< it could not be read (see index_status())
+  kNoBytes,  ///< read, and empty: the writer puts at least one blank, so somebody was stopped
+             ///< half-way
+  kLocked,   ///< another process held it until time was out
+  kFailed,   ///< it could not be read (see index_status())
 };
 
 /// A name in a folder, by its kind.
@@ -31,16 +32,16 @@ struct Name {
   sys::Kind kind = sys::Kind::kMissing;
 };
 
-/// What a document folder holds at one moment: its names and the text of its index. One object serves
-/// folder after folder and keeps its memory, which is that of the largest folder.
+/// What a document folder holds at one moment: its names and the text of its index. One object
+/// serves folder after folder and keeps its memory, which is that of the largest folder.
 class FolderView {
  public:
   FolderView() = default;
   FolderView(const FolderView&) = delete;
   FolderView& operator=(const FolderView&) = delete;
 
-  /// Lists the folder and reads its index. The index comes first, as the library has it: a file made in
-  /// between is then one without a line, never a line without its file.
+  /// Lists the folder and reads its index. The index comes first, as the library has it: a file
+  /// made in between is then one without a line, never a line without its file.
   void load(const DocumentFolder& folder, const sys::Locking& locking);
 
   /// The same for an index that the caller has read, and holds locked.

@@ -47,8 +47,8 @@ struct ForecastOptions {
 
 /// The age limit that brings the size down to a target.
 struct LimitFor {
-  /// The longest limit in whole days that does, or in hours or seconds below two days; nothing when none is
-  /// needed, or when the youngest versions alone are too large.
+  /// The longest limit in whole days that does, or in hours or seconds below two days; nothing when
+  /// none is needed, or when the youngest versions alone are too large.
   std::optional<std::int64_t> limit;
   Loss loss;                 ///< what goes then
   std::uint64_t kept = 0;    ///< the bytes that stay

@@ -7,8 +7,9 @@
 #include <string_view>
 
 /// @file
-/// Text from a pattern and its arguments, in fmt's spelling: "{} files, {:.1f} %". fmt itself is seen by
-/// formatted.cpp alone: compiled into every source it was a good part of the time that a build takes.
+/// Text from a pattern and its arguments, in fmt's spelling: "{} files, {:.1f} %". fmt itself is
+/// seen by formatted.cpp alone: compiled into every source it was a good part of the time that a
+/// build takes.
 namespace admin {
 
 /// One argument: a number, a character or a text. It refers to the text, and is gone with the call.
@@ -44,8 +45,8 @@ class FormatArgument {
   Kind m_kind;
 };
 
-/// How many arguments a pattern wants: one for each pair of braces, that of a width in "{:{}}" too; where
-/// they are numbered, "{0}", as many as the largest number says.
+/// How many arguments a pattern wants: one for each pair of braces, that of a width in "{:{}}" too;
+/// where they are numbered, "{0}", as many as the largest number says.
 consteval std::size_t arguments_wanted(std::string_view pattern) {
   std::size_t wanted = 0;
   std::size_t depth = 0;

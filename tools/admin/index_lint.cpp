@@ -105,7 +105,8 @@ void IndexLint::judge(IndexLine& line, const index_format::Line& parsed) {
   line.logical = index_format::logical_of(parsed.key);
   line.has_odd_stamp = !read_stamp(parsed.key, line.timestamp);
   if (line.has_odd_stamp) line.timestamp = index_format::timestamp_of(parsed.key);
-  // The writer's keys ascend, and then none comes twice: they are remembered from the first that does not.
+  // The writer's keys ascend, and then none comes twice: they are remembered from the first that
+  // does not.
   const bool ascends = parsed.key > m_last_key && !parsed.runs_on;
   if (!ascends && !parsed.runs_on) ++m_unordered;
   if (!parsed.runs_on) m_last_key = parsed.key;

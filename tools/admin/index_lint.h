@@ -34,19 +34,19 @@ struct IndexLine {
   std::string_view stored;  ///< the physical name as the line has it
   Verdict verdict = Verdict::kEntry;
   bool has_odd_stamp = false;  ///< what ends the key is not "_" and ten digits
-  /// Of kEntry: the name of its file in the folder, and where the listing has it (FolderView::kNone when
-  /// the name leads to a file that is listed differently).
+  /// Of kEntry: the name of its file in the folder, and where the listing has it (FolderView::kNone
+  /// when the name leads to a file that is listed differently).
   std::string_view file;
   std::uint32_t listed = FolderView::kNone;
-  /// Valid lines may still name no file: the reader accepts the physical name alone, where the entry's
-  /// file would be that with the extension.
+  /// Valid lines may still name no file: the reader accepts the physical name alone, where the
+  /// entry's file would be that with the extension.
   bool has_file = false;
   std::size_t same_stored_as = 0;  ///< the earlier line with this physical name, or 0
   std::size_t same_key_as = 0;     ///< the earlier line with this key, or 0
 };
 
-/// Walks the lines of a folder's index by the rules of the library's reader, in one pass and with memory
-/// for one folder.
+/// Walks the lines of a folder's index by the rules of the library's reader, in one pass and with
+/// memory for one folder.
 class IndexLint {
  public:
   IndexLint() = default;

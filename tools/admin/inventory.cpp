@@ -155,7 +155,8 @@ class Inventory {
       std::sort(version.part_folders.begin(), version.part_folders.end());
   }
 
-  /// The file whose parts a folder holds: the longest one that stands before one of its underscores.
+  /// The file whose parts a folder holds: the longest one that stands before one of its
+  /// underscores.
   std::string_view document_of(std::string_view folder) const {
     for (std::size_t at = folder.rfind('_'); at != std::string_view::npos && at > 0;
          at = folder.rfind('_', at - 1)) {

@@ -11,8 +11,9 @@
 #include "tools/admin/tree.h"
 
 /// @file
-/// Everything that a tree keeps for its owners, in one order that does not depend on the system: what is
-/// carried to another tree, and what two trees are compared by. The memory is that of the largest folder.
+/// Everything that a tree keeps for its owners, in one order that does not depend on the system:
+/// what is carried to another tree, and what two trees are compared by. The memory is that of the
+/// largest folder.
 namespace admin {
 
 enum class HoldingKind : std::uint8_t {
@@ -30,7 +31,8 @@ struct Holding {
   std::string bucket;          ///< of "docs" only
   std::string name;            ///< the logical name; empty for kFile
   std::int32_t timestamp = 0;  ///< of kVersion and kPart
-  /// Names between "/": of a part from its folder's "_STAMP" on, of a file below its owner's folder.
+  /// Names between "/": of a part from its folder's "_STAMP" on, of a file below its owner's
+  /// folder.
   std::string path;
   std::string location;  ///< where it lies
   sys::Info info;
@@ -41,8 +43,8 @@ struct Holding {
 /// The bucket that a name leads to.
 std::string bucket_of(std::string_view name);
 
-/// The order of an inventory: areas, owners, buckets, names, timestamps, a version before its parts, paths
-/// folder by folder. Texts are ordered byte by byte.
+/// The order of an inventory: areas, owners, buckets, names, timestamps, a version before its
+/// parts, paths folder by folder. Texts are ordered byte by byte.
 std::strong_ordering operator<=>(const Holding& one, const Holding& other);
 inline bool operator==(const Holding& one, const Holding& other) { return (one <=> other) == 0; }
 

@@ -9,11 +9,11 @@
 
 namespace admin {
 
-/// A plain file that is open and locked as the library's handles are: shared for reading, exclusive for
-/// changing. The lock is waited for as long as a Locking says, and ends with the object.
+/// A plain file that is open and locked as the library's handles are: shared for reading, exclusive
+/// for changing. The lock is waited for as long as a Locking says, and ends with the object.
 ///
-/// With FolderView and the rest everything in this folder reads; this class, and what is built on it, is what
-/// changes files.
+/// With FolderView and the rest everything in this folder reads; this class, and what is built on
+/// it, is what changes files.
 class LockedFile {
  public:
   enum class For : std::uint8_t { kReading, kChanging };
@@ -24,12 +24,14 @@ class LockedFile {
   LockedFile(const LockedFile&) = delete;
   LockedFile& operator=(const LockedFile&) = delete;
 
-  /// Failure::kLocked when the lock could not be had in time. A link, or anything else that is no plain file,
-  /// is not opened. For changing, the locking's mode does not matter: the lock is always taken.
+  /// Failure::kLocked when the lock could not be had in time. A link, or anything else that is no
+  /// plain file, is not opened. For changing, the locking's mode does not matter: the lock is
+  /// always taken.
   os::Status open(const std::string& path, For purpose, IfMissing if_missing,
                   const sys::Locking& locking);
   bool is_open() const { return m_handle != os::kNoHandle; }
-  /// Gives the lock back. What was written and not flushed may get lost with the power, nothing else.
+  /// Gives the lock back. What was written and not flushed may get lost with the power, nothing
+  /// else.
   void close();
 
   /// Its size, asked of the path.
@@ -43,11 +45,11 @@ class LockedFile {
   os::Status cut_at(std::uint64_t size);
   os::Status flush();
 
-  /// Replaces the lines of an index so that a process killed on the way leaves the old ones or the new ones
-  /// (file/replacement.h), and has them on the device. @p old_text is what the file holds.
+  /// Replaces the lines of an index so that a process killed on the way leaves the old ones or the
+  /// new ones (file/replacement.h), and has them on the device. @p old_text is what the file holds.
   os::Status replace_lines(std::string_view old_text, std::string_view new_text);
-  /// Replaces any bytes, from the first that differs on, and has them on the device. A process killed on the
-  /// way leaves a file that is_between() recognises.
+  /// Replaces any bytes, from the first that differs on, and has them on the device. A process
+  /// killed on the way leaves a file that is_between() recognises.
   os::Status replace_bytes(std::string_view old_bytes, std::string_view new_bytes);
 
  private:
@@ -58,8 +60,8 @@ class LockedFile {
   os::Handle m_handle = os::kNoHandle;
 };
 
-/// Whether the bytes are what a replace_bytes() that was killed can have left: a beginning of the new ones,
-/// and the old ones from there on.
+/// Whether the bytes are what a replace_bytes() that was killed can have left: a beginning of the
+/// new ones, and the old ones from there on.
 bool is_between(std::string_view old_bytes, std::string_view new_bytes, std::string_view found);
 
 }  // namespace admin

@@ -23,7 +23,8 @@ struct NameLine {
   bool is_own_name() const { return timestamp() == 0 && logical() == stored; }
 };
 
-/// The lines of an index text that can be entries, by key; of two with one key the first. Views into the text.
+/// The lines of an index text that can be entries, by key; of two with one key the first. Views
+/// into the text.
 std::vector<NameLine> names_in(std::string_view text);
 
 /// How the line of a key differs between two texts.

@@ -11,10 +11,10 @@
 /// @file
 /// Names that an index had once, brought back without touching the documents.
 ///
-/// A name comes back when its file is there and no other name has it. What adoption made of the file, an
-/// entry under the file's own name, goes then; and where adoption has put the file's extension into lower
-/// case, the file gets its old name again. Names that the index has by now stay as they are, whatever they
-/// lead to.
+/// A name comes back when its file is there and no other name has it. What adoption made of the
+/// file, an entry under the file's own name, goes then; and where adoption has put the file's
+/// extension into lower case, the file gets its old name again. Names that the index has by now
+/// stay as they are, whatever they lead to.
 namespace admin {
 
 /// What becomes of a name that was saved. Names that are there unchanged are only counted.
@@ -49,9 +49,10 @@ struct RestorePlan {
 /// The plan for a folder as it is, and the text that its index had. Nothing is changed.
 RestorePlan plan_restore(const FolderView& folder, std::string_view saved);
 
-/// Plans and carries it out, under an exclusive lock on the index, which is made when it is missing. A process
-/// that is killed on the way leaves the names as they were or as they shall be, and some files maybe under
-/// their own names already; the next restore completes it. @p plan says what was done, when it succeeds.
+/// Plans and carries it out, under an exclusive lock on the index, which is made when it is
+/// missing. A process that is killed on the way leaves the names as they were or as they shall be,
+/// and some files maybe under their own names already; the next restore completes it. @p plan says
+/// what was done, when it succeeds.
 os::Status restore_names(const DocumentFolder& folder, std::string_view saved,
                          const sys::Locking& locking, RestorePlan& plan);
 

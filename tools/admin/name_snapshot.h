@@ -13,10 +13,11 @@
 
 namespace admin {
 
-/// The name under which a snapshot keeps the index of a folder: its path below the storage folder, with "/".
+/// The name under which a snapshot keeps the index of a folder: its path below the storage folder,
+/// with "/".
 std::string saved_name_of(const Tree& tree, std::string_view folder);
-/// The folder of such a name in a tree, whether it exists there or not. Nothing for a name that is none, or
-/// that the tree's layout does not have.
+/// The folder of such a name in a tree, whether it exists there or not. Nothing for a name that is
+/// none, or that the tree's layout does not have.
 std::optional<DocumentFolder> folder_of_saved_name(const Tree& tree, std::string_view name);
 
 /// Hands the text of an index that differs from all earlier ones on to whoever keeps it.
@@ -32,7 +33,8 @@ struct SnapshotOptions {
   std::function<void(const DocumentFolder&)> on_folder;
 };
 
-/// The indexes of a tree at this moment, folder after folder: each is read once, under a shared lock.
+/// The indexes of a tree at this moment, folder after folder: each is read once, under a shared
+/// lock.
 struct TakenIndexes {
   names_format::SavedIndexes indexes;
   std::uint64_t unread = 0;  ///< could not be read, and stand as they were before

@@ -33,14 +33,14 @@ class StoreError : public std::runtime_error {
   Why m_why;
 };
 
-/// The file that keeps the names of a tree: snapshots of all its indexes, one behind the other. It is only
-/// appended to. A snapshot counts when its trailer stands behind it, which is written last; what a process
-/// that was killed, or found no space, has left behind the last trailer is passed over, and cut off by the
-/// next one that appends.
+/// The file that keeps the names of a tree: snapshots of all its indexes, one behind the other. It
+/// is only appended to. A snapshot counts when its trailer stands behind it, which is written last;
+/// what a process that was killed, or found no space, has left behind the last trailer is passed
+/// over, and cut off by the next one that appends.
 ///
-/// Every snapshot ends with a list of indexes, or of what has changed in that list; the texts of the indexes
-/// are stored once, and as far as they differ from an earlier one. Lists and texts have checksums, so damage
-/// in the midst of the file costs what depends on it and nothing else.
+/// Every snapshot ends with a list of indexes, or of what has changed in that list; the texts of
+/// the indexes are stored once, and as far as they differ from an earlier one. Lists and texts have
+/// checksums, so damage in the midst of the file costs what depends on it and nothing else.
 ///
 /// The lock lasts as long as the object. All calls may throw StoreError.
 class NameStore {
@@ -78,9 +78,9 @@ class NameStore {
 
   /// Stores a text. @param earlier what it may share bytes with, or null.
   SavedIndex add(std::string_view text, const SavedIndex* earlier);
-  /// Ends the snapshot; from here on it counts. @param head its time, storage, layout, and the number of
-  /// unread indexes; the rest is filled in. @param before the indexes of last_number(), empty when those
-  /// could not be read. @return what it says about itself.
+  /// Ends the snapshot; from here on it counts. @param head its time, storage, layout, and the
+  /// number of unread indexes; the rest is filled in. @param before the indexes of last_number(),
+  /// empty when those could not be read. @return what it says about itself.
   Snapshot commit(Snapshot head, const SavedIndexes& before, const SavedIndexes& now);
   /// The size of the file, what is being added included.
   std::uint64_t file_size() const { return m_end + m_pending.size(); }

@@ -12,9 +12,9 @@ namespace admin {
 /// The longest name that is made.
 inline constexpr std::size_t kPortableNameLimit = 100;
 
-/// The name itself where it is portable and short enough. Otherwise what is refused somewhere becomes "%XX",
-/// and what is too long is cut and ends in "~", a checksum of the whole name, and its extension. Different
-/// names may give the same one.
+/// The name itself where it is portable and short enough. Otherwise what is refused somewhere
+/// becomes "%XX", and what is too long is cut and ends in "~", a checksum of the whole name, and
+/// its extension. Different names may give the same one.
 std::string portable_name(std::string_view name);
 
 /// The names of one folder that is being filled: no two are equal, whatever their letters' case.
@@ -28,7 +28,8 @@ class PortableNames {
  private:
   bool enter(std::string_view name);
 
-  /// Hashes of the names with their letters folded; two names with one hash only make a name longer.
+  /// Hashes of the names with their letters folded; two names with one hash only make a name
+  /// longer.
   std::unordered_set<std::uint64_t> m_taken;
 };
 

@@ -67,7 +67,8 @@ std::string without_bad_lines(const FolderView& folder, const std::set<BadLine>&
 
 std::string with_lines(std::string_view index, const std::vector<std::string>& lines) {
   const auto present = lines_of(index);
-  // Lines with one key keep their order: the first one counts. A second copy of a line says nothing.
+  // Lines with one key keep their order: the first one counts. A second copy of a line says
+  // nothing.
   std::vector<std::string_view> in_order;
   std::set<std::string_view> seen;
   for (std::string_view rest = index; !rest.empty();) {

@@ -19,12 +19,12 @@ struct BadLine {
   Verdict verdict = Verdict::kNoFile;
   auto operator<=>(const BadLine&) const = default;
 };
-/// The lines of the folder's index that readers pass over, each with its number from 1. Blanks, which say
-/// nothing, are not told.
+/// The lines of the folder's index that readers pass over, each with its number from 1. Blanks,
+/// which say nothing, are not told.
 std::vector<std::pair<std::size_t, BadLine>> bad_lines(const FolderView& folder);
 
-/// The index without those of its lines that are in @p unwanted, and still passed over for the same reason. A
-/// second copy of a line, and blanks, go as well: a writer who was stopped leaves those.
+/// The index without those of its lines that are in @p unwanted, and still passed over for the same
+/// reason. A second copy of a line, and blanks, go as well: a writer who was stopped leaves those.
 /// @param removed how many of the unwanted ones went.
 std::string without_bad_lines(const FolderView& folder, const std::set<BadLine>& unwanted,
                               std::size_t& removed);

@@ -88,7 +88,8 @@ class Probe {
     return {};
   }
 
-  /// A close without an unlock, as a crash leaves it: the other host may learn of it a moment later.
+  /// A close without an unlock, as a crash leaves it: the other host may learn of it a moment
+  /// later.
   static Wrong given_in_a_moment(SharedHandle& waiting) {
     os::Status locked = waiting.lock(true);
     for (int i = 0; i < 100 && !locked.ok(); ++i) {
@@ -244,8 +245,8 @@ class Probe {
     return read_after_close_from(*m_peer, m_host, "data-b");
   }
 
-  /// A handle is opened first and gets its lock later, as by waiting; meanwhile another one of its host reads,
-  /// and the other host writes.
+  /// A handle is opened first and gets its lock later, as by waiting; meanwhile another one of its
+  /// host reads, and the other host writes.
   Wrong read_after_lock_from(SharedView& writer, SharedView& reader, const std::string& name) {
     os::Status status;
     // The file is made by the reader, and stays open there all the time.

@@ -20,8 +20,9 @@ struct SharedCheck {
   std::string mend;    ///< the mount option or setting that mends it; empty where it holds
 };
 
-/// Tries on files of its own whether two hosts that see one folder can keep a storage tree in it. Each is a
-/// view of the same folder; with one host (@p peer null) what lies between hosts is not tried.
+/// Tries on files of its own whether two hosts that see one folder can keep a storage tree in it.
+/// Each is a view of the same folder; with one host (@p peer null) what lies between hosts is not
+/// tried.
 /// @param file_system "fuse.glusterfs", "nfs4": whose options are named where something is missing.
 std::vector<SharedCheck> check_shared(SharedView& host, SharedView* peer,
                                       const std::string& file_system);

@@ -21,8 +21,8 @@ class SharedHandle {
   virtual os::Status read(std::string& bytes) = 0;
 };
 
-/// A folder as one host sees it, through a mount of its own. All names are names in that folder. What is
-/// written is flushed and closed when the call returns.
+/// A folder as one host sees it, through a mount of its own. All names are names in that folder.
+/// What is written is flushed and closed when the call returns.
 class SharedView {
  public:
   explicit SharedView(std::string folder) : m_folder(std::move(folder)) {}

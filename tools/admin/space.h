@@ -8,8 +8,8 @@
 
 namespace admin {
 
-/// Where the space of a tree goes: areas, in them owners, in them extensions. Small siblings are counted
-/// together, so that the size of it does not grow with the tree.
+/// Where the space of a tree goes: areas, in them owners, in them extensions. Small siblings are
+/// counted together, so that the size of it does not grow with the tree.
 struct SpaceNode {
   std::string name;  ///< bytes; may be empty (no owner, no extension)
   Sum sum;

@@ -12,13 +12,13 @@
 #include "platform/os/os.h"
 
 /// @file
-/// What a reader that leaves no trace needs of the operating system, beyond the seam below the library:
-/// folders walked name by name, descriptions that follow no link, and files read under a lock that is
-/// never waited for without limit. Nothing here changes a byte, a name or a modification time; where the
-/// system lets us, the time of the last access stays as well.
+/// What a reader that leaves no trace needs of the operating system, beyond the seam below the
+/// library: folders walked name by name, descriptions that follow no link, and files read under a
+/// lock that is never waited for without limit. Nothing here changes a byte, a name or a
+/// modification time; where the system lets us, the time of the last access stays as well.
 ///
-/// system_posix.cpp and system_windows.cpp each hold one system whole. Paths and names are bytes, as the
-/// library's narrow paths are.
+/// system_posix.cpp and system_windows.cpp each hold one system whole. Paths and names are bytes,
+/// as the library's narrow paths are.
 namespace admin::sys {
 
 #if defined(_WIN32)

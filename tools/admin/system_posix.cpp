@@ -246,7 +246,8 @@ std::string mounted_type(const std::string& path) {
 
 bool is_network_type(std::string_view type) {
   return type.starts_with("nfs") || type == "cifs" || type == "smb3" || type == "9p" ||
-         type.starts_with("fuse.sshfs") || type == "fuse.glusterfs" || type == "ceph" || type == "afs";
+         type.starts_with("fuse.sshfs") || type == "fuse.glusterfs" || type == "ceph" ||
+         type == "afs";
 }
 
 }  // namespace

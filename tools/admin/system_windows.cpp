@@ -253,8 +253,8 @@ os::Status probe_readable(const std::string& path) {
 
 // ---- the system --------------------------------------------------------------------------------
 
-// Windows tells which programs have a file open, not who holds a lock on it, and only when asked about
-// each file: the answer would name readers and writers alike.
+// Windows tells which programs have a file open, not who holds a lock on it, and only when asked
+// about each file: the answer would name readers and writers alike.
 Knowledge find_locks(const std::string&, std::vector<HeldLock>&) { return Knowledge::kNone; }
 
 FileSystem file_system_of(const std::string& path) {

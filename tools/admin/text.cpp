@@ -87,7 +87,8 @@ bool is_device(std::string_view name) {
          stem[3] >= '1' && stem[3] <= '9';
 }
 
-/// What each byte of a name may mean. Nearly all names are settled by one look at each of their bytes.
+/// What each byte of a name may mean. Nearly all names are settled by one look at each of their
+/// bytes.
 enum ByteClass : unsigned char {
   kUnsafeByte = 1,       ///< changes what a path with the name in it leads to
   kNotPortableByte = 2,  ///< to be looked at more closely before the name counts as portable

@@ -144,8 +144,8 @@ std::uint32_t bucket_number(std::string_view entry) {
                                     [](char c) { return static_cast<unsigned char>(c) < 0x80; });
   if (!is_ascii || entry.size() < 2)
     return static_cast<std::uint32_t>(layout::hash_of(entry, layout::kBuckets));
-  // Where no byte is negative, reducing every few steps gives what reducing after each gives; and four steps
-  // at once need not wait for each other.
+  // Where no byte is negative, reducing every few steps gives what reducing after each gives; and
+  // four steps at once need not wait for each other.
   constexpr auto kModulus = static_cast<std::uint64_t>(layout::kBuckets);
   constexpr std::uint64_t kSecond = 31;
   constexpr std::uint64_t kThird = kSecond * 31;

@@ -19,8 +19,8 @@ inline constexpr std::array<Area, 5> kAreas = {Area::kDocs, Area::kUser, Area::k
 /// The name of an area and of its folder: "docs".
 std::string_view name_of(Area area);
 std::optional<Area> area_named(std::string_view name);
-/// Whether the library keeps an index in every document folder of the area. The others are addressed by
-/// path only and may do without.
+/// Whether the library keeps an index in every document folder of the area. The others are
+/// addressed by path only and may do without.
 bool expects_index(Area area);
 
 enum class Layout : std::uint8_t {
@@ -47,8 +47,8 @@ struct Tree {
   std::string folder_of(Area area) const { return sys::join(storage, name_of(area)); }
 };
 
-/// Finds the tree. Nothing when the folder does not exist or does not look like one: at least one of the
-/// areas has to be there. @p why tells then.
+/// Finds the tree. Nothing when the folder does not exist or does not look like one: at least one
+/// of the areas has to be there. @p why tells then.
 std::optional<Tree> locate(const Place& place, std::string& why);
 
 /// The layout that the names in a tree suggest: flat when an area folder itself holds an index, or
@@ -57,7 +57,8 @@ Layout guess_layout(const std::string& storage);
 
 /// Whether a name is one of a hash bucket: eight to ten digits.
 bool is_bucket_name(std::string_view name);
-/// The number in the name of the bucket that the library keeps an entry in. Quick for names of ASCII.
+/// The number in the name of the bucket that the library keeps an entry in. Quick for names of
+/// ASCII.
 std::uint32_t bucket_number(std::string_view entry);
 /// The owner's folder in an area: "_" stands for the empty name.
 std::string owner_folder_name(std::string_view owner);

@@ -6,8 +6,9 @@
 #include <vector>
 
 /// @file
-/// How a command declares its part of the command line. What stands behind it is seen by command_line.cpp
-/// alone: compiled into every command it was most of the time that the client takes to build.
+/// How a command declares its part of the command line. What stands behind it is seen by
+/// command_line.cpp alone: compiled into every command it was most of the time that the client
+/// takes to build.
 namespace CLI {
 class App;
 class Option;
@@ -38,8 +39,8 @@ class Argument {
   CLI::Option* m_option;
 };
 
-/// A command's part of the command line. The values are there when the command runs, so they must live as
-/// long; what was not given keeps the value that it has.
+/// A command's part of the command line. The values are there when the command runs, so they must
+/// live as long; what was not given keeps the value that it has.
 class Arguments {
  public:
   explicit Arguments(CLI::App& app) noexcept : m_app(app) {}

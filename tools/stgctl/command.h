@@ -28,8 +28,9 @@ struct Command {
   Group group;
   Effect effect;
   std::string summary;  ///< one line, without a full stop
-  /// Adds the command's own options to its part of the command line, and says what to run when it was
-  /// named. The options' storage lives in the returned function (a shared pointer that both lambdas hold).
+  /// Adds the command's own options to its part of the command line, and says what to run when it
+  /// was named. The options' storage lives in the returned function (a shared pointer that both
+  /// lambdas hold).
   std::function<Run(Arguments&)> declare;
   std::string details = {};  ///< paragraphs for the help and the manual, may be empty
 };

@@ -35,8 +35,8 @@ Kind kind_of(const OptionUsage& option) {
   return Kind::kAnything;
 }
 
-/// Calls back for every option that takes a value, with the name of the command where it does: global options
-/// do everywhere ("*").
+/// Calls back for every option that takes a value, with the name of the command where it does:
+/// global options do everywhere ("*").
 template <class Callback>
 void for_each_value(const std::vector<CommandUsage>& usage, Callback&& callback) {
   for (const CommandUsage& command : usage) {
@@ -204,7 +204,8 @@ std::string powershell_script(const std::vector<CommandUsage>& usage) {
                    values += formatted("    '{}|{}' = '{}'\n", place, name, spaced(option.choices));
                  });
   return formatted(
-      R"(# PowerShell completion for stgctl; load it with: stgctl completion powershell | Out-String | Invoke-Expression
+      R"(# PowerShell completion for stgctl; load it with: stgctl completion powershell |)"
+      R"( Out-String | Invoke-Expression
 Register-ArgumentCompleter -Native -CommandName stgctl -ScriptBlock {{
   param($wordToComplete, $commandAst, $cursorPosition)
   $places = @{{

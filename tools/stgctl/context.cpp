@@ -52,7 +52,8 @@ class LibraryHost {
   LibraryHost(const LibraryHost&) = delete;
   LibraryHost& operator=(const LibraryHost&) = delete;
 
-  /// @param storage the folder to use when the library initialises by itself; empty for its default.
+  /// @param storage the folder to use when the library initialises by itself; empty for its
+  /// default.
   void install(const std::string& storage) {
     if (!storage.empty()) m_named = std::make_unique<NamedStorage>(storage);
     vu_host::services services;
@@ -146,7 +147,8 @@ void Context::initialise(admin::Layout layout, Adoption adoption) {
   }
   m_host = std::make_unique<LibraryHost>(m_options);
   m_host->install(usual ? "" : storage());
-  // The library must never use what is not named: adoption stays off also when it initialises by itself.
+  // The library must never use what is not named: adoption stays off also when it initialises by
+  // itself.
   STGIndex::setSynchronizeMode(adoption == Adoption::kOn);
   if (usual) {
     vu_storage::initRootStorage(from_path(folder.parent_path()), layout != admin::Layout::kFlat,

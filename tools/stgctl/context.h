@@ -16,10 +16,11 @@ class Arguments;
 class CommandLine;
 class LibraryHost;
 
-/// What a command runs in: the options that all commands share, the output, the tree that was named, and
-/// the library, opened on that tree by the commands that change it.
+/// What a command runs in: the options that all commands share, the output, the tree that was
+/// named, and the library, opened on that tree by the commands that change it.
 ///
-/// Paths are bytes, UTF-8 on Windows, with the system's separator; the library takes them as they are.
+/// Paths are bytes, UTF-8 on Windows, with the system's separator; the library takes them as they
+/// are.
 class Context {
  public:
   Context(const CommandLine& line, Output& output);
@@ -39,14 +40,15 @@ class Context {
   const admin::Tree& tree();
   /// What --area and --owner name.
   admin::Scope scope() const;
-  /// How files of the tree are read: under a lock that is waited for as long as --lock-timeout says. A wait
-  /// of more than two seconds is told, with the holder.
+  /// How files of the tree are read: under a lock that is waited for as long as --lock-timeout
+  /// says. A wait of more than two seconds is told, with the holder.
   admin::sys::Locking locking();
 
   /// Whether files that the index does not name are adopted.
   enum class Adoption { kOff, kOn };
-  /// Opens the library on the tree. Folders of areas that are missing are made by that, so it has no place
-  /// in a dry run. @throws as tree(), and Failure kRefused for a tree that the library cannot be given.
+  /// Opens the library on the tree. Folders of areas that are missing are made by that, so it has
+  /// no place in a dry run. @throws as tree(), and Failure kRefused for a tree that the library
+  /// cannot be given.
   void open_library(Adoption adoption = Adoption::kOff);
   /// As open_library(), on a storage folder that need not exist yet, below an existing root.
   void create_tree();

@@ -37,7 +37,8 @@ FoundEntry choose(const std::vector<FoundEntry>& versions, const Options& option
                     : formatted("there is no version {} of {}", wanted, shown(options.name)));
 }
 
-/// Hands the document's bytes to the standard output; the file stays locked against writers meanwhile.
+/// Hands the document's bytes to the standard output; the file stays locked against writers
+/// meanwhile.
 void write_out(Context& context, const FoundEntry& entry) {
   const os::Status read =
       sys::read_pieces(entry.path(), context.locking(), [&](std::string_view piece) {
@@ -74,7 +75,8 @@ std::string destination_of(Context& context, const Options& options) {
 
 /// Copies under a shared lock, so that no half-written document is got.
 void copy_out(Context& context, const FoundEntry& entry, const std::string& destination) {
-  // Read once into nothing: waits for the lock as long as is allowed, and finds out what cannot be read.
+  // Read once into nothing: waits for the lock as long as is allowed, and finds out what cannot be
+  // read.
   vu_file source(entry.folder.path, entry.file);
   const os::Status read =
       sys::read_pieces(entry.path(), context.locking(), [](std::string_view) { return false; });
@@ -86,7 +88,8 @@ void copy_out(Context& context, const FoundEntry& entry, const std::string& dest
   if (!source.try_open(vu_file::o_read, refused, true) || refused) {
     throw Failure(Exit::kFailed, shown(entry.path()) + " cannot be opened and locked for reading");
   }
-  // Beside the destination first: whatever happens, a file that was there stays until the copy is complete.
+  // Beside the destination first: whatever happens, a file that was there stays until the copy is
+  // complete.
   const std::string part = destination + ".stgctl-part";
   std::error_code error;
   const bool copied = vu_file::copyFile(entry.path(), part, true);

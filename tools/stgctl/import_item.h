@@ -24,15 +24,16 @@ const char* name_of(Imported what);
 
 enum class Existing { kKeep, kReplace };
 
-/// Brings items of an export into a tree, in the order of the manifest. Versions go through the library;
-/// their parts, and what is addressed by path, are put in place complete and with their time.
+/// Brings items of an export into a tree, in the order of the manifest. Versions go through the
+/// library; their parts, and what is addressed by path, are put in place complete and with their
+/// time.
 class Importer {
  public:
   /// A dry run changes nothing.
   Importer(Context& context, std::string folder, Existing existing, ImportJournal& journal);
 
-  /// @throws Failure kFailed with the reason, kRefused for what the library must not be given, kLockTimeout,
-  /// kInterrupted.
+  /// @throws Failure kFailed with the reason, kRefused for what the library must not be given,
+  /// kLockTimeout, kInterrupted.
   Imported run(const ManifestItem& item);
 
  private:

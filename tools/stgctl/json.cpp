@@ -11,7 +11,8 @@ namespace {
 
 using Library = nlohmann::ordered_json;
 
-/// Deeper than anything that is written here; beyond it a text is refused before it can exhaust the stack.
+/// Deeper than anything that is written here; beyond it a text is refused before it can exhaust the
+/// stack.
 constexpr std::size_t kDeepest = 100;
 
 }  // namespace

@@ -19,8 +19,8 @@ class JsonError : public std::runtime_error {
 
 /// A JSON value; the fields of an object stay in the order in which they are put in.
 ///
-/// The library that reads and writes the text is seen by json.cpp alone: compiled into every command it
-/// was a good part of the time that the client takes to build.
+/// The library that reads and writes the text is seen by json.cpp alone: compiled into every
+/// command it was a good part of the time that the client takes to build.
 class Json {
  public:
   struct Field;

@@ -9,8 +9,8 @@ namespace stgctl {
 
 enum class KeyEdit { kChanged, kUnchanged };
 
-/// Gives a key a value: in its first line, while its other lines go, or in a new line at the end. What is
-/// no line of the key stays as it is, to the byte.
+/// Gives a key a value: in its first line, while its other lines go, or in a new line at the end.
+/// What is no line of the key stays as it is, to the byte.
 KeyEdit set_key(std::string& text, std::string_view key, std::string_view value);
 /// Removes every line of a key.
 KeyEdit unset_key(std::string& text, std::string_view key);

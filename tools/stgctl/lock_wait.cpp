@@ -24,8 +24,8 @@ constexpr auto kPatience = 2s;
 constexpr std::chrono::milliseconds kShortest = 5ms;
 constexpr std::chrono::milliseconds kLongest = 100ms;
 
-/// Whether an exclusive lock on the file could be had right now. What cannot be opened, or is not there, is
-/// held by nobody: the operation itself will find out what is wrong.
+/// Whether an exclusive lock on the file could be had right now. What cannot be opened, or is not
+/// there, is held by nobody: the operation itself will find out what is wrong.
 bool is_free(const std::string& folder, const std::string& name) {
   std::error_code error;
   if (!std::filesystem::is_regular_file(to_path(joined(folder, name)), error)) return true;

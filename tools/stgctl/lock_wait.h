@@ -6,14 +6,15 @@
 
 namespace stgctl {
 
-/// Waits until nobody holds the files that an operation of the library is going to lock: the library itself
-/// would wait without limit. A lock waited for longer than two seconds is told once, with its holder.
+/// Waits until nobody holds the files that an operation of the library is going to lock: the
+/// library itself would wait without limit. A lock waited for longer than two seconds is told once,
+/// with its holder.
 ///
-/// What remains is the moment between this and the operation: somebody who takes the lock then makes the
-/// operation wait, also beyond the time limit.
+/// What remains is the moment between this and the operation: somebody who takes the lock then
+/// makes the operation wait, also beyond the time limit.
 ///
-/// @param folder the folder of an index, in the system's form. @param file another file in it that the
-/// operation locks, empty for none.
+/// @param folder the folder of an index, in the system's form. @param file another file in it that
+/// the operation locks, empty for none.
 /// @throws Failure kLockTimeout when the time is over, kInterrupted after Ctrl-C.
 void wait_until_free(Context& context, const std::string& folder, const std::string& file = {});
 

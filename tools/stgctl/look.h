@@ -18,7 +18,8 @@ void add_no_lock(Arguments& app, bool& no_lock);
 /// How the command reads: as Context::locking(), or without locks.
 admin::sys::Locking locking_for(Context& context, bool no_lock);
 
-/// The area that --area names. @throws Failure kUsage for one that the library keeps no documents in.
+/// The area that --area names. @throws Failure kUsage for one that the library keeps no documents
+/// in.
 admin::Area document_area(Context& context, admin::Area fallback);
 /// The tree's owner folder of --owner; the folder of the empty name when none is said.
 std::string owner_or_none(Context& context);

@@ -1,4 +1,5 @@
-// The commands that look, explain and check. Each function is defined beside the commands that it adds.
+// The commands that look, explain and check. Each function is defined beside the commands that it
+// adds.
 #include "tools/stgctl/command.h"
 
 namespace stgctl {

@@ -19,7 +19,8 @@ namespace {
 
 constexpr std::array<std::string_view, 3> kKinds = {"version", "part", "file"};
 
-/// A name as text, and by its bytes as well where a file of its own name could not be kept everywhere.
+/// A name as text, and by its bytes as well where a file of its own name could not be kept
+/// everywhere.
 void put_exact(Json& object, const char* key, const std::string& bytes) {
   const bool is_text = admin::is_utf8(bytes);
   object[key] = is_text ? bytes : admin::to_utf8(bytes);

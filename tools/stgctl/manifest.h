@@ -12,9 +12,10 @@
 #include "tools/stgctl/report.h"
 
 /// @file
-/// The manifest of an export: what each file is, its time and its checksum. One JSON object per line, in the
-/// order of an inventory: first the tree, then the items, at last the sums with the checksum of all that
-/// stands before. It is written last, so that an export that was not finished has none.
+/// The manifest of an export: what each file is, its time and its checksum. One JSON object per
+/// line, in the order of an inventory: first the tree, then the items, at last the sums with the
+/// checksum of all that stands before. It is written last, so that an export that was not finished
+/// has none.
 namespace stgctl {
 
 inline constexpr const char* kManifestSchema = "stgctl.manifest/1";
@@ -63,8 +64,8 @@ class ManifestWriter {
   ManifestSums m_sums;
 };
 
-/// Reads a manifest item by item. What is read is never trusted: an item whose file or path would lead out
-/// of its folder is damage.
+/// Reads a manifest item by item. What is read is never trusted: an item whose file or path would
+/// lead out of its folder is damage.
 class ManifestReader {
  public:
   /// @throws Failure kFailed for a folder without a manifest, and, as all of it, for a damaged one.

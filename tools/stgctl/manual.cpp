@@ -9,10 +9,12 @@ namespace {
 
 constexpr const char* kBegin = R"(.SH DESCRIPTION
 .B stgctl
-looks at, explains, checks and changes a storage tree: the folder "storage" with its areas docs, user, mail,
+looks at, explains, checks and changes a storage tree: the folder "storage" with its)"
+                               R"( areas docs, user, mail,
 list and semlets, as described in
 .BR stgctl-tree (7).
-What looks leaves no trace: no byte, no name, no modification time. What changes goes through the storage
+What looks leaves no trace: no byte, no name, no modification time. What changes goes)"
+                               R"( through the storage
 library, takes
 .BR --dry-run ,
 asks first, and needs
@@ -21,10 +23,12 @@ where nobody can answer.
 .PP
 Results go to the standard output, everything else to the standard error output. With
 .B --json
-each line is one object, whose field "schema" names its form and version. Names are bytes: what is no UTF-8 is
+each line is one object, whose field "schema" names its form and version. Names are)"
+                               R"( bytes: what is no UTF-8 is
 printed as U+FFFD, and JSON has the bytes in a second field whose name ends with "_hex".
 .PP
-Ctrl-C lets the current entry be finished, tells what was done, and ends the program; a second one ends it at
+Ctrl-C lets the current entry be finished, tells what was done, and ends the program; a)"
+                               R"( second one ends it at
 once.
 )";
 

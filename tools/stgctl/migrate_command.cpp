@@ -85,7 +85,8 @@ Exit run_inbox(Context& context) {
   if (!context.options().dry_run) {
     context.confirm(formatted("Convert the inbox of {}: {} names, {} new files?",
                               shown(target.owner), plan.renamings.size(), plan.adoptions.size()));
-    // Files that no index names yet are mail as well: without adoption they would be left out for good.
+    // Files that no index names yet are mail as well: without adoption they would be left out for
+    // good.
     context.open_library(Context::Adoption::kOn);
     wait_until_free(context, folder.path);
     STGIndex::migrateInboxRead(target.owner);

@@ -47,8 +47,8 @@ bool has_version(Context& context, const Target& target, const std::string& name
   return false;
 }
 
-/// The new name's folder may be another one, since documents are spread by their names: then the document
-/// is stored anew and removed where it was.
+/// The new name's folder may be another one, since documents are spread by their names: then the
+/// document is stored anew and removed where it was.
 void move_entry(Context& context, const Target& target, const FoundEntry& from,
                 const std::string& name, std::int32_t timestamp) {
   const std::string folder =

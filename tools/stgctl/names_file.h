@@ -26,7 +26,8 @@ void add_folder_option(Arguments& app, NamesOptions& options);
 /// @throws Failure kRefused for a place in the tree.
 std::string names_file(Context& context, const NamesOptions& options);
 
-/// The absolute path of a file that may be made there. @throws Failure kRefused for a place in the tree.
+/// The absolute path of a file that may be made there. @throws Failure kRefused for a place in the
+/// tree.
 std::string place_outside(Context& context, const std::string& file);
 
 /// The tree that saved names belong to: the one that is there, or what its layout would be.
@@ -67,7 +68,8 @@ std::string is_snapshot_name_or_now(const std::string& text);
 /// @throws Failure kNothingMatched when there is none, kFailed when it is damaged.
 admin::Snapshot find_snapshot(admin::NameStore& store, const std::string& text);
 
-/// The fields "number", "time", "storage", "folders", "entries", "bytes", "changed", "added", "removed", "unread".
+/// The fields "number", "time", "storage", "folders", "entries", "bytes", "changed", "added",
+/// "removed", "unread".
 Json fields_of(const admin::Snapshot& snapshot);
 
 template <class Work>

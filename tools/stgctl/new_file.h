@@ -12,8 +12,8 @@
 #include "tools/stgctl/exit_codes.h"
 
 /// @file
-/// Files that the client writes itself: outside of the tree, and those in it that the library addresses by
-/// path alone.
+/// Files that the client writes itself: outside of the tree, and those in it that the library
+/// addresses by path alone.
 namespace stgctl {
 
 /// @throws Failure kRefused for a path in the tree.
@@ -43,8 +43,8 @@ class NewFile {
   NewFile& operator=(const NewFile&) = delete;
 
   void write(std::string_view bytes);
-  /// Completes the file: it gets its time, if one is given, and then its name. A file of that name is
-  /// replaced.
+  /// Completes the file: it gets its time, if one is given, and then its name. A file of that name
+  /// is replaced.
   void commit(std::optional<std::int64_t> modify_time = std::nullopt);
 
  private:

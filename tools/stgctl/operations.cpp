@@ -47,8 +47,8 @@ std::optional<FoundEntry> look_up(Context& context, const Target& target, const 
   return std::nullopt;
 }
 
-/// Takes back a version that could not be filled. A copy that broke off may have removed the file itself: then
-/// the next rewrite of the index drops its line.
+/// Takes back a version that could not be filled. A copy that broke off may have removed the file
+/// itself: then the next rewrite of the index drops its line.
 void take_back(const std::string& folder, const std::string& name, std::int32_t timestamp,
                bool has_file) {
   if (has_file) {

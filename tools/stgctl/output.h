@@ -12,8 +12,8 @@ namespace stgctl {
 
 enum class Style { kPlain, kBold, kDim, kRed, kGreen, kYellow, kBlue, kCyan };
 
-/// The program's two streams. Results go to the standard output, through a large buffer, as text or as
-/// JSON; everything else goes to the standard error output, at once.
+/// The program's two streams. Results go to the standard output, through a large buffer, as text or
+/// as JSON; everything else goes to the standard error output, at once.
 class Output {
  public:
   Output();
@@ -39,7 +39,8 @@ class Output {
   }
   /// Writes one JSON object on a line of its own: {"schema": schema, ...fields}.
   void json_line(const char* schema, const Json& fields);
-  /// Writes out what is buffered. @throws Failure when nobody takes it any more, or the disk is full.
+  /// Writes out what is buffered. @throws Failure when nobody takes it any more, or the disk is
+  /// full.
   void flush();
 
   /// Text in a style on the standard output; as it is when colours are off.
@@ -57,8 +58,8 @@ class Output {
   void error(std::string_view text);
   /// Text without a line end, such as a question.
   void prompt(std::string_view text);
-  /// Whether a line that is redrawn in place stands on the standard error output (see Progress): the
-  /// next message clears it first.
+  /// Whether a line that is redrawn in place stands on the standard error output (see Progress):
+  /// the next message clears it first.
   void set_transient(bool shown) noexcept { m_transient = shown; }
   /// Writes to the standard error output as it is.
   void raw_error(std::string_view bytes);
@@ -75,8 +76,8 @@ class Output {
   bool m_broken = false;
 };
 
-/// Puts a name of any bytes into an object: as text under @p key, with U+FFFD for what is no UTF-8, and
-/// then with its bytes under @p key + "_hex" as well.
+/// Puts a name of any bytes into an object: as text under @p key, with U+FFFD for what is no UTF-8,
+/// and then with its bytes under @p key + "_hex" as well.
 void put_name(Json& object, const std::string& key, std::string_view bytes);
 
 }  // namespace stgctl

@@ -10,8 +10,9 @@
 
 namespace stgctl {
 
-/// A progress bar on the standard error output. It appears on a terminal only, and only when the work
-/// takes longer than half a second; with --progress always at once and everywhere, with never not at all.
+/// A progress bar on the standard error output. It appears on a terminal only, and only when the
+/// work takes longer than half a second; with --progress always at once and everywhere, with never
+/// not at all.
 class Progress {
  public:
   /// @param what what is being done: "storing". @param total the number of steps, 0 when unknown.

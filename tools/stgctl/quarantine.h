@@ -15,9 +15,10 @@ namespace stgctl {
 
 /// The quarantine of a tree: a folder beside it with one sub-folder per plan that was applied.
 ///
-///   plan-0001/manifest.jsonl   what was done, a line of JSON each, every line on the device before it is done
-///   plan-0001/0001             what the first step took: a file or folder that was moved, or the bytes that an
-///                              index, key file or counter had before
+///   plan-0001/manifest.jsonl   what was done, a line of JSON each; every line is on the device
+///                              before it is done
+///   plan-0001/0001             what the first step took: a file or folder that was moved, or the
+///                              bytes that an index, key file or counter had before
 ///
 /// @throws Failure kRefused for a place in the tree.
 std::string quarantine_folder(Context& context, const std::string& option);
@@ -35,7 +36,8 @@ struct Step {
 /// A plan that was applied, or half of it, and what it took.
 class AppliedPlan {
  public:
-  /// Opens one that is there, or begins one; its manifest stays locked, so that nobody else works on it.
+  /// Opens one that is there, or begins one; its manifest stays locked, so that nobody else works
+  /// on it.
   /// @throws Failure kFailed, kLockTimeout.
   static AppliedPlan open(Context& context, const std::string& folder, std::uint64_t number,
                           admin::LockedFile::For purpose);

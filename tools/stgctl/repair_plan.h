@@ -65,10 +65,11 @@ RepairPlan read_plan(Context& context, const std::string& text);
 Json fields_of(const Repair& repair);
 /// A repair out of such fields. @throws Failure kRefused for what is none.
 Repair repair_of(const Json& object);
-/// The bytes of a name that put_name() has put into an object. @throws Failure kRefused when it is not there.
+/// The bytes of a name that put_name() has put into an object. @throws Failure kRefused when it is
+/// not there.
 std::string name_in(const Json& object, const std::string& key);
-/// The absolute path of one below the storage folder. @throws Failure kRefused when it leads elsewhere, or
-/// over a link.
+/// The absolute path of one below the storage folder. @throws Failure kRefused when it leads
+/// elsewhere, or over a link.
 std::string path_in_tree(Context& context, const std::string& path);
 
 }  // namespace stgctl

@@ -10,8 +10,8 @@
 #include "tools/stgctl/repair_plan.h"
 
 /// @file
-/// Single repairs, done and undone. Each looks first whether what it is about still is as it was planned, and
-/// can be done again after a process was killed in its midst.
+/// Single repairs, done and undone. Each looks first whether what it is about still is as it was
+/// planned, and can be done again after a process was killed in its midst.
 namespace stgctl {
 
 /// What became of a repair or of its undoing.
@@ -24,7 +24,8 @@ struct Worked {
 /// The plan that steps are noted in. It is begun with the first step that has something to do.
 class WorkPlan {
  public:
-  /// @param digest of the plan that is applied: what was begun for it and not completed is gone on with.
+  /// @param digest of the plan that is applied: what was begun for it and not completed is gone on
+  /// with.
   /// @param keep seconds until the quarantine expires.
   WorkPlan(Context& context, std::string quarantine, std::string digest, std::int64_t keep);
 
@@ -46,11 +47,12 @@ class WorkPlan {
 /// @throws Failure kLockTimeout, kInterrupted, and kFailed when the manifest cannot be written.
 Worked do_repair(Context& context, const Repair& repair, WorkPlan& plan);
 
-/// Notes in a manifest that all is done. Where that fails, asking again finds nothing left to do and notes it
-/// then: a warning is enough.
+/// Notes in a manifest that all is done. Where that fails, asking again finds nothing left to do
+/// and notes it then: a warning is enough.
 void note(Context& context, const std::function<void()>& noting);
 
-/// Reverses a step. @param dry_run changes nothing and tells what would be done. @throws as do_repair().
+/// Reverses a step. @param dry_run changes nothing and tells what would be done. @throws as
+/// do_repair().
 Worked undo_step(Context& context, const AppliedPlan& plan, const Step& step, bool dry_run);
 
 }  // namespace stgctl

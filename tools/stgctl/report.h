@@ -24,9 +24,9 @@ std::string shown(const Subject& subject);
 /// The fields "area", "owner", "name" and "timestamp".
 void put_subject(Json& object, const Subject& subject);
 
-/// Tells what a changing command did, entry by entry and in sum, and finds its exit code. As JSON each
-/// entry is one line {"schema", "record": "entry", "action", ...} and the end is one line {"schema",
-/// "record": "summary", "dry_run", "done", "skipped", "failed", "interrupted", ...}.
+/// Tells what a changing command did, entry by entry and in sum, and finds its exit code. As JSON
+/// each entry is one line {"schema", "record": "entry", "action", ...} and the end is one line
+/// {"schema", "record": "summary", "dry_run", "done", "skipped", "failed", "interrupted", ...}.
 class ChangeReport {
  public:
   /// @param schema "stgctl.rm/1". @param done what is done to an entry: "removed".
@@ -45,8 +45,9 @@ class ChangeReport {
 
   std::uint64_t failures() const noexcept { return m_failed; }
 
-  /// Runs the work. A lock that is not obtained in time, and Ctrl-C, end it but not the report: what was
-  /// done so far is told, and finish() has their exit code. @return the work's result, or none of it.
+  /// Runs the work. A lock that is not obtained in time, and Ctrl-C, end it but not the report:
+  /// what was done so far is told, and finish() has their exit code. @return the work's result, or
+  /// none of it.
   template <class Work>
   auto guarded(Work&& work) -> decltype(work()) {
     try {

@@ -29,8 +29,9 @@ struct ReportData {
   std::vector<admin::Finding> samples;
 };
 
-/// The page: complete in itself, so that it opens without a network and without a program in it. It is well
-/// formed as XML, too. Its size depends on the number of groups that are shown, not on the tree.
+/// The page: complete in itself, so that it opens without a network and without a program in it. It
+/// is well formed as XML, too. Its size depends on the number of groups that are shown, not on the
+/// tree.
 std::string report_page(const ReportData& data);
 
 }  // namespace stgctl

@@ -7,7 +7,8 @@
 #include "tools/admin/space.h"
 
 /// @file
-/// The pieces of a report page: text for HTML, and charts as SVG. Colours are those of the style sheet.
+/// The pieces of a report page: text for HTML, and charts as SVG. Colours are those of the style
+/// sheet.
 namespace stgctl {
 
 /// Bytes as text for HTML: what is no UTF-8 and control characters become U+FFFD.

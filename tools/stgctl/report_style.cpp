@@ -50,7 +50,8 @@ dd span { display: block; font-size: .85rem; font-weight: 400; color: var(--soft
   align-items: start; }
 @media (max-width: 56rem) { .beside { grid-template-columns: minmax(0, 1fr); } }
 .scroll { overflow-x: auto; }
-table { border-collapse: collapse; width: 100%; font-size: .9rem; font-variant-numeric: tabular-nums; }
+table { border-collapse: collapse; width: 100%; font-size: .9rem; font-variant-numeric:)css"
+                                    R"css( tabular-nums; }
 caption { text-align: left; font-weight: 600; padding-bottom: .35rem; }
 th, td { text-align: left; padding: .28rem .5rem; border-bottom: 1px solid var(--line);
   vertical-align: top; }
@@ -74,7 +75,8 @@ svg .axis, svg .grid { stroke: var(--line); stroke-width: 1; }
 svg .area, svg .frame { fill: var(--card); stroke: var(--line); }
 svg .area { stroke: none; fill: var(--c); fill-opacity: .35; }
 svg .shade0 { fill: var(--c); } svg .shade1 { fill: var(--c); fill-opacity: .82; }
-svg .shade2 { fill: var(--c); fill-opacity: .66; } svg .shade3 { fill: var(--c); fill-opacity: .52; }
+svg .shade2 { fill: var(--c); fill-opacity: .66; } svg .shade3 { fill: var(--c);)css"
+                                    R"css( fill-opacity: .52; }
 svg .shade4, svg .rest { fill: var(--c); fill-opacity: .38; }
 .area-docs { --c: var(--docs); } .area-user { --c: var(--user); } .area-mail { --c: var(--mail); }
 .area-list { --c: var(--list); } .area-semlets { --c: var(--semlets); }

@@ -16,7 +16,8 @@ namespace {
 
 using Folders = std::map<std::string, std::vector<FoundEntry>>;
 
-/// The unknown files of the tree by folder. Names that the library would be led astray by stay unknown.
+/// The unknown files of the tree by folder. Names that the library would be led astray by stay
+/// unknown.
 Folders unknown_files(Context& context, ChangeReport& report) {
   admin::EntryQuery query;
   query.scope = context.scope();

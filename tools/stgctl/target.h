@@ -12,8 +12,9 @@
 #include "tools/stgctl/report.h"
 
 /// @file
-/// What a changing command works on, and what it refuses to touch. The library takes names as parts of
-/// paths; so whatever could lead it out of the tree, or to the index's own files, is refused here.
+/// What a changing command works on, and what it refuses to touch. The library takes names as parts
+/// of paths; so whatever could lead it out of the tree, or to the index's own files, is refused
+/// here.
 namespace stgctl {
 
 /// One owner's part of an area.
@@ -25,8 +26,8 @@ struct Target {
 };
 
 /// The target that --area and --owner name. @param fallback the area when none is said.
-/// @throws Failure kRefused for an unsafe owner, for none where the tree has owners, for an area that keeps
-/// no documents.
+/// @throws Failure kRefused for an unsafe owner, for none where the tree has owners, for an area
+/// that keeps no documents.
 Target target_of(Context& context, admin::Area fallback);
 /// The target of an entry that was found.
 Target target_of(Context& context, const admin::DocumentFolder& folder);
@@ -50,8 +51,8 @@ struct FoundEntry {
 Subject subject_of(const FoundEntry& entry);
 
 /// The entries that match, with their sizes and times; nothing is changed.
-/// @throws Failure kLockTimeout when an index stayed locked, kFailed when a folder could not be read,
-/// kInterrupted after Ctrl-C.
+/// @throws Failure kLockTimeout when an index stayed locked, kFailed when a folder could not be
+/// read, kInterrupted after Ctrl-C.
 std::vector<FoundEntry> find_entries(Context& context, admin::EntryQuery query);
 /// The entries of one folder, in the order of its index; none when there is no such folder.
 /// @throws as find_entries().
@@ -63,8 +64,8 @@ std::vector<FoundEntry> find_versions(Context& context, const Target& target,
 /// The name under which the library adopts a file: its extension in lower case.
 std::string adopted_name(std::string name);
 
-/// @throws Failure kRefused when the folder holds a file that bears the logical name and is not that very
-/// version: the library would take it for every version of the name.
+/// @throws Failure kRefused when the folder holds a file that bears the logical name and is not
+/// that very version: the library would take it for every version of the name.
 void check_not_shadowed(Context& context, const Target& target, const std::string& name,
                         std::int32_t timestamp);
 

@@ -10,8 +10,8 @@ namespace stgctl::terminal {
 
 enum class Stream { kIn, kOut, kErr };
 
-/// Prepares the console for UTF-8 and escape sequences, and the standard output for bytes as they are.
-/// Call it first.
+/// Prepares the console for UTF-8 and escape sequences, and the standard output for bytes as they
+/// are. Call it first.
 void set_up();
 /// The command line's arguments without the program's name, in UTF-8 (on Linux as they are).
 std::vector<std::string> arguments(int argc, char** argv);

@@ -33,7 +33,8 @@ std::string format_age(std::int64_t seconds);
 
 /// Reads "90", "90s", "15m", "12h", "30d", "4w" or "1y" as seconds. @return nothing for other text.
 std::optional<std::int64_t> parse_age(std::string_view text);
-/// Reads "500", "64K", "10M", "5G" or "1T", also with "B" or "iB" behind, as bytes in powers of 1024.
+/// Reads "500", "64K", "10M", "5G" or "1T", also with "B" or "iB" behind, as bytes in powers of
+/// 1024.
 /// @return nothing for other text.
 std::optional<std::uint64_t> parse_size(std::string_view text);
 

@@ -15,8 +15,8 @@ struct Box {
   Box inset(double margin, double top = 0) const;
 };
 
-/// Divides a box among weights, so that areas are as the weights and, as long as these do not ascend, no piece
-/// is longer than need be. A weight of 0 gets a box without area.
+/// Divides a box among weights, so that areas are as the weights and, as long as these do not
+/// ascend, no piece is longer than need be. A weight of 0 gets a box without area.
 std::vector<Box> divide(const Box& box, const std::vector<std::uint64_t>& weights);
 
 }  // namespace stgctl

@@ -17,8 +17,8 @@ namespace sys = admin::sys;
 
 namespace {
 
-/// The areas whose owners' folders are renamed and removed, in the library's order. Corporate documents
-/// are shared and stay.
+/// The areas whose owners' folders are renamed and removed, in the library's order. Corporate
+/// documents are shared and stay.
 constexpr std::array<admin::Area, 3> kPersonal = {admin::Area::kMail, admin::Area::kList,
                                                   admin::Area::kUser};
 constexpr std::array<admin::Area, 4> kWithOwners = {admin::Area::kDocs, admin::Area::kUser,
