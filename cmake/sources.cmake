@@ -25,9 +25,11 @@ set(VU_LIBRARY_SOURCES
   index/index_format.cpp
   index/index_naming.cpp
   index/index_operations.cpp
-  index/loaded_index.cpp
+  index/index_reader.cpp
+  index/index_state.cpp
   index/migration.cpp
   index/read_list.cpp
+  index/saving.cpp
   index/stg_index.cpp
   storage/document_copies.cpp
   storage/documents.cpp

@@ -4,17 +4,13 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 #include "vu_export.h"
 #include "vu_file.h"
 #include "vu_i18n.h"
 
-class FolderFiles;
-class ReadList;
-struct LoadedIndex;
+class IndexState;
 
 /// The index of a storage folder: "index.dat", which maps a logical name and a timestamp to the
 /// physical file that holds that version.
@@ -33,9 +29,17 @@ struct LoadedIndex;
 ///
 /// Errors: a folder that does not exist is traced and behaves as an empty one. vu_file_except leaves
 /// an operation when an existing "index.dat" cannot be opened or read, or when the rewritten one cannot be
-/// read before it is merged; one that cannot be opened for writing is traced as a warning, and the
-/// change is lost. So it is, with an error, when the system fails to tell whether files that the index names
-/// exist (an I/O error, a network folder that is gone): the text on disk then stays. Traces carry the source name "stg_index".
+/// read to its end before it is merged; one that cannot be opened for writing is traced as a warning, and
+/// the change is lost. Traces carry the source name "stg_index".
+///
+/// Lines whose files nobody knows of: where the system fails to tell whether the file of a line is there (an
+/// I/O error, a folder that may not be searched), an error names the line. A save keeps it as it stands, a
+/// question passes it over, remove() and rename() leave it, create() gives its stored name. As long as there
+/// is one, nothing is adopted, swept or migrated in that folder. All other changes are saved.
+///
+/// Interruptions: an operation that ends with its process, or with the power, leaves every other entry as it
+/// was; the next reader finds the entries from before the operation or those from after it. See
+/// docs/reliability.md for the files that may be left over.
 ///
 /// Blocking and threads are told as with vu_file: "the index" is "index.dat", its counter the file
 /// "index". An operation that makes a missing "index.dat" or adopts files writes the index, and waits
@@ -241,23 +245,9 @@ class VU_STORAGE_API STGIndex : public vu_file {
   std::string newIndex();
   bool alreadyInMaps(const std::string& fileName) const;
   void add_not_referenced_entry(const std::string& fileName);
-  void synchronizeToFolder(FolderFiles& files);
-  void saveIndexFile(std::string_view bytes);
-  void mergeAndSave();
-  void mergeFrom(std::string text);
-  void mergeEntry(FolderFiles& files, std::string_view key, std::string_view stored);
-  // Builds the maps of the loaded entries; needed by whatever changes or searches them.
-  void fillMaps() const;
-  // Calls visit(key, stored) for each entry in byte-wise order of the keys.
-  template <class Visit>
-  void visitEntries(Visit visit) const;
-  bool unescapeEntries(ReadList& readList);
-  void sweepOrphans(const vu_utf8string& base, const std::vector<vu_utf8string>& names,
-                    unsigned long limit, bool useAccessTime);
+  void synchronizeToFolder();
+  void saveIndexFile();
 
-  // As the public one; isSure receives whether the system answered each question about a file.
-  static void plValues(const std::string& folder, NameMap& out, bool& isSure);
-  void addPhysicalNames(NameMap& out) const;
   static void checkIndexFile(const std::string& folder);
   static std::string entryAndTS(const std::string& logical, long ts);
   static std::string entryOnly(const std::string& key);
@@ -265,22 +255,14 @@ class VU_STORAGE_API STGIndex : public vu_file {
   static std::string extension(const std::string& name);
   static bool validIndexLine(const std::string& folder, const std::string& key,
                              const std::string& physical);
-  static void string2Maps(const std::string& folder, std::string_view text, NameMap& lp,
-                          NameMap& pl);
+  static void string2Maps(const std::string& folder, std::string text, NameMap& lp, NameMap& pl);
   static std::string lName(NameMap::const_iterator it);
   static long ts(NameMap::const_iterator it);
   static std::string pName(NameMap::const_iterator it);
 
   std::string m_folder;
-  std::shared_ptr<const LoadedIndex>
-      m_loaded;                   // "index.dat" as it was read; null when there was none
-  mutable bool m_hasMaps = true;  // false while the loaded entries alone tell everything
-  mutable NameMap m_lp;
-  mutable NameMap m_pl;
-  std::vector<std::pair<std::string, std::string>> m_removed;  // entries, since the loading
   bool m_needUpdate = false;
-  bool m_isSure = true;  // the system answered each question about a file of the folder
-  int m_exceptionsAtConstruction;
+  std::unique_ptr<IndexState> m_state;  // the maps m_lp and m_pl, and what was loaded
 
   static bool m_autoSynchronizeToFolder;
 };

@@ -1,12 +1,13 @@
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "index/index_format.h"
 #include "index/index_source.h"
-#include "index/visit_entries.h"
+#include "index/index_state.h"
 #include "index/width.h"
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
@@ -35,9 +36,25 @@ std::string name_on_disk(std::string_view key, std::string_view stored) {
   return name;
 }
 
-/// Last access or last modification in seconds since 1970; 0 for what is missing.
-std::uint64_t time_of(const vu_utf8string& path, bool use_access_time) {
-  return use_access_time ? vu_fileutf8::access_time(path) : vu_fileutf8::modify_time(path);
+/// Last access or last modification in seconds since 1970; 0 for what is missing, nothing where the system
+/// fails to tell.
+std::optional<std::uint64_t> time_of(const vu_utf8string& path, bool use_access_time) {
+  const std::uint64_t time =
+      use_access_time ? vu_fileutf8::access_time(path) : vu_fileutf8::modify_time(path);
+  if (time != 0) return time;
+  // Missing, or a failure, which is no reason to take a document away.
+  os::FileStat found;
+  const os::Status status = os::stat(path.str(), found);
+  if (status.failure() == os::Failure::kNotFound) return 0;
+  if (!status.ok()) return std::nullopt;
+  return static_cast<std::uint64_t>(use_access_time ? found.access_time : found.modify_time);
+}
+
+/// How old something of that time is. What was written since @p now is as new as can be.
+std::uint32_t age_of(std::optional<std::uint64_t> time, std::uint64_t now) {
+  if (!time || *time >= now) return 0;
+  // Required: the low 32 bits.
+  return static_cast<std::uint32_t>(now - *time);
 }
 
 /// Whether @p name is a physical file name of the map or begins with one, as sub-part folders do.
@@ -66,12 +83,44 @@ std::pair<Names::const_iterator, Names::const_iterator> with_prefix(const Names&
   return {first, last};
 }
 
+/// Removes what neither of two looks at the index accounts for: the operation's own, and one at the text as it
+/// is now.
+void sweep_orphans(const IndexState& own, const IndexState& now, const vu_utf8string& base,
+                   const Names& names, std::uint32_t limit, bool use_access_time) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  if (own.has_unknown_lines() || now.has_unknown_lines()) {
+    // Documents would be taken for orphans.
+    VU_ERROR("STGIndex: orphans stay, for the system does not tell which files the index names: ",
+             own.folder());
+    return;
+  }
+  STGIndex::NameMap physical_names;
+  add_physical_names(now, physical_names);
+  add_physical_names(own, physical_names);
+
+  for (const vu_utf8string& name : names) {
+    if (index_format::is_index_file(name.str())) continue;
+    if (is_accounted_for(physical_names, name.str())) continue;
+    const vu_utf8string path = base + name;
+    const std::uint64_t time = time_of(path, use_access_time).value_or(0);
+    // Required: a point in time against a duration.
+    if (time == 0 || limit == 0 || time <= limit) continue;
+    if (vu_fileutf8::is_dir(path)) {
+      VU_ERROR("removing orphan directory: ", path);
+      vu_fileutf8::recurseRemoveDir(path, false);
+    } else {
+      VU_ERROR("removing orphan file: ", path);
+      vu_fileutf8::remove(path, false);
+    }
+  }
+}
+
 }  // namespace
 
 unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const unsigned long& maxAge,
                                              AgeMap& kept, bool useAccessTime) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  const auto now = static_cast<std::uint32_t>(os::now());
+  const auto now = static_cast<std::uint64_t>(os::now());
   const std::uint32_t limit = clamp_unsigned32(maxAge);
 
   STGIndex index(folder);
@@ -79,16 +128,19 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
   const vu_utf8string base = with_separator(folder);
 
   std::vector<std::pair<std::string, std::string>> out_of_date;
-  index.visitEntries([&](std::string_view key, std::string_view stored) {
-    const vu_utf8string path = base + vu_utf8string(name_on_disk(key, stored));
-    // Required: unsigned 32-bit arithmetic, so that a missing file is very old.
-    const std::uint32_t age = now - static_cast<std::uint32_t>(time_of(path, useAccessTime));
+  const auto sort_out = [&](std::string_view key, std::string_view stored, std::uint32_t age) {
     if (limit == 0 || age > limit) {
       out_of_date.emplace_back(key, stored);
     } else {
       kept.emplace(age, std::string(folder).append("\\").append(key));
     }
+  };
+  index.m_state->visit([&](std::string_view key, std::string_view stored) {
+    const vu_utf8string path = base + vu_utf8string(name_on_disk(key, stored));
+    sort_out(key, stored, age_of(time_of(path, useAccessTime), now));
   });
+  index.m_state->visit_unknown(
+      [&](std::string_view key, std::string_view stored) { sort_out(key, stored, 0); });
 
   const Names names = vu_fileutf8::filenames(base);
   Names sorted = names;
@@ -103,43 +155,14 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
     cleanOutputDirectories(base, Names(first, last), file, nullptr);
   }
 
-  index.sweepOrphans(base, names, limit, useAccessTime);
+  // Required: the sweep loads the index a second time and, with a change of its own to save, waits for every
+  // lock on it; this instance's own would never be given back.
+  index.close();
+  {
+    const STGIndex second_look(folder);
+    sweep_orphans(*index.m_state, *second_look.m_state, base, names, limit, useAccessTime);
+  }
   return static_cast<unsigned long>(out_of_date.size());
-}
-
-void STGIndex::sweepOrphans(const vu_utf8string& base, const std::vector<vu_utf8string>& names,
-                            unsigned long limit, bool useAccessTime) {
-  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  // Required: the query below loads the index a second time and, with a change of its own to save, waits
-  // for every lock on it; this instance's own would never be given back.
-  close();
-  NameMap physical_names;
-  bool is_sure = false;
-  plValues(m_folder, physical_names, is_sure);
-  if (!is_sure) {
-    // Documents would be taken for orphans.
-    VU_ERROR("STGIndex: orphans stay, for the system does not tell which files the index names: ",
-             m_folder);
-    return;
-  }
-  // What this instance knows is nobody's orphan either, should that query have missed it.
-  addPhysicalNames(physical_names);
-
-  for (const vu_utf8string& name : names) {
-    if (name.str() == kCounterFile || name.str() == kIndexFile) continue;
-    if (is_accounted_for(physical_names, name.str())) continue;
-    const vu_utf8string path = base + name;
-    const std::uint64_t time = time_of(path, useAccessTime);
-    // Required: a point in time against a duration.
-    if (time == 0 || limit == 0 || time <= limit) continue;
-    if (vu_fileutf8::is_dir(path)) {
-      VU_ERROR("removing orphan directory: ", path);
-      vu_fileutf8::recurseRemoveDir(path, false);
-    } else {
-      VU_ERROR("removing orphan file: ", path);
-      vu_fileutf8::remove(path, false);
-    }
-  }
 }
 
 void STGIndex::cleanAllOutput(const std::string& folder) {

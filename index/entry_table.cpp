@@ -1,11 +1,24 @@
 #include "index/entry_table.h"
 
+#include <xxhash.h>
+
 #include <bit>
-#include <functional>
+#include <random>
 
 namespace {
 
-std::uint64_t hash_of(std::string_view name) { return std::hash<std::string_view>()(name); }
+/// Another one in every process, so that nobody can choose names that all fall into one slot.
+std::uint64_t seed() {
+  static const std::uint64_t kSeed = [] {
+    std::random_device random;
+    return std::uint64_t{random()} << 32U | random();
+  }();
+  return kSeed;
+}
+
+std::uint64_t hash_of(std::string_view name) {
+  return XXH3_64bits_withSeed(name.data(), name.size(), seed());
+}
 
 /// Tells the processor that the bytes are wanted soon.
 #if defined(__GNUC__)

@@ -1,30 +1,36 @@
+#include <optional>
+
 #include "index/index_format.h"
 #include "index/index_source.h"
-#include "index/loaded_index.h"
+#include "index/index_state.h"
 #include "platform/host/trace.h"
+#include "platform/os/os.h"
 #include "stg_index.h"
 
 // Changes of entries, in memory and on their files.
 
 bool STGIndex::_contains(const std::string& logical, long timestamp) const {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  fillMaps();
-  return m_lp.contains(entryAndTS(logical, timestamp));
+  return m_state->find(entryAndTS(logical, timestamp)) != nullptr;
 }
 
 std::string STGIndex::_create(const std::string& logical, long timestamp) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  fillMaps();
   const std::string key = entryAndTS(logical, timestamp);
-  auto it = m_lp.find(key);
-  if (it == m_lp.end()) {
-    it = m_lp.emplace(key, newIndex()).first;
-    m_pl.emplace(it->second, key);
+  std::string physical;
+  if (const std::string* stored = m_state->find(key)) {
+    physical = *stored;
+  } else if (const IndexLine* unknown = m_state->unknown_line(key)) {
+    // Its file may be there; opening it will tell.
+    physical = unknown->stored;
+  } else {
+    physical = newIndex();
+    m_state->insert(key, physical);
   }
 
   // Required: the extension is appended to whatever name is stored.
-  const std::string name = it->second + extension(logical);
-  if (!vu_file::exists(m_folder + "\\" + name)) {
+  const std::string name = physical + extension(logical);
+  if (presence_of(m_folder + "\\" + name) == Presence::kMissing) {
     vu_file file(m_folder, name);
     file.open(o_append);
     file.close();
@@ -37,14 +43,15 @@ std::string STGIndex::_create(const std::string& logical, long timestamp) {
 
 void STGIndex::_remove(const std::string& logical, long timestamp) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  fillMaps();
-  const auto it = m_lp.find(entryAndTS(logical, timestamp));
-  if (it == m_lp.end()) return;
+  const std::string key = entryAndTS(logical, timestamp);
+  const auto it = m_state->lp().find(key);
+  // A line that nobody knows of stays; the loading has named it.
+  if (it == m_state->lp().end()) return;
 
-  const std::string path = m_folder + "\\" + pName(it);
-  m_pl.erase(it->second);
-  auto removed = m_lp.extract(it);
-  m_removed.emplace_back(std::move(removed.key()), std::move(removed.mapped()));
+  const std::string file = pName(it);
+  const std::string path = m_folder + "\\" + file;
+  m_state->file_changes(file);
+  m_state->erase(key);
   if (vu_file::exists(path)) {
     vu_file::chmodW(path);
     vu_file::remove(path);
@@ -58,21 +65,49 @@ void STGIndex::_remove(const std::string& logical, long timestamp) {
 bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::string& newLogical,
                        long newTs) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  fillMaps();
-  const auto it = m_lp.find(entryAndTS(oldLogical, oldTs));
-  if (it == m_lp.end()) return true;
-  if (_contains(newLogical, newTs)) _remove(newLogical, newTs);
-  const std::string new_file = _create(newLogical, newTs);
+  const std::string old_key = entryAndTS(oldLogical, oldTs);
+  const std::string new_key = entryAndTS(newLogical, newTs);
+  const auto old_entry = m_state->lp().find(old_key);
+  if (old_entry == m_state->lp().end()) return m_state->unknown_line(old_key) == nullptr;
+  if (m_state->unknown_line(new_key) != nullptr) return false;
 
-  const std::string old_path = m_folder + "\\" + pName(it);
-  if (!vu_file::copyFile(old_path, m_folder + "\\" + new_file, true)) {
-    VU_ERROR("STGIndex: rename: copy failed: ", old_path);
-    _remove(newLogical, newTs);
-    return false;
+  // Required: the files of the old entry and of the one that it replaces go when the index is saved. Before
+  // that both are whole, also for whoever reads after an interruption.
+  const std::string old_file = pName(old_entry);
+  const std::string old_path = m_folder + "\\" + old_file;
+  m_state->file_changes(old_file);
+  std::optional<std::string> replaced;
+  std::string replaced_file;
+  if (_contains(newLogical, newTs)) {
+    const auto it = m_state->lp().find(new_key);
+    replaced = it->second;
+    replaced_file = pName(it);
+    m_state->remove_after_save(replaced_file, IndexState::IfItStays::kError);
+    m_state->erase(new_key);
+    VU_TRACE_M(" STGIndex (remove) : Set need update flag to true: index.dat will be updated");
+    VU_TRACE_M("            folder : ", m_folder);
   }
-  vu_file::chmodW(old_path);
-  vu_file::remove(old_path);
-  // Required: the old entry stays in both maps. Its file is gone, so it is not written back.
+
+  const auto take_back = [&] {
+    if (replaced) m_state->restore(new_key, *replaced, replaced_file);
+  };
+  try {
+    const std::string new_path = m_folder + "\\" + _create(newLogical, newTs);
+    if (!vu_file::copyFile(old_path, new_path, true) || !os::flush_file(new_path).ok()) {
+      VU_ERROR("STGIndex: rename: copy failed: ", old_path);
+      _remove(newLogical, newTs);
+      take_back();
+      return false;
+    }
+  } catch (...) {
+    take_back();
+    throw;
+  }
+  // Required: a file of the new name itself answers for it before the index does, so it cannot stay until
+  // the index is saved. The source is whole until then.
+  if (replaced_file == newLogical) m_state->remove_now(replaced_file);
+  // Required: the old entry stays in both maps. Its file goes with the save, so it is not written back.
+  m_state->remove_after_save(old_file, IndexState::IfItStays::kNothing);
   VU_TRACE_M(" STGIndex (rename): Set need update flag to true: index.dat will be updated");
   VU_TRACE_M("           folder : ", m_folder);
   m_needUpdate = true;

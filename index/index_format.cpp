@@ -65,6 +65,16 @@ std::size_t find(std::string_view text, std::string_view wanted, std::size_t fro
 
 }  // namespace
 
+std::string generated_name(std::int32_t number) {
+  char name[16];
+  std::snprintf(name, sizeof name, "%.8d", number);
+  return name;
+}
+
+bool is_generated_name(std::string_view name) {
+  return name.size() >= 8 && name.find_first_not_of("0123456789") == kNone;
+}
+
 std::int32_t parse_decimal(std::string_view text) {
   auto it = std::find_if_not(text.begin(), text.end(), is_space);
   bool negative = false;

@@ -10,6 +10,27 @@
 /// The text of "index.dat" and the keys in it, as pure text (docs/formats.md).
 namespace index_format {
 
+// ---- names of files ----------------------------------------------------------------------------
+
+/// The index of a folder, and the counter of generated names beside it.
+inline constexpr const char* kIndexFile = "index.dat";
+inline constexpr const char* kCounterFile = "index";
+inline bool is_index_file(std::string_view name) {
+  return name == kIndexFile || name == kCounterFile;
+}
+
+/// Generated names are decimal numbers in eight or more digits. The first one that a counter gives is that
+/// of 1; this one comes where it can count no further.
+inline constexpr const char* kFirstName = "00000000";
+/// The name that is given while the counter cannot be used, to whoever asks.
+inline constexpr const char* kTroubleName = "99999999";
+/// The name of a number that is not negative.
+std::string generated_name(std::int32_t number);
+/// Whether a stored name has the form of a generated one.
+bool is_generated_name(std::string_view name);
+
+// ---- keys --------------------------------------------------------------------------------------
+
 /// An underscore and ten digits end every key.
 inline constexpr std::size_t kStampLength = 11;
 

@@ -1,11 +1,13 @@
 #include <cstdint>
-#include <cstdio>
+#include <optional>
+#include <utility>
 
 #include "file/handle_core.h"
 #include "file/replacement.h"
-#include "index/folder_files.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
+#include "index/index_state.h"
+#include "index/known_files.h"
 #include "platform/host/trace.h"
 #include "stg_index.h"
 
@@ -13,17 +15,16 @@
 
 namespace {
 
-/// The next number after @p last whose name is not taken, in eight or more digits; past the largest number, and
-/// after a negative one, the first name of all.
-std::string next_free_name(std::int32_t last, const std::map<std::string, std::string>& taken) {
+/// The next name after the number @p last that is not taken; past the largest number, and after a negative
+/// one, the first name of all.
+std::string next_free_name(std::int32_t last, const IndexState::NameMap& taken) {
   while (last >= 0) {
     last = static_cast<std::int32_t>(static_cast<std::uint32_t>(last) + 1U);
     if (last < 0) break;
-    char name[16];
-    std::snprintf(name, sizeof name, "%.8d", last);
+    std::string name = index_format::generated_name(last);
     if (!taken.contains(name)) return name;
   }
-  return "00000000";
+  return index_format::kFirstName;
 }
 
 /// Lower case for ASCII letters behind the last dot; a name without a dot stays as it is.
@@ -40,24 +41,29 @@ std::string with_lower_case_extension(std::string name) {
 
 std::string STGIndex::newIndex() {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  fillMaps();
   vu_file counter(m_folder, kCounterFile);
   std::string name;
-  FileText bytes;
+  std::optional<FileText> bytes;
   try {
     counter.open(o_append);
     bytes = read_to_end(counter);
     std::string storage;
-    const std::string_view last = replacement::text_of(bytes.view(), storage);
-    name = next_free_name(index_format::parse_decimal(last), m_pl);
-    replace_and_close(counter, bytes.view(), name);
+    const std::string_view last = replacement::text_of(bytes->view(), storage);
+    name = next_free_name(index_format::parse_decimal(last), m_state->pl());
+    replace_and_close(counter, bytes->view(), name);
     return name;
   } catch (...) {
-    name = "99999999";
+    name = index_format::kTroubleName;
     VU_ERROR("STGIndex::newIndex : return ", name);
   }
   try {
-    replace_and_close(counter, bytes.view(), name);
+    if (bytes) {
+      replace_and_close(counter, bytes->view(), name);
+    } else {
+      // Nobody knows what is to be replaced.
+      counter.clear();
+      counter.write(name);
+    }
   } catch (...) {
     // Traced by the handle where it could be; the name is given all the same.
   }
@@ -67,21 +73,21 @@ std::string STGIndex::newIndex() {
 
 bool STGIndex::alreadyInMaps(const std::string& found) const {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  fillMaps();
-  const auto it = m_pl.find(found);
-  if (it != m_pl.end() && index_format::timestamp_of(it->second) == 0 &&
+  const NameMap& pl = m_state->pl();
+  const auto it = pl.find(found);
+  if (it != pl.end() && index_format::timestamp_of(it->second) == 0 &&
       index_format::logical_of(it->second) == found) {
     return true;
   }
   std::string stem = found;
   std::string extension;
   vu_file::split(stem, extension);
-  return m_pl.contains(stem);
+  return pl.contains(stem);
 }
 
 void STGIndex::add_not_referenced_entry(const std::string& found) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  fillMaps();
+  m_state->file_changes(found);
   std::string name = found;
   if (name.find('.') != std::string::npos) {
     name = with_lower_case_extension(std::move(name));
@@ -90,9 +96,9 @@ void STGIndex::add_not_referenced_entry(const std::string& found) {
   }
 
   const std::string key = entryAndTS(name, 0);
-  const auto [it, is_new] = m_lp.emplace(key, name);
-  const std::string physical = it->second;
-  m_pl.emplace(physical, key);
+  const std::string* stored = m_state->find(key);
+  const std::string physical = stored != nullptr ? *stored : name;
+  m_state->insert(key, physical);
   vu_file::chmodW(m_folder + "\\" + physical);
   VU_TRACE_M(
       " STGIndex (copy manually to folder): Set need update flag to true: index.dat will be "
@@ -101,18 +107,20 @@ void STGIndex::add_not_referenced_entry(const std::string& found) {
   m_needUpdate = true;
 }
 
-void STGIndex::synchronizeToFolder(FolderFiles& files) {
+void STGIndex::synchronizeToFolder() {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  // A file may belong to a line of which nobody knows.
+  if (m_state->has_unknown_lines()) return;
   try {
+    const std::vector<os::Entry>& entries = m_state->files().entries();
     // A folder that is gone lists nothing; the question traces that.
-    if (files.entries().empty()) vu_file::is_dir(m_folder);
-    const std::vector<os::Entry>& entries = files.entries();
+    if (entries.empty()) vu_file::is_dir(m_folder);
+    std::optional<KnownFiles> known;
+    if (m_state->loaded() != nullptr) known.emplace(*m_state->loaded(), entries.size());
     for (std::size_t i = 0; i < entries.size(); ++i) {
-      if (files.is_accounted_for(i)) continue;
       const os::Entry& entry = entries[i];
-      if (entry.kind == os::EntryKind::kFolder || entry.name == kIndexFile ||
-          entry.name == kCounterFile)
-        continue;
+      if (known && known->contains(i)) continue;
+      if (entry.kind == os::EntryKind::kFolder || index_format::is_index_file(entry.name)) continue;
       if (entry.kind == os::EntryKind::kUnknown && vu_file::is_dir(m_folder + "\\" + entry.name))
         continue;
       if (!alreadyInMaps(entry.name)) add_not_referenced_entry(entry.name);

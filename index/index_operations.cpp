@@ -5,7 +5,8 @@
 #include "index/document_extensions.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
-#include "index/visit_entries.h"
+#include "index/index_state.h"
+#include "index/saving.h"
 #include "index/width.h"
 #include "platform/host/trace.h"
 #include "stg_index.h"
@@ -40,16 +41,20 @@ bool STGIndex::exists(const std::string& folder, const std::string& logical, lon
 
   // Of several lines of one key the first valid one counts; the others need not be looked at.
   const std::string key = entryAndTS(logical, timestamp);
+  FolderFiles files(folder);
   index_format::LinesOfKey lines(text, key);
   index_format::Line line;
   while (lines.next(line)) {
-    const std::string name = file_name_of(key, line.stored);
+    std::string name = file_name_of(key, line.stored);
     // When the entry's file is there the line is valid: that file is one of the two that validity asks for.
-    const bool is_there = vu_file::exists(folder + "\\" + name);
-    if (is_there || validIndexLine(folder, key, std::string(line.stored))) {
-      physical = name;
+    const bool is_there = files.probe(name) == Presence::kThere;
+    const LineState state =
+        is_there ? LineState::kValid : state_by_probing(key, line.stored, files);
+    if (state == LineState::kValid) {
+      physical = std::move(name);
       return is_there;
     }
+    if (state == LineState::kUnknown) report_unknown_line(folder, line.key, line.stored);
   }
   return false;
 }
@@ -79,7 +84,7 @@ bool STGIndex::lastVersion(const std::string& folder, const std::string& logical
   const STGIndex index(folder);
   timestamp = 0;
   bool found = false;
-  index.visitEntries([&](std::string_view key, std::string_view) {
+  index.m_state->visit([&](std::string_view key, std::string_view) {
     if (logical_of(key) != logical) return;
     found = true;
     timestamp = std::max<long>(timestamp, index_format::timestamp_of(key));
@@ -88,29 +93,17 @@ bool STGIndex::lastVersion(const std::string& folder, const std::string& logical
 }
 
 void STGIndex::plValues(const std::string& folder, NameMap& out) {
-  bool is_sure = false;
-  plValues(folder, out, is_sure);
-}
-
-void STGIndex::plValues(const std::string& folder, NameMap& out, bool& isSure) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   out.clear();
   const STGIndex index(folder);
-  index.addPhysicalNames(out);
-  isSure = index.m_isSure;
-}
-
-void STGIndex::addPhysicalNames(NameMap& out) const {
-  visitEntries([&](std::string_view key, std::string_view stored) {
-    out.emplace(file_name_of(key, stored), logical_of(key));
-  });
+  add_physical_names(*index.m_state, out);
 }
 
 void STGIndex::lpValues(const std::string& folder, NameMap& out) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   out.clear();
   const STGIndex index(folder);
-  index.visitEntries([&](std::string_view key, std::string_view stored) {
+  index.m_state->visit([&](std::string_view key, std::string_view stored) {
     out.emplace_hint(out.end(), logical_of(key), file_name_of(key, stored));
   });
 }
@@ -119,7 +112,7 @@ void STGIndex::getCategories(const std::string& folder, NameMap& out) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   out.clear();
   const STGIndex index(folder);
-  index.visitEntries([&](std::string_view key, std::string_view stored) {
+  index.m_state->visit([&](std::string_view key, std::string_view stored) {
     const std::string logical(logical_of(key));
     if (getExtension(logical) == "ctg") out.emplace(logical, file_name_of(key, stored));
   });
@@ -129,7 +122,7 @@ void STGIndex::getVUDocs(const std::string& folder, NameMap& out) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   out.clear();
   const STGIndex index(folder);
-  index.visitEntries([&](std::string_view key, std::string_view stored) {
+  index.m_state->visit([&](std::string_view key, std::string_view stored) {
     const std::string logical(logical_of(key));
     if (is_document_extension(getExtension(logical)))
       out.emplace(file_name_of(key, stored), logical);

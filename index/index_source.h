@@ -3,14 +3,14 @@
 #include <exception>
 #include <string>
 
+#include "index/index_format.h"
 #include "vu_file_except.h"
 
 /// The source name of the index's traces.
 inline constexpr const char* kIndexSource = "stg_index";
 
-/// The index of a folder, and the counter of generated names beside it.
-inline constexpr const char* kIndexFile = "index.dat";
-inline constexpr const char* kCounterFile = "index";
+using index_format::kCounterFile;
+using index_format::kIndexFile;
 
 /// The text of the exception that is being handled.
 inline std::string text_of_current_exception() {

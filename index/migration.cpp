@@ -1,5 +1,9 @@
+#include "file/handle_core.h"
+#include "file/replacement.h"
 #include "index/index_format.h"
+#include "index/index_reader.h"
 #include "index/index_source.h"
+#include "index/index_state.h"
 #include "index/mail_root.h"
 #include "index/read_list.h"
 #include "platform/host/trace.h"
@@ -11,6 +15,56 @@ namespace {
 
 constexpr const char* kMarker = "k1mailboxcompliant";
 constexpr const char* kReadList = "read.txt";
+
+void report_not_begun(const std::string& folder) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  VU_ERROR("STGIndex: migration: not begun, for its index or its read list cannot be read for certain: ",
+           folder);
+}
+
+/// Whether the system tells of each line of an index whether its file is there.
+bool knows_all_files(const std::string& folder) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  vu_file file(folder, kIndexFile);
+  file.open(vu_file::o_read);
+  const FileText bytes = read_to_end(file);
+  file.close();
+  std::string storage;
+  FolderFiles files(folder);
+  return IndexReading(std::string(replacement::text_of(bytes.view(), storage)), files).unknown == 0;
+}
+
+/// Renames the entries whose names are escaped, with their lines of the read list.
+/// @param rename renames an entry with the timestamp 0 and tells whether it has.
+/// @return whether all of them have their new names.
+template <class Rename>
+bool convert(const IndexState& index, ReadList& read_list, Rename rename) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  if (index.has_unknown_lines()) {
+    report_not_begun(index.folder());
+    return false;
+  }
+  bool is_complete = true;
+  // Entries that come into the map on the way bear generated names and are passed over.
+  for (const auto& [key, stored] : index.lp()) {
+    const std::string name(index_format::logical_of(key));
+    if (name != index_format::file_name_of(key, stored) || !index_format::is_escaped_form(name))
+      continue;
+    const std::string unescaped = index_format::unescape(name);
+    if (unescaped == name) continue;
+    if (unescaped.find_first_of("/\n") != std::string::npos) {
+      VU_WARNING("STGIndex: migration: left as it is, no index line can hold its unescaped name: ",
+                 index.folder(), "\\", name);
+      continue;
+    }
+    if (rename(name, unescaped)) {
+      read_list.unescape(name);
+    } else {
+      is_complete = false;
+    }
+  }
+  return is_complete;
+}
 
 }  // namespace
 
@@ -29,32 +83,25 @@ void STGIndex::migrateInboxRead(const std::string& user) {
   std::string marker_file;
   if (exists(folder, kMarker, 0, marker_file)) return;
 
-  updateIndexFile(folder);
-  ReadList read_list(folder, getPhysicalName(folder, kReadList));
-  STGIndex index(folder);
-  if (index.unescapeEntries(read_list)) index._create(kMarker, 0);
-}
-
-bool STGIndex::unescapeEntries(ReadList& readList) {
-  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  bool complete = true;
-  fillMaps();
-  // Entries that come into the map on the way bear generated names and are passed over.
-  for (auto it = m_lp.cbegin(); it != m_lp.cend(); ++it) {
-    const std::string name = lName(it);
-    if (name != pName(it) || !index_format::is_escaped_form(name)) continue;
-    const std::string unescaped = index_format::unescape(name);
-    if (unescaped == name) continue;
-    if (unescaped.find_first_of("/\n") != std::string::npos) {
-      VU_WARNING("STGIndex: migration: left as it is, no index line can hold its unescaped name: ",
-                 m_folder, "\\", name);
-      continue;
+  std::string list_file;
+  try {
+    updateIndexFile(folder);
+    list_file = getPhysicalName(folder, kReadList);
+    if (!knows_all_files(folder)) {
+      report_not_begun(folder);
+      return;
     }
-    if (_rename(name, 0, unescaped, 0)) {
-      readList.unescape(name);
-    } else {
-      complete = false;
-    }
+  } catch (...) {
+    report_not_begun(folder);
+    throw;
   }
-  return complete;
+
+  // The instance goes first, and with it the index is saved.
+  ReadList read_list(folder, list_file);
+  STGIndex index(folder);
+  const bool is_complete =
+      convert(*index.m_state, read_list, [&](const std::string& from, const std::string& to) {
+        return index._rename(from, 0, to, 0);
+      });
+  if (is_complete) index._create(kMarker, 0);
 }

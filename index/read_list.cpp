@@ -4,6 +4,7 @@
 #include <exception>
 #include <optional>
 
+#include "file/handle_core.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "platform/host/trace.h"
@@ -86,8 +87,7 @@ void ReadList::load() {
   if (!vu_file::exists(m_folder + "\\" + m_file_name)) return;
   vu_file file(m_folder, m_file_name);
   file.open(vu_file::o_read);
-  std::string text;
-  file.read(text, 0);
+  const FileText text = read_to_end(file);
   file.close();
 
   // Required: what follows the last line feed is a line less its last character, and a text without a line
@@ -96,7 +96,7 @@ void ReadList::load() {
     std::string name = name_of(line);
     if (!name.empty()) m_lines.emplace(std::move(name), line);
   };
-  const std::string_view all(text);
+  const std::string_view all = text.view();
   std::size_t begin = 0;
   for (std::size_t end = all.find('\n'); end != std::string_view::npos; end = all.find('\n', begin)) {
     enter(all.substr(begin, end - begin));

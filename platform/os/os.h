@@ -215,6 +215,10 @@ Status rename(Path from, Path to);
 /// account that may be written but not dated keeps the copy, and @p time tells (when it is not null).
 Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time = nullptr);
 
+/// Writes the buffers and the times of a file that nobody here has open to the device, a read-only one
+/// included.
+Status flush_file(Path path);
+
 // ---- names -----------------------------------------------------------------------------------
 
 /// The short (8.3) form of a path, where the system has one; a buffer of 32,767 characters.

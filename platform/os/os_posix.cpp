@@ -522,6 +522,12 @@ Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time) {
   return status;
 }
 
+Status flush_file(Path path) {
+  const Descriptor descriptor(::open(native(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  if (!descriptor.valid()) return fail(errno);
+  return result_of(::fsync(descriptor.get()));
+}
+
 // ---- names -------------------------------------------------------------------------------------
 
 Status short_path(const ucs2string&, ucs2string&) { return fail(ENOTSUP); }

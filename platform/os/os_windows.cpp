@@ -173,6 +173,12 @@ BOOL find_next(HANDLE search, WIN32_FIND_DATAW& found) { return FindNextFileW(se
 BOOL get_attributes(const char* path, WIN32_FILE_ATTRIBUTE_DATA& data) {
   return GetFileAttributesExA(path, GetFileExInfoStandard, &data);
 }
+BOOL set_attributes(const char* path, DWORD attributes) {
+  return SetFileAttributesA(path, attributes);
+}
+BOOL set_attributes(const wchar_t* path, DWORD attributes) {
+  return SetFileAttributesW(path, attributes);
+}
 BOOL get_attributes(const wchar_t* path, WIN32_FILE_ATTRIBUTE_DATA& data) {
   return GetFileAttributesExW(path, GetFileExInfoStandard, &data);
 }
@@ -493,6 +499,24 @@ Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time) {
   return result_of(from.is_wide()
                        ? CopyFileW(wide_text(from).c_str(), wide_text(to).c_str(), fail_if_exists)
                        : CopyFileA(from.narrow(), to.narrow(), fail_if_exists));
+}
+
+Status flush_file(Path path) {
+  return with_text(path, [](const auto* text) {
+    // The system flushes for writers alone, and a read-only file has none.
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    const bool is_read_only = get_attributes(text, data) != FALSE &&
+                              (data.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
+    if (is_read_only && !set_attributes(text, data.dwFileAttributes & ~FILE_ATTRIBUTE_READONLY))
+      return fail(GetLastError());
+    const HANDLE file = create_file(text, GENERIC_WRITE, OPEN_EXISTING);
+    Status status = result_of(file != INVALID_HANDLE_VALUE);
+    if (is_read_only) set_attributes(text, data.dwFileAttributes);
+    if (!status.ok()) return status;
+    status = result_of(FlushFileBuffers(file));
+    CloseHandle(file);
+    return status;
+  });
 }
 
 // ---- names -------------------------------------------------------------------------------------

@@ -33,7 +33,7 @@ set(rules
   "tests/stgctl    = tests/stgctl tests/support tools/stgctl include"
   "tests/admin     = tests/admin tests/support tools/admin include index/index_format.h storage/layout.h"
   "tests/unit      = tests storage index file platform tools include"
-  "tests/support   = tests/support platform/os include storage/roots.h")
+  "tests/support   = tests/support platform/os include storage/roots.h index/index_state.h")
 
 # Folders that need not exist yet; of the others a missing one means that nothing was checked.
 set(optional tools examples tests bench)

@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "index/index_format.h"
-#include "index/loaded_index.h"
 #include "platform/os/os.h"
 #include "tests/fuzz/target.h"
 #include "tests/model/text.h"

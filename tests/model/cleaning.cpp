@@ -26,7 +26,9 @@ std::uint32_t World::clean(const std::string& folder, std::uint32_t limit, Kept&
     if (stored.find('.') == std::string::npos) on_disk += extension_with_dot(logical_of(its_key));
     const Node* const node = tree.at(trimmed(folder + "\\" + on_disk));
     const std::int64_t time = node == nullptr ? 0 : node->time;
-    const std::uint32_t age = static_cast<std::uint32_t>(now) - static_cast<std::uint32_t>(time);
+    // What was written after the clean began is new.
+    const std::uint32_t age =
+        time > now ? 0 : static_cast<std::uint32_t>(now) - static_cast<std::uint32_t>(time);
     // The machine's own clock gives these times: of them is only known that they are years away.
     const bool unknown = node != nullptr && (by_access || node->is_folder);
     if (limit == 0 || (unknown ? limit < 4000000000U : age > limit)) {

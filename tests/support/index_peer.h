@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "index/index_state.h"
 #include "stg_index.h"
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
@@ -26,26 +27,17 @@ struct stg_index_test_peer {
   static STGIndex empty() { return STGIndex(); }
 
   static const std::string& folder(const STGIndex& index) { return index.m_folder; }
-  static const NameMap& lp(const STGIndex& index) {
-    index.fillMaps();
-    return index.m_lp;
-  }
-  static const NameMap& pl(const STGIndex& index) {
-    index.fillMaps();
-    return index.m_pl;
-  }
+  static const NameMap& lp(const STGIndex& index) { return index.m_state->lp(); }
+  static const NameMap& pl(const STGIndex& index) { return index.m_state->pl(); }
   static bool need_update(const STGIndex& index) { return index.m_needUpdate; }
   static void set_need_update(STGIndex& index) { index.m_needUpdate = true; }
+  static void clear_need_update(STGIndex& index) { index.m_needUpdate = false; }
   /// Puts an entry into both maps, without a file and without a word about it.
   static void insert(STGIndex& index, const std::string& key, const std::string& physical) {
-    index.fillMaps();
-    index.m_lp.emplace(key, physical);
-    index.m_pl.emplace(physical, key);
+    index.m_state->insert(key, physical);
   }
   static void set_maps(STGIndex& index, const NameMap& lp, const NameMap& pl) {
-    index.fillMaps();
-    index.m_lp = lp;
-    index.m_pl = pl;
+    index.m_state->set_maps(lp, pl);
   }
   static bool synchronizes() { return STGIndex::m_autoSynchronizeToFolder; }
 
@@ -71,10 +63,12 @@ struct stg_index_test_peer {
   static void add_not_referenced_entry(STGIndex& index, const std::string& fileName) {
     index.add_not_referenced_entry(fileName);
   }
-  static void synchronizeToFolder(STGIndex& index, FolderFiles& files) {
-    index.synchronizeToFolder(files);
-  }
+  static void synchronizeToFolder(STGIndex& index) { index.synchronizeToFolder(); }
 
+  static void saveIndexFile(STGIndex& index) {
+    index.close();
+    index.saveIndexFile();
+  }
   static void checkIndexFile(const std::string& folder) { STGIndex::checkIndexFile(folder); }
   static std::string entryAndTS(const std::string& logical, long ts) {
     return STGIndex::entryAndTS(logical, ts);

@@ -40,6 +40,7 @@ Status remove_directory(Path path);
 Status remove_file(Path path);
 Status rename(Path from, Path to);
 Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time = nullptr);
+Status flush_file(Path path);
 
 Status short_path(const ucs2string& path, ucs2string& result);
 Status current_directory(ucs2string& result);
@@ -91,6 +92,7 @@ enum class Call : std::uint8_t {
   remove_file,
   rename,
   copy,
+  flush_file,
   short_path,
   current_directory,
   full_path,

@@ -149,14 +149,52 @@ TEST_F(IndexCleaning, TakesTheTimeThatIsAskedFor) {
   EXPECT_EQ(clean(100, false), 1U);
 }
 
-TEST_F(IndexCleaning, TakesAFileOfTheFutureForVeryOld) {
+TEST_F(IndexCleaning, TakesAFileOfTheFutureForNew) {
+  // One that was written while the clean waited for the lock lies in the future of its clock.
   write_aged("00000001.kdc", -1);
   folder.set_index("a.kdc_0000000001/00000001\n");
-  // The age wraps around in 32 bits, and the largest limit keeps it.
-  EXPECT_EQ(clean(4294967295U), 0U);
-  EXPECT_EQ(kept, (AgeMap{{4294967295U, entry("a.kdc_0000000001")}}));
-  EXPECT_EQ(clean(4294967294U), 1U);
+  EXPECT_EQ(clean(1), 0U);
+  EXPECT_EQ(kept, (AgeMap{{0U, entry("a.kdc_0000000001")}}));
+  EXPECT_TRUE(folder.has("00000001.kdc"));
+}
+
+TEST_F(IndexCleaning, KeepsAFileWhoseAgeTheSystemDoesNotTell) {
+  write_aged("00000001.kdc", kDay);
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  // Of the folder and the size of the index, then of the file.
+  for (const Times times : {Times::kOnce, Times::kLasting}) {
+    kept.clear();
+    const auto fault = os::faults::fail(Call::stat, kRefused, 3, times);
+    // Told the second time, it is old enough.
+    EXPECT_EQ(clean(2 * kDay), 0U);
+    EXPECT_GE(fault.hits(), 1U);
+    EXPECT_EQ(kept.size(), 1U);
+    EXPECT_EQ(kept.begin()->first == 0, times == Times::kLasting);
+    EXPECT_TRUE(folder.has("00000001.kdc"));
+  }
+  const auto fault = os::faults::fail(Call::stat, kRefused, 3, Times::kLasting);
+  EXPECT_EQ(clean(0), 1U) << "without a limit";
+}
+
+TEST_F(IndexCleaning, KeepsALineOfWhichTheSystemDoesNotTell) {
+  write_aged("00000001.kdc", kDay);
+  folder.write("stray");
+  const std::string text = "a.kdc_0000000001/00000001\nb.kdc_0000000001/00000002\n";
+  folder.set_index(text);
+  // The line of a missing file: the index itself is asked for before.
+  const auto fault = os::faults::fail(Call::probe_search, kRefused, 2, Times::kOnce);
+  recording_sink sink;
+  EXPECT_EQ(clean(3600), 1U);
+  EXPECT_EQ(fault.hits(), 1U);
+  EXPECT_EQ(kept, (AgeMap{{0U, entry("b.kdc_0000000001")}}));
   EXPECT_FALSE(folder.has("00000001.kdc"));
+  EXPECT_TRUE(folder.has("stray"));
+  EXPECT_EQ(folder.index(), "b.kdc_0000000001/00000002\n");
+  EXPECT_EQ(sink.count(trace_event::error,
+                       "STGIndex: a line stays, for the system does not tell whether its file is "
+                       "there: " +
+                           folder.path("index.dat") + ": b.kdc_0000000001/00000002"),
+            1U);
 }
 
 /// The age under which a version is kept.
@@ -462,13 +500,20 @@ TEST_F(IndexCleaning, LeavesOrphansWhereTheSystemDoesNotTellOfTheIndex) {
   folder.write("stray");
   folder.set_index("a.kdc_0000000001/00000001\n");
   recording_sink sink;
-  const auto fault = os::faults::fail(Call::probe_search, kRefused, 1, Times::kLasting);
-  EXPECT_EQ(clean(3600), 0U);
-  EXPECT_EQ(folder.names(), (Texts{"00000001.kdc", "index.dat", "stray"}));
-  EXPECT_EQ(sink.events(trace_event::error),
-            (Texts{"STGIndex: orphans stay, for the system does not tell which files the index "
-                   "names: " +
-                   folder.path()}));
+  // The first listing is that of the operation's own look, the third one that of the second look.
+  for (const std::uint64_t nth : {1U, 3U}) {
+    sink.clear();
+    const auto listing = os::faults::fail(Call::list, kRefused, nth);
+    const auto fault = os::faults::fail(Call::probe_search, kRefused, 1, Times::kLasting);
+    EXPECT_EQ(clean(3600), 0U);
+    EXPECT_EQ(listing.hits(), 1U);
+    EXPECT_EQ(folder.names(), (Texts{"00000001.kdc", "index.dat", "stray"}));
+    EXPECT_EQ(sink.count(trace_event::error,
+                         "STGIndex: orphans stay, for the system does not tell which files the "
+                         "index names: " +
+                             folder.path()),
+              1U);
+  }
 }
 
 TEST_F(IndexCleaning, LeavesWhatOneOfTheLoadsCouldNotListForAdoption) {

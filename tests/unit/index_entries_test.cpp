@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <set>
 #include <string>
+#include <utility>
 
 #include "platform/os/os.h"
+#include "file/replacement.h"
 #include "tests/support/index_peer.h"
 #include "tests/support/recording_sink.h"
 
@@ -325,8 +328,8 @@ TEST_F(IndexRename, MovesTheDataToANewEntry) {
     EXPECT_EQ(index_traces(sink), create_texts() + rename_texts());
     EXPECT_TRUE(Peer::need_update(index));
     EXPECT_EQ(folder.read("00000002.kdc"), "bytes");
-    EXPECT_FALSE(folder.has("00000001.kdb"));
-    // The old entry stays until the index is written.
+    // The old entry stays until the index is written, and its file with it.
+    EXPECT_EQ(folder.read("00000001.kdb"), "bytes");
     EXPECT_TRUE(Peer::_contains(index, "a.kdb", 1));
     EXPECT_EQ(Peer::pl(index),
               (NameMap{{"00000001", "a.kdb_0000000001"}, {"00000002", "b.kdc_0000000002"}}));
@@ -351,16 +354,93 @@ TEST_F(IndexRename, ReplacesAnEntryThatIsThere) {
   EXPECT_EQ(folder.names(), (Texts{"00000003.kdb", "index", "index.dat"}));
 }
 
-TEST_F(IndexRename, DeletesTheReplacedFileBeforeAnythingElse) {
-  folder.write("00000001.kdb");
-  folder.write("00000002.kdb");
-  folder.set_index("a.kdb_0000000001/00000001\nb.kdb_0000000002/00000002\n");
-  bool was_there = true;
-  const auto hook = os::faults::before(Call::copy, [&] { was_there = folder.has("00000002.kdb"); });
+TEST_F(IndexRename, HasTheOldEntriesOrTheNewOneAtEveryCallOfTheSystem) {
+  const auto write_old = [&] {
+    folder.write("00000001.kdb", "bytes of a");
+    folder.write("00000002.kdb", "bytes of b");
+    folder.write("index", "00000002");
+    folder.set_index("a.kdb_0000000001/00000001\nb.kdb_0000000002/00000002\n");
+  };
+  // What a reader finds who comes at that moment: the bytes of a and of b.
+  const auto found = [&](const std::string& name, long ts) {
+    const std::string bytes = folder.index();
+    std::string storage;
+    NameMap lp;
+    NameMap pl;
+    plain_index::load(folder.path(), std::string(replacement::text_of(bytes, storage)), lp, pl);
+    const auto it = lp.find(Peer::entryAndTS(name, ts));
+    return it == lp.end() ? std::string("none") : folder.read(it->second + ".kdb");
+  };
+  std::set<std::string> seen;
+  write_old();
+  {
+    bool is_looking = false;
+    const auto look = [&] {
+      if (std::exchange(is_looking, true)) return;
+      seen.insert(found("a.kdb", 1) + ", " + found("b.kdb", 2));
+      is_looking = false;
+    };
+    const auto hook = os::faults::before(Call::any, look, 1, Times::kLasting);
+    STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 2);
+    look();
+  }
+  EXPECT_EQ(seen, (std::set<std::string>{"bytes of a, bytes of b", "none, bytes of a"}));
+  EXPECT_EQ(folder.names(), (Texts{"00000003.kdb", "index", "index.dat"}));
+}
+
+TEST_F(IndexRename, FlushesTheCopyBeforeTheSourceGoes) {
+  folder.write("00000001.kdb", "bytes");
+  folder.write("index", "00000001");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  bool has_source = false;
+  const auto hook =
+      os::faults::before(Call::flush_file, [&] { has_source = folder.has("00000001.kdb"); });
+  STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 2);
+  EXPECT_EQ(hook.hits(), 1U);
+  EXPECT_TRUE(has_source);
+  // A copy that cannot be flushed is none.
+  const auto fault = os::faults::fail(Call::flush_file, kRefused);
+  STGIndex::rename(folder.path(), "b.kdb", 2, "c.kdb", 3);
+  EXPECT_EQ(folder.index(), "b.kdb_0000000002/00000002\n");
+  EXPECT_EQ(folder.names(), (Texts{"00000002.kdb", "index", "index.dat"}));
+}
+
+TEST_F(IndexRename, RemovesNothingWhenTheIndexCannotBeSaved) {
+  const std::string text = "a.kdb_0000000001/00000001\nb.kdb_0000000002/00000002\n";
+  folder.write("00000001.kdb", "bytes of a");
+  folder.write("00000002.kdb", "bytes of b");
   folder.write("index", "00000002");
-  STGIndex index = Peer::load(folder.path());
-  Peer::_rename(index, "a.kdb", 1, "b.kdb", 2);
-  EXPECT_FALSE(was_there);
+  folder.set_index(text);
+  // The counter is written before; the index is opened first of all.
+  struct Trouble {
+    Call call;
+    std::uint64_t nth;
+  };
+  for (const Trouble& trouble : {Trouble{Call::write, 2}, Trouble{Call::open, 4}}) {
+    const auto fault = os::faults::fail(trouble.call, kRefused, trouble.nth, Times::kLasting);
+    STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 2);
+    EXPECT_GE(fault.hits(), 1U);
+    EXPECT_EQ(folder.index(), text);
+    EXPECT_EQ(folder.read("00000001.kdb"), "bytes of a");
+    EXPECT_EQ(folder.read("00000002.kdb"), "bytes of b");
+  }
+}
+
+TEST_F(IndexRename, LeavesLinesOfWhichTheSystemDoesNotTell) {
+  const std::string text = "a.kdb_0000000001/00000001\nb.kdb_0000000002/00000002\n";
+  folder.write("index", "00000002");
+  for (const bool old_is_there : {true, false}) {
+    folder.set_index(text);
+    folder.write(old_is_there ? "00000001.kdb" : "00000002.kdb", "bytes");
+    // The index is asked for first, then the line whose file the listing does not show.
+    const auto fault = os::faults::fail(Call::probe_search, kRefused, 2);
+    recording_sink sink;
+    STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 2);
+    EXPECT_EQ(fault.hits(), 1U);
+    EXPECT_EQ(folder.index(), text);
+    EXPECT_EQ(sink.count(trace_event::error), 1U);
+    folder.erase(old_is_there ? "00000001.kdb" : "00000002.kdb");
+  }
 }
 
 TEST_F(IndexRename, DoesNothingForAnEntryThatIsMissing) {
@@ -484,7 +564,7 @@ TEST_F(IndexRename, KeepsTheEntryWhoseFileHasGone) {
   EXPECT_EQ(folder.names(), (Texts{"index", "index.dat"}));
 }
 
-TEST_F(IndexRename, LosesTheReplacedEntryAlsoWhenTheCopyFails) {
+TEST_F(IndexRename, KeepsTheReplacedEntryWhenTheCopyFails) {
   folder.write("00000001.kdb", "bytes of a");
   folder.write("00000002.kdb", "bytes of b");
   folder.write("index", "00000002");
@@ -494,8 +574,8 @@ TEST_F(IndexRename, LosesTheReplacedEntryAlsoWhenTheCopyFails) {
     const auto fault = os::faults::fail(Call::copy, kRefused);
     EXPECT_FALSE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 2));
   }
-  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\n");
-  EXPECT_EQ(folder.names(), (Texts{"00000001.kdb", "index", "index.dat"}));
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\nb.kdb_0000000002/00000002\n");
+  EXPECT_EQ(folder.names(), (Texts{"00000001.kdb", "00000002.kdb", "index", "index.dat"}));
 }
 
 TEST_F(IndexRename, KeepsBothEntriesWhenTheSourceCannotBeRemoved) {
@@ -504,9 +584,8 @@ TEST_F(IndexRename, KeepsBothEntriesWhenTheSourceCannotBeRemoved) {
   folder.set_index("a.kdb_0000000001/00000001\n");
   recording_sink sink;
   {
-    STGIndex index = Peer::load(folder.path());
     const auto fault = os::faults::fail(Call::remove_file, kRefused);
-    EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 2));
+    STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 2);
     EXPECT_EQ(fault.hits(), 1U);
   }
   EXPECT_EQ(sink.count(trace_event::error), 0U);

@@ -9,6 +9,8 @@
 
 #include "index/folder_files.h"
 #include "index/index_format.h"
+#include "index/index_reader.h"
+#include "index/known_files.h"
 #include "platform/os/os.h"
 #include "tests/support/index_peer.h"
 #include "tests/support/scratch.h"
@@ -522,12 +524,16 @@ TEST_F(IndexText, KeepsEveryGluedKeyOfItsLastLine) {
 
 // ---- the folder at one moment ------------------------------------------------------------------
 
+bool is_valid(FolderFiles& files, std::string_view key, std::string_view stored) {
+  return state_by_listing(key, stored, files) == LineState::kValid;
+}
+
 TEST(FolderFilesOfAnIndex, ListsWhenFirstAskedAndNotAgain) {
   const scratch_folder folder;
   const std::string path = folder.path();
   FolderFiles files(path);
   write_file(folder.path("early"), "");
-  EXPECT_TRUE(files.is_valid("k_0000000001", "early"));
+  EXPECT_TRUE(is_valid(files, "k_0000000001", "early"));
   os::faults::reset();
   EXPECT_EQ(files.entries().size(), 1U);
   EXPECT_EQ(os::faults::calls(Call::list), 0U);
@@ -540,8 +546,9 @@ TEST(FolderFilesOfAnIndex, StillShowsAFileThatHasGoneSince) {
   FolderFiles files(path);
   ASSERT_EQ(files.entries().size(), 1U);
   vu_file::remove(folder.path("gone"));
-  EXPECT_TRUE(files.is_valid("k_0000000001", "gone"));
-  EXPECT_FALSE(FolderFiles(path).is_valid("k_0000000001", "gone"));
+  EXPECT_TRUE(is_valid(files, "k_0000000001", "gone"));
+  FolderFiles now(path);
+  EXPECT_FALSE(is_valid(now, "k_0000000001", "gone"));
 }
 
 TEST(FolderFilesOfAnIndex, FindsAFileThatHasComeSinceByItself) {
@@ -550,8 +557,8 @@ TEST(FolderFilesOfAnIndex, FindsAFileThatHasComeSinceByItself) {
   FolderFiles files(path);
   ASSERT_TRUE(files.entries().empty());
   write_file(folder.path("late.kdb"), "");
-  EXPECT_TRUE(files.is_valid("k.kdb_0000000001", "late"));
-  EXPECT_FALSE(files.is_valid("k.kdc_0000000001", "late"));
+  EXPECT_TRUE(is_valid(files, "k.kdb_0000000001", "late"));
+  EXPECT_FALSE(is_valid(files, "k.kdc_0000000001", "late"));
 }
 
 TEST(FolderFilesOfAnIndex, TakesNoKeyThatIsTooShort) {
@@ -559,9 +566,9 @@ TEST(FolderFilesOfAnIndex, TakesNoKeyThatIsTooShort) {
   const std::string path = folder.path();
   write_file(folder.path("a"), "");
   FolderFiles files(path);
-  EXPECT_FALSE(files.is_valid("", "a"));
-  EXPECT_FALSE(files.is_valid("0123456789", "a"));
-  EXPECT_TRUE(files.is_valid("0123456789a", "a"));
+  EXPECT_FALSE(is_valid(files, "", "a"));
+  EXPECT_FALSE(is_valid(files, "0123456789", "a"));
+  EXPECT_TRUE(is_valid(files, "0123456789a", "a"));
 }
 
 TEST(FolderFilesOfAnIndex, IsEmptyForAFolderThatIsMissing) {
@@ -569,29 +576,62 @@ TEST(FolderFilesOfAnIndex, IsEmptyForAFolderThatIsMissing) {
   const std::string path = folder.path("missing");
   FolderFiles files(path);
   EXPECT_TRUE(files.entries().empty());
-  EXPECT_FALSE(files.is_valid("k_0000000001", ""));
-  EXPECT_FALSE(files.is_valid("k_0000000001", "a"));
+  EXPECT_FALSE(is_valid(files, "k_0000000001", ""));
+  EXPECT_FALSE(is_valid(files, "k_0000000001", "a"));
 }
 
-TEST(FolderFilesOfAnIndex, SaysWhetherTheEntriesAreTheWholeTextInOrder) {
+TEST(FolderFilesOfAnIndex, GivesEachLineItsState) {
   const scratch_folder folder;
   const std::string path = folder.path();
   write_file(folder.path("00000001"), "");
   write_file(folder.path("00000002"), "");
-  const auto complete = [&path](const std::string& text) {
-    LoadedIndex index(text);
-    FolderFiles(path).load(index);
-    return index.complete;
+  struct Worth {
+    std::size_t lines;
+    std::size_t missing;
+    bool ascending;
+    bool operator==(const Worth&) const = default;
   };
-  EXPECT_TRUE(complete(""));
-  EXPECT_TRUE(complete(" "));
-  EXPECT_TRUE(complete("a_0000000001/00000001\nb_0000000001/00000002\n"));
-  EXPECT_TRUE(complete("a_0000000001/00000001\nb_0000000001/00000001\n")) << "one name twice";
-  EXPECT_FALSE(complete("b_0000000001/00000002\na_0000000001/00000001")) << "out of order";
-  EXPECT_FALSE(complete("a_0000000001/00000001\nb_0000000001/00000003\n")) << "a missing file";
-  EXPECT_FALSE(complete("short/00000001\n")) << "a short key";
-  EXPECT_FALSE(complete("a_0000000001/00000001\na_0000000001/00000002\n")) << "one key twice";
-  EXPECT_FALSE(complete("torn\na_0000000001/00000001\n")) << "a line without a slash";
+  const auto worth = [&path](const std::string& text) {
+    FolderFiles files(path);
+    const IndexReading reading(text, files);
+    EXPECT_EQ(reading.unknown, 0U);
+    return Worth{reading.lines.size(), reading.missing, reading.ascending};
+  };
+  EXPECT_EQ(worth(""), (Worth{0, 0, true}));
+  EXPECT_EQ(worth(" "), (Worth{0, 0, true}));
+  EXPECT_EQ(worth("a_0000000001/00000001\nb_0000000001/00000002\n"), (Worth{2, 0, true}));
+  EXPECT_EQ(worth("a_0000000001/00000001\nb_0000000001/00000001\n"), (Worth{2, 0, true}));
+  EXPECT_EQ(worth("b_0000000001/00000002\na_0000000001/00000001"), (Worth{2, 0, false}));
+  EXPECT_EQ(worth("a_0000000001/00000001\nb_0000000001/00000003\n"), (Worth{2, 1, true}));
+  EXPECT_EQ(worth("b_0000000001/00000003\na_0000000001/00000001\n"), (Worth{2, 1, true}));
+  EXPECT_EQ(worth("short/00000001\n"), (Worth{0, 0, true}));
+  EXPECT_EQ(worth("a_0000000001/00000001\na_0000000001/00000002\n"), (Worth{2, 0, false}));
+  EXPECT_EQ(worth("torn\na_0000000001/00000001\n"), (Worth{1, 0, true}));
+  EXPECT_EQ(worth("torn\na_0000000001/00000001"), (Worth{2, 0, false}));
+}
+
+TEST(FolderFilesOfAnIndex, SaysOfWhichLinesTheSystemDoesNotTell) {
+  const scratch_folder folder;
+  const std::string path = folder.path();
+  write_file(folder.path("00000001.kdb"), "");
+  const std::string text =
+      "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\nc_0000000001/00000003\n"
+      "torn\nd_0000000001/00000004";
+  // Two questions for the second line, one for the third; the listing answers for the first.
+  for (const std::uint64_t nth : {1U, 2U, 3U}) {
+    const auto fault = os::faults::fail(os::faults::Call::probe_search, {5, os::Failure::kOther}, nth);
+    FolderFiles files(path);
+    const IndexReading reading(text, files);
+    EXPECT_EQ(fault.hits(), 1U);
+    ASSERT_EQ(reading.unknown, 1U) << nth;
+    EXPECT_EQ(reading.lines[nth < 3 ? 1 : 2].state, LineState::kUnknown);
+    EXPECT_EQ(reading.lines[0].state, LineState::kValid);
+  }
+  // A line that runs on is none until its file is found.
+  const auto fault = os::faults::fail(os::faults::Call::probe_search, {5, os::Failure::kOther}, 4);
+  FolderFiles files(path);
+  EXPECT_EQ(IndexReading(text, files).unknown, 0U);
+  EXPECT_EQ(fault.hits(), 1U);
 }
 
 TEST(FolderFilesOfAnIndex, AccountsForNoFileThatTheMapsDoNotKnow) {
@@ -610,17 +650,16 @@ TEST(FolderFilesOfAnIndex, AccountsForNoFileThatTheMapsDoNotKnow) {
   for (int i = 0; i < 1000; ++i) {
     const std::string text = texts.next(6);
     FolderFiles files(path);
-    LoadedIndex loaded(text);
-    files.load(loaded);
+    const IndexReading loaded(text, files);
     NameMap lp;
     NameMap pl;
-    loaded.fill(lp, pl);
-    if (loaded.complete) { EXPECT_EQ(lp.size(), plain_index::lines(text).size()) << shown(text); }
-    if (loaded.ascending) { EXPECT_EQ(lp.size(), loaded.entries.size()) << shown(text); }
+    plain_index::load(path, text, lp, pl);
+    if (loaded.ascending) { EXPECT_EQ(lp.size(), loaded.lines.size() - loaded.missing) << shown(text); }
+    const KnownFiles known(loaded, files.entries().size());
     STGIndex index = Peer::empty();
     Peer::set_maps(index, lp, pl);
     for (std::size_t entry = 0; entry < files.entries().size(); ++entry) {
-      if (!files.is_accounted_for(entry)) continue;
+      if (!known.contains(entry)) continue;
       ++accounted_for;
       EXPECT_TRUE(Peer::alreadyInMaps(index, files.entries()[entry].name))
           << shown(text) << ' ' << files.entries()[entry].name;
@@ -635,8 +674,8 @@ TEST(FolderFilesOfAnIndex, AsksByItselfWhenTheListingFails) {
   write_file(folder.path("a"), "");
   const auto fault = os::faults::fail(Call::list, {5, os::Failure::kOther});
   FolderFiles files(path);
-  EXPECT_TRUE(files.is_valid("k_0000000001", "a"));
-  EXPECT_FALSE(files.is_valid("k_0000000001", "b"));
+  EXPECT_TRUE(is_valid(files, "k_0000000001", "a"));
+  EXPECT_FALSE(is_valid(files, "k_0000000001", "b"));
   EXPECT_EQ(fault.hits(), 1U);
 }
 

@@ -593,8 +593,7 @@ TEST_F(IndexAdoption, NeverRemovesAnEntry) {
   folder.set_index("a.kdb_0000000001/00000001\n");
   STGIndex index = Peer::load(folder.path());
   folder.erase("00000001.kdb");
-  FolderFiles files(folder.path());
-  Peer::synchronizeToFolder(index, files);
+  Peer::synchronizeToFolder(index);
   EXPECT_TRUE(Peer::_contains(index, "a.kdb", 1));
   EXPECT_FALSE(Peer::need_update(index));
 }

@@ -46,6 +46,10 @@ class IndexSaving : public testing::Test {
   Texts begin_texts() const {
     return {"M:  STGIndex: (begin) updating index.dat ...", "M:   folder : " + folder.path()};
   }
+  Texts not_read_texts() const {
+    return {"Error: STGIndex: index.dat is left as it is, for it cannot be read to its end: " +
+            folder.path()};
+  }
   Texts end_texts() const {
     return {"M:  STGIndex: (end) index.dat is uptodate", "M:   folder : " + folder.path()};
   }
@@ -182,43 +186,71 @@ TEST_F(IndexSaving, LosesAnEntryWhoseLogicalNameHoldsASlash) {
   EXPECT_EQ(folder.index(), "other_0000000001/00000002\n");
 }
 
-TEST_F(IndexSaving, LeavesTheTextAloneWhenTheSystemDoesNotTellWhichFilesExist) {
+TEST_F(IndexSaving, KeepsALineOfWhichTheSystemDoesNotTellAndSavesTheRest) {
   folder.write("00000001");
-  folder.write("00000002");
-  const std::string text = "a_0000000001/00000001\nb_0000000001/00000002\n";
-  struct Moment {
-    const char* name;
-    std::uint64_t first_listing;
-  };
-  // Lasting from the listing of the loading, of the merge or of the save on; the listing before the loading's
-  // own is none of these.
-  for (const Moment& moment : {Moment{"load", 1}, Moment{"merge", 2}, Moment{"save", 3}}) {
-    SCOPED_TRACE(moment.name);
-    folder.set_index(text + "gone_0000000001/gone\n");
-    recording_sink sink;
-    {
-      std::unique_ptr<os::faults::Fault> questions;
-      const auto listings =
-          os::faults::fail(Call::list, kRefused, moment.first_listing, Times::kLasting);
-      const auto from_then_on = os::faults::before(
-          Call::list,
-          [&] {
-            questions.reset(new os::faults::Fault(
-                os::faults::fail(Call::probe_search, kRefused, 1, Times::kLasting)));
-          },
-          moment.first_listing);
-      STGIndex index = Peer::load(folder.path());
-      Peer::set_need_update(index);
-    }
-    EXPECT_EQ(folder.index(), text + "gone_0000000001/gone\n");
-    EXPECT_EQ(sink.events(trace_event::error),
-              (Texts{"STGIndex: index.dat is left as it is, for the system does not tell which "
-                     "files exist: " +
-                     folder.path()}));
-    EXPECT_TRUE(index_is_free());
-    rewrite();
-    EXPECT_EQ(folder.index(), text) << "the next one can tell";
+  // The file of the second line lies where nobody looks into; the third line's is missing.
+  const std::string text =
+      "a_0000000001/00000001\nb_0000000001/00000002\nc_0000000001/00000003\n";
+  folder.set_index(text);
+  recording_sink sink;
+  {
+    const auto fault = os::faults::fail(Call::probe_search, kRefused, 2);
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_EQ(fault.hits(), 1U);
+    EXPECT_FALSE(Peer::_contains(index, "b", 1)) << "a question takes it for missing";
+    Peer::insert(index, "d_0000000001", "00000001");
+    Peer::set_need_update(index);
   }
+  EXPECT_EQ(folder.index(), "a_0000000001/00000001\nb_0000000001/00000002\nd_0000000001/00000001\n");
+  EXPECT_EQ(sink.events(trace_event::error),
+            Texts{"STGIndex: a line stays, for the system does not tell whether its file is there: " +
+                  folder.path("index.dat") + ": b_0000000001/00000002"});
+  EXPECT_TRUE(index_is_free());
+  rewrite();
+  EXPECT_EQ(folder.index(), "a_0000000001/00000001\nd_0000000001/00000001\n") << "the next one can tell";
+}
+
+TEST_F(IndexSaving, KeepsLinesThatOthersWroteAndOfWhichTheSystemDoesNotTell) {
+  folder.write("00000001");
+  folder.set_index("a_0000000001/00000001\n");
+  {
+    STGIndex index = Peer::load(folder.path());
+    folder.set_index("a_0000000001/00000001\nb_0000000001/00000002\n");
+    Peer::insert(index, "c_0000000001", "00000001");
+    Peer::set_need_update(index);
+    const auto fault = os::faults::fail(Call::probe_search, kRefused, 1, Times::kLasting);
+    const auto listing = os::faults::fail(Call::list, kRefused, 1, Times::kLasting);
+    Peer::saveIndexFile(index);
+    Peer::clear_need_update(index);
+  }
+  EXPECT_EQ(folder.index(), "a_0000000001/00000001\nb_0000000001/00000002\nc_0000000001/00000001\n");
+}
+
+TEST_F(IndexSaving, KeepsTheOrderOfTwoLinesOfOneKeyOfWhichOneIsNotKnown) {
+  folder.write("00000001");
+  folder.write("00000003");
+  for (const bool unknown_first : {true, false}) {
+    const std::string known = "b_0000000001/00000001\n";
+    const std::string unknown = "b_0000000001/00000002\n";
+    const std::string text = unknown_first ? unknown + known : known + unknown;
+    folder.set_index("a_0000000001/00000003\n" + text);
+    const auto fault = os::faults::fail(Call::probe_search, kRefused, 2);
+    rewrite();
+    EXPECT_EQ(fault.hits(), 1U);
+    EXPECT_EQ(folder.index(), "a_0000000001/00000003\n" + text);
+  }
+}
+
+TEST_F(IndexSaving, IsNotStoppedByALineThatLeadsWhereNobodyMayLook) {
+  // Whatever a line holds that this library did not write: other entries are saved.
+  folder.write("00000001.kdb");
+  const std::string odd = "zzz.kdb_0000000001/..\\priv\\x\n";
+  folder.set_index("a.kdb_0000000001/00000001\n" + odd);
+  const auto fault = os::faults::fail(Call::probe_search, kRefused, 4, Times::kLasting);
+  // Asked for before: the logical name and the index, by the question and by the loading.
+  EXPECT_EQ(STGIndex::create(folder.path(), "b.kdb", 1), "00000002.kdb");
+  EXPECT_GE(fault.hits(), 1U);
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\n" + odd);
 }
 
 TEST_F(IndexSaving, IsSureWithoutAListingWhenEachFileCanBeAskedFor) {
@@ -593,6 +625,8 @@ TEST_F(IndexSaving, KeepsAnEntryOutThatIsGoneHereAndOnDisk) {
   {
     STGIndex index = Peer::load(folder.path());
     folder.erase("00000001");
+    // Somebody else saves in between, and drops the line.
+    folder.set_index(" ");
     Peer::set_need_update(index);
   }
   EXPECT_EQ(folder.index(), " ");
@@ -655,22 +689,30 @@ TEST_F(IndexSaving, DropsLinesThatHaveBecomeInvalidSinceLoading) {
     STGIndex index = Peer::load(folder.path());
     folder.erase("00000002");
     EXPECT_TRUE(Peer::_contains(index, "b", 1));
+    folder.set_index("a_0000000001/00000001\n");
     Peer::set_need_update(index);
   }
   EXPECT_EQ(folder.index(), "a_0000000001/00000001\n");
 }
 
-TEST_F(IndexSaving, JudgesLinesAnewBetweenMergingAndWriting) {
+TEST_F(IndexSaving, JudgesEachLineOnceWhereNobodyElseHasSaved) {
   folder.write("00000001");
   folder.write("00000002");
   folder.set_index("a_0000000001/00000001\nb_0000000001/00000002\nc_0000000001/gone\n");
-  // The lists of a rewrite: loading, merging, writing.
-  const auto hook = os::faults::before(
-      Call::list, [&] { folder.erase("00000002"); }, 3);
   os::faults::reset();
   rewrite();
-  EXPECT_EQ(hook.hits(), 1U);
-  EXPECT_EQ(folder.index(), "a_0000000001/00000001\n");
+  EXPECT_EQ(os::faults::calls(Call::list), 1U);
+  EXPECT_EQ(folder.index(), "a_0000000001/00000001\nb_0000000001/00000002\n");
+}
+
+TEST_F(IndexSaving, JudgesTheLinesAgainThatLeadToAFileItHasRemoved) {
+  folder.write("00000001.kdb");
+  folder.write("notes.kdb");
+  folder.set_index(
+      "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000001\nc_0000000001/00000001.kdb\n"
+      "d_0000000001/.\\00000001.kdb\ne_0000000001/notes.kdb\n");
+  STGIndex::remove(folder.path(), "a.kdb", 1);
+  EXPECT_EQ(folder.index(), "e_0000000001/notes.kdb\n");
 }
 
 TEST_F(IndexSaving, WritesWhatMergingEveryLineWouldGive) {
@@ -687,7 +729,7 @@ TEST_F(IndexSaving, WritesWhatMergingEveryLineWouldGive) {
     return text;
   };
   std::size_t merged = 0;
-  for (int round = 0; round < 200; ++round) {
+  for (int round = 0; round < 300; ++round) {
     for (const char* const name : {"f1", "f2", "f3", "f3.x", "f4"}) {
       if (folder.has(name)) folder.erase(name);
       if (random() % 3 != 0) folder.write(name);
@@ -697,18 +739,25 @@ TEST_F(IndexSaving, WritesWhatMergingEveryLineWouldGive) {
     NameMap expected;
     NameMap on_disk;
     NameMap unused;
+    std::string history;
     const auto meanwhile = [&] {
       if (random() % 3 == 0) folder.set_index(random_text());
+      history += "on disk " + plain_index::shown(folder.index());
       if (random() % 3 == 0) folder.write(one_of({"f1", "f2", "f3", "f4"}));
+      // Where nobody else has saved, the lines that were valid at the loading stay.
       const std::string gone = one_of({"f1", "f2", "f3", "f4"});
-      if (random() % 3 == 0 && folder.has(gone)) folder.erase(gone);
+      if (random() % 2 == 0 && folder.index() != text && folder.has(gone)) folder.erase(gone);
       plain_index::load(folder.path(), folder.index(), on_disk, unused);
     };
     {
       // The second opening is that for saving.
       const auto hook = os::faults::before(Call::open, meanwhile, 2);
       STGIndex index = Peer::load(folder.path());
-      if (random() % 2 == 0) Peer::_remove(index, one_of({"a", "b", "c.x", "d"}), 1);
+      const std::string removed = one_of({"a", "b", "c.x", "d"});
+      if (random() % 2 == 0) {
+        Peer::_remove(index, removed, 1);
+        history += "removed " + removed + " ";
+      }
       if (random() % 3 == 0) Peer::insert(index, one_of({"a", "b", "g"}) + "_0000000001", "f4");
       Peer::set_need_update(index);
       expected = Peer::lp(index);
@@ -722,7 +771,7 @@ TEST_F(IndexSaving, WritesWhatMergingEveryLineWouldGive) {
       expected[key] = stored;
     }
     ASSERT_EQ(folder.index(), plain_index::text_of(folder.path(), expected))
-        << plain_index::shown(text);
+        << plain_index::shown(text) << " " << history;
   }
   EXPECT_GT(merged, 40U);
 }
@@ -785,8 +834,8 @@ std::uint64_t calls_to_save(int entries, Since since) {
     os::faults::reset();
   }
   EXPECT_EQ(folder.index(), since == Since::kRemoval ? text.substr(text.find('\n') + 1) : text);
-  // One to merge, when the index on disk is not the one that was loaded, and one to write.
-  EXPECT_EQ(os::faults::calls(Call::list), since == Since::kForeignEntry ? 2U : 1U);
+  // The loading has judged the lines, unless somebody else has saved since.
+  EXPECT_EQ(os::faults::calls(Call::list), since == Since::kForeignEntry ? 1U : 0U);
   // For the file that was removed.
   EXPECT_EQ(os::faults::calls(Call::probe_search), since == Since::kRemoval ? 2U : 0U);
   return os::faults::calls(Call::any);
@@ -900,7 +949,7 @@ TEST_F(IndexSaving, LetsAFailedReadOut) {
     }
     EXPECT_EQ(fault.hits(), 1U);
   }
-  EXPECT_EQ(index_traces(sink), begin_texts());
+  EXPECT_EQ(index_traces(sink), begin_texts() + not_read_texts());
   EXPECT_TRUE(index_is_free());
   EXPECT_EQ(folder.index(), "a_0000000001/00000001\nb_0000000001/gone\n");
 }
@@ -909,12 +958,14 @@ TEST_F(IndexSaving, LetsExceptionsOfMergingOut) {
   folder.write("00000001");
   folder.set_index("a_0000000001/00000001\n");
   {
+    const auto hook = os::faults::before(
+        Call::open, [&] { folder.set_index("a_0000000001/00000001\nb_0000000001/00000001\n"); }, 2);
     const auto fault = os::faults::throw_from(Call::list, std::runtime_error("merge"), 2);
     EXPECT_THROW(rewrite(), std::runtime_error);
     EXPECT_EQ(fault.hits(), 1U);
   }
   EXPECT_TRUE(index_is_free());
-  EXPECT_EQ(folder.index(), "a_0000000001/00000001\n");
+  EXPECT_EQ(folder.index(), "a_0000000001/00000001\nb_0000000001/00000001\n");
 }
 
 TEST_F(IndexSaving, LetsExceptionsOfWritingOut) {
@@ -959,7 +1010,8 @@ TEST_F(IndexSaving, SwallowsAFailedReadWhileAnotherExceptionUnwinds) {
         Unwinding);
     EXPECT_EQ(fault.hits(), 1U);
   }
-  EXPECT_EQ(index_traces(sink), begin_texts() + Texts{"Error: throw exception on read"});
+  EXPECT_EQ(index_traces(sink), begin_texts() + not_read_texts() +
+                                    Texts{"Error: throw exception on read"});
   EXPECT_TRUE(index_is_free());
   EXPECT_EQ(folder.index(), "a_0000000001/00000001\n");
 }
@@ -1047,7 +1099,7 @@ TEST_F(IndexSaving, LetsExceptionsOutWhenTheUnwindingBeganBeforeTheInstance) {
       },
       Unwinding);
   EXPECT_TRUE(raised);
-  EXPECT_EQ(index_traces(sink), begin_texts());
+  EXPECT_EQ(index_traces(sink), begin_texts() + not_read_texts());
 }
 
 }  // namespace

@@ -1,0 +1,161 @@
+#include "index/index_state.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <exception>
+#include <utility>
+
+#include "index/index_source.h"
+#include "platform/host/trace.h"
+#include "vu_file.h"
+
+namespace {
+
+using NameMap = IndexState::NameMap;
+
+/// An entry's place among the others by its stored name. The first bytes decide nearly always, and
+/// comparing them as one number costs a fraction of comparing two texts.
+struct Place {
+  std::uint64_t head = 0;
+  std::size_t line = 0;
+};
+
+/// The first eight bytes in such an order that numbers compare as the texts do.
+std::uint64_t head_of(std::string_view text) {
+  std::uint64_t head = 0;
+  for (std::size_t i = 0; i < sizeof head; ++i) {
+    head = head << 8U | (i < text.size() ? static_cast<unsigned char>(text[i]) : 0U);
+  }
+  return head;
+}
+
+/// Stored name -> key, where the first line of a name stays.
+void fill_by_stored_name(const std::vector<IndexLine>& lines, NameMap& pl) {
+  std::vector<Place> places;
+  places.reserve(lines.size());
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    if (lines[i].state == LineState::kValid) places.push_back({head_of(lines[i].stored), i});
+  }
+  // In sorted order each name goes behind the last one: no search, no comparison down the tree.
+  std::sort(places.begin(), places.end(), [&](const Place& a, const Place& b) {
+    if (a.head != b.head) return a.head < b.head;
+    const int order = lines[a.line].stored.compare(lines[b.line].stored);
+    return order != 0 ? order < 0 : a.line < b.line;
+  });
+  for (const Place& place : places)
+    pl.emplace_hint(pl.end(), lines[place.line].stored, lines[place.line].key);
+}
+
+}  // namespace
+
+IndexState::IndexState(const std::string& folder)
+    : m_exceptions_at_construction(std::uncaught_exceptions()),
+      m_files(std::make_shared<FolderFiles>(folder)) {}
+
+void IndexState::begins_to_live() { m_exceptions_at_construction = std::uncaught_exceptions(); }
+
+bool IndexState::is_unwound() const {
+  return std::uncaught_exceptions() > m_exceptions_at_construction;
+}
+
+void IndexState::load(std::string text) {
+  m_loaded = std::make_shared<const IndexReading>(std::move(text), *m_files);
+}
+
+IndexState::Maps& IndexState::maps() const {
+  if (!m_maps) {
+    Maps maps;
+    if (m_loaded) {
+      for (const IndexLine& line : m_loaded->lines) {
+        if (line.state == LineState::kValid)
+          maps.lp.emplace_hint(maps.lp.end(), line.key, line.stored);
+      }
+      fill_by_stored_name(m_loaded->lines, maps.pl);
+    }
+    m_maps = std::move(maps);
+  }
+  return *m_maps;
+}
+
+const std::string* IndexState::find(const std::string& key) const {
+  const auto it = lp().find(key);
+  return it == lp().end() ? nullptr : &it->second;
+}
+
+const IndexLine* IndexState::unknown_line(const std::string& key) const {
+  if (!has_unknown_lines() || find(key) != nullptr) return nullptr;
+  const auto it = std::find_if(m_loaded->lines.begin(), m_loaded->lines.end(),
+                               [&](const IndexLine& line) {
+                                 return line.state == LineState::kUnknown && line.key == key;
+                               });
+  return it == m_loaded->lines.end() ? nullptr : &*it;
+}
+
+void IndexState::insert(const std::string& key, const std::string& stored) {
+  m_doubtful.insert(key);
+  maps().lp.emplace(key, stored);
+  maps().pl.emplace(stored, key);
+}
+
+void IndexState::erase(const std::string& key) {
+  Maps& maps = this->maps();
+  const auto it = maps.lp.find(key);
+  // Noted first: without memory for that nothing has changed.
+  m_erased.emplace_back(it->first, it->second);
+  maps.pl.erase(it->second);
+  maps.lp.erase(it);
+}
+
+void IndexState::remove_after_save(const std::string& file, IfItStays if_it_stays) {
+  file_changes(file);
+  m_files_to_remove.emplace(file, if_it_stays);
+}
+
+bool IndexState::remove(const std::string& file, IfItStays if_it_stays) const {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  const std::string path = folder() + "\\" + file;
+  vu_file::chmodW(path);
+  vu_file::remove(path);
+  if (presence_of(path) == Presence::kMissing) return true;
+  if (if_it_stays == IfItStays::kError) VU_ERROR("STGIndex: removal of file failed: ", path);
+  return false;
+}
+
+void IndexState::remove_now(const std::string& file) {
+  const auto it = m_files_to_remove.find(file);
+  if (remove(file, it->second)) m_files_to_remove.erase(it);
+}
+
+bool IndexState::remove_replaced_files() {
+  bool are_gone = true;
+  for (const auto& [file, if_it_stays] : std::exchange(m_files_to_remove, {}))
+    are_gone = remove(file, if_it_stays) && are_gone;
+  return are_gone;
+}
+
+void IndexState::restore(const std::string& key, const std::string& stored,
+                         const std::string& file) {
+  maps().lp[key] = stored;
+  maps().pl.emplace(stored, key);
+  m_files_to_remove.erase(file);
+}
+
+void IndexState::file_changes(const std::string& name) {
+  if (!m_loaded || m_loaded->lines.empty()) return;
+  const std::size_t entry = m_files->listed(name, m_files->ask(name));
+  for (const IndexLine& line : m_loaded->lines) {
+    const bool may_lead_there = line.entry == entry || line.entry == FolderFiles::kNone;
+    if (may_lead_there && line.state == LineState::kValid) m_doubtful.emplace(line.key);
+  }
+}
+
+void IndexState::set_maps(NameMap lp, NameMap pl) {
+  for (const auto& [key, stored] : lp) m_doubtful.insert(key);
+  m_maps = Maps{std::move(lp), std::move(pl)};
+}
+
+void add_physical_names(const IndexState& state, NameMap& out) {
+  state.visit([&](std::string_view key, std::string_view stored) {
+    out.emplace(index_format::file_name_of(key, stored), index_format::logical_of(key));
+  });
+}

@@ -1,0 +1,125 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "index/index_reader.h"
+
+/// What an index instance holds in memory: the text that was loaded, with the worth of each of its lines, and
+/// what the operation changed since.
+///
+/// The two maps of the entries, key -> stored name and back, are built when somebody asks for them by lp()
+/// or pl(); there is no other way to them. A question walks the entries by visit() and builds none.
+///
+/// Order of calls: load() when there is an index.dat; questions and changes; `save_index` (saving.h), if
+/// something changed; then nothing more.
+class IndexState {
+ public:
+  using NameMap = std::map<std::string, std::string>;
+  /// A key and its stored name.
+  using Entry = std::pair<std::string, std::string>;
+
+  /// What is traced about a file that the system does not remove.
+  enum class IfItStays : std::uint8_t { kNothing, kError };
+
+  explicit IndexState(const std::string& folder);
+
+  /// Takes the text of index.dat and judges its lines by one listing of the folder.
+  void load(std::string text);
+
+  const std::string& folder() const { return m_files->folder(); }
+  /// The folder as load() found it.
+  FolderFiles& files() const { return *m_files; }
+  /// Null when there was no index.dat.
+  const IndexReading* loaded() const { return m_loaded.get(); }
+
+  /// Counts from here on for is_unwound(): a copy is an instance of its own.
+  void begins_to_live();
+  /// Whether an exception that began after the construction is under way.
+  bool is_unwound() const;
+
+  // ---- entries -------------------------------------------------------------------------------
+
+  const NameMap& lp() const { return maps().lp; }
+  const NameMap& pl() const { return maps().pl; }
+  /// The stored name of an entry, or null.
+  const std::string* find(const std::string& key) const;
+
+  /// Calls visit(key, stored) for each entry in byte-wise order of the keys.
+  template <class Visit>
+  void visit(Visit visit) const {
+    if (m_maps || !m_loaded || !m_loaded->ascending) {
+      for (const auto& [key, stored] : lp()) visit(key, stored);
+      return;
+    }
+    for (const IndexLine& line : m_loaded->lines) {
+      if (line.state == LineState::kValid) visit(line.key, line.stored);
+    }
+  }
+
+  // ---- lines of which the system does not tell whether their files are there -----------------
+
+  bool has_unknown_lines() const { return m_loaded && m_loaded->unknown != 0; }
+  /// Calls visit(key, stored) for each of them.
+  template <class Visit>
+  void visit_unknown(Visit visit) const {
+    if (!has_unknown_lines()) return;
+    for (const IndexLine& line : m_loaded->lines) {
+      if (line.state == LineState::kUnknown) visit(line.key, line.stored);
+    }
+  }
+  /// The first one of a key that is no entry otherwise, or null.
+  const IndexLine* unknown_line(const std::string& key) const;
+
+  // ---- changes -------------------------------------------------------------------------------
+
+  /// Enters an entry into both maps, where what is there stays.
+  void insert(const std::string& key, const std::string& stored);
+  /// Takes an entry out of both maps. Its file is about to be removed; where that fails, the save brings
+  /// the entry back.
+  void erase(const std::string& key);
+  /// A file of the folder goes when the save is over: until then whoever reads finds the entries from before.
+  /// The save judges lines as if it had gone already.
+  void remove_after_save(const std::string& file, IfItStays if_it_stays);
+  /// Removes such a file before the save.
+  void remove_now(const std::string& file);
+  /// Removes the other ones, once the save is over. @return whether they are gone.
+  bool remove_replaced_files();
+  /// Brings an entry back that erase() took out, with its file that remove_after_save() was told of.
+  void restore(const std::string& key, const std::string& stored, const std::string& file);
+  /// A file of the folder is about to go or to get another name: the lines that may lead to it are judged
+  /// again by the save.
+  void file_changes(const std::string& name);
+  /// Replaces both maps. For tests.
+  void set_maps(NameMap lp, NameMap pl);
+
+ private:
+  friend class IndexSave;
+
+  struct Maps {
+    NameMap lp;
+    NameMap pl;
+  };
+  Maps& maps() const;
+  bool remove(const std::string& file, IfItStays if_it_stays) const;
+
+  int m_exceptions_at_construction;
+  std::shared_ptr<FolderFiles> m_files;  // shared by copies
+  std::shared_ptr<const IndexReading> m_loaded;
+  mutable std::optional<Maps> m_maps;
+
+  std::vector<Entry> m_erased;
+  std::map<std::string, IfItStays> m_files_to_remove;
+  std::set<std::string, std::less<>> m_doubtful;  // keys whose lines the save judges again
+};
+
+/// Enters the physical file name -> logical name of each entry.
+void add_physical_names(const IndexState& state, IndexState::NameMap& out);

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "index/index_format.h"
+#include "index/index_reader.h"
+
+/// Which files of a listing the lines of an index account for beyond doubt. The others are looked up in the
+/// maps before they are adopted; in a folder that only the library writes to, none is left.
+///
+/// A file is known to the maps by the first line with its stored name, and by that name alone:
+///
+///     a.kdb_0000000001/00000007      accounts for 00000007.kdb
+///     notes.txt_0000000000/notes.txt accounts for notes.txt
+///     other_0000000001/notes.txt     does not; behind it, the line before does not either
+class KnownFiles {
+ public:
+  KnownFiles(const IndexReading& reading, std::size_t files) : m_claims(files, Claim::kNone) {
+    for (const IndexLine& line : reading.lines) {
+      if (line.state == LineState::kValid && line.entry != FolderFiles::kNone) claim(line);
+    }
+  }
+
+  /// Whether the entry of the listing is accounted for. No: the maps know.
+  bool contains(std::size_t entry) const { return m_claims[entry] == Claim::kKnown; }
+
+ private:
+  enum class Claim : std::uint8_t {
+    kNone,
+    kByAnother,  ///< it bears the stored name of a line for which that is not the logical name
+    kKnown,
+  };
+
+  void claim(const IndexLine& line) {
+    Claim& claim = m_claims[line.entry];
+    if (line.has_extension) {
+      claim = Claim::kKnown;
+      m_has_dotted_stem = m_has_dotted_stem || line.stored.find('.') != std::string_view::npos;
+      return;
+    }
+    if (claim != Claim::kNone) return;
+    const bool is_adopted = index_format::timestamp_of(line.key) == 0 &&
+                            index_format::logical_of(line.key) == line.stored;
+    claim = is_adopted && !m_has_dotted_stem ? Claim::kKnown : Claim::kByAnother;
+  }
+
+  std::vector<Claim> m_claims;
+  /// A stored name with a dot was found with the extension behind it: such a name may be a file's as well.
+  bool m_has_dotted_stem = false;
+};
