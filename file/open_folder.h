@@ -1,16 +1,26 @@
 #pragma once
 
+#include <string>
 #include <vector>
 
+#include "platform/host/trace.h"
 #include "platform/os/os.h"
 
 /// A folder that is held open while it is emptied: nobody can put a link to elsewhere in its place between
 /// the question what it is and the removal of what is in it.
 class OpenFolder {
  public:
-  explicit OpenFolder(os::Path path) : m_opened(os::open_folder(path, m_handle).ok()) {}
+  /// @param name the path as traces tell it; it and @p operation outlive the object.
+  OpenFolder(const trace::Scope& operation, os::Path path, const std::string& name)
+      : m_operation(operation), m_name(name), m_opened(os::open_folder(path, m_handle).ok()) {}
   ~OpenFolder() {
-    if (m_handle != os::kNoHandle) static_cast<void>(os::close(m_handle));
+    if (m_handle == os::kNoHandle) return;
+    const trace::Scope& vu_trace_scope = m_operation;
+    try {
+      if (!os::close(m_handle).ok()) VU_ERROR("close file : ", m_name);
+    } catch (...) {
+      VU_ERROR("catch exception closing file : ", m_name);
+    }
   }
   OpenFolder(const OpenFolder&) = delete;
   OpenFolder& operator=(const OpenFolder&) = delete;
@@ -26,6 +36,8 @@ class OpenFolder {
   }
 
  private:
+  const trace::Scope& m_operation;
+  const std::string& m_name;
   os::Handle m_handle = os::kNoHandle;
   bool m_opened;
 };

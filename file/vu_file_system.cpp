@@ -50,7 +50,7 @@ bool remove_tree(const trace::Scope& vu_trace_scope, const std::string& path, os
     if (!vu_file::exists(path)) return false;
     if (!is_folder(vu_trace_scope, path, os::Links::kKeep, parent)) return false;
     {
-      const OpenFolder folder(os::Path(path).in(parent));
+      const OpenFolder folder(vu_trace_scope, os::Path(path).in(parent), path);
       for (const os::Entry& found : folder.entries(with_separator(path, Encoding::kNarrow))) {
         const std::string entry = path_text::join(path, found.name);
         if (!vu_file::exists(entry)) continue;

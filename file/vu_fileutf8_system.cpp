@@ -77,7 +77,7 @@ void remove_tree(const trace::Scope& vu_trace_scope, const vu_utf8string& long_p
   try {
     if (entry_exists(long_path) && is_folder_to_remove(long_path, parent)) {
       const ucs2string text(long_path);
-      const OpenFolder folder(os::Path(text).in(parent));
+      const OpenFolder folder(vu_trace_scope, os::Path(text).in(parent), long_path.str());
       const ucs2string pattern(vu_utf8string(with_separator(long_path.str(), Encoding::kUtf8)));
       for (const os::Entry& found : folder.entries(pattern)) {
         const vu_utf8string entry = entry_in_long_form(long_path, vu_utf8string(found.name));

@@ -15,6 +15,8 @@
 #include "tests/support/file_spellings.h"
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
+#include "tests/unit/os_test_kit.h"
+#include "vu_fileutf8.h"
 
 namespace {
 
@@ -67,6 +69,19 @@ TEST(GetLongPath, MakesSeparatorsUniformAndSingle) {
   };
   for (const auto& [path, expected] : rows)
     EXPECT_TRUE(long_path(path) == expected) << vu_utf8string(ucs2string(path)).str();
+}
+
+TEST(GetLongPath, LeavesFoldersOf248To251CharactersAlone) {
+  const scratch_folder dir;
+  // The limit counts from behind the root.
+  const std::size_t root = dir.path()[1] == ':' ? 3 : 1;
+  for (std::size_t length = 248; length <= root + 248; ++length) {
+    const std::string path = dir.path(std::string(length - dir.path().size() - 1, 'x'));
+    EXPECT_EQ(getLongPath(ucs2string(vu_utf8string(path))).size(), length);
+    // Without the prefix Windows leaves room for a short name below a folder, and makes none that long.
+    const bool is_made = !kOnWindows || is_emulated();
+    EXPECT_EQ(vu_fileutf8::createDir(vu_utf8string(path)), is_made) << length;
+  }
 }
 
 TEST(GetLongPath, LeavesPathsBelowTheLimitAlone) {
