@@ -52,6 +52,8 @@ set(vu_reliability_selection
   "kills-writing 80 3"
   "out-of-memory 1500 0"
   "out-of-memory-noticed 0 0"
+  "power-cut 45 -"
+  "power-cut-noticed 200 -"
   "power-loss 30000 400"
   "power-loss-noticed 0 0"
   "read-only 0 0"

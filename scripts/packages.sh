@@ -11,7 +11,8 @@
 client=(libcli11-dev nlohmann-json3-dev libfmt-dev libxxhash-dev)
 # clang reads the exported headers only.
 # The last two make the file systems whose power is cut.
-native=(cmake ninja-build g++ clang pkg-config googletest libpoco-dev libutfcpp-dev "${client[@]}" e2fsprogs xfsprogs)
+native=(cmake ninja-build g++ clang pkg-config googletest libpoco-dev libutfcpp-dev "${client[@]}"
+  e2fsprogs xfsprogs)
 # The last four fetch and unpack a source package.
 windows=(cmake ninja-build googletest libutfcpp-dev "${client[@]}" g++-mingw-w64-x86-64-posix wine locales
   wine64 ca-certificates bzip2 xz-utils patch)

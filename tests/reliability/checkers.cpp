@@ -109,12 +109,19 @@ std::vector<Case> allowed() {
          s.killed = writing();
          s.put("00000001.kdb", text_number(5, 20));
        }},
-      {"a rename with its bytes under the new physical name only", "",
+      {"a rename after its copy", "",
        [](Scene& s) {
-         s.killed = renaming("n.kdb");
+         s.killed = renaming("b.kdb");
+         s.set_counter("00000005");
+         s.put("00000005.kdb", "text");
+       }},
+      {"a rename after its save", "",
+       [](Scene& s) {
+         s.killed = renaming("b.kdb");
          s.set_counter("00000005");
          s.put("00000005.kdb", "text of a");
-         s.drop("00000001.kdb");
+         s.set_line("a.kdb_0000000001", "");
+         s.set_line("b.kdb_0000000001", "00000005");
        }},
       {"a clean in the middle", "",
        [](Scene& s) {
@@ -201,6 +208,22 @@ std::vector<Case> harm_to_files() {
          s.set_counter("00000005");
          s.put("00000005.kdb", "text");
          s.drop("00000001.kdb");
+         s.set_line("a.kdb_0000000001", "");
+         s.set_line("n.kdb_0000000001", "00000005");
+       }},
+      {"a renamed file gone before the new line is there", "lost: a.kdb",
+       [](Scene& s) {
+         s.killed = renaming("n.kdb");
+         s.set_counter("00000005");
+         s.put("00000005.kdb", "text of a");
+         s.drop("00000001.kdb");
+       }},
+      {"a replaced file gone before the new line is there", "lost: b.kdb",
+       [](Scene& s) {
+         s.killed = renaming("b.kdb");
+         s.set_counter("00000005");
+         s.put("00000005.kdb", "text of a");
+         s.drop("00000002.kdb");
        }},
       {"a rename that left both", "both there",
        [](Scene& s) {
@@ -208,12 +231,6 @@ std::vector<Case> harm_to_files() {
          s.set_counter("00000005");
          s.put("00000005.kdb", "text of a");
          s.set_line("n.kdb_0000000001", "00000005");
-       }},
-      {"a copy before the replaced entry is gone", "before the old b.kdb",
-       [](Scene& s) {
-         s.killed = renaming("b.kdb");
-         s.set_counter("00000005");
-         s.put("00000005.kdb", "text");
        }},
       {"a clean that took too much", "lost: b.kdb",
        [](Scene& s) {

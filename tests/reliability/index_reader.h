@@ -29,8 +29,7 @@ bool ends_in_trailer(std::string_view bytes, Trailer& trailer);
 /// How much of the bytes a reader understands.
 enum class Reader : std::uint8_t {
   /// This format's: where a trailer at the end vouches for a new text, it is that, else the bytes
-  /// without the
-  /// zeros at their end.
+  /// without the zeros at their end.
   kWhole,
   kLines,  ///< one that knows lines alone: the bytes as they stand
 };

@@ -1,4 +1,6 @@
+#include <filesystem>
 #include <optional>
+#include <utility>
 
 #include "tests/reliability/kill_model.h"
 #include "tests/support/scratch.h"
@@ -26,7 +28,7 @@ class Check {
     check_strays();
     check_untouched();
     check_nothing_else();
-    note_what_set_it_is();
+    check_set();
     return std::move(m_found);
   }
 
@@ -94,8 +96,7 @@ class Check {
   }
   bool number_is_drawn() const { return m_found.now.counter > m_before.counter; }
 
-  // ---- the killed operation
-  // ----------------------------------------------------------------------
+  // ---- the killed operation ---------------------------------------------------------------------
 
   void check_killed() {
     switch (m_killed->kind) {
@@ -200,8 +201,8 @@ class Check {
     holds(key, entry->stored, bytes);
   }
 
-  /// The old entry of the new name goes, the new file comes and gets the bytes, the old file goes,
-  /// the line comes.
+  /// The new file comes and gets the bytes; then the new line takes the place of the old one, and
+  /// of one that it replaces; then the old files go.
   void check_renamed() {
     const std::string from = m_killed->key();
     const std::string to = m_killed->new_key();
@@ -211,37 +212,51 @@ class Check {
     m_touched.insert(to);
     const std::string number = m_before.next_number();
     const std::string new_file = file_of(to, number);
-    const bool source_is_there = is_there(file_of(from, source.stored));
-    const bool new_is_there = is_there(new_file);
-    const std::string bytes = content(new_file);
-
-    check_removed(from);
-    if (new_is_there && !number_is_drawn()) wrong(new_file + " has a number that is not drawn");
-    if (!source.content.starts_with(bytes)) wrong(new_file + " holds foreign bytes");
-    if (!source_is_there && bytes != source.content) wrong("the bytes of " + from + " are gone");
-    if (!source_is_there && !new_is_there) wrong("the file of " + from + " is gone");
-
-    const auto name = stored(to);
-    if (name && *name == number) {
-      if (source_is_there) wrong(from + " and " + to + " are both there");
-      holds(to, number, bytes);
+    if (is_there(new_file) && !number_is_drawn()) {
+      wrong(new_file + " has a number that is not drawn");
+    }
+    if (stored(to) == number) {
+      if (content(new_file) != source.content) wrong("the bytes of " + from + " are gone");
+      if (stored(from)) wrong(from + " and " + to + " are both there");
+      holds(to, number, content(new_file));
+      check_left_over(file_of(from, source.stored), source.content);
+      if (replaced != nullptr) {
+        check_left_over(file_of(to, replaced->stored), replaced->content);
+        uncover(file_of(to, replaced->stored), to);
+      }
       return;
     }
+    check_kept(from, source);
     if (replaced != nullptr) {
-      check_removed(to);
-      if (is_there(file_of(to, replaced->stored)) && new_is_there) {
-        wrong(new_file + " is there before the old " + to + " is gone");
-      }
-    } else if (name) {
-      wrong("the new " + to + " leads to " + *name);
+      check_kept(to, *replaced);
+    } else if (stored(to)) {
+      wrong("the new " + to + " leads to " + *stored(to));
     }
-    if (new_is_there) {
-      window(source_is_there ? "a copy without a line, unfinished or whole"
-                             : "bytes under their new physical name only");
-      holds_stray(new_file, bytes);
+    if (is_there(new_file)) {
+      if (!source.content.starts_with(content(new_file))) wrong(new_file + " holds foreign bytes");
+      window("a copy without a line, unfinished or whole");
+      holds_stray(new_file, content(new_file));
     } else if (number_is_drawn()) {
       window("a number drawn and not used");
     }
+  }
+
+  /// The file of an entry that has gone.
+  void check_left_over(const std::string& file, const std::string& bytes) {
+    if (!is_there(file)) return;
+    if (content(file) != bytes) wrong("the bytes of " + file + " have changed");
+    window("the old file of a renamed entry, without a line");
+    holds_stray(file, bytes);
+  }
+
+  /// A replaced file that bears the very name of its entry is found before any line is read: it
+  /// hides the new entry until it is removed, which whoever looks after the folder does here.
+  void uncover(const std::string& file, const std::string& key) {
+    if (!is_there(file) || parts_of_key(key) != std::pair(file, 0L)) return;
+    window("a replaced file that hides the new entry by its name");
+    std::filesystem::remove(native(m_folder + "\\" + file));
+    m_found.now.strays.erase(file);
+    m_uncovered = file;
   }
 
   void check_cleaned() {
@@ -258,8 +273,7 @@ class Check {
     }
   }
 
-  // ---- everything else
-  // ---------------------------------------------------------------------------
+  // ---- everything else --------------------------------------------------------------------------
 
   bool loads_an_instance() const {
     if (m_killed == nullptr || m_killed->kind == Kind::kPlainRewrite) return false;
@@ -305,33 +319,38 @@ class Check {
 
   void check_untouched() {
     for (const auto& [key, entry] : m_before.entries) {
-      if (m_touched.count(key) != 0 || !check_line(key, entry)) continue;
-      const std::string file = file_of(key, entry.stored);
-      if (!is_there(file)) {
-        wrong("the file of " + key + " is gone");
-      } else if (m_state.files.at(file) != entry.content.size() ||
-                 (m_depth == Depth::kEveryByte && content(file) != entry.content)) {
-        wrong("the bytes of " + key + " have changed");
-      }
-      holds(key, entry.stored, entry.content);
+      if (m_touched.count(key) == 0) check_kept(key, entry);
     }
+  }
+
+  void check_kept(const std::string& key, const Entry& entry) {
+    if (!check_line(key, entry)) return;
+    const std::string file = file_of(key, entry.stored);
+    if (!is_there(file)) {
+      wrong("the file of " + key + " is gone");
+    } else if (m_state.files.at(file) != entry.content.size() ||
+               (m_depth == Depth::kEveryByte && content(file) != entry.content)) {
+      wrong("the bytes of " + key + " have changed");
+    }
+    holds(key, entry.stored, entry.content);
   }
 
   void check_nothing_else() {
     Files left = m_state.files;
     for (const auto& [key, entry] : m_found.now.entries) left.erase(file_of(key, entry.stored));
     for (const auto& [file, bytes] : m_found.now.strays) left.erase(file);
+    left.erase(m_uncovered);
     for (const auto& [file, size] : left) wrong("a file that nobody made: " + file);
     for (const auto& [key, name] : m_state.lines) {
       if (m_found.now.entries.count(key) == 0) wrong("invented: " + key + " / " + name);
     }
   }
 
-  /// An index between the sets is no harm; it is counted, because a reader may see it.
-  void note_what_set_it_is() {
-    if (m_killed == nullptr) return;
+  /// The lines are those from before the operation or those from after it, and a reader of lines
+  /// alone finds none that is neither here nor there.
+  void check_set() {
     Model after = m_before;
-    after.apply(*m_killed);
+    if (m_killed != nullptr) after.apply(*m_killed);
     const Lines then = m_before.lines();
     const Lines next = after.lines();
     // Lines whose file the operation has removed already are in neither.
@@ -342,10 +361,23 @@ class Check {
       }
       return result;
     };
-    m_found.index_is_between = m_state.lines != as_far_as_files_are_there(then) &&
-                               m_state.lines != as_far_as_files_are_there(next);
+    if (m_state.lines != as_far_as_files_are_there(then) &&
+        m_state.lines != as_far_as_files_are_there(next)) {
+      wrong("between: neither the lines from before nor those from after");
+    }
+    for (const auto& [key, name] : m_state.plain_lines) {
+      if (!has(then, key, name) && !has(next, key, name) && !has(m_before.plain, key, name)) {
+        wrong("invented for a reader of lines alone: " + key + " / " + name);
+      }
+    }
+    m_found.now.plain = m_state.plain_lines;
     m_found.index_is_in_the_middle = m_state.index_text != index_text_of(then) &&
                                      m_state.index_text != index_text_of(m_state.lines);
+  }
+
+  static bool has(const Lines& lines, const std::string& key, const std::string& name) {
+    const auto found = lines.find(key);
+    return found != lines.end() && found->second == name;
   }
 
   const Model& m_before;
@@ -355,6 +387,7 @@ class Check {
   const FolderState m_state;
   std::set<std::string> m_touched;  ///< keys that are dealt with
   std::set<std::string> m_touched_strays;
+  std::string m_uncovered;
   Findings m_found;
 };
 

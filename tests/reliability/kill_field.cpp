@@ -313,7 +313,6 @@ void KillField::kill_once(Tally& tally, Victim victim) {
   Findings findings = check(m_model, &killed, folder(), whole ? Depth::kEveryByte : Depth::kSizes);
   ++tally.kills_by_kind[name_of(killed.kind)];
   for (const std::string& each : findings.windows) ++tally.windows[each];
-  if (findings.index_is_between) ++tally.between;
   const std::string text = read_file(folder() + "\\index.dat");
   if (findings.index_is_in_the_middle && text != m_left_over) ++tally.in_the_middle;
   m_left_over = text;

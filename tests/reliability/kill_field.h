@@ -21,7 +21,6 @@ struct Tally {
   std::map<std::string, std::uint64_t> windows;
   std::uint64_t operations = 0;     ///< that ended, each checked
   std::uint64_t in_the_middle = 0;  ///< kills in the middle of a rewrite of the index
-  std::uint64_t between = 0;        ///< kills that left an index between the old and the new set
 };
 
 /// Whether the operation that is killed is one of the library, or a planted one that does harm.
@@ -33,8 +32,8 @@ inline constexpr const char* kWriteBegins = "a write begins";
 /// When the kills come.
 enum class Aim : std::uint8_t {
   kAnyMoment,  ///< a random part of an operation's time
-  kWrites,     ///< shortly after one of its writes begins: most of a rewrite's moments are between
-               ///< those
+  /// Shortly after one of its writes begins: most of a rewrite's moments are between those.
+  kWrites,
 };
 
 /// One folder of documents under operations that are killed. The folder keeps what the kills make

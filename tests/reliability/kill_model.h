@@ -64,6 +64,8 @@ struct Model {
   std::map<std::string, std::string> strays;  ///< files in no line, with their content
   std::int64_t counter = 0;
   Adoption adoption = Adoption::kOff;
+  /// What a reader of lines alone found last; it may miss what was saved, until the next save.
+  Lines plain;
 
   /// Carries out an operation that ended. @return what a create answers, else nothing.
   std::string apply(const Operation& operation);
@@ -85,7 +87,6 @@ enum class Depth : std::uint8_t { kSizes, kEveryByte };
 struct Findings {
   std::vector<std::string> wrong;
   std::vector<std::string> windows;  ///< what the kill left behind that the promise allows
-  bool index_is_between = false;     ///< the index is neither the old set nor the new one
   bool index_is_in_the_middle =
       false;  ///< its text is neither that of the old lines nor of those it has
   Model now;  ///< what the folder holds

@@ -35,7 +35,6 @@ void tell(Run& run, const Tally& tally) {
   for (const auto& [kind, count] : tally.kills_by_kind) run.figure("killed " + kind, count);
   for (const auto& [what, count] : tally.windows) run.figure("left behind: " + what, count);
   run.figure("kills in the middle of a rewrite of the index", tally.in_the_middle);
-  run.figure("index between the old and the new set", tally.between);
 }
 
 void kill_many(Run& run, Aim aim) {

@@ -50,11 +50,9 @@ std::string LoopDisk::attach() {
   if (file < 0 || ::ftruncate(file, static_cast<::off_t>(m_kind.size)) != 0) {
     return failure("a file in memory");
   }
-  const std::string command =
-      "PATH=\"$PATH:/usr/sbin:/sbin\" " + m_kind.maker + " '" + image + "' >/dev/null 2>&1";
-  if (std::system(command.c_str()) != 0) {
+  if (std::string failed = make(image); !failed.empty()) {
     ::close(file);
-    return "'" + m_kind.maker + "' does not work (it is in the package " + m_kind.packaged + ")";
+    return failed;
   }
   const int control = ::open("/dev/loop-control", O_RDWR | O_CLOEXEC);
   if (control < 0) {
@@ -83,6 +81,18 @@ std::string LoopDisk::attach() {
   // Nobody needs its name any more.
   ::unlink(image.c_str());
   return refusal;
+}
+
+std::string LoopDisk::make(const std::string& path) const {
+  const std::string command =
+      "PATH=\"$PATH:/usr/sbin:/sbin\" " + m_kind.maker + " '" + path + "' >/dev/null 2>&1";
+  if (std::system(command.c_str()) == 0) return {};
+  return "'" + m_kind.maker + "' does not work (it is in the package " + m_kind.packaged + ")";
+}
+
+std::string LoopDisk::make_anew() const {
+  std::string failed = make(m_device_path);
+  return failed.empty() ? mount() : failed;
 }
 
 std::string LoopDisk::mount() const {

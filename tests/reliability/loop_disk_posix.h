@@ -38,9 +38,12 @@ class LoopDisk {
   /// After the power was cut: the device is mounted anew, and its journal replayed. @return what
   /// went wrong.
   std::string start_again();
+  /// Makes an empty file system on the device. @return what went wrong.
+  std::string make_anew() const;
 
  private:
   std::string attach();
+  std::string make(const std::string& path) const;
   std::string mount() const;
 
   const DiskKind m_kind;

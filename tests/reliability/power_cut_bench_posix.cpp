@@ -1,4 +1,5 @@
-// One file system whose power is cut again and again: what is done on it, and what is found afterwards.
+// One file system whose power is cut again and again: what is done on it, and what is found
+// afterwards.
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -65,6 +66,8 @@ class Bench {
   void until_the_power_goes();
   /// The system is up again.
   void judge();
+  /// The file system is a new one.
+  void forget() { m_places.clear(); }
 
   std::vector<Harm> harm;
   std::uint64_t operations = 0;  ///< that returned before
@@ -159,7 +162,8 @@ std::string Bench::some_key(const Model& model) {
   return m_aged.count(file_of(it->first, it->second.stored)) == 0 ? it->first : std::string();
 }
 
-/// Files that no line names are adopted by the next operation, or swept by a clean; old ones go with it.
+/// Files that no line names are adopted by the next operation, or swept by a clean; old ones go
+/// with it.
 void Bench::prepare_strays_and_age() {
   m_aged.clear();
   Model& model = m_place->model;
@@ -323,8 +327,9 @@ void Bench::judge_entries() {
   wrong(harm_of_lines.kind, harm_of_lines.what + " (" + kind + " under way)");
 }
 
-/// Every entry has its file, and every document that was closed its bytes. The lines are those after so many
-/// operations; others that change no line may have followed, and one that does was under way.
+/// Every entry has its file, and every document that was closed its bytes. The lines are those
+/// after so many operations; others that change no line may have followed, and one that does was
+/// under way.
 void Bench::judge_files(const Model& now, std::uint32_t done) {
   std::set<std::string> in_removal;
   std::set<std::string> in_writing;
@@ -439,8 +444,9 @@ void Bench::begin_anew() {
   std::erase_if(m_places, [&](const auto& each) { return each.get() == m_place; });
 }
 
-/// args: the number of the kind; a seed; how many crashes; seconds or 0; "flushes" or "planted". Says "refused
-/// WHY", or for each crash "harm KIND<tab>WHAT" any times and then "crash OPERATIONS".
+/// args: the number of the kind; a seed; how many crashes; seconds or 0; "flushes" or "planted".
+/// Says "refused WHY", or for each crash "harm KIND<tab>WHAT" any times and then "crash
+/// OPERATIONS", or "unmountable WHY".
 int power_cut_bench(const std::vector<std::string>& args) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   LoopDisk disk(kKinds[std::stoul(args.at(0))]);
@@ -456,7 +462,14 @@ int power_cut_bench(const std::vector<std::string>& args) {
       bench.operations = 0;
       bench.until_the_power_goes();
       const std::string failure = disk.start_again();
-      if (!failure.empty()) throw std::runtime_error(failure);
+      if (!failure.empty()) {
+        // That is between the kernel and the file system; nothing can be said of what was on it.
+        say("unmountable " + failure);
+        const std::string failed = disk.make_anew();
+        if (!failed.empty()) throw std::runtime_error(failed);
+        bench.forget();
+        continue;
+      }
       bench.harm.clear();
       bench.judge();
       for (const Harm& each : bench.harm) say("harm " + each.kind + "\t" + each.what);

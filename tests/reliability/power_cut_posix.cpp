@@ -1,5 +1,5 @@
-// The power goes off on real file systems: the kernel is told to write nothing more, and to forget what it has
-// not written.
+// The power goes off on real file systems: the kernel is told to write nothing more, and to forget
+// what it has not written.
 
 #include <map>
 #include <string>
@@ -10,6 +10,7 @@
 #include "tests/reliability/power_cut_posix.h"
 #include "tests/reliability/reliability.h"
 #include "tests/support/process.h"
+#include "tests/support/scratch.h"
 
 namespace reliability {
 namespace {
@@ -19,6 +20,8 @@ struct Found {
   std::map<std::string, std::uint64_t> harm;     ///< by kind
   std::map<std::string, std::string> examples;
   std::uint64_t operations = 0;
+  std::uint64_t unmountable = 0;
+  std::string why_unmountable;
   std::vector<std::string> refusals;
 
   std::uint64_t of(const std::string& kind) const {
@@ -41,6 +44,9 @@ void take(const std::string& line, const std::string& disk, Run& run, Found& fou
     const std::string kind = line.substr(5, tab - 5);
     ++found.harm[kind];
     found.examples.emplace(kind, disk + ", " + line.substr(tab + 1));
+  } else if (line.starts_with("unmountable ")) {
+    ++found.unmountable;
+    found.why_unmountable = disk + ", " + rest("unmountable ");
   } else if (line.starts_with("refused ")) {
     found.refusals.push_back(rest("refused "));
   } else {
@@ -50,7 +56,8 @@ void take(const std::string& line, const std::string& disk, Run& run, Found& fou
 
 enum class Flushes : std::uint8_t { kDone, kPlanted };
 
-/// All file systems at once, each in a process of its own. Where no flush is done, until an entry is harmed.
+/// All file systems at once, each in a process of its own. Where no flush is done, until an entry
+/// is harmed.
 Found cut_many(Run& run, std::uint64_t count, const std::string& budget, Flushes flushes) {
   Found found;
   struct Bench {
@@ -58,6 +65,8 @@ Found cut_many(Run& run, std::uint64_t count, const std::string& budget, Flushes
     child_process process;
     bool is_over;
   };
+  // Around theirs, which a process leaves behind that is ended.
+  const scratch_folder scratch;
   std::vector<Bench> benches;
   const std::size_t kinds = kinds_of_disk();
   for (std::size_t kind = 0; kind < kinds; ++kind) {
@@ -69,7 +78,7 @@ Found cut_many(Run& run, std::uint64_t count, const std::string& budget, Flushes
          child_process("power_cut_bench",
                        {std::to_string(kind), std::to_string(run.random()()), std::to_string(share),
                         budget, flushes == Flushes::kDone ? "flushes" : "planted"},
-                       {{"VU_TEST_ALARM", "0"}}),
+                       {{"VU_TEST_ALARM", "0"}, {"VU_TEST_TMP", native(scratch.path()).string()}}),
          false});
   }
   for (std::size_t left = benches.size(); left != 0;) {
@@ -102,6 +111,10 @@ void tell(Run& run, const Found& found) {
   run.figure("operations that had returned before", found.operations);
   for (const char* kind : {"lost", "invented", "redirected", "between", "other bytes"}) {
     run.figure(kind, found.of(kind));
+  }
+  if (found.unmountable != 0) {
+    run.figure("file systems that the system could not mount again, not judged",
+               std::to_string(found.unmountable) + " (" + found.why_unmountable + ")");
   }
   std::string reasons;
   for (const std::string& each : found.refusals) reasons += (reasons.empty() ? "" : "; ") + each;

@@ -19,8 +19,8 @@ std::string name_of_disk(std::size_t number);
 
 /// When the power goes, and what of the file system happens to be written by then.
 struct CutPlan {
-  /// 0: the other process chooses the moment. Otherwise the call of the system with this number does, among
-  /// those that change something, after the first operation returned.
+  /// 0: the other process chooses the moment. Otherwise the call of the system with this number
+  /// does, among those that change something, after the first operation returned.
   std::uint64_t call = 0;
   bool after = false;  ///< after the call, not before it
   std::uint32_t write_back =
@@ -43,9 +43,9 @@ using Work = std::vector<std::function<void()>>;
 /// An operation of the kill suites on the storage of this process.
 void carry_out(const std::string& folder, const std::string& owner, const Operation& operation);
 
-/// Starts a process that does the work, and ends it when the power is off. @p disk is where the file system
-/// is mounted, @p index the path of the index. @return how many operations had returned before, and how many
-/// had begun.
+/// Starts a process that does the work, and ends it when the power is off. @p disk is where the
+/// file system is mounted, @p index the path of the index. @return how many operations had returned
+/// before, and how many had begun.
 struct CutOff {
   std::uint32_t returned = 0;
   std::uint32_t begun = 0;

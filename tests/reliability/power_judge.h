@@ -13,8 +13,8 @@
 #include "tests/reliability/tree_state.h"
 
 /// @file
-/// Whether what is found after the power went off is what was there before an operation or what is there
-/// after it.
+/// Whether what is found after the power went off is what was there before an operation or what is
+/// there after it.
 namespace reliability {
 
 /// A name as it can be told in a line.
@@ -23,13 +23,15 @@ std::string shortened(std::string_view name);
 /// The text of every entry, by key.
 using Known = std::map<std::string, std::string>;
 
-/// What is wrong: "lost", "invented", "redirected" or "between" of a line, or another word; empty when nothing is.
+/// What is wrong: "lost", "invented", "redirected" or "between" of a line, or another word; empty
+/// when nothing is.
 struct Harm {
   std::string kind;
   std::string what;
 };
 
-/// Lines of a text that somebody else keeps: a line that runs on has the rest of the text as its name.
+/// Lines of a text that somebody else keeps: a line that runs on has the rest of the text as its
+/// name.
 using LineViews = std::map<std::string_view, std::string_view>;
 
 /// A text, read once.
@@ -48,8 +50,8 @@ LineViews views_of(const Lines& lines);
 
 /// One operation: what it makes of the entries, and where its changes end among all.
 struct PowerStep {
-  /// Bytes that go from one name to another: they are always under one of them. The first one may be a
-  /// file that no line names.
+  /// Bytes that go from one name to another: they are always under one of them. The first one may
+  /// be a file that no line names.
   struct Move {
     std::string from;
     std::string to;

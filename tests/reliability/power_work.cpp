@@ -300,6 +300,12 @@ PowerStep PowerWork::convert() {
     }
   }
   STGIndex::migrateInboxRead("anna");
+  // The list of read mails is written anew.
+  const std::string list = key_for("read.txt", 0);
+  const Lines lines = all_lines(text_of_index(read_file(folder() + "\\index.dat")));
+  if (lines.count(list) != 0) {
+    step.result[list] = read_file(folder() + "\\" + file_of(list, lines.at(list)));
+  }
   return step;
 }
 
@@ -311,6 +317,9 @@ std::string PowerWork::ask_the_library() const {
     const auto [name, stamp] = parts_of_key(it->first);
     std::string physical;
     const bool is_there = STGIndex::exists(folder(), name, stamp, physical);
+    // The file that a rename replaced is found by its very name while its removal is not on the
+    // disk.
+    if (is_there && physical == name) continue;
     if (!is_there || (physical != file_of(it->first, it->second) && physical != it->second)) {
       return it->first;
     }

@@ -20,13 +20,13 @@ Lines lines_in(const Tree& tree, const std::string& index);
 
 /// What disturbed the operation, as far as that decides what it may leave.
 enum class Disturbance : std::uint8_t {
-  kKill,       ///< it went no further
-  kFault,      ///< it was told of a failure and went on
-  kMisplaced,  ///< the same, of a lock, a cut or a move in a file: what it writes may go over old
-               ///< bytes
-  kTorn,       ///< the device took the beginning of a write only
-  kNoAge,      ///< it was not told how old a file is, and takes it for one of 1970
-  kLie,        ///< it was told that something is not there, or ends earlier, which is not so
+  kKill,   ///< it went no further
+  kFault,  ///< it was told of a failure and went on
+  /// The same, of a lock, a cut or a move in a file: what it writes may go over old bytes.
+  kMisplaced,
+  kTorn,   ///< the device took the beginning of a write only
+  kNoAge,  ///< it was not told how old a file is, and takes it for one of 1970
+  kLie,    ///< it was told that something is not there, or ends earlier, which is not so
 };
 
 struct TreeFindings {

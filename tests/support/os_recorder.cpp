@@ -114,6 +114,9 @@ void Recorder::take(const Made& made) {
       m_changes.push_back({What::kRemove, path});
       m_known.erase(path);
       break;
+    case Call::flush_file:
+      m_changes.push_back({What::kFlush, path});
+      break;
     case Call::create_directory:
       m_changes.push_back({What::kMakeFolder, path});
       break;
