@@ -128,9 +128,13 @@ Imported Importer::import_version(const ManifestItem& item, const std::string& s
     const Content content = read_content(found->path(), m_context.locking());
     m_document = found->path();
     if (content.bytes == what.info.size && content.checksum == item.checksum) {
-      if (found->info.modify_time == what.info.modify_time) return Imported::kThere;
-      if (!m_is_dry) set_modify_time(found->path(), what.info.modify_time);
-      return Imported::kTimeSet;
+      const bool is_exact = found->info.modify_time == what.info.modify_time;
+      if (!m_is_dry) {
+        if (!is_exact) set_modify_time(found->path(), what.info.modify_time);
+        // An import that was killed had completed it without saying so.
+        if (m_journal.is_pending(what)) m_journal.end(what);
+      }
+      return is_exact ? Imported::kThere : Imported::kTimeSet;
     }
     m_document.reset();
     const bool is_ours = m_journal.is_pending(what);
