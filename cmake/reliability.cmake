@@ -26,7 +26,8 @@ target_compile_definitions(reliability PRIVATE VU_INCLUDE_FOLDER="${PROJECT_SOUR
 # the build folder, the others in memory.
 function(vu_reliability_test suite count)
   add_test(NAME reliability_${suite} COMMAND reliability ${suite} --count ${count})
-  set_tests_properties(reliability_${suite} PROPERTIES
+  # The longest begin first: none should run on alone at the end.
+  set_tests_properties(reliability_${suite} PROPERTIES COST 20
     TIMEOUT 600 LABELS reliability SKIP_RETURN_CODE 77 WORKING_DIRECTORY ${vu_test_folder})
 endfunction()
 
@@ -57,7 +58,7 @@ set(vu_reliability_selection
   "power-loss 30000 400"
   "power-loss-noticed 0 0"
   "read-only 0 0"
-  "sequences 4000 -"
+  "sequences 2500 -"
   "sequences-noticed 40000 -"
   "short-writes 2000 60"
   "short-writes-noticed 0 0"
