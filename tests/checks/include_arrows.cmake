@@ -17,7 +17,7 @@ set(rules
   "platform/host   = platform/host platform/i18n platform/os include"
   "platform/i18n   = platform/i18n platform/os include"
   "platform/os     = platform/os include/vu_i18n.h tests/support/os_faults.h"
-  "tools/admin     = tools/admin include platform/os file/replace_in_file.h index/index_format.h index/document_extensions.h storage/layout.h storage/key_text.h"
+  "tools/admin     = tools/admin include platform/os file/replace_in_file.h file/replacement.h index/index_format.h index/document_extensions.h storage/layout.h storage/key_text.h"
   "tools/stgctl    = tools/stgctl tools/admin include"
   "tools           = tools/admin include"
   "examples        = examples include"

@@ -2,7 +2,25 @@
 
 #include <cstddef>
 
+#include "file/replacement.h"
+
 namespace admin {
+
+namespace {
+
+/// Makes the bytes of an index or a counter the text that the library reads in them: a replacement
+/// that was interrupted counts, zeros at the end do not.
+void keep_text(std::string& bytes) {
+  std::string storage;
+  const std::string_view text = replacement::text_of(bytes, storage);
+  if (text.data() == bytes.data()) {
+    bytes.resize(text.size());
+  } else {
+    bytes = std::string(text);
+  }
+}
+
+}  // namespace
 
 void FolderView::load(const DocumentFolder& folder, const sys::Locking& locking) {
   m_folder = folder;
@@ -46,6 +64,7 @@ void FolderView::read_index(const sys::Locking& locking) {
   m_index_path += kIndexName;
   m_index_status = sys::read_file(m_index_path, locking, m_index_text);
   if (m_index_status.ok()) {
+    keep_text(m_index_text);
     m_index_state = m_index_text.empty() ? IndexState::kNoBytes : IndexState::kRead;
   } else if (m_index_status.failure() == os::Failure::kNotFound) {
     m_index_state = IndexState::kMissing;
@@ -60,6 +79,7 @@ std::optional<std::string> FolderView::read_counter(const sys::Locking& locking)
   if (find(kCounterName) == kNone) return std::nullopt;
   std::string text;
   if (!sys::read_file(path_of(kCounterName), locking, text).ok()) return std::nullopt;
+  keep_text(text);
   return text;
 }
 
