@@ -346,9 +346,13 @@ set(VU_ADMIN_SOURCES_WINDOWS
   tools/admin/system_windows.cpp)
 # The library's own files that it is built with: the seam, and rules that are pure text.
 set(VU_ADMIN_WITH_LIBRARY
+  file/folder_entries.cpp
   file/replace_in_file.cpp
   file/replacement.cpp
+  index/entry_table.cpp
+  index/folder_files.cpp
   index/index_format.cpp
+  index/index_reader.cpp
   storage/key_text.cpp)
 set(VU_ADMIN_WITH_LIBRARY_POSIX ${VU_LIBRARY_SOURCES_POSIX})
 set(VU_ADMIN_WITH_LIBRARY_WINDOWS ${VU_LIBRARY_SOURCES_WINDOWS})

@@ -3,6 +3,12 @@
 #include <ctime>
 
 #include "tests/admin/tree_fixture.h"
+#include "tests/support/interrupted_save.h"
+#include "tools/admin/repair_text.h"
+
+#if !defined(_WIN32)
+#include <unistd.h>
+#endif
 
 using admin::Area;
 using admin::Depth;
@@ -60,8 +66,29 @@ TEST_F(AdminCheck, FindsALineWithoutItsFile) {
 TEST_F(AdminCheck, FindsAValidLineWithoutItsFile) {
   user_file("plain");
   user_index("a.kdc_0000000000/plain\n");
-  // The plain file itself is in no line of its own.
-  EXPECT_EQ(codes(Depth::kQuick), (Codes{"file-without-line", "line-without-file"}));
+  // The line counts because of the plain file.
+  EXPECT_EQ(codes(Depth::kQuick), Codes{"entry-without-file"});
+}
+
+TEST_F(AdminCheck, FindsAnEntryUnderItsOwnNameThatCountsByItsNameWithTheExtension) {
+  user_file("notes.txt.txt");
+  user_index("notes.txt_0000000000/notes.txt\n");
+  EXPECT_EQ(codes(Depth::kQuick), Codes{"entry-without-file"});
+}
+
+TEST_F(AdminCheck, TakesAnInterruptedSaveForNoDamage) {
+  user_file("00000001.kdc");
+  user_file("00000002.kdc");
+  user_file("index", "00000002");
+  const std::string old_text = "a.kdc_0000000000/00000001\n";
+  user_index(interrupted_save(old_text, old_text + "b.kdc_0000000000/00000002\n"));
+  EXPECT_EQ(codes(), Codes{"interrupted-save"});
+  EXPECT_EQ(summary().entries, 2U);
+  EXPECT_EQ(summary().count(admin::Severity::kInfo), 1U);
+  // Whoever writes next completes it.
+  add(Area::kUser, "anna", "c.kdc", 0);
+  EXPECT_EQ(codes(), Codes{});
+  EXPECT_EQ(summary().entries, 3U);
 }
 
 TEST_F(AdminCheck, FindsAFileWithoutALine) {
@@ -313,6 +340,28 @@ TEST_F(AdminCheck, HasAStableNameAndARemedyForEveryKindOfFinding) {
 
 // What only a system with byte names, links and permissions can hold.
 #if !defined(_WIN32)
+
+TEST_F(AdminCheck, FindsALineOfWhichTheSystemDoesNotTell) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs to change the user";
+  namespace fs = std::filesystem;
+  user_file("00000007.kdb");
+  user_index("z.kdb_0000000000/elsewhere\\x\n");
+  make_folder(user() + "\\elsewhere");
+  fs::permissions(native(user() + "\\elsewhere"), fs::perms::none);
+  fs::permissions(native(user()), fs::perms::all);
+  fs::permissions(native(root()), fs::perms::all);
+  ASSERT_EQ(seteuid(65534), 0);
+  const Codes found = codes(Depth::kQuick);
+  admin::FolderView view;
+  view.load(admin::folder_for(tree(), Area::kUser, "anna", ""), {});
+  // No repair moves a file that may be the line's.
+  const bool is_unclaimed = admin::is_unclaimed_file(view, "00000007.kdb");
+  const std::size_t bad_lines = admin::bad_lines(view).size();
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_EQ(found, (Codes{"counter-behind", "file-without-line", "stray-item", "unknown-line"}));
+  EXPECT_FALSE(is_unclaimed);
+  EXPECT_EQ(bad_lines, 0U);
+}
 
 TEST_F(AdminCheck, FindsFilesThatDifferInLetterCase) {
   user_file("Notes.txt");

@@ -5,7 +5,14 @@
 #include <string>
 #include <vector>
 
+#include "index/folder_files.h"
+#include "index/index_reader.h"
 #include "tests/admin/tree_fixture.h"
+#include "tests/support/interrupted_save.h"
+
+#if !defined(_WIN32)
+#include <unistd.h>
+#endif
 
 using admin::Verdict;
 
@@ -20,13 +27,13 @@ class AdminIndex : public ::testing::Test {
   void file(const std::string& name) const { write_file(path(name), "x"); }
   void index(const std::string& text) const { write_file(path("index.dat"), text); }
 
-  std::vector<admin::IndexLine> lines() {
+  std::vector<admin::LintedLine> lines() {
     admin::DocumentFolder folder;
     folder.path = system_form(m_folder.path());
     m_view.load(folder, {});
     m_lint.start(m_view);
-    std::vector<admin::IndexLine> all;
-    admin::IndexLine line;
+    std::vector<admin::LintedLine> all;
+    admin::LintedLine line;
     while (m_lint.next(line)) {
       m_files.push_back(std::string(line.file));
       all.push_back(line);
@@ -37,7 +44,7 @@ class AdminIndex : public ::testing::Test {
   /// "number:verdict" of every line.
   std::vector<std::string> verdicts() {
     std::vector<std::string> all;
-    for (const admin::IndexLine& line : lines())
+    for (const admin::LintedLine& line : lines())
       all.push_back(std::to_string(line.number) + ":" + std::string(name_of(line.verdict)));
     return all;
   }
@@ -45,7 +52,7 @@ class AdminIndex : public ::testing::Test {
   /// What the library finds under each physical name, and what the lines say.
   void compare_with_library() {
     std::map<std::string, std::string> by_key;
-    for (const admin::IndexLine& line : lines()) {
+    for (const admin::LintedLine& line : lines()) {
       if (line.verdict == Verdict::kEntry)
         by_key.emplace(std::string(line.key), std::string(line.stored));
     }
@@ -58,6 +65,35 @@ class AdminIndex : public ::testing::Test {
     ASSERT_EQ(expected, found);
   }
 
+  /// What the lint says of every line, and what the library's reader says of the text.
+  void compare_with_reader(const std::string& text) {
+    FolderFiles files(m_folder.path());
+    const IndexReading reading(text, files);
+    std::vector<std::string> expected;
+    for (const IndexLine& line : reading.lines) {
+      const char* const state = line.state == LineState::kValid     ? "valid"
+                                : line.state == LineState::kMissing ? "missing"
+                                                                    : "unknown";
+      expected.push_back(std::string(line.key) + "/" + std::string(line.stored) + " " + state);
+    }
+    std::vector<std::string> found;
+    for (const admin::LintedLine& line : lines()) {
+      const char* const state = line.verdict == Verdict::kNoFile    ? "missing"
+                                : line.verdict == Verdict::kUnknown ? "unknown"
+                                                                    : "valid";
+      if (line.verdict != Verdict::kNoSeparator && line.verdict != Verdict::kShortKey)
+        found.push_back(std::string(line.key) + "/" + std::string(line.stored) + " " + state);
+    }
+    ASSERT_EQ(expected, found) << text;
+    m_compared += found.size();
+    m_missing += reading.missing;
+    m_unknown += reading.unknown;
+  }
+
+  std::size_t compared() const { return m_compared; }
+  std::size_t missing() const { return m_missing; }
+  std::size_t unknown() const { return m_unknown; }
+
   admin::IndexState state() const { return m_view.index_state(); }
   admin::FolderView& view() { return m_view; }
   admin::IndexLint& lint() { return m_lint; }
@@ -68,6 +104,9 @@ class AdminIndex : public ::testing::Test {
   admin::FolderView m_view;
   admin::IndexLint m_lint;
   std::vector<std::string> m_files;
+  std::size_t m_compared = 0;
+  std::size_t m_missing = 0;
+  std::size_t m_unknown = 0;
 };
 
 using Verdicts = std::vector<std::string>;
@@ -160,6 +199,68 @@ TEST_F(AdminIndex, HasAValidLineWithoutAFileWhenThePhysicalNameAloneExists) {
   compare_with_library();
 }
 
+TEST_F(AdminIndex, TakesTheNameWithTheExtensionForAnEntryUnderItsOwnName) {
+  file("notes.txt.txt");
+  index("notes.txt_0000000000/notes.txt\n");
+  const auto all = lines();
+  ASSERT_EQ(all.size(), 1U);
+  EXPECT_EQ(all[0].verdict, Verdict::kEntry);
+  EXPECT_FALSE(all[0].has_file);
+  EXPECT_EQ(file_of(0), "notes.txt");
+  const std::uint32_t listed = view().find("notes.txt.txt");
+  ASSERT_NE(listed, admin::FolderView::kNone);
+  EXPECT_TRUE(lint().is_claimed(listed));
+  compare_with_library();
+}
+
+TEST_F(AdminIndex, IsTheTextOfASaveThatWasInterrupted) {
+  file("00000001.kdc");
+  file("00000002.kdc");
+  const std::string old_text = "a.kdc_0000000000/00000001\n";
+  const std::string new_text = old_text + "b.kdc_0000000000/00000002\n";
+  const std::string bytes = interrupted_save(old_text, new_text);
+  index(bytes);
+  EXPECT_EQ(verdicts(), (Verdicts{"1:entry", "2:entry"}));
+  EXPECT_EQ(view().index_text(), new_text);
+  EXPECT_EQ(view().index_bytes(), bytes);
+  EXPECT_TRUE(view().has_interrupted_save());
+  compare_with_library();
+  // Without its last byte the trailer vouches for nothing.
+  index(bytes.substr(0, bytes.size() - 1));
+  lines();
+  EXPECT_FALSE(view().has_interrupted_save());
+  EXPECT_EQ(view().index_text().substr(0, old_text.size()), old_text);
+  // The size was on the device before the bytes were.
+  index(old_text + std::string(512, '\0'));
+  EXPECT_EQ(verdicts(), Verdicts{"1:entry"});
+  EXPECT_EQ(view().index_text(), old_text);
+  index(std::string(512, '\0'));
+  EXPECT_TRUE(lines().empty());
+  EXPECT_EQ(state(), admin::IndexState::kNoBytes);
+}
+
+#if !defined(_WIN32)
+
+TEST_F(AdminIndex, HasLinesOfWhichTheSystemDoesNotTell) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs to change the user";
+  make_folder(path("priv"));
+  file("priv\\x.kdb");
+  file("00000001.kdb");
+  index("a.kdb_0000000000/00000001\nz.kdb_0000000001/priv\\x\nz.kdb_0000000002/gone\n");
+  namespace fs = std::filesystem;
+  fs::permissions(system_form(path("priv")), fs::perms::none);
+  fs::permissions(system_form(path("index.dat")), fs::perms::all);
+  fs::permissions(fs::path(system_form(path("priv"))).parent_path(), fs::perms::all);
+  ASSERT_EQ(seteuid(65534), 0);
+  const Verdicts found = verdicts();
+  const std::size_t unknown = lint().unknown_lines();
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_EQ(found, (Verdicts{"1:entry", "2:unknown", "3:no-file"}));
+  EXPECT_EQ(unknown, 1U);
+}
+
+#endif
+
 TEST_F(AdminIndex, AcceptsNamesThatThePathMakesSenseOf) {
   // The physical name may be a pattern, or lead elsewhere: the library asks whether the path
   // exists.
@@ -227,6 +328,67 @@ TEST_F(AdminIndex, OfGarbageIsReadAsTheLibraryReadsIt) {
   }
 }
 
+TEST_F(AdminIndex, IsJudgedLineByLineAsTheLibrarysReaderJudges) {
+  std::mt19937 random(20261122);
+  const auto one_of = [&](const std::vector<std::string>& texts) {
+    return texts[random() % texts.size()];
+  };
+  const std::vector<std::string> stored = {"00000001", "00000002", "notes.txt", "x?",   "sub\\in",
+                                           "x.",       "loud",     "priv\\x",   "LOUD", "gone"};
+  const std::vector<std::string> logical = {"a.kdc", "b", "notes.txt", "x?..", "c.TXT", "loud.kdc"};
+  const std::vector<std::string> stamp = {"_0000000000", "_0000000001", "_4294967295",
+                                          "x00000000y1", "_1"};
+  make_folder(path("sub"));
+  make_folder(path("priv"));
+  file("priv\\x");
+#if !defined(_WIN32)
+  namespace fs = std::filesystem;
+  const bool can_hide = geteuid() == 0;
+  fs::permissions(system_form(path("priv")), fs::perms::none);
+  fs::permissions(fs::path(system_form(path("priv"))).parent_path(), fs::perms::all);
+#endif
+  for (int round = 0; round < 60; ++round) {
+    std::vector<std::string> made;
+    for (const std::string& name : stored) {
+      if (name.find_first_of("?\\") != std::string::npos || random() % 2 == 0) continue;
+      made.push_back(path(name + one_of({"", ".kdc", ".txt", ".TXT"})));
+      write_file(made.back(), "x");
+    }
+    for (int nth = 0; nth < 20; ++nth) {
+      std::string text;
+      for (auto left = random() % 9; left > 0; --left) {
+        text += one_of(logical) + one_of(stamp);
+        if (random() % 8 != 0) text += "/" + one_of(stored);
+        if (random() % 8 != 0) text += "\n";
+      }
+      const std::string bytes = random() % 4 == 0 ? interrupted_save("old", text) : text;
+      index(bytes);
+#if !defined(_WIN32)
+      fs::permissions(system_form(path("index.dat")), fs::perms::all);
+      if (can_hide) {
+        EXPECT_EQ(seteuid(65534), 0);
+      }
+#endif
+      // An index of no byte has no lines for either.
+      compare_with_reader(text);
+#if !defined(_WIN32)
+      if (can_hide) {
+        EXPECT_EQ(seteuid(0), 0);
+      }
+#endif
+      if (HasFatalFailure()) return;
+    }
+    for (const std::string& each : made) vu_file::remove(each);
+  }
+  EXPECT_GT(compared(), 2000U);
+  EXPECT_GT(missing(), 200U);
+#if !defined(_WIN32)
+  if (can_hide) {
+    EXPECT_GT(unknown(), 200U);
+  }
+#endif
+}
+
 TEST_F(AdminIndex, AndItsCounterAreRead) {
   file("00000001.kdc");
   index(" ");
@@ -235,4 +397,6 @@ TEST_F(AdminIndex, AndItsCounterAreRead) {
   write_file(path("index"), "00000041");
   lines();
   EXPECT_EQ(view().read_counter({}), "00000041");
+  write_file(path("index"), interrupted_save("7", "00000042"));
+  EXPECT_EQ(view().read_counter({}), "00000042");
 }

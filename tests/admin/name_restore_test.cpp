@@ -1,6 +1,7 @@
 #include "tools/admin/name_restore.h"
 
 #include "tests/admin/tree_fixture.h"
+#include "tests/support/interrupted_save.h"
 #include "tools/admin/locked_file.h"
 #include "tools/admin/name_snapshot.h"
 #include "tools/admin/name_store.h"
@@ -51,6 +52,27 @@ class AdminRestore : public AdminTree {
 };
 
 }  // namespace
+
+TEST_F(AdminRestore, WorksOnTheTextOfAnInterruptedSave) {
+  add(kArea, "anna", "a.kdc", 0, "bytes of a");
+  const std::string old_text = text();
+  add(kArea, "anna", "b.kdc", 0, "bytes of b");
+  const std::string new_text = text();
+  // A name that was saved, and that neither text has.
+  const std::string saved = "a.kdc_0000000042/00000001\n";
+  write_file(index(), interrupted_save(old_text, new_text));
+  const auto keep = [&](std::string_view kept, const admin::names_format::SavedIndex*) {
+    EXPECT_EQ(kept, new_text);
+    return admin::names_format::measure(kept);
+  };
+  const auto ignore = [](const std::string&, const std::string&) {};
+  EXPECT_EQ(admin::take_indexes(tree(), {}, {}, keep, ignore).indexes.size(), 1U);
+  const RestorePlan done = restore(saved + new_text);
+  EXPECT_EQ(done.unchanged, 2U);
+  EXPECT_EQ(text().find("vu-index-save"), std::string::npos);
+  EXPECT_EQ(content("a.kdc"), "bytes of a");
+  EXPECT_EQ(content("b.kdc"), "bytes of b");
+}
 
 TEST_F(AdminRestore, RecoversAFolderWhoseIndexWasEmptiedAndWhoseFilesWereAdopted) {
   add(kArea, "anna", "Sales report.kdb", 0, "sales");

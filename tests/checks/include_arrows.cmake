@@ -17,7 +17,7 @@ set(rules
   "platform/host   = platform/host platform/i18n platform/os include"
   "platform/i18n   = platform/i18n platform/os include"
   "platform/os     = platform/os include/vu_i18n.h tests/support/os_faults.h"
-  "tools/admin     = tools/admin include platform/os file/replace_in_file.h file/replacement.h index/index_format.h index/document_extensions.h storage/layout.h storage/key_text.h"
+  "tools/admin     = tools/admin include platform/os file/replace_in_file.h file/replacement.h index/index_format.h index/index_reader.h index/folder_files.h index/document_extensions.h storage/layout.h storage/key_text.h"
   "tools/stgctl    = tools/stgctl tools/admin include"
   "tools           = tools/admin include"
   "examples        = examples include"
@@ -31,9 +31,9 @@ set(rules
   "tests/model     = tests/model"
   "tests/reliability = tests/reliability tests/model tests/support platform/os include"
   "tests/stgctl    = tests/stgctl tests/support tools/stgctl include"
-  "tests/admin     = tests/admin tests/support tools/admin include index/index_format.h storage/layout.h"
+  "tests/admin     = tests/admin tests/support tools/admin include index/index_format.h index/index_reader.h index/folder_files.h storage/layout.h"
   "tests/unit      = tests storage index file platform tools include"
-  "tests/support   = tests/support platform/os include storage/roots.h index/index_state.h")
+  "tests/support   = tests/support platform/os include storage/roots.h index/index_state.h file/replacement.h")
 
 # Folders that need not exist yet; of the others a missing one means that nothing was checked.
 set(optional tools examples tests bench)

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <thread>
 
+#include "tests/support/interrupted_save.h"
 #include "vu_file.h"
 
 class ClientRepair : public HarmedTree {};
@@ -36,6 +37,22 @@ TEST_F(ClientRepair, IsPlannedInAFileWithoutTouchingTheTree) {
   const outcome told = on_tree({"repair", "--plan", plan(), "--yes"});
   EXPECT_EQ(told.code, 0) << told.err;
   EXPECT_NE(told.out.find("planned  docs/anna"), std::string::npos) << told.out;
+}
+
+TEST_F(ClientRepair, WorksOnTheTextOfAnInterruptedSave) {
+  const std::string harmed = m_healthy + "gone.kdc_0000000000/00000077\n";
+  write_file(m_folder + "/index.dat", interrupted_save(m_healthy, harmed));
+  ASSERT_EQ(on_tree({"repair", "--plan", plan()}).code, 0);
+  ASSERT_EQ(on_tree({"repair", "--apply", plan(), "--yes"}).code, 0);
+  EXPECT_EQ(read_file(m_folder + "/index.dat"), m_healthy);
+  // What was kept is the text: the bytes would be a save that nobody has begun.
+  ASSERT_EQ(on_tree({"undo", "--yes"}).code, 0);
+  EXPECT_EQ(read_file(m_folder + "/index.dat"), harmed);
+  // An undo that was killed behind its first flush has only the save to complete.
+  ASSERT_EQ(on_tree({"repair", "--apply", plan(), "--yes"}).code, 0);
+  write_file(m_folder + "/index.dat", interrupted_save(m_healthy, harmed));
+  ASSERT_EQ(on_tree({"undo", "--yes"}).code, 0);
+  EXPECT_EQ(read_file(m_folder + "/index.dat"), harmed);
 }
 
 TEST_F(ClientRepair, DoesWhatThePlanSaysAndUndoPutsItAllBack) {

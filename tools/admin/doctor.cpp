@@ -77,7 +77,7 @@ class StatusVisitor final : public Visitor {
       m_owner = folder.owner;
       m_area = folder.area;
     }
-    const std::string index = sys::join(folder.path, kIndexName);
+    const std::string index = sys::join(folder.path, index_format::kIndexFile);
     if (sys::describe(index).kind == sys::Kind::kFile) ++area.with_index;
     return true;
   }

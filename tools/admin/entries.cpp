@@ -32,11 +32,11 @@ class EntryVisitor final : public Visitor {
     }
     if (m_view.index_state() == IndexState::kLocked) {
       m_failures.lock_missed = true;
-      failed(m_view.path_of(kIndexName), m_view.index_status());
+      failed(m_view.path_of(index_format::kIndexFile), m_view.index_status());
       return true;
     }
     if (m_view.index_state() == IndexState::kFailed)
-      failed(m_view.path_of(kIndexName), m_view.index_status());
+      failed(m_view.path_of(index_format::kIndexFile), m_view.index_status());
     return lines() && files();
   }
 
@@ -51,7 +51,7 @@ class EntryVisitor final : public Visitor {
  private:
   bool lines() {
     m_lint.start(m_view);
-    IndexLine line;
+    LintedLine line;
     while (m_lint.next(line)) {
       if (line.verdict != Verdict::kEntry && line.verdict != Verdict::kNoFile) continue;
       const bool has_file = line.verdict == Verdict::kEntry && line.has_file;
@@ -75,7 +75,8 @@ class EntryVisitor final : public Visitor {
     std::uint32_t number = 0;
     for (const Name& name : m_view.names()) {
       const std::uint32_t listed = number++;
-      if (name.kind != sys::Kind::kFile || m_lint.is_claimed(listed) || is_index_file(name.text))
+      if (name.kind != sys::Kind::kFile || m_lint.is_claimed(listed) ||
+          index_format::is_index_file(name.text))
         continue;
       m_entry.logical = m_entry.stored = m_entry.file = name.text;
       if (!offer()) return false;

@@ -125,7 +125,7 @@ bool Steps::lookup(std::int32_t timestamp) {
 
 bool Steps::index_is_readable() {
   m_view.load(m_folder, m_locking);
-  const Values where = {{"path", m_view.path_of(kIndexName)}};
+  const Values where = {{"path", m_view.path_of(index_format::kIndexFile)}};
   switch (m_view.index_state()) {
     case IndexState::kMissing:
       return no(
@@ -145,17 +145,22 @@ bool Steps::index_is_readable() {
     case IndexState::kRead:
       break;
   }
-  return yes("index", "index.dat was read",
-             {{"path", m_view.path_of(kIndexName)},
-              {"bytes", std::to_string(m_view.index_text().size())}});
+  return yes(
+      "index",
+      m_view.has_interrupted_save()
+          ? "index.dat was read; a save was interrupted, and the new text behind the old one "
+            "counts"
+          : "index.dat was read",
+      {{"path", m_view.path_of(index_format::kIndexFile)},
+       {"bytes", std::to_string(m_view.index_text().size())}});
 }
 
 bool Steps::in_index(std::int32_t timestamp) {
   if (!index_is_readable()) return false;
   const std::string key = index_format::key_of(m_request.entry, timestamp);
   m_lint.start(m_view);
-  IndexLine line;
-  std::vector<IndexLine> skipped;
+  LintedLine line;
+  std::vector<LintedLine> skipped;
   while (m_lint.next(line)) {
     if (line.key != key) continue;
     if (line.verdict == Verdict::kEntry) {
@@ -174,8 +179,12 @@ bool Steps::in_index(std::int32_t timestamp) {
     tell_near_misses(key);
     return no("index-line", "no line has the key", {{"key", key}});
   }
-  const IndexLine& first = skipped.front();
-  return no("index-line", "a line has the key, but readers pass over it: its file is not there",
+  const LintedLine& first = skipped.front();
+  const bool is_unknown = first.verdict == Verdict::kUnknown;
+  return no("index-line",
+            is_unknown ? "a line has the key, but readers pass over it: the system does not tell "
+                         "whether its file is there"
+                       : "a line has the key, but readers pass over it: its file is not there",
             {{"key", key},
              {"line", std::to_string(first.number)},
              {"physical", std::string(first.stored)},
@@ -186,7 +195,7 @@ void Steps::tell_near_misses(std::string_view wanted) {
   std::string folded_entry;
   std::string folded;
   fold_case(m_request.entry, folded_entry);
-  IndexLine line;
+  LintedLine line;
   m_lint.start(m_view);
   while (m_lint.next(line)) {
     if (line.verdict != Verdict::kEntry || line.key == wanted) continue;
@@ -207,7 +216,7 @@ std::vector<std::string> Steps::names_with_extension(std::string_view extension)
   std::vector<std::string> names;
   m_view.load(m_folder, m_locking);
   m_lint.start(m_view);
-  IndexLine line;
+  LintedLine line;
   while (m_lint.next(line)) {
     if (line.verdict == Verdict::kEntry && index_format::extension_of(line.logical) == extension)
       names.emplace_back(line.logical);

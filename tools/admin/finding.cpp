@@ -29,7 +29,7 @@ constexpr std::array<FindingKind, kCodes> kKinds = {{
      "the lines of index.dat do not ascend by their keys, as the library writes them",
      "nothing has to be done; the next write orders them"},
     {Code::kEmptyIndex, "empty-index", kError,
-     "index.dat has no bytes, which the library never writes: an older writer was stopped "
+     "index.dat has no bytes, or zeros alone, which the library never leaves: a writer was stopped "
      "half-way, "
      "and the names are lost",
      "restore index.dat before anything writes to the folder"},
@@ -86,6 +86,18 @@ constexpr std::array<FindingKind, kCodes> kKinds = {{
      "look what it is, and move it away"},
     {Code::kUnreadableFolder, "unreadable-folder", kError, "a folder could not be listed",
      "look at its permissions and at the disk"},
+    {Code::kEntryWithoutFile, "entry-without-file", kWarning,
+     "a line of index.dat counts, since its physical name with or without the extension is there, "
+     "but the entry's file is the other of the two; reading it finds nothing",
+     "store the document anew, or remove the entry"},
+    {Code::kUnknownLine, "unknown-line", kWarning,
+     "the system does not tell whether the file of a line is there; readers pass over the line, "
+     "writers keep it, and nothing is adopted or swept beside it",
+     "look at the permissions and at the disk on the way to the file"},
+    {Code::kInterruptedSave, "interrupted-save", kInfo,
+     "a save of index.dat was interrupted when the new text was safe behind the old one; the new "
+     "text counts",
+     "nothing has to be done; the next write completes it"},
 }};
 
 constexpr bool is_in_order() {

@@ -40,8 +40,11 @@ enum class Code : std::uint8_t {
   kLinkInTree,
   kStrayItem,
   kUnreadableFolder,
+  kEntryWithoutFile,
+  kUnknownLine,
+  kInterruptedSave,
 };
-inline constexpr std::size_t kCodes = 27;
+inline constexpr std::size_t kCodes = 30;
 
 enum class Severity : std::uint8_t {
   kInfo,     ///< worth knowing; a problem only to a strict check

@@ -6,14 +6,12 @@
 #include "index/document_extensions.h"
 #include "index/index_format.h"
 #include "storage/layout.h"
+#include "tools/admin/repair_text.h"
 #include "tools/admin/text.h"
 
 namespace admin {
 
 namespace {
-
-/// What the library calls the new files when the counter cannot be used: no number that was drawn.
-constexpr std::string_view kEmergencyName = "99999999";
 
 std::string_view extension_without_dot(std::string_view name) {
   const std::string_view extension = index_format::extension_of(name);
@@ -41,7 +39,7 @@ void FolderCheck::run(const DocumentFolder& folder) {
   m_bucket = 0;
   // Names of other forms are no buckets and have been told of already.
   std::from_chars(folder.bucket.data(), folder.bucket.data() + folder.bucket.size(), m_bucket);
-  m_highest_number = -1;
+  m_highest_number = 0;
   m_data_files = 0;
   m_folded_used = 0;
   m_folded_keys.clear();
@@ -63,19 +61,24 @@ void FolderCheck::run(const DocumentFolder& folder) {
 bool FolderCheck::check_index_state() {
   switch (m_view.index_state()) {
     case IndexState::kLocked:
-      found(Code::kLockNotObtained, kIndexName,
+      found(Code::kLockNotObtained, index_format::kIndexFile,
             "waited " + std::to_string(m_options.locking.time_out.count()) + " ms");
       return false;
     case IndexState::kFailed:
       // A link is told of as such, with all other links.
-      if (const std::uint32_t at = m_view.find(kIndexName);
+      if (const std::uint32_t at = m_view.find(index_format::kIndexFile);
           at == FolderView::kNone || m_view.names()[at].kind != sys::Kind::kLink)
-        found(Code::kUnreadableIndex, kIndexName, sys::text_of(m_view.index_status()));
+        found(Code::kUnreadableIndex, index_format::kIndexFile,
+              sys::text_of(m_view.index_status()));
       return true;
     case IndexState::kNoBytes:
-      found(Code::kEmptyIndex, kIndexName);
+      found(Code::kEmptyIndex, index_format::kIndexFile);
       return true;
     default:
+      if (m_view.has_interrupted_save())
+        found(Code::kInterruptedSave, index_format::kIndexFile,
+              std::to_string(m_view.index_text().size()) + " bytes of text in a file of " +
+                  std::to_string(m_view.index_bytes().size()));
       return true;
   }
 }
@@ -84,19 +87,23 @@ bool FolderCheck::check_index_state() {
 
 void FolderCheck::check_lines() {
   m_lint.start(m_view);
-  IndexLine line;
+  LintedLine line;
   while (m_lint.next(line)) check_line(line);
   if (const std::size_t count = m_lint.unordered_lines(); count != 0)
-    found(Code::kUnorderedLines, kIndexName, std::to_string(count) + " of them");
+    found(Code::kUnorderedLines, index_format::kIndexFile, std::to_string(count) + " of them");
 }
 
-void FolderCheck::check_line(const IndexLine& line) {
+void FolderCheck::check_line(const LintedLine& line) {
   switch (line.verdict) {
     case Verdict::kEntry:
       check_entry(line);
       break;
     case Verdict::kNoFile:
       found(Code::kLineWithoutFile, line.logical, "physical name " + in_quotes(line.stored),
+            line.number);
+      break;
+    case Verdict::kUnknown:
+      found(Code::kUnknownLine, line.logical, "physical name " + in_quotes(line.stored),
             line.number);
       break;
     case Verdict::kDuplicateKey:
@@ -115,14 +122,14 @@ void FolderCheck::check_line(const IndexLine& line) {
   }
 }
 
-void FolderCheck::check_entry(const IndexLine& line) {
+void FolderCheck::check_entry(const LintedLine& line) {
   ++m_summary.entries;
   if (line.has_odd_stamp)
     found(Code::kMalformedLine, line.key, "the key does not end in \"_\" and ten digits",
           line.number);
   if (!line.has_file)
-    found(Code::kLineWithoutFile, line.logical,
-          "the line counts, but the entry's file " + in_quotes(line.file) + " is not there",
+    found(Code::kEntryWithoutFile, line.logical,
+          "physical name " + in_quotes(line.stored) + ", file " + in_quotes(line.file),
           line.number);
   if (line.same_stored_as != 0)
     found(Code::kDuplicatePhysicalName, line.stored,
@@ -143,7 +150,7 @@ void FolderCheck::check_entry(const IndexLine& line) {
   if (m_options.depth == Depth::kFull && is_document_extension(extension)) check_document(line);
 }
 
-void FolderCheck::check_reach(const IndexLine& line) {
+void FolderCheck::check_reach(const LintedLine& line) {
   const DocumentFolder& folder = m_view.folder();
   if (!expects_index(folder.area)) return;
   const bool in_docs = folder.area == Area::kDocs;
@@ -167,7 +174,7 @@ void FolderCheck::check_reach(const IndexLine& line) {
           line.number);
 }
 
-void FolderCheck::check_document(const IndexLine& line) {
+void FolderCheck::check_document(const LintedLine& line) {
   const sys::Info info = sys::describe(m_view.path_of(line.file));
   if (info.kind == sys::Kind::kFile && info.size == 0)
     found(Code::kEmptyDocument, line.logical, "file " + in_quotes(line.file), line.number);
@@ -192,7 +199,7 @@ void FolderCheck::check_names() {
   for (const Name& name : m_view.names()) check_name(name, number++);
   if (m_view.index_state() == IndexState::kMissing && m_data_files != 0 &&
       expects_index(m_view.folder().area))
-    found(Code::kMissingIndex, kIndexName, std::to_string(m_data_files) + " files");
+    found(Code::kMissingIndex, index_format::kIndexFile, std::to_string(m_data_files) + " files");
   const auto cased = [](const Name& name) { return has_case(name.text); };
   if (m_options.depth != Depth::kFull ||
       std::none_of(m_view.names().begin(), m_view.names().end(), cased))
@@ -204,7 +211,7 @@ void FolderCheck::check_name(const Name& name, std::uint32_t number) {
   check_file_name(name);
   switch (name.kind) {
     case sys::Kind::kFile:
-      if (is_index_file(name.text)) break;
+      if (index_format::is_index_file(name.text)) break;
       ++m_summary.files;
       ++m_data_files;
       if (!m_lint.is_claimed(number)) check_unclaimed(name);
@@ -264,10 +271,7 @@ void FolderCheck::check_sub_folder(const Name& name) {
 }
 
 void FolderCheck::note_number(std::string_view name) {
-  const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
-  if (name.size() < 8 || name.size() > 10 || name == kEmergencyName) return;
-  if (!std::all_of(name.begin(), name.end(), is_digit)) return;
-  m_highest_number = std::max<std::int64_t>(m_highest_number, index_format::parse_decimal(name));
+  m_highest_number = std::max(m_highest_number, number_drawn_for(name));
 }
 
 void FolderCheck::check_counter() {
@@ -275,9 +279,9 @@ void FolderCheck::check_counter() {
   const std::optional<std::string> text = m_view.read_counter(m_options.locking);
   const std::int32_t counter = text ? index_format::parse_decimal(*text) : 0;
   if (counter < 0) {
-    found(Code::kCounterUnreadable, kCounterName, "it holds " + in_quotes(*text));
+    found(Code::kCounterUnreadable, index_format::kCounterFile, "it holds " + in_quotes(*text));
   } else if (counter < m_highest_number) {
-    found(Code::kCounterBehind, kCounterName,
+    found(Code::kCounterBehind, index_format::kCounterFile,
           (text ? "it holds " + in_quotes(*text) : std::string("it is missing or cannot be read")) +
               ", the highest name is " + std::to_string(m_highest_number));
   }

@@ -27,9 +27,9 @@ class FolderCheck {
   void found(Code code, std::string_view name, std::string detail = {}, std::size_t line = 0);
 
   bool check_index_state();
-  void check_line(const IndexLine& line);
-  void check_entry(const IndexLine& line);
-  void check_reach(const IndexLine& line);
+  void check_line(const LintedLine& line);
+  void check_entry(const LintedLine& line);
+  void check_reach(const LintedLine& line);
   void check_lines();
   void check_names();
   /// Whether the name is the first one of its letters, in whichever case; else tells of it.
@@ -41,7 +41,7 @@ class FolderCheck {
   void check_sub_folder(const Name& name);
   void note_number(std::string_view name);
 
-  void check_document(const IndexLine& line);
+  void check_document(const LintedLine& line);
   void check_key_files();
   void check_key_file(const std::string& file, Code code);
   void check_parts(const std::string& root);
@@ -60,7 +60,7 @@ class FolderCheck {
   std::vector<std::string> m_key_files;
   std::vector<std::string> m_category_files;
   std::uint32_t m_bucket = 0;  ///< the folder's hash, as its name has it
-  std::int64_t m_highest_number = -1;
+  std::int32_t m_highest_number = 0;
   std::uint64_t m_data_files = 0;
   bool m_path_is_long = false;
 };

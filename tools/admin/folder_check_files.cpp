@@ -11,9 +11,10 @@ void FolderCheck::check_key_files() {
   if (m_key_files.empty() && m_category_files.empty()) return;
   m_logical_names.clear();
   m_lint.start(m_view);
-  IndexLine line;
+  LintedLine line;
   while (m_lint.next(line)) {
-    if (line.verdict == Verdict::kEntry) m_logical_names.insert(line.logical, 1);
+    if (line.verdict == Verdict::kEntry || line.verdict == Verdict::kUnknown)
+      m_logical_names.insert(line.logical, 1);
   }
   for (const std::string& file : m_key_files) check_key_file(file, Code::kDanglingKeyLine);
   for (const std::string& file : m_category_files)

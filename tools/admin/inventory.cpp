@@ -108,15 +108,20 @@ class Inventory {
     }
     const IndexState state = m_view.index_state();
     if (state != IndexState::kLocked && state != IndexState::kFailed) return true;
-    fail(m_view.path_of(kIndexName), m_view.index_status());
+    fail(m_view.path_of(index_format::kIndexFile), m_view.index_status());
     return false;
   }
 
   void collect_versions() {
     m_versions.clear();
     m_lint.start(m_view);
-    IndexLine line;
+    LintedLine line;
     while (m_lint.next(line)) {
+      if (line.verdict == Verdict::kUnknown) {
+        ++m_failures.folders;
+        m_sink.failed(m_view.path_of(line.stored),
+                      "the system does not tell whether the file of an entry is there");
+      }
       if (line.verdict != Verdict::kEntry || !line.has_file) continue;
       m_versions.push_back({std::string(line.logical),
                             line.timestamp,
@@ -137,7 +142,7 @@ class Inventory {
     std::uint32_t number = 0;
     for (const Name& name : m_view.names()) {
       const std::uint32_t listed = number++;
-      if (is_index_file(name.text)) continue;
+      if (index_format::is_index_file(name.text)) continue;
       if (name.kind == sys::Kind::kFolder) {
         const auto owner = by_file.find(document_of(name.text));
         if (owner != by_file.end()) {

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "file/replace_in_file.h"
+#include "file/replacement.h"
 
 namespace admin {
 
@@ -30,6 +31,7 @@ os::Status LockedFile::open(const std::string& path, For purpose, IfMissing if_m
                             const sys::Locking& locking) {
   close();
   m_path = path;
+  m_purpose = purpose;
   const sys::Kind kind = sys::describe(path).kind;
   if (kind == sys::Kind::kMissing && if_missing == IfMissing::kFail) return kNotFound;
   if (kind != sys::Kind::kMissing && kind != sys::Kind::kFile) return kNoPlainFile;
@@ -91,6 +93,15 @@ os::Status LockedFile::move_to(std::uint64_t offset) {
 
 os::Status LockedFile::read_all(std::string& bytes) {
   return read_at(0, static_cast<std::size_t>(size()), bytes);
+}
+
+os::Status LockedFile::read_text(std::string& text) {
+  std::string bytes;
+  const os::Status status = read_all(bytes);
+  std::string saved;
+  text = replacement::text_of(bytes, saved);
+  if (!status.ok() || m_purpose == For::kReading || text == bytes) return status;
+  return replace_lines(bytes, text);
 }
 
 os::Status LockedFile::read_at(std::uint64_t offset, std::size_t count, std::string& bytes) {

@@ -38,6 +38,9 @@ class LockedFile {
   std::uint64_t size() const { return sys::describe(m_path).size; }
   /// Reads the file whole.
   os::Status read_all(std::string& bytes);
+  /// Reads the text that an index or a counter stands for. For changing, an interrupted save is
+  /// completed first, so that the file holds the text and nothing else.
+  os::Status read_text(std::string& text);
   /// Reads so many bytes; fewer only at the end of the file.
   os::Status read_at(std::uint64_t offset, std::size_t count, std::string& bytes);
   /// Writes all of the bytes, or fails.
@@ -57,6 +60,7 @@ class LockedFile {
   os::Status move_to(std::uint64_t offset);
 
   std::string m_path;
+  For m_purpose = For::kReading;
   os::Handle m_handle = os::kNoHandle;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <utility>
 
 #include "tools/admin/index_lint.h"
 #include "tools/admin/locked_file.h"
@@ -33,13 +34,17 @@ class Planner {
     for (const NameLine& name : m_saved) m_saved_files.insert(name.file());
     IndexLint lint;
     lint.start(folder);
-    IndexLine line;
+    LintedLine line;
     while (lint.next(line)) {
+      // What nobody knows of is kept as it stands.
+      if (line.verdict == Verdict::kUnknown) m_unknown.emplace_back(line.key, line.stored);
       if (line.verdict != Verdict::kEntry) continue;
       m_names.emplace(line.key, line.stored);
       const bool is_own = line.timestamp == 0 && line.logical == line.stored;
       if (!is_own) m_owners.emplace(line.file, line.key);
     }
+    // An entry counts before a line of its key that nobody knows of.
+    m_names.insert(m_unknown.begin(), m_unknown.end());
   }
 
   RestorePlan run() {
@@ -158,6 +163,7 @@ class Planner {
   std::set<std::string> m_saved_files;
   std::map<std::string, std::string>
       m_names;  ///< what the index has, and will have: key, stored name
+  std::vector<std::pair<std::string, std::string>> m_unknown;  ///< key, stored name
   std::map<std::string, std::string>
       m_owners;  ///< files and the keys that have them, own names aside
   std::set<std::string> m_renamed;
@@ -178,10 +184,10 @@ RestorePlan plan_restore(const FolderView& folder, std::string_view saved) {
 os::Status restore_names(const DocumentFolder& folder, std::string_view saved,
                          const sys::Locking& locking, RestorePlan& plan) {
   LockedFile index;
-  os::Status status = index.open(sys::join(folder.path, kIndexName), LockedFile::For::kChanging,
-                                 LockedFile::IfMissing::kMake, locking);
+  os::Status status = index.open(sys::join(folder.path, index_format::kIndexFile),
+                                 LockedFile::For::kChanging, LockedFile::IfMissing::kMake, locking);
   std::string text;
-  if (status.ok()) status = index.read_all(text);
+  if (status.ok()) status = index.read_text(text);
   if (!status.ok()) return status;
   FolderView view;
   view.load_text(folder, text);

@@ -4,7 +4,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "tools/admin/folder_view.h"
+#include "file/replacement.h"
+#include "index/index_format.h"
 #include "tools/admin/text.h"
 
 namespace admin {
@@ -30,9 +31,10 @@ class SnapshotVisitor final : public Visitor {
     }
     if (m_options.on_folder) m_options.on_folder(folder);
     m_path.assign(folder.path).push_back(sys::kSeparator);
-    m_path += kIndexName;
-    const os::Status read = sys::read_file(m_path, m_options.locking, m_text);
+    m_path += index_format::kIndexFile;
+    const os::Status read = sys::read_file(m_path, m_options.locking, m_bytes);
     if (read.ok()) {
+      m_text = replacement::text_of(m_bytes, m_saved_text);
       take(saved_name_of(m_tree, folder.path));
     } else if (read.failure() != os::Failure::kNotFound) {
       m_taken.lock_missed = m_taken.lock_missed || read.failure() == os::Failure::kLocked;
@@ -88,7 +90,9 @@ class SnapshotVisitor final : public Visitor {
   TakenIndexes m_taken;
   std::unordered_map<std::uint64_t, SavedIndex> m_known;
   std::string m_path;
-  std::string m_text;
+  std::string m_bytes;
+  std::string m_saved_text;  ///< of an interrupted save
+  std::string_view m_text;   ///< what the bytes stand for
 };
 
 }  // namespace

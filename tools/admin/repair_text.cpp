@@ -34,9 +34,9 @@ std::vector<std::pair<std::size_t, BadLine>> bad_lines(const FolderView& folder)
   std::vector<std::pair<std::size_t, BadLine>> lines;
   IndexLint lint;
   lint.start(folder);
-  IndexLine line;
+  LintedLine line;
   while (lint.next(line)) {
-    if (line.verdict != Verdict::kEntry && !is_blank(line.raw))
+    if (is_bad(line.verdict) && !is_blank(line.raw))
       lines.emplace_back(line.number, BadLine{std::string(line.raw), line.verdict});
   }
   return lines;
@@ -49,10 +49,9 @@ std::string without_bad_lines(const FolderView& folder, const std::set<BadLine>&
   std::set<std::string, std::less<>> seen;
   IndexLint lint;
   lint.start(folder);
-  IndexLine line;
+  LintedLine line;
   while (lint.next(line)) {
-    if (line.verdict != Verdict::kEntry &&
-        unwanted.contains({std::string(line.raw), line.verdict})) {
+    if (is_bad(line.verdict) && unwanted.contains({std::string(line.raw), line.verdict})) {
       ++removed;
       continue;
     }
@@ -107,9 +106,9 @@ bool is_dangling(const FolderView& folder, std::string_view line) {
     return false;
   IndexLint lint;
   lint.start(folder);
-  IndexLine entry;
+  LintedLine entry;
   while (lint.next(entry)) {
-    if (entry.verdict == Verdict::kEntry &&
+    if ((entry.verdict == Verdict::kEntry || entry.verdict == Verdict::kUnknown) &&
         (entry.logical == pair->name || entry.logical == pair->value))
       return false;
   }
@@ -153,28 +152,35 @@ std::string with_key_lines(std::string_view text, const std::vector<std::string>
 bool is_unclaimed_file(const FolderView& folder, std::string_view name) {
   const std::uint32_t at = folder.find(name);
   if (at == FolderView::kNone || folder.names()[at].kind != sys::Kind::kFile ||
-      is_index_file(name) || folder.index_state() != IndexState::kRead)
+      index_format::is_index_file(name) || folder.index_state() != IndexState::kRead)
     return false;
   IndexLint lint;
   lint.start(folder);
-  IndexLine line;
+  LintedLine line;
   while (lint.next(line)) {
   }
-  return !lint.is_claimed(at);
+  // A line of which nobody knows may lead to any file.
+  return lint.unknown_lines() == 0 && !lint.is_claimed(at);
+}
+
+std::int32_t number_drawn_for(std::string_view stored) {
+  constexpr std::size_t kMostDigits = 10;
+  const bool is_drawn = index_format::is_generated_name(stored) && stored.size() <= kMostDigits &&
+                        stored != index_format::kTroubleName;
+  return is_drawn ? index_format::parse_decimal(stored) : 0;
 }
 
 std::int32_t highest_number(const FolderView& folder) {
-  // What the library calls new files when the counter cannot be used: no number that was drawn.
-  constexpr std::string_view kEmergencyName = "99999999";
   std::int32_t highest = 0;
   for (const Name& name : folder.names()) {
     const std::string_view stem = name.text.substr(0, name.text.find('.'));
-    const bool is_number = stem.size() >= 8 && stem.size() <= 10 && stem != kEmergencyName &&
-                           stem.find_first_not_of("0123456789") == std::string_view::npos;
-    if (is_number && name.kind == sys::Kind::kFile)
-      highest = std::max(highest, index_format::parse_decimal(stem));
+    if (name.kind == sys::Kind::kFile) highest = std::max(highest, number_drawn_for(stem));
   }
   return highest;
+}
+
+std::string highest_name(const FolderView& folder) {
+  return index_format::generated_name(highest_number(folder));
 }
 
 std::int32_t counter_in(std::string_view text) { return index_format::parse_decimal(text); }

@@ -41,10 +41,14 @@ std::string without_key_lines(std::string_view text, const std::set<std::string>
 /// The key file with lines added at its end, where it does not have them.
 std::string with_key_lines(std::string_view text, const std::vector<std::string>& lines);
 
-/// Whether a name of the folder is a file that no line of its index claims.
+/// Whether a name of the folder is a file that no line of its index claims, nor may claim.
 bool is_unclaimed_file(const FolderView& folder, std::string_view name);
+/// The number that a stored name was generated from; 0 when it was not drawn from the counter.
+std::int32_t number_drawn_for(std::string_view stored);
 /// The highest number among the names of the folder that were generated; 0 without one.
 std::int32_t highest_number(const FolderView& folder);
+/// The name of that number.
+std::string highest_name(const FolderView& folder);
 /// The number in a counter's text.
 std::int32_t counter_in(std::string_view text);
 /// Whether a name of the folder is one of parts whose document is not there.

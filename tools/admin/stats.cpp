@@ -102,7 +102,7 @@ class StatsVisitor final : public Visitor {
           ++m_stats.failures;
         continue;
       }
-      Sum& kind = is_index_file(entry.name) ? m_stats.indexes : m_stats.documents;
+      Sum& kind = index_format::is_index_file(entry.name) ? m_stats.indexes : m_stats.documents;
       count(entry.name, listing.describe(entry), kind);
     }
     if (!listing.status().ok()) ++m_stats.failures;
@@ -150,7 +150,7 @@ class StatsVisitor final : public Visitor {
   }
 
   static std::string_view extension_of(std::string_view name) {
-    return is_index_file(name) ? "(index)" : index_format::extension_of(name);
+    return index_format::is_index_file(name) ? "(index)" : index_format::extension_of(name);
   }
 
   Sum& age_group(std::int64_t age) {

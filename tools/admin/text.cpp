@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "index/index_format.h"
+
 namespace admin {
 
 namespace {
@@ -192,7 +194,7 @@ const char* why_not_safe(std::string_view name) {
     return "it holds a zero byte";
   }
   if (name == "." || name == "..") return "it names the folder itself or the one above";
-  if (name == "index.dat" || name == "index") return "it is a name of the index itself";
+  if (index_format::is_index_file(name)) return "it is a name of the index itself";
   return nullptr;
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "index/index_format.h"
 #include "storage/layout.h"
 
 namespace admin {
@@ -20,8 +21,12 @@ std::string without_trailing_separators(std::string path) {
   return path;
 }
 
-bool is_file_in(const std::string& folder, std::string_view name) {
-  return sys::describe(sys::join(folder, name)).kind == sys::Kind::kFile;
+/// Whether the folder holds an index, or the counter beside one.
+bool has_index(const std::string& folder) {
+  const auto has = [&](std::string_view name) {
+    return sys::describe(sys::join(folder, name)).kind == sys::Kind::kFile;
+  };
+  return has(index_format::kIndexFile) || has(index_format::kCounterFile);
 }
 
 /// Walks one area, whose folders are opened one inside the other.
@@ -170,7 +175,7 @@ std::string owner_folder_name(std::string_view owner) {
 Layout guess_layout(const std::string& storage) {
   for (const Area area : {Area::kUser, Area::kMail}) {
     const std::string folder = sys::join(storage, name_of(area));
-    if (is_file_in(folder, "index.dat") || is_file_in(folder, "index")) return Layout::kFlat;
+    if (has_index(folder)) return Layout::kFlat;
   }
   // An owner may be called like a bucket, but a bucket holds an index and no owner's folder does.
   const std::string docs = sys::join(storage, name_of(Area::kDocs));
@@ -181,7 +186,7 @@ Layout guess_layout(const std::string& storage) {
     if (entry.kind != sys::Kind::kFolder) continue;
     if (!is_bucket_name(entry.name)) return Layout::kOwner;
     const std::string bucket = sys::join(docs, entry.name);
-    if (is_file_in(bucket, "index.dat") || is_file_in(bucket, "index")) return Layout::kFlat;
+    if (has_index(bucket)) return Layout::kFlat;
   }
   return Layout::kOwner;
 }

@@ -12,8 +12,8 @@ namespace stgctl {
 
 namespace {
 
-using admin::IndexLine;
 using admin::IndexState;
+using admin::LintedLine;
 using admin::Verdict;
 
 enum class Wanted { kAllLines, kBadLines };
@@ -30,7 +30,7 @@ std::string_view name_of(IndexState state) {
 }
 
 /// What is odd about a line, or nothing.
-std::string remark_on(const IndexLine& line) {
+std::string remark_on(const LintedLine& line) {
   switch (line.verdict) {
     case Verdict::kNoSeparator:
       return "passed over: no \"/\"";
@@ -38,6 +38,8 @@ std::string remark_on(const IndexLine& line) {
       return "passed over: the key has no room for a timestamp";
     case Verdict::kNoFile:
       return "passed over: its file is not there";
+    case Verdict::kUnknown:
+      return "passed over, and kept: the system does not tell whether its file is there";
     case Verdict::kDuplicateKey:
       return formatted("passed over: line {} has the key", line.same_key_as);
     case Verdict::kEntry:
@@ -69,7 +71,7 @@ class IndexVisitor final : public admin::Visitor {
     if (state != IndexState::kRead) m_problems += 1;
     show_folder(state);
     m_lint.start(m_view);
-    IndexLine line;
+    LintedLine line;
     while (m_lint.next(line)) {
       const std::string remark = remark_on(line);
       if (!remark.empty()) ++m_problems;
@@ -106,12 +108,13 @@ class IndexVisitor final : public admin::Visitor {
     }
     if (m_wanted == Wanted::kAllLines || state != IndexState::kRead) {
       m_context.out().print(
-          "{}{}\n", m_context.out().styled(Style::kBold, shown(m_view.path_of(admin::kIndexName))),
+          "{}{}\n",
+          m_context.out().styled(Style::kBold, shown(m_view.path_of(index_format::kIndexFile))),
           state == IndexState::kRead ? "" : formatted("  {}", name_of(state)));
     }
   }
 
-  void show_line(const IndexLine& line, const std::string& remark) {
+  void show_line(const LintedLine& line, const std::string& remark) {
     if (m_context.out().json()) {
       Json fields;
       fields["record"] = "line";
@@ -132,7 +135,7 @@ class IndexVisitor final : public admin::Visitor {
     const std::string where =
         m_wanted == Wanted::kAllLines
             ? formatted("{:>6}  ", line.number)
-            : formatted("{}:{}: ", shown(m_view.path_of(admin::kIndexName)), line.number);
+            : formatted("{}:{}: ", shown(m_view.path_of(index_format::kIndexFile)), line.number);
     m_context.out().print(
         "{}{}{}\n", where, shown(line.raw.substr(0, kMostShown)),
         remark.empty() ? "" : m_context.out().styled(Style::kYellow, "  # " + remark));

@@ -43,6 +43,8 @@ class Restoring {
   Exit run() {
     plan();
     if (m_restorable == 0 && m_dropped == 0) {
+      // What is left are saves to be completed; that changes no name.
+      for (const Job& job : m_jobs) restore(job);
       if (!m_any_told) {
         throw Failure(Exit::kNothingMatched,
                       formatted("snapshot {} has no name that could be brought back; nothing was "
@@ -91,13 +93,14 @@ class Restoring {
   }
 
   void plan_folder(const admin::DocumentFolder& folder, std::string saved) {
-    check_no_link(m_context, admin::sys::join(folder.path, admin::kIndexName));
+    check_no_link(m_context, admin::sys::join(folder.path, index_format::kIndexFile));
     m_view.load(folder, m_context.locking());
     Context::stop_if_interrupted();
     if (m_view.index_state() == admin::IndexState::kLocked) throw locked(folder);
     if (m_view.index_state() == admin::IndexState::kFailed) {
-      throw Failure(Exit::kFailed, formatted("{}: {}", shown(m_view.path_of(admin::kIndexName)),
-                                             admin::sys::text_of(m_view.index_status())));
+      throw Failure(Exit::kFailed,
+                    formatted("{}: {}", shown(m_view.path_of(index_format::kIndexFile)),
+                              admin::sys::text_of(m_view.index_status())));
     }
     const bool is_gone = m_view.status().failure() == os::Failure::kNotFound;
     if (!m_view.status().ok() && !is_gone) {
@@ -106,8 +109,10 @@ class Restoring {
     }
     const RestorePlan plan = admin::plan_restore(m_view, saved);
     const bool dry = m_context.options().dry_run;
-    if (dry || !plan.changes()) tell(folder, plan);
-    if (!plan.changes()) return;
+    // An interrupted save is completed, whether or not names come back.
+    const bool is_job = plan.changes() || m_view.has_interrupted_save();
+    if (dry || !is_job) tell(folder, plan);
+    if (!is_job) return;
     m_restorable += plan.count(NameFate::kRestored);
     m_dropped += plan.dropped.size();
     if (!dry) m_jobs.push_back({folder, std::move(saved)});
@@ -129,7 +134,7 @@ class Restoring {
   }
 
   Failure locked(const admin::DocumentFolder& folder) {
-    const std::string path = admin::sys::join(folder.path, admin::kIndexName);
+    const std::string path = admin::sys::join(folder.path, index_format::kIndexFile);
     return {Exit::kLockTimeout, formatted("{} is locked by {} (--lock-timeout)", shown(path),
                                           holder_of(m_context, path))};
   }

@@ -53,7 +53,7 @@ void take_back(const std::string& folder, const std::string& name, std::int32_t 
                bool has_file) {
   if (has_file) {
     STGIndex::remove(folder, name, timestamp);
-  } else if (sys::describe(sys::join(folder, admin::kIndexName)).kind == sys::Kind::kFile) {
+  } else if (sys::describe(sys::join(folder, index_format::kIndexFile)).kind == sys::Kind::kFile) {
     STGIndex::updateIndexFile(folder);
   }
 }

@@ -89,7 +89,7 @@ class Planning {
 
   void plan_lines() {
     Repair repair;
-    repair.path = relative(m_view.path_of(admin::kIndexName));
+    repair.path = relative(m_view.path_of(index_format::kIndexFile));
     for (const auto& [number, line] : admin::bad_lines(m_view)) {
       const Code code = code_of(line.verdict);
       if (!wanted(code)) continue;
@@ -157,8 +157,8 @@ class Planning {
     Repair repair;
     repair.kind = RepairKind::kSetCounter;
     repair.code = code_name(finding.code);
-    repair.path = relative(m_view.path_of(admin::kCounterName));
-    repair.value = formatted("{:08}", admin::highest_number(m_view));
+    repair.path = relative(m_view.path_of(index_format::kCounterFile));
+    repair.value = admin::highest_name(m_view);
     m_plan.repairs.push_back(std::move(repair));
     return true;
   }
@@ -259,12 +259,11 @@ Repair repair_of(const Json& object) {
   repair.bytes = object.value("bytes", std::uint64_t{0});
   repair.modified = object.value("modified", std::int64_t{0});
   const std::string_view file = std::string_view(repair.path).substr(repair.path.rfind('/') + 1);
-  const bool fits = repair.kind == RepairKind::kRemoveLines  ? file == admin::kIndexName
-                    : repair.kind == RepairKind::kSetCounter ? file == admin::kCounterName
-                                                             : !admin::is_index_file(file);
+  const bool fits = repair.kind == RepairKind::kRemoveLines  ? file == index_format::kIndexFile
+                    : repair.kind == RepairKind::kSetCounter ? file == index_format::kCounterFile
+                                                             : !index_format::is_index_file(file);
   if (!fits) refuse(formatted("{} is nothing for '{}'", shown(repair.path), name_of(repair.kind)));
-  const bool is_number = repair.value.size() >= 8 && repair.value.size() <= 10 &&
-                         repair.value.find_first_not_of("0123456789") == std::string::npos;
+  const bool is_number = index_format::is_generated_name(repair.value) && repair.value.size() <= 10;
   if (repair.kind == RepairKind::kSetCounter && !is_number)
     refuse(formatted("'{}' is no value of a counter", shown(repair.value)));
   return repair;
@@ -320,7 +319,7 @@ std::string path_in_tree(Context& context, const std::string& path) {
   for (std::string_view rest = path;;) {
     const std::size_t end = std::min(rest.find('/'), rest.size());
     const std::string_view part = rest.substr(0, end);
-    const bool is_index = admin::is_index_file(part);
+    const bool is_index = index_format::is_index_file(part);
     if ((!is_index && admin::why_not_safe(part) != nullptr) || (is_index && end != rest.size()) ||
         (parts == 0 && !admin::area_named(part)))
       refuse(formatted("{} is no path in the tree", shown(path)));

@@ -45,7 +45,7 @@ void look(FolderView& view, const std::string& folder, LockedFile& index) {
   admin::DocumentFolder place;
   place.path = folder;
   std::string text;
-  if (index.is_open() && index.read_all(text).ok()) {
+  if (index.is_open() && index.read_text(text).ok()) {
     view.load_text(place, text);
   } else {
     sys::Locking no_lock;
@@ -160,7 +160,7 @@ Worked set_counter(Context& context, const Repair& repair, const std::string& pa
     const os::Status opened = open_locked(context, counter, path, purpose_of(work.is_dry()),
                                           LockedFile::IfMissing::kMake);
     if (!opened.ok()) return failed(opened);
-    if (const os::Status read = counter.read_all(text); !read.ok()) return failed(read);
+    if (const os::Status read = counter.read_text(text); !read.ok()) return failed(read);
   }
   if (!text.empty() && admin::counter_in(text) >= admin::counter_in(repair.value))
     return skipped("the counter has gone on to " + shown(text));
@@ -174,7 +174,7 @@ Worked set_counter(Context& context, const Repair& repair, const std::string& pa
 
 Worked quarantine(Context& context, const Repair& repair, const std::string& path, WorkPlan& work) {
   const std::string folder = folder_of(path);
-  const std::string index_path = sys::join(folder, admin::kIndexName);
+  const std::string index_path = sys::join(folder, index_format::kIndexFile);
   // Under the index's lock nobody can give the file a line.
   LockedFile index;
   if (sys::describe(index_path).kind != sys::Kind::kMissing) {
@@ -275,7 +275,9 @@ Worked undo_bytes(Context& context, const AppliedPlan& plan, const Step& step,
   if (opened.failure() == os::Failure::kNotFound) return skipped("the file is gone");
   if (!opened.ok()) return failed(opened);
   std::string now;
-  if (const os::Status read = file.read_all(now); !read.ok()) return failed(read);
+  const bool is_key_file = step.repair.kind == RepairKind::kRemoveKeyLines;
+  const os::Status read = is_key_file ? file.read_all(now) : file.read_text(now);
+  if (!read.ok()) return failed(read);
   if (step.repair.kind == RepairKind::kSetCounter)
     return undo_counter(file, step, path, before, now, dry_run);
   if (now == before) return skipped("it is as it was");
@@ -283,8 +285,7 @@ Worked undo_bytes(Context& context, const AppliedPlan& plan, const Step& step,
   if (text == now) return skipped("the lines are there");
   const std::string told = text == before ? "" : "beside what was written since";
   if (dry_run) return {How::kDone, told};
-  const Writing how =
-      step.repair.kind == RepairKind::kRemoveLines ? Writing::kLines : Writing::kBytes;
+  const Writing how = is_key_file ? Writing::kBytes : Writing::kLines;
   const os::Status written = write(file, how, now, text);
   return written.ok() ? Worked{How::kDone, told} : failed(written);
 }

@@ -124,7 +124,7 @@ std::vector<FoundEntry> entries_of_folder(Context& context, const admin::Documen
   admin::FolderView view;
   view.load(folder, context.locking());
   Context::stop_if_interrupted();
-  const std::string index = view.path_of(admin::kIndexName);
+  const std::string index = view.path_of(index_format::kIndexFile);
   if (view.index_state() == admin::IndexState::kLocked) {
     throw Failure(Exit::kLockTimeout,
                   formatted("{} is locked elsewhere (--lock-timeout)", shown(index)));
@@ -136,7 +136,7 @@ std::vector<FoundEntry> entries_of_folder(Context& context, const admin::Documen
   std::vector<FoundEntry> found;
   admin::IndexLint lint;
   lint.start(view);
-  admin::IndexLine line;
+  admin::LintedLine line;
   while (lint.next(line)) {
     if (line.verdict != admin::Verdict::kEntry || !line.has_file) continue;
     FoundEntry entry = {folder,         admin::EntryState::kIndexed, std::string(line.logical),
