@@ -7,6 +7,10 @@
 #include "tools/admin/stats.h"
 #include "vu_file.h"
 
+#if !defined(_WIN32)
+#include <unistd.h>
+#endif
+
 using admin::Area;
 using admin::EntryQuery;
 using admin::EntryState;
@@ -147,6 +151,27 @@ TEST_F(AdminEntries, OfALockedIndexAreAFailure) {
   query.locking.mode = admin::sys::Locking::Mode::kShared;
   EXPECT_EQ(list(query).size(), 2U);
 }
+
+#if !defined(_WIN32)
+
+TEST_F(AdminEntries, OfWhichTheSystemDoesNotTellAreNotCalledMissing) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs to change the user";
+  namespace fs = std::filesystem;
+  const std::string place = folder(Area::kUser, "anna", "");
+  write_file(place + "\\index.dat",
+             "gone.kdb_0000000000/00000001\nz.kdb_0000000000/elsewhere\\x\n");
+  make_folder(place + "\\elsewhere");
+  fs::permissions(native(place + "\\elsewhere"), fs::perms::none);
+  fs::permissions(native(root()), fs::perms::all);
+  EntryQuery query;
+  query.state = EntryState::kMissing;
+  ASSERT_EQ(seteuid(65534), 0);
+  const Lines found = list(query);
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_EQ(found, Lines{"user:anna:gone.kdb@0=missing"});
+}
+
+#endif
 
 TEST_F(AdminEntries, AreAddedUpByArea) {
   const std::string document = add(Area::kDocs, "anna", "sales.kdc", 0, "1234567890");

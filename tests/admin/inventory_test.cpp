@@ -2,6 +2,10 @@
 
 #include "tests/admin/tree_fixture.h"
 
+#if !defined(_WIN32)
+#include <unistd.h>
+#endif
+
 class Inventory : public AdminTree {
  protected:
   struct Seen final : admin::InventorySink {
@@ -22,19 +26,24 @@ class Inventory : public AdminTree {
       left.push_back(location.substr(location.find_last_of("/\\") + 1));
     }
     void failed(const std::string& location, const std::string&) override {
-      ADD_FAILURE() << location;
+      failures.push_back(location.substr(location.find_last_of("/\\") + 1));
     }
     std::optional<admin::Holding> last;
     Codes texts;
     Codes left;
+    Codes failures;
   };
 
   Seen take(admin::InventoryOptions options = {}) {
     Seen seen;
-    admin::take_inventory(tree(), options, seen);
+    const admin::EntryFailures failures = admin::take_inventory(tree(), options, seen);
+    EXPECT_EQ(seen.failures, m_expected_failures);
+    EXPECT_EQ(failures.folders, m_expected_failures.size());
     std::sort(seen.left.begin(), seen.left.end());
     return seen;
   }
+
+  Codes m_expected_failures;
 
   static void write(const std::string& path) {
     make_folder(path.substr(0, path.find_last_of("/\\")));
@@ -119,3 +128,24 @@ TEST(InventoryOrder, GoesFolderByFolder) {
           << sorted[i] << " " << sorted[j];
   }
 }
+
+#if !defined(_WIN32)
+
+TEST_F(Inventory, FailsToTellOfALineOfWhichTheSystemDoesNot) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs to change the user";
+  namespace fs = std::filesystem;
+  add(admin::Area::kUser, "anna", "a.txt", 0);
+  const std::string place = folder(admin::Area::kUser, "anna", "");
+  write_file(place + "\\index.dat",
+             read_file(place + "\\index.dat") + "z.kdb_0000000000/elsewhere\\x\n");
+  make_folder(place + "\\elsewhere");
+  fs::permissions(native(place + "\\elsewhere"), fs::perms::none);
+  fs::permissions(native(root()), fs::perms::all);
+  m_expected_failures = {"x"};
+  ASSERT_EQ(seteuid(65534), 0);
+  const Seen seen = take();
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_EQ(seen.texts, Codes{"version user anna a.txt  @0"});
+}
+
+#endif

@@ -6,6 +6,10 @@
 #include "tools/admin/name_snapshot.h"
 #include "tools/admin/name_store.h"
 
+#if !defined(_WIN32)
+#include <unistd.h>
+#endif
+
 using admin::NameFate;
 using admin::RestorePlan;
 
@@ -73,6 +77,28 @@ TEST_F(AdminRestore, WorksOnTheTextOfAnInterruptedSave) {
   EXPECT_EQ(content("a.kdc"), "bytes of a");
   EXPECT_EQ(content("b.kdc"), "bytes of b");
 }
+
+#if !defined(_WIN32)
+
+TEST_F(AdminRestore, KeepsALineOfWhichTheSystemDoesNotTell) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs to change the user";
+  namespace fs = std::filesystem;
+  add(kArea, "anna", "a.kdc", 0, "bytes of a");
+  const std::string saved = text();
+  const std::string unknown = "z.kdb_0000000000/elsewhere\\x\n";
+  write_file(index(), unknown);
+  make_folder(place() + "\\elsewhere");
+  for (const std::string& each : {index(), place(), root()})
+    fs::permissions(native(each), fs::perms::all);
+  fs::permissions(native(place() + "\\elsewhere"), fs::perms::none);
+  ASSERT_EQ(seteuid(65534), 0);
+  const RestorePlan done = restore(saved);
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_EQ(done.count(NameFate::kRestored), 1U);
+  EXPECT_EQ(text(), saved + unknown);
+}
+
+#endif
 
 TEST_F(AdminRestore, RecoversAFolderWhoseIndexWasEmptiedAndWhoseFilesWereAdopted) {
   add(kArea, "anna", "Sales report.kdb", 0, "sales");
