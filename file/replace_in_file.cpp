@@ -40,12 +40,12 @@ bool carry_out(os::Handle handle, const Stage& stage, Outcome& outcome) {
   return outcome.flushed.ok();
 }
 
-/// Leaves the old text after a stage that failed: what stands behind it goes. Where even that fails, what
-/// stands there means nothing without a whole trailer.
-void take_back(os::Handle handle, std::string_view old_bytes, const Plan& plan) {
+/// Leaves the old text after a stage that failed: what stands behind it goes. Where even that fails,
+/// what stands there means nothing without a whole trailer. @return whether the file is cut.
+bool take_back(os::Handle handle, std::string_view old_bytes, const Plan& plan) {
   // A replacement in place wrote over the old text itself.
   if (plan.first_over_old == 0) static_cast<void>(write_at(handle, 0, old_bytes));
-  static_cast<void>(cut_at(handle, old_bytes.size()));
+  return cut_at(handle, old_bytes.size()).ok();
 }
 
 Outcome carry_out(os::Handle handle, std::string_view old_bytes, const Plan& plan, Holds before) {
@@ -56,7 +56,11 @@ Outcome carry_out(os::Handle handle, std::string_view old_bytes, const Plan& pla
   for (std::size_t i = 0; i < plan.stages.size(); ++i) {
     if (i == plan.first_over_old && i > 0) outcome.holds = Holds::kNewText;
     if (carry_out(handle, plan.stages[i], outcome)) continue;
-    if (outcome.holds == Holds::kOldText) take_back(handle, old_bytes, plan);
+    const bool is_whole = outcome.written.ok() && i + 1 == plan.first_over_old;
+    const bool is_taken_back =
+        outcome.holds == Holds::kNewText || take_back(handle, old_bytes, plan);
+    // A whole copy that could be neither flushed nor cut off stands for the new text.
+    if (!is_taken_back && is_whole) outcome.holds = Holds::kNewText;
     return outcome;
   }
   outcome.holds = Holds::kNewText;
@@ -71,8 +75,7 @@ Outcome carry_out(os::Handle handle, std::string_view old_bytes, std::string_vie
   if (!found) return carry_out(handle, old_bytes, plan(old_bytes, new_text), Holds::kOldText);
 
   // A copy of the next text must not take the place of one that is still needed.
-  Outcome completed =
-      carry_out(handle, old_bytes, completion(old_bytes, *found), Holds::kNewText);
+  Outcome completed = carry_out(handle, old_bytes, completion(old_bytes, *found), Holds::kNewText);
   if (!completed.ok()) {
     completed.holds = Holds::kOldText;
     return completed;

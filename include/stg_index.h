@@ -12,39 +12,42 @@
 
 class IndexState;
 
+VU_STORAGE_TYPES_BEGIN
+
 /// The index of a storage folder: "index.dat", which maps a logical name and a timestamp to the
 /// physical file that holds that version.
 ///
-/// Clients use the public static operations. Each one loads the index of the folder it is given, asks
-/// or changes it in memory and, when it changed, merges it with what is on disk by then and writes it
-/// back, before it returns: a change is on disk when the operation is over, and no index, handle or
-/// lock outlives a call. While an operation runs it holds a shared lock on an existing "index.dat" and
-/// for the rewrite an exclusive one.
+/// Clients use the public static operations. Each one loads the index of the folder it is given,
+/// asks or changes it in memory and, when it changed, merges it with what is on disk by then and
+/// writes it back, before it returns: a change is on disk when the operation is over, and no index,
+/// handle or lock outlives a call. While an operation runs it holds a shared lock on an existing
+/// "index.dat" and for the rewrite an exclusive one.
 ///
 /// Arguments: `folder` is a path without a trailing separator; `logical` a logical name with its
-/// extension; `ts` a timestamp, seconds or any other stamp of the caller's between 0 and 2147483647 (32
-/// bits in meaning on every platform; values outside are clamped). Names are used by plain
+/// extension; `ts` a timestamp, seconds or any other stamp of the caller's between 0 and 2147483647
+/// (32 bits in meaning on every platform; values outside are clamped). Names are used by plain
 /// concatenation: separators, "..", wildcards, line feeds and the index's own file names are the
 /// caller's to refuse.
 ///
-/// Errors: a folder that does not exist is traced and behaves as an empty one. vu_file_except leaves
-/// an operation when an existing "index.dat" cannot be opened or read, or when the rewritten one cannot be
-/// read to its end before it is merged; one that cannot be opened for writing is traced as a warning, and
-/// the change is lost. Traces carry the source name "stg_index".
+/// Errors: a folder that does not exist is traced and behaves as an empty one. vu_file_except
+/// leaves an operation when an existing "index.dat" cannot be opened or read, or when the rewritten
+/// one cannot be read to its end before it is merged; one that cannot be opened for writing is
+/// traced as a warning, and the change is lost. Traces carry the source name "stg_index".
 ///
-/// Lines whose files nobody knows of: where the system fails to tell whether the file of a line is there (an
-/// I/O error, a folder that may not be searched), an error names the line. A save keeps it as it stands, a
-/// question passes it over, remove() and rename() leave it, create() gives its stored name. As long as there
-/// is one, nothing is adopted, swept or migrated in that folder. All other changes are saved.
+/// Lines whose files nobody knows of: where the system fails to tell whether the file of a line is
+/// there (an I/O error, a folder that may not be searched), an error names the line. A save keeps
+/// it as it stands, a question passes it over, remove() and rename() leave it, create() gives its
+/// stored name. As long as there is one, nothing is adopted, swept or migrated in that folder. All
+/// other changes are saved.
 ///
-/// Interruptions: an operation that ends with its process, or with the power, leaves every other entry as it
-/// was; the next reader finds the entries from before the operation or those from after it. See
-/// docs/reliability.md for the files that may be left over.
+/// Interruptions: an operation that ends with its process, or with the power, leaves every other
+/// entry as it was; the next reader finds the entries from before the operation or those from after
+/// it. See docs/reliability.md for the files that may be left over.
 ///
 /// Blocking and threads are told as with vu_file: "the index" is "index.dat", its counter the file
-/// "index". An operation that makes a missing "index.dat" or adopts files writes the index, and waits
-/// for its readers, too. What threads and processes do to one folder is reconciled by the merge; see
-/// docs/concurrency.md for what that does not cover.
+/// "index". An operation that makes a missing "index.dat" or adopts files writes the index, and
+/// waits for its readers, too. What threads and processes do to one folder is reconciled by the
+/// merge; see docs/concurrency.md for what that does not cover.
 class VU_STORAGE_API STGIndex : public vu_file {
  public:
   /// A map of names, in byte-wise order.
@@ -92,8 +95,8 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @blocking{for writers of the index; for a new version for its readers and its counter, too}
   /// @threads{any}
   static std::string create(const std::string& folder, const std::string& logical, long ts);
-  /// Removes a version and its file; nothing when there is none. When the system refuses to remove the
-  /// file, which is traced as an error, the version stays.
+  /// Removes a version and its file; nothing when there is none. When the system refuses to remove
+  /// the file, which is traced as an error, the version stays.
   /// @param folder the folder.
   /// @param logical the logical name.
   /// @param ts its timestamp.
@@ -102,7 +105,9 @@ class VU_STORAGE_API STGIndex : public vu_file {
   static void remove(const std::string& folder, const std::string& logical, long ts);
   /// Gives a version another name and timestamp; an existing version of that name is replaced.
   /// Nothing when old and new are equal or the old one does not exist. When its bytes cannot be
-  /// copied the version stays what it was, and the failure is traced as an error.
+  /// copied the version stays what it was, and the failure is traced as an error. The files that
+  /// are replaced go when the index is saved: until then whoever reads finds the old versions,
+  /// whole.
   /// @param folder the folder.
   /// @param oldLogical,oldTs the version that is renamed.
   /// @param newLogical,newTs its new name and timestamp.
@@ -159,20 +164,25 @@ class VU_STORAGE_API STGIndex : public vu_file {
 
   // ---- cleaning and migration ----------------------------------------------------------------
 
-  /// Removes the versions of a folder whose files have not been used for longer than a limit, with their
-  /// sub-part folders, and sweeps away files and folders that no line of the index accounts for.
+  /// Removes the versions of a folder whose files have not been used for longer than a limit, with
+  /// their sub-part folders, and sweeps away files and folders that no line of the index accounts
+  /// for.
   /// @param folder taken as UTF-8 bytes; without a trailing separator.
   /// @param maxAge in seconds, 32 bits in meaning; 0 removes every version and sweeps nothing.
   /// @param kept receives, for every version that stays, its age in seconds and folder + `\` + key;
   /// never cleared.
   /// @param useAccessTime whether the last access counts, instead of the last modification.
-  /// @return the number of versions removed, those included whose files the system refused to remove.
-  /// @throws what loading the index and writing it back raise; vu_i18n_except when a path is not valid
-  /// UTF-8.
+  /// @return the number of versions removed, those included whose files the system refused to
+  /// remove.
+  /// @throws what loading the index and writing it back raise; vu_i18n_except when a path is not
+  /// valid UTF-8.
   ///
-  /// The sweep compares a name's time itself with @p maxAge, not its age: with any realistic limit every
-  /// name that the index does not account for goes. A file that another process has made and not yet
-  /// indexed is such a name; run it while the folder is idle.
+  /// The sweep compares a name's time itself with @p maxAge, not its age: with any realistic limit
+  /// every name that the index does not account for goes. A file that another process has made and
+  /// not yet indexed is such a name; run it while the folder is idle.
+  ///
+  /// What was written since the operation began is of age 0, and so is what the system tells no age
+  /// of. A file that is missing is as old as 1970.
   /// @blocking{for writers of the index; for its readers, too, when a version is removed}
   /// @threads{any}
   static unsigned long cleanOutOfDateOutput(const std::string& folder, const unsigned long& maxAge,
@@ -187,7 +197,8 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @param folder the folder, taken as UTF-8 bytes; without a trailing separator.
   /// @param name the document's physical file name.
   /// @param counter may be null; receives the size of what is removed in KB, before the removal.
-  /// @throws vu_i18n_except when a path is not valid UTF-8. A folder that stays is traced as an error.
+  /// @throws vu_i18n_except when a path is not valid UTF-8. A folder that stays is traced as an
+  /// error.
   /// @blocking{no} @threads{any}
   static void cleanOutputDirectories(const std::string& folder, const std::string& name,
                                      unsigned long* counter);
@@ -196,8 +207,8 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// alone. Initialises the storage (vu_storage) when nobody has. An empty user is refused with a
   /// warning.
   /// @param user the owner of the mail folder.
-  /// @throws vu_file_except when the index cannot be read, the read list neither read nor written, or a
-  /// file not be made; what was done so far is kept and a further call goes on from there.
+  /// @throws vu_file_except when the index cannot be read, the read list neither read nor written,
+  /// or a file not be made; what was done so far is kept and a further call goes on from there.
   /// @blocking{for writers of the mail folder's index; when it converts, also for the index's
   /// readers and counter, and for writers and readers of the read list} @threads{any}
   static void migrateInboxRead(const std::string& user);
@@ -232,8 +243,6 @@ class VU_STORAGE_API STGIndex : public vu_file {
                                      const std::string& name, unsigned long* counter);
 
  private:
-  friend struct stg_index_test_peer;
-
   STGIndex();
   explicit STGIndex(const std::string& folder);
 
@@ -266,3 +275,5 @@ class VU_STORAGE_API STGIndex : public vu_file {
 
   static bool m_autoSynchronizeToFolder;
 };
+
+VU_STORAGE_TYPES_END

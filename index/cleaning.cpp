@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "file/file_internal.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
@@ -36,30 +37,33 @@ std::string name_on_disk(std::string_view key, std::string_view stored) {
   return name;
 }
 
-/// Last access or last modification in seconds since 1970; 0 for what is missing, nothing where the system
-/// fails to tell.
+/// Last access or last modification in seconds since 1970; 0 for what is missing, nothing where the
+/// system fails to tell.
 std::optional<std::uint64_t> time_of(const vu_utf8string& path, bool use_access_time) {
   const std::uint64_t time =
       use_access_time ? vu_fileutf8::access_time(path) : vu_fileutf8::modify_time(path);
   if (time != 0) return time;
   // Missing, or a failure, which is no reason to take a document away.
   os::FileStat found;
-  const os::Status status = os::stat(path.str(), found);
+  const ucs2string wide = vu_file_internal::getLongPath(ucs2string(path));
+  const os::Status status = os::stat(wide, found);
   if (status.failure() == os::Failure::kNotFound) return 0;
   if (!status.ok()) return std::nullopt;
   return static_cast<std::uint64_t>(use_access_time ? found.access_time : found.modify_time);
 }
 
 /// How old something of that time is. What was written since @p now is as new as can be.
-std::uint32_t age_of(std::optional<std::uint64_t> time, std::uint64_t now) {
-  if (!time || *time >= now) return 0;
+std::uint32_t age_of(std::optional<std::uint64_t> time, std::int64_t now) {
+  // A time before 1970 is negative.
+  if (!time || static_cast<std::int64_t>(*time) >= now) return 0;
   // Required: the low 32 bits.
-  return static_cast<std::uint32_t>(now - *time);
+  return static_cast<std::uint32_t>(now - static_cast<std::int64_t>(*time));
 }
 
 /// Whether @p name is a physical file name of the map or begins with one, as sub-part folders do.
 bool is_accounted_for(const STGIndex::NameMap& physical_names, const std::string& name) {
-  // The greatest name at or before `name` is a prefix of it, or every prefix lies within what both share.
+  // The greatest name at or before `name` is a prefix of it, or every prefix lies within what both
+  // share.
   auto it = physical_names.upper_bound(name);
   while (it != physical_names.begin()) {
     const std::string& candidate = (--it)->first;
@@ -83,8 +87,8 @@ std::pair<Names::const_iterator, Names::const_iterator> with_prefix(const Names&
   return {first, last};
 }
 
-/// Removes what neither of two looks at the index accounts for: the operation's own, and one at the text as it
-/// is now.
+/// Removes what neither of two looks at the index accounts for: the operation's own, and one at the
+/// text as it is now.
 void sweep_orphans(const IndexState& own, const IndexState& now, const vu_utf8string& base,
                    const Names& names, std::uint32_t limit, bool use_access_time) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
@@ -120,7 +124,7 @@ void sweep_orphans(const IndexState& own, const IndexState& now, const vu_utf8st
 unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const unsigned long& maxAge,
                                              AgeMap& kept, bool useAccessTime) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  const auto now = static_cast<std::uint64_t>(os::now());
+  const std::int64_t now = os::now();
   const std::uint32_t limit = clamp_unsigned32(maxAge);
 
   STGIndex index(folder);
@@ -151,12 +155,14 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
     const std::string file = name_on_disk(key, stored);
     VU_TRACE_XS("          Removing entry=", entry, " ts=", timestamp, " nameOnFS=", file);
     index._remove(entry, timestamp);
+    // A line that nobody knows of stays, and so do the parts of its document.
+    if (index.m_state->unknown_line(key) != nullptr) continue;
     const auto [first, last] = with_prefix(sorted, file + "_");
     cleanOutputDirectories(base, Names(first, last), file, nullptr);
   }
 
-  // Required: the sweep loads the index a second time and, with a change of its own to save, waits for every
-  // lock on it; this instance's own would never be given back.
+  // Required: the sweep loads the index a second time and, with a change of its own to save, waits
+  // for every lock on it; this instance's own would never be given back.
   index.close();
   {
     const STGIndex second_look(folder);

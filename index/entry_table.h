@@ -8,9 +8,9 @@
 #include "platform/os/os.h"
 
 /// Finds the entries of a listing by their names. An open-addressed table of positions: nothing is
-/// allocated per name, and a look-up touches one slot and one entry. In a large folder both are far from
-/// the processor; who looks up several names asks for all slots, then for all entries, then finds them,
-/// and waits once instead of for each.
+/// allocated per name, and a look-up touches one slot and one entry. In a large folder both are far
+/// from the processor; who looks up several names asks for all slots, then for all entries, then
+/// finds them, and waits once instead of for each.
 class EntryTable {
  public:
   static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
@@ -27,8 +27,8 @@ class EntryTable {
   std::size_t find(std::string_view name, std::uint64_t hash) const;
 
  private:
-  /// Part of the name's hash, so that names are compared when they are nearly sure to be equal, and the
-  /// position plus one; 0 for a free slot.
+  /// Part of the name's hash, so that names are compared when they are nearly sure to be equal, and
+  /// the position plus one; 0 for a free slot.
   struct Slot {
     std::uint32_t tag = 0;
     std::uint32_t position = 0;

@@ -13,15 +13,16 @@
 enum class Presence : std::uint8_t {
   kThere,
   kMissing,
-  kUnknown,  ///< the system failed to tell: an I/O error, a folder that may not be searched, no memory
+  kUnknown,  ///< the system failed to tell: an I/O error, a folder that may not be searched ...
 };
 
 /// What a folder holds: its names at one moment, from one listing, and answers about single names.
 ///
-/// Ask for names by `find`; it takes the listing when the first question comes. A name that the listing does
-/// not show as it stands is asked of the system by itself, since other names may lead to a file too (another
-/// letter case or a short name on Windows, a pattern, a name with a separator). So is a name of the listing
-/// that an existence test may not find. The answer is always the one of an existence test.
+/// Ask for names by `find`; it takes the listing when the first question comes. A name that the
+/// listing does not show as it stands is asked of the system by itself, since other names may lead
+/// to a file too (another letter case or a short name on Windows, a pattern, a name with a
+/// separator). So is a name of the listing that an existence test may not find. The answer is
+/// always the one of an existence test.
 ///
 /// Nothing is traced or thrown but for memory that runs out. One thread at a time.
 class FolderFiles {
@@ -67,5 +68,6 @@ class FolderFiles {
   std::string m_path;
 };
 
-/// Asks the system whether a path leads to something: as vu_file::exists(), without its trace scope.
+/// Asks the system whether a path leads to something: as vu_file::exists(), without its trace
+/// scope.
 Presence presence_of(const std::string& path);

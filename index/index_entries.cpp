@@ -17,20 +17,22 @@ bool STGIndex::_contains(const std::string& logical, long timestamp) const {
 std::string STGIndex::_create(const std::string& logical, long timestamp) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   const std::string key = entryAndTS(logical, timestamp);
-  std::string physical;
+  const IndexLine* const unknown = m_state->unknown_line(key);
+  // Required: the extension is appended to whatever name is stored.
+  std::string name;
   if (const std::string* stored = m_state->find(key)) {
-    physical = *stored;
-  } else if (const IndexLine* unknown = m_state->unknown_line(key)) {
-    // Its file may be there; opening it will tell.
-    physical = unknown->stored;
+    name = *stored + extension(logical);
+  } else if (unknown != nullptr) {
+    name = index_format::file_name_of(key, unknown->stored);
   } else {
-    physical = newIndex();
+    const std::string physical = newIndex();
     m_state->insert(key, physical);
+    name = physical + extension(logical);
   }
 
-  // Required: the extension is appended to whatever name is stored.
-  const std::string name = physical + extension(logical);
-  if (presence_of(m_folder + "\\" + name) == Presence::kMissing) {
+  // The file of a line of which nobody knows may be there; opening it will tell.
+  const Presence presence = presence_of(m_folder + "\\" + name);
+  if (presence == Presence::kMissing || (presence == Presence::kUnknown && unknown == nullptr)) {
     vu_file file(m_folder, name);
     file.open(o_append);
     file.close();
@@ -62,6 +64,17 @@ void STGIndex::_remove(const std::string& logical, long timestamp) {
   m_needUpdate = true;
 }
 
+namespace {
+
+/// Copies a file over another one of its folder, and has the copy on the device.
+bool copy_and_flush(const std::string& folder, const std::string& from, const std::string& to) {
+  const std::string target = folder + "\\" + to;
+  return from != to && vu_file::copyFile(folder + "\\" + from, target, true) &&
+         os::flush_file(target).ok();
+}
+
+}  // namespace
+
 bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::string& newLogical,
                        long newTs) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
@@ -71,10 +84,9 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
   if (old_entry == m_state->lp().end()) return m_state->unknown_line(old_key) == nullptr;
   if (m_state->unknown_line(new_key) != nullptr) return false;
 
-  // Required: the files of the old entry and of the one that it replaces go when the index is saved. Before
-  // that both are whole, also for whoever reads after an interruption.
+  // Required: the files of the old entry and of the one that it replaces go when the index is
+  // saved. Before that both are whole, also for whoever reads after an interruption.
   const std::string old_file = pName(old_entry);
-  const std::string old_path = m_folder + "\\" + old_file;
   m_state->file_changes(old_file);
   std::optional<std::string> replaced;
   std::string replaced_file;
@@ -82,31 +94,35 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
     const auto it = m_state->lp().find(new_key);
     replaced = it->second;
     replaced_file = pName(it);
-    m_state->remove_after_save(replaced_file, IndexState::IfItStays::kError);
     m_state->erase(new_key);
     VU_TRACE_M(" STGIndex (remove) : Set need update flag to true: index.dat will be updated");
     VU_TRACE_M("            folder : ", m_folder);
   }
 
-  const auto take_back = [&] {
-    if (replaced) m_state->restore(new_key, *replaced, replaced_file);
-  };
   try {
-    const std::string new_path = m_folder + "\\" + _create(newLogical, newTs);
-    if (!vu_file::copyFile(old_path, new_path, true) || !os::flush_file(new_path).ok()) {
-      VU_ERROR("STGIndex: rename: copy failed: ", old_path);
-      _remove(newLogical, newTs);
-      take_back();
+    if (replaced) m_state->remove_after_save(replaced_file, IndexState::IfItStays::kError);
+    const std::string new_file = _create(newLogical, newTs);
+    if (!copy_and_flush(m_folder, old_file, new_file)) {
+      VU_ERROR("STGIndex: rename: copy failed: ", m_folder, "\\", old_file);
+      // A counter in trouble gives the name of the old file once more.
+      if (new_file == old_file) {
+        m_state->erase(new_key);
+      } else {
+        _remove(newLogical, newTs);
+      }
+      if (replaced) m_state->restore(new_key, *replaced, replaced_file);
       return false;
     }
+    // The same trouble may have given the name of the replaced file, which is the new one now.
+    m_state->keep_file(new_file);
   } catch (...) {
-    take_back();
+    if (replaced) m_state->restore(new_key, *replaced, replaced_file);
     throw;
   }
-  // Required: a file of the new name itself answers for it before the index does, so it cannot stay until
-  // the index is saved. The source is whole until then.
-  if (replaced_file == newLogical) m_state->remove_now(replaced_file);
-  // Required: the old entry stays in both maps. Its file goes with the save, so it is not written back.
+  // Required: a file of the new name itself answers for it before the index does.
+  if (replaced_file == newLogical) m_state->set_aside(replaced_file);
+  // Required: the old entry stays in both maps. Its file goes with the save, so it is not written
+  // back.
   m_state->remove_after_save(old_file, IndexState::IfItStays::kNothing);
   VU_TRACE_M(" STGIndex (rename): Set need update flag to true: index.dat will be updated");
   VU_TRACE_M("           folder : ", m_folder);

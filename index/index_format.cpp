@@ -11,8 +11,8 @@ constexpr auto kNone = std::string_view::npos;
 
 bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-/// The value of one character of %XY. Nobody checks that it is a hexadecimal digit: any character has
-/// one, and a byte above 127 counts as negative on every compiler.
+/// The value of one character of %XY. Nobody checks that it is a hexadecimal digit: any character
+/// has one, and a byte above 127 counts as negative on every compiler.
 int escape_value(char character) {
   const int code = static_cast<signed char>(character);
   return code < 'A' ? code - '0' : (code & ~0x20) - ('A' - 10);
@@ -21,8 +21,8 @@ int escape_value(char character) {
 /// How many places are looked at in one step; the compiler makes vector instructions of it.
 constexpr std::size_t kStep = 128;
 
-/// Three bytes of a key with its "/" that differ from line to line as much as any: the "/" itself, the
-/// last digit of the timestamp, and the last character of the name before its extension.
+/// Three bytes of a key with its "/" that differ from line to line as much as any: the "/" itself,
+/// the last digit of the timestamp, and the last character of the name before its extension.
 struct Marks {
   explicit Marks(std::string_view wanted) : m_wanted(wanted) {
     const std::string_view logical = logical_of(wanted.substr(0, wanted.size() - 1));
@@ -30,7 +30,8 @@ struct Marks {
     m_in_name = stem == 0 ? 0 : stem - 1;
   }
 
-  /// Whether the text may have the key at one of the kStep places from @p at on, all within the text.
+  /// Whether the text may have the key at one of the kStep places from @p at on, all within the
+  /// text.
   bool may_be_at(const char* at) const {
     const std::size_t slash = m_wanted.size() - 1;
     const char* const name = at + m_in_name;

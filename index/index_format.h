@@ -19,8 +19,8 @@ inline bool is_index_file(std::string_view name) {
   return name == kIndexFile || name == kCounterFile;
 }
 
-/// Generated names are decimal numbers in eight or more digits. The first one that a counter gives is that
-/// of 1; this one comes where it can count no further.
+/// Generated names are decimal numbers in eight or more digits. The first one that a counter gives
+/// is that of 1; this one comes where it can count no further.
 inline constexpr const char* kFirstName = "00000000";
 /// The name that is given while the counter cannot be used, to whoever asks.
 inline constexpr const char* kTroubleName = "99999999";
@@ -34,8 +34,8 @@ bool is_generated_name(std::string_view name);
 /// An underscore and ten digits end every key.
 inline constexpr std::size_t kStampLength = 11;
 
-/// Reads a decimal number like a 32-bit atol: leading white space, a sign, digits up to the first other
-/// character. It stops at the ends of its range instead of wrapping.
+/// Reads a decimal number like a 32-bit atol: leading white space, a sign, digits up to the first
+/// other character. It stops at the ends of its range instead of wrapping.
 std::int32_t parse_decimal(std::string_view text);
 
 /// logical + "_" + the timestamp's unsigned form in ten digits.
@@ -50,8 +50,8 @@ std::int32_t timestamp_of(std::string_view key);
 /// From the last "." to the end, the dot included; empty without one.
 std::string_view extension_of(std::string_view name);
 
-/// The file in the folder that an entry stands for: the stored name itself for a file found there, else
-/// the stored name + the logical name's extension.
+/// The file in the folder that an entry stands for: the stored name itself for a file found there,
+/// else the stored name + the logical name's extension.
 std::string file_name_of(std::string_view key, std::string_view stored);
 
 /// One line of the text: what stands before its "/" and after it.
@@ -60,8 +60,8 @@ struct Line {
   std::string_view stored;
   /// Where the line's "/" stands in the text.
   std::size_t separator = 0;
-  /// The line has no "/" of its own: the key runs on over its end to the next one, and the stored name is
-  /// the whole rest of the text.
+  /// The line has no "/" of its own: the key runs on over its end to the next one, and the stored
+  /// name is the whole rest of the text.
   bool runs_on = false;
 };
 

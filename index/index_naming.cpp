@@ -1,5 +1,9 @@
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <set>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include "file/handle_core.h"
@@ -15,14 +19,18 @@
 
 namespace {
 
-/// The next name after the number @p last that is not taken; past the largest number, and after a negative
-/// one, the first name of all.
-std::string next_free_name(std::int32_t last, const IndexState::NameMap& taken) {
+/// The next name after the number @p last that is not taken; past the largest number, and after a
+/// negative one, the first name of all.
+std::string next_free_name(std::int32_t last, const IndexState& index) {
+  std::set<std::string, std::less<>> unknown;
+  index.visit_unknown([&](std::string_view, std::string_view stored) { unknown.emplace(stored); });
   while (last >= 0) {
     last = static_cast<std::int32_t>(static_cast<std::uint32_t>(last) + 1U);
     if (last < 0) break;
     std::string name = index_format::generated_name(last);
-    if (!taken.contains(name)) return name;
+    const bool is_taken =
+        index.pl().contains(name) || unknown.contains(name) || index.is_to_be_removed(name);
+    if (!is_taken) return name;
   }
   return index_format::kFirstName;
 }
@@ -49,7 +57,7 @@ std::string STGIndex::newIndex() {
     bytes = read_to_end(counter);
     std::string storage;
     const std::string_view last = replacement::text_of(bytes->view(), storage);
-    name = next_free_name(index_format::parse_decimal(last), m_state->pl());
+    name = next_free_name(index_format::parse_decimal(last), *m_state);
     replace_and_close(counter, bytes->view(), name);
     return name;
   } catch (...) {

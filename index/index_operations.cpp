@@ -14,8 +14,8 @@
 using index_format::file_name_of;
 using index_format::logical_of;
 
-// The public operations and queries. Each builds its instance and lets it go, which writes a changed
-// index back.
+// The public operations and queries. Each builds its instance and lets it go, which writes a
+// changed index back.
 
 bool STGIndex::exists(const std::string& folder, const std::string& logical, long timestamp,
                       std::string& physical) {
@@ -46,7 +46,8 @@ bool STGIndex::exists(const std::string& folder, const std::string& logical, lon
   index_format::Line line;
   while (lines.next(line)) {
     std::string name = file_name_of(key, line.stored);
-    // When the entry's file is there the line is valid: that file is one of the two that validity asks for.
+    // When the entry's file is there the line is valid: that file is one of the two that validity
+    // asks for.
     const bool is_there = files.probe(name) == Presence::kThere;
     const LineState state =
         is_there ? LineState::kValid : state_by_probing(key, line.stored, files);

@@ -27,7 +27,9 @@ LineState probe(std::string_view stored, std::string_view extension, bool is_own
                 FolderFiles& files) {
   const auto plain = [&] { return state_of(files.probe(stored)); };
   if (extension.empty()) return plain();
-  const auto extended = [&] { return state_of(files.probe(std::string(stored).append(extension))); };
+  const auto extended = [&] {
+    return state_of(files.probe(std::string(stored).append(extension)));
+  };
   const LineState first = is_own_name ? plain() : extended();
   if (first == LineState::kValid) return first;
   const LineState second = is_own_name ? extended() : plain();
@@ -98,8 +100,8 @@ void IndexReader::read_some() {
 
 void IndexReader::judge_running_on(IndexLine& line, std::size_t separator) {
   if (line.stored.size() >= kBeyondAnyName) return;
-  // Required: such a line counts when a file bears the rest of the text as its name. Only the end of
-  // the key is searched for its dot: an extension that reaches further back is no name's end.
+  // Required: such a line counts when a file bears the rest of the text as its name. Only the end
+  // of the key is searched for its dot: an extension that reaches further back is no name's end.
   std::string_view logical = logical_of(line.key);
   if (logical.size() > kBeyondAnyName) logical.remove_prefix(logical.size() - kBeyondAnyName);
 
@@ -118,7 +120,8 @@ void IndexReader::judge_running_on(IndexLine& line, std::size_t separator) {
     const std::string_view extension = logical.substr(logical.size() - extension_length);
     last = {separator, extension_length, probe(line.stored, extension, false, m_files)};
   }
-  // What the system does not tell about is no entry here: the line has no "/" of its own to be kept.
+  // What the system does not tell about is no entry here: the line has no "/" of its own to be
+  // kept.
   if (last.state != LineState::kValid) return;
   line.state = LineState::kValid;
   line.entry = m_files.listed(line.stored, m_files.ask(line.stored));

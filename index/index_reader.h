@@ -13,16 +13,16 @@
 #include "index/index_format.h"
 
 /// @file
-/// The one reader of an index: from its text to lines, and to what each line is worth in its folder. The
-/// library's operations and the client's checks, explanations and repairs all read an index with it. It
-/// traces nothing and changes nothing.
+/// The one reader of an index: from its text to lines, and to what each line is worth in its
+/// folder. The library's operations and the client's checks, explanations and repairs all read an
+/// index with it. It traces nothing and changes nothing.
 
 /// What a line is worth.
 enum class LineState : std::uint8_t {
   kValid,    ///< its file is there
   kMissing,  ///< its file is not there: the line is passed over, and not written back
-  kUnknown,  ///< the system does not tell: a question passes it over, but it is written back as it stands
-  kNone,     ///< no entry, whatever the folder holds: its key is too short, or it has no "/" of its own
+  kUnknown,  ///< the system does not tell: a question passes it over, a save keeps it
+  kNone,     ///< no entry, whatever the folder holds: a short key, or no "/" of its own
 };
 
 /// A line, as views of the text.
@@ -76,8 +76,8 @@ LineState state_by_listing(std::string_view key, std::string_view stored, Folder
 /// The same, asked of the system without a listing.
 LineState state_by_probing(std::string_view key, std::string_view stored, FolderFiles& files);
 
-/// The text of an index as it was read, and its lines that are valid, missing or not known. The lines are
-/// views of the text, so it is neither copied nor moved.
+/// The text of an index as it was read, and its lines that are valid, missing or not known. The
+/// lines are views of the text, so it is neither copied nor moved.
 struct IndexReading {
   /// Reads a text in its folder.
   IndexReading(std::string index_text, FolderFiles& files);

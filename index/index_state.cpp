@@ -84,10 +84,9 @@ const std::string* IndexState::find(const std::string& key) const {
 
 const IndexLine* IndexState::unknown_line(const std::string& key) const {
   if (!has_unknown_lines() || find(key) != nullptr) return nullptr;
-  const auto it = std::find_if(m_loaded->lines.begin(), m_loaded->lines.end(),
-                               [&](const IndexLine& line) {
-                                 return line.state == LineState::kUnknown && line.key == key;
-                               });
+  const auto it = std::find_if(
+      m_loaded->lines.begin(), m_loaded->lines.end(),
+      [&](const IndexLine& line) { return line.state == LineState::kUnknown && line.key == key; });
   return it == m_loaded->lines.end() ? nullptr : &*it;
 }
 
@@ -111,42 +110,51 @@ void IndexState::remove_after_save(const std::string& file, IfItStays if_it_stay
   m_files_to_remove.emplace(file, if_it_stays);
 }
 
-bool IndexState::remove(const std::string& file, IfItStays if_it_stays) const {
-  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  const std::string path = folder() + "\\" + file;
-  vu_file::chmodW(path);
-  vu_file::remove(path);
-  if (presence_of(path) == Presence::kMissing) return true;
-  if (if_it_stays == IfItStays::kError) VU_ERROR("STGIndex: removal of file failed: ", path);
-  return false;
+void IndexState::move_aside() {
+  for (const auto& [file, name] : m_set_aside)
+    vu_file::rename(folder() + "\\" + file, folder() + "\\" + name);
 }
 
-void IndexState::remove_now(const std::string& file) {
-  const auto it = m_files_to_remove.find(file);
-  if (remove(file, it->second)) m_files_to_remove.erase(it);
+void IndexState::put_back() {
+  for (const auto& [file, name] : std::exchange(m_set_aside, {})) {
+    const std::string path = folder() + "\\" + name;
+    if (presence_of(path) != Presence::kMissing) vu_file::rename(path, folder() + "\\" + file);
+  }
+}
+
+bool IndexState::is_to_be_removed(const std::string& name) const {
+  const auto it = m_files_to_remove.lower_bound(name);
+  return it != m_files_to_remove.end() && it->first.starts_with(name) &&
+         (it->first.size() == name.size() || it->first[name.size()] == '.');
 }
 
 bool IndexState::remove_replaced_files() {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   bool are_gone = true;
-  for (const auto& [file, if_it_stays] : std::exchange(m_files_to_remove, {}))
-    are_gone = remove(file, if_it_stays) && are_gone;
+  for (const auto& [file, if_it_stays] : std::exchange(m_files_to_remove, {})) {
+    const auto aside = m_set_aside.find(file);
+    const std::string path = folder() + "\\" + (aside == m_set_aside.end() ? file : aside->second);
+    vu_file::chmodW(path);
+    vu_file::remove(path);
+    if (presence_of(path) == Presence::kMissing) continue;
+    if (if_it_stays == IfItStays::kError) VU_ERROR("STGIndex: removal of file failed: ", path);
+    are_gone = false;
+  }
+  m_set_aside.clear();
   return are_gone;
 }
 
 void IndexState::restore(const std::string& key, const std::string& stored,
                          const std::string& file) {
+  m_files_to_remove.erase(file);
   maps().lp[key] = stored;
   maps().pl.emplace(stored, key);
-  m_files_to_remove.erase(file);
 }
 
 void IndexState::file_changes(const std::string& name) {
   if (!m_loaded || m_loaded->lines.empty()) return;
-  const std::size_t entry = m_files->listed(name, m_files->ask(name));
-  for (const IndexLine& line : m_loaded->lines) {
-    const bool may_lead_there = line.entry == entry || line.entry == FolderFiles::kNone;
-    if (may_lead_there && line.state == LineState::kValid) m_doubtful.emplace(line.key);
-  }
+  // A file that the listing does not show stands for all of that kind.
+  m_changed.insert(m_files->listed(name, m_files->ask(name)));
 }
 
 void IndexState::set_maps(NameMap lp, NameMap pl) {

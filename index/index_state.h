@@ -13,14 +13,15 @@
 
 #include "index/index_reader.h"
 
-/// What an index instance holds in memory: the text that was loaded, with the worth of each of its lines, and
-/// what the operation changed since.
+/// What an index instance holds in memory: the text that was loaded, with the worth of each of its
+/// lines, and what the operation changed since.
 ///
-/// The two maps of the entries, key -> stored name and back, are built when somebody asks for them by lp()
-/// or pl(); there is no other way to them. A question walks the entries by visit() and builds none.
+/// The two maps of the entries, key -> stored name and back, are built when somebody asks for them
+/// by lp() or pl(); there is no other way to them. A question walks the entries by visit() and
+/// builds none.
 ///
-/// Order of calls: load() when there is an index.dat; questions and changes; `save_index` (saving.h), if
-/// something changed; then nothing more.
+/// Order of calls: load() when there is an index.dat; questions and changes; `save_index`
+/// (saving.h), if something changed; then nothing more.
 class IndexState {
  public:
   using NameMap = std::map<std::string, std::string>;
@@ -83,20 +84,28 @@ class IndexState {
 
   /// Enters an entry into both maps, where what is there stays.
   void insert(const std::string& key, const std::string& stored);
-  /// Takes an entry out of both maps. Its file is about to be removed; where that fails, the save brings
-  /// the entry back.
+  /// Takes an entry out of both maps. Its file is about to be removed; where that fails, the save
+  /// brings the entry back.
   void erase(const std::string& key);
-  /// A file of the folder goes when the save is over: until then whoever reads finds the entries from before.
-  /// The save judges lines as if it had gone already.
+  /// A file of the folder goes when the save is over: until then whoever reads finds the entries
+  /// from before. The save judges lines as if it had gone already.
   void remove_after_save(const std::string& file, IfItStays if_it_stays);
-  /// Removes such a file before the save.
-  void remove_now(const std::string& file);
-  /// Removes the other ones, once the save is over. @return whether they are gone.
+  /// Such a file gets another name directly before the save is written.
+  void set_aside(const std::string& file) { m_set_aside.emplace(file, file + "~"); }
+  void move_aside();
+  /// Gives the files that were set aside their names back: the save did not come about.
+  void put_back();
+  /// Whether a generated name is that of such a file.
+  bool is_to_be_removed(const std::string& name) const;
+  /// The file stays after all.
+  void keep_file(const std::string& file) { m_files_to_remove.erase(file); }
+  /// Removes these files, once the save is over. @return whether they are gone.
   bool remove_replaced_files();
-  /// Brings an entry back that erase() took out, with its file that remove_after_save() was told of.
+  /// Brings an entry back that erase() took out, with its file that remove_after_save() was told
+  /// of.
   void restore(const std::string& key, const std::string& stored, const std::string& file);
-  /// A file of the folder is about to go or to get another name: the lines that may lead to it are judged
-  /// again by the save.
+  /// A file of the folder is about to go or to get another name: the lines that may lead to it are
+  /// judged again by the save.
   void file_changes(const std::string& name);
   /// Replaces both maps. For tests.
   void set_maps(NameMap lp, NameMap pl);
@@ -109,7 +118,6 @@ class IndexState {
     NameMap pl;
   };
   Maps& maps() const;
-  bool remove(const std::string& file, IfItStays if_it_stays) const;
 
   int m_exceptions_at_construction;
   std::shared_ptr<FolderFiles> m_files;  // shared by copies
@@ -118,7 +126,9 @@ class IndexState {
 
   std::vector<Entry> m_erased;
   std::map<std::string, IfItStays> m_files_to_remove;
-  std::set<std::string, std::less<>> m_doubtful;  // keys whose lines the save judges again
+  std::map<std::string, std::string> m_set_aside;  // file -> the name it has meanwhile
+  std::set<std::size_t> m_changed;                 // files of the listing
+  std::set<std::string, std::less<>> m_doubtful;   // keys whose lines the save judges again
 };
 
 /// Enters the physical file name -> logical name of each entry.

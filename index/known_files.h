@@ -8,8 +8,9 @@
 #include "index/index_format.h"
 #include "index/index_reader.h"
 
-/// Which files of a listing the lines of an index account for beyond doubt. The others are looked up in the
-/// maps before they are adopted; in a folder that only the library writes to, none is left.
+/// Which files of a listing the lines of an index account for beyond doubt. The others are looked
+/// up in the maps before they are adopted; in a folder that only the library writes to, none is
+/// left.
 ///
 /// A file is known to the maps by the first line with its stored name, and by that name alone:
 ///
@@ -48,6 +49,7 @@ class KnownFiles {
   }
 
   std::vector<Claim> m_claims;
-  /// A stored name with a dot was found with the extension behind it: such a name may be a file's as well.
+  /// A stored name with a dot was found with the extension behind it: such a name may be a file's
+  /// as well.
   bool m_has_dotted_stem = false;
 };

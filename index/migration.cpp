@@ -1,7 +1,4 @@
-#include "file/handle_core.h"
-#include "file/replacement.h"
 #include "index/index_format.h"
-#include "index/index_reader.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
 #include "index/mail_root.h"
@@ -18,20 +15,9 @@ constexpr const char* kReadList = "read.txt";
 
 void report_not_begun(const std::string& folder) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  VU_ERROR("STGIndex: migration: not begun, for its index or its read list cannot be read for certain: ",
-           folder);
-}
-
-/// Whether the system tells of each line of an index whether its file is there.
-bool knows_all_files(const std::string& folder) {
-  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  vu_file file(folder, kIndexFile);
-  file.open(vu_file::o_read);
-  const FileText bytes = read_to_end(file);
-  file.close();
-  std::string storage;
-  FolderFiles files(folder);
-  return IndexReading(std::string(replacement::text_of(bytes.view(), storage)), files).unknown == 0;
+  VU_ERROR(
+      "STGIndex: migration: not begun, for its index or its read list cannot be read for certain: ",
+      folder);
 }
 
 /// Renames the entries whose names are escaped, with their lines of the read list.
@@ -40,10 +26,6 @@ bool knows_all_files(const std::string& folder) {
 template <class Rename>
 bool convert(const IndexState& index, ReadList& read_list, Rename rename) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  if (index.has_unknown_lines()) {
-    report_not_begun(index.folder());
-    return false;
-  }
   bool is_complete = true;
   // Entries that come into the map on the way bear generated names and are passed over.
   for (const auto& [key, stored] : index.lp()) {
@@ -80,28 +62,27 @@ void STGIndex::migrateInboxRead(const std::string& user) {
     VU_WARNING("User ", user, " has an empty inbox read. No need migration);");  // sic
     return;
   }
-  std::string marker_file;
-  if (exists(folder, kMarker, 0, marker_file)) return;
-
-  std::string list_file;
+  bool has_begun = false;
   try {
+    std::string marker_file;
+    if (exists(folder, kMarker, 0, marker_file)) return;
     updateIndexFile(folder);
-    list_file = getPhysicalName(folder, kReadList);
-    if (!knows_all_files(folder)) {
+    // The instance goes first, and with it the index is saved; the list only if it was loaded.
+    ReadList read_list(folder, getPhysicalName(folder, kReadList));
+    STGIndex index(folder);
+    if (index.m_state->has_unknown_lines()) {
       report_not_begun(folder);
       return;
     }
+    read_list.load();
+    has_begun = true;
+    const bool is_complete =
+        convert(*index.m_state, read_list, [&](const std::string& from, const std::string& to) {
+          return index._rename(from, 0, to, 0);
+        });
+    if (is_complete) index._create(kMarker, 0);
   } catch (...) {
-    report_not_begun(folder);
+    if (!has_begun) report_not_begun(folder);
     throw;
   }
-
-  // The instance goes first, and with it the index is saved.
-  ReadList read_list(folder, list_file);
-  STGIndex index(folder);
-  const bool is_complete =
-      convert(*index.m_state, read_list, [&](const std::string& from, const std::string& to) {
-        return index._rename(from, 0, to, 0);
-      });
-  if (is_complete) index._create(kMarker, 0);
 }

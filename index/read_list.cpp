@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "file/handle_core.h"
+#include "index/folder_files.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "platform/host/trace.h"
@@ -17,8 +18,9 @@ constexpr std::size_t kFields = 6;
 /// Where the six tabs of a line stand.
 using Tabs = std::array<std::size_t, kFields>;
 
-/// Required: the first tab is looked for from position 1, each further one two positions behind the one
-/// before, so that no field but the first can be empty (and a tab at position 0 is a character of it).
+/// Required: the first tab is looked for from position 1, each further one two positions behind the
+/// one before, so that no field but the first can be empty (and a tab at position 0 is a character
+/// of it).
 std::optional<Tabs> tabs_of(std::string_view line) {
   Tabs tabs{};
   std::size_t from = 1;
@@ -69,14 +71,12 @@ std::string ReadList::name_of(std::string_view line) {
 ReadList::ReadList(const std::string& folder, const std::string& file_name)
     : m_folder(folder),
       m_file_name(file_name),
-      m_exceptions_at_construction(std::uncaught_exceptions()) {
-  load();
-}
+      m_exceptions_at_construction(std::uncaught_exceptions()) {}
 
 ReadList::~ReadList() noexcept(false) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   try {
-    save();
+    if (m_is_loaded) save();
   } catch (...) {
     if (std::uncaught_exceptions() <= m_exceptions_at_construction) throw;
     VU_ERROR(text_of_current_exception());
@@ -84,25 +84,31 @@ ReadList::~ReadList() noexcept(false) {
 }
 
 void ReadList::load() {
-  if (!vu_file::exists(m_folder + "\\" + m_file_name)) return;
+  // Where the system does not tell whether there is a list, the opening does.
+  if (presence_of(m_folder + "\\" + m_file_name) == Presence::kMissing) {
+    m_is_loaded = true;
+    return;
+  }
   vu_file file(m_folder, m_file_name);
   file.open(vu_file::o_read);
   const FileText text = read_to_end(file);
   file.close();
 
-  // Required: what follows the last line feed is a line less its last character, and a text without a line
-  // feed holds no line.
+  // Required: what follows the last line feed is a line less its last character, and a text without
+  // a line feed holds no line.
   const auto enter = [this](std::string_view line) {
     std::string name = name_of(line);
     if (!name.empty()) m_lines.emplace(std::move(name), line);
   };
   const std::string_view all = text.view();
   std::size_t begin = 0;
-  for (std::size_t end = all.find('\n'); end != std::string_view::npos; end = all.find('\n', begin)) {
+  for (std::size_t end = all.find('\n'); end != std::string_view::npos;
+       end = all.find('\n', begin)) {
     enter(all.substr(begin, end - begin));
     begin = end + 1;
   }
   if (begin != 0 && begin < all.size()) enter(all.substr(begin, all.size() - begin - 1));
+  m_is_loaded = true;
 }
 
 void ReadList::save() const {

@@ -4,32 +4,34 @@
 #include <string>
 #include <string_view>
 
-/// A user's list of read mails, "read.txt", for the span of a migration: lines of at least six fields,
-/// each ended by a tab, entered under the document name that the fields make up.
+/// A user's list of read mails, "read.txt", for the span of a migration: lines of at least six
+/// fields, each ended by a tab, entered under the document name that the fields make up.
 class ReadList {
  public:
+  /// A list that is not loaded yet.
+  ReadList(const std::string& folder, const std::string& file_name);
   /// Loads the list; a missing file makes an empty one.
   /// @throws vu_file_except when the file cannot be opened or read.
-  ReadList(const std::string& folder, const std::string& file_name);
-  /// Saves the list, if loading completed. What that raises leaves it, unless an exception that began
-  /// after the construction is under way; then it is traced as an error and swallowed.
+  void load();
+  /// Saves the list, if it was loaded. What that raises leaves it, unless an exception that
+  /// began after the construction is under way; then it is traced as an error and swallowed.
   ~ReadList() noexcept(false);
   ReadList(const ReadList&) = delete;
   ReadList& operator=(const ReadList&) = delete;
 
-  /// Decodes the second field of the line entered under @p name, which keeps its name; nothing when there
-  /// is none.
+  /// Decodes the second field of the line entered under @p name, which keeps its name; nothing when
+  /// there is none.
   void unescape(const std::string& name);
 
   /// The document name that a line makes up; empty for a line with fewer than six fields.
   static std::string name_of(std::string_view line);
 
  private:
-  void load();
   void save() const;
 
   std::string m_folder;
   std::string m_file_name;
   std::map<std::string, std::string> m_lines;
   int m_exceptions_at_construction;
+  bool m_is_loaded = false;
 };

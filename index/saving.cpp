@@ -1,6 +1,8 @@
 #include "index/saving.h"
 
 #include <algorithm>
+#include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,8 +12,8 @@
 #include "index/index_source.h"
 #include "platform/host/trace.h"
 
-// The way of a changed index back to its file, from top to bottom: open, read, merge, judge, write, and
-// remove what was replaced.
+// The way of a changed index back to its file, from top to bottom: open, read, merge, judge, write,
+// and remove what was replaced.
 
 namespace {
 
@@ -41,8 +43,8 @@ std::vector<IndexLine> entries_of(const IndexReading& reading) {
 
 void report_unknown_line(const std::string& folder, std::string_view key, std::string_view stored) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  VU_ERROR("STGIndex: a line stays, for the system does not tell whether its file is there: ", folder,
-           "\\", kIndexFile, ": ", key, "/", stored);
+  VU_ERROR("STGIndex: a line stays, for the system does not tell whether its file is there: ",
+           folder, "\\", kIndexFile, ": ", key, "/", stored);
 }
 
 void report_unknown_lines(const IndexReading& reading, const std::string& folder) {
@@ -69,8 +71,10 @@ class IndexSave {
     if (!open()) return Saved::kNotOpened;
     const FileText bytes = read();
     std::string storage;
+    find_doubtful();
     merge(std::string(replacement::text_of(bytes.view(), storage)));
     const std::string text = this->text();
+    m_state.move_aside();
     const replacement::Holds holds = replace_and_close(m_index, bytes.view(), text);
     VU_TRACE_M(" STGIndex: (end) index.dat is uptodate");  // sic
     VU_TRACE_M("  folder : ", m_state.folder());
@@ -124,13 +128,14 @@ class IndexSave {
     auto mine = lp.begin();
     for (const IndexLine& line : entries_of(*m_on_disk)) {
       while (mine != lp.end() && mine->first < line.key) ++mine;
-      const bool is_known = mine != lp.end() && mine->first == line.key && mine->second == line.stored;
+      const bool is_known =
+          mine != lp.end() && mine->first == line.key && mine->second == line.stored;
       if (!is_known) merge_entry(line.key, line.stored);
     }
   }
 
-  /// The file holds the very text that was loaded. So only a line that is no entry any more, or was none
-  /// then, can be new: its file may be there by now.
+  /// The file holds the very text that was loaded. So only a line that is no entry any more, or was
+  /// none then, can be new: its file may be there by now.
   void merge_what_was_dropped(const IndexReading& loaded) {
     std::vector<IndexState::Entry>& erased = m_state.m_erased;
     std::sort(erased.begin(), erased.end());
@@ -165,8 +170,8 @@ class IndexSave {
     IndexState::Maps& maps = m_state.maps();
     const auto [mine, is_new] = maps.lp.emplace(key, stored);
     if (!is_new) {
-      // Somebody may have removed the entry since it was loaded here, and made it anew: a line of mine
-      // whose file is gone must not keep the new one out.
+      // Somebody may have removed the entry since it was loaded here, and made it anew: a line of
+      // mine whose file is gone must not keep the new one out.
       if (mine->second == stored || judge(key, mine->second) != LineState::kMissing) return;
       maps.pl.erase(mine->second);
       mine->second = stored;
@@ -178,20 +183,35 @@ class IndexSave {
   // ---- judge ---------------------------------------------------------------------------------
 
   LineState judge(std::string_view key, std::string_view stored) {
-    if (!m_state.m_files_to_remove.empty()) return judge_without_files_to_remove(key, stored);
-    return m_is_listed ? state_by_listing(key, stored, m_files)
-                       : state_by_probing(key, stored, m_files);
+    const LineState state = !m_state.m_files_to_remove.empty()
+                                ? judge_without_files_to_remove(key, stored)
+                            : m_is_listed ? state_by_listing(key, stored, m_files)
+                                          : state_by_probing(key, stored, m_files);
+    if (state == LineState::kUnknown && m_named++ < kNamed)
+      report_unknown_line(m_state.folder(), key, stored);
+    return state;
+  }
+
+  /// The keys whose lines are judged again though the loading did: those of the operation itself,
+  /// and those that may lead to a file that it has changed.
+  void find_doubtful() {
+    m_doubtful.insert(m_state.m_doubtful.begin(), m_state.m_doubtful.end());
+    const IndexReading* loaded = m_state.loaded();
+    if (loaded == nullptr || m_state.m_changed.empty()) return;
+    for (const IndexLine& line : loaded->lines) {
+      const bool may_lead_there =
+          line.entry == FolderFiles::kNone || m_state.m_changed.contains(line.entry);
+      if (may_lead_there && line.state == LineState::kValid) m_doubtful.insert(line.key);
+    }
   }
 
   LineState judge_without_files_to_remove(std::string_view key, std::string_view stored) {
     if (key.size() < index_format::kStampLength) return LineState::kNone;
-    const std::string_view extension =
-        index_format::extension_of(index_format::logical_of(key));
+    const std::string_view extension = index_format::extension_of(index_format::logical_of(key));
     LineState state = LineState::kMissing;
     for (const std::string& name : {std::string(stored), std::string(stored).append(extension)}) {
       if (m_state.m_files_to_remove.contains(name)) continue;
-      const Presence presence =
-          m_is_listed ? m_files.find(name).presence : m_files.probe(name);
+      const Presence presence = m_is_listed ? m_files.find(name).presence : m_files.probe(name);
       if (presence == Presence::kThere) return LineState::kValid;
       if (presence == Presence::kUnknown) state = LineState::kUnknown;
     }
@@ -200,7 +220,7 @@ class IndexSave {
 
   /// Whether the save writes an entry of mine. Most were judged by the loading.
   bool is_written(std::string_view key, std::string_view stored) {
-    const bool is_judged = !m_judges_all && !m_state.m_doubtful.contains(key);
+    const bool is_judged = !m_judges_all && !m_doubtful.contains(key);
     return is_judged || judge(key, stored) != LineState::kMissing;
   }
 
@@ -222,6 +242,7 @@ class IndexSave {
 
   std::string text() {
     const std::vector<IndexLine> unknown = unknown_lines();
+    if (!unknown.empty()) find_first_valid();
     std::string text;
     const auto append = [&](std::string_view key, std::string_view stored) {
       text.append(key).append("/").append(stored).append("\n");
@@ -242,29 +263,43 @@ class IndexSave {
     return stored != nullptr && *stored == line.stored;
   }
 
-  /// Of two lines with one key the first one counts, once its file is known to be there: so they keep their
-  /// order.
+  /// Of two lines with one key the first one counts, once its file is known to be there: so they
+  /// keep their order.
   bool stands_before(const IndexLine& unknown, std::string_view key) const {
     if (unknown.key != key) return unknown.key < key;
-    const IndexReading& reading = m_on_disk ? *m_on_disk : *m_state.loaded();
-    for (const IndexLine& line : reading.lines) {
-      if (line.key == key) return line.key.data() == unknown.key.data();
+    const auto first = m_first_valid.find(key);
+    return first == m_first_valid.end() || unknown.key.data() < first->second;
+  }
+  void find_first_valid() {
+    for (const IndexLine& line : (m_on_disk ? *m_on_disk : *m_state.loaded()).lines) {
+      if (line.state == LineState::kValid) m_first_valid.emplace(line.key, line.key.data());
     }
-    return false;
   }
 
   vu_file& m_index;
   IndexState& m_state;
-  FolderFiles m_files;  ///< as they are now
+  FolderFiles m_files;                    ///< as they are now
   std::optional<IndexReading> m_on_disk;  ///< where it is not the text that was loaded
   bool m_judges_all = false;
   bool m_is_listed = false;  ///< the listing of m_files is worth its cost
   std::vector<IndexLine> m_unknown;
+  std::size_t m_named = 0;
+  std::set<std::string_view> m_doubtful;
+  std::map<std::string_view, const char*> m_first_valid;  ///< key -> where its line stands
 };
 
 Saved save_index(vu_file& index, IndexState& state) {
-  const Saved saved = IndexSave(index, state).run();
+  Saved saved = Saved::kNotWritten;
+  try {
+    saved = IndexSave(index, state).run();
+  } catch (...) {
+    state.put_back();
+    throw;
+  }
+  if (saved != Saved::kYes) {
+    state.put_back();
+    return saved;
+  }
   // A file that the system keeps may make a line valid again.
-  if (saved != Saved::kYes || state.remove_replaced_files()) return saved;
-  return IndexSave(index, state).run();
+  return state.remove_replaced_files() ? saved : IndexSave(index, state).run();
 }

@@ -14,11 +14,11 @@ enum class Saved : std::uint8_t {
   kNotWritten,  ///< the system refused to write: the change is lost, with an error
 };
 
-/// Writes a changed index back: reads what index.dat holds by now, merges, and replaces the text. Then it
-/// removes the files of the entries that the change has replaced.
+/// Writes a changed index back: reads what index.dat holds by now, merges, and replaces the text.
+/// Then it removes the files of the entries that the change has replaced.
 /// @param index the instance's handle of index.dat, closed; it is closed again afterwards.
-/// @throws vu_file_except when index.dat cannot be read to its end, and whatever else reading and merging
-/// raise. Nothing has been written then.
+/// @throws vu_file_except when index.dat cannot be read to its end, and whatever else reading and
+/// merging raise. Nothing has been written then.
 Saved save_index(vu_file& index, IndexState& state);
 
 /// Traces an error for a line of which the system does not tell whether its file is there.

@@ -14,8 +14,9 @@
 #include "index/width.h"
 #include "platform/host/trace.h"
 
-// The instance: loading, and saving at its end (saving.cpp). Naming and adoption: index_naming.cpp; changes of
-// entries: index_entries.cpp; the public operations: index_operations.cpp, cleaning.cpp, migration.cpp.
+// The instance: loading, and saving at its end (saving.cpp). Naming and adoption: index_naming.cpp;
+// changes of entries: index_entries.cpp; the public operations: index_operations.cpp, cleaning.cpp,
+// migration.cpp.
 
 bool STGIndex::m_autoSynchronizeToFolder = true;
 

@@ -5,13 +5,12 @@
 #include <limits>
 
 /// @file
-/// `long` in the exported signatures is 32 bits wide in meaning. Where it is wider, values outside are
-/// clamped, never cut: a huge limit must not become a small one.
+/// `long` in the exported signatures is 32 bits wide in meaning. Where it is wider, values outside
+/// are clamped, never cut: a huge limit must not become a small one.
 
 inline std::int32_t clamp32(long value) {
-  return static_cast<std::int32_t>(
-      std::clamp<std::int64_t>(value, std::numeric_limits<std::int32_t>::min(),
-                               std::numeric_limits<std::int32_t>::max()));
+  return static_cast<std::int32_t>(std::clamp<std::int64_t>(
+      value, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()));
 }
 
 inline std::uint32_t clamp_unsigned32(unsigned long value) {

@@ -18,7 +18,7 @@ STG::NameValueSeq read(const std::string& text, bool last) {
   std::string_view line;
   while (lines.next(line)) {
     STG::NameValue pair;
-    if (vu_storage_test_peer::LoadKeyLine(line, pair, last)) seq.push_back(pair);
+    if (vu_storage_test_peer::LoadKeyLine(std::string(line), pair, last)) seq.push_back(pair);
   }
   return seq;
 }

@@ -21,6 +21,7 @@ void in_a_file(const std::string& text) {
   model::Map expected = model::mail_lines(text);
   {
     ReadList list(folder.path(), "list");
+    list.load();
     list.unescape("no such name");
     for (auto& [name, line] : expected) {
       list.unescape(name);

@@ -12,13 +12,21 @@ void World::migrate(const std::string& owner) {
     create_dir(folder);
     return;
   }
-  std::string marker;
-  if (index_exists(folder, "k1mailboxcompliant", 0, marker)) return;
-
-  update_index(folder);
-  const std::string list_file = index_create(folder, "read.txt", 0);
+  std::string list_file;
   Map lines;
-  if (tree.exists(folder + "\\" + list_file)) lines = mail_lines(read_whole(folder, list_file));
+  try {
+    std::string marker;
+    if (index_exists(folder, "k1mailboxcompliant", 0, marker)) return;
+    update_index(folder);
+    list_file = index_create(folder, "read.txt", 0);
+    if (tree.exists(folder + "\\" + list_file)) lines = mail_lines(read_whole(folder, list_file));
+  } catch (const FileError&) {
+    error(
+        "STGIndex: migration: not begun, for its index or its read list cannot be read for "
+        "certain: " +
+        folder);
+    throw;
+  }
 
   // Saved at the end, whichever way it ends.
   const auto save_list = [&] {

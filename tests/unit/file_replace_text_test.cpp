@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "file/replacement.h"
 #include "tests/support/file_spellings.h"
 #include "tests/support/recording_sink.h"
-#include "file/replacement.h"
 #include "tests/support/scratch.h"
 
 namespace {
@@ -119,6 +119,13 @@ TEST_F(ReplaceAndClose, WhoseCopyIsNotFlushedIsTakenBack) {
   EXPECT_EQ(replace(kNew), replacement::Holds::kOldText);
   EXPECT_EQ(sink.events(trace_event::error), failure("Can't flush buffers"));
   EXPECT_EQ(content(), kOld);
+}
+
+TEST_F(ReplaceAndClose, WhoseCopyIsNeitherFlushedNorTakenBackHoldsTheNewText) {
+  const auto flush = faults::fail(Call::flush, kSomeFailure);
+  const auto cut = faults::fail(Call::set_end, kSomeFailure);
+  EXPECT_EQ(replace(kNew), replacement::Holds::kNewText);
+  EXPECT_EQ(text(), kNew);
 }
 
 TEST_F(ReplaceAndClose, ThatFailsBehindTheCopyHoldsTheNewText) {

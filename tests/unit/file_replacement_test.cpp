@@ -24,8 +24,8 @@ std::string text_of(const Map& entries) {
   return text.empty() ? " " : text;
 }
 
-/// Reads like an index: a line counts when its file exists (the empty name is the folder itself), the
-/// first of equal keys wins.
+/// Reads like an index: a line counts when its file exists (the empty name is the folder itself),
+/// the first of equal keys wins.
 Map read(const std::string& text, const std::set<std::string>& files) {
   Map entries;
   index_format::Lines lines(text);
@@ -51,8 +51,8 @@ std::string text_in(const std::string& bytes) {
   return std::string(replacement::text_of(bytes, storage));
 }
 
-/// What a killed process can leave: each write up to a page edge. And what a device that fails for good can
-/// leave, where `page` is 1.
+/// What a killed process can leave: each write up to a page edge. And what a device that fails for
+/// good can leave, where `page` is 1.
 struct Killed {
   std::string bytes;
   bool is_over_old = false;  ///< the first flush was over
@@ -80,9 +80,9 @@ std::vector<Killed> killed_states(const std::string& old_bytes, const replacemen
   return states;
 }
 
-/// Some of what a power failure can leave within each stage: any of the sectors that it writes, the others
-/// as they were before it, or zeros where the file had none; and either size. The last image of all is one
-/// of the cut.
+/// Some of what a power failure can leave within each stage: any of the sectors that it writes, the
+/// others as they were before it, or zeros where the file had none; and either size. The last image
+/// of all is one of the cut.
 std::vector<std::string> power_images(const std::string& old_bytes, const replacement::Plan& plan,
                                       std::mt19937& random, int images_of_a_stage) {
   constexpr std::size_t kSector = replacement::kSectorSize;
@@ -121,8 +121,8 @@ struct Case {
   std::set<std::string> files;  ///< those of the new entries, and of old ones still there
 };
 
-/// What must hold for a reader of lines alone: no line is read that neither text has and, until the old text
-/// is written over, none is missing.
+/// What must hold for a reader of lines alone: no line is read that neither text has and, until the
+/// old text is written over, none is missing.
 ::testing::AssertionResult harmless(const Case& c, const Killed& state) {
   const Map found = read(state.bytes, c.files);
   for (const Map::value_type& line : found) {
@@ -220,7 +220,6 @@ TEST(FileReplacement, OfATextWithoutALastLineEndHarmsNoLine) {
     if (HasFatalFailure()) return;
   }
 }
-
 
 TEST(FileReplacement, FailingAtAnyByteForGoodLeavesTheOldEntriesOrTheNewOnes) {
   std::mt19937 random(10);
@@ -350,7 +349,8 @@ TEST(FileReplacement, CopiesEveryByteAndWritesNoSlashBehindTheText) {
   std::string all;
   for (int i = 0; i < 256; ++i) all += static_cast<char>(i);
   const std::string old_text = "b_0000000001/1\n";
-  for (const std::string& name : {all, std::string("\x1b/\x1bs/e\x1b\x1b"), std::string(5000, '/')}) {
+  for (const std::string& name :
+       {all, std::string("\x1b/\x1bs/e\x1b\x1b"), std::string(5000, '/')}) {
     const std::string new_text = name + "_0000000001/00000001\n" + old_text;
     const std::string file = interrupted_file(old_text, new_text);
     EXPECT_EQ(file.find('/', old_text.size()), std::string::npos);

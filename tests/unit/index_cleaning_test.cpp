@@ -176,6 +176,16 @@ TEST_F(IndexCleaning, KeepsAFileWhoseAgeTheSystemDoesNotTell) {
   EXPECT_EQ(clean(0), 1U) << "without a limit";
 }
 
+#if !defined(_WIN32)
+TEST_F(IndexCleaning, TakesATimeBefore1970ForVeryOld) {
+  folder.write("00000001.kdc");
+  set_modify_time(folder.path("00000001.kdc"), -100000);
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  EXPECT_EQ(clean(3600), 1U);
+  EXPECT_FALSE(folder.has("00000001.kdc"));
+}
+#endif
+
 TEST_F(IndexCleaning, KeepsALineOfWhichTheSystemDoesNotTell) {
   write_aged("00000001.kdc", kDay);
   folder.write("stray");
@@ -227,8 +237,8 @@ TEST(IndexAges, AreCountedInTheLow32BitsOfBothTimes) {
 #if !defined(_WIN32)
 // Windows takes the times of files from the very clock that it tells the time by.
 TEST(IndexAges, AreTakenByAClockThatDoesNotLagBehindTheTimesOfFiles) {
-  // Files get the system's exact time. A clock that goes on by ticks is a second behind at the turn of one,
-  // and makes a file that was written just now the oldest of all.
+  // Files get the system's exact time. A clock that goes on by ticks is a second behind at the turn
+  // of one, and makes a file that was written just now the oldest of all.
   using std::chrono::milliseconds;
   using std::chrono::system_clock;
   std::int64_t most = 0;

@@ -4,8 +4,8 @@
 #include <string>
 #include <utility>
 
-#include "platform/os/os.h"
 #include "file/replacement.h"
+#include "platform/os/os.h"
 #include "tests/support/index_peer.h"
 #include "tests/support/recording_sink.h"
 
@@ -423,6 +423,67 @@ TEST_F(IndexRename, RemovesNothingWhenTheIndexCannotBeSaved) {
     EXPECT_EQ(folder.index(), text);
     EXPECT_EQ(folder.read("00000001.kdb"), "bytes of a");
     EXPECT_EQ(folder.read("00000002.kdb"), "bytes of b");
+  }
+}
+
+TEST_F(IndexRename, SurvivesACounterThatGivesTheReplacedNumberAgain) {
+  // The counter is lost; or it counts no further, and the replaced file has the name for that.
+  struct Trouble {
+    std::string stored;
+    std::string counter;
+    std::string given;
+  };
+  for (const Trouble& trouble :
+       {Trouble{"00000001", "", "00000002"}, Trouble{"00000000", "-3", "00000000"}}) {
+    folder.write("00000007.kdb", "bytes of a");
+    folder.write(trouble.stored + ".kdb", "bytes of b");
+    folder.write("index", trouble.counter);
+    folder.set_index("a.kdb_0000000001/00000007\nb.kdb_0000000001/" + trouble.stored + "\n");
+    STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 1);
+    EXPECT_EQ(folder.index(), "b.kdb_0000000001/" + trouble.given + "\n");
+    EXPECT_EQ(folder.read(trouble.given + ".kdb"), "bytes of a");
+    EXPECT_EQ(folder.names(), (Texts{trouble.given + ".kdb", "index", "index.dat"}));
+    folder.erase(trouble.given + ".kdb");
+  }
+}
+
+TEST_F(IndexRename, KeepsASourceWhoseNameTheCounterGivesAgain) {
+  folder.write("00000000.kdb", "bytes of a");
+  folder.write("index", "-3");
+  folder.set_index("a.kdb_0000000001/00000000\n");
+  recording_sink sink;
+  STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 1);
+  EXPECT_EQ(sink.count(trace_event::error,
+                       "STGIndex: rename: copy failed: " + folder.path("00000000.kdb")),
+            1U);
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000000\n");
+  EXPECT_EQ(folder.read("00000000.kdb"), "bytes of a");
+}
+
+TEST_F(IndexRename, OntoAFileOfTheVeryNameHidesTheNewEntryAtNoMoment) {
+  const std::string text = "a.kdb_0000000001/00000001\nn.kdb_0000000000/n.kdb\n";
+  const auto write_old = [&] {
+    folder.write("00000001.kdb", "bytes of a");
+    folder.write("n.kdb", "bytes of n");
+    folder.write("index", "00000001");
+    folder.set_index(text);
+  };
+  write_old();
+  STGIndex::rename(folder.path(), "a.kdb", 1, "n.kdb", 0);
+  EXPECT_EQ(folder.index(), "n.kdb_0000000000/00000002\n");
+  EXPECT_EQ(folder.read("00000002.kdb"), "bytes of a");
+  EXPECT_EQ(folder.names(), (Texts{"00000002.kdb", "index", "index.dat"}));
+
+  // Where the index is not saved, the file is back. The counter is written before.
+  for (const std::uint64_t nth : {2U, 3U}) {
+    folder.erase("00000002.kdb");
+    write_old();
+    const auto fault =
+        os::faults::fail(nth == 2 ? Call::write : Call::flush, kRefused, nth, Times::kLasting);
+    STGIndex::rename(folder.path(), "a.kdb", 1, "n.kdb", 0);
+    EXPECT_EQ(folder.index(), text);
+    EXPECT_EQ(folder.read("n.kdb"), "bytes of n");
+    EXPECT_EQ(folder.read("00000001.kdb"), "bytes of a");
   }
 }
 

@@ -15,7 +15,8 @@
 #include "tests/support/index_peer.h"
 #include "tests/support/scratch.h"
 
-// The lines of an index's text: which there are, which of them count, and what looking at them costs.
+// The lines of an index's text: which there are, which of them count, and what looking at them
+// costs.
 
 namespace {
 
@@ -619,7 +620,8 @@ TEST(FolderFilesOfAnIndex, SaysOfWhichLinesTheSystemDoesNotTell) {
       "torn\nd_0000000001/00000004";
   // Two questions for the second line, one for the third; the listing answers for the first.
   for (const std::uint64_t nth : {1U, 2U, 3U}) {
-    const auto fault = os::faults::fail(os::faults::Call::probe_search, {5, os::Failure::kOther}, nth);
+    const auto fault =
+        os::faults::fail(os::faults::Call::probe_search, {5, os::Failure::kOther}, nth);
     FolderFiles files(path);
     const IndexReading reading(text, files);
     EXPECT_EQ(fault.hits(), 1U);
@@ -637,15 +639,16 @@ TEST(FolderFilesOfAnIndex, SaysOfWhichLinesTheSystemDoesNotTell) {
 TEST(FolderFilesOfAnIndex, AccountsForNoFileThatTheMapsDoNotKnow) {
   const scratch_folder folder;
   const std::string path = folder.path();
-  for (const char* const name : {"a", "a.a", "b.a", "a.b", "00000001", "00000001.a", "a.a.a", "b.a.q"}) {
+  for (const char* const name :
+       {"a", "a.a", "b.a", "a.b", "00000001", "00000001.a", "a.a.a", "b.a.q"}) {
     write_file(folder.path(name), "");
   }
   make_folder(folder.path("d.a"));
-  RandomTexts texts(815, {"a_0000000000/a\n", "a.a_0000000000/a.a\n", "b.a_0000000001/b\n",
-                          "x_0000000000/a.b\n", "x.a_0000000000/a.a\n", "y.a_0000000002/00000001\n",
-                          "a.b_0000000001/a.b\n", "z_0000000001/00000001\n", "d.a_0000000000/d.a\n",
-                          "e.a_0000000000/d\n", "short/a\n", "torn\n", "a.a_0000000000/a.a",
-                          "A.q_0000000001/b.a\n", "b.a_0000000000/b.a\n"});
+  RandomTexts texts(
+      815, {"a_0000000000/a\n", "a.a_0000000000/a.a\n", "b.a_0000000001/b\n", "x_0000000000/a.b\n",
+            "x.a_0000000000/a.a\n", "y.a_0000000002/00000001\n", "a.b_0000000001/a.b\n",
+            "z_0000000001/00000001\n", "d.a_0000000000/d.a\n", "e.a_0000000000/d\n", "short/a\n",
+            "torn\n", "a.a_0000000000/a.a", "A.q_0000000001/b.a\n", "b.a_0000000000/b.a\n"});
   std::size_t accounted_for = 0;
   for (int i = 0; i < 1000; ++i) {
     const std::string text = texts.next(6);
@@ -654,7 +657,9 @@ TEST(FolderFilesOfAnIndex, AccountsForNoFileThatTheMapsDoNotKnow) {
     NameMap lp;
     NameMap pl;
     plain_index::load(path, text, lp, pl);
-    if (loaded.ascending) { EXPECT_EQ(lp.size(), loaded.lines.size() - loaded.missing) << shown(text); }
+    if (loaded.ascending) {
+      EXPECT_EQ(lp.size(), loaded.lines.size() - loaded.missing) << shown(text);
+    }
     const KnownFiles known(loaded, files.entries().size());
     STGIndex index = Peer::empty();
     Peer::set_maps(index, lp, pl);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -47,6 +48,11 @@ class IndexMigration : public testing::Test {
     return STGIndex::exists(path(), logical, 0, physical) ? read(physical) : "no such entry";
   }
   bool is_marked() const { return entry("k1mailboxcompliant").empty(); }
+  std::string not_begun_text() const {
+    return "STGIndex: migration: not begun, for its index or its read list cannot be read for "
+           "certain: " +
+           path();
+  }
   std::map<std::string, std::string> state() const {
     std::map<std::string, std::string> result;
     for (const std::string& name : names()) {
@@ -486,7 +492,8 @@ TEST_F(IndexMigration, NeverEndsTheHostWhenItsSavingFailsOnTheWayOut) {
   recording_sink sink;
   {
     std::unique_ptr<os::faults::Fault> broken;
-    // From the second entry's file on nothing can be opened: neither the index nor the list is saved.
+    // From the second entry's file on nothing can be opened: neither the index nor the list is
+    // saved.
     const auto hook = os::faults::before(Call::copy, [&broken] {
       broken.reset(
           new os::faults::Fault(os::faults::fail(Call::open, kRefused, 2, Times::kLasting)));
@@ -508,8 +515,8 @@ TEST_F(IndexMigration, RaisesWhereTheListCannotBeRead) {
   write("read.txt", "no name\n");
   write("index.dat", "a%20.kdb_0000000000/a%20.kdb\nread.txt_0000000000/read.txt\n");
   {
-    // Read before: the index, by the question for the marker and by the forced rewrite (twice, and whether
-    // that was all).
+    // Read before: the index, by the question for the marker and by the forced rewrite (twice, and
+    // whether that was all).
     const auto fault = os::faults::fail(Call::read, kRefused, 5);
     EXPECT_THROW(migrate(), vu_file_except);
     EXPECT_EQ(fault.hits(), 1U);
@@ -544,6 +551,42 @@ TEST_F(IndexMigration, RaisesWhereTheListCannotBeSaved) {
   EXPECT_EQ(broken->hits(), 1U);
   EXPECT_TRUE(is_marked());
   EXPECT_EQ(read("read.txt"), "x\t2\tB\ta\tf5\tf6\t\n");
+}
+
+TEST_F(IndexMigration, IsNotBegunWhereSomethingCannotBeReadForCertain) {
+  const std::string list = "no name\n1\ta%20\tB\t1\t1\tf\t\n";
+  const std::string text =
+      "1#1#1#a%20.kdb_0000000000/1#1#1#a%20.kdb\nread.txt_0000000000/read.txt\n";
+  make_mail_folder();
+  std::size_t not_begun = 0;
+  for (const Call call : {Call::probe_search, Call::read}) {
+    std::uint64_t nth = 0;
+    for (bool was_hit = true; was_hit;) {
+      write("1#1#1#a%20.kdb", "a");
+      write("read.txt", list);
+      write("index.dat", text);
+      recording_sink sink;
+      {
+        const auto fault = os::faults::fail(call, kRefused, ++nth);
+        try {
+          migrate();
+        } catch (const vu_file_except&) {
+        }
+        was_hit = fault.hits() != 0;
+      }
+      if (sink.count(trace_event::error, not_begun_text()) != 0) {
+        ++not_begun;
+        EXPECT_EQ(read("1#1#1#a%20.kdb"), "a");
+        EXPECT_EQ(read("read.txt"), list) << nth;
+        EXPECT_EQ(index().find("k1mailboxcompliant"), std::string::npos);
+      } else {
+        EXPECT_EQ(entry("1#1#1#a .kdb") == "a", entry("1#1#1#a%20.kdb") != "a") << nth;
+      }
+      for (const std::string& name : names()) std::filesystem::remove(native(path(name)));
+    }
+  }
+  // The reads of the index and of the list, each to its end.
+  EXPECT_GT(not_begun, 5U);
 }
 
 TEST_F(IndexMigration, SavesTheListAlsoWhenTheIndexCannotBeMerged) {

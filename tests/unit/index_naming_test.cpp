@@ -515,7 +515,8 @@ TEST_F(IndexAdoption, AsksTheMapsInTwoSteps) {
   EXPECT_FALSE(Peer::alreadyInMaps(index, ""));
 }
 
-/// What a folder's maps are when each listed file in turn is looked for in them and entered if unknown.
+/// What a folder's maps are when each listed file in turn is looked for in them and entered if
+/// unknown.
 void adopt_plainly(const std::string& folder, NameMap& lp, NameMap& pl) {
   for (const std::string& name : vu_file::filenames(folder)) {
     if (name == "index.dat" || name == "index" || vu_file::is_dir(folder + "\\" + name)) continue;
@@ -586,6 +587,28 @@ TEST_F(IndexAdoption, DoesNotOverwriteThePhysicalNameOfAnotherEntry) {
   const STGIndex index = Peer::load(folder.path());
   EXPECT_EQ(Peer::lp(index),
             (NameMap{{"moved.txt_0000000000", "moved.txt"}, {"other_0000000000", "moved.txt"}}));
+}
+
+TEST_F(IndexAdoption, TakesNothingBesideALineOfWhichTheSystemDoesNotTell) {
+  const std::string text = "a.kdb_0000000001/00000001\n";
+  folder.set_index(text);
+  folder.write("stray.txt");
+  const auto fault = os::faults::fail(Call::probe_search, {5, os::Failure::kOther}, 2);
+  adopt();
+  EXPECT_EQ(fault.hits(), 1U);
+  EXPECT_EQ(folder.index(), text);
+}
+
+TEST_F(IndexAdoption, GivesTheNumberOfALineOfWhichTheSystemDoesNotTellToNobody) {
+  folder.write("00000001.kdb", "bytes of a");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  const synchronisation off(false);
+  // The listing breaks off, and the line's file is asked for by itself; the counter is lost.
+  const auto listing = os::faults::fail(Call::list, {5, os::Failure::kOther});
+  const auto fault =
+      os::faults::fail(Call::probe_search, {5, os::Failure::kOther}, 4, Times::kLasting);
+  EXPECT_EQ(STGIndex::create(folder.path(), "b.kdb", 1), "00000002.kdb");
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\n");
 }
 
 TEST_F(IndexAdoption, NeverRemovesAnEntry) {

@@ -10,8 +10,8 @@
 #include "tests/support/index_peer.h"
 #include "tests/support/recording_sink.h"
 
-// The public operations, where the seam or the traces show what they do. What a client sees of them:
-// tests/api/index_operations_test.cpp.
+// The public operations, where the seam or the traces show what they do. What a client sees of
+// them: tests/api/index_operations_test.cpp.
 
 namespace {
 
@@ -339,8 +339,8 @@ TEST_F(IndexExists, TracesNothingWhereAllIsWell) {
   EXPECT_EQ(index_traces(sink), Texts{});
 }
 
-/// How many calls of the seam a question takes in a folder of so many entries. Of all their files only
-/// two are there: the others are none of its business.
+/// How many calls of the seam a question takes in a folder of so many entries. Of all their files
+/// only two are there: the others are none of its business.
 std::uint64_t calls_to_ask(int entries, const std::string& logical, bool expected) {
   const index_folder folder;
   std::string text;
@@ -435,6 +435,26 @@ TEST_F(IndexCreating, RaisesWhereTheIndexCannotBeOpened) {
   const auto fault = os::faults::fail(Call::open, kRefused, 1, Times::kLasting);
   EXPECT_THROW(STGIndex::create(folder.path(), "a.kdb", 5), vu_file_except);
   EXPECT_EQ(sink.count(trace_event::warning, cannot_open("a.kdb", "throw exception on open")), 1U);
+}
+
+TEST_F(IndexCreating, MakesTheFileAlsoWhereTheSystemDoesNotTellWhetherThereIsOne) {
+  folder.set_index(" ");
+  // Asked for before: the logical name and the index, by the question and by the loading.
+  const auto fault = os::faults::fail(Call::probe_search, kRefused, 4);
+  EXPECT_EQ(STGIndex::create(folder.path(), "a.kdb", 5), "00000001.kdb");
+  EXPECT_EQ(fault.hits(), 1U);
+  EXPECT_TRUE(folder.has("00000001.kdb"));
+  EXPECT_EQ(folder.index(), "a.kdb_0000000005/00000001\n");
+}
+
+TEST_F(IndexCreating, GivesTheNameOfALineOfWhichTheSystemDoesNotTell) {
+  const std::string text = "a.kdb_0000000005/00000007\nn.txt_0000000000/n.txt\n";
+  folder.set_index(text);
+  const auto fault = os::faults::fail(Call::probe_search, kRefused, 3, Times::kLasting);
+  EXPECT_EQ(STGIndex::create(folder.path(), "a.kdb", 5), "00000007.kdb");
+  EXPECT_EQ(STGIndex::create(folder.path(), "n.txt", 0), "n.txt");
+  EXPECT_FALSE(folder.has("00000007.kdb"));
+  EXPECT_EQ(folder.index(), text);
 }
 
 TEST_F(IndexCreating, RaisesWhatTheRewriteRaises) {

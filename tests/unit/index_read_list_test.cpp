@@ -76,8 +76,15 @@ class ReadListFile : public testing::Test {
   /// Loads a text and saves it.
   std::string rewritten(const std::string& text) {
     folder.write("read.txt", text);
-    { ReadList list(folder.path(), "read.txt"); }
+    {
+      ReadList list(folder.path(), "read.txt");
+      list.load();
+    }
     return folder.read("read.txt");
+  }
+  void load_and_save() const {
+    ReadList list(folder.path(), "read.txt");
+    list.load();
   }
   bool list_is_free() const {
     vu_file file(folder.path(), "read.txt");
@@ -137,14 +144,18 @@ TEST_F(ReadListFile, IsStableOnceWritten) {
 }
 
 TEST_F(ReadListFile, IsMadeWhenItIsMissing) {
-  { ReadList list(folder.path(), "00000001.txt"); }
+  {
+    ReadList list(folder.path(), "00000001.txt");
+    list.load();
+  }
   EXPECT_EQ(folder.names(), (Texts{"00000001.txt"}));
   EXPECT_EQ(folder.read("00000001.txt"), "");
 }
 
 TEST_F(ReadListFile, IsNotHeldOpenInBetween) {
   folder.write("read.txt", a + "\n");
-  const ReadList list(folder.path(), "read.txt");
+  ReadList list(folder.path(), "read.txt");
+  list.load();
   EXPECT_TRUE(list_is_free());
 }
 
@@ -152,6 +163,7 @@ TEST_F(ReadListFile, UnescapesTheSecondFieldOfALine) {
   folder.write("read.txt", "x\tA%20B\tB\tf4\tf5\tf6\t\n" + a + "\n");
   {
     ReadList list(folder.path(), "read.txt");
+    list.load();
     list.unescape("f4#f5#x#A%20B.kdb");
   }
   // It keeps the place of its old name.
@@ -162,6 +174,7 @@ TEST_F(ReadListFile, UnescapesNothingElse) {
   folder.write("read.txt", "%41\tA+B.c%20\tB%41\tf+4\tf%205\t%41\t%41\n");
   {
     ReadList list(folder.path(), "read.txt");
+    list.load();
     list.unescape("f+4#f%205#%41#A+B.c%20.kdb");
     list.unescape("nobody");
     list.unescape("");
@@ -173,6 +186,7 @@ TEST_F(ReadListFile, UnescapesByTheTabsThatItFinds) {
   folder.write("read.txt", "\tx\t\t%41\tB\tf4\tf5\tf6\t\n");
   {
     ReadList list(folder.path(), "read.txt");
+    list.load();
     list.unescape("f4#f5#\tx#\t%41.kdb");
   }
   EXPECT_EQ(folder.read("read.txt"), "\tx\t\tA\tB\tf4\tf5\tf6\t\n");
@@ -182,6 +196,7 @@ TEST_F(ReadListFile, UnescapesALineAsOftenAsItIsAsked) {
   folder.write("read.txt", "x\tA%2520B\tB\tf4\tf5\tf6\t\n");
   {
     ReadList list(folder.path(), "read.txt");
+    list.load();
     list.unescape("f4#f5#x#A%2520B.kdb");
     list.unescape("f4#f5#x#A%2520B.kdb");
   }
@@ -192,16 +207,19 @@ TEST_F(ReadListFile, TakesAFieldThatUnescapingEmpties) {
   folder.write("read.txt", "x\t%2\tB\tf4\tf5\tf6\t\n");
   {
     ReadList list(folder.path(), "read.txt");
+    list.load();
     list.unescape("f4#f5#x#%2.kdb");
   }
   EXPECT_EQ(folder.read("read.txt"), "x\t\tB\tf4\tf5\tf6\t\n");
 }
 
 TEST_F(ReadListFile, CanBeAskedAgainForALineThatUnescapingMadeShorter) {
-  // Emptied, the field begins with the tab behind it, and no six tabs are found in the line any more.
+  // Emptied, the field begins with the tab behind it, and no six tabs are found in the line any
+  // more.
   folder.write("read.txt", "x\t%2\tB\tf4\tf5\tf6\t\n");
   {
     ReadList list(folder.path(), "read.txt");
+    list.load();
     list.unescape("f4#f5#x#%2.kdb");
     EXPECT_NO_THROW(list.unescape("f4#f5#x#%2.kdb"));
   }
@@ -215,12 +233,12 @@ TEST_F(ReadListFile, ThatCannotBeLoadedIsNeverSaved) {
   folder.write("read.txt", text);
   for (const Call call : {Call::open, Call::read}) {
     const auto fault = os::faults::fail(call, kRefused);
-    EXPECT_THROW({ const ReadList list(folder.path(), "read.txt"); }, vu_file_except);
+    EXPECT_THROW(load_and_save(), vu_file_except);
     EXPECT_EQ(folder.read("read.txt"), text);
   }
   {
     const auto fault = os::faults::throw_from(Call::stat, std::bad_alloc());
-    EXPECT_THROW({ const ReadList list(folder.path(), "read.txt"); }, std::bad_alloc);
+    EXPECT_THROW(load_and_save(), std::bad_alloc);
   }
   EXPECT_EQ(folder.read("read.txt"), text);
   EXPECT_TRUE(list_is_free());
@@ -231,7 +249,7 @@ TEST_F(ReadListFile, ThatCannotBeSavedRaises) {
   recording_sink sink;
   const auto fault = os::faults::fail(Call::open, kRefused, 2);
   try {
-    { const ReadList list(folder.path(), "read.txt"); }
+    load_and_save();
     ADD_FAILURE() << "nothing was raised";
   } catch (const vu_file_except& e) {
     EXPECT_EQ(e.what(), "throw exception on open");
@@ -243,7 +261,7 @@ TEST_F(ReadListFile, ThatCannotBeSavedRaises) {
 TEST_F(ReadListFile, RaisesWhatWritingRaises) {
   folder.write("read.txt", a + "\n");
   const auto fault = os::faults::throw_from(Call::write, std::runtime_error("write"));
-  EXPECT_THROW({ const ReadList list(folder.path(), "read.txt"); }, std::runtime_error);
+  EXPECT_THROW(load_and_save(), std::runtime_error);
 }
 
 struct Unwinding {};
@@ -252,7 +270,8 @@ TEST_F(ReadListFile, IsSavedWhileAnotherExceptionUnwinds) {
   folder.write("read.txt", b + "\n" + a + "\n");
   EXPECT_THROW(
       {
-        const ReadList list(folder.path(), "read.txt");
+        ReadList list(folder.path(), "read.txt");
+        list.load();
         throw Unwinding();
       },
       Unwinding);
@@ -266,7 +285,8 @@ TEST_F(ReadListFile, SwallowsItsOwnExceptionWhileAnotherOneUnwinds) {
     const auto fault = os::faults::fail_with(Call::write, exception);
     EXPECT_THROW(
         {
-          const ReadList list(folder.path(), "read.txt");
+          ReadList list(folder.path(), "read.txt");
+          list.load();
           throw Unwinding();
         },
         Unwinding);
@@ -285,7 +305,7 @@ TEST_F(ReadListFile, ReportsNoShortWrite) {
   folder.write("read.txt", a + "\n");
   recording_sink sink;
   const auto fault = os::faults::cut_transfer(Call::write, 3, {28, os::Failure::kOther});
-  EXPECT_NO_THROW({ const ReadList list(folder.path(), "read.txt"); });
+  EXPECT_NO_THROW(load_and_save());
   EXPECT_EQ(sink.count(trace_event::error, "write file : " + folder.path("read.txt")), 1U);
   EXPECT_EQ(folder.read("read.txt"), a.substr(0, 3));
 }

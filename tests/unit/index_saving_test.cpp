@@ -9,8 +9,8 @@
 #include <string>
 #include <thread>
 
-#include "platform/os/os.h"
 #include "file/replacement.h"
+#include "platform/os/os.h"
 #include "tests/support/index_peer.h"
 #include "tests/support/recording_sink.h"
 
@@ -175,7 +175,8 @@ TEST_F(IndexSaving, WritesTheFirstOfTwoLinesWithOneKey) {
 }
 
 TEST_F(IndexSaving, LosesAnEntryWhoseLogicalNameHoldsASlash) {
-  // Written, but read back as another key, whose file would have to be named "b_0000000001/00000001".
+  // Written, but read back as another key, whose file would have to be named
+  // "b_0000000001/00000001".
   {
     STGIndex index = Peer::load(folder.path());
     Peer::_create(index, "a/b", 1);
@@ -189,8 +190,7 @@ TEST_F(IndexSaving, LosesAnEntryWhoseLogicalNameHoldsASlash) {
 TEST_F(IndexSaving, KeepsALineOfWhichTheSystemDoesNotTellAndSavesTheRest) {
   folder.write("00000001");
   // The file of the second line lies where nobody looks into; the third line's is missing.
-  const std::string text =
-      "a_0000000001/00000001\nb_0000000001/00000002\nc_0000000001/00000003\n";
+  const std::string text = "a_0000000001/00000001\nb_0000000001/00000002\nc_0000000001/00000003\n";
   folder.set_index(text);
   recording_sink sink;
   {
@@ -201,13 +201,16 @@ TEST_F(IndexSaving, KeepsALineOfWhichTheSystemDoesNotTellAndSavesTheRest) {
     Peer::insert(index, "d_0000000001", "00000001");
     Peer::set_need_update(index);
   }
-  EXPECT_EQ(folder.index(), "a_0000000001/00000001\nb_0000000001/00000002\nd_0000000001/00000001\n");
-  EXPECT_EQ(sink.events(trace_event::error),
-            Texts{"STGIndex: a line stays, for the system does not tell whether its file is there: " +
-                  folder.path("index.dat") + ": b_0000000001/00000002"});
+  EXPECT_EQ(folder.index(),
+            "a_0000000001/00000001\nb_0000000001/00000002\nd_0000000001/00000001\n");
+  EXPECT_EQ(
+      sink.events(trace_event::error),
+      Texts{"STGIndex: a line stays, for the system does not tell whether its file is there: " +
+            folder.path("index.dat") + ": b_0000000001/00000002"});
   EXPECT_TRUE(index_is_free());
   rewrite();
-  EXPECT_EQ(folder.index(), "a_0000000001/00000001\nd_0000000001/00000001\n") << "the next one can tell";
+  EXPECT_EQ(folder.index(), "a_0000000001/00000001\nd_0000000001/00000001\n")
+      << "the next one can tell";
 }
 
 TEST_F(IndexSaving, KeepsLinesThatOthersWroteAndOfWhichTheSystemDoesNotTell) {
@@ -223,7 +226,27 @@ TEST_F(IndexSaving, KeepsLinesThatOthersWroteAndOfWhichTheSystemDoesNotTell) {
     Peer::saveIndexFile(index);
     Peer::clear_need_update(index);
   }
-  EXPECT_EQ(folder.index(), "a_0000000001/00000001\nb_0000000001/00000002\nc_0000000001/00000001\n");
+  EXPECT_EQ(folder.index(),
+            "a_0000000001/00000001\nb_0000000001/00000002\nc_0000000001/00000001\n");
+}
+
+TEST_F(IndexSaving, NamesALineThatItFindsOutNothingAbout) {
+  folder.write("00000001.kdb");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    Peer::_remove(index, "a.kdb", 1);
+    const auto fault = os::faults::fail(Call::probe_search, kRefused, 1, Times::kLasting);
+    Peer::saveIndexFile(index);
+    Peer::clear_need_update(index);
+  }
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\n");
+  EXPECT_EQ(sink.count(trace_event::error,
+                       "STGIndex: a line stays, for the system does not tell whether its file is "
+                       "there: " +
+                           folder.path("index.dat") + ": a.kdb_0000000001/00000001"),
+            1U);
 }
 
 TEST_F(IndexSaving, KeepsTheOrderOfTwoLinesOfOneKeyOfWhichOneIsNotKnown) {
@@ -367,7 +390,8 @@ struct Rewrite {
   std::string old_text;
 };
 
-/// Rewrites of all kinds: within a page and beyond, longer, shorter, from the front and from the back.
+/// Rewrites of all kinds: within a page and beyond, longer, shorter, from the front and from the
+/// back.
 std::vector<Rewrite> rewrites(const index_folder& folder) {
   std::vector<Rewrite> result;
   const auto add = [&](const std::string& what, const NameMap& old_lp, const NameMap& new_lp,
@@ -401,8 +425,8 @@ void rewrite_index(const index_folder& folder, const Rewrite& change) {
   Peer::set_need_update(index);
 }
 
-/// A line of the old index that the new one has not got counts as removed: its file has to go, or the
-/// merge brings it back.
+/// A line of the old index that the new one has not got counts as removed: its file has to go, or
+/// the merge brings it back.
 void remove_files_that_go(const index_folder& folder, const Rewrite& change) {
   for (const auto& [key, stored] : change.old_lp) {
     if (!change.new_lp.contains(key) && folder.has(stored)) folder.erase(stored);
@@ -522,7 +546,6 @@ TEST_F(IndexSaving, ReadsOnWhereAReadEndsEarlyOrTheSizeIsNotTold) {
   EXPECT_TRUE(index_is_free());
 }
 
-
 TEST_F(IndexSaving, KeepsWhatAnotherInstanceWroteMeanwhile) {
   recording_sink sink;
   {
@@ -572,7 +595,8 @@ TEST_F(IndexSaving, MergesWhatIsOnDiskBetweenItsTwoLocks) {
   folder.set_index("a_0000000001/00000001\n");
   recording_sink sink;
   {
-    // At the second opening the reader's lock has been given back and the writer's is not taken yet.
+    // At the second opening the reader's lock has been given back and the writer's is not taken
+    // yet.
     const auto other = [&] { folder.set_index("a_0000000001/00000001\nb_0000000001/00000002\n"); };
     const auto hook = os::faults::before(Call::open, other, 2);
     STGIndex index = Peer::load(folder.path());
@@ -716,7 +740,8 @@ TEST_F(IndexSaving, JudgesTheLinesAgainThatLeadToAFileItHasRemoved) {
 }
 
 TEST_F(IndexSaving, WritesWhatMergingEveryLineWouldGive) {
-  // Whatever happens between loading and saving: to the maps, to the files and to the index on disk.
+  // Whatever happens between loading and saving: to the maps, to the files and to the index on
+  // disk.
   std::mt19937 random(1234567);
   const auto one_of = [&random](const Texts& texts) { return texts[random() % texts.size()]; };
   const Texts lines = {
@@ -1010,8 +1035,8 @@ TEST_F(IndexSaving, SwallowsAFailedReadWhileAnotherExceptionUnwinds) {
         Unwinding);
     EXPECT_EQ(fault.hits(), 1U);
   }
-  EXPECT_EQ(index_traces(sink), begin_texts() + not_read_texts() +
-                                    Texts{"Error: throw exception on read"});
+  EXPECT_EQ(index_traces(sink),
+            begin_texts() + not_read_texts() + Texts{"Error: throw exception on read"});
   EXPECT_TRUE(index_is_free());
   EXPECT_EQ(folder.index(), "a_0000000001/00000001\n");
 }
