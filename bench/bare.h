@@ -30,8 +30,8 @@ class Text {
   std::size_t m_size = 0;
 };
 
-/// A locked file. As the handle's steps are stated, its size is asked for by its path, and the lock given
-/// back before the file is closed.
+/// A locked file. As the handle's steps are stated, its size is asked for by its path, and the lock
+/// given back before the file is closed.
 class File {
  public:
   enum class Mode { kRead, kReadWriteCreate };

@@ -9,10 +9,10 @@ struct sqlite3_stmt;
 struct MDB_env;
 
 /// @file
-/// The same index in a database: logical name and timestamp -> number of the file. The file stays a file.
-/// Both are durable when a change returns: SQLite with a rollback journal and synchronous=FULL where it
-/// is opened per operation (its defaults), with a write-ahead log and synchronous=FULL where it is kept
-/// open; LMDB with its default flushes.
+/// The same index in a database: logical name and timestamp -> number of the file. The file stays a
+/// file. Both are durable when a change returns: SQLite with a rollback journal and
+/// synchronous=FULL where it is opened per operation (its defaults), with a write-ahead log and
+/// synchronous=FULL where it is kept open; LMDB with its default flushes.
 namespace bench {
 
 /// Gets the logical name, the timestamp and the stored name of an entry.

@@ -7,11 +7,11 @@
 
 namespace bench {
 
-/// A storage folder made without the library, in its layout: "index.dat", the counter "index" and an empty file
-/// for each entry.
+/// A storage folder made without the library, in its layout: "index.dat", the counter "index" and
+/// an empty file for each entry.
 ///
-/// The entries are one version each of names as "Report 000042.kdb". The numbers of their files lie in
-/// no order, as those of documents that arrived in no order of their names.
+/// The entries are one version each of names as "Report 000042.kdb". The numbers of their files lie
+/// in no order, as those of documents that arrived in no order of their names.
 class Folder {
  public:
   /// Makes the folder with everything in it; what was there of an earlier run goes.
@@ -33,8 +33,8 @@ class Folder {
   /// The text of "index.dat".
   const std::string& text() const { return m_text; }
 
-  /// Puts the counter and "index.dat" back as they were, on the device; the files @p made go, and the
-  /// files @p lost are there again, empty.
+  /// Puts the counter and "index.dat" back as they were, on the device; the files @p made go, and
+  /// the files @p lost are there again, empty.
   void restore(const std::vector<std::string>& made,
                const std::vector<std::string>& lost = {}) const;
 

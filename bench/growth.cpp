@@ -1,10 +1,11 @@
 // Time per operation against the number of documents: storage_growth FOLDER DATA
 //
 // Grows two trees below FOLDER, in the library's own layout: documents of one owner over the hash
-// buckets, 1,000 to 1,000,000, and a mail folder of 100 to 100,000. Files are made empty, "index.dat" and the
-// counters are written directly. At each size a sample is checked by the library (the document is found under its
-// file's name, the list has as many entries as the folder) and each operation is timed: the best of several
-// calls, since a long one is easily interrupted, in milliseconds. DATA gets one block of lines for each tree and operation, for bench/growth.gp:
+// buckets, 1,000 to 1,000,000, and a mail folder of 100 to 100,000. Files are made empty,
+// "index.dat" and the counters are written directly. At each size a sample is checked by the
+// library (the document is found under its file's name, the list has as many entries as the folder)
+// and each operation is timed: the best of several calls, since a long one is easily interrupted,
+// in milliseconds. DATA gets one block of lines for each tree and operation, for bench/growth.gp:
 //
 //   documents  milliseconds
 //

@@ -1,7 +1,7 @@
 // One operation on a folder of so many entries: storage_operations OPERATION ENTRIES FOLDER
 //
-// For tools that watch a program: scripts/bench-instructions.sh counts the instructions of measured()
-// under callgrind, strace shows the system calls between the two calls of getppid().
+// For tools that watch a program: scripts/bench-instructions.sh counts the instructions of
+// measured() under callgrind, strace shows the system calls between the two calls of getppid().
 //
 //   exists   STGIndex::exists of the entry in the middle
 //   load     STGIndex::remove of a name that is not there: loads the index and changes nothing

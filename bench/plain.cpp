@@ -1,7 +1,9 @@
-// The main workloads beside the literal way, with nothing but the library: storage_bench_plain [FOLDER]
+// The main workloads beside the literal way, with nothing but the library: storage_bench_plain
+// [FOLDER]
 //
-// For systems that have neither of the databases nor a benchmark library (the Windows build under Wine).
-// A folder of 1,000 entries; times are medians of interleaved repetitions, in microseconds per operation:
+// For systems that have neither of the databases nor a benchmark library (the Windows build under
+// Wine). A folder of 1,000 entries; times are medians of interleaved repetitions, in microseconds
+// per operation:
 //
 //   exists, hit / miss     STGIndex::exists of an entry, of a name with another timestamp
 //   lastVersion, plValues  a question to the whole index, synchronisation switch on

@@ -20,8 +20,8 @@ const char* name(Place place);
 /// Databases that are only asked keep what they were filled with.
 enum class Purpose { kAsked, kChanged };
 
-/// What the workloads work on: folders and databases of so many entries in either place, made when first
-/// asked for.
+/// What the workloads work on: folders and databases of so many entries in either place, made when
+/// first asked for.
 class Stage {
  public:
   /// @p disk and @p memory are folders for the trees; what is made below them goes in the end.

@@ -17,11 +17,12 @@ ucs2string getLongPath(const ucs2string& path);
 /// The same for a UTF-8 path, in UTF-8.
 vu_utf8string long_form(const vu_utf8string& path);
 
-/// A path that begins with one separator, or with a drive and a separator, with backslashes alone; empty
-/// for every other path.
+/// A path that begins with one separator, or with a drive and a separator, with backslashes alone;
+/// empty for every other path.
 std::u16string absolute_form(const ucs2string& path);
 
-/// Describes a file or folder; backslashes at the end of the path do not count, but for a root's own.
+/// Describes a file or folder; backslashes at the end of the path do not count, but for a root's
+/// own.
 /// @param alreadyLong whether @p path is in its long form.
 /// @param folder what the last component is looked up in, see os::Path::in().
 /// @return false after a warning when it is missing, after an error on any other failure.

@@ -171,8 +171,7 @@ FileText HandleCore::read_to_end(const trace::Scope& operation) {
       text.bytes = std::move(larger);
     }
     std::size_t done = 0;
-    const os::Status status =
-        os::read(m_state.handle, text.bytes.get() + text.size, wanted, done);
+    const os::Status status = os::read(m_state.handle, text.bytes.get() + text.size, wanted, done);
     if (!status.ok()) fail_read(operation, status.code());
     if (done == 0) return text;
     text.size += done;

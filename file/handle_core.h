@@ -93,19 +93,19 @@ class HandleCore {
   const HandleSpelling& m_spelling;
 };
 
-/// Reads an open file from its position to its end through the handle, however long it has become, into
-/// memory that nobody clears first. A read that ends early is followed by another one: only a read of no
-/// bytes is the end.
+/// Reads an open file from its position to its end through the handle, however long it has become,
+/// into memory that nobody clears first. A read that ends early is followed by another one: only a
+/// read of no bytes is the end.
 /// @throws vu_file_except as vu_file::read() does, with the same traces.
 FileText read_to_end(vu_file& file);
 
-/// Replaces the whole content of an open file so that an interruption at any moment leaves the old text or
-/// the new one (see replacement.h), flushes it and closes the file. @p old_bytes is what the file holds,
-/// read to the end.
+/// Replaces the whole content of an open file so that an interruption at any moment leaves the old
+/// text or the new one (see replacement.h), flushes it and closes the file. @p old_bytes is what
+/// the file holds, read to the end.
 ///
-/// A failed write is traced like one of vu_file::write(), a failed flush like one of vu_file::close(), a
-/// failed cut like one of vu_file::clear(). Required: for "index.dat" and its counter alone; all other
-/// files are cut first, as their modes say.
+/// A failed write is traced like one of vu_file::write(), a failed flush like one of
+/// vu_file::close(), a failed cut like one of vu_file::clear(). Required: for "index.dat" and its
+/// counter alone; all other files are cut first, as their modes say.
 /// @return what the file holds afterwards.
 /// @throws vu_file_except in a mode without writing; the file stays open then.
 replacement::Holds replace_and_close(vu_file& file, std::string_view old_bytes,

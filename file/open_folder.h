@@ -6,8 +6,8 @@
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
 
-/// A folder that is held open while it is emptied: nobody can put a link to elsewhere in its place between
-/// the question what it is and the removal of what is in it.
+/// A folder that is held open while it is emptied: nobody can put a link to elsewhere in its place
+/// between the question what it is and the removal of what is in it.
 class OpenFolder {
  public:
   /// @param name the path as traces tell it; it and @p operation outlive the object.
@@ -28,7 +28,8 @@ class OpenFolder {
   /// For os::Path::in().
   os::Handle get() const { return m_handle; }
 
-  /// What is in it; none when it cannot be opened or listed. @p path is its path, a separator at its end.
+  /// What is in it; none when it cannot be opened or listed. @p path is its path, a separator at
+  /// its end.
   std::vector<os::Entry> entries(os::Path path) const {
     std::vector<os::Entry> found;
     if (m_opened) static_cast<void>(os::list(path.in(m_handle), found));

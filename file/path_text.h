@@ -13,8 +13,8 @@
 /// file.
 namespace path_text {
 
-/// What the bytes of a path are. In a two-byte code page the second byte of a character may look like a
-/// backslash; in UTF-8 no part of another character does.
+/// What the bytes of a path are. In a two-byte code page the second byte of a character may look
+/// like a backslash; in UTF-8 no part of another character does.
 enum class Encoding : std::uint8_t { kNarrow, kUtf8 };
 
 /// Whether the byte at @p at is the second one of a two-byte character of the narrow encoding.
@@ -66,7 +66,8 @@ struct Cut {
   std::string_view after;
 };
 
-/// The last one of the characters of @p which (of "\" and "/") that is one; npos when there is none.
+/// The last one of the characters of @p which (of "\" and "/") that is one; npos when there is
+/// none.
 inline std::size_t last_separator(std::string_view path, std::string_view which,
                                   Encoding encoding) {
   std::size_t at = path.find_last_of(which);

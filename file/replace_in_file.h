@@ -13,7 +13,8 @@ enum class Holds : std::uint8_t {
   kNewText,  ///< in its place or, where a later step failed, in the copy behind it
 };
 
-/// What became of a replacement: what the file holds, and the failures on the way, which may go with either.
+/// What became of a replacement: what the file holds, and the failures on the way, which may go
+/// with either.
 struct Outcome {
   Holds holds = Holds::kOldText;
   os::Status written;
@@ -23,9 +24,10 @@ struct Outcome {
   bool ok() const { return written.ok() && flushed.ok() && cut.ok(); }
 };
 
-/// Replaces the text of an open file by the plan of replacement.h, and flushes it. The handle may write;
-/// @p old_bytes is what the file holds, whole. An interrupted replacement is completed first. Nothing is
-/// traced.
+/// Replaces the text of an open file by the plan of replacement.h, and flushes it. The handle may
+/// write;
+/// @p old_bytes is what the file holds, whole. An interrupted replacement is completed first.
+/// Nothing is traced.
 Outcome carry_out(os::Handle handle, std::string_view old_bytes, std::string_view new_text);
 
 }  // namespace replacement

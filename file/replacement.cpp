@@ -189,9 +189,9 @@ bool last_line_is_open(std::string_view text) {
   return text.find('/', text.rfind('\n') + 1) != kNone;
 }
 
-/// Whether one write replaces the text whole or not at all, for any reader: nothing changes, or digits do
-/// within one sector. (The beginning of a number for a new counter has the same value: zeros.) A line does
-/// not qualify, since a failing device may take a part of the write.
+/// Whether one write replaces the text whole or not at all, for any reader: nothing changes, or
+/// digits do within one sector. (The beginning of a number for a new counter has the same value:
+/// zeros.) A line does not qualify, since a failing device may take a part of the write.
 bool is_replaced_at_once(std::string_view old_bytes, std::string_view new_text) {
   if (old_bytes == new_text) return true;
   return (old_bytes.empty() || old_bytes.size() == new_text.size()) &&
@@ -254,13 +254,13 @@ Plan plan(std::string_view old_bytes, std::string_view new_text, std::size_t pag
     old_bytes = closed;
   }
 
-  // The copy begins with the line at the sector in which the texts begin to differ, and lies in sectors
-  // of its own: no byte of a sector that is written over in place is in the front alone.
+  // The copy begins with the line at the sector in which the texts begin to differ, and lies in
+  // sectors of its own: no byte of a sector that is written over in place is in the front alone.
   const std::size_t from = start_of_difference(old_bytes, new_text);
   const auto sector = static_cast<std::size_t>(sector_before(from));
   const std::size_t base = sector == 0 ? 0 : new_text.rfind('\n', sector - 1) + 1;
-  const std::uint64_t copy_at = sector_before(
-      std::max({old_size, old_bytes.size(), new_text.size()}) + kSectorSize - 1);
+  const std::uint64_t copy_at =
+      sector_before(std::max({old_size, old_bytes.size(), new_text.size()}) + kSectorSize - 1);
   std::string copy = escaped(new_text.substr(base));
   copy += trailer_of(new_text, base, copy.size());
   result.reserve = copy_at + copy.size();

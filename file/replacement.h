@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-/// How a text of lines replaces another one in its file, so that an interruption at any moment leaves one
-/// of the two: the end of the process, a write that fails, or a power failure.
+/// How a text of lines replaces another one in its file, so that an interruption at any moment
+/// leaves one of the two: the end of the process, a write that fails, or a power failure.
 ///
 /// The file while the new text is on its way:
 ///
@@ -18,17 +18,19 @@
 ///  2. The new text is written over the old one, and flushed.
 ///  3. The file is cut at the end of the new text. Nothing is flushed.
 ///
-/// Until step 1 is flushed, the old text stands untouched. From then on the trailer vouches for the copy,
-/// whatever the front holds. A copy or a trailer of which a part is missing does not pass the checksum; the
-/// front is the old text then, or, after step 2, the new one. So a reader takes the copy where a trailer
-/// fits (`interrupted_in`), and the lines of the file as they stand where none does.
+/// Until step 1 is flushed, the old text stands untouched. From then on the trailer vouches for the
+/// copy, whatever the front holds. A copy or a trailer of which a part is missing does not pass the
+/// checksum; the front is the old text then, or, after step 2, the new one. So a reader takes the
+/// copy where a trailer fits (`interrupted_in`), and the lines of the file as they stand where none
+/// does.
 ///
-/// Step 3 needs no flush: a cut that was lost leaves the trailer, or what a later save wrote over it.
+/// Step 3 needs no flush: a cut that was lost leaves the trailer, or what a later save wrote over
+/// it.
 ///
-/// Neither copy nor trailer holds a "/", so they mean nothing to a reader who knows lines alone. For his
-/// sake step 2 never shows a line that is glued from two halves when a process is killed. A system carries
-/// a write out page by page; at each page edge a line may be torn meanwhile. So the old lines at page edges
-/// lose their "/" first, and the new lines at page edges get theirs last:
+/// Neither copy nor trailer holds a "/", so they mean nothing to a reader who knows lines alone.
+/// For his sake step 2 never shows a line that is glued from two halves when a process is killed. A
+/// system carries a write out page by page; at each page edge a line may be torn meanwhile. So the
+/// old lines at page edges lose their "/" first, and the new lines at page edges get theirs last:
 ///
 ///     old  ...nes.kdb_0000000001/0000|0007\n...     "|" is a page edge
 ///          ...nes.kdb_0000000001 0000|0007\n...     the old line is no line any more
@@ -38,9 +40,11 @@
 /// docs/formats.md tells every byte of it.
 namespace replacement {
 
-/// A system writes pages of this size, or of a multiple of it, whole or not at all when a process is killed.
+/// A system writes pages of this size, or of a multiple of it, whole or not at all when a process
+/// is killed.
 inline constexpr std::size_t kPageSize = 4096;
-/// A device writes sectors of this size, or of a multiple of it, whole or not at all when the power fails.
+/// A device writes sectors of this size, or of a multiple of it, whole or not at all when the power
+/// fails.
 inline constexpr std::size_t kSectorSize = 512;
 
 /// A replacement that was interrupted behind its first flush.
@@ -52,9 +56,10 @@ struct Interrupted {
 /// What the trailer at the end of a file's bytes vouches for; nothing where none fits.
 std::optional<Interrupted> interrupted_in(std::string_view bytes);
 
-/// The text that the bytes of a file stand for: the new text of a replacement that was interrupted behind its
-/// first flush, else the bytes themselves without the zeros at their end. (A file's size may reach the device
-/// before its bytes; then it ends in zeros.) The result is a view of @p bytes or of @p storage.
+/// The text that the bytes of a file stand for: the new text of a replacement that was interrupted
+/// behind its first flush, else the bytes themselves without the zeros at their end. (A file's size
+/// may reach the device before its bytes; then it ends in zeros.) The result is a view of @p bytes
+/// or of @p storage.
 std::string_view text_of(std::string_view bytes, std::string& storage);
 
 /// One write. A process that is killed within it leaves what lies before some page edge written.
@@ -69,7 +74,8 @@ using Stage = std::vector<Write>;
 struct Plan {
   /// Each is begun when the one before is flushed.
   std::vector<Stage> stages;
-  /// From here on the new text holds; an earlier stage leaves the old one as it is. An index of `stages`.
+  /// From here on the new text holds; an earlier stage leaves the old one as it is. An index of
+  /// `stages`.
   std::size_t first_over_old = 0;
   std::uint64_t reserve = 0;  ///< the largest size of the file on the way
   std::uint64_t size = 0;     ///< where it is cut at last

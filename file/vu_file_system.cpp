@@ -15,8 +15,8 @@ using path_text::with_separator;
 
 namespace {
 
-/// vu_file::is_dir() with a say about links (what is removed is the link, never what it leads to) and
-/// about where to look.
+/// vu_file::is_dir() with a say about links (what is removed is the link, never what it leads to)
+/// and about where to look.
 bool is_folder(const trace::Scope& vu_trace_scope, const std::string& path, os::Links links,
                os::Handle parent = os::kNoHandle) {
   os::FileStat found;

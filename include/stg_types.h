@@ -14,7 +14,7 @@ namespace STG {
 /// named here selects the user area.
 enum RepositoryType : std::int32_t {
   UserRepository = 0,        ///< user area ("user")
-  UserFilesRepository = 1,   ///< user area ("user"); its folders keep category files and "attribut.txt"
+  UserFilesRepository = 1,   ///< user area ("user"), with category files and "attribut.txt"
   CorporateRepository = 2,   ///< corporate documents ("docs"), spread over hash buckets
   MailRepository = 3,        ///< mail ("mail")
   MailFilesRepository = 4    ///< mail ("mail")

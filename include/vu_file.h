@@ -14,20 +14,21 @@ VU_STORAGE_TYPES_BEGIN
 /// A file handle for narrow names, and the file-system operations on narrow paths.
 ///
 /// Narrow strings are in the process's ANSI code page on Windows and plain bytes on Linux. The
-/// separator written is the backslash; on Linux both `\` and `/` separate. In a two-byte code page the
-/// second byte of a character is never taken for a separator.
+/// separator written is the backslash; on Linux both `\` and `/` separate. In a two-byte code page
+/// the second byte of a character is never taken for a separator.
 ///
 /// A handle names a file by directory and file name, opens it in one of four modes
-/// (vu_file_base::type_access) and holds a lock on the whole file while it is open. Failures are traced
-/// under the source name "vu_file".
+/// (vu_file_base::type_access) and holds a lock on the whole file while it is open. Failures are
+/// traced under the source name "vu_file".
 ///
 /// Blocking: whose locks a member waits for, without limit, be they in this process or in another.
-/// Readers of a file are the handles that have it open with o_read, writers those of every other mode.
-/// "No" means that it waits for no lock; what the system needs comes on top (a slow disk, a network, a
-/// pipe without its other end). Without a lock of its own a handle fails at once on what others hold.
+/// Readers of a file are the handles that have it open with o_read, writers those of every other
+/// mode. "No" means that it waits for no lock; what the system needs comes on top (a slow disk, a
+/// network, a pipe without its other end). Without a lock of its own a handle fails at once on what
+/// others hold.
 ///
-/// Threads: "any" means several at once, on arguments that none of them changes meanwhile. Copies of an
-/// open handle count as one handle.
+/// Threads: "any" means several at once, on arguments that none of them changes meanwhile. Copies
+/// of an open handle count as one handle.
 class VU_STORAGE_API vu_file : public vu_file_base {
  public:
   // ---- the handle ----------------------------------------------------------------------------
@@ -69,12 +70,14 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// @blocking{no} @threads{one at a time on one handle}
   vu_path getPath() const;
 
-  /// Opens the file and asks for its lock. An open handle is closed first, which is traced as an error.
+  /// Opens the file and asks for its lock. An open handle is closed first, which is traced as an
+  /// error.
   /// @param mode one of the four modes; any other value is traced as an error.
-  /// @param lockFailed set to whether the lock was refused when the file could be opened; else left.
+  /// @param lockFailed set to whether the lock was refused when the file could be opened; else
+  /// left.
   /// @param noWait true: a lock held elsewhere is refused at once; false: waits without limit.
-  /// @return whether the file is open now. A refused lock leaves it open and unlocked; then reads and
-  /// writes fail on what another handle holds locked, and the caller has to close it.
+  /// @return whether the file is open now. A refused lock leaves it open and unlocked; then reads
+  /// and writes fail on what another handle holds locked, and the caller has to close it.
   /// @blocking{no with @p noWait, else as open()} @threads{one at a time on one handle}
   bool try_open(type_access mode, bool& lockFailed, bool noWait);
 
@@ -101,9 +104,9 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// @param count bytes to read, or 0 for the size of the whole file (of which, after a seek, what
   /// remains is got).
   /// @return the number of bytes read; 0 at the end of the file.
-  /// @throws vu_file_except "vu_file::read : read op in write or truncate access file" in those modes
-  /// and before any open; "throw exception on read" when the system's read fails, and for a count below
-  /// 0 (also that of a whole file between 2 and 4 GB, whose 32-bit size is negative).
+  /// @throws vu_file_except "vu_file::read : read op in write or truncate access file" in those
+  /// modes and before any open; "throw exception on read" when the system's read fails, and for a
+  /// count below 0 (also that of a whole file between 2 and 4 GB, whose 32-bit size is negative).
   /// @blocking{no} @threads{one at a time on one handle}
   int read(std::string& out, int count);
   /// As the string form.
@@ -130,15 +133,16 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   int write(const char* data, int count);
 
   /// Moves the file position; neither checked nor reported.
-  /// @param offset bytes, signed. @param origin 0 from the start, 1 from the position, 2 from the end.
+  /// @param offset bytes, signed. @param origin 0 from the start, 1 from the position, 2 from the
+  /// end.
   /// @blocking{no} @threads{one at a time on one handle}
   void seek(int offset, short origin);
   /// Moves the file position to the start.
   /// @blocking{no} @threads{one at a time on one handle}
   void rewind();
-  /// Closes the file: flushes it to the device (not in o_read), gives the lock back, closes the handle.
-  /// A step that fails is traced as an error and the next one follows. Nothing when closed; never
-  /// throws.
+  /// Closes the file: flushes it to the device (not in o_read), gives the lock back, closes the
+  /// handle. A step that fails is traced as an error and the next one follows. Nothing when closed;
+  /// never throws.
   /// @blocking{while the system writes the file to the device; for no lock}
   /// @threads{one at a time on one handle}
   void close() noexcept;
@@ -160,9 +164,9 @@ class VU_STORAGE_API vu_file : public vu_file_base {
 
   /// @param path the path asked about.
   /// @return whether a file or folder of that name exists. The answer comes from a directory
-  /// search: "*" and "?" in the last component match as patterns, a separator behind the name of a file
-  /// or folder does not count (is_dir() asks for a folder), roots exist, and the empty path does not. For a
-  /// path that begins with two backslashes the attributes decide.
+  /// search: "*" and "?" in the last component match as patterns, a separator behind the name of a
+  /// file or folder does not count (is_dir() asks for a folder), roots exist, and the empty path
+  /// does not. For a path that begins with two backslashes the attributes decide.
   /// @blocking{no} @threads{any}
   static bool exists(const std::string& path);
   /// @param path the path asked about.
@@ -175,7 +179,8 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// @blocking{no} @threads{any}
   static std::int64_t modify_time(const std::string& path);
   /// @param path the path asked about.
-  /// @return the size in bytes, low 32 bits as a signed number, of a folder 0; failures as access_time().
+  /// @return the size in bytes, low 32 bits as a signed number, of a folder 0; failures as
+  /// access_time().
   /// @blocking{no} @threads{any}
   static int size(const std::string& path);
   /// @param path the path asked about.
@@ -190,8 +195,8 @@ class VU_STORAGE_API vu_file : public vu_file_base {
 
   // ---- changes -------------------------------------------------------------------------------
 
-  /// Makes a file readable and writable for its owner (clears the read-only attribute). A file that is so
-  /// already is a success, also for another account.
+  /// Makes a file readable and writable for its owner (clears the read-only attribute). A file that
+  /// is so already is a success, also for another account.
   /// @param path the file.
   /// @return false after an error trace when that fails.
   /// @blocking{no} @threads{any}
@@ -216,12 +221,12 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// @param src the file that is read.
   /// @param dst the file that is made.
   /// @param overwrite false: a copy onto an existing file is refused without a trace.
-  /// @return whether the copy succeeded; the event Success, which is traced in either case, does not tell.
-  /// On Linux a target of another account keeps the time of the copy, with a warning.
+  /// @return whether the copy succeeded; the event Success, which is traced in either case, does
+  /// not tell. On Linux a target of another account keeps the time of the copy, with a warning.
   /// @blocking{no: it fails at once when a lock is in its way} @threads{any}
   static bool copyFile(const std::string& src, const std::string& dst, bool overwrite);
-  /// Removes a folder with everything in it; of a link in it the link, not what it leads to, on Linux also
-  /// when somebody puts it there meanwhile.
+  /// Removes a folder with everything in it; of a link in it the link, not what it leads to, on
+  /// Linux also when somebody puts it there meanwhile.
   /// @param path the folder.
   /// @return false when @p path is no folder; true otherwise, also when something could not be
   /// removed.

@@ -13,9 +13,9 @@ class HandleCore;
 /// closed or destroyed first closes it for both.
 class VU_STORAGE_API vu_file_base {
  public:
-  /// How a file is opened. Each mode holds a lock on the whole file, at any size, from open to close:
-  /// shared for reading, exclusive for every other mode. All of them share the file with readers,
-  /// writers and removers.
+  /// How a file is opened. Each mode holds a lock on the whole file, at any size, from open to
+  /// close: shared for reading, exclusive for every other mode. All of them share the file with
+  /// readers, writers and removers.
   enum type_access : std::uint32_t {
     o_read = 0x80000000U,    ///< read an existing file
     o_write = 0x40000000U,   ///< write at the current position; made when missing, never cut
@@ -60,8 +60,8 @@ class VU_STORAGE_API vu_file_base {
   /// @blocking{for locks that conflict, unless the request fails at once}
   /// @threads{one at a time on one handle}
   bool lock_internal(const lock_desc_t& request, char, const unsigned char*);
-  /// Gives the whole-file lock back; is_locked() becomes the negation of the result. The arguments are
-  /// not used.
+  /// Gives the whole-file lock back; is_locked() becomes the negation of the result. The arguments
+  /// are not used.
   /// @return whether the system gave it back.
   /// @blocking{no} @threads{one at a time on one handle}
   bool unlock_internal(const unsigned char*, char);

@@ -9,8 +9,8 @@ VU_STORAGE_TYPES_BEGIN
 
 /// The one exception of the file layer.
 ///
-/// It has no base class: catch it by name. The handles throw it from open, read and write, always with
-/// the code 0; every other failure of the file layer is a result and a trace.
+/// It has no base class: catch it by name. The handles throw it from open, read and write, always
+/// with the code 0; every other failure of the file layer is a result and a trace.
 class VU_STORAGE_API vu_file_except {
  public:
   /// @param message the text, kept exactly as given.

@@ -12,14 +12,15 @@
 
 VU_STORAGE_TYPES_BEGIN
 
-/// The twin of vu_file for UTF-8 names: a file handle, and the file-system operations on UTF-8 paths.
+/// The twin of vu_file for UTF-8 names: a file handle, and the file-system operations on UTF-8
+/// paths.
 ///
-/// Names are converted to UTF-16 and handed to the wide system calls; a path of 249 characters or more
-/// beyond its root goes in the long form (`\\?\` or the short names of the volume), so that files deeper
-/// than the classic limit can be reached. A name that is not valid UTF-8 raises vu_i18n_except where it
-/// is converted; createDirR() and copyFile() answer false.
-/// Contents are bytes, as with vu_file. Members not documented otherwise do what their namesakes of
-/// vu_file do, throw and trace the same. Blocking and threads are told as there.
+/// Names are converted to UTF-16 and handed to the wide system calls; a path of 249 characters or
+/// more beyond its root goes in the long form (`\\?\` or the short names of the volume), so that
+/// files deeper than the classic limit can be reached. A name that is not valid UTF-8 raises
+/// vu_i18n_except where it is converted; createDirR() and copyFile() answer false. Contents are
+/// bytes, as with vu_file. Members not documented otherwise do what their namesakes of vu_file do,
+/// throw and trace the same. Blocking and threads are told as there.
 class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
  public:
   // ---- the handle ----------------------------------------------------------------------------
@@ -82,11 +83,11 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   /// @copydoc vu_file::read(char*, int)
   int read(char* buffer, int count);
   /// Reads into a buffer that it allocates, and ends it with a 0 byte.
-  /// @param buffer receives an array of the count + 1 bytes, which the caller frees with delete[]; left
-  /// alone when there is nothing to read. The 0 byte stands at the count asked for: bytes between a
-  /// shorter read and it are not set.
-  /// @param length in: bytes to read, or 0 for the whole file; out: bytes read. Left alone when there is
-  /// nothing to read.
+  /// @param buffer receives an array of the count + 1 bytes, which the caller frees with delete[];
+  /// left alone when there is nothing to read. The 0 byte stands at the count asked for: bytes
+  /// between a shorter read and it are not set.
+  /// @param length in: bytes to read, or 0 for the whole file; out: bytes read. Left alone when
+  /// there is nothing to read.
   /// @throws vu_file_except as the string form; after "throw exception on read" @p length is 0 and
   /// @p buffer, if it was allocated, has been freed and must not be used.
   /// @blocking{no} @threads{one at a time on one handle}
@@ -157,9 +158,9 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   /// @copydoc vu_file::createDir
   static bool createDir(const vu_utf8string& path);
   /// Makes a folder and its missing parents. The path is taken apart at its backslashes and empty
-  /// components are dropped. An absolute path (a drive and a separator, or one leading separator) may have
-  /// either separator. The two that begin a network path are lost, and the result is relative to the
-  /// current directory.
+  /// components are dropped. An absolute path (a drive and a separator, or one leading separator)
+  /// may have either separator. The two that begin a network path are lost, and the result is
+  /// relative to the current directory.
   /// @param path the folder, components apart by backslashes.
   /// @return true when the folder exists afterwards, or a file of that name did before; false after
   /// an error trace.
@@ -171,8 +172,8 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   static void remove(const vu_utf8string& path);
   /// Removes a file or an empty folder.
   /// @param path the file or folder.
-  /// @param quiet a failure is traced at level XS instead of as an error; a missing path besides as a
-  /// warning, with and without it.
+  /// @param quiet a failure is traced at level XS instead of as an error; a missing path besides as
+  /// a warning, with and without it.
   /// @blocking{no} @threads{any}
   static void remove(const vu_utf8string& path, bool quiet);
   /// @copydoc vu_file::rename

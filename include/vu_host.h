@@ -6,13 +6,13 @@
 #include "vu_i18n.h"
 
 /// @file
-/// What a program that uses the library (the host) may supply: where traces go, which folders are the
-/// product's, and the log-history component.
+/// What a program that uses the library (the host) may supply: where traces go, which folders are
+/// the product's, and the log-history component.
 ///
-/// Everything here is optional. Without a host's services the library is silent, keeps no log history
-/// and takes its folders from the environment (see vu_host::services). Objects handed to install()
-/// stay the host's own: they must outlive the last call into the library, and the library never
-/// deletes them. None of them may call the library.
+/// Everything here is optional. Without a host's services the library is silent, keeps no log
+/// history and takes its folders from the environment (see vu_host::services). Objects handed to
+/// install() stay the host's own: they must outlive the last call into the library, and the library
+/// never deletes them. None of them may call the library.
 namespace vu_host {
 
 /// How verbose a trace record is; `xs` is the smallest circle of records, `xl` the widest.
@@ -41,10 +41,10 @@ struct trace_site {
 /// Receives what the library traces.
 ///
 /// A sink brings its own lock; an operation waits for it with the locks that it holds. Members must
-/// not throw. A text is valid only during the call; a name in it may hold any byte, NUL included, and
-/// data() is ended by a NUL beyond size(). Texts are bytes as the library has them: those of vu_fileutf8
-/// are UTF-8 everywhere, all others on Windows in the process's ANSI code page and UTF-8 on Linux. The library asks wants() first and builds no text
-/// that is not wanted.
+/// not throw. A text is valid only during the call; a name in it may hold any byte, NUL included,
+/// and data() is ended by a NUL beyond size(). Texts are bytes as the library has them: those of
+/// vu_fileutf8 are UTF-8 everywhere, all others on Windows in the process's ANSI code page and
+/// UTF-8 on Linux. The library asks wants() first and builds no text that is not wanted.
 class VU_STORAGE_API trace_sink {
  public:
   /// For derived classes.
@@ -112,7 +112,8 @@ class VU_STORAGE_API configuration {
   /// @blocking{no} @threads{any, after the last call into the library}
   virtual ~configuration();
 
-  /// Asked by the initialisation. What it throws is traced, and the next operation initialises anew.
+  /// Asked by the initialisation. What it throws is traced, and the next operation initialises
+  /// anew.
   /// @return the product's binary folder, without a trailing separator; the configuration folder is
   /// "config" below it.
   /// @blocking{as it likes; the initialisation waits for it} @threads{one at a time}
@@ -141,8 +142,8 @@ class VU_STORAGE_API temporary_files {
   /// @blocking{as it likes; the initialisation waits for it} @threads{one at a time}
   virtual void initialise(const char* process, const char* component) = 0;
   /// @return the server temporary folder: the default root storage of a host that never called
-  /// vu_storage::initRootStorage(). One trailing `\` is removed by the library. What it throws counts
-  /// as an exception of the operation that initialises.
+  /// vu_storage::initRootStorage(). One trailing `\` is removed by the library. What it throws
+  /// counts as an exception of the operation that initialises.
   /// @blocking{as it likes; the initialisation waits for it} @threads{one at a time}
   virtual ucs2string server_folder() = 0;
   /// @return the framework's root temporary folder, for getTempRootPath(). One trailing `\` is
@@ -181,8 +182,8 @@ class VU_STORAGE_API component {
 
 /// The log-history component: class "CLSID_ZTLogHistory", interface "IID_ILogHistory".
 ///
-/// Each record is a text and three numbers. The library writes two: the root storage it uses, with the
-/// numbers 1, 4 and 0, and the refusal of a second initialisation, with 4, 0 and 0.
+/// Each record is a text and three numbers. The library writes two: the root storage it uses, with
+/// the numbers 1, 4 and 0, and the refusal of a second initialisation, with 4, 0 and 0.
 class VU_STORAGE_API log_history : public component {
  public:
   /// For derived classes.
@@ -246,9 +247,12 @@ class VU_STORAGE_API component_factory {
 /// | member | default |
 /// |---|---|
 /// | trace | silence |
-/// | config | binary folder: environment variable VU_STORAGE_BINARY_DIR, else the running program's folder |
-/// | temp | server folder: VU_STORAGE_SERVER_TEMP, else "vu_storage" below the system's temporary folder; framework root: VU_STORAGE_FRAMEWORK_TEMP, else the system's temporary folder |
+/// | config | binary folder: VU_STORAGE_BINARY_DIR, else the running program's folder |
+/// | temp, server folder | VU_STORAGE_SERVER_TEMP, else "vu_storage" in the temporary folder |
+/// | temp, framework root | VU_STORAGE_FRAMEWORK_TEMP, else the system's temporary folder |
 /// | components | none: no log history |
+///
+/// The names in capitals are environment variables.
 struct services {
   trace_sink* trace = nullptr;              ///< where traces go
   configuration* config = nullptr;          ///< the product's folders

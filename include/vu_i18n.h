@@ -20,8 +20,8 @@ VU_STORAGE_TYPES_BEGIN
 class ucs2string;
 
 /// What the string classes throw: text that is not valid UTF-8 or UTF-16 where it has to be
-/// converted, and an index outside a string. The file layer and the facade let it pass to the caller
-/// wherever a conversion happens outside one of their own handlers.
+/// converted, and an index outside a string. The file layer and the facade let it pass to the
+/// caller wherever a conversion happens outside one of their own handlers.
 class VU_STORAGE_API vu_i18n_except : public std::exception {
  public:
   /// @param message the complete text; never null-terminated by hand, copied.

@@ -48,8 +48,8 @@ class VU_STORAGE_API vu_path {
   /// @return the last component, a reference into this object.
   /// @blocking{no} @threads{any, while none changes the path}
   const std::string& getRelativePathName() const;
-  /// @return parent + `\` + relative name, with exactly one backslash put in even when the parent is
-  /// empty or ends with a separator.
+  /// @return parent + `\` + relative name, with exactly one backslash put in even when the parent
+  /// is empty or ends with a separator.
   /// @blocking{no} @threads{any, while none changes the path}
   std::string getAbsolutePathName() const;
   /// @return the parent name, split again as by the one-argument constructor.

@@ -12,32 +12,33 @@
 
 VU_STORAGE_TYPES_BEGIN
 
-/// The facade of the local repository storage: documents, key files and folders by owner, logical name,
-/// version and area.
+/// The facade of the local repository storage: documents, key files and folders by owner, logical
+/// name, version and area.
 ///
-/// Call initRootStorage() once, before anything else (the constructor and the getters included): every
-/// other operation first makes sure that the storage is initialised, and does so under the server
-/// temporary folder (vu_host::temporary_files) when nobody has.
+/// Call initRootStorage() once, before anything else (the constructor and the getters included):
+/// every other operation first makes sure that the storage is initialised, and does so under the
+/// server temporary folder (vu_host::temporary_files) when nobody has.
 ///
-/// Arguments that recur: `userOrDomain` is the owner's name and selects the owner's folder unless all
-/// owners share one (initRootStorage()); `entry` is the document's logical name, extension included; `type`
-/// the area; `timestamp` the version, seconds since 1970-01-01 UTC, 32 bits in meaning on every
-/// platform. Names are used by plain concatenation: separators, ".." and wildcards are the caller's
-/// to refuse. The overloads for vu_utf8string copy the UTF-8 bytes unchanged, up to their first NUL, and
-/// call the narrow form.
+/// Arguments that recur: `userOrDomain` is the owner's name and selects the owner's folder unless
+/// all owners share one (initRootStorage()); `entry` is the document's logical name, extension
+/// included; `type` the area; `timestamp` the version, seconds since 1970-01-01 UTC, 32 bits in
+/// meaning on every platform. Names are used by plain concatenation: separators, ".." and wildcards
+/// are the caller's to refuse. The overloads for vu_utf8string copy the UTF-8 bytes unchanged, up
+/// to their first NUL, and call the narrow form.
 ///
-/// Errors: failures are traced under the source name "vu_storage", and an operation answers false, 1
-/// (0 is success), -1 or a file that is not open; the exceptions that do leave an operation are named
-/// with it. "Those of the initialisation" are what vu_host::temporary_files throws, and can be met only
-/// while nobody has initialised the storage. What opens a file leaves the caller's handle closed when it
-/// opens nothing, also one that came open.
+/// Errors: failures are traced under the source name "vu_storage", and an operation answers false,
+/// 1 (0 is success), -1 or a file that is not open; the exceptions that do leave an operation are
+/// named with it. "Those of the initialisation" are what vu_host::temporary_files throws, and can
+/// be met only while nobody has initialised the storage. What opens a file leaves the caller's
+/// handle closed when it opens nothing, also one that came open.
 ///
-/// Paths that the library gives out have backslashes, on Linux as well ("/srv/data\storage\docs"): every
-/// operation of the library takes them so; other libraries there want "/" (docs/host-guide.md).
+/// Paths that the library gives out have backslashes, on Linux as well ("/srv/data\storage\docs"):
+/// every operation of the library takes them so; other libraries there want "/"
+/// (docs/host-guide.md).
 ///
-/// Blocking and threads are told as with vu_file; "the index" is that of the document's folder, as with
-/// STGIndex. While one thread initialises the storage the operations of all others wait for it; "no"
-/// leaves that aside.
+/// Blocking and threads are told as with vu_file; "the index" is that of the document's folder, as
+/// with STGIndex. While one thread initialises the storage the operations of all others wait for
+/// it; "no" leaves that aside.
 class VU_STORAGE_API vu_storage {
  public:
   /// Initialises the storage when nobody has. The object carries no data.
@@ -66,14 +67,15 @@ class VU_STORAGE_API vu_storage {
   /// @return true when this call initialised; false, with an error trace, when the storage was
   /// initialised already, and without one when another thread initialised it while this one waited.
   /// True also when a folder could not be made, and when an exception left the storage not
-  /// initialised, as one of the host's configuration does; both are traced. After such an exception the
-  /// next operation initialises anew, below the server temporary folder, and true from a further call may
-  /// mean another root than an operation took in between: getStoragePath() tells the one in force.
+  /// initialised, as one of the host's configuration does; both are traced. After such an exception
+  /// the next operation initialises anew, below the server temporary folder, and true from a
+  /// further call may mean another root than an operation took in between: getStoragePath() tells
+  /// the one in force.
   /// @blocking{while another thread initialises the storage} @threads{any}
   static bool initRootStorage(const std::string& root, bool useDomain, bool synchronize);
 
-  /// @return the root storage folder; as all getters a reference that stays valid, to a string that,
-  /// but for getTdcTimeStamp(), does not change.
+  /// @return the root storage folder; as all getters a reference that stays valid, to a string
+  /// that, but for getTdcTimeStamp(), does not change.
   /// @throws those of the initialisation (see the class), as all getters.
   /// @blocking{no} @threads{any}
   static const std::string& getStoragePath();
@@ -126,11 +128,11 @@ class VU_STORAGE_API vu_storage {
   // ---- documents -----------------------------------------------------------------------------
 
   /// Opens a document for reading; tell success by vu_file::is_open(). Corporate documents with the
-  /// extension "kdf" must match @p timestamp exactly. Everything else is served only when it was stored
-  /// with timestamp 0: other corporate documents when their file is at least as new as @p timestamp, mail
-  /// and user documents whatever their age. No exception leaves it.
-  /// @param file receives the open handle; closed when there is nothing to serve. The caller's, closed by
-  /// Close() or its destructor.
+  /// extension "kdf" must match @p timestamp exactly. Everything else is served only when it was
+  /// stored with timestamp 0: other corporate documents when their file is at least as new as @p
+  /// timestamp, mail and user documents whatever their age. No exception leaves it.
+  /// @param file receives the open handle; closed when there is nothing to serve. The caller's,
+  /// closed by Close() or its destructor.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @blocking{for writers of the index, then for writers of the document}
   /// @threads{any, each with a handle of its own}
@@ -140,12 +142,12 @@ class VU_STORAGE_API vu_storage {
   void OpenRead(vu_file& file, const vu_utf8string& userOrDomain, const vu_utf8string& entry,
                 STG::RepositoryType type, long timestamp);
   /// Opens a version of a document for writing, making it and its folders when missing; an existing
-  /// one is emptied when @p replace is true and left closed otherwise. Replacing takes away what was made
-  /// for the old content: for type 1 the document's lines in the folder's category files, for type 2 the
-  /// folder with its parts. When the owner's folder cannot be resolved it goes on, and fails when the file
-  /// is to be made. No exception leaves it.
-  /// @param file receives the open handle; closed when nothing was opened. The caller's, closed by Close()
-  /// or its destructor.
+  /// one is emptied when @p replace is true and left closed otherwise. Replacing takes away what
+  /// was made for the old content: for type 1 the document's lines in the folder's category files,
+  /// for type 2 the folder with its parts. When the owner's folder cannot be resolved it goes on,
+  /// and fails when the file is to be made. No exception leaves it.
+  /// @param file receives the open handle; closed when nothing was opened. The caller's, closed by
+  /// Close() or its destructor.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @param replace whether an existing version is emptied.
   /// @return true when no error occurred, also when the file was left closed; false for an empty
@@ -162,7 +164,8 @@ class VU_STORAGE_API vu_storage {
   /// @blocking{as OpenWrite2()} @threads{any, each with a handle of its own}
   void OpenWrite(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                  STG::RepositoryType type, bool replace, long timestamp);
-  /// @copydoc OpenWrite(vu_file&, const std::string&, const std::string&, STG::RepositoryType, bool, long)
+  /// @copydoc OpenWrite(vu_file&, const std::string&, const std::string&, STG::RepositoryType,
+  /// bool, long)
   void OpenWrite(vu_file& file, const vu_utf8string& userOrDomain, const vu_utf8string& entry,
                  STG::RepositoryType type, bool replace, long timestamp);
   /// Reads from an open file. No exception leaves it.
@@ -176,9 +179,9 @@ class VU_STORAGE_API vu_storage {
   /// @param data the bytes.
   /// @blocking{no} @threads{one at a time on one handle}
   void Write(vu_file& file, const std::string& data);
-  /// Closes a file. If it was open for writing it is on the device when this returns, unless the system
-  /// refused to write it: that is traced as an error ("Can't flush buffers") and nothing else, so a program
-  /// that has to know needs a sink for errors.
+  /// Closes a file. If it was open for writing it is on the device when this returns, unless the
+  /// system refused to write it: that is traced as an error ("Can't flush buffers") and nothing
+  /// else, so a program that has to know needs a sink for errors.
   /// @param file open or closed; closed afterwards, whatever happens.
   /// @throws those of the initialisation (see the class) but for vu_file_except, which is traced.
   /// @blocking{while the system writes the file to the device; for no lock}
@@ -193,7 +196,8 @@ class VU_STORAGE_API vu_storage {
   bool IsFileExist(const std::string& userOrDomain, const std::string& entry,
                    STG::RepositoryType type, long timestamp, std::string* folderOut,
                    std::string* physicalOut);
-  /// @copydoc IsFileExist(const std::string&, const std::string&, STG::RepositoryType, long, std::string*, std::string*)
+  /// @copydoc IsFileExist(const std::string&, const std::string&, STG::RepositoryType, long,
+  /// std::string*, std::string*)
   bool IsFileExist(const vu_utf8string& userOrDomain, const vu_utf8string& entry,
                    STG::RepositoryType type, long timestamp, std::string* folderOut,
                    std::string* physicalOut);
@@ -224,7 +228,8 @@ class VU_STORAGE_API vu_storage {
   /// @param replace whether an existing version is replaced.
   /// @return whether the copy succeeded; after one that failed the version is empty or gone. Always
   /// false with @p replace false, which makes a missing version, empty, and leaves another alone.
-  /// @throws those of the initialisation (see the class), and std::bad_alloc; a vu_file_except never.
+  /// @throws those of the initialisation (see the class), and std::bad_alloc; a vu_file_except
+  /// never.
   /// @blocking{as OpenWrite2(); the copy itself for nobody: it fails at once when a lock is in its
   /// way} @threads{any}
   static bool copyToStorage(const std::string& source, const std::string& userOrDomain,
@@ -250,7 +255,8 @@ class VU_STORAGE_API vu_storage {
   /// @blocking{for writers and readers of the index and for its counter} @threads{any}
   bool copyFileToStorage(const std::string& sourceFolder, const std::string& name,
                          const std::string& userOrDomain, STG::RepositoryType type);
-  /// @copydoc copyFileToStorage(const std::string&, const std::string&, const std::string&, STG::RepositoryType)
+  /// @copydoc copyFileToStorage(const std::string&, const std::string&, const std::string&,
+  /// STG::RepositoryType)
   bool copyFileToStorage(const std::string& sourceFolder, const std::string& name,
                          const vu_utf8string& userOrDomain, STG::RepositoryType type);
   /// copyFileToStorage() into the user area (type 1).
@@ -265,8 +271,8 @@ class VU_STORAGE_API vu_storage {
   // ---- key files -----------------------------------------------------------------------------
 
   /// @param seq the lines.
-  /// @return the text of a key file: name + "=" + value + line feed for each line. No exception leaves it;
-  /// without memory for it the text is empty, which is traced.
+  /// @return the text of a key file: name + "=" + value + line feed for each line. No exception
+  /// leaves it; without memory for it the text is empty, which is traced.
   /// @blocking{no} @threads{any, while none changes @p seq}
   static std::string getStringFromNameValueSeq(const STG::NameValueSeq& seq);
   /// Reads key lines from an open file.
@@ -290,8 +296,8 @@ class VU_STORAGE_API vu_storage {
   /// @param fileName the file's name in it; made when missing.
   /// @param text the lines, as getStringFromNameValueSeq() gives them.
   /// @param replace whether it replaces the file's content, instead of being appended.
-  /// @return false, with an error trace, when the file cannot be opened; true also when the system's
-  /// write fails, which is traced and leaves the file cut short.
+  /// @return false, with an error trace, when the file cannot be opened; true also when the
+  /// system's write fails, which is traced and leaves the file cut short.
   /// @blocking{for writers and readers of the file} @threads{any}
   static bool writeKeysFile(const std::string& folder, const std::string& fileName,
                             const std::string& text, bool replace);
@@ -304,7 +310,8 @@ class VU_STORAGE_API vu_storage {
   /// @param fileName "profile.txt" when empty.
   /// @param seq the lines.
   /// @return 0, also when nothing could be written, which is traced; 1 after a vu_file_except.
-  /// @throws those of the initialisation (see the class) but for vu_file_except, and std::bad_alloc.
+  /// @throws those of the initialisation (see the class) but for vu_file_except, and
+  /// std::bad_alloc.
   /// @blocking{for a user as STGIndex::create(); then for writers and readers of the profile's
   /// file} @threads{any}
   static long saveUserOrMasterProfile(const std::string& userOrDomain, const std::string& fileName,
@@ -314,8 +321,8 @@ class VU_STORAGE_API vu_storage {
   /// @param fileName for a user the name it was saved under (an empty one is never found); for the
   /// master profile, when empty, "profile.txt" or, where that is missing, "master.txt".
   /// @param seq the lines are appended.
-  /// @return 0, or 1 when there is no such profile; when its file cannot be read, 0 for a user and 1
-  /// for the master profile.
+  /// @return 0, or 1 when there is no such profile; when its file cannot be read, 0 for a user and
+  /// 1 for the master profile.
   /// @throws as saveUserOrMasterProfile().
   /// @blocking{for a user for writers of the index; then for writers of the profile's file}
   /// @threads{any}
@@ -324,10 +331,10 @@ class VU_STORAGE_API vu_storage {
 
   // ---- sub-parts of documents ----------------------------------------------------------------
 
-  /// Opens a part of a corporate document for writing, emptied; tell success by vu_file::is_open(). The
-  /// part lies in the folder of the document's file + "_" + stamp (setTdcTimeStamp()). No exception leaves
-  /// it. The parts of an empty owner are written below `docs\_` like those of any other, but never read
-  /// back: OpenReadSubPart() finds no document without an owner.
+  /// Opens a part of a corporate document for writing, emptied; tell success by vu_file::is_open().
+  /// The part lies in the folder of the document's file + "_" + stamp (setTdcTimeStamp()). No
+  /// exception leaves it. The parts of an empty owner are written below `docs\_` like those of any
+  /// other, but never read back: OpenReadSubPart() finds no document without an owner.
   /// @param file receives the open handle; closed when nothing was opened.
   /// @param userOrDomain,entry the document (see the class).
   /// @param strType the rendition: "html@" + name, "pdf@" + name, or another text; written to a
@@ -338,7 +345,8 @@ class VU_STORAGE_API vu_storage {
   /// @threads{any, each with a handle of its own}
   void OpenWriteSubPart(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                         const std::string& strType, const std::string& strPartId, long docTime);
-  /// @copydoc OpenWriteSubPart(vu_file&, const std::string&, const std::string&, const std::string&, const std::string&, long)
+  /// @copydoc OpenWriteSubPart(vu_file&, const std::string&, const std::string&, const
+  /// std::string&, const std::string&, long)
   void OpenWriteSubPart(vu_file& file, const vu_utf8string& userOrDomain,
                         const vu_utf8string& entry, const std::string& strType,
                         const std::string& strPartId, long docTime);
@@ -346,13 +354,14 @@ class VU_STORAGE_API vu_storage {
   /// from its preload copy when that is newer. A file that is not open afterwards tells the caller
   /// to generate the part and store it with OpenWriteSubPart(). No exception leaves it.
   ///
-  /// The preload copy of a part bears its name and lies in the folder `preload`: of `html` and `pdf` beside
-  /// the renditions of that kind, for every other rendition beside its folder. No operation of the library
-  /// writes there. A part is up to date when it is as new as its preload copy and as the document; parts of
-  /// a document with the extension "kdf" always are, and their preload copies are not looked at.
+  /// The preload copy of a part bears its name and lies in the folder `preload`: of `html` and
+  /// `pdf` beside the renditions of that kind, for every other rendition beside its folder. No
+  /// operation of the library writes there. A part is up to date when it is as new as its preload
+  /// copy and as the document; parts of a document with the extension "kdf" always are, and their
+  /// preload copies are not looked at.
   ///
-  /// While it reads it makes folders: in a document's folder of parts that exists, those of the kind and of
-  /// the rendition, when they are missing.
+  /// While it reads it makes folders: in a document's folder of parts that exists, those of the
+  /// kind and of the rendition, when they are missing.
   /// @param file receives the open handle; closed when nothing was opened.
   /// @param strUser the requesting user, traced only.
   /// @param strRepo the owner of the document.
@@ -366,7 +375,8 @@ class VU_STORAGE_API vu_storage {
   void OpenReadSubPart(vu_file& file, const std::string& strUser, const std::string& strRepo,
                        const std::string& strEntry, const std::string& strType,
                        const std::string& strPartID, long docTime);
-  /// @copydoc OpenReadSubPart(vu_file&, const std::string&, const std::string&, const std::string&, const std::string&, const std::string&, long)
+  /// @copydoc OpenReadSubPart(vu_file&, const std::string&, const std::string&, const std::string&,
+  /// const std::string&, const std::string&, long)
   void OpenReadSubPart(vu_file& file, const vu_utf8string& strUser, const vu_utf8string& strRepo,
                        const vu_utf8string& strEntry, const std::string& strType,
                        const std::string& strPartID, long docTime);
@@ -377,7 +387,8 @@ class VU_STORAGE_API vu_storage {
   void OpenReadSubPartEx(vu_file& file, const std::string& strUser, const std::string& strRepo,
                          const std::string& strEntry, const std::string& strType,
                          const std::string& strPartID, long docTime, unsigned long& size);
-  /// @copydoc OpenReadSubPartEx(vu_file&, const std::string&, const std::string&, const std::string&, const std::string&, const std::string&, long, unsigned long&)
+  /// @copydoc OpenReadSubPartEx(vu_file&, const std::string&, const std::string&, const
+  /// std::string&, const std::string&, const std::string&, long, unsigned long&)
   void OpenReadSubPartEx(vu_file& file, const vu_utf8string& strUser, const vu_utf8string& strRepo,
                          const vu_utf8string& strEntry, const std::string& strType,
                          const std::string& strPartID, long docTime, unsigned long& size);
@@ -389,8 +400,8 @@ class VU_STORAGE_API vu_storage {
   /// @param oldName the user.
   /// @param newName the new name.
   /// @return false, with nothing renamed, when one of the new names exists; true otherwise, also
-  /// when a folder could not be renamed or does not exist. On Windows a folder cannot be renamed while a
-  /// file below it is open, by whomever.
+  /// when a folder could not be renamed or does not exist. On Windows a folder cannot be renamed
+  /// while a file below it is open, by whomever.
   /// @blocking{no} @threads{any, while nobody else uses these folders}
   static bool RenameUserStorage(const std::string& oldName, const std::string& newName);
   /// Removes a user's folders in the mail, list and user areas with everything in them. An empty
@@ -405,11 +416,12 @@ class VU_STORAGE_API vu_storage {
   /// @blocking{no} @threads{any; the folders go beneath whoever uses them}
   static bool RemoveUsersStorage(const Sequence<vu_utf8string>& names);
   /// Removes a version of a document, its lines in the folder's category files and, for type 1, in
-  /// "attribut.txt". The folder with its parts stays, until cleanOutOfDateOutput() sweeps it. An empty entry
-  /// is found at the start of each of these files, so that their first lines go. No exception leaves it.
+  /// "attribut.txt". The folder with its parts stays, until cleanOutOfDateOutput() sweeps it. An
+  /// empty entry is found at the start of each of these files, so that their first lines go. No
+  /// exception leaves it.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
-  /// @return true also when there was nothing to remove, the owner is empty, or the system refused to
-  /// remove the file, which is traced; false after any other traced error.
+  /// @return true also when there was nothing to remove, the owner is empty, or the system refused
+  /// to remove the file, which is traced; false after any other traced error.
   /// @blocking{for writers of the index, for its readers, too, when there is something to remove;
   /// then for writers and readers of the category files and, for type 1, of "attribut.txt"; not of
   /// the document} @threads{any}

@@ -63,8 +63,8 @@ bool vu_storage::OpenWrite2(vu_file& file, const std::string& userOrDomain,
       [&] {
         checkInit();
         if (entry.empty()) return false;
-        // Required: it goes on when the owner's folder could not be made; the index then finds and makes
-        // nothing in it.
+        // Required: it goes on when the owner's folder could not be made; the index then finds and
+        // makes nothing in it.
         std::string dir;
         createUserOrDomainNameDirectory(userOrDomain, entry, type, dir, true);
 

@@ -6,8 +6,8 @@
 #include <string_view>
 
 /// @file
-/// The layout of a storage tree on disk, as pure text: what the facade builds its paths from, and what
-/// a reader that must not ask the facade finds its way by (docs/formats.md).
+/// The layout of a storage tree on disk, as pure text: what the facade builds its paths from, and
+/// what a reader that must not ask the facade finds its way by (docs/formats.md).
 namespace layout {
 
 inline constexpr std::string_view kStorageFolder = "storage";

@@ -9,8 +9,8 @@
 /// @file
 /// What an initialisation decides, and how it reaches the other threads.
 
-/// Where the storage lies. It is published whole and never changed afterwards: an operation that began
-/// after an initialisation that failed may run while the next attempt takes another root.
+/// Where the storage lies. It is published whole and never changed afterwards: an operation that
+/// began after an initialisation that failed may run while the next attempt takes another root.
 struct vu_storage::Roots {
   bool s_bUseDomain = true;
   std::string s_storagePath;
@@ -24,7 +24,8 @@ struct vu_storage::Roots {
   bool operator==(const Roots&) const = default;
 };
 
-/// The marker of the initialisation, the roots in force, and the one way into the facade for the index.
+/// The marker of the initialisation, the roots in force, and the one way into the facade for the
+/// index.
 struct StorageGate {
   static constexpr std::int32_t kInitialised = 1234;
 
@@ -38,8 +39,8 @@ struct StorageGate {
         .store(kInitialised, std::memory_order_release);
   }
 
-  /// Puts roots into force; under the storage mutex. Those before stay in memory: references to their
-  /// paths have been given out.
+  /// Puts roots into force; under the storage mutex. Those before stay in memory: references to
+  /// their paths have been given out.
   static void publish(vu_storage::Roots roots);
 
   static const std::string& mail_root();

@@ -1,8 +1,8 @@
 // What a trace scope and a record cost when nobody listens: trace_cost scope|record|nothing
 //
-// Calls a small function 1,000 times that has a scope, or a record within a scope, or neither. Run by
-// scripts/bench-instructions.sh under callgrind, which counts the instructions of measured() alone; the
-// differences are the costs. Ends with an error when anything was allocated meanwhile.
+// Calls a small function 1,000 times that has a scope, or a record within a scope, or neither. Run
+// by scripts/bench-instructions.sh under callgrind, which counts the instructions of measured()
+// alone; the differences are the costs. Ends with an error when anything was allocated meanwhile.
 
 #include <cstdio>
 #include <cstdlib>

@@ -10,15 +10,15 @@
 /// @file
 /// Tracing as the library's own code writes it.
 ///
-/// An operation opens its scope with VU_TRACE_SCOPE, and says what it decides with the record macros,
-/// each one statement with its pieces in order:
+/// An operation opens its scope with VU_TRACE_SCOPE, and says what it decides with the record
+/// macros, each one statement with its pieces in order:
 ///
-///     VU_TRACE_SCOPE(kSource, vu_host::trace_level::m, "vu_storage::OpenWrite: ", owner, " : ", entry);
+///     VU_TRACE_SCOPE(kSource, vu_host::trace_level::m, "vu_storage::OpenWrite: ", owner, entry);
 ///     VU_WARNING("vu_file::size : '", path, "' not exists");
 ///
-/// With no sink installed a scope and a record cost one load and one branch each. No macro evaluates
-/// its pieces unless the sink wants the text, and none throws: a text that cannot be built for want
-/// of memory is dropped.
+/// With no sink installed a scope and a record cost one load and one branch each. No macro
+/// evaluates its pieces unless the sink wants the text, and none throws: a text that cannot be
+/// built for want of memory is dropped.
 namespace trace {
 
 // Keeps what is done for a listener out of the operations that have none.

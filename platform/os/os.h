@@ -68,9 +68,9 @@ class Path {
   /// Null for a narrow path.
   const char16_t* wide() const { return m_wide; }
 
-  /// The same path, of which only the last component is looked up, in a folder that open_folder() has
-  /// opened; a path that ends in a separator is that folder itself. For list(), stat(), open_folder(),
-  /// remove_file() and remove_directory() alone. kNoHandle changes nothing.
+  /// The same path, of which only the last component is looked up, in a folder that open_folder()
+  /// has opened; a path that ends in a separator is that folder itself. For list(), stat(),
+  /// open_folder(), remove_file() and remove_directory() alone. kNoHandle changes nothing.
   Path in(Handle folder) const {
     Path path = *this;
     path.m_folder = folder;
@@ -165,8 +165,8 @@ Status seek(Handle handle, std::int32_t distance, std::int16_t method);
 /// Cuts or extends the file to the current position.
 Status set_end(Handle handle);
 /// Makes sure of space on the device for a file of @p size bytes, as far as the file system can
-/// promise it. Neither the content nor the size of the file change. Fails when there is none; a file
-/// system that cannot tell is no failure.
+/// promise it. Neither the content nor the size of the file change. Fails when there is none; a
+/// file system that cannot tell is no failure.
 Status reserve(Handle handle, std::uint64_t size);
 /// Writes the file's buffers and its times to the device.
 Status flush(Handle handle);
@@ -181,26 +181,27 @@ Status unlock(Handle handle);
 /// Whether the system knows attributes of the path (used for network paths).
 Status probe_attributes(Path path);
 /// Whether a directory search with the path as pattern finds something: "*" and "?" in the last
-/// component match as patterns; links are found as such, dangling ones included; a path that ends in
-/// "\." is found when what stands before exists, be it a root; the empty path and one ending in a
-/// separator are not.
+/// component match as patterns; links are found as such, dangling ones included; a path that ends
+/// in "\." is found when what stands before exists, be it a root; the empty path and one ending in
+/// a separator are not.
 Status probe_search(Path path);
 /// Lists every entry of a folder except "." and "..", in the system's order. @p folder ends in a
 /// separator. Appends to @p entries; on a failure nothing.
 Status list(Path folder, std::vector<Entry>& entries);
-/// Describes a file or folder. A trailing separator is dropped first (a root keeps its own), but then
-/// only a folder is found.
+/// Describes a file or folder. A trailing separator is dropped first (a root keeps its own), but
+/// then only a folder is found.
 Status stat(Path path, FileStat& result, Links links = Links::kFollow);
 
-/// Opens a folder itself, never what a link of its name leads to, so that nobody can put another one in
-/// its place while what is in it is listed and removed (Path::in()). close() ends it. On Windows nothing
-/// is held: @p folder is kNoHandle, and what is in a folder is named by its whole path.
+/// Opens a folder itself, never what a link of its name leads to, so that nobody can put another
+/// one in its place while what is in it is listed and removed (Path::in()). close() ends it. On
+/// Windows nothing is held: @p folder is kNoHandle, and what is in a folder is named by its whole
+/// path.
 Status open_folder(Path path, Handle& folder);
 
 // ---- changes ---------------------------------------------------------------------------------
 
-/// Makes a file readable and writable for its owner (clears the read-only attribute). A file that is so
-/// already is a success for whoever asks.
+/// Makes a file readable and writable for its owner (clears the read-only attribute). A file that
+/// is so already is a success for whoever asks.
 Status make_writable(Path path);
 /// Makes one folder; a taken name (whatever it is) is Failure::kAlreadyExists.
 Status create_directory(Path path);
@@ -211,12 +212,13 @@ Status remove_file(Path path);
 /// Renames a file or folder; fails when the new name is taken, but succeeds onto itself.
 Status rename(Path from, Path to);
 /// Copies a file with its modification time and read-only state. Fails on a folder, onto itself, on
-/// a read-only target and against a foreign lock; what it cannot complete it removes. A target of another
-/// account that may be written but not dated keeps the copy, and @p time tells (when it is not null).
+/// a read-only target and against a foreign lock; what it cannot complete it removes. A target of
+/// another account that may be written but not dated keeps the copy, and @p time tells (when it is
+/// not null).
 Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time = nullptr);
 
-/// Writes the buffers and the times of a file that nobody here has open to the device, a read-only one
-/// included.
+/// Writes the buffers and the times of a file that nobody here has open to the device, a read-only
+/// one included.
 Status flush_file(Path path);
 
 // ---- names -----------------------------------------------------------------------------------
@@ -225,7 +227,8 @@ Status flush_file(Path path);
 Status short_path(const ucs2string& path, ucs2string& result);
 /// The current directory, with backslashes.
 Status current_directory(ucs2string& result);
-/// The absolute form of a path, "." and ".." folded as text, with backslashes; nothing is looked up.
+/// The absolute form of a path, "." and ".." folded as text, with backslashes; nothing is looked
+/// up.
 Status full_path(const ucs2string& path, ucs2string& result);
 /// The folder of the running program, without a trailing separator.
 Status program_folder(ucs2string& result);

@@ -229,15 +229,15 @@ class FileCopy {
     return copied.ok() ? copy_properties(time) : copied;
   }
 
-  /// A target of another account can be written but not made read-only. That is asked for before the cut, by
-  /// the permissions that it has.
+  /// A target of another account can be written but not made read-only. That is asked for before
+  /// the cut, by the permissions that it has.
   Status check_owner() const {
     if (!is_read_only(m_source_info)) return {};
     return result_of(::fchmod(m_target.get(), m_target_info.st_mode & kPermissions));
   }
 
-  /// Cuts an existing target, but not before the disk is known to have room for what replaces it: what the
-  /// cut sets free, or more.
+  /// Cuts an existing target, but not before the disk is known to have room for what replaces it:
+  /// what the cut sets free, or more.
   Status make_room() {
     constexpr ::off_t kBlock = 512;
     if (m_target_info.st_blocks * kBlock < m_source_info.st_size) {
@@ -592,8 +592,8 @@ ucs2string error_text_wide(std::int32_t code) {
 }
 
 std::int64_t now() {
-  // Not time(): that clock advances by ticks, while the times of files are taken from the exact one,
-  // and a file just written could lie a second ahead, which makes it the oldest of all.
+  // Not time(): that clock advances by ticks, while the times of files are taken from the exact
+  // one, and a file just written could lie a second ahead, which makes it the oldest of all.
   timespec exact{};
   return ::clock_gettime(CLOCK_REALTIME, &exact) == 0 ? exact.tv_sec : std::time(nullptr);
 }

@@ -69,8 +69,8 @@ Status fail(DWORD code) {
   }
 }
 
-/// Why a question about a name failed: a folder that holds nothing at all, and a plain file on the way, say in
-/// codes of their own that there is no such name.
+/// Why a question about a name failed: a folder that holds nothing at all, and a plain file on the
+/// way, say in codes of their own that there is no such name.
 Status no_answer(DWORD code) {
   if (code == ERROR_NO_MORE_FILES || code == ERROR_DIRECTORY)
     return {static_cast<std::int32_t>(code), Failure::kNotFound};
@@ -96,7 +96,8 @@ Status result_of_runtime(int returned) { return returned == 0 ? Status() : fail_
 
 // ---- text --------------------------------------------------------------------------------------
 
-// The system's wide characters and the library's are of one size but two types, so texts are copied.
+// The system's wide characters and the library's are of one size but two types, so texts are
+// copied.
 
 std::wstring wide_text(std::u16string_view text) { return {text.begin(), text.end()}; }
 
@@ -118,8 +119,8 @@ std::wstring wide_text(const char* text) {
   return result;
 }
 
-/// Either path as wide text. What looks for a separator looks here: in a two-byte code page the second byte
-/// of a character may look like one.
+/// Either path as wide text. What looks for a separator looks here: in a two-byte code page the
+/// second byte of a character may look like one.
 std::wstring wide_text(Path path) {
   return path.is_wide() ? wide_text(std::u16string_view(path.wide())) : wide_text(path.narrow());
 }
@@ -141,7 +142,8 @@ auto with_text(Path path, Use use) {
   return path.is_wide() ? use(wide_text(path).c_str()) : use(path.narrow());
 }
 
-/// Drops the separators at the end of a path, of which a root keeps its own. Returns whether any went.
+/// Drops the separators at the end of a path, of which a root keeps its own. Returns whether any
+/// went.
 bool trim_separators(std::wstring& path) {
   const std::size_t length = length_without_separators(std::wstring_view(path));
   const bool trimmed = length < path.size();
@@ -268,8 +270,8 @@ Status stat_trimmed(const wchar_t* path, FileStat& result, Links links) {
   }
   struct _stat64 data {};
   const Status status = result_of_runtime(_wstat64(path, &data));
-  // Older runtimes take the "?" of the prefix for a pattern and find nothing, and some refuse the root of a
-  // share.
+  // Older runtimes take the "?" of the prefix for a pattern and find nothing, and some refuse the
+  // root of a share.
   if (!status.ok() && get_attributes(path, attributes)) {
     result = stat_from(attributes);
     return {};

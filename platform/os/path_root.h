@@ -4,8 +4,8 @@
 #include <string_view>
 
 /// @file
-/// The roots of paths as Windows has them, as pure text: what a path may not lose when separators are
-/// dropped from its end.
+/// The roots of paths as Windows has them, as pure text: what a path may not lose when separators
+/// are dropped from its end.
 namespace os {
 
 namespace root_text {
@@ -24,8 +24,8 @@ constexpr std::size_t behind_component(std::basic_string_view<Character> path, s
 
 }  // namespace root_text
 
-/// How much of a path is its root, the separator behind it included: "\", "C:\", "\\server\share\", and
-/// the last two behind the prefix "\\?\"; 0 for a path without one.
+/// How much of a path is its root, the separator behind it included: "\", "C:\", "\\server\share\",
+/// and the last two behind the prefix "\\?\"; 0 for a path without one.
 template <class Character>
 constexpr std::size_t root_length(std::basic_string_view<Character> path) {
   using root_text::is_separator;

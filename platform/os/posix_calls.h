@@ -88,8 +88,8 @@ inline Status fail(int code) {
   }
 }
 
-/// Why a question about a name failed: some file systems refuse a name that they could not store with
-/// EINVAL or EILSEQ.
+/// Why a question about a name failed: some file systems refuse a name that they could not store
+/// with EINVAL or EILSEQ.
 inline Status no_answer(int code) {
   return code == EINVAL || code == EILSEQ ? fail(code, Failure::kNoName) : fail(code);
 }

@@ -60,8 +60,8 @@ class HandleTable {
     if (Slot* slot = live_slot(handle)) slot->file.has_lock = has_lock;
   }
 
-  /// Ends the handle; the descriptor is the caller's to close. Needs no memory: where that has run out,
-  /// the file and its lock must go all the same.
+  /// Ends the handle; the descriptor is the caller's to close. Needs no memory: where that has run
+  /// out, the file and its lock must go all the same.
   std::optional<File> remove(Handle handle) {
     const std::scoped_lock guard(m_mutex);
     Slot* slot = live_slot(handle);

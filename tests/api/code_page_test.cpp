@@ -15,9 +15,9 @@
 #include "vu_path.h"
 #include "vu_storage.h"
 
-// Narrow names beyond ASCII, in the code page that the program runs in: UTF-8 on Linux, on Windows whichever
-// it is (CTest runs these cases under 932 and 1252 as well). What the narrow operations do is looked at
-// through the wide calls of std::filesystem, and by vu_fileutf8.
+// Narrow names beyond ASCII, in the code page that the program runs in: UTF-8 on Linux, on Windows
+// whichever it is (CTest runs these cases under 932 and 1252 as well). What the narrow operations
+// do is looked at through the wide calls of std::filesystem, and by vu_fileutf8.
 
 #if defined(_WIN32)
 // Without the system's own header, which only the seam may see.

@@ -311,7 +311,8 @@ FILE_HANDLE_TESTS(VuFileCopy);
 
 TYPED_TEST(VuFileCopy, SharesTheOpenFile) {
   {
-    // When it first words an error the system may open a file of its own, under the number watched below.
+    // When it first words an error the system may open a file of its own, under the number watched
+    // below.
     const recording_sink sink;
     auto missing = this->named("missing");
     EXPECT_EQ(thrown_text([&] { missing.open(base::o_read); }), "throw exception on open");
@@ -339,8 +340,8 @@ TYPED_TEST(VuFileCopy, SharesTheOpenFile) {
   ASSERT_GE(errors.size(), 2U);
   EXPECT_EQ(errors[0], "Can't unlock file : " + this->m_dir.path("f"));
 #if defined(_WIN32)
-  // The system may have given the number to a file of its own by now (it words errors from one): then that
-  // one is closed, without a complaint.
+  // The system may have given the number to a file of its own by now (it words errors from one):
+  // then that one is closed, without a complaint.
   if (errors.size() == 2) return;
 #endif
   ASSERT_EQ(errors.size(), 4U);

@@ -18,7 +18,8 @@ namespace {
 using NameMap = STGIndex::NameMap;
 using Names = std::vector<std::string>;
 
-/// A folder, and the switch as a test wants it; off again afterwards, as this program's storage has it.
+/// A folder, and the switch as a test wants it; off again afterwards, as this program's storage has
+/// it.
 class IndexClient : public testing::Test {
  protected:
   IndexClient() { STGIndex::setSynchronizeMode(false); }

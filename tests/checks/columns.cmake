@@ -7,9 +7,6 @@ cmake_minimum_required(VERSION 3.25)
 
 set(width 100)
 
-# Not brought to that width yet; what comes to be written there should be.
-set(later "^(bench|file|include|index|platform|storage|tests/(api|model|support|unit|reliability/power_))")
-
 set(sources)
 foreach(folder IN ITEMS bench examples file include index platform storage tests tools)
   file(GLOB_RECURSE found RELATIVE ${ROOT} ${ROOT}/${folder}/*.cpp ${ROOT}/${folder}/*.h)
@@ -24,9 +21,6 @@ math(EXPR more "${width} + 1")
 string(REPEAT "." ${more} too_long)
 set(faults)
 foreach(source IN LISTS sources)
-  if(source MATCHES "${later}")
-    continue()
-  endif()
   file(READ ${ROOT}/${source} text)
   if(NOT "\n${text}" MATCHES "\n[^\n]*${too_long}")
     continue()

@@ -23,7 +23,7 @@ void World::string_to_maps(const std::string& folder, const std::string& text, M
   }
 }
 
-// ---- loading -------------------------------------------------------------------------------------
+// ---- loading -------------------------------------------------------------------------------
 
 Index::Index(World& world, const std::string& folder) : m_world(world), m_folder(folder) {
   if (!world.tree.is_folder(folder))
@@ -85,7 +85,7 @@ void Index::adopt(const std::string& found) {
   needs_update = true;
 }
 
-// ---- changing ------------------------------------------------------------------------------------
+// ---- changing ------------------------------------------------------------------------------
 
 bool Index::contains(const std::string& logical, std::int32_t stamp) const {
   return lp.count(key(logical, stamp)) != 0;
@@ -172,7 +172,7 @@ bool Index::rename(const std::string& old_logical, std::int32_t old_stamp,
   return true;
 }
 
-// ---- saving --------------------------------------------------------------------------------------
+// ---- saving --------------------------------------------------------------------------------
 
 void Index::let_go() {
   if (needs_update) merge_and_save();

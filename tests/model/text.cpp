@@ -280,7 +280,8 @@ Map mail_lines(const std::string& text) {
     lines.push_back(piece(text, begin, feed));
     begin = feed + 1;
   }
-  // What follows the last line feed loses its last character; without any line feed there is no line.
+  // What follows the last line feed loses its last character; without any line feed there is no
+  // line.
   if (begin != 0 && begin < text.size()) lines.push_back(piece(text, begin, text.size() - 1));
 
   Map result;

@@ -7,8 +7,8 @@
 #include <vector>
 
 /// @file
-/// The rules that are pure text (docs/formats.md), written a second time: plainly, byte by byte, without
-/// anything of the library. Slow on purpose where the rule is simpler to read that way.
+/// The rules that are pure text (docs/formats.md), written a second time: plainly, byte by byte,
+/// without anything of the library. Slow on purpose where the rule is simpler to read that way.
 namespace model {
 
 using Map = std::map<std::string, std::string>;

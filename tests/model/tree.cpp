@@ -37,7 +37,7 @@ bool covers(const std::string& pattern, const std::string& name) {
   }
 }
 
-// ---- the way along a path ------------------------------------------------------------------------
+// ---- the way along a path ------------------------------------------------------------------
 
 Tree::Place Tree::place_of(const std::string& path) {
   Place place;
@@ -92,7 +92,7 @@ Node* Tree::at(const std::string& path) {
   return &found->second;
 }
 
-// ---- questions -----------------------------------------------------------------------------------
+// ---- questions -----------------------------------------------------------------------------
 
 bool Tree::exists(const std::string& path) {
   // "name\." and "name\" are found where "name" is.
@@ -152,7 +152,7 @@ Names Tree::names_in_order(const std::string& path) {
   return result;
 }
 
-// ---- changes -------------------------------------------------------------------------------------
+// ---- changes -------------------------------------------------------------------------------
 
 Node* Tree::open_to_write(const std::string& path) {
   const Place place = place_of(path);

@@ -7,7 +7,8 @@
 #include <vector>
 
 /// @file
-/// A file system in memory, as much of one as the library asks for: names, bytes, times, the read-only mark.
+/// A file system in memory, as much of one as the library asks for: names, bytes, times, the
+/// read-only mark.
 namespace model {
 
 using Names = std::vector<std::string>;
@@ -26,8 +27,8 @@ struct Node {
   std::map<std::string, Node> names;  ///< of a folder
 };
 
-/// Paths are absolute, with "\" or "/" between names, and lie below the root. Every question about a path
-/// elsewhere is answered as if nothing were there.
+/// Paths are absolute, with "\" or "/" between names, and lie below the root. Every question about
+/// a path elsewhere is answered as if nothing were there.
 class Tree {
  public:
   /// @param root the folder's path, which this tree stands for.
@@ -43,8 +44,8 @@ class Tree {
 
   /// The file or folder at a path; null when there is none. A separator at the end wants a folder.
   Node* at(const std::string& path);
-  /// Whether a search finds it: the last name may be a pattern, and behind a separator at the end stands
-  /// the entry of what is before it.
+  /// Whether a search finds it: the last name may be a pattern, and behind a separator at the end
+  /// stands the entry of what is before it.
   bool exists(const std::string& path);
   bool is_folder(const std::string& path);
   /// Seconds; 0 when nothing is there.
@@ -57,8 +58,8 @@ class Tree {
 
   // ---- changes; each says whether it was done --------------------------------------------------
 
-  /// Opens a file for writing: makes it when it is missing. Null for a folder, a read-only file, or a
-  /// place that is none.
+  /// Opens a file for writing: makes it when it is missing. Null for a folder, a read-only file, or
+  /// a place that is none.
   Node* open_to_write(const std::string& path);
   bool make_folder(const std::string& path);
   bool remove_folder(const std::string& path);

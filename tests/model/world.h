@@ -8,8 +8,8 @@
 #include "tests/model/tree.h"
 
 /// @file
-/// The library's rules written a second time over a tree in memory: step by step as they are stated, one
-/// after the other, nothing remembered, nothing shared with the library.
+/// The library's rules written a second time over a tree in memory: step by step as they are
+/// stated, one after the other, nothing remembered, nothing shared with the library.
 namespace model {
 
 /// The one exception of the file layer.
@@ -20,8 +20,8 @@ struct FileError {
 /// How a file is opened.
 enum class Mode { kNone, kRead, kWrite, kAppend, kTruncate };
 
-/// One of several results that say "wrong in this place" when the rules are changed on purpose: what the
-/// comparison must notice.
+/// One of several results that say "wrong in this place" when the rules are changed on purpose:
+/// what the comparison must notice.
 enum class Planted {
   kNothing,
   kLowercaseWholeName,  ///< adoption makes the whole name small
@@ -68,8 +68,8 @@ class File {
 class Index {
  public:
   Index(World& world, const std::string& folder);
-  /// What the destructor of the library's index does. Called at the end of each operation, also when it
-  /// ends with an exception.
+  /// What the destructor of the library's index does. Called at the end of each operation, also
+  /// when it ends with an exception.
   void let_go();
 
   bool contains(const std::string& logical, std::int32_t stamp) const;
@@ -109,7 +109,7 @@ class World {
 
   void error(const std::string& text) { errors.push_back(text); }
 
-  // ---- the process ---------------------------------------------------------------------------
+  // ---- the process ---------------------------------------------------------------------
 
   std::string server_folder;  ///< what the host says
   std::string binary_folder;
@@ -123,7 +123,7 @@ class World {
   bool init_root(const std::string& root, bool domain, bool synchronise);
   void check_init();
 
-  // ---- files (files.cpp) -----------------------------------------------------------------------
+  // ---- files (files.cpp) -----------------------------------------------------------------
 
   bool create_dir(const std::string& path);
   void make_if_missing(const std::string& path);
@@ -136,7 +136,7 @@ class World {
   std::uint64_t folder_size_in_kb(const std::string& path);
   std::string read_whole(const std::string& folder, const std::string& name);
 
-  // ---- index (index.cpp, operations.cpp) ---------------------------------------------------------
+  // ---- index (index.cpp, operations.cpp) ---------------------------------------------------
 
   bool valid_line(const std::string& folder, const std::string& key, const std::string& stored);
   void string_to_maps(const std::string& folder, const std::string& text, Map& lp, Map& pl);
@@ -154,7 +154,7 @@ class World {
   std::string physical_path(const std::string& folder, const std::string& logical);
   void update_index(const std::string& folder);
 
-  // ---- cleaning and mail (cleaning.cpp, mail.cpp) --------------------------------------------------
+  // ---- cleaning and mail (cleaning.cpp, mail.cpp) --------------------------------------------
 
   /// Ages and paths of what was kept; an age of -1 is one that the machine's own clock made.
   using Kept = std::vector<std::pair<std::int64_t, std::string>>;
@@ -163,7 +163,7 @@ class World {
                          std::uint64_t* counter);
   void migrate(const std::string& owner);
 
-  // ---- the facade (documents.cpp, keys.cpp, parts.cpp, users.cpp) ----------------------------------
+  // ---- the facade (documents.cpp, keys.cpp, parts.cpp, users.cpp) ----------------------------
 
   bool owner_folder(const std::string& owner, const std::string& entry, int type, std::string& dir,
                     bool create);

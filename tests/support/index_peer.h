@@ -118,8 +118,8 @@ struct line {
   bool operator==(const line&) const = default;
 };
 
-/// The lines of a text: where a line starts, the first line feed from there on and the first slash from
-/// there on are all that is looked at.
+/// The lines of a text: where a line starts, the first line feed from there on and the first slash
+/// from there on are all that is looked at.
 inline std::vector<line> lines(const std::string& text) {
   std::vector<line> result;
   std::size_t start = 0;

@@ -116,8 +116,8 @@ Status watched(Status status, const Made& made) {
   return status;
 }
 
-/// Makes one call under the plan. @p decided(rule) answers in place of the system; @p in_any_case(rule) is
-/// done before that, and before a planned exception.
+/// Makes one call under the plan. @p decided(rule) answers in place of the system; @p
+/// in_any_case(rule) is done before that, and before a planned exception.
 template <class Decided, class Forward, class InAnyCase>
 auto call_under_plan(Call call, Decided decided, Forward forward, InAnyCase in_any_case) {
   const Verdict verdict(call);

@@ -160,8 +160,8 @@ Fault before(Call call, std::function<void()> hook, std::uint64_t nth = 1,
 /// Runs @p hook after the call was made or has failed; not after a planned exception.
 Fault after(Call call, std::function<void()> hook, std::uint64_t nth = 1,
             Times times = Times::kOnce);
-/// Ends the process with kEnded, as a kill does: nothing is destroyed, flushed or given back but by the
-/// system.
+/// Ends the process with kEnded, as a kill does: nothing is destroyed, flushed or given back but by
+/// the system.
 Fault end_process_before(Call call, std::uint64_t nth = 1);
 Fault end_process_after(Call call, std::uint64_t nth = 1);
 inline constexpr int kEnded = 137;
@@ -180,8 +180,8 @@ void reset();
 
 /// From here on the calls that ask the system are written down, from the first one again.
 void begin_sequence();
-/// Those calls in their order, and the end of that: the n-th that a rule for Call::system would have
-/// counted is the n-th here.
+/// Those calls in their order, and the end of that: the n-th that a rule for Call::system would
+/// have counted is the n-th here.
 std::vector<Call> end_sequence();
 
 /// A call that the system has carried out, for whoever watches. What does not apply is empty.
@@ -195,9 +195,9 @@ struct Made {
   std::int16_t method = 0;      ///< of a seek
 };
 
-/// Is told of the successful calls that open, move in, change or flush files and folders (and of what
-/// an unsuccessful write has written), as long as it lives; on their threads, one at a time. There is
-/// one at most.
+/// Is told of the successful calls that open, move in, change or flush files and folders (and of
+/// what an unsuccessful write has written), as long as it lives; on their threads, one at a time.
+/// There is one at most.
 class [[nodiscard]] Watch {
  public:
   explicit Watch(std::function<void(const Made&)> watcher);

@@ -11,8 +11,8 @@
 
 namespace os::faults {
 
-/// One change of a file or folder, or one flush. Paths are relative to the recorded folder, with "/"
-/// between their parts.
+/// One change of a file or folder, or one flush. Paths are relative to the recorded folder, with
+/// "/" between their parts.
 struct Change {
   enum class What : std::uint8_t {
     kCreate,  ///< an empty file came into being

@@ -4,8 +4,8 @@
 
 #include <string>
 
-/// Starts a program with the handles of @p start, and again while Wine answers with an internal error, as it
-/// does once in a while when another process was killed just before.
+/// Starts a program with the handles of @p start, and again while Wine answers with an internal
+/// error, as it does once in a while when another process was killed just before.
 /// @param variables the environment as a block; null for this process's own.
 /// @param info receives the handles, the caller's to close.
 /// @return whether it was started; ::GetLastError() says why not.

@@ -14,8 +14,8 @@
 #include "tests/unit/storage_fixture.h"
 #include "vu_storage.h"
 
-// How many calls of the system each operation makes: as docs/performance.md says, and as many in a large
-// folder as in a small one.
+// How many calls of the system each operation makes: as docs/performance.md says, and as many in a
+// large folder as in a small one.
 
 namespace {
 
@@ -29,8 +29,8 @@ constexpr int kFew = 150;   // an index of two pages
 constexpr int kMany = 600;  // an index of six
 constexpr unsigned long kLongAgo = 1000000;
 
-/// What one operation asked the system for. Questions that the library answers by itself or that only
-/// read a variable of the process are none.
+/// What one operation asked the system for. Questions that the library answers by itself or that
+/// only read a variable of the process are none.
 using Calls = std::map<std::string, std::int64_t>;
 
 Calls counted(const std::function<void()>& operation) {

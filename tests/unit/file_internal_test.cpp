@@ -78,7 +78,8 @@ TEST(GetLongPath, LeavesFoldersOf248To251CharactersAlone) {
   for (std::size_t length = 248; length <= root + 248; ++length) {
     const std::string path = dir.path(std::string(length - dir.path().size() - 1, 'x'));
     EXPECT_EQ(getLongPath(ucs2string(vu_utf8string(path))).size(), length);
-    // Without the prefix Windows leaves room for a short name below a folder, and makes none that long.
+    // Without the prefix Windows leaves room for a short name below a folder, and makes none that
+    // long.
     const bool is_made = !kOnWindows || is_emulated();
     EXPECT_EQ(vu_fileutf8::createDir(vu_utf8string(path)), is_made) << length;
   }

@@ -377,7 +377,7 @@ namespace {
 /// Beyond the limit on both systems, and missing.
 const std::string kLong = "C:\\" + std::string(300, 'x');
 
-// ---- links put in the place of folders -----------------------------------------------------------
+// ---- links put in the place of folders ---------------------------------------------------------
 
 #if defined(__linux__)
 /// A tree with a folder that somebody swaps for a link to a foreign one.
@@ -449,7 +449,7 @@ TYPED_TEST(VuFileChangeFailure, OfOpeningAFolderLeavesWhatIsInItAndIsStillTrue) 
   EXPECT_TRUE(file_exists(this->m_dir.path("tree\\f")));
 }
 
-// ---- two-byte characters -------------------------------------------------------------------------
+// ---- two-byte characters -----------------------------------------------------------------------
 
 /// As in code page 932: the second byte of this character is that of a backslash.
 class TwoByteNames : public testing::Test {
@@ -507,8 +507,8 @@ TEST_F(TwoByteNames, AreUtf8InTheOtherForm) {
 TEST_F(TwoByteNames, AreAskedForWhole) {
   const scratch_folder dir;
   make_folder(dir.path("\x95"));
-  // To Linux this is the folder and a separator; to the file layer it is one character, and so no folder's
-  // own entry is asked for.
+  // To Linux this is the folder and a separator; to the file layer it is one character, and so no
+  // folder's own entry is asked for.
   EXPECT_FALSE(vu_file::exists(dir.path(m_name)));
   EXPECT_TRUE(vu_file::exists(dir.path("\x95/")));
 }

@@ -11,8 +11,8 @@
 #include "tests/support/index_peer.h"
 #include "tests/support/scratch.h"
 
-// How much memory a question takes at most. The replaced operators count what this thread has, by the
-// allocator's own sizes.
+// How much memory a question takes at most. The replaced operators count what this thread has, by
+// the allocator's own sizes.
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include "tests/support/scratch.h"
 #include "tests/unit/os_test_kit.h"
 
-// Faults by the number of a call, whichever function it is; ends of the process; and what a recorder writes
-// down.
+// Faults by the number of a call, whichever function it is; ends of the process; and what a
+// recorder writes down.
 
 namespace {
 

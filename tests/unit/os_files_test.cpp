@@ -11,8 +11,8 @@
 #include "tests/support/scratch.h"
 #include "tests/unit/os_test_kit.h"
 
-// Opening, reading, writing and moving about in files. Where an expectation names two codes, the first is
-// that of POSIX systems.
+// Opening, reading, writing and moving about in files. Where an expectation names two codes, the
+// first is that of POSIX systems.
 
 namespace {
 
@@ -213,7 +213,7 @@ TEST(OsFlush, IsRefusedForAReaderOnWindowsAlone) {
   }
 }
 
-// ---- the position and the end --------------------------------------------------------------------
+// ---- the position and the end ------------------------------------------------------------------
 
 TEST(OsSeek, MovesFromTheStartThePositionAndTheEnd) {
   const scratch_folder scratch;

@@ -16,8 +16,8 @@
 #include "vu_file.h"
 #include "vu_fileutf8.h"
 
-// One tree, two accounts: what one of them made and lets the other write, the other changes. Needs the
-// superuser, who can be both.
+// One tree, two accounts: what one of them made and lets the other write, the other changes. Needs
+// the superuser, who can be both.
 
 namespace {
 

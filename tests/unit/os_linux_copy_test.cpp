@@ -17,8 +17,8 @@
 #include "tests/unit/os_linux_kit.h"
 #include "tests/unit/os_test_kit.h"
 
-// Copying on Linux: the kernel's copy and what stands in for it, permissions, and copies that fail half
-// way.
+// Copying on Linux: the kernel's copy and what stands in for it, permissions, and copies that fail
+// half way.
 
 namespace {
 

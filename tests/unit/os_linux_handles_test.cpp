@@ -241,7 +241,7 @@ TEST(OsLinuxModes, MakingWritableAddsTheOwnersBitsAndNoOthers) {
   EXPECT_EQ(mode_of(path), ::mode_t{0654});
 }
 
-// ---- locks where there are none ------------------------------------------------------------------
+// ---- locks where there are none ----------------------------------------------------------------
 
 TEST(OsLinuxLocks, AFileSystemWithoutLocksLetsUnlockedHandlesReadAndWrite) {
   const scratch_folder scratch;

@@ -20,8 +20,9 @@
 #include "platform/os/os.h"
 
 /// @file
-/// Failing system calls, for tests on Linux: a child process bars calls with a filter of the kernel and
-/// then does what is to be tested. Nothing is replaced; the kernel itself answers with the error.
+/// Failing system calls, for tests on Linux: a child process bars calls with a filter of the kernel
+/// and then does what is to be tested. Nothing is replaced; the kernel itself answers with the
+/// error.
 
 /// One call that fails.
 struct BarredCall {
@@ -59,8 +60,8 @@ inline bool bar_calls(const std::vector<BarredCall>& calls) {
 /// The word of a child process that could not bar the calls.
 inline constexpr const char* kCannotBar = "this kernel does not let calls be barred";
 
-/// Runs @p body in a child process that cannot make @p calls. @return what the body returns, which is
-/// an empty text when all is well; at most some hundred bytes.
+/// Runs @p body in a child process that cannot make @p calls. @return what the body returns, which
+/// is an empty text when all is well; at most some hundred bytes.
 inline std::string in_child_without(const std::vector<BarredCall>& calls,
                                     const std::function<std::string()>& body) {
   constexpr std::size_t kSize = 4096;

@@ -179,7 +179,7 @@ TEST_F(OsLinuxLinks, RenamingALinkMovesTheLinkAndATakenNameCountsThoughItDangles
   EXPECT_TRUE(fs::is_symlink(native(m_scratch.path("moved"))));
 }
 
-// ---- renaming where the file system cannot refuse to replace ---------------------------------------
+// ---- renaming where the file system cannot refuse to replace -----------------------------------
 
 /// Renames in a child process under the given restrictions.
 std::string rename_without(const std::vector<BarredCall>& calls, const std::string& from,
@@ -250,7 +250,7 @@ const std::vector<Restriction> kRestrictions = {
 INSTANTIATE_TEST_SUITE_P(WithoutTheFlag, OsLinuxRenameFallback, testing::ValuesIn(kRestrictions),
                          [](const auto& each) { return std::string(each.param.name); });
 
-// ---- folders of the process ------------------------------------------------------------------------
+// ---- folders of the process --------------------------------------------------------------------
 
 TEST(OsLinuxFolders, TheTemporaryFolderIsThatOfTheEnvironment) {
   const char* const old = std::getenv("TMPDIR");

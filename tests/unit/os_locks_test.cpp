@@ -110,7 +110,7 @@ TEST_F(OsLocks, AWaitingRequestIsGrantedWhenTheHolderIsDone) {
   EXPECT_TRUE(fails(holder.lock_shared(), Failure::kLocked, kRefused));
 }
 
-// ---- reading and writing against a lock -----------------------------------------------------------
+// ---- reading and writing against a lock --------------------------------------------------------
 
 TEST_F(OsLocks, AHandleWithoutALockDoesNotReadWhatAnotherHoldsExclusively) {
   NEEDS_A_REAL_KERNEL("a read inside of a foreign lock fails");
@@ -160,7 +160,7 @@ TEST_F(OsLocks, TheHolderOfALockReadsAndWrites) {
   EXPECT_EQ(read_file(m_path), "test");
 }
 
-// ---- between processes ---------------------------------------------------------------------------
+// ---- between processes -------------------------------------------------------------------------
 
 int hold_file(const std::vector<std::string>& args) {
   OpenFile file(args.at(0), Access::kReadWriteCreate);

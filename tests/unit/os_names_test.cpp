@@ -157,7 +157,7 @@ TEST(OsIsLeadByte, NoAsciiByteIsOne) {
   }
 }
 
-// ---- texts of errors -----------------------------------------------------------------------------
+// ---- texts of errors ---------------------------------------------------------------------------
 
 TEST(OsErrorText, EndsWithCarriageReturnAndLineFeed) {
   const std::int32_t missing = Codes{ENOENT, 2}.here();

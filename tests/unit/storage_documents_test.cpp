@@ -15,8 +15,8 @@
 #include "tests/unit/storage_fixture.h"
 #include "vu_storage.h"
 
-// Opening, reading, writing and closing documents. Questions and copies: storage_questions_test.cpp and
-// storage_copies_test.cpp.
+// Opening, reading, writing and closing documents. Questions and copies: storage_questions_test.cpp
+// and storage_copies_test.cpp.
 
 namespace {
 
@@ -552,7 +552,7 @@ TEST_F(Documents, AreClosedWithATraceWhenTheInitialisationFails) {
   vu_host::install({&sink});
 }
 
-// ---- handles that come open ----------------------------------------------------------------------
+// ---- handles that come open --------------------------------------------------------------------
 
 /// A handle that holds another file when an operation gets it.
 class OpenHandles : public Documents {

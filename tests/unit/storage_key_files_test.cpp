@@ -34,7 +34,7 @@ STG::NameValueSeq sequence_of(const Pairs& pairs) {
   return seq;
 }
 
-// ---- key files -----------------------------------------------------------------------------------
+// ---- key files ---------------------------------------------------------------------------------
 
 class KeyFiles : public StorageTest {
  protected:
@@ -230,7 +230,7 @@ TEST_F(KeyFiles, AWriteThatTheSystemRefusesIsTracedBelowAndStaysASuccess) {
   EXPECT_EQ(read_file(file("k.txt")), "");
 }
 
-// ---- removing lines ------------------------------------------------------------------------------
+// ---- removing lines ----------------------------------------------------------------------------
 
 TEST_F(KeyFiles, ALineIsRemovedFromAFileThatBearsTheLogicalName) {
   write_file(file("attribut.txt"), "ab=1\nb=2\n");
@@ -335,7 +335,7 @@ TEST_F(KeyFiles, WhatTheListOfCategoriesRaisesPasses) {
   EXPECT_THROW(Peer::RemoveFromCategFiles(scratch.path(), "s"), std::runtime_error);
 }
 
-// ---- key files of an owner -----------------------------------------------------------------------
+// ---- key files of an owner ---------------------------------------------------------------------
 
 class OwnersKeyFiles : public StorageTest {
  protected:
@@ -490,7 +490,7 @@ TEST_F(OwnersKeyFiles, AnyOtherExceptionIsAnErrorOfLoading) {
   EXPECT_EQ(facade(trace_event::error), Texts{"vu_storage::loadKey"});
 }
 
-// ---- what holds for all of them ------------------------------------------------------------------
+// ---- what holds for all of them ----------------------------------------------------------------
 
 TEST_F(KeyFiles, BytesAreCopiedUpToTheFirstNul) {
   EXPECT_EQ(Peer::getBuffer(vu_utf8string()), "");

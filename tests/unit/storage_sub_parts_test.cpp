@@ -22,7 +22,7 @@ using vu_host::trace_event;
 using vu_host::trace_level;
 using Peer = vu_storage_test_peer;
 
-// ---- where parts lie -----------------------------------------------------------------------------
+// ---- where parts lie ---------------------------------------------------------------------------
 
 TEST_F(SubParts, EverySelectorIsWrittenAndReadWhereItsSideOfTheRuleSays) {
   struct Case {
@@ -113,7 +113,7 @@ TEST_F(SubParts, FoldersAreMadeFromTheRootDownwards) {
   EXPECT_EQ(seen, (std::vector<std::vector<bool>>{in_order[1], in_order[2]}));
 }
 
-// ---- reading -------------------------------------------------------------------------------------
+// ---- reading -----------------------------------------------------------------------------------
 
 TEST_F(SubParts, AnUpToDatePartIsOpened) {
   make_file(root() + "\\xls", "part", 1000);
@@ -329,7 +329,7 @@ TEST_F(SubParts, APartWhoseSizeCannotBeAskedForIsGivenUp) {
             Texts{"vu_storage::OpenReadSubPart : unknown error, force retrieve doc"});
 }
 
-// ---- writing -------------------------------------------------------------------------------------
+// ---- writing -----------------------------------------------------------------------------------
 
 TEST_F(SubParts, AnExistingPartIsEmptied) {
   write_part("xls", "a long text");
@@ -417,7 +417,7 @@ TEST_F(SubParts, TheExceptionOfTheAreaFolderIsHandledToo) {
                   Peer::corp_path() + "   strPartId->part.out"});
 }
 
-// ---- what holds for all of them ------------------------------------------------------------------
+// ---- what holds for all of them ----------------------------------------------------------------
 
 TEST_F(SubParts, TheUtf8FormsConvertTheirNamesAndCallTheNarrowOnes) {
   vu_storage& facade = facade_object();

@@ -39,7 +39,7 @@ class Users : public StorageTest {
   }
 };
 
-// ---- renaming ------------------------------------------------------------------------------------
+// ---- renaming ----------------------------------------------------------------------------------
 
 TEST_F(Users, RenamingMovesTheFoldersOfMailListAndUserAndLeavesTheDocuments) {
   make_user("old");
@@ -155,7 +155,7 @@ TEST_F(Users, AnyOtherExceptionWhileRenamingIsAnErrorAndUndoesNothing) {
   EXPECT_TRUE(folder_exists(area("old")));
 }
 
-// ---- removing users ------------------------------------------------------------------------------
+// ---- removing users ----------------------------------------------------------------------------
 
 TEST_F(Users, RemovingTakesTheFoldersOfMailListAndUserAndLeavesTheDocuments) {
   make_user("jdoe");
@@ -238,7 +238,7 @@ TEST_F(Users, SeveralUsersAreRemovedInTheirOrder) {
   EXPECT_TRUE(vu_storage::RemoveUsersStorage({}));
 }
 
-// ---- removing a document -------------------------------------------------------------------------
+// ---- removing a document -----------------------------------------------------------------------
 
 TEST_F(Users, RemovingADocumentOfTypeOneTakesItsLinesFromTheAttributesAndEveryCategory) {
   const std::string folder = folder_of("jdoe", "sales.kdc", STG::UserFilesRepository);
@@ -361,7 +361,7 @@ TEST_F(Users, RemovingADocumentWithoutANameCutsTheFirstLineOfEachFile) {
   EXPECT_EQ(read_file(folder + "\\attribut.txt"), "two=y\n");
 }
 
-// ---- listing a folder ----------------------------------------------------------------------------
+// ---- listing a folder --------------------------------------------------------------------------
 
 TEST_F(Users, EveryNameOfAFolderBecomesAPairSubFoldersIncluded) {
   const std::string folder = scratch.path("listed");
@@ -437,7 +437,7 @@ TEST_F(Users, AnExceptionWhileListingIsAnErrorKeepsThePairsAndFreesTheMutex) {
   EXPECT_TRUE(is_free(waiting));
 }
 
-// ---- what holds for all of them ------------------------------------------------------------------
+// ---- what holds for all of them ----------------------------------------------------------------
 
 TEST_F(Users, EveryOperationOpensItsScopeFirst) {
   const vu_utf8string name("nobody");
