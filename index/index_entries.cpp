@@ -119,8 +119,6 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
     if (replaced) m_state->restore(new_key, *replaced, replaced_file);
     throw;
   }
-  // Required: a file of the new name itself answers for it before the index does.
-  if (replaced_file == newLogical) m_state->set_aside(replaced_file);
   // Required: the old entry stays in both maps. Its file goes with the save, so it is not written
   // back.
   m_state->remove_after_save(old_file, IndexState::IfItStays::kNothing);

@@ -110,18 +110,6 @@ void IndexState::remove_after_save(const std::string& file, IfItStays if_it_stay
   m_files_to_remove.emplace(file, if_it_stays);
 }
 
-void IndexState::move_aside() {
-  for (const auto& [file, name] : m_set_aside)
-    vu_file::rename(folder() + "\\" + file, folder() + "\\" + name);
-}
-
-void IndexState::put_back() {
-  for (const auto& [file, name] : std::exchange(m_set_aside, {})) {
-    const std::string path = folder() + "\\" + name;
-    if (presence_of(path) != Presence::kMissing) vu_file::rename(path, folder() + "\\" + file);
-  }
-}
-
 bool IndexState::is_to_be_removed(const std::string& name) const {
   const auto it = m_files_to_remove.lower_bound(name);
   return it != m_files_to_remove.end() && it->first.starts_with(name) &&
@@ -132,15 +120,13 @@ bool IndexState::remove_replaced_files() {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   bool are_gone = true;
   for (const auto& [file, if_it_stays] : std::exchange(m_files_to_remove, {})) {
-    const auto aside = m_set_aside.find(file);
-    const std::string path = folder() + "\\" + (aside == m_set_aside.end() ? file : aside->second);
+    const std::string path = folder() + "\\" + file;
     vu_file::chmodW(path);
     vu_file::remove(path);
     if (presence_of(path) == Presence::kMissing) continue;
     if (if_it_stays == IfItStays::kError) VU_ERROR("STGIndex: removal of file failed: ", path);
     are_gone = false;
   }
-  m_set_aside.clear();
   return are_gone;
 }
 

@@ -90,11 +90,6 @@ class IndexState {
   /// A file of the folder goes when the save is over: until then whoever reads finds the entries
   /// from before. The save judges lines as if it had gone already.
   void remove_after_save(const std::string& file, IfItStays if_it_stays);
-  /// Such a file gets another name directly before the save is written.
-  void set_aside(const std::string& file) { m_set_aside.emplace(file, file + "~"); }
-  void move_aside();
-  /// Gives the files that were set aside their names back: the save did not come about.
-  void put_back();
   /// Whether a generated name is that of such a file.
   bool is_to_be_removed(const std::string& name) const;
   /// The file stays after all.
@@ -126,9 +121,8 @@ class IndexState {
 
   std::vector<Entry> m_erased;
   std::map<std::string, IfItStays> m_files_to_remove;
-  std::map<std::string, std::string> m_set_aside;  // file -> the name it has meanwhile
-  std::set<std::size_t> m_changed;                 // files of the listing
-  std::set<std::string, std::less<>> m_doubtful;   // keys whose lines the save judges again
+  std::set<std::size_t> m_changed;                // files of the listing
+  std::set<std::string, std::less<>> m_doubtful;  // keys whose lines the save judges again
 };
 
 /// Enters the physical file name -> logical name of each entry.

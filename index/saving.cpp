@@ -74,7 +74,6 @@ class IndexSave {
     find_doubtful();
     merge(std::string(replacement::text_of(bytes.view(), storage)));
     const std::string text = this->text();
-    m_state.move_aside();
     const replacement::Holds holds = replace_and_close(m_index, bytes.view(), text);
     VU_TRACE_M(" STGIndex: (end) index.dat is uptodate");  // sic
     VU_TRACE_M("  folder : ", m_state.folder());
@@ -289,17 +288,8 @@ class IndexSave {
 };
 
 Saved save_index(vu_file& index, IndexState& state) {
-  Saved saved = Saved::kNotWritten;
-  try {
-    saved = IndexSave(index, state).run();
-  } catch (...) {
-    state.put_back();
-    throw;
-  }
-  if (saved != Saved::kYes) {
-    state.put_back();
-    return saved;
-  }
+  const Saved saved = IndexSave(index, state).run();
+  if (saved != Saved::kYes) return saved;
   // A file that the system keeps may make a line valid again.
   return state.remove_replaced_files() ? saved : IndexSave(index, state).run();
 }

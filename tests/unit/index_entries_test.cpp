@@ -460,7 +460,7 @@ TEST_F(IndexRename, KeepsASourceWhoseNameTheCounterGivesAgain) {
   EXPECT_EQ(folder.read("00000000.kdb"), "bytes of a");
 }
 
-TEST_F(IndexRename, OntoAFileOfTheVeryNameHidesTheNewEntryAtNoMoment) {
+TEST_F(IndexRename, KeepsAReplacedFileOfTheVeryNameUntilTheIndexIsSaved) {
   const std::string text = "a.kdb_0000000001/00000001\nn.kdb_0000000000/n.kdb\n";
   const auto write_old = [&] {
     folder.write("00000001.kdb", "bytes of a");
@@ -474,7 +474,7 @@ TEST_F(IndexRename, OntoAFileOfTheVeryNameHidesTheNewEntryAtNoMoment) {
   EXPECT_EQ(folder.read("00000002.kdb"), "bytes of a");
   EXPECT_EQ(folder.names(), (Texts{"00000002.kdb", "index", "index.dat"}));
 
-  // Where the index is not saved, the file is back. The counter is written before.
+  // Where the index is not saved, it stays. The counter is written before.
   for (const std::uint64_t nth : {2U, 3U}) {
     folder.erase("00000002.kdb");
     write_old();
