@@ -40,8 +40,8 @@ bool carry_out(os::Handle handle, const Stage& stage, Outcome& outcome) {
   return outcome.flushed.ok();
 }
 
-/// Leaves the old text after a stage that failed: what stands behind it goes. Where even that fails,
-/// what stands there means nothing without a whole trailer. @return whether the file is cut.
+/// Leaves the old text after a stage that failed: what stands behind it goes. Where even that
+/// fails, what stands there means nothing without a whole trailer. @return whether the file is cut.
 bool take_back(os::Handle handle, std::string_view old_bytes, const Plan& plan) {
   // A replacement in place wrote over the old text itself.
   if (plan.first_over_old == 0) static_cast<void>(write_at(handle, 0, old_bytes));
