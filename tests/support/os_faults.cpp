@@ -21,9 +21,11 @@ constexpr std::size_t kFunctions = static_cast<std::size_t>(Call::any);
 constexpr std::array<const char*, kFunctions + 2> kNames = {
     "open", "close", "read", "write", "seek", "set_end", "reserve", "flush", "lock", "unlock",
     "probe_attributes", "probe_search", "list", "stat", "open_folder", "make_writable",
-    "create_directory", "remove_directory", "remove_file", "rename", "copy", "flush_file", "short_path",
+    "create_directory", "remove_directory", "remove_file", "rename", "copy", "flush_file",
+    "short_path",
     "current_directory", "full_path", "program_folder", "temporary_folder", "environment",
-    "to_narrow", "is_lead_byte", "last_error", "error_text", "error_text_wide", "now", "nt_family", "any", "system"};
+    "to_narrow", "is_lead_byte", "last_error", "error_text", "error_text_wide", "now", "nt_family",
+    "any", "system"};
 // clang-format on
 
 constexpr std::size_t index_of(Call call) { return static_cast<std::size_t>(call); }
