@@ -149,6 +149,9 @@ bool may_be_silent(const std::string& operation, const Way& way, Call call) {
     case Call::remove_directory:
       // The trees are removed quietly.
       return operation.find("::recurseRemoveDir") != std::string::npos;
+    case Call::open_folder:
+      // Nor is a folder that cannot be opened told of there.
+      return starts_with_any(operation, {"vu_fileutf8::recurseRemoveDir"});
     case Call::open:
       return operation.find("::try_open") != std::string::npos;
     default:
