@@ -189,11 +189,10 @@ bool last_line_is_open(std::string_view text) {
   return text.find('/', text.rfind('\n') + 1) != kNone;
 }
 
-/// Whether one write replaces the text whole or not at all, for any reader: nothing changes, or
-/// digits do within one sector. (The beginning of a number for a new counter has the same value:
+/// Whether one write replaces the text whole or not at all, for any reader: digits within one
+/// sector. (The beginning of a number for a new counter has the same value:
 /// zeros.) A line does not qualify, since a failing device may take a part of the write.
 bool is_replaced_at_once(std::string_view old_bytes, std::string_view new_text) {
-  if (old_bytes == new_text) return true;
   return (old_bytes.empty() || old_bytes.size() == new_text.size()) &&
          new_text.size() <= kSectorSize && old_bytes.find('/') == kNone &&
          new_text.find('/') == kNone;
@@ -217,6 +216,7 @@ std::optional<Interrupted> interrupted_in(std::string_view bytes) {
     return std::nullopt;
 
   Interrupted found;
+  found.base = static_cast<std::size_t>(*base);
   found.copy_at = room - static_cast<std::size_t>(*copied);
   found.text.reserve(static_cast<std::size_t>(*size));
   found.text.assign(bytes.substr(0, static_cast<std::size_t>(*base)));
@@ -239,8 +239,9 @@ std::string_view text_of(std::string_view bytes, std::string& storage) {
 Plan plan(std::string_view old_bytes, std::string_view new_text, std::size_t page) {
   Plan result;
   result.size = new_text.size();
+  result.reserve = new_text.size();
+  if (old_bytes == new_text) return result;
   if (is_replaced_at_once(old_bytes, new_text)) {
-    result.reserve = new_text.size();
     result.stages.push_back({{0, std::string(new_text)}});
     return result;
   }
@@ -254,11 +255,10 @@ Plan plan(std::string_view old_bytes, std::string_view new_text, std::size_t pag
     old_bytes = closed;
   }
 
-  // The copy begins with the line at the sector in which the texts begin to differ, and lies in
-  // sectors of its own: no byte of a sector that is written over in place is in the front alone.
+  // The copy begins at the sector in which the texts begin to differ, and lies in sectors of its
+  // own: no byte of a sector that is written over in place is in the front alone.
   const std::size_t from = start_of_difference(old_bytes, new_text);
-  const auto sector = static_cast<std::size_t>(sector_before(from));
-  const std::size_t base = sector == 0 ? 0 : new_text.rfind('\n', sector - 1) + 1;
+  const auto base = static_cast<std::size_t>(sector_before(from));
   const std::uint64_t copy_at =
       sector_before(std::max({old_size, old_bytes.size(), new_text.size()}) + kSectorSize - 1);
   std::string copy = escaped(new_text.substr(base));
@@ -277,7 +277,9 @@ Plan completion(std::string_view bytes, const Interrupted& found, std::size_t pa
   Plan result;
   result.size = found.text.size();
   result.reserve = bytes.size();
-  result.stages.push_back(over(front, found.text, start_of_difference(front, found.text), page));
+  // The sector before the copy's first byte is in the front alone.
+  const std::size_t from = std::max(found.base, start_of_difference(front, found.text));
+  result.stages.push_back(over(front, found.text, from, page));
   return result;
 }
 

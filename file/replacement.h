@@ -50,6 +50,7 @@ inline constexpr std::size_t kSectorSize = 512;
 /// A replacement that was interrupted behind its first flush.
 struct Interrupted {
   std::string text;         ///< the new text
+  std::size_t base = 0;     ///< where in the text the copy begins
   std::size_t copy_at = 0;  ///< where the front ends, at the latest
 };
 
@@ -72,7 +73,7 @@ struct Write {
 using Stage = std::vector<Write>;
 
 struct Plan {
-  /// Each is begun when the one before is flushed.
+  /// Each is begun when the one before is flushed. None where nothing changes.
   std::vector<Stage> stages;
   /// From here on the new text holds; an earlier stage leaves the old one as it is. An index of
   /// `stages`.

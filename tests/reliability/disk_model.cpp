@@ -13,6 +13,7 @@ using What = os::faults::Change::What;
 namespace {
 
 constexpr std::size_t kNoFile = static_cast<std::size_t>(-1);
+constexpr auto kNone = std::string_view::npos;
 
 std::uint64_t up_to_sector(std::uint64_t size) { return (size + kSector - 1) / kSector * kSector; }
 
@@ -57,7 +58,7 @@ void LooseFile::change(std::uint64_t begin, std::uint64_t end) {
     const auto at = static_cast<std::size_t>(n * kSector);
     std::string sector = at < m_seen.size() ? m_seen.substr(at, kSector) : std::string();
     sector.resize(kSector, '\0');
-    m_sectors[n].push_back(std::move(sector));
+    m_sectors[n].versions.push_back(std::move(sector));
   }
 }
 
@@ -71,6 +72,11 @@ void LooseFile::write(std::uint64_t offset, std::string_view bytes) {
       m_sizes.push_back(edge);
     }
     m_sizes.push_back(end);
+  }
+  for (std::uint64_t at = offset; at < std::min(end, old_size); at = (at / kSector + 1) * kSector) {
+    const auto in_sector = std::min(end, (at / kSector + 1) * kSector) - at;
+    const auto replaced = std::string_view(m_seen).substr(at, in_sector);
+    if (replaced.find_first_not_of('\0') != kNone) m_sectors[at / kSector].is_replaced = true;
   }
   m_seen.replace(static_cast<std::size_t>(offset), bytes.size(), bytes);
   change(std::min(offset, old_size), end);
@@ -91,7 +97,7 @@ void LooseFile::flush() {
   m_sizes.clear();
 }
 
-std::string LooseFile::image(std::mt19937_64& random) const {
+std::string LooseFile::image(std::mt19937_64& random, Missing missing) const {
   std::uint64_t size = m_certain.size();
   if (!m_sizes.empty()) {
     const std::uint64_t way = random() % 4;
@@ -101,13 +107,19 @@ std::string LooseFile::image(std::mt19937_64& random) const {
   std::string bytes = m_certain;
   bytes.resize(static_cast<std::size_t>(up_to_sector(std::max<std::uint64_t>(size, bytes.size()))),
                '\0');
+  // Most devices leave a missing sector as it was, so most images do.
+  const bool may_be_zeros = missing == Missing::kMayBeZeros && random() % 4 == 0;
   Choice choice(random, m_sectors.size());
   std::size_t n = 0;
-  for (const auto& [sector, versions] : m_sectors) {
-    const std::size_t version = choice.of(n++, versions.size());
-    const auto at = static_cast<std::size_t>(sector * kSector);
-    if (version == 0 || at >= bytes.size()) continue;
-    bytes.replace(at, kSector, versions[version - 1]);
+  for (const auto& [number, sector] : m_sectors) {
+    const std::size_t version = choice.of(n++, sector.versions.size());
+    const auto at = static_cast<std::size_t>(number * kSector);
+    if (at >= bytes.size()) continue;
+    if (version > 0) {
+      bytes.replace(at, kSector, sector.versions[version - 1]);
+    } else if (sector.is_replaced && may_be_zeros && random() % 2 == 0) {
+      bytes.replace(at, kSector, kSector, '\0');
+    }
   }
   bytes.resize(static_cast<std::size_t>(size));
   return bytes;
@@ -210,7 +222,10 @@ Tree DiskModel::image(std::mt19937_64& random) const {
   }
   Tree tree;
   for (const std::string& folder : folders) tree.emplace(folder, std::string());
-  for (const auto& [path, file] : names) tree.emplace(path, m_files[file].image(random));
+  for (const auto& [path, file] : names) {
+    const Missing missing = path.ends_with("/index") ? Missing::kIsOld : Missing::kMayBeZeros;
+    tree.emplace(path, m_files[file].image(random, missing));
+  }
   return tree;
 }
 

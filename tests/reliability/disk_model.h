@@ -19,12 +19,16 @@
 /// and the file's name with the folders above it. Of everything else each piece may be there or
 /// not, in any order: each sector of 512 bytes as any of the writes since then has made it, each
 /// size that the file has had, each change of a name. A sector that is missing is its old bytes, or
-/// zeros where the file had none.
+/// zeros. Old bytes become zeros only where a write has replaced some of them, and never those of a
+/// counter: a lost number costs nothing but numbers.
 namespace reliability {
 
 inline constexpr std::size_t kSector = 512;
 /// A file may be found with the size of a part of a write, at an edge of these.
 inline constexpr std::size_t kBlock = 4096;
+
+/// What a sector is that held bytes, of which a write has replaced some without reaching the disk.
+enum class Missing : std::uint8_t { kIsOld, kMayBeZeros };
 
 /// One file, and what of it is not certain.
 class LooseFile {
@@ -39,17 +43,20 @@ class LooseFile {
   const std::string& seen() const { return m_seen; }
   bool is_certain() const { return m_sectors.empty() && m_sizes.empty(); }
   /// Some content that the disk may hold.
-  std::string image(std::mt19937_64& random) const;
+  std::string image(std::mt19937_64& random, Missing missing = Missing::kMayBeZeros) const;
 
  private:
-  /// Of one sector: its content after each of the changes since the flush.
-  using Versions = std::vector<std::string>;
+  /// One sector, and the changes of it since the flush.
+  struct Sector {
+    std::vector<std::string> versions;  ///< its content after each of them
+    bool is_replaced = false;           ///< bytes in it, by a write
+  };
 
   void change(std::uint64_t begin, std::uint64_t end);
 
   std::string m_certain;
   std::string m_seen;
-  std::map<std::uint64_t, Versions> m_sectors;
+  std::map<std::uint64_t, Sector> m_sectors;
   std::vector<std::uint64_t> m_sizes;  ///< since the flush, in their order
 };
 

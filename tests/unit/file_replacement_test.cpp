@@ -376,6 +376,46 @@ TEST(FileReplacement, KeepsItsCopyInSectorsOfItsOwn) {
   }
 }
 
+/// The file with zeros in one of the sectors that these writes go to.
+std::vector<std::string> without_a_sector(const std::string& file,
+                                          const replacement::Stage& stage) {
+  constexpr std::size_t kSector = replacement::kSectorSize;
+  std::vector<std::string> torn;
+  for (const replacement::Write& write : stage) {
+    const std::size_t end = static_cast<std::size_t>(write.offset) + write.bytes.size();
+    for (std::size_t at = write.offset / kSector * kSector; at < end; at += kSector) {
+      torn.push_back(file);
+      torn.back().replace(at, kSector, kSector, '\0');
+    }
+  }
+  return torn;
+}
+
+TEST(FileReplacement, CopiesAllOfEverySectorThatItWritesOver) {
+  std::mt19937 random(14);
+  std::size_t completed = 0;
+  for (int round = 0; round < 100; ++round) {
+    const Case c = some_large_case(random);
+    const std::string old_text = text_of(c.old_entries);
+    const std::string new_text = text_of(c.new_entries);
+    const replacement::Plan plan = replacement::plan(old_text, new_text);
+    if (plan.first_over_old == 0) continue;
+    const std::string file = interrupted_file(old_text, new_text);
+    for (const std::string& torn : without_a_sector(file, plan.stages.back())) {
+      const auto found = replacement::interrupted_in(torn);
+      ASSERT_TRUE(found && found->text == new_text) << "round " << round;
+      // Nor does the save that completes it reach further.
+      const replacement::Plan completion = replacement::completion(torn, *found);
+      for (const std::string& again : without_a_sector(torn, completion.stages.back())) {
+        const auto left = replacement::interrupted_in(again);
+        ASSERT_TRUE(left && left->text == new_text) << "round " << round;
+        ++completed;
+      }
+    }
+  }
+  EXPECT_GT(completed, 100U);
+}
+
 TEST(FileReplacement, DoesNotTrustACopyOfWhichAnyByteIsAnother) {
   const std::string old_text = "a_0000000001/1\n";
   const std::string new_text = old_text + "b_0000000001/2\n";

@@ -292,22 +292,38 @@ TEST_F(IndexSaving, DropsALineWhoseFileNoSystemCouldName) {
   EXPECT_EQ(folder.index(), "a_0000000001/00000001\n");
 }
 
-TEST_F(IndexSaving, WritesInPlaceUnderOneLockWithOneFlush) {
+TEST_F(IndexSaving, WritesInPlaceUnderOneLock) {
   folder.write("00000001");
-  folder.set_index("a_0000000001/00000001\n");
+  folder.set_index("a_0000000001/00000001\nb_0000000001/gone\n");
   bool was_locked = false;
-  const auto hook = os::faults::before(Call::write, [&] {
-    vu_file reader(folder.path(), "index.dat");
-    EXPECT_TRUE(reader.try_open(vu_file::o_read, was_locked, true));
-  });
+  const auto hook = os::faults::before(
+      Call::write,
+      [&] {
+        vu_file reader(folder.path(), "index.dat");
+        EXPECT_TRUE(reader.try_open(vu_file::o_read, was_locked, true));
+        EXPECT_TRUE(was_locked);
+      },
+      1, Times::kLasting);
   os::faults::reset();
   rewrite();
   EXPECT_TRUE(was_locked);
-  EXPECT_EQ(os::faults::calls(Call::write), 1U);
-  EXPECT_EQ(os::faults::calls(Call::set_end), 0U) << "nothing to cut";
-  EXPECT_EQ(os::faults::calls(Call::flush), 1U);
+  EXPECT_EQ(os::faults::calls(Call::write), 2U) << "the copy, and the text";
+  EXPECT_EQ(os::faults::calls(Call::flush), 2U);
   EXPECT_EQ(os::faults::calls(Call::rename), 0U);
   EXPECT_EQ(os::faults::calls(Call::remove_file), 0U);
+  EXPECT_TRUE(index_is_free());
+  EXPECT_EQ(folder.names(), (Texts{"00000001", "index.dat"}));
+}
+
+TEST_F(IndexSaving, WritesNothingWhereTheTextIsTheSame) {
+  folder.write("00000001");
+  folder.set_index("a_0000000001/00000001\n");
+  os::faults::reset();
+  rewrite();
+  EXPECT_EQ(os::faults::calls(Call::write), 0U);
+  EXPECT_EQ(os::faults::calls(Call::set_end), 0U);
+  EXPECT_EQ(os::faults::calls(Call::flush), 0U);
+  EXPECT_EQ(folder.index(), "a_0000000001/00000001\n");
   EXPECT_TRUE(index_is_free());
   EXPECT_EQ(folder.names(), (Texts{"00000001", "index.dat"}));
 }
@@ -1007,7 +1023,7 @@ TEST_F(IndexSaving, LetsExceptionsOfWritingOut) {
 
 TEST_F(IndexSaving, LetsAVuFileExceptOfWritingOutToo) {
   folder.write("00000001");
-  folder.set_index("a_0000000001/00000001\n");
+  folder.set_index("a_0000000001/00000001\nb_0000000001/gone\n");
   recording_sink sink;
   {
     const auto fault = os::faults::throw_from(Call::write, vu_file_except("not guarded", 0));
@@ -1043,7 +1059,7 @@ TEST_F(IndexSaving, SwallowsAFailedReadWhileAnotherExceptionUnwinds) {
 
 TEST_F(IndexSaving, TracesTheTextOfWhateverItSwallows) {
   const auto swallowed = [this](const std::exception_ptr& exception) {
-    folder.set_index(" ");
+    folder.set_index("b_0000000001/gone\n");
     recording_sink sink;
     const auto fault = os::faults::fail_with(Call::write, exception);
     EXPECT_THROW(
