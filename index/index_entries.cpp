@@ -1,4 +1,4 @@
-#include <optional>
+#include <utility>
 
 #include "index/index_format.h"
 #include "index/index_source.h"
@@ -43,6 +43,24 @@ std::string STGIndex::_create(const std::string& logical, long timestamp) {
   return name;
 }
 
+namespace {
+
+void trace_removal(const std::string& folder) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  VU_TRACE_M(" STGIndex (remove) : Set need update flag to true: index.dat will be updated");
+  VU_TRACE_M("            folder : ", folder);
+}
+
+void remove_if_there(const std::string& path) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  if (!vu_file::exists(path)) return;
+  vu_file::chmodW(path);
+  vu_file::remove(path);
+  if (vu_file::exists(path)) VU_ERROR("STGIndex: removal of file failed: ", path);
+}
+
+}  // namespace
+
 void STGIndex::_remove(const std::string& logical, long timestamp) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   const std::string key = entryAndTS(logical, timestamp);
@@ -53,14 +71,9 @@ void STGIndex::_remove(const std::string& logical, long timestamp) {
   const std::string file = pName(it);
   const std::string path = m_folder + "\\" + file;
   m_state->file_changes(file);
-  m_state->erase(key);
-  if (vu_file::exists(path)) {
-    vu_file::chmodW(path);
-    vu_file::remove(path);
-    if (vu_file::exists(path)) VU_ERROR("STGIndex: removal of file failed: ", path);
-  }
-  VU_TRACE_M(" STGIndex (remove) : Set need update flag to true: index.dat will be updated");
-  VU_TRACE_M("            folder : ", m_folder);
+  m_state->take(key);
+  remove_if_there(path);
+  trace_removal(m_folder);
   m_needUpdate = true;
 }
 
@@ -88,40 +101,45 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
   // saved. Before that both are whole, also for whoever reads after an interruption.
   const std::string old_file = pName(old_entry);
   m_state->file_changes(old_file);
-  std::optional<std::string> replaced;
+  const bool replaces = _contains(newLogical, newTs);
   std::string replaced_file;
-  if (_contains(newLogical, newTs)) {
-    const auto it = m_state->lp().find(new_key);
-    replaced = it->second;
-    replaced_file = pName(it);
-    m_state->erase(new_key);
-    VU_TRACE_M(" STGIndex (remove) : Set need update flag to true: index.dat will be updated");
-    VU_TRACE_M("            folder : ", m_folder);
-  }
-
+  IndexState::Taken replaced;
+  const auto undo = [&] {
+    m_state->keep_file(old_file);
+    m_state->keep_file(replaced_file);
+    if (replaces && !replaced) return;
+    const IndexState::Taken made = m_state->withdraw(new_key);
+    m_state->put_back(std::move(replaced));
+    // Last, for it needs memory. A counter in trouble gives a name that another entry bears.
+    if (!made || m_state->pl().contains(made.by_key.mapped())) return;
+    remove_if_there(m_folder + "\\" +
+                    index_format::file_name_of(new_key, made.by_key.mapped()));
+    trace_removal(m_folder);
+  };
+  bool is_copied = false;
   try {
-    if (replaced) m_state->remove_after_save(replaced_file, IndexState::IfItStays::kError);
-    const std::string new_file = _create(newLogical, newTs);
-    if (!copy_and_flush(m_folder, old_file, new_file)) {
-      VU_ERROR("STGIndex: rename: copy failed: ", m_folder, "\\", old_file);
-      // A counter in trouble gives the name of the old file once more.
-      if (new_file == old_file) {
-        m_state->erase(new_key);
-      } else {
-        _remove(newLogical, newTs);
-      }
-      if (replaced) m_state->restore(new_key, *replaced, replaced_file);
-      return false;
+    // Required: the old entry stays in both maps. Its file goes with the save, so it is not written
+    // back.
+    m_state->remove_after_save(old_file, IndexState::IfItStays::kNothing);
+    if (replaces) {
+      replaced_file = pName(m_state->lp().find(new_key));
+      m_state->remove_after_save(replaced_file, IndexState::IfItStays::kError);
+      replaced = m_state->take(new_key);
+      trace_removal(m_folder);
     }
+    const std::string new_file = _create(newLogical, newTs);
+    is_copied = copy_and_flush(m_folder, old_file, new_file);
     // The same trouble may have given the name of the replaced file, which is the new one now.
-    m_state->keep_file(new_file);
+    if (is_copied) m_state->keep_file(new_file);
   } catch (...) {
-    if (replaced) m_state->restore(new_key, *replaced, replaced_file);
+    undo();
     throw;
   }
-  // Required: the old entry stays in both maps. Its file goes with the save, so it is not written
-  // back.
-  m_state->remove_after_save(old_file, IndexState::IfItStays::kNothing);
+  if (!is_copied) {
+    VU_ERROR("STGIndex: rename: copy failed: ", m_folder, "\\", old_file);
+    undo();
+    return false;
+  }
   VU_TRACE_M(" STGIndex (rename): Set need update flag to true: index.dat will be updated");
   VU_TRACE_M("           folder : ", m_folder);
   m_needUpdate = true;

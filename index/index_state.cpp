@@ -96,13 +96,33 @@ void IndexState::insert(const std::string& key, const std::string& stored) {
   maps().pl.emplace(stored, key);
 }
 
-void IndexState::erase(const std::string& key) {
+IndexState::Taken IndexState::take(const std::string& key) {
   Maps& maps = this->maps();
   const auto it = maps.lp.find(key);
   // Noted first: without memory for that nothing has changed.
   m_erased.emplace_back(it->first, it->second);
-  maps.pl.erase(it->second);
-  maps.lp.erase(it);
+  Taken entry;
+  entry.by_stored_name = maps.pl.extract(it->second);
+  entry.by_key = maps.lp.extract(it);
+  return entry;
+}
+
+IndexState::Taken IndexState::withdraw(const std::string& key) noexcept {
+  Taken entry;
+  if (!m_maps) return entry;
+  const auto it = m_maps->lp.find(key);
+  if (it == m_maps->lp.end()) return entry;
+  const auto named = m_maps->pl.find(it->second);
+  if (named != m_maps->pl.end() && named->second == key)
+    entry.by_stored_name = m_maps->pl.extract(named);
+  entry.by_key = m_maps->lp.extract(it);
+  return entry;
+}
+
+void IndexState::put_back(Taken&& entry) noexcept {
+  if (!entry) return;
+  m_maps->lp.insert(std::move(entry.by_key));
+  if (!entry.by_stored_name.empty()) m_maps->pl.insert(std::move(entry.by_stored_name));
 }
 
 void IndexState::remove_after_save(const std::string& file, IfItStays if_it_stays) {
@@ -128,13 +148,6 @@ bool IndexState::remove_replaced_files() {
     are_gone = false;
   }
   return are_gone;
-}
-
-void IndexState::restore(const std::string& key, const std::string& stored,
-                         const std::string& file) {
-  m_files_to_remove.erase(file);
-  maps().lp[key] = stored;
-  maps().pl.emplace(stored, key);
 }
 
 void IndexState::file_changes(const std::string& name) {

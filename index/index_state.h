@@ -84,21 +84,28 @@ class IndexState {
 
   /// Enters an entry into both maps, where what is there stays.
   void insert(const std::string& key, const std::string& stored);
+  /// An entry that is in neither map any more, or none. Its nodes go back without new memory.
+  struct Taken {
+    NameMap::node_type by_key;
+    NameMap::node_type by_stored_name;
+    explicit operator bool() const { return !by_key.empty(); }
+  };
   /// Takes an entry out of both maps. Its file is about to be removed; where that fails, the save
-  /// brings the entry back.
-  void erase(const std::string& key);
+  /// brings the entry back. Where this raises nothing has changed.
+  Taken take(const std::string& key);
+  /// Undoes insert(), as far as it came. No entry is taken where none bears the key.
+  Taken withdraw(const std::string& key) noexcept;
+  /// Undoes take(); no entry bears the key meanwhile.
+  void put_back(Taken&& entry) noexcept;
   /// A file of the folder goes when the save is over: until then whoever reads finds the entries
   /// from before. The save judges lines as if it had gone already.
   void remove_after_save(const std::string& file, IfItStays if_it_stays);
   /// Whether a generated name is that of such a file.
   bool is_to_be_removed(const std::string& name) const;
   /// The file stays after all.
-  void keep_file(const std::string& file) { m_files_to_remove.erase(file); }
+  void keep_file(const std::string& file) noexcept { m_files_to_remove.erase(file); }
   /// Removes these files, once the save is over. @return whether they are gone.
   bool remove_replaced_files();
-  /// Brings an entry back that erase() took out, with its file that remove_after_save() was told
-  /// of.
-  void restore(const std::string& key, const std::string& stored, const std::string& file);
   /// A file of the folder is about to go or to get another name: the lines that may lead to it are
   /// judged again by the save.
   void file_changes(const std::string& name);

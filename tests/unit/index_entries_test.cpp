@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <set>
 #include <string>
 #include <utility>
@@ -504,6 +505,20 @@ TEST_F(IndexRename, LeavesLinesOfWhichTheSystemDoesNotTell) {
   }
 }
 
+TEST_F(IndexRename, KeepsTheOldLineWhereTheSystemDoesNotTellWhetherTheFileHasGone) {
+  folder.write("00000001.kdb", "bytes");
+  folder.write("index", "00000001");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  std::unique_ptr<const os::faults::Fault> silence;
+  const auto refusal = os::faults::fail(Call::remove_file, kRefused, 1, Times::kLasting);
+  const auto hook = os::faults::before(Call::remove_file, [&] {
+    silence.reset(new os::faults::Fault(os::faults::fail(Call::probe_search, kRefused)));
+  });
+  STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 1);
+  EXPECT_EQ(silence->hits(), 1U);
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\n");
+}
+
 TEST_F(IndexRename, DoesNothingForAnEntryThatIsMissing) {
   folder.write("00000002.kdb", "bytes");
   folder.set_index("b.kdb_0000000002/00000002\n");
@@ -603,6 +618,46 @@ TEST_F(IndexRename, KeepsTheSourceWhenTheCopyRaises) {
             1U);
   EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\n");
   EXPECT_EQ(folder.read("00000001.kdb"), "bytes");
+}
+
+TEST_F(IndexRename, EndsBeforeOrAfterWhereverAnExceptionStrikes) {
+  for (const std::string target : {"", "n.kdb_0000000000/n.kdb\n", "n.kdb_0000000000/00000002\n"}) {
+    const std::string text = "a.kdb_0000000001/00000001\n" + target;
+    const std::string target_file = target.ends_with("2\n") ? "00000002.kdb" : "n.kdb";
+    bool is_over = false;
+    for (std::uint64_t nth = 1; !is_over; ++nth) {
+      SCOPED_TRACE(testing::Message() << target << "call " << nth);
+      const index_folder place;
+      place.write("00000001.kdb", "bytes of a");
+      if (!target.empty()) place.write(target_file, "bytes of n");
+      place.write("index", "00000002");
+      place.set_index(text);
+      {
+        STGIndex index = Peer::load(place.path());
+        // As in a migration, or after adoption: there will be a save, whatever happens here.
+        Peer::set_need_update(index);
+        const auto fault = os::faults::throw_from(Call::system, std::bad_alloc(), nth);
+        try {
+          Peer::_rename(index, "a.kdb", 1, "n.kdb", 0);
+        } catch (const std::bad_alloc&) {
+        }
+        is_over = fault.hits() == 0;
+      }
+      if (place.index() == text) {
+        EXPECT_EQ(place.read("00000001.kdb"), "bytes of a");
+        if (!target.empty()) {
+          EXPECT_EQ(place.read(target_file), "bytes of n");
+        }
+        EXPECT_EQ(place.names().size(), target.empty() ? 3U : 4U) << "no file besides";
+      } else {
+        // A counter in trouble gives a name of its own.
+        const std::string stored = place.has("99999999.kdb") ? "99999999" : "00000003";
+        EXPECT_EQ(place.index(), "n.kdb_0000000000/" + stored + "\n");
+        EXPECT_EQ(place.read(stored + ".kdb"), "bytes of a");
+        EXPECT_EQ(place.names(), (Texts{stored + ".kdb", "index", "index.dat"}));
+      }
+    }
+  }
 }
 
 TEST_F(IndexRename, KeepsTheEntryWhoseFileHasGone) {
