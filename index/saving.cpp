@@ -129,7 +129,7 @@ class IndexSave {
       while (mine != lp.end() && mine->first < line.key) ++mine;
       const bool is_known =
           mine != lp.end() && mine->first == line.key && mine->second == line.stored;
-      if (!is_known) merge_entry(line.key, line.stored);
+      if (!is_known) merge_entry(line);
     }
   }
 
@@ -153,7 +153,7 @@ class IndexSave {
       }
       switch (judge(line.key, line.stored)) {
         case LineState::kValid:
-          merge_entry(line.key, line.stored);
+          merge_entry(line);
           break;
         case LineState::kUnknown:
           m_unknown.push_back(line);
@@ -164,19 +164,22 @@ class IndexSave {
     }
   }
 
-  void merge_entry(std::string_view key, std::string_view stored) {
+  void merge_entry(const IndexLine& line) {
     VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
     IndexState::Maps& maps = m_state.maps();
-    const auto [mine, is_new] = maps.lp.emplace(key, stored);
+    const auto [mine, is_new] = maps.lp.emplace(line.key, line.stored);
     if (!is_new) {
+      if (mine->second == line.stored) return;
       // Somebody may have removed the entry since it was loaded here, and made it anew: a line of
-      // mine whose file is gone must not keep the new one out.
-      if (mine->second == stored || judge(key, mine->second) != LineState::kMissing) return;
+      // mine whose file is gone must not keep the new one out. Where nobody knows both stay.
+      const LineState state = judge(line.key, mine->second);
+      if (state == LineState::kUnknown) m_unknown.push_back(line);
+      if (state != LineState::kMissing) return;
       maps.pl.erase(mine->second);
-      mine->second = stored;
+      mine->second = line.stored;
     }
-    VU_TRACE_M(" add in my maps ", key, "/", stored);
-    maps.pl.emplace(stored, key);
+    VU_TRACE_M(" add in my maps ", line.key, "/", line.stored);
+    maps.pl.emplace(line.stored, line.key);
   }
 
   // ---- judge ---------------------------------------------------------------------------------

@@ -589,6 +589,28 @@ TEST_F(IndexMigration, IsNotBegunWhereSomethingCannotBeReadForCertain) {
   EXPECT_GT(not_begun, 5U);
 }
 
+TEST_F(IndexMigration, IsNotBegunBesideALineOfWhichTheSystemDoesNotTell) {
+  const std::string list = "no name\n1\ta%20\tB\t1\t1\tf\t\n";
+  make_mail_folder();
+  write("1#1#1#a%20.kdb", "a");
+  write("read.txt", list);
+  write("index.dat",
+        "1#1#1#a%20.kdb_0000000000/1#1#1#a%20.kdb\nread.txt_0000000000/read.txt\n"
+        "z.kdb_0000000001/elsewhere\n");
+  recording_sink sink;
+  {
+    const auto fault = os::faults::fail(Call::probe_search, kRefused, 1, Times::kLasting);
+    migrate();
+  }
+  EXPECT_EQ(sink.count(trace_event::error, not_begun_text()), 1U);
+  EXPECT_EQ(read("1#1#1#a%20.kdb"), "a");
+  EXPECT_EQ(read("read.txt"), list);
+  EXPECT_FALSE(is_marked());
+  migrate();
+  EXPECT_EQ(entry("1#1#1#a .kdb"), "a");
+  EXPECT_TRUE(is_marked());
+}
+
 TEST_F(IndexMigration, SavesTheListAlsoWhenTheIndexCannotBeMerged) {
   make_mail_folder();
   write("1#1#1#a%20.kdb", "a");

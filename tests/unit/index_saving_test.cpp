@@ -264,6 +264,26 @@ TEST_F(IndexSaving, KeepsTheOrderOfTwoLinesOfOneKeyOfWhichOneIsNotKnown) {
   }
 }
 
+TEST_F(IndexSaving, KeepsBothLinesOfAKeyWhereNobodyKnowsWhetherMineStillCounts) {
+  folder.write("00000001");
+  folder.write("00000002");
+  folder.set_index("a_0000000001/00000001\n");
+  {
+    STGIndex index = Peer::load(folder.path());
+    // Somebody removes the entry and makes it anew; then the system does not tell.
+    folder.erase("00000001");
+    folder.set_index("a_0000000001/00000002\n");
+    Peer::set_need_update(index);
+    const auto fault = os::faults::fail(Call::probe_search, kRefused, 1, Times::kLasting);
+    Peer::saveIndexFile(index);
+    Peer::clear_need_update(index);
+    EXPECT_GE(fault.hits(), 1U);
+  }
+  EXPECT_EQ(folder.index(), "a_0000000001/00000001\na_0000000001/00000002\n");
+  rewrite();
+  EXPECT_EQ(folder.index(), "a_0000000001/00000002\n");
+}
+
 TEST_F(IndexSaving, IsNotStoppedByALineThatLeadsWhereNobodyMayLook) {
   // Whatever a line holds that this library did not write: other entries are saved.
   folder.write("00000001.kdb");
