@@ -36,6 +36,7 @@ set(vu_reliability_selection
   "alarms 0 70"
   "alarms-noticed 1 1"
   "checkers 0 0"
+  "clean-crowd 300 30"
   "crowd 800 160"
   "crowd-noticed 50 20"
   "faults 1200 60"

@@ -157,6 +157,7 @@ set(VU_RELIABILITY_SOURCES
   tests/reliability/alarms.cpp
   tests/reliability/allocations.cpp
   tests/reliability/checkers.cpp
+  tests/reliability/clean_crowd.cpp
   tests/reliability/crowd.cpp
   tests/reliability/disk_model.cpp
   tests/reliability/fault_rules.cpp

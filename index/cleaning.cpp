@@ -102,9 +102,12 @@ void sweep_orphans(const IndexState& own, const IndexState& now, const vu_utf8st
   add_physical_names(now, physical_names);
   add_physical_names(own, physical_names);
 
+  const std::string index_file = own.folder() + "\\" + kIndexFile;
   for (const vu_utf8string& name : names) {
     if (index_format::is_index_file(name.str())) continue;
     if (is_accounted_for(physical_names, name.str())) continue;
+    // Without an index there was nothing to lock: whoever makes one by now has files here.
+    if (now.loaded() == nullptr && presence_of(index_file) != Presence::kMissing) return;
     const vu_utf8string path = base + name;
     const std::uint64_t time = time_of(path, use_access_time).value_or(0);
     // Required: a point in time against a duration.
@@ -143,8 +146,11 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
     const vu_utf8string path = base + vu_utf8string(name_on_disk(key, stored));
     sort_out(key, stored, age_of(time_of(path, useAccessTime), now));
   });
-  index.m_state->visit_unknown(
-      [&](std::string_view key, std::string_view stored) { sort_out(key, stored, 0); });
+  // A line of which nobody knows whether its file is there stays, with the age 0.
+  if (limit != 0) {
+    index.m_state->visit_unknown(
+        [&](std::string_view key, std::string_view stored) { sort_out(key, stored, 0); });
+  }
 
   const Names names = vu_fileutf8::filenames(base);
   Names sorted = names;
@@ -155,8 +161,6 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
     const std::string file = name_on_disk(key, stored);
     VU_TRACE_XS("          Removing entry=", entry, " ts=", timestamp, " nameOnFS=", file);
     index._remove(entry, timestamp);
-    // A line that nobody knows of stays, and so do the parts of its document.
-    if (index.m_state->unknown_line(key) != nullptr) continue;
     const auto [first, last] = with_prefix(sorted, file + "_");
     cleanOutputDirectories(base, Names(first, last), file, nullptr);
   }

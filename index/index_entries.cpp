@@ -4,7 +4,6 @@
 #include "index/index_source.h"
 #include "index/index_state.h"
 #include "platform/host/trace.h"
-#include "platform/os/os.h"
 #include "stg_index.h"
 
 // Changes of entries, in memory and on their files.
@@ -36,6 +35,7 @@ std::string STGIndex::_create(const std::string& logical, long timestamp) {
     vu_file file(m_folder, name);
     file.open(o_append);
     file.close();
+    m_state->file_is_made(key, {});
   }
   VU_TRACE_M(" STGIndex (create): Set need update flag to true: index.dat will be updated");
   VU_TRACE_M("           folder : ", m_folder);
@@ -77,17 +77,6 @@ void STGIndex::_remove(const std::string& logical, long timestamp) {
   m_needUpdate = true;
 }
 
-namespace {
-
-/// Copies a file over another one of its folder, and has the copy on the device.
-bool copy_and_flush(const std::string& folder, const std::string& from, const std::string& to) {
-  const std::string target = folder + "\\" + to;
-  return from != to && vu_file::copyFile(folder + "\\" + from, target, true) &&
-         os::flush_file(target).ok();
-}
-
-}  // namespace
-
 bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::string& newLogical,
                        long newTs) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
@@ -110,7 +99,7 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
     if (replaces && !replaced) return;
     const IndexState::Taken made = m_state->withdraw(new_key);
     m_state->put_back(std::move(replaced));
-    // Last, for it needs memory. A counter in trouble gives a name that another entry bears.
+    // Last, for it needs memory. The file of another entry stays.
     if (!made || m_state->pl().contains(made.by_key.mapped())) return;
     remove_if_there(m_folder + "\\" +
                     index_format::file_name_of(new_key, made.by_key.mapped()));
@@ -128,9 +117,11 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
       trace_removal(m_folder);
     }
     const std::string new_file = _create(newLogical, newTs);
-    is_copied = copy_and_flush(m_folder, old_file, new_file);
-    // The same trouble may have given the name of the replaced file, which is the new one now.
-    if (is_copied) m_state->keep_file(new_file);
+    // A counter in trouble gives the name of a file that another entry bears, or this one bore.
+    const auto bearer = m_state->pl().find(*m_state->find(new_key));
+    const bool is_new = bearer->second == new_key && new_file != replaced_file;
+    is_copied = is_new && copy_and_flush(m_folder, old_file, new_file);
+    if (is_copied) m_state->file_is_made(new_key, {old_file, replaced_file});
   } catch (...) {
     undo();
     throw;

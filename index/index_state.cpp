@@ -7,6 +7,7 @@
 
 #include "index/index_source.h"
 #include "platform/host/trace.h"
+#include "platform/os/os.h"
 #include "vu_file.h"
 
 namespace {
@@ -104,11 +105,17 @@ IndexState::Taken IndexState::take(const std::string& key) {
   Taken entry;
   entry.by_stored_name = maps.pl.extract(it->second);
   entry.by_key = maps.lp.extract(it);
+  m_made.erase(key);
   return entry;
+}
+
+void IndexState::file_is_made(const std::string& key, Making how) {
+  m_made.insert_or_assign(key, std::move(how));
 }
 
 IndexState::Taken IndexState::withdraw(const std::string& key) noexcept {
   Taken entry;
+  m_made.erase(key);
   if (!m_maps) return entry;
   const auto it = m_maps->lp.find(key);
   if (it == m_maps->lp.end()) return entry;
@@ -159,6 +166,16 @@ void IndexState::file_changes(const std::string& name) {
 void IndexState::set_maps(NameMap lp, NameMap pl) {
   for (const auto& [key, stored] : lp) m_doubtful.insert(key);
   m_maps = Maps{std::move(lp), std::move(pl)};
+}
+
+bool copy_and_flush(const std::string& folder, const std::string& from, const std::string& to) {
+  constexpr int kAttempts = 3;
+  const std::string target = folder + "\\" + to;
+  for (int i = 0; i < kAttempts && vu_file::copyFile(folder + "\\" + from, target, true); ++i) {
+    const os::Status flushed = os::flush_file(target);
+    if (flushed.failure() != os::Failure::kNotFound) return flushed.ok();
+  }
+  return false;
 }
 
 void add_physical_names(const IndexState& state, NameMap& out) {

@@ -97,6 +97,15 @@ class IndexState {
   Taken withdraw(const std::string& key) noexcept;
   /// Undoes take(); no entry bears the key meanwhile.
   void put_back(Taken&& entry) noexcept;
+  /// How an operation made the file of a new entry: empty, or as a copy of `source`, in the place
+  /// of another entry with the file `replaced`. Names are empty where there is none.
+  struct Making {
+    std::string source;
+    std::string replaced;
+  };
+  /// A clean that does not find the new entry in the index yet may sweep its file; then the save
+  /// makes it again.
+  void file_is_made(const std::string& key, Making how);
   /// A file of the folder goes when the save is over: until then whoever reads finds the entries
   /// from before. The save judges lines as if it had gone already.
   void remove_after_save(const std::string& file, IfItStays if_it_stays);
@@ -127,10 +136,15 @@ class IndexState {
   mutable std::optional<Maps> m_maps;
 
   std::vector<Entry> m_erased;
+  std::map<std::string, Making> m_made;  // by their keys
   std::map<std::string, IfItStays> m_files_to_remove;
   std::set<std::size_t> m_changed;                // files of the listing
   std::set<std::string, std::less<>> m_doubtful;  // keys whose lines the save judges again
 };
+
+/// Copies a file over another one of its folder, and has the copy on the device. A clean that does
+/// not know the copy may sweep it meanwhile; then it is made again.
+bool copy_and_flush(const std::string& folder, const std::string& from, const std::string& to);
 
 /// Enters the physical file name -> logical name of each entry.
 void add_physical_names(const IndexState& state, IndexState::NameMap& out);

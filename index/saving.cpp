@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "file/handle_core.h"
@@ -72,6 +73,7 @@ class IndexSave {
     const FileText bytes = read();
     std::string storage;
     find_doubtful();
+    make_swept_files_again();
     merge(std::string(replacement::text_of(bytes.view(), storage)));
     const std::string text = this->text();
     const replacement::Holds holds = replace_and_close(m_index, bytes.view(), text);
@@ -107,6 +109,46 @@ class IndexSave {
                m_state.folder());
       throw;
     }
+  }
+
+  // ---- what was swept --------------------------------------------------------------------------
+
+  /// A clean that did not find an entry of this operation in the index may have swept its file.
+  /// Now nobody sweeps, for the index is locked: so the file is made again, and stays.
+  void make_swept_files_again() {
+    m_made = std::exchange(m_state.m_made, {});
+    for (const auto& [key, how] : m_made) {
+      const std::string* const stored = m_state.find(key);
+      if (stored == nullptr) continue;
+      if (judge(key, *stored) == LineState::kMissing && !make_again(key, *stored, how.source)) {
+        m_state.keep_file(how.source);
+        m_state.keep_file(how.replaced);
+        m_state.withdraw(key);
+      } else {
+        m_sure.insert(key);
+      }
+    }
+  }
+
+  /// @return whether the file is there.
+  bool make_again(const std::string& key, const std::string& stored, const std::string& source) {
+    VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+    const std::string file = index_format::file_name_of(key, stored);
+    VU_WARNING("STGIndex: made again, for it was removed before the index named it: ",
+               m_state.folder(), "\\", file);
+    if (source.empty()) {
+      try {
+        vu_file empty(m_state.folder(), file);
+        empty.open(vu_file::o_append);
+        empty.close();
+      } catch (const vu_file_except&) {
+        return false;  // traced by the handle
+      }
+      return true;
+    }
+    if (copy_and_flush(m_state.folder(), source, file)) return true;
+    VU_ERROR("STGIndex: rename: copy failed: ", m_state.folder(), "\\", source);
+    return false;
   }
 
   // ---- merge ---------------------------------------------------------------------------------
@@ -222,7 +264,7 @@ class IndexSave {
 
   /// Whether the save writes an entry of mine. Most were judged by the loading.
   bool is_written(std::string_view key, std::string_view stored) {
-    const bool is_judged = !m_judges_all && !m_doubtful.contains(key);
+    const bool is_judged = m_sure.contains(key) || (!m_judges_all && !m_doubtful.contains(key));
     return is_judged || judge(key, stored) != LineState::kMissing;
   }
 
@@ -287,6 +329,8 @@ class IndexSave {
   std::vector<IndexLine> m_unknown;
   std::size_t m_named = 0;
   std::set<std::string_view> m_doubtful;
+  std::map<std::string, IndexState::Making> m_made;
+  std::set<std::string_view> m_sure;  ///< those of m_made whose files are there
   std::map<std::string_view, const char*> m_first_valid;  ///< key -> where its line stands
 };
 

@@ -207,6 +207,18 @@ TEST_F(IndexCleaning, KeepsALineOfWhichTheSystemDoesNotTell) {
             1U);
 }
 
+TEST_F(IndexCleaning, DoesNotCountALineThatStaysWhereEverythingIsToGo) {
+  write_aged("00000001.kdc", kDay);
+  make_folder(folder.path("00000002.kdc_parts"));
+  folder.set_index("a.kdc_0000000001/00000001\nb.kdc_0000000001/00000002\n");
+  const auto fault = os::faults::fail(Call::probe_search, kRefused, 2, Times::kOnce);
+  EXPECT_EQ(clean(0), 1U);
+  EXPECT_EQ(fault.hits(), 1U);
+  EXPECT_EQ(kept, AgeMap());
+  EXPECT_EQ(folder.index(), "b.kdc_0000000001/00000002\n");
+  EXPECT_TRUE(folder.has("00000002.kdc_parts")) << "the parts of a document that stays";
+}
+
 /// The age under which a version is kept.
 unsigned long age_of(std::int64_t time, std::int64_t now) {
   const synchronisation off(false);

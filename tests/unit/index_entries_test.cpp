@@ -427,24 +427,39 @@ TEST_F(IndexRename, RemovesNothingWhenTheIndexCannotBeSaved) {
   }
 }
 
-TEST_F(IndexRename, SurvivesACounterThatGivesTheReplacedNumberAgain) {
-  // The counter is lost; or it counts no further, and the replaced file has the name for that.
-  struct Trouble {
-    std::string stored;
-    std::string counter;
-    std::string given;
-  };
-  for (const Trouble& trouble :
-       {Trouble{"00000001", "", "00000002"}, Trouble{"00000000", "-3", "00000000"}}) {
-    folder.write("00000007.kdb", "bytes of a");
-    folder.write(trouble.stored + ".kdb", "bytes of b");
-    folder.write("index", trouble.counter);
-    folder.set_index("a.kdb_0000000001/00000007\nb.kdb_0000000001/" + trouble.stored + "\n");
-    STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 1);
-    EXPECT_EQ(folder.index(), "b.kdb_0000000001/" + trouble.given + "\n");
-    EXPECT_EQ(folder.read(trouble.given + ".kdb"), "bytes of a");
-    EXPECT_EQ(folder.names(), (Texts{trouble.given + ".kdb", "index", "index.dat"}));
-    folder.erase(trouble.given + ".kdb");
+TEST_F(IndexRename, TakesANumberThatIsFreeWhenTheCounterIsLost) {
+  folder.write("00000007.kdb", "bytes of a");
+  folder.write("00000001.kdb", "bytes of b");
+  folder.set_index("a.kdb_0000000001/00000007\nb.kdb_0000000001/00000001\n");
+  STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 1);
+  EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000002\n");
+  EXPECT_EQ(folder.read("00000002.kdb"), "bytes of a");
+  EXPECT_EQ(folder.names(), (Texts{"00000002.kdb", "index", "index.dat"}));
+}
+
+TEST_F(IndexRename, CopiesOverNoFileOfAnEntryWhenTheCounterIsInTrouble) {
+  // The counter counts no further, and the first name of all is given, or it cannot be read at all.
+  for (const std::string given : {"00000000", "99999999"}) {
+    for (const std::string target : {"b.kdb", "c.kdb"}) {
+      const index_folder place;
+      const std::string text =
+          "a.kdb_0000000001/00000007\nb.kdb_0000000001/" + given + "\n";
+      place.write("00000007.kdb", "bytes of a");
+      place.write(given + ".kdb", "bytes of b");
+      place.write("index", "-3");
+      place.set_index(text);
+      recording_sink sink;
+      {
+        const auto fault = os::faults::fail(Call::open, kRefused, given == "99999999" ? 2 : 1000);
+        STGIndex::rename(place.path(), "a.kdb", 1, target, 1);
+      }
+      EXPECT_EQ(sink.count(trace_event::error,
+                           "STGIndex: rename: copy failed: " + place.path("00000007.kdb")),
+                1U);
+      EXPECT_EQ(place.index(), text);
+      EXPECT_EQ(place.read("00000007.kdb"), "bytes of a");
+      EXPECT_EQ(place.read(given + ".kdb"), "bytes of b");
+    }
   }
 }
 
@@ -658,6 +673,81 @@ TEST_F(IndexRename, EndsBeforeOrAfterWhereverAnExceptionStrikes) {
       }
     }
   }
+}
+
+// A clean of another process takes every file that the index does not name.
+
+TEST_F(IndexEntries, GetTheirFileAgainThatACleanSweptBeforeTheSave) {
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  folder.write("00000001.kdb", "bytes of a");
+  folder.write("index", "00000001");
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    Peer::_create(index, "b.kdb", 1);
+    folder.erase("00000002.kdb");
+  }
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\n");
+  EXPECT_EQ(folder.read("00000002.kdb"), "");
+  EXPECT_EQ(
+      sink.events(trace_event::warning),
+      Texts{"STGIndex: made again, for it was removed before the index named it: " +
+            folder.path("00000002.kdb")});
+}
+
+TEST_F(IndexEntries, DoNotGetAFileAgainOnceTheyAreRemoved) {
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  folder.write("00000001.kdb", "bytes of a");
+  folder.write("index", "00000001");
+  {
+    STGIndex index = Peer::load(folder.path());
+    Peer::_create(index, "b.kdb", 1);
+    Peer::_remove(index, "b.kdb", 1);
+  }
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\n");
+  EXPECT_EQ(folder.names(), (Texts{"00000001.kdb", "index", "index.dat"}));
+}
+
+TEST_F(IndexRename, CopiesAgainWhatACleanSweptBeforeTheSave) {
+  const std::string source = "a.kdb_0000000001/00000001\n";
+  for (const std::string target : {"", "b.kdb_0000000001/00000002\n"}) {
+    for (const bool copy_fails : {false, true}) {
+      const index_folder place;
+      place.set_index(source + target);
+      place.write("00000001.kdb", "bytes of a");
+      if (!target.empty()) place.write("00000002.kdb", "bytes of b");
+      place.write("index", "00000002");
+      {
+        STGIndex index = Peer::load(place.path());
+        EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 1));
+        place.erase("00000003.kdb");
+        const auto fault =
+            os::faults::fail(Call::copy, kRefused, copy_fails ? 1 : 2, Times::kLasting);
+        Peer::saveIndexFile(index);
+        Peer::clear_need_update(index);
+      }
+      if (copy_fails) {
+        EXPECT_EQ(place.index(), source + target);
+        EXPECT_EQ(place.read("00000001.kdb"), "bytes of a");
+        EXPECT_EQ(place.has("00000002.kdb"), !target.empty());
+      } else {
+        EXPECT_EQ(place.index(), "b.kdb_0000000001/00000003\n");
+        EXPECT_EQ(place.read("00000003.kdb"), "bytes of a");
+        EXPECT_EQ(place.names().size(), 3U);
+      }
+    }
+  }
+}
+
+TEST_F(IndexRename, CopiesAgainWhatACleanSweptWithinTheCopy) {
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  folder.write("00000001.kdb", "bytes of a");
+  folder.write("index", "00000001");
+  const auto hook =
+      os::faults::before(Call::flush_file, [&] { folder.erase("00000002.kdb"); });
+  STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 1);
+  EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000002\n");
+  EXPECT_EQ(folder.read("00000002.kdb"), "bytes of a");
 }
 
 TEST_F(IndexRename, KeepsTheEntryWhoseFileHasGone) {

@@ -264,6 +264,17 @@ TEST_F(IndexSaving, KeepsTheOrderOfTwoLinesOfOneKeyOfWhichOneIsNotKnown) {
   }
 }
 
+TEST_F(IndexSaving, PutsLinesOfWhichTheSystemDoesNotTellIntoOrder) {
+  folder.write("00000001");
+  folder.set_index("c_0000000001/00000002\na_0000000001/00000003\nb_0000000001/00000001\n");
+  {
+    const auto fault = os::faults::fail(Call::probe_search, kRefused, 1, Times::kLasting);
+    rewrite();
+  }
+  EXPECT_EQ(folder.index(),
+            "a_0000000001/00000003\nb_0000000001/00000001\nc_0000000001/00000002\n");
+}
+
 TEST_F(IndexSaving, KeepsBothLinesOfAKeyWhereNobodyKnowsWhetherMineStillCounts) {
   folder.write("00000001");
   folder.write("00000002");
