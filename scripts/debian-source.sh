@@ -72,7 +72,6 @@ updated=yes
 apt-get -c "$state/apt.conf" -q update >"$state/update.log" 2>&1 || updated=no
 if ! (cd "$folder" && apt-get -c "$state/apt.conf" -q --download-only source "$package") \
   >"$state/source.log" 2>&1; then
-  [ "$updated" = yes ] || tail -n 20 "$state/update.log" >&2
-  tail -n 20 "$state/source.log" >&2
+  if [ "$updated" = yes ]; then lines_that_matter "$state/source.log" >&2; else lines_that_matter "$state/update.log" >&2; fi
   die "Debian's source package '$package' could not be fetched; check the network and $etc/sources.list*"
 fi

@@ -15,7 +15,29 @@ die() {
   exit 1
 }
 
-# Runs "$@" with its output in a log file; shows the end of the log when it fails.
+# The lines of a log that tell what went wrong, three at most: a compiler's, linker's, CMake's or apt's
+# complaints, else its last words.
+lines_that_matter() {
+  awk '
+    { sub(/\r$/, "") }
+    /^[ \t]*$/ { next }
+    { last[seen++ % 3] = $0 }
+    # The flag -Werror of a command line is none.
+    /^CMake Error/ { follow = 3 }
+    follow > 0 || /(^|[^-a-zA-Z])([Ee]rror|ERROR|fatal): |^E: |undefined reference|No space left/ {
+      if (follow > 0) follow--
+      if (found < 3) matter[found++] = $0
+    }
+    END {
+      if (found == 0) {
+        found = seen < 3 ? seen : 3
+        for (i = 0; i < found; i++) matter[i] = last[(seen - found + i) % 3]
+      }
+      for (i = 0; i < found; i++) print substr(matter[i], 1, 300)
+    }' "$1"
+}
+
+# Runs "$@" with its output in a log file; shows what went wrong when it fails.
 # quietly <log file> <what it is, for the error line> <command...>
 quietly() {
   local log=$1 what=$2
@@ -26,7 +48,7 @@ quietly() {
     [ -z "${step_lock-}" ] || exec {step_lock}>&-
     "$@"
   ) >"$log" 2>&1; then
-    tail -n 40 "$log" >&2
+    lines_that_matter "$log" >&2
     die "$what failed; the whole output is in $log"
   fi
 }

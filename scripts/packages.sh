@@ -105,5 +105,5 @@ for try in 1 2 3 4 5 6; do
   say "another program is using apt; waiting (try $try of 6)"
   sleep 10
 done
-tail -n 20 "$log" >&2
+lines_that_matter "$log" >&2
 die "apt-get could not install ${packages[*]}; check the network and the package sources, then run this again (log: $log)"

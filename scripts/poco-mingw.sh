@@ -23,7 +23,7 @@ rm -rf "$work"
 mkdir -p "$work/source" "$work/shims"
 # This Debian's own; not every server keeps the sources of each one, and Debian 12's serves as well.
 if ! "$ROOT/scripts/debian-source.sh" poco "$work/fetched" 2>"$work/fetch.log"; then
-  say "this Debian's source package of POCO cannot be had here; taking Debian 12's"
+  say "note: this Debian's source package of POCO cannot be had here; Debian 12's was taken"
   rm -rf "$work/fetched"
   "$ROOT/scripts/debian-source.sh" poco "$work/fetched" bookworm
 fi

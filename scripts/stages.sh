@@ -3,15 +3,6 @@
 # On a terminal the line of a stage tells how far it is (ninja's and CTest's own counts); elsewhere it is
 # written once, at the end. What the work says goes to a log.
 
-# The lines of a log that tell what went wrong, three at most.
-lines_that_matter() {
-  local found
-  found=$(grep -E -m 3 '(error|Error|ERROR)[: ]|undefined reference|fatal:|No space left|\*\*\*(Failed|Timeout|Exception)' "$1" |
-    cut -c 1-300)
-  [ -n "$found" ] || found=$(tail -n 3 "$1")
-  printf '%s\n' "$found"
-}
-
 # The last "12/345" in a log.
 count_in() { tail -c 2000 "$1" 2>/dev/null | grep -oE '[0-9]+/[0-9]+(\]| Test)' | tail -n 1 | grep -oE '^[0-9]+/[0-9]+' || true; }
 
