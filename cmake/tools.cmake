@@ -46,6 +46,10 @@ if(TARGET vu_admin)
 endif()
 
 vu_precompiled_client(stgctl)
+if(MINGW)
+  # Its main function takes wide arguments.
+  target_link_options(stgctl PRIVATE -municode)
+endif()
 
 install(TARGETS stgctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT client)
 if(UNIX)

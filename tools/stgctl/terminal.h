@@ -13,8 +13,10 @@ enum class Stream { kIn, kOut, kErr };
 /// Prepares the console for UTF-8 and escape sequences, and the standard output for bytes as they
 /// are. Call it first.
 void set_up();
-/// The command line's arguments without the program's name, in UTF-8 (on Linux as they are).
-std::vector<std::string> arguments(int argc, char** argv);
+/// The whole client, called by what the system starts.
+/// @param arguments without the program's name, in UTF-8 (on Linux as they are).
+/// @return the exit code.
+int run_program(const std::vector<std::string>& arguments);
 /// Whether the stream is a terminal.
 bool is_terminal(Stream stream);
 /// Whether the terminal at the stream understands colours.

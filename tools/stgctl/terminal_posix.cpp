@@ -36,11 +36,6 @@ void set_up() {
   std::signal(SIGPIPE, SIG_IGN);
 }
 
-std::vector<std::string> arguments(int argc, char** argv) {
-  if (argc < 1) return {};
-  return {argv + 1, argv + argc};
-}
-
 bool is_terminal(Stream stream) { return ::isatty(descriptor(stream)) == 1; }
 
 bool understands_colors(Stream stream) {
@@ -79,3 +74,8 @@ void watch_interrupt() {
 const std::atomic<bool>& interrupt_flag() noexcept { return interrupt_seen; }
 
 }  // namespace stgctl::terminal
+
+int main(int argc, char** argv) {
+  return stgctl::terminal::run_program(argc < 1 ? std::vector<std::string>{}
+                                                : std::vector<std::string>{argv + 1, argv + argc});
+}

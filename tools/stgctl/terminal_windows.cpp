@@ -2,9 +2,6 @@
 #include <io.h>
 #include <windows.h>
 
-// After windows.h.
-#include <shellapi.h>
-
 #include <atomic>
 #include <cstdio>
 
@@ -61,16 +58,6 @@ void set_up() {
   ::_setmode(::_fileno(stdout), _O_BINARY);
 }
 
-std::vector<std::string> arguments(int, char**) {
-  // The runtime converts the arguments to the code page of the system, not of this program.
-  int count = 0;
-  wchar_t** const wide = ::CommandLineToArgvW(::GetCommandLineW(), &count);
-  std::vector<std::string> result;
-  for (int i = 1; wide != nullptr && i < count; ++i) result.push_back(utf8(wide[i]));
-  if (wide != nullptr) ::LocalFree(wide);
-  return result;
-}
-
 bool is_terminal(Stream stream) {
   DWORD mode = 0;
   return ::GetConsoleMode(handle_of(stream), &mode) != 0;
@@ -102,3 +89,11 @@ void watch_interrupt() { ::SetConsoleCtrlHandler(note_interrupt, TRUE); }
 const std::atomic<bool>& interrupt_flag() noexcept { return interrupt_seen; }
 
 }  // namespace stgctl::terminal
+
+// The narrow form has them in the code page of the system, not of this program. The runtime takes
+// the command line apart: the shell's library takes as long to load as all others together.
+int wmain(int argc, wchar_t** argv) {
+  std::vector<std::string> arguments;
+  for (int i = 1; i < argc; ++i) arguments.push_back(stgctl::terminal::utf8(argv[i]));
+  return stgctl::terminal::run_program(arguments);
+}
