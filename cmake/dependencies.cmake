@@ -71,7 +71,7 @@ if(VU_BUILD_TESTS)
     set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
     set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
     add_subdirectory(${VU_GTEST_SOURCE} googletest EXCLUDE_FROM_ALL)
-    target_compile_options(gtest PRIVATE $<IF:$<CXX_COMPILER_ID:MSVC>,/w,-w;-O0;-g1>)
+    target_compile_options(gtest PRIVATE $<IF:$<CXX_COMPILER_ID:MSVC>,/w,-w;-O0;${vu_test_debug}>)
     target_include_directories(vu_gtest SYSTEM INTERFACE
       $<TARGET_PROPERTY:gtest,INTERFACE_INCLUDE_DIRECTORIES>)
     target_link_libraries(vu_gtest INTERFACE gtest)

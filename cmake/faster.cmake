@@ -28,6 +28,15 @@ if(UNIX AND NOT VU_SANITIZE AND NOT VU_COVERAGE)
   endforeach()
 endif()
 
+# Debugging information is for native test programs: it is most of a Windows one, and the linker writes it
+# and Wine reads it at every start. Names of symbols are the rest.
+if(CMAKE_CROSSCOMPILING)
+  set(vu_test_debug -g0)
+  list(APPEND vu_quick_linker -s)
+else()
+  set(vu_test_debug -g1)
+endif()
+
 # The C++ library's headers that most sources include.
 set(vu_common_headers <algorithm> <array> <atomic> <chrono> <cstdint> <filesystem> <fstream> <functional>
   <map> <memory> <mutex> <optional> <set> <sstream> <string> <string_view> <thread> <utility> <vector>)
@@ -44,7 +53,7 @@ function(vu_test_code target optimise)
   set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
   if(NOT MSVC)
     # The last one is what ccache needs to keep what was compiled with a precompiled header.
-    target_compile_options(${target} PRIVATE ${optimise} -g1
+    target_compile_options(${target} PRIVATE ${optimise} ${vu_test_debug}
       $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
   endif()
   if(arg_PRECOMPILED_BY)

@@ -30,8 +30,6 @@ stage() {
   rm -rf "$tree"
   mkdir -p "$tree/licences" "$tree/examples"
   quietly "$work/install.log" "installing" cmake --install build/mingw --prefix "$tree" --strip
-  # The compiler's DLLs come with their debugging information.
-  x86_64-w64-mingw32-strip --strip-unneeded "$tree"/bin/lib*.dll || die "the runtime DLLs could not be stripped"
   scripts/docs.sh "$work/site"
   cp -r "$work/site" "$tree/doc"
   local example
