@@ -457,6 +457,7 @@ set(VU_STGCTL_TEST_SOURCES
   tests/stgctl/garbage_test.cpp
   tests/stgctl/init_test.cpp
   tests/stgctl/json_test.cpp
+  tests/stgctl/json_value.cpp
   tests/stgctl/keys_users_test.cpp
   tests/stgctl/locks_test.cpp
   tests/stgctl/look_test.cpp

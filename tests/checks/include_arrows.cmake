@@ -43,7 +43,7 @@ set(guarded
   "^windows\\.h$ = platform/os/os_windows.cpp tools/admin/system_windows.cpp tools/stgctl/terminal_windows.cpp tests/support tests/stgctl/program_windows.cpp tests/reliability/machine_windows.cpp"
   "^cli/         = tools/stgctl/command_line.cpp"
   "^fmt/         = tools/admin/formatted.cpp"
-  "^nlohmann/    = tools/stgctl/json.cpp tests/stgctl/fixture.h bench"
+  "^nlohmann/    = tools/stgctl/json.cpp tests/stgctl/json_value.cpp tests/stgctl/repair_test.cpp bench"
   "^poco/        = storage/storage_mutex.cpp storage/storage_mutex.h examples")
 
 # Headers of others that may stand in quotation marks as well.

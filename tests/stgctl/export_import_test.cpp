@@ -5,9 +5,9 @@
 namespace {
 
 /// The codes of the findings, sorted.
-std::vector<std::string> codes(const std::vector<nlohmann::json>& lines) {
+std::vector<std::string> codes(const std::vector<Json>& lines) {
   std::vector<std::string> all;
-  for (const nlohmann::json& line : lines) {
+  for (const Json& line : lines) {
     if (line.value("record", "") == "finding") all.push_back(line.at("code"));
   }
   std::sort(all.begin(), all.end());

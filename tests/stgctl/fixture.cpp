@@ -68,9 +68,9 @@ std::vector<std::string> lines_of(const std::string& text) {
   return lines;
 }
 
-std::vector<std::string> actions(const std::vector<nlohmann::json>& lines) {
+std::vector<std::string> actions(const std::vector<Json>& lines) {
   std::vector<std::string> texts;
-  for (const nlohmann::json& line : lines) {
+  for (const Json& line : lines) {
     if (line.value("record", "") != "entry") continue;
     texts.push_back(line.at("action").get<std::string>() + " " + line.value("name", ""));
   }
@@ -98,7 +98,7 @@ outcome Client::change(std::vector<std::string> arguments) {
   return on_tree(std::move(arguments));
 }
 
-std::vector<Client::Json> Client::json(std::vector<std::string> arguments, int code) {
+std::vector<Json> Client::json(std::vector<std::string> arguments, int code) {
   arguments.emplace_back("--json");
   const outcome result = on_tree(std::move(arguments));
   EXPECT_EQ(result.code, code) << result.err;

@@ -4,10 +4,10 @@
 
 #include <cstdint>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "tests/stgctl/json_value.h"
 #include "tests/stgctl/program.h"
 #include "tests/support/scratch.h"
 
@@ -21,7 +21,6 @@ std::string snapshot(const std::string& folder);
 /// Runs the client on trees of the test's own.
 class Client : public testing::Test {
  protected:
-  using Json = nlohmann::json;
   using Environment = std::map<std::string, std::string>;
 
   Client();
@@ -60,4 +59,4 @@ class Client : public testing::Test {
 /// The lines of a text.
 std::vector<std::string> lines_of(const std::string& text);
 /// The actions of the entry records, in order: "stored a.kdc".
-std::vector<std::string> actions(const std::vector<nlohmann::json>& lines);
+std::vector<std::string> actions(const std::vector<Json>& lines);

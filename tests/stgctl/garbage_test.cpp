@@ -49,7 +49,7 @@ TEST_F(ClientGarbage, SurvivesAnyTreeAndChangesNothingInDryRuns) {
                 result.code == 12)
         << command[0] << " " << result.code << ": " << result.err;
     for (const std::string& line : lines_of(result.out)) {
-      EXPECT_TRUE(nlohmann::json::accept(line)) << command[0] << ": " << line;
+      EXPECT_TRUE(Json::accept(line)) << command[0] << ": " << line;
     }
     EXPECT_EQ(tree(), before) << command[0];
   }

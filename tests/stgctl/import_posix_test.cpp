@@ -175,7 +175,8 @@ TEST_F(ClientImportFaults, FilesThatCannotBeWrittenLeaveNothingBehind) {
   }
   const Json difference = compare(4);
   EXPECT_EQ(difference.at("equal"), 1);
-  EXPECT_EQ(difference.at("codes"), (Json{{"not-in-tree", kDocuments + 2}}));
+  EXPECT_EQ(difference.at("codes").size(), 1U);
+  EXPECT_EQ(difference.at("codes").at("not-in-tree"), kDocuments + 2);
   EXPECT_FALSE(file_exists(journal()));
   const outcome check = run({"check", "--root", shell_path(other_root())});
   EXPECT_EQ(check.code, 0) << check.out;
@@ -194,8 +195,9 @@ TEST_F(ClientImportFaults, AFullDiskLeavesNothingHalfWritten) {
   EXPECT_EQ(result.code, 5) << result.err << result.out;
   const Json difference = compare(4);
   EXPECT_GT(difference.at("equal"), 0);
-  EXPECT_EQ(difference.at("codes"),
-            (Json{{"not-in-tree", kDocuments + 2 - difference.at("equal").get<int>()}}));
+  EXPECT_EQ(difference.at("codes").size(), 1U);
+  EXPECT_EQ(difference.at("codes").at("not-in-tree"),
+            kDocuments + 2 - difference.at("equal").get<int>());
   EXPECT_EQ(run({"check", "--root", shell_path(other_root())}).code, 0);
 }
 

@@ -159,7 +159,7 @@ TEST_F(ClientNames, ComeBackFromAnEarlierSnapshotAndWhereTold) {
   const std::vector<Json> all = json({"index", "restore", "--at", "1", "--dry-run"});
   std::string folder;
   for (const Json& line : all) {
-    if (line.value("name", "") == "other.kdc") folder = line.at("folder");
+    if (line.value("name", "") == "other.kdc") folder = line.at("folder").get<std::string>();
   }
   const std::vector<Json> done =
       json({"index", "restore", "--at", "1", "--folder", folder, "--yes"});

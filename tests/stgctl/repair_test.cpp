@@ -3,10 +3,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "tests/support/interrupted_save.h"
 #include "vu_file.h"
+
+/// A plan that is changed, as by somebody who edits it.
+using Plan = nlohmann::json;
 
 class ClientRepair : public HarmedTree {};
 
@@ -100,7 +104,7 @@ TEST_F(ClientRepair, DoesOnlyWhatIsLeftOfThePlanAndOfTheCodes) {
       json({"repair", "--plan", plan(), "--only", "file-without-line", "--only", "duplicate-key"});
   EXPECT_EQ(one.back().at("done"), 2);
   EXPECT_GT(one.back().at("left"), 3);
-  Json edited = Json::parse(read_file(plan()));
+  Plan edited = Plan::parse(read_file(plan()));
   for (std::size_t i = 0; i < edited["repairs"].size(); ++i) {
     if (edited["repairs"][i]["repair"] == "remove-lines") edited["repairs"].erase(i);
   }
@@ -191,9 +195,9 @@ TEST_F(ClientRepair, RemovesWhatHasExpiredWithTheNextRepair) {
 TEST_F(ClientRepair, TakesNoPlanThatLeadsOutOfTheTree) {
   harm();
   ASSERT_EQ(on_tree({"repair", "--plan", plan()}).code, 0);
-  const Json good = Json::parse(read_file(plan()));
+  const Plan good = Plan::parse(read_file(plan()));
   const std::string before = snapshot(root());
-  const auto refused = [&](const Json& bad) {
+  const auto refused = [&](const Plan& bad) {
     write_file(plan(), bad.is_string() ? bad.get<std::string>() : bad.dump());
     const outcome result = on_tree({"repair", "--apply", plan(), "--yes"});
     EXPECT_EQ(result.code, 12) << bad.dump() << result.err;
@@ -201,11 +205,11 @@ TEST_F(ClientRepair, TakesNoPlanThatLeadsOutOfTheTree) {
   };
   for (const char* const path : {"../outside", "docs/../../x", "/etc/passwd", "docs", "nowhere/x",
                                  "docs//x", "docs/anna/*", "docs/anna/index.dat/x", "", "C:/x"}) {
-    Json bad = good;
-    bad["repairs"] = Json::array({{{"repair", "quarantine"}, {"code", "x"}, {"path", path}}});
+    Plan bad = good;
+    bad["repairs"] = Plan::array({{{"repair", "quarantine"}, {"code", "x"}, {"path", path}}});
     refused(bad);
   }
-  Json bad = good;
+  Plan bad = good;
   bad["repairs"][0]["repair"] = "format-disk";
   refused(bad);
   bad = good;
@@ -217,8 +221,8 @@ TEST_F(ClientRepair, TakesNoPlanThatLeadsOutOfTheTree) {
   bad = good;
   bad.erase("repairs");
   refused(bad);
-  refused(Json("{ not json"));
-  refused(Json("[]"));
+  refused(Plan("{ not json"));
+  refused(Plan("[]"));
   // No index, document or counter is for another kind of repair.
   for (const char* const kind : {"remove-lines", "set-counter", "remove-key-lines", "quarantine"}) {
     for (const char* const name : {"index.dat", "index", "00000001.kdc"}) {
@@ -227,7 +231,7 @@ TEST_F(ClientRepair, TakesNoPlanThatLeadsOutOfTheTree) {
                                                                    : "00000001.kdc";
       if (fit == name) continue;
       bad = good;
-      bad["repairs"] = Json::array({{{"repair", kind},
+      bad["repairs"] = Plan::array({{{"repair", kind},
                                      {"code", "x"},
                                      {"value", "00000001"},
                                      {"path", std::string("docs/anna/00000001/") + name}}});
