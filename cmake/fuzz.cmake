@@ -29,5 +29,5 @@ endif()
 vu_test_program(fuzz_replay
   SOURCES tests/fuzz/replay_test.cpp
   LINK vu_fuzz_targets vu_test_model vu_test_support_inside
-  SHARDS 1 TIMEOUT 60 LABELS fuzz)
+  SHARDS 1 TIMEOUT 60 COST 2 LABELS fuzz)
 target_compile_definitions(fuzz_replay PRIVATE VU_FUZZ_CORPUS="${vu_fuzz_corpus}")

@@ -28,20 +28,18 @@ add_library(vu_test_support_inside OBJECT ${VU_TEST_SUPPORT_SOURCES})
 vu_test_code(vu_test_support_inside -O1 PRECOMPILED_BY vu_test_model)
 target_link_libraries(vu_test_support_inside PUBLIC vu_storage_testable PRIVATE vu_gtest)
 
-# vu_test_program(<name> SOURCES <file...> LINK <target...> SHARDS <n> TIMEOUT <seconds per case>
-#                 [LABELS <label...>] [PRECOMPILE <further header...>])
+# vu_test_program(<name> SOURCES <file...> LINK <target...> SHARDS <n> TIMEOUT <seconds per case> COST <n>
+#                 [LABELS <label...>])
+# SHARDS: so many that none takes more than some seconds. COST: what costs most begins first, so that no test
+# runs on alone at the end.
 function(vu_test_program name)
-  cmake_parse_arguments(arg "" "SHARDS;TIMEOUT" "SOURCES;LINK;LABELS;PRECOMPILE" ${ARGN})
+  cmake_parse_arguments(arg "" "SHARDS;TIMEOUT;COST" "SOURCES;LINK;LABELS" ${ARGN})
   if(NOT arg_SOURCES)
     return()
   endif()
   add_executable(${name} ${arg_SOURCES})
   vu_program(${name})
-  if(arg_PRECOMPILE)
-    vu_test_code(${name} -O0 PRECOMPILE ${vu_test_headers} ${arg_PRECOMPILE})
-  else()
-    vu_test_code(${name} -O0 PRECOMPILED_BY vu_test_main)
-  endif()
+  vu_test_code(${name} -O0 PRECOMPILED_BY vu_test_main)
   target_link_libraries(${name} PRIVATE ${arg_LINK} vu_test_main vu_gtest)
   target_link_options(${name} PRIVATE ${vu_quick_linker})
 
@@ -59,7 +57,7 @@ function(vu_test_program name)
       add_test(NAME ${test} COMMAND ${run} -D SHARDS=${arg_SHARDS} -D SHARD=${shard}
         -D LIMIT=1100 -P ${script})
       set_tests_properties(${test} PROPERTIES
-        TIMEOUT 1200 LABELS "${arg_LABELS}" WORKING_DIRECTORY ${vu_test_folder})
+        TIMEOUT 1200 COST ${arg_COST} LABELS "${arg_LABELS}" WORKING_DIRECTORY ${vu_test_folder})
     endforeach()
   else()
     # The cases are asked for when CTest starts; a program that has none must not go unnoticed.
@@ -68,7 +66,7 @@ function(vu_test_program name)
       NO_PRETTY_TYPES
       DISCOVERY_TIMEOUT 60
       WORKING_DIRECTORY ${vu_test_folder}
-      PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+      PROPERTIES TIMEOUT ${arg_TIMEOUT} COST ${arg_COST} LABELS "${arg_LABELS}")
     add_test(NAME ${name}_has_cases COMMAND ${run} -D LIST_ONLY=ON -P ${script})
     set_tests_properties(${name}_has_cases PROPERTIES TIMEOUT 60 LABELS "${arg_LABELS}")
   endif()
@@ -80,22 +78,22 @@ endif()
 vu_test_program(unit_tests
   SOURCES ${VU_UNIT_TEST_SOURCES}
   LINK vu_test_support_inside
-  SHARDS 2 TIMEOUT 60 LABELS unit)
+  SHARDS 8 TIMEOUT 60 COST 3 LABELS unit)
 # The numbers of calls are read from the page that tells them.
 target_compile_definitions(unit_tests PRIVATE VU_TEST_DOCS="${PROJECT_SOURCE_DIR}/docs")
 vu_test_program(api_tests
   SOURCES ${VU_API_TEST_SOURCES}
   LINK vu_test_support
-  SHARDS 2 TIMEOUT 60 LABELS api)
+  SHARDS 2 TIMEOUT 60 COST 1 LABELS api)
 vu_test_program(multi_tests
   SOURCES ${VU_MULTI_TEST_SOURCES}
   LINK vu_test_support
-  SHARDS 2 TIMEOUT 180 LABELS multi)
+  SHARDS 2 TIMEOUT 180 COST 2 LABELS multi)
 if(TARGET vu_admin)
   vu_test_program(admin_tests
     SOURCES ${VU_ADMIN_TEST_SOURCES}
     LINK vu_admin vu_test_support
-    SHARDS 2 TIMEOUT 60 LABELS admin)
+    SHARDS 4 TIMEOUT 60 COST 4 LABELS admin)
 endif()
 
 set(vu_code_pages 932 1252)
@@ -123,8 +121,7 @@ if(VU_BUILD_CLIENT)
   vu_test_program(stgctl_tests
     SOURCES ${vu_stgctl_tests}
     LINK vu_test_support vu_admin vu_json
-    SHARDS 2 TIMEOUT 180 LABELS stgctl
-    PRECOMPILE <nlohmann/json.hpp>)
+    SHARDS 16 TIMEOUT 180 COST 10 LABELS stgctl)
   target_compile_definitions(stgctl_tests PRIVATE VU_TEST_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
   add_dependencies(stgctl_tests stgctl)
 endif()
