@@ -331,6 +331,7 @@ set(VU_ADMIN_SOURCES
   tools/admin/name_snapshot.cpp
   tools/admin/name_store.cpp
   tools/admin/name_store_format.cpp
+  tools/admin/new_versions.cpp
   tools/admin/parts.cpp
   tools/admin/portable_name.cpp
   tools/admin/repair_text.cpp
@@ -340,7 +341,8 @@ set(VU_ADMIN_SOURCES
   tools/admin/space.cpp
   tools/admin/stats.cpp
   tools/admin/text.cpp
-  tools/admin/tree.cpp)
+  tools/admin/tree.cpp
+  tools/admin/writable.cpp)
 set(VU_ADMIN_SOURCES_POSIX
   tools/admin/system_posix.cpp)
 set(VU_ADMIN_SOURCES_WINDOWS
@@ -417,6 +419,7 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/show_commands.cpp
   tools/stgctl/stats_command.cpp
   tools/stgctl/status_commands.cpp
+  tools/stgctl/storing.cpp
   tools/stgctl/sync_command.cpp
   tools/stgctl/target.cpp
   tools/stgctl/text.cpp
@@ -441,6 +444,7 @@ set(VU_ADMIN_TEST_SOURCES
   tests/admin/inventory_test.cpp
   tests/admin/name_restore_test.cpp
   tests/admin/name_store_test.cpp
+  tests/admin/new_versions_test.cpp
   tests/admin/portable_name_test.cpp
   tests/admin/shared_probe_test.cpp
   tests/admin/system_test.cpp
@@ -463,6 +467,7 @@ set(VU_STGCTL_TEST_SOURCES
   tests/stgctl/look_test.cpp
   tests/stgctl/names_test.cpp
   tests/stgctl/put_get_test.cpp
+  tests/stgctl/put_trouble_test.cpp
   tests/stgctl/repair_test.cpp
   tests/stgctl/report_test.cpp
   tests/stgctl/rm_mv_test.cpp

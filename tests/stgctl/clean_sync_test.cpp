@@ -89,6 +89,20 @@ TEST_F(ClientClean, GoesByTheTimeOfTheLastAccessWhenTold) {
       std::string::npos);
 }
 
+TEST_F(ClientClean, TakesNoAgeWithoutAUnit) {
+  aged("old.kdc", "x", 40);
+  for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
+           {"clean", "--older-than", "30", "--yes"},
+           {"find", "--older-than", "30"},
+           {"find", "--newer-than", "30"},
+           {"repair", "--plan", "x", "--keep", "30"}}) {
+    const outcome result = on_tree(command);
+    EXPECT_EQ(result.code, 2) << command[0];
+    EXPECT_NE(result.err.find("'30' has no unit; say 30s"), std::string::npos) << result.err;
+  }
+  EXPECT_EQ(get("old.kdc"), "x");
+}
+
 TEST_F(ClientClean, IsRefusedWhereNobodyCanConfirm) {
   aged("old.kdc", "x", 40);
   const std::string before = tree();

@@ -108,6 +108,15 @@ os::Status read_pieces(const std::string& path, const Locking& locking,
 /// Whether the calling user may open the file for reading, asked by opening it.
 os::Status probe_readable(const std::string& path);
 
+/// Whether the calling user may change a file, or make and remove names in a folder, asked without
+/// changing anything. A read-only file may not be changed, whoever asks.
+os::Status probe_writable(const std::string& path);
+
+/// Has files on the device, and the names in folders where those are a matter of their own; of
+/// many, with one flush of their file system where there is such a thing.
+os::Status flush_files(const std::vector<std::string>& files,
+                       const std::vector<std::string>& folders);
+
 /// A lock on a file below a folder, and who holds it.
 struct HeldLock {
   std::string path;

@@ -358,6 +358,37 @@ os::Status probe_readable(const std::string& path) {
   return open_to_read(path, locking, file, size);
 }
 
+os::Status probe_writable(const std::string& path) {
+  struct ::stat found {};
+  if (::stat(path.c_str(), &found) != 0) return fail(errno);
+  const bool is_folder = S_ISDIR(found.st_mode);
+  // Required: also the superuser's programs leave a read-only file alone.
+  if (!is_folder && !(found.st_mode & S_IWUSR)) return fail(EACCES);
+  const int asked = is_folder ? W_OK | X_OK : R_OK | W_OK;
+  return ::faccessat(AT_FDCWD, path.c_str(), asked, AT_EACCESS) == 0 ? os::Status() : fail(errno);
+}
+
+os::Status flush_files(const std::vector<std::string>& files,
+                       const std::vector<std::string>& folders) {
+  // One flush of all of the file system costs about as much as a few files.
+  constexpr std::size_t kSingly = 4;
+  if (files.size() + folders.size() > kSingly) {
+    const std::string& any = files.empty() ? folders.front() : files.front();
+    const Descriptor file(::open(any.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    if (file.valid() && ::syncfs(file.get()) == 0) return {};
+  }
+  for (const std::string& path : files) {
+    if (const os::Status flushed = os::flush_file(path); !flushed.ok()) return flushed;
+  }
+  for (const std::string& path : folders) {
+    const Descriptor folder(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_DIRECTORY));
+    if (!folder.valid()) return fail(errno);
+    // Some file systems refuse that; then it is no matter of its own.
+    if (::fsync(folder.get()) != 0 && errno != EINVAL && errno != ENOTSUP) return fail(errno);
+  }
+  return {};
+}
+
 // ---- the system --------------------------------------------------------------------------------
 
 Knowledge find_locks(const std::string& folder, std::vector<HeldLock>& locks) {

@@ -251,6 +251,30 @@ os::Status probe_readable(const std::string& path) {
   return open_to_read(path, locking, file, size);
 }
 
+os::Status probe_writable(const std::string& path) {
+  const std::string name = reachable(path);
+  const DWORD attributes = ::GetFileAttributesA(name.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES) return fail(::GetLastError());
+  const bool is_folder = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+  // Of a folder the attribute says nothing.
+  if (!is_folder && (attributes & FILE_ATTRIBUTE_READONLY) != 0) return fail(ERROR_ACCESS_DENIED);
+  const DWORD asked = is_folder ? FILE_ADD_FILE | FILE_DELETE_CHILD : FILE_WRITE_DATA;
+  const HANDLE handle = ::CreateFileA(
+      name.c_str(), asked, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+      OPEN_EXISTING, is_folder ? FILE_FLAG_BACKUP_SEMANTICS : 0, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) return fail(::GetLastError());
+  ::CloseHandle(handle);
+  return {};
+}
+
+// NTFS keeps a journal of names.
+os::Status flush_files(const std::vector<std::string>& files, const std::vector<std::string>&) {
+  for (const std::string& path : files) {
+    if (const os::Status flushed = os::flush_file(path); !flushed.ok()) return flushed;
+  }
+  return {};
+}
+
 // ---- the system --------------------------------------------------------------------------------
 
 // Windows tells which programs have a file open, not who holds a lock on it, and only when asked

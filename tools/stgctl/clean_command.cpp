@@ -230,10 +230,7 @@ void add_clean_command(Commands& commands) {
         app.add_option("--older-than", options->older_than,
                        "The age limit: 90s, 15m, 12h, 30d, 4w, 1y")
             .type_name("AGE")
-            .check([](const std::string& text) {
-              return parse_age(text) ? std::string()
-                                     : "'" + text + "' is no age; say 90s, 15m, 12h, 30d, 4w or 1y";
-            });
+            .check(is_age);
     app.add_option("--by", options->by,
                    "The time that counts: of the last change, or of the last access")
         .type_name("WORD")

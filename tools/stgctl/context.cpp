@@ -45,9 +45,8 @@ std::string environment(const char* name) {
 /// The library's host, for as long as the library is used.
 class LibraryHost {
  public:
-  explicit LibraryHost(const GlobalOptions& options) {
-    if (options.trace) m_trace = std::make_unique<TraceLog>(*options.trace, options.trace_file);
-  }
+  explicit LibraryHost(const GlobalOptions& options)
+      : m_trace(options.trace, options.trace_file) {}
   ~LibraryHost() { vu_host::install({}); }
   LibraryHost(const LibraryHost&) = delete;
   LibraryHost& operator=(const LibraryHost&) = delete;
@@ -57,13 +56,14 @@ class LibraryHost {
   void install(const std::string& storage) {
     if (!storage.empty()) m_named = std::make_unique<NamedStorage>(storage);
     vu_host::services services;
-    services.trace = m_trace.get();
+    services.trace = &m_trace;
     services.temp = m_named.get();
     vu_host::install(services);
   }
+  TraceLog& trace() { return m_trace; }
 
  private:
-  std::unique_ptr<TraceLog> m_trace;
+  TraceLog m_trace;
   std::unique_ptr<NamedStorage> m_named;
 };
 
@@ -158,6 +158,15 @@ void Context::initialise(admin::Layout layout, Adoption adoption) {
   if (!fs::equivalent(to_path(from_library(vu_storage::getStoragePath())), folder, error)) {
     throw Failure(Exit::kFailed, shown(storage()) + ": the library cannot open the tree there");
   }
+}
+
+void Context::forget_trouble() {
+  if (m_host) m_host->trace().forget_trouble();
+}
+
+std::string Context::trouble() const {
+  const std::string text = m_host ? m_host->trace().trouble() : std::string();
+  return text.empty() ? text : " (" + shown(text) + ")";
 }
 
 bool Context::interrupted() noexcept { return interrupt_flag().load(); }

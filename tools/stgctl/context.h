@@ -53,6 +53,11 @@ class Context {
   /// As open_library(), on a storage folder that need not exist yet, below an existing root.
   void create_tree();
 
+  /// What the library has complained of last since forget_trouble(), as " (text)"; empty for
+  /// nothing.
+  std::string trouble() const;
+  void forget_trouble();
+
   /// Whether Ctrl-C was pressed: finish the current entry and stop.
   static bool interrupted() noexcept;
   /// The same for those who ask again and again.

@@ -113,10 +113,6 @@ std::string is_size(const std::string& text) {
   return parse_size(text) ? std::string() : "'" + text + "' is no size, such as 500, 64K or 10M";
 }
 
-std::string is_age(const std::string& text) {
-  return parse_age(text) ? std::string() : "'" + text + "' is no age, such as 90s, 12h, 30d or 1y";
-}
-
 Run declare_ls(Arguments& app) {
   auto options = std::make_shared<Options>();
   app.add_option("pattern", options->pattern, "Logical names: \"*\" and \"?\" match")

@@ -47,10 +47,7 @@ void wait_for_one(Context& context, const std::string& folder, const std::string
     Context::stop_if_interrupted();
     const auto waited = Clock::now() - begin;
     if (limit && waited >= *limit) {
-      throw Failure(Exit::kLockTimeout,
-                    formatted("{} is locked by {}; not obtained within {:.1f} s (--lock-timeout)",
-                              shown(joined(folder, name)), holder_of(context, joined(folder, name)),
-                              std::chrono::duration<double>(*limit).count()));
+      throw lock_missed(context, joined(folder, name));
     }
     if (!told && waited >= kPatience) {
       told = true;
@@ -62,6 +59,13 @@ void wait_for_one(Context& context, const std::string& folder, const std::string
 }
 
 }  // namespace
+
+Failure lock_missed(Context& context, const std::string& path) {
+  const std::chrono::duration<double> limit = context.options().lock_timeout.value_or(0ms);
+  return {Exit::kLockTimeout,
+          formatted("{} is locked by {}; not obtained within {:.1f} s (--lock-timeout)",
+                    shown(path), holder_of(context, path), limit.count())};
+}
 
 std::string holder_of(Context& context, const std::string& path) {
   const std::string& storage = context.storage();

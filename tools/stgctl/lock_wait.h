@@ -3,6 +3,7 @@
 #include <string>
 
 #include "tools/stgctl/context.h"
+#include "tools/stgctl/exit_codes.h"
 
 namespace stgctl {
 
@@ -17,6 +18,9 @@ namespace stgctl {
 /// the operation locks, empty for none.
 /// @throws Failure kLockTimeout when the time is over, kInterrupted after Ctrl-C.
 void wait_until_free(Context& context, const std::string& folder, const std::string& file = {});
+
+/// What a lock that was not obtained in time is told as, with its holder.
+Failure lock_missed(Context& context, const std::string& path);
 
 /// Who holds a file locked, as far as the system tells: "process 4711 (client)".
 std::string holder_of(Context& context, const std::string& path);

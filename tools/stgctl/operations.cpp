@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "stg_index.h"
+#include "tools/admin/writable.h"
 #include "tools/stgctl/exit_codes.h"
 #include "tools/stgctl/lock_wait.h"
 #include "tools/stgctl/text.h"
@@ -47,17 +48,6 @@ std::optional<FoundEntry> look_up(Context& context, const Target& target, const 
   return std::nullopt;
 }
 
-/// Takes back a version that could not be filled. A copy that broke off may have removed the file
-/// itself: then the next rewrite of the index drops its line.
-void take_back(const std::string& folder, const std::string& name, std::int32_t timestamp,
-               bool has_file) {
-  if (has_file) {
-    STGIndex::remove(folder, name, timestamp);
-  } else if (sys::describe(sys::join(folder, index_format::kIndexFile)).kind == sys::Kind::kFile) {
-    STGIndex::updateIndexFile(folder);
-  }
-}
-
 void remove_parts(const FoundEntry& entry, const std::vector<std::string>& parts) {
   for (const std::string& part : parts) {
     const std::string path = sys::join(entry.folder.path, part);
@@ -71,18 +61,76 @@ void remove_parts(const FoundEntry& entry, const std::vector<std::string>& parts
 
 }  // namespace
 
+// ---- new versions ------------------------------------------------------------------------------
+
+const admin::NewVersion& StoreBatch::add(const Target& target, const std::string& source,
+                                         std::uint64_t size, const std::string& name,
+                                         std::int32_t timestamp) {
+  check_room(m_context.tree().storage, size, 0);
+  const admin::DocumentFolder folder =
+      admin::folder_for(m_context.tree(), target.area, target.owner, name);
+  std::unique_ptr<admin::NewVersions>& versions = m_folders[folder.path];
+  if (versions == nullptr)
+    versions = std::make_unique<admin::NewVersions>(folder, m_context.locking());
+  admin::NewVersion& version = m_versions.emplace_back();
+  version.source = source;
+  version.logical = name;
+  version.timestamp = timestamp;
+  static_cast<void>(versions->stage(version));
+  return version;
+}
+
+void StoreBatch::run() {
+  std::vector<admin::NewVersions*> folders;
+  for (const auto& [path, versions] : m_folders) folders.push_back(versions.get());
+  admin::NewVersions::enter(folders);
+}
+
+Failure failure_of(Context& context, const admin::NewVersion& version) {
+  if (version.fate != admin::NewVersion::Fate::kLocked) return {Exit::kFailed, version.reason};
+  if (Context::interrupted()) return {Exit::kInterrupted, "interrupted"};
+  return lock_missed(context, version.reason);
+}
+
+// ---- single versions ---------------------------------------------------------------------------
+
+namespace {
+
+void store_new(Context& context, const Target& target, const std::string& source,
+               std::uint64_t size, const std::string& name, std::int32_t timestamp) {
+  StoreBatch batch(context);
+  const admin::NewVersion& version = batch.add(target, source, size, name, timestamp);
+  batch.run();
+  if (version.fate != admin::NewVersion::Fate::kStored) throw failure_of(context, version);
+}
+
+/// Why a version that exists could not be overwritten.
+std::string why_not_replaceable(const FoundEntry& old) {
+  if (std::string why = admin::why_not_storable(old.folder.path); !why.empty()) return why;
+  const os::Status status = sys::probe_writable(old.path());
+  if (status.ok()) return {};
+  return formatted("its file {} cannot be written: {}", shown(old.path()),
+                   admin::why_not_usable(old.path(), status));
+}
+
+}  // namespace
+
 void store_file(Context& context, const Target& target, const std::string& source,
                 std::uint64_t size, const std::string& name, std::int32_t timestamp) {
-  const std::string folder =
-      admin::folder_for(context.tree(), target.area, target.owner, name).path;
   const std::optional<FoundEntry> old = look_up(context, target, name, timestamp);
-  wait_until_free(context, folder, old ? old->file : "");
-  check_room(context.tree().storage, size, old ? old->info.size : 0);
-  const std::vector<std::string> old_parts = old ? part_folders(*old) : std::vector<std::string>();
+  if (!old) return store_new(context, target, source, size, name, timestamp);
+  wait_until_free(context, old->folder.path, old->file);
+  check_room(context.tree().storage, size, old->info.size);
+  // The library makes a read-only file writable by itself for nobody: asked before it is cut.
+  if (const std::string why = why_not_replaceable(*old); !why.empty()) fail(why);
+  if (const os::Status readable = sys::probe_readable(source); !readable.ok())
+    fail(formatted("{}: {}", shown(source), sys::text_of(readable)));
+  const std::vector<std::string> old_parts = part_folders(*old);
   // The other type of the user area would cut key lines that hold the name.
   const STG::RepositoryType type =
       target.area == admin::Area::kUser ? STG::UserRepository : target.type;
 
+  context.forget_trouble();
   const bool copied =
       vu_storage::copyToStorage(source, target.library_owner, name, type, true, timestamp);
   const std::optional<FoundEntry> stored = look_up(context, target, name, timestamp);
@@ -92,11 +140,11 @@ void store_file(Context& context, const Target& target, const std::string& sourc
     // The file keeps its time, which may be older than these: they would pass for up to date.
     return remove_parts(*stored, old_parts);
   }
-  if (!old) take_back(folder, name, timestamp, stored.has_value());
-  fail(old ? "it could not be copied into the tree, and the version it was to replace is cut; "
-             "store it again "
-             "(--trace m tells why)"
-           : "it could not be copied into the tree; --trace m tells why");
+  if (!stored) fail("somebody else removed it meanwhile; store it again");
+  fail(
+      "it could not be copied into the tree, and the version it was to replace is cut; store it "
+      "again" +
+      context.trouble());
 }
 
 std::vector<std::string> part_folders(const FoundEntry& entry) {
@@ -137,18 +185,48 @@ std::vector<std::string> key_files_at_risk(Context& context, const FoundEntry& e
   return at_risk;
 }
 
+namespace {
+
+/// What keeps a version from being removed. Asked before its file goes: its line would stay.
+std::string why_not_removable(const FoundEntry& entry) {
+  for (const admin::Obstacle& each : admin::obstacles_to_writing(entry.folder.path)) {
+    if (each.kind == admin::Obstacle::Kind::kCounter) continue;
+    return formatted("it cannot be removed: {}: {}", shown(each.path), each.why);
+  }
+  return {};
+}
+
+/// Whether the index still has a line of the version, wherever its file is.
+bool has_line(Context& context, const FoundEntry& entry) {
+  admin::FolderView view;
+  view.load(entry.folder, context.locking());
+  admin::IndexLint lint;
+  lint.start(view);
+  admin::LintedLine line;
+  const std::string key = index_format::key_of(entry.name, entry.timestamp);
+  while (lint.next(line)) {
+    if (line.key == key) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
 void remove_version(Context& context, const FoundEntry& entry, KeyLines lines) {
   const Target target = target_of(context, entry.folder);
   const std::vector<std::string> parts = part_folders(entry);
   wait_until_free(context, entry.folder.path);
+  if (const std::string why = why_not_removable(entry); !why.empty()) fail(why);
+  context.forget_trouble();
   if (lines == KeyLines::kRemove) {
     vu_storage::RemoveFile(target.library_owner, entry.name, target.type, entry.timestamp);
   } else {
     STGIndex::remove(entry.folder.path, entry.name, entry.timestamp);
   }
-  if (sys::describe(entry.path()).kind != sys::Kind::kMissing) {
-    fail("its file could not be removed; is it open elsewhere, or the folder read-only?");
-  }
+  if (sys::describe(entry.path()).kind != sys::Kind::kMissing)
+    fail("its file could not be removed" + context.trouble());
+  if (has_line(context, entry))
+    fail("its file is gone, but its line is still in the index" + context.trouble());
   remove_parts(entry, parts);
 }
 

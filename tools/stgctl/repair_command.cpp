@@ -192,9 +192,7 @@ void add_repair_command(Commands& commands) {
     add_quarantine_option(app, options->quarantine);
     app.add_option("--keep", options->keep, "How long 'undo' is possible (30d)")
         .type_name("AGE")
-        .check([](const std::string& text) {
-          return parse_age(text) ? std::string() : "'" + text + "' is no age such as '30d'";
-        });
+        .check(is_age);
     return [options](Context& context) { return run_repair(context, *options); };
   };
   commands.push_back(

@@ -44,6 +44,7 @@ class ChangeReport {
   void failed(const Subject& subject, const std::string& reason);
 
   std::uint64_t failures() const noexcept { return m_failed; }
+  std::uint64_t changed() const noexcept { return m_done; }
 
   /// Runs the work. A lock that is not obtained in time, and Ctrl-C, end it but not the report:
   /// what was done so far is told, and finish() has their exit code. @return the work's result, or

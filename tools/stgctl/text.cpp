@@ -89,11 +89,21 @@ std::string format_age(std::int64_t seconds) {
 }
 
 std::optional<std::int64_t> parse_age(std::string_view text) {
-  constexpr std::array<Unit, 7> kUnits = {
-      {{"", 1}, {"s", 1}, {"m", kMinute}, {"h", kHour}, {"d", kDay}, {"w", kWeek}, {"y", kYear}}};
+  // Required: no unit, no age. "--older-than 30" of whoever means days would take everything.
+  constexpr std::array<Unit, 6> kUnits = {
+      {{"s", 1}, {"m", kMinute}, {"h", kHour}, {"d", kDay}, {"w", kWeek}, {"y", kYear}}};
   const std::optional<std::uint64_t> seconds = parse_with_unit(text, kUnits);
   if (!seconds) return std::nullopt;
   return static_cast<std::int64_t>(*seconds);
+}
+
+std::string is_age(const std::string& text) {
+  if (parse_age(text)) return {};
+  const bool is_bare = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+  if (is_bare)
+    return formatted("'{}' has no unit; say {}s for seconds, {}h for hours, {}d for days", text,
+                     text, text, text);
+  return "'" + shown(text) + "' is no age; say 90s, 15m, 12h, 30d, 4w or 1y";
 }
 
 std::optional<std::uint64_t> parse_size(std::string_view text) {

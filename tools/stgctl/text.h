@@ -31,8 +31,11 @@ std::string format_time(std::int64_t seconds);
 /// "37 s", "12 min", "5 h", "3 d", the largest unit that is at least one; "in 5 h" for the future.
 std::string format_age(std::int64_t seconds);
 
-/// Reads "90", "90s", "15m", "12h", "30d", "4w" or "1y" as seconds. @return nothing for other text.
+/// Reads "90s", "15m", "12h", "30d", "4w" or "1y" as seconds. @return nothing for other text, a
+/// number without a unit included.
 std::optional<std::int64_t> parse_age(std::string_view text);
+/// As a check of an argument: empty when the text is an age, else what is wrong with it.
+std::string is_age(const std::string& text);
 /// Reads "500", "64K", "10M", "5G" or "1T", also with "B" or "iB" behind, as bytes in powers of
 /// 1024.
 /// @return nothing for other text.

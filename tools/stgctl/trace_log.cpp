@@ -19,8 +19,8 @@ const char* name_of(vu_host::trace_level level) {
 
 }  // namespace
 
-TraceLog::TraceLog(vu_host::trace_level most, const std::string& file)
-    : m_most(most), m_file(stderr), m_owned(!file.empty()) {
+TraceLog::TraceLog(std::optional<vu_host::trace_level> most, const std::string& file)
+    : m_most(most), m_file(stderr), m_owned(most && !file.empty()) {
   if (!m_owned) return;
   m_file = std::fopen(file.c_str(), "ab");
   if (m_file == nullptr) {
@@ -51,7 +51,35 @@ void TraceLog::record(const vu_host::trace_site& site, vu_host::trace_level leve
 
 void TraceLog::event(const vu_host::trace_site& site, vu_host::trace_event event,
                      std::string_view text) noexcept {
-  line(site, kEvents.at(static_cast<std::size_t>(event)), text);
+  if (event != vu_host::trace_event::success) keep(text);
+  if (m_most) line(site, kEvents.at(static_cast<std::size_t>(event)), text);
+}
+
+void TraceLog::keep(std::string_view text) noexcept {
+  const std::scoped_lock guard(m_mutex);
+  try {
+    m_trouble.clear();
+    bool gap = false;
+    // In one line: the system's texts end in CR LF.
+    for (const char c : text) {
+      const bool is_blank = static_cast<unsigned char>(c) <= ' ';
+      if (!is_blank && gap && !m_trouble.empty()) m_trouble += ' ';
+      if (!is_blank) m_trouble += c;
+      gap = is_blank;
+    }
+  } catch (const std::exception&) {
+    m_trouble.clear();
+  }
+}
+
+std::string TraceLog::trouble() const {
+  const std::scoped_lock guard(m_mutex);
+  return m_trouble;
+}
+
+void TraceLog::forget_trouble() {
+  const std::scoped_lock guard(m_mutex);
+  m_trouble.clear();
 }
 
 void TraceLog::line(const vu_host::trace_site& site, const char* kind,

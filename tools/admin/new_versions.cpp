@@ -1,0 +1,397 @@
+#include "tools/admin/new_versions.h"
+
+#include <algorithm>
+#include <limits>
+#include <map>
+#include <utility>
+
+#include "index/index_format.h"
+#include "tools/admin/index_lint.h"
+#include "tools/admin/repair_text.h"
+#include "tools/admin/text.h"
+#include "tools/admin/writable.h"
+
+namespace admin {
+
+namespace {
+
+using Fate = NewVersion::Fate;
+
+constexpr const char* kLockName = "lock";
+constexpr int kMostStagings = 1000;
+
+std::string key_of(const NewVersion& version) {
+  return index_format::key_of(version.logical, version.timestamp);
+}
+
+/// Makes a folder and those above it. @p failed the one that could not be made.
+os::Status make_folders(const std::string& path, std::string& failed) {
+  if (sys::describe(path).kind == sys::Kind::kFolder) return {};
+  const std::size_t at = path.rfind(sys::kSeparator);
+  if (at != std::string::npos && at != 0) {
+    if (const os::Status above = make_folders(path.substr(0, at), failed); !above.ok())
+      return above;
+  }
+  const os::Status made = os::create_directory(path);
+  if (made.ok() || sys::describe(path).kind == sys::Kind::kFolder) return {};
+  failed = path;
+  return made;
+}
+
+/// Removes a folder of copies; what cannot be removed stays.
+void remove_folder(const std::string& path) {
+  sys::Folder listing;
+  std::vector<std::string> names;
+  if (!listing.open(path).ok()) return;
+  sys::Entry entry;
+  while (listing.next(entry)) names.emplace_back(entry.name);
+  for (const std::string& name : names) {
+    const std::string file = sys::join(path, name);
+    static_cast<void>(os::make_writable(file));
+    static_cast<void>(os::remove_file(file));
+  }
+  static_cast<void>(os::remove_directory(path));
+}
+
+/// Writes a counter's new number over the old one; the caller flushes it with others.
+os::Status write_number(LockedFile& counter, const std::string& before, const std::string& now) {
+  const os::Status written = counter.write_at(0, now);
+  return written.ok() && before.size() > now.size() ? counter.cut_at(now.size()) : written;
+}
+
+/// What stands before the "/" of a line.
+std::string_view key_part(std::string_view line) { return line.substr(0, line.find('/')); }
+
+}  // namespace
+
+NewVersions::~NewVersions() {
+  if (m_staging.empty()) return;
+  m_staging_lock.close();
+  remove_folder(m_staging);
+}
+
+// ---- staging -----------------------------------------------------------------------------------
+
+void NewVersions::remove_leftovers() {
+  sys::Folder listing;
+  std::vector<std::string> left;
+  if (!listing.open(m_folder.path).ok()) return;
+  sys::Entry entry;
+  while (listing.next(entry)) {
+    if (entry.kind == sys::Kind::kFolder && entry.name.starts_with(kStagingName))
+      left.emplace_back(path_of(entry.name));
+  }
+  for (const std::string& path : left) {
+    sys::Locking at_once;
+    at_once.time_out = std::chrono::milliseconds(0);
+    LockedFile lock;
+    // Whoever works there holds it; a folder without one is being made just now.
+    if (!lock.open(sys::join(path, kLockName), LockedFile::For::kChanging,
+                   LockedFile::IfMissing::kFail, at_once)
+             .ok())
+      continue;
+    lock.close();
+    remove_folder(path);
+  }
+}
+
+os::Status NewVersions::make_staging_folder() {
+  remove_leftovers();
+  os::Status made;
+  for (int number = 1; number <= kMostStagings; ++number) {
+    const std::string path = path_of(std::string(kStagingName) + std::to_string(number));
+    made = os::create_directory(path);
+    if (made.failure() == os::Failure::kAlreadyExists) continue;
+    if (!made.ok()) return made;
+    const os::Status locked = m_staging_lock.open(
+        sys::join(path, kLockName), LockedFile::For::kChanging, LockedFile::IfMissing::kMake, {});
+    if (locked.ok()) {
+      m_staging = path;
+    } else {
+      remove_folder(path);
+    }
+    return locked;
+  }
+  return made;
+}
+
+bool NewVersions::stage(NewVersion& version) {
+  const auto failed = [&](const std::string& path, const std::string& why) {
+    version.fate = Fate::kFailed;
+    version.reason = "it cannot be stored: " + printable(path) + ": " + why;
+    return false;
+  };
+  std::string place;
+  if (const os::Status made = make_folders(m_folder.path, place); !made.ok()) {
+    const bool is_file = sys::describe(place).kind == sys::Kind::kFile;
+    return failed(place, is_file ? "a file stands where a folder has to be" : sys::text_of(made));
+  }
+  if (m_staging.empty()) {
+    if (const os::Status made = make_staging_folder(); !made.ok())
+      return failed(m_folder.path, sys::text_of(made));
+  }
+  std::string copy = sys::join(m_staging, std::to_string(m_items.size() + 1));
+  const os::Status copied = os::copy(version.source, copy, os::IfExists::kFail);
+  if (copied.failure() == os::Failure::kLocked) return failed(version.source, "it is locked");
+  if (!copied.ok()) return failed(version.source, sys::text_of(copied));
+  // A copy of a read-only file is read-only, and could never be replaced.
+  if (sys::describe(copy).is_read_only) static_cast<void>(os::make_writable(copy));
+  m_items.push_back({&version, std::move(copy), "", false});
+  return true;
+}
+
+// ---- entering ----------------------------------------------------------------------------------
+
+bool NewVersions::any_pending() const {
+  return std::any_of(m_items.begin(), m_items.end(),
+                     [](const Item& item) { return item.version->fate == Fate::kPending; });
+}
+
+void NewVersions::fail_pending(Fate fate, const std::string& reason) {
+  for (Item& item : m_items) {
+    if (item.version->fate != Fate::kPending) continue;
+    take_back(item);
+    item.version->fate = fate;
+    item.version->reason = reason;
+  }
+}
+
+void NewVersions::refuse(const char* what, const std::string& path, const os::Status& status) {
+  if (status.failure() == os::Failure::kLocked) return fail_pending(Fate::kLocked, path);
+  fail_pending(Fate::kFailed, std::string(what) + " " + printable(path) +
+                                  " cannot be written: " + why_not_usable(path, status));
+}
+
+void NewVersions::take_back(Item& item) {
+  if (!item.is_moved) return;
+  static_cast<void>(os::remove_file(path_of(item.version->file)));
+  item.is_moved = false;
+}
+
+void NewVersions::enter(const std::vector<NewVersions*>& folders) {
+  const auto flush = [&](const std::vector<std::string>& files,
+                         const std::vector<std::string>& names) {
+    const os::Status flushed = sys::flush_files(files, names);
+    if (flushed.ok()) return;
+    for (NewVersions* const each : folders)
+      each->fail_pending(Fate::kFailed,
+                         "it could not be written to the device: " + sys::text_of(flushed));
+  };
+  std::vector<std::string> copies;
+  for (const NewVersions* const each : folders) {
+    for (const Item& item : each->m_items) copies.push_back(item.copy);
+  }
+  flush(copies, {});
+  std::vector<std::string> counters;
+  std::vector<std::string> names;
+  for (NewVersions* const each : folders) {
+    each->prepare();
+    if (!each->any_pending()) continue;
+    counters.push_back(each->path_of(index_format::kCounterFile));
+    names.push_back(each->m_folder.path);
+  }
+  // A line must not reach the device before its file has its name there.
+  flush(counters, names);
+  for (NewVersions* const each : folders) each->commit();
+}
+
+void NewVersions::prepare() {
+  if (!any_pending() || !open_index()) return;
+  drop_taken();
+  if (!any_pending() || !draw_numbers()) return;
+  move_files();
+}
+
+void NewVersions::commit() {
+  const bool is_work = any_pending();
+  if (is_work) save();
+  m_index.close();
+  if (is_work) verify();
+}
+
+bool NewVersions::open_index() {
+  const std::string path = path_of(index_format::kIndexFile);
+  const bool is_new = sys::describe(path).kind == sys::Kind::kMissing;
+  os::Status status =
+      m_index.open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kMake, m_locking);
+  if (status.ok()) status = m_index.read_text(m_text);
+  if (status.ok() && is_new && m_text.empty()) {
+    // An index without a byte would pass for one whose names are lost.
+    status = m_index.write_at(0, " ");
+    if (status.ok()) {
+      m_text = " ";
+    } else {
+      static_cast<void>(os::remove_file(path));
+    }
+  }
+  if (!status.ok()) {
+    refuse("the index", path, status);
+    return false;
+  }
+  m_view.load_text(m_folder, m_text);
+  if (!m_view.status().ok()) {
+    fail_pending(Fate::kFailed,
+                 printable(m_folder.path) + " cannot be listed: " + sys::text_of(m_view.status()));
+    return false;
+  }
+  return is_sound(is_new);
+}
+
+/// Whether a line can be added that readers find, and nothing goes that is left of lost names.
+bool NewVersions::is_sound(bool is_new) {
+  const std::string path = printable(path_of(index_format::kIndexFile));
+  if (m_view.index_state() == IndexState::kNoBytes && !is_new) {
+    fail_pending(Fate::kFailed, path +
+                                    " has lost its names; bring them back first: 'stgctl index "
+                                    "restore', or 'stgctl check' tells more");
+    return false;
+  }
+  IndexLint lint;
+  lint.start(m_view);
+  LintedLine line;
+  while (lint.next(line)) {
+    const bool is_blank = line.raw.find_first_not_of(' ') == std::string_view::npos;
+    if (line.verdict != Verdict::kNoSeparator || is_blank) continue;
+    fail_pending(Fate::kFailed, path + " is damaged in line " + std::to_string(line.number) +
+                                    "; 'stgctl repair' first");
+    return false;
+  }
+  return true;
+}
+
+/// Names that have an entry by now are somebody else's.
+void NewVersions::drop_taken() {
+  std::map<std::string_view, Verdict> taken;
+  IndexLint lint;
+  lint.start(m_view);
+  LintedLine line;
+  while (lint.next(line)) {
+    const bool counts = line.verdict == Verdict::kEntry && line.has_file;
+    if (counts || line.verdict == Verdict::kUnknown) taken.emplace(line.key, line.verdict);
+  }
+  for (Item& item : m_items) {
+    if (item.version->fate != Fate::kPending) continue;
+    const auto found = taken.find(key_of(*item.version));
+    if (found == taken.end()) continue;
+    const bool is_there = found->second == Verdict::kEntry;
+    item.version->fate = is_there ? Fate::kMeanwhile : Fate::kFailed;
+    item.version->reason = is_there ? "somebody else stored it meanwhile"
+                                    : "the system does not tell whether it is there already";
+  }
+}
+
+bool NewVersions::draw_numbers() {
+  const std::string path = path_of(index_format::kCounterFile);
+  LockedFile counter;
+  std::string text;
+  os::Status status =
+      counter.open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kMake, m_locking);
+  if (status.ok()) status = counter.read_text(text);
+  std::int32_t last = std::max({counter_in(text), highest_number(m_view), 0});
+  if (status.ok()) {
+    std::set<std::string, std::less<>> stored;
+    IndexLint lint;
+    lint.start(m_view);
+    LintedLine line;
+    while (lint.next(line)) stored.emplace(line.stored);
+    for (Item& item : m_items) {
+      if (item.version->fate != Fate::kPending) continue;
+      do {
+        if (last == std::numeric_limits<std::int32_t>::max()) {
+          fail_pending(Fate::kFailed, printable(path) + " has come to its end");
+          return false;
+        }
+        item.stored = index_format::generated_name(++last);
+        item.version->file = index_format::file_name_of(key_of(*item.version), item.stored);
+      } while (stored.contains(item.stored) || item.stored == index_format::kTroubleName ||
+               m_view.find(item.stored) != FolderView::kNone ||
+               m_view.find(item.version->file) != FolderView::kNone);
+    }
+    status = write_number(counter, text, index_format::generated_name(last));
+  }
+  if (status.ok()) return true;
+  refuse("the counter", path, status);
+  return false;
+}
+
+void NewVersions::move_files() {
+  for (Item& item : m_items) {
+    if (item.version->fate != Fate::kPending) continue;
+    const os::Status moved = os::rename(item.copy, path_of(item.version->file));
+    item.is_moved = moved.ok();
+    if (moved.ok()) continue;
+    item.version->fate = Fate::kFailed;
+    item.version->reason = "it cannot be stored: " + printable(path_of(item.version->file)) + ": " +
+                           sys::text_of(moved);
+  }
+}
+
+/// The index with the new lines, ordered as the library writes it. Lines whose files are gone stay,
+/// but for those of the new names.
+std::string NewVersions::text_with_lines() const {
+  std::vector<std::string> lines;
+  std::set<std::string, std::less<>> keys;
+  for (const Item& item : m_items) {
+    if (item.version->fate != Fate::kPending) continue;
+    std::string key = key_of(*item.version);
+    lines.push_back(key + "/" + item.stored);
+    keys.insert(std::move(key));
+  }
+  IndexLint lint;
+  lint.start(m_view);
+  LintedLine line;
+  while (lint.next(line)) {
+    const bool is_blank = line.raw.find_first_not_of(' ') == std::string_view::npos;
+    if (!is_blank && !keys.contains(line.key)) lines.emplace_back(line.raw);
+  }
+  std::stable_sort(lines.begin(), lines.end(), [](std::string_view one, std::string_view other) {
+    return key_part(one) < key_part(other);
+  });
+  std::string text;
+  for (const std::string& each : lines) text.append(each).append("\n");
+  return text;
+}
+
+void NewVersions::save() {
+  const std::string wanted = text_with_lines();
+  const os::Status status = m_index.replace_lines(m_text, wanted);
+  std::string now;
+  // A failure behind the moment that counts leaves the new text.
+  const bool holds = status.ok() || (m_index.read_text(now).ok() && now == wanted);
+  if (!holds) {
+    fail_pending(Fate::kFailed, "the index " + printable(path_of(index_format::kIndexFile)) +
+                                    " cannot be written: " + sys::text_of(status));
+    return;
+  }
+  for (Item& item : m_items) {
+    if (item.version->fate == Fate::kPending) item.version->fate = Fate::kStored;
+  }
+}
+
+/// A program that had loaded the index before may have stored the same name: of two lines of one
+/// name its save keeps its own. Then the file that was made here belongs to nobody.
+void NewVersions::verify() {
+  FolderView view;
+  view.load(m_folder, m_locking);
+  if (view.index_state() != IndexState::kRead) return;
+  std::map<std::string, std::string, std::less<>> entries;
+  std::set<std::string, std::less<>> stored;
+  IndexLint lint;
+  lint.start(view);
+  LintedLine line;
+  while (lint.next(line)) {
+    stored.emplace(line.stored);
+    if (line.verdict == Verdict::kEntry) entries.emplace(line.key, line.stored);
+  }
+  for (Item& item : m_items) {
+    if (item.version->fate != Fate::kStored) continue;
+    const auto entry = entries.find(key_of(*item.version));
+    if (entry != entries.end() && entry->second == item.stored) continue;
+    if (!stored.contains(item.stored)) take_back(item);
+    item.version->fate = Fate::kMeanwhile;
+    item.version->reason = entry == entries.end() ? "somebody else removed it meanwhile"
+                                                  : "somebody else stored it meanwhile";
+  }
+}
+
+}  // namespace admin
