@@ -89,7 +89,7 @@ std::pair<Names::const_iterator, Names::const_iterator> with_prefix(const Names&
 
 /// Removes what neither of two looks at the index accounts for: the operation's own, and one at the
 /// text as it is now.
-void sweep_orphans(const IndexState& own, const IndexState& now, const vu_utf8string& base,
+void sweep_orphans(IndexState& own, const IndexState& now, const vu_utf8string& base,
                    const Names& names, std::uint32_t limit, bool use_access_time) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   if (own.has_unknown_lines() || now.has_unknown_lines()) {
@@ -112,6 +112,7 @@ void sweep_orphans(const IndexState& own, const IndexState& now, const vu_utf8st
     const std::uint64_t time = time_of(path, use_access_time).value_or(0);
     // Required: a point in time against a duration.
     if (time == 0 || limit == 0 || time <= limit) continue;
+    own.file_changes(name.str());
     if (vu_fileutf8::is_dir(path)) {
       VU_ERROR("removing orphan directory: ", path);
       vu_fileutf8::recurseRemoveDir(path, false);

@@ -99,10 +99,11 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
     if (replaces && !replaced) return;
     const IndexState::Taken made = m_state->withdraw(new_key);
     m_state->put_back(std::move(replaced));
-    // Last, for it needs memory. The file of another entry stays.
-    if (!made || m_state->pl().contains(made.by_key.mapped())) return;
-    remove_if_there(m_folder + "\\" +
-                    index_format::file_name_of(new_key, made.by_key.mapped()));
+    // The rest needs memory, and the entries stand without it.
+    if (!made || m_state->is_anothers(new_key, made.by_key.mapped())) return;
+    const std::string new_file = index_format::file_name_of(new_key, made.by_key.mapped());
+    if (new_file == replaced_file) return;
+    remove_if_there(m_folder + "\\" + new_file);
     trace_removal(m_folder);
   };
   bool is_copied = false;
@@ -117,10 +118,10 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
       trace_removal(m_folder);
     }
     const std::string new_file = _create(newLogical, newTs);
-    // A counter in trouble gives the name of a file that another entry bears, or this one bore.
-    const auto bearer = m_state->pl().find(*m_state->find(new_key));
-    const bool is_new = bearer->second == new_key && new_file != replaced_file;
-    is_copied = is_new && copy_and_flush(m_folder, old_file, new_file);
+    // A counter in trouble may give the name of a file that stands.
+    const bool is_free = new_file != replaced_file &&
+                         !m_state->is_anothers(new_key, *m_state->find(new_key));
+    is_copied = is_free && copy_and_flush(m_folder, old_file, new_file);
     if (is_copied) m_state->file_is_made(new_key, {old_file, replaced_file});
   } catch (...) {
     undo();

@@ -133,6 +133,8 @@ IndexReading::IndexReading(std::string index_text, FolderFiles& files)
   IndexLine line;
   std::string_view last_key;
   while (reader.next(line)) {
+    // It may become an entry by a file that is made meanwhile, so its text is read again.
+    ascending = ascending && !line.runs_on;
     if (line.state == LineState::kNone) continue;
     if (lines.empty()) lines.reserve(files.entries().size());
     if (line.state == LineState::kMissing) ++missing;

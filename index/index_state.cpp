@@ -137,6 +137,20 @@ void IndexState::remove_after_save(const std::string& file, IfItStays if_it_stay
   m_files_to_remove.emplace(file, if_it_stays);
 }
 
+bool IndexState::is_anothers(const std::string& key, const std::string& stored) const {
+  const std::string file = index_format::file_name_of(key, stored);
+  const auto bears = [&](const std::string& name) {
+    const auto it = pl().find(name);
+    return it != pl().end() && it->second != key;
+  };
+  // A stored name is the file's, or lacks the extension.
+  bool is_found = bears(file) || bears(stored);
+  visit_unknown([&](std::string_view other, std::string_view name) {
+    is_found = is_found || name == file || index_format::file_name_of(other, name) == file;
+  });
+  return is_found;
+}
+
 bool IndexState::is_to_be_removed(const std::string& name) const {
   const auto it = m_files_to_remove.lower_bound(name);
   return it != m_files_to_remove.end() && it->first.starts_with(name) &&

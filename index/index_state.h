@@ -109,7 +109,9 @@ class IndexState {
   /// A file of the folder goes when the save is over: until then whoever reads finds the entries
   /// from before. The save judges lines as if it had gone already.
   void remove_after_save(const std::string& file, IfItStays if_it_stays);
-  /// Whether a generated name is that of such a file.
+  /// Whether the file of an entry may be that of an entry with another key, too.
+  bool is_anothers(const std::string& key, const std::string& stored) const;
+  /// Whether a generated name is that of a file that goes.
   bool is_to_be_removed(const std::string& name) const;
   /// The file stays after all.
   void keep_file(const std::string& file) noexcept { m_files_to_remove.erase(file); }

@@ -165,6 +165,7 @@ class IndexSave {
     if (m_on_disk->unknown != 0) report_unknown_lines(*m_on_disk, m_state.folder());
     m_judges_all = true;
     m_is_listed = !m_on_disk->lines.empty();
+    take_out_what_leads_to_files_to_remove();
     const NameMap& lp = m_state.lp();
     auto mine = lp.begin();
     for (const IndexLine& line : entries_of(*m_on_disk)) {
@@ -173,6 +174,22 @@ class IndexSave {
           mine != lp.end() && mine->first == line.key && mine->second == line.stored;
       if (!is_known) merge_entry(line);
     }
+  }
+
+  /// A file that goes after the save is there yet: its lines must not keep out the next ones of
+  /// their keys.
+  void take_out_what_leads_to_files_to_remove() {
+    if (m_state.m_files_to_remove.empty()) return;
+    for (IndexLine& line : m_on_disk->lines) {
+      if (line.state == LineState::kValid && leads_to_a_file_to_remove(line))
+        line.state = judge(line.key, line.stored);
+    }
+  }
+
+  bool leads_to_a_file_to_remove(const IndexLine& line) const {
+    const auto& files = m_state.m_files_to_remove;
+    return files.contains(std::string(line.stored)) ||
+           files.contains(index_format::file_name_of(line.key, line.stored));
   }
 
   /// The file holds the very text that was loaded. So only a line that is no entry any more, or was

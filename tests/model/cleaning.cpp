@@ -52,7 +52,11 @@ std::uint32_t World::clean(const std::string& folder, std::uint32_t limit, Kept&
   }
 
   try {
-    const Map physical = values(folder, Values::kPhysical);
+    // The second look keeps whoever makes entries waiting, until the sweep is over.
+    Index look(*this, folder);
+    Map physical;
+    for (const auto& [its_key, stored] : look.lp)
+      physical.insert({file_of(its_key, stored), logical_of(its_key)});
     for (const std::string& name : listing) {
       if (name == "index" || name == "index.dat") continue;
       bool is_covered = false;
@@ -72,6 +76,7 @@ std::uint32_t World::clean(const std::string& folder, std::uint32_t limit, Kept&
         remove_loudly(path);
       }
     }
+    look.let_go();
   } catch (const FileError&) {
     index.let_go();
     throw;

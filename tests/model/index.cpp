@@ -115,7 +115,7 @@ std::string Index::new_name() {
     char digits[24];
     std::snprintf(digits, sizeof digits, "%08lld", n);
     name = digits;
-    if (pl.count(name) == 0) break;
+    if (pl.count(name) == 0 && !goes(name)) break;
   }
   counter.clear();
   counter.write(name);
@@ -153,21 +153,68 @@ void Index::remove(const std::string& logical, std::int32_t stamp) {
   needs_update = true;
 }
 
+/// Whether a drawn name is that of a file that goes.
+bool Index::goes(const std::string& name) const {
+  for (const auto& [file, is_error] : m_going) {
+    if (file == name || file.rfind(name + ".", 0) == 0) return true;
+  }
+  return false;
+}
+
+/// Whether the file of an entry is that of another one, too.
+bool Index::is_anothers(const std::string& its_key, const std::string& stored) const {
+  for (const std::string& name : {stored, file_of(its_key, stored)}) {
+    const auto found = pl.find(name);
+    if (found != pl.end() && found->second != its_key) return true;
+  }
+  return false;
+}
+
+/// Takes back what create() did for a rename.
+void Index::take_back(const std::string& its_key, bool removes_file) {
+  const std::string stored = lp[its_key];
+  lp.erase(its_key);
+  const auto found = pl.find(stored);
+  if (found != pl.end() && found->second == its_key) pl.erase(found);
+  const std::string path = m_folder + "\\" + file_of(its_key, stored);
+  if (!removes_file || is_anothers(its_key, stored) || !m_world.tree.exists(path)) return;
+  m_world.chmod(path);
+  m_world.remove(path);
+  if (m_world.tree.exists(path)) m_world.error("STGIndex: removal of file failed: " + path);
+}
+
 bool Index::rename(const std::string& old_logical, std::int32_t old_stamp,
                    const std::string& new_logical, std::int32_t new_stamp) {
   if (!contains(old_logical, old_stamp)) return true;
-  if (contains(new_logical, new_stamp)) remove(new_logical, new_stamp);
-  const std::string new_file = create(new_logical, new_stamp);
   const std::string old_key = key(old_logical, old_stamp);
-  const std::string old_path = m_folder + "\\" + file_of(old_key, lp[old_key]);
-  if (!m_world.copy_file(old_path, m_folder + "\\" + new_file, true)) {
-    // Nothing is lost: the old entry stays, the new one goes.
+  const std::string new_key = key(new_logical, new_stamp);
+  const std::string old_file = file_of(old_key, lp[old_key]);
+  m_going.insert({old_file, false});
+  std::string replaced;
+  std::string replaced_file;
+  const bool replaces = contains(new_logical, new_stamp);
+  if (replaces) {
+    replaced = lp[new_key];
+    replaced_file = file_of(new_key, replaced);
+    m_going.insert({replaced_file, true});
+    lp.erase(new_key);
+    pl.erase(replaced);
+  }
+  const std::string new_file = create(new_logical, new_stamp);
+  const std::string old_path = m_folder + "\\" + old_file;
+  const bool is_free = new_file != replaced_file && !is_anothers(new_key, lp[new_key]);
+  if (!is_free || !m_world.copy_file(old_path, m_folder + "\\" + new_file, true)) {
+    // Nothing is lost: what was there stays, the new entry goes.
     m_world.error("STGIndex: rename: copy failed: " + old_path);
-    remove(new_logical, new_stamp);
+    m_going.erase(old_file);
+    m_going.erase(replaced_file);
+    take_back(new_key, new_file != replaced_file);
+    if (replaces) {
+      lp.insert({new_key, replaced});
+      pl.insert({replaced, new_key});
+    }
     return false;
   }
-  m_world.chmod(old_path);
-  m_world.remove(old_path);
   needs_update = true;
   return true;
 }
@@ -176,6 +223,30 @@ bool Index::rename(const std::string& old_logical, std::int32_t old_stamp,
 
 void Index::let_go() {
   if (needs_update) merge_and_save();
+}
+
+/// As the folder will be when the files that go have gone.
+bool Index::is_valid(const std::string& its_key, const std::string& stored) const {
+  if (its_key.size() < 11) return false;
+  for (const std::string& name : {stored, stored + extension_with_dot(logical_of(its_key))}) {
+    if (m_going.count(name) == 0 && m_world.tree.exists(m_folder + "\\" + name)) return true;
+  }
+  return false;
+}
+
+/// False when a file stays: its lines count again.
+bool Index::remove_what_goes() {
+  bool all_gone = true;
+  for (const auto& [file, is_error] : m_going) {
+    const std::string path = m_folder + "\\" + file;
+    m_world.chmod(path);
+    m_world.remove(path);
+    if (!m_world.tree.exists(path)) continue;
+    if (is_error) m_world.error("STGIndex: removal of file failed: " + path);
+    all_gone = false;
+  }
+  m_going.clear();
+  return all_gone;
 }
 
 void Index::merge_and_save() {
@@ -188,13 +259,16 @@ void Index::merge_and_save() {
   std::string text;
   file.read(text, 0);
   Map disk_lp;
-  Map disk_pl;
-  m_world.string_to_maps(m_folder, text, disk_lp, disk_pl);
+  for (const auto& [its_key, stored] : index_pairs(text)) {
+    if (!is_valid(its_key, stored)) continue;
+    if (m_world.planted == Planted::kLastLineWins) disk_lp.erase(its_key);
+    disk_lp.insert({its_key, stored});
+  }
   for (const auto& [its_key, stored] : disk_lp) {
     const auto mine = lp.find(its_key);
     if (mine != lp.end()) {
       // A line of mine whose file is gone does not keep out one whose file is there.
-      if (mine->second == stored || m_world.valid_line(m_folder, its_key, mine->second)) continue;
+      if (mine->second == stored || is_valid(its_key, mine->second)) continue;
       pl.erase(mine->second);
       lp.erase(mine);
     }
@@ -203,12 +277,14 @@ void Index::merge_and_save() {
   }
   Map valid;
   for (const auto& [its_key, stored] : lp) {
-    if (m_world.valid_line(m_folder, its_key, stored)) valid.insert({its_key, stored});
+    if (is_valid(its_key, stored)) valid.insert({its_key, stored});
   }
   std::string saved = index_text(valid);
   if (m_world.planted == Planted::kEmptyIndexIsEmpty && valid.empty()) saved = "";
   file.clear();
   file.write(saved);
+  file.close();
+  if (!remove_what_goes()) merge_and_save();
 }
 
 }  // namespace model

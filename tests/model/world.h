@@ -85,13 +85,20 @@ class Index {
 
  private:
   std::string new_name();
+  bool goes(const std::string& name) const;
+  bool is_valid(const std::string& its_key, const std::string& stored) const;
+  bool is_anothers(const std::string& its_key, const std::string& stored) const;
+  void take_back(const std::string& its_key, bool removes_file);
   bool already_in_maps(const std::string& name) const;
   void adopt(const std::string& name);
   void adopt_unknown();
   void merge_and_save();
+  bool remove_what_goes();
 
   World& m_world;
   const std::string m_folder;
+  /// Files that are removed after the save, and whether it is an error when one stays.
+  std::map<std::string, bool> m_going;
 };
 
 class World {

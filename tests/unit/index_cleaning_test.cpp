@@ -207,6 +207,16 @@ TEST_F(IndexCleaning, KeepsALineOfWhichTheSystemDoesNotTell) {
             1U);
 }
 
+TEST_F(IndexCleaning, DropsALineWhoseFileTheSweepHasTaken) {
+  // The sweep goes by whole names, and the first line's would be 00000001.kdc.
+  folder.write("00000001");
+  write_aged("00000002.kdc", kDay);
+  folder.set_index("a.kdc_4294967295/00000001\nb.kdc_0000000001/00000002\n");
+  clean(3600);
+  EXPECT_FALSE(folder.has("00000001"));
+  EXPECT_EQ(folder.index(), " ");
+}
+
 TEST_F(IndexCleaning, DoesNotCountALineThatStaysWhereEverythingIsToGo) {
   write_aged("00000001.kdc", kDay);
   make_folder(folder.path("00000002.kdc_parts"));

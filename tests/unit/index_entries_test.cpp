@@ -437,6 +437,23 @@ TEST_F(IndexRename, TakesANumberThatIsFreeWhenTheCounterIsLost) {
   EXPECT_EQ(folder.names(), (Texts{"00000002.kdb", "index", "index.dat"}));
 }
 
+TEST_F(IndexRename, TakesANumberThatIsFreeWhenAFoundFileHasTheNextOne) {
+  folder.write("00000001.kdb", "bytes of a");
+  folder.set_index("00000001.kdb_0000000000/00000001.kdb\n");
+  STGIndex::rename(folder.path(), "00000001.kdb", 0, "a.kdb", 0);
+  EXPECT_EQ(folder.index(), "a.kdb_0000000000/00000002\n");
+  EXPECT_EQ(folder.read("00000002.kdb"), "bytes of a");
+}
+
+TEST_F(IndexRename, KeepsASecondLineOfTheOldKey) {
+  folder.write("00000001.kdb", "bytes of a");
+  folder.write("00000005.kdb", "other bytes");
+  folder.write("index", "00000005");
+  folder.set_index("a.kdb_0000000001/00000001\na.kdb_0000000001/00000005\n");
+  STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 1);
+  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000005\nb.kdb_0000000001/00000006\n");
+}
+
 TEST_F(IndexRename, CopiesOverNoFileOfAnEntryWhenTheCounterIsInTrouble) {
   // The counter counts no further, and the first name of all is given, or it cannot be read at all.
   for (const std::string given : {"00000000", "99999999"}) {
@@ -693,6 +710,15 @@ TEST_F(IndexEntries, GetTheirFileAgainThatACleanSweptBeforeTheSave) {
       sink.events(trace_event::warning),
       Texts{"STGIndex: made again, for it was removed before the index named it: " +
             folder.path("00000002.kdb")});
+}
+
+TEST_F(IndexEntries, MayGiveALineThatRunsOnItsFile) {
+  // Without a line feed behind the stored name the first line runs on to it, with a key of its own.
+  const std::string runs_on = "n.txt_0000000000\na.kdb_0000000000/00000001.kdb";
+  folder.set_index(runs_on);
+  EXPECT_EQ(STGIndex::create(folder.path(), "b.kdb", 0), "00000001.kdb");
+  EXPECT_EQ(folder.index(),
+            "a.kdb_0000000000/00000001.kdb\nb.kdb_0000000000/00000001\n" + runs_on + "\n");
 }
 
 TEST_F(IndexEntries, DoNotGetAFileAgainOnceTheyAreRemoved) {
