@@ -71,14 +71,16 @@ TEST_F(OsLinuxCopy, CopiesWhatASizeOfZeroDoesNotTell) {
 }
 
 TEST_F(OsLinuxCopy, CopiesBetweenFileSystems) {
-  const std::string away = "/dev/shm";
-  if (!fs::is_directory(away) || info_of(away).st_dev == info_of(m_from).st_dev) {
-    GTEST_SKIP() << "there is no second file system at " << away;
+  // The test's own folder may be in memory; the one that tests are started in is on a disk.
+  for (const std::string& away : {std::string("/dev/shm"), fs::current_path().string()}) {
+    if (!fs::is_directory(away) || info_of(away).st_dev == info_of(m_from).st_dev) continue;
+    const std::string target = away + "/vu_copy_" + std::to_string(::getpid());
+    EXPECT_TRUE(succeeds(os::copy(m_from, target, IfExists::kReplace)));
+    EXPECT_TRUE(read_file(target) == m_content);
+    EXPECT_TRUE(succeeds(os::remove_file(target)));
+    return;
   }
-  const std::string target = away + "/vu_copy_" + std::to_string(::getpid());
-  EXPECT_TRUE(succeeds(os::copy(m_from, target, IfExists::kReplace)));
-  EXPECT_TRUE(read_file(target) == m_content);
-  EXPECT_TRUE(succeeds(os::remove_file(target)));
+  GTEST_SKIP() << "there is no second file system";
 }
 
 TEST_F(OsLinuxCopy, KeepsTheTimeToTheNanosecond) {
