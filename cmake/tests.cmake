@@ -92,7 +92,7 @@ endif()
 vu_test_program(unit_tests
   SOURCES ${VU_UNIT_TEST_SOURCES}
   LINK vu_test_support_inside
-  SHARDS 8 TIMEOUT 60 COST 3 LABELS unit)
+  SHARDS 11 TIMEOUT 60 COST 3 LABELS unit)
 # The numbers of calls are read from the page that tells them.
 target_compile_definitions(unit_tests PRIVATE VU_TEST_DOCS="${PROJECT_SOURCE_DIR}/docs")
 vu_test_program(api_tests
@@ -107,7 +107,7 @@ if(TARGET vu_admin)
   vu_test_program(admin_tests
     SOURCES ${VU_ADMIN_TEST_SOURCES}
     LINK vu_admin vu_test_support
-    SHARDS 4 TIMEOUT 60 COST 4 LABELS admin)
+    SHARDS 7 TIMEOUT 60 COST 4 LABELS admin)
 endif()
 
 set(vu_code_pages 932 1252)
@@ -135,7 +135,7 @@ if(VU_BUILD_CLIENT)
   vu_test_program(stgctl_tests
     SOURCES ${vu_stgctl_tests}
     LINK vu_test_support vu_admin vu_json
-    SHARDS 16 TIMEOUT 180 COST 10 LABELS stgctl)
+    SHARDS 23 TIMEOUT 180 COST 10 LABELS stgctl)
   target_compile_definitions(stgctl_tests PRIVATE VU_TEST_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
   add_dependencies(stgctl_tests stgctl)
 endif()
