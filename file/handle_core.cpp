@@ -234,11 +234,11 @@ void HandleCore::clear(const trace::Scope& operation) noexcept {
   trace_failure(operation, __LINE__, trace_event::error, "Can't truncate file ", error);
 }
 
-replacement::Holds HandleCore::replace_and_close(const trace::Scope& operation,
-                                                 std::string_view old_bytes,
-                                                 std::string_view new_text) {
+replacement::Outcome HandleCore::replace_text(const trace::Scope& operation,
+                                              std::string_view old_bytes,
+                                              std::string_view new_text) {
   check_writing_mode();
-  const replacement::Outcome outcome = replacement::carry_out(m_state.handle, old_bytes, new_text);
+  replacement::Outcome outcome = replacement::carry_out(m_state.handle, old_bytes, new_text);
   if (!outcome.written.ok())
     trace_failure(operation, __LINE__, trace_event::error, "write file", outcome.written.code());
   if (!outcome.flushed.ok())
@@ -247,13 +247,17 @@ replacement::Holds HandleCore::replace_and_close(const trace::Scope& operation,
   if (!outcome.cut.ok())
     trace_failure(operation, __LINE__, trace_event::error, "Can't truncate file ",
                   outcome.cut.code());
+  return outcome;
+}
+
+void HandleCore::close_replaced(const trace::Scope& operation,
+                                const replacement::Outcome& outcome) noexcept {
   // After a complete replacement only the cut is not on the device, and need not be.
   if (outcome.ok()) {
     unlock_and_close(operation);
   } else {
     close(operation);
   }
-  return outcome.holds;
 }
 
 // ---- closing -----------------------------------------------------------------------------------
@@ -333,10 +337,24 @@ FileText read_to_end(vu_file& file) {
       .read_to_end(vu_trace_scope);
 }
 
-replacement::Holds replace_and_close(vu_file& file, std::string_view old_bytes,
-                                     std::string_view new_text) {
+replacement::Outcome replace_text(vu_file& file, std::string_view old_bytes,
+                                  std::string_view new_text) {
   VU_FILE_SCOPE();
   const vu_path names = file.getPath();
   return HandleCore(file, names.getParentPathName(), names.getRelativePathName(), kNarrowSpelling)
-      .replace_and_close(vu_trace_scope, old_bytes, new_text);
+      .replace_text(vu_trace_scope, old_bytes, new_text);
+}
+
+void close_replaced(vu_file& file, const replacement::Outcome& outcome) noexcept {
+  VU_FILE_SCOPE();
+  const vu_path names = file.getPath();
+  HandleCore(file, names.getParentPathName(), names.getRelativePathName(), kNarrowSpelling)
+      .close_replaced(vu_trace_scope, outcome);
+}
+
+replacement::Holds replace_and_close(vu_file& file, std::string_view old_bytes,
+                                     std::string_view new_text) {
+  const replacement::Outcome outcome = replace_text(file, old_bytes, new_text);
+  close_replaced(file, outcome);
+  return outcome.holds;
 }

@@ -60,9 +60,10 @@ class HandleCore {
   void close(const trace::Scope& operation) noexcept;
   void clear(const trace::Scope& operation) noexcept;
 
-  /// See replace_and_close().
-  replacement::Holds replace_and_close(const trace::Scope& operation, std::string_view old_bytes,
-                                       std::string_view new_text);
+  /// See replace_text() and close_replaced().
+  replacement::Outcome replace_text(const trace::Scope& operation, std::string_view old_bytes,
+                                    std::string_view new_text);
+  void close_replaced(const trace::Scope& operation, const replacement::Outcome& outcome) noexcept;
 
   /// The lock of a handle, with what its owner knows about it kept in step.
   static os::Status take_lock(vu_file_base& state, const vu_file_base::lock_desc_t& request);
@@ -100,13 +101,18 @@ class HandleCore {
 FileText read_to_end(vu_file& file);
 
 /// Replaces the whole content of an open file so that an interruption at any moment leaves the old
-/// text or the new one (see replacement.h), flushes it and closes the file. @p old_bytes is what
-/// the file holds, read to the end.
+/// text or the new one (see replacement.h), and flushes it. @p old_bytes is what the file holds,
+/// read to the end. The file stays open, and locked, until close_replaced().
 ///
 /// A failed write is traced like one of vu_file::write(), a failed flush like one of
 /// vu_file::close(), a failed cut like one of vu_file::clear(). Required: for "index.dat" and its
 /// counter alone; all other files are cut first, as their modes say.
-/// @return what the file holds afterwards.
-/// @throws vu_file_except in a mode without writing; the file stays open then.
+/// @return how far it came, and what the file holds now.
+/// @throws vu_file_except in a mode without writing.
+replacement::Outcome replace_text(vu_file& file, std::string_view old_bytes,
+                                  std::string_view new_text);
+/// Closes such a file; what replace_text() left unflushed is flushed.
+void close_replaced(vu_file& file, const replacement::Outcome& outcome) noexcept;
+/// Both. @return what the file holds afterwards.
 replacement::Holds replace_and_close(vu_file& file, std::string_view old_bytes,
                                      std::string_view new_text);

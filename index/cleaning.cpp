@@ -156,10 +156,20 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
   const Names names = vu_fileutf8::filenames(base);
   Names sorted = names;
   std::sort(sorted.begin(), sorted.end());
+  unsigned long removed = 0;
   for (const auto& [key, stored] : out_of_date) {
     const std::string entry = entryOnly(key);
     const long timestamp = tsOnly(key);
     const std::string file = name_on_disk(key, stored);
+    if (limit != 0) {
+      // Somebody may have written the document since the first question.
+      const std::uint32_t age = age_of(time_of(base + vu_utf8string(file), useAccessTime), now);
+      if (age <= limit) {
+        kept.emplace(age, std::string(folder).append("\\").append(key));
+        continue;
+      }
+    }
+    ++removed;
     VU_TRACE_XS("          Removing entry=", entry, " ts=", timestamp, " nameOnFS=", file);
     index._remove(entry, timestamp);
     const auto [first, last] = with_prefix(sorted, file + "_");
@@ -173,7 +183,7 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
     const STGIndex second_look(folder);
     sweep_orphans(*index.m_state, *second_look.m_state, base, names, limit, useAccessTime);
   }
-  return static_cast<unsigned long>(out_of_date.size());
+  return removed;
 }
 
 void STGIndex::cleanAllOutput(const std::string& folder) {

@@ -53,10 +53,11 @@ void trace_removal(const std::string& folder) {
 
 void remove_if_there(const std::string& path) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  if (!vu_file::exists(path)) return;
+  if (presence_of(path) == Presence::kMissing) return;
   vu_file::chmodW(path);
   vu_file::remove(path);
-  if (vu_file::exists(path)) VU_ERROR("STGIndex: removal of file failed: ", path);
+  if (presence_of(path) != Presence::kMissing)
+    VU_ERROR("STGIndex: removal of file failed: ", path);
 }
 
 }  // namespace

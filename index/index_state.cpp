@@ -55,6 +55,12 @@ IndexState::IndexState(const std::string& folder)
 
 void IndexState::begins_to_live() { m_exceptions_at_construction = std::uncaught_exceptions(); }
 
+void IndexState::take_over(const IndexState& other) {
+  const int exceptions = m_exceptions_at_construction;
+  *this = other;
+  m_exceptions_at_construction = exceptions;
+}
+
 bool IndexState::is_unwound() const {
   return std::uncaught_exceptions() > m_exceptions_at_construction;
 }
@@ -152,23 +158,42 @@ bool IndexState::is_anothers(const std::string& key, const std::string& stored) 
 }
 
 bool IndexState::is_to_be_removed(const std::string& name) const {
-  const auto it = m_files_to_remove.lower_bound(name);
-  return it != m_files_to_remove.end() && it->first.starts_with(name) &&
-         (it->first.size() == name.size() || it->first[name.size()] == '.');
+  auto it = m_files_to_remove.lower_bound(name);
+  for (; it != m_files_to_remove.end() && it->first.starts_with(name); ++it) {
+    if (it->first.size() == name.size() || it->first[name.size()] == '.') return true;
+  }
+  return false;
 }
 
-bool IndexState::remove_replaced_files() {
+IndexState::Removal IndexState::remove_replaced_files() {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  bool are_gone = true;
-  for (const auto& [file, if_it_stays] : std::exchange(m_files_to_remove, {})) {
+  const auto files = std::exchange(m_files_to_remove, {});
+  Removal result;
+  // What was replaced first: a file that stays may bear the very name of the new entry, and hide
+  // it. Then the sources stay, too.
+  for (const IfItStays kind : {IfItStays::kError, IfItStays::kNothing}) {
+    if (!result.are_gone) break;
+    for (const auto& [file, if_it_stays] : files) {
+      if (if_it_stays != kind || remove_for_good(file, kind, result.raised)) continue;
+      result.are_gone = false;
+    }
+  }
+  return result;
+}
+
+bool IndexState::remove_for_good(const std::string& file, IfItStays if_it_stays,
+                                 std::exception_ptr& raised) const {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  try {
     const std::string path = folder() + "\\" + file;
     vu_file::chmodW(path);
     vu_file::remove(path);
-    if (presence_of(path) == Presence::kMissing) continue;
+    if (presence_of(path) == Presence::kMissing) return true;
     if (if_it_stays == IfItStays::kError) VU_ERROR("STGIndex: removal of file failed: ", path);
-    are_gone = false;
+  } catch (...) {
+    if (!raised) raised = std::current_exception();
   }
-  return are_gone;
+  return false;
 }
 
 void IndexState::file_changes(const std::string& name) {

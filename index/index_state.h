@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <map>
 #include <memory>
 #include <optional>
@@ -44,6 +45,8 @@ class IndexState {
 
   /// Counts from here on for is_unwound(): a copy is an instance of its own.
   void begins_to_live();
+  /// Becomes as another one, but for what begins_to_live() noted.
+  void take_over(const IndexState& other);
   /// Whether an exception that began after the construction is under way.
   bool is_unwound() const;
 
@@ -115,8 +118,13 @@ class IndexState {
   bool is_to_be_removed(const std::string& name) const;
   /// The file stays after all.
   void keep_file(const std::string& file) noexcept { m_files_to_remove.erase(file); }
-  /// Removes these files, once the save is over. @return whether they are gone.
-  bool remove_replaced_files();
+  struct Removal {
+    bool are_gone = true;       ///< all of the files
+    std::exception_ptr raised;  ///< by the first removal that raised
+  };
+  /// Removes these files, once the new text is on the device. Where one of those that were replaced
+  /// stays, the sources of the copies do.
+  Removal remove_replaced_files();
   /// A file of the folder is about to go or to get another name: the lines that may lead to it are
   /// judged again by the save.
   void file_changes(const std::string& name);
@@ -131,6 +139,9 @@ class IndexState {
     NameMap pl;
   };
   Maps& maps() const;
+  /// @return whether the file is gone.
+  bool remove_for_good(const std::string& file, IfItStays if_it_stays,
+                       std::exception_ptr& raised) const;
 
   int m_exceptions_at_construction;
   std::shared_ptr<FolderFiles> m_files;  // shared by copies

@@ -1,6 +1,7 @@
 #include "index/saving.h"
 
 #include <algorithm>
+#include <exception>
 #include <map>
 #include <set>
 #include <string>
@@ -70,16 +71,25 @@ class IndexSave {
     VU_TRACE_M(" STGIndex: (begin) updating index.dat ...");
     VU_TRACE_M("  folder : ", m_state.folder());
     if (!open()) return Saved::kNotOpened;
-    const FileText bytes = read();
-    std::string storage;
-    find_doubtful();
-    make_swept_files_again();
-    merge(std::string(replacement::text_of(bytes.view(), storage)));
-    const std::string text = this->text();
-    const replacement::Holds holds = replace_and_close(m_index, bytes.view(), text);
+    Saved saved = replace();
+    std::exception_ptr raised;
+    if (saved == Saved::kYes) {
+      // Nobody else may merge before these files have gone: their lines would be valid for him.
+      const IndexState::Removal removal = m_state.remove_replaced_files();
+      raised = removal.raised;
+      // A file that the system keeps makes its line valid again.
+      if (!removal.are_gone) {
+        IndexSave again(m_index, m_state);
+        m_index.rewind();
+        saved = again.replace();
+        m_outcome = again.m_outcome;
+      }
+    }
+    close_replaced(m_index, m_outcome);
     VU_TRACE_M(" STGIndex: (end) index.dat is uptodate");  // sic
     VU_TRACE_M("  folder : ", m_state.folder());
-    return holds == replacement::Holds::kNewText ? Saved::kYes : Saved::kNotWritten;
+    if (raised) std::rethrow_exception(raised);
+    return saved;
   }
 
  private:
@@ -109,6 +119,18 @@ class IndexSave {
                m_state.folder());
       throw;
     }
+  }
+
+  // ---- replace -------------------------------------------------------------------------------
+
+  Saved replace() {
+    const FileText bytes = read();
+    std::string storage;
+    find_doubtful();
+    make_swept_files_again();
+    merge(std::string(replacement::text_of(bytes.view(), storage)));
+    m_outcome = replace_text(m_index, bytes.view(), text());
+    return m_outcome.holds == replacement::Holds::kNewText ? Saved::kYes : Saved::kNotWritten;
   }
 
   // ---- what was swept --------------------------------------------------------------------------
@@ -339,6 +361,7 @@ class IndexSave {
 
   vu_file& m_index;
   IndexState& m_state;
+  replacement::Outcome m_outcome;
   FolderFiles m_files;                    ///< as they are now
   std::optional<IndexReading> m_on_disk;  ///< where it is not the text that was loaded
   bool m_judges_all = false;
@@ -352,8 +375,5 @@ class IndexSave {
 };
 
 Saved save_index(vu_file& index, IndexState& state) {
-  const Saved saved = IndexSave(index, state).run();
-  if (saved != Saved::kYes) return saved;
-  // A file that the system keeps may make a line valid again.
-  return state.remove_replaced_files() ? saved : IndexSave(index, state).run();
+  return IndexSave(index, state).run();
 }

@@ -38,7 +38,7 @@ STGIndex& STGIndex::operator=(const STGIndex& other) {
   vu_file::operator=(other);
   m_folder = other.m_folder;
   m_needUpdate = other.m_needUpdate;
-  *m_state = *other.m_state;
+  m_state->take_over(*other.m_state);
   return *this;
 }
 

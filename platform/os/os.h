@@ -58,8 +58,11 @@ inline constexpr Handle kNoHandle = -1;
 class Path {
  public:
   // Implicit, so that a call takes either text as it is. NOLINTBEGIN(google-explicit-constructor)
-  Path(const std::string& narrow) : m_narrow(narrow.c_str()) {}
-  Path(const ucs2string& wide) : m_wide(wide.c_str()) {}
+  // A name with a NUL in it is no name, and not what stands before the NUL: nothing is found.
+  Path(const std::string& narrow)
+      : m_narrow(narrow.find('\0') == std::string::npos ? narrow.c_str() : "") {}
+  Path(const ucs2string& wide)
+      : m_wide(wide.str().find(u'\0') == std::u16string::npos ? wide.c_str() : u"") {}
   // NOLINTEND(google-explicit-constructor)
 
   bool is_wide() const { return m_wide != nullptr; }

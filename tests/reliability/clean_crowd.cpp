@@ -43,7 +43,8 @@ std::string write_document(const std::string& folder, const std::string& logical
 }
 
 /// args: its name; how many; a file for the names that must be there afterwards; the folder. Every
-/// third document gets another name, and every fourth one is made old.
+/// third document gets another name, half of these that of another document, and every fourth one is
+/// made old.
 int clean_writer(const std::vector<std::string>& args) {
   STGIndex::setSynchronizeMode(false);
   const std::size_t count = std::stoul(args.at(1));
@@ -61,6 +62,7 @@ int clean_writer(const std::vector<std::string>& args) {
     }
     const bool moves = number % 3 == 0;
     const std::string name = moves ? "moved " + logical : logical;
+    if (number % 6 == 0) write_document(folder, name);
     if (moves) STGIndex::rename(folder, logical, kStamp, name, kStamp);
     kept << name << '\t' << content_of(logical) << '\n';
   }

@@ -217,6 +217,20 @@ TEST_F(IndexCleaning, DropsALineWhoseFileTheSweepHasTaken) {
   EXPECT_EQ(folder.index(), " ");
 }
 
+TEST_F(IndexCleaning, KeepsWhatIsWrittenWhileItRemovesOthers) {
+  write_aged("00000001.kdc", kDay);
+  write_aged("00000002.kdc", kDay);
+  folder.set_index("a.kdc_0000000001/00000001\nb.kdc_0000000001/00000002\n");
+  const auto hook = os::faults::before(Call::remove_file, [&] {
+    folder.write("00000002.kdc", "written anew");
+  });
+  EXPECT_EQ(clean(3600), 1U);
+  EXPECT_EQ(folder.read("00000002.kdc"), "written anew");
+  EXPECT_EQ(folder.index(), "b.kdc_0000000001/00000002\n");
+  ASSERT_EQ(kept.size(), 1U);
+  EXPECT_EQ(kept.begin()->second, entry("b.kdc_0000000001"));
+}
+
 TEST_F(IndexCleaning, DoesNotCountALineThatStaysWhereEverythingIsToGo) {
   write_aged("00000001.kdc", kDay);
   make_folder(folder.path("00000002.kdc_parts"));

@@ -445,6 +445,53 @@ TEST_F(IndexRename, TakesANumberThatIsFreeWhenAFoundFileHasTheNextOne) {
   EXPECT_EQ(folder.read("00000002.kdb"), "bytes of a");
 }
 
+TEST_F(IndexRename, RemovesTheOldFilesUnderTheLockOfTheSave) {
+  // Whoever merges before they have gone would take their lines for valid ones.
+  folder.write("00000001.kdb", "bytes of a");
+  folder.write("00000002.kdb", "bytes of b");
+  folder.write("index", "00000002");
+  folder.set_index("a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\n");
+  int removals = 0;
+  const auto hook = os::faults::before(
+      Call::remove_file,
+      [&] {
+        ++removals;
+        bool lock_failed = false;
+        vu_file other(folder.path(), "index.dat");
+        EXPECT_TRUE(other.try_open(vu_file::o_read, lock_failed, true));
+        EXPECT_TRUE(lock_failed);
+        EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000003\n");
+      },
+      1, Times::kLasting);
+  STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 1);
+  EXPECT_EQ(removals, 2);
+  EXPECT_EQ(folder.names(), (Texts{"00000003.kdb", "index", "index.dat"}));
+}
+
+TEST_F(IndexRename, KeepsTheSourceWhereAReplacedFileStays) {
+  // The file that stays bears the new entry's very name, and hides it.
+  folder.write("00000001.kdb", "bytes of a");
+  folder.write("n.kdb", "bytes of n");
+  folder.write("index", "00000001");
+  folder.set_index("a.kdb_0000000001/00000001\nn.kdb_0000000000/n.kdb\n");
+  for (const bool raises : {false, true}) {
+    recording_sink sink;
+    if (raises) {
+      const auto fault = os::faults::throw_from(Call::remove_file, std::bad_alloc());
+      EXPECT_NO_THROW(STGIndex::rename(folder.path(), "a.kdb", 1, "n.kdb", 0));
+    } else {
+      const auto fault = os::faults::fail(Call::remove_file, kRefused);
+      STGIndex::rename(folder.path(), "a.kdb", 1, "n.kdb", 0);
+      EXPECT_EQ(sink.count(trace_event::error,
+                           "STGIndex: removal of file failed: " + folder.path("n.kdb")),
+                1U);
+    }
+    EXPECT_EQ(folder.read("00000001.kdb"), "bytes of a");
+    EXPECT_EQ(folder.read("n.kdb"), "bytes of n");
+    EXPECT_NE(folder.index().find("a.kdb_0000000001/00000001\n"), std::string::npos);
+  }
+}
+
 TEST_F(IndexRename, KeepsASecondLineOfTheOldKey) {
   folder.write("00000001.kdb", "bytes of a");
   folder.write("00000005.kdb", "other bytes");

@@ -607,7 +607,8 @@ TEST(FolderFilesOfAnIndex, GivesEachLineItsState) {
   EXPECT_EQ(worth("b_0000000001/00000003\na_0000000001/00000001\n"), (Worth{2, 1, true}));
   EXPECT_EQ(worth("short/00000001\n"), (Worth{0, 0, true}));
   EXPECT_EQ(worth("a_0000000001/00000001\na_0000000001/00000002\n"), (Worth{2, 0, false}));
-  EXPECT_EQ(worth("torn\na_0000000001/00000001\n"), (Worth{1, 0, true}));
+  EXPECT_EQ(worth("torn\na_0000000001/00000001\n"), (Worth{1, 0, false}))
+      << "a line runs on";
   EXPECT_EQ(worth("torn\na_0000000001/00000001"), (Worth{2, 0, false}));
 }
 

@@ -117,11 +117,20 @@ TEST(OsOpen, AWidePathNamesAnyCharacter) {
   EXPECT_TRUE(file_exists(path));
 }
 
-TEST(OsOpen, APathEndsAtItsFirstNul) {
+TEST(OsOpen, FindsNothingUnderANameWithANul) {
   const scratch_folder scratch;
+  write_file(scratch.path("file"), "bytes");
   const std::string path = scratch.path("file") + std::string("\0tail", 5);
-  EXPECT_TRUE(succeeds(open_and_close(path, Access::kReadWriteCreate)));
+  EXPECT_FALSE(succeeds(open_and_close(path, Access::kReadWriteCreate)));
+  EXPECT_EQ(os::probe_search(path).failure(), os::Failure::kNotFound);
+  EXPECT_FALSE(os::remove_file(path).ok());
+  EXPECT_FALSE(os::create_directory(path).ok());
+  EXPECT_FALSE(os::rename(path, scratch.path("other")).ok());
+  EXPECT_FALSE(os::rename(scratch.path("file"), path).ok());
+  const ucs2string wide{vu_utf8string(path)};
+  EXPECT_EQ(os::probe_search(wide).failure(), os::Failure::kNotFound);
   EXPECT_EQ(list_folder(scratch.path()), std::vector<std::string>{"file"});
+  EXPECT_EQ(read_file(scratch.path("file")), "bytes");
 }
 
 TEST(OsOpen, AnOpenFileIsSharedWithReadersWritersAndRemovers) {
