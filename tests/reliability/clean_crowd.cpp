@@ -43,8 +43,8 @@ std::string write_document(const std::string& folder, const std::string& logical
 }
 
 /// args: its name; how many; a file for the names that must be there afterwards; the folder. Every
-/// third document gets another name, half of these that of another document, and every fourth one is
-/// made old.
+/// third document gets another name, half of these that of another document, and every fourth one
+/// is made old.
 int clean_writer(const std::vector<std::string>& args) {
   STGIndex::setSynchronizeMode(false);
   const std::size_t count = std::stoul(args.at(1));
