@@ -19,20 +19,23 @@ VU_STORAGE_TYPES_BEGIN
 ///
 /// Clients use the public static operations. Each one loads the index of the folder it is given,
 /// asks or changes it in memory and, when it changed, merges it with what is on disk by then and
-/// writes it back, before it returns: a change is on disk when the operation is over, and no index,
-/// handle or lock outlives a call. While an operation runs it holds a shared lock on an existing
-/// "index.dat" and for the rewrite an exclusive one.
+/// writes it back, before it returns: a change is on disk when the operation is over, unless the
+/// save has failed (see below), and no index, handle or lock outlives a call. While an operation
+/// runs it holds a shared lock on an existing "index.dat" and for the rewrite an exclusive one.
 ///
 /// Arguments: `folder` is a path without a trailing separator; `logical` a logical name with its
 /// extension; `ts` a timestamp, seconds or any other stamp of the caller's between 0 and 2147483647
 /// (32 bits in meaning on every platform; values outside are clamped). Names are used by plain
-/// concatenation: separators, "..", wildcards, line feeds and the index's own file names are the
-/// caller's to refuse.
+/// concatenation: separators, "..", wildcards, line feeds, NULs and the index's own file names are
+/// the caller's to refuse.
 ///
 /// Errors: a folder that does not exist is traced and behaves as an empty one. vu_file_except
 /// leaves an operation when an existing "index.dat" cannot be opened or read, or when the rewritten
 /// one cannot be read to its end before it is merged; one that cannot be opened for writing is
-/// traced as a warning, and the change is lost. Traces carry the source name "stg_index".
+/// traced as a warning, and the change is lost. It is lost as well when the rewrite fails before
+/// the new text is on the device, as on a full disk: the index holds its old entries, an error
+/// tells ("write file : " or "Can't flush buffers", of the source "vu_file"), and the operation
+/// returns as if it had not failed. Other traces carry the source name "stg_index".
 ///
 /// Lines whose files nobody knows of: where the system fails to tell whether the file of a line is
 /// there (an I/O error, a folder that may not be searched), an error names the line. A save keeps
@@ -86,17 +89,21 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @blocking{for writers of the index} @threads{any}
   static bool exists(const std::string& folder, const std::string& logical, long ts,
                      std::string& physical);
-  /// Makes sure that a version exists, with an empty file when it is new.
+  /// Makes sure that a version exists, with an empty file when it is new. A file that bears the
+  /// logical name itself is that version, whatever the timestamp, also where the system fails to
+  /// tell whether there is one. A new file that a clean sweeps before the index names it is made
+  /// again, with a warning.
   /// @param folder the folder.
   /// @param logical the logical name.
   /// @param ts its timestamp.
-  /// @return the physical file name.
+  /// @return the physical file name, also when the save has failed (see the class).
   /// @throws vu_file_except as the class says, and when the new version's file cannot be made.
   /// @blocking{for writers of the index; for a new version for its readers and its counter, too}
   /// @threads{any}
   static std::string create(const std::string& folder, const std::string& logical, long ts);
-  /// Removes a version and its file; nothing when there is none. When the system refuses to remove
-  /// the file, which is traced as an error, the version stays.
+  /// Removes a version and its file, and any other entry that leads to the same file; nothing when
+  /// there is none. When the system refuses to remove the file, which is traced as an error, the
+  /// version stays.
   /// @param folder the folder.
   /// @param logical the logical name.
   /// @param ts its timestamp.
@@ -105,9 +112,13 @@ class VU_STORAGE_API STGIndex : public vu_file {
   static void remove(const std::string& folder, const std::string& logical, long ts);
   /// Gives a version another name and timestamp; an existing version of that name is replaced.
   /// Nothing when old and new are equal or the old one does not exist. When its bytes cannot be
-  /// copied the version stays what it was, and the failure is traced as an error. The files that
-  /// are replaced go when the index is saved: until then whoever reads finds the old versions,
-  /// whole.
+  /// copied both versions stay what they were, and the failure is traced as an error.
+  ///
+  /// The old version's file and that of a replaced version go within the save, under its lock:
+  /// until then whoever reads finds the old versions, whole. What somebody writes to one of these
+  /// files after the copy goes with it. So does another entry that leads to one of them. Where the
+  /// system refuses to remove the replaced version's file, which is traced as an error, the renamed
+  /// one stays under its old name as well.
   /// @param folder the folder.
   /// @param oldLogical,oldTs the version that is renamed.
   /// @param newLogical,newTs its new name and timestamp.
@@ -173,16 +184,20 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// never cleared.
   /// @param useAccessTime whether the last access counts, instead of the last modification.
   /// @return the number of versions removed, those included whose files the system refused to
-  /// remove.
+  /// remove. A version of which the system does not tell whether its file is there stays and does
+  /// not count, also with @p maxAge 0.
   /// @throws what loading the index and writing it back raise; vu_i18n_except when a path is not
   /// valid UTF-8.
   ///
   /// The sweep compares a name's time itself with @p maxAge, not its age: with any realistic limit
-  /// every name that the index does not account for goes. A file that another process has made and
-  /// not yet indexed is such a name; run it while the folder is idle.
+  /// every name that the index does not account for goes; one whose time the system fails to tell
+  /// stays. A file that another process has made and not yet indexed is such a name, too; that
+  /// process makes it again when it saves the index. docs/concurrency.md tells what a folder
+  /// without "index.dat" can lose.
   ///
   /// What was written since the operation began is of age 0, and so is what the system tells no age
-  /// of. A file that is missing is as old as 1970.
+  /// of. A file that is missing is as old as 1970. With a limit other than 0 the age is asked once
+  /// more directly before a version goes: one that was written meanwhile stays.
   /// @blocking{for writers of the index; for its readers, too, when a version is removed}
   /// @threads{any}
   static unsigned long cleanOutOfDateOutput(const std::string& folder, const unsigned long& maxAge,
@@ -208,7 +223,9 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// warning.
   /// @param user the owner of the mail folder.
   /// @throws vu_file_except when the index cannot be read, the read list neither read nor written,
-  /// or a file not be made; what was done so far is kept and a further call goes on from there.
+  /// or a file not be made; what was done so far is kept and a further call goes on from there. The
+  /// read list is written last, when the folder is marked already: one that cannot be opened then
+  /// keeps the escaped names, one whose write fails is left empty, and no further call mends it.
   /// @blocking{for writers of the mail folder's index; when it converts, also for the index's
   /// readers and counter, and for writers and readers of the read list} @threads{any}
   static void migrateInboxRead(const std::string& user);
@@ -271,7 +288,7 @@ class VU_STORAGE_API STGIndex : public vu_file {
 
   std::string m_folder;
   bool m_needUpdate = false;
-  std::unique_ptr<IndexState> m_state;  // the maps m_lp and m_pl, and what was loaded
+  std::unique_ptr<IndexState> m_state;  // both maps of names, and what was loaded
 
   static bool m_autoSynchronizeToFolder;
 };

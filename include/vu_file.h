@@ -21,6 +21,9 @@ VU_STORAGE_TYPES_BEGIN
 /// (vu_file_base::type_access) and holds a lock on the whole file while it is open. Failures are
 /// traced under the source name "vu_file".
 ///
+/// A path with a NUL in it is the path of nothing: it does not exist, cannot be opened, and no file
+/// or folder is made, copied, renamed or removed by it.
+///
 /// Blocking: whose locks a member waits for, without limit, be they in this process or in another.
 /// Readers of a file are the handles that have it open with o_read, writers those of every other
 /// mode. "No" means that it waits for no lock; what the system needs comes on top (a slow disk, a
@@ -189,7 +192,8 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   static bool is_dir(const std::string& path);
   /// @param dir the folder, with or without a trailing separator.
   /// @return the names (no paths) of every entry of a folder but "." and "..", files and folders
-  /// alike, in the system's order; empty when @p dir is no folder or cannot be listed.
+  /// alike, in the system's order; empty when @p dir is no folder or cannot be listed. On Linux
+  /// names with a backslash or a line feed are left out.
   /// @blocking{no} @threads{any}
   static std::vector<std::string> filenames(const std::string& dir);
 
@@ -221,8 +225,10 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// @param src the file that is read.
   /// @param dst the file that is made.
   /// @param overwrite false: a copy onto an existing file is refused without a trace.
-  /// @return whether the copy succeeded; the event Success, which is traced in either case, does
-  /// not tell. On Linux a target of another account keeps the time of the copy, with a warning.
+  /// @return whether the copy succeeded; the event Success, which is traced whenever the system was
+  /// asked to copy, does not tell. A copy that fails half-way leaves no target, also where there
+  /// was one before. On Linux a target of another account keeps the time of the copy, with a
+  /// warning.
   /// @blocking{no: it fails at once when a lock is in its way} @threads{any}
   static bool copyFile(const std::string& src, const std::string& dst, bool overwrite);
   /// Removes a folder with everything in it; of a link in it the link, not what it leads to, on

@@ -30,7 +30,9 @@ VU_STORAGE_TYPES_BEGIN
 /// 1 (0 is success), -1 or a file that is not open; the exceptions that do leave an operation are
 /// named with it. "Those of the initialisation" are what vu_host::temporary_files throws, and can
 /// be met only while nobody has initialised the storage. What opens a file leaves the caller's
-/// handle closed when it opens nothing, also one that came open.
+/// handle closed when it opens nothing, also one that came open. Where the index of a folder cannot
+/// be opened for writing or rewritten, as on a full disk, the change is lost and traced (STGIndex),
+/// and the operation goes on: success says nothing about the save of an index.
 ///
 /// Paths that the library gives out have backslashes, on Linux as well ("/srv/data\storage\docs"):
 /// every operation of the library takes them so; other libraries there want "/"
@@ -150,8 +152,9 @@ class VU_STORAGE_API vu_storage {
   /// Close() or its destructor.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @param replace whether an existing version is emptied.
-  /// @return true when no error occurred, also when the file was left closed; false for an empty
-  /// entry and after a traced error.
+  /// @return true when no error occurred, also when the file was left closed, and when the entry of
+  /// a new version could not be saved (see the class); false for an empty entry and after another
+  /// traced error.
   /// @blocking{for writers of the index, for a new version for its readers and its counter, too;
   /// then for writers and readers of the document, and with @p replace and type 1 of the category
   /// files, too} @threads{any, each with a handle of its own}
@@ -226,8 +229,9 @@ class VU_STORAGE_API vu_storage {
   /// @param source the path of the file that is copied.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @param replace whether an existing version is replaced.
-  /// @return whether the copy succeeded; after one that failed the version is empty or gone. Always
-  /// false with @p replace false, which makes a missing version, empty, and leaves another alone.
+  /// @return whether the copy succeeded, though the entry of a new version may not have been saved
+  /// (see the class); after a copy that failed the version is empty or gone. Always false with @p
+  /// replace false, which makes a missing version, empty, and leaves another alone.
   /// @throws those of the initialisation (see the class), and std::bad_alloc; a vu_file_except
   /// never.
   /// @blocking{as OpenWrite2(); the copy itself for nobody: it fails at once when a lock is in its
@@ -249,7 +253,7 @@ class VU_STORAGE_API vu_storage {
   /// @param sourceFolder where the file is, without a trailing separator.
   /// @param name its name, and the document's.
   /// @param userOrDomain,type the owner and the area.
-  /// @return whether the copy succeeded.
+  /// @return whether the copy succeeded, though its entry may not have been saved (see the class).
   /// @throws what STGIndex::remove(), create() and updateIndexFile() throw, and as
   /// createUserOrDomainNameDirectory().
   /// @blocking{for writers and readers of the index and for its counter} @threads{any}
@@ -420,8 +424,10 @@ class VU_STORAGE_API vu_storage {
   /// empty entry is found at the start of each of these files, so that their first lines go. No
   /// exception leaves it.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
-  /// @return true also when there was nothing to remove, the owner is empty, or the system refused
-  /// to remove the file, which is traced; false after any other traced error.
+  /// @return true also when there was nothing to remove, the owner is empty, the system refused to
+  /// remove the file, or one of the category files or "attribut.txt" could not be opened, read or
+  /// written: all of these refusals are traced, and the line stays or the file is left empty. False
+  /// when the index cannot be read or anything else raised, which is traced as well.
   /// @blocking{for writers of the index, for its readers, too, when there is something to remove;
   /// then for writers and readers of the category files and, for type 1, of "attribut.txt"; not of
   /// the document} @threads{any}

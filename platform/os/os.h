@@ -17,8 +17,7 @@
 /// what the POSIX side does to give equal results is told in docs/porting.md.
 ///
 /// Text conventions of both sides: paths arrive with "\" or "/" as separators, maybe with the
-/// prefix
-/// "\\?\"; a path ends at its first NUL.
+/// prefix "\\?\".
 namespace os {
 
 /// Why a call failed, as far as anybody above the seam asks.
