@@ -335,6 +335,7 @@ set(VU_ADMIN_SOURCES
   tools/admin/parts.cpp
   tools/admin/portable_name.cpp
   tools/admin/repair_text.cpp
+  tools/admin/salvage.cpp
   tools/admin/shared_mends.cpp
   tools/admin/shared_probe.cpp
   tools/admin/shared_view.cpp
@@ -365,6 +366,7 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/application.cpp
   tools/stgctl/bars.cpp
   tools/stgctl/check_command.cpp
+  tools/stgctl/check_report.cpp
   tools/stgctl/clean_command.cpp
   tools/stgctl/command_line.cpp
   tools/stgctl/commands.cpp
@@ -409,6 +411,7 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/quarantine.cpp
   tools/stgctl/repair_command.cpp
   tools/stgctl/repair_plan.cpp
+  tools/stgctl/repair_planning.cpp
   tools/stgctl/repair_work.cpp
   tools/stgctl/report.cpp
   tools/stgctl/report_charts.cpp
@@ -416,6 +419,7 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/report_page.cpp
   tools/stgctl/report_style.cpp
   tools/stgctl/rm_command.cpp
+  tools/stgctl/saved_names.cpp
   tools/stgctl/show_commands.cpp
   tools/stgctl/stats_command.cpp
   tools/stgctl/status_commands.cpp

@@ -358,7 +358,8 @@ TEST_F(AdminCheck, FindsALineOfWhichTheSystemDoesNotTell) {
   const bool is_unclaimed = admin::is_unclaimed_file(view, "00000007.kdb");
   const std::size_t bad_lines = admin::bad_lines(view).size();
   ASSERT_EQ(seteuid(0), 0);
-  EXPECT_EQ(found, (Codes{"counter-behind", "file-without-line", "stray-item", "unknown-line"}));
+  EXPECT_EQ(found, (Codes{"counter-behind", "file-without-line", "not-writable", "stray-item",
+                          "unknown-line"}));
   EXPECT_FALSE(is_unclaimed);
   EXPECT_EQ(bad_lines, 0U);
 }

@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <set>
 
+#include <filesystem>
+
 #include "tests/stgctl/fixture.h"
 
 /// explain and check.
@@ -166,4 +168,111 @@ TEST_F(ClientCheck, ListsWhatItCanFindAndTheManualHasIt) {
 
 TEST_F(ClientCheck, RefusesQuickAndFullTogether) {
   EXPECT_EQ(on_tree({"check", "--quick", "--full"}).code, 2);
+}
+
+// ---- what is not served, and what to do next ----------------------------------------------------
+
+class ClientCheckLoss : public Client {
+ protected:
+  ClientCheckLoss() {
+    init();
+    for (int i = 0; i < kDocuments; ++i)
+      EXPECT_EQ(change({"put", source("n" + std::to_string(i) + ".kdc", "x"), "--as", "n.kdf",
+                        "--timestamp", std::to_string(i)})
+                    .code,
+                0);
+    m_file = physical("docs", "n.kdf");
+    m_folder = m_file.substr(0, m_file.find_last_of("/\\"));
+    m_name = "docs/anna/" + m_folder.substr(m_folder.find_last_of("/\\") + 1);
+  }
+  /// The codes of the errors, and the summary.
+  Json check(std::vector<std::string> more = {}) {
+    std::vector<std::string> arguments = {"check"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return json(arguments, 4).back();
+  }
+  static constexpr int kDocuments = 15;
+  std::string m_file;
+  std::string m_folder;
+  std::string m_name;
+};
+
+TEST_F(ClientCheckLoss, ADocumentReplacedByAFolderIsAnError) {
+  std::filesystem::remove(shell_path(m_file));
+  std::filesystem::create_directory(shell_path(m_file));
+  const Json summary = check();
+  EXPECT_EQ(summary.at("codes").at("document-replaced"), 1);
+  EXPECT_EQ(summary.at("unserved"), 1);
+}
+
+TEST_F(ClientCheckLoss, AFolderReplacedByAFileIsAnErrorWithWhatItHeld) {
+  ASSERT_EQ(on_tree({"index", "snapshot"}).code, 0);
+  std::filesystem::remove_all(shell_path(m_folder));
+  write_file(m_folder, "in its place");
+  const Json summary = check();
+  EXPECT_EQ(summary.at("codes").at("folder-replaced"), 1);
+  EXPECT_EQ(summary.at("unserved"), kDocuments);
+  EXPECT_NE(on_tree({"check"}).out.find("15 documents are not served (snapshot 1)"),
+            std::string::npos);
+}
+
+TEST_F(ClientCheckLoss, AnAreaThatIsMissingIsAnErrorWithWhatItHeld) {
+  ASSERT_EQ(on_tree({"index", "snapshot"}).code, 0);
+  std::filesystem::remove_all(shell_path(storage() + "\\docs"));
+  const Json summary = check();
+  EXPECT_EQ(summary.at("codes").at("missing-area"), 1);
+  EXPECT_EQ(summary.at("unserved"), kDocuments);
+}
+
+TEST_F(ClientCheckLoss, WhatCannotBeWrittenIsAnError) {
+  namespace fs = std::filesystem;
+  constexpr auto kWrite = fs::perms::owner_write | fs::perms::group_write | fs::perms::others_write;
+  fs::permissions(shell_path(m_folder + "\\index.dat"), kWrite, fs::perm_options::remove);
+  EXPECT_EQ(check().at("codes").dump(), R"({"not-writable":1})");
+  fs::permissions(shell_path(m_folder + "\\index.dat"), kWrite, fs::perm_options::add);
+  fs::permissions(shell_path(m_folder + "\\index"), kWrite, fs::perm_options::remove);
+  EXPECT_EQ(check().at("codes").dump(), R"({"counter-unusable":1})");
+  // The other two that have to say so before they promise anything.
+  EXPECT_EQ(on_tree({"explain", "write", "n.kdf", "--owner", "anna"}).code, 3);
+  EXPECT_EQ(on_tree({"put", source("n", "x"), "--as", "n.kdf", "--timestamp", "99", "--owner",
+                     "anna", "--dry-run"})
+                .code,
+            1);
+  fs::permissions(shell_path(m_folder + "\\index"), kWrite, fs::perm_options::add);
+}
+
+TEST_F(ClientCheckLoss, EndsWithSumsAndTheNextCommand) {
+  ASSERT_EQ(on_tree({"index", "snapshot"}).code, 0);
+  write_file(m_folder + "\\index.dat", "");
+  const outcome found = on_tree({"check"});
+  EXPECT_EQ(found.code, 4);
+  const std::vector<std::string> lines = lines_of(found.out);
+  ASSERT_EQ(lines.size(), 1U + 10 + 1 + 1 + 2 + 1) << found.out;
+  EXPECT_TRUE(lines[0].starts_with("error   empty-index")) << found.out;
+  EXPECT_TRUE(lines[11].ends_with("and 5 more (--all)")) << found.out;
+  EXPECT_EQ(lines[13], "    15  file-without-line  " + m_name);
+  EXPECT_EQ(lines[15], "next: " + m_name +
+                           ": 15 names lost, snapshot 1 has them: stgctl index restore --at 1 "
+                           "--folder " +
+                           m_name);
+  EXPECT_EQ(lines_of(on_tree({"check", "--all"}).out).size(), 1U + 15 + 1 + 2 + 1);
+  EXPECT_EQ(check().at("next").size(), 1U);
+  ASSERT_EQ(on_tree({"index", "restore", "--at", "1", "--folder", m_name, "--yes"}).code, 0);
+  EXPECT_EQ(on_tree({"check"}).code, 0);
+}
+
+TEST_F(ClientCheckLoss, NamesComeBackInOtherFoldersThanTheOneThatCannotBeWritten) {
+  put("other.kdc", "o");
+  ASSERT_EQ(on_tree({"index", "snapshot"}).code, 0);
+  const std::string other =
+      std::filesystem::path(physical("docs", "other.kdc")).parent_path().string();
+  ASSERT_NE(other, std::filesystem::path(m_file).parent_path().string());
+  write_file(other + "/index.dat", " ");
+  std::filesystem::remove(shell_path(m_folder + "\\index.dat"));
+  std::filesystem::create_directory(shell_path(m_folder + "\\index.dat"));
+  const outcome result = on_tree({"index", "restore", "--yes"});
+  EXPECT_EQ(result.code, 5) << result.err;
+  EXPECT_NE(result.err.find("stgctl index restore --folder " + m_name), std::string::npos)
+      << result.err;
+  EXPECT_EQ(get("other.kdc"), "o");
 }

@@ -176,20 +176,25 @@ TEST_F(ClientRepair, IsUndoneOnlyUntilTheQuarantineExpires) {
   EXPECT_EQ(tree(), repaired);
 }
 
-TEST_F(ClientRepair, RemovesWhatHasExpiredWithTheNextRepair) {
+TEST_F(ClientRepair, RemovesWhatHasExpiredOnlyWhenItIsAskedTo) {
   harm();
   ASSERT_EQ(on_tree({"repair", "--plan", plan(), "--only", "file-without-line"}).code, 0);
-  ASSERT_EQ(on_tree({"repair", "--apply", plan(), "--yes", "--keep", "1s"}).code, 0);
+  ASSERT_EQ(on_tree({"repair", "--apply", plan(), "--yes", "--keep", "0s"}).code, 0);
+  const outcome planned = on_tree({"repair", "--plan", plan(), "--yes"});
+  EXPECT_NE(planned.out.find("1 older plans have expired"), std::string::npos) << planned.out;
+  const outcome applied = on_tree({"repair", "--apply", plan(), "--yes", "--keep", "0s"});
+  EXPECT_EQ(applied.code, 0) << applied.err;
+  EXPECT_NE(applied.out.find("older plans have expired"), std::string::npos) << applied.out;
+  EXPECT_TRUE(folder_exists(quarantine() + "\\plan-0001"));
+  write_file(m_folder + "/stray.tmp", "another stray file");
   ASSERT_EQ(on_tree({"repair", "--plan", plan(), "--yes"}).code, 0);
-  outcome next;
-  for (int tries = 0; tries < 100; ++tries) {
-    next = on_tree({"repair", "--apply", plan(), "--yes", "--json"});
-    if (!folder_exists(quarantine() + "\\plan-0001")) break;
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
-  EXPECT_EQ(next.code, 0) << next.err;
+  const outcome asked = on_tree({"repair", "--apply", plan(), "--expire"});
+  EXPECT_EQ(asked.code, 12);
+  EXPECT_NE(asked.err.find("is removed for good"), std::string::npos) << asked.err;
+  const std::vector<Json> told = json({"repair", "--apply", plan(), "--yes", "--expire"});
+  EXPECT_EQ(told.back().at("expired"), 2);
   EXPECT_FALSE(folder_exists(quarantine() + "\\plan-0001"));
-  EXPECT_TRUE(folder_exists(quarantine() + "\\plan-0002"));
+  EXPECT_TRUE(folder_exists(quarantine() + "\\plan-0003"));
 }
 
 TEST_F(ClientRepair, TakesNoPlanThatLeadsOutOfTheTree) {
@@ -267,6 +272,103 @@ TEST_F(ClientRepair, WaitsForTheIndexAndGivesUpWhenTimeIsOver) {
   reader.close();
   EXPECT_EQ(tree(), before);
   EXPECT_EQ(on_tree({"repair", "--apply", plan(), "--yes"}).code, 0);
+}
+
+// ---- never a document lost ---------------------------------------------------------------------
+
+class ClientRepairKeeps : public Client {
+ protected:
+  static constexpr int kDocuments = 12;
+  ClientRepairKeeps() {
+    init();
+    std::vector<std::string> arguments = {"put", "--area", "user"};
+    for (int i = 0; i < kDocuments; ++i)
+      arguments.push_back(source("n" + std::to_string(i) + ".kdc", "text " + std::to_string(i)));
+    EXPECT_EQ(change(arguments).code, 0);
+    m_index = storage() + "\\user\\anna\\index.dat";
+    m_healthy = read_file(m_index);
+  }
+  std::string plan() const { return shell_path(scratch().path("in\\plan.json")); }
+  void expect_all_served() {
+    for (int i = 0; i < kDocuments; ++i) {
+      EXPECT_EQ(get("n" + std::to_string(i) + ".kdc", {"--area", "user"}),
+                "text " + std::to_string(i));
+    }
+  }
+  std::string with_cr_lf() const {
+    std::string text;
+    for (const std::string& line : lines_of(m_healthy)) text += line + "\r\n";
+    return text;
+  }
+  std::string m_index;
+  std::string m_healthy;
+};
+
+TEST_F(ClientRepairKeeps, NamesThatADamagedTextStillTellsComeBack) {
+  std::string glued = m_healthy;
+  glued.erase(glued.find('\n'), 1);
+  std::string zeros = m_healthy;
+  zeros.insert(zeros.find('/') + 3, 5, '\0');
+  for (const std::string& damaged : {with_cr_lf(), glued, zeros}) {
+    write_file(m_index, damaged);
+    ASSERT_EQ(on_tree({"repair", "--plan", plan(), "--yes"}).code, 0);
+    for (const Json& repair : Json::parse(read_file(plan())).at("repairs"))
+      EXPECT_EQ(repair.at("repair"), "restore-lines") << repair;
+    const outcome applied = on_tree({"repair", "--apply", plan(), "--yes"});
+    EXPECT_EQ(applied.code, 0) << applied.err << applied.out;
+    EXPECT_EQ(read_file(m_index), m_healthy);
+    expect_all_served();
+    ASSERT_EQ(on_tree({"undo", "--yes"}).code, 0);
+    EXPECT_EQ(read_file(m_index), damaged);
+  }
+}
+
+TEST_F(ClientRepairKeeps, NamesThatASnapshotKnowsComeBack) {
+  ASSERT_EQ(on_tree({"index", "snapshot"}).code, 0);
+  for (const std::string& damaged : {m_healthy.substr(0, m_healthy.size() / 3),
+                                     std::string("rubbish without a line"), std::string()}) {
+    write_file(m_index, damaged);
+    // Later snapshots have saved the loss.
+    ASSERT_EQ(on_tree({"index", "snapshot"}).code, 0);
+    ASSERT_EQ(on_tree({"repair", "--plan", plan(), "--yes"}).code, 0);
+    EXPECT_EQ(Json::parse(read_file(plan())).at("repairs").at(0).at("lines").at(0).at("why"),
+              "snapshot 1");
+    ASSERT_EQ(on_tree({"repair", "--apply", plan(), "--yes"}).code, 0);
+    expect_all_served();
+  }
+}
+
+TEST_F(ClientRepairKeeps, MostOfAFolderIsTakenWithForceAlone) {
+  write_file(m_index, " ");
+  const std::string before = tree();
+  const outcome spared = on_tree({"repair", "--plan", plan(), "--yes"});
+  EXPECT_EQ(spared.code, 3) << spared.out;
+  EXPECT_NE(spared.err.find("12 of 12 files would go to the quarantine"), std::string::npos)
+      << spared.err;
+  EXPECT_FALSE(file_exists(plan()));
+  const outcome forced = on_tree({"repair", "--plan", plan(), "--force"});
+  EXPECT_EQ(forced.code, 0) << forced.err;
+  EXPECT_NE(forced.err.find("nobody is served them until 'undo'"), std::string::npos);
+  const outcome applied = on_tree({"repair", "--apply", plan(), "--yes"});
+  EXPECT_EQ(applied.code, 0);
+  EXPECT_NE(applied.err.find("nobody is served them until 'undo'"), std::string::npos);
+  ASSERT_EQ(on_tree({"undo", "--yes"}).code, 0);
+  EXPECT_EQ(lines_of(tree()).size(), lines_of(before).size());
+}
+
+TEST_F(ClientRepairKeeps, NamesOfFilesThatAreGoneStayWhenTheyAreMost) {
+  for (int i = 0; i < kDocuments - 2; ++i)
+    std::filesystem::remove(shell_path(physical("user", "n" + std::to_string(i) + ".kdc")));
+  EXPECT_EQ(on_tree({"repair", "--plan", plan(), "--yes"}).code, 3);
+  EXPECT_EQ(read_file(m_index), m_healthy);
+}
+
+TEST_F(ClientRepairKeeps, KeyFilesThatProgramsWriteByPathAreLeftAlone) {
+  write_file(storage() + "\\user\\anna\\colours.cfg", "red=1\nblue=2\n");
+  write_file(storage() + "\\user\\anna\\attribut.txt", "n1.kdc=x\n");
+  EXPECT_EQ(on_tree({"check"}).code, 0) << on_tree({"check"}).out;
+  EXPECT_EQ(json({"check", "--strict"}, 4).back().at("codes").at("key-file-without-line"), 2);
+  EXPECT_EQ(on_tree({"repair", "--plan", plan(), "--yes"}).code, 3);
 }
 
 #if !defined(_WIN32)  // where names are Unicode

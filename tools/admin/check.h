@@ -22,6 +22,9 @@ struct CheckOptions {
   std::size_t path_limit = sys::kPathLimit;
   /// Ends the check at the next folder once it is set.
   const std::atomic<bool>* stop = nullptr;
+  /// Whether indexes, counters and folders are tried for writing, as their users would; nothing is
+  /// written.
+  bool ask_writable = true;
   /// Told of each folder before it is looked at.
   std::function<void(const DocumentFolder&)> on_folder;
 };
@@ -29,8 +32,9 @@ struct CheckOptions {
 /// What a check has looked at and counted.
 struct CheckSummary {
   std::uint64_t folders = 0;
-  std::uint64_t entries = 0;  ///< valid lines
-  std::uint64_t files = 0;    ///< plain files in document folders, indexes left out
+  std::uint64_t entries = 0;   ///< valid lines
+  std::uint64_t files = 0;     ///< plain files in document folders, indexes left out
+  std::uint64_t unserved = 0;  ///< documents that an index names and nobody is served
   std::array<std::uint64_t, kCodes> findings{};
   bool was_stopped = false;
 

@@ -5,6 +5,7 @@
 #include "index/index_format.h"
 #include "storage/layout.h"
 #include "tools/admin/explain_steps.h"
+#include "tools/admin/writable.h"
 #include "vu_file.h"
 
 namespace admin {
@@ -105,6 +106,8 @@ bool write_steps(Steps& steps, const Tree& tree, const Request& request, Explana
       if (step.answer == Answer::kNo) step.answer = Answer::kNote;
     }
   }
+  if (const std::string why = why_not_storable(steps.folder().path); !why.empty())
+    return steps.no("writable", why, {{"folder", steps.folder().path}});
   if (!existed) {
     result.path = steps.folder().path;
     return steps.yes(

@@ -98,6 +98,25 @@ constexpr std::array<FindingKind, kCodes> kKinds = {{
      "a save of index.dat was interrupted when the new text was safe behind the old one; the new "
      "text counts",
      "nothing has to be done; the next write completes it"},
+    {Code::kCounterUnusable, "counter-unusable", kError,
+     "the counter cannot be written, so that every new document of the folder gets the same file, "
+     "99999999",
+     "make it a plain file that may be written, or remove it"},
+    {Code::kNotWritable, "not-writable", kError,
+     "whoever runs the check cannot write here; nothing new can be stored, and nothing removed",
+     "look at the permissions; run the check as the programs do"},
+    {Code::kMissingArea, "missing-area", kError,
+     "the folder of an area is not there, with all that was in it",
+     "bring it back from a backup; 'init' makes an empty one"},
+    {Code::kDocumentReplaced, "document-replaced", kError,
+     "something that is no file stands in the place of a document",
+     "move it away, and bring the document back from a backup"},
+    {Code::kFolderReplaced, "folder-replaced", kError,
+     "a file stands in the place of a document folder; nothing of that folder is served",
+     "move the file away, and bring the folder back from a backup"},
+    {Code::kKeyFileWithoutLine, "key-file-without-line", kInfo,
+     "a key file that no line of index.dat names: programs that address it by its path find it",
+     "nothing has to be done; sync gives it an entry"},
 }};
 
 constexpr bool is_in_order() {

@@ -43,8 +43,14 @@ enum class Code : std::uint8_t {
   kEntryWithoutFile,
   kUnknownLine,
   kInterruptedSave,
+  kCounterUnusable,
+  kNotWritable,
+  kMissingArea,
+  kDocumentReplaced,
+  kFolderReplaced,
+  kKeyFileWithoutLine,
 };
-inline constexpr std::size_t kCodes = 30;
+inline constexpr std::size_t kCodes = 36;
 
 enum class Severity : std::uint8_t {
   kInfo,     ///< worth knowing; a problem only to a strict check

@@ -5,9 +5,11 @@
 
 #include "index/document_extensions.h"
 #include "index/index_format.h"
+#include "storage/key_text.h"
 #include "storage/layout.h"
 #include "tools/admin/repair_text.h"
 #include "tools/admin/text.h"
+#include "tools/admin/writable.h"
 
 namespace admin {
 
@@ -54,8 +56,26 @@ void FolderCheck::run(const DocumentFolder& folder) {
   if (!check_index_state()) return;
   check_lines();
   check_names();
-  if (expects_index(folder.area)) check_counter();
+  if (expects_index(folder.area) && check_writable()) check_counter();
   if (m_options.depth == Depth::kFull) check_key_files();
+}
+
+/// @return whether the counter may be looked at.
+bool FolderCheck::check_writable() {
+  if (!m_options.ask_writable) return true;
+  bool has_counter = true;
+  for (const Obstacle& each : obstacles_to_writing(m_view.folder().path)) {
+    const bool is_told =
+        each.kind == Obstacle::Kind::kIndex && m_view.index_state() == IndexState::kFailed;
+    if (each.kind == Obstacle::Kind::kCounter) {
+      has_counter = false;
+      found(Code::kCounterUnusable, index_format::kCounterFile, each.why);
+    } else if (!is_told) {
+      found(Code::kNotWritable, each.kind == Obstacle::Kind::kIndex ? index_format::kIndexFile : "",
+            each.why);
+    }
+  }
+  return has_counter;
 }
 
 bool FolderCheck::check_index_state() {
@@ -99,6 +119,7 @@ void FolderCheck::check_line(const LintedLine& line) {
       check_entry(line);
       break;
     case Verdict::kNoFile:
+      ++m_summary.unserved;
       found(Code::kLineWithoutFile, line.logical, "physical name " + in_quotes(line.stored),
             line.number);
       break;
@@ -127,6 +148,12 @@ void FolderCheck::check_entry(const LintedLine& line) {
   if (line.has_odd_stamp)
     found(Code::kMalformedLine, line.key, "the key does not end in \"_\" and ten digits",
           line.number);
+  const bool is_replaced =
+      line.listed != FolderView::kNone && (m_view.names()[line.listed].kind == sys::Kind::kFolder ||
+                                           m_view.names()[line.listed].kind == sys::Kind::kOther);
+  if (is_replaced)
+    found(Code::kDocumentReplaced, line.logical, "file " + in_quotes(line.file), line.number);
+  if (is_replaced || !line.has_file) ++m_summary.unserved;
   if (!line.has_file)
     found(Code::kEntryWithoutFile, line.logical,
           "physical name " + in_quotes(line.stored) + ", file " + in_quotes(line.file),
@@ -155,10 +182,12 @@ void FolderCheck::check_reach(const LintedLine& line) {
   if (!expects_index(folder.area)) return;
   const bool in_docs = folder.area == Area::kDocs;
   if (in_docs) {
-    if (bucket_number(line.logical) != m_bucket)
+    if (bucket_number(line.logical) != m_bucket) {
+      ++m_summary.unserved;
       found(Code::kWrongBucket, line.logical,
             "it belongs in " + layout::bucket_name(layout::hash_of(line.logical, layout::kBuckets)),
             line.number);
+    }
   }
   if (const std::uint32_t at = m_view.find(line.logical);
       at != FolderView::kNone && at != line.listed) {
@@ -232,7 +261,27 @@ void FolderCheck::check_unclaimed(const Name& name) {
   note_number(name.text.substr(0, name.text.find('.')));
   if (m_view.index_state() != IndexState::kRead && m_view.index_state() != IndexState::kNoBytes)
     return;
-  found(Code::kFileWithoutLine, name.text);
+  found(is_key_file(name) ? Code::kKeyFileWithoutLine : Code::kFileWithoutLine, name.text);
+}
+
+/// Programs write key files by their paths, as the library's headers have it: they have no line.
+bool FolderCheck::is_key_file(const Name& name) const {
+  if (m_view.folder().area != Area::kUser) return false;
+  if (name.text == "attribut.txt" || name.text == "profile.txt" || name.text.ends_with(".ctg"))
+    return true;
+  const std::string_view stem = name.text.substr(0, name.text.find('.'));
+  if (m_options.depth != Depth::kFull || index_format::is_generated_name(stem)) return false;
+  std::string text;
+  if (!sys::read_file(m_view.path_of(name.text), m_options.locking, text).ok()) return false;
+  key_text::Lines lines(text);
+  std::string_view line;
+  std::size_t pairs = 0;
+  while (lines.next(line)) {
+    if (line.empty()) continue;
+    if (!key_text::split(line, key_text::Separator::kFirst)) return false;
+    ++pairs;
+  }
+  return pairs != 0;
 }
 
 void FolderCheck::check_file_name(const Name& name) {

@@ -27,6 +27,8 @@ class FolderCheck {
   void found(Code code, std::string_view name, std::string detail = {}, std::size_t line = 0);
 
   bool check_index_state();
+  bool check_writable();
+  bool is_key_file(const Name& name) const;
   void check_line(const LintedLine& line);
   void check_entry(const LintedLine& line);
   void check_reach(const LintedLine& line);

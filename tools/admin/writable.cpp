@@ -1,5 +1,7 @@
 #include "tools/admin/writable.h"
 
+#include <utility>
+
 #include "index/index_format.h"
 #include "tools/admin/text.h"
 
@@ -54,9 +56,10 @@ std::string why_not_usable(const std::string& path, const os::Status& status) {
 
 std::vector<Obstacle> obstacles_to_writing(const std::string& folder) {
   using Kind = Obstacle::Kind;
+  // Where the folder itself keeps everybody out, what is in it need not be told.
+  if (Obstacle first = obstacle_of_folder(folder); !first.why.empty()) return {std::move(first)};
   std::vector<Obstacle> found;
   for (Obstacle& each : std::vector<Obstacle>{
-           obstacle_of_folder(folder),
            obstacle_of_file(Kind::kIndex, sys::join(folder, index_format::kIndexFile)),
            obstacle_of_file(Kind::kCounter, sys::join(folder, index_format::kCounterFile))}) {
     if (!each.why.empty()) found.push_back(std::move(each));

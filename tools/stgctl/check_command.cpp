@@ -2,6 +2,7 @@
 #include <memory>
 
 #include "tools/admin/check.h"
+#include "tools/stgctl/check_report.h"
 #include "tools/stgctl/command.h"
 #include "tools/stgctl/look.h"
 #include "tools/stgctl/progress.h"
@@ -22,13 +23,9 @@ struct Options {
   bool strict = false;
   bool no_lock = false;
   bool codes = false;
+  bool all = false;
   std::size_t path_limit = admin::sys::kPathLimit;
 };
-
-Style style_of(Severity severity) {
-  if (severity == Severity::kError) return Style::kRed;
-  return severity == Severity::kWarning ? Style::kYellow : Style::kBlue;
-}
 
 Exit show_codes(Context& context) {
   for (const FindingKind& kind : admin::finding_kinds()) {
@@ -47,62 +44,6 @@ Exit show_codes(Context& context) {
   return Exit::kDone;
 }
 
-void show(Context& context, const Finding& finding) {
-  const FindingKind& kind = admin::kind_of(finding.code);
-  if (context.out().json()) {
-    Json fields;
-    fields["record"] = "finding";
-    fields["code"] = kind.name;
-    fields["severity"] = admin::name_of(kind.severity);
-    if (finding.area) fields["area"] = admin::name_of(*finding.area);
-    put_name(fields, "owner", finding.owner);
-    put_name(fields, "folder", finding.folder);
-    put_name(fields, "name", finding.name);
-    if (finding.line != 0) fields["line"] = finding.line;
-    put_name(fields, "detail", finding.detail);
-    context.out().json_line("stgctl.check/1", fields);
-    return;
-  }
-  std::string where = shown(admin::sys::join(finding.folder, finding.name));
-  if (finding.name.empty()) where = shown(finding.folder);
-  if (finding.line != 0) where += formatted(" (line {})", finding.line);
-  context.out().print("{} {}  {}{}{}\n",
-                      context.out().styled(style_of(kind.severity),
-                                           formatted("{:<7}", admin::name_of(kind.severity))),
-                      context.out().styled(Style::kBold, kind.name), where,
-                      finding.detail.empty() ? "" : ": ", shown(finding.detail));
-}
-
-void show_summary(Context& context, const CheckSummary& summary, admin::Depth depth) {
-  const auto count = [&](Severity severity) { return summary.count(severity); };
-  if (context.out().json()) {
-    Json fields;
-    fields["record"] = "summary";
-    fields["depth"] = depth == admin::Depth::kFull ? "full" : "quick";
-    fields["folders"] = summary.folders;
-    fields["entries"] = summary.entries;
-    fields["files"] = summary.files;
-    fields["errors"] = count(Severity::kError);
-    fields["warnings"] = count(Severity::kWarning);
-    fields["infos"] = count(Severity::kInfo);
-    fields["interrupted"] = summary.was_stopped;
-    fields["codes"] = Json::object();
-    for (const FindingKind& kind : admin::finding_kinds()) {
-      const std::uint64_t found = summary.findings[static_cast<std::size_t>(kind.code)];
-      if (found != 0) fields["codes"][std::string(kind.name)] = found;
-    }
-    context.out().json_line("stgctl.check/1", fields);
-    return;
-  }
-  const std::string counts = formatted("{} errors, {} warnings, {} infos", count(Severity::kError),
-                                       count(Severity::kWarning), count(Severity::kInfo));
-  const bool clean =
-      count(Severity::kError) + count(Severity::kWarning) + count(Severity::kInfo) == 0;
-  context.out().print(
-      "{} folders, {} entries, {} files: {}\n", summary.folders, summary.entries, summary.files,
-      context.out().styled(clean ? Style::kGreen : Style::kBold, clean ? "nothing found" : counts));
-}
-
 Exit run_check(Context& context, const Options& options) {
   if (options.codes) return show_codes(context);
   admin::CheckOptions asked;
@@ -113,14 +54,15 @@ Exit run_check(Context& context, const Options& options) {
   asked.stop = &Context::interrupt_flag();
   const admin::Tree& tree = context.tree();
   CheckSummary summary;
+  CheckReport report(context, options.all ? Lists::kWhole : Lists::kCut);
   {
     Progress progress(context.out(), context.options().progress, "checking", 0);
     asked.on_folder = [&](const admin::DocumentFolder& folder) {
       progress.advance(1, folder.path);
     };
-    summary = admin::check(tree, asked, [&](const Finding& finding) { show(context, finding); });
+    summary = admin::check(tree, asked, [&](const Finding& finding) { report.add(finding); });
   }
-  show_summary(context, summary, asked.depth);
+  report.finish(summary, asked.depth == admin::Depth::kFull);
   if (summary.was_stopped) return Exit::kInterrupted;
   const std::uint64_t problems = summary.count(Severity::kError) +
                                  summary.count(Severity::kWarning) +
@@ -137,6 +79,7 @@ Run declare(Arguments& app) {
   app.add_flag("--strict", options->strict, "Findings that are mere information count as problems");
   app.add_option("--path-limit", options->path_limit, "The longest path that counts as usable")
       .type_name("BYTES");
+  app.add_flag("--all", options->all, "Every finding; else ten of a kind in a folder");
   app.add_flag("--codes", options->codes, "List what can be found, with meanings and remedies");
   add_no_lock(app, options->no_lock);
   return [options](Context& context) { return run_check(context, *options); };
@@ -149,8 +92,9 @@ void add_check_command(Commands& commands) {
       {"check", Group::kCheck, Effect::kLooks, "Find what is wrong in a tree, and change nothing",
        declare,
        "Each finding has a stable code and a severity. The exit code is 4 when there is an error\n"
-       "or a warning, with --strict also for mere information. --area and --owner narrow the\n"
-       "check down."});
+       "or a warning, with --strict also for mere information. At the end stand the sums, how\n"
+       "many documents are not served, and the next command. Indexes, counters and folders are\n"
+       "tried for writing, so run it as the programs do. --area and --owner narrow it down."});
 }
 
 }  // namespace stgctl

@@ -3,6 +3,8 @@
 #include <vector>
 
 #include "tools/admin/name_restore.h"
+#include "tools/admin/name_snapshot.h"
+#include "tools/admin/writable.h"
 #include "tools/stgctl/command.h"
 #include "tools/stgctl/lock_wait.h"
 #include "tools/stgctl/names_file.h"
@@ -87,7 +89,14 @@ class Restoring {
       const NamesFilter filter(m_context, tree, m_options.names);
       for (const auto& [name, index] : store.indexes_of(m_snapshot.number)) {
         Context::stop_if_interrupted();
-        if (const auto folder = filter.wanted(name)) plan_folder(*folder, store.text_of(index));
+        const auto folder = filter.wanted(name);
+        if (!folder) continue;
+        try {
+          plan_folder(*folder, store.text_of(index));
+        } catch (const Failure& failure) {
+          if (failure.code() != Exit::kFailed && failure.code() != Exit::kRefused) throw;
+          tell_failed(*folder, failure.what());
+        }
       }
     });
   }
@@ -125,12 +134,21 @@ class Restoring {
     Context::stop_if_interrupted();
     if (status.failure() == os::Failure::kLocked) throw locked(job.folder);
     if (!status.ok()) {
-      m_report.failed({std::string(admin::name_of(job.folder.area)), job.folder.owner,
-                       job.folder.bucket, std::nullopt},
-                      admin::sys::text_of(status));
+      const std::string path = admin::sys::join(job.folder.path, index_format::kIndexFile);
+      tell_failed(job.folder,
+                  formatted("{}: {}", shown(path), admin::why_not_usable(path, status)));
       return;
     }
     tell(job.folder, plan);
+  }
+
+  /// The other folders go on; this one can be asked for by itself.
+  void tell_failed(const admin::DocumentFolder& folder, const std::string& why) {
+    m_any_told = true;
+    const std::string name = admin::saved_name_of(m_context.tree(), folder.path);
+    m_report.failed(
+        {"", "", name, std::nullopt},
+        formatted("{}; once that is mended: stgctl index restore --folder {}", why, shown(name)));
   }
 
   Failure locked(const admin::DocumentFolder& folder) {

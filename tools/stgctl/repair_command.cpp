@@ -25,6 +25,8 @@ struct Options {
   std::vector<std::string> only;
   std::string quarantine;
   std::string keep = "30d";
+  bool force = false;
+  bool expire = false;
 };
 
 /// A repair as the report tells it: by its path below the storage folder.
@@ -37,6 +39,30 @@ std::string in_words(const Repair& repair) {
   if (repair.kind == RepairKind::kQuarantine && !repair.is_folder)
     text += ", " + format_bytes(repair.bytes);
   return text + ")";
+}
+
+// ---- what older plans keep ---------------------------------------------------------------------
+
+/// The plans whose time is over. @param own one that is not meant; 0 for none.
+std::vector<std::uint64_t> expired_plans(Context& context, const std::string& quarantine,
+                                         std::uint64_t own) {
+  std::vector<std::uint64_t> numbers;
+  for (const std::uint64_t number : applied_plans(quarantine)) {
+    if (number == own) continue;
+    const AppliedPlan plan =
+        AppliedPlan::open(context, quarantine, number, admin::LockedFile::For::kReading);
+    if (plan.storage() == context.tree().storage && plan.expires() <= os::now())
+      numbers.push_back(number);
+  }
+  return numbers;
+}
+
+/// @param own the plan that is being worked on, whose manifest is held.
+std::string told_of_expired(Context& context, const Options& options, std::uint64_t own = 0) {
+  const std::string quarantine = quarantine_folder(context, options.quarantine);
+  const std::size_t count = expired_plans(context, quarantine, own).size();
+  if (count == 0) return {};
+  return formatted("; {} older plans have expired, and stay until 'quarantine expire'", count);
 }
 
 // ---- planning ----------------------------------------------------------------------------------
@@ -63,7 +89,14 @@ Exit run_plan(Context& context, const Options& options) {
   const sys::Kind there = sys::describe(file).kind;
   if (there != sys::Kind::kMissing && there != sys::Kind::kFile)
     throw Failure(Exit::kRefused, shown(file) + " is no plain file; name another place");
-  const RepairPlan plan = make_plan(context, options.only);
+  const RepairPlan plan =
+      make_plan(context, options.only, options.force ? Emptying::kAllowed : Emptying::kSpared);
+  for (const std::string& spared : plan.spared) {
+    context.out().warning(spared +
+                          "; left alone. Bring back what is missing first ('stgctl index "
+                          "restore', a backup), or say --force");
+  }
+  for (const std::string& cost : plan.costs) context.out().warning(cost);
   if (plan.repairs.empty()) {
     throw Failure(Exit::kNothingMatched,
                   plan.left.empty()
@@ -81,27 +114,11 @@ Exit run_plan(Context& context, const Options& options) {
   }
   Json sums = {{"left", plan.left.size()}};
   put_name(sums, "file", file);
-  return report.finish(sums, formatted("{} findings left alone", plan.left.size()));
+  return report.finish(sums, formatted("{} findings left alone{}", plan.left.size(),
+                                       told_of_expired(context, options)));
 }
 
 // ---- applying ----------------------------------------------------------------------------------
-
-/// Removes the plans whose time is over. @param own the plan that was just applied, which stays.
-/// @return how many.
-std::size_t remove_expired(Context& context, const std::string& quarantine, std::uint64_t own) {
-  std::size_t count = 0;
-  for (const std::uint64_t number : applied_plans(quarantine)) {
-    if (number == own) continue;
-    {
-      const AppliedPlan plan =
-          AppliedPlan::open(context, quarantine, number, admin::LockedFile::For::kReading);
-      if (plan.storage() != context.tree().storage || plan.expires() > os::now()) continue;
-    }
-    remove_plan(quarantine, number);
-    ++count;
-  }
-  return count;
-}
 
 Exit run_apply(Context& context, const Options& options) {
   const std::string quarantine = quarantine_folder(context, options.quarantine);
@@ -112,9 +129,15 @@ Exit run_apply(Context& context, const Options& options) {
   const RepairPlan plan = read_plan(context, text);
   if (plan.repairs.empty())
     throw Failure(Exit::kNothingMatched, shown(options.apply) + " holds no repairs");
+  for (const std::string& cost : plan.costs) context.out().warning(cost);
+  const std::size_t expired = expired_plans(context, quarantine, 0).size();
   if (!context.options().dry_run) {
-    context.confirm(formatted("Do {} repairs? What they take goes to {}.", plan.repairs.size(),
-                              shown(quarantine)));
+    const std::string for_good =
+        options.expire && expired != 0
+            ? formatted(" What {} expired plans have taken is removed for good.", expired)
+            : "";
+    context.confirm(formatted("Do {} repairs? What they take goes to {}.{}", plan.repairs.size(),
+                              shown(quarantine), for_good));
   }
   ChangeReport report(context, kSchema, "repaired");
   WorkPlan work(context, quarantine, digest_of(text), parse_age(options.keep).value_or(0));
@@ -154,9 +177,14 @@ Exit run_apply(Context& context, const Options& options) {
     tail = formatted("kept as plan {} until {} UTC", applied->number(),
                      format_time(applied->expires()));
   }
-  if (!context.options().dry_run && all) {
-    const std::uint64_t own = work.begun() != nullptr ? work.begun()->number() : 0;
-    sums["expired"] = remove_expired(context, quarantine, own);
+  const std::uint64_t own = work.begun() != nullptr ? work.begun()->number() : 0;
+  if (options.expire && !context.options().dry_run && all) {
+    const std::vector<std::uint64_t> over = expired_plans(context, quarantine, own);
+    for (const std::uint64_t number : over) remove_plan(quarantine, number);
+    sums["expired"] = over.size();
+    if (!over.empty()) tail += formatted(", {} expired plans removed for good", over.size());
+  } else {
+    tail += told_of_expired(context, options, own);
   }
   return report.finish(sums, tail);
 }
@@ -189,6 +217,10 @@ void add_repair_command(Commands& commands) {
     app.add_option("--only", options->only, "Plan only for findings of this code; may be repeated")
         .type_name("CODE")
         .check(is_code);
+    app.add_flag("--force", options->force,
+                 "With --plan: also what empties a folder or takes most of it away");
+    app.add_flag("--expire", options->expire,
+                 "With --apply: also remove for good what expired plans have taken");
     add_quarantine_option(app, options->quarantine);
     app.add_option("--keep", options->keep, "How long 'undo' is possible (30d)")
         .type_name("AGE")
@@ -197,10 +229,11 @@ void add_repair_command(Commands& commands) {
   };
   commands.push_back(
       {"repair", Group::kChange, Effect::kChanges, "Repair what check finds, by a plan", declare,
-       "The plan is JSON, one entry per repair; what should not be done may be taken out. It "
-       "takes\n"
-       "bad lines out of indexes and key files, moves files without a line and parts without a\n"
-       "document away, and sets counters that are behind; what it leaves alone is listed in it.\n"
+       "The plan is JSON, one entry per repair; what should not be done may be taken out. Names\n"
+       "that a snapshot or a damaged index still knows come back first. Else it takes bad lines\n"
+       "out of indexes and key files, moves files without a line and parts without a document\n"
+       "away, and sets counters that are behind; what it leaves alone is listed in it. What would\n"
+       "take most of a folder away is planned with --force alone.\n"
        "Everything taken goes to the quarantine, and 'undo' puts it back. What has changed since "
        "the\n"
        "plan was made is skipped. A repair that was stopped goes on when it is applied again."});

@@ -17,166 +17,9 @@ namespace stgctl {
 
 namespace {
 
-using admin::Code;
-using admin::Finding;
-
 constexpr const char* kSchema = "stgctl.repair-plan/1";
-constexpr std::array<std::string_view, 4> kKinds = {"remove-lines", "remove-key-lines",
-                                                    "set-counter", "quarantine"};
-
-/// The code that check gives a line of this verdict.
-Code code_of(admin::Verdict verdict) {
-  if (verdict == admin::Verdict::kNoFile) return Code::kLineWithoutFile;
-  return verdict == admin::Verdict::kDuplicateKey ? Code::kDuplicateKey : Code::kMalformedLine;
-}
-
-bool is_about_lines(Code code) {
-  return code == Code::kLineWithoutFile || code == Code::kDuplicateKey ||
-         code == Code::kMalformedLine;
-}
-
-std::string code_name(Code code) { return std::string(admin::kind_of(code).name); }
-
-/// Turns the findings of a check into repairs, folder after folder.
-class Planning {
- public:
-  Planning(Context& context, const std::vector<std::string>& only)
-      : m_context(context), m_only(only.begin(), only.end()) {}
-
-  RepairPlan run() {
-    const admin::Tree& tree = m_context.tree();
-    m_plan.storage = tree.storage;
-    m_plan.time = os::now();
-    admin::CheckOptions asked;
-    asked.scope = m_context.scope();
-    asked.locking = m_context.locking();
-    asked.stop = &Context::interrupt_flag();
-    std::map<std::string, std::vector<Finding>> by_folder;
-    {
-      Progress progress(m_context.out(), m_context.options().progress, "checking", 0);
-      asked.on_folder = [&](const admin::DocumentFolder& folder) {
-        progress.advance(1, folder.path);
-      };
-      admin::check(tree, asked, [&](const Finding& finding) {
-        if (admin::kind_of(finding.code).severity != admin::Severity::kInfo)
-          by_folder[finding.folder].push_back(finding);
-      });
-    }
-    Context::stop_if_interrupted();
-    for (const auto& [path, findings] : by_folder) plan_folder(path, findings);
-    return std::move(m_plan);
-  }
-
- private:
-  bool wanted(Code code) const { return m_only.empty() || m_only.contains(code_name(code)); }
-
-  std::string relative(const std::string& path) const {
-    return admin::saved_name_of(m_context.tree(), path);
-  }
-
-  void plan_folder(const std::string& path, const std::vector<Finding>& findings) {
-    admin::DocumentFolder folder;
-    folder.path = path;
-    m_view.load(folder, m_context.locking());
-    m_planned_lines.clear();
-    if (m_view.index_state() == admin::IndexState::kRead) plan_lines();
-    for (const Finding& finding : findings) {
-      const bool is_planned =
-          is_about_lines(finding.code) && m_planned_lines.contains(finding.line);
-      if (!is_planned && (!wanted(finding.code) || !plan(finding))) leave(finding);
-    }
-  }
-
-  void plan_lines() {
-    Repair repair;
-    repair.path = relative(m_view.path_of(index_format::kIndexFile));
-    for (const auto& [number, line] : admin::bad_lines(m_view)) {
-      const Code code = code_of(line.verdict);
-      if (!wanted(code)) continue;
-      if (repair.code.empty()) repair.code = code_name(code);
-      repair.lines.push_back(line.text);
-      repair.codes.emplace_back(admin::name_of(line.verdict));
-      m_planned_lines.insert(number);
-    }
-    if (!repair.lines.empty()) m_plan.repairs.push_back(std::move(repair));
-  }
-
-  bool plan(const Finding& finding) {
-    switch (finding.code) {
-      case Code::kFileWithoutLine:
-      case Code::kPartsWithoutDocument:
-        return plan_move(finding);
-      case Code::kDanglingKeyLine:
-      case Code::kDanglingCategoryLine:
-        return plan_key_line(finding);
-      case Code::kCounterBehind:
-      case Code::kCounterUnreadable:
-        return plan_counter(finding);
-      default:
-        return false;
-    }
-  }
-
-  bool plan_move(const Finding& finding) {
-    const bool is_folder = finding.code == Code::kPartsWithoutDocument;
-    // Where the names are lost, every file is without a line: names come first.
-    const bool is_still = is_folder ? admin::is_orphaned_parts(m_view, finding.name)
-                                    : admin::is_unclaimed_file(m_view, finding.name);
-    if (!is_still) return false;
-    const std::string path = m_view.path_of(finding.name);
-    const admin::sys::Info info = admin::sys::describe(path);
-    Repair repair;
-    repair.kind = RepairKind::kQuarantine;
-    repair.code = code_name(finding.code);
-    repair.path = relative(path);
-    repair.is_folder = is_folder;
-    repair.bytes = info.size;
-    repair.modified = info.modify_time;
-    m_plan.repairs.push_back(std::move(repair));
-    return true;
-  }
-
-  bool plan_key_line(const Finding& finding) {
-    const std::string path = m_view.path_of(finding.name);
-    std::string text;
-    if (!admin::sys::read_file(path, m_context.locking(), text).ok()) return false;
-    const std::string line(admin::key_line(text, finding.line));
-    if (line.empty() || !admin::is_dangling(m_view, line)) return false;
-    Repair repair;
-    repair.kind = RepairKind::kRemoveKeyLines;
-    repair.code = code_name(finding.code);
-    repair.path = relative(path);
-    const bool is_same = !m_plan.repairs.empty() && m_plan.repairs.back().kind == repair.kind &&
-                         m_plan.repairs.back().path == repair.path;
-    if (!is_same) m_plan.repairs.push_back(std::move(repair));
-    m_plan.repairs.back().lines.push_back(line);
-    return true;
-  }
-
-  bool plan_counter(const Finding& finding) {
-    Repair repair;
-    repair.kind = RepairKind::kSetCounter;
-    repair.code = code_name(finding.code);
-    repair.path = relative(m_view.path_of(index_format::kCounterFile));
-    repair.value = admin::highest_name(m_view);
-    m_plan.repairs.push_back(std::move(repair));
-    return true;
-  }
-
-  void leave(const Finding& finding) {
-    const std::string path =
-        finding.name.empty() ? finding.folder : admin::sys::join(finding.folder, finding.name);
-    const admin::FindingKind& kind = admin::kind_of(finding.code);
-    m_plan.left.push_back(
-        {std::string(kind.name), relative(path), finding.detail, std::string(kind.remedy)});
-  }
-
-  Context& m_context;
-  std::set<std::string> m_only;
-  RepairPlan m_plan;
-  admin::FolderView m_view;
-  std::set<std::size_t> m_planned_lines;
-};
+constexpr std::array<std::string_view, 5> kKinds = {"remove-lines", "remove-key-lines",
+                                                    "set-counter", "quarantine", "restore-lines"};
 
 [[noreturn]] void refuse(const std::string& what) {
   throw Failure(Exit::kRefused,
@@ -218,10 +61,6 @@ std::optional<RepairKind> repair_named(std::string_view name) {
   return static_cast<RepairKind>(found - kKinds.begin());
 }
 
-RepairPlan make_plan(Context& context, const std::vector<std::string>& only) {
-  return Planning(context, only).run();
-}
-
 Json fields_of(const Repair& repair) {
   Json fields;
   fields["repair"] = name_of(repair.kind);
@@ -259,7 +98,9 @@ Repair repair_of(const Json& object) {
   repair.bytes = object.value("bytes", std::uint64_t{0});
   repair.modified = object.value("modified", std::int64_t{0});
   const std::string_view file = std::string_view(repair.path).substr(repair.path.rfind('/') + 1);
-  const bool fits = repair.kind == RepairKind::kRemoveLines  ? file == index_format::kIndexFile
+  const bool is_of_index =
+      repair.kind == RepairKind::kRemoveLines || repair.kind == RepairKind::kRestoreLines;
+  const bool fits = is_of_index                              ? file == index_format::kIndexFile
                     : repair.kind == RepairKind::kSetCounter ? file == index_format::kCounterFile
                                                              : !index_format::is_index_file(file);
   if (!fits) refuse(formatted("{} is nothing for '{}'", shown(repair.path), name_of(repair.kind)));
@@ -276,6 +117,8 @@ std::string text_of(const RepairPlan& plan) {
   object["time"] = plan.time;
   object["repairs"] = Json::array();
   for (const Repair& repair : plan.repairs) object["repairs"].push_back(fields_of(repair));
+  object["costs"] = Json::array();
+  for (const std::string& cost : plan.costs) object["costs"].push_back(cost);
   object["left"] = Json::array();
   for (const LeftAlone& left : plan.left) {
     Json item = {{"code", left.code}};
@@ -289,20 +132,24 @@ std::string text_of(const RepairPlan& plan) {
 
 RepairPlan read_plan(Context& context, const std::string& text) {
   try {
-    const Json object = Json::parse(text);
+    // What is no JSON at all is told in words of our own.
+    const Json object = Json::parse_or_null(text);
     if (!object.is_object() || object.value("schema", "") != kSchema)
       refuse(formatted("it does not say \"schema\": \"{}\"", kSchema));
     RepairPlan plan;
     plan.storage = name_in(object, "storage");
     if (plan.storage != context.tree().storage)
       refuse(formatted("it is for {}", shown(plan.storage)));
+    if (const Json* const costs = object.find("costs")) {
+      for (const Json& cost : costs->items()) plan.costs.push_back(shown(cost.get<std::string>()));
+    }
     for (const Json& each : object.at("repairs").items()) {
       plan.repairs.push_back(repair_of(each));
       path_in_tree(context, plan.repairs.back().path);
     }
     return plan;
-  } catch (const JsonError& error) {
-    refuse(shown(std::string_view(error.what())));
+  } catch (const JsonError&) {
+    refuse("its lists are not as 'repair --plan' writes them");
   }
 }
 

@@ -18,8 +18,9 @@ enum class RepairKind : std::uint8_t {
   kRemoveKeyLines,  ///< takes lines that name no document out of a key file
   kSetCounter,      ///< sets the counter beside an index to the highest number in use
   kQuarantine,      ///< moves a file or a folder into the quarantine
+  kRestoreLines,    ///< brings names back into an index, from a snapshot or its damaged text
 };
-/// "remove-lines", "remove-key-lines", "set-counter", "quarantine".
+/// "remove-lines", "remove-key-lines", "set-counter", "quarantine", "restore-lines".
 std::string_view name_of(RepairKind kind);
 std::optional<RepairKind> repair_named(std::string_view name);
 
@@ -28,9 +29,10 @@ struct Repair {
   RepairKind kind = RepairKind::kRemoveLines;
   std::string code;                ///< of the finding
   std::string path;                ///< below the storage folder, with "/"
-  std::vector<std::string> lines;  ///< of kRemoveLines and kRemoveKeyLines
-  std::vector<std::string>
-      codes;                  ///< of kRemoveLines: why readers pass over each, as IndexLint says
+  std::vector<std::string> lines;  ///< of those that are about lines
+  /// Of kRemoveLines: why readers pass over each, as IndexLint says; of kRestoreLines: where each
+  /// comes from, "snapshot 2" or "text".
+  std::vector<std::string> codes;
   std::string value;          ///< of kSetCounter
   bool is_folder = false;     ///< of kQuarantine
   std::uint64_t bytes = 0;    ///< of a file to be moved
@@ -50,11 +52,16 @@ struct RepairPlan {
   std::int64_t time = 0;
   std::vector<Repair> repairs;
   std::vector<LeftAlone> left;
+  std::vector<std::string> costs;   ///< a sentence for each folder of which most goes
+  std::vector<std::string> spared;  ///< the same for those that were left alone; not written
 };
+
+/// Whether a plan may empty a folder, or take most of it away.
+enum class Emptying : std::uint8_t { kSpared, kAllowed };
 
 /// Checks the tree and plans what can be repaired. @param only the codes to repair; empty for all.
 /// @throws Failure kInterrupted after Ctrl-C.
-RepairPlan make_plan(Context& context, const std::vector<std::string>& only);
+RepairPlan make_plan(Context& context, const std::vector<std::string>& only, Emptying emptying);
 
 /// The plan as readable text, and back. A name that is no UTF-8 has its bytes beside it.
 std::string text_of(const RepairPlan& plan);

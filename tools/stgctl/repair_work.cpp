@@ -4,6 +4,7 @@
 
 #include "tools/admin/folder_view.h"
 #include "tools/admin/repair_text.h"
+#include "tools/admin/salvage.h"
 #include "tools/stgctl/exit_codes.h"
 #include "tools/stgctl/lock_wait.h"
 #include "tools/stgctl/text.h"
@@ -107,6 +108,27 @@ Worked remove_lines(Context& context, const Repair& repair, const std::string& p
   std::size_t removed = 0;
   const std::string text = admin::without_bad_lines(view, unwanted, removed);
   const std::string told = formatted("{} lines", removed);
+  if (work.is_dry()) return {How::kDone, told};
+  Worked worked = replace(work.get(), repair, index, Writing::kLines,
+                          std::string(view.index_text()), text, false);
+  if (worked.how == How::kDone) worked.text = told;
+  return worked;
+}
+
+Worked restore_lines(Context& context, const Repair& repair, const std::string& path,
+                     WorkPlan& work) {
+  LockedFile index;
+  const os::Status opened =
+      open_locked(context, index, path, purpose_of(work.is_dry()), LockedFile::IfMissing::kFail);
+  if (opened.failure() == os::Failure::kNotFound) return skipped("the index is gone");
+  if (!opened.ok()) return failed(opened);
+  FolderView view;
+  look(view, folder_of(path), index);
+  if (!view.status().ok()) return failed(view.status());
+  std::size_t added = 0;
+  const std::string text = admin::with_restored_lines(view, repair.lines, added);
+  if (added == 0) return skipped("the names are there, or their files are gone");
+  const std::string told = formatted("{} names", added);
   if (work.is_dry()) return {How::kDone, told};
   Worked worked = replace(work.get(), repair, index, Writing::kLines,
                           std::string(view.index_text()), text, false);
@@ -257,6 +279,8 @@ std::string undone_text(const Step& step, const std::string& before, const std::
   if (digest_of(now) == step.after || before.starts_with(now)) return before;
   if (step.repair.kind == RepairKind::kRemoveLines)
     return admin::with_lines(now, step.repair.lines);
+  // Names that came back are true, and something was written beside them since.
+  if (step.repair.kind == RepairKind::kRestoreLines) return now;
   // Killed while it was repaired or undone: one and then the other.
   std::size_t removed = 0;
   const std::set<std::string> lines(step.repair.lines.begin(), step.repair.lines.end());
@@ -322,6 +346,8 @@ Worked do_repair(Context& context, const Repair& repair, WorkPlan& work) {
       return remove_key_lines(context, repair, path, work);
     case RepairKind::kSetCounter:
       return set_counter(context, repair, path, work);
+    case RepairKind::kRestoreLines:
+      return restore_lines(context, repair, path, work);
     default:
       return quarantine(context, repair, path, work);
   }

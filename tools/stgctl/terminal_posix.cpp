@@ -69,6 +69,8 @@ void watch_interrupt() {
   // The handler serves once: whoever presses Ctrl-C again means it.
   action.sa_flags = static_cast<int>(SA_RESETHAND);
   ::sigaction(SIGINT, &action, nullptr);
+  // So does whoever ends services: the current entry is finished, and what was done is told.
+  ::sigaction(SIGTERM, &action, nullptr);
 }
 
 const std::atomic<bool>& interrupt_flag() noexcept { return interrupt_seen; }

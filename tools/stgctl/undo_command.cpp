@@ -159,7 +159,7 @@ void add_undo_commands(Commands& commands) {
   commands.push_back({"quarantine expire", Group::kChange, Effect::kChanges,
                       "Remove what undone and expired plans have taken, for good",
                       declare(run_expire, true),
-                      "The next 'repair --apply' does the same for expired ones."});
+                      "So does 'repair --apply --expire' for expired ones; nothing else does."});
 }
 
 }  // namespace stgctl
