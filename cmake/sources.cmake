@@ -459,6 +459,7 @@ set(VU_ADMIN_TEST_SOURCES
 set(VU_STGCTL_TEST_SOURCES
   tests/stgctl/clean_sync_test.cpp
   tests/stgctl/completion_test.cpp
+  tests/stgctl/easy_test.cpp
   tests/stgctl/explain_check_test.cpp
   tests/stgctl/export_import_test.cpp
   tests/stgctl/fixture.cpp

@@ -18,10 +18,12 @@ Exit run_guarded(const Run& run, Context& context) {
   Output& out = context.out();
   try {
     const Exit result = run(context);
+    if (result == Exit::kNothingMatched && !out.has_results())
+      out.error("nothing in the tree matches");
     out.flush();
     return result;
   } catch (const Failure& failure) {
-    out.error(failure.what());
+    if (*failure.what() != '\0') out.error(failure.what());
     return failure.code();
   } catch (const vu_file_except& failure) {
     out.error("a file of the tree cannot be opened or read: " + failure.what() +
@@ -43,6 +45,7 @@ Exit run_application(const std::vector<std::string>& arguments) {
       return *told;
     }
     out.configure(line.options());
+    if (!line.changes()) out.end_when_closed();
     terminal::watch_interrupt();
     Context context(line, out);
     return run_guarded(line.run(), context);

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <map>
 #include <sstream>
+#include <utility>
 
 #include "tools/stgctl/arguments.h"
 #include "tools/stgctl/output.h"
@@ -180,6 +181,66 @@ void read_typed(const Typed& typed, GlobalOptions& options) {
   }
 }
 
+/// "help put" is "put --help"; "explain NAME" explains reading it.
+void rewrite_shorthands(std::vector<std::string>& arguments) {
+  if (arguments.empty()) return;
+  if (arguments.front() == "help") {
+    arguments.erase(arguments.begin());
+    arguments.emplace_back("--help");
+  } else if (arguments.front() == "explain" && arguments.size() > 1) {
+    const std::vector<std::string> known = {"read", "write", "part"};
+    const bool is_name = !arguments[1].starts_with('-') &&
+                         std::find(known.begin(), known.end(), arguments[1]) == known.end();
+    if (is_name) arguments.insert(arguments.begin() + 1, "read");
+  }
+}
+
+/// How many letters have to be changed, added or removed to get from one word to the other.
+std::size_t distance(const std::string& one, const std::string& other) {
+  std::vector<std::size_t> row(other.size() + 1);
+  for (std::size_t i = 0; i < row.size(); ++i) row[i] = i;
+  for (std::size_t i = 0; i < one.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i + 1);
+    for (std::size_t j = 0; j < other.size(); ++j) {
+      const std::size_t changed = diagonal + (one[i] == other[j] ? 0 : 1);
+      diagonal = row[j + 1];
+      row[j + 1] = std::min({changed, row[j] + 1, diagonal + 1});
+    }
+  }
+  return row.back();
+}
+
+/// "; did you mean 'put'?" where a word is near enough to one that is known.
+std::string did_you_mean(const std::string& word, const std::vector<std::string>& known) {
+  const std::string* best = nullptr;
+  std::size_t least = word.size() < 4 ? 2 : 3;
+  for (const std::string& each : known) {
+    if (const std::size_t far = distance(word, each); far < least) {
+      least = far;
+      best = &each;
+    }
+  }
+  return best == nullptr ? "" : formatted("; did you mean '{}'?", *best);
+}
+
+std::vector<std::string> names_below(const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
+    if (!sub->get_group().empty()) names.push_back(sub->get_name());
+  }
+  return names;
+}
+
+std::vector<std::string> options_of(const CLI::App& command, const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const CLI::App* each : {&command, &app}) {
+    for (const CLI::Option* option : each->get_options()) {
+      for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+    }
+  }
+  return names;
+}
+
 /// @return the exit code of a command line that is no request, or is wrong.
 Exit tell_parse_result(const CLI::App& app, const CLI::ParseError& result, Output& out) {
   if (result.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
@@ -188,14 +249,28 @@ Exit tell_parse_result(const CLI::App& app, const CLI::ParseError& result, Outpu
     out.write(text.str());
     return Exit::kDone;
   }
-  const std::vector<std::string> remaining = app.remaining();
-  if (dynamic_cast<const CLI::RequiredError*>(&result) != nullptr &&
-      app.get_subcommands().empty() && !remaining.empty()) {
-    out.error(formatted("there is no command '{}'; 'stgctl --help' lists them",
-                          shown(remaining.front())));
+  // The command that was named, as far as it was understood.
+  const CLI::App* command = &app;
+  std::string name = "stgctl";
+  while (!command->get_subcommands().empty()) {
+    command = command->get_subcommands().front();
+    name += " " + command->get_name();
+  }
+  const std::vector<std::string> remaining = app.remaining(true);
+  const std::string first = remaining.empty() ? std::string() : remaining.front();
+  const bool is_unknown_command = dynamic_cast<const CLI::RequiredError*>(&result) != nullptr &&
+                                  !names_below(*command).empty() && !first.empty() &&
+                                  !first.starts_with('-');
+  if (is_unknown_command) {
+    out.error(formatted("there is no command '{}'{}; '{} --help' lists them", shown(first),
+                        did_you_mean(first, names_below(*command)), name));
     return Exit::kUsage;
   }
-  out.error(formatted("{}; 'stgctl --help' tells more", shown(std::string_view(result.what()))));
+  const std::string hint = first.starts_with("--") ? did_you_mean(first.substr(0, first.find('=')),
+                                                                  options_of(*command, app))
+                                                   : "";
+  out.error(formatted("{}{}; '{} --help' tells more", shown(std::string_view(result.what())), hint,
+                      name));
   return Exit::kUsage;
 }
 
@@ -249,7 +324,9 @@ struct CommandLine::Parts {
   struct Leaf {
     CLI::App* app;
     Run run;
+    Effect effect = Effect::kLooks;
   };
+  const Leaf& named() const;
 
   Parts();
   void add(const Command& command);
@@ -265,11 +342,11 @@ struct CommandLine::Parts {
 CommandLine::Parts::Parts() {
   app.fallthrough();
   app.require_subcommand(1);
-  app.set_version_flag("--version", std::string("stgctl ") + VU_STGCTL_VERSION);
+  app.set_version_flag("-V,--version", std::string("stgctl ") + VU_STGCTL_VERSION);
   app.get_formatter()->column_width(34);
   app.footer(
       "Every changing command takes --dry-run, asks before it changes anything, and needs --yes\n"
-      "where nobody can answer. 'stgctl COMMAND --help' tells more.");
+      "where nobody can answer. 'stgctl help COMMAND' tells more.");
   declare_global_options(app, options, typed);
   Commands commands;
   add_all_commands(commands);
@@ -291,7 +368,7 @@ void CommandLine::Parts::add(const Command& command) {
     leaf.add_flag("-y,--yes", options.yes, "Do it without asking");
   }
   Arguments arguments(leaf);
-  leaves.push_back({&leaf, command.declare(arguments)});
+  leaves.push_back({&leaf, command.declare(arguments), command.effect});
 }
 
 /// The command that others stand below, such as "keys" above "keys show".
@@ -311,6 +388,7 @@ CommandLine::~CommandLine() = default;
 std::optional<Exit> CommandLine::parse(std::vector<std::string> arguments, Output& out) {
   GlobalOptions& options = m_parts->options;
   try {
+    rewrite_shorthands(arguments);
     // The parser takes them from the back.
     std::reverse(arguments.begin(), arguments.end());
     m_parts->app.parse(arguments);
@@ -326,11 +404,14 @@ std::optional<Exit> CommandLine::parse(std::vector<std::string> arguments, Outpu
 
 const GlobalOptions& CommandLine::options() const noexcept { return m_parts->options; }
 
-const Run& CommandLine::run() const {
-  const auto named = std::find_if(m_parts->leaves.begin(), m_parts->leaves.end(),
-                                  [](const Parts::Leaf& leaf) { return leaf.app->parsed(); });
-  return named->run;
+const CommandLine::Parts::Leaf& CommandLine::Parts::named() const {
+  return *std::find_if(leaves.begin(), leaves.end(),
+                       [](const Leaf& leaf) { return leaf.app->parsed(); });
 }
+
+const Run& CommandLine::run() const { return m_parts->named().run; }
+
+bool CommandLine::changes() const { return m_parts->named().effect == Effect::kChanges; }
 
 std::vector<CommandUsage> CommandLine::usage() const {
   std::vector<CommandUsage> all;

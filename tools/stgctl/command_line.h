@@ -30,6 +30,8 @@ class CommandLine {
   const GlobalOptions& options() const noexcept;
   /// What the command that was named runs.
   const Run& run() const;
+  /// Whether that command changes something.
+  bool changes() const;
   /// The program itself first, then every command and the families above them, in the order of the
   /// help. What is hidden is left out.
   std::vector<CommandUsage> usage() const;

@@ -45,8 +45,7 @@ std::string environment(const char* name) {
 /// The library's host, for as long as the library is used.
 class LibraryHost {
  public:
-  explicit LibraryHost(const GlobalOptions& options)
-      : m_trace(options.trace, options.trace_file) {}
+  explicit LibraryHost(const GlobalOptions& options) : m_trace(options.trace, options.trace_file) {}
   ~LibraryHost() { vu_host::install({}); }
   LibraryHost(const LibraryHost&) = delete;
   LibraryHost& operator=(const LibraryHost&) = delete;
@@ -103,6 +102,28 @@ const admin::Tree& Context::tree() {
       formatted("there is no storage tree at {} ({}); 'stgctl init' makes one, --root or --storage "
                 "names another",
                 shown(storage()), shown(why)));
+}
+
+void Context::take_apart(std::string& name, std::string* timestamp) {
+  const std::size_t slash = name.find('/');
+  if (slash == std::string::npos || !admin::area_named(name.substr(0, slash))) return;
+  const bool has_owner = tree().layout == admin::Layout::kOwner;
+  const std::size_t begin = has_owner ? name.find('/', slash + 1) : slash;
+  const std::size_t at = name.rfind('@');
+  if (begin == std::string::npos || name.find('/', begin + 1) != std::string::npos) return;
+  const bool has_stamp = at != std::string::npos && at > begin && at + 1 < name.size() &&
+                         name.find_first_not_of("0123456789", at + 1) == std::string::npos;
+  const auto set = [&](std::string& option, std::string value, const char* what) {
+    if (!option.empty() && option != value)
+      throw Failure(Exit::kUsage,
+                    formatted("{} says another {} than '{}'", shown(name), what, shown(option)));
+    option = std::move(value);
+  };
+  const std::string stamp = has_stamp ? name.substr(at + 1) : std::string();
+  if (has_stamp && timestamp != nullptr) set(*timestamp, stamp, "timestamp");
+  set(m_options.area, name.substr(0, slash), "area");
+  if (has_owner) set(m_options.owner, name.substr(slash + 1, begin - slash - 1), "owner");
+  name = name.substr(begin + 1, has_stamp ? at - begin - 1 : std::string::npos);
 }
 
 admin::Scope Context::scope() const {

@@ -38,6 +38,11 @@ class Context {
   /// The tree at storage(), with the layout as said or as its names suggest; nothing is changed.
   /// @throws Failure kNoTree when there is none.
   const admin::Tree& tree();
+  /// Takes a version as every line prints it, "AREA/OWNER/NAME@STAMP" (without the owner in a tree
+  /// that has none), apart into what --area, --owner and --timestamp say; any other text stays.
+  /// @param timestamp null where the command takes none.
+  /// @throws Failure kUsage where it contradicts them.
+  void take_apart(std::string& name, std::string* timestamp);
   /// What --area and --owner name.
   admin::Scope scope() const;
   /// How files of the tree are read: under a lock that is waited for as long as --lock-timeout
@@ -74,7 +79,7 @@ class Context {
   void initialise(admin::Layout layout, Adoption adoption);
 
   const CommandLine& m_line;
-  const GlobalOptions& m_options;
+  GlobalOptions m_options;
   Output& m_output;
   std::string m_storage;
   std::optional<admin::Tree> m_tree;

@@ -298,7 +298,13 @@ Run declare_with(Arguments& app, RunEntry run, const char* what) {
         .type_name("TEXT");
     app.add_flag("--why", options->why, "Say why the library would decide so");
   }
-  return [options, run](Context& context) { return run(context, *options); };
+  return [options, run](Context& context) {
+    Options asked = *options;
+    // A path of that form is one, where it leads to a file.
+    if (sys::describe(asked.name).kind == sys::Kind::kMissing)
+      context.take_apart(asked.name, &asked.timestamp);
+    return run(context, asked);
+  };
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ enum class What { kRead, kWrite, kPart };
 
 struct Options {
   std::string entry;
-  std::string timestamp = "0";
+  std::string timestamp;
   bool keep = false;
   std::string stamp;
   std::string rendition;
@@ -45,8 +45,43 @@ std::string outcome(What what, const Explanation& told) {
   return formatted("{} {}", shown(told.path), verb);
 }
 
-void show_json(Context& context, What what, const admin::Request& request,
-               const Explanation& told) {
+/// So many commands that would have worked are told.
+constexpr std::size_t kMostInstead = 3;
+
+/// What is served of the name, in whichever letter case, for another owner or at another timestamp:
+/// the commands that get it.
+std::vector<std::string> served_instead(Context& context, const admin::Request& request,
+                                        const admin::sys::Locking& locking) {
+  std::string wanted;
+  admin::fold_case(request.entry, wanted);
+  std::vector<std::string> commands;
+  admin::EntryQuery query;
+  query.locking = locking;
+  query.stop = &Context::interrupt_flag();
+  query.state = admin::EntryState::kIndexed;
+  static_cast<void>(admin::for_each_entry(
+      context.tree(), query,
+      [&](const admin::EntryView& entry) {
+        std::string folded;
+        admin::fold_case(entry.logical, folded);
+        if (folded != wanted || !admin::expects_index(entry.folder->area)) return true;
+        admin::Request other = request;
+        other.area = entry.folder->area;
+        other.owner = entry.folder->owner;
+        other.entry = std::string(entry.logical);
+        other.timestamp = entry.timestamp;
+        if (!admin::explain_read(context.tree(), other, locking).would_succeed) return true;
+        std::string subject;
+        append_subject(subject, entry);
+        commands.push_back(formatted("stgctl get '{}'", subject));
+        return commands.size() < kMostInstead;
+      },
+      [](const std::string&, const std::string&) {}));
+  return commands;
+}
+
+void show_json(Context& context, What what, const admin::Request& request, const Explanation& told,
+               const std::vector<std::string>& instead) {
   Json fields;
   fields["request"] = name_of(what);
   fields["area"] = admin::name_of(request.area);
@@ -72,6 +107,10 @@ void show_json(Context& context, What what, const admin::Request& request,
     each["values"] = Json::object();
     for (const auto& [name, value] : step.values) put_name(each["values"], name, value);
     fields["steps"].push_back(std::move(each));
+  }
+  if (what == What::kRead) {
+    fields["instead"] = Json::array();
+    for (const std::string& command : instead) fields["instead"].push_back(command);
   }
   context.out().json_line("stgctl.explain/1", fields);
 }
@@ -109,10 +148,15 @@ Exit run(Context& context, What what, const Options& options) {
   const Explanation told = what == What::kRead    ? admin::explain_read(tree, request, locking)
                            : what == What::kWrite ? admin::explain_write(tree, request, locking)
                                                   : admin::explain_part(tree, request, locking);
+  const std::vector<std::string> instead =
+      what == What::kRead && !told.would_succeed && !told.lock_missed
+          ? served_instead(context, request, locking)
+          : std::vector<std::string>();
   if (context.out().json()) {
-    show_json(context, what, request, told);
+    show_json(context, what, request, told, instead);
   } else {
     show_text(context, what, told);
+    for (const std::string& command : instead) context.out().print("this works: {}\n", command);
   }
   if (Context::interrupted()) return Exit::kInterrupted;
   if (told.lock_missed) return Exit::kLockTimeout;
@@ -137,7 +181,10 @@ Run declare(Arguments& app, What what) {
     app.add_option("--part", options->part, "The part's file name").type_name("NAME").required();
   }
   add_no_lock(app, options->no_lock);
-  return [options, what](Context& context) { return run(context, what, *options); };
+  return [options, what](Context& context) {
+    context.take_apart(options->entry, &options->timestamp);
+    return run(context, what, *options);
+  };
 }
 
 }  // namespace
@@ -146,7 +193,9 @@ void add_explain_commands(Commands& commands) {
   const char* const details =
       "Every step of the library's decision with the values that it depends on, down to the\n"
       "first one that says no. The owner is --owner, else the empty name; the area is --area,\n"
-      "else docs. The exit code is 3 when the library would not do it.";
+      "else docs. What is not read is looked for at other owners and timestamps: the commands\n"
+      "that get it stand at the end. 'explain NAME' is 'explain read NAME'. The exit code is 3\n"
+      "when the library would not do it.";
   commands.push_back({"explain read", Group::kExplain, Effect::kLooks,
                       "Why a document is or is not served",
                       [](Arguments& app) { return declare(app, What::kRead); }, details});

@@ -143,7 +143,10 @@ void add_get_command(Commands& commands) {
     app.add_option("-o,--output", options->output,
                    "The file to write, a folder, or '-' for the standard output (NAME)")
         .type_name("FILE");
-    return [options](Context& context) { return run_get(context, *options); };
+    return [options](Context& context) {
+      context.take_apart(options->name, &options->timestamp);
+      return run_get(context, *options);
+    };
   };
   commands.push_back(
       {"get", Group::kChange, Effect::kChanges, "Copy a document out of the tree", declare,

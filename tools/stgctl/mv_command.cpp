@@ -125,7 +125,11 @@ void add_mv_command(Commands& commands) {
         .type_name("STAMP")
         .check(is_stamp);
     app.add_flag("--replace", options->replace, "Replace a version that exists");
-    return [options](Context& context) { return run_mv(context, *options); };
+    return [options](Context& context) {
+      context.take_apart(options->from, &options->timestamp);
+      context.take_apart(options->to, &options->new_timestamp);
+      return run_mv(context, *options);
+    };
   };
   commands.push_back(
       {"mv", Group::kChange, Effect::kChanges, "Give a document another name or version", declare,

@@ -1,5 +1,6 @@
 #include "tools/stgctl/output.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
@@ -36,6 +37,14 @@ std::string_view code_of(Style style) {
   return "";
 }
 
+bool is_reader_gone(int code) {
+#if defined(_WIN32)
+  return code == EPIPE || code == EINVAL;
+#else
+  return code == EPIPE;
+#endif
+}
+
 std::string in_style(bool colors, Style style, std::string_view text) {
   if (!colors || style == Style::kPlain) return std::string(text);
   return formatted("{}{}\x1b[0m", code_of(style), text);
@@ -68,9 +77,10 @@ void Output::configure(const GlobalOptions& options) {
 }
 
 void Output::write(std::string_view bytes) {
+  m_has_results = m_has_results || !bytes.empty();
   if (m_buffer.size() + bytes.size() > kBufferSize) flush();
   if (bytes.size() > kBufferSize) {
-    if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size()) m_broken = true;
+    m_buffer = bytes;
     flush();
     return;
   }
@@ -88,8 +98,15 @@ void Output::json_line(const char* schema, const Json& fields) {
 void Output::flush() {
   const std::string pending = std::exchange(m_buffer, {});
   m_buffer.reserve(kBufferSize);
+  if (m_is_closed) return;
   const bool all = std::fwrite(pending.data(), 1, pending.size(), stdout) == pending.size();
-  if (!all || std::fflush(stdout) != 0 || m_broken) {
+  const bool is_whole = all && std::fflush(stdout) == 0;
+  if (!is_whole && is_reader_gone(errno)) {
+    m_is_closed = true;
+    if (m_ends_when_closed) throw Failure(Exit::kDone, "");
+    return;
+  }
+  if (!is_whole || m_broken) {
     // Told once: what follows would fail as well.
     if (std::exchange(m_broken, true)) return;
     throw Failure(Exit::kFailed,

@@ -23,6 +23,11 @@ class Output {
 
   /// Takes over --json and --color.
   void configure(const GlobalOptions& options);
+  /// What a reader who went away ("head") means to a command that only looks: its end, in silence.
+  /// One that changes things goes on.
+  void end_when_closed() noexcept { m_ends_when_closed = true; }
+  /// Whether any result was written.
+  bool has_results() const noexcept { return m_has_results; }
   /// Whether results are wanted as JSON.
   bool json() const noexcept { return m_json; }
 
@@ -74,6 +79,9 @@ class Output {
   bool m_error_colors = false;
   bool m_transient = false;
   bool m_broken = false;
+  bool m_is_closed = false;
+  bool m_ends_when_closed = false;
+  bool m_has_results = false;
 };
 
 /// Puts a name of any bytes into an object: as text under @p key, with U+FFFD for what is no UTF-8,

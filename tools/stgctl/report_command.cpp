@@ -91,6 +91,9 @@ Exit run_report(Context& context, const Options& options) {
   if (there != sys::Kind::kMissing && there != sys::Kind::kFile) {
     throw Failure(Exit::kRefused, shown(options.html) + " is no plain file; name another place");
   }
+  const fs::path above = fs::absolute(to_path(options.html)).parent_path();
+  if (!fs::is_directory(above))
+    throw Failure(Exit::kRefused, shown(from_path(above)) + " is no folder; name another place");
   const bool dry = context.options().dry_run;
   if (!dry && there == sys::Kind::kFile)
     context.confirm(formatted("Overwrite {}?", shown(options.html)));

@@ -156,7 +156,10 @@ void add_rm_command(Commands& commands) {
         .type_name("STAMP")
         .check(is_stamp);
     app.add_flag("--all-versions", options->all_versions, "Every version of each name");
-    return [options](Context& context) { return run_rm(context, *options); };
+    return [options](Context& context) {
+      for (std::string& name : options->names) context.take_apart(name, &options->timestamp);
+      return run_rm(context, *options);
+    };
   };
   commands.push_back(
       {"rm", Group::kChange, Effect::kChanges, "Remove documents with their parts", declare,
