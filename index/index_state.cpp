@@ -91,6 +91,8 @@ const std::string* IndexState::find(const std::string& key) const {
 
 const IndexLine* IndexState::unknown_line(const std::string& key) const {
   if (!has_unknown_lines() || find(key) != nullptr) return nullptr;
+  const auto has_key = [&](const Entry& entry) { return entry.first == key; };
+  if (std::any_of(m_erased.begin(), m_erased.end(), has_key)) return nullptr;
   const auto it = std::find_if(
       m_loaded->lines.begin(), m_loaded->lines.end(),
       [&](const IndexLine& line) { return line.state == LineState::kUnknown && line.key == key; });

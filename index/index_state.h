@@ -80,7 +80,7 @@ class IndexState {
       if (line.state == LineState::kUnknown) visit(line.key, line.stored);
     }
   }
-  /// The first one of a key that is no entry otherwise, or null.
+  /// The first one of a key that is no entry otherwise, nor was one that take() has taken; or null.
   const IndexLine* unknown_line(const std::string& key) const;
 
   // ---- changes -------------------------------------------------------------------------------

@@ -567,6 +567,45 @@ TEST_F(IndexRename, KeepsAReplacedFileOfTheVeryNameUntilTheIndexIsSaved) {
   }
 }
 
+TEST_F(IndexRename, TakesAnEntryWithItThatLeadsToOneOfItsFiles) {
+  const std::string a = "a.kdb_0000000001/00000001\n";
+  const std::string n = "n.kdb_0000000001/00000002\n";
+  for (const std::string other : {"00000001", "00000002"}) {
+    folder.write("00000001.kdb", "bytes of a");
+    folder.write("00000002.kdb", "bytes of n");
+    folder.write("index", "00000002");
+    folder.set_index(a + "m.kdb_0000000001/" + other + "\n" + n);
+    STGIndex::rename(folder.path(), "a.kdb", 1, "n.kdb", 1);
+    EXPECT_EQ(folder.index(), "n.kdb_0000000001/00000003\n");
+    EXPECT_EQ(folder.names(), (Texts{"00000003.kdb", "index", "index.dat"}));
+    EXPECT_EQ(folder.read("00000003.kdb"), "bytes of a");
+  }
+}
+
+TEST_F(IndexRename, ReplacesAnEntryBesideALineOfItsKeyOfWhichTheSystemDoesNotTell) {
+  folder.write("00000001.kdb", "bytes of a");
+  folder.write("00000002.kdb", "bytes of n");
+  folder.write("index", "00000003");
+  folder.set_index(
+      "a.kdb_0000000001/00000001\nn.kdb_0000000001/00000002\nn.kdb_0000000001/00000003\n");
+  // The index is asked for first, then the line whose file the listing does not show.
+  const auto fault = os::faults::fail(Call::probe_search, kRefused, 2);
+  STGIndex::rename(folder.path(), "a.kdb", 1, "n.kdb", 1);
+  EXPECT_EQ(fault.hits(), 1U);
+  EXPECT_EQ(folder.names(), (Texts{"00000004.kdb", "index", "index.dat"}));
+  EXPECT_EQ(folder.read("00000004.kdb"), "bytes of a");
+  EXPECT_EQ(STGIndex::create(folder.path(), "n.kdb", 1), "00000004.kdb");
+}
+
+TEST_F(IndexRename, SaysThatALineStaysOfWhichTheSystemDoesNotTell) {
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  const auto fault = os::faults::fail(Call::probe_search, kRefused, 2);
+  STGIndex index = Peer::load(folder.path());
+  EXPECT_EQ(fault.hits(), 1U);
+  EXPECT_FALSE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 1));
+  EXPECT_FALSE(Peer::need_update(index));
+}
+
 TEST_F(IndexRename, LeavesLinesOfWhichTheSystemDoesNotTell) {
   const std::string text = "a.kdb_0000000001/00000001\nb.kdb_0000000002/00000002\n";
   folder.write("index", "00000002");
