@@ -12,8 +12,9 @@ namespace {
 
 constexpr std::int16_t kFromStart = 0;
 
+}  // namespace
+
 os::Status write_at(os::Handle handle, std::uint64_t offset, std::string_view bytes) {
-  // The system's file position moves by 32-bit distances.
   if (!std::in_range<std::int32_t>(offset + bytes.size())) return {0, os::Failure::kOther};
   os::Status status = os::seek(handle, static_cast<std::int32_t>(offset), kFromStart);
   if (!status.ok()) return status;
@@ -23,6 +24,8 @@ os::Status write_at(os::Handle handle, std::uint64_t offset, std::string_view by
   if (status.ok() && done < bytes.size()) return {os::last_error(), os::Failure::kOther};
   return status;
 }
+
+namespace {
 
 os::Status cut_at(os::Handle handle, std::uint64_t size) {
   if (!std::in_range<std::int32_t>(size)) return {0, os::Failure::kOther};

@@ -24,10 +24,13 @@ struct Outcome {
   bool ok() const { return written.ok() && flushed.ok() && cut.ok(); }
 };
 
+/// Writes to a place of an open file. A place past 2 GB is refused: the system's file position
+/// moves by 32-bit distances, and would come out near the start.
+os::Status write_at(os::Handle handle, std::uint64_t offset, std::string_view bytes);
+
 /// Replaces the text of an open file by the plan of replacement.h, and flushes it. The handle may
-/// write;
-/// @p old_bytes is what the file holds, whole. An interrupted replacement is completed first.
-/// Nothing is traced.
+/// write; @p old_bytes is what the file holds, whole. An interrupted replacement is completed
+/// first. Nothing is traced.
 Outcome carry_out(os::Handle handle, std::string_view old_bytes, std::string_view new_text);
 
 }  // namespace replacement

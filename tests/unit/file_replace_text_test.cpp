@@ -194,6 +194,17 @@ TEST_F(ReplaceAndClose, ThatCannotGoToItsPlaceWritesNothing) {
   EXPECT_EQ(content(), kOld);
 }
 
+TEST_F(ReplaceAndClose, RefusesAPlaceBeyondTheReachOfTheFilesPosition) {
+  os::Handle handle = os::kNoHandle;
+  ASSERT_TRUE(os::open(m_dir.path("g"), os::Access::kReadWriteCreate, handle).ok());
+  EXPECT_TRUE(replacement::write_at(handle, 2, "cd").ok());
+  for (const std::uint64_t place : {0x7FFFFFFFULL, 0x80000000ULL, 0x100000000ULL}) {
+    ASSERT_FALSE(replacement::write_at(handle, place, "ab").ok()) << place;
+  }
+  EXPECT_TRUE(os::close(handle).ok());
+  EXPECT_EQ(read_file(m_dir.path("g")), std::string("\0\0cd", 4));
+}
+
 TEST_F(ReplaceAndClose, OfDigitsThatFailsIsTakenBack) {
   open("00000199");
   const auto fault = faults::cut_transfer(Call::write, 6, kSomeFailure);

@@ -509,6 +509,29 @@ TEST_F(IndexCleaning, LeavesAnOrphanWhoseTimeIsNotKnown) {
   EXPECT_TRUE(folder.has("stray"));
 }
 
+TEST_F(IndexCleaning, LeavesAnOrphanOfWhoseTimeTheSystemDoesNotTell) {
+  // The first questions are about the folder, the index and then the file's time; the last two,
+  // before and within the removal, are whether it is a folder.
+  std::uint64_t last = 0;
+  {
+    folder.set_index(" ");
+    folder.write("stray");
+    const auto count =
+        os::faults::before(Call::remove_file, [&] { last = os::faults::calls(Call::stat); });
+    os::faults::reset();
+    clean(3600);
+    ASSERT_FALSE(folder.has("stray")) << "otherwise it goes";
+  }
+  ASSERT_GE(last, 3U);
+  folder.write("stray");
+  for (std::uint64_t nth = 1; nth + 1 < last; ++nth) {
+    const auto fault = os::faults::fail(Call::stat, kRefused, nth, Times::kLasting);
+    EXPECT_EQ(clean(3600), 0U);
+    EXPECT_GE(fault.hits(), 2U);
+    EXPECT_TRUE(folder.has("stray")) << "question " << nth;
+  }
+}
+
 TEST_F(IndexCleaning, GoesOnBehindAnOrphanThatCannotBeRemoved) {
   folder.set_index(" ");
   folder.write("stray1");

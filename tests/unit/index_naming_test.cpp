@@ -515,6 +515,17 @@ TEST_F(IndexAdoption, AsksTheMapsInTwoSteps) {
   EXPECT_FALSE(Peer::alreadyInMaps(index, ""));
 }
 
+TEST_F(IndexAdoption, LooksAFileUpWhoseNameIsAlsoStoredForAnother) {
+  // The stored name of the first line is that of the second one's file.
+  const std::string text = "a.kdb_0000000001/n.txt\nn.txt_0000000000/n.txt\n";
+  folder.write("n.txt.kdb");
+  folder.write("n.txt");
+  folder.set_index(text);
+  STGIndex index = Peer::load(folder.path());
+  EXPECT_FALSE(Peer::alreadyInMaps(index, "n.txt"));
+  EXPECT_TRUE(Peer::need_update(index)) << "so it is adopted once more";
+}
+
 /// What a folder's maps are when each listed file in turn is looked for in them and entered if
 /// unknown.
 void adopt_plainly(const std::string& folder, NameMap& lp, NameMap& pl) {

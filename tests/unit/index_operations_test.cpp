@@ -330,6 +330,18 @@ TEST_F(IndexExists, LetsAFailedReadPass) {
   EXPECT_TRUE(index_is_free());
 }
 
+TEST_F(IndexExists, NamesALineOfWhichTheSystemDoesNotTell) {
+  folder.set_index("a.kdb_0000000005/00000007\n");
+  // Asked for before: the logical name and the index.
+  const auto fault = os::faults::fail(Call::probe_search, kRefused, 3, Times::kLasting);
+  recording_sink sink;
+  EXPECT_FALSE(STGIndex::exists(folder.path(), "a.kdb", 5, physical));
+  EXPECT_EQ(sink.events(trace_event::error),
+            Texts{"STGIndex: a line stays, for the system does not tell whether its file is "
+                  "there: " +
+                  folder.path("index.dat") + ": a.kdb_0000000005/00000007"});
+}
+
 TEST_F(IndexExists, TracesNothingWhereAllIsWell) {
   folder.write("00000001.kdb");
   folder.set_index("a.kdb_0000000005/00000001\n");

@@ -230,6 +230,31 @@ TEST_F(IndexSaving, KeepsLinesThatOthersWroteAndOfWhichTheSystemDoesNotTell) {
             "a_0000000001/00000001\nb_0000000001/00000002\nc_0000000001/00000001\n");
 }
 
+TEST_F(IndexSaving, KeepsBothMapsInStepWithWhatItMerges) {
+  folder.write("00000001");
+  folder.write("00000002");
+  folder.set_index("a_0000000001/00000001\nb_0000000001/00000002\n");
+  {
+    STGIndex index = Peer::load(folder.path());
+    Peer::insert(index, "own_0000000001", "00000003");
+    folder.write("00000003");
+    // Somebody makes one entry anew and another one besides.
+    folder.erase("00000001");
+    folder.write("00000004");
+    folder.write("00000005");
+    folder.set_index("a_0000000001/00000004\nb_0000000001/00000002\nc_0000000001/00000005\n");
+    Peer::saveIndexFile(index);
+    EXPECT_EQ(Peer::lp(index), (STGIndex::NameMap{{"a_0000000001", "00000004"},
+                                                  {"b_0000000001", "00000002"},
+                                                  {"c_0000000001", "00000005"},
+                                                  {"own_0000000001", "00000003"}}));
+    EXPECT_EQ(Peer::pl(index), (STGIndex::NameMap{{"00000002", "b_0000000001"},
+                                                  {"00000003", "own_0000000001"},
+                                                  {"00000004", "a_0000000001"},
+                                                  {"00000005", "c_0000000001"}}));
+  }
+}
+
 TEST_F(IndexSaving, NamesALineThatItFindsOutNothingAbout) {
   folder.write("00000001.kdb");
   folder.set_index("a.kdb_0000000001/00000001\n");

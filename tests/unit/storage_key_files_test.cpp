@@ -237,6 +237,7 @@ TEST_F(KeyFiles, ALineIsRemovedFromAFileThatBearsTheLogicalName) {
   Peer::DeleteKeyLineFromFile(scratch.path(), "attribut.txt", "b");
   EXPECT_EQ(read_file(file("attribut.txt")), "ab=2\n");
   EXPECT_EQ(facade(trace_level::xs), Texts{});
+  EXPECT_EQ(sink.events(trace_event::error), Texts{}) << "of the file neither";
 }
 
 TEST_F(KeyFiles, ALineIsRemovedFromTheFileThatTheIndexNamesAtTimestampZero) {
