@@ -345,7 +345,7 @@ replacement::Outcome replace_text(vu_file& file, std::string_view old_bytes,
       .replace_text(vu_trace_scope, old_bytes, new_text);
 }
 
-void close_replaced(vu_file& file, const replacement::Outcome& outcome) noexcept {
+void close_replaced(vu_file& file, const replacement::Outcome& outcome) {
   VU_FILE_SCOPE();
   const vu_path names = file.getPath();
   HandleCore(file, names.getParentPathName(), names.getRelativePathName(), kNarrowSpelling)
