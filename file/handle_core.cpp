@@ -345,9 +345,14 @@ replacement::Outcome replace_text(vu_file& file, std::string_view old_bytes,
       .replace_text(vu_trace_scope, old_bytes, new_text);
 }
 
-void close_replaced(vu_file& file, const replacement::Outcome& outcome) {
+void close_replaced(vu_file& file, const replacement::Outcome& outcome) noexcept {
   VU_FILE_SCOPE();
-  const vu_path names = file.getPath();
+  vu_path names{std::string(), std::string()};
+  try {
+    names = file.getPath();
+  } catch (...) {
+    // Required: without memory the file is closed all the same; what is traced then names no file.
+  }
   HandleCore(file, names.getParentPathName(), names.getRelativePathName(), kNarrowSpelling)
       .close_replaced(vu_trace_scope, outcome);
 }

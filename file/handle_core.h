@@ -112,7 +112,7 @@ FileText read_to_end(vu_file& file);
 replacement::Outcome replace_text(vu_file& file, std::string_view old_bytes,
                                   std::string_view new_text);
 /// Closes such a file; what replace_text() left unflushed is flushed.
-void close_replaced(vu_file& file, const replacement::Outcome& outcome);
+void close_replaced(vu_file& file, const replacement::Outcome& outcome) noexcept;
 /// Both. @return what the file holds afterwards.
 replacement::Holds replace_and_close(vu_file& file, std::string_view old_bytes,
                                      std::string_view new_text);

@@ -11,14 +11,17 @@
 #include "tests/support/index_peer.h"
 #include "tests/support/scratch.h"
 
-// How much memory a question takes at most. The replaced operators count what this thread has, by
-// the allocator's own sizes.
+// How much memory a question takes at most, and what a rename leaves that finds none. The replaced
+// operators count what this thread has, by the allocator's own sizes, and fail when they are told.
 
 namespace {
 
 thread_local bool g_counting = false;
 thread_local std::ptrdiff_t g_live = 0;
 thread_local std::ptrdiff_t g_peak = 0;
+constexpr std::ptrdiff_t kAll = -1;
+/// So many allocations succeed before one fails.
+thread_local std::ptrdiff_t g_left = kAll;
 
 void taken(void* memory) {
   if (!g_counting) return;
@@ -34,6 +37,7 @@ void given_back(void* memory) {
 }  // namespace
 
 void* operator new(std::size_t size) {
+  if (g_left != kAll && g_left-- == 0) throw std::bad_alloc();
   void* const memory = std::malloc(size == 0 ? 1 : size);
   if (memory == nullptr) throw std::bad_alloc();
   taken(memory);
@@ -97,6 +101,43 @@ TEST(Heap, OfAnExistenceQuestionIsTheTextOfTheIndexAndAConstant) {
     EXPECT_LT(few, kConstant);
     EXPECT_LT(many, kConstant);
   }
+}
+
+TEST(Heap, ThatRunsOutInARenameLeavesTheEntriesFromBeforeOrFromAfter) {
+  using Peer = stg_index_test_peer;
+  const synchronisation off{false};
+  const std::string text = "a.kdb_0000000001/00000001\nn.kdb_0000000001/00000002\n";
+  bool is_over = false;
+  std::ptrdiff_t nth = 0;
+  for (; !is_over; ++nth) {
+    SCOPED_TRACE(testing::Message() << "allocation " << nth + 1);
+    const index_folder folder;
+    folder.write("00000001.kdb", "bytes of a");
+    folder.write("00000002.kdb", "bytes of n");
+    folder.write("index", "00000002");
+    folder.set_index(text);
+    {
+      STGIndex index = Peer::load(folder.path());
+      // As after adoption: there will be a save, whatever happens here.
+      Peer::set_need_update(index);
+      g_left = nth;
+      try {
+        Peer::_rename(index, "a.kdb", 1, "n.kdb", 1);
+      } catch (const std::bad_alloc&) {
+      }
+      is_over = g_left != kAll;
+      g_left = kAll;
+    }
+    if (folder.index() == text) {
+      EXPECT_EQ(folder.read("00000001.kdb"), "bytes of a");
+      EXPECT_EQ(folder.read("00000002.kdb"), "bytes of n");
+    } else {
+      const std::string stored = folder.has("99999999.kdb") ? "99999999" : "00000003";
+      EXPECT_EQ(folder.index(), "n.kdb_0000000001/" + stored + "\n");
+      EXPECT_EQ(folder.read(stored + ".kdb"), "bytes of a");
+    }
+  }
+  EXPECT_GT(nth, 20);
 }
 
 }  // namespace
