@@ -421,6 +421,8 @@ Status list(Path folder, std::vector<Entry>& entries) {
     return attributes & FILE_ATTRIBUTE_DIRECTORY ? EntryKind::kFolder : EntryKind::kFile;
   };
   return with_text(folder, [&]<class Character>(const Character* text) {
+    // No folder, and not the current one.
+    if (*text == 0) return fail(ERROR_PATH_NOT_FOUND);
     std::basic_string<Character> pattern(text);
     pattern += Character('*');
     std::vector<Entry> names;

@@ -129,6 +129,12 @@ TEST(OsOpen, FindsNothingUnderANameWithANul) {
   EXPECT_FALSE(os::rename(scratch.path("file"), path).ok());
   const ucs2string wide{vu_utf8string(path)};
   EXPECT_EQ(os::probe_search(wide).failure(), os::Failure::kNotFound);
+  os::FileStat found;
+  EXPECT_EQ(os::stat(path, found).failure(), os::Failure::kNotFound);
+  std::vector<os::Entry> entries;
+  EXPECT_FALSE(os::list(path + "\\", entries).ok()) << "not the current folder";
+  EXPECT_FALSE(os::list(wide, entries).ok());
+  EXPECT_TRUE(entries.empty());
   EXPECT_EQ(list_folder(scratch.path()), std::vector<std::string>{"file"});
   EXPECT_EQ(read_file(scratch.path("file")), "bytes");
 }
