@@ -109,8 +109,8 @@ class IndexState {
   /// A clean that does not find the new entry in the index yet may sweep its file; then the save
   /// makes it again.
   void file_is_made(const std::string& key, Making how);
-  /// A file of the folder goes when the save is over: until then whoever reads finds the entries
-  /// from before. The save judges lines as if it had gone already.
+  /// A file of the folder goes when the new text is written, under the lock of the save: until then
+  /// whoever reads finds the entries from before. The save judges lines as if it had gone already.
   void remove_after_save(const std::string& file, IfItStays if_it_stays);
   /// Whether the file of an entry may be that of an entry with another key, too.
   bool is_anothers(const std::string& key, const std::string& stored) const;

@@ -198,8 +198,8 @@ class IndexSave {
     }
   }
 
-  /// A file that goes after the save is there yet: its lines must not keep out the next ones of
-  /// their keys.
+  /// A file that goes behind the new text is there yet: its lines must not keep out the next ones
+  /// of their keys.
   void take_out_what_leads_to_files_to_remove() {
     if (m_state.m_files_to_remove.empty()) return;
     for (IndexLine& line : m_on_disk->lines) {
