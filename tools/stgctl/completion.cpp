@@ -18,7 +18,8 @@ std::vector<std::string> words_at(const CommandUsage& command, const CommandUsag
   if (command.path.empty()) return words;
   for (const OptionUsage& option : program.options) {
     for (const std::string& name : option.names) {
-      if (name != "--version" && name != "-V" && std::find(words.begin(), words.end(), name) == words.end()) {
+      if (name != "--version" && name != "-V" &&
+          std::find(words.begin(), words.end(), name) == words.end()) {
         words.push_back(name);
       }
     }
