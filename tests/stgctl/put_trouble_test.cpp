@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "tests/stgctl/fixture.h"
+#include "tests/support/real_kernel.h"
 
 namespace fs = std::filesystem;
 
@@ -67,6 +68,7 @@ TEST_F(ClientPutTrouble, TwoAtOnceOfTheSameNamesLoseNone) {
 }
 
 TEST_F(ClientPutTrouble, AnUnusableCounterIsToldBeforeANameIsMade) {
+  NEEDS_A_REAL_KERNEL("a read-only file is refused for writing, whoever asks");
   const std::string counter = place() + "\\index";
   {
     const ReadOnly harm(counter);
@@ -84,6 +86,7 @@ TEST_F(ClientPutTrouble, AnUnusableCounterIsToldBeforeANameIsMade) {
 }
 
 TEST_F(ClientPutTrouble, AReadOnlyIndexIsToldAndLeavesNoOrphan) {
+  NEEDS_A_REAL_KERNEL("a read-only file is refused for writing, whoever asks");
   {
     const ReadOnly harm(place() + "\\index.dat");
     for (const bool dry : {true, false}) {
@@ -91,13 +94,14 @@ TEST_F(ClientPutTrouble, AReadOnlyIndexIsToldAndLeavesNoOrphan) {
       EXPECT_EQ(result.code, 1) << result.out;
       EXPECT_NE(result.err.find("index.dat cannot be written: it is read-only"), std::string::npos)
           << result.err;
-      EXPECT_EQ(result.err.find('\r'), std::string::npos);
+      EXPECT_EQ(result.err.find("\r\r"), std::string::npos) << "the system's own line end";
     }
   }
   EXPECT_EQ(on_tree({"check"}).code, 0) << on_tree({"check"}).out;
 }
 
 TEST_F(ClientPutTrouble, RemovingSaysRemovedOnlyWhenTheLineIsGone) {
+  NEEDS_A_REAL_KERNEL("a read-only file is refused for writing, whoever asks");
   const ReadOnly harm(place() + "\\index.dat");
   const outcome result = change({"rm", "first.txt", "--area", "user"});
   EXPECT_EQ(result.code, 1);
@@ -107,6 +111,7 @@ TEST_F(ClientPutTrouble, RemovingSaysRemovedOnlyWhenTheLineIsGone) {
 }
 
 TEST_F(ClientPutTrouble, AReadOnlyDocumentIsNotCutWhenItCannotBeReplaced) {
+  NEEDS_A_REAL_KERNEL("a read-only file is refused for writing, whoever asks");
   const ReadOnly harm(physical("user", "first.txt"));
   const std::string before = tree();
   const outcome result = change({"put", source("first.txt", "new"), "--area", "user", "--replace"});
