@@ -38,6 +38,8 @@ class running_program {
 #if !defined(_WIN32)
   /// As Ctrl-C does.
   void interrupt();
+  /// As whoever ends a service does.
+  void terminate();
 #endif
 
  private:

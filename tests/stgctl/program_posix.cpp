@@ -134,3 +134,4 @@ outcome running_program::wait() {
 }
 
 void running_program::interrupt() { ::kill(m_system->process, SIGINT); }
+void running_program::terminate() { ::kill(m_system->process, SIGTERM); }

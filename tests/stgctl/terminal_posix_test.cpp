@@ -136,6 +136,19 @@ TEST_F(ClientInterrupted, EndsAWaitForALock) {
   EXPECT_EQ(program.wait().code, 130);
 }
 
+TEST_F(ClientInterrupted, TakesTheEndOfAServiceForCtrlC) {
+  put("b.kdc", "old");
+  const std::string path = physical("docs", "b.kdc");
+  vu_file index(path.substr(0, path.rfind('/')), "index.dat");
+  index.open(vu_file::o_read);
+  running_program program(line({"rm", "b.kdc", "--yes"}), {{"STG_ROOT", ""}});
+  ASSERT_TRUE(program.complains("waiting for"));
+  program.terminate();
+  EXPECT_EQ(program.wait().code, 130);
+  index.close();
+  EXPECT_EQ(get("b.kdc"), "old");
+}
+
 TEST_F(ClientInterrupted, NamesTheHolderOfALock) {
   put("b.kdc", "old");
   const std::string path = physical("docs", "b.kdc");

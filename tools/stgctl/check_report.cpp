@@ -167,6 +167,8 @@ std::string CheckReport::next_step(const std::string& folder, const std::vector<
     view.load(place, m_context.locking());
     SavedNames saved(m_context);
     if (const SavedNames::Known known = saved.best_for(view); known.restorable != 0) {
+      // Of an index with a text the lines that lead nowhere are counted already.
+      if (view.index_state() != admin::IndexState::kRead) m_lost += known.restorable;
       return formatted(
           "{}: {} names lost, snapshot {} has them: stgctl index restore --at {} "
           "--folder {}",
@@ -184,9 +186,10 @@ std::string CheckReport::next_step(const std::string& folder, const std::vector<
   if (has(codes, is_folder_gone)) return formatted("{}: bring it back from a backup", name);
   const auto is_gone = [](Code code) { return code == Code::kLineWithoutFile; };
   if (has(codes, is_gone))
-    return formatted("{}: bring the files back from a backup, or let their names go: stgctl repair "
-                     "--plan plan.json",
-                     name);
+    return formatted(
+        "{}: bring the files back from a backup, or let their names go: stgctl repair "
+        "--plan plan.json",
+        name);
   if (has(codes, is_repaired)) return "stgctl repair --plan plan.json";
   for (const Code code : codes) {
     const FindingKind& kind = admin::kind_of(code);

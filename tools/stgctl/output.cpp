@@ -37,13 +37,8 @@ std::string_view code_of(Style style) {
   return "";
 }
 
-bool is_reader_gone(int code) {
-#if defined(_WIN32)
-  return code == EPIPE || code == EINVAL;
-#else
-  return code == EPIPE;
-#endif
-}
+/// Windows tells of a closed pipe by EINVAL.
+bool is_reader_gone(int code) { return code == EPIPE || code == EINVAL; }
 
 std::string in_style(bool colors, Style style, std::string_view text) {
   if (!colors || style == Style::kPlain) return std::string(text);
