@@ -28,4 +28,5 @@ vu_example_test(read_document_that_is_missing read_document 3 "anna has no repor
 vu_example_test(sub_parts_and_preload sub_parts_and_preload 0 "third:  <p>loaded ahead of time</p>"
   FRESH example-parts)
 vu_example_test(custom_trace_sink custom_trace_sink 0 "traced to " FRESH example-traces)
+vu_example_test(locked_document locked_document 0 "then read: all of the plan" FRESH example-locked)
 vu_example_test(two_processes two_processes 0 "read: all of the plan" FRESH example-processes)

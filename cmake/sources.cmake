@@ -138,6 +138,7 @@ set(VU_API_TEST_SOURCES
   tests/api/index_migration_test.cpp
   tests/api/index_operations_test.cpp
   tests/api/key_files_test.cpp
+  tests/api/ready_sink_test.cpp
   tests/api/sub_parts_test.cpp
   tests/api/users_test.cpp)
 
@@ -244,6 +245,7 @@ set(VU_EXAMPLES
   examples/custom_trace_sink.cpp
   examples/hello.cpp
   examples/host_minimal.cpp
+  examples/locked_document.cpp
   examples/read_document.cpp
   examples/store_versions.cpp
   examples/sub_parts_and_preload.cpp

@@ -21,13 +21,19 @@ int main(int argc, char** argv) {
     std::cerr << "greeting.kdf cannot be written; is " << root << " writable?\n";
     return 1;
   }
-  storage.Write(file, "Hello, storage!\n");
+  const std::string greeting = "Hello, storage!\n";
+  // Fewer bytes than asked for: the disk is full, say.
+  const bool is_whole = file.write(greeting) == static_cast<int>(greeting.size());
   storage.Close(file);
+  if (!is_whole) {
+    std::cerr << "greeting.kdf is cut short; store it again\n";
+    return 1;
+  }
 
   storage.OpenRead(file, "anna", "greeting.kdf", STG::CorporateRepository, 20240501);
   std::string text;
   if (file.is_open()) storage.Read(file, text, 0);
   storage.Close(file);
   std::cout << text;
-  return text == "Hello, storage!\n" ? 0 : 1;
+  return text == greeting ? 0 : 1;
 }

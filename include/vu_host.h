@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdio>
+#include <string>
 #include <string_view>
 
 #include "vu_export.h"
@@ -100,6 +102,88 @@ class VU_STORAGE_API trace_sink {
   /// For derived classes.
   /// @return this object.
   trace_sink& operator=(const trace_sink&) = default;
+};
+
+/// A sink that takes nothing: derive from it, and override what is wanted. It lies in the program
+/// that uses it, not in the library.
+class sink : public trace_sink {
+ public:
+  /// @return false.
+  /// @blocking{no} @threads{any, several at once}
+  bool wants(trace_level) const noexcept override { return false; }
+  /// @return false.
+  /// @blocking{no} @threads{any, several at once}
+  bool wants(trace_event) const noexcept override { return false; }
+  /// Does nothing.
+  /// @blocking{no} @threads{any, several at once}
+  void scope_begin(const trace_site&, trace_level, std::string_view) noexcept override {}
+  /// Does nothing.
+  /// @blocking{no} @threads{any, several at once}
+  void scope_end(const trace_site&, trace_level) noexcept override {}
+  /// Does nothing.
+  /// @blocking{no} @threads{any, several at once}
+  void scope_message(const trace_site&, std::string_view) noexcept override {}
+  /// Does nothing.
+  /// @blocking{no} @threads{any, several at once}
+  void record(const trace_site&, trace_level, std::string_view) noexcept override {}
+  /// Does nothing.
+  /// @blocking{no} @threads{any, several at once}
+  void event(const trace_site&, trace_event, std::string_view) noexcept override {}
+};
+
+/// A ready sink: warnings and errors go to the standard error output, one line each, and the last
+/// one of each thread is kept for whoever wants to say why an operation failed. What is missing,
+/// too old, there already or refused is traced by nobody: see docs/host-guide.md.
+///
+///     static vu_host::problem_sink problems;
+///     vu_host::install({&problems, nullptr, nullptr, nullptr});
+///     ...
+///     vu_host::problem_sink::clear();
+///     storage.OpenWrite(file, ...);
+///     if (!file.is_open()) std::cerr << vu_host::problem_sink::last() << "\n";
+class problem_sink final : public sink {
+ public:
+  using sink::wants;
+  /// @param to_stderr whether they go to the standard error output, or are kept only.
+  /// @blocking{no} @threads{any}
+  explicit problem_sink(bool to_stderr = true) noexcept : m_to_stderr(to_stderr) {}
+
+  /// @param event the kind asked about.
+  /// @return whether it is a warning or an error.
+  /// @blocking{no} @threads{any, several at once}
+  bool wants(trace_event event) const noexcept override { return event != trace_event::success; }
+  /// Keeps and writes it.
+  /// @param event its kind.
+  /// @param text what happened.
+  /// @blocking{for the standard error output} @threads{any, several at once}
+  void event(const trace_site&, trace_event event, std::string_view text) noexcept override {
+    try {
+      // The system's own words end in CR LF.
+      while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
+      kept().assign(text.data(), text.size());
+      if (!m_to_stderr) return;
+      const std::string line =
+          std::string(event == trace_event::error ? "error: " : "warning: ") + kept() + "\n";
+      std::fwrite(line.data(), 1, line.size(), stderr);
+    } catch (...) {
+      // No memory for the text: the operation goes on without it.
+    }
+  }
+
+  /// @return the last warning or error of the calling thread since clear(); empty for none.
+  /// @blocking{no} @threads{any}
+  static const std::string& last() noexcept { return kept(); }
+  /// Forgets it, before the operation that is asked about.
+  /// @blocking{no} @threads{any}
+  static void clear() noexcept { kept().clear(); }
+
+ private:
+  static std::string& kept() noexcept {
+    static thread_local std::string text;
+    return text;
+  }
+
+  bool m_to_stderr;
 };
 
 /// Answers the library's questions about the product's installation.
