@@ -4,7 +4,7 @@ BEGIN { most = 8 }
 
 # What a test said stands between the line with its result and CTest's next one.
 /^ *[0-9]+\/[0-9]+ Test +#[0-9]+: / {
-  inside = /\*\*\*/ && first == ""
+  inside = /\*\*\*/ && !/\*\*\*Skipped/ && first == ""
   if (inside) {
     first = $4
     result = $0
@@ -15,6 +15,8 @@ BEGIN { most = 8 }
 }
 /^ +Start +[0-9]+: / { inside = 0; next }
 /^[0-9]+% tests passed/ { inside = 0; failed = $4; all = $NF; next }
+# Those that were skipped are listed as well, before.
+/^The following tests FAILED/ { named = 0; names = "" }
 /^\t *[0-9]+ - / {
   if (++named <= most) names = names (named > 1 ? ", " : "") $3
   next
