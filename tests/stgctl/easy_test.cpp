@@ -89,6 +89,23 @@ TEST_F(ClientEasy, TellsOfAPlanThatIsNoneInItsOwnWords) {
 
 #if !defined(_WIN32)
 
+TEST_F(ClientEasy, CompletesOwnersAndNamesInBash) {
+  const std::string told = shell_path(scratch().path("told"));
+  const std::string script = shell_path(scratch().path("completion"));
+  write_file(script, run({"completion", "bash"}).out);
+  const auto completed = [&](const std::string& words, int at) {
+    const std::string folder = client_path().substr(0, client_path().rfind('/'));
+    const std::string command = "PATH='" + folder + "':$PATH STG_ROOT='" + shell_path(root()) +
+                                "' bash -c 'source \"" + script + "\"; COMP_WORDS=(" + words +
+                                "); COMP_CWORD=" + std::to_string(at) +
+                                "; _stgctl; echo \"${COMPREPLY[@]}\"' >'" + told + "'";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    return read_file(told);
+  };
+  EXPECT_EQ(completed("stgctl ls --owner an", 3), "anna\n");
+  EXPECT_EQ(completed("stgctl get docs/an", 2), "docs/anna/sales.kdf@1 docs/anna/sales.kdf@2\n");
+}
+
 TEST_F(ClientEasy, IsSilentWhenItsReaderGoes) {
   const std::string told = shell_path(scratch().path("told"));
   const std::string command = "(sleep 0.3; '" + client_path() + "' ls --root '" +

@@ -259,6 +259,7 @@ TEST_F(ClientCheckLoss, EndsWithSumsAndTheNextCommand) {
                            m_name);
   EXPECT_EQ(lines_of(on_tree({"check", "--all"}).out).size(), 1U + 15 + 1 + 2 + 1);
   EXPECT_EQ(check().at("next").size(), 1U);
+  EXPECT_EQ(check().at("unserved"), kDocuments);
   ASSERT_EQ(on_tree({"index", "restore", "--at", "1", "--folder", m_name, "--yes"}).code, 0);
   EXPECT_EQ(on_tree({"check"}).code, 0);
 }

@@ -72,6 +72,8 @@ std::string bash_script(const std::vector<CommandUsage>& usage) {
           reply = "COMPREPLY=($(compgen -d -- \"$cur\"))";
         } else if (kind_of(option) == Kind::kFiles) {
           reply = "COMPREPLY=($(compgen -f -- \"$cur\"))";
+        } else if (name == "--owner") {
+          reply = "COMPREPLY=($(compgen -W \"$(_stgctl_owners)\" -- \"$cur\"))";
         }
         values += formatted("    {}|{}') {}; return ;;\n", place == "*" ? "*'" : "'" + place, name,
                             reply);
@@ -82,6 +84,26 @@ std::string bash_script(const std::vector<CommandUsage>& usage) {
                         spaced(words_at(command, usage.front())));
   }
   return formatted(R"(# bash completion for stgctl; load it with: source <(stgctl completion bash)
+# The tree is that of STG_ROOT, or what the command line names.
+_stgctl_tree() {{
+  local i
+  tree=()
+  for ((i = 1; i + 1 < COMP_CWORD; i++)); do
+    case ${{COMP_WORDS[i]}} in
+    --root|--storage|--layout) tree+=("${{COMP_WORDS[i]}}" "${{COMP_WORDS[i+1]}}") ;;
+    esac
+  done
+}}
+_stgctl_owners() {{
+  local tree
+  _stgctl_tree
+  stgctl user list "${{tree[@]}}" 2>/dev/null | sed 's/  *.*//'
+}}
+_stgctl_names() {{
+  local tree
+  _stgctl_tree
+  stgctl ls --no-lock "${{tree[@]}}" 2>/dev/null | head -n 2000 | sed 's/  .*//'
+}}
 _stgctl() {{
   local cur=${{COMP_WORDS[COMP_CWORD]}} prev=${{COMP_WORDS[COMP_CWORD-1]}} place='' words='' next i
   COMPREPLY=()
@@ -95,6 +117,10 @@ _stgctl() {{
 {}  esac
   case $place in
 {}  esac
+  case $place in
+    versions|which|cat|parts|get|rm|mv|'explain read'|'explain write')
+      [[ $cur == -* ]] || words="$words $(_stgctl_names) " ;;
+  esac
   COMPREPLY=($(compgen -W "$words" -- "$cur"))
 }}
 complete -o default -F _stgctl stgctl
