@@ -17,15 +17,18 @@ using index_format::logical_of;
 // The public operations and queries. Each builds its instance and lets it go, which writes a
 // changed index back.
 
-namespace {
-
-/// STGIndex::exists() of an entry of the index.
-bool find_in_index(const std::string& folder, const std::string& logical, const std::string& key,
-                   std::string& physical) {
+bool STGIndex::exists(const std::string& folder, const std::string& logical, long timestamp,
+                      std::string& physical) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  if (vu_file::exists(folder + "\\" + logical)) {
+    physical = logical;
+    return true;
+  }
+  checkIndexFile(folder);
+
   vu_file file(folder, kIndexFile);
   try {
-    file.open(vu_file::o_read);
+    file.open(o_read);
   } catch (const vu_file_except& e) {
     VU_WARNING("STGIndex::exists(): Unable to open index.dat file while checking for existence of ",
                logical, " in directory ", folder, "\n Reason: ", e.what());
@@ -37,6 +40,7 @@ bool find_in_index(const std::string& folder, const std::string& logical, const 
   const std::string_view text = replacement::text_of(bytes.view(), storage);
 
   // Of several lines of one key the first valid one counts; the others need not be looked at.
+  const std::string key = entryAndTS(logical, timestamp);
   FolderFiles files(folder);
   index_format::LinesOfKey lines(text, key);
   index_format::Line line;
@@ -56,29 +60,11 @@ bool find_in_index(const std::string& folder, const std::string& logical, const 
   return false;
 }
 
-}  // namespace
-
-bool STGIndex::exists(const std::string& folder, const std::string& logical, long timestamp,
-                      std::string& physical) {
-  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  if (vu_file::exists(folder + "\\" + logical)) {
-    physical = logical;
-    return true;
-  }
-  checkIndexFile(folder);
-
-  return find_in_index(folder, logical, entryAndTS(logical, timestamp), physical);
-}
-
 std::string STGIndex::create(const std::string& folder, const std::string& logical,
                              long timestamp) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  // A file that may bear the very name counts as there: opening it tells.
-  if (presence_of(folder + "\\" + logical) != Presence::kMissing) return logical;
-  checkIndexFile(folder);
   std::string physical;
-  const std::string key = entryAndTS(logical, timestamp);
-  if (find_in_index(folder, logical, key, physical)) return physical;
+  if (exists(folder, logical, timestamp, physical)) return physical;
   return STGIndex(folder)._create(logical, timestamp);
 }
 
