@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "stg_index.h"
+#include "tests/reliability/crowd_documents.h"
 #include "tests/reliability/folder_state.h"
 #include "tests/reliability/machine.h"
 #include "tests/reliability/reliability.h"
@@ -20,27 +21,12 @@
 namespace reliability {
 namespace {
 
-constexpr long kStamp = 7;
 /// Younger documents stay, in seconds: far more than a run takes.
 constexpr unsigned long kLimit = 100'000;
-/// Of a helper that works through thousands of operations, in seconds.
-constexpr const char* kLongAlarm = "3000";
 constexpr std::size_t kWriters = 3;
 constexpr std::size_t kCleaners = 2;
 
-std::string content_of(const std::string& logical) { return "the bytes of " + logical; }
-
 // ---- the helpers --------------------------------------------------------------------------------
-
-/// @return the physical name.
-std::string write_document(const std::string& folder, const std::string& logical) {
-  const std::string physical = STGIndex::create(folder, logical, kStamp);
-  vu_file file(folder, physical);
-  file.open(vu_file::o_truncate);
-  file.write(content_of(logical));
-  file.close();
-  return physical;
-}
 
 /// args: its name; how many; a file for the names that must be there afterwards; the folder. Every
 /// third document gets another name, half of these that of another document, and every fourth one
@@ -54,7 +40,7 @@ int clean_writer(const std::vector<std::string>& args) {
   if (!hear()) return 1;
   for (std::size_t number = 0; number < count; ++number) {
     const std::string logical = args.at(0) + " " + std::to_string(number) + ".kdb";
-    const std::string physical = write_document(folder, logical);
+    const std::string physical = create_document(folder, logical);
     if (number % 4 == 3) {
       // A cleaner takes it away, now or later.
       if (file_exists(folder + "\\" + physical)) set_modify_time(folder + "\\" + physical, 1000);
@@ -62,8 +48,8 @@ int clean_writer(const std::vector<std::string>& args) {
     }
     const bool moves = number % 3 == 0;
     const std::string name = moves ? "moved " + logical : logical;
-    if (number % 6 == 0) write_document(folder, name);
-    if (moves) STGIndex::rename(folder, logical, kStamp, name, kStamp);
+    if (number % 6 == 0) create_document(folder, name);
+    if (moves) STGIndex::rename(folder, logical, kCrowdStamp, name, kCrowdStamp);
     kept << name << '\t' << content_of(logical) << '\n';
   }
   write_file(args.at(2), kept.str());
@@ -150,7 +136,7 @@ class CleanCrowd {
       std::istringstream kept(read_file(report(i)));
       for (std::string line; std::getline(kept, line); ++m_outcome.documents) {
         const std::string logical = line.substr(0, line.find('\t'));
-        const std::string key = key_for(logical, kStamp);
+        const std::string key = key_for(logical, kCrowdStamp);
         const auto entry = state.lines.find(key);
         if (entry == state.lines.end()) {
           m_run.fail("lost: " + logical);

@@ -13,6 +13,7 @@
 
 #include "platform/os/os.h"
 #include "stg_index.h"
+#include "tests/reliability/crowd_documents.h"
 #include "tests/reliability/folder_state.h"
 #include "tests/reliability/machine.h"
 #include "tests/reliability/reliability.h"
@@ -24,14 +25,10 @@ namespace reliability {
 namespace {
 
 constexpr std::size_t kReaders = 2;
-constexpr long kStamp = 7;
-/// Of a helper that works through thousands of operations, in seconds.
-constexpr const char* kLongAlarm = "3000";
 
 std::string logical_name(const std::string& who, std::size_t number) {
   return "document " + who + " " + std::to_string(number) + ".kdb";
 }
-std::string content_of(const std::string& logical) { return "the bytes of " + logical; }
 
 // ---- the helpers --------------------------------------------------------------------------------
 
@@ -42,16 +39,6 @@ struct LocksTakenOut {
   os::faults::Fault unlock =
       os::faults::fail(os::faults::Call::unlock, {}, 1, os::faults::Times::kLasting);
 };
-
-/// Creates an entry and stores its bytes. @return the physical name.
-std::string create_document(const std::string& folder, const std::string& logical) {
-  const std::string physical = STGIndex::create(folder, logical, kStamp);
-  vu_file file(folder, physical);
-  file.open(vu_file::o_truncate);
-  file.write(content_of(logical));
-  file.close();
-  return physical;
-}
 
 /// args: its name; how many; "locked" or "unlocked"; "on" or "off" for the synchronisation; a file
 /// for what it did; the folders. Afterwards the file names each entry with its physical name and
@@ -106,7 +93,7 @@ int crowd_reader(const std::vector<std::string>& args) {
     std::string physical;
     ++looked;
     try {
-      if (!STGIndex::exists(folder, logical, kStamp, physical)) continue;
+      if (!STGIndex::exists(folder, logical, kCrowdStamp, physical)) continue;
       vu_file file(folder, physical);
       file.open(vu_file::o_read);
       std::string bytes;
@@ -237,7 +224,7 @@ class CrowdRun {
     std::set<std::string> names;
     for (const auto& [logical, physical] : m_acknowledged[number]) {
       if (!names.insert(physical).second) m_run.fail("drawn twice: " + physical);
-      const std::string key = key_for(logical, kStamp);
+      const std::string key = key_for(logical, kCrowdStamp);
       const auto line = state.lines.find(key);
       if (line == state.lines.end()) {
         m_run.fail("lost: " + logical);
