@@ -564,6 +564,16 @@ TEST_F(IndexCleaning, SweepsNoDocumentWhenAnExistenceTestFailsOnce) {
   }
 }
 
+TEST_F(IndexCleaning, SparesInTheSweepWhatItsOwnLookAccountsFor) {
+  write_aged("00000001.kdc", 10);
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  // Between the two looks at the index the line goes, and its file is there yet.
+  const auto hook = os::faults::before(Call::list, [&] { folder.set_index(" "); }, 2);
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(folder.index(), " ");
+  EXPECT_TRUE(folder.has("00000001.kdc"));
+}
+
 TEST_F(IndexCleaning, LeavesOrphansWhereTheSystemDoesNotTellOfTheIndex) {
   write_aged("00000001.kdc", 10);
   folder.write("stray");
