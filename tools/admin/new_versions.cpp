@@ -193,6 +193,9 @@ void NewVersions::enter(const std::vector<NewVersions*>& folders) {
   // A line must not reach the device before its file has its name there.
   flush(counters, names);
   for (NewVersions* const each : folders) each->commit();
+  // Asking for the lock of one index while that of another is held, out of their order, would be a
+  // deadlock with the next program.
+  for (NewVersions* const each : folders) each->verify();
 }
 
 void NewVersions::prepare() {
@@ -203,10 +206,8 @@ void NewVersions::prepare() {
 }
 
 void NewVersions::commit() {
-  const bool is_work = any_pending();
-  if (is_work) save();
+  if (any_pending()) save();
   m_index.close();
-  if (is_work) verify();
 }
 
 bool NewVersions::open_index() {
@@ -371,6 +372,8 @@ void NewVersions::save() {
 /// A program that had loaded the index before may have stored the same name: of two lines of one
 /// name its save keeps its own. Then the file that was made here belongs to nobody.
 void NewVersions::verify() {
+  const auto is_stored = [](const Item& item) { return item.version->fate == Fate::kStored; };
+  if (std::none_of(m_items.begin(), m_items.end(), is_stored)) return;
   FolderView view;
   view.load(m_folder, m_locking);
   if (view.index_state() != IndexState::kRead) return;
@@ -384,7 +387,7 @@ void NewVersions::verify() {
     if (line.verdict == Verdict::kEntry) entries.emplace(line.key, line.stored);
   }
   for (Item& item : m_items) {
-    if (item.version->fate != Fate::kStored) continue;
+    if (!is_stored(item)) continue;
     const auto entry = entries.find(key_of(*item.version));
     if (entry != entries.end() && entry->second == item.stored) continue;
     if (!stored.contains(item.stored)) take_back(item);

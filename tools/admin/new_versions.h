@@ -38,8 +38,9 @@ struct NewVersion {
 ///     and moves the copies to their places.
 ///  4. Counters and folders are flushed, those of many folders together.
 ///  5. commit() saves the index once, and gives its lock back.
+///  6. verify() looks once more, when no index is locked here any longer.
 ///
-/// enter() does 2 to 5 for some folders.
+/// enter() does 2 to 6 for some folders.
 ///
 /// A name is seen only when its document is whole. What fails is taken back by the physical file
 /// that was made here, never by its name, which may be somebody else's by then. A process that is
