@@ -215,8 +215,8 @@ std::string did_you_mean(const std::string& word, const std::vector<std::string>
   const std::string* best = nullptr;
   std::size_t least = word.size() < 4 ? 2 : 3;
   for (const std::string& each : known) {
-    if (const std::size_t far = distance(word, each); far < least) {
-      least = far;
+    if (const std::size_t gap = distance(word, each); gap < least) {
+      least = gap;
       best = &each;
     }
   }
