@@ -6,7 +6,8 @@ function(vu_example_test test example code text)
   cmake_parse_arguments(arg "" "FRESH;AFTER" "ARGUMENTS" ${ARGN})
   add_test(NAME example_${test} COMMAND ${CMAKE_COMMAND}
     -D "PROGRAM=$<TARGET_FILE:${example}_storage>" -D "EMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR}"
-    -D "CODE=${code}" -D "TEXT=${text}" -D "FRESH=${arg_FRESH}" -D "ARGUMENTS=${arg_ARGUMENTS}"
+    -D "CODE=${code}" -D "TEXT=${text}" -D "LOG=example_${test}.log"
+    -D "FRESH=${arg_FRESH}" -D "ARGUMENTS=${arg_ARGUMENTS}"
     -P ${PROJECT_SOURCE_DIR}/cmake/run_example.cmake)
   set_tests_properties(example_${test} PROPERTIES
     TIMEOUT 120 LABELS example WORKING_DIRECTORY ${vu_test_folder} FIXTURES_SETUP example_${test})

@@ -21,18 +21,17 @@ flock -s "$use"
 # The server and its services start with the first program and inherit its output: a caller that
 # reads the output through a pipe would wait for their end. So a first program without any output
 # starts them. They stay for a minute after the last program, since starting them takes a second.
+# Whoever asks waits while they start: a server that answers may not have started its services yet.
+exec {start}<>"$BUILD/wine.start"
+flock -x "$start"
 if ! wineserver -k0 2>/dev/null; then
-  exec {start}<>"$BUILD/wine.start"
-  flock -x "$start"
-  if ! wineserver -k0 2>/dev/null; then
-    (
-      exec {use}>&- {start}>&- </dev/null >/dev/null 2>&1
-      wineserver -p60
-      run_wine cmd /c exit
-    ) || true
-  fi
-  exec {start}>&-
+  (
+    exec {use}>&- {start}>&- </dev/null >/dev/null 2>&1
+    wineserver -p60
+    run_wine cmd /c exit
+  ) || true
 fi
+exec {start}>&-
 
 status=0
 (
