@@ -2,6 +2,7 @@
 
 #include <random>
 #include <set>
+#include <vector>
 
 #include "tests/admin/tree_fixture.h"
 
@@ -12,7 +13,9 @@ namespace {
 
 struct Seen final : admin::Visitor {
   bool folder(const admin::DocumentFolder& folder) override {
-    folders.insert(std::string(name_of(folder.area)) + ":" + folder.owner + ":" + folder.bucket);
+    const std::string area(name_of(folder.area));
+    in_order.push_back(area + ":" + folder.owner + ":" + folder.bucket);
+    folders.insert(in_order.back());
     return folders.size() < most;
   }
   void stray(Area area, const std::string& path, admin::sys::Kind) override {
@@ -20,6 +23,7 @@ struct Seen final : admin::Visitor {
                   path.substr(path.rfind(admin::sys::kSeparator) + 1));
   }
   std::set<std::string> folders;
+  std::vector<std::string> in_order;
   std::set<std::string> strays;
   std::size_t most = 1000;
 };
@@ -97,6 +101,22 @@ TEST_F(AdminTree, IsWalkedWithinAScope) {
   Seen of_unknown;
   admin::walk(tree(), {std::nullopt, "nobody"}, of_unknown);
   EXPECT_TRUE(of_unknown.folders.empty());
+}
+
+TEST_F(AdminTree, IsWalkedInTheOrderOfNamesWhateverTheFileSystemListsFirst) {
+  std::vector<std::string> expected;
+  for (int i = 10; i < 30; ++i) expected.push_back("docs:owner" + std::to_string(i) + ":00000097");
+  // Some systems list the youngest first, some the oldest, some in neither order.
+  for (const int i : {7, 3, 19, 0, 12, 5, 18, 1, 9, 14, 2, 16, 11, 4, 17, 6, 15, 8, 13, 10})
+    make_folder(storage() + "\\docs\\owner" + std::to_string(10 + i) + "\\00000097");
+  const std::string buckets = storage() + "\\docs\\owner99\\";
+  for (const char* const bucket : {"00000004", "00000009", "00000001", "00000007", "00000002"})
+    make_folder(buckets + bucket);
+  for (const char* const bucket : {"00000001", "00000002", "00000004", "00000007", "00000009"})
+    expected.push_back(std::string("docs:owner99:") + bucket);
+  Seen seen;
+  EXPECT_TRUE(admin::walk(tree(), {Area::kDocs, std::nullopt}, seen));
+  EXPECT_EQ(seen.in_order, expected);
 }
 
 TEST_F(AdminTree, StopsBeingWalkedWhenTheVisitorHasEnough) {

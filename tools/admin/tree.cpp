@@ -66,35 +66,44 @@ class AreaWalk {
   }
 
   bool owners(const std::string& folder) {
-    sys::Folder listing;
-    if (!open(listing, folder)) return true;
-    sys::Entry entry;
-    while (listing.next(entry)) {
-      const std::string path = sys::join(folder, entry.name);
-      if (entry.kind != sys::Kind::kFolder) {
-        m_visitor.stray(m_area, path, entry.kind);
-      } else if (!owner_folder(std::string(entry.name), path)) {
+    for (const Child& child : children_of(folder)) {
+      const std::string path = sys::join(folder, child.name);
+      if (child.kind != sys::Kind::kFolder) {
+        m_visitor.stray(m_area, path, child.kind);
+      } else if (!owner_folder(child.name, path)) {
         return false;
       }
     }
-    tell_failure(listing, folder);
     return true;
   }
 
   bool buckets(const std::string& owner, const std::string& folder) {
-    sys::Folder listing;
-    if (!open(listing, folder)) return true;
-    sys::Entry entry;
-    while (listing.next(entry)) {
-      const std::string path = sys::join(folder, entry.name);
-      if (entry.kind != sys::Kind::kFolder || !is_bucket_name(entry.name)) {
-        m_visitor.stray(m_area, path, entry.kind);
-      } else if (!visit(owner, entry.name, path)) {
+    for (const Child& child : children_of(folder)) {
+      const std::string path = sys::join(folder, child.name);
+      if (child.kind != sys::Kind::kFolder || !is_bucket_name(child.name)) {
+        m_visitor.stray(m_area, path, child.kind);
+      } else if (!visit(owner, child.name, path)) {
         return false;
       }
     }
-    tell_failure(listing, folder);
     return true;
+  }
+
+  struct Child {
+    std::string name;
+    sys::Kind kind;
+  };
+  /// In order of their names: each file system lists in an order of its own.
+  std::vector<Child> children_of(const std::string& folder) {
+    std::vector<Child> children;
+    sys::Folder listing;
+    if (!open(listing, folder)) return children;
+    sys::Entry entry;
+    while (listing.next(entry)) children.push_back({std::string(entry.name), entry.kind});
+    tell_failure(listing, folder);
+    std::sort(children.begin(), children.end(),
+              [](const Child& a, const Child& b) { return a.name < b.name; });
+    return children;
   }
 
   bool open(sys::Folder& listing, const std::string& path) {

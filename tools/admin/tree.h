@@ -94,7 +94,8 @@ class Visitor {
   virtual void failed(const std::string& path, const os::Status& status);
 };
 
-/// Visits the document folders in the system's order, one at a time.
+/// Visits the document folders one at a time: an area's owners, and an owner's folders, in
+/// byte-wise order of their names.
 /// @return false when the visitor ended the walk.
 bool walk(const Tree& tree, const Scope& scope, Visitor& visitor);
 
