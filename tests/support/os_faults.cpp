@@ -63,6 +63,7 @@ struct Plan {
   std::optional<std::vector<Call>> sequence;
   std::function<void(const Made&)> watcher;
   std::atomic<bool> is_watched = false;
+  std::atomic<Conductor*> conductor = nullptr;
 };
 
 Plan& plan() {
@@ -143,6 +144,14 @@ Status planned(const Rule& rule) {
   return status;
 }
 
+/// Makes the call when the conductor says so.
+template <class Make>
+Status conducted(const Arriving& arriving, const Make& make) {
+  Conductor* const conductor = plan().conductor;
+  if (conductor == nullptr) return make();
+  return conductor->conduct(arriving, [&]() -> Status { return make(); });
+}
+
 /// The form of all functions that only return a status.
 template <class Forward>
 Status status_call(Call call, Forward forward) {
@@ -150,6 +159,12 @@ Status status_call(Call call, Forward forward) {
     t_planned_error.reset();
     return forward();
   });
+}
+
+/// The same of those that reach a file or folder.
+template <class Forward>
+Status status_call(const Arriving& arriving, Forward forward) {
+  return status_call(arriving.call, [&] { return conducted(arriving, forward); });
 }
 
 /// The same for read() and write(), of which a part may be done. @p forward takes the count.
@@ -292,12 +307,16 @@ Watch::~Watch() {
   plan().watcher = nullptr;
 }
 
+Conducted::Conducted(Conductor& conductor) { plan().conductor = &conductor; }
+Conducted::~Conducted() { plan().conductor = nullptr; }
+
 }  // namespace os::faults
 
 namespace os {
 
 using faults::Call;
 using faults::call_under_plan;
+using faults::conducted;
 using faults::Rule;
 using faults::status_call;
 using faults::t_planned_error;
@@ -306,7 +325,7 @@ using faults::watched;
 
 Status open(Path path, Access access, Handle& handle) {
   handle = kNoHandle;
-  return status_call(Call::open, [&] {
+  return status_call({.call = Call::open, .path = &path, .access = access, .opened = &handle}, [&] {
     const Status status = sys::open(path, access, handle);
     return watched(status, {.call = Call::open, .handle = handle, .path = &path});
   });
@@ -317,7 +336,9 @@ Status close(Handle handle) {
       Call::close, faults::planned,
       [&] {
         t_planned_error.reset();
-        return watched(sys::close(handle), {.call = Call::close, .handle = handle});
+        return conducted({.call = Call::close, .handle = handle}, [&] {
+          return watched(sys::close(handle), {.call = Call::close, .handle = handle});
+        });
       },
       [&](const Rule& rule) {
         if (rule.call == Call::system) static_cast<void>(sys::close(handle));
@@ -325,16 +346,20 @@ Status close(Handle handle) {
 }
 
 Status read(Handle handle, void* buffer, std::size_t count, std::size_t& done) {
+  done = 0;
   return transfer_call(Call::read, count, done, [&](std::size_t length) {
-    const Status status = sys::read(handle, buffer, length, done);
+    const Status status = conducted({.call = Call::read, .handle = handle},
+                                    [&] { return sys::read(handle, buffer, length, done); });
     return watched(
         status, {.call = Call::read, .handle = handle, .number = static_cast<std::int64_t>(done)});
   });
 }
 
 Status write(Handle handle, const void* data, std::size_t count, std::size_t& done) {
+  done = 0;
   return transfer_call(Call::write, count, done, [&](std::size_t length) {
-    const Status status = sys::write(handle, data, length, done);
+    const Status status = conducted({.call = Call::write, .handle = handle},
+                                    [&] { return sys::write(handle, data, length, done); });
     static_cast<void>(watched(
         {},
         {.call = Call::write, .handle = handle, .bytes = {static_cast<const char*>(data), done}}));
@@ -343,98 +368,107 @@ Status write(Handle handle, const void* data, std::size_t count, std::size_t& do
 }
 
 Status seek(Handle handle, std::int32_t distance, std::int16_t method) {
-  return status_call(Call::seek, [&] {
+  return status_call({.call = Call::seek, .handle = handle}, [&] {
     return watched(sys::seek(handle, distance, method),
                    {.call = Call::seek, .handle = handle, .number = distance, .method = method});
   });
 }
 
 Status set_end(Handle handle) {
-  return status_call(Call::set_end, [&] {
+  return status_call({.call = Call::set_end, .handle = handle}, [&] {
     return watched(sys::set_end(handle), {.call = Call::set_end, .handle = handle});
   });
 }
 
 Status reserve(Handle handle, std::uint64_t size) {
-  return status_call(Call::reserve, [&] { return sys::reserve(handle, size); });
+  return status_call({.call = Call::reserve, .handle = handle},
+                     [&] { return sys::reserve(handle, size); });
 }
 
 Status flush(Handle handle) {
-  return status_call(Call::flush, [&] {
+  return status_call({.call = Call::flush, .handle = handle}, [&] {
     return watched(sys::flush(handle), {.call = Call::flush, .handle = handle});
   });
 }
 
 Status lock(Handle handle, const LockRequest& request) {
-  return status_call(Call::lock, [&] { return sys::lock(handle, request); });
+  LockRequest asked = request;
+  return status_call({.call = Call::lock, .handle = handle, .request = &asked},
+                     [&] { return sys::lock(handle, asked); });
 }
 
 Status unlock(Handle handle) {
-  return status_call(Call::unlock, [&] { return sys::unlock(handle); });
+  return status_call({.call = Call::unlock, .handle = handle}, [&] { return sys::unlock(handle); });
 }
 
 // ---- questions ---------------------------------------------------------------------------------
 
 Status probe_attributes(Path path) {
-  return status_call(Call::probe_attributes, [&] { return sys::probe_attributes(path); });
+  return status_call({.call = Call::probe_attributes, .path = &path},
+                     [&] { return sys::probe_attributes(path); });
 }
 
 Status probe_search(Path path) {
-  return status_call(Call::probe_search, [&] { return sys::probe_search(path); });
+  return status_call({.call = Call::probe_search, .path = &path},
+                     [&] { return sys::probe_search(path); });
 }
 
 Status list(Path folder, std::vector<Entry>& entries) {
-  return status_call(Call::list, [&] { return sys::list(folder, entries); });
+  return status_call({.call = Call::list, .path = &folder, .entries = &entries},
+                     [&] { return sys::list(folder, entries); });
 }
 
 Status stat(Path path, FileStat& result, Links links) {
-  return status_call(Call::stat, [&] { return sys::stat(path, result, links); });
+  return status_call({.call = Call::stat, .path = &path},
+                     [&] { return sys::stat(path, result, links); });
 }
 
 Status open_folder(Path path, Handle& folder) {
   folder = kNoHandle;
-  return status_call(Call::open_folder, [&] { return sys::open_folder(path, folder); });
+  return status_call({.call = Call::open_folder, .path = &path, .opened = &folder},
+                     [&] { return sys::open_folder(path, folder); });
 }
 
 // ---- changes -----------------------------------------------------------------------------------
 
 Status make_writable(Path path) {
-  return status_call(Call::make_writable, [&] { return sys::make_writable(path); });
+  return status_call({.call = Call::make_writable, .path = &path},
+                     [&] { return sys::make_writable(path); });
 }
 
 Status create_directory(Path path) {
-  return status_call(Call::create_directory, [&] {
+  return status_call({.call = Call::create_directory, .path = &path}, [&] {
     return watched(sys::create_directory(path), {.call = Call::create_directory, .path = &path});
   });
 }
 
 Status remove_directory(Path path) {
-  return status_call(Call::remove_directory, [&] {
+  return status_call({.call = Call::remove_directory, .path = &path}, [&] {
     return watched(sys::remove_directory(path), {.call = Call::remove_directory, .path = &path});
   });
 }
 
 Status remove_file(Path path) {
-  return status_call(Call::remove_file, [&] {
+  return status_call({.call = Call::remove_file, .path = &path}, [&] {
     return watched(sys::remove_file(path), {.call = Call::remove_file, .path = &path});
   });
 }
 
 Status rename(Path from, Path to) {
-  return status_call(Call::rename, [&] {
+  return status_call({.call = Call::rename, .path = &from, .to = &to}, [&] {
     return watched(sys::rename(from, to), {.call = Call::rename, .path = &from, .to = &to});
   });
 }
 
 Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time) {
-  return status_call(Call::copy, [&] {
+  return status_call({.call = Call::copy, .path = &from, .to = &to}, [&] {
     return watched(sys::copy(from, to, if_exists, time),
                    {.call = Call::copy, .path = &from, .to = &to});
   });
 }
 
 Status flush_file(Path path) {
-  return status_call(Call::flush_file, [&] {
+  return status_call({.call = Call::flush_file, .path = &path}, [&] {
     return watched(sys::flush_file(path), {.call = Call::flush_file, .path = &path});
   });
 }

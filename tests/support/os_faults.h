@@ -206,6 +206,37 @@ class [[nodiscard]] Watch {
   Watch& operator=(const Watch&) = delete;
 };
 
+/// A call that asks the system for something, on its way there. What does not apply is empty.
+struct Arriving {
+  Call call = Call::any;
+  Handle handle = kNoHandle;
+  const Path* path = nullptr;
+  const Path* to = nullptr;
+  Access access = Access::kReadExisting;  ///< of an open
+  LockRequest* request = nullptr;         ///< of a lock, and what is asked of the system
+  const Handle* opened = nullptr;         ///< by an open, when it is made
+  std::vector<Entry>* entries = nullptr;  ///< of a listing, when it is made
+};
+
+/// Decides when the calls of several threads are made.
+class Conductor {
+ public:
+  virtual ~Conductor() = default;
+  /// Makes the call, at once or when others have gone before, or answers in the system's place. On
+  /// the thread of the call, outside of every lock.
+  virtual Status conduct(const Arriving& arriving, const std::function<Status()>& make) = 0;
+};
+
+/// Every call that reaches a file or folder passes through the conductor as long as this lives.
+/// There is one at most, and no call may be under way when it begins and ends.
+class [[nodiscard]] Conducted {
+ public:
+  explicit Conducted(Conductor& conductor);
+  ~Conducted();
+  Conducted(const Conducted&) = delete;
+  Conducted& operator=(const Conducted&) = delete;
+};
+
 }  // namespace faults
 
 }  // namespace os
