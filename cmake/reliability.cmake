@@ -14,10 +14,26 @@ vu_own_code(vu_index_reader)
 target_include_directories(vu_index_reader PRIVATE ${PROJECT_SOURCE_DIR})
 target_link_libraries(vu_index_reader PRIVATE vu_xxhash)
 
+# Operations that meet, call by call.
+set(vu_meetings_sources ${VU_MEETINGS_SOURCES} ${VU_MEETINGS_SOURCES_WITH_CLIENT})
+if(WIN32)
+  list(APPEND vu_meetings_sources ${VU_ADMIN_SOURCES_WINDOWS})
+else()
+  list(APPEND vu_meetings_sources ${VU_ADMIN_SOURCES_POSIX})
+endif()
+add_library(vu_meetings OBJECT ${vu_meetings_sources})
+vu_test_code(vu_meetings -O1 PRECOMPILED_BY vu_test_model)
+target_link_libraries(vu_meetings PUBLIC vu_storage_testable)
+vu_test_program(meetings_tests
+  SOURCES ${VU_MEETINGS_TEST_SOURCES} tests/reliability/folder_state.cpp
+  LINK vu_meetings vu_test_support_inside vu_index_reader
+  SHARDS 1 TIMEOUT 60 COST 3 LABELS reliability)
+
 add_executable(reliability ${vu_reliability_sources})
 vu_program(reliability)
 vu_test_code(reliability -O1 PRECOMPILED_BY vu_test_model)
-target_link_libraries(reliability PRIVATE vu_test_support_inside vu_test_model vu_index_reader vu_gtest)
+target_link_libraries(reliability PRIVATE
+  vu_meetings vu_test_support_inside vu_test_model vu_index_reader vu_gtest)
 target_link_options(reliability PRIVATE ${vu_quick_linker})
 # One of the suites compares what it calls with what the headers declare.
 target_compile_definitions(reliability PRIVATE VU_INCLUDE_FOLDER="${PROJECT_SOURCE_DIR}/include")

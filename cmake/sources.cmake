@@ -153,6 +153,36 @@ set(VU_MULTI_TEST_SOURCES
   tests/multi/remote_index.cpp
   tests/multi/test_support_test.cpp)
 
+# Meetings of operations, call by call: what the long runs and a test program have in common.
+set(VU_MEETINGS_SOURCES
+  tests/meetings/client_deeds.cpp
+  tests/meetings/deeds.cpp
+  tests/meetings/explorer.cpp
+  tests/meetings/field.cpp
+  tests/meetings/footprint.cpp
+  tests/meetings/judge.cpp
+  tests/meetings/meeting.cpp
+  tests/meetings/pairs.cpp
+  tests/meetings/processes.cpp
+  tests/meetings/races.cpp
+  tests/meetings/schedule.cpp
+  tests/meetings/stage.cpp
+  tests/meetings/view.cpp)
+# What the client changes by itself.
+set(VU_MEETINGS_SOURCES_WITH_CLIENT
+  tools/admin/folder_view.cpp
+  tools/admin/index_lint.cpp
+  tools/admin/locked_file.cpp
+  tools/admin/name_diff.cpp
+  tools/admin/name_restore.cpp
+  tools/admin/new_versions.cpp
+  tools/admin/repair_text.cpp
+  tools/admin/text.cpp
+  tools/admin/tree.cpp
+  tools/admin/writable.cpp)
+set(VU_MEETINGS_TEST_SOURCES
+  tests/meetings/meetings_test.cpp)
+
 # The program of the long runs, with the library's objects.
 set(VU_RELIABILITY_SOURCES
   tests/reliability/alarms.cpp
@@ -175,6 +205,7 @@ set(VU_RELIABILITY_SOURCES
   tests/reliability/kills.cpp
   tests/reliability/kills_mail.cpp
   tests/reliability/main.cpp
+  tests/reliability/meetings.cpp
   tests/reliability/operations.cpp
   tests/reliability/out_of_memory.cpp
   tests/reliability/planted.cpp

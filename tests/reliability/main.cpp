@@ -26,6 +26,7 @@ constexpr int kNotRun = 77;
 
 constexpr char kUsage[] =
     "usage: reliability NAME [--count N] [--budget SECONDS] [--seed N] [--scratch DIR]\n"
+    "                   [--only TEXT] [--replay CASE]\n"
     "       reliability --list\n";
 
 std::vector<Suite>& suites() {
@@ -39,6 +40,8 @@ struct Options {
   std::uint64_t budget = 0;
   std::optional<std::uint64_t> seed;
   std::string scratch;
+  std::string only;
+  std::string replayed;
 };
 
 std::uint64_t number(const std::string& option, const std::string& text) {
@@ -67,6 +70,10 @@ Options read_options(const std::vector<std::string>& arguments) {
       options.seed = number(name, value());
     } else if (name == "--scratch") {
       options.scratch = value();
+    } else if (name == "--only") {
+      options.only = value();
+    } else if (name == "--replay") {
+      options.replayed = value();
     } else if (name.rfind("--", 0) == 0) {
       throw std::invalid_argument("unknown option '" + name + "'");
     } else if (options.name.empty()) {
@@ -127,7 +134,8 @@ int report(const Suite& suite, const Run& run) {
 int run_suite(const Options& options) {
   const Suite& suite = suite_called(options.name);
   choose_scratch(suite, options.scratch);
-  const Limits limits{options.count.value_or(suite.count), std::chrono::seconds(options.budget)};
+  const Limits limits{options.count.value_or(suite.count), std::chrono::seconds(options.budget),
+                      options.only, options.replayed};
   Run run(options.seed ? *options.seed : std::random_device{}(), limits);
   std::printf("%s: %s\n", suite.name.c_str(), suite.what.c_str());
   try {

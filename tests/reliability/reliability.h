@@ -31,6 +31,8 @@ enum class Scratch : std::uint8_t {
 struct Limits {
   std::uint64_t count = 0;         ///< how far to go; 0 for suites with an end of their own
   std::chrono::seconds budget{0};  ///< when to stop before that; zero for never
+  std::string only = {};           ///< what of it to do, for suites that know parts by name
+  std::string replayed = {};       ///< the one case to do, as the suite itself has told it
 };
 
 /// One run of a suite: its limits, its random numbers, and what it found. Any thread may report.
@@ -48,6 +50,9 @@ class Run {
   std::uint64_t wanted() const { return m_limits.count; }
   /// When it is to stop before that; zero for never.
   std::chrono::seconds budget() const { return m_limits.budget; }
+  /// A part of the suite, or one case of it, instead of the whole; empty for that.
+  const std::string& only() const { return m_limits.only; }
+  const std::string& replayed() const { return m_limits.replayed; }
   /// How far it has come.
   std::uint64_t reached() const { return m_reached; }
   void counted(std::uint64_t more) { m_reached += more; }

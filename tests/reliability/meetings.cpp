@@ -1,0 +1,109 @@
+// Every meeting of two operations, in every order of their calls: see tests/meetings.
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tests/meetings/field.h"
+#include "tests/reliability/reliability.h"
+
+namespace reliability {
+namespace {
+
+using meetings::Explored;
+using meetings::Gathering;
+
+class Meetings {
+ public:
+  explicit Meetings(Run& run) : m_run(run) {}
+
+  void explore(const Gathering& gathering, const meetings::Bounds& bounds) {
+    const Explored explored = m_field.explore(gathering, bounds);
+    m_run.counted(explored.schedules);
+    ++m_gatherings;
+    m_cut += explored.cut;
+    m_redundant += explored.redundant;
+    m_calls += explored.calls;
+    m_most = std::max(m_most, explored.schedules);
+    for (const auto& [race, count] : explored.races) m_races[race] += count;
+    for (const meetings::Finding& each : explored.findings) {
+      m_run.fail(in_text(gathering) + ": " + in_text(each.schedule) + ": " + each.what + "\n" +
+                 each.calls);
+    }
+  }
+
+  void report() {
+    m_run.figure("meetings", m_gatherings);
+    m_run.figure("schedules of the longest", m_most);
+    m_run.figure("schedules that do what another one does, left out", m_cut);
+    m_run.figure("schedules that do what another one does, run", m_redundant);
+    m_run.figure("calls", m_calls);
+    for (const auto& [race, count] : m_races) m_run.figure("race " + race, count);
+  }
+
+  /// Every race that is told must be met, or it is told no more.
+  void expect_every_race() {
+    for (const meetings::Race& each : meetings::accepted_races()) {
+      if (!m_races.contains(each.name))
+        m_run.fail("the race '" + each.name + "' does not occur any more");
+    }
+  }
+
+ private:
+  Run& m_run;
+  meetings::Field m_field;
+  std::uint64_t m_gatherings = 0;
+  std::uint64_t m_cut = 0;
+  std::uint64_t m_redundant = 0;
+  std::uint64_t m_calls = 0;
+  std::uint64_t m_most = 0;
+  std::map<std::string, std::uint64_t> m_races;
+};
+
+void replay(Run& run, const std::string& text) {
+  const std::size_t colon = text.find(": ");
+  meetings::Field field;
+  const meetings::Finding finding =
+      field.replay(meetings::gathering_from(text.substr(0, colon)),
+                   meetings::schedule_from(text.substr(std::min(colon, text.size() - 2) + 2)));
+  run.figure("calls", "\n" + finding.calls);
+  run.counted(1);
+  if (!finding.what.empty()) run.fail(finding.what);
+}
+
+void meet(Run& run) {
+  if (!run.replayed().empty()) return replay(run, run.replayed());
+  Meetings all(run);
+  bool is_whole = run.only().empty();
+  std::vector<Gathering> gatherings = meetings::all_pairs();
+  for (Gathering& each : meetings::all_trios()) gatherings.push_back(std::move(each));
+  for (const Gathering& each : gatherings) {
+    if (in_text(each).find(run.only()) == std::string::npos) continue;
+    if (!run.goes_on()) {
+      is_whole = false;
+      break;
+    }
+    all.explore(each, {});
+  }
+  all.report();
+  if (is_whole) all.expect_every_race();
+}
+REGISTER_SUITE(meet, "meetings", "every order of the calls of two operations that meet",
+               "schedules", 0, Scratch::kMemory)
+
+void meet_dying(Run& run) {
+  if (!run.replayed().empty()) return replay(run, run.replayed());
+  Meetings all(run);
+  for (const Gathering& each : meetings::all_pairs()) {
+    if (in_text(each).find(run.only()) == std::string::npos) continue;
+    if (!run.goes_on()) break;
+    all.explore(each, {.deaths = meetings::Deaths::kOne});
+  }
+  all.report();
+}
+REGISTER_SUITE(meet_dying, "meetings-killed", "the same, and one of them ends on the way",
+               "schedules", 0, Scratch::kMemory)
+
+}  // namespace
+}  // namespace reliability
