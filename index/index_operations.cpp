@@ -34,8 +34,9 @@ bool STGIndex::exists(const std::string& folder, const std::string& logical, lon
                logical, " in directory ", folder, "\n Reason: ", e.what());
     return false;
   }
+  // The lock stays until the entry's file was asked for: a rename onto the entry takes the old file
+  // away under its own, and would make a question answer no though the entry is there all the time.
   const FileText bytes = read_to_end(file);
-  file.close();
   std::string storage;
   const std::string_view text = replacement::text_of(bytes.view(), storage);
 

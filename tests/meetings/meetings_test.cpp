@@ -195,6 +195,15 @@ TEST_F(Meetings, OfTwoThatCreateOneEntryLeaveOneLine) {
   EXPECT_GT(explored.races.count("same-entry"), 0U);
 }
 
+// The entry is there all the time: before the rename, and behind it.
+TEST_F(Meetings, OfAQuestionAndARenameOntoItsEntryAnswerYes) {
+  EXPECT_TRUE(explore("rename-onto + exists, other, tidy, off").races.empty());
+}
+
+TEST_F(Meetings, OfAWriterOfNewEntriesAndARenameOntoItsEntryReplaceNothing) {
+  EXPECT_TRUE(explore("rename-onto + write-new, other, tidy, off").races.empty());
+}
+
 TEST_F(Meetings, OfProcessesThatBeginOneStorageDisturbNobody) {
   const Explored explored = m_field.explore(gathering_from("begin + begin, same, tidy, off"),
                                             {.preemptions = 1}, Played::kByProcesses);
