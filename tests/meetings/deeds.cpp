@@ -13,6 +13,8 @@ namespace {
 
 /// In seconds: what is older goes when a folder is cleaned by age.
 constexpr unsigned long kLimit = 100'000;
+/// What is old is as old as that.
+constexpr std::int64_t kAge = 1'000'000;
 
 constexpr auto kUser = STG::UserRepository;
 constexpr auto kUserFiles = STG::UserFilesRepository;
@@ -288,16 +290,22 @@ const char* name_of(Ground ground) {
 
 namespace {
 
+/// A folder that nobody has indexed yet: a person has put files into it.
+void add_files_by_hand(Tree& tree, const std::string& folder, const std::string& owner,
+                       std::int64_t now) {
+  add_file(tree, folder + kOld, "old of " + owner, now - kAge);
+  add_file(tree, folder + kBystander, "other of " + owner, now);
+}
+
 void add_owner(Tree& tree, const std::string& owner, Ground ground, std::int64_t now) {
   const std::string folder = "storage/user/" + owner + "/";
-  const std::int64_t old = now - 10 * static_cast<std::int64_t>(kLimit);
-  add_file(tree, folder + "00000001.kdb", "old of " + owner, old);
+  if (ground == Ground::kNoIndex) return add_files_by_hand(tree, folder, owner, now);
+  add_file(tree, folder + "00000001.kdb", "old of " + owner, now - kAge);
   add_folder(tree, folder + "00000001.kdb_/html/");
   add_file(tree, folder + "00000002.kdb", "second of " + owner, now);
   add_file(tree, folder + "00000003.ctg", "report.kdb=1\nsecond.kdb=2\n", now);
   add_file(tree, folder + "00000004.kdc", "other of " + owner, now);
   if (ground == Ground::kStray) add_file(tree, folder + kStray, "put in by hand", now);
-  if (ground == Ground::kNoIndex) return;
   // A line whose file is gone, for whoever saves next.
   const std::string gone = ground == Ground::kStray ? "gone.kdb_0000000000/00000009\n" : "";
   add_file(tree, folder + "index.dat",

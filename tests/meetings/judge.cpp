@@ -15,7 +15,7 @@ std::string folder_of_entry(const std::string& fact) {
   if (fact[fact.size() - kStamp] != '_') return "";
   const std::string digits = fact.substr(fact.size() - kStamp + 1);
   const bool is_stamp = digits.find_first_not_of("0123456789") == std::string::npos;
-  return is_stamp && fact.find(": parts of") == std::string::npos ? fact.substr(0, colon) : "";
+  return is_stamp && fact.find(": below ") == std::string::npos ? fact.substr(0, colon) : "";
 }
 
 std::string key_of_entry(const std::string& fact) { return fact.substr(fact.find(": ") + 2); }
@@ -59,6 +59,10 @@ std::size_t Scene::count(std::uint32_t deed) const {
 
 bool Scene::does(int who, std::uint32_t deed) const {
   return who >= 0 && gathering.operations.at(static_cast<std::size_t>(who))->does(deed);
+}
+
+bool Scene::is(int who, const std::string& name) const {
+  return who >= 0 && gathering.operations.at(static_cast<std::size_t>(who))->name == name;
 }
 
 bool Scene::has_died() const {
@@ -109,6 +113,9 @@ Verdict Judge::judge(const Outcome& outcome) const {
 
 /// What must not be, whatever anybody tells.
 std::string Judge::broken_promise(const Outcome& outcome) const {
+  const bool owner_moves =
+      std::any_of(m_gathering.operations.begin(), m_gathering.operations.end(),
+                  [](const MeetingOperation* each) { return each->does(kMovesOwner); });
   for (const auto& [fact, bytes] : m_before) {
     if (folder_of_entry(fact).empty() || is_touched(fact)) continue;
     const auto found = outcome.facts.find(fact);
@@ -121,8 +128,7 @@ std::string Judge::broken_promise(const Outcome& outcome) const {
     if (fact.ends_with(": index") && bytes != "whole" && bytes != "none" &&
         std::find(outcome.died.begin(), outcome.died.end(), true) == outcome.died.end())
       return fact + " is " + bytes;
-    if (fact.ends_with(": the counter is behind") && m_gathering.ground != Ground::kNoIndex)
-      return fact + " at " + bytes;
+    if (fact.ends_with(": the counter is behind") && !owner_moves) return fact + " at " + bytes;
     if (fact.ends_with(": two entries, one file") && !m_gathering.synchronize &&
         !m_before.contains(fact))
       return fact + ": " + bytes;
@@ -157,7 +163,7 @@ bool Judge::may_be_adopted(const std::string& key) const {
   const std::string name = key.substr(0, key.size() - kStamp);
   const bool is_generated =
       name.size() >= 8 && name.substr(0, 8).find_first_not_of("0123456789") == std::string::npos;
-  return is_generated || name == kStray;
+  return is_generated || name == kStray || name == kOld || name == kBystander;
 }
 
 std::vector<Difference> Judge::differences(const Outcome& order, const Outcome& outcome) const {

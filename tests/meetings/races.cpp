@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <set>
+#include <string>
 #include <string_view>
 
 #include "tests/meetings/judge.h"
@@ -10,31 +12,175 @@
 namespace meetings {
 namespace {
 
-using std::string_view;
+constexpr std::string_view kNothing = Difference::kNothing;
 
-constexpr string_view kNothing = Difference::kNothing;
-
-bool is_loose_file(const Difference& d) {
-  return d.answer_of < 0 && d.what.find(": loose ") != std::string::npos &&
-         d.what.find(": loose folder") == std::string::npos;
+bool has(const std::string& text, std::string_view part) {
+  return text.find(part) != std::string::npos;
 }
+
+// ---- what a difference speaks of ----------------------------------------------------------------
+
+bool is_loose_file(const Difference& d) { return d.answer_of < 0 && has(d.what, ": loose "); }
+
+/// A file that no line names, of which there is one too many.
+bool is_loose_too_many(const Difference& d) { return is_loose_file(d) && d.found != kNothing; }
+
+/// The fact of an entry, in whatever folder.
+bool is_entry(const Difference& d, const std::string& entry) {
+  return d.answer_of < 0 && d.what.ends_with(": " + entry + "_0000000000");
+}
+
+/// The entry that an operation makes, or gives another one's document.
+std::string made_by(const Scene& s, std::size_t who) {
+  const MeetingOperation& operation = *s.gathering.operations[who];
+  const Cast cast = s.gathering.cast_of(who, "");
+  if (operation.does(kRenames) && operation.does(kRemoves))
+    return cast.entry == kYoung ? kOld : kYoung;
+  if (operation.does(kRenames)) return cast.to;
+  return operation.does(kMakes) ? cast.entry : "";
+}
+
+bool is_about(const Scene& s, std::size_t who, const std::string& entry) {
+  const MeetingOperation& operation = *s.gathering.operations[who];
+  if (operation.does(kCleansAll)) return true;
+  if (operation.does(kCleans) && entry == kOld) return true;
+  return (operation.is_about_entry && s.gathering.cast_of(who, "").entry == entry) ||
+         made_by(s, who) == entry;
+}
+
+/// Whether two different ones, who do these deeds, are about one entry.
+bool meet_on_one(const Scene& s, std::uint32_t deed, std::uint32_t other) {
+  const auto& all = s.gathering.operations;
+  for (std::size_t a = 0; a < all.size(); ++a) {
+    for (std::size_t b = 0; b < all.size(); ++b) {
+      if (a == b || !all[a]->does(deed) || !all[b]->does(other)) continue;
+      for (const char* const entry : {kOld, kYoung, "new.kdb", "newer.kdb", "moved.kdb"}) {
+        if (is_about(s, a, entry) && is_about(s, b, entry)) return true;
+      }
+    }
+  }
+  return false;
+}
+
+/// Whether a file that no line names holds these bytes at the end.
+bool lies_loose(const Scene& s, const std::string& bytes) {
+  return std::any_of(s.outcome.facts.begin(), s.outcome.facts.end(), [&](const auto& fact) {
+    return has(fact.first, ": loose ") && fact.first.ends_with(" '" + shown(bytes) + "'");
+  });
+}
+
+/// Whether an entry has the bytes of one from before, or none.
+bool holds_what_stood(const Scene& s, const Difference& d) {
+  if (d.answer_of >= 0 || !d.what.ends_with("_0000000000")) return false;
+  return d.found.empty() || d.found == kNothing ||
+         std::any_of(s.before.begin(), s.before.end(), [&](const auto& fact) {
+           return fact.first.ends_with("_0000000000") && fact.second == d.found;
+         });
+}
+
+/// Whether it is an entry that some rename takes from or gives to.
+bool is_renamed(const Scene& s, const Difference& d) {
+  for (std::size_t i = 0; i < s.gathering.operations.size(); ++i) {
+    if (!s.gathering.operations[i]->does(kRenames)) continue;
+    if (is_entry(d, made_by(s, i)) || is_entry(d, s.gathering.cast_of(i, "").entry)) return true;
+  }
+  return false;
+}
+
+bool is_adopted(const std::string& text) { return has(text, "00000"); }
+
+// ---- the stories --------------------------------------------------------------------------------
 
 /// Two that make one entry, each from its own look at the index.
 bool same_entry(const Scene& s, const Difference& d) {
-  if (s.count(kMakes) < 2) return false;
-  // The loser writes to a file that nobody finds.
-  return is_loose_file(d) || (d.answer_of >= 0 && s.does(d.answer_of, kMakes));
+  std::set<std::string> made;
+  bool is_shared = false;
+  for (std::size_t i = 0; i < s.gathering.operations.size(); ++i) {
+    const std::string entry = made_by(s, i);
+    if (!entry.empty() && !made.insert(entry).second) {
+      is_shared = true;
+      // The other one's document is in the file that nobody finds.
+      if (is_entry(d, entry) && (lies_loose(s, d.wanted) || d.found.empty())) return true;
+    }
+  }
+  if (!is_shared) return false;
+  return is_loose_too_many(d) || (s.does(d.answer_of, kMakes) && d.found != "no");
 }
 
-/// The empty document of one that has made it and not opened it yet.
+/// The empty document of one that has made it and not written it yet.
 bool read_before_written(const Scene& s, const Difference& d) {
-  return s.does(d.answer_of, kReads) && s.any_does(kWrites) && d.found == "read ";
+  return s.does(d.answer_of, kReads) && s.any_does(kWrites | kMakes) && d.found == "read ";
 }
 
 /// An entry under its file's own name, of a file whose line was not written yet.
 bool adopted_too_early(const Scene& s, const Difference& d) {
-  if (!s.gathering.synchronize || d.answer_of >= 0) return false;
-  return d.what.find(": two entries, one file") != std::string::npos;
+  if (!s.gathering.synchronize) return false;
+  if (d.answer_of >= 0) return is_adopted(d.found) || s.some_order_gives(d);
+  const std::size_t colon = d.what.find(": ");
+  return has(d.what, ": two entries, one file") ||
+         (colon != std::string::npos && is_adopted(d.what.substr(colon)));
+}
+
+/// What somebody writes whose entry goes meanwhile is in a file that no line names, or gone.
+bool removed_beside_writer(const Scene& s, const Difference& d) {
+  if (!meet_on_one(s, kRemoves | kCleans, kWrites)) return false;
+  return is_loose_too_many(d) || s.some_order_gives(d);
+}
+
+/// The same where the entry gets another name. Where the writer has the file open the rename fails.
+bool renamed_beside_writer(const Scene& s, const Difference& d) {
+  if (!meet_on_one(s, kRenames, kWrites)) return false;
+  if (is_renamed(s, d) && holds_what_stood(s, d)) return true;
+  return is_loose_too_many(d) || s.some_order_gives(d);
+}
+
+/// What gets another name meanwhile is not cleaned away.
+bool renamed_beside_clean(const Scene& s, const Difference& d) {
+  return s.any_does(kRenames) && s.any_does(kCleans) && is_renamed(s, d) && holds_what_stood(s, d);
+}
+
+/// The file goes first, and then its line.
+bool line_without_file(const Scene& s, const Difference& d) {
+  return s.is(d.answer_of, "repair") && s.any_does(kRemoves | kRenames | kCleans) &&
+         d.found == "repaired";
+}
+
+/// The index that somebody is just making has no bytes yet: the client takes it for a damaged one.
+bool first_index_of_no_bytes(const Scene& s, const Difference& d) {
+  if (s.gathering.ground != Ground::kNoIndex || !s.any_does(kClient)) return false;
+  if (d.answer_of >= 0) return s.is(d.answer_of, "put") && d.found == "failed ";
+  return d.found == kNothing;
+}
+
+/// The file is gone when the reader asks for its size, or comes to open it.
+bool gone_while_read(const Scene& s, const Difference& d) {
+  if (!s.any_does(kRemoves | kRenames | kCleans) || !s.any_does(kReads)) return false;
+  if (d.answer_of < 0) return has(d.what, "plain/out-") && d.found == kNothing;
+  return s.does(d.answer_of, kReads) &&
+         (d.found == "read " || d.found == "closed" || d.found == "no" || d.found == "0");
+}
+
+/// A copy does not wait for a lock.
+bool copy_meets_lock(const Scene& s, const Difference& d) {
+  if (!s.any_does(kCopies | kRenames)) return false;
+  if (s.does(d.answer_of, kCopies)) return d.found == "no";
+  return false;
+}
+
+bool two_renames(const Scene& s, const Difference& d) {
+  if (s.count(kRenames) < 2) return false;
+  return (is_renamed(s, d) && holds_what_stood(s, d)) || s.some_order_gives(d);
+}
+
+/// Between looking for a line and writing the rest another one writes: its cut is lost.
+bool two_cuts(const Scene& s, const Difference& d) {
+  return s.count(kCuts) > 1 && is_entry(d, kList);
+}
+
+/// Whoever renames or removes an owner agrees with those who work there.
+bool owner_goes(const Scene& s, const Difference& d) {
+  if (!s.any_does(kMovesOwner)) return false;
+  return d.answer_of >= 0 || has(d.what, "/anna") || has(d.what, "/carl");
 }
 
 /// What somebody left who ended on the way: what he was about as it was, as it was to be, or in one
@@ -44,9 +190,7 @@ bool killed(const Scene& s, const Difference& d) {
   if (s.some_order_gives(d)) return true;
   if (d.answer_of >= 0) return false;
   if (is_loose_file(d)) return d.found != kNothing && s.dead_does(kMakes | kRenames | kConverts);
-  if (d.what.find(": a line without a file") != std::string::npos)
-    return s.dead_does(kRemoves | kRenames | kCleans | kConverts);
-  if (d.what.ends_with(": index")) return !s.gathering.operations.empty();
+  if (d.what.ends_with(": index")) return true;
   return s.dead_does(kWrites) && d.found.empty();
 }
 
@@ -59,6 +203,16 @@ const std::vector<Race>& accepted_races() {
        read_before_written},
       {"adopted-too-early", "A file is adopted too early: two entries, one file",
        adopted_too_early},
+      {"removed-beside-writer", "", removed_beside_writer},
+      {"renamed-beside-writer", "", renamed_beside_writer},
+      {"renamed-beside-clean", "", renamed_beside_clean},
+      {"line-without-file", "", line_without_file},
+      {"first-index", "", first_index_of_no_bytes},
+      {"gone-while-read", "", gone_while_read},
+      {"copy-meets-lock", "", copy_meets_lock},
+      {"two-renames", "", two_renames},
+      {"two-cuts", "", two_cuts},
+      {"owner-goes", "", owner_goes},
       {"killed", "A process that dies", killed},
   };
   return races;

@@ -90,9 +90,6 @@ class FolderFacts {
                                                                  : "interrupted";
     }
     m_facts[fact("index")] = how;
-    for (const auto& [key, stored] : m_all_lines) {
-      if (!m_lines.contains(key)) m_facts[fact("a line without a file")] += key + " ";
-    }
   }
 
   void tell_entries() {
@@ -150,18 +147,11 @@ std::map<std::string, Folder> folders_of(const Tree& tree) {
   return folders;
 }
 
-/// Sub-part folders bear the name of their document's file.
-std::string parts_told(const std::string& path, const std::map<std::string, FolderFacts>& known) {
+/// Folders beside entries: sub-parts bear the name of their document's file.
+std::string told(const std::string& path, const std::map<std::string, FolderFacts>& known) {
   for (const auto& [folder, facts] : known) {
-    if (!path.starts_with(folder + "/")) continue;
-    const std::string rest = path.substr(folder.size() + 1);
-    const std::size_t underscore = rest.find('_');
-    const std::size_t slash = rest.find('/');
-    if (underscore == std::string::npos || slash == std::string::npos || slash < underscore)
-      return folder + ": loose folder " + rest;
-    const std::string key = facts.key_of(rest.substr(0, underscore));
-    const std::string owner = key.empty() ? "nobody" : key;
-    return folder + ": parts of " + owner + rest.substr(underscore);
+    if (path.starts_with(folder + "/") && path != folder + "/")
+      return folder + ": below " + path.substr(folder.size() + 1);
   }
   return path;
 }
@@ -178,7 +168,7 @@ Facts facts_of(const Tree& tree) {
   }
   for (const auto& [path, item] : tree) {
     const bool is_told = !path.ends_with('/') && known.contains(folder_of(path));
-    if (!is_told) facts[parts_told(path, known)] = item.bytes;
+    if (!is_told) facts[told(path, known)] = item.bytes;
   }
   return facts;
 }

@@ -14,14 +14,13 @@ namespace meetings {
 /// What is so -> how. "user/anna: report.kdb_0000000000" -> the bytes of its document.
 using Facts = std::map<std::string, std::string>;
 
-/// The facts of a tree, each index read by the second reader.
+/// The facts of a tree, each index read by the second reader. A line whose file is gone is none.
 ///
 /// * "FOLDER: KEY" -> the bytes that the entry leads to;
 /// * "FOLDER: loose .kdb BYTES" -> how many such files no line names;
-/// * "FOLDER: loose folder NAME" and "FOLDER: parts of KEY/..." -> sub-part folders;
+/// * "FOLDER: below NAME/..." -> sub-part folders and their files;
 /// * "FOLDER: two entries, one file" -> their keys;
 /// * "FOLDER: index" -> "none", "whole", "of no bytes", or "interrupted";
-/// * "FOLDER: a line without a file" -> its key;
 /// * "FOLDER: the counter is behind" -> the number;
 /// * "PATH" -> the bytes of any other file, "" for a folder.
 Facts facts_of(const Tree& tree);

@@ -1,6 +1,7 @@
 // Every meeting of two operations, in every order of their calls: see tests/meetings.
 
 #include <algorithm>
+#include <cstdio>
 #include <map>
 #include <string>
 #include <vector>
@@ -28,8 +29,11 @@ class Meetings {
     m_most = std::max(m_most, explored.schedules);
     for (const auto& [race, count] : explored.races) m_races[race] += count;
     for (const meetings::Finding& each : explored.findings) {
-      m_run.fail(in_text(gathering) + ": " + in_text(each.schedule) + ": " + each.what + "\n" +
-                 each.calls);
+      const std::string told =
+          in_text(gathering) + ": " + in_text(each.schedule) + ": " + each.what + "\n";
+      // At once: a long run may find more than its report names.
+      std::printf("found    %s", told.c_str());
+      m_run.fail(told + each.calls);
     }
   }
 
@@ -72,6 +76,11 @@ void replay(Run& run, const std::string& text) {
   if (!finding.what.empty()) run.fail(finding.what);
 }
 
+/// Findings are no reason to stop: each is told once.
+bool is_enough(const Run& run) {
+  return run.time_is_over() || (run.wanted() != 0 && run.reached() >= run.wanted());
+}
+
 void meet(Run& run) {
   if (!run.replayed().empty()) return replay(run, run.replayed());
   Meetings all(run);
@@ -80,7 +89,7 @@ void meet(Run& run) {
   for (Gathering& each : meetings::all_trios()) gatherings.push_back(std::move(each));
   for (const Gathering& each : gatherings) {
     if (in_text(each).find(run.only()) == std::string::npos) continue;
-    if (!run.goes_on()) {
+    if (is_enough(run)) {
       is_whole = false;
       break;
     }
@@ -97,7 +106,7 @@ void meet_dying(Run& run) {
   Meetings all(run);
   for (const Gathering& each : meetings::all_pairs()) {
     if (in_text(each).find(run.only()) == std::string::npos) continue;
-    if (!run.goes_on()) break;
+    if (is_enough(run)) break;
     all.explore(each, {.deaths = meetings::Deaths::kOne});
   }
   all.report();
