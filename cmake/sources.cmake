@@ -27,7 +27,9 @@ set(VU_LIBRARY_SOURCES
   index/index_operations.cpp
   index/index_reader.cpp
   index/index_state.cpp
+  index/index_text.cpp
   index/migration.cpp
+  index/name_list.cpp
   index/read_list.cpp
   index/saving.cpp
   index/stg_index.cpp

@@ -6,8 +6,8 @@ using path_text::Encoding;
 using path_text::ends_in_separator;
 using path_text::with_separator;
 
-std::vector<os::Entry> folder_entries(const std::string& folder) {
-  std::vector<os::Entry> entries;
+os::Listing folder_entries(const std::string& folder) {
+  os::Listing entries;
   // A separator alone would make the empty name the current folder.
   if (folder.empty()) return entries;
   // As in filenames(), a listing that fails is an empty one.

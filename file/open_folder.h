@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
@@ -30,8 +29,8 @@ class OpenFolder {
 
   /// What is in it; none when it cannot be opened or listed. @p path is its path, a separator at
   /// its end.
-  std::vector<os::Entry> entries(os::Path path) const {
-    std::vector<os::Entry> found;
+  os::Listing entries(os::Path path) const {
+    os::Listing found;
     if (m_opened) static_cast<void>(os::list(path.in(m_handle), found));
     return found;
   }

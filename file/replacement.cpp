@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstring>
 
 namespace replacement {
 namespace {
@@ -21,11 +22,14 @@ constexpr char kEscapeItself = 'e';
 /// The text without a "/" in it.
 std::string escaped(std::string_view text) {
   constexpr std::string_view kBoth("/\x1b");
+  const bool has_both = text.find(kEscape) != kNone;  // hardly ever
+  const auto next = [&](std::size_t from) {
+    return has_both ? text.find_first_of(kBoth, from) : text.find('/', from);
+  };
   std::string result;
   result.reserve(text.size() + text.size() / 16);
   std::size_t from = 0;
-  for (std::size_t at = text.find_first_of(kBoth); at != kNone;
-       at = text.find_first_of(kBoth, from)) {
+  for (std::size_t at = next(0); at != kNone; at = next(from)) {
     result.append(text, from, at - from);
     result += kEscape;
     result += text[at] == '/' ? kSlash : kEscapeItself;
@@ -160,10 +164,20 @@ void write_text(Stage& stage, std::uint64_t offset, std::string_view text, std::
 
 // ---- the stages --------------------------------------------------------------------------------
 
+/// How many bytes from the start on are the same in both.
+std::size_t length_in_common(std::string_view one, std::string_view other) {
+  constexpr std::size_t kBlock = 256;
+  const std::size_t size = std::min(one.size(), other.size());
+  std::size_t at = 0;
+  while (size - at >= kBlock && std::memcmp(one.data() + at, other.data() + at, kBlock) == 0)
+    at += kBlock;
+  while (at < size && one[at] == other[at]) ++at;
+  return at;
+}
+
 /// The start of the line in which the texts begin to differ.
 std::size_t start_of_difference(std::string_view one, std::string_view other) {
-  const auto differ = std::mismatch(one.begin(), one.end(), other.begin(), other.end());
-  const auto at = static_cast<std::size_t>(differ.first - one.begin());
+  const std::size_t at = length_in_common(one, other);
   return at == 0 ? 0 : one.rfind('\n', at - 1) + 1;
 }
 

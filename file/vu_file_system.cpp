@@ -51,7 +51,7 @@ bool remove_tree(const trace::Scope& vu_trace_scope, const std::string& path, os
     if (!is_folder(vu_trace_scope, path, os::Links::kKeep, parent)) return false;
     {
       const OpenFolder folder(vu_trace_scope, os::Path(path).in(parent), path);
-      for (const os::Entry& found : folder.entries(with_separator(path, Encoding::kNarrow))) {
+      for (const os::Entry found : folder.entries(with_separator(path, Encoding::kNarrow))) {
         const std::string entry = path_text::join(path, found.name);
         if (!vu_file::exists(entry)) continue;
         if (is_folder(vu_trace_scope, entry, os::Links::kKeep, folder.get()))
@@ -130,10 +130,10 @@ std::vector<std::string> vu_file::filenames(const std::string& dir) {
   VU_FILE_SCOPE();
   std::vector<std::string> names;
   if (!is_dir(dir)) return names;
-  std::vector<os::Entry> entries;
+  os::Listing entries;
   static_cast<void>(os::list(with_separator(dir, Encoding::kNarrow), entries));
   names.reserve(entries.size());
-  for (os::Entry& entry : entries) names.push_back(std::move(entry.name));
+  for (const os::Entry entry : entries) names.emplace_back(entry.name);
   return names;
 }
 

@@ -79,8 +79,9 @@ void remove_tree(const trace::Scope& vu_trace_scope, const vu_utf8string& long_p
       const ucs2string text(long_path);
       const OpenFolder folder(vu_trace_scope, os::Path(text).in(parent), long_path.str());
       const ucs2string pattern(vu_utf8string(with_separator(long_path.str(), Encoding::kUtf8)));
-      for (const os::Entry& found : folder.entries(pattern)) {
-        const vu_utf8string entry = entry_in_long_form(long_path, vu_utf8string(found.name));
+      for (const os::Entry found : folder.entries(pattern)) {
+        const vu_utf8string name(std::string(found.name));
+        const vu_utf8string entry = entry_in_long_form(long_path, name);
         if (is_folder_to_remove(entry, folder.get())) {
           remove_tree(vu_trace_scope, entry, quiet, folder.get());
         } else {
@@ -147,10 +148,10 @@ std::vector<vu_utf8string> vu_fileutf8::_filenames(const vu_utf8string& longPath
   std::vector<vu_utf8string> names;
   if (!_is_dir(longPath)) return names;
   const ucs2string folder(vu_utf8string(with_separator(longPath.str(), Encoding::kUtf8)));
-  std::vector<os::Entry> entries;
+  os::Listing entries;
   static_cast<void>(os::list(folder, entries));
   names.reserve(entries.size());
-  for (os::Entry& entry : entries) names.emplace_back(std::move(entry.name));
+  for (const os::Entry entry : entries) names.emplace_back(std::string(entry.name));
   return names;
 }
 

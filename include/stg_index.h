@@ -274,6 +274,7 @@ class VU_STORAGE_API STGIndex : public vu_file {
   void synchronizeToFolder();
   void saveIndexFile();
 
+  static bool synchronizes();
   static void checkIndexFile(const std::string& folder);
   static std::string entryAndTS(const std::string& logical, long ts);
   static std::string entryOnly(const std::string& key);

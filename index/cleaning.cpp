@@ -9,6 +9,7 @@
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
+#include "index/name_list.h"
 #include "index/width.h"
 #include "platform/host/trace.h"
 #include "platform/os/os.h"

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 #include <vector>
 
@@ -17,14 +18,31 @@ class EntryTable {
 
   EntryTable() = default;
   /// @param entries must outlive this object; fewer than 2^32.
-  explicit EntryTable(const std::vector<os::Entry>& entries);
+  explicit EntryTable(const os::Listing& entries);
 
   /// What a name is found by. Its slot is fetched meanwhile.
-  std::uint64_t ask(std::string_view name) const;
+  std::uint64_t ask(std::string_view name) const {
+    const std::uint64_t hash = m_hash(name);
+    if (!m_slots.empty()) prefetch(&m_slots[slot_of(hash)]);
+    return hash;
+  }
   /// Fetches the entry that the name's slot leads to.
-  void fetch(std::uint64_t hash) const;
+  void fetch(std::uint64_t hash) const {
+    if (m_slots.empty()) return;
+    const Slot slot = m_slots[slot_of(hash)];
+    if (slot.position != 0) prefetch((*m_entries)[slot.position - 1].name.data());
+  }
   /// The position of the entry that bears the name, or kNone. @param hash from ask().
-  std::size_t find(std::string_view name, std::uint64_t hash) const;
+  [[gnu::always_inline]] std::size_t find(std::string_view name, std::uint64_t hash) const {
+    if (m_slots.empty()) return kNone;
+    const std::size_t mask = m_slots.size() - 1;
+    for (std::size_t slot = slot_of(hash); m_slots[slot].position != 0; slot = (slot + 1) & mask) {
+      const std::size_t position = m_slots[slot].position - 1;
+      if (m_slots[slot].tag == tag_of(hash) && is_same((*m_entries)[position].name, name))
+        return position;
+    }
+    return kNone;
+  }
 
  private:
   /// Part of the name's hash, so that names are compared when they are nearly sure to be equal, and
@@ -34,6 +52,54 @@ class EntryTable {
     std::uint32_t position = 0;
   };
 
-  const std::vector<os::Entry>* m_entries = nullptr;
+  /// Two words of eight bytes hold most names.
+  static constexpr std::size_t kWord = sizeof(std::uint64_t);
+  static std::uint64_t word_at(const char* bytes) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, bytes, kWord);
+    return word;
+  }
+  static bool is_same(std::string_view one, std::string_view other) {
+    const std::size_t size = one.size();
+    if (size != other.size()) return false;
+    if (size < kWord || size > 2 * kWord) return one == other;
+    return word_at(one.data()) == word_at(other.data()) &&
+           word_at(one.data() + size - kWord) == word_at(other.data() + size - kWord);
+  }
+
+  /// Multiplies a name of one or two words by odd numbers and adds, of which the upper bits count:
+  /// two names are as unlikely to meet as two throws of a die, whoever chose them, since the
+  /// numbers are others in every process.
+  class Hash {
+   public:
+    Hash();
+    std::uint64_t operator()(std::string_view name) const {
+      const std::size_t size = name.size();
+      if (size < kWord || size > 2 * kWord) return of_any(name);
+      return (word_at(name.data()) * m_first + word_at(name.data() + size - kWord) * m_last) ^
+             size * m_first;
+    }
+
+   private:
+    std::uint64_t of_any(std::string_view name) const;
+
+    std::uint64_t m_first;
+    std::uint64_t m_last;
+  };
+
+  std::size_t slot_of(std::uint64_t hash) const { return hash >> m_shift; }
+  static std::uint32_t tag_of(std::uint64_t hash) {
+    return static_cast<std::uint32_t>(hash >> 32U);
+  }
+  /// Tells the processor that the bytes are wanted soon.
+  static void prefetch([[maybe_unused]] const void* bytes) {
+#if defined(__GNUC__)
+    __builtin_prefetch(bytes);
+#endif
+  }
+
+  const os::Listing* m_entries = nullptr;
+  Hash m_hash;
   std::vector<Slot> m_slots;  // a power of two, at most half full
+  unsigned m_shift = 0;       // leaves so many bits of a hash as number the slots
 };

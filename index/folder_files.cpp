@@ -13,35 +13,32 @@ bool is_network_folder(std::string_view folder) {
 
 }  // namespace
 
-FolderFiles::FolderFiles(std::string folder, std::vector<os::Entry> entries)
-    : m_folder(std::move(folder)), m_listed(true), m_entries(std::move(entries)) {
-  m_names = EntryTable(m_entries);
+FolderFiles::FolderFiles(std::string folder, os::Listing entries) : m_folder(std::move(folder)) {
+  take(std::move(entries));
 }
 
-const std::vector<os::Entry>& FolderFiles::entries() {
-  if (!m_listed) {
-    m_entries = folder_entries(m_folder);
-    m_names = EntryTable(m_entries);
-    m_listed = true;
-  }
+void FolderFiles::take(os::Listing entries) {
+  m_entries = std::move(entries);
+  m_names = EntryTable(m_entries);
+  const std::string_view names = m_entries.text();
+  const bool has_patterns =
+      names.find('*') != std::string_view::npos || names.find('?') != std::string_view::npos;
+  m_are_sure = !has_patterns && !is_network_folder(m_folder);
+  for (const os::Entry entry : m_entries)
+    m_are_sure = m_are_sure && entry.name.back() != '.' && entry.name.back() != ' ';
+  m_listed = true;
+}
+
+const os::Listing& FolderFiles::entries() {
+  if (!m_listed) take(folder_entries(m_folder));
   return m_entries;
 }
 
-std::uint64_t FolderFiles::ask(std::string_view name) {
-  entries();
-  return m_names.ask(name);
-}
-
-std::size_t FolderFiles::listed(std::string_view name, std::uint64_t hash) const {
-  const std::size_t entry = m_names.find(name, hash);
-  return entry != kNone && may_be_missing(m_entries[entry]) ? kNone : entry;
-}
-
-bool FolderFiles::may_be_missing(const os::Entry& entry) const {
+bool FolderFiles::may_be_missing(os::Entry entry) const {
   // A search takes "*" and "?" for patterns, and may drop dots and blanks at the end.
-  const std::string& name = entry.name;
-  if (name.find_first_of("*?") != std::string::npos || name.back() == '.' || name.back() == ' ')
-    return true;
+  const std::string_view name = entry.name;
+  if (name.back() == '.' || name.back() == ' ') return true;
+  if (name.find_first_of("*?") != std::string_view::npos) return true;
   // A network path is asked for by its attributes, which follow a link that leads nowhere.
   return entry.kind == os::EntryKind::kUnknown && is_network_folder(m_folder);
 }

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "index/entry_table.h"
 #include "platform/os/os.h"
@@ -37,34 +36,42 @@ class FolderFiles {
 
   explicit FolderFiles(std::string folder) : m_folder(std::move(folder)) {}
   /// With a listing that the caller has taken.
-  FolderFiles(std::string folder, std::vector<os::Entry> entries);
+  FolderFiles(std::string folder, os::Listing entries);
   FolderFiles(const FolderFiles&) = delete;
   FolderFiles& operator=(const FolderFiles&) = delete;
 
   const std::string& folder() const { return m_folder; }
 
   /// The listing, in the system's order; empty when the folder cannot be listed.
-  const std::vector<os::Entry>& entries();
+  const os::Listing& entries();
 
   /// A name in the folder.
   Found find(std::string_view name);
 
   /// The same in three steps, for who looks several names up (see EntryTable).
-  std::uint64_t ask(std::string_view name);
+  std::uint64_t ask(std::string_view name) {
+    if (!m_listed) entries();
+    return m_names.ask(name);
+  }
   void fetch(std::uint64_t hash) const { m_names.fetch(hash); }
   /// The place of the name in the listing, or kNone.
-  std::size_t listed(std::string_view name, std::uint64_t hash) const;
+  [[gnu::always_inline]] std::size_t listed(std::string_view name, std::uint64_t hash) const {
+    const std::size_t entry = m_names.find(name, hash);
+    return m_are_sure || entry == kNone || !may_be_missing(m_entries[entry]) ? entry : kNone;
+  }
 
   /// Asks the system alone. @p name a name in the folder.
   Presence probe(std::string_view name);
 
  private:
-  bool may_be_missing(const os::Entry& entry) const;
+  void take(os::Listing entries);
+  bool may_be_missing(os::Entry entry) const;
 
   std::string m_folder;
   bool m_listed = false;
-  std::vector<os::Entry> m_entries;
+  os::Listing m_entries;
   EntryTable m_names;
+  bool m_are_sure = false;  ///< an existence test finds all of them
   std::string m_path;
 };
 

@@ -10,7 +10,7 @@
 
 bool STGIndex::_contains(const std::string& logical, long timestamp) const {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  return m_state->find(entryAndTS(logical, timestamp)) != nullptr;
+  return m_state->find(entryAndTS(logical, timestamp)).has_value();
 }
 
 std::string STGIndex::_create(const std::string& logical, long timestamp) {
@@ -19,8 +19,8 @@ std::string STGIndex::_create(const std::string& logical, long timestamp) {
   const IndexLine* const unknown = m_state->unknown_line(key);
   // Required: the extension is appended to whatever name is stored.
   std::string name;
-  if (const std::string* stored = m_state->find(key)) {
-    name = *stored + extension(logical);
+  if (const auto stored = m_state->find(key)) {
+    name = std::string(*stored) + extension(logical);
   } else if (unknown != nullptr) {
     name = index_format::file_name_of(key, unknown->stored);
   } else {
@@ -56,8 +56,7 @@ void remove_if_there(const std::string& path) {
   if (presence_of(path) == Presence::kMissing) return;
   vu_file::chmodW(path);
   vu_file::remove(path);
-  if (presence_of(path) != Presence::kMissing)
-    VU_ERROR("STGIndex: removal of file failed: ", path);
+  if (presence_of(path) != Presence::kMissing) VU_ERROR("STGIndex: removal of file failed: ", path);
 }
 
 }  // namespace
@@ -65,11 +64,11 @@ void remove_if_there(const std::string& path) {
 void STGIndex::_remove(const std::string& logical, long timestamp) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   const std::string key = entryAndTS(logical, timestamp);
-  const auto it = m_state->lp().find(key);
+  const auto stored = m_state->find(key);
   // A line that nobody knows of stays; the loading has named it.
-  if (it == m_state->lp().end()) return;
+  if (!stored) return;
 
-  const std::string file = pName(it);
+  const std::string file = index_format::file_name_of(key, *stored);
   const std::string path = m_folder + "\\" + file;
   m_state->file_changes(file);
   m_state->take(key);
@@ -83,13 +82,13 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   const std::string old_key = entryAndTS(oldLogical, oldTs);
   const std::string new_key = entryAndTS(newLogical, newTs);
-  const auto old_entry = m_state->lp().find(old_key);
-  if (old_entry == m_state->lp().end()) return m_state->unknown_line(old_key) == nullptr;
+  const auto old_stored = m_state->find(old_key);
+  if (!old_stored) return m_state->unknown_line(old_key) == nullptr;
   if (m_state->unknown_line(new_key) != nullptr) return false;
 
   // Required: the files of the old entry and of the one that it replaces go when the index is
   // saved. Before that both are whole, also for whoever reads after an interruption.
-  const std::string old_file = pName(old_entry);
+  const std::string old_file = index_format::file_name_of(old_key, *old_stored);
   m_state->file_changes(old_file);
   const bool replaces = _contains(newLogical, newTs);
   std::string replaced_file;
@@ -101,8 +100,8 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
     const IndexState::Taken made = m_state->withdraw(new_key);
     m_state->put_back(std::move(replaced));
     // The rest needs memory, and the entries stand without it.
-    if (!made || m_state->is_anothers(new_key, made.by_key.mapped())) return;
-    const std::string new_file = index_format::file_name_of(new_key, made.by_key.mapped());
+    if (!made || m_state->is_anothers(new_key, made.stored)) return;
+    const std::string new_file = index_format::file_name_of(new_key, made.stored);
     if (new_file == replaced_file) return;
     remove_if_there(m_folder + "\\" + new_file);
     trace_removal(m_folder);
@@ -113,7 +112,7 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
     // back.
     m_state->remove_after_save(old_file, IndexState::IfItStays::kNothing);
     if (replaces) {
-      replaced_file = pName(m_state->lp().find(new_key));
+      replaced_file = index_format::file_name_of(new_key, *m_state->find(new_key));
       m_state->remove_after_save(replaced_file, IndexState::IfItStays::kError);
       replaced = m_state->take(new_key);
       trace_removal(m_folder);
@@ -121,7 +120,7 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
     const std::string new_file = _create(newLogical, newTs);
     // A counter in trouble may give the name of a file that stands.
     const bool is_free = new_file != replaced_file &&
-                         !m_state->is_anothers(new_key, *m_state->find(new_key));
+                         !m_state->is_anothers(new_key, std::string(*m_state->find(new_key)));
     is_copied = is_free && copy_and_flush(m_folder, old_file, new_file);
     if (is_copied) m_state->file_is_made(new_key, {old_file, replaced_file});
   } catch (...) {

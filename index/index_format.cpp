@@ -1,6 +1,7 @@
 #include "index/index_format.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <limits>
 
@@ -8,6 +9,11 @@ namespace index_format {
 namespace {
 
 constexpr auto kNone = std::string_view::npos;
+
+/// Whether @p wanted stands at @p at, at the beginning of a line.
+bool begins_line(std::string_view text, std::size_t at, std::string_view wanted) {
+  return (at == 0 || text[at - 1] == '\n') && text.substr(at, wanted.size()) == wanted;
+}
 
 bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
@@ -21,47 +27,72 @@ int escape_value(char character) {
 /// How many places are looked at in one step; the compiler makes vector instructions of it.
 constexpr std::size_t kStep = 128;
 
-/// Three bytes of a key with its "/" that differ from line to line as much as any: the "/" itself,
-/// the last digit of the timestamp, and the last character of the name before its extension.
+/// Where what is searched for has the bytes that differ from line to line as much as any.
 struct Marks {
-  explicit Marks(std::string_view wanted) : m_wanted(wanted) {
-    const std::string_view logical = logical_of(wanted.substr(0, wanted.size() - 1));
-    const std::size_t stem = logical.size() - extension_of(logical).size();
-    m_in_name = stem == 0 ? 0 : stem - 1;
-  }
+  struct Mark {
+    std::size_t at = 0;
+    char byte = 0;
+  };
+  std::array<Mark, 3> marks;
 
-  /// Whether the text may have the key at one of the kStep places from @p at on, all within the
-  /// text.
-  bool may_be_at(const char* at) const {
-    const std::size_t slash = m_wanted.size() - 1;
-    const char* const name = at + m_in_name;
-    const char name_byte = m_wanted[m_in_name];
-    const char digit_byte = m_wanted[slash - 1];
+  bool fit(const char* place) const {
+    return place[marks[0].at] == marks[0].byte && place[marks[1].at] == marks[1].byte &&
+           place[marks[2].at] == marks[2].byte;
+  }
+  /// Whether they fit at one of the kStep places from @p first on, all within the text.
+  bool fit_somewhere(const char* first) const {
+    const char* const one = first + marks[0].at;
+    const char* const two = first + marks[1].at;
+    const char* const three = first + marks[2].at;
     unsigned char seen = 0;
     for (std::size_t i = 0; i < kStep; ++i) {
-      seen |= static_cast<unsigned char>(
-          (at[i + slash] == '/') & (at[i + slash - 1] == digit_byte) & (name[i] == name_byte));
+      seen |= static_cast<unsigned char>((one[i] == marks[0].byte) & (two[i] == marks[1].byte) &
+                                         (three[i] == marks[2].byte));
     }
     return seen != 0;
   }
-
-  std::string_view m_wanted;
-  std::size_t m_in_name;
 };
 
-/// As text.find(wanted, from) for a key with its "/".
-std::size_t find(std::string_view text, std::string_view wanted, std::size_t from) {
-  // Too short for a key, and so without its marks.
-  if (wanted.size() <= kStampLength) return text.find(wanted, from);
-  const Marks marks(wanted);
-  while (text.size() >= from + kStep + wanted.size()) {
-    if (marks.may_be_at(text.data() + from)) {
-      const std::size_t found = text.substr(from, kStep + wanted.size() - 1).find(wanted);
-      if (found != kNone) return from + found;
+/// The last two characters of a name before its extension, or what stands for them.
+std::array<std::size_t, 2> end_of_stem(std::string_view name) {
+  const std::size_t stem = name.size() - extension_of(name).size();
+  return {stem < 1 ? 0 : stem - 1, stem < 2 ? 0 : stem - 2};
+}
+
+/// The next place from @p from on where the marks fit and @p size bytes follow, or kNone.
+std::size_t next_marked(std::string_view text, const Marks& marks, std::size_t size,
+                        std::size_t from) {
+  if (text.size() < size) return kNone;
+  const std::size_t places = text.size() - size + 1;
+  const char* const bytes = text.data();
+  while (from < places) {
+    const std::size_t step = std::min(kStep, places - from);
+    if (step < kStep || marks.fit_somewhere(bytes + from)) {
+      for (std::size_t i = 0; i < step; ++i) {
+        if (marks.fit(bytes + from + i)) return from + i;
+      }
     }
-    from += kStep;
+    from += step;
   }
-  return text.find(wanted, from);
+  return kNone;
+}
+
+/// As text.find(wanted, from) for a key with its "/", at the beginning of lines alone.
+std::size_t find_key(std::string_view text, std::string_view wanted, std::size_t from) {
+  const std::size_t slash = wanted.size() - 1;
+  Marks marks;
+  marks.marks.fill({slash, '/'});
+  // What is shorter is no key, but may stand before a "/" as well.
+  if (slash >= kStampLength) {
+    const std::size_t in_name = end_of_stem(logical_of(wanted.substr(0, slash)))[0];
+    marks.marks[1] = {slash - 1, wanted[slash - 1]};
+    marks.marks[2] = {in_name, wanted[in_name]};
+  }
+  for (;;) {
+    from = next_marked(text, marks, wanted.size(), from);
+    if (from == kNone || begins_line(text, from, wanted)) return from;
+    ++from;
+  }
 }
 
 }  // namespace
@@ -98,49 +129,21 @@ std::string key_of(std::string_view logical, std::int32_t timestamp) {
   return key;
 }
 
-std::string_view logical_of(std::string_view key) {
-  return key.substr(0, key.size() - kStampLength);
-}
-
 std::int32_t timestamp_of(std::string_view key) {
   return parse_decimal(key.substr(key.size() - kStampLength + 1));
 }
 
-std::string_view extension_of(std::string_view name) {
-  const std::size_t dot = name.rfind('.');
-  return dot == kNone ? std::string_view() : name.substr(dot);
+bool bears_extension(std::string_view key, std::string_view stored) {
+  return stored != logical_of(key) || timestamp_of(key) != 0;
 }
 
 std::string file_name_of(std::string_view key, std::string_view stored) {
-  const std::string_view logical = logical_of(key);
   std::string name(stored);
-  if (stored != logical || timestamp_of(key) != 0) name += extension_of(logical);
+  if (bears_extension(key, stored)) name += extension_of(logical_of(key));
   return name;
 }
 
 // ---- walking the text ------------------------------------------------------------------------
-
-Lines::Lines(std::string_view text) : m_text(text), m_separator(text.find('/')) {}
-
-bool Lines::next(Line& line) {
-  if (m_separator == kNone) return false;
-
-  const std::size_t end = m_text.find('\n', m_start);
-  line.key = m_text.substr(m_start, m_separator - m_start);
-  line.separator = m_separator;
-  line.runs_on = end < m_separator;
-  line.stored = end == kNone || line.runs_on
-                    ? m_text.substr(m_separator + 1)
-                    : m_text.substr(m_separator + 1, end - m_separator - 1);
-
-  if (end == kNone) {
-    m_separator = kNone;
-    return true;
-  }
-  m_start = end + 1;
-  if (m_separator < m_start) m_separator = m_text.find('/', m_start);
-  return true;
-}
 
 LinesOfKey::LinesOfKey(std::string_view text, std::string_view key) : m_text(text), m_wanted(key) {
   // A key with a line feed arises only where a line has no "/" of its own.
@@ -163,21 +166,48 @@ bool LinesOfKey::next_by_search(Line& line) {
   const std::size_t separator_in_key = m_wanted.size() - 1;
   if (m_wanted.find('/') != separator_in_key) return false;
 
-  for (;;) {
-    const std::size_t start = find(m_text, m_wanted, m_from);
-    if (start == kNone) break;
-    m_from = start + m_wanted.size();
-    if (start != 0 && m_text[start - 1] != '\n') continue;
+  const std::size_t start = find_key(m_text, m_wanted, m_from);
+  if (start == kNone) {
+    m_from = m_text.size();
+    return false;
+  }
+  m_from = start + m_wanted.size();
+  const std::size_t end = m_text.find('\n', m_from);
+  line.key = m_text.substr(start, separator_in_key);
+  line.stored = m_text.substr(m_from, end == kNone ? kNone : end - m_from);
+  line.separator = m_from - 1;
+  line.runs_on = false;
+  return true;
+}
 
-    const std::size_t end = m_text.find('\n', m_from);
-    line.key = m_text.substr(start, separator_in_key);
-    line.stored = m_text.substr(m_from, end == kNone ? kNone : end - m_from);
-    line.separator = m_from - 1;
-    line.runs_on = false;
+bool LinesOfName::next(Line& line) {
+  // The first "/" of a line separates: a name that holds one itself is found nowhere.
+  if (m_name.find('/') != kNone) return false;
+  const std::size_t key_size = m_name.size() + kStampLength;
+  Marks marks;
+  marks.marks.fill({key_size, '/'});
+  if (!m_name.empty()) {
+    const std::array<std::size_t, 2> in_name = end_of_stem(m_name);
+    marks.marks[1] = {in_name[0], m_name[in_name[0]]};
+    marks.marks[2] = {in_name[1], m_name[in_name[1]]};
+  }
+  for (;; ++m_from) {
+    m_from = next_marked(m_text, marks, key_size + 1, m_from);
+    if (m_from == kNone) {
+      m_from = m_text.size();
+      return false;
+    }
+    if (!begins_line(m_text, m_from, m_name)) continue;
+    const std::string_view key = m_text.substr(m_from, key_size);
+    if (key.find('/') != kNone) continue;
+    line.key = key;
+    line.separator = m_from + key_size;
+    line.runs_on = key.find('\n') != kNone;
+    line.stored = m_text.substr(line.separator + 1);
+    if (!line.runs_on) line.stored = line.stored.substr(0, line.stored.find('\n'));
+    m_from = line.separator;
     return true;
   }
-  m_from = m_text.size();
-  return false;
 }
 
 // ---- escaped names ---------------------------------------------------------------------------

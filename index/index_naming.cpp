@@ -29,7 +29,7 @@ std::string next_free_name(std::int32_t last, const IndexState& index) {
     if (last < 0) break;
     std::string name = index_format::generated_name(last);
     const bool is_taken =
-        index.pl().contains(name) || unknown.contains(name) || index.is_to_be_removed(name);
+        index.key_of(name) || unknown.contains(name) || index.is_to_be_removed(name);
     if (!is_taken) return name;
   }
   return index_format::kFirstName;
@@ -81,16 +81,13 @@ std::string STGIndex::newIndex() {
 
 bool STGIndex::alreadyInMaps(const std::string& found) const {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  const NameMap& pl = m_state->pl();
-  const auto it = pl.find(found);
-  if (it != pl.end() && index_format::timestamp_of(it->second) == 0 &&
-      index_format::logical_of(it->second) == found) {
+  const std::optional<std::string_view> key = m_state->key_of(found);
+  if (key && index_format::timestamp_of(*key) == 0 && index_format::logical_of(*key) == found)
     return true;
-  }
   std::string stem = found;
   std::string extension;
   vu_file::split(stem, extension);
-  return pl.contains(stem);
+  return m_state->key_of(stem).has_value();
 }
 
 void STGIndex::add_not_referenced_entry(const std::string& found) {
@@ -104,8 +101,7 @@ void STGIndex::add_not_referenced_entry(const std::string& found) {
   }
 
   const std::string key = entryAndTS(name, 0);
-  const std::string* stored = m_state->find(key);
-  const std::string physical = stored != nullptr ? *stored : name;
+  const std::string physical(m_state->find(key).value_or(name));
   m_state->insert(key, physical);
   vu_file::chmodW(m_folder + "\\" + physical);
   VU_TRACE_M(
@@ -120,18 +116,19 @@ void STGIndex::synchronizeToFolder() {
   // A file may belong to a line of which nobody knows.
   if (m_state->has_unknown_lines()) return;
   try {
-    const std::vector<os::Entry>& entries = m_state->files().entries();
+    const os::Listing& entries = m_state->files().entries();
     // A folder that is gone lists nothing; the question traces that.
     if (entries.empty()) vu_file::is_dir(m_folder);
     std::optional<KnownFiles> known;
     if (m_state->loaded() != nullptr) known.emplace(*m_state->loaded(), entries.size());
     for (std::size_t i = 0; i < entries.size(); ++i) {
-      const os::Entry& entry = entries[i];
+      const os::Entry entry = entries[i];
       if (known && known->contains(i)) continue;
       if (entry.kind == os::EntryKind::kFolder || index_format::is_index_file(entry.name)) continue;
-      if (entry.kind == os::EntryKind::kUnknown && vu_file::is_dir(m_folder + "\\" + entry.name))
+      const std::string name(entry.name);
+      if (entry.kind == os::EntryKind::kUnknown && vu_file::is_dir(m_folder + "\\" + name))
         continue;
-      if (!alreadyInMaps(entry.name)) add_not_referenced_entry(entry.name);
+      if (!alreadyInMaps(name)) add_not_referenced_entry(name);
     }
   } catch (const vu_file_except& e) {
     VU_ERROR("synchronizeToFolder : ", e.what());

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <optional>
 
 #include "file/handle_core.h"
 #include "file/replacement.h"
@@ -6,6 +7,8 @@
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
+#include "index/index_text.h"
+#include "index/name_list.h"
 #include "index/saving.h"
 #include "index/width.h"
 #include "platform/host/trace.h"
@@ -13,6 +16,16 @@
 
 using index_format::file_name_of;
 using index_format::logical_of;
+
+namespace {
+
+/// As vu_file::getExtension(), without its trace scope.
+std::string_view extension_without_dot(std::string_view name) {
+  const std::string_view extension = index_format::extension_of(name);
+  return extension.empty() ? extension : extension.substr(1);
+}
+
+}  // namespace
 
 // The public operations and queries. Each builds its instance and lets it go, which writes a
 // changed index back.
@@ -83,14 +96,32 @@ void STGIndex::rename(const std::string& folder, const std::string& oldLogical, 
 
 bool STGIndex::lastVersion(const std::string& folder, const std::string& logical, long& timestamp) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  const STGIndex index(folder);
   timestamp = 0;
   bool found = false;
-  index.m_state->visit([&](std::string_view key, std::string_view) {
-    if (logical_of(key) != logical) return;
+  const auto take = [&](std::string_view key) {
     found = true;
     timestamp = std::max<long>(timestamp, index_format::timestamp_of(key));
-  });
+  };
+  if (synchronizes()) {
+    const STGIndex index(folder);
+    index.m_state->visit([&](std::string_view key, std::string_view) {
+      if (logical_of(key) == logical) take(key);
+    });
+    return found;
+  }
+  // Nothing is adopted, so the other lines need not be looked at.
+  vu_file file(folder, kIndexFile);
+  const std::optional<FileText> bytes = read_index(file, folder);
+  if (!bytes) return false;
+  std::string storage;
+  FolderFiles files(folder);
+  index_format::LinesOfName lines(replacement::text_of(bytes->view(), storage), logical);
+  index_format::Line line;
+  while (lines.next(line)) {
+    const LineState state = state_by_probing(line, files);
+    if (state == LineState::kValid) take(line.key);
+    if (state == LineState::kUnknown) report_unknown_line(folder, line.key, line.stored);
+  }
   return found;
 }
 
@@ -115,8 +146,9 @@ void STGIndex::getCategories(const std::string& folder, NameMap& out) {
   out.clear();
   const STGIndex index(folder);
   index.m_state->visit([&](std::string_view key, std::string_view stored) {
-    const std::string logical(logical_of(key));
-    if (getExtension(logical) == "ctg") out.emplace(logical, file_name_of(key, stored));
+    const std::string_view logical = logical_of(key);
+    if (extension_without_dot(logical) == "ctg")
+      out.emplace_hint(out.end(), logical, file_name_of(key, stored));
   });
 }
 
@@ -124,11 +156,11 @@ void STGIndex::getVUDocs(const std::string& folder, NameMap& out) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   out.clear();
   const STGIndex index(folder);
+  NameList names;
   index.m_state->visit([&](std::string_view key, std::string_view stored) {
-    const std::string logical(logical_of(key));
-    if (is_document_extension(getExtension(logical)))
-      out.emplace(file_name_of(key, stored), logical);
+    if (is_document_extension(extension_without_dot(logical_of(key)))) names.add(key, stored);
   });
+  names.fill(out);
 }
 
 std::string STGIndex::getPhysicalName(const std::string& folder, const std::string& logical) {

@@ -43,14 +43,32 @@ struct IndexLine {
 class IndexReader {
  public:
   /// @param text, files must outlive this object.
-  IndexReader(std::string_view text, FolderFiles& files) : m_lines(text), m_files(files) {}
+  /// @param from where a line begins.
+  IndexReader(std::string_view text, FolderFiles& files, std::size_t from = 0)
+      : m_text(text), m_lines(text, from), m_files(files) {}
 
   /// The next line, or false at the end.
-  bool next(IndexLine& line);
+  bool next(IndexLine& line) {
+    if (m_left.empty()) m_left = next_lines();
+    if (m_left.empty()) return false;
+    line = m_left.front();
+    m_left = m_left.subspan(1);
+    return true;
+  }
+  /// The next lines, as many as are judged together; none at the end. They are valid until the next
+  /// call. Not to be mixed with the other one.
+  std::span<const IndexLine> next_lines();
 
  private:
   /// So many lines are looked up at once, so that the processor waits for its memory once for all.
   static constexpr std::size_t kTogether = 16;
+
+  /// The name of a line's file, which is in no text as it is. Few are longer than what needs no
+  /// memory of its own.
+  struct FileName {
+    std::array<char, 64> bytes;
+    std::string longer;
+  };
 
   /// The last answer about a line that runs on.
   struct RunningOn {
@@ -59,34 +77,59 @@ class IndexReader {
     LineState state = LineState::kNone;
   };
 
-  void read_some();
-  void judge_running_on(IndexLine& line, std::size_t separator);
+  std::string_view file_name(FileName& room, std::string_view stored, std::string_view extension);
+  void judge_running_on(IndexLine& line);
 
+  std::string_view m_text;
   index_format::Lines m_lines;
   FolderFiles& m_files;
   std::array<IndexLine, kTogether> m_some;
-  std::size_t m_count = 0;
-  std::size_t m_next = 0;
-  std::array<std::string, kTogether> m_candidates;
+  std::span<const IndexLine> m_left;
+  std::array<FileName, kTogether> m_names;
   RunningOn m_last_running_on;
 };
 
 /// What a single line is worth, by the listing of @p files.
 LineState state_by_listing(std::string_view key, std::string_view stored, FolderFiles& files);
-/// The same, asked of the system without a listing.
+/// A line as it stands in a text, asked of the system without a listing.
+LineState state_by_probing(const index_format::Line& line, FolderFiles& files);
+/// The same for a line of which the text is of no account.
 LineState state_by_probing(std::string_view key, std::string_view stored, FolderFiles& files);
 
 /// The text of an index as it was read, and its lines that are valid, missing or not known. The
 /// lines are views of the text, so it is neither copied nor moved.
 struct IndexReading {
-  /// Reads a text in its folder.
-  IndexReading(std::string index_text, FolderFiles& files);
+  /// Reads a text in its folder. The text must outlive this object.
+  IndexReading(std::string_view index_text, FolderFiles& files);
   IndexReading(const IndexReading&) = delete;
   IndexReading& operator=(const IndexReading&) = delete;
 
-  const std::string text;
+  const std::string_view text;
   std::vector<IndexLine> lines;  ///< in the order of the text
   bool ascending = true;         ///< the valid ones by key, so that each key occurs once
+  bool any_runs_on = false;      ///< some line does, be it an entry or none
   std::size_t missing = 0;       ///< so many lines are
   std::size_t unknown = 0;
+
+ private:
+  std::size_t read_plain_lines(FolderFiles& files);
+  void count(const IndexLine& line);
+
+  std::string_view m_last_key;
+};
+
+/// The entries of a reading: its valid lines by their keys, of each key the first one. Where the
+/// text is in order these are the reading's own lines, and nothing is copied.
+class EntriesByKey {
+ public:
+  /// @param reading must outlive this object, and not change.
+  explicit EntriesByKey(const IndexReading& reading);
+  EntriesByKey(const EntriesByKey&) = delete;
+  EntriesByKey& operator=(const EntriesByKey&) = delete;
+
+  std::span<const IndexLine> get() const { return m_entries; }
+
+ private:
+  std::vector<IndexLine> m_sorted;
+  std::span<const IndexLine> m_entries;
 };

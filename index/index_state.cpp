@@ -1,7 +1,6 @@
 #include "index/index_state.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <exception>
 #include <utility>
 
@@ -9,45 +8,6 @@
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
 #include "vu_file.h"
-
-namespace {
-
-using NameMap = IndexState::NameMap;
-
-/// An entry's place among the others by its stored name. The first bytes decide nearly always, and
-/// comparing them as one number costs a fraction of comparing two texts.
-struct Place {
-  std::uint64_t head = 0;
-  std::size_t line = 0;
-};
-
-/// The first eight bytes in such an order that numbers compare as the texts do.
-std::uint64_t head_of(std::string_view text) {
-  std::uint64_t head = 0;
-  for (std::size_t i = 0; i < sizeof head; ++i) {
-    head = head << 8U | (i < text.size() ? static_cast<unsigned char>(text[i]) : 0U);
-  }
-  return head;
-}
-
-/// Stored name -> key, where the first line of a name stays.
-void fill_by_stored_name(const std::vector<IndexLine>& lines, NameMap& pl) {
-  std::vector<Place> places;
-  places.reserve(lines.size());
-  for (std::size_t i = 0; i < lines.size(); ++i) {
-    if (lines[i].state == LineState::kValid) places.push_back({head_of(lines[i].stored), i});
-  }
-  // In sorted order each name goes behind the last one: no search, no comparison down the tree.
-  std::sort(places.begin(), places.end(), [&](const Place& a, const Place& b) {
-    if (a.head != b.head) return a.head < b.head;
-    const int order = lines[a.line].stored.compare(lines[b.line].stored);
-    return order != 0 ? order < 0 : a.line < b.line;
-  });
-  for (const Place& place : places)
-    pl.emplace_hint(pl.end(), lines[place.line].stored, lines[place.line].key);
-}
-
-}  // namespace
 
 IndexState::IndexState(const std::string& folder)
     : m_exceptions_at_construction(std::uncaught_exceptions()),
@@ -65,79 +25,160 @@ bool IndexState::is_unwound() const {
   return std::uncaught_exceptions() > m_exceptions_at_construction;
 }
 
-void IndexState::load(std::string text) {
-  m_loaded = std::make_shared<const IndexReading>(std::move(text), *m_files);
+void IndexState::load(FileText bytes) {
+  m_loaded = std::make_shared<const Loaded>(std::move(bytes), *m_files);
+  m_entries = m_loaded->entries.get();
+  m_lines = m_loaded->reading.lines;
 }
 
-IndexState::Maps& IndexState::maps() const {
-  if (!m_maps) {
-    Maps maps;
-    if (m_loaded) {
-      for (const IndexLine& line : m_loaded->lines) {
-        if (line.state == LineState::kValid)
-          maps.lp.emplace_hint(maps.lp.end(), line.key, line.stored);
-      }
-      fill_by_stored_name(m_loaded->lines, maps.pl);
-    }
-    m_maps = std::move(maps);
+// ---- entries -----------------------------------------------------------------------------------
+
+const IndexLine* IndexState::loaded_entry(std::string_view key) const {
+  const auto at = std::lower_bound(
+      m_entries.begin(), m_entries.end(), key,
+      [](const IndexLine& line, std::string_view wanted) { return line.key < wanted; });
+  return at != m_entries.end() && at->key == key ? &*at : nullptr;
+}
+
+const IndexLine* IndexState::loaded_line(std::string_view stored) const {
+  constexpr std::size_t kSearches = 4;
+  if (m_searches < kSearches) {
+    ++m_searches;
+    const auto bears = [stored](const IndexLine& line) {
+      // Most names differ in their last character, and are as long as each other.
+      return line.stored.size() == stored.size() &&
+             (stored.empty() || line.stored.back() == stored.back()) &&
+             line.state == LineState::kValid && line.stored == stored;
+    };
+    const auto at = std::find_if(m_lines.begin(), m_lines.end(), bears);
+    return at == m_lines.end() ? nullptr : &*at;
   }
-  return *m_maps;
+  if (m_lines_by_stored_name.empty()) {
+    m_lines_by_stored_name.reserve(m_lines.size());
+    for (const IndexLine& line : m_lines) {
+      if (line.state == LineState::kValid) m_lines_by_stored_name.emplace(line.stored, &line);
+    }
+  }
+  const auto at = m_lines_by_stored_name.find(stored);
+  return at == m_lines_by_stored_name.end() ? nullptr : at->second;
 }
 
-const std::string* IndexState::find(const std::string& key) const {
-  const auto it = lp().find(key);
-  return it == lp().end() ? nullptr : &it->second;
+std::optional<std::string_view> IndexState::find(std::string_view key) const {
+  if (const auto change = m_by_key.find(key); change != m_by_key.end()) return change->second;
+  const IndexLine* const line = loaded_entry(key);
+  return line != nullptr ? std::optional(line->stored) : std::nullopt;
+}
+
+std::optional<std::string_view> IndexState::key_of(std::string_view stored) const {
+  const auto change = m_by_stored_name.find(stored);
+  if (change != m_by_stored_name.end()) return change->second;
+  const IndexLine* const line = loaded_line(stored);
+  return line != nullptr ? std::optional(line->key) : std::nullopt;
+}
+
+IndexState::NameMap IndexState::by_key() const {
+  NameMap result;
+  visit([&](std::string_view key, std::string_view stored) { result.emplace(key, stored); });
+  return result;
+}
+
+IndexState::NameMap IndexState::by_stored_name() const {
+  NameMap result;
+  const auto enter = [&](std::string_view stored) {
+    if (const auto key = key_of(stored)) result.emplace(stored, *key);
+  };
+  for (const IndexLine& line : m_lines) {
+    if (line.state == LineState::kValid) enter(line.stored);
+  }
+  for (const auto& [stored, key] : m_by_stored_name) enter(stored);
+  return result;
 }
 
 const IndexLine* IndexState::unknown_line(const std::string& key) const {
-  if (!has_unknown_lines() || find(key) != nullptr) return nullptr;
+  if (!has_unknown_lines() || find(key)) return nullptr;
   const auto has_key = [&](const Entry& entry) { return entry.first == key; };
   if (std::any_of(m_erased.begin(), m_erased.end(), has_key)) return nullptr;
   const auto it = std::find_if(
-      m_loaded->lines.begin(), m_loaded->lines.end(),
+      m_loaded->reading.lines.begin(), m_loaded->reading.lines.end(),
       [&](const IndexLine& line) { return line.state == LineState::kUnknown && line.key == key; });
-  return it == m_loaded->lines.end() ? nullptr : &*it;
+  return it == m_loaded->reading.lines.end() ? nullptr : &*it;
+}
+
+// ---- changes -----------------------------------------------------------------------------------
+
+IndexState::Changes::iterator IndexState::change_of_key(std::string_view key) {
+  const auto at = m_by_key.lower_bound(key);
+  return at != m_by_key.end() && at->first == key ? at : m_by_key.emplace_hint(at, key, find(key));
+}
+
+IndexState::Changes::iterator IndexState::change_of_stored_name(std::string_view stored) {
+  const auto at = m_by_stored_name.lower_bound(stored);
+  return at != m_by_stored_name.end() && at->first == stored
+             ? at
+             : m_by_stored_name.emplace_hint(at, stored, key_of(stored));
 }
 
 void IndexState::insert(const std::string& key, const std::string& stored) {
   m_doubtful.insert(key);
-  maps().lp.emplace(key, stored);
-  maps().pl.emplace(stored, key);
+  add(key, stored);
+}
+
+void IndexState::add(std::string_view key, std::string_view stored) {
+  if (std::optional<std::string>& name = change_of_key(key)->second; !name) name = stored;
+  lead_back(stored, key);
+}
+
+void IndexState::lead_back(std::string_view stored, std::string_view key) {
+  if (std::optional<std::string>& back = change_of_stored_name(stored)->second; !back) back = key;
 }
 
 IndexState::Taken IndexState::take(const std::string& key) {
-  Maps& maps = this->maps();
-  const auto it = maps.lp.find(key);
-  // Noted first: without memory for that nothing has changed.
-  m_erased.emplace_back(it->first, it->second);
-  Taken entry;
-  entry.by_stored_name = maps.pl.extract(it->second);
-  entry.by_key = maps.lp.extract(it);
+  const auto by_key = change_of_key(key);
+  const auto by_stored_name = change_of_stored_name(*by_key->second);
+  m_erased.emplace_back(key, *by_key->second);
+  // From here on nothing raises.
   m_made.erase(key);
-  return entry;
-}
-
-void IndexState::file_is_made(const std::string& key, Making how) {
-  m_made.insert_or_assign(key, std::move(how));
+  return take_out(by_key, by_stored_name);
 }
 
 IndexState::Taken IndexState::withdraw(const std::string& key) noexcept {
-  Taken entry;
   m_made.erase(key);
-  if (!m_maps) return entry;
-  const auto it = m_maps->lp.find(key);
-  if (it == m_maps->lp.end()) return entry;
-  const auto named = m_maps->pl.find(it->second);
-  if (named != m_maps->pl.end() && named->second == key)
-    entry.by_stored_name = m_maps->pl.extract(named);
-  entry.by_key = m_maps->lp.extract(it);
+  const auto by_key = m_by_key.find(key);
+  if (by_key == m_by_key.end() || !by_key->second) return {};
+  const auto back = m_by_stored_name.find(*by_key->second);
+  const bool leads_here = back != m_by_stored_name.end() && back->second == key;
+  return take_out(by_key, leads_here ? std::optional(back) : std::nullopt);
+}
+
+IndexState::Taken IndexState::take_out(Changes::iterator by_key,
+                                       std::optional<Changes::iterator> by_stored_name) noexcept {
+  Taken entry;
+  entry.stored = *std::exchange(by_key->second, std::nullopt);
+  if (by_stored_name) entry.way_back = std::exchange((*by_stored_name)->second, std::nullopt);
+  entry.by_key = by_key;
+  entry.by_stored_name = by_stored_name;
   return entry;
 }
 
 void IndexState::put_back(Taken&& entry) noexcept {
   if (!entry) return;
-  m_maps->lp.insert(std::move(entry.by_key));
-  if (!entry.by_stored_name.empty()) m_maps->pl.insert(std::move(entry.by_stored_name));
+  if (entry.by_stored_name && entry.way_back)
+    (*entry.by_stored_name)->second = std::move(entry.way_back);
+  (*entry.by_key)->second = std::move(entry.stored);
+}
+
+void IndexState::replace(std::string_view key, std::string_view stored) {
+  std::optional<std::string>& name = change_of_key(key)->second;
+  change_of_stored_name(*name)->second.reset();
+  name = stored;
+  lead_back(stored, key);
+}
+
+void IndexState::file_is_made(const std::string& key, Making how) {
+  // withdraw() needs no memory then.
+  if (const std::optional<std::string>& name = change_of_key(key)->second)
+    change_of_stored_name(*name);
+  m_made.insert_or_assign(key, std::move(how));
 }
 
 void IndexState::remove_after_save(const std::string& file, IfItStays if_it_stays) {
@@ -148,8 +189,8 @@ void IndexState::remove_after_save(const std::string& file, IfItStays if_it_stay
 bool IndexState::is_anothers(const std::string& key, const std::string& stored) const {
   const std::string file = index_format::file_name_of(key, stored);
   const auto bears = [&](const std::string& name) {
-    const auto it = pl().find(name);
-    return it != pl().end() && it->second != key;
+    const std::optional<std::string_view> back = key_of(name);
+    return back && *back != key;
   };
   // A stored name is the file's, or lacks the extension.
   bool is_found = bears(file) || bears(stored);
@@ -199,14 +240,18 @@ bool IndexState::remove_for_good(const std::string& file, IfItStays if_it_stays,
 }
 
 void IndexState::file_changes(const std::string& name) {
-  if (!m_loaded || m_loaded->lines.empty()) return;
+  if (!m_loaded || m_loaded->reading.lines.empty()) return;
   // A file that the listing does not show stands for all of that kind.
   m_changed.insert(m_files->listed(name, m_files->ask(name)));
 }
 
-void IndexState::set_maps(NameMap lp, NameMap pl) {
-  for (const auto& [key, stored] : lp) m_doubtful.insert(key);
-  m_maps = Maps{std::move(lp), std::move(pl)};
+void IndexState::set_maps(const NameMap& by_key, const NameMap& by_stored_name) {
+  for (const auto& [key, stored] : by_key) m_doubtful.insert(key);
+  m_entries = {};
+  m_lines = {};
+  m_lines_by_stored_name.clear();
+  m_by_key = Changes(by_key.begin(), by_key.end());
+  m_by_stored_name = Changes(by_stored_name.begin(), by_stored_name.end());
 }
 
 bool copy_and_flush(const std::string& folder, const std::string& from, const std::string& to) {
@@ -217,10 +262,4 @@ bool copy_and_flush(const std::string& folder, const std::string& from, const st
     if (flushed.failure() != os::Failure::kNotFound) return flushed.ok();
   }
   return false;
-}
-
-void add_physical_names(const IndexState& state, NameMap& out) {
-  state.visit([&](std::string_view key, std::string_view stored) {
-    out.emplace(index_format::file_name_of(key, stored), index_format::logical_of(key));
-  });
 }

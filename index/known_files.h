@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -20,8 +21,16 @@
 class KnownFiles {
  public:
   KnownFiles(const IndexReading& reading, std::size_t files) : m_claims(files, Claim::kNone) {
-    for (const IndexLine& line : reading.lines) {
-      if (line.state == LineState::kValid && line.entry != FolderFiles::kNone) claim(line);
+    const std::vector<IndexLine>& lines = reading.lines;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+      const IndexLine& line = lines[i];
+      if (line.entry == FolderFiles::kNone || line.state != LineState::kValid) continue;
+      if (line.has_extension) {
+        m_claims[line.entry] = Claim::kKnown;
+      } else {
+        note_dotted_stems({lines.data(), i});
+        claim_by_own_name(line);
+      }
     }
   }
 
@@ -35,13 +44,19 @@ class KnownFiles {
     kKnown,
   };
 
-  void claim(const IndexLine& line) {
-    Claim& claim = m_claims[line.entry];
-    if (line.has_extension) {
-      claim = Claim::kKnown;
-      m_has_dotted_stem = m_has_dotted_stem || line.stored.find('.') != std::string_view::npos;
-      return;
+  /// A file that no extension leads to is the only one that a dot in another line's stored name
+  /// can be about: so none is looked for before there is such a file.
+  void note_dotted_stems(std::span<const IndexLine> before) {
+    for (const IndexLine& line : before.subspan(m_noted)) {
+      m_has_dotted_stem =
+          m_has_dotted_stem || (line.has_extension && line.state == LineState::kValid &&
+                                line.stored.find('.') != std::string_view::npos);
     }
+    m_noted = before.size();
+  }
+
+  void claim_by_own_name(const IndexLine& line) {
+    Claim& claim = m_claims[line.entry];
     if (claim != Claim::kNone) return;
     const bool is_adopted = index_format::timestamp_of(line.key) == 0 &&
                             index_format::logical_of(line.key) == line.stored;
@@ -52,4 +67,5 @@ class KnownFiles {
   /// A stored name with a dot was found with the extension behind it: such a name may be a file's
   /// as well.
   bool m_has_dotted_stem = false;
+  std::size_t m_noted = 0;  ///< so many lines were asked for that
 };

@@ -1,3 +1,8 @@
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
@@ -27,10 +32,14 @@ template <class Rename>
 bool convert(const IndexState& index, ReadList& read_list, Rename rename) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   bool is_complete = true;
-  // Entries that come into the map on the way bear generated names and are passed over.
-  for (const auto& [key, stored] : index.lp()) {
+  // Entries that come on the way bear generated names, and are passed over; others may go.
+  std::vector<std::string> keys;
+  index.visit([&](std::string_view key, std::string_view) { keys.emplace_back(key); });
+  for (const std::string& key : keys) {
+    const std::optional<std::string_view> stored = index.find(key);
     const std::string name(index_format::logical_of(key));
-    if (name != index_format::file_name_of(key, stored) || !index_format::is_escaped_form(name))
+    if (!stored || name != index_format::file_name_of(key, *stored) ||
+        !index_format::is_escaped_form(name))
       continue;
     const std::string unescaped = index_format::unescape(name);
     if (unescaped == name) continue;

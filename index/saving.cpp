@@ -4,6 +4,7 @@
 #include <exception>
 #include <map>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -19,27 +20,12 @@
 
 namespace {
 
-using NameMap = IndexState::NameMap;
-
 /// So many lines at most are asked for one by one: beyond, a listing of the folder costs less.
 constexpr std::size_t kAskedSingly = 4;
+/// What most operations add to a text has so many bytes at most.
+constexpr std::size_t kRoom = 1024;
 /// So many unknown lines are named.
 constexpr std::size_t kNamed = 8;
-
-/// The entries of a text, the first line of each key.
-std::vector<IndexLine> entries_of(const IndexReading& reading) {
-  std::vector<IndexLine> entries;
-  entries.reserve(reading.lines.size());
-  for (const IndexLine& line : reading.lines) {
-    if (line.state == LineState::kValid) entries.push_back(line);
-  }
-  if (reading.ascending) return entries;
-  const auto by_key = [](const IndexLine& a, const IndexLine& b) { return a.key < b.key; };
-  const auto same_key = [](const IndexLine& a, const IndexLine& b) { return a.key == b.key; };
-  std::stable_sort(entries.begin(), entries.end(), by_key);
-  entries.erase(std::unique(entries.begin(), entries.end(), same_key), entries.end());
-  return entries;
-}
 
 }  // namespace
 
@@ -124,12 +110,11 @@ class IndexSave {
   // ---- replace -------------------------------------------------------------------------------
 
   Saved replace() {
-    const FileText bytes = read();
-    std::string storage;
+    m_bytes = read();
     find_doubtful();
     make_swept_files_again();
-    merge(std::string(replacement::text_of(bytes.view(), storage)));
-    m_outcome = replace_text(m_index, bytes.view(), text());
+    merge(replacement::text_of(m_bytes.view(), m_saved_text));
+    m_outcome = replace_text(m_index, m_bytes.view(), text());
     return m_outcome.holds == replacement::Holds::kNewText ? Saved::kYes : Saved::kNotWritten;
   }
 
@@ -140,8 +125,8 @@ class IndexSave {
   void make_swept_files_again() {
     m_made = std::exchange(m_state.m_made, {});
     for (const auto& [key, how] : m_made) {
-      const std::string* const stored = m_state.find(key);
-      if (stored == nullptr) continue;
+      const auto stored = m_state.find(key);
+      if (!stored) continue;
       if (judge(key, *stored) == LineState::kMissing && !make_again(key, *stored, how.source)) {
         m_state.keep_file(how.source);
         m_state.keep_file(how.replaced);
@@ -153,7 +138,7 @@ class IndexSave {
   }
 
   /// @return whether the file is there.
-  bool make_again(const std::string& key, const std::string& stored, const std::string& source) {
+  bool make_again(const std::string& key, std::string_view stored, const std::string& source) {
     VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
     const std::string file = index_format::file_name_of(key, stored);
     VU_WARNING("STGIndex: made again, for it was removed before the index named it: ",
@@ -176,26 +161,38 @@ class IndexSave {
   // ---- merge ---------------------------------------------------------------------------------
 
   /// Takes over what others wrote since the loading.
-  void merge(std::string text) {
+  void merge(std::string_view text) {
     const IndexReading* loaded = m_state.loaded();
-    // Out of order, a text may have two lines of one key, of which the second one may count by now.
-    if (loaded != nullptr && loaded->ascending && text == loaded->text) {
+    // Out of order, a text may have two lines of one key, of which the second one may count by now;
+    // a line that runs on may become an entry by a file that is made meanwhile.
+    if (loaded != nullptr && loaded->ascending && !loaded->any_runs_on && text == loaded->text) {
       merge_what_was_dropped(*loaded);
       return;
     }
-    m_on_disk.emplace(std::move(text), m_files);
+    m_on_disk.emplace(text, m_files);
     if (m_on_disk->unknown != 0) report_unknown_lines(*m_on_disk, m_state.folder());
-    m_judges_all = true;
     m_is_listed = !m_on_disk->lines.empty();
     take_out_what_leads_to_files_to_remove();
-    const NameMap& lp = m_state.lp();
-    auto mine = lp.begin();
-    for (const IndexLine& line : entries_of(*m_on_disk)) {
-      while (mine != lp.end() && mine->first < line.key) ++mine;
-      const bool is_known =
-          mine != lp.end() && mine->first == line.key && mine->second == line.stored;
-      if (!is_known) merge_entry(line);
-    }
+    const EntriesByKey on_disk(*m_on_disk);
+    for (const IndexLine* line : new_lines(on_disk.get())) merge_entry(*line);
+  }
+
+  /// The entries that are not in memory as they are on disk. Those in memory that are not on disk
+  /// are judged again.
+  std::vector<const IndexLine*> new_lines(std::span<const IndexLine> on_disk) {
+    std::vector<const IndexLine*> result;
+    auto theirs = on_disk.begin();
+    m_state.visit([&](std::string_view key, std::string_view stored) {
+      for (; theirs != on_disk.end() && theirs->key < key; ++theirs) result.push_back(&*theirs);
+      if (theirs != on_disk.end() && theirs->key == key) {
+        const IndexLine& line = *theirs++;
+        if (line.stored == stored && !line.runs_on) return;
+        if (line.stored != stored) result.push_back(&line);
+      }
+      m_doubtful.insert(key);
+    });
+    for (; theirs != on_disk.end(); ++theirs) result.push_back(&*theirs);
+    return result;
   }
 
   /// A file that goes behind the new text is there yet: its lines must not keep out the next ones
@@ -217,50 +214,48 @@ class IndexSave {
   /// The file holds the very text that was loaded. So only a line that is no entry any more, or was
   /// none then, can be new: its file may be there by now.
   void merge_what_was_dropped(const IndexReading& loaded) {
-    std::vector<IndexState::Entry>& erased = m_state.m_erased;
-    std::sort(erased.begin(), erased.end());
-    m_is_listed = erased.size() + loaded.missing > kAskedSingly;
-    for (const IndexLine& line : loaded.lines) {
-      if (line.state == LineState::kUnknown) continue;
-      if (line.state == LineState::kValid) {
-        // Most operations erase no entry or one.
-        if (erased.empty()) continue;
-        const auto at = std::lower_bound(
-            erased.begin(), erased.end(), line, [](const auto& entry, const IndexLine& wanted) {
-              return std::pair<std::string_view, std::string_view>(entry.first, entry.second) <
-                     std::pair(wanted.key, wanted.stored);
-            });
-        if (at == erased.end() || at->first != line.key || at->second != line.stored) continue;
+    std::vector<const IndexLine*> dropped;
+    for (const auto& [key, stored] : m_state.m_erased) {
+      const IndexLine* const line = m_state.loaded_entry(key);
+      if (line != nullptr && line->stored == stored) dropped.push_back(line);
+    }
+    if (loaded.missing != 0) {
+      for (const IndexLine& line : loaded.lines) {
+        if (line.state == LineState::kMissing) dropped.push_back(&line);
       }
-      switch (judge(line.key, line.stored)) {
-        case LineState::kValid:
-          merge_entry(line);
-          break;
-        case LineState::kUnknown:
-          m_unknown.push_back(line);
-          break;
-        default:
-          break;
-      }
+    }
+    // In the order of the text, each once.
+    std::sort(dropped.begin(), dropped.end(), [](const IndexLine* one, const IndexLine* other) {
+      return one->key.data() < other->key.data();
+    });
+    const auto same_line = [](const IndexLine* one, const IndexLine* other) {
+      return one->key.data() == other->key.data();
+    };
+    dropped.erase(std::unique(dropped.begin(), dropped.end(), same_line), dropped.end());
+
+    m_is_listed = dropped.size() > kAskedSingly;
+    for (const IndexLine* const line : dropped) {
+      const LineState state = judge(line->key, line->stored);
+      if (state == LineState::kValid) merge_entry(*line);
+      if (state == LineState::kUnknown) m_unknown.push_back(*line);
     }
   }
 
   void merge_entry(const IndexLine& line) {
     VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-    IndexState::Maps& maps = m_state.maps();
-    const auto [mine, is_new] = maps.lp.emplace(line.key, line.stored);
-    if (!is_new) {
-      if (mine->second == line.stored) return;
+    const auto mine = m_state.find(line.key);
+    if (mine == line.stored) return;
+    if (mine) {
       // Somebody may have removed the entry since it was loaded here, and made it anew: a line of
       // mine whose file is gone must not keep the new one out. Where nobody knows both stay.
-      const LineState state = judge(line.key, mine->second);
+      const LineState state = judge(line.key, *mine);
       if (state == LineState::kUnknown) m_unknown.push_back(line);
       if (state != LineState::kMissing) return;
-      maps.pl.erase(mine->second);
-      mine->second = line.stored;
+      m_state.replace(line.key, line.stored);
+    } else {
+      m_state.add(line.key, line.stored);
     }
     VU_TRACE_M(" add in my maps ", line.key, "/", line.stored);
-    maps.pl.emplace(line.stored, line.key);
   }
 
   // ---- judge ---------------------------------------------------------------------------------
@@ -301,10 +296,11 @@ class IndexSave {
     return state;
   }
 
-  /// Whether the save writes an entry of mine. Most were judged by the loading.
+  /// Whether the save writes an entry of mine. Most were judged by the loading, or by the reading
+  /// of what is on disk.
   bool is_written(std::string_view key, std::string_view stored) {
-    const bool is_judged = m_sure.contains(key) || (!m_judges_all && !m_doubtful.contains(key));
-    return is_judged || judge(key, stored) != LineState::kMissing;
+    return m_sure.contains(key) || !m_doubtful.contains(key) ||
+           judge(key, stored) != LineState::kMissing;
   }
 
   // ---- write ---------------------------------------------------------------------------------
@@ -326,25 +322,65 @@ class IndexSave {
   std::string text() {
     const std::vector<IndexLine> unknown = unknown_lines();
     if (!unknown.empty()) find_first_valid();
-    std::string text;
-    const auto append = [&](std::string_view key, std::string_view stored) {
-      text.append(key).append("/").append(stored).append("\n");
+    m_unknown_left = unknown;
+    m_text.clear();
+    if (const IndexReading* loaded = m_state.loaded()) m_text.reserve(loaded->text.size() + kRoom);
+    m_state.walk([&](std::span<const IndexLine> lines) { write_lines(lines); },
+                 [&](std::string_view key, std::string_view stored) { write_entry(key, stored); });
+    for (const IndexLine& line : m_unknown_left) append(line.key, line.stored);
+    return m_text.empty() ? " " : std::move(m_text);
+  }
+
+  /// Entries of the loaded text, of which few are in doubt.
+  void write_lines(std::span<const IndexLine> lines) {
+    if (!m_unknown_left.empty()) {
+      for (const IndexLine& line : lines) write_entry(line.key, line.stored);
+      return;
+    }
+    const auto by_key = [](const IndexLine& line, std::string_view key) { return line.key < key; };
+    auto doubtful = m_doubtful.lower_bound(lines.front().key);
+    for (; doubtful != m_doubtful.end() && !lines.empty(); ++doubtful) {
+      const auto at = std::lower_bound(lines.begin(), lines.end(), *doubtful, by_key);
+      const auto before = static_cast<std::size_t>(at - lines.begin());
+      append_as_they_stand(lines.first(before));
+      lines = lines.subspan(before);
+      if (lines.empty() || lines.front().key != *doubtful) continue;
+      write_entry(lines.front().key, lines.front().stored);
+      lines = lines.subspan(1);
+    }
+    append_as_they_stand(lines);
+  }
+
+  void write_entry(std::string_view key, std::string_view stored) {
+    while (!m_unknown_left.empty() && stands_before(m_unknown_left.front(), key)) {
+      append(m_unknown_left.front().key, m_unknown_left.front().stored);
+      m_unknown_left = m_unknown_left.subspan(1);
+    }
+    if (is_written(key, stored)) append(key, stored);
+  }
+
+  void append(std::string_view key, std::string_view stored) {
+    m_text.append(key).append("/").append(stored).append("\n");
+  }
+
+  /// Lines that follow each other in the loaded text are one piece of it.
+  void append_as_they_stand(std::span<const IndexLine> lines) {
+    const auto end_of = [](const IndexLine& line) {
+      return line.stored.data() + line.stored.size();
     };
-    auto next = unknown.begin();
-    m_state.visit([&](std::string_view key, std::string_view stored) {
-      for (; next != unknown.end() && stands_before(*next, key); ++next)
-        append(next->key, next->stored);
-      if (is_written(key, stored)) append(key, stored);
-    });
-    for (; next != unknown.end(); ++next) append(next->key, next->stored);
-    return text.empty() ? " " : text;
+    while (!lines.empty()) {
+      const char* const begin = lines.front().key.data();
+      const char* end = end_of(lines.front());
+      std::size_t count = 1;
+      for (; count < lines.size() && lines[count].key.data() == end + 1; ++count)
+        end = end_of(lines[count]);
+      m_text.append(begin, end).push_back('\n');
+      lines = lines.subspan(count);
+    }
   }
 
   /// The loading knew of its file.
-  bool is_mine(const IndexLine& line) const {
-    const std::string* stored = m_state.find(std::string(line.key));
-    return stored != nullptr && *stored == line.stored;
-  }
+  bool is_mine(const IndexLine& line) const { return m_state.find(line.key) == line.stored; }
 
   /// Of two lines with one key the first one counts, once its file is known to be there: so they
   /// keep their order.
@@ -363,17 +399,18 @@ class IndexSave {
   IndexState& m_state;
   replacement::Outcome m_outcome;
   FolderFiles m_files;                    ///< as they are now
+  FileText m_bytes;                       ///< of the file
+  std::string m_saved_text;               ///< of a save that was interrupted
   std::optional<IndexReading> m_on_disk;  ///< where it is not the text that was loaded
-  bool m_judges_all = false;
-  bool m_is_listed = false;  ///< the listing of m_files is worth its cost
+  bool m_is_listed = false;               ///< the listing of m_files is worth its cost
   std::vector<IndexLine> m_unknown;
   std::size_t m_named = 0;
   std::set<std::string_view> m_doubtful;
   std::map<std::string, IndexState::Making> m_made;
-  std::set<std::string_view> m_sure;  ///< those of m_made whose files are there
+  std::set<std::string_view> m_sure;                      ///< those of m_made whose files are there
   std::map<std::string_view, const char*> m_first_valid;  ///< key -> where its line stands
+  std::string m_text;                                     ///< that is written
+  std::span<const IndexLine> m_unknown_left;              ///< those that are not in it yet
 };
 
-Saved save_index(vu_file& index, IndexState& state) {
-  return IndexSave(index, state).run();
-}
+Saved save_index(vu_file& index, IndexState& state) { return IndexSave(index, state).run(); }

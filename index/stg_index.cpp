@@ -10,6 +10,7 @@
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
+#include "index/index_text.h"
 #include "index/saving.h"
 #include "index/width.h"
 #include "platform/host/trace.h"
@@ -45,22 +46,15 @@ STGIndex& STGIndex::operator=(const STGIndex& other) {
 STGIndex::STGIndex(const std::string& folder)
     : vu_file(folder, kIndexFile), m_folder(folder), m_state(std::make_unique<IndexState>(folder)) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  if (!vu_file::is_dir(m_folder)) {
-    VU_ERROR("STGIndex::STGIndex() : the folder ", m_folder, " doesn't exist !!!");
-  }
-
-  // Where the system does not tell whether there is an index, the opening does.
-  if (presence_of(getFilePath()) != Presence::kMissing) {
-    // Required: the handle, and with it the shared lock, stays until the destructor.
-    open(o_read);
-    const FileText bytes = read_to_end(*this);
-    std::string storage;
-    m_state->load(std::string(replacement::text_of(bytes.view(), storage)));
+  if (std::optional<FileText> bytes = read_index(*this, m_folder)) {
+    m_state->load(std::move(*bytes));
     if (m_state->has_unknown_lines()) report_unknown_lines(*m_state->loaded(), m_folder);
   }
-  if (std::atomic_ref(m_autoSynchronizeToFolder).load(std::memory_order_acquire)) {
-    synchronizeToFolder();
-  }
+  if (synchronizes()) synchronizeToFolder();
+}
+
+bool STGIndex::synchronizes() {
+  return std::atomic_ref(m_autoSynchronizeToFolder).load(std::memory_order_acquire);
 }
 
 STGIndex::~STGIndex() noexcept(false) {
@@ -108,7 +102,7 @@ bool STGIndex::validIndexLine(const std::string& folder, const std::string& key,
 
 void STGIndex::string2Maps(const std::string& folder, std::string text, NameMap& lp, NameMap& pl) {
   FolderFiles files(folder);
-  const IndexReading reading(std::move(text), files);
+  const IndexReading reading(text, files);
   for (const IndexLine& line : reading.lines) {
     if (line.state != LineState::kValid) continue;
     lp.emplace(line.key, line.stored);

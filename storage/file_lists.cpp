@@ -1,5 +1,6 @@
-#include <algorithm>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -69,10 +70,11 @@ std::vector<std::string> vu_storage::getFileListFromIndexFile(
 
   guarded(
       [&] {
+        std::unordered_set<std::string_view> kept;
+        if (wanted != nullptr) kept.insert(wanted->begin(), wanted->end());
         list_entries(folder, logical_names, physicalNames, [&](const std::string& logical) {
           if (!isVuDocExt(vu_file::getExtension(logical))) return false;
-          return wanted == nullptr ||
-                 std::find(wanted->begin(), wanted->end(), logical) != wanted->end();
+          return wanted == nullptr || kept.contains(logical);
         });
       },
       failed, failed);

@@ -1,8 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "vu_i18n.h"
@@ -117,8 +121,81 @@ enum class EntryKind : std::uint8_t {
 
 /// One name of a listing: narrow for a narrow folder, UTF-8 for a wide one.
 struct Entry {
-  std::string name;
+  std::string_view name;
   EntryKind kind = EntryKind::kUnknown;
+
+  bool operator==(const Entry&) const = default;
+};
+
+/// The entries of a folder in the system's order. All names lie in one piece of memory.
+class Listing {
+ public:
+  class Iterator {
+   public:
+    Iterator(const Listing& listing, std::size_t at) : m_listing(&listing), m_at(at) {}
+    Entry operator*() const { return (*m_listing)[m_at]; }
+    Iterator& operator++() {
+      ++m_at;
+      return *this;
+    }
+    bool operator!=(const Iterator& other) const { return m_at != other.m_at; }
+
+   private:
+    const Listing* m_listing;
+    std::size_t m_at;
+  };
+
+  std::size_t size() const { return m_places.size(); }
+  bool empty() const { return m_places.empty(); }
+  /// The names, one behind the other.
+  std::string_view text() const { return {m_names.get(), m_used}; }
+  /// The name is valid until the listing changes.
+  Entry operator[](std::size_t entry) const {
+    const Place& place = m_places[entry];
+    return {{m_names.get() + place.begin, place.length}, place.kind};
+  }
+  Iterator begin() const { return {*this, 0}; }
+  Iterator end() const { return {*this, size()}; }
+
+  void append(std::string_view name, EntryKind kind) {
+    if (m_room - m_used < name.size()) make_room(name.size());
+    m_places.push_back({m_used, static_cast<std::uint32_t>(name.size()), kind});
+    std::copy(name.begin(), name.end(), m_names.get() + m_used);
+    m_used += name.size();
+  }
+  /// So many more are likely to come.
+  void expect(std::size_t more) {
+    if (m_places.capacity() - m_places.size() < more)
+      m_places.reserve(std::max(m_places.size() + more, 2 * m_places.capacity()));
+  }
+  /// Drops all entries but the first ones.
+  void cut(std::size_t size) {
+    if (size >= m_places.size()) return;
+    m_used = m_places[size].begin;
+    m_places.resize(size);
+  }
+
+ private:
+  struct Place {
+    std::size_t begin = 0;
+    std::uint32_t length = 0;
+    EntryKind kind = EntryKind::kUnknown;
+  };
+
+  [[gnu::noinline]] void make_room(std::size_t size) {
+    constexpr std::size_t kLeast = 1024;
+    const std::size_t room = std::max({kLeast, 2 * m_room, m_used + size});
+    // Nobody clears what is written anyway.
+    std::unique_ptr<char[]> names(new char[room]);
+    std::copy_n(m_names.get(), m_used, names.get());
+    m_names = std::move(names);
+    m_room = room;
+  }
+
+  std::unique_ptr<char[]> m_names;
+  std::size_t m_used = 0;
+  std::size_t m_room = 0;
+  std::vector<Place> m_places;
 };
 
 /// Times in seconds since 1970-01-01 UTC, size in bytes (of a folder 0).
@@ -189,7 +266,7 @@ Status probe_attributes(Path path);
 Status probe_search(Path path);
 /// Lists every entry of a folder except "." and "..", in the system's order. @p folder ends in a
 /// separator. Appends to @p entries; on a failure nothing.
-Status list(Path folder, std::vector<Entry>& entries);
+Status list(Path folder, Listing& entries);
 /// Describes a file or folder. A trailing separator is dropped first (a root keeps its own), but
 /// then only a folder is found.
 Status stat(Path path, FileStat& result, Links links = Links::kFollow);

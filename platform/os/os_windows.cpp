@@ -415,7 +415,7 @@ Status probe_search(Path path) {
   return found;
 }
 
-Status list(Path folder, std::vector<Entry>& entries) {
+Status list(Path folder, Listing& entries) {
   const auto kind_of = [](DWORD attributes) {
     if (attributes & FILE_ATTRIBUTE_REPARSE_POINT) return EntryKind::kUnknown;
     return attributes & FILE_ATTRIBUTE_DIRECTORY ? EntryKind::kFolder : EntryKind::kFile;
@@ -425,17 +425,18 @@ Status list(Path folder, std::vector<Entry>& entries) {
     if (*text == 0) return fail(ERROR_PATH_NOT_FOUND);
     std::basic_string<Character> pattern(text);
     pattern += Character('*');
-    std::vector<Entry> names;
+    const std::size_t before = entries.size();
     typename Records<Character>::Find found{};
     const Search search = start_search(pattern.c_str(), found);
     if (!search) return fail(GetLastError());
     do {
-      std::string name = Records<Character>::name(found);
-      if (name == "." || name == "..") continue;
-      names.push_back({std::move(name), kind_of(found.dwFileAttributes)});
+      const std::string name = Records<Character>::name(found);
+      if (name != "." && name != "..") entries.append(name, kind_of(found.dwFileAttributes));
     } while (find_next(search.get(), found));
-    if (const DWORD code = GetLastError(); code != ERROR_NO_MORE_FILES) return fail(code);
-    std::move(names.begin(), names.end(), std::back_inserter(entries));
+    if (const DWORD code = GetLastError(); code != ERROR_NO_MORE_FILES) {
+      entries.cut(before);
+      return fail(code);
+    }
     return Status();
   });
 }

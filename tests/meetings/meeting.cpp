@@ -280,8 +280,7 @@ void Meeting::take_note(int who, const Arriving& arriving, const os::Status& sta
       break;
     case Call::list:
       // The same schedule is to meet the same order.
-      std::sort(arriving.entries->begin(), arriving.entries->end(),
-                [](const os::Entry& a, const os::Entry& b) { return a.name < b.name; });
+      os::faults::sort_by_name(*arriving.entries);
       break;
     default:
       break;

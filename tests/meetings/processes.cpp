@@ -88,10 +88,7 @@ class Asking final : public os::faults::Conductor {
     if (arriving.request != nullptr)
       arriving.request->flags = static_cast<std::uint32_t>(std::stoul(fields_of(*answer).at(1)));
     const os::Status status = make();
-    if (arriving.entries != nullptr) {
-      std::sort(arriving.entries->begin(), arriving.entries->end(),
-                [](const os::Entry& a, const os::Entry& b) { return a.name < b.name; });
-    }
+    if (arriving.entries != nullptr) os::faults::sort_by_name(*arriving.entries);
     const os::Handle opened = arriving.opened != nullptr ? *arriving.opened : os::kNoHandle;
     say(line_of({"done", number_in_text(status.code()), number_in_text(status.failure()),
                  number_in_text(opened)}));
@@ -151,7 +148,7 @@ class Proxy {
     os::LockRequest request;
     request.flags = static_cast<std::uint32_t>(std::stoul(line.at(6)));
     os::Handle opened = os::kNoHandle;
-    std::vector<os::Entry> entries;
+    os::Listing entries;
     Arriving arriving;
     arriving.call = static_cast<Call>(std::stoi(line.at(1)));
     arriving.handle = std::stoi(line.at(2));

@@ -63,10 +63,10 @@ const Tree& Stage::look() {
 }
 
 void Stage::walk(const std::string& folder, Tree& tree) const {
-  std::vector<os::Entry> entries;
+  os::Listing entries;
   check(os::sys::list(whole(folder), entries), "list", folder);
-  for (const os::Entry& entry : entries) {
-    const std::string path = folder + entry.name;
+  for (const os::Entry entry : entries) {
+    const std::string path = folder + std::string(entry.name);
     os::FileStat found;
     check(os::sys::stat(whole(path), found, os::Links::kKeep), "stat", path);
     if (found.is_directory) {

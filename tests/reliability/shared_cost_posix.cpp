@@ -168,16 +168,17 @@ void measure_judgement(Run& run, std::size_t names, const std::string& local,
     }
   }
   const auto list = [](const std::string& folder) {
-    std::vector<os::Entry> entries;
+    os::Listing entries;
     if (!os::list(folder + "\\", entries).ok()) throw std::runtime_error("no listing");
     return entries;
   };
-  const std::vector<os::Entry> known = list(local);
+  const os::Listing known = list(local);
   if (known.size() != names || list(shared).size() != names)
     run.fail("a listing shows another number of names than were made");
   const auto ask = [&](const std::string& folder) {
-    for (const os::Entry& each : known) {
-      if (!os::probe_search(folder + "\\" + each.name).ok()) throw std::runtime_error("no file");
+    for (const os::Entry each : known) {
+      const std::string path = folder + "\\" + std::string(each.name);
+      if (!os::probe_search(path).ok()) throw std::runtime_error("no file");
     }
   };
   constexpr std::size_t kTimes = 3;

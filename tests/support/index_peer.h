@@ -27,8 +27,8 @@ struct stg_index_test_peer {
   static STGIndex empty() { return STGIndex(); }
 
   static const std::string& folder(const STGIndex& index) { return index.m_folder; }
-  static const NameMap& lp(const STGIndex& index) { return index.m_state->lp(); }
-  static const NameMap& pl(const STGIndex& index) { return index.m_state->pl(); }
+  static NameMap lp(const STGIndex& index) { return index.m_state->by_key(); }
+  static NameMap pl(const STGIndex& index) { return index.m_state->by_stored_name(); }
   static bool need_update(const STGIndex& index) { return index.m_needUpdate; }
   static void set_need_update(STGIndex& index) { index.m_needUpdate = true; }
   static void clear_need_update(STGIndex& index) { index.m_needUpdate = false; }

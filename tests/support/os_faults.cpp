@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "platform/os/os.h"
 
@@ -413,7 +414,17 @@ Status probe_search(Path path) {
                      [&] { return sys::probe_search(path); });
 }
 
-Status list(Path folder, std::vector<Entry>& entries) {
+void faults::sort_by_name(Listing& entries) {
+  std::vector<Entry> sorted;
+  for (const Entry entry : entries) sorted.push_back(entry);
+  std::sort(sorted.begin(), sorted.end(),
+            [](const Entry& one, const Entry& other) { return one.name < other.name; });
+  Listing result;
+  for (const Entry& entry : sorted) result.append(entry.name, entry.kind);
+  entries = std::move(result);
+}
+
+Status list(Path folder, Listing& entries) {
   return status_call({.call = Call::list, .path = &folder, .entries = &entries},
                      [&] { return sys::list(folder, entries); });
 }

@@ -30,7 +30,7 @@ Status unlock(Handle handle);
 
 Status probe_attributes(Path path);
 Status probe_search(Path path);
-Status list(Path folder, std::vector<Entry>& entries);
+Status list(Path folder, Listing& entries);
 Status stat(Path path, FileStat& result, Links links = Links::kFollow);
 Status open_folder(Path path, Handle& folder);
 
@@ -215,8 +215,11 @@ struct Arriving {
   Access access = Access::kReadExisting;  ///< of an open
   LockRequest* request = nullptr;         ///< of a lock, and what is asked of the system
   const Handle* opened = nullptr;         ///< by an open, when it is made
-  std::vector<Entry>* entries = nullptr;  ///< of a listing, when it is made
+  Listing* entries = nullptr;             ///< of a listing, when it is made
 };
+
+/// For whoever needs the same order each time.
+void sort_by_name(Listing& entries);
 
 /// Decides when the calls of several threads are made.
 class Conductor {

@@ -414,6 +414,52 @@ TEST_F(IndexText, OfRandomPiecesGivesThePlainMaps) {
   EXPECT_GT(glued, 200U);
 }
 
+TEST_F(IndexText, AnswersForOneNameAsTheMapsDo) {
+  make_files({"a", "a.a", "00000001", "00000002.a", "b.a"});
+#if !defined(_WIN32)
+  make_files({"00000001\n"});
+#endif
+  // Long stretches of other lines between: several are passed over at once.
+  std::string others;
+  for (int i = 0; i < 30; ++i) others += "other name.a_0000000" + std::to_string(100 + i) + "/a\n";
+  RandomTexts texts(2718, {"a", "/", "\n", "_", ".", "b.a_0000000001/a\n", "b.a_0000000009/none\n",
+                           "b.a_0000000003/00000002\n", "b.a_0000000002/00000002", others,
+                           "a_0000000000/00000001\n", "bb.a_0000000007/a\n", "b_000000000\n1/",
+                           "00000001\n", "xb.a_0000000008/a\n", "b.a_000000001/a\n"});
+  std::size_t found = 0;
+  std::size_t run_on = 0;
+  for (int i = 0; i < 4000; ++i) {
+    const std::string text = texts.next(12);
+    NameMap expected_lp;
+    NameMap expected_pl;
+    plain_index::load(folder(), text, expected_lp, expected_pl);
+    std::map<std::string, long> expected = {{"b.a", -1}, {"b", -1}, {"", -1}, {"nobody", -1}};
+    for (const PlainLine& line : plain_index::lines(text)) {
+      if (line.key.size() >= 11) expected.emplace(line.key.substr(0, line.key.size() - 11), -1);
+    }
+    for (const auto& [key, stored] : expected_lp) {
+      long& latest = expected[key.substr(0, key.size() - 11)];
+      latest = std::max({latest, 0L, static_cast<long>(index_format::timestamp_of(key))});
+      ++found;
+      run_on += key.find('\n') != std::string::npos ? 1U : 0U;
+    }
+    FolderFiles files(folder());
+    for (const auto& [name, latest] : expected) {
+      index_format::LinesOfName lines(text, name);
+      Line line;
+      long answer = -1;
+      while (lines.next(line)) {
+        ASSERT_EQ(index_format::logical_of(line.key), name) << shown(text);
+        if (state_by_probing(line, files) != LineState::kValid) continue;
+        answer = std::max({answer, 0L, static_cast<long>(index_format::timestamp_of(line.key))});
+      }
+      ASSERT_EQ(answer, latest) << shown(text) << ' ' << name;
+    }
+  }
+  EXPECT_GT(found, 2000U);
+  EXPECT_GT(run_on, 50U);
+}
+
 TEST_F(IndexText, AnswersForOneKeyAsTheMapsDo) {
   make_files({"a", "a.a", "00000001", "00000002.a", "b.a"});
   RandomTexts texts(99, {"a", "/", "\n", "_", ".", "b.a_0000000001/a\n", "b.a_0000000001/none\n",
@@ -596,7 +642,7 @@ TEST(FolderFilesOfAnIndex, GivesEachLineItsState) {
     FolderFiles files(path);
     const IndexReading reading(text, files);
     EXPECT_EQ(reading.unknown, 0U);
-    return Worth{reading.lines.size(), reading.missing, reading.ascending};
+    return Worth{reading.lines.size(), reading.missing, reading.ascending && !reading.any_runs_on};
   };
   EXPECT_EQ(worth(""), (Worth{0, 0, true}));
   EXPECT_EQ(worth(" "), (Worth{0, 0, true}));
@@ -607,8 +653,7 @@ TEST(FolderFilesOfAnIndex, GivesEachLineItsState) {
   EXPECT_EQ(worth("b_0000000001/00000003\na_0000000001/00000001\n"), (Worth{2, 1, true}));
   EXPECT_EQ(worth("short/00000001\n"), (Worth{0, 0, true}));
   EXPECT_EQ(worth("a_0000000001/00000001\na_0000000001/00000002\n"), (Worth{2, 0, false}));
-  EXPECT_EQ(worth("torn\na_0000000001/00000001\n"), (Worth{1, 0, false}))
-      << "a line runs on";
+  EXPECT_EQ(worth("torn\na_0000000001/00000001\n"), (Worth{1, 0, false})) << "a line runs on";
   EXPECT_EQ(worth("torn\na_0000000001/00000001"), (Worth{2, 0, false}));
 }
 
@@ -667,8 +712,8 @@ TEST(FolderFilesOfAnIndex, AccountsForNoFileThatTheMapsDoNotKnow) {
     for (std::size_t entry = 0; entry < files.entries().size(); ++entry) {
       if (!known.contains(entry)) continue;
       ++accounted_for;
-      EXPECT_TRUE(Peer::alreadyInMaps(index, files.entries()[entry].name))
-          << shown(text) << ' ' << files.entries()[entry].name;
+      const std::string name(files.entries()[entry].name);
+      EXPECT_TRUE(Peer::alreadyInMaps(index, name)) << shown(text) << ' ' << name;
     }
   }
   EXPECT_GT(accounted_for, 1000U);

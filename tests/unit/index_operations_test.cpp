@@ -211,12 +211,13 @@ TEST_F(IndexExists, AnswersAsALoadedIndexDoes) {
       "short/00000002\n"
       "k_0000000001/00000002");
   const STGIndex index = Peer::load(folder.path());
-  ASSERT_EQ(Peer::lp(index).size(), 9U);
+  const STGIndex::NameMap entries = Peer::lp(index);
+  ASSERT_EQ(entries.size(), 9U);
   for (const std::string logical :
        {"a.kdb", "b.kdb", "c", "d.txt", "e.txt", "f.kdb", "g", "h", "i", "j", "short", "k"}) {
     for (const long ts : {0L, 1L}) {
-      const auto entry = Peer::lp(index).find(Peer::entryAndTS(logical, ts));
-      const bool known = entry != Peer::lp(index).end();
+      const auto entry = entries.find(Peer::entryAndTS(logical, ts));
+      const bool known = entry != entries.end();
       const std::string name = known ? Peer::pName(entry) : "untouched";
       const bool expected = known && vu_file::exists(folder.path(name));
       EXPECT_EQ(exists(logical, ts), expected) << logical;

@@ -131,7 +131,7 @@ TEST(OsOpen, FindsNothingUnderANameWithANul) {
   EXPECT_EQ(os::probe_search(wide).failure(), os::Failure::kNotFound);
   os::FileStat found;
   EXPECT_EQ(os::stat(path, found).failure(), os::Failure::kNotFound);
-  std::vector<os::Entry> entries;
+  os::Listing entries;
   EXPECT_FALSE(os::list(path + "\\", entries).ok()) << "not the current folder";
   EXPECT_FALSE(os::list(wide, entries).ok());
   EXPECT_TRUE(entries.empty());

@@ -38,7 +38,7 @@ TEST(OsLinuxNames, ForeignNamesAreLeftOutOfListingsAndSearches) {
     ASSERT_GE(made, 0);
     ::close(made);
   }
-  std::vector<os::Entry> entries;
+  os::Listing entries;
   EXPECT_TRUE(succeeds(os::list(scratch.path(""), entries)));
   ASSERT_EQ(entries.size(), 1U);
   EXPECT_EQ(entries[0].name, "plain");
@@ -51,7 +51,7 @@ TEST(OsLinuxNames, AreBytes) {
   const std::string name = "\xFF\xE4 : ";
   { OpenFile file(scratch.path(name), Access::kReadWriteCreate); }
   EXPECT_TRUE(succeeds(os::probe_search(scratch.path(name))));
-  std::vector<os::Entry> entries;
+  os::Listing entries;
   EXPECT_TRUE(succeeds(os::list(scratch.path(""), entries)));
   ASSERT_EQ(entries.size(), 1U);
   EXPECT_EQ(entries[0].name, name);
@@ -118,10 +118,10 @@ TEST_F(OsLinuxLinks, ASearchFindsTheLinkItself) {
 }
 
 TEST_F(OsLinuxLinks, AListingDoesNotSayWhatALinkIs) {
-  std::vector<os::Entry> entries;
+  os::Listing entries;
   EXPECT_TRUE(succeeds(os::list(m_scratch.path(""), entries)));
   int links = 0;
-  for (const os::Entry& entry : entries) links += entry.kind == os::EntryKind::kUnknown ? 1 : 0;
+  for (const os::Entry entry : entries) links += entry.kind == os::EntryKind::kUnknown ? 1 : 0;
   EXPECT_EQ(links, 3);
 }
 

@@ -114,7 +114,7 @@ TEST(OsLongPath, WorksWithThePrefix) {
   EXPECT_FALSE(data.is_directory);
   EXPECT_TRUE(succeeds(os::stat(wide(folder), data)));
   EXPECT_TRUE(data.is_directory);
-  std::vector<os::Entry> entries;
+  os::Listing entries;
   EXPECT_TRUE(succeeds(os::list(wide(folder + "\\"), entries)));
   EXPECT_EQ(entries.size(), 1U);
   EXPECT_TRUE(succeeds(os::copy(wide(path), wide(path + "2"), os::IfExists::kFail)));

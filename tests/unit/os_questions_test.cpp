@@ -26,9 +26,9 @@ bool found(const std::string& path) {
   return is_found;
 }
 
-std::vector<std::string> names_of(const std::vector<os::Entry>& entries) {
+std::vector<std::string> names_of(const os::Listing& entries) {
   std::vector<std::string> names;
-  for (const os::Entry& entry : entries) names.push_back(entry.name);
+  for (const os::Entry entry : entries) names.emplace_back(entry.name);
   std::sort(names.begin(), names.end());
   return names;
 }
@@ -133,10 +133,10 @@ TEST(OsList, GivesNamesAndKindsButNotTheFolderItself) {
   write_file(scratch.path(".hidden"), "");
   for (const bool in_wide : {false, true}) {
     const std::string folder = scratch.path("");
-    std::vector<os::Entry> entries;
+    os::Listing entries;
     EXPECT_TRUE(succeeds(in_wide ? os::list(wide(folder), entries) : os::list(folder, entries)));
     std::map<std::string, EntryKind> kinds;
-    for (const os::Entry& entry : entries) kinds[entry.name] = entry.kind;
+    for (const os::Entry entry : entries) kinds[std::string(entry.name)] = entry.kind;
     EXPECT_EQ(kinds, (std::map<std::string, EntryKind>{{"folder", EntryKind::kFolder},
                                                        {"file", EntryKind::kFile},
                                                        {".hidden", EntryKind::kFile}}));
@@ -147,7 +147,8 @@ TEST(OsList, GivesNamesAndKindsButNotTheFolderItself) {
 TEST(OsList, AppendsToWhatIsThere) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "");
-  std::vector<os::Entry> entries = {{"before", EntryKind::kFolder}};
+  os::Listing entries;
+  entries.append("before", EntryKind::kFolder);
   EXPECT_TRUE(succeeds(os::list(scratch.path(""), entries)));
   ASSERT_EQ(entries.size(), 2U);
   EXPECT_EQ(entries[0].name, "before");
@@ -156,7 +157,7 @@ TEST(OsList, AppendsToWhatIsThere) {
 
 TEST(OsList, AnEmptyFolderHasNothing) {
   const scratch_folder scratch;
-  std::vector<os::Entry> entries;
+  os::Listing entries;
   EXPECT_TRUE(succeeds(os::list(scratch.path(""), entries)));
   EXPECT_TRUE(entries.empty());
 }
@@ -164,7 +165,8 @@ TEST(OsList, AnEmptyFolderHasNothing) {
 TEST(OsList, FailsWithoutAFolderAndLeavesTheEntriesAlone) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "");
-  std::vector<os::Entry> entries = {{"before", EntryKind::kFile}};
+  os::Listing entries;
+  entries.append("before", EntryKind::kFile);
   EXPECT_TRUE(fails(os::list(scratch.path("missing\\"), entries), Failure::kNotFound));
   EXPECT_FALSE(os::list(scratch.path("file\\"), entries).ok());
   EXPECT_EQ(names_of(entries), std::vector<std::string>{"before"});
@@ -174,7 +176,7 @@ TEST(OsList, AWideListingGivesUtf8) {
   const scratch_folder scratch;
   const std::string name = "\xC3\x9C\xE2\x82\xAC\xF0\x9F\x98\x80";
   write_file(scratch.path(name), "");
-  std::vector<os::Entry> entries;
+  os::Listing entries;
   EXPECT_TRUE(succeeds(os::list(wide(scratch.path("")), entries)));
   EXPECT_EQ(names_of(entries), std::vector<std::string>{name});
 }
@@ -186,7 +188,7 @@ TEST(OsList, SeesEveryNameOfALargeFolder) {
     expected.push_back(std::to_string(100'000 + i));
     write_file(scratch.path(expected.back()), "");
   }
-  std::vector<os::Entry> entries;
+  os::Listing entries;
   EXPECT_TRUE(succeeds(os::list(scratch.path(""), entries)));
   EXPECT_EQ(names_of(entries), expected);
 }

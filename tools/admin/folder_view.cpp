@@ -39,20 +39,20 @@ void FolderView::take_text() {
 void FolderView::list() {
   m_names.clear();
   m_table.clear();
-  std::vector<os::Entry> entries;
+  os::Listing entries;
   std::vector<sys::Kind> kinds;
   sys::Folder listing;
   m_status = listing.open(m_folder.path);
   if (m_status.ok()) {
     sys::Entry entry;
     while (listing.next(entry)) {
-      entries.push_back({std::string(entry.name), entry_kind_of(entry.kind)});
+      entries.append(entry.name, entry_kind_of(entry.kind));
       kinds.push_back(entry.kind);
     }
     m_status = listing.status();
   }
   m_files = std::make_unique<FolderFiles>(m_folder.path, std::move(entries));
-  for (const os::Entry& entry : m_files->entries()) {
+  for (const os::Entry entry : m_files->entries()) {
     const auto number = static_cast<std::uint32_t>(m_names.size());
     m_names.push_back({entry.name, kinds[number]});
     m_table.insert(entry.name, number);

@@ -328,9 +328,9 @@ class Probe {
 
 /// Removes a folder and the files in it.
 void remove_trial(const std::string& folder) {
-  std::vector<os::Entry> entries;
+  os::Listing entries;
   if (os::list(sys::join(folder, ""), entries).ok()) {
-    for (const os::Entry& each : entries) (void)os::remove_file(sys::join(folder, each.name));
+    for (const os::Entry each : entries) (void)os::remove_file(sys::join(folder, each.name));
   }
   (void)os::remove_directory(folder);
 }

@@ -95,9 +95,9 @@ os::Status SharedView::stat(const std::string& name, os::FileStat& result) {
 bool SharedView::has(const std::string& name) { return os::probe_search(path(name)).ok(); }
 
 bool SharedView::lists(const std::string& name) {
-  std::vector<os::Entry> entries;
+  os::Listing entries;
   if (!os::list(path(""), entries).ok()) return false;
-  for (const os::Entry& each : entries) {
+  for (const os::Entry each : entries) {
     if (each.name == name) return true;
   }
   return false;
