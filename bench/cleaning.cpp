@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "bench/bare.h"
+#include "bench/floor.h"
 #include "bench/stage.h"
 #include "stg_index.h"
 
@@ -50,33 +51,40 @@ void clean(const std::string& path, unsigned long limit, std::size_t removed, st
 
 std::vector<Contest> cleaning(Stage& stage) {
   std::vector<Contest> contests;
-  const auto add = [&](const char* workload, std::size_t entries, std::function<Jobs()> prepare) {
+  const auto add = [&](const char* workload, std::size_t entries, std::function<Jobs()> prepare,
+                       std::vector<Requirement> requirements) {
     Contest contest;
     contest.workload = workload;
     contest.place = name(kPlace);
     contest.size = std::to_string(entries) + " entries";
     contest.entries = entries;
     contest.prepare = std::move(prepare);
+    contest.requirements = std::move(requirements);
     contests.push_back(std::move(contest));
   };
   for (const std::size_t entries : kSizes) {
-    add("clean, nothing removed", entries, [&stage, entries] {
-      const std::string path = stage.folder(kPlace, entries).path();
-      Jobs jobs;
-      jobs[Who::kLibrary].run = [path, entries] { clean(path, kLongAgo, 0, entries); };
-      return jobs;
-    });
+    add("clean, nothing removed", entries,
+        [&stage, entries] {
+          const std::string path = stage.folder(kPlace, entries).path();
+          Jobs jobs;
+          jobs[Who::kLibrary].run = [path, entries] { clean(path, kLongAgo, 0, entries); };
+          jobs[Who::kFloor].run = [path] { floor_of::clean_nothing(path); };
+          return jobs;
+        },
+        {at_most(1.3, Who::kFloor)});
   }
   const auto supply = std::make_shared<std::unique_ptr<Supply>>();
   for (const std::size_t entries : kSizes) {
-    add("clean, everything removed", entries, [&stage, entries, supply] {
-      if (!*supply) *supply = std::make_unique<Supply>(stage, stage.largest());
-      Jobs jobs;
-      Job& job = jobs[Who::kLibrary];
-      job.run = [entries, supply] { clean((*supply)->next(entries), 0, entries, 0); };
-      job.supply = supply_for(entries);
-      return jobs;
-    });
+    add("clean, everything removed", entries,
+        [&stage, entries, supply] {
+          if (!*supply) *supply = std::make_unique<Supply>(stage, stage.largest());
+          Jobs jobs;
+          Job& job = jobs[Who::kLibrary];
+          job.run = [entries, supply] { clean((*supply)->next(entries), 0, entries, 0); };
+          job.supply = supply_for(entries);
+          return jobs;
+        },
+        {});
   }
   return contests;
 }

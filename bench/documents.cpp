@@ -221,7 +221,7 @@ Contest write_contest(Stage& stage, Place place, std::size_t entries, std::size_
   contest.place = name(place);
   contest.size = std::to_string(entries) + " entries, " + size_text(bytes);
   contest.entries = entries;
-  contest.requirements = {at_most(1.5, Who::kFloor)};
+  contest.requirements = {at_most(1.3, Who::kFloor)};
   if (entries == 10000) contest.requirements.push_back(at_least_faster(8, Who::kLiteral));
   if (entries == 100 && place == Place::kDisk)
     contest.requirements.push_back(at_most(1, Who::kSqlitePerOperation));
@@ -233,50 +233,7 @@ Contest write_contest(Stage& stage, Place place, std::size_t entries, std::size_
 
 // ---- lists -------------------------------------------------------------------------------------
 
-/// As stated: the index with its two maps, the map that is asked for, and the two lists from it.
-std::size_t list_files(const std::string& path, std::vector<std::string>& physical) {
-  if (!bare::is_folder(path)) bare::broken("no folder", path);
-  bare::NameMap out;
-  floor_of::pl_values(path, out, "", floor_of::Maps::kBuilt);
-  std::vector<std::string> logical;
-  logical.reserve(out.size());
-  physical.reserve(out.size());
-  for (const auto& [file, name] : out) {
-    physical.push_back(file);
-    logical.push_back(name);
-  }
-  return logical.size();
-}
-
-/// One listing, one read, and the two lists in the order of the file names.
-std::size_t list_files_without_maps(const std::string& path, std::vector<std::string>& physical) {
-  if (!bare::is_folder(path) || !bare::is_folder(path) || !bare::entry_exists(path + "/index.dat"))
-    bare::broken("no folder", path);
-  const bare::Text text = bare::read_locked(path + "/index.dat");
-  bare::list(path);
-  std::vector<std::pair<std::string, std::string>> found;
-  const std::string_view lines = text.view();
-  for (std::size_t start = 0; start < lines.size();) {
-    const std::size_t separator = lines.find('/', start);
-    const std::size_t end = lines.find('\n', separator);
-    const std::string_view logical = lines.substr(start, separator - start - 11);
-    std::string file(lines.substr(separator + 1, end - separator - 1));
-    file += logical.substr(logical.rfind('.'));
-    found.emplace_back(std::move(file), logical);
-    start = end + 1;
-  }
-  std::sort(found.begin(), found.end());
-  std::vector<std::string> logical;
-  logical.reserve(found.size());
-  physical.reserve(found.size());
-  for (auto& [file, name] : found) {
-    physical.push_back(std::move(file));
-    logical.push_back(std::move(name));
-  }
-  return logical.size();
-}
-
-Jobs file_list_jobs(Stage& stage, std::size_t entries, floor_of::Maps maps) {
+Jobs file_list_jobs(Stage& stage, std::size_t entries) {
   static_cast<void>(StorageRoot::of(stage));
   STGIndex::setSynchronizeMode(true);
   const std::string path = stage.folder(Place::kDisk, entries).path();
@@ -288,10 +245,12 @@ Jobs file_list_jobs(Stage& stage, std::size_t entries, floor_of::Maps maps) {
     std::vector<std::string> physical;
     expect_all(vu_storage::getFileListFromIndexFile(path, physical, nullptr).size());
   };
-  jobs[Who::kFloor].run = [path, expect_all, maps] {
+  jobs[Who::kFloor].run = [path, expect_all] {
+    if (!bare::is_folder(path)) bare::broken("no folder", path);
+    std::vector<std::string> logical;
     std::vector<std::string> physical;
-    expect_all(maps == floor_of::Maps::kBuilt ? list_files(path, physical)
-                                              : list_files_without_maps(path, physical));
+    floor_of::file_list(path, logical, physical);
+    expect_all(logical.size());
   };
   jobs[Who::kLiteral].run = [path, expect_all] {
     literal::NameMap out;
@@ -318,7 +277,7 @@ std::vector<Contest> documents(Stage& stage) {
     contest.place = name(Place::kDisk);
     contest.size = "100 entries, " + size_text(bytes);
     contest.entries = kBucketEntries;
-    contest.requirements = {at_most(1.5, Who::kFloor)};
+    contest.requirements = {at_most(1.3, Who::kFloor)};
     contest.prepare = [&stage, bytes] { return read_jobs(stage, bytes); };
     contests.push_back(std::move(contest));
   }
@@ -335,17 +294,14 @@ std::vector<Contest> documents(Stage& stage) {
         }
       }
     }
-    for (const floor_of::Maps maps : {floor_of::Maps::kBuilt, floor_of::Maps::kLeftOut}) {
-      Contest contest;
-      contest.workload = "getFileListFromIndexFile";
-      if (maps == floor_of::Maps::kLeftOut) contest.workload += ", beside no maps";
-      contest.place = name(Place::kDisk);
-      contest.size = std::to_string(entries) + " entries";
-      contest.entries = entries;
-      if (maps == floor_of::Maps::kBuilt) contest.requirements = {at_most(1.5, Who::kFloor)};
-      contest.prepare = [&stage, entries, maps] { return file_list_jobs(stage, entries, maps); };
-      contests.push_back(std::move(contest));
-    }
+    Contest contest;
+    contest.workload = "getFileListFromIndexFile";
+    contest.place = name(Place::kDisk);
+    contest.size = std::to_string(entries) + " entries";
+    contest.entries = entries;
+    contest.requirements = {at_most(1.3, Who::kFloor)};
+    contest.prepare = [&stage, entries] { return file_list_jobs(stage, entries); };
+    contests.push_back(std::move(contest));
   }
   return contests;
 }

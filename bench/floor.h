@@ -2,37 +2,50 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "bench/bare.h"
 
 /// @file
-/// The floors: for each operation the calls that its stated behaviour asks for, in their order, as
-/// bare system calls, and the work on the text that no way of doing it can leave out.
+/// The floors: for each operation what no way of doing it can leave out, and nothing twice, as bare
+/// system calls and loops over the text.
 ///
-/// What the behaviour asks for: the existence tests of its steps; "index.dat" opened, locked, asked
-/// for its size, read and closed; one listing of the folder where lines are judged (load and save:
-/// each has one of its own moment); for a loaded index its two maps, built once, from lines taken
-/// as valid; a save that a kill or a full disk at any moment cannot harm: space reserved, what
-/// changed written behind the old text first and then in place, the file cut, flushed; the counter
-/// and a new document's file flushed, too.
+/// What cannot be left out: the existence tests of the stated steps; "index.dat" opened, locked,
+/// asked for its size, read and closed; one listing of the folder where all lines are judged, with
+/// a flat table of its names; for a question about one name a search of the text, and that name's
+/// file; the lock taken exclusively and the text read again before it is changed; a save that
+/// neither a kill nor a power failure at any moment can harm (what changed is written and flushed
+/// behind the old text, then in place, with the lines at page edges taken out before and put in
+/// after, and flushed; the file is cut). The counter and the file of a new document are flushed,
+/// too. Maps are built where a map is the result, and nowhere else; their names are sorted first,
+/// since that is quicker than to search the tree for each.
 namespace floor_of {
+
+/// Whether files that no line names are looked for.
+enum class Adoption { kOff, kOn };
 
 bool exists(const std::string& folder, const std::string& logical, long timestamp,
             std::string& physical);
+bool last_version(const std::string& folder, const std::string& logical, long& timestamp,
+                  Adoption adoption);
+
+/// Which way a list leads.
+enum class List { kByPhysicalName, kByLogicalName };
+/// @param extensions those that are listed, one behind the other, or "" for all.
+void list(const std::string& folder, bare::NameMap& out, std::string_view extensions, List way);
+
+/// The logical and the physical names of all entries, in the order of the physical ones.
+void file_list(const std::string& folder, std::vector<std::string>& logical,
+               std::vector<std::string>& physical);
+
 std::string create(const std::string& folder, const std::string& logical, long timestamp);
 void remove(const std::string& folder, const std::string& logical, long timestamp);
 void rename(const std::string& folder, const std::string& old_logical, long old_timestamp,
             const std::string& new_logical, long new_timestamp);
 void update(const std::string& folder);
-/// With the two maps of the loaded index, as each of the stated steps has them, or without, which
-/// is less than what is stated: a question need not build what it does not ask.
-enum class Maps { kBuilt, kLeftOut };
-/// Finds the name in the text.
-bool last_version(const std::string& folder, const std::string& logical, long& timestamp,
-                  Maps maps);
-/// Builds the map that is asked for; @p extensions as in the literal way.
-void pl_values(const std::string& folder, bare::NameMap& out, std::string_view extensions,
-               Maps maps);
+
+/// Asks for the age of each entry's file, removes none.
+void clean_nothing(const std::string& folder);
 
 /// Opens, locks, reads by its size and closes.
 void read_document(const std::string& path, std::string& out);

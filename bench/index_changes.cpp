@@ -176,7 +176,7 @@ Contest change_contest(const std::string& workload, Place place, std::size_t ent
   contest.place = name(place);
   contest.size = std::to_string(entries) + " entries";
   contest.entries = entries;
-  contest.requirements = {at_most(1.5, Who::kFloor)};
+  contest.requirements = {at_most(1.3, Who::kFloor)};
   if (entries == 10000) contest.requirements.push_back(at_least_faster(8, Who::kLiteral));
   contest.prepare = std::move(prepare);
   return contest;

@@ -118,7 +118,7 @@ Job latest_job(const Folder& folder, std::function<long(const std::string&)> ask
           {}};
 }
 
-Jobs latest_jobs(Stage& stage, std::size_t entries, Synchronize synchronize, floor_of::Maps maps) {
+Jobs latest_jobs(Stage& stage, std::size_t entries, Synchronize synchronize) {
   set_switch(synchronize);
   const Folder& folder = stage.folder(kPlace, entries);
   const std::string path = folder.path();
@@ -132,9 +132,11 @@ Jobs latest_jobs(Stage& stage, std::size_t entries, Synchronize synchronize, flo
     STGIndex::lastVersion(path, logical, latest);
     return latest;
   });
-  jobs[Who::kFloor] = latest_job(folder, [path, maps](const std::string& logical) {
+  const auto adoption =
+      synchronize == Synchronize::kOn ? floor_of::Adoption::kOn : floor_of::Adoption::kOff;
+  jobs[Who::kFloor] = latest_job(folder, [path, adoption](const std::string& logical) {
     long latest = 0;
-    floor_of::last_version(path, logical, latest, maps);
+    floor_of::last_version(path, logical, latest, adoption);
     return latest;
   });
   jobs[Who::kLiteral] = latest_job(folder, [path, synchronize](const std::string& logical) {
@@ -163,7 +165,7 @@ Job list_job(const Folder& folder, List list) {
 constexpr const char* kDocumentExtensions = ".kda.kdb.kdc.kdd.kde.kdf.kdg";
 
 Jobs list_jobs(Stage& stage, std::size_t entries, const List& library, const char* extensions,
-               floor_of::Maps maps) {
+               floor_of::List way) {
   set_switch(Synchronize::kOn);
   const Folder& folder = stage.folder(kPlace, entries);
   const std::string path = folder.path();
@@ -182,11 +184,12 @@ Jobs list_jobs(Stage& stage, std::size_t entries, const List& library, const cha
   };
   Jobs jobs;
   jobs[Who::kLibrary] = list_job(folder, library);
-  jobs[Who::kFloor] = list_job(folder, [path, extensions, maps] {
+  jobs[Who::kFloor] = list_job(folder, [path, extensions, way] {
     bare::NameMap out;
-    floor_of::pl_values(path, out, extensions, maps);
+    floor_of::list(path, out, extensions, way);
     return out.size();
   });
+  if (way == floor_of::List::kByLogicalName) return jobs;
   jobs[Who::kLiteral] = list_job(folder, [path, extensions] {
     bare::NameMap out;
     literal::pl_values(path, out, extensions, Synchronize::kOn);
@@ -207,19 +210,13 @@ Jobs list_jobs(Stage& stage, std::size_t entries, const List& library, const cha
   return jobs;
 }
 
-/// Beside the stated floor, which has a requirement, or beside a leaner one for comparison.
-Contest question_contest(std::string workload, std::size_t entries, floor_of::Maps maps,
-                         std::function<Jobs()> prepare) {
+Contest question_contest(std::string workload, std::size_t entries, std::function<Jobs()> prepare) {
   Contest contest;
   contest.workload = std::move(workload);
   contest.place = name(kPlace);
   contest.size = std::to_string(entries) + " entries";
   contest.entries = entries;
-  if (maps == floor_of::Maps::kBuilt) {
-    contest.requirements = {at_most(1.5, Who::kFloor)};
-  } else {
-    contest.workload += ", beside no maps";
-  }
+  contest.requirements = {at_most(1.3, Who::kFloor)};
   contest.prepare = std::move(prepare);
   return contest;
 }
@@ -227,33 +224,29 @@ Contest question_contest(std::string workload, std::size_t entries, floor_of::Ma
 void add_latest(std::vector<Contest>& contests, Stage& stage, std::size_t entries) {
   for (const Synchronize synchronize : {Synchronize::kOff, Synchronize::kOn}) {
     const bool on = synchronize == Synchronize::kOn;
-    for (const floor_of::Maps maps : {floor_of::Maps::kBuilt, floor_of::Maps::kLeftOut}) {
-      contests.push_back(question_contest(on ? "lastVersion, switch on" : "lastVersion, switch off",
-                                          entries, maps, [&stage, entries, synchronize, maps] {
-                                            return latest_jobs(stage, entries, synchronize, maps);
-                                          }));
-    }
+    contests.push_back(question_contest(
+        on ? "lastVersion, switch on" : "lastVersion, switch off", entries,
+        [&stage, entries, synchronize] { return latest_jobs(stage, entries, synchronize); }));
   }
 }
 
 using ListOperation = void (*)(const std::string& folder, STGIndex::NameMap& out);
 
 void add_list(std::vector<Contest>& contests, Stage& stage, std::size_t entries,
-              const char* workload, ListOperation operation, const char* extensions) {
-  for (const floor_of::Maps maps : {floor_of::Maps::kBuilt, floor_of::Maps::kLeftOut}) {
-    contests.push_back(
-        question_contest(workload, entries, maps, [&stage, entries, operation, extensions, maps] {
-          const std::string path = stage.folder(kPlace, entries).path();
-          return list_jobs(
-              stage, entries,
-              [path, operation] {
-                STGIndex::NameMap out;
-                operation(path, out);
-                return out.size();
-              },
-              extensions, maps);
-        }));
-  }
+              const char* workload, ListOperation operation, const char* extensions,
+              floor_of::List way) {
+  contests.push_back(
+      question_contest(workload, entries, [&stage, entries, operation, extensions, way] {
+        const std::string path = stage.folder(kPlace, entries).path();
+        return list_jobs(
+            stage, entries,
+            [path, operation] {
+              STGIndex::NameMap out;
+              operation(path, out);
+              return out.size();
+            },
+            extensions, way);
+      }));
 }
 
 }  // namespace
@@ -264,8 +257,12 @@ std::vector<Contest> index_questions(Stage& stage) {
     contests.push_back(exists_contest(stage, entries, Sought::kHit));
     contests.push_back(exists_contest(stage, entries, Sought::kMiss));
     add_latest(contests, stage, entries);
-    add_list(contests, stage, entries, "plValues", &STGIndex::plValues, "");
-    add_list(contests, stage, entries, "getVUDocs", &STGIndex::getVUDocs, kDocumentExtensions);
+    constexpr auto kPhysical = floor_of::List::kByPhysicalName;
+    constexpr auto kLogical = floor_of::List::kByLogicalName;
+    add_list(contests, stage, entries, "plValues", &STGIndex::plValues, "", kPhysical);
+    add_list(contests, stage, entries, "getVUDocs", &STGIndex::getVUDocs, kDocumentExtensions,
+             kPhysical);
+    add_list(contests, stage, entries, "lpValues", &STGIndex::lpValues, "", kLogical);
   }
   return contests;
 }

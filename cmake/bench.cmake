@@ -23,7 +23,7 @@ vu_program(storage_bench)
 target_include_directories(storage_bench PRIVATE ${PROJECT_SOURCE_DIR})
 target_include_directories(storage_bench SYSTEM PRIVATE ${VU_LMDB_INCLUDE})
 target_link_libraries(storage_bench PRIVATE vu_storage::vu_storage benchmark::benchmark
-  SQLite::SQLite3 nlohmann_json::nlohmann_json ${VU_LMDB_LIBRARY})
+  SQLite::SQLite3 nlohmann_json::nlohmann_json vu_xxhash ${VU_LMDB_LIBRARY})
 
 # Trees of up to a million documents.
 add_executable(storage_growth ${VU_BENCH_GROWTH_SOURCES} bench/bare.cpp bench/folder.cpp)

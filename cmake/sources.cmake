@@ -330,6 +330,7 @@ set(VU_BENCH_SOURCES
   bench/index_changes.cpp
   bench/index_questions.cpp
   bench/key_files.cpp
+  bench/listed.cpp
   bench/literal.cpp
   bench/stage.cpp
   bench/storage_root.cpp
