@@ -312,7 +312,8 @@ TEST_F(ClientRepairKeeps, NamesThatADamagedTextStillTellsComeBack) {
   for (const std::string& damaged : {with_cr_lf(), glued, zeros}) {
     write_file(m_index, damaged);
     ASSERT_EQ(on_tree({"repair", "--plan", plan(), "--yes"}).code, 0);
-    for (const Json& repair : Json::parse(read_file(plan())).at("repairs"))
+    const Json planned = Json::parse(read_file(plan()));
+    for (const Json& repair : planned.at("repairs"))
       EXPECT_EQ(repair.at("repair"), "restore-lines") << repair;
     const outcome applied = on_tree({"repair", "--apply", plan(), "--yes"});
     EXPECT_EQ(applied.code, 0) << applied.err << applied.out;
