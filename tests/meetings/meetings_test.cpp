@@ -148,6 +148,15 @@ TEST(MeetingsLayer, ReadsTheTextOfASchedule) {
     EXPECT_EQ(in_text(schedule_from(text)), text);
 }
 
+TEST(MeetingsRaces, AreStoriesOfThePage) {
+  const std::string page = read_file(VU_TEST_DOCS "/concurrency.md");
+  for (const Race& each : accepted_races()) {
+    const bool is_told = page.find("\n### " + each.story + "\n") != std::string::npos ||
+                         page.find("\n## " + each.story + "\n") != std::string::npos;
+    EXPECT_TRUE(is_told) << each.name << ": " << each.story;
+  }
+}
+
 // ---- meetings -----------------------------------------------------------------------------------
 
 std::string told(const Explored& explored) {
