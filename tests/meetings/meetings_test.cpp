@@ -179,11 +179,14 @@ class Meetings : public testing::Test {
 };
 
 TEST_F(Meetings, EndAsTheyDoWithoutTheReduction) {
-  for (const char* const text :
-       {"exists + remove, same, tidy, off", "read + write, same, tidy, off",
-        "create + exists, same-new, tidy, off", "names + update, same, stray, on"}) {
-    const Explored reduced = explore(text);
-    const Explored all = explore(text, {.reduction = Reduction::kOff});
+  for (const auto& [text, preemptions] :
+       std::vector<std::pair<const char*, int>>{{"exists + remove, same, tidy, off", 2},
+                                                {"names + update, same, tidy, off", 2},
+                                                {"read + write, same, tidy, off", 1},
+                                                {"remove + write, same, tidy, off", 1},
+                                                {"create + names, same-new, tidy, on", 1}}) {
+    const Explored reduced = explore(text, {.preemptions = preemptions});
+    const Explored all = explore(text, {.preemptions = preemptions, .reduction = Reduction::kOff});
     EXPECT_EQ(reduced.ends, all.ends) << text;
     EXPECT_LT(reduced.schedules, all.schedules) << text;
   }
@@ -202,6 +205,28 @@ TEST_F(Meetings, OfTwoThatCreateDifferentEntriesKeepBoth) {
 TEST_F(Meetings, OfTwoThatCreateOneEntryLeaveOneLine) {
   const Explored explored = explore("create + create, same-new, tidy, off");
   EXPECT_GT(explored.races.count("same-entry"), 0U);
+}
+
+TEST_F(Meetings, OfASelectionEndAsTheyMay) {
+  for (const char* const text :
+       {"create + create, same-new, tidy, on",  "create + remove, same, tidy, off",
+        "create + clean, same-new, tidy, off",  "create + exists, same-new, no-index, off",
+        "remove + remove, same, stray, off",    "remove + rename, same, tidy, off",
+        "remove + read, same, tidy, off",       "remove + write, same, tidy, off",
+        "rename + rename, same, tidy, off",     "rename + write, same, tidy, off",
+        "rename-onto + read, other, tidy, off", "rename-onto + rename-onto, other, tidy, off",
+        "names + names, same, no-index, on",    "update + clean, same, stray, off",
+        "read + write, same-new, tidy, off",    "write + write, same, tidy, off",
+        "copy-in + read, same, tidy, off",      "save-keys + load-keys, same, tidy, off",
+        "create + put, other-new, tidy, off",   "write-part + read-part, same, tidy, off"})
+    explore(text, {.preemptions = 1});
+}
+
+TEST_F(Meetings, OfWhichOneIsKilledEndAsTheyMay) {
+  for (const char* const text :
+       {"create + create, other-new, tidy, off", "rename + names, same, tidy, off",
+        "remove + create, same, tidy, off"})
+    explore(text, {.preemptions = 1, .deaths = Deaths::kOne});
 }
 
 // The entry is there all the time: before the rename, and behind it.

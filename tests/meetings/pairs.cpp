@@ -48,6 +48,8 @@ bool is_worth(const MeetingOperation& a, const MeetingOperation& b, Names names,
   const bool about_one = a.is_about_entry || b.is_about_entry;
   const bool changes = a.deeds != kAsks && b.deeds != kAsks;
   const bool makes = a.does(kMakes) || b.does(kMakes);
+  // Names that were saved belong to an index.
+  if (ground == Ground::kNoIndex && (a.name == "restore" || b.name == "restore")) return false;
   switch (names) {
     case Names::kSame:
       return true;

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <set>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -91,6 +92,16 @@ bool is_adopted(const std::string& text) { return has(text, "00000"); }
 
 // ---- the stories --------------------------------------------------------------------------------
 
+/// Whether a file that lies in the folder becomes one of these entries by itself.
+bool adopts_one_of(const Scene& s, const std::set<std::string>& entries) {
+  if (!s.gathering.synchronize) return false;
+  return std::any_of(entries.begin(), entries.end(), [&](const std::string& entry) {
+    return std::any_of(s.before.begin(), s.before.end(), [&](const auto& fact) {
+      return has(fact.first, ": loose " + entry + " '");
+    });
+  });
+}
+
 /// Two that make one entry, each from its own look at the index.
 bool same_entry(const Scene& s, const Difference& d) {
   std::set<std::string> made;
@@ -103,6 +114,7 @@ bool same_entry(const Scene& s, const Difference& d) {
       if (is_entry(d, entry) && (lies_loose(s, d.wanted) || d.found.empty())) return true;
     }
   }
+  is_shared = is_shared || adopts_one_of(s, made);
   if (!is_shared) return false;
   return is_loose_too_many(d) || (s.does(d.answer_of, kMakes) && d.found != "no");
 }
@@ -115,7 +127,9 @@ bool read_before_written(const Scene& s, const Difference& d) {
 /// An entry under its file's own name, of a file whose line was not written yet.
 bool adopted_too_early(const Scene& s, const Difference& d) {
   if (!s.gathering.synchronize) return false;
-  if (d.answer_of >= 0) return is_adopted(d.found) || s.some_order_gives(d);
+  // What is adopted can be cleaned away, and counts.
+  const bool counts = s.does(d.answer_of, kCleans) && s.any_does(kMakes | kRenames);
+  if (d.answer_of >= 0) return counts || is_adopted(d.found) || s.some_order_gives(d);
   const std::size_t colon = d.what.find(": ");
   return has(d.what, ": two entries, one file") ||
          (colon != std::string::npos && is_adopted(d.what.substr(colon)));
@@ -143,6 +157,19 @@ bool renamed_beside_clean(const Scene& s, const Difference& d) {
 bool line_without_file(const Scene& s, const Difference& d) {
   return s.is(d.answer_of, "repair") && s.any_does(kRemoves | kRenames | kCleans) &&
          d.found == "repaired";
+}
+
+/// One file goes after the other: a list names those that are left.
+bool cleaned_bit_by_bit(const Scene& s, const Difference& d) {
+  if (!s.any_does(kCleans) || d.answer_of < 0 || s.does(d.answer_of, kCleans)) return false;
+  std::istringstream names(d.found);
+  for (std::string each; names >> each;) {
+    const bool is_known = std::any_of(s.orders.begin(), s.orders.end(), [&](const Outcome& order) {
+      return has(order.answers[static_cast<std::size_t>(d.answer_of)], each + " ");
+    });
+    if (!is_known) return false;
+  }
+  return true;
 }
 
 /// The index that somebody is just making has no bytes yet: the client takes it for a damaged one.
@@ -201,7 +228,7 @@ const std::vector<Race>& accepted_races() {
       {"same-entry", "2. Two create the same entry: one line, one file too many", same_entry},
       {"read-before-written", "10. A document is created and read at once: an empty one is read",
        read_before_written},
-      {"adopted-too-early", "16. A file is adopted too early: two entries, one file",
+      {"adopted-too-early", "17. A file is adopted too early: two entries, one file",
        adopted_too_early},
       {"removed-beside-writer",
        "8. An entry is removed beside a writer: what is written is in no line",
@@ -211,13 +238,15 @@ const std::vector<Race>& accepted_races() {
       {"renamed-beside-clean", "6. A clean beside a rename: what gets another name stays",
        renamed_beside_clean},
       {"line-without-file", "13. A line stands without its file for a moment", line_without_file},
-      {"first-index", "14. The first index of a folder has no bytes for a moment",
+      {"cleaned-bit-by-bit",
+       "14. A clean takes one file after the other: a list names what is left", cleaned_bit_by_bit},
+      {"first-index", "15. The first index of a folder has no bytes for a moment",
        first_index_of_no_bytes},
       {"gone-while-read", "9. A document goes while it is read: nothing is read", gone_while_read},
       {"copy-meets-lock", "11. A copy meets a lock: it fails", copy_meets_lock},
       {"two-renames", "5. Two rename one entry: both new names stay", two_renames},
       {"two-cuts", "12. Two cut lines of one category file: one line comes back", two_cuts},
-      {"owner-goes", "15. An owner's folder goes under an operation", owner_goes},
+      {"owner-goes", "16. An owner's folder goes under an operation", owner_goes},
       {"killed", "A process that dies", killed},
   };
   return races;
