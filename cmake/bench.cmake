@@ -37,6 +37,12 @@ vu_program(storage_operations)
 target_include_directories(storage_operations PRIVATE ${PROJECT_SOURCE_DIR})
 target_link_libraries(storage_operations PRIVATE vu_storage::vu_storage)
 
+# Several processes in one folder.
+add_executable(storage_crowd ${VU_BENCH_CROWD_SOURCES} bench/bare.cpp bench/folder.cpp)
+vu_program(storage_crowd)
+target_include_directories(storage_crowd PRIVATE ${PROJECT_SOURCE_DIR})
+target_link_libraries(storage_crowd PRIVATE vu_storage::vu_storage)
+
 # Looks inside: the macros that the library traces with.
 add_executable(trace_cost ${VU_BENCH_TRACE_SOURCES} platform/host/trace.cpp)
 vu_program(trace_cost)

@@ -337,6 +337,8 @@ set(VU_BENCH_SOURCES
   bench/table.cpp)
 set(VU_BENCH_OPERATIONS_SOURCES
   bench/operations.cpp)
+set(VU_BENCH_CROWD_SOURCES
+  bench/crowd.cpp)
 set(VU_BENCH_TRACE_SOURCES
   bench/inside/trace_cost.cpp)
 set(VU_BENCH_PLAIN_SOURCES

@@ -170,6 +170,38 @@ IndexReading::IndexReading(std::string_view index_text, FolderFiles& files) : te
   }
 }
 
+IndexReading::IndexReading(std::string_view index_text, FolderFiles& files,
+                           const IndexReading& before, const std::set<std::size_t>& changed)
+    : text(index_text) {
+  lines.reserve(before.lines.size() + before.lines.size() / 8);
+  std::vector<std::size_t> doubtful;
+  auto earlier = before.lines.begin();
+  const auto was_valid = [&](const IndexLine& line) {
+    // Both texts are in order, or hardly out of it.
+    while (earlier != before.lines.end() && earlier->key < line.key) ++earlier;
+    return earlier != before.lines.end() && earlier->key == line.key &&
+           earlier->stored == line.stored && earlier->entry != FolderFiles::kNone &&
+           !changed.contains(earlier->entry);
+  };
+  index_format::Lines all(text);
+  index_format::Line parsed;
+  while (all.next(parsed)) {
+    any_runs_on = any_runs_on || parsed.runs_on;
+    if (any_runs_on) return;
+    if (!is_key(parsed.key)) continue;
+    lines.push_back({parsed.key, parsed.stored, LineState::kValid});
+    if (!was_valid(lines.back())) doubtful.push_back(lines.size() - 1);
+  }
+  // A few questions cost less than the listing of a large folder.
+  is_listed = doubtful.size() > 8 + lines.size() / 8;
+  for (const std::size_t i : doubtful) {
+    IndexLine& line = lines[i];
+    line.state = is_listed ? state_by_listing(line.key, line.stored, files)
+                           : state_by_probing(line.key, line.stored, files);
+  }
+  for (const IndexLine& line : lines) count(line);
+}
+
 inline void IndexReading::count(const IndexLine& line) {
   if (line.state == LineState::kValid) {
     ascending = ascending && (m_last_key.data() == nullptr || m_last_key < line.key);

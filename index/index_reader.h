@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -101,6 +102,14 @@ LineState state_by_probing(std::string_view key, std::string_view stored, Folder
 struct IndexReading {
   /// Reads a text in its folder. The text must outlive this object.
   IndexReading(std::string_view index_text, FolderFiles& files);
+  /// Reads a text of which most lines stood in an earlier one, too: a line that was valid then is
+  /// valid still. The other ones are judged as the folder is now, and so are those whose files the
+  /// listing of that time does not show.
+  /// @param before in ascending order, without lines that run on. Where this text has such a line,
+  /// the reading ends, and any_runs_on says so.
+  /// @param changed files of the listing of that time whose lines are judged again.
+  IndexReading(std::string_view index_text, FolderFiles& files, const IndexReading& before,
+               const std::set<std::size_t>& changed);
   IndexReading(const IndexReading&) = delete;
   IndexReading& operator=(const IndexReading&) = delete;
 
@@ -110,6 +119,7 @@ struct IndexReading {
   bool any_runs_on = false;      ///< some line does, be it an entry or none
   std::size_t missing = 0;       ///< so many lines are
   std::size_t unknown = 0;
+  bool is_listed = true;  ///< lines were judged by a listing, and not each by itself
 
  private:
   std::size_t read_plain_lines(FolderFiles& files);

@@ -169,12 +169,21 @@ class IndexSave {
       merge_what_was_dropped(*loaded);
       return;
     }
-    m_on_disk.emplace(text, m_files);
+    read_what_is_on_disk(text, loaded);
     if (m_on_disk->unknown != 0) report_unknown_lines(*m_on_disk, m_state.folder());
-    m_is_listed = !m_on_disk->lines.empty();
+    m_is_listed = m_on_disk->is_listed && !m_on_disk->lines.empty();
     take_out_what_leads_to_files_to_remove();
     const EntriesByKey on_disk(*m_on_disk);
     for (const IndexLine* line : new_lines(on_disk.get())) merge_entry(*line);
+  }
+
+  /// Others wait for the lock meanwhile: what the loading has judged is not judged once more.
+  void read_what_is_on_disk(std::string_view text, const IndexReading* loaded) {
+    if (loaded != nullptr && loaded->ascending && !loaded->any_runs_on) {
+      m_on_disk.emplace(text, m_files, *loaded, m_state.m_changed);
+      if (!m_on_disk->any_runs_on) return;
+    }
+    m_on_disk.emplace(text, m_files);
   }
 
   /// The entries that are not in memory as they are on disk. Those in memory that are not on disk

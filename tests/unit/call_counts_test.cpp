@@ -230,6 +230,19 @@ TEST_F(CallCounts, OfAnIndexOperationAreNotMoreWithoutSynchronisation) {
   }
 }
 
+TEST_F(CallCounts, OfAQuestionForOneNameListNoFolderWithoutSynchronisation) {
+  const synchronisation off{false};
+  std::size_t questions = 0;
+  for (const Operation& operation : index_operations()) {
+    if (!operation.name.starts_with("`exists`") && operation.name != "`lastVersion`") continue;
+    ++questions;
+    const Calls calls = count(operation, kMany);
+    EXPECT_FALSE(calls.contains("list")) << operation.name << ": " << text_of(calls);
+    EXPECT_EQ(text_of(calls), text_of(count(operation, kFew))) << operation.name;
+  }
+  EXPECT_GE(questions, 3U);
+}
+
 TEST_F(CallCounts, OfCleaningAreDocumentedAsAFixedPartAndOnePerEntry) {
   for (const Operation& operation : operations_on_every_entry()) {
     const Calls few = count(operation, kFew);

@@ -306,11 +306,11 @@ TEST_F(IndexSaving, KeepsBothLinesOfAKeyWhereNobodyKnowsWhetherMineStillCounts) 
   folder.set_index("a_0000000001/00000001\n");
   {
     STGIndex index = Peer::load(folder.path());
-    // Somebody removes the entry and makes it anew; then the system does not tell.
+    // Somebody removes the entry and makes it anew; then the system does not tell of the old one.
     folder.erase("00000001");
     folder.set_index("a_0000000001/00000002\n");
     Peer::set_need_update(index);
-    const auto fault = os::faults::fail(Call::probe_search, kRefused, 1, Times::kLasting);
+    const auto fault = os::faults::fail(Call::probe_search, kRefused, 2, Times::kLasting);
     Peer::saveIndexFile(index);
     Peer::clear_need_update(index);
     EXPECT_GE(fault.hits(), 1U);
@@ -907,7 +907,47 @@ TEST_F(IndexSaving, BringsBackARemovedEntryWhoseFileStays) {
   }
 }
 
-enum class Since { kNothing, kRemoval, kForeignEntry };
+TEST_F(IndexSaving, JudgesWhatItHasRemovedAlsoBesideANewEntryOfSomebodyElse) {
+  folder.write("00000001.kdb");
+  folder.write("00000002.kdb");
+  const std::string text = "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\n";
+  folder.set_index(text);
+  {
+    STGIndex index = Peer::load(folder.path());
+    Peer::_remove(index, "a.kdb", 1);
+    folder.write("foreign");
+    folder.set_index(text + "foreign_0000000001/foreign\n");
+    const recording_sink sink;
+    Peer::saveIndexFile(index);
+    Peer::clear_need_update(index);
+    const Texts traces = index_traces(sink);
+    const auto told = [&](const std::string& line) {
+      return std::count(traces.begin(), traces.end(), "M:  add in my maps " + line);
+    };
+    EXPECT_EQ(told("foreign_0000000001/foreign"), 1);
+    EXPECT_EQ(told("a.kdb_0000000001/00000001"), 0) << "its file is gone";
+  }
+  EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000002\nforeign_0000000001/foreign\n");
+}
+
+TEST_F(IndexSaving, JudgesAgainWhatNoListingShowsWhenSomebodyElseHasSaved) {
+  make_folder(folder.path("sub"));
+  folder.write("sub\\one");
+  folder.write("sub\\two");
+  const std::string text = "a_0000000001/sub\\one\nb_0000000001/sub\\two\n";
+  folder.set_index(text);
+  {
+    STGIndex index = Peer::load(folder.path());
+    ASSERT_EQ(Peer::lp(index).size(), 2U);
+    Peer::set_need_update(index);
+    folder.erase("sub\\one");
+    folder.write("foreign");
+    folder.set_index(text + "foreign_0000000001/foreign\n");
+  }
+  EXPECT_EQ(folder.index(), "b_0000000001/sub\\two\nforeign_0000000001/foreign\n");
+}
+
+enum class Since { kNothing, kRemoval, kForeignEntry, kManyForeignEntries };
 
 /// @param since what happened between the loading and the saving.
 std::uint64_t calls_to_save(int entries, Since since) {
@@ -923,23 +963,30 @@ std::uint64_t calls_to_save(int entries, Since since) {
     STGIndex index = Peer::load(folder.path());
     Peer::set_need_update(index);
     if (since == Since::kRemoval) Peer::_remove(index, "doc10000001.kdb", 1);
-    if (since == Since::kForeignEntry) {
-      folder.write("foreign");
-      text += "foreign_0000000001/foreign\n";
-      folder.set_index(text);
+    const int foreign = since == Since::kForeignEntry         ? 1
+                        : since == Since::kManyForeignEntries ? 40
+                                                              : 0;
+    for (int i = 10; i < 10 + foreign; ++i) {
+      const std::string name = "foreign" + std::to_string(i);
+      folder.write(name);
+      text += name + "_0000000001/" + name + "\n";
     }
+    if (foreign != 0) folder.set_index(text);
     os::faults::reset();
   }
   EXPECT_EQ(folder.index(), since == Since::kRemoval ? text.substr(text.find('\n') + 1) : text);
-  // The loading has judged the lines, unless somebody else has saved since.
-  EXPECT_EQ(os::faults::calls(Call::list), since == Since::kForeignEntry ? 1U : 0U);
-  // For the file that was removed.
-  EXPECT_EQ(os::faults::calls(Call::probe_search), since == Since::kRemoval ? 2U : 0U);
+  // The loading has judged the lines that stand there still. Of a few others the files are asked
+  // for, of many the folder is listed.
+  EXPECT_EQ(os::faults::calls(Call::list), since == Since::kManyForeignEntries ? 1U : 0U);
+  EXPECT_EQ(os::faults::calls(Call::probe_search), since == Since::kRemoval        ? 2U
+                                                   : since == Since::kForeignEntry ? 1U
+                                                                                   : 0U);
   return os::faults::calls(Call::any);
 }
 
-TEST_F(IndexSaving, ListsTheFolderOncePerStepAndAsksForNoFileByItself) {
-  for (const Since since : {Since::kNothing, Since::kRemoval, Since::kForeignEntry}) {
+TEST_F(IndexSaving, AsksForAsManyFilesInALargeFolderAsInASmallOne) {
+  for (const Since since :
+       {Since::kNothing, Since::kRemoval, Since::kForeignEntry, Since::kManyForeignEntries}) {
     EXPECT_EQ(calls_to_save(5, since), calls_to_save(60, since));
   }
 }
@@ -1057,7 +1104,7 @@ TEST_F(IndexSaving, LetsExceptionsOfMergingOut) {
   {
     const auto hook = os::faults::before(
         Call::open, [&] { folder.set_index("a_0000000001/00000001\nb_0000000001/00000001\n"); }, 2);
-    const auto fault = os::faults::throw_from(Call::list, std::runtime_error("merge"), 2);
+    const auto fault = os::faults::throw_from(Call::probe_search, std::runtime_error("merge"), 2);
     EXPECT_THROW(rewrite(), std::runtime_error);
     EXPECT_EQ(fault.hits(), 1U);
   }
