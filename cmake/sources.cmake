@@ -370,6 +370,7 @@ set(VU_ADMIN_SOURCES
   tools/admin/name_store.cpp
   tools/admin/name_store_format.cpp
   tools/admin/new_versions.cpp
+  tools/admin/old_versions.cpp
   tools/admin/parts.cpp
   tools/admin/portable_name.cpp
   tools/admin/repair_text.cpp
@@ -409,6 +410,7 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/command_line.cpp
   tools/stgctl/commands.cpp
   tools/stgctl/compare_command.cpp
+  tools/stgctl/complete_command.cpp
   tools/stgctl/completion.cpp
   tools/stgctl/completion_command.cpp
   tools/stgctl/context.cpp
@@ -439,6 +441,7 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/manual.cpp
   tools/stgctl/manual_command.cpp
   tools/stgctl/migrate_command.cpp
+  tools/stgctl/moving.cpp
   tools/stgctl/mv_command.cpp
   tools/stgctl/names_file.cpp
   tools/stgctl/new_file.cpp
@@ -469,6 +472,7 @@ set(VU_STGCTL_SOURCES
   tools/stgctl/treemap.cpp
   tools/stgctl/undo_command.cpp
   tools/stgctl/user_commands.cpp
+  tools/stgctl/version_name.cpp
   tools/stgctl/what_if.cpp)
 set(VU_STGCTL_SOURCES_POSIX
   tools/stgctl/terminal_posix.cpp)
@@ -487,6 +491,7 @@ set(VU_ADMIN_TEST_SOURCES
   tests/admin/name_restore_test.cpp
   tests/admin/name_store_test.cpp
   tests/admin/new_versions_test.cpp
+  tests/admin/old_versions_test.cpp
   tests/admin/portable_name_test.cpp
   tests/admin/shared_probe_test.cpp
   tests/admin/system_test.cpp
@@ -495,6 +500,7 @@ set(VU_ADMIN_TEST_SOURCES
 
 # The client from outside, by starting it.
 set(VU_STGCTL_TEST_SOURCES
+  tests/stgctl/batches_test.cpp
   tests/stgctl/clean_sync_test.cpp
   tests/stgctl/completion_test.cpp
   tests/stgctl/easy_test.cpp
@@ -506,9 +512,11 @@ set(VU_STGCTL_TEST_SOURCES
   tests/stgctl/json_test.cpp
   tests/stgctl/json_value.cpp
   tests/stgctl/keys_users_test.cpp
+  tests/stgctl/listed_commands.cpp
   tests/stgctl/locks_test.cpp
   tests/stgctl/look_test.cpp
   tests/stgctl/names_test.cpp
+  tests/stgctl/printed_names_test.cpp
   tests/stgctl/put_get_test.cpp
   tests/stgctl/put_trouble_test.cpp
   tests/stgctl/repair_test.cpp

@@ -9,7 +9,7 @@
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 cd "$ROOT"
 
-transcripts=(docs/administration.md docs/recovery.md)
+transcripts=(docs/administration.md docs/recovery.md docs/host-guide.md)
 
 # The program that README.md shows is the example itself.
 check_readme_program() {

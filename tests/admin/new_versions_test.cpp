@@ -175,6 +175,57 @@ TEST_F(AdminNewVersions, GiveUpALockedIndexInTime) {
   EXPECT_EQ(codes(), Codes{});
 }
 
+TEST_F(AdminNewVersions, TakeThePlaceOfTheOldFileWithoutAChangeOfTheIndex) {
+  const std::string old = add(Area::kUser, "anna", "a.kdc", 0, "the old one");
+  const std::string lines = read_file(path("index.dat"));
+  NewVersion version = this->version("a.kdc", "new");
+  version.replaces = std::filesystem::path(old).filename().string();
+  {
+    NewVersions work(place("x"), {});
+    ASSERT_TRUE(work.stage(version)) << version.reason;
+    EXPECT_EQ(served("a.kdc"), "the old one");
+    NewVersions::enter({&work});
+  }
+  EXPECT_EQ(version.fate, Fate::kStored) << version.reason;
+  EXPECT_EQ(served("a.kdc"), "new");
+  EXPECT_EQ(read_file(path("index.dat")), lines);
+  EXPECT_EQ(names(), (std::vector<std::string>{"00000001.kdc", "index", "index.dat"}));
+  EXPECT_EQ(codes(), Codes{});
+}
+
+TEST_F(AdminNewVersions, ReplaceNothingThatIsAnotherOneMeanwhile) {
+  const std::string old = add(Area::kUser, "anna", "a.kdc", 0, "the old one");
+  add(Area::kUser, "anna", "b.kdc", 0, "b");
+  NewVersion removed = version("a.kdc", "new");
+  removed.replaces = std::filesystem::path(old).filename().string();
+  NewVersion other = version("b.kdc", "new");
+  other.replaces = removed.replaces;
+  NewVersions work(place("x"), {});
+  ASSERT_TRUE(work.stage(removed));
+  ASSERT_TRUE(work.stage(other));
+  STGIndex::remove(place("x").path, "a.kdc", 0);
+  NewVersions::enter({&work});
+  EXPECT_EQ(removed.fate, Fate::kMeanwhile);
+  EXPECT_EQ(removed.reason, "somebody else removed it meanwhile");
+  EXPECT_EQ(other.fate, Fate::kMeanwhile);
+  EXPECT_EQ(served("a.kdc"), "");
+  EXPECT_EQ(served("b.kdc"), "b");
+}
+
+TEST_F(AdminNewVersions, LeaveAFileToBeWrittenInPlaceThatSomebodyHasOpen) {
+  const std::string old = add(Area::kUser, "anna", "a.kdc", 0, "the old one");
+  NewVersion version = this->version("a.kdc", "new");
+  version.replaces = std::filesystem::path(old).filename().string();
+  NewVersions work(place("x"), {});
+  ASSERT_TRUE(work.stage(version));
+  vu_file reader(place("x").path, version.replaces);
+  reader.open(vu_file::o_read);
+  NewVersions::enter({&work});
+  EXPECT_EQ(version.fate, Fate::kInPlace);
+  reader.close();
+  EXPECT_EQ(served("a.kdc"), "the old one");
+}
+
 TEST_F(AdminNewVersions, RemoveTheCopiesThatAKilledOneHasLeft) {
   add(Area::kUser, "anna", "a.kdc", 0, "old");
   const std::string left = path(std::string(admin::kStagingName) + "1");

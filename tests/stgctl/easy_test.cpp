@@ -90,20 +90,34 @@ TEST_F(ClientEasy, TellsOfAPlanThatIsNoneInItsOwnWords) {
 #if !defined(_WIN32)
 
 TEST_F(ClientEasy, CompletesOwnersAndNamesInBash) {
+  put("plan two.kdc", "third");
   const std::string told = shell_path(scratch().path("told"));
   const std::string script = shell_path(scratch().path("completion"));
   write_file(script, run({"completion", "bash"}).out);
-  const auto completed = [&](const std::string& words, int at) {
+  // The words as bash breaks them, the last one being completed, and the line that they are of.
+  const auto completed = [&](const std::string& words, const std::string& line) {
     const std::string folder = client_path().substr(0, client_path().rfind('/'));
     const std::string command = "PATH='" + folder + "':$PATH STG_ROOT='" + shell_path(root()) +
                                 "' bash -c 'source \"" + script + "\"; COMP_WORDS=(" + words +
-                                "); COMP_CWORD=" + std::to_string(at) +
-                                "; _stgctl; echo \"${COMPREPLY[@]}\"' >'" + told + "'";
+                                "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); " + "COMP_LINE=\"" +
+                                line + "\"; COMP_POINT=${#COMP_LINE}; COMP_WORDBREAKS=\" @:=\"; " +
+                                "_stgctl; printf \"%s|\" \"${COMPREPLY[@]}\"' >'" + told + "'";
     EXPECT_EQ(std::system(command.c_str()), 0);
     return read_file(told);
   };
-  EXPECT_EQ(completed("stgctl ls --owner an", 3), "anna\n");
-  EXPECT_EQ(completed("stgctl get docs/an", 2), "docs/anna/sales.kdf@1 docs/anna/sales.kdf@2\n");
+  const auto same = [&](const std::string& line) { return completed(line, line); };
+  EXPECT_EQ(same("stgctl ls --owner an"), "anna|");
+  EXPECT_EQ(completed("stgctl ls --owner = an", "stgctl ls --owner=an"), "anna|");
+  EXPECT_EQ(same("stgctl user remove an"), "anna|");
+  EXPECT_EQ(same("stgctl get docs/anna/s"), "docs/anna/sales.kdf@1|docs/anna/sales.kdf@2|");
+  EXPECT_EQ(same("stgctl explain write docs/anna/plan"), "docs/anna/plan two.kdc@0|");
+  EXPECT_EQ(same("stgctl put --as docs/anna/sales.kdf"),
+            "docs/anna/sales.kdf@1|docs/anna/sales.kdf@2|");
+  // Bash breaks words at "@", and replaces what follows it alone.
+  EXPECT_EQ(completed("stgctl cat docs/anna/sales.kdf @ 2", "stgctl cat docs/anna/sales.kdf@2"),
+            "2|");
+  EXPECT_EQ(same("stgctl get --out"), "--output|");
+  EXPECT_EQ(same("stgctl ls --layout f"), "flat|");
 }
 
 TEST_F(ClientEasy, IsSilentWhenItsReaderGoes) {

@@ -99,6 +99,19 @@ TEST_F(ClientFullDisk, RepairsAndUndoesInPartAndCompletesItWhenThereIsRoom) {
   EXPECT_GT(refusals, 5);
 }
 
+TEST_F(ClientFullDisk, LeavesAVersionWholeThatItCannotReplace) {
+  put("big.kdc", std::string(5000, 'o'));
+  const std::string file = source("big.kdc", std::string(50'000, 'n'));
+  for (const std::size_t room : {0, 3000, 49'999}) {
+    const outcome result = within(room, {"put", file, "--replace", "--owner", "anna", "--yes"});
+    EXPECT_EQ(result.code, 1) << room << result.out;
+    EXPECT_EQ(get("big.kdc"), std::string(5000, 'o')) << room;
+    EXPECT_EQ(on_tree({"check"}).code, 0) << room;
+  }
+  EXPECT_EQ(change({"put", file, "--replace"}).code, 0);
+  EXPECT_EQ(get("big.kdc"), std::string(50'000, 'n'));
+}
+
 TEST_F(ClientFullDisk, WritesNoHalfPlan) {
   harm();
   const outcome result = within(200, {"repair", "--plan", plan()});

@@ -129,3 +129,71 @@ TEST_F(ClientKilled, WhileItRestoresNamesLeavesThemToBeRestored) {
     ASSERT_EQ(files(), healthy) << round;
   }
 }
+
+TEST_F(ClientKilled, WhileItReplacesLeavesEachVersionWhole) {
+  constexpr int kFiles = 40;
+  constexpr std::size_t kBytes = 20'000;
+  make_folder(scratch().path("in\\many"));
+  const auto put_all = [&](char letter) {
+    for (int i = 0; i < kFiles; ++i)
+      source("many\\f" + std::to_string(i) + ".kdc", std::string(kBytes, letter));
+    return std::vector<std::string>{"put",     shell_path(scratch().path("in\\many")),
+                                    "--area",  "user",
+                                    "--owner", "anna",
+                                    "--yes",   "--replace"};
+  };
+  ASSERT_EQ(on_tree(put_all('a')).code, 0);
+  const auto whole = duration_of(put_all('b'));
+  int halves = 0;
+  char last = 'b';
+  for (int round = 0; round < 30; ++round) {
+    const char next = static_cast<char>('a' + round % 20);
+    const std::vector<std::string> arguments = put_all(next);
+    kill(arguments, whole);
+    int replaced = 0;
+    for (int i = 0; i < kFiles; ++i) {
+      const std::string bytes = read_file(physical("user", "f" + std::to_string(i) + ".kdc"));
+      ASSERT_EQ(bytes.size(), kBytes) << round;
+      ASSERT_TRUE(bytes == std::string(kBytes, last) || bytes == std::string(kBytes, next))
+          << round << ": " << i;
+      replaced += bytes[0] == next ? 1 : 0;
+    }
+    halves += replaced > 0 && replaced < kFiles ? 1 : 0;
+    ASSERT_EQ(on_tree(arguments).code, 0) << round;
+    last = next;
+  }
+  // The folder of copies that the last one had begun went with the next.
+  for (const auto& each : std::filesystem::directory_iterator(native(storage() + "\\user\\anna")))
+    EXPECT_FALSE(each.path().filename().string().starts_with(".stgctl")) << each.path();
+  RecordProperty("halves", halves);
+}
+
+TEST_F(ClientKilled, WhileItMovesLosesNoVersion) {
+  constexpr int kFiles = 40;
+  make_folder(scratch().path("in\\many"));
+  for (int i = 0; i < kFiles; ++i)
+    source("many\\f" + std::to_string(i) + ".kdc", "bytes of " + std::to_string(i));
+  ASSERT_EQ(
+      on_tree({"put", shell_path(scratch().path("in\\many")), "--owner", "anna", "--yes"}).code, 0);
+  const std::vector<std::string> there = {"mv",      "--match", "f*.kdc", "--to",     "g*.kdc",
+                                          "--owner", "anna",    "--yes",  "--replace"};
+  const std::vector<std::string> back = {"mv",      "--match", "g*.kdc", "--to",     "f*.kdc",
+                                         "--owner", "anna",    "--yes",  "--replace"};
+  const auto whole = duration_of(there);
+  ASSERT_EQ(on_tree(back).code, 0);
+  for (int round = 0; round < 20; ++round) {
+    kill(there, whole);
+    for (int i = 0; i < kFiles; ++i) {
+      const std::string number = std::to_string(i);
+      const std::string moved = get("g" + number + ".kdc");
+      const std::string stayed = get("f" + number + ".kdc");
+      const std::string bytes = "bytes of " + number;
+      ASSERT_TRUE(moved == bytes || stayed == bytes) << round << ": " << moved << stayed;
+    }
+    const int code = on_tree(there).code;
+    ASSERT_TRUE(code == 0 || code == 3) << round;
+    ASSERT_EQ(lines_of(on_tree({"ls", "g*.kdc"}).out).size(), kFiles) << round;
+    ASSERT_EQ(on_tree({"ls", "f*.kdc"}).code, 3) << round;
+    ASSERT_EQ(on_tree(back).code, 0) << round;
+  }
+}

@@ -54,9 +54,13 @@ TEST(ClientText, ReadsSizes) {
 TEST(ClientText, ReadsTimestampsOfThirtyOneBits) {
   EXPECT_EQ(parse_stamp("0"), 0);
   EXPECT_EQ(parse_stamp("2147483647"), 2147483647);
-  for (const char* const wrong : {"", "-1", "2147483648", "1x", "mtime"}) {
+  for (const char* const wrong : {"", "-", "2147483648", "1x", "mtime"}) {
     EXPECT_EQ(parse_stamp(wrong), std::nullopt) << wrong;
   }
+  // Other programs may have stored it; nobody types it as an option.
+  EXPECT_EQ(parse_stamp("-1"), -1);
+  EXPECT_EQ(is_stamp("0"), "");
+  for (const char* const wrong : {"", "-1", "2147483648", "1x"}) EXPECT_NE(is_stamp(wrong), "");
   EXPECT_EQ(stamp_of("mtime", -5), 0);
   EXPECT_EQ(stamp_of("mtime", 1LL << 40), 2147483647);
 }

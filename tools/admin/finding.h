@@ -81,6 +81,8 @@ struct Finding {
   std::string name;      ///< the logical name, file or folder that it is about
   std::size_t line = 0;  ///< of index.dat or a key file, from 1; 0 where there is none
   std::string detail;    ///< the values that made it one
+  /// Of a version of a document, whose logical name the name is then.
+  std::optional<std::int32_t> timestamp = std::nullopt;
 };
 using FindingSink = std::function<void(const Finding&)>;
 

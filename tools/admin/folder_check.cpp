@@ -35,6 +35,12 @@ void FolderCheck::found(Code code, std::string_view name, std::string detail, st
       {code, folder.area, folder.owner, folder.path, std::string(name), line, std::move(detail)});
 }
 
+void FolderCheck::found(Code code, const LintedLine& line, std::string detail) {
+  const DocumentFolder& folder = m_view.folder();
+  report({code, folder.area, folder.owner, folder.path, std::string(line.logical), line.number,
+          std::move(detail), line.timestamp});
+}
+
 void FolderCheck::run(const DocumentFolder& folder) {
   m_view.load(folder, m_options.locking);
   ++m_summary.folders;
@@ -120,12 +126,10 @@ void FolderCheck::check_line(const LintedLine& line) {
       break;
     case Verdict::kNoFile:
       ++m_summary.unserved;
-      found(Code::kLineWithoutFile, line.logical, "physical name " + in_quotes(line.stored),
-            line.number);
+      found(Code::kLineWithoutFile, line, "physical name " + in_quotes(line.stored));
       break;
     case Verdict::kUnknown:
-      found(Code::kUnknownLine, line.logical, "physical name " + in_quotes(line.stored),
-            line.number);
+      found(Code::kUnknownLine, line, "physical name " + in_quotes(line.stored));
       break;
     case Verdict::kDuplicateKey:
       found(Code::kDuplicateKey, line.key,
@@ -151,20 +155,17 @@ void FolderCheck::check_entry(const LintedLine& line) {
   const bool is_replaced =
       line.listed != FolderView::kNone && (m_view.names()[line.listed].kind == sys::Kind::kFolder ||
                                            m_view.names()[line.listed].kind == sys::Kind::kOther);
-  if (is_replaced)
-    found(Code::kDocumentReplaced, line.logical, "file " + in_quotes(line.file), line.number);
+  if (is_replaced) found(Code::kDocumentReplaced, line, "file " + in_quotes(line.file));
   if (is_replaced || !line.has_file) ++m_summary.unserved;
   if (!line.has_file)
-    found(Code::kEntryWithoutFile, line.logical,
-          "physical name " + in_quotes(line.stored) + ", file " + in_quotes(line.file),
-          line.number);
+    found(Code::kEntryWithoutFile, line,
+          "physical name " + in_quotes(line.stored) + ", file " + in_quotes(line.file));
   if (line.same_stored_as != 0)
     found(Code::kDuplicatePhysicalName, line.stored,
           "keys in lines " + std::to_string(line.same_stored_as) + " and " +
               std::to_string(line.number),
           line.number);
-  if (const char* why = why_not_safe(line.logical))
-    found(Code::kUnsafeName, line.logical, why, line.number);
+  if (const char* why = why_not_safe(line.logical)) found(Code::kUnsafeName, line, why);
   check_reach(line);
   const bool is_own_name = line.timestamp == 0 && line.stored == line.logical;
   if (!is_own_name) {
@@ -184,29 +185,27 @@ void FolderCheck::check_reach(const LintedLine& line) {
   if (in_docs) {
     if (bucket_number(line.logical) != m_bucket) {
       ++m_summary.unserved;
-      found(Code::kWrongBucket, line.logical,
-            "it belongs in " + layout::bucket_name(layout::hash_of(line.logical, layout::kBuckets)),
-            line.number);
+      found(
+          Code::kWrongBucket, line,
+          "it belongs in " + layout::bucket_name(layout::hash_of(line.logical, layout::kBuckets)));
     }
   }
   if (const std::uint32_t at = m_view.find(line.logical);
       at != FolderView::kNone && at != line.listed) {
-    found(
-        Code::kShadowedName, line.logical,
-        "timestamp " + std::to_string(line.timestamp) + ", physical name " + in_quotes(line.stored),
-        line.number);
+    found(Code::kShadowedName, line,
+          "timestamp " + std::to_string(line.timestamp) + ", physical name " +
+              in_quotes(line.stored));
     return;
   }
   const bool is_versioned = in_docs && extension_without_dot(line.logical) == "kdf";
   if (line.timestamp != 0 && !is_versioned)
-    found(Code::kUnreachableTimestamp, line.logical, "timestamp " + std::to_string(line.timestamp),
-          line.number);
+    found(Code::kUnreachableTimestamp, line, "timestamp " + std::to_string(line.timestamp));
 }
 
 void FolderCheck::check_document(const LintedLine& line) {
   const sys::Info info = sys::describe(m_view.path_of(line.file));
   if (info.kind == sys::Kind::kFile && info.size == 0)
-    found(Code::kEmptyDocument, line.logical, "file " + in_quotes(line.file), line.number);
+    found(Code::kEmptyDocument, line, "file " + in_quotes(line.file));
 }
 
 void FolderCheck::check_case(NameTable& table, std::string_view name, std::string_view shown) {

@@ -25,6 +25,8 @@ class FolderCheck {
 
  private:
   void found(Code code, std::string_view name, std::string detail = {}, std::size_t line = 0);
+  /// A finding about the version of a line.
+  void found(Code code, const LintedLine& line, std::string detail);
 
   bool check_index_state();
   bool check_writable();

@@ -121,6 +121,14 @@ bool NewVersions::stage(NewVersion& version) {
     version.reason = "it cannot be stored: " + printable(path) + ": " + why;
     return false;
   };
+  if (const std::string old = path_of(version.replaces); !version.replaces.empty()) {
+    if (const os::Status status = sys::probe_writable(old); !status.ok()) {
+      version.fate = Fate::kFailed;
+      version.reason =
+          "its file " + printable(old) + " cannot be written: " + why_not_usable(old, status);
+      return false;
+    }
+  }
   std::string place;
   if (const os::Status made = make_folders(m_folder.path, place); !made.ok()) {
     const bool is_file = sys::describe(place).kind == sys::Kind::kFile;
@@ -136,6 +144,11 @@ bool NewVersions::stage(NewVersion& version) {
   if (!copied.ok()) return failed(version.source, sys::text_of(copied));
   // A copy of a read-only file is read-only, and could never be replaced.
   if (sys::describe(copy).is_read_only) static_cast<void>(os::make_writable(copy));
+  if (!version.replaces.empty() && !sys::take_over_owner(path_of(version.replaces), copy).ok()) {
+    static_cast<void>(os::remove_file(copy));
+    version.fate = Fate::kInPlace;
+    return false;
+  }
   m_items.push_back({&version, std::move(copy), "", false});
   return true;
 }
@@ -144,12 +157,17 @@ bool NewVersions::stage(NewVersion& version) {
 
 bool NewVersions::any_pending() const {
   return std::any_of(m_items.begin(), m_items.end(),
-                     [](const Item& item) { return item.version->fate == Fate::kPending; });
+                     [](const Item& item) { return item.is_pending(); });
+}
+
+bool NewVersions::any_new_pending() const {
+  return std::any_of(m_items.begin(), m_items.end(),
+                     [](const Item& item) { return item.is_pending() && item.is_new(); });
 }
 
 void NewVersions::fail_pending(Fate fate, const std::string& reason) {
   for (Item& item : m_items) {
-    if (item.version->fate != Fate::kPending) continue;
+    if (!item.is_pending()) continue;
     take_back(item);
     item.version->fate = fate;
     item.version->reason = reason;
@@ -166,6 +184,22 @@ void NewVersions::take_back(Item& item) {
   if (!item.is_moved) return;
   static_cast<void>(os::remove_file(path_of(item.version->file)));
   item.is_moved = false;
+}
+
+/// Has the names of files that were replaced on the device.
+void NewVersions::flush_replaced(const std::vector<NewVersions*>& folders,
+                                 const std::vector<std::string>& replaced) {
+  if (replaced.empty()) return;
+  const os::Status flushed = sys::flush_files({}, replaced);
+  if (flushed.ok()) return;
+  for (NewVersions* const each : folders) {
+    for (Item& item : each->m_items) {
+      if (item.is_new() || item.version->fate != Fate::kStored) continue;
+      item.version->fate = Fate::kFailed;
+      item.version->reason =
+          "it is replaced, but may come back with the power: " + sys::text_of(flushed);
+    }
+  }
 }
 
 void NewVersions::enter(const std::vector<NewVersions*>& folders) {
@@ -186,13 +220,17 @@ void NewVersions::enter(const std::vector<NewVersions*>& folders) {
   std::vector<std::string> names;
   for (NewVersions* const each : folders) {
     each->prepare();
-    if (!each->any_pending()) continue;
+    if (!each->any_new_pending()) continue;
     counters.push_back(each->path_of(index_format::kCounterFile));
     names.push_back(each->m_folder.path);
   }
   // A line must not reach the device before its file has its name there.
   flush(counters, names);
-  for (NewVersions* const each : folders) each->commit();
+  std::vector<std::string> replaced;
+  for (NewVersions* const each : folders) {
+    if (each->commit()) replaced.push_back(each->m_folder.path);
+  }
+  flush_replaced(folders, replaced);
   // Asking for the lock of one index while that of another is held, out of their order, would be a
   // deadlock with the next program.
   for (NewVersions* const each : folders) each->verify();
@@ -201,13 +239,16 @@ void NewVersions::enter(const std::vector<NewVersions*>& folders) {
 void NewVersions::prepare() {
   if (!any_pending() || !open_index()) return;
   drop_taken();
-  if (!any_pending() || !draw_numbers()) return;
+  if (!any_new_pending() || !draw_numbers()) return;
   move_files();
 }
 
-void NewVersions::commit() {
-  if (any_pending()) save();
+/// @return whether files were replaced.
+bool NewVersions::commit() {
+  if (any_new_pending()) save();
+  const bool any = replace_files();
   m_index.close();
+  return any;
 }
 
 bool NewVersions::open_index() {
@@ -260,24 +301,36 @@ bool NewVersions::is_sound(bool is_new) {
   return true;
 }
 
-/// Names that have an entry by now are somebody else's.
+/// Names that have an entry by now, or another one, are somebody else's.
 void NewVersions::drop_taken() {
-  std::map<std::string_view, Verdict> taken;
+  struct Taken {
+    Verdict verdict;
+    std::string file;
+  };
+  std::map<std::string_view, Taken> taken;
   IndexLint lint;
   lint.start(m_view);
   LintedLine line;
   while (lint.next(line)) {
     const bool counts = line.verdict == Verdict::kEntry && line.has_file;
-    if (counts || line.verdict == Verdict::kUnknown) taken.emplace(line.key, line.verdict);
+    if (counts || line.verdict == Verdict::kUnknown)
+      taken.emplace(line.key, Taken{line.verdict, std::string(line.file)});
   }
+  const auto drop = [](NewVersion& version, Fate fate, const char* reason) {
+    version.fate = fate;
+    version.reason = reason;
+  };
   for (Item& item : m_items) {
-    if (item.version->fate != Fate::kPending) continue;
-    const auto found = taken.find(key_of(*item.version));
-    if (found == taken.end()) continue;
-    const bool is_there = found->second == Verdict::kEntry;
-    item.version->fate = is_there ? Fate::kMeanwhile : Fate::kFailed;
-    item.version->reason = is_there ? "somebody else stored it meanwhile"
-                                    : "the system does not tell whether it is there already";
+    if (!item.is_pending()) continue;
+    NewVersion& version = *item.version;
+    const auto found = taken.find(key_of(version));
+    if (found == taken.end()) {
+      if (!item.is_new()) drop(version, Fate::kMeanwhile, "somebody else removed it meanwhile");
+    } else if (found->second.verdict != Verdict::kEntry) {
+      drop(version, Fate::kFailed, "the system does not tell whether it is there already");
+    } else if (found->second.file != version.replaces) {
+      drop(version, Fate::kMeanwhile, "somebody else stored it meanwhile");
+    }
   }
 }
 
@@ -296,7 +349,7 @@ bool NewVersions::draw_numbers() {
     LintedLine line;
     while (lint.next(line)) stored.emplace(line.stored);
     for (Item& item : m_items) {
-      if (item.version->fate != Fate::kPending) continue;
+      if (!item.is_pending() || !item.is_new()) continue;
       do {
         if (last == std::numeric_limits<std::int32_t>::max()) {
           fail_pending(Fate::kFailed, printable(path) + " has come to its end");
@@ -317,7 +370,7 @@ bool NewVersions::draw_numbers() {
 
 void NewVersions::move_files() {
   for (Item& item : m_items) {
-    if (item.version->fate != Fate::kPending) continue;
+    if (!item.is_pending() || !item.is_new()) continue;
     const os::Status moved = os::rename(item.copy, path_of(item.version->file));
     item.is_moved = moved.ok();
     if (moved.ok()) continue;
@@ -333,7 +386,7 @@ std::string NewVersions::text_with_lines() const {
   std::vector<std::string> lines;
   std::set<std::string, std::less<>> keys;
   for (const Item& item : m_items) {
-    if (item.version->fate != Fate::kPending) continue;
+    if (!item.is_pending() || !item.is_new()) continue;
     std::string key = key_of(*item.version);
     lines.push_back(key + "/" + item.stored);
     keys.insert(std::move(key));
@@ -365,14 +418,44 @@ void NewVersions::save() {
     return;
   }
   for (Item& item : m_items) {
-    if (item.version->fate == Fate::kPending) item.version->fate = Fate::kStored;
+    if (item.is_pending() && item.is_new()) item.version->fate = Fate::kStored;
   }
+}
+
+/// Nobody is waited for under the lock of an index: who has a document open may ask for the index.
+/// @return whether any file was replaced.
+bool NewVersions::replace_files() {
+  sys::Locking at_once = m_locking;
+  at_once.time_out = std::chrono::milliseconds(0);
+  bool any = false;
+  for (Item& item : m_items) {
+    if (!item.is_pending() || item.is_new()) continue;
+    NewVersion& version = *item.version;
+    version.file = version.replaces;
+    const std::string path = path_of(version.file);
+    LockedFile old;
+    const os::Status locked =
+        old.open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kFail, at_once);
+    if (!locked.ok() && locked.failure() != os::Failure::kLocked) {
+      version.fate = Fate::kFailed;
+      version.reason =
+          "its file " + printable(path) + " cannot be written: " + why_not_usable(path, locked);
+      continue;
+    }
+    if constexpr (!sys::kReplacesOpenFiles) old.close();
+    const bool is_replaced = locked.ok() && sys::replace_file(item.copy, path).ok();
+    version.fate = is_replaced ? Fate::kStored : Fate::kInPlace;
+    any = any || is_replaced;
+  }
+  return any;
 }
 
 /// A program that had loaded the index before may have stored the same name: of two lines of one
 /// name its save keeps its own. Then the file that was made here belongs to nobody.
 void NewVersions::verify() {
-  const auto is_stored = [](const Item& item) { return item.version->fate == Fate::kStored; };
+  const auto is_stored = [](const Item& item) {
+    return item.is_new() && item.version->fate == Fate::kStored;
+  };
   if (std::none_of(m_items.begin(), m_items.end(), is_stored)) return;
   FolderView view;
   view.load(m_folder, m_locking);

@@ -12,7 +12,7 @@
 
 namespace admin {
 
-/// A document to store under a name that is free, and what has become of it.
+/// A document to store, and what has become of it.
 struct NewVersion {
   enum class Fate : std::uint8_t {
     kPending,
@@ -20,27 +20,37 @@ struct NewVersion {
     kMeanwhile,  ///< somebody else has stored, or removed, the name meanwhile
     kFailed,
     kLocked,  ///< a lock was not obtained in time
+    /// Its file cannot be exchanged for the copy: somebody has it open, or the copy could not be
+    /// given the file's owner. Nothing was changed; it has to be written where it stands.
+    kInPlace,
   };
 
   std::string source;
   std::string logical;
   std::int32_t timestamp = 0;
+  /// The file of the version that is replaced; empty for a name that is free.
+  std::string replaces;
   Fate fate = Fate::kPending;
   std::string file;    ///< of kStored: its name in the folder
   std::string reason;  ///< of the others, with the system's own words; of kLocked the path
 };
 
-/// New versions of one folder, entered in its index together: one load, one save. The order:
+/// Versions of one folder, new ones entered in its index together: one load, one save. In order:
 ///
 ///  1. stage() copies each file beside its place, into a folder that nobody adopts.
 ///  2. The copies are flushed, those of many folders together.
 ///  3. prepare() locks the index, asks which names are still free, draws numbers from the counter
 ///     and moves the copies to their places.
 ///  4. Counters and folders are flushed, those of many folders together.
-///  5. commit() saves the index once, and gives its lock back.
-///  6. verify() looks once more, when no index is locked here any longer.
+///  5. commit() saves the index once. Copies that replace a version take the place of its file,
+///     each by one renaming, while file and index are locked. Then it gives the lock back.
+///  6. Folders in which files were replaced are flushed.
+///  7. verify() looks once more, when no index is locked here any longer.
 ///
-/// enter() does 2 to 6 for some folders.
+/// enter() does 2 to 7 for some folders.
+///
+/// A version that is replaced is the old one or the new one at any moment, never a part of either.
+/// Whoever waits for its lock just then still has the old file, as if it had come before.
 ///
 /// A name is seen only when its document is whole. What fails is taken back by the physical file
 /// that was made here, never by its name, which may be somebody else's by then. A process that is
@@ -67,12 +77,17 @@ class NewVersions {
     std::string copy;
     std::string stored;
     bool is_moved = false;
+
+    bool is_pending() const { return version->fate == NewVersion::Fate::kPending; }
+    bool is_new() const { return version->replaces.empty(); }
   };
 
+  static void flush_replaced(const std::vector<NewVersions*>& folders,
+                             const std::vector<std::string>& replaced);
   os::Status make_staging_folder();
   void remove_leftovers();
   void prepare();
-  void commit();
+  bool commit();
   bool open_index();
   bool is_sound(bool is_new);
   void drop_taken();
@@ -80,11 +95,13 @@ class NewVersions {
   void move_files();
   std::string text_with_lines() const;
   void save();
+  bool replace_files();
   void verify();
   void refuse(const char* what, const std::string& path, const os::Status& status);
   void fail_pending(NewVersion::Fate fate, const std::string& reason);
   void take_back(Item& item);
   bool any_pending() const;
+  bool any_new_pending() const;
   std::string path_of(std::string_view name) const { return sys::join(m_folder.path, name); }
 
   DocumentFolder m_folder;

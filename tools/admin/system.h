@@ -25,9 +25,12 @@ namespace admin::sys {
 inline constexpr char kSeparator = '\\';
 /// The longest path that the library's narrow calls take.
 inline constexpr std::size_t kPathLimit = 259;
+/// Whether a file can be replaced by another one while programs have it open.
+inline constexpr bool kReplacesOpenFiles = false;
 #else
 inline constexpr char kSeparator = '/';
 inline constexpr std::size_t kPathLimit = 4095;
+inline constexpr bool kReplacesOpenFiles = true;
 #endif
 
 /// The longest name of a file that common file systems take.
@@ -116,6 +119,12 @@ os::Status probe_writable(const std::string& path);
 /// many, with one flush of their file system where there is such a thing.
 os::Status flush_files(const std::vector<std::string>& files,
                        const std::vector<std::string>& folders);
+
+/// Gives a file the owner and the permissions of another one. Fails where that would not be all:
+/// the user may not, or the other one has permissions of more than that kind.
+os::Status take_over_owner(const std::string& from, const std::string& to);
+/// Puts a file in the place of another one, by one step: the name leads to either at any moment.
+os::Status replace_file(const std::string& from, const std::string& to);
 
 /// A lock on a file below a folder, and who holds it.
 struct HeldLock {

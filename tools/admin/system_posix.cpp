@@ -5,6 +5,7 @@
 #include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <sys/utsname.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -366,6 +367,21 @@ os::Status probe_writable(const std::string& path) {
   if (!is_folder && !(found.st_mode & S_IWUSR)) return fail(EACCES);
   const int asked = is_folder ? W_OK | X_OK : R_OK | W_OK;
   return ::faccessat(AT_FDCWD, path.c_str(), asked, AT_EACCESS) == 0 ? os::Status() : fail(errno);
+}
+
+os::Status take_over_owner(const std::string& from, const std::string& to) {
+  struct ::stat found {};
+  struct ::stat made {};
+  if (::stat(from.c_str(), &found) != 0 || ::stat(to.c_str(), &made) != 0) return fail(errno);
+  if (::getxattr(from.c_str(), "system.posix_acl_access", nullptr, 0) >= 0) return fail(EPERM);
+  const bool is_other = found.st_uid != made.st_uid || found.st_gid != made.st_gid;
+  if (is_other && ::chown(to.c_str(), found.st_uid, found.st_gid) != 0) return fail(errno);
+  constexpr ::mode_t kPermissions = 07777;
+  return ::chmod(to.c_str(), found.st_mode & kPermissions) == 0 ? os::Status() : fail(errno);
+}
+
+os::Status replace_file(const std::string& from, const std::string& to) {
+  return ::rename(from.c_str(), to.c_str()) == 0 ? os::Status() : fail(errno);
 }
 
 os::Status flush_files(const std::vector<std::string>& files,

@@ -264,7 +264,14 @@ std::optional<Located> locate_in(const Tree& tree, const std::string& path) {
   if (sys::kSeparator == '\\') std::replace(full.begin(), full.end(), '/', '\\');
   const std::string prefix = sys::join(tree.storage, "");
   if (!full.starts_with(prefix)) full = sys::absolute(full);
-  if (!full.starts_with(prefix)) return std::nullopt;
+  if (!full.starts_with(prefix)) {
+    // As reports name folders: from the storage folder on.
+    const std::size_t end = std::min(path.find_first_of("/\\"), path.size());
+    const bool leads_up = path.find("..") != std::string::npos;
+    if (leads_up || !area_named(std::string_view(path).substr(0, end))) return std::nullopt;
+    full = sys::join(tree.storage, path);
+    if (sys::kSeparator == '\\') std::replace(full.begin(), full.end(), '/', '\\');
+  }
   std::string_view rest = std::string_view(full).substr(prefix.size());
   const auto take = [&rest] {
     const std::size_t end = std::min(rest.find(sys::kSeparator), rest.size());

@@ -104,7 +104,8 @@ struct Located {
   DocumentFolder folder;
   std::string rest;  ///< below the folder; empty for the folder itself
 };
-/// Nothing for a path outside of the tree or above its document folders.
+/// @param path also from the storage folder on: "docs/anna/00000042". @return nothing for a path
+/// outside of the tree or above its document folders.
 std::optional<Located> locate_in(const Tree& tree, const std::string& path);
 
 }  // namespace admin

@@ -5,6 +5,7 @@
 
 #include "tools/admin/name_snapshot.h"
 #include "tools/admin/salvage.h"
+#include "tools/stgctl/report.h"
 #include "tools/stgctl/saved_names.h"
 #include "tools/stgctl/text.h"
 
@@ -65,6 +66,7 @@ Json fields_of(const Finding& finding) {
   put_name(fields, "owner", finding.owner);
   put_name(fields, "folder", finding.folder);
   put_name(fields, "name", finding.name);
+  if (finding.timestamp) fields["timestamp"] = *finding.timestamp;
   if (finding.line != 0) fields["line"] = finding.line;
   put_name(fields, "detail", finding.detail);
   return fields;
@@ -103,6 +105,14 @@ void CheckReport::look_up_lost_documents() {
   }
 }
 
+/// A version as every line prints it, and its folder; else the path.
+std::string CheckReport::where_of(const Finding& finding) const {
+  if (!finding.timestamp || !finding.area) return shown(place_of(finding));
+  const Subject version = {std::string(admin::name_of(*finding.area)), finding.owner, finding.name,
+                           *finding.timestamp};
+  return formatted("{} in {}", shown(version), relative(finding.folder));
+}
+
 void CheckReport::show_findings() {
   const auto order = [](const Finding& finding) {
     return std::tuple(-static_cast<int>(admin::kind_of(finding.code).severity),
@@ -125,7 +135,7 @@ void CheckReport::show_findings() {
         out.styled(style_of(kind.severity), formatted("{:<7}", admin::name_of(kind.severity))),
         out.styled(Style::kBold, kind.name));
     if (alike <= kListed || m_lists == Lists::kWhole) {
-      std::string where = shown(place_of(finding));
+      std::string where = where_of(finding);
       if (finding.line != 0) where += formatted(" (line {})", finding.line);
       out.print("{}  {}{}{}\n", head, where, finding.detail.empty() ? "" : ": ",
                 shown(finding.detail));

@@ -32,6 +32,7 @@ class CheckReport {
   std::vector<std::string> next_steps();
   std::string next_step(const std::string& folder, const std::vector<admin::Code>& codes);
   std::string relative(const std::string& path) const;
+  std::string where_of(const admin::Finding& finding) const;
   void show_json_summary(const admin::CheckSummary& summary, bool full,
                          const std::vector<std::string>& next);
 

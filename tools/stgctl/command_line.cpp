@@ -137,7 +137,7 @@ void declare_global_options(CLI::App& app, GlobalOptions& options, Typed& typed)
       ->type_name("WORD")
       ->check(CLI::IsMember(area_names()))
       ->group(tree);
-  app.add_option("--owner", options.owner, "The user or domain")->type_name("NAME")->group(tree);
+  app.add_option("--owner", options.owner, "The user or domain")->type_name("OWNER")->group(tree);
 
   const char* const shape = "Output";
   app.add_flag("--json", options.json, "Results as JSON")->group(shape);

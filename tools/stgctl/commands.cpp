@@ -24,6 +24,7 @@ void add_export_command(Commands& commands);
 void add_import_command(Commands& commands);
 // Other.
 void add_completion_command(Commands& commands);
+void add_complete_command(Commands& commands);
 void add_manual_command(Commands& commands);
 
 void add_all_commands(Commands& commands) {
@@ -43,6 +44,7 @@ void add_all_commands(Commands& commands) {
   add_export_command(commands);
   add_import_command(commands);
   add_completion_command(commands);
+  add_complete_command(commands);
   add_manual_command(commands);
 }
 

@@ -12,6 +12,7 @@
 #include "tools/stgctl/terminal.h"
 #include "tools/stgctl/text.h"
 #include "tools/stgctl/trace_log.h"
+#include "tools/stgctl/version_name.h"
 #include "vu_host.h"
 #include "vu_storage.h"
 
@@ -104,26 +105,21 @@ const admin::Tree& Context::tree() {
                 shown(storage()), shown(why)));
 }
 
-void Context::take_apart(std::string& name, std::string* timestamp) {
-  const std::size_t slash = name.find('/');
-  if (slash == std::string::npos || !admin::area_named(name.substr(0, slash))) return;
-  const bool has_owner = tree().layout == admin::Layout::kOwner;
-  const std::size_t begin = has_owner ? name.find('/', slash + 1) : slash;
-  const std::size_t at = name.rfind('@');
-  if (begin == std::string::npos || name.find('/', begin + 1) != std::string::npos) return;
-  const bool has_stamp = at != std::string::npos && at > begin && at + 1 < name.size() &&
-                         name.find_first_not_of("0123456789", at + 1) == std::string::npos;
-  const auto set = [&](std::string& option, std::string value, const char* what) {
+void Context::take_apart(std::string& name, std::string& timestamp) {
+  // Asking for the tree needs one, which a name by itself does not.
+  if (name.find('/') == std::string::npos) return;
+  const std::optional<VersionName> version = parse_version_name(name, tree().layout);
+  if (!version) return;
+  const auto set = [&](std::string& option, const std::string& value, const char* what) {
     if (!option.empty() && option != value)
       throw Failure(Exit::kUsage,
                     formatted("{} says another {} than '{}'", shown(name), what, shown(option)));
-    option = std::move(value);
+    option = value;
   };
-  const std::string stamp = has_stamp ? name.substr(at + 1) : std::string();
-  if (has_stamp && timestamp != nullptr) set(*timestamp, stamp, "timestamp");
-  set(m_options.area, name.substr(0, slash), "area");
-  if (has_owner) set(m_options.owner, name.substr(slash + 1, begin - slash - 1), "owner");
-  name = name.substr(begin + 1, has_stamp ? at - begin - 1 : std::string::npos);
+  if (version->timestamp) set(timestamp, std::to_string(*version->timestamp), "timestamp");
+  set(m_options.area, version->area, "area");
+  if (!version->owner.empty()) set(m_options.owner, version->owner, "owner");
+  name = version->name;
 }
 
 admin::Scope Context::scope() const {

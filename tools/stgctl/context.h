@@ -38,11 +38,11 @@ class Context {
   /// The tree at storage(), with the layout as said or as its names suggest; nothing is changed.
   /// @throws Failure kNoTree when there is none.
   const admin::Tree& tree();
-  /// Takes a version as every line prints it, "AREA/OWNER/NAME@STAMP" (without the owner in a tree
-  /// that has none), apart into what --area, --owner and --timestamp say; any other text stays.
-  /// @param timestamp null where the command takes none.
+  /// Takes a version as every line prints it (version_name.h) apart into what --area, --owner and
+  /// --timestamp say; any other text stays. For commands with one name; where there may be several
+  /// each is a NamedVersion of its own.
   /// @throws Failure kUsage where it contradicts them.
-  void take_apart(std::string& name, std::string* timestamp);
+  void take_apart(std::string& name, std::string& timestamp);
   /// What --area and --owner name.
   admin::Scope scope() const;
   /// How files of the tree are read: under a lock that is waited for as long as --lock-timeout

@@ -300,9 +300,9 @@ Run declare_with(Arguments& app, RunEntry run, const char* what) {
   }
   return [options, run](Context& context) {
     Options asked = *options;
-    // A path of that form is one, where it leads to a file.
-    if (sys::describe(asked.name).kind == sys::Kind::kMissing)
-      context.take_apart(asked.name, &asked.timestamp);
+    // Where paths are taken as well, a path of that form is one when it leads to a file.
+    if (run != run_which || sys::describe(asked.name).kind == sys::Kind::kMissing)
+      context.take_apart(asked.name, asked.timestamp);
     return run(context, asked);
   };
 }

@@ -133,6 +133,8 @@ void show_text(Context& context, What what, const Explanation& told) {
 }
 
 Exit run(Context& context, What what, const Options& options) {
+  if (what == What::kPart && document_area(context, admin::Area::kDocs) != admin::Area::kDocs)
+    throw Failure(Exit::kUsage, "only corporate documents have parts: --area docs");
   admin::Request request;
   request.area =
       what == What::kPart ? admin::Area::kDocs : document_area(context, admin::Area::kDocs);
@@ -178,11 +180,11 @@ Run declare(Arguments& app, What what) {
     app.add_option("--rendition", options->rendition, "html@NAME, pdf@NAME or another one")
         .type_name("TEXT")
         .required();
-    app.add_option("--part", options->part, "The part's file name").type_name("NAME").required();
+    app.add_option("--part", options->part, "The part's file name").type_name("TEXT").required();
   }
   add_no_lock(app, options->no_lock);
   return [options, what](Context& context) {
-    context.take_apart(options->entry, &options->timestamp);
+    context.take_apart(options->entry, options->timestamp);
     return run(context, what, *options);
   };
 }

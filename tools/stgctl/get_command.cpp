@@ -144,7 +144,7 @@ void add_get_command(Commands& commands) {
                    "The file to write, a folder, or '-' for the standard output (NAME)")
         .type_name("FILE");
     return [options](Context& context) {
-      context.take_apart(options->name, &options->timestamp);
+      context.take_apart(options->name, options->timestamp);
       return run_get(context, *options);
     };
   };

@@ -59,27 +59,38 @@ class Importing {
     Progress progress(m_context.out(), m_context.options().progress, "importing",
                       plan.sums.items());
     ManifestReader reader(m_options.folder);
-    ManifestItem item;
-    while (!Context::interrupted() && reader.next(item)) {
-      if (!is_in_scope(item.what, plan.scope)) continue;
-      import_one(item);
-      progress.advance(1, item.what.name);
+    for (bool is_more = true; is_more && !Context::interrupted();) {
+      std::vector<ManifestItem> batch;
+      is_more = read_batch(reader, plan.scope, batch);
+      m_importer.run(batch, [&](const ManifestItem& item, Imported result, const Failure* why) {
+        tell(item, result, why);
+        progress.advance(1, item.what.name);
+      });
     }
     return m_bytes;
   }
 
  private:
-  void import_one(const ManifestItem& item) {
-    const Subject subject = subject_of(item.what);
-    try {
-      const Imported result = m_importer.run(item);
-      if (result == Imported::kThere) return m_report.skipped(subject, "it is there already");
-      m_bytes += result == Imported::kTimeSet ? 0 : item.what.info.size;
-      m_report.done_as(name_of(result), subject, fields_of(item), tail_of(item));
-    } catch (const Failure& failure) {
-      if (failure.code() == Exit::kInterrupted || failure.code() == Exit::kLockTimeout) throw;
-      m_report.failed(subject, failure.what());
+  /// @return whether there may be more.
+  static bool read_batch(ManifestReader& reader, const admin::Scope& scope,
+                         std::vector<ManifestItem>& batch) {
+    std::uint64_t bytes = 0;
+    ManifestItem item;
+    while (batch.size() < StoreBatch::kMostFiles && bytes < StoreBatch::kMostBytes) {
+      if (!reader.next(item)) return false;
+      if (!is_in_scope(item.what, scope)) continue;
+      bytes += item.what.info.size;
+      batch.push_back(item);
     }
+    return true;
+  }
+
+  void tell(const ManifestItem& item, Imported result, const Failure* failure) {
+    const Subject subject = subject_of(item.what);
+    if (failure != nullptr) return m_report.failed(subject, failure->what());
+    if (result == Imported::kThere) return m_report.skipped(subject, "it is there already");
+    m_bytes += result == Imported::kTimeSet ? 0 : item.what.info.size;
+    m_report.done_as(name_of(result), subject, fields_of(item), tail_of(item));
   }
 
   Context& m_context;
@@ -111,7 +122,8 @@ Exit run_import(Context& context, const Options& options) {
   const std::uint64_t bytes =
       report.guarded([&] { return Importing(context, options, journal, report).run(plan); });
   if (!dry) journal.close();
-  return report.finish({{"bytes", bytes}}, format_bytes(bytes));
+  return report.finish({{"bytes", bytes}, {"seconds", report.seconds()}},
+                       format_bytes(bytes) + report.speed());
 }
 
 }  // namespace

@@ -48,6 +48,9 @@ std::string system_form(std::string path) {
   return path;
 }
 
+/// Where a version would lie that a dry run has not stored.
+constexpr const char* kPlanned = "";
+
 constexpr const char* kOtherContent = "it exists with other content; say --replace";
 
 }  // namespace
@@ -70,21 +73,60 @@ Importer::Importer(Context& context, std::string folder, Existing existing, Impo
       m_folder(std::move(folder)),
       m_existing(existing),
       m_journal(journal),
-      m_is_dry(context.options().dry_run) {}
+      m_is_dry(context.options().dry_run),
+      m_entries(context) {}
 
-Imported Importer::run(const ManifestItem& item) {
-  const std::string source = location_in(m_folder, item.file);
-  if (item.what.kind != admin::HoldingKind::kVersion) {
-    const std::string place = place_of(item);
-    check_owner(item.what);
-    check_source(item, source);
-    return import_by_path(item, source, place);
+void Importer::run(std::span<const ManifestItem> items, const Told& told) {
+  StoreBatch batch(m_context);
+  std::vector<Work> all;
+  std::optional<Failure> end;
+  m_entries.forget();
+  for (const ManifestItem& item : items) {
+    Work& work = all.emplace_back();
+    work.item = &item;
+    try {
+      judge(work, batch);
+    } catch (const Failure& failure) {
+      if (ends_work(failure)) {
+        end = failure;
+        all.pop_back();
+        break;
+      }
+      work.failure = failure;
+    }
   }
-  m_document.reset();
-  m_document_is_planned = false;
+  batch.run();
+  for (Work& work : all) {
+    try {
+      finish(work);
+    } catch (const Failure& failure) {
+      work.failure = failure;
+      if (ends_work(failure)) {
+        if (!end) end = failure;
+        continue;
+      }
+    }
+    told(*work.item, work.result, work.failure ? &*work.failure : nullptr);
+  }
+  if (end) throw Failure(*end);
+}
+
+void Importer::judge(Work& work, StoreBatch& batch) {
+  const ManifestItem& item = *work.item;
+  work.source = location_in(m_folder, item.file);
   check_owner(item.what);
-  check_source(item, source);
-  return import_version(item, source);
+  check_source(item, work.source);
+  if (item.what.kind == admin::HoldingKind::kVersion) judge_version(work, batch);
+}
+
+void Importer::finish(Work& work) {
+  if (work.item->what.kind == admin::HoldingKind::kVersion) {
+    m_document.reset();
+    if (!work.failure) finish_version(work);
+    m_document = work.place;
+  } else if (!work.failure) {
+    work.result = import_by_path(*work.item, work.source, place_of(*work.item));
+  }
 }
 
 void Importer::check_owner(const admin::Holding& what) {
@@ -108,71 +150,70 @@ void Importer::check_owner(const admin::Holding& what) {
 
 // ---- versions ----------------------------------------------------------------------------------
 
-Imported Importer::import_version(const ManifestItem& item, const std::string& source) {
-  const admin::Holding& what = item.what;
+void Importer::judge_version(Work& work, StoreBatch& batch) {
+  const admin::Holding& what = work.item->what;
   check_name("the name", what.name);
   // The file gets a name of its own, but keeps the extension.
   const std::size_t dot = std::min(what.name.rfind('.'), what.name.size());
   check_name_here("the extension of", "x" + what.name.substr(dot));
-  admin::DocumentFolder folder =
+  const admin::DocumentFolder folder =
       admin::folder_for(m_context.tree(), what.area, what.owner, what.name);
   const Target target = target_of(m_context, folder);
   check_no_link(m_context, folder.path);
   check_not_shadowed(m_context, target, what.name, what.timestamp);
-  const std::vector<FoundEntry> versions = find_versions(m_context, target, what.name);
-  const auto found = std::find_if(versions.begin(), versions.end(), [&](const FoundEntry& entry) {
-    return entry.timestamp == what.timestamp;
-  });
-  Imported result = Imported::kNew;
-  if (found != versions.end()) {
-    const Content content = read_content(found->path(), m_context.locking());
-    m_document = found->path();
-    if (content.bytes == what.info.size && content.checksum == item.checksum) {
-      const bool is_exact = found->info.modify_time == what.info.modify_time;
-      if (!m_is_dry) {
-        if (!is_exact) set_modify_time(found->path(), what.info.modify_time);
-        // An import that was killed had completed it without saying so.
-        if (m_journal.is_pending(what)) m_journal.end(what);
-      }
-      return is_exact ? Imported::kThere : Imported::kTimeSet;
-    }
-    m_document.reset();
-    const bool is_ours = m_journal.is_pending(what);
-    if (!is_ours && m_existing == Existing::kKeep) fail(kOtherContent);
-    result = is_ours ? Imported::kCompleted : Imported::kReplaced;
-  }
+  const std::optional<FoundEntry> found = m_entries.find(folder, what.name, what.timestamp);
+  if (found) judge_existing(work, *found);
+  if (work.place) return;
   if (m_is_dry) {
-    m_document_is_planned = true;
-    return result;
+    work.place = kPlanned;
+    return;
   }
-  store(item, source, target);
-  return result;
+  const StoreItem item = {work.source, what.name, what.info.size, what.timestamp};
+  work.version = found ? &batch.add_replacing(target, item, *found) : &batch.add(target, item);
 }
 
-void Importer::store(const ManifestItem& item, const std::string& source, const Target& target) {
-  const admin::Holding& what = item.what;
-  const auto look_up = [&]() -> std::optional<FoundEntry> {
-    for (FoundEntry& entry : find_versions(m_context, target, what.name)) {
-      if (entry.timestamp == what.timestamp) return std::move(entry);
+/// What is there with the same bytes stays; it has its place then.
+void Importer::judge_existing(Work& work, const FoundEntry& found) {
+  const admin::Holding& what = work.item->what;
+  const Content content = read_content(found.path(), m_context.locking());
+  const bool is_ours = m_journal.is_pending(what);
+  if (content.bytes == what.info.size && content.checksum == work.item->checksum) {
+    const bool is_exact = found.info.modify_time == what.info.modify_time;
+    if (!m_is_dry) {
+      if (!is_exact) set_modify_time(found.path(), what.info.modify_time);
+      // An import that was killed had completed it without saying so.
+      if (is_ours) m_journal.end(what);
     }
-    return std::nullopt;
-  };
-  m_journal.begin(what);
-  try {
-    store_file(m_context, target, source, what.info.size, what.name, what.timestamp);
-  } catch (const Failure&) {
-    if (!look_up()) m_journal.end(what);
-    throw;
+    work.result = is_exact ? Imported::kThere : Imported::kTimeSet;
+    work.place = found.path();
+    return;
   }
-  const std::optional<FoundEntry> stored = look_up();
-  if (!stored) fail("it is gone again; another process works on it");
-  const Content content = read_content(stored->path(), m_context.locking());
-  if (content.checksum != item.checksum)
+  if (!is_ours && m_existing == Existing::kKeep) fail(kOtherContent);
+  work.result = is_ours ? Imported::kCompleted : Imported::kReplaced;
+}
+
+void Importer::finish_version(Work& work) {
+  if (work.version == nullptr) return;
+  const admin::Holding& what = work.item->what;
+  const admin::DocumentFolder folder =
+      admin::folder_for(m_context.tree(), what.area, what.owner, what.name);
+  std::string file = work.version->file;
+  if (work.version->fate == admin::NewVersion::Fate::kInPlace) {
+    file = work.version->replaces;
+    // Killed on the way it is cut, and the next import knows it by this.
+    m_journal.begin(what);
+    overwrite_file(m_context, target_of(m_context, folder),
+                   {work.source, what.name, what.info.size, what.timestamp});
+  } else if (work.version->fate != admin::NewVersion::Fate::kStored) {
+    throw failure_of(m_context, *work.version);
+  }
+  const std::string path = sys::join(folder.path, file);
+  if (read_content(path, m_context.locking()).checksum != work.item->checksum)
     fail("what was stored differs from the manifest; is another process writing to it?");
-  if (stored->info.modify_time != what.info.modify_time)
-    set_modify_time(stored->path(), what.info.modify_time);
-  m_journal.end(what);
-  m_document = stored->path();
+  if (sys::describe(path).modify_time != what.info.modify_time)
+    set_modify_time(path, what.info.modify_time);
+  if (m_journal.is_pending(what)) m_journal.end(what);
+  work.place = path;
 }
 
 // ---- parts, and files by path ------------------------------------------------------------------
@@ -181,8 +222,8 @@ std::string Importer::place_of(const ManifestItem& item) const {
   const admin::Holding& what = item.what;
   check_path_here(what.path);
   if (what.kind == admin::HoldingKind::kPart) {
-    if (m_document_is_planned) return {};
     if (!m_document) fail("its document was not imported");
+    if (*m_document == kPlanned) return {};
     return *m_document + system_form(what.path);
   }
   std::string folder = m_context.tree().folder_of(what.area);

@@ -6,6 +6,7 @@
 #include "tools/stgctl/command.h"
 #include "tools/stgctl/key_lines.h"
 #include "tools/stgctl/lock_wait.h"
+#include "tools/stgctl/look.h"
 #include "tools/stgctl/operations.h"
 #include "tools/stgctl/text.h"
 #include "vu_file.h"
@@ -134,8 +135,7 @@ Exit run_edit(Context& context, const Options& options, Change change, const cha
       admin::folder_for(context.tree(), target.area, target.owner, options.file).path;
   check_no_link(context, folder);
   check_not_shadowed(context, target, options.file, 0);
-  const Subject subject = {
-      std::string(admin::name_of(target.area)), target.owner, options.file, {}};
+  const Subject subject = {std::string(admin::name_of(target.area)), target.owner, options.file, 0};
   ChangeReport report(context, schema, change == Change::kSet ? "set" : "unset");
   if (context.options().dry_run) {
     const FoundEntry file = find_or_make(context, target, options.file, change);
@@ -165,14 +165,20 @@ Run declare_edit(Arguments& app, Change change, const char* schema, bool is_prof
     app.add_option("--file", options->file, "The profile's name (profile.txt)").type_name("NAME");
   } else {
     app.add_option("file", options->file, "The key file's logical name")
-        .type_name("FILE")
+        .type_name("NAME")
         .required();
   }
   app.add_option("line", options->lines,
                  change == Change::kSet ? "Keys with their values" : "Keys, whose lines all go")
       .type_name(change == Change::kSet ? "KEY=VALUE" : "KEY")
       .required();
-  return [=](Context& context) { return run_edit(context, *options, change, schema); };
+  return [=](Context& context) {
+    Options edit = *options;
+    take_key_file(context, edit.file);
+    const bool is_elsewhere = document_area(context, admin::Area::kUser) != admin::Area::kUser;
+    if (is_profile && is_elsewhere) throw Failure(Exit::kUsage, "profiles lie in the area user");
+    return run_edit(context, edit, change, schema);
+  };
 }
 
 }  // namespace

@@ -17,10 +17,10 @@ struct Options {
   bool with_sizes = false;
   bool with_missing = false;
   bool no_lock = false;
+  std::string timestamp;  ///< of ls: in the pattern alone
   // find only
   std::string name;
   std::string extension;
-  std::string timestamp;
   std::string state;
   std::string least_size;
   std::string most_size;
@@ -83,6 +83,7 @@ admin::EntryQuery query_of(Context& context, const Options& options) {
   query.with_info = options.with_sizes;
   query.with_missing = options.with_missing;
   if (!options.pattern.empty()) query.pattern = options.pattern;
+  if (!options.timestamp.empty()) query.timestamp = parse_stamp(options.timestamp);
   return query;
 }
 
@@ -97,7 +98,6 @@ Exit run_find(Context& context, const Options& options) {
     query.extension =
         options.extension.starts_with('.') ? options.extension.substr(1) : options.extension;
   }
-  if (!options.timestamp.empty()) query.timestamp = parse_stamp(options.timestamp);
   if (options.state == "indexed") query.state = admin::EntryState::kIndexed;
   if (options.state == "unindexed") query.state = admin::EntryState::kUnindexed;
   if (options.state == "missing") query.state = admin::EntryState::kMissing;
@@ -120,7 +120,10 @@ Run declare_ls(Arguments& app) {
   app.add_flag("-l,--long", options->with_sizes, "Sizes and times as well");
   app.add_flag("--missing", options->with_missing, "Also lines whose file is not there");
   add_no_lock(app, options->no_lock);
-  return [options](Context& context) { return run_ls(context, *options); };
+  return [options](Context& context) {
+    context.take_apart(options->pattern, options->timestamp);
+    return run_ls(context, *options);
+  };
 }
 
 Run declare_find(Arguments& app) {
@@ -149,7 +152,11 @@ Run declare_find(Arguments& app) {
       .check(is_age);
   app.add_flag("-l,--long", options->with_sizes, "Sizes and times as well");
   add_no_lock(app, options->no_lock);
-  return [options](Context& context) { return run_find(context, *options); };
+  return [options](Context& context) {
+    context.take_apart(options->pattern, options->timestamp);
+    context.take_apart(options->name, options->timestamp);
+    return run_find(context, *options);
+  };
 }
 
 }  // namespace

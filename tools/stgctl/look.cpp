@@ -19,6 +19,14 @@ admin::sys::Locking locking_for(Context& context, bool no_lock) {
   return locking;
 }
 
+void take_key_file(Context& context, std::string& name) {
+  const std::string typed = name;
+  std::string timestamp;
+  context.take_apart(name, timestamp);
+  if (!timestamp.empty() && timestamp != "0")
+    throw Failure(Exit::kUsage, shown(typed) + ": key files are read at timestamp 0 alone");
+}
+
 admin::Area document_area(Context& context, admin::Area fallback) {
   const admin::Area area = context.scope().area.value_or(fallback);
   if (admin::expects_index(area)) return area;

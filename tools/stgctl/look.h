@@ -10,13 +10,17 @@
 #include "tools/stgctl/exit_codes.h"
 
 /// @file
-/// What the commands that only look have in common.
+/// What the commands that look have in common.
 namespace stgctl {
 
 /// Adds --no-lock to a command that reads indexes.
 void add_no_lock(Arguments& app, bool& no_lock);
 /// How the command reads: as Context::locking(), or without locks.
 admin::sys::Locking locking_for(Context& context, bool no_lock);
+
+/// As Context::take_apart(), for a key file, which has one version.
+/// @throws Failure kUsage for another timestamp than 0.
+void take_key_file(Context& context, std::string& name);
 
 /// The area that --area names. @throws Failure kUsage for one that the library keeps no documents
 /// in.

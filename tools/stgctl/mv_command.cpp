@@ -1,113 +1,228 @@
-
+#include <algorithm>
 #include <memory>
+#include <optional>
+#include <set>
 
-#include "stg_index.h"
+#include "index/index_format.h"
 #include "tools/stgctl/command.h"
-#include "tools/stgctl/lock_wait.h"
-#include "tools/stgctl/operations.h"
+#include "tools/stgctl/moving.h"
 #include "tools/stgctl/stamp.h"
 #include "tools/stgctl/text.h"
-#include "vu_file.h"
 
 namespace stgctl {
-
-namespace sys = admin::sys;
 
 namespace {
 
 struct Options {
   std::string from;
   std::string to;
+  std::string match;
+  std::string match_to;
   std::string timestamp;
   std::string new_timestamp;
   bool replace = false;
 };
 
-FoundEntry find_source(Context& context, const Target& target, const Options& options) {
-  std::vector<FoundEntry> versions = find_versions(context, target, options.from);
-  if (!options.timestamp.empty()) {
-    const std::int32_t wanted = parse_stamp(options.timestamp).value_or(0);
-    std::erase_if(versions, [&](const FoundEntry& entry) { return entry.timestamp != wanted; });
+/// How many bytes of a text the part of a pattern without stars takes; nothing when it does not
+/// match there.
+std::optional<std::size_t> width_of(std::string_view part, std::string_view text) {
+  std::size_t at = 0;
+  for (const char c : part) {
+    if (at == text.size() || (c != '?' && c != text[at])) return std::nullopt;
+    ++at;
+    // The rest of a character in UTF-8.
+    while (c == '?' && at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80)
+      ++at;
   }
-  if (versions.empty()) {
-    throw Failure(Exit::kNothingMatched, "there is no such version of " + shown(options.from));
-  }
-  if (versions.size() > 1) {
-    throw Failure(Exit::kRefused, formatted("{} has {} versions; say --timestamp",
-                                            shown(options.from), versions.size()));
-  }
-  return versions.front();
+  return at;
 }
 
-bool has_version(Context& context, const Target& target, const std::string& name,
-                 std::int32_t timestamp) {
-  for (const FoundEntry& entry : find_versions(context, target, name)) {
-    if (entry.timestamp == timestamp) return true;
+/// What the stars of a pattern stand for in a name, the first ones as little as may be; nothing
+/// where the name does not match.
+std::optional<std::vector<std::string>> stars_in(std::string_view pattern, std::string_view name) {
+  std::vector<std::string> stars;
+  std::size_t star = pattern.find('*');
+  const auto first = width_of(pattern.substr(0, star), name);
+  if (!first) return std::nullopt;
+  name.remove_prefix(*first);
+  while (star != std::string_view::npos) {
+    pattern.remove_prefix(star + 1);
+    star = pattern.find('*');
+    const bool is_last = star == std::string_view::npos;
+    bool is_found = false;
+    for (std::size_t at = 0; at <= name.size() && !is_found; ++at) {
+      const auto width = width_of(pattern.substr(0, star), name.substr(at));
+      if (!width || (is_last && at + *width != name.size())) continue;
+      stars.emplace_back(name.substr(0, at));
+      name.remove_prefix(at + *width);
+      is_found = true;
+    }
+    if (!is_found) return std::nullopt;
   }
-  return false;
+  return name.empty() ? std::optional(stars) : std::nullopt;
 }
 
-/// The new name's folder may be another one, since documents are spread by their names: then the
-/// document is stored anew and removed where it was.
-void move_entry(Context& context, const Target& target, const FoundEntry& from,
-                const std::string& name, std::int32_t timestamp) {
-  const std::string folder =
-      admin::folder_for(context.tree(), target.area, target.owner, name).path;
-  if (folder != from.folder.path) {
-    store_file(context, target, from.path(), from.info.size, name, timestamp);
-    remove_version(context, from, KeyLines::kLeave);
-    return;
-  }
-  const std::vector<std::string> parts = part_folders(from);
-  wait_until_free(context, folder, from.file);
-  STGIndex::rename(folder, from.name, from.timestamp, name, timestamp);
-  if (!has_version(context, target, name, timestamp) ||
-      sys::describe(from.path()).kind != sys::Kind::kMissing) {
-    throw Failure(Exit::kFailed, "it could not be renamed; --trace m tells why");
-  }
-  for (const std::string& part : parts) vu_file::recurseRemoveDir(sys::join(folder, part));
-}
-
-Exit run_mv(Context& context, const Options& options) {
-  check_name("the name", options.from);
-  check_name("the new name", options.to);
-  const Target target = target_of(context, admin::Area::kDocs);
-  const FoundEntry from = find_source(context, target, options);
-  const std::int32_t timestamp = options.new_timestamp.empty()
-                                     ? from.timestamp
-                                     : parse_stamp(options.new_timestamp).value_or(0);
-  if (from.name == options.to && from.timestamp == timestamp) {
-    throw Failure(Exit::kRefused, "the new name and version are the old ones");
-  }
-  check_no_link(context, from.path());
-  check_no_link(context,
-                admin::folder_for(context.tree(), target.area, target.owner, options.to).path);
-  check_not_shadowed(context, target, options.from, from.timestamp);
-  check_not_shadowed(context, target, options.to, timestamp);
-  const bool replaces = has_version(context, target, options.to, timestamp);
-  const Subject to = {std::string(admin::name_of(target.area)), target.owner, options.to,
-                      timestamp};
-  if (replaces && !options.replace) {
-    throw Failure(Exit::kRefused, shown(to) + " exists already; say --replace");
-  }
-  ChangeReport report(context, "stgctl.mv/1", "moved");
-  if (!context.options().dry_run) {
-    context.confirm(formatted("Move {} to {}?", shown(subject_of(from)), shown(to)));
-    context.open_library();
-    try {
-      move_entry(context, target, from, options.to, timestamp);
-    } catch (const Failure& failure) {
-      if (failure.code() != Exit::kFailed) throw;
-      report.failed(subject_of(from), failure.what());
-      return report.finish();
+/// The pattern with its stars filled.
+std::string filled(const std::string& pattern, const std::vector<std::string>& stars) {
+  std::string name;
+  auto star = stars.begin();
+  for (const char c : pattern) {
+    if (c == '*') {
+      name += *star++;
+    } else {
+      name += c;
     }
   }
-  Json fields;
-  put_name(fields, "new_name", options.to);
-  fields["new_timestamp"] = timestamp;
-  fields["replaced"] = replaces;
-  report.done(subject_of(from), fields, "to " + shown(to));
-  return report.finish();
+  return name;
+}
+
+/// @throws Failure kRefused where it is not plain what each star stands for.
+std::string renamed(const std::string& from, const std::string& to, const std::string& name) {
+  const auto stars = stars_in(from, name);
+  if (!stars) throw Failure(Exit::kRefused, shown(name) + " cannot be taken apart by that pattern");
+  return filled(to, *stars);
+}
+
+/// Finds what is to be moved where, and refuses what would lose a version.
+class Planner {
+ public:
+  Planner(Context& context, const Options& options) : m_context(context), m_options(options) {}
+
+  std::vector<Move> run() {
+    const bool is_pattern = !m_options.match.empty();
+    const NamedVersion from =
+        named(is_pattern ? m_options.match : m_options.from, m_options.timestamp);
+    const NamedVersion to = named_to(is_pattern ? m_options.match_to : m_options.to, from.target);
+    if (is_pattern) {
+      check_pattern(from.name, to.name);
+    } else {
+      check_name("the name", from.name);
+      check_name("the new name", to.name);
+    }
+    for (const FoundEntry& entry : is_pattern ? matching(from) : only_one(from)) {
+      const std::string name = is_pattern ? renamed(from.name, to.name, entry.name) : to.name;
+      add(entry, to, name);
+    }
+    for (const Move& move : m_moves) {
+      if (m_sources.contains(version_of(move.target, move.name, move.timestamp)))
+        refuse(shown(move.to()) + " is to be moved itself; move it first");
+    }
+    return std::move(m_moves);
+  }
+
+ private:
+  [[noreturn]] static void refuse(const std::string& why) { throw Failure(Exit::kRefused, why); }
+
+  NamedVersion named(const std::string& text, const std::string& timestamp) {
+    return named_version(m_context, text, timestamp, admin::Area::kDocs);
+  }
+
+  /// The new name is in the same area and of the same owner, unless it says another one.
+  NamedVersion named_to(const std::string& text, const Target& from) {
+    NamedVersion to;
+    if (const auto version = parse_version_name(text, m_context.tree().layout)) {
+      to = named_version_at(m_context, *version);
+      const auto said = parse_stamp(m_options.new_timestamp);
+      if (said && to.timestamp && *said != *to.timestamp)
+        throw Failure(Exit::kUsage, shown(text) + " says another timestamp than the options");
+    } else {
+      to = {from, text, std::nullopt};
+    }
+    if (!to.timestamp) to.timestamp = parse_stamp(m_options.new_timestamp);
+    if (to.timestamp && *to.timestamp < 0)
+      throw Failure(Exit::kUsage, is_stamp(std::to_string(*to.timestamp)));
+    return to;
+  }
+
+  static void check_pattern(const std::string& from, const std::string& to) {
+    if (to.find('?') != std::string::npos ||
+        std::count(from.begin(), from.end(), '*') != std::count(to.begin(), to.end(), '*')) {
+      throw Failure(Exit::kUsage,
+                    formatted("'{}' must hold as many \"*\" as '{}', and no \"?\": each takes what "
+                              "the same one has matched",
+                              shown(to), shown(from)));
+    }
+  }
+
+  std::vector<FoundEntry> only_one(const NamedVersion& from) {
+    std::vector<FoundEntry> versions = find_versions(m_context, from.target, from.name);
+    keep_wanted(versions, from);
+    if (versions.empty()) {
+      throw Failure(Exit::kNothingMatched, "there is no such version of " + shown(from.name));
+    }
+    if (versions.size() > 1) {
+      refuse(formatted("{} has {} versions; say --timestamp", shown(from.name), versions.size()));
+    }
+    return versions;
+  }
+
+  std::vector<FoundEntry> matching(const NamedVersion& from) {
+    std::vector<FoundEntry> found = find_matching(m_context, from);
+    if (found.empty()) throw Failure(Exit::kNothingMatched, "nothing matches; nothing was moved");
+    return found;
+  }
+
+  static std::string version_of(const Target& target, const std::string& name,
+                                std::int32_t timestamp) {
+    return formatted("{}/{}/{}", admin::name_of(target.area), target.owner,
+                     index_format::key_of(name, timestamp));
+  }
+
+  void add(const FoundEntry& from, const NamedVersion& to, const std::string& name) {
+    Move move = {from, to.target, name, to.timestamp.value_or(from.timestamp), std::nullopt};
+    check_name("the new name", name);
+    const Target target = target_of(m_context, from.folder);
+    const std::string old_version = version_of(target, from.name, from.timestamp);
+    const std::string new_version = version_of(move.target, name, move.timestamp);
+    if (old_version == new_version) refuse("the new name and version are the old ones");
+    const admin::DocumentFolder folder =
+        admin::folder_for(m_context.tree(), move.target.area, move.target.owner, name);
+    check_no_link(m_context, from.path());
+    check_no_link(m_context, folder.path);
+    check_not_shadowed(m_context, target, from.name, from.timestamp);
+    check_not_shadowed(m_context, move.target, name, move.timestamp);
+    move.replaced = find(folder, name, move.timestamp);
+    if (move.replaced && !m_options.replace)
+      refuse(shown(move.to()) + " exists already; say --replace");
+    if (!m_targets.insert(new_version).second)
+      refuse("two versions would become " + shown(move.to()));
+    m_sources.insert(old_version);
+    m_moves.push_back(std::move(move));
+  }
+
+  std::optional<FoundEntry> find(const admin::DocumentFolder& folder, const std::string& name,
+                                 std::int32_t timestamp) {
+    auto [at, is_new] = m_known.try_emplace(folder.path, m_context);
+    return at->second.find(folder, name, timestamp);
+  }
+
+  Context& m_context;
+  const Options& m_options;
+  std::map<std::string, KnownEntries> m_known;  ///< by folder
+  std::set<std::string> m_sources;
+  std::set<std::string> m_targets;
+  std::vector<Move> m_moves;
+};
+
+Exit run_mv(Context& context, const Options& options) {
+  const bool is_single = options.match.empty();
+  if (is_single == options.from.empty() || is_single == options.to.empty() ||
+      is_single != options.match_to.empty()) {
+    throw Failure(Exit::kUsage, "say a name and its new name, or --match PATTERN --to PATTERN");
+  }
+  std::vector<Move> moves = Planner(context, options).run();
+  ChangeReport report(context, "stgctl.mv/1", "moved");
+  if (context.options().dry_run) {
+    for (const Move& move : moves) tell_moved(report, move);
+    return report.finish();
+  }
+  context.confirm(moves.size() == 1 ? formatted("Move {} to {}?", shown(subject_of(moves[0].from)),
+                                                shown(moves[0].to()))
+                                    : formatted("Move {} versions?", moves.size()));
+  context.open_library();
+  const std::uint64_t bytes =
+      report.guarded([&] { return move_versions(context, std::move(moves), report); });
+  return report.finish({{"bytes", bytes}}, format_bytes(bytes) + report.speed());
 }
 
 }  // namespace
@@ -115,8 +230,14 @@ Exit run_mv(Context& context, const Options& options) {
 void add_mv_command(Commands& commands) {
   const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
-    app.add_option("name", options->from, "The logical name").type_name("NAME").required();
-    app.add_option("new-name", options->to, "The new one").type_name("NEW-NAME").required();
+    app.add_option("name", options->from, "The logical name").type_name("NAME");
+    app.add_option("new-name", options->to, "The new one").type_name("NEW-NAME");
+    app.add_option("--match", options->match,
+                   "Every document of this pattern; * and ? as in a shell")
+        .type_name("PATTERN");
+    app.add_option("--to", options->match_to,
+                   "What they become: each \"*\" takes what that of --match stands for")
+        .type_name("PATTERN");
     app.add_option("--timestamp", options->timestamp, "The version, when there are several")
         .type_name("STAMP")
         .check(is_stamp);
@@ -125,16 +246,13 @@ void add_mv_command(Commands& commands) {
         .type_name("STAMP")
         .check(is_stamp);
     app.add_flag("--replace", options->replace, "Replace a version that exists");
-    return [options](Context& context) {
-      context.take_apart(options->from, &options->timestamp);
-      context.take_apart(options->to, &options->new_timestamp);
-      return run_mv(context, *options);
-    };
+    return [options](Context& context) { return run_mv(context, *options); };
   };
   commands.push_back(
-      {"mv", Group::kChange, Effect::kChanges, "Give a document another name or version", declare,
-       "The area is docs unless --area says another one. The document keeps its modification\n"
-       "time; its parts are dropped, since they are generated anew. Key lines that name it stay."});
+      {"mv", Group::kChange, Effect::kChanges, "Give documents another name or version", declare,
+       "The area is docs unless --area says another one. A document keeps its modification\n"
+       "time; its parts are dropped, since they are generated anew. Key lines that name it stay.\n"
+       "The new name may say another owner or area: 'docs/bert/sales.kdf'."});
 }
 
 }  // namespace stgctl

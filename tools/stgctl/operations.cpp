@@ -1,7 +1,9 @@
 #include "tools/stgctl/operations.h"
 
 #include <algorithm>
+#include <limits>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "stg_index.h"
@@ -31,12 +33,19 @@ std::vector<std::string> names_in(const std::string& path) {
   return names;
 }
 
+/// Where the system does not tell.
+constexpr std::uint64_t kPlenty = std::numeric_limits<std::uint64_t>::max() / 2;
+
+/// What is free where the tree lies.
+std::uint64_t free_bytes(Context& context) {
+  const sys::FileSystem system = sys::file_system_of(context.tree().storage);
+  return system.total_bytes == 0 ? kPlenty : system.free_bytes;
+}
+
 /// The room that a new file takes must be there before an old one is emptied for it.
-void check_room(const std::string& folder, std::uint64_t needed, std::uint64_t freed) {
-  const sys::FileSystem system = sys::file_system_of(folder);
-  if (system.total_bytes == 0 || system.free_bytes + freed >= needed) return;
-  fail(formatted("{} needed, {} free: make room first", format_bytes(needed),
-                 format_bytes(system.free_bytes)));
+void check_room(std::uint64_t needed, std::uint64_t free) {
+  if (free >= needed) return;
+  fail(formatted("{} needed, {} free: make room first", format_bytes(needed), format_bytes(free)));
 }
 
 /// What the tree shows of a version by now.
@@ -48,35 +57,86 @@ std::optional<FoundEntry> look_up(Context& context, const Target& target, const 
   return std::nullopt;
 }
 
-void remove_parts(const FoundEntry& entry, const std::vector<std::string>& parts) {
-  for (const std::string& part : parts) {
-    const std::string path = sys::join(entry.folder.path, part);
-    if (sys::describe(path).kind == sys::Kind::kMissing) continue;
+}  // namespace
+
+// ---- parts -------------------------------------------------------------------------------------
+
+FoundParts::FoundParts(std::string folder) : m_folder(std::move(folder)) {
+  m_names = names_in(m_folder);
+}
+
+std::vector<std::string> FoundParts::of(const std::vector<std::string>& files) const {
+  const std::set<std::string, std::less<>> wanted(files.begin(), files.end());
+  std::vector<std::string> parts;
+  for (const std::string& name : m_names) {
+    // The longest name before an underscore that the folder has is the document.
+    std::size_t at = name.rfind('_');
+    while (at != std::string::npos && at > 0 &&
+           !std::binary_search(m_names.begin(), m_names.end(), name.substr(0, at)))
+      at = name.rfind('_', at - 1);
+    if (at == std::string::npos || at == 0 || !wanted.contains(name.substr(0, at))) continue;
+    if (sys::describe(sys::join(m_folder, name)).kind == sys::Kind::kFolder) parts.push_back(name);
+  }
+  return parts;
+}
+
+void FoundParts::remove(const std::vector<std::string>& files) const {
+  for (const std::string& part : of(files)) {
+    const std::string path = sys::join(m_folder, part);
     vu_file::recurseRemoveDir(path);
-    if (sys::describe(path).kind != sys::Kind::kMissing) {
+    if (sys::describe(path).kind != sys::Kind::kMissing)
       fail("done, but its old parts in " + shown(path) + " could not be removed as a whole");
-    }
   }
 }
 
-}  // namespace
+void FoundParts::try_to_remove(Context& context, const std::vector<std::string>& files) const {
+  try {
+    remove(files);
+  } catch (const Failure& failure) {
+    context.out().warning(failure.what());
+  }
+}
 
-// ---- new versions ------------------------------------------------------------------------------
+std::vector<std::string> part_folders(const FoundEntry& entry) {
+  return FoundParts(entry.folder.path).of({entry.file});
+}
 
-const admin::NewVersion& StoreBatch::add(const Target& target, const std::string& source,
-                                         std::uint64_t size, const std::string& name,
-                                         std::int32_t timestamp) {
-  check_room(m_context.tree().storage, size, 0);
+// ---- batches -----------------------------------------------------------------------------------
+
+StoreBatch::StoreBatch(Context& context) : m_context(context), m_free(free_bytes(context)) {}
+
+admin::NewVersion& StoreBatch::stage(const Target& target, const StoreItem& item,
+                                     const std::string& replaces) {
   const admin::DocumentFolder folder =
-      admin::folder_for(m_context.tree(), target.area, target.owner, name);
+      admin::folder_for(m_context.tree(), target.area, target.owner, item.name);
   std::unique_ptr<admin::NewVersions>& versions = m_folders[folder.path];
   if (versions == nullptr)
     versions = std::make_unique<admin::NewVersions>(folder, m_context.locking());
   admin::NewVersion& version = m_versions.emplace_back();
-  version.source = source;
-  version.logical = name;
-  version.timestamp = timestamp;
-  static_cast<void>(versions->stage(version));
+  version.source = item.source;
+  version.logical = item.name;
+  version.timestamp = item.timestamp;
+  version.replaces = replaces;
+  if (versions->stage(version)) m_free -= std::min(item.size, m_free);
+  return version;
+}
+
+const admin::NewVersion& StoreBatch::add(const Target& target, const StoreItem& item) {
+  check_room(item.size, m_free);
+  return stage(target, item, "");
+}
+
+const admin::NewVersion& StoreBatch::add_replacing(const Target& target, const StoreItem& item,
+                                                   const FoundEntry& old) {
+  check_room(item.size, m_free + old.info.size);
+  if (item.size > m_free) {
+    admin::NewVersion& version = m_versions.emplace_back();
+    version.replaces = old.file;
+    version.fate = admin::NewVersion::Fate::kInPlace;
+    return version;
+  }
+  const admin::NewVersion& version = stage(target, item, old.file);
+  m_replaced.emplace_back(&version, old.folder.path);
   return version;
 }
 
@@ -84,6 +144,14 @@ void StoreBatch::run() {
   std::vector<admin::NewVersions*> folders;
   for (const auto& [path, versions] : m_folders) folders.push_back(versions.get());
   admin::NewVersions::enter(folders);
+  // The new file keeps its time, which may be older than its parts: they would pass for up to date.
+  std::map<std::string, std::vector<std::string>> files;
+  for (const auto& [version, folder] : m_replaced) {
+    if (version->fate == admin::NewVersion::Fate::kStored)
+      files[folder].push_back(version->replaces);
+  }
+  for (const auto& [folder, replaced] : files)
+    FoundParts(folder).try_to_remove(m_context, replaced);
 }
 
 Failure failure_of(Context& context, const admin::NewVersion& version) {
@@ -96,14 +164,6 @@ Failure failure_of(Context& context, const admin::NewVersion& version) {
 
 namespace {
 
-void store_new(Context& context, const Target& target, const std::string& source,
-               std::uint64_t size, const std::string& name, std::int32_t timestamp) {
-  StoreBatch batch(context);
-  const admin::NewVersion& version = batch.add(target, source, size, name, timestamp);
-  batch.run();
-  if (version.fate != admin::NewVersion::Fate::kStored) throw failure_of(context, version);
-}
-
 /// Why a version that exists could not be overwritten.
 std::string why_not_replaceable(const FoundEntry& old) {
   if (std::string why = admin::why_not_storable(old.folder.path); !why.empty()) return why;
@@ -115,53 +175,46 @@ std::string why_not_replaceable(const FoundEntry& old) {
 
 }  // namespace
 
-void store_file(Context& context, const Target& target, const std::string& source,
-                std::uint64_t size, const std::string& name, std::int32_t timestamp) {
-  const std::optional<FoundEntry> old = look_up(context, target, name, timestamp);
-  if (!old) return store_new(context, target, source, size, name, timestamp);
+void store_file(Context& context, const Target& target, const StoreItem& item) {
+  StoreBatch batch(context);
+  const std::optional<FoundEntry> old = look_up(context, target, item.name, item.timestamp);
+  const admin::NewVersion& version =
+      old ? batch.add_replacing(target, item, *old) : batch.add(target, item);
+  batch.run();
+  if (version.fate == admin::NewVersion::Fate::kInPlace)
+    return overwrite_file(context, target, item);
+  if (version.fate != admin::NewVersion::Fate::kStored) throw failure_of(context, version);
+}
+
+void overwrite_file(Context& context, const Target& target, const StoreItem& item) {
+  const std::optional<FoundEntry> old = look_up(context, target, item.name, item.timestamp);
+  if (!old) fail("somebody else removed it meanwhile; store it again");
   wait_until_free(context, old->folder.path, old->file);
-  check_room(context.tree().storage, size, old->info.size);
+  check_room(item.size, free_bytes(context) + old->info.size);
   // The library makes a read-only file writable by itself for nobody: asked before it is cut.
   if (const std::string why = why_not_replaceable(*old); !why.empty()) fail(why);
-  if (const os::Status readable = sys::probe_readable(source); !readable.ok())
-    fail(formatted("{}: {}", shown(source), sys::text_of(readable)));
-  const std::vector<std::string> old_parts = part_folders(*old);
+  if (const os::Status readable = sys::probe_readable(item.source); !readable.ok())
+    fail(formatted("{}: {}", shown(item.source), sys::text_of(readable)));
+  const FoundParts parts(old->folder.path);
   // The other type of the user area would cut key lines that hold the name.
   const STG::RepositoryType type =
       target.area == admin::Area::kUser ? STG::UserRepository : target.type;
 
   context.forget_trouble();
-  const bool copied =
-      vu_storage::copyToStorage(source, target.library_owner, name, type, true, timestamp);
-  const std::optional<FoundEntry> stored = look_up(context, target, name, timestamp);
-  if (stored && copied && stored->info.size == size) {
+  const bool copied = vu_storage::copyToStorage(item.source, target.library_owner, item.name, type,
+                                                true, item.timestamp);
+  const std::optional<FoundEntry> stored = look_up(context, target, item.name, item.timestamp);
+  if (stored && copied && stored->info.size == item.size) {
     // A copy of a read-only file is read-only, and could never be replaced.
     if (stored->info.is_read_only) vu_file::chmodW(stored->path());
     // The file keeps its time, which may be older than these: they would pass for up to date.
-    return remove_parts(*stored, old_parts);
+    return parts.remove({old->file});
   }
   if (!stored) fail("somebody else removed it meanwhile; store it again");
   fail(
       "it could not be copied into the tree, and the version it was to replace is cut; store it "
       "again" +
       context.trouble());
-}
-
-std::vector<std::string> part_folders(const FoundEntry& entry) {
-  const std::vector<std::string> names = names_in(entry.folder.path);
-  const std::string prefix = entry.file + "_";
-  std::vector<std::string> parts;
-  for (const std::string& name : names) {
-    if (!name.starts_with(prefix)) continue;
-    if (sys::describe(sys::join(entry.folder.path, name)).kind != sys::Kind::kFolder) continue;
-    // "a_b.kdc_" holds the parts of "a_b.kdc", not those of "a".
-    const bool of_another = std::any_of(names.begin(), names.end(), [&](const std::string& other) {
-      return other.size() > entry.file.size() && other.size() < name.size() &&
-             name.starts_with(other + "_");
-    });
-    if (!of_another) parts.push_back(name);
-  }
-  return parts;
 }
 
 std::vector<std::string> key_files_at_risk(Context& context, const FoundEntry& entry) {
@@ -214,7 +267,7 @@ bool has_line(Context& context, const FoundEntry& entry) {
 
 void remove_version(Context& context, const FoundEntry& entry, KeyLines lines) {
   const Target target = target_of(context, entry.folder);
-  const std::vector<std::string> parts = part_folders(entry);
+  const FoundParts parts(entry.folder.path);
   wait_until_free(context, entry.folder.path);
   if (const std::string why = why_not_removable(entry); !why.empty()) fail(why);
   context.forget_trouble();
@@ -227,7 +280,7 @@ void remove_version(Context& context, const FoundEntry& entry, KeyLines lines) {
     fail("its file could not be removed" + context.trouble());
   if (has_line(context, entry))
     fail("its file is gone, but its line is still in the index" + context.trouble());
-  remove_parts(entry, parts);
+  parts.remove({entry.file});
 }
 
 }  // namespace stgctl

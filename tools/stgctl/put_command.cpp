@@ -1,6 +1,5 @@
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -24,7 +23,7 @@ constexpr const char* kSeparators = sys::kSeparator == '\\' ? "\\/" : "/";
 struct Options {
   std::vector<std::string> sources;
   std::string as;
-  std::string timestamp = "0";
+  std::string timestamp;
   bool replace = false;
   bool keep_paths = false;
 };
@@ -139,12 +138,6 @@ void warn_of_stamps(Context& context, const Target& target, const Plan& plan) {
   }
 }
 
-/// ", 412 files/s" for what took long enough to matter.
-std::string speed(std::uint64_t files, double seconds) {
-  if (seconds < 1) return {};
-  return formatted(", {:.0f} files/s", static_cast<double>(files) / seconds);
-}
-
 Exit run_put(Context& context, const Options& options) {
   context.tree();
   if (!options.as.empty() && options.sources.size() > 1) {
@@ -162,14 +155,12 @@ Exit run_put(Context& context, const Options& options) {
   }
   for (const auto& [source, why] : plan.left_out) report.failed({"", "", source, {}}, why);
   Storing storing(context, target, options.replace ? IfThere::kReplace : IfThere::kKeep, report);
-  const auto begin = std::chrono::steady_clock::now();
   report.guarded([&] {
     storing.run(plan.items);
     return 0;
   });
-  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
-  return report.finish({{"bytes", storing.bytes()}, {"seconds", taken.count()}},
-                       format_bytes(storing.bytes()) + speed(report.changed(), taken.count()));
+  return report.finish({{"bytes", storing.bytes()}, {"seconds", report.seconds()}},
+                       format_bytes(storing.bytes()) + report.speed());
 }
 
 }  // namespace
@@ -189,7 +180,13 @@ void add_put_command(Commands& commands) {
     app.add_flag("--replace", options->replace, "Replace versions that exist");
     app.add_flag("--keep-paths", options->keep_paths,
                  "Name files by their paths below the folder, with \"~\" for each separator");
-    return [options](Context& context) { return run_put(context, *options); };
+    return [options](Context& context) {
+      context.take_apart(options->as, options->timestamp);
+      if (options->timestamp.empty()) options->timestamp = "0";
+      if (const std::string wrong = is_stamp_or_mtime(options->timestamp); !wrong.empty())
+        throw Failure(Exit::kUsage, wrong);
+      return run_put(context, *options);
+    };
   };
   commands.push_back(
       {"put", Group::kChange, Effect::kChanges, "Store files, or whole folders, as documents",

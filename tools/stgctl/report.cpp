@@ -66,6 +66,11 @@ void ChangeReport::failed(const Subject& subject, const std::string& reason) {
   out.error(formatted("{}: {}", shown(subject), reason));
 }
 
+std::string ChangeReport::speed() const {
+  if (seconds() < 1) return {};
+  return formatted(", {:.0f} files/s", static_cast<double>(m_done) / seconds());
+}
+
 void ChangeReport::end(const Failure& failure) {
   if (failure.code() == Exit::kLockTimeout) {
     m_lock_missed = true;

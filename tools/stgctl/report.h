@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -43,6 +44,11 @@ class ChangeReport {
   /// An entry could not be changed.
   void failed(const Subject& subject, const std::string& reason);
 
+  /// How long the guarded work took.
+  double seconds() const noexcept { return m_seconds.count(); }
+  /// ", 412 files/s" of what took long enough to matter; empty otherwise.
+  std::string speed() const;
+
   std::uint64_t failures() const noexcept { return m_failed; }
   std::uint64_t changed() const noexcept { return m_done; }
 
@@ -51,9 +57,13 @@ class ChangeReport {
   /// none of it.
   template <class Work>
   auto guarded(Work&& work) -> decltype(work()) {
+    const auto begin = std::chrono::steady_clock::now();
     try {
-      return work();
+      const auto result = work();
+      m_seconds = std::chrono::steady_clock::now() - begin;
+      return result;
     } catch (const Failure& failure) {
+      m_seconds = std::chrono::steady_clock::now() - begin;
       if (failure.code() != Exit::kInterrupted && failure.code() != Exit::kLockTimeout) throw;
       end(failure);
       return decltype(work())();
@@ -72,6 +82,7 @@ class ChangeReport {
   const char* m_schema;
   std::string m_verb;
   bool m_lock_missed = false;
+  std::chrono::duration<double> m_seconds{};
   std::uint64_t m_done = 0;
   std::uint64_t m_skipped = 0;
   std::uint64_t m_failed = 0;

@@ -1,6 +1,8 @@
 
 #include <memory>
+#include <set>
 
+#include "index/index_format.h"
 #include "tools/stgctl/command.h"
 #include "tools/stgctl/operations.h"
 #include "tools/stgctl/progress.h"
@@ -18,59 +20,49 @@ struct Options {
   bool all_versions = false;
 };
 
-/// The versions that are meant.
+/// The versions that are meant, each once.
 class Selection {
  public:
-  Selection(Context& context, const Options& options, const Target& target)
-      : m_context(context), m_options(options), m_target(target) {}
+  Selection(Context& context, const Options& options) : m_context(context), m_options(options) {}
 
   std::vector<FoundEntry> run() {
-    std::vector<FoundEntry> chosen;
-    for (const std::string& name : m_options.names) {
-      check_name("the name", name);
-      append(chosen, versions_of(name));
+    for (const std::string& text : m_options.names) {
+      const NamedVersion named = this->named(text);
+      check_name("the name", named.name);
+      add(versions_of(named));
     }
-    if (!m_options.match.empty()) append(chosen, matching());
-    return chosen;
+    if (!m_options.match.empty()) add(find_matching(m_context, named(m_options.match)));
+    return std::move(m_chosen);
   }
 
  private:
-  static void append(std::vector<FoundEntry>& all, std::vector<FoundEntry> more) {
-    all.insert(all.end(), std::make_move_iterator(more.begin()),
-               std::make_move_iterator(more.end()));
+  NamedVersion named(const std::string& text) {
+    return named_version(m_context, text, m_options.timestamp, admin::Area::kDocs);
   }
 
-  void keep_wanted(std::vector<FoundEntry>& versions) const {
-    if (m_options.timestamp.empty()) return;
-    const std::int32_t wanted = parse_stamp(m_options.timestamp).value_or(0);
-    std::erase_if(versions, [&](const FoundEntry& entry) { return entry.timestamp != wanted; });
+  void add(std::vector<FoundEntry> more) {
+    for (FoundEntry& entry : more) {
+      std::string version =
+          entry.folder.path + '\n' + index_format::key_of(entry.name, entry.timestamp);
+      if (m_seen.insert(std::move(version)).second) m_chosen.push_back(std::move(entry));
+    }
   }
 
-  std::vector<FoundEntry> versions_of(const std::string& name) {
-    std::vector<FoundEntry> versions = find_versions(m_context, m_target, name);
-    keep_wanted(versions);
+  std::vector<FoundEntry> versions_of(const NamedVersion& named) {
+    std::vector<FoundEntry> versions = find_versions(m_context, named.target, named.name);
+    keep_wanted(versions, named);
     if (versions.size() > 1 && !m_options.all_versions) {
       throw Failure(Exit::kRefused,
-                    formatted("{} has {} versions; say --timestamp or --all-versions", shown(name),
-                              versions.size()));
+                    formatted("{} has {} versions; say --timestamp or --all-versions",
+                              shown(named.name), versions.size()));
     }
     return versions;
   }
 
-  std::vector<FoundEntry> matching() {
-    admin::EntryQuery query;
-    query.scope.area = m_target.area;
-    if (m_context.tree().layout == admin::Layout::kOwner) query.scope.owner = m_target.owner;
-    query.pattern = m_options.match;
-    query.state = admin::EntryState::kIndexed;
-    std::vector<FoundEntry> found = find_entries(m_context, query);
-    keep_wanted(found);
-    return found;
-  }
-
   Context& m_context;
   const Options& m_options;
-  const Target& m_target;
+  std::set<std::string> m_seen;
+  std::vector<FoundEntry> m_chosen;
 };
 
 class Removing {
@@ -128,8 +120,7 @@ Exit run_rm(Context& context, const Options& options) {
   if (options.names.empty() == options.match.empty()) {
     throw Failure(Exit::kUsage, "say what to remove: names, or --match PATTERN");
   }
-  const Target target = target_of(context, admin::Area::kDocs);
-  const std::vector<FoundEntry> entries = Selection(context, options, target).run();
+  const std::vector<FoundEntry> entries = Selection(context, options).run();
   if (entries.empty()) throw Failure(Exit::kNothingMatched, "nothing matches; nothing was removed");
   std::uint64_t bytes = 0;
   for (const FoundEntry& entry : entries) bytes += entry.info.size;
@@ -156,10 +147,7 @@ void add_rm_command(Commands& commands) {
         .type_name("STAMP")
         .check(is_stamp);
     app.add_flag("--all-versions", options->all_versions, "Every version of each name");
-    return [options](Context& context) {
-      for (std::string& name : options->names) context.take_apart(name, &options->timestamp);
-      return run_rm(context, *options);
-    };
+    return [options](Context& context) { return run_rm(context, *options); };
   };
   commands.push_back(
       {"rm", Group::kChange, Effect::kChanges, "Remove documents with their parts", declare,

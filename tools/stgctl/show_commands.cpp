@@ -72,12 +72,16 @@ Place find(Context& context, admin::Area area, const Options& options) {
                                                  shown(found.folder.path), found.why));
 }
 
-Exit run_keys(Context& context, const Options& options) {
+Exit run_keys(Context& context, Options options) {
+  take_key_file(context, options.name);
   const Place place = find(context, document_area(context, admin::Area::kUser), options);
   return show(context, "stgctl.keys/1", place, options);
 }
 
 Exit run_profile(Context& context, Options options) {
+  take_key_file(context, options.name);
+  if (context.scope().area.value_or(admin::Area::kUser) != admin::Area::kUser)
+    throw Failure(Exit::kUsage, "profiles lie in the area user");
   if (context.scope().owner) {
     if (options.name.empty()) options.name = "profile.txt";
     const Place place = find(context, admin::Area::kUser, options);

@@ -10,17 +10,19 @@
 /// Timestamps of versions as they are typed: whole numbers of 31 bits.
 namespace stgctl {
 
+/// Takes what is below 0, too: other programs may have stored it.
 inline std::optional<std::int32_t> parse_stamp(const std::string& text) {
   std::int32_t value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size() || value < 0) return std::nullopt;
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
   return value;
 }
 
 /// As a check of an argument: empty when the text is a timestamp, else what is wrong with it.
 inline std::string is_stamp(const std::string& text) {
-  return parse_stamp(text) ? std::string()
-                           : "'" + text + "' is no timestamp, a whole number from 0 to 2147483647";
+  return parse_stamp(text).value_or(-1) >= 0
+             ? std::string()
+             : "'" + text + "' is no timestamp, a whole number from 0 to 2147483647";
 }
 
 /// As is_stamp(), or "mtime".

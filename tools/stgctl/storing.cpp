@@ -15,14 +15,6 @@ namespace sys = admin::sys;
 
 namespace {
 
-/// A batch ends after so many files, or so many bytes.
-constexpr std::size_t kMostFiles = 100;
-constexpr std::uint64_t kMostBytes = std::uint64_t{256} * 1024 * 1024;
-
-bool ends_work(const Failure& failure) {
-  return failure.code() == Exit::kInterrupted || failure.code() == Exit::kLockTimeout;
-}
-
 bool is_equal(Context& context, const StoreItem& item, const FoundEntry& found) {
   if (found.info.size != item.size) return false;
   sys::Locking unlocked;
@@ -38,7 +30,7 @@ Subject Storing::subject_of(const StoreItem& item) const {
 }
 
 void Storing::run(std::vector<StoreItem>& items) {
-  if (items.size() > kMostFiles) {
+  if (items.size() > StoreBatch::kMostFiles) {
     std::vector<std::pair<std::string, StoreItem>> sorted;
     for (StoreItem& item : items) {
       std::string folder =
@@ -63,16 +55,15 @@ std::size_t Storing::run_batch(std::span<const StoreItem> items) {
   std::vector<Work> all;
   std::optional<Failure> end;
   std::uint64_t bytes = 0;
-  m_folder.clear();
+  m_entries.forget();
   for (const StoreItem& item : items) {
-    if (all.size() == kMostFiles || bytes > kMostBytes || (!all.empty() && Context::interrupted()))
+    if (all.size() == StoreBatch::kMostFiles || bytes > StoreBatch::kMostBytes ||
+        (!all.empty() && Context::interrupted()))
       break;
     try {
       Work work = judge(item);
-      if (work.what == What::kNew && !m_context.options().dry_run) {
-        work.version = &batch.add(m_target, item.source, item.size, item.name, item.timestamp);
-        bytes += item.size;
-      }
+      stage(batch, work);
+      if (work.version != nullptr) bytes += item.size;
       all.push_back(std::move(work));
     } catch (const Failure& failure) {
       if (ends_work(failure)) {
@@ -84,17 +75,30 @@ std::size_t Storing::run_batch(std::span<const StoreItem> items) {
   }
   batch.run();
   for (const Work& work : all) {
+    // Once a lock was waited for in vain no other one is.
+    if (end && work.version != nullptr && work.version->fate == admin::NewVersion::Fate::kInPlace)
+      continue;
     try {
       finish(work);
     } catch (const Failure& failure) {
       if (!ends_work(failure)) throw;
       // The others of the batch are to be told of as well.
       if (!end) end = failure;
-      if (work.what == What::kReplace) break;
     }
   }
   if (end) throw Failure(*end);
   return all.size();
+}
+
+void Storing::stage(StoreBatch& batch, Work& work) {
+  if (m_context.options().dry_run) return;
+  const StoreItem& item = *work.item;
+  if (work.what == What::kNew) work.version = &batch.add(m_target, item);
+  if (work.what == What::kReplace) {
+    const admin::DocumentFolder folder =
+        admin::folder_for(m_context.tree(), m_target.area, m_target.owner, item.name);
+    work.version = &batch.add_replacing(m_target, item, find(item, folder).value());
+  }
 }
 
 Storing::Work Storing::judge(const StoreItem& item) {
@@ -122,19 +126,10 @@ Storing::What Storing::judge_existing(const StoreItem& item, const FoundEntry& f
   return is_same && is_dated ? What::kEqual : What::kReplace;
 }
 
-/// Each folder's index is read once for the batch; entering asks again, under its lock.
+/// Entering asks again, under the index's lock.
 std::optional<FoundEntry> Storing::find(const StoreItem& item,
                                         const admin::DocumentFolder& folder) {
-  if (m_folder != folder.path) {
-    m_entries.clear();
-    for (FoundEntry& entry : entries_of_folder(m_context, folder)) {
-      std::string key = index_format::key_of(entry.name, entry.timestamp);
-      m_entries.emplace(std::move(key), std::move(entry));
-    }
-    m_folder = folder.path;
-  }
-  const auto at = m_entries.find(index_format::key_of(item.name, item.timestamp));
-  return at == m_entries.end() ? std::nullopt : std::optional(at->second);
+  return m_entries.find(folder, item.name, item.timestamp);
 }
 
 /// Of a dry run: what the work itself would meet.
@@ -159,31 +154,30 @@ void Storing::finish(const Work& work) {
       return m_report.failed(subject, work.reason);
     case What::kEqual:
       return m_report.skipped(subject, "it is there already");
-    case What::kNew:
-      if (work.version == nullptr || work.version->fate == admin::NewVersion::Fate::kStored)
-        return tell_stored(work, "stored");
-      break;
-    case What::kReplace:
+    default:
       break;
   }
+  using Fate = admin::NewVersion::Fate;
   try {
-    if (work.what == What::kNew) throw failure_of(m_context, *work.version);
-    if (!m_context.options().dry_run) {
-      const StoreItem& item = *work.item;
-      store_file(m_context, m_target, item.source, item.size, item.name, item.timestamp);
+    if (work.version != nullptr && work.version->fate == Fate::kInPlace) {
+      overwrite_file(m_context, m_target, *work.item);
+    } else if (work.version != nullptr && work.version->fate != Fate::kStored) {
+      throw failure_of(m_context, *work.version);
     }
-    tell_stored(work, "replaced");
+    tell_stored(work);
   } catch (const Failure& failure) {
     if (ends_work(failure)) throw;
     m_report.failed(subject, failure.what());
   }
 }
 
-void Storing::tell_stored(const Work& work, const char* action) {
+void Storing::tell_stored(const Work& work) {
   const StoreItem& item = *work.item;
-  Json fields = {{"replaced", work.what == What::kReplace}, {"bytes", item.size}};
+  const bool is_replaced = work.what == What::kReplace;
+  Json fields = {{"replaced", is_replaced}, {"bytes", item.size}};
   put_name(fields, "source", item.source);
-  m_report.done_as(action, subject_of(item), fields, format_bytes(item.size));
+  m_report.done_as(is_replaced ? "replaced" : "stored", subject_of(item), fields,
+                   format_bytes(item.size));
   m_bytes += item.size;
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -13,14 +12,6 @@
 
 namespace stgctl {
 
-/// A file to store.
-struct StoreItem {
-  std::string source;
-  std::string name;
-  std::uint64_t size = 0;
-  std::int32_t timestamp = 0;
-};
-
 /// Whether versions that exist are replaced.
 enum class IfThere : std::uint8_t { kKeep, kReplace };
 
@@ -29,7 +20,11 @@ enum class IfThere : std::uint8_t { kKeep, kReplace };
 class Storing {
  public:
   Storing(Context& context, const Target& target, IfThere if_there, ChangeReport& report)
-      : m_context(context), m_target(target), m_if_there(if_there), m_report(report) {}
+      : m_context(context),
+        m_target(target),
+        m_if_there(if_there),
+        m_report(report),
+        m_entries(context) {}
 
   /// More items than one batch holds are sorted by their folders, so that each index is loaded and
   /// saved once per batch. @throws Failure kLockTimeout, kInterrupted; what was stored is told.
@@ -44,16 +39,17 @@ class Storing {
     const StoreItem* item = nullptr;
     What what = What::kFailed;
     std::string reason;
-    const admin::NewVersion* version = nullptr;  ///< of kNew, in a batch
+    const admin::NewVersion* version = nullptr;  ///< of kNew and kReplace, in a batch
   };
 
   std::size_t run_batch(std::span<const StoreItem> items);
   Work judge(const StoreItem& item);
+  void stage(StoreBatch& batch, Work& work);
   What judge_existing(const StoreItem& item, const FoundEntry& found) const;
   std::optional<FoundEntry> find(const StoreItem& item, const admin::DocumentFolder& folder);
   std::string why_not(const StoreItem& item, What what, const admin::DocumentFolder& folder);
   void finish(const Work& work);
-  void tell_stored(const Work& work, const char* action);
+  void tell_stored(const Work& work);
   Subject subject_of(const StoreItem& item) const;
 
   Context& m_context;
@@ -61,8 +57,7 @@ class Storing {
   IfThere m_if_there;
   ChangeReport& m_report;
   std::uint64_t m_bytes = 0;
-  std::string m_folder;                         ///< whose entries are known for this batch
-  std::map<std::string, FoundEntry> m_entries;  ///< by key
+  KnownEntries m_entries;  ///< for a batch
 };
 
 }  // namespace stgctl

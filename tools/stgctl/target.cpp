@@ -5,7 +5,9 @@
 
 #include "tools/admin/text.h"
 #include "tools/stgctl/exit_codes.h"
+#include "tools/stgctl/stamp.h"
 #include "tools/stgctl/text.h"
+#include "tools/stgctl/version_name.h"
 
 namespace stgctl {
 
@@ -42,10 +44,12 @@ void check_name(std::string_view what, std::string_view name) {
   throw Failure(Exit::kRefused, formatted("{} '{}' is refused: {}", what, shown(name), why));
 }
 
-Target target_of(Context& context, admin::Area fallback) {
-  const GlobalOptions& options = context.options();
+namespace {
+
+/// @param owner empty when none is named.
+Target target_at(Context& context, admin::Area area, const std::string& owner) {
   Target target;
-  target.area = options.area.empty() ? fallback : admin::area_named(options.area).value();
+  target.area = area;
   if (!admin::expects_index(target.area)) {
     throw Failure(Exit::kRefused,
                   formatted("the area {} keeps no documents; say --area docs, user or mail",
@@ -53,19 +57,55 @@ Target target_of(Context& context, admin::Area fallback) {
   }
   target.type = type_of(target.area);
   if (context.tree().layout == admin::Layout::kOwner) {
-    if (options.owner.empty()) throw Failure(Exit::kRefused, "no owner is named; say --owner NAME");
-    target.owner = options.owner;
+    if (owner.empty()) throw Failure(Exit::kRefused, "no owner is named; say --owner NAME");
+    target.owner = owner;
   }
-  if (!options.owner.empty()) {
-    check_name("the owner", options.owner);
-    if (const char* const why = why_no_folder_name(options.owner)) {
-      throw Failure(Exit::kRefused,
-                    formatted("the owner '{}' is refused: {}", shown(options.owner), why));
+  if (!owner.empty()) {
+    check_name("the owner", owner);
+    if (const char* const why = why_no_folder_name(owner)) {
+      throw Failure(Exit::kRefused, formatted("the owner '{}' is refused: {}", shown(owner), why));
     }
   }
   // Some operations do nothing for an empty owner, also where owners share the folders.
-  target.library_owner = options.owner.empty() ? "_" : options.owner;
+  target.library_owner = owner.empty() ? "_" : owner;
   return target;
+}
+
+}  // namespace
+
+Target target_of(Context& context, admin::Area fallback) {
+  const GlobalOptions& options = context.options();
+  const admin::Area area =
+      options.area.empty() ? fallback : admin::area_named(options.area).value();
+  return target_at(context, area, options.owner);
+}
+
+NamedVersion named_version(Context& context, const std::string& text, const std::string& timestamp,
+                           admin::Area fallback) {
+  const GlobalOptions& options = context.options();
+  NamedVersion named = {{}, text, parse_stamp(timestamp)};
+  std::string area = options.area;
+  std::string owner = options.owner;
+  if (const auto version = parse_version_name(text, context.tree().layout)) {
+    const auto agree = [&](const auto& said, const auto& value, const char* what) {
+      if (said && value && *said != *value)
+        throw Failure(Exit::kUsage,
+                      formatted("{} says another {} than the options", shown(text), what));
+    };
+    const auto unless_empty = [](const std::string& value) {
+      return value.empty() ? std::nullopt : std::optional(value);
+    };
+    agree(unless_empty(area), std::optional(version->area), "area");
+    agree(unless_empty(owner), unless_empty(version->owner), "owner");
+    agree(named.timestamp, version->timestamp, "timestamp");
+    area = version->area;
+    if (!version->owner.empty()) owner = version->owner;
+    if (version->timestamp) named.timestamp = version->timestamp;
+    named.name = version->name;
+  }
+  named.target =
+      target_at(context, area.empty() ? fallback : admin::area_named(area).value(), owner);
+  return named;
 }
 
 Target target_of(Context& context, const admin::DocumentFolder& folder) {
@@ -75,6 +115,11 @@ Target target_of(Context& context, const admin::DocumentFolder& folder) {
   if (context.tree().layout == admin::Layout::kOwner) target.owner = folder.owner;
   target.library_owner = folder.owner.empty() ? "_" : folder.owner;
   return target;
+}
+
+NamedVersion named_version_at(Context& context, const VersionName& version) {
+  const admin::Area area = admin::area_named(version.area).value();
+  return {target_at(context, area, version.owner), version.name, version.timestamp};
 }
 
 void check_no_link(Context& context, const std::string& path) {
@@ -147,6 +192,20 @@ std::vector<FoundEntry> entries_of_folder(Context& context, const admin::Documen
   return found;
 }
 
+std::optional<FoundEntry> KnownEntries::find(const admin::DocumentFolder& folder,
+                                             const std::string& name, std::int32_t timestamp) {
+  if (m_folder != folder.path) {
+    m_entries.clear();
+    for (FoundEntry& entry : entries_of_folder(m_context, folder)) {
+      std::string key = index_format::key_of(entry.name, entry.timestamp);
+      m_entries.emplace(std::move(key), std::move(entry));
+    }
+    m_folder = folder.path;
+  }
+  const auto at = m_entries.find(index_format::key_of(name, timestamp));
+  return at == m_entries.end() ? std::nullopt : std::optional(at->second);
+}
+
 std::vector<FoundEntry> find_versions(Context& context, const Target& target,
                                       const std::string& name) {
   // Only where the library looks; entries in a wrong bucket are out of its sight.
@@ -155,6 +214,23 @@ std::vector<FoundEntry> find_versions(Context& context, const Target& target,
   std::erase_if(found, [&](const FoundEntry& entry) { return entry.name != name; });
   std::sort(found.begin(), found.end(),
             [](const FoundEntry& a, const FoundEntry& b) { return a.timestamp < b.timestamp; });
+  return found;
+}
+
+void keep_wanted(std::vector<FoundEntry>& versions, const NamedVersion& named) {
+  if (!named.timestamp) return;
+  std::erase_if(versions,
+                [&](const FoundEntry& entry) { return entry.timestamp != *named.timestamp; });
+}
+
+std::vector<FoundEntry> find_matching(Context& context, const NamedVersion& pattern) {
+  admin::EntryQuery query;
+  query.scope.area = pattern.target.area;
+  if (context.tree().layout == admin::Layout::kOwner) query.scope.owner = pattern.target.owner;
+  query.pattern = pattern.name;
+  query.state = admin::EntryState::kIndexed;
+  std::vector<FoundEntry> found = find_entries(context, query);
+  keep_wanted(found, pattern);
   return found;
 }
 

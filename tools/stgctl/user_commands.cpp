@@ -208,8 +208,8 @@ void add_user_commands(Commands& commands) {
                       [](Arguments&) -> Run { return run_list; }});
   const auto declare_rename = [](Arguments& app) -> Run {
     const auto names = std::make_shared<std::array<std::string, 2>>();
-    app.add_option("name", (*names)[0], "The owner").type_name("NAME").required();
-    app.add_option("new-name", (*names)[1], "The new name").type_name("NEW-NAME").required();
+    app.add_option("name", (*names)[0], "The owner").type_name("OWNER").required();
+    app.add_option("new-name", (*names)[1], "The new name").type_name("NEW-OWNER").required();
     return [names](Context& context) { return run_rename(context, (*names)[0], (*names)[1]); };
   };
   const char* const details =
@@ -219,7 +219,7 @@ void add_user_commands(Commands& commands) {
                       declare_rename, details});
   const auto declare_remove = [](Arguments& app) -> Run {
     const auto names = std::make_shared<std::vector<std::string>>();
-    app.add_option("name", *names, "The owners").type_name("NAME").required();
+    app.add_option("name", *names, "The owners").type_name("OWNER").required();
     return [names](Context& context) { return run_remove(context, *names); };
   };
   commands.push_back({"user remove", Group::kChange, Effect::kChanges,
