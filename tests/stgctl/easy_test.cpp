@@ -39,6 +39,16 @@ TEST_F(ClientEasy, SaysInOneLineThatNothingMatches) {
   }
 }
 
+TEST_F(ClientEasy, TakesNoMistypedOwnerForSound) {
+  for (const char* const command : {"check", "stats"}) {
+    EXPECT_EQ(on_tree({command, "--owner", "anna"}).code, 0);
+    const outcome result = on_tree({command, "--owner", "anan"});
+    EXPECT_EQ(result.code, 3) << command << result.out;
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(lines_of(result.err).size(), 1U) << result.err;
+  }
+}
+
 TEST_F(ClientEasy, HelpsWithACommand) {
   EXPECT_EQ(run({"help", "put"}).out, run({"put", "--help"}).out);
   EXPECT_EQ(run({"help"}).out, run({"--help"}).out);
@@ -55,6 +65,8 @@ TEST_F(ClientEasy, GuessesWhatWasMeant) {
   };
   told({"chekc"}, "did you mean 'check'?");
   told({"index", "restroe"}, "did you mean 'restore'?");
+  told({"quarantine", "expire", "--keep", "3d"},
+       "not expected: --keep 3d; 'stgctl quarantine expire --help' tells more");
   told({"put", "x", "--repalce"}, "did you mean '--replace'?; 'stgctl put --help' tells more");
   told({"index", "restore", "--at"}, "'stgctl index restore --help' tells more");
   EXPECT_EQ(run({"nothing-like-it"}).err.find("did you mean"), std::string::npos);

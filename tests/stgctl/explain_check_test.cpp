@@ -217,6 +217,21 @@ TEST_F(ClientCheckLoss, AFolderReplacedByAFileIsAnErrorWithWhatItHeld) {
             std::string::npos);
 }
 
+TEST_F(ClientCheckLoss, AnOwnersFolderReplacedByAFileIsAnErrorWithWhatItHeld) {
+  ASSERT_EQ(on_tree({"index", "snapshot"}).code, 0);
+  std::filesystem::remove_all(shell_path(storage() + "\\docs\\anna"));
+  write_file(storage() + "\\docs\\anna", "in its place");
+  const Json summary = check();
+  EXPECT_EQ(summary.at("codes").dump(), R"({"folder-replaced":1})");
+  EXPECT_EQ(summary.at("errors"), 1);
+  EXPECT_EQ(summary.at("unserved"), kDocuments);
+}
+
+TEST_F(ClientCheckLoss, AnEmptyIndexWithoutASnapshotSaysHowManyAreNotServed) {
+  write_file(m_folder + "\\index.dat", "");
+  EXPECT_EQ(check().at("unserved"), kDocuments);
+}
+
 TEST_F(ClientCheckLoss, AnAreaThatIsMissingIsAnErrorWithWhatItHeld) {
   ASSERT_EQ(on_tree({"index", "snapshot"}).code, 0);
   std::filesystem::remove_all(shell_path(storage() + "\\docs"));

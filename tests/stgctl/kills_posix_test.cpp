@@ -131,7 +131,7 @@ TEST_F(ClientKilled, WhileItRestoresNamesLeavesThemToBeRestored) {
 }
 
 TEST_F(ClientKilled, WhileItReplacesLeavesEachVersionWhole) {
-  constexpr int kFiles = 40;
+  constexpr int kFiles = 10;
   constexpr std::size_t kBytes = 20'000;
   make_folder(scratch().path("in\\many"));
   const auto put_all = [&](char letter) {
@@ -146,7 +146,7 @@ TEST_F(ClientKilled, WhileItReplacesLeavesEachVersionWhole) {
   const auto whole = duration_of(put_all('b'));
   int halves = 0;
   char last = 'b';
-  for (int round = 0; round < 30; ++round) {
+  for (int round = 0; round < 12; ++round) {
     const char next = static_cast<char>('a' + round % 20);
     const std::vector<std::string> arguments = put_all(next);
     kill(arguments, whole);
@@ -162,14 +162,15 @@ TEST_F(ClientKilled, WhileItReplacesLeavesEachVersionWhole) {
     ASSERT_EQ(on_tree(arguments).code, 0) << round;
     last = next;
   }
-  // The folder of copies that the last one had begun went with the next.
+  // Folders of copies that others had begun go with the next one.
+  ASSERT_EQ(on_tree(put_all('z')).code, 0);
   for (const auto& each : std::filesystem::directory_iterator(native(storage() + "\\user\\anna")))
     EXPECT_FALSE(each.path().filename().string().starts_with(".stgctl")) << each.path();
   RecordProperty("halves", halves);
 }
 
 TEST_F(ClientKilled, WhileItMovesLosesNoVersion) {
-  constexpr int kFiles = 40;
+  constexpr int kFiles = 10;
   make_folder(scratch().path("in\\many"));
   for (int i = 0; i < kFiles; ++i)
     source("many\\f" + std::to_string(i) + ".kdc", "bytes of " + std::to_string(i));
@@ -181,7 +182,7 @@ TEST_F(ClientKilled, WhileItMovesLosesNoVersion) {
                                          "--owner", "anna",    "--yes",  "--replace"};
   const auto whole = duration_of(there);
   ASSERT_EQ(on_tree(back).code, 0);
-  for (int round = 0; round < 20; ++round) {
+  for (int round = 0; round < 8; ++round) {
     kill(there, whole);
     for (int i = 0; i < kFiles; ++i) {
       const std::string number = std::to_string(i);

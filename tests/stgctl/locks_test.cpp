@@ -68,6 +68,32 @@ TEST_F(ClientLocks, WaitsForADocumentThatIsOpenElsewhere) {
   EXPECT_EQ(get("a.kdc"), "old");
 }
 
+TEST_F(ClientLocks, CountsTheBytesOfWhatWasDoneBeforeTheTimeWasOver) {
+  put("a.kdc", "12345");
+  put("b.kdc", "old");
+  const std::string path = physical("docs", "b.kdc");
+  vu_file index(path.substr(0, path.find_last_of("/\\")), "index.dat");
+  index.open(vu_file::o_read);
+  const std::vector<Json> lines =
+      json({"rm", "a.kdc", "b.kdc", "--owner", "anna", "--yes", "--lock-timeout", "0.2"}, 5);
+  EXPECT_EQ(lines.back().at("done"), 1);
+  EXPECT_EQ(lines.back().at("bytes"), 5);
+  index.close();
+}
+
+TEST_F(ClientLocks, MovesNothingThatIsOpenElsewhere) {
+  put("a.kdc", "old");
+  const std::string path = physical("docs", "a.kdc");
+  vu_file document(path.substr(0, path.find_last_of("/\\")),
+                   path.substr(path.find_last_of("/\\") + 1));
+  document.open(vu_file::o_read);
+  const outcome result = change({"mv", "a.kdc", "b.kdc", "--lock-timeout", "0.2"});
+  EXPECT_EQ(result.code, 11) << result.err;
+  document.close();
+  EXPECT_EQ(get("a.kdc"), "old");
+  EXPECT_EQ(on_tree({"ls", "b.kdc"}).code, 3);
+}
+
 TEST_F(ClientLocks, TellsWhatWasDoneBeforeTheTimeWasOver) {
   put("b.kdc", "old");
   const std::string path = physical("docs", "b.kdc");

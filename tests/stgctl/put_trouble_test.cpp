@@ -85,6 +85,23 @@ TEST_F(ClientPutTrouble, AnUnusableCounterIsToldBeforeANameIsMade) {
   EXPECT_EQ(put_two().code, 0);
 }
 
+TEST_F(ClientPutTrouble, AnUnusableCounterGivesNoKeyFileAName) {
+  const std::string counter = shell_path(place() + "\\index");
+  fs::rename(counter, counter + ".away");
+  fs::create_directory(counter);
+  for (const char* const name : {"one.txt", "two.txt"}) {
+    for (const char* const mode : {"-n", "--yes"}) {
+      const outcome result = on_tree({"keys", "set", name, "a=b", "--owner", "anna", mode});
+      EXPECT_EQ(result.code, 1) << result.out;
+      EXPECT_NE(result.err.find("a folder stands in its place"), std::string::npos) << result.err;
+    }
+    EXPECT_EQ(on_tree({"ls", name}).code, 3);
+  }
+  fs::remove(counter);
+  fs::rename(counter + ".away", counter);
+  EXPECT_EQ(change({"keys", "set", "one.txt", "a=b"}).code, 0);
+}
+
 TEST_F(ClientPutTrouble, AReadOnlyIndexIsToldAndLeavesNoOrphan) {
   NEEDS_A_REAL_KERNEL("a read-only file is refused for writing, whoever asks");
   {

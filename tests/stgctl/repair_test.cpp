@@ -357,6 +357,29 @@ TEST_F(ClientRepairKeeps, MostOfAFolderIsTakenWithForceAlone) {
   EXPECT_EQ(lines_of(tree()).size(), lines_of(before).size());
 }
 
+TEST_F(ClientRepairKeeps, FilesWhoseNamesDamagedLinesMayHaveHeldAreTakenWithForceAlone) {
+  // Cut in the ninth of twelve lines; no snapshot, and the text tells no more.
+  std::size_t cut = 0;
+  for (int line = 0; line < 8; ++line) cut = m_healthy.find('\n', cut) + 1;
+  write_file(m_index, m_healthy.substr(0, cut + 5));
+  const std::string before = tree();
+  for (int round = 0; round < 2; ++round) {
+    const outcome spared = on_tree({"repair", "--plan", plan()});
+    EXPECT_EQ(spared.code, 3) << spared.out;
+    EXPECT_NE(spared.err.find("4 files whose names may have stood in damaged lines"),
+              std::string::npos)
+        << spared.err;
+  }
+  EXPECT_EQ(tree(), before);
+  // What never had a number is a leftover, as in any folder.
+  write_file(storage() + "\\user\\anna\\stray.tmp", "x");
+  ASSERT_EQ(on_tree({"repair", "--plan", plan()}).code, 0);
+  EXPECT_EQ(Json::parse(read_file(plan())).at("repairs").size(), 1U);
+  const outcome forced = on_tree({"repair", "--plan", plan(), "--force", "--yes"});
+  EXPECT_EQ(forced.code, 0) << forced.err;
+  EXPECT_NE(forced.err.find("nobody is served them until 'undo'"), std::string::npos);
+}
+
 TEST_F(ClientRepairKeeps, NamesOfFilesThatAreGoneStayWhenTheyAreMost) {
   for (int i = 0; i < kDocuments - 2; ++i)
     std::filesystem::remove(shell_path(physical("user", "n" + std::to_string(i) + ".kdc")));

@@ -62,6 +62,9 @@ Exit run_check(Context& context, const Options& options) {
     };
     summary = admin::check(tree, asked, [&](const Finding& finding) { report.add(finding); });
   }
+  // A name that is mistyped must not pass for sound.
+  if (asked.scope.owner && summary.folders == 0 && report.is_empty() && !summary.was_stopped)
+    return Exit::kNothingMatched;
   report.finish(summary, asked.depth == admin::Depth::kFull);
   if (summary.was_stopped) return Exit::kInterrupted;
   const std::uint64_t problems = summary.count(Severity::kError) +

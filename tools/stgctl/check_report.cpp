@@ -79,7 +79,22 @@ Style style_of(Severity severity) {
   return severity == Severity::kWarning ? Style::kYellow : Style::kBlue;
 }
 
-void CheckReport::add(const Finding& finding) {
+/// A file where an owner's folder was is told from any other file by saved names alone.
+bool CheckReport::is_owner_replaced(const Finding& finding) {
+  if (finding.code != Code::kStrayItem || !finding.area ||
+      finding.folder != m_context.tree().folder_of(*finding.area) ||
+      admin::sys::describe(place_of(finding)).kind != admin::sys::Kind::kFile)
+    return false;
+  std::uint64_t snapshot = 0;
+  return SavedNames(m_context).entries_below(place_of(finding), snapshot) != 0;
+}
+
+void CheckReport::add(Finding finding) {
+  if (is_owner_replaced(finding)) {
+    finding.code = Code::kFolderReplaced;
+    finding.detail.clear();
+    ++m_replaced_owners;
+  }
   if (m_context.out().json()) m_context.out().json_line("stgctl.check/1", fields_of(finding));
   m_findings.push_back(finding);
 }
@@ -187,11 +202,14 @@ std::string CheckReport::next_step(const std::string& folder, const std::vector<
     if (const std::size_t count = admin::salvaged_lines(view).size(); count != 0)
       return formatted("{}: {} names are told by the damaged index: stgctl repair --plan plan.json",
                        name, count);
-    if (view.index_state() != admin::IndexState::kRead)
+    if (view.index_state() != admin::IndexState::kRead) {
+      m_lost += static_cast<std::uint64_t>(
+          std::count(codes.begin(), codes.end(), Code::kFileWithoutLine));
       return formatted(
           "{}: no names are saved: put back its index.dat from a backup, else stgctl "
           "sync --dry-run",
           name);
+    }
   }
   if (has(codes, is_folder_gone)) return formatted("{}: bring it back from a backup", name);
   const auto is_gone = [](Code code) { return code == Code::kLineWithoutFile; };
@@ -203,7 +221,8 @@ std::string CheckReport::next_step(const std::string& folder, const std::vector<
   if (has(codes, is_repaired)) return "stgctl repair --plan plan.json";
   for (const Code code : codes) {
     const FindingKind& kind = admin::kind_of(code);
-    if (kind.severity != Severity::kInfo) return formatted("{}: {}", name, kind.remedy);
+    if (kind.severity != Severity::kInfo)
+      return formatted("{}: {}: {}", name, kind.name, kind.remedy);
   }
   return {};
 }
@@ -226,7 +245,9 @@ std::vector<std::string> CheckReport::next_steps() {
   return steps;
 }
 
-void CheckReport::finish(const CheckSummary& summary, bool full) {
+void CheckReport::finish(CheckSummary& summary, bool full) {
+  summary.findings[static_cast<std::size_t>(Code::kStrayItem)] -= m_replaced_owners;
+  summary.findings[static_cast<std::size_t>(Code::kFolderReplaced)] += m_replaced_owners;
   Output& out = m_context.out();
   look_up_lost_documents();
   const std::vector<std::string> next = next_steps();

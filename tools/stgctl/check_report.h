@@ -21,11 +21,14 @@ class CheckReport {
   CheckReport(Context& context, Lists lists) : m_context(context), m_lists(lists) {}
 
   /// Takes a finding; as JSON it is told at once.
-  void add(const admin::Finding& finding);
-  /// Tells everything. @param full whether it was a full check.
-  void finish(const admin::CheckSummary& summary, bool full);
+  void add(admin::Finding finding);
+  bool is_empty() const { return m_findings.empty(); }
+  /// Tells everything. @param summary also gets what only saved names tell. @param full whether it
+  /// was a full check.
+  void finish(admin::CheckSummary& summary, bool full);
 
  private:
+  bool is_owner_replaced(const admin::Finding& finding);
   void look_up_lost_documents();
   void show_findings();
   void show_sums() const;
@@ -39,6 +42,7 @@ class CheckReport {
   Context& m_context;
   Lists m_lists;
   std::vector<admin::Finding> m_findings;
+  std::uint64_t m_replaced_owners = 0;
   std::uint64_t m_lost = 0;  ///< documents of folders that are gone as a whole
 };
 

@@ -132,16 +132,13 @@ class Cleaning {
   Cleaning(Context& context, const Options& options, const Planner& planner, ChangeReport& report)
       : m_context(context), m_options(options), m_planner(planner), m_report(report) {}
 
-  /// @return the bytes that were freed, or would be.
-  std::uint64_t run(const Plan& plan) {
+  void run(const Plan& plan) {
     Progress progress(m_context.out(), m_context.options().progress, "cleaning", plan.going.size());
-    std::uint64_t freed = 0;
     for (const Candidate& each : plan.going) {
       if (Context::interrupted()) break;
-      if (remove(each)) freed += each.bytes;
+      if (remove(each)) m_report.add_bytes(each.bytes);
       progress.advance(1, each.entry.name);
     }
-    return freed;
   }
 
  private:
@@ -213,12 +210,14 @@ Exit run_clean(Context& context, const Options& options) {
                               format_bytes(plan.kept_bytes)));
     context.open_library();
   }
-  const std::uint64_t freed =
-      report.guarded([&] { return Cleaning(context, options, planner, report).run(plan); });
+  report.guarded([&] {
+    Cleaning(context, options, planner, report).run(plan);
+    return 0;
+  });
   Json all = sums;
-  all["bytes"] = freed;
-  return report.finish(all,
-                       formatted("{} freed {}, {} kept", format_bytes(freed), which, plan.kept));
+  all["bytes"] = report.bytes();
+  return report.finish(
+      all, formatted("{} freed {}, {} kept", format_bytes(report.bytes()), which, plan.kept));
 }
 
 }  // namespace
@@ -226,11 +225,10 @@ Exit run_clean(Context& context, const Options& options) {
 void add_clean_command(Commands& commands) {
   const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
-    const Argument age =
-        app.add_option("--older-than", options->older_than,
-                       "The age limit: 90s, 15m, 12h, 30d, 4w, 1y")
-            .type_name("AGE")
-            .check(is_age);
+    const Argument age = app.add_option("--older-than", options->older_than,
+                                        "The age limit: 90s, 15m, 12h, 30d, 4w, 1y")
+                             .type_name("AGE")
+                             .check(is_age);
     app.add_option("--by", options->by,
                    "The time that counts: of the last change, or of the last access")
         .type_name("WORD")

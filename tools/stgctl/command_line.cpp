@@ -235,7 +235,9 @@ std::vector<std::string> options_of(const CLI::App& command, const CLI::App& app
   std::vector<std::string> names;
   for (const CLI::App* each : {&command, &app}) {
     for (const CLI::Option* option : each->get_options()) {
-      for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+      for (const std::string& name : option->get_lnames()) {
+        if (name != "help") names.push_back("--" + name);
+      }
     }
   }
   return names;
@@ -269,8 +271,11 @@ Exit tell_parse_result(const CLI::App& app, const CLI::ParseError& result, Outpu
   const std::string hint = first.starts_with("--") ? did_you_mean(first.substr(0, first.find('=')),
                                                                   options_of(*command, app))
                                                    : "";
-  out.error(formatted("{}{}; '{} --help' tells more", shown(std::string_view(result.what())), hint,
-                      name));
+  // The parser names them backwards.
+  const std::string text = dynamic_cast<const CLI::ExtrasError*>(&result) != nullptr
+                               ? "not expected: " + joined(remaining, " ")
+                               : std::string(result.what());
+  out.error(formatted("{}{}; '{} --help' tells more", shown(text), hint, name));
   return Exit::kUsage;
 }
 

@@ -213,6 +213,10 @@ class Comparing final : public admin::InventorySink {
                                          {"interrupted", Context::interrupted()}});
       return;
     }
+    if (findings == 0 && m_sums.items() == 0) {
+      out.error("there is nothing to compare");
+      return;
+    }
     out.print("{} versions, {} parts, {} files by path, {}: {}\n", m_sums.versions, m_sums.parts,
               m_sums.files, format_bytes(m_sums.bytes),
               out.styled(findings == 0 ? Style::kGreen : Style::kBold,

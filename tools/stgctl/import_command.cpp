@@ -54,8 +54,7 @@ class Importing {
                    journal),
         m_report(report) {}
 
-  /// @return the bytes that were imported, or would be.
-  std::uint64_t run(const Plan& plan) {
+  void run(const Plan& plan) {
     Progress progress(m_context.out(), m_context.options().progress, "importing",
                       plan.sums.items());
     ManifestReader reader(m_options.folder);
@@ -67,7 +66,6 @@ class Importing {
         progress.advance(1, item.what.name);
       });
     }
-    return m_bytes;
   }
 
  private:
@@ -89,7 +87,7 @@ class Importing {
     const Subject subject = subject_of(item.what);
     if (failure != nullptr) return m_report.failed(subject, failure->what());
     if (result == Imported::kThere) return m_report.skipped(subject, "it is there already");
-    m_bytes += result == Imported::kTimeSet ? 0 : item.what.info.size;
+    m_report.add_bytes(result == Imported::kTimeSet ? 0 : item.what.info.size);
     m_report.done_as(name_of(result), subject, fields_of(item), tail_of(item));
   }
 
@@ -97,7 +95,6 @@ class Importing {
   const Options& m_options;
   Importer m_importer;
   ChangeReport& m_report;
-  std::uint64_t m_bytes = 0;
 };
 
 Exit run_import(Context& context, const Options& options) {
@@ -119,11 +116,13 @@ Exit run_import(Context& context, const Options& options) {
     context.open_library();
   }
   ImportJournal journal(context, dry ? ImportJournal::Use::kLook : ImportJournal::Use::kWork);
-  const std::uint64_t bytes =
-      report.guarded([&] { return Importing(context, options, journal, report).run(plan); });
+  report.guarded([&] {
+    Importing(context, options, journal, report).run(plan);
+    return 0;
+  });
   if (!dry) journal.close();
-  return report.finish({{"bytes", bytes}, {"seconds", report.seconds()}},
-                       format_bytes(bytes) + report.speed());
+  return report.finish({{"bytes", report.bytes()}, {"seconds", report.seconds()}},
+                       format_bytes(report.bytes()) + report.speed());
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "stg_index.h"
+#include "tools/admin/writable.h"
 #include "tools/stgctl/command.h"
 #include "tools/stgctl/key_lines.h"
 #include "tools/stgctl/lock_wait.h"
@@ -115,6 +116,11 @@ FoundEntry find_or_make(Context& context, const Target& target, const std::strin
   if (change == Change::kUnset) {
     throw Failure(Exit::kNothingMatched, "there is no key file " + shown(name));
   }
+  const admin::DocumentFolder place =
+      admin::folder_for(context.tree(), target.area, target.owner, name);
+  // The library would give every new name the same file where its counter cannot be used.
+  if (const std::string why = admin::why_not_storable(place.path); !why.empty())
+    throw Failure(Exit::kFailed, formatted("{} cannot be made: {}", shown(name), why));
   if (context.options().dry_run) return {};
   std::string folder;
   if (vu_storage::createUserOrDomainNameDirectory(target.library_owner, name, target.type, folder,

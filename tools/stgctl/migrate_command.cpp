@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "stg_index.h"
+#include "tools/admin/writable.h"
 #include "tools/stgctl/command.h"
 #include "tools/stgctl/lock_wait.h"
 #include "tools/stgctl/operations.h"
@@ -82,6 +83,9 @@ Exit run_inbox(Context& context) {
     return report.finish();
   }
   for (const std::string& name : plan.adoptions) check_name("the file", name);
+  // The library would give every new name the same file where its counter cannot be used.
+  if (const std::string why = admin::why_not_storable(folder.path); !why.empty())
+    throw Failure(Exit::kFailed, why);
   if (!context.options().dry_run) {
     context.confirm(formatted("Convert the inbox of {}: {} names, {} new files?",
                               shown(target.owner), plan.renamings.size(), plan.adoptions.size()));

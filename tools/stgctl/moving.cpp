@@ -30,14 +30,11 @@ class Batch {
   Batch(Context& context, std::span<const Move> moves, ChangeReport& report)
       : m_context(context), m_moves(moves), m_report(report) {}
 
-  /// @return the bytes that were moved.
-  std::uint64_t run() {
+  void run() {
     store();
     remove();
-    std::uint64_t bytes = 0;
-    for (const Work& work : m_works) bytes += tell(work);
+    for (const Work& work : m_works) tell(work);
     if (m_end) throw Failure(*m_end);
-    return bytes;
   }
   /// How many of the moves it took.
   std::size_t taken() const { return m_works.size(); }
@@ -58,7 +55,7 @@ class Batch {
   void store();
   void settle(Work& work);
   void remove();
-  std::uint64_t tell(const Work& work);
+  void tell(const Work& work);
   void note(Work& work, const Failure& failure) {
     work.failure = failure;
     if (ends_work(failure) && !m_end) m_end = failure;
@@ -142,21 +139,19 @@ void Batch::remove() {
   }
 }
 
-std::uint64_t Batch::tell(const Work& work) {
+void Batch::tell(const Work& work) {
   const Subject subject = subject_of(work.move->from);
   const std::string to = shown(work.move->to());
   if (work.failure) {
     if (!ends_work(*work.failure)) m_report.failed(subject, work.failure->what());
-    return 0;
-  }
-  if (work.old.fate != Fate::kRemoved) {
+  } else if (work.old.fate == Fate::kRemoved) {
+    tell_moved(m_report, *work.move);
+    m_report.add_bytes(work.move->from.info.size);
+  } else {
     const bool is_open = work.old.fate == Fate::kPending || work.old.fate == Fate::kLocked;
     const std::string why = is_open ? "a lock was not obtained in time" : work.old.reason;
     m_report.failed(subject, formatted("it is stored as {}, but also where it was: {}", to, why));
-    return 0;
   }
-  tell_moved(m_report, *work.move);
-  return work.move->from.info.size;
 }
 
 }  // namespace
@@ -171,7 +166,7 @@ void tell_moved(ChangeReport& report, const Move& move) {
   report.done(subject_of(move.from), fields, "to " + shown(move.to()));
 }
 
-std::uint64_t move_versions(Context& context, std::vector<Move> moves, ChangeReport& report) {
+void move_versions(Context& context, std::vector<Move> moves, ChangeReport& report) {
   // Each index is loaded and saved as seldom as may be.
   const auto folder_of = [&](const Move& move) {
     return admin::folder_for(context.tree(), move.target.area, move.target.owner, move.name).path;
@@ -185,14 +180,12 @@ std::uint64_t move_versions(Context& context, std::vector<Move> moves, ChangeRep
                    [](const auto& one, const auto& other) { return one.first < other.first; });
   for (std::size_t i = 0; i < moves.size(); ++i) moves[i] = std::move(sorted[i].second);
   Progress progress(context.out(), context.options().progress, "moving", moves.size());
-  std::uint64_t bytes = 0;
   for (std::span<const Move> rest = moves; !rest.empty() && !Context::interrupted();) {
     Batch batch(context, rest.first(std::min(rest.size(), kMostMoves)), report);
-    bytes += batch.run();
+    batch.run();
     progress.advance(batch.taken(), rest[batch.taken() - 1].name);
     rest = rest.subspan(batch.taken());
   }
-  return bytes;
 }
 
 }  // namespace stgctl

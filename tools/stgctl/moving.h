@@ -29,8 +29,7 @@ void tell_moved(ChangeReport& report, const Move& move);
 
 /// Moves versions batch by batch, and tells of each: they are stored under their new names, then
 /// removed where they were. Killed in between, both are there; a version that somebody changes
-/// meanwhile stays as well. @return the bytes that were moved, or would be.
-/// @throws Failure kLockTimeout, kInterrupted; what was moved is told.
-std::uint64_t move_versions(Context& context, std::vector<Move> moves, ChangeReport& report);
+/// meanwhile stays as well. @throws Failure kLockTimeout, kInterrupted; what was moved is told.
+void move_versions(Context& context, std::vector<Move> moves, ChangeReport& report);
 
 }  // namespace stgctl

@@ -220,9 +220,11 @@ Exit run_mv(Context& context, const Options& options) {
                                                 shown(moves[0].to()))
                                     : formatted("Move {} versions?", moves.size()));
   context.open_library();
-  const std::uint64_t bytes =
-      report.guarded([&] { return move_versions(context, std::move(moves), report); });
-  return report.finish({{"bytes", bytes}}, format_bytes(bytes) + report.speed());
+  report.guarded([&] {
+    move_versions(context, std::move(moves), report);
+    return 0;
+  });
+  return report.finish({{"bytes", report.bytes()}}, format_bytes(report.bytes()) + report.speed());
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // From the findings of a check to a plan of repairs.
+#include <algorithm>
 #include <map>
 #include <set>
+#include <string_view>
 
 #include "tools/admin/folder_view.h"
 #include "tools/admin/name_snapshot.h"
@@ -21,6 +23,16 @@ using admin::Finding;
 constexpr const char* kNamesFirst = "names come back first; apply this plan, then make another one";
 constexpr const char* kNeedsForce =
     "it would take most of the folder away; bring back names and files first, or say --force";
+
+constexpr const char* kNameLost =
+    "its name may have stood in the damaged lines: bring back the index from a backup, give it an "
+    "entry by 'stgctl sync', or say --force";
+
+/// Whether a file bears a number, which the library gives: what it is called only an index tells.
+bool is_number(std::string_view name) {
+  const std::string_view stem = name.substr(0, name.find('.'));
+  return stem.size() >= 8 && stem.find_first_not_of("0123456789") == std::string_view::npos;
+}
 
 /// The code that check gives a line of this verdict.
 Code code_of(admin::Verdict verdict) {
@@ -81,6 +93,7 @@ class Planning {
     m_view.load(folder, m_context.locking());
     m_planned_lines.clear();
     m_is_restored = plan_restoring();
+    note_lost_names(findings);
     const std::size_t before = m_plan.repairs.size();
     if (!m_is_restored && m_view.index_state() == admin::IndexState::kRead) plan_lines();
     std::vector<const Finding*> done;
@@ -90,7 +103,7 @@ class Planning {
       if (is_planned || (wanted(finding.code) && plan(finding))) {
         done.push_back(&finding);
       } else {
-        leave(finding, m_is_restored ? kNamesFirst : nullptr);
+        leave(finding, m_is_restored ? kNamesFirst : is_kept(finding) ? kNameLost : nullptr);
       }
     }
     if (!m_is_restored) spare_folder(path, before, done);
@@ -120,6 +133,35 @@ class Planning {
     if (repair.lines.empty()) return false;
     m_plan.repairs.push_back(std::move(repair));
     return true;
+  }
+
+  /// Beside damaged lines a number without a line is a document whose name is lost, not a leftover.
+  /// Both stay: once the damage is tidied away nothing would tell that any more.
+  void note_lost_names(const std::vector<Finding>& findings) {
+    const auto is_damage = [](const Finding& each) { return each.code == Code::kMalformedLine; };
+    const auto is_nameless = [](const Finding& each) {
+      return each.code == Code::kFileWithoutLine && is_number(each.name);
+    };
+    const auto count = std::count_if(findings.begin(), findings.end(), is_nameless);
+    m_has_lost_names =
+        !m_is_restored && count != 0 && std::any_of(findings.begin(), findings.end(), is_damage);
+    if (!m_has_lost_names) return;
+    const std::string what =
+        formatted("{}: {} files whose names may have stood in damaged lines of the index",
+                  shown(relative(findings.front().folder)), count);
+    if (m_emptying == Emptying::kAllowed) {
+      m_plan.costs.push_back(what + "; nobody is served them until 'undo'");
+      m_has_lost_names = false;
+    } else {
+      m_plan.spared.push_back(what);
+    }
+  }
+
+  /// Whether a finding stays for that.
+  bool is_kept(const Finding& finding) const {
+    return m_has_lost_names &&
+           (finding.code == Code::kMalformedLine ||
+            (finding.code == Code::kFileWithoutLine && is_number(finding.name)));
   }
 
   /// Whether there are files that no entry has: only those can get a name back.
@@ -194,7 +236,7 @@ class Planning {
     repair.path = relative(m_view.path_of(index_format::kIndexFile));
     for (const auto& [number, line] : admin::bad_lines(m_view)) {
       const Code code = code_of(line.verdict);
-      if (!wanted(code)) continue;
+      if (!wanted(code) || (m_has_lost_names && code == Code::kMalformedLine)) continue;
       if (repair.code.empty()) repair.code = code_name(code);
       repair.lines.push_back(line.text);
       repair.codes.emplace_back(admin::name_of(line.verdict));
@@ -207,7 +249,7 @@ class Planning {
     // Names that come back may be those of files and key lines that nothing leads to now.
     const bool is_counter =
         finding.code == Code::kCounterBehind || finding.code == Code::kCounterUnreadable;
-    if (m_is_restored && !is_counter) return false;
+    if ((m_is_restored && !is_counter) || is_kept(finding)) return false;
     switch (finding.code) {
       case Code::kFileWithoutLine:
       case Code::kPartsWithoutDocument:
@@ -285,6 +327,7 @@ class Planning {
   Emptying m_emptying;
   SavedNames m_saved;
   bool m_is_restored = false;
+  bool m_has_lost_names = false;
 };
 
 }  // namespace

@@ -44,6 +44,10 @@ class ChangeReport {
   /// An entry could not be changed.
   void failed(const Subject& subject, const std::string& reason);
 
+  /// Counts bytes for the sum; what is counted stays when the work ends early.
+  void add_bytes(std::uint64_t bytes) noexcept { m_bytes += bytes; }
+  std::uint64_t bytes() const noexcept { return m_bytes; }
+
   /// How long the guarded work took.
   double seconds() const noexcept { return m_seconds.count(); }
   /// ", 412 files/s" of what took long enough to matter; empty otherwise.
@@ -83,6 +87,7 @@ class ChangeReport {
   std::string m_verb;
   bool m_lock_missed = false;
   std::chrono::duration<double> m_seconds{};
+  std::uint64_t m_bytes = 0;
   std::uint64_t m_done = 0;
   std::uint64_t m_skipped = 0;
   std::uint64_t m_failed = 0;

@@ -69,15 +69,13 @@ class Removing {
  public:
   Removing(Context& context, ChangeReport& report) : m_context(context), m_report(report) {}
 
-  std::uint64_t run(const std::vector<FoundEntry>& entries) {
+  void run(const std::vector<FoundEntry>& entries) {
     Progress progress(m_context.out(), m_context.options().progress, "removing", entries.size());
-    std::uint64_t bytes = 0;
     for (const FoundEntry& entry : entries) {
       if (Context::interrupted()) break;
-      if (remove(entry)) bytes += entry.info.size;
+      if (remove(entry)) m_report.add_bytes(entry.info.size);
       progress.advance(1, entry.name);
     }
-    return bytes;
   }
 
  private:
@@ -130,8 +128,11 @@ Exit run_rm(Context& context, const Options& options) {
     context.open_library();
   }
   ChangeReport report(context, "stgctl.rm/1", "removed");
-  bytes = report.guarded([&] { return Removing(context, report).run(entries); });
-  return report.finish({{"bytes", bytes}}, format_bytes(bytes));
+  report.guarded([&] {
+    Removing(context, report).run(entries);
+    return 0;
+  });
+  return report.finish({{"bytes", report.bytes()}}, format_bytes(report.bytes()));
 }
 
 }  // namespace

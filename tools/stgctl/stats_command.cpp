@@ -117,6 +117,8 @@ Exit run_stats(Context& context, const Options& options) {
     };
     stats = admin::collect_stats(tree, asked);
   }
+  const bool is_any = stats.folders != 0 || stats.all.files != 0 || stats.failures != 0;
+  if (asked.scope.owner && !is_any && !stats.was_stopped) return Exit::kNothingMatched;
   if (context.out().json()) {
     show_json(context, stats, options);
   } else {
