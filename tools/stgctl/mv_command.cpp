@@ -3,7 +3,6 @@
 #include <optional>
 #include <set>
 
-#include "index/index_format.h"
 #include "tools/stgctl/command.h"
 #include "tools/stgctl/moving.h"
 #include "tools/stgctl/stamp.h"

@@ -2,7 +2,6 @@
 #include <memory>
 #include <set>
 
-#include "index/index_format.h"
 #include "tools/stgctl/command.h"
 #include "tools/stgctl/operations.h"
 #include "tools/stgctl/progress.h"
