@@ -68,7 +68,10 @@ std::vector<Contest> cleaning(Stage& stage) {
           const std::string path = stage.folder(kPlace, entries).path();
           Jobs jobs;
           jobs[Who::kLibrary].run = [path, entries] { clean(path, kLongAgo, 0, entries); };
-          jobs[Who::kFloor].run = [path] { floor_of::clean_nothing(path); };
+          jobs[Who::kFloor].run = [path] {
+            floor_of::Ages ages;
+            floor_of::clean_nothing(path, ages);
+          };
           return jobs;
         },
         {at_most(1.3, Who::kFloor)});

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <optional>
 #include <vector>
 
@@ -384,16 +385,26 @@ void update(const std::string& folder) {
   const File file = lock_for_save(index);
 }
 
-void clean_nothing(const std::string& folder) {
-  const Index index(folder);
-  const Listed files(folder);
-  long oldest = 0;
-  judge(index.text.view(), files,
-        [&](std::string_view, std::string_view stored, std::string_view extension) {
-          oldest = std::max(
-              oldest, bare::modify_time(folder + "/" + std::string(stored).append(extension)));
-        });
-  if (oldest == 0) bare::broken("no age in", folder);
+void clean_nothing(const std::string& folder, Ages& kept) {
+  const auto now = static_cast<unsigned long>(::time(nullptr));
+  {
+    const Index index(folder);
+    const Listed files(folder);
+    judge(index.text.view(), files,
+          [&](std::string_view logical, std::string_view stored, std::string_view extension) {
+            const long time =
+                bare::modify_time(folder + "/" + std::string(stored).append(extension));
+            // The key ends behind the logical name's stamp.
+            kept.emplace(
+                now - static_cast<unsigned long>(time),
+                std::string(folder) + "/" + std::string(logical.data(), logical.size() + kStamp));
+          });
+    // What may be swept.
+    const Listed names(folder);
+  }
+  // Required: a second look at the index, before something is swept.
+  const Index second_look(folder);
+  judge_for_save(second_look.text.view(), Listed(folder));
 }
 
 // ---- documents ----------------------------------------------------------------------------------

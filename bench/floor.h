@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -44,8 +46,10 @@ void rename(const std::string& folder, const std::string& old_logical, long old_
             const std::string& new_logical, long new_timestamp);
 void update(const std::string& folder);
 
-/// Asks for the age of each entry's file, removes none.
-void clean_nothing(const std::string& folder);
+/// Ages in seconds, the greatest first, with what has that age.
+using Ages = std::multimap<unsigned long, std::string, std::greater<unsigned long>>;
+/// Asks for the age of each entry's file, looks at the index once more, and removes nothing.
+void clean_nothing(const std::string& folder, Ages& kept);
 
 /// Opens, locks, reads by its size and closes.
 void read_document(const std::string& path, std::string& out);

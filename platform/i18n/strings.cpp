@@ -1,6 +1,8 @@
 #include <utf8.h>
 
+#include <algorithm>
 #include <iterator>
+#include <type_traits>
 
 #include "vu_i18n.h"
 
@@ -13,6 +15,18 @@ void replace_all(Text& text, Text what, Text by) {
   for (auto at = text.find(what); at != Text::npos; at = text.find(what, at + by.size())) {
     text.replace(at, what.size(), by);
   }
+}
+
+/// Takes over the leading ASCII characters of a text, which are the same in both forms, and returns
+/// where the others begin. Nearly all texts have no others.
+template <class From, class To>
+typename From::const_iterator assign_ascii(const From& from, To& to) {
+  const auto is_other = [](auto unit) {
+    return static_cast<std::make_unsigned_t<decltype(unit)>>(unit) >= 0x80;
+  };
+  const auto others = std::find_if(from.begin(), from.end(), is_other);
+  to.assign(from.begin(), others);
+  return others;
 }
 
 [[noreturn]] void throw_index_error() { throw vu_i18n_except("string index out of range"); }
@@ -39,7 +53,8 @@ vu_utf8string& vu_utf8string::operator=(vu_utf8string&&) noexcept = default;
 
 vu_utf8string::vu_utf8string(const ucs2string& text) {
   try {
-    utf8::utf16to8(text.str().begin(), text.str().end(), std::back_inserter(m_bytes));
+    const auto others = assign_ascii(text.str(), m_bytes);
+    utf8::utf16to8(others, text.str().end(), std::back_inserter(m_bytes));
   } catch (const utf8::exception&) {
     throw vu_i18n_except("text is not valid UTF-16");
   }
@@ -103,7 +118,8 @@ ucs2string& ucs2string::operator=(ucs2string&&) noexcept = default;
 
 ucs2string::ucs2string(const vu_utf8string& text) {
   try {
-    utf8::utf8to16(text.str().begin(), text.str().end(), std::back_inserter(m_units));
+    const auto others = assign_ascii(text.str(), m_units);
+    utf8::utf8to16(others, text.str().end(), std::back_inserter(m_units));
   } catch (const utf8::exception&) {
     throw vu_i18n_except("text is not valid UTF-8");
   }

@@ -81,7 +81,10 @@ std::string native_path(std::string_view path) {
 std::string to_bytes(std::u16string_view text) {
   std::string bytes;
   bytes.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
+  // ASCII is the same in both forms, and nearly all there is.
+  const auto others = std::find_if(text.begin(), text.end(), [](char16_t c) { return c >= 0x80; });
+  bytes.assign(text.begin(), others);
+  for (std::size_t i = bytes.size(); i < text.size(); ++i) {
     std::uint32_t character = text[i];
     if (is_lead(text[i]) && i + 1 < text.size() && is_trail(text[i + 1])) {
       const std::uint32_t high = static_cast<std::uint32_t>(text[i] - kFirstLead) << 10U;

@@ -14,7 +14,7 @@
 #include "tests/unit/storage_fixture.h"
 #include "vu_storage.h"
 
-// How many calls of the system each operation makes: as docs/performance.md says, and as many in a
+// How many calls of the system each operation makes: as docs/system-calls.md says, and as many in a
 // large folder as in a small one.
 
 namespace {
@@ -140,9 +140,9 @@ std::vector<Operation> operations_on_every_entry() {
   };
 }
 
-/// The rows of the table in docs/performance.md: operation -> "calls | which".
+/// The rows of the table in docs/system-calls.md: operation -> "calls | which".
 std::map<std::string, std::string> documented() {
-  std::ifstream page(VU_TEST_DOCS "/performance.md");
+  std::ifstream page(VU_TEST_DOCS "/system-calls.md");
   EXPECT_TRUE(page.is_open()) << VU_TEST_DOCS;
   std::map<std::string, std::string> rows;
   bool inside = false;
