@@ -32,6 +32,8 @@ const char* name_of(admin::NewVersion::Fate fate) {
       return "pending";
     case admin::NewVersion::Fate::kStored:
       return "stored";
+    case admin::NewVersion::Fate::kInPlace:
+      return "in place";
     case admin::NewVersion::Fate::kMeanwhile:
       return "meanwhile";
     case admin::NewVersion::Fate::kFailed:
