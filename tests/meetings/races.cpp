@@ -41,6 +41,14 @@ std::string made_by(const Scene& s, std::size_t who) {
   return operation.does(kMakes) ? cast.entry : "";
 }
 
+/// Whether it is the entry that somebody makes who does this deed.
+bool is_made_by(const Scene& s, const Difference& d, std::uint32_t deed) {
+  for (std::size_t i = 0; i < s.gathering.operations.size(); ++i) {
+    if (s.gathering.operations[i]->does(deed) && is_entry(d, made_by(s, i))) return true;
+  }
+  return false;
+}
+
 bool is_about(const Scene& s, std::size_t who, const std::string& entry) {
   const MeetingOperation& operation = *s.gathering.operations[who];
   if (operation.does(kCleansAll)) return true;
@@ -176,7 +184,7 @@ bool cleaned_bit_by_bit(const Scene& s, const Difference& d) {
 bool first_index_of_no_bytes(const Scene& s, const Difference& d) {
   if (s.gathering.ground != Ground::kNoIndex || !s.any_does(kClient)) return false;
   if (d.answer_of >= 0) return s.is(d.answer_of, "put") && d.found == "failed ";
-  return d.found == kNothing;
+  return d.found == kNothing && is_made_by(s, d, kClient);
 }
 
 /// The file is gone when the reader asks for its size, or comes to open it.
@@ -191,7 +199,8 @@ bool gone_while_read(const Scene& s, const Difference& d) {
 bool copy_meets_lock(const Scene& s, const Difference& d) {
   if (!s.any_does(kCopies | kRenames)) return false;
   if (s.does(d.answer_of, kCopies)) return d.found == "no";
-  return false;
+  // What was to be copied into had been cut before.
+  return d.found.empty() && is_made_by(s, d, kCopies);
 }
 
 bool two_renames(const Scene& s, const Difference& d) {
@@ -201,7 +210,13 @@ bool two_renames(const Scene& s, const Difference& d) {
 
 /// Between looking for a line and writing the rest another one writes: its cut is lost.
 bool two_cuts(const Scene& s, const Difference& d) {
-  return s.count(kCuts) > 1 && is_entry(d, kList);
+  if (s.count(kCuts) < 2 || !is_entry(d, kList)) return false;
+  const auto before = s.before.find(d.what);
+  std::istringstream lines(d.found);
+  for (std::string line; std::getline(lines, line);) {
+    if (before == s.before.end() || !has(before->second, line + "\n")) return false;
+  }
+  return true;
 }
 
 /// Whoever renames or removes an owner agrees with those who work there.

@@ -38,7 +38,7 @@ class Meetings {
   }
 
   void report() {
-    m_run.figure("meetings", m_gatherings);
+    m_run.figure("meetings held", m_gatherings);
     m_run.figure("schedules of the longest", m_most);
     m_run.figure("schedules that do what another one does, left out", m_cut);
     m_run.figure("schedules that do what another one does, run", m_redundant);
@@ -81,22 +81,32 @@ bool is_enough(const Run& run) {
   return run.time_is_over() || (run.wanted() != 0 && run.reached() >= run.wanted());
 }
 
+/// Those whose names hold what is asked for. A run that does not reach them all takes any of them.
+std::vector<Gathering> chosen(Run& run, std::vector<Gathering> all) {
+  std::erase_if(all, [&](const Gathering& each) {
+    return in_text(each).find(run.only()) == std::string::npos;
+  });
+  if (run.wanted() != 0 || run.budget().count() != 0)
+    std::shuffle(all.begin(), all.end(), run.random());
+  return all;
+}
+
 void meet(Run& run) {
   if (!run.replayed().empty()) return replay(run, run.replayed());
   Meetings all(run);
-  bool is_whole = run.only().empty();
   std::vector<Gathering> gatherings = meetings::all_pairs();
   for (Gathering& each : meetings::all_trios()) gatherings.push_back(std::move(each));
+  const std::size_t whole = gatherings.size();
+  gatherings = chosen(run, std::move(gatherings));
+  std::size_t held = 0;
   for (const Gathering& each : gatherings) {
-    if (in_text(each).find(run.only()) == std::string::npos) continue;
-    if (is_enough(run)) {
-      is_whole = false;
-      break;
-    }
+    if (is_enough(run)) break;
     all.explore(each, {});
+    ++held;
   }
+  run.figure("meetings that there are", whole);
   all.report();
-  if (is_whole) all.expect_every_race();
+  if (held == whole) all.expect_every_race();
 }
 REGISTER_SUITE(meet, "meetings", "every order of the calls of two operations that meet",
                "schedules", 0, Scratch::kMemory)
@@ -104,8 +114,7 @@ REGISTER_SUITE(meet, "meetings", "every order of the calls of two operations tha
 void meet_dying(Run& run) {
   if (!run.replayed().empty()) return replay(run, run.replayed());
   Meetings all(run);
-  for (const Gathering& each : meetings::all_pairs()) {
-    if (in_text(each).find(run.only()) == std::string::npos) continue;
+  for (const Gathering& each : chosen(run, meetings::all_pairs())) {
     if (is_enough(run)) break;
     all.explore(each, {.deaths = meetings::Deaths::kOne});
   }
