@@ -65,6 +65,11 @@ bool Scene::is(int who, const std::string& name) const {
   return who >= 0 && gathering.operations.at(static_cast<std::size_t>(who))->name == name;
 }
 
+bool Scene::any_is(const std::string& name) const {
+  return std::any_of(gathering.operations.begin(), gathering.operations.end(),
+                     [&](const MeetingOperation* each) { return each->name == name; });
+}
+
 bool Scene::has_died() const {
   return std::find(outcome.died.begin(), outcome.died.end(), true) != outcome.died.end();
 }
@@ -125,7 +130,7 @@ std::string Judge::broken_promise(const Outcome& outcome) const {
              shown(found->second);
   }
   for (const auto& [fact, bytes] : outcome.facts) {
-    if (fact.ends_with(": index") && bytes != "whole" && bytes != "none" &&
+    if (fact.ends_with(": index") && bytes != "whole" && bytes != "none" && !owner_moves &&
         std::find(outcome.died.begin(), outcome.died.end(), true) == outcome.died.end())
       return fact + " is " + bytes;
     if (fact.ends_with(": the counter is behind") && !owner_moves) return fact + " at " + bytes;

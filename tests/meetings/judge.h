@@ -51,6 +51,7 @@ struct Scene {
   bool does(int who, std::uint32_t deed) const;
   /// Whether it is the operation of this name.
   bool is(int who, const std::string& name) const;
+  bool any_is(const std::string& name) const;
   bool has_died() const;
   /// Whether somebody who died does.
   bool dead_does(std::uint32_t deed) const;

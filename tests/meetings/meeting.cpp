@@ -55,19 +55,31 @@ Meeting::Meeting(const std::string& root, Guide& guide, Played played)
 }
 Meeting::~Meeting() = default;
 
+void Meeting::Turn::give() {
+  const std::scoped_lock guard(m_mutex);
+  m_is_given = true;
+  m_given.notify_one();
+}
+
+void Meeting::Turn::take() {
+  std::unique_lock guard(m_mutex);
+  m_given.wait(guard, [this] { return m_is_given; });
+  m_is_given = false;
+}
+
 Ending Meeting::run(const std::vector<Operation>& operations) {
   const os::faults::Conducted conducted(*this);
   std::vector<std::thread> threads;
   for (std::size_t i = 0; i < operations.size(); ++i) {
     m_parties.push_back(std::make_unique<Party>());
     threads.emplace_back([this, i, &operations] { play(static_cast<int>(i), operations[i]); });
-    m_main.acquire();
+    m_main.take();
   }
   m_is_overture = false;
   const int first = choose_next(-1);
   if (first >= 0) {
-    m_parties[index(first)]->turn.release();
-    m_main.acquire();
+    m_parties[index(first)]->turn.give();
+    m_main.take();
   }
   for (std::thread& each : threads) each.join();
   for (const auto& party : m_parties) {
@@ -126,8 +138,8 @@ os::Status Meeting::make_call(int who, const Arriving& arriving,
 
 void Meeting::stand_at_point(Party& me, int who) {
   if (m_is_overture) {
-    m_main.release();
-    me.turn.acquire();
+    m_main.give();
+    me.turn.take();
   } else {
     hand_on(who);
   }
@@ -138,8 +150,8 @@ void Meeting::hand_on(int from) {
   Party& me = *m_parties[index(from)];
   const int next = m_is_overture ? -1 : choose_next(from);
   if (next == from) return;
-  (next < 0 ? m_main : m_parties[index(next)]->turn).release();
-  if (me.state != State::kEnded) me.turn.acquire();
+  (next < 0 ? m_main : m_parties[index(next)]->turn).give();
+  if (me.state != State::kEnded) me.turn.take();
 }
 
 /// @return -1 when all have ended.

@@ -1,11 +1,12 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
-#include <semaphore>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -103,6 +104,19 @@ class Meeting final : public os::faults::Conductor {
  private:
   enum class State : std::uint8_t { kStands, kEnded };
 
+  /// Taken by the one who waits for it. (The semaphore of the Windows build's library can sleep
+  /// through a release.)
+  class Turn {
+   public:
+    void give();
+    void take();
+
+   private:
+    std::mutex m_mutex;
+    std::condition_variable m_given;
+    bool m_is_given = false;
+  };
+
   struct Party {
     State state = State::kStands;
     bool has_begun = false;
@@ -113,7 +127,7 @@ class Meeting final : public os::faults::Conductor {
     bool is_refused = false;
     std::uint64_t refused_at = 0;
     std::string answer;
-    std::binary_semaphore turn{0};
+    Turn turn;
   };
   struct OpenHandle {
     std::string path = {};
@@ -147,7 +161,7 @@ class Meeting final : public os::faults::Conductor {
   Guide& m_guide;
   const Played m_played;
   std::vector<std::unique_ptr<Party>> m_parties;
-  std::binary_semaphore m_main{0};
+  Turn m_main;
   bool m_is_overture = true;  ///< all go to their first points, one after the other
   bool m_is_over = false;     ///< a deadlock is being ended
   std::map<Key, OpenHandle> m_handles;

@@ -96,6 +96,19 @@ bool is_renamed(const Scene& s, const Difference& d) {
   return false;
 }
 
+/// Whether each name of an answer is in the same one's answer in some order.
+bool all_names_are_known(const Scene& s, const Difference& d) {
+  if (d.answer_of < 0) return false;
+  std::istringstream names(d.found);
+  for (std::string each; names >> each;) {
+    const bool is_known = std::any_of(s.orders.begin(), s.orders.end(), [&](const Outcome& order) {
+      return has(order.answers[static_cast<std::size_t>(d.answer_of)] + " ", each + " ");
+    });
+    if (!is_known) return false;
+  }
+  return true;
+}
+
 bool is_adopted(const std::string& text) { return has(text, "00000"); }
 
 // ---- the stories --------------------------------------------------------------------------------
@@ -129,7 +142,21 @@ bool same_entry(const Scene& s, const Difference& d) {
 
 /// The empty document of one that has made it and not written it yet.
 bool read_before_written(const Scene& s, const Difference& d) {
-  return s.does(d.answer_of, kReads) && s.any_does(kWrites | kMakes) && d.found == "read ";
+  if (has(d.what, "plain/out-")) return s.any_does(kWrites | kMakes) && d.found.empty();
+  // A key file without a line is "0" alone.
+  return s.does(d.answer_of, kReads) && s.any_does(kWrites | kMakes) &&
+         (d.found == "read " || d.found == "0");
+}
+
+/// Who has made the entry opens its file behind another one who has replaced it.
+bool maker_writes_last(const Scene& s, const Difference& d) {
+  if (s.count(kWrites) < 2 || !is_made_by(s, d, kWrites)) return false;
+  for (std::size_t i = 0; i < s.gathering.operations.size(); ++i) {
+    if (s.gathering.operations[i]->does(kWrites) && !d.found.empty() &&
+        d.found.starts_with(s.gathering.cast_of(i, "").mark))
+      return true;
+  }
+  return false;
 }
 
 /// An entry under its file's own name, of a file whose line was not written yet.
@@ -146,6 +173,7 @@ bool adopted_too_early(const Scene& s, const Difference& d) {
 /// What somebody writes whose entry goes meanwhile is in a file that no line names, or gone.
 bool removed_beside_writer(const Scene& s, const Difference& d) {
   if (!meet_on_one(s, kRemoves | kCleans, kWrites)) return false;
+  if (d.found == kNothing && is_made_by(s, d, kWrites)) return true;
   return is_loose_too_many(d) || s.some_order_gives(d);
 }
 
@@ -169,15 +197,29 @@ bool line_without_file(const Scene& s, const Difference& d) {
 
 /// One file goes after the other: a list names those that are left.
 bool cleaned_bit_by_bit(const Scene& s, const Difference& d) {
-  if (!s.any_does(kCleans) || d.answer_of < 0 || s.does(d.answer_of, kCleans)) return false;
-  std::istringstream names(d.found);
-  for (std::string each; names >> each;) {
-    const bool is_known = std::any_of(s.orders.begin(), s.orders.end(), [&](const Outcome& order) {
-      return has(order.answers[static_cast<std::size_t>(d.answer_of)], each + " ");
-    });
-    if (!is_known) return false;
-  }
-  return true;
+  return s.any_does(kCleans) && !s.does(d.answer_of, kCleans) && all_names_are_known(s, d);
+}
+
+/// What one has taken away already is very old to the other one, and counts for both.
+bool counted_twice(const Scene& s, const Difference& d) {
+  return s.does(d.answer_of, kCleans) &&
+         (s.count(kCleans) > 1 || s.any_does(kRemoves | kRenames)) &&
+         d.found.find_first_not_of("0123456789") == std::string::npos;
+}
+
+/// The folder in which the client keeps its copies is named by no line.
+bool swept_copies(const Scene& s, const Difference& d) {
+  if (!s.any_does(kSweeps) || !s.any_does(kClient)) return false;
+  if (d.answer_of >= 0) return s.is(d.answer_of, "put") && d.found.starts_with("failed");
+  return d.found == kNothing && is_made_by(s, d, kClient);
+}
+
+/// A document that is replaced loses its parts, and a writer of one the folder to put it in.
+bool parts_go(const Scene& s, const Difference& d) {
+  if (!s.any_is("write-corporate")) return false;
+  if (s.is(d.answer_of, "write-part") || s.is(d.answer_of, "read-part"))
+    return d.found == "closed" || d.found == "read " || s.some_order_gives(d);
+  return has(d.what, ": below ");
 }
 
 /// The index that somebody is just making has no bytes yet: the client takes it for a damaged one.
@@ -191,21 +233,29 @@ bool first_index_of_no_bytes(const Scene& s, const Difference& d) {
 bool gone_while_read(const Scene& s, const Difference& d) {
   if (!s.any_does(kRemoves | kRenames | kCleans) || !s.any_does(kReads)) return false;
   if (d.answer_of < 0) return has(d.what, "plain/out-") && d.found == kNothing;
-  return s.does(d.answer_of, kReads) &&
-         (d.found == "read " || d.found == "closed" || d.found == "no" || d.found == "0");
+  if (!s.does(d.answer_of, kReads)) return false;
+  // Of the document that is gone so much as the one has that bears the file's name by now.
+  const bool is_beginning = d.found.starts_with("read ") &&
+                            std::any_of(s.before.begin(), s.before.end(), [&](const auto& fact) {
+                              return fact.second.starts_with(d.found.substr(5));
+                            });
+  return is_beginning || d.found == "closed" || d.found == "no" || d.found == "0";
 }
 
 /// A copy does not wait for a lock.
 bool copy_meets_lock(const Scene& s, const Difference& d) {
   if (!s.any_does(kCopies | kRenames)) return false;
   if (s.does(d.answer_of, kCopies)) return d.found == "no";
+  if (has(d.what, "plain/out-")) return d.found == kNothing;
   // What was to be copied into had been cut before.
   return d.found.empty() && is_made_by(s, d, kCopies);
 }
 
 bool two_renames(const Scene& s, const Difference& d) {
   if (s.count(kRenames) < 2) return false;
-  return (is_renamed(s, d) && holds_what_stood(s, d)) || s.some_order_gives(d);
+  // A third one may list both names, or none.
+  return (is_renamed(s, d) && holds_what_stood(s, d)) || s.some_order_gives(d) ||
+         all_names_are_known(s, d);
 }
 
 /// Between looking for a line and writing the rest another one writes: its cut is lost.
@@ -243,7 +293,9 @@ const std::vector<Race>& accepted_races() {
       {"same-entry", "2. Two create the same entry: one line, one file too many", same_entry},
       {"read-before-written", "10. A document is created and read at once: an empty one is read",
        read_before_written},
-      {"adopted-too-early", "17. A file is adopted too early: two entries, one file",
+      {"maker-writes-last", "11. Two write a new document: who has made it writes last",
+       maker_writes_last},
+      {"adopted-too-early", "21. A file is adopted too early: two entries, one file",
        adopted_too_early},
       {"removed-beside-writer",
        "8. An entry is removed beside a writer: what is written is in no line",
@@ -252,16 +304,19 @@ const std::vector<Race>& accepted_races() {
        renamed_beside_writer},
       {"renamed-beside-clean", "6. A clean beside a rename: what gets another name stays",
        renamed_beside_clean},
-      {"line-without-file", "13. A line stands without its file for a moment", line_without_file},
+      {"line-without-file", "14. A line stands without its file for a moment", line_without_file},
       {"cleaned-bit-by-bit",
-       "14. A clean takes one file after the other: a list names what is left", cleaned_bit_by_bit},
-      {"first-index", "15. The first index of a folder has no bytes for a moment",
+       "15. A clean takes one file after the other: a list names what is left", cleaned_bit_by_bit},
+      {"counted-twice", "16. Two clean one folder: both count what is gone", counted_twice},
+      {"swept-copies", "17. A clean beside a put: what is put is swept", swept_copies},
+      {"parts-go", "18. A document is replaced beside a writer of its parts", parts_go},
+      {"first-index", "19. The first index of a folder has no bytes for a moment",
        first_index_of_no_bytes},
       {"gone-while-read", "9. A document goes while it is read: nothing is read", gone_while_read},
-      {"copy-meets-lock", "11. A copy meets a lock: it fails", copy_meets_lock},
+      {"copy-meets-lock", "12. A copy meets a lock: it fails", copy_meets_lock},
       {"two-renames", "5. Two rename one entry: both new names stay", two_renames},
-      {"two-cuts", "12. Two cut lines of one category file: one line comes back", two_cuts},
-      {"owner-goes", "16. An owner's folder goes under an operation", owner_goes},
+      {"two-cuts", "13. Two cut lines of one category file: one line comes back", two_cuts},
+      {"owner-goes", "20. An owner's folder goes under an operation", owner_goes},
       {"killed", "A process that dies", killed},
   };
   return races;
