@@ -212,6 +212,11 @@ inline void IndexReading::count(const IndexLine& line) {
   if (line.state == LineState::kUnknown) ++unknown;
 }
 
+void IndexReading::revise(IndexLine& line, LineState state) {
+  line.state = state;
+  if (state != LineState::kValid) count(line);
+}
+
 /// Nearly all lines are of one kind: they have their own "/", a key, and names of a few bytes.
 /// These are read without a detour, a few at a time, so that the processor waits for its memory
 /// once for all of them. @return where the first other one begins.

@@ -113,6 +113,9 @@ struct IndexReading {
   IndexReading(const IndexReading&) = delete;
   IndexReading& operator=(const IndexReading&) = delete;
 
+  /// Gives a valid line of this reading the state that it has by now.
+  void revise(IndexLine& line, LineState state);
+
   const std::string_view text;
   std::vector<IndexLine> lines;  ///< in the order of the text
   bool ascending = true;         ///< the valid ones by key, so that each key occurs once

@@ -210,7 +210,7 @@ class IndexSave {
     if (m_state.m_files_to_remove.empty()) return;
     for (IndexLine& line : m_on_disk->lines) {
       if (line.state == LineState::kValid && leads_to_a_file_to_remove(line))
-        line.state = judge(line.key, line.stored);
+        m_on_disk->revise(line, judge(line.key, line.stored));
     }
   }
 

@@ -740,6 +740,25 @@ TEST_F(IndexSaving, TakesAMergedEntryWhosePhysicalNameIsTaken) {
   EXPECT_EQ(folder.index(), "a_0000000001/00000001\nb_0000000001/00000001\n");
 }
 
+TEST_F(IndexSaving, TakesNoLineOfAFileThatItIsAboutToRemove) {
+  // Another key's line, written meanwhile, that leads to the renamed entry's old file.
+  folder.write("00000001.kdb", "bytes of a");
+  folder.write("00000002.kdb", "bytes of b");
+  folder.write("index", "00000002");
+  const std::string text = "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\n";
+  folder.set_index(text);
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "c.kdb", 1));
+    folder.set_index(text + "z.kdb_0000000001/00000001\n");
+    sink.clear();
+  }
+  EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000002\nc.kdb_0000000001/00000003\n");
+  EXPECT_FALSE(folder.has("00000001.kdb"));
+  EXPECT_EQ(index_traces(sink), begin_texts() + end_texts());
+}
+
 TEST_F(IndexSaving, DoesNotBringBackWhatItRemoved) {
   folder.write("00000001.kdb");
   folder.write("00000002.kdb");
