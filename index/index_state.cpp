@@ -53,14 +53,16 @@ const IndexLine* IndexState::loaded_line(std::string_view stored) const {
     const auto at = std::find_if(m_lines.begin(), m_lines.end(), bears);
     return at == m_lines.end() ? nullptr : &*at;
   }
-  if (m_lines_by_stored_name.empty()) {
-    m_lines_by_stored_name.reserve(m_lines.size());
+  if (!m_lines_by_stored_name) {
+    LinesByStoredName lines;
+    lines.reserve(m_lines.size());
     for (const IndexLine& line : m_lines) {
-      if (line.state == LineState::kValid) m_lines_by_stored_name.emplace(line.stored, &line);
+      if (line.state == LineState::kValid) lines.emplace(line.stored, &line);
     }
+    m_lines_by_stored_name = std::move(lines);
   }
-  const auto at = m_lines_by_stored_name.find(stored);
-  return at == m_lines_by_stored_name.end() ? nullptr : at->second;
+  const auto at = m_lines_by_stored_name->find(stored);
+  return at == m_lines_by_stored_name->end() ? nullptr : at->second;
 }
 
 std::optional<std::string_view> IndexState::find(std::string_view key) const {
@@ -249,7 +251,7 @@ void IndexState::set_maps(const NameMap& by_key, const NameMap& by_stored_name) 
   for (const auto& [key, stored] : by_key) m_doubtful.insert(key);
   m_entries = {};
   m_lines = {};
-  m_lines_by_stored_name.clear();
+  m_lines_by_stored_name.reset();
   m_by_key = Changes(by_key.begin(), by_key.end());
   m_by_stored_name = Changes(by_stored_name.begin(), by_stored_name.end());
 }

@@ -205,7 +205,8 @@ class IndexState {
   std::span<const IndexLine> m_entries;  ///< of what was loaded
   std::span<const IndexLine> m_lines;    ///< the same in the order of the text, with all lines
   /// Stored name -> line, when several are asked for: m_lines is searched for the first ones.
-  mutable std::unordered_map<std::string_view, const IndexLine*> m_lines_by_stored_name;
+  using LinesByStoredName = std::unordered_map<std::string_view, const IndexLine*>;
+  mutable std::optional<LinesByStoredName> m_lines_by_stored_name;
   mutable std::size_t m_searches = 0;
 
   Changes m_by_key;

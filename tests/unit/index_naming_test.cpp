@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -654,6 +655,26 @@ TEST_F(IndexAdoption, TakesGeneratedFilesForFoundOnesWhenTheIndexIsLost) {
   folder.erase("index.dat");
   adopt();
   EXPECT_EQ(folder.index(), "00000001.kdb_0000000000/00000001.kdb\n");
+}
+
+TEST_F(IndexAdoption, LooksFilesUpInLinearTimeWhereNoLineIsValid) {
+  // Walking the lines for each file would take some hundred times as long as with one valid line.
+  constexpr int kLines = 20000;
+  constexpr int kFiles = 8000;
+  std::string missing;
+  for (int i = 0; i < kLines; ++i) missing += "a_0000000001/gone" + std::to_string(i) + "\n";
+  folder.write("00000001");
+  const auto time_of = [&](const std::string& text) {
+    folder.set_index(text);
+    const STGIndex index = Peer::load(folder.path());
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < kFiles; ++i)
+      EXPECT_FALSE(Peer::alreadyInMaps(index, "new" + std::to_string(i)));
+    return std::chrono::steady_clock::now() - begin;
+  };
+  const synchronisation off{false};
+  const auto with_one = time_of(missing + "b_0000000001/00000001\n");
+  EXPECT_LT(time_of(missing), 10 * with_one + std::chrono::milliseconds(50));
 }
 
 TEST_F(IndexAdoption, EndsAtAFileExceptionAndKeepsWhatItHas) {
