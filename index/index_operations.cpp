@@ -96,7 +96,6 @@ void STGIndex::rename(const std::string& folder, const std::string& oldLogical, 
 
 bool STGIndex::lastVersion(const std::string& folder, const std::string& logical, long& timestamp) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  timestamp = 0;
   bool found = false;
   const auto take = [&](std::string_view key) {
     found = true;
@@ -104,6 +103,7 @@ bool STGIndex::lastVersion(const std::string& folder, const std::string& logical
   };
   if (synchronizes()) {
     const STGIndex index(folder);
+    timestamp = 0;
     index.m_state->visit([&](std::string_view key, std::string_view) {
       if (logical_of(key) == logical) take(key);
     });
@@ -112,6 +112,7 @@ bool STGIndex::lastVersion(const std::string& folder, const std::string& logical
   // Nothing is adopted, so the other lines need not be looked at.
   vu_file file(folder, kIndexFile);
   const std::optional<FileText> bytes = read_index(file, folder);
+  timestamp = 0;
   if (!bytes) return false;
   std::string storage;
   FolderFiles files(folder);

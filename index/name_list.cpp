@@ -29,6 +29,8 @@ void NameList::add(std::string_view key, std::string_view stored) {
     m_text.append(index_format::extension_of(logical));
   name.size = m_text.size() - name.begin;
   name.head = head_of(text_of(name));
+  // Two names never begin at one place, be they empty: so the earlier one is known by its place.
+  m_text.push_back('\0');
 }
 
 void NameList::fill(IndexState::NameMap& out) {

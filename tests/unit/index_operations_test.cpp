@@ -650,6 +650,27 @@ TEST_F(IndexQueries, RaiseWhereTheIndexCannotBeOpenedOrRead) {
   EXPECT_TRUE(index_is_free());
 }
 
+TEST_F(IndexQueries, LeaveTheTimestampWhenTheyRaise) {
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  for (const bool on : {false, true}) {
+    const synchronisation mode{on};
+    const auto fault = os::faults::fail(Call::open, kRefused);
+    long timestamp = 7;
+    EXPECT_THROW(STGIndex::lastVersion(folder.path(), "a.kdb", timestamp), vu_file_except);
+    EXPECT_EQ(timestamp, 7);
+  }
+}
+
+TEST_F(IndexQueries, GiveTheFirstOfManyEntriesWithoutAPhysicalName) {
+  // A line without a stored name leads to the folder itself.
+  std::string text;
+  for (char c = 'A'; c <= 'Z'; ++c) text += std::string(2, c) + "_0000000001/\n";
+  for (char c = 'a'; c <= 'z'; ++c) text += std::string(2, c) + "_0000000001/\n";
+  folder.set_index(text);
+  STGIndex::plValues(folder.path(), out);
+  EXPECT_EQ(out, (NameMap{{"", "AA"}}));
+}
+
 TEST_F(IndexQueries, ClearTheMapAlsoWhenTheyRaise) {
   folder.set_index("a.kdb_0000000001/00000001\n");
   for (const auto& [name, query] : all_queries()) {
