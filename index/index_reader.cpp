@@ -217,6 +217,12 @@ void IndexReading::revise(IndexLine& line, LineState state) {
   if (state != LineState::kValid) count(line);
 }
 
+/// One for each file; but a folder may hold far more than its index names.
+std::size_t IndexReading::likely_lines(FolderFiles& files) const {
+  constexpr std::size_t kShortest = index_format::kStampLength + 2;
+  return std::min(files.entries().size(), text.size() / kShortest) + 1;
+}
+
 /// Nearly all lines are of one kind: they have their own "/", a key, and names of a few bytes.
 /// These are read without a detour, a few at a time, so that the processor waits for its memory
 /// once for all of them. @return where the first other one begins.
@@ -226,8 +232,6 @@ std::size_t IndexReading::read_plain_lines(FolderFiles& files) {
   std::array<std::array<char, 2 * kPiece>, kTogether> names;
   std::array<std::uint8_t, kTogether> sizes;
   std::array<std::uint64_t, kTogether> hashes;
-  if (text.find('/') == std::string_view::npos) return 0;
-  lines.reserve(files.entries().size());
   const char* at = text.data();
   // Two pieces of a fixed size can be copied from any place of a line before this one.
   const char* const last = text.data() + text.size() - std::min(text.size(), 2 * kPiece);
@@ -249,6 +253,7 @@ std::size_t IndexReading::read_plain_lines(FolderFiles& files) {
       const std::string_view extension = extension_of(logical_of(key));
       if (extension.size() > kPiece) break;
       is_plain = true;
+      if (lines.capacity() == 0) lines.reserve(likely_lines(files));
 
       char* const name = names[together].data();
       std::memcpy(name, stored.data(), kPiece);

@@ -125,6 +125,7 @@ struct IndexReading {
   bool is_listed = true;  ///< lines were judged by a listing, and not each by itself
 
  private:
+  std::size_t likely_lines(FolderFiles& files) const;
   std::size_t read_plain_lines(FolderFiles& files);
   void count(const IndexLine& line);
 

@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 
+#include "index/folder_files.h"
 #include "stg_index.h"
 #include "tests/support/index_peer.h"
 #include "tests/support/scratch.h"
@@ -101,6 +102,22 @@ TEST(Heap, OfAnExistenceQuestionIsTheTextOfTheIndexAndAConstant) {
     EXPECT_LT(few, kConstant);
     EXPECT_LT(many, kConstant);
   }
+}
+
+TEST(Heap, OfASmallIndexInALargeFolderIsTheListingAndAConstant) {
+  using Peer = stg_index_test_peer;
+  constexpr int kFiles = 3000;
+  const synchronisation off{false};
+  const index_folder folder;
+  for (int i = 0; i < kFiles; ++i) folder.write(std::to_string(10000000 + i) + ".kdb");
+  folder.set_index("a.kdb_0000000001/10000000\n" + std::string(100, 'x'));
+  const std::string& path = folder.path();
+  std::size_t entries = 0;
+  const std::ptrdiff_t listing =
+      peak_of([&] { EXPECT_EQ(FolderFiles(path).entries().size(), std::size_t{kFiles} + 1); });
+  const std::ptrdiff_t peak = peak_of([&] { entries = Peer::lp(Peer::load(path)).size(); });
+  EXPECT_EQ(entries, 1U);
+  EXPECT_LT(peak, listing + kConstant);
 }
 
 TEST(Heap, ThatRunsOutInARenameLeavesTheEntriesFromBeforeOrFromAfter) {

@@ -522,6 +522,12 @@ TEST_F(IndexText, WithoutASlashCostsNothing) {
   EXPECT_EQ(os::faults::calls(Call::any), 0U);
 }
 
+TEST_F(IndexText, OfKeysThatAreTooShortCostsNothing) {
+  os::faults::reset();
+  load("short/00000001\nshorter/00000001\n" + std::string(100, 'x'));
+  EXPECT_EQ(os::faults::calls(Call::any), 0U);
+}
+
 TEST_F(IndexText, OfBareLineFeedsIsReadInLinearWork) {
   make_files({"00000001.kdb"});
   os::faults::reset();
