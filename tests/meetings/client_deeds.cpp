@@ -36,8 +36,6 @@ const char* name_of(admin::NewVersion::Fate fate) {
       return "in place";
     case admin::NewVersion::Fate::kMeanwhile:
       return "meanwhile";
-    case admin::NewVersion::Fate::kInPlace:
-      return "in place";
     case admin::NewVersion::Fate::kFailed:
       return "failed";
     case admin::NewVersion::Fate::kLocked:
