@@ -283,6 +283,8 @@ bool killed(const Scene& s, const Difference& d) {
   if (d.answer_of >= 0) return false;
   if (is_loose_file(d)) return d.found != kNothing && s.dead_does(kMakes | kRenames | kConverts);
   if (d.what.ends_with(": index")) return true;
+  // The next put removes it.
+  if (has(d.what, ": below .stgctl-part-")) return s.dead_does(kClient);
   return s.dead_does(kWrites) && d.found.empty();
 }
 
