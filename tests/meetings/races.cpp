@@ -109,6 +109,17 @@ bool all_names_are_known(const Scene& s, const Difference& d) {
   return true;
 }
 
+/// Whether it is the category file, with lines that it had.
+bool has_lines_from_before(const Scene& s, const Difference& d) {
+  const auto before = s.before.find(d.what);
+  if (!is_entry(d, kList) || before == s.before.end()) return false;
+  std::istringstream lines(d.found);
+  for (std::string line; std::getline(lines, line);) {
+    if (!has(before->second, line + "\n")) return false;
+  }
+  return true;
+}
+
 bool is_adopted(const std::string& text) { return has(text, "00000"); }
 
 // ---- the stories --------------------------------------------------------------------------------
@@ -174,6 +185,7 @@ bool adopted_too_early(const Scene& s, const Difference& d) {
 bool removed_beside_writer(const Scene& s, const Difference& d) {
   if (!meet_on_one(s, kRemoves | kCleans, kWrites)) return false;
   if (d.found == kNothing && is_made_by(s, d, kWrites)) return true;
+  if (s.any_does(kCuts) && has_lines_from_before(s, d)) return true;
   return is_loose_too_many(d) || s.some_order_gives(d);
 }
 
@@ -242,6 +254,14 @@ bool gone_while_read(const Scene& s, const Difference& d) {
   return is_beginning || d.found == "closed" || d.found == "no" || d.found == "0";
 }
 
+#if defined(_WIN32)
+/// A file that somebody has open keeps its name until it is closed, and its line with it.
+bool stays_while_open(const Scene& s, const Difference& d) {
+  return s.any_does(kReads | kWrites) && s.any_does(kRenames | kRemoves | kCleans) &&
+         (is_renamed(s, d) || is_made_by(s, d, kMakes)) && holds_what_stood(s, d);
+}
+#endif
+
 /// A copy does not wait for a lock.
 bool copy_meets_lock(const Scene& s, const Difference& d) {
   if (!s.any_does(kCopies | kRenames)) return false;
@@ -260,13 +280,7 @@ bool two_renames(const Scene& s, const Difference& d) {
 
 /// Between looking for a line and writing the rest another one writes: its cut is lost.
 bool two_cuts(const Scene& s, const Difference& d) {
-  if (s.count(kCuts) < 2 || !is_entry(d, kList)) return false;
-  const auto before = s.before.find(d.what);
-  std::istringstream lines(d.found);
-  for (std::string line; std::getline(lines, line);) {
-    if (before == s.before.end() || !has(before->second, line + "\n")) return false;
-  }
-  return true;
+  return s.count(kCuts) > 1 && has_lines_from_before(s, d);
 }
 
 /// Whoever renames or removes an owner agrees with those who work there.
@@ -285,41 +299,44 @@ bool killed(const Scene& s, const Difference& d) {
   if (d.what.ends_with(": index")) return true;
   // The next put removes it.
   if (has(d.what, ": below .stgctl-part-")) return s.dead_does(kClient);
-  return s.dead_does(kWrites) && d.found.empty();
+  return s.dead_does(kWrites | kCuts) && d.found.empty();
 }
 
 }  // namespace
 
 const std::vector<Race>& accepted_races() {
   static const std::vector<Race> races = {
-      {"same-entry", "2. Two create the same entry: one line, one file too many", same_entry},
-      {"read-before-written", "10. A document is created and read at once: an empty one is read",
-       read_before_written},
-      {"maker-writes-last", "11. Two write a new document: who has made it writes last",
-       maker_writes_last},
-      {"adopted-too-early", "21. A file is adopted too early: two entries, one file",
-       adopted_too_early},
-      {"removed-beside-writer",
-       "8. An entry is removed beside a writer: what is written is in no line",
-       removed_beside_writer},
-      {"renamed-beside-writer", "4. A rename beside a writer: what is written meanwhile is lost",
-       renamed_beside_writer},
-      {"renamed-beside-clean", "6. A clean beside a rename: what gets another name stays",
-       renamed_beside_clean},
-      {"line-without-file", "14. A line stands without its file for a moment", line_without_file},
-      {"cleaned-bit-by-bit",
-       "15. A clean takes one file after the other: a list names what is left", cleaned_bit_by_bit},
-      {"counted-twice", "16. Two clean one folder: both count what is gone", counted_twice},
-      {"swept-copies", "17. A clean beside a put: what is put is swept", swept_copies},
-      {"parts-go", "18. A document is replaced beside a writer of its parts", parts_go},
-      {"first-index", "19. The first index of a folder has no bytes for a moment",
-       first_index_of_no_bytes},
-      {"gone-while-read", "9. A document goes while it is read: nothing is read", gone_while_read},
-      {"copy-meets-lock", "12. A copy meets a lock: it fails", copy_meets_lock},
-      {"two-renames", "5. Two rename one entry: both new names stay", two_renames},
-      {"two-cuts", "13. Two cut lines of one category file: one line comes back", two_cuts},
-      {"owner-goes", "20. An owner's folder goes under an operation", owner_goes},
-      {"killed", "A process that dies", killed},
+    {"same-entry", "2. Two create the same entry: one line, one file too many", same_entry},
+    {"read-before-written", "10. A document is created and read at once: an empty one is read",
+     read_before_written},
+    {"maker-writes-last", "11. Two write a new document: who has made it writes last",
+     maker_writes_last},
+    {"adopted-too-early", "21. A file is adopted too early: two entries, one file",
+     adopted_too_early},
+    {"removed-beside-writer",
+     "8. An entry is removed beside a writer: what is written is in no line",
+     removed_beside_writer},
+    {"renamed-beside-writer", "4. A rename beside a writer: what is written meanwhile is lost",
+     renamed_beside_writer},
+    {"renamed-beside-clean", "6. A clean beside a rename: what gets another name stays",
+     renamed_beside_clean},
+    {"line-without-file", "14. A line stands without its file for a moment", line_without_file},
+    {"cleaned-bit-by-bit", "15. A clean takes one file after the other: a list names what is left",
+     cleaned_bit_by_bit},
+    {"counted-twice", "16. Two clean one folder: both count what is gone", counted_twice},
+    {"swept-copies", "17. A clean beside a put: what is put is swept", swept_copies},
+    {"parts-go", "18. A document is replaced beside a writer of its parts", parts_go},
+    {"first-index", "19. The first index of a folder has no bytes for a moment",
+     first_index_of_no_bytes},
+    {"gone-while-read", "9. A document goes while it is read: nothing is read", gone_while_read},
+    {"copy-meets-lock", "12. A copy meets a lock: it fails", copy_meets_lock},
+    {"two-renames", "5. Two rename one entry: both new names stay", two_renames},
+    {"two-cuts", "13. Two cut lines of one category file: one line comes back", two_cuts},
+    {"owner-goes", "20. An owner's folder goes under an operation", owner_goes},
+    {"killed", "A process that dies", killed},
+#if defined(_WIN32)
+    {"stays-while-open", "22. A file cannot be removed: its entry comes back", stays_while_open},
+#endif
   };
   return races;
 }
