@@ -10,7 +10,7 @@ function(vu_example_test test example code text)
     -D "FRESH=${arg_FRESH}" -D "ARGUMENTS=${arg_ARGUMENTS}"
     -P ${PROJECT_SOURCE_DIR}/cmake/run_example.cmake)
   set_tests_properties(example_${test} PROPERTIES
-    TIMEOUT 120 LABELS example WORKING_DIRECTORY ${vu_test_folder} FIXTURES_SETUP example_${test})
+    TIMEOUT 300 LABELS example WORKING_DIRECTORY ${vu_test_folder} FIXTURES_SETUP example_${test})
   if(arg_AFTER)
     set_tests_properties(example_${test} PROPERTIES FIXTURES_REQUIRED example_${arg_AFTER})
   endif()

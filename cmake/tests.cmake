@@ -65,7 +65,7 @@ function(vu_test_program name)
         string(APPEND test _${shard})
       endif()
       add_test(NAME ${test} COMMAND ${run} -D SHARDS=${arg_SHARDS} -D SHARD=${shard}
-        -D LIMIT=1100 -P ${script})
+        -D LIMIT=2800 -P ${script})
       set_tests_properties(${test} PROPERTIES
         TIMEOUT 1200 COST ${arg_COST} LABELS "${arg_LABELS}" WORKING_DIRECTORY ${vu_test_folder})
     endforeach()
@@ -120,7 +120,7 @@ if(CMAKE_CROSSCOMPILING)
       -D "PROGRAM=$<TARGET_FILE:api_tests>" -D "EMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR}"
       -D "REPORTS=${vu_test_folder}/code-page-${page}" -D LIMIT=110
       -P ${PROJECT_SOURCE_DIR}/cmake/run_gtest.cmake)
-    set_tests_properties(code_page_${page} PROPERTIES TIMEOUT 120 LABELS api
+    set_tests_properties(code_page_${page} PROPERTIES TIMEOUT 300 LABELS api
       ENVIRONMENT "VU_WINE_LOCALE=${locale};VU_TEST_CODE_PAGE=${page};GTEST_FILTER=CodePage.*")
   endforeach()
 endif()

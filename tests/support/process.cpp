@@ -32,8 +32,12 @@ using namespace std::chrono_literals;
 test_alarm::test_alarm(std::string what, std::chrono::seconds limit) {
   if (limit <= 0s) return;
   m_thread = std::thread([this, what = std::move(what), limit] {
+    // In short steps: where a wake-up is lost, as under an emulator, the next step sees the end.
+    const auto end = std::chrono::steady_clock::now() + limit;
     std::unique_lock lock(m_mutex);
-    if (m_over.wait_for(lock, limit, [this] { return m_done; })) return;
+    while (std::chrono::steady_clock::now() < end) {
+      if (m_over.wait_for(lock, 200ms, [this] { return m_done; })) return;
+    }
     std::fprintf(stderr, "ALARM: %s has not ended after %lld seconds; giving up\n", what.c_str(),
                  static_cast<long long>(limit.count()));
     std::fflush(stderr);
