@@ -507,6 +507,22 @@ TEST_F(IndexText, CostsOneListingAndNothingPerLine) {
   EXPECT_EQ(os::faults::calls(Call::any), 1U);
 }
 
+TEST_F(IndexText, CostsNoProbeWhateverTheLengthsOfItsNames) {
+  for (const std::size_t length : {1U, 7U, 8U, 15U, 16U, 17U, 31U, 32U, 63U, 64U, 65U}) {
+    for (const std::size_t extension : {0U, 2U, 15U, 16U, 17U, 64U}) {
+      const std::string stored(length, static_cast<char>('a' + extension % 26));
+      const std::string dotted = extension == 0 ? "" : "." + std::string(extension - 1, 'x');
+      make_files({stored + dotted});
+      const std::string line =
+          "k" + dotted + "_" + std::to_string(1000000000 + length) + "/" + stored + "\n";
+      os::faults::reset();
+      // By itself: a line of another kind ends the reading of plain ones.
+      load(line + std::string(100, '\n'));
+      EXPECT_EQ(os::faults::calls(Call::probe_search), 0U) << line;
+    }
+  }
+}
+
 TEST_F(IndexText, CostsAProbeOnlyForNamesThatTheListingDoesNotShow) {
   make_files({"00000001.kdb"});
   os::faults::reset();
