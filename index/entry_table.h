@@ -67,9 +67,8 @@ class EntryTable {
            word_at(one.data() + size - kWord) == word_at(other.data() + size - kWord);
   }
 
-  /// Multiplies a name of one or two words by odd numbers and adds, of which the upper bits count:
-  /// two names are as unlikely to meet as two throws of a die, whoever chose them, since the
-  /// numbers are others in every process.
+  /// Multiplies a name of one or two words by odd numbers and adds, of which the upper bits count.
+  /// The numbers are others in every process, so names that meet in one need not meet in the next.
   class Hash {
    public:
     Hash();
