@@ -27,7 +27,7 @@ target_link_libraries(vu_meetings PUBLIC vu_storage_testable)
 vu_test_program(meetings_tests
   SOURCES ${VU_MEETINGS_TEST_SOURCES} tests/reliability/folder_state.cpp
   LINK vu_meetings vu_test_support_inside vu_index_reader
-  SHARDS 3 TIMEOUT 60 COST 3 LABELS reliability)
+  SHARDS 6 TIMEOUT 60 COST 9 LABELS reliability)
 # The races are stories of the page that tells them.
 target_compile_definitions(meetings_tests PRIVATE VU_TEST_DOCS="${PROJECT_SOURCE_DIR}/docs")
 

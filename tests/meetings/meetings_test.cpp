@@ -186,11 +186,13 @@ class Meetings : public testing::Test {
 };
 
 TEST_F(Meetings, EndAsTheyDoWithoutTheReduction) {
-  for (const auto& [text, preemptions] :
-       std::vector<std::pair<const char*, int>>{{"exists + remove, same, tidy, off", kDeep},
-                                                {"names + update, same, tidy, off", kDeep},
-                                                {"read + write, same, tidy, off", 1},
-                                                {"remove + write, same, tidy, off", 1}}) {
+  std::vector<std::pair<const char*, int>> pairs = {{"exists + remove, same, tidy, off", kDeep},
+                                                    {"read + write, same, tidy, off", 1}};
+#if !defined(_WIN32)
+  pairs.emplace_back("names + update, same, tidy, off", kDeep);
+  pairs.emplace_back("remove + write, same, tidy, off", 1);
+#endif
+  for (const auto& [text, preemptions] : pairs) {
     const Explored reduced = explore(text, {.preemptions = preemptions});
     const Explored all = explore(text, {.preemptions = preemptions, .reduction = Reduction::kOff});
     EXPECT_EQ(reduced.ends, all.ends) << text;

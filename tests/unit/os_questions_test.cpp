@@ -76,6 +76,8 @@ TEST(OsProbeSearch, PatternsInTheLastComponentMatch) {
     write_file(scratch.path(name), "");
     for (const PatternCase& row : pattern_cases()) {
       const bool expected = row.finds(name) || row.finds(".") || row.finds("..");
+      // A Windows system may take "?" for no character at the end of a name, or before a dot.
+      if (kOnWindows && !expected && row.pattern.find('?') != std::string::npos) continue;
       EXPECT_EQ(found(scratch.path(row.pattern)), expected)
           << "pattern " << row.pattern << ", name " << name;
     }
@@ -89,8 +91,11 @@ TEST(OsProbeSearch, PatternsAboveTheLastComponentMatchNothing) {
   EXPECT_FALSE(found(scratch.path("f*\\file")));
   EXPECT_FALSE(found(scratch.path("folde?\\file")));
   EXPECT_TRUE(found(scratch.path("folder\\f*")));
-  // The "." is dropped first, and then the pattern is the last component.
-  EXPECT_TRUE(found(scratch.path("f*\\.")));
+  // The "." is dropped first, and then the pattern is the last component; newer Windows systems
+  // drop nothing.
+  if (!kOnWindows) {
+    EXPECT_TRUE(found(scratch.path("f*\\.")));
+  }
   EXPECT_FALSE(found(scratch.path("q*\\.")));
 }
 
