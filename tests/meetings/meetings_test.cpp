@@ -261,17 +261,20 @@ TEST_F(Meetings, OfProcessesThatBeginOneStorageDisturbNobody) {
 TEST_F(Meetings, AreHeldByProcessesAsTheyAreByThreads) {
   const char* const trio = "create + write + names, other, tidy, off";
   const char* const other = "rename + remove + read, same, tidy, off";
-  for (const auto& [text, schedule] :
-       std::vector<std::pair<const char*, const char*>>{{trio, "A B C"},
-                                                        {trio, "C B A"},
-                                                        {trio, "A9 B C A"},
-                                                        {trio, "A20 B12 C A B"},
-                                                        {trio, "B10 A30 C4 B A C"},
-                                                        {other, "A B C"},
-                                                        {other, "B11 A C B"},
-                                                        {other, "C7 A B C"},
-                                                        {other, "A25 B C A"},
-                                                        {other, "A18 C8 B20 A C B"}}) {
+  std::vector<std::pair<const char*, const char*>> led = {{trio, "A20 B12 C A B"},
+                                                          {other, "B11 A C B"}};
+#if !defined(_WIN32)
+  // Processes take an emulator seconds to start.
+  led.insert(led.end(), {{trio, "A B C"},
+                         {trio, "C B A"},
+                         {trio, "A9 B C A"},
+                         {trio, "B10 A30 C4 B A C"},
+                         {other, "A B C"},
+                         {other, "C7 A B C"},
+                         {other, "A25 B C A"},
+                         {other, "A18 C8 B20 A C B"}});
+#endif
+  for (const auto& [text, schedule] : led) {
     const Gathering gathering = gathering_from(text);
     const Finding threads = m_field.replay(gathering, schedule_from(schedule));
     const Finding processes =

@@ -13,6 +13,7 @@
 #include "index/known_files.h"
 #include "platform/os/os.h"
 #include "tests/support/index_peer.h"
+#include "tests/support/real_kernel.h"
 #include "tests/support/scratch.h"
 
 // The lines of an index's text: which there are, which of them count, and what looking at them
@@ -426,9 +427,11 @@ TEST_F(IndexText, AnswersForOneNameAsTheMapsDo) {
                            "b.a_0000000003/00000002\n", "b.a_0000000002/00000002", others,
                            "a_0000000000/00000001\n", "bb.a_0000000007/a\n", "b_000000000\n1/",
                            "00000001\n", "xb.a_0000000008/a\n", "b.a_000000001/a\n"});
+  // An emulator takes a hundred times as long to ask for a file.
+  constexpr std::size_t kTexts = kOnWindows ? 300 : 4000;
   std::size_t found = 0;
   std::size_t run_on = 0;
-  for (int i = 0; i < 4000; ++i) {
+  for (std::size_t i = 0; i < kTexts; ++i) {
     const std::string text = texts.next(12);
     NameMap expected_lp;
     NameMap expected_pl;
@@ -456,8 +459,8 @@ TEST_F(IndexText, AnswersForOneNameAsTheMapsDo) {
       ASSERT_EQ(answer, latest) << shown(text) << ' ' << name;
     }
   }
-  EXPECT_GT(found, 2000U);
-  EXPECT_GT(run_on, 50U);
+  EXPECT_GT(found, kTexts / 2);
+  EXPECT_GT(run_on, kTexts / 80);
 }
 
 TEST_F(IndexText, AnswersForOneKeyAsTheMapsDo) {
