@@ -108,7 +108,7 @@ TEST_F(ClientImportFaults, AKilledOneIsSaidAgain) {
   int kills = 0;
   bool is_left = false;
   // Each run is killed a little later, wherever in its work it is by then.
-  for (std::chrono::milliseconds moment = 5ms; moment < 2s; moment += moment / 2) {
+  for (std::chrono::milliseconds moment = 0ms; moment < 2s; moment += moment / 2 + 1ms) {
     {
       const running_program importing(import_arguments());
       const auto begin = std::chrono::steady_clock::now();
