@@ -79,15 +79,6 @@ inline std::string_view IndexReader::file_name(FileName& room, std::string_view 
                                                std::string_view extension) {
   if (extension.empty()) return stored;
   const std::size_t size = stored.size() + extension.size();
-  // Two copies of a fixed size cost a fraction of two of any size.
-  constexpr std::size_t kPiece = 16;
-  const char* const end = m_text.data() + m_text.size();
-  if (stored.size() <= kPiece && extension.size() <= kPiece && end - stored.data() >= 16 &&
-      end - extension.data() >= 16) {
-    std::memcpy(room.bytes.data(), stored.data(), kPiece);
-    std::memcpy(room.bytes.data() + stored.size(), extension.data(), kPiece);
-    return {room.bytes.data(), size};
-  }
   if (size <= room.bytes.size()) {
     std::copy(extension.begin(), extension.end(),
               std::copy(stored.begin(), stored.end(), room.bytes.data()));
