@@ -179,6 +179,7 @@ set(VU_MEETINGS_SOURCES_WITH_CLIENT
   tools/admin/name_restore.cpp
   tools/admin/new_versions.cpp
   tools/admin/repair_text.cpp
+  tools/admin/staging_folder.cpp
   tools/admin/text.cpp
   tools/admin/tree.cpp
   tools/admin/writable.cpp)
@@ -379,6 +380,7 @@ set(VU_ADMIN_SOURCES
   tools/admin/shared_probe.cpp
   tools/admin/shared_view.cpp
   tools/admin/space.cpp
+  tools/admin/staging_folder.cpp
   tools/admin/stats.cpp
   tools/admin/text.cpp
   tools/admin/tree.cpp

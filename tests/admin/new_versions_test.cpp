@@ -124,6 +124,17 @@ TEST_F(AdminNewVersions, LeaveAnIndexAloneThatHasLostItsNames) {
   EXPECT_EQ(read_file(path("index.dat")), "");
 }
 
+TEST_F(AdminNewVersions, UseTheIndexThatAKilledOneHadJustMade) {
+  std::filesystem::create_directories(place("x").path);
+  write_file(path("index.dat"), "");
+  NewVersion one = version("b.kdc");
+  NewVersions work(place("x"), {});
+  ASSERT_TRUE(work.stage(one));
+  NewVersions::enter({&work});
+  EXPECT_EQ(one.fate, Fate::kStored) << one.reason;
+  EXPECT_EQ(served("b.kdc"), "ours");
+}
+
 TEST_F(AdminNewVersions, AddNothingToAnIndexThatIsDamaged) {
   add(Area::kUser, "anna", "a.kdc", 0, "old");
   const std::string damaged = read_file(path("index.dat")) + "zzz";
@@ -228,7 +239,7 @@ TEST_F(AdminNewVersions, LeaveAFileToBeWrittenInPlaceThatSomebodyHasOpen) {
 
 TEST_F(AdminNewVersions, RemoveTheCopiesThatAKilledOneHasLeft) {
   add(Area::kUser, "anna", "a.kdc", 0, "old");
-  const std::string left = path(std::string(admin::kStagingName) + "1");
+  const std::string left = path(std::string(admin::StagingFolder::kName) + "1");
   std::filesystem::create_directory(left);
   write_file(admin::sys::join(left, "lock"), "");
   write_file(admin::sys::join(left, "1"), "half a co");
@@ -240,6 +251,38 @@ TEST_F(AdminNewVersions, RemoveTheCopiesThatAKilledOneHasLeft) {
   }
   EXPECT_EQ(one.fate, Fate::kStored);
   EXPECT_FALSE(std::filesystem::exists(left));
+}
+
+TEST_F(AdminNewVersions, RemoveTheFolderOfOneThatWasKilledBeforeItHadALock) {
+  add(Area::kUser, "anna", "a.kdc", 0, "old");
+  const std::string left = path(std::string(admin::StagingFolder::kName) + "1");
+  const std::string foreign = path(std::string(admin::StagingFolder::kName) + "of-mine");
+  std::filesystem::create_directory(left);
+  std::filesystem::create_directory(foreign);
+  write_file(admin::sys::join(foreign, "1"), "no lock stands beside it");
+  NewVersion one = version("b.kdc");
+  NewVersions work(place("x"), {});
+  ASSERT_TRUE(work.stage(one));
+  // The number is free for the one that stores now, which has a lock in it.
+  EXPECT_TRUE(std::filesystem::exists(admin::sys::join(left, "lock")));
+  EXPECT_TRUE(std::filesystem::exists(admin::sys::join(foreign, "1")));
+}
+
+TEST_F(AdminNewVersions, LeaveTheCopiesOfAnotherAtWork) {
+  NewVersion first = version("a.kdc");
+  NewVersion second = version("b.kdc");
+  {
+    NewVersions work(place("x"), {});
+    ASSERT_TRUE(work.stage(first));
+    NewVersions beside(place("x"), {});
+    ASSERT_TRUE(beside.stage(second));
+    NewVersions::enter({&work});
+    NewVersions::enter({&beside});
+  }
+  EXPECT_EQ(served("a.kdc"), "ours");
+  EXPECT_EQ(served("b.kdc"), "ours");
+  for (const std::string& name : names())
+    EXPECT_FALSE(name.starts_with(admin::StagingFolder::kName)) << name;
 }
 
 TEST_F(AdminNewVersions, SayWhatTheSystemSaysOfASourceThatCannotBeRead) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <map>
+#include <span>
 #include <utility>
 
 #include "index/index_format.h"
@@ -16,9 +17,6 @@ namespace admin {
 namespace {
 
 using Fate = NewVersion::Fate;
-
-constexpr const char* kLockName = "lock";
-constexpr int kMostStagings = 1000;
 
 std::string key_of(const NewVersion& version) {
   return index_format::key_of(version.logical, version.timestamp);
@@ -38,25 +36,18 @@ os::Status make_folders(const std::string& path, std::string& failed) {
   return made;
 }
 
-/// Removes a folder of copies; what cannot be removed stays.
-void remove_folder(const std::string& path) {
-  sys::Folder listing;
-  std::vector<std::string> names;
-  if (!listing.open(path).ok()) return;
-  sys::Entry entry;
-  while (listing.next(entry)) names.emplace_back(entry.name);
-  for (const std::string& name : names) {
-    const std::string file = sys::join(path, name);
-    static_cast<void>(os::make_writable(file));
-    static_cast<void>(os::remove_file(file));
-  }
-  static_cast<void>(os::remove_directory(path));
-}
-
 /// Writes a counter's new number over the old one; the caller flushes it with others.
 os::Status write_number(LockedFile& counter, const std::string& before, const std::string& now) {
   const os::Status written = counter.write_at(0, now);
   return written.ok() && before.size() > now.size() ? counter.cut_at(now.size()) : written;
+}
+
+bool has_documents(const FolderView& view) {
+  const std::span<const Name> names = view.names();
+  return std::any_of(names.begin(), names.end(), [](const Name& name) {
+    return name.kind != sys::Kind::kFolder && name.text != index_format::kIndexFile &&
+           name.text != index_format::kCounterFile;
+  });
 }
 
 /// What stands before the "/" of a line.
@@ -64,56 +55,7 @@ std::string_view key_part(std::string_view line) { return line.substr(0, line.fi
 
 }  // namespace
 
-NewVersions::~NewVersions() {
-  if (m_staging.empty()) return;
-  m_staging_lock.close();
-  remove_folder(m_staging);
-}
-
 // ---- staging -----------------------------------------------------------------------------------
-
-void NewVersions::remove_leftovers() {
-  sys::Folder listing;
-  std::vector<std::string> left;
-  if (!listing.open(m_folder.path).ok()) return;
-  sys::Entry entry;
-  while (listing.next(entry)) {
-    if (entry.kind == sys::Kind::kFolder && entry.name.starts_with(kStagingName))
-      left.emplace_back(path_of(entry.name));
-  }
-  for (const std::string& path : left) {
-    sys::Locking at_once;
-    at_once.time_out = std::chrono::milliseconds(0);
-    LockedFile lock;
-    // Whoever works there holds it; a folder without one is being made just now.
-    if (!lock.open(sys::join(path, kLockName), LockedFile::For::kChanging,
-                   LockedFile::IfMissing::kFail, at_once)
-             .ok())
-      continue;
-    lock.close();
-    remove_folder(path);
-  }
-}
-
-os::Status NewVersions::make_staging_folder() {
-  remove_leftovers();
-  os::Status made;
-  for (int number = 1; number <= kMostStagings; ++number) {
-    const std::string path = path_of(std::string(kStagingName) + std::to_string(number));
-    made = os::create_directory(path);
-    if (made.failure() == os::Failure::kAlreadyExists) continue;
-    if (!made.ok()) return made;
-    const os::Status locked = m_staging_lock.open(
-        sys::join(path, kLockName), LockedFile::For::kChanging, LockedFile::IfMissing::kMake, {});
-    if (locked.ok()) {
-      m_staging = path;
-    } else {
-      remove_folder(path);
-    }
-    return locked;
-  }
-  return made;
-}
 
 bool NewVersions::stage(NewVersion& version) {
   const auto failed = [&](const std::string& path, const std::string& why) {
@@ -134,11 +76,11 @@ bool NewVersions::stage(NewVersion& version) {
     const bool is_file = sys::describe(place).kind == sys::Kind::kFile;
     return failed(place, is_file ? "a file stands where a folder has to be" : sys::text_of(made));
   }
-  if (m_staging.empty()) {
-    if (const os::Status made = make_staging_folder(); !made.ok())
+  if (!m_staging.is_made()) {
+    if (const os::Status made = m_staging.make(m_folder.path); !made.ok())
       return failed(m_folder.path, sys::text_of(made));
   }
-  std::string copy = sys::join(m_staging, std::to_string(m_items.size() + 1));
+  std::string copy = sys::join(m_staging.path(), std::to_string(m_items.size() + 1));
   const os::Status copied = os::copy(version.source, copy, os::IfExists::kFail);
   if (copied.failure() == os::Failure::kLocked) return failed(version.source, "it is locked");
   if (!copied.ok()) return failed(version.source, sys::text_of(copied));
@@ -276,13 +218,14 @@ bool NewVersions::open_index() {
                  printable(m_folder.path) + " cannot be listed: " + sys::text_of(m_view.status()));
     return false;
   }
-  return is_sound(is_new);
+  return is_sound();
 }
 
-/// Whether a line can be added that readers find, and nothing goes that is left of lost names.
-bool NewVersions::is_sound(bool is_new) {
+/// Whether a line can be added that readers find, and nothing goes that is left of lost names. An
+/// index without a byte in a folder without a document is one that a killed process had just made.
+bool NewVersions::is_sound() {
   const std::string path = printable(path_of(index_format::kIndexFile));
-  if (m_view.index_state() == IndexState::kNoBytes && !is_new) {
+  if (m_view.index_state() == IndexState::kNoBytes && has_documents(m_view)) {
     fail_pending(Fate::kFailed, path +
                                     " has lost its names; bring them back first: 'stgctl index "
                                     "restore', or 'stgctl check' tells more");

@@ -7,6 +7,7 @@
 
 #include "tools/admin/folder_view.h"
 #include "tools/admin/locked_file.h"
+#include "tools/admin/staging_folder.h"
 #include "tools/admin/system.h"
 #include "tools/admin/tree.h"
 
@@ -60,7 +61,6 @@ class NewVersions {
  public:
   NewVersions(DocumentFolder folder, sys::Locking locking)
       : m_folder(std::move(folder)), m_locking(std::move(locking)) {}
-  ~NewVersions();
   NewVersions(const NewVersions&) = delete;
   NewVersions& operator=(const NewVersions&) = delete;
 
@@ -84,12 +84,10 @@ class NewVersions {
 
   static void flush_replaced(const std::vector<NewVersions*>& folders,
                              const std::vector<std::string>& replaced);
-  os::Status make_staging_folder();
-  void remove_leftovers();
   void prepare();
   bool commit();
   bool open_index();
-  bool is_sound(bool is_new);
+  bool is_sound();
   void drop_taken();
   bool draw_numbers();
   void move_files();
@@ -106,15 +104,11 @@ class NewVersions {
 
   DocumentFolder m_folder;
   sys::Locking m_locking;
-  std::string m_staging;
-  LockedFile m_staging_lock;
+  StagingFolder m_staging;
   std::vector<Item> m_items;
   LockedFile m_index;  ///< from prepare() to commit()
   FolderView m_view;
   std::string m_text;
 };
-
-/// The beginning of the names of folders that hold copies on their way into the index.
-inline constexpr std::string_view kStagingName = ".stgctl-part-";
 
 }  // namespace admin
