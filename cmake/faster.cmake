@@ -41,14 +41,12 @@ endif()
 set(vu_common_headers <algorithm> <array> <atomic> <chrono> <cstdint> <filesystem> <fstream> <functional>
   <map> <memory> <mutex> <optional> <set> <sstream> <string> <string_view> <thread> <utility> <vector>)
 
-# vu_test_code(<target> <-O0 or -O1> PRECOMPILE <header...> | PRECOMPILED_BY <target>): code of tests. What
+# vu_test_code(<target> <-O0 or -O1> [PRECOMPILE <header...> | PRECOMPILED_BY <target>]): code of tests. What
 # it includes is compiled beforehand, once per set of flags; the target that does it may have no definition
 # that another one lacks.
 function(vu_test_code target optimise)
   cmake_parse_arguments(arg "" "PRECOMPILED_BY" "PRECOMPILE" ${ARGN})
   vu_own_code(${target})
-  # For "tests/support/..." only; the check on #include lines keeps the inner rooms out of sight.
-  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
   # Libraries of objects and programs then have the same flags, and with them the same precompiled header.
   set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
   if(NOT MSVC)
@@ -58,7 +56,7 @@ function(vu_test_code target optimise)
   endif()
   if(arg_PRECOMPILED_BY)
     target_precompile_headers(${target} REUSE_FROM ${arg_PRECOMPILED_BY})
-  else()
+  elseif(arg_PRECOMPILE)
     target_precompile_headers(${target} PRIVATE ${arg_PRECOMPILE})
   endif()
 endfunction()

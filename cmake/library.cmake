@@ -1,11 +1,19 @@
 # The library, and the same sources once more for the tests that look inside.
 
-set(vu_sources ${VU_LIBRARY_SOURCES})
-if(WIN32)
-  list(APPEND vu_sources ${VU_LIBRARY_SOURCES_WINDOWS})
-else()
-  list(APPEND vu_sources ${VU_LIBRARY_SOURCES_POSIX})
-endif()
+# vu_library_sources(<file...>): of the room that is read just now, for the library and for its tests.
+function(vu_library_sources)
+  list(TRANSFORM ARGN PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/ OUTPUT_VARIABLE files)
+  target_sources(vu_storage PRIVATE ${files})
+  vu_inside_sources(${ARGN})
+endfunction()
+
+# vu_inside_sources(<file...>): the same for the tests that look inside alone.
+function(vu_inside_sources)
+  if(TARGET vu_storage_testable)
+    list(TRANSFORM ARGN PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/ OUTPUT_VARIABLE files)
+    target_sources(vu_storage_testable PRIVATE ${files})
+  endif()
+endfunction()
 
 function(vu_library target)
   vu_own_code(${target})
@@ -15,7 +23,7 @@ function(vu_library target)
   target_link_libraries(${target} PRIVATE vu_poco vu_utf8cpp vu_xxhash)
 endfunction()
 
-add_library(vu_storage SHARED ${vu_sources})
+add_library(vu_storage SHARED)
 add_library(vu_storage::vu_storage ALIAS vu_storage)
 if(WIN32)
   # What the DLL tells about itself (Explorer, "Details").
@@ -45,19 +53,21 @@ if(TARGET vu_runtime_dlls)
 endif()
 
 if(VU_BUILD_TESTS)
-  add_library(vu_storage_testable STATIC ${vu_sources} tests/support/os_faults.cpp
-    ${VU_FAULT_SUPPORT_SOURCES})
-  if(WIN32)
-    # Paths as text: tested on either platform.
-    target_sources(vu_storage_testable PRIVATE platform/os/posix_path.cpp)
-  endif()
+  add_library(vu_storage_testable STATIC)
   vu_library(vu_storage_testable)
   if(NOT MSVC)
     target_compile_options(vu_storage_testable PRIVATE -O1 ${vu_test_debug})
   endif()
   include(test_headers)
-  target_include_directories(vu_storage_testable BEFORE PUBLIC ${vu_test_include})
-  target_compile_definitions(vu_storage_testable PUBLIC VU_STORAGE_STATIC=1 VU_OS_FAULTS=1)
+  # Found before the headers that are shipped: those with friends, and the seam with a layer of faults.
+  target_include_directories(vu_storage_testable BEFORE PUBLIC
+    ${PROJECT_SOURCE_DIR}/tests/support/layer ${vu_test_include})
+  target_compile_definitions(vu_storage_testable PUBLIC VU_STORAGE_STATIC=1)
   # Whoever looks inside includes the inner headers as the library does.
   target_include_directories(vu_storage_testable PUBLIC ${PROJECT_SOURCE_DIR})
 endif()
+
+add_subdirectory(platform)
+add_subdirectory(file)
+add_subdirectory(index)
+add_subdirectory(storage)

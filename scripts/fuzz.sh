@@ -24,9 +24,35 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 # Targets that write files do so in memory where there is a place.
 [ -n "${VU_TEST_TMP-}" ] || [ ! -w /dev/shm ] || export VU_TEST_TMP=/dev/shm
 
+corpus_of() { echo "$ROOT/lab/fuzz/corpus/$1.txt"; }
+
+# unpack <target> <folder>: a file for each line of its corpus.
+unpack() {
+  local line number=0
+  rm -rf "$2"
+  mkdir -p "$2"
+  grep -v '^#' "$(corpus_of "$1")" | while IFS= read -r line; do
+    number=$((number + 1))
+    printf '%b' "$line" >"$2/$number"
+  done
+}
+
+# pack <file>: the line that stands for it.
+pack() {
+  od -An -v -tu1 "$1" | awk '
+    BEGIN { for (i = 32; i < 127; i++) text[i] = sprintf("%c", i)
+            text[92] = "\\\\"; text[10] = "\\n"; text[13] = "\\r"; text[9] = "\\t" }
+    { for (i = 1; i <= NF; i++) {
+        byte = $i + 0
+        printf "%s", (byte in text) && !(byte == 35 && !any) ? text[byte] : sprintf("\\x%02x", byte)
+        any = 1 } }
+    END { print "" }'
+}
+
 fuzz_one() {
   local target=$1
-  local committed=$ROOT/tests/fuzz/corpus/$target found=$BUILD/fuzz/$target log=$BUILD/fuzz/$target.log
+  local committed=$BUILD/fuzz/$target.committed found=$BUILD/fuzz/$target log=$BUILD/fuzz/$target.log
+  unpack "$target" "$committed"
   local -a options=(-max_len="$(largest "$target")" -artifact_prefix="$BUILD/fuzz/findings/$target-"
     -print_final_stats=1 -timeout=60 -rss_limit_mb=4096)
   [ "$runs" = - ] || options+=(-runs="$runs")
@@ -46,18 +72,24 @@ fuzz_one() {
 # As few inputs as reach everything that the committed ones and those found reach.
 merge_one() {
   local target=$1
-  local committed=$ROOT/tests/fuzz/corpus/$target found=$BUILD/fuzz/$target
-  local merged=$BUILD/fuzz/$target.merged log=$BUILD/fuzz/$target.log
+  local committed=$BUILD/fuzz/$target.committed found=$BUILD/fuzz/$target
+  local merged=$BUILD/fuzz/$target.merged log=$BUILD/fuzz/$target.log corpus
+  corpus=$(corpus_of "$target")
+  unpack "$target" "$committed"
   rm -rf "$merged"
   mkdir -p "$merged" "$found"
   "$programs/fuzz-$target" -merge=1 -max_len="$(largest "$target")" "$merged" "$committed" "$found" \
     >"$log" 2>&1 || die "merging the inputs of $target failed; see $log"
   # The smallest ones first: a hundred are replayed by every test run, and reach nearly all.
-  find "$committed" -type f ! -name 'seed*' -delete
-  find "$merged" -type f -printf '%s %p\n' | sort -n | sed -n '1,90s/^[0-9]* //p' |
-    while read -r input; do cp "$input" "$committed/"; done
+  {
+    sed '/^# Found/,$d' "$corpus"
+    echo "# Found by the fuzzer."
+    find "$merged" -type f -printf '%s %p\n' | sort -n | sed -n '1,90s/^[0-9]* //p' |
+      while read -r input; do pack "$input"; done
+  } >"$corpus.new"
+  mv "$corpus.new" "$corpus"
   printf '%s: %s inputs reach everything, %s are kept in %s\n' "$target" \
-    "$(find "$merged" -type f | wc -l)" "$(find "$committed" -type f | wc -l)" "tests/fuzz/corpus/$target"
+    "$(find "$merged" -type f | wc -l)" "$(grep -vc '^#' "$corpus")" "lab/fuzz/corpus/$target.txt"
 }
 
 failed=""

@@ -19,7 +19,7 @@ windows=(cmake ninja-build googletest libutfcpp-dev "${client[@]}" g++-mingw-w64
 bench=(libbenchmark-dev libsqlite3-dev liblmdb-dev valgrind gnuplot-nox)
 docs=(doxygen python3)
 package=(debhelper dpkg-dev lintian mmdebstrap nsis zip unzip)
-# Its service stays as the package leaves it; what is run is a daemon of our own (scripts/shared.sh).
+# Its service stays as the package leaves it; what is run is a daemon of our own (lab/volume/shared.sh).
 shared=(glusterfs-server glusterfs-client iproute2)
 report=(chromium fonts-dejavu-core)
 coverage=(clang llvm)

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Tests of the tests: scripts/planted.sh [defect...]
 #
-# Each patch in tests/planted is a defect and names the test that has to notice it. In a copy of the sources every
+# Each patch in lab/planted is a defect and names the test that has to notice it. In a copy of the sources every
 # named test must pass; then each defect by itself is put in, built, and its test must fail. All is below
 # build/planted.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
@@ -14,13 +14,13 @@ tree=$copy/build/linux
 limit=(timeout -k 5 120)
 
 defects=("$@")
-[ $# -gt 0 ] || mapfile -t defects < <(cd tests/planted && printf '%s\n' *.patch | sed 's/\.patch$//')
+[ $# -gt 0 ] || mapfile -t defects < <(cd lab/planted && printf '%s\n' *.patch | sed 's/\.patch$//')
 for defect in "${defects[@]}"; do
-  [ -f "tests/planted/$defect.patch" ] || die "there is no planted defect '$defect'; see tests/planted"
+  [ -f "lab/planted/$defect.patch" ] || die "there is no planted defect '$defect'; see lab/planted"
 done
 
 # header <What|Test> <defect>
-header() { sed -n "s/^$1: //p" "tests/planted/$2.patch"; }
+header() { sed -n "s/^$1: //p" "lab/planted/$2.patch"; }
 program_of() { header Test "$1" | cut -d' ' -f1; }
 filter_of() { header Test "$1" | cut -d' ' -f2; }
 
@@ -65,9 +65,9 @@ missed=0
 printf '%-36s %-9s %s\n' defect result "what it does; the test"
 for defect in "${defects[@]}"; do
   take_out
-  planted=$(sed -n 's,^+++ b/,,p' "tests/planted/$defect.patch")
-  patch --quiet --strip=1 --directory="$copy" --no-backup-if-mismatch <"tests/planted/$defect.patch" ||
-    die "tests/planted/$defect.patch does not fit the sources any more: make it anew"
+  planted=$(sed -n 's,^+++ b/,,p' "lab/planted/$defect.patch")
+  patch --quiet --strip=1 --directory="$copy" --no-backup-if-mismatch <"lab/planted/$defect.patch" ||
+    die "lab/planted/$defect.patch does not fit the sources any more: make it anew"
   build "the defect $defect" "$(program_of "$defect")"
   result=$(result_of "$defect")
   case $result in failed | hung) ;; *) missed=$((missed + 1)) ;; esac

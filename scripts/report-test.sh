@@ -2,7 +2,7 @@
 # Opens a report in headless Chromium: scripts/report-test.sh
 #
 # Makes a tree, a report of it, and what the client says of it as JSON. The browser then shows the page in
-# light and in dark, wide and narrow, and tests/report/probe.js compares inside of it. What is kept:
+# light and in dark, wide and narrow, and client/tests/report/probe.js compares inside of it. What is kept:
 # build/report/ with the page and its pictures, and docs/report.png.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
@@ -70,7 +70,7 @@ probe_page() { # <scheme>
   sed -e '/<meta http-equiv="Content-Security-Policy"/d' -e '/<\/body>/d' -e '/<\/html>/d' "$kept/report.html"
   printf '<script>\n'
   wanted "$1"
-  cat "$ROOT/tests/report/probe.js"
+  cat "$ROOT/client/tests/report/probe.js"
   printf '</script>\n</body>\n</html>\n'
 }
 

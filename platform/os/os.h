@@ -219,8 +219,9 @@ enum class CopiedTime : std::uint8_t {
   kRefused,  ///< the target belongs to another account; it is dated by the copy itself
 };
 
-/// The functions as the system gives them. Everybody calls them as os::open() and so on; a test
-/// build puts its own layer of the same names in between (VU_OS_FAULTS).
+/// The functions as the system gives them. Everybody calls them as os::open() and so on. A layer
+/// with functions of the same names may stand in between: its own os.h is found first, defines
+/// VU_OS_LAYER and includes this one.
 namespace sys {
 
 // ---- files -----------------------------------------------------------------------------------
@@ -336,12 +337,8 @@ bool nt_family();
 
 }  // namespace sys
 
-#if !defined(VU_OS_FAULTS)
+#if !defined(VU_OS_LAYER)
 using namespace sys;  // NOLINT(google-build-using-namespace): each name is in one list already
 #endif
 
 }  // namespace os
-
-#if defined(VU_OS_FAULTS)
-#include "tests/support/os_faults.h"
-#endif

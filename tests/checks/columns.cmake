@@ -8,7 +8,7 @@ cmake_minimum_required(VERSION 3.25)
 set(width 100)
 
 set(sources)
-foreach(folder IN ITEMS bench examples file include index platform storage tests tools)
+foreach(folder IN ITEMS client examples file include index lab platform storage tests)
   file(GLOB_RECURSE found RELATIVE ${ROOT} ${ROOT}/${folder}/*.cpp ${ROOT}/${folder}/*.h)
   list(APPEND sources ${found})
 endforeach()

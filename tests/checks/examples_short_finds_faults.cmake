@@ -8,7 +8,6 @@ foreach(pair IN ITEMS "79=0" "80=1")
   set(wanted ${CMAKE_MATCH_2})
   string(REPEAT "//\n" ${lines} text)
   file(WRITE ${SCRATCH}/tree/examples/one.cpp "${text}")
-  file(WRITE ${SCRATCH}/tree/cmake/sources.cmake "set(VU_EXAMPLES examples/one.cpp)\n")
   execute_process(COMMAND ${CMAKE_COMMAND} -D ROOT=${SCRATCH}/tree
     -P ${CMAKE_CURRENT_LIST_DIR}/examples_short.cmake
     RESULT_VARIABLE code OUTPUT_VARIABLE output ERROR_VARIABLE output)

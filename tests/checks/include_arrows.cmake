@@ -4,8 +4,9 @@
 #
 # Rooms from the top: storage, index, file, platform. Each may include lower rooms, itself and the
 # exported headers. Inside platform the order is host, i18n, os; os knows the string classes only.
-# Tools, examples and the tests of the finished library see exported headers. The reader under the tools
-# sees the seam and the rules that are pure text as well: asking the library could change a tree.
+# The client, examples and the tests of the finished library see exported headers. The reader under the
+# client sees the seam and the rules that are pure text as well: asking the library could change a tree.
+# Arrows run from the laboratory to client and library, and from the client to the library, never back.
 
 cmake_minimum_required(VERSION 3.25)
 
@@ -16,35 +17,34 @@ set(rules
   "file            = file platform include"
   "platform/host   = platform/host platform/i18n platform/os include"
   "platform/i18n   = platform/i18n platform/os include"
-  "platform/os     = platform/os include/vu_i18n.h tests/support/os_faults.h"
-  "tools/admin     = tools/admin include platform/os file/replace_in_file.h file/replacement.h index/index_format.h index/index_reader.h index/folder_files.h index/document_extensions.h storage/layout.h storage/key_text.h"
-  "tools/stgctl    = tools/stgctl tools/admin include"
-  "tools           = tools/admin include"
-  "examples        = examples include"
-  "bench           = bench include"
-  "bench/inside    = platform include"
+  "platform/os     = platform/os include/vu_i18n.h"
   "include         = include"
+  "examples        = examples include"
+  "client/admin    = client/admin include platform/os file/replace_in_file.h file/replacement.h index/index_format.h index/index_reader.h index/folder_files.h index/document_extensions.h storage/layout.h storage/key_text.h"
+  "client/stgctl   = client/stgctl client/admin include"
+  "client/tests/admin  = client/tests/admin tests/support client/admin include index/index_format.h index/index_reader.h index/folder_files.h storage/layout.h"
+  "client/tests/stgctl = client/tests/stgctl tests/support client/stgctl include"
+  "tests/support   = tests/support platform/os include storage/roots.h index/index_state.h file/replacement.h"
+  "tests/unit      = tests/unit tests/support storage index file platform include"
   "tests/api       = tests/api tests/support include"
-  "tests/consumer  = include"
   "tests/multi     = tests/multi tests/support include"
-  "tests/fuzz      = tests/fuzz tests/model tests/support storage index file platform include"
-  "tests/model     = tests/model"
-  "tests/meetings  = tests/meetings tools/admin tests/reliability/index_reader.h tests/reliability/folder_state.h tests/support platform/os include"
-  "tests/reliability = tests/reliability tests/meetings tests/model tests/support platform/os include"
-  "tests/stgctl    = tests/stgctl tests/support tools/stgctl include"
-  "tests/admin     = tests/admin tests/support tools/admin include index/index_format.h index/index_reader.h index/folder_files.h storage/layout.h"
-  "tests/unit      = tests storage index file platform tools include"
-  "tests/support   = tests/support platform/os include storage/roots.h index/index_state.h file/replacement.h")
+  "tests/consumer  = include"
+  "lab/bench       = lab/bench include"
+  "lab/bench/inside = platform include"
+  "lab/model       = lab/model"
+  "lab/fuzz        = lab/fuzz lab/model tests/support storage index file platform include"
+  "lab/meetings    = lab/meetings client/admin lab/reliability/index_reader.h lab/reliability/folder_state.h tests/support platform/os include"
+  "lab/reliability = lab/reliability lab/meetings lab/model tests/support platform/os include")
 
-# Folders that need not exist yet; of the others a missing one means that nothing was checked.
-set(optional tools examples tests bench)
+# Folders that need not exist; of the others a missing one means that nothing was checked.
+set(optional client examples tests lab)
 
 # Headers of others that only some files may see: a pattern, then those files.
 set(guarded
-  "^windows\\.h$ = platform/os/os_windows.cpp tools/admin/system_windows.cpp tools/stgctl/terminal_windows.cpp tests/support tests/stgctl/program_windows.cpp tests/reliability/machine_windows.cpp"
-  "^cli/         = tools/stgctl/command_line.cpp"
-  "^fmt/         = tools/admin/formatted.cpp"
-  "^nlohmann/    = tools/stgctl/json.cpp tests/stgctl/json_value.cpp tests/stgctl/repair_test.cpp bench"
+  "^windows\\.h$ = platform/os/os_windows.cpp client/admin/system_windows.cpp client/stgctl/terminal_windows.cpp tests/support client/tests/stgctl/program_windows.cpp lab/reliability/machine_windows.cpp"
+  "^cli/         = client/stgctl/command_line.cpp"
+  "^fmt/         = client/admin/formatted.cpp"
+  "^nlohmann/    = client/stgctl/json.cpp client/tests/stgctl/json_value.cpp client/tests/stgctl/repair_test.cpp lab/bench"
   "^poco/        = storage/storage_mutex.cpp storage/storage_mutex.h examples")
 
 # Headers of others that may stand in quotation marks as well.

@@ -1,54 +1,44 @@
-# Every .cpp file of the project is in exactly one list of cmake/sources.cmake, and every file that
-# is listed exists. A test file that nobody builds would look like a test that passes.
+# Every .cpp file of the project is listed in the CMakeLists.txt beside it, or in the nearest one above. A
+# test file that nobody builds would look like a test that passes. (That a listed file exists, CMake checks.)
 #
 #   cmake -D ROOT=<project> -P sources_listed.cmake
 
 cmake_minimum_required(VERSION 3.25)
 
-include(${ROOT}/cmake/sources.cmake)
-
-get_cmake_property(names VARIABLES)
-list(FILTER names INCLUDE REGEX "^VU_.*(SOURCES|EXAMPLES)(_|$)")
-set(listed)
-foreach(name IN LISTS names)
-  # A list that picks from another one.
-  if(NOT name MATCHES "_WITH_")
-    list(APPEND listed ${${name}})
-  endif()
-endforeach()
-
-# The build names this one itself.
-list(APPEND listed tests/support/os_faults.cpp)
-
 set(faults)
-set(seen)
-foreach(file IN LISTS listed)
-  if(file IN_LIST seen)
-    list(APPEND faults "${file} is listed twice")
-  endif()
-  list(APPEND seen ${file})
-  if(NOT EXISTS ${ROOT}/${file})
-    list(APPEND faults "${file} is listed but does not exist")
-  endif()
-endforeach()
-
 set(found)
-foreach(folder IN ITEMS platform file index storage tools examples tests bench fuzz)
+foreach(folder IN ITEMS platform file index storage examples client tests lab)
   file(GLOB_RECURSE files RELATIVE ${ROOT} ${ROOT}/${folder}/*.cpp)
   list(APPEND found ${files})
 endforeach()
+# A project of its own, which is built with compilers and tools of all kinds.
+list(FILTER found EXCLUDE REGEX "^tests/consumer/")
 if(NOT found)
   list(APPEND faults "there is no .cpp file below ${ROOT}")
 endif()
+
 foreach(file IN LISTS found)
-  if(NOT file IN_LIST listed)
-    list(APPEND faults "${file} is in no list")
+  cmake_path(GET file PARENT_PATH room)
+  while(room AND NOT EXISTS ${ROOT}/${room}/CMakeLists.txt)
+    cmake_path(GET room PARENT_PATH room)
+  endwhile()
+  if(NOT room)
+    list(APPEND faults "${file}: there is no CMakeLists.txt beside it")
+    continue()
+  endif()
+  cmake_path(RELATIVE_PATH file BASE_DIRECTORY ${room} OUTPUT_VARIABLE name)
+  file(READ ${ROOT}/${room}/CMakeLists.txt text)
+  # Comments list nothing.
+  string(REGEX REPLACE "#[^\n]*" "" text "${text}")
+  string(REPLACE "." "\\." pattern "${name}")
+  if(NOT text MATCHES "[ \n(]${pattern}[ \n)]")
+    list(APPEND faults "${file} is not listed in ${room}/CMakeLists.txt")
   endif()
 endforeach()
 
 list(LENGTH found count)
 if(faults)
   list(JOIN faults "\n  " faults)
-  message(FATAL_ERROR "cmake/sources.cmake:\n  ${faults}")
+  message(FATAL_ERROR "sources:\n  ${faults}")
 endif()
-message(STATUS "all ${count} source files are listed once")
+message(STATUS "all ${count} source files are listed beside them")

@@ -1,8 +1,7 @@
 #pragma once
 
-// Included by platform/os/os.h, at its end, in builds that define VU_OS_FAULTS. It stands between
-// the library and the seam: os::open() counts, consults the plan of the test and goes on to
-// os::sys::open().
+// Included by the os.h of the tests (layer/platform/os/os.h). It stands between the library and the
+// seam: os::open() counts, consults the plan of the test and goes on to os::sys::open().
 
 #include <cstddef>
 #include <cstdint>
@@ -14,6 +13,10 @@
 #include <vector>
 
 #include "platform/os/os.h"
+
+#if !defined(VU_OS_LAYER)
+#error "the library's own os.h was found first; link vu_storage_testable before anything else"
+#endif
 
 namespace os {
 

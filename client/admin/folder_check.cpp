@@ -1,0 +1,338 @@
+#include "client/admin/folder_check.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "client/admin/repair_text.h"
+#include "client/admin/text.h"
+#include "client/admin/writable.h"
+#include "index/document_extensions.h"
+#include "index/index_format.h"
+#include "storage/key_text.h"
+#include "storage/layout.h"
+
+namespace admin {
+
+namespace {
+
+std::string_view extension_without_dot(std::string_view name) {
+  const std::string_view extension = index_format::extension_of(name);
+  return extension.empty() ? extension : extension.substr(1);
+}
+
+std::string in_quotes(std::string_view text) { return "\"" + printable(text) + "\""; }
+
+}  // namespace
+
+void FolderCheck::report(Finding finding) {
+  ++m_summary.findings[static_cast<std::size_t>(finding.code)];
+  m_sink(finding);
+}
+
+void FolderCheck::found(Code code, std::string_view name, std::string detail, std::size_t line) {
+  const DocumentFolder& folder = m_view.folder();
+  report(
+      {code, folder.area, folder.owner, folder.path, std::string(name), line, std::move(detail)});
+}
+
+void FolderCheck::found(Code code, const LintedLine& line, std::string detail) {
+  const DocumentFolder& folder = m_view.folder();
+  report({code, folder.area, folder.owner, folder.path, std::string(line.logical), line.number,
+          std::move(detail), line.timestamp});
+}
+
+void FolderCheck::run(const DocumentFolder& folder) {
+  m_view.load(folder, m_options.locking);
+  ++m_summary.folders;
+  m_bucket = 0;
+  // Names of other forms are no buckets and have been told of already.
+  std::from_chars(folder.bucket.data(), folder.bucket.data() + folder.bucket.size(), m_bucket);
+  m_highest_number = 0;
+  m_data_files = 0;
+  m_folded_used = 0;
+  m_folded_keys.clear();
+  m_folded_names.clear();
+  m_key_files.clear();
+  m_category_files.clear();
+  if (!m_view.status().ok()) {
+    if (m_view.status().failure() == os::Failure::kNotFound) return;
+    found(Code::kUnreadableFolder, "", sys::text_of(m_view.status()));
+    return;
+  }
+  if (!check_index_state()) return;
+  check_lines();
+  check_names();
+  if (expects_index(folder.area) && check_writable()) check_counter();
+  if (m_options.depth == Depth::kFull) check_key_files();
+}
+
+/// @return whether the counter may be looked at.
+bool FolderCheck::check_writable() {
+  if (!m_options.ask_writable) return true;
+  bool has_counter = true;
+  for (const Obstacle& each : obstacles_to_writing(m_view.folder().path)) {
+    const bool is_told =
+        each.kind == Obstacle::Kind::kIndex && m_view.index_state() == IndexState::kFailed;
+    if (each.kind == Obstacle::Kind::kCounter) {
+      has_counter = false;
+      found(Code::kCounterUnusable, index_format::kCounterFile, each.why);
+    } else if (!is_told) {
+      found(Code::kNotWritable, each.kind == Obstacle::Kind::kIndex ? index_format::kIndexFile : "",
+            each.why);
+    }
+  }
+  return has_counter;
+}
+
+bool FolderCheck::check_index_state() {
+  switch (m_view.index_state()) {
+    case IndexState::kLocked:
+      found(Code::kLockNotObtained, index_format::kIndexFile,
+            "waited " + std::to_string(m_options.locking.time_out.count()) + " ms");
+      return false;
+    case IndexState::kFailed:
+      // A link is told of as such, with all other links.
+      if (const std::uint32_t at = m_view.find(index_format::kIndexFile);
+          at == FolderView::kNone || m_view.names()[at].kind != sys::Kind::kLink)
+        found(Code::kUnreadableIndex, index_format::kIndexFile,
+              sys::text_of(m_view.index_status()));
+      return true;
+    case IndexState::kNoBytes:
+      found(Code::kEmptyIndex, index_format::kIndexFile);
+      return true;
+    default:
+      if (m_view.has_interrupted_save())
+        found(Code::kInterruptedSave, index_format::kIndexFile,
+              std::to_string(m_view.index_text().size()) + " bytes of text in a file of " +
+                  std::to_string(m_view.index_bytes().size()));
+      return true;
+  }
+}
+
+// ---- lines -------------------------------------------------------------------------------------
+
+void FolderCheck::check_lines() {
+  m_lint.start(m_view);
+  LintedLine line;
+  while (m_lint.next(line)) check_line(line);
+  if (const std::size_t count = m_lint.unordered_lines(); count != 0)
+    found(Code::kUnorderedLines, index_format::kIndexFile, std::to_string(count) + " of them");
+}
+
+void FolderCheck::check_line(const LintedLine& line) {
+  switch (line.verdict) {
+    case Verdict::kEntry:
+      check_entry(line);
+      break;
+    case Verdict::kNoFile:
+      ++m_summary.unserved;
+      found(Code::kLineWithoutFile, line, "physical name " + in_quotes(line.stored));
+      break;
+    case Verdict::kUnknown:
+      found(Code::kUnknownLine, line, "physical name " + in_quotes(line.stored));
+      break;
+    case Verdict::kDuplicateKey:
+      found(Code::kDuplicateKey, line.key,
+            "physical name " + in_quotes(line.stored) + ", first in line " +
+                std::to_string(line.same_key_as),
+            line.number);
+      break;
+    case Verdict::kNoSeparator:
+      found(Code::kMalformedLine, line.raw.substr(0, 80), "no \"/\"", line.number);
+      break;
+    case Verdict::kShortKey:
+      found(Code::kMalformedLine, line.raw.substr(0, 80), "the key has no room for a timestamp",
+            line.number);
+      break;
+  }
+}
+
+void FolderCheck::check_entry(const LintedLine& line) {
+  ++m_summary.entries;
+  if (line.has_odd_stamp)
+    found(Code::kMalformedLine, line.key, "the key does not end in \"_\" and ten digits",
+          line.number);
+  const bool is_replaced =
+      line.listed != FolderView::kNone && (m_view.names()[line.listed].kind == sys::Kind::kFolder ||
+                                           m_view.names()[line.listed].kind == sys::Kind::kOther);
+  if (is_replaced) found(Code::kDocumentReplaced, line, "file " + in_quotes(line.file));
+  if (is_replaced || !line.has_file) ++m_summary.unserved;
+  if (!line.has_file)
+    found(Code::kEntryWithoutFile, line,
+          "physical name " + in_quotes(line.stored) + ", file " + in_quotes(line.file));
+  if (line.same_stored_as != 0)
+    found(Code::kDuplicatePhysicalName, line.stored,
+          "keys in lines " + std::to_string(line.same_stored_as) + " and " +
+              std::to_string(line.number),
+          line.number);
+  if (const char* why = why_not_safe(line.logical)) found(Code::kUnsafeName, line, why);
+  check_reach(line);
+  const bool is_own_name = line.timestamp == 0 && line.stored == line.logical;
+  if (!is_own_name) {
+    note_number(line.stored);
+    if (m_options.depth == Depth::kFull) check_case(m_folded_keys, line.key, line.logical);
+  }
+  const std::string_view extension = extension_without_dot(line.logical);
+  if (extension == "ctg") m_category_files.emplace_back(line.file);
+  if (line.logical == "attribut.txt") m_key_files.emplace_back(line.file);
+  if (m_options.depth == Depth::kFull && is_document_extension(extension)) check_document(line);
+}
+
+void FolderCheck::check_reach(const LintedLine& line) {
+  const DocumentFolder& folder = m_view.folder();
+  if (!expects_index(folder.area)) return;
+  const bool in_docs = folder.area == Area::kDocs;
+  if (in_docs) {
+    if (bucket_number(line.logical) != m_bucket) {
+      ++m_summary.unserved;
+      found(
+          Code::kWrongBucket, line,
+          "it belongs in " + layout::bucket_name(layout::hash_of(line.logical, layout::kBuckets)));
+    }
+  }
+  if (const std::uint32_t at = m_view.find(line.logical);
+      at != FolderView::kNone && at != line.listed) {
+    found(Code::kShadowedName, line,
+          "timestamp " + std::to_string(line.timestamp) + ", physical name " +
+              in_quotes(line.stored));
+    return;
+  }
+  const bool is_versioned = in_docs && extension_without_dot(line.logical) == "kdf";
+  if (line.timestamp != 0 && !is_versioned)
+    found(Code::kUnreachableTimestamp, line, "timestamp " + std::to_string(line.timestamp));
+}
+
+void FolderCheck::check_document(const LintedLine& line) {
+  const sys::Info info = sys::describe(m_view.path_of(line.file));
+  if (info.kind == sys::Kind::kFile && info.size == 0)
+    found(Code::kEmptyDocument, line, "file " + in_quotes(line.file));
+}
+
+void FolderCheck::check_case(NameTable& table, std::string_view name, std::string_view shown) {
+  if (m_folded_used == m_folded_texts.size()) m_folded_texts.emplace_back();
+  std::string& folded = m_folded_texts[m_folded_used];
+  fold_case(name, folded);
+  const auto number = static_cast<std::uint32_t>(m_folded_used);
+  if (table.insert(folded, number) == number) {
+    ++m_folded_used;
+  } else {
+    found(Code::kCaseCollision, shown);
+  }
+}
+
+// ---- names -------------------------------------------------------------------------------------
+
+void FolderCheck::check_names() {
+  std::uint32_t number = 0;
+  for (const Name& name : m_view.names()) check_name(name, number++);
+  if (m_view.index_state() == IndexState::kMissing && m_data_files != 0 &&
+      expects_index(m_view.folder().area))
+    found(Code::kMissingIndex, index_format::kIndexFile, std::to_string(m_data_files) + " files");
+  const auto cased = [](const Name& name) { return has_case(name.text); };
+  if (m_options.depth != Depth::kFull ||
+      std::none_of(m_view.names().begin(), m_view.names().end(), cased))
+    return;
+  for (const Name& name : m_view.names()) check_case(m_folded_names, name.text, name.text);
+}
+
+void FolderCheck::check_name(const Name& name, std::uint32_t number) {
+  check_file_name(name);
+  switch (name.kind) {
+    case sys::Kind::kFile:
+      if (index_format::is_index_file(name.text)) break;
+      ++m_summary.files;
+      ++m_data_files;
+      if (!m_lint.is_claimed(number)) check_unclaimed(name);
+      break;
+    case sys::Kind::kFolder:
+      check_sub_folder(name);
+      break;
+    case sys::Kind::kLink:
+      found(Code::kLinkInTree, name.text);
+      break;
+    default:
+      found(Code::kStrayItem, name.text, "neither a file nor a folder");
+      break;
+  }
+}
+
+void FolderCheck::check_unclaimed(const Name& name) {
+  note_number(name.text.substr(0, name.text.find('.')));
+  if (m_view.index_state() != IndexState::kRead && m_view.index_state() != IndexState::kNoBytes)
+    return;
+  found(is_key_file(name) ? Code::kKeyFileWithoutLine : Code::kFileWithoutLine, name.text);
+}
+
+/// Programs write key files by their paths, as the library's headers have it: they have no line.
+bool FolderCheck::is_key_file(const Name& name) const {
+  if (m_view.folder().area != Area::kUser) return false;
+  if (name.text == "attribut.txt" || name.text == "profile.txt" || name.text.ends_with(".ctg"))
+    return true;
+  const std::string_view stem = name.text.substr(0, name.text.find('.'));
+  if (m_options.depth != Depth::kFull || index_format::is_generated_name(stem)) return false;
+  std::string text;
+  if (!sys::read_file(m_view.path_of(name.text), m_options.locking, text).ok()) return false;
+  key_text::Lines lines(text);
+  std::string_view line;
+  std::size_t pairs = 0;
+  while (lines.next(line)) {
+    if (line.empty()) continue;
+    if (!key_text::split(line, key_text::Separator::kFirst)) return false;
+    ++pairs;
+  }
+  return pairs != 0;
+}
+
+void FolderCheck::check_file_name(const Name& name) {
+  if (const char* why = why_not_portable(name.text)) found(Code::kNotPortableName, name.text, why);
+  const std::size_t length = m_view.folder().path.size() + 1 + name.text.size();
+  if (length * 10 > m_options.path_limit * 9)
+    found(Code::kPathNearLimit, name.text, std::to_string(length) + " bytes");
+  else if (name.text.size() * 10 > sys::kNameLimit * 9)
+    found(Code::kPathNearLimit, name.text,
+          "the name alone has " + std::to_string(name.text.size()) + " bytes");
+}
+
+void FolderCheck::check_sub_folder(const Name& name) {
+  const Area area = m_view.folder().area;
+  if (!expects_index(area)) return;
+  if (area != Area::kDocs) {
+    found(Code::kStrayItem, name.text, "a folder where only documents are expected");
+    return;
+  }
+  // The document's file name may hold underscores itself.
+  for (std::size_t at = name.text.find('_'); at != std::string_view::npos;
+       at = name.text.find('_', at + 1)) {
+    const std::uint32_t document = m_view.find(name.text.substr(0, at));
+    if (document == FolderView::kNone) continue;
+    const std::string_view file = m_view.names()[document].text;
+    // Parts of this kind are served as they are.
+    if (m_options.depth == Depth::kFull && extension_without_dot(file) != "kdf")
+      check_parts(m_view.path_of(name.text));
+    return;
+  }
+  if (name.text.find('_') == std::string_view::npos) {
+    found(Code::kStrayItem, name.text, "a folder that belongs to no document");
+  } else {
+    found(Code::kPartsWithoutDocument, name.text);
+  }
+}
+
+void FolderCheck::note_number(std::string_view name) {
+  m_highest_number = std::max(m_highest_number, number_drawn_for(name));
+}
+
+void FolderCheck::check_counter() {
+  if (m_highest_number <= 0) return;
+  const std::optional<std::string> text = m_view.read_counter(m_options.locking);
+  const std::int32_t counter = text ? index_format::parse_decimal(*text) : 0;
+  if (counter < 0) {
+    found(Code::kCounterUnreadable, index_format::kCounterFile, "it holds " + in_quotes(*text));
+  } else if (counter < m_highest_number) {
+    found(Code::kCounterBehind, index_format::kCounterFile,
+          (text ? "it holds " + in_quotes(*text) : std::string("it is missing or cannot be read")) +
+              ", the highest name is " + std::to_string(m_highest_number));
+  }
+}
+
+}  // namespace admin

@@ -1,0 +1,154 @@
+#include "client/admin/locked_file.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <limits>
+#include <thread>
+
+#include "file/replace_in_file.h"
+#include "file/replacement.h"
+
+namespace admin {
+
+namespace {
+
+constexpr std::chrono::milliseconds kBetweenTries{10};
+constexpr std::int16_t kFromStart = 0;
+constexpr std::int16_t kFromHere = 1;
+
+constexpr os::Status kNotFound{0, os::Failure::kNotFound};
+constexpr os::Status kNoPlainFile{0, os::Failure::kOther};
+
+std::size_t common_front(std::string_view one, std::string_view other) {
+  const auto differ = std::mismatch(one.begin(), one.end(), other.begin(), other.end());
+  return static_cast<std::size_t>(differ.first - one.begin());
+}
+
+}  // namespace
+
+os::Status LockedFile::open(const std::string& path, For purpose, IfMissing if_missing,
+                            const sys::Locking& locking) {
+  close();
+  m_path = path;
+  m_purpose = purpose;
+  const sys::Kind kind = sys::describe(path).kind;
+  if (kind == sys::Kind::kMissing && if_missing == IfMissing::kFail) return kNotFound;
+  if (kind != sys::Kind::kMissing && kind != sys::Kind::kFile) return kNoPlainFile;
+  const os::Status opened = os::open(
+      path, purpose == For::kReading ? os::Access::kReadExisting : os::Access::kReadWriteCreate,
+      m_handle);
+  if (!opened.ok()) {
+    m_handle = os::kNoHandle;
+    return opened;
+  }
+  if (purpose == For::kReading && locking.mode == sys::Locking::Mode::kNone) return {};
+  const os::Status locked = lock(purpose, locking);
+  if (!locked.ok()) close();
+  return locked;
+}
+
+os::Status LockedFile::lock(For purpose, const sys::Locking& locking) {
+  using Clock = std::chrono::steady_clock;
+  const auto start = Clock::now();
+  bool told = false;
+  for (;;) {
+    alignas(os::kLockRegionAlign) std::array<char, os::kLockRegionSize> region{};
+    os::LockRequest request;
+    request.flags = os::kLockFailAtOnce | (purpose == For::kChanging ? os::kLockExclusive : 0);
+    request.length_low = std::numeric_limits<std::uint32_t>::max();
+    request.length_high = std::numeric_limits<std::uint32_t>::max();
+    request.region = region.data();
+    const os::Status locked = os::lock(m_handle, request);
+    // A file system without locks has none that we could disturb: as the library has it.
+    if (locked.failure() != os::Failure::kLocked) return {};
+    const auto waited = Clock::now() - start;
+    if (waited >= locking.time_out || (locking.stop != nullptr && locking.stop->load()))
+      return locked;
+    if (!told && waited >= locking.patience) {
+      told = true;
+      if (locking.on_wait) locking.on_wait(m_path);
+    }
+    std::this_thread::sleep_for(kBetweenTries);
+  }
+}
+
+void LockedFile::close() {
+  if (!is_open()) return;
+  static_cast<void>(os::close(m_handle));
+  m_handle = os::kNoHandle;
+}
+
+os::Status LockedFile::move_to(std::uint64_t offset) {
+  // The system's file position moves by 32-bit distances.
+  constexpr std::uint64_t kMost = std::numeric_limits<std::int32_t>::max();
+  os::Status status = os::seek(m_handle, 0, kFromStart);
+  while (status.ok() && offset > 0) {
+    const std::uint64_t step = std::min(offset, kMost);
+    status = os::seek(m_handle, static_cast<std::int32_t>(step), kFromHere);
+    offset -= step;
+  }
+  return status;
+}
+
+os::Status LockedFile::read_all(std::string& bytes) {
+  return read_at(0, static_cast<std::size_t>(size()), bytes);
+}
+
+os::Status LockedFile::read_text(std::string& text) {
+  std::string bytes;
+  const os::Status status = read_all(bytes);
+  std::string saved;
+  text = replacement::text_of(bytes, saved);
+  if (!status.ok() || m_purpose == For::kReading || text == bytes) return status;
+  return replace_lines(bytes, text);
+}
+
+os::Status LockedFile::read_at(std::uint64_t offset, std::size_t count, std::string& bytes) {
+  bytes.resize(count);
+  std::size_t done = 0;
+  os::Status status = move_to(offset);
+  if (status.ok()) status = os::read(m_handle, bytes.data(), count, done);
+  bytes.resize(status.ok() ? done : 0);
+  return status;
+}
+
+os::Status LockedFile::write_at(std::uint64_t offset, std::string_view bytes) {
+  std::size_t done = 0;
+  os::Status status = move_to(offset);
+  if (status.ok()) status = os::write(m_handle, bytes.data(), bytes.size(), done);
+  if (status.ok() && done < bytes.size()) return {os::last_error(), os::Failure::kOther};
+  return status;
+}
+
+os::Status LockedFile::cut_at(std::uint64_t size) {
+  const os::Status status = move_to(size);
+  return status.ok() ? os::set_end(m_handle) : status;
+}
+
+os::Status LockedFile::flush() { return os::flush(m_handle); }
+
+os::Status LockedFile::replace_lines(std::string_view old_text, std::string_view new_text) {
+  const replacement::Outcome outcome = replacement::carry_out(m_handle, old_text, new_text);
+  if (!outcome.written.ok()) return outcome.written;
+  return outcome.flushed.ok() ? outcome.cut : outcome.flushed;
+}
+
+os::Status LockedFile::replace_bytes(std::string_view old_bytes, std::string_view new_bytes) {
+  const std::size_t front = common_front(old_bytes, new_bytes);
+  os::Status status;
+  if (new_bytes.size() > old_bytes.size()) status = os::reserve(m_handle, new_bytes.size());
+  if (status.ok() && front < new_bytes.size()) status = write_at(front, new_bytes.substr(front));
+  if (status.ok() && new_bytes.size() < old_bytes.size()) status = cut_at(new_bytes.size());
+  return status.ok() ? flush() : status;
+}
+
+bool is_between(std::string_view old_bytes, std::string_view new_bytes, std::string_view found) {
+  const std::size_t front = common_front(found, new_bytes);
+  // Beyond the end of the old bytes only the new ones can have come.
+  if (front == found.size() && front >= old_bytes.size()) return true;
+  return found.size() == old_bytes.size() && front <= found.size() &&
+         found.substr(front) == old_bytes.substr(front);
+}
+
+}  // namespace admin

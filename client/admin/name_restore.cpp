@@ -1,0 +1,206 @@
+#include "client/admin/name_restore.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <utility>
+
+#include "client/admin/index_lint.h"
+#include "client/admin/locked_file.h"
+#include "client/admin/name_diff.h"
+#include "client/admin/text.h"
+
+namespace admin {
+
+namespace {
+
+/// The name under which the library adopts a file.
+std::string adopted_form(std::string_view file) {
+  std::string name(file);
+  const std::size_t dot = name.rfind('.');
+  for (std::size_t i = dot; dot != std::string::npos && i < name.size(); ++i) {
+    if (name[i] >= 'A' && name[i] <= 'Z') name[i] = static_cast<char>(name[i] - 'A' + 'a');
+  }
+  return name;
+}
+
+std::string own_key(std::string_view file) { return index_format::key_of(std::string(file), 0); }
+
+/// Plans one folder.
+class Planner {
+ public:
+  Planner(const FolderView& folder, std::string_view saved)
+      : m_folder(folder), m_saved(names_in(saved)) {
+    for (const NameLine& name : m_saved) m_saved_files.insert(name.file());
+    IndexLint lint;
+    lint.start(folder);
+    LintedLine line;
+    while (lint.next(line)) {
+      // What nobody knows of is kept as it stands.
+      if (line.verdict == Verdict::kUnknown) m_unknown.emplace_back(line.key, line.stored);
+      if (line.verdict != Verdict::kEntry) continue;
+      m_names.emplace(line.key, line.stored);
+      const bool is_own = line.timestamp == 0 && line.logical == line.stored;
+      if (!is_own) m_owners.emplace(line.file, line.key);
+    }
+    // An entry counts before a line of its key that nobody knows of.
+    m_names.insert(m_unknown.begin(), m_unknown.end());
+  }
+
+  RestorePlan run() {
+    for (const NameLine& name : m_saved) judge(name);
+    for (const auto& [key, stored] : m_names)
+      m_plan.text.append(key).append("/").append(stored).append("\n");
+    // So the library writes an index without entries.
+    if (m_plan.text.empty()) m_plan.text = " ";
+    return std::move(m_plan);
+  }
+
+ private:
+  void judge(const NameLine& name) {
+    const std::string file = name.file();
+    const auto present = m_names.find(std::string(name.key));
+    if (present != m_names.end()) {
+      if (present->second != name.stored) {
+        add(name, file, NameFate::kKept, "the name leads to " + printable(present->second));
+        return;
+      }
+      ++m_plan.unchanged;
+      drop_own_entry(name, file);
+      return;
+    }
+    const char* const why = why_not_safe(file);
+    if (why != nullptr) {
+      add(name, file, NameFate::kNoFile, std::string("no file is looked for by this name: ") + why);
+    } else if (is_listed(file)) {
+      restore_there(name, file);
+    } else if (const std::string adopted = adopted_form(file);
+               is_listed(adopted) && !m_saved_files.contains(adopted)) {
+      restore_renamed(name, file, adopted);
+    } else if (is_found(file)) {
+      restore_there(name, file);
+    } else {
+      add(name, file, NameFate::kNoFile, "its file " + printable(file) + " is not there");
+    }
+  }
+
+  void restore_there(const NameLine& name, const std::string& file) {
+    const auto owner = m_owners.find(file);
+    if (owner != m_owners.end() && !was_shared(file)) {
+      add(name, file, NameFate::kTaken, "its file belongs to " + printable(owner->second));
+    } else {
+      restore(name, file, "");
+    }
+  }
+
+  /// The file bears the name which adoption has given it.
+  void restore_renamed(const NameLine& name, const std::string& file, const std::string& adopted) {
+    if (m_owners.contains(adopted) || !m_renamed.insert(adopted).second) {
+      add(name, file, NameFate::kTaken, "its file has become another name's");
+    } else {
+      restore(name, file, adopted);
+    }
+  }
+
+  void restore(const NameLine& name, const std::string& file, const std::string& renamed_from) {
+    m_names.emplace(name.key, name.stored);
+    if (!name.is_own_name()) m_owners.emplace(file, name.key);
+    add(name, file, NameFate::kRestored, "");
+    m_plan.names.back().renamed_from = renamed_from;
+    drop_own_entry(name, file);
+    if (!renamed_from.empty()) drop(renamed_from);
+  }
+
+  /// Adoption enters a file under its own name; with its true name back, that entry goes.
+  void drop_own_entry(const NameLine& name, const std::string& file) {
+    if (name.is_own_name()) return;
+    drop(file);
+    const std::string adopted = adopted_form(file);
+    // Where letter case does not tell files apart, the entry has the other form.
+    if (sys::kSeparator == '\\' && adopted != file) drop(adopted);
+  }
+
+  void drop(const std::string& file) {
+    const std::string key = own_key(file);
+    const auto entry = m_names.find(key);
+    if (entry == m_names.end() || entry->second != file || saved_line(key) != nullptr) return;
+    m_names.erase(entry);
+    m_plan.dropped.push_back(file);
+  }
+
+  /// The saved line of a key, or null.
+  const NameLine* saved_line(std::string_view key) const {
+    const auto at = std::lower_bound(
+        m_saved.begin(), m_saved.end(), key,
+        [](const NameLine& name, std::string_view wanted) { return name.key < wanted; });
+    return at != m_saved.end() && at->key == key ? &*at : nullptr;
+  }
+
+  /// Whether the name that has the file had it, together with others, when it was saved.
+  bool was_shared(const std::string& file) const {
+    const NameLine* const owner = saved_line(m_owners.find(file)->second);
+    return owner != nullptr && owner->file() == file;
+  }
+
+  bool is_listed(const std::string& file) const {
+    const std::uint32_t at = m_folder.find(file);
+    return at != FolderView::kNone && m_folder.names()[at].kind == sys::Kind::kFile;
+  }
+
+  /// Whether another letter case leads to it.
+  bool is_found(const std::string& file) const {
+    return sys::kSeparator == '\\' &&
+           sys::describe(m_folder.path_of(file)).kind == sys::Kind::kFile;
+  }
+
+  void add(const NameLine& name, const std::string& file, NameFate fate, std::string reason) {
+    m_plan.names.push_back({fate, std::string(name.logical()), name.timestamp(),
+                            std::string(name.stored), file, "", std::move(reason)});
+  }
+
+  const FolderView& m_folder;
+  std::vector<NameLine> m_saved;
+  std::set<std::string> m_saved_files;
+  std::map<std::string, std::string>
+      m_names;  ///< what the index has, and will have: key, stored name
+  std::vector<std::pair<std::string, std::string>> m_unknown;  ///< key, stored name
+  std::map<std::string, std::string>
+      m_owners;  ///< files and the keys that have them, own names aside
+  std::set<std::string> m_renamed;
+  RestorePlan m_plan;
+};
+
+}  // namespace
+
+std::uint64_t RestorePlan::count(NameFate fate) const {
+  return static_cast<std::uint64_t>(std::count_if(
+      names.begin(), names.end(), [fate](const RestoredName& name) { return name.fate == fate; }));
+}
+
+RestorePlan plan_restore(const FolderView& folder, std::string_view saved) {
+  return Planner(folder, saved).run();
+}
+
+os::Status restore_names(const DocumentFolder& folder, std::string_view saved,
+                         const sys::Locking& locking, RestorePlan& plan) {
+  LockedFile index;
+  os::Status status = index.open(sys::join(folder.path, index_format::kIndexFile),
+                                 LockedFile::For::kChanging, LockedFile::IfMissing::kMake, locking);
+  std::string text;
+  if (status.ok()) status = index.read_text(text);
+  if (!status.ok()) return status;
+  FolderView view;
+  view.load_text(folder, text);
+  if (!view.status().ok()) return view.status();
+  plan = plan_restore(view, saved);
+  if (!plan.changes()) return text.empty() ? index.replace_lines(text, plan.text) : os::Status();
+  // Files first: a line whose file is not there yet would be dropped by whoever writes next.
+  for (const RestoredName& name : plan.names) {
+    if (name.fate != NameFate::kRestored || name.renamed_from.empty()) continue;
+    status = os::rename(view.path_of(name.renamed_from), view.path_of(name.file));
+    if (!status.ok()) return status;
+  }
+  return index.replace_lines(text, plan.text);
+}
+
+}  // namespace admin

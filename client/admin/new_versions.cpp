@@ -1,0 +1,426 @@
+#include "client/admin/new_versions.h"
+
+#include <algorithm>
+#include <limits>
+#include <map>
+#include <span>
+#include <utility>
+
+#include "client/admin/index_lint.h"
+#include "client/admin/repair_text.h"
+#include "client/admin/text.h"
+#include "client/admin/writable.h"
+#include "index/index_format.h"
+
+namespace admin {
+
+namespace {
+
+using Fate = NewVersion::Fate;
+
+std::string key_of(const NewVersion& version) {
+  return index_format::key_of(version.logical, version.timestamp);
+}
+
+/// Makes a folder and those above it. @p failed the one that could not be made.
+os::Status make_folders(const std::string& path, std::string& failed) {
+  if (sys::describe(path).kind == sys::Kind::kFolder) return {};
+  const std::size_t at = path.rfind(sys::kSeparator);
+  if (at != std::string::npos && at != 0) {
+    if (const os::Status above = make_folders(path.substr(0, at), failed); !above.ok())
+      return above;
+  }
+  const os::Status made = os::create_directory(path);
+  if (made.ok() || sys::describe(path).kind == sys::Kind::kFolder) return {};
+  failed = path;
+  return made;
+}
+
+/// Writes a counter's new number over the old one; the caller flushes it with others.
+os::Status write_number(LockedFile& counter, const std::string& before, const std::string& now) {
+  const os::Status written = counter.write_at(0, now);
+  return written.ok() && before.size() > now.size() ? counter.cut_at(now.size()) : written;
+}
+
+bool has_documents(const FolderView& view) {
+  const std::span<const Name> names = view.names();
+  return std::any_of(names.begin(), names.end(), [](const Name& name) {
+    return name.kind != sys::Kind::kFolder && name.text != index_format::kIndexFile &&
+           name.text != index_format::kCounterFile;
+  });
+}
+
+/// What stands before the "/" of a line.
+std::string_view key_part(std::string_view line) { return line.substr(0, line.find('/')); }
+
+}  // namespace
+
+// ---- staging -----------------------------------------------------------------------------------
+
+bool NewVersions::stage(NewVersion& version) {
+  const auto failed = [&](const std::string& path, const std::string& why) {
+    version.fate = Fate::kFailed;
+    version.reason = "it cannot be stored: " + printable(path) + ": " + why;
+    return false;
+  };
+  if (const std::string old = path_of(version.replaces); !version.replaces.empty()) {
+    if (const os::Status status = sys::probe_writable(old); !status.ok()) {
+      version.fate = Fate::kFailed;
+      version.reason =
+          "its file " + printable(old) + " cannot be written: " + why_not_usable(old, status);
+      return false;
+    }
+  }
+  std::string place;
+  if (const os::Status made = make_folders(m_folder.path, place); !made.ok()) {
+    const bool is_file = sys::describe(place).kind == sys::Kind::kFile;
+    return failed(place, is_file ? "a file stands where a folder has to be" : sys::text_of(made));
+  }
+  if (!m_staging.is_made()) {
+    if (const os::Status made = m_staging.make(m_folder.path); !made.ok())
+      return failed(m_folder.path, sys::text_of(made));
+  }
+  std::string copy = sys::join(m_staging.path(), std::to_string(m_items.size() + 1));
+  const os::Status copied = os::copy(version.source, copy, os::IfExists::kFail);
+  if (copied.failure() == os::Failure::kLocked) return failed(version.source, "it is locked");
+  if (!copied.ok()) return failed(version.source, sys::text_of(copied));
+  // A copy of a read-only file is read-only, and could never be replaced.
+  if (sys::describe(copy).is_read_only) static_cast<void>(os::make_writable(copy));
+  if (!version.replaces.empty() && !sys::take_over_owner(path_of(version.replaces), copy).ok()) {
+    static_cast<void>(os::remove_file(copy));
+    version.fate = Fate::kInPlace;
+    return false;
+  }
+  m_items.push_back({&version, std::move(copy), "", false});
+  return true;
+}
+
+// ---- entering ----------------------------------------------------------------------------------
+
+bool NewVersions::any_pending() const {
+  return std::any_of(m_items.begin(), m_items.end(),
+                     [](const Item& item) { return item.is_pending(); });
+}
+
+bool NewVersions::any_new_pending() const {
+  return std::any_of(m_items.begin(), m_items.end(),
+                     [](const Item& item) { return item.is_pending() && item.is_new(); });
+}
+
+void NewVersions::fail_pending(Fate fate, const std::string& reason) {
+  for (Item& item : m_items) {
+    if (!item.is_pending()) continue;
+    take_back(item);
+    item.version->fate = fate;
+    item.version->reason = reason;
+  }
+}
+
+void NewVersions::refuse(const char* what, const std::string& path, const os::Status& status) {
+  if (status.failure() == os::Failure::kLocked) return fail_pending(Fate::kLocked, path);
+  fail_pending(Fate::kFailed, std::string(what) + " " + printable(path) +
+                                  " cannot be written: " + why_not_usable(path, status));
+}
+
+void NewVersions::take_back(Item& item) {
+  if (!item.is_moved) return;
+  static_cast<void>(os::remove_file(path_of(item.version->file)));
+  item.is_moved = false;
+}
+
+/// Has the names of files that were replaced on the device.
+void NewVersions::flush_replaced(const std::vector<NewVersions*>& folders,
+                                 const std::vector<std::string>& replaced) {
+  if (replaced.empty()) return;
+  const os::Status flushed = sys::flush_files({}, replaced);
+  if (flushed.ok()) return;
+  for (NewVersions* const each : folders) {
+    for (Item& item : each->m_items) {
+      if (item.is_new() || item.version->fate != Fate::kStored) continue;
+      item.version->fate = Fate::kFailed;
+      item.version->reason =
+          "it is replaced, but may come back with the power: " + sys::text_of(flushed);
+    }
+  }
+}
+
+void NewVersions::enter(const std::vector<NewVersions*>& folders) {
+  const auto flush = [&](const std::vector<std::string>& files,
+                         const std::vector<std::string>& names) {
+    const os::Status flushed = sys::flush_files(files, names);
+    if (flushed.ok()) return;
+    for (NewVersions* const each : folders)
+      each->fail_pending(Fate::kFailed,
+                         "it could not be written to the device: " + sys::text_of(flushed));
+  };
+  std::vector<std::string> copies;
+  for (const NewVersions* const each : folders) {
+    for (const Item& item : each->m_items) copies.push_back(item.copy);
+  }
+  flush(copies, {});
+  std::vector<std::string> counters;
+  std::vector<std::string> names;
+  for (NewVersions* const each : folders) {
+    each->prepare();
+    if (!each->any_new_pending()) continue;
+    counters.push_back(each->path_of(index_format::kCounterFile));
+    names.push_back(each->m_folder.path);
+  }
+  // A line must not reach the device before its file has its name there.
+  flush(counters, names);
+  std::vector<std::string> replaced;
+  for (NewVersions* const each : folders) {
+    if (each->commit()) replaced.push_back(each->m_folder.path);
+  }
+  flush_replaced(folders, replaced);
+  // Asking for the lock of one index while that of another is held, out of their order, would be a
+  // deadlock with the next program.
+  for (NewVersions* const each : folders) each->verify();
+}
+
+void NewVersions::prepare() {
+  if (!any_pending() || !open_index()) return;
+  drop_taken();
+  if (!any_new_pending() || !draw_numbers()) return;
+  move_files();
+}
+
+/// @return whether files were replaced.
+bool NewVersions::commit() {
+  if (any_new_pending()) save();
+  const bool any = replace_files();
+  m_index.close();
+  return any;
+}
+
+bool NewVersions::open_index() {
+  const std::string path = path_of(index_format::kIndexFile);
+  const bool is_new = sys::describe(path).kind == sys::Kind::kMissing;
+  os::Status status =
+      m_index.open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kMake, m_locking);
+  if (status.ok()) status = m_index.read_text(m_text);
+  if (status.ok() && is_new && m_text.empty()) {
+    // An index without a byte would pass for one whose names are lost.
+    status = m_index.write_at(0, " ");
+    if (status.ok()) {
+      m_text = " ";
+    } else {
+      static_cast<void>(os::remove_file(path));
+    }
+  }
+  if (!status.ok()) {
+    refuse("the index", path, status);
+    return false;
+  }
+  m_view.load_text(m_folder, m_text);
+  if (!m_view.status().ok()) {
+    fail_pending(Fate::kFailed,
+                 printable(m_folder.path) + " cannot be listed: " + sys::text_of(m_view.status()));
+    return false;
+  }
+  return is_sound();
+}
+
+/// Whether a line can be added that readers find, and nothing goes that is left of lost names. An
+/// index without a byte in a folder without a document is one that a killed process had just made.
+bool NewVersions::is_sound() {
+  const std::string path = printable(path_of(index_format::kIndexFile));
+  if (m_view.index_state() == IndexState::kNoBytes && has_documents(m_view)) {
+    fail_pending(Fate::kFailed, path +
+                                    " has lost its names; bring them back first: 'stgctl index "
+                                    "restore', or 'stgctl check' tells more");
+    return false;
+  }
+  IndexLint lint;
+  lint.start(m_view);
+  LintedLine line;
+  while (lint.next(line)) {
+    const bool is_blank = line.raw.find_first_not_of(' ') == std::string_view::npos;
+    if (line.verdict != Verdict::kNoSeparator || is_blank) continue;
+    fail_pending(Fate::kFailed, path + " is damaged in line " + std::to_string(line.number) +
+                                    "; 'stgctl repair' first");
+    return false;
+  }
+  return true;
+}
+
+/// Names that have an entry by now, or another one, are somebody else's.
+void NewVersions::drop_taken() {
+  struct Taken {
+    Verdict verdict;
+    std::string file;
+  };
+  std::map<std::string_view, Taken> taken;
+  IndexLint lint;
+  lint.start(m_view);
+  LintedLine line;
+  while (lint.next(line)) {
+    const bool counts = line.verdict == Verdict::kEntry && line.has_file;
+    if (counts || line.verdict == Verdict::kUnknown)
+      taken.emplace(line.key, Taken{line.verdict, std::string(line.file)});
+  }
+  const auto drop = [](NewVersion& version, Fate fate, const char* reason) {
+    version.fate = fate;
+    version.reason = reason;
+  };
+  for (Item& item : m_items) {
+    if (!item.is_pending()) continue;
+    NewVersion& version = *item.version;
+    const auto found = taken.find(key_of(version));
+    if (found == taken.end()) {
+      if (!item.is_new()) drop(version, Fate::kMeanwhile, "somebody else removed it meanwhile");
+    } else if (found->second.verdict != Verdict::kEntry) {
+      drop(version, Fate::kFailed, "the system does not tell whether it is there already");
+    } else if (found->second.file != version.replaces) {
+      drop(version, Fate::kMeanwhile, "somebody else stored it meanwhile");
+    }
+  }
+}
+
+bool NewVersions::draw_numbers() {
+  const std::string path = path_of(index_format::kCounterFile);
+  LockedFile counter;
+  std::string text;
+  os::Status status =
+      counter.open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kMake, m_locking);
+  if (status.ok()) status = counter.read_text(text);
+  std::int32_t last = std::max({counter_in(text), highest_number(m_view), 0});
+  if (status.ok()) {
+    std::set<std::string, std::less<>> stored;
+    IndexLint lint;
+    lint.start(m_view);
+    LintedLine line;
+    while (lint.next(line)) stored.emplace(line.stored);
+    for (Item& item : m_items) {
+      if (!item.is_pending() || !item.is_new()) continue;
+      do {
+        if (last == std::numeric_limits<std::int32_t>::max()) {
+          fail_pending(Fate::kFailed, printable(path) + " has come to its end");
+          return false;
+        }
+        item.stored = index_format::generated_name(++last);
+        item.version->file = index_format::file_name_of(key_of(*item.version), item.stored);
+      } while (stored.contains(item.stored) || item.stored == index_format::kTroubleName ||
+               m_view.find(item.stored) != FolderView::kNone ||
+               m_view.find(item.version->file) != FolderView::kNone);
+    }
+    status = write_number(counter, text, index_format::generated_name(last));
+  }
+  if (status.ok()) return true;
+  refuse("the counter", path, status);
+  return false;
+}
+
+void NewVersions::move_files() {
+  for (Item& item : m_items) {
+    if (!item.is_pending() || !item.is_new()) continue;
+    const os::Status moved = os::rename(item.copy, path_of(item.version->file));
+    item.is_moved = moved.ok();
+    if (moved.ok()) continue;
+    item.version->fate = Fate::kFailed;
+    item.version->reason = "it cannot be stored: " + printable(path_of(item.version->file)) + ": " +
+                           sys::text_of(moved);
+  }
+}
+
+/// The index with the new lines, ordered as the library writes it. Lines whose files are gone stay,
+/// but for those of the new names.
+std::string NewVersions::text_with_lines() const {
+  std::vector<std::string> lines;
+  std::set<std::string, std::less<>> keys;
+  for (const Item& item : m_items) {
+    if (!item.is_pending() || !item.is_new()) continue;
+    std::string key = key_of(*item.version);
+    lines.push_back(key + "/" + item.stored);
+    keys.insert(std::move(key));
+  }
+  IndexLint lint;
+  lint.start(m_view);
+  LintedLine line;
+  while (lint.next(line)) {
+    const bool is_blank = line.raw.find_first_not_of(' ') == std::string_view::npos;
+    if (!is_blank && !keys.contains(line.key)) lines.emplace_back(line.raw);
+  }
+  std::stable_sort(lines.begin(), lines.end(), [](std::string_view one, std::string_view other) {
+    return key_part(one) < key_part(other);
+  });
+  std::string text;
+  for (const std::string& each : lines) text.append(each).append("\n");
+  return text;
+}
+
+void NewVersions::save() {
+  const std::string wanted = text_with_lines();
+  const os::Status status = m_index.replace_lines(m_text, wanted);
+  std::string now;
+  // A failure behind the moment that counts leaves the new text.
+  const bool holds = status.ok() || (m_index.read_text(now).ok() && now == wanted);
+  if (!holds) {
+    fail_pending(Fate::kFailed, "the index " + printable(path_of(index_format::kIndexFile)) +
+                                    " cannot be written: " + sys::text_of(status));
+    return;
+  }
+  for (Item& item : m_items) {
+    if (item.is_pending() && item.is_new()) item.version->fate = Fate::kStored;
+  }
+}
+
+/// Nobody is waited for under the lock of an index: who has a document open may ask for the index.
+/// @return whether any file was replaced.
+bool NewVersions::replace_files() {
+  sys::Locking at_once = m_locking;
+  at_once.time_out = std::chrono::milliseconds(0);
+  bool any = false;
+  for (Item& item : m_items) {
+    if (!item.is_pending() || item.is_new()) continue;
+    NewVersion& version = *item.version;
+    version.file = version.replaces;
+    const std::string path = path_of(version.file);
+    LockedFile old;
+    const os::Status locked =
+        old.open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kFail, at_once);
+    if (!locked.ok() && locked.failure() != os::Failure::kLocked) {
+      version.fate = Fate::kFailed;
+      version.reason =
+          "its file " + printable(path) + " cannot be written: " + why_not_usable(path, locked);
+      continue;
+    }
+    if constexpr (!sys::kReplacesOpenFiles) old.close();
+    const bool is_replaced = locked.ok() && sys::replace_file(item.copy, path).ok();
+    version.fate = is_replaced ? Fate::kStored : Fate::kInPlace;
+    any = any || is_replaced;
+  }
+  return any;
+}
+
+/// A program that had loaded the index before may have stored the same name: of two lines of one
+/// name its save keeps its own. Then the file that was made here belongs to nobody.
+void NewVersions::verify() {
+  const auto is_stored = [](const Item& item) {
+    return item.is_new() && item.version->fate == Fate::kStored;
+  };
+  if (std::none_of(m_items.begin(), m_items.end(), is_stored)) return;
+  FolderView view;
+  view.load(m_folder, m_locking);
+  if (view.index_state() != IndexState::kRead) return;
+  std::map<std::string, std::string, std::less<>> entries;
+  std::set<std::string, std::less<>> stored;
+  IndexLint lint;
+  lint.start(view);
+  LintedLine line;
+  while (lint.next(line)) {
+    stored.emplace(line.stored);
+    if (line.verdict == Verdict::kEntry) entries.emplace(line.key, line.stored);
+  }
+  for (Item& item : m_items) {
+    if (!is_stored(item)) continue;
+    const auto entry = entries.find(key_of(*item.version));
+    if (entry != entries.end() && entry->second == item.stored) continue;
+    if (!stored.contains(item.stored)) take_back(item);
+    item.version->fate = Fate::kMeanwhile;
+    item.version->reason = entry == entries.end() ? "somebody else removed it meanwhile"
+                                                  : "somebody else stored it meanwhile";
+  }
+}
+
+}  // namespace admin

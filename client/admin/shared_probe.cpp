@@ -1,0 +1,375 @@
+#include "client/admin/shared_probe.h"
+
+#include <array>
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <thread>
+
+#include "client/admin/system.h"
+
+namespace admin {
+
+namespace {
+
+/// How often what a cache may hide is tried, in both directions each.
+constexpr int kRounds = 5;
+/// Long ago, so that no clock's "now" is taken for it.
+constexpr std::int64_t kOldTime = 1'000'000'000;
+/// Seconds by which clocks may differ: times count in whole seconds.
+constexpr std::int64_t kSlack = 2;
+
+/// What is wrong, or nothing.
+using Wrong = std::optional<std::string>;
+
+std::string failed(const char* what, const os::Status& status) {
+  return std::string(what) + ": " + sys::text_of(status);
+}
+
+class Probe {
+ public:
+  Probe(SharedView& host, SharedView* peer, const std::string& file_system)
+      : m_host(host), m_peer(peer), m_file_system(file_system) {}
+
+  std::vector<SharedCheck> run() {
+    if (m_peer != nullptr) {
+      add("same-folder", "a file made at one place is at the other", &Probe::same_folder);
+      if (m_checks.back().holds == Holds::kNo) m_peer = nullptr;
+    }
+    add("locks-per-handle",
+        "handles of one host exclude each other; a lock ends with its own handle",
+        &Probe::locks_per_handle);
+    between("locks-between-hosts",
+            "an exclusive lock keeps the other host out, shared ones go together",
+            &Probe::locks_between_hosts);
+    add("exclusive-create", "a taken name is not made again, and of two at once one makes it",
+        &Probe::exclusive_create);
+    add("rename-without-replace", "a taken name is not replaced, and of two at once one gets it",
+        &Probe::rename_without_replace);
+    add("times-kept", "a time that was set stays, and goes along with a copy", &Probe::times_kept);
+    between("read-after-close",
+            "what one host has closed the other one reads, with its size and time",
+            &Probe::read_after_close);
+    between("read-after-lock",
+            "who waited for a lock reads what its last holder on the other host wrote",
+            &Probe::read_after_lock);
+    between("names-at-once", "a name made, renamed or removed by one host shows so at the other",
+            &Probe::names_at_once);
+    add("clocks", "the time of a new file is this host's", &Probe::clocks);
+    return std::move(m_checks);
+  }
+
+ private:
+  using Check = Wrong (Probe::*)();
+
+  void add(std::string_view code, const char* good, Check check) {
+    SharedCheck result{code, Holds::kYes, good, {}};
+    if (const Wrong wrong = (this->*check)()) {
+      result.holds = Holds::kNo;
+      result.detail = *wrong;
+      result.mend = mend_of(code, m_file_system);
+    }
+    m_checks.push_back(std::move(result));
+  }
+
+  void between(std::string_view code, const char* good, Check check) {
+    if (m_peer != nullptr) return add(code, good, check);
+    m_checks.push_back(
+        {code, Holds::kNotTried, "there is one mount only: --peer names another", {}});
+  }
+
+  /// The other host where there is one.
+  SharedView& other() { return m_peer != nullptr ? *m_peer : m_host; }
+
+  Wrong same_folder() {
+    if (const os::Status made = m_host.store("mark", "1"); !made.ok())
+      return failed("a file cannot be made", made);
+    if (!m_peer->has("mark")) return "a file made at one place is not at the other";
+    return {};
+  }
+
+  /// A close without an unlock, as a crash leaves it: the other host may learn of it a moment
+  /// later.
+  static Wrong given_in_a_moment(SharedHandle& waiting) {
+    os::Status locked = waiting.lock(true);
+    for (int i = 0; i < 100 && !locked.ok(); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      locked = waiting.lock(true);
+    }
+    return locked.ok() ? Wrong() : failed("a lock does not end with its handle", locked);
+  }
+
+  /// Between two hosts, or two handles of one.
+  Wrong locks(SharedView& one, SharedView& two, const char* name) {
+    os::Status status;
+    auto holder = one.open(name, status);
+    if (!holder) return failed("a file cannot be opened", status);
+    const auto second = two.open(name, status);
+    if (!second) return failed("a file cannot be opened", status);
+    if (const os::Status locked = holder->lock(true); !locked.ok())
+      return failed("no lock is given", locked);
+    if (second->lock(false).ok()) return "a shared lock is given beside an exclusive one";
+    if (second->lock(true).ok()) return "two exclusive locks are given";
+    // Another handle of the holder's process comes and goes.
+    { const auto third = one.open(name, status); }
+    if (second->lock(true).ok()) return "a lock ends with another handle of its process";
+    holder.reset();
+    return given_in_a_moment(*second);
+  }
+
+  Wrong shared_locks(SharedView& one, SharedView& two) {
+    os::Status status;
+    const auto first = one.open("lock-shared", status);
+    const auto second = two.open("lock-shared", status);
+    if (!first || !second) return failed("a file cannot be opened", status);
+    const os::Status locked = first->lock(false);
+    if (!locked.ok()) return failed("no lock is given", locked);
+    if (!second->lock(false).ok()) return "two shared locks exclude each other";
+    return {};
+  }
+
+  Wrong locks_per_handle() {
+    if (Wrong wrong = locks(m_host, m_host, "lock-here")) return wrong;
+    return shared_locks(m_host, m_host);
+  }
+
+  Wrong locks_between_hosts() {
+    if (Wrong wrong = locks(m_host, *m_peer, "lock-a")) return wrong;
+    if (Wrong wrong = locks(*m_peer, m_host, "lock-b")) return wrong;
+    return shared_locks(m_host, *m_peer);
+  }
+
+  /// Both do the same at once, again and again; one of them must succeed.
+  Wrong one_of_two(const char* what,
+                   const std::function<os::Status(SharedView&, const std::string&, int)>& act) {
+    for (int round = 0; round < kRounds; ++round) {
+      std::array<os::Status, 2> results;
+      std::thread beside([&] { results[1] = act(other(), "two", round); });
+      results[0] = act(m_host, "one", round);
+      beside.join();
+      if (results[0].ok() && results[1].ok())
+        return std::string(what) + ": both of two had success";
+      if (!results[0].ok() && !results[1].ok()) return failed(what, results[0]);
+    }
+    return {};
+  }
+
+  Wrong exclusive_create() {
+    if (const os::Status made = m_host.store("source", "bytes"); !made.ok())
+      return failed("a file cannot be made", made);
+    if (const os::Status made = other().store("taken", "old"); !made.ok())
+      return failed("a file cannot be made", made);
+    const os::Status copied = m_host.copy_to_new("source", "taken");
+    if (copied.ok()) return "a taken name was made again";
+    std::string bytes;
+    if (!m_host.load("taken", bytes).ok() || bytes != "old")
+      return "a file that was there has changed";
+    return one_of_two("making a name", [](SharedView& view, const std::string&, int round) {
+      return view.copy_to_new("source", "new-" + std::to_string(round));
+    });
+  }
+
+  Wrong rename_without_replace() {
+    if (const os::Status made = m_host.store("from", "from"); !made.ok())
+      return failed("a file cannot be made", made);
+    if (const os::Status made = other().store("to", "to"); !made.ok())
+      return failed("a file cannot be made", made);
+    std::string bytes;
+    if (m_host.rename("from", "to").ok()) return "a file was replaced";
+    if (!other().load("to", bytes).ok() || bytes != "to")
+      return "a file was replaced by a rename that failed";
+    if (const os::Status renamed = m_host.rename("from", "free"); !renamed.ok())
+      return failed("a rename onto a free name failed", renamed);
+    if (m_host.has("from")) return "the old name is there after a rename";
+    return one_of_two("renaming", [](SharedView& view, const std::string& who, int round) {
+      const std::string from = who + std::to_string(round);
+      const os::Status made = view.store(from, who);
+      return made.ok() ? view.rename(from, "won-" + std::to_string(round)) : made;
+    });
+  }
+
+  Wrong time_is(SharedView& view, const std::string& name, std::int64_t expected) {
+    os::FileStat found;
+    if (const os::Status status = view.stat(name, found); !status.ok())
+      return failed("a file's time cannot be asked for", status);
+    if (found.modify_time == expected) return {};
+    return name + " has the time " + std::to_string(found.modify_time) + ", not " +
+           std::to_string(expected);
+  }
+
+  Wrong times_kept() {
+    if (const os::Status made = m_host.store("old", "bytes"); !made.ok())
+      return failed("a file cannot be made", made);
+    if (const os::Status set = m_host.set_time("old", kOldTime); !set.ok())
+      return failed("a time cannot be set", set);
+    if (const os::Status copied = m_host.copy_to_new("old", "old-copy"); !copied.ok())
+      return failed("a file cannot be copied", copied);
+    for (SharedView* const view : {&m_host, &other()}) {
+      for (const char* const name : {"old", "old-copy"}) {
+        if (Wrong wrong = time_is(*view, name, kOldTime)) return wrong;
+      }
+    }
+    return {};
+  }
+
+  Wrong reads(SharedView& view, const std::string& name, const std::string& expected) {
+    std::string bytes;
+    os::FileStat found;
+    if (const os::Status status = view.stat(name, found); !status.ok())
+      return failed("the other host cannot ask for a file", status);
+    if (const os::Status status = view.load(name, bytes); !status.ok())
+      return failed("the other host cannot read a file", status);
+    if (bytes != expected) return "the other host reads old bytes";
+    if (found.size != expected.size()) return "the other host is told an old size";
+    return {};
+  }
+
+  Wrong read_after_close_from(SharedView& writer, SharedView& reader, const std::string& name) {
+    for (int round = 0; round < kRounds; ++round) {
+      // Of the same length and of another one than the one before.
+      const std::string bytes(static_cast<std::size_t>(100 + round / 2),
+                              static_cast<char>('a' + round));
+      if (const os::Status stored = writer.store(name, bytes); !stored.ok())
+        return failed("a file cannot be written", stored);
+      if (Wrong wrong = reads(reader, name, bytes)) return wrong;
+    }
+    const std::int64_t time = kOldTime + 1;
+    if (const os::Status set = writer.set_time(name, time); !set.ok())
+      return failed("a time cannot be set", set);
+    if (Wrong wrong = time_is(reader, name, time)) return "at the other host " + *wrong;
+    return {};
+  }
+
+  Wrong read_after_close() {
+    if (Wrong wrong = read_after_close_from(m_host, *m_peer, "data-a")) return wrong;
+    return read_after_close_from(*m_peer, m_host, "data-b");
+  }
+
+  /// A handle is opened first and gets its lock later, as by waiting; meanwhile another one of its
+  /// host reads, and the other host writes.
+  Wrong read_after_lock_from(SharedView& writer, SharedView& reader, const std::string& name) {
+    os::Status status;
+    // The file is made by the reader, and stays open there all the time.
+    const auto keeper = reader.open(name, status);
+    if (!keeper) return failed("a file cannot be opened", status);
+    for (int round = 0; round < kRounds; ++round) {
+      const auto early = reader.open(name, status);
+      const auto waiting = reader.open(name, status);
+      if (!early || !waiting) return failed("a file cannot be opened", status);
+      std::string bytes;
+      if (!early->lock(false).ok() || !early->read(bytes).ok() || !early->unlock().ok())
+        return "a file cannot be read under a lock";
+      const std::string written = std::to_string(100 + round);
+      if (const os::Status stored = writer.store(name, written); !stored.ok())
+        return failed("a file cannot be written", stored);
+      if (!waiting->lock(false).ok() || !waiting->read(bytes).ok())
+        return "a file cannot be read under a lock";
+      if (!waiting->unlock().ok()) return "a lock cannot be given back";
+      if (bytes != written) return "a handle reads old bytes under its lock";
+    }
+    return {};
+  }
+
+  Wrong read_after_lock() {
+    if (Wrong wrong = read_after_lock_from(m_host, *m_peer, "locked-a")) return wrong;
+    return read_after_lock_from(*m_peer, m_host, "locked-b");
+  }
+
+  static Wrong shows(SharedView& view, const std::string& name, bool expected) {
+    const char* const how =
+        expected ? "does not show at the other host" : "still shows at the other host";
+    if (view.has(name) != expected) return "a name " + std::string(how) + " when it is asked for";
+    if (view.lists(name) != expected) return "a name " + std::string(how) + " in a listing";
+    return {};
+  }
+
+  Wrong names_at_once_from(SharedView& writer, SharedView& reader, const std::string& prefix) {
+    for (int round = 0; round < kRounds; ++round) {
+      const std::string name = prefix + std::to_string(round);
+      const std::string renamed = name + "-renamed";
+      if (Wrong wrong = shows(reader, name, false)) return wrong;
+      if (const os::Status stored = writer.store(name, "x"); !stored.ok())
+        return failed("a file cannot be made", stored);
+      if (Wrong wrong = shows(reader, name, true)) return wrong;
+      if (const os::Status done = writer.rename(name, renamed); !done.ok())
+        return failed("a file cannot be renamed", done);
+      if (Wrong wrong = shows(reader, name, false)) return wrong;
+      if (Wrong wrong = shows(reader, renamed, true)) return wrong;
+      if (const os::Status done = writer.remove(renamed); !done.ok())
+        return failed("a file cannot be removed", done);
+      if (Wrong wrong = shows(reader, renamed, false)) return wrong;
+    }
+    return {};
+  }
+
+  Wrong names_at_once() {
+    if (Wrong wrong = names_at_once_from(m_host, *m_peer, "name-a")) return wrong;
+    return names_at_once_from(*m_peer, m_host, "name-b");
+  }
+
+  Wrong clocks() {
+    const std::int64_t before = os::now();
+    if (const os::Status made = m_host.store("clock", "x"); !made.ok())
+      return failed("a file cannot be made", made);
+    const std::int64_t after = os::now();
+    os::FileStat found;
+    if (const os::Status status = other().stat("clock", found); !status.ok())
+      return failed("a file's time cannot be asked for", status);
+    if (found.modify_time >= before - kSlack && found.modify_time <= after + kSlack) return {};
+    return "a new file is " + std::to_string(found.modify_time - after) +
+           " seconds ahead of this host";
+  }
+
+  SharedView& m_host;
+  SharedView* m_peer;
+  const std::string& m_file_system;
+  std::vector<SharedCheck> m_checks;
+};
+
+/// Removes a folder and the files in it.
+void remove_trial(const std::string& folder) {
+  os::Listing entries;
+  if (os::list(sys::join(folder, ""), entries).ok()) {
+    for (const os::Entry each : entries) (void)os::remove_file(sys::join(folder, each.name));
+  }
+  (void)os::remove_directory(folder);
+}
+
+}  // namespace
+
+std::string_view name_of(Holds holds) {
+  constexpr std::array<std::string_view, 3> kNames = {"yes", "no", "not-tried"};
+  return kNames[static_cast<std::size_t>(holds)];
+}
+
+std::vector<SharedCheck> check_shared(SharedView& host, SharedView* peer,
+                                      const std::string& file_system) {
+  return Probe(host, peer, file_system).run();
+}
+
+SharedTrial try_shared(const std::string& folder, const std::string& peer) {
+  SharedTrial trial{folder, peer, sys::file_system_of(folder).type, {}};
+  std::string name;
+  os::Status made(0, os::Failure::kAlreadyExists);
+  // A name that nobody else has.
+  for (int i = 0; i < 1000 && made.failure() == os::Failure::kAlreadyExists; ++i) {
+    name = "stgctl-shared-trial-" + std::to_string(os::now()) + "-" + std::to_string(i);
+    made = os::create_directory(sys::join(folder, name));
+  }
+  if (!made.ok()) {
+    trial.checks.push_back({"folder", Holds::kNo, failed("no folder can be made there", made),
+                            "the rights to make folders"});
+    return trial;
+  }
+  SharedView host(sys::join(folder, name));
+  if (peer.empty()) {
+    trial.checks = check_shared(host, nullptr, trial.file_system);
+  } else {
+    SharedView other(sys::join(peer, name));
+    trial.checks = check_shared(host, &other, trial.file_system);
+  }
+  remove_trial(host.folder());
+  return trial;
+}
+
+}  // namespace admin

@@ -1,0 +1,467 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <langinfo.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/syscall.h>
+#include <sys/utsname.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "client/admin/system.h"
+
+// "::" in front marks the system's own functions.
+namespace admin::sys {
+
+namespace {
+
+constexpr int kLook = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
+constexpr std::size_t kListingBytes = 64 * 1024;
+constexpr std::size_t kPieceBytes = 256 * 1024;
+constexpr std::chrono::milliseconds kBetweenTries{10};
+
+os::Status fail(int code) {
+  const bool missing = code == ENOENT || code == ENOTDIR;
+  return {code, missing ? os::Failure::kNotFound : os::Failure::kOther};
+}
+
+/// A descriptor that its scope closes.
+class Descriptor {
+ public:
+  explicit Descriptor(int number = -1) : m_number(number) {}
+  Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    std::swap(m_number, other.m_number);
+    return *this;
+  }
+  ~Descriptor() {
+    if (m_number >= 0) ::close(m_number);
+  }
+  bool valid() const { return m_number >= 0; }
+  int get() const { return m_number; }
+
+ private:
+  int m_number;
+};
+
+/// Opens without moving the access time where that is allowed: to the owner and the superuser.
+Descriptor open_quietly(int folder, const char* name, int flags) {
+  int number = ::openat(folder, name, kLook | flags | O_NOATIME);
+  if (number < 0 && errno == EPERM) number = ::openat(folder, name, kLook | flags);
+  return Descriptor(number);
+}
+
+Kind kind_of(::mode_t mode) {
+  if (S_ISREG(mode)) return Kind::kFile;
+  if (S_ISDIR(mode)) return Kind::kFolder;
+  return S_ISLNK(mode) ? Kind::kLink : Kind::kOther;
+}
+
+Kind kind_of_type(unsigned char type) {
+  switch (type) {
+    case DT_REG:
+      return Kind::kFile;
+    case DT_DIR:
+      return Kind::kFolder;
+    case DT_LNK:
+      return Kind::kLink;
+    default:
+      return Kind::kOther;
+  }
+}
+
+Info describe_at(int folder, const char* name) {
+  struct ::stat found {};
+  if (::fstatat(folder, name, &found, AT_SYMLINK_NOFOLLOW) != 0) return {};
+  Info info;
+  info.kind = kind_of(found.st_mode);
+  info.is_read_only = info.kind == Kind::kFile && !(found.st_mode & S_IWUSR);
+  info.size = static_cast<std::uint64_t>(found.st_size);
+  info.modify_time = found.st_mtim.tv_sec;
+  info.access_time = found.st_atim.tv_sec;
+  return info;
+}
+
+/// The kernel's record of a name: an inode, an offset, a length, a type, the name.
+struct DirectoryRecord {
+  std::uint64_t inode;
+  std::int64_t offset;
+  std::uint16_t length;
+  unsigned char type;
+};
+constexpr std::size_t kNameOffset = 19;
+
+/// A shared lock over the whole file, of the open file description as the library's own.
+os::Status lock_shared(int descriptor, const std::string& path, const Locking& locking) {
+  using Clock = std::chrono::steady_clock;
+  const auto start = Clock::now();
+  bool told = false;
+  for (;;) {
+    struct ::flock request {};
+    request.l_type = F_RDLCK;
+    request.l_whence = SEEK_SET;
+    if (::fcntl(descriptor, F_OFD_SETLK, &request) == 0) return {};
+    if (errno == EINTR) continue;
+    // A file system without locks has none that we could disturb.
+    if (errno != EAGAIN && errno != EACCES) return {};
+    const auto waited = Clock::now() - start;
+    if (waited >= locking.time_out || (locking.stop && locking.stop->load()))
+      return {EAGAIN, os::Failure::kLocked};
+    if (!told && waited >= locking.patience) {
+      told = true;
+      if (locking.on_wait) locking.on_wait(path);
+    }
+    std::this_thread::sleep_for(kBetweenTries);
+  }
+}
+
+os::Status open_to_read(const std::string& path, const Locking& locking, Descriptor& file,
+                        std::uint64_t& size) {
+  file = open_quietly(AT_FDCWD, path.c_str(), 0);
+  if (!file.valid()) return fail(errno);
+  struct ::stat found {};
+  if (::fstat(file.get(), &found) != 0) return fail(errno);
+  if (!S_ISREG(found.st_mode)) return fail(S_ISDIR(found.st_mode) ? EISDIR : EINVAL);
+  if (locking.mode == Locking::Mode::kShared) {
+    const os::Status locked = lock_shared(file.get(), path, locking);
+    if (!locked.ok()) return locked;
+    // Who held the lock may have changed the size.
+    if (::fstat(file.get(), &found) != 0) return fail(errno);
+  }
+  size = static_cast<std::uint64_t>(found.st_size);
+  return {};
+}
+
+/// Bytes read, 0 at the end, or -1.
+::ssize_t read_some(int descriptor, char* to, std::size_t count) {
+  ::ssize_t done = ::read(descriptor, to, count);
+  while (done < 0 && errno == EINTR) done = ::read(descriptor, to, count);
+  return done;
+}
+
+// ---- who holds locks ---------------------------------------------------------------------------
+
+std::string read_link(const std::string& path) {
+  std::array<char, 4096> text{};
+  const ::ssize_t length = ::readlink(path.c_str(), text.data(), text.size());
+  return length > 0 ? std::string(text.data(), static_cast<std::size_t>(length)) : std::string();
+}
+
+/// The lock that one open file of a process holds, out of its fdinfo text:
+/// "lock:  1: OFDLCK  ADVISORY  WRITE 4242 08:01:1234 0 EOF".
+bool parse_lock(const std::string& text, HeldLock& lock) {
+  const std::size_t at = text.find("lock:");
+  if (at == std::string::npos) return false;
+  const std::string line = text.substr(at, text.find('\n', at) - at);
+  lock.is_exclusive = line.find(" WRITE ") != std::string::npos;
+  lock.is_whole_file = line.ends_with(" 0 EOF");
+  return true;
+}
+
+std::string first_line(const std::string& path) {
+  std::ifstream file(path);
+  std::string line;
+  std::getline(file, line);
+  return line;
+}
+
+std::string whole_text(const std::string& path) {
+  std::ifstream file(path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool is_number(std::string_view text) {
+  return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+/// The locks of one process. False when the system does not let us look.
+bool locks_of_process(const std::string& process, const std::string& prefix,
+                      std::vector<HeldLock>& locks) {
+  const std::string base = "/proc/" + process;
+  Folder files;
+  const os::Status opened = files.open(base + "/fd");
+  if (!opened.ok()) return opened.failure() == os::Failure::kNotFound;
+  Entry entry;
+  while (files.next(entry)) {
+    const std::string number(entry.name);
+    const std::string path = read_link(base + "/fd/" + number);
+    if (!path.starts_with(prefix)) continue;
+    HeldLock lock;
+    if (!parse_lock(whole_text(base + "/fdinfo/" + number), lock)) continue;
+    lock.path = path;
+    std::from_chars(process.data(), process.data() + process.size(), lock.process);
+    lock.command = first_line(base + "/comm");
+    locks.push_back(std::move(lock));
+  }
+  return true;
+}
+
+// ---- file systems ------------------------------------------------------------------------------
+
+/// "\040" for a blank, as the list of mounts has it.
+std::string unescape_mount(std::string_view text) {
+  std::string result;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\\' && i + 3 < text.size()) {
+      result += static_cast<char>((text[i + 1] - '0') * 64 + (text[i + 2] - '0') * 8 +
+                                  (text[i + 3] - '0'));
+      i += 3;
+    } else {
+      result += text[i];
+    }
+  }
+  return result;
+}
+
+/// The type of the file system mounted nearest above a path; of two on one place the later covers.
+std::string mounted_type(const std::string& path) {
+  std::ifstream mounts("/proc/self/mounts");
+  std::string device;
+  std::string place;
+  std::string type;
+  std::string rest;
+  std::string best;
+  std::string found;
+  while (mounts >> device >> place >> type && std::getline(mounts, rest)) {
+    place = unescape_mount(place);
+    const std::string below = place == "/" ? place : place + "/";
+    if ((path + "/").starts_with(below) && below.size() >= best.size()) {
+      best = below;
+      found = type;
+    }
+  }
+  return found;
+}
+
+bool is_network_type(std::string_view type) {
+  return type.starts_with("nfs") || type == "cifs" || type == "smb3" || type == "9p" ||
+         type.starts_with("fuse.sshfs") || type == "fuse.glusterfs" || type == "ceph" ||
+         type == "afs";
+}
+
+}  // namespace
+
+// ---- folders -----------------------------------------------------------------------------------
+
+struct Folder::Part {
+  Descriptor descriptor;
+  std::unique_ptr<char[]> bytes = std::make_unique_for_overwrite<char[]>(kListingBytes);
+  std::size_t at = 0;
+  std::size_t filled = 0;
+};
+
+Folder::Folder() = default;
+Folder::~Folder() = default;
+Folder::Folder(Folder&&) noexcept = default;
+Folder& Folder::operator=(Folder&&) noexcept = default;
+
+os::Status Folder::open(const std::string& path) {
+  if (!m_part) m_part = std::make_unique<Part>();
+  m_part->at = m_part->filled = 0;
+  m_part->descriptor = open_quietly(AT_FDCWD, path.c_str(), O_DIRECTORY);
+  return m_status = m_part->descriptor.valid() ? os::Status() : fail(errno);
+}
+
+os::Status Folder::open_below(const Folder& parent, const Entry& entry) {
+  if (!m_part) m_part = std::make_unique<Part>();
+  m_part->at = m_part->filled = 0;
+  m_part->descriptor =
+      open_quietly(parent.m_part->descriptor.get(), entry.name.data(), O_DIRECTORY);
+  return m_status = m_part->descriptor.valid() ? os::Status() : fail(errno);
+}
+
+bool Folder::next(Entry& entry) {
+  Part& part = *m_part;
+  for (;;) {
+    if (part.at == part.filled) {
+      const long got =
+          ::syscall(SYS_getdents64, part.descriptor.get(), part.bytes.get(), kListingBytes);
+      if (got < 0) m_status = fail(errno);
+      if (got <= 0) return false;
+      part.at = 0;
+      part.filled = static_cast<std::size_t>(got);
+    }
+    const char* const raw = part.bytes.get() + part.at;
+    DirectoryRecord record{};
+    std::memcpy(&record, raw, kNameOffset);
+    part.at += record.length;
+    const char* const name = raw + kNameOffset;
+    if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) continue;
+    entry.name = name;
+    entry.kind = record.type == DT_UNKNOWN ? describe_at(part.descriptor.get(), name).kind
+                                           : kind_of_type(record.type);
+    return true;
+  }
+}
+
+Info Folder::describe(const Entry& entry) {
+  return describe_at(m_part->descriptor.get(), entry.name.data());
+}
+
+Info describe(const std::string& path) { return describe_at(AT_FDCWD, path.c_str()); }
+
+// ---- files -------------------------------------------------------------------------------------
+
+os::Status read_file(const std::string& path, const Locking& locking, std::string& bytes) {
+  Descriptor file;
+  std::uint64_t size = 0;
+  bytes.clear();
+  const os::Status opened = open_to_read(path, locking, file, size);
+  if (!opened.ok()) return opened;
+  // One byte more, so that a file that has not grown ends within two calls.
+  bytes.resize(static_cast<std::size_t>(size) + 1);
+  std::size_t done = 0;
+  for (;;) {
+    if (done == bytes.size()) bytes.resize(bytes.size() * 2);
+    const ::ssize_t got = read_some(file.get(), bytes.data() + done, bytes.size() - done);
+    if (got < 0) {
+      bytes.clear();
+      return fail(errno);
+    }
+    done += static_cast<std::size_t>(got);
+    if (got == 0 || done == size) break;
+  }
+  bytes.resize(done);
+  return {};
+}
+
+os::Status read_pieces(const std::string& path, const Locking& locking,
+                       const std::function<bool(std::string_view piece)>& take) {
+  Descriptor file;
+  std::uint64_t size = 0;
+  const os::Status opened = open_to_read(path, locking, file, size);
+  if (!opened.ok()) return opened;
+  const auto buffer = std::make_unique_for_overwrite<char[]>(kPieceBytes);
+  for (;;) {
+    const ::ssize_t got = read_some(file.get(), buffer.get(), kPieceBytes);
+    if (got < 0) return fail(errno);
+    if (got == 0 || !take({buffer.get(), static_cast<std::size_t>(got)})) return {};
+  }
+}
+
+os::Status probe_readable(const std::string& path) {
+  Locking locking;
+  locking.mode = Locking::Mode::kNone;
+  Descriptor file;
+  std::uint64_t size = 0;
+  return open_to_read(path, locking, file, size);
+}
+
+os::Status probe_writable(const std::string& path) {
+  struct ::stat found {};
+  if (::stat(path.c_str(), &found) != 0) return fail(errno);
+  const bool is_folder = S_ISDIR(found.st_mode);
+  // Required: also the superuser's programs leave a read-only file alone.
+  if (!is_folder && !(found.st_mode & S_IWUSR)) return fail(EACCES);
+  const int asked = is_folder ? W_OK | X_OK : R_OK | W_OK;
+  return ::faccessat(AT_FDCWD, path.c_str(), asked, AT_EACCESS) == 0 ? os::Status() : fail(errno);
+}
+
+os::Status take_over_owner(const std::string& from, const std::string& to) {
+  struct ::stat found {};
+  struct ::stat made {};
+  if (::stat(from.c_str(), &found) != 0 || ::stat(to.c_str(), &made) != 0) return fail(errno);
+  if (::getxattr(from.c_str(), "system.posix_acl_access", nullptr, 0) >= 0) return fail(EPERM);
+  const bool is_other = found.st_uid != made.st_uid || found.st_gid != made.st_gid;
+  if (is_other && ::chown(to.c_str(), found.st_uid, found.st_gid) != 0) return fail(errno);
+  constexpr ::mode_t kPermissions = 07777;
+  return ::chmod(to.c_str(), found.st_mode & kPermissions) == 0 ? os::Status() : fail(errno);
+}
+
+os::Status replace_file(const std::string& from, const std::string& to) {
+  return ::rename(from.c_str(), to.c_str()) == 0 ? os::Status() : fail(errno);
+}
+
+os::Status flush_files(const std::vector<std::string>& files,
+                       const std::vector<std::string>& folders) {
+  // One flush of all of the file system costs about as much as a few files.
+  constexpr std::size_t kSingly = 4;
+  if (files.size() + folders.size() > kSingly) {
+    const std::string& any = files.empty() ? folders.front() : files.front();
+    const Descriptor file(::open(any.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    if (file.valid() && ::syncfs(file.get()) == 0) return {};
+  }
+  for (const std::string& path : files) {
+    if (const os::Status flushed = os::flush_file(path); !flushed.ok()) return flushed;
+  }
+  for (const std::string& path : folders) {
+    const Descriptor folder(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_DIRECTORY));
+    if (!folder.valid()) return fail(errno);
+    // Some file systems refuse that; then it is no matter of its own.
+    if (::fsync(folder.get()) != 0 && errno != EINVAL && errno != ENOTSUP) return fail(errno);
+  }
+  return {};
+}
+
+// ---- the system --------------------------------------------------------------------------------
+
+Knowledge find_locks(const std::string& folder, std::vector<HeldLock>& locks) {
+  Folder processes;
+  if (!processes.open("/proc").ok()) return Knowledge::kNone;
+  const std::string prefix = join(absolute(folder), "");
+  bool complete = true;
+  Entry entry;
+  while (processes.next(entry)) {
+    if (!is_number(entry.name)) continue;
+    if (!locks_of_process(std::string(entry.name), prefix, locks)) complete = false;
+  }
+  std::sort(locks.begin(), locks.end(), [](const HeldLock& one, const HeldLock& other) {
+    return std::tie(one.path, one.process) < std::tie(other.path, other.process);
+  });
+  return complete ? Knowledge::kComplete : Knowledge::kPartial;
+}
+
+FileSystem file_system_of(const std::string& path) {
+  FileSystem result;
+  result.type = mounted_type(absolute(path));
+  result.is_network = is_network_type(result.type);
+  struct ::statfs found {};
+  if (::statfs(path.c_str(), &found) != 0) return result;
+  constexpr long kReadOnlyFlag = 1;  // ST_RDONLY, as statfs() gives it
+  result.is_read_only = (static_cast<long>(found.f_flags) & kReadOnlyFlag) != 0;
+  const auto block = static_cast<std::uint64_t>(found.f_bsize);
+  result.total_bytes = static_cast<std::uint64_t>(found.f_blocks) * block;
+  result.free_bytes = static_cast<std::uint64_t>(found.f_bavail) * block;
+  return result;
+}
+
+std::string system_name() {
+  struct ::utsname name {};
+  if (::uname(&name) != 0) return "unknown";
+  return std::string(name.sysname) + " " + name.release + " " + name.machine;
+}
+
+std::string narrow_encoding() {
+  // Asked of a locale of our own: the program's may be "C", whatever the user's is.
+  const ::locale_t locale = ::newlocale(LC_CTYPE_MASK, "", nullptr);
+  if (locale == nullptr) return "bytes";
+  std::string result = ::nl_langinfo_l(CODESET, locale);
+  ::freelocale(locale);
+  return result;
+}
+
+std::string absolute(const std::string& path) {
+  const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
+                                                         &std::free);
+  return real ? std::string(real.get()) : path;
+}
+
+std::string text_of(const os::Status& status) {
+  std::string text = os::error_text(status.code());
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+  return text.empty() ? "error " + std::to_string(status.code()) : text;
+}
+
+}  // namespace admin::sys

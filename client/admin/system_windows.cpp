@@ -1,0 +1,345 @@
+#include "client/admin/system.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <array>
+#include <cwchar>
+#include <string>
+#include <thread>
+#include <utility>
+
+namespace admin::sys {
+
+namespace {
+
+constexpr std::size_t kPieceBytes = 256 * 1024;
+constexpr std::chrono::milliseconds kBetweenTries{10};
+constexpr std::size_t kClassicLimit = 240;
+
+os::Status fail(DWORD code) {
+  const auto number = static_cast<std::int32_t>(code);
+  switch (code) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+      return {number, os::Failure::kNotFound};
+    case ERROR_LOCK_VIOLATION:
+      return {number, os::Failure::kLocked};
+    default:
+      return {number, os::Failure::kOther};
+  }
+}
+
+/// A long absolute path in the form that has no classic limit.
+std::string reachable(const std::string& path) {
+  if (path.size() < kClassicLimit || path.starts_with(R"(\\)") || path.find(':') != 1) return path;
+  std::string result = R"(\\?\)" + path;
+  std::replace(result.begin(), result.end(), '/', '\\');
+  return result;
+}
+
+std::int64_t unix_seconds(const FILETIME& time) {
+  constexpr std::int64_t kTicksPerSecond = 10'000'000;
+  constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
+  const std::uint64_t ticks = std::uint64_t{time.dwHighDateTime} << 32U | time.dwLowDateTime;
+  return static_cast<std::int64_t>(ticks) / kTicksPerSecond - kSecondsFrom1601To1970;
+}
+
+Kind kind_of(DWORD attributes) {
+  if (attributes & FILE_ATTRIBUTE_REPARSE_POINT) return Kind::kLink;
+  if (attributes & FILE_ATTRIBUTE_DIRECTORY) return Kind::kFolder;
+  return attributes & FILE_ATTRIBUTE_DEVICE ? Kind::kOther : Kind::kFile;
+}
+
+/// Of a directory's record as of a file's own: both have these fields.
+template <class Record>
+Info info_from(const Record& record) {
+  Info info;
+  info.kind = kind_of(record.dwFileAttributes);
+  info.is_read_only =
+      info.kind == Kind::kFile && (record.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
+  info.size = std::uint64_t{record.nFileSizeHigh} << 32U | record.nFileSizeLow;
+  if (info.kind == Kind::kFolder) info.size = 0;
+  info.modify_time = unix_seconds(record.ftLastWriteTime);
+  info.access_time = unix_seconds(record.ftLastAccessTime);
+  return info;
+}
+
+/// An open file that its scope closes; a lock ends with it.
+class Handle {
+ public:
+  explicit Handle(HANDLE handle = INVALID_HANDLE_VALUE) : m_handle(handle) {}
+  Handle(Handle&& other) noexcept : m_handle(std::exchange(other.m_handle, INVALID_HANDLE_VALUE)) {}
+  Handle& operator=(Handle&& other) noexcept {
+    std::swap(m_handle, other.m_handle);
+    return *this;
+  }
+  ~Handle() {
+    if (valid()) CloseHandle(m_handle);
+  }
+  bool valid() const { return m_handle != INVALID_HANDLE_VALUE; }
+  HANDLE get() const { return m_handle; }
+
+ private:
+  HANDLE m_handle;
+};
+
+os::Status lock_shared(HANDLE file, const std::string& path, const Locking& locking) {
+  using Clock = std::chrono::steady_clock;
+  const auto start = Clock::now();
+  bool told = false;
+  for (;;) {
+    OVERLAPPED whole{};
+    if (LockFileEx(file, LOCKFILE_FAIL_IMMEDIATELY, 0, MAXDWORD, MAXDWORD, &whole)) return {};
+    const DWORD code = GetLastError();
+    // A file system without locks has none that we could disturb.
+    if (code != ERROR_LOCK_VIOLATION && code != ERROR_IO_PENDING) return {};
+    const auto waited = Clock::now() - start;
+    if (waited >= locking.time_out || (locking.stop && locking.stop->load()))
+      return fail(ERROR_LOCK_VIOLATION);
+    if (!told && waited >= locking.patience) {
+      told = true;
+      if (locking.on_wait) locking.on_wait(path);
+    }
+    std::this_thread::sleep_for(kBetweenTries);
+  }
+}
+
+os::Status open_to_read(const std::string& path, const Locking& locking, Handle& file,
+                        std::uint64_t& size) {
+  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+  constexpr DWORD kFlags = FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_SEQUENTIAL_SCAN;
+  file = Handle(CreateFileA(reachable(path).c_str(), GENERIC_READ, kShareAll, nullptr,
+                            OPEN_EXISTING, kFlags, nullptr));
+  if (!file.valid()) return fail(GetLastError());
+  if (locking.mode == Locking::Mode::kShared) {
+    const os::Status locked = lock_shared(file.get(), path, locking);
+    if (!locked.ok()) return locked;
+  }
+  BY_HANDLE_FILE_INFORMATION found{};
+  if (!GetFileInformationByHandle(file.get(), &found)) return fail(GetLastError());
+  if (kind_of(found.dwFileAttributes) != Kind::kFile) return fail(ERROR_ACCESS_DENIED);
+  size = std::uint64_t{found.nFileSizeHigh} << 32U | found.nFileSizeLow;
+  return {};
+}
+
+os::Status read_some(HANDLE file, char* to, std::size_t count, std::size_t& done) {
+  constexpr std::size_t kLargestPiece = std::size_t{1} << 30U;
+  DWORD got = 0;
+  done = 0;
+  if (!ReadFile(file, to, static_cast<DWORD>(std::min(count, kLargestPiece)), &got, nullptr))
+    return fail(GetLastError());
+  done = got;
+  return {};
+}
+
+std::string narrow(const wchar_t* text) {
+  const int needed = WideCharToMultiByte(CP_ACP, 0, text, -1, nullptr, 0, nullptr, nullptr);
+  if (needed <= 1) return {};
+  std::string result(static_cast<std::size_t>(needed), '\0');
+  WideCharToMultiByte(CP_ACP, 0, text, -1, result.data(), needed, nullptr, nullptr);
+  result.pop_back();
+  return result;
+}
+
+}  // namespace
+
+// ---- folders -----------------------------------------------------------------------------------
+
+struct Folder::Part {
+  std::string path;
+  HANDLE search = INVALID_HANDLE_VALUE;
+  WIN32_FIND_DATAA found{};
+  bool is_first = false;
+
+  ~Part() { close(); }
+  void close() {
+    if (search != INVALID_HANDLE_VALUE) FindClose(search);
+    search = INVALID_HANDLE_VALUE;
+  }
+};
+
+Folder::Folder() = default;
+Folder::~Folder() = default;
+Folder::Folder(Folder&&) noexcept = default;
+Folder& Folder::operator=(Folder&&) noexcept = default;
+
+os::Status Folder::open(const std::string& path) {
+  if (!m_part) m_part = std::make_unique<Part>();
+  m_part->close();
+  m_part->path = path;
+  m_part->search = FindFirstFileExA(reachable(join(path, "*")).c_str(), FindExInfoBasic,
+                                    &m_part->found, FindExSearchNameMatch, nullptr, 0);
+  m_part->is_first = m_part->search != INVALID_HANDLE_VALUE;
+  return m_status = m_part->is_first ? os::Status() : fail(GetLastError());
+}
+
+os::Status Folder::open_below(const Folder& parent, const Entry& entry) {
+  return open(join(parent.m_part->path, entry.name));
+}
+
+bool Folder::next(Entry& entry) {
+  Part& part = *m_part;
+  for (;;) {
+    if (part.is_first) {
+      part.is_first = false;
+    } else if (!FindNextFileA(part.search, &part.found)) {
+      const DWORD code = GetLastError();
+      if (code != ERROR_NO_MORE_FILES) m_status = fail(code);
+      return false;
+    }
+    const std::string_view name = part.found.cFileName;
+    if (name == "." || name == "..") continue;
+    entry.name = name;
+    entry.kind = kind_of(part.found.dwFileAttributes);
+    return true;
+  }
+}
+
+Info Folder::describe(const Entry&) { return info_from(m_part->found); }
+
+Info describe(const std::string& path) {
+  WIN32_FILE_ATTRIBUTE_DATA found{};
+  if (!GetFileAttributesExA(reachable(path).c_str(), GetFileExInfoStandard, &found)) return {};
+  return info_from(found);
+}
+
+// ---- files -------------------------------------------------------------------------------------
+
+os::Status read_file(const std::string& path, const Locking& locking, std::string& bytes) {
+  Handle file;
+  std::uint64_t size = 0;
+  bytes.clear();
+  const os::Status opened = open_to_read(path, locking, file, size);
+  if (!opened.ok()) return opened;
+  bytes.resize(static_cast<std::size_t>(size) + 1);
+  std::size_t done = 0;
+  for (;;) {
+    if (done == bytes.size()) bytes.resize(bytes.size() * 2);
+    std::size_t got = 0;
+    const os::Status read = read_some(file.get(), bytes.data() + done, bytes.size() - done, got);
+    if (!read.ok()) {
+      bytes.clear();
+      return read;
+    }
+    done += got;
+    if (got == 0 || done == size) break;
+  }
+  bytes.resize(done);
+  return {};
+}
+
+os::Status read_pieces(const std::string& path, const Locking& locking,
+                       const std::function<bool(std::string_view piece)>& take) {
+  Handle file;
+  std::uint64_t size = 0;
+  const os::Status opened = open_to_read(path, locking, file, size);
+  if (!opened.ok()) return opened;
+  const auto buffer = std::make_unique_for_overwrite<char[]>(kPieceBytes);
+  for (;;) {
+    std::size_t got = 0;
+    const os::Status read = read_some(file.get(), buffer.get(), kPieceBytes, got);
+    if (!read.ok() || got == 0 || !take({buffer.get(), got})) return read;
+  }
+}
+
+os::Status probe_readable(const std::string& path) {
+  Locking locking;
+  locking.mode = Locking::Mode::kNone;
+  Handle file;
+  std::uint64_t size = 0;
+  return open_to_read(path, locking, file, size);
+}
+
+os::Status probe_writable(const std::string& path) {
+  const std::string name = reachable(path);
+  const DWORD attributes = ::GetFileAttributesA(name.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES) return fail(::GetLastError());
+  const bool is_folder = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+  // Of a folder the attribute says nothing.
+  if (!is_folder && (attributes & FILE_ATTRIBUTE_READONLY) != 0) return fail(ERROR_ACCESS_DENIED);
+  const DWORD asked = is_folder ? FILE_ADD_FILE | FILE_DELETE_CHILD : FILE_WRITE_DATA;
+  const HANDLE handle =
+      ::CreateFileA(name.c_str(), asked, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                    nullptr, OPEN_EXISTING, is_folder ? FILE_FLAG_BACKUP_SEMANTICS : 0, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) return fail(::GetLastError());
+  ::CloseHandle(handle);
+  return {};
+}
+
+// A new file has its owner and its permissions from the folder, as the other one had.
+os::Status take_over_owner(const std::string&, const std::string&) { return {}; }
+
+os::Status replace_file(const std::string& from, const std::string& to) {
+  const bool done = ::MoveFileExA(reachable(from).c_str(), reachable(to).c_str(),
+                                  MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+  return done ? os::Status() : fail(::GetLastError());
+}
+
+// NTFS keeps a journal of names.
+os::Status flush_files(const std::vector<std::string>& files, const std::vector<std::string>&) {
+  for (const std::string& path : files) {
+    if (const os::Status flushed = os::flush_file(path); !flushed.ok()) return flushed;
+  }
+  return {};
+}
+
+// ---- the system --------------------------------------------------------------------------------
+
+// Windows tells which programs have a file open, not who holds a lock on it, and only when asked
+// about each file: the answer would name readers and writers alike.
+Knowledge find_locks(const std::string&, std::vector<HeldLock>&) { return Knowledge::kNone; }
+
+FileSystem file_system_of(const std::string& path) {
+  FileSystem result;
+  std::array<char, MAX_PATH + 1> volume{};
+  if (!GetVolumePathNameA(path.c_str(), volume.data(), MAX_PATH)) return result;
+  std::array<char, MAX_PATH + 1> type{};
+  DWORD flags = 0;
+  if (GetVolumeInformationA(volume.data(), nullptr, 0, nullptr, nullptr, &flags, type.data(),
+                            MAX_PATH)) {
+    result.type = type.data();
+    result.is_read_only = (flags & FILE_READ_ONLY_VOLUME) != 0;
+  }
+  result.is_network = GetDriveTypeA(volume.data()) == DRIVE_REMOTE;
+  ULARGE_INTEGER available{};
+  ULARGE_INTEGER total{};
+  if (GetDiskFreeSpaceExA(path.c_str(), &available, &total, nullptr)) {
+    result.free_bytes = available.QuadPart;
+    result.total_bytes = total.QuadPart;
+  }
+  return result;
+}
+
+std::string system_name() {
+  std::array<wchar_t, 64> build{};
+  DWORD size = sizeof build;
+  // GetVersion() answers by the program's manifest; the registry by the system.
+  const LSTATUS asked =
+      RegGetValueW(HKEY_LOCAL_MACHINE, LR"(SOFTWARE\Microsoft\Windows NT\CurrentVersion)",
+                   L"CurrentBuildNumber", RRF_RT_REG_SZ, nullptr, build.data(), &size);
+  return asked == ERROR_SUCCESS ? "Windows build " + narrow(build.data()) : "Windows";
+}
+
+std::string narrow_encoding() {
+  const UINT page = GetACP();
+  return page == CP_UTF8 ? "UTF-8" : "code page " + std::to_string(page);
+}
+
+std::string absolute(const std::string& path) {
+  const DWORD needed = GetFullPathNameA(path.c_str(), 0, nullptr, nullptr);
+  if (needed == 0) return path;
+  std::string result(needed, '\0');
+  const DWORD length = GetFullPathNameA(path.c_str(), needed, result.data(), nullptr);
+  result.resize(length);
+  while (result.size() > 3 && result.back() == kSeparator) result.pop_back();
+  return result;
+}
+
+std::string text_of(const os::Status& status) {
+  std::string text = os::error_text(status.code());
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+  return text.empty() ? "error " + std::to_string(status.code()) : text;
+}
+
+}  // namespace admin::sys

@@ -1,0 +1,230 @@
+#include "client/admin/text.h"
+
+#include <algorithm>
+#include <array>
+
+#include "index/index_format.h"
+
+namespace admin {
+
+namespace {
+
+constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
+
+/// One character of UTF-8 text.
+struct Decoded {
+  char32_t code = 0;
+  std::size_t length = 0;  ///< 0 for bytes that encode nothing
+};
+
+unsigned byte_at(std::string_view text, std::size_t at) {
+  return static_cast<unsigned char>(text[at]);
+}
+
+Decoded decode(std::string_view text) {
+  const unsigned lead = byte_at(text, 0);
+  if (lead < 0x80) return {lead, 1};
+  const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+  if (lead < 0xC2 || lead > 0xF4 || text.size() < length) return {};
+  char32_t code = lead & (0xFFU >> (length + 1));
+  for (std::size_t i = 1; i < length; ++i) {
+    const unsigned next = byte_at(text, i);
+    if ((next & 0xC0U) != 0x80) return {};
+    code = code << 6U | (next & 0x3FU);
+  }
+  // Neither longer than needed, nor a half of a pair, nor beyond the last character.
+  const char32_t least = length == 4 ? 0x10000 : length == 3 ? 0x800 : 0x80;
+  const bool is_half = code >= 0xD800 && code <= 0xDFFF;
+  if (code < least || is_half || code > 0x10FFFF) return {};
+  return {code, length};
+}
+
+void encode(char32_t code, std::string& text) {
+  if (code < 0x80) {
+    text += static_cast<char>(code);
+  } else {
+    // All letters that have a case here lie below U+0800.
+    text += static_cast<char>(0xC0U | code >> 6U);
+    text += static_cast<char>(0x80U | (code & 0x3FU));
+  }
+}
+
+char32_t lower(char32_t c) {
+  if (c >= 'A' && c <= 'Z') return c + 32;
+  if (c >= 0xC0 && c <= 0xDE && c != 0xD7) return c + 32;
+  if (c >= 0x100 && c <= 0x137 && c != 0x130 && c != 0x131) return c | 1U;
+  if (c >= 0x139 && c <= 0x148) return c % 2 == 1 ? c + 1 : c;
+  if (c >= 0x14A && c <= 0x177) return c | 1U;
+  if (c >= 0x391 && c <= 0x3A9 && c != 0x3A2) return c + 32;
+  if (c >= 0x410 && c <= 0x42F) return c + 32;
+  if (c >= 0x400 && c <= 0x40F) return c + 80;
+  return c;
+}
+
+template <class Keep>
+std::string replaced(std::string_view bytes, Keep keep) {
+  std::string text;
+  text.reserve(bytes.size());
+  while (!bytes.empty()) {
+    const Decoded character = decode(bytes);
+    const std::size_t length = std::max<std::size_t>(character.length, 1);
+    if (character.length != 0 && keep(character.code)) {
+      text.append(bytes.substr(0, length));
+    } else {
+      text.append(kReplacement);
+    }
+    bytes.remove_prefix(length);
+  }
+  return text;
+}
+
+/// CON, con.txt, COM1: names of devices on Windows, whatever follows their first dot.
+bool is_device(std::string_view name) {
+  std::string stem(name.substr(0, name.find('.')));
+  std::transform(stem.begin(), stem.end(), stem.begin(),
+                 [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; });
+  constexpr std::array<std::string_view, 4> kDevices = {"CON", "PRN", "AUX", "NUL"};
+  if (std::find(kDevices.begin(), kDevices.end(), stem) != kDevices.end()) return true;
+  return stem.size() == 4 && (stem.starts_with("COM") || stem.starts_with("LPT")) &&
+         stem[3] >= '1' && stem[3] <= '9';
+}
+
+/// What each byte of a name may mean. Nearly all names are settled by one look at each of their
+/// bytes.
+enum ByteClass : unsigned char {
+  kUnsafeByte = 1,       ///< changes what a path with the name in it leads to
+  kNotPortableByte = 2,  ///< to be looked at more closely before the name counts as portable
+  kHasCase = 4,          ///< may have another letter case
+};
+
+constexpr std::array<unsigned char, 256> kClasses = [] {
+  std::array<unsigned char, 256> classes{};
+  for (unsigned c = 0; c < 256; ++c) {
+    unsigned found = 0;
+    if (c == '/' || c == '\\' || c == '*' || c == '?' || c == '\n' || c == 0) found |= kUnsafeByte;
+    const bool is_refused =
+        std::string_view("<>:\"|?*\\/").find(static_cast<char>(c)) != std::string_view::npos;
+    if (c < 0x20 || c >= 0x80 || is_refused) found |= kNotPortableByte;
+    if ((c >= 'A' && c <= 'Z') || c >= 0x80) found |= kHasCase;
+    classes[c] = static_cast<unsigned char>(found);
+  }
+  return classes;
+}();
+
+unsigned classes_in(std::string_view name) {
+  unsigned all = 0;
+  for (const char c : name) all |= kClasses[static_cast<unsigned char>(c)];
+  return all;
+}
+
+}  // namespace
+
+bool is_utf8(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const Decoded character = decode(bytes);
+    if (character.length == 0) return false;
+    bytes.remove_prefix(character.length);
+  }
+  return true;
+}
+
+std::string to_utf8(std::string_view bytes) {
+  return replaced(bytes, [](char32_t) { return true; });
+}
+
+std::string printable(std::string_view bytes) {
+  return replaced(bytes, [](char32_t c) { return c >= 0x20 && (c < 0x7F || c > 0x9F); });
+}
+
+std::string to_hex(std::string_view bytes) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string text;
+  text.reserve(bytes.size() * 2);
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    text += kDigits[byte_at(bytes, i) >> 4U];
+    text += kDigits[byte_at(bytes, i) & 15U];
+  }
+  return text;
+}
+
+void fold_case(std::string_view name, std::string& folded) {
+  folded.clear();
+  const bool is_ascii = std::all_of(name.begin(), name.end(),
+                                    [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  if (is_ascii) {
+    folded.assign(name);
+    for (char& c : folded) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+    return;
+  }
+  while (!name.empty()) {
+    const Decoded character = decode(name);
+    const std::size_t length = std::max<std::size_t>(character.length, 1);
+    if (character.length == 1 || character.length == 2) {
+      encode(lower(character.code), folded);
+    } else {
+      folded.append(name.substr(0, length));
+    }
+    name.remove_prefix(length);
+  }
+}
+
+bool has_case(std::string_view name) { return (classes_in(name) & kHasCase) != 0; }
+
+const char* why_not_portable(std::string_view name) {
+  if (name.ends_with('.') || name.ends_with(' '))
+    return "it ends in a dot or a blank, which Windows drops";
+  if ((classes_in(name) & kNotPortableByte) != 0) {
+    if (name.find_first_of("<>:\"|?*\\/") != std::string_view::npos)
+      return "it holds a character that Windows refuses in names";
+    const auto is_control = [](char c) { return static_cast<unsigned char>(c) < 0x20; };
+    if (std::any_of(name.begin(), name.end(), is_control)) return "it holds a control character";
+    if (!is_utf8(name)) return "it is not UTF-8, so its letters depend on the code page";
+  }
+  const bool may_be_device =
+      !name.empty() && std::string_view("CPANLcpanl").find(name[0]) != std::string_view::npos;
+  return may_be_device && is_device(name) ? "it is a device's name on Windows" : nullptr;
+}
+
+const char* why_not_safe(std::string_view name) {
+  if (name.empty()) return "it is empty";
+  if ((classes_in(name) & kUnsafeByte) != 0) {
+    if (name.find_first_of("/\\") != std::string_view::npos) return "it holds a separator";
+    if (name.find_first_of("*?") != std::string_view::npos) return "it is a pattern";
+    if (name.find('\n') != std::string_view::npos) return "it holds a line feed";
+    return "it holds a zero byte";
+  }
+  if (name == "." || name == "..") return "it names the folder itself or the one above";
+  if (index_format::is_index_file(name)) return "it is a name of the index itself";
+  return nullptr;
+}
+
+bool matches(std::string_view pattern, std::string_view name) {
+  std::size_t at = 0;
+  std::size_t in_name = 0;
+  std::size_t star = std::string_view::npos;
+  std::size_t resume = 0;
+  const auto step = [&](std::size_t from) {
+    return from + std::max<std::size_t>(decode(name.substr(from)).length, 1);
+  };
+  while (in_name < name.size()) {
+    if (at < pattern.size() && pattern[at] == '*') {
+      star = at++;
+      resume = in_name;
+    } else if (at < pattern.size() && pattern[at] == '?') {
+      ++at;
+      in_name = step(in_name);
+    } else if (at < pattern.size() && pattern[at] == name[in_name]) {
+      ++at;
+      ++in_name;
+    } else if (star != std::string_view::npos) {
+      at = star + 1;
+      resume = step(resume);
+      in_name = resume;
+    } else {
+      return false;
+    }
+  }
+  return pattern.find_first_not_of('*', at) == std::string_view::npos;
+}
+
+}  // namespace admin

@@ -1,0 +1,300 @@
+#include "client/admin/tree.h"
+
+#include <algorithm>
+
+#include "index/index_format.h"
+#include "storage/layout.h"
+
+namespace admin {
+
+namespace {
+
+constexpr std::array<std::string_view, kAreas.size()> kNames = {"docs", "user", "mail", "list",
+                                                                "semlets"};
+
+std::size_t number_of(Area area) { return static_cast<std::size_t>(area); }
+
+std::string without_trailing_separators(std::string path) {
+  const auto is_separator = [](char c) { return c == sys::kSeparator || c == '/'; };
+  while (path.size() > 1 && is_separator(path.back()) && path[path.size() - 2] != ':')
+    path.pop_back();
+  return path;
+}
+
+/// Whether the folder holds an index, or the counter beside one.
+bool has_index(const std::string& folder) {
+  const auto has = [&](std::string_view name) {
+    return sys::describe(sys::join(folder, name)).kind == sys::Kind::kFile;
+  };
+  return has(index_format::kIndexFile) || has(index_format::kCounterFile);
+}
+
+/// Walks one area, whose folders are opened one inside the other.
+class AreaWalk {
+ public:
+  AreaWalk(const Tree& tree, Area area, Visitor& visitor)
+      : m_tree(tree), m_area(area), m_visitor(visitor) {}
+
+  bool run(const std::optional<std::string>& owner) {
+    const std::string folder = m_tree.folder_of(m_area);
+    if (m_area == Area::kSemlets || m_tree.layout == Layout::kFlat) return area_folder(folder);
+    if (owner) {
+      const std::string name = owner_folder_name(*owner);
+      const std::string path = sys::join(folder, name);
+      if (sys::describe(path).kind != sys::Kind::kFolder) return true;
+      return owner_folder(name, path);
+    }
+    return owners(folder);
+  }
+
+ private:
+  bool visit(std::string_view owner, std::string_view bucket, std::string_view path) {
+    m_folder.area = m_area;
+    m_folder.owner = owner;
+    m_folder.bucket = bucket;
+    m_folder.path = path;
+    return m_visitor.folder(m_folder);
+  }
+
+  /// An area whose documents are shared by all owners.
+  bool area_folder(const std::string& path) {
+    return m_area == Area::kDocs ? buckets("", path) : visit("", "", path);
+  }
+
+  bool owner_folder(const std::string& owner, const std::string& path) {
+    return m_area == Area::kDocs ? buckets(owner, path) : visit(owner, "", path);
+  }
+
+  bool owners(const std::string& folder) {
+    for (const Child& child : children_of(folder)) {
+      const std::string path = sys::join(folder, child.name);
+      if (child.kind != sys::Kind::kFolder) {
+        m_visitor.stray(m_area, path, child.kind);
+      } else if (!owner_folder(child.name, path)) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  bool buckets(const std::string& owner, const std::string& folder) {
+    for (const Child& child : children_of(folder)) {
+      const std::string path = sys::join(folder, child.name);
+      if (child.kind != sys::Kind::kFolder || !is_bucket_name(child.name)) {
+        m_visitor.stray(m_area, path, child.kind);
+      } else if (!visit(owner, child.name, path)) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  struct Child {
+    std::string name;
+    sys::Kind kind;
+  };
+  /// In order of their names: each file system lists in an order of its own.
+  std::vector<Child> children_of(const std::string& folder) {
+    std::vector<Child> children;
+    sys::Folder listing;
+    if (!open(listing, folder)) return children;
+    sys::Entry entry;
+    while (listing.next(entry)) children.push_back({std::string(entry.name), entry.kind});
+    tell_failure(listing, folder);
+    std::sort(children.begin(), children.end(),
+              [](const Child& a, const Child& b) { return a.name < b.name; });
+    return children;
+  }
+
+  bool open(sys::Folder& listing, const std::string& path) {
+    const os::Status opened = listing.open(path);
+    // A folder that has gone is no failure, an area that nobody made neither.
+    if (!opened.ok() && opened.failure() != os::Failure::kNotFound) m_visitor.failed(path, opened);
+    return opened.ok();
+  }
+
+  void tell_failure(const sys::Folder& listing, const std::string& path) {
+    if (!listing.status().ok()) m_visitor.failed(path, listing.status());
+  }
+
+  const Tree& m_tree;
+  Area m_area;
+  Visitor& m_visitor;
+  DocumentFolder m_folder;
+};
+
+}  // namespace
+
+std::string_view name_of(Area area) { return kNames[number_of(area)]; }
+
+std::optional<Area> area_named(std::string_view name) {
+  const auto found = std::find(kNames.begin(), kNames.end(), name);
+  if (found == kNames.end()) return std::nullopt;
+  return kAreas[static_cast<std::size_t>(found - kNames.begin())];
+}
+
+bool expects_index(Area area) {
+  return area == Area::kDocs || area == Area::kUser || area == Area::kMail;
+}
+
+std::string_view name_of(Layout layout) {
+  switch (layout) {
+    case Layout::kOwner:
+      return "owner";
+    case Layout::kFlat:
+      return "flat";
+    default:
+      return "auto";
+  }
+}
+
+bool is_bucket_name(std::string_view name) {
+  const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+  return name.size() >= 8 && name.size() <= 10 && std::all_of(name.begin(), name.end(), is_digit);
+}
+
+std::uint32_t bucket_number(std::string_view entry) {
+  const bool is_ascii = std::all_of(entry.begin(), entry.end(),
+                                    [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  if (!is_ascii || entry.size() < 2)
+    return static_cast<std::uint32_t>(layout::hash_of(entry, layout::kBuckets));
+  // Where no byte is negative, reducing every few steps gives what reducing after each gives; and
+  // four steps at once need not wait for each other.
+  constexpr auto kModulus = static_cast<std::uint64_t>(layout::kBuckets);
+  constexpr std::uint64_t kSecond = 31;
+  constexpr std::uint64_t kThird = kSecond * 31;
+  constexpr std::uint64_t kFourth = kThird * 31;
+  const auto byte = [&](std::size_t i) {
+    return static_cast<std::uint64_t>(static_cast<unsigned char>(entry[i]));
+  };
+  std::uint64_t h = 0;
+  std::size_t i = 0;
+  for (; i + 4 <= entry.size(); i += 4) {
+    h = h % kModulus * (kFourth * 31) + byte(i) * kFourth + byte(i + 1) * kThird +
+        byte(i + 2) * kSecond + byte(i + 3);
+  }
+  for (; i < entry.size(); ++i) h = h * 31 + byte(i);
+  return static_cast<std::uint32_t>(h % kModulus);
+}
+
+std::string owner_folder_name(std::string_view owner) {
+  return std::string(owner.empty() ? layout::kNoOwner : owner);
+}
+
+Layout guess_layout(const std::string& storage) {
+  for (const Area area : {Area::kUser, Area::kMail}) {
+    const std::string folder = sys::join(storage, name_of(area));
+    if (has_index(folder)) return Layout::kFlat;
+  }
+  // An owner may be called like a bucket, but a bucket holds an index and no owner's folder does.
+  const std::string docs = sys::join(storage, name_of(Area::kDocs));
+  sys::Folder listing;
+  if (!listing.open(docs).ok()) return Layout::kOwner;
+  sys::Entry entry;
+  while (listing.next(entry)) {
+    if (entry.kind != sys::Kind::kFolder) continue;
+    if (!is_bucket_name(entry.name)) return Layout::kOwner;
+    const std::string bucket = sys::join(docs, entry.name);
+    if (has_index(bucket)) return Layout::kFlat;
+  }
+  return Layout::kOwner;
+}
+
+std::optional<Tree> locate(const Place& place, std::string& why) {
+  if (place.root.empty() && place.storage.empty()) {
+    why = "no place was named";
+    return std::nullopt;
+  }
+  Tree tree;
+  tree.storage = place.storage.empty()
+                     ? sys::join(without_trailing_separators(place.root), layout::kStorageFolder)
+                     : without_trailing_separators(place.storage);
+  // A link to the tree is a way to name it; inside of it links are not followed.
+  tree.storage = sys::absolute(tree.storage);
+  if (sys::describe(tree.storage).kind != sys::Kind::kFolder) {
+    why = tree.storage + " is not a folder";
+    return std::nullopt;
+  }
+  std::size_t areas = 0;
+  for (const Area area : kAreas) {
+    const bool is_there = sys::describe(tree.folder_of(area)).kind == sys::Kind::kFolder;
+    tree.has_area[number_of(area)] = is_there;
+    areas += is_there ? 1U : 0U;
+  }
+  if (areas == 0) {
+    why = tree.storage + " holds none of the folders docs, user, mail, list and semlets";
+    return std::nullopt;
+  }
+  tree.layout_was_guessed = place.layout == Layout::kAuto;
+  tree.layout = tree.layout_was_guessed ? guess_layout(tree.storage) : place.layout;
+  return tree;
+}
+
+DocumentFolder folder_for(const Tree& tree, Area area, std::string_view owner,
+                          std::string_view entry) {
+  DocumentFolder folder;
+  folder.area = area;
+  folder.path = tree.folder_of(area);
+  if (tree.layout != Layout::kFlat && area != Area::kSemlets) {
+    folder.owner = owner_folder_name(owner);
+    folder.path = sys::join(folder.path, folder.owner);
+  }
+  if (area == Area::kDocs) {
+    folder.bucket = layout::bucket_name(layout::hash_of(entry, layout::kBuckets));
+    folder.path = sys::join(folder.path, folder.bucket);
+  }
+  return folder;
+}
+
+void Visitor::stray(Area, const std::string&, sys::Kind) {}
+void Visitor::failed(const std::string&, const os::Status&) {}
+
+bool walk(const Tree& tree, const Scope& scope, Visitor& visitor) {
+  for (const Area area : kAreas) {
+    if (scope.area && *scope.area != area) continue;
+    if (scope.owner && area == Area::kSemlets && !scope.area) continue;
+    if (sys::describe(tree.folder_of(area)).kind != sys::Kind::kFolder) continue;
+    if (!AreaWalk(tree, area, visitor).run(scope.owner)) return false;
+  }
+  return true;
+}
+
+std::optional<Located> locate_in(const Tree& tree, const std::string& path) {
+  std::string full = path;
+  if (sys::kSeparator == '\\') std::replace(full.begin(), full.end(), '/', '\\');
+  const std::string prefix = sys::join(tree.storage, "");
+  if (!full.starts_with(prefix)) full = sys::absolute(full);
+  if (!full.starts_with(prefix)) {
+    // As reports name folders: from the storage folder on.
+    const std::size_t end = std::min(path.find_first_of("/\\"), path.size());
+    const bool leads_up = path.find("..") != std::string::npos;
+    if (leads_up || !area_named(std::string_view(path).substr(0, end))) return std::nullopt;
+    full = sys::join(tree.storage, path);
+    if (sys::kSeparator == '\\') std::replace(full.begin(), full.end(), '/', '\\');
+  }
+  std::string_view rest = std::string_view(full).substr(prefix.size());
+  const auto take = [&rest] {
+    const std::size_t end = std::min(rest.find(sys::kSeparator), rest.size());
+    const std::string_view part = rest.substr(0, end);
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+    return part;
+  };
+  const std::optional<Area> area = area_named(take());
+  if (!area) return std::nullopt;
+  Located located;
+  located.folder.area = *area;
+  if (tree.layout != Layout::kFlat && *area != Area::kSemlets) {
+    located.folder.owner = take();
+    if (located.folder.owner.empty()) return std::nullopt;
+  }
+  if (*area == Area::kDocs) {
+    located.folder.bucket = take();
+    if (!is_bucket_name(located.folder.bucket)) return std::nullopt;
+  }
+  located.rest = rest;
+  located.folder.path = full.substr(0, full.size() - rest.size());
+  located.folder.path = without_trailing_separators(located.folder.path);
+  return located;
+}
+
+}  // namespace admin

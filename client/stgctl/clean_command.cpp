@@ -1,0 +1,267 @@
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+
+#include "client/stgctl/command.h"
+#include "client/stgctl/operations.h"
+#include "client/stgctl/progress.h"
+#include "client/stgctl/text.h"
+#include "client/stgctl/what_if.h"
+
+namespace stgctl {
+
+namespace sys = admin::sys;
+
+namespace {
+
+struct Options {
+  std::string older_than;
+  std::string by = "mtime";
+  std::string max_size;
+  bool what_if = false;
+  std::string target_size;
+};
+
+std::int64_t seconds_now() {
+  using namespace std::chrono;
+  return duration_cast<seconds>(system_clock::now().time_since_epoch()).count();
+}
+
+/// The size of everything below a folder.
+std::uint64_t size_below(const std::string& path) {
+  sys::Folder folder;
+  std::uint64_t bytes = 0;
+  if (!folder.open(path).ok()) return 0;
+  sys::Entry entry;
+  while (folder.next(entry)) {
+    bytes += entry.kind == sys::Kind::kFolder ? size_below(sys::join(path, entry.name))
+                                              : folder.describe(entry).size;
+  }
+  return bytes;
+}
+
+/// Why a version goes.
+enum class Reason { kAge, kSize };
+
+struct Candidate {
+  FoundEntry entry;
+  std::int64_t time = 0;
+  std::uint64_t bytes = 0;  ///< with its parts
+  std::size_t parts = 0;
+  Reason reason = Reason::kAge;
+};
+
+/// What goes, what stays.
+struct Plan {
+  std::vector<Candidate> going;
+  std::uint64_t going_bytes = 0;
+  std::uint64_t kept = 0;
+  std::uint64_t kept_bytes = 0;
+};
+
+class Planner {
+ public:
+  Planner(Context& context, const Options& options)
+      : m_context(context), m_by_access(options.by == "atime"), m_now(seconds_now()) {
+    if (!options.older_than.empty()) m_limit = parse_age(options.older_than);
+    if (!options.max_size.empty()) m_most = parse_size(options.max_size);
+  }
+
+  std::int64_t now() const { return m_now; }
+
+  Plan run() {
+    std::vector<Candidate> all = candidates();
+    // Oldest first; equal times in one order on every system.
+    std::sort(all.begin(), all.end(), [](const Candidate& a, const Candidate& b) {
+      return std::tie(a.time, a.entry.folder.path, a.entry.name, a.entry.timestamp) <
+             std::tie(b.time, b.entry.folder.path, b.entry.name, b.entry.timestamp);
+    });
+    Plan plan;
+    for (const Candidate& each : all) plan.kept_bytes += each.bytes;
+    for (Candidate& each : all) {
+      const bool by_age = m_limit && m_now - each.time > *m_limit;
+      const bool by_size = m_most && plan.kept_bytes > *m_most;
+      if (!by_age && !by_size) {
+        ++plan.kept;
+        continue;
+      }
+      each.reason = by_age ? Reason::kAge : Reason::kSize;
+      plan.kept_bytes -= each.bytes;
+      plan.going_bytes += each.bytes;
+      plan.going.push_back(std::move(each));
+    }
+    return plan;
+  }
+
+  std::int64_t time_of(const sys::Info& info) const {
+    return m_by_access ? info.access_time : info.modify_time;
+  }
+
+ private:
+  std::vector<Candidate> candidates() {
+    admin::EntryQuery query;
+    query.scope = m_context.scope();
+    if (!query.scope.area) query.scope.area = admin::Area::kDocs;
+    query.state = admin::EntryState::kIndexed;
+    std::vector<Candidate> all;
+    for (FoundEntry& entry : find_entries(m_context, query)) {
+      Context::stop_if_interrupted();
+      Candidate each;
+      each.time = time_of(entry.info);
+      each.bytes = entry.info.size;
+      for (const std::string& part : part_folders(entry)) {
+        each.bytes += size_below(sys::join(entry.folder.path, part));
+        ++each.parts;
+      }
+      each.entry = std::move(entry);
+      all.push_back(std::move(each));
+    }
+    return all;
+  }
+
+  Context& m_context;
+  bool m_by_access;
+  std::int64_t m_now;
+  std::optional<std::int64_t> m_limit;
+  std::optional<std::uint64_t> m_most;
+};
+
+class Cleaning {
+ public:
+  Cleaning(Context& context, const Options& options, const Planner& planner, ChangeReport& report)
+      : m_context(context), m_options(options), m_planner(planner), m_report(report) {}
+
+  void run(const Plan& plan) {
+    Progress progress(m_context.out(), m_context.options().progress, "cleaning", plan.going.size());
+    for (const Candidate& each : plan.going) {
+      if (Context::interrupted()) break;
+      if (remove(each)) m_report.add_bytes(each.bytes);
+      progress.advance(1, each.entry.name);
+    }
+  }
+
+ private:
+  bool remove(const Candidate& each) {
+    const Subject subject = subject_of(each.entry);
+    try {
+      check_name("the name", each.entry.name);
+      check_no_link(m_context, each.entry.path());
+      if (!m_context.options().dry_run) {
+        const sys::Info now = sys::describe(each.entry.path());
+        if (now.kind != sys::Kind::kFile || m_planner.time_of(now) != each.time) {
+          m_report.skipped(subject, "used or changed since it was looked at");
+          return false;
+        }
+        remove_version(m_context, each.entry, KeyLines::kLeave);
+      }
+      tell(each, subject);
+      return true;
+    } catch (const Failure& failure) {
+      if (failure.code() == Exit::kInterrupted || failure.code() == Exit::kLockTimeout) throw;
+      m_report.failed(subject, failure.what());
+      return false;
+    }
+  }
+
+  void tell(const Candidate& each, const Subject& subject) {
+    const std::int64_t age = m_planner.now() - each.time;
+    const char* const reason = each.reason == Reason::kAge ? "age" : "size";
+    const Json fields = {{"by", m_options.by}, {"time", each.time},   {"age", age},
+                         {"reason", reason},   {"bytes", each.bytes}, {"part_folders", each.parts}};
+    m_report.done(
+        subject, fields,
+        formatted("{} {} ago, {}{}", m_options.by == "atime" ? "read" : "changed", format_age(age),
+                  format_bytes(each.bytes), each.reason == Reason::kSize ? ", for the size" : ""));
+  }
+
+  Context& m_context;
+  const Options& m_options;
+  const Planner& m_planner;
+  ChangeReport& m_report;
+};
+
+Exit run_clean(Context& context, const Options& options) {
+  context.tree();
+  if (options.what_if) {
+    return run_what_if(context, options.by == "atime", parse_size(options.target_size));
+  }
+  if (options.older_than.empty() && options.max_size.empty()) {
+    throw Failure(Exit::kUsage, "say what may go: --older-than AGE, --max-size SIZE, or both");
+  }
+  if (!context.options().owner.empty()) check_name("the owner", context.options().owner);
+  Planner planner(context, options);
+  const Plan plan = planner.run();
+  const Json sums = {{"by", options.by},
+                     {"now", planner.now()},
+                     {"kept", plan.kept},
+                     {"kept_bytes", plan.kept_bytes}};
+  const char* const which =
+      options.by == "atime" ? "by the time of the last access" : "by the time of the last change";
+  ChangeReport report(context, "stgctl.clean/1", "removed");
+  if (plan.going.empty()) {
+    context.out().note(
+        formatted("stgctl: {}, nothing is to be removed; {} kept", which, plan.kept));
+    return report.finish(sums, format_bytes(0));
+  }
+  if (!context.options().dry_run) {
+    context.confirm(formatted("{}: remove {} versions, {}, and keep {}, {}?", which,
+                              plan.going.size(), format_bytes(plan.going_bytes), plan.kept,
+                              format_bytes(plan.kept_bytes)));
+    context.open_library();
+  }
+  report.guarded([&] {
+    Cleaning(context, options, planner, report).run(plan);
+    return 0;
+  });
+  Json all = sums;
+  all["bytes"] = report.bytes();
+  return report.finish(
+      all, formatted("{} freed {}, {} kept", format_bytes(report.bytes()), which, plan.kept));
+}
+
+}  // namespace
+
+void add_clean_command(Commands& commands) {
+  const auto declare = [](Arguments& app) -> Run {
+    const auto options = std::make_shared<Options>();
+    const Argument age = app.add_option("--older-than", options->older_than,
+                                        "The age limit: 90s, 15m, 12h, 30d, 4w, 1y")
+                             .type_name("AGE")
+                             .check(is_age);
+    app.add_option("--by", options->by,
+                   "The time that counts: of the last change, or of the last access")
+        .type_name("WORD")
+        .one_of({"mtime", "atime"});
+    const auto is_size = [](const std::string& text) {
+      return parse_size(text) ? std::string()
+                              : "'" + text + "' is no size; say 500M, 20G or a number";
+    };
+    const Argument size =
+        app.add_option("--max-size", options->max_size,
+                       "Then remove the oldest until the rest is no larger: 500M, 20G")
+            .type_name("SIZE")
+            .check(is_size);
+    const Argument what_if =
+        app.add_flag("--what-if", options->what_if,
+                     "Remove nothing: show what each age limit would free, for every owner")
+            .excludes(age)
+            .excludes(size);
+    app.add_option("--target-size", options->target_size,
+                   "With --what-if: find the age limit that brings the size down to this")
+        .type_name("SIZE")
+        .check(is_size)
+        .needs(what_if);
+    return [options](Context& context) { return run_clean(context, *options); };
+  };
+  commands.push_back(
+      {"clean", Group::kChange, Effect::kChanges,
+       "Remove documents that have not been used for long", declare,
+       "Versions of the area docs, or of --area, go with their parts; --dry-run lists exactly "
+       "what\n"
+       "would go. Files that no index names are left alone, unlike in the library's own sweep;\n"
+       "so are key lines. A file system mounted with noatime or relatime does not keep the\n"
+       "time of every access."});
+}
+
+}  // namespace stgctl

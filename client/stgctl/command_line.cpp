@@ -1,0 +1,427 @@
+// The one file that knows CLI11.
+#include "client/stgctl/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
+#include <map>
+#include <sstream>
+#include <utility>
+
+#include "client/stgctl/arguments.h"
+#include "client/stgctl/output.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+Argument Argument::type_name(const char* name) const {
+  m_option->type_name(name);
+  return *this;
+}
+
+Argument Argument::required() const {
+  m_option->required();
+  return *this;
+}
+
+Argument Argument::check(const Check& what) const {
+  m_option->check(what);
+  return *this;
+}
+
+Argument Argument::one_of(const std::vector<std::string>& values) const {
+  m_option->check(CLI::IsMember(values));
+  return *this;
+}
+
+Argument Argument::excludes(Argument other) const {
+  m_option->excludes(other.m_option);
+  return *this;
+}
+
+Argument Argument::excludes(const char* other) const {
+  m_option->excludes(std::string(other));
+  return *this;
+}
+
+Argument Argument::needs(Argument other) const {
+  m_option->needs(other.m_option);
+  return *this;
+}
+
+Argument Arguments::add_option(const char* names, std::string& value, const char* description) {
+  return Argument(*m_app.add_option(names, value, description));
+}
+
+Argument Arguments::add_option(const char* names, std::size_t& value, const char* description) {
+  return Argument(*m_app.add_option(names, value, description));
+}
+
+Argument Arguments::add_option(const char* names, std::vector<std::string>& values,
+                               const char* description) {
+  return Argument(*m_app.add_option(names, values, description));
+}
+
+Argument Arguments::add_flag(const char* names, bool& value, const char* description) {
+  return Argument(*m_app.add_flag(names, value, description));
+}
+
+namespace {
+
+/// The global options as they are typed; the texts are read when the whole line has been.
+struct Typed {
+  std::string layout = "auto";
+  std::string lock_timeout = "30";
+  std::string color = "auto";
+  std::string progress = "auto";
+  std::string trace;
+};
+
+const std::vector<std::string> kWhen = {"auto", "always", "never"};
+const std::vector<std::string> kLayouts = {"auto", "owner", "flat"};
+const std::vector<std::string> kLevels = {"xs", "s", "m", "l", "xl"};
+
+const char* heading(Group group) {
+  switch (group) {
+    case Group::kLook:
+      return "Look";
+    case Group::kExplain:
+      return "Explain";
+    case Group::kCheck:
+      return "Check";
+    case Group::kChange:
+      return "Change";
+    case Group::kHidden:
+      return "";
+    default:
+      return "Other";
+  }
+}
+
+template <class Enum>
+Enum chosen(const std::vector<std::string>& names, const std::string& name) {
+  const auto found = std::find(names.begin(), names.end(), name);
+  return static_cast<Enum>(found - names.begin());
+}
+
+std::string check_timeout(const std::string& text) {
+  if (text == "none") return {};
+  double seconds = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+  const bool good =
+      error == std::errc() && end == text.data() + text.size() && seconds >= 0 && seconds < 1e9;
+  return good ? std::string() : "'" + text + "' is neither a number of seconds nor 'none'";
+}
+
+std::vector<std::string> area_names() {
+  std::vector<std::string> names;
+  for (const admin::Area area : admin::kAreas) names.emplace_back(admin::name_of(area));
+  return names;
+}
+
+void declare_global_options(CLI::App& app, GlobalOptions& options, Typed& typed) {
+  const char* const tree = "The tree";
+  app.add_option("--root", options.root,
+                 "The folder above 'storage', as the library was initialised with "
+                 "(environment: STG_ROOT)")
+      ->type_name("DIR")
+      ->group(tree);
+  app.add_option("--storage", options.storage, "The storage folder itself")
+      ->type_name("DIR")
+      ->group(tree);
+  app.add_option("--layout", typed.layout, "With a folder per owner, or flat without")
+      ->type_name("WORD")
+      ->check(CLI::IsMember(kLayouts))
+      ->group(tree);
+  app.add_option("--area", options.area, "The area of the repository")
+      ->type_name("WORD")
+      ->check(CLI::IsMember(area_names()))
+      ->group(tree);
+  app.add_option("--owner", options.owner, "The user or domain")->type_name("OWNER")->group(tree);
+
+  const char* const shape = "Output";
+  app.add_flag("--json", options.json, "Results as JSON")->group(shape);
+  app.add_option("--color", typed.color, "Colours")
+      ->type_name("WORD")
+      ->check(CLI::IsMember(kWhen))
+      ->group(shape);
+  app.add_option("--progress", typed.progress, "The progress bar")
+      ->type_name("WORD")
+      ->check(CLI::IsMember(kWhen))
+      ->group(shape);
+
+  const char* const work = "Work";
+  app.add_option("--lock-timeout", typed.lock_timeout,
+                 "How long to wait for a lock, in seconds, or 'none' for ever (30)")
+      ->type_name("SECONDS")
+      ->check(CLI::Validator(check_timeout, ""))
+      ->group(work);
+  app.add_option("--trace", typed.trace, "Write what the library traces, up to this level")
+      ->type_name("LEVEL")
+      ->check(CLI::IsMember(kLevels, CLI::ignore_case))
+      ->group(work);
+  app.add_option("--trace-file", options.trace_file, "Where to, instead of the error output")
+      ->type_name("FILE")
+      ->group(work);
+}
+
+void read_typed(const Typed& typed, GlobalOptions& options) {
+  options.layout = chosen<admin::Layout>(kLayouts, typed.layout);
+  options.color = chosen<When>(kWhen, typed.color);
+  options.progress = chosen<When>(kWhen, typed.progress);
+  if (!typed.trace.empty()) {
+    options.trace = chosen<vu_host::trace_level>(kLevels, CLI::detail::to_lower(typed.trace));
+  }
+  options.lock_timeout.reset();
+  if (typed.lock_timeout != "none") {
+    double seconds = 0;
+    std::from_chars(typed.lock_timeout.data(),
+                    typed.lock_timeout.data() + typed.lock_timeout.size(), seconds);
+    options.lock_timeout = std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+  }
+}
+
+/// "help put" is "put --help"; "explain NAME" explains reading it.
+void rewrite_shorthands(std::vector<std::string>& arguments) {
+  if (arguments.empty()) return;
+  if (arguments.front() == "help") {
+    arguments.erase(arguments.begin());
+    arguments.emplace_back("--help");
+  } else if (arguments.front() == "explain" && arguments.size() > 1) {
+    const std::vector<std::string> known = {"read", "write", "part"};
+    const bool is_name = !arguments[1].starts_with('-') &&
+                         std::find(known.begin(), known.end(), arguments[1]) == known.end();
+    if (is_name) arguments.insert(arguments.begin() + 1, "read");
+  }
+}
+
+/// How many letters have to be changed, added or removed to get from one word to the other.
+std::size_t distance(const std::string& one, const std::string& other) {
+  std::vector<std::size_t> row(other.size() + 1);
+  for (std::size_t i = 0; i < row.size(); ++i) row[i] = i;
+  for (std::size_t i = 0; i < one.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i + 1);
+    for (std::size_t j = 0; j < other.size(); ++j) {
+      const std::size_t changed = diagonal + (one[i] == other[j] ? 0 : 1);
+      diagonal = row[j + 1];
+      row[j + 1] = std::min({changed, row[j] + 1, diagonal + 1});
+    }
+  }
+  return row.back();
+}
+
+/// "; did you mean 'put'?" where a word is near enough to one that is known.
+std::string did_you_mean(const std::string& word, const std::vector<std::string>& known) {
+  const std::string* best = nullptr;
+  std::size_t least = word.size() < 4 ? 2 : 3;
+  for (const std::string& each : known) {
+    if (const std::size_t gap = distance(word, each); gap < least) {
+      least = gap;
+      best = &each;
+    }
+  }
+  return best == nullptr ? "" : formatted("; did you mean '{}'?", *best);
+}
+
+std::vector<std::string> names_below(const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
+    if (!sub->get_group().empty()) names.push_back(sub->get_name());
+  }
+  return names;
+}
+
+std::vector<std::string> options_of(const CLI::App& command, const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const CLI::App* each : {&command, &app}) {
+    for (const CLI::Option* option : each->get_options()) {
+      for (const std::string& name : option->get_lnames()) {
+        if (name != "help") names.push_back("--" + name);
+      }
+    }
+  }
+  return names;
+}
+
+/// @return the exit code of a command line that is no request, or is wrong.
+Exit tell_parse_result(const CLI::App& app, const CLI::ParseError& result, Output& out) {
+  if (result.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+    std::ostringstream text;
+    app.exit(result, text, text);
+    out.write(text.str());
+    return Exit::kDone;
+  }
+  // The command that was named, as far as it was understood.
+  const CLI::App* command = &app;
+  std::string name = "stgctl";
+  while (!command->get_subcommands().empty()) {
+    command = command->get_subcommands().front();
+    name += " " + command->get_name();
+  }
+  const std::vector<std::string> remaining = app.remaining(true);
+  const std::string first = remaining.empty() ? std::string() : remaining.front();
+  const bool is_unknown_command = dynamic_cast<const CLI::RequiredError*>(&result) != nullptr &&
+                                  !names_below(*command).empty() && !first.empty() &&
+                                  !first.starts_with('-');
+  if (is_unknown_command) {
+    out.error(formatted("there is no command '{}'{}; '{} --help' lists them", shown(first),
+                        did_you_mean(first, names_below(*command)), name));
+    return Exit::kUsage;
+  }
+  const std::string hint = first.starts_with("--") ? did_you_mean(first.substr(0, first.find('=')),
+                                                                  options_of(*command, app))
+                                                   : "";
+  // The parser names them backwards.
+  const std::string text = dynamic_cast<const CLI::ExtrasError*>(&result) != nullptr
+                               ? "not expected: " + joined(remaining, " ")
+                               : std::string(result.what());
+  out.error(formatted("{}{}; '{} --help' tells more", shown(text), hint, name));
+  return Exit::kUsage;
+}
+
+/// "WORD:{a,b}" taken apart.
+void read_type(const std::string& type, OptionUsage& usage) {
+  const std::size_t open = type.find(":{");
+  usage.value = type.substr(0, open);
+  if (open == std::string::npos || !type.ends_with('}')) return;
+  std::istringstream choices(type.substr(open + 2, type.size() - open - 3));
+  for (std::string choice; std::getline(choices, choice, ',');) usage.choices.push_back(choice);
+}
+
+OptionUsage usage_of(const CLI::Option& option) {
+  OptionUsage usage;
+  for (const std::string& name : option.get_snames()) usage.names.push_back("-" + name);
+  for (const std::string& name : option.get_lnames()) usage.names.push_back("--" + name);
+  const bool is_flag = option.get_items_expected_max() == 0;
+  if (!is_flag) read_type(option.get_type_name(), usage);
+  if (usage.names.empty()) usage.positional = usage.value;
+  usage.description = option.get_description();
+  usage.group = option.get_group();
+  usage.is_required = option.get_required();
+  usage.is_repeated = option.get_items_expected_max() > 1;
+  return usage;
+}
+
+void collect(const CLI::App& app, std::vector<std::string> path, std::vector<CommandUsage>& all) {
+  CommandUsage usage;
+  usage.path = path;
+  usage.summary = app.get_description();
+  usage.details = app.get_footer();
+  usage.group = app.get_group();
+  for (const CLI::Option* option : app.get_options()) usage.options.push_back(usage_of(*option));
+  std::vector<const CLI::App*> below;
+  for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
+    if (sub->get_group().empty()) continue;
+    below.push_back(sub);
+    usage.subcommands.push_back(sub->get_name());
+  }
+  all.push_back(std::move(usage));
+  for (const CLI::App* sub : below) {
+    path.push_back(sub->get_name());
+    collect(*sub, path, all);
+    path.pop_back();
+  }
+}
+
+}  // namespace
+
+struct CommandLine::Parts {
+  struct Leaf {
+    CLI::App* app;
+    Run run;
+    Effect effect = Effect::kLooks;
+  };
+  const Leaf& named() const;
+
+  Parts();
+  void add(const Command& command);
+  CLI::App& family(const std::string& name, Group group);
+
+  CLI::App app{"Looks at, explains, checks and changes a storage tree.", "stgctl"};
+  GlobalOptions options;
+  Typed typed;
+  std::map<std::string, CLI::App*> families;
+  std::vector<Leaf> leaves;
+};
+
+CommandLine::Parts::Parts() {
+  app.fallthrough();
+  app.require_subcommand(1);
+  app.set_version_flag("-V,--version", std::string("stgctl ") + VU_STGCTL_VERSION);
+  app.get_formatter()->column_width(34);
+  app.footer(
+      "Every changing command takes --dry-run, asks before it changes anything, and needs --yes\n"
+      "where nobody can answer. 'stgctl help COMMAND' tells more.");
+  declare_global_options(app, options, typed);
+  Commands commands;
+  add_all_commands(commands);
+  for (const Command& command : commands) add(command);
+}
+
+void CommandLine::Parts::add(const Command& command) {
+  CLI::App* parent = &app;
+  std::string name = command.name;
+  if (const std::size_t blank = name.find(' '); blank != std::string::npos) {
+    parent = &family(name.substr(0, blank), command.group);
+    name = name.substr(blank + 1);
+  }
+  CLI::App& leaf = *parent->add_subcommand(name, command.summary);
+  if (parent == &app) leaf.group(heading(command.group));
+  if (!command.details.empty()) leaf.footer(command.details);
+  if (command.effect == Effect::kChanges) {
+    leaf.add_flag("-n,--dry-run", options.dry_run, "Only tell what would be done");
+    leaf.add_flag("-y,--yes", options.yes, "Do it without asking");
+  }
+  Arguments arguments(leaf);
+  leaves.push_back({&leaf, command.declare(arguments), command.effect});
+}
+
+/// The command that others stand below, such as "keys" above "keys show".
+CLI::App& CommandLine::Parts::family(const std::string& name, Group group) {
+  auto [at, is_new] = families.try_emplace(name, nullptr);
+  if (is_new) {
+    at->second = app.add_subcommand(name, family_summary(name));
+    at->second->group(heading(group))->require_subcommand(1);
+  }
+  return *at->second;
+}
+
+CommandLine::CommandLine() : m_parts(std::make_unique<Parts>()) {}
+
+CommandLine::~CommandLine() = default;
+
+std::optional<Exit> CommandLine::parse(std::vector<std::string> arguments, Output& out) {
+  GlobalOptions& options = m_parts->options;
+  try {
+    rewrite_shorthands(arguments);
+    // The parser takes them from the back.
+    std::reverse(arguments.begin(), arguments.end());
+    m_parts->app.parse(arguments);
+    if (!options.root.empty() && !options.storage.empty()) {
+      throw CLI::ExcludesError("--root", "--storage");
+    }
+    read_typed(m_parts->typed, options);
+  } catch (const CLI::ParseError& result) {
+    return tell_parse_result(m_parts->app, result, out);
+  }
+  return std::nullopt;
+}
+
+const GlobalOptions& CommandLine::options() const noexcept { return m_parts->options; }
+
+const CommandLine::Parts::Leaf& CommandLine::Parts::named() const {
+  return *std::find_if(leaves.begin(), leaves.end(),
+                       [](const Leaf& leaf) { return leaf.app->parsed(); });
+}
+
+const Run& CommandLine::run() const { return m_parts->named().run; }
+
+bool CommandLine::changes() const { return m_parts->named().effect == Effect::kChanges; }
+
+std::vector<CommandUsage> CommandLine::usage() const {
+  std::vector<CommandUsage> all;
+  collect(m_parts->app, {}, all);
+  return all;
+}
+
+}  // namespace stgctl

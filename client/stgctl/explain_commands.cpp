@@ -1,0 +1,212 @@
+// explain read, write and part.
+
+#include <memory>
+
+#include "client/admin/explain.h"
+#include "client/stgctl/command.h"
+#include "client/stgctl/look.h"
+#include "client/stgctl/stamp.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace {
+
+using admin::Answer;
+using admin::Explanation;
+using admin::Step;
+
+enum class What { kRead, kWrite, kPart };
+
+struct Options {
+  std::string entry;
+  std::string timestamp;
+  bool keep = false;
+  std::string stamp;
+  std::string rendition;
+  std::string part;
+  bool no_lock = false;
+};
+
+const char* name_of(What what) {
+  if (what == What::kRead) return "read";
+  return what == What::kWrite ? "write" : "part";
+}
+
+std::string_view name_of(Answer answer) {
+  if (answer == Answer::kYes) return "yes";
+  return answer == Answer::kNo ? "no" : "note";
+}
+
+std::string outcome(What what, const Explanation& told) {
+  if (const Step* no = told.first_no())
+    return formatted("not {}: {}", what == What::kWrite ? "written" : "served", shown(no->text));
+  const char* const verb = what == What::kWrite ? "would be written" : "would be served";
+  return formatted("{} {}", shown(told.path), verb);
+}
+
+/// So many commands that would have worked are told.
+constexpr std::size_t kMostInstead = 3;
+
+/// What is served of the name, in whichever letter case, for another owner or at another timestamp:
+/// the commands that get it.
+std::vector<std::string> served_instead(Context& context, const admin::Request& request,
+                                        const admin::sys::Locking& locking) {
+  std::string wanted;
+  admin::fold_case(request.entry, wanted);
+  std::vector<std::string> commands;
+  admin::EntryQuery query;
+  query.locking = locking;
+  query.stop = &Context::interrupt_flag();
+  query.state = admin::EntryState::kIndexed;
+  static_cast<void>(admin::for_each_entry(
+      context.tree(), query,
+      [&](const admin::EntryView& entry) {
+        std::string folded;
+        admin::fold_case(entry.logical, folded);
+        if (folded != wanted || !admin::expects_index(entry.folder->area)) return true;
+        admin::Request other = request;
+        other.area = entry.folder->area;
+        other.owner = entry.folder->owner;
+        other.entry = std::string(entry.logical);
+        other.timestamp = entry.timestamp;
+        if (!admin::explain_read(context.tree(), other, locking).would_succeed) return true;
+        std::string subject;
+        append_subject(subject, entry);
+        commands.push_back(formatted("stgctl get '{}'", subject));
+        return commands.size() < kMostInstead;
+      },
+      [](const std::string&, const std::string&) {}));
+  return commands;
+}
+
+void show_json(Context& context, What what, const admin::Request& request, const Explanation& told,
+               const std::vector<std::string>& instead) {
+  Json fields;
+  fields["request"] = name_of(what);
+  fields["area"] = admin::name_of(request.area);
+  put_name(fields, "owner", request.owner);
+  put_name(fields, "name", request.entry);
+  fields["timestamp"] = request.timestamp;
+  if (what == What::kPart) {
+    put_name(fields, "rendition", request.rendition);
+    put_name(fields, "part", request.part);
+    put_name(fields, "stamp", request.stamp);
+    fields["code"] = told.code;
+  }
+  fields["succeeds"] = told.would_succeed;
+  put_name(fields, "path", told.path);
+  const Step* const no = told.first_no();
+  fields["first_no"] = no != nullptr ? Json(no->name) : Json(nullptr);
+  fields["steps"] = Json::array();
+  for (const Step& step : told.steps) {
+    Json each;
+    each["step"] = step.name;
+    each["answer"] = name_of(step.answer);
+    put_name(each, "text", step.text);
+    each["values"] = Json::object();
+    for (const auto& [name, value] : step.values) put_name(each["values"], name, value);
+    fields["steps"].push_back(std::move(each));
+  }
+  if (what == What::kRead) {
+    fields["instead"] = Json::array();
+    for (const std::string& command : instead) fields["instead"].push_back(command);
+  }
+  context.out().json_line("stgctl.explain/1", fields);
+}
+
+void show_text(Context& context, What what, const Explanation& told) {
+  std::size_t number = 0;
+  for (const Step& step : told.steps) {
+    const Style style = step.answer == Answer::kYes  ? Style::kGreen
+                        : step.answer == Answer::kNo ? Style::kRed
+                                                     : Style::kDim;
+    context.out().print("{:>2}. {}  {}  {}\n", ++number,
+                        context.out().styled(style, formatted("{:<4}", name_of(step.answer))),
+                        context.out().styled(Style::kBold, step.name), shown(step.text));
+    for (const auto& [name, value] : step.values)
+      context.out().print("            {}: {}\n", name, shown(value));
+  }
+  if (what == What::kPart) context.out().print("decision code {}\n", told.code);
+  context.out().print("{}\n", context.out().styled(told.would_succeed ? Style::kGreen : Style::kRed,
+                                                   outcome(what, told)));
+}
+
+Exit run(Context& context, What what, const Options& options) {
+  if (what == What::kPart && document_area(context, admin::Area::kDocs) != admin::Area::kDocs)
+    throw Failure(Exit::kUsage, "only corporate documents have parts: --area docs");
+  admin::Request request;
+  request.area =
+      what == What::kPart ? admin::Area::kDocs : document_area(context, admin::Area::kDocs);
+  request.owner = owner_or_none(context);
+  request.entry = options.entry;
+  request.timestamp = parse_stamp(options.timestamp).value_or(0);
+  request.replace = !options.keep;
+  request.stamp = options.stamp;
+  request.rendition = options.rendition;
+  request.part = options.part;
+  const admin::sys::Locking locking = locking_for(context, options.no_lock);
+  const admin::Tree& tree = context.tree();
+  const Explanation told = what == What::kRead    ? admin::explain_read(tree, request, locking)
+                           : what == What::kWrite ? admin::explain_write(tree, request, locking)
+                                                  : admin::explain_part(tree, request, locking);
+  const std::vector<std::string> instead =
+      what == What::kRead && !told.would_succeed && !told.lock_missed
+          ? served_instead(context, request, locking)
+          : std::vector<std::string>();
+  if (context.out().json()) {
+    show_json(context, what, request, told, instead);
+  } else {
+    show_text(context, what, told);
+    for (const std::string& command : instead) context.out().print("this works: {}\n", command);
+  }
+  if (Context::interrupted()) return Exit::kInterrupted;
+  if (told.lock_missed) return Exit::kLockTimeout;
+  return told.would_succeed ? Exit::kDone : Exit::kNothingMatched;
+}
+
+Run declare(Arguments& app, What what) {
+  auto options = std::make_shared<Options>();
+  app.add_option("entry", options->entry, "The logical name").type_name("ENTRY").required();
+  app.add_option("--timestamp", options->timestamp, "The timestamp that is asked for (0)")
+      .type_name("STAMP")
+      .check(is_stamp);
+  if (what == What::kWrite)
+    app.add_flag("--keep", options->keep, "As a writing that does not replace a version");
+  if (what != What::kRead)
+    app.add_option("--stamp", options->stamp, "What follows the \"_\" of the folder of parts")
+        .type_name("TEXT");
+  if (what == What::kPart) {
+    app.add_option("--rendition", options->rendition, "html@NAME, pdf@NAME or another one")
+        .type_name("TEXT")
+        .required();
+    app.add_option("--part", options->part, "The part's file name").type_name("TEXT").required();
+  }
+  add_no_lock(app, options->no_lock);
+  return [options, what](Context& context) {
+    context.take_apart(options->entry, options->timestamp);
+    return run(context, what, *options);
+  };
+}
+
+}  // namespace
+
+void add_explain_commands(Commands& commands) {
+  const char* const details =
+      "Every step of the library's decision with the values that it depends on, down to the\n"
+      "first one that says no. The owner is --owner, else the empty name; the area is --area,\n"
+      "else docs. What is not read is looked for at other owners and timestamps: the commands\n"
+      "that get it stand at the end. 'explain NAME' is 'explain read NAME'. The exit code is 3\n"
+      "when the library would not do it.";
+  commands.push_back({"explain read", Group::kExplain, Effect::kLooks,
+                      "Why a document is or is not served",
+                      [](Arguments& app) { return declare(app, What::kRead); }, details});
+  commands.push_back({"explain write", Group::kExplain, Effect::kLooks,
+                      "What writing a document would do",
+                      [](Arguments& app) { return declare(app, What::kWrite); }, details});
+  commands.push_back({"explain part", Group::kExplain, Effect::kLooks,
+                      "Why a part is served, refreshed or to be regenerated",
+                      [](Arguments& app) { return declare(app, What::kPart); }, details});
+}
+
+}  // namespace stgctl

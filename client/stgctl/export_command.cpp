@@ -1,0 +1,211 @@
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <system_error>
+
+#include "client/stgctl/command.h"
+#include "client/stgctl/export_names.h"
+#include "client/stgctl/manifest.h"
+#include "client/stgctl/new_file.h"
+#include "client/stgctl/paths.h"
+#include "client/stgctl/progress.h"
+#include "client/stgctl/report.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace fs = std::filesystem;
+namespace sys = admin::sys;
+
+namespace {
+
+using admin::Holding;
+
+/// The folder that an export is written to.
+enum class Place {
+  kFresh,       ///< empty, or not there yet
+  kUnfinished,  ///< an export that was not finished lies in it
+};
+
+Place place_of(Context& context, const std::string& folder) {
+  check_outside_tree(context, folder);
+  const sys::Kind kind = sys::describe(folder).kind;
+  if (kind == sys::Kind::kMissing) return Place::kFresh;
+  if (kind != sys::Kind::kFolder)
+    throw Failure(Exit::kRefused, shown(folder) + " is no folder; name another place");
+  const std::vector<std::string> names = names_of_folder(folder);
+  if (names.empty()) return Place::kFresh;
+  for (const std::string& name : names) {
+    if (name == kManifestName) {
+      throw Failure(Exit::kRefused,
+                    shown(folder) + " holds an export already; name another folder, or remove it");
+    }
+  }
+  for (const std::string& name : names) {
+    if (name == kUnfinishedManifestName) return Place::kUnfinished;
+  }
+  throw Failure(Exit::kRefused, shown(folder) + " is not empty; name an empty or a new folder");
+}
+
+/// Takes away what an export that was not finished has left.
+void begin_anew(const std::string& folder) {
+  std::error_code error;
+  for (const admin::Area area : admin::kAreas) {
+    fs::remove_all(to_path(joined(folder, admin::name_of(area))), error);
+    if (error) break;
+  }
+  if (!error) fs::remove(to_path(joined(folder, kUnfinishedManifestName)), error);
+  if (!error) return;
+  throw Failure(Exit::kFailed, formatted("{}: the unfinished export in it could not be removed "
+                                         "({}); remove it, or name another folder",
+                                         shown(folder), error.message()));
+}
+
+/// Copies what the inventory hands on, item by item.
+class Exporting final : public admin::InventorySink {
+ public:
+  /// @param manifest null in a dry run.
+  Exporting(Context& context, const std::string& folder, ManifestWriter* manifest,
+            ChangeReport& report)
+      : m_context(context),
+        m_folder(folder),
+        m_manifest(manifest),
+        m_report(report),
+        m_progress(context.out(), context.options().progress, "exporting", 0) {}
+
+  bool holding(const Holding& holding) override {
+    if (Context::interrupted()) return false;
+    const Subject subject = subject_of(holding);
+    if (holding.out_of_reach != nullptr) {
+      m_report.skipped(subject, holding.out_of_reach);
+      return true;
+    }
+    try {
+      ManifestItem item{holding, m_names.take(holding), {}};
+      if (m_manifest != nullptr) copy(item);
+      m_sums.add(item);
+      m_report.done(subject, fields_of(item), tail_of(item));
+    } catch (const WriteFailure& failure) {
+      m_report.failed(subject, failure.what());
+      m_disk_refuses = true;
+      return false;
+    } catch (const Failure& failure) {
+      if (failure.code() == Exit::kInterrupted) throw;
+      m_lock_missed |= failure.code() == Exit::kLockTimeout;
+      m_report.failed(subject, failure.what());
+    }
+    m_progress.advance(1, holding.name);
+    return true;
+  }
+
+  void left_out(const std::string& location, const char* why) override {
+    m_report.skipped({"", "", location, {}}, why);
+  }
+  void failed(const std::string& location, const std::string& why) override {
+    m_report.failed({"", "", location, {}}, why);
+  }
+
+  const ManifestSums& sums() const { return m_sums; }
+  /// A file could not be written, and nothing behind it was tried.
+  bool disk_refuses() const { return m_disk_refuses; }
+  bool lock_missed() const { return m_lock_missed; }
+
+ private:
+  /// A document may be changed between being read and being asked for its time.
+  void copy(ManifestItem& item) {
+    constexpr int kTries = 3;
+    const std::string& source = item.what.location;
+    for (int i = 0; i < kTries; ++i) {
+      const sys::Info before = sys::describe(source);
+      NewFile target(location_in(m_folder, item.file));
+      const Content content = read_content(source, m_context.locking(), &target);
+      const sys::Info after = sys::describe(source);
+      if (after.modify_time != before.modify_time || after.size != content.bytes) continue;
+      target.commit(after.modify_time);
+      item.what.info = after;
+      item.checksum = content.checksum;
+      m_manifest->add(item);
+      return;
+    }
+    throw Failure(Exit::kFailed, "it changes while it is read; export it when nobody writes to it");
+  }
+
+  Context& m_context;
+  const std::string& m_folder;
+  ManifestWriter* m_manifest;
+  ChangeReport& m_report;
+  Progress m_progress;
+  ExportNames m_names;
+  ManifestSums m_sums;
+  bool m_disk_refuses = false;
+  bool m_lock_missed = false;
+};
+
+struct Options {
+  std::string folder;
+};
+
+Exit run_export(Context& context, const Options& options) {
+  const admin::Tree& tree = context.tree();
+  const bool dry = context.options().dry_run;
+  const Place place = place_of(context, options.folder);
+  if (!dry && place == Place::kUnfinished) {
+    context.confirm(formatted("{} holds an export that was not finished: begin it anew?",
+                              shown(options.folder)));
+    begin_anew(options.folder);
+  }
+  ChangeReport report(context, "stgctl.export/1", "exported");
+  std::optional<ManifestWriter> manifest;
+  if (!dry) manifest.emplace(options.folder, ManifestHead{tree.layout, context.scope()});
+  Exporting exporting(context, options.folder, dry ? nullptr : &*manifest, report);
+  admin::InventoryOptions asked;
+  asked.scope = context.scope();
+  asked.locking = context.locking();
+  asked.stop = &Context::interrupt_flag();
+  const admin::EntryFailures failures =
+      report.guarded([&] { return admin::take_inventory(tree, asked, exporting); });
+  const bool is_whole = !exporting.disk_refuses() && !Context::interrupted();
+  if (manifest && is_whole) manifest->end(report.failures());
+  if (!dry && !is_whole) {
+    context.out().error(
+        formatted("the export in {} is not finished and has no manifest; say the "
+                  "same again to begin it anew",
+                  shown(options.folder)));
+  }
+  const ManifestSums& sums = exporting.sums();
+  Json fields = {{"versions", sums.versions},
+                 {"parts", sums.parts},
+                 {"files", sums.files},
+                 {"bytes", sums.bytes},
+                 {"whole", is_whole}};
+  put_name(fields, "folder", options.folder);
+  const Exit code = report.finish(
+      fields, formatted("{}: {} versions, {} parts, {} files by path", format_bytes(sums.bytes),
+                        sums.versions, sums.parts, sums.files));
+  const bool lock_missed = exporting.lock_missed() || failures.lock_missed;
+  if (code == Exit::kFailed && lock_missed) return Exit::kLockTimeout;
+  // An empty tree has an export, too.
+  return code == Exit::kNothingMatched && context.options().owner.empty() ? Exit::kDone : code;
+}
+
+}  // namespace
+
+void add_export_command(Commands& commands) {
+  const auto declare = [](Arguments& app) -> Run {
+    const auto options = std::make_shared<Options>();
+    app.add_option("dir", options->folder, "A new or empty folder outside of the tree")
+        .type_name("DIR")
+        .required();
+    return [options](Context& context) { return run_export(context, *options); };
+  };
+  commands.push_back(
+      {"export", Group::kChange, Effect::kChanges,
+       "Copy a tree out as files under their logical names, with a manifest", declare,
+       "All areas are copied: versions of documents with their parts, user files, mail, and what\n"
+       "is addressed by path; --area and --owner narrow it down. Nothing of the tree changes.\n"
+       "The manifest, which import and compare go by, is written last: a folder without one\n"
+       "holds no finished export. What no index names is left out and told."});
+}
+
+}  // namespace stgctl

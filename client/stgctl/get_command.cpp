@@ -1,0 +1,157 @@
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+#include "client/stgctl/command.h"
+#include "client/stgctl/operations.h"
+#include "client/stgctl/paths.h"
+#include "client/stgctl/stamp.h"
+#include "client/stgctl/text.h"
+#include "vu_file.h"
+
+namespace stgctl {
+
+namespace fs = std::filesystem;
+namespace sys = admin::sys;
+
+namespace {
+
+struct Options {
+  std::string name;
+  std::string timestamp;
+  std::string output;
+};
+
+/// The version to get: the one that was named, or the latest.
+FoundEntry choose(const std::vector<FoundEntry>& versions, const Options& options) {
+  if (options.timestamp.empty() && !versions.empty()) return versions.back();
+  const std::int32_t wanted = parse_stamp(options.timestamp).value_or(0);
+  for (const FoundEntry& version : versions) {
+    if (version.timestamp == wanted) return version;
+  }
+  throw Failure(Exit::kNothingMatched,
+                versions.empty()
+                    ? "there is no version of " + shown(options.name)
+                    : formatted("there is no version {} of {}", wanted, shown(options.name)));
+}
+
+/// Hands the document's bytes to the standard output; the file stays locked against writers
+/// meanwhile.
+void write_out(Context& context, const FoundEntry& entry) {
+  const os::Status read =
+      sys::read_pieces(entry.path(), context.locking(), [&](std::string_view piece) {
+        context.out().write(piece);
+        return !Context::interrupted();
+      });
+  Context::stop_if_interrupted();
+  if (read.ok()) return;
+  if (read.failure() == os::Failure::kLocked) {
+    throw Failure(Exit::kLockTimeout,
+                  shown(entry.path()) + " is locked elsewhere (--lock-timeout)");
+  }
+  throw Failure(Exit::kFailed, shown(entry.path()) + ": " + sys::text_of(read));
+}
+
+/// Where the copy goes; a folder is completed by the name.
+std::string destination_of(Context& context, const Options& options) {
+  std::string destination = options.output.empty() ? options.name : options.output;
+  std::error_code error;
+  if (fs::is_directory(to_path(destination), error))
+    destination = joined(destination, options.name);
+  const std::string folder =
+      sys::absolute(from_path(fs::absolute(to_path(destination)).parent_path()));
+  const std::string tree = sys::absolute(context.tree().storage);
+  if (folder == tree || folder.starts_with(tree + sys::kSeparator)) {
+    throw Failure(Exit::kRefused,
+                  shown(destination) + " lies in the tree; name a place outside of it");
+  }
+  if (sys::kSeparator != '\\' && destination.find('\\') != std::string::npos) {
+    throw Failure(Exit::kRefused, shown(destination) + " holds a backslash; name another place");
+  }
+  return destination;
+}
+
+/// Copies under a shared lock, so that no half-written document is got.
+void copy_out(Context& context, const FoundEntry& entry, const std::string& destination) {
+  // Read once into nothing: waits for the lock as long as is allowed, and finds out what cannot be
+  // read.
+  vu_file source(entry.folder.path, entry.file);
+  const os::Status read =
+      sys::read_pieces(entry.path(), context.locking(), [](std::string_view) { return false; });
+  if (read.failure() == os::Failure::kLocked) {
+    throw Failure(Exit::kLockTimeout,
+                  shown(entry.path()) + " is locked elsewhere (--lock-timeout)");
+  }
+  bool refused = false;
+  if (!source.try_open(vu_file::o_read, refused, true) || refused) {
+    throw Failure(Exit::kFailed, shown(entry.path()) + " cannot be opened and locked for reading");
+  }
+  // Beside the destination first: whatever happens, a file that was there stays until the copy is
+  // complete.
+  const std::string part = destination + ".stgctl-part";
+  std::error_code error;
+  const bool copied = vu_file::copyFile(entry.path(), part, true);
+  if (copied) fs::rename(to_path(part), to_path(destination), error);
+  if (copied && !error) return;
+  std::error_code ignored;
+  fs::remove(to_path(part), ignored);
+  throw Failure(Exit::kFailed,
+                shown(destination) + " could not be written; is there room, and may you?");
+}
+
+Exit run_get(Context& context, const Options& options) {
+  check_name("the name", options.name);
+  const Target target = target_of(context, admin::Area::kDocs);
+  const FoundEntry entry = choose(find_versions(context, target, options.name), options);
+  check_no_link(context, entry.path());
+  if (options.output == "-") {
+    if (context.out().json())
+      throw Failure(Exit::kUsage, "--json and '--output -' both want the output");
+    if (!context.options().dry_run) write_out(context, entry);
+    return Exit::kDone;
+  }
+  const std::string destination = destination_of(context, options);
+  const sys::Kind there = sys::describe(destination).kind;
+  if (there != sys::Kind::kMissing && there != sys::Kind::kFile) {
+    throw Failure(Exit::kRefused, shown(destination) + " is no plain file; name another place");
+  }
+  ChangeReport report(context, "stgctl.get/1", "got");
+  if (!context.options().dry_run) {
+    if (there == sys::Kind::kFile) {
+      context.confirm(formatted("Overwrite {}?", shown(destination)));
+    }
+    copy_out(context, entry, destination);
+  }
+  Json fields = {{"bytes", entry.info.size}, {"modified", entry.info.modify_time}};
+  put_name(fields, "file", destination);
+  report.done(subject_of(entry), fields,
+              formatted("{} to {}", format_bytes(entry.info.size), shown(destination)));
+  return report.finish({{"bytes", entry.info.size}});
+}
+
+}  // namespace
+
+void add_get_command(Commands& commands) {
+  const auto declare = [](Arguments& app) -> Run {
+    const auto options = std::make_shared<Options>();
+    app.add_option("name", options->name, "The logical name").type_name("NAME").required();
+    app.add_option("--timestamp", options->timestamp, "The version; the latest otherwise")
+        .type_name("STAMP")
+        .check(is_stamp);
+    app.add_option("-o,--output", options->output,
+                   "The file to write, a folder, or '-' for the standard output (NAME)")
+        .type_name("FILE");
+    return [options](Context& context) {
+      context.take_apart(options->name, options->timestamp);
+      return run_get(context, *options);
+    };
+  };
+  commands.push_back(
+      {"get", Group::kChange, Effect::kChanges, "Copy a document out of the tree", declare,
+       "No byte, name or modification time of the tree changes. The area is docs unless --area\n"
+       "says another one. Only a file that would be overwritten is asked about."});
+}
+
+}  // namespace stgctl

@@ -1,0 +1,145 @@
+
+#include <memory>
+
+#include "client/stgctl/command.h"
+#include "client/stgctl/import_item.h"
+#include "client/stgctl/import_journal.h"
+#include "client/stgctl/manifest.h"
+#include "client/stgctl/progress.h"
+#include "client/stgctl/report.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace {
+
+struct Options {
+  std::string folder;
+  bool replace = false;
+};
+
+/// What is to be imported, after the whole manifest has been found sound.
+struct Plan {
+  admin::Scope scope;
+  ManifestSums sums;
+  std::uint64_t missing = 0;  ///< what the export could not read
+};
+
+Plan plan_of(Context& context, const std::string& folder) {
+  Plan plan;
+  ManifestReader reader(folder);
+  plan.scope = common_scope(context.scope(), reader.head().scope);
+  if (reader.head().layout != context.tree().layout) {
+    const bool is_flat = reader.head().layout == admin::Layout::kFlat;
+    throw Failure(Exit::kRefused,
+                  formatted("the export is of a tree {} owners, and this tree is laid out {} them "
+                            "(--layout)",
+                            is_flat ? "without" : "with", is_flat ? "with" : "without"));
+  }
+  ManifestItem item;
+  while (reader.next(item)) {
+    Context::stop_if_interrupted();
+    if (is_in_scope(item.what, plan.scope)) plan.sums.add(item);
+  }
+  plan.missing = reader.sums().failed;
+  return plan;
+}
+
+class Importing {
+ public:
+  Importing(Context& context, const Options& options, ImportJournal& journal, ChangeReport& report)
+      : m_context(context),
+        m_options(options),
+        m_importer(context, options.folder, options.replace ? Existing::kReplace : Existing::kKeep,
+                   journal),
+        m_report(report) {}
+
+  void run(const Plan& plan) {
+    Progress progress(m_context.out(), m_context.options().progress, "importing",
+                      plan.sums.items());
+    ManifestReader reader(m_options.folder);
+    for (bool is_more = true; is_more && !Context::interrupted();) {
+      std::vector<ManifestItem> batch;
+      is_more = read_batch(reader, plan.scope, batch);
+      m_importer.run(batch, [&](const ManifestItem& item, Imported result, const Failure* why) {
+        tell(item, result, why);
+        progress.advance(1, item.what.name);
+      });
+    }
+  }
+
+ private:
+  /// @return whether there may be more.
+  static bool read_batch(ManifestReader& reader, const admin::Scope& scope,
+                         std::vector<ManifestItem>& batch) {
+    std::uint64_t bytes = 0;
+    ManifestItem item;
+    while (batch.size() < StoreBatch::kMostFiles && bytes < StoreBatch::kMostBytes) {
+      if (!reader.next(item)) return false;
+      if (!is_in_scope(item.what, scope)) continue;
+      bytes += item.what.info.size;
+      batch.push_back(item);
+    }
+    return true;
+  }
+
+  void tell(const ManifestItem& item, Imported result, const Failure* failure) {
+    const Subject subject = subject_of(item.what);
+    if (failure != nullptr) return m_report.failed(subject, failure->what());
+    if (result == Imported::kThere) return m_report.skipped(subject, "it is there already");
+    m_report.add_bytes(result == Imported::kTimeSet ? 0 : item.what.info.size);
+    m_report.done_as(name_of(result), subject, fields_of(item), tail_of(item));
+  }
+
+  Context& m_context;
+  const Options& m_options;
+  Importer m_importer;
+  ChangeReport& m_report;
+};
+
+Exit run_import(Context& context, const Options& options) {
+  context.tree();
+  check_outside_tree(context, options.folder);
+  const Plan plan = plan_of(context, options.folder);
+  if (plan.missing != 0) {
+    context.out().warning(
+        formatted("the export is incomplete: {} of its files could not be read when it was made",
+                  plan.missing));
+  }
+  ChangeReport report(context, "stgctl.import/1", "imported");
+  if (plan.sums.items() == 0) return report.finish({{"bytes", 0}});
+  const bool dry = context.options().dry_run;
+  if (!dry) {
+    context.confirm(formatted("Import {} versions, {} parts and {} files by path, {}?",
+                              plan.sums.versions, plan.sums.parts, plan.sums.files,
+                              format_bytes(plan.sums.bytes)));
+    context.open_library();
+  }
+  ImportJournal journal(context, dry ? ImportJournal::Use::kLook : ImportJournal::Use::kWork);
+  report.guarded([&] {
+    Importing(context, options, journal, report).run(plan);
+    return 0;
+  });
+  if (!dry) journal.close();
+  return report.finish({{"bytes", report.bytes()}, {"seconds", report.seconds()}},
+                       format_bytes(report.bytes()) + report.speed());
+}
+
+}  // namespace
+
+void add_import_command(Commands& commands) {
+  const auto declare = [](Arguments& app) -> Run {
+    const auto options = std::make_shared<Options>();
+    app.add_option("dir", options->folder, "The folder of an export").type_name("DIR").required();
+    app.add_flag("--replace", options->replace, "Replace what exists with other content");
+    return [options](Context& context) { return run_import(context, *options); };
+  };
+  commands.push_back(
+      {"import", Group::kChange, Effect::kChanges, "Store what an export holds, with its times",
+       declare,
+       "Each file is compared with the manifest before it is stored, and each version after.\n"
+       "What is there already is skipped; an import that was killed is said again. --area and\n"
+       "--owner narrow it down."});
+}
+
+}  // namespace stgctl

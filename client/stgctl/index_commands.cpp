@@ -1,0 +1,198 @@
+// index dump and index lint: the lines of index.dat as they stand.
+
+#include <memory>
+
+#include "client/admin/folder_view.h"
+#include "client/admin/index_lint.h"
+#include "client/stgctl/command.h"
+#include "client/stgctl/look.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace {
+
+using admin::IndexState;
+using admin::LintedLine;
+using admin::Verdict;
+
+enum class Wanted { kAllLines, kBadLines };
+
+struct Options {
+  std::string folder;
+  bool no_lock = false;
+};
+
+std::string_view name_of(IndexState state) {
+  constexpr std::array<std::string_view, 5> kNames = {"missing", "read", "no-bytes", "locked",
+                                                      "failed"};
+  return kNames[static_cast<std::size_t>(state)];
+}
+
+/// What is odd about a line, or nothing.
+std::string remark_on(const LintedLine& line) {
+  switch (line.verdict) {
+    case Verdict::kNoSeparator:
+      return "passed over: no \"/\"";
+    case Verdict::kShortKey:
+      return "passed over: the key has no room for a timestamp";
+    case Verdict::kNoFile:
+      return "passed over: its file is not there";
+    case Verdict::kUnknown:
+      return "passed over, and kept: the system does not tell whether its file is there";
+    case Verdict::kDuplicateKey:
+      return formatted("passed over: line {} has the key", line.same_key_as);
+    case Verdict::kEntry:
+      break;
+  }
+  if (!line.has_file) return formatted("counts, but {} is not there", shown(line.file));
+  if (line.same_stored_as != 0)
+    return formatted("line {} has the same physical name", line.same_stored_as);
+  return line.has_odd_stamp ? "the key does not end in \"_\" and ten digits" : "";
+}
+
+class IndexVisitor final : public admin::Visitor {
+ public:
+  IndexVisitor(Context& context, Wanted wanted, const Options& options)
+      : m_context(context), m_wanted(wanted), m_locking(locking_for(context, options.no_lock)) {}
+
+  bool folder(const admin::DocumentFolder& folder) override {
+    if (Context::interrupted()) return false;
+    m_view.load(folder, m_locking);
+    if (!m_view.status().ok()) {
+      if (m_view.status().failure() != os::Failure::kNotFound) failed(folder.path, m_view.status());
+      return true;
+    }
+    const IndexState state = m_view.index_state();
+    if (state == IndexState::kMissing) return true;
+    ++m_folders;
+    m_lock_missed = m_lock_missed || state == IndexState::kLocked;
+    m_failures += state == IndexState::kFailed ? 1U : 0U;
+    if (state != IndexState::kRead) m_problems += 1;
+    show_folder(state);
+    m_lint.start(m_view);
+    LintedLine line;
+    while (m_lint.next(line)) {
+      const std::string remark = remark_on(line);
+      if (!remark.empty()) ++m_problems;
+      if (m_wanted == Wanted::kAllLines || !remark.empty()) show_line(line, remark);
+    }
+    return true;
+  }
+
+  void failed(const std::string& path, const os::Status& status) override {
+    ++m_failures;
+    m_context.out().warning(shown(path) + ": " + admin::sys::text_of(status));
+  }
+
+  Exit result() const {
+    if (Context::interrupted()) return Exit::kInterrupted;
+    if (m_lock_missed) return Exit::kLockTimeout;
+    if (m_failures != 0) return m_folders != 0 ? Exit::kPartlyDone : Exit::kFailed;
+    if (m_folders == 0) return Exit::kNothingMatched;
+    return m_wanted == Wanted::kBadLines && m_problems != 0 ? Exit::kProblemsFound : Exit::kDone;
+  }
+
+ private:
+  void show_folder(IndexState state) {
+    if (m_context.out().json()) {
+      Json fields;
+      fields["record"] = "index";
+      fields["area"] = admin::name_of(m_view.folder().area);
+      put_name(fields, "owner", m_view.folder().owner);
+      put_name(fields, "folder", m_view.folder().path);
+      fields["state"] = name_of(state);
+      fields["bytes"] = m_view.index_text().size();
+      m_context.out().json_line(schema(), fields);
+      return;
+    }
+    if (m_wanted == Wanted::kAllLines || state != IndexState::kRead) {
+      m_context.out().print(
+          "{}{}\n",
+          m_context.out().styled(Style::kBold, shown(m_view.path_of(index_format::kIndexFile))),
+          state == IndexState::kRead ? "" : formatted("  {}", name_of(state)));
+    }
+  }
+
+  void show_line(const LintedLine& line, const std::string& remark) {
+    if (m_context.out().json()) {
+      Json fields;
+      fields["record"] = "line";
+      put_name(fields, "folder", m_view.folder().path);
+      fields["line"] = line.number;
+      fields["verdict"] = admin::name_of(line.verdict);
+      put_name(fields, "text", line.raw.substr(0, kMostShown));
+      if (!line.logical.empty()) {
+        put_name(fields, "name", line.logical);
+        fields["timestamp"] = line.timestamp;
+      }
+      if (line.verdict != Verdict::kNoSeparator) put_name(fields, "physical", line.stored);
+      if (line.verdict == Verdict::kEntry) put_name(fields, "file", line.file);
+      fields["remark"] = remark;
+      m_context.out().json_line(schema(), fields);
+      return;
+    }
+    const std::string where =
+        m_wanted == Wanted::kAllLines
+            ? formatted("{:>6}  ", line.number)
+            : formatted("{}:{}: ", shown(m_view.path_of(index_format::kIndexFile)), line.number);
+    m_context.out().print(
+        "{}{}{}\n", where, shown(line.raw.substr(0, kMostShown)),
+        remark.empty() ? "" : m_context.out().styled(Style::kYellow, "  # " + remark));
+  }
+
+  const char* schema() const {
+    return m_wanted == Wanted::kAllLines ? "stgctl.index-dump/1" : "stgctl.index-lint/1";
+  }
+
+  static constexpr std::size_t kMostShown = 4096;
+
+  Context& m_context;
+  Wanted m_wanted;
+  admin::sys::Locking m_locking;
+  admin::FolderView m_view;
+  admin::IndexLint m_lint;
+  std::uint64_t m_folders = 0;
+  std::uint64_t m_failures = 0;
+  std::uint64_t m_problems = 0;
+  bool m_lock_missed = false;
+};
+
+Exit run(Context& context, Wanted wanted, const Options& options) {
+  IndexVisitor visitor(context, wanted, options);
+  const admin::Tree& tree = context.tree();
+  if (options.folder.empty()) {
+    admin::walk(tree, context.scope(), visitor);
+    return visitor.result();
+  }
+  const auto located = admin::locate_in(tree, options.folder);
+  if (!located || !located->rest.empty())
+    throw Failure(Exit::kNothingMatched,
+                  shown(options.folder) + " is no document folder of this tree");
+  visitor.folder(located->folder);
+  return visitor.result();
+}
+
+Run declare(Arguments& app, Wanted wanted) {
+  auto options = std::make_shared<Options>();
+  app.add_option("folder", options->folder,
+                 "One document folder; else all that --area and --owner leave")
+      .type_name("DIR");
+  add_no_lock(app, options->no_lock);
+  return [options, wanted](Context& context) { return run(context, wanted, *options); };
+}
+
+}  // namespace
+
+void add_index_commands(Commands& commands) {
+  commands.push_back({"index dump", Group::kLook, Effect::kLooks,
+                      "Show the lines of index.dat as they stand",
+                      [](Arguments& app) { return declare(app, Wanted::kAllLines); },
+                      "Lines that the library's reader passes over are marked, with the reason."});
+  commands.push_back({"index lint", Group::kLook, Effect::kLooks,
+                      "Show the lines of index.dat that something is wrong with",
+                      [](Arguments& app) { return declare(app, Wanted::kBadLines); },
+                      "The exit code is 4 when there is one."});
+}
+
+}  // namespace stgctl

@@ -1,0 +1,203 @@
+
+#include <array>
+#include <map>
+#include <memory>
+
+#include "client/admin/name_diff.h"
+#include "client/admin/name_snapshot.h"
+#include "client/stgctl/command.h"
+#include "client/stgctl/look.h"
+#include "client/stgctl/names_file.h"
+#include "client/stgctl/report.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace {
+
+using admin::NameDifference;
+using admin::NameStore;
+using admin::SavedIndex;
+using admin::SavedIndexes;
+
+constexpr const char* kSchema = "stgctl.index-diff/1";
+
+struct Options {
+  NamesOptions names;
+  std::string before;
+  std::string after = "now";
+};
+
+/// The names of a tree at one moment: of a snapshot, or read just now.
+struct Side {
+  SavedIndexes indexes;
+  std::map<std::uint64_t, std::string>
+      texts;  ///< of indexes read just now that the other side does not have
+  admin::Layout layout = admin::Layout::kOwner;
+  Json fields;
+  bool lock_missed = false;
+  std::uint64_t unread = 0;
+
+  std::string text_of(NameStore& store, const SavedIndex& index) const {
+    const auto found = texts.find(index.digest.low);
+    return found != texts.end() ? found->second : store.text_of(index);
+  }
+};
+
+Side read_now(Context& context, const SavedIndexes& other) {
+  Side side;
+  admin::SnapshotOptions asked;
+  asked.locking = context.locking();
+  asked.stop = &Context::interrupt_flag();
+  const auto keep = [&](std::string_view text, const SavedIndex*) {
+    const SavedIndex index = admin::names_format::measure(text);
+    side.texts.emplace(index.digest.low, text);
+    return index;
+  };
+  admin::TakenIndexes taken =
+      admin::take_indexes(context.tree(), other, asked, keep, warn_of_failures(context));
+  Context::stop_if_interrupted();
+  side.indexes = std::move(taken.indexes);
+  side.layout = context.tree().layout;
+  side.fields = {{"now", true}, {"time", os::now()}};
+  side.lock_missed = taken.lock_missed;
+  side.unread = taken.unread;
+  return side;
+}
+
+Side read_saved(NameStore& store, const std::string& name) {
+  Side side;
+  const admin::Snapshot snapshot = find_snapshot(store, name);
+  side.indexes = store.indexes_of(snapshot.number);
+  side.layout = snapshot.layout;
+  side.fields = {{"number", snapshot.number}, {"time", snapshot.time}};
+  return side;
+}
+
+/// Tells the differences one by one, and in sum.
+class DiffReport {
+ public:
+  explicit DiffReport(Context& context) : m_context(context) {}
+
+  void folder(const admin::DocumentFolder& folder, std::string_view before,
+              std::string_view after) {
+    bool differs = false;
+    admin::compare_names(before, after, [&](const NameDifference& difference) {
+      differs = true;
+      ++m_counts.at(static_cast<std::size_t>(difference.what));
+      tell(folder, difference);
+    });
+    if (differs) ++m_folders;
+  }
+
+  Exit finish(const Side& before, const Side& after) {
+    Output& out = m_context.out();
+    if (out.json()) {
+      Json fields = {{"record", "summary"},  {"before", before.fields}, {"after", after.fields},
+                     {"added", m_counts[0]}, {"removed", m_counts[1]},  {"moved", m_counts[2]},
+                     {"folders", m_folders}};
+      out.json_line(kSchema, fields);
+    } else {
+      out.print("{}\n", out.styled(Style::kBold,
+                                   formatted("{} added, {} removed, {} moved in {} folders",
+                                             m_counts[0], m_counts[1], m_counts[2], m_folders)));
+    }
+    if (before.lock_missed || after.lock_missed) return Exit::kLockTimeout;
+    return before.unread + after.unread != 0 ? Exit::kPartlyDone : Exit::kDone;
+  }
+
+ private:
+  void tell(const admin::DocumentFolder& folder, const NameDifference& difference) {
+    Output& out = m_context.out();
+    const admin::NameLine line{difference.key, {}};
+    const Subject subject{std::string(admin::name_of(folder.area)), folder.owner,
+                          std::string(line.logical()), line.timestamp()};
+    if (out.json()) {
+      Json fields = {{"record", "name"}, {"change", admin::name_of(difference.what)}};
+      put_subject(fields, subject);
+      put_name(fields, "folder", folder.path);
+      if (difference.what != NameDifference::What::kAdded)
+        put_name(fields, "before", difference.before);
+      if (difference.what != NameDifference::What::kRemoved)
+        put_name(fields, "after", difference.after);
+      out.json_line(kSchema, fields);
+      return;
+    }
+    constexpr std::array<const char*, 3> kSigns = {"+", "-", "~"};
+    constexpr std::array<Style, 3> kStyles = {Style::kGreen, Style::kRed, Style::kYellow};
+    const auto what = static_cast<std::size_t>(difference.what);
+    std::string files = shown(difference.before.empty() ? difference.after : difference.before);
+    if (difference.what == NameDifference::What::kMoved) files += " -> " + shown(difference.after);
+    out.print("{}  {}\n",
+              out.styled(kStyles.at(what), formatted("{} {}", kSigns.at(what), shown(subject))),
+              files);
+  }
+
+  Context& m_context;
+  std::array<std::uint64_t, 3> m_counts{};
+  std::uint64_t m_folders = 0;
+};
+
+Exit run_diff(Context& context, const Options& options) {
+  const std::string file = names_file(context, options.names);
+  return on_names([&] {
+    NameStore store(file, NameStore::For::kReading, context.locking());
+    const bool from_now = options.before == "now";
+    const bool to_now = options.after == "now";
+    if (from_now && to_now) {
+      throw Failure(Exit::kUsage, "both sides are 'now'; name a snapshot ('stgctl index log')");
+    }
+    Side saved = read_saved(store, from_now ? options.after : options.before);
+    Side other =
+        from_now || to_now ? read_now(context, saved.indexes) : read_saved(store, options.after);
+    const Side& before = from_now ? other : saved;
+    const Side& after = from_now ? saved : other;
+    admin::Snapshot shape;
+    shape.layout = after.layout;
+    const admin::Tree tree = tree_of_names(context, shape);
+    const NamesFilter filter(context, tree, options.names);
+    DiffReport report(context);
+    SavedIndexes all = before.indexes;
+    all.insert(after.indexes.begin(), after.indexes.end());
+    for (const auto& [name, any] : all) {
+      Context::stop_if_interrupted();
+      const auto old = before.indexes.find(name);
+      const auto now = after.indexes.find(name);
+      const bool has_old = old != before.indexes.end();
+      const bool has_new = now != after.indexes.end();
+      if (has_old && has_new && old->second.digest == now->second.digest) continue;
+      const auto folder = filter.wanted(name);
+      if (!folder) continue;
+      report.folder(*folder, has_old ? before.text_of(store, old->second) : "",
+                    has_new ? after.text_of(store, now->second) : "");
+    }
+    return report.finish(before, after);
+  });
+}
+
+}  // namespace
+
+void add_index_diff_command(Commands& commands) {
+  const auto declare = [](Arguments& app) -> Run {
+    const auto options = std::make_shared<Options>();
+    app.add_option("before", options->before,
+                   "A snapshot: its number, 'latest', a time in UTC ('2026-03-01 12:00', "
+                   "'@SECONDS'), an age ('2h'), or 'now' for the tree itself")
+        .type_name("A")
+        .check(is_snapshot_name_or_now)
+        .required();
+    app.add_option("after", options->after, "Another one (now)")
+        .type_name("B")
+        .check(is_snapshot_name_or_now);
+    add_names_option(app, options->names);
+    add_folder_option(app, options->names);
+    return [options](Context& context) { return run_diff(context, *options); };
+  };
+  commands.push_back(
+      {"index diff", Group::kLook, Effect::kLooks, "Compare the names of two snapshots", declare,
+       "Names that were added (+), removed (-), or lead to another file (~). A time or an age "
+       "stands\n"
+       "for the last snapshot that is not younger. --area, --owner and --folder narrow it down."});
+}
+
+}  // namespace stgctl

@@ -1,0 +1,144 @@
+
+#include <memory>
+
+#include "client/admin/name_snapshot.h"
+#include "client/stgctl/command.h"
+#include "client/stgctl/names_file.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace {
+
+using admin::NameStore;
+using admin::SavedIndex;
+using admin::SavedIndexes;
+
+constexpr const char* kSchema = "stgctl.index-log/1";
+
+void show_snapshot(Context& context, const NameStore::Kept& kept) {
+  Output& out = context.out();
+  if (out.json()) {
+    Json fields = {{"record", "snapshot"}, {"number", kept.number}};
+    fields["state"] = kept.snapshot ? "whole" : "damaged";
+    if (kept.snapshot) fields.update(fields_of(*kept.snapshot));
+    fields["file_bytes"] = kept.file_bytes;
+    out.json_line(kSchema, fields);
+    return;
+  }
+  const std::string number = out.styled(Style::kBold, formatted("{:>6}", kept.number));
+  if (!kept.snapshot) {
+    out.print("{}  {}\n", number, out.styled(Style::kRed, "damaged"));
+    return;
+  }
+  const admin::Snapshot& s = *kept.snapshot;
+  out.print("{}  {}  {:>8} entries  {:>5} folders  {} changed, {} new, {} gone{}\n", number,
+            format_time(s.time), s.entries, s.folders, s.changed, s.added, s.removed,
+            s.unread == 0 ? "" : formatted(", {} not read", s.unread));
+}
+
+void show_folder(Context& context, const admin::Snapshot& snapshot,
+                 const admin::DocumentFolder& folder, const char* change, const SavedIndex* index) {
+  Output& out = context.out();
+  const std::uint64_t entries = index != nullptr ? index->entries : 0;
+  const std::uint64_t bytes = index != nullptr ? index->size : 0;
+  if (out.json()) {
+    Json fields = {{"record", "folder"}, {"number", snapshot.number}, {"time", snapshot.time}};
+    fields["area"] = admin::name_of(folder.area);
+    put_name(fields, "owner", folder.owner);
+    put_name(fields, "folder", folder.path);
+    fields["change"] = change;
+    fields["entries"] = entries;
+    fields["bytes"] = bytes;
+    out.json_line(kSchema, fields);
+    return;
+  }
+  out.print("{}  {}  {:<7}  {:>8} entries  {}\n",
+            out.styled(Style::kBold, formatted("{:>6}", snapshot.number)),
+            format_time(snapshot.time), change, entries, shown(folder.path));
+}
+
+/// The snapshots in which the wanted indexes changed.
+std::uint64_t show_changes(Context& context, NameStore& store,
+                           const std::vector<NameStore::Kept>& all, const NamesOptions& options) {
+  SavedIndexes before;
+  std::uint64_t shown_lines = 0;
+  for (const NameStore::Kept& kept : all) {
+    Context::stop_if_interrupted();
+    if (!kept.snapshot) {
+      show_snapshot(context, kept);
+      continue;
+    }
+    const admin::Tree tree = tree_of_names(context, *kept.snapshot);
+    const NamesFilter filter(context, tree, options);
+    SavedIndexes now = store.indexes_of(kept.number);
+    for (const auto& [name, index] : now) {
+      const auto old = before.find(name);
+      if (old != before.end() && old->second.digest == index.digest) continue;
+      const auto folder = filter.wanted(name);
+      if (!folder) continue;
+      ++shown_lines;
+      show_folder(context, *kept.snapshot, *folder, old == before.end() ? "new" : "changed",
+                  &index);
+    }
+    for (const auto& [name, index] : before) {
+      if (now.contains(name)) continue;
+      const auto folder = filter.wanted(name);
+      if (!folder) continue;
+      ++shown_lines;
+      show_folder(context, *kept.snapshot, *folder, "gone", nullptr);
+    }
+    before = std::move(now);
+  }
+  return shown_lines;
+}
+
+Exit run_log(Context& context, const NamesOptions& options) {
+  const std::string file = names_file(context, options);
+  return on_names([&] {
+    NameStore store(file, NameStore::For::kReading, context.locking());
+    const std::vector<NameStore::Kept> all = store.snapshots();
+    const bool narrowed = !options.folder.empty() || !context.options().area.empty() ||
+                          !context.options().owner.empty();
+    std::uint64_t lines = all.size();
+    if (narrowed) {
+      lines = show_changes(context, store, all, options);
+    } else {
+      for (const NameStore::Kept& kept : all) show_snapshot(context, kept);
+    }
+    Output& out = context.out();
+    if (out.json()) {
+      Json fields = {{"record", "summary"}, {"snapshots", all.size()}};
+      put_name(fields, "file", file);
+      fields["file_bytes"] = store.file_size();
+      fields["torn_bytes"] = store.torn_bytes();
+      out.json_line(kSchema, fields);
+    } else {
+      out.print("{}\n",
+                out.styled(Style::kBold, formatted("{} snapshots, {} in {}", all.size(),
+                                                   format_bytes(store.file_size()), shown(file))));
+      if (store.torn_bytes() != 0)
+        out.print("{} bytes behind the last one are incomplete; the next one cuts them off\n",
+                  store.torn_bytes());
+    }
+    return lines == 0 ? Exit::kNothingMatched : Exit::kDone;
+  });
+}
+
+}  // namespace
+
+void add_index_log_command(Commands& commands) {
+  const auto declare = [](Arguments& app) -> Run {
+    const auto options = std::make_shared<NamesOptions>();
+    add_names_option(app, *options);
+    add_folder_option(app, *options);
+    return [options](Context& context) { return run_log(context, *options); };
+  };
+  commands.push_back({"index log", Group::kLook, Effect::kLooks, "List the snapshots of the names",
+                      declare,
+                      "With --folder, --area or --owner: only the snapshots in which those indexes "
+                      "changed, and how\n"
+                      "many entries they had. Works without the tree, too."});
+}
+
+}  // namespace stgctl

@@ -1,0 +1,238 @@
+
+#include <memory>
+#include <vector>
+
+#include "client/admin/name_restore.h"
+#include "client/admin/name_snapshot.h"
+#include "client/admin/writable.h"
+#include "client/stgctl/command.h"
+#include "client/stgctl/lock_wait.h"
+#include "client/stgctl/names_file.h"
+#include "client/stgctl/progress.h"
+#include "client/stgctl/report.h"
+#include "client/stgctl/target.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace {
+
+using admin::NameFate;
+using admin::NameStore;
+using admin::RestoredName;
+using admin::RestorePlan;
+
+struct Options {
+  NamesOptions names;
+  std::string at;
+  bool missing = false;
+};
+
+/// A folder with names to bring back.
+struct Job {
+  admin::DocumentFolder folder;
+  std::string saved;
+};
+
+/// The restoring of one tree: planned first, then done folder by folder.
+class Restoring {
+ public:
+  Restoring(Context& context, const Options& options)
+      : m_context(context),
+        m_options(options),
+        m_report(context, "stgctl.index-restore/1", "restored") {}
+
+  Exit run() {
+    plan();
+    if (m_restorable == 0 && m_dropped == 0) {
+      // What is left are saves to be completed; that changes no name.
+      for (const Job& job : m_jobs) restore(job);
+      if (!m_any_told) {
+        throw Failure(Exit::kNothingMatched,
+                      formatted("snapshot {} has no name that could be brought back; nothing was "
+                                "changed",
+                                m_snapshot.number));
+      }
+      return finish();
+    }
+    if (!m_context.options().dry_run) {
+      m_context.confirm(formatted("Bring back {} names in {} folders as of {} UTC?", m_restorable,
+                                  m_jobs.size(), format_time(m_snapshot.time)));
+      m_report.guarded([&] {
+        Progress progress(m_context.out(), m_context.options().progress, "restoring",
+                          m_jobs.size());
+        for (const Job& job : m_jobs) {
+          if (Context::interrupted()) break;
+          restore(job);
+          progress.advance(1, job.folder.path);
+        }
+        return 0;
+      });
+    }
+    return finish();
+  }
+
+ private:
+  /// Reads what is saved and what is there; tells what stays, and in a dry run everything.
+  void plan() {
+    const std::string file = names_file(m_context, m_options.names);
+    const admin::Tree& tree = m_context.tree();
+    on_names([&] {
+      NameStore store(file, NameStore::For::kReading, m_context.locking());
+      m_snapshot = find_snapshot(store, m_options.at);
+      if (m_snapshot.layout != tree.layout) {
+        throw Failure(Exit::kRefused,
+                      formatted("the snapshot is of a tree in the layout '{}', this one has "
+                                "'{}'; say --layout, or name another snapshot",
+                                admin::name_of(m_snapshot.layout), admin::name_of(tree.layout)));
+      }
+      const NamesFilter filter(m_context, tree, m_options.names);
+      for (const auto& [name, index] : store.indexes_of(m_snapshot.number)) {
+        Context::stop_if_interrupted();
+        const auto folder = filter.wanted(name);
+        if (!folder) continue;
+        try {
+          plan_folder(*folder, store.text_of(index));
+        } catch (const Failure& failure) {
+          if (failure.code() != Exit::kFailed && failure.code() != Exit::kRefused) throw;
+          tell_failed(*folder, failure.what());
+        }
+      }
+    });
+  }
+
+  void plan_folder(const admin::DocumentFolder& folder, std::string saved) {
+    check_no_link(m_context, admin::sys::join(folder.path, index_format::kIndexFile));
+    m_view.load(folder, m_context.locking());
+    Context::stop_if_interrupted();
+    if (m_view.index_state() == admin::IndexState::kLocked) throw locked(folder);
+    if (m_view.index_state() == admin::IndexState::kFailed) {
+      throw Failure(Exit::kFailed,
+                    formatted("{}: {}", shown(m_view.path_of(index_format::kIndexFile)),
+                              admin::sys::text_of(m_view.index_status())));
+    }
+    const bool is_gone = m_view.status().failure() == os::Failure::kNotFound;
+    if (!m_view.status().ok() && !is_gone) {
+      throw Failure(Exit::kFailed,
+                    formatted("{}: {}", shown(folder.path), admin::sys::text_of(m_view.status())));
+    }
+    const RestorePlan plan = admin::plan_restore(m_view, saved);
+    const bool dry = m_context.options().dry_run;
+    // An interrupted save is completed, whether or not names come back.
+    const bool is_job = plan.changes() || m_view.has_interrupted_save();
+    if (dry || !is_job) tell(folder, plan);
+    if (!is_job) return;
+    m_restorable += plan.count(NameFate::kRestored);
+    m_dropped += plan.dropped.size();
+    if (!dry) m_jobs.push_back({folder, std::move(saved)});
+  }
+
+  void restore(const Job& job) {
+    RestorePlan plan;
+    const os::Status status =
+        admin::restore_names(job.folder, job.saved, m_context.locking(), plan);
+    Context::stop_if_interrupted();
+    if (status.failure() == os::Failure::kLocked) throw locked(job.folder);
+    if (!status.ok()) {
+      const std::string path = admin::sys::join(job.folder.path, index_format::kIndexFile);
+      tell_failed(job.folder,
+                  formatted("{}: {}", shown(path), admin::why_not_usable(path, status)));
+      return;
+    }
+    tell(job.folder, plan);
+  }
+
+  /// The other folders go on; this one can be asked for by itself.
+  void tell_failed(const admin::DocumentFolder& folder, const std::string& why) {
+    m_any_told = true;
+    const std::string name = admin::saved_name_of(m_context.tree(), folder.path);
+    m_report.failed(
+        {"", "", name, std::nullopt},
+        formatted("{}; once that is mended: stgctl index restore --folder {}", why, shown(name)));
+  }
+
+  Failure locked(const admin::DocumentFolder& folder) {
+    const std::string path = admin::sys::join(folder.path, index_format::kIndexFile);
+    return {Exit::kLockTimeout, formatted("{} is locked by {} (--lock-timeout)", shown(path),
+                                          holder_of(m_context, path))};
+  }
+
+  void tell(const admin::DocumentFolder& folder, const RestorePlan& plan) {
+    m_unchanged += plan.unchanged;
+    for (const RestoredName& name : plan.names) {
+      const Subject subject{std::string(admin::name_of(folder.area)), folder.owner, name.logical,
+                            name.timestamp};
+      if (name.fate == NameFate::kRestored) {
+        Json fields;
+        put_name(fields, "folder", folder.path);
+        put_name(fields, "file", name.file);
+        if (!name.renamed_from.empty()) put_name(fields, "renamed_from", name.renamed_from);
+        const std::string from =
+            name.renamed_from.empty() ? "" : ", which was " + shown(name.renamed_from);
+        m_report.done(subject, fields, shown(name.file) + from);
+      } else if (name.fate == NameFate::kNoFile) {
+        ++m_without_file;
+        if (m_options.missing) m_report.skipped(subject, name.reason);
+      } else {
+        m_report.skipped(subject, name.reason);
+      }
+      m_any_told = m_any_told || name.fate != NameFate::kNoFile || m_options.missing;
+    }
+    for (const std::string& file : plan.dropped) {
+      m_report.done_as("dropped", {std::string(admin::name_of(folder.area)), folder.owner, file, 0},
+                       Json::object(), "the entry that adoption gave the file");
+      m_any_told = true;
+    }
+  }
+
+  Exit finish() {
+    std::string tail = formatted("{} unchanged", m_unchanged);
+    if (m_without_file != 0) tail += formatted(", {} without a file", m_without_file);
+    return m_report.finish({{"snapshot", m_snapshot.number},
+                            {"time", m_snapshot.time},
+                            {"unchanged", m_unchanged},
+                            {"without_file", m_without_file}},
+                           tail);
+  }
+
+  Context& m_context;
+  const Options& m_options;
+  ChangeReport m_report;
+  admin::Snapshot m_snapshot;
+  admin::FolderView m_view;
+  std::vector<Job> m_jobs;
+  std::uint64_t m_restorable = 0;
+  std::uint64_t m_dropped = 0;
+  std::uint64_t m_unchanged = 0;
+  std::uint64_t m_without_file = 0;
+  bool m_any_told = false;
+};
+
+}  // namespace
+
+void add_index_restore_command(Commands& commands) {
+  const auto declare = [](Arguments& app) -> Run {
+    const auto options = std::make_shared<Options>();
+    app.add_option(
+           "--at", options->at,
+           "The snapshot: its number, a time in UTC ('2026-03-01 12:00', '@SECONDS'), an age "
+           "('2h'); the latest otherwise")
+        .type_name("T")
+        .check(is_snapshot_name);
+    add_folder_option(app, options->names);
+    add_names_option(app, options->names);
+    app.add_flag("--missing", options->missing, "Tell also the names whose files are gone");
+    return [options](Context& context) { return Restoring(context, *options).run(); };
+  };
+  commands.push_back(
+      {"index restore", Group::kChange, Effect::kChanges,
+       "Bring names back from a snapshot, without touching the documents", declare,
+       "A name comes back when its file is there and no other name has it. Names that the index "
+       "has by\n"
+       "now stay. The entry that adoption gave the file goes, and a file whose extension adoption "
+       "has\n"
+       "put into lower case gets its name back; no other file is renamed, and none is written.\n"
+       "--area, --owner and --folder narrow it down."});
+}
+
+}  // namespace stgctl

@@ -1,0 +1,145 @@
+
+#include <memory>
+
+#include "client/admin/name_snapshot.h"
+#include "client/stgctl/command.h"
+#include "client/stgctl/look.h"
+#include "client/stgctl/names_file.h"
+#include "client/stgctl/progress.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace {
+
+using admin::NameStore;
+using admin::SavedIndex;
+using admin::SavedIndexes;
+using admin::Snapshot;
+
+/// What the last snapshot holds; nothing when there is none, or when it is damaged.
+SavedIndexes indexes_before(Context& context, NameStore& store, const std::string& storage) {
+  const std::uint64_t last = store.last_number();
+  if (last == 0) return {};
+  try {
+    SavedIndexes before = store.indexes_of(last);
+    const Snapshot snapshot = find_snapshot(store, std::to_string(last));
+    if (snapshot.storage != storage) {
+      throw Failure(
+          Exit::kRefused,
+          formatted("the names saved last are those of {}; name another file with --names",
+                    shown(snapshot.storage)));
+    }
+    return before;
+  } catch (const admin::StoreError& error) {
+    context.out().warning(formatted("{}; all indexes are saved anew", error.what()));
+    return {};
+  }
+}
+
+admin::TakenIndexes take(Context& context, const SavedIndexes& before,
+                         const admin::KeepText& keep) {
+  admin::SnapshotOptions asked;
+  asked.locking = context.locking();
+  asked.stop = &Context::interrupt_flag();
+  Progress progress(context.out(), context.options().progress, "reading", 0);
+  asked.on_folder = [&](const admin::DocumentFolder& folder) { progress.advance(1, folder.path); };
+  admin::TakenIndexes taken =
+      admin::take_indexes(context.tree(), before, asked, keep, warn_of_failures(context));
+  // Half a tree would look as if the rest had been removed.
+  Context::stop_if_interrupted();
+  return taken;
+}
+
+/// What would be told about the snapshot.
+Snapshot preview(const SavedIndexes& before, const SavedIndexes& now, Snapshot head,
+                 std::uint64_t last) {
+  head.number = last + 1;
+  head.folders = now.size();
+  for (const auto& [name, index] : now) {
+    head.entries += index.entries;
+    head.bytes += index.size;
+    const auto old = before.find(name);
+    if (old == before.end()) ++head.added;
+    if (old != before.end() && old->second.digest != index.digest) ++head.changed;
+  }
+  for (const auto& [name, index] : before) head.removed += now.contains(name) ? 0U : 1U;
+  return head;
+}
+
+void show(Context& context, const Snapshot& snapshot, const std::string& file,
+          std::uint64_t written) {
+  Output& out = context.out();
+  const bool dry = context.options().dry_run;
+  if (out.json()) {
+    Json fields = fields_of(snapshot);
+    put_name(fields, "file", file);
+    fields["written"] = written;
+    fields["dry_run"] = dry;
+    out.json_line("stgctl.index-snapshot/1", fields);
+    return;
+  }
+  out.print(
+      "{}: {} entries in {} folders; {} changed, {} new, {} gone{}\n",
+      out.styled(Style::kBold, formatted("{}snapshot {}", dry ? "would be " : "", snapshot.number)),
+      snapshot.entries, snapshot.folders, snapshot.changed, snapshot.added, snapshot.removed,
+      dry ? "; nothing was written"
+          : formatted("; {} more in {}", format_bytes(written), shown(file)));
+}
+
+Exit run_snapshot(Context& context, const NamesOptions& options) {
+  if (!context.options().area.empty() || !context.options().owner.empty()) {
+    throw Failure(Exit::kUsage,
+                  "a snapshot is always of the whole tree; leave --area and --owner out");
+  }
+  const std::string file = names_file(context, options);
+  Snapshot head;
+  head.storage = context.tree().storage;
+  head.layout = context.tree().layout;
+  head.time = os::now();
+  return on_names([&] {
+    const bool dry = context.options().dry_run;
+    const bool is_there = admin::sys::describe(file).kind != admin::sys::Kind::kMissing;
+    std::optional<NameStore> store;
+    if (is_there || !dry)
+      store.emplace(file, dry ? NameStore::For::kReading : NameStore::For::kAppending,
+                    context.locking());
+    if (store && store->torn_bytes() != 0) {
+      context.out().note(formatted("stgctl: {} bytes behind the last snapshot are incomplete{}",
+                                   store->torn_bytes(), dry ? "" : " and were cut off"));
+    }
+    const SavedIndexes before =
+        store ? indexes_before(context, *store, head.storage) : SavedIndexes();
+    const std::uint64_t last = store ? store->last_number() : 0;
+    const std::uint64_t size = store ? store->file_size() : 0;
+    const admin::TakenIndexes taken =
+        take(context, before, [&](std::string_view text, const SavedIndex* earlier) {
+          return dry ? admin::names_format::measure(text) : store->add(text, earlier);
+        });
+    head.unread = taken.unread;
+    const Snapshot made = dry ? preview(before, taken.indexes, head, last)
+                              : store->commit(head, before, taken.indexes);
+    show(context, made, file, dry ? 0 : store->file_size() - size);
+    if (taken.lock_missed) return Exit::kLockTimeout;
+    return taken.unread != 0 ? Exit::kPartlyDone : Exit::kDone;
+  });
+}
+
+}  // namespace
+
+void add_index_snapshot_command(Commands& commands) {
+  const auto declare = [](Arguments& app) -> Run {
+    const auto options = std::make_shared<NamesOptions>();
+    add_names_option(app, *options);
+    return [options](Context& context) { return run_snapshot(context, *options); };
+  };
+  commands.push_back({"index snapshot", Group::kChange, Effect::kChanges,
+                      "Save the names of all documents in a file outside of the tree", declare,
+                      "Each index is read once, under a shared lock, and stored as far as it "
+                      "differs from what is\n"
+                      "saved already. The file is only appended to; the tree is not changed, and "
+                      "nothing is asked.\n"
+                      "An index that cannot be read stands as it was in the snapshot before."});
+}
+
+}  // namespace stgctl

@@ -1,0 +1,77 @@
+
+#include <filesystem>
+#include <system_error>
+
+#include "client/stgctl/command.h"
+#include "client/stgctl/context.h"
+#include "client/stgctl/paths.h"
+#include "client/stgctl/report.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// The folders of the tree that are missing, the storage folder first.
+std::vector<std::string> missing_folders(const std::string& storage) {
+  std::vector<std::string> missing;
+  const auto note = [&](const std::string& path) {
+    std::error_code error;
+    if (fs::is_directory(to_path(path), error)) return;
+    if (fs::exists(fs::symlink_status(to_path(path), error))) {
+      throw Failure(Exit::kRefused,
+                    shown(path) + " is in the way and no folder; move it elsewhere");
+    }
+    missing.push_back(path);
+  };
+  note(storage);
+  for (const admin::Area area : admin::kAreas) note(joined(storage, admin::name_of(area)));
+  return missing;
+}
+
+Exit run_init(Context& context) {
+  const std::string& storage = context.storage();
+  const std::string root = from_path(to_path(storage).parent_path());
+  std::error_code error;
+  if (!fs::is_directory(to_path(root), error)) {
+    throw Failure(Exit::kFailed, "the folder " + shown(root) + " does not exist; make it first");
+  }
+  const std::vector<std::string> missing = missing_folders(storage);
+  ChangeReport report(context, "stgctl.init/1", "made");
+  const auto tell = [&](const std::string& path) {
+    Json fields;
+    put_name(fields, "path", path);
+    report.done({}, fields, shown(path));
+  };
+  if (missing.empty()) {
+    report.skipped({}, shown(storage) + " is a storage tree already");
+    return report.finish();
+  }
+  if (!context.options().dry_run) {
+    context.confirm(formatted("Make a storage tree at {}?", shown(storage)));
+    context.create_tree();
+  }
+  for (const std::string& path : missing) {
+    if (context.options().dry_run || fs::is_directory(to_path(path), error)) {
+      tell(path);
+    } else {
+      report.failed({"", "", from_path(to_path(path).filename()), {}},
+                    "the folder could not be made");
+    }
+  }
+  return report.finish();
+}
+
+}  // namespace
+
+void add_init_command(Commands& commands) {
+  commands.push_back(
+      {"init", Group::kChange, Effect::kChanges, "Make a storage tree below a root folder",
+       [](Arguments&) -> Run { return run_init; },
+       "The root folder must exist. Folders of the tree that are there already stay as they\n"
+       "are. No other command makes a tree."});
+}
+
+}  // namespace stgctl

@@ -1,0 +1,299 @@
+#include "client/stgctl/manifest.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "client/admin/portable_name.h"
+#include "client/admin/text.h"
+#include "client/stgctl/exit_codes.h"
+#include "client/stgctl/output.h"
+#include "client/stgctl/paths.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace sys = admin::sys;
+
+namespace {
+
+constexpr std::array<std::string_view, 3> kKinds = {"version", "part", "file"};
+
+/// A name as text, and by its bytes as well where a file of its own name could not be kept
+/// everywhere.
+void put_exact(Json& object, const char* key, const std::string& bytes) {
+  const bool is_text = admin::is_utf8(bytes);
+  object[key] = is_text ? bytes : admin::to_utf8(bytes);
+  bool is_portable = is_text;
+  for (std::size_t at = 0; is_portable && at < bytes.size();) {
+    const std::size_t end = std::min(bytes.find('/', at), bytes.size());
+    const std::string part = bytes.substr(at, end - at);
+    is_portable = admin::portable_name(part) == part;
+    at = end + 1;
+  }
+  if (!is_portable) object[std::string(key) + "_hex"] = admin::to_hex(bytes);
+}
+
+std::optional<std::string> from_hex(std::string_view digits) {
+  const auto value = [](char c) {
+    return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+  };
+  if (digits.size() % 2 != 0) return std::nullopt;
+  std::string bytes;
+  for (std::size_t i = 0; i < digits.size(); i += 2) {
+    const int high = value(digits[i]);
+    const int low = value(digits[i + 1]);
+    if (high < 0 || low < 0) return std::nullopt;
+    bytes += static_cast<char>(high * 16 + low);
+  }
+  return bytes;
+}
+
+std::string exact(const Json& object, const char* key) {
+  const Json* const hex = object.find(std::string(key) + "_hex");
+  if (hex == nullptr) return object.value(key, std::string());
+  return from_hex(hex->get<std::string>()).value();
+}
+
+/// Whether names between "/" stay below the folder that they are in, on every system.
+bool stays_below(std::string_view path) {
+  if (path.empty() || path.find('\0') != std::string_view::npos) return false;
+  for (;;) {
+    const std::size_t end = std::min(path.find('/'), path.size());
+    const std::string_view name = path.substr(0, end);
+    if (name.empty() || name == "." || name == "..") return false;
+    if (end == path.size()) return true;
+    path.remove_prefix(end + 1);
+  }
+}
+
+const char* why_no_item(const ManifestItem& item) {
+  const admin::Holding& what = item.what;
+  if (!stays_below(item.file) || item.file.find_first_of("\\:") != std::string::npos)
+    return "its file lies outside of the export";
+  const bool is_file = what.kind == admin::HoldingKind::kFile;
+  if (is_file == admin::expects_index(what.area)) return "the area keeps nothing of that kind";
+  if (!is_file && what.name.empty()) return "it has no name";
+  if ((what.kind != admin::HoldingKind::kVersion) != stays_below(what.path))
+    return "its path leads out of its folder";
+  if (what.kind == admin::HoldingKind::kPart && !what.path.starts_with('_'))
+    return "its path is none of a part";
+  if (!what.owner.empty() &&
+      (!stays_below(what.owner) || what.owner.find('/') != std::string::npos))
+    return "its owner is none";
+  return item.checksum.size() == 32 ? nullptr : "its checksum is none";
+}
+
+Json json_of(const ManifestItem& item) {
+  const admin::Holding& what = item.what;
+  Json line = {{"schema", kManifestSchema},
+               {"record", admin::name_of(what.kind)},
+               {"area", admin::name_of(what.area)}};
+  if (!what.owner.empty()) put_exact(line, "owner", what.owner);
+  if (what.kind != admin::HoldingKind::kFile) {
+    put_exact(line, "name", what.name);
+    line["timestamp"] = what.timestamp;
+  }
+  if (what.kind != admin::HoldingKind::kVersion) put_exact(line, "path", what.path);
+  line["file"] = item.file;
+  line["bytes"] = what.info.size;
+  line["modified"] = what.info.modify_time;
+  line["xxh128"] = item.checksum;
+  return line;
+}
+
+admin::Area area_of(const Json& line) {
+  return admin::area_named(line.at("area").get<std::string>()).value();
+}
+
+ManifestItem item_of(const Json& line, admin::HoldingKind kind) {
+  ManifestItem item;
+  admin::Holding& what = item.what;
+  what.kind = kind;
+  what.area = area_of(line);
+  what.owner = exact(line, "owner");
+  what.name = exact(line, "name");
+  what.timestamp = line.value("timestamp", std::int32_t{0});
+  what.path = exact(line, "path");
+  if (what.area == admin::Area::kDocs) what.bucket = admin::bucket_of(what.name);
+  what.info.kind = sys::Kind::kFile;
+  what.info.size = line.at("bytes").get<std::uint64_t>();
+  what.info.modify_time = line.at("modified").get<std::int64_t>();
+  item.file = line.at("file").get<std::string>();
+  item.checksum = line.at("xxh128").get<std::string>();
+  return item;
+}
+
+}  // namespace
+
+void ManifestSums::add(const ManifestItem& item) {
+  const std::array<std::uint64_t*, 3> counts = {&versions, &parts, &files};
+  ++*counts[static_cast<std::size_t>(item.what.kind)];
+  bytes += item.what.info.size;
+}
+
+// ---- writing -----------------------------------------------------------------------------------
+
+ManifestWriter::ManifestWriter(const std::string& folder, const ManifestHead& head)
+    : m_file(joined(folder, kManifestName), joined(folder, kUnfinishedManifestName),
+             NewFile::IfGivenUp::kKeep) {
+  Json first = {
+      {"schema", kManifestSchema}, {"record", "tree"}, {"layout", admin::name_of(head.layout)}};
+  if (head.scope.area) first["area"] = admin::name_of(*head.scope.area);
+  if (head.scope.owner) put_exact(first, "owner", *head.scope.owner);
+  line(first.dump(-1, Json::Bytes::kMustBeUtf8) + "\n");
+}
+
+void ManifestWriter::line(const std::string& text) {
+  m_checksum.add(text);
+  m_file.write(text);
+}
+
+void ManifestWriter::add(const ManifestItem& item) {
+  m_sums.add(item);
+  line(json_of(item).dump(-1, Json::Bytes::kMustBeUtf8) + "\n");
+}
+
+void ManifestWriter::end(std::uint64_t failed) {
+  const Json last = {{"schema", kManifestSchema},
+                     {"record", "end"},
+                     {"versions", m_sums.versions},
+                     {"parts", m_sums.parts},
+                     {"files", m_sums.files},
+                     {"bytes", m_sums.bytes},
+                     {"failed", failed},
+                     {"xxh128", m_checksum.text()}};
+  line(last.dump(-1, Json::Bytes::kMustBeUtf8) + "\n");
+  m_file.commit();
+}
+
+// ---- reading -----------------------------------------------------------------------------------
+
+ManifestReader::ManifestReader(const std::string& folder) : m_path(joined(folder, kManifestName)) {
+  m_stream.open(to_path(m_path), std::ios::binary);
+  if (!m_stream.is_open()) {
+    throw Failure(Exit::kFailed,
+                  formatted("{} holds no {}; name the folder of an export that was finished",
+                            shown(folder), kManifestName));
+  }
+  read_head();
+}
+
+void ManifestReader::damaged(const std::string& why) const {
+  throw Failure(Exit::kFailed, formatted("{} is damaged (line {}: {}); export the tree again",
+                                         shown(m_path), m_line, why));
+}
+
+bool ManifestReader::read_line(std::string& text) {
+  ++m_line;
+  if (!std::getline(m_stream, text)) return false;
+  if (m_stream.eof()) damaged("it breaks off");
+  text += '\n';
+  return true;
+}
+
+void ManifestReader::read_head() {
+  std::string text;
+  if (!read_line(text)) damaged("it is empty");
+  m_checksum.add(text);
+  try {
+    const Json line = Json::parse(text);
+    if (line.at("record") != "tree") damaged("it does not begin as one");
+    if (line.at("schema") != kManifestSchema) damaged("this program does not know its form");
+    const bool is_flat = line.at("layout") == "flat";
+    m_head.layout = is_flat ? admin::Layout::kFlat : admin::Layout::kOwner;
+    if (line.contains("area")) m_head.scope.area = area_of(line);
+    if (line.contains("owner")) m_head.scope.owner = exact(line, "owner");
+  } catch (const JsonError& error) {
+    damaged(error.what());
+  } catch (const std::bad_optional_access&) {
+    damaged("a value is none");
+  }
+}
+
+bool ManifestReader::next(ManifestItem& item) {
+  std::string text;
+  if (!read_line(text)) damaged("it breaks off");
+  try {
+    const Json line = Json::parse(text);
+    const std::string record = line.at("record").get<std::string>();
+    const auto kind = std::find(kKinds.begin(), kKinds.end(), record);
+    if (kind != kKinds.end()) {
+      m_checksum.add(text);
+      item = item_of(line, static_cast<admin::HoldingKind>(kind - kKinds.begin()));
+      if (const char* const why = why_no_item(item)) damaged(why);
+      if (m_last && *m_last >= item.what) damaged("it is out of order");
+      m_last = item.what;
+      m_met.add(item);
+      return true;
+    }
+    if (record != "end") damaged("its record is unknown");
+    m_digest = m_checksum.text();
+    m_sums = m_met;
+    m_sums.failed = line.at("failed").get<std::uint64_t>();
+    if (line.at("xxh128").get<std::string>() != m_digest ||
+        line.at("versions").get<std::uint64_t>() != m_met.versions ||
+        line.at("parts").get<std::uint64_t>() != m_met.parts ||
+        line.at("files").get<std::uint64_t>() != m_met.files ||
+        line.at("bytes").get<std::uint64_t>() != m_met.bytes)
+      damaged("its sums or its checksum do not fit");
+  } catch (const JsonError& error) {
+    damaged(error.what());
+  } catch (const std::bad_optional_access&) {
+    damaged("a value is none");
+  }
+  if (read_line(text)) damaged("something follows its end");
+  return false;
+}
+
+// ---- reports -----------------------------------------------------------------------------------
+
+Subject subject_of(const admin::Holding& what) {
+  Subject subject{std::string(admin::name_of(what.area)), what.owner, what.name, what.timestamp};
+  if (what.kind == admin::HoldingKind::kFile) {
+    subject.name = what.path;
+    subject.timestamp.reset();
+  }
+  return subject;
+}
+
+Json fields_of(const ManifestItem& item) {
+  Json fields = {{"kind", admin::name_of(item.what.kind)}};
+  if (item.what.kind == admin::HoldingKind::kPart) put_name(fields, "path", item.what.path);
+  fields["file"] = item.file;
+  fields["bytes"] = item.what.info.size;
+  return fields;
+}
+
+std::string tail_of(const ManifestItem& item) {
+  const std::string size = format_bytes(item.what.info.size);
+  if (item.what.kind != admin::HoldingKind::kPart) return size;
+  return formatted("{}  {}", shown(std::string_view(item.what.path)), size);
+}
+
+// ---- places and scopes -------------------------------------------------------------------------
+
+std::string location_in(const std::string& folder, const std::string& file) {
+  return from_path((to_path(folder) / to_path(file)).make_preferred());
+}
+
+admin::Scope common_scope(const admin::Scope& one, const admin::Scope& other) {
+  if ((one.area && other.area && *one.area != *other.area) ||
+      (one.owner && other.owner && *one.owner != *other.owner)) {
+    throw Failure(Exit::kNothingMatched, "the export holds nothing of that area and owner");
+  }
+  admin::Scope both = one;
+  if (!both.area) both.area = other.area;
+  if (!both.owner) both.owner = other.owner;
+  return both;
+}
+
+bool is_in_scope(const admin::Holding& what, const admin::Scope& scope) {
+  if (scope.area && *scope.area != what.area) return false;
+  if (!scope.owner) return true;
+  // As the walk over a tree: what belongs to no owner comes with its area alone.
+  if (what.area == admin::Area::kSemlets) return scope.area.has_value();
+  return what.owner.empty() || what.owner == admin::owner_folder_name(*scope.owner);
+}
+
+}  // namespace stgctl

@@ -1,0 +1,114 @@
+#pragma once
+
+#include <cstdint>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "client/admin/checksum.h"
+#include "client/admin/inventory.h"
+#include "client/stgctl/new_file.h"
+#include "client/stgctl/report.h"
+
+/// @file
+/// The manifest of an export: what each file is, its time and its checksum. One JSON object per
+/// line, in the order of an inventory: first the tree, then the items, at last the sums with the
+/// checksum of all that stands before. It is written last, so that an export that was not finished
+/// has none.
+namespace stgctl {
+
+inline constexpr const char* kManifestSchema = "stgctl.manifest/1";
+inline constexpr std::string_view kManifestName = "manifest.jsonl";
+inline constexpr std::string_view kUnfinishedManifestName = "manifest.jsonl.part";
+
+/// What was exported: the layout of the tree, and what the export was narrowed to.
+struct ManifestHead {
+  admin::Layout layout = admin::Layout::kOwner;
+  admin::Scope scope;
+};
+
+/// One file of the export. Its size and modification time are those of `what.info`.
+struct ManifestItem {
+  admin::Holding what;
+  std::string file;  ///< in the export's folder: portable names between "/"
+  std::string checksum;
+};
+
+struct ManifestSums {
+  std::uint64_t versions = 0;
+  std::uint64_t parts = 0;
+  std::uint64_t files = 0;
+  std::uint64_t bytes = 0;
+  std::uint64_t failed = 0;  ///< what could not be read when the export was made
+
+  void add(const ManifestItem& item);
+  std::uint64_t items() const { return versions + parts + files; }
+};
+
+/// Writes a manifest. Without end() none is left but an unfinished one.
+class ManifestWriter {
+ public:
+  /// @throws Failure kFailed, as all of it.
+  ManifestWriter(const std::string& folder, const ManifestHead& head);
+
+  void add(const ManifestItem& item);
+  const ManifestSums& sums() const { return m_sums; }
+  void end(std::uint64_t failed);
+
+ private:
+  void line(const std::string& text);
+
+  NewFile m_file;
+  admin::Checksum m_checksum;
+  ManifestSums m_sums;
+};
+
+/// Reads a manifest item by item. What is read is never trusted: an item whose file or path would
+/// lead out of its folder is damage.
+class ManifestReader {
+ public:
+  /// @throws Failure kFailed for a folder without a manifest, and, as all of it, for a damaged one.
+  explicit ManifestReader(const std::string& folder);
+
+  const ManifestHead& head() const { return m_head; }
+  /// The next item; false behind the last one, when the sums have been compared, too.
+  bool next(ManifestItem& item);
+  /// After the last item: what the manifest says of itself.
+  const ManifestSums& sums() const { return m_sums; }
+  /// After the last item: the checksum of the manifest, by which it is known again.
+  const std::string& checksum() const { return m_digest; }
+
+ private:
+  bool read_line(std::string& text);
+  void read_head();
+  [[noreturn]] void damaged(const std::string& why) const;
+
+  std::string m_path;
+  std::ifstream m_stream;
+  std::uint64_t m_line = 0;
+  ManifestHead m_head;
+  admin::Checksum m_checksum;
+  std::optional<admin::Holding> m_last;
+  ManifestSums m_met;
+  ManifestSums m_sums;
+  std::string m_digest;
+};
+
+/// The item as reports name it; a file by its path.
+Subject subject_of(const admin::Holding& what);
+/// The fields "kind", "path" of a part, "file" and "bytes".
+Json fields_of(const ManifestItem& item);
+/// The same as text, without the file.
+std::string tail_of(const ManifestItem& item);
+
+/// Where a file of an export lies.
+std::string location_in(const std::string& folder, const std::string& file);
+
+/// The part of both scopes, for an export that was narrowed down.
+/// @throws Failure kNothingMatched when they have nothing in common.
+admin::Scope common_scope(const admin::Scope& one, const admin::Scope& other);
+/// Whether an item lies in a scope.
+bool is_in_scope(const admin::Holding& what, const admin::Scope& scope);
+
+}  // namespace stgctl

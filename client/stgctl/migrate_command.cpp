@@ -1,0 +1,135 @@
+
+#include <algorithm>
+
+#include "client/admin/writable.h"
+#include "client/stgctl/command.h"
+#include "client/stgctl/lock_wait.h"
+#include "client/stgctl/operations.h"
+#include "client/stgctl/text.h"
+#include "stg_index.h"
+
+namespace stgctl {
+
+namespace sys = admin::sys;
+
+namespace {
+
+constexpr const char* kMarker = "k1mailboxcompliant";
+
+/// An escaped name and what it becomes.
+struct Renaming {
+  std::string from;
+  std::string to;
+};
+
+struct Plan {
+  bool is_converted = false;
+  std::vector<Renaming> renamings;
+  std::vector<std::string> adoptions;
+};
+
+Plan plan_of(Context& context, const admin::DocumentFolder& folder) {
+  Plan plan;
+  admin::EntryQuery query;
+  query.scope.area = folder.area;
+  if (context.tree().layout == admin::Layout::kOwner) query.scope.owner = folder.owner;
+  for (const FoundEntry& entry : find_entries(context, query)) {
+    if (entry.name == kMarker && entry.timestamp == 0) plan.is_converted = true;
+    const bool is_new = entry.state == admin::EntryState::kUnindexed;
+    if (is_new) plan.adoptions.push_back(entry.name);
+    // Only a file under its own name can bear an escaped one.
+    if (entry.state == admin::EntryState::kMissing || entry.timestamp != 0 ||
+        entry.file != entry.name)
+      continue;
+    const std::string name = is_new ? adopted_name(entry.name) : entry.name;
+    if (!STGIndex::iSsambaOrT101(name)) continue;
+    std::string plain = name;
+    STGIndex::UnescapeVU(plain);
+    if (plain == name) continue;
+    // The library leaves names alone that no index can hold.
+    if (plain.find_first_of("/\n") != std::string::npos) continue;
+    plan.renamings.push_back({name, plain});
+  }
+  const auto by_name = [](const Renaming& a, const Renaming& b) { return a.from < b.from; };
+  std::sort(plan.renamings.begin(), plan.renamings.end(), by_name);
+  std::sort(plan.adoptions.begin(), plan.adoptions.end());
+  return plan;
+}
+
+Exit run_inbox(Context& context) {
+  if (!context.options().area.empty() && context.options().area != "mail") {
+    throw Failure(Exit::kRefused, "an inbox lies in the area mail");
+  }
+  const Target target = [&] {
+    const admin::Area mail = admin::Area::kMail;
+    if (context.tree().layout == admin::Layout::kFlat) {
+      throw Failure(
+          Exit::kRefused,
+          "the owners of this tree share the mail folder; it cannot be converted by owner");
+    }
+    return target_of(context, mail);
+  }();
+  const admin::DocumentFolder folder =
+      admin::folder_for(context.tree(), target.area, target.owner, "");
+  if (sys::describe(folder.path).kind == sys::Kind::kMissing) {
+    throw Failure(Exit::kNothingMatched, shown(target.owner) + " has no mail folder");
+  }
+  check_no_link(context, folder.path);
+  const Plan plan = plan_of(context, folder);
+  const std::string area(admin::name_of(target.area));
+  ChangeReport report(context, "stgctl.migrate.inbox/1", "converted");
+  if (plan.is_converted) {
+    report.skipped({area, target.owner, "", {}}, "the inbox is converted already");
+    return report.finish();
+  }
+  for (const std::string& name : plan.adoptions) check_name("the file", name);
+  // The library would give every new name the same file where its counter cannot be used.
+  if (const std::string why = admin::why_not_storable(folder.path); !why.empty())
+    throw Failure(Exit::kFailed, why);
+  if (!context.options().dry_run) {
+    context.confirm(formatted("Convert the inbox of {}: {} names, {} new files?",
+                              shown(target.owner), plan.renamings.size(), plan.adoptions.size()));
+    // Files that no index names yet are mail as well: without adoption they would be left out for
+    // good.
+    context.open_library(Context::Adoption::kOn);
+    wait_until_free(context, folder.path);
+    STGIndex::migrateInboxRead(target.owner);
+  }
+  const Plan left = context.options().dry_run ? Plan() : plan_of(context, folder);
+  for (const Renaming& each : plan.renamings) {
+    const Subject subject = {area, target.owner, each.from, {}};
+    const bool stays = std::any_of(left.renamings.begin(), left.renamings.end(),
+                                   [&](const Renaming& other) { return other.from == each.from; });
+    if (stays) {
+      report.failed(subject, "it could not be converted; --trace m tells why");
+      continue;
+    }
+    Json fields;
+    put_name(fields, "new_name", each.to);
+    report.done(subject, fields, "to " + shown(each.to));
+  }
+  for (const std::string& name : plan.adoptions) {
+    report.done_as("adopted", {area, target.owner, name, {}});
+  }
+  if (!context.options().dry_run && !left.is_converted) {
+    report.failed({area, target.owner, "", {}},
+                  "the inbox is not marked as converted; run this again");
+  } else {
+    report.done_as("marked", {area, target.owner, kMarker, {}});
+  }
+  return report.finish();
+}
+
+}  // namespace
+
+void add_migrate_commands(Commands& commands) {
+  commands.push_back(
+      {"migrate inbox", Group::kChange, Effect::kChanges,
+       "Give the mail of an owner its plain names, once",
+       [](Arguments&) -> Run { return run_inbox; },
+       "Mail that older programs have stored under escaped names gets entries under the plain\n"
+       "ones, and the read list with it; files that no index names are adopted first. A marker in\n"
+       "the folder keeps a second run from doing anything."});
+}
+
+}  // namespace stgctl

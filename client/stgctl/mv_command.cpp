@@ -1,0 +1,259 @@
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <set>
+
+#include "client/stgctl/command.h"
+#include "client/stgctl/moving.h"
+#include "client/stgctl/stamp.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace {
+
+struct Options {
+  std::string from;
+  std::string to;
+  std::string match;
+  std::string match_to;
+  std::string timestamp;
+  std::string new_timestamp;
+  bool replace = false;
+};
+
+/// How many bytes of a text the part of a pattern without stars takes; nothing when it does not
+/// match there.
+std::optional<std::size_t> width_of(std::string_view part, std::string_view text) {
+  std::size_t at = 0;
+  for (const char c : part) {
+    if (at == text.size() || (c != '?' && c != text[at])) return std::nullopt;
+    ++at;
+    // The rest of a character in UTF-8.
+    while (c == '?' && at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80)
+      ++at;
+  }
+  return at;
+}
+
+/// What the stars of a pattern stand for in a name, the first ones as little as may be; nothing
+/// where the name does not match.
+std::optional<std::vector<std::string>> stars_in(std::string_view pattern, std::string_view name) {
+  std::vector<std::string> stars;
+  std::size_t star = pattern.find('*');
+  const auto first = width_of(pattern.substr(0, star), name);
+  if (!first) return std::nullopt;
+  name.remove_prefix(*first);
+  while (star != std::string_view::npos) {
+    pattern.remove_prefix(star + 1);
+    star = pattern.find('*');
+    const bool is_last = star == std::string_view::npos;
+    bool is_found = false;
+    for (std::size_t at = 0; at <= name.size() && !is_found; ++at) {
+      const auto width = width_of(pattern.substr(0, star), name.substr(at));
+      if (!width || (is_last && at + *width != name.size())) continue;
+      stars.emplace_back(name.substr(0, at));
+      name.remove_prefix(at + *width);
+      is_found = true;
+    }
+    if (!is_found) return std::nullopt;
+  }
+  return name.empty() ? std::optional(stars) : std::nullopt;
+}
+
+/// The pattern with its stars filled.
+std::string filled(const std::string& pattern, const std::vector<std::string>& stars) {
+  std::string name;
+  auto star = stars.begin();
+  for (const char c : pattern) {
+    if (c == '*') {
+      name += *star++;
+    } else {
+      name += c;
+    }
+  }
+  return name;
+}
+
+/// @throws Failure kRefused where it is not plain what each star stands for.
+std::string renamed(const std::string& from, const std::string& to, const std::string& name) {
+  const auto stars = stars_in(from, name);
+  if (!stars) throw Failure(Exit::kRefused, shown(name) + " cannot be taken apart by that pattern");
+  return filled(to, *stars);
+}
+
+/// Finds what is to be moved where, and refuses what would lose a version.
+class Planner {
+ public:
+  Planner(Context& context, const Options& options) : m_context(context), m_options(options) {}
+
+  std::vector<Move> run() {
+    const bool is_pattern = !m_options.match.empty();
+    const NamedVersion from =
+        named(is_pattern ? m_options.match : m_options.from, m_options.timestamp);
+    const NamedVersion to = named_to(is_pattern ? m_options.match_to : m_options.to, from.target);
+    if (is_pattern) {
+      check_pattern(from.name, to.name);
+    } else {
+      check_name("the name", from.name);
+      check_name("the new name", to.name);
+    }
+    for (const FoundEntry& entry : is_pattern ? matching(from) : only_one(from)) {
+      const std::string name = is_pattern ? renamed(from.name, to.name, entry.name) : to.name;
+      add(entry, to, name);
+    }
+    for (const Move& move : m_moves) {
+      if (m_sources.contains(version_of(move.target, move.name, move.timestamp)))
+        refuse(shown(move.to()) + " is to be moved itself; move it first");
+    }
+    return std::move(m_moves);
+  }
+
+ private:
+  [[noreturn]] static void refuse(const std::string& why) { throw Failure(Exit::kRefused, why); }
+
+  NamedVersion named(const std::string& text, const std::string& timestamp) {
+    return named_version(m_context, text, timestamp, admin::Area::kDocs);
+  }
+
+  /// The new name is in the same area and of the same owner, unless it says another one.
+  NamedVersion named_to(const std::string& text, const Target& from) {
+    NamedVersion to;
+    if (const auto version = parse_version_name(text, m_context.tree().layout)) {
+      to = named_version_at(m_context, *version);
+      const auto said = parse_stamp(m_options.new_timestamp);
+      if (said && to.timestamp && *said != *to.timestamp)
+        throw Failure(Exit::kUsage, shown(text) + " says another timestamp than the options");
+    } else {
+      to = {from, text, std::nullopt};
+    }
+    if (!to.timestamp) to.timestamp = parse_stamp(m_options.new_timestamp);
+    if (to.timestamp && *to.timestamp < 0)
+      throw Failure(Exit::kUsage, is_stamp(std::to_string(*to.timestamp)));
+    return to;
+  }
+
+  static void check_pattern(const std::string& from, const std::string& to) {
+    if (to.find('?') != std::string::npos ||
+        std::count(from.begin(), from.end(), '*') != std::count(to.begin(), to.end(), '*')) {
+      throw Failure(Exit::kUsage,
+                    formatted("'{}' must hold as many \"*\" as '{}', and no \"?\": each takes what "
+                              "the same one has matched",
+                              shown(to), shown(from)));
+    }
+  }
+
+  std::vector<FoundEntry> only_one(const NamedVersion& from) {
+    std::vector<FoundEntry> versions = find_versions(m_context, from.target, from.name);
+    keep_wanted(versions, from);
+    if (versions.empty()) {
+      throw Failure(Exit::kNothingMatched, "there is no such version of " + shown(from.name));
+    }
+    if (versions.size() > 1) {
+      refuse(formatted("{} has {} versions; say --timestamp", shown(from.name), versions.size()));
+    }
+    return versions;
+  }
+
+  std::vector<FoundEntry> matching(const NamedVersion& from) {
+    std::vector<FoundEntry> found = find_matching(m_context, from);
+    if (found.empty()) throw Failure(Exit::kNothingMatched, "nothing matches; nothing was moved");
+    return found;
+  }
+
+  static std::string version_of(const Target& target, const std::string& name,
+                                std::int32_t timestamp) {
+    return formatted("{}/{}/{}", admin::name_of(target.area), target.owner,
+                     index_format::key_of(name, timestamp));
+  }
+
+  void add(const FoundEntry& from, const NamedVersion& to, const std::string& name) {
+    Move move = {from, to.target, name, to.timestamp.value_or(from.timestamp), std::nullopt};
+    check_name("the new name", name);
+    const Target target = target_of(m_context, from.folder);
+    const std::string old_version = version_of(target, from.name, from.timestamp);
+    const std::string new_version = version_of(move.target, name, move.timestamp);
+    if (old_version == new_version) refuse("the new name and version are the old ones");
+    const admin::DocumentFolder folder =
+        admin::folder_for(m_context.tree(), move.target.area, move.target.owner, name);
+    check_no_link(m_context, from.path());
+    check_no_link(m_context, folder.path);
+    check_not_shadowed(m_context, target, from.name, from.timestamp);
+    check_not_shadowed(m_context, move.target, name, move.timestamp);
+    move.replaced = find(folder, name, move.timestamp);
+    if (move.replaced && !m_options.replace)
+      refuse(shown(move.to()) + " exists already; say --replace");
+    if (!m_targets.insert(new_version).second)
+      refuse("two versions would become " + shown(move.to()));
+    m_sources.insert(old_version);
+    m_moves.push_back(std::move(move));
+  }
+
+  std::optional<FoundEntry> find(const admin::DocumentFolder& folder, const std::string& name,
+                                 std::int32_t timestamp) {
+    auto [at, is_new] = m_known.try_emplace(folder.path, m_context);
+    return at->second.find(folder, name, timestamp);
+  }
+
+  Context& m_context;
+  const Options& m_options;
+  std::map<std::string, KnownEntries> m_known;  ///< by folder
+  std::set<std::string> m_sources;
+  std::set<std::string> m_targets;
+  std::vector<Move> m_moves;
+};
+
+Exit run_mv(Context& context, const Options& options) {
+  const bool is_single = options.match.empty();
+  if (is_single == options.from.empty() || is_single == options.to.empty() ||
+      is_single != options.match_to.empty()) {
+    throw Failure(Exit::kUsage, "say a name and its new name, or --match PATTERN --to PATTERN");
+  }
+  std::vector<Move> moves = Planner(context, options).run();
+  ChangeReport report(context, "stgctl.mv/1", "moved");
+  if (context.options().dry_run) {
+    for (const Move& move : moves) tell_moved(report, move);
+    return report.finish();
+  }
+  context.confirm(moves.size() == 1 ? formatted("Move {} to {}?", shown(subject_of(moves[0].from)),
+                                                shown(moves[0].to()))
+                                    : formatted("Move {} versions?", moves.size()));
+  context.open_library();
+  report.guarded([&] {
+    move_versions(context, std::move(moves), report);
+    return 0;
+  });
+  return report.finish({{"bytes", report.bytes()}}, format_bytes(report.bytes()) + report.speed());
+}
+
+}  // namespace
+
+void add_mv_command(Commands& commands) {
+  const auto declare = [](Arguments& app) -> Run {
+    const auto options = std::make_shared<Options>();
+    app.add_option("name", options->from, "The logical name").type_name("NAME");
+    app.add_option("new-name", options->to, "The new one").type_name("NEW-NAME");
+    app.add_option("--match", options->match,
+                   "Every document of this pattern; * and ? as in a shell")
+        .type_name("PATTERN");
+    app.add_option("--to", options->match_to,
+                   "What they become: each \"*\" takes what that of --match stands for")
+        .type_name("PATTERN");
+    app.add_option("--timestamp", options->timestamp, "The version, when there are several")
+        .type_name("STAMP")
+        .check(is_stamp);
+    app.add_option("--new-timestamp", options->new_timestamp,
+                   "The version it becomes; the same otherwise")
+        .type_name("STAMP")
+        .check(is_stamp);
+    app.add_flag("--replace", options->replace, "Replace a version that exists");
+    return [options](Context& context) { return run_mv(context, *options); };
+  };
+  commands.push_back(
+      {"mv", Group::kChange, Effect::kChanges, "Give documents another name or version", declare,
+       "The area is docs unless --area says another one. A document keeps its modification\n"
+       "time; its parts are dropped, since they are generated anew. Key lines that name it stay.\n"
+       "The new name may say another owner or area: 'docs/bert/sales.kdf'."});
+}
+
+}  // namespace stgctl

@@ -1,0 +1,210 @@
+#include "client/stgctl/names_file.h"
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <filesystem>
+#include <system_error>
+
+#include "client/admin/name_snapshot.h"
+#include "client/stgctl/arguments.h"
+#include "client/stgctl/exit_codes.h"
+#include "client/stgctl/paths.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace fs = std::filesystem;
+namespace sys = admin::sys;
+
+namespace {
+
+constexpr const char* kEnding = ".names";
+
+template <class Number>
+std::optional<Number> number_in(std::string_view text) {
+  Number value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (text.empty() || error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+/// "2026-03-01", "2026-03-01 12:00", "2026-03-01T12:00:30Z"; a day stands for its end.
+std::optional<std::int64_t> parse_time(std::string_view text) {
+  if (text.ends_with('Z')) text.remove_suffix(1);
+  if (text.size() < 10 || text[4] != '-' || text[7] != '-') return std::nullopt;
+  const auto year = number_in<int>(text.substr(0, 4));
+  const auto month = number_in<unsigned>(text.substr(5, 2));
+  const auto day = number_in<unsigned>(text.substr(8, 2));
+  if (!year || !month || !day) return std::nullopt;
+  const std::chrono::year_month_day date{std::chrono::year(*year), std::chrono::month(*month),
+                                         std::chrono::day(*day)};
+  if (!date.ok()) return std::nullopt;
+  const std::int64_t begin =
+      std::chrono::seconds(std::chrono::sys_days(date).time_since_epoch()).count();
+  constexpr std::int64_t kDay = 86'400;
+  if (text.size() == 10) return begin + kDay - 1;
+  if ((text[10] != ' ' && text[10] != 'T') || (text.size() != 16 && text.size() != 19))
+    return std::nullopt;
+  const auto hour = number_in<unsigned>(text.substr(11, 2));
+  const auto minute = number_in<unsigned>(text.substr(14, 2));
+  std::optional<unsigned> second = 59;
+  if (text.size() == 19)
+    second = text[16] == ':' ? number_in<unsigned>(text.substr(17, 2)) : std::nullopt;
+  if (text[13] != ':' || !hour || !minute || !second || *hour > 23 || *minute > 59 || *second > 59)
+    return std::nullopt;
+  return begin + *hour * 3600 + *minute * 60 + *second;
+}
+
+}  // namespace
+
+void add_names_option(Arguments& app, NamesOptions& options) {
+  app.add_option("--names", options.file,
+                 "The file of saved names (beside the storage folder: 'storage.names')")
+      .type_name("FILE");
+}
+
+void add_folder_option(Arguments& app, NamesOptions& options) {
+  app.add_option("--folder", options.folder,
+                 "One document folder, by its path or as 'docs/anna/00000042'")
+      .type_name("DIR");
+}
+
+std::string place_outside(Context& context, const std::string& file) {
+  const std::string storage = sys::absolute(context.storage());
+  std::error_code error;
+  const fs::path path = fs::absolute(to_path(file), error).lexically_normal();
+  if (error || !path.has_filename()) {
+    throw Failure(Exit::kRefused, shown(file) + " is no name of a file; name another place");
+  }
+  const std::string folder = sys::absolute(from_path(path.parent_path()));
+  if (folder == storage || folder.starts_with(storage + sys::kSeparator)) {
+    throw Failure(Exit::kRefused, shown(file) + " lies in the tree; name a place outside of it");
+  }
+  return sys::join(folder, from_path(path.filename()));
+}
+
+std::string names_file(Context& context, const NamesOptions& options) {
+  if (options.file.empty()) return sys::absolute(context.storage()) + kEnding;
+  return place_outside(context, options.file);
+}
+
+admin::Tree tree_of_names(Context& context, const admin::Snapshot& snapshot) {
+  admin::Tree tree;
+  tree.storage = sys::absolute(context.storage());
+  tree.layout = snapshot.layout;
+  return tree;
+}
+
+void fail(const admin::StoreError& error) {
+  using Why = admin::StoreError::Why;
+  switch (error.why()) {
+    case Why::kMissing:
+      throw Failure(Exit::kNothingMatched,
+                    std::string(error.what()) + "; 'stgctl index snapshot' does that");
+    case Why::kLocked:
+      throw Failure(Exit::kLockTimeout, error.what());
+    case Why::kForeign:
+      throw Failure(Exit::kRefused, error.what());
+    default:
+      throw Failure(Exit::kFailed, error.what());
+  }
+}
+
+NamesFilter::NamesFilter(Context& context, const admin::Tree& tree, const NamesOptions& options)
+    : m_tree(tree), m_scope(context.scope()) {
+  if (options.folder.empty()) return;
+  std::string name = options.folder;
+  if (sys::kSeparator != '/') std::replace(name.begin(), name.end(), sys::kSeparator, '/');
+  while (name.ends_with('/')) name.pop_back();
+  std::optional<admin::DocumentFolder> folder = admin::folder_of_saved_name(tree, name);
+  if (!folder) {
+    const auto located = admin::locate_in(tree, options.folder);
+    if (located && located->rest.empty()) folder = located->folder;
+  }
+  if (!folder) {
+    throw Failure(Exit::kNothingMatched,
+                  shown(options.folder) + " is no document folder of this tree");
+  }
+  m_folder = admin::saved_name_of(tree, folder->path);
+}
+
+std::optional<admin::DocumentFolder> NamesFilter::wanted(std::string_view saved_name) const {
+  if (!m_folder.empty() && saved_name != m_folder) return std::nullopt;
+  auto folder = admin::folder_of_saved_name(m_tree, saved_name);
+  if (!folder) return std::nullopt;
+  if (m_scope.area && *m_scope.area != folder->area) return std::nullopt;
+  if (m_scope.owner && admin::owner_folder_name(*m_scope.owner) != folder->owner)
+    return std::nullopt;
+  return folder;
+}
+
+// ---- the names of snapshots --------------------------------------------------------------------
+
+std::optional<SnapshotName> parse_snapshot_name(std::string_view text, std::int64_t now) {
+  using Kind = SnapshotName::Kind;
+  if (text == "now") return SnapshotName{Kind::kNow, 0, 0};
+  if (text == "latest") return SnapshotName{Kind::kLatest, 0, 0};
+  if (const auto number = number_in<std::uint64_t>(text)) {
+    if (*number == 0) return std::nullopt;
+    return SnapshotName{Kind::kNumber, *number, 0};
+  }
+  if (text.starts_with('@')) {
+    const auto seconds = number_in<std::int64_t>(text.substr(1));
+    if (!seconds) return std::nullopt;
+    return SnapshotName{Kind::kTime, 0, *seconds};
+  }
+  if (const auto time = parse_time(text)) return SnapshotName{Kind::kTime, 0, *time};
+  if (const auto age = parse_age(text)) return SnapshotName{Kind::kTime, 0, now - *age};
+  return std::nullopt;
+}
+
+std::string is_snapshot_name_or_now(const std::string& text) {
+  if (parse_snapshot_name(text, 0)) return {};
+  return "'" + text +
+         "' names no snapshot: say its number, 'latest', a time in UTC such as '2026-03-01 12:00', "
+         "'@SECONDS', or an age such as '2h'";
+}
+
+std::string is_snapshot_name(const std::string& text) {
+  return text == "now" ? "'now' is no snapshot; say which one" : is_snapshot_name_or_now(text);
+}
+
+admin::Snapshot find_snapshot(admin::NameStore& store, const std::string& text) {
+  using Kind = SnapshotName::Kind;
+  const SnapshotName name =
+      parse_snapshot_name(text.empty() ? "latest" : text, os::now()).value_or(SnapshotName());
+  const std::vector<admin::NameStore::Kept> all = store.snapshots();
+  for (auto kept = all.rbegin(); kept != all.rend(); ++kept) {
+    const bool is_it =
+        name.kind == Kind::kLatest || (name.kind == Kind::kNumber && kept->number == name.number) ||
+        (name.kind == Kind::kTime && kept->snapshot && kept->snapshot->time <= name.time);
+    if (!is_it) continue;
+    if (kept->snapshot) return *kept->snapshot;
+    throw Failure(Exit::kFailed, formatted("snapshot {} is damaged; 'stgctl index log' tells "
+                                           "which others there are",
+                                           kept->number));
+  }
+  throw Failure(
+      Exit::kNothingMatched,
+      all.empty()
+          ? "no snapshot has been completed yet; 'stgctl index snapshot' makes one"
+          : formatted("there is no snapshot '{}'; 'stgctl index log' lists them", shown(text)));
+}
+
+Json fields_of(const admin::Snapshot& snapshot) {
+  Json fields;
+  fields["number"] = snapshot.number;
+  fields["time"] = snapshot.time;
+  put_name(fields, "storage", snapshot.storage);
+  fields["folders"] = snapshot.folders;
+  fields["entries"] = snapshot.entries;
+  fields["bytes"] = snapshot.bytes;
+  fields["changed"] = snapshot.changed;
+  fields["added"] = snapshot.added;
+  fields["removed"] = snapshot.removed;
+  fields["unread"] = snapshot.unread;
+  return fields;
+}
+
+}  // namespace stgctl

@@ -1,0 +1,117 @@
+#include "client/stgctl/new_file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "client/admin/checksum.h"
+#include "client/stgctl/paths.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace fs = std::filesystem;
+namespace sys = admin::sys;
+
+namespace {
+
+std::string parent_of(const std::string& path) { return from_path(to_path(path).parent_path()); }
+
+}  // namespace
+
+void check_outside_tree(Context& context, const std::string& path) {
+  const std::string folder =
+      sys::absolute(from_path(fs::absolute(to_path(path)).lexically_normal()));
+  const std::string tree = sys::absolute(context.tree().storage);
+  if (folder == tree || folder.starts_with(tree + sys::kSeparator)) {
+    throw Failure(Exit::kRefused, shown(path) + " lies in the tree; name a place outside of it");
+  }
+  if (sys::kSeparator != '\\' && path.find('\\') != std::string::npos) {
+    throw Failure(Exit::kRefused, shown(path) + " holds a backslash; name another place");
+  }
+}
+
+NewFile::NewFile(std::string path, std::string unfinished, IfGivenUp if_given_up)
+    : m_path(std::move(path)), m_unfinished(std::move(unfinished)), m_if_given_up(if_given_up) {
+  std::error_code error;
+  fs::create_directories(to_path(parent_of(m_path)), error);
+  errno = error.value();
+  if (!error) m_stream.open(to_path(m_unfinished), std::ios::binary | std::ios::trunc);
+  if (!m_stream.is_open()) fail();
+}
+
+NewFile::NewFile(const std::string& path)
+    : NewFile(path, joined(parent_of(path), kUnfinishedName)) {}
+
+NewFile::~NewFile() {
+  if (m_committed || m_if_given_up == IfGivenUp::kKeep) return;
+  m_stream.close();
+  std::error_code ignored;
+  fs::remove(to_path(m_unfinished), ignored);
+}
+
+void NewFile::fail() {
+  const int code = errno;
+  throw WriteFailure(Exit::kFailed,
+                     formatted("{} could not be written ({}); is there room, and may you?",
+                               shown(m_path), std::generic_category().message(code)));
+}
+
+void NewFile::write(std::string_view bytes) {
+  m_stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  if (!m_stream) fail();
+}
+
+void NewFile::commit(std::optional<std::int64_t> modify_time) {
+  m_stream.close();
+  if (!m_stream) fail();
+  if (modify_time) set_modify_time(m_unfinished, *modify_time);
+  std::error_code error;
+  fs::rename(to_path(m_unfinished), to_path(m_path), error);
+  errno = error.value();
+  if (error) fail();
+  m_committed = true;
+}
+
+void set_modify_time(const std::string& path, std::int64_t seconds) {
+  using namespace std::chrono;
+  std::error_code error;
+  const auto time = file_clock::from_sys(sys_seconds(std::chrono::seconds(seconds)));
+  fs::last_write_time(to_path(path), time_point_cast<fs::file_time_type::duration>(time), error);
+  if (!error) return;
+  throw Failure(Exit::kFailed,
+                formatted("{}: its time could not be set: {}", shown(path), error.message()));
+}
+
+Content read_content(const std::string& path, const sys::Locking& locking, NewFile* copy) {
+  admin::Checksum checksum;
+  Content content;
+  const os::Status read = sys::read_pieces(path, locking, [&](std::string_view piece) {
+    content.bytes += piece.size();
+    checksum.add(piece);
+    if (copy != nullptr) copy->write(piece);
+    return !Context::interrupted();
+  });
+  Context::stop_if_interrupted();
+  if (read.failure() == os::Failure::kLocked)
+    throw Failure(Exit::kLockTimeout, shown(path) + " is locked elsewhere (--lock-timeout)");
+  if (!read.ok()) throw Failure(Exit::kFailed, shown(path) + ": " + sys::text_of(read));
+  content.checksum = checksum.text();
+  return content;
+}
+
+std::vector<std::string> names_of_folder(const std::string& path) {
+  sys::Folder folder;
+  std::vector<std::string> names;
+  if (const os::Status opened = folder.open(path); !opened.ok())
+    throw Failure(Exit::kFailed, shown(path) + ": " + sys::text_of(opened));
+  sys::Entry entry;
+  while (folder.next(entry)) names.emplace_back(entry.name);
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+}  // namespace stgctl

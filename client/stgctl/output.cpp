@@ -1,0 +1,157 @@
+#include "client/stgctl/output.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+#include "client/stgctl/exit_codes.h"
+#include "client/stgctl/terminal.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace {
+
+constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
+constexpr std::string_view kClearLine = "\r\x1b[K";
+
+std::string_view code_of(Style style) {
+  switch (style) {
+    case Style::kBold:
+      return "\x1b[1m";
+    case Style::kDim:
+      return "\x1b[2m";
+    case Style::kRed:
+      return "\x1b[31m";
+    case Style::kGreen:
+      return "\x1b[32m";
+    case Style::kYellow:
+      return "\x1b[33m";
+    case Style::kBlue:
+      return "\x1b[34m";
+    case Style::kCyan:
+      return "\x1b[36m";
+    case Style::kPlain:
+      break;
+  }
+  return "";
+}
+
+/// Windows tells of a closed pipe by EINVAL.
+bool is_reader_gone(int code) { return code == EPIPE || code == EINVAL; }
+
+std::string in_style(bool colors, Style style, std::string_view text) {
+  if (!colors || style == Style::kPlain) return std::string(text);
+  return formatted("{}{}\x1b[0m", code_of(style), text);
+}
+
+bool wants_colors(When when, terminal::Stream stream) {
+  if (when == When::kAlways) return true;
+  if (when == When::kNever) return false;
+  // https://no-color.org: any non-empty value.
+  const char* const refused = std::getenv("NO_COLOR");
+  return (refused == nullptr || *refused == '\0') && terminal::understands_colors(stream);
+}
+
+}  // namespace
+
+Output::Output() { m_buffer.reserve(kBufferSize); }
+
+Output::~Output() {
+  try {
+    flush();
+  } catch (const Failure&) {
+    // Whoever wants to know has flushed before.
+  }
+}
+
+void Output::configure(const GlobalOptions& options) {
+  m_json = options.json;
+  m_colors = wants_colors(options.color, terminal::Stream::kOut) && !m_json;
+  m_error_colors = wants_colors(options.color, terminal::Stream::kErr);
+}
+
+void Output::write(std::string_view bytes) {
+  m_has_results = m_has_results || !bytes.empty();
+  if (m_buffer.size() + bytes.size() > kBufferSize) flush();
+  if (bytes.size() > kBufferSize) {
+    m_buffer = bytes;
+    flush();
+    return;
+  }
+  m_buffer += bytes;
+}
+
+void Output::json_line(const char* schema, const Json& fields) {
+  Json line;
+  line["schema"] = schema;
+  line.update(fields);
+  write(line.dump());
+  write("\n");
+}
+
+void Output::flush() {
+  const std::string pending = std::exchange(m_buffer, {});
+  m_buffer.reserve(kBufferSize);
+  if (m_is_closed) return;
+  const bool all = std::fwrite(pending.data(), 1, pending.size(), stdout) == pending.size();
+  const bool is_whole = all && std::fflush(stdout) == 0;
+  if (!is_whole && is_reader_gone(errno)) {
+    m_is_closed = true;
+    if (m_ends_when_closed) throw Failure(Exit::kDone, "");
+    return;
+  }
+  if (!is_whole || m_broken) {
+    // Told once: what follows would fail as well.
+    if (std::exchange(m_broken, true)) return;
+    throw Failure(Exit::kFailed,
+                  "the standard output takes no more; is the disk full or the reader gone?");
+  }
+}
+
+std::string Output::styled(Style style, std::string_view text) const {
+  return in_style(m_colors, style, text);
+}
+
+void Output::note(std::string_view text) { message(Style::kPlain, "", text); }
+void Output::warning(std::string_view text) { message(Style::kYellow, "warning: ", text); }
+void Output::error(std::string_view text) { message(Style::kRed, "", text); }
+
+void Output::prompt(std::string_view text) {
+  flush();
+  raw_error(text);
+}
+
+void Output::raw_error(std::string_view bytes) {
+  std::fwrite(bytes.data(), 1, bytes.size(), stderr);
+  std::fflush(stderr);
+}
+
+void Output::message(Style style, std::string_view label, std::string_view text) {
+  // What was printed before comes before, also when both streams are one terminal.
+  if (!m_broken) {
+    try {
+      flush();
+    } catch (const Failure&) {
+      m_broken = true;
+    }
+  }
+  if (std::exchange(m_transient, false)) raw_error(kClearLine);
+  if (style == Style::kPlain) {
+    raw_error(formatted("{}\n", text));
+  } else {
+    raw_error(
+        formatted("{}\n", in_style(m_error_colors, style, formatted("stgctl: {}{}", label, text))));
+  }
+}
+
+void put_name(Json& object, const std::string& key, std::string_view bytes) {
+  if (admin::is_utf8(bytes)) {
+    object[key] = std::string(bytes);
+    return;
+  }
+  object[key] = admin::to_utf8(bytes);
+  object[key + "_hex"] = admin::to_hex(bytes);
+}
+
+}  // namespace stgctl

@@ -1,0 +1,242 @@
+
+#include <algorithm>
+#include <fstream>
+#include <memory>
+
+#include "client/stgctl/command.h"
+#include "client/stgctl/names_file.h"
+#include "client/stgctl/paths.h"
+#include "client/stgctl/progress.h"
+#include "client/stgctl/repair_work.h"
+#include "client/stgctl/report.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace sys = admin::sys;
+
+namespace {
+
+constexpr const char* kSchema = "stgctl.repair/1";
+
+struct Options {
+  std::string plan;
+  std::string apply;
+  std::vector<std::string> only;
+  std::string quarantine;
+  std::string keep = "30d";
+  bool force = false;
+  bool expire = false;
+};
+
+/// A repair as the report tells it: by its path below the storage folder.
+Subject subject_of(const Repair& repair) { return {"", "", repair.path, std::nullopt}; }
+
+std::string in_words(const Repair& repair) {
+  std::string text = formatted("{} ({}", name_of(repair.kind), repair.code);
+  if (!repair.lines.empty()) text += formatted(", {} lines", repair.lines.size());
+  if (repair.kind == RepairKind::kSetCounter) text += ", to " + repair.value;
+  if (repair.kind == RepairKind::kQuarantine && !repair.is_folder)
+    text += ", " + format_bytes(repair.bytes);
+  return text + ")";
+}
+
+// ---- what older plans keep ---------------------------------------------------------------------
+
+/// The plans whose time is over. @param own one that is not meant; 0 for none.
+std::vector<std::uint64_t> expired_plans(Context& context, const std::string& quarantine,
+                                         std::uint64_t own) {
+  std::vector<std::uint64_t> numbers;
+  for (const std::uint64_t number : applied_plans(quarantine)) {
+    if (number == own) continue;
+    const AppliedPlan plan =
+        AppliedPlan::open(context, quarantine, number, admin::LockedFile::For::kReading);
+    if (plan.storage() == context.tree().storage && plan.expires() <= os::now())
+      numbers.push_back(number);
+  }
+  return numbers;
+}
+
+/// @param own the plan that is being worked on, whose manifest is held.
+std::string told_of_expired(Context& context, const Options& options, std::uint64_t own = 0) {
+  const std::string quarantine = quarantine_folder(context, options.quarantine);
+  const std::size_t count = expired_plans(context, quarantine, own).size();
+  if (count == 0) return {};
+  return formatted("; {} older plans have expired, and stay until 'quarantine expire'", count);
+}
+
+// ---- planning ----------------------------------------------------------------------------------
+
+/// Writes the plan beside its place first: a plan that was there stays until the new one is whole.
+void write_plan(const std::string& file, const std::string& text) {
+  const std::string part = file + ".stgctl-part";
+  std::error_code error;
+  {
+    std::ofstream out(to_path(part), std::ios::binary | std::ios::trunc);
+    out << text;
+    out.flush();
+    if (!out) error = std::make_error_code(std::errc::io_error);
+  }
+  if (!error) std::filesystem::rename(to_path(part), to_path(file), error);
+  if (!error) return;
+  std::error_code ignored;
+  std::filesystem::remove(to_path(part), ignored);
+  throw Failure(Exit::kFailed, shown(file) + " could not be written; is there room, and may you?");
+}
+
+Exit run_plan(Context& context, const Options& options) {
+  const std::string file = place_outside(context, options.plan);
+  const sys::Kind there = sys::describe(file).kind;
+  if (there != sys::Kind::kMissing && there != sys::Kind::kFile)
+    throw Failure(Exit::kRefused, shown(file) + " is no plain file; name another place");
+  const RepairPlan plan =
+      make_plan(context, options.only, options.force ? Emptying::kAllowed : Emptying::kSpared);
+  for (const std::string& spared : plan.spared) {
+    context.out().warning(spared +
+                          "; left alone. Bring back what is missing first ('stgctl index "
+                          "restore', a backup), or say --force");
+  }
+  for (const std::string& cost : plan.costs) context.out().warning(cost);
+  if (plan.repairs.empty()) {
+    throw Failure(Exit::kNothingMatched,
+                  plan.left.empty()
+                      ? "nothing was found that needs a repair"
+                      : formatted("{} findings, none of which is repaired without you; 'stgctl "
+                                  "check' tells them",
+                                  plan.left.size()));
+  }
+  ChangeReport report(context, kSchema, "planned");
+  for (const Repair& repair : plan.repairs)
+    report.done(subject_of(repair), fields_of(repair), in_words(repair));
+  if (!context.options().dry_run) {
+    if (there == sys::Kind::kFile) context.confirm(formatted("Overwrite {}?", shown(file)));
+    write_plan(file, text_of(plan));
+  }
+  Json sums = {{"left", plan.left.size()}};
+  put_name(sums, "file", file);
+  return report.finish(sums, formatted("{} findings left alone{}", plan.left.size(),
+                                       told_of_expired(context, options)));
+}
+
+// ---- applying ----------------------------------------------------------------------------------
+
+Exit run_apply(Context& context, const Options& options) {
+  const std::string quarantine = quarantine_folder(context, options.quarantine);
+  std::string text;
+  const os::Status read = sys::read_file(options.apply, context.locking(), text);
+  if (!read.ok())
+    throw Failure(Exit::kFailed, formatted("{}: {}", shown(options.apply), sys::text_of(read)));
+  const RepairPlan plan = read_plan(context, text);
+  if (plan.repairs.empty())
+    throw Failure(Exit::kNothingMatched, shown(options.apply) + " holds no repairs");
+  for (const std::string& cost : plan.costs) context.out().warning(cost);
+  const std::size_t expired = expired_plans(context, quarantine, 0).size();
+  if (!context.options().dry_run) {
+    const std::string for_good =
+        options.expire && expired != 0
+            ? formatted(" What {} expired plans have taken is removed for good.", expired)
+            : "";
+    context.confirm(formatted("Do {} repairs? What they take goes to {}.{}", plan.repairs.size(),
+                              shown(quarantine), for_good));
+  }
+  ChangeReport report(context, kSchema, "repaired");
+  WorkPlan work(context, quarantine, digest_of(text), parse_age(options.keep).value_or(0));
+  const bool all = report.guarded([&] {
+    Progress progress(context.out(), context.options().progress, "repairing", plan.repairs.size());
+    for (const Repair& repair : plan.repairs) {
+      if (Context::interrupted()) return false;
+      const Subject subject = subject_of(repair);
+      Worked worked;
+      try {
+        worked = do_repair(context, repair, work);
+      } catch (const Failure& failure) {
+        if (failure.code() != Exit::kFailed) throw;
+        // The manifest takes no more, so nothing may be done any more.
+        report.failed(subject, failure.what());
+        return false;
+      }
+      if (worked.how == Worked::How::kDone) {
+        report.done(subject, fields_of(repair),
+                    formatted("{} {}", name_of(repair.kind), worked.text));
+      } else if (worked.how == Worked::How::kSkipped) {
+        report.skipped(subject, worked.text);
+      } else {
+        report.failed(subject, worked.text);
+      }
+      progress.advance(1, repair.path);
+    }
+    return true;
+  });
+  Json sums = Json::object();
+  std::string tail;
+  if (AppliedPlan* const applied = work.begun()) {
+    // What failed can be tried again with the same plan, and goes to the same place.
+    if (all && report.failures() == 0) note(context, [&] { applied->note_complete(); });
+    sums["number"] = applied->number();
+    sums["expires"] = applied->expires();
+    tail = formatted("kept as plan {} until {} UTC", applied->number(),
+                     format_time(applied->expires()));
+  }
+  const std::uint64_t own = work.begun() != nullptr ? work.begun()->number() : 0;
+  if (options.expire && !context.options().dry_run && all) {
+    const std::vector<std::uint64_t> over = expired_plans(context, quarantine, own);
+    for (const std::uint64_t number : over) remove_plan(quarantine, number);
+    sums["expired"] = over.size();
+    if (!over.empty()) tail += formatted(", {} expired plans removed for good", over.size());
+  } else {
+    tail += told_of_expired(context, options, own);
+  }
+  return report.finish(sums, tail);
+}
+
+Exit run_repair(Context& context, const Options& options) {
+  if (options.plan.empty() == options.apply.empty()) {
+    throw Failure(Exit::kUsage,
+                  "say --plan FILE to write down what would be repaired, then --apply FILE");
+  }
+  context.tree();
+  return options.plan.empty() ? run_apply(context, options) : run_plan(context, options);
+}
+
+std::string is_code(const std::string& text) {
+  return admin::code_named(text) ? std::string()
+                                 : "'" + text + "' is no code; 'stgctl check --codes' lists them";
+}
+
+}  // namespace
+
+void add_repair_command(Commands& commands) {
+  const auto declare = [](Arguments& app) -> Run {
+    const auto options = std::make_shared<Options>();
+    const Argument plan =
+        app.add_option("--plan", options->plan, "Check the tree, and write down what to do")
+            .type_name("FILE");
+    app.add_option("--apply", options->apply, "Do what such a file says")
+        .type_name("FILE")
+        .excludes(plan);
+    app.add_option("--only", options->only, "Plan only for findings of this code; may be repeated")
+        .type_name("CODE")
+        .check(is_code);
+    app.add_flag("--force", options->force,
+                 "With --plan: also what empties a folder or takes most of it away");
+    app.add_flag("--expire", options->expire,
+                 "With --apply: also remove for good what expired plans have taken");
+    add_quarantine_option(app, options->quarantine);
+    app.add_option("--keep", options->keep, "How long 'undo' is possible (30d)")
+        .type_name("AGE")
+        .check(is_age);
+    return [options](Context& context) { return run_repair(context, *options); };
+  };
+  commands.push_back(
+      {"repair", Group::kChange, Effect::kChanges, "Repair what check finds, by a plan", declare,
+       "The plan is JSON, one entry per repair; what should not be done may be taken out. Names\n"
+       "that a snapshot or a damaged index still knows come back first. Else it takes bad lines\n"
+       "out of indexes and key files, moves files without a line and parts without a document\n"
+       "away, and sets counters that are behind; what it leaves alone is listed in it. What would\n"
+       "take most of a folder away is planned with --force alone.\n"
+       "Everything taken goes to the quarantine, and 'undo' puts it back. What has changed since "
+       "the\n"
+       "plan was made is skipped. A repair that was stopped goes on when it is applied again."});
+}
+
+}  // namespace stgctl

@@ -1,0 +1,152 @@
+
+#include <algorithm>
+#include <ctime>
+#include <memory>
+
+#include "client/admin/stats.h"
+#include "client/stgctl/bars.h"
+#include "client/stgctl/command.h"
+#include "client/stgctl/look.h"
+#include "client/stgctl/progress.h"
+#include "client/stgctl/terminal.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace {
+
+using admin::GroupBy;
+using admin::Stats;
+using admin::Sum;
+
+constexpr std::array<std::string_view, 5> kGroupNames = {"area", "owner", "ext", "age", "folder"};
+
+struct Options {
+  std::string by = "area";
+  std::size_t top = 20;
+};
+
+GroupBy group_by(const std::string& name) {
+  const auto found = std::find(kGroupNames.begin(), kGroupNames.end(), name);
+  return static_cast<GroupBy>(found - kGroupNames.begin());
+}
+
+Json json_of(const Sum& sum) { return {{"files", sum.files}, {"bytes", sum.bytes}}; }
+
+/// What a group is called where it has no name of its own.
+std::string shown_group(const std::string& name, GroupBy by) {
+  if (!name.empty()) return shown(name);
+  return by == GroupBy::kExtension ? "(none)" : "(no owner)";
+}
+
+void show_json(Context& context, const Stats& stats, const Options& options) {
+  Json fields;
+  fields["by"] = options.by;
+  fields["files"] = stats.all.files;
+  fields["bytes"] = stats.all.bytes;
+  fields["documents"] = json_of(stats.documents);
+  fields["parts"] = json_of(stats.parts);
+  fields["indexes"] = json_of(stats.indexes);
+  fields["strays"] = json_of(stats.strays);
+  fields["folders"] = stats.folders;
+  fields["failures"] = stats.failures;
+  fields["groups"] = Json::array();
+  for (const admin::StatsGroup& group : stats.groups) {
+    Json each;
+    put_name(each, "name", group.name);
+    each["files"] = group.sum.files;
+    each["bytes"] = group.sum.bytes;
+    fields["groups"].push_back(std::move(each));
+  }
+  fields["other_groups"] = stats.other_groups;
+  fields["others"] = json_of(stats.others);
+  context.out().json_line("stgctl.stats/1", fields);
+}
+
+void show_groups(Context& context, const Stats& stats, GroupBy by) {
+  std::uint64_t largest = stats.others.bytes;
+  std::size_t width = 6;
+  for (const admin::StatsGroup& group : stats.groups) {
+    largest = std::max(largest, group.sum.bytes);
+    width = std::max(width, columns(shown_group(group.name, by)));
+  }
+  const int terminal_width = terminal::width(terminal::Stream::kOut);
+  constexpr std::size_t kFigures = 30;
+  const std::size_t left = static_cast<std::size_t>(std::max(terminal_width, 40));
+  const std::size_t room = left > width + kFigures + 10 ? left - width - kFigures : 10;
+  const auto line = [&](const std::string& name, const Sum& sum) {
+    context.out().print("{}  {:>10}  {:>12}  {}\n", padded(name, width), format_bytes(sum.bytes),
+                        formatted("{} files", sum.files),
+                        context.out().styled(Style::kCyan, bar(sum.bytes, largest,
+                                                               std::min<std::size_t>(room, 50))));
+  };
+  for (const admin::StatsGroup& group : stats.groups) line(shown_group(group.name, by), group.sum);
+  if (stats.other_groups != 0) line(formatted("{} more", stats.other_groups), stats.others);
+}
+
+void show_text(Context& context, const Stats& stats, GroupBy by) {
+  show_groups(context, stats, by);
+  const auto part = [&](const char* what, const Sum& sum) {
+    if (sum.files != 0)
+      context.out().print("  {:<10} {:>10}  {:>12}\n", what, format_bytes(sum.bytes),
+                          formatted("{} files", sum.files));
+  };
+  context.out().print(
+      "{}\n", context.out().styled(Style::kBold, formatted("{} in {} files, {} document folders",
+                                                           format_bytes(stats.all.bytes),
+                                                           stats.all.files, stats.folders)));
+  part("documents", stats.documents);
+  part("parts", stats.parts);
+  part("indexes", stats.indexes);
+  part("strays", stats.strays);
+}
+
+Exit run_stats(Context& context, const Options& options) {
+  admin::StatsOptions asked;
+  asked.scope = context.scope();
+  asked.by = group_by(options.by);
+  asked.top = options.top;
+  asked.now = std::time(nullptr);
+  asked.stop = &Context::interrupt_flag();
+  const admin::Tree& tree = context.tree();
+  Stats stats;
+  {
+    Progress progress(context.out(), context.options().progress, "adding up", 0);
+    asked.on_folder = [&](const admin::DocumentFolder& folder) {
+      progress.advance(1, folder.path);
+    };
+    stats = admin::collect_stats(tree, asked);
+  }
+  const bool is_any = stats.folders != 0 || stats.all.files != 0 || stats.failures != 0;
+  if (asked.scope.owner && !is_any && !stats.was_stopped) return Exit::kNothingMatched;
+  if (context.out().json()) {
+    show_json(context, stats, options);
+  } else {
+    show_text(context, stats, asked.by);
+  }
+  if (stats.failures != 0)
+    context.out().warning(formatted("{} folders could not be listed", stats.failures));
+  if (stats.was_stopped) return Exit::kInterrupted;
+  return stats.failures != 0 ? Exit::kPartlyDone : Exit::kDone;
+}
+
+Run declare(Arguments& app) {
+  auto options = std::make_shared<Options>();
+  app.add_option("--by", options->by, "area, owner, ext, age or folder")
+      .type_name("WORD")
+      .one_of({"area", "owner", "ext", "age", "folder"});
+  app.add_option("--top", options->top, "How many groups, the largest first; 0 for all (20)")
+      .type_name("N");
+  return [options](Context& context) { return run_stats(context, *options); };
+}
+
+}  // namespace
+
+void add_stats_command(Commands& commands) {
+  commands.push_back(
+      {"stats", Group::kLook, Effect::kLooks, "Add up files and bytes", declare,
+       "By area, owner, extension, age of the last change, or folder. Everything in the tree\n"
+       "counts: documents, their parts, indexes. Sizes are those of the contents."});
+}
+
+}  // namespace stgctl

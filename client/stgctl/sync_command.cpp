@@ -1,0 +1,113 @@
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "client/stgctl/command.h"
+#include "client/stgctl/lock_wait.h"
+#include "client/stgctl/operations.h"
+#include "client/stgctl/progress.h"
+#include "client/stgctl/text.h"
+#include "stg_index.h"
+
+namespace stgctl {
+
+namespace {
+
+using Folders = std::map<std::string, std::vector<FoundEntry>>;
+
+/// The unknown files of the tree by folder. Names that the library would be led astray by stay
+/// unknown.
+Folders unknown_files(Context& context, ChangeReport& report) {
+  admin::EntryQuery query;
+  query.scope = context.scope();
+  query.state = admin::EntryState::kUnindexed;
+  Folders folders;
+  std::set<std::string> unsafe;
+  for (FoundEntry& entry : find_entries(context, query)) {
+    if (!admin::expects_index(entry.folder.area)) continue;
+    std::string path = entry.folder.path;
+    try {
+      check_no_link(context, entry.path());
+      check_name("the name", entry.name);
+    } catch (const Failure& failure) {
+      report.failed(subject_of(entry), failure.what());
+      // Adoption takes a folder as a whole.
+      unsafe.insert(path);
+      continue;
+    }
+    folders[std::move(path)].push_back(std::move(entry));
+  }
+  for (const std::string& path : unsafe) {
+    const auto found = folders.find(path);
+    if (found == folders.end()) continue;
+    for (const FoundEntry& entry : found->second) {
+      report.failed(subject_of(entry), "a file beside it bears a name that is refused");
+    }
+    folders.erase(found);
+  }
+  return folders;
+}
+
+void adopt(Context& context, const std::string& path, const std::vector<FoundEntry>& files,
+           ChangeReport& report) {
+  std::set<std::string> left;
+  if (!context.options().dry_run) {
+    wait_until_free(context, path);
+    STGIndex::updateIndexFile(path);
+    std::set<std::string> known;
+    for (const FoundEntry& entry : entries_of_folder(context, files.front().folder))
+      known.insert(entry.name);
+    for (const FoundEntry& file : files) {
+      const std::string name = adopted_name(file.name);
+      if (!known.contains(name) && !known.contains(file.name)) left.insert(file.name);
+    }
+  }
+  for (const FoundEntry& file : files) {
+    if (left.contains(file.name)) {
+      report.failed(subject_of(file), "the index did not take it; --trace m tells why");
+    } else {
+      report.done(subject_of(file), {{"bytes", file.info.size}}, format_bytes(file.info.size));
+    }
+  }
+}
+
+Exit run_sync(Context& context) {
+  context.tree();
+  if (!context.options().owner.empty()) check_name("the owner", context.options().owner);
+  ChangeReport report(context, "stgctl.sync/1", "adopted");
+  const Folders folders = unknown_files(context, report);
+  std::size_t files = 0;
+  for (const auto& [path, entries] : folders) files += entries.size();
+  if (files == 0) {
+    if (report.failures() == 0)
+      throw Failure(Exit::kNothingMatched, "every file has an entry; nothing was changed");
+    return report.finish();
+  }
+  if (!context.options().dry_run) {
+    context.confirm(formatted("Adopt {} files in {} folders?", files, folders.size()));
+    context.open_library(Context::Adoption::kOn);
+  }
+  report.guarded([&] {
+    Progress progress(context.out(), context.options().progress, "adopting", files);
+    for (const auto& [path, entries] : folders) {
+      if (Context::interrupted()) break;
+      adopt(context, path, entries, report);
+      progress.advance(entries.size(), path);
+    }
+    return 0;
+  });
+  return report.finish();
+}
+
+}  // namespace
+
+void add_sync_command(Commands& commands) {
+  commands.push_back(
+      {"sync", Group::kChange, Effect::kChanges, "Give files that no index names an entry",
+       [](Arguments&) -> Run { return run_sync; },
+       "Each gets an entry under its own name, with its extension in lower case, at timestamp 0.\n"
+       "The areas are docs, user and mail, or --area; --owner narrows it down."});
+}
+
+}  // namespace stgctl

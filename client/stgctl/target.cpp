@@ -1,0 +1,264 @@
+#include "client/stgctl/target.h"
+
+#include <algorithm>
+#include <span>
+
+#include "client/admin/text.h"
+#include "client/stgctl/exit_codes.h"
+#include "client/stgctl/stamp.h"
+#include "client/stgctl/text.h"
+#include "client/stgctl/version_name.h"
+
+namespace stgctl {
+
+namespace {
+
+STG::RepositoryType type_of(admin::Area area) {
+  switch (area) {
+    case admin::Area::kDocs:
+      return STG::CorporateRepository;
+    case admin::Area::kMail:
+      return STG::MailRepository;
+    default:
+      // The type whose removals also drop the lines of "attribut.txt".
+      return STG::UserFilesRepository;
+  }
+}
+
+/// Owners become names of folders: Windows reads more into those.
+const char* why_no_folder_name(std::string_view name) {
+  if constexpr (admin::sys::kSeparator == '\\') {
+    if (name.find(':') != std::string_view::npos) return "it holds a colon";
+    if (name.ends_with('.') || name.ends_with(' ')) return "it ends with a dot or a blank";
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+void check_name(std::string_view what, std::string_view name) {
+  const char* why = admin::why_not_safe(name);
+  if (why == nullptr && name.find('\r') != std::string_view::npos)
+    why = "it holds a carriage return";
+  if (why == nullptr) return;
+  throw Failure(Exit::kRefused, formatted("{} '{}' is refused: {}", what, shown(name), why));
+}
+
+namespace {
+
+/// @param owner empty when none is named.
+Target target_at(Context& context, admin::Area area, const std::string& owner) {
+  Target target;
+  target.area = area;
+  if (!admin::expects_index(target.area)) {
+    throw Failure(Exit::kRefused,
+                  formatted("the area {} keeps no documents; say --area docs, user or mail",
+                            admin::name_of(target.area)));
+  }
+  target.type = type_of(target.area);
+  if (context.tree().layout == admin::Layout::kOwner) {
+    if (owner.empty()) throw Failure(Exit::kRefused, "no owner is named; say --owner NAME");
+    target.owner = owner;
+  }
+  if (!owner.empty()) {
+    check_name("the owner", owner);
+    if (const char* const why = why_no_folder_name(owner)) {
+      throw Failure(Exit::kRefused, formatted("the owner '{}' is refused: {}", shown(owner), why));
+    }
+  }
+  // Some operations do nothing for an empty owner, also where owners share the folders.
+  target.library_owner = owner.empty() ? "_" : owner;
+  return target;
+}
+
+}  // namespace
+
+Target target_of(Context& context, admin::Area fallback) {
+  const GlobalOptions& options = context.options();
+  const admin::Area area =
+      options.area.empty() ? fallback : admin::area_named(options.area).value();
+  return target_at(context, area, options.owner);
+}
+
+NamedVersion named_version(Context& context, const std::string& text, const std::string& timestamp,
+                           admin::Area fallback) {
+  const GlobalOptions& options = context.options();
+  NamedVersion named = {{}, text, parse_stamp(timestamp)};
+  std::string area = options.area;
+  std::string owner = options.owner;
+  if (const auto version = parse_version_name(text, context.tree().layout)) {
+    const auto agree = [&](const auto& said, const auto& value, const char* what) {
+      if (said && value && *said != *value)
+        throw Failure(Exit::kUsage,
+                      formatted("{} says another {} than the options", shown(text), what));
+    };
+    const auto unless_empty = [](const std::string& value) {
+      return value.empty() ? std::nullopt : std::optional(value);
+    };
+    agree(unless_empty(area), std::optional(version->area), "area");
+    agree(unless_empty(owner), unless_empty(version->owner), "owner");
+    agree(named.timestamp, version->timestamp, "timestamp");
+    area = version->area;
+    if (!version->owner.empty()) owner = version->owner;
+    if (version->timestamp) named.timestamp = version->timestamp;
+    named.name = version->name;
+  }
+  named.target =
+      target_at(context, area.empty() ? fallback : admin::area_named(area).value(), owner);
+  return named;
+}
+
+Target target_of(Context& context, const admin::DocumentFolder& folder) {
+  Target target;
+  target.area = folder.area;
+  target.type = type_of(folder.area);
+  if (context.tree().layout == admin::Layout::kOwner) target.owner = folder.owner;
+  target.library_owner = folder.owner.empty() ? "_" : folder.owner;
+  return target;
+}
+
+NamedVersion named_version_at(Context& context, const VersionName& version) {
+  const admin::Area area = admin::area_named(version.area).value();
+  return {target_at(context, area, version.owner), version.name, version.timestamp};
+}
+
+void check_no_link(Context& context, const std::string& path) {
+  const std::string& storage = context.tree().storage;
+  for (std::size_t at = path.find(admin::sys::kSeparator, storage.size() + 1);;
+       at = path.find(admin::sys::kSeparator, at + 1)) {
+    const std::string part = path.substr(0, at);
+    if (admin::sys::describe(part).kind == admin::sys::Kind::kLink) {
+      throw Failure(
+          Exit::kRefused,
+          formatted("{} is a link and may lead out of the tree; replace it by what it leads to",
+                    shown(part)));
+    }
+    if (at == std::string::npos) return;
+  }
+}
+
+Subject subject_of(const FoundEntry& entry) {
+  return {std::string(admin::name_of(entry.folder.area)), entry.folder.owner, entry.name,
+          entry.timestamp};
+}
+
+std::vector<FoundEntry> find_entries(Context& context, admin::EntryQuery query) {
+  query.with_info = true;
+  query.locking = context.locking();
+  query.stop = &Context::interrupt_flag();
+  std::vector<FoundEntry> found;
+  std::string problem;
+  const admin::EntryFailures failures = admin::for_each_entry(
+      context.tree(), query,
+      [&](const admin::EntryView& entry) {
+        found.push_back({*entry.folder, entry.state, std::string(entry.logical), entry.timestamp,
+                         std::string(entry.file), entry.info});
+        return true;
+      },
+      [&](const std::string& path, const std::string& why) {
+        if (problem.empty()) problem = formatted("{}: {}", shown(path), why);
+      });
+  Context::stop_if_interrupted();
+  // A plan made from half a view would be a wrong plan.
+  if (failures.lock_missed) throw Failure(Exit::kLockTimeout, problem + " (--lock-timeout)");
+  if (failures.folders > 0) throw Failure(Exit::kFailed, problem);
+  return found;
+}
+
+std::vector<FoundEntry> entries_of_folder(Context& context, const admin::DocumentFolder& folder) {
+  admin::FolderView view;
+  view.load(folder, context.locking());
+  Context::stop_if_interrupted();
+  const std::string index = view.path_of(index_format::kIndexFile);
+  if (view.index_state() == admin::IndexState::kLocked) {
+    throw Failure(Exit::kLockTimeout,
+                  formatted("{} is locked elsewhere (--lock-timeout)", shown(index)));
+  }
+  if (view.index_state() == admin::IndexState::kFailed) {
+    throw Failure(Exit::kFailed,
+                  formatted("{}: {}", shown(index), admin::sys::text_of(view.index_status())));
+  }
+  std::vector<FoundEntry> found;
+  admin::IndexLint lint;
+  lint.start(view);
+  admin::LintedLine line;
+  while (lint.next(line)) {
+    if (line.verdict != admin::Verdict::kEntry || !line.has_file) continue;
+    FoundEntry entry = {folder,         admin::EntryState::kIndexed, std::string(line.logical),
+                        line.timestamp, std::string(line.file),      {}};
+    entry.info = admin::sys::describe(entry.path());
+    found.push_back(std::move(entry));
+  }
+  return found;
+}
+
+std::optional<FoundEntry> KnownEntries::find(const admin::DocumentFolder& folder,
+                                             const std::string& name, std::int32_t timestamp) {
+  if (m_folder != folder.path) {
+    m_entries.clear();
+    for (FoundEntry& entry : entries_of_folder(m_context, folder)) {
+      std::string key = index_format::key_of(entry.name, entry.timestamp);
+      m_entries.emplace(std::move(key), std::move(entry));
+    }
+    m_folder = folder.path;
+  }
+  const auto at = m_entries.find(index_format::key_of(name, timestamp));
+  return at == m_entries.end() ? std::nullopt : std::optional(at->second);
+}
+
+std::vector<FoundEntry> find_versions(Context& context, const Target& target,
+                                      const std::string& name) {
+  // Only where the library looks; entries in a wrong bucket are out of its sight.
+  std::vector<FoundEntry> found = entries_of_folder(
+      context, admin::folder_for(context.tree(), target.area, target.owner, name));
+  std::erase_if(found, [&](const FoundEntry& entry) { return entry.name != name; });
+  std::sort(found.begin(), found.end(),
+            [](const FoundEntry& a, const FoundEntry& b) { return a.timestamp < b.timestamp; });
+  return found;
+}
+
+void keep_wanted(std::vector<FoundEntry>& versions, const NamedVersion& named) {
+  if (!named.timestamp) return;
+  std::erase_if(versions,
+                [&](const FoundEntry& entry) { return entry.timestamp != *named.timestamp; });
+}
+
+std::vector<FoundEntry> find_matching(Context& context, const NamedVersion& pattern) {
+  admin::EntryQuery query;
+  query.scope.area = pattern.target.area;
+  if (context.tree().layout == admin::Layout::kOwner) query.scope.owner = pattern.target.owner;
+  query.pattern = pattern.name;
+  query.state = admin::EntryState::kIndexed;
+  std::vector<FoundEntry> found = find_entries(context, query);
+  keep_wanted(found, pattern);
+  return found;
+}
+
+std::string adopted_name(std::string name) {
+  const std::size_t dot = std::min(name.rfind('.'), name.size());
+  for (char& c : std::span(name).subspan(dot)) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
+  }
+  return name;
+}
+
+void check_not_shadowed(Context& context, const Target& target, const std::string& name,
+                        std::int32_t timestamp) {
+  const std::string folder =
+      admin::folder_for(context.tree(), target.area, target.owner, name).path;
+  const admin::sys::Info info = admin::sys::describe(admin::sys::join(folder, name));
+  if (info.kind == admin::sys::Kind::kMissing) return;
+  if (timestamp == 0) {
+    const std::vector<FoundEntry> versions = find_versions(context, target, name);
+    if (!versions.empty() && versions.front().timestamp == 0 && versions.front().file == name)
+      return;
+  }
+  throw Failure(
+      Exit::kRefused,
+      formatted(
+          "{} holds a file called '{}' itself, which the library would take for every version "
+          "of that name; 'stgctl sync' gives it an entry, or rename it",
+          shown(folder), shown(name)));
+}
+
+}  // namespace stgctl

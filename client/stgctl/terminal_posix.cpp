@@ -1,0 +1,83 @@
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <string_view>
+
+#include "client/stgctl/terminal.h"
+
+namespace stgctl::terminal {
+
+namespace {
+
+// Free of locks, as a handler needs it.
+std::atomic<bool> interrupt_seen{false};
+static_assert(std::atomic<bool>::is_always_lock_free);
+
+void note_interrupt(int) { interrupt_seen.store(true); }
+
+int descriptor(Stream stream) {
+  switch (stream) {
+    case Stream::kIn:
+      return STDIN_FILENO;
+    case Stream::kOut:
+      return STDOUT_FILENO;
+    default:
+      return STDERR_FILENO;
+  }
+}
+
+}  // namespace
+
+void set_up() {
+  // A reader that goes away (such as "head") is an error of writing, told as one.
+  std::signal(SIGPIPE, SIG_IGN);
+}
+
+bool is_terminal(Stream stream) { return ::isatty(descriptor(stream)) == 1; }
+
+bool understands_colors(Stream stream) {
+  const char* const type = std::getenv("TERM");
+  return is_terminal(stream) && type != nullptr && std::string_view(type) != "dumb" &&
+         *type != '\0';
+}
+
+int width(Stream stream) {
+  struct ::winsize size = {};
+  if (::ioctl(descriptor(stream), TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
+  return size.ws_col;
+}
+
+std::string read_line() {
+  std::string line;
+  while (!interrupt_seen.load()) {
+    // Never in read() for long: a Ctrl-C between the question and the call would not end it.
+    ::pollfd waiting = {STDIN_FILENO, POLLIN, 0};
+    if (::poll(&waiting, 1, 100) <= 0) continue;
+    char c = 0;
+    if (::read(STDIN_FILENO, &c, 1) != 1 || c == '\n') return line;
+    line += c;
+  }
+  return {};
+}
+
+void watch_interrupt() {
+  struct ::sigaction action = {};
+  action.sa_handler = note_interrupt;
+  // The handler serves once: whoever presses Ctrl-C again means it.
+  action.sa_flags = static_cast<int>(SA_RESETHAND);
+  ::sigaction(SIGINT, &action, nullptr);
+  // So does whoever ends services: the current entry is finished, and what was done is told.
+  ::sigaction(SIGTERM, &action, nullptr);
+}
+
+const std::atomic<bool>& interrupt_flag() noexcept { return interrupt_seen; }
+
+}  // namespace stgctl::terminal
+
+int main(int argc, char** argv) {
+  return stgctl::terminal::run_program(argc < 1 ? std::vector<std::string>{}
+                                                : std::vector<std::string>{argv + 1, argv + argc});
+}

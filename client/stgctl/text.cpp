@@ -1,0 +1,124 @@
+#include "client/stgctl/text.h"
+
+#include <array>
+#include <charconv>
+#include <chrono>
+#include <limits>
+
+namespace stgctl {
+
+namespace {
+
+bool is_continuation(unsigned char c) { return (c & 0xC0U) == 0x80U; }
+
+struct Unit {
+  std::string_view suffix;
+  std::uint64_t factor;
+};
+
+/// A number and one of the units behind it; nothing when it does not fit 63 bits.
+template <std::size_t N>
+std::optional<std::uint64_t> parse_with_unit(std::string_view text,
+                                             const std::array<Unit, N>& units) {
+  std::uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end == text.data()) return std::nullopt;
+  const std::string_view suffix = text.substr(static_cast<std::size_t>(end - text.data()));
+  constexpr auto kMost = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+  for (const Unit& unit : units) {
+    if (suffix != unit.suffix) continue;
+    if (number > kMost / unit.factor) return std::nullopt;
+    return number * unit.factor;
+  }
+  return std::nullopt;
+}
+
+constexpr std::uint64_t kMinute = 60;
+constexpr std::uint64_t kHour = 60 * kMinute;
+constexpr std::uint64_t kDay = 24 * kHour;
+constexpr std::uint64_t kWeek = 7 * kDay;
+constexpr std::uint64_t kYear = 365 * kDay;
+
+}  // namespace
+
+std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
+  std::string all;
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    if (i != 0) all += separator;
+    all += texts[i];
+  }
+  return all;
+}
+
+std::size_t columns(std::string_view text) {
+  std::size_t count = 0;
+  for (const char c : text) count += is_continuation(static_cast<unsigned char>(c)) ? 0 : 1;
+  return count;
+}
+
+std::string format_bytes(std::uint64_t bytes) {
+  constexpr std::array<const char*, 6> kUnits = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+  if (bytes < 1024) return formatted("{} B", bytes);
+  double value = static_cast<double>(bytes) / 1024;
+  std::size_t unit = 0;
+  while (value >= 1023.95 && unit + 1 < kUnits.size()) {
+    value /= 1024;
+    ++unit;
+  }
+  return formatted("{:.1f} {}", value, kUnits[unit]);
+}
+
+std::string format_time(std::int64_t seconds) {
+  using namespace std::chrono;
+  const sys_seconds point{std::chrono::seconds(seconds)};
+  const sys_days day = floor<days>(point);
+  const year_month_day date(day);
+  const hh_mm_ss time(point - day);
+  return formatted("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", int{date.year()}, unsigned{date.month()},
+                   unsigned{date.day()}, time.hours().count(), time.minutes().count(),
+                   time.seconds().count());
+}
+
+std::string format_age(std::int64_t seconds) {
+  if (seconds < 0) return "in " + format_age(-seconds);
+  const auto age = static_cast<std::uint64_t>(seconds);
+  if (age < kMinute) return formatted("{} s", age);
+  if (age < kHour) return formatted("{} min", age / kMinute);
+  if (age < 2 * kDay) return formatted("{} h", age / kHour);
+  return formatted("{} d", age / kDay);
+}
+
+std::optional<std::int64_t> parse_age(std::string_view text) {
+  // Required: no unit, no age. "--older-than 30" of whoever means days would take everything.
+  constexpr std::array<Unit, 6> kUnits = {
+      {{"s", 1}, {"m", kMinute}, {"h", kHour}, {"d", kDay}, {"w", kWeek}, {"y", kYear}}};
+  const std::optional<std::uint64_t> seconds = parse_with_unit(text, kUnits);
+  if (!seconds) return std::nullopt;
+  return static_cast<std::int64_t>(*seconds);
+}
+
+std::string is_age(const std::string& text) {
+  if (parse_age(text)) return {};
+  const bool is_bare = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+  if (is_bare)
+    return formatted("'{}' has no unit; say {}s for seconds, {}h for hours, {}d for days", text,
+                     text, text, text);
+  return "'" + shown(text) + "' is no age; say 90s, 15m, 12h, 30d, 4w or 1y";
+}
+
+std::optional<std::uint64_t> parse_size(std::string_view text) {
+  constexpr std::uint64_t kKi = 1024;
+  if (text.ends_with("iB")) {
+    text.remove_suffix(2);
+  } else if (text.ends_with('B')) {
+    text.remove_suffix(1);
+  }
+  constexpr std::array<Unit, 5> kUnits = {{{"", 1},
+                                           {"K", kKi},
+                                           {"M", kKi * kKi},
+                                           {"G", kKi * kKi * kKi},
+                                           {"T", kKi * kKi * kKi * kKi}}};
+  return parse_with_unit(text, kUnits);
+}
+
+}  // namespace stgctl

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/admin/formatted.h"
+#include "client/admin/text.h"
+
+/// @file
+/// Text as people read and type it: names that may be any bytes, sizes, times, ages.
+namespace stgctl {
+
+using admin::append_formatted;
+using admin::formatted;
+
+/// The bytes as text that is safe to print: what is no UTF-8, and every control character, becomes
+/// U+FFFD.
+inline std::string shown(std::string_view bytes) { return admin::printable(bytes); }
+/// The texts with the separator between them.
+std::string joined(const std::vector<std::string>& texts, std::string_view separator);
+/// The number of columns that valid UTF-8 takes, one per code point.
+std::size_t columns(std::string_view text);
+
+/// "0 B", "1023 B", "1.5 KiB", "12.0 GiB".
+std::string format_bytes(std::uint64_t bytes);
+/// "2024-05-01 07:09:59", in UTC. @param seconds since 1970.
+std::string format_time(std::int64_t seconds);
+/// "37 s", "12 min", "5 h", "3 d", the largest unit that is at least one; "in 5 h" for the future.
+std::string format_age(std::int64_t seconds);
+
+/// Reads "90s", "15m", "12h", "30d", "4w" or "1y" as seconds. @return nothing for other text, a
+/// number without a unit included.
+std::optional<std::int64_t> parse_age(std::string_view text);
+/// As a check of an argument: empty when the text is an age, else what is wrong with it.
+std::string is_age(const std::string& text);
+/// Reads "500", "64K", "10M", "5G" or "1T", also with "B" or "iB" behind, as bytes in powers of
+/// 1024.
+/// @return nothing for other text.
+std::optional<std::uint64_t> parse_size(std::string_view text);
+
+}  // namespace stgctl

@@ -1,0 +1,295 @@
+// Entering new versions, beside others who store the same names.
+#include "client/admin/new_versions.h"
+
+#include "client/tests/admin/tree_fixture.h"
+#include "stg_index.h"
+#include "vu_file.h"
+
+using admin::Area;
+using admin::NewVersion;
+using admin::NewVersions;
+using Fate = NewVersion::Fate;
+
+class AdminNewVersions : public AdminTree {
+ protected:
+  NewVersion version(const std::string& name, const std::string& bytes = "ours") {
+    const std::string source = m_sources.path(name);
+    write_file(source, bytes);
+    NewVersion made;
+    made.source = system_form(source);
+    made.logical = name;
+    return made;
+  }
+  admin::DocumentFolder place(const std::string& name, Area area = Area::kUser) const {
+    return admin::folder_for(tree(), area, "anna", name);
+  }
+  std::string path(const std::string& name) const {
+    return admin::sys::join(place(name).path, name);
+  }
+  /// What the library serves of a name in the user area; empty for nothing.
+  std::string served(const std::string& name) const {
+    std::string physical;
+    if (!STGIndex::exists(place(name).path, name, 0, physical)) return {};
+    return read_file(admin::sys::join(place(name).path, physical));
+  }
+  std::vector<std::string> names() const {
+    std::vector<std::string> all;
+    for (const auto& each : std::filesystem::directory_iterator(place("x").path))
+      all.push_back(each.path().filename().string());
+    std::sort(all.begin(), all.end());
+    return all;
+  }
+  static admin::sys::Locking at_once() {
+    admin::sys::Locking locking;
+    locking.time_out = std::chrono::milliseconds(0);
+    return locking;
+  }
+  scratch_folder m_sources;
+};
+
+TEST_F(AdminNewVersions, AreServedByTheLibraryAndLeaveNothingBeside) {
+  std::vector<NewVersion> all = {version("b.kdc", "1"), version("a.kdc", "22"), version("c", "3")};
+  {
+    NewVersions work(place("x"), {});
+    for (NewVersion& each : all) ASSERT_TRUE(work.stage(each)) << each.reason;
+    NewVersions::enter({&work});
+  }
+  for (const NewVersion& each : all) EXPECT_EQ(each.fate, Fate::kStored) << each.reason;
+  EXPECT_EQ(served("a.kdc"), "22");
+  EXPECT_EQ(served("b.kdc"), "1");
+  EXPECT_EQ(served("c"), "3");
+  EXPECT_EQ(names(), (std::vector<std::string>{"00000001.kdc", "00000002.kdc", "00000003", "index",
+                                               "index.dat"}));
+  EXPECT_EQ(read_file(path("index.dat")),
+            "a.kdc_0000000000/00000002\nb.kdc_0000000000/00000001\nc_0000000000/00000003\n");
+  EXPECT_EQ(read_file(path("index")), "00000003");
+  EXPECT_EQ(codes(), Codes{});
+  // The library goes on counting from there.
+  EXPECT_EQ(STGIndex::create(place("x").path, "d.kdc", 0), "00000004.kdc");
+}
+
+TEST_F(AdminNewVersions, LeaveTheDocumentOfWhoeverStoredTheNameMeanwhile) {
+  NewVersion mine = version("a.kdc");
+  NewVersion other = version("b.kdc");
+  {
+    NewVersions work(place("x"), {});
+    ASSERT_TRUE(work.stage(mine));
+    ASSERT_TRUE(work.stage(other));
+    add(Area::kUser, "anna", "a.kdc", 0, "of the host");
+    NewVersions::enter({&work});
+  }
+  EXPECT_EQ(mine.fate, Fate::kMeanwhile);
+  EXPECT_EQ(mine.reason, "somebody else stored it meanwhile");
+  EXPECT_EQ(other.fate, Fate::kStored);
+  EXPECT_EQ(served("a.kdc"), "of the host");
+  EXPECT_EQ(served("b.kdc"), "ours");
+  EXPECT_EQ(codes(), Codes{});
+}
+
+TEST_F(AdminNewVersions, DrawNoNumberFromACounterThatCannotBeUsed) {
+  add(Area::kUser, "anna", "a.kdc", 0, "old");
+  const std::string counter = path("index");
+  std::filesystem::remove(counter);
+  std::filesystem::create_directory(counter);
+  const auto before = snapshot(system_form(storage()));
+  NewVersion one = version("b.kdc");
+  NewVersion two = version("c.kdc");
+  {
+    NewVersions work(place("x"), {});
+    ASSERT_TRUE(work.stage(one));
+    ASSERT_TRUE(work.stage(two));
+    NewVersions::enter({&work});
+  }
+  for (const NewVersion* each : {&one, &two}) {
+    EXPECT_EQ(each->fate, Fate::kFailed);
+    EXPECT_NE(each->reason.find("the counter"), std::string::npos) << each->reason;
+    EXPECT_NE(each->reason.find("a folder stands in its place"), std::string::npos);
+  }
+  EXPECT_EQ(served("a.kdc"), "old");
+  EXPECT_EQ(served("b.kdc"), "");
+  auto after = snapshot(system_form(storage()));
+  after[place("x").path] = before.at(place("x").path);  // its time
+  EXPECT_EQ(difference(before, after), "");
+}
+
+TEST_F(AdminNewVersions, LeaveAnIndexAloneThatHasLostItsNames) {
+  add(Area::kUser, "anna", "a.kdc", 0, "old");
+  write_file(path("index.dat"), "");
+  NewVersion one = version("b.kdc");
+  NewVersions work(place("x"), {});
+  ASSERT_TRUE(work.stage(one));
+  NewVersions::enter({&work});
+  EXPECT_EQ(one.fate, Fate::kFailed);
+  EXPECT_NE(one.reason.find("has lost its names"), std::string::npos) << one.reason;
+  EXPECT_EQ(read_file(path("index.dat")), "");
+}
+
+TEST_F(AdminNewVersions, UseTheIndexThatAKilledOneHadJustMade) {
+  std::filesystem::create_directories(place("x").path);
+  write_file(path("index.dat"), "");
+  NewVersion one = version("b.kdc");
+  NewVersions work(place("x"), {});
+  ASSERT_TRUE(work.stage(one));
+  NewVersions::enter({&work});
+  EXPECT_EQ(one.fate, Fate::kStored) << one.reason;
+  EXPECT_EQ(served("b.kdc"), "ours");
+}
+
+TEST_F(AdminNewVersions, AddNothingToAnIndexThatIsDamaged) {
+  add(Area::kUser, "anna", "a.kdc", 0, "old");
+  const std::string damaged = read_file(path("index.dat")) + "zzz";
+  write_file(path("index.dat"), damaged);
+  NewVersion one = version("b.kdc");
+  NewVersions work(place("x"), {});
+  ASSERT_TRUE(work.stage(one));
+  NewVersions::enter({&work});
+  EXPECT_EQ(one.fate, Fate::kFailed);
+  EXPECT_NE(one.reason.find("is damaged in line 2"), std::string::npos) << one.reason;
+  EXPECT_EQ(read_file(path("index.dat")), damaged);
+}
+
+TEST_F(AdminNewVersions, KeepLinesWhoseFilesAreGone) {
+  add(Area::kUser, "anna", "a.kdc", 0, "old");
+  const std::string lines = read_file(path("index.dat"));
+  write_file(path("index.dat"), lines + "gone.kdc_0000000000/00000077\n");
+  NewVersion one = version("gone.kdc", "anew");
+  NewVersion two = version("z.kdc");
+  write_file(path("index.dat"),
+             lines + "gone.kdc_0000000000/00000077\n" + "lost.kdc_0000000000/00000078\n");
+  {
+    NewVersions work(place("x"), {});
+    ASSERT_TRUE(work.stage(one));
+    ASSERT_TRUE(work.stage(two));
+    NewVersions::enter({&work});
+  }
+  EXPECT_EQ(read_file(path("index.dat")),
+            lines +
+                "gone.kdc_0000000000/00000002\nlost.kdc_0000000000/00000078\n"
+                "z.kdc_0000000000/00000003\n");
+  EXPECT_EQ(served("gone.kdc"), "anew");
+}
+
+TEST_F(AdminNewVersions, GiveUpALockedIndexInTime) {
+  add(Area::kUser, "anna", "a.kdc", 0, "old");
+  NewVersion one = version("b.kdc");
+  {
+    NewVersions work(place("x"), at_once());
+    ASSERT_TRUE(work.stage(one));
+    vu_file index(place("x").path, "index.dat");
+    index.open(vu_file::o_read);
+    NewVersions::enter({&work});
+    index.close();
+  }
+  EXPECT_EQ(one.fate, Fate::kLocked);
+  EXPECT_EQ(one.reason, path("index.dat"));
+  EXPECT_EQ(served("b.kdc"), "");
+  EXPECT_EQ(codes(), Codes{});
+}
+
+TEST_F(AdminNewVersions, TakeThePlaceOfTheOldFileWithoutAChangeOfTheIndex) {
+  const std::string old = add(Area::kUser, "anna", "a.kdc", 0, "the old one");
+  const std::string lines = read_file(path("index.dat"));
+  NewVersion version = this->version("a.kdc", "new");
+  version.replaces = std::filesystem::path(old).filename().string();
+  {
+    NewVersions work(place("x"), {});
+    ASSERT_TRUE(work.stage(version)) << version.reason;
+    EXPECT_EQ(served("a.kdc"), "the old one");
+    NewVersions::enter({&work});
+  }
+  EXPECT_EQ(version.fate, Fate::kStored) << version.reason;
+  EXPECT_EQ(served("a.kdc"), "new");
+  EXPECT_EQ(read_file(path("index.dat")), lines);
+  EXPECT_EQ(names(), (std::vector<std::string>{"00000001.kdc", "index", "index.dat"}));
+  EXPECT_EQ(codes(), Codes{});
+}
+
+TEST_F(AdminNewVersions, ReplaceNothingThatIsAnotherOneMeanwhile) {
+  const std::string old = add(Area::kUser, "anna", "a.kdc", 0, "the old one");
+  add(Area::kUser, "anna", "b.kdc", 0, "b");
+  NewVersion removed = version("a.kdc", "new");
+  removed.replaces = std::filesystem::path(old).filename().string();
+  NewVersion other = version("b.kdc", "new");
+  other.replaces = removed.replaces;
+  NewVersions work(place("x"), {});
+  ASSERT_TRUE(work.stage(removed));
+  ASSERT_TRUE(work.stage(other));
+  STGIndex::remove(place("x").path, "a.kdc", 0);
+  NewVersions::enter({&work});
+  EXPECT_EQ(removed.fate, Fate::kMeanwhile);
+  EXPECT_EQ(removed.reason, "somebody else removed it meanwhile");
+  EXPECT_EQ(other.fate, Fate::kMeanwhile);
+  EXPECT_EQ(served("a.kdc"), "");
+  EXPECT_EQ(served("b.kdc"), "b");
+}
+
+TEST_F(AdminNewVersions, LeaveAFileToBeWrittenInPlaceThatSomebodyHasOpen) {
+  const std::string old = add(Area::kUser, "anna", "a.kdc", 0, "the old one");
+  NewVersion version = this->version("a.kdc", "new");
+  version.replaces = std::filesystem::path(old).filename().string();
+  NewVersions work(place("x"), {});
+  ASSERT_TRUE(work.stage(version));
+  vu_file reader(place("x").path, version.replaces);
+  reader.open(vu_file::o_read);
+  NewVersions::enter({&work});
+  EXPECT_EQ(version.fate, Fate::kInPlace);
+  reader.close();
+  EXPECT_EQ(served("a.kdc"), "the old one");
+}
+
+TEST_F(AdminNewVersions, RemoveTheCopiesThatAKilledOneHasLeft) {
+  add(Area::kUser, "anna", "a.kdc", 0, "old");
+  const std::string left = path(std::string(admin::StagingFolder::kName) + "1");
+  std::filesystem::create_directory(left);
+  write_file(admin::sys::join(left, "lock"), "");
+  write_file(admin::sys::join(left, "1"), "half a co");
+  NewVersion one = version("b.kdc");
+  {
+    NewVersions work(place("x"), {});
+    ASSERT_TRUE(work.stage(one));
+    NewVersions::enter({&work});
+  }
+  EXPECT_EQ(one.fate, Fate::kStored);
+  EXPECT_FALSE(std::filesystem::exists(left));
+}
+
+TEST_F(AdminNewVersions, RemoveTheFolderOfOneThatWasKilledBeforeItHadALock) {
+  add(Area::kUser, "anna", "a.kdc", 0, "old");
+  const std::string left = path(std::string(admin::StagingFolder::kName) + "1");
+  const std::string foreign = path(std::string(admin::StagingFolder::kName) + "of-mine");
+  std::filesystem::create_directory(left);
+  std::filesystem::create_directory(foreign);
+  write_file(admin::sys::join(foreign, "1"), "no lock stands beside it");
+  NewVersion one = version("b.kdc");
+  NewVersions work(place("x"), {});
+  ASSERT_TRUE(work.stage(one));
+  // The number is free for the one that stores now, which has a lock in it.
+  EXPECT_TRUE(std::filesystem::exists(admin::sys::join(left, "lock")));
+  EXPECT_TRUE(std::filesystem::exists(admin::sys::join(foreign, "1")));
+}
+
+TEST_F(AdminNewVersions, LeaveTheCopiesOfAnotherAtWork) {
+  NewVersion first = version("a.kdc");
+  NewVersion second = version("b.kdc");
+  {
+    NewVersions work(place("x"), {});
+    ASSERT_TRUE(work.stage(first));
+    NewVersions beside(place("x"), {});
+    ASSERT_TRUE(beside.stage(second));
+    NewVersions::enter({&work});
+    NewVersions::enter({&beside});
+  }
+  EXPECT_EQ(served("a.kdc"), "ours");
+  EXPECT_EQ(served("b.kdc"), "ours");
+  for (const std::string& name : names())
+    EXPECT_FALSE(name.starts_with(admin::StagingFolder::kName)) << name;
+}
+
+TEST_F(AdminNewVersions, SayWhatTheSystemSaysOfASourceThatCannotBeRead) {
+  NewVersion one = version("b.kdc");
+  one.source += ".gone";
+  NewVersions work(place("x"), {});
+  EXPECT_FALSE(work.stage(one));
+  EXPECT_EQ(one.fate, Fate::kFailed);
+  EXPECT_NE(one.reason.find(one.source), std::string::npos) << one.reason;
+}

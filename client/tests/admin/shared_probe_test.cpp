@@ -1,0 +1,283 @@
+// Whether a shared file system offers what a tree needs, tried on local folders, and on views that
+// lack one thing each.
+
+#include "client/admin/shared_probe.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "client/tests/admin/tree_fixture.h"
+
+using admin::Holds;
+using admin::SharedCheck;
+using admin::SharedHandle;
+using admin::SharedView;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+Lines codes(const std::vector<SharedCheck>& checks, Holds holds) {
+  Lines found;
+  for (const SharedCheck& each : checks) {
+    if (each.holds == holds) found.emplace_back(each.code);
+  }
+  return found;
+}
+
+/// What is missing when the other host is this one. Each has to be told with a way to mend it.
+Lines missing_with(SharedView& peer, const std::string& folder) {
+  SharedView host(folder);
+  const std::vector<SharedCheck> checks = admin::check_shared(host, &peer, "fuse.glusterfs");
+  for (const SharedCheck& each : checks) {
+    EXPECT_EQ(each.holds == Holds::kNo, !each.mend.empty()) << each.code;
+    EXPECT_FALSE(each.detail.empty()) << each.code;
+  }
+  EXPECT_EQ(checks.size(), 10U);
+  return codes(checks, Holds::kNo);
+}
+
+// ---- hosts that lack one thing each
+// ----------------------------------------------------------------
+
+/// Its locks reach no other host.
+class LocksOfItsOwn final : public SharedView {
+ public:
+  using SharedView::SharedView;
+  std::unique_ptr<SharedHandle> open(const std::string& name, os::Status& status) override {
+    auto handle = SharedView::open(name, status);
+    return handle ? std::make_unique<Free>(std::move(handle)) : nullptr;
+  }
+
+ private:
+  struct Free final : SharedHandle {
+    explicit Free(std::unique_ptr<SharedHandle> file) : m_file(std::move(file)) {}
+    os::Status lock(bool) override { return {}; }
+    os::Status unlock() override { return {}; }
+    os::Status read(std::string& bytes) override { return m_file->read(bytes); }
+    std::unique_ptr<SharedHandle> m_file;
+  };
+};
+
+/// Makes and renames over what is there.
+class Overwrites final : public SharedView {
+ public:
+  using SharedView::SharedView;
+  os::Status copy_to_new(const std::string& from, const std::string& to) override {
+    (void)remove(to);
+    return SharedView::copy_to_new(from, to);
+  }
+  os::Status rename(const std::string& from, const std::string& to) override {
+    (void)remove(to);
+    return SharedView::rename(from, to);
+  }
+};
+
+/// Keeps the first bytes that it has read.
+class OldBytes final : public SharedView {
+ public:
+  using SharedView::SharedView;
+  os::Status load(const std::string& name, std::string& bytes) override {
+    const auto kept = m_kept.find(name);
+    if (kept != m_kept.end()) {
+      bytes = kept->second;
+      return {};
+    }
+    const os::Status status = SharedView::load(name, bytes);
+    m_kept[name] = bytes;
+    return status;
+  }
+
+ private:
+  std::map<std::string, std::string> m_kept;
+};
+
+/// Keeps the first size of a file.
+class OldSizes final : public SharedView {
+ public:
+  using SharedView::SharedView;
+  os::Status stat(const std::string& name, os::FileStat& result) override {
+    const os::Status status = SharedView::stat(name, result);
+    result.size = m_kept.emplace(name, result.size).first->second;
+    return status;
+  }
+
+ private:
+  std::map<std::string, std::uint64_t> m_kept;
+};
+
+/// Keeps the first answer whether a name is there.
+class OldNames final : public SharedView {
+ public:
+  using SharedView::SharedView;
+  bool has(const std::string& name) override {
+    return m_kept.emplace(name, SharedView::has(name)).first->second;
+  }
+
+ private:
+  std::map<std::string, bool> m_kept;
+};
+
+/// Keeps what a listing showed once.
+class OldListings final : public SharedView {
+ public:
+  using SharedView::SharedView;
+  bool lists(const std::string& name) override {
+    return m_kept.emplace(name, SharedView::lists(name)).first->second;
+  }
+
+ private:
+  std::map<std::string, bool> m_kept;
+};
+
+/// Its handles keep what one of them has read since the last of them was opened.
+class OldBytesOfHandles final : public SharedView {
+ public:
+  using SharedView::SharedView;
+  std::unique_ptr<SharedHandle> open(const std::string& name, os::Status& status) override {
+    m_kept.reset();
+    auto handle = SharedView::open(name, status);
+    return handle ? std::make_unique<Keeping>(std::move(handle), m_kept) : nullptr;
+  }
+
+ private:
+  struct Keeping final : SharedHandle {
+    Keeping(std::unique_ptr<SharedHandle> file, std::optional<std::string>& kept)
+        : m_file(std::move(file)), m_kept(kept) {}
+    os::Status lock(bool exclusive) override { return m_file->lock(exclusive); }
+    os::Status unlock() override { return m_file->unlock(); }
+    os::Status read(std::string& bytes) override {
+      const os::Status status = m_file->read(bytes);
+      if (m_kept) bytes = *m_kept;
+      m_kept = bytes;
+      return status;
+    }
+    std::unique_ptr<SharedHandle> m_file;
+    std::optional<std::string>& m_kept;
+  };
+  std::optional<std::string> m_kept;
+};
+
+/// Tells the time of everything as an hour later.
+class OtherClock final : public SharedView {
+ public:
+  using SharedView::SharedView;
+  os::Status stat(const std::string& name, os::FileStat& result) override {
+    const os::Status status = SharedView::stat(name, result);
+    result.modify_time += 3600;
+    return status;
+  }
+};
+
+}  // namespace
+
+TEST(AdminSharedProbe, FindsNothingMissingInALocalFolderSeenTwice) {
+  const scratch_folder scratch;
+  SharedView peer(system_form(scratch.path()));
+  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{});
+}
+
+TEST(AdminSharedProbe, LeavesNothingBehind) {
+  const scratch_folder scratch;
+  const std::string folder = system_form(scratch.path());
+  const admin::SharedTrial trial = admin::try_shared(folder, folder);
+  EXPECT_EQ(codes(trial.checks, Holds::kNo), Lines{});
+  EXPECT_EQ(codes(trial.checks, Holds::kNotTried), Lines{});
+  EXPECT_TRUE(list_folder(scratch.path()).empty());
+}
+
+TEST(AdminSharedProbe, SaysWhatItDidNotTryWithoutAPeer) {
+  const scratch_folder scratch;
+  const admin::SharedTrial trial = admin::try_shared(system_form(scratch.path()), "");
+  EXPECT_EQ(codes(trial.checks, Holds::kNo), Lines{});
+  EXPECT_EQ(codes(trial.checks, Holds::kNotTried),
+            (Lines{"locks-between-hosts", "read-after-close", "read-after-lock", "names-at-once"}));
+}
+
+TEST(AdminSharedProbe, FindsAPeerThatIsAnotherFolder) {
+  const scratch_folder scratch;
+  make_folder(scratch.path("other"));
+  make_folder(scratch.path("one"));
+  const admin::SharedTrial trial =
+      admin::try_shared(system_form(scratch.path("one")), system_form(scratch.path("other")));
+  EXPECT_EQ(codes(trial.checks, Holds::kNo), Lines{"same-folder"});
+  EXPECT_EQ(codes(trial.checks, Holds::kNotTried).size(), 4U);
+  EXPECT_TRUE(list_folder(scratch.path("one")).empty());
+  EXPECT_TRUE(list_folder(scratch.path("other")).empty());
+}
+
+TEST(AdminSharedProbe, SaysWhenNoFolderCanBeMade) {
+  const scratch_folder scratch;
+  const admin::SharedTrial trial = admin::try_shared(system_form(scratch.path("none")), "");
+  EXPECT_EQ(codes(trial.checks, Holds::kNo), Lines{"folder"});
+}
+
+TEST(AdminSharedProbe, FindsLocksThatReachNoOtherHost) {
+  const scratch_folder scratch;
+  LocksOfItsOwn peer(system_form(scratch.path()));
+  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"locks-between-hosts"});
+}
+
+TEST(AdminSharedProbe, FindsLocksThatDoNotExcludeAtAll) {
+  const scratch_folder scratch;
+  LocksOfItsOwn host(system_form(scratch.path()));
+  EXPECT_EQ(codes(admin::check_shared(host, nullptr, "nfs"), Holds::kNo),
+            Lines{"locks-per-handle"});
+}
+
+TEST(AdminSharedProbe, FindsNamesThatAreMadeAndRenamedOverWhatIsThere) {
+  const scratch_folder scratch;
+  Overwrites host(system_form(scratch.path()));
+  EXPECT_EQ(codes(admin::check_shared(host, nullptr, "cifs"), Holds::kNo),
+            (Lines{"exclusive-create", "rename-without-replace"}));
+}
+
+TEST(AdminSharedProbe, FindsOldBytes) {
+  const scratch_folder scratch;
+  OldBytes peer(system_form(scratch.path()));
+  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"read-after-close"});
+}
+
+TEST(AdminSharedProbe, FindsOldBytesUnderALock) {
+  const scratch_folder scratch;
+  OldBytesOfHandles peer(system_form(scratch.path()));
+  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"read-after-lock"});
+}
+
+TEST(AdminSharedProbe, FindsOldSizes) {
+  const scratch_folder scratch;
+  OldSizes peer(system_form(scratch.path()));
+  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"read-after-close"});
+}
+
+TEST(AdminSharedProbe, FindsOldAnswersAboutNames) {
+  const scratch_folder scratch;
+  OldNames peer(system_form(scratch.path()));
+  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"names-at-once"});
+}
+
+TEST(AdminSharedProbe, FindsOldListings) {
+  const scratch_folder scratch;
+  OldListings peer(system_form(scratch.path()));
+  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"names-at-once"});
+}
+
+TEST(AdminSharedProbe, FindsAnotherClockAndTimesThatAreNotKept) {
+  const scratch_folder scratch;
+  OtherClock peer(system_form(scratch.path()));
+  EXPECT_EQ(missing_with(peer, system_form(scratch.path())),
+            (Lines{"times-kept", "read-after-close", "clocks"}));
+}
+
+TEST(AdminSharedProbe, NamesTheSettingsOfTheFileSystemThatIsThere) {
+  EXPECT_NE(admin::mend_of("read-after-close", "fuse.glusterfs").find("performance.quick-read"),
+            std::string::npos);
+  EXPECT_NE(admin::mend_of("read-after-close", "nfs4").find("noac"), std::string::npos);
+  EXPECT_NE(admin::mend_of("locks-between-hosts", "cifs").find("nobrl"), std::string::npos);
+  EXPECT_EQ(admin::mend_of("nothing", "ext4"), "");
+}

@@ -1,0 +1,303 @@
+#include "client/admin/system.h"
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "client/admin/doctor.h"
+#include "client/admin/entries.h"
+#include "client/admin/explain.h"
+#include "client/admin/parts.h"
+#include "client/admin/stats.h"
+#include "client/tests/admin/tree_fixture.h"
+#include "tests/support/process.h"
+#include "vu_file.h"
+
+#if !defined(_WIN32)
+#include <unistd.h>
+#endif
+
+using admin::Area;
+using admin::sys::Kind;
+using admin::sys::Locking;
+
+namespace {
+
+int hold_file(const std::vector<std::string>& args) {
+  vu_file file(args.at(0), args.at(1));
+  file.open(args.at(2) == "exclusive" ? vu_file::o_append : vu_file::o_read);
+  say("holding");
+  hear();
+  return 0;
+}
+
+}  // namespace
+REGISTER_ROLE(hold_file, hold_file)
+
+TEST(AdminSystem, ListsAFolderOfAnySizeOnce) {
+  const scratch_folder scratch;
+  std::map<std::string, Kind> expected;
+  for (int i = 0; i < 3000; ++i) {
+    const std::string name = "a longer name of a file " + std::to_string(i);
+    if (i < 600) write_file(scratch.path(name), "");
+    if (i < 600) expected[name] = Kind::kFile;
+  }
+  make_folder(scratch.path("sub"));
+  expected["sub"] = Kind::kFolder;
+  admin::sys::Folder folder;
+  ASSERT_TRUE(folder.open(system_form(scratch.path())).ok());
+  std::map<std::string, Kind> found;
+  admin::sys::Entry entry;
+  while (folder.next(entry)) {
+    EXPECT_TRUE(found.emplace(std::string(entry.name), entry.kind).second) << entry.name;
+    EXPECT_EQ(entry.name.data()[entry.name.size()], '\0');
+  }
+  EXPECT_TRUE(folder.status().ok());
+  EXPECT_EQ(found, expected);
+}
+
+TEST(AdminSystem, SaysWhenAFolderIsNotThere) {
+  const scratch_folder scratch;
+  admin::sys::Folder folder;
+  EXPECT_EQ(folder.open(system_form(scratch.path("none"))).failure(), os::Failure::kNotFound);
+  write_file(scratch.path("file"), "");
+  EXPECT_FALSE(folder.open(system_form(scratch.path("file"))).ok());
+}
+
+TEST(AdminSystem, DescribesFiles) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "12345");
+  set_modify_time(scratch.path("file"), 1234567);
+  const admin::sys::Info info = admin::sys::describe(system_form(scratch.path("file")));
+  EXPECT_EQ(info.kind, Kind::kFile);
+  EXPECT_EQ(info.size, 5U);
+  EXPECT_EQ(info.modify_time, 1234567);
+  EXPECT_FALSE(info.is_read_only);
+  make_read_only(scratch.path("file"));
+  EXPECT_TRUE(admin::sys::describe(system_form(scratch.path("file"))).is_read_only);
+  make_writable(scratch.path("file"));
+  EXPECT_EQ(admin::sys::describe(system_form(scratch.path("none"))).kind, Kind::kMissing);
+  EXPECT_EQ(admin::sys::describe(system_form(scratch.path())).kind, Kind::kFolder);
+}
+
+TEST(AdminSystem, ReadsFilesOfAnySizeAsAWholeAndInPieces) {
+  const scratch_folder scratch;
+  for (const std::size_t size : {0U, 1U, 4096U, 700'001U}) {
+    std::string bytes(size, 'x');
+    for (std::size_t i = 0; i < size; i += 7) bytes[i] = static_cast<char>(i);
+    write_file(scratch.path("file"), bytes);
+    std::string read;
+    ASSERT_TRUE(admin::sys::read_file(system_form(scratch.path("file")), {}, read).ok());
+    EXPECT_EQ(read, bytes);
+    std::string pieces;
+    ASSERT_TRUE(
+        admin::sys::read_pieces(system_form(scratch.path("file")), {}, [&](std::string_view piece) {
+          pieces += piece;
+          return true;
+        }).ok());
+    EXPECT_EQ(pieces, bytes);
+  }
+  std::string read = "old";
+  EXPECT_EQ(admin::sys::read_file(system_form(scratch.path("none")), {}, read).failure(),
+            os::Failure::kNotFound);
+  EXPECT_FALSE(admin::sys::read_file(system_form(scratch.path()), {}, read).ok());
+}
+
+TEST(AdminSystem, GivesALockUpWhenTimeIsOver) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "x");
+  vu_file writer(scratch.path(), "file");
+  writer.open(vu_file::o_append);
+  Locking locking;
+  locking.time_out = std::chrono::milliseconds(60);
+  locking.patience = std::chrono::milliseconds(20);
+  int told = 0;
+  locking.on_wait = [&](const std::string&) { ++told; };
+  std::string bytes;
+  EXPECT_EQ(admin::sys::read_file(system_form(scratch.path("file")), locking, bytes).failure(),
+            os::Failure::kLocked);
+  EXPECT_EQ(told, 1);
+}
+
+TEST(AdminSystem, GivesALockUpWhenItIsStopped) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "x");
+  vu_file writer(scratch.path(), "file");
+  writer.open(vu_file::o_append);
+  const std::atomic<bool> stop{true};
+  Locking locking;
+  locking.time_out = std::chrono::hours(1);
+  locking.stop = &stop;
+  std::string bytes;
+  EXPECT_EQ(admin::sys::read_file(system_form(scratch.path("file")), locking, bytes).failure(),
+            os::Failure::kLocked);
+}
+
+TEST(AdminSystem, ReadsOnceTheWriterIsDone) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "x");
+  child_process writer("hold_file", {scratch.path(), "file", "exclusive"});
+  ASSERT_TRUE(writer.hears("holding"));
+  Locking locking;
+  locking.time_out = std::chrono::seconds(40);
+  locking.patience = std::chrono::milliseconds(1);
+  // The reader's waiting is what lets the writer go.
+  locking.on_wait = [&](const std::string&) { writer.close_input(); };
+  std::string bytes;
+  EXPECT_TRUE(admin::sys::read_file(system_form(scratch.path("file")), locking, bytes).ok());
+  EXPECT_EQ(bytes, "x");
+  EXPECT_EQ(writer.wait(), 0);
+}
+
+TEST(AdminSystem, KeepsWritersOutOnlyWhileItReads) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "x");
+  std::string bytes;
+  ASSERT_TRUE(admin::sys::read_file(system_form(scratch.path("file")), {}, bytes).ok());
+  vu_file writer(scratch.path(), "file");
+  bool refused = true;
+  EXPECT_TRUE(writer.try_open(vu_file::o_append, refused, true));
+  EXPECT_FALSE(refused);
+  EXPECT_TRUE(writer.is_locked());
+}
+
+TEST(AdminSystem, FindsWhoHoldsALock) {
+  const scratch_folder scratch;
+  make_folder(scratch.path("sub"));
+  write_file(scratch.path("sub\\file"), "x");
+  write_file(scratch.path("free"), "x");
+  std::vector<admin::sys::HeldLock> locks;
+  const auto known = admin::sys::find_locks(system_form(scratch.path()), locks);
+#if defined(_WIN32)
+  EXPECT_EQ(known, admin::sys::Knowledge::kNone);
+#else
+  EXPECT_NE(known, admin::sys::Knowledge::kNone);
+  EXPECT_TRUE(locks.empty());
+  child_process writer("hold_file", {scratch.path("sub"), "file", "exclusive"});
+  ASSERT_TRUE(writer.hears("holding"));
+  admin::sys::find_locks(system_form(scratch.path()), locks);
+  ASSERT_EQ(locks.size(), 1U);
+  EXPECT_EQ(locks[0].path, system_form(scratch.path("sub\\file")));
+  EXPECT_TRUE(locks[0].is_exclusive);
+  EXPECT_TRUE(locks[0].is_whole_file);
+  EXPECT_EQ(locks[0].command, "admin_tests");
+  EXPECT_NE(locks[0].process, getpid());
+  writer.close_input();
+  EXPECT_EQ(writer.wait(), 0);
+  locks.clear();
+  child_process reader("hold_file", {scratch.path("sub"), "file", "shared"});
+  ASSERT_TRUE(reader.hears("holding"));
+  admin::sys::find_locks(system_form(scratch.path()), locks);
+  ASSERT_EQ(locks.size(), 1U);
+  EXPECT_FALSE(locks[0].is_exclusive);
+#endif
+}
+
+TEST(AdminSystem, KnowsWhatItRunsOn) {
+  const scratch_folder scratch;
+  const admin::sys::FileSystem system = admin::sys::file_system_of(system_form(scratch.path()));
+  EXPECT_FALSE(system.type.empty());
+  EXPECT_GT(system.total_bytes, 0U);
+  EXPECT_GE(system.total_bytes, system.free_bytes);
+  EXPECT_FALSE(admin::sys::system_name().empty());
+  EXPECT_FALSE(admin::sys::narrow_encoding().empty());
+}
+
+TEST(AdminDoctor, ProvesThatLocksExcludeAndLeavesNothingBehind) {
+  const scratch_folder scratch;
+  const admin::LockTrial trial = admin::try_locks(system_form(scratch.path()));
+  EXPECT_EQ(trial.proof, admin::LockProof::kExclude) << trial.detail;
+  EXPECT_TRUE(list_folder(scratch.path()).empty());
+  EXPECT_EQ(admin::try_locks(system_form(scratch.path("none"))).proof, admin::LockProof::kFailed);
+  EXPECT_EQ(admin::sys::describe(admin::temporary_folder()).kind, Kind::kFolder);
+}
+
+TEST_F(AdminTree, HasAStatus) {
+  add(Area::kDocs, "anna", "a", 0);
+  add(Area::kDocs, "anna", "ab", 0);
+  add(Area::kDocs, "bert", "a", 0);
+  make_folder(storage() + "\\user\\anna");
+  std::filesystem::remove(native(storage() + "\\list"));
+  const admin::TreeStatus status = admin::status_of(tree());
+  EXPECT_EQ(status.areas[0].owners, 2U);
+  EXPECT_EQ(status.areas[0].folders, 3U);
+  EXPECT_EQ(status.areas[0].with_index, 3U);
+  EXPECT_EQ(status.areas[1].folders, 1U);
+  EXPECT_EQ(status.areas[1].with_index, 0U);
+  EXPECT_FALSE(status.areas[3].exists);
+  EXPECT_TRUE(status.areas[4].exists);
+}
+
+TEST_F(AdminTree, FindsALockedIndexAndGoesOn) {
+  add(Area::kUser, "anna", "a.txt", 0);
+  add(Area::kUser, "bert", "b.kdc", 0, "");
+  vu_file writer(folder(Area::kUser, "anna", ""), "index.dat");
+  writer.open(vu_file::o_append);
+  admin::CheckOptions options;
+  options.locking.time_out = std::chrono::milliseconds(20);
+  std::vector<std::string> found;
+  for (const admin::Finding& each : findings(options))
+    found.emplace_back(admin::kind_of(each.code).name);
+  std::sort(found.begin(), found.end());
+  EXPECT_EQ(found, (Codes{"empty-document", "lock-not-obtained"}));
+}
+
+TEST_F(AdminTree, StaysAsItIsWhateverIsAsked) {
+  const std::string document = add(Area::kDocs, "anna", "sales.kdc", 0);
+  make_folder(document + "_\\html\\p1");
+  write_file(document + "_\\html\\p1\\page", "x");
+  add(Area::kUser, "anna", "one.ctg", 0, "gone.kdc=1\n");
+  write_file(folder(Area::kMail, "bert", "") + "\\loose.TXT", "x");
+  make_folder(storage() + "\\user\\empty");
+  const admin::Tree all = tree();
+  const auto before = snapshot(all.storage);
+  // Old times, so that every access would show. Asking for them is none.
+  std::vector<std::string> paths;
+  for (const auto& each : std::filesystem::recursive_directory_iterator(native(storage())))
+    paths.push_back(each.path().string());
+#if !defined(_WIN32)
+  for (const std::string& path : paths) set_access_time(path, 1'000'000);
+#endif
+
+  codes();
+  admin::for_each_entry(
+      all, {}, [](const admin::EntryView&) { return true; },
+      [](const std::string&, const std::string&) {});
+  admin::collect_stats(all, {});
+  admin::status_of(all);
+  for (const char* owner : {"anna", "bert", "empty", "nobody"}) {
+    for (const Area area : {Area::kDocs, Area::kUser, Area::kMail}) {
+      admin::Request request;
+      request.area = area;
+      request.owner = owner;
+      request.entry = "sales.kdc";
+      admin::explain_read(all, request, {});
+      admin::explain_write(all, request, {});
+      admin::explain_part(all, request, {});
+    }
+  }
+  admin::parts_of(system_form(document));
+  std::vector<admin::sys::HeldLock> locks;
+  admin::sys::find_locks(all.storage, locks);
+#if !defined(_WIN32)
+  for (const std::string& path : paths)
+    EXPECT_EQ(admin::sys::describe(path).access_time, 1'000'000) << path;
+#endif
+  EXPECT_EQ(difference(before, snapshot(all.storage)), "");
+}
+
+#if !defined(_WIN32)
+
+TEST_F(AdminTree, FindsFoldersThatCannotBeListed) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs to change the user";
+  add(Area::kUser, "anna", "a.txt", 0);
+  add(Area::kUser, "bert", "b.txt", 0);
+  std::filesystem::permissions(native(storage() + "\\user\\anna"), std::filesystem::perms::none);
+  std::filesystem::permissions(native(root()), std::filesystem::perms::all);
+  ASSERT_EQ(seteuid(65534), 0);
+  const Codes found = codes();
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_EQ(found, (Codes{"not-writable", "unreadable-folder"}));
+}
+
+#endif

@@ -1,0 +1,176 @@
+#include <algorithm>
+#include <ctime>
+
+#include "client/tests/stgctl/fixture.h"
+
+class ClientClean : public Client {
+ protected:
+  ClientClean() {
+    init();
+    m_now = static_cast<std::int64_t>(std::time(nullptr));
+  }
+  /// A document that was changed so many days ago.
+  void aged(const std::string& name, const std::string& bytes, int days) {
+    put(name, bytes, 0, m_now - days * 86'400 - 60);
+  }
+
+  std::int64_t m_now = 0;
+};
+class ClientSync : public ClientClean {};
+class ClientMigrate : public ClientClean {};
+
+TEST_F(ClientClean, RemovesWhatIsOlderThanTheLimitAndNothingElse) {
+  aged("old.kdc", "12345", 40);
+  aged("young.kdc", "123", 20);
+  const std::string file = physical("docs", "old.kdc");
+  make_folder(file + "_\\html");
+  write_file(file + "_\\html\\part", "1234567");
+  const std::string stray = file.substr(0, file.find_last_of("/\\")) + "\\notes.tmp";
+  write_file(stray, "a stray file");
+  const std::vector<Json> lines = json({"clean", "--older-than", "30d", "--yes"});
+  EXPECT_EQ(actions(lines), std::vector<std::string>{"removed old.kdc"});
+  EXPECT_EQ(lines[0].at("by"), "mtime");
+  EXPECT_EQ(lines[0].at("reason"), "age");
+  EXPECT_EQ(lines[0].at("bytes"), 12);
+  EXPECT_EQ(lines.back().at("bytes"), 12);
+  EXPECT_EQ(lines.back().at("kept"), 1);
+  EXPECT_FALSE(file_exists(file));
+  EXPECT_FALSE(folder_exists(file + "_"));
+  EXPECT_EQ(get("young.kdc"), "123");
+  // The library's own sweep would take it away.
+  EXPECT_EQ(read_file(stray), "a stray file");
+}
+
+TEST_F(ClientClean, PreviewsExactlyWhatItThenDoes) {
+  for (int i = 0; i < 12; ++i)
+    aged("d" + std::to_string(i) + ".kdc", std::string(100, 'x'), i * 10);
+  const std::vector<std::vector<std::string>> limits = {
+      {"--older-than", "65d"}, {"--max-size", "400"}, {"--older-than", "15d", "--max-size", "100"}};
+  for (const std::vector<std::string>& limit : limits) {
+    std::vector<std::string> command = {"clean"};
+    command.insert(command.end(), limit.begin(), limit.end());
+    std::vector<std::string> preview = command;
+    preview.emplace_back("--dry-run");
+    const std::string before = tree();
+    const std::vector<Json> promised = json(preview);
+    EXPECT_EQ(tree(), before);
+    command.emplace_back("--yes");
+    const std::vector<Json> done = json(command);
+    EXPECT_EQ(actions(done), actions(promised));
+    EXPECT_FALSE(actions(done).empty());
+    EXPECT_EQ(done.back().at("bytes"), promised.back().at("bytes"));
+    for (const std::string& action : actions(promised)) {
+      EXPECT_EQ(physical("docs", action.substr(action.find(' ') + 1)), "(no file)");
+    }
+  }
+}
+
+TEST_F(ClientClean, RemovesTheOldestUntilTheRestIsSmallEnough) {
+  aged("oldest.kdc", std::string(1000, 'x'), 3);
+  aged("older.kdc", std::string(1000, 'x'), 2);
+  aged("young.kdc", std::string(1000, 'x'), 1);
+  const std::vector<Json> lines = json({"clean", "--max-size", "2K", "--yes"});
+  EXPECT_EQ(actions(lines), std::vector<std::string>{"removed oldest.kdc"});
+  EXPECT_EQ(lines[0].at("reason"), "size");
+  EXPECT_EQ(lines.back().at("kept_bytes"), 2000);
+}
+
+TEST_F(ClientClean, GoesByTheTimeOfTheLastAccessWhenTold) {
+  aged("read.kdc", "x", 40);
+  aged("forgotten.kdc", "x", 40);
+  set_access_time(physical("docs", "read.kdc"), m_now);
+  set_access_time(physical("docs", "forgotten.kdc"), m_now - 40 * 86'400);
+  const std::vector<Json> lines =
+      json({"clean", "--older-than", "30d", "--by", "atime", "--dry-run"});
+  EXPECT_EQ(actions(lines), std::vector<std::string>{"removed forgotten.kdc"});
+  EXPECT_EQ(lines[0].at("by"), "atime");
+  EXPECT_NE(
+      on_tree({"clean", "--older-than", "30d", "--by", "atime", "-n"}).out.find("last access"),
+      std::string::npos);
+}
+
+TEST_F(ClientClean, TakesNoAgeWithoutAUnit) {
+  aged("old.kdc", "x", 40);
+  for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
+           {"clean", "--older-than", "30", "--yes"},
+           {"find", "--older-than", "30"},
+           {"find", "--newer-than", "30"},
+           {"repair", "--plan", "x", "--keep", "30"}}) {
+    const outcome result = on_tree(command);
+    EXPECT_EQ(result.code, 2) << command[0];
+    EXPECT_NE(result.err.find("'30' has no unit; say 30s"), std::string::npos) << result.err;
+  }
+  EXPECT_EQ(get("old.kdc"), "x");
+}
+
+TEST_F(ClientClean, IsRefusedWhereNobodyCanConfirm) {
+  aged("old.kdc", "x", 40);
+  const std::string before = tree();
+  EXPECT_EQ(on_tree({"clean", "--older-than", "1d"}).code, 12);
+  EXPECT_EQ(on_tree({"clean", "--yes"}).code, 2);
+  EXPECT_EQ(on_tree({"clean", "--older-than", "90d", "--yes"}).code, 3);
+  EXPECT_EQ(on_tree({"clean", "--older-than", "1d", "--owner", "bert", "--yes"}).code, 3);
+  EXPECT_EQ(on_tree({"clean", "--older-than", "1d", "--area", "user", "--yes"}).code, 3);
+  EXPECT_EQ(tree(), before);
+}
+
+TEST_F(ClientSync, AdoptsFilesThatNoIndexNames) {
+  const std::string folder = storage() + "\\user\\anna";
+  make_folder(folder + "\\folder");
+  write_file(folder + "\\notes.txt", "n");
+  write_file(folder + "\\other.kdc", "o");
+  const std::string before = tree();
+  EXPECT_EQ(actions(json({"sync", "--dry-run"})).size(), 2U);
+  EXPECT_EQ(on_tree({"sync"}).code, 12);
+  EXPECT_EQ(tree(), before);
+  const std::vector<Json> lines = json({"sync", "--yes"});
+  EXPECT_EQ(lines.back().at("done"), 2);
+  EXPECT_EQ(get("notes.txt", {"--area", "user"}), "n");
+  EXPECT_EQ(get("other.kdc", {"--area", "user"}), "o");
+  EXPECT_EQ(on_tree({"sync", "--yes"}).code, 3);
+}
+
+TEST_F(ClientSync, KeepsToTheAreaAndOwnerThatAreNamed) {
+  for (const char* const place : {"\\user\\anna", "\\user\\bert", "\\mail\\anna"}) {
+    make_folder(storage() + place);
+    write_file(storage() + place + "\\f.txt", "x");
+  }
+  EXPECT_EQ(json({"sync", "--area", "user", "--owner", "anna", "--yes"}).back().at("done"), 1);
+  EXPECT_TRUE(file_exists(storage() + "\\user\\anna\\index.dat"));
+  EXPECT_FALSE(file_exists(storage() + "\\user\\bert\\index.dat"));
+  EXPECT_FALSE(file_exists(storage() + "\\mail\\anna\\index.dat"));
+}
+
+TEST_F(ClientSync, OtherCommandsAdoptNothing) {
+  const std::string folder = storage() + "\\user\\anna";
+  make_folder(folder);
+  write_file(folder + "\\Stranger.TXT", "s");
+  ASSERT_EQ(change({"profile", "set", "a=b"}).code, 0);
+  ASSERT_EQ(change({"put", source("x.txt", "x"), "--area", "user"}).code, 0);
+  ASSERT_EQ(change({"mv", "x.txt", "y.txt", "--area", "user"}).code, 0);
+  ASSERT_EQ(change({"rm", "y.txt", "--area", "user"}).code, 0);
+  EXPECT_TRUE(file_exists(folder + "\\Stranger.TXT"));
+  EXPECT_EQ(read_file(folder + "\\index.dat").find("tranger"), std::string::npos);
+}
+
+TEST_F(ClientMigrate, ConvertsAnInboxOnce) {
+  const std::string folder = storage() + "\\mail\\anna";
+  make_folder(folder);
+  write_file(folder + "\\Q1%20Sales.kdb", "mail");
+  write_file(folder + "\\plain.kdb", "plain");
+  const std::string before = tree();
+  const std::vector<Json> promised = json({"migrate", "inbox", "--owner", "anna", "--dry-run"});
+  EXPECT_EQ(tree(), before);
+  EXPECT_EQ(on_tree({"migrate", "inbox", "--owner", "anna"}).code, 12);
+  EXPECT_EQ(on_tree({"migrate", "inbox", "--owner", "bert", "--yes"}).code, 3);
+  EXPECT_EQ(tree(), before);
+  const std::vector<Json> done = json({"migrate", "inbox", "--owner", "anna", "--yes"});
+  EXPECT_EQ(actions(done), actions(promised));
+  EXPECT_EQ(actions(done)[0], "converted Q1%20Sales.kdb");
+  EXPECT_EQ(done[0].at("new_name"), "Q1 Sales.kdb");
+  EXPECT_EQ(get("Q1 Sales.kdb", {"--area", "mail"}), "mail");
+  EXPECT_EQ(get("plain.kdb", {"--area", "mail"}), "plain");
+  const std::string converted = tree();
+  EXPECT_EQ(on_tree({"migrate", "inbox", "--owner", "anna", "--yes"}).code, 0);
+  EXPECT_EQ(tree(), converted);
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "client/tests/stgctl/json_value.h"
+#include "client/tests/stgctl/program.h"
+#include "tests/support/scratch.h"
+
+/// A path as a shell has it: with the system's separator.
+std::string shell_path(std::string path);
+
+/// Everything below a folder as text, one line each: name, kind, size, modification time in the
+/// finest unit there is, permissions, and a hash of the bytes. Two equal texts are two equal trees.
+std::string snapshot(const std::string& folder);
+
+/// Runs the client on trees of the test's own.
+class Client : public testing::Test {
+ protected:
+  using Environment = std::map<std::string, std::string>;
+
+  Client();
+
+  /// Runs the client as it is, without STG_ROOT.
+  outcome run(const std::vector<std::string>& arguments, Environment environment = {});
+  /// Runs it on the test's tree.
+  outcome on_tree(std::vector<std::string> arguments, Environment environment = {});
+  /// As on_tree() for owner anna, with --yes.
+  outcome change(std::vector<std::string> arguments);
+  /// on_tree() with --json. @return its lines.
+  std::vector<Json> json(std::vector<std::string> arguments, int code = 0);
+
+  /// Makes the tree.
+  void init(const std::vector<std::string>& more = {});
+  /// Makes a file to put, below the folder "in".
+  std::string source(const std::string& name, const std::string& bytes,
+                     std::int64_t time = 1'600'000'000);
+  /// Puts a document of owner anna into the area docs.
+  void put(const std::string& name, const std::string& bytes, long timestamp = 0,
+           std::int64_t time = 1'600'000'000);
+  /// What "get" gives; the error output when that fails.
+  std::string get(const std::string& name, const std::vector<std::string>& more = {});
+
+  std::string root() const { return m_scratch.path("root"); }
+  std::string storage() const { return m_scratch.path("root\\storage"); }
+  std::string tree() const { return snapshot(storage()); }
+  /// Where the version of a document lies: a path with "\".
+  std::string physical(const std::string& area, const std::string& name) const;
+  const scratch_folder& scratch() const { return m_scratch; }
+
+ private:
+  scratch_folder m_scratch;
+};
+
+/// The lines of a text.
+std::vector<std::string> lines_of(const std::string& text);
+/// The actions of the entry records, in order: "stored a.kdc".
+std::vector<std::string> actions(const std::vector<Json>& lines);

@@ -1,0 +1,199 @@
+// Whatever prints a version prints it in one form, and whatever takes a name takes that form.
+#include <regex>
+#include <set>
+
+#include "client/tests/stgctl/fixture.h"
+#include "client/tests/stgctl/listed_commands.h"
+
+class ClientPrintedNames : public Client {
+ protected:
+  ClientPrintedNames() {
+    init();
+    put("sales.kdf", "first", 1);
+    put("sales.kdf", "second", 2);
+    put("page.kdc", "text");
+    const std::string page = physical("docs", "page.kdc");
+    make_folder(page + "_\\html\\page");
+    write_file(page + "_\\html\\page\\1", "part");
+    EXPECT_EQ(change({"keys", "set", "attribut.txt", "a=1"}).code, 0);
+    EXPECT_EQ(change({"profile", "set", "b=2"}).code, 0);
+    EXPECT_EQ(change({"put", source("note.txt", "note"), "--area", "user"}).code, 0);
+  }
+
+  static constexpr const char* kSales = "docs/anna/sales.kdf@1";
+  static constexpr const char* kPage = "docs/anna/page.kdc@0";
+  static constexpr const char* kNote = "user/anna/note.txt@0";
+  static constexpr const char* kKeys = "user/anna/attribut.txt@0";
+  static constexpr const char* kProfile = "user/anna/profile.txt@0";
+};
+
+namespace {
+
+/// Everything of that form in a text.
+std::set<std::string> versions_in(const std::string& text) {
+  static const std::regex kVersion("(docs|user|mail)/[a-z]+/[a-z.]+@[0-9]+");
+  std::set<std::string> found;
+  for (std::sregex_iterator at(text.begin(), text.end(), kVersion), end; at != end; ++at)
+    found.insert(at->str());
+  return found;
+}
+
+}  // namespace
+
+TEST_F(ClientPrintedNames, AreTakenWhereverANameIs) {
+  // How each place for a name is filled, and what the answer holds.
+  struct Use {
+    std::vector<std::string> command;
+    std::string answer;
+  };
+  const std::map<std::string, Use> uses = {
+      {"ls pattern", {{"ls", kSales}, kSales}},
+      {"find pattern", {{"find", kSales}, kSales}},
+      {"find --name", {{"find", "--name", kSales}, kSales}},
+      {"versions entry", {{"versions", kSales}, kSales}},
+      {"which entry", {{"which", kSales}, "00000001.kdf"}},
+      {"cat entry", {{"cat", kSales}, "first"}},
+      {"parts entry", {{"parts", kPage}, kPage}},
+      {"keys show name", {{"keys", "show", kKeys}, "a=1"}},
+      {"keys set file", {{"keys", "set", kKeys, "c=3", "-n"}, kKeys}},
+      {"keys unset file", {{"keys", "unset", kKeys, "a", "-n"}, kKeys}},
+      {"profile show name", {{"profile", "show", kProfile}, "b=2"}},
+      {"profile set --file", {{"profile", "set", "--file", kProfile, "c=3", "-n"}, kProfile}},
+      {"explain read entry", {{"explain", "read", kSales}, "would be served"}},
+      {"explain write entry", {{"explain", "write", kSales}, "would be written"}},
+      {"explain part entry",
+       {{"explain", "part", kPage, "--rendition", "html@page", "--part", "1"}, "would be served"}},
+      {"put --as",
+       {{"put", source("x", "x"), "--as", "docs/anna/new.kdf@7", "-n"}, "docs/anna/new.kdf@7"}},
+      {"get name", {{"get", kSales, "-o", "-"}, "first"}},
+      {"rm name", {{"rm", kSales, kNote, "-n"}, "2 would be removed"}},
+      {"rm --match", {{"rm", "--match", "docs/anna/s*@1", "-n"}, kSales}},
+      {"mv name", {{"mv", kSales, "plan.kdf", "-n"}, kSales}},
+      {"mv new-name", {{"mv", kSales, "docs/bert/plan.kdf@9", "-n"}, "docs/bert/plan.kdf@9"}},
+      {"mv --match", {{"mv", "--match", "docs/anna/s*@1", "--to", "t*", "-n"}, kSales}},
+      {"mv --to",
+       {{"mv", "--match", kSales, "--to", "docs/bert/t.kdf@9", "-n"}, "docs/bert/t.kdf@9"}},
+  };
+  std::set<std::string> places;
+  for (const listed_command& command : listed_commands([&](std::vector<std::string> words) {
+         words.emplace_back("--help");
+         return run(words).out;
+       })) {
+    for (const listed_argument& argument : command.arguments) {
+      static const std::set<std::string> kNames = {"NAME", "NEW-NAME", "ENTRY", "PATTERN"};
+      if (kNames.contains(argument.value)) places.insert(command.name() + " " + argument.name);
+    }
+  }
+  const std::string before = tree();
+  for (const std::string& place : places) {
+    ASSERT_TRUE(uses.contains(place)) << "nothing shows that '" << place << "' takes that form";
+    const Use& use = uses.at(place);
+    const outcome result = on_tree(use.command);
+    EXPECT_EQ(result.code, 0) << place << ": " << result.err << result.out;
+    EXPECT_NE(result.out.find(use.answer), std::string::npos) << place << ": " << result.out;
+  }
+  EXPECT_EQ(places.size(), uses.size());
+  EXPECT_EQ(tree(), before);
+}
+
+TEST_F(ClientPrintedNames, AreAllThatIsPrinted) {
+  const std::string exported = shell_path(scratch().path("export"));
+  ASSERT_EQ(on_tree({"index", "snapshot"}).code, 0);
+  const std::string page = physical("docs", "page.kdc");
+  const std::vector<std::vector<std::string>> commands = {
+      {"ls"},
+      {"find", "--older-than", "1s"},
+      {"versions", "sales.kdf"},
+      {"which", shell_path(page)},
+      {"parts", "page.kdc"},
+      {"explain", "sales.kdf", "--owner", "nobody"},
+      {"put", source("sales.kdf", "first"), "--owner", "anna", "--timestamp", "1", "-n"},
+      {"get", "sales.kdf", "--owner", "anna", "-n"},
+      {"rm", "--match", "*", "--owner", "anna", "-n"},
+      {"mv", "page.kdc", "other.kdc", "--owner", "anna", "-n"},
+      {"keys", "set", "attribut.txt", "c=3", "--owner", "anna", "-n"},
+      {"profile", "set", "c=3", "--owner", "anna", "-n"},
+      {"clean", "--older-than", "1s", "--owner", "anna", "-n"},
+      {"export", exported},
+      {"import", exported, "-n"},
+  };
+  for (const std::vector<std::string>& command : commands) {
+    const outcome result = on_tree(command);
+    const std::set<std::string> versions = versions_in(result.out + result.err);
+    EXPECT_FALSE(versions.empty()) << command[0] << ": " << result.out << result.err;
+    for (const std::string& version : versions) {
+      // What a plan would make is not there yet.
+      const bool is_planned = version == "docs/anna/other.kdc@0";
+      EXPECT_EQ(on_tree({"versions", version}).code, is_planned ? 3 : 0) << command[0] << version;
+    }
+  }
+  // What only an index tells of a lost document.
+  std::filesystem::remove(native(page));
+  for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
+           {"check", "--all"}, {"ls", "--missing"}, {"compare", exported}}) {
+    const outcome result = on_tree(command);
+    EXPECT_TRUE(versions_in(result.out).contains(kPage)) << command[0] << result.out << result.err;
+  }
+  ASSERT_EQ(on_tree({"rm", kNote, "--yes"}).code, 0);
+  for (const std::vector<std::string>& command :
+       std::vector<std::vector<std::string>>{{"index", "diff", "1"}, {"import", exported, "-n"}}) {
+    const outcome result = on_tree(command);
+    EXPECT_TRUE(versions_in(result.out).contains(kNote)) << command[0] << result.out << result.err;
+  }
+}
+
+TEST_F(ClientPrintedNames, NeverLeadToAnotherVersionThanTheySay) {
+  put("plain.kdf", "kept");
+  // No timestamp, though a number: taken for none it would be version 0.
+  for (const char* const name :
+       {"docs/anna/plain.kdf@99999999999", "docs/anna/plain.kdf@2147483648"}) {
+    for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
+             {"rm", name, "--yes"}, {"mv", name, "other.kdf", "--yes"}, {"cat", name}}) {
+      const outcome result = on_tree(command);
+      EXPECT_EQ(result.code, 2) << command[0] << result.out;
+      EXPECT_NE(result.err.find("is no timestamp"), std::string::npos) << result.err;
+    }
+  }
+  EXPECT_EQ(get("plain.kdf"), "kept");
+  EXPECT_EQ(on_tree({"keys", "show", "user/anna/attribut.txt@5"}).code, 2);
+  EXPECT_EQ(on_tree({"profile", "show", "docs/anna/profile.txt@0"}).code, 2);
+  EXPECT_EQ(on_tree({"explain", "part", kNote, "--rendition", "html@x", "--part", "1"}).code, 2);
+  EXPECT_EQ(on_tree({"rm", kSales, "--owner", "bert", "--yes"}).code, 2);
+  EXPECT_EQ(on_tree({"rm", kSales, "--timestamp", "2", "--yes"}).code, 2);
+  EXPECT_EQ(on_tree({"put", source("x", "x"), "--as", "docs/anna/x@-5", "--yes"}).code, 2);
+}
+
+TEST_F(ClientPrintedNames, OfSeveralVersionsEachStandsForItself) {
+  ASSERT_EQ(
+      on_tree({"put", source("b.txt", "b"), "--owner", "bert", "--area", "user", "--yes"}).code, 0);
+  const std::vector<Json> lines =
+      json({"rm", kSales, "docs/anna/sales.kdf@2", "user/bert/b.txt@0", kSales, "--yes"});
+  EXPECT_EQ(actions(lines),
+            (std::vector<std::string>{"removed sales.kdf", "removed sales.kdf", "removed b.txt"}));
+  EXPECT_EQ(on_tree({"ls", "sales.kdf"}).code, 3);
+  EXPECT_EQ(on_tree({"cat", kPage}).out, "text");
+}
+
+TEST_F(ClientPrintedNames, MayHoldABlankAnAtAndAStampBelowZero) {
+  ASSERT_EQ(change({"put", source("x", "odd"), "--as", "my plan@3"}).code, 0);
+  const std::string printed = "docs/anna/my plan@3@0";
+  EXPECT_TRUE(on_tree({"ls", "my*"}).out.starts_with(printed + "  "));
+  EXPECT_EQ(on_tree({"cat", printed}).out, "odd");
+  // Other programs may have stored it.
+  const std::string folder = storage() + "\\user\\anna";
+  write_file(folder + "\\n.kdc", "below");
+  write_file(folder + "\\index.dat", read_file(folder + "\\index.dat") + "z.kdc_-000000005/n\n");
+  EXPECT_NE(on_tree({"ls", "z.kdc"}).out.find("user/anna/z.kdc@-5"), std::string::npos);
+  EXPECT_EQ(on_tree({"cat", "user/anna/z.kdc@-5"}).out, "below");
+}
+
+TEST_F(ClientPrintedNames, HaveNoOwnerInATreeWithoutThem) {
+  const std::string other = shell_path(scratch().path("flat"));
+  make_folder(scratch().path("flat"));
+  ASSERT_EQ(run({"init", "--layout", "flat", "--yes", "--root", other}).code, 0);
+  ASSERT_EQ(
+      run({"put", source("a.kdc", "flat"), "--root", other, "--layout", "flat", "--yes"}).code, 0);
+  EXPECT_TRUE(run({"ls", "--root", other}).out.starts_with("docs/a.kdc@0  "));
+  EXPECT_EQ(run({"cat", "docs/a.kdc@0", "--root", other}).out, "flat");
+  EXPECT_EQ(run({"rm", "docs/a.kdc@0", "--root", other, "--yes"}).code, 0);
+}

@@ -1,0 +1,137 @@
+#include "client/tests/stgctl/program.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <stdexcept>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Pipe {
+  int reader = -1;
+  int writer = -1;
+  Pipe() {
+    std::array<int, 2> ends = {};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("test support: pipe");
+    reader = ends[0];
+    writer = ends[1];
+  }
+};
+
+void close_one(int& descriptor) {
+  if (descriptor >= 0) ::close(descriptor);
+  descriptor = -1;
+}
+
+}  // namespace
+
+struct running_program::system_part {
+  ::pid_t process = -1;
+  std::array<int, 2> readers = {-1, -1};
+  std::array<std::string, 2> texts;
+  std::optional<int> code;
+
+  ~system_part() {
+    if (process > 0 && !code) {
+      ::kill(process, SIGKILL);
+      reap();
+    }
+    for (int& reader : readers) close_one(reader);
+  }
+
+  void reap() {
+    int status = 0;
+    while (::waitpid(process, &status, 0) < 0 && errno == EINTR) {
+    }
+    code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
+
+  /// Reads what comes until one of the outputs changes. @return false at the end of both, or when
+  /// time is over.
+  bool read_some(Clock::time_point end) {
+    std::array<::pollfd, 2> waiting = {};
+    for (std::size_t i = 0; i < 2; ++i) waiting.at(i) = {readers.at(i), POLLIN, 0};
+    if (readers[0] < 0 && readers[1] < 0) return false;
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+    if (left <= 0 || ::poll(waiting.data(), 2, static_cast<int>(left)) <= 0) return false;
+    for (std::size_t i = 0; i < 2; ++i) {
+      if (readers.at(i) < 0 || waiting.at(i).revents == 0) continue;
+      std::array<char, 65536> buffer;
+      const ::ssize_t count = ::read(readers.at(i), buffer.data(), buffer.size());
+      if (count > 0) {
+        texts.at(i).append(buffer.data(), static_cast<std::size_t>(count));
+      } else {
+        close_one(readers.at(i));
+      }
+    }
+    return true;
+  }
+};
+
+std::string client_path() {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "stgctl";
+}
+
+running_program::running_program(const std::vector<std::string>& arguments,
+                                 const std::map<std::string, std::string>& environment)
+    : m_system(std::make_unique<system_part>()) {
+  const std::string program = client_path();
+  std::vector<char*> words = {const_cast<char*>(program.c_str())};
+  for (const std::string& argument : arguments)
+    words.push_back(const_cast<char*>(argument.c_str()));
+  words.push_back(nullptr);
+  Pipe out;
+  Pipe err;
+  const ::pid_t child = ::fork();
+  if (child < 0) throw std::runtime_error("test support: fork");
+  if (child == 0) {
+    // A test program that dies leaves nobody behind.
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    ::signal(SIGINT, SIG_DFL);
+    for (const auto& [name, value] : environment) {
+      value.empty() ? ::unsetenv(name.c_str()) : ::setenv(name.c_str(), value.c_str(), 1);
+    }
+    ::dup2(::open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+    ::dup2(out.writer, STDOUT_FILENO);
+    ::dup2(err.writer, STDERR_FILENO);
+    ::execv(program.c_str(), words.data());
+    ::_exit(127);
+  }
+  m_system->process = child;
+  close_one(out.writer);
+  close_one(err.writer);
+  m_system->readers = {out.reader, err.reader};
+}
+
+running_program::~running_program() = default;
+
+bool running_program::complains(const std::string& text) {
+  const Clock::time_point end = Clock::now() + kPatience;
+  while (m_system->texts[1].find(text) == std::string::npos) {
+    if (!m_system->read_some(end)) return false;
+  }
+  return true;
+}
+
+outcome running_program::wait() {
+  const Clock::time_point end = Clock::now() + kPatience;
+  while (m_system->read_some(end)) {
+  }
+  const bool ended = m_system->readers[0] < 0 && m_system->readers[1] < 0;
+  if (!ended) ::kill(m_system->process, SIGKILL);
+  m_system->reap();
+  return {ended ? *m_system->code : -1, m_system->texts[0], m_system->texts[1]};
+}
+
+void running_program::interrupt() { ::kill(m_system->process, SIGINT); }
+void running_program::terminate() { ::kill(m_system->process, SIGTERM); }

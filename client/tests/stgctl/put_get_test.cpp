@@ -1,0 +1,215 @@
+#include <algorithm>
+
+#include "client/tests/stgctl/fixture.h"
+
+class ClientPut : public Client {
+ protected:
+  ClientPut() { init(); }
+};
+class ClientGet : public ClientPut {};
+
+TEST_F(ClientPut, StoresAFileWithItsBytesAndItsTime) {
+  const outcome result = change({"put", source("sales.kdc", "figures", 1'234'567'890)});
+  EXPECT_EQ(result.code, 0) << result.err;
+  EXPECT_NE(result.out.find("stored  docs/anna/sales.kdc"), std::string::npos) << result.out;
+  EXPECT_EQ(get("sales.kdc"), "figures");
+  EXPECT_EQ(get_modify_time(physical("docs", "sales.kdc")), 1'234'567'890);
+}
+
+TEST_F(ClientPut, StoresAWholeFolder) {
+  source("a.kdc", "1");
+  make_folder(scratch().path("in\\below"));
+  source("below\\b.kdc", "22");
+  source("below\\c d.txt", "333");
+  const std::vector<Json> lines =
+      json({"put", shell_path(scratch().path("in")), "--owner", "anna", "--yes"});
+  EXPECT_EQ(actions(lines),
+            (std::vector<std::string>{"stored a.kdc", "stored b.kdc", "stored c d.txt"}));
+  EXPECT_EQ(lines.back().at("done"), 3);
+  EXPECT_EQ(lines.back().at("bytes"), 6);
+  EXPECT_EQ(get("c d.txt"), "333");
+}
+
+TEST_F(ClientPut, ChangesNothingInADryRun) {
+  put("a.kdc", "old");
+  const std::string before = tree();
+  const std::vector<Json> lines = json({"put", source("a.kdc", "new"), source("b.kdc", "x"),
+                                        "--replace", "--owner", "anna", "--dry-run"});
+  EXPECT_EQ(actions(lines), (std::vector<std::string>{"replaced a.kdc", "stored b.kdc"}));
+  EXPECT_EQ(lines.back().at("dry_run"), true);
+  EXPECT_EQ(tree(), before);
+}
+
+TEST_F(ClientPut, KeepsAVersionThatExistsUnlessToldToReplaceIt) {
+  put("a.kdc", "old");
+  const std::string before = tree();
+  const outcome kept = change({"put", source("a.kdc", "new")});
+  EXPECT_EQ(kept.code, 1);
+  EXPECT_NE(kept.err.find("--replace"), std::string::npos);
+  EXPECT_EQ(tree(), before);
+  EXPECT_EQ(change({"put", source("a.kdc", "new"), "--replace"}).code, 0);
+  EXPECT_EQ(get("a.kdc"), "new");
+}
+
+TEST_F(ClientPut, DropsThePartsOfWhatItReplaces) {
+  put("a.kdc", "old");
+  const std::string file = physical("docs", "a.kdc");
+  for (const char* const stamp : {"_", "_2024"}) {
+    make_folder(file + stamp + "\\html\\page");
+    write_file(file + stamp + "\\html\\page\\1", "made from the old one");
+  }
+  // Older than its parts, which would be taken for up to date.
+  put("a.kdc", "new", 0, 1'000'000'000);
+  EXPECT_EQ(get("a.kdc"), "new");
+  EXPECT_FALSE(folder_exists(file + "_"));
+  EXPECT_FALSE(folder_exists(file + "_2024"));
+}
+
+TEST_F(ClientPut, LeavesKeyLinesOfWhatItReplaces) {
+  const std::string file = source("b.txt", "x");
+  ASSERT_EQ(change({"put", file, "--area", "user"}).code, 0);
+  ASSERT_EQ(change({"keys", "set", "k.ctg", "ab.txt=1", "b.txt=2"}).code, 0);
+  ASSERT_EQ(change({"put", file, "--area", "user", "--replace"}).code, 0);
+  EXPECT_EQ(get("k.ctg", {"--area", "user"}), "ab.txt=1\nb.txt=2\n");
+}
+
+TEST_F(ClientPut, KeepsVersionsApart) {
+  put("v.kdf", "first", 1);
+  put("v.kdf", "second", 2);
+  EXPECT_EQ(get("v.kdf", {"--timestamp", "1"}), "first");
+  EXPECT_EQ(get("v.kdf"), "second");
+  EXPECT_EQ(change({"put", source("t.kdf", "third", 1'500'000'000), "--timestamp", "mtime"}).code,
+            0);
+  EXPECT_EQ(get("t.kdf", {"--timestamp", "1500000000"}), "third");
+}
+
+TEST_F(ClientPut, WarnsOfStampsThatReadersDoNotLookFor) {
+  const outcome result = change({"put", source("v.kdc", "x"), "--timestamp", "5"});
+  EXPECT_EQ(result.code, 0);
+  EXPECT_NE(result.err.find("warning"), std::string::npos);
+  EXPECT_EQ(change({"put", source("v.kdf", "x"), "--timestamp", "5"}).err, "");
+}
+
+TEST_F(ClientPut, SaysWhatWasDoneInPart) {
+  const std::vector<Json> lines =
+      json({"put", source("a.kdc", "x"), shell_path(scratch().path("missing.kdc")), "--owner",
+            "anna", "--yes"},
+           5);
+  EXPECT_EQ(lines.back().at("done"), 1);
+  EXPECT_EQ(lines.back().at("failed"), 1);
+  EXPECT_EQ(get("a.kdc"), "x");
+}
+
+TEST_F(ClientPut, RefusesNamesThatLeadTheLibraryAstray) {
+  const std::string file = source("a.kdc", "x");
+  const std::string before = tree();
+  for (const char* const name :
+       {"index.dat", "index", "..", ".", "..\\x.kdc", "x/y.kdc", "a*.kdc", "a?.kdc", "a\nb.kdc"}) {
+    const outcome result = change({"put", file, "--as", name});
+    EXPECT_EQ(result.code, 12) << name;
+    EXPECT_NE(result.err.find("refused"), std::string::npos) << result.err;
+    EXPECT_EQ(on_tree({"put", file, "--owner", name, "--yes"}).code, 12) << name;
+    EXPECT_EQ(on_tree({"get", name, "--owner", "anna"}).code, 12) << name;
+    EXPECT_EQ(change({"rm", name}).code, 12) << name;
+    EXPECT_EQ(change({"mv", name, "b.kdc"}).code, 12) << name;
+    EXPECT_EQ(change({"keys", "set", name, "a=b"}).code, 12) << name;
+  }
+  EXPECT_EQ(tree(), before);
+}
+
+TEST_F(ClientPut, RefusesAnEmptyOwner) {
+  const std::string before = tree();
+  for (const std::vector<std::string>& command :
+       std::vector<std::vector<std::string>>{{"put", source("a.kdc", "x")},
+                                             {"rm", "a.kdc"},
+                                             {"get", "a.kdc"},
+                                             {"profile", "set", "a=b"}}) {
+    std::vector<std::string> arguments = command;
+    arguments.emplace_back("--yes");
+    EXPECT_EQ(on_tree(arguments).code, 12) << command[0];
+    arguments.insert(arguments.end(), {"--owner", ""});
+    EXPECT_EQ(on_tree(arguments).code, 12) << command[0];
+  }
+  EXPECT_EQ(on_tree({"user", "remove", "", "--yes"}).code, 12);
+  EXPECT_EQ(tree(), before);
+}
+
+TEST_F(ClientPut, RefusesANameThatAFileOfTheFolderBears) {
+  put("a.kdc", "the document");
+  const std::string file = physical("docs", "a.kdc");
+  // Another document of the same folder, under the very name of the first one's file.
+  const std::string folder = file.substr(0, file.find_last_of("/\\"));
+  write_file(folder + "\\a.kdc", "a stranger");
+  const std::string before = tree();
+  const outcome result = change({"put", source("a.kdc", "new"), "--replace"});
+  EXPECT_EQ(result.code, 1);
+  EXPECT_NE(result.err.find("sync"), std::string::npos) << result.err;
+  EXPECT_EQ(tree(), before);
+}
+
+TEST_F(ClientPut, PutsIntoOtherAreas) {
+  EXPECT_EQ(change({"put", source("notes.txt", "n"), "--area", "user"}).code, 0);
+  EXPECT_TRUE(folder_exists(storage() + "\\user\\anna"));
+  EXPECT_EQ(get("notes.txt", {"--area", "user"}), "n");
+  EXPECT_EQ(change({"put", source("notes.txt", "n"), "--area", "semlets"}).code, 12);
+}
+
+TEST_F(ClientPut, PutsIntoATreeWithoutOwners) {
+  const std::string flat = scratch().path("flat");
+  make_folder(flat);
+  const std::vector<std::string> where = {"--root", shell_path(flat), "--yes"};
+  const auto run_flat = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.end(), where.begin(), where.end());
+    return run(arguments);
+  };
+  EXPECT_EQ(run_flat({"init", "--layout", "flat"}).code, 0);
+  EXPECT_EQ(run_flat({"put", source("a.txt", "x"), "--area", "user", "--layout", "flat"}).code, 0);
+  EXPECT_TRUE(file_exists(flat + "\\storage\\user\\index.dat"));
+  // From now on the tree shows its layout itself.
+  EXPECT_EQ(run_flat({"put", source("b.txt", "y"), "--area", "user"}).code, 0);
+  EXPECT_EQ(run_flat({"rm", "a.txt", "--area", "user"}).code, 0);
+  const outcome got = run_flat({"get", "b.txt", "--area", "user", "--output", "-"});
+  EXPECT_EQ(got.out, "y") << got.err;
+  EXPECT_EQ(run_flat({"get", "a.txt", "--area", "user"}).code, 3);
+  EXPECT_EQ(run_flat({"user", "remove", "anna"}).code, 12);
+}
+
+TEST_F(ClientGet, WritesAFileWithTheDocumentsTime) {
+  put("a.kdc", "text", 0, 1'300'000'000);
+  const std::string before = tree();
+  const std::string target = scratch().path("got.kdc");
+  const std::vector<Json> lines =
+      json({"get", "a.kdc", "--owner", "anna", "-o", shell_path(target)});
+  EXPECT_EQ(actions(lines), std::vector<std::string>{"got a.kdc"});
+  EXPECT_EQ(lines[0].at("bytes"), 4);
+  EXPECT_EQ(read_file(target), "text");
+  EXPECT_EQ(get_modify_time(target), 1'300'000'000);
+  EXPECT_EQ(tree(), before);
+}
+
+TEST_F(ClientGet, AsksBeforeItOverwrites) {
+  put("a.kdc", "text");
+  const std::string target = scratch().path("got.kdc");
+  write_file(target, "precious");
+  EXPECT_EQ(on_tree({"get", "a.kdc", "--owner", "anna", "-o", shell_path(target)}).code, 12);
+  EXPECT_EQ(read_file(target), "precious");
+  EXPECT_EQ(change({"get", "a.kdc", "-o", shell_path(target)}).code, 0);
+  EXPECT_EQ(read_file(target), "text");
+}
+
+TEST_F(ClientGet, FindsNothingWithThree) {
+  put("a.kdc", "text");
+  const std::string before = tree();
+  EXPECT_EQ(on_tree({"get", "b.kdc", "--owner", "anna"}).code, 3);
+  EXPECT_EQ(on_tree({"get", "a.kdc", "--owner", "bert"}).code, 3);
+  EXPECT_EQ(on_tree({"get", "a.kdc", "--owner", "anna", "--timestamp", "7"}).code, 3);
+  EXPECT_EQ(tree(), before);
+}
+
+TEST_F(ClientGet, RefusesAPlaceInsideTheTree) {
+  put("a.kdc", "text");
+  const std::string before = tree();
+  EXPECT_EQ(change({"get", "a.kdc", "-o", shell_path(storage() + "\\docs\\x")}).code, 12);
+  EXPECT_EQ(change({"put", shell_path(physical("docs", "a.kdc")), "--as", "b.kdc"}).code, 1);
+  EXPECT_EQ(tree(), before);
+}

@@ -1,0 +1,243 @@
+// What needs a terminal, signals, links, read-only files that root keeps, or names of any bytes: on
+// this kind of system only.
+#include <unistd.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "client/tests/stgctl/fixture.h"
+#include "client/tests/stgctl/pseudo_terminal.h"
+#include "vu_file.h"
+
+class ClientOnATerminal : public Client {
+ protected:
+  ClientOnATerminal() { init(); }
+  std::vector<std::string> line(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.end(), {"--owner", "anna", "--root", shell_path(root())});
+    return arguments;
+  }
+};
+class ClientInterrupted : public ClientOnATerminal {};
+class ClientNames : public ClientOnATerminal {};
+class ClientLinks : public ClientOnATerminal {};
+
+TEST_F(ClientOnATerminal, AsksAndTakesYesForAnAnswer) {
+  pseudo_terminal terminal(line({"put", source("a.kdc", "x")}));
+  ASSERT_TRUE(terminal.shows("Store 1 file, 1 B? [y/N] ")) << terminal.text();
+  terminal.type("y\n");
+  EXPECT_EQ(terminal.wait(), 0) << terminal.text();
+  EXPECT_EQ(get("a.kdc"), "x");
+}
+
+TEST_F(ClientOnATerminal, TakesEverythingElseForANo) {
+  const std::string file = source("a.kdc", "x");
+  const std::string before = tree();
+  for (const char* const answer : {"n\n", "\n", "yesterday\n", "\x04"}) {
+    pseudo_terminal terminal(line({"put", file}));
+    ASSERT_TRUE(terminal.shows("[y/N]"));
+    terminal.type(answer);
+    EXPECT_EQ(terminal.wait(), 12) << terminal.text();
+    EXPECT_NE(terminal.text().find("nothing was changed"), std::string::npos);
+  }
+  EXPECT_EQ(tree(), before);
+}
+
+TEST_F(ClientOnATerminal, ControlCAtTheQuestionChangesNothing) {
+  const std::string file = source("a.kdc", "x");
+  const std::string before = tree();
+  pseudo_terminal terminal(line({"put", file}));
+  ASSERT_TRUE(terminal.shows("[y/N]"));
+  terminal.type("\x03");
+  EXPECT_EQ(terminal.wait(), 130) << terminal.text();
+  EXPECT_EQ(tree(), before);
+}
+
+TEST_F(ClientOnATerminal, UsesColoursThereAndNowhereElse) {
+  const std::string escape = "\x1b[32m";
+  pseudo_terminal terminal(line({"put", source("a.kdc", "x"), "-n"}));
+  EXPECT_EQ(terminal.wait(), 0);
+  EXPECT_NE(terminal.text().find(escape), std::string::npos) << terminal.text();
+  pseudo_terminal plain(line({"put", source("a.kdc", "x"), "-n", "--color", "never"}));
+  EXPECT_EQ(plain.wait(), 0);
+  EXPECT_EQ(plain.text().find('\x1b'), std::string::npos) << plain.text();
+  pseudo_terminal json(line({"put", source("a.kdc", "x"), "-n", "--json"}));
+  EXPECT_EQ(json.wait(), 0);
+  EXPECT_EQ(json.text().find('\x1b'), std::string::npos) << json.text();
+  EXPECT_EQ(on_tree({"put", source("a.kdc", "x"), "-n", "--owner", "anna"}).out.find('\x1b'),
+            std::string::npos);
+  EXPECT_NE(on_tree({"put", source("a.kdc", "x"), "-n", "--owner", "anna", "--color", "always"})
+                .out.find(escape),
+            std::string::npos);
+}
+
+TEST_F(ClientOnATerminal, ShowsABarWhenTheWorkTakesLong) {
+  put("b.kdc", "old");
+  const std::string path = physical("docs", "b.kdc");
+  source("a.kdc", "new");
+  source("b.kdc", "new");
+  source("c.kdc", "new");
+  // The second of three steps takes as long as we hold this.
+  vu_file index(path.substr(0, path.rfind('/')), "index.dat");
+  index.open(vu_file::o_read);
+  pseudo_terminal terminal(line({"put", shell_path(scratch().path("in")), "--replace", "--yes"}));
+  ASSERT_TRUE(terminal.shows("waiting for")) << terminal.text();
+  EXPECT_EQ(terminal.text().find("storing ["), std::string::npos) << "too early";
+  index.close();
+  EXPECT_EQ(terminal.wait(), 0) << terminal.text();
+  EXPECT_NE(terminal.text().find("storing ["), std::string::npos) << terminal.text();
+  EXPECT_EQ(get("c.kdc"), "new");
+}
+
+TEST_F(ClientOnATerminal, ShowsNoBarForQuickWorkNorWithoutATerminal) {
+  pseudo_terminal quick(line({"put", source("a.kdc", "x"), "--yes"}));
+  EXPECT_EQ(quick.wait(), 0);
+  EXPECT_EQ(quick.text().find("storing ["), std::string::npos);
+  pseudo_terminal never(line({"put", source("b.kdc", "x"), "--yes", "--progress", "never"}));
+  EXPECT_EQ(never.wait(), 0);
+  EXPECT_EQ(never.text().find("storing ["), std::string::npos);
+  EXPECT_EQ(change({"put", source("c.kdc", "x")}).err, "");
+  EXPECT_NE(change({"put", source("d.kdc", "x"), "--progress", "always"}).err.find("storing ["),
+            std::string::npos);
+}
+
+TEST_F(ClientInterrupted, FinishesTheEntryAndTellsWhatWasDone) {
+  put("b.kdc", "old");
+  const std::string path = physical("docs", "b.kdc");
+  source("a.kdc", "new");
+  source("b.kdc", "new");
+  vu_file index(path.substr(0, path.rfind('/')), "index.dat");
+  index.open(vu_file::o_read);
+  running_program program(
+      line({"put", shell_path(scratch().path("in")), "--replace", "--yes", "--json"}),
+      {{"STG_ROOT", ""}});
+  ASSERT_TRUE(program.complains("waiting for"));
+  program.interrupt();
+  const outcome result = program.wait();
+  EXPECT_EQ(result.code, 130) << result.err;
+  std::vector<Json> lines;
+  for (const std::string& each : lines_of(result.out)) lines.push_back(Json::parse(each));
+  EXPECT_EQ(actions(lines), std::vector<std::string>{"stored a.kdc"});
+  EXPECT_EQ(lines.back().at("interrupted"), true);
+  EXPECT_EQ(lines.back().at("done"), 1);
+  index.close();
+  // Every lock is free again.
+  EXPECT_EQ(get("a.kdc", {"--lock-timeout", "0"}), "new");
+  EXPECT_EQ(get("b.kdc", {"--lock-timeout", "0"}), "old");
+}
+
+TEST_F(ClientInterrupted, EndsAWaitForALock) {
+  put("b.kdc", "old");
+  const std::string path = physical("docs", "b.kdc");
+  vu_file index(path.substr(0, path.rfind('/')), "index.dat");
+  index.open(vu_file::o_read);
+  running_program program(line({"rm", "b.kdc", "--yes"}), {{"STG_ROOT", ""}});
+  ASSERT_TRUE(program.complains("waiting for"));
+  program.interrupt();
+  EXPECT_EQ(program.wait().code, 130);
+}
+
+TEST_F(ClientInterrupted, TakesTheEndOfAServiceForCtrlC) {
+  put("b.kdc", "old");
+  const std::string path = physical("docs", "b.kdc");
+  vu_file index(path.substr(0, path.rfind('/')), "index.dat");
+  index.open(vu_file::o_read);
+  running_program program(line({"rm", "b.kdc", "--yes"}), {{"STG_ROOT", ""}});
+  ASSERT_TRUE(program.complains("waiting for"));
+  program.terminate();
+  EXPECT_EQ(program.wait().code, 130);
+  index.close();
+  EXPECT_EQ(get("b.kdc"), "old");
+}
+
+TEST_F(ClientInterrupted, NamesTheHolderOfALock) {
+  put("b.kdc", "old");
+  const std::string path = physical("docs", "b.kdc");
+  vu_file index(path.substr(0, path.rfind('/')), "index.dat");
+  index.open(vu_file::o_read);
+  const outcome result = change({"rm", "b.kdc", "--lock-timeout", "0.1"});
+  EXPECT_EQ(result.code, 11);
+  EXPECT_NE(result.err.find("process " + std::to_string(::getpid())), std::string::npos)
+      << result.err;
+}
+
+TEST_F(ClientNames, MayBeAnyBytes) {
+  const std::string name = "caf\xe9\x1b[31m.kdc";
+  const std::vector<Json> lines = json({"put", source(name, "x"), "--owner", "\xff", "--yes"});
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[0].at("name"), "caf\xef\xbf\xbd\x1b[31m.kdc");
+  EXPECT_EQ(lines[0].at("name_hex"), "636166e91b5b33316d2e6b6463");
+  EXPECT_EQ(lines[0].at("owner_hex"), "ff");
+  const outcome result = on_tree({"rm", name, "--owner", "\xff", "-n"});
+  EXPECT_EQ(result.code, 0);
+  // Nothing of it reaches a terminal as an escape sequence.
+  EXPECT_EQ(result.out.find('\x1b'), std::string::npos);
+  EXPECT_NE(result.out.find("caf\xef\xbf\xbd\xef\xbf\xbd[31m.kdc"), std::string::npos)
+      << result.out;
+  EXPECT_EQ(on_tree({"get", name, "--owner", "\xff", "-o", "-"}).out, "x");
+}
+
+TEST_F(ClientLinks, AreRefusedInTheTree) {
+  const std::string outside = scratch().path("outside");
+  make_folder(outside);
+  write_file(outside + "\\precious", "p");
+  std::filesystem::create_directory_symlink(shell_path(outside),
+                                            shell_path(storage() + "\\user\\anna"));
+  std::filesystem::create_directory_symlink(shell_path(outside),
+                                            shell_path(storage() + "\\docs\\anna"));
+  const std::string before = snapshot(outside);
+  EXPECT_EQ(change({"put", source("a.kdc", "x")}).code, 1);
+  EXPECT_EQ(change({"put", source("a.kdc", "x"), "--area", "user"}).code, 1);
+  EXPECT_EQ(change({"profile", "set", "a=b"}).code, 12);
+  EXPECT_EQ(on_tree({"user", "remove", "anna", "--yes"}).code, 12);
+  EXPECT_EQ(on_tree({"user", "rename", "anna", "bert", "--yes"}).code, 12);
+  EXPECT_NE(on_tree({"sync", "--yes"}).code, 0);
+  EXPECT_EQ(snapshot(outside), before);
+}
+
+TEST_F(ClientLinks, AreNotPut) {
+  source("a.kdc", "x");
+  std::filesystem::create_symlink("/etc/passwd", shell_path(scratch().path("in\\link.kdc")));
+  const std::vector<Json> lines =
+      json({"put", shell_path(scratch().path("in")), "--owner", "anna", "--yes"}, 5);
+  EXPECT_EQ(lines.back().at("done"), 1);
+  EXPECT_EQ(physical("docs", "link.kdc"), "(no file)");
+}
+
+class ClientInPart : public ClientOnATerminal {};
+
+TEST_F(ClientInPart, SaysWhichOwnersFoldersStayed) {
+  for (const char* const place : {"\\user\\anna", "\\mail\\anna"}) {
+    make_folder(storage() + place);
+    write_file(storage() + place + "\\file", "x");
+  }
+  make_read_only(storage() + "\\user\\anna\\file");
+  const std::vector<Json> lines = json({"user", "remove", "anna", "--yes"}, 5);
+  EXPECT_EQ(lines.back().at("done"), 1);
+  EXPECT_EQ(lines.back().at("failed"), 1);
+  EXPECT_FALSE(folder_exists(storage() + "\\mail\\anna"));
+  EXPECT_TRUE(file_exists(storage() + "\\user\\anna\\file"));
+}
+
+TEST_F(ClientInPart, SaysThatPartsOfADocumentStayed) {
+  put("a.kdc", "x");
+  put("b.kdc", "x");
+  const std::string part = physical("docs", "a.kdc") + "_\\html";
+  make_folder(part);
+  write_file(part + "\\page", "x");
+  make_read_only(part + "\\page");
+  const outcome result = change({"rm", "--match", "*"});
+  EXPECT_EQ(result.code, 5) << result.out;
+  EXPECT_NE(result.err.find("parts"), std::string::npos) << result.err;
+  EXPECT_EQ(physical("docs", "b.kdc"), "(no file)");
+  EXPECT_TRUE(file_exists(part + "\\page"));
+}
+
+TEST_F(ClientNames, HaveTheirExtensionsInLowerCaseOnceTheyAreAdopted) {
+  // Wine takes a renaming that changes only letter case for done.
+  const std::string folder = storage() + "\\user\\anna";
+  make_folder(folder);
+  write_file(folder + "\\Notes.TXT", "n");
+  EXPECT_EQ(actions(json({"sync", "--yes"})), std::vector<std::string>{"adopted Notes.TXT"});
+  EXPECT_EQ(get("Notes.txt", {"--area", "user"}), "n");
+  EXPECT_EQ(on_tree({"sync", "--yes"}).code, 3);
+}

@@ -1,0 +1,309 @@
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "lab/bench/bare.h"
+#include "lab/bench/floor.h"
+#include "lab/bench/literal.h"
+#include "lab/bench/stage.h"
+#include "lab/bench/storage_root.h"
+#include "stg_index.h"
+#include "vu_storage.h"
+
+namespace bench {
+namespace {
+
+using literal::Synchronize;
+
+constexpr auto kJournal = SqliteIndex::Journal::kRollback;
+
+std::string size_text(std::size_t bytes) {
+  return bytes >= (std::size_t{1} << 20U) ? std::to_string(bytes >> 20U) + " MB"
+                                          : std::to_string(bytes >> 10U) + " KB";
+}
+
+// ---- reading -----------------------------------------------------------------------------------
+
+constexpr std::size_t kBucketEntries = 100;
+constexpr std::size_t kAsked = kBucketEntries / 2;
+
+/// A document of a hash bucket, with its folder.
+struct Bucket {
+  Bucket(Stage& stage, std::size_t bytes) : owner("reader" + std::to_string(bytes)) {
+    const StorageRoot& root = StorageRoot::of(stage);
+    folder = std::make_unique<Folder>(root.bucket(owner, logical()), kBucketEntries, ".kdf");
+    put_file(folder->path(folder->file(kAsked)), std::string(bytes, 'd'));
+    area = root.area("docs");
+    const auto fill = [this](const Visit& visit) {
+      for (std::size_t i = 0; i < folder->entries(); ++i) {
+        const std::string file = folder->file(i);
+        visit(folder->logical(i), folder->timestamp(i), file.substr(0, file.rfind('.')));
+      }
+    };
+    sqlite = stage.room(Place::kDisk, "databases") + "/" + owner;
+    SqliteIndex(sqlite).fill(fill);
+    lmdb = sqlite + "-lmdb";
+    LmdbIndex(lmdb).fill(fill);
+    sqlite_open = std::make_unique<SqliteIndex>(sqlite);
+    lmdb_open = std::make_unique<LmdbIndex>(lmdb + "-kept");
+    lmdb_open->fill(fill);
+  }
+
+  static std::string logical() { return "Report 000050.kdf"; }
+  long timestamp() const { return folder->timestamp(kAsked); }
+
+  std::string owner;
+  std::string area;
+  std::unique_ptr<Folder> folder;
+  std::string sqlite;
+  std::string lmdb;
+  std::unique_ptr<SqliteIndex> sqlite_open;
+  std::unique_ptr<LmdbIndex> lmdb_open;
+};
+
+Jobs read_jobs(Stage& stage, std::size_t bytes) {
+  const auto bucket = std::make_shared<Bucket>(stage, bytes);
+  const auto document = std::make_shared<std::string>();
+  const auto expect_all = [document, bytes] {
+    if (document->size() != bytes) bare::broken("a wrong read", "of a document");
+  };
+  const auto read_stored = [bucket, document, expect_all](const std::string& stored) {
+    floor_of::read_document(bucket->folder->path(stored + ".kdf"), *document);
+    expect_all();
+  };
+  Jobs jobs;
+  jobs[Who::kLibrary].run = [bucket, document, expect_all] {
+    vu_storage storage;
+    vu_file file;
+    storage.OpenRead(file, bucket->owner, Bucket::logical(), STG::CorporateRepository,
+                     bucket->timestamp());
+    storage.Read(file, *document, 0);
+    storage.Close(file);
+    expect_all();
+  };
+  jobs[Who::kFloor].run = [bucket, document, expect_all] {
+    std::string physical;
+    if (!bare::entry_exists(bucket->area) || !bare::entry_exists(bucket->folder->path()))
+      bare::broken("no folder", bucket->area);
+    floor_of::exists(bucket->folder->path(), Bucket::logical(), bucket->timestamp(), physical);
+    // How old the document is decides whether it is served.
+    if (bare::modify_time(bucket->folder->path(physical)) == 0)
+      bare::broken("no time of", physical);
+    floor_of::read_document(bucket->folder->path(physical), *document);
+    expect_all();
+  };
+  jobs[Who::kLiteral].run = [bucket, document, expect_all] {
+    std::string physical;
+    literal::exists(bucket->folder->path(), Bucket::logical(), bucket->timestamp(), physical);
+    vu_file file;
+    file.open(bucket->folder->path(), physical, vu_file::o_read);
+    file.read(*document, 0);
+    file.close();
+    expect_all();
+  };
+  const auto by_database = [bucket, read_stored](auto& index) {
+    std::string stored;
+    index.find(Bucket::logical(), bucket->timestamp(), stored);
+    read_stored(stored);
+  };
+  jobs[Who::kSqlitePerOperation].run = [bucket, by_database] {
+    SqliteIndex index(bucket->sqlite);
+    by_database(index);
+  };
+  jobs[Who::kSqliteKeptOpen].run = [bucket, by_database] { by_database(*bucket->sqlite_open); };
+  jobs[Who::kLmdbPerOperation].run = [bucket, by_database] {
+    LmdbIndex index(bucket->lmdb);
+    by_database(index);
+  };
+  jobs[Who::kLmdbKeptOpen].run = [bucket, by_database] { by_database(*bucket->lmdb_open); };
+  return jobs;
+}
+
+// ---- writing -----------------------------------------------------------------------------------
+
+constexpr long kNewTimestamp = 5;
+
+struct Mailbox {
+  Mailbox(Stage& stage, Place place, std::size_t entries)
+      : folder(stage.folder(place, entries)),
+        owner(StorageRoot::of(stage).mailbox(folder, name(place) + std::to_string(entries))),
+        path(StorageRoot::of(stage).area("mail") + "/" + owner),
+        logical(folder.logical(entries / 2)) {
+    logical.insert(logical.rfind('.'), " new");
+  }
+  const Folder& folder;
+  std::string owner;
+  std::string path;
+  std::string logical;
+};
+
+/// The folders on the way to a mailbox are asked for.
+void ask_for_folders(const Mailbox& box, const std::string& area) {
+  if (!bare::entry_exists(area) || !bare::entry_exists(box.path))
+    bare::broken("no mailbox", box.path);
+}
+
+Jobs write_jobs(Stage& stage, Place place, std::size_t entries, std::size_t bytes,
+                Synchronize synchronize) {
+  const auto box = std::make_shared<Mailbox>(stage, place, entries);
+  const auto document = std::make_shared<std::string>(bytes, 'd');
+  const std::string area = StorageRoot::of(stage).area("mail");
+  const auto restore = [box] { box->folder.restore({box->folder.next_file()}); };
+  Jobs jobs;
+  jobs[Who::kLibrary] = {[box, document, on = synchronize == Synchronize::kOn] {
+                           STGIndex::setSynchronizeMode(on);
+                           vu_storage storage;
+                           vu_file file;
+                           storage.OpenWrite(file, box->owner, box->logical, STG::MailRepository,
+                                             true, kNewTimestamp);
+                           storage.Write(file, *document);
+                           storage.Close(file);
+                         },
+                         restore};
+  jobs[Who::kFloor] = {[box, document, area] {
+                         ask_for_folders(*box, area);
+                         const std::string name =
+                             floor_of::create(box->path, box->logical, kNewTimestamp);
+                         floor_of::write_document(box->path + "/" + name, *document);
+                       },
+                       restore};
+  jobs[Who::kLiteral] = {[box, document, synchronize] {
+                           const std::string name =
+                               literal::create(box->path, box->logical, kNewTimestamp, synchronize);
+                           vu_file file;
+                           file.open(box->path, name, vu_file::o_truncate);
+                           file.write(*document);
+                           file.close();
+                         },
+                         restore};
+
+  const auto write = [box, document](auto& index) {
+    const std::string name = index.insert(box->logical, kNewTimestamp) + ".kdb";
+    floor_of::write_document(box->folder.path(name), *document);
+  };
+  const auto unmake = [box](auto& index) {
+    std::string stored;
+    if (!index.find(box->logical, kNewTimestamp, stored)) return;
+    index.erase(box->logical, kNewTimestamp);
+    bare::remove_file(box->folder.path(stored + ".kdb"));
+  };
+  const std::string sqlite = stage.sqlite(place, entries, Purpose::kChanged, kJournal);
+  const std::string lmdb = stage.lmdb(place, entries, Purpose::kChanged);
+  SqliteIndex& sqlite_open = stage.open_sqlite(place, entries, Purpose::kChanged);
+  LmdbIndex& lmdb_open = stage.open_lmdb(place, entries, Purpose::kChanged);
+  const auto per_operation = [](auto work, const std::string& path, auto* kind) {
+    return [work, path, kind] {
+      static_cast<void>(kind);
+      std::remove_pointer_t<decltype(kind)> index(path);
+      work(index);
+    };
+  };
+  SqliteIndex* const by_sqlite = nullptr;
+  LmdbIndex* const by_lmdb = nullptr;
+  jobs[Who::kSqlitePerOperation] = {per_operation(write, sqlite, by_sqlite),
+                                    per_operation(unmake, sqlite, by_sqlite)};
+  jobs[Who::kLmdbPerOperation] = {per_operation(write, lmdb, by_lmdb),
+                                  per_operation(unmake, lmdb, by_lmdb)};
+  jobs[Who::kSqliteKeptOpen] = {[&sqlite_open, write] { write(sqlite_open); },
+                                [&sqlite_open, unmake] { unmake(sqlite_open); }};
+  jobs[Who::kLmdbKeptOpen] = {[&lmdb_open, write] { write(lmdb_open); },
+                              [&lmdb_open, unmake] { unmake(lmdb_open); }};
+  return jobs;
+}
+
+Contest write_contest(Stage& stage, Place place, std::size_t entries, std::size_t bytes,
+                      Synchronize synchronize) {
+  const bool on = synchronize == Synchronize::kOn;
+  Contest contest;
+  contest.workload = std::string("OpenWrite + Write + Close, new, switch ") + (on ? "on" : "off");
+  contest.place = name(place);
+  contest.size = std::to_string(entries) + " entries, " + size_text(bytes);
+  contest.entries = entries;
+  contest.requirements = {at_most(1.3, Who::kFloor)};
+  if (entries == 10000) contest.requirements.push_back(at_least_faster(8, Who::kLiteral));
+  if (entries == 100 && place == Place::kDisk)
+    contest.requirements.push_back(at_most(1, Who::kSqlitePerOperation));
+  contest.prepare = [&stage, place, entries, bytes, synchronize] {
+    return write_jobs(stage, place, entries, bytes, synchronize);
+  };
+  return contest;
+}
+
+// ---- lists -------------------------------------------------------------------------------------
+
+Jobs file_list_jobs(Stage& stage, std::size_t entries) {
+  static_cast<void>(StorageRoot::of(stage));
+  STGIndex::setSynchronizeMode(true);
+  const std::string path = stage.folder(Place::kDisk, entries).path();
+  const auto expect_all = [entries](std::size_t count) {
+    if (count != entries) bare::broken("a wrong list", "of files");
+  };
+  Jobs jobs;
+  jobs[Who::kLibrary].run = [path, expect_all] {
+    std::vector<std::string> physical;
+    expect_all(vu_storage::getFileListFromIndexFile(path, physical, nullptr).size());
+  };
+  jobs[Who::kFloor].run = [path, expect_all] {
+    if (!bare::is_folder(path)) bare::broken("no folder", path);
+    std::vector<std::string> logical;
+    std::vector<std::string> physical;
+    floor_of::file_list(path, logical, physical);
+    expect_all(logical.size());
+  };
+  jobs[Who::kLiteral].run = [path, expect_all] {
+    literal::NameMap out;
+    literal::pl_values(path, out, "", Synchronize::kOn);
+    std::vector<std::string> physical;
+    std::vector<std::string> logical;
+    for (const auto& [file, name] : out) {
+      physical.push_back(file);
+      logical.push_back(name);
+    }
+    expect_all(logical.size());
+  };
+  return jobs;
+}
+
+}  // namespace
+
+std::vector<Contest> documents(Stage& stage) {
+  std::vector<Contest> contests;
+  constexpr std::size_t kDocuments[] = {4096, 65536, std::size_t{4} << 20U};
+  for (const std::size_t bytes : kDocuments) {
+    Contest contest;
+    contest.workload = "OpenRead + Read + Close";
+    contest.place = name(Place::kDisk);
+    contest.size = "100 entries, " + size_text(bytes);
+    contest.entries = kBucketEntries;
+    contest.requirements = {at_most(1.3, Who::kFloor)};
+    contest.prepare = [&stage, bytes] { return read_jobs(stage, bytes); };
+    contests.push_back(std::move(contest));
+  }
+  for (const std::size_t entries : kSizes) {
+    for (const Place place : {Place::kDisk, Place::kMemory}) {
+      // The device makes no difference beside so much work.
+      if (place == Place::kMemory && entries == 100000) continue;
+      for (const Synchronize synchronize : {Synchronize::kOff, Synchronize::kOn}) {
+        for (const std::size_t bytes : kDocuments) {
+          // The size of the document matters beside a small index only.
+          if (bytes != kDocuments[0] && (entries != 100 || synchronize == Synchronize::kOn))
+            continue;
+          contests.push_back(write_contest(stage, place, entries, bytes, synchronize));
+        }
+      }
+    }
+    Contest contest;
+    contest.workload = "getFileListFromIndexFile";
+    contest.place = name(Place::kDisk);
+    contest.size = std::to_string(entries) + " entries";
+    contest.entries = entries;
+    contest.requirements = {at_most(1.3, Who::kFloor)};
+    contest.prepare = [&stage, entries] { return file_list_jobs(stage, entries); };
+    contests.push_back(std::move(contest));
+  }
+  return contests;
+}
+
+}  // namespace bench

@@ -1,0 +1,270 @@
+#include <memory>
+#include <string>
+
+#include "lab/bench/bare.h"
+#include "lab/bench/floor.h"
+#include "lab/bench/literal.h"
+#include "lab/bench/stage.h"
+#include "stg_index.h"
+
+namespace bench {
+namespace {
+
+constexpr auto kJournal = SqliteIndex::Journal::kRollback;
+constexpr Place kPlace = Place::kDisk;
+
+using literal::Synchronize;
+
+void set_switch(Synchronize synchronize) {
+  STGIndex::setSynchronizeMode(synchronize == Synchronize::kOn);
+}
+
+/// Which entry is asked for next.
+using Next = std::shared_ptr<Choice>;
+
+Next choice(const Folder& folder) { return std::make_shared<Choice>(folder.entries()); }
+
+void expect(bool answer, bool expected, const Folder& folder) {
+  if (answer != expected) bare::broken("a wrong answer in", folder.path());
+}
+
+// ---- exists ------------------------------------------------------------------------------------
+
+enum class Sought { kHit, kMiss };
+
+/// Asks about the next entry by @p ask(logical, timestamp), which answers whether it is there.
+template <class Ask>
+Job question(const Folder& folder, Sought sought, Ask ask) {
+  return {[&folder, sought, ask, next = choice(folder)] {
+            const std::size_t entry = next->next();
+            const bool hit = sought == Sought::kHit;
+            const long timestamp = folder.timestamp(entry) - (hit ? 0 : 1);
+            expect(ask(folder.logical(entry), timestamp), hit, folder);
+          },
+          {}};
+}
+
+/// A database answers whether there is such an entry; its file is looked for as well.
+template <class Index>
+bool ask_database(Index& index, const Folder& folder, const std::string& logical, long timestamp) {
+  std::string stored;
+  return index.find(logical, timestamp, stored) &&
+         bare::entry_exists(folder.path() + "/" + stored + ".kdb");
+}
+
+Jobs exists_jobs(Stage& stage, std::size_t entries, Sought sought) {
+  const Folder& folder = stage.folder(kPlace, entries);
+  const std::string path = folder.path();
+  const std::string sqlite = stage.sqlite(kPlace, entries, Purpose::kAsked, kJournal);
+  const std::string lmdb = stage.lmdb(kPlace, entries, Purpose::kAsked);
+  SqliteIndex& open_sqlite = stage.open_sqlite(kPlace, entries, Purpose::kAsked);
+  LmdbIndex& open_lmdb = stage.open_lmdb(kPlace, entries, Purpose::kAsked);
+  Jobs jobs;
+  jobs[Who::kLibrary] =
+      question(folder, sought, [path](const std::string& logical, long timestamp) {
+        std::string physical;
+        return STGIndex::exists(path, logical, timestamp, physical);
+      });
+  jobs[Who::kFloor] = question(folder, sought, [path](const std::string& logical, long timestamp) {
+    std::string physical;
+    return floor_of::exists(path, logical, timestamp, physical);
+  });
+  jobs[Who::kLiteral] =
+      question(folder, sought, [path](const std::string& logical, long timestamp) {
+        std::string physical;
+        return literal::exists(path, logical, timestamp, physical);
+      });
+  jobs[Who::kSqlitePerOperation] =
+      question(folder, sought, [sqlite, &folder](const std::string& logical, long timestamp) {
+        SqliteIndex index(sqlite);
+        return ask_database(index, folder, logical, timestamp);
+      });
+  jobs[Who::kLmdbPerOperation] =
+      question(folder, sought, [lmdb, &folder](const std::string& logical, long timestamp) {
+        LmdbIndex index(lmdb);
+        return ask_database(index, folder, logical, timestamp);
+      });
+  jobs[Who::kSqliteKeptOpen] =
+      question(folder, sought, [&open_sqlite, &folder](const std::string& logical, long timestamp) {
+        return ask_database(open_sqlite, folder, logical, timestamp);
+      });
+  jobs[Who::kLmdbKeptOpen] =
+      question(folder, sought, [&open_lmdb, &folder](const std::string& logical, long timestamp) {
+        return ask_database(open_lmdb, folder, logical, timestamp);
+      });
+  return jobs;
+}
+
+Contest exists_contest(Stage& stage, std::size_t entries, Sought sought) {
+  Contest contest;
+  contest.workload = sought == Sought::kHit ? "exists, hit" : "exists, miss";
+  contest.place = name(kPlace);
+  contest.size = std::to_string(entries) + " entries";
+  contest.entries = entries;
+  contest.requirements = {at_most(1.3, Who::kFloor)};
+  if (entries == 10000) contest.requirements.push_back(at_least_faster(200, Who::kLiteral));
+  if (entries <= 10000) contest.requirements.push_back(at_most(1, Who::kSqlitePerOperation));
+  contest.prepare = [&stage, entries, sought] { return exists_jobs(stage, entries, sought); };
+  return contest;
+}
+
+// ---- lists and latest versions -----------------------------------------------------------------
+
+Job latest_job(const Folder& folder, std::function<long(const std::string&)> ask) {
+  return {[&folder, ask = std::move(ask), next = choice(folder)] {
+            const std::size_t entry = next->next();
+            expect(ask(folder.logical(entry)) == folder.timestamp(entry), true, folder);
+          },
+          {}};
+}
+
+Jobs latest_jobs(Stage& stage, std::size_t entries, Synchronize synchronize) {
+  set_switch(synchronize);
+  const Folder& folder = stage.folder(kPlace, entries);
+  const std::string path = folder.path();
+  const std::string sqlite = stage.sqlite(kPlace, entries, Purpose::kAsked, kJournal);
+  const std::string lmdb = stage.lmdb(kPlace, entries, Purpose::kAsked);
+  SqliteIndex& open_sqlite = stage.open_sqlite(kPlace, entries, Purpose::kAsked);
+  LmdbIndex& open_lmdb = stage.open_lmdb(kPlace, entries, Purpose::kAsked);
+  Jobs jobs;
+  jobs[Who::kLibrary] = latest_job(folder, [path](const std::string& logical) {
+    long latest = 0;
+    STGIndex::lastVersion(path, logical, latest);
+    return latest;
+  });
+  const auto adoption =
+      synchronize == Synchronize::kOn ? floor_of::Adoption::kOn : floor_of::Adoption::kOff;
+  jobs[Who::kFloor] = latest_job(folder, [path, adoption](const std::string& logical) {
+    long latest = 0;
+    floor_of::last_version(path, logical, latest, adoption);
+    return latest;
+  });
+  jobs[Who::kLiteral] = latest_job(folder, [path, synchronize](const std::string& logical) {
+    long latest = 0;
+    literal::last_version(path, logical, latest, synchronize);
+    return latest;
+  });
+  jobs[Who::kSqlitePerOperation] = latest_job(
+      folder, [sqlite](const std::string& logical) { return SqliteIndex(sqlite).latest(logical); });
+  jobs[Who::kLmdbPerOperation] = latest_job(
+      folder, [lmdb](const std::string& logical) { return LmdbIndex(lmdb).latest(logical); });
+  jobs[Who::kSqliteKeptOpen] = latest_job(
+      folder, [&open_sqlite](const std::string& logical) { return open_sqlite.latest(logical); });
+  jobs[Who::kLmdbKeptOpen] = latest_job(
+      folder, [&open_lmdb](const std::string& logical) { return open_lmdb.latest(logical); });
+  return jobs;
+}
+
+using List = std::function<std::size_t()>;
+
+Job list_job(const Folder& folder, List list) {
+  return {[&folder, list = std::move(list)] { expect(list() == folder.entries(), true, folder); },
+          {}};
+}
+
+constexpr const char* kDocumentExtensions = ".kda.kdb.kdc.kdd.kde.kdf.kdg";
+
+Jobs list_jobs(Stage& stage, std::size_t entries, const List& library, const char* extensions,
+               floor_of::List way) {
+  set_switch(Synchronize::kOn);
+  const Folder& folder = stage.folder(kPlace, entries);
+  const std::string path = folder.path();
+  const std::string sqlite = stage.sqlite(kPlace, entries, Purpose::kAsked, kJournal);
+  const std::string lmdb = stage.lmdb(kPlace, entries, Purpose::kAsked);
+  SqliteIndex& open_sqlite = stage.open_sqlite(kPlace, entries, Purpose::kAsked);
+  LmdbIndex& open_lmdb = stage.open_lmdb(kPlace, entries, Purpose::kAsked);
+  // The files of the folder are listed, as everybody has to, to tell which entries count.
+  const auto by_database = [path](auto& index) {
+    bare::NameMap out;
+    bare::list(path);
+    index.all([&](const std::string& logical, long, const std::string& stored) {
+      out.emplace(stored + logical.substr(logical.rfind('.')), logical);
+    });
+    return out.size();
+  };
+  Jobs jobs;
+  jobs[Who::kLibrary] = list_job(folder, library);
+  jobs[Who::kFloor] = list_job(folder, [path, extensions, way] {
+    bare::NameMap out;
+    floor_of::list(path, out, extensions, way);
+    return out.size();
+  });
+  if (way == floor_of::List::kByLogicalName) return jobs;
+  jobs[Who::kLiteral] = list_job(folder, [path, extensions] {
+    bare::NameMap out;
+    literal::pl_values(path, out, extensions, Synchronize::kOn);
+    return out.size();
+  });
+  jobs[Who::kSqlitePerOperation] = list_job(folder, [sqlite, by_database] {
+    SqliteIndex index(sqlite);
+    return by_database(index);
+  });
+  jobs[Who::kLmdbPerOperation] = list_job(folder, [lmdb, by_database] {
+    LmdbIndex index(lmdb);
+    return by_database(index);
+  });
+  jobs[Who::kSqliteKeptOpen] =
+      list_job(folder, [&open_sqlite, by_database] { return by_database(open_sqlite); });
+  jobs[Who::kLmdbKeptOpen] =
+      list_job(folder, [&open_lmdb, by_database] { return by_database(open_lmdb); });
+  return jobs;
+}
+
+Contest question_contest(std::string workload, std::size_t entries, std::function<Jobs()> prepare) {
+  Contest contest;
+  contest.workload = std::move(workload);
+  contest.place = name(kPlace);
+  contest.size = std::to_string(entries) + " entries";
+  contest.entries = entries;
+  contest.requirements = {at_most(1.3, Who::kFloor)};
+  contest.prepare = std::move(prepare);
+  return contest;
+}
+
+void add_latest(std::vector<Contest>& contests, Stage& stage, std::size_t entries) {
+  for (const Synchronize synchronize : {Synchronize::kOff, Synchronize::kOn}) {
+    const bool on = synchronize == Synchronize::kOn;
+    contests.push_back(question_contest(
+        on ? "lastVersion, switch on" : "lastVersion, switch off", entries,
+        [&stage, entries, synchronize] { return latest_jobs(stage, entries, synchronize); }));
+  }
+}
+
+using ListOperation = void (*)(const std::string& folder, STGIndex::NameMap& out);
+
+void add_list(std::vector<Contest>& contests, Stage& stage, std::size_t entries,
+              const char* workload, ListOperation operation, const char* extensions,
+              floor_of::List way) {
+  contests.push_back(
+      question_contest(workload, entries, [&stage, entries, operation, extensions, way] {
+        const std::string path = stage.folder(kPlace, entries).path();
+        return list_jobs(
+            stage, entries,
+            [path, operation] {
+              STGIndex::NameMap out;
+              operation(path, out);
+              return out.size();
+            },
+            extensions, way);
+      }));
+}
+
+}  // namespace
+
+std::vector<Contest> index_questions(Stage& stage) {
+  std::vector<Contest> contests;
+  for (const std::size_t entries : kSizes) {
+    contests.push_back(exists_contest(stage, entries, Sought::kHit));
+    contests.push_back(exists_contest(stage, entries, Sought::kMiss));
+    add_latest(contests, stage, entries);
+    constexpr auto kPhysical = floor_of::List::kByPhysicalName;
+    constexpr auto kLogical = floor_of::List::kByLogicalName;
+    add_list(contests, stage, entries, "plValues", &STGIndex::plValues, "", kPhysical);
+    add_list(contests, stage, entries, "getVUDocs", &STGIndex::getVUDocs, kDocumentExtensions,
+             kPhysical);
+    add_list(contests, stage, entries, "lpValues", &STGIndex::lpValues, "", kLogical);
+  }
+  return contests;
+}
+
+}  // namespace bench

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "lab/bench/databases.h"
+#include "lab/bench/folder.h"
+#include "lab/bench/harness.h"
+
+namespace bench {
+
+enum class Place { kDisk, kMemory };
+const char* name(Place place);
+
+/// Databases that are only asked keep what they were filled with.
+enum class Purpose { kAsked, kChanged };
+
+/// What the workloads work on: folders and databases of so many entries in either place, made when
+/// first asked for.
+class Stage {
+ public:
+  /// @p disk and @p memory are folders for the trees; what is made below them goes in the end.
+  /// @p largest is the largest number of entries of a folder.
+  Stage(std::string disk, std::string memory, std::size_t largest);
+  ~Stage();
+  Stage(const Stage&) = delete;
+  Stage& operator=(const Stage&) = delete;
+
+  std::size_t largest() const { return m_largest; }
+  /// A folder below the place for one workload's own files.
+  std::string room(Place place, const std::string& name);
+  Folder& folder(Place place, std::size_t entries);
+  /// Paths of databases with the entries of folder().
+  std::string sqlite(Place place, std::size_t entries, Purpose purpose,
+                     SqliteIndex::Journal journal);
+  std::string lmdb(Place place, std::size_t entries, Purpose purpose);
+  SqliteIndex& open_sqlite(Place place, std::size_t entries, Purpose purpose);
+  LmdbIndex& open_lmdb(Place place, std::size_t entries, Purpose purpose);
+
+ private:
+  std::string database(Place place, std::size_t entries, Purpose purpose, const char* kind);
+
+  using Key = std::pair<Place, std::size_t>;
+  using Open = std::pair<Key, Purpose>;
+  std::map<Place, std::string> m_roots;
+  std::size_t m_largest;
+  std::map<Key, std::unique_ptr<Folder>> m_folders;
+  std::map<Open, std::unique_ptr<SqliteIndex>> m_sqlite;
+  std::map<Open, std::unique_ptr<LmdbIndex>> m_lmdb;
+};
+
+inline constexpr std::size_t kSizes[] = {100, 1000, 10000, 100000};
+
+// Each file of workloads gives its contests, the small ones first.
+std::vector<Contest> index_questions(Stage& stage);
+std::vector<Contest> index_changes(Stage& stage);
+std::vector<Contest> cleaning(Stage& stage);
+std::vector<Contest> documents(Stage& stage);
+std::vector<Contest> key_files(Stage& stage);
+std::vector<Contest> copies(Stage& stage);
+
+}  // namespace bench

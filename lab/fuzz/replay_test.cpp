@@ -1,0 +1,83 @@
+// The committed inputs of the fuzz targets, run once each without a fuzzer.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "lab/fuzz/target.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// The bytes that a line of a corpus stands for: "\n", "\r", "\t", "\\" and "\xHH" as in C++, all
+/// else as it is.
+std::string bytes_of(const std::string& line) {
+  std::string bytes;
+  for (std::size_t at = 0; at < line.size(); ++at) {
+    if (line[at] != '\\') {
+      bytes += line[at];
+      continue;
+    }
+    const char kind = line.at(++at);
+    if (kind == 'x') {
+      bytes += static_cast<char>(std::stoi(line.substr(at + 1, 2), nullptr, 16));
+      at += 2;
+    } else {
+      bytes += kind == 'n' ? '\n' : kind == 'r' ? '\r' : kind == 't' ? '\t' : kind;
+    }
+  }
+  return bytes;
+}
+
+/// An input each line, but for those that begin with "#".
+std::vector<std::string> lines_of(const std::string& target) {
+  std::ifstream in(fs::path(VU_FUZZ_CORPUS) / (target + ".txt"));
+  EXPECT_TRUE(in.good()) << target;
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(in, line);) {
+    if (line.empty() || line[0] != '#') lines.push_back(line);
+  }
+  return lines;
+}
+
+class FuzzCorpus : public testing::TestWithParam<fuzz::Target> {};
+
+TEST_P(FuzzCorpus, HoldsNoFinding) {
+  const fuzz::Target target = GetParam();
+  const std::vector<std::string> lines = lines_of(target.name);
+  ASSERT_FALSE(lines.empty());
+  for (const std::string& each : lines) {
+    SCOPED_TRACE(each);
+    EXPECT_NO_THROW(target.function(bytes_of(each)));
+  }
+  // The least that there is.
+  EXPECT_NO_THROW(target.function(""));
+}
+
+INSTANTIATE_TEST_SUITE_P(Targets, FuzzCorpus, testing::ValuesIn(fuzz::targets()),
+                         [](const testing::TestParamInfo<fuzz::Target>& target) {
+                           std::string name = target.param.name;
+                           std::replace(name.begin(), name.end(), '-', '_');
+                           return name;
+                         });
+
+TEST(FuzzCorpusLine, StandsForBytes) {
+  EXPECT_EQ(bytes_of(""), "");
+  EXPECT_EQ(bytes_of("a\\n\\r\\t\\\\x\\x00\\xffb"), std::string("a\n\r\t\\x\0\xff"
+                                                                "b",
+                                                                9));
+}
+
+TEST(FuzzTarget, ThatFindsSomethingSaysSo) {
+  EXPECT_THROW(fuzz::require(false, "never"), fuzz::Finding);
+  EXPECT_THROW(fuzz::require_equal("a", "b", "letters"), fuzz::Finding);
+  EXPECT_NO_THROW(fuzz::require_equal("a", "a", "letters"));
+}
+
+}  // namespace

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+#include "lab/meetings/deeds.h"
+
+/// @file
+/// What the client does by itself, without an operation of the library: each under the lock of the
+/// index, for which it asks again and again. (Its rm and mv are operations of the library.)
+///
+/// What it looks at it asks the system for on ways of its own, which no conductor sees: that is
+/// done at once with the call before. So nothing is known of what those calls touch.
+namespace meetings {
+
+std::string client_put(const Cast& cast);
+std::string client_restore(const Cast& cast);
+std::string client_repair(const Cast& cast);
+
+}  // namespace meetings

@@ -1,0 +1,290 @@
+// The index of a folder: loading, adopting, naming, changing, merging and saving.
+
+#include "lab/model/world.h"
+
+#include <cstdio>
+
+namespace model {
+
+bool World::valid_line(const std::string& folder, const std::string& key,
+                       const std::string& stored) {
+  // Too short to be a key: skipped like a line whose file is gone.
+  if (key.size() < 11) return false;
+  if (tree.exists(folder + "\\" + stored)) return true;
+  return tree.exists(folder + "\\" + stored + extension_with_dot(logical_of(key)));
+}
+
+void World::string_to_maps(const std::string& folder, const std::string& text, Map& lp, Map& pl) {
+  for (const auto& [key, stored] : index_pairs(text)) {
+    if (!valid_line(folder, key, stored)) continue;
+    if (planted == Planted::kLastLineWins) lp.erase(key);
+    lp.insert({key, stored});
+    pl.insert({stored, key});
+  }
+}
+
+// ---- loading -------------------------------------------------------------------------------
+
+Index::Index(World& world, const std::string& folder) : m_world(world), m_folder(folder) {
+  if (!world.tree.is_folder(folder))
+    world.error("STGIndex::STGIndex() : the folder " + folder + " doesn't exist !!!");
+  if (world.tree.exists(folder + "\\index.dat"))
+    world.string_to_maps(folder, world.read_whole(folder, "index.dat"), lp, pl);
+  if (world.synchronises) adopt_unknown();
+}
+
+void Index::adopt_unknown() {
+  Names unknown;
+  for (const std::string& name : m_world.tree.names(m_folder)) {
+    if (m_world.tree.is_folder(m_folder + "\\" + name)) continue;
+    if (name == "index.dat" || name == "index") continue;
+    if (!already_in_maps(name)) unknown.push_back(name);
+  }
+  // With several the order decides: one may make another known.
+  if (unknown.size() > 1) {
+    unknown.clear();
+    for (const std::string& name : m_world.tree.names_in_order(m_folder)) {
+      if (!m_world.tree.is_folder(m_folder + "\\" + name) && name != "index.dat" && name != "index")
+        unknown.push_back(name);
+    }
+  }
+  try {
+    for (const std::string& name : unknown) {
+      if (!already_in_maps(name)) adopt(name);
+    }
+  } catch (const FileError& failed) {
+    m_world.error("synchronizeToFolder : " + failed.text);
+  }
+}
+
+bool Index::already_in_maps(const std::string& name) const {
+  const auto found = pl.find(name);
+  if (found != pl.end() && stamp_of(found->second) == 0 && logical_of(found->second) == name)
+    return true;
+  const std::string tail = extension_with_dot(name);
+  return pl.count(name.substr(0, name.size() - tail.size())) != 0;
+}
+
+void Index::adopt(const std::string& found) {
+  std::string name = found;
+  if (name.find('.') != std::string::npos) {
+    name = with_small_extension(name);
+    if (m_world.planted == Planted::kLowercaseWholeName) {
+      for (char& c : name) {
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+      }
+    }
+    if (!m_world.tree.rename(m_folder + "\\" + found, m_folder + "\\" + name)) name = found;
+  }
+  const std::string its_key = key(name, 0);
+  std::string physical = name;
+  if (lp.count(its_key) != 0) physical = lp[its_key];
+  lp.insert({its_key, physical});
+  pl.insert({physical, its_key});
+  m_world.chmod(m_folder + "\\" + physical);
+  needs_update = true;
+}
+
+// ---- changing ------------------------------------------------------------------------------
+
+bool Index::contains(const std::string& logical, std::int32_t stamp) const {
+  return lp.count(key(logical, stamp)) != 0;
+}
+
+std::string Index::new_name() {
+  File counter(m_world, m_folder, "index");
+  std::string content;
+  try {
+    counter.open(Mode::kAppend);
+    counter.read(content, 0);
+  } catch (const FileError&) {
+    m_world.error("STGIndex::newIndex : return 99999999");
+    return "99999999";
+  }
+  if (content.empty()) content = "00000000";
+  long long n = number(content);
+  std::string name;
+  for (;;) {
+    if (n > 2147483647LL) n = -2147483648LL;
+    if (n < 0) {
+      name = "00000000";
+      break;
+    }
+    n += m_world.planted == Planted::kCounterSkipsTwo ? 2 : 1;
+    if (n > 2147483647LL) continue;
+    char digits[24];
+    std::snprintf(digits, sizeof digits, "%08lld", n);
+    name = digits;
+    if (pl.count(name) == 0 && !goes(name)) break;
+  }
+  counter.clear();
+  counter.write(name);
+  return name;
+}
+
+std::string Index::create(const std::string& logical, std::int32_t stamp) {
+  const std::string its_key = key(logical, stamp);
+  if (lp.count(its_key) == 0) {
+    const std::string drawn = new_name();
+    lp.insert({its_key, drawn});
+    pl.insert({drawn, its_key});
+  }
+  const std::string name = lp[its_key] + extension_with_dot(logical);
+  if (!m_world.tree.exists(m_folder + "\\" + name)) {
+    File file(m_world, m_folder, name);
+    file.open(Mode::kAppend);
+  }
+  needs_update = true;
+  return name;
+}
+
+void Index::remove(const std::string& logical, std::int32_t stamp) {
+  const std::string its_key = key(logical, stamp);
+  if (lp.count(its_key) == 0) return;
+  const std::string physical = lp[its_key];
+  const std::string path = m_folder + "\\" + file_of(its_key, physical);
+  lp.erase(its_key);
+  pl.erase(physical);
+  if (m_world.tree.exists(path)) {
+    m_world.chmod(path);
+    m_world.remove(path);
+    if (m_world.tree.exists(path)) m_world.error("STGIndex: removal of file failed: " + path);
+  }
+  needs_update = true;
+}
+
+/// Whether a drawn name is that of a file that goes.
+bool Index::goes(const std::string& name) const {
+  for (const auto& [file, is_error] : m_going) {
+    if (file == name || file.rfind(name + ".", 0) == 0) return true;
+  }
+  return false;
+}
+
+/// Whether the file of an entry is that of another one, too.
+bool Index::is_anothers(const std::string& its_key, const std::string& stored) const {
+  for (const std::string& name : {stored, file_of(its_key, stored)}) {
+    const auto found = pl.find(name);
+    if (found != pl.end() && found->second != its_key) return true;
+  }
+  return false;
+}
+
+/// Takes back what create() did for a rename.
+void Index::take_back(const std::string& its_key, bool removes_file) {
+  const std::string stored = lp[its_key];
+  lp.erase(its_key);
+  const auto found = pl.find(stored);
+  if (found != pl.end() && found->second == its_key) pl.erase(found);
+  const std::string path = m_folder + "\\" + file_of(its_key, stored);
+  if (!removes_file || is_anothers(its_key, stored) || !m_world.tree.exists(path)) return;
+  m_world.chmod(path);
+  m_world.remove(path);
+  if (m_world.tree.exists(path)) m_world.error("STGIndex: removal of file failed: " + path);
+}
+
+bool Index::rename(const std::string& old_logical, std::int32_t old_stamp,
+                   const std::string& new_logical, std::int32_t new_stamp) {
+  if (!contains(old_logical, old_stamp)) return true;
+  const std::string old_key = key(old_logical, old_stamp);
+  const std::string new_key = key(new_logical, new_stamp);
+  const std::string old_file = file_of(old_key, lp[old_key]);
+  m_going.insert({old_file, false});
+  std::string replaced;
+  std::string replaced_file;
+  const bool replaces = contains(new_logical, new_stamp);
+  if (replaces) {
+    replaced = lp[new_key];
+    replaced_file = file_of(new_key, replaced);
+    m_going.insert({replaced_file, true});
+    lp.erase(new_key);
+    pl.erase(replaced);
+  }
+  const std::string new_file = create(new_logical, new_stamp);
+  const std::string old_path = m_folder + "\\" + old_file;
+  const bool is_free = new_file != replaced_file && !is_anothers(new_key, lp[new_key]);
+  if (!is_free || !m_world.copy_file(old_path, m_folder + "\\" + new_file, true)) {
+    // Nothing is lost: what was there stays, the new entry goes.
+    m_world.error("STGIndex: rename: copy failed: " + old_path);
+    m_going.erase(old_file);
+    m_going.erase(replaced_file);
+    take_back(new_key, new_file != replaced_file);
+    if (replaces) {
+      lp.insert({new_key, replaced});
+      pl.insert({replaced, new_key});
+    }
+    return false;
+  }
+  needs_update = true;
+  return true;
+}
+
+// ---- saving --------------------------------------------------------------------------------
+
+void Index::let_go() {
+  if (needs_update) merge_and_save();
+}
+
+/// As the folder will be when the files that go have gone.
+bool Index::is_valid(const std::string& its_key, const std::string& stored) const {
+  if (its_key.size() < 11) return false;
+  for (const std::string& name : {stored, stored + extension_with_dot(logical_of(its_key))}) {
+    if (m_going.count(name) == 0 && m_world.tree.exists(m_folder + "\\" + name)) return true;
+  }
+  return false;
+}
+
+/// False when a file stays: its lines count again.
+bool Index::remove_what_goes() {
+  bool all_gone = true;
+  for (const auto& [file, is_error] : m_going) {
+    const std::string path = m_folder + "\\" + file;
+    m_world.chmod(path);
+    m_world.remove(path);
+    if (!m_world.tree.exists(path)) continue;
+    if (is_error) m_world.error("STGIndex: removal of file failed: " + path);
+    all_gone = false;
+  }
+  m_going.clear();
+  return all_gone;
+}
+
+void Index::merge_and_save() {
+  File file(m_world, m_folder, "index.dat");
+  try {
+    file.open(Mode::kAppend);
+  } catch (const FileError&) {
+    return;  // a warning; the index on disk stays as it was
+  }
+  std::string text;
+  file.read(text, 0);
+  Map disk_lp;
+  for (const auto& [its_key, stored] : index_pairs(text)) {
+    if (!is_valid(its_key, stored)) continue;
+    if (m_world.planted == Planted::kLastLineWins) disk_lp.erase(its_key);
+    disk_lp.insert({its_key, stored});
+  }
+  for (const auto& [its_key, stored] : disk_lp) {
+    const auto mine = lp.find(its_key);
+    if (mine != lp.end()) {
+      // A line of mine whose file is gone does not keep out one whose file is there.
+      if (mine->second == stored || is_valid(its_key, mine->second)) continue;
+      pl.erase(mine->second);
+      lp.erase(mine);
+    }
+    lp.insert({its_key, stored});
+    pl.insert({stored, its_key});
+  }
+  Map valid;
+  for (const auto& [its_key, stored] : lp) {
+    if (is_valid(its_key, stored)) valid.insert({its_key, stored});
+  }
+  std::string saved = index_text(valid);
+  if (m_world.planted == Planted::kEmptyIndexIsEmpty && valid.empty()) saved = "";
+  file.clear();
+  file.write(saved);
+  file.close();
+  if (!remove_what_goes()) merge_and_save();
+}
+
+}  // namespace model

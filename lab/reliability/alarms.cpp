@@ -1,0 +1,240 @@
+// Every public operation under an alarm: alone, and while somebody else holds a lock that it needs.
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "lab/reliability/machine.h"
+#include "lab/reliability/operations.h"
+#include "lab/reliability/reliability.h"
+#include "stg_index.h"
+#include "tests/support/process.h"
+#include "tests/support/scratch.h"
+#include "vu_file_except.h"
+#include "vu_storage.h"
+
+namespace reliability {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::chrono::seconds kAlarm = 5s;
+
+// ---- the helpers --------------------------------------------------------------------------------
+
+/// args: a root; "on" or "off" for the synchronisation. Calls the operations it is told by number,
+/// each under the alarm.
+int operations_caller(const std::vector<std::string>& args) {
+  const Place place{args.at(0), args.at(1) == "on"};
+  vu_storage::initRootStorage(place.root, true, place.synchronize);
+  say("ready");
+  while (const std::optional<std::string> line = hear()) {
+    const PublicOperation& operation = public_operations().at(std::stoul(*line));
+    const test_alarm alarm(operation.name, kAlarm);
+    try {
+      operation.call(place);
+      say("done");
+    } catch (const vu_file_except& e) {
+      say("exception " + e.what());
+    }
+  }
+  return 0;
+}
+REGISTER_ROLE(operations_caller, operations_caller)
+
+/// args: a file; "read" or "write". Holds it until it hears a line.
+int lock_holder(const std::vector<std::string>& args) {
+  vu_file file(args.at(0));
+  file.open(args.at(1) == "read" ? vu_file::o_read : vu_file::o_write);
+  say(file.is_locked() ? "locked" : "not locked");
+  hear();
+  file.close();
+  return 0;
+}
+REGISTER_ROLE(lock_holder, lock_holder)
+
+// ---- the parent's side --------------------------------------------------------------------------
+
+struct Holder {
+  const char* what;
+  const char* file;  ///< in the folder
+  const char* mode;
+  unsigned blocks;  ///< whom it blocks
+};
+constexpr Holder kHolders[] = {
+    {"index.dat held by a writer", "index.dat", "write", kForIndexWriter},
+    {"index.dat held by a reader", "index.dat", "read", kForIndexReader},
+    {"the counter held by a writer", "index", "write", kForCounter},
+    {"the document held by a writer", "00000001.kdb", "write", kForDocument},
+};
+
+class Alarms {
+ public:
+  explicit Alarms(Run& run) : m_run(run) {}
+
+  void run() {
+    for (const bool synchronize : {true, false}) {
+      for (const Situation situation :
+           {Situation::kStrays, Situation::kTidy, Situation::kNoIndex}) {
+        call_alone(synchronize, situation);
+      }
+    }
+    for (const Holder& holder : kHolders) call_beside(holder);
+    m_run.figure("operations", public_operations().size());
+    m_run.figure("calls that waited for a stopped holder and went on after its end", m_waited);
+    m_run.figure("calls that had nothing to wait for", m_not_waited);
+  }
+
+ private:
+  std::string root() const { return m_scratch.path("root"); }
+
+  void start(bool synchronize) {
+    m_caller = std::make_unique<child_process>(
+        "operations_caller", std::vector<std::string>{root(), synchronize ? "on" : "off"},
+        std::map<std::string, std::string>{{"VU_TEST_ALARM", "3000"}});
+    if (m_caller->next_line() != "ready") m_run.fail("the helper does not start");
+  }
+
+  /// Whether the operation that was begun ends.
+  bool ends(const std::string& what) {
+    const auto answer = m_caller->next_line(kAlarm + 5s);
+    if (answer) return true;
+    const auto code = m_caller->wait(10s);
+    m_run.fail(what + (code == test_alarm::kExitCode ? " did not end" : " broke off"));
+    m_caller.reset();
+    return false;
+  }
+
+  void call_alone(bool synchronize, Situation situation) {
+    const Place place{root(), synchronize};
+    for (std::size_t i = 0; i < public_operations().size() && m_run.goes_on(); ++i) {
+      prepare(place, situation);
+      if (m_caller == nullptr) start(synchronize);
+      m_caller->tell(std::to_string(i));
+      ends(public_operations()[i].name + ", " + name_of(situation));
+      m_run.counted(1);
+    }
+    m_caller.reset();
+  }
+
+  void call_beside(const Holder& holder) {
+    for (std::size_t i = 0; i < public_operations().size() && m_run.goes_on(); ++i) {
+      prepare({root(), false}, Situation::kTidy);
+      if (m_caller == nullptr) start(false);
+      call_beside(holder, i);
+      m_run.counted(1);
+    }
+    m_caller.reset();
+  }
+
+  void call_beside(const Holder& holder, std::size_t number) {
+    const PublicOperation& operation = public_operations()[number];
+    const std::string what = operation.name + ", " + holder.what;
+    const Place place{root(), false};
+    child_process other("lock_holder", {place.folder() + "\\" + holder.file, holder.mode});
+    if (other.next_line() != "locked") return m_run.fail("the holder gets no lock");
+    machine::stop(other);
+    m_caller->tell(std::to_string(number));
+    if ((operation.waits & holder.blocks) == 0) {
+      ++m_not_waited;
+      ends(what + ", for which it need not wait,");
+    } else if (!m_caller->stays_silent(100ms)) {
+      m_run.fail(what + ": does not wait");
+      m_caller.reset();
+    } else {
+      ++m_waited;
+      if (m_waited % 2 == 0) {
+        other.kill();
+      } else {
+        machine::resume(other);
+        other.tell("");
+      }
+      ends(what + ", after that one's end");
+    }
+    other.kill();
+    other.wait();
+  }
+
+  Run& m_run;
+  const scratch_folder m_scratch;
+  std::unique_ptr<child_process> m_caller;
+  std::uint64_t m_waited = 0;
+  std::uint64_t m_not_waited = 0;
+};
+
+/// The public members that a header declares, "class::member".
+std::set<std::string> declared_in(const std::string& header, const std::string& class_name) {
+  std::string text = std::regex_replace(read_file(header), std::regex("//[^\n]*"), "");
+  text.erase(0, text.find("class VU_STORAGE_API " + class_name + " "));
+  text.erase(std::min({text.find(" private:"), text.find(" protected:"), text.size()}));
+  std::set<std::string> members;
+  const std::regex call("([A-Za-z_][A-Za-z_0-9]*)\\(");
+  for (std::sregex_iterator it(text.begin(), text.end(), call), end; it != end; ++it) {
+    const std::string member = (*it)[1];
+    if (member != "noexcept") members.insert(class_name + "::" + member);
+  }
+  return members;
+}
+
+/// A member that is in no list would never be tried.
+void check_that_all_are_listed(Run& run) {
+  std::set<std::string> listed;
+  for (const PublicOperation& each : public_operations()) {
+    listed.insert(each.name.substr(0, each.name.find(' ')));
+  }
+  const std::string include = VU_INCLUDE_FOLDER;
+  const std::pair<const char*, const char*> classes[] = {{"stg_index.h", "STGIndex"},
+                                                         {"vu_storage.h", "vu_storage"},
+                                                         {"vu_file.h", "vu_file"},
+                                                         {"vu_fileutf8.h", "vu_fileutf8"}};
+  std::size_t found = 0;
+  for (const auto& [header, class_name] : classes) {
+    for (const std::string& each : declared_in(include + "/" + header, class_name)) {
+      ++found;
+      // An index has no public constructor but that for copies.
+      if (each != "STGIndex::STGIndex" && listed.count(each) == 0) {
+        run.fail("never tried: " + each);
+      }
+    }
+  }
+  run.figure("members that the headers declare", found);
+}
+
+void alarms(Run& run) {
+  if (machine::sees_the_sources()) check_that_all_are_listed(run);
+  Alarms(run).run();
+}
+REGISTER_SUITE(alarms, "alarms", "no operation waits for itself, nor for a holder that has gone",
+               "calls", 0, Scratch::kMemory)
+
+/// A caller that does wait for itself. Passes when the alarm tells.
+int waits_for_itself(const std::vector<std::string>& args) {
+  const test_alarm alarm("one that waits for itself", 1s);
+  vu_file reader(args.at(0));
+  reader.open(vu_file::o_read);
+  vu_file writer(args.at(0));
+  writer.open(vu_file::o_write);
+  return 0;
+}
+REGISTER_ROLE(waits_for_itself, waits_for_itself)
+
+void alarms_noticed(Run& run) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "text");
+  while (run.goes_on()) {
+    child_process child("waits_for_itself", {scratch.path("file")});
+    if (child.wait() != test_alarm::kExitCode) run.fail("the alarm did not tell");
+    run.counted(1);
+  }
+}
+REGISTER_SUITE(alarms_noticed, "alarms-noticed", "an operation that waits for itself is found",
+               "calls", 1, Scratch::kMemory)
+
+}  // namespace
+}  // namespace reliability

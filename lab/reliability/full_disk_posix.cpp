@@ -1,0 +1,431 @@
+// Operations on a disk that is full, or nearly so: a small file system in memory, mounted for this
+// process alone.
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "lab/reliability/folder_state.h"
+#include "lab/reliability/kill_model.h"
+#include "lab/reliability/reliability.h"
+#include "stg_index.h"
+#include "tests/support/process.h"
+#include "tests/support/recording_sink.h"
+#include "tests/support/scratch.h"
+#include "tests/support/storage_peer.h"
+#include "vu_file_except.h"
+#include "vu_storage.h"
+
+namespace reliability {
+namespace {
+
+constexpr std::size_t kPage = 4096;
+constexpr std::size_t kSteps = 17;  // 0 to 64 KB
+
+/// A small disk. It is gone with the process, however that ends: nobody else sees the mount.
+class SmallDisk {
+ public:
+  SmallDisk() {
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("tmpfs", path().c_str(), "tmpfs", 0, "size=3m,mode=0777") != 0) {
+      m_refusal = std::strerror(errno);
+    }
+  }
+  ~SmallDisk() {
+    if (m_refusal.empty()) ::umount2(path().c_str(), MNT_DETACH);
+  }
+  SmallDisk(const SmallDisk&) = delete;
+  SmallDisk& operator=(const SmallDisk&) = delete;
+
+  /// Empty when the disk is there.
+  const std::string& refusal() const { return m_refusal; }
+  std::string path() const { return native(m_scratch.path()).string(); }
+
+ private:
+  scratch_folder m_scratch;
+  std::string m_refusal;
+};
+
+/// A file that takes what is free, but for a given rest.
+class Ballast {
+ public:
+  Ballast(const std::string& path, std::size_t leave) : m_path(path) {
+    m_file = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    take_all();
+    const ::off_t size = ::lseek(m_file, 0, SEEK_END);
+    if (::ftruncate(m_file, size - static_cast<::off_t>(leave)) != 0) m_file = -1;
+  }
+  ~Ballast() {
+    stop();
+    ::close(m_file);
+    ::unlink(m_path.c_str());
+  }
+  Ballast(const Ballast&) = delete;
+  Ballast& operator=(const Ballast&) = delete;
+
+  /// Takes what is or becomes free, page by page, until stop().
+  void go_on(unsigned pause) {
+    m_thread = std::thread([this, pause] {
+      while (!m_stop) {
+        take_page();
+        if (pause != 0) ::usleep(pause);
+      }
+    });
+  }
+  void stop() {
+    m_stop = true;
+    if (m_thread.joinable()) m_thread.join();
+  }
+
+ private:
+  bool take_page() {
+    static const std::string page(kPage, 'x');
+    return ::pwrite(m_file, page.data(), page.size(), ::lseek(m_file, 0, SEEK_END)) ==
+           static_cast<::ssize_t>(kPage);
+  }
+  void take_all() {
+    while (take_page()) {
+    }
+  }
+
+  const std::string m_path;
+  int m_file = -1;
+  std::thread m_thread;
+  std::atomic<bool> m_stop = false;
+};
+
+/// What an operation did to a folder.
+struct Seen {
+  FolderState before;
+  FolderState after;
+  std::vector<std::string> errors;
+  std::string answer;
+
+  bool says(const std::string& text) const {
+    return std::any_of(errors.begin(), errors.end(), [&](const std::string& each) {
+      return each.find(text) != std::string::npos;
+    });
+  }
+};
+
+class FullDisk {
+ public:
+  FullDisk(Run& run, const std::string& root) : m_run(run), m_root(root), m_storage(root) {}
+
+  void run() {
+    const std::size_t sizes[] = {2000, 20'000, 300'000};
+    std::uint64_t part = 0;
+    for (const std::size_t index_size : sizes) {
+      fill(index_size);
+      part += m_run.wanted() / std::size(sizes);
+      // Every step once; with a count as many as it allows, wherever they fall.
+      for (std::size_t step = 0; m_run.goes_on(); ++step) {
+        if (m_run.wanted() == 0 ? step == kSteps : m_run.reached() >= part) break;
+        const std::size_t pages = m_run.wanted() == 0 ? step : m_run.below(kSteps);
+        for (const bool other_writer : {false, true}) one_step(pages * kPage, other_writer);
+      }
+      empty();
+    }
+    m_run.figure("saves that found no room and left the old text", m_old);
+    m_run.figure("saves that were complete", m_new);
+    m_run.figure("documents and key files cut short, and traced so", m_cut);
+    m_run.figure("renames that found no room and left everything", m_not_renamed);
+  }
+
+ private:
+  std::string folder() const { return m_root + "\\storage\\user\\owner"; }
+
+  void fill(std::size_t index_size) {
+    make_folder(folder());
+    Lines lines;
+    std::size_t size = 0;
+    m_counter = 0;
+    while (size < index_size) {
+      const std::string name =
+          "n" + std::to_string(1000 + m_counter) + std::string(index_size / 2000, 'x') + ".kdb";
+      char stored[16];
+      std::snprintf(stored, sizeof stored, "%08d", ++m_counter);
+      lines.emplace(key_for(name, 0), stored);
+      write_file(folder() + "\\" + stored + ".kdb", m_counter <= 20 ? text_number(1, 3000) : "");
+      size += name.size() + 21;
+    }
+    char counter[16];
+    std::snprintf(counter, sizeof counter, "%08d", m_counter);
+    write_file(folder() + "\\index", counter);
+    write_file(folder() + "\\index.dat", index_text_of(lines));
+  }
+  void empty() { std::filesystem::remove_all(native(folder())); }
+
+  Seen see(std::size_t leave, bool other_writer, const std::function<std::string()>& operation) {
+    Seen seen;
+    seen.before = look_at(folder());
+    {
+      Ballast ballast(native(m_root + "\\ballast").string(), leave);
+      if (other_writer) ballast.go_on(static_cast<unsigned>(m_run.below(60)));
+      const recording_sink sink;
+      try {
+        seen.answer = operation();
+      } catch (const vu_file_except& e) {
+        seen.answer = "exception " + e.what();
+      }
+      seen.errors = sink.events(vu_host::trace_event::error);
+      ballast.stop();
+      seen.after = look_at(folder());
+    }
+    m_run.counted(1);
+    return seen;
+  }
+
+  void one_step(std::size_t leave, bool other_writer) {
+    const std::string what =
+        std::to_string(leave) + " bytes free" + (other_writer ? ", another writer" : "") + ": ";
+    create(what,
+           see(leave, other_writer, [&] { return STGIndex::create(folder(), new_name(), 0); }));
+    adopt(what, leave, other_writer);
+    rename(what, leave, other_writer);
+    remove(what, leave, other_writer);
+    write(what, leave, other_writer);
+    save_keys(what, leave, other_writer);
+    first_create(what, leave, other_writer);
+    next_operation_works(what);
+  }
+
+  std::string new_name() {
+    m_name = "m" + std::to_string(++m_names) + std::string(50, 'y') + ".kdb";
+    return m_name;
+  }
+
+  void wrong(const std::string& what) { m_run.fail(what); }
+
+  /// Whatever an operation on @p key did: all other lines are what they were.
+  void expect_others(const std::string& what, const Seen& seen, const std::set<std::string>& keys) {
+    if (seen.after.index_text.empty()) wrong(what + "the index is empty");
+    for (const auto& [key, stored] : seen.before.lines) {
+      if (keys.count(key) != 0) continue;
+      const auto line = seen.after.lines.find(key);
+      if (line == seen.after.lines.end()) {
+        wrong(what + "lost " + key);
+      } else if (line->second != stored) {
+        wrong(what + "redirected " + key);
+      }
+    }
+    for (const auto& [key, stored] : seen.after.lines) {
+      if (keys.count(key) == 0 && seen.before.lines.count(key) == 0)
+        wrong(what + "invented " + key);
+    }
+  }
+
+  /// The trace tells what became of the save.
+  void expect_trace_of_save(const std::string& what, const Seen& seen, bool saved) {
+    ++(saved ? m_new : m_old);
+    const bool told = seen.says("write file : " + folder() + "\\index.dat");
+    if (saved && !seen.errors.empty())
+      wrong(what + "an error for a complete save: " + seen.errors[0]);
+    if (!saved && !told) wrong(what + "a save that found no room is not traced");
+  }
+
+  void create(const std::string& at, const Seen& seen) {
+    const std::string what = at + "create: ";
+    const std::string key = key_for(m_name, 0);
+    expect_others(what, seen, {key});
+    if (seen.after.files.count(seen.answer) == 0) wrong(what + "no file " + seen.answer);
+    expect_trace_of_save(what, seen, seen.after.lines.count(key) != 0);
+  }
+
+  /// Several lines come at once: all or none.
+  void adopt(const std::string& at, std::size_t leave, bool other_writer) {
+    const std::string what = at + "adopt: ";
+    std::set<std::string> keys;
+    for (int i = 0; i < 5; ++i) {
+      const std::string name = new_name();
+      write_file(folder() + "\\" + name, "");
+      keys.insert(key_for(name, 0));
+    }
+    const Seen seen = see(leave, other_writer, [&] {
+      STGIndex::setSynchronizeMode(true);
+      STGIndex::updateIndexFile(folder());
+      STGIndex::setSynchronizeMode(false);
+      return std::string();
+    });
+    // What an earlier create could not save is adopted as well.
+    for (const auto& [key, stored] : seen.after.lines) {
+      if (seen.before.lines.count(key) == 0 && parts_of_key(key).first == stored) keys.insert(key);
+    }
+    expect_others(what, seen, keys);
+    const auto adopted = std::count_if(keys.begin(), keys.end(), [&](const std::string& key) {
+      return seen.after.lines.count(key) != 0;
+    });
+    if (adopted != 0 && adopted != static_cast<std::ptrdiff_t>(keys.size())) {
+      wrong(what + "neither the old nor the new set");
+    }
+    expect_trace_of_save(what, seen, adopted != 0);
+  }
+
+  std::pair<std::string, std::string> some_entry_with_bytes() const {
+    const FolderState state = look_at(folder());
+    for (const auto& [key, stored] : state.lines) {
+      const std::string file = file_of(key, stored);
+      if (state.files.at(file) == 3000) return {key, file};
+    }
+    return {};
+  }
+
+  void rename(const std::string& at, std::size_t leave, bool other_writer) {
+    const std::string what = at + "rename: ";
+    const auto [key, file] = some_entry_with_bytes();
+    if (key.empty()) return;
+    const std::string to = key_for(new_name(), 0);
+    const std::string from = parts_of_key(key).first;
+    const Seen seen = see(leave, other_writer, [&] {
+      STGIndex::rename(folder(), from, 0, m_name, 0);
+      return std::string();
+    });
+    expect_others(what, seen, {key, to});
+    const auto holds_all = [&](const std::string& name) {
+      return seen.after.files.count(name) != 0 &&
+             read_file(folder() + "\\" + name) == text_number(1, 3000);
+    };
+    if (seen.after.lines.count(key) != 0) {
+      // Either the copy found no room, or the save did.
+      ++m_not_renamed;
+      if (!holds_all(file)) wrong(what + "the old bytes are gone");
+      if (!seen.says("STGIndex: rename: copy failed: ") && !seen.says("write file : "))
+        wrong(what + "a failure is not traced");
+      if (seen.after.lines.count(to) != 0) wrong(what + "both names are there");
+    } else if (const auto line = seen.after.lines.find(to); line != seen.after.lines.end()) {
+      if (!holds_all(file_of(to, line->second))) wrong(what + "the new bytes are cut");
+      expect_trace_of_save(what, seen, true);
+    } else {
+      wrong(what + "neither name is there");
+    }
+  }
+
+  void remove(const std::string& at, std::size_t leave, bool other_writer) {
+    const std::string what = at + "remove: ";
+    const std::string key = std::prev(look_at(folder()).lines.end())->first;
+    const Seen seen = see(leave, other_writer, [&] {
+      STGIndex::remove(folder(), parts_of_key(key).first, 0);
+      return std::string();
+    });
+    expect_others(what, seen, {key});
+    if (seen.after.lines.count(key) != 0) wrong(what + "the entry is still there");
+    const bool saved = seen.after.index_text == index_text_of(seen.after.lines);
+    expect_trace_of_save(what, seen, saved);
+  }
+
+  void write(const std::string& at, std::size_t leave, bool other_writer) {
+    const std::string what = at + "write: ";
+    const auto [key, file] = some_entry_with_bytes();
+    if (key.empty()) return;
+    const std::string name = parts_of_key(key).first;
+    const std::string text = text_number(++m_names, 30'000);
+    const Seen seen = see(leave, other_writer, [&] {
+      vu_storage storage;
+      vu_file document;
+      storage.OpenWrite(document, std::string("owner"), name, STG::UserRepository, true, 0);
+      storage.Write(document, text);
+      storage.Close(document);
+      return std::string();
+    });
+    expect_others(what, seen, {});
+    expect_content(what, seen, file, text);
+    write_file(folder() + "\\" + file, text_number(1, 3000));
+  }
+
+  void expect_content(const std::string& what, const Seen& seen, const std::string& file,
+                      const std::string& text) {
+    const std::string bytes =
+        seen.after.files.count(file) != 0 ? read_file(folder() + "\\" + file) : "";
+    const bool told = seen.says("write file : " + folder() + "\\" + file);
+    if (!text.starts_with(bytes)) wrong(what + "foreign bytes");
+    if (bytes == text && !seen.errors.empty()) wrong(what + "an error for a complete file");
+    if (bytes != text && !told) wrong(what + "a file cut short is not traced");
+    if (bytes != text) ++m_cut;
+  }
+
+  void save_keys(const std::string& at, std::size_t leave, bool other_writer) {
+    const std::string what = at + "save keys: ";
+    const auto [key, file] = some_entry_with_bytes();
+    if (key.empty()) return;
+    STG::NameValueSeq lines;
+    std::string text;
+    for (int i = 0; i < 1500; ++i) {
+      lines.push_back({"name" + std::to_string(i), "value"});
+      text += lines[lines.size() - 1].name + "=value\n";
+    }
+    const std::string name = parts_of_key(key).first;
+    const Seen seen = see(leave, other_writer, [&] {
+      return std::to_string(vu_storage::saveUserOrMasterProfile("owner", name, lines));
+    });
+    expect_others(what, seen, {});
+    if (seen.answer != "0") wrong(what + "the answer is " + seen.answer);
+    expect_content(what, seen, file, text);
+    write_file(folder() + "\\" + file, text_number(1, 3000));
+  }
+
+  /// Into a folder of its own: neither index nor counter are there yet.
+  void first_create(const std::string& at, std::size_t leave, bool other_writer) {
+    const std::string what = at + "first create: ";
+    const std::string other = m_root + "\\storage\\user\\other";
+    make_folder(other);
+    FolderState after;
+    see(leave, other_writer, [&] {
+      std::string name = STGIndex::create(other, "a.kdb", 0);
+      after = look_at(other);
+      return name;
+    });
+    if (after.lines.size() > 1) wrong(what + "more than one line");
+    for (const auto& [key, stored] : after.lines) {
+      if (key != key_for("a.kdb", 0)) wrong(what + "invented " + key);
+    }
+    std::filesystem::remove_all(native(other));
+  }
+
+  void next_operation_works(const std::string& what) {
+    const Lines lines = look_at(folder()).lines;
+    STGIndex::updateIndexFile(folder());
+    const FolderState state = look_at(folder());
+    if (state.lines != lines) wrong(what + "the next operation changes the set");
+    if (state.index_text != index_text_of(lines))
+      wrong(what + "the next save leaves more than lines");
+  }
+
+  Run& m_run;
+  const std::string m_root;
+  const initialised_storage m_storage;
+  std::string m_name;
+  std::uint64_t m_names = 0;
+  int m_counter = 0;
+  std::uint64_t m_old = 0;
+  std::uint64_t m_new = 0;
+  std::uint64_t m_cut = 0;
+  std::uint64_t m_not_renamed = 0;
+};
+
+void full_disk(Run& run) {
+  const test_alarm alarm("full-disk", std::chrono::seconds(3000));
+  const SmallDisk disk;
+  if (!disk.refusal().empty()) {
+    return run.not_run("a small disk cannot be mounted here: " + disk.refusal() +
+                       "; it takes the superuser");
+  }
+  FullDisk(run, disk.path()).run();
+}
+REGISTER_SUITE(full_disk, "full-disk", "operations with 0 to 64 KB left, alone and beside a writer",
+               "operations", 0, Scratch::kMemory)
+
+}  // namespace
+}  // namespace reliability

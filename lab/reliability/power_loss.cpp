@@ -1,0 +1,325 @@
+// The power goes off: what may be on the disk by then is built from the recorded writes and
+// flushes, and read.
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <filesystem>
+#include <limits>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "lab/reliability/disk_model.h"
+#include "lab/reliability/folder_state.h"
+#include "lab/reliability/kill_model.h"
+#include "lab/reliability/power_judge.h"
+#include "lab/reliability/power_work.h"
+#include "lab/reliability/reliability.h"
+#include "stg_index.h"
+#include "tests/support/os_faults.h"
+#include "tests/support/os_recorder.h"
+#include "tests/support/scratch.h"
+#include "tests/support/storage_peer.h"
+
+namespace reliability {
+namespace {
+
+using Change = os::faults::Change;
+using Changes = std::vector<Change>;
+
+/// So many interruptions follow each other: the save after the first one, and the save after that.
+constexpr std::size_t kDepths = 3;
+/// Images of the index alone, and of the whole tree, of one moment; by interruption.
+constexpr std::array<std::size_t, kDepths> kOfIndex = {24, 8, 6};
+constexpr std::array<std::size_t, kDepths> kOfTree = {2, 1, 1};
+/// One whole image of so many is put on a disk, and the library is asked.
+constexpr std::uint64_t kAsked = 12;
+
+/// What is wrong with the save, for the twin of this suite.
+enum class Plant : std::uint8_t {
+  kNone,
+  kNoFlush,       ///< a flush does nothing
+  kNoFirstFlush,  ///< of a save, the first flush of several does nothing
+  kFrontFirst,    ///< the text is overwritten before its copy is written
+  kCutFirst,
+};
+
+/// One save of an index: the changes from its first one to the close.
+struct Span {
+  std::size_t begin;
+  std::size_t end;
+};
+
+std::vector<Span> saves_in(const Changes& changes, const std::string& index) {
+  std::vector<Span> saves;
+  constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+  std::size_t begin = kNone;
+  for (std::size_t i = 0; i < changes.size(); ++i) {
+    if (changes[i].path != index) continue;
+    if (changes[i].what != Change::What::kClose) {
+      if (begin == kNone) begin = i;
+    } else if (begin != kNone) {
+      saves.push_back({begin, i});
+      begin = kNone;
+    }
+  }
+  return saves;
+}
+
+/// The changes as a save would make them that is planted.
+Changes planted(Changes changes, const std::string& index, Plant plant) {
+  if (plant == Plant::kNone || plant == Plant::kNoFlush) return changes;
+  for (const Span& save : saves_in(changes, index)) {
+    const auto begin = changes.begin() + static_cast<std::ptrdiff_t>(save.begin);
+    const auto end = changes.begin() + static_cast<std::ptrdiff_t>(save.end);
+    const auto is = [&](Change::What what) {
+      return [&index, what](const Change& each) { return each.path == index && each.what == what; };
+    };
+    if (plant == Plant::kCutFirst) {
+      const auto cut = std::find_if(begin, end, is(Change::What::kCut));
+      if (cut != end) std::rotate(begin, cut, cut + 1);
+      continue;
+    }
+    const auto first = std::find_if(begin, end, is(Change::What::kFlush));
+    const auto second = first == end ? end : std::find_if(first + 1, end, is(Change::What::kFlush));
+    if (second == end) continue;
+    if (plant == Plant::kNoFirstFlush) first->path.clear();
+    if (plant == Plant::kFrontFirst) std::rotate(begin, first + 1, second + 1);
+  }
+  return changes;
+}
+
+/// Operations that were recorded, and what the disk held before them.
+struct History {
+  Tree before;
+  Changes changes;
+  std::vector<PowerStep> steps;
+  Known known;  ///< before the first step
+};
+
+/// What the runs found.
+struct Found {
+  std::uint64_t histories = 0;
+  std::array<std::uint64_t, kDepths> saving{};  ///< images within a save, by interruption
+  std::uint64_t quiet = 0;
+  std::uint64_t asked = 0;
+  std::uint64_t large = 0;  ///< images of an index of some megabytes
+  std::map<std::string, std::uint64_t> harm;
+  std::map<std::string, std::string> examples;
+
+  std::uint64_t of(const std::string& kind) const {
+    const auto found = harm.find(kind);
+    return found == harm.end() ? 0 : found->second;
+  }
+};
+
+class PowerLoss {
+ public:
+  PowerLoss(Run& run, Plant plant) : m_run(run), m_plant(plant) {}
+
+  Found run() {
+    for (std::uint64_t round = 0; m_run.goes_on(); ++round) {
+      const PowerScene scene = power_scene(round, m_run.random());
+      const History history = record(m_root[0].path("root"), scene);
+      ++m_found.histories;
+      examine(history, scene, 0);
+    }
+    return m_found;
+  }
+
+ private:
+  /// Fills a folder, and carries some operations out in it.
+  History record(const std::string& root, const PowerScene& scene) {
+    std::filesystem::remove_all(native(root));
+    PowerWork work(root, scene, m_run.random());
+    return record(root, scene, work, scene.operations);
+  }
+
+  History record(const std::string& root, const PowerScene& scene, PowerWork& work,
+                 std::size_t operations) {
+    const initialised_storage storage(root, true, scene.synchronize);
+    History history;
+    history.before = tree_of(root);
+    history.known = work.known();
+    // A planted flush says that it is done, and does nothing.
+    constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
+    const auto lazy =
+        os::faults::fail(os::faults::Call::flush, os::Status(),
+                         m_plant == Plant::kNoFlush ? 1 : kNever, os::faults::Times::kLasting);
+    const os::faults::Recorder recorder(root);
+    for (std::size_t i = 0; i < operations; ++i) {
+      PowerStep& step = history.steps.emplace_back(work.operate());
+      step.end = recorder.changes().size();
+    }
+    history.changes = planted(recorder.changes(), scene.index(), m_plant);
+    return history;
+  }
+
+  /// The texts that the index has between its saves, with the number of the change that completes
+  /// each.
+  static std::vector<std::pair<std::size_t, IndexText>> checkpoints(const History& history,
+                                                                    const std::string& index) {
+    std::vector<std::pair<std::size_t, IndexText>> all;
+    const auto first = history.before.find(index);
+    LooseFile file(first == history.before.end() ? "" : first->second);
+    all.emplace_back(0, IndexText(text_of_index(file.seen())));
+    for (std::size_t i = 0; i < history.changes.size(); ++i) {
+      const Change& change = history.changes[i];
+      if (change.path != index) continue;
+      if (change.what == Change::What::kWrite) file.write(change.offset, change.bytes);
+      if (change.what == Change::What::kCut) file.cut(change.offset);
+      if (change.what != Change::What::kClose) continue;
+      std::string text = text_of_index(file.seen());
+      if (text == *all.back().second.text) {
+        all.back().first = i + 1;
+      } else {
+        all.emplace_back(i + 1, IndexText(std::move(text)));
+      }
+      file.flush();
+    }
+    return all;
+  }
+
+  /// Every moment, and some images of each.
+  void examine(const History& history, const PowerScene& scene, std::size_t depth) {
+    const std::string index = scene.index();
+    const auto texts = checkpoints(history, index);
+    DiskModel disk(history.before);
+    std::size_t text = 0;      // the last one that is complete
+    bool is_begun = false;     // the save of the next one
+    std::size_t returned = 0;  // steps
+    Promise promise(history.known);
+    if (!history.steps.empty()) promise.begin(history.steps[0]);
+    for (std::size_t i = 0; i < history.changes.size() && m_run.goes_on(); ++i) {
+      const Change& change = history.changes[i];
+      disk.apply(change);
+      if (change.path == index && change.what != Change::What::kClose) is_begun = true;
+      if (text + 1 < texts.size() && texts[text + 1].first == i + 1) {
+        ++text;
+        is_begun = false;
+      }
+      while (returned < history.steps.size() && history.steps[returned].end <= i + 1) {
+        promise.end(history.steps[returned++]);
+        if (returned < history.steps.size()) promise.begin(history.steps[returned]);
+      }
+      const bool is_saving = is_begun && text + 1 < texts.size();
+      const IndexText& next = is_saving ? texts[text + 1].second : texts[text].second;
+      images(disk, scene, {texts[text].second, next, promise, is_saving, depth});
+    }
+  }
+
+  struct Moment {
+    const IndexText& before;
+    const IndexText& after;
+    const Promise& promise;
+    bool is_saving;
+    std::size_t depth;
+  };
+
+  void images(const DiskModel& disk, const PowerScene& scene, const Moment& moment) {
+    const LooseFile* const index = disk.file(scene.index());
+    if (index != nullptr && !index->is_certain()) {
+      const std::size_t count = kOfIndex[moment.depth] / (moment.is_saving ? 1 : 4);
+      for (std::size_t i = 0; i < (scene.is_large ? 2 : count) && m_run.goes_on(); ++i) {
+        note(moment, judge_index(index->image(m_run.random()), moment.before, moment.after));
+        if (scene.is_large) ++m_found.large;
+      }
+    }
+    if (scene.is_large) return;
+    for (std::size_t i = 0; i < kOfTree[moment.depth] && m_run.goes_on(); ++i) {
+      const Tree image = disk.image(m_run.random());
+      Harm harm = judge_index(bytes_of(image, scene.index()), moment.before, moment.after);
+      if (harm.kind.empty()) harm = moment.promise.judge(image, scene.folder);
+      const bool is_sound = harm.kind.empty();
+      note(moment, harm);
+      if (is_sound && m_run.below(kAsked) == 0) go_on_from(image, scene, moment);
+    }
+  }
+
+  static std::string bytes_of(const Tree& tree, const std::string& path) {
+    const auto found = tree.find(path);
+    return found == tree.end() ? std::string() : found->second;
+  }
+
+  void note(const Moment& moment, const Harm& harm) {
+    m_run.counted(1);
+    ++(moment.is_saving ? m_found.saving[moment.depth] : m_found.quiet);
+    if (harm.kind.empty()) return;
+    ++m_found.harm[harm.kind];
+    m_found.examples.emplace(
+        harm.kind, harm.what + (moment.is_saving ? ", within a save" : ", outside of a save") +
+                       " after interruption " + std::to_string(moment.depth + 1));
+  }
+
+  /// The image becomes a disk: the library has to find what is there, and an operation after that
+  /// is interrupted in its turn.
+  void go_on_from(const Tree& image, const PowerScene& scene, const Moment& moment) {
+    const std::size_t depth = moment.depth + 1;
+    const std::string root = m_root[depth].path("root");
+    put_tree(image, root, m_on_disk[depth]);
+    ++m_found.asked;
+    PowerWork work(root, scene, m_run.random(), image);
+    const std::string missing = work.ask_the_library();
+    if (!missing.empty()) note(moment, {"not found by the library", missing});
+    if (depth == kDepths) {
+      m_on_disk[depth] = image;
+      return;
+    }
+    const History history = record(root, scene, work, 1);
+    m_on_disk[depth] = tree_of(root);
+    examine(history, scene, depth);
+  }
+
+  Run& m_run;
+  const Plant m_plant;
+  const std::array<scratch_folder, kDepths + 1> m_root;
+  std::array<Tree, kDepths + 1> m_on_disk;
+  Found m_found;
+};
+
+void power_loss(Run& run) {
+  const Found found = PowerLoss(run, Plant::kNone).run();
+  std::uint64_t saving = 0;
+  for (const std::uint64_t each : found.saving) saving += each;
+  run.figure("histories", found.histories);
+  run.figure("images within a save of the index", saving);
+  run.figure("of those, within the save after a first interruption", found.saving[1]);
+  run.figure("of those, within the save after a second one", found.saving[2]);
+  run.figure("images at other moments", found.quiet);
+  run.figure("images of an index of 10 MB", found.large);
+  run.figure("images put on a disk, where the library was asked", found.asked);
+  for (const char* kind : {"lost", "invented", "redirected", "between"}) {
+    run.figure(kind, found.of(kind));
+  }
+  for (const auto& [kind, example] : found.examples) {
+    run.fail(std::to_string(found.of(kind)) + " images: " + kind + ", first: " + example);
+  }
+}
+REGISTER_SUITE(power_loss, "power-loss", "what the disk may hold after the power went off",
+               "images", 1'000'000, Scratch::kMemory)
+
+void power_loss_noticed(Run& run) {
+  const std::pair<Plant, const char*> plants[] = {
+      {Plant::kNoFlush, "flushes that do nothing"},
+      {Plant::kNoFirstFlush, "a save without its first flush"},
+      {Plant::kFrontFirst, "a save that overwrites the text before it has a copy"},
+      {Plant::kCutFirst, "a save that cuts first"}};
+  for (const auto& [plant, what] : plants) {
+    Run inner(run.seed(), {8'000, std::chrono::seconds(0)});
+    const Found found = PowerLoss(inner, plant).run();
+    run.counted(inner.reached());
+    std::uint64_t harm = 0;
+    for (const auto& [kind, count] : found.harm) harm += count;
+    run.figure(std::string("images harmed by ") + what, harm);
+    if (harm == 0) run.fail(std::string("not found: ") + what);
+  }
+}
+REGISTER_SUITE(power_loss_noticed, "power-loss-noticed", "saves that must not be so are found",
+               "images", 0, Scratch::kMemory)
+
+}  // namespace
+}  // namespace reliability

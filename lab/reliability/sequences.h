@@ -1,0 +1,164 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "lab/model/world.h"
+#include "lab/reliability/reliability.h"
+#include "vu_host.h"
+
+/// @file
+/// Random sequences of operations, on the library and on the model (lab/model), and the
+/// comparison.
+namespace reliability::sequences {
+
+enum class Kind : std::uint8_t {
+  // documents
+  kStore,
+  kFetch,
+  kIsFileExist,
+  kLatest,
+  kIndexName,
+  kRemoveFile,
+  kCopyTo,
+  kCopyFrom,
+  kCopyFile,
+  // key files and profiles
+  kSaveProfile,
+  kLoadProfile,
+  kReadKeys,
+  kWriteKeys,
+  // parts
+  kWritePart,
+  kReadPart,
+  // owners and lists
+  kRenameUser,
+  kRemoveUser,
+  kAllFiles,
+  kDocuments,
+  kExistingFiles,
+  // the index of a folder
+  kExists,
+  kCreate,
+  kRemove,
+  kRename,
+  kLastVersion,
+  kValues,
+  kPhysicalPath,
+  kUpdate,
+  kClean,
+  kCleanDirectories,
+  kMigrate,
+  // plain files
+  kHandle,
+  kPath,
+  kChangePath,
+  // what others do
+  kWriteIndex,
+  kWriteCounter,
+  kWriteFile,
+  kMakeFolder,
+  kErase,
+  kSetTime,
+  kReadOnly,
+  kWriteMails,
+  // the process
+  kNewProcess,
+  kSwitch,
+  kPartStamp,
+  kCount
+};
+
+/// One step: what is done, and the texts and numbers that it is done with.
+struct Step {
+  Kind kind = Kind::kStore;
+  int place = 0;  ///< which folder, for what works on folders
+  int type = 0;
+  int way = 0;  ///< which of several forms of an operation
+  bool flag = false;
+  bool second_flag = false;
+  std::int32_t stamp = 0;
+  std::int32_t other_stamp = 0;
+  std::string owner;
+  std::string other_owner;
+  std::string name;
+  std::string other_name;
+  std::string selector;
+  std::string bytes;
+};
+
+using Steps = std::vector<Step>;
+
+/// Times of files that steps write lie this far behind each other, from here on.
+constexpr std::int64_t kFirstTime = 2000000000;
+constexpr std::int64_t kTimeOfStep = 10;
+
+/// Whether names and marks are used that only one system knows.
+enum class Alphabet : std::uint8_t { kPortable, kAny };
+
+Steps random_steps(Random& random, Alphabet alphabet);
+std::string described(const Step& step);
+
+/// What the steps work in: the library's folders, one of its own, one with source files.
+struct Places {
+  explicit Places(std::string folder);
+  std::string root;  ///< everything is below
+  std::string work, source, index, binary, server;
+
+  /// The folder of a step, found by what the model knows of the process.
+  std::string of(const Step& step, const model::World& world) const;
+};
+
+/// Takes the errors that the library traces, and wants nothing else.
+class ErrorSink final : public vu_host::trace_sink {
+ public:
+  std::vector<std::string> errors;
+
+  bool wants(vu_host::trace_level) const noexcept override { return false; }
+  bool wants(vu_host::trace_event event) const noexcept override {
+    return event == vu_host::trace_event::error;
+  }
+  void scope_begin(const vu_host::trace_site&, vu_host::trace_level,
+                   std::string_view) noexcept override {}
+  void scope_end(const vu_host::trace_site&, vu_host::trace_level) noexcept override {}
+  void scope_message(const vu_host::trace_site&, std::string_view) noexcept override {}
+  void record(const vu_host::trace_site&, vu_host::trace_level,
+              std::string_view) noexcept override {}
+  void event(const vu_host::trace_site&, vu_host::trace_event,
+             std::string_view text) noexcept override {
+    errors.emplace_back(text);
+  }
+};
+
+/// What both sides of a step share.
+struct Stage {
+  const Places& places;
+  std::string folder;         ///< of the step
+  std::int64_t now = 0;       ///< for ages
+  bool ages_unknown = false;  ///< set by the model when the machine's clock made one of them
+  bool skip_rest = false;     ///< set by the model where a folder's own size would be asked for
+};
+
+/// Whether a step asks for what nobody has stated: the size of a folder, or an order of removals.
+bool is_senseless(const Step& step);
+
+/// What both sides make of a step's numbers.
+std::string part_of(const Step& step);
+int count_of(const Step& step);
+std::uint32_t limit_of(const Step& step);
+bool by_access(const Step& step);
+
+/// Results as texts.
+std::string text_of(bool value);
+std::string text_of(const model::Pairs& pairs);
+std::string text_of(const std::vector<std::string>& texts);
+
+/// The result of a step as a text, from the model and from the library. The steps of others are
+/// done by the first and are nothing for the second.
+std::string run_on_model(const Step& step, model::World& world, Stage& stage);
+std::string run_on_library(const Step& step, const Stage& stage);
+
+}  // namespace reliability::sequences

@@ -1,0 +1,339 @@
+#include "lab/reliability/tree_state.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+#include <set>
+
+#include "tests/support/scratch.h"
+
+namespace reliability {
+namespace {
+
+/// An operation that writes goes on in the area's folder where the owner's could not be made.
+constexpr const char* kAreaIndex = "storage/user/index.dat";
+
+/// So many bytes at most are written when a write is torn.
+constexpr std::size_t kTornBytes = 5;
+
+/// A migration cuts it, and writes it again as it was.
+constexpr const char* kReadList = "read.txt";
+
+std::string parent_of(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+std::string name_of(const std::string& path) { return path.substr(parent_of(path).size()); }
+
+bool is_folder(const std::string& path) { return path.back() == '/'; }
+
+/// Whether a name is one that a counter gives, with or without an extension.
+bool is_number(const std::string& name) {
+  const std::string stem = name.substr(0, name.find('.'));
+  return stem.size() >= 8 && stem.find_first_not_of("0123456789") == std::string::npos;
+}
+
+/// Of two numbers in digits.
+bool is_lower(const std::string& one, const std::string& other) {
+  return one.size() != other.size() ? one.size() < other.size() : one < other;
+}
+
+const std::string* find(const Tree& tree, const std::string& path) {
+  const auto found = tree.find(path);
+  return found == tree.end() ? nullptr : &found->second;
+}
+
+bool same(const std::string* one, const std::string* other) {
+  return one == nullptr || other == nullptr ? one == other : *one == *other;
+}
+
+Files files_in(const Tree& tree, const std::string& folder) {
+  Files files;
+  for (auto it = tree.upper_bound(folder); it != tree.end() && it->first.starts_with(folder);
+       ++it) {
+    std::string name = it->first.substr(folder.size());
+    if (is_folder(name)) name.pop_back();
+    if (name.find('/') == std::string::npos && name != "index.dat" && name != "index") {
+      files[name] = it->second.size();
+    }
+  }
+  return files;
+}
+
+class Comparison {
+ public:
+  Comparison(const Tree& before, const Tree& after, const Tree& now, Disturbance by)
+      : m_before(before), m_after(after), m_now(now), m_by(by) {}
+
+  TreeFindings run() {
+    std::set<std::string> paths;
+    for (const Tree* tree : {&m_before, &m_after, &m_now}) {
+      for (const auto& [path, bytes] : *tree) paths.insert(path);
+    }
+    for (const std::string& path : paths) {
+      if (is_folder(path)) {
+        check_folder(path);
+      } else if (name_of(path) == "index.dat") {
+        check_index(path);
+      } else if (name_of(path) == "index") {
+        check_counter(path);
+      } else {
+        check_file(path);
+      }
+    }
+    check_moved();
+    return std::move(m_found);
+  }
+
+ private:
+  void wrong(const std::string& what) { m_found.wrong.push_back(what); }
+  void window(const std::string& what) { m_found.windows.push_back(what); }
+
+  /// Whether it may have taken files for missing, or removed them.
+  bool may_miss_files() const { return m_by == Disturbance::kLie || m_by == Disturbance::kNoAge; }
+
+  void check_folder(const std::string& path) {
+    const bool was = m_before.count(path) != 0;
+    const bool will_be = m_after.count(path) != 0;
+    const bool is = m_now.count(path) != 0;
+    if (is && !was && !will_be) wrong("a folder that nobody makes: " + path);
+    if (!is && was && will_be && m_by == Disturbance::kNoAge) {
+      return window("a folder beside a document that was removed");
+    }
+    if (!is && was && will_be) wrong("a folder is gone: " + path);
+  }
+
+  void check_file(const std::string& path) {
+    const std::string* const was = find(m_before, path);
+    const std::string* const will_be = find(m_after, path);
+    const std::string* const is = find(m_now, path);
+    if (same(is, was) || same(is, will_be)) return;
+    if (same(was, will_be) && was != nullptr) {
+      if (m_by == Disturbance::kNoAge && is == nullptr) {
+        return window("removed as too old, for the system does not tell its age");
+      }
+      if (name_of(path) == kReadList && is != nullptr && was->starts_with(*is)) {
+        return window("the read list of mails, empty or cut short");
+      }
+      wrong((is == nullptr ? "gone, though the operation leaves it alone: "
+                           : "changed, though the operation leaves it alone: ") +
+            path);
+    } else if (is == nullptr) {
+      wrong("gone: " + path);
+    } else if (will_be != nullptr && will_be->starts_with(*is)) {
+      window(was == nullptr ? "a new file, empty or cut short" : "a file, empty or cut short");
+    } else if (was == nullptr && m_by != Disturbance::kKill && is_number(name_of(path))) {
+      window("a file under another number");
+      if (!is->empty() && !is_beginning_of_any(*is)) wrong("foreign bytes in " + path);
+    } else if (was != nullptr && will_be != nullptr && m_by != Disturbance::kKill &&
+               is_written_over(*is, *was, *will_be)) {
+      window("new bytes over the old ones");
+    } else {
+      wrong((was == nullptr ? "a file that nobody makes: " : "foreign bytes in ") + path);
+    }
+  }
+
+  /// Whether a file was written from its start without being cut first: what it was to hold, or
+  /// what was to be appended, and then the old bytes.
+  bool is_written_over(const std::string& is, const std::string& was,
+                       const std::string& will_be) const {
+    if (m_by == Disturbance::kFault || is.size() < was.size()) return false;
+    const std::string appended = will_be.starts_with(was) ? will_be.substr(was.size()) : will_be;
+    for (const std::string& text : {will_be, appended}) {
+      for (std::size_t length = 0; length <= text.size(); ++length) {
+        const std::string over = text.substr(0, length);
+        const std::string begun = over + (length < was.size() ? was.substr(length) : "");
+        if (is.starts_with(begun) && appended.starts_with(is.substr(begun.size()))) return true;
+      }
+    }
+    return false;
+  }
+
+  bool is_beginning_of_any(const std::string& bytes) const {
+    for (const Tree* tree : {&m_before, &m_after}) {
+      for (const auto& [path, content] : *tree) {
+        if (content.starts_with(bytes)) return true;
+      }
+    }
+    return false;
+  }
+
+  void check_counter(const std::string& path) {
+    const std::string* const was = find(m_before, path);
+    const std::string* const will_be = find(m_after, path);
+    const std::string* const is = find(m_now, path);
+    if (same(is, was) || same(is, will_be)) {
+      return;
+    }
+    if (is == nullptr) return wrong("the counter is gone: " + path);
+    const bool is_cut = m_by == Disturbance::kTorn && is->size() <= kTornBytes;
+    if ((is->empty() || is_cut) && was == nullptr) return window("a new counter, empty or cut");
+    if (!is_number(*is)) return wrong("the counter " + path + " reads \"" + *is + "\"");
+    const bool is_on_the_way =
+        will_be != nullptr && is_lower(*is, *will_be) && (was == nullptr || is_lower(*was, *is));
+    if (is_on_the_way) return window("one of several numbers drawn");
+    if (m_by == Disturbance::kKill) return wrong("the counter jumped to " + *is + ": " + path);
+    if (was != nullptr && is_lower(*is, *was) && m_by != Disturbance::kLie)
+      wrong("the counter went back to " + *is + ": " + path);
+    window("another number drawn");
+  }
+
+  void check_index(const std::string& path) {
+    const std::string* const was = find(m_before, path);
+    const std::string* const will_be = find(m_after, path);
+    const std::string* const is = find(m_now, path);
+    if (!same(is, was)) m_found.index_is_old = false;
+    if (!same(is, will_be)) m_found.index_is_new = false;
+    if (is != nullptr && same(is, will_be)) return;
+    if (is == nullptr && was != nullptr && will_be != nullptr) return wrong("gone: " + path);
+    if (is != nullptr && is->empty() && was != nullptr) return wrong("empty: " + path);
+    if (is != nullptr && is->empty()) window("a new index without a text");
+    if (is == nullptr) return;
+    if (was == nullptr && will_be == nullptr && m_by == Disturbance::kKill) {
+      wrong("an index that nobody makes: " + path);
+    }
+    if (was == nullptr && will_be == nullptr && path == kAreaIndex) {
+      return window("an entry in the folder of the area, for that of the owner could not be named");
+    }
+    if (m_by == Disturbance::kTorn && was == nullptr && is->size() <= kTornBytes) {
+      return window("a new index of which the device took the beginning only");
+    }
+    const Lines old_lines = lines_in(m_before, path);
+    const Lines new_lines = lines_in(m_after, path);
+    const Lines lines = lines_in(m_now, path);
+    check_lines(path, old_lines, new_lines, lines);
+    if (m_by == Disturbance::kKill) check_set(path, *is);
+    if (same(is, was)) return;
+    if (is_interrupted(*is)) return window("a save that the next one finishes");
+    window(m_by == Disturbance::kKill ? "an index after the first of several saves"
+                                      : "an index between the old lines and the new ones");
+  }
+
+  /// After a kill the lines are the old ones or the new ones, as far as their files are still
+  /// there; and a reader of lines alone finds none that is in neither.
+  void check_set(const std::string& path, const std::string& is) {
+    const Files files = files_in(m_now, parent_of(path));
+    const auto lines_of = [&](const std::string* bytes) {
+      return bytes == nullptr ? Lines() : read_index(text_of_index(*bytes), files);
+    };
+    const Lines old_lines = lines_of(find(m_before, path));
+    const Lines new_lines = lines_of(find(m_after, path));
+    const Lines lines = lines_of(&is);
+    // An operation that saves twice adopts all files with the first save.
+    Lines adopted = old_lines;
+    std::set<std::string> named;
+    for (const auto& [key, stored] : old_lines) named.insert(file_of(key, stored));
+    for (const auto& [file, size] : files_in(m_before, parent_of(path))) {
+      const bool is_stray = named.count(file) == 0 && files.count(file) != 0 &&
+                            m_before.count(parent_of(path) + file + "/") == 0;
+      if (is_stray) adopted.emplace(key_for(file, 0), file);
+    }
+    if (lines != old_lines && lines != new_lines && lines != adopted) {
+      wrong("neither the old lines nor the new ones in " + path);
+    }
+    for (const auto& [key, stored] : read_index(is, files)) {
+      const auto is_in = [&, &line_key = key, &line_stored = stored](const Lines& all) {
+        const auto found = all.find(line_key);
+        return found != all.end() && found->second == line_stored;
+      };
+      if (!is_in(old_lines) && !is_in(new_lines) && !is_in(adopted)) {
+        wrong("invented for a reader of lines alone: " + key + " in " + path);
+      }
+    }
+  }
+
+  void check_lines(const std::string& path, const Lines& old_lines, const Lines& new_lines,
+                   const Lines& lines) {
+    for (const auto& [key, stored] : old_lines) {
+      const auto kept = new_lines.find(key);
+      const auto found = lines.find(key);
+      const bool stays = kept != new_lines.end() && kept->second == stored;
+      if (found == lines.end()) {
+        if (stays && !may_miss_files()) wrong("lost: " + key + " in " + path);
+      } else if (stays && found->second != stored && !may_miss_files()) {
+        wrong("redirected: " + key + " to " + found->second + " in " + path);
+      }
+    }
+    for (const auto& [key, stored] : lines) {
+      const auto old_line = old_lines.find(key);
+      const auto new_line = new_lines.find(key);
+      const bool is_known = (old_line != old_lines.end() && old_line->second == stored) ||
+                            (new_line != new_lines.end() && new_line->second == stored);
+      if (is_known) continue;
+      const bool has_another_number = m_by != Disturbance::kKill && is_number(stored) &&
+                                      (new_line != new_lines.end() || old_line != old_lines.end());
+      // With adoption on, a file that is there and in no line becomes a line of its own name.
+      const bool is_adopted =
+          key == key_for(stored, 0) &&
+          (m_by != Disturbance::kKill || m_before.count(parent_of(path) + stored) != 0);
+      // A name whose own file seemed to be missing was given a new one.
+      const bool seemed_missing = m_by != Disturbance::kKill && is_number(stored) &&
+                                  m_before.count(parent_of(path) + parts_of_key(key).first) != 0;
+      if (seemed_missing) {
+        window("a new file for a name whose own one seemed to be missing");
+      } else if (!has_another_number && !is_adopted) {
+        wrong("invented: " + key + "/" + stored + " in " + path);
+      }
+    }
+  }
+
+  /// Bytes that stand at another place afterwards are never at neither.
+  void check_moved() {
+    for (const auto& [path, bytes] : m_before) {
+      if (bytes.empty() || m_after.count(path) != 0 || same(find(m_now, path), &bytes)) continue;
+      if (name_of(path) == "index.dat" || name_of(path) == "index") continue;
+      bool is_moved = false;
+      bool is_there = false;
+      for (const auto& [place, content] : m_after) {
+        if (content != bytes || m_before.count(place) != 0) continue;
+        is_moved = true;
+        is_there = is_there || same(find(m_now, place), &bytes);
+      }
+      if (!is_moved || is_there) continue;
+      if (m_by != Disturbance::kKill && is_under_another_number(path, bytes)) continue;
+      wrong("moved, and at neither place: " + path);
+    }
+  }
+
+  bool is_under_another_number(const std::string& path, const std::string& bytes) const {
+    return std::any_of(m_now.begin(), m_now.end(), [&](const auto& each) {
+      return each.second == bytes && parent_of(each.first) == parent_of(path) &&
+             is_number(name_of(each.first));
+    });
+  }
+
+  const Tree& m_before;
+  const Tree& m_after;
+  const Tree& m_now;
+  const Disturbance m_by;
+  TreeFindings m_found;
+};
+
+}  // namespace
+
+Lines lines_in(const Tree& tree, const std::string& index) {
+  const std::string* const text = find(tree, index);
+  if (text == nullptr) return {};
+  return read_index(text_of_index(*text), files_in(tree, parent_of(index)));
+}
+
+Tree tree_of(const std::string& root) {
+  Tree tree;
+  const std::filesystem::path top = native(root);
+  const std::string prefix = top.generic_string();
+  for (const auto& each : std::filesystem::recursive_directory_iterator(top)) {
+    std::string path = each.path().generic_string().substr(prefix.size() + 1);
+    if (each.is_directory()) {
+      tree.emplace(path + "/", std::string());
+    } else {
+      tree.emplace(std::move(path), read_file(each.path().string()));
+    }
+  }
+  return tree;
+}
+
+TreeFindings compare(const Tree& before, const Tree& after, const Tree& now, Disturbance by) {
+  return Comparison(before, after, now, by).run();
+}
+
+}  // namespace reliability

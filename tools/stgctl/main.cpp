@@ -1,8 +1,0 @@
-// stgctl: looks at, explains, checks and changes a storage tree. terminal_*.cpp start it.
-#include "tools/stgctl/application.h"
-#include "tools/stgctl/terminal.h"
-
-int stgctl::terminal::run_program(const std::vector<std::string>& arguments) {
-  set_up();
-  return static_cast<int>(run_application(arguments));
-}
