@@ -1,5 +1,7 @@
 #include "platform/host/trace.h"
 
+#include <utility>
+
 namespace trace {
 
 std::atomic<vu_host::trace_sink*> g_sink = nullptr;
@@ -8,7 +10,21 @@ void deliver(const vu_host::trace_site& site, vu_host::trace_level level, const 
   if (vu_host::trace_sink* const s = sink()) s->record(site, level, text);
 }
 
+namespace {
+
+constinit thread_local Listener* t_listener = nullptr;
+
+}  // namespace
+
+Listener* listen(Listener* listener) noexcept { return std::exchange(t_listener, listener); }
+Listener* listener() noexcept { return t_listener; }
+
 void deliver(const vu_host::trace_site& site, vu_host::trace_event event, const std::string& text) {
+  if (event != vu_host::trace_event::success && t_listener != nullptr) {
+    t_listener->hear(event, text);
+    // The listener may be all that wanted the text.
+    if (!host_wants(event)) return;
+  }
   if (vu_host::trace_sink* const s = sink()) s->event(site, event, text);
 }
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <concepts>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -33,13 +34,32 @@ extern std::atomic<vu_host::trace_sink*> g_sink;
 
 inline vu_host::trace_sink* sink() { return g_sink.load(std::memory_order_acquire); }
 
+/// Hears the warnings and errors of one thread, beside the host's sink and whatever that wants.
+class Listener {
+ public:
+  virtual void hear(vu_host::trace_event event, std::string_view text) noexcept = 0;
+  /// The system's code and the file of the failure that is told next or has just been told.
+  virtual void hear_failure(std::string_view path, std::int32_t code) noexcept = 0;
+
+ protected:
+  ~Listener() = default;
+};
+
+/// The calling thread's listener, or null; gives back the one before.
+Listener* listen(Listener* listener) noexcept;
+Listener* listener() noexcept;
+
 inline bool wanted(vu_host::trace_level level) {
   const vu_host::trace_sink* const s = sink();
   return s != nullptr && s->wants(level);
 }
-inline bool wanted(vu_host::trace_event event) {
+/// Whether the host's sink wants it.
+inline bool host_wants(vu_host::trace_event event) {
   const vu_host::trace_sink* const s = sink();
   return s != nullptr && s->wants(event);
+}
+inline bool wanted(vu_host::trace_event event) {
+  return host_wants(event) || (event != vu_host::trace_event::success && listener() != nullptr);
 }
 
 inline void append(std::string& text, std::string_view piece) { text += piece; }

@@ -318,6 +318,13 @@ Status temporary_folder(ucs2string& result);
 Status environment(const std::string& variable, ucs2string& value);
 /// A wide text in the narrow encoding of paths.
 std::string to_narrow(const ucs2string& text);
+/// A UTF-8 text in the narrow encoding of paths; false, with @p narrow as it was, when it has no
+/// place there.
+bool narrow_of(const std::string& utf8, std::string& narrow);
+/// A text in the narrow encoding of paths as UTF-8.
+std::string utf8_of(const std::string& narrow);
+/// A path as UTF-8 with the system's own separators, for others than this library.
+std::string native_form(const std::string& narrow);
 /// Whether a byte begins a two-byte character in the narrow encoding.
 bool is_lead_byte(unsigned char byte);
 

@@ -608,6 +608,19 @@ Status environment(const std::string& variable, ucs2string& value) {
 
 std::string to_narrow(const ucs2string& text) { return posix::to_bytes(text.str()); }
 
+bool narrow_of(const std::string& utf8, std::string& narrow) {
+  narrow = utf8;
+  return true;
+}
+
+std::string utf8_of(const std::string& narrow) { return narrow; }
+
+std::string native_form(const std::string& narrow) {
+  std::string path = narrow;
+  std::replace(path.begin(), path.end(), '\\', '/');
+  return path;
+}
+
 /// No byte of a UTF-8 character looks like a separator.
 bool is_lead_byte(unsigned char) { return false; }
 

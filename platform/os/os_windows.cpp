@@ -596,6 +596,30 @@ std::string to_narrow(const ucs2string& text) {
   return to_multibyte(file_code_page(), wide_text(std::u16string_view(text.str())));
 }
 
+bool narrow_of(const std::string& utf8, std::string& narrow) {
+  const int length = static_cast<int>(utf8.size());
+  const int units =
+      MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8.data(), length, nullptr, 0);
+  if (units == 0 && !utf8.empty()) return false;
+  std::wstring wide(static_cast<std::size_t>(units), L'\0');
+  MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8.data(), length, wide.data(), units);
+  std::string text = to_multibyte(file_code_page(), wide);
+  // A character that looks alike is another name.
+  if (wide_text(text.c_str()) != wide) return false;
+  narrow = std::move(text);
+  return true;
+}
+
+std::string utf8_of(const std::string& narrow) {
+  return to_multibyte(CP_UTF8, wide_text(narrow.c_str()));
+}
+
+std::string native_form(const std::string& narrow) {
+  std::string path = utf8_of(narrow);
+  std::replace(path.begin(), path.end(), '/', '\\');
+  return path;
+}
+
 bool is_lead_byte(unsigned char byte) { return _ismbblead(byte) != 0; }
 
 // ---- the rest ----------------------------------------------------------------------------------

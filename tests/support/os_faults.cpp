@@ -25,7 +25,7 @@ constexpr std::array<const char*, kFunctions + 2> kNames = {
     "create_directory", "remove_directory", "remove_file", "rename", "copy", "flush_file",
     "short_path",
     "current_directory", "full_path", "program_folder", "temporary_folder", "environment",
-    "to_narrow", "is_lead_byte", "last_error", "error_text", "error_text_wide", "now", "nt_family",
+    "to_narrow", "narrow_of", "utf8_of", "native_form", "is_lead_byte", "last_error", "error_text", "error_text_wide", "now", "nt_family",
     "any", "system"};
 // clang-format on
 
@@ -514,6 +514,24 @@ std::string to_narrow(const ucs2string& text) {
   return call_under_plan(
       Call::to_narrow, [](const Rule&) { return std::string(); },
       [&] { return sys::to_narrow(text); });
+}
+
+bool narrow_of(const std::string& utf8, std::string& narrow) {
+  return call_under_plan(
+      Call::narrow_of, [](const Rule&) { return false; },
+      [&] { return sys::narrow_of(utf8, narrow); });
+}
+
+std::string utf8_of(const std::string& narrow) {
+  return call_under_plan(
+      Call::utf8_of, [](const Rule&) { return std::string(); },
+      [&] { return sys::utf8_of(narrow); });
+}
+
+std::string native_form(const std::string& narrow) {
+  return call_under_plan(
+      Call::native_form, [](const Rule&) { return std::string(); },
+      [&] { return sys::native_form(narrow); });
 }
 
 bool is_lead_byte(unsigned char byte) {

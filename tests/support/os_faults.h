@@ -52,6 +52,9 @@ Status program_folder(ucs2string& result);
 Status temporary_folder(ucs2string& result);
 Status environment(const std::string& variable, ucs2string& value);
 std::string to_narrow(const ucs2string& text);
+bool narrow_of(const std::string& utf8, std::string& narrow);
+std::string utf8_of(const std::string& narrow);
+std::string native_form(const std::string& narrow);
 bool is_lead_byte(unsigned char byte);
 
 std::int32_t last_error();
@@ -103,6 +106,9 @@ enum class Call : std::uint8_t {
   temporary_folder,
   environment,
   to_narrow,
+  narrow_of,
+  utf8_of,
+  native_form,
   is_lead_byte,
   last_error,
   error_text,
