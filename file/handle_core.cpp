@@ -5,6 +5,7 @@
 #include <limits>
 #include <utility>
 
+#include "file/lock_limit.h"
 #include "file/path_text.h"
 #include "file/trace_source.h"
 #include "vu_file_except.h"
@@ -47,6 +48,13 @@ std::string HandleCore::path() const { return path_text::join(m_directory, m_fil
 void HandleCore::trace_failure(const trace::Scope& operation, int line, trace_event event,
                                const char* what, std::int32_t error) const noexcept {
   if (!trace::wanted(event)) return;
+  if (trace::Listener* const listener = trace::listener()) {
+    try {
+      listener->hear_failure(path(), error);
+    } catch (...) {
+      // Without memory for the path the listener hears the texts alone.
+    }
+  }
   const vu_host::trace_site site = operation.at(line);
   trace::emit(site, event, what, " : ", m_directory, "\\", m_file_name);
   std::string text;
@@ -98,7 +106,12 @@ bool HandleCore::try_open(const trace::Scope& vu_trace_scope, vu_file_base::type
 void HandleCore::open(const trace::Scope& operation, vu_file_base::type_access mode) {
   bool lock_failed = false;
   std::int32_t error = 0;
-  if (try_open(operation, mode, lock_failed, false, error)) return;
+  if (try_open(operation, mode, lock_failed, false, error)) {
+    if (!lock_failed || !LockLimit::passed()) return;
+    trace_failure(operation, __LINE__, trace_event::error, "lock file", os::last_error());
+    unlock_and_close(operation);
+    throw vu_file_except("the lock was not obtained in time", 0);
+  }
   if (lock_failed) {
     // Required, though try_open() never gets here: it says true whenever it has asked for a lock.
     trace_failure(operation, __LINE__, trace_event::error, "lock file", os::last_error());
@@ -316,8 +329,8 @@ os::Status HandleCore::take_lock(vu_file_base& state, const vu_file_base::lock_d
   // The system writes into its part of the record.
   vu_file_base::lock_desc_t record = request;
   const os::Status status =
-      os::lock(state.handle, {record.flags, record.reserved, record.lengthLow, record.lengthHigh,
-                              static_cast<void*>(record.region)});
+      LockLimit::lock(state.handle, {record.flags, record.reserved, record.lengthLow,
+                                     record.lengthHigh, static_cast<void*>(record.region)});
   state.locked = status.ok();
   return status;
 }

@@ -154,6 +154,8 @@ bool vu_file::createDir(const std::string& path) {
     VU_TRACE_XS("vu_file::createDir directory already exists (", path, ") ");
     return true;
   }
+  if (trace::Listener* const listener = trace::listener())
+    listener->hear_failure(path, status.code());
   VU_ERROR("vu_file::createDir (", path,
            ") : ", mSgError(static_cast<unsigned long>(status.code())));
   return false;

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "file/handle_core.h"
+#include "file/lock_limit.h"
 #include "file/replacement.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
@@ -61,6 +62,8 @@ std::string STGIndex::newIndex() {
     replace_and_close(counter, bytes->view(), name);
     return name;
   } catch (...) {
+    // Whoever has no time left for the counter has none for an entry either.
+    if (LockLimit::passed()) throw;
     name = index_format::kTroubleName;
     VU_ERROR("STGIndex::newIndex : return ", name);
   }
