@@ -260,6 +260,8 @@ class VU_STORAGE_API STGIndex : public vu_file {
                                      const std::string& name, unsigned long* counter);
 
  private:
+  friend struct IndexGate;
+
   STGIndex();
   explicit STGIndex(const std::string& folder);
 

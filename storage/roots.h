@@ -44,6 +44,12 @@ struct StorageGate {
   static void publish(vu_storage::Roots roots);
 
   static const std::string& mail_root();
+  /// Whether every owner has folders of its own.
+  static bool owners_have_folders() { return vu_storage::roots().s_bUseDomain; }
+  /// Takes the lines of an entry out of the category files of its folder.
+  static void remove_from_categories(const std::string& folder, const std::string& entry) {
+    vu_storage::RemoveFromCategFiles(folder, entry);
+  }
 
   /// Roots, and those that were in force before.
   struct Published {

@@ -6,7 +6,7 @@
 cmake_minimum_required(VERSION 3.25)
 
 file(MAKE_DIRECTORY ${SCRATCH})
-file(GLOB headers RELATIVE ${INCLUDE} ${INCLUDE}/*.h)
+file(GLOB headers RELATIVE ${INCLUDE} ${INCLUDE}/*.h ${INCLUDE}/vu/*.h ${INCLUDE}/vu/*.hpp)
 if(NOT headers)
   message(FATAL_ERROR "there is no header in ${INCLUDE}")
 endif()

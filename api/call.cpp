@@ -1,0 +1,195 @@
+#include "api/call.h"
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <new>
+#include <type_traits>
+
+#include "platform/os/os.h"
+#include "vu_file_except.h"
+
+namespace api {
+namespace {
+
+constinit thread_local Problem t_problem;
+constinit thread_local Call* t_call = nullptr;
+static_assert(std::is_trivially_destructible_v<Problem>);
+
+/// How a save that could not begin is told: by a warning, since other operations go on.
+constexpr std::string_view kNotSaved = "STGIndex::~STGIndex(): Unable to create/update index.dat";
+
+std::string_view without_line_end(std::string_view text) {
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
+  return text;
+}
+
+}  // namespace
+
+// ---- the last problem --------------------------------------------------------------------------
+
+Problem& last_problem() noexcept { return t_problem; }
+
+void Problem::copy(Text& to, std::string_view from) noexcept {
+  std::size_t size = std::min(from.size(), kRoom - 1);
+  // Not within a character.
+  if (size < from.size()) {
+    while (size != 0 && (static_cast<unsigned char>(from[size]) & 0xC0U) == 0x80U) --size;
+  }
+  std::copy_n(from.data(), size, to);
+  to[size] = '\0';
+}
+
+void Problem::clear(const char* operation) noexcept {
+  status = VU_DONE;
+  m_operation = operation;
+  m_code = 0;
+  m_text[0] = m_path[0] = m_words[0] = '\0';
+}
+
+void Problem::set_system(std::int32_t code, std::string_view words) noexcept {
+  m_code = code;
+  copy(m_words, without_line_end(words));
+}
+
+void Problem::tell(vu_error& error) const noexcept {
+  error.status = status;
+  error.system_code = m_code;
+  error.operation = m_operation;
+  error.text = m_text;
+  error.path = m_path;
+  error.system_text = m_words;
+}
+
+// ---- one call ----------------------------------------------------------------------------------
+
+Call::Call(const char* operation) noexcept
+    : m_outer(std::exchange(t_call, this)), m_before(trace::listen(this)), m_operation(operation) {
+  t_problem.clear(operation);
+}
+
+Call::~Call() {
+  m_limit.reset();
+  trace::listen(m_before);
+  t_call = m_outer;
+}
+
+Call& Call::current() noexcept { return *t_call; }
+
+void Call::limit_waiting(std::int64_t wait_ms) noexcept {
+  if (wait_ms == 0 || m_limit) return;
+  m_limit.emplace(std::chrono::milliseconds(wait_ms == VU_NO_WAIT ? 0 : wait_ms));
+}
+
+void Call::hear(vu_host::trace_event event, std::string_view text) noexcept {
+  const bool is_error = event == vu_host::trace_event::error;
+  if (is_error || text.starts_with(kNotSaved)) ++m_failures;
+  // The first failure is the cause of what follows; a warning counts until there is one.
+  if (m_has_error || (!is_error && t_problem.has_text())) return;
+  m_has_error = is_error;
+  t_problem.set_text(without_line_end(text));
+}
+
+void Call::hear_failure(std::string_view path, std::int32_t code) noexcept {
+  if (m_has_error) return;
+  try {
+    t_problem.set_path(os::native_form(std::string(path)));
+  } catch (...) {
+    // The rest is told without the path.
+  }
+  set_system(code);
+}
+
+void Call::set_system(std::int32_t code) noexcept {
+  try {
+    t_problem.set_system(code, vu_utf8string(os::error_text_wide(code)).str());
+  } catch (...) {
+    // The code is told without its words.
+    t_problem.set_system(code, {});
+  }
+}
+
+void Call::wait_no_more() noexcept { m_limit.reset(); }
+
+void Call::forget() noexcept {
+  m_failures = 0;
+  m_has_error = false;
+  t_problem.clear(m_operation);
+}
+
+vu_status Call::end(vu_status status) noexcept {
+  // Whatever an operation made of the missing lock.
+  if (m_limit && LockLimit::passed()) status = VU_LOCK_TIMEOUT;
+  if (status == VU_DONE) t_problem.clear(m_operation);
+  t_problem.status = status;
+  return status;
+}
+
+vu_status Call::end(const Refusal& refusal) noexcept {
+  // Texts of the library are kept where they say more.
+  if (!refusal.text.empty()) {
+    t_problem.clear(m_operation);
+    t_problem.set_text(refusal.text);
+  }
+  if (!refusal.path.empty()) t_problem.set_path(refusal.path);
+  if (refusal.code != 0) set_system(refusal.code);
+  return end(refusal.status);
+}
+
+vu_status Call::end_by_exception() noexcept {
+  const auto ends_with = [&](vu_status status, const char* text) {
+    if (!t_problem.has_text()) t_problem.set_text(text);
+    return end(status);
+  };
+  try {
+    throw;
+  } catch (const Refusal& refusal) {
+    return end(refusal);
+  } catch (const std::bad_alloc&) {
+    t_problem.clear(m_operation);
+    return ends_with(VU_NO_MEMORY, "out of memory");
+  } catch (const vu_file_except& error) {
+    try {
+      return ends_with(VU_FAILED, error.what().c_str());
+    } catch (...) {
+      return ends_with(VU_FAILED, "the file layer failed");
+    }
+  } catch (const std::exception& error) {
+    return ends_with(VU_FAILED, error.what());
+  } catch (...) {
+    return ends_with(VU_FAILED, "unknown exception");
+  }
+}
+
+// ---- what calls share --------------------------------------------------------------------------
+
+void check_size(const void* structure, std::size_t told, std::size_t known) {
+  require(told >= known, "the size of a structure is not set");
+  const auto* const bytes = static_cast<const unsigned char*>(structure);
+  // No structure of a later version is as large as that.
+  require(told <= known + 4096, "the size of a structure is not set");
+  require(std::all_of(bytes + known, bytes + told, [](unsigned char byte) { return byte == 0; }),
+          "a structure of a later version asks for what this library does not know");
+}
+
+vu_status done_unless_told() { return Call::current().heard_failure() ? VU_PARTLY_DONE : VU_DONE; }
+
+vu_status failed_or(vu_status otherwise, const char* text, const std::string& path) {
+  if (Call::current().heard_failure()) return VU_FAILED;
+  throw Refusal{otherwise, text, path};
+}
+
+vu_status give_text(std::string_view text, char* buffer, std::size_t room, std::size_t* size) {
+  if (size != nullptr) *size = text.size();
+  if (buffer == nullptr && room == 0) {
+    require(size, "size");
+    return VU_DONE;
+  }
+  require(buffer, "buffer");
+  if (room < text.size() + 1) throw Refusal{VU_TOO_SHORT, "the buffer is too short", {}};
+  std::copy(text.begin(), text.end(), buffer);
+  buffer[text.size()] = '\0';
+  return VU_DONE;
+}
+
+}  // namespace api

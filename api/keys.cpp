@@ -1,0 +1,221 @@
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "api/lists.h"
+#include "api/store.h"
+#include "file/handle_core.h"
+#include "file/lock_limit.h"
+#include "stg_index.h"
+#include "storage/key_text.h"
+#include "vu_storage.h"
+
+// Key files and profiles. A change holds the file's lock from the read to the write.
+
+namespace api {
+namespace {
+
+/// A key file: in the storage, or a plain file in a folder.
+struct KeyFile {
+  Address address;
+  std::string folder;  ///< of a plain file
+  std::string name;
+
+  bool is_plain() const { return !folder.empty(); }
+};
+
+KeyFile key_file_of(const Store& store, const vu_document* document) {
+  return {address_of(store, document, Version::kNoneIs0), {}, {}};
+}
+
+KeyFile profile_of(const Store& store, const char* owner, const char* file) {
+  const std::string name =
+      file_name_of(store, "the profile", file != nullptr ? file : "profile.txt");
+  if (owner != nullptr)
+    return {{STG::UserFilesRepository, owner_of(store, owner), name, 0}, {}, {}};
+  KeyFile master = {{}, vu_storage::getConfigDirPath(), name};
+  if (file == nullptr && !vu_file::exists(master.folder + "\\" + name)) master.name = "master.txt";
+  return master;
+}
+
+std::string line_name(const Store& store, const char* line) {
+  require(line, "the line");
+  const std::string name = line;
+  if (store.guard == Guard::kOn && (name.empty() || name.find_first_of("=\n\r\t") != name.npos))
+    throw Refusal{VU_REFUSED, "a line name is empty, or holds \"=\", a line end or a tab", {}};
+  return name;
+}
+
+std::string line_value(const Store& store, const char* value) {
+  require(value, "the value");
+  const std::string text = value;
+  if (store.guard == Guard::kOn && text.find_first_of("\n\r\t") != text.npos)
+    throw Refusal{VU_REFUSED, "a value holds a line end or a tab", {}};
+  return text;
+}
+
+STG::NameValueSeq lines_of(std::string_view text) {
+  STG::NameValueSeq lines;
+  key_text::Lines all(text);
+  std::string_view line;
+  while (all.next(line)) {
+    if (const auto pair = key_text::split(line, key_text::Separator::kFirst))
+      lines.push_back({std::string(pair->name), std::string(pair->value)});
+  }
+  return lines;
+}
+
+Place place_of(const KeyFile& file) {
+  if (file.is_plain()) {
+    const Place place = {file.folder, file.name, 0};
+    if (vu_file::exists(place.path())) return place;
+    throw Refusal{VU_NOTHING_MATCHED, "there is no such key file", told_path(place.path())};
+  }
+  Place place;
+  if (!find(file.address, place))
+    throw Refusal{VU_NOTHING_MATCHED, "there is no such key file", {}};
+  return place;
+}
+
+STG::NameValueSeq load(const KeyFile& from) {
+  const Place place = place_of(from);
+  vu_file file;
+  file.open(place.folder, place.file, vu_file_base::o_read);
+  return lines_of(read_to_end(file).view());
+}
+
+vu_status get(const KeyFile& from, const std::string& name, char* buffer, std::size_t room,
+              std::size_t* size) {
+  for (const STG::NameValue& line : load(from)) {
+    if (line.name == name) return give_text(line.value, buffer, room, size);
+  }
+  throw Refusal{VU_NOTHING_MATCHED, "there is no such line", {}};
+}
+
+vu_status each(const KeyFile& from, vu_line_visitor visit, void* context) {
+  require_callback(visit);
+  for (const STG::NameValue& line : load(from))
+    go_on(visit(context, line.name.c_str(), line.value.c_str()));
+  return VU_DONE;
+}
+
+/// The lines with a new value for a name, or without it; nothing when that changes nothing.
+std::optional<STG::NameValueSeq> changed(const STG::NameValueSeq& lines, const std::string& name,
+                                         const std::optional<std::string>& value) {
+  STG::NameValueSeq result;
+  bool is_there = false;
+  for (const STG::NameValue& line : lines) {
+    if (line.name != name) {
+      result.push_back(line);
+    } else if (value && !is_there) {
+      result.push_back({name, *value});
+    }
+    is_there = is_there || line.name == name;
+  }
+  if (!is_there && !value) return std::nullopt;
+  if (!is_there) result.push_back({name, *value});
+  return result;
+}
+
+vu_status change(const KeyFile& of, const std::string& name,
+                 const std::optional<std::string>& value) {
+  Place place = {of.folder, of.name, 0};
+  if (!value) {
+    place = place_of(of);
+  } else if (!of.is_plain()) {
+    if (!find_folder(of.address, true, place.folder)) throw Refusal{VU_FAILED, {}, {}};
+    Place before;
+    const bool existed = LockLimit::is_set() && find(of.address, before);
+    place.file = STGIndex::create(place.folder, of.address.name, 0);
+    // No entry names a new file then, so that it would be adopted.
+    if (LockLimit::passed() && !existed) vu_file::remove(place.path());
+    if (LockLimit::passed()) throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
+  }
+  vu_file file;
+  file.open(place.folder, place.file, vu_file_base::o_append);
+  if (!file.is_locked()) throw Refusal{VU_FAILED, "the lock was not granted", {}};
+  const auto lines = changed(lines_of(read_to_end(file).view()), name, value);
+  if (!lines) throw Refusal{VU_NOTHING_MATCHED, "there is no such line", {}};
+  file.clear();
+  const std::string text = key_text::join(*lines);
+  const bool is_whole = file.write(text) == static_cast<int>(text.size());
+  file.close();
+  return is_whole && !Call::current().heard_failure()
+             ? VU_DONE
+             : failed_or(VU_FAILED, "the file is cut short", told_path(place.path()));
+}
+
+}  // namespace
+}  // namespace api
+
+using api::run;
+using api::StoreUse;
+
+vu_status vu_key_get(vu_store* store, const vu_document* document, const char* line, char* buffer,
+                     size_t room, size_t* size) {
+  return run("vu_key_get", [&]() -> vu_status {
+    const StoreUse use(store);
+    return api::get(api::key_file_of(*use, document), api::line_name(*use, line), buffer, room,
+                    size);
+  });
+}
+
+vu_status vu_key_set(vu_store* store, const vu_document* document, const char* line,
+                     const char* value) {
+  return run("vu_key_set", [&]() -> vu_status {
+    const StoreUse use(store);
+    return api::change(api::key_file_of(*use, document), api::line_name(*use, line),
+                       api::line_value(*use, value));
+  });
+}
+
+vu_status vu_key_delete(vu_store* store, const vu_document* document, const char* line) {
+  return run("vu_key_delete", [&]() -> vu_status {
+    const StoreUse use(store);
+    return api::change(api::key_file_of(*use, document), api::line_name(*use, line), std::nullopt);
+  });
+}
+
+vu_status vu_key_each(vu_store* store, const vu_document* document, vu_line_visitor visit,
+                      void* context) {
+  return run("vu_key_each", [&]() -> vu_status {
+    const StoreUse use(store);
+    return api::each(api::key_file_of(*use, document), visit, context);
+  });
+}
+
+vu_status vu_profile_get(vu_store* store, const char* owner, const char* file, const char* line,
+                         char* buffer, size_t room, size_t* size) {
+  return run("vu_profile_get", [&]() -> vu_status {
+    const StoreUse use(store);
+    return api::get(api::profile_of(*use, owner, file), api::line_name(*use, line), buffer, room,
+                    size);
+  });
+}
+
+vu_status vu_profile_set(vu_store* store, const char* owner, const char* file, const char* line,
+                         const char* value) {
+  return run("vu_profile_set", [&]() -> vu_status {
+    const StoreUse use(store);
+    return api::change(api::profile_of(*use, owner, file), api::line_name(*use, line),
+                       api::line_value(*use, value));
+  });
+}
+
+vu_status vu_profile_delete(vu_store* store, const char* owner, const char* file,
+                            const char* line) {
+  return run("vu_profile_delete", [&]() -> vu_status {
+    const StoreUse use(store);
+    return api::change(api::profile_of(*use, owner, file), api::line_name(*use, line),
+                       std::nullopt);
+  });
+}
+
+vu_status vu_profile_each(vu_store* store, const char* owner, const char* file,
+                          vu_line_visitor visit, void* context) {
+  return run("vu_profile_each", [&]() -> vu_status {
+    const StoreUse use(store);
+    return api::each(api::profile_of(*use, owner, file), visit, context);
+  });
+}

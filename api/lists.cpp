@@ -1,0 +1,146 @@
+#include "api/lists.h"
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "api/info.h"
+#include "api/staged_name.h"
+#include "index/index_gate.h"
+#include "platform/os/os.h"
+#include "vu_storage.h"
+
+// Lists by callbacks. No lock is held while one runs, and no list is made of documents.
+
+namespace api {
+namespace {
+
+std::vector<std::string> subfolders_of(const std::string& folder) {
+  std::vector<std::string> names;
+  if (!vu_file::exists(folder)) return names;
+  for (std::string& name : vu_file::filenames(folder)) {
+    if (vu_file::is_dir(folder + "\\" + name)) names.push_back(std::move(name));
+  }
+  return names;
+}
+
+/// Buckets are named by numbers of eight digits or more.
+bool is_bucket_name(std::string_view name) {
+  return name.size() >= 8 && name.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+struct Listing {
+  std::int32_t area;
+  std::string owner;
+  std::uint32_t flags;
+  vu_entry_visitor visit;
+  void* context;
+
+  bool tell(const std::string& folder, std::string_view logical, long version,
+            const std::string& file) const {
+    if (logical.starts_with(kStagedPrefix)) return true;
+    const std::string name = told_name(logical);
+    const std::string told_file = told_name(file);
+    vu_info info = VU_INFO_INIT;
+    if ((flags & VU_WITH_INFO) != 0) info = info_of(folder + "\\" + file, version);
+    info.version = version;
+    const vu_entry entry = {sizeof(vu_entry),  area, 0, owner.c_str(), name.c_str(),
+                            told_file.c_str(), info};
+    go_on(visit(context, &entry));
+    return true;
+  }
+};
+
+vu_status each_document(const Store& store, std::int32_t area, const char* owner,
+                        std::uint32_t flags, vu_entry_visitor visit, void* context) {
+  require_callback(visit);
+  require((flags & ~std::uint32_t{VU_WITH_INFO}) == 0, "unknown flags");
+  const STG::RepositoryType type = type_of(area);
+  const std::string own = owner_of(store, owner);
+  const Listing listing = {area, told_owner(store, own), flags, visit, context};
+  for (const std::string& folder : folders_of(store, type, own)) {
+    IndexGate::visit(folder, [&](std::string_view name, long version, const std::string& file) {
+      return listing.tell(folder, name, version, file);
+    });
+  }
+  return VU_DONE;
+}
+
+vu_status each_version(const Store& store, const vu_document* document, std::uint32_t flags,
+                       vu_entry_visitor visit, void* context) {
+  require_callback(visit);
+  require((flags & ~std::uint32_t{VU_WITH_INFO}) == 0, "unknown flags");
+  const Address address = address_of(store, document, Version::kNoneIs0);
+  std::string folder;
+  if (!find_folder(address, false, folder)) return VU_DONE;
+  const Listing listing = {document->area, told_owner(store, address.owner), flags, visit, context};
+  IndexGate::visit(folder, [&](std::string_view name, long version, const std::string& file) {
+    return name != address.name || listing.tell(folder, name, version, file);
+  });
+  return VU_DONE;
+}
+
+vu_status each_owner(const Store& store, std::int32_t area, vu_name_visitor visit, void* context) {
+  require_callback(visit);
+  const STG::RepositoryType type = type_of(area);
+  if (!store.owners_have_folders) return VU_DONE;
+  for (const std::string& owner : owners_in(store, type)) {
+    const std::string name = told_owner(store, owner);
+    if (!name.empty()) go_on(visit(context, name.c_str()));
+  }
+  return VU_DONE;
+}
+
+}  // namespace
+
+std::vector<std::string> owners_in(const Store& store, STG::RepositoryType type) {
+  if (!store.owners_have_folders) return {"_"};
+  return subfolders_of(area_folder(type));
+}
+
+std::vector<std::string> folders_of(const Store& store, STG::RepositoryType type,
+                                    const std::string& owner) {
+  std::string folder = area_folder(type);
+  if (store.owners_have_folders) folder += "\\" + owner;
+  if (!vu_file::exists(folder)) return {};
+  if (type != STG::CorporateRepository) return {folder};
+  std::vector<std::string> buckets;
+  for (const std::string& name : subfolders_of(folder)) {
+    if (is_bucket_name(name)) buckets.push_back(folder + "\\" + name);
+  }
+  std::sort(buckets.begin(), buckets.end());
+  return buckets;
+}
+
+std::string told_owner(const Store& store, const std::string& owner) {
+  return store.owners_have_folders ? os::utf8_of(owner) : std::string();
+}
+
+}  // namespace api
+
+using api::run;
+using api::StoreUse;
+
+vu_status vu_each_document(vu_store* store, int32_t area, const char* owner, uint32_t flags,
+                           vu_entry_visitor visit, void* context) {
+  return run("vu_each_document", [&]() -> vu_status {
+    const StoreUse use(store);
+    return api::each_document(*use, area, owner, flags, visit, context);
+  });
+}
+
+vu_status vu_each_version(vu_store* store, const vu_document* document, uint32_t flags,
+                          vu_entry_visitor visit, void* context) {
+  return run("vu_each_version", [&]() -> vu_status {
+    const StoreUse use(store);
+    return api::each_version(*use, document, flags, visit, context);
+  });
+}
+
+vu_status vu_each_owner(vu_store* store, int32_t area, vu_name_visitor visit, void* context) {
+  return run("vu_each_owner", [&]() -> vu_status {
+    const StoreUse use(store);
+    return api::each_owner(*use, area, visit, context);
+  });
+}

@@ -1,0 +1,163 @@
+#include "api/store.h"
+
+#include <memory>
+#include <utility>
+
+#include "file/lock_limit.h"
+#include "index/index_format.h"
+#include "platform/os/os.h"
+#include "stg_index.h"
+#include "storage/layout.h"
+#include "storage/roots.h"
+#include "vu_fileutf8.h"
+#include "vu_storage.h"
+
+// Opening and closing a store, and where things are in it.
+
+namespace api {
+
+void check_found(handles::Found found) {
+  if (found == handles::Found::kNone)
+    throw Refusal{VU_BAD_HANDLE, "the handle is closed, of another kind, or none at all", {}};
+  if (found == handles::Found::kBusy)
+    throw Refusal{VU_BUSY, "another thread uses the handle just now", {}};
+}
+
+StoreUse::StoreUse(const vu_store* handle) : m_use(handle, Kind::kStore, Sharing::kShared) {
+  check_found(m_use.found());
+  Call::current().limit_waiting((**this).wait_ms);
+}
+
+const std::string& area_folder(STG::RepositoryType type) {
+  switch (type) {
+    case STG::CorporateRepository:
+      return vu_storage::getCorpPath();
+    case STG::MailRepository:
+      return vu_storage::getMailPath();
+    default:
+      return vu_storage::getUserPath();
+  }
+}
+
+bool find_folder(const Address& address, bool create, std::string& folder) {
+  if (vu_storage::createUserOrDomainNameDirectory(address.owner, address.name, address.type, folder,
+                                                  create))
+    return true;
+  if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
+  return false;
+}
+
+void wait_for_index(const std::string& folder) {
+  if (!LockLimit::is_set() || !vu_file::exists(folder + "\\" + index_format::kIndexFile)) return;
+  vu_file index(folder, index_format::kIndexFile);
+  index.open(vu_file_base::o_append);
+}
+
+bool find(const Address& address, Place& place) {
+  place.version = address.version;
+  if (address.version < 0) {
+    place.version = vu_storage::getLattestTimestamp(address.owner, address.name, address.type);
+    if (place.version < 0) return false;
+  }
+  vu_storage facade;
+  if (facade.IsFileExist(address.owner, address.name, address.type, place.version, &place.folder,
+                         &place.file))
+    return true;
+  if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
+  return false;
+}
+
+Place place_of(const Address& address) {
+  Place place;
+  if (!find(address, place)) throw Refusal{VU_NOTHING_MATCHED, "there is no such version", {}};
+  return place;
+}
+
+namespace {
+
+constexpr std::uint32_t kSettingsFlags =
+    VU_MAKE_ROOT | VU_SHARED_FOLDERS | VU_NO_ADOPTION | VU_NO_GUARD;
+
+/// The absolute form of the root, as the library writes paths.
+std::string root_of(const vu_settings& settings) {
+  vu_utf8string root(settings.root);
+  require(!root.empty(), "the root is empty");
+  if (!vu_fileutf8::rel2abs(root)) throw Refusal{VU_NO_TREE, "the root has no path", settings.root};
+  std::string path = root.str();
+  while (path.size() > 1 && path.back() == '\\') path.pop_back();
+  if ((settings.flags & VU_MAKE_ROOT) != 0 && !vu_fileutf8::is_dir(vu_utf8string(path)))
+    vu_fileutf8::createDirR(vu_utf8string(path));
+  if (!vu_fileutf8::is_dir(vu_utf8string(path)))
+    throw Refusal{VU_NO_TREE, "there is no such root folder", settings.root};
+  Call::current().forget();
+  return path_of(path.c_str());
+}
+
+/// Takes the storage in force, which has to be what is asked for.
+vu_status join(const vu_settings& settings, const std::string& root) {
+  if (!StorageGate::initialised()) throw Refusal{VU_NO_TREE, "no storage was opened yet", {}};
+  const std::string& in_force = vu_storage::getStoragePath();
+  if (settings.root == nullptr) return VU_ALREADY;
+  const bool has_shared_folders = (settings.flags & VU_SHARED_FOLDERS) != 0;
+  if (in_force != root + "\\storage")
+    throw Refusal{VU_REFUSED, "this process has opened another root", told_path(in_force)};
+  if (has_shared_folders == StorageGate::owners_have_folders())
+    throw Refusal{VU_REFUSED, "this process has opened the root with another layout",
+                  told_path(in_force)};
+  return VU_ALREADY;
+}
+
+vu_status start(const vu_settings& settings) {
+  if (settings.root == nullptr) return join(settings, {});
+  const std::string root = root_of(settings);
+  if (StorageGate::initialised()) return join(settings, root);
+  const bool is_mine = vu_storage::initRootStorage(root, (settings.flags & VU_SHARED_FOLDERS) == 0,
+                                                   (settings.flags & VU_NO_ADOPTION) == 0);
+  if (!StorageGate::initialised()) return failed_or(VU_FAILED, "the storage cannot be initialised");
+  if (!is_mine) return join(settings, root);
+  // Required: a folder that cannot be made counts as success there.
+  if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
+  return VU_DONE;
+}
+
+vu_status open_store(const vu_settings* settings, vu_store** store) {
+  require(store, "store");
+  *store = nullptr;
+  require(settings, "settings");
+  check_size(settings, settings->struct_size, sizeof *settings);
+  require((settings->flags & ~kSettingsFlags) == 0 && settings->reserved == 0, "unknown flags");
+  require(settings->wait_ms >= VU_NO_WAIT, "the time limit is out of range");
+  auto object = std::make_unique<Store>();
+  const vu_status status = start(*settings);
+  object->guard = (settings->flags & VU_NO_GUARD) != 0 ? Guard::kOff : Guard::kOn;
+  object->owners_have_folders = StorageGate::owners_have_folders();
+  object->wait_ms = settings->wait_ms;
+  *store = static_cast<vu_store*>(handles::add(Kind::kStore, std::move(object)));
+  return status;
+}
+
+}  // namespace
+}  // namespace api
+
+using api::run;
+
+vu_status vu_open_store(const vu_settings* settings, vu_store** store) {
+  return run("vu_open_store", [&]() -> vu_status { return api::open_store(settings, store); });
+}
+
+vu_status vu_close_store(vu_store* store) {
+  return run("vu_close_store", [&]() -> vu_status {
+    std::unique_ptr<api::Object> object;
+    api::check_found(api::handles::take_out(store, api::Kind::kStore, object));
+    return VU_DONE;
+  });
+}
+
+vu_status vu_folder(vu_store* store, int32_t area, char* buffer, size_t room, size_t* size) {
+  return run("vu_folder", [&]() -> vu_status {
+    const api::StoreUse use(store);
+    const std::string& folder =
+        area == 0 ? vu_storage::getStoragePath() : api::area_folder(api::type_of(area));
+    return api::give_text(api::told_path(folder), buffer, room, size);
+  });
+}

@@ -1,0 +1,93 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "api/call.h"
+#include "api/handles.h"
+#include "stg_types.h"
+#include "vu/storage.h"
+
+namespace api {
+
+enum class Guard : std::uint8_t { kOn, kOff };
+
+/// What a handle of a store leads to: the settings of whoever opened it.
+struct Store final : Object {
+  Guard guard = Guard::kOn;
+  bool owners_have_folders = true;
+  std::int64_t wait_ms = 0;
+};
+
+/// A version, in the library's own terms.
+struct Address {
+  STG::RepositoryType type = STG::UserFilesRepository;
+  std::string owner;  ///< for the library, which does nothing for an empty one
+  std::string name;
+  long version = 0;  ///< -1 for the latest one
+
+  bool is_corporate() const { return type == STG::CorporateRepository; }
+};
+
+/// The use of a store during one call. @throws Refusal for a handle that is none.
+class StoreUse {
+ public:
+  explicit StoreUse(const vu_store* handle);
+  const Store& operator*() const { return static_cast<const Store&>(m_use.object()); }
+  const Store* operator->() const { return &**this; }
+
+ private:
+  Use m_use;
+};
+
+/// Throws for what was not found.
+void check_found(handles::Found found);
+
+// ---- names -------------------------------------------------------------------------------------
+
+/// An area's number as the library counts. @throws Refusal
+STG::RepositoryType type_of(std::int32_t area);
+/// Names as the library takes them. @throws Refusal for null, for what the guard refuses, and for
+/// what has no place in the narrow encoding.
+std::string owner_of(const Store& store, const char* owner);
+std::string entry_of(const Store& store, const char* name);
+/// The name of a file that the library puts into a folder as it is.
+std::string file_name_of(const Store& store, const char* what, const char* name);
+/// A path; not guarded.
+std::string path_of(const char* path);
+enum class Version : std::uint8_t {
+  kAny,      ///< VU_LATEST as well
+  kNamed,    ///< a version of its own
+  kNoneIs0,  ///< it is not looked at
+};
+Address address_of(const Store& store, const vu_document* document, Version version);
+/// What the library tells, for the caller: UTF-8.
+std::string told_name(std::string_view name);
+std::string told_path(const std::string& path);
+
+// ---- folders -----------------------------------------------------------------------------------
+
+const std::string& area_folder(STG::RepositoryType type);
+
+/// The folder of a document. False when it does not exist, without @p create.
+bool find_folder(const Address& address, bool create, std::string& folder);
+
+/// Waits within the limit in force until the index of a folder can be had alone: for operations
+/// that begin with what cannot be undone. @throws Refusal VU_LOCK_TIMEOUT
+void wait_for_index(const std::string& folder);
+
+/// Where a version is.
+struct Place {
+  std::string folder;
+  std::string file;
+  long version = 0;
+
+  std::string path() const { return folder + "\\" + file; }
+};
+/// Finds a version. False when it does not exist; @throws Refusal when that could not be told.
+bool find(const Address& address, Place& place);
+/// The same; @throws Refusal VU_NOTHING_MATCHED.
+Place place_of(const Address& address);
+
+}  // namespace api

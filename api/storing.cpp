@@ -1,0 +1,239 @@
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <random>
+#include <string>
+
+#include "api/staged_name.h"
+#include "api/store.h"
+#include "api/stream.h"
+#include "file/lock_limit.h"
+#include "index/index_format.h"
+#include "platform/os/os.h"
+#include "stg_index.h"
+#include "storage/layout.h"
+#include "storage/roots.h"
+#include "vu_storage.h"
+
+// Storing a version at once, or in place; copies in and out, and other names for versions.
+//
+// At once: the bytes go into a version with a name that nobody asks for, and are on the device
+// before STGIndex::rename() gives them the name that is wanted. That is one save of the index, so
+// that whoever reads meets the old version or the new one, as does whoever reads after an
+// interruption.
+
+namespace api {
+namespace {
+
+/// Where the bytes of a version come from: memory, or a file.
+struct Source {
+  const void* bytes = nullptr;
+  std::size_t size = 0;
+  std::string path;  ///< empty for memory
+};
+
+/// A name that no other writer draws, with the extension of the name that it stands for.
+std::string staged_name(const std::string& name) {
+  static std::atomic<std::uint32_t> count = 0;
+  std::random_device random;
+  char text[32] = {};
+  std::snprintf(text, sizeof text, "%08x%08x%08x", random(), random(), ++count);
+  return std::string(kStagedPrefix) + text + std::string(index_format::extension_of(name));
+}
+
+/// Copies a file over one of the storage.
+void copy_over(const std::string& from, const std::string& to, os::IfExists if_exists) {
+  os::CopiedTime time = os::CopiedTime::kKept;
+  const os::Status copied = os::copy(from, to, if_exists, &time);
+  if (copied.ok()) return;
+  if (copied.failure() == os::Failure::kAlreadyExists)
+    throw Refusal{VU_ALREADY, "the file exists", told_path(to)};
+  throw Refusal{copied.failure() == os::Failure::kNotFound ? VU_NOTHING_MATCHED : VU_FAILED,
+                "the file cannot be copied", told_path(from), copied.code()};
+}
+
+/// Fills a version's file, which exists, and has it on the device.
+void fill(const Source& source, const Place& place) {
+  if (!source.path.empty()) {
+    copy_over(source.path, place.path(), os::IfExists::kReplace);
+    if (!os::flush_file(place.path()).ok())
+      throw Refusal{VU_FAILED, "the copy cannot be written to the device", told_path(place.path())};
+    return;
+  }
+  vu_file file;
+  file.open(place.folder, place.file, vu_file_base::o_truncate);
+  const bool is_whole = file.is_locked() && write_bytes(file, source.bytes, source.size);
+  file.close();
+  // Whether it is on the device is told by a trace alone.
+  if (!is_whole || Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
+}
+
+/// What was made for the content that is replaced.
+void drop_derived(const Address& address, const Place& old) {
+  if (address.type == STG::UserFilesRepository)
+    StorageGate::remove_from_categories(old.folder, address.name);
+  if (!address.is_corporate()) return;
+  const std::string parts = layout::root_of_parts(old.path(), vu_storage::getTdcTimeStamp());
+  if (vu_file::exists(parts)) vu_file::recurseRemoveDir(parts);
+}
+
+/// A version under a staged name; gone with this object unless it has got its name.
+class Staged {
+ public:
+  Staged(const std::string& folder, const Address& address)
+      : m_folder(folder), m_name(staged_name(address.name)), m_version(address.version) {
+    m_place = {folder, STGIndex::create(folder, m_name, m_version), m_version};
+    if (!LockLimit::passed()) return;
+    // No entry names it, so that it would be adopted.
+    vu_file::remove(m_place.path());
+    m_is_there = false;
+    throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
+  }
+  ~Staged() {
+    if (!m_is_there) return;
+    try {
+      // Required: without a limit, for what was made here has to go.
+      const LockLimit none(std::nullopt);
+      STGIndex::remove(m_folder, m_name, m_version);
+    } catch (...) {
+      // It stays behind, as after an interruption.
+    }
+  }
+  Staged(const Staged&) = delete;
+  Staged& operator=(const Staged&) = delete;
+
+  const Place& place() const { return m_place; }
+  void rename_to(const Address& address) {
+    wait_for_index(m_folder);
+    STGIndex::rename(m_folder, m_name, m_version, address.name, address.version);
+    std::string left;
+    m_is_there = STGIndex::exists(m_folder, m_name, m_version, left);
+    if (m_is_there || LockLimit::passed()) throw Refusal{VU_FAILED, {}, {}};
+  }
+
+ private:
+  std::string m_folder;
+  std::string m_name;
+  long m_version;
+  Place m_place;
+  bool m_is_there = true;
+};
+
+void store_in_place(const Address& address, const Source& source) {
+  vu_storage facade;
+  vu_file file;
+  facade.OpenWrite2(file, address.owner, address.name, address.type, true, address.version);
+  if (!file.is_open()) throw Refusal{VU_FAILED, {}, {}};
+  const std::string path = file.getFilePath();
+  bool is_whole = file.is_locked();
+  if (source.path.empty()) is_whole = is_whole && write_bytes(file, source.bytes, source.size);
+  file.close();
+  if (!is_whole || Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
+  if (!source.path.empty()) copy_over(source.path, path, os::IfExists::kReplace);
+}
+
+vu_status store(const Address& address, const Source& source, std::uint32_t flags,
+                std::int32_t* how) {
+  Place place;
+  if (!source.path.empty() && !vu_file::exists(source.path))
+    throw Refusal{VU_NOTHING_MATCHED, "there is no such file", told_path(source.path)};
+  const bool existed = find(address, place);
+  if (existed && (flags & VU_REPLACE) == 0)
+    throw Refusal{VU_ALREADY, "the version exists", told_path(place.path())};
+  std::string folder;
+  if (!find_folder(address, true, folder)) throw Refusal{VU_FAILED, {}, {}};
+  // A file that bears the name itself answers for it, whatever the index says.
+  const bool in_place = (flags & VU_IN_PLACE) != 0 || vu_file::exists(folder + "\\" + address.name);
+  if (in_place) {
+    store_in_place(address, source);
+  } else {
+    Staged staged(folder, address);
+    fill(source, staged.place());
+    staged.rename_to(address);
+    if (existed) drop_derived(address, place);
+  }
+  if (how != nullptr) *how = in_place ? VU_STORED_IN_PLACE : VU_STORED_AT_ONCE;
+  return done_unless_told();
+}
+
+vu_status rename(const Store& settings, const vu_document* from, const vu_document* to,
+                 std::uint32_t flags) {
+  require((flags & ~std::uint32_t{VU_REPLACE}) == 0, "unknown flags");
+  Address old_address = address_of(settings, from, Version::kAny);
+  const Address address = address_of(settings, to, Version::kNamed);
+  const Place old = place_of(old_address);
+  old_address.version = old.version;
+  Place place;
+  const bool existed = find(address, place);
+  if (existed && place.path() == old.path()) return VU_DONE;
+  if (existed && (flags & VU_REPLACE) == 0)
+    throw Refusal{VU_ALREADY, "the version exists", told_path(place.path())};
+  std::string folder;
+  if (!find_folder(address, true, folder)) throw Refusal{VU_FAILED, {}, {}};
+  if (folder != old.folder) {
+    wait_for_index(old.folder);
+    const vu_status stored = store(address, {nullptr, 0, old.path()}, flags, nullptr);
+    vu_storage::RemoveFile(old_address.owner, old_address.name, old_address.type,
+                           old_address.version);
+    Place left;
+    if (find(old_address, left)) throw Refusal{VU_PARTLY_DONE, "the old version stays as well", {}};
+    return stored;
+  }
+  wait_for_index(folder);
+  STGIndex::rename(folder, old_address.name, old_address.version, address.name, address.version);
+  Place now;
+  if (!find(address, now) || find(old_address, now))
+    return failed_or(VU_FAILED, "the version keeps its name", told_path(old.path()));
+  if (existed) drop_derived(address, place);
+  return done_unless_told();
+}
+
+constexpr std::uint32_t kStoreFlags = VU_REPLACE | VU_IN_PLACE;
+
+}  // namespace
+}  // namespace api
+
+using api::run;
+using api::StoreUse;
+using api::Version;
+
+vu_status vu_put(vu_store* store, const vu_document* document, const void* bytes, size_t size,
+                 uint32_t flags, int32_t* how) {
+  return run("vu_put", [&]() -> vu_status {
+    api::require(bytes != nullptr || size == 0, "bytes is null");
+    api::require((flags & ~api::kStoreFlags) == 0, "unknown flags");
+    const StoreUse use(store);
+    return api::store(api::address_of(*use, document, Version::kNamed), {bytes, size, {}}, flags,
+                      how);
+  });
+}
+
+vu_status vu_copy_in(vu_store* store, const vu_document* document, const char* path, uint32_t flags,
+                     int32_t* how) {
+  return run("vu_copy_in", [&]() -> vu_status {
+    api::require((flags & ~api::kStoreFlags) == 0, "unknown flags");
+    const StoreUse use(store);
+    const api::Address address = api::address_of(*use, document, Version::kNamed);
+    return api::store(address, {nullptr, 0, api::path_of(path)}, flags, how);
+  });
+}
+
+vu_status vu_copy_out(vu_store* store, const vu_document* document, const char* path,
+                      uint32_t flags) {
+  return run("vu_copy_out", [&]() -> vu_status {
+    api::require((flags & ~std::uint32_t{VU_REPLACE}) == 0, "unknown flags");
+    const StoreUse use(store);
+    const api::Place place = api::place_of(api::address_of(*use, document, Version::kAny));
+    api::copy_over(place.path(), api::path_of(path),
+                   (flags & VU_REPLACE) != 0 ? os::IfExists::kReplace : os::IfExists::kFail);
+    return VU_DONE;
+  });
+}
+
+vu_status vu_rename(vu_store* store, const vu_document* from, const vu_document* to,
+                    uint32_t flags) {
+  return run("vu_rename", [&]() -> vu_status {
+    const StoreUse use(store);
+    return api::rename(*use, from, to, flags);
+  });
+}

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "api/handles.h"
+#include "vu/storage.h"
+#include "vu_file.h"
+
+namespace api {
+
+enum class Direction : std::uint8_t { kReads, kWrites };
+
+/// What a handle of a stream leads to.
+struct Stream final : Object {
+  vu_file file;
+  Direction direction = Direction::kReads;
+};
+
+/// Reads up to @p room bytes; fewer at the end of the file only. @throws vu_file_except
+std::size_t read_bytes(vu_file& file, void* buffer, std::size_t room);
+/// @return whether all were written.
+bool write_bytes(vu_file& file, const void* bytes, std::size_t size);
+/// The size of an open file. @throws Refusal
+std::int64_t size_of(const std::string& path);
+
+/// Enters an open stream. @throws Refusal when the time for its lock is over.
+void give_stream(std::unique_ptr<Stream> opened, vu_stream** stream);
+
+}  // namespace api

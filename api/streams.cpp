@@ -1,0 +1,218 @@
+#include <algorithm>
+#include <limits>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "api/store.h"
+#include "api/stream.h"
+#include "file/lock_limit.h"
+#include "platform/os/os.h"
+#include "stg_index.h"
+#include "vu_storage.h"
+
+// Streams: open files of the storage.
+
+namespace api {
+namespace {
+
+/// So many bytes at most go through one call of the handle: its counts have 32 bits.
+constexpr std::size_t kPiece = std::size_t{1} << 20;
+
+Stream& stream_of(const Use& use) {
+  check_found(use.found());
+  return static_cast<Stream&>(use.object());
+}
+
+}  // namespace
+
+std::size_t read_bytes(vu_file& file, void* buffer, std::size_t room) {
+  auto* const bytes = static_cast<char*>(buffer);
+  std::size_t done = 0;
+  while (done < room) {
+    const int got = file.read(bytes + done, static_cast<int>(std::min(room - done, kPiece)));
+    if (got <= 0) break;
+    done += static_cast<std::size_t>(got);
+  }
+  return done;
+}
+
+bool write_bytes(vu_file& file, const void* bytes, std::size_t size) {
+  const auto* const from = static_cast<const char*>(bytes);
+  for (std::size_t done = 0; done < size;) {
+    const std::size_t piece = std::min(size - done, kPiece);
+    if (file.write(from + done, static_cast<int>(piece)) != static_cast<int>(piece)) return false;
+    done += piece;
+  }
+  return true;
+}
+
+std::int64_t size_of(const std::string& path) {
+  os::FileStat found;
+  const os::Status status = os::stat(path, found);
+  if (status.ok()) return static_cast<std::int64_t>(found.size);
+  throw Refusal{VU_FAILED, "the system does not tell the size", told_path(path), status.code()};
+}
+
+void give_stream(std::unique_ptr<Stream> opened, vu_stream** stream) {
+  // A lock that was not granted leaves a handle of the stated interface open and unlocked.
+  if (!opened->file.is_locked()) {
+    opened->file.close();
+    throw Refusal{LockLimit::passed() ? VU_LOCK_TIMEOUT : VU_FAILED, "the lock was not granted",
+                  told_path(opened->file.getFilePath())};
+  }
+  *stream = static_cast<vu_stream*>(handles::add(Kind::kStream, std::move(opened)));
+}
+
+namespace {
+
+void open_exact(Stream& stream, const Address& address) {
+  const Place place = place_of(address);
+  stream.file.open(place.folder, place.file, vu_file_base::o_read);
+}
+
+vu_status open_served(Stream& stream, const Address& address) {
+  vu_storage facade;
+  facade.OpenRead(stream.file, address.owner, address.name, address.type, address.version);
+  if (stream.file.is_open()) return VU_DONE;
+  if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
+  Address unversioned = address;
+  unversioned.version = 0;
+  const bool is_exact = address.is_corporate() && vu_file::getExtension(address.name) == "kdf";
+  Place place;
+  if (!is_exact && find(unversioned, place))
+    throw Refusal{VU_OUTDATED, "it is older than was asked for", told_path(place.path())};
+  throw Refusal{VU_NOTHING_MATCHED, "there is no such version", {}};
+}
+
+void open_for_writing(Stream& stream, const Address& address, bool replaces) {
+  Place place;
+  const bool existed = LockLimit::is_set() && find(address, place);
+  vu_storage facade;
+  stream.direction = Direction::kWrites;
+  facade.OpenWrite2(stream.file, address.owner, address.name, address.type, replaces,
+                    address.version);
+  if (LockLimit::passed() && stream.file.is_open() && !existed) {
+    // Its entry could not be saved: the file would be adopted under its own name.
+    const std::string path = stream.file.getFilePath();
+    stream.file.close();
+    vu_file::remove(path);
+  }
+  if (LockLimit::passed()) throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
+  if (stream.file.is_open()) return;
+  if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
+  throw Refusal{VU_ALREADY, "the version exists", {}};
+}
+
+vu_status open_document(const Store& store, const vu_document* document, std::int32_t mode,
+                        vu_stream** stream) {
+  require(stream, "stream");
+  *stream = nullptr;
+  require(mode >= VU_READ_EXACT && mode <= VU_WRITE_OVER, "there is no such mode");
+  const bool writes = mode == VU_WRITE_NEW || mode == VU_WRITE_OVER;
+  const Address address =
+      address_of(store, document, mode == VU_READ_EXACT ? Version::kAny : Version::kNamed);
+  auto opened = std::make_unique<Stream>();
+  if (mode == VU_READ_EXACT) open_exact(*opened, address);
+  if (mode == VU_READ_SERVED) open_served(*opened, address);
+  if (writes) open_for_writing(*opened, address, mode == VU_WRITE_OVER);
+  give_stream(std::move(opened), stream);
+  return VU_DONE;
+}
+
+vu_status open_part(const Store& store, const vu_document* document, const char* rendition,
+                    const char* part, std::int32_t mode, vu_stream** stream) {
+  require(stream, "stream");
+  *stream = nullptr;
+  require(mode == VU_READ_SERVED || mode == VU_WRITE_OVER, "there is no such mode for a part");
+  const Address address = address_of(store, document, Version::kNamed);
+  require(address.is_corporate(), "only documents of VU_AREA_DOCS have parts");
+  const std::string type = file_name_of(store, "the rendition", rendition);
+  const std::string id = file_name_of(store, "the part", part);
+  static_cast<void>(place_of(address));
+  auto opened = std::make_unique<Stream>();
+  vu_storage facade;
+  if (mode == VU_WRITE_OVER) {
+    opened->direction = Direction::kWrites;
+    facade.OpenWriteSubPart(opened->file, address.owner, address.name, type, id, address.version);
+  } else {
+    facade.OpenReadSubPart(opened->file, address.owner, address.owner, address.name, type, id,
+                           address.version);
+  }
+  if (!opened->file.is_open()) return failed_or(VU_OUTDATED, "there is no part that is up to date");
+  give_stream(std::move(opened), stream);
+  return VU_DONE;
+}
+
+}  // namespace
+}  // namespace api
+
+using api::run;
+using api::StoreUse;
+
+vu_status vu_open(vu_store* store, const vu_document* document, int32_t mode, vu_stream** stream) {
+  return run("vu_open", [&]() -> vu_status {
+    return api::open_document(*StoreUse(store), document, mode, stream);
+  });
+}
+
+vu_status vu_open_part(vu_store* store, const vu_document* document, const char* rendition,
+                       const char* part, int32_t mode, vu_stream** stream) {
+  return run("vu_open_part", [&]() -> vu_status {
+    return api::open_part(*StoreUse(store), document, rendition, part, mode, stream);
+  });
+}
+
+vu_status vu_stream_read(vu_stream* stream, void* buffer, size_t room, size_t* size) {
+  return run("vu_stream_read", [&]() -> vu_status {
+    api::require(size, "size");
+    const api::Use use(stream, api::Kind::kStream, api::Sharing::kExclusive);
+    api::Stream& opened = api::stream_of(use);
+    api::require(opened.direction == api::Direction::kReads, "the stream writes");
+    api::require(buffer != nullptr || room == 0, "buffer is null");
+    *size = api::read_bytes(opened.file, buffer, room);
+    return VU_DONE;
+  });
+}
+
+vu_status vu_stream_write(vu_stream* stream, const void* bytes, size_t size) {
+  return run("vu_stream_write", [&]() -> vu_status {
+    const api::Use use(stream, api::Kind::kStream, api::Sharing::kExclusive);
+    api::Stream& opened = api::stream_of(use);
+    api::require(opened.direction == api::Direction::kWrites, "the stream reads");
+    api::require(bytes != nullptr || size == 0, "bytes is null");
+    if (api::write_bytes(opened.file, bytes, size)) return VU_DONE;
+    return api::failed_or(VU_FAILED, "not all bytes were written");
+  });
+}
+
+vu_status vu_stream_seek(vu_stream* stream, int64_t distance, int32_t origin) {
+  return run("vu_stream_seek", [&]() -> vu_status {
+    const api::Use use(stream, api::Kind::kStream, api::Sharing::kExclusive);
+    api::Stream& opened = api::stream_of(use);
+    api::require(origin >= VU_FROM_START && origin <= VU_FROM_END, "there is no such origin");
+    api::require(distance >= std::numeric_limits<std::int32_t>::min() &&
+                     distance <= std::numeric_limits<std::int32_t>::max(),
+                 "the distance is out of range");
+    opened.file.seek(static_cast<int>(distance), static_cast<short>(origin));
+    return VU_DONE;
+  });
+}
+
+vu_status vu_stream_size(vu_stream* stream, int64_t* size) {
+  return run("vu_stream_size", [&]() -> vu_status {
+    api::require(size, "size");
+    const api::Use use(stream, api::Kind::kStream, api::Sharing::kExclusive);
+    *size = api::size_of(api::stream_of(use).file.getFilePath());
+    return VU_DONE;
+  });
+}
+
+vu_status vu_stream_close(vu_stream* stream) {
+  return run("vu_stream_close", [&]() -> vu_status {
+    std::unique_ptr<api::Object> object;
+    api::check_found(api::handles::take_out(stream, api::Kind::kStream, object));
+    static_cast<api::Stream&>(*object).file.close();
+    return api::Call::current().heard_failure() ? VU_FAILED : VU_DONE;
+  });
+}

@@ -1,0 +1,177 @@
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "api/info.h"
+#include "api/lists.h"
+#include "api/store.h"
+#include "index/index_gate.h"
+#include "platform/os/os.h"
+#include "stg_index.h"
+#include "vu_storage.h"
+
+// Owners as a whole, cleaning, and the one migration.
+
+namespace api {
+namespace {
+
+/// An owner's folders of mail, lists and own files.
+std::array<std::string, 3> folders_of(const std::string& owner) {
+  return {vu_storage::getMailPath() + "\\" + owner, vu_storage::getListPath() + "\\" + owner,
+          vu_storage::getUserPath() + "\\" + owner};
+}
+
+bool any_exists(const std::array<std::string, 3>& folders) {
+  for (const std::string& folder : folders) {
+    if (vu_file::exists(folder)) return true;
+  }
+  return false;
+}
+
+std::string named_owner(const Store& store, const char* owner) {
+  require(owner, "the owner");
+  require(store.owners_have_folders, "owners share folders in this storage");
+  return owner_of(store, owner);
+}
+
+vu_status rename_owner(const Store& store, const char* from, const char* to) {
+  const std::string old_name = named_owner(store, from);
+  const std::string new_name = named_owner(store, to);
+  if (!any_exists(folders_of(old_name)))
+    throw Refusal{VU_NOTHING_MATCHED, "the owner has no folders", {}};
+  if (any_exists(folders_of(new_name))) throw Refusal{VU_ALREADY, "the new name has folders", {}};
+  if (!vu_storage::RenameUserStorage(old_name, new_name))
+    return failed_or(VU_FAILED, "the owner's folders keep their name");
+  if (any_exists(folders_of(old_name)))
+    throw Refusal{any_exists(folders_of(new_name)) ? VU_PARTLY_DONE : VU_FAILED,
+                  "a folder keeps its name",
+                  {}};
+  return VU_DONE;
+}
+
+vu_status remove_owner(const Store& store, const char* owner) {
+  const std::string name = named_owner(store, owner);
+  if (!any_exists(folders_of(name)))
+    throw Refusal{VU_NOTHING_MATCHED, "the owner has no folders", {}};
+  vu_storage::RemoveUserStorage(vu_utf8string(name));
+  if (any_exists(folders_of(name))) throw Refusal{VU_PARTLY_DONE, "something stays", {}};
+  return VU_DONE;
+}
+
+// ---- cleaning ----------------------------------------------------------------------------------
+
+struct Cleaning {
+  std::int32_t area;
+  std::int64_t older_than;
+  std::uint32_t flags;
+  vu_entry_visitor visit;
+  void* context;
+  std::int64_t now;
+
+  bool takes_all() const { return older_than == 0; }
+  /// As the operation itself judges: what is missing is very old, what lies ahead is new.
+  bool is_old(const vu_info& info) const {
+    const std::int64_t time = (flags & VU_BY_ACCESS) != 0 ? info.accessed : info.modified;
+    return takes_all() || now - (info.size < 0 ? 0 : time) > older_than;
+  }
+  /// Tells what is out of date in a folder. @return how many.
+  std::int64_t forecast(const std::string& owner, const std::string& folder) const {
+    std::int64_t count = 0;
+    IndexGate::visit(folder, [&](std::string_view logical, long version, const std::string& file) {
+      const vu_info info = info_of(folder + "\\" + file, version);
+      if (!is_old(info)) return true;
+      ++count;
+      if (visit == nullptr) return true;
+      const std::string name = told_name(logical);
+      const std::string told_file = told_name(file);
+      const vu_entry entry = {sizeof(vu_entry),  area, 0, owner.c_str(), name.c_str(),
+                              told_file.c_str(), info};
+      go_on(visit(context, &entry));
+      return true;
+    });
+    return count;
+  }
+  std::int64_t clean(const std::string& folder) const {
+    // The operation takes the folder in two encodings.
+    if (os::utf8_of(folder) != folder)
+      throw Refusal{VU_NO_NAME, "the folder needs another code page than UTF-8", told_path(folder)};
+    wait_for_index(folder);
+    STGIndex::AgeMap kept;
+    return static_cast<std::int64_t>(STGIndex::cleanOutOfDateOutput(
+        folder, static_cast<unsigned long>(older_than), kept, (flags & VU_BY_ACCESS) != 0));
+  }
+};
+
+constexpr std::uint32_t kCleanFlags = VU_DRY_RUN | VU_BY_ACCESS | VU_CLEAN_ALL;
+
+vu_status clean(const Store& store, const Cleaning& cleaning, const char* owner,
+                std::int64_t* count) {
+  require((cleaning.flags & ~kCleanFlags) == 0, "unknown flags");
+  require(cleaning.older_than >= 0 && cleaning.older_than <= 4294967295, "the age is out of range");
+  if (cleaning.takes_all() && (cleaning.flags & VU_CLEAN_ALL) == 0)
+    throw Refusal{VU_REFUSED, "an age of 0 removes everything; say VU_CLEAN_ALL", {}};
+  const STG::RepositoryType type = type_of(cleaning.area);
+  const std::vector<std::string> owners =
+      owner != nullptr ? std::vector<std::string>{owner_of(store, owner)} : owners_in(store, type);
+  const bool is_dry = (cleaning.flags & VU_DRY_RUN) != 0;
+  std::int64_t done = 0;
+  if (count != nullptr) *count = 0;
+  for (const std::string& own : owners) {
+    for (const std::string& folder : folders_of(store, type, own)) {
+      const bool is_told = is_dry || cleaning.visit != nullptr;
+      const std::int64_t found = is_told ? cleaning.forecast(told_owner(store, own), folder) : 0;
+      done += is_dry ? found : cleaning.clean(folder);
+      // Also for a call that ends half-way.
+      if (count != nullptr) *count = done;
+    }
+  }
+  return VU_DONE;
+}
+
+vu_status migrate(const Store& store, const char* owner) {
+  const std::string name = owner_of(store, owner);
+  const std::string folder =
+      vu_storage::getMailPath() + (store.owners_have_folders ? "\\" + name : std::string());
+  require(store.owners_have_folders, "owners share folders in this storage");
+  if (!vu_file::exists(folder))
+    throw Refusal{VU_NOTHING_MATCHED, "the owner has no mail folder", told_path(folder)};
+  wait_for_index(folder);
+  STGIndex::migrateInboxRead(name);
+  return done_unless_told();
+}
+
+}  // namespace
+}  // namespace api
+
+using api::run;
+using api::StoreUse;
+
+vu_status vu_rename_owner(vu_store* store, const char* from, const char* to) {
+  return run("vu_rename_owner", [&]() -> vu_status {
+    const StoreUse use(store);
+    return api::rename_owner(*use, from, to);
+  });
+}
+
+vu_status vu_remove_owner(vu_store* store, const char* owner) {
+  return run("vu_remove_owner", [&]() -> vu_status {
+    const StoreUse use(store);
+    return api::remove_owner(*use, owner);
+  });
+}
+
+vu_status vu_clean(vu_store* store, int32_t area, const char* owner, int64_t older_than,
+                   uint32_t flags, vu_entry_visitor visit, void* context, int64_t* count) {
+  return run("vu_clean", [&]() -> vu_status {
+    const StoreUse use(store);
+    return api::clean(*use, {area, older_than, flags, visit, context, os::now()}, owner, count);
+  });
+}
+
+vu_status vu_migrate_inbox(vu_store* store, const char* owner) {
+  return run("vu_migrate_inbox", [&]() -> vu_status {
+    const StoreUse use(store);
+    return api::migrate(*use, owner);
+  });
+}

@@ -1,0 +1,15 @@
+#include "index/index_gate.h"
+
+#include "index/index_format.h"
+#include "index/index_state.h"
+
+bool IndexGate::visit(const std::string& folder, const Visit& visit) {
+  STGIndex index(folder);
+  index.close();
+  bool goes_on = true;
+  index.m_state->visit([&](std::string_view key, std::string_view stored) {
+    goes_on = goes_on && visit(index_format::logical_of(key), index_format::timestamp_of(key),
+                               index_format::file_name_of(key, stored));
+  });
+  return goes_on;
+}

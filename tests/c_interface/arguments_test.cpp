@@ -1,0 +1,285 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/c_interface/program_store.h"
+
+// Arguments that make no sense: each gives a status, and nothing else happens.
+
+namespace {
+
+struct Row {
+  const char* what;
+  vu_status expected;
+  std::function<vu_status()> call;
+};
+
+/// Every call that takes a store, with arguments that are good but for the store.
+std::vector<Row> calls_with(vu_store* handle, vu_status expected) {
+  static const vu_document good = document("arguments", "a.kdf", 1);
+  static char text[200];
+  static std::size_t size = 0;
+  static std::int64_t number = 0;
+  static void* bytes = nullptr;
+  static vu_stream* stream = nullptr;
+  static vu_info info = VU_INFO_INIT;
+  static std::vector<std::string> names;
+  const auto line = [](void*, const char*, const char*) -> std::int32_t { return 0; };
+  return {
+      {"folder", expected, [=] { return vu_folder(handle, 0, text, sizeof text, &size); }},
+      {"exists", expected, [=] { return vu_exists(handle, &good); }},
+      {"describe", expected, [=] { return vu_describe(handle, &good, &info); }},
+      {"file_path", expected,
+       [=] { return vu_file_path(handle, &good, text, sizeof text, &size); }},
+      {"read", expected, [=] { return vu_read(handle, &good, text, sizeof text, &size); }},
+      {"read_whole", expected, [=] { return vu_read_whole(handle, &good, &bytes, &size); }},
+      {"put", expected, [=] { return vu_put(handle, &good, "x", 1, 0, nullptr); }},
+      {"copy_in", expected, [=] { return vu_copy_in(handle, &good, "x", 0, nullptr); }},
+      {"copy_out", expected, [=] { return vu_copy_out(handle, &good, "x", 0); }},
+      {"remove", expected, [=] { return vu_remove(handle, &good); }},
+      {"rename", expected, [=] { return vu_rename(handle, &good, &good, 0); }},
+      {"latest", expected, [=] { return vu_latest(handle, &good, &number); }},
+      {"open", expected, [=] { return vu_open(handle, &good, VU_READ_EXACT, &stream); }},
+      {"open_part", expected,
+       [=] { return vu_open_part(handle, &good, "html@a", "p", VU_READ_SERVED, &stream); }},
+      {"each_document", expected,
+       [=] { return vu_each_document(handle, VU_AREA_DOCS, "a", 0, collect_entry, &names); }},
+      {"each_version", expected,
+       [=] { return vu_each_version(handle, &good, 0, collect_entry, &names); }},
+      {"each_owner", expected,
+       [=] { return vu_each_owner(handle, VU_AREA_DOCS, collect_name, &names); }},
+      {"key_get", expected,
+       [=] { return vu_key_get(handle, &good, "a", text, sizeof text, &size); }},
+      {"key_set", expected, [=] { return vu_key_set(handle, &good, "a", "b"); }},
+      {"key_delete", expected, [=] { return vu_key_delete(handle, &good, "a"); }},
+      {"key_each", expected, [=] { return vu_key_each(handle, &good, line, nullptr); }},
+      {"profile_get", expected,
+       [=] { return vu_profile_get(handle, "a", "p", "l", text, sizeof text, &size); }},
+      {"profile_set", expected, [=] { return vu_profile_set(handle, "a", "p", "l", "v"); }},
+      {"profile_delete", expected, [=] { return vu_profile_delete(handle, "a", "p", "l"); }},
+      {"profile_each", expected, [=] { return vu_profile_each(handle, "a", "p", line, nullptr); }},
+      {"rename_owner", expected, [=] { return vu_rename_owner(handle, "a", "b"); }},
+      {"remove_owner", expected, [=] { return vu_remove_owner(handle, "a"); }},
+      {"clean", expected,
+       [=] {
+         return vu_clean(handle, VU_AREA_DOCS, "a", 9, VU_DRY_RUN, nullptr, nullptr, nullptr);
+       }},
+      {"migrate_inbox", expected, [=] { return vu_migrate_inbox(handle, "a"); }},
+      {"close_store", expected, [=] { return vu_close_store(handle); }},
+  };
+}
+
+std::vector<Row> calls_with_stream(vu_stream* handle, vu_status expected) {
+  static char text[10];
+  static std::size_t size = 0;
+  static std::int64_t number = 0;
+  return {
+      {"stream_read", expected, [=] { return vu_stream_read(handle, text, 10, &size); }},
+      {"stream_write", expected, [=] { return vu_stream_write(handle, "x", 1); }},
+      {"stream_seek", expected, [=] { return vu_stream_seek(handle, 0, VU_FROM_START); }},
+      {"stream_size", expected, [=] { return vu_stream_size(handle, &number); }},
+      {"stream_close", expected, [=] { return vu_stream_close(handle); }},
+  };
+}
+
+void expect_rows(const std::vector<Row>& rows, const char* handle) {
+  for (const Row& row : rows) {
+    EXPECT_EQ(std::string(vu_status_name(row.call())), vu_status_name(row.expected))
+        << row.what << " with " << handle;
+    EXPECT_EQ(last_error().status, row.expected) << row.what;
+    EXPECT_STRNE(last_error().text, "") << row.what;
+  }
+}
+
+/// A document with one thing changed.
+vu_document with(const std::function<void(vu_document&)>& change) {
+  vu_document result = document("arguments", "a.kdf", 1);
+  change(result);
+  return result;
+}
+
+vu_status exists(const std::function<void(vu_document&)>& change) {
+  const vu_document changed = with(change);
+  return vu_exists(store(), &changed);
+}
+
+}  // namespace
+
+TEST(CArguments, EveryCallRecognisesWhatIsNoStore) {
+  vu_status status = VU_FAILED;
+  vu_store* const closed = program_store().open(0, 0, status);
+  ASSERT_EQ(vu_close_store(closed), VU_DONE);
+  const vu_document where = document("arguments", "stream.kdf", 1);
+  vu_stream* stream = nullptr;
+  ASSERT_EQ(vu_open(store(), &where, VU_WRITE_OVER, &stream), VU_DONE);
+  int anything = 0;
+  expect_rows(calls_with(nullptr, VU_BAD_HANDLE), "null");
+  expect_rows(calls_with(closed, VU_BAD_HANDLE), "a closed handle");
+  expect_rows(calls_with(reinterpret_cast<vu_store*>(stream), VU_BAD_HANDLE), "a stream");
+  expect_rows(calls_with(reinterpret_cast<vu_store*>(&anything), VU_BAD_HANDLE), "an address");
+  expect_rows(calls_with(reinterpret_cast<vu_store*>(~std::uintptr_t{0}), VU_BAD_HANDLE), "-1");
+  EXPECT_EQ(vu_stream_close(stream), VU_DONE);
+}
+
+TEST(CArguments, EveryCallRecognisesWhatIsNoStream) {
+  const vu_document where = document("arguments", "closed.kdf", 1);
+  vu_stream* closed = nullptr;
+  ASSERT_EQ(vu_open(store(), &where, VU_WRITE_OVER, &closed), VU_DONE);
+  ASSERT_EQ(vu_stream_close(closed), VU_DONE);
+  // The place of a closed stream is given to the next one; the old handle is not the new one.
+  vu_stream* next = nullptr;
+  ASSERT_EQ(vu_open(store(), &where, VU_WRITE_OVER, &next), VU_DONE);
+  EXPECT_NE(closed, next);
+  int anything = 0;
+  expect_rows(calls_with_stream(nullptr, VU_BAD_HANDLE), "null");
+  expect_rows(calls_with_stream(closed, VU_BAD_HANDLE), "a closed handle");
+  expect_rows(calls_with_stream(reinterpret_cast<vu_stream*>(store()), VU_BAD_HANDLE), "a store");
+  expect_rows(calls_with_stream(reinterpret_cast<vu_stream*>(&anything), VU_BAD_HANDLE),
+              "an address");
+  EXPECT_EQ(vu_stream_close(next), VU_DONE);
+}
+
+TEST(CArguments, DocumentsThatMakeNoSense) {
+  struct Case {
+    const char* what;
+    vu_status expected;
+    std::function<void(vu_document&)> change;
+  };
+  const std::vector<Case> cases = {
+      {"no size", VU_USAGE, [](vu_document& d) { d.struct_size = 0; }},
+      {"a short size", VU_USAGE, [](vu_document& d) { d.struct_size -= 1; }},
+      {"a huge size", VU_USAGE, [](vu_document& d) { d.struct_size = ~std::size_t{0}; }},
+      {"a reserved field", VU_USAGE, [](vu_document& d) { d.reserved = 1; }},
+      {"area 0", VU_USAGE, [](vu_document& d) { d.area = 0; }},
+      {"area 4", VU_USAGE, [](vu_document& d) { d.area = 4; }},
+      {"version -2", VU_USAGE, [](vu_document& d) { d.version = -2; }},
+      {"version 2^31", VU_USAGE, [](vu_document& d) { d.version = 2147483648; }},
+      {"no owner", VU_REFUSED, [](vu_document& d) { d.owner = nullptr; }},
+      {"an empty owner", VU_REFUSED, [](vu_document& d) { d.owner = ""; }},
+      {"a parent as owner", VU_REFUSED, [](vu_document& d) { d.owner = ".."; }},
+      {"a folder as owner", VU_REFUSED, [](vu_document& d) { d.owner = "a/b"; }},
+      {"a pattern as owner", VU_REFUSED, [](vu_document& d) { d.owner = "a*"; }},
+      {"no name", VU_USAGE, [](vu_document& d) { d.name = nullptr; }},
+      {"an empty name", VU_REFUSED, [](vu_document& d) { d.name = ""; }},
+      {"a parent as name", VU_REFUSED, [](vu_document& d) { d.name = ".."; }},
+      {"the folder as name", VU_REFUSED, [](vu_document& d) { d.name = "."; }},
+      {"a path as name", VU_REFUSED, [](vu_document& d) { d.name = "..\\a"; }},
+      {"a slash in the name", VU_REFUSED, [](vu_document& d) { d.name = "a/b"; }},
+      {"a pattern as name", VU_REFUSED, [](vu_document& d) { d.name = "a?.kdf"; }},
+      {"a line feed in the name", VU_REFUSED, [](vu_document& d) { d.name = "a\nb"; }},
+      {"a carriage return", VU_REFUSED, [](vu_document& d) { d.name = "a\rb"; }},
+      {"the index as name", VU_REFUSED, [](vu_document& d) { d.name = "index.dat"; }},
+      {"the counter as name", VU_REFUSED, [](vu_document& d) { d.name = "index"; }},
+  };
+  for (const Case& one : cases)
+    EXPECT_EQ(std::string(vu_status_name(exists(one.change))), vu_status_name(one.expected))
+        << one.what;
+  EXPECT_EQ(vu_exists(store(), nullptr), VU_USAGE);
+}
+
+TEST(CArguments, WithoutTheGuardNamesGoToTheLibrary) {
+  vu_status status = VU_FAILED;
+  vu_store* const bare = program_store().open(VU_NO_GUARD, 0, status);
+  const vu_document pattern = document("arguments", "zz*.kdf", 1);
+  EXPECT_EQ(vu_exists(store(), &pattern), VU_REFUSED);
+  EXPECT_EQ(vu_exists(bare, &pattern), VU_NOTHING_MATCHED);
+  const vu_document empty = document("arguments", "", 1);
+  EXPECT_EQ(vu_exists(bare, &empty), VU_USAGE);
+  EXPECT_EQ(vu_close_store(bare), VU_DONE);
+}
+
+TEST(CArguments, AStructureOfALaterVersionIsTakenWhenItAsksForNothingNew) {
+  struct Later {
+    vu_document known;
+    std::int64_t news[2];
+  };
+  ASSERT_EQ(put(document("arguments", "later.kdf", 1), "x"), VU_DONE);
+  Later later = {document("arguments", "later.kdf", 1), {0, 0}};
+  later.known.struct_size = sizeof later;
+  EXPECT_EQ(vu_exists(store(), &later.known), VU_DONE);
+  later.news[1] = 1;
+  EXPECT_EQ(vu_exists(store(), &later.known), VU_USAGE);
+}
+
+TEST(CArguments, PointersThatHaveToLeadSomewhere) {
+  const vu_document good = document("arguments", "pointers.kdf", 1);
+  const vu_document latest = document("arguments", "pointers.kdf", VU_LATEST);
+  ASSERT_EQ(put(good, "12345"), VU_DONE);
+  vu_stream* stream = nullptr;
+  ASSERT_EQ(vu_open(store(), &good, VU_READ_EXACT, &stream), VU_DONE);
+  void* bytes = nullptr;
+  std::size_t size = 0;
+  vu_info info = VU_INFO_INIT;
+  info.struct_size = 3;
+  vu_error error = VU_ERROR_INIT;
+  error.struct_size = 3;
+  vu_settings settings = VU_SETTINGS_INIT;
+  settings.struct_size = 3;
+  vu_store* other = nullptr;
+  const std::vector<Row> rows = {
+      {"no settings", VU_USAGE, [&] { return vu_open_store(nullptr, &other); }},
+      {"short settings", VU_USAGE, [&] { return vu_open_store(&settings, &other); }},
+      {"nowhere to put the store", VU_USAGE, [&] { return vu_open_store(&settings, nullptr); }},
+      {"nowhere to put the size", VU_USAGE,
+       [&] { return vu_read(store(), &good, nullptr, 0, nullptr); }},
+      {"no buffer", VU_USAGE, [&] { return vu_read(store(), &good, nullptr, 9, &size); }},
+      {"nowhere to put bytes", VU_USAGE,
+       [&] { return vu_read_whole(store(), &good, nullptr, &size); }},
+      {"nowhere to put their size", VU_USAGE,
+       [&] { return vu_read_whole(store(), &good, &bytes, nullptr); }},
+      {"no bytes", VU_USAGE,
+       [&] { return vu_put(store(), &good, nullptr, 1, VU_REPLACE, nullptr); }},
+      {"unknown flags", VU_USAGE, [&] { return vu_put(store(), &good, "x", 1, 64, nullptr); }},
+      {"the latest version as target", VU_USAGE,
+       [&] { return vu_put(store(), &latest, "x", 1, VU_REPLACE, nullptr); }},
+      {"no path", VU_USAGE,
+       [&] { return vu_copy_in(store(), &good, nullptr, VU_REPLACE, nullptr); }},
+      {"an empty path", VU_USAGE, [&] { return vu_copy_out(store(), &good, "", 0); }},
+      {"unknown flags for a copy", VU_USAGE, [&] { return vu_copy_out(store(), &good, "x", 2); }},
+      {"no info", VU_USAGE, [&] { return vu_describe(store(), &good, nullptr); }},
+      {"a short info", VU_USAGE, [&] { return vu_describe(store(), &good, &info); }},
+      {"nowhere to put the version", VU_USAGE, [&] { return vu_latest(store(), &good, nullptr); }},
+      {"no target", VU_USAGE, [&] { return vu_rename(store(), &good, nullptr, 0); }},
+      {"nowhere to put the stream", VU_USAGE,
+       [&] { return vu_open(store(), &good, VU_READ_EXACT, nullptr); }},
+      {"mode 0", VU_USAGE, [&] { return vu_open(store(), &good, 0, &stream); }},
+      {"mode 5", VU_USAGE, [&] { return vu_open(store(), &good, 5, &stream); }},
+      {"no callback", VU_USAGE,
+       [&] { return vu_each_document(store(), VU_AREA_DOCS, "a", 0, nullptr, nullptr); }},
+      {"no callback for versions", VU_USAGE,
+       [&] { return vu_each_version(store(), &good, 0, nullptr, nullptr); }},
+      {"no callback for owners", VU_USAGE,
+       [&] { return vu_each_owner(store(), VU_AREA_DOCS, nullptr, nullptr); }},
+      {"no callback for lines", VU_USAGE,
+       [&] { return vu_key_each(store(), &good, nullptr, nullptr); }},
+      {"no line", VU_USAGE, [&] { return vu_key_set(store(), &good, nullptr, "x"); }},
+      {"no value", VU_USAGE, [&] { return vu_key_set(store(), &good, "x", nullptr); }},
+      {"no owner to rename", VU_USAGE, [&] { return vu_rename_owner(store(), nullptr, "x"); }},
+      {"an empty owner to remove", VU_REFUSED, [&] { return vu_remove_owner(store(), ""); }},
+      {"an age below 0", VU_USAGE,
+       [&] { return vu_clean(store(), VU_AREA_DOCS, "a", -1, 0, nullptr, nullptr, nullptr); }},
+      {"an age of 33 bits", VU_USAGE,
+       [&] {
+         return vu_clean(store(), VU_AREA_DOCS, "a", 1LL << 32, 0, nullptr, nullptr, nullptr);
+       }},
+      {"no owner to migrate", VU_REFUSED, [&] { return vu_migrate_inbox(store(), nullptr); }},
+  };
+  vu_stream* const kept = stream;
+  expect_rows(rows, "a good handle");
+  EXPECT_EQ(vu_last_error(nullptr), VU_USAGE);
+  EXPECT_EQ(vu_last_error(&error), VU_USAGE);
+  const std::vector<Row> on_stream = {
+      {"nowhere to put the size", VU_USAGE,
+       [&] { return vu_stream_read(kept, nullptr, 0, nullptr); }},
+      {"no buffer", VU_USAGE, [&] { return vu_stream_read(kept, nullptr, 1, &size); }},
+      {"an unknown origin", VU_USAGE, [&] { return vu_stream_seek(kept, 0, 3); }},
+      {"a far distance", VU_USAGE, [&] { return vu_stream_seek(kept, 1LL << 31, 0); }},
+      {"nowhere to put the length", VU_USAGE, [&] { return vu_stream_size(kept, nullptr); }},
+  };
+  expect_rows(on_stream, "a good stream");
+  EXPECT_EQ(vu_stream_close(kept), VU_DONE);
+  EXPECT_EQ(content(good), "12345");
+}

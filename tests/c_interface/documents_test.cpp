@@ -1,0 +1,206 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/c_interface/program_store.h"
+
+// Documents: stored, read, described, copied, renamed and removed.
+
+using Names = std::vector<std::string>;
+
+TEST(CDocuments, WhatIsPutIsReadInEveryAreaAndVersion) {
+  for (const std::int32_t area : {VU_AREA_USER, VU_AREA_DOCS, VU_AREA_MAIL}) {
+    for (const char* const name : {"a.kdf", "a.kdc", "no extension",
+                                   "gr\xC3\xBC\xC3\x9F"
+                                   "e.kdc"}) {
+      for (const std::int64_t version :
+           {std::int64_t{0}, std::int64_t{7}, std::int64_t{2147483647}}) {
+        const vu_document where = document("everywhere", name, version, area);
+        const std::string bytes = name + std::to_string(version) + std::string("\0\n", 2);
+        ASSERT_EQ(put(where, bytes), VU_DONE) << name << last_error().text;
+        EXPECT_EQ(content(where), bytes);
+        EXPECT_EQ(vu_exists(store(), &where), VU_DONE);
+      }
+    }
+  }
+}
+
+TEST(CDocuments, AnEmptyDocumentAndALargeOneKeepTheirBytes) {
+  const vu_document empty = document("sizes", "empty.kdf", 1);
+  EXPECT_EQ(vu_put(store(), &empty, nullptr, 0, 0, nullptr), VU_DONE);
+  EXPECT_EQ(content(empty), "");
+  std::string bytes(3'000'001, '\0');
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 31 >> 3);
+  const vu_document large = document("sizes", "large.kdf", 1);
+  EXPECT_EQ(put(large, bytes), VU_DONE);
+  EXPECT_EQ(content(large), bytes);
+}
+
+TEST(CDocuments, PutTellsHowItStored) {
+  const vu_document where = document("how", "a.kdf", 1);
+  std::int32_t how = 0;
+  EXPECT_EQ(vu_put(store(), &where, "one", 3, 0, &how), VU_DONE);
+  EXPECT_EQ(how, VU_STORED_AT_ONCE);
+  EXPECT_EQ(vu_put(store(), &where, "two", 3, VU_REPLACE | VU_IN_PLACE, &how), VU_DONE);
+  EXPECT_EQ(how, VU_STORED_IN_PLACE);
+  EXPECT_EQ(content(where), "two");
+}
+
+TEST(CDocuments, AnExistingVersionIsReplacedOnRequestOnly) {
+  const vu_document where = document("replace", "a.kdc", 5);
+  ASSERT_EQ(put(where, "old"), VU_DONE);
+  EXPECT_EQ(put(where, "new"), VU_ALREADY);
+  EXPECT_EQ(content(where), "old");
+  EXPECT_EQ(put(where, "new", VU_REPLACE), VU_DONE);
+  EXPECT_EQ(content(where), "new");
+  EXPECT_EQ(documents_of("replace"), Names{"a.kdc@5"});
+}
+
+TEST(CDocuments, ReplacingLeavesOneFileAndTakesThePartsAway) {
+  const vu_document where = document("parts-go", "a.kdf", 5);
+  ASSERT_EQ(put(where, "old"), VU_DONE);
+  vu_stream* stream = nullptr;
+  ASSERT_EQ(vu_open_part(store(), &where, "html@de", "page1", VU_WRITE_OVER, &stream), VU_DONE);
+  ASSERT_EQ(vu_stream_close(stream), VU_DONE);
+  std::string path(1000, '\0');
+  std::size_t size = 0;
+  ASSERT_EQ(vu_file_path(store(), &where, path.data(), path.size(), &size), VU_DONE);
+  path.resize(size);
+  ASSERT_TRUE(folder_exists(path + "_"));
+  ASSERT_EQ(put(where, "new", VU_REPLACE), VU_DONE);
+  EXPECT_FALSE(folder_exists(path + "_"));
+  const std::string folder = path.substr(0, path.find_last_of("/\\"));
+  Names files = list_folder(folder);
+  EXPECT_EQ(files.size(), 3U) << testing::PrintToString(files);  // index, index.dat, the document
+}
+
+TEST(CDocuments, ReadFillsTheCallersBuffer) {
+  const vu_document where = document("buffer", "a.kdf", 1);
+  ASSERT_EQ(put(where, "12345"), VU_DONE);
+  std::size_t size = 0;
+  ASSERT_EQ(vu_read(store(), &where, nullptr, 0, &size), VU_DONE);
+  EXPECT_EQ(size, 5U);
+  std::string bytes(4, '?');
+  EXPECT_EQ(vu_read(store(), &where, bytes.data(), bytes.size(), &size), VU_TOO_SHORT);
+  EXPECT_EQ(size, 5U);
+  EXPECT_EQ(bytes, "????");
+  bytes.assign(6, '?');
+  EXPECT_EQ(vu_read(store(), &where, bytes.data(), bytes.size(), &size), VU_DONE);
+  EXPECT_EQ(bytes, "12345?");
+}
+
+TEST(CDocuments, DescribeTellsSizeTimesAndVersion) {
+  const vu_document where = document("describe", "a.kdf", 3);
+  ASSERT_EQ(put(where, "1234567"), VU_DONE);
+  const vu_document latest = document("describe", "a.kdf", VU_LATEST);
+  vu_info info = VU_INFO_INIT;
+  ASSERT_EQ(vu_describe(store(), &latest, &info), VU_DONE);
+  EXPECT_EQ(info.version, 3);
+  EXPECT_EQ(info.size, 7);
+  EXPECT_GT(info.modified, 1'600'000'000);
+  EXPECT_GT(info.accessed, 1'600'000'000);
+  const vu_document missing = document("describe", "b.kdf", 3);
+  EXPECT_EQ(vu_describe(store(), &missing, &info), VU_NOTHING_MATCHED);
+}
+
+TEST(CDocuments, TheLatestVersionIsTheGreatest) {
+  std::int64_t version = -5;
+  const vu_document any = document("latest", "a.kdf");
+  EXPECT_EQ(vu_latest(store(), &any, &version), VU_NOTHING_MATCHED);
+  EXPECT_EQ(version, -5);
+  for (const std::int64_t one : {9, 100, 20})
+    ASSERT_EQ(put(document("latest", "a.kdf", one), "x"), VU_DONE);
+  EXPECT_EQ(vu_latest(store(), &any, &version), VU_DONE);
+  EXPECT_EQ(version, 100);
+}
+
+TEST(CDocuments, RemoveTakesTheVersionThatIsNamed) {
+  ASSERT_EQ(put(document("remove", "a.kdf", 1), "x"), VU_DONE);
+  ASSERT_EQ(put(document("remove", "a.kdf", 2), "x"), VU_DONE);
+  const vu_document first = document("remove", "a.kdf", 1);
+  EXPECT_EQ(vu_remove(store(), &first), VU_DONE);
+  EXPECT_EQ(documents_of("remove"), Names{"a.kdf@2"});
+  EXPECT_EQ(vu_remove(store(), &first), VU_NOTHING_MATCHED);
+  const vu_document latest = document("remove", "a.kdf", VU_LATEST);
+  EXPECT_EQ(vu_remove(store(), &latest), VU_DONE);
+  EXPECT_EQ(documents_of("remove"), Names{});
+}
+
+TEST(CDocuments, RenameMovesWithinAFolderAndBetweenFolders) {
+  const vu_document from = document("rename", "a.txt", 1, VU_AREA_USER);
+  ASSERT_EQ(put(from, "bytes"), VU_DONE);
+  const vu_document near = document("rename", "b.txt", 2, VU_AREA_USER);
+  EXPECT_EQ(vu_rename(store(), &from, &near, 0), VU_DONE);
+  EXPECT_EQ(content(near), "bytes");
+  EXPECT_EQ(vu_exists(store(), &from), VU_NOTHING_MATCHED);
+  const vu_document far = document("rename-2", "c.kdf", 3);
+  EXPECT_EQ(vu_rename(store(), &near, &far, 0), VU_DONE);
+  EXPECT_EQ(content(far), "bytes");
+  EXPECT_EQ(vu_exists(store(), &near), VU_NOTHING_MATCHED);
+  EXPECT_EQ(vu_rename(store(), &near, &far, 0), VU_NOTHING_MATCHED);
+}
+
+TEST(CDocuments, RenameReplacesOnRequestOnly) {
+  const vu_document from = document("rename-over", "a.txt", 1, VU_AREA_USER);
+  const vu_document to = document("rename-over", "b.txt", 1, VU_AREA_USER);
+  ASSERT_EQ(put(from, "new"), VU_DONE);
+  ASSERT_EQ(put(to, "old"), VU_DONE);
+  EXPECT_EQ(vu_rename(store(), &from, &to, 0), VU_ALREADY);
+  EXPECT_EQ(content(to), "old");
+  EXPECT_EQ(vu_rename(store(), &from, &to, VU_REPLACE), VU_DONE);
+  EXPECT_EQ(content(to), "new");
+  EXPECT_EQ(documents_of("rename-over", VU_AREA_USER), Names{"b.txt@1"});
+}
+
+TEST(CDocuments, FilesAreCopiedInAndOutWithTheirTime) {
+  const scratch_folder outside;
+  write_file(outside.path("in"), "from outside");
+  set_modify_time(outside.path("in"), 1'500'000'000);
+  const std::string in = native(outside.path("in")).string();
+  const std::string out = native(outside.path("out")).string();
+  const vu_document where = document("copies", "a.kdf", 1);
+  for (const std::uint32_t flags :
+       {std::uint32_t{0}, std::uint32_t{VU_REPLACE}, std::uint32_t{VU_REPLACE | VU_IN_PLACE}}) {
+    std::int32_t how = 0;
+    ASSERT_EQ(vu_copy_in(store(), &where, in.c_str(), flags, &how), VU_DONE) << last_error().text;
+    EXPECT_EQ(how, (flags & VU_IN_PLACE) != 0 ? VU_STORED_IN_PLACE : VU_STORED_AT_ONCE);
+    EXPECT_EQ(content(where), "from outside");
+    vu_info info = VU_INFO_INIT;
+    ASSERT_EQ(vu_describe(store(), &where, &info), VU_DONE);
+    EXPECT_EQ(info.modified, 1'500'000'000);
+  }
+  EXPECT_EQ(vu_copy_in(store(), &where, in.c_str(), 0, nullptr), VU_ALREADY);
+  EXPECT_EQ(vu_copy_out(store(), &where, out.c_str(), 0), VU_DONE);
+  EXPECT_EQ(read_file(outside.path("out")), "from outside");
+  EXPECT_EQ(get_modify_time(outside.path("out")), 1'500'000'000);
+  EXPECT_EQ(vu_copy_out(store(), &where, out.c_str(), 0), VU_ALREADY);
+  EXPECT_EQ(vu_copy_out(store(), &where, out.c_str(), VU_REPLACE), VU_DONE);
+  const std::string missing = out + ".missing";
+  EXPECT_EQ(vu_copy_in(store(), &where, missing.c_str(), VU_REPLACE, nullptr), VU_NOTHING_MATCHED);
+  EXPECT_EQ(content(where), "from outside");
+}
+
+TEST(CDocuments, AFolderThatCannotBeWrittenFailsAndKeepsTheOldVersion) {
+  const vu_document where = document("kept", "a.kdf", 1);
+  ASSERT_EQ(put(where, "old"), VU_DONE);
+  const scratch_folder outside;
+  make_folder(outside.path("folder"));
+  const std::string folder = native(outside.path("folder")).string();
+  EXPECT_EQ(vu_copy_in(store(), &where, folder.c_str(), VU_REPLACE, nullptr), VU_FAILED);
+  EXPECT_NE(last_error().system_code, 0);
+  EXPECT_EQ(content(where), "old");
+  EXPECT_EQ(documents_of("kept"), Names{"a.kdf@1"});
+}
+
+TEST(CDocuments, AFileThatBearsTheNameIsReplacedInPlace) {
+  const vu_document where = document("shadow", "a.txt", 1, VU_AREA_USER);
+  ASSERT_EQ(put(document("shadow", "other.txt", 1, VU_AREA_USER), "x"), VU_DONE);
+  const std::string folder = program_store().root.path("storage\\user\\shadow");
+  write_file(folder + "\\a.txt", "bare");
+  EXPECT_EQ(content(where), "bare");
+  std::int32_t how = 0;
+  EXPECT_EQ(vu_put(store(), &where, "new", 3, VU_REPLACE, &how), VU_DONE);
+  EXPECT_EQ(how, VU_STORED_IN_PLACE);
+  EXPECT_EQ(content(where), "new");
+}

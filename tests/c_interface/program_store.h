@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tests/support/scratch.h"
+#include "vu/storage.h"
+
+/// The one storage of a test program that sees the C interface alone: it is opened once in a
+/// process, so all its tests share it. Every test uses owners of its own. Files are not adopted.
+struct ProgramStore {
+  scratch_folder root;
+  std::string native_root = native(root.path()).string();
+  vu_status opened = VU_FAILED;
+  vu_store* store = open(0, 0, opened);
+
+  /// A handle of its own.
+  vu_store* open(std::uint32_t flags, std::int64_t wait_ms, vu_status& status) const {
+    vu_settings settings = VU_SETTINGS_INIT;
+    settings.root = native_root.c_str();
+    settings.flags = VU_NO_ADOPTION | flags;
+    settings.wait_ms = wait_ms;
+    vu_store* handle = nullptr;
+    status = vu_open_store(&settings, &handle);
+    return handle;
+  }
+};
+
+inline const ProgramStore& program_store() {
+  static const ProgramStore all;
+  return all;
+}
+inline vu_store* store() { return program_store().store; }
+
+/// A document; the texts must outlive it.
+inline vu_document document(const char* owner, const char* name, std::int64_t version = 0,
+                            std::int32_t area = VU_AREA_DOCS) {
+  vu_document result = VU_DOCUMENT_INIT;
+  result.area = area;
+  result.owner = owner;
+  result.name = name;
+  result.version = version;
+  return result;
+}
+
+inline vu_status put(const vu_document& where, const std::string& bytes, std::uint32_t flags = 0) {
+  return vu_put(store(), &where, bytes.data(), bytes.size(), flags, nullptr);
+}
+
+/// The bytes of a version, or the name of the status.
+inline std::string content(const vu_document& of) {
+  void* bytes = nullptr;
+  std::size_t size = 0;
+  const vu_status status = vu_read_whole(store(), &of, &bytes, &size);
+  if (status != VU_DONE) return vu_status_name(status);
+  std::string result(static_cast<const char*>(bytes), size);
+  vu_free(bytes);
+  return result;
+}
+
+inline vu_error last_error() {
+  vu_error error = VU_ERROR_INIT;
+  vu_last_error(&error);
+  return error;
+}
+
+/// Collects "name@version" of each entry.
+inline std::int32_t collect_entry(void* context, const vu_entry* entry) {
+  static_cast<std::vector<std::string>*>(context)->push_back(std::string(entry->name) + "@" +
+                                                             std::to_string(entry->info.version));
+  return 0;
+}
+inline std::int32_t collect_name(void* context, const char* name) {
+  static_cast<std::vector<std::string>*>(context)->emplace_back(name);
+  return 0;
+}
+
+inline std::vector<std::string> documents_of(const char* owner, std::int32_t area = VU_AREA_DOCS) {
+  std::vector<std::string> names;
+  if (vu_each_document(store(), area, owner, 0, collect_entry, &names) != VU_DONE)
+    names.emplace_back("failed");
+  return names;
+}

@@ -1,0 +1,205 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+#include "tests/c_interface/program_store.h"
+#include "vu_file.h"
+
+// Streams: positions, parts, what is served, and how long they wait.
+
+namespace {
+
+vu_stream* opened(const vu_document& what, std::int32_t mode) {
+  vu_stream* stream = nullptr;
+  EXPECT_EQ(vu_open(store(), &what, mode, &stream), VU_DONE) << last_error().text;
+  return stream;
+}
+
+std::string rest_of(vu_stream* stream, std::size_t room = 100) {
+  std::string bytes(room, '?');
+  std::size_t size = 0;
+  EXPECT_EQ(vu_stream_read(stream, bytes.data(), room, &size), VU_DONE);
+  return bytes.substr(0, size);
+}
+
+}  // namespace
+
+TEST(CStreams, WriteSeekAndRead) {
+  const vu_document where = document("streams", "a.kdf", 1);
+  vu_stream* stream = opened(where, VU_WRITE_NEW);
+  EXPECT_EQ(vu_stream_write(stream, "0123456789", 10), VU_DONE);
+  EXPECT_EQ(vu_stream_seek(stream, -3, VU_FROM_END), VU_DONE);
+  EXPECT_EQ(vu_stream_write(stream, "xy", 2), VU_DONE);
+  EXPECT_EQ(vu_stream_write(stream, nullptr, 0), VU_DONE);
+  std::int64_t size = 0;
+  EXPECT_EQ(vu_stream_size(stream, &size), VU_DONE);
+  EXPECT_EQ(size, 10);
+  std::size_t got = 0;
+  char byte = 0;
+  EXPECT_EQ(vu_stream_read(stream, &byte, 1, &got), VU_USAGE);
+  EXPECT_EQ(vu_stream_close(stream), VU_DONE);
+  EXPECT_EQ(vu_stream_close(stream), VU_BAD_HANDLE);
+
+  stream = opened(where, VU_READ_EXACT);
+  EXPECT_EQ(rest_of(stream, 4), "0123");
+  EXPECT_EQ(vu_stream_seek(stream, 2, VU_FROM_POSITION), VU_DONE);
+  EXPECT_EQ(rest_of(stream), "6xy9");
+  EXPECT_EQ(rest_of(stream), "");
+  EXPECT_EQ(vu_stream_seek(stream, 0, VU_FROM_START), VU_DONE);
+  EXPECT_EQ(rest_of(stream), "0123456xy9");
+  EXPECT_EQ(vu_stream_write(stream, "x", 1), VU_USAGE);
+  EXPECT_EQ(vu_stream_close(stream), VU_DONE);
+}
+
+TEST(CStreams, ANewVersionMustNotExistAndAnOldOneIsCut) {
+  const vu_document where = document("modes", "a.kdf", 1);
+  ASSERT_EQ(put(where, "old bytes"), VU_DONE);
+  vu_stream* stream = nullptr;
+  EXPECT_EQ(vu_open(store(), &where, VU_WRITE_NEW, &stream), VU_ALREADY);
+  EXPECT_EQ(stream, nullptr);
+  stream = opened(where, VU_WRITE_OVER);
+  EXPECT_EQ(vu_stream_write(stream, "new", 3), VU_DONE);
+  EXPECT_EQ(vu_stream_close(stream), VU_DONE);
+  EXPECT_EQ(content(where), "new");
+}
+
+TEST(CStreams, ServedIsWhatIsNewEnough) {
+  const vu_document stored = document("served", "a.kdc", 0);
+  ASSERT_EQ(put(stored, "page"), VU_DONE);
+  vu_stream* stream = opened(document("served", "a.kdc", 1000), VU_READ_SERVED);
+  EXPECT_EQ(rest_of(stream), "page");
+  EXPECT_EQ(vu_stream_close(stream), VU_DONE);
+  const vu_document later = document("served", "a.kdc", 2147483647);
+  EXPECT_EQ(vu_open(store(), &later, VU_READ_SERVED, &stream), VU_OUTDATED);
+  const vu_document missing = document("served", "b.kdc", 0);
+  EXPECT_EQ(vu_open(store(), &missing, VU_READ_SERVED, &stream), VU_NOTHING_MATCHED);
+  ASSERT_EQ(put(document("served", "c.kdf", 7), "exact"), VU_DONE);
+  const vu_document other = document("served", "c.kdf", 8);
+  EXPECT_EQ(vu_open(store(), &other, VU_READ_SERVED, &stream), VU_NOTHING_MATCHED);
+  stream = opened(document("served", "c.kdf", 7), VU_READ_SERVED);
+  EXPECT_EQ(rest_of(stream), "exact");
+  EXPECT_EQ(vu_stream_close(stream), VU_DONE);
+}
+
+TEST(CStreams, PartsAreWrittenAndReadWhileUpToDate) {
+  const vu_document where = document("part", "a.kdf", 1);
+  vu_stream* stream = nullptr;
+  EXPECT_EQ(vu_open_part(store(), &where, "html@de", "page1", VU_READ_SERVED, &stream),
+            VU_NOTHING_MATCHED);
+  ASSERT_EQ(put(where, "document"), VU_DONE);
+  EXPECT_EQ(vu_open_part(store(), &where, "html@de", "page1", VU_READ_SERVED, &stream),
+            VU_OUTDATED);
+  EXPECT_EQ(stream, nullptr);
+  ASSERT_EQ(vu_open_part(store(), &where, "html@de", "page1", VU_WRITE_OVER, &stream), VU_DONE);
+  EXPECT_EQ(vu_stream_write(stream, "<p>", 3), VU_DONE);
+  EXPECT_EQ(vu_stream_close(stream), VU_DONE);
+  ASSERT_EQ(vu_open_part(store(), &where, "html@de", "page1", VU_READ_SERVED, &stream), VU_DONE);
+  EXPECT_EQ(rest_of(stream), "<p>");
+  EXPECT_EQ(vu_stream_close(stream), VU_DONE);
+  EXPECT_EQ(vu_open_part(store(), &where, "html@../x", "page1", VU_WRITE_OVER, &stream),
+            VU_REFUSED);
+}
+
+TEST(CStreams, ALockThatIsHeldEndsTheCallInTime) {
+  const vu_document where = document("limits", "a.kdf", 1);
+  ASSERT_EQ(put(where, "x"), VU_DONE);
+  vu_stream* const writer = opened(where, VU_WRITE_OVER);
+  for (const std::int64_t wait_ms : {VU_NO_WAIT, std::int64_t{60}}) {
+    vu_status status = VU_FAILED;
+    vu_store* const hurried = program_store().open(0, wait_ms, status);
+    ASSERT_EQ(status, VU_ALREADY);
+    vu_stream* stream = nullptr;
+    EXPECT_EQ(vu_open(hurried, &where, VU_READ_EXACT, &stream), VU_LOCK_TIMEOUT);
+    EXPECT_EQ(stream, nullptr);
+    EXPECT_EQ(vu_open(hurried, &where, VU_READ_SERVED, &stream), VU_LOCK_TIMEOUT);
+    EXPECT_EQ(vu_open(hurried, &where, VU_WRITE_OVER, &stream), VU_LOCK_TIMEOUT);
+    EXPECT_STRNE(last_error().path, "");
+    std::size_t size = 0;
+    EXPECT_EQ(vu_read(hurried, &where, nullptr, 0, &size), VU_LOCK_TIMEOUT);
+    EXPECT_EQ(vu_exists(hurried, &where), VU_DONE);
+    EXPECT_EQ(vu_close_store(hurried), VU_DONE);
+  }
+  EXPECT_EQ(vu_stream_close(writer), VU_DONE);
+}
+
+TEST(CStreams, ALockedIndexEndsEveryCallInTimeAndLeavesNothing) {
+  const vu_document where = document("limits-index", "a.txt", 1, VU_AREA_USER);
+  ASSERT_EQ(put(where, "x"), VU_DONE);
+  const std::string folder = program_store().root.path("storage\\user\\limits-index");
+  const std::vector<std::string> before = list_folder(folder);
+  vu_status status = VU_FAILED;
+  vu_store* const hurried = program_store().open(0, 40, status);
+  const vu_document other = document("limits-index", "b.txt", 1, VU_AREA_USER);
+  // A reader lets the first look pass, and the save wait; a writer stops both.
+  for (const vu_file::type_access mode : {vu_file::o_read, vu_file::o_append}) {
+    vu_file index(folder, "index.dat");
+    index.open(mode);
+    EXPECT_EQ(vu_put(hurried, &other, "y", 1, 0, nullptr), VU_LOCK_TIMEOUT);
+    EXPECT_EQ(vu_put(hurried, &where, "y", 1, VU_REPLACE, nullptr), VU_LOCK_TIMEOUT);
+    vu_stream* stream = nullptr;
+    EXPECT_EQ(vu_open(hurried, &other, VU_WRITE_NEW, &stream), VU_LOCK_TIMEOUT);
+    EXPECT_EQ(stream, nullptr);
+    EXPECT_EQ(vu_key_set(hurried, &other, "a", "b"), VU_LOCK_TIMEOUT);
+    EXPECT_EQ(vu_remove(hurried, &where), VU_LOCK_TIMEOUT);
+    EXPECT_EQ(vu_rename(hurried, &where, &other, 0), VU_LOCK_TIMEOUT);
+    index.close();
+  }
+  EXPECT_EQ(content(where), "x");
+  EXPECT_EQ(list_folder(folder), before);
+  EXPECT_EQ(vu_close_store(hurried), VU_DONE);
+}
+
+TEST(CStreams, ALockedCounterGivesNoName) {
+  const vu_document where = document("limits-counter", "a.txt", 1, VU_AREA_USER);
+  ASSERT_EQ(put(where, "x"), VU_DONE);
+  const std::string folder = program_store().root.path("storage\\user\\limits-counter");
+  const std::vector<std::string> before = list_folder(folder);
+  vu_status status = VU_FAILED;
+  vu_store* const hurried = program_store().open(0, 40, status);
+  vu_file counter(folder, "index");
+  counter.open(vu_file::o_append);
+  const vu_document other = document("limits-counter", "b.txt", 1, VU_AREA_USER);
+  EXPECT_EQ(vu_put(hurried, &other, "y", 1, 0, nullptr), VU_LOCK_TIMEOUT);
+  counter.close();
+  EXPECT_EQ(list_folder(folder), before);
+  EXPECT_EQ(documents_of("limits-counter", VU_AREA_USER), std::vector<std::string>{"a.txt@1"});
+  EXPECT_EQ(vu_close_store(hurried), VU_DONE);
+}
+
+namespace {
+
+struct Meeting {
+  vu_stream* stream;
+  std::atomic<bool> is_over = false;
+  vu_status met = VU_DONE;
+  vu_status closed = VU_DONE;
+};
+
+/// While one thread is inside a call with the stream, another one tries the same.
+void meet(void* context, const vu_trace*) {
+  auto* const meeting = static_cast<Meeting*>(context);
+  if (meeting->is_over.exchange(true)) return;
+  std::thread([&] {
+    char byte = 0;
+    std::size_t size = 0;
+    meeting->met = vu_stream_read(meeting->stream, &byte, 1, &size);
+    meeting->closed = vu_stream_close(meeting->stream);
+  }).join();
+}
+
+}  // namespace
+
+TEST(CStreams, ASecondThreadIsToldThatTheStreamIsBusy) {
+  const vu_document where = document("busy", "a.kdf", 1);
+  ASSERT_EQ(put(where, "x"), VU_DONE);
+  Meeting meeting = {opened(where, VU_READ_EXACT)};
+  ASSERT_EQ(vu_set_trace(meet, &meeting, 4), VU_DONE);
+  EXPECT_EQ(rest_of(meeting.stream), "x");
+  ASSERT_EQ(vu_set_trace(nullptr, nullptr, 0), VU_DONE);
+  EXPECT_TRUE(meeting.is_over);
+  EXPECT_EQ(meeting.met, VU_BUSY);
+  EXPECT_EQ(meeting.closed, VU_BUSY);
+  EXPECT_EQ(vu_stream_close(meeting.stream), VU_DONE);
+}
