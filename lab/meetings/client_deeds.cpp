@@ -4,9 +4,11 @@
 #include <utility>
 
 #include "client/admin/folder_view.h"
+#include "client/admin/index_lint.h"
 #include "client/admin/locked_file.h"
 #include "client/admin/name_restore.h"
 #include "client/admin/new_versions.h"
+#include "client/admin/old_versions.h"
 #include "client/admin/repair_text.h"
 #include "lab/meetings/meeting.h"
 
@@ -44,6 +46,22 @@ const char* name_of(admin::NewVersion::Fate fate) {
   return "?";
 }
 
+const char* name_of(admin::OldVersion::Fate fate) {
+  switch (fate) {
+    case admin::OldVersion::Fate::kPending:
+      return "pending";
+    case admin::OldVersion::Fate::kRemoved:
+      return "removed";
+    case admin::OldVersion::Fate::kMeanwhile:
+      return "meanwhile";
+    case admin::OldVersion::Fate::kFailed:
+      return "failed";
+    case admin::OldVersion::Fate::kLocked:
+      return "locked";
+  }
+  return "?";
+}
+
 }  // namespace
 
 std::string client_put(const Cast& cast) {
@@ -66,6 +84,30 @@ std::string client_restore(const Cast& cast) {
   admin::RestorePlan plan;
   const os::Status status = admin::restore_names(folder_of(cast), saved, {}, plan);
   return status.ok() ? std::to_string(plan.count(admin::NameFate::kRestored)) : "failed";
+}
+
+std::string client_move_out(const Cast& cast) {
+  const AsksAgain asks_again;
+  const admin::DocumentFolder folder = folder_of(cast);
+  admin::FolderView view;
+  view.load(folder, {});
+  admin::IndexLint lint;
+  lint.start(view);
+  admin::OldVersion old;
+  old.logical = cast.entry;
+  admin::LintedLine line;
+  while (lint.next(line)) {
+    if (line.verdict == admin::Verdict::kEntry && line.key == cast.entry + "_0000000000")
+      old.file = line.file;
+  }
+  if (old.file.empty()) return "nothing";
+  const std::string path = view.path_of(old.file);
+  old.info = sys::describe(path);
+  const std::string elsewhere = native_path(cast.root + "\\plain\\moved-" + cast.mark);
+  const os::Status copied = os::copy(path, elsewhere, os::IfExists::kReplace);
+  if (!copied.ok()) return "not copied";
+  admin::remove_old_versions(folder, {}, {&old});
+  return name_of(old.fate);
 }
 
 /// Takes the lines out that readers pass over.

@@ -261,6 +261,7 @@ const std::vector<MeetingOperation>& operations() {
       {"write-corporate", kMakes | kWrites, write_corporate, false, "docs"},
       {"rename-owner", kMovesOwner, rename_owner, false},
       {"put", kMakes | kClient, client_put},
+      {"move-out", kRemoves | kClient, client_move_out},
       {"restore", kSaves | kClient, client_restore},
       {"repair", kSaves | kClient, client_repair, false},
       {"remove-owner", kMovesOwner, remove_owner, false},

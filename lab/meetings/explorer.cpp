@@ -50,7 +50,8 @@ Step Explorer::choose(const Meeting& meeting, int current, const std::vector<int
     if (m_depth == m_forks.size()) open_fork(meeting, current, std::move(steps));
     const Fork& fork = m_forks[m_depth];
     step = fork.steps[fork.at];
-    const bool is_possible = std::find(able.begin(), able.end(), step.who) != able.end();
+    const bool is_possible = std::find(able.begin(), able.end(), step.who) != able.end() ||
+                             (step.dies && meeting.waits(step.who));
     if (!is_possible) {
       m_is_unrepeatable = true;
       step = {able.front()};
@@ -58,7 +59,7 @@ Step Explorer::choose(const Meeting& meeting, int current, const std::vector<int
     if (fork.current >= 0 && step.who != fork.current) m_taken.push_back(m_depth);
     ++m_depth;
   }
-  if (current >= 0 && (step.who != current || step.dies)) ++m_preemptions;
+  if (step.dies || (current >= 0 && step.who != current)) ++m_preemptions;
   m_has_died = m_has_died || step.dies;
   take_blocks(meeting, step.who);
   return step;
@@ -97,33 +98,47 @@ void Explorer::take_blocks(const Meeting& meeting, int who) {
 std::vector<Step> Explorer::steps_at(const Meeting& meeting, int current,
                                      const std::vector<int>& able) {
   if (m_is_redundant) return {{current >= 0 ? current : able.front()}};
-  const bool is_new = m_depth == m_forks.size();
-  std::vector<Step> steps;
-  const auto offer = [&](int who) {
-    if (is_needed(meeting, who)) {
-      steps.push_back({who});
-    } else if (is_new) {
-      ++m_cut;
-    }
-  };
-  if (current < 0) {
-    for (const int who : able) offer(who);
-    if (!steps.empty()) return steps;
-    m_is_redundant = true;
-    return {{able.front()}};
-  }
-  steps.push_back({current});
+  if (current < 0) return first_steps(meeting, able);
+  std::vector<Step> steps = {{current}};
   if (m_preemptions == m_bounds.preemptions) return steps;
   for (const int who : able) {
-    if (who != current) offer(who);
+    if (who != current) offer(meeting, who, steps);
   }
   // Before its next change a process may end as well as before what it only looks at.
-  const bool may_die = m_bounds.deaths == Deaths::kOne && !m_has_died && able.size() > 1 &&
-                       meeting.has_begun(current) && !meeting.made().empty() &&
-                       meeting.made().back().who == current &&
+  const bool may_die = may_anybody_die(meeting) && able.size() > 1 && meeting.has_begun(current) &&
+                       !meeting.made().empty() && meeting.made().back().who == current &&
                        changes_anything(meeting.made().back().footprint);
   if (may_die) steps.push_back({current, true});
   return steps;
+}
+
+/// Where nobody's turn is taken: it has ended, or waits.
+std::vector<Step> Explorer::first_steps(const Meeting& meeting, const std::vector<int>& able) {
+  std::vector<Step> steps;
+  for (const int who : able) offer(meeting, who, steps);
+  if (steps.empty()) {
+    m_is_redundant = true;
+    return {{able.front()}};
+  }
+  if (may_anybody_die(meeting)) {
+    for (int who = 0; who < meeting.size(); ++who) {
+      if (meeting.waits(who) && meeting.has_begun(who)) steps.push_back({who, true});
+    }
+  }
+  return steps;
+}
+
+void Explorer::offer(const Meeting& meeting, int who, std::vector<Step>& steps) {
+  if (is_needed(meeting, who)) {
+    steps.push_back({who});
+  } else if (m_depth == m_forks.size()) {
+    ++m_cut;
+  }
+}
+
+bool Explorer::may_anybody_die(const Meeting& meeting) const {
+  return m_bounds.deaths == Deaths::kOne && !m_has_died && meeting.size() > 1 &&
+         m_preemptions < m_bounds.preemptions;
 }
 
 bool Explorer::is_needed(const Meeting& meeting, int who) const {

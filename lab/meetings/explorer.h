@@ -24,7 +24,8 @@ enum class Deaths : std::uint8_t { kNone, kOne };
 struct Bounds {
   int preemptions = 2;
   Reduction reduction = Reduction::kOn;
-  Deaths deaths = Deaths::kNone;  ///< a death counts as a preemption
+  /// One may end behind each of its changes, or while it waits. That counts as a preemption.
+  Deaths deaths = Deaths::kNone;
 };
 
 class Explorer final : public Guide {
@@ -58,7 +59,10 @@ class Explorer final : public Guide {
     std::vector<Block> one_later = {};  ///< those of the same steps behind its next call
   };
 
+  std::vector<Step> first_steps(const Meeting& meeting, const std::vector<int>& able);
   std::vector<Step> steps_at(const Meeting& meeting, int current, const std::vector<int>& able);
+  void offer(const Meeting& meeting, int who, std::vector<Step>& steps);
+  bool may_anybody_die(const Meeting& meeting) const;
   bool is_needed(const Meeting& meeting, int who) const;
   void open_fork(const Meeting& meeting, int current, std::vector<Step> steps);
   void take_blocks(const Meeting& meeting, int who);

@@ -98,6 +98,8 @@ class Meeting final : public os::faults::Conductor {
   const Footprint& next_footprint(int who) const { return m_parties[index(who)]->footprint; }
   int size() const { return static_cast<int>(m_parties.size()); }
   bool has_ended(int who) const { return m_parties[index(who)]->state == State::kEnded; }
+  /// Whether it waits for a lock that another one holds.
+  bool waits(int who) const { return !has_ended(who) && !can_go_on(who); }
   /// Whether any call of it was made.
   bool has_begun(int who) const { return m_parties[index(who)]->has_begun; }
 

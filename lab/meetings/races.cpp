@@ -271,6 +271,18 @@ bool copy_meets_lock(const Scene& s, const Difference& d) {
   return d.found.empty() && is_made_by(s, d, kCopies);
 }
 
+/// What is moved elsewhere is copied first; what somebody does to it meanwhile is seen, and stays.
+bool moved_while_changed(const Scene& s, const Difference& d) {
+  if (!s.any_is("move-out")) return false;
+  if (d.answer_of >= 0)
+    return s.is(d.answer_of, "move-out") &&
+           (d.found == "meanwhile" || d.found == "not copied" || d.found == "nothing" ||
+            (d.found == "removed" && s.any_does(kRenames)));
+  if (!has(d.what, "plain/moved-")) return false;
+  const bool is_made_empty = d.found.empty() && s.any_does(kWrites | kCopies);
+  return d.found == kNothing || is_made_empty || s.some_order_gives(d);
+}
+
 bool two_renames(const Scene& s, const Difference& d) {
   if (s.count(kRenames) < 2) return false;
   // A third one may list both names, or none.
@@ -295,6 +307,9 @@ bool killed(const Scene& s, const Difference& d) {
   if (!s.has_died()) return false;
   if (s.some_order_gives(d)) return true;
   if (d.answer_of >= 0) return false;
+  // A read list is emptied, and then written: its bytes from before are gone.
+  const bool is_list_gone = has(d.what, ": loose read.txt ") && d.found == kNothing;
+  if (is_list_gone) return s.dead_does(kConverts);
   if (is_loose_file(d)) return d.found != kNothing && s.dead_does(kMakes | kRenames | kConverts);
   if (d.what.ends_with(": index")) return true;
   // The next put removes it.
@@ -330,6 +345,8 @@ const std::vector<Race>& accepted_races() {
      first_index_of_no_bytes},
     {"gone-while-read", "9. A document goes while it is read: nothing is read", gone_while_read},
     {"copy-meets-lock", "12. A copy meets a lock: it fails", copy_meets_lock},
+    {"moved-while-changed", "26. A document changes while `stgctl mv` takes it elsewhere: it stays",
+     moved_while_changed},
     {"two-renames", "5. Two rename one entry: both new names stay", two_renames},
     {"two-cuts", "13. Two cut lines of one category file: one line comes back", two_cuts},
     {"owner-goes", "20. An owner's folder goes under an operation", owner_goes},

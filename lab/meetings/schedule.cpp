@@ -75,9 +75,10 @@ Step Replay::choose(const Meeting& meeting, int current, const std::vector<int>&
   for (; m_at < m_schedule.size(); ++m_at, m_made_before = made) {
     const Stretch& stretch = m_schedule[m_at];
     const bool is_able = std::find(able.begin(), able.end(), stretch.who) != able.end();
-    if (!is_able) continue;
     const bool is_over =
         stretch.calls != Stretch::kToItsEnd && made - m_made_before >= stretch.calls;
+    // Who waits can end all the same.
+    if (!is_able && !(is_over && stretch.dies && meeting.waits(stretch.who))) continue;
     if (!is_over) return {stretch.who};
     if (stretch.dies) {
       ++m_at;

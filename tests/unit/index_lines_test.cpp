@@ -367,6 +367,9 @@ TEST_F(IndexText, TakesAGluedLineWhoseNameIsAPath) {
   EXPECT_EQ(lp, (NameMap{{"abc\nkey_0000000001", "d/e"}, {"key_0000000001", "d/e"}}));
 }
 
+/// So many random texts. An emulator takes a hundred times as long to ask for a file.
+constexpr std::size_t kTexts = kOnWindows ? 300 : 4000;
+
 TEST_F(IndexText, OfRandomPiecesGivesThePlainMaps) {
   make_folder(path("d"));
   make_files({"a", "a.a", "00000001", "00000002.a", "b.a", "d\\a", ".a"});
@@ -399,7 +402,7 @@ TEST_F(IndexText, OfRandomPiecesGivesThePlainMaps) {
   RandomTexts texts(4711, std::move(pieces));
   std::size_t entries = 0;
   std::size_t glued = 0;
-  for (int i = 0; i < 4000; ++i) {
+  for (std::size_t i = 0; i < kTexts; ++i) {
     const std::string text = texts.next(16);
     NameMap expected_lp;
     NameMap expected_pl;
@@ -411,8 +414,8 @@ TEST_F(IndexText, OfRandomPiecesGivesThePlainMaps) {
     for (const auto& [key, stored] : lp) glued += key.find('\n') != std::string::npos ? 1U : 0U;
   }
   // Otherwise there was nothing to compare.
-  EXPECT_GT(entries, 2000U);
-  EXPECT_GT(glued, 200U);
+  EXPECT_GT(entries, kTexts / 2);
+  EXPECT_GT(glued, kTexts / 20);
 }
 
 TEST_F(IndexText, AnswersForOneNameAsTheMapsDo) {
@@ -427,8 +430,6 @@ TEST_F(IndexText, AnswersForOneNameAsTheMapsDo) {
                            "b.a_0000000003/00000002\n", "b.a_0000000002/00000002", others,
                            "a_0000000000/00000001\n", "bb.a_0000000007/a\n", "b_000000000\n1/",
                            "00000001\n", "xb.a_0000000008/a\n", "b.a_000000001/a\n"});
-  // An emulator takes a hundred times as long to ask for a file.
-  constexpr std::size_t kTexts = kOnWindows ? 300 : 4000;
   std::size_t found = 0;
   std::size_t run_on = 0;
   for (std::size_t i = 0; i < kTexts; ++i) {
@@ -468,7 +469,7 @@ TEST_F(IndexText, AnswersForOneKeyAsTheMapsDo) {
   RandomTexts texts(99, {"a", "/", "\n", "_", ".", "b.a_0000000001/a\n", "b.a_0000000001/none\n",
                          "b.a_0000000001/00000002", "a_0000000000/00000001\n", "\n\n"});
   std::size_t found = 0;
-  for (int i = 0; i < 2000; ++i) {
+  for (std::size_t i = 0; i < kTexts / 2; ++i) {
     const std::string text = texts.next(10);
     NameMap expected_lp;
     NameMap expected_pl;
@@ -491,7 +492,7 @@ TEST_F(IndexText, AnswersForOneKeyAsTheMapsDo) {
       found += expected == expected_lp.end() ? 0U : 1U;
     }
   }
-  EXPECT_GT(found, 1000U);
+  EXPECT_GT(found, kTexts / 4);
 }
 
 // ---- what it costs -----------------------------------------------------------------------------

@@ -9,6 +9,7 @@
 #include "index/folder_files.h"
 #include "index/index_reader.h"
 #include "tests/support/interrupted_save.h"
+#include "tests/support/real_kernel.h"
 
 #if !defined(_WIN32)
 #include <unistd.h>
@@ -329,6 +330,7 @@ TEST_F(AdminIndex, OfGarbageIsReadAsTheLibraryReadsIt) {
 }
 
 TEST_F(AdminIndex, IsJudgedLineByLineAsTheLibrarysReaderJudges) {
+  constexpr int kRounds = kOnWindows ? 12 : 60;
   std::mt19937 random(20261122);
   const auto one_of = [&](const std::vector<std::string>& texts) {
     return texts[random() % texts.size()];
@@ -347,7 +349,7 @@ TEST_F(AdminIndex, IsJudgedLineByLineAsTheLibrarysReaderJudges) {
   fs::permissions(system_form(path("priv")), fs::perms::none);
   fs::permissions(fs::path(system_form(path("priv"))).parent_path(), fs::perms::all);
 #endif
-  for (int round = 0; round < 60; ++round) {
+  for (int round = 0; round < kRounds; ++round) {
     std::vector<std::string> made;
     for (const std::string& name : stored) {
       if (name.find_first_of("?\\") != std::string::npos || random() % 2 == 0) continue;
