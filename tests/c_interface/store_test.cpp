@@ -10,9 +10,10 @@
 
 TEST(CStore, TellsItsVersion) {
   EXPECT_EQ(vu_version_number(), VU_VERSION_NUMBER);
-  EXPECT_EQ(std::string(vu_version()), std::to_string(VU_VERSION_MAJOR) + "." +
-                                           std::to_string(VU_VERSION_MINOR) + "." +
-                                           std::to_string(VU_VERSION_PATCH));
+  EXPECT_STREQ(vu_version(), VU_PROJECT_VERSION);
+  EXPECT_EQ(vu_version(), std::to_string(VU_VERSION_MAJOR) + "." +
+                              std::to_string(VU_VERSION_MINOR) + "." +
+                              std::to_string(VU_VERSION_PATCH));
 }
 
 TEST(CStore, EveryStatusHasItsName) {

@@ -29,6 +29,8 @@ set(rules
   "tests/unit      = tests/unit tests/support storage index file platform include"
   "tests/api       = tests/api tests/support include"
   "tests/c_interface = tests/c_interface tests/support include"
+  "tests/cpp_layer = tests/cpp_layer tests/support include"
+  "tests/border   = tests/border include"
   "tests/multi     = tests/multi tests/support include"
   "tests/consumer  = include"
   "lab/bench       = lab/bench include"

@@ -1,0 +1,241 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "tests/support/scratch.h"
+#include "vu/storage.hpp"
+
+// The C++17 layer. All cases of a process share its one storage; each has owners of its own.
+
+namespace {
+
+using namespace std::chrono_literals;
+
+vu::store& storage() {
+  static const scratch_folder root;
+  static vu::store store(native(root.path()) / "made" / "here", vu::make_root | vu::no_adoption);
+  return store;
+}
+
+vu::key user_key(const char* owner, const char* name, std::int64_t version = 0) {
+  return {vu::area::user, owner, name, version};
+}
+
+/// The code of what a call throws; VU_DONE when it throws nothing.
+template <class Call>
+vu_status code_of(Call call) {
+  try {
+    call();
+    return VU_DONE;
+  } catch (const vu::error& error) {
+    EXPECT_STRNE(error.what(), "");
+    return error.code();
+  }
+}
+
+}  // namespace
+
+TEST(CppStore, IsOpenedOnceAndJoinedLater) {
+  EXPECT_EQ(storage().how_started(), vu::store::start::initialised);
+  vu::store second;
+  EXPECT_EQ(second.how_started(), vu::store::start::joined);
+  const std::filesystem::path folder = second.folder();
+  EXPECT_TRUE(std::filesystem::is_directory(folder)) << folder;
+  EXPECT_EQ(second.folder(vu::area::mail), folder / "mail");
+  EXPECT_EQ(code_of([] { vu::store("/no/such/folder/at/all"); }), VU_NO_TREE);
+  vu::store moved = std::move(second);
+  EXPECT_FALSE(moved.exists(user_key("nobody", "a")));
+  EXPECT_EQ(code_of([&] { (void)second.exists(user_key("nobody", "a")); }), VU_BAD_HANDLE);
+}
+
+TEST(CppStore, PutsReadsAndReplaces) {
+  const vu::key where{vu::area::docs, "put", "a.kdf", 7};
+  EXPECT_FALSE(storage().read(where).has_value());
+  const std::string bytes("zero\0byte", 9);
+  EXPECT_EQ(storage().put(where, bytes), vu::stored::at_once);
+  EXPECT_EQ(storage().read(where), bytes);
+  EXPECT_EQ(storage().put(where, "other", vu::if_there::keep), vu::stored::not_stored);
+  EXPECT_EQ(storage().read(where), bytes);
+  EXPECT_EQ(storage().put_in_place(where, "other"), vu::stored::in_place);
+  EXPECT_EQ(storage().read(where), "other");
+  EXPECT_EQ(storage().put(where, ""), vu::stored::at_once);
+  EXPECT_EQ(storage().read(where), "");
+}
+
+TEST(CppStore, TellsWhatIsWrongInAnError) {
+  try {
+    storage().put({vu::area::docs, "..", "a.kdf", 1}, "x");
+    FAIL() << "the guard let it pass";
+  } catch (const vu::error& error) {
+    EXPECT_EQ(error.code(), VU_REFUSED);
+    EXPECT_EQ(error.path(), "..");
+    EXPECT_EQ(error.text(), "the owner is refused: it names the folder itself or the one above");
+    EXPECT_EQ(error.system_code(), 0);
+    EXPECT_NE(std::string(error.what()).find("vu_put: "), std::string::npos);
+    EXPECT_NE(std::string(error.what()).find("[VU_REFUSED]"), std::string::npos);
+  }
+}
+
+TEST(CppStore, DescribesRenamesAndRemoves) {
+  const vu::key where = user_key("describe", "a.txt", 3);
+  EXPECT_FALSE(storage().describe(where).has_value());
+  storage().put(where, "12345");
+  const auto info = storage().describe({vu::area::user, "describe", "a.txt", vu::latest});
+  ASSERT_TRUE(info.has_value());
+  EXPECT_EQ(info->size, 5);
+  EXPECT_EQ(info->version, 3);
+  EXPECT_LT(info->age(), 1h);
+  EXPECT_GE(info->age(), -1s);
+  EXPECT_TRUE(std::filesystem::exists(storage().file_path(where)));
+  const vu::key other = user_key("describe", "b.txt", 4);
+  EXPECT_TRUE(storage().rename(where, other));
+  EXPECT_EQ(storage().latest_version(other), 4);
+  EXPECT_FALSE(storage().latest_version(where).has_value());
+  storage().put(where, "new");
+  EXPECT_FALSE(storage().rename(where, other));
+  EXPECT_TRUE(storage().rename(where, other, vu::if_there::replace));
+  EXPECT_EQ(storage().read(other), "new");
+  EXPECT_TRUE(storage().remove(other));
+  EXPECT_FALSE(storage().remove(other));
+  EXPECT_EQ(code_of([&] { (void)storage().file_path(other); }), VU_NOTHING_MATCHED);
+}
+
+TEST(CppStore, CopiesFilesInAndOut) {
+  const scratch_folder outside;
+  const std::filesystem::path in = native(outside.path("in"));
+  const std::filesystem::path out = native(outside.path("out"));
+  write_file(outside.path("in"), "bytes");
+  const vu::key where{vu::area::mail, "copies", "a", 1};
+  EXPECT_EQ(storage().copy_in(where, in), vu::stored::at_once);
+  EXPECT_EQ(storage().copy_in(where, in, vu::if_there::keep), vu::stored::not_stored);
+  EXPECT_TRUE(storage().copy_out(where, out));
+  EXPECT_FALSE(storage().copy_out(where, out, vu::if_there::keep));
+  EXPECT_EQ(read_file(outside.path("out")), "bytes");
+  EXPECT_EQ(code_of([&] { storage().copy_in(where, out / "missing"); }), VU_NOTHING_MATCHED);
+}
+
+TEST(CppFile, MovesReadsWritesAndClosesItself) {
+  static_assert(!std::is_copy_constructible_v<vu::file> &&
+                std::is_nothrow_move_assignable_v<vu::file>);
+  const vu::key where{vu::area::docs, "files", "a.kdf", 1};
+  EXPECT_FALSE(storage().open(where));
+  {
+    vu::file file = storage().create(where);
+    ASSERT_TRUE(file);
+    vu::file moved = std::move(file);
+    EXPECT_FALSE(file);
+    moved.write("0123456789");
+    moved.seek(2);
+    moved.write("xy");
+    EXPECT_EQ(moved.size(), 10);
+    EXPECT_EQ(code_of([&] { (void)moved.read(); }), VU_USAGE);
+    moved.close();
+    EXPECT_FALSE(moved);
+    moved.close();
+    EXPECT_EQ(code_of([&] { moved.write("x"); }), VU_BAD_HANDLE);
+  }
+  EXPECT_FALSE(storage().create(where));
+  {
+    // Would wait for ever for one that was not closed.
+    vu::file file = storage().create(where, vu::if_there::replace);
+    file.write(std::string(200'000, 'a'));
+  }
+  vu::file reader = storage().open(where);
+  EXPECT_EQ(reader.read().size(), 200'000U);
+  EXPECT_EQ(reader.read(), "");
+  vu::store hurried(std::filesystem::path(storage().folder().parent_path()), vu::no_adoption, 0ms);
+  EXPECT_EQ(code_of([&] { (void)hurried.create(where, vu::if_there::replace); }), VU_LOCK_TIMEOUT);
+  EXPECT_TRUE(hurried.open(where));
+}
+
+TEST(CppFile, PartsAndServedDocuments) {
+  const vu::key where{vu::area::docs, "parts", "a.kdf", 1};
+  EXPECT_EQ(code_of([&] { (void)storage().open_part(where, "html@a", "1"); }), VU_NOTHING_MATCHED);
+  storage().put(where, "document");
+  EXPECT_FALSE(storage().open_part(where, "html@a", "1"));
+  storage().create_part(where, "html@a", "1").write("part");
+  EXPECT_EQ(storage().open_part(where, "html@a", "1").read(), "part");
+  EXPECT_EQ(storage().open_served(where).read(), "document");
+  const vu::key page{vu::area::docs, "parts", "page.kdc", 0};
+  storage().put(page, "page");
+  EXPECT_EQ(code_of([] {
+              (void)storage().open_served({vu::area::docs, "parts", "page.kdc", 2147483647});
+            }),
+            VU_OUTDATED);
+}
+
+TEST(CppLists, AreRangesOfKeys) {
+  const std::vector<vu::key> keys = {user_key("ranges", "a", 2), user_key("ranges", "a", 10),
+                                     user_key("ranges", "b", 1)};
+  for (const vu::key& one : keys) storage().put(one, "1234");
+  const std::vector<vu::entry> all = storage().documents(vu::area::user, "ranges", true);
+  ASSERT_EQ(all.size(), 3U);
+  EXPECT_TRUE(std::equal(all.begin(), all.end(), keys.begin()));
+  EXPECT_EQ(all[0].info->size, 4);
+  EXPECT_FALSE(storage().documents(vu::area::user, "ranges")[0].info.has_value());
+  const std::vector<vu::entry> versions = storage().versions(keys[0]);
+  ASSERT_EQ(versions.size(), 2U);
+  EXPECT_EQ(versions[1].version, 10);
+  const std::vector<std::string> owners = storage().owners(vu::area::user);
+  EXPECT_EQ(std::count(owners.begin(), owners.end(), "ranges"), 1);
+  int seen = 0;
+  EXPECT_FALSE(storage().each_document(vu::area::user, "ranges",
+                                       [&](const vu::entry&) { return ++seen < 2; }));
+  EXPECT_EQ(seen, 2);
+}
+
+TEST(CppLists, AnExceptionOfTheVisitorComesBack) {
+  storage().put(user_key("raises", "a", 2), "x");
+  EXPECT_THROW(
+      storage().each_document(vu::area::user, "raises",
+                              [](const vu::entry&) -> bool { throw std::logic_error("x"); }),
+      std::logic_error);
+  EXPECT_EQ(storage().documents(vu::area::user, "raises").size(), 1U);
+}
+
+TEST(CppKeys, AreSetReadAndRemoved) {
+  const vu::key file = user_key("keys", "settings.txt");
+  EXPECT_FALSE(storage().key_value(file, "a").has_value());
+  EXPECT_TRUE(storage().keys(file).empty());
+  const std::string longer(5000, 'v');
+  storage().set_key(file, "a", longer);
+  storage().set_key(file, "b", "2");
+  EXPECT_EQ(storage().key_value(file, "a"), longer);
+  EXPECT_EQ(storage().keys(file).size(), 2U);
+  EXPECT_EQ(storage().keys(file)[1], std::make_pair(std::string("b"), std::string("2")));
+  EXPECT_TRUE(storage().remove_key(file, "a"));
+  EXPECT_FALSE(storage().remove_key(file, "a"));
+  EXPECT_FALSE(storage().profile_value("keys", "lang").has_value());
+  storage().set_profile("keys", "lang", "de");
+  EXPECT_EQ(storage().profile_value("keys", "lang"), "de");
+  EXPECT_EQ(storage().profile("keys").size(), 1U);
+  EXPECT_TRUE(storage().remove_profile("keys", "lang"));
+}
+
+TEST(CppUpkeep, OwnersAndCleaning) {
+  EXPECT_FALSE(storage().remove_owner("upkeep"));
+  const scratch_folder outside;
+  write_file(outside.path("old"), "x");
+  set_modify_time(outside.path("old"), 1'500'000'000);
+  storage().copy_in(user_key("upkeep", "old", 1), native(outside.path("old")));
+  storage().put(user_key("upkeep", "new", 1), "x");
+  EXPECT_EQ(storage().outdated(vu::area::user, "upkeep", 24h).size(), 1U);
+  EXPECT_EQ(storage().clean(vu::area::user, "upkeep", 24h), 1);
+  EXPECT_EQ(storage().documents(vu::area::user, "upkeep").size(), 1U);
+  EXPECT_TRUE(storage().rename_owner("upkeep", "upkeep-2"));
+  EXPECT_TRUE(storage().exists(user_key("upkeep-2", "new", 1)));
+  EXPECT_FALSE(storage().migrate_inbox("upkeep-2"));
+  EXPECT_TRUE(storage().remove_owner("upkeep-2"));
+}
+
+TEST(CppPaths, AreTheSystemsOwn) {
+  EXPECT_EQ(vu::native_path("a\\b"), std::filesystem::path("a") / "b");
+  const std::string name = "gr\xC3\xBC\xC3\x9F";
+  EXPECT_EQ(vu::utf8_of(vu::path_of(name)), name);
+}
