@@ -9,10 +9,12 @@
 
 # Header-only for what is built here; the Windows build gets copies of them.
 client=(libcli11-dev nlohmann-json3-dev libfmt-dev libxxhash-dev)
-# clang reads the exported headers only.
+# What tries the C interface from other sides: another standard library, Python, the stored ABI.
+borders=(libc++-dev libc++abi-dev python3 python3-pytest abigail-tools)
+# clang reads the exported headers, and builds programs beyond the C interface.
 # The last two make the file systems whose power is cut.
 native=(cmake ninja-build g++ clang pkg-config googletest libpoco-dev libutfcpp-dev "${client[@]}"
-  e2fsprogs xfsprogs)
+  e2fsprogs xfsprogs "${borders[@]}")
 # The last four fetch and unpack a source package.
 windows=(cmake ninja-build googletest libutfcpp-dev "${client[@]}" g++-mingw-w64-x86-64-posix wine locales
   wine64 ca-certificates bzip2 xz-utils patch)

@@ -8,6 +8,7 @@ cmake_minimum_required(VERSION 3.25)
 set(places
   "vcpkg.json = \"version\": \"([^\"]*)\""
   "CHANGELOG.md = \n## ([^\n]*)"
+  "bindings/python/pyproject.toml = version = \"([^\"]*)\""
   "packaging/debian/changelog = ^vu-storage \\(([^)]*)\\)"
   "docs/man/stgctl.1 = stgctl ([0-9.]+)"
   "docs/man/stgctl-index.5 = stgctl ([0-9.]+)"

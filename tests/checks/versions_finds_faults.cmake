@@ -3,9 +3,11 @@
 cmake_minimum_required(VERSION 3.25)
 
 foreach(file IN ITEMS vcpkg.json CHANGELOG.md packaging/debian/changelog docs/man/stgctl.1
+    bindings/python/pyproject.toml
     docs/man/stgctl-index.5 docs/man/stgctl-tree.7)
   file(REMOVE_RECURSE ${SCRATCH}/tree)
-  foreach(copied IN ITEMS vcpkg.json CHANGELOG.md packaging docs/man)
+  foreach(copied IN ITEMS vcpkg.json CHANGELOG.md packaging docs/man
+      bindings/python/pyproject.toml)
     cmake_path(GET copied PARENT_PATH folder)
     file(COPY ${ROOT}/${copied} DESTINATION ${SCRATCH}/tree/${folder})
   endforeach()

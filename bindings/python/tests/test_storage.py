@@ -1,0 +1,257 @@
+"""The package against the library: every function, through the public interface."""
+
+import datetime
+import io
+import os
+import pathlib
+import subprocess
+import sys
+import threading
+
+import pytest
+
+import vu_storage
+from vu_storage import Key
+
+DAY = datetime.timedelta(days=1)
+
+
+@pytest.fixture(scope="session")
+def store(tmp_path_factory):
+    root = tmp_path_factory.mktemp("root") / "made"
+    with vu_storage.Store(root, make_root=True, adoption=False) as opened:
+        assert opened.initialised
+        yield opened
+
+
+def test_the_version_is_that_of_the_package():
+    text = (pathlib.Path(__file__).parents[1] / "pyproject.toml").read_text()
+    assert f'version = "{vu_storage.version()}"' in text
+
+
+def test_a_second_store_joins(store):
+    with vu_storage.Store() as second:
+        assert not second.initialised
+        assert second.folder() == store.folder()
+        assert second.folder("docs") == store.folder() / "docs"
+    with pytest.raises(vu_storage.StorageError) as raised:
+        second.exists(Key("docs", "anna", "a.kdf"))
+    assert raised.value.name == "VU_BAD_HANDLE"
+
+
+def test_another_root_is_refused(store, tmp_path):
+    with pytest.raises(vu_storage.Refused) as raised:
+        vu_storage.Store(tmp_path)
+    assert raised.value.path == store.folder()
+
+
+@pytest.mark.parametrize("area", ["docs", "user", "mail"])
+@pytest.mark.parametrize("data", [b"", b"\0\n\xff", b"x" * 300_000])
+def test_what_is_put_is_read(store, area, data):
+    key = Key(area, "anna", f"größe-{len(data)}.kdf", 7)
+    assert store.read(key) is None
+    assert store.put(key, data)
+    assert store.read(key) == data
+    assert store.exists(key)
+    assert not store.put(key, b"other", replace=False)
+    assert store.read(key) == data
+    assert store.put(key, "text ü", in_place=True)
+    assert store.read_text(key) == "text ü"
+
+
+def test_a_version_is_described_renamed_and_removed(store):
+    key = Key("user", "bert", "a.txt", 3)
+    assert store.info(key) is None
+    store.put(key, b"12345")
+    info = store.info(Key("user", "bert", "a.txt", vu_storage.LATEST))
+    assert (info.version, info.size) == (3, 5)
+    assert -DAY < info.age < DAY
+    assert store.file_path(key).read_bytes() == b"12345"
+    other = Key("user", "bert", "b.txt", 4)
+    assert store.rename(key, other)
+    assert store.latest(other) == 4
+    assert store.latest(key) is None
+    store.put(key, b"new")
+    assert not store.rename(key, other)
+    assert store.rename(key, other, replace=True)
+    assert store.read(other) == b"new"
+    assert store.remove(other)
+    assert not store.remove(other)
+    with pytest.raises(vu_storage.NotThere):
+        store.file_path(other)
+
+
+def test_files_are_copied_in_and_out(store, tmp_path):
+    source = tmp_path / "in"
+    source.write_bytes(b"bytes")
+    key = Key("docs", "carl", "a.kdf", 1)
+    assert store.copy_in(key, source)
+    assert not store.copy_in(key, str(source), replace=False)
+    assert store.copy_out(key, tmp_path / "out")
+    assert not store.copy_out(key, tmp_path / "out", replace=False)
+    assert (tmp_path / "out").read_bytes() == b"bytes"
+    with pytest.raises(vu_storage.NotThere):
+        store.copy_in(key, tmp_path / "missing")
+
+
+def test_an_open_version_is_a_file(store):
+    key = Key("docs", "dora", "a.kdf", 1)
+    with pytest.raises(vu_storage.NotThere):
+        store.open(key)
+    with store.open(key, "x") as file:
+        assert file.writable() and not file.readable()
+        file.write(b"0123456789")
+        file.seek(2)
+        file.write(bytearray(b"xy"))
+        assert file.size() == 10
+    with pytest.raises(ValueError):
+        file.write(b"x")
+    with pytest.raises(vu_storage.AlreadyThere):
+        store.open(key, "x")
+    with store.open(key) as file:
+        assert io.BufferedReader(file, 4).read() == b"01xy456789"
+    with store.open(key, "s") as file:
+        assert file.read(3) == b"01x"
+        file.seek(-2, os.SEEK_END)
+        assert file.readall() == b"89"
+    with store.open(key, "w") as file:
+        file.write(b"over")
+    assert store.read(key) == b"over"
+    with pytest.raises(ValueError):
+        store.open(key, "q")
+
+
+def test_a_lock_is_waited_for_in_time(store):
+    key = Key("docs", "emil", "a.kdf", 1)
+    store.put(key, b"x")
+    root = store.folder().parent
+    with store.open(key, "w"):
+        for wait in (datetime.timedelta(0), datetime.timedelta(milliseconds=50)):
+            with vu_storage.Store(root, wait=wait) as hurried:
+                with pytest.raises(vu_storage.LockTimeout) as raised:
+                    hurried.read(key)
+                assert raised.value.path is not None
+
+
+def test_parts_are_made_when_they_are_not_up_to_date(store):
+    key = Key("docs", "fritz", "a.kdf", 1)
+    with pytest.raises(vu_storage.NotThere):
+        store.open_part(key, "html@de", "1")
+    store.put(key, b"document")
+    with pytest.raises(vu_storage.Outdated):
+        store.open_part(key, "html@de", "1")
+    with store.open_part(key, "html@de", "1", "w") as part:
+        part.write(b"part")
+    with store.open_part(key, "html@de", "1") as part:
+        assert part.readall() == b"part"
+
+
+def test_lists_tell_keys(store):
+    keys = [Key("user", "gerd", name, version) for name in "ab" for version in (2, 10)]
+    for key in keys:
+        store.put(key, b"1234")
+    assert [entry.key for entry in store.documents("user", "gerd")] == keys
+    assert [entry.info.size for entry in store.documents("user", "gerd", with_info=True)] == [4] * 4
+    assert next(store.documents("user", "gerd")).info is None
+    assert [entry.key.version for entry in store.versions(keys[0])] == [2, 10]
+    assert "gerd" in store.owners("user")
+    assert list(store.documents("user", "nobody")) == []
+
+
+def test_key_files_and_profiles(store):
+    key = Key("user", "hans", "settings.txt")
+    assert store.key_value(key, "a") is None
+    assert store.keys(key) == []
+    store.set_key(key, "a", "v" * 5000)
+    store.set_key(key, "b", "ü=2")
+    assert store.key_value(key, "a") == "v" * 5000
+    assert store.keys(key)[1] == ("b", "ü=2")
+    assert store.remove_key(key, "a")
+    assert not store.remove_key(key, "a")
+    with pytest.raises(vu_storage.Refused):
+        store.set_key(key, "a", "two\nlines")
+    assert store.profile_value("hans", "lang") is None
+    store.set_profile("hans", "lang", "de")
+    assert store.profile_value("hans", "lang") == "de"
+    assert store.profile("hans") == [("lang", "de")]
+    assert store.remove_profile("hans", "lang")
+    assert store.profile(None) == []
+
+
+def test_owners_and_upkeep(store, tmp_path):
+    assert not store.remove_owner("ida")
+    old = tmp_path / "old"
+    old.write_bytes(b"x")
+    os.utime(old, (1_500_000_000, 1_500_000_000))
+    store.copy_in(Key("user", "ida", "old", 1), old)
+    store.put(Key("user", "ida", "new", 1), b"x")
+    assert [entry.key.name for entry in store.outdated("user", "ida", DAY)] == ["old"]
+    assert store.clean("user", "ida", DAY) == 1
+    assert [entry.key.name for entry in store.documents("user", "ida")] == ["new"]
+    assert not store.migrate_inbox("ida")
+    assert store.rename_owner("ida", "jule")
+    assert store.exists(Key("user", "jule", "new", 1))
+    store.put(Key("user", "ida", "again", 1), b"x")
+    assert not store.rename_owner("ida", "jule")
+    assert store.remove_owner("jule")
+
+
+def test_names_that_mean_something_else_are_refused(store):
+    for owner, name in [("..", "a"), ("a/b", "a"), ("", "a"), ("a", ""), ("a", "index.dat"),
+                        ("a", "x*"), ("a", "a\nb")]:
+        with pytest.raises(vu_storage.Refused) as raised:
+            store.put(Key("docs", owner, name), b"x")
+        assert raised.value.operation == "vu_put"
+        assert str(raised.value).endswith("[VU_REFUSED]")
+    with pytest.raises(ValueError):
+        store.exists(Key("docs", "a", "nul\0"))
+    with pytest.raises(ValueError):
+        store.exists(Key("elsewhere", "a", "b"))
+
+
+def test_several_threads_use_one_store(store):
+    def work(number):
+        for version in range(10):
+            store.put(Key("docs", f"thread-{number}", "a.kdf", version), str(version))
+
+    threads = [threading.Thread(target=work, args=(number,)) for number in range(3)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    for number in range(3):
+        assert len(list(store.versions(Key("docs", f"thread-{number}", "a.kdf")))) == 10
+
+
+def test_every_public_thing_has_a_docstring():
+    for name in vu_storage.__all__:
+        thing = getattr(vu_storage, name)
+        if not callable(thing):
+            continue
+        assert thing.__doc__, name
+        for member, value in vars(thing).items():
+            if callable(value) and not member.startswith("_") and value.__qualname__.startswith("Store."):
+                assert value.__doc__, f"{name}.{member}"
+
+
+def test_the_example_walks_a_tree(tmp_path):
+    old = tmp_path / "old"
+    old.write_bytes(b"x")
+    age = 10 * DAY.total_seconds()
+    os.utime(old, (old.stat().st_mtime - age,) * 2)
+    package = pathlib.Path(__file__).parents[1]
+    fill = (
+        "import sys, vu_storage\n"
+        "with vu_storage.Store(sys.argv[1]) as store:\n"
+        "    store.copy_in(vu_storage.Key('docs', 'anna', 'a.kdf', 1), sys.argv[2])\n"
+        "    store.put(vu_storage.Key('docs', 'anna', 'b.kdf', 1), 'x')\n"
+    )
+    environment = {**os.environ, "PYTHONPATH": str(package)}
+
+    def run(*arguments):
+        return subprocess.run([sys.executable, *arguments], env=environment, check=True,
+                              capture_output=True, text=True).stdout
+
+    run("-c", fill, str(tmp_path), str(old))
+    told = run(str(package / "examples" / "ages.py"), str(tmp_path), "docs", "--text")
+    assert told == "anna: 2 documents, the oldest 10 days\n"

@@ -1,0 +1,170 @@
+"""The C interface as ctypes sees it: where the library is, its structures, its functions."""
+
+from __future__ import annotations
+
+import ctypes
+import os
+import sys
+from ctypes import (
+    CFUNCTYPE,
+    POINTER,
+    Structure,
+    c_char_p,
+    c_int32,
+    c_int64,
+    c_size_t,
+    c_uint32,
+    c_void_p,
+)
+
+DONE = 0
+NOTHING_MATCHED = 3
+ALREADY = 20
+TOO_SHORT = 21
+OUTDATED = 26
+INTERRUPTED = 130
+
+
+class Error(Structure):
+    _fields_ = [
+        ("struct_size", c_size_t),
+        ("status", c_int32),
+        ("system_code", c_int32),
+        ("operation", c_char_p),
+        ("text", c_char_p),
+        ("path", c_char_p),
+        ("system_text", c_char_p),
+    ]
+
+
+class Settings(Structure):
+    _fields_ = [
+        ("struct_size", c_size_t),
+        ("root", c_char_p),
+        ("flags", c_uint32),
+        ("reserved", c_uint32),
+        ("wait_ms", c_int64),
+    ]
+
+
+class Document(Structure):
+    _fields_ = [
+        ("struct_size", c_size_t),
+        ("area", c_int32),
+        ("reserved", c_uint32),
+        ("owner", c_char_p),
+        ("name", c_char_p),
+        ("version", c_int64),
+    ]
+
+
+class Info(Structure):
+    _fields_ = [
+        ("struct_size", c_size_t),
+        ("version", c_int64),
+        ("size", c_int64),
+        ("modified", c_int64),
+        ("accessed", c_int64),
+    ]
+
+
+class Entry(Structure):
+    _fields_ = [
+        ("struct_size", c_size_t),
+        ("area", c_int32),
+        ("reserved", c_uint32),
+        ("owner", c_char_p),
+        ("name", c_char_p),
+        ("file", c_char_p),
+        ("info", Info),
+    ]
+
+
+EntryVisitor = CFUNCTYPE(c_int32, c_void_p, POINTER(Entry))
+NameVisitor = CFUNCTYPE(c_int32, c_void_p, c_char_p)
+LineVisitor = CFUNCTYPE(c_int32, c_void_p, c_char_p, c_char_p)
+
+_SIZE = POINTER(c_size_t)
+_STREAM = POINTER(c_void_p)
+_DOCUMENT = POINTER(Document)
+_TEXT_OUT = [c_char_p, c_size_t, _SIZE]
+
+#: Each function with its arguments; the result is a status.
+_FUNCTIONS = {
+    "vu_last_error": [POINTER(Error)],
+    "vu_open_store": [POINTER(Settings), POINTER(c_void_p)],
+    "vu_close_store": [c_void_p],
+    "vu_folder": [c_void_p, c_int32, *_TEXT_OUT],
+    "vu_exists": [c_void_p, _DOCUMENT],
+    "vu_describe": [c_void_p, _DOCUMENT, POINTER(Info)],
+    "vu_file_path": [c_void_p, _DOCUMENT, *_TEXT_OUT],
+    "vu_read_whole": [c_void_p, _DOCUMENT, POINTER(c_void_p), _SIZE],
+    "vu_put": [c_void_p, _DOCUMENT, c_char_p, c_size_t, c_uint32, POINTER(c_int32)],
+    "vu_copy_in": [c_void_p, _DOCUMENT, c_char_p, c_uint32, POINTER(c_int32)],
+    "vu_copy_out": [c_void_p, _DOCUMENT, c_char_p, c_uint32],
+    "vu_remove": [c_void_p, _DOCUMENT],
+    "vu_rename": [c_void_p, _DOCUMENT, _DOCUMENT, c_uint32],
+    "vu_latest": [c_void_p, _DOCUMENT, POINTER(c_int64)],
+    "vu_open": [c_void_p, _DOCUMENT, c_int32, _STREAM],
+    "vu_open_part": [c_void_p, _DOCUMENT, c_char_p, c_char_p, c_int32, _STREAM],
+    "vu_stream_read": [c_void_p, c_void_p, c_size_t, _SIZE],
+    "vu_stream_write": [c_void_p, c_char_p, c_size_t],
+    "vu_stream_seek": [c_void_p, c_int64, c_int32],
+    "vu_stream_size": [c_void_p, POINTER(c_int64)],
+    "vu_stream_close": [c_void_p],
+    "vu_each_document": [c_void_p, c_int32, c_char_p, c_uint32, EntryVisitor, c_void_p],
+    "vu_each_version": [c_void_p, _DOCUMENT, c_uint32, EntryVisitor, c_void_p],
+    "vu_each_owner": [c_void_p, c_int32, NameVisitor, c_void_p],
+    "vu_key_get": [c_void_p, _DOCUMENT, c_char_p, *_TEXT_OUT],
+    "vu_key_set": [c_void_p, _DOCUMENT, c_char_p, c_char_p],
+    "vu_key_delete": [c_void_p, _DOCUMENT, c_char_p],
+    "vu_key_each": [c_void_p, _DOCUMENT, LineVisitor, c_void_p],
+    "vu_profile_get": [c_void_p, c_char_p, c_char_p, c_char_p, *_TEXT_OUT],
+    "vu_profile_set": [c_void_p, c_char_p, c_char_p, c_char_p, c_char_p],
+    "vu_profile_delete": [c_void_p, c_char_p, c_char_p, c_char_p],
+    "vu_profile_each": [c_void_p, c_char_p, c_char_p, LineVisitor, c_void_p],
+    "vu_rename_owner": [c_void_p, c_char_p, c_char_p],
+    "vu_remove_owner": [c_void_p, c_char_p],
+    "vu_clean": [
+        c_void_p, c_int32, c_char_p, c_int64, c_uint32, EntryVisitor, c_void_p, POINTER(c_int64),
+    ],
+    "vu_migrate_inbox": [c_void_p, c_char_p],
+}
+
+
+def _names() -> list[str]:
+    """Where the library may be: VU_STORAGE_LIBRARY, or where the system's loader looks."""
+    named = os.environ.get("VU_STORAGE_LIBRARY")
+    if named:
+        return [named]
+    return ["vu_storage.dll"] if sys.platform == "win32" else ["libvu_storage.so.1"]
+
+
+def load() -> ctypes.CDLL:
+    """Loads the library and declares its functions."""
+    library = None
+    reasons = []
+    for name in _names():
+        try:
+            library = ctypes.CDLL(name)
+            break
+        except OSError as reason:
+            reasons.append(str(reason))
+    if library is None:
+        raise ImportError(
+            "the storage library is not found; name its file in VU_STORAGE_LIBRARY: "
+            + "; ".join(reasons)
+        )
+    for name, arguments in _FUNCTIONS.items():
+        function = getattr(library, name)
+        function.argtypes = arguments
+        function.restype = c_int32
+    library.vu_version.restype = c_char_p
+    library.vu_status_name.argtypes = [c_int32]
+    library.vu_status_name.restype = c_char_p
+    library.vu_free.argtypes = [c_void_p]
+    library.vu_free.restype = None
+    return library
+
+
+library = load()
