@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Tests of the tests: scripts/planted.sh [defect...]
+# Tests of the tests: scripts/planted.sh [defect...], or "list", or "fit"
 #
-# Each patch in lab/planted is a defect and names the test that has to notice it. In a copy of the sources every
-# named test must pass; then each defect by itself is put in, built, and its test must fail. All is below
-# build/planted.
+# Each section of lab/planted/*.patches is a defect and names the test that has to notice it. In a copy of the sources
+# every named test must pass; then each defect by itself is put in, built, and its test must fail. All is below
+# build/planted. "list" names the defects; "fit" only tries whether each still fits the sources.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 cd "$ROOT"
 
@@ -13,14 +13,40 @@ tree=$copy/build/linux
 # Far more than any of the tests takes; one that hangs has noticed, too.
 limit=(timeout -k 5 120)
 
+all_defects() { sed -n 's/^Defect: //p' lab/planted/*.patches; }
+# section <defect>: its lines, from "Defect:" to the next one.
+section() { awk -v name="$1" '/^Defect: / { wanted = $2 == name } wanted' lab/planted/*.patches; }
+# header <What|Test> <defect>
+header() { section "$2" | sed -n "s/^$1: //p"; }
+
+twice=$(all_defects | sort | uniq -d)
+[ -z "$twice" ] || die "lab/planted has two defects of the name '$twice'"
+
+case ${1-} in
+  list)
+    all_defects
+    exit
+    ;;
+  fit)
+    misfits=0
+    while read -r defect; do
+      section "$defect" | git apply --check || {
+        misfits=$((misfits + 1))
+        echo "the defect $defect does not fit the sources any more" >&2
+      }
+    done < <(all_defects)
+    [ $misfits -eq 0 ] || die "$misfits planted defects do not fit: make them anew"
+    say "all $(all_defects | wc -l) planted defects fit the sources"
+    exit
+    ;;
+esac
+
 defects=("$@")
-[ $# -gt 0 ] || mapfile -t defects < <(cd lab/planted && printf '%s\n' *.patch | sed 's/\.patch$//')
+[ $# -gt 0 ] || mapfile -t defects < <(all_defects)
 for defect in "${defects[@]}"; do
-  [ -f "lab/planted/$defect.patch" ] || die "there is no planted defect '$defect'; see lab/planted"
+  [ -n "$(section "$defect")" ] || die "there is no planted defect '$defect'; ./dev planted list names all"
 done
 
-# header <What|Test> <defect>
-header() { sed -n "s/^$1: //p" "lab/planted/$2.patch"; }
 program_of() { header Test "$1" | cut -d' ' -f1; }
 filter_of() { header Test "$1" | cut -d' ' -f2; }
 
@@ -65,9 +91,9 @@ missed=0
 printf '%-36s %-9s %s\n' defect result "what it does; the test"
 for defect in "${defects[@]}"; do
   take_out
-  planted=$(sed -n 's,^+++ b/,,p' "lab/planted/$defect.patch")
-  patch --quiet --strip=1 --directory="$copy" --no-backup-if-mismatch <"lab/planted/$defect.patch" ||
-    die "lab/planted/$defect.patch does not fit the sources any more: make it anew"
+  planted=$(section "$defect" | sed -n 's,^+++ b/,,p')
+  section "$defect" | patch --quiet --strip=1 --directory="$copy" --no-backup-if-mismatch ||
+    die "the defect $defect does not fit the sources any more: make it anew"
   build "the defect $defect" "$(program_of "$defect")"
   result=$(result_of "$defect")
   case $result in failed | hung) ;; *) missed=$((missed + 1)) ;; esac
