@@ -3,8 +3,8 @@
 #include <string>
 
 #include "platform/os/os.h"
-#include "tests/support/index_peer.h"
 #include "tests/support/recording_sink.h"
+#include "tests/unit/index_fixture.h"
 
 // An index that is loaded: what it holds, and what loading does to the folder (nothing).
 
@@ -13,22 +13,9 @@ namespace {
 using os::faults::Call;
 using Peer = stg_index_test_peer;
 using NameMap = STGIndex::NameMap;
-using Texts = std::vector<std::string>;
 
-const os::Status kRefused(5, os::Failure::kOther);
-
-class IndexLoading : public testing::Test {
+class IndexLoading : public IndexTest {
  protected:
-  /// Whether nobody holds a lock on the index.
-  bool index_is_free() const {
-    vu_file file(folder.path(), "index.dat");
-    bool lock_failed = true;
-    EXPECT_TRUE(file.try_open(vu_file::o_append, lock_failed, true));
-    return !lock_failed;
-  }
-
-  index_folder folder;
-  synchronisation off{false};
 };
 
 TEST_F(IndexLoading, ReadsTheEntriesOfTheFolder) {

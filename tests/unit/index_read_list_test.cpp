@@ -5,18 +5,15 @@
 
 #include "index/read_list.h"
 #include "platform/os/os.h"
-#include "tests/support/index_peer.h"
 #include "tests/support/recording_sink.h"
+#include "tests/unit/index_fixture.h"
 
 // A user's list of read mails: its lines, the names they make up, and how it is loaded and saved.
 
 namespace {
 
 using os::faults::Call;
-using Texts = std::vector<std::string>;
 using vu_host::trace_event;
-
-const os::Status kRefused(5, os::Failure::kOther);
 
 // ---- names -------------------------------------------------------------------------------------
 

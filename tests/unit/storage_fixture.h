@@ -12,12 +12,8 @@
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
 #include "tests/support/storage_peer.h"
+#include "tests/unit/test_kit.h"
 #include "vu_host.h"
-
-using Texts = std::vector<std::string>;
-
-/// What a system call says that fails for a reason nobody asks about.
-inline constexpr os::Status kRefused{5, os::Failure::kOther};
 
 /// A helper of the host that fails.
 class FailingTemporaryFiles final : public vu_host::temporary_files {

@@ -1,33 +1,26 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <cstdint>
-#include <functional>
-#include <memory>
-#include <new>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <tuple>
 #include <utility>
 #include <vector>
 
 #include "index/mail_root.h"
 #include "platform/os/os.h"
-#include "storage/storage_mutex.h"
 #include "tests/support/host_services.h"
 #include "tests/support/index_peer.h"
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
 #include "tests/support/storage_peer.h"
-#include "tests/unit/storage_fixture.h"
+#include "tests/unit/storage_roots_fixture.h"
 #include "vu_storage.h"
 
-// The one initialisation and the getters. That every operation asks for it: storage_guard_test.cpp;
-// the folders of owners: storage_folders_test.cpp.
+// The one initialisation and the getters. Threads: storage_roots_threads_test.cpp; that every
+// operation asks for it: storage_guard_test.cpp; the folders of owners: storage_folders_test.cpp.
 
 namespace {
 
@@ -42,22 +35,6 @@ constexpr std::int32_t kInitialised = 1234;
 const std::int32_t g_marker_at_start = Peer::init_done();
 const bool g_use_domain_at_start = Peer::use_domain();
 const bool g_switch_at_start = stg_index_test_peer::synchronizes();
-
-/// Begins where a storage is about to be initialised.
-class StorageRoots : public StorageTest {
- protected:
-  StorageRoots() {
-    make_folder(dir.path("server"));
-    Peer::reset();
-    vu_host::install({&sink, &config, &temp, &components});
-  }
-  ~StorageRoots() override { vu_host::install({&sink}); }
-
-  scratch_folder dir;
-  fake_configuration config{dir.path("bin")};
-  fake_temporary_files temp{dir.path("server") + "\\"};
-  fake_components components;
-};
 
 const Texts kAreas = {"docs", "list", "mail", "semlets", "user"};
 
@@ -369,11 +346,6 @@ TEST_F(StorageRoots, StayUninitialisedWhenAnOperationCannotMakeThem) {
   EXPECT_TRUE(vu_storage::initRootStorage(dir.path(), true, false));
 }
 
-class failing_configuration final : public vu_host::configuration {
- public:
-  ucs2string binary_folder() override { throw std::runtime_error("not installed"); }
-};
-
 TEST_F(StorageRoots, StayUninitialisedWhenTheBinaryFolderIsNotKnown) {
   failing_configuration failing;
   vu_host::install({&sink, &failing, &temp, &components});
@@ -442,148 +414,6 @@ TEST_F(StorageRoots, TakeTheSwitchAndThePathsOfARetryTogether) {
   EXPECT_TRUE(Peer::use_domain());
   EXPECT_EQ(Peer::user_path(), dir.path("apart\\storage\\user"));
   vu_host::install({&sink, &config, &temp, &components});
-}
-
-// ---- threads -----------------------------------------------------------------------------------
-
-TEST_F(StorageRoots, AreInitialisedByOneOfManyCallers) {
-  constexpr int kCallers = 8;
-  std::atomic<int> ready = 0;
-  std::atomic<int> successes = 0;
-  std::vector<std::thread> callers;
-  for (int i = 0; i < kCallers; ++i) {
-    callers.emplace_back([&] {
-      ++ready;
-      while (ready < kCallers) std::this_thread::yield();
-      if (vu_storage::initRootStorage(dir.path(), true, false)) ++successes;
-      EXPECT_EQ(vu_storage::getMailPath(), dir.path() + "\\storage\\mail");
-    });
-  }
-  for (std::thread& caller : callers) caller.join();
-  EXPECT_EQ(successes, 1);
-}
-
-TEST_F(StorageRoots, AreInitialisedByOneOfManyOperations) {
-  constexpr int kCallers = 8;
-  std::atomic<int> ready = 0;
-  std::vector<std::thread> callers;
-  for (int i = 0; i < kCallers; ++i) {
-    callers.emplace_back([&] {
-      ++ready;
-      while (ready < kCallers) std::this_thread::yield();
-      EXPECT_EQ(vu_storage::getMailPath(), dir.path("server") + "\\mail");
-    });
-  }
-  for (std::thread& caller : callers) caller.join();
-  EXPECT_EQ(temp.calls(), (Texts{"initialise MY_PROCESS MY_COMP", "server_folder"}));
-}
-
-TEST_F(StorageRoots, AreReadByManyWhileTheyCannotBeMade) {
-  const auto raised = faults::throw_from(faults::Call::create_directory, vu_file_except("full"), 1,
-                                         faults::Times::kLasting);
-  Peer::checkInit();
-  std::vector<std::thread> callers;
-  for (int i = 0; i < 4; ++i) {
-    callers.emplace_back([&] {
-      for (int repeat = 0; repeat < 20; ++repeat)
-        EXPECT_EQ(vu_storage::getMailPath(), dir.path("server") + "\\mail");
-    });
-  }
-  for (std::thread& caller : callers) caller.join();
-  EXPECT_EQ(raised.hits(), 81U);
-  EXPECT_EQ(Peer::init_done(), 0);
-}
-
-TEST_F(StorageRoots, ReachRunningOperationsWholeWhenARetryNamesAnotherRoot) {
-  failing_configuration failing;
-  vu_host::install({nullptr, &failing, &temp, &components});
-  make_folder(dir.path("shared\\storage\\user"));
-  make_folder(dir.path("apart\\storage\\user\\jdoe"));
-  vu_storage::initRootStorage(dir.path("shared"), false, false);
-  std::atomic<bool> stop = false;
-  std::vector<std::thread> callers;
-  // Operations that began while nobody could initialise; what they ask anew goes nowhere else.
-  for (int i = 0; i < 3; ++i) {
-    callers.emplace_back([&] {
-      const Texts together = {dir.path("shared\\storage\\user"),
-                              dir.path("apart\\storage\\user\\jdoe"), dir.path("server\\user"),
-                              dir.path("server\\user\\jdoe")};
-      while (!stop) {
-        std::string folder;
-        vu_storage::createUserOrDomainNameDirectory("jdoe", "x", STG::UserRepository, folder,
-                                                    false);
-        EXPECT_NE(std::find(together.begin(), together.end(), folder), together.end()) << folder;
-      }
-    });
-  }
-  for (int repeat = 0; repeat < 200; ++repeat) {
-    vu_storage::initRootStorage(dir.path("apart"), true, false);
-    vu_storage::initRootStorage(dir.path("shared"), false, false);
-  }
-  stop = true;
-  for (std::thread& caller : callers) caller.join();
-  vu_host::install({&sink, &config, &temp, &components});
-}
-
-/// Whether one more scope with this label has begun in time.
-bool begins(const recording_sink& sink, const std::string& label) {
-  for (int i = 0; i < 10'000; ++i) {
-    const Texts labels = sink.scopes();
-    if (std::find(labels.begin(), labels.end(), label) != labels.end()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return false;
-}
-
-TEST_F(StorageRoots, RefuseWithoutATraceWhoeverFindsThemInitialisedWithTheMutexHeld) {
-  // The caller has to stand before the mutex by the time the marker is set. It has nothing to do on
-  // its way there, but nothing tells when it has arrived: one that came too late finds the marker
-  // at once, says so, and the attempt is repeated.
-  bool silent = false;
-  for (int attempt = 0; attempt < 20 && !silent; ++attempt) {
-    Peer::reset();
-    sink.clear();
-    bool result = true;
-    std::thread caller;
-    {
-      const StorageLock lock;
-      caller = std::thread([&] { result = vu_storage::initRootStorage(dir.path(), false, true); });
-      EXPECT_TRUE(begins(sink, "ztVuStorage:initRootStorage"));
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      Peer::set_init_done(kInitialised);
-    }
-    caller.join();
-    EXPECT_FALSE(result);
-    EXPECT_EQ(Peer::storage_path(), "");
-    EXPECT_TRUE(Peer::use_domain());
-    silent = facade(trace_event::error).empty();
-    if (silent) {
-      EXPECT_TRUE(sink.messages().empty());
-      EXPECT_TRUE(components.records().empty());
-    }
-  }
-  EXPECT_TRUE(silent);
-}
-
-TEST_F(StorageRoots, AreNotMadeAgainByWhoeverFindsThemInitialisedWithTheMutexHeld) {
-  // A caller that comes too late to wait finds the marker at once, which is as good.
-  std::thread caller;
-  {
-    const StorageLock lock;
-    caller = std::thread([] { vu_storage::getCorpPath(); });
-    EXPECT_TRUE(begins(sink, "ztVuStorage:checkInit"));
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    Peer::set_init_done(kInitialised);
-  }
-  caller.join();
-  EXPECT_TRUE(temp.calls().empty());
-  EXPECT_EQ(Peer::storage_path(), "");
-}
-
-TEST_F(StorageRoots, AreInitialisedUnderAMutexThatItsHolderMayTakeAgain) {
-  const StorageLock outer;
-  const StorageLock inner;
-  EXPECT_TRUE(vu_storage::initRootStorage(dir.path(), true, false));
 }
 
 // ---- objects and stamps ------------------------------------------------------------------------

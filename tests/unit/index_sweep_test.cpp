@@ -1,0 +1,286 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <ctime>
+#include <random>
+#include <set>
+#include <string>
+
+#include "platform/os/os.h"
+#include "tests/support/recording_sink.h"
+#include "tests/unit/index_cleaning_fixture.h"
+
+// What the sweep behind a cleaning takes: files that no line accounts for.
+
+namespace {
+
+using os::faults::Call;
+using os::faults::Times;
+using AgeMap = STGIndex::AgeMap;
+using vu_host::trace_event;
+
+// ---- the sweep ---------------------------------------------------------------------------------
+
+TEST_F(IndexCleaning, SweepsAwayWhatNoLineAccountsFor) {
+  write_aged("00000001.kdc", 10);
+  folder.write("notes.tmp");
+  folder.write("index", "00000001");
+  make_folder(folder.path("stray\\inner"));
+  folder.write("stray\\inner\\file");
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  recording_sink sink;
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(folder.names(), (Texts{"00000001.kdc", "index", "index.dat"}));
+  // Removals count as errors, that they be seen.
+  EXPECT_EQ(sink.count(trace_event::error, "removing orphan file: " + folder.path("notes.tmp")),
+            1U);
+  EXPECT_EQ(sink.count(trace_event::error, "removing orphan directory: " + folder.path("stray")),
+            1U);
+  EXPECT_EQ(sink.count(trace_event::error), 2U);
+}
+
+TEST_F(IndexCleaning, SweepsAWholeFolderWithoutAnIndex) {
+  folder.write("00000001.kdc");
+  folder.write("notes.txt");
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(folder.names(), Texts{});
+}
+
+TEST_F(IndexCleaning, TakesTheIndexsOwnFilesForNoOrphans) {
+  folder.write("index", "00000001");
+  folder.set_index(" ");
+  folder.write("index.bak");
+  EXPECT_EQ(clean(1), 0U);
+  EXPECT_EQ(folder.names(), (Texts{"index", "index.dat"}));
+}
+
+TEST_F(IndexCleaning, ComparesAnOrphansTimeItselfWithTheLimit) {
+  folder.set_index(" ");
+  // A point in time against a duration: only names from the first seconds of 1970 survive.
+  for (const std::int64_t time : {1, 3599, 3600, 3601, 100000}) {
+    const std::string name = "stray" + std::to_string(time);
+    folder.write(name);
+    set_modify_time(folder.path(name), time);
+  }
+  folder.write("fresh");
+  set_modify_time(folder.path("fresh"), kNow);
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(folder.names(), (Texts{"index.dat", "stray1", "stray3599", "stray3600"}));
+}
+
+TEST_F(IndexCleaning, TakesTheTimeThatIsAskedForInTheSweepToo) {
+  folder.set_index(" ");
+  folder.write("stray");
+  set_modify_time(folder.path("stray"), 100000);
+  set_access_time(folder.path("stray"), 1000);
+  EXPECT_EQ(clean(3600, true), 0U);
+  EXPECT_TRUE(folder.has("stray"));
+  EXPECT_EQ(clean(3600, false), 0U);
+  EXPECT_FALSE(folder.has("stray"));
+}
+
+TEST_F(IndexCleaning, SweepsNothingUnderTheLimitZero) {
+  folder.set_index(" ");
+  folder.write("stray");
+  recording_sink sink;
+  EXPECT_EQ(clean(0), 0U);
+  EXPECT_TRUE(folder.has("stray"));
+  EXPECT_EQ(sink.count(trace_event::error), 0U);
+}
+
+TEST_F(IndexCleaning, LeavesAnOrphanWhoseTimeIsNotKnown) {
+  folder.set_index(" ");
+  folder.write("stray");
+  set_modify_time(folder.path("stray"), 0);
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_TRUE(folder.has("stray"));
+}
+
+TEST_F(IndexCleaning, LeavesAnOrphanOfWhoseTimeTheSystemDoesNotTell) {
+  // The first questions are about the folder, the index and then the file's time; the last two,
+  // before and within the removal, are whether it is a folder.
+  std::uint64_t last = 0;
+  {
+    folder.set_index(" ");
+    folder.write("stray");
+    const auto count =
+        os::faults::before(Call::remove_file, [&] { last = os::faults::calls(Call::stat); });
+    os::faults::reset();
+    clean(3600);
+    ASSERT_FALSE(folder.has("stray")) << "otherwise it goes";
+  }
+  ASSERT_GE(last, 3U);
+  folder.write("stray");
+  for (std::uint64_t nth = 1; nth + 1 < last; ++nth) {
+    const auto fault = os::faults::fail(Call::stat, kRefused, nth, Times::kLasting);
+    EXPECT_EQ(clean(3600), 0U);
+    EXPECT_GE(fault.hits(), 2U);
+    EXPECT_TRUE(folder.has("stray")) << "question " << nth;
+  }
+}
+
+TEST_F(IndexCleaning, GoesOnBehindAnOrphanThatCannotBeRemoved) {
+  folder.set_index(" ");
+  folder.write("stray1");
+  folder.write("stray2");
+  recording_sink sink;
+  const auto fault = os::faults::fail(Call::remove_file, kRefused);
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(folder.names().size(), 2U);
+  EXPECT_EQ(sink.count(trace_event::error, "removing orphan file: " + folder.path("stray1")), 1U);
+  EXPECT_EQ(sink.count(trace_event::error, "removing orphan file: " + folder.path("stray2")), 1U);
+  // And the failure itself, which is the file layer's.
+  EXPECT_EQ(sink.count(trace_event::error), 3U);
+}
+
+// ---- the sweep, where the system does not answer ------------------------------------------------
+
+TEST_F(IndexCleaning, SweepsNoDocumentWhenAnExistenceTestFailsOnce) {
+  for (const os::Status& failure : {kRefused, os::Status(2, os::Failure::kNotFound)}) {
+    std::uint64_t probes = 0;
+    for (bool was_hit = true; was_hit; ++probes) {
+      write_aged("00000001.kdc", 10);
+      folder.set_index("a.kdc_0000000001/00000001\n");
+      const auto fault = os::faults::fail(Call::probe_search, failure, probes + 1, Times::kOnce);
+      EXPECT_EQ(clean(3600), 0U);
+      was_hit = fault.hits() != 0;
+      EXPECT_TRUE(folder.has("00000001.kdc")) << "probe " << probes + 1;
+      EXPECT_EQ(folder.index(), "a.kdc_0000000001/00000001\n") << "probe " << probes + 1;
+    }
+    EXPECT_GE(probes, 3U) << "of both loads, and one more that is not made";
+  }
+}
+
+TEST_F(IndexCleaning, SparesInTheSweepWhatItsOwnLookAccountsFor) {
+  write_aged("00000001.kdc", 10);
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  // Between the two looks at the index the line goes, and its file is there yet.
+  const auto hook = os::faults::before(Call::list, [&] { folder.set_index(" "); }, 2);
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(folder.index(), " ");
+  EXPECT_TRUE(folder.has("00000001.kdc"));
+}
+
+TEST_F(IndexCleaning, LeavesOrphansWhereTheSystemDoesNotTellOfTheIndex) {
+  write_aged("00000001.kdc", 10);
+  folder.write("stray");
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  recording_sink sink;
+  // The first listing is that of the operation's own look, the third one that of the second look.
+  for (const std::uint64_t nth : {1U, 3U}) {
+    sink.clear();
+    const auto listing = os::faults::fail(Call::list, kRefused, nth);
+    const auto fault = os::faults::fail(Call::probe_search, kRefused, 1, Times::kLasting);
+    EXPECT_EQ(clean(3600), 0U);
+    EXPECT_EQ(listing.hits(), 1U);
+    EXPECT_EQ(folder.names(), (Texts{"00000001.kdc", "index.dat", "stray"}));
+    EXPECT_EQ(sink.count(trace_event::error,
+                         "STGIndex: orphans stay, for the system does not tell which files the "
+                         "index names: " +
+                             folder.path()),
+              1U);
+  }
+}
+
+TEST_F(IndexCleaning, LeavesWhatOneOfTheLoadsCouldNotListForAdoption) {
+  STGIndex::setSynchronizeMode(true);
+  for (const std::uint64_t listing : {1U, 2U, 3U}) {
+    write_aged("stray", 10);
+    folder.set_index(" ");
+    const auto fault = os::faults::fail(Call::list, kRefused, listing, Times::kOnce);
+    EXPECT_EQ(clean(3600), 0U);
+    EXPECT_EQ(fault.hits(), 1U);
+    EXPECT_TRUE(folder.has("stray")) << "listing " << listing;
+  }
+}
+
+TEST_F(IndexCleaning, LetsAPhysicalNameAccountForAllNamesThatBeginWithIt) {
+  for (const char* const name : {"00000001.kdc", "notes.txt", "plain"}) write_aged(name, 10);
+  for (const char* const name : {"00000001.kdcx", "notes.txt.bak", "plain.old", "00000001.kd",
+                                 "00000001", "notes.tx", "notes_txt", "plai", "Plain-x"}) {
+    folder.write(name);
+  }
+  make_folder(folder.path("00000001.kdc_2024"));
+  make_folder(folder.path("00000002.kdc_2024"));
+  folder.set_index(
+      "a.kdc_0000000001/00000001\nnotes.txt_0000000000/notes.txt\nplain_0000000001/plain\n");
+  EXPECT_EQ(clean(3600), 0U);
+  EXPECT_EQ(folder.names(),
+            (Texts{"00000001.kdc", "00000001.kdc_2024", "00000001.kdcx", "index.dat", "notes.txt",
+                   "notes.txt.bak", "plain", "plain.old"}));
+}
+
+TEST(IndexSweep, SparesAllWhereAnEntryHasNoFileNameAtAll) {
+  // The empty stored name is valid, the folder itself being there and young; it begins every name.
+  const synchronisation off(false);
+  const index_folder folder;
+  const auto clock = os::faults::set_now(std::time(nullptr) + 100);
+  folder.write("stray");
+  folder.set_index("x_0000000001/\n");
+  AgeMap kept;
+  EXPECT_EQ(STGIndex::cleanOutOfDateOutput(folder.path(), 3600, kept, false), 0U);
+  EXPECT_EQ(kept.size(), 1U);
+  EXPECT_TRUE(folder.has("stray"));
+}
+
+/// Whether a name is one of the physical names or begins with one, tried one by one.
+bool plainly_accounted_for(const std::set<std::string>& physical_names, const std::string& name) {
+  for (const std::string& physical : physical_names) {
+    if (name.substr(0, physical.size()) == physical) return true;
+  }
+  return false;
+}
+
+TEST_F(IndexCleaning, SweepsByTheSameRuleAsAPlainSearch) {
+  std::mt19937 random(20240229);
+  const auto random_name = [&random] {
+    std::string name;
+    const std::size_t length = 1 + random() % 6;
+    while (name.size() < length) name += "ab_-"[random() % 4];
+    return name;
+  };
+  std::size_t swept = 0;
+  std::size_t spared = 0;
+  for (int round = 0; round < 20; ++round) {
+    const index_folder crowd;
+    std::set<std::string> names;
+    std::set<std::string> physical_names;
+    std::string text;
+    while (names.size() < 24) names.insert(random_name());
+    for (const std::string& name : names) {
+      crowd.write(name);
+      set_modify_time(crowd.path(name), kNow - 10);
+      if (random() % 4 != 0) continue;
+      physical_names.insert(name);
+      text += "k" + std::to_string(physical_names.size()) + "_0000000001/" + name + "\n";
+    }
+    crowd.set_index(text.empty() ? " " : text);
+
+    Texts expected = {"index.dat"};
+    for (const std::string& name : names) {
+      const bool stays = plainly_accounted_for(physical_names, name);
+      if (stays) expected.push_back(name);
+      (stays ? spared : swept) += 1;
+    }
+    std::sort(expected.begin(), expected.end());
+    AgeMap ages;
+    EXPECT_EQ(STGIndex::cleanOutOfDateOutput(crowd.path(), 3600, ages, false), 0U);
+    EXPECT_EQ(ages.size(), physical_names.size());
+    ASSERT_EQ(crowd.names(), expected) << text;
+  }
+  EXPECT_GT(swept, 50U);
+  EXPECT_GT(spared, 50U);
+}
+
+TEST_F(IndexCleaning, AsksTheIndexOnDiskThatStillHoldsWhatWasRemoved) {
+  // A plain file beside a removed document is covered by the line that is still on disk.
+  write_aged("00000001.kdc", kDay);
+  folder.write("00000001.kdc_x");
+  folder.set_index("a.kdc_0000000001/00000001\n");
+  EXPECT_EQ(clean(3600), 1U);
+  // Its file having gone, the line is not loaded; so the sweep takes the plain file as well.
+  EXPECT_EQ(folder.names(), (Texts{"index.dat"}));
+}
+
+}  // namespace

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/os/os.h"
+
+using Texts = std::vector<std::string>;
+
+inline Texts operator+(Texts left, const Texts& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+/// What a system call says that fails for a reason nobody asks about.
+inline constexpr os::Status kRefused{5, os::Failure::kOther};
