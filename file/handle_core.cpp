@@ -45,8 +45,8 @@ constexpr std::size_t kFirstRead = 4096;
 
 std::string HandleCore::path() const { return path_text::join(m_directory, m_file_name); }
 
-void HandleCore::trace_failure(const trace::Scope& operation, int line, trace_event event,
-                               const char* what, std::int32_t error) const noexcept {
+void HandleCore::trace_failure(const char* what, std::int32_t error, trace_event event,
+                               int line) const noexcept {
   if (!trace::wanted(event)) return;
   if (trace::Listener* const listener = trace::listener()) {
     try {
@@ -55,7 +55,7 @@ void HandleCore::trace_failure(const trace::Scope& operation, int line, trace_ev
       // Without memory for the path the listener hears the texts alone.
     }
   }
-  const vu_host::trace_site site = operation.at(line);
+  const vu_host::trace_site site = m_operation.at(line);
   trace::emit(site, event, what, " : ", m_directory, "\\", m_file_name);
   std::string text;
   try {
@@ -68,25 +68,24 @@ void HandleCore::trace_failure(const trace::Scope& operation, int line, trace_ev
 
 // ---- opening -----------------------------------------------------------------------------------
 
-bool HandleCore::try_open(const trace::Scope& operation, vu_file_base::type_access mode,
-                          bool& lock_failed, bool no_wait) {
+bool HandleCore::try_open(vu_file_base::type_access mode, bool& lock_failed, bool no_wait) {
   std::int32_t error = 0;
-  return try_open(operation, mode, lock_failed, no_wait, error);
+  return try_open(mode, lock_failed, no_wait, error);
 }
 
-bool HandleCore::try_open(const trace::Scope& vu_trace_scope, vu_file_base::type_access mode,
-                          bool& lock_failed, bool no_wait, std::int32_t& error) {
+bool HandleCore::try_open(vu_file_base::type_access mode, bool& lock_failed, bool no_wait,
+                          std::int32_t& error) {
   if (m_state.is_open()) {
-    VU_ERROR("file is already opened, it will be closed and reopened !!!");
-    VU_ERROR(" path = ", m_directory, "\\", m_file_name);
-    close(vu_trace_scope);
+    VU_ERROR_IN(m_operation, "file is already opened, it will be closed and reopened !!!");
+    VU_ERROR_IN(m_operation, " path = ", m_directory, "\\", m_file_name);
+    close();
   }
   const std::string full_path = path();
   // Required: kept also when the mode turns out to be none, and after a failure.
   m_state.access = mode;
   if (!is_known_mode(mode)) {
     error = os::last_error();
-    VU_ERROR(" unknown open mode while opening file : ", full_path);
+    VU_ERROR_IN(m_operation, " unknown open mode while opening file : ", full_path);
     return false;
   }
   const auto access =
@@ -99,28 +98,27 @@ bool HandleCore::try_open(const trace::Scope& vu_trace_scope, vu_file_base::type
   const bool locked = take_lock(m_state, whole_file_lock(mode, no_wait)).ok();
   lock_failed = !locked;
   // Required: without the lock nothing is cut, and the file stays open.
-  if (locked && mode == vu_file_base::o_truncate) clear(vu_trace_scope);
+  if (locked && mode == vu_file_base::o_truncate) clear();
   return true;
 }
 
-void HandleCore::open(const trace::Scope& operation, vu_file_base::type_access mode) {
+void HandleCore::open(vu_file_base::type_access mode) {
   bool lock_failed = false;
   std::int32_t error = 0;
-  if (try_open(operation, mode, lock_failed, false, error)) {
+  if (try_open(mode, lock_failed, false, error)) {
     if (!lock_failed || !LockLimit::passed()) return;
-    trace_failure(operation, __LINE__, trace_event::error, "lock file", os::last_error());
-    unlock_and_close(operation);
+    trace_failure("lock file", os::last_error());
+    unlock_and_close();
     throw vu_file_except("the lock was not obtained in time", 0);
   }
   if (lock_failed) {
     // Required, though try_open() never gets here: it says true whenever it has asked for a lock.
-    trace_failure(operation, __LINE__, trace_event::error, "lock file", os::last_error());
+    trace_failure("lock file", os::last_error());
     return;
   }
   // Required: "o_read" whatever the mode.
-  trace_failure(operation, __LINE__,
-                mode == vu_file_base::o_read ? trace_event::warning : trace_event::error,
-                "open o_read", error);
+  trace_failure("open o_read", error,
+                mode == vu_file_base::o_read ? trace_event::warning : trace_event::error);
   throw vu_file_except("throw exception on open", 0);
 }
 
@@ -129,43 +127,43 @@ void HandleCore::open(const trace::Scope& operation, vu_file_base::type_access m
 void HandleCore::check_reading_mode() const {
   const vu_file_base::type_access mode = m_state.access;
   if (mode == vu_file_base::o_write || mode == vu_file_base::o_truncate || mode == kNeverOpened)
-    throw vu_file_except(m_spelling.wrong_read_mode, 0);
+    throw vu_file_except(m_spelling.wrong_read_mode(), 0);
 }
 
 void HandleCore::check_writing_mode() const {
   const vu_file_base::type_access mode = m_state.access;
   if (mode == vu_file_base::o_read || mode == kNeverOpened)
-    throw vu_file_except(m_spelling.wrong_write_mode, 0);
+    throw vu_file_except(m_spelling.wrong_write_mode(), 0);
 }
 
-void HandleCore::fail_read(const trace::Scope& operation, std::int32_t error) const {
-  trace_failure(operation, __LINE__, trace_event::error, "read file", error);
+void HandleCore::fail_read(std::int32_t error) const {
+  trace_failure("read file", error);
   throw vu_file_except("throw exception on read", 0);
 }
 
-std::size_t HandleCore::count_to_read(const trace::Scope& operation, int count) const {
+std::size_t HandleCore::count_to_read(int count) const {
   check_reading_mode();
   const std::int64_t wanted = count != 0 ? count : m_spelling.size(path());
   if (wanted < 0 || wanted > std::numeric_limits<int>::max())
-    fail_read(operation, os::last_error());
+    fail_read(os::last_error());
   return static_cast<std::size_t>(wanted);
 }
 
-int HandleCore::read(const trace::Scope& operation, std::string& out, int count) {
+int HandleCore::read(std::string& out, int count) {
   out.clear();
-  out.resize(count_to_read(operation, count));
+  out.resize(count_to_read(count));
   if (out.empty()) return 0;
   std::size_t done = 0;
   const os::Status status = os::read(m_state.handle, out.data(), out.size(), done);
   if (!status.ok()) {
     out.clear();
-    fail_read(operation, status.code());
+    fail_read(status.code());
   }
   out.resize(done);
   return static_cast<int>(done);
 }
 
-FileText HandleCore::read_to_end(const trace::Scope& operation) {
+FileText HandleCore::read_to_end() {
   check_reading_mode();
   // Only a hint: what a folder tells of a file's size may be behind what was written.
   os::FileStat told;
@@ -185,21 +183,21 @@ FileText HandleCore::read_to_end(const trace::Scope& operation) {
     }
     std::size_t done = 0;
     const os::Status status = os::read(m_state.handle, text.bytes.get() + text.size, wanted, done);
-    if (!status.ok()) fail_read(operation, status.code());
+    if (!status.ok()) fail_read(status.code());
     if (done == 0) return text;
     text.size += done;
     wanted = text.size < room ? room - text.size : text.size;
   }
 }
 
-void HandleCore::read(const trace::Scope& operation, unsigned char*& buffer, unsigned int& length) {
+void HandleCore::read(unsigned char*& buffer, unsigned int& length) {
   check_reading_mode();
   const std::int64_t wanted = length != 0 ? length : m_spelling.size(path());
   if (wanted == 0) return;
   // The terminator has to be counted, too.
   if (wanted < 0 || wanted >= std::numeric_limits<unsigned int>::max()) {
     length = 0;
-    fail_read(operation, os::last_error());
+    fail_read(os::last_error());
   }
   const auto count = static_cast<std::size_t>(wanted);
   buffer = new unsigned char[count + 1];
@@ -209,21 +207,20 @@ void HandleCore::read(const trace::Scope& operation, unsigned char*& buffer, uns
     // Required: the caller keeps the pointer, which is of no use any more.
     delete[] buffer;
     length = 0;
-    fail_read(operation, status.code());
+    fail_read(status.code());
   }
   length = static_cast<unsigned int>(done);
   // Required: at the count asked for; between a shorter read and it nothing is set.
   buffer[count] = 0;
 }
 
-int HandleCore::write(const trace::Scope& operation, std::string_view data) {
+int HandleCore::write(std::string_view data) {
   check_writing_mode();
   if (data.empty()) return 0;
   if (m_state.access == vu_file_base::o_append) seek(0, kFromEnd);
   std::size_t done = 0;
   const os::Status status = os::write(m_state.handle, data.data(), data.size(), done);
-  if (!status.ok())
-    trace_failure(operation, __LINE__, trace_event::error, "write file", status.code());
+  if (!status.ok()) trace_failure("write file", status.code());
   return static_cast<int>(done);
 }
 
@@ -232,7 +229,7 @@ void HandleCore::seek(int offset, short origin) {
   static_cast<void>(os::seek(m_state.handle, offset, origin));
 }
 
-void HandleCore::clear(const trace::Scope& operation) noexcept {
+void HandleCore::clear() noexcept {
   if (m_state.access == vu_file_base::o_read) return;
   std::int32_t error = 0;
   try {
@@ -244,82 +241,70 @@ void HandleCore::clear(const trace::Scope& operation) noexcept {
     error = os::last_error();
   }
   // sic: with the blank at its end, two stand before the colon.
-  trace_failure(operation, __LINE__, trace_event::error, "Can't truncate file ", error);
+  trace_failure("Can't truncate file ", error);
 }
 
-replacement::Outcome HandleCore::replace_text(const trace::Scope& operation,
-                                              std::string_view old_bytes,
+replacement::Outcome HandleCore::replace_text(std::string_view old_bytes,
                                               std::string_view new_text) {
   check_writing_mode();
   replacement::Outcome outcome = replacement::carry_out(m_state.handle, old_bytes, new_text);
-  if (!outcome.written.ok())
-    trace_failure(operation, __LINE__, trace_event::error, "write file", outcome.written.code());
-  if (!outcome.flushed.ok())
-    trace_failure(operation, __LINE__, trace_event::error, "Can't flush buffers",
-                  outcome.flushed.code());
-  if (!outcome.cut.ok())
-    trace_failure(operation, __LINE__, trace_event::error, "Can't truncate file ",
-                  outcome.cut.code());
+  if (!outcome.written.ok()) trace_failure("write file", outcome.written.code());
+  if (!outcome.flushed.ok()) trace_failure("Can't flush buffers", outcome.flushed.code());
+  if (!outcome.cut.ok()) trace_failure("Can't truncate file ", outcome.cut.code());
   return outcome;
 }
 
-void HandleCore::close_replaced(const trace::Scope& operation,
-                                const replacement::Outcome& outcome) noexcept {
+void HandleCore::close_replaced(const replacement::Outcome& outcome) noexcept {
   // After a complete replacement only the cut is not on the device, and need not be.
   if (outcome.ok()) {
-    unlock_and_close(operation);
+    unlock_and_close();
   } else {
-    close(operation);
+    close();
   }
 }
 
 // ---- closing -----------------------------------------------------------------------------------
 
-void HandleCore::flush_guarded(const trace::Scope& operation) noexcept {
+void HandleCore::flush_guarded() noexcept {
   try {
     const os::Status status = os::flush(m_state.handle);
-    if (!status.ok())
-      trace_failure(operation, __LINE__, trace_event::error, "Can't flush buffers", status.code());
+    if (!status.ok()) trace_failure("Can't flush buffers", status.code());
   } catch (...) {
     const std::int32_t error = os::last_error();
-    trace_failure(operation, __LINE__, trace_event::error, "Catch exception while flusing buffer",
-                  error);  // sic
+    trace_failure("Catch exception while flusing buffer", error);  // sic
   }
 }
 
-void HandleCore::unlock_guarded(const trace::Scope& operation) noexcept {
+void HandleCore::unlock_guarded() noexcept {
   try {
     const os::Status status = give_lock_back(m_state);
-    if (!status.ok())
-      trace_failure(operation, __LINE__, trace_event::error, "Can't unlock file", status.code());
+    if (!status.ok()) trace_failure("Can't unlock file", status.code());
   } catch (...) {
     const std::int32_t error = os::last_error();
-    trace_failure(operation, __LINE__, trace_event::error, "catch exception while unlocking file",
-                  error);
+    trace_failure("catch exception while unlocking file", error);
   }
 }
 
-void HandleCore::close_guarded(const trace::Scope& operation) noexcept {
+void HandleCore::close_guarded() noexcept {
   try {
     const os::Status status = os::close(m_state.handle);
-    if (!status.ok())
-      trace_failure(operation, __LINE__, trace_event::error, "close file", status.code());
+    if (!status.ok()) trace_failure("close file", status.code());
   } catch (...) {
     const std::int32_t error = os::last_error();
-    trace_failure(operation, __LINE__, trace_event::error, "catch exception closing file", error);
+    trace_failure("catch exception closing file", error);
   }
 }
 
-void HandleCore::close(const trace::Scope& operation) noexcept {
+void HandleCore::close() noexcept {
   if (!m_state.is_open()) return;
   // What was written is on the device before anybody else gets the lock.
-  if (m_state.access != vu_file_base::o_read) flush_guarded(operation);
-  unlock_and_close(operation);
+  if (m_state.access != vu_file_base::o_read) flush_guarded();
+  unlock_and_close();
 }
 
-void HandleCore::unlock_and_close(const trace::Scope& operation) noexcept {
-  if (m_state.locked) unlock_guarded(operation);
-  close_guarded(operation);
+void HandleCore::unlock_and_close() noexcept {
+  if (m_state.locked) unlock_guarded();
+  close_guarded();
   m_state.handle = os::kNoHandle;
 }
 
@@ -345,29 +330,18 @@ os::Status HandleCore::give_lock_back(vu_file_base& state) {
 
 FileText read_to_end(vu_file& file) {
   VU_FILE_SCOPE();
-  const vu_path names = file.getPath();
-  return HandleCore(file, names.getParentPathName(), names.getRelativePathName(), kNarrowSpelling)
-      .read_to_end(vu_trace_scope);
+  return HandleCore(file, vu_trace_scope).read_to_end();
 }
 
 replacement::Outcome replace_text(vu_file& file, std::string_view old_bytes,
                                   std::string_view new_text) {
   VU_FILE_SCOPE();
-  const vu_path names = file.getPath();
-  return HandleCore(file, names.getParentPathName(), names.getRelativePathName(), kNarrowSpelling)
-      .replace_text(vu_trace_scope, old_bytes, new_text);
+  return HandleCore(file, vu_trace_scope).replace_text(old_bytes, new_text);
 }
 
 void close_replaced(vu_file& file, const replacement::Outcome& outcome) noexcept {
   VU_FILE_SCOPE();
-  vu_path names{std::string(), std::string()};
-  try {
-    names = file.getPath();
-  } catch (...) {
-    // Required: without memory the file is closed all the same; what is traced then names no file.
-  }
-  HandleCore(file, names.getParentPathName(), names.getRelativePathName(), kNarrowSpelling)
-      .close_replaced(vu_trace_scope, outcome);
+  HandleCore(file, vu_trace_scope).close_replaced(outcome);
 }
 
 replacement::Holds replace_and_close(vu_file& file, std::string_view old_bytes,

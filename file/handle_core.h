@@ -11,25 +11,31 @@
 #include "platform/os/os.h"
 #include "vu_file.h"
 
-/// What differs between the narrow and the UTF-8 handle.
-struct HandleSpelling {
-  const char* wrong_read_mode;   ///< text of the exception for reading in a mode without it
-  const char* wrong_write_mode;  ///< text of the exception for writing in a mode without it
+class vu_fileutf8;
+
+/// What differs between the narrow and the UTF-8 handle. vu_file.cpp and vu_fileutf8.cpp hold one
+/// implementation each.
+class HandleSpelling {
+ public:
   /// Opens @p path, after whatever the spelling does to a path first.
-  os::Status (*open)(const std::string& path, os::Access access, os::Handle& handle);
+  virtual os::Status open(const std::string& path, os::Access access, os::Handle& handle) const = 0;
   /// The size of the whole file as a read count; may be negative or too large for one.
-  std::int64_t (*size)(const std::string& path);
+  virtual std::int64_t size(const std::string& path) const = 0;
   /// The system's text for an error.
-  std::string (*error_text)(std::int32_t code);
+  virtual std::string error_text(std::int32_t code) const = 0;
+  /// The texts of the exceptions for reading and writing in a mode that does not allow it.
+  virtual const char* wrong_read_mode() const = 0;
+  virtual const char* wrong_write_mode() const = 0;
+
+ protected:
+  ~HandleSpelling() = default;
 };
 
 /// The access field of a handle that was never opened.
 inline constexpr auto kNeverOpened = static_cast<vu_file_base::type_access>(0xFFFFFFFFU);
 
-/// The spelling of vu_file.
-extern const HandleSpelling kNarrowSpelling;
-
-/// What a file held.
+/// What a file held, to its end. Nothing ends the bytes, and a NUL is a byte like any other. An
+/// empty file may come without memory.
 struct FileText {
   std::unique_ptr<char[]> bytes;
   std::size_t size = 0;
@@ -37,33 +43,39 @@ struct FileText {
   std::string_view view() const { return {bytes.get(), size}; }
 };
 
-/// The protocol of the two file handles: open, lock, read, write, flush, unlock, close. It works on
-/// the state of one handle for the span of one call; the members of vu_file and vu_fileutf8 forward
-/// to it, each with its own trace scope, so that records name the operation that was called.
+/// The protocol of the two file handles. It works on the fields of one handle for the span of one
+/// call, and is never kept: each member of vu_file and vu_fileutf8 opens its trace scope, makes a
+/// HandleCore and calls the member that does the work. What is traced names that operation.
+///
+/// Order of calls: open() or try_open(); then read(), write(), seek() and clear() as the mode
+/// allows; then close(). A file is locked from its opening to its closing. replace_text() stands
+/// for write() where an interruption must not harm what the file held, and is followed by
+/// close_replaced().
+///
+/// Errors: open(), the reads and the checks of the mode throw vu_file_except. Everything else is
+/// traced at Error level, as two records: what failed on which file, and the system's text.
+///
+/// Threads: one at a time on one handle, as with the handle itself.
 class HandleCore {
  public:
-  /// The names are the handle's own, as bytes; the full path is put together only where it is
-  /// needed.
-  HandleCore(vu_file_base& state, const std::string& directory, const std::string& file_name,
-             const HandleSpelling& spelling)
-      : m_state(state), m_directory(directory), m_file_name(file_name), m_spelling(spelling) {}
+  /// @param operation the scope of the operation; it and the handle outlive the object.
+  HandleCore(vu_file& handle, const trace::Scope& operation);
+  HandleCore(vu_fileutf8& handle, const trace::Scope& operation);
 
-  bool try_open(const trace::Scope& operation, vu_file_base::type_access mode, bool& lock_failed,
-                bool no_wait);
-  void open(const trace::Scope& operation, vu_file_base::type_access mode);
-  int read(const trace::Scope& operation, std::string& out, int count);
-  void read(const trace::Scope& operation, unsigned char*& buffer, unsigned int& length);
+  bool try_open(vu_file_base::type_access mode, bool& lock_failed, bool no_wait);
+  void open(vu_file_base::type_access mode);
+  int read(std::string& out, int count);
+  void read(unsigned char*& buffer, unsigned int& length);
   /// See read_to_end().
-  FileText read_to_end(const trace::Scope& operation);
-  int write(const trace::Scope& operation, std::string_view data);
+  FileText read_to_end();
+  int write(std::string_view data);
   void seek(int offset, short origin);
-  void close(const trace::Scope& operation) noexcept;
-  void clear(const trace::Scope& operation) noexcept;
+  void close() noexcept;
+  void clear() noexcept;
 
   /// See replace_text() and close_replaced().
-  replacement::Outcome replace_text(const trace::Scope& operation, std::string_view old_bytes,
-                                    std::string_view new_text);
-  void close_replaced(const trace::Scope& operation, const replacement::Outcome& outcome) noexcept;
+  replacement::Outcome replace_text(std::string_view old_bytes, std::string_view new_text);
+  void close_replaced(const replacement::Outcome& outcome) noexcept;
 
   /// The lock of a handle, with what its owner knows about it kept in step.
   static os::Status take_lock(vu_file_base& state, const vu_file_base::lock_desc_t& request);
@@ -72,26 +84,30 @@ class HandleCore {
  private:
   std::string path() const;
   /// As the public one; @p error is the system's error when the file could not be opened.
-  bool try_open(const trace::Scope& operation, vu_file_base::type_access mode, bool& lock_failed,
-                bool no_wait, std::int32_t& error);
+  bool try_open(vu_file_base::type_access mode, bool& lock_failed, bool no_wait,
+                std::int32_t& error);
   /// @throws vu_file_except unless the handle's mode allows it.
   void check_reading_mode() const;
   void check_writing_mode() const;
-  /// Two records: what failed on which file, and the system's text for it.
-  void trace_failure(const trace::Scope& operation, int line, vu_host::trace_event event,
-                     const char* what, std::int32_t error) const noexcept;
+  /// Two records: what failed on which file, and the system's text for it. They tell the line of
+  /// the call (std::source_location is not in every compiler that builds this).
+  void trace_failure(const char* what, std::int32_t error,
+                     vu_host::trace_event event = vu_host::trace_event::error,
+                     int line = __builtin_LINE()) const noexcept;
   /// The bytes to ask for, 0 standing for the whole file. @throws vu_file_except when none can be.
-  std::size_t count_to_read(const trace::Scope& operation, int count) const;
-  [[noreturn]] void fail_read(const trace::Scope& operation, std::int32_t error) const;
-  void flush_guarded(const trace::Scope& operation) noexcept;
-  void unlock_and_close(const trace::Scope& operation) noexcept;
-  void unlock_guarded(const trace::Scope& operation) noexcept;
-  void close_guarded(const trace::Scope& operation) noexcept;
+  std::size_t count_to_read(int count) const;
+  [[noreturn]] void fail_read(std::int32_t error) const;
+  void flush_guarded() noexcept;
+  void unlock_and_close() noexcept;
+  void unlock_guarded() noexcept;
+  void close_guarded() noexcept;
 
   vu_file_base& m_state;
+  /// The handle's own names, as bytes; the full path is put together only where it is needed.
   const std::string& m_directory;
   const std::string& m_file_name;
   const HandleSpelling& m_spelling;
+  const trace::Scope& m_operation;
 };
 
 /// Reads an open file from its position to its end through the handle, however long it has become,

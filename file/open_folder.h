@@ -14,11 +14,10 @@ class OpenFolder {
       : m_operation(operation), m_name(name), m_opened(os::open_folder(path, m_handle).ok()) {}
   ~OpenFolder() {
     if (m_handle == os::kNoHandle) return;
-    const trace::Scope& vu_trace_scope = m_operation;
     try {
-      if (!os::close(m_handle).ok()) VU_ERROR("close file : ", m_name);
+      if (!os::close(m_handle).ok()) VU_ERROR_IN(m_operation, "close file : ", m_name);
     } catch (...) {
-      VU_ERROR("catch exception closing file : ", m_name);
+      VU_ERROR_IN(m_operation, "catch exception closing file : ", m_name);
     }
   }
   OpenFolder(const OpenFolder&) = delete;

@@ -13,17 +13,33 @@
 /// The narrow handle. Its protocol is HandleCore's; the static operations are in
 /// vu_file_system.cpp.
 
-constinit const HandleSpelling kNarrowSpelling = {
-    "vu_file::read : read op in write or truncate access file",
-    "vu_file::write : write operation in read access file",
-    [](const std::string& path, os::Access access, os::Handle& handle) {
-      return os::open(path, access, handle);
-    },
-    [](const std::string& path) -> std::int64_t { return vu_file::size(path); },
-    [](std::int32_t code) { return os::error_text(code); },
+namespace {
+
+class NarrowSpelling final : public HandleSpelling {
+ public:
+  os::Status open(const std::string& path, os::Access access, os::Handle& handle) const override {
+    return os::open(path, access, handle);
+  }
+  std::int64_t size(const std::string& path) const override { return vu_file::size(path); }
+  std::string error_text(std::int32_t code) const override { return os::error_text(code); }
+  const char* wrong_read_mode() const override {
+    return "vu_file::read : read op in write or truncate access file";
+  }
+  const char* wrong_write_mode() const override {
+    return "vu_file::write : write operation in read access file";
+  }
 };
 
-HandleCore vu_file::core() { return {*this, directory, fileName, kNarrowSpelling}; }
+constinit const NarrowSpelling kNarrowSpelling{};
+
+}  // namespace
+
+HandleCore::HandleCore(vu_file& handle, const trace::Scope& operation)
+    : m_state(handle),
+      m_directory(handle.directory),
+      m_file_name(handle.fileName),
+      m_spelling(kNarrowSpelling),
+      m_operation(operation) {}
 
 vu_file::vu_file() { init(); }
 
@@ -83,12 +99,12 @@ vu_path vu_file::getPath() const {
 
 bool vu_file::try_open(type_access mode, bool& lockFailed, bool noWait) {
   VU_FILE_SCOPE();
-  return core().try_open(vu_trace_scope, mode, lockFailed, noWait);
+  return HandleCore(*this, vu_trace_scope).try_open(mode, lockFailed, noWait);
 }
 
 void vu_file::open(type_access mode) {
   VU_FILE_SCOPE();
-  core().open(vu_trace_scope, mode);
+  HandleCore(*this, vu_trace_scope).open(mode);
 }
 
 void vu_file::open(const std::string& folder, const std::string& name, type_access mode) {
@@ -102,7 +118,7 @@ void vu_file::open(const std::string& folder, const std::string& name, type_acce
 
 int vu_file::read(std::string& out, int count) {
   VU_FILE_SCOPE();
-  return core().read(vu_trace_scope, out, count);
+  return HandleCore(*this, vu_trace_scope).read(out, count);
 }
 
 int vu_file::read(char* buffer, int count) {
@@ -115,7 +131,7 @@ int vu_file::read(char* buffer, int count) {
 
 int vu_file::write(const std::string& data) {
   VU_FILE_SCOPE();
-  return core().write(vu_trace_scope, data);
+  return HandleCore(*this, vu_trace_scope).write(data);
 }
 
 int vu_file::write(const char* data, int count) {
@@ -126,22 +142,22 @@ int vu_file::write(const char* data, int count) {
 
 void vu_file::seek(int offset, short origin) {
   VU_FILE_SCOPE();
-  core().seek(offset, origin);
+  HandleCore(*this, vu_trace_scope).seek(offset, origin);
 }
 
 void vu_file::rewind() {
   VU_FILE_SCOPE();
-  core().seek(0, 0);
+  HandleCore(*this, vu_trace_scope).seek(0, 0);
 }
 
 void vu_file::close() noexcept {
   VU_FILE_SCOPE();
-  core().close(vu_trace_scope);
+  HandleCore(*this, vu_trace_scope).close();
 }
 
 void vu_file::clear() noexcept {
   VU_FILE_SCOPE();
-  core().clear(vu_trace_scope);
+  HandleCore(*this, vu_trace_scope).clear();
 }
 
 void vu_file::linesNotEmpty(const std::string& dir, const std::string& name,

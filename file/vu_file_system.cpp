@@ -17,56 +17,56 @@ namespace {
 
 /// vu_file::is_dir() with a say about links (what is removed is the link, never what it leads to)
 /// and about where to look.
-bool is_folder(const trace::Scope& vu_trace_scope, const std::string& path, os::Links links,
+bool is_folder(const trace::Scope& operation, const std::string& path, os::Links links,
                os::Handle parent = os::kNoHandle) {
   os::FileStat found;
   const os::Status status = os::stat(os::Path(path).in(parent), found, links);
   if (status.ok()) return found.is_directory;
   if (status.failure() == os::Failure::kNotFound) {
-    VU_WARNING("vu_file::is_dir : '", path, "' not exists");
+    VU_WARNING_IN(operation, "vu_file::is_dir : '", path, "' not exists");
   } else {
-    VU_ERROR("vu_file::is_dir '", path, "': Problem getting information");
+    VU_ERROR_IN(operation, "vu_file::is_dir '", path, "': Problem getting information");
   }
   return false;
 }
 
 /// vu_file::remove() of what lies in an open folder.
-void remove_entry(const trace::Scope& vu_trace_scope, const std::string& path, os::Handle parent) {
+void remove_entry(const trace::Scope& operation, const std::string& path, os::Handle parent) {
   try {
     // Required: the outcome is nobody's business here.
-    if (is_folder(vu_trace_scope, path, os::Links::kKeep, parent)) {
+    if (is_folder(operation, path, os::Links::kKeep, parent)) {
       static_cast<void>(os::remove_directory(os::Path(path).in(parent)));
     } else {
       static_cast<void>(os::remove_file(os::Path(path).in(parent)));
     }
   } catch (...) {
-    VU_ERROR("vu_file::remove(", path, ")");
+    VU_ERROR_IN(operation, "vu_file::remove(", path, ")");
   }
 }
 
 /// vu_file::recurseRemoveDir() of what lies in an open folder.
-bool remove_tree(const trace::Scope& vu_trace_scope, const std::string& path, os::Handle parent) {
+bool remove_tree(const trace::Scope& operation, const std::string& path, os::Handle parent) {
   try {
     if (!vu_file::exists(path)) return false;
-    if (!is_folder(vu_trace_scope, path, os::Links::kKeep, parent)) return false;
+    if (!is_folder(operation, path, os::Links::kKeep, parent)) return false;
     {
-      const OpenFolder folder(vu_trace_scope, os::Path(path).in(parent), path);
+      const OpenFolder folder(operation, os::Path(path).in(parent), path);
       for (const os::Entry found : folder.entries(with_separator(path, Encoding::kNarrow))) {
         const std::string entry = path_text::join(path, found.name);
         if (!vu_file::exists(entry)) continue;
-        if (is_folder(vu_trace_scope, entry, os::Links::kKeep, folder.get()))
-          remove_tree(vu_trace_scope, entry, folder.get());
+        if (is_folder(operation, entry, os::Links::kKeep, folder.get()))
+          remove_tree(operation, entry, folder.get());
         // Required: also a folder that has just gone, which warns.
-        remove_entry(vu_trace_scope, entry, folder.get());
-        VU_TRACE_XS("\tpath->", entry, " is removed");
+        remove_entry(operation, entry, folder.get());
+        VU_TRACE_XS_IN(operation, "\tpath->", entry, " is removed");
       }
     }
-    VU_TRACE_XS("root path->", path);
-    remove_entry(vu_trace_scope, path, parent);
+    VU_TRACE_XS_IN(operation, "root path->", path);
+    remove_entry(operation, path, parent);
     // Required: also when something could not be removed.
     return true;
   } catch (...) {
-    VU_ERROR("vu_file::recurseRemoveDir(", path, ")");
+    VU_ERROR_IN(operation, "vu_file::recurseRemoveDir(", path, ")");
     return false;
   }
 }

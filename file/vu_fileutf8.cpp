@@ -19,28 +19,39 @@
 
 namespace {
 
-os::Status open_long_form(const std::string& path, os::Access access, os::Handle& handle) {
-  return os::open(vu_file_internal::getLongPath(ucs2string(vu_utf8string(path))), access, handle);
-}
-
-std::int64_t size_as_count(const std::string& path) {
-  os::FileStat found;
-  if (!vu_file_internal::getFileStat(vu_utf8string(path), found, false)) return 0;
-  return std::in_range<std::int64_t>(found.size) ? static_cast<std::int64_t>(found.size)
-                                                 : std::numeric_limits<std::int64_t>::max();
-}
-
-constinit const HandleSpelling kUtf8Spelling = {
-    "vu_fileutf8::read : read op in write or truncate access file",
-    "vu_fileutf8::write : write operation in read access file",
-    open_long_form,
-    size_as_count,
-    [](std::int32_t code) { return vu_utf8string(os::error_text_wide(code)).str(); },
+class Utf8Spelling final : public HandleSpelling {
+ public:
+  os::Status open(const std::string& path, os::Access access, os::Handle& handle) const override {
+    const ucs2string long_path = vu_file_internal::getLongPath(ucs2string(vu_utf8string(path)));
+    return os::open(long_path, access, handle);
+  }
+  std::int64_t size(const std::string& path) const override {
+    os::FileStat found;
+    if (!vu_file_internal::getFileStat(vu_utf8string(path), found, false)) return 0;
+    return std::in_range<std::int64_t>(found.size) ? static_cast<std::int64_t>(found.size)
+                                                   : std::numeric_limits<std::int64_t>::max();
+  }
+  std::string error_text(std::int32_t code) const override {
+    return vu_utf8string(os::error_text_wide(code)).str();
+  }
+  const char* wrong_read_mode() const override {
+    return "vu_fileutf8::read : read op in write or truncate access file";
+  }
+  const char* wrong_write_mode() const override {
+    return "vu_fileutf8::write : write operation in read access file";
+  }
 };
+
+constinit const Utf8Spelling kUtf8Spelling{};
 
 }  // namespace
 
-HandleCore vu_fileutf8::core() { return {*this, directory.str(), fileName.str(), kUtf8Spelling}; }
+HandleCore::HandleCore(vu_fileutf8& handle, const trace::Scope& operation)
+    : m_state(handle),
+      m_directory(handle.directory.str()),
+      m_file_name(handle.fileName.str()),
+      m_spelling(kUtf8Spelling),
+      m_operation(operation) {}
 
 vu_fileutf8::vu_fileutf8() { init(); }
 
@@ -100,12 +111,12 @@ vu_pathutf8 vu_fileutf8::getPath() const {
 
 bool vu_fileutf8::try_open(type_access mode, bool& lockFailed, bool noWait) {
   VU_FILE_SCOPE();
-  return core().try_open(vu_trace_scope, mode, lockFailed, noWait);
+  return HandleCore(*this, vu_trace_scope).try_open(mode, lockFailed, noWait);
 }
 
 void vu_fileutf8::open(type_access mode) {
   VU_FILE_SCOPE();
-  core().open(vu_trace_scope, mode);
+  HandleCore(*this, vu_trace_scope).open(mode);
 }
 
 void vu_fileutf8::open(const vu_utf8string& folder, const vu_utf8string& name, type_access mode) {
@@ -119,7 +130,7 @@ void vu_fileutf8::open(const vu_utf8string& folder, const vu_utf8string& name, t
 
 int vu_fileutf8::read(std::string& out, int count) {
   VU_FILE_SCOPE();
-  return core().read(vu_trace_scope, out, count);
+  return HandleCore(*this, vu_trace_scope).read(out, count);
 }
 
 int vu_fileutf8::read(char* buffer, int count) {
@@ -132,12 +143,12 @@ int vu_fileutf8::read(char* buffer, int count) {
 
 void vu_fileutf8::read(unsigned char*& buffer, unsigned int& length) {
   VU_FILE_SCOPE();
-  core().read(vu_trace_scope, buffer, length);
+  HandleCore(*this, vu_trace_scope).read(buffer, length);
 }
 
 int vu_fileutf8::write(const std::string& data) {
   VU_FILE_SCOPE();
-  return core().write(vu_trace_scope, data);
+  return HandleCore(*this, vu_trace_scope).write(data);
 }
 
 int vu_fileutf8::write(const char* data, int count) {
@@ -148,22 +159,22 @@ int vu_fileutf8::write(const char* data, int count) {
 
 void vu_fileutf8::seek(int offset, short origin) {
   VU_FILE_SCOPE();
-  core().seek(offset, origin);
+  HandleCore(*this, vu_trace_scope).seek(offset, origin);
 }
 
 void vu_fileutf8::rewind() {
   VU_FILE_SCOPE();
-  core().seek(0, 0);
+  HandleCore(*this, vu_trace_scope).seek(0, 0);
 }
 
 void vu_fileutf8::close() noexcept {
   VU_FILE_SCOPE();
-  core().close(vu_trace_scope);
+  HandleCore(*this, vu_trace_scope).close();
 }
 
 void vu_fileutf8::clear() noexcept {
   VU_FILE_SCOPE();
-  core().clear(vu_trace_scope);
+  HandleCore(*this, vu_trace_scope).clear();
 }
 
 void vu_fileutf8::linesNotEmpty(const vu_utf8string& dir, const vu_utf8string& name,

@@ -51,7 +51,7 @@ vu_utf8string entry_in_long_form(const vu_utf8string& folder, const vu_utf8strin
 }
 
 /// vu_fileutf8::_remove() of what lies in an open folder.
-void remove_entry(const trace::Scope& vu_trace_scope, const vu_utf8string& long_path, bool quiet,
+void remove_entry(const trace::Scope& operation, const vu_utf8string& long_path, bool quiet,
                   os::Handle parent) {
   try {
     const ucs2string text(long_path);
@@ -59,39 +59,40 @@ void remove_entry(const trace::Scope& vu_trace_scope, const vu_utf8string& long_
     const os::Status status =
         is_folder_to_remove(long_path, parent) ? os::remove_directory(path) : os::remove_file(path);
     if (status.ok()) {
-      VU_TRACE_XS("removed: ", long_path);
+      VU_TRACE_XS_IN(operation, "removed: ", long_path);
     } else if (quiet) {
-      VU_TRACE_XS("removing: ", long_path, ": ",
-                  vu_file_internal::system_error_text(status.code()));
+      VU_TRACE_XS_IN(operation, "removing: ", long_path, ": ",
+                     vu_file_internal::system_error_text(status.code()));
     } else {
-      VU_ERROR("removing: ", long_path, ": ", vu_file_internal::system_error_text(status.code()));
+      VU_ERROR_IN(operation, "removing: ", long_path, ": ",
+                  vu_file_internal::system_error_text(status.code()));
     }
   } catch (...) {
-    VU_ERROR("uncaught exception while removing ", long_path);
+    VU_ERROR_IN(operation, "uncaught exception while removing ", long_path);
   }
 }
 
 /// vu_fileutf8::_recurseRemoveDir() of what lies in an open folder.
-void remove_tree(const trace::Scope& vu_trace_scope, const vu_utf8string& long_path, bool quiet,
+void remove_tree(const trace::Scope& operation, const vu_utf8string& long_path, bool quiet,
                  os::Handle parent) {
   try {
     if (entry_exists(long_path) && is_folder_to_remove(long_path, parent)) {
       const ucs2string text(long_path);
-      const OpenFolder folder(vu_trace_scope, os::Path(text).in(parent), long_path.str());
+      const OpenFolder folder(operation, os::Path(text).in(parent), long_path.str());
       const ucs2string pattern(vu_utf8string(with_separator(long_path.str(), Encoding::kUtf8)));
       for (const os::Entry found : folder.entries(pattern)) {
         const vu_utf8string name(std::string(found.name));
         const vu_utf8string entry = entry_in_long_form(long_path, name);
         if (is_folder_to_remove(entry, folder.get())) {
-          remove_tree(vu_trace_scope, entry, quiet, folder.get());
+          remove_tree(operation, entry, quiet, folder.get());
         } else {
-          remove_entry(vu_trace_scope, entry, quiet, folder.get());
+          remove_entry(operation, entry, quiet, folder.get());
         }
       }
     }
-    remove_entry(vu_trace_scope, long_path, quiet, parent);
+    remove_entry(operation, long_path, quiet, parent);
   } catch (...) {
-    VU_ERROR("uncaught exception while removing ", long_path);
+    VU_ERROR_IN(operation, "uncaught exception while removing ", long_path);
   }
 }
 

@@ -268,8 +268,9 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   static std::string getExtension(const std::string& path);
 
  private:
+  friend class HandleCore;
+
   void init();
-  HandleCore core();
   static std::string mSgError(unsigned long errorCode);
 
   std::string fileName;

@@ -241,8 +241,9 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   static std::vector<vu_utf8string> _filenames(const vu_utf8string& longPath);
 
  private:
+  friend class HandleCore;
+
   void init();
-  HandleCore core();
   static vu_utf8string mSgError(unsigned long errorCode);
 
   vu_utf8string fileName;

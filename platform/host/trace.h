@@ -147,18 +147,25 @@ void emit_message(const vu_host::trace_site& site, const Pieces&... pieces) noex
 #endif
 
 /// Opens the operation's scope at a level, with the pieces of its label (none for no label). First
-/// statement of an operation; the record macros below need it in sight.
+/// statement of an operation. The scope is the object vu_trace_scope, which the operation may hand
+/// on to what works for it.
 #define VU_TRACE_SCOPE(source, level, ...)                                                      \
   static constexpr trace::ScopeSite vu_trace_site{{(source), __LINE__, VU_SIGNATURE}, (level)}; \
   trace::Scope vu_trace_scope(vu_trace_site);                                                   \
   vu_trace_scope.begin(__VA_ARGS__)
 
-/// A record at a level ("the operation's scope" is where it belongs).
-#define VU_RECORD(level, ...)                                         \
-  do {                                                                \
-    if (trace::wanted(level)) [[unlikely]]                            \
-      trace::emit(vu_trace_scope.at(__LINE__), (level), __VA_ARGS__); \
+/// A record at a level, or an event, of a scope that is at hand under any name.
+#define VU_RECORD_IN(scope, kind, ...)                        \
+  do {                                                        \
+    if (trace::wanted(kind)) [[unlikely]]                     \
+      trace::emit((scope).at(__LINE__), (kind), __VA_ARGS__); \
   } while (false)
+#define VU_TRACE_XS_IN(scope, ...) VU_RECORD_IN(scope, vu_host::trace_level::xs, __VA_ARGS__)
+#define VU_WARNING_IN(scope, ...) VU_RECORD_IN(scope, vu_host::trace_event::warning, __VA_ARGS__)
+#define VU_ERROR_IN(scope, ...) VU_RECORD_IN(scope, vu_host::trace_event::error, __VA_ARGS__)
+
+/// The same of the scope that this operation has opened.
+#define VU_RECORD(kind, ...) VU_RECORD_IN(vu_trace_scope, kind, __VA_ARGS__)
 
 #define VU_TRACE_XS(...) VU_RECORD(vu_host::trace_level::xs, __VA_ARGS__)
 #define VU_TRACE_S(...) VU_RECORD(vu_host::trace_level::s, __VA_ARGS__)
