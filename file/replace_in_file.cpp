@@ -1,10 +1,7 @@
 #include "file/replace_in_file.h"
 
 #include <cstddef>
-#include <optional>
 #include <utility>
-
-#include "file/replacement.h"
 
 namespace replacement {
 
@@ -33,16 +30,6 @@ os::Status cut_at(os::Handle handle, std::uint64_t size) {
   return status.ok() ? os::set_end(handle) : status;
 }
 
-/// Writes and flushes one stage. @return whether it is complete.
-bool carry_out(os::Handle handle, const Stage& stage, Outcome& outcome) {
-  for (const Write& write : stage) {
-    outcome.written = write_at(handle, write.offset, write.bytes);
-    if (!outcome.written.ok()) return false;
-  }
-  outcome.flushed = os::flush(handle);
-  return outcome.flushed.ok();
-}
-
 /// Leaves the old text after a stage that failed: what stands behind it goes. Where even that
 /// fails, what stands there means nothing without a whole trailer. @return whether the file is cut.
 bool take_back(os::Handle handle, std::string_view old_bytes, const Plan& plan) {
@@ -51,39 +38,76 @@ bool take_back(os::Handle handle, std::string_view old_bytes, const Plan& plan) 
   return cut_at(handle, old_bytes.size()).ok();
 }
 
-Outcome carry_out(os::Handle handle, std::string_view old_bytes, const Plan& plan, Holds before) {
-  Outcome outcome;
-  outcome.holds = before;
-  if (plan.reserve > old_bytes.size()) outcome.written = os::reserve(handle, plan.reserve);
-  if (!outcome.written.ok()) return outcome;
-  for (std::size_t i = 0; i < plan.stages.size(); ++i) {
-    if (i == plan.first_over_old && i > 0) outcome.holds = Holds::kNewText;
-    if (carry_out(handle, plan.stages[i], outcome)) continue;
-    const bool is_whole = outcome.written.ok() && i + 1 == plan.first_over_old;
-    const bool is_taken_back =
-        outcome.holds == Holds::kNewText || take_back(handle, old_bytes, plan);
-    // A whole copy that could be neither flushed nor cut off stands for the new text.
-    if (!is_taken_back && is_whole) outcome.holds = Holds::kNewText;
-    return outcome;
-  }
-  outcome.holds = Holds::kNewText;
-  if (plan.reserve > plan.size) outcome.cut = cut_at(handle, plan.size);
-  return outcome;
-}
-
 }  // namespace
 
-Outcome carry_out(os::Handle handle, std::string_view old_bytes, std::string_view new_text) {
-  const std::optional<Interrupted> found = interrupted_in(old_bytes);
-  if (!found) return carry_out(handle, old_bytes, plan(old_bytes, new_text), Holds::kOldText);
-
+StagedReplacement::StagedReplacement(os::Handle handle, std::string_view old_bytes,
+                                     std::string_view new_text)
+    : m_handle(handle), m_new_text(new_text), m_found(interrupted_in(old_bytes)) {
   // A copy of the next text must not take the place of one that is still needed.
-  Outcome completed = carry_out(handle, old_bytes, completion(old_bytes, *found), Holds::kNewText);
-  if (!completed.ok()) {
-    completed.holds = Holds::kOldText;
-    return completed;
+  m_completes = m_found.has_value();
+  if (m_completes) {
+    begin(old_bytes, completion(old_bytes, *m_found), Holds::kNewText);
+  } else {
+    begin(old_bytes, plan(old_bytes, new_text), Holds::kOldText);
   }
-  return carry_out(handle, found->text, plan(found->text, new_text), Holds::kOldText);
+}
+
+void StagedReplacement::begin(std::string_view old_bytes, Plan plan, Holds before) {
+  m_old_bytes = old_bytes;
+  m_plan = std::move(plan);
+  m_stage = 0;
+  m_outcome = {};
+  m_outcome.holds = before;
+  if (m_plan.reserve > old_bytes.size()) m_outcome.written = os::reserve(m_handle, m_plan.reserve);
+  if (!m_outcome.written.ok()) end();
+}
+
+bool StagedReplacement::write() {
+  while (!m_is_over && m_stage == m_plan.stages.size()) finish_plan();
+  if (m_is_over) return false;
+  if (m_stage == m_plan.first_over_old && m_stage > 0) m_outcome.holds = Holds::kNewText;
+  for (const Write& write : m_plan.stages[m_stage]) {
+    m_outcome.written = write_at(m_handle, write.offset, write.bytes);
+    if (m_outcome.written.ok()) continue;
+    give_up();
+    return false;
+  }
+  return true;
+}
+
+void StagedReplacement::flushed(const os::Status& status) {
+  m_outcome.flushed = status;
+  ++m_stage;
+  if (!status.ok()) give_up();
+}
+
+void StagedReplacement::finish_plan() {
+  m_outcome.holds = Holds::kNewText;
+  if (m_plan.reserve > m_plan.size) m_outcome.cut = cut_at(m_handle, m_plan.size);
+  if (!m_completes || !m_outcome.ok()) return end();
+  m_completes = false;
+  begin(m_found->text, plan(m_found->text, m_new_text), Holds::kOldText);
+}
+
+void StagedReplacement::give_up() {
+  const bool is_whole = m_outcome.written.ok() && m_stage == m_plan.first_over_old;
+  const bool is_taken_back =
+      m_outcome.holds == Holds::kNewText || take_back(m_handle, m_old_bytes, m_plan);
+  // A whole copy that could be neither flushed nor cut off stands for the new text.
+  if (!is_taken_back && is_whole) m_outcome.holds = Holds::kNewText;
+  end();
+}
+
+void StagedReplacement::end() {
+  m_is_over = true;
+  // The text that was to be completed is not the new one.
+  if (m_completes) m_outcome.holds = Holds::kOldText;
+}
+
+Outcome carry_out(os::Handle handle, std::string_view old_bytes, std::string_view new_text) {
+  StagedReplacement staged(handle, old_bytes, new_text);
+  while (staged.write()) staged.flushed(os::flush(handle));
+  return staged.outcome();
 }
 
 }  // namespace replacement

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
+#include "file/replacement.h"
 #include "platform/os/os.h"
 
 namespace replacement {
@@ -28,9 +31,43 @@ struct Outcome {
 /// moves by 32-bit distances, and would come out near the start.
 os::Status write_at(os::Handle handle, std::uint64_t offset, std::string_view bytes);
 
-/// Replaces the text of an open file by the plan of replacement.h, and flushes it. The handle may
-/// write; @p old_bytes is what the file holds, whole. An interrupted replacement is completed
-/// first. Nothing is traced.
+/// Replaces the text of an open file by the plan of replacement.h, stage by stage, so that those of
+/// several files can be flushed together. The handle may write. An interrupted replacement is
+/// completed first. Nothing is traced.
+///
+/// As long as write() says true, the file is flushed and flushed() told how that went. Both texts
+/// outlive it.
+class StagedReplacement {
+ public:
+  /// @p old_bytes is what the file holds, whole.
+  StagedReplacement(os::Handle handle, std::string_view old_bytes, std::string_view new_text);
+  StagedReplacement(const StagedReplacement&) = delete;
+  StagedReplacement& operator=(const StagedReplacement&) = delete;
+
+  /// Writes the next stage. @return whether one was written, which wants a flush now.
+  bool write();
+  void flushed(const os::Status& status);
+  /// Once write() has said false.
+  const Outcome& outcome() const { return m_outcome; }
+
+ private:
+  void begin(std::string_view old_bytes, Plan plan, Holds before);
+  void finish_plan();
+  void give_up();
+  void end();
+
+  os::Handle m_handle;
+  std::string_view m_old_bytes;
+  std::string_view m_new_text;
+  std::optional<Interrupted> m_found;
+  bool m_completes = false;  ///< the plan is the one that completes m_found
+  Plan m_plan;
+  std::size_t m_stage = 0;
+  bool m_is_over = false;
+  Outcome m_outcome;
+};
+
+/// The same of one file, with the flushes.
 Outcome carry_out(os::Handle handle, std::string_view old_bytes, std::string_view new_text);
 
 }  // namespace replacement

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <deque>
 #include <limits>
 #include <thread>
 
 #include "file/replace_in_file.h"
-#include "file/replacement.h"
 
 namespace admin {
 
@@ -129,9 +129,32 @@ os::Status LockedFile::cut_at(std::uint64_t size) {
 os::Status LockedFile::flush() { return os::flush(m_handle); }
 
 os::Status LockedFile::replace_lines(std::string_view old_text, std::string_view new_text) {
-  const replacement::Outcome outcome = replacement::carry_out(m_handle, old_text, new_text);
-  if (!outcome.written.ok()) return outcome.written;
-  return outcome.flushed.ok() ? outcome.cut : outcome.flushed;
+  std::vector<NewLines> one = {{this, old_text, new_text, {}}};
+  replace_lines(one);
+  return one.front().status;
+}
+
+void LockedFile::replace_lines(std::vector<NewLines>& all) {
+  std::deque<replacement::StagedReplacement> staged;
+  for (const NewLines& each : all)
+    staged.emplace_back(each.file->m_handle, each.old_text, each.new_text);
+  for (;;) {
+    std::vector<std::size_t> written;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      if (staged[i].write()) written.push_back(i);
+    }
+    if (written.empty()) break;
+    const bool at_once = written.size() >= sys::kManyFlushes &&
+                         sys::flush_file_system(all[written.front()].file->m_path).ok();
+    for (const std::size_t i : written)
+      staged[i].flushed(at_once ? os::Status() : all[i].file->flush());
+  }
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    const replacement::Outcome& outcome = staged[i].outcome();
+    all[i].status = !outcome.written.ok()   ? outcome.written
+                    : !outcome.flushed.ok() ? outcome.flushed
+                                            : outcome.cut;
+  }
 }
 
 os::Status LockedFile::replace_bytes(std::string_view old_bytes, std::string_view new_bytes) {

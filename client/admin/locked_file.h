@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "client/admin/system.h"
 
@@ -51,6 +52,14 @@ class LockedFile {
   /// Replaces the lines of an index so that a process killed on the way leaves the old ones or the
   /// new ones (file/replacement.h), and has them on the device. @p old_text is what the file holds.
   os::Status replace_lines(std::string_view old_text, std::string_view new_text);
+  /// The same of several files, which are flushed together.
+  struct NewLines {
+    LockedFile* file;
+    std::string_view old_text;
+    std::string_view new_text;
+    os::Status status;  ///< what became of it
+  };
+  static void replace_lines(std::vector<NewLines>& all);
   /// Replaces any bytes, from the first that differs on, and has them on the device. A process
   /// killed on the way leaves a file that is_between() recognises.
   os::Status replace_bytes(std::string_view old_bytes, std::string_view new_bytes);

@@ -168,9 +168,11 @@ void NewVersions::enter(const std::vector<NewVersions*>& folders) {
   }
   // A line must not reach the device before its file has its name there.
   flush(counters, names);
+  save(folders);
   std::vector<std::string> replaced;
   for (NewVersions* const each : folders) {
-    if (each->commit()) replaced.push_back(each->m_folder.path);
+    if (each->replace_files()) replaced.push_back(each->m_folder.path);
+    each->m_index.close();
   }
   flush_replaced(folders, replaced);
   // Asking for the lock of one index while that of another is held, out of their order, would be a
@@ -183,14 +185,6 @@ void NewVersions::prepare() {
   drop_taken();
   if (!any_new_pending() || !draw_numbers()) return;
   move_files();
-}
-
-/// @return whether files were replaced.
-bool NewVersions::commit() {
-  if (any_new_pending()) save();
-  const bool any = replace_files();
-  m_index.close();
-  return any;
 }
 
 bool NewVersions::open_index() {
@@ -349,9 +343,22 @@ std::string NewVersions::text_with_lines() const {
   return text;
 }
 
-void NewVersions::save() {
-  const std::string wanted = text_with_lines();
-  const os::Status status = m_index.replace_lines(m_text, wanted);
+void NewVersions::save(const std::vector<NewVersions*>& folders) {
+  std::vector<NewVersions*> changed;
+  std::vector<std::string> texts;
+  for (NewVersions* const each : folders) {
+    if (!each->any_new_pending()) continue;
+    changed.push_back(each);
+    texts.push_back(each->text_with_lines());
+  }
+  std::vector<LockedFile::NewLines> all;
+  for (std::size_t i = 0; i < changed.size(); ++i)
+    all.push_back({&changed[i]->m_index, changed[i]->m_text, texts[i], {}});
+  LockedFile::replace_lines(all);
+  for (std::size_t i = 0; i < changed.size(); ++i) changed[i]->judge_save(texts[i], all[i].status);
+}
+
+void NewVersions::judge_save(const std::string& wanted, const os::Status& status) {
   std::string now;
   // A failure behind the moment that counts leaves the new text.
   const bool holds = status.ok() || (m_index.read_text(now).ok() && now == wanted);

@@ -43,12 +43,13 @@ struct NewVersion {
 ///  3. prepare() locks the index, asks which names are still free, draws numbers from the counter
 ///     and moves the copies to their places.
 ///  4. Counters and folders are flushed, those of many folders together.
-///  5. commit() saves the index once. Copies that replace a version take the place of its file,
-///     each by one renaming, while file and index are locked. Then it gives the lock back.
-///  6. Folders in which files were replaced are flushed.
-///  7. verify() looks once more, when no index is locked here any longer.
+///  5. save() saves each index once, those of many folders together.
+///  6. replace_files() puts copies that replace a version in the place of its file, each by one
+///     renaming, while file and index are locked. Then the index's lock is given back.
+///  7. Folders in which files were replaced are flushed.
+///  8. verify() looks once more, when no index is locked here any longer.
 ///
-/// enter() does 2 to 7 for some folders.
+/// enter() does 2 to 8 for some folders.
 ///
 /// A version that is replaced is the old one or the new one at any moment, never a part of either.
 /// Whoever waits for its lock just then still has the old file, as if it had come before.
@@ -85,14 +86,14 @@ class NewVersions {
   static void flush_replaced(const std::vector<NewVersions*>& folders,
                              const std::vector<std::string>& replaced);
   void prepare();
-  bool commit();
   bool open_index();
   bool is_sound();
   void drop_taken();
   bool draw_numbers();
   void move_files();
   std::string text_with_lines() const;
-  void save();
+  static void save(const std::vector<NewVersions*>& folders);
+  void judge_save(const std::string& wanted, const os::Status& status);
   bool replace_files();
   void verify();
   void refuse(const char* what, const std::string& path, const os::Status& status);
@@ -106,7 +107,7 @@ class NewVersions {
   sys::Locking m_locking;
   StagingFolder m_staging;
   std::vector<Item> m_items;
-  LockedFile m_index;  ///< from prepare() to commit()
+  LockedFile m_index;  ///< from prepare() to replace_files()
   FolderView m_view;
   std::string m_text;
 };

@@ -1,6 +1,6 @@
 #include "client/admin/old_versions.h"
 
-#include <algorithm>
+#include <deque>
 #include <map>
 #include <set>
 #include <utility>
@@ -21,21 +21,23 @@ using Fate = OldVersion::Fate;
 /// What an index holds when it has no lines.
 constexpr const char* kNoLines = " ";
 
+/// From the index of one folder.
 class Removal {
  public:
-  Removal(const DocumentFolder& folder, const sys::Locking& locking,
-          const std::vector<OldVersion*>& versions)
-      : m_folder(folder), m_locking(locking), m_versions(versions) {}
+  Removal(const OldVersions& what, const sys::Locking& locking)
+      : m_folder(what.folder), m_locking(locking), m_versions(what.versions) {}
 
-  void run() {
-    if (!open_index()) return;
+  /// Removes the files, and keeps the index locked. @return false when its lock was not had in time
+  bool remove_files() {
+    if (!open_index()) return !m_is_locked;
     read_lines();
-    std::set<std::string> gone;
     for (OldVersion* const version : m_versions) {
-      if (remove(*version)) gone.insert(key_of(*version));
+      if (remove(*version)) m_gone.insert(key_of(*version));
     }
-    if (!gone.empty()) save(gone);
+    return true;
   }
+  /// Has the lines gone that lost their files, and gives the locks back.
+  static void save(std::deque<Removal>& all);
 
  private:
   struct Line {
@@ -56,16 +58,19 @@ class Removal {
   void read_lines();
   bool remove(OldVersion& version);
   std::string why_not_ours(const OldVersion& version) const;
-  void save(const std::set<std::string>& gone);
+  std::string remaining_lines() const;
+  void judge_save(const std::string& wanted, const os::Status& status);
 
   const DocumentFolder& m_folder;
   const sys::Locking& m_locking;
   const std::vector<OldVersion*>& m_versions;
   LockedFile m_index;
+  bool m_is_locked = false;  ///< by another program
   std::string m_text;
   FolderView m_view;
   std::map<std::string, Line> m_lines;        ///< by key
   std::map<std::string, std::size_t> m_uses;  ///< of physical names
+  std::set<std::string> m_gone;               ///< keys of removed versions
 };
 
 bool Removal::open_index() {
@@ -75,12 +80,12 @@ bool Removal::open_index() {
   if (status.ok()) status = m_index.read_text(m_text);
   if (status.ok()) m_view.load_text(m_folder, m_text);
   if (status.ok() && m_view.status().ok()) return true;
-  const bool is_locked = status.failure() == os::Failure::kLocked;
+  m_is_locked = status.failure() == os::Failure::kLocked;
   const std::string why =
       status.ok() ? sys::text_of(m_view.status()) : why_not_usable(path, status);
   for (OldVersion* const version : m_versions) {
-    leave(*version, is_locked ? Fate::kLocked : Fate::kFailed,
-          is_locked ? path : "the index " + printable(path) + " cannot be written: " + why);
+    leave(*version, m_is_locked ? Fate::kLocked : Fate::kFailed,
+          m_is_locked ? path : "the index " + printable(path) + " cannot be written: " + why);
   }
   return false;
 }
@@ -137,17 +142,35 @@ bool Removal::remove(OldVersion& version) {
   return true;
 }
 
-void Removal::save(const std::set<std::string>& gone) {
-  std::string wanted;
+std::string Removal::remaining_lines() const {
+  std::string lines;
   IndexLint lint;
   lint.start(m_view);
   LintedLine line;
   while (lint.next(line)) {
     const bool is_blank = line.raw.find_first_not_of(' ') == std::string_view::npos;
-    if (!is_blank && !gone.contains(std::string(line.key))) wanted.append(line.raw).append("\n");
+    if (!is_blank && !m_gone.contains(std::string(line.key))) lines.append(line.raw).append("\n");
   }
-  if (wanted.empty()) wanted = kNoLines;
-  const os::Status status = m_index.replace_lines(m_text, wanted);
+  return lines.empty() ? kNoLines : lines;
+}
+
+void Removal::save(std::deque<Removal>& all) {
+  std::vector<Removal*> changed;
+  std::vector<std::string> texts;
+  for (Removal& each : all) {
+    if (each.m_gone.empty()) continue;
+    changed.push_back(&each);
+    texts.push_back(each.remaining_lines());
+  }
+  std::vector<LockedFile::NewLines> saves;
+  for (std::size_t i = 0; i < changed.size(); ++i)
+    saves.push_back({&changed[i]->m_index, changed[i]->m_text, texts[i], {}});
+  LockedFile::replace_lines(saves);
+  for (std::size_t i = 0; i < changed.size(); ++i)
+    changed[i]->judge_save(texts[i], saves[i].status);
+}
+
+void Removal::judge_save(const std::string& wanted, const os::Status& status) {
   std::string now;
   // A failure behind the moment that counts leaves the new text.
   if (status.ok() || (m_index.read_text(now).ok() && now == wanted)) return;
@@ -160,9 +183,12 @@ void Removal::save(const std::set<std::string>& gone) {
 
 }  // namespace
 
-void remove_old_versions(const DocumentFolder& folder, const sys::Locking& locking,
-                         const std::vector<OldVersion*>& versions) {
-  Removal(folder, locking, versions).run();
+void remove_old_versions(const std::vector<OldVersions>& folders, const sys::Locking& locking) {
+  std::deque<Removal> all;
+  for (const OldVersions& each : folders) {
+    if (!all.emplace_back(each, locking).remove_files()) break;
+  }
+  Removal::save(all);
 }
 
 }  // namespace admin

@@ -27,11 +27,19 @@ struct OldVersion {
   std::string reason;  ///< of all but kRemoved; of kLocked the path
 };
 
-/// Removes versions of one folder from its index together: one load, one save, under its exclusive
-/// lock. A file that somebody has open, or has changed since it was looked at, stays with its line.
-/// A process that is killed leaves lines without files at most, which readers pass over. Folders of
-/// parts are left to the caller.
-void remove_old_versions(const DocumentFolder& folder, const sys::Locking& locking,
-                         const std::vector<OldVersion*>& versions);
+/// Versions of one folder.
+struct OldVersions {
+  DocumentFolder folder;
+  std::vector<OldVersion*> versions;
+};
+
+/// Removes versions of some folders from their indexes together: one load and one save of each,
+/// under its exclusive lock, and few flushes for all. A file that somebody has open, or has changed
+/// since it was looked at, stays with its line. A process that is killed leaves lines without files
+/// at most, which readers pass over. Folders of parts are left to the caller.
+/// @param folders in one order for all programs, since several indexes are locked at a time: that
+/// of their paths. Once the lock of one is not had in time, that of no other is asked for: their
+/// versions stay pending.
+void remove_old_versions(const std::vector<OldVersions>& folders, const sys::Locking& locking);
 
 }  // namespace admin

@@ -115,6 +115,10 @@ os::Status probe_readable(const std::string& path);
 /// changing anything. A read-only file may not be changed, whoever asks.
 os::Status probe_writable(const std::string& path);
 
+/// Has all files of the file system that a path lies on on the device, where there is such a thing.
+os::Status flush_file_system(const std::string& path);
+/// From so many files on one flush of the file system costs less than theirs.
+inline constexpr std::size_t kManyFlushes = 5;
 /// Has files on the device, and the names in folders where those are a matter of their own; of
 /// many, with one flush of their file system where there is such a thing.
 os::Status flush_files(const std::vector<std::string>& files,

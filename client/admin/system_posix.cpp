@@ -384,15 +384,16 @@ os::Status replace_file(const std::string& from, const std::string& to) {
   return ::rename(from.c_str(), to.c_str()) == 0 ? os::Status() : fail(errno);
 }
 
+os::Status flush_file_system(const std::string& path) {
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  return file.valid() && ::syncfs(file.get()) == 0 ? os::Status() : fail(errno);
+}
+
 os::Status flush_files(const std::vector<std::string>& files,
                        const std::vector<std::string>& folders) {
-  // One flush of all of the file system costs about as much as a few files.
-  constexpr std::size_t kSingly = 4;
-  if (files.size() + folders.size() > kSingly) {
-    const std::string& any = files.empty() ? folders.front() : files.front();
-    const Descriptor file(::open(any.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-    if (file.valid() && ::syncfs(file.get()) == 0) return {};
-  }
+  if (files.size() + folders.size() >= kManyFlushes &&
+      flush_file_system(files.empty() ? folders.front() : files.front()).ok())
+    return {};
   for (const std::string& path : files) {
     if (const os::Status flushed = os::flush_file(path); !flushed.ok()) return flushed;
   }

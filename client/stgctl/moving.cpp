@@ -20,8 +20,8 @@ namespace {
 
 using Fate = admin::OldVersion::Fate;
 
-/// Documents are spread over folders by both of their names: a batch saves an index per folder on
-/// either side, so that it is larger than one of new versions.
+/// Documents are spread over folders by both of their names: a batch loads and saves an index per
+/// folder on either side, so that it is larger than one of new versions.
 constexpr std::size_t kMostMoves = 1000;
 
 /// One batch of moves.
@@ -122,20 +122,24 @@ void Batch::remove() {
     work.old = {from.name, from.timestamp, from.file, from.info, Fate::kPending, ""};
     if (!work.failure) folders[from.folder.path].push_back(&work);
   }
+  if (m_end) return;
+  std::vector<admin::OldVersions> all;
+  // Asked for while the files are there, by which they are told apart.
+  std::vector<FoundParts> parts;
   for (const auto& [path, works] : folders) {
-    // Once a lock was waited for in vain no other one is.
-    if (m_end) break;
-    std::vector<admin::OldVersion*> versions;
-    for (Work* const work : works) versions.push_back(&work->old);
-    // Asked for while the files are there, by which they are told apart.
-    const FoundParts parts(path);
-    admin::remove_old_versions(works.front()->move->from.folder, m_context.locking(), versions);
+    admin::OldVersions& each = all.emplace_back();
+    each.folder = works.front()->move->from.folder;
+    for (Work* const work : works) each.versions.push_back(&work->old);
+    parts.emplace_back(path);
+  }
+  admin::remove_old_versions(all, m_context.locking());
+  for (std::size_t i = 0; i < all.size(); ++i) {
     std::vector<std::string> gone;
-    for (const admin::OldVersion* const version : versions) {
+    for (const admin::OldVersion* const version : all[i].versions) {
       if (version->fate == Fate::kRemoved) gone.push_back(version->file);
       if (version->fate == Fate::kLocked && !m_end) m_end = lock_missed(m_context, version->reason);
     }
-    parts.try_to_remove(m_context, gone);
+    parts[i].try_to_remove(m_context, gone);
   }
 }
 

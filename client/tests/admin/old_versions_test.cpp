@@ -1,6 +1,8 @@
 // Removing versions that are stored elsewhere by now, beside others who use them.
 #include "client/admin/old_versions.h"
 
+#include <array>
+
 #include "client/tests/admin/tree_fixture.h"
 #include "stg_index.h"
 #include "vu_file.h"
@@ -16,8 +18,8 @@ class AdminOldVersions : public AdminTree {
   }
   std::string path(const std::string& name) const { return admin::sys::join(place().path, name); }
   /// Stores a version. @return it as it is looked at.
-  OldVersion stored(const std::string& name) const {
-    const std::string file = add(Area::kUser, "anna", name, 0, "bytes of " + name);
+  OldVersion stored(const std::string& name, const std::string& owner = "anna") const {
+    const std::string file = add(Area::kUser, owner, name, 0, "bytes of " + name);
     OldVersion version;
     version.logical = name;
     version.file = std::filesystem::path(file).filename().string();
@@ -27,7 +29,7 @@ class AdminOldVersions : public AdminTree {
   void remove(const std::vector<OldVersion*>& versions) const {
     admin::sys::Locking at_once;
     at_once.time_out = std::chrono::milliseconds(0);
-    admin::remove_old_versions(place(), at_once, versions);
+    admin::remove_old_versions({{place(), versions}}, at_once);
   }
 };
 
@@ -94,4 +96,26 @@ TEST_F(AdminOldVersions, WaitForNobodyLongerThanTheySay) {
   EXPECT_EQ(a.fate, Fate::kLocked);
   EXPECT_EQ(a.reason, path("index.dat"));
   EXPECT_TRUE(std::filesystem::exists(path(a.file)));
+}
+
+TEST_F(AdminOldVersions, GoFromManyFoldersTogetherAndAskForNoLockAfterOneThatWasRefused) {
+  std::vector<OldVersion> gone;
+  std::vector<admin::OldVersions> folders;
+  const std::array owners = {"a", "b", "c", "d", "e", "f", "locked", "z"};
+  for (const char* const owner : owners) gone.push_back(stored("x.kdc", owner));
+  for (std::size_t i = 0; i < gone.size(); ++i)
+    folders.push_back({admin::folder_for(tree(), Area::kUser, owners[i], "x"), {&gone[i]}});
+  const std::string locked = folders[6].folder.path;
+  vu_file index(locked, "index.dat");
+  index.open(vu_file::o_read);
+  admin::sys::Locking at_once;
+  at_once.time_out = std::chrono::milliseconds(0);
+  admin::remove_old_versions(folders, at_once);
+  index.close();
+  for (std::size_t i = 0; i < gone.size(); ++i) {
+    const bool is_removed = i < 6;
+    EXPECT_EQ(gone[i].fate, is_removed ? Fate::kRemoved : i == 6 ? Fate::kLocked : Fate::kPending);
+    const std::string lines = read_file(admin::sys::join(folders[i].folder.path, "index.dat"));
+    EXPECT_EQ(lines, is_removed ? " " : "x.kdc_0000000000/00000001\n");
+  }
 }
