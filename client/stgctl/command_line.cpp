@@ -137,7 +137,9 @@ void declare_global_options(CLI::App& app, GlobalOptions& options, Typed& typed)
       ->type_name("WORD")
       ->check(CLI::IsMember(area_names()))
       ->group(tree);
-  app.add_option("--owner", options.owner, "The user or domain")->type_name("OWNER")->group(tree);
+  app.add_option("--owner", options.owner, "The user or domain; AREA/OWNER names its area as well")
+      ->type_name("OWNER")
+      ->group(tree);
 
   const char* const shape = "Output";
   app.add_flag("--json", options.json, "Results as JSON")->group(shape);
@@ -179,6 +181,18 @@ void read_typed(const Typed& typed, GlobalOptions& options) {
                     typed.lock_timeout.data() + typed.lock_timeout.size(), seconds);
     options.lock_timeout = std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
   }
+}
+
+/// An owner may be named as lines print one, "AREA/OWNER": no owner's name holds a separator.
+void take_owner_apart(GlobalOptions& options) {
+  const std::size_t slash = options.owner.find('/');
+  if (slash == std::string::npos) return;
+  const std::string area = options.owner.substr(0, slash);
+  if (!admin::area_named(area)) return;
+  if (!options.area.empty() && options.area != area)
+    throw CLI::ValidationError("--owner", "'" + options.owner + "' says another area than --area");
+  options.area = area;
+  options.owner.erase(0, slash + 1);
 }
 
 /// "help put" is "put --help"; "explain NAME" explains reading it.
@@ -401,6 +415,7 @@ std::optional<Exit> CommandLine::parse(std::vector<std::string> arguments, Outpu
       throw CLI::ExcludesError("--root", "--storage");
     }
     read_typed(m_parts->typed, options);
+    take_owner_apart(options);
   } catch (const CLI::ParseError& result) {
     return tell_parse_result(m_parts->app, result, out);
   }

@@ -187,6 +187,18 @@ TEST_F(ClientPrintedNames, MayHoldABlankAnAtAndAStampBelowZero) {
   EXPECT_EQ(on_tree({"cat", "user/anna/z.kdc@-5"}).out, "below");
 }
 
+TEST_F(ClientPrintedNames, AnOwnerMayBeNamedWithItsArea) {
+  EXPECT_EQ(on_tree({"ls", "--owner", "user/anna"}).out,
+            on_tree({"ls", "--area", "user", "--owner", "anna"}).out);
+  EXPECT_NE(on_tree({"ls", "--owner", "user/anna"}).out.find(kNote), std::string::npos);
+  EXPECT_EQ(on_tree({"cat", "note.txt", "--owner", "user/anna", "--area", "user"}).out, "note");
+  EXPECT_EQ(on_tree({"put", source("new.txt", "x"), "--owner", "user/anna", "--yes"}).code, 0);
+  EXPECT_EQ(on_tree({"cat", "user/anna/new.txt@0"}).out, "x");
+  const outcome other = on_tree({"ls", "--owner", "user/anna", "--area", "docs"});
+  EXPECT_EQ(other.code, 2);
+  EXPECT_NE(other.err.find("another area"), std::string::npos) << other.err;
+}
+
 TEST_F(ClientPrintedNames, HaveNoOwnerInATreeWithoutThem) {
   const std::string other = shell_path(scratch().path("flat"));
   make_folder(scratch().path("flat"));
