@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "client/admin/staging_folder.h"
 #include "client/admin/text.h"
 #include "index/index_format.h"
 
@@ -76,7 +77,7 @@ class EntryVisitor final : public Visitor {
     for (const Name& name : m_view.names()) {
       const std::uint32_t listed = number++;
       if (name.kind != sys::Kind::kFile || m_lint.is_claimed(listed) ||
-          index_format::is_index_file(name.text))
+          index_format::is_index_file(name.text) || is_unfinished(name.text))
         continue;
       m_entry.logical = m_entry.stored = m_entry.file = name.text;
       if (!offer()) return false;

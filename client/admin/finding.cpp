@@ -117,6 +117,9 @@ constexpr std::array<FindingKind, kCodes> kKinds = {{
     {Code::kKeyFileWithoutLine, "key-file-without-line", kInfo,
      "a key file that no line of index.dat names: programs that address it by its path find it",
      "nothing has to be done; sync gives it an entry"},
+    {Code::kUnfinishedFile, "unfinished-file", kWarning,
+     "a file or folder that this program had begun when it was killed; nothing else uses it",
+     "let repair move it away; while an import runs, wait for its end"},
 }};
 
 constexpr bool is_in_order() {

@@ -49,8 +49,9 @@ enum class Code : std::uint8_t {
   kDocumentReplaced,
   kFolderReplaced,
   kKeyFileWithoutLine,
+  kUnfinishedFile,
 };
-inline constexpr std::size_t kCodes = 36;
+inline constexpr std::size_t kCodes = 37;
 
 enum class Severity : std::uint8_t {
   kInfo,     ///< worth knowing; a problem only to a strict check

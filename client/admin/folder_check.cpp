@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "client/admin/repair_text.h"
+#include "client/admin/staging_folder.h"
 #include "client/admin/text.h"
 #include "client/admin/writable.h"
 #include "index/document_extensions.h"
@@ -235,7 +236,27 @@ void FolderCheck::check_names() {
   for (const Name& name : m_view.names()) check_case(m_folded_names, name.text, name.text);
 }
 
+/// What a killed client has left in the sub-folders.
+void FolderCheck::check_unfinished(const std::string& sub_folder) {
+  sys::Folder listing;
+  if (!listing.open(m_view.path_of(sub_folder)).ok()) return;
+  sys::Entry entry;
+  while (listing.next(entry)) {
+    const std::string name = sys::join(sub_folder, entry.name);
+    if (is_unfinished(entry.name)) {
+      check_leftover(name);
+    } else if (entry.kind == sys::Kind::kFolder) {
+      check_unfinished(name);
+    }
+  }
+}
+
+void FolderCheck::check_leftover(const std::string& name) {
+  if (is_leftover(m_view.path_of(name))) found(Code::kUnfinishedFile, name);
+}
+
 void FolderCheck::check_name(const Name& name, std::uint32_t number) {
+  if (is_unfinished(name.text)) return check_leftover(std::string(name.text));
   check_file_name(name);
   switch (name.kind) {
     case sys::Kind::kFile:
@@ -294,6 +315,7 @@ void FolderCheck::check_file_name(const Name& name) {
 }
 
 void FolderCheck::check_sub_folder(const Name& name) {
+  if (m_options.depth == Depth::kFull) check_unfinished(std::string(name.text));
   const Area area = m_view.folder().area;
   if (!expects_index(area)) return;
   if (area != Area::kDocs) {

@@ -42,6 +42,8 @@ class FolderCheck {
   void check_unclaimed(const Name& name);
   void check_file_name(const Name& name);
   void check_counter();
+  void check_unfinished(const std::string& sub_folder);
+  void check_leftover(const std::string& name);
   void check_sub_folder(const Name& name);
   void note_number(std::string_view name);
 

@@ -10,6 +10,7 @@
 
 #include "client/admin/folder_view.h"
 #include "client/admin/index_lint.h"
+#include "client/admin/staging_folder.h"
 #include "index/index_format.h"
 #include "storage/layout.h"
 
@@ -18,6 +19,7 @@ namespace admin {
 namespace {
 
 constexpr const char* kLink = "a link, which is not followed";
+constexpr const char* kUnfinished = "unfinished: it was begun by this program, which was killed";
 
 /// The document folders, sorted; what lies beside them goes to the sink at once.
 class FolderCollector final : public Visitor {
@@ -143,6 +145,10 @@ class Inventory {
     for (const Name& name : m_view.names()) {
       const std::uint32_t listed = number++;
       if (index_format::is_index_file(name.text)) continue;
+      if (is_unfinished(name.text)) {
+        m_sink.left_out(m_view.path_of(name.text), kUnfinished);
+        continue;
+      }
       if (name.kind == sys::Kind::kFolder) {
         const auto owner = by_file.find(document_of(name.text));
         if (owner != by_file.end()) {
@@ -221,6 +227,10 @@ class Inventory {
     for (const Child& child : children) {
       if (is_stopped()) return false;
       const std::string location = sys::join(folder, child.name);
+      if (is_unfinished(child.name)) {
+        m_sink.left_out(location, kUnfinished);
+        continue;
+      }
       const std::string child_path = path.empty() ? child.name : path + '/' + child.name;
       if (child.kind == sys::Kind::kFolder) {
         if (!files_below(location, child_path)) return false;

@@ -4,6 +4,7 @@
 #include <map>
 #include <tuple>
 
+#include "client/admin/staging_folder.h"
 #include "index/index_format.h"
 #include "storage/layout.h"
 
@@ -17,7 +18,9 @@ std::vector<std::pair<std::string, sys::Kind>> names_in(const std::string& folde
   sys::Folder listing;
   if (!listing.open(folder).ok()) return names;
   sys::Entry entry;
-  while (listing.next(entry)) names.emplace_back(entry.name, entry.kind);
+  while (listing.next(entry)) {
+    if (!is_unfinished(entry.name)) names.emplace_back(entry.name, entry.kind);
+  }
   return names;
 }
 

@@ -28,6 +28,20 @@ void remove_copies(const std::string& path) {
 
 }  // namespace
 
+bool is_unfinished(std::string_view name) { return name.starts_with(".stgctl-part"); }
+
+bool is_leftover(const std::string& path) {
+  if (!is_unfinished(path.substr(path.rfind(sys::kSeparator) + 1))) return false;
+  const sys::Kind kind = sys::describe(path).kind;
+  if (kind != sys::Kind::kFolder) return kind == sys::Kind::kFile;
+  sys::Locking at_once;
+  at_once.time_out = std::chrono::milliseconds(0);
+  LockedFile lock;
+  const os::Status status =
+      lock.open(lock_in(path), LockedFile::For::kReading, LockedFile::IfMissing::kFail, at_once);
+  return status.failure() != os::Failure::kLocked;
+}
+
 os::Status StagingFolder::make(const std::string& folder) {
   remove_leftovers(folder);
   os::Status made;

@@ -7,6 +7,13 @@
 
 namespace admin {
 
+/// Whether a name is that of something on its way: a file that the client has not completed, or a
+/// StagingFolder. Nobody else takes such a thing for a document.
+bool is_unfinished(std::string_view name);
+/// Whether such a thing is there and its maker seems to be gone: the folder's lock is free. A file
+/// has no lock, so its maker may be at work.
+bool is_leftover(const std::string& path);
+
 /// A folder of copies on their way into the index of the folder it lies in. Nobody adopts what lies
 /// there. Its lock file is held while its program lives, so a folder whose lock is free belongs to
 /// nobody any more.

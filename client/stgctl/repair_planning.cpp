@@ -8,6 +8,7 @@
 #include "client/admin/name_snapshot.h"
 #include "client/admin/repair_text.h"
 #include "client/admin/salvage.h"
+#include "client/admin/staging_folder.h"
 #include "client/stgctl/progress.h"
 #include "client/stgctl/repair_plan.h"
 #include "client/stgctl/saved_names.h"
@@ -175,9 +176,15 @@ class Planning {
       const admin::Name& name = m_view.names()[at];
       const bool is_data =
           name.kind == admin::sys::Kind::kFile && !index_format::is_index_file(name.text);
-      if (is_data && !lint.is_claimed(at)) return true;
+      if (is_data && !lint.is_claimed(at) && !admin::is_unfinished(name.text)) return true;
     }
     return false;
+  }
+
+  /// Whether a repair moves away what may be a document.
+  static bool takes_document(const Repair& repair) {
+    return repair.kind == RepairKind::kQuarantine && !repair.is_folder &&
+           repair.code != code_name(Code::kUnfinishedFile);
   }
 
   /// Nothing takes most of a folder away unless that was asked for: neither its files nor its
@@ -192,7 +199,7 @@ class Planning {
     std::size_t names = 0;
     for (std::size_t i = before; i < m_plan.repairs.size(); ++i) {
       const Repair& repair = m_plan.repairs[i];
-      if (repair.kind == RepairKind::kQuarantine && !repair.is_folder) ++moved;
+      if (takes_document(repair)) ++moved;
       if (repair.kind != RepairKind::kRemoveLines) continue;
       for (const std::string& why : repair.codes)
         names += why == admin::name_of(admin::Verdict::kNoFile) ? 1 : 0;
@@ -208,8 +215,7 @@ class Planning {
       return;
     }
     const auto takes = [](const Repair& repair) {
-      return repair.kind == RepairKind::kRemoveLines ||
-             (repair.kind == RepairKind::kQuarantine && !repair.is_folder);
+      return repair.kind == RepairKind::kRemoveLines || takes_document(repair);
     };
     std::erase_if(m_plan.repairs, [&, at = std::size_t{0}](const Repair& repair) mutable {
       return at++ >= before && takes(repair);
@@ -253,6 +259,7 @@ class Planning {
     switch (finding.code) {
       case Code::kFileWithoutLine:
       case Code::kPartsWithoutDocument:
+      case Code::kUnfinishedFile:
         return plan_move(finding);
       case Code::kDanglingKeyLine:
       case Code::kDanglingCategoryLine:
@@ -266,13 +273,14 @@ class Planning {
   }
 
   bool plan_move(const Finding& finding) {
-    const bool is_folder = finding.code == Code::kPartsWithoutDocument;
-    // Where the names are lost, every file is without a line: names come first.
-    const bool is_still = is_folder ? admin::is_orphaned_parts(m_view, finding.name)
-                                    : admin::is_unclaimed_file(m_view, finding.name);
-    if (!is_still) return false;
     const std::string path = m_view.path_of(finding.name);
     const admin::sys::Info info = admin::sys::describe(path);
+    const bool is_folder = info.kind == admin::sys::Kind::kFolder;
+    // Where the names are lost, every file is without a line: names come first.
+    const bool is_still = finding.code == Code::kUnfinishedFile ? admin::is_leftover(path)
+                          : is_folder ? admin::is_orphaned_parts(m_view, finding.name)
+                                      : admin::is_unclaimed_file(m_view, finding.name);
+    if (!is_still) return false;
     Repair repair;
     repair.kind = RepairKind::kQuarantine;
     repair.code = code_name(finding.code);

@@ -5,6 +5,7 @@
 #include "client/admin/folder_view.h"
 #include "client/admin/repair_text.h"
 #include "client/admin/salvage.h"
+#include "client/admin/staging_folder.h"
 #include "client/stgctl/exit_codes.h"
 #include "client/stgctl/lock_wait.h"
 #include "client/stgctl/text.h"
@@ -215,10 +216,13 @@ Worked quarantine(Context& context, const Repair& repair, const std::string& pat
   if (info.kind == sys::Kind::kMissing) return skipped("it is gone");
   FolderView view;
   look(view, folder, index);
-  const bool is_still = repair.is_folder ? admin::is_orphaned_parts(view, file_of(path))
-                                         : admin::is_unclaimed_file(view, file_of(path));
-  if (!is_still)
-    return skipped(repair.is_folder ? "its document is there" : "it has a line by now");
+  if (admin::is_unfinished(file_of(path))) {
+    if (!admin::is_leftover(path)) return skipped("its maker is at work");
+  } else if (repair.is_folder) {
+    if (!admin::is_orphaned_parts(view, file_of(path))) return skipped("its document is there");
+  } else if (!admin::is_unclaimed_file(view, file_of(path))) {
+    return skipped("it has a line by now");
+  }
   if (!repair.is_folder && (info.size != repair.bytes || info.modify_time != repair.modified))
     return skipped("it was changed since the plan was made");
   if (!repair.is_folder) {

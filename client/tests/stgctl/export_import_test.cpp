@@ -429,3 +429,27 @@ TEST_F(ClientCompare, HasNothingToCompareInAnEmptyTree) {
   EXPECT_EQ(on_other({"compare", shell_path(folder())}).code, 3);
   EXPECT_EQ(import_all().code, 3);
 }
+
+TEST_F(ClientMoving, WhatAKilledImportHadBegunIsNobodysDocument) {
+  fill();
+  ASSERT_EQ(change({"rm", "empty.kdc"}).code, 0);
+  const std::string list = storage() + "\\list\\anna\\deep";
+  make_folder(list);
+  write_file(list + "\\kept.lst", "kept");
+  const std::string page = physical("docs", "a.kdc") + "_2024\\html\\page\\";
+  const std::vector<std::string> left = {storage() + "\\list\\anna\\.stgctl-part",
+                                         list + "\\.stgctl-part", page + ".stgctl-part"};
+  for (const std::string& each : left) write_file(each, "half");
+  for (const std::vector<std::string>& command :
+       std::vector<std::vector<std::string>>{{"ls"}, {"find"}, {"sync", "-n"}, {"parts", "a.kdc"}})
+    EXPECT_EQ(on_tree(command).out.find(".stgctl-part"), std::string::npos) << command[0];
+  ASSERT_EQ(on_tree({"export", shell_path(folder())}).code, 0);
+  EXPECT_EQ(snapshot(folder()).find(".stgctl-part"), std::string::npos);
+  EXPECT_EQ(codes(json({"check"}, 4)), (Codes(left.size(), "unfinished-file")));
+  const std::string plan = shell_path(scratch().path("plan.json"));
+  ASSERT_EQ(on_tree({"repair", "--plan", plan, "--yes"}).code, 0);
+  ASSERT_EQ(on_tree({"repair", "--apply", plan, "--yes"}).code, 0);
+  for (const std::string& each : left) EXPECT_FALSE(file_exists(each)) << each;
+  EXPECT_EQ(on_tree({"check"}).code, 0);
+  EXPECT_EQ(read_file(list + "\\kept.lst"), "kept");
+}
