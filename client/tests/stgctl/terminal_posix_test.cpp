@@ -149,6 +149,40 @@ TEST_F(ClientInterrupted, TakesTheEndOfAServiceForCtrlC) {
   EXPECT_EQ(get("b.kdc"), "old");
 }
 
+TEST_F(ClientInterrupted, APutThatIsSaidAgainSkipsWhatItHadStored) {
+  constexpr int kFiles = 150;
+  put("f0.kdc", "old");
+  for (int i = 0; i < kFiles; ++i) source("f" + std::to_string(i) + ".kdc", "five!");
+  const std::string path = physical("docs", "f0.kdc");
+  const std::vector<std::string> command =
+      line({"put", shell_path(scratch().path("in")), "--replace", "--yes", "--json"});
+  int stored = 0;
+  using Stop = void (running_program::*)();
+  for (const Stop stop : {&running_program::interrupt, &running_program::terminate}) {
+    vu_file index(path.substr(0, path.rfind('/')), "index.dat");
+    index.open(vu_file::o_read);
+    running_program program(command, {{"STG_ROOT", ""}});
+    ASSERT_TRUE(program.complains("waiting for"));
+    (program.*stop)();
+    const outcome result = program.wait();
+    index.close();
+    EXPECT_EQ(result.code, 130) << result.err;
+    const Json summary = Json::parse(lines_of(result.out).back());
+    const int done = summary.at("done").get<int>();
+    EXPECT_EQ(summary.at("interrupted"), true);
+    EXPECT_EQ(summary.at("bytes"), done * 5);
+    stored += done;
+  }
+  EXPECT_GT(stored, 0);
+  EXPECT_EQ(get("f0.kdc"), "old");
+  const outcome again = run(command);
+  EXPECT_EQ(again.code, 0) << again.err;
+  const Json summary = Json::parse(lines_of(again.out).back());
+  EXPECT_EQ(summary.at("done"), kFiles - stored);
+  EXPECT_EQ(summary.at("skipped"), stored);
+  EXPECT_EQ(get("f0.kdc"), "five!");
+}
+
 TEST_F(ClientInterrupted, NamesTheHolderOfALock) {
   put("b.kdc", "old");
   const std::string path = physical("docs", "b.kdc");
