@@ -183,6 +183,8 @@ bool adopted_too_early(const Scene& s, const Difference& d) {
 
 /// What somebody writes whose entry goes meanwhile is in a file that no line names, or gone.
 bool removed_beside_writer(const Scene& s, const Difference& d) {
+  // Whoever cuts lines of a category file writes the rest of it.
+  if (s.any_does(kCuts) && s.any_does(kCleansAll) && is_loose_too_many(d)) return true;
   if (!meet_on_one(s, kRemoves | kCleans, kWrites)) return false;
   if (d.found == kNothing && is_made_by(s, d, kWrites)) return true;
   if (s.any_does(kCuts) && has_lines_from_before(s, d)) return true;
@@ -223,7 +225,15 @@ bool counted_twice(const Scene& s, const Difference& d) {
 bool swept_copies(const Scene& s, const Difference& d) {
   if (!s.any_does(kSweeps) || !s.any_does(kClient)) return false;
   if (d.answer_of >= 0) return s.is(d.answer_of, "put") && d.found.starts_with("failed");
+  if (d.what.ends_with(": index")) return s.any_is("put") && d.found == "none";
   return d.found == kNothing && is_made_by(s, d, kClient);
+}
+
+/// In a folder without an index a sweep ends as soon as there is one: what it has not reached stays.
+bool sweep_ends(const Scene& s, const Difference& d) {
+  if (s.gathering.ground != Ground::kNoIndex || !s.any_does(kSweeps)) return false;
+  const auto stood = s.before.find(d.what);
+  return is_loose_too_many(d) && stood != s.before.end() && stood->second == d.found;
 }
 
 /// A document that is replaced loses its parts, and a writer of one the folder to put it in.
@@ -267,6 +277,11 @@ bool copy_meets_lock(const Scene& s, const Difference& d) {
   if (!s.any_does(kCopies | kRenames)) return false;
   if (s.does(d.answer_of, kCopies)) return d.found == "no";
   if (has(d.what, "plain/out-")) return d.found == kNothing;
+  // Without an index the document is a file that no line names.
+  if (s.gathering.ground == Ground::kNoIndex && has(d.what, std::string(": loose ") + kOld)) {
+    const bool is_emptied = d.what.ends_with(" ''") && d.found != kNothing;
+    return is_emptied || (d.what.ends_with(" 'one'") && d.found == kNothing);
+  }
   // What was to be copied into had been cut before.
   return d.found.empty() && is_made_by(s, d, kCopies);
 }
@@ -281,6 +296,11 @@ bool moved_while_changed(const Scene& s, const Difference& d) {
   if (!has(d.what, "plain/moved-")) return false;
   const bool is_made_empty = d.found.empty() && s.any_does(kWrites | kCopies);
   return d.found == kNothing || is_made_empty || s.some_order_gives(d);
+}
+
+/// Both make the marker, and both copy a mail to its new name: one entry, one file too many.
+bool two_migrations(const Scene& s, const Difference& d) {
+  return s.count(kConverts) > 1 && is_loose_too_many(d);
 }
 
 bool two_renames(const Scene& s, const Difference& d) {
@@ -340,6 +360,7 @@ const std::vector<Race>& accepted_races() {
      cleaned_bit_by_bit},
     {"counted-twice", "16. Two clean one folder: both count what is gone", counted_twice},
     {"swept-copies", "17. A clean beside a put: what is put is swept", swept_copies},
+    {"sweep-ends", "23. A sweep meets a file that is not in the index yet", sweep_ends},
     {"parts-go", "18. A document is replaced beside a writer of its parts", parts_go},
     {"first-index", "19. The first index of a folder has no bytes for a moment",
      first_index_of_no_bytes},
@@ -347,6 +368,7 @@ const std::vector<Race>& accepted_races() {
     {"copy-meets-lock", "12. A copy meets a lock: it fails", copy_meets_lock},
     {"moved-while-changed", "26. A document changes while `stgctl mv` takes it elsewhere: it stays",
      moved_while_changed},
+    {"two-migrations", "27. Two convert the mails of one owner: files too many", two_migrations},
     {"two-renames", "5. Two rename one entry: both new names stay", two_renames},
     {"two-cuts", "13. Two cut lines of one category file: one line comes back", two_cuts},
     {"owner-goes", "20. An owner's folder goes under an operation", owner_goes},
