@@ -229,7 +229,7 @@ bool swept_copies(const Scene& s, const Difference& d) {
   return d.found == kNothing && is_made_by(s, d, kClient);
 }
 
-/// In a folder without an index a sweep ends as soon as there is one: what it has not reached stays.
+/// In a folder without an index a sweep ends when there is one: what it has not reached stays.
 bool sweep_ends(const Scene& s, const Difference& d) {
   if (s.gathering.ground != Ground::kNoIndex || !s.any_does(kSweeps)) return false;
   const auto stood = s.before.find(d.what);
