@@ -106,7 +106,7 @@ std::string client_move_out(const Cast& cast) {
   const std::string elsewhere = native_path(cast.root + "\\plain\\moved-" + cast.mark);
   const os::Status copied = os::copy(path, elsewhere, os::IfExists::kReplace);
   if (!copied.ok()) return "not copied";
-  admin::remove_old_versions(folder, {}, {&old});
+  admin::remove_old_versions({{folder, {&old}}}, {});
   return name_of(old.fate);
 }
 
