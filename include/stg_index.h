@@ -17,11 +17,12 @@ VU_STORAGE_TYPES_BEGIN
 /// The index of a storage folder: "index.dat", which maps a logical name and a timestamp to the
 /// physical file that holds that version.
 ///
-/// Clients use the public static operations. Each one loads the index of the folder it is given,
-/// asks or changes it in memory and, when it changed, merges it with what is on disk by then and
-/// writes it back, before it returns: a change is on disk when the operation is over, unless the
-/// save has failed (see below), and no index, handle or lock outlives a call. While an operation
-/// runs it holds a shared lock on an existing "index.dat" and for the rewrite an exclusive one.
+/// Order of calls: none. Clients use the public static operations, in any order, and never make an
+/// object. Each operation loads the index of the folder it is given, asks or changes it in memory
+/// and, when it changed, merges it with what is on disk by then and writes it back, before it
+/// returns: a change is on disk when the operation is over, unless the save has failed (see below),
+/// and no index, handle or lock outlives a call. While an operation runs it holds a shared lock on
+/// an existing "index.dat" and for the rewrite an exclusive one.
 ///
 /// Arguments: `folder` is a path without a trailing separator; `logical` a logical name with its
 /// extension; `ts` a timestamp, seconds or any other stamp of the caller's between 0 and 2147483647
@@ -51,6 +52,9 @@ VU_STORAGE_TYPES_BEGIN
 /// "index". An operation that makes a missing "index.dat" or adopts files writes the index, and
 /// waits for its readers, too. What threads and processes do to one folder is reconciled by the
 /// merge; see docs/concurrency.md for what that does not cover.
+///
+/// @all_blocking{for writers of the index}
+/// @all_threads{any; one at a time on one object}
 class VU_STORAGE_API STGIndex : public vu_file {
  public:
   /// A map of names, in byte-wise order.
@@ -60,18 +64,17 @@ class VU_STORAGE_API STGIndex : public vu_file {
 
   /// Copies the loaded lines.
   /// @param other what is copied.
-  /// @blocking{no} @threads{one at a time on either handle}
+  /// @blocking{no}
   STGIndex(const STGIndex& other);
   /// Copies the loaded lines.
   /// @param other what is copied.
   /// @return this object.
-  /// @blocking{no} @threads{one at a time on either handle}
+  /// @blocking{no}
   STGIndex& operator=(const STGIndex& other);
   /// Writes the index back when it changed.
   /// @throws whatever reading, merging and writing raise, unless an exception that began after the
   /// construction is under way; then it is traced as an error and swallowed.
   /// @blocking{for writers and readers of the index when it changed}
-  /// @threads{the last one that uses it}
   ~STGIndex() noexcept(false);
 
   // ---- operations ----------------------------------------------------------------------------
@@ -86,7 +89,6 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @return whether the name is found and its file exists; false, with a warning, when "index.dat"
   /// cannot be opened.
   /// @throws vu_file_except when it cannot be read.
-  /// @blocking{for writers of the index} @threads{any}
   static bool exists(const std::string& folder, const std::string& logical, long ts,
                      std::string& physical);
   /// Makes sure that a version exists, with an empty file when it is new. A file that bears the
@@ -99,7 +101,6 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @return the physical file name, also when the save has failed (see the class).
   /// @throws vu_file_except as the class says, and when the new version's file cannot be made.
   /// @blocking{for writers of the index; for a new version for its readers and its counter, too}
-  /// @threads{any}
   static std::string create(const std::string& folder, const std::string& logical, long ts);
   /// Removes a version and its file, and any other entry that leads to the same file; nothing when
   /// there is none. When the system refuses to remove the file, which is traced as an error, the
@@ -108,7 +109,6 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @param logical the logical name.
   /// @param ts its timestamp.
   /// @blocking{for writers of the index; for its readers, too, when there is something to remove}
-  /// @threads{any}
   static void remove(const std::string& folder, const std::string& logical, long ts);
   /// Gives a version another name and timestamp; an existing version of that name is replaced.
   /// Nothing when old and new are equal or the old one does not exist. When its bytes cannot be
@@ -124,7 +124,7 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @param newLogical,newTs its new name and timestamp.
   /// @throws vu_file_except as create().
   /// @blocking{for writers of the index; for its readers and its counter, too, when the old version
-  /// exists} @threads{any}
+  /// exists}
   static void rename(const std::string& folder, const std::string& oldLogical, long oldTs,
                      const std::string& newLogical, long newTs);
   /// Finds the latest version of a name.
@@ -132,45 +132,40 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @param logical the logical name.
   /// @param ts receives its timestamp, 0 when there is none.
   /// @return whether there is one.
-  /// @blocking{for writers of the index} @threads{any}
   static bool lastVersion(const std::string& folder, const std::string& logical, long& ts);
   /// Lists the folder.
   /// @param folder the folder.
   /// @param out receives physical file name -> logical name; cleared first.
-  /// @blocking{for writers of the index} @threads{any}
   static void plValues(const std::string& folder, NameMap& out);
   /// Lists the folder.
   /// @param folder the folder.
   /// @param out receives logical name -> physical file name (of the smallest timestamp); cleared
   /// first.
-  /// @blocking{for writers of the index} @threads{any}
   static void lpValues(const std::string& folder, NameMap& out);
   /// Lists the category files, those with the extension "ctg".
   /// @param folder the folder.
   /// @param out as with lpValues().
-  /// @blocking{for writers of the index} @threads{any}
   static void getCategories(const std::string& folder, NameMap& out);
   /// Lists the documents, those with an extension from "kda" to "kdg".
   /// @param folder the folder.
   /// @param out as with plValues().
-  /// @blocking{for writers of the index} @threads{any}
   static void getVUDocs(const std::string& folder, NameMap& out);
   /// As create() with timestamp 0: the file of an unversioned name, made when missing.
   /// @param folder the folder.
   /// @param logical the logical name.
   /// @return the physical file name.
   /// @throws vu_file_except as create().
-  /// @blocking{as create()} @threads{any}
+  /// @blocking{as create()}
   static std::string getPhysicalName(const std::string& folder, const std::string& logical);
   /// @param folder the folder.
   /// @param logical the logical name.
   /// @return folder + `\` + getPhysicalName().
   /// @throws vu_file_except as create().
-  /// @blocking{as create()} @threads{any}
+  /// @blocking{as create()}
   static std::string getPhysicalPath(const std::string& folder, const std::string& logical);
   /// Rewrites "index.dat", or creates it, from what the folder holds.
   /// @param folder the folder.
-  /// @blocking{for writers and readers of the index} @threads{any}
+  /// @blocking{for writers and readers of the index}
   static void updateIndexFile(const std::string& folder);
 
   // ---- cleaning and migration ----------------------------------------------------------------
@@ -199,13 +194,12 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// of. A file that is missing is as old as 1970. With a limit other than 0 the age is asked once
   /// more directly before a version goes: one that was written meanwhile stays.
   /// @blocking{for writers of the index; for its readers, too, when a version is removed}
-  /// @threads{any}
   static unsigned long cleanOutOfDateOutput(const std::string& folder, const unsigned long& maxAge,
                                             AgeMap& kept, bool useAccessTime);
   /// Removes every version of a folder with its file and its sub-part folders.
   /// @param folder as with cleanOutOfDateOutput().
   /// @throws as cleanOutOfDateOutput().
-  /// @blocking{as cleanOutOfDateOutput()} @threads{any}
+  /// @blocking{as cleanOutOfDateOutput()}
   static void cleanAllOutput(const std::string& folder);
   /// Removes the sub-part folders of one document: every folder whose name begins with @p name +
   /// "_".
@@ -214,7 +208,7 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @param counter may be null; receives the size of what is removed in KB, before the removal.
   /// @throws vu_i18n_except when a path is not valid UTF-8. A folder that stays is traced as an
   /// error.
-  /// @blocking{no} @threads{any}
+  /// @blocking{no}
   static void cleanOutputDirectories(const std::string& folder, const std::string& name,
                                      unsigned long* counter);
   /// Converts a user's mail folder once from escaped names to index entries, and its read list
@@ -227,7 +221,7 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// read list is written last, when the folder is marked already: one that cannot be opened then
   /// keeps the escaped names, one whose write fails is left empty, and no further call mends it.
   /// @blocking{for writers of the mail folder's index; when it converts, also for the index's
-  /// readers and counter, and for writers and readers of the read list} @threads{any}
+  /// readers and counter, and for writers and readers of the read list}
   static void migrateInboxRead(const std::string& user);
 
   /// Sets the synchronisation switch: whether loading an index adopts the files of its folder that
@@ -241,12 +235,12 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @param name a logical name.
   /// @return whether @p name holds nothing but digits, ASCII letters and the characters - _ + % . /
   /// #
-  /// @blocking{no} @threads{any}
+  /// @blocking{no}
   static bool iSsambaOrT101(const std::string& name);
   /// Decodes %XY and + in @p name up to its last "."; hexadecimal digits are not checked, and a
   /// trailing incomplete %XY is dropped.
   /// @param name changed in place.
-  /// @blocking{no} @threads{any}
+  /// @blocking{no}
   static void UnescapeVU(std::string& name);
 
  protected:

@@ -27,6 +27,9 @@ struct NameValue {
 };
 
 /// The lines of a key file, in file order. Equal names are kept side by side; nothing is sorted.
+///
+/// @all_blocking{no}
+/// @all_threads{several may read one object; whoever changes or destroys one has it to himself}
 class NameValueSeq {
  public:
   /// What the sequence holds.
@@ -37,37 +40,27 @@ class NameValueSeq {
   using const_iterator = std::vector<NameValue>::const_iterator;
 
   /// @return the number of lines.
-  /// @blocking{no} @threads{any, while none changes the sequence}
   std::size_t size() const noexcept { return m_lines.size(); }
   /// @return whether there is none.
-  /// @blocking{no} @threads{any, while none changes the sequence}
   bool empty() const noexcept { return m_lines.empty(); }
   /// @param index from 0.
   /// @return line @p index, which must be below size().
-  /// @blocking{no} @threads{one at a time on one sequence}
   NameValue& operator[](std::size_t index) { return m_lines[index]; }
   /// @param index from 0.
   /// @return line @p index, which must be below size().
-  /// @blocking{no} @threads{any, while none changes the sequence}
   const NameValue& operator[](std::size_t index) const { return m_lines[index]; }
   /// Appends a line.
   /// @param line copied or moved in.
-  /// @blocking{no} @threads{one at a time on one sequence}
   void push_back(NameValue line) { m_lines.push_back(std::move(line)); }
   /// Removes every line.
-  /// @blocking{no} @threads{one at a time on one sequence}
   void clear() noexcept { m_lines.clear(); }
   /// @return the first line.
-  /// @blocking{no} @threads{one at a time on one sequence}
   iterator begin() noexcept { return m_lines.begin(); }
   /// @return the position past the last line.
-  /// @blocking{no} @threads{one at a time on one sequence}
   iterator end() noexcept { return m_lines.end(); }
   /// @return the first line.
-  /// @blocking{no} @threads{any, while none changes the sequence}
   const_iterator begin() const noexcept { return m_lines.begin(); }
   /// @return the position past the last line.
-  /// @blocking{no} @threads{any, while none changes the sequence}
   const_iterator end() const noexcept { return m_lines.end(); }
 
  private:

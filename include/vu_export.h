@@ -25,8 +25,10 @@
 /// (docs/host-guide.md).
 #if defined(_MSC_VER)
 #define VU_STORAGE_TYPES_BEGIN __pragma(warning(push)) __pragma(warning(disable : 4251 4275))
+/// Behind them.
 #define VU_STORAGE_TYPES_END __pragma(warning(pop))
 #else
 #define VU_STORAGE_TYPES_BEGIN
+/// Behind them.
 #define VU_STORAGE_TYPES_END
 #endif

@@ -11,6 +11,9 @@ class HandleCore;
 /// Blocking and threads are told as with vu_file. Copying copies every field, the system handle
 /// included: a copy of an open handle refers to the same open file, and whichever is
 /// closed or destroyed first closes it for both.
+///
+/// @all_blocking{no}
+/// @all_threads{any, each with a handle of its own; one at a time on one handle}
 class VU_STORAGE_API vu_file_base {
  public:
   /// How a file is opened. Each mode holds a lock on the whole file, at any size, from open to
@@ -34,10 +37,8 @@ class VU_STORAGE_API vu_file_base {
   };
 
   /// @return whether a file is open.
-  /// @blocking{no} @threads{one at a time on one handle}
   bool is_open() const noexcept { return handle != -1; }
   /// @return whether the last lock request was granted and has not been given back.
-  /// @blocking{no} @threads{one at a time on one handle}
   bool is_locked() const noexcept { return locked; }
 
  protected:
@@ -58,20 +59,16 @@ class VU_STORAGE_API vu_file_base {
   /// @param request what to lock, and how.
   /// @return whether the lock was granted.
   /// @blocking{for locks that conflict, unless the request fails at once}
-  /// @threads{one at a time on one handle}
   bool lock_internal(const lock_desc_t& request, char, const unsigned char*);
   /// Gives the whole-file lock back; is_locked() becomes the negation of the result. The arguments
   /// are not used.
   /// @return whether the system gave it back.
-  /// @blocking{no} @threads{one at a time on one handle}
   bool unlock_internal(const unsigned char*, char);
   /// Asks the system to write the file's buffers to the device.
   /// @return whether it did.
   /// @blocking{while the system writes the file to the device}
-  /// @threads{one at a time on one handle}
   bool flush();
   /// @return whether the system is of the NT family.
-  /// @blocking{no} @threads{any}
   static bool running_under_winnt();
 
   type_access access;   ///< mode of the last open, also of one that failed; -1 before any

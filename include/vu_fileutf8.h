@@ -19,44 +19,42 @@ VU_STORAGE_TYPES_BEGIN
 /// more beyond its root goes in the long form (`\\?\` or the short names of the volume), so that
 /// files deeper than the classic limit can be reached. A name that is not valid UTF-8 raises
 /// vu_i18n_except where it is converted; createDirR() and copyFile() answer false. Contents are
-/// bytes, as with vu_file. Members not documented otherwise do what their namesakes of vu_file do,
-/// throw and trace the same. Blocking and threads are told as there.
+/// bytes, as with vu_file.
+///
+/// The order of calls, errors, blocking and threads are those of vu_file. Members not documented
+/// otherwise do what their namesakes there do, throw and trace the same.
+///
+/// @all_blocking{no}
+/// @all_threads{any, each with a handle of its own; one at a time on one handle}
 class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
  public:
   // ---- the handle ----------------------------------------------------------------------------
 
   /// Closed, with empty names.
-  /// @blocking{no} @threads{any}
   vu_fileutf8();
   /// Closed; the names as by setPath().
   /// @param fullPath directory, backslash, file name.
-  /// @blocking{no} @threads{any}
   vu_fileutf8(const vu_utf8string& fullPath);
   /// Closed; the names as given.
   /// @param directory without a trailing separator.
   /// @param fileName the name in that directory.
-  /// @blocking{no} @threads{any}
   vu_fileutf8(const vu_utf8string& directory, const vu_utf8string& fileName);
   /// Shallow: see vu_file_base.
   /// @param other may be open.
-  /// @blocking{no} @threads{one at a time on either handle}
   vu_fileutf8(const vu_fileutf8& other);
   /// Shallow: see vu_file_base. An open handle of this object is dropped without being closed.
   /// @param other may be open.
   /// @return this object.
-  /// @blocking{no} @threads{one at a time on either handle}
   vu_fileutf8& operator=(const vu_fileutf8& other);
   /// Closes an open handle.
-  /// @blocking{as close()} @threads{the last one that uses the handle}
+  /// @blocking{as close()}
   ~vu_fileutf8() noexcept;
 
   /// @copydoc vu_file::setPath
   void setPath(const vu_utf8string& fullPath) noexcept;
   /// @return directory + `\` + file name.
-  /// @blocking{no} @threads{one at a time on one handle}
   vu_utf8string getFilePath() const;
   /// @return the directory and the file name as a path object.
-  /// @blocking{no} @threads{one at a time on one handle}
   vu_pathutf8 getPath() const;
 
   /// As vu_file::try_open(), on the long form of the path.
@@ -65,7 +63,7 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   /// left.
   /// @param noWait true: a lock held elsewhere is refused at once; false: waits without limit.
   /// @return whether the file is open now, be it without its lock.
-  /// @blocking{no with @p noWait, else as open()} @threads{one at a time on one handle}
+  /// @blocking{no with @p noWait, else as open()}
   bool try_open(type_access mode, bool& lockFailed, bool noWait);
   /// @copydoc vu_file::open(type_access)
   void open(type_access mode);
@@ -78,7 +76,6 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   /// @return the number of bytes read; 0 at the end of the file.
   /// @throws vu_file_except "vu_fileutf8::read : read op in write or truncate access file" in the
   /// wrong mode; "throw exception on read" as vu_file, and when the whole file is larger.
-  /// @blocking{no} @threads{one at a time on one handle}
   int read(std::string& out, int count);
   /// @copydoc vu_file::read(char*, int)
   int read(char* buffer, int count);
@@ -90,7 +87,6 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   /// there is nothing to read.
   /// @throws vu_file_except as the string form; after "throw exception on read" @p length is 0 and
   /// @p buffer, if it was allocated, has been freed and must not be used.
-  /// @blocking{no} @threads{one at a time on one handle}
   void read(unsigned char*& buffer, unsigned int& length);
 
   /// As vu_file::write(const std::string&).
@@ -99,7 +95,6 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   /// write failed.
   /// @throws vu_file_except "vu_fileutf8::write : write operation in read access file" in the wrong
   /// mode.
-  /// @blocking{no} @threads{one at a time on one handle}
   int write(const std::string& data);
   /// @copydoc vu_file::write(const char*, int)
   int write(const char* data, int count);
@@ -118,7 +113,7 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   /// @param fileName the file's name in it.
   /// @param lines the lines are appended.
   /// @throws vu_file_except when the file cannot be opened or read.
-  /// @blocking{for writers of the file} @threads{any}
+  /// @blocking{for writers of the file}
   static void linesNotEmpty(const vu_utf8string& dir, const vu_utf8string& fileName,
                             std::vector<vu_utf8string>& lines);
 
@@ -128,26 +123,21 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   static bool exists(const vu_utf8string& path);
   /// @param path the path asked about.
   /// @return the last access, in seconds since 1970-01-01 UTC; 0 on failure.
-  /// @blocking{no} @threads{any}
   static std::uint64_t access_time(const vu_utf8string& path);
   /// @param path the path asked about.
   /// @return the last modification, in seconds since 1970-01-01 UTC; 0 on failure.
-  /// @blocking{no} @threads{any}
   static std::uint64_t modify_time(const vu_utf8string& path);
   /// @param path the path asked about.
   /// @return the size in bytes, of a folder 0; 0 on failure.
-  /// @blocking{no} @threads{any}
   static std::uint64_t size(const vu_utf8string& path);
   /// @param path the path asked about.
   /// @return whether the path is a folder.
-  /// @blocking{no} @threads{any}
   static bool is_dir(const vu_utf8string& path);
   /// @copydoc vu_file::filenames
   static std::vector<vu_utf8string> filenames(const vu_utf8string& dir);
   /// @param path the folder.
   /// @return the sum, over every file in the folder and below, of its size in KB, each rounded down
   /// by itself; folders count nothing themselves. 0 for what is no folder.
-  /// @blocking{no} @threads{any}
   static std::uint64_t getFolderSizeInKb(const vu_utf8string& path);
 
   // ---- changes -------------------------------------------------------------------------------
@@ -164,17 +154,14 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   /// @param path the folder, components apart by backslashes.
   /// @return true when the folder exists afterwards, or a file of that name did before; false after
   /// an error trace.
-  /// @blocking{no} @threads{any}
   static bool createDirR(const vu_utf8string& path);
   /// Removes a file or an empty folder, quietly: the same as remove(path, true).
   /// @param path the file or folder.
-  /// @blocking{no} @threads{any}
   static void remove(const vu_utf8string& path);
   /// Removes a file or an empty folder.
   /// @param path the file or folder.
   /// @param quiet a failure is traced at level XS instead of as an error; a missing path besides as
   /// a warning, with and without it.
-  /// @blocking{no} @threads{any}
   static void remove(const vu_utf8string& path, bool quiet);
   /// @copydoc vu_file::rename
   static bool rename(const vu_utf8string& oldPath, const vu_utf8string& newPath);
@@ -183,13 +170,11 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   /// As vu_file::recurseRemoveDir(), quietly.
   /// @param path the folder.
   /// @return false when it is no folder; true otherwise, also when something could not be removed.
-  /// @blocking{no} @threads{any}
   static bool recurseRemoveDir(const vu_utf8string& path);
   /// The same; the flag is ignored and the removal always quiet.
   /// @param path the folder.
   /// @param quiet ignored.
   /// @return as the form without the flag.
-  /// @blocking{no} @threads{any}
   static bool recurseRemoveDir(const vu_utf8string& path, bool quiet);
 
   // ---- names ---------------------------------------------------------------------------------
@@ -207,15 +192,14 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   /// @param path the path, UTF-16.
   /// @return the non-empty components of @p path between its backslashes, in order; no file is
   /// touched.
-  /// @blocking{no} @threads{any}
   static std::vector<vu_utf8string> directories(const ucs2string& path);
   /// @param out receives the current directory; left alone on failure.
   /// @return whether the system named it.
-  /// @blocking{no} @threads{any, while none changes the current directory}
+  /// @threads{any, while none changes the current directory}
   static bool getCurrentDirectory(vu_utf8string& out);
   /// @param path replaced by its absolute form; left alone on failure.
   /// @return whether the system gave one.
-  /// @blocking{no} @threads{any, while none changes the current directory}
+  /// @threads{any, while none changes the current directory}
   static bool rel2abs(vu_utf8string& path);
 
  protected:

@@ -47,10 +47,13 @@ struct trace_site {
 /// and data() is ended by a NUL beyond size(). Texts are bytes as the library has them: those of
 /// vu_fileutf8 are UTF-8 everywhere, all others on Windows in the process's ANSI code page and
 /// UTF-8 on Linux. The library asks wants() first and builds no text that is not wanted.
+///
+/// @all_blocking{as it likes; the operation waits for it}
+/// @all_threads{any, several at once}
 class VU_STORAGE_API trace_sink {
  public:
   /// For derived classes.
-  /// @blocking{no} @threads{any}
+  /// @blocking{no}
   trace_sink() = default;
   /// The library never calls it: the object is the host's own.
   /// @blocking{no} @threads{any, after the last call into the library}
@@ -58,42 +61,35 @@ class VU_STORAGE_API trace_sink {
 
   /// @param level the level asked about.
   /// @return whether records and scopes of @p level are to be delivered.
-  /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
   virtual bool wants(trace_level level) const noexcept = 0;
   /// @param event the kind asked about.
   /// @return whether events of the kind @p event are to be delivered.
-  /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
   virtual bool wants(trace_event event) const noexcept = 0;
 
   /// An operation begins.
   /// @param site where in the library; valid only during the call.
   /// @param level its level.
   /// @param label its label, empty when it has none.
-  /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
   virtual void scope_begin(const trace_site& site, trace_level level,
                            std::string_view label) noexcept = 0;
   /// The operation whose beginning was delivered last on this thread and has not ended yet, ends.
   /// @param site where in the library; valid only during the call.
   /// @param level its level.
-  /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
   virtual void scope_end(const trace_site& site, trace_level level) noexcept = 0;
   /// The operation's scope gets a message of its own.
   /// @param site where in the library; valid only during the call.
   /// @param text the message.
-  /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
   virtual void scope_message(const trace_site& site, std::string_view text) noexcept = 0;
   /// A record at a level.
   /// @param site where in the library; valid only during the call.
   /// @param level its level.
   /// @param text the record.
-  /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
   virtual void record(const trace_site& site, trace_level level,
                       std::string_view text) noexcept = 0;
   /// An event.
   /// @param site where in the library; valid only during the call.
   /// @param event its kind.
   /// @param text what happened.
-  /// @blocking{as it likes; the operation waits for it} @threads{any, several at once}
   virtual void event(const trace_site& site, trace_event event, std::string_view text) noexcept = 0;
 
  protected:
@@ -106,28 +102,24 @@ class VU_STORAGE_API trace_sink {
 
 /// A sink that takes nothing: derive from it, and override what is wanted. It lies in the program
 /// that uses it, not in the library.
+///
+/// @all_blocking{no}
+/// @all_threads{any, several at once}
 class sink : public trace_sink {
  public:
   /// @return false.
-  /// @blocking{no} @threads{any, several at once}
   bool wants(trace_level) const noexcept override { return false; }
   /// @return false.
-  /// @blocking{no} @threads{any, several at once}
   bool wants(trace_event) const noexcept override { return false; }
   /// Does nothing.
-  /// @blocking{no} @threads{any, several at once}
   void scope_begin(const trace_site&, trace_level, std::string_view) noexcept override {}
   /// Does nothing.
-  /// @blocking{no} @threads{any, several at once}
   void scope_end(const trace_site&, trace_level) noexcept override {}
   /// Does nothing.
-  /// @blocking{no} @threads{any, several at once}
   void scope_message(const trace_site&, std::string_view) noexcept override {}
   /// Does nothing.
-  /// @blocking{no} @threads{any, several at once}
   void record(const trace_site&, trace_level, std::string_view) noexcept override {}
   /// Does nothing.
-  /// @blocking{no} @threads{any, several at once}
   void event(const trace_site&, trace_event, std::string_view) noexcept override {}
 };
 
@@ -141,21 +133,22 @@ class sink : public trace_sink {
 ///     vu_host::problem_sink::clear();
 ///     storage.OpenWrite(file, ...);
 ///     if (!file.is_open()) std::cerr << vu_host::problem_sink::last() << "\n";
+///
+/// @all_blocking{no}
+/// @all_threads{any, several at once}
 class problem_sink final : public sink {
  public:
   using sink::wants;
   /// @param to_stderr whether they go to the standard error output, or are kept only.
-  /// @blocking{no} @threads{any}
   explicit problem_sink(bool to_stderr = true) noexcept : m_to_stderr(to_stderr) {}
 
   /// @param event the kind asked about.
   /// @return whether it is a warning or an error.
-  /// @blocking{no} @threads{any, several at once}
   bool wants(trace_event event) const noexcept override { return event != trace_event::success; }
   /// Keeps and writes it.
   /// @param event its kind.
   /// @param text what happened.
-  /// @blocking{for the standard error output} @threads{any, several at once}
+  /// @blocking{for the standard error output}
   void event(const trace_site&, trace_event event, std::string_view text) noexcept override {
     try {
       // The system's own words end in CR LF.
@@ -171,10 +164,8 @@ class problem_sink final : public sink {
   }
 
   /// @return the last warning or error of the calling thread since clear(); empty for none.
-  /// @blocking{no} @threads{any}
   static const std::string& last() noexcept { return kept(); }
   /// Forgets it, before the operation that is asked about.
-  /// @blocking{no} @threads{any}
   static void clear() noexcept { kept().clear(); }
 
  private:
@@ -187,6 +178,9 @@ class problem_sink final : public sink {
 };
 
 /// Answers the library's questions about the product's installation.
+///
+/// @all_blocking{as it likes; the initialisation waits for it}
+/// @all_threads{one at a time}
 class VU_STORAGE_API configuration {
  public:
   /// For derived classes.
@@ -200,7 +194,6 @@ class VU_STORAGE_API configuration {
   /// anew.
   /// @return the product's binary folder, without a trailing separator; the configuration folder is
   /// "config" below it.
-  /// @blocking{as it likes; the initialisation waits for it} @threads{one at a time}
   virtual ucs2string binary_folder() = 0;
 
  protected:
@@ -212,6 +205,9 @@ class VU_STORAGE_API configuration {
 };
 
 /// Names the folders for temporary files.
+///
+/// @all_blocking{as it likes; the initialisation waits for it}
+/// @all_threads{one at a time}
 class VU_STORAGE_API temporary_files {
  public:
   /// For derived classes.
@@ -223,12 +219,10 @@ class VU_STORAGE_API temporary_files {
 
   /// Called before server_folder(), with the labels under which the library asks.
   /// @param process "MY_PROCESS". @param component "MY_COMP".
-  /// @blocking{as it likes; the initialisation waits for it} @threads{one at a time}
   virtual void initialise(const char* process, const char* component) = 0;
   /// @return the server temporary folder: the default root storage of a host that never called
   /// vu_storage::initRootStorage(). One trailing `\` is removed by the library. What it throws
   /// counts as an exception of the operation that initialises.
-  /// @blocking{as it likes; the initialisation waits for it} @threads{one at a time}
   virtual ucs2string server_folder() = 0;
   /// @return the framework's root temporary folder, for getTempRootPath(). One trailing `\` is
   /// removed by the library.
@@ -244,14 +238,15 @@ class VU_STORAGE_API temporary_files {
 };
 
 /// A component created on demand. Whoever received it gives it back with release().
+///
+/// @all_blocking{as it likes; the library waits for it}
+/// @all_threads{the one that asked for the component}
 class VU_STORAGE_API component {
  public:
   /// For derived classes.
   /// @blocking{no} @threads{any}
   component() = default;
   /// Gives the component back; it must not be used afterwards.
-  /// @blocking{as it likes; the library waits for it}
-  /// @threads{the one that asked for the component}
   virtual void release() noexcept = 0;
 
  protected:
@@ -268,6 +263,9 @@ class VU_STORAGE_API component {
 ///
 /// Each record is a text and three numbers. The library writes two: the root storage it uses, with
 /// the numbers 1, 4 and 0, and the refusal of a second initialisation, with 4, 0 and 0.
+///
+/// @all_blocking{as it likes; the library waits for it}
+/// @all_threads{the one that asked for the component}
 class VU_STORAGE_API log_history : public component {
  public:
   /// For derived classes.
@@ -278,16 +276,12 @@ class VU_STORAGE_API log_history : public component {
   /// @param third the third.
   /// @return whether the component's settings have recording enabled for a record with these
   /// numbers.
-  /// @blocking{as it likes; the library waits for it}
-  /// @threads{the one that asked for the component}
   virtual bool enabled(int first, int second, int third) noexcept = 0;
   /// Writes one record.
   /// @param text valid only during the call.
   /// @param first the first number.
   /// @param second the second.
   /// @param third the third.
-  /// @blocking{as it likes; the library waits for it}
-  /// @threads{the one that asked for the component}
   virtual void record(const char* text, int first, int second, int third) noexcept = 0;
 
  protected:
@@ -301,10 +295,13 @@ class VU_STORAGE_API log_history : public component {
 };
 
 /// Creates components by class and interface name.
+///
+/// @all_blocking{as it likes; the library waits for it}
+/// @all_threads{any, several at once}
 class VU_STORAGE_API component_factory {
  public:
   /// For derived classes.
-  /// @blocking{no} @threads{any}
+  /// @blocking{no}
   component_factory() = default;
   /// The library never calls it: the object is the host's own.
   /// @blocking{no} @threads{any, after the last call into the library}
@@ -315,7 +312,6 @@ class VU_STORAGE_API component_factory {
   /// @return the component, or null when it is not available, which is no error. The result must be
   /// of the type that @p interface_id names (log_history for "IID_ILogHistory"); the library gives
   /// it back with component::release(). It is asked anew for every record and nothing is kept.
-  /// @blocking{as it likes; the library waits for it} @threads{any, several at once}
   virtual component* create(const char* class_id, const char* interface_id) noexcept = 0;
 
  protected:

@@ -22,26 +22,24 @@ class ucs2string;
 /// What the string classes throw: text that is not valid UTF-8 or UTF-16 where it has to be
 /// converted, and an index outside a string. The file layer and the facade let it pass to the
 /// caller wherever a conversion happens outside one of their own handlers.
+///
+/// @all_blocking{no}
+/// @all_threads{several may read one object; whoever changes or destroys one has it to himself}
 class VU_STORAGE_API vu_i18n_except : public std::exception {
  public:
   /// @param message the complete text; never null-terminated by hand, copied.
-  /// @blocking{no} @threads{any}
   explicit vu_i18n_except(std::string message);
   /// An independent copy.
   /// @param other what is copied.
-  /// @blocking{no} @threads{any, while none changes @p other}
   vu_i18n_except(const vu_i18n_except& other);
   /// Copies the text.
   /// @param other what is copied.
   /// @return this exception.
-  /// @blocking{no} @threads{one at a time on one exception}
   vu_i18n_except& operator=(const vu_i18n_except& other);
   /// Frees the text.
-  /// @blocking{no} @threads{the last one that uses the exception}
   ~vu_i18n_except() override;
 
   /// @return the text given at construction; owned by the exception.
-  /// @blocking{no} @threads{any, while none changes the exception}
   const char* what() const noexcept override;
 
  private:
@@ -53,100 +51,82 @@ class VU_STORAGE_API vu_i18n_except : public std::exception {
 /// The bytes are stored as given and are not checked: positions and sizes count bytes, and a string
 /// that is not valid UTF-8 can be stored, compared and handed on unchanged. Only a conversion to
 /// UTF-16 looks at the encoding.
+///
+/// @all_blocking{no}
+/// @all_threads{several may read one object; whoever changes or destroys one has it to himself}
 class VU_STORAGE_API vu_utf8string {
  public:
   /// "No position", the result of a search that found nothing and the default count of substr().
   static constexpr std::size_t npos = static_cast<std::size_t>(-1);
 
   /// The empty string.
-  /// @blocking{no} @threads{any}
   vu_utf8string();
   /// @param bytes a NUL-terminated UTF-8 string; copied. A null pointer counts as the empty string.
-  /// @blocking{no} @threads{any}
   explicit vu_utf8string(const char* bytes);
   /// @param bytes UTF-8 bytes, embedded NULs included; copied.
-  /// @blocking{no} @threads{any}
   explicit vu_utf8string(std::string bytes);
   /// Converts from UTF-16.
   /// @param text UTF-16; copied.
   /// @throws vu_i18n_except when @p text holds an unpaired surrogate.
-  /// @blocking{no} @threads{any}
   explicit vu_utf8string(const ucs2string& text);
   /// An independent copy.
   /// @param other what is copied.
-  /// @blocking{no} @threads{any, while none changes @p other}
   vu_utf8string(const vu_utf8string& other);
   /// Takes the text over.
   /// @param other is valid afterwards, with an unspecified text.
-  /// @blocking{no} @threads{any, while no other one uses @p other}
   vu_utf8string(vu_utf8string&& other) noexcept;
   /// Frees the text.
-  /// @blocking{no} @threads{the last one that uses the string}
   ~vu_utf8string();
   /// Copies the text.
   /// @param other what is copied.
   /// @return this string.
-  /// @blocking{no} @threads{one at a time on one string}
   vu_utf8string& operator=(const vu_utf8string& other);
   /// Takes the text over.
   /// @param other is valid afterwards, with an unspecified text.
   /// @return this string.
-  /// @blocking{no} @threads{one at a time on one string}
   vu_utf8string& operator=(vu_utf8string&& other) noexcept;
 
   /// @return the bytes, NUL-terminated; owned by this string and valid until it changes.
-  /// @blocking{no} @threads{any, while none changes the string}
   const char* c_str() const noexcept;
   /// @return the bytes; a reference into this string.
-  /// @blocking{no} @threads{any, while none changes the string}
   const std::string& str() const noexcept;
   /// @return the number of bytes.
-  /// @blocking{no} @threads{any, while none changes the string}
   std::size_t size() const noexcept;
   /// @return whether the string holds no byte.
-  /// @blocking{no} @threads{any, while none changes the string}
   bool empty() const noexcept;
   /// @param index a position, counted from 0.
   /// @return the byte at @p index.
   /// @throws vu_i18n_except when @p index is not below size().
-  /// @blocking{no} @threads{any, while none changes the string}
   char at(std::size_t index) const;
 
   /// @param what the text looked for; an empty one is found at @p from, but not beyond the end.
   /// @param from where the search begins.
   /// @return the first position at or after @p from where @p what begins, or npos.
-  /// @blocking{no} @threads{any, while none changes the string}
   std::size_t find(const vu_utf8string& what, std::size_t from = 0) const noexcept;
   /// @param what the text looked for; an empty one is found at the end.
   /// @return the last position where @p what begins, or npos.
-  /// @blocking{no} @threads{any, while none changes the string}
   std::size_t rfind(const vu_utf8string& what) const noexcept;
   /// @param from the first position taken.
   /// @param count how many are taken at most.
   /// @return @p count bytes from @p from on, fewer where the string ends before.
   /// @throws vu_i18n_except when @p from is beyond the end.
-  /// @blocking{no} @threads{any, while none changes the string}
   vu_utf8string substr(std::size_t from, std::size_t count = npos) const;
   /// Replaces every occurrence of @p what, from left to right, by @p by; occurrences that arise
   /// from the replacement itself are not replaced again. An empty @p what replaces nothing.
   /// @param what the text that is replaced.
   /// @param by the text that takes its place.
   /// @return this string.
-  /// @blocking{no} @threads{one at a time on one string}
   vu_utf8string& replace(const vu_utf8string& what, const vu_utf8string& by);
   /// Byte-wise comparison.
   /// @param other the string compared with.
   /// @return below, at or above 0 when this string sorts before, with or after @p other.
-  /// @blocking{no} @threads{any, while none changes the string}
   int compare(const vu_utf8string& other) const noexcept;
   /// Appends @p other.
   /// @param other the text appended.
   /// @return this string.
-  /// @blocking{no} @threads{one at a time on one string}
   vu_utf8string& operator+=(const vu_utf8string& other);
 
   /// @return whether the bytes are valid UTF-8.
-  /// @blocking{no} @threads{any, while none changes the string}
   bool is_valid() const noexcept;
 
  private:
@@ -185,95 +165,78 @@ inline bool operator<(const vu_utf8string& left, const vu_utf8string& right) noe
 
 /// Text as a run of 16-bit units, the form in which Windows takes names. Characters outside the
 /// basic plane stand as two units (UTF-16); positions and sizes count units.
+///
+/// @all_blocking{no}
+/// @all_threads{several may read one object; whoever changes or destroys one has it to himself}
 class VU_STORAGE_API ucs2string {
  public:
   /// "No position", the result of a search that found nothing and the default count of substr().
   static constexpr std::size_t npos = static_cast<std::size_t>(-1);
 
   /// The empty string.
-  /// @blocking{no} @threads{any}
   ucs2string();
   /// @param units a NUL-terminated run of units; copied. A null pointer counts as the empty string.
-  /// @blocking{no} @threads{any}
   ucs2string(const char16_t* units);
   /// @param units the units, embedded NULs included; copied.
-  /// @blocking{no} @threads{any}
   ucs2string(std::u16string units);
   /// Converts from UTF-8.
   /// @param text UTF-8; copied.
   /// @throws vu_i18n_except when @p text is not valid UTF-8.
-  /// @blocking{no} @threads{any}
   explicit ucs2string(const vu_utf8string& text);
   /// An independent copy.
   /// @param other what is copied.
-  /// @blocking{no} @threads{any, while none changes @p other}
   ucs2string(const ucs2string& other);
   /// Takes the text over.
   /// @param other is valid afterwards, with an unspecified text.
-  /// @blocking{no} @threads{any, while no other one uses @p other}
   ucs2string(ucs2string&& other) noexcept;
   /// Frees the text.
-  /// @blocking{no} @threads{the last one that uses the string}
   ~ucs2string();
   /// Copies the text.
   /// @param other what is copied.
   /// @return this string.
-  /// @blocking{no} @threads{one at a time on one string}
   ucs2string& operator=(const ucs2string& other);
   /// Takes the text over.
   /// @param other is valid afterwards, with an unspecified text.
   /// @return this string.
-  /// @blocking{no} @threads{one at a time on one string}
   ucs2string& operator=(ucs2string&& other) noexcept;
 
   /// @return the units, NUL-terminated; owned by this string and valid until it changes.
-  /// @blocking{no} @threads{any, while none changes the string}
   const char16_t* c_str() const noexcept;
   /// @return the units; a reference into this string.
-  /// @blocking{no} @threads{any, while none changes the string}
   const std::u16string& str() const noexcept;
   /// @return the number of 16-bit units.
-  /// @blocking{no} @threads{any, while none changes the string}
   std::size_t size() const noexcept;
   /// @return whether the string holds no unit.
-  /// @blocking{no} @threads{any, while none changes the string}
   bool empty() const noexcept;
   /// @param index a position, counted from 0.
   /// @return the unit at @p index.
   /// @throws vu_i18n_except when @p index is not below size().
-  /// @blocking{no} @threads{any, while none changes the string}
   char16_t at(std::size_t index) const;
 
   /// @param what the text looked for; an empty one is found at @p from, but not beyond the end.
   /// @param from where the search begins.
   /// @return the first position at or after @p from where @p what begins, or npos.
-  /// @blocking{no} @threads{any, while none changes the string}
   std::size_t find(const ucs2string& what, std::size_t from = 0) const noexcept;
   /// @param what the text looked for; an empty one is found at the end.
   /// @return the last position where @p what begins, or npos.
-  /// @blocking{no} @threads{any, while none changes the string}
   std::size_t rfind(const ucs2string& what) const noexcept;
   /// @param from the first position taken.
   /// @param count how many are taken at most.
   /// @return @p count units from @p from on, fewer where the string ends before.
   /// @throws vu_i18n_except when @p from is beyond the end.
-  /// @blocking{no} @threads{any, while none changes the string}
   ucs2string substr(std::size_t from, std::size_t count = npos) const;
   /// Replaces every occurrence of @p what, as vu_utf8string::replace() does.
   /// @param what the text that is replaced.
   /// @param by the text that takes its place.
   /// @return this string.
-  /// @blocking{no} @threads{one at a time on one string}
   ucs2string& replace(const ucs2string& what, const ucs2string& by);
   /// Unit-wise comparison.
   /// @param other the string compared with.
   /// @return below, at or above 0 when this string sorts before, with or after @p other.
-  /// @blocking{no} @threads{any, while none changes the string}
   int compare(const ucs2string& other) const noexcept;
   /// Appends @p other.
   /// @param other the text appended.
   /// @return this string.
-  /// @blocking{no} @threads{one at a time on one string}
   ucs2string& operator+=(const ucs2string& other);
 
  private:
@@ -312,6 +275,9 @@ inline bool operator<(const ucs2string& left, const ucs2string& right) noexcept 
 
 /// An ordered sequence, read by index from 0 to size() - 1.
 /// @tparam T the type of the elements, a value type.
+///
+/// @all_blocking{no}
+/// @all_threads{several may read one object; whoever changes or destroys one has it to himself}
 template <class T>
 class Sequence {
  public:
@@ -321,38 +287,28 @@ class Sequence {
   using const_iterator = typename std::vector<T>::const_iterator;
 
   /// The empty sequence.
-  /// @blocking{no} @threads{any}
   Sequence() = default;
   /// @param elements the elements in their order.
-  /// @blocking{no} @threads{any}
   Sequence(std::initializer_list<T> elements) : m_elements(elements) {}
 
   /// @return the number of elements.
-  /// @blocking{no} @threads{any, while none changes the sequence}
   std::size_t size() const noexcept { return m_elements.size(); }
   /// @return whether there is no element.
-  /// @blocking{no} @threads{any, while none changes the sequence}
   bool empty() const noexcept { return m_elements.empty(); }
   /// @param index from 0.
   /// @return the element at @p index, which must be below size().
-  /// @blocking{no} @threads{any, while none changes the sequence}
   const T& operator[](std::size_t index) const { return m_elements[index]; }
   /// @param index from 0.
   /// @return the element at @p index, which must be below size().
-  /// @blocking{no} @threads{one at a time on one sequence}
   T& operator[](std::size_t index) { return m_elements[index]; }
   /// Appends @p element.
   /// @param element copied or moved in.
-  /// @blocking{no} @threads{one at a time on one sequence}
   void push_back(T element) { m_elements.push_back(std::move(element)); }
   /// Removes every element.
-  /// @blocking{no} @threads{one at a time on one sequence}
   void clear() noexcept { m_elements.clear(); }
   /// @return the first position.
-  /// @blocking{no} @threads{any, while none changes the sequence}
   const_iterator begin() const noexcept { return m_elements.begin(); }
   /// @return the position past the last element.
-  /// @blocking{no} @threads{any, while none changes the sequence}
   const_iterator end() const noexcept { return m_elements.end(); }
 
  private:

@@ -15,9 +15,22 @@ VU_STORAGE_TYPES_BEGIN
 /// The facade of the local repository storage: documents, key files and folders by owner, logical
 /// name, version and area.
 ///
-/// Call initRootStorage() once, before anything else (the constructor and the getters included):
-/// every other operation first makes sure that the storage is initialised, and does so under the
-/// server temporary folder (vu_host::temporary_files) when nobody has.
+/// Order of calls: initRootStorage() once, before anything else (the constructor and the getters
+/// included). Every other operation first makes sure that the storage is initialised, and does so
+/// under the server temporary folder (vu_host::temporary_files) when nobody has. Then any
+/// operation, in any order: each leaves the folder and its index as the next one needs them. What
+/// OpenRead(), OpenWrite2() and the operations on parts open, the caller reads or writes through
+/// Read() and Write() and ends with Close().
+///
+///     vu_storage::initRootStorage("/srv/data", true, false);
+///     vu_storage storage;
+///     vu_file file;
+///     if (storage.OpenWrite2(file, "alice", "letter.kdc", STG::UserRepository, true, 0)) {
+///       if (file.is_open()) storage.Write(file, "text");
+///       storage.Close(file);
+///     }
+///
+/// The objects carry no data: the state is the process's, so one object serves as well as many.
 ///
 /// Arguments that recur: `userOrDomain` is the owner's name and selects the owner's folder unless
 /// all owners share one (initRootStorage()); `entry` is the document's logical name, extension
@@ -41,22 +54,21 @@ VU_STORAGE_TYPES_BEGIN
 /// Blocking and threads are told as with vu_file; "the index" is that of the document's folder, as
 /// with STGIndex. While one thread initialises the storage the operations of all others wait for
 /// it; "no" leaves that aside.
+///
+/// @all_blocking{no}
+/// @all_threads{any, each with a handle of its own; one at a time on one handle}
 class VU_STORAGE_API vu_storage {
  public:
   /// Initialises the storage when nobody has. The object carries no data.
   /// @throws those of the initialisation (see the class).
-  /// @blocking{no} @threads{any}
   vu_storage();
   /// Does nothing.
-  /// @blocking{no} @threads{any}
   ~vu_storage();
   /// Copies nothing.
-  /// @blocking{no} @threads{any}
   vu_storage(const vu_storage&) = default;
   /// Copies nothing.
   /// @param other any.
   /// @return this object.
-  /// @blocking{no} @threads{any}
   vu_storage& operator=(const vu_storage& other);
 
   // ---- roots ---------------------------------------------------------------------------------
@@ -73,38 +85,31 @@ class VU_STORAGE_API vu_storage {
   /// the next operation initialises anew, below the server temporary folder, and true from a
   /// further call may mean another root than an operation took in between: getStoragePath() tells
   /// the one in force.
-  /// @blocking{while another thread initialises the storage} @threads{any}
+  /// @blocking{while another thread initialises the storage}
   static bool initRootStorage(const std::string& root, bool useDomain, bool synchronize);
 
   /// @return the root storage folder; as all getters a reference that stays valid, to a string
   /// that, but for getTdcTimeStamp(), does not change.
   /// @throws those of the initialisation (see the class), as all getters.
-  /// @blocking{no} @threads{any}
   static const std::string& getStoragePath();
   /// @return the folder of the corporate area.
-  /// @blocking{no} @threads{any}
   static const std::string& getCorpPath();
   /// @return the folder of the user area.
-  /// @blocking{no} @threads{any}
   static const std::string& getUserPath();
   /// @return the folder for lists.
-  /// @blocking{no} @threads{any}
   static const std::string& getListPath();
   /// @return the configuration folder: "config" in the product's binary folder; never made here.
-  /// @blocking{no} @threads{any}
   static const std::string& getConfigDirPath();
   /// @return the folder of the mail area.
-  /// @blocking{no} @threads{any}
   static const std::string& getMailPath();
   /// @return the folder for semlets.
-  /// @blocking{no} @threads{any}
   static const std::string& getSemletPath();
   /// @return the stamp set by setTdcTimeStamp(), empty before.
-  /// @blocking{no} @threads{any, while none calls setTdcTimeStamp()}
+  /// @threads{any, while none calls setTdcTimeStamp()}
   static const std::string& getTdcTimeStamp();
   /// Sets the stamp that is part of the names of documents' sub-part folders.
   /// @param value the stamp.
-  /// @blocking{no} @threads{one, while no other one uses the storage}
+  /// @threads{one, while no other one uses the storage}
   static void setTdcTimeStamp(const std::string& value);
 
   /// Computes the folder of a document, and makes it when asked to. The area folder is made in any
@@ -116,7 +121,6 @@ class VU_STORAGE_API vu_storage {
   /// traced; true with @p create also when a folder could not be made, which is traced as well.
   /// @throws those of the initialisation (see the class), and what the system raises while the area
   /// folder is asked for or made: no memory, in practice.
-  /// @blocking{no} @threads{any}
   static bool createUserOrDomainNameDirectory(const std::string& userOrDomain,
                                               const std::string& entry, STG::RepositoryType type,
                                               std::string& dir, bool create);
@@ -124,7 +128,6 @@ class VU_STORAGE_API vu_storage {
   /// @return whether @p ext, without its dot, is one of the seven document extensions "kda" to
   /// "kdg".
   /// @throws those of the initialisation (see the class).
-  /// @blocking{no} @threads{any}
   static bool isVuDocExt(const std::string& ext);
 
   // ---- documents -----------------------------------------------------------------------------
@@ -137,7 +140,6 @@ class VU_STORAGE_API vu_storage {
   /// closed by Close() or its destructor.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @blocking{for writers of the index, then for writers of the document}
-  /// @threads{any, each with a handle of its own}
   void OpenRead(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                 STG::RepositoryType type, long timestamp);
   /// @copydoc OpenRead(vu_file&, const std::string&, const std::string&, STG::RepositoryType, long)
@@ -157,14 +159,14 @@ class VU_STORAGE_API vu_storage {
   /// traced error.
   /// @blocking{for writers of the index, for a new version for its readers and its counter, too;
   /// then for writers and readers of the document, and with @p replace and type 1 of the category
-  /// files, too} @threads{any, each with a handle of its own}
+  /// files, too}
   bool OpenWrite2(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                   STG::RepositoryType type, bool replace, long timestamp);
   /// As OpenWrite2(), without its result.
   /// @param file receives the open handle; tell success by vu_file::is_open().
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @param replace whether an existing version is emptied.
-  /// @blocking{as OpenWrite2()} @threads{any, each with a handle of its own}
+  /// @blocking{as OpenWrite2()}
   void OpenWrite(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                  STG::RepositoryType type, bool replace, long timestamp);
   /// @copydoc OpenWrite(vu_file&, const std::string&, const std::string&, STG::RepositoryType,
@@ -175,12 +177,10 @@ class VU_STORAGE_API vu_storage {
   /// @param file open for reading.
   /// @param buffer receives the bytes, none on an error.
   /// @param length bytes to read, 0 for the whole file.
-  /// @blocking{no} @threads{one at a time on one handle}
   void Read(vu_file& file, std::string& buffer, long length);
   /// Writes to an open file; errors are traced only, and no exception leaves it.
   /// @param file open for writing.
   /// @param data the bytes.
-  /// @blocking{no} @threads{one at a time on one handle}
   void Write(vu_file& file, const std::string& data);
   /// Closes a file. If it was open for writing it is on the device when this returns, unless the
   /// system refused to write it: that is traced as an error ("Can't flush buffers") and nothing
@@ -188,14 +188,13 @@ class VU_STORAGE_API vu_storage {
   /// @param file open or closed; closed afterwards, whatever happens.
   /// @throws those of the initialisation (see the class) but for vu_file_except, which is traced.
   /// @blocking{while the system writes the file to the device; for no lock}
-  /// @threads{one at a time on one handle}
   void Close(vu_file& file);
   /// Whether a version exists. No exception leaves it.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @param folderOut, physicalOut receive its folder and physical file name when it does; either
   /// may be null.
   /// @return whether it does; false also for an empty owner.
-  /// @blocking{for writers of the index} @threads{any}
+  /// @blocking{for writers of the index}
   bool IsFileExist(const std::string& userOrDomain, const std::string& entry,
                    STG::RepositoryType type, long timestamp, std::string* folderOut,
                    std::string* physicalOut);
@@ -208,7 +207,7 @@ class VU_STORAGE_API vu_storage {
   /// @return the latest timestamp of a document, -1 when the entry is empty or the folder missing,
   /// 0 when the folder holds no version.
   /// @throws what STGIndex::lastVersion() throws, and as createUserOrDomainNameDirectory().
-  /// @blocking{for writers of the index} @threads{any}
+  /// @blocking{for writers of the index}
   static long getLattestTimestamp(const std::string& userOrDomain, const std::string& entry,
                                   STG::RepositoryType type);
   /// STGIndex::exists() with its exceptions turned into false.
@@ -217,13 +216,13 @@ class VU_STORAGE_API vu_storage {
   /// @param timestamp its timestamp.
   /// @param physical receives the physical file name when it is found.
   /// @return whether it is found.
-  /// @blocking{for writers of the index} @threads{any}
+  /// @blocking{for writers of the index}
   static bool getIndexNameFromDocName(const std::string& folder, const std::string& entry,
                                       long timestamp, std::string& physical);
   /// STGIndex::updateIndexFile().
   /// @param folder the folder, without a trailing separator.
   /// @throws what that throws, and those of the initialisation (see the class).
-  /// @blocking{for writers and readers of the index} @threads{any}
+  /// @blocking{for writers and readers of the index}
   void update_IndexDat(const std::string& folder);
   /// Copies a file into the storage as a version of a document.
   /// @param source the path of the file that is copied.
@@ -235,7 +234,7 @@ class VU_STORAGE_API vu_storage {
   /// @throws those of the initialisation (see the class), and std::bad_alloc; a vu_file_except
   /// never.
   /// @blocking{as OpenWrite2(); the copy itself for nobody: it fails at once when a lock is in its
-  /// way} @threads{any}
+  /// way}
   static bool copyToStorage(const std::string& source, const std::string& userOrDomain,
                             const std::string& entry, STG::RepositoryType type, bool replace,
                             long timestamp);
@@ -245,7 +244,7 @@ class VU_STORAGE_API vu_storage {
   /// @return whether the copy succeeded.
   /// @throws as copyToStorage().
   /// @blocking{as OpenRead(); the copy itself for nobody: it fails at once when a lock is in its
-  /// way} @threads{any}
+  /// way}
   static bool copyFromStorage(const std::string& destination, const std::string& userOrDomain,
                               const std::string& entry, STG::RepositoryType type, long timestamp);
   /// Stores a file under its own name with timestamp 0, replacing an earlier one, and writes the
@@ -256,7 +255,7 @@ class VU_STORAGE_API vu_storage {
   /// @return whether the copy succeeded, though its entry may not have been saved (see the class).
   /// @throws what STGIndex::remove(), create() and updateIndexFile() throw, and as
   /// createUserOrDomainNameDirectory().
-  /// @blocking{for writers and readers of the index and for its counter} @threads{any}
+  /// @blocking{for writers and readers of the index and for its counter}
   bool copyFileToStorage(const std::string& sourceFolder, const std::string& name,
                          const std::string& userOrDomain, STG::RepositoryType type);
   /// @copydoc copyFileToStorage(const std::string&, const std::string&, const std::string&,
@@ -268,7 +267,7 @@ class VU_STORAGE_API vu_storage {
   /// @return whether the copy succeeded.
   /// @throws what STGIndex::remove(), create() and updateIndexFile() throw, and as
   /// createUserOrDomainNameDirectory().
-  /// @blocking{as copyFileToStorage()} @threads{any}
+  /// @blocking{as copyFileToStorage()}
   bool copyFileToUserPath(const std::string& sourceFolder, const std::string& name,
                           const std::string& userOrDomain);
 
@@ -277,14 +276,13 @@ class VU_STORAGE_API vu_storage {
   /// @param seq the lines.
   /// @return the text of a key file: name + "=" + value + line feed for each line. No exception
   /// leaves it; without memory for it the text is empty, which is traced.
-  /// @blocking{no} @threads{any, while none changes @p seq}
+  /// @threads{any, while none changes @p seq}
   static std::string getStringFromNameValueSeq(const STG::NameValueSeq& seq);
   /// Reads key lines from an open file.
   /// @param file open for reading.
   /// @param seq the lines are appended.
   /// @param lastSeparator whether the last "=" of a line separates, instead of the first.
   /// @return false when an exception occurred, after which lines read so far stay.
-  /// @blocking{no} @threads{one at a time on one handle}
   static bool Read(vu_file& file, STG::NameValueSeq& seq, bool lastSeparator);
   /// Reads a key file; as Read(vu_file&, STG::NameValueSeq&, bool).
   /// @param folder the folder, without a trailing separator.
@@ -292,7 +290,7 @@ class VU_STORAGE_API vu_storage {
   /// @param seq the lines are appended.
   /// @param lastSeparator as with Read().
   /// @return 0, or 1 on failure.
-  /// @blocking{for writers of the file} @threads{any}
+  /// @blocking{for writers of the file}
   static long readKeysFile(const std::string& folder, const std::string& fileName,
                            STG::NameValueSeq& seq, bool lastSeparator);
   /// Writes a text to a key file, as it stands. An empty text changes nothing and is a success.
@@ -302,7 +300,7 @@ class VU_STORAGE_API vu_storage {
   /// @param replace whether it replaces the file's content, instead of being appended.
   /// @return false, with an error trace, when the file cannot be opened; true also when the
   /// system's write fails, which is traced and leaves the file cut short.
-  /// @blocking{for writers and readers of the file} @threads{any}
+  /// @blocking{for writers and readers of the file}
   static bool writeKeysFile(const std::string& folder, const std::string& fileName,
                             const std::string& text, bool replace);
 
@@ -317,7 +315,7 @@ class VU_STORAGE_API vu_storage {
   /// @throws those of the initialisation (see the class) but for vu_file_except, and
   /// std::bad_alloc.
   /// @blocking{for a user as STGIndex::create(); then for writers and readers of the profile's
-  /// file} @threads{any}
+  /// file}
   static long saveUserOrMasterProfile(const std::string& userOrDomain, const std::string& fileName,
                                       const STG::NameValueSeq& seq);
   /// Loads a profile.
@@ -329,7 +327,6 @@ class VU_STORAGE_API vu_storage {
   /// 1 for the master profile.
   /// @throws as saveUserOrMasterProfile().
   /// @blocking{for a user for writers of the index; then for writers of the profile's file}
-  /// @threads{any}
   static long loadUserOrMasterProfile(const std::string& userOrDomain, const std::string& fileName,
                                       STG::NameValueSeq& seq);
 
@@ -346,11 +343,10 @@ class VU_STORAGE_API vu_storage {
   /// @param strPartId the part's file name.
   /// @param docTime the document's timestamp, under which it must be in the index.
   /// @blocking{for writers of the index, then for writers and readers of the part}
-  /// @threads{any, each with a handle of its own}
   void OpenWriteSubPart(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                         const std::string& strType, const std::string& strPartId, long docTime);
-  /// @copydoc OpenWriteSubPart(vu_file&, const std::string&, const std::string&, const
-  /// std::string&, const std::string&, long)
+  /// @copydoc OpenWriteSubPart(vu_file&, const std::string&, const std::string&,
+  /// const std::string&, const std::string&, long)
   void OpenWriteSubPart(vu_file& file, const vu_utf8string& userOrDomain,
                         const vu_utf8string& entry, const std::string& strType,
                         const std::string& strPartId, long docTime);
@@ -375,7 +371,6 @@ class VU_STORAGE_API vu_storage {
   /// @param strPartID the part's file name.
   /// @param docTime the document's timestamp.
   /// @blocking{for writers of the index, then for writers of the part}
-  /// @threads{any, each with a handle of its own}
   void OpenReadSubPart(vu_file& file, const std::string& strUser, const std::string& strRepo,
                        const std::string& strEntry, const std::string& strType,
                        const std::string& strPartID, long docTime);
@@ -387,12 +382,12 @@ class VU_STORAGE_API vu_storage {
   /// As OpenReadSubPart(). No exception leaves it.
   /// @param file,strUser,strRepo,strEntry,strType,strPartID,docTime as with OpenReadSubPart().
   /// @param size receives the part's size in bytes (its low 32 bits), 0 when the file is not open.
-  /// @blocking{as OpenReadSubPart()} @threads{any, each with a handle of its own}
+  /// @blocking{as OpenReadSubPart()}
   void OpenReadSubPartEx(vu_file& file, const std::string& strUser, const std::string& strRepo,
                          const std::string& strEntry, const std::string& strType,
                          const std::string& strPartID, long docTime, unsigned long& size);
-  /// @copydoc OpenReadSubPartEx(vu_file&, const std::string&, const std::string&, const
-  /// std::string&, const std::string&, const std::string&, long, unsigned long&)
+  /// @copydoc OpenReadSubPartEx(vu_file&, const std::string&, const std::string&,
+  /// const std::string&, const std::string&, const std::string&, long, unsigned long&)
   void OpenReadSubPartEx(vu_file& file, const vu_utf8string& strUser, const vu_utf8string& strRepo,
                          const vu_utf8string& strEntry, const std::string& strType,
                          const std::string& strPartID, long docTime, unsigned long& size);
@@ -406,18 +401,18 @@ class VU_STORAGE_API vu_storage {
   /// @return false, with nothing renamed, when one of the new names exists; true otherwise, also
   /// when a folder could not be renamed or does not exist. On Windows a folder cannot be renamed
   /// while a file below it is open, by whomever.
-  /// @blocking{no} @threads{any, while nobody else uses these folders}
+  /// @threads{any, while nobody else uses these folders}
   static bool RenameUserStorage(const std::string& oldName, const std::string& newName);
   /// Removes a user's folders in the mail, list and user areas with everything in them. An empty
   /// name stands for the area folders themselves.
   /// @param user the user.
   /// @return true.
-  /// @blocking{no} @threads{any; the folders go beneath whoever uses them}
+  /// @threads{any; the folders go beneath whoever uses them}
   static bool RemoveUserStorage(const vu_utf8string& user);
   /// RemoveUserStorage() for each name.
   /// @param names the users.
   /// @return true.
-  /// @blocking{no} @threads{any; the folders go beneath whoever uses them}
+  /// @threads{any; the folders go beneath whoever uses them}
   static bool RemoveUsersStorage(const Sequence<vu_utf8string>& names);
   /// Removes a version of a document, its lines in the folder's category files and, for type 1, in
   /// "attribut.txt". The folder with its parts stays, until cleanOutOfDateOutput() sweeps it. An
@@ -430,7 +425,7 @@ class VU_STORAGE_API vu_storage {
   /// when the index cannot be read or anything else raised, which is traced as well.
   /// @blocking{for writers of the index, for its readers, too, when there is something to remove;
   /// then for writers and readers of the category files and, for type 1, of "attribut.txt"; not of
-  /// the document} @threads{any}
+  /// the document}
   static bool RemoveFile(const std::string& userOrDomain, const std::string& entry,
                          STG::RepositoryType type, long timestamp);
   /// @copydoc RemoveFile(const std::string&, const std::string&, STG::RepositoryType, long)
@@ -444,7 +439,7 @@ class VU_STORAGE_API vu_storage {
   /// @param physicalNames the physical file names are appended.
   /// @return the logical names, element by element; empty when @p folder is no folder, and as far
   /// as they got after a traced error.
-  /// @blocking{for writers of the index} @threads{any}
+  /// @blocking{for writers of the index}
   static std::vector<std::string> getAllFileListFromIndexFile(
       const std::string& folder, std::vector<std::string>& physicalNames);
   /// As getAllFileListFromIndexFile(), documents only (isVuDocExt()).
@@ -453,7 +448,7 @@ class VU_STORAGE_API vu_storage {
   /// @param wanted the names to keep; null keeps every document.
   /// @return the logical names, element by element.
   /// @throws vu_file_except, untraced, when @p folder is no folder; nothing else.
-  /// @blocking{for writers of the index} @threads{any}
+  /// @blocking{for writers of the index}
   static std::vector<std::string> getFileListFromIndexFile(const std::string& folder,
                                                            std::vector<std::string>& physicalNames,
                                                            const std::vector<std::string>* wanted);

@@ -1,67 +1,95 @@
 """Checks what the reference says of each public function: check_members.py FOLDER
 
-FOLDER holds Doxygen's XML. Every public function that the headers declare, of a class or of none, must say what it
-waits for (@blocking) and which threads may call it (@threads), each once and not with an empty text.
+FOLDER holds Doxygen's XML. The reference must tell of every public function what it waits for and which threads may
+call it. A class tells it once for all of its functions (@all_blocking, @all_threads). A function tells it only where it
+differs (@blocking, @threads), and so does each function of no class. No text may be empty, stand twice, or repeat the
+class's.
 """
 import pathlib
 import sys
 import xml.etree.ElementTree as tree
 
-PARAGRAPHS = {"Blocking": "@blocking", "Threads": "@threads"}
-KINDS = {"class", "struct", "namespace", "file"}
+TITLES = {"Blocking": "blocking", "Threads": "threads"}
+OF_CLASS = "{}, unless a member says otherwise"
+CLASSES = {"class", "struct"}
+OTHERS = {"namespace", "file"}
 
 
 def text_of(element):
     """The words below an element, or below none."""
-    return "" if element is None else "".join(element.itertext()).strip()
+    return "" if element is None else " ".join("".join(element.itertext()).split())
 
 
-def told(member, title):
-    """What the member's paragraphs of that title say."""
+def told(documented, title):
+    """What the paragraphs of that title say."""
     texts = []
-    for section in member.findall("./detaileddescription//simplesect[@kind='par']"):
+    for section in documented.findall("./detaileddescription//simplesect[@kind='par']"):
         if text_of(section.find("title")) == title:
             texts.append(" ".join(text_of(para) for para in section.findall("para")).strip())
     return texts
 
 
-def faults_of(member, scope):
-    """One line per paragraph that the member lacks, or has twice."""
-    place = member.find("location")
-    name = f"{scope}{text_of(member.find('name'))}{text_of(member.find('argsstring'))}"
-    for title, alias in PARAGRAPHS.items():
-        texts = told(member, title)
-        if len(texts) != 1 or not texts[0]:
-            fault = f"has {alias} {len(texts)} times" if len(texts) > 1 else f"has no {alias}{{...}}"
-            yield f"{place.get('file')}:{place.get('line')}: {name} {fault}"
+def fault_of(texts, alias, needed, of_class=None):
+    """What is wrong with the paragraphs of one title, or nothing."""
+    if len(texts) > 1:
+        return f"has {alias} {len(texts)} times"
+    if not texts:
+        return f"has no {alias}{{...}}" if needed else None
+    if not texts[0]:
+        return f"has an empty {alias}"
+    return f"repeats the {alias} of its class" if texts[0] == of_class else None
+
+
+def place_of(documented):
+    place = documented.find("location")
+    return f"{place.get('file')}:{place.get('line')}"
+
+
+def faults_of(compound, functions):
+    """One line per fault of a class, namespace or file and its functions."""
+    name = text_of(compound.find("compoundname"))
+    is_class = compound.get("kind") in CLASSES
+    for title, alias in TITLES.items():
+        of_class = told(compound, OF_CLASS.format(title)) if is_class else []
+        if is_class:
+            fault = fault_of(of_class, f"@all_{alias}", needed=True)
+            if fault:
+                yield f"{place_of(compound)}: {name} {fault}"
+        for member in functions:
+            fault = fault_of(told(member, title), f"@{alias}", not is_class, of_class[0] if of_class else None)
+            if fault:
+                of_member = f"{text_of(member.find('name'))}{text_of(member.find('argsstring'))}"
+                scope = "" if compound.get("kind") == "file" else f"{name}::"
+                yield f"{place_of(member)}: {scope}{of_member} {fault}"
 
 
 def main(folder):
     faults = set()
     members = set()
-    classes = set()
+    scopes = 0
     for path in sorted(pathlib.Path(folder).glob("*.xml")):
         for compound in tree.parse(path).getroot().iter("compounddef"):
-            if compound.get("kind") not in KINDS:
+            if compound.get("kind") not in CLASSES | OTHERS:
                 continue
-            is_scope = compound.get("kind") != "file"
-            scope = f"{text_of(compound.find('compoundname'))}::" if is_scope else ""
-            for member in compound.iter("memberdef"):
-                if member.get("kind") != "function" or member.get("prot") != "public":
-                    continue
+            functions = [
+                member
+                for member in compound.iter("memberdef")
+                if member.get("kind") == "function" and member.get("prot") == "public"
                 # A function of a namespace is listed in its file, too.
-                if member.get("id") in members:
-                    continue
-                members.add(member.get("id"))
-                classes.add(scope)
-                faults.update(faults_of(member, scope))
+                and member.get("id") not in members
+            ]
+            if not functions:
+                continue
+            scopes += 1
+            members.update(member.get("id") for member in functions)
+            faults.update(faults_of(compound, functions))
     if not members:
         sys.exit(f"error: {folder} tells of no function")
     for fault in sorted(faults):
         print(f"error: {fault}", file=sys.stderr)
     if faults:
         sys.exit(1)
-    print(f"== {len(members)} public functions in {len(classes)} scopes, each says whom it waits for and who calls it")
+    print(f"== {len(members)} public functions in {scopes} scopes: of each is told whom it waits for and who calls it")
 
 
 if __name__ == "__main__":
