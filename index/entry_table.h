@@ -12,6 +12,9 @@
 /// allocated per name, and a look-up touches one slot and one entry. In a large folder both are far
 /// from the processor; who looks up several names asks for all slots, then for all entries, then
 /// finds them, and waits once instead of for each.
+///
+/// The listing outlives the table and does not change. Nothing fails but for want of memory when
+/// the table is made. Several threads may ask.
 class EntryTable {
  public:
   static constexpr std::size_t kNone = static_cast<std::size_t>(-1);

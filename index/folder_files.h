@@ -17,13 +17,21 @@ enum class Presence : std::uint8_t {
 
 /// What a folder holds: its names at one moment, from one listing, and answers about single names.
 ///
-/// Ask for names by `find`; it takes the listing when the first question comes. A name that the
-/// listing does not show as it stands is asked of the system by itself, since other names may lead
-/// to a file too (another letter case or a short name on Windows, a pattern, a name with a
-/// separator). So is a name of the listing that an existence test may not find. The answer is
-/// always the one of an existence test.
+/// Order of calls: find() for a name, as often as one likes; the first question takes the listing.
+/// Who looks several names up at once calls ask() for all of them, then fetch(), then listed(), and
+/// probe() for those that the listing does not show. To see the folder as it is by now, make
+/// another object.
 ///
-/// Nothing is traced or thrown but for memory that runs out. One thread at a time.
+/// A name that the listing does not show as it stands is asked of the system by itself, since other
+/// names may lead to a file too (another letter case or a short name on Windows, a pattern, a name
+/// with a separator). So is a name of the listing that an existence test may not find. The answer
+/// is always the one of an existence test.
+///
+/// Errors: what the system fails to tell is Presence::kUnknown. A folder that cannot be listed has
+/// no entries, and each name is asked for by itself. Nothing is traced, and nothing thrown but for
+/// want of memory.
+///
+/// Threads: one at a time, questions included.
 class FolderFiles {
  public:
   static constexpr std::size_t kNone = EntryTable::kNone;

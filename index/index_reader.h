@@ -36,11 +36,15 @@ struct IndexLine {
   std::size_t entry = FolderFiles::kNone;  ///< the file's place in the listing, if it shows it
 };
 
-/// Reads the lines of a text in order.
+/// Reads the lines of a text in order, and judges each by the folder.
 ///
 ///   IndexReader reader(text, files);
 ///   IndexLine line;
 ///   while (reader.next(line)) ...
+///
+/// Order of calls: next() until it says false, or next_lines() until it gives none, and not both.
+/// Errors: none, whatever the text holds; what the system does not tell is LineState::kUnknown.
+/// Only memory that runs out raises. Threads: one at a time, as with the FolderFiles that it asks.
 class IndexReader {
  public:
   /// @param text, files must outlive this object.
@@ -99,6 +103,10 @@ LineState state_by_probing(std::string_view key, std::string_view stored, Folder
 
 /// The text of an index as it was read, and its lines that are valid, missing or not known. The
 /// lines are views of the text, so it is neither copied nor moved.
+///
+/// Order of calls: the construction reads everything; then the fields, and revise() for a line
+/// whose file has come or gone since. Errors as with IndexReader. Threads: any number may read it
+/// while none revises.
 struct IndexReading {
   /// Reads a text in its folder. The text must outlive this object.
   IndexReading(std::string_view index_text, FolderFiles& files);

@@ -47,6 +47,16 @@ void report_unknown_lines(const IndexReading& reading, const std::string& folder
     VU_ERROR("STGIndex: more lines stay for the same reason: ", reading.unknown - kNamed);
 }
 
+/// One save.
+///
+/// Order of calls: run(), once. It reads from top to bottom as the members below stand.
+///
+/// Errors: an index.dat that cannot be opened for writing is a warning, one that the system refuses
+/// to write an error; run() says so by its result, and the change is lost. One that cannot be read
+/// to its end raises before anything is written. What a removal at the end raises leaves when the
+/// file is closed.
+///
+/// Threads: one. Others, and other processes, wait at open() until the file is closed again.
 class IndexSave {
  public:
   IndexSave(vu_file& index, IndexState& state)
