@@ -30,7 +30,7 @@ std::string next_free_name(std::int32_t last, const IndexState& index) {
     if (last < 0) break;
     std::string name = index_format::generated_name(last);
     const bool is_taken =
-        index.key_of(name) || unknown.contains(name) || index.is_to_be_removed(name);
+        index.way_back_of(name) || unknown.contains(name) || index.is_to_be_removed(name);
     if (!is_taken) return name;
   }
   return index_format::kFirstName;
@@ -84,13 +84,13 @@ std::string STGIndex::newIndex() {
 
 bool STGIndex::alreadyInMaps(const std::string& found) const {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  const std::optional<std::string_view> key = m_state->key_of(found);
+  const std::optional<std::string_view> key = m_state->way_back_of(found);
   if (key && index_format::timestamp_of(*key) == 0 && index_format::logical_of(*key) == found)
     return true;
   std::string stem = found;
   std::string extension;
   vu_file::split(stem, extension);
-  return m_state->key_of(stem).has_value();
+  return m_state->way_back_of(stem).has_value();
 }
 
 void STGIndex::add_not_referenced_entry(const std::string& found) {

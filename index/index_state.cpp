@@ -71,7 +71,7 @@ std::optional<std::string_view> IndexState::find(std::string_view key) const {
   return line != nullptr ? std::optional(line->stored) : std::nullopt;
 }
 
-std::optional<std::string_view> IndexState::key_of(std::string_view stored) const {
+std::optional<std::string_view> IndexState::way_back_of(std::string_view stored) const {
   const auto change = m_by_stored_name.find(stored);
   if (change != m_by_stored_name.end()) return change->second;
   const IndexLine* const line = loaded_line(stored);
@@ -87,7 +87,7 @@ IndexState::NameMap IndexState::by_key() const {
 IndexState::NameMap IndexState::by_stored_name() const {
   NameMap result;
   const auto enter = [&](std::string_view stored) {
-    if (const auto key = key_of(stored)) result.emplace(stored, *key);
+    if (const auto key = way_back_of(stored)) result.emplace(stored, *key);
   };
   for (const IndexLine& line : m_lines) {
     if (line.state == LineState::kValid) enter(line.stored);
@@ -117,7 +117,7 @@ IndexState::Changes::iterator IndexState::change_of_stored_name(std::string_view
   const auto at = m_by_stored_name.lower_bound(stored);
   return at != m_by_stored_name.end() && at->first == stored
              ? at
-             : m_by_stored_name.emplace_hint(at, stored, key_of(stored));
+             : m_by_stored_name.emplace_hint(at, stored, way_back_of(stored));
 }
 
 void IndexState::insert(const std::string& key, const std::string& stored) {
@@ -191,7 +191,7 @@ void IndexState::remove_after_save(const std::string& file, IfItStays if_it_stay
 bool IndexState::is_anothers(const std::string& key, const std::string& stored) const {
   const std::string file = index_format::file_name_of(key, stored);
   const auto bears = [&](const std::string& name) {
-    const std::optional<std::string_view> back = key_of(name);
+    const std::optional<std::string_view> back = way_back_of(name);
     return back && *back != key;
   };
   // A stored name is the file's, or lacks the extension.

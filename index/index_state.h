@@ -28,7 +28,13 @@
 /// text when that is loaded, and one when it is saved.
 ///
 /// Order of calls: load() when there is an index.dat; questions and changes; `save_index`
-/// (saving.h), if something changed; then nothing more.
+/// (saving.h), if something changed; then nothing more. A rename takes the old entry with take(),
+/// and gives it back with put_back() where a later step fails; withdraw() undoes insert().
+///
+/// Errors: memory that runs out, and what looking at the folder raises. take() has changed nothing
+/// then. withdraw(), put_back() and keep_file() need no memory and raise nothing.
+///
+/// Threads: one at a time. Copies share the listing of the folder, so they count as one.
 class IndexState {
  public:
   using NameMap = std::map<std::string, std::string>;
@@ -62,7 +68,7 @@ class IndexState {
   std::optional<std::string_view> find(std::string_view key) const;
   /// The key to which a stored name leads back, of several entries with that name the one that came
   /// first; valid until that entry is changed.
-  std::optional<std::string_view> key_of(std::string_view stored) const;
+  std::optional<std::string_view> way_back_of(std::string_view stored) const;
 
   /// Goes through the entries in byte-wise order of the keys: run(lines) for those of the text that
   /// stand as they were loaded, as many in a row as there are, and changed(key, stored) for the

@@ -9,15 +9,19 @@
 #include "index/index_format.h"
 #include "index/index_reader.h"
 
-/// Which files of a listing the lines of an index account for beyond doubt. The others are looked
-/// up in the maps before they are adopted; in a folder that only the library writes to, none is
-/// left.
+/// Which files of a listing are known to an index beyond doubt, so that they are not adopted. The
+/// others are looked up in the maps before that; in a folder that only the library writes to, none
+/// is left.
 ///
 /// A file is known to the maps by the first line with its stored name, and by that name alone:
 ///
-///     a.kdb_0000000001/00000007      accounts for 00000007.kdb
-///     notes.txt_0000000000/notes.txt accounts for notes.txt
+///     a.kdb_0000000001/00000007      makes 00000007.kdb known
+///     notes.txt_0000000000/notes.txt makes notes.txt known
 ///     other_0000000001/notes.txt     does not; behind it, the line before does not either
+///
+/// Order of calls: construct it with the reading and the size of the listing that judged it, then
+/// contains() for each entry of that listing. Nothing fails but for want of memory. Several threads
+/// may ask.
 class KnownFiles {
  public:
   KnownFiles(const IndexReading& reading, std::size_t files) : m_claims(files, Claim::kNone) {
@@ -34,7 +38,7 @@ class KnownFiles {
     }
   }
 
-  /// Whether the entry of the listing is accounted for. No: the maps know.
+  /// Whether the entry of the listing is known. No: the maps have to be asked.
   bool contains(std::size_t entry) const { return m_claims[entry] == Claim::kKnown; }
 
  private:

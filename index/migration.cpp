@@ -49,7 +49,7 @@ bool convert(const IndexState& index, ReadList& read_list, Rename rename) {
       continue;
     }
     if (rename(name, unescaped)) {
-      read_list.unescape(name);
+      read_list.unescape_line_of(name);
     } else {
       is_complete = false;
     }

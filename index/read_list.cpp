@@ -120,7 +120,7 @@ void ReadList::save() const {
   file.close();
 }
 
-void ReadList::unescape(const std::string& name) {
+void ReadList::unescape_line_of(const std::string& name) {
   const auto it = m_lines.find(name);
   if (it == m_lines.end()) return;
   std::string& line = it->second;

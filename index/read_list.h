@@ -6,6 +6,11 @@
 
 /// A user's list of read mails, "read.txt", for the span of a migration: lines of at least six
 /// fields, each ended by a tab, entered under the document name that the fields make up.
+///
+/// Order of calls: load(), unescape_line_of() as often as needed, destruction. The destructor saves
+/// a list that was loaded to its end. Errors: load() and the destructor raise what the file does;
+/// while another exception unwinds the destructor traces instead. Threads: one at a time. The file
+/// is locked while it is read and while it is written, not in between.
 class ReadList {
  public:
   /// A list that is not loaded yet.
@@ -21,7 +26,7 @@ class ReadList {
 
   /// Decodes the second field of the line entered under @p name, which keeps its name; nothing when
   /// there is none.
-  void unescape(const std::string& name);
+  void unescape_line_of(const std::string& name);
 
   /// The document name that a line makes up; empty for a line with fewer than six fields.
   static std::string name_of(std::string_view line);

@@ -22,9 +22,9 @@ void in_a_file(const std::string& text) {
   {
     ReadList list(folder.path(), "list");
     list.load();
-    list.unescape("no such name");
+    list.unescape_line_of("no such name");
     for (auto& [name, line] : expected) {
-      list.unescape(name);
+      list.unescape_line_of(name);
       line = model::mail_line_unescaped(line);
     }
   }

@@ -136,7 +136,7 @@ class Theatre {
     }
   }
 
-  std::string play_step(const Step& step, std::size_t number, model::World& world) {
+  std::string play_step(const SequenceStep& step, std::size_t number, model::World& world) {
     const std::int64_t time = kFirstTime + kTimeOfStep * static_cast<std::int64_t>(number + 1);
     Stage stage{m_places, m_places.of(step, world), time + 3};
     world.errors.clear();
@@ -183,12 +183,12 @@ std::string told(Theatre& theatre, const Steps& steps, std::uint64_t seed) {
   const Steps few = shrunk(theatre, steps);
   std::string text = "sequence with the seed " + std::to_string(seed) + ": " +
                      theatre.play(few, Check::kTreeEachTime);
-  for (const Step& each : few) text += "\n    " + described(each);
+  for (const SequenceStep& each : few) text += "\n    " + described(each);
   return text;
 }
 
-Step first_step(Random& random) {
-  Step step;
+SequenceStep first_step(Random& random) {
+  SequenceStep step;
   step.kind = Kind::kNewProcess;
   step.flag = random() % 8 != 0;
   step.second_flag = random() % 2 == 0;
@@ -213,7 +213,7 @@ void sequences(Run& run) {
     const Steps steps = steps_of(seed);
     const Check check = seed % 16 == 0 ? Check::kTreeEachTime : Check::kTreeAtEnd;
     if (!theatre.play(steps, check).empty()) run.fail(told(theatre, steps, seed));
-    for (const Step& each : steps) ++kinds[each.kind];
+    for (const SequenceStep& each : steps) ++kinds[each.kind];
     count += steps.size();
     run.counted(1);
   }

@@ -73,7 +73,7 @@ enum class Kind : std::uint8_t {
 };
 
 /// One step: what is done, and the texts and numbers that it is done with.
-struct Step {
+struct SequenceStep {
   Kind kind = Kind::kStore;
   int place = 0;  ///< which folder, for what works on folders
   int type = 0;
@@ -90,7 +90,7 @@ struct Step {
   std::string bytes;
 };
 
-using Steps = std::vector<Step>;
+using Steps = std::vector<SequenceStep>;
 
 /// Times of files that steps write lie this far behind each other, from here on.
 constexpr std::int64_t kFirstTime = 2000000000;
@@ -100,7 +100,7 @@ constexpr std::int64_t kTimeOfStep = 10;
 enum class Alphabet : std::uint8_t { kPortable, kAny };
 
 Steps random_steps(Random& random, Alphabet alphabet);
-std::string described(const Step& step);
+std::string described(const SequenceStep& step);
 
 /// What the steps work in: the library's folders, one of its own, one with source files.
 struct Places {
@@ -109,7 +109,7 @@ struct Places {
   std::string work, source, index, binary, server;
 
   /// The folder of a step, found by what the model knows of the process.
-  std::string of(const Step& step, const model::World& world) const;
+  std::string of(const SequenceStep& step, const model::World& world) const;
 };
 
 /// Takes the errors that the library traces, and wants nothing else.
@@ -143,13 +143,13 @@ struct Stage {
 };
 
 /// Whether a step asks for what nobody has stated: the size of a folder, or an order of removals.
-bool is_senseless(const Step& step);
+bool is_senseless(const SequenceStep& step);
 
 /// What both sides make of a step's numbers.
-std::string part_of(const Step& step);
-int count_of(const Step& step);
-std::uint32_t limit_of(const Step& step);
-bool by_access(const Step& step);
+std::string part_of(const SequenceStep& step);
+int count_of(const SequenceStep& step);
+std::uint32_t limit_of(const SequenceStep& step);
+bool by_access(const SequenceStep& step);
 
 /// Results as texts.
 std::string text_of(bool value);
@@ -158,7 +158,7 @@ std::string text_of(const std::vector<std::string>& texts);
 
 /// The result of a step as a text, from the model and from the library. The steps of others are
 /// done by the first and are nothing for the second.
-std::string run_on_model(const Step& step, model::World& world, Stage& stage);
-std::string run_on_library(const Step& step, const Stage& stage);
+std::string run_on_model(const SequenceStep& step, model::World& world, Stage& stage);
+std::string run_on_library(const SequenceStep& step, const Stage& stage);
 
 }  // namespace reliability::sequences

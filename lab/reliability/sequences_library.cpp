@@ -17,17 +17,17 @@ using Texts = std::vector<std::string>;
 
 vu_utf8string utf8(const std::string& text) { return vu_utf8string(text); }
 
-STG::RepositoryType type_of(const Step& step) {
+STG::RepositoryType type_of(const SequenceStep& step) {
   return static_cast<STG::RepositoryType>(step.type);
 }
 
 /// Where `long` is wider than a timestamp, the largest is also asked for by what lies beyond it.
-long wide(std::int32_t stamp, const Step& step) {
+long wide(std::int32_t stamp, const SequenceStep& step) {
   if (sizeof(long) > 4 && stamp == 2147483647 && step.way == 3) return static_cast<long>(1LL << 40);
   return stamp;
 }
 
-STG::NameValueSeq sequence_of(const Step& step) {
+STG::NameValueSeq sequence_of(const SequenceStep& step) {
   STG::NameValueSeq seq;
   for (const auto& [name, value] : model::key_pairs(step.bytes, false))
     seq.push_back({name, value});
@@ -45,7 +45,7 @@ std::string text_of_map(const STGIndex::NameMap& map) {
 }
 
 template <class Handle>
-std::string handle(Handle& file, const Step& step, const Stage& stage) {
+std::string handle(Handle& file, const SequenceStep& step, const Stage& stage) {
   static const vu_file_base::type_access modes[] = {vu_file_base::o_read, vu_file_base::o_write,
                                                     vu_file_base::o_append,
                                                     vu_file_base::o_truncate};
@@ -80,7 +80,7 @@ std::string handle(Handle& file, const Step& step, const Stage& stage) {
   return said;
 }
 
-std::string ask_path(const Step& step, const Stage& stage) {
+std::string ask_path(const SequenceStep& step, const Stage& stage) {
   if (stage.skip_rest) return "";
   const std::string path = stage.folder + "\\" + step.name;
   const bool in_utf8 = step.flag;
@@ -119,7 +119,7 @@ std::string ask_path(const Step& step, const Stage& stage) {
   }
 }
 
-std::string change_path(const Step& step, const Stage& stage) {
+std::string change_path(const SequenceStep& step, const Stage& stage) {
   const std::string path = stage.folder + "\\" + step.name;
   const std::string other = stage.folder + "\\" + step.other_name;
   const bool in_utf8 = step.flag;
@@ -147,7 +147,7 @@ std::string change_path(const Step& step, const Stage& stage) {
   }
 }
 
-std::string clean(const Step& step, const Stage& stage) {
+std::string clean(const SequenceStep& step, const Stage& stage) {
   const auto clock = os::faults::set_now(stage.now);
   STGIndex::AgeMap kept;
   const unsigned long count =
@@ -159,7 +159,7 @@ std::string clean(const Step& step, const Stage& stage) {
   return std::to_string(count) + " " + text_of(texts);
 }
 
-std::string store(const Step& step) {
+std::string store(const SequenceStep& step) {
   vu_storage storage;
   vu_file file;
   bool result = true;
@@ -178,7 +178,7 @@ std::string store(const Step& step) {
   return text_of(result) + text_of(is_open);
 }
 
-std::string document(const Step& step, const Stage& stage) {
+std::string document(const SequenceStep& step, const Stage& stage) {
   vu_storage storage;
   vu_file file;
   std::string out = "untouched";
@@ -230,7 +230,7 @@ std::string document(const Step& step, const Stage& stage) {
   }
 }
 
-std::string read_part(const Step& step) {
+std::string read_part(const SequenceStep& step) {
   vu_storage storage;
   vu_file file;
   unsigned long size = 77;
@@ -254,7 +254,7 @@ std::string read_part(const Step& step) {
   return text_of(is_open) + out + (step.flag ? std::to_string(size) : "");
 }
 
-std::string keys_and_parts(const Step& step, const Stage& stage) {
+std::string keys_and_parts(const SequenceStep& step, const Stage& stage) {
   STG::NameValueSeq seq;
   std::string result;
   switch (step.kind) {
@@ -289,7 +289,7 @@ std::string keys_and_parts(const Step& step, const Stage& stage) {
   }
 }
 
-std::string lists(const Step& step, const Stage& stage) {
+std::string lists(const SequenceStep& step, const Stage& stage) {
   Texts physical = {"before"};
   Texts logical;
   const Texts wanted = {step.name, "a.kdb"};
@@ -322,7 +322,7 @@ std::string lists(const Step& step, const Stage& stage) {
   }
 }
 
-std::string index(const Step& step, const Stage& stage) {
+std::string index(const SequenceStep& step, const Stage& stage) {
   std::string out = "untouched";
   std::string result;
   STGIndex::NameMap map;
@@ -381,7 +381,7 @@ std::string index(const Step& step, const Stage& stage) {
   }
 }
 
-std::string process(const Step& step, const Stage& stage) {
+std::string process(const SequenceStep& step, const Stage& stage) {
   switch (step.kind) {
     case Kind::kNewProcess: {
       vu_storage_test_peer::reset();
@@ -402,7 +402,7 @@ std::string process(const Step& step, const Stage& stage) {
   }
 }
 
-std::string run(const Step& step, const Stage& stage) {
+std::string run(const SequenceStep& step, const Stage& stage) {
   if (step.kind == Kind::kStore) return store(step);
   if (step.kind <= Kind::kCopyFile) return document(step, stage);
   if (step.kind <= Kind::kReadPart) return keys_and_parts(step, stage);
@@ -422,7 +422,7 @@ std::string run(const Step& step, const Stage& stage) {
 
 }  // namespace
 
-std::string run_on_library(const Step& step, const Stage& stage) {
+std::string run_on_library(const SequenceStep& step, const Stage& stage) {
   if (is_senseless(step)) return "";
   try {
     return run(step, stage);

@@ -21,29 +21,29 @@ std::string text_of(const std::vector<std::string>& texts) {
   return result;
 }
 
-bool is_senseless(const Step& step) {
+bool is_senseless(const SequenceStep& step) {
   if (step.kind == Kind::kRemoveUser) return step.owner == "..";
   if (step.kind != Kind::kChangePath && step.kind != Kind::kPath) return false;
   return step.name.empty() || step.name == "." || step.name == "..";
 }
 
-std::string part_of(const Step& step) {
+std::string part_of(const SequenceStep& step) {
   if (step.way == 0) return step.other_name;
   return step.second_flag ? "part" : "p.htm";
 }
 
-int count_of(const Step& step) {
+int count_of(const SequenceStep& step) {
   static const int counts[] = {0, 3, 100, -5};
   return counts[step.way % 4];
 }
 
-std::uint32_t limit_of(const Step& step) {
+std::uint32_t limit_of(const SequenceStep& step) {
   static const std::uint32_t limits[] = {0, 1, 15, 3600, 4000000000U};
   return by_access(step) ? (step.flag ? 0 : 4000000000U)
                          : limits[static_cast<std::size_t>(step.way) % std::size(limits)];
 }
 
-bool by_access(const Step& step) { return step.way == 23; }
+bool by_access(const SequenceStep& step) { return step.way == 23; }
 
 namespace {
 
@@ -56,10 +56,10 @@ using model::World;
 
 Pairs pairs_of(const model::Map& map) { return {map.begin(), map.end()}; }
 
-Pairs pairs_of(const Step& step) { return model::key_pairs(step.bytes, false); }
+Pairs pairs_of(const SequenceStep& step) { return model::key_pairs(step.bytes, false); }
 
 /// Opens, does a little of everything, and closes.
-std::string handle(const Step& step, World& world, Stage& stage) {
+std::string handle(const SequenceStep& step, World& world, Stage& stage) {
   static const Mode modes[] = {Mode::kRead, Mode::kWrite, Mode::kAppend, Mode::kTruncate};
   std::string said;
   const auto attempt = [&](auto work) {
@@ -88,7 +88,7 @@ std::string handle(const Step& step, World& world, Stage& stage) {
   return said;
 }
 
-std::string ask_path(const Step& step, World& world, Stage& stage) {
+std::string ask_path(const SequenceStep& step, World& world, Stage& stage) {
   const std::string path = stage.folder + "\\" + step.name;
   const bool is_folder = world.tree.is_folder(path);
   stage.skip_rest = is_folder && (step.way % 8 == 1 || step.way % 8 == 2);
@@ -111,7 +111,7 @@ std::string ask_path(const Step& step, World& world, Stage& stage) {
   }
 }
 
-std::string change_path(const Step& step, World& world, Stage& stage) {
+std::string change_path(const SequenceStep& step, World& world, Stage& stage) {
   const std::string path = stage.folder + "\\" + step.name;
   const std::string other = stage.folder + "\\" + step.other_name;
   switch (step.way % 6) {
@@ -131,7 +131,7 @@ std::string change_path(const Step& step, World& world, Stage& stage) {
   }
 }
 
-std::string clean(const Step& step, World& world, Stage& stage) {
+std::string clean(const SequenceStep& step, World& world, Stage& stage) {
   world.now = stage.now;
   World::Kept kept;
   const std::uint32_t count = world.clean(stage.folder, limit_of(step), kept, by_access(step));
@@ -164,7 +164,7 @@ void write_file(World& world, const std::string& path, const std::string& bytes)
 }
 
 /// The files of an index's lines, where those are plain names.
-void write_files_of(const Step& step, World& world, const Stage& stage) {
+void write_files_of(const SequenceStep& step, World& world, const Stage& stage) {
   for (const auto& [key, stored] : model::index_pairs(step.bytes)) {
     if (key.size() < 11 || stored.empty()) continue;
     const std::string name = model::file_of(key, stored);
@@ -173,7 +173,7 @@ void write_files_of(const Step& step, World& world, const Stage& stage) {
   }
 }
 
-std::string preload_path(const Step& step, const World& world, const Stage& stage) {
+std::string preload_path(const SequenceStep& step, const World& world, const Stage& stage) {
   std::string root =
       stage.folder + "\\00000001" + model::extension_with_dot(step.name) + "_" + world.part_stamp;
   if (step.selector[0] == 'h') root += "\\html";
@@ -181,7 +181,7 @@ std::string preload_path(const Step& step, const World& world, const Stage& stag
   return root + "\\preload";
 }
 
-void others(const Step& step, World& world, Stage& stage) {
+void others(const SequenceStep& step, World& world, Stage& stage) {
   static const std::int64_t times[] = {
       0, 1, 1000000000, kFirstTime - 5, kFirstTime + 15, kFirstTime + 40};
   const bool may_make = step.place != 6 || step.second_flag;
@@ -237,7 +237,7 @@ void others(const Step& step, World& world, Stage& stage) {
 // ---- the library's operations
 // ----------------------------------------------------------------------
 
-std::string document(const Step& step, World& world, Stage& stage) {
+std::string document(const SequenceStep& step, World& world, Stage& stage) {
   std::string out = "untouched";
   std::string folder = "untouched";
   switch (step.kind) {
@@ -281,7 +281,7 @@ std::string document(const Step& step, World& world, Stage& stage) {
   }
 }
 
-std::string keys_and_parts(const Step& step, World& world, Stage& stage) {
+std::string keys_and_parts(const SequenceStep& step, World& world, Stage& stage) {
   Pairs pairs;
   std::string result;
   std::string out = "untouched";
@@ -314,7 +314,7 @@ std::string keys_and_parts(const Step& step, World& world, Stage& stage) {
   }
 }
 
-std::string lists(const Step& step, World& world, Stage& stage) {
+std::string lists(const SequenceStep& step, World& world, Stage& stage) {
   std::vector<std::string> physical = {"before"};
   std::vector<std::string> logical;
   const std::vector<std::string> wanted = {step.name, "a.kdb"};
@@ -340,7 +340,7 @@ std::string lists(const Step& step, World& world, Stage& stage) {
   }
 }
 
-std::string index(const Step& step, World& world, Stage& stage) {
+std::string index(const SequenceStep& step, World& world, Stage& stage) {
   static const World::Values which[] = {World::Values::kPhysical, World::Values::kLogical,
                                         World::Values::kCategories, World::Values::kDocuments};
   std::string out = "untouched";
@@ -381,7 +381,7 @@ std::string index(const Step& step, World& world, Stage& stage) {
   }
 }
 
-std::string process(const Step& step, World& world, const Stage& stage) {
+std::string process(const SequenceStep& step, World& world, const Stage& stage) {
   switch (step.kind) {
     case Kind::kNewProcess: {
       world.forget();
@@ -402,7 +402,7 @@ std::string process(const Step& step, World& world, const Stage& stage) {
 
 }  // namespace
 
-std::string run_on_model(const Step& step, World& world, Stage& stage) {
+std::string run_on_model(const SequenceStep& step, World& world, Stage& stage) {
   try {
     if (is_senseless(step)) return "";
     if (step.kind <= Kind::kCopyFile) return document(step, world, stage);

@@ -166,9 +166,9 @@ Kind random_kind(Dice& dice) {
   }
 }
 
-Step random_step(Dice& dice, Alphabet alphabet) {
+SequenceStep random_step(Dice& dice, Alphabet alphabet) {
   static const Texts selectors = {"html@p1", "pdf@x", "xls", "html@p1", "a@b"};
-  Step step;
+  SequenceStep step;
   step.kind = random_kind(dice);
   // Only Linux has a mark that holds for everybody.
   while (alphabet == Alphabet::kPortable && step.kind == Kind::kReadOnly)
@@ -277,7 +277,7 @@ Steps random_steps(Random& random, Alphabet alphabet) {
     steps.push_back(random_step(dice, alphabet));
   // Half of those that write a key file read it as well, and what was stored is asked for at once.
   if (dice.one_in(2)) {
-    Step again = steps[dice.below(steps.size())];
+    SequenceStep again = steps[dice.below(steps.size())];
     if (again.kind == Kind::kWriteKeys) again.kind = Kind::kReadKeys;
     if (again.kind == Kind::kSaveProfile) again.kind = Kind::kLoadProfile;
     if (again.kind == Kind::kStore || again.kind == Kind::kCopyFile) again.kind = Kind::kFetch;
@@ -289,7 +289,7 @@ Steps random_steps(Random& random, Alphabet alphabet) {
   }
   // Most sequences stay in one or two folders.
   if (!dice.one_in(4)) {
-    for (Step& step : steps) {
+    for (SequenceStep& step : steps) {
       if (!dice.one_in(5)) {
         step.place = steps.front().place;
         step.type = steps.front().type;
@@ -302,7 +302,7 @@ Steps random_steps(Random& random, Alphabet alphabet) {
   return steps;
 }
 
-std::string described(const Step& step) {
+std::string described(const SequenceStep& step) {
   using ground::shown;
   return std::string(kNames[static_cast<std::size_t>(step.kind)]) +
          " place=" + std::to_string(step.place) + " type=" + std::to_string(step.type) +
@@ -324,7 +324,7 @@ Places::Places(std::string folder)
       binary(work + "\\bin"),
       server(work + "\\srv") {}
 
-std::string Places::of(const Step& step, const model::World& world) const {
+std::string Places::of(const SequenceStep& step, const model::World& world) const {
   const std::string owner = step.owner.empty() ? "_" : step.owner;
   const std::string below = world.use_domain ? "\\" + owner : "";
   const std::string storage = world.initialised ? world.storage : work + "\\storage";

@@ -201,10 +201,10 @@ class SlowConfiguration final : public vu_host::configuration {
 
 /// Where kThreads threads wait for each other, again and again. Not std::barrier: where the system
 /// offers no waiting on a value, that of GCC 12 can miss its wake-up.
-class Meeting {
+class Rendezvous {
  public:
   /// @param last what the thread that comes last does while the others still wait.
-  explicit Meeting(std::function<void()> last = {}) : m_last(std::move(last)) {}
+  explicit Rendezvous(std::function<void()> last = {}) : m_last(std::move(last)) {}
 
   void arrive_and_wait() {
     std::unique_lock lock(m_mutex);
@@ -258,8 +258,8 @@ class Races {
 
   void run() {
     vu_storage_test_peer::reset();
-    Meeting begin;
-    Meeting end([this] { judge(); });
+    Rendezvous begin;
+    Rendezvous end([this] { judge(); });
     run_threads([&](std::size_t number) {
       while (!m_over) {
         begin.arrive_and_wait();

@@ -145,38 +145,39 @@ class Listing {
     std::size_t m_at;
   };
 
-  std::size_t size() const { return m_places.size(); }
-  bool empty() const { return m_places.empty(); }
+  std::size_t size() const { return m_bounds.size(); }
+  bool empty() const { return m_bounds.empty(); }
   /// The names, one behind the other.
   std::string_view text() const { return {m_names.get(), m_used}; }
   /// The name is valid until the listing changes.
   Entry operator[](std::size_t entry) const {
-    const Place& place = m_places[entry];
-    return {{m_names.get() + place.begin, place.length}, place.kind};
+    const Bounds& bounds = m_bounds[entry];
+    return {{m_names.get() + bounds.begin, bounds.length}, bounds.kind};
   }
   Iterator begin() const { return {*this, 0}; }
   Iterator end() const { return {*this, size()}; }
 
   void append(std::string_view name, EntryKind kind) {
     if (m_room - m_used < name.size()) make_room(name.size());
-    m_places.push_back({m_used, static_cast<std::uint32_t>(name.size()), kind});
+    m_bounds.push_back({m_used, static_cast<std::uint32_t>(name.size()), kind});
     std::copy(name.begin(), name.end(), m_names.get() + m_used);
     m_used += name.size();
   }
   /// So many more are likely to come.
   void expect(std::size_t more) {
-    if (m_places.capacity() - m_places.size() < more)
-      m_places.reserve(std::max(m_places.size() + more, 2 * m_places.capacity()));
+    if (m_bounds.capacity() - m_bounds.size() < more)
+      m_bounds.reserve(std::max(m_bounds.size() + more, 2 * m_bounds.capacity()));
   }
   /// Drops all entries but the first ones.
   void cut(std::size_t size) {
-    if (size >= m_places.size()) return;
-    m_used = m_places[size].begin;
-    m_places.resize(size);
+    if (size >= m_bounds.size()) return;
+    m_used = m_bounds[size].begin;
+    m_bounds.resize(size);
   }
 
  private:
-  struct Place {
+  /// Where a name stands among the others.
+  struct Bounds {
     std::size_t begin = 0;
     std::uint32_t length = 0;
     EntryKind kind = EntryKind::kUnknown;
@@ -195,7 +196,7 @@ class Listing {
   std::unique_ptr<char[]> m_names;
   std::size_t m_used = 0;
   std::size_t m_room = 0;
-  std::vector<Place> m_places;
+  std::vector<Bounds> m_bounds;
 };
 
 /// Times in seconds since 1970-01-01 UTC, size in bytes (of a folder 0).

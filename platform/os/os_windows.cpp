@@ -288,15 +288,15 @@ HANDLE system_handle(Handle handle) {
   return reinterpret_cast<HANDLE>(static_cast<INT_PTR>(handle));
 }
 
-/// Moves @p count bytes by calls of @p step(offset, length, moved), each of which moves as many as
-/// it can; none ends the transfer early.
-template <class Step>
-Status transfer(std::size_t count, std::size_t& done, Step step) {
+/// Moves @p count bytes by calls of @p move_piece(offset, length, moved), each of which moves as
+/// many as it can; none ends the transfer early.
+template <class MovePiece>
+Status transfer(std::size_t count, std::size_t& done, MovePiece move_piece) {
   done = 0;
   while (done < count) {
     DWORD moved = 0;
     const auto length = static_cast<DWORD>(std::min(count - done, kLargestPiece));
-    const Status status = result_of(step(done, length, moved));
+    const Status status = result_of(move_piece(done, length, moved));
     done += moved;
     if (!status.ok()) return status;
     if (moved == 0) break;

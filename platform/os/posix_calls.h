@@ -185,13 +185,13 @@ class TransferGuard {
 
 // ---- transfers ---------------------------------------------------------------------------------
 
-/// Moves @p count bytes by calls of @p step(offset, length), which returns as read() does; 0 ends
-/// the transfer early.
-template <class Step>
-inline Status transfer(std::size_t count, std::size_t& done, Step step) {
+/// Moves @p count bytes by calls of @p move_piece(offset, length), which returns as read() does; 0
+/// ends the transfer early.
+template <class MovePiece>
+inline Status transfer(std::size_t count, std::size_t& done, MovePiece move_piece) {
   while (done < count) {
     const ::ssize_t moved =
-        uninterrupted([&] { return step(done, std::min(count - done, kLargestPiece)); });
+        uninterrupted([&] { return move_piece(done, std::min(count - done, kLargestPiece)); });
     if (moved < 0) return fail(errno);
     if (moved == 0) break;
     done += static_cast<std::size_t>(moved);

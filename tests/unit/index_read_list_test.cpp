@@ -161,7 +161,7 @@ TEST_F(ReadListFile, UnescapesTheSecondFieldOfALine) {
   {
     ReadList list(folder.path(), "read.txt");
     list.load();
-    list.unescape("f4#f5#x#A%20B.kdb");
+    list.unescape_line_of("f4#f5#x#A%20B.kdb");
   }
   // It keeps the place of its old name.
   EXPECT_EQ(folder.read("read.txt"), a + "\nx\tA B\tB\tf4\tf5\tf6\t\n");
@@ -172,9 +172,9 @@ TEST_F(ReadListFile, UnescapesNothingElse) {
   {
     ReadList list(folder.path(), "read.txt");
     list.load();
-    list.unescape("f+4#f%205#%41#A+B.c%20.kdb");
-    list.unescape("nobody");
-    list.unescape("");
+    list.unescape_line_of("f+4#f%205#%41#A+B.c%20.kdb");
+    list.unescape_line_of("nobody");
+    list.unescape_line_of("");
   }
   EXPECT_EQ(folder.read("read.txt"), "%41\tA B.c%20\tB%41\tf+4\tf%205\t%41\t%41\n");
 }
@@ -184,7 +184,7 @@ TEST_F(ReadListFile, UnescapesByTheTabsThatItFinds) {
   {
     ReadList list(folder.path(), "read.txt");
     list.load();
-    list.unescape("f4#f5#\tx#\t%41.kdb");
+    list.unescape_line_of("f4#f5#\tx#\t%41.kdb");
   }
   EXPECT_EQ(folder.read("read.txt"), "\tx\t\tA\tB\tf4\tf5\tf6\t\n");
 }
@@ -194,8 +194,8 @@ TEST_F(ReadListFile, UnescapesALineAsOftenAsItIsAsked) {
   {
     ReadList list(folder.path(), "read.txt");
     list.load();
-    list.unescape("f4#f5#x#A%2520B.kdb");
-    list.unescape("f4#f5#x#A%2520B.kdb");
+    list.unescape_line_of("f4#f5#x#A%2520B.kdb");
+    list.unescape_line_of("f4#f5#x#A%2520B.kdb");
   }
   EXPECT_EQ(folder.read("read.txt"), "x\tA B\tB\tf4\tf5\tf6\t\n");
 }
@@ -205,7 +205,7 @@ TEST_F(ReadListFile, TakesAFieldThatUnescapingEmpties) {
   {
     ReadList list(folder.path(), "read.txt");
     list.load();
-    list.unescape("f4#f5#x#%2.kdb");
+    list.unescape_line_of("f4#f5#x#%2.kdb");
   }
   EXPECT_EQ(folder.read("read.txt"), "x\t\tB\tf4\tf5\tf6\t\n");
 }
@@ -217,8 +217,8 @@ TEST_F(ReadListFile, CanBeAskedAgainForALineThatUnescapingMadeShorter) {
   {
     ReadList list(folder.path(), "read.txt");
     list.load();
-    list.unescape("f4#f5#x#%2.kdb");
-    EXPECT_NO_THROW(list.unescape("f4#f5#x#%2.kdb"));
+    list.unescape_line_of("f4#f5#x#%2.kdb");
+    EXPECT_NO_THROW(list.unescape_line_of("f4#f5#x#%2.kdb"));
   }
   EXPECT_EQ(folder.read("read.txt"), "x\t\tB\tf4\tf5\tf6\t\n");
 }
