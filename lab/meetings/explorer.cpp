@@ -7,6 +7,8 @@
 namespace meetings {
 
 bool Explorer::next() {
+  // It has not come where it was to go another way.
+  if (m_depth < m_forks.size()) m_is_unrepeatable = true;
   if (m_runs != 0) {
     std::optional<Fork> behind;
     for (;;) {
@@ -47,7 +49,11 @@ Step Explorer::choose(const Meeting& meeting, int current, const std::vector<int
   std::vector<Step> steps = steps_at(meeting, current, able);
   Step step = steps.front();
   if (steps.size() > 1) {
-    if (m_depth == m_forks.size()) open_fork(meeting, current, std::move(steps));
+    if (m_depth == m_forks.size()) {
+      open_fork(meeting, current, std::move(steps));
+    } else if (!is_same_fork(meeting, current, steps)) {
+      m_is_unrepeatable = true;
+    }
     const Fork& fork = m_forks[m_depth];
     step = fork.steps[fork.at];
     const bool is_possible = std::find(able.begin(), able.end(), step.who) != able.end() ||
@@ -74,16 +80,25 @@ void Explorer::open_fork(const Meeting& meeting, int current, std::vector<Step> 
   m_forks.push_back(std::move(fork));
 }
 
-/// @p who has its turn again: what the others did meanwhile is known, and what they stand at.
+bool Explorer::is_same_fork(const Meeting& meeting, int current,
+                            const std::vector<Step>& steps) const {
+  const Fork& fork = m_forks[m_depth];
+  return fork.current == current && fork.made == meeting.made().size() && fork.steps == steps;
+}
+
+/// @p who has its turn again: what the others did meanwhile is known, and what they stand at. Of
+/// two, the other one did most of it in the first run; several may go on in many ways.
 void Explorer::take_blocks(const Meeting& meeting, int who) {
   std::erase_if(m_taken, [&](std::size_t at) {
     Fork& fork = m_forks[at];
     if (fork.current != who) return false;
     Block& block = fork.blocks[fork.at];
-    if (block) return true;
-    block.emplace();
+    if (block && meeting.size() == 2) return true;
+    if (!block) block.emplace();
     const auto add = [&](const Footprint& more) {
-      block->insert(block->end(), more.begin(), more.end());
+      for (const Touched& each : more) {
+        if (std::find(block->begin(), block->end(), each) == block->end()) block->push_back(each);
+      }
     };
     for (std::size_t i = fork.made; i < meeting.made().size(); ++i)
       add(meeting.made()[i].footprint);
@@ -105,7 +120,7 @@ std::vector<Step> Explorer::steps_at(const Meeting& meeting, int current,
     if (who != current) offer(meeting, who, steps);
   }
   // Before its next change a process may end as well as before what it only looks at.
-  const bool may_die = may_anybody_die(meeting) && able.size() > 1 && meeting.has_begun(current) &&
+  const bool may_die = may_anybody_die(meeting) && meeting.has_begun(current) &&
                        !meeting.made().empty() && meeting.made().back().who == current &&
                        changes_anything(meeting.made().back().footprint);
   if (may_die) steps.push_back({current, true});

@@ -24,7 +24,8 @@ enum class Deaths : std::uint8_t { kNone, kOne };
 struct Bounds {
   int preemptions = 2;
   Reduction reduction = Reduction::kOn;
-  /// One may end behind each of its changes, or while it waits. That counts as a preemption.
+  /// One may end behind each of its changes, also when the others wait or have ended, or while it
+  /// waits itself. That counts as a preemption.
   Deaths deaths = Deaths::kNone;
 };
 
@@ -45,7 +46,7 @@ class Explorer final : public Guide {
   bool is_unrepeatable() const { return m_is_unrepeatable; }
 
  private:
-  /// What the others did from a step on, until the one whose turn it was had it again.
+  /// What the others did from a step on, in any run, until the one whose turn it was had it again.
   using Block = std::optional<Footprint>;
 
   /// A point at which there is a choice.
@@ -65,6 +66,7 @@ class Explorer final : public Guide {
   bool may_anybody_die(const Meeting& meeting) const;
   bool is_needed(const Meeting& meeting, int who) const;
   void open_fork(const Meeting& meeting, int current, std::vector<Step> steps);
+  bool is_same_fork(const Meeting& meeting, int current, const std::vector<Step>& steps) const;
   void take_blocks(const Meeting& meeting, int who);
   bool does_as_one_later(Fork& fork) const;
 

@@ -60,7 +60,10 @@ Field::Run Field::run(const Gathering& gathering, Guide& guide, Played played) {
   const Tree& after = m_stage.look();
   Run run;
   run.made = meeting.made();
-  if (!ending.deadlock.empty()) run.ended_badly = "nobody can go on: " + ending.deadlock;
+  const bool have_all_ended = ending.deadlock.empty();
+  run.schedule =
+      schedule_of(run.made, have_all_ended ? LastStretch::kToItsEnd : LastStretch::kAsMade);
+  if (!have_all_ended) run.ended_badly = "nobody can go on: " + ending.deadlock;
   run.outcome.facts = facts_of(after);
   run.outcome.died = ending.died;
   for (std::size_t i = 0; i < ending.answers.size(); ++i) {
@@ -124,7 +127,7 @@ Explored Field::explore(const Gathering& gathering, const Bounds& bounds, Played
     std::string wrong = wrong_with(run, judge, &explored);
     if (wrong.empty()) continue;
     if (!kinds.insert(wrong).second) continue;
-    Finding finding{std::move(wrong), schedule_of(run.made), told(run.made), in_words(run.outcome)};
+    Finding finding{std::move(wrong), run.schedule, told(run.made), in_words(run.outcome)};
     explored.findings.push_back(shrunk(gathering, judge, std::move(finding), played));
   }
   if (explorer.is_unrepeatable()) explored.findings.push_back({"the same schedule went two ways"});
@@ -142,11 +145,10 @@ Finding Field::replay(const Gathering& gathering, const Schedule& schedule, Play
                     orders_of(gathering, has_death ? Deaths::kOne : Deaths::kNone, played));
   Replay guide(schedule);
   const Run run = this->run(gathering, guide, played);
-  return {wrong_with(run, judge, nullptr), schedule_of(run.made), told(run.made),
-          in_words(run.outcome)};
+  return {wrong_with(run, judge, nullptr), run.schedule, told(run.made), in_words(run.outcome)};
 }
 
-/// Leaves out what can be left out: each stretch, and then calls at the end of each.
+/// Leaves out each stretch that can be left out.
 Finding Field::shrunk(const Gathering& gathering, const Judge& judge, Finding finding,
                       Played played) {
   const auto is_as_wrong = [&](const Schedule& schedule) {
@@ -154,9 +156,8 @@ Finding Field::shrunk(const Gathering& gathering, const Judge& judge, Finding fi
     const Run run = this->run(gathering, guide, played);
     const std::string wrong = wrong_with(run, judge, nullptr);
     if (wrong.empty() || kind_of(wrong) != kind_of(finding.what)) return false;
-    const Schedule made = schedule_of(run.made);
-    if (made.size() >= finding.schedule.size()) return false;
-    finding = {wrong, made, told(run.made), in_words(run.outcome)};
+    if (run.schedule.size() >= finding.schedule.size()) return false;
+    finding = {wrong, run.schedule, told(run.made), in_words(run.outcome)};
     return true;
   };
   for (std::size_t i = 0; i < finding.schedule.size();) {

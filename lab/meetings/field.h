@@ -54,6 +54,7 @@ class Field {
     Outcome outcome;
     std::string ended_badly;  ///< a deadlock
     std::vector<Made> made;
+    Schedule schedule;
   };
 
   void prepare(const Gathering& gathering);

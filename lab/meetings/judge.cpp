@@ -1,6 +1,7 @@
 #include "lab/meetings/judge.h"
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 
 namespace meetings {
@@ -95,11 +96,12 @@ bool Scene::some_order_gives(const Difference& difference) const {
 Verdict Judge::judge(const Outcome& outcome) const {
   Verdict verdict{broken_promise(outcome), {}};
   if (!verdict.wrong.empty()) return verdict;
+  const std::vector<Outcome> orders = orders_with_who_lived(outcome);
   std::vector<Difference> fewest;
-  for (std::size_t i = 0; i < m_orders.size(); ++i) {
-    std::vector<Difference> all = differences(m_orders[i], outcome);
+  for (std::size_t i = 0; i < orders.size(); ++i) {
+    std::vector<Difference> all = differences(orders[i], outcome);
     if (all.empty()) return {};
-    const Scene scene{m_gathering, m_before, outcome, all, m_orders};
+    const Scene scene{m_gathering, m_before, outcome, all, orders};
     std::set<std::string> races;
     std::vector<Difference> rest;
     for (const Difference& each : all) {
@@ -114,6 +116,17 @@ Verdict Judge::judge(const Outcome& outcome) const {
   verdict.wrong = "no order gives this end, and no story tells it:";
   for (const Difference& each : fewest) verdict.wrong += "\n    " + in_words(each);
   return verdict;
+}
+
+/// Whoever has lived has done all of its operation: an order without it gives no such end.
+std::vector<Outcome> Judge::orders_with_who_lived(const Outcome& outcome) const {
+  std::vector<Outcome> orders;
+  std::copy_if(m_orders.begin(), m_orders.end(), std::back_inserter(orders),
+               [&](const Outcome& order) {
+                 return std::equal(order.died.begin(), order.died.end(), outcome.died.begin(),
+                                   [](bool left_out, bool died) { return died || !left_out; });
+               });
+  return orders;
 }
 
 /// What must not be, whatever anybody tells.

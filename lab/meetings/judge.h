@@ -79,6 +79,7 @@ class Judge {
   Verdict judge(const Outcome& outcome) const;
 
  private:
+  std::vector<Outcome> orders_with_who_lived(const Outcome& outcome) const;
   std::string broken_promise(const Outcome& outcome) const;
   bool is_touched(const std::string& fact) const;
   bool may_be_adopted(const std::string& key) const;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <set>
 #include <string>
 #include <utility>
@@ -10,7 +12,9 @@
 #include "lab/meetings/explorer.h"
 #include "lab/meetings/field.h"
 #include "lab/meetings/footprint.h"
+#include "lab/meetings/judge.h"
 #include "lab/meetings/schedule.h"
+#include "platform/os/os.h"
 #include "tests/support/scratch.h"
 #include "vu_file.h"
 
@@ -148,6 +152,180 @@ TEST(MeetingsLayer, ReadsTheTextOfASchedule) {
     EXPECT_EQ(in_text(schedule_from(text)), text);
 }
 
+// ---- which schedules there are ------------------------------------------------------------------
+
+void put_text(const std::string& path, const std::string& text) {
+  vu_file file(path);
+  file.open(vu_file::o_truncate);
+  file.write(text);
+  file.close();
+}
+
+std::string text_in(const std::string& path) {
+  vu_file file(path);
+  file.open(vu_file::o_read);
+  std::string text;
+  file.read(text, 0);
+  file.close();
+  return text;
+}
+
+bool dies_while_another_waits(const std::vector<Made>& made) {
+  const auto is_end = [](const Made& each) { return each.is_death && each.who == 0; };
+  const auto end = std::find_if(made.begin(), made.end(), is_end);
+  if (end == made.begin() || end == made.end()) return false;
+  // B stands before its lock, and A has written under its own since.
+  const auto opened = std::find_if(made.begin(), end, [](const Made& each) {
+    return each.who == 1 && each.call.function == os::faults::Call::open;
+  });
+  return opened != end && std::prev(end)->call.function == os::faults::Call::write &&
+         std::find_if(std::next(opened), end, [](const Made& each) { return each.who == 1; }) ==
+             end;
+}
+
+TEST(MeetingsLayer, EndsAProcessForWhichAnotherOneWaits) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("a");
+  bool is_met = false;
+  Explorer explorer({.deaths = Deaths::kOne});
+  while (explorer.next()) {
+    write_file(path, "before");
+    Meeting meeting(scratch.path(), explorer);
+    const Ending ending = meeting.run(
+        {[&] { return put_text(path, "by A"), std::string(); }, [&] { return text_in(path); }});
+    EXPECT_EQ(ending.deadlock, "");
+    is_met = is_met || dies_while_another_waits(meeting.made());
+  }
+  EXPECT_TRUE(is_met);
+}
+
+TEST(MeetingsLayer, EndsAProcessBehindTheEndOfAnotherOne) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("a");
+  std::set<std::string> ends;
+  Explorer explorer({.preemptions = 1, .deaths = Deaths::kOne});
+  while (explorer.next()) {
+    write_file(path, "before");
+    Meeting meeting(scratch.path(), explorer);
+    const Ending ending = meeting.run(
+        {[&] { return put_text(path, "by A"), std::string(); }, [&] { return text_in(path); }});
+    if (ending.died[0]) ends.insert(ending.answers[1] + ", " + read_file(path));
+  }
+  EXPECT_TRUE(ends.contains("before, "));
+}
+
+/// What three see of each other's folders: two make one only when they see another one's.
+std::set<std::string> ends_of_three(Reduction reduction, std::uint64_t& runs) {
+  const scratch_folder scratch;
+  const auto make = [&](const char* const name) {
+    static_cast<void>(os::create_directory(scratch.path(name)));
+  };
+  const auto sees = [&](const char* const name) {
+    return os::probe_search(scratch.path(name)).ok();
+  };
+  std::set<std::string> ends;
+  Explorer explorer({.preemptions = 1, .reduction = reduction});
+  while (explorer.next()) {
+    for (const char* const each : {"a", "b", "c"})
+      static_cast<void>(os::remove_directory(scratch.path(each)));
+    Meeting meeting(scratch.path(), explorer);
+    const Ending ending = meeting.run({[&] {
+                                         make("a");
+                                         const std::string c = sees("c") ? "c" : "-";
+                                         return c + (sees("b") ? "b" : "-");
+                                       },
+                                       [&] {
+                                         if (sees("a")) make("b");
+                                         return std::string();
+                                       },
+                                       [&] {
+                                         if (sees("b")) make("c");
+                                         return std::string();
+                                       }});
+    ends.insert(ending.answers[0] + (sees("b") ? "b" : "-") + (sees("c") ? "c" : "-"));
+  }
+  runs = explorer.runs();
+  return ends;
+}
+
+TEST(MeetingsLayer, LeavesOutNothingOfThreeThatDiffers) {
+  std::uint64_t reduced = 0;
+  std::uint64_t all = 0;
+  const std::set<std::string> ends = ends_of_three(Reduction::kOn, reduced);
+  EXPECT_EQ(ends, ends_of_three(Reduction::kOff, all));
+  EXPECT_TRUE(ends.contains("cbbc"));
+  EXPECT_LT(reduced, all);
+}
+
+TEST(MeetingsLayer, TellsThatARunWentAnotherWay) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("a");
+  Explorer explorer({.preemptions = 1});
+  int run = 0;
+  while (explorer.next()) {
+    ++run;
+    Meeting meeting(scratch.path(), explorer);
+    const auto ask = [&] {
+      vu_file::exists(path);
+      if (run % 2 == 1) vu_file::exists(path);
+      return std::string();
+    };
+    meeting.run({ask, ask});
+  }
+  EXPECT_TRUE(explorer.is_unrepeatable());
+}
+
+// ---- what may be --------------------------------------------------------------------------------
+
+constexpr const char* kFirst = "storage/user/anna: new.kdb_0000000000";
+constexpr const char* kSecond = "storage/user/anna: newer.kdb_0000000000";
+
+TEST(MeetingsJudge, MissesWhatOneHasMadeWhenTheOtherOneDies) {
+  const Gathering gathering = gathering_from("create + create, other-new, tidy, off");
+  const Outcome both{{"a", "b"}, {{kFirst, ""}, {kSecond, ""}}, {false, false}};
+  const Outcome without_a{{"", "b"}, {{kSecond, ""}}, {true, false}};
+  const Outcome without_b{{"a", ""}, {{kFirst, ""}}, {false, true}};
+  const Judge judge(gathering, {}, {both, without_a, without_b});
+  EXPECT_EQ(judge.judge(without_a).wrong, "");
+  EXPECT_EQ(judge.judge({{"a", ""}, both.facts, {false, true}}).wrong, "");
+  // A has made its entry, and said so.
+  const Outcome lost{{"a", ""}, {{kSecond, ""}}, {false, true}};
+  EXPECT_NE(judge.judge(lost).wrong, "");
+  EXPECT_NE(judge.judge({{"a", "b"}, {{kSecond, ""}}, {false, false}}).wrong, "");
+}
+
+TEST(MeetingsJudge, MissesALineWhereTwoMakeOneEntry) {
+  const Gathering gathering = gathering_from("create + create, same-new, tidy, off");
+  const Judge judge(gathering, {}, {{{"a", "a"}, {{kFirst, ""}}, {false, false}}});
+  const std::string loose = "storage/user/anna: loose .kdb ''";
+  const Verdict accepted = judge.judge({{"a", "b"}, {{kFirst, ""}, {loose, "1"}}, {false, false}});
+  EXPECT_EQ(accepted.wrong, "");
+  EXPECT_EQ(accepted.races, std::vector<std::string>{"same-entry"});
+  EXPECT_NE(judge.judge({{"a", "b"}, {{loose, "2"}}, {false, false}}).wrong, "");
+}
+
+TEST(MeetingsJudge, FindsWhatNoStoryTells) {
+  const Gathering gathering = gathering_from("create + remove, other, tidy, off");
+  const std::string bystander = "storage/user/anna: other.kdc_0000000000";
+  const std::string index = "storage/user/anna: index";
+  const Facts before{{bystander, "bytes"}, {index, "whole"}};
+  const Judge judge(gathering, before, {{{"", ""}, before, {false, false}}});
+  const auto wrong = [&](const Facts& facts) {
+    return judge.judge({{"", ""}, facts, {false, false}}).wrong;
+  };
+  EXPECT_EQ(wrong(before), "");
+  EXPECT_NE(wrong({{index, "whole"}}), "");
+  EXPECT_NE(wrong({{bystander, "others"}, {index, "whole"}}), "");
+  EXPECT_NE(wrong({{bystander, "bytes"}, {index, "interrupted"}}), "");
+  for (const char* const fact :
+       {"storage/user/anna: another.kdb_0000000000", "storage/user/anna/x",
+        "storage/user/anna: the counter is behind", "storage/user/anna: two entries, one file"}) {
+    Facts facts = before;
+    facts[fact] = "1";
+    EXPECT_NE(wrong(facts), "") << fact;
+  }
+}
+
 TEST(MeetingsRaces, AreStoriesOfThePage) {
   const std::string page = read_file(VU_TEST_DOCS "/concurrency.md");
   for (const Race& each : accepted_races()) {
@@ -255,6 +433,49 @@ TEST_F(Meetings, OfProcessesThatBeginOneStorageDisturbNobody) {
                                             {.preemptions = 1}, Played::kByProcesses);
   EXPECT_EQ(told(explored), "");
   EXPECT_GT(explored.schedules, 5U);
+}
+
+/// Takes a text, and puts it back with its mark behind.
+std::string add_mark(const Cast& cast) {
+  const std::string path = cast.root + "\\plain\\one.txt";
+  put_text(path, text_in(path) + cast.mark);
+  return "";
+}
+
+/// Adds to one file while it holds another one.
+std::string hold_and_add(const Cast& cast) {
+  const bool is_first = cast.mark == "by A";
+  return hold_both(cast.root + (is_first ? "\\plain\\one.txt" : "\\plain\\two.txt"),
+                   cast.root + (is_first ? "\\plain\\two.txt" : "\\plain\\one.txt"));
+}
+
+TEST_F(Meetings, ThatLoseAnUpdateAreToldWithASchedule) {
+  const MeetingOperation adds{"add-mark", kAsks, add_mark, false};
+  const Gathering gathering{{&adds, &adds}};
+  const Explored explored = m_field.explore(gathering, {});
+  ASSERT_FALSE(explored.findings.empty());
+  for (const Finding& each : explored.findings) {
+    EXPECT_NE(each.what.find("\n    plain/one.txt is 'oneby "), std::string::npos) << each.what;
+    // One takes the turn, the other one writes, and then the first one.
+    EXPECT_EQ(each.schedule.size(), 3U) << in_text(each.schedule);
+    const Finding again = m_field.replay(gathering, schedule_from(in_text(each.schedule)));
+    EXPECT_EQ(again.what, each.what);
+    EXPECT_EQ(again.calls, each.calls);
+    EXPECT_EQ(again.end, each.end);
+  }
+}
+
+TEST_F(Meetings, ThatWaitForEachOtherAreToldWithASchedule) {
+  const MeetingOperation holds{"hold-and-add", kAsks, hold_and_add, false};
+  const Gathering gathering{{&holds, &holds}};
+  const Explored explored = m_field.explore(gathering, {});
+  ASSERT_FALSE(explored.findings.empty());
+  const Finding& first = explored.findings.front();
+  EXPECT_EQ(first.what,
+            "nobody can go on: "
+            "A waits at: lock (exclusive) plain/two.txt, held by B (exclusive); "
+            "B waits at: lock (exclusive) plain/one.txt, held by A (exclusive)");
+  EXPECT_EQ(m_field.replay(gathering, first.schedule).what, first.what);
 }
 
 /// Threads stand for processes: led the same way, both make the same calls, with the same ends.

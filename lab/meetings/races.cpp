@@ -143,7 +143,9 @@ bool same_entry(const Scene& s, const Difference& d) {
     if (!entry.empty() && !made.insert(entry).second) {
       is_shared = true;
       // The other one's document is in the file that nobody finds.
-      if (is_entry(d, entry) && (lies_loose(s, d.wanted) || d.found.empty())) return true;
+      const bool has_line = d.found != kNothing;
+      if (is_entry(d, entry) && has_line && (lies_loose(s, d.wanted) || d.found.empty()))
+        return true;
     }
   }
   is_shared = is_shared || adopts_one_of(s, made);

@@ -41,7 +41,7 @@ Schedule schedule_from(const std::string& text) {
   return schedule;
 }
 
-Schedule schedule_of(const std::vector<Made>& made) {
+Schedule schedule_of(const std::vector<Made>& made, LastStretch last) {
   Schedule schedule;
   for (const Made& each : made) {
     if (schedule.empty() || schedule.back().who != each.who) schedule.push_back({each.who, 0});
@@ -51,6 +51,7 @@ Schedule schedule_of(const std::vector<Made>& made) {
       ++schedule.back().calls;
     }
   }
+  if (last == LastStretch::kAsMade) return schedule;
   std::map<int, bool> is_known;
   for (auto it = schedule.rbegin(); it != schedule.rend(); ++it) {
     if (!std::exchange(is_known[it->who], true) && !it->dies) it->calls = Stretch::kToItsEnd;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -26,8 +27,10 @@ using Schedule = std::vector<Stretch>;
 std::string in_text(const Schedule& schedule);
 /// Throws std::invalid_argument.
 Schedule schedule_from(const std::string& text);
-/// What was done in a meeting. The last stretch of each goes to its end.
-Schedule schedule_of(const std::vector<Made>& made);
+/// What the last stretch of each says: in a deadlock nobody comes to its end.
+enum class LastStretch : std::uint8_t { kToItsEnd, kAsMade };
+/// What was done in a meeting.
+Schedule schedule_of(const std::vector<Made>& made, LastStretch last = LastStretch::kToItsEnd);
 /// The calls, a line each.
 std::string told(const std::vector<Made>& made);
 
