@@ -34,5 +34,19 @@ for operation in exists last list load rewrite create remove; do
   done
   echo "$line"
 done
+echo
+echo "| instructions of one call | exported class | C interface | times | at most |"
+echo "|---|--:|--:|--:|--:|"
+dear=
+for call in exists served over read write latest; do
+  # Two calls and a handle that is made and ended, beside an object of the caller's.
+  case $call in served | over) limit=1.07 ;; *) limit=1.05 ;; esac
+  class=$(count "$programs/storage_c_interface" "$call" class "$work/c-root")
+  c=$(count "$programs/storage_c_interface" "$call" c "$work/c-root")
+  times=$(awk -v c="$c" -v class="$class" 'BEGIN { printf "%.3f", c / class }')
+  echo "| $call | $((class / 100)) | $((c / 100)) | $times | $limit |"
+  awk -v times="$times" -v limit="$limit" 'BEGIN { exit times > limit }' || dear+=" $call"
+done
+[ -z "$dear" ] || die "these cost too much through the C interface:$dear"
 [ $((scope - nothing)) -le 20000 ] && [ $((record - scope)) -le 20000 ] ||
   die "a trace costs more than 20 instructions"
