@@ -20,6 +20,13 @@ if(VU_RUNTIME_DLLS)
 endif()
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
+# Any Python takes it from there: PYTHONPATH, or pip install.
+install(DIRECTORY bindings/python/vu_storage bindings/python/examples
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/vu_storage/python COMPONENT development
+  PATTERN __pycache__ EXCLUDE)
+install(FILES bindings/python/pyproject.toml
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/vu_storage/python COMPONENT development)
+
 # ---- CMake -----------------------------------------------------------------------------------------
 
 install(EXPORT vu_storage
