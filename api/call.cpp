@@ -12,10 +12,6 @@
 namespace api {
 namespace {
 
-constinit thread_local Problem t_problem;
-constinit thread_local Call* t_call = nullptr;
-static_assert(std::is_trivially_destructible_v<Problem>);
-
 /// How a save that could not begin is told: by a warning, since other operations go on.
 constexpr std::string_view kNotSaved = "STGIndex::~STGIndex(): Unable to create/update index.dat";
 
@@ -28,7 +24,19 @@ std::string_view without_line_end(std::string_view text) {
 
 // ---- the last problem --------------------------------------------------------------------------
 
-Problem& last_problem() noexcept { return t_problem; }
+struct ThreadState {
+  Problem problem;
+  Call* call = nullptr;
+};
+static_assert(std::is_trivially_destructible_v<ThreadState>);
+
+namespace {
+
+constinit thread_local ThreadState t_state;
+
+}  // namespace
+
+Problem& last_problem() noexcept { return t_state.problem; }
 
 void Problem::copy(Text& to, std::string_view from) noexcept {
   std::size_t size = std::min(from.size(), kRoom - 1);
@@ -64,17 +72,20 @@ void Problem::tell(vu_error& error) const noexcept {
 // ---- one call ----------------------------------------------------------------------------------
 
 Call::Call(const char* operation) noexcept
-    : m_outer(std::exchange(t_call, this)), m_before(trace::listen(this)), m_operation(operation) {
-  t_problem.clear(operation);
+    : m_state(t_state),
+      m_outer(std::exchange(m_state.call, this)),
+      m_before(trace::listen(this)),
+      m_operation(operation) {
+  m_state.problem.clear(operation);
 }
 
 Call::~Call() {
   m_limit.reset();
   trace::listen(m_before);
-  t_call = m_outer;
+  m_state.call = m_outer;
 }
 
-Call& Call::current() noexcept { return *t_call; }
+Call& Call::current() noexcept { return *t_state.call; }
 
 void Call::limit_waiting(std::int64_t wait_ms) noexcept {
   if (wait_ms == 0 || m_limit) return;
@@ -85,15 +96,15 @@ void Call::hear(vu_host::trace_event event, std::string_view text) noexcept {
   const bool is_error = event == vu_host::trace_event::error;
   if (is_error || text.starts_with(kNotSaved)) ++m_failures;
   // The first failure is the cause of what follows; a warning counts until there is one.
-  if (m_has_error || (!is_error && t_problem.has_text())) return;
+  if (m_has_error || (!is_error && m_state.problem.has_text())) return;
   m_has_error = is_error;
-  t_problem.set_text(without_line_end(text));
+  m_state.problem.set_text(without_line_end(text));
 }
 
 void Call::hear_failure(std::string_view path, std::int32_t code) noexcept {
   if (m_has_error) return;
   try {
-    t_problem.set_path(os::native_form(std::string(path)));
+    m_state.problem.set_path(os::native_form(std::string(path)));
   } catch (...) {
     // The rest is told without the path.
   }
@@ -102,10 +113,10 @@ void Call::hear_failure(std::string_view path, std::int32_t code) noexcept {
 
 void Call::set_system(std::int32_t code) noexcept {
   try {
-    t_problem.set_system(code, vu_utf8string(os::error_text_wide(code)).str());
+    m_state.problem.set_system(code, vu_utf8string(os::error_text_wide(code)).str());
   } catch (...) {
     // The code is told without its words.
-    t_problem.set_system(code, {});
+    m_state.problem.set_system(code, {});
   }
 }
 
@@ -114,31 +125,31 @@ void Call::wait_no_more() noexcept { m_limit.reset(); }
 void Call::forget() noexcept {
   m_failures = 0;
   m_has_error = false;
-  t_problem.clear(m_operation);
+  m_state.problem.clear(m_operation);
 }
 
 vu_status Call::end(vu_status status) noexcept {
   // Whatever an operation made of the missing lock.
   if (m_limit && LockLimit::passed()) status = VU_LOCK_TIMEOUT;
-  if (status == VU_DONE) t_problem.clear(m_operation);
-  t_problem.status = status;
+  if (status == VU_DONE) m_state.problem.clear(m_operation);
+  m_state.problem.status = status;
   return status;
 }
 
 vu_status Call::end(const Refusal& refusal) noexcept {
   // Texts of the library are kept where they say more.
   if (!refusal.text.empty()) {
-    t_problem.clear(m_operation);
-    t_problem.set_text(refusal.text);
+    m_state.problem.clear(m_operation);
+    m_state.problem.set_text(refusal.text);
   }
-  if (!refusal.path.empty()) t_problem.set_path(refusal.path);
+  if (!refusal.path.empty()) m_state.problem.set_path(refusal.path);
   if (refusal.code != 0) set_system(refusal.code);
   return end(refusal.status);
 }
 
 vu_status Call::end_by_exception() noexcept {
   const auto ends_with = [&](vu_status status, const char* text) {
-    if (!t_problem.has_text()) t_problem.set_text(text);
+    if (!m_state.problem.has_text()) m_state.problem.set_text(text);
     return end(status);
   };
   try {
@@ -146,7 +157,7 @@ vu_status Call::end_by_exception() noexcept {
   } catch (const Refusal& refusal) {
     return end(refusal);
   } catch (const std::bad_alloc&) {
-    t_problem.clear(m_operation);
+    m_state.problem.clear(m_operation);
     return ends_with(VU_NO_MEMORY, "out of memory");
   } catch (const vu_file_except& error) {
     try {

@@ -51,6 +51,9 @@ class Problem {
 /// The calling thread's.
 Problem& last_problem() noexcept;
 
+/// The thread's last problem, and its innermost call.
+struct ThreadState;
+
 /// One call: hears what the library traces on this thread meanwhile.
 class Call final : public trace::Listener {
  public:
@@ -79,8 +82,9 @@ class Call final : public trace::Listener {
   vu_status end_by_exception() noexcept;
 
  private:
-  static void set_system(std::int32_t code) noexcept;
+  void set_system(std::int32_t code) noexcept;
 
+  ThreadState& m_state;
   Call* m_outer;
   trace::Listener* m_before;
   const char* m_operation;

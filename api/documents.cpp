@@ -35,7 +35,7 @@ vu_status read_into(const Store& store, const vu_document* document, void* buffe
   if (buffer == nullptr) return VU_DONE;
   if (room < there) throw Refusal{VU_TOO_SHORT, "the buffer is too short", {}};
   // Nobody writes the file while it is locked.
-  *size = read_bytes(file, buffer, there);
+  *size = there != 0 ? read_into(file, buffer, there) : 0;
   return VU_DONE;
 }
 
@@ -80,9 +80,16 @@ using api::Version;
 
 vu_status vu_exists(vu_store* store, const vu_document* document) {
   return run("vu_exists", [&]() -> vu_status {
-    api::Place place;
     const StoreUse use(store);
-    if (api::find(api::address_of(*use, document, Version::kAny), place)) return VU_DONE;
+    const api::Address address = api::address_of(*use, document, Version::kAny);
+    if (address.version < 0) {
+      static_cast<void>(api::place_of(address));
+      return VU_DONE;
+    }
+    vu_storage facade;
+    if (facade.IsFileExist(address.owner, address.name, address.type, address.version, nullptr,
+                           nullptr))
+      return VU_DONE;
     return api::failed_or(VU_NOTHING_MATCHED, "there is no such version");
   });
 }

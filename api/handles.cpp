@@ -36,16 +36,17 @@ constexpr std::size_t kInBlock = 1024;
 constexpr std::size_t kBlocks = (std::size_t{1} << kSlotBits) / kInBlock;
 
 /// Blocks are made when they are needed, and stay: whoever looks a handle up takes no lock.
-struct Table {
-  std::array<std::atomic<Slot*>, kBlocks> blocks{};
+constinit std::array<std::atomic<Slot*>, kBlocks> g_blocks{};
+
+struct FreePlaces {
   std::mutex mutex;
-  std::vector<std::uint32_t> free;
-  std::size_t made = 0;
+  std::vector<std::uint32_t> places;
+  std::size_t blocks = 0;
 };
 
-Table& table() {
+FreePlaces& free_places() {
   // Never destroyed: programs close streams in destructors of their own.
-  static auto* const all = new Table;
+  static auto* const all = new FreePlaces;
   return *all;
 }
 
@@ -60,7 +61,7 @@ std::uint32_t place_of(std::uint64_t number) {
 Slot* slot_of(std::uint64_t number) {
   if ((number & 1U) == 0) return nullptr;
   const std::uint32_t place = place_of(number);
-  Slot* const block = table().blocks[place / kInBlock].load(std::memory_order_acquire);
+  Slot* const block = g_blocks[place / kInBlock].load(std::memory_order_acquire);
   return block != nullptr ? &block[place % kInBlock] : nullptr;
 }
 
@@ -68,28 +69,32 @@ std::uint64_t number_of(const void* handle) {
   return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(handle));
 }
 
-/// A place that nobody has; under the mutex.
-std::uint32_t free_place(Table& all) {
-  if (all.free.empty()) {
-    if (all.made == kBlocks) throw std::bad_alloc();
+/// A place that nobody has.
+std::uint32_t free_place() {
+  FreePlaces& all = free_places();
+  const std::lock_guard lock(all.mutex);
+  if (all.places.empty()) {
+    if (all.blocks == kBlocks) throw std::bad_alloc();
     // So much that giving places back never needs memory.
-    all.free.reserve((all.made + 1) * kInBlock);
-    all.blocks[all.made].store(new Slot[kInBlock], std::memory_order_release);
-    const auto first = static_cast<std::uint32_t>(all.made++ * kInBlock);
-    for (std::uint32_t i = kInBlock; i-- != 0;) all.free.push_back(first + i);
+    all.places.reserve((all.blocks + 1) * kInBlock);
+    g_blocks[all.blocks].store(new Slot[kInBlock], std::memory_order_release);
+    const auto first = static_cast<std::uint32_t>(all.blocks++ * kInBlock);
+    for (std::uint32_t i = kInBlock; i-- != 0;) all.places.push_back(first + i);
   }
-  const std::uint32_t place = all.free.back();
-  all.free.pop_back();
+  const std::uint32_t place = all.places.back();
+  all.places.pop_back();
   return place;
+}
+
+bool is_of(const State& state, Kind kind, std::uint64_t number) {
+  return state.kind == kind && number_of(place_of(number), state.generation) == number;
 }
 
 }  // namespace
 
 void* add(Kind kind, std::unique_ptr<Object> object) {
-  Table& all = table();
-  const std::lock_guard lock(all.mutex);
-  const std::uint32_t place = free_place(all);
-  Slot& slot = all.blocks[place / kInBlock].load(std::memory_order_relaxed)[place % kInBlock];
+  const std::uint32_t place = free_place();
+  Slot& slot = g_blocks[place / kInBlock].load(std::memory_order_acquire)[place % kInBlock];
   slot.object = std::move(object);
   const std::uint32_t generation = State::of(slot.state.load(std::memory_order_relaxed)).generation;
   slot.state.store(State{generation, kind, 0}.bits(), std::memory_order_release);
@@ -103,8 +108,7 @@ Found acquire(const void* handle, Kind kind, Sharing sharing, Object*& object) n
   std::uint64_t bits = slot->state.load(std::memory_order_acquire);
   do {
     const State state = State::of(bits);
-    if (state.kind != kind || number_of(place_of(number), state.generation) != number)
-      return Found::kNone;
+    if (!is_of(state, kind, number)) return Found::kNone;
     if (sharing == Sharing::kExclusive && state.users != 0) return Found::kBusy;
   } while (!slot->state.compare_exchange_weak(bits, bits + 1, std::memory_order_acquire));
   object = slot->object.get();
@@ -116,27 +120,20 @@ void give_back(const void* handle) noexcept {
 }
 
 Found take_out(const void* handle, Kind kind, std::unique_ptr<Object>& object) noexcept {
-  Object* used = nullptr;
-  const Found found = acquire(handle, kind, Sharing::kExclusive, used);
-  if (found != Found::kYes) return found;
   const std::uint64_t number = number_of(handle);
   Slot* const slot = slot_of(number);
-  // Whoever shares it has come between: a store is used by many.
-  std::uint64_t mine = slot->state.load(std::memory_order_acquire);
-  State state = State::of(mine);
-  if (state.users != 1) {
-    give_back(handle);
+  if (slot == nullptr) return Found::kNone;
+  std::uint64_t bits = slot->state.load(std::memory_order_acquire);
+  const State state = State::of(bits);
+  if (!is_of(state, kind, number)) return Found::kNone;
+  const std::uint64_t ended = State{state.generation + 1, Kind::kFree, 0}.bits();
+  if (state.users != 0 ||
+      !slot->state.compare_exchange_strong(bits, ended, std::memory_order_acq_rel))
     return Found::kBusy;
-  }
-  state = {state.generation + 1, Kind::kFree, 0};
-  if (!slot->state.compare_exchange_strong(mine, state.bits(), std::memory_order_acq_rel)) {
-    give_back(handle);
-    return Found::kBusy;
-  }
   object = std::move(slot->object);
-  Table& all = table();
+  FreePlaces& all = free_places();
   const std::lock_guard lock(all.mutex);
-  all.free.push_back(place_of(number));
+  all.places.push_back(place_of(number));
   return Found::kYes;
 }
 

@@ -1,3 +1,5 @@
+#include <array>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -11,22 +13,52 @@
 namespace api {
 namespace {
 
+enum Character : std::uint8_t {
+  kPlain = 0,
+  kSeparator = 1,
+  kPattern = 2,
+  kLineEnd = 4,
+  kColon = 8,
+  kForeign = 16,  ///< no ASCII
+};
+
+constexpr auto kCharacters = [] {
+  std::array<std::uint8_t, 256> table{};
+  table['/'] = table['\\'] = kSeparator;
+  table['*'] = table['?'] = kPattern;
+  table['\n'] = table['\r'] = kLineEnd;
+  table[':'] = kColon;
+  for (std::size_t c = 128; c < table.size(); ++c) table[c] = kForeign;
+  return table;
+}();
+
+std::uint8_t characters_of(std::string_view name) {
+  std::uint8_t found = kPlain;
+  for (const char c : name) found |= kCharacters[static_cast<unsigned char>(c)];
+  return found;
+}
+
 /// Why a name means something else than a name; null when it does not.
 const char* why_refused(std::string_view name) {
   if (name.empty()) return "it is empty";
-  if (name.find_first_of("/\\") != std::string_view::npos) return "it holds a separator";
-  if (name.find_first_of("*?") != std::string_view::npos) return "it is a pattern";
-  if (name.find_first_of("\n\r") != std::string_view::npos) return "it holds a line end";
-  if (name == "." || name == "..") return "it names the folder itself or the one above";
-  if (index_format::is_index_file(name)) return "it is a name of the index itself";
+  const std::uint8_t characters = characters_of(name);
+  if ((characters & (kSeparator | kPattern | kLineEnd)) != 0) {
+    if ((characters & kSeparator) != 0) return "it holds a separator";
+    return (characters & kPattern) != 0 ? "it is a pattern" : "it holds a line end";
+  }
+  if (name.front() == '.' && (name == "." || name == ".."))
+    return "it names the folder itself or the one above";
+  if (name.front() == 'i' && index_format::is_index_file(name))
+    return "it is a name of the index itself";
   return nullptr;
 }
 
 /// Owners and files become names in folders: Windows reads more into those.
 const char* why_no_file_name(std::string_view name) {
   // Of the other systems "/" is the separator itself.
-  if (os::native_form("/") == "/") return nullptr;
-  if (name.find(':') != std::string_view::npos) return "it holds a colon";
+  static const bool is_narrower = os::native_form("/") != "/";
+  if (!is_narrower) return nullptr;
+  if ((characters_of(name) & kColon) != 0) return "it holds a colon";
   if (name.ends_with('.') || name.ends_with(' ')) return "it ends with a dot or a blank";
   return nullptr;
 }
@@ -36,6 +68,8 @@ const char* why_no_file_name(std::string_view name) {
 }
 
 std::string narrow(const char* what, const char* text) {
+  // ASCII is the same in every code page.
+  if ((characters_of(text) & kForeign) == 0) return text;
   std::string result;
   if (os::narrow_of(text, result)) return result;
   throw Refusal{VU_NO_NAME, std::string(what) + " has no place in the code page of the process",
@@ -80,8 +114,9 @@ std::string entry_of(const Store& store, const char* name) {
     throw Refusal{VU_USAGE, "the name is empty", {}};
   }
   // The index keeps the name as it is; only its extension is part of a file's name.
-  const std::string extension(index_format::extension_of(name));
-  if (narrow("the extension", extension.c_str()) != extension)
+  const std::string_view extension = index_format::extension_of(name);
+  if ((characters_of(extension) & kForeign) != 0 &&
+      narrow("the extension", std::string(extension).c_str()) != extension)
     throw Refusal{VU_NO_NAME, "the extension is not the same in the code page of the process",
                   name};
   return name;

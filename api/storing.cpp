@@ -3,10 +3,12 @@
 #include <cstdio>
 #include <random>
 #include <string>
+#include <string_view>
 
 #include "api/staged_name.h"
 #include "api/store.h"
 #include "api/stream.h"
+#include "file/handle_core.h"
 #include "file/lock_limit.h"
 #include "index/index_format.h"
 #include "platform/os/os.h"
@@ -30,6 +32,8 @@ struct Source {
   const void* bytes = nullptr;
   std::size_t size = 0;
   std::string path;  ///< empty for memory
+
+  std::string_view view() const { return {static_cast<const char*>(bytes), size}; }
 };
 
 /// A name that no other writer draws, with the extension of the name that it stands for.
@@ -62,7 +66,7 @@ void fill(const Source& source, const Place& place) {
   }
   vu_file file;
   file.open(place.folder, place.file, vu_file_base::o_truncate);
-  const bool is_whole = file.is_locked() && write_bytes(file, source.bytes, source.size);
+  const bool is_whole = file.is_locked() && write_from(file, source.view());
   file.close();
   // Whether it is on the device is told by a trace alone.
   if (!is_whole || Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
@@ -126,7 +130,7 @@ void store_in_place(const Address& address, const Source& source) {
   if (!file.is_open()) throw Refusal{VU_FAILED, {}, {}};
   const std::string path = file.getFilePath();
   bool is_whole = file.is_locked();
-  if (source.path.empty()) is_whole = is_whole && write_bytes(file, source.bytes, source.size);
+  if (source.path.empty()) is_whole = is_whole && write_from(file, source.view());
   file.close();
   if (!is_whole || Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
   if (!source.path.empty()) copy_over(source.path, path, os::IfExists::kReplace);

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -19,10 +18,6 @@ struct Stream final : Object {
   Direction direction = Direction::kReads;
 };
 
-/// Reads up to @p room bytes; fewer at the end of the file only. @throws vu_file_except
-std::size_t read_bytes(vu_file& file, void* buffer, std::size_t room);
-/// @return whether all were written.
-bool write_bytes(vu_file& file, const void* bytes, std::size_t size);
 /// The size of an open file. @throws Refusal
 std::int64_t size_of(const std::string& path);
 

@@ -1,11 +1,12 @@
-#include <algorithm>
 #include <limits>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "api/store.h"
 #include "api/stream.h"
+#include "file/handle_core.h"
 #include "file/lock_limit.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
@@ -16,36 +17,12 @@
 namespace api {
 namespace {
 
-/// So many bytes at most go through one call of the handle: its counts have 32 bits.
-constexpr std::size_t kPiece = std::size_t{1} << 20;
-
 Stream& stream_of(const Use& use) {
   check_found(use.found());
   return static_cast<Stream&>(use.object());
 }
 
 }  // namespace
-
-std::size_t read_bytes(vu_file& file, void* buffer, std::size_t room) {
-  auto* const bytes = static_cast<char*>(buffer);
-  std::size_t done = 0;
-  while (done < room) {
-    const int got = file.read(bytes + done, static_cast<int>(std::min(room - done, kPiece)));
-    if (got <= 0) break;
-    done += static_cast<std::size_t>(got);
-  }
-  return done;
-}
-
-bool write_bytes(vu_file& file, const void* bytes, std::size_t size) {
-  const auto* const from = static_cast<const char*>(bytes);
-  for (std::size_t done = 0; done < size;) {
-    const std::size_t piece = std::min(size - done, kPiece);
-    if (file.write(from + done, static_cast<int>(piece)) != static_cast<int>(piece)) return false;
-    done += piece;
-  }
-  return true;
-}
 
 std::int64_t size_of(const std::string& path) {
   os::FileStat found;
@@ -170,7 +147,7 @@ vu_status vu_stream_read(vu_stream* stream, void* buffer, size_t room, size_t* s
     api::Stream& opened = api::stream_of(use);
     api::require(opened.direction == api::Direction::kReads, "the stream writes");
     api::require(buffer != nullptr || room == 0, "buffer is null");
-    *size = api::read_bytes(opened.file, buffer, room);
+    *size = room != 0 ? read_into(opened.file, buffer, room) : 0;
     return VU_DONE;
   });
 }
@@ -181,7 +158,8 @@ vu_status vu_stream_write(vu_stream* stream, const void* bytes, size_t size) {
     api::Stream& opened = api::stream_of(use);
     api::require(opened.direction == api::Direction::kWrites, "the stream reads");
     api::require(bytes != nullptr || size == 0, "bytes is null");
-    if (api::write_bytes(opened.file, bytes, size)) return VU_DONE;
+    const std::string_view all(static_cast<const char*>(bytes), size);
+    if (write_from(opened.file, all)) return VU_DONE;
     return api::failed_or(VU_FAILED, "not all bytes were written");
   });
 }

@@ -144,8 +144,7 @@ void HandleCore::fail_read(std::int32_t error) const {
 std::size_t HandleCore::count_to_read(int count) const {
   check_reading_mode();
   const std::int64_t wanted = count != 0 ? count : m_spelling.size(path());
-  if (wanted < 0 || wanted > std::numeric_limits<int>::max())
-    fail_read(os::last_error());
+  if (wanted < 0 || wanted > std::numeric_limits<int>::max()) fail_read(os::last_error());
   return static_cast<std::size_t>(wanted);
 }
 
@@ -161,6 +160,14 @@ int HandleCore::read(std::string& out, int count) {
   }
   out.resize(done);
   return static_cast<int>(done);
+}
+
+std::size_t HandleCore::read_into(void* buffer, std::size_t room) {
+  check_reading_mode();
+  std::size_t done = 0;
+  const os::Status status = os::read(m_state.handle, buffer, room, done);
+  if (!status.ok()) fail_read(status.code());
+  return done;
 }
 
 FileText HandleCore::read_to_end() {
@@ -331,6 +338,24 @@ os::Status HandleCore::give_lock_back(vu_file_base& state) {
 FileText read_to_end(vu_file& file) {
   VU_FILE_SCOPE();
   return HandleCore(file, vu_trace_scope).read_to_end();
+}
+
+std::size_t read_into(vu_file& file, void* buffer, std::size_t room) {
+  VU_FILE_SCOPE();
+  return HandleCore(file, vu_trace_scope).read_into(buffer, room);
+}
+
+bool write_from(vu_file& file, std::string_view bytes) {
+  VU_FILE_SCOPE();
+  HandleCore core(file, vu_trace_scope);
+  // Its counts have 32 bits.
+  constexpr std::size_t kMost = std::size_t{1} << 30;
+  while (!bytes.empty()) {
+    const std::string_view piece = bytes.substr(0, kMost);
+    if (core.write(piece) != static_cast<int>(piece.size())) return false;
+    bytes.remove_prefix(piece.size());
+  }
+  return true;
 }
 
 replacement::Outcome replace_text(vu_file& file, std::string_view old_bytes,

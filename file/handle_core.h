@@ -66,6 +66,8 @@ class HandleCore {
   void open(vu_file_base::type_access mode);
   int read(std::string& out, int count);
   void read(unsigned char*& buffer, unsigned int& length);
+  /// See read_into().
+  std::size_t read_into(void* buffer, std::size_t room);
   /// See read_to_end().
   FileText read_to_end();
   int write(std::string_view data);
@@ -115,6 +117,13 @@ class HandleCore {
 /// read of no bytes is the end.
 /// @throws vu_file_except as vu_file::read() does, with the same traces.
 FileText read_to_end(vu_file& file);
+
+/// Reads from the position on, straight into the caller's memory; fewer bytes than @p room at the
+/// end of the file only. @throws vu_file_except as vu_file::read() does.
+std::size_t read_into(vu_file& file, void* buffer, std::size_t room);
+/// Writes straight from the caller's memory. @return whether all bytes were written; a failure is
+/// traced. @throws vu_file_except as vu_file::write() does.
+bool write_from(vu_file& file, std::string_view bytes);
 
 /// Replaces the whole content of an open file so that an interruption at any moment leaves the old
 /// text or the new one (see replacement.h), and flushes it. @p old_bytes is what the file holds,
