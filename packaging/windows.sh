@@ -33,7 +33,7 @@ stage() {
   scripts/docs.sh "$work/site"
   cp -r "$work/site" "$tree/doc"
   local example
-  for example in custom_trace_sink hello host_minimal locked_document read_document store_versions sub_parts_and_preload two_processes; do
+  for example in custom_trace_sink hello hello_classes host_minimal locked_document read_document store_versions sub_parts_and_preload two_processes; do
     cp "examples/$example.cpp" "$tree/examples/"
   done
   cp packaging/README-windows.txt "$tree/README.txt"

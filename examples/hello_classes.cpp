@@ -1,0 +1,39 @@
+// Stores a document and reads it back: hello_classes_storage [FOLDER]
+#include <filesystem>
+#include <iostream>
+#include <string>
+
+#include "vu_storage.h"
+
+int main(int argc, char** argv) {
+  const std::filesystem::path root = argc > 1 ? argv[1] : "hello-classes-storage";
+  std::error_code error;
+  std::filesystem::create_directories(root, error);
+  if (error || !vu_storage::initRootStorage(root.string(), true, true)) {
+    std::cerr << "no storage in " << root << "\n";
+    return 1;
+  }
+
+  vu_storage storage;
+  vu_file file;
+  storage.OpenWrite(file, "anna", "greeting.kdf", STG::CorporateRepository, true, 20240501);
+  if (!file.is_open()) {
+    std::cerr << "greeting.kdf cannot be written; is " << root << " writable?\n";
+    return 1;
+  }
+  const std::string greeting = "Hello, storage!\n";
+  // Fewer bytes than asked for: the disk is full, say.
+  const bool is_whole = file.write(greeting) == static_cast<int>(greeting.size());
+  storage.Close(file);
+  if (!is_whole) {
+    std::cerr << "greeting.kdf is cut short; store it again\n";
+    return 1;
+  }
+
+  storage.OpenRead(file, "anna", "greeting.kdf", STG::CorporateRepository, 20240501);
+  std::string text;
+  if (file.is_open()) storage.Read(file, text, 0);
+  storage.Close(file);
+  std::cout << text;
+  return text == greeting ? 0 : 1;
+}
