@@ -5,7 +5,9 @@
 
 #include "api/store.h"
 #include "index/index_format.h"
+#include "index/index_gate.h"
 #include "platform/os/os.h"
+#include "vu_file.h"
 #include "vu_i18n.h"
 
 // Names on their way in and out: the guard, and the encoding.
@@ -61,6 +63,13 @@ const char* why_no_file_name(std::string_view name) {
   if ((characters_of(name) & kColon) != 0) return "it holds a colon";
   if (name.ends_with('.') || name.ends_with(' ')) return "it ends with a dot or a blank";
   return nullptr;
+}
+
+/// Whether a name may be that of a file, or of a folder of parts, that the library has made.
+bool may_be_made_here(std::string_view name) {
+  constexpr std::size_t kDigits = 8;
+  return name.size() >= kDigits &&
+         name.substr(0, kDigits).find_first_not_of("0123456789") == std::string_view::npos;
 }
 
 [[noreturn]] void refuse(const char* what, const char* name, const char* why) {
@@ -138,6 +147,22 @@ std::string path_of(const char* path) {
   return narrow("the path", path);
 }
 
+/// A file in the folder answers for the name that it bears: one that holds another document, or the
+/// parts of one, must not.
+void refuse_anothers_file(const Address& address) {
+  std::string folder;
+  if (!find_folder(address, false, folder)) return;
+  const std::string path = folder + "\\" + address.name;
+  if (!vu_file::exists(path)) return;
+  bool is_anothers = vu_file::is_dir(path);
+  IndexGate::visit(folder, [&](std::string_view logical, long, const std::string& file) {
+    is_anothers = is_anothers || (file == address.name && logical != address.name);
+    return !is_anothers;
+  });
+  if (is_anothers)
+    refuse("the name", address.name.c_str(), "it is that of another document's file");
+}
+
 Address address_of(const Store& store, const vu_document* document, Version version) {
   require(document, "the document");
   check_size(document, document->struct_size, sizeof *document);
@@ -146,6 +171,7 @@ Address address_of(const Store& store, const vu_document* document, Version vers
   address.type = type_of(document->area);
   address.owner = owner_of(store, document->owner);
   address.name = entry_of(store, document->name);
+  if (store.guard == Guard::kOn && may_be_made_here(address.name)) refuse_anothers_file(address);
   if (version == Version::kNoneIs0) return address;
   constexpr std::int64_t kLast = 2147483647;
   const bool is_latest = document->version == VU_LATEST && version == Version::kAny;

@@ -76,7 +76,7 @@ extern "C" {
 #define VU_VERSION_NUMBER (VU_VERSION_MAJOR * 10000 + VU_VERSION_MINOR * 100 + VU_VERSION_PATCH)
 
 /** The version of the library that is loaded, such as "1.0.0". Never fails; any thread. */
-VU_C_API const char *vu_version(void);
+VU_C_API const char* vu_version(void);
 /** The same as a number, to compare with VU_VERSION_NUMBER. Never fails; any thread. */
 VU_C_API int32_t vu_version_number(void);
 
@@ -86,40 +86,41 @@ VU_C_API int32_t vu_version_number(void);
 typedef int32_t vu_status;
 
 enum {
-  VU_DONE = 0,             /**< done */
-  VU_FAILED = 1,           /**< the system refused something; see vu_last_error() */
-  VU_USAGE = 2,            /**< an argument makes no sense: null, out of range, an unknown flag */
-  VU_NOTHING_MATCHED = 3,  /**< the request is fine, but nothing in the storage matches it */
-  VU_PARTLY_DONE = 5,      /**< done, but for what vu_last_error() tells */
-  VU_NO_TREE = 10,         /**< there is no such root folder, or no storage was opened yet */
-  VU_LOCK_TIMEOUT = 11,    /**< a lock was not obtained in time; nothing was changed */
-  VU_REFUSED = 12,         /**< the guard refuses the request (see vu_open_store()) */
-  VU_ALREADY = 20,         /**< it is there already */
-  VU_TOO_SHORT = 21,       /**< the buffer is too short; `size` tells what is needed */
-  VU_BAD_HANDLE = 22,      /**< no handle, a closed one, or one of another kind */
-  VU_BUSY = 23,            /**< another thread uses the handle just now */
-  VU_NO_MEMORY = 24,       /**< out of memory */
-  VU_NO_NAME = 25,         /**< the name has no place in the code page of the process */
-  VU_OUTDATED = 26,        /**< there is one, but older than was asked for */
-  VU_INTERRUPTED = 130     /**< the caller's callback ended it */
+  VU_DONE = 0,            /**< done */
+  VU_FAILED = 1,          /**< the system refused something; see vu_last_error() */
+  VU_USAGE = 2,           /**< an argument makes no sense: null, out of range, an unknown flag */
+  VU_NOTHING_MATCHED = 3, /**< the request is fine, but nothing in the storage matches it */
+  VU_PARTLY_DONE = 5,     /**< done, but for what vu_last_error() tells */
+  VU_NO_TREE = 10,        /**< there is no such root folder, or no storage was opened yet */
+  VU_LOCK_TIMEOUT = 11,   /**< a lock was not obtained in time; nothing was changed */
+  VU_REFUSED = 12,        /**< the guard refuses the request (see vu_open_store()) */
+  VU_ALREADY = 20,        /**< it is there already */
+  VU_TOO_SHORT = 21,      /**< the buffer is too short; `size` tells what is needed */
+  VU_BAD_HANDLE = 22,     /**< no handle, a closed one, or one of another kind */
+  VU_BUSY = 23,           /**< another thread uses the handle just now */
+  VU_NO_MEMORY = 24,      /**< out of memory */
+  VU_NO_NAME = 25,        /**< the name has no place in the code page of the process */
+  VU_OUTDATED = 26,       /**< there is one, but older than was asked for */
+  VU_INTERRUPTED = 130    /**< the caller's callback ended it */
 };
 
 /** The name of a status, "VU_REFUSED" say; "?" for what is none. Never fails; any thread. */
-VU_C_API const char *vu_status_name(vu_status status);
+VU_C_API const char* vu_status_name(vu_status status);
 
 /** Why a call failed. All texts are never null; empty where there is nothing to tell. */
 typedef struct vu_error {
   size_t struct_size;      /**< set by the caller */
   vu_status status;        /**< what the call returned */
   int32_t system_code;     /**< the system's error code; 0 when it was not the system */
-  const char *operation;   /**< the call, "vu_read" say */
-  const char *text;        /**< what happened */
-  const char *path;        /**< the file or folder that it happened to */
-  const char *system_text; /**< the system's words for its code */
+  const char* operation;   /**< the call, "vu_read" say */
+  const char* text;        /**< what happened */
+  const char* path;        /**< the file or folder that it happened to */
+  const char* system_text; /**< the system's words for its code */
 } vu_error;
 
 /** For the declaration of a vu_error. */
-#define VU_ERROR_INIT {sizeof(vu_error), 0, 0, NULL, NULL, NULL, NULL}
+#define VU_ERROR_INIT \
+  { sizeof(vu_error), 0, 0, NULL, NULL, NULL, NULL }
 
 /**
  * Tells what the calling thread's last call came to, be it a success or not. vu_version(),
@@ -128,10 +129,10 @@ typedef struct vu_error {
  *   Each is cut after 1,023 bytes, never within a character.
  * @return VU_DONE; VU_USAGE for a null pointer or a size that is unknown.
  */
-VU_C_API vu_status vu_last_error(vu_error *error);
+VU_C_API vu_status vu_last_error(vu_error* error);
 
 /** Gives back what the library has allocated. Null is fine. Never fails; any thread. */
-VU_C_API void vu_free(void *memory);
+VU_C_API void vu_free(void* memory);
 
 /* ---- the store ------------------------------------------------------------------------------ */
 
@@ -151,7 +152,7 @@ enum {
 /** How a store is opened. All zero but for the size and the root is a good choice. */
 typedef struct vu_settings {
   size_t struct_size; /**< set by the caller */
-  const char *root;   /**< the folder in which the folder "storage" lies or is made; null for the
+  const char* root;   /**< the folder in which the folder "storage" lies or is made; null for the
                            storage that this process has opened already */
   uint32_t flags;     /**< VU_MAKE_ROOT, VU_SHARED_FOLDERS, VU_NO_ADOPTION, VU_NO_GUARD */
   uint32_t reserved;  /**< 0 */
@@ -160,15 +161,17 @@ typedef struct vu_settings {
 } vu_settings;
 
 /** For the declaration of a vu_settings. */
-#define VU_SETTINGS_INIT {sizeof(vu_settings), NULL, 0, 0, 0}
+#define VU_SETTINGS_INIT \
+  { sizeof(vu_settings), NULL, 0, 0, 0 }
 
 /**
  * Initialises the storage of this process, or gives another handle of it, with settings of its own.
  *
  * The guard, which is on unless VU_NO_GUARD is given, answers VU_REFUSED to names that would mean
  * something else than a name: with a separator, "." or "..", with "*" or "?", with a line feed or a
- * carriage return, "index.dat" and "index", empty ones, and on Windows owners with a colon or with
- * a dot or a blank at their end. Where owners share folders the owner may be null.
+ * carriage return, "index.dat" and "index", empty ones, that of the file in which the folder keeps
+ * another document, and on Windows owners with a colon or with a dot or a blank at their end. Where
+ * owners share folders the owner may be null.
  *
  * @param settings null is VU_USAGE.
  * @param store receives the handle, with VU_DONE and VU_ALREADY; null otherwise. Give it back by
@@ -180,13 +183,13 @@ typedef struct vu_settings {
  *
  * Waits while another thread initialises. Any thread.
  */
-VU_C_API vu_status vu_open_store(const vu_settings *settings, vu_store **store);
+VU_C_API vu_status vu_open_store(const vu_settings* settings, vu_store** store);
 
 /**
  * Gives a handle back. The storage stays initialised until the process ends, and streams stay open.
  * @return VU_DONE; VU_BUSY while another thread is inside a call with it; VU_BAD_HANDLE.
  */
-VU_C_API vu_status vu_close_store(vu_store *store);
+VU_C_API vu_status vu_close_store(vu_store* store);
 
 /** What a document belongs to. */
 enum {
@@ -200,8 +203,8 @@ enum {
  * @param area 0 for the storage itself.
  * @param buffer,room,size receive the path; see the head of this file.
  */
-VU_C_API vu_status vu_folder(vu_store *store, int32_t area, char *buffer, size_t room,
-                             size_t *size);
+VU_C_API vu_status vu_folder(vu_store* store, int32_t area, char* buffer, size_t room,
+                             size_t* size);
 
 /* ---- documents ------------------------------------------------------------------------------ */
 
@@ -213,13 +216,14 @@ typedef struct vu_document {
   size_t struct_size; /**< set by the caller */
   int32_t area;       /**< VU_AREA_... */
   uint32_t reserved;  /**< 0 */
-  const char *owner;  /**< a user or a domain; may be null where owners share folders */
-  const char *name;   /**< with its extension */
+  const char* owner;  /**< a user or a domain; may be null where owners share folders */
+  const char* name;   /**< with its extension */
   int64_t version;    /**< 0 to 2147483647: any stamp of the caller's; or VU_LATEST */
 } vu_document;
 
 /** For the declaration of a vu_document. */
-#define VU_DOCUMENT_INIT {sizeof(vu_document), VU_AREA_DOCS, 0, NULL, NULL, 0}
+#define VU_DOCUMENT_INIT \
+  { sizeof(vu_document), VU_AREA_DOCS, 0, NULL, NULL, 0 }
 
 /** What is known of a version. */
 typedef struct vu_info {
@@ -231,7 +235,8 @@ typedef struct vu_info {
 } vu_info;
 
 /** For the declaration of a vu_info. */
-#define VU_INFO_INIT {sizeof(vu_info), 0, -1, -1, -1}
+#define VU_INFO_INIT \
+  { sizeof(vu_info), 0, -1, -1, -1 }
 
 /**
  * Whether a version exists.
@@ -239,21 +244,21 @@ typedef struct vu_info {
  *
  * Waits for writers of the index. Any thread.
  */
-VU_C_API vu_status vu_exists(vu_store *store, const vu_document *document);
+VU_C_API vu_status vu_exists(vu_store* store, const vu_document* document);
 
 /**
  * Size and times of a version.
  * @param info receives them.
  * @return VU_NOTHING_MATCHED when there is none. Waits as vu_exists(). Any thread.
  */
-VU_C_API vu_status vu_describe(vu_store *store, const vu_document *document, vu_info *info);
+VU_C_API vu_status vu_describe(vu_store* store, const vu_document* document, vu_info* info);
 
 /**
  * The path of a version's file. What another program does to that file the library does not see.
  * @return VU_NOTHING_MATCHED when there is none. Waits as vu_exists(). Any thread.
  */
-VU_C_API vu_status vu_file_path(vu_store *store, const vu_document *document, char *buffer,
-                                size_t room, size_t *size);
+VU_C_API vu_status vu_file_path(vu_store* store, const vu_document* document, char* buffer,
+                                size_t room, size_t* size);
 
 /**
  * Reads a version as a whole: exactly the version that is named, whatever its age. The rules of
@@ -263,16 +268,16 @@ VU_C_API vu_status vu_file_path(vu_store *store, const vu_document *document, ch
  *
  * Waits for writers of the index and of the document. Any thread.
  */
-VU_C_API vu_status vu_read(vu_store *store, const vu_document *document, void *buffer, size_t room,
-                           size_t *size);
+VU_C_API vu_status vu_read(vu_store* store, const vu_document* document, void* buffer, size_t room,
+                           size_t* size);
 
 /**
  * The same into memory that the library allocates.
  * @param bytes receives it, with one NUL behind the last byte; for vu_free(). Null on failure.
  * @param size receives the number of bytes, the NUL not counted.
  */
-VU_C_API vu_status vu_read_whole(vu_store *store, const vu_document *document, void **bytes,
-                                 size_t *size);
+VU_C_API vu_status vu_read_whole(vu_store* store, const vu_document* document, void** bytes,
+                                 size_t* size);
 
 enum {
   VU_REPLACE = 1, /**< what is there already is replaced; else it is VU_ALREADY */
@@ -308,16 +313,16 @@ enum {
  * Waits for writers and readers of the index, and of the document when it is written in place. Any
  * thread.
  */
-VU_C_API vu_status vu_put(vu_store *store, const vu_document *document, const void *bytes,
-                          size_t size, uint32_t flags, int32_t *how);
+VU_C_API vu_status vu_put(vu_store* store, const vu_document* document, const void* bytes,
+                          size_t size, uint32_t flags, int32_t* how);
 
 /**
  * Stores a file as a version, with its modification time; as vu_put().
  * @param path the file; VU_NOTHING_MATCHED when there is none. A lock of somebody else on it is
  *   not waited for: VU_FAILED.
  */
-VU_C_API vu_status vu_copy_in(vu_store *store, const vu_document *document, const char *path,
-                              uint32_t flags, int32_t *how);
+VU_C_API vu_status vu_copy_in(vu_store* store, const vu_document* document, const char* path,
+                              uint32_t flags, int32_t* how);
 
 /**
  * Copies a version to a file outside, with its modification time.
@@ -326,7 +331,7 @@ VU_C_API vu_status vu_copy_in(vu_store *store, const vu_document *document, cons
  * @return VU_NOTHING_MATCHED when there is no such version. A copy that fails half-way leaves no
  *   file. Locks on the document are not waited for. Waits as vu_exists(). Any thread.
  */
-VU_C_API vu_status vu_copy_out(vu_store *store, const vu_document *document, const char *path,
+VU_C_API vu_status vu_copy_out(vu_store* store, const vu_document* document, const char* path,
                                uint32_t flags);
 
 /**
@@ -335,7 +340,7 @@ VU_C_API vu_status vu_copy_out(vu_store *store, const vu_document *document, con
  *
  * Waits for writers and readers of the index. Any thread.
  */
-VU_C_API vu_status vu_remove(vu_store *store, const vu_document *document);
+VU_C_API vu_status vu_remove(vu_store* store, const vu_document* document);
 
 /**
  * Gives a version another name, version, owner or area. Parts of a document stay behind.
@@ -347,7 +352,7 @@ VU_C_API vu_status vu_remove(vu_store *store, const vu_document *document);
  * @param flags VU_REPLACE, without which a version `to` that exists is VU_ALREADY.
  * @return VU_NOTHING_MATCHED when there is no `from`. Waits as vu_remove(). Any thread.
  */
-VU_C_API vu_status vu_rename(vu_store *store, const vu_document *from, const vu_document *to,
+VU_C_API vu_status vu_rename(vu_store* store, const vu_document* from, const vu_document* to,
                              uint32_t flags);
 
 /**
@@ -355,7 +360,7 @@ VU_C_API vu_status vu_rename(vu_store *store, const vu_document *from, const vu_
  * @param version receives it.
  * @return VU_NOTHING_MATCHED when there is none. Waits as vu_exists(). Any thread.
  */
-VU_C_API vu_status vu_latest(vu_store *store, const vu_document *document, int64_t *version);
+VU_C_API vu_status vu_latest(vu_store* store, const vu_document* document, int64_t* version);
 
 /* ---- streams -------------------------------------------------------------------------------- */
 
@@ -386,8 +391,8 @@ enum {
  * Waits for writers of the index, then for writers of the document, and when it writes for the
  * readers of both. Any thread.
  */
-VU_C_API vu_status vu_open(vu_store *store, const vu_document *document, int32_t mode,
-                           vu_stream **stream);
+VU_C_API vu_status vu_open(vu_store* store, const vu_document* document, int32_t mode,
+                           vu_stream** stream);
 
 /**
  * Opens a part of a document of VU_AREA_DOCS, a page of its rendition, say.
@@ -402,8 +407,8 @@ VU_C_API vu_status vu_open(vu_store *store, const vu_document *document, int32_t
  * @return VU_NOTHING_MATCHED when there is no such version of the document. Waits as vu_open().
  *   Any thread.
  */
-VU_C_API vu_status vu_open_part(vu_store *store, const vu_document *document, const char *rendition,
-                                const char *part, int32_t mode, vu_stream **stream);
+VU_C_API vu_status vu_open_part(vu_store* store, const vu_document* document, const char* rendition,
+                                const char* part, int32_t mode, vu_stream** stream);
 
 /**
  * Reads from the position on.
@@ -412,7 +417,7 @@ VU_C_API vu_status vu_open_part(vu_store *store, const vu_document *document, co
  *   when nothing is left.
  * @return VU_USAGE for a stream that writes.
  */
-VU_C_API vu_status vu_stream_read(vu_stream *stream, void *buffer, size_t room, size_t *size);
+VU_C_API vu_status vu_stream_read(vu_stream* stream, void* buffer, size_t room, size_t* size);
 
 /**
  * Writes at the position.
@@ -420,7 +425,7 @@ VU_C_API vu_status vu_stream_read(vu_stream *stream, void *buffer, size_t room, 
  * @return VU_FAILED when not all bytes were written, as on a full disk; VU_USAGE for a stream that
  *   reads.
  */
-VU_C_API vu_status vu_stream_write(vu_stream *stream, const void *bytes, size_t size);
+VU_C_API vu_status vu_stream_write(vu_stream* stream, const void* bytes, size_t size);
 
 /** From where vu_stream_seek() counts. */
 enum { VU_FROM_START = 0, VU_FROM_POSITION = 1, VU_FROM_END = 2 };
@@ -430,17 +435,17 @@ enum { VU_FROM_START = 0, VU_FROM_POSITION = 1, VU_FROM_END = 2 };
  * @param distance in bytes, between -2147483648 and 2147483647.
  * @return VU_USAGE for another distance or origin. That a position cannot be is not told.
  */
-VU_C_API vu_status vu_stream_seek(vu_stream *stream, int64_t distance, int32_t origin);
+VU_C_API vu_status vu_stream_seek(vu_stream* stream, int64_t distance, int32_t origin);
 
 /** The size of the stream's file in bytes. */
-VU_C_API vu_status vu_stream_size(vu_stream *stream, int64_t *size);
+VU_C_API vu_status vu_stream_size(vu_stream* stream, int64_t* size);
 
 /**
  * Closes a stream: what was written is on the device, and the lock is given back.
  * @return VU_FAILED when the system could not write all of it to the device. The stream is closed
  *   in any case but VU_BUSY and VU_BAD_HANDLE.
  */
-VU_C_API vu_status vu_stream_close(vu_stream *stream);
+VU_C_API vu_status vu_stream_close(vu_stream* stream);
 
 /* ---- lists ---------------------------------------------------------------------------------- */
 
@@ -452,9 +457,9 @@ typedef struct vu_entry {
   size_t struct_size; /**< set by the library */
   int32_t area;       /**< VU_AREA_... */
   uint32_t reserved;  /**< 0 */
-  const char *owner;  /**< empty where owners share folders */
-  const char *name;   /**< the document's name */
-  const char *file;   /**< the name of its file in the folder */
+  const char* owner;  /**< empty where owners share folders */
+  const char* name;   /**< the document's name */
+  const char* file;   /**< the name of its file in the folder */
   vu_info info;       /**< its version; the rest with VU_WITH_INFO */
 } vu_entry;
 
@@ -464,9 +469,9 @@ typedef struct vu_entry {
  * @param entry valid during the call alone.
  * @return 0 to go on; anything else ends the list with VU_INTERRUPTED.
  */
-typedef int32_t (*vu_entry_visitor)(void *context, const vu_entry *entry);
+typedef int32_t (*vu_entry_visitor)(void* context, const vu_entry* entry);
 /** The same for names. */
-typedef int32_t (*vu_name_visitor)(void *context, const char *name);
+typedef int32_t (*vu_name_visitor)(void* context, const char* name);
 
 /**
  * Goes through the documents of an owner in one area, folder by folder, within each in the order of
@@ -476,21 +481,21 @@ typedef int32_t (*vu_name_visitor)(void *context, const char *name);
  * @param flags VU_WITH_INFO.
  * @return VU_DONE, also when there is none. Waits for writers of each index. Any thread.
  */
-VU_C_API vu_status vu_each_document(vu_store *store, int32_t area, const char *owner,
-                                    uint32_t flags, vu_entry_visitor visit, void *context);
+VU_C_API vu_status vu_each_document(vu_store* store, int32_t area, const char* owner,
+                                    uint32_t flags, vu_entry_visitor visit, void* context);
 
 /** Goes through the versions of one name, the oldest first; `document->version` is not looked at.
  *  Otherwise as vu_each_document(). */
-VU_C_API vu_status vu_each_version(vu_store *store, const vu_document *document, uint32_t flags,
-                                   vu_entry_visitor visit, void *context);
+VU_C_API vu_status vu_each_version(vu_store* store, const vu_document* document, uint32_t flags,
+                                   vu_entry_visitor visit, void* context);
 
 /**
  * Goes through the owners that have a folder in an area, in the system's order; none where owners
  * share folders.
  * @param area VU_AREA_...
  */
-VU_C_API vu_status vu_each_owner(vu_store *store, int32_t area, vu_name_visitor visit,
-                                 void *context);
+VU_C_API vu_status vu_each_owner(vu_store* store, int32_t area, vu_name_visitor visit,
+                                 void* context);
 
 /* ---- key files ------------------------------------------------------------------------------ */
 
@@ -505,22 +510,22 @@ VU_C_API vu_status vu_each_owner(vu_store *store, int32_t area, vu_name_visitor 
 
 /** The value of the first line with that name. VU_NOTHING_MATCHED when there is no line or file.
  *  Waits for writers of the index and of the file. Any thread. */
-VU_C_API vu_status vu_key_get(vu_store *store, const vu_document *document, const char *line,
-                              char *buffer, size_t room, size_t *size);
+VU_C_API vu_status vu_key_get(vu_store* store, const vu_document* document, const char* line,
+                              char* buffer, size_t room, size_t* size);
 /** Gives the first line of that name a value and drops the others; a missing file or line is made.
  *  Waits for writers and readers of the index and of the file. Any thread. */
-VU_C_API vu_status vu_key_set(vu_store *store, const vu_document *document, const char *line,
-                              const char *value);
+VU_C_API vu_status vu_key_set(vu_store* store, const vu_document* document, const char* line,
+                              const char* value);
 /** Drops the lines of that name. VU_NOTHING_MATCHED when there is none. Waits as vu_key_set(). Any
  *  thread. */
-VU_C_API vu_status vu_key_delete(vu_store *store, const vu_document *document, const char *line);
+VU_C_API vu_status vu_key_delete(vu_store* store, const vu_document* document, const char* line);
 
 /** Is called for each line; see vu_entry_visitor. */
-typedef int32_t (*vu_line_visitor)(void *context, const char *name, const char *value);
+typedef int32_t (*vu_line_visitor)(void* context, const char* name, const char* value);
 /** Goes through the lines in their order, with no lock held. VU_NOTHING_MATCHED when there is no
  *  such file. Waits as vu_key_get(). Any thread. */
-VU_C_API vu_status vu_key_each(vu_store *store, const vu_document *document, vu_line_visitor visit,
-                               void *context);
+VU_C_API vu_status vu_key_each(vu_store* store, const vu_document* document, vu_line_visitor visit,
+                               void* context);
 
 /**
  * Profiles are key files with a fixed place: an owner's lies in VU_AREA_USER, the master profile in
@@ -531,17 +536,17 @@ VU_C_API vu_status vu_key_each(vu_store *store, const vu_document *document, vu_
  *
  * Otherwise as the calls for key files.
  */
-VU_C_API vu_status vu_profile_get(vu_store *store, const char *owner, const char *file,
-                                  const char *line, char *buffer, size_t room, size_t *size);
+VU_C_API vu_status vu_profile_get(vu_store* store, const char* owner, const char* file,
+                                  const char* line, char* buffer, size_t room, size_t* size);
 /** As vu_key_set(). */
-VU_C_API vu_status vu_profile_set(vu_store *store, const char *owner, const char *file,
-                                  const char *line, const char *value);
+VU_C_API vu_status vu_profile_set(vu_store* store, const char* owner, const char* file,
+                                  const char* line, const char* value);
 /** As vu_key_delete(). */
-VU_C_API vu_status vu_profile_delete(vu_store *store, const char *owner, const char *file,
-                                     const char *line);
+VU_C_API vu_status vu_profile_delete(vu_store* store, const char* owner, const char* file,
+                                     const char* line);
 /** As vu_key_each(). */
-VU_C_API vu_status vu_profile_each(vu_store *store, const char *owner, const char *file,
-                                   vu_line_visitor visit, void *context);
+VU_C_API vu_status vu_profile_each(vu_store* store, const char* owner, const char* file,
+                                   vu_line_visitor visit, void* context);
 
 /* ---- owners and upkeep ---------------------------------------------------------------------- */
 
@@ -551,14 +556,14 @@ VU_C_API vu_status vu_profile_each(vu_store *store, const char *owner, const cha
  * @return VU_ALREADY when the new name has one of these folders, VU_NOTHING_MATCHED when the old
  *   one has none, VU_PARTLY_DONE when one could not be renamed.
  */
-VU_C_API vu_status vu_rename_owner(vu_store *store, const char *from, const char *to);
+VU_C_API vu_status vu_rename_owner(vu_store* store, const char* from, const char* to);
 
 /**
  * Removes an owner's folders of mail, lists and own files with everything in them; corporate
  * documents stay.
  * @return VU_NOTHING_MATCHED when there is none, VU_PARTLY_DONE when something stays.
  */
-VU_C_API vu_status vu_remove_owner(vu_store *store, const char *owner);
+VU_C_API vu_status vu_remove_owner(vu_store* store, const char* owner);
 
 enum {
   VU_DRY_RUN = 1,   /**< only tell what would go */
@@ -578,15 +583,15 @@ enum {
  * @return VU_NO_NAME for an owner whose name needs another code page than UTF-8. Waits for writers
  *   and readers of each index. Any thread.
  */
-VU_C_API vu_status vu_clean(vu_store *store, int32_t area, const char *owner, int64_t older_than,
-                            uint32_t flags, vu_entry_visitor visit, void *context, int64_t *count);
+VU_C_API vu_status vu_clean(vu_store* store, int32_t area, const char* owner, int64_t older_than,
+                            uint32_t flags, vu_entry_visitor visit, void* context, int64_t* count);
 
 /**
  * Converts an owner's mail folder once from escaped names to index entries, with its read list.
  * @return VU_DONE, also for one that is converted already; VU_NOTHING_MATCHED when the owner has no
  *   mail folder. Waits for writers and readers of the index and the read list. Any thread.
  */
-VU_C_API vu_status vu_migrate_inbox(vu_store *store, const char *owner);
+VU_C_API vu_status vu_migrate_inbox(vu_store* store, const char* owner);
 
 /* ---- traces --------------------------------------------------------------------------------- */
 
@@ -606,16 +611,16 @@ typedef struct vu_trace {
   size_t struct_size;    /**< set by the library */
   int32_t kind;          /**< VU_KIND_... */
   int32_t level;         /**< 0 for the smallest circle of records to 4 for the widest; -1: none */
-  const char *source;    /**< the source's name */
+  const char* source;    /**< the source's name */
   int32_t line;          /**< line number in that source */
   uint32_t reserved;     /**< 0 */
-  const char *signature; /**< of the operation */
-  const char *text;      /**< bytes as the library has them, with a NUL behind the last one */
+  const char* signature; /**< of the operation */
+  const char* text;      /**< bytes as the library has them, with a NUL behind the last one */
   size_t text_size;      /**< without that NUL */
 } vu_trace;
 
 /** Receives traces, from any thread, several at once. It must not call the library. */
-typedef void (*vu_trace_sink)(void *context, const vu_trace *record);
+typedef void (*vu_trace_sink)(void* context, const vu_trace* record);
 
 /**
  * Has every trace of the library told to a callback. It takes the place of a sink that a C++ host
@@ -623,7 +628,7 @@ typedef void (*vu_trace_sink)(void *context, const vu_trace *record);
  * @param sink null for silence.
  * @param level up to which level records and scopes are told: -1 (events alone) to 4.
  */
-VU_C_API vu_status vu_set_trace(vu_trace_sink sink, void *context, int32_t level);
+VU_C_API vu_status vu_set_trace(vu_trace_sink sink, void* context, int32_t level);
 
 #ifdef __cplusplus
 }

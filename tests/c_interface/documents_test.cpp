@@ -204,3 +204,28 @@ TEST(CDocuments, AFileThatBearsTheNameIsReplacedInPlace) {
   EXPECT_EQ(how, VU_STORED_IN_PLACE);
   EXPECT_EQ(content(where), "new");
 }
+
+TEST(CDocuments, TheFileOfAnotherDocumentIsNoName) {
+  const vu_document where = document("stored-name", "a.txt", 1, VU_AREA_USER);
+  ASSERT_EQ(put(where, "bytes"), VU_DONE);
+  std::string path(1000, '\0');
+  std::size_t size = 0;
+  ASSERT_EQ(vu_file_path(store(), &where, path.data(), path.size(), &size), VU_DONE);
+  path.resize(size);
+  const std::string file = path.substr(path.find_last_of("/\\") + 1);
+  for (const std::int64_t version : {0, 1}) {
+    const vu_document same = document("stored-name", file.c_str(), version, VU_AREA_USER);
+    EXPECT_EQ(vu_exists(store(), &same), VU_REFUSED);
+    EXPECT_EQ(put(same, "x", VU_REPLACE), VU_REFUSED);
+    EXPECT_EQ(vu_remove(store(), &same), VU_REFUSED);
+    vu_stream* stream = nullptr;
+    EXPECT_EQ(vu_open(store(), &same, VU_WRITE_OVER, &stream), VU_REFUSED);
+    EXPECT_EQ(vu_open(store(), &same, VU_READ_SERVED, &stream), VU_REFUSED);
+    EXPECT_EQ(vu_key_set(store(), &same, "a", "b"), VU_REFUSED);
+  }
+  EXPECT_EQ(content(where), "bytes");
+  // A name that is none here is as good as any, also one of digits.
+  const vu_document dated = document("stored-name", "20240501.txt", 1, VU_AREA_USER);
+  EXPECT_EQ(put(dated, "dated"), VU_DONE);
+  EXPECT_EQ(content(dated), "dated");
+}
