@@ -12,7 +12,6 @@
 #include "lab/meetings/explorer.h"
 #include "lab/meetings/field.h"
 #include "lab/meetings/footprint.h"
-#include "lab/meetings/judge.h"
 #include "lab/meetings/schedule.h"
 #include "platform/os/os.h"
 #include "tests/support/scratch.h"
@@ -273,66 +272,6 @@ TEST(MeetingsLayer, TellsThatARunWentAnotherWay) {
     meeting.run({ask, ask});
   }
   EXPECT_TRUE(explorer.is_unrepeatable());
-}
-
-// ---- what may be --------------------------------------------------------------------------------
-
-constexpr const char* kFirst = "storage/user/anna: new.kdb_0000000000";
-constexpr const char* kSecond = "storage/user/anna: newer.kdb_0000000000";
-
-TEST(MeetingsJudge, MissesWhatOneHasMadeWhenTheOtherOneDies) {
-  const Gathering gathering = gathering_from("create + create, other-new, tidy, off");
-  const Outcome both{{"a", "b"}, {{kFirst, ""}, {kSecond, ""}}, {false, false}};
-  const Outcome without_a{{"", "b"}, {{kSecond, ""}}, {true, false}};
-  const Outcome without_b{{"a", ""}, {{kFirst, ""}}, {false, true}};
-  const Judge judge(gathering, {}, {both, without_a, without_b});
-  EXPECT_EQ(judge.judge(without_a).wrong, "");
-  EXPECT_EQ(judge.judge({{"a", ""}, both.facts, {false, true}}).wrong, "");
-  // A has made its entry, and said so.
-  const Outcome lost{{"a", ""}, {{kSecond, ""}}, {false, true}};
-  EXPECT_NE(judge.judge(lost).wrong, "");
-  EXPECT_NE(judge.judge({{"a", "b"}, {{kSecond, ""}}, {false, false}}).wrong, "");
-}
-
-TEST(MeetingsJudge, MissesALineWhereTwoMakeOneEntry) {
-  const Gathering gathering = gathering_from("create + create, same-new, tidy, off");
-  const Judge judge(gathering, {}, {{{"a", "a"}, {{kFirst, ""}}, {false, false}}});
-  const std::string loose = "storage/user/anna: loose .kdb ''";
-  const Verdict accepted = judge.judge({{"a", "b"}, {{kFirst, ""}, {loose, "1"}}, {false, false}});
-  EXPECT_EQ(accepted.wrong, "");
-  EXPECT_EQ(accepted.races, std::vector<std::string>{"same-entry"});
-  EXPECT_NE(judge.judge({{"a", "b"}, {{loose, "2"}}, {false, false}}).wrong, "");
-}
-
-TEST(MeetingsJudge, FindsWhatNoStoryTells) {
-  const Gathering gathering = gathering_from("create + remove, other, tidy, off");
-  const std::string bystander = "storage/user/anna: other.kdc_0000000000";
-  const std::string index = "storage/user/anna: index";
-  const Facts before{{bystander, "bytes"}, {index, "whole"}};
-  const Judge judge(gathering, before, {{{"", ""}, before, {false, false}}});
-  const auto wrong = [&](const Facts& facts) {
-    return judge.judge({{"", ""}, facts, {false, false}}).wrong;
-  };
-  EXPECT_EQ(wrong(before), "");
-  EXPECT_NE(wrong({{index, "whole"}}), "");
-  EXPECT_NE(wrong({{bystander, "others"}, {index, "whole"}}), "");
-  EXPECT_NE(wrong({{bystander, "bytes"}, {index, "interrupted"}}), "");
-  for (const char* const fact :
-       {"storage/user/anna: another.kdb_0000000000", "storage/user/anna/x",
-        "storage/user/anna: the counter is behind", "storage/user/anna: two entries, one file"}) {
-    Facts facts = before;
-    facts[fact] = "1";
-    EXPECT_NE(wrong(facts), "") << fact;
-  }
-}
-
-TEST(MeetingsRaces, AreStoriesOfThePage) {
-  const std::string page = read_file(VU_TEST_DOCS "/concurrency.md");
-  for (const Race& each : accepted_races()) {
-    const bool is_told = page.find("\n### " + each.story + "\n") != std::string::npos ||
-                         page.find("\n## " + each.story + "\n") != std::string::npos;
-    EXPECT_TRUE(is_told) << each.name << ": " << each.story;
-  }
 }
 
 // ---- meetings -----------------------------------------------------------------------------------
