@@ -46,6 +46,13 @@ class Json {
   static Json object();
 
   bool is_object() const noexcept { return m_kind == Kind::kObject; }
+  bool is_array() const noexcept { return m_kind == Kind::kArray; }
+  bool is_text() const noexcept { return m_kind == Kind::kText; }
+  /// Whether it is null, false, an empty text or an empty array.
+  bool is_empty() const noexcept {
+    return m_kind == Kind::kNull || (m_kind == Kind::kBool && m_unsigned == 0) ||
+           (m_kind == Kind::kText && m_text.empty()) || (m_kind == Kind::kArray && m_items.empty());
+  }
   /// Whether it is this text.
   bool operator==(std::string_view text) const noexcept {
     return m_kind == Kind::kText && m_text == text;

@@ -1,33 +1,29 @@
 #pragma once
 
 #include <string>
-#include <string_view>
+#include <vector>
 
 #include "client/admin/forecast.h"
 #include "client/admin/space.h"
+#include "client/stgctl/json.h"
 
 /// @file
-/// The pieces of a report page: text for HTML, and charts as SVG. Colours are those of the style
-/// sheet.
+/// The figures of a report's charts: where each piece stands, and what it says. How it looks is in
+/// report/*.svg, the colours in report/report.css.
 namespace stgctl {
-
-/// Bytes as text for HTML: what is no UTF-8 and control characters become U+FFFD.
-std::string html(std::string_view bytes);
 
 /// What a group without a name is called.
 std::string name_of_owner(const std::string& owner);
 std::string name_of_extension(const std::string& extension);
 
-/// The style sheet.
-std::string_view report_style();
-
-/// Space by area, owner and extension, as nested rectangles.
-std::string treemap_svg(const admin::SpaceNode& all);
-/// Bytes by age.
-std::string ages_svg(const std::vector<admin::StatsGroup>& ages);
-/// What each age limit would free and lose, in parts of the whole.
-std::string curve_svg(const admin::Curve& curve);
-/// The same, of bytes alone and as small as a word.
-std::string spark_svg(const admin::Curve& curve);
+/// Space by area, owner and extension, as nested rectangles: a list for treemap.svg.
+Json treemap_figures(const admin::SpaceNode& all);
+/// Bytes by age: a list for ages.svg.
+Json age_figures(const std::vector<admin::StatsGroup>& ages);
+/// What each age limit would free and lose, in parts of the whole: "freed_line", "lost_line" and
+/// "points" for curve.svg.
+Json curve_figures(const admin::Curve& curve);
+/// The line of the bytes freed, as small as a word.
+std::string spark_line(const admin::Curve& curve);
 
 }  // namespace stgctl
