@@ -5,8 +5,27 @@
 
 namespace stgctl {
 
-// Look, explain, check.
-void add_look_commands(Commands& commands);
+// Look.
+void add_status_command(Commands& commands);
+void add_locks_command(Commands& commands);
+void add_doctor_command(Commands& commands);
+void add_stats_command(Commands& commands);
+void add_report_command(Commands& commands);
+void add_list_commands(Commands& commands);
+void add_versions_command(Commands& commands);
+void add_which_command(Commands& commands);
+void add_cat_command(Commands& commands);
+void add_parts_command(Commands& commands);
+void add_show_commands(Commands& commands);
+void add_index_commands(Commands& commands);
+void add_index_snapshot_command(Commands& commands);
+void add_index_log_command(Commands& commands);
+void add_index_diff_command(Commands& commands);
+void add_index_restore_command(Commands& commands);
+// Explain, check.
+void add_explain_commands(Commands& commands);
+void add_check_command(Commands& commands);
+void add_compare_command(Commands& commands);
 // Change.
 void add_init_command(Commands& commands);
 void add_put_command(Commands& commands);
@@ -28,24 +47,43 @@ void add_complete_command(Commands& commands);
 void add_manual_command(Commands& commands);
 
 void add_all_commands(Commands& commands) {
-  add_look_commands(commands);
-  add_init_command(commands);
-  add_put_command(commands);
-  add_get_command(commands);
-  add_rm_command(commands);
-  add_mv_command(commands);
-  add_key_commands(commands);
-  add_user_commands(commands);
-  add_clean_command(commands);
-  add_migrate_commands(commands);
-  add_sync_command(commands);
-  add_repair_command(commands);
-  add_undo_commands(commands);
-  add_export_command(commands);
-  add_import_command(commands);
-  add_completion_command(commands);
-  add_complete_command(commands);
-  add_manual_command(commands);
+  for (const auto add : {add_status_command,
+                         add_locks_command,
+                         add_doctor_command,
+                         add_stats_command,
+                         add_report_command,
+                         add_list_commands,
+                         add_versions_command,
+                         add_which_command,
+                         add_cat_command,
+                         add_parts_command,
+                         add_show_commands,
+                         add_index_commands,
+                         add_index_snapshot_command,
+                         add_index_log_command,
+                         add_index_diff_command,
+                         add_index_restore_command,
+                         add_explain_commands,
+                         add_check_command,
+                         add_compare_command,
+                         add_init_command,
+                         add_put_command,
+                         add_get_command,
+                         add_rm_command,
+                         add_mv_command,
+                         add_key_commands,
+                         add_user_commands,
+                         add_clean_command,
+                         add_migrate_commands,
+                         add_sync_command,
+                         add_repair_command,
+                         add_undo_commands,
+                         add_export_command,
+                         add_import_command,
+                         add_completion_command,
+                         add_complete_command,
+                         add_manual_command})
+    add(commands);
 }
 
 const char* family_summary(const std::string& name) {

@@ -95,4 +95,9 @@ std::string_view name_of(admin::sys::Kind kind) {
   return kNames[static_cast<std::size_t>(kind)];
 }
 
+std::string_view name_of(admin::sys::Knowledge known) {
+  constexpr std::array<std::string_view, 3> kNames = {"complete", "partial", "none"};
+  return kNames[static_cast<std::size_t>(known)];
+}
+
 }  // namespace stgctl

@@ -44,5 +44,7 @@ void put_info(Json& object, const admin::sys::Info& info);
 
 /// "file", "folder", ...
 std::string_view name_of(admin::sys::Kind kind);
+/// "complete", "partial", "none".
+std::string_view name_of(admin::sys::Knowledge known);
 
 }  // namespace stgctl

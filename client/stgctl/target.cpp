@@ -137,6 +137,15 @@ void check_no_link(Context& context, const std::string& path) {
   }
 }
 
+FoundEntry::FoundEntry(const admin::EntryView& entry)
+    : folder(*entry.folder),
+      state(entry.state),
+      name(entry.logical),
+      timestamp(entry.timestamp),
+      stored(entry.stored),
+      file(entry.file),
+      info(entry.info) {}
+
 Subject subject_of(const FoundEntry& entry) {
   return {std::string(admin::name_of(entry.folder.area)), entry.folder.owner, entry.name,
           entry.timestamp};
@@ -151,8 +160,7 @@ std::vector<FoundEntry> find_entries(Context& context, admin::EntryQuery query) 
   const admin::EntryFailures failures = admin::for_each_entry(
       context.tree(), query,
       [&](const admin::EntryView& entry) {
-        found.push_back({*entry.folder, entry.state, std::string(entry.logical), entry.timestamp,
-                         std::string(entry.file), entry.info});
+        found.emplace_back(entry);
         return true;
       },
       [&](const std::string& path, const std::string& why) {
@@ -184,8 +192,12 @@ std::vector<FoundEntry> entries_of_folder(Context& context, const admin::Documen
   admin::LintedLine line;
   while (lint.next(line)) {
     if (line.verdict != admin::Verdict::kEntry || !line.has_file) continue;
-    FoundEntry entry = {folder,         admin::EntryState::kIndexed, std::string(line.logical),
-                        line.timestamp, std::string(line.file),      {}};
+    FoundEntry entry;
+    entry.folder = folder;
+    entry.name = line.logical;
+    entry.timestamp = line.timestamp;
+    entry.stored = line.stored;
+    entry.file = line.file;
     entry.info = admin::sys::describe(entry.path());
     found.push_back(std::move(entry));
   }

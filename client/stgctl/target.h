@@ -60,10 +60,14 @@ struct FoundEntry {
   admin::EntryState state = admin::EntryState::kIndexed;
   std::string name;
   std::int32_t timestamp = 0;
+  std::string stored;
   std::string file;
   admin::sys::Info info;
 
+  FoundEntry() = default;
+  explicit FoundEntry(const admin::EntryView& entry);
   std::string path() const { return admin::sys::join(folder.path, file); }
+  admin::EntryView view() const { return {&folder, state, name, timestamp, stored, file, 0, info}; }
 };
 Subject subject_of(const FoundEntry& entry);
 

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <charconv>
-#include <chrono>
 #include <limits>
 
 namespace stgctl {
@@ -66,17 +65,6 @@ std::string format_bytes(std::uint64_t bytes) {
     ++unit;
   }
   return formatted("{:.1f} {}", value, kUnits[unit]);
-}
-
-std::string format_time(std::int64_t seconds) {
-  using namespace std::chrono;
-  const sys_seconds point{std::chrono::seconds(seconds)};
-  const sys_days day = floor<days>(point);
-  const year_month_day date(day);
-  const hh_mm_ss time(point - day);
-  return formatted("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", int{date.year()}, unsigned{date.month()},
-                   unsigned{date.day()}, time.hours().count(), time.minutes().count(),
-                   time.seconds().count());
 }
 
 std::string format_age(std::int64_t seconds) {

@@ -26,8 +26,7 @@ std::size_t columns(std::string_view text);
 
 /// "0 B", "1023 B", "1.5 KiB", "12.0 GiB".
 std::string format_bytes(std::uint64_t bytes);
-/// "2024-05-01 07:09:59", in UTC. @param seconds since 1970.
-std::string format_time(std::int64_t seconds);
+using admin::format_time;
 /// "37 s", "12 min", "5 h", "3 d", the largest unit that is at least one; "in 5 h" for the future.
 std::string format_age(std::int64_t seconds);
 

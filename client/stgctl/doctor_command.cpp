@@ -1,11 +1,9 @@
-// status, locks and doctor: the tree from the outside, and what it stands on.
-
 #include <memory>
 
 #include "client/admin/doctor.h"
 #include "client/stgctl/command.h"
+#include "client/stgctl/context.h"
 #include "client/stgctl/doctor_shared.h"
-#include "client/stgctl/look.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {
@@ -14,100 +12,7 @@ namespace {
 
 namespace sys = admin::sys;
 
-std::string_view name_of(sys::Knowledge known) {
-  if (known == sys::Knowledge::kComplete) return "complete";
-  return known == sys::Knowledge::kPartial ? "partial" : "none";
-}
-
-// ---- status ------------------------------------------------------------------------------------
-
-Exit run_status(Context& context) {
-  const admin::Tree& tree = context.tree();
-  const admin::TreeStatus status = admin::status_of(tree);
-  const sys::FileSystem system = sys::file_system_of(tree.storage);
-  std::vector<sys::HeldLock> locks;
-  const sys::Knowledge known = sys::find_locks(tree.storage, locks);
-  if (context.out().json()) {
-    Json fields;
-    put_name(fields, "storage", tree.storage);
-    fields["layout"] = admin::name_of(tree.layout);
-    fields["layout_guessed"] = tree.layout_was_guessed;
-    fields["areas"] = Json::array();
-    for (const admin::Area area : admin::kAreas) {
-      const admin::AreaStatus& each = status.areas[static_cast<std::size_t>(area)];
-      fields["areas"].push_back({{"area", admin::name_of(area)},
-                                 {"exists", each.exists},
-                                 {"owners", each.owners},
-                                 {"folders", each.folders},
-                                 {"indexes", each.with_index},
-                                 {"strays", each.strays}});
-    }
-    fields["failures"] = status.failures;
-    fields["file_system"] = system.type;
-    fields["free_bytes"] = system.free_bytes;
-    fields["locks"] = locks.size();
-    fields["locks_known"] = name_of(known);
-    context.out().json_line("stgctl.status/1", fields);
-  } else {
-    context.out().print(
-        "{}  {}{}\n", context.out().styled(Style::kBold, shown(tree.storage)),
-        tree.layout == admin::Layout::kFlat ? "flat, without owners" : "with owners",
-        tree.layout_was_guessed ? "" : " (as said)");
-    for (const admin::Area area : admin::kAreas) {
-      const admin::AreaStatus& each = status.areas[static_cast<std::size_t>(area)];
-      if (!each.exists) {
-        context.out().print("  {:<8}missing\n", admin::name_of(area));
-        continue;
-      }
-      context.out().print("  {:<8}{:>6} owners  {:>7} folders  {:>7} indexes{}\n",
-                          admin::name_of(area), each.owners, each.folders, each.with_index,
-                          each.strays == 0 ? "" : formatted("  {} strays", each.strays));
-    }
-    context.out().print("  {} of {} free on {}\n", format_bytes(system.free_bytes),
-                        format_bytes(system.total_bytes), system.type);
-    if (known != sys::Knowledge::kNone) context.out().print("  {} locks held\n", locks.size());
-  }
-  return status.failures == 0 ? Exit::kDone : Exit::kPartlyDone;
-}
-
-// ---- locks -------------------------------------------------------------------------------------
-
-Exit run_locks(Context& context) {
-  const admin::Tree& tree = context.tree();
-  std::vector<sys::HeldLock> locks;
-  const sys::Knowledge known = sys::find_locks(tree.storage, locks);
-  for (const sys::HeldLock& lock : locks) {
-    if (context.out().json()) {
-      Json fields;
-      fields["record"] = "lock";
-      put_name(fields, "path", lock.path);
-      fields["lock"] = lock.is_exclusive ? "exclusive" : "shared";
-      fields["whole_file"] = lock.is_whole_file;
-      fields["process"] = lock.process;
-      put_name(fields, "command", lock.command);
-      context.out().json_line("stgctl.locks/1", fields);
-    } else {
-      context.out().print("{:<9}  {:>8}  {:<16}  {}\n", lock.is_exclusive ? "exclusive" : "shared",
-                          lock.process, shown(lock.command), shown(lock.path));
-    }
-  }
-  if (context.out().json())
-    context.out().json_line(
-        "stgctl.locks/1",
-        {{"record", "summary"}, {"locks", locks.size()}, {"known", name_of(known)}});
-  if (known == sys::Knowledge::kNone)
-    context.out().warning("this system does not tell who holds a lock");
-  if (known == sys::Knowledge::kPartial)
-    context.out().warning(
-        "other users' processes could not be looked into; try it as an administrator");
-  if (!context.out().json() && locks.empty() && known != sys::Knowledge::kNone)
-    context.out().note("nobody holds a lock");
-  return Exit::kDone;
-}
-
-// ---- doctor ------------------------------------------------------------------------------------
-
-struct DoctorOptions {
+struct Options {
   std::string try_in;
   std::string shared;
   std::string peer;
@@ -121,7 +26,7 @@ struct Diagnosis {
   std::vector<std::string> warnings;
 };
 
-Diagnosis diagnose(Context& context, const DoctorOptions& options) {
+Diagnosis diagnose(Context& context, const Options& options) {
   const admin::Tree& tree = context.tree();
   Diagnosis found;
   found.system = sys::file_system_of(tree.storage);
@@ -148,7 +53,7 @@ Diagnosis diagnose(Context& context, const DoctorOptions& options) {
   return found;
 }
 
-Exit run_doctor(Context& context, const DoctorOptions& options) {
+Exit run_doctor(Context& context, const Options& options) {
   if (!options.shared.empty()) return run_doctor_shared(context, options.shared, options.peer);
   const admin::Tree& tree = context.tree();
   const Diagnosis found = diagnose(context, options);
@@ -193,7 +98,7 @@ Exit run_doctor(Context& context, const DoctorOptions& options) {
 }
 
 Run declare_doctor(Arguments& app) {
-  auto options = std::make_shared<DoctorOptions>();
+  auto options = std::make_shared<Options>();
   app.add_option("--try-locks", options->try_in,
                  "Where locks are tried with a file that is gone afterwards (the folder for "
                  "temporary files)")
@@ -214,15 +119,7 @@ Run declare_doctor(Arguments& app) {
 
 }  // namespace
 
-void add_status_commands(Commands& commands) {
-  commands.push_back({"status", Group::kLook, Effect::kLooks, "Show a tree at a glance",
-                      [](Arguments&) -> Run { return run_status; },
-                      "Its areas with their owners, folders and indexes, free space, and how many\n"
-                      "locks are held. No index is read."});
-  commands.push_back(
-      {"locks", Group::kLook, Effect::kLooks, "Show who holds which file locked",
-       [](Arguments&) -> Run { return run_locks; },
-       "On Linux, for the processes that you may look into. Windows does not tell."});
+void add_doctor_command(Commands& commands) {
   commands.push_back({"doctor", Group::kLook, Effect::kLooks,
                       "Show what the tree stands on, and prove that locks exclude", declare_doctor,
                       "Versions, code page, file system. The exit code is 4 when something is\n"

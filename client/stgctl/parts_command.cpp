@@ -1,0 +1,111 @@
+#include <memory>
+
+#include "client/admin/parts.h"
+#include "client/stgctl/entry_look.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace {
+
+namespace sys = admin::sys;
+
+struct Options {
+  EntryOptions entry;
+  std::string stamp;
+  bool why = false;
+};
+
+std::string time_or_dash(const sys::Info& info) {
+  return info.kind == sys::Kind::kMissing ? "-" : format_time(info.modify_time);
+}
+
+std::string why_text(const FoundEntry& version, const admin::Part& part) {
+  if (part.is_unreachable)
+    return "written under a selector with \"@\" that reading looks for in another folder";
+  switch (part.state) {
+    case admin::PartState::kForceRetrieve:
+      return "the document's time is 0: it has to be fetched";
+    case admin::PartState::kFromPreload:
+      return formatted("the preload copy of {} is newer than the part", time_or_dash(part.preload));
+    case admin::PartState::kRegenerate:
+      return formatted("the document of {} is newer than the part", time_or_dash(version.info));
+    default:
+      break;
+  }
+  if (version.file.ends_with(".kdf")) return "parts of .kdf documents are served as they are";
+  return formatted("at least as new as the document of {}", time_or_dash(version.info));
+}
+
+void show_part(Context& context, const FoundEntry& version, const admin::Part& part, bool why) {
+  if (context.out().json()) {
+    Json fields = fields_of(version.view());
+    put_name(fields, "stamp", part.stamp);
+    put_name(fields, "rendition", part.rendition);
+    put_name(fields, "part", part.name);
+    put_name(fields, "path", part.path);
+    fields["decision"] = admin::name_of(part.state);
+    fields["code"] = static_cast<int>(part.state);
+    fields["unreachable"] = part.is_unreachable;
+    fields["document_modified"] = version.info.modify_time;
+    const auto put_time = [&](const char* key, const sys::Info& info) {
+      if (info.kind != sys::Kind::kMissing) fields[key] = info.modify_time;
+    };
+    put_time("part_modified", part.info);
+    put_time("preload_modified", part.preload);
+    if (part.info.kind != sys::Kind::kMissing) fields["bytes"] = part.info.size;
+    if (why) fields["why"] = why_text(version, part);
+    context.out().json_line("stgctl.parts/1", fields);
+    return;
+  }
+  const bool good = part.state == admin::PartState::kUpToDate;
+  context.out().print(
+      "  {}{}{}  {}  {:>19}  preload {:>19}  {}\n", shown(part.stamp),
+      part.stamp.empty() ? "" : ":", shown(part.rendition), shown(part.name),
+      time_or_dash(part.info), time_or_dash(part.preload),
+      context.out().styled(good ? Style::kGreen : Style::kYellow, admin::name_of(part.state)));
+  if (why) context.out().print("      {}\n", why_text(version, part));
+}
+
+Exit run_parts(Context& context, const EntryOptions& entry, const Options& options) {
+  if (context.scope().area && *context.scope().area != admin::Area::kDocs)
+    throw Failure(Exit::kUsage, "only corporate documents have parts: --area docs");
+  admin::EntryFailures failures;
+  bool any = false;
+  for (const FoundEntry& version : versions_of(context, entry, failures)) {
+    if (version.folder.area != admin::Area::kDocs) continue;
+    std::vector<admin::Part> parts = admin::parts_of(version.path());
+    if (!options.stamp.empty())
+      std::erase_if(parts, [&](const admin::Part& part) { return part.stamp != options.stamp; });
+    if (parts.empty()) continue;
+    any = true;
+    if (!context.out().json()) {
+      std::string subject;
+      append_subject(subject, version.view());
+      context.out().print("{}  {}\n", subject, format_time(version.info.modify_time));
+    }
+    for (const admin::Part& part : parts) show_part(context, version, part, options.why);
+  }
+  return exit_of(failures, any);
+}
+
+}  // namespace
+
+void add_parts_command(Commands& commands) {
+  const auto declare = [](Arguments& app) -> Run {
+    const auto options = std::make_shared<Options>();
+    declare_entry(app, options->entry, "The logical name");
+    app.add_option("--stamp", options->stamp, "Only parts below the folder of this stamp")
+        .type_name("TEXT");
+    app.add_flag("--why", options->why, "Say why the library would decide so");
+    return [options](Context& context) {
+      return run_parts(context, taken_apart(context, options->entry, Paths::kRefused), *options);
+    };
+  };
+  commands.push_back(
+      {"parts", Group::kLook, Effect::kLooks, "List the parts of a corporate document", declare,
+       "With the times of part and preload copy, and what a reading would decide: up-to-date,\n"
+       "from-preload, regenerate or force-retrieve."});
+}
+
+}  // namespace stgctl

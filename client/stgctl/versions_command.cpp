@@ -1,0 +1,62 @@
+#include <memory>
+
+#include "client/admin/lookup.h"
+#include "client/stgctl/entry_look.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace {
+
+/// The file that reading serves for this version's name and timestamp; empty when none is.
+std::string served_for(Context& context, const FoundEntry& version, bool no_lock) {
+  admin::Request request;
+  request.area = version.folder.area;
+  request.owner = version.folder.owner;
+  request.entry = version.name;
+  request.timestamp = version.timestamp;
+  // Whether its age would do is the asker's matter.
+  if (!version.name.ends_with(".kdf") || request.area != admin::Area::kDocs) request.timestamp = 0;
+  return admin::look_up(context.tree(), request, locking_for(context, no_lock)).path;
+}
+
+Exit run_versions(Context& context, const EntryOptions& options) {
+  admin::EntryFailures failures;
+  const std::vector<FoundEntry> all = versions_of(context, options, failures);
+  for (const FoundEntry& version : all) {
+    const bool keeps_documents = admin::expects_index(version.folder.area);
+    const bool served =
+        keeps_documents && served_for(context, version, options.no_lock) == version.path();
+    if (context.out().json()) {
+      Json fields = fields_of(version.view());
+      put_info(fields, version.info);
+      fields["served"] = served;
+      context.out().json_line("stgctl.versions/1", fields);
+      continue;
+    }
+    std::string subject;
+    append_subject(subject, version.view());
+    context.out().print("{}  {:>10}  {}  {}{}\n", subject, format_bytes(version.info.size),
+                        format_time(version.info.modify_time), shown(version.file),
+                        served ? "" : context.out().styled(Style::kYellow, "  (never read)"));
+  }
+  return exit_of(failures, !all.empty());
+}
+
+}  // namespace
+
+void add_versions_command(Commands& commands) {
+  const auto declare = [](Arguments& app) -> Run {
+    const auto options = std::make_shared<EntryOptions>();
+    declare_entry(app, *options, "The logical name");
+    return [options](Context& context) {
+      return run_versions(context, taken_apart(context, *options, Paths::kRefused));
+    };
+  };
+  commands.push_back(
+      {"versions", Group::kLook, Effect::kLooks, "List the versions of a document", declare,
+       "In all areas and of all owners unless --area and --owner say otherwise. A version that\n"
+       "no reading finds is marked."});
+}
+
+}  // namespace stgctl

@@ -1,0 +1,95 @@
+#include <memory>
+
+#include "client/stgctl/entry_look.h"
+#include "client/stgctl/text.h"
+
+namespace stgctl {
+
+namespace {
+
+namespace sys = admin::sys;
+
+/// The document's file that a path in its folder belongs to: the file itself, or that of a part.
+std::string document_file(const admin::DocumentFolder& folder, const std::string& rest) {
+  const std::string first = rest.substr(0, rest.find(sys::kSeparator));
+  if (sys::describe(sys::join(folder.path, first)).kind != sys::Kind::kFolder) return first;
+  for (std::size_t at = first.find('_'); at != std::string::npos; at = first.find('_', at + 1)) {
+    const std::string document = first.substr(0, at);
+    if (sys::describe(sys::join(folder.path, document)).kind == sys::Kind::kFile) return document;
+  }
+  return first;
+}
+
+Exit show_logical(Context& context, const EntryOptions& options, const admin::Located& located) {
+  const std::string file = document_file(located.folder, located.rest);
+  admin::EntryQuery query;
+  query.scope.area = located.folder.area;
+  if (!located.folder.owner.empty()) query.scope.owner = located.folder.owner;
+  query.with_missing = true;
+  query.locking = locking_for(context, options.no_lock);
+  bool any = false;
+  const admin::EntryFailures failures = admin::for_each_entry(
+      context.tree(), query,
+      [&](const admin::EntryView& entry) {
+        if (entry.file != file || entry.folder->path != located.folder.path) return true;
+        any = true;
+        if (context.out().json()) {
+          Json fields = fields_of(entry);
+          fields["direction"] = "logical";
+          context.out().json_line("stgctl.which/1", fields);
+        } else {
+          std::string subject;
+          append_subject(subject, entry);
+          context.out().print("{}{}\n", subject,
+                              entry.state == admin::EntryState::kUnindexed ? "  (no line)" : "");
+        }
+        return true;
+      },
+      warn_of_failures(context));
+  return exit_of(failures, any);
+}
+
+Exit show_physical(Context& context, const EntryOptions& options) {
+  admin::EntryFailures failures;
+  const std::vector<FoundEntry> all = versions_of(context, options, failures);
+  for (const FoundEntry& version : all) {
+    if (context.out().json()) {
+      Json fields = fields_of(version.view());
+      put_name(fields, "path", version.path());
+      fields["direction"] = "physical";
+      context.out().json_line("stgctl.which/1", fields);
+    } else {
+      context.out().print("{}\n", shown(version.path()));
+    }
+  }
+  return exit_of(failures, !all.empty());
+}
+
+Exit run_which(Context& context, const EntryOptions& options) {
+  const bool is_path = options.name.find_first_of("/\\") != std::string::npos;
+  if (!is_path) return show_physical(context, options);
+  const auto located = admin::locate_in(context.tree(), options.name);
+  if (!located || located->rest.empty()) {
+    throw Failure(Exit::kNothingMatched,
+                  shown(options.name) + " is no file in a document folder of this tree");
+  }
+  return show_logical(context, options, *located);
+}
+
+}  // namespace
+
+void add_which_command(Commands& commands) {
+  const auto declare = [](Arguments& app) -> Run {
+    const auto options = std::make_shared<EntryOptions>();
+    declare_entry(app, *options, "A logical name, or the path of a file in the tree");
+    return [options](Context& context) {
+      return run_which(context, taken_apart(context, *options, Paths::kTaken));
+    };
+  };
+  commands.push_back(
+      {"which", Group::kLook, Effect::kLooks, "Tell the file of an entry, or the entry of a file",
+       declare,
+       "What holds a separator is taken as a path. The path of a part leads to its document."});
+}
+
+}  // namespace stgctl
