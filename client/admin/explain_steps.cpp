@@ -1,7 +1,5 @@
 #include "client/admin/explain_steps.h"
 
-#include <ctime>
-
 #include "client/admin/text.h"
 #include "index/index_format.h"
 #include "storage/layout.h"
@@ -27,27 +25,7 @@ std::string in_words(sys::Kind kind) {
 }  // namespace
 
 std::string shown_time(std::int64_t seconds) {
-  // Days since 1970 as a date of the Gregorian calendar, in 400-year eras that begin in March.
-  const std::int64_t days = (seconds >= 0 ? seconds : seconds - 86'399) / 86'400;
-  const std::int64_t shifted = days + 719'468;
-  const std::int64_t era = (shifted >= 0 ? shifted : shifted - 146'096) / 146'097;
-  const std::int64_t day_of_era = shifted - era * 146'097;
-  const std::int64_t year_of_era =
-      (day_of_era - day_of_era / 1460 + day_of_era / 36'524 - day_of_era / 146'096) / 365;
-  const std::int64_t day_of_year =
-      day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
-  const std::int64_t month_from_march = (5 * day_of_year + 2) / 153;
-  const std::int64_t day = day_of_year - (153 * month_from_march + 2) / 5 + 1;
-  const std::int64_t month = month_from_march < 10 ? month_from_march + 3 : month_from_march - 9;
-  const std::int64_t year = year_of_era + era * 400 + (month <= 2 ? 1 : 0);
-  const std::int64_t second = seconds - days * 86'400;
-  char text[96];
-  std::snprintf(text, sizeof text, "%lld (%04lld-%02lld-%02lld %02lld:%02lld:%02lld UTC)",
-                static_cast<long long>(seconds), static_cast<long long>(year),
-                static_cast<long long>(month), static_cast<long long>(day),
-                static_cast<long long>(second / 3600), static_cast<long long>(second / 60 % 60),
-                static_cast<long long>(second % 60));
-  return text;
+  return std::to_string(seconds) + " (" + format_time(seconds) + " UTC)";
 }
 
 bool Steps::yes(std::string name, std::string text, Values values) {

@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <deque>
 #include <limits>
-#include <thread>
 
 #include "file/replace_in_file.h"
 
@@ -13,7 +11,6 @@ namespace admin {
 
 namespace {
 
-constexpr std::chrono::milliseconds kBetweenTries{10};
 constexpr std::int16_t kFromStart = 0;
 constexpr std::int16_t kFromHere = 1;
 
@@ -49,28 +46,15 @@ os::Status LockedFile::open(const std::string& path, For purpose, IfMissing if_m
 }
 
 os::Status LockedFile::lock(For purpose, const sys::Locking& locking) {
-  using Clock = std::chrono::steady_clock;
-  const auto start = Clock::now();
-  bool told = false;
-  for (;;) {
+  return sys::wait_for_lock(m_path, locking, [&] {
     alignas(os::kLockRegionAlign) std::array<char, os::kLockRegionSize> region{};
     os::LockRequest request;
     request.flags = os::kLockFailAtOnce | (purpose == For::kChanging ? os::kLockExclusive : 0);
     request.length_low = std::numeric_limits<std::uint32_t>::max();
     request.length_high = std::numeric_limits<std::uint32_t>::max();
     request.region = region.data();
-    const os::Status locked = os::lock(m_handle, request);
-    // A file system without locks has none that we could disturb: as the library has it.
-    if (locked.failure() != os::Failure::kLocked) return {};
-    const auto waited = Clock::now() - start;
-    if (waited >= locking.time_out || (locking.stop != nullptr && locking.stop->load()))
-      return locked;
-    if (!told && waited >= locking.patience) {
-      told = true;
-      if (locking.on_wait) locking.on_wait(m_path);
-    }
-    std::this_thread::sleep_for(kBetweenTries);
-  }
+    return os::lock(m_handle, request);
+  });
 }
 
 void LockedFile::close() {

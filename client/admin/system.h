@@ -17,8 +17,8 @@
 /// lock that is never waited for without limit. Nothing here changes a byte, a name or a
 /// modification time; where the system lets us, the time of the last access stays as well.
 ///
-/// system_posix.cpp and system_windows.cpp each hold one system whole. Paths and names are bytes,
-/// as the library's narrow paths are.
+/// system_posix.cpp and system_windows.cpp hold what differs, system.cpp the rest. Paths and names
+/// are bytes, as the library's narrow paths are.
 namespace admin::sys {
 
 #if defined(_WIN32)
@@ -100,6 +100,34 @@ struct Locking {
   std::function<void(const std::string& path)> on_wait;
   /// Ends the waiting, as if time were out, once it is set.
   const std::atomic<bool>* stop = nullptr;
+};
+
+/// Asks for a lock again and again, as long as a Locking says. @param ask whether it was obtained:
+/// Failure::kLocked while somebody else has it. Any other failure passes for success: a file system
+/// without locks has none that we could disturb.
+os::Status wait_for_lock(const std::string& path, const Locking& locking,
+                         const std::function<os::Status()>& ask);
+
+/// A plain file that is open for reading; of a link or anything else nothing is opened. Where that
+/// is allowed, its access time does not move.
+class QuietFile {
+ public:
+  QuietFile() = default;
+  ~QuietFile() { close(); }
+  QuietFile(const QuietFile&) = delete;
+  QuietFile& operator=(const QuietFile&) = delete;
+
+  os::Status open(const std::string& path);
+  void close();
+  /// Asks once for a shared lock over the whole file, as the library's readers take it.
+  os::Status try_lock();
+  os::Status ask_size(std::uint64_t& size);
+  /// Reads on; @p done is 0 at the end.
+  os::Status read(char* to, std::size_t count, std::size_t& done);
+
+ private:
+  static constexpr std::intptr_t kNone = -1;
+  std::intptr_t m_file = kNone;  ///< a descriptor or a handle
 };
 
 /// Reads a plain file as a whole. Failure::kLocked when its lock could not be had in time.

@@ -3,7 +3,6 @@
 #include <langinfo.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
-#include <sys/syscall.h>
 #include <sys/utsname.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -14,10 +13,8 @@
 #include <charconv>
 #include <clocale>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include "client/admin/system.h"
@@ -28,9 +25,6 @@ namespace admin::sys {
 namespace {
 
 constexpr int kLook = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
-constexpr std::size_t kListingBytes = 64 * 1024;
-constexpr std::size_t kPieceBytes = 256 * 1024;
-constexpr std::chrono::milliseconds kBetweenTries{10};
 
 os::Status fail(int code) {
   const bool missing = code == ENOENT || code == ENOTDIR;
@@ -51,6 +45,7 @@ class Descriptor {
   }
   bool valid() const { return m_number >= 0; }
   int get() const { return m_number; }
+  int release() { return std::exchange(m_number, -1); }
 
  private:
   int m_number;
@@ -92,63 +87,6 @@ Info describe_at(int folder, const char* name) {
   info.modify_time = found.st_mtim.tv_sec;
   info.access_time = found.st_atim.tv_sec;
   return info;
-}
-
-/// The kernel's record of a name: an inode, an offset, a length, a type, the name.
-struct DirectoryRecord {
-  std::uint64_t inode;
-  std::int64_t offset;
-  std::uint16_t length;
-  unsigned char type;
-};
-constexpr std::size_t kNameOffset = 19;
-
-/// A shared lock over the whole file, of the open file description as the library's own.
-os::Status lock_shared(int descriptor, const std::string& path, const Locking& locking) {
-  using Clock = std::chrono::steady_clock;
-  const auto start = Clock::now();
-  bool told = false;
-  for (;;) {
-    struct ::flock request {};
-    request.l_type = F_RDLCK;
-    request.l_whence = SEEK_SET;
-    if (::fcntl(descriptor, F_OFD_SETLK, &request) == 0) return {};
-    if (errno == EINTR) continue;
-    // A file system without locks has none that we could disturb.
-    if (errno != EAGAIN && errno != EACCES) return {};
-    const auto waited = Clock::now() - start;
-    if (waited >= locking.time_out || (locking.stop && locking.stop->load()))
-      return {EAGAIN, os::Failure::kLocked};
-    if (!told && waited >= locking.patience) {
-      told = true;
-      if (locking.on_wait) locking.on_wait(path);
-    }
-    std::this_thread::sleep_for(kBetweenTries);
-  }
-}
-
-os::Status open_to_read(const std::string& path, const Locking& locking, Descriptor& file,
-                        std::uint64_t& size) {
-  file = open_quietly(AT_FDCWD, path.c_str(), 0);
-  if (!file.valid()) return fail(errno);
-  struct ::stat found {};
-  if (::fstat(file.get(), &found) != 0) return fail(errno);
-  if (!S_ISREG(found.st_mode)) return fail(S_ISDIR(found.st_mode) ? EISDIR : EINVAL);
-  if (locking.mode == Locking::Mode::kShared) {
-    const os::Status locked = lock_shared(file.get(), path, locking);
-    if (!locked.ok()) return locked;
-    // Who held the lock may have changed the size.
-    if (::fstat(file.get(), &found) != 0) return fail(errno);
-  }
-  size = static_cast<std::uint64_t>(found.st_size);
-  return {};
-}
-
-/// Bytes read, 0 at the end, or -1.
-::ssize_t read_some(int descriptor, char* to, std::size_t count) {
-  ::ssize_t done = ::read(descriptor, to, count);
-  while (done < 0 && errno == EINTR) done = ::read(descriptor, to, count);
-  return done;
 }
 
 // ---- who holds locks ---------------------------------------------------------------------------
@@ -256,10 +194,23 @@ bool is_network_type(std::string_view type) {
 // ---- folders -----------------------------------------------------------------------------------
 
 struct Folder::Part {
-  Descriptor descriptor;
-  std::unique_ptr<char[]> bytes = std::make_unique_for_overwrite<char[]>(kListingBytes);
-  std::size_t at = 0;
-  std::size_t filled = 0;
+  ::DIR* stream = nullptr;
+
+  ~Part() { close(); }
+  void close() {
+    if (stream != nullptr) ::closedir(stream);
+    stream = nullptr;
+  }
+  os::Status open(int above, const char* name) {
+    Descriptor folder = open_quietly(above, name, O_DIRECTORY);
+    const int code = errno;
+    close();
+    if (!folder.valid()) return fail(code);
+    stream = ::fdopendir(folder.get());
+    if (stream == nullptr) return fail(errno);
+    folder.release();
+    return {};
+  }
 };
 
 Folder::Folder() = default;
@@ -269,94 +220,82 @@ Folder& Folder::operator=(Folder&&) noexcept = default;
 
 os::Status Folder::open(const std::string& path) {
   if (!m_part) m_part = std::make_unique<Part>();
-  m_part->at = m_part->filled = 0;
-  m_part->descriptor = open_quietly(AT_FDCWD, path.c_str(), O_DIRECTORY);
-  return m_status = m_part->descriptor.valid() ? os::Status() : fail(errno);
+  return m_status = m_part->open(AT_FDCWD, path.c_str());
 }
 
 os::Status Folder::open_below(const Folder& parent, const Entry& entry) {
   if (!m_part) m_part = std::make_unique<Part>();
-  m_part->at = m_part->filled = 0;
-  m_part->descriptor =
-      open_quietly(parent.m_part->descriptor.get(), entry.name.data(), O_DIRECTORY);
-  return m_status = m_part->descriptor.valid() ? os::Status() : fail(errno);
+  return m_status = m_part->open(::dirfd(parent.m_part->stream), entry.name.data());
 }
 
 bool Folder::next(Entry& entry) {
-  Part& part = *m_part;
+  if (!m_status.ok()) return false;
   for (;;) {
-    if (part.at == part.filled) {
-      const long got =
-          ::syscall(SYS_getdents64, part.descriptor.get(), part.bytes.get(), kListingBytes);
-      if (got < 0) m_status = fail(errno);
-      if (got <= 0) return false;
-      part.at = 0;
-      part.filled = static_cast<std::size_t>(got);
+    errno = 0;
+    const ::dirent* const record = ::readdir(m_part->stream);
+    if (record == nullptr) {
+      if (errno != 0) m_status = fail(errno);
+      return false;
     }
-    const char* const raw = part.bytes.get() + part.at;
-    DirectoryRecord record{};
-    std::memcpy(&record, raw, kNameOffset);
-    part.at += record.length;
-    const char* const name = raw + kNameOffset;
-    if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) continue;
-    entry.name = name;
-    entry.kind = record.type == DT_UNKNOWN ? describe_at(part.descriptor.get(), name).kind
-                                           : kind_of_type(record.type);
+    entry.name = record->d_name;
+    if (entry.name == "." || entry.name == "..") continue;
+    entry.kind = record->d_type == DT_UNKNOWN
+                     ? describe_at(::dirfd(m_part->stream), record->d_name).kind
+                     : kind_of_type(record->d_type);
     return true;
   }
 }
 
 Info Folder::describe(const Entry& entry) {
-  return describe_at(m_part->descriptor.get(), entry.name.data());
+  return describe_at(::dirfd(m_part->stream), entry.name.data());
 }
 
 Info describe(const std::string& path) { return describe_at(AT_FDCWD, path.c_str()); }
 
 // ---- files -------------------------------------------------------------------------------------
 
-os::Status read_file(const std::string& path, const Locking& locking, std::string& bytes) {
-  Descriptor file;
-  std::uint64_t size = 0;
-  bytes.clear();
-  const os::Status opened = open_to_read(path, locking, file, size);
-  if (!opened.ok()) return opened;
-  // One byte more, so that a file that has not grown ends within two calls.
-  bytes.resize(static_cast<std::size_t>(size) + 1);
-  std::size_t done = 0;
-  for (;;) {
-    if (done == bytes.size()) bytes.resize(bytes.size() * 2);
-    const ::ssize_t got = read_some(file.get(), bytes.data() + done, bytes.size() - done);
-    if (got < 0) {
-      bytes.clear();
-      return fail(errno);
-    }
-    done += static_cast<std::size_t>(got);
-    if (got == 0 || done == size) break;
-  }
-  bytes.resize(done);
+os::Status QuietFile::open(const std::string& path) {
+  close();
+  Descriptor file = open_quietly(AT_FDCWD, path.c_str(), 0);
+  if (!file.valid()) return fail(errno);
+  struct ::stat found {};
+  if (::fstat(file.get(), &found) != 0) return fail(errno);
+  if (!S_ISREG(found.st_mode)) return fail(S_ISDIR(found.st_mode) ? EISDIR : EINVAL);
+  m_file = file.release();
   return {};
 }
 
-os::Status read_pieces(const std::string& path, const Locking& locking,
-                       const std::function<bool(std::string_view piece)>& take) {
-  Descriptor file;
-  std::uint64_t size = 0;
-  const os::Status opened = open_to_read(path, locking, file, size);
-  if (!opened.ok()) return opened;
-  const auto buffer = std::make_unique_for_overwrite<char[]>(kPieceBytes);
-  for (;;) {
-    const ::ssize_t got = read_some(file.get(), buffer.get(), kPieceBytes);
-    if (got < 0) return fail(errno);
-    if (got == 0 || !take({buffer.get(), static_cast<std::size_t>(got)})) return {};
-  }
+void QuietFile::close() {
+  if (m_file != kNone) ::close(static_cast<int>(m_file));
+  m_file = kNone;
 }
 
-os::Status probe_readable(const std::string& path) {
-  Locking locking;
-  locking.mode = Locking::Mode::kNone;
-  Descriptor file;
-  std::uint64_t size = 0;
-  return open_to_read(path, locking, file, size);
+os::Status QuietFile::try_lock() {
+  // Of the open file description, as the library's own.
+  struct ::flock request {};
+  request.l_type = F_RDLCK;
+  request.l_whence = SEEK_SET;
+  while (::fcntl(static_cast<int>(m_file), F_OFD_SETLK, &request) != 0) {
+    if (errno == EAGAIN || errno == EACCES) return {EAGAIN, os::Failure::kLocked};
+    if (errno != EINTR) return fail(errno);
+  }
+  return {};
+}
+
+os::Status QuietFile::ask_size(std::uint64_t& size) {
+  struct ::stat found {};
+  if (::fstat(static_cast<int>(m_file), &found) != 0) return fail(errno);
+  size = static_cast<std::uint64_t>(found.st_size);
+  return {};
+}
+
+os::Status QuietFile::read(char* to, std::size_t count, std::size_t& done) {
+  ::ssize_t got = -1;
+  do {
+    got = ::read(static_cast<int>(m_file), to, count);
+  } while (got < 0 && errno == EINTR);
+  done = got > 0 ? static_cast<std::size_t>(got) : 0;
+  return got < 0 ? fail(errno) : os::Status();
 }
 
 os::Status probe_writable(const std::string& path) {
@@ -457,12 +396,6 @@ std::string absolute(const std::string& path) {
   const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
                                                          &std::free);
   return real ? std::string(real.get()) : path;
-}
-
-std::string text_of(const os::Status& status) {
-  std::string text = os::error_text(status.code());
-  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-  return text.empty() ? "error " + std::to_string(status.code()) : text;
 }
 
 }  // namespace admin::sys

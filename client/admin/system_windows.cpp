@@ -6,15 +6,11 @@
 #include <array>
 #include <cwchar>
 #include <string>
-#include <thread>
-#include <utility>
 
 namespace admin::sys {
 
 namespace {
 
-constexpr std::size_t kPieceBytes = 256 * 1024;
-constexpr std::chrono::milliseconds kBetweenTries{10};
 constexpr std::size_t kClassicLimit = 240;
 
 os::Status fail(DWORD code) {
@@ -63,74 +59,6 @@ Info info_from(const Record& record) {
   info.modify_time = unix_seconds(record.ftLastWriteTime);
   info.access_time = unix_seconds(record.ftLastAccessTime);
   return info;
-}
-
-/// An open file that its scope closes; a lock ends with it.
-class Handle {
- public:
-  explicit Handle(HANDLE handle = INVALID_HANDLE_VALUE) : m_handle(handle) {}
-  Handle(Handle&& other) noexcept : m_handle(std::exchange(other.m_handle, INVALID_HANDLE_VALUE)) {}
-  Handle& operator=(Handle&& other) noexcept {
-    std::swap(m_handle, other.m_handle);
-    return *this;
-  }
-  ~Handle() {
-    if (valid()) CloseHandle(m_handle);
-  }
-  bool valid() const { return m_handle != INVALID_HANDLE_VALUE; }
-  HANDLE get() const { return m_handle; }
-
- private:
-  HANDLE m_handle;
-};
-
-os::Status lock_shared(HANDLE file, const std::string& path, const Locking& locking) {
-  using Clock = std::chrono::steady_clock;
-  const auto start = Clock::now();
-  bool told = false;
-  for (;;) {
-    OVERLAPPED whole{};
-    if (LockFileEx(file, LOCKFILE_FAIL_IMMEDIATELY, 0, MAXDWORD, MAXDWORD, &whole)) return {};
-    const DWORD code = GetLastError();
-    // A file system without locks has none that we could disturb.
-    if (code != ERROR_LOCK_VIOLATION && code != ERROR_IO_PENDING) return {};
-    const auto waited = Clock::now() - start;
-    if (waited >= locking.time_out || (locking.stop && locking.stop->load()))
-      return fail(ERROR_LOCK_VIOLATION);
-    if (!told && waited >= locking.patience) {
-      told = true;
-      if (locking.on_wait) locking.on_wait(path);
-    }
-    std::this_thread::sleep_for(kBetweenTries);
-  }
-}
-
-os::Status open_to_read(const std::string& path, const Locking& locking, Handle& file,
-                        std::uint64_t& size) {
-  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-  constexpr DWORD kFlags = FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_SEQUENTIAL_SCAN;
-  file = Handle(CreateFileA(reachable(path).c_str(), GENERIC_READ, kShareAll, nullptr,
-                            OPEN_EXISTING, kFlags, nullptr));
-  if (!file.valid()) return fail(GetLastError());
-  if (locking.mode == Locking::Mode::kShared) {
-    const os::Status locked = lock_shared(file.get(), path, locking);
-    if (!locked.ok()) return locked;
-  }
-  BY_HANDLE_FILE_INFORMATION found{};
-  if (!GetFileInformationByHandle(file.get(), &found)) return fail(GetLastError());
-  if (kind_of(found.dwFileAttributes) != Kind::kFile) return fail(ERROR_ACCESS_DENIED);
-  size = std::uint64_t{found.nFileSizeHigh} << 32U | found.nFileSizeLow;
-  return {};
-}
-
-os::Status read_some(HANDLE file, char* to, std::size_t count, std::size_t& done) {
-  constexpr std::size_t kLargestPiece = std::size_t{1} << 30U;
-  DWORD got = 0;
-  done = 0;
-  if (!ReadFile(file, to, static_cast<DWORD>(std::min(count, kLargestPiece)), &got, nullptr))
-    return fail(GetLastError());
-  done = got;
-  return {};
 }
 
 std::string narrow(const wchar_t* text) {
@@ -206,49 +134,54 @@ Info describe(const std::string& path) {
 
 // ---- files -------------------------------------------------------------------------------------
 
-os::Status read_file(const std::string& path, const Locking& locking, std::string& bytes) {
-  Handle file;
-  std::uint64_t size = 0;
-  bytes.clear();
-  const os::Status opened = open_to_read(path, locking, file, size);
-  if (!opened.ok()) return opened;
-  bytes.resize(static_cast<std::size_t>(size) + 1);
-  std::size_t done = 0;
-  for (;;) {
-    if (done == bytes.size()) bytes.resize(bytes.size() * 2);
-    std::size_t got = 0;
-    const os::Status read = read_some(file.get(), bytes.data() + done, bytes.size() - done, got);
-    if (!read.ok()) {
-      bytes.clear();
-      return read;
-    }
-    done += got;
-    if (got == 0 || done == size) break;
-  }
-  bytes.resize(done);
+namespace {
+
+HANDLE handle_of(std::intptr_t file) {
+  return reinterpret_cast<HANDLE>(file);  // NOLINT(performance-no-int-to-ptr)
+}
+
+}  // namespace
+
+os::Status QuietFile::open(const std::string& path) {
+  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+  constexpr DWORD kFlags = FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_SEQUENTIAL_SCAN;
+  close();
+  const HANDLE file = CreateFileA(reachable(path).c_str(), GENERIC_READ, kShareAll, nullptr,
+                                  OPEN_EXISTING, kFlags, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return fail(GetLastError());
+  m_file = reinterpret_cast<std::intptr_t>(file);
+  BY_HANDLE_FILE_INFORMATION found{};
+  if (!GetFileInformationByHandle(file, &found)) return fail(GetLastError());
+  return kind_of(found.dwFileAttributes) == Kind::kFile ? os::Status() : fail(ERROR_ACCESS_DENIED);
+}
+
+void QuietFile::close() {
+  if (m_file != kNone) CloseHandle(handle_of(m_file));
+  m_file = kNone;
+}
+
+os::Status QuietFile::try_lock() {
+  OVERLAPPED whole{};
+  if (LockFileEx(handle_of(m_file), LOCKFILE_FAIL_IMMEDIATELY, 0, MAXDWORD, MAXDWORD, &whole))
+    return {};
+  const DWORD code = GetLastError();
+  return fail(code == ERROR_IO_PENDING ? ERROR_LOCK_VIOLATION : code);
+}
+
+os::Status QuietFile::ask_size(std::uint64_t& size) {
+  BY_HANDLE_FILE_INFORMATION found{};
+  if (!GetFileInformationByHandle(handle_of(m_file), &found)) return fail(GetLastError());
+  size = std::uint64_t{found.nFileSizeHigh} << 32U | found.nFileSizeLow;
   return {};
 }
 
-os::Status read_pieces(const std::string& path, const Locking& locking,
-                       const std::function<bool(std::string_view piece)>& take) {
-  Handle file;
-  std::uint64_t size = 0;
-  const os::Status opened = open_to_read(path, locking, file, size);
-  if (!opened.ok()) return opened;
-  const auto buffer = std::make_unique_for_overwrite<char[]>(kPieceBytes);
-  for (;;) {
-    std::size_t got = 0;
-    const os::Status read = read_some(file.get(), buffer.get(), kPieceBytes, got);
-    if (!read.ok() || got == 0 || !take({buffer.get(), got})) return read;
-  }
-}
-
-os::Status probe_readable(const std::string& path) {
-  Locking locking;
-  locking.mode = Locking::Mode::kNone;
-  Handle file;
-  std::uint64_t size = 0;
-  return open_to_read(path, locking, file, size);
+os::Status QuietFile::read(char* to, std::size_t count, std::size_t& done) {
+  constexpr std::size_t kLargestPiece = std::size_t{1} << 30U;
+  DWORD got = 0;
+  const DWORD asked = static_cast<DWORD>(std::min(count, kLargestPiece));
+  const bool is_read = ReadFile(handle_of(m_file), to, asked, &got, nullptr) != 0;
+  done = is_read ? got : 0;
+  return is_read ? os::Status() : fail(GetLastError());
 }
 
 os::Status probe_writable(const std::string& path) {
@@ -276,10 +209,10 @@ os::Status replace_file(const std::string& from, const std::string& to) {
   return done ? os::Status() : fail(::GetLastError());
 }
 
-// NTFS keeps a journal of names.
 // Only administrators may flush a volume.
 os::Status flush_file_system(const std::string&) { return {0, os::Failure::kOther}; }
 
+// NTFS keeps a journal of names.
 os::Status flush_files(const std::vector<std::string>& files, const std::vector<std::string>&) {
   for (const std::string& path : files) {
     if (const os::Status flushed = os::flush_file(path); !flushed.ok()) return flushed;
@@ -337,12 +270,6 @@ std::string absolute(const std::string& path) {
   result.resize(length);
   while (result.size() > 3 && result.back() == kSeparator) result.pop_back();
   return result;
-}
-
-std::string text_of(const os::Status& status) {
-  std::string text = os::error_text(status.code());
-  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-  return text.empty() ? "error " + std::to_string(status.code()) : text;
 }
 
 }  // namespace admin::sys

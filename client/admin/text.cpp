@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <cstdio>
 
 #include "index/index_format.h"
 
@@ -225,6 +227,20 @@ bool matches(std::string_view pattern, std::string_view name) {
     }
   }
   return pattern.find_first_not_of('*', at) == std::string_view::npos;
+}
+
+std::string format_time(std::int64_t seconds) {
+  using namespace std::chrono;
+  const sys_seconds point{std::chrono::seconds(seconds)};
+  const sys_days day = floor<days>(point);
+  const year_month_day date(day);
+  const hh_mm_ss time(point - day);
+  std::array<char, 48> text{};
+  std::snprintf(text.data(), text.size(), "%04d-%02u-%02u %02d:%02d:%02d", int{date.year()},
+                unsigned{date.month()}, unsigned{date.day()},
+                static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
+                static_cast<int>(time.seconds().count()));
+  return text.data();
 }
 
 }  // namespace admin

@@ -26,6 +26,9 @@ void fold_case(std::string_view name, std::string& folded);
 /// Whether fold_case() can change anything: an upper-case ASCII letter or a byte beyond ASCII.
 bool has_case(std::string_view name);
 
+/// "2024-05-01 07:09:59", in UTC. @param seconds since 1970.
+std::string format_time(std::int64_t seconds);
+
 /// Why a file of this name cannot be kept on every system; null when it can.
 const char* why_not_portable(std::string_view name);
 

@@ -1,0 +1,87 @@
+#include "client/admin/system.h"
+
+#include <chrono>
+#include <thread>
+
+namespace admin::sys {
+
+namespace {
+
+constexpr std::size_t kPieceBytes = 256 * 1024;
+constexpr std::chrono::milliseconds kBetweenTries{10};
+
+os::Status open_to_read(const std::string& path, const Locking& locking, QuietFile& file) {
+  const os::Status opened = file.open(path);
+  if (!opened.ok() || locking.mode != Locking::Mode::kShared) return opened;
+  return wait_for_lock(path, locking, [&] { return file.try_lock(); });
+}
+
+}  // namespace
+
+os::Status wait_for_lock(const std::string& path, const Locking& locking,
+                         const std::function<os::Status()>& ask) {
+  using Clock = std::chrono::steady_clock;
+  const auto start = Clock::now();
+  bool told = false;
+  for (;;) {
+    const os::Status locked = ask();
+    if (locked.failure() != os::Failure::kLocked) return {};
+    const auto waited = Clock::now() - start;
+    if (waited >= locking.time_out || (locking.stop != nullptr && locking.stop->load()))
+      return locked;
+    if (!told && waited >= locking.patience) {
+      told = true;
+      if (locking.on_wait) locking.on_wait(path);
+    }
+    std::this_thread::sleep_for(kBetweenTries);
+  }
+}
+
+os::Status read_file(const std::string& path, const Locking& locking, std::string& bytes) {
+  bytes.clear();
+  QuietFile file;
+  os::Status status = open_to_read(path, locking, file);
+  std::uint64_t size = 0;
+  // Who held the lock may have changed it.
+  if (status.ok()) status = file.ask_size(size);
+  if (!status.ok()) return status;
+  // One byte more, so that a file that has not grown ends within two calls.
+  bytes.resize(static_cast<std::size_t>(size) + 1);
+  std::size_t done = 0;
+  for (;;) {
+    if (done == bytes.size()) bytes.resize(bytes.size() * 2);
+    std::size_t got = 0;
+    status = file.read(bytes.data() + done, bytes.size() - done, got);
+    if (!status.ok()) {
+      bytes.clear();
+      return status;
+    }
+    done += got;
+    if (got == 0 || done == size) break;
+  }
+  bytes.resize(done);
+  return {};
+}
+
+os::Status read_pieces(const std::string& path, const Locking& locking,
+                       const std::function<bool(std::string_view piece)>& take) {
+  QuietFile file;
+  const os::Status opened = open_to_read(path, locking, file);
+  if (!opened.ok()) return opened;
+  const auto buffer = std::make_unique_for_overwrite<char[]>(kPieceBytes);
+  for (;;) {
+    std::size_t got = 0;
+    const os::Status read = file.read(buffer.get(), kPieceBytes, got);
+    if (!read.ok() || got == 0 || !take({buffer.get(), got})) return read;
+  }
+}
+
+os::Status probe_readable(const std::string& path) { return QuietFile().open(path); }
+
+std::string text_of(const os::Status& status) {
+  std::string text = os::error_text(status.code());
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+  return text.empty() ? "error " + std::to_string(status.code()) : text;
+}
+
+}  // namespace admin::sys
