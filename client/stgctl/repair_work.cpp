@@ -88,8 +88,11 @@ bool read_kept(const AppliedPlan& plan, const Step& step, std::string& bytes) {
 
 // ---- doing -------------------------------------------------------------------------------------
 
-Worked remove_lines(Context& context, const Repair& repair, const std::string& path,
-                    WorkPlan& work) {
+/// Gives an index another text under its lock. @param change gives the text, and tells how many
+/// lines it has taken or brought. @param none said when these are none. @param what "lines".
+template <class Change>
+Worked change_index(Context& context, const Repair& repair, const std::string& path, WorkPlan& work,
+                    const Change& change, const char* none, const char* what) {
   LockedFile index;
   const os::Status opened =
       open_locked(context, index, path, purpose_of(work.is_dry()), LockedFile::IfMissing::kFail);
@@ -98,17 +101,10 @@ Worked remove_lines(Context& context, const Repair& repair, const std::string& p
   FolderView view;
   look(view, folder_of(path), index);
   if (!view.status().ok()) return failed(view.status());
-  std::set<admin::BadLine> unwanted;
-  for (const auto& [number, line] : admin::bad_lines(view)) {
-    for (std::size_t i = 0; i < repair.lines.size(); ++i) {
-      if (line.text == repair.lines[i] && admin::name_of(line.verdict) == repair.codes[i])
-        unwanted.insert(line);
-    }
-  }
-  if (unwanted.empty()) return skipped("the lines are gone, or count by now");
-  std::size_t removed = 0;
-  const std::string text = admin::without_bad_lines(view, unwanted, removed);
-  const std::string told = formatted("{} lines", removed);
+  std::size_t count = 0;
+  const std::string text = change(view, count);
+  if (count == 0) return skipped(none);
+  const std::string told = formatted("{} {}", count, what);
   if (work.is_dry()) return {How::kDone, told};
   Worked worked = replace(work.get(), repair, index, Writing::kLines,
                           std::string(view.index_text()), text, false);
@@ -116,25 +112,29 @@ Worked remove_lines(Context& context, const Repair& repair, const std::string& p
   return worked;
 }
 
+Worked remove_lines(Context& context, const Repair& repair, const std::string& path,
+                    WorkPlan& work) {
+  const auto change = [&](const FolderView& view, std::size_t& removed) {
+    std::set<admin::BadLine> unwanted;
+    for (const auto& [number, line] : admin::bad_lines(view)) {
+      for (std::size_t i = 0; i < repair.lines.size(); ++i) {
+        if (line.text == repair.lines[i] && admin::name_of(line.verdict) == repair.codes[i])
+          unwanted.insert(line);
+      }
+    }
+    return admin::without_bad_lines(view, unwanted, removed);
+  };
+  return change_index(context, repair, path, work, change, "the lines are gone, or count by now",
+                      "lines");
+}
+
 Worked restore_lines(Context& context, const Repair& repair, const std::string& path,
                      WorkPlan& work) {
-  LockedFile index;
-  const os::Status opened =
-      open_locked(context, index, path, purpose_of(work.is_dry()), LockedFile::IfMissing::kFail);
-  if (opened.failure() == os::Failure::kNotFound) return skipped("the index is gone");
-  if (!opened.ok()) return failed(opened);
-  FolderView view;
-  look(view, folder_of(path), index);
-  if (!view.status().ok()) return failed(view.status());
-  std::size_t added = 0;
-  const std::string text = admin::with_restored_lines(view, repair.lines, added);
-  if (added == 0) return skipped("the names are there, or their files are gone");
-  const std::string told = formatted("{} names", added);
-  if (work.is_dry()) return {How::kDone, told};
-  Worked worked = replace(work.get(), repair, index, Writing::kLines,
-                          std::string(view.index_text()), text, false);
-  if (worked.how == How::kDone) worked.text = told;
-  return worked;
+  const auto change = [&](const FolderView& view, std::size_t& added) {
+    return admin::with_restored_lines(view, repair.lines, added);
+  };
+  return change_index(context, repair, path, work, change,
+                      "the names are there, or their files are gone", "names");
 }
 
 Worked remove_key_lines(Context& context, const Repair& repair, const std::string& path,
