@@ -32,8 +32,11 @@ KeyFile key_file_of(const Store& store, const vu_document* document) {
 KeyFile profile_of(const Store& store, const char* owner, const char* file) {
   const std::string name =
       file_name_of(store, "the profile", file != nullptr ? file : "profile.txt");
-  if (owner != nullptr)
-    return {{STG::UserFilesRepository, owner_of(store, owner), name, 0}, {}, {}};
+  if (owner != nullptr) {
+    const Address address = {STG::UserFilesRepository, owner_of(store, owner), name, 0};
+    refuse_anothers_file(store, address);
+    return {address, {}, {}};
+  }
   KeyFile master = {{}, vu_storage::getConfigDirPath(), name};
   if (file == nullptr && !vu_file::exists(master.folder + "\\" + name)) master.name = "master.txt";
   return master;

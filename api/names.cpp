@@ -147,9 +147,8 @@ std::string path_of(const char* path) {
   return narrow("the path", path);
 }
 
-/// A file in the folder answers for the name that it bears: one that holds another document, or the
-/// parts of one, must not.
-void refuse_anothers_file(const Address& address) {
+void refuse_anothers_file(const Store& store, const Address& address) {
+  if (store.guard == Guard::kOff || !may_be_made_here(address.name)) return;
   std::string folder;
   if (!find_folder(address, false, folder)) return;
   const std::string path = folder + "\\" + address.name;
@@ -171,7 +170,7 @@ Address address_of(const Store& store, const vu_document* document, Version vers
   address.type = type_of(document->area);
   address.owner = owner_of(store, document->owner);
   address.name = entry_of(store, document->name);
-  if (store.guard == Guard::kOn && may_be_made_here(address.name)) refuse_anothers_file(address);
+  refuse_anothers_file(store, address);
   if (version == Version::kNoneIs0) return address;
   constexpr std::int64_t kLast = 2147483647;
   const bool is_latest = document->version == VU_LATEST && version == Version::kAny;

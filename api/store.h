@@ -56,6 +56,9 @@ std::string entry_of(const Store& store, const char* name);
 std::string file_name_of(const Store& store, const char* what, const char* name);
 /// A path; not guarded.
 std::string path_of(const char* path);
+/// A file in a folder answers for the name that it bears: one that holds another document, or the
+/// parts of one, must not. address_of() asks. @throws Refusal VU_REFUSED
+void refuse_anothers_file(const Store& store, const Address& address);
 enum class Version : std::uint8_t {
   kAny,      ///< VU_LATEST as well
   kNamed,    ///< a version of its own

@@ -222,6 +222,7 @@ TEST(CDocuments, TheFileOfAnotherDocumentIsNoName) {
     EXPECT_EQ(vu_open(store(), &same, VU_WRITE_OVER, &stream), VU_REFUSED);
     EXPECT_EQ(vu_open(store(), &same, VU_READ_SERVED, &stream), VU_REFUSED);
     EXPECT_EQ(vu_key_set(store(), &same, "a", "b"), VU_REFUSED);
+    EXPECT_EQ(vu_profile_set(store(), "stored-name", file.c_str(), "a", "b"), VU_REFUSED);
   }
   EXPECT_EQ(content(where), "bytes");
   // A name that is none here is as good as any, also one of digits.
