@@ -186,7 +186,9 @@ bool adopted_too_early(const Scene& s, const Difference& d) {
 /// What somebody writes whose entry goes meanwhile is in a file that no line names, or gone.
 bool removed_beside_writer(const Scene& s, const Difference& d) {
   // Whoever cuts lines of a category file writes the rest of it.
-  if (s.any_does(kCuts) && s.any_does(kCleansAll) && is_loose_too_many(d)) return true;
+  if (s.any_does(kCuts) && s.any_does(kCleansAll) &&
+      (is_loose_too_many(d) || has_lines_from_before(s, d)))
+    return true;
   if (!meet_on_one(s, kRemoves | kCleans, kWrites)) return false;
   if (d.found == kNothing && is_made_by(s, d, kWrites)) return true;
   if (s.any_does(kCuts) && has_lines_from_before(s, d)) return true;
@@ -200,9 +202,13 @@ bool renamed_beside_writer(const Scene& s, const Difference& d) {
   return is_loose_too_many(d) || s.some_order_gives(d);
 }
 
-/// What gets another name meanwhile is not cleaned away.
+/// What gets another name meanwhile is neither cleaned away nor removed.
 bool renamed_beside_clean(const Scene& s, const Difference& d) {
-  return s.any_does(kRenames) && s.any_does(kCleans) && is_renamed(s, d) && holds_what_stood(s, d);
+  const auto& all = s.gathering.operations;
+  const bool any_takes_away = std::any_of(all.begin(), all.end(), [](const auto* each) {
+    return each->does(kCleans) || (each->does(kRemoves) && !each->does(kRenames));
+  });
+  return s.any_does(kRenames) && any_takes_away && is_renamed(s, d) && holds_what_stood(s, d);
 }
 
 /// The file goes first, and then its line.
@@ -305,11 +311,24 @@ bool two_migrations(const Scene& s, const Difference& d) {
   return s.count(kConverts) > 1 && is_loose_too_many(d);
 }
 
+/// A list without the names whose files are neither in the tree before the meeting nor in the one
+/// behind it.
+std::string without_replaced(const std::string& list) {
+  std::string kept;
+  std::istringstream names(list);
+  for (std::string each; names >> each;) {
+    if (!each.ends_with("=<nobody's>")) kept += each + " ";
+  }
+  return kept;
+}
+
 bool two_renames(const Scene& s, const Difference& d) {
   if (s.count(kRenames) < 2) return false;
-  // A third one may list both names, or none.
+  // A third one may list both names, or none, or the file of a rename that the other one replaces.
+  Difference standing = d;
+  standing.found = without_replaced(d.found);
   return (is_renamed(s, d) && holds_what_stood(s, d)) || s.some_order_gives(d) ||
-         all_names_are_known(s, d);
+         all_names_are_known(s, standing);
 }
 
 /// Between looking for a line and writing the rest another one writes: its cut is lost.
@@ -355,7 +374,8 @@ const std::vector<Race>& accepted_races() {
      removed_beside_writer},
     {"renamed-beside-writer", "4. A rename beside a writer: what is written meanwhile is lost",
      renamed_beside_writer},
-    {"renamed-beside-clean", "6. A clean beside a rename: what gets another name stays",
+    {"renamed-beside-clean",
+     "6. A clean or a removal beside a rename: what gets another name stays",
      renamed_beside_clean},
     {"line-without-file", "14. A line stands without its file for a moment", line_without_file},
     {"cleaned-bit-by-bit", "15. A clean takes one file after the other: a list names what is left",
