@@ -63,6 +63,7 @@ struct Race {
   std::string name;
   std::string story;  ///< its heading in docs/concurrency.md
   bool (*explains)(const Scene& scene, const Difference& difference) = nullptr;
+  bool needs_a_death = false;  ///< it occurs only where somebody ends on the way
 };
 const std::vector<Race>& accepted_races();
 

@@ -394,7 +394,7 @@ const std::vector<Race>& accepted_races() {
     {"two-renames", "5. Two rename one entry: both new names stay", two_renames},
     {"two-cuts", "13. Two cut lines of one category file: one line comes back", two_cuts},
     {"owner-goes", "20. An owner's folder goes under an operation", owner_goes},
-    {"killed", "A process that dies", killed},
+    {"killed", "A process that dies", killed, true},
 #if defined(_WIN32)
     {"stays-while-open", "22. A file cannot be removed: its entry comes back", stays_while_open},
 #endif

@@ -38,10 +38,10 @@ class Meetings {
     for (const auto& [race, count] : m_races) m_run.figure("race " + race, count);
   }
 
-  /// Every race that is told must be met, or it is told no more.
+  /// Every race that is told must be met, or it is told no more. Here nobody dies.
   void expect_every_race() {
     for (const meetings::Race& each : meetings::accepted_races()) {
-      if (!m_races.contains(each.name))
+      if (!each.needs_a_death && !m_races.contains(each.name))
         m_run.fail("the race '" + each.name + "' does not occur any more");
     }
   }
