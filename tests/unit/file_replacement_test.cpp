@@ -201,7 +201,7 @@ Case some_case(std::mt19937& random) {
 
 TEST(FileReplacement, OfRandomIndexesHarmsNoLineInAnyState) {
   std::mt19937 random(7);
-  for (int round = 0; round < 6000; ++round) {
+  for (int round = 0; round < 3000; ++round) {
     const Case c = some_case(random);
     const std::size_t page = 1 + random() % 40;
     expect_harmless(c, text_of(c.old_entries), page);
@@ -223,7 +223,7 @@ TEST(FileReplacement, OfATextWithoutALastLineEndHarmsNoLine) {
 
 TEST(FileReplacement, FailingAtAnyByteForGoodLeavesTheOldEntriesOrTheNewOnes) {
   std::mt19937 random(10);
-  for (int round = 0; round < 1500; ++round) {
+  for (int round = 0; round < 800; ++round) {
     const Case c = some_case(random);
     const std::string old_text = text_of(c.old_entries);
     const replacement::Plan plan = replacement::plan(old_text, text_of(c.new_entries));
