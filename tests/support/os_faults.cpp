@@ -25,7 +25,8 @@ constexpr std::array<const char*, kFunctions + 2> kNames = {
     "create_directory", "remove_directory", "remove_file", "rename", "copy", "flush_file",
     "short_path",
     "current_directory", "full_path", "program_folder", "temporary_folder", "environment",
-    "to_narrow", "narrow_of", "utf8_of", "native_form", "is_lead_byte", "last_error", "error_text", "error_text_wide", "now", "nt_family",
+    "to_narrow", "narrow_of", "utf8_of", "native_form", "is_lead_byte", "last_error", "error_text",
+    "error_text_wide", "now", "nt_family",
     "any", "system"};
 // clang-format on
 
