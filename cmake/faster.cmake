@@ -41,22 +41,32 @@ endif()
 set(vu_common_headers <algorithm> <array> <atomic> <chrono> <cstdint> <filesystem> <fstream> <functional>
   <map> <memory> <mutex> <optional> <set> <sstream> <string> <string_view> <thread> <utility> <vector>)
 
-# vu_test_code(<target> <-O0 or -O1> [PRECOMPILE <header...> | PRECOMPILED_BY <target>]): code of tests. What
-# it includes is compiled beforehand, once per set of flags; the target that does it may have no definition
-# that another one lacks.
+# vu_precompiled(<target> HEADERS <header...> | BY <target>): what the sources include is compiled beforehand,
+# once per set of flags; the target that does it may have no definition that another one lacks. A source
+# includes what it uses all the same: the package for Debian is built without.
+function(vu_precompiled target)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "BY" "HEADERS")
+  # What ccache needs to keep what was compiled with a precompiled header.
+  target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
+  if(arg_BY)
+    target_precompile_headers(${target} REUSE_FROM ${arg_BY})
+  else()
+    target_precompile_headers(${target} PRIVATE ${arg_HEADERS})
+  endif()
+endfunction()
+
+# vu_test_code(<target> <-O0 or -O1> [PRECOMPILE <header...> | PRECOMPILED_BY <target>]): code of tests.
 function(vu_test_code target optimise)
-  cmake_parse_arguments(arg "" "PRECOMPILED_BY" "PRECOMPILE" ${ARGN})
+  cmake_parse_arguments(PARSE_ARGV 2 arg "" "PRECOMPILED_BY" "PRECOMPILE")
   vu_own_code(${target})
   # Libraries of objects and programs then have the same flags, and with them the same precompiled header.
   set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
   if(NOT MSVC)
-    # The last one is what ccache needs to keep what was compiled with a precompiled header.
-    target_compile_options(${target} PRIVATE ${optimise} ${vu_test_debug}
-      $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
+    target_compile_options(${target} PRIVATE ${optimise} ${vu_test_debug})
   endif()
   if(arg_PRECOMPILED_BY)
-    target_precompile_headers(${target} REUSE_FROM ${arg_PRECOMPILED_BY})
+    vu_precompiled(${target} BY ${arg_PRECOMPILED_BY})
   elseif(arg_PRECOMPILE)
-    target_precompile_headers(${target} PRIVATE ${arg_PRECOMPILE})
+    vu_precompiled(${target} HEADERS ${arg_PRECOMPILE})
   endif()
 endfunction()

@@ -20,6 +20,7 @@ function(vu_library target)
   target_include_directories(${target}
     PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
     PRIVATE ${PROJECT_SOURCE_DIR})
+  vu_precompiled(${target} HEADERS ${vu_common_headers})
   target_link_libraries(${target} PRIVATE vu_poco vu_utf8cpp vu_xxhash)
 endfunction()
 

@@ -63,7 +63,8 @@ std::string index_lines() {
 }  // namespace
 
 void write_manifest(Demo& demo) {
-  std::string text = std::string(kHeader) + "\n";
+  std::string text{kHeader};
+  text += '\n';
   for (const Version& v : demo.versions)
     text += line_of({"version", v.owner, std::to_string(static_cast<int>(v.type)),
                      std::to_string(v.stamp), std::to_string(v.not_older_than),

@@ -47,13 +47,14 @@ try_stage() {
 
 beside_pid=""
 
-# Starts a command with its output in a log, behind everything else that wants a processor.
-# start_beside <log> <command...>
+# Starts a command with its output in a log. A niceness of 19 puts it behind everything else that wants a
+# processor.
+# start_beside <niceness> <log> <command...>
 start_beside() {
-  local log=$1
-  shift
+  local niceness=$1 log=$2
+  shift 2
   mkdir -p "$(dirname "$log")"
-  setsid nice -n 19 "$@" >"$log" 2>&1 </dev/null &
+  setsid nice -n "$niceness" "$@" >"$log" 2>&1 </dev/null &
   beside_pid=$!
 }
 
