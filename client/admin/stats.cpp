@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "client/admin/folder_view.h"
+#include "client/admin/staging_folder.h"
 #include "index/index_format.h"
 
 namespace admin {
@@ -97,7 +98,7 @@ class StatsVisitor final : public Visitor {
       if (entry.kind == sys::Kind::kFolder) {
         sys::Folder inner;
         if (inner.open_below(listing, entry).ok())
-          below(inner, m_stats.parts);
+          below(inner, is_unfinished(entry.name) ? m_stats.unfinished : m_stats.parts);
         else
           ++m_stats.failures;
         continue;
@@ -123,12 +124,15 @@ class StatsVisitor final : public Visitor {
     }
   }
 
-  void count(std::string_view name, const sys::Info& info, Sum& kind) {
+  void count(std::string_view name, const sys::Info& info, Sum& expected) {
     if (info.kind == sys::Kind::kMissing) return;
+    Sum& kind = is_unfinished(name) ? m_stats.unfinished : expected;
+    const std::string_view extension =
+        &kind == &m_stats.unfinished ? kUnfinishedFiles : extension_of(name);
     m_stats.all.add(info.size);
     kind.add(info.size);
     if (m_options.on_file) {
-      m_file.extension = extension_of(name);
+      m_file.extension = extension;
       m_file.size = info.size;
       m_options.on_file(m_file);
     }
@@ -138,7 +142,7 @@ class StatsVisitor final : public Visitor {
         m_current->add(info.size);
         break;
       case GroupBy::kExtension:
-        group(extension_of(name))->add(info.size);
+        group(extension)->add(info.size);
         break;
       case GroupBy::kAge:
         age_group(m_options.now - info.modify_time).add(info.size);
@@ -150,7 +154,7 @@ class StatsVisitor final : public Visitor {
   }
 
   static std::string_view extension_of(std::string_view name) {
-    return index_format::is_index_file(name) ? "(index)" : index_format::extension_of(name);
+    return index_format::is_index_file(name) ? kIndexFiles : index_format::extension_of(name);
   }
 
   Sum& age_group(std::int64_t age) {

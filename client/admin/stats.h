@@ -30,11 +30,15 @@ struct StatsGroup {
   Sum sum;
 };
 
+/// What stands for an extension where the name is not a document's.
+inline constexpr std::string_view kIndexFiles = "(index)";
+inline constexpr std::string_view kUnfinishedFiles = "(unfinished)";
+
 /// One file as it is counted. The names are good during the call that hands them on.
 struct CountedFile {
   Area area = Area::kDocs;
   std::string_view owner;      ///< the owner folder's name; empty where there is none
-  std::string_view extension;  ///< with its dot; "(index)" for an index and its counter
+  std::string_view extension;  ///< with its dot, or kIndexFiles, or kUnfinishedFiles
   std::uint64_t size = 0;
 };
 
@@ -56,6 +60,7 @@ struct Stats {
   Sum documents;                   ///< files in document folders
   Sum parts;                       ///< files in folders below these
   Sum indexes;                     ///< indexes and their counters
+  Sum unfinished;                  ///< what the client stores right now, or was killed over
   Sum strays;                      ///< files where the layout has only folders
   std::uint64_t folders = 0;       ///< document folders
   std::uint64_t failures = 0;      ///< folders that could not be listed

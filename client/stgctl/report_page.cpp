@@ -38,6 +38,8 @@ Json totals_of(const admin::Stats& stats) {
   totals.push_back(total("documents", "Documents", stats.documents));
   totals.push_back(total("parts", "Parts", stats.parts));
   totals.push_back(total("indexes", "Indexes", stats.indexes));
+  if (stats.unfinished.files != 0)
+    totals.push_back(total("unfinished", "Unfinished copies", stats.unfinished));
   if (stats.strays.files != 0) totals.push_back(total("strays", "Strays", stats.strays));
   return totals;
 }

@@ -47,6 +47,7 @@ void show_json(Context& context, const Stats& stats, const Options& options) {
   fields["documents"] = json_of(stats.documents);
   fields["parts"] = json_of(stats.parts);
   fields["indexes"] = json_of(stats.indexes);
+  fields["unfinished"] = json_of(stats.unfinished);
   fields["strays"] = json_of(stats.strays);
   fields["folders"] = stats.folders;
   fields["failures"] = stats.failures;
@@ -98,6 +99,7 @@ void show_text(Context& context, const Stats& stats, GroupBy by) {
   part("documents", stats.documents);
   part("parts", stats.parts);
   part("indexes", stats.indexes);
+  part("unfinished", stats.unfinished);
   part("strays", stats.strays);
 }
 

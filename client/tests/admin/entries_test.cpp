@@ -195,6 +195,23 @@ TEST_F(AdminEntries, AreAddedUpByArea) {
   EXPECT_EQ(stats_by_area.folders, 3U);
 }
 
+TEST_F(AdminEntries, AreAddedUpWithoutWhatIsOnItsWay) {
+  const std::string document = add(Area::kDocs, "anna", "sales.kdc", 0, "1234567890");
+  const std::string place = document.substr(0, document.find_last_of("/\\"));
+  make_folder(place + "\\.stgctl-part-1");
+  write_file(place + "\\.stgctl-part-1\\lock", "");
+  write_file(place + "\\.stgctl-part-1\\1", "12345");
+  make_folder(storage() + "\\list\\anna");
+  write_file(storage() + "\\list\\anna\\.stgctl-part", "123");
+  const admin::Stats sums = stats(GroupBy::kExtension);
+  EXPECT_EQ(sums.documents.files, 1U);
+  EXPECT_EQ(sums.documents.bytes, 10U);
+  EXPECT_EQ(sums.parts.files, 0U);
+  EXPECT_EQ(sums.unfinished.files, 3U);
+  EXPECT_EQ(sums.unfinished.bytes, 8U);
+  EXPECT_NE(groups(sums).find("(unfinished):3:8 "), std::string::npos) << groups(sums);
+}
+
 TEST_F(AdminEntries, AreAddedUpByOwnerExtensionAndFolder) {
   add(Area::kUser, "anna", "a.txt", 0, "12345");
   add(Area::kMail, "anna", "b.kdc", 0, "12");
