@@ -112,6 +112,20 @@ os::Status LockedFile::cut_at(std::uint64_t size) {
 
 os::Status LockedFile::flush() { return os::flush(m_handle); }
 
+bool LockedFile::is_equal_to(const std::string& other) {
+  sys::Locking unlocked;
+  unlocked.mode = sys::Locking::Mode::kNone;
+  std::uint64_t done = 0;
+  bool is_equal = true;
+  std::string own;
+  const os::Status read = sys::read_pieces(other, unlocked, [&](std::string_view piece) {
+    is_equal = read_at(done, piece.size(), own).ok() && own == piece;
+    done += piece.size();
+    return is_equal;
+  });
+  return read.ok() && is_equal && done == size();
+}
+
 os::Status LockedFile::replace_lines(std::string_view old_text, std::string_view new_text) {
   std::vector<NewLines> one = {{this, old_text, new_text, {}}};
   replace_lines(one);

@@ -48,6 +48,8 @@ class LockedFile {
   os::Status write_at(std::uint64_t offset, std::string_view bytes);
   os::Status cut_at(std::uint64_t size);
   os::Status flush();
+  /// Whether another file, read without a lock, has the same bytes.
+  bool is_equal_to(const std::string& other);
 
   /// Replaces the lines of an index so that a process killed on the way leaves the old ones or the
   /// new ones (file/replacement.h), and has them on the device. @p old_text is what the file holds.

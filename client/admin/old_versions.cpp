@@ -21,6 +21,9 @@ using Fate = OldVersion::Fate;
 /// What an index holds when it has no lines.
 constexpr const char* kNoLines = " ";
 
+constexpr const char* kRemovedMeanwhile = "somebody else removed it meanwhile";
+constexpr const char* kChangedMeanwhile = "somebody else changed it meanwhile, so that it stays";
+
 /// From the index of one folder.
 class Removal {
  public:
@@ -57,7 +60,6 @@ class Removal {
   bool open_index();
   void read_lines();
   bool remove(OldVersion& version);
-  std::string why_not_ours(const OldVersion& version) const;
   std::string remaining_lines() const;
   void judge_save(const std::string& wanted, const os::Status& status);
 
@@ -101,20 +103,11 @@ void Removal::read_lines() {
   }
 }
 
-/// Why the version is not the one any more that was looked at; empty when it is.
-std::string Removal::why_not_ours(const OldVersion& version) const {
-  const auto line = m_lines.find(key_of(version));
-  if (line == m_lines.end()) return "somebody else removed it meanwhile";
-  const sys::Info now = sys::describe(path_of(version.file));
-  const bool is_same = line->second.file == version.file && now.kind == sys::Kind::kFile &&
-                       now.size == version.info.size && now.modify_time == version.info.modify_time;
-  return is_same ? "" : "somebody else changed it meanwhile, so that it stays";
-}
-
 /// @return whether its line may go.
 bool Removal::remove(OldVersion& version) {
-  if (std::string why = why_not_ours(version); !why.empty()) {
-    leave(version, Fate::kMeanwhile, std::move(why));
+  const auto line = m_lines.find(key_of(version));
+  if (line == m_lines.end() || line->second.file != version.file) {
+    leave(version, Fate::kMeanwhile, line == m_lines.end() ? kRemovedMeanwhile : kChangedMeanwhile);
     return false;
   }
   // Nobody is waited for under the lock of an index: who has a document open may ask for the index.
@@ -125,13 +118,18 @@ bool Removal::remove(OldVersion& version) {
   const os::Status locked =
       file.open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kFail, at_once);
   if (!locked.ok()) {
-    leave(version, Fate::kFailed,
+    leave(version, locked.failure() == os::Failure::kLocked ? Fate::kInUse : Fate::kFailed,
           "its file " + printable(path) + " stays: " + why_not_usable(path, locked));
+    return false;
+  }
+  // The lock is waited for by whoever wants to write, so nothing comes between this and the end.
+  if (!version.is_same(file)) {
+    leave(version, Fate::kMeanwhile, kChangedMeanwhile);
     return false;
   }
   if constexpr (!sys::kReplacesOpenFiles) file.close();
   // The file of another entry as well stays with it.
-  if (m_uses[m_lines.at(key_of(version)).stored] == 1) {
+  if (m_uses[line->second.stored] == 1) {
     if (const os::Status removed = os::remove_file(path); !removed.ok()) {
       leave(version, Fate::kFailed,
             "its file " + printable(path) + " stays: " + sys::text_of(removed));

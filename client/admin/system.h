@@ -51,6 +51,8 @@ struct Info {
   std::uint64_t size = 0;
   std::int64_t modify_time = 0;
   std::int64_t access_time = 0;
+  /// When it changed last in any way, in the finest unit that the system has: for comparing alone.
+  std::int64_t change_mark = 0;
 };
 
 /// One name of a folder. The name is followed by a NUL and lives until the next step.

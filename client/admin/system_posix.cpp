@@ -86,6 +86,8 @@ Info describe_at(int folder, const char* name) {
   info.size = static_cast<std::uint64_t>(found.st_size);
   info.modify_time = found.st_mtim.tv_sec;
   info.access_time = found.st_atim.tv_sec;
+  // Unlike the time of the last write nobody can set it back.
+  info.change_mark = std::int64_t{found.st_ctim.tv_sec} * 1'000'000'000 + found.st_ctim.tv_nsec;
   return info;
 }
 

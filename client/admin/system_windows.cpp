@@ -34,11 +34,14 @@ std::string reachable(const std::string& path) {
   return result;
 }
 
+std::int64_t ticks_of(const FILETIME& time) {
+  return static_cast<std::int64_t>(std::uint64_t{time.dwHighDateTime} << 32U | time.dwLowDateTime);
+}
+
 std::int64_t unix_seconds(const FILETIME& time) {
   constexpr std::int64_t kTicksPerSecond = 10'000'000;
   constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
-  const std::uint64_t ticks = std::uint64_t{time.dwHighDateTime} << 32U | time.dwLowDateTime;
-  return static_cast<std::int64_t>(ticks) / kTicksPerSecond - kSecondsFrom1601To1970;
+  return ticks_of(time) / kTicksPerSecond - kSecondsFrom1601To1970;
 }
 
 Kind kind_of(DWORD attributes) {
@@ -58,6 +61,7 @@ Info info_from(const Record& record) {
   if (info.kind == Kind::kFolder) info.size = 0;
   info.modify_time = unix_seconds(record.ftLastWriteTime);
   info.access_time = unix_seconds(record.ftLastAccessTime);
+  info.change_mark = ticks_of(record.ftLastWriteTime);
   return info;
 }
 

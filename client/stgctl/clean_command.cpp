@@ -1,11 +1,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <deque>
 #include <memory>
+#include <span>
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/operations.h"
 #include "client/stgctl/progress.h"
+#include "client/stgctl/removing.h"
 #include "client/stgctl/text.h"
 #include "client/stgctl/what_if.h"
 
@@ -127,44 +130,81 @@ class Planner {
   std::optional<std::uint64_t> m_most;
 };
 
+/// Versions whose indexes are loaded and saved once.
+constexpr std::size_t kMostAtOnce = 1000;
+
 class Cleaning {
  public:
   Cleaning(Context& context, const Options& options, const Planner& planner, ChangeReport& report)
       : m_context(context), m_options(options), m_planner(planner), m_report(report) {}
 
+  /// @throws Failure kLockTimeout, kInterrupted; what was removed is told.
   void run(const Plan& plan) {
     Progress progress(m_context.out(), m_context.options().progress, "cleaning", plan.going.size());
-    for (const Candidate& each : plan.going) {
-      if (Context::interrupted()) break;
-      if (remove(each)) m_report.add_bytes(each.bytes);
-      progress.advance(1, each.entry.name);
+    std::span<const Candidate> rest = plan.going;
+    while (!rest.empty() && !Context::interrupted()) {
+      const auto batch = rest.first(std::min(rest.size(), kMostAtOnce));
+      remove(batch);
+      progress.advance(batch.size(), batch.back().entry.name);
+      rest = rest.subspan(batch.size());
     }
   }
 
  private:
-  bool remove(const Candidate& each) {
-    const Subject subject = subject_of(each.entry);
-    try {
-      check_name("the name", each.entry.name);
-      check_no_link(m_context, each.entry.path());
-      if (!m_context.options().dry_run) {
-        const sys::Info now = sys::describe(each.entry.path());
-        if (now.kind != sys::Kind::kFile || m_planner.time_of(now) != each.time) {
-          m_report.skipped(subject, "used or changed since it was looked at");
-          return false;
-        }
-        remove_version(m_context, each.entry, KeyLines::kLeave);
+  struct Work {
+    const Candidate* candidate = nullptr;
+    Removal removal;
+    std::optional<Failure> failure;
+  };
+
+  void remove(std::span<const Candidate> batch) {
+    std::deque<Work> works;
+    std::vector<Removal*> removals;
+    for (const Candidate& each : batch) {
+      Work& work = works.emplace_back(Work{&each, removal_of(each.entry, still(each)), {}});
+      try {
+        check_name("the name", each.entry.name);
+        check_no_link(m_context, each.entry.path());
+        removals.push_back(&work.removal);
+      } catch (const Failure& failure) {
+        work.failure = failure;
       }
-      tell(each, subject);
-      return true;
-    } catch (const Failure& failure) {
-      if (failure.code() == Exit::kInterrupted || failure.code() == Exit::kLockTimeout) throw;
-      m_report.failed(subject, failure.what());
-      return false;
+    }
+    std::optional<Failure> end;
+    if (!m_context.options().dry_run) end = remove_together(m_context, removals);
+    for (const Work& work : works) tell(work);
+    if (end) throw Failure(*end);
+  }
+
+  /// Whether nobody has used or changed a version since it was looked at.
+  std::function<bool(admin::LockedFile&)> still(const Candidate& each) const {
+    return [this, &each](admin::LockedFile&) {
+      const sys::Info now = sys::describe(each.entry.path());
+      return now.kind == sys::Kind::kFile && now.size == each.entry.info.size &&
+             now.change_mark == each.entry.info.change_mark && m_planner.time_of(now) == each.time;
+    };
+  }
+
+  void tell(const Work& work) {
+    using Fate = admin::OldVersion::Fate;
+    const Candidate& each = *work.candidate;
+    const Subject subject = subject_of(each.entry);
+    const Fate fate = work.removal.version.fate;
+    if (work.failure) {
+      m_report.failed(subject, work.failure->what());
+    } else if (m_context.options().dry_run || is_removed(work.removal)) {
+      tell_removed(each, subject);
+      m_report.add_bytes(each.bytes);
+    } else if (fate == Fate::kMeanwhile) {
+      m_report.skipped(subject, "used or changed since it was looked at");
+    } else if (fate == Fate::kInUse) {
+      m_report.skipped(subject, "somebody has it open");
+    } else if (fate == Fate::kFailed) {
+      m_report.failed(subject, work.removal.version.reason);
     }
   }
 
-  void tell(const Candidate& each, const Subject& subject) {
+  void tell_removed(const Candidate& each, const Subject& subject) {
     const std::int64_t age = m_planner.now() - each.time;
     const char* const reason = each.reason == Reason::kAge ? "age" : "size";
     const Json fields = {{"by", m_options.by}, {"time", each.time},   {"age", age},

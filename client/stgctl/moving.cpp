@@ -2,23 +2,20 @@
 
 #include <algorithm>
 #include <deque>
-#include <map>
 #include <span>
 #include <utility>
 
 #include "client/admin/locked_file.h"
-#include "client/admin/old_versions.h"
 #include "client/stgctl/exit_codes.h"
 #include "client/stgctl/lock_wait.h"
 #include "client/stgctl/operations.h"
 #include "client/stgctl/progress.h"
+#include "client/stgctl/removing.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {
 
 namespace {
-
-using Fate = admin::OldVersion::Fate;
 
 /// Documents are spread over folders by both of their names: a batch loads and saves an index per
 /// folder on either side, so that it is larger than one of new versions.
@@ -42,8 +39,9 @@ class Batch {
  private:
   struct Work {
     const Move* move = nullptr;
-    const admin::NewVersion* stored = nullptr;
-    admin::OldVersion old;
+    const admin::NewVersion* stored = nullptr;  ///< until it is settled
+    std::string new_path;                       ///< where its bytes are then
+    Removal old;
     std::optional<Failure> failure;
   };
 
@@ -54,6 +52,7 @@ class Batch {
   void wait_for(const std::string& path);
   void store();
   void settle(Work& work);
+  std::string path_of(const Move& move, const std::string& file) const;
   void remove();
   void tell(const Work& work);
   void note(Work& work, const Failure& failure) {
@@ -98,7 +97,14 @@ void Batch::store() {
   batch.run();
   for (Work& work : m_works) {
     if (!work.failure) settle(work);
+    work.stored = nullptr;
   }
+}
+
+std::string Batch::path_of(const Move& move, const std::string& file) const {
+  const admin::DocumentFolder folder =
+      admin::folder_for(m_context.tree(), move.target.area, move.target.owner, move.name);
+  return admin::sys::join(folder.path, file);
 }
 
 void Batch::settle(Work& work) {
@@ -110,37 +116,24 @@ void Batch::settle(Work& work) {
     } else if (work.stored->fate != Stored::kStored) {
       throw failure_of(m_context, *work.stored);
     }
+    const Move& move = *work.move;
+    work.new_path = path_of(move, move.replaced ? move.replaced->file : work.stored->file);
   } catch (const Failure& failure) {
     note(work, failure);
   }
 }
 
 void Batch::remove() {
-  std::map<std::string, std::vector<Work*>> folders;
+  std::vector<Removal*> removals;
   for (Work& work : m_works) {
-    const FoundEntry& from = work.move->from;
-    work.old = {from.name, from.timestamp, from.file, from.info, Fate::kPending, ""};
-    if (!work.failure) folders[from.folder.path].push_back(&work);
+    if (work.failure) continue;
+    // Times would not tell what was written anew within the same second.
+    work.old = removal_of(work.move->from, [&work](admin::LockedFile& file) {
+      return file.is_equal_to(work.new_path);
+    });
+    removals.push_back(&work.old);
   }
-  if (m_end) return;
-  std::vector<admin::OldVersions> all;
-  // Asked for while the files are there, by which they are told apart.
-  std::vector<FoundParts> parts;
-  for (const auto& [path, works] : folders) {
-    admin::OldVersions& each = all.emplace_back();
-    each.folder = works.front()->move->from.folder;
-    for (Work* const work : works) each.versions.push_back(&work->old);
-    parts.emplace_back(path);
-  }
-  admin::remove_old_versions(all, m_context.locking());
-  for (std::size_t i = 0; i < all.size(); ++i) {
-    std::vector<std::string> gone;
-    for (const admin::OldVersion* const version : all[i].versions) {
-      if (version->fate == Fate::kRemoved) gone.push_back(version->file);
-      if (version->fate == Fate::kLocked && !m_end) m_end = lock_missed(m_context, version->reason);
-    }
-    parts[i].try_to_remove(m_context, gone);
-  }
+  if (!m_end) m_end = remove_together(m_context, removals);
 }
 
 void Batch::tell(const Work& work) {
@@ -148,13 +141,12 @@ void Batch::tell(const Work& work) {
   const std::string to = shown(work.move->to());
   if (work.failure) {
     if (!ends_work(*work.failure)) m_report.failed(subject, work.failure->what());
-  } else if (work.old.fate == Fate::kRemoved) {
+  } else if (is_removed(work.old)) {
     tell_moved(m_report, *work.move);
     m_report.add_bytes(work.move->from.info.size);
   } else {
-    const bool is_open = work.old.fate == Fate::kPending || work.old.fate == Fate::kLocked;
-    const std::string why = is_open ? "a lock was not obtained in time" : work.old.reason;
-    m_report.failed(subject, formatted("it is stored as {}, but also where it was: {}", to, why));
+    m_report.failed(subject, formatted("it is stored as {}, but also where it was: {}", to,
+                                       why_not_removed(work.old)));
   }
 }
 

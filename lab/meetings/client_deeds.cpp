@@ -54,6 +54,8 @@ const char* name_of(admin::OldVersion::Fate fate) {
       return "removed";
     case admin::OldVersion::Fate::kMeanwhile:
       return "meanwhile";
+    case admin::OldVersion::Fate::kInUse:
+      return "in use";
     case admin::OldVersion::Fate::kFailed:
       return "failed";
     case admin::OldVersion::Fate::kLocked:
@@ -102,10 +104,10 @@ std::string client_move_out(const Cast& cast) {
   }
   if (old.file.empty()) return "nothing";
   const std::string path = view.path_of(old.file);
-  old.info = sys::describe(path);
   const std::string elsewhere = native_path(cast.root + "\\plain\\moved-" + cast.mark);
   const os::Status copied = os::copy(path, elsewhere, os::IfExists::kReplace);
   if (!copied.ok()) return "not copied";
+  old.is_same = [&](admin::LockedFile& file) { return file.is_equal_to(elsewhere); };
   admin::remove_old_versions({{folder, {&old}}}, {});
   return name_of(old.fate);
 }

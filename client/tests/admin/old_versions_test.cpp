@@ -23,7 +23,9 @@ class AdminOldVersions : public AdminTree {
     OldVersion version;
     version.logical = name;
     version.file = std::filesystem::path(file).filename().string();
-    version.info = admin::sys::describe(file);
+    const std::string copy = admin::sys::join(tree().storage, owner + ".copy of " + name);
+    write_file(copy, "bytes of " + name);
+    version.is_same = [copy](admin::LockedFile& locked) { return locked.is_equal_to(copy); };
     return version;
   }
   void remove(const std::vector<OldVersion*>& versions) const {
@@ -67,12 +69,23 @@ TEST_F(AdminOldVersions, StayWhenSomebodyHasChangedThemMeanwhile) {
   EXPECT_EQ(read_file(path("index.dat")), "a.kdc_0000000000/00000001\n");
 }
 
+TEST_F(AdminOldVersions, StayWhenTheyWereWrittenAnewWithTheSizeAndTimeThatTheyHad) {
+  OldVersion a = stored("a.kdc");
+  const std::int64_t time = get_modify_time(path(a.file));
+  write_file(path(a.file), "BYTES of a.kdc");
+  set_modify_time(path(a.file), time);
+  remove({&a});
+  EXPECT_EQ(a.fate, Fate::kMeanwhile);
+  EXPECT_EQ(read_file(path(a.file)), "BYTES of a.kdc");
+  EXPECT_EQ(read_file(path("index.dat")), "a.kdc_0000000000/00000001\n");
+}
+
 TEST_F(AdminOldVersions, StayWhileSomebodyHasThemOpen) {
   OldVersion a = stored("a.kdc");
   vu_file reader(place().path, a.file);
   reader.open(vu_file::o_read);
   remove({&a});
-  EXPECT_EQ(a.fate, Fate::kFailed);
+  EXPECT_EQ(a.fate, Fate::kInUse);
   EXPECT_NE(a.reason.find("it is locked elsewhere"), std::string::npos) << a.reason;
   reader.close();
   EXPECT_EQ(read_file(path("index.dat")), "a.kdc_0000000000/00000001\n");
