@@ -31,6 +31,18 @@ void require_owners(Context& context) {
   }
 }
 
+/// @throws Failure kRefused, also for an owner of one area: the areas go together.
+void check_owner(std::string_view what, const std::string& name) {
+  const std::size_t slash = name.find('/');
+  if (slash != std::string::npos && admin::area_named(name.substr(0, slash))) {
+    throw Failure(Exit::kRefused,
+                  formatted("{} '{}' names one area, but an owner's mail, list and user folders go "
+                            "together, and corporate documents stay; say '{}'",
+                            what, shown(name), shown(name.substr(slash + 1))));
+  }
+  check_name(what, name);
+}
+
 std::string folder_of(Context& context, admin::Area area, const std::string& user) {
   return sys::join(context.tree().folder_of(area), user);
 }
@@ -113,8 +125,8 @@ Exit run_list(Context& context) {
 
 Exit run_rename(Context& context, const std::string& from, const std::string& to) {
   require_owners(context);
-  check_name("the owner", from);
-  check_name("the new owner", to);
+  check_owner("the owner", from);
+  check_owner("the new owner", to);
   if (from == to) throw Failure(Exit::kRefused, "the new name is the old one");
   const std::vector<admin::Area> areas = areas_of(context, from);
   if (areas.empty()) throw Failure(Exit::kNothingMatched, "nobody is called " + shown(from));
@@ -155,9 +167,12 @@ Exit run_remove(Context& context, const std::vector<std::string>& users) {
   };
   std::vector<Folder> folders;
   Content all;
+  std::vector<std::string> unknown;
   for (const std::string& user : users) {
-    check_name("the owner", user);
-    for (const admin::Area area : areas_of(context, user)) {
+    check_owner("the owner", user);
+    const std::vector<admin::Area> areas = areas_of(context, user);
+    if (areas.empty()) unknown.push_back(user);
+    for (const admin::Area area : areas) {
       Folder folder = {user, area, {}};
       count(folder_of(context, area, user), folder.content);
       all.files += folder.content.files;
@@ -181,6 +196,8 @@ Exit run_remove(Context& context, const std::vector<std::string>& users) {
     }
     return 0;
   });
+  for (const std::string& user : unknown)
+    report.failed({"", user, "", {}}, "nobody of that name has a folder in mail, list or user");
   std::uint64_t bytes = 0;
   for (const Folder& folder : folders) {
     const Subject subject = {std::string(admin::name_of(folder.area)), folder.user, "", {}};

@@ -107,6 +107,30 @@ TEST_F(ClientUser, RefusesANameThatIsTaken) {
   EXPECT_EQ(tree(), before);
 }
 
+TEST_F(ClientUser, GoesOverAllAreasAndSaysSoWhereOneIsNamed) {
+  put("a.kdc", "x");
+  ASSERT_EQ(change({"profile", "set", "a=b"}).code, 0);
+  const std::string before = tree();
+  for (const std::vector<std::string>& command :
+       std::vector<std::vector<std::string>>{{"user", "rename", "docs/anna", "docs/bert", "-y"},
+                                             {"user", "rename", "anna", "user/bert", "-y"},
+                                             {"user", "remove", "user/anna", "-y"}}) {
+    const outcome result = on_tree(command);
+    EXPECT_EQ(result.code, 12) << command[2];
+    EXPECT_NE(result.err.find("names one area"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("; say '"), std::string::npos) << result.err;
+  }
+  EXPECT_EQ(tree(), before);
+}
+
+TEST_F(ClientUser, TellsOfEachThatIsUnknownAndRemovesTheOthers) {
+  ASSERT_EQ(change({"profile", "set", "a=b"}).code, 0);
+  const outcome result = on_tree({"user", "remove", "anna", "carl", "-y"});
+  EXPECT_EQ(result.code, 5) << result.out;
+  EXPECT_NE(result.err.find("carl"), std::string::npos) << result.err;
+  EXPECT_EQ(list_folder(storage() + "\\user"), std::vector<std::string>());
+}
+
 TEST_F(ClientUser, RemovesAnOwnerAndNobodyElse) {
   put("a.kdc", "x");
   ASSERT_EQ(change({"profile", "set", "a=b"}).code, 0);
