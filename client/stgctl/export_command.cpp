@@ -48,6 +48,19 @@ Place place_of(Context& context, const std::string& folder) {
   throw Failure(Exit::kRefused, shown(folder) + " is not empty; name an empty or a new folder");
 }
 
+/// @throws Failure kNothingMatched for an owner who has no folder.
+void check_owner_is_there(Context& context) {
+  const admin::Scope scope = context.scope();
+  if (!scope.owner || context.tree().layout == admin::Layout::kFlat) return;
+  for (const admin::Area area : admin::kAreas) {
+    if (scope.area && *scope.area != area) continue;
+    const std::string folder = sys::join(context.tree().folder_of(area), *scope.owner);
+    if (sys::describe(folder).kind != sys::Kind::kMissing) return;
+  }
+  throw Failure(Exit::kNothingMatched,
+                "nobody is called " + shown(*scope.owner) + "; nothing was exported");
+}
+
 /// Takes away what an export that was not finished has left.
 void begin_anew(const std::string& folder) {
   std::error_code error;
@@ -149,6 +162,7 @@ struct Options {
 Exit run_export(Context& context, const Options& options) {
   const admin::Tree& tree = context.tree();
   const bool dry = context.options().dry_run;
+  check_owner_is_there(context);
   const Place place = place_of(context, options.folder);
   if (!dry && place == Place::kUnfinished) {
     context.confirm(formatted("{} holds an export that was not finished: begin it anew?",

@@ -207,6 +207,12 @@ void overwrite_file(Context& context, const Target& target, const StoreItem& ite
   if (stored && copied && stored->info.size == item.size) {
     // A copy of a read-only file is read-only, and could never be replaced.
     if (stored->info.is_read_only) vu_file::chmodW(stored->path());
+    if (stored->info.modify_time != sys::describe(item.source).modify_time) {
+      context.out().warning(
+          formatted("{} has the time of now, not that of {}: its file is another "
+                    "account's",
+                    shown(stored->path()), shown(item.source)));
+    }
     // The file keeps its time, which may be older than these: they would pass for up to date.
     return parts.remove({old->file});
   }

@@ -99,7 +99,9 @@ Exit run_list(Context& context, const Options& options) {
               out.styled(Style::kBold, formatted("{:>6}", number)), format_time(plan.time()),
               state_of(plan), plan.steps().size(), format_time(plan.expires()));
   }
-  return numbers.empty() ? Exit::kNothingMatched : Exit::kDone;
+  if (numbers.empty())
+    throw Failure(Exit::kNothingMatched, "no plan is kept in " + shown(quarantine));
+  return Exit::kDone;
 }
 
 Exit run_expire(Context& context, const Options& options) {

@@ -31,12 +31,27 @@ TEST_F(ClientEasy, TakesNamesAsItPrintsThem) {
 
 TEST_F(ClientEasy, SaysInOneLineThatNothingMatches) {
   for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
-           {"ls", "none*"}, {"find", "--name", "none"}, {"versions", "none"}, {"which", "none"}}) {
+           {"ls", "none*"},
+           {"find", "--name", "none"},
+           {"versions", "none"},
+           {"which", "none"},
+           {"cat", "none", "--owner", "anna"},
+           {"rm", "none", "--owner", "anna", "--yes"},
+           {"mv", "none", "new", "--owner", "anna", "--yes"},
+           {"keys", "show", "none", "--owner", "anna"},
+           {"index", "dump", "--owner", "none"},
+           {"index", "diff", "1"},
+           {"user", "remove", "none", "--yes"},
+           {"export", shell_path(scratch().path("out")), "--owner", "none"},
+           {"undo", "--yes"},
+           {"quarantine", "list"}}) {
     const outcome result = on_tree(command);
     EXPECT_EQ(result.code, 3) << command[0];
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(lines_of(result.err).size(), 1U) << command[0] << result.err;
   }
+  EXPECT_NE(on_tree({"quarantine", "list"}).err.find("no plan is kept in"), std::string::npos);
+  EXPECT_FALSE(folder_exists(scratch().path("out")));
 }
 
 TEST_F(ClientEasy, TakesNoMistypedOwnerForSound) {
