@@ -1,4 +1,5 @@
-// locked_document_storage [FOLDER] opens a document that may be locked, and never waits for ever.
+// locked_document_storage [FOLDER] opens a document that may be locked, as its index may be, and
+// gives up in time.
 #include <chrono>
 #include <filesystem>
 #include <iostream>
@@ -10,24 +11,35 @@
 
 enum class opened { yes, locked, missing };
 
-// Opens a document for reading within a time. OpenRead() would wait without limit.
-opened open_within(vu_file& file, const std::string& owner, const std::string& name, long timestamp,
-                   std::chrono::milliseconds patience) {
-  const auto end = std::chrono::steady_clock::now() + patience;
-  vu_storage storage;
-  std::string folder;
-  std::string physical;
-  // This question waits for writers of the index, who hold it for a moment only.
-  if (!storage.IsFileExist(owner, name, STG::CorporateRepository, timestamp, &folder, &physical))
+// Opens a file for reading, if that can be done at once.
+opened open_at_once(vu_file& file, const std::string& folder, const std::string& name) {
+  file = vu_file(folder, name);
+  bool refused = false;
+  // True also for a refused lock: the file is open then, and nobody may use it.
+  if (!file.try_open(vu_file::o_read, refused, true)) return opened::missing;
+  if (refused) file.close();
+  return refused ? opened::locked : opened::yes;
+}
+
+// Opens a document of the owner anna for reading, within 200 ms. OpenRead() would wait for ever.
+opened open_in_time(vu_file& file, const std::string& name, long timestamp) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
+  constexpr auto kType = STG::CorporateRepository;
+  std::string folder, physical;
+  if (!vu_storage::createUserOrDomainNameDirectory("anna", name, kType, folder, false))
     return opened::missing;
   for (;;) {
-    file = vu_file(folder, physical);
-    bool refused = false;
-    // True also for a refused lock: the file is open then, and nobody may use it.
-    if (!file.try_open(vu_file::o_read, refused, true)) return opened::missing;
-    if (!refused) return opened::yes;
-    file.close();
-    if (std::chrono::steady_clock::now() >= end) return opened::locked;
+    // IsFileExist() waits for a writer of the index: for a moment, or for ever for a stopped one.
+    // Who comes between these two is waited for; vu_settings::wait_ms limits that as well.
+    vu_file index;
+    opened result = open_at_once(index, folder, "index.dat");
+    if (result == opened::yes) index.close();
+    if (result != opened::locked) {
+      if (!vu_storage().IsFileExist("anna", name, kType, timestamp, nullptr, &physical))
+        return opened::missing;
+      result = open_at_once(file, folder, physical);
+    }
+    if (result != opened::locked || std::chrono::steady_clock::now() >= end) return result;
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
 }
@@ -42,26 +54,26 @@ int main(int argc, char** argv) {
   if (error || !vu_storage::initRootStorage(root.string(), true, false)) return 1;
 
   vu_storage storage;
-  vu_file writer;
-  vu_host::problem_sink::clear();
-  storage.OpenWrite(writer, "anna", "plan.kdf", STG::CorporateRepository, true, 7);
-  if (!writer.is_open()) {
-    std::cerr << "plan.kdf cannot be written: " << vu_host::problem_sink::last() << "\n";
-    return 1;
-  }
-  storage.Write(writer, "all of the plan");
-
-  vu_file reader;
-  using std::chrono::milliseconds;
-  const bool gave_up =
-      open_within(reader, "anna", "plan.kdf", 7, milliseconds(200)) == opened::locked;
+  vu_file held, reader;
+  storage.OpenWrite(held, "anna", "plan.kdf", STG::CorporateRepository, true, 7);
+  if (!held.is_open()) return 1;
+  storage.Write(held, "all of the plan");
+  const bool gave_up = open_in_time(reader, "plan.kdf", 7) == opened::locked;
   std::cout << (gave_up ? "locked: gave up after 200 ms\n" : "not locked\n");
-  storage.Close(writer);
+  storage.Close(held);
 
-  if (open_within(reader, "anna", "plan.kdf", 7, milliseconds(200)) != opened::yes) return 1;
+  std::string folder;
+  storage.IsFileExist("anna", "plan.kdf", STG::CorporateRepository, 7, &folder, nullptr);
+  held = vu_file(folder, "index.dat");
+  held.open(vu_file::o_append);
+  const bool again = open_in_time(reader, "plan.kdf", 7) == opened::locked;
+  std::cout << (again ? "its index is locked: gave up after 200 ms\n" : "not locked\n");
+  held.close();
+
+  if (open_in_time(reader, "plan.kdf", 7) != opened::yes) return 1;
   std::string text;
   storage.Read(reader, text, 0);
   storage.Close(reader);
   std::cout << "then read: " << text << "\n";
-  return gave_up && text == "all of the plan" ? 0 : 1;
+  return gave_up && again && text == "all of the plan" ? 0 : 1;
 }
