@@ -170,6 +170,14 @@ std::size_t HandleCore::read_into(void* buffer, std::size_t room) {
   return done;
 }
 
+std::int64_t HandleCore::size() const {
+  std::uint64_t bytes = 0;
+  const os::Status status = os::size(m_state.handle, bytes);
+  if (status.ok()) return static_cast<std::int64_t>(bytes);
+  trace_failure("size of file", status.code());
+  throw vu_file_except("the system does not tell the size", 0);
+}
+
 FileText HandleCore::read_to_end() {
   check_reading_mode();
   // Only a hint: what a folder tells of a file's size may be behind what was written.
@@ -338,6 +346,11 @@ os::Status HandleCore::give_lock_back(vu_file_base& state) {
 FileText read_to_end(vu_file& file) {
   VU_FILE_SCOPE();
   return HandleCore(file, vu_trace_scope).read_to_end();
+}
+
+std::int64_t size_of(vu_file& file) {
+  VU_FILE_SCOPE();
+  return HandleCore(file, vu_trace_scope).size();
 }
 
 std::size_t read_into(vu_file& file, void* buffer, std::size_t room) {

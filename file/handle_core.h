@@ -70,6 +70,8 @@ class HandleCore {
   std::size_t read_into(void* buffer, std::size_t room);
   /// See read_to_end().
   FileText read_to_end();
+  /// See size_of().
+  std::int64_t size() const;
   int write(std::string_view data);
   void seek(int offset, short origin);
   void close() noexcept;
@@ -117,6 +119,10 @@ class HandleCore {
 /// read of no bytes is the end.
 /// @throws vu_file_except as vu_file::read() does, with the same traces.
 FileText read_to_end(vu_file& file);
+
+/// The size of an open file itself, whatever its name stands for by now. A failure is traced.
+/// @throws vu_file_except
+std::int64_t size_of(vu_file& file);
 
 /// Reads from the position on, straight into the caller's memory; fewer bytes than @p room at the
 /// end of the file only. @throws vu_file_except as vu_file::read() does.

@@ -92,6 +92,9 @@ void mark_on_handle(const SeenCall& call, Marks& marks) {
     case Call::close:
       if (call.is_locked) lock();
       break;
+    case Call::size:
+      marks.reads(Aspect::kContent, call.path);
+      break;
     case Call::read:
       marks.reads(Aspect::kContent, call.path);
       if (!call.is_locked) marks.reads(Aspect::kLock, call.path);

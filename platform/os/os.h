@@ -245,6 +245,8 @@ Status write(Handle handle, const void* data, std::size_t count, std::size_t& do
 Status seek(Handle handle, std::int32_t distance, std::int16_t method);
 /// Cuts or extends the file to the current position.
 Status set_end(Handle handle);
+/// The size in bytes of the open file itself, whatever its name stands for by now.
+Status size(Handle handle, std::uint64_t& bytes);
 /// Makes sure of space on the device for a file of @p size bytes, as far as the file system can
 /// promise it. Neither the content nor the size of the file change. Fails when there is none; a
 /// file system that cannot tell is no failure.

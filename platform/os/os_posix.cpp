@@ -404,6 +404,16 @@ Status set_end(Handle handle) {
   return result_of(::ftruncate(file->descriptor, position));
 }
 
+Status size(Handle handle, std::uint64_t& bytes) {
+  bytes = 0;
+  const std::optional<HandleTable::File> file = handles().find(handle);
+  if (!file) return fail(EBADF);
+  struct ::stat info {};
+  if (::fstat(file->descriptor, &info) != 0) return fail(errno);
+  bytes = static_cast<std::uint64_t>(info.st_size);
+  return {};
+}
+
 Status reserve(Handle handle, std::uint64_t size) {
   const std::optional<HandleTable::File> file = handles().find(handle);
   return file ? reserve_space(file->descriptor, static_cast<::off_t>(size)) : fail(EBADF);

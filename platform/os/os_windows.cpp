@@ -366,6 +366,13 @@ Status seek(Handle handle, std::int32_t distance, std::int16_t method) {
 
 Status set_end(Handle handle) { return result_of(SetEndOfFile(system_handle(handle))); }
 
+Status size(Handle handle, std::uint64_t& bytes) {
+  LARGE_INTEGER found{};
+  const Status status = result_of(GetFileSizeEx(system_handle(handle), &found));
+  bytes = static_cast<std::uint64_t>(found.QuadPart);
+  return status;
+}
+
 Status reserve(Handle handle, std::uint64_t size) {
   LARGE_INTEGER current{};
   if (!GetFileSizeEx(system_handle(handle), &current)) return fail(GetLastError());

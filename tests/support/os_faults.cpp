@@ -20,7 +20,8 @@ constexpr std::size_t kFunctions = static_cast<std::size_t>(Call::any);
 
 // clang-format off
 constexpr std::array<const char*, kFunctions + 2> kNames = {
-    "open", "close", "read", "write", "seek", "set_end", "reserve", "flush", "lock", "unlock",
+    "open", "close", "read", "write", "seek", "set_end", "size", "reserve", "flush", "lock",
+    "unlock",
     "probe_attributes", "probe_search", "list", "stat", "open_folder", "make_writable",
     "create_directory", "remove_directory", "remove_file", "rename", "copy", "flush_file",
     "short_path",
@@ -380,6 +381,12 @@ Status set_end(Handle handle) {
   return status_call({.call = Call::set_end, .handle = handle}, [&] {
     return watched(sys::set_end(handle), {.call = Call::set_end, .handle = handle});
   });
+}
+
+Status size(Handle handle, std::uint64_t& bytes) {
+  bytes = 0;
+  return status_call({.call = Call::size, .handle = handle},
+                     [&] { return sys::size(handle, bytes); });
 }
 
 Status reserve(Handle handle, std::uint64_t size) {

@@ -26,6 +26,7 @@ Status read(Handle handle, void* buffer, std::size_t count, std::size_t& done);
 Status write(Handle handle, const void* data, std::size_t count, std::size_t& done);
 Status seek(Handle handle, std::int32_t distance, std::int16_t method);
 Status set_end(Handle handle);
+Status size(Handle handle, std::uint64_t& bytes);
 Status reserve(Handle handle, std::uint64_t size);
 Status flush(Handle handle);
 Status lock(Handle handle, const LockRequest& request);
@@ -83,6 +84,7 @@ enum class Call : std::uint8_t {
   write,
   seek,
   set_end,
+  size,
   reserve,
   flush,
   lock,

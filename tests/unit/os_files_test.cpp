@@ -309,6 +309,25 @@ TEST(OsSetEnd, FailsThroughAHandleForReading) {
   EXPECT_EQ(read_file(scratch.path("file")), "text");
 }
 
+TEST(OsSize, IsThatOfTheOpenFileWhateverItsName) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "0123456789");
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  EXPECT_TRUE(succeeds(os::rename(scratch.path("file"), scratch.path("old"))));
+  write_file(scratch.path("file"), "new");
+  std::uint64_t size = 0;
+  EXPECT_TRUE(succeeds(os::size(file.get(), size)));
+  EXPECT_EQ(size, 10U);
+  EXPECT_TRUE(succeeds(os::seek(file.get(), 4, 0)));
+  EXPECT_TRUE(succeeds(os::set_end(file.get())));
+  EXPECT_TRUE(succeeds(os::size(file.get(), size)));
+  EXPECT_EQ(size, 4U);
+  const os::Handle handle = file.get();
+  file.close();
+  EXPECT_TRUE(fails(os::size(handle, size), Failure::kOther, {EBADF, 6}));
+  EXPECT_EQ(size, 0U);
+}
+
 TEST(OsReserve, ChangesNeitherTheContentNorTheSizeNorThePosition) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "0123456789");
