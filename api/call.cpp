@@ -88,7 +88,7 @@ Call::~Call() {
 Call& Call::current() noexcept { return *t_state.call; }
 
 void Call::limit_waiting(std::int64_t wait_ms) noexcept {
-  if (wait_ms == 0 || m_limit) return;
+  if (m_limit) return;
   m_limit.emplace(std::chrono::milliseconds(wait_ms == VU_NO_WAIT ? 0 : wait_ms));
 }
 
@@ -102,6 +102,7 @@ void Call::hear(vu_host::trace_event event, std::string_view text) noexcept {
 }
 
 void Call::hear_failure(std::string_view path, std::int32_t code) noexcept {
+  ++m_refusals;
   if (m_has_error) return;
   try {
     m_state.problem.set_path(os::native_form(std::string(path)));
@@ -124,14 +125,27 @@ void Call::wait_no_more() noexcept { m_limit.reset(); }
 
 void Call::forget() noexcept {
   m_failures = 0;
+  m_refusals = 0;
   m_has_error = false;
   m_state.problem.clear(m_operation);
+}
+
+Pause::~Pause() {
+  if (m_heard) {
+    last_problem() = *m_heard;
+  } else {
+    last_problem().clear(Call::current().operation());
+  }
 }
 
 vu_status Call::end(vu_status status) noexcept {
   // Whatever an operation made of the missing lock.
   if (m_limit && LockLimit::passed()) status = VU_LOCK_TIMEOUT;
-  if (status == VU_DONE) m_state.problem.clear(m_operation);
+  if (status == VU_DONE) {
+    m_state.problem.clear(m_operation);
+  } else if (!m_state.problem.has_text()) {
+    m_state.problem.set_text("the library does not tell why");
+  }
   m_state.problem.status = status;
   return status;
 }
@@ -142,7 +156,8 @@ vu_status Call::end(const Refusal& refusal) noexcept {
     m_state.problem.clear(m_operation);
     m_state.problem.set_text(refusal.text);
   }
-  if (!refusal.path.empty()) m_state.problem.set_path(refusal.path);
+  if (!refusal.path.empty() && *m_state.problem.path() == '\0')
+    m_state.problem.set_path(refusal.path);
   if (refusal.code != 0) set_system(refusal.code);
   return end(refusal.status);
 }
@@ -183,7 +198,7 @@ void check_size(const void* structure, std::size_t told, std::size_t known) {
           "a structure of a later version asks for what this library does not know");
 }
 
-vu_status done_unless_told() { return Call::current().heard_failure() ? VU_PARTLY_DONE : VU_DONE; }
+vu_status done_unless_told() { return Call::current().heard_refusal() ? VU_PARTLY_DONE : VU_DONE; }
 
 vu_status failed_or(vu_status otherwise, const char* text, const std::string& path) {
   if (Call::current().heard_failure()) return VU_FAILED;

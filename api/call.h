@@ -33,6 +33,7 @@ class Problem {
   void set_path(std::string_view path) noexcept { copy(m_path, path); }
   void set_system(std::int32_t code, std::string_view words) noexcept;
   bool has_text() const { return m_text[0] != '\0'; }
+  const char* path() const { return m_path; }
   void tell(vu_error& error) const noexcept;
 
   vu_status status = VU_DONE;
@@ -65,14 +66,18 @@ class Call final : public trace::Listener {
   void hear(vu_host::trace_event event, std::string_view text) noexcept override;
   void hear_failure(std::string_view path, std::int32_t code) noexcept override;
 
+  const char* operation() const { return m_operation; }
   /// The innermost call of this thread.
   static Call& current() noexcept;
-  /// From here to the end of the call its waits take so long at most; see vu_settings.
+  /// From here to the end of the call its waits take so long at most, not 0; see vu_settings.
   void limit_waiting(std::int64_t wait_ms) noexcept;
   /// Ends that limit: what became of the call is known, whatever was not obtained.
   void wait_no_more() noexcept;
   /// Whether something failed that the operation did not answer for.
   bool heard_failure() const { return m_failures != 0; }
+  unsigned failures() const { return m_failures; }
+  /// The same, or the system has refused something that the operation went on without.
+  bool heard_refusal() const { return m_failures != 0 || m_refusals != 0; }
   /// What was heard so far counts no more.
   void forget() noexcept;
   /// Keeps the status of the call, and a reason where nothing was heard.
@@ -89,8 +94,24 @@ class Call final : public trace::Listener {
   trace::Listener* m_before;
   const char* m_operation;
   unsigned m_failures = 0;
+  unsigned m_refusals = 0;
   bool m_has_error = false;
   std::optional<LockLimit> m_limit;
+};
+
+/// While a callback runs: what the calls that it may make come to is theirs, and forgotten with
+/// this object. What was heard before is kept.
+class Pause {
+ public:
+  Pause() noexcept {
+    if (last_problem().has_text()) m_heard = last_problem();
+  }
+  ~Pause();
+  Pause(const Pause&) = delete;
+  Pause& operator=(const Pause&) = delete;
+
+ private:
+  std::optional<Problem> m_heard;
 };
 
 /// Runs the body of a call, which gives back a status or throws.

@@ -18,10 +18,11 @@ namespace {
 
 /// Opens a version with its lock. @throws Refusal, vu_file_except
 void open_to_read(const Address& address, vu_file& file) {
-  const Place place = place_of(address);
-  file.open(place.folder, place.file, vu_file_base::o_read);
-  if (!file.is_locked())
-    throw Refusal{VU_FAILED, "the lock was not granted", told_path(place.path())};
+  at_place_of(address, [&](const Place& place) {
+    file.open(place.folder, place.file, vu_file_base::o_read);
+    if (!file.is_locked())
+      throw Refusal{VU_FAILED, "the lock was not granted", told_path(place.path())};
+  });
 }
 
 vu_status read_into(const Store& store, const vu_document* document, void* buffer, std::size_t room,
@@ -30,7 +31,7 @@ vu_status read_into(const Store& store, const vu_document* document, void* buffe
   require(size, "size");
   vu_file file;
   open_to_read(address_of(store, document, Version::kAny), file);
-  const auto there = static_cast<std::size_t>(size_of(file.getFilePath()));
+  const auto there = static_cast<std::size_t>(size_of(file));
   *size = there;
   if (buffer == nullptr) return VU_DONE;
   if (room < there) throw Refusal{VU_TOO_SHORT, "the buffer is too short", {}};
@@ -54,6 +55,17 @@ vu_status read_whole(const Store& store, const vu_document* document, void** byt
   *bytes = copy;
   *size = text.size;
   return VU_DONE;
+}
+
+vu_status describe(const Address& address, vu_info& info) {
+  return at_place_of(address, [&](const Place& place) {
+    vu_info found = info_of(place.path(), place.version);
+    if (found.size < 0)
+      throw Refusal{VU_FAILED, "the system does not tell", told_path(place.path())};
+    found.struct_size = info.struct_size;
+    info = found;
+    return VU_DONE;
+  });
 }
 
 vu_status remove(const Address& given) {
@@ -90,7 +102,8 @@ vu_status vu_exists(vu_store* store, const vu_document* document) {
     if (facade.IsFileExist(address.owner, address.name, address.type, address.version, nullptr,
                            nullptr))
       return VU_DONE;
-    return api::failed_or(VU_NOTHING_MATCHED, "there is no such version");
+    static_cast<void>(api::place_of(address));
+    return VU_DONE;
   });
 }
 
@@ -99,11 +112,7 @@ vu_status vu_describe(vu_store* store, const vu_document* document, vu_info* inf
     api::require(info, "info");
     api::check_size(info, info->struct_size, sizeof *info);
     const StoreUse use(store);
-    const api::Place place = api::place_of(api::address_of(*use, document, Version::kAny));
-    *info = api::info_of(place.path(), place.version);
-    return info->size >= 0 ? VU_DONE
-                           : api::failed_or(VU_FAILED, "the system does not tell",
-                                            api::told_path(place.path()));
+    return api::describe(api::address_of(*use, document, Version::kAny), *info);
   });
 }
 

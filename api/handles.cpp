@@ -69,8 +69,14 @@ std::uint64_t number_of(const void* handle) {
   return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(handle));
 }
 
+/// The place that was given back last, for whoever opens and closes in turn: no lock is taken.
+constexpr std::uint32_t kNoPlace = ~std::uint32_t{0};
+constinit std::atomic<std::uint32_t> g_last_place = kNoPlace;
+
 /// A place that nobody has.
 std::uint32_t free_place() {
+  const std::uint32_t last = g_last_place.exchange(kNoPlace, std::memory_order_acquire);
+  if (last != kNoPlace) return last;
   FreePlaces& all = free_places();
   const std::lock_guard lock(all.mutex);
   if (all.places.empty()) {
@@ -84,6 +90,14 @@ std::uint32_t free_place() {
   const std::uint32_t place = all.places.back();
   all.places.pop_back();
   return place;
+}
+
+void give_place_back(std::uint32_t place) {
+  const std::uint32_t earlier = g_last_place.exchange(place, std::memory_order_acq_rel);
+  if (earlier == kNoPlace) return;
+  FreePlaces& all = free_places();
+  const std::lock_guard lock(all.mutex);
+  all.places.push_back(earlier);
 }
 
 bool is_of(const State& state, Kind kind, std::uint64_t number) {
@@ -131,9 +145,7 @@ Found take_out(const void* handle, Kind kind, std::unique_ptr<Object>& object) n
       !slot->state.compare_exchange_strong(bits, ended, std::memory_order_acq_rel))
     return Found::kBusy;
   object = std::move(slot->object);
-  FreePlaces& all = free_places();
-  const std::lock_guard lock(all.mutex);
-  all.places.push_back(place_of(number));
+  give_place_back(place_of(number));
   return Found::kYes;
 }
 

@@ -72,7 +72,7 @@ STG::NameValueSeq lines_of(std::string_view text) {
 Place place_of(const KeyFile& file) {
   if (file.is_plain()) {
     const Place place = {file.folder, file.name, 0};
-    if (vu_file::exists(place.path())) return place;
+    if (is_there(place.path())) return place;
     throw Refusal{VU_NOTHING_MATCHED, "there is no such key file", told_path(place.path())};
   }
   Place place;
@@ -82,10 +82,12 @@ Place place_of(const KeyFile& file) {
 }
 
 STG::NameValueSeq load(const KeyFile& from) {
-  const Place place = place_of(from);
-  vu_file file;
-  file.open(place.folder, place.file, vu_file_base::o_read);
-  return lines_of(read_to_end(file).view());
+  const auto read = [](const Place& place) {
+    vu_file file;
+    file.open(place.folder, place.file, vu_file_base::o_read);
+    return lines_of(read_to_end(file).view());
+  };
+  return from.is_plain() ? read(place_of(from)) : at_place_of(from.address, read);
 }
 
 vu_status get(const KeyFile& from, const std::string& name, char* buffer, std::size_t room,
@@ -99,7 +101,7 @@ vu_status get(const KeyFile& from, const std::string& name, char* buffer, std::s
 vu_status each(const KeyFile& from, vu_line_visitor visit, void* context) {
   require_callback(visit);
   for (const STG::NameValue& line : load(from))
-    go_on(visit(context, line.name.c_str(), line.value.c_str()));
+    go_on([&] { return visit(context, line.name.c_str(), line.value.c_str()); });
   return VU_DONE;
 }
 
@@ -124,12 +126,13 @@ std::optional<STG::NameValueSeq> changed(const STG::NameValueSeq& lines, const s
 vu_status change(const KeyFile& of, const std::string& name,
                  const std::optional<std::string>& value) {
   Place place = {of.folder, of.name, 0};
+  bool existed = true;
   if (!value) {
     place = place_of(of);
   } else if (!of.is_plain()) {
     if (!find_folder(of.address, true, place.folder)) throw Refusal{VU_FAILED, {}, {}};
     Place before;
-    const bool existed = LockLimit::is_set() && find(of.address, before);
+    existed = find(of.address, before);
     place.file = STGIndex::create(place.folder, of.address.name, 0);
     // No entry names a new file then, so that it would be adopted.
     if (LockLimit::passed() && !existed) vu_file::remove(place.path());
@@ -138,9 +141,13 @@ vu_status change(const KeyFile& of, const std::string& name,
   vu_file file;
   file.open(place.folder, place.file, vu_file_base::o_append);
   if (!file.is_locked()) throw Refusal{VU_FAILED, "the lock was not granted", {}};
-  const auto lines = changed(lines_of(read_to_end(file).view()), name, value);
+  // A new file may have got a name under which a file of nobody's lay.
+  const STG::NameValueSeq before =
+      existed ? lines_of(read_to_end(file).view()) : STG::NameValueSeq();
+  const auto lines = changed(before, name, value);
   if (!lines) throw Refusal{VU_NOTHING_MATCHED, "there is no such line", {}};
   file.clear();
+  if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, told_path(place.path())};
   const std::string text = key_text::join(*lines);
   const bool is_whole = file.write(text) == static_cast<int>(text.size());
   file.close();

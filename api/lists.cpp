@@ -16,11 +16,23 @@
 namespace api {
 namespace {
 
+bool is_folder(const std::string& folder, const os::Entry& entry) {
+  if (entry.kind != os::EntryKind::kUnknown) return entry.kind == os::EntryKind::kFolder;
+  os::FileStat found;
+  const std::string path = folder + std::string(entry.name);
+  return os::stat(path, found).ok() && found.is_directory;
+}
+
 std::vector<std::string> subfolders_of(const std::string& folder) {
   std::vector<std::string> names;
-  if (!vu_file::exists(folder)) return names;
-  for (std::string& name : vu_file::filenames(folder)) {
-    if (vu_file::is_dir(folder + "\\" + name)) names.push_back(std::move(name));
+  if (!is_there(folder)) return names;
+  os::Listing entries;
+  const std::string listed = folder + "\\";
+  const os::Status status = os::list(listed, entries);
+  if (!status.ok())
+    throw Refusal{VU_FAILED, "the folder cannot be listed", told_path(folder), status.code()};
+  for (const os::Entry entry : entries) {
+    if (is_folder(listed, entry)) names.emplace_back(entry.name);
   }
   return names;
 }
@@ -47,7 +59,7 @@ struct Listing {
     info.version = version;
     const vu_entry entry = {sizeof(vu_entry),  area, 0, owner.c_str(), name.c_str(),
                             told_file.c_str(), info};
-    go_on(visit(context, &entry));
+    go_on([&] { return visit(context, &entry); });
     return true;
   }
 };
@@ -87,7 +99,7 @@ vu_status each_owner(const Store& store, std::int32_t area, vu_name_visitor visi
   if (!store.owners_have_folders) return VU_DONE;
   for (const std::string& owner : owners_in(store, type)) {
     const std::string name = told_owner(store, owner);
-    if (!name.empty()) go_on(visit(context, name.c_str()));
+    if (!name.empty()) go_on([&] { return visit(context, name.c_str()); });
   }
   return VU_DONE;
 }
@@ -103,7 +115,7 @@ std::vector<std::string> folders_of(const Store& store, STG::RepositoryType type
                                     const std::string& owner) {
   std::string folder = area_folder(type);
   if (store.owners_have_folders) folder += "\\" + owner;
-  if (!vu_file::exists(folder)) return {};
+  if (!is_there(folder)) return {};
   if (type != STG::CorporateRepository) return {folder};
   std::vector<std::string> buckets;
   for (const std::string& name : subfolders_of(folder)) {

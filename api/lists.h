@@ -15,8 +15,14 @@ std::vector<std::string> folders_of(const Store& store, STG::RepositoryType type
 /// An owner for the caller: empty where owners share folders.
 std::string told_owner(const Store& store, const std::string& owner);
 
-/// Throws Refusal VU_INTERRUPTED unless a callback goes on.
-inline void go_on(std::int32_t answer) {
+/// Calls a callback. @throws Refusal VU_INTERRUPTED unless it goes on.
+template <class Callback>
+void go_on(const Callback& callback) {
+  std::int32_t answer = 0;
+  {
+    const Pause pause;
+    answer = callback();
+  }
   if (answer != 0) throw Refusal{VU_INTERRUPTED, "the callback ended it", {}};
 }
 

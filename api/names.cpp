@@ -1,8 +1,10 @@
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
+#include "api/staged_name.h"
 #include "api/store.h"
 #include "index/index_format.h"
 #include "index/index_gate.h"
@@ -34,35 +36,66 @@ constexpr auto kCharacters = [] {
   return table;
 }();
 
+/// Of the other systems "/" is the separator itself.
+bool is_windows() {
+  static const bool is = os::native_form("/") != "/";
+  return is;
+}
+
+/// Whether two names may be one to a file system that makes no difference between the cases of a
+/// letter. Letters beyond ASCII are taken for equal.
+bool may_be_one_file(std::string_view a, std::string_view b) {
+  if (!is_windows()) return a == b;
+  const auto fold = [](char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 128) return 128;
+    return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : int{c};
+  };
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [&](char x, char y) { return fold(x) == fold(y); });
+}
+
+/// Whether Windows takes a name for that of a device, whatever its extension.
+bool is_device(std::string_view name) {
+  std::string stem(name.substr(0, name.find('.')));
+  while (stem.ends_with(' ')) stem.pop_back();
+  for (char& c : stem) c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+  const bool is_numbered = stem.size() == 4 && (stem.starts_with("COM") || stem.starts_with("LPT"));
+  if (is_numbered) return stem[3] >= '0' && stem[3] <= '9';
+  static constexpr std::string_view kDevices[] = {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"};
+  return std::find(std::begin(kDevices), std::end(kDevices), stem) != std::end(kDevices);
+}
+
 std::uint8_t characters_of(std::string_view name) {
   std::uint8_t found = kPlain;
   for (const char c : name) found |= kCharacters[static_cast<unsigned char>(c)];
   return found;
 }
 
+/// Why a name means something else than a name on Windows; null when it does not.
+const char* why_no_windows_name(std::string_view name, std::uint8_t characters) {
+  if ((characters & kColon) != 0) return "it holds a colon";
+  if (name.ends_with('.') || name.ends_with(' ')) return "it ends with a dot or a blank";
+  return is_device(name) ? "it is a device" : nullptr;
+}
+
 /// Why a name means something else than a name; null when it does not.
-const char* why_refused(std::string_view name) {
+const char* why_refused(std::string_view name, std::uint8_t characters) {
   if (name.empty()) return "it is empty";
-  const std::uint8_t characters = characters_of(name);
   if ((characters & (kSeparator | kPattern | kLineEnd)) != 0) {
     if ((characters & kSeparator) != 0) return "it holds a separator";
     return (characters & kPattern) != 0 ? "it is a pattern" : "it holds a line end";
   }
   if (name.front() == '.' && (name == "." || name == ".."))
     return "it names the folder itself or the one above";
-  if (name.front() == 'i' && index_format::is_index_file(name))
+  if ((name.front() == 'i' || name.front() == 'I') &&
+      (may_be_one_file(name, index_format::kIndexFile) ||
+       may_be_one_file(name, index_format::kCounterFile)))
     return "it is a name of the index itself";
-  return nullptr;
-}
-
-/// Owners and files become names in folders: Windows reads more into those.
-const char* why_no_file_name(std::string_view name) {
-  // Of the other systems "/" is the separator itself.
-  static const bool is_narrower = os::native_form("/") != "/";
-  if (!is_narrower) return nullptr;
-  if ((characters_of(name) & kColon) != 0) return "it holds a colon";
-  if (name.ends_with('.') || name.ends_with(' ')) return "it ends with a dot or a blank";
-  return nullptr;
+  if (name.front() == '.' && name.starts_with(kStagedPrefix))
+    return "it is a name for versions on their way";
+  // A name is looked for in its folder as well, and Windows reads more into it there.
+  return is_windows() ? why_no_windows_name(name, characters) : nullptr;
 }
 
 /// Whether a name may be that of a file, or of a folder of parts, that the library has made.
@@ -72,17 +105,25 @@ bool may_be_made_here(std::string_view name) {
          name.substr(0, kDigits).find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-[[noreturn]] void refuse(const char* what, const char* name, const char* why) {
-  throw Refusal{VU_REFUSED, std::string(what) + " is refused: " + why, name};
+[[noreturn]] void refuse(const char* what, std::string_view name, const char* why) {
+  throw Refusal{VU_REFUSED, std::string(what) + " is refused: " + why, std::string(name)};
 }
 
-std::string narrow(const char* what, const char* text) {
+/// @return what the name is made of. @throws Refusal
+std::uint8_t guarded(const Store& store, const char* what, std::string_view name) {
+  const std::uint8_t characters = characters_of(name);
+  if (store.guard == Guard::kOff) return characters;
+  if (const char* const why = why_refused(name, characters)) refuse(what, name, why);
+  return characters;
+}
+
+std::string narrow(const char* what, std::string_view text, std::uint8_t characters) {
   // ASCII is the same in every code page.
-  if ((characters_of(text) & kForeign) == 0) return text;
+  if ((characters & kForeign) == 0) return std::string(text);
   std::string result;
-  if (os::narrow_of(text, result)) return result;
+  if (os::narrow_of(std::string(text), result)) return result;
   throw Refusal{VU_NO_NAME, std::string(what) + " has no place in the code page of the process",
-                text};
+                std::string(text)};
 }
 
 }  // namespace
@@ -105,46 +146,36 @@ std::string owner_of(const Store& store, const char* owner) {
   // Some operations do nothing for an empty owner, also where owners share the folders.
   constexpr const char* kNone = "_";
   const bool is_named = owner != nullptr && *owner != '\0';
-  if (!is_named && (!store.owners_have_folders || store.guard == Guard::kOff)) return kNone;
+  if (!is_named && !store.owners_have_folders) return kNone;
+  if (!is_named && store.guard == Guard::kOff) throw Refusal{VU_USAGE, "the owner is empty", {}};
   if (!is_named) refuse("the owner", "", "it is empty");
-  if (store.guard == Guard::kOn) {
-    const char* why = why_refused(owner);
-    if (why == nullptr) why = why_no_file_name(owner);
-    if (why != nullptr) refuse("the owner", owner, why);
-  }
-  return narrow("the owner", owner);
+  const std::string_view name = owner;
+  return narrow("the owner", name, guarded(store, "the owner", name));
 }
 
-std::string entry_of(const Store& store, const char* name) {
-  require(name, "the name");
-  if (store.guard == Guard::kOn) {
-    if (const char* const why = why_refused(name)) refuse("the name", name, why);
-  } else if (*name == '\0') {
-    throw Refusal{VU_USAGE, "the name is empty", {}};
-  }
+std::string entry_of(const Store& store, const char* text) {
+  require(text, "the name");
+  const std::string_view name = text;
+  const bool is_foreign = (guarded(store, "the name", name) & kForeign) != 0;
+  require(!name.empty(), "the name is empty");
+  if (!is_foreign) return std::string(name);
   // The index keeps the name as it is; only its extension is part of a file's name.
   const std::string_view extension = index_format::extension_of(name);
-  if ((characters_of(extension) & kForeign) != 0 &&
-      narrow("the extension", std::string(extension).c_str()) != extension)
+  if (narrow("the extension", extension, characters_of(extension)) != extension)
     throw Refusal{VU_NO_NAME, "the extension is not the same in the code page of the process",
-                  name};
-  return name;
+                  std::string(name)};
+  return std::string(name);
 }
 
 std::string file_name_of(const Store& store, const char* what, const char* name) {
   require(name, what);
-  if (store.guard == Guard::kOn) {
-    const char* why = why_refused(name);
-    if (why == nullptr) why = why_no_file_name(name);
-    if (why != nullptr) refuse(what, name, why);
-  }
-  return narrow(what, name);
+  return narrow(what, name, guarded(store, what, name));
 }
 
 std::string path_of(const char* path) {
   require(path, "the path");
   require(*path != '\0', "the path is empty");
-  return narrow("the path", path);
+  return narrow("the path", path, characters_of(path));
 }
 
 void refuse_anothers_file(const Store& store, const Address& address) {
@@ -155,11 +186,10 @@ void refuse_anothers_file(const Store& store, const Address& address) {
   if (!vu_file::exists(path)) return;
   bool is_anothers = vu_file::is_dir(path);
   IndexGate::visit(folder, [&](std::string_view logical, long, const std::string& file) {
-    is_anothers = is_anothers || (file == address.name && logical != address.name);
+    is_anothers = is_anothers || (may_be_one_file(file, address.name) && logical != address.name);
     return !is_anothers;
   });
-  if (is_anothers)
-    refuse("the name", address.name.c_str(), "it is that of another document's file");
+  if (is_anothers) refuse("the name", address.name, "it is that of another document's file");
 }
 
 Address address_of(const Store& store, const vu_document* document, Version version) {

@@ -1,4 +1,6 @@
 #include <cstdlib>
+#include <list>
+#include <mutex>
 
 #include "api/call.h"
 #include "platform/host/trace.h"
@@ -17,6 +19,9 @@ class CallbackSink final : public vu_host::trace_sink {
   CallbackSink(vu_trace_sink sink, void* context, std::int32_t level) noexcept
       : m_sink(sink), m_context(context), m_level(level) {}
 
+  bool is_for(vu_trace_sink sink, void* context, std::int32_t level) const noexcept {
+    return sink == m_sink && context == m_context && level == m_level;
+  }
   bool wants(vu_host::trace_level level) const noexcept override {
     return static_cast<std::int32_t>(level) <= m_level;
   }
@@ -54,6 +59,18 @@ class CallbackSink final : public vu_host::trace_sink {
   void* m_context;
   std::int32_t m_level;
 };
+
+/// Sinks stay in memory: a record may be under way in an earlier one. Whoever switches between a
+/// few gets the same ones again.
+CallbackSink* kept_sink(vu_trace_sink sink, void* context, std::int32_t level) {
+  static std::mutex mutex;
+  static auto* const all = new std::list<CallbackSink>;
+  const std::lock_guard lock(mutex);
+  for (CallbackSink& one : *all) {
+    if (one.is_for(sink, context, level)) return &one;
+  }
+  return &all->emplace_back(sink, context, level);
+}
 
 static_assert(VU_KIND_DONE + static_cast<int>(vu_host::trace_event::warning) == VU_KIND_MISSING);
 static_assert(VU_KIND_DONE + static_cast<int>(vu_host::trace_event::error) == VU_KIND_FAILURE);
@@ -103,8 +120,7 @@ void vu_free(void* memory) { std::free(memory); }
 vu_status vu_set_trace(vu_trace_sink sink, void* context, int32_t level) {
   return api::run("vu_set_trace", [&]() -> vu_status {
     api::require(level >= -1 && level <= 4, "there is no such level");
-    // Sinks stay in memory: a record may be under way in another one.
-    trace::g_sink.store(sink != nullptr ? new CallbackSink(sink, context, level) : nullptr,
+    trace::g_sink.store(sink != nullptr ? kept_sink(sink, context, level) : nullptr,
                         std::memory_order_release);
     return VU_DONE;
   });

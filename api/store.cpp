@@ -16,16 +16,14 @@
 
 namespace api {
 
-void check_found(handles::Found found) {
-  if (found == handles::Found::kNone)
-    throw Refusal{VU_BAD_HANDLE, "the handle is closed, of another kind, or none at all", {}};
-  if (found == handles::Found::kBusy)
-    throw Refusal{VU_BUSY, "another thread uses the handle just now", {}};
+void refuse_handle(handles::Found found) {
+  if (found == handles::Found::kBusy) throw Refusal{VU_BUSY, "a call with it is under way", {}};
+  throw Refusal{VU_BAD_HANDLE, "the handle is closed, of another kind, or none at all", {}};
 }
 
 StoreUse::StoreUse(const vu_store* handle) : m_use(handle, Kind::kStore, Sharing::kShared) {
   check_found(m_use.found());
-  Call::current().limit_waiting((**this).wait_ms);
+  if ((**this).wait_ms != 0) Call::current().limit_waiting((**this).wait_ms);
 }
 
 const std::string& area_folder(STG::RepositoryType type) {
@@ -39,12 +37,28 @@ const std::string& area_folder(STG::RepositoryType type) {
   }
 }
 
+bool is_there(const std::string& path) {
+  if (vu_file::exists(path)) return true;
+  os::FileStat found;
+  const os::Status status = os::stat(path, found, os::Links::kKeep);
+  if (status.ok()) return true;
+  const bool is_missing =
+      status.failure() == os::Failure::kNotFound || status.failure() == os::Failure::kNoName;
+  if (is_missing) return false;
+  throw Refusal{VU_FAILED, "the system does not tell whether it is there", told_path(path),
+                status.code()};
+}
+
 bool find_folder(const Address& address, bool create, std::string& folder) {
-  if (vu_storage::createUserOrDomainNameDirectory(address.owner, address.name, address.type, folder,
-                                                  create))
-    return true;
-  if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
-  return false;
+  for (int tries = 0; tries < 2; ++tries) {
+    if (vu_storage::createUserOrDomainNameDirectory(address.owner, address.name, address.type,
+                                                    folder, create))
+      return true;
+    if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
+    // The first folder on the way that it did not find.
+    if (!is_there(folder)) return false;
+  }
+  throw Refusal{VU_FAILED, "the folder is there now and then", told_path(folder)};
 }
 
 void wait_for_index(const std::string& folder) {
@@ -55,22 +69,33 @@ void wait_for_index(const std::string& folder) {
 
 bool find(const Address& address, Place& place) {
   place.version = address.version;
-  if (address.version < 0) {
-    place.version = vu_storage::getLattestTimestamp(address.owner, address.name, address.type);
-    if (place.version < 0) return false;
-  }
-  vu_storage facade;
-  if (facade.IsFileExist(address.owner, address.name, address.type, place.version, &place.folder,
-                         &place.file))
-    return true;
+  const auto look = [&] {
+    if (address.version < 0) {
+      place.version = vu_storage::getLattestTimestamp(address.owner, address.name, address.type);
+      if (place.version < 0) return false;
+    }
+    vu_storage facade;
+    return facade.IsFileExist(address.owner, address.name, address.type, place.version,
+                              &place.folder, &place.file);
+  };
+  if (look()) return true;
   if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
-  return false;
+  // A folder that the system did not tell of looks like one that is missing.
+  std::string folder;
+  return find_folder(address, false, folder) && look();
 }
 
 Place place_of(const Address& address) {
   Place place;
   if (!find(address, place)) throw Refusal{VU_NOTHING_MATCHED, "there is no such version", {}};
   return place;
+}
+
+bool has_moved(const Place& place, int tries) {
+  constexpr int kMost = 1000;
+  if (tries == kMost || LockLimit::passed() || vu_file::exists(place.path())) return false;
+  Call::current().forget();
+  return true;
 }
 
 namespace {

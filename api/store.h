@@ -42,7 +42,10 @@ class StoreUse {
 };
 
 /// Throws for what was not found.
-void check_found(handles::Found found);
+[[noreturn]] void refuse_handle(handles::Found found);
+inline void check_found(handles::Found found) {
+  if (found != handles::Found::kYes) refuse_handle(found);
+}
 
 // ---- names -------------------------------------------------------------------------------------
 
@@ -51,7 +54,7 @@ STG::RepositoryType type_of(std::int32_t area);
 /// Names as the library takes them. @throws Refusal for null, for what the guard refuses, and for
 /// what has no place in the narrow encoding.
 std::string owner_of(const Store& store, const char* owner);
-std::string entry_of(const Store& store, const char* name);
+std::string entry_of(const Store& store, const char* text);
 /// The name of a file that the library puts into a folder as it is.
 std::string file_name_of(const Store& store, const char* what, const char* name);
 /// A path; not guarded.
@@ -73,6 +76,9 @@ std::string told_path(const std::string& path);
 
 const std::string& area_folder(STG::RepositoryType type);
 
+/// Whether a file or folder is there. @throws Refusal when the system does not tell
+bool is_there(const std::string& path);
+
 /// The folder of a document. False when it does not exist, without @p create.
 bool find_folder(const Address& address, bool create, std::string& folder);
 
@@ -92,5 +98,20 @@ struct Place {
 bool find(const Address& address, Place& place);
 /// The same; @throws Refusal VU_NOTHING_MATCHED.
 Place place_of(const Address& address);
+/// Whether to look a version up again, after something has failed at the place where it was: one
+/// that is stored anew meanwhile has another file.
+bool has_moved(const Place& place, int tries);
+/// Does something with the file of a version.
+template <class Use>
+auto at_place_of(const Address& address, const Use& use) {
+  for (int tries = 0;; ++tries) {
+    const Place place = place_of(address);
+    try {
+      return use(place);
+    } catch (...) {
+      if (!has_moved(place, tries)) throw;
+    }
+  }
+}
 
 }  // namespace api

@@ -52,8 +52,11 @@ void copy_over(const std::string& from, const std::string& to, os::IfExists if_e
   if (copied.ok()) return;
   if (copied.failure() == os::Failure::kAlreadyExists)
     throw Refusal{VU_ALREADY, "the file exists", told_path(to)};
-  throw Refusal{copied.failure() == os::Failure::kNotFound ? VU_NOTHING_MATCHED : VU_FAILED,
-                "the file cannot be copied", told_path(from), copied.code()};
+  // What is not found is the folder of the target, while the source is there.
+  const bool is_missing = copied.failure() == os::Failure::kNotFound;
+  const bool has_source = !is_missing || vu_file::exists(from);
+  throw Refusal{has_source ? VU_FAILED : VU_NOTHING_MATCHED, "the file cannot be copied",
+                told_path(is_missing && has_source ? to : from), copied.code()};
 }
 
 /// Fills a version's file, which exists, and has it on the device.
@@ -66,10 +69,13 @@ void fill(const Source& source, const Place& place) {
   }
   vu_file file;
   file.open(place.folder, place.file, vu_file_base::o_truncate);
-  const bool is_whole = file.is_locked() && write_from(file, source.view());
+  const bool is_locked = file.is_locked();
+  const bool is_whole = is_locked && write_from(file, source.view());
   file.close();
+  if (!is_locked) throw Refusal{VU_FAILED, "the lock was not granted", told_path(place.path())};
   // Whether it is on the device is told by a trace alone.
-  if (!is_whole || Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
+  if (!is_whole || Call::current().heard_failure())
+    throw Refusal{VU_FAILED, {}, told_path(place.path())};
 }
 
 /// What was made for the content that is replaced.
@@ -78,7 +84,28 @@ void drop_derived(const Address& address, const Place& old) {
     StorageGate::remove_from_categories(old.folder, address.name);
   if (!address.is_corporate()) return;
   const std::string parts = layout::root_of_parts(old.path(), vu_storage::getTdcTimeStamp());
-  if (vu_file::exists(parts)) vu_file::recurseRemoveDir(parts);
+  if (!is_there(parts)) return;
+  vu_file::recurseRemoveDir(parts);
+  if (is_there(parts))
+    throw Refusal{VU_PARTLY_DONE, "the parts of the old version stay", told_path(parts)};
+}
+
+/// The status of a version that is stored, once what was made for the old content is gone.
+vu_status without_derived(const Address& address, const Place& old) {
+  try {
+    drop_derived(address, old);
+  } catch (const Refusal& refusal) {
+    throw Refusal{VU_PARTLY_DONE, refusal.text, refusal.path, refusal.code};
+  }
+  return done_unless_told();
+}
+
+/// Throws unless a version has a file, and not the one that it had before: a save that fails is
+/// told by a trace alone.
+void check_stored(const Address& address, const std::string& before) {
+  Place now;
+  if (!find(address, now) || now.file == before)
+    throw Refusal{VU_FAILED, "the index was not saved", told_path(now.path())};
 }
 
 /// A version under a staged name; gone with this object unless it has got its name.
@@ -107,12 +134,14 @@ class Staged {
   Staged& operator=(const Staged&) = delete;
 
   const Place& place() const { return m_place; }
-  void rename_to(const Address& address) {
+  /// @param before the file of the version that is replaced; empty when there is none.
+  void rename_to(const Address& address, const std::string& before) {
     wait_for_index(m_folder);
     STGIndex::rename(m_folder, m_name, m_version, address.name, address.version);
     std::string left;
     m_is_there = STGIndex::exists(m_folder, m_name, m_version, left);
     if (m_is_there || LockLimit::passed()) throw Refusal{VU_FAILED, {}, {}};
+    check_stored(address, before);
   }
 
  private:
@@ -123,23 +152,42 @@ class Staged {
   bool m_is_there = true;
 };
 
+}  // namespace
+
+bool is_opened_anew(const Address& address, vu_file& file) {
+  if (!Call::current().heard_failure()) return true;
+  Place place;
+  const std::string path = file.getFilePath();
+  const bool is_named = find(address, place) && place.path() == path;
+  if (is_named && size_of(file) == 0) return true;
+  file.close();
+  if (!is_named) vu_file::remove(path);
+  return false;
+}
+
+namespace {
+
 void store_in_place(const Address& address, const Source& source) {
   vu_storage facade;
   vu_file file;
   facade.OpenWrite2(file, address.owner, address.name, address.type, true, address.version);
   if (!file.is_open()) throw Refusal{VU_FAILED, {}, {}};
   const std::string path = file.getFilePath();
-  bool is_whole = file.is_locked();
+  const bool is_locked = file.is_locked();
+  bool is_whole = is_locked && is_opened_anew(address, file);
+  const unsigned failures_before = Call::current().failures();
   if (source.path.empty()) is_whole = is_whole && write_from(file, source.view());
   file.close();
-  if (!is_whole || Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
+  if (!is_locked) throw Refusal{VU_FAILED, "the lock was not granted", told_path(path)};
+  if (!is_whole || Call::current().failures() != failures_before)
+    throw Refusal{VU_FAILED, {}, told_path(path)};
   if (!source.path.empty()) copy_over(source.path, path, os::IfExists::kReplace);
 }
 
 vu_status store(const Address& address, const Source& source, std::uint32_t flags,
                 std::int32_t* how) {
   Place place;
-  if (!source.path.empty() && !vu_file::exists(source.path))
+  if (!source.path.empty() && !is_there(source.path))
     throw Refusal{VU_NOTHING_MATCHED, "there is no such file", told_path(source.path)};
   const bool existed = find(address, place);
   if (existed && (flags & VU_REPLACE) == 0)
@@ -147,17 +195,16 @@ vu_status store(const Address& address, const Source& source, std::uint32_t flag
   std::string folder;
   if (!find_folder(address, true, folder)) throw Refusal{VU_FAILED, {}, {}};
   // A file that bears the name itself answers for it, whatever the index says.
-  const bool in_place = (flags & VU_IN_PLACE) != 0 || vu_file::exists(folder + "\\" + address.name);
+  const bool in_place = (flags & VU_IN_PLACE) != 0 || is_there(folder + "\\" + address.name);
   if (in_place) {
     store_in_place(address, source);
   } else {
     Staged staged(folder, address);
     fill(source, staged.place());
-    staged.rename_to(address);
-    if (existed) drop_derived(address, place);
+    staged.rename_to(address, existed ? place.file : std::string());
   }
   if (how != nullptr) *how = in_place ? VU_STORED_IN_PLACE : VU_STORED_AT_ONCE;
-  return done_unless_told();
+  return existed && !in_place ? without_derived(address, place) : done_unless_told();
 }
 
 vu_status rename(const Store& settings, const vu_document* from, const vu_document* to,
@@ -188,8 +235,7 @@ vu_status rename(const Store& settings, const vu_document* from, const vu_docume
   Place now;
   if (!find(address, now) || find(old_address, now))
     return failed_or(VU_FAILED, "the version keeps its name", told_path(old.path()));
-  if (existed) drop_derived(address, place);
-  return done_unless_told();
+  return existed ? without_derived(address, place) : done_unless_told();
 }
 
 constexpr std::uint32_t kStoreFlags = VU_REPLACE | VU_IN_PLACE;
@@ -227,10 +273,13 @@ vu_status vu_copy_out(vu_store* store, const vu_document* document, const char* 
   return run("vu_copy_out", [&]() -> vu_status {
     api::require((flags & ~std::uint32_t{VU_REPLACE}) == 0, "unknown flags");
     const StoreUse use(store);
-    const api::Place place = api::place_of(api::address_of(*use, document, Version::kAny));
-    api::copy_over(place.path(), api::path_of(path),
-                   (flags & VU_REPLACE) != 0 ? os::IfExists::kReplace : os::IfExists::kFail);
-    return VU_DONE;
+    const std::string to = api::path_of(path);
+    const auto if_exists = (flags & VU_REPLACE) != 0 ? os::IfExists::kReplace : os::IfExists::kFail;
+    const auto copy = [&](const api::Place& place) {
+      api::copy_over(place.path(), to, if_exists);
+      return VU_DONE;
+    };
+    return api::at_place_of(api::address_of(*use, document, Version::kAny), copy);
   });
 }
 

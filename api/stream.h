@@ -5,6 +5,7 @@
 #include <string>
 
 #include "api/handles.h"
+#include "api/store.h"
 #include "vu/storage.h"
 #include "vu_file.h"
 
@@ -18,8 +19,10 @@ struct Stream final : Object {
   Direction direction = Direction::kReads;
 };
 
-/// The size of an open file. @throws Refusal
-std::int64_t size_of(const std::string& path);
+/// Whether a file that OpenWrite2() has opened is cut, and that of the version: where the folder
+/// could not be reached, the index not saved or the file not cut, that is told by a trace alone.
+/// Otherwise the file is closed, and gone where nobody would find it.
+bool is_opened_anew(const Address& address, vu_file& file);
 
 /// Enters an open stream. @throws Refusal when the time for its lock is over.
 void give_stream(std::unique_ptr<Stream> opened, vu_stream** stream);

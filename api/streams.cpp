@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "api/info.h"
 #include "api/store.h"
 #include "api/stream.h"
 #include "file/handle_core.h"
@@ -24,13 +25,6 @@ Stream& stream_of(const Use& use) {
 
 }  // namespace
 
-std::int64_t size_of(const std::string& path) {
-  os::FileStat found;
-  const os::Status status = os::stat(path, found);
-  if (status.ok()) return static_cast<std::int64_t>(found.size);
-  throw Refusal{VU_FAILED, "the system does not tell the size", told_path(path), status.code()};
-}
-
 void give_stream(std::unique_ptr<Stream> opened, vu_stream** stream) {
   // A lock that was not granted leaves a handle of the stated interface open and unlocked.
   if (!opened->file.is_locked()) {
@@ -44,22 +38,44 @@ void give_stream(std::unique_ptr<Stream> opened, vu_stream** stream) {
 namespace {
 
 void open_exact(Stream& stream, const Address& address) {
-  const Place place = place_of(address);
-  stream.file.open(place.folder, place.file, vu_file_base::o_read);
+  at_place_of(address, [&](const Place& place) {
+    stream.file.open(place.folder, place.file, vu_file_base::o_read);
+  });
 }
 
-vu_status open_served(Stream& stream, const Address& address) {
-  vu_storage facade;
-  facade.OpenRead(stream.file, address.owner, address.name, address.type, address.version);
-  if (stream.file.is_open()) return VU_DONE;
-  if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
-  Address unversioned = address;
-  unversioned.version = 0;
+/// Whether the file that could not be opened is there: then the system has refused it.
+bool is_refused_file_there() {
+  std::string path;
+  return os::narrow_of(last_problem().path(), path) && !path.empty() && vu_file::exists(path);
+}
+
+/// Throws why a document was not served, unless it has another file by now.
+void check_served(const Address& address) {
+  if (Call::current().heard_failure()) {
+    if (LockLimit::passed() || is_refused_file_there()) throw Refusal{VU_FAILED, {}, {}};
+    return;
+  }
   const bool is_exact = address.is_corporate() && vu_file::getExtension(address.name) == "kdf";
-  Place place;
-  if (!is_exact && find(unversioned, place))
+  Address served = address;
+  if (!is_exact) served.version = 0;
+  const Place place = place_of(served);
+  const auto time = static_cast<std::int32_t>(info_of(place.path(), served.version).modified);
+  // A time that is not told counts as 0, and is never new enough.
+  const bool is_too_old = address.is_corporate() && !is_exact && time < address.version;
+  if (time == 0 || is_too_old)
     throw Refusal{VU_OUTDATED, "it is older than was asked for", told_path(place.path())};
-  throw Refusal{VU_NOTHING_MATCHED, "there is no such version", {}};
+}
+
+void open_served(Stream& stream, const Address& address) {
+  constexpr int kMost = 1000;
+  for (int tries = 0; tries < kMost; ++tries) {
+    vu_storage facade;
+    facade.OpenRead(stream.file, address.owner, address.name, address.type, address.version);
+    if (stream.file.is_open()) return;
+    check_served(address);
+    Call::current().forget();
+  }
+  throw Refusal{VU_FAILED, "its file is another one each time", {}};
 }
 
 void open_for_writing(Stream& stream, const Address& address, bool replaces) {
@@ -76,7 +92,7 @@ void open_for_writing(Stream& stream, const Address& address, bool replaces) {
     vu_file::remove(path);
   }
   if (LockLimit::passed()) throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
-  if (stream.file.is_open()) return;
+  if (stream.file.is_open() && is_opened_anew(address, stream.file)) return;
   if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
   throw Refusal{VU_ALREADY, "the version exists", {}};
 }
@@ -116,7 +132,10 @@ vu_status open_part(const Store& store, const vu_document* document, const char*
     facade.OpenReadSubPart(opened->file, address.owner, address.owner, address.name, type, id,
                            address.version);
   }
-  if (!opened->file.is_open()) return failed_or(VU_OUTDATED, "there is no part that is up to date");
+  if (!opened->file.is_open()) {
+    if (is_refused_file_there()) throw Refusal{VU_FAILED, {}, {}};
+    return failed_or(VU_OUTDATED, "there is no part that is up to date");
+  }
   give_stream(std::move(opened), stream);
   return VU_DONE;
 }
@@ -181,7 +200,7 @@ vu_status vu_stream_size(vu_stream* stream, int64_t* size) {
   return run("vu_stream_size", [&]() -> vu_status {
     api::require(size, "size");
     const api::Use use(stream, api::Kind::kStream, api::Sharing::kExclusive);
-    *size = api::size_of(api::stream_of(use).file.getFilePath());
+    *size = size_of(api::stream_of(use).file);
     return VU_DONE;
   });
 }

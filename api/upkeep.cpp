@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string>
@@ -22,12 +23,15 @@ std::array<std::string, 3> folders_of(const std::string& owner) {
           vu_storage::getUserPath() + "\\" + owner};
 }
 
-bool any_exists(const std::array<std::string, 3>& folders) {
-  for (const std::string& folder : folders) {
-    if (vu_file::exists(folder)) return true;
-  }
-  return false;
+/// Which of them are there.
+std::array<bool, 3> presence_of(const std::array<std::string, 3>& folders) {
+  std::array<bool, 3> result{};
+  std::transform(folders.begin(), folders.end(), result.begin(), is_there);
+  return result;
 }
+constexpr std::array<bool, 3> kNone{};
+
+bool any_exists(const std::array<std::string, 3>& folders) { return presence_of(folders) != kNone; }
 
 std::string named_owner(const Store& store, const char* owner) {
   require(owner, "the owner");
@@ -38,16 +42,14 @@ std::string named_owner(const Store& store, const char* owner) {
 vu_status rename_owner(const Store& store, const char* from, const char* to) {
   const std::string old_name = named_owner(store, from);
   const std::string new_name = named_owner(store, to);
-  if (!any_exists(folders_of(old_name)))
-    throw Refusal{VU_NOTHING_MATCHED, "the owner has no folders", {}};
+  const std::array<bool, 3> before = presence_of(folders_of(old_name));
+  if (before == kNone) throw Refusal{VU_NOTHING_MATCHED, "the owner has no folders", {}};
   if (any_exists(folders_of(new_name))) throw Refusal{VU_ALREADY, "the new name has folders", {}};
   if (!vu_storage::RenameUserStorage(old_name, new_name))
     return failed_or(VU_FAILED, "the owner's folders keep their name");
-  if (any_exists(folders_of(old_name)))
-    throw Refusal{any_exists(folders_of(new_name)) ? VU_PARTLY_DONE : VU_FAILED,
-                  "a folder keeps its name",
-                  {}};
-  return VU_DONE;
+  const std::array<bool, 3> after = presence_of(folders_of(new_name));
+  if (after == before && !any_exists(folders_of(old_name))) return VU_DONE;
+  throw Refusal{after != kNone ? VU_PARTLY_DONE : VU_FAILED, "a folder keeps its name", {}};
 }
 
 vu_status remove_owner(const Store& store, const char* owner) {
@@ -87,7 +89,7 @@ struct Cleaning {
       const std::string told_file = told_name(file);
       const vu_entry entry = {sizeof(vu_entry),  area, 0, owner.c_str(), name.c_str(),
                               told_file.c_str(), info};
-      go_on(visit(context, &entry));
+      go_on([&] { return visit(context, &entry); });
       return true;
     });
     return count;
@@ -126,7 +128,7 @@ vu_status clean(const Store& store, const Cleaning& cleaning, const char* owner,
       if (count != nullptr) *count = done;
     }
   }
-  return VU_DONE;
+  return done_unless_told();
 }
 
 vu_status migrate(const Store& store, const char* owner) {
@@ -134,8 +136,11 @@ vu_status migrate(const Store& store, const char* owner) {
   const std::string folder =
       vu_storage::getMailPath() + (store.owners_have_folders ? "\\" + name : std::string());
   require(store.owners_have_folders, "owners share folders in this storage");
-  if (!vu_file::exists(folder))
+  if (!is_there(folder))
     throw Refusal{VU_NOTHING_MATCHED, "the owner has no mail folder", told_path(folder)};
+  // The migration marks the folder as converted, and would pass over every file that is unknown.
+  if (!IndexGate::adopts())
+    throw Refusal{VU_REFUSED, "the storage was opened without adoption of files", {}};
   wait_for_index(folder);
   STGIndex::migrateInboxRead(name);
   return done_unless_told();

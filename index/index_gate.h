@@ -17,4 +17,7 @@ struct IndexGate {
   /// @return whether all were visited.
   /// @throws as STGIndex::plValues(), and what @p visit throws.
   static bool visit(const std::string& folder, const Visit& visit);
+
+  /// Whether files that appear in a folder are adopted into its index.
+  static bool adopts() { return STGIndex::synchronizes(); }
 };

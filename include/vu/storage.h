@@ -14,7 +14,8 @@
  * Results. Every call that can fail returns a vu_status: 0 is success, nothing else is. What a call
  * would write through a pointer is written on success only, unless its description says otherwise.
  * vu_last_error() tells the reason of the last call of the calling thread. No call ends the
- * program, and no C++ exception leaves one. A callback must not let an exception out either.
+ * program, and no C++ exception leaves one. A callback must return: one that lets an exception out,
+ * or leaves by longjmp(), keeps locks and handles in use for ever.
  *
  * Handles are opaque numbers. A handle that is closed, of another kind, or no handle at all is
  * answered by VU_BAD_HANDLE. A stream is used by one thread at a time, by whichever: a second one
@@ -142,7 +143,8 @@ typedef struct vu_store vu_store;
 enum {
   VU_MAKE_ROOT = 1,      /**< the root and its parents are made when they are missing */
   VU_SHARED_FOLDERS = 2, /**< all owners share the area folders; else each has folders of its own */
-  VU_NO_ADOPTION = 4,    /**< files that appear behind the index are left alone, not adopted */
+  VU_NO_ADOPTION = 4,    /**< files that appear behind the index are left alone, not adopted;
+                              whoever initialises decides that for the process */
   VU_NO_GUARD = 8        /**< names go to the library as they are */
 };
 
@@ -169,9 +171,11 @@ typedef struct vu_settings {
  *
  * The guard, which is on unless VU_NO_GUARD is given, answers VU_REFUSED to names that would mean
  * something else than a name: with a separator, "." or "..", with "*" or "?", with a line feed or a
- * carriage return, "index.dat" and "index", empty ones, that of the file in which the folder keeps
- * another document, and on Windows owners with a colon or with a dot or a blank at their end. Where
- * owners share folders the owner may be null.
+ * carriage return, "index.dat" and "index", empty ones, those that begin with ".vu-storing-", and
+ * that of the file in which the folder keeps another document. On Windows also those with a colon,
+ * with a dot or a blank at their end, and those of devices ("NUL"); letters count as in file names
+ * there. Where owners share folders the owner may be null. Without the guard an empty owner or name
+ * is VU_USAGE.
  *
  * @param settings null is VU_USAGE.
  * @param store receives the handle, with VU_DONE and VU_ALREADY; null otherwise. Give it back by
@@ -187,7 +191,8 @@ VU_C_API vu_status vu_open_store(const vu_settings* settings, vu_store** store);
 
 /**
  * Gives a handle back. The storage stays initialised until the process ends, and streams stay open.
- * @return VU_DONE; VU_BUSY while another thread is inside a call with it; VU_BAD_HANDLE.
+ * @return VU_DONE; VU_BUSY while a call with it is under way, on another thread or around the
+ *   callback that asks; VU_BAD_HANDLE.
  */
 VU_C_API vu_status vu_close_store(vu_store* store);
 
@@ -580,8 +585,8 @@ enum {
  * @param visit may be null; is told each version that is out of date, before its folder is cleaned.
  *   What it ends with VU_INTERRUPTED leaves that folder and those after it as they are.
  * @param count may be null; receives the number of versions that went, or would.
- * @return VU_NO_NAME for an owner whose name needs another code page than UTF-8. Waits for writers
- *   and readers of each index. Any thread.
+ * @return VU_NO_NAME for an owner whose name needs another code page than UTF-8. VU_PARTLY_DONE
+ *   when something was refused on the way. Waits for writers and readers of each index. Any thread.
  */
 VU_C_API vu_status vu_clean(vu_store* store, int32_t area, const char* owner, int64_t older_than,
                             uint32_t flags, vu_entry_visitor visit, void* context, int64_t* count);
@@ -589,7 +594,8 @@ VU_C_API vu_status vu_clean(vu_store* store, int32_t area, const char* owner, in
 /**
  * Converts an owner's mail folder once from escaped names to index entries, with its read list.
  * @return VU_DONE, also for one that is converted already; VU_NOTHING_MATCHED when the owner has no
- *   mail folder. Waits for writers and readers of the index and the read list. Any thread.
+ *   mail folder; VU_REFUSED where files are not adopted: the escaped ones would stay for ever.
+ *   Waits for writers and readers of the index and the read list. Any thread.
  */
 VU_C_API vu_status vu_migrate_inbox(vu_store* store, const char* owner);
 

@@ -160,9 +160,8 @@ const Tree& Trial::look() {
   return m_now;
 }
 
-void Trial::check(const std::string& what, const Undisturbed& undisturbed, const Outcome& outcome,
-                  Disturbance by, std::map<std::string, std::uint64_t>& windows) {
-  look();
+void Trial::check_held(const std::string& what, const Undisturbed& undisturbed,
+                       const Outcome& outcome) {
   if (machine::handles_and_allocations_are_exact()) {
     if (outcome.handles != 0) m_run.fail(what + ": handles are left open");
     if (outcome.kept > undisturbed.outcome.kept) {
@@ -170,6 +169,12 @@ void Trial::check(const std::string& what, const Undisturbed& undisturbed, const
     }
   }
   if (is_anything_locked(Place{root(), false}.folder())) m_run.fail(what + ": a lock is left");
+}
+
+void Trial::check(const std::string& what, const Undisturbed& undisturbed, const Outcome& outcome,
+                  Disturbance by, std::map<std::string, std::uint64_t>& windows) {
+  look();
+  check_held(what, undisturbed, outcome);
   const TreeFindings found = compare(undisturbed.before, undisturbed.outcome.tree, m_now, by);
   for (const std::string& each : found.wrong) m_run.fail(what + ": " + each);
   for (const std::string& each : found.windows) ++windows[each];

@@ -122,6 +122,8 @@ class Trial {
   Undisturbed learn(const PublicOperation& operation, const Setting& setting);
   /// What is there now.
   const Tree& look();
+  /// What an operation holds although it is over: handles, memory, locks.
+  void check_held(const std::string& what, const Undisturbed& undisturbed, const Outcome& outcome);
   /// What is wrong in any case: handles, locks or memory left, a tree that may not be. The windows
   /// go to
   /// @p windows.

@@ -230,3 +230,41 @@ TEST(CDocuments, TheFileOfAnotherDocumentIsNoName) {
   EXPECT_EQ(put(dated, "dated"), VU_DONE);
   EXPECT_EQ(content(dated), "dated");
 }
+
+TEST(CDocuments, DescribeLeavesTheCallersSizeOfTheStructure) {
+  struct Later {
+    vu_info known;
+    std::int64_t news[2];
+  };
+  const vu_document where = document("describe-later", "a.kdf", 3);
+  ASSERT_EQ(put(where, "1234567"), VU_DONE);
+  Later later = {VU_INFO_INIT, {0, 0}};
+  later.known.struct_size = sizeof later;
+  ASSERT_EQ(vu_describe(store(), &where, &later.known), VU_DONE);
+  EXPECT_EQ(later.known.struct_size, sizeof later);
+  EXPECT_EQ(later.known.size, 7);
+}
+
+TEST(CDocuments, ACopyIntoAFolderThatIsMissingFailsAndNamesIt) {
+  const vu_document where = document("copy-nowhere", "a.kdf", 1);
+  ASSERT_EQ(put(where, "bytes"), VU_DONE);
+  const std::string out = program_store().native_root + "/no such folder/out";
+  EXPECT_EQ(vu_copy_out(store(), &where, out.c_str(), 0), VU_FAILED);
+  EXPECT_NE(std::string(last_error().path).find("no such folder"), std::string::npos);
+  EXPECT_NE(last_error().system_code, 0);
+  const vu_document missing = document("copy-nowhere", "b.kdf", 1);
+  EXPECT_EQ(vu_copy_out(store(), &missing, out.c_str(), 0), VU_NOTHING_MATCHED);
+}
+
+TEST(CDocuments, AReadOnlyFileIsCopiedInAndReplacedAgain) {
+  const scratch_folder outside;
+  write_file(outside.path("in"), "read-only");
+  make_read_only(outside.path("in"));
+  const std::string in = native(outside.path("in")).string();
+  const vu_document where = document("copy-read-only", "a.kdf", 1);
+  ASSERT_EQ(vu_copy_in(store(), &where, in.c_str(), 0, nullptr), VU_DONE) << last_error().text;
+  EXPECT_EQ(content(where), "read-only");
+  EXPECT_EQ(put(where, "new", VU_REPLACE), VU_DONE) << last_error().text;
+  EXPECT_EQ(content(where), "new");
+  EXPECT_EQ(documents_of("copy-read-only"), Names{"a.kdf@1"});
+}

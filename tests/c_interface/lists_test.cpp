@@ -207,9 +207,14 @@ TEST(CMigrate, AMailFolderIsConvertedOnce) {
   make_folder(folder);
   write_file(folder + "\\f4#f5#x#A%20B.kdb", "mail");
   write_file(folder + "\\read.txt", "x\tA%20B\tB\tf4\tf5\tf6\t\n");
+  // Without adoption the file would stay, in a folder that is marked as converted.
+  EXPECT_EQ(vu_migrate_inbox(store(), "mail-old"), VU_REFUSED);
+  EXPECT_EQ(documents_of("mail-old", VU_AREA_MAIL), Names{});
   STGIndex::setSynchronizeMode(true);
   EXPECT_EQ(vu_migrate_inbox(store(), "mail-old"), VU_DONE) << last_error().text;
   STGIndex::setSynchronizeMode(false);
   EXPECT_EQ(content(document("mail-old", "f4#f5#x#A B.kdb", 0, VU_AREA_MAIL)), "mail");
+  STGIndex::setSynchronizeMode(true);
   EXPECT_EQ(vu_migrate_inbox(store(), "mail-old"), VU_DONE);
+  STGIndex::setSynchronizeMode(false);
 }

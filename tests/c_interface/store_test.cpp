@@ -21,6 +21,9 @@ TEST(CStore, EveryStatusHasItsName) {
   EXPECT_STREQ(vu_status_name(VU_LOCK_TIMEOUT), "VU_LOCK_TIMEOUT");
   EXPECT_STREQ(vu_status_name(VU_INTERRUPTED), "VU_INTERRUPTED");
   EXPECT_STREQ(vu_status_name(77), "?");
+  EXPECT_STREQ(vu_status_name(VU_FAILED), "VU_FAILED");
+  EXPECT_STREQ(vu_status_name(VU_PARTLY_DONE), "VU_PARTLY_DONE");
+  EXPECT_STREQ(vu_status_name(VU_NO_MEMORY), "VU_NO_MEMORY");
 }
 
 TEST(CStore, TheFirstOpeningInitialisesAndALaterOneJoins) {
@@ -55,6 +58,20 @@ TEST(CStore, AnotherRootOrLayoutIsRefusedAndTheOneInForceTold) {
   vu_status status = VU_DONE;
   EXPECT_EQ(program_store().open(VU_SHARED_FOLDERS, 0, status), nullptr);
   EXPECT_EQ(status, VU_REFUSED);
+}
+
+TEST(CStore, ALargerErrorOfALaterHeaderIsFilled) {
+  struct Later {
+    vu_error known;
+    const char* news;
+  };
+  Later later = {VU_ERROR_INIT, "untouched"};
+  later.known.struct_size = sizeof later;
+  EXPECT_EQ(vu_close_store(nullptr), VU_BAD_HANDLE);
+  EXPECT_EQ(vu_last_error(&later.known), VU_DONE);
+  EXPECT_EQ(later.known.struct_size, sizeof later);
+  EXPECT_STREQ(later.known.operation, "vu_close_store");
+  EXPECT_STREQ(later.news, "untouched");
 }
 
 TEST(CStore, ARootThatIsMissingIsNoTree) {

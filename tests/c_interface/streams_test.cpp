@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdint>
+#include <filesystem>
 #include <string>
 #include <thread>
 
@@ -202,4 +204,96 @@ TEST(CStreams, ASecondThreadIsToldThatTheStreamIsBusy) {
   EXPECT_EQ(meeting.met, VU_BUSY);
   EXPECT_EQ(meeting.closed, VU_BUSY);
   EXPECT_EQ(vu_stream_close(meeting.stream), VU_DONE);
+}
+
+TEST(CStreams, AStreamKeepsItsFileWhenTheVersionIsReplaced) {
+  const vu_document where = document("replaced", "a.kdf", 1);
+  ASSERT_EQ(put(where, "old bytes"), VU_DONE);
+  vu_stream* const stream = opened(where, VU_READ_EXACT);
+  ASSERT_EQ(put(where, "new", VU_REPLACE), VU_DONE) << last_error().text;
+  std::int64_t size = 0;
+  EXPECT_EQ(vu_stream_size(stream, &size), VU_DONE) << last_error().text;
+  EXPECT_EQ(size, 9);
+  EXPECT_EQ(rest_of(stream), "old bytes");
+  EXPECT_EQ(vu_stream_close(stream), VU_DONE);
+  EXPECT_EQ(content(where), "new");
+}
+
+TEST(CStreams, WhoeverReadsMeetsTheOldVersionOrTheNewOne) {
+  const vu_document where = document("meeting", "a.kdc", 0);
+  const std::string bytes[2] = {std::string(3000, 'a'), std::string(5000, 'b')};
+  ASSERT_EQ(put(where, bytes[0]), VU_DONE);
+  std::atomic<bool> is_over = false;
+  std::thread writer([&] {
+    for (int i = 1; i <= 150; ++i) EXPECT_EQ(put(where, bytes[i % 2], VU_REPLACE), VU_DONE);
+    is_over = true;
+  });
+  int read = 0;
+  const auto is_whole = [&](const std::string& found) {
+    return found == bytes[0] || found == bytes[1];
+  };
+  while (!is_over || read < 100) {
+    const std::string whole = content(where);
+    EXPECT_TRUE(is_whole(whole)) << whole.substr(0, 40) << last_error().text;
+    for (const std::int32_t mode : {VU_READ_EXACT, VU_READ_SERVED}) {
+      vu_stream* const stream = opened(where, mode);
+      EXPECT_TRUE(is_whole(rest_of(stream, 9000)));
+      EXPECT_EQ(vu_stream_close(stream), VU_DONE);
+    }
+    std::string buffer(9000, '?');
+    std::size_t size = 0;
+    EXPECT_EQ(vu_read(store(), &where, buffer.data(), buffer.size(), &size), VU_DONE);
+    EXPECT_TRUE(is_whole(buffer.substr(0, size)));
+    vu_info info = VU_INFO_INIT;
+    EXPECT_EQ(vu_describe(store(), &where, &info), VU_DONE) << last_error().text;
+    EXPECT_EQ(vu_exists(store(), &where), VU_DONE);
+    ++read;
+  }
+  writer.join();
+}
+
+TEST(CStreams, WhatTheSystemRefusesIsNoOldVersion) {
+  const vu_document where = document("served-refused", "a.kdc", 0);
+  ASSERT_EQ(put(where, "page"), VU_DONE);
+  std::string path(1000, '\0');
+  std::size_t size = 0;
+  ASSERT_EQ(vu_file_path(store(), &where, path.data(), path.size(), &size), VU_DONE);
+  path.resize(size);
+  std::filesystem::remove(native(path));
+  make_folder(path);
+  vu_stream* stream = nullptr;
+  EXPECT_EQ(vu_open(store(), &where, VU_READ_SERVED, &stream), VU_FAILED);
+  EXPECT_EQ(last_error().path, path);
+}
+
+TEST(CStreams, APartThatCannotBeOpenedIsNotToBeMadeAgain) {
+  const vu_document where = document("part-refused", "a.kdf", 1);
+  ASSERT_EQ(put(where, "document"), VU_DONE);
+  vu_stream* stream = nullptr;
+  ASSERT_EQ(vu_open_part(store(), &where, "html@de", "page1", VU_WRITE_OVER, &stream), VU_DONE);
+  ASSERT_EQ(vu_stream_close(stream), VU_DONE);
+  std::string path(1000, '\0');
+  std::size_t size = 0;
+  ASSERT_EQ(vu_file_path(store(), &where, path.data(), path.size(), &size), VU_DONE);
+  path.resize(size);
+  const std::filesystem::path part = native(path + "_") / "html" / "de" / "page1";
+  ASSERT_TRUE(std::filesystem::remove(part)) << part;
+  std::filesystem::create_directory(part);
+  EXPECT_EQ(vu_open_part(store(), &where, "html@de", "page1", VU_READ_SERVED, &stream), VU_FAILED);
+  EXPECT_NE(last_error().system_code, 0);
+  EXPECT_EQ(stream, nullptr);
+}
+
+TEST(CStreams, ALongLimitIsALimit) {
+  const vu_document where = document("limits-long", "a.kdf", 1);
+  for (const std::int64_t wait_ms : {INT64_MAX, INT64_MAX / 1'000'000, std::int64_t{1} << 40}) {
+    vu_status status = VU_FAILED;
+    vu_store* const patient = program_store().open(0, wait_ms, status);
+    ASSERT_EQ(status, VU_ALREADY);
+    EXPECT_EQ(vu_put(patient, &where, "x", 1, VU_REPLACE, nullptr), VU_DONE);
+    EXPECT_EQ(vu_close_store(patient), VU_DONE);
+  }
+  vu_status status = VU_FAILED;
+  EXPECT_EQ(program_store().open(0, -2, status), nullptr);
+  EXPECT_EQ(status, VU_USAGE);
 }

@@ -1,0 +1,429 @@
+// A fault at every call of the system, and no memory at every allocation, that a call of the C
+// interface makes: nothing but a status comes out, with its reason, and "done" is true.
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "lab/reliability/fault_rules.h"
+#include "lab/reliability/machine.h"
+#include "lab/reliability/trial.h"
+#include "tests/support/process.h"
+#include "vu/storage.h"
+
+namespace reliability {
+namespace {
+
+using allocations::Shortage;
+using os::faults::Call;
+
+/// One handle for all: it knows the settings of whoever opened it, and no folder.
+vu_store* store() {
+  static vu_store* const joined = [] {
+    const vu_settings settings = VU_SETTINGS_INIT;
+    vu_store* handle = nullptr;
+    vu_open_store(&settings, &handle);
+    return handle;
+  }();
+  return joined;
+}
+
+vu_document document(const char* name, std::int32_t area = VU_AREA_USER, std::int64_t version = 0) {
+  vu_document result = VU_DOCUMENT_INIT;
+  result.area = area;
+  result.owner = "anna";
+  result.name = name;
+  result.version = version;
+  return result;
+}
+const vu_document* report() {
+  static const vu_document all = document("report.kdb");
+  return &all;
+}
+const vu_document* fresh() {
+  static const vu_document all = document("new.kdb", VU_AREA_USER, 3);
+  return &all;
+}
+const vu_document* corporate() {
+  static const vu_document all = document("corp.kdf", VU_AREA_DOCS, 5);
+  return &all;
+}
+const vu_document* key_file() {
+  static const vu_document all = document("list.ctg");
+  return &all;
+}
+
+std::int32_t go_on(void*, const vu_entry*) { return 0; }
+std::int32_t go_on_with_names(void*, const char*) { return 0; }
+std::int32_t go_on_with_lines(void*, const char*, const char*) { return 0; }
+
+/// The first status that is not VU_DONE.
+vu_status first_of(vu_status first, vu_status second) { return first != VU_DONE ? first : second; }
+
+/// The close is a call of its own: what it forgets is kept by the text.
+vu_status with_stream(vu_status opened, vu_stream* stream, vu_status (*use)(vu_stream*)) {
+  if (opened != VU_DONE) return opened;
+  const vu_status used = use(stream);
+  return first_of(used, vu_stream_close(stream));
+}
+vu_status write_text(vu_stream* stream) { return vu_stream_write(stream, "text", 4); }
+vu_status read_text(vu_stream* stream) {
+  char bytes[40];
+  std::size_t size = 0;
+  std::int64_t whole = 0;
+  const vu_status read = vu_stream_read(stream, bytes, sizeof bytes, &size);
+  return first_of(read, vu_stream_size(stream, &whole));
+}
+vu_status stream_of(const vu_document* document, std::int32_t mode, vu_status (*use)(vu_stream*)) {
+  vu_stream* stream = nullptr;
+  const vu_status opened = vu_open(store(), document, mode, &stream);
+  return with_stream(opened, stream, use);
+}
+vu_status part_of(std::int32_t mode, vu_status (*use)(vu_stream*)) {
+  vu_stream* stream = nullptr;
+  const vu_status opened = vu_open_part(store(), corporate(), "html@x", "part", mode, &stream);
+  return with_stream(opened, stream, use);
+}
+vu_status whole(const vu_document* document) {
+  void* bytes = nullptr;
+  std::size_t size = 0;
+  const vu_status status = vu_read_whole(store(), document, &bytes, &size);
+  vu_free(bytes);
+  return status;
+}
+vu_status piece(const vu_document* document) {
+  char bytes[100];
+  std::size_t size = 0;
+  return vu_read(store(), document, bytes, sizeof bytes, &size);
+}
+vu_status info_of(const vu_document* document) {
+  vu_info info = VU_INFO_INIT;
+  return vu_describe(store(), document, &info);
+}
+vu_status latest_of(const vu_document* document) {
+  std::int64_t version = 0;
+  return vu_latest(store(), document, &version);
+}
+vu_status path_of(const vu_document* document) {
+  char path[1000];
+  return vu_file_path(store(), document, path, sizeof path, nullptr);
+}
+vu_status value_of(const vu_document* document) {
+  char value[100];
+  return vu_key_get(store(), document, "report.kdb", value, sizeof value, nullptr);
+}
+vu_status open_and_close() {
+  const vu_settings settings = VU_SETTINGS_INIT;
+  vu_store* handle = nullptr;
+  const vu_status status = vu_open_store(&settings, &handle);
+  return status == VU_ALREADY ? vu_close_store(handle) : status;
+}
+vu_status clean(std::int64_t older_than, std::uint32_t flags) {
+  return vu_clean(store(), VU_AREA_USER, "anna", older_than, flags, go_on, nullptr, nullptr);
+}
+
+struct CCall {
+  const char* name;
+  vu_status (*call)(const Place& place);
+};
+
+const std::string& outside(const Place& place) {
+  static const std::string path = place.plain("one.txt");
+  return path;
+}
+const std::string& copied(const Place& place) {
+  static const std::string path = place.plain("copy");
+  return path;
+}
+
+// clang-format off
+const CCall kCalls[] = {
+  {"vu_open_store", [](const Place&) { return open_and_close(); }},
+  {"vu_folder", [](const Place&) { char path[1000]; return vu_folder(store(), VU_AREA_MAIL, path, sizeof path, nullptr); }},
+  {"vu_exists", [](const Place&) { return vu_exists(store(), report()); }},
+  {"vu_describe", [](const Place&) { return info_of(report()); }},
+  {"vu_file_path", [](const Place&) { return path_of(report()); }},
+  {"vu_read", [](const Place&) { return piece(report()); }},
+  {"vu_read_whole", [](const Place&) { return whole(report()); }},
+  {"vu_latest", [](const Place&) { return latest_of(report()); }},
+  {"vu_put, new", [](const Place&) { return vu_put(store(), fresh(), "text", 4, 0, nullptr); }},
+  {"vu_put, replacing", [](const Place&) { return vu_put(store(), report(), "text", 4, VU_REPLACE, nullptr); }},
+  {"vu_put, in place", [](const Place&) { return vu_put(store(), report(), "text", 4, VU_REPLACE | VU_IN_PLACE, nullptr); }},
+  {"vu_put, corporate", [](const Place&) { return vu_put(store(), corporate(), "text", 4, VU_REPLACE, nullptr); }},
+  {"vu_copy_in", [](const Place& p) { return vu_copy_in(store(), fresh(), outside(p).c_str(), 0, nullptr); }},
+  {"vu_copy_in, in place", [](const Place& p) { return vu_copy_in(store(), report(), outside(p).c_str(), VU_REPLACE | VU_IN_PLACE, nullptr); }},
+  {"vu_copy_out", [](const Place& p) { return vu_copy_out(store(), report(), copied(p).c_str(), 0); }},
+  {"vu_remove", [](const Place&) { return vu_remove(store(), report()); }},
+  {"vu_rename", [](const Place&) { return vu_rename(store(), report(), fresh(), 0); }},
+  {"vu_rename, replacing", [](const Place&) { return vu_rename(store(), report(), key_file(), VU_REPLACE); }},
+  {"vu_rename, elsewhere", [](const Place&) { return vu_rename(store(), report(), corporate(), 0); }},
+  {"vu_open, to read", [](const Place&) { return stream_of(report(), VU_READ_EXACT, read_text); }},
+  {"vu_open, served", [](const Place&) { return stream_of(report(), VU_READ_SERVED, read_text); }},
+  {"vu_open, new", [](const Place&) { return stream_of(fresh(), VU_WRITE_NEW, write_text); }},
+  {"vu_open, over", [](const Place&) { return stream_of(report(), VU_WRITE_OVER, write_text); }},
+  {"vu_open_part, to read", [](const Place&) { return part_of(VU_READ_SERVED, read_text); }},
+  {"vu_open_part, to write", [](const Place&) { return part_of(VU_WRITE_OVER, write_text); }},
+  {"vu_each_document", [](const Place&) { return vu_each_document(store(), VU_AREA_USER, "anna", VU_WITH_INFO, go_on, nullptr); }},
+  {"vu_each_version", [](const Place&) { return vu_each_version(store(), report(), 0, go_on, nullptr); }},
+  {"vu_each_owner", [](const Place&) { return vu_each_owner(store(), VU_AREA_USER, go_on_with_names, nullptr); }},
+  {"vu_key_get", [](const Place&) { return value_of(key_file()); }},
+  {"vu_key_set", [](const Place&) { return vu_key_set(store(), key_file(), "a", "b"); }},
+  {"vu_key_set, new", [](const Place&) { return vu_key_set(store(), fresh(), "a", "b"); }},
+  {"vu_key_delete", [](const Place&) { return vu_key_delete(store(), key_file(), "report.kdb"); }},
+  {"vu_key_each", [](const Place&) { return vu_key_each(store(), key_file(), go_on_with_lines, nullptr); }},
+  {"vu_profile_set", [](const Place&) { return vu_profile_set(store(), "anna", nullptr, "a", "b"); }},
+  {"vu_rename_owner", [](const Place&) { return vu_rename_owner(store(), "anna", "berta"); }},
+  {"vu_remove_owner", [](const Place&) { return vu_remove_owner(store(), "anna"); }},
+  {"vu_clean", [](const Place&) { return clean(100'000, 0); }},
+  {"vu_clean, everything", [](const Place&) { return clean(0, VU_CLEAN_ALL); }},
+  {"vu_clean, forecast", [](const Place&) { return clean(0, VU_CLEAN_ALL | VU_DRY_RUN); }},
+  {"vu_migrate_inbox", [](const Place&) { return vu_migrate_inbox(store(), "anna"); }},
+};
+// clang-format on
+
+/// What the last call came to. No memory is needed to keep it.
+struct Told {
+  vu_status status = VU_DONE;
+  bool is_last_error = true;
+  bool has_reason = true;
+};
+Told& told() {
+  static Told all;
+  return all;
+}
+
+void call_and_tell(const CCall& call, const Place& place) {
+  const vu_status status = call.call(place);
+  vu_error error = VU_ERROR_INIT;
+  vu_last_error(&error);
+  // A close behind it has had a success of its own.
+  const bool is_close = std::strcmp(error.operation, "vu_stream_close") == 0;
+  told() = {status, error.status == status || is_close,
+            error.status == VU_DONE || *error.text != '\0'};
+}
+
+std::vector<PublicOperation> operations() {
+  std::vector<PublicOperation> all;
+  for (const CCall& call : kCalls) {
+    all.push_back({call.name, kForNobody,
+                   OperationCall([&call](const Place& place) { call_and_tell(call, place); })});
+  }
+  return all;
+}
+
+/// What the library finds in a tree: documents by folder and key, and all other files and folders
+/// by their paths. Files that no index names are nobody's, and so are those that it has adopted.
+Tree found_in(const Tree& tree) {
+  Tree found;
+  std::vector<std::string> folders;
+  for (const auto& [path, bytes] : tree) {
+    if (!path.ends_with("/index.dat")) continue;
+    folders.push_back(path.substr(0, path.size() - std::string("index.dat").size()));
+    for (const auto& [key, stored] : lines_in(tree, path)) {
+      const std::string name = file_of(key, stored);
+      const auto file = tree.find(folders.back() + name);
+      const bool is_adopted = parts_of_key(key).first == name;
+      if (is_adopted || key.rfind(".vu-storing-", 0) == 0) continue;
+      found[folders.back() + key] = file != tree.end() ? file->second : "(missing)";
+    }
+  }
+  for (const auto& [path, bytes] : tree) {
+    const std::string folder = path.substr(0, path.find_last_of('/', path.size() - 2) + 1);
+    const bool is_indexed = std::find(folders.begin(), folders.end(), folder) != folders.end();
+    if (!is_indexed || path.ends_with('/')) found[path] = bytes;
+  }
+  return found;
+}
+
+/// Where two of them differ first.
+std::string difference(const Tree& expected, const Tree& found) {
+  for (const auto& [path, bytes] : expected) {
+    // Lines that name a document go with it as far as the system lets them: a question to it that
+    // fails is taken for a no, and a stream tells of its own file alone.
+    if (path.ends_with("/list.ctg_0000000000")) continue;
+    const auto other = found.find(path);
+    if (other == found.end()) return "without " + path;
+    if (other->second != bytes) return "with other bytes in " + path;
+  }
+  for (const auto& [path, bytes] : found) {
+    // Nor does anybody tell of a folder of parts that could not be listed, and stays.
+    if (expected.count(path) == 0 && !path.ends_with('/')) return "with " + path;
+  }
+  return {};
+}
+
+/// Calls that cut a file before they write it: an interruption leaves a part.
+bool cuts_first(const std::string& operation) {
+  for (const char* const part : {"in place", "vu_open", "vu_key", "vu_profile"}) {
+    if (operation.find(part) != operation.npos) return true;
+  }
+  return false;
+}
+
+/// What is wrong of a tree that is neither the one before a call nor the one after it: everything
+/// in it must be of one of them, and whatever both have must be there.
+std::string between(const Tree& before, const Tree& after, const Tree& now,
+                    const std::string& operation) {
+  const auto has = [](const Tree& tree, const std::string& path, const std::string& bytes) {
+    const auto found = tree.find(path);
+    return found != tree.end() && found->second == bytes;
+  };
+  std::map<std::string, int> contents;
+  for (const auto& [path, bytes] : now) {
+    ++contents[bytes];
+    if (has(before, path, bytes) || has(after, path, bytes)) continue;
+    const auto wanted = after.find(path);
+    const bool is_part = wanted != after.end() && wanted->second.rfind(bytes, 0) == 0;
+    if (!is_part || !cuts_first(operation)) return "with odd bytes in " + path + ": " + bytes;
+  }
+  for (const auto& [path, bytes] : before) {
+    if (after.count(path) != 0 && now.count(path) == 0) return "without " + path;
+  }
+  // What is moved is at the one place or the other.
+  for (const auto& [path, bytes] : before) {
+    const auto is_it = [&bytes = bytes](const auto& item) { return item.second == bytes; };
+    if (std::any_of(after.begin(), after.end(), is_it) && contents[bytes] == 0)
+      return "without the bytes of " + path;
+  }
+  return {};
+}
+
+/// They answer, and need not save what they have adopted on the way.
+bool is_question(const std::string& operation) {
+  for (const char* const beginning :
+       {"vu_folder", "vu_exists", "vu_describe", "vu_file_path", "vu_read", "vu_latest", "vu_each",
+        "vu_key_get", "vu_key_each", "vu_open_store", "vu_open, to read", "vu_open, served",
+        "vu_clean, forecast"}) {
+    if (operation.rfind(beginning, 0) == 0) return true;
+  }
+  return false;
+}
+
+/// Calls that work on many files, and are told to leave some of them done; and what is made where
+/// an index has gone takes the names of files that lie there.
+bool ends_half_way(const std::string& what) {
+  for (const char* const part : {"_owner", "vu_migrate", "no index yet"}) {
+    if (what.find(part) != what.npos) return true;
+  }
+  return false;
+}
+
+class CInterface {
+ public:
+  explicit CInterface(Run& run) : m_run(run), m_trial(run), m_operations(operations()) {}
+
+  void run_faults() {
+    go_through(m_run, m_operations.size(), [this](std::size_t number, const Setting& setting) {
+      return faults_of(m_operations[number], setting);
+    });
+    tell();
+  }
+  void run_shortages() {
+    go_through(m_run, m_operations.size(), [this](std::size_t number, const Setting& setting) {
+      return shortages_of(m_operations[number], setting);
+    });
+    tell();
+  }
+
+ private:
+  Disturbances faults_of(const PublicOperation& operation, const Setting& setting) {
+    const auto usual = std::make_shared<Undisturbed>(m_trial.learn(operation, setting));
+    const vu_status status = told().status;
+    Disturbances all;
+    for (std::size_t k = 0; k < usual->calls.size(); ++k) {
+      for (const Way& way : ways_for(usual->calls[k])) {
+        all.emplace_back([this, &operation, setting, usual, status, k, way] {
+          const Call call = usual->calls[k];
+          const std::string what = operation.name + " (" + name_of(setting) + "), " +
+                                   os::faults::name(call) + " as call " + std::to_string(k + 1) +
+                                   " of " + std::to_string(usual->calls.size()) + ": " +
+                                   in_words(way);
+          const test_alarm alarm(what, std::chrono::seconds(60));
+          m_trial.prepare(operation, setting);
+          Outcome outcome;
+          {
+            const auto fault = plan(way, usual->calls, k);
+            outcome = m_trial.call(operation, setting);
+          }
+          check(what, *usual, status, outcome, disturbance_of(operation.name, way, call));
+        });
+      }
+    }
+    return all;
+  }
+
+  Disturbances shortages_of(const PublicOperation& operation, const Setting& setting) {
+    const auto usual = std::make_shared<Undisturbed>(m_trial.learn(operation, setting));
+    const vu_status status = told().status;
+    Disturbances all;
+    for (std::uint64_t k = 1; k <= usual->outcome.allocations; ++k) {
+      for (const Shortage shortage : {Shortage::kOnce, Shortage::kLasting}) {
+        all.emplace_back([this, &operation, setting, usual, status, k, shortage] {
+          const std::string what = operation.name + " (" + name_of(setting) +
+                                   "), no memory at allocation " + std::to_string(k) +
+                                   (shortage == Shortage::kOnce ? ", once" : ", lasting");
+          m_trial.prepare(operation, setting);
+          const Outcome outcome = m_trial.call(operation, setting, shortage, k);
+          check(what, *usual, status, outcome, Disturbance::kFault);
+        });
+      }
+    }
+    return all;
+  }
+
+  void check(const std::string& what, const Undisturbed& usual, vu_status usual_status,
+             const Outcome& outcome, Disturbance by) {
+    m_trial.check_held(what, usual, outcome);
+    if (outcome.end != Outcome::End::kReturned)
+      m_run.fail(what + ": " + name_of(outcome.end) + " left it");
+    const Told now_told = told();
+    const std::string answer = vu_status_name(now_told.status);
+    if (!now_told.is_last_error) m_run.fail(what + ": " + answer + " is not the last error");
+    if (!now_told.has_reason) m_run.fail(what + ": " + answer + " without a reason");
+    ++m_ends[answer];
+    const Tree before = found_in(usual.before);
+    const Tree after = found_in(usual.outcome.tree);
+    const Tree now = found_in(m_trial.look());
+    if (by == Disturbance::kLie) return;
+    if (usual_status == VU_DONE && now_told.status == VU_NOTHING_MATCHED)
+      m_run.fail(what + ": says that nothing is there");
+    if (is_question(what)) return;
+    std::string wrong;
+    if (!ends_half_way(what)) wrong = between(before, after, now, what);
+    // A cleaning tells by its count what it has kept.
+    const bool is_complete = now_told.status == VU_DONE && what.rfind("vu_clean", 0) != 0;
+    if (wrong.empty() && is_complete) wrong = difference(after, now);
+    if (!wrong.empty()) m_run.fail(what + ": says " + answer + ", and leaves the tree " + wrong);
+  }
+
+  void tell() {
+    m_run.figure("calls of the interface", m_operations.size());
+    for (const auto& [what, times] : m_ends) m_run.figure(what, times);
+  }
+
+  Run& m_run;
+  Trial m_trial;
+  const std::vector<PublicOperation> m_operations;
+  std::map<std::string, std::uint64_t> m_ends;
+};
+
+void c_faults(Run& run) { CInterface(run).run_faults(); }
+REGISTER_SUITE(c_faults, "c-faults", "a fault at every call of the system behind the C interface",
+               "faults", 0, Scratch::kMemory)
+
+void c_out_of_memory(Run& run) {
+  if (!machine::handles_and_allocations_are_exact())
+    return run.not_run("here the C++ library takes its memory from elsewhere");
+  CInterface(run).run_shortages();
+}
+REGISTER_SUITE(c_out_of_memory, "c-out-of-memory",
+               "no memory at every allocation behind the C interface", "shortages", 0,
+               Scratch::kMemory)
+
+}  // namespace
+}  // namespace reliability
