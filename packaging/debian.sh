@@ -37,7 +37,7 @@ make_root() {
   say "a clean Debian (once per run)"
   "${as_root[@]}" rm -rf "$work/root"
   quietly "$work/root.log" "making a clean Debian" "${as_root[@]}" mmdebstrap --variant=apt \
-    --include=g++,cmake,ninja-build,pkg-config bookworm "$work/root"
+    --include=g++,cmake,ninja-build,pkg-config,python3 bookworm "$work/root"
 }
 
 install_and_try() {
@@ -45,12 +45,12 @@ install_and_try() {
   "${as_root[@]}" cp -L /etc/resolv.conf "$work/root/etc/resolv.conf"
   "${as_root[@]}" mkdir -p "$work/root/try"
   "${as_root[@]}" cp "$packages"/*.deb "$work/root/try"
-  "${as_root[@]}" cp -r tests/consumer "$work/root/try/consumer"
+  "${as_root[@]}" cp -r tests/consumer tests/border "$work/root/try"
   quietly "$work/install.log" "installing the packages" inside sh -c \
     'apt-get -q update && DEBIAN_FRONTEND=noninteractive apt-get -y -q install --no-install-recommends /try/*.deb'
   local kind multiarch
   multiarch=$(inside g++ -print-multiarch)
-  for kind in cmake pkg-config command-line; do
+  for kind in cmake pkg-config command-line c c-cmake python; do
     inside cmake -D KIND=$kind -D COMPILER=/usr/bin/g++ -D PREFIX=/usr -D "LIBDIR=lib/$multiarch" \
       -D SCRATCH=/try/scratch -P /try/consumer/run.cmake || die "a program ($kind) does not work with the packages"
   done

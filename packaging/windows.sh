@@ -96,7 +96,7 @@ try_tree() {
   local at=$prefix/drive_c/$1 kind
   [ "$(in_wine "$at/bin/stgctl.exe" --version | tr -d '\r')" = "stgctl $version" ] ||
     die "stgctl in $at does not tell version $version"
-  for kind in cmake command-line; do
+  for kind in cmake command-line c; do
     cmake -D KIND=$kind -D COMPILER=x86_64-w64-mingw32-g++-posix -D "TOOLCHAIN=$toolchain" \
       -D "PREFIX=$at" -D "RUNTIME=$at/bin" -D "EMULATOR=wine" -D "SCRATCH=$work/consumer" \
       -P tests/consumer/run.cmake || die "a program ($kind) does not work with $at"

@@ -20,11 +20,13 @@
 #include <cstdint>
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -110,6 +112,11 @@ inline std::filesystem::path native_path(std::string_view path) {
   return path_of(text);
 }
 
+/// The library that is loaded, such as "1.0.0".
+inline std::string version() { return vu_version(); }
+/// The same as a number, to compare with VU_VERSION_NUMBER.
+inline std::int32_t version_number() { return vu_version_number(); }
+
 /// What a document belongs to.
 enum class area : std::int32_t { user = VU_AREA_USER, docs = VU_AREA_DOCS, mail = VU_AREA_MAIL };
 
@@ -167,6 +174,19 @@ enum class stored : std::int32_t {
   at_once = VU_STORED_AT_ONCE,   ///< readers and interruptions meet the old version or the new
   in_place = VU_STORED_IN_PLACE  ///< an interruption may have left a part of it
 };
+
+/// For calls about profiles: the master profile; for those about cleaning: every owner.
+inline constexpr std::nullopt_t nobody = std::nullopt;
+
+/// What a cleaning removes; can be combined with "|".
+enum class cleaning : std::uint32_t {
+  by_change = 0,              ///< what was not changed for longer than that
+  by_access = VU_BY_ACCESS,   ///< what was not read for longer than that
+  everything = VU_CLEAN_ALL,  ///< with an age of 0: all of it
+};
+constexpr cleaning operator|(cleaning a, cleaning b) {
+  return static_cast<cleaning>(static_cast<std::uint32_t>(a) | static_cast<std::uint32_t>(b));
+}
 
 /// How a store is opened; can be combined with "|".
 enum options : std::uint32_t {
@@ -243,16 +263,25 @@ class file {
 
 namespace detail {
 
+struct freed {
+  void operator()(void* memory) const { vu_free(memory); }
+};
+
+inline const char* c_text(const std::optional<std::string>& text) {
+  return text ? text->c_str() : nullptr;
+}
+
 /// A callback of the caller behind one of C: an exception waits until C is left.
 template <class Function>
 struct callback {
   Function& function;
   std::exception_ptr raised;
 
-  template <class... Arguments>
-  std::int32_t operator()(Arguments&&... arguments) noexcept {
+  /// @param make gives back what the function is called with, and may throw as well.
+  template <class Make>
+  std::int32_t call_with(Make make) noexcept {
     try {
-      return function(std::forward<Arguments>(arguments)...) ? 0 : 1;
+      return std::apply(function, make()) ? 0 : 1;
     } catch (...) {
       raised = std::current_exception();
       return 1;
@@ -281,7 +310,8 @@ inline entry entry_of(const vu_entry& told) {
 }
 template <class Function>
 std::int32_t visit_entry(void* context, const vu_entry* told) {
-  return (*static_cast<callback<Function>*>(context))(entry_of(*told));
+  return static_cast<callback<Function>*>(context)->call_with(
+      [&] { return std::tuple<entry>(entry_of(*told)); });
 }
 
 }  // namespace detail
@@ -332,8 +362,17 @@ class store {
     std::size_t size = 0;
     if (!check_unless(vu_read_whole(m_store, &document, &bytes, &size), VU_NOTHING_MATCHED))
       return std::nullopt;
-    const std::unique_ptr<void, void (*)(void*)> owned(bytes, vu_free);
+    const std::unique_ptr<void, detail::freed> owned(bytes);
     return std::string(static_cast<const char*>(bytes), size);
+  }
+  /// The same into memory of the caller. @return how many bytes there are: without a buffer and
+  /// room that is all that happens. @throws error VU_TOO_SHORT
+  std::optional<std::size_t> read(const key& of, void* buffer, std::size_t room) const {
+    const vu_document document = document_of(of);
+    std::size_t size = 0;
+    if (!check_unless(vu_read(m_store, &document, buffer, room, &size), VU_NOTHING_MATCHED))
+      return std::nullopt;
+    return size;
   }
   /// Stores a version at once: whoever reads, and an interruption, meet the old version or the new.
   /// (C++ keeps the name of the class for its constructors.)
@@ -454,7 +493,8 @@ class store {
     back.finish(vu_each_owner(
         m_store, static_cast<std::int32_t>(of),
         [](void* context, const char* name) {
-          return (*static_cast<detail::callback<decltype(add)>*>(context))(name);
+          return static_cast<detail::callback<decltype(add)>*>(context)->call_with(
+              [&] { return std::make_tuple(name); });
         },
         &back));
     return all;
@@ -485,23 +525,33 @@ class store {
       return vu_key_each(m_store, &document, visit, context);
     });
   }
-  /// Of an owner's profile; see vu_profile_get().
-  std::optional<std::string> profile_value(const std::string& owner,
-                                           const std::string& line) const {
+  /// Of an owner's profile, or of the master one, see vu_profile_get(); @p file for another one
+  /// than the usual.
+  std::optional<std::string> profile_value(
+      const std::optional<std::string>& owner, const std::string& line,
+      const std::optional<std::string>& file = std::nullopt) const {
     return value([&](char* buffer, std::size_t room, std::size_t* size) {
-      return vu_profile_get(m_store, owner.c_str(), nullptr, line.c_str(), buffer, room, size);
+      return vu_profile_get(m_store, detail::c_text(owner), detail::c_text(file), line.c_str(),
+                            buffer, room, size);
     });
   }
-  void set_profile(const std::string& owner, const std::string& line, const std::string& value) {
-    check(vu_profile_set(m_store, owner.c_str(), nullptr, line.c_str(), value.c_str()));
+  void set_profile(const std::optional<std::string>& owner, const std::string& line,
+                   const std::string& value,
+                   const std::optional<std::string>& file = std::nullopt) {
+    check(vu_profile_set(m_store, detail::c_text(owner), detail::c_text(file), line.c_str(),
+                         value.c_str()));
   }
-  bool remove_profile(const std::string& owner, const std::string& line) {
-    return check_unless(vu_profile_delete(m_store, owner.c_str(), nullptr, line.c_str()),
-                        VU_NOTHING_MATCHED);
+  bool remove_profile(const std::optional<std::string>& owner, const std::string& line,
+                      const std::optional<std::string>& file = std::nullopt) {
+    return check_unless(
+        vu_profile_delete(m_store, detail::c_text(owner), detail::c_text(file), line.c_str()),
+        VU_NOTHING_MATCHED);
   }
-  std::vector<std::pair<std::string, std::string>> profile(const std::string& owner) const {
+  std::vector<std::pair<std::string, std::string>> profile(
+      const std::optional<std::string>& owner,
+      const std::optional<std::string>& file = std::nullopt) const {
     return lines([&](vu_line_visitor visit, void* context) {
-      return vu_profile_each(m_store, owner.c_str(), nullptr, visit, context);
+      return vu_profile_each(m_store, detail::c_text(owner), detail::c_text(file), visit, context);
     });
   }
 
@@ -515,21 +565,25 @@ class store {
   bool remove_owner(const std::string& owner) {
     return check_unless(vu_remove_owner(m_store, owner.c_str()), VU_NOTHING_MATCHED);
   }
-  /// The versions that have not been changed for longer than that.
-  std::vector<entry> outdated(area of, const std::string& owner,
-                              std::chrono::seconds older_than) const {
+  /// The versions that clean() would remove.
+  std::vector<entry> outdated(area of, const std::optional<std::string>& owner,
+                              std::chrono::seconds older_than,
+                              cleaning how = cleaning::by_change) const {
     std::vector<entry> all;
     const auto add = [&](entry&& one) { return all.push_back(std::move(one)), true; };
     detail::callback<decltype(add)> back{add, nullptr};
-    back.finish(vu_clean(m_store, static_cast<std::int32_t>(of), owner.c_str(), older_than.count(),
-                         VU_DRY_RUN, detail::visit_entry<decltype(add)>, &back, nullptr));
+    back.finish(vu_clean(m_store, static_cast<std::int32_t>(of), detail::c_text(owner),
+                         older_than.count(), static_cast<std::uint32_t>(how) | VU_DRY_RUN,
+                         detail::visit_entry<decltype(add)>, &back, nullptr));
     return all;
   }
-  /// Removes them. @return how many.
-  std::int64_t clean(area of, const std::string& owner, std::chrono::seconds older_than) {
+  /// Removes the versions that have not been changed, or read, for longer than that; of every owner
+  /// without one. @return how many.
+  std::int64_t clean(area of, const std::optional<std::string>& owner,
+                     std::chrono::seconds older_than, cleaning how = cleaning::by_change) {
     std::int64_t count = 0;
-    check(vu_clean(m_store, static_cast<std::int32_t>(of), owner.c_str(), older_than.count(), 0,
-                   nullptr, nullptr, &count));
+    check(vu_clean(m_store, static_cast<std::int32_t>(of), detail::c_text(owner),
+                   older_than.count(), static_cast<std::uint32_t>(how), nullptr, nullptr, &count));
     return count;
   }
   /// Converts an owner's mail folder, once. @return false when there is none.
@@ -601,16 +655,59 @@ class store {
     };
     using Callback = detail::callback<decltype(add)>;
     Callback back{add, nullptr};
-    const vu_status status =
-        each([](void* context, const char* name,
-                const char* value) { return (*static_cast<Callback*>(context))(name, value); },
-             &back);
+    const vu_status status = each(
+        [](void* context, const char* name, const char* value) {
+          return static_cast<Callback*>(context)->call_with(
+              [&] { return std::make_tuple(name, value); });
+        },
+        &back);
     if (status != VU_NOTHING_MATCHED) back.finish(status);
     return all;
   }
 
   vu_store* m_store = nullptr;
   start m_start = start::joined;
+};
+
+/// One trace record; the texts are valid during the call alone.
+struct trace {
+  std::int32_t kind = 0;       ///< VU_KIND_...
+  std::int32_t level = -1;     ///< 0 to 4; -1 for none
+  std::string_view source;     ///< the source's name
+  std::int32_t line = 0;       ///< line number in that source
+  std::string_view signature;  ///< of the operation
+  std::string_view text;       ///< as the library has it
+};
+
+/// Has every trace of the library told to a function, until the object goes. The function may be
+/// called by any thread, by several at once, and must not call the library; what it throws is lost.
+/// One object at a time, made and ended while no other thread is inside the library.
+class trace_listener {
+ public:
+  /// @param level up to which level records and scopes are told: -1 (events alone) to 4.
+  explicit trace_listener(std::function<void(const trace&)> tell, std::int32_t level = 4)
+      : m_tell(std::move(tell)) {
+    check(vu_set_trace(hear, this, level));
+  }
+  ~trace_listener() { vu_set_trace(nullptr, nullptr, 0); }
+  trace_listener(const trace_listener&) = delete;
+  trace_listener& operator=(const trace_listener&) = delete;
+
+ private:
+  static void hear(void* context, const vu_trace* told) {
+    try {
+      static_cast<trace_listener*>(context)->m_tell({told->kind,
+                                                     told->level,
+                                                     told->source,
+                                                     told->line,
+                                                     told->signature,
+                                                     {told->text, told->text_size}});
+    } catch (...) {
+      // A sink has nobody to tell.
+    }
+  }
+
+  std::function<void(const trace&)> m_tell;
 };
 
 }  // namespace vu

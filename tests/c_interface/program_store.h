@@ -7,6 +7,8 @@
 #include "tests/support/scratch.h"
 #include "vu/storage.h"
 
+#include "tests/support/called.h"
+
 /// The one storage of a test program that sees the C interface alone: it is opened once in a
 /// process, so all its tests share it. Every test uses owners of its own. Files are not adopted.
 struct ProgramStore {

@@ -1,6 +1,6 @@
 # Builds a project outside of this one against the library and runs it.
 #
-#   cmake -D KIND=<cmake|pkg-config|command-line> -D COMPILER=<compiler> -D SCRATCH=<folder>
+#   cmake -D KIND=<cmake|pkg-config|command-line|c|c-cmake|python> -D COMPILER=<compiler> -D SCRATCH=<folder>
 #         -D BUILD=<build tree> [-D MOVE=ON]    installs the library from there first, and moves that tree,
 #      or -D BUILD=<build tree> -D IN_PLACE=ON  takes the build tree itself (kind cmake only),
 #      or -D PREFIX=<folder>                    takes an install tree that somebody else has made
@@ -56,6 +56,10 @@ endif()
 
 # ---- the program -------------------------------------------------------------------------------------
 
+# Its sister for C: gcc, cc, clang.
+string(REGEX REPLACE "clang[+][+]" "clang" c_compiler "${COMPILER}")
+string(REGEX REPLACE "g[+][+]" "gcc" c_compiler "${c_compiler}")
+string(REGEX REPLACE "c[+][+]" "cc" c_compiler "${c_compiler}")
 set(flags -std=c++17 -Wall -Wextra -Wconversion -Wshadow -Werror)
 set(program ${SCRATCH}/consumer)
 if(EMULATOR)
@@ -91,6 +95,18 @@ elseif(KIND STREQUAL "pkg-config")
 elseif(KIND STREQUAL "command-line")
   step("compiling" ${COMPILER} ${flags} ${source} -o ${program}
     -I ${PREFIX}/include -L ${PREFIX}/${LIBDIR} -lvu_storage)
+elseif(KIND STREQUAL "c")
+  step("compiling" ${c_compiler} -std=c99 -Wall -Wextra -Wpedantic -Werror ${here}/../border/border.c -o ${program}
+    -I ${PREFIX}/include -L ${PREFIX}/${LIBDIR} -lvu_storage)
+elseif(KIND STREQUAL "c-cmake")
+  # A project that knows no C++.
+  step("configuring" ${CMAKE_COMMAND} -S ${here}/cmake_c -B ${SCRATCH}/build -G Ninja
+    "-DCMAKE_PREFIX_PATH=${search}" -DCMAKE_BUILD_TYPE=Release "-DCMAKE_RUNTIME_OUTPUT_DIRECTORY=${SCRATCH}"
+    -DCMAKE_C_COMPILER=${c_compiler})
+  step("building" ${CMAKE_COMMAND} --build ${SCRATCH}/build)
+elseif(KIND STREQUAL "python")
+  set(ENV{PYTHONPATH} "${PREFIX}/share/vu_storage/python")
+  set(program python3 -B ${here}/consumer.py)
 else()
   message(FATAL_ERROR "there is no consumer of the kind '${KIND}'")
 endif()
@@ -107,7 +123,7 @@ elseif(NOT PREFIX STREQUAL "/usr")
   set(ENV{LD_LIBRARY_PATH} "${runtime}:$ENV{LD_LIBRARY_PATH}")
 endif()
 step("running" ${EMULATOR} ${program} storage-tree)
-if(NOT output MATCHES "consumer: passed")
+if(NOT output MATCHES "consumer: passed|the border holds")
   message(FATAL_ERROR "the program ended without its last line:\n${output}")
 endif()
 file(REMOVE_RECURSE ${SCRATCH})

@@ -2,13 +2,19 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "stg_index.h"
 #include "tests/support/scratch.h"
+
+// Before the layer, whose calls it notes.
+#include "tests/support/called.h"
+
 #include "vu/storage.hpp"
 
 // The C++17 layer. All cases of a process share its one storage; each has owners of its own.
@@ -216,6 +222,87 @@ TEST(CppKeys, AreSetReadAndRemoved) {
   EXPECT_EQ(storage().profile_value("keys", "lang"), "de");
   EXPECT_EQ(storage().profile("keys").size(), 1U);
   EXPECT_TRUE(storage().remove_profile("keys", "lang"));
+}
+
+TEST(CppKeys, AProfileMayHaveAnotherFileAndNoOwner) {
+  storage().set_profile("profiles", "lang", "fr", "other.txt");
+  EXPECT_EQ(storage().profile_value("profiles", "lang", "other.txt"), "fr");
+  EXPECT_FALSE(storage().profile_value("profiles", "lang").has_value());
+  EXPECT_EQ(storage().profile("profiles", "other.txt").size(), 1U);
+  EXPECT_TRUE(storage().remove_profile("profiles", "lang", "other.txt"));
+  // The configuration folder of this program does not exist.
+  EXPECT_TRUE(storage().profile(vu::nobody).empty());
+  EXPECT_FALSE(storage().profile_value(vu::nobody, "lang").has_value());
+  EXPECT_EQ(code_of([] { storage().set_profile(vu::nobody, "lang", "de"); }), VU_FAILED);
+  EXPECT_FALSE(storage().remove_profile(vu::nobody, "lang"));
+}
+
+TEST(CppStore, ReadsIntoMemoryOfTheCaller) {
+  const vu::key where = user_key("read-into", "a.txt", 1);
+  char buffer[10] = {};
+  EXPECT_FALSE(storage().read(where, buffer, sizeof buffer).has_value());
+  storage().put(where, "12345");
+  EXPECT_EQ(storage().read(where, nullptr, 0), 5U);
+  EXPECT_EQ(storage().read(where, buffer, sizeof buffer), 5U);
+  EXPECT_STREQ(buffer, "12345");
+  EXPECT_EQ(code_of([&] { (void)storage().read(where, buffer, 4); }), VU_TOO_SHORT);
+}
+
+TEST(CppStore, TellsTheLibrarysVersion) {
+  EXPECT_EQ(vu::version_number(), VU_VERSION_NUMBER);
+  EXPECT_EQ(vu::version().front(), '0' + VU_VERSION_MAJOR);
+}
+
+TEST(CppTraces, AreToldToTheListenerWhileItLives) {
+  const vu::key where = user_key("traces", "a.txt", 1);
+  int scopes = 0;
+  int others = 0;
+  const auto tell = [&](const vu::trace& one) {
+    EXPECT_FALSE(one.source.empty());
+    EXPECT_FALSE(one.signature.empty());
+    EXPECT_GT(one.line, 0);
+    ++(one.kind == VU_KIND_SCOPE_BEGIN ? scopes : others);
+    throw std::logic_error("nobody hears it");
+  };
+  {
+    const vu::trace_listener listener(tell);
+    storage().put(where, "x");
+  }
+  EXPECT_GT(scopes, 0);
+  EXPECT_GT(others, 0);
+  const int before = scopes + others;
+  storage().put(where, "y");
+  EXPECT_EQ(scopes + others, before);
+  {
+    const vu::trace_listener listener(tell, -1);
+    storage().put(where, "z");
+  }
+  EXPECT_EQ(code_of([&] { const vu::trace_listener none(tell, 9); }), VU_USAGE);
+}
+
+TEST(CppUpkeep, CleaningTakesFlagsAndEveryOwner) {
+  for (const char* const owner : {"clean-a", "clean-b"})
+    storage().put({vu::area::mail, owner, "a", 1}, "x");
+  EXPECT_EQ(code_of([] { storage().clean(vu::area::mail, vu::nobody, 0s); }), VU_REFUSED);
+  EXPECT_TRUE(storage().outdated(vu::area::mail, vu::nobody, 24h, vu::cleaning::by_access).empty());
+  EXPECT_EQ(storage().outdated(vu::area::mail, "clean-a", 0s, vu::cleaning::everything).size(), 1U);
+  EXPECT_GE(storage().outdated(vu::area::mail, vu::nobody, 0s, vu::cleaning::everything).size(),
+            2U);
+  EXPECT_EQ(storage().clean(vu::area::mail, "clean-a", 0s,
+                            vu::cleaning::everything | vu::cleaning::by_access),
+            1);
+  EXPECT_TRUE(storage().documents(vu::area::mail, "clean-a").empty());
+  EXPECT_EQ(storage().documents(vu::area::mail, "clean-b").size(), 1U);
+}
+
+TEST(CppUpkeep, AMailFolderIsConverted) {
+  const std::filesystem::path folder = storage().folder(vu::area::mail) / "converted";
+  std::filesystem::create_directories(folder);
+  std::ofstream(folder / "A%20B.kdb") << "mail";
+  STGIndex::setSynchronizeMode(true);
+  EXPECT_TRUE(storage().migrate_inbox("converted"));
+  STGIndex::setSynchronizeMode(false);
+  EXPECT_EQ(storage().read({vu::area::mail, "converted", "A B.kdb", 0}), "mail");
 }
 
 TEST(CppUpkeep, OwnersAndCleaning) {

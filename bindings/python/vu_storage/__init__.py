@@ -27,7 +27,7 @@ from . import _library as _c
 
 __all__ = [
     "LATEST", "AlreadyThere", "Entry", "File", "Info", "Key", "LockTimeout", "NotThere", "Outdated",
-    "Refused", "StorageError", "Store", "version",
+    "Refused", "StorageError", "Store", "Trace", "set_trace", "version", "version_number",
 ]
 
 #: For Key.version: the latest one that there is.
@@ -37,7 +37,7 @@ _AREAS = {"user": 1, "docs": 2, "mail": 3}
 _AREA_NAMES = {number: name for name, number in _AREAS.items()}
 _REPLACE, _IN_PLACE = 1, 2
 _WITH_INFO = 1
-_STORED_AT_ONCE = 1
+_DRY_RUN, _BY_ACCESS, _CLEAN_ALL = 1, 2, 4
 
 PathLike = Union[str, "os.PathLike[str]"]
 
@@ -90,6 +90,11 @@ _KINDS: dict[int, type[StorageError]] = {
 def version() -> str:
     """The version of the library that is loaded."""
     return _c.library.vu_version().decode()
+
+
+def version_number() -> int:
+    """The same as a number: 10203 is 1.2.3."""
+    return int(_c.library.vu_version_number())
 
 
 def _text(raw: Optional[bytes]) -> str:
@@ -165,6 +170,14 @@ def _area(name: str) -> int:
     return _AREAS[name]
 
 
+def _time(seconds: int) -> datetime:
+    """A file may bear any time: what datetime cannot hold becomes its first or last one."""
+    try:
+        return datetime(1970, 1, 1, tzinfo=timezone.utc) + timedelta(seconds=seconds)
+    except OverflowError:
+        return (datetime.max if seconds > 0 else datetime.min).replace(tzinfo=timezone.utc)
+
+
 @dataclass(frozen=True)
 class Info:
     """Size and times of a version."""
@@ -181,8 +194,7 @@ class Info:
 
     @classmethod
     def _of(cls, told: _c.Info) -> "Info":
-        return cls(told.version, told.size, datetime.fromtimestamp(told.modified, timezone.utc),
-                   datetime.fromtimestamp(told.accessed, timezone.utc))
+        return cls(told.version, told.size, _time(told.modified), _time(told.accessed))
 
 
 @dataclass(frozen=True)
@@ -208,6 +220,8 @@ class File(io.RawIOBase):
         super().__init__()
         self._handle: Optional[ctypes.c_void_p] = handle
         self._writes = writes
+        # The library does not tell it.
+        self._position = 0
 
     def readable(self) -> bool:
         return not self._writes
@@ -225,6 +239,7 @@ class File(io.RawIOBase):
         room = (ctypes.c_char * len(view)).from_buffer(view)
         size = ctypes.c_size_t()
         _check(_c.library.vu_stream_read(self._handle, room, len(view), byref(size)))
+        self._position += size.value
         return size.value
 
     def write(self, data: Any) -> int:
@@ -232,13 +247,22 @@ class File(io.RawIOBase):
         self._check_open()
         raw = bytes(data)
         _check(_c.library.vu_stream_write(self._handle, raw, len(raw)))
+        self._position += len(raw)
         return len(raw)
 
     def seek(self, offset: int, whence: int = io.SEEK_SET) -> int:
-        """Moves the position. The library does not tell positions: the result is the offset."""
+        """Moves the position, and tells the new one."""
         self._check_open()
+        origins = {io.SEEK_SET: 0, io.SEEK_CUR: self._position, io.SEEK_END: None}
+        if whence not in origins:
+            raise ValueError(f"there is no origin {whence!r}")
+        origin = origins[whence]
+        position = (self.size() if origin is None else origin) + offset
+        if position < 0:
+            raise ValueError("a position before the beginning")
         _check(_c.library.vu_stream_seek(self._handle, offset, whence))
-        return offset
+        self._position = position
+        return position
 
     def size(self) -> int:
         """The size of the file in bytes."""
@@ -358,6 +382,16 @@ class Store:
         """The same as text."""
         raw = self.read(key)
         return None if raw is None else raw.decode(encoding)
+
+    def readinto(self, key: Key, buffer: Any) -> Optional[int]:
+        """Reads a version into a buffer that can be written, and tells how many bytes there are;
+        None when there is none. One that is too small is an error, and is left as it was."""
+        view = memoryview(buffer).cast("B")
+        room = (ctypes.c_char * len(view)).from_buffer(view)
+        size = ctypes.c_size_t()
+        status = _c.library.vu_read(self._handle, byref(key._document()), room, len(view),
+                                    byref(size))
+        return size.value if _check(status, _c.NOTHING_MATCHED) else None
 
     def put(self, key: Key, data: Union[bytes, str], *, replace: bool = True,
             in_place: bool = False) -> bool:
@@ -493,30 +527,35 @@ class Store:
             _c.library.vu_key_each(self._handle, byref(key._document()), visit, None),
             _c.NOTHING_MATCHED)
 
-    def profile_value(self, owner: Optional[str], line: str) -> Optional[str]:
-        """The value of a line of an owner's profile, or without an owner of the master profile."""
+    def profile_value(self, owner: Optional[str], line: str,
+                      file: Optional[str] = None) -> Optional[str]:
+        """The value of a line of an owner's profile, or without an owner of the master profile;
+        file for another one than the usual."""
         return _ask_text(
-            lambda *out: _c.library.vu_profile_get(self._handle, _raw_or_none(owner), None,
-                                                   _raw(line), *out),
+            lambda *out: _c.library.vu_profile_get(self._handle, _raw_or_none(owner),
+                                                   _raw_or_none(file), _raw(line), *out),
             _c.NOTHING_MATCHED)
 
-    def set_profile(self, owner: Optional[str], line: str, value: str) -> None:
+    def set_profile(self, owner: Optional[str], line: str, value: str,
+                    file: Optional[str] = None) -> None:
         """Gives a line of a profile a value."""
-        _check(_c.library.vu_profile_set(self._handle, _raw_or_none(owner), None, _raw(line),
-                                         _raw(value)))
+        _check(_c.library.vu_profile_set(self._handle, _raw_or_none(owner), _raw_or_none(file),
+                                         _raw(line), _raw(value)))
 
-    def remove_profile(self, owner: Optional[str], line: str) -> bool:
+    def remove_profile(self, owner: Optional[str], line: str, file: Optional[str] = None) -> bool:
         """Drops a line of a profile. False when there is none."""
         return _check(
-            _c.library.vu_profile_delete(self._handle, _raw_or_none(owner), None, _raw(line)),
+            _c.library.vu_profile_delete(self._handle, _raw_or_none(owner), _raw_or_none(file),
+                                         _raw(line)),
             _c.NOTHING_MATCHED)
 
-    def profile(self, owner: Optional[str]) -> list[tuple[str, str]]:
+    def profile(self, owner: Optional[str], file: Optional[str] = None) -> list[tuple[str, str]]:
         """The lines of a profile in their order."""
         collected = _Collected()
         visit = _c.LineVisitor(collected.take(lambda name, value: (_text(name), _text(value))))
         return collected.finish(
-            _c.library.vu_profile_each(self._handle, _raw_or_none(owner), None, visit, None),
+            _c.library.vu_profile_each(self._handle, _raw_or_none(owner), _raw_or_none(file), visit,
+                                       None),
             _c.NOTHING_MATCHED)
 
     # ---- owners and upkeep ---------------------------------------------------------------------
@@ -529,20 +568,28 @@ class Store:
         """Removes an owner's folders, but for corporate documents. False when there is none."""
         return _check(_c.library.vu_remove_owner(self._handle, _raw(owner)), _c.NOTHING_MATCHED)
 
-    def outdated(self, area: str, owner: Optional[str], older_than: timedelta) -> list[Entry]:
-        """The versions that have not been changed for longer than that."""
+    def outdated(self, area: str, owner: Optional[str], older_than: timedelta, *,
+                 by_access: bool = False, everything: bool = False) -> list[Entry]:
+        """The versions that clean() would remove."""
         collected = _Collected()
         status = _c.library.vu_clean(
-            self._handle, _area(area), _raw_or_none(owner), int(older_than.total_seconds()), 1,
+            self._handle, _area(area), _raw_or_none(owner), _seconds(older_than),
+            _DRY_RUN | _cleaning(by_access, everything),
             _c.EntryVisitor(collected.take(_made_of_entry)), None, None)
         return collected.finish(status)
 
-    def clean(self, area: str, owner: Optional[str], older_than: timedelta) -> int:
-        """Removes them, and tells how many."""
+    def clean(self, area: str, owner: Optional[str], older_than: timedelta, *,
+              by_access: bool = False, everything: bool = False) -> int:
+        """Removes the versions that have not been changed for longer than that, and tells how many.
+
+        owner: None for every owner.
+        by_access: the last access counts, not the last change.
+        everything: with an age of nothing all versions go, which is refused otherwise.
+        """
         count = ctypes.c_int64()
         _check(_c.library.vu_clean(self._handle, _area(area), _raw_or_none(owner),
-                                   int(older_than.total_seconds()), 0, _c.EntryVisitor(), None,
-                                   byref(count)))
+                                   _seconds(older_than), _cleaning(by_access, everything),
+                                   _c.EntryVisitor(), None, byref(count)))
         return count.value
 
     def migrate_inbox(self, owner: str) -> bool:
@@ -552,3 +599,51 @@ class Store:
 
 def _raw_or_none(text: Optional[str]) -> Optional[bytes]:
     return None if text is None else _raw(text)
+
+
+def _seconds(age: timedelta) -> int:
+    # Rounded up: less than a second must not become "everything".
+    return -int(-age // timedelta(seconds=1))
+
+
+def _cleaning(by_access: bool, everything: bool) -> int:
+    return (by_access * _BY_ACCESS) | (everything * _CLEAN_ALL)
+
+
+@dataclass(frozen=True)
+class Trace:
+    """One trace record."""
+
+    kind: str
+    """"scope begin", "scope end", "message", "record", "done", "missing" or "failure"."""
+    level: int
+    """0 for the smallest circle of records to 4 for the widest; -1 for none."""
+    source: str
+    line: int
+    signature: str
+    text: str
+
+
+_KINDS_OF_TRACES = ("scope begin", "scope end", "message", "record", "done", "missing", "failure")
+_sink: Any = None
+
+
+def set_trace(tell: Optional[Callable[[Trace], None]], level: int = 4) -> None:
+    """Has every trace of the library told to a function; None for silence.
+
+    level: up to which level records and scopes are told, -1 (events alone) to 4. The function may
+    be called by any thread and must not call the library. Call this while no other thread is
+    inside it.
+    """
+    global _sink
+
+    def hear(_context: Any, told: Any) -> None:
+        one = told.contents
+        text = ctypes.string_at(one.text, one.text_size)
+        tell(Trace(_KINDS_OF_TRACES[one.kind - 1], one.level, _text(one.source), one.line,
+                   _text(one.signature), text.decode("utf-8", "replace")))
+
+    sink = _c.TraceSink() if tell is None else _c.TraceSink(hear)
+    _check(_c.library.vu_set_trace(sink, None, level))
+    # The library keeps the pointer alone.
+    _sink = sink

@@ -80,9 +80,24 @@ class Entry(Structure):
     ]
 
 
+class Trace(Structure):
+    _fields_ = [
+        ("struct_size", c_size_t),
+        ("kind", c_int32),
+        ("level", c_int32),
+        ("source", c_char_p),
+        ("line", c_int32),
+        ("reserved", c_uint32),
+        ("signature", c_char_p),
+        ("text", c_void_p),
+        ("text_size", c_size_t),
+    ]
+
+
 EntryVisitor = CFUNCTYPE(c_int32, c_void_p, POINTER(Entry))
 NameVisitor = CFUNCTYPE(c_int32, c_void_p, c_char_p)
 LineVisitor = CFUNCTYPE(c_int32, c_void_p, c_char_p, c_char_p)
+TraceSink = CFUNCTYPE(None, c_void_p, POINTER(Trace))
 
 _SIZE = POINTER(c_size_t)
 _STREAM = POINTER(c_void_p)
@@ -98,6 +113,7 @@ _FUNCTIONS = {
     "vu_exists": [c_void_p, _DOCUMENT],
     "vu_describe": [c_void_p, _DOCUMENT, POINTER(Info)],
     "vu_file_path": [c_void_p, _DOCUMENT, *_TEXT_OUT],
+    "vu_read": [c_void_p, _DOCUMENT, c_void_p, c_size_t, _SIZE],
     "vu_read_whole": [c_void_p, _DOCUMENT, POINTER(c_void_p), _SIZE],
     "vu_put": [c_void_p, _DOCUMENT, c_char_p, c_size_t, c_uint32, POINTER(c_int32)],
     "vu_copy_in": [c_void_p, _DOCUMENT, c_char_p, c_uint32, POINTER(c_int32)],
@@ -129,15 +145,21 @@ _FUNCTIONS = {
         c_void_p, c_int32, c_char_p, c_int64, c_uint32, EntryVisitor, c_void_p, POINTER(c_int64),
     ],
     "vu_migrate_inbox": [c_void_p, c_char_p],
+    "vu_set_trace": [TraceSink, c_void_p, c_int32],
 }
 
 
 def _names() -> list[str]:
-    """Where the library may be: VU_STORAGE_LIBRARY, or where the system's loader looks."""
+    """Where the library may be: VU_STORAGE_LIBRARY, or where the system's loader looks; on Windows
+    also the folder "bin" of the tree that this file lies in."""
     named = os.environ.get("VU_STORAGE_LIBRARY")
     if named:
-        return [named]
-    return ["vu_storage.dll"] if sys.platform == "win32" else ["libvu_storage.so.1"]
+        return [os.path.abspath(named) if os.path.exists(named) else named]
+    if sys.platform != "win32":
+        return ["libvu_storage.so.1"]
+    tree = os.path.abspath(os.path.join(os.path.dirname(__file__), *[os.pardir] * 4))
+    beside = os.path.join(tree, "bin", "vu_storage.dll")
+    return [beside, "vu_storage.dll"] if os.path.exists(beside) else ["vu_storage.dll"]
 
 
 def load() -> ctypes.CDLL:
@@ -159,7 +181,10 @@ def load() -> ctypes.CDLL:
         function = getattr(library, name)
         function.argtypes = arguments
         function.restype = c_int32
+    library.vu_version.argtypes = []
     library.vu_version.restype = c_char_p
+    library.vu_version_number.argtypes = []
+    library.vu_version_number.restype = c_int32
     library.vu_status_name.argtypes = [c_int32]
     library.vu_status_name.restype = c_char_p
     library.vu_free.argtypes = [c_void_p]
