@@ -51,6 +51,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/** Before every function. A program that links the library as objects defines VU_STORAGE_STATIC. */
 #if defined(VU_STORAGE_STATIC)
 #define VU_C_API
 #elif defined(_WIN32)
@@ -71,8 +72,8 @@ extern "C" {
 
 /** The version of this header. */
 #define VU_VERSION_MAJOR 1
-#define VU_VERSION_MINOR 0
-#define VU_VERSION_PATCH 0
+#define VU_VERSION_MINOR 0 /**< see VU_VERSION_MAJOR */
+#define VU_VERSION_PATCH 0 /**< see VU_VERSION_MAJOR */
 /** The same as one number: 10203 is 1.2.3. */
 #define VU_VERSION_NUMBER (VU_VERSION_MAJOR * 10000 + VU_VERSION_MINOR * 100 + VU_VERSION_PATCH)
 

@@ -46,6 +46,7 @@ class error : public std::runtime_error {
     vu_last_error(&told);
     return error(told);
   }
+  /// With the texts that the C interface has told.
   explicit error(const vu_error& told)
       : std::runtime_error(sentence(told)),
         m_code(told.status),
@@ -184,6 +185,7 @@ enum class cleaning : std::uint32_t {
   by_access = VU_BY_ACCESS,   ///< what was not read for longer than that
   everything = VU_CLEAN_ALL,  ///< with an age of 0: all of it
 };
+/// Both.
 constexpr cleaning operator|(cleaning a, cleaning b) {
   return static_cast<cleaning>(static_cast<std::uint32_t>(a) | static_cast<std::uint32_t>(b));
 }
@@ -195,6 +197,7 @@ enum options : std::uint32_t {
   no_adoption = VU_NO_ADOPTION,        ///< files that appear behind the index are left alone
   no_guard = VU_NO_GUARD               ///< names go to the library as they are
 };
+/// Both.
 constexpr options operator|(options a, options b) {
   return static_cast<options>(static_cast<std::uint32_t>(a) | static_cast<std::uint32_t>(b));
 }
@@ -207,7 +210,9 @@ class file {
   file() = default;
   /// Takes an open stream over.
   explicit file(vu_stream* stream) noexcept : m_stream(stream) {}
+  /// Takes over what @p other has open, which is closed then.
   file(file&& other) noexcept : m_stream(std::exchange(other.m_stream, nullptr)) {}
+  /// The same; what this object had open is closed.
   file& operator=(file&& other) noexcept {
     file taken(std::move(other));
     std::swap(m_stream, taken.m_stream);
@@ -240,6 +245,7 @@ class file {
       if (got < piece) return bytes;
     }
   }
+  /// Writes all bytes at the position.
   void write(std::string_view bytes) {
     check(vu_stream_write(m_stream, bytes.data(), bytes.size()));
   }
@@ -247,6 +253,7 @@ class file {
   void seek(std::int64_t distance, std::int32_t origin = VU_FROM_START) {
     check(vu_stream_seek(m_stream, distance, origin));
   }
+  /// In bytes.
   std::int64_t size() const {
     std::int64_t bytes = 0;
     check(vu_stream_size(m_stream, &bytes));
@@ -331,8 +338,10 @@ class store {
       : store(utf8_of(root).c_str(), how, wait) {}
   /// Joins the storage that this process has opened.
   store() : store(nullptr, options{}, std::nullopt) {}
+  /// Takes the handle of @p other, which has none then.
   store(store&& other) noexcept
       : m_store(std::exchange(other.m_store, nullptr)), m_start(other.m_start) {}
+  /// Changes handles with @p other.
   store& operator=(store&& other) noexcept {
     std::swap(m_store, other.m_store);
     std::swap(m_start, other.m_start);
@@ -342,15 +351,18 @@ class store {
     if (m_store != nullptr) vu_close_store(m_store);
   }
 
+  /// Whether this object has initialised the storage.
   start how_started() const noexcept { return m_start; }
   /// The handle, which stays this object's.
   vu_store* handle() const noexcept { return m_store; }
   /// The folder "storage" below the root.
   std::filesystem::path folder() const { return folder_of(0); }
+  /// The folder of an area.
   std::filesystem::path folder(area of) const { return folder_of(static_cast<std::int32_t>(of)); }
 
   // ---- documents -------------------------------------------------------------------------------
 
+  /// Whether there is such a version.
   bool exists(const key& of) const {
     const vu_document document = document_of(of);
     return check_unless(vu_exists(m_store, &document), VU_NOTHING_MATCHED);
@@ -454,6 +466,7 @@ class store {
   file open_part(const key& of, const std::string& rendition, const std::string& part) const {
     return part_of(of, rendition, part, VU_READ_SERVED);
   }
+  /// Opens a part for writing; one that exists is cut first.
   file create_part(const key& of, const std::string& rendition, const std::string& part) {
     return part_of(of, rendition, part, VU_WRITE_OVER);
   }
@@ -469,6 +482,7 @@ class store {
                                         with_info ? VU_WITH_INFO : 0, detail::visit_entry<Visit>,
                                         &back));
   }
+  /// The documents of an owner, as a list.
   std::vector<entry> documents(area of, const std::string& owner, bool with_info = false) const {
     std::vector<entry> all;
     each_document(
@@ -509,6 +523,7 @@ class store {
       return vu_key_get(m_store, &document, line.c_str(), buffer, room, size);
     });
   }
+  /// Gives a line a value; makes what is missing.
   void set_key(const key& of, const std::string& line, const std::string& value) {
     const vu_document document = document_of(of);
     check(vu_key_set(m_store, &document, line.c_str(), value.c_str()));
@@ -535,18 +550,21 @@ class store {
                             buffer, room, size);
     });
   }
+  /// Gives a line of a profile a value.
   void set_profile(const std::optional<std::string>& owner, const std::string& line,
                    const std::string& value,
                    const std::optional<std::string>& file = std::nullopt) {
     check(vu_profile_set(m_store, detail::c_text(owner), detail::c_text(file), line.c_str(),
                          value.c_str()));
   }
+  /// @return false when there is no such line.
   bool remove_profile(const std::optional<std::string>& owner, const std::string& line,
                       const std::optional<std::string>& file = std::nullopt) {
     return check_unless(
         vu_profile_delete(m_store, detail::c_text(owner), detail::c_text(file), line.c_str()),
         VU_NOTHING_MATCHED);
   }
+  /// The lines of a profile in their order; none when there is no such file.
   std::vector<std::pair<std::string, std::string>> profile(
       const std::optional<std::string>& owner,
       const std::optional<std::string>& file = std::nullopt) const {
