@@ -27,6 +27,7 @@ std::string_view without_line_end(std::string_view text) {
 struct ThreadState {
   Problem problem;
   Call* call = nullptr;
+  trace::Listener** listener = nullptr;  ///< where the thread's stands
 };
 static_assert(std::is_trivially_destructible_v<ThreadState>);
 
@@ -74,14 +75,16 @@ void Problem::tell(vu_error& error) const noexcept {
 Call::Call(const char* operation) noexcept
     : m_state(t_state),
       m_outer(std::exchange(m_state.call, this)),
-      m_before(trace::listen(this)),
+      m_before(nullptr),
       m_operation(operation) {
+  if (m_state.listener == nullptr) m_state.listener = &trace::listener_place();
+  m_before = std::exchange(*m_state.listener, this);
   m_state.problem.clear(operation);
 }
 
 Call::~Call() {
   m_limit.reset();
-  trace::listen(m_before);
+  *m_state.listener = m_before;
   m_state.call = m_outer;
 }
 

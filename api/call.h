@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "file/lock_limit.h"
@@ -114,12 +115,16 @@ class Pause {
   std::optional<Problem> m_heard;
 };
 
-/// Runs the body of a call, which gives back a status or throws.
+/// Runs the body of a call, which gives back a status or throws, and may take the call.
 template <class Body>
 vu_status run(const char* operation, Body&& body) noexcept {
   Call call(operation);
   try {
-    return call.end(std::forward<Body>(body)());
+    if constexpr (std::is_invocable_v<Body, Call&>) {
+      return call.end(std::forward<Body>(body)(call));
+    } else {
+      return call.end(std::forward<Body>(body)());
+    }
   } catch (...) {
     return call.end_by_exception();
   }

@@ -48,17 +48,18 @@ struct Listing {
   std::uint32_t flags;
   vu_entry_visitor visit;
   void* context;
+  std::string name = {};
+  std::string told_file = {};
 
   bool tell(const std::string& folder, std::string_view logical, long version,
-            const std::string& file) const {
+            const std::string& file) {
     if (logical.starts_with(kStagedPrefix)) return true;
-    const std::string name = told_name(logical);
-    const std::string told_file = told_name(file);
     vu_info info = VU_INFO_INIT;
     if ((flags & VU_WITH_INFO) != 0) info = info_of(folder + "\\" + file, version);
     info.version = version;
-    const vu_entry entry = {sizeof(vu_entry),  area, 0, owner.c_str(), name.c_str(),
-                            told_file.c_str(), info};
+    const vu_entry entry = {
+        sizeof(vu_entry),           area, 0, owner.c_str(), told_name(logical, name),
+        told_name(file, told_file), info};
     go_on([&] { return visit(context, &entry); });
     return true;
   }
@@ -70,7 +71,7 @@ vu_status each_document(const Store& store, std::int32_t area, const char* owner
   require((flags & ~std::uint32_t{VU_WITH_INFO}) == 0, "unknown flags");
   const STG::RepositoryType type = type_of(area);
   const std::string own = owner_of(store, owner);
-  const Listing listing = {area, told_owner(store, own), flags, visit, context};
+  Listing listing = {area, told_owner(store, own), flags, visit, context};
   for (const std::string& folder : folders_of(store, type, own)) {
     IndexGate::visit(folder, [&](std::string_view name, long version, const std::string& file) {
       return listing.tell(folder, name, version, file);
@@ -86,7 +87,7 @@ vu_status each_version(const Store& store, const vu_document* document, std::uin
   const Address address = address_of(store, document, Version::kNoneIs0);
   std::string folder;
   if (!find_folder(address, false, folder)) return VU_DONE;
-  const Listing listing = {document->area, told_owner(store, address.owner), flags, visit, context};
+  Listing listing = {document->area, told_owner(store, address.owner), flags, visit, context};
   IndexGate::visit(folder, [&](std::string_view name, long version, const std::string& file) {
     return name != address.name || listing.tell(folder, name, version, file);
   });

@@ -215,6 +215,15 @@ std::string told_name(std::string_view name) {
   return vu_utf8string(text).is_valid() ? text : os::utf8_of(text);
 }
 
+const char* told_name(std::string_view name, std::string& text) {
+  if ((characters_of(name) & kForeign) == 0) {
+    text.assign(name);
+  } else {
+    text = told_name(name);
+  }
+  return text.c_str();
+}
+
 std::string told_path(const std::string& path) { return os::native_form(path); }
 
 }  // namespace api

@@ -70,6 +70,8 @@ enum class Version : std::uint8_t {
 Address address_of(const Store& store, const vu_document* document, Version version);
 /// What the library tells, for the caller: UTF-8.
 std::string told_name(std::string_view name);
+/// The same, put into @p text, whose memory is used again.
+const char* told_name(std::string_view name, std::string& text);
 std::string told_path(const std::string& path);
 
 // ---- folders -----------------------------------------------------------------------------------

@@ -156,12 +156,15 @@ class Staged {
 
 bool is_opened_anew(const Address& address, vu_file& file) {
   if (!Call::current().heard_failure()) return true;
-  Place place;
   const std::string path = file.getFilePath();
-  const bool is_named = find(address, place) && place.path() == path;
-  if (is_named && size_of(file) == 0) return true;
+  const bool is_cut = size_of(file) == 0;
+  Place place;
+  const bool is_named = vu_storage().IsFileExist(address.owner, address.name, address.type,
+                                                 address.version, &place.folder, &place.file) &&
+                        place.path() == path;
+  if (is_named && is_cut) return true;
   file.close();
-  if (!is_named) vu_file::remove(path);
+  if (!is_named && is_cut) vu_file::remove(path);
   return false;
 }
 
@@ -193,9 +196,12 @@ vu_status store(const Address& address, const Source& source, std::uint32_t flag
   if (existed && (flags & VU_REPLACE) == 0)
     throw Refusal{VU_ALREADY, "the version exists", told_path(place.path())};
   std::string folder;
-  if (!find_folder(address, true, folder)) throw Refusal{VU_FAILED, {}, {}};
-  // A file that bears the name itself answers for it, whatever the index says.
-  const bool in_place = (flags & VU_IN_PLACE) != 0 || is_there(folder + "\\" + address.name);
+  bool in_place = (flags & VU_IN_PLACE) != 0;
+  if (!in_place) {
+    if (!find_folder(address, true, folder)) throw Refusal{VU_FAILED, {}, {}};
+    // A file that bears the name itself answers for it, whatever the index says.
+    in_place = is_there(folder + "\\" + address.name);
+  }
   if (in_place) {
     store_in_place(address, source);
   } else {

@@ -206,10 +206,10 @@ vu_status vu_stream_size(vu_stream* stream, int64_t* size) {
 }
 
 vu_status vu_stream_close(vu_stream* stream) {
-  return run("vu_stream_close", [&]() -> vu_status {
+  return run("vu_stream_close", [&](const api::Call& call) -> vu_status {
     std::unique_ptr<api::Object> object;
     api::check_found(api::handles::take_out(stream, api::Kind::kStream, object));
     static_cast<api::Stream&>(*object).file.close();
-    return api::Call::current().heard_failure() ? VU_FAILED : VU_DONE;
+    return call.heard_failure() ? VU_FAILED : VU_DONE;
   });
 }

@@ -57,5 +57,7 @@ Presence FolderFiles::probe(std::string_view name) {
 Presence presence_of(const std::string& path) {
   const os::Status status = find_entry(path);
   if (status.ok()) return Presence::kThere;
-  return status.failure() == os::Failure::kOther ? Presence::kUnknown : Presence::kMissing;
+  const bool is_missing =
+      status.failure() == os::Failure::kNotFound || status.failure() == os::Failure::kNoName;
+  return is_missing ? Presence::kMissing : Presence::kUnknown;
 }

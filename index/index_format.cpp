@@ -46,8 +46,12 @@ struct Marks {
     const char* const three = first + marks[2].at;
     unsigned char seen = 0;
     for (std::size_t i = 0; i < kStep; ++i) {
-      seen |= static_cast<unsigned char>((one[i] == marks[0].byte) & (two[i] == marks[1].byte) &
-                                         (three[i] == marks[2].byte));
+      // All three are looked at, so that several places are compared at once.
+      const auto is = [](char found, char wanted) {
+        return static_cast<unsigned>(found == wanted);
+      };
+      seen |= static_cast<unsigned char>(is(one[i], marks[0].byte) & is(two[i], marks[1].byte) &
+                                         is(three[i], marks[2].byte));
     }
     return seen != 0;
   }

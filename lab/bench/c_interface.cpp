@@ -8,6 +8,10 @@
 //   over     vu_open, write, close vu_storage::OpenWrite2, Write, Close
 //   read     vu_stream_read        vu_file::read into a buffer, of 4 KB
 //   write    vu_stream_write       vu_file::write from a buffer, of 4 KB
+//   text     vu_stream_write       vu_storage::Write of a string of 4 KB
+//   whole    vu_read_whole         vu_storage::IsFileExist, vu_file::open, read, close, of 4 KB
+//   list     vu_each_document      STGIndex::lpValues, of 100 entries
+//   put      vu_put, in place      IsFileExist, then as "over"
 //   latest   vu_latest             vu_storage::getLattestTimestamp, IsFileExist
 
 #include <cstdio>
@@ -17,6 +21,7 @@
 #include <string>
 #include <utility>
 
+#include "stg_index.h"
 #include "vu/storage.h"
 #include "vu_storage.h"
 
@@ -43,6 +48,14 @@ class Calls {
       check(vu_put(m_store, &m_document, m_bytes.data(), m_bytes.size(), VU_REPLACE | VU_IN_PLACE,
                    nullptr));
     }
+    // For lists, which go through folders.
+    m_document.area = VU_AREA_USER;
+    for (int i = 0; i < kTimes; ++i) {
+      const std::string name = "document" + std::to_string(i) + ".kdc";
+      m_document.name = name.c_str();
+      check(vu_put(m_store, &m_document, "x", 1, VU_REPLACE | VU_IN_PLACE, nullptr));
+    }
+    m_document.area = VU_AREA_DOCS;
     m_document.name = "document7.kdc";
   }
 
@@ -71,6 +84,21 @@ class Calls {
         {{"read", "class"}, [this] { read_class(m_file); }},
         {{"write", "c"}, [this] { write(); }},
         {{"write", "class"}, [this] { write_class(m_file); }},
+        {{"text", "c"}, [this] { write(); }},
+        {{"text", "class"}, [this] { m_facade.Write(m_file, m_bytes); }},
+        {{"whole", "c"}, [this] { whole(); }},
+        {{"whole", "class"}, [this] { whole_class(); }},
+        {{"list", "c"}, [this] { list(); }},
+        {{"list", "class"}, [this] { list_class(); }},
+        {{"put", "c"}, [this] { put_in_place(); }},
+        {{"put", "class"},
+         [this] {
+           exists_class();
+           vu_file file;
+           open_to_write(file);
+           write_class(file);
+           m_facade.Close(file);
+         }},
         {{"latest", "c"}, [this] { check(vu_latest(m_store, &m_document, &m_version)); }},
         {{"latest", "class"}, [this] {
            const std::string name = m_document.name;
@@ -81,7 +109,7 @@ class Calls {
     if (found == all.end()) return nullptr;
     // What is open before the calls are counted.
     if (call == "read") way == "c" ? open(VU_READ_SERVED) : open_to_read(m_file);
-    if (call == "write") way == "c" ? open(VU_WRITE_OVER) : open_to_write(m_file);
+    if (call == "write" || call == "text") way == "c" ? open(VU_WRITE_OVER) : open_to_write(m_file);
     return found->second;
   }
 
@@ -104,6 +132,37 @@ class Calls {
   void open_to_read(vu_file& file) { m_facade.OpenRead(file, "anna", m_document.name, kArea, 0); }
   void open_to_write(vu_file& file) {
     m_facade.OpenWrite2(file, "anna", m_document.name, kArea, true, 0);
+  }
+  void exists_class() { m_facade.IsFileExist("anna", m_document.name, kArea, 0, nullptr, nullptr); }
+  void put_in_place() {
+    check(vu_put(m_store, &m_document, m_bytes.data(), m_bytes.size(), VU_REPLACE | VU_IN_PLACE,
+                 nullptr));
+  }
+  void whole() {
+    void* bytes = nullptr;
+    std::size_t size = 0;
+    check(vu_read_whole(m_store, &m_document, &bytes, &size));
+    vu_free(bytes);
+  }
+  /// As a program reads exactly a version: OpenRead() has rules of its own.
+  void whole_class() {
+    std::string folder;
+    std::string name;
+    m_facade.IsFileExist("anna", m_document.name, kArea, 0, &folder, &name);
+    vu_file file;
+    file.open(folder, name, vu_file_base::o_read);
+    std::string text;
+    file.read(text, 0);
+    file.close();
+  }
+  void list() {
+    check(vu_each_document(
+        m_store, VU_AREA_USER, "anna", 0, [](void*, const vu_entry*) -> std::int32_t { return 0; },
+        nullptr));
+  }
+  static void list_class() {
+    STGIndex::NameMap map;
+    STGIndex::lpValues(vu_storage::getUserPath() + "\\anna", map);
   }
   void write() { check(vu_stream_write(m_stream, m_bytes.data(), m_bytes.size())); }
   void write_class(vu_file& file) { file.write(m_bytes.data(), static_cast<int>(m_bytes.size())); }

@@ -16,8 +16,8 @@ constinit thread_local Listener* t_listener = nullptr;
 
 }  // namespace
 
-Listener* listen(Listener* listener) noexcept { return std::exchange(t_listener, listener); }
 Listener* listener() noexcept { return t_listener; }
+Listener*& listener_place() noexcept { return t_listener; }
 
 void deliver(const vu_host::trace_site& site, vu_host::trace_event event, const std::string& text) {
   if (event != vu_host::trace_event::success && t_listener != nullptr) {

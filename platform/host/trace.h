@@ -45,9 +45,10 @@ class Listener {
   ~Listener() = default;
 };
 
-/// The calling thread's listener, or null; gives back the one before.
-Listener* listen(Listener* listener) noexcept;
+/// The calling thread's listener, or null.
 Listener* listener() noexcept;
+/// Where that stands, for whoever comes often: the place stays as long as the thread.
+Listener*& listener_place() noexcept;
 
 inline bool wanted(vu_host::trace_level level) {
   const vu_host::trace_sink* const s = sink();

@@ -117,8 +117,9 @@ TEST(FolderFilesOfAnIndex, SaysOfWhichLinesTheSystemDoesNotTell) {
       "torn\nd_0000000001/00000004";
   // Two questions for the second line, one for the third; the listing answers for the first.
   for (const std::uint64_t nth : {1U, 2U, 3U}) {
-    const auto fault =
-        os::faults::fail(os::faults::Call::probe_search, {5, os::Failure::kOther}, nth);
+    // Whatever is neither "found" nor "not found" is no answer.
+    const os::Failure failure = nth == 2 ? os::Failure::kLocked : os::Failure::kOther;
+    const auto fault = os::faults::fail(os::faults::Call::probe_search, {5, failure}, nth);
     FolderFiles files(path);
     const IndexReading reading(text, files);
     EXPECT_EQ(fault.hits(), 1U);
