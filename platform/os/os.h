@@ -344,6 +344,10 @@ ucs2string error_text_wide(std::int32_t code);
 std::int64_t now();
 /// Whether the system is of the NT family.
 bool nt_family();
+/// Whether a lock on a file below @p folder belongs to the handle that took it, and to no other one
+/// of its host. The SMB client of Linux lets handles share one: false on its mounts. True where
+/// nobody can tell.
+bool locks_belong_to_handles(Path folder);
 
 }  // namespace sys
 

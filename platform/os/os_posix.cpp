@@ -22,6 +22,7 @@
 #include "platform/os/posix_calls.h"
 #include "platform/os/posix_handles.h"
 #include "platform/os/posix_path.h"
+#include "platform/os/posix_smb.h"
 
 // The functions of the seam bear the names of system calls; "::" in front marks the system's own.
 namespace os::sys {
@@ -522,7 +523,11 @@ Status make_writable(Path path) {
   const ::mode_t mode = info ? info->st_mode & kPermissions : 0;
   // The system would refuse it to another account, which may be able to write all the same.
   if ((mode & kOwnerReadWrite) == kOwnerReadWrite) return {};
-  return result_of(::chmod(name.c_str(), mode | kOwnerReadWrite));
+  if (::chmod(name.c_str(), mode | kOwnerReadWrite) != 0) return fail(errno);
+  // A network file system may say yes and keep the rights as they are.
+  const std::optional<FileInfo> changed = info_of(name);
+  if (!changed) return fail(errno);
+  return (changed->st_mode & kOwnerReadWrite) == kOwnerReadWrite ? Status() : fail(EACCES);
 }
 
 Status create_directory(Path path) { return result_of(::mkdir(native(path).c_str(), 0777)); }
@@ -555,6 +560,9 @@ Status rename(Path from, Path to) {
   if (target && is_same_file(*source, *target)) return {};
   const char* const old_path = old_name.c_str();
   const char* const new_path = new_name.c_str();
+  // On SMB the client asks whether the new name is free, and renames then: two hosts succeed both.
+  if (posix::is_on_smb(posix::split_last(old_name).folder, *source))
+    return rename_in_two_steps(old_name, new_name, *source);
   if (::renameat2(AT_FDCWD, old_path, AT_FDCWD, new_path, RENAME_NOREPLACE) == 0) return {};
   if (errno != EINVAL && errno != ENOSYS) return fail(errno);
   return rename_in_two_steps(old_name, new_name, *source);
@@ -658,5 +666,7 @@ std::int64_t now() {
 
 /// Everything that asks expects that generation's abilities, and gets them.
 bool nt_family() { return true; }
+
+bool locks_belong_to_handles(Path folder) { return !posix::is_on_smb(native(folder)); }
 
 }  // namespace os::sys

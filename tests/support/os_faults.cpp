@@ -27,7 +27,7 @@ constexpr std::array<const char*, kFunctions + 2> kNames = {
     "short_path",
     "current_directory", "full_path", "program_folder", "temporary_folder", "environment",
     "to_narrow", "narrow_of", "utf8_of", "native_form", "is_lead_byte", "last_error", "error_text",
-    "error_text_wide", "now", "nt_family",
+    "error_text_wide", "now", "nt_family", "locks_belong_to_handles",
     "any", "system"};
 // clang-format on
 
@@ -583,6 +583,12 @@ bool nt_family() {
   return call_under_plan(
       Call::nt_family, [](const Rule& rule) { return rule.nt_family.value_or(false); },
       [] { return sys::nt_family(); });
+}
+
+bool locks_belong_to_handles(Path folder) {
+  return call_under_plan(
+      Call::locks_belong_to_handles, [](const Rule&) { return false; },
+      [&] { return sys::locks_belong_to_handles(folder); });
 }
 
 }  // namespace os

@@ -63,6 +63,7 @@ std::string error_text(std::int32_t code);
 ucs2string error_text_wide(std::int32_t code);
 std::int64_t now();
 bool nt_family();
+bool locks_belong_to_handles(Path folder);
 
 /// Faults planned by a test.
 ///
@@ -117,6 +118,7 @@ enum class Call : std::uint8_t {
   error_text_wide,
   now,
   nt_family,
+  locks_belong_to_handles,
   any,     ///< in a rule: whichever function is called
   system,  ///< in a rule: whichever asks the system for something, see asks_the_system()
 };

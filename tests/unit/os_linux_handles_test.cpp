@@ -241,6 +241,20 @@ TEST(OsLinuxModes, MakingWritableAddsTheOwnersBitsAndNoOthers) {
   EXPECT_EQ(mode_of(path), ::mode_t{0654});
 }
 
+/// As a network file system may answer that keeps the rights of its mount.
+TEST(OsLinuxModes, MakingWritableFailsWhereTheSystemSaysYesAndChangesNothing) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("file");
+  write_file(path, "text");
+  ASSERT_EQ(::chmod(path_text(path).c_str(), 0444), 0);
+  EXPECT_SILENT_CHILD(in_child_without({{SYS_chmod, 0}, {SYS_fchmodat, 0}}, [&] {
+    const os::Status status = os::make_writable(path);
+    if (status.ok()) return std::string("it says that the file can be written");
+    return status.code() == EACCES ? std::string() : "code " + std::to_string(status.code());
+  }));
+  EXPECT_EQ(mode_of(path), ::mode_t{0444});
+}
+
 // ---- locks where there are none ----------------------------------------------------------------
 
 TEST(OsLinuxLocks, AFileSystemWithoutLocksLetsUnlockedHandlesReadAndWrite) {

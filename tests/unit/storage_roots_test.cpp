@@ -207,6 +207,24 @@ TEST_F(StorageRoots, EnterTheLogHistoryAlsoWhenNobodyTraces) {
   EXPECT_EQ(sink.count(traced::kind_t::event), 0U);
 }
 
+/// The first use of a tree whose programs are kept apart by nothing says so, once.
+TEST_F(StorageRoots, WarnWhereLocksDoNotBelongToHandles) {
+  const auto fault = faults::fail(faults::Call::locks_belong_to_handles, {}, 1,
+                                  faults::Times::kLasting);
+  EXPECT_TRUE(vu_storage::initRootStorage(dir.path(), true, false));
+  EXPECT_FALSE(vu_storage::initRootStorage(dir.path(), true, false));
+  EXPECT_EQ(Peer::init_done(), kInitialised);
+  EXPECT_EQ(facade(trace_event::warning),
+            Texts{"ztVuStorage:the locks of this SMB mount do not keep two programs apart, see "
+                  "docs/network-shares.md:" +
+                  dir.path("storage")});
+}
+
+TEST_F(StorageRoots, DoNotWarnOnAnOrdinaryDisk) {
+  EXPECT_TRUE(vu_storage::initRootStorage(dir.path(), true, false));
+  EXPECT_EQ(facade(trace_event::warning), Texts{});
+}
+
 // ---- the initialisation of an operation --------------------------------------------------------
 
 TEST_F(StorageRoots, LieInTheServerTemporaryFolderWhenNobodyHasInitialised) {

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <linux/magic.h>
+#include <sys/statfs.h>
+#include <sys/sysmacros.h>
+
+#include <string>
+
+#include "platform/os/posix_calls.h"
+
+/// @file
+/// The mounts of Linux's own SMB client, which keeps two promises of the seam less than others do:
+/// docs/network-shares.md.
+namespace os::posix {
+
+inline bool is_on_smb(const std::string& path) {
+  struct ::statfs found {};
+  if (::statfs(path.c_str(), &found) != 0) return false;
+  // The kernel keeps the number in 32 bits, and statfs() may extend its sign.
+  switch (static_cast<std::uint32_t>(found.f_type)) {
+    case SMB_SUPER_MAGIC:
+    case CIFS_SUPER_MAGIC:
+    case SMB2_SUPER_MAGIC:
+      return true;
+    default:
+      return false;
+  }
+}
+
+/// The same for a path whose entry is known: a file system on a device of its own is not asked for.
+inline bool is_on_smb(const std::string& path, const FileInfo& info) {
+  return major(info.st_dev) == 0 && is_on_smb(path);
+}
+
+}  // namespace os::posix
