@@ -128,14 +128,61 @@ class Probe {
     return {};
   }
 
+  /// Of two handles of one host that share a lock one goes; @p asking must still be kept out. Some
+  /// clients give handles that were opened alike one lock of the server.
+  Wrong one_of_two_readers_goes(SharedView& holding, SharedView& asking, const std::string& name) {
+    if (const os::Status made = holding.store(name, "text"); !made.ok())
+      return failed("a file cannot be made", made);
+    os::Status status;
+    const auto stays = holding.open(name, status);
+    auto goes = holding.open(name, status);
+    const auto other = asking.open(name, status);
+    if (!stays || !goes || !other) return failed("a file cannot be opened", status);
+    if (!stays->lock(false).ok() || !goes->lock(false).ok()) return "no shared lock is given";
+    goes.reset();
+    if (other->lock(true).ok())
+      return "a shared lock ends with another handle of its host that had one as well";
+    std::string bytes;
+    if (const os::Status read = stays->read(bytes); !read.ok())
+      return failed("a file cannot be read under its lock", read);
+    return {};
+  }
+
+  /// A handle is refused beside an exclusive lock of its host, and goes; @p asking must still be
+  /// kept out.
+  Wrong a_refused_one_goes(SharedView& holding, SharedView& asking, const std::string& name) {
+    if (const os::Status made = holding.store(name, "text"); !made.ok())
+      return failed("a file cannot be made", made);
+    os::Status status;
+    const auto stays = holding.open(name, status);
+    auto goes = holding.open(name, status);
+    const auto other = asking.open(name, status);
+    if (!stays || !goes || !other) return failed("a file cannot be opened", status);
+    if (!stays->lock(true).ok()) return "no exclusive lock is given";
+    if (goes->lock(true).ok()) return "two handles of one host have an exclusive lock";
+    goes.reset();
+    if (other->lock(true).ok())
+      return "an exclusive lock ends with another handle of its host, which was refused";
+    return {};
+  }
+
+  /// With files that the first handle makes, and with files that were there before.
+  Wrong all_locks(SharedView& holding, SharedView& asking, const std::string& name) {
+    if (Wrong wrong = locks(holding, asking, name.c_str())) return wrong;
+    if (Wrong wrong = one_of_two_readers_goes(holding, asking, name + "-readers")) return wrong;
+    return a_refused_one_goes(holding, asking, name + "-refused");
+  }
+
   Wrong locks_per_handle() {
-    if (Wrong wrong = locks(m_host, m_host, "lock-here")) return wrong;
+    if (!m_host.locks_belong_to_handles())
+      return "the SMB client of Linux lets handles that were opened alike share one lock";
+    if (Wrong wrong = all_locks(m_host, m_host, "lock-here")) return wrong;
     return shared_locks(m_host, m_host);
   }
 
   Wrong locks_between_hosts() {
-    if (Wrong wrong = locks(m_host, *m_peer, "lock-a")) return wrong;
-    if (Wrong wrong = locks(*m_peer, m_host, "lock-b")) return wrong;
+    if (Wrong wrong = all_locks(m_host, *m_peer, "lock-a")) return wrong;
+    if (Wrong wrong = all_locks(*m_peer, m_host, "lock-b")) return wrong;
     return shared_locks(m_host, *m_peer);
   }
 

@@ -122,6 +122,8 @@ os::Status SharedView::set_time(const std::string& name, std::int64_t seconds) {
   return failed ? os::Status(failed.value(), os::Failure::kOther) : os::Status();
 }
 
+bool SharedView::locks_belong_to_handles() { return os::locks_belong_to_handles(m_folder); }
+
 std::unique_ptr<SharedHandle> SharedView::open(const std::string& name, os::Status& status) {
   auto file = std::make_unique<File>(path(name), os::Access::kReadWriteCreate);
   status = file->opened();

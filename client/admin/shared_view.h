@@ -46,6 +46,8 @@ class SharedView {
   virtual os::Status set_time(const std::string& name, std::int64_t seconds);
   /// Opens a file for writing, and makes it when it is missing. Nothing on a failure.
   virtual std::unique_ptr<SharedHandle> open(const std::string& name, os::Status& status);
+  /// What is known of the kind of file system, whatever a trial shows.
+  virtual bool locks_belong_to_handles();
 
  protected:
   std::string path(const std::string& name) const;

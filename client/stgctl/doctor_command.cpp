@@ -23,6 +23,7 @@ struct Diagnosis {
   sys::FileSystem system;
   admin::LockTrial trial;
   std::string trial_file_system;
+  bool locks_belong_to_handles = true;
   std::vector<std::string> warnings;
 };
 
@@ -37,9 +38,14 @@ Diagnosis diagnose(Context& context, const Options& options) {
                   "the trial leaves no trace in the tree; name a folder outside of it");
   found.trial = admin::try_locks(folder);
   found.trial_file_system = sys::file_system_of(folder).type;
+  found.locks_belong_to_handles = os::locks_belong_to_handles(tree.storage);
   const auto warn = [&](const char* text) { found.warnings.emplace_back(text); };
   if (found.trial.proof == admin::LockProof::kDoNotExclude)
     warn("locks do not exclude each other: processes will overwrite each other's changes");
+  if (!found.locks_belong_to_handles)
+    warn(
+        "a mount of Linux's SMB client: handles share locks there, and programs are not kept "
+        "apart; docs/network-shares.md tells what works");
   if (found.trial.proof == admin::LockProof::kFailed) warn("locks could not be tried");
   if (found.trial_file_system != found.system.type)
     warn(
@@ -72,6 +78,7 @@ Exit run_doctor(Context& context, const Options& options) {
     fields["path_limit"] = sys::kPathLimit;
     fields["locks"] = admin::name_of(found.trial.proof);
     put_name(fields, "locks_tried_in", found.trial.folder);
+    fields["locks_belong_to_handles"] = found.locks_belong_to_handles;
     fields["locks_tried_on"] = found.trial_file_system;
     fields["locks_detail"] = shown(found.trial.detail);
     fields["warnings"] = found.warnings;
@@ -93,7 +100,8 @@ Exit run_doctor(Context& context, const Options& options) {
                    shown(found.trial.detail), shown(found.trial.folder), found.trial_file_system));
     for (const std::string& warning : found.warnings) context.out().warning(warning);
   }
-  const bool good = found.trial.proof == admin::LockProof::kExclude && !found.system.is_read_only;
+  const bool good = found.trial.proof == admin::LockProof::kExclude &&
+                    found.locks_belong_to_handles && !found.system.is_read_only;
   return good ? Exit::kDone : Exit::kProblemsFound;
 }
 

@@ -8,7 +8,9 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "client/tests/admin/tree_fixture.h"
@@ -62,6 +64,86 @@ class LocksOfItsOwn final : public SharedView {
     os::Status read(std::string& bytes) override { return m_file->read(bytes); }
     std::unique_ptr<SharedHandle> m_file;
   };
+};
+
+/// As Linux's SMB client: handles that were opened alike share one handle of the server, and with
+/// it one lock, which goes with the first of them. A file that its first handle makes is opened in
+/// another way.
+class SharesServerHandles final : public SharedView {
+ public:
+  /// Which handle takes the lock of the others along when it closes.
+  enum class LostWith : std::uint8_t { kOneThatHadALock, kOneThatWasRefused };
+  SharesServerHandles(std::string folder, LostWith lost)
+      : SharedView(std::move(folder)), m_lost(lost) {}
+
+  std::unique_ptr<SharedHandle> open(const std::string& name, os::Status& status) override {
+    const bool is_new = !has(name);
+    std::shared_ptr<Server> server = is_new ? nullptr : m_servers[name].lock();
+    if (!server) {
+      server = std::make_shared<Server>();
+      server->file = SharedView::open(name, status);
+      if (!server->file) return nullptr;
+      if (!is_new) m_servers[name] = server;
+    }
+    return std::make_unique<Alike>(std::move(server), m_lost);
+  }
+
+ private:
+  struct Server {
+    std::unique_ptr<SharedHandle> file;
+    std::set<const void*> readers;
+    const void* writer = nullptr;
+  };
+
+  class Alike final : public SharedHandle {
+   public:
+    Alike(std::shared_ptr<Server> server, LostWith lost)
+        : m_server(std::move(server)), m_lost(lost) {}
+    ~Alike() override {
+      const bool had_one = m_server->readers.count(this) != 0 || m_server->writer == this;
+      if (had_one == (m_lost == LostWith::kOneThatHadALock)) (void)m_server->file->unlock();
+      (void)unlock_here();
+    }
+    /// Handles of one host keep each other out.
+    os::Status lock(bool exclusive) override {
+      const bool others_read =
+          m_server->readers.size() > m_server->readers.count(this) && exclusive;
+      if (others_read || (m_server->writer != nullptr && m_server->writer != this))
+        return {11, os::Failure::kOther};
+      const os::Status status = m_server->file->lock(exclusive);
+      if (!status.ok()) return status;
+      unlock_here();
+      if (exclusive) {
+        m_server->writer = this;
+      } else {
+        m_server->readers.insert(this);
+      }
+      return status;
+    }
+    os::Status unlock() override {
+      unlock_here();
+      return m_server->file->unlock();
+    }
+    os::Status read(std::string& bytes) override { return m_server->file->read(bytes); }
+
+   private:
+    bool unlock_here() {
+      if (m_server->writer == this) m_server->writer = nullptr;
+      return m_server->readers.erase(this) != 0;
+    }
+    const std::shared_ptr<Server> m_server;
+    const LostWith m_lost;
+  };
+
+  const LostWith m_lost;
+  std::map<std::string, std::weak_ptr<Server>> m_servers;
+};
+
+/// Known to be a mount whose handles share locks, though nothing shows on one host.
+class KnownToShareLocks final : public SharedView {
+ public:
+  using SharedView::SharedView;
+  bool locks_belong_to_handles() override { return false; }
 };
 
 /// Makes and renames over what is there.
@@ -223,6 +305,29 @@ TEST(AdminSharedProbe, FindsLocksThatReachNoOtherHost) {
   EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"locks-between-hosts"});
 }
 
+TEST(AdminSharedProbe, FindsALockThatGoesWithAnotherHandleOfItsHost) {
+  using LostWith = SharesServerHandles::LostWith;
+  for (const auto& [lost, detail] : std::vector<std::pair<LostWith, std::string>>{
+           {LostWith::kOneThatHadALock,
+            "a shared lock ends with another handle of its host that had one as well"},
+           {LostWith::kOneThatWasRefused,
+            "an exclusive lock ends with another handle of its host, which was refused"}}) {
+    const scratch_folder scratch;
+    SharesServerHandles host(system_form(scratch.path()), lost);
+    SharedView peer(system_form(scratch.path()));
+    const std::vector<SharedCheck> checks = admin::check_shared(host, &peer, "cifs");
+    EXPECT_EQ(codes(checks, Holds::kNo), Lines{"locks-between-hosts"});
+    EXPECT_EQ(checks.at(2).detail, detail);
+  }
+}
+
+TEST(AdminSharedProbe, SaysNoWhereTheKindOfMountIsKnownToShareLocks) {
+  const scratch_folder scratch;
+  KnownToShareLocks host(system_form(scratch.path()));
+  EXPECT_EQ(codes(admin::check_shared(host, nullptr, "cifs"), Holds::kNo),
+            Lines{"locks-per-handle"});
+}
+
 TEST(AdminSharedProbe, FindsLocksThatDoNotExcludeAtAll) {
   const scratch_folder scratch;
   LocksOfItsOwn host(system_form(scratch.path()));
@@ -278,6 +383,6 @@ TEST(AdminSharedProbe, NamesTheSettingsOfTheFileSystemThatIsThere) {
   EXPECT_NE(admin::mend_of("read-after-close", "fuse.glusterfs").find("performance.quick-read"),
             std::string::npos);
   EXPECT_NE(admin::mend_of("read-after-close", "nfs4").find("noac"), std::string::npos);
-  EXPECT_NE(admin::mend_of("locks-between-hosts", "cifs").find("nobrl"), std::string::npos);
+  EXPECT_NE(admin::mend_of("locks-between-hosts", "cifs").find("no option"), std::string::npos);
   EXPECT_EQ(admin::mend_of("nothing", "ext4"), "");
 }
