@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "tests/c_interface/program_store.h"
+#include "tests/support/real_kernel.h"
 #include "vu_file.h"
 
 // Streams: positions, parts, what is served, and how long they wait.
@@ -17,6 +18,12 @@ vu_stream* opened(const vu_document& what, std::int32_t mode) {
   vu_stream* stream = nullptr;
   EXPECT_EQ(vu_open(store(), &what, mode, &stream), VU_DONE) << last_error().text;
   return stream;
+}
+
+/// Where the name of a file stays as long as somebody reads it, as it may on Windows, the old
+/// version stays as well.
+bool is_replaced_or_kept(vu_status status) {
+  return status == VU_DONE || (kOnWindows && status == VU_FAILED);
 }
 
 std::string rest_of(vu_stream* stream, std::size_t room = 100) {
@@ -210,13 +217,15 @@ TEST(CStreams, AStreamKeepsItsFileWhenTheVersionIsReplaced) {
   const vu_document where = document("replaced", "a.kdf", 1);
   ASSERT_EQ(put(where, "old bytes"), VU_DONE);
   vu_stream* const stream = opened(where, VU_READ_EXACT);
-  ASSERT_EQ(put(where, "new", VU_REPLACE), VU_DONE) << last_error().text;
+  const vu_status stored = put(where, "new", VU_REPLACE);
+  EXPECT_TRUE(is_replaced_or_kept(stored)) << last_error().text;
   std::int64_t size = 0;
   EXPECT_EQ(vu_stream_size(stream, &size), VU_DONE) << last_error().text;
   EXPECT_EQ(size, 9);
   EXPECT_EQ(rest_of(stream), "old bytes");
   EXPECT_EQ(vu_stream_close(stream), VU_DONE);
-  EXPECT_EQ(content(where), "new");
+  EXPECT_EQ(content(where), stored == VU_DONE ? "new" : "old bytes");
+  EXPECT_EQ(documents_of("replaced"), std::vector<std::string>{"a.kdf@1"});
 }
 
 TEST(CStreams, WhoeverReadsMeetsTheOldVersionOrTheNewOne) {
@@ -225,7 +234,8 @@ TEST(CStreams, WhoeverReadsMeetsTheOldVersionOrTheNewOne) {
   ASSERT_EQ(put(where, bytes[0]), VU_DONE);
   std::atomic<bool> is_over = false;
   std::thread writer([&] {
-    for (int i = 1; i <= 150; ++i) EXPECT_EQ(put(where, bytes[i % 2], VU_REPLACE), VU_DONE);
+    for (int i = 1; i <= 150; ++i)
+      EXPECT_TRUE(is_replaced_or_kept(put(where, bytes[i % 2], VU_REPLACE)));
     is_over = true;
   });
   int read = 0;
