@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "client/stgctl/embedded.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {
@@ -92,9 +93,10 @@ std::string pattern_of_all(const std::vector<CommandUsage>& usage) {
   return pattern;
 }
 
-/// A script with its gaps filled: "%NAME%" by what belongs there.
-std::string filled(std::string script,
+/// A file of the folder completion/ with its gaps filled: "%NAME%" by what belongs there.
+std::string filled(const char* file,
                    std::initializer_list<std::pair<std::string_view, std::string>> gaps) {
+  std::string script(embedded_file(file));
   for (const auto& [gap, text] : gaps) {
     for (std::size_t at = script.find(gap); at != std::string::npos;
          at = script.find(gap, at + text.size()))
@@ -107,61 +109,6 @@ std::string filled(std::string script,
 // the command line says of the tree; the rest is up to the environment, as for any command.
 
 // ---- bash --------------------------------------------------------------------------------------
-
-constexpr const char* kBash =
-    R"(# bash completion for stgctl; load it with: source <(stgctl completion bash)
-_stgctl_tree() {
-  local i value
-  tree=()
-  for ((i = 1; i + 1 < COMP_CWORD; i++)); do
-    case ${COMP_WORDS[i]} in
-    --root|--storage|--layout|--area|--owner)
-      value=${COMP_WORDS[i+1]}
-      [[ $value != = ]] || value=${COMP_WORDS[i+2]}
-      tree+=("${COMP_WORDS[i]}" "${value/#\~\//$HOME/}") ;;
-    esac
-  done
-}
-# Readline replaces what follows the last character at which it breaks words.
-_stgctl_found() {
-  local tree word cut='' breaks=${COMP_WORDBREAKS//[^@:=]/}
-  word=${COMP_LINE:0:COMP_POINT}
-  word=${word##*[[:blank:]]}
-  [[ $word != --*=* ]] || word=${word#*=}
-  _stgctl_tree
-  mapfile -t COMPREPLY < <(stgctl complete "$1" "$word" "${tree[@]}" 2>/dev/null)
-  [[ -z $breaks ]] || cut=${word%"${word##*[$breaks]}"}
-  COMPREPLY=("${COMPREPLY[@]#"$cut"}")
-  compopt -o filenames 2>/dev/null
-}
-_stgctl() {
-  local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]} place='' words='' next i
-  COMPREPLY=()
-  if [[ $cur == = ]]; then
-    cur=''
-  elif [[ $prev == = ]]; then
-    prev=${COMP_WORDS[COMP_CWORD-2]}
-  fi
-  for ((i = 1; i < COMP_CWORD; i++)); do
-    next="${place:+$place }${COMP_WORDS[i]}"
-    case $next in
-    %PATHS%) place=$next ;;
-    esac
-  done
-  case "$place|$prev" in
-%VALUES%  esac
-  if [[ $cur != -* ]]; then
-    case $place in
-    %NAMES%) _stgctl_found names; return ;;
-    %OWNERS%) _stgctl_found owners; return ;;
-    esac
-  fi
-  case $place in
-%PLACES%  esac
-  COMPREPLY=($(compgen -W "$words" -- "$cur"))
-}
-complete -o default -F _stgctl stgctl
-)";
 
 std::string bash_reply(const OptionUsage& option) {
   switch (const Kind kind = kind_of(option)) {
@@ -190,54 +137,14 @@ std::string bash_script(const std::vector<CommandUsage>& usage) {
     places += formatted("    '{}') words='{}' ;;\n", command.name(),
                         spaced(words_at(command, usage.front())));
   }
-  return filled(kBash, {{"%PATHS%", pattern_of_all(usage)},
-                        {"%VALUES%", values},
-                        {"%NAMES%", pattern_of(usage, Kind::kNames)},
-                        {"%OWNERS%", pattern_of(usage, Kind::kOwners)},
-                        {"%PLACES%", places}});
+  return filled("stgctl.bash", {{"%PATHS%", pattern_of_all(usage)},
+                                {"%VALUES%", values},
+                                {"%NAMES%", pattern_of(usage, Kind::kNames)},
+                                {"%OWNERS%", pattern_of(usage, Kind::kOwners)},
+                                {"%PLACES%", places}});
 }
 
 // ---- zsh ---------------------------------------------------------------------------------------
-
-constexpr const char* kZsh = R"(#compdef stgctl
-# zsh completion for stgctl; write it to a folder of $fpath as _stgctl
-_stgctl_found() {
-  local -a tree found
-  local i
-  for ((i = 2; i < CURRENT; i++)); do
-    case ${words[i]} in
-    --root|--storage|--layout|--area|--owner)
-      if ((i + 1 < CURRENT)); then
-        tree+=("${words[i]}" "${${(Q)words[i+1]}/#\~\//$HOME/}")
-      fi ;;
-    --root=*|--storage=*|--layout=*|--area=*|--owner=*) tree+=("${(Q)words[i]}") ;;
-    esac
-  done
-  found=("${(@f)$(stgctl complete $1 "${(Q)PREFIX}" "${tree[@]}" 2>/dev/null)}")
-  [[ -n ${found[1]} ]] && compadd -a found
-}
-_stgctl() {
-  local place='' next i
-  for ((i = 2; i < CURRENT; i++)); do
-    next="${place:+$place }${words[i]}"
-    case $next in
-    %PATHS%) place=$next ;;
-    esac
-  done
-  case "$place|${words[CURRENT-1]}" in
-%VALUES%  esac
-  if [[ $PREFIX != -* ]]; then
-    case $place in
-    %NAMES%) _stgctl_found names; return ;;
-    %OWNERS%) _stgctl_found owners; return ;;
-    esac
-  fi
-  case $place in
-%PLACES%  esac
-  _files
-}
-_stgctl "$@"
-)";
 
 std::string zsh_reply(const OptionUsage& option) {
   switch (const Kind kind = kind_of(option)) {
@@ -266,42 +173,14 @@ std::string zsh_script(const std::vector<CommandUsage>& usage) {
     places += formatted("    '{}') compadd -- {} ;;\n", command.name(),
                         spaced(words_at(command, usage.front())));
   }
-  return filled(kZsh, {{"%PATHS%", pattern_of_all(usage)},
-                       {"%VALUES%", values},
-                       {"%NAMES%", pattern_of(usage, Kind::kNames)},
-                       {"%OWNERS%", pattern_of(usage, Kind::kOwners)},
-                       {"%PLACES%", places}});
+  return filled("stgctl.zsh", {{"%PATHS%", pattern_of_all(usage)},
+                               {"%VALUES%", values},
+                               {"%NAMES%", pattern_of(usage, Kind::kNames)},
+                               {"%OWNERS%", pattern_of(usage, Kind::kOwners)},
+                               {"%PLACES%", places}});
 }
 
 // ---- fish --------------------------------------------------------------------------------------
-
-constexpr const char* kFish =
-    R"(# fish completion for stgctl; load it with: stgctl completion fish | source
-function __stgctl_at
-  set -l place ''
-  for word in (commandline -opc)[2..-1]
-    set -l next (string trim -- "$place $word")
-    contains -- "$next"%PATHS%; and set place $next
-  end
-  test "$place" = "$argv[1]"
-end
-function __stgctl_found
-  set -l words (commandline -opc)
-  set -l tree
-  for i in (seq 2 (count $words))
-    switch $words[$i]
-      case --root --storage --layout --area --owner
-        if test $i -lt (count $words)
-          set -a tree $words[$i] (string replace -r '^~/' "$HOME/" -- $words[(math $i + 1)])
-        end
-      case '--root=*' '--storage=*' '--layout=*' '--area=*' '--owner=*'
-        set -a tree $words[$i]
-    end
-  end
-  set -l begin (string replace -r '^--[a-z-]+=' '' -- (commandline -ct))
-  stgctl complete $argv[1] "$begin" $tree 2>/dev/null
-end
-%LINES%)";
 
 std::string fish_quoted(const std::string& text) {
   std::string quoted = "'";
@@ -348,50 +227,10 @@ std::string fish_script(const std::vector<CommandUsage>& usage) {
   for (const CommandUsage& command : usage) {
     if (!command.path.empty()) known += " '" + command.name() + "'";
   }
-  return filled(kFish, {{"%PATHS%", known}, {"%LINES%", lines}});
+  return filled("stgctl.fish", {{"%PATHS%", known}, {"%LINES%", lines}});
 }
 
 // ---- PowerShell --------------------------------------------------------------------------------
-
-constexpr const char* kPowerShell =
-    R"(# PowerShell completion for stgctl; load it with: stgctl completion powershell |)"
-    R"( Out-String | Invoke-Expression
-Register-ArgumentCompleter -Native -CommandName stgctl -ScriptBlock {
-  param($wordToComplete, $commandAst, $cursorPosition)
-  $places = @{
-%PLACES%  }
-  $values = @{
-%VALUES%  }
-  $asked = @{
-%ASKED%  }
-  $place = ''
-  $previous = ''
-  $ofTree = '--root', '--storage', '--layout', '--area', '--owner'
-  $tree = @()
-  foreach ($element in ($commandAst.CommandElements | Select-Object -Skip 1)) {
-    $word = $element.ToString().Trim("'", '"')
-    $isLast = $element.Extent.EndOffset -ge $cursorPosition
-    if ($isLast -and $element.ToString() -eq $wordToComplete) { break }
-    $next = "$place $word".Trim()
-    if ($places.ContainsKey($next)) { $place = $next }
-    if ($previous -in $ofTree) { $tree += $previous, $word }
-    $previous = $word
-  }
-  $words = $places[$place] -split ' '
-  $what = if ($wordToComplete -notlike '-*') { $asked[$place] }
-  foreach ($key in "$place|$previous", "*|$previous") {
-    if ($values.ContainsKey($key)) { $words = $values[$key] -split ' '; $what = $null; break }
-    if ($asked.ContainsKey($key)) { $what = $asked[$key]; break }
-  }
-  $begin = $wordToComplete.Trim("'", '"')
-  if ($what) { $words = & stgctl complete $what $begin @tree 2>$null }
-  $words | Where-Object { $_ -like "$begin*" } | ForEach-Object {
-    $text = $_
-    if ($_ -match '[\s"`$(){};,|&<>#'']') { $text = "'" + ($_ -replace "'", "''") + "'" }
-    [System.Management.Automation.CompletionResult]::new($text, $_, 'ParameterValue', $_)
-  }
-}
-)";
 
 std::string powershell_script(const std::vector<CommandUsage>& usage) {
   std::string places;
@@ -410,7 +249,7 @@ std::string powershell_script(const std::vector<CommandUsage>& usage) {
         if (const std::string what = asked_for(kind_of(option)); !what.empty())
           asked += formatted("    '{}|{}' = '{}'\n", place, name, what);
       });
-  return filled(kPowerShell, {{"%PLACES%", places}, {"%VALUES%", values}, {"%ASKED%", asked}});
+  return filled("stgctl.ps1", {{"%PLACES%", places}, {"%VALUES%", values}, {"%ASKED%", asked}});
 }
 
 }  // namespace

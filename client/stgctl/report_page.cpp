@@ -4,7 +4,7 @@
 #include <array>
 
 #include "client/stgctl/json.h"
-#include "client/stgctl/report_files.h"
+#include "client/stgctl/embedded.h"
 #include "client/stgctl/report_parts.h"
 #include "client/stgctl/template_text.h"
 #include "client/stgctl/text.h"
@@ -195,7 +195,7 @@ std::string report_page(const ReportData& data) {
                {"warnings", data.check.count(Severity::kWarning)},
                {"infos", data.check.count(Severity::kInfo)},
                {"found", found_of(data)}};
-  return filled(report_file("page.html"), page, report_file);
+  return filled(embedded_file("page.html"), page, embedded_file);
 }
 
 }  // namespace stgctl

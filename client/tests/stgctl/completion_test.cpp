@@ -37,6 +37,32 @@ TEST_F(ClientCompletion, KnowsEveryCommandAndOptionInEveryShell) {
   }
 }
 
+TEST_F(ClientCompletion, SaysInItsFirstLinesHowItIsLoaded) {
+  const std::map<std::string, std::string> begins = {
+      {"bash",
+       "# bash completion for stgctl; load it with: source <(stgctl completion bash)\n"
+       "_stgctl_tree() {\n"},
+      {"zsh",
+       "#compdef stgctl\n"
+       "# zsh completion for stgctl; write it to a folder of $fpath as _stgctl\n"
+       "_stgctl_found() {\n"},
+      {"fish",
+       "# fish completion for stgctl; load it with: stgctl completion fish | source\n"
+       "function __stgctl_at\n"},
+      {"powershell",
+       "# PowerShell completion for stgctl; load it with: stgctl completion "
+       "powershell | Out-String | Invoke-Expression\n"
+       "Register-ArgumentCompleter -Native -CommandName stgctl -ScriptBlock {\n"}};
+  for (const auto& [shell, begin] : begins) {
+    const std::string script = run({"completion", shell}).out;
+    EXPECT_TRUE(script.starts_with(begin)) << script.substr(0, begin.size() + 40);
+    // Every place for the program's own words is filled.
+    for (const char* const place :
+         {"%PLACES%", "%VALUES%", "%ASKED%", "%PATHS%", "%LINES%", "%OWNERS%", "%NAMES%"})
+      EXPECT_EQ(script.find(place), std::string::npos) << shell << place;
+  }
+}
+
 TEST_F(ClientCompletion, AsksForOwnersAndNamesWhereverOneIsTaken) {
   const auto kind = [](const listed_argument& argument) -> std::string {
     if (argument.value == "OWNER") return "owners";
