@@ -121,6 +121,11 @@ void FolderCheck::check_lines() {
 }
 
 void FolderCheck::check_line(const LintedLine& line) {
+  if (line.has_zeros && line.verdict != Verdict::kUnknown) {
+    found(Code::kMalformedLine, line.raw.substr(0, std::min<std::size_t>(80, line.raw.find('\0'))),
+          "it holds zeros, where other lines may have stood", line.number);
+    return;
+  }
   switch (line.verdict) {
     case Verdict::kEntry:
       check_entry(line);

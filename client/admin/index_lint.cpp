@@ -58,6 +58,7 @@ bool IndexLint::next(LintedLine& line) {
   line = LintedLine();
   line.number = ++m_number;
   line.raw = text.substr(m_at, end - m_at);
+  line.has_zeros = line.raw.find('\0') != std::string_view::npos;
   line.verdict = Verdict::kNoSeparator;
   m_at = std::min(end + 1, text.size());
   if (is_read) judge(line, read);
@@ -114,6 +115,8 @@ void IndexLint::note_entry(LintedLine& line, const IndexLine& read) {
   }
   const std::uint32_t same_stored = m_stored.insert(line.stored, number);
   if (same_stored != number) line.same_stored_as = same_stored;
+  // Whose file it was stands in what is lost.
+  if (line.has_zeros) return;
   if (read.entry != FolderFiles::kNone) m_claimed[read.entry] = true;
   if (line.listed != FolderView::kNone) m_claimed[line.listed] = true;
 }

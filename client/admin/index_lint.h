@@ -40,6 +40,9 @@ struct LintedLine {
   std::string_view stored;  ///< the physical name as the line has it
   Verdict verdict = Verdict::kEntry;
   bool has_odd_stamp = false;  ///< what ends the key is not "_" and ten digits
+  /// The line is what zeros have left of several ones, whatever readers make of it: no name holds a
+  /// zero.
+  bool has_zeros = false;
   /// The name of the entry's file, and where the listing has it (FolderView::kNone when the name
   /// leads to a file that is listed differently).
   std::string_view file;

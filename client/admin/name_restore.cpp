@@ -38,7 +38,7 @@ class Planner {
     while (lint.next(line)) {
       // What nobody knows of is kept as it stands.
       if (line.verdict == Verdict::kUnknown) m_unknown.emplace_back(line.key, line.stored);
-      if (line.verdict != Verdict::kEntry) continue;
+      if (line.verdict != Verdict::kEntry || line.has_zeros) continue;
       m_names.emplace(line.key, line.stored);
       const bool is_own = line.timestamp == 0 && line.logical == line.stored;
       if (!is_own) m_owners.emplace(line.file, line.key);

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <set>
+#include <sstream>
 
 #include "client/admin/index_lint.h"
+#include "client/admin/staging_folder.h"
 #include "index/index_format.h"
 
 namespace admin {
@@ -16,11 +18,32 @@ constexpr std::size_t kFewestDigits = 8;
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
-/// The text without carriage returns and zeros.
+/// The text without the mark that a text in UTF-16 begins with.
+std::string_view without_mark(std::string_view text) {
+  constexpr std::string_view kMark = "\xFF\xFE";
+  return text.starts_with(kMark) ? text.substr(kMark.size()) : text;
+}
+
+/// Whether every second byte is zero: somebody has saved the text in UTF-16.
+bool is_wide(std::string_view text) {
+  text = without_mark(text);
+  for (std::size_t i = 1; i < text.size(); i += 2) {
+    if (text[i] != '\0') return false;
+  }
+  return text.size() > 1;
+}
+
+/// The text without carriage returns, and without what zeros have made of lines: what stands before
+/// them may be cut, what stands behind them is the end of another line, up to the line feed.
 std::string cleaned(std::string_view text) {
+  const bool wide = is_wide(text);
+  if (wide) text = without_mark(text);
   std::string clean;
-  for (const char c : text) {
-    if (c != '\r' && c != '\0') clean += c;
+  bool is_behind_zeros = false;
+  for (std::size_t i = 0; i < text.size(); i += wide ? 2 : 1) {
+    if (text[i] == '\0') is_behind_zeros = true;
+    if (text[i] == '\n') is_behind_zeros = false;
+    if (text[i] != '\r' && !is_behind_zeros) clean += text[i];
   }
   return clean;
 }
@@ -81,6 +104,7 @@ Taken taken_by_entries(const FolderView& folder) {
   LintedLine line;
   while (lint.next(line)) {
     if (line.verdict != Verdict::kEntry && line.verdict != Verdict::kUnknown) continue;
+    if (line.has_zeros) continue;
     taken.keys.emplace(line.key);
     taken.files.emplace(line.file);
   }
@@ -100,6 +124,69 @@ bool take(const FolderView& folder, std::string_view line, Taken& taken) {
   return true;
 }
 
+/// Whether there are documents besides those: their names may have stood where the damage is.
+bool has_more_files(const FolderView& folder, const Names& known) {
+  return std::any_of(folder.names().begin(), folder.names().end(), [&](const Name& name) {
+    return name.kind == sys::Kind::kFile && !index_format::is_index_file(name.text) &&
+           !is_unfinished(name.text) && !known.contains(name.text);
+  });
+}
+
+/// The lines of an index in their order: those of entries, restored ones, and what is left of
+/// damaged ones.
+class RestoredText {
+ public:
+  RestoredText(const FolderView& folder, const std::vector<std::string>& lines)
+      : m_taken(taken_by_entries(folder)) {
+    for (const std::string& line : lines) {
+      if (take(folder, line, m_taken)) m_restored.insert(line);
+    }
+    for (const std::string& line : m_restored) {
+      m_keys.emplace(key_part(line));
+      m_lines.push_back(line);
+    }
+    m_keeps_zeros = has_more_files(folder, m_taken.files);
+  }
+
+  std::size_t restored() const { return m_restored.size(); }
+  void add(std::string_view line) { m_lines.emplace_back(line); }
+  /// Of a damaged line stays what no restored line has told.
+  void add_rest(std::string_view raw) {
+    const bool has_zeros = raw.find('\0') != std::string_view::npos;
+    // Where names are lost still, zeros are all that tells it; else they tell nothing.
+    if (has_zeros && !m_keeps_zeros) return;
+    std::string rest = has_zeros ? std::string(raw) : cleaned(raw);
+    if (rest.empty() || (!has_zeros && is_told(rest))) return;
+    (rest.find('/') == std::string::npos ? m_loose : m_lines).push_back(std::move(rest));
+  }
+  std::string text() {
+    std::stable_sort(m_lines.begin(), m_lines.end(),
+                     [](std::string_view one, std::string_view other) {
+                       return key_part(one) < key_part(other);
+                     });
+    std::string text;
+    for (const auto* const part : {&m_lines, &m_loose}) {
+      for (const std::string& each : *part) text.append(each).append("\n");
+    }
+    return text.empty() ? " " : text;
+  }
+
+ private:
+  bool is_told(std::string_view text) const {
+    const std::vector<std::string> told = lines_in(text);
+    return !told.empty() && std::all_of(told.begin(), told.end(), [&](const std::string& each) {
+      return m_keys.contains(key_part(each)) || m_taken.keys.contains(key_part(each));
+    });
+  }
+
+  Taken m_taken;
+  Names m_restored;
+  Names m_keys;  ///< of restored lines
+  bool m_keeps_zeros = false;
+  std::vector<std::string> m_lines;
+  std::vector<std::string> m_loose;  ///< without a "/", behind all others
+};
+
 }  // namespace
 
 std::vector<std::string> salvaged_lines(const FolderView& folder) {
@@ -113,40 +200,26 @@ std::vector<std::string> salvaged_lines(const FolderView& folder) {
 
 std::string with_restored_lines(const FolderView& folder, const std::vector<std::string>& lines,
                                 std::size_t& added) {
-  Taken taken = taken_by_entries(folder);
-  Names restored;
-  for (const std::string& line : lines) {
-    if (take(folder, line, taken)) restored.insert(line);
+  RestoredText text(folder, lines);
+  added = text.restored();
+  if (is_wide(folder.index_text())) {
+    std::istringstream plain(cleaned(folder.index_text()));
+    for (std::string line; std::getline(plain, line);) text.add_rest(line);
+    return text.text();
   }
-  added = restored.size();
-  std::vector<std::string> all(restored.begin(), restored.end());
-  Names restored_keys;
-  for (const std::string& line : restored) restored_keys.emplace(key_part(line));
-  std::vector<std::string> loose;
   IndexLint lint;
   lint.start(folder);
   LintedLine line;
   while (lint.next(line)) {
     if (is_blank(line.raw)) continue;
-    if (line.verdict == Verdict::kEntry || line.verdict == Verdict::kUnknown) {
-      all.emplace_back(line.raw);
-      continue;
+    const bool is_entry = line.verdict == Verdict::kEntry && !line.has_zeros;
+    if (is_entry || line.verdict == Verdict::kUnknown) {
+      text.add(line.raw);
+    } else {
+      text.add_rest(line.raw);
     }
-    // Of a damaged line stays what no restored line has told.
-    std::vector<std::string> told = lines_in(cleaned(line.raw));
-    const bool is_told = !told.empty() && std::all_of(told.begin(), told.end(), [&](auto& each) {
-      return restored_keys.contains(key_part(each)) || taken.keys.contains(key_part(each));
-    });
-    if (is_told || cleaned(line.raw).empty()) continue;
-    (line.raw.find('/') == std::string_view::npos ? loose : all).push_back(cleaned(line.raw));
   }
-  std::stable_sort(all.begin(), all.end(), [](std::string_view one, std::string_view other) {
-    return key_part(one) < key_part(other);
-  });
-  all.insert(all.end(), loose.begin(), loose.end());
-  std::string text;
-  for (const std::string& each : all) text.append(each).append("\n");
-  return text.empty() ? " " : text;
+  return text.text();
 }
 
 }  // namespace admin

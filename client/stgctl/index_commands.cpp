@@ -31,6 +31,7 @@ std::string_view name_of(IndexState state) {
 
 /// What is odd about a line, or nothing.
 std::string remark_on(const LintedLine& line) {
+  if (line.has_zeros) return "damaged: it holds zeros, where other lines may have stood";
   switch (line.verdict) {
     case Verdict::kNoSeparator:
       return "passed over: no \"/\"";

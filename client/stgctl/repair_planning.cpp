@@ -241,7 +241,8 @@ class Planning {
     Repair repair;
     repair.path = relative(m_view.path_of(index_format::kIndexFile));
     for (const auto& [number, line] : admin::bad_lines(m_view)) {
-      const Code code = code_of(line.verdict);
+      const bool has_zeros = line.text.find('\0') != std::string::npos;
+      const Code code = has_zeros ? Code::kMalformedLine : code_of(line.verdict);
       if (!wanted(code) || (m_has_lost_names && code == Code::kMalformedLine)) continue;
       if (repair.code.empty()) repair.code = code_name(code);
       repair.lines.push_back(line.text);
