@@ -1,7 +1,7 @@
 #include "platform/os/os.h"
 
-// The only file that sees this header. It turns many names into macros, CreateDirectory among them,
-// so it comes after our own header, and no name of the seam is one of them.
+// Of the library's files this one alone sees that header. It turns many names into macros,
+// CreateDirectory among them, so it comes after our own header, and no name of the seam is one.
 #include <windows.h>
 
 #include <direct.h>
@@ -25,30 +25,16 @@
 #include <vector>
 
 #include "platform/os/path_root.h"
+#include "platform/os/windows_results.h"
 
 #if defined(_MSC_VER)
 // GetVersion() is deprecated for its version number, which nobody looks at here.
 #pragma warning(disable : 4996)
 #endif
 
-namespace os::sys {
+namespace os {
 
-namespace {
-
-static_assert(sizeof(OVERLAPPED) == kLockRegionSize && alignof(OVERLAPPED) == kLockRegionAlign);
-static_assert(kLockFailAtOnce == LOCKFILE_FAIL_IMMEDIATELY);
-static_assert(kLockExclusive == LOCKFILE_EXCLUSIVE_LOCK);
-static_assert(sizeof(wchar_t) == sizeof(char16_t));
-
-/// The longest path the system knows, its end included.
-constexpr DWORD kLongestPath = 32767;
-/// A transfer's count is 32 bits wide, and drivers have been seen to refuse the largest ones.
-constexpr std::size_t kLargestPiece = std::size_t{1} << 30;
-
-// ---- results -----------------------------------------------------------------------------------
-
-/// A system error number with its meaning.
-Status fail(DWORD code) {
+Status windows::fail(unsigned long code) {
   const auto number = static_cast<std::int32_t>(code);
   switch (code) {
     case ERROR_FILE_NOT_FOUND:
@@ -68,6 +54,26 @@ Status fail(DWORD code) {
       return {number, Failure::kOther};
   }
 }
+
+}  // namespace os
+
+namespace os::sys {
+
+using windows::fail;
+
+namespace {
+
+static_assert(sizeof(OVERLAPPED) == kLockRegionSize && alignof(OVERLAPPED) == kLockRegionAlign);
+static_assert(kLockFailAtOnce == LOCKFILE_FAIL_IMMEDIATELY);
+static_assert(kLockExclusive == LOCKFILE_EXCLUSIVE_LOCK);
+static_assert(sizeof(wchar_t) == sizeof(char16_t));
+
+/// The longest path the system knows, its end included.
+constexpr DWORD kLongestPath = 32767;
+/// A transfer's count is 32 bits wide, and drivers have been seen to refuse the largest ones.
+constexpr std::size_t kLargestPiece = std::size_t{1} << 30;
+
+// ---- results -----------------------------------------------------------------------------------
 
 /// Why a question about a name failed: a folder that holds nothing at all, and a plain file on the
 /// way, say in codes of their own that there is no such name.
@@ -237,10 +243,7 @@ bool is_link(const Character* path, const WIN32_FILE_ATTRIBUTE_DATA& data) {
 }
 
 std::int64_t unix_seconds(const FILETIME& time) {
-  constexpr std::int64_t kTicksPerSecond = 10'000'000;
-  constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
-  const std::uint64_t ticks = std::uint64_t{time.dwHighDateTime} << 32U | time.dwLowDateTime;
-  return static_cast<std::int64_t>(ticks) / kTicksPerSecond - kSecondsFrom1601To1970;
+  return windows::unix_seconds(std::uint64_t{time.dwHighDateTime} << 32U | time.dwLowDateTime);
 }
 
 FileStat stat_from(const WIN32_FILE_ATTRIBUTE_DATA& data) {

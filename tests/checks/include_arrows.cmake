@@ -45,7 +45,7 @@ set(optional client examples tests lab)
 
 # Headers of others that only some files may see: a pattern, then those files.
 set(guarded
-  "^windows\\.h$ = platform/os/os_windows.cpp client/admin/system_windows.cpp client/stgctl/terminal_windows.cpp tests/support client/tests/stgctl/program_windows.cpp lab/reliability/machine_windows.cpp"
+  "^windows\\.h$ = platform/os/os_windows.cpp platform/os/look_windows.cpp client/stgctl/terminal_windows.cpp tests/support client/tests/stgctl/program_windows.cpp lab/reliability/machine_windows.cpp"
   "^cli/         = client/stgctl/command_line.cpp"
   "^fmt/         = client/admin/formatted.cpp"
   "^nlohmann/    = client/stgctl/json.cpp client/tests/stgctl/json_value.cpp client/tests/stgctl/repair_test.cpp lab/bench"

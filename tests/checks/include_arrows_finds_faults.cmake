@@ -28,7 +28,7 @@ function(sound_tree)
   plant(storage/layout.h "#include <string>")
   plant(client/admin/tree.cpp "#include \"platform/os/os.h\"" "#include \"index/index_format.h\""
     "#include \"storage/layout.h\"")
-  plant(client/admin/system_windows.cpp "#include <windows.h>")
+  plant(platform/os/look_windows.cpp "#include <windows.h>")
   plant(client/stgctl/main.cpp "#include \"vu_storage.h\"")
   plant(tests/api/api_test.cpp "#include \"vu_storage.h\"")
 endfunction()

@@ -1,5 +1,6 @@
-#include "client/admin/system.h"
+#include "platform/os/look.h"
 
+// As in os_windows.cpp: it turns many names into macros.
 #include <windows.h>
 
 #include <algorithm>
@@ -7,24 +8,15 @@
 #include <cwchar>
 #include <string>
 
-namespace admin::sys {
+#include "platform/os/windows_results.h"
+
+namespace os::look {
+
+using windows::fail;
 
 namespace {
 
 constexpr std::size_t kClassicLimit = 240;
-
-os::Status fail(DWORD code) {
-  const auto number = static_cast<std::int32_t>(code);
-  switch (code) {
-    case ERROR_FILE_NOT_FOUND:
-    case ERROR_PATH_NOT_FOUND:
-      return {number, os::Failure::kNotFound};
-    case ERROR_LOCK_VIOLATION:
-      return {number, os::Failure::kLocked};
-    default:
-      return {number, os::Failure::kOther};
-  }
-}
 
 /// A long absolute path in the form that has no classic limit.
 std::string reachable(const std::string& path) {
@@ -34,14 +26,8 @@ std::string reachable(const std::string& path) {
   return result;
 }
 
-std::int64_t ticks_of(const FILETIME& time) {
-  return static_cast<std::int64_t>(std::uint64_t{time.dwHighDateTime} << 32U | time.dwLowDateTime);
-}
-
-std::int64_t unix_seconds(const FILETIME& time) {
-  constexpr std::int64_t kTicksPerSecond = 10'000'000;
-  constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
-  return ticks_of(time) / kTicksPerSecond - kSecondsFrom1601To1970;
+std::uint64_t ticks_of(const FILETIME& time) {
+  return std::uint64_t{time.dwHighDateTime} << 32U | time.dwLowDateTime;
 }
 
 Kind kind_of(DWORD attributes) {
@@ -59,9 +45,9 @@ Info info_from(const Record& record) {
       info.kind == Kind::kFile && (record.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
   info.size = std::uint64_t{record.nFileSizeHigh} << 32U | record.nFileSizeLow;
   if (info.kind == Kind::kFolder) info.size = 0;
-  info.modify_time = unix_seconds(record.ftLastWriteTime);
-  info.access_time = unix_seconds(record.ftLastAccessTime);
-  info.change_mark = ticks_of(record.ftLastWriteTime);
+  info.modify_time = windows::unix_seconds(ticks_of(record.ftLastWriteTime));
+  info.access_time = windows::unix_seconds(ticks_of(record.ftLastAccessTime));
+  info.change_mark = static_cast<std::int64_t>(ticks_of(record.ftLastWriteTime));
   return info;
 }
 
@@ -96,17 +82,17 @@ Folder::~Folder() = default;
 Folder::Folder(Folder&&) noexcept = default;
 Folder& Folder::operator=(Folder&&) noexcept = default;
 
-os::Status Folder::open(const std::string& path) {
+Status Folder::open(const std::string& path) {
   if (!m_part) m_part = std::make_unique<Part>();
   m_part->close();
   m_part->path = path;
   m_part->search = FindFirstFileExA(reachable(join(path, "*")).c_str(), FindExInfoBasic,
                                     &m_part->found, FindExSearchNameMatch, nullptr, 0);
   m_part->is_first = m_part->search != INVALID_HANDLE_VALUE;
-  return m_status = m_part->is_first ? os::Status() : fail(GetLastError());
+  return m_status = m_part->is_first ? Status() : fail(GetLastError());
 }
 
-os::Status Folder::open_below(const Folder& parent, const Entry& entry) {
+Status Folder::open_below(const Folder& parent, const Entry& entry) {
   return open(join(parent.m_part->path, entry.name));
 }
 
@@ -146,7 +132,7 @@ HANDLE handle_of(std::intptr_t file) {
 
 }  // namespace
 
-os::Status QuietFile::open(const std::string& path) {
+Status QuietFile::open(const std::string& path) {
   constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
   constexpr DWORD kFlags = FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_SEQUENTIAL_SCAN;
   close();
@@ -156,7 +142,7 @@ os::Status QuietFile::open(const std::string& path) {
   m_file = reinterpret_cast<std::intptr_t>(file);
   BY_HANDLE_FILE_INFORMATION found{};
   if (!GetFileInformationByHandle(file, &found)) return fail(GetLastError());
-  return kind_of(found.dwFileAttributes) == Kind::kFile ? os::Status() : fail(ERROR_ACCESS_DENIED);
+  return kind_of(found.dwFileAttributes) == Kind::kFile ? Status() : fail(ERROR_ACCESS_DENIED);
 }
 
 void QuietFile::close() {
@@ -164,7 +150,7 @@ void QuietFile::close() {
   m_file = kNone;
 }
 
-os::Status QuietFile::try_lock() {
+Status QuietFile::try_lock() {
   OVERLAPPED whole{};
   if (LockFileEx(handle_of(m_file), LOCKFILE_FAIL_IMMEDIATELY, 0, MAXDWORD, MAXDWORD, &whole))
     return {};
@@ -172,23 +158,23 @@ os::Status QuietFile::try_lock() {
   return fail(code == ERROR_IO_PENDING ? ERROR_LOCK_VIOLATION : code);
 }
 
-os::Status QuietFile::ask_size(std::uint64_t& size) {
+Status QuietFile::ask_size(std::uint64_t& size) {
   BY_HANDLE_FILE_INFORMATION found{};
   if (!GetFileInformationByHandle(handle_of(m_file), &found)) return fail(GetLastError());
   size = std::uint64_t{found.nFileSizeHigh} << 32U | found.nFileSizeLow;
   return {};
 }
 
-os::Status QuietFile::read(char* to, std::size_t count, std::size_t& done) {
+Status QuietFile::read(char* to, std::size_t count, std::size_t& done) {
   constexpr std::size_t kLargestPiece = std::size_t{1} << 30U;
   DWORD got = 0;
   const DWORD asked = static_cast<DWORD>(std::min(count, kLargestPiece));
   const bool is_read = ReadFile(handle_of(m_file), to, asked, &got, nullptr) != 0;
   done = is_read ? got : 0;
-  return is_read ? os::Status() : fail(GetLastError());
+  return is_read ? Status() : fail(GetLastError());
 }
 
-os::Status probe_writable(const std::string& path) {
+Status probe_writable(const std::string& path) {
   const std::string name = reachable(path);
   const DWORD attributes = ::GetFileAttributesA(name.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) return fail(::GetLastError());
@@ -205,21 +191,21 @@ os::Status probe_writable(const std::string& path) {
 }
 
 // A new file has its owner and its permissions from the folder, as the other one had.
-os::Status take_over_owner(const std::string&, const std::string&) { return {}; }
+Status take_over_owner(const std::string&, const std::string&) { return {}; }
 
-os::Status replace_file(const std::string& from, const std::string& to) {
+Status replace_file(const std::string& from, const std::string& to) {
   const bool done = ::MoveFileExA(reachable(from).c_str(), reachable(to).c_str(),
                                   MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
-  return done ? os::Status() : fail(::GetLastError());
+  return done ? Status() : fail(::GetLastError());
 }
 
 // Only administrators may flush a volume.
-os::Status flush_file_system(const std::string&) { return {0, os::Failure::kOther}; }
+Status flush_file_system(const std::string&) { return {0, Failure::kOther}; }
 
 // NTFS keeps a journal of names.
-os::Status flush_files(const std::vector<std::string>& files, const std::vector<std::string>&) {
+Status flush_files(const std::vector<std::string>& files, const std::vector<std::string>&) {
   for (const std::string& path : files) {
-    if (const os::Status flushed = os::flush_file(path); !flushed.ok()) return flushed;
+    if (const Status flushed = os::flush_file(path); !flushed.ok()) return flushed;
   }
   return {};
 }
@@ -276,4 +262,4 @@ std::string absolute(const std::string& path) {
   return result;
 }
 
-}  // namespace admin::sys
+}  // namespace os::look

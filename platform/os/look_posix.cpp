@@ -17,39 +17,19 @@
 #include <string>
 #include <utility>
 
-#include "client/admin/system.h"
+#include "platform/os/look.h"
+#include "platform/os/posix_calls.h"
 
 // "::" in front marks the system's own functions.
-namespace admin::sys {
+namespace os::look {
+
+using posix::Descriptor;
+using posix::fail;
+using posix::result_of;
 
 namespace {
 
 constexpr int kLook = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
-
-os::Status fail(int code) {
-  const bool missing = code == ENOENT || code == ENOTDIR;
-  return {code, missing ? os::Failure::kNotFound : os::Failure::kOther};
-}
-
-/// A descriptor that its scope closes.
-class Descriptor {
- public:
-  explicit Descriptor(int number = -1) : m_number(number) {}
-  Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(m_number, other.m_number);
-    return *this;
-  }
-  ~Descriptor() {
-    if (m_number >= 0) ::close(m_number);
-  }
-  bool valid() const { return m_number >= 0; }
-  int get() const { return m_number; }
-  int release() { return std::exchange(m_number, -1); }
-
- private:
-  int m_number;
-};
 
 /// Opens without moving the access time where that is allowed: to the owner and the superuser.
 Descriptor open_quietly(int folder, const char* name, int flags) {
@@ -131,8 +111,8 @@ bool locks_of_process(const std::string& process, const std::string& prefix,
                       std::vector<HeldLock>& locks) {
   const std::string base = "/proc/" + process;
   Folder files;
-  const os::Status opened = files.open(base + "/fd");
-  if (!opened.ok()) return opened.failure() == os::Failure::kNotFound;
+  const Status opened = files.open(base + "/fd");
+  if (!opened.ok()) return opened.failure() == Failure::kNotFound;
   Entry entry;
   while (files.next(entry)) {
     const std::string number(entry.name);
@@ -203,7 +183,7 @@ struct Folder::Part {
     if (stream != nullptr) ::closedir(stream);
     stream = nullptr;
   }
-  os::Status open(int above, const char* name) {
+  Status open(int above, const char* name) {
     Descriptor folder = open_quietly(above, name, O_DIRECTORY);
     const int code = errno;
     close();
@@ -220,12 +200,12 @@ Folder::~Folder() = default;
 Folder::Folder(Folder&&) noexcept = default;
 Folder& Folder::operator=(Folder&&) noexcept = default;
 
-os::Status Folder::open(const std::string& path) {
+Status Folder::open(const std::string& path) {
   if (!m_part) m_part = std::make_unique<Part>();
   return m_status = m_part->open(AT_FDCWD, path.c_str());
 }
 
-os::Status Folder::open_below(const Folder& parent, const Entry& entry) {
+Status Folder::open_below(const Folder& parent, const Entry& entry) {
   if (!m_part) m_part = std::make_unique<Part>();
   return m_status = m_part->open(::dirfd(parent.m_part->stream), entry.name.data());
 }
@@ -256,7 +236,7 @@ Info describe(const std::string& path) { return describe_at(AT_FDCWD, path.c_str
 
 // ---- files -------------------------------------------------------------------------------------
 
-os::Status QuietFile::open(const std::string& path) {
+Status QuietFile::open(const std::string& path) {
   close();
   Descriptor file = open_quietly(AT_FDCWD, path.c_str(), 0);
   if (!file.valid()) return fail(errno);
@@ -272,45 +252,37 @@ void QuietFile::close() {
   m_file = kNone;
 }
 
-os::Status QuietFile::try_lock() {
-  // Of the open file description, as the library's own.
-  struct ::flock request {};
-  request.l_type = F_RDLCK;
-  request.l_whence = SEEK_SET;
-  while (::fcntl(static_cast<int>(m_file), F_OFD_SETLK, &request) != 0) {
-    if (errno == EAGAIN || errno == EACCES) return {EAGAIN, os::Failure::kLocked};
-    if (errno != EINTR) return fail(errno);
-  }
-  return {};
+Status QuietFile::try_lock() {
+  const int file = static_cast<int>(m_file);
+  if (posix::set_whole_file_lock(file, F_OFD_SETLK, F_RDLCK) == 0) return {};
+  return posix::is_refusal(errno) ? fail(EAGAIN, Failure::kLocked) : fail(errno);
 }
 
-os::Status QuietFile::ask_size(std::uint64_t& size) {
+Status QuietFile::ask_size(std::uint64_t& size) {
   struct ::stat found {};
   if (::fstat(static_cast<int>(m_file), &found) != 0) return fail(errno);
   size = static_cast<std::uint64_t>(found.st_size);
   return {};
 }
 
-os::Status QuietFile::read(char* to, std::size_t count, std::size_t& done) {
-  ::ssize_t got = -1;
-  do {
-    got = ::read(static_cast<int>(m_file), to, count);
-  } while (got < 0 && errno == EINTR);
+Status QuietFile::read(char* to, std::size_t count, std::size_t& done) {
+  const ::ssize_t got =
+      posix::uninterrupted([&] { return ::read(static_cast<int>(m_file), to, count); });
   done = got > 0 ? static_cast<std::size_t>(got) : 0;
-  return got < 0 ? fail(errno) : os::Status();
+  return got < 0 ? fail(errno) : Status();
 }
 
-os::Status probe_writable(const std::string& path) {
+Status probe_writable(const std::string& path) {
   struct ::stat found {};
   if (::stat(path.c_str(), &found) != 0) return fail(errno);
   const bool is_folder = S_ISDIR(found.st_mode);
   // Required: also the superuser's programs leave a read-only file alone.
   if (!is_folder && !(found.st_mode & S_IWUSR)) return fail(EACCES);
   const int asked = is_folder ? W_OK | X_OK : R_OK | W_OK;
-  return ::faccessat(AT_FDCWD, path.c_str(), asked, AT_EACCESS) == 0 ? os::Status() : fail(errno);
+  return result_of(::faccessat(AT_FDCWD, path.c_str(), asked, AT_EACCESS));
 }
 
-os::Status take_over_owner(const std::string& from, const std::string& to) {
+Status take_over_owner(const std::string& from, const std::string& to) {
   struct ::stat found {};
   struct ::stat made {};
   if (::stat(from.c_str(), &found) != 0 || ::stat(to.c_str(), &made) != 0) return fail(errno);
@@ -318,25 +290,24 @@ os::Status take_over_owner(const std::string& from, const std::string& to) {
   const bool is_other = found.st_uid != made.st_uid || found.st_gid != made.st_gid;
   if (is_other && ::chown(to.c_str(), found.st_uid, found.st_gid) != 0) return fail(errno);
   constexpr ::mode_t kPermissions = 07777;
-  return ::chmod(to.c_str(), found.st_mode & kPermissions) == 0 ? os::Status() : fail(errno);
+  return result_of(::chmod(to.c_str(), found.st_mode & kPermissions));
 }
 
-os::Status replace_file(const std::string& from, const std::string& to) {
-  return ::rename(from.c_str(), to.c_str()) == 0 ? os::Status() : fail(errno);
+Status replace_file(const std::string& from, const std::string& to) {
+  return result_of(::rename(from.c_str(), to.c_str()));
 }
 
-os::Status flush_file_system(const std::string& path) {
+Status flush_file_system(const std::string& path) {
   const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-  return file.valid() && ::syncfs(file.get()) == 0 ? os::Status() : fail(errno);
+  return file.valid() && ::syncfs(file.get()) == 0 ? Status() : fail(errno);
 }
 
-os::Status flush_files(const std::vector<std::string>& files,
-                       const std::vector<std::string>& folders) {
+Status flush_files(const std::vector<std::string>& files, const std::vector<std::string>& folders) {
   if (files.size() + folders.size() >= kManyFlushes &&
       flush_file_system(files.empty() ? folders.front() : files.front()).ok())
     return {};
   for (const std::string& path : files) {
-    if (const os::Status flushed = os::flush_file(path); !flushed.ok()) return flushed;
+    if (const Status flushed = os::flush_file(path); !flushed.ok()) return flushed;
   }
   for (const std::string& path : folders) {
     const Descriptor folder(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_DIRECTORY));
@@ -400,4 +371,4 @@ std::string absolute(const std::string& path) {
   return real ? std::string(real.get()) : path;
 }
 
-}  // namespace admin::sys
+}  // namespace os::look

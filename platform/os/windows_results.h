@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+
+#include "platform/os/os.h"
+
+/// @file
+/// What both Windows sides of the seam make of the system's numbers. Without its header, which
+/// turns many names into macros.
+namespace os::windows {
+
+/// A system error number with its meaning.
+Status fail(unsigned long code);
+/// Seconds since 1970, of units of 100 ns since 1601.
+inline std::int64_t unix_seconds(std::uint64_t ticks) {
+  constexpr std::int64_t kTicksPerSecond = 10'000'000;
+  constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
+  return static_cast<std::int64_t>(ticks) / kTicksPerSecond - kSecondsFrom1601To1970;
+}
+
+}  // namespace os::windows
