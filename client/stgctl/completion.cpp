@@ -108,7 +108,34 @@ std::string filled(const char* file,
 // In the scripts "place" is the command that is being typed, such as "keys set", and "tree" what
 // the command line says of the tree; the rest is up to the environment, as for any command.
 
-// ---- bash --------------------------------------------------------------------------------------
+// ---- bash and zsh ------------------------------------------------------------------------------
+
+/// What the two call differently.
+struct CaseShell {
+  const char* file;
+  std::string (*reply)(const OptionUsage& option);
+  const char* words;  ///< what is done with the words of a place
+};
+
+std::string case_script(const CaseShell& shell, const std::vector<CommandUsage>& usage) {
+  std::string values;
+  for_each_value(
+      usage, [&](const std::string& place, const std::string& name, const OptionUsage& option) {
+        values += formatted("    {}|{}') {}; return ;;\n", place == "*" ? "*'" : "'" + place, name,
+                            shell.reply(option));
+      });
+  std::string places;
+  for (const CommandUsage& command : usage) {
+    places += formatted("    '{}') ", command.name()) + shell.words;
+    places.replace(places.rfind("%"), 1, spaced(words_at(command, usage.front())));
+    places += " ;;\n";
+  }
+  return filled(shell.file, {{"%PATHS%", pattern_of_all(usage)},
+                             {"%VALUES%", values},
+                             {"%NAMES%", pattern_of(usage, Kind::kNames)},
+                             {"%OWNERS%", pattern_of(usage, Kind::kOwners)},
+                             {"%PLACES%", places}});
+}
 
 std::string bash_reply(const OptionUsage& option) {
   switch (const Kind kind = kind_of(option)) {
@@ -125,27 +152,6 @@ std::string bash_reply(const OptionUsage& option) {
   }
 }
 
-std::string bash_script(const std::vector<CommandUsage>& usage) {
-  std::string values;
-  for_each_value(usage,
-                 [&](const std::string& place, const std::string& name, const OptionUsage& option) {
-                   values += formatted("    {}|{}') {}; return ;;\n",
-                                       place == "*" ? "*'" : "'" + place, name, bash_reply(option));
-                 });
-  std::string places;
-  for (const CommandUsage& command : usage) {
-    places += formatted("    '{}') words='{}' ;;\n", command.name(),
-                        spaced(words_at(command, usage.front())));
-  }
-  return filled("stgctl.bash", {{"%PATHS%", pattern_of_all(usage)},
-                                {"%VALUES%", values},
-                                {"%NAMES%", pattern_of(usage, Kind::kNames)},
-                                {"%OWNERS%", pattern_of(usage, Kind::kOwners)},
-                                {"%PLACES%", places}});
-}
-
-// ---- zsh ---------------------------------------------------------------------------------------
-
 std::string zsh_reply(const OptionUsage& option) {
   switch (const Kind kind = kind_of(option)) {
     case Kind::kWords:
@@ -161,24 +167,8 @@ std::string zsh_reply(const OptionUsage& option) {
   }
 }
 
-std::string zsh_script(const std::vector<CommandUsage>& usage) {
-  std::string values;
-  for_each_value(usage,
-                 [&](const std::string& place, const std::string& name, const OptionUsage& option) {
-                   values += formatted("    {}|{}') {}; return ;;\n",
-                                       place == "*" ? "*'" : "'" + place, name, zsh_reply(option));
-                 });
-  std::string places;
-  for (const CommandUsage& command : usage) {
-    places += formatted("    '{}') compadd -- {} ;;\n", command.name(),
-                        spaced(words_at(command, usage.front())));
-  }
-  return filled("stgctl.zsh", {{"%PATHS%", pattern_of_all(usage)},
-                               {"%VALUES%", values},
-                               {"%NAMES%", pattern_of(usage, Kind::kNames)},
-                               {"%OWNERS%", pattern_of(usage, Kind::kOwners)},
-                               {"%PLACES%", places}});
-}
+constexpr CaseShell kBash = {"stgctl.bash", bash_reply, "words='%'"};
+constexpr CaseShell kZsh = {"stgctl.zsh", zsh_reply, "compadd -- %"};
 
 // ---- fish --------------------------------------------------------------------------------------
 
@@ -260,8 +250,8 @@ const std::vector<std::string>& completion_shells() {
 }
 
 std::string completion_script(const std::string& shell, const std::vector<CommandUsage>& usage) {
-  if (shell == "bash") return bash_script(usage);
-  if (shell == "zsh") return zsh_script(usage);
+  if (shell == "bash") return case_script(kBash, usage);
+  if (shell == "zsh") return case_script(kZsh, usage);
   if (shell == "fish") return fish_script(usage);
   return powershell_script(usage);
 }
