@@ -11,7 +11,8 @@ void add_locks_command(Commands& commands);
 void add_doctor_command(Commands& commands);
 void add_stats_command(Commands& commands);
 void add_report_command(Commands& commands);
-void add_list_commands(Commands& commands);
+void add_ls_command(Commands& commands);
+void add_find_command(Commands& commands);
 void add_versions_command(Commands& commands);
 void add_which_command(Commands& commands);
 void add_cat_command(Commands& commands);
@@ -52,7 +53,8 @@ void add_all_commands(Commands& commands) {
                          add_doctor_command,
                          add_stats_command,
                          add_report_command,
-                         add_list_commands,
+                         add_ls_command,
+                         add_find_command,
                          add_versions_command,
                          add_which_command,
                          add_cat_command,
