@@ -34,7 +34,9 @@ void add_get_command(Commands& commands);
 void add_rm_command(Commands& commands);
 void add_mv_command(Commands& commands);
 void add_key_commands(Commands& commands);
-void add_user_commands(Commands& commands);
+void add_user_list_command(Commands& commands);
+void add_user_rename_command(Commands& commands);
+void add_user_remove_command(Commands& commands);
 void add_clean_command(Commands& commands);
 void add_migrate_commands(Commands& commands);
 void add_sync_command(Commands& commands);
@@ -74,7 +76,9 @@ void add_all_commands(Commands& commands) {
                          add_rm_command,
                          add_mv_command,
                          add_key_commands,
-                         add_user_commands,
+                         add_user_list_command,
+                         add_user_rename_command,
+                         add_user_remove_command,
                          add_clean_command,
                          add_migrate_commands,
                          add_sync_command,

@@ -1,0 +1,66 @@
+#include <array>
+#include <memory>
+
+#include "client/stgctl/command.h"
+#include "client/stgctl/owners.h"
+#include "client/stgctl/report.h"
+#include "client/stgctl/target.h"
+#include "client/stgctl/text.h"
+#include "vu_storage.h"
+
+namespace stgctl {
+
+namespace sys = admin::sys;
+
+namespace {
+
+Exit run_rename(Context& context, const std::string& from, const std::string& to) {
+  require_owners(context);
+  check_owner("the owner", from);
+  check_owner("the new owner", to);
+  if (from == to) throw Failure(Exit::kRefused, "the new name is the old one");
+  const std::vector<admin::Area> areas = areas_of(context, from);
+  if (areas.empty()) throw Failure(Exit::kNothingMatched, "nobody is called " + shown(from));
+  for (const admin::Area area : kPersonalAreas) {
+    if (sys::describe(owner_folder(context, area, to)).kind != sys::Kind::kMissing) {
+      throw Failure(Exit::kRefused, formatted("{} exists already; nothing was renamed",
+                                              shown(owner_folder(context, area, to))));
+    }
+  }
+  ChangeReport report(context, "stgctl.user.rename/1", "renamed");
+  if (!context.options().dry_run) {
+    context.confirm(
+        formatted("Rename {} to {} in {} areas?", shown(from), shown(to), areas.size()));
+    context.open_library();
+    wait_for_folders(context, areas, from);
+    vu_storage::RenameUserStorage(from, to);
+  }
+  for (const admin::Area area : areas) {
+    const Subject subject = {std::string(admin::name_of(area)), from, "", {}};
+    const bool renamed =
+        sys::describe(owner_folder(context, area, from)).kind == sys::Kind::kMissing;
+    if (context.options().dry_run || renamed) {
+      Json fields;
+      put_name(fields, "new_owner", to);
+      report.done(subject, fields, "to " + shown(to));
+    } else {
+      report.failed(subject, "the folder could not be renamed; is something in it open?");
+    }
+  }
+  return report.finish();
+}
+
+}  // namespace
+
+void add_user_rename_command(Commands& commands) {
+  const auto declare = [](Arguments& app) -> Run {
+    const auto names = std::make_shared<std::array<std::string, 2>>();
+    app.add_option("name", (*names)[0], "The owner").type_name("OWNER").required();
+    app.add_option("new-name", (*names)[1], "The new name").type_name("NEW-OWNER").required();
+    return [names](Context& context) { return run_rename(context, (*names)[0], (*names)[1]); };
+  };
+  commands.push_back({"user rename", Group::kChange, Effect::kChanges, "Rename an owner's folders",
+                      declare, kAreasGoTogether});
+}
+
+}  // namespace stgctl
