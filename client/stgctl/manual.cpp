@@ -27,9 +27,9 @@ each line is one object, whose field "schema" names its form and version. Names 
                                R"( bytes: what is no UTF-8 is
 printed as U+FFFD, and JSON has the bytes in a second field whose name ends with "_hex".
 .PP
-Ctrl-C lets the current entry be finished, tells what was done, and ends the program; a)"
-                               R"( second one ends it at
-once.
+Ctrl-C and SIGTERM let the current entry, or batch of entries, be finished; what was done is)"
+                               R"( told. A second one ends
+the program at once.
 )";
 
 constexpr const char* kEnd = R"(.SH EXIT STATUS
