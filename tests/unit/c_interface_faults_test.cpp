@@ -1,0 +1,180 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/os/os.h"
+#include "tests/support/os_faults.h"
+#include "tests/support/scratch.h"
+#include "tests/support/storage_peer.h"
+#include "vu/storage.h"
+
+// What calls of the C interface say when the system refuses a part of them.
+
+namespace {
+
+namespace faults = os::faults;
+using faults::Call;
+using faults::Times;
+
+const os::Status kRefused(5, os::Failure::kOther);
+
+vu_document document(const char* name, std::int32_t area = VU_AREA_USER) {
+  vu_document result = VU_DOCUMENT_INIT;
+  result.area = area;
+  result.owner = "anna";
+  result.name = name;
+  return result;
+}
+
+vu_error last_error() {
+  vu_error error = VU_ERROR_INIT;
+  vu_last_error(&error);
+  return error;
+}
+
+class CInterfaceFaults : public testing::Test {
+ protected:
+  CInterfaceFaults() : m_storage(m_scratch.path()) {
+    const vu_settings settings = VU_SETTINGS_INIT;
+    EXPECT_EQ(vu_open_store(&settings, &m_store), VU_ALREADY);
+    EXPECT_EQ(put(m_document, "old", 0), VU_DONE);
+  }
+  ~CInterfaceFaults() override { vu_close_store(m_store); }
+
+  vu_status put(const vu_document& where, const std::string& bytes, std::uint32_t flags) {
+    return vu_put(m_store, &where, bytes.data(), bytes.size(), flags, nullptr);
+  }
+  std::string content(const vu_document& of) {
+    char bytes[100];
+    std::size_t size = 0;
+    const vu_status status = vu_read(m_store, &of, bytes, sizeof bytes, &size);
+    return status == VU_DONE ? std::string(bytes, size) : vu_status_name(status);
+  }
+  /// What the index names, with versions on their way.
+  std::vector<std::string> files() {
+    const std::string folder = m_scratch.path("storage\\user\\anna");
+    STGIndex::NameMap map;
+    STGIndex::plValues(folder, map);
+    std::vector<std::string> names;
+    for (const auto& [physical, logical] : map) names.push_back(logical);
+    return names;
+  }
+
+  const scratch_folder m_scratch;
+  initialised_storage m_storage;
+  vu_store* m_store = nullptr;
+  const vu_document m_document = document("a.txt");
+};
+
+std::int32_t go_on(void*, const vu_entry*) { return 0; }
+std::int32_t ask_for_what_is_refused(void* store, const vu_entry*) {
+  const vu_document parent = document("..");
+  EXPECT_EQ(vu_exists(static_cast<vu_store*>(store), &parent), VU_REFUSED);
+  return 0;
+}
+
+}  // namespace
+
+TEST_F(CInterfaceFaults, AStreamThatIsNotOnTheDeviceIsNotClosedWell) {
+  vu_stream* stream = nullptr;
+  ASSERT_EQ(vu_open(m_store, &m_document, VU_WRITE_OVER, &stream), VU_DONE);
+  ASSERT_EQ(vu_stream_write(stream, "new", 3), VU_DONE);
+  const auto fault = faults::fail(Call::flush, kRefused);
+  EXPECT_EQ(vu_stream_close(stream), VU_FAILED);
+  EXPECT_EQ(fault.hits(), 1U);
+  EXPECT_EQ(last_error().system_code, 5);
+  EXPECT_EQ(vu_stream_close(stream), VU_BAD_HANDLE);
+}
+
+TEST_F(CInterfaceFaults, WhatIsNotOnTheDeviceIsNotStored) {
+  for (std::uint64_t nth = 1;; ++nth) {
+    const auto fault = faults::fail(Call::flush, kRefused, nth);
+    const vu_status status = put(m_document, "new", VU_REPLACE);
+    if (fault.hits() == 0) break;
+    EXPECT_NE(status, VU_DONE) << nth;
+    EXPECT_EQ(content(m_document), status == VU_FAILED ? "old" : "new") << nth;
+    ASSERT_EQ(put(m_document, "old", VU_REPLACE), VU_DONE);
+  }
+  const auto fault = faults::fail(Call::flush, kRefused);
+  EXPECT_EQ(put(m_document, "new", VU_REPLACE | VU_IN_PLACE), VU_FAILED);
+}
+
+TEST_F(CInterfaceFaults, ACopyThatIsNotOnTheDeviceLeavesTheOldVersionAndNothingElse) {
+  write_file(m_scratch.path("in"), "copy");
+  const std::string in = native(m_scratch.path("in")).string();
+  {
+    const auto fault = faults::fail(Call::flush_file, kRefused);
+    EXPECT_EQ(vu_copy_in(m_store, &m_document, in.c_str(), VU_REPLACE, nullptr), VU_FAILED);
+    EXPECT_EQ(fault.hits(), 1U);
+  }
+  EXPECT_EQ(content(m_document), "old");
+  EXPECT_EQ(files(), std::vector<std::string>{"a.txt"});
+}
+
+TEST_F(CInterfaceFaults, AVersionThatStaysAtItsOldPlaceIsTold) {
+  const vu_document far = document("a.kdf", VU_AREA_DOCS);
+  faults::reset();
+  ASSERT_EQ(vu_rename(m_store, &m_document, &far, 0), VU_DONE);
+  const std::uint64_t removals = faults::calls(Call::remove_file);
+  ASSERT_EQ(vu_remove(m_store, &far), VU_DONE);
+  ASSERT_EQ(put(m_document, "old", 0), VU_DONE);
+  const auto fault = faults::fail(Call::remove_file, kRefused, removals);
+  EXPECT_EQ(vu_rename(m_store, &m_document, &far, 0), VU_PARTLY_DONE);
+  EXPECT_EQ(fault.hits(), 1U);
+  EXPECT_EQ(content(far), "old");
+  EXPECT_EQ(content(m_document), "old");
+}
+
+TEST_F(CInterfaceFaults, ASaveThatFailsStoresNothing) {
+  // The index cannot be opened for the save of the entry, of the name, and so on.
+  for (std::uint64_t nth = 1;; ++nth) {
+    const auto fault = faults::fail(Call::open, kRefused, nth);
+    const vu_status status = put(document("b.txt"), "new", 0);
+    if (fault.hits() == 0) break;
+    const bool is_there = content(document("b.txt")) == "new";
+    EXPECT_EQ(is_there, status == VU_DONE || status == VU_PARTLY_DONE)
+        << nth << vu_status_name(status);
+    const vu_document stored = document("b.txt");
+    vu_remove(m_store, &stored);
+  }
+  EXPECT_EQ(content(m_document), "old");
+}
+
+TEST_F(CInterfaceFaults, AStorageWhoseFoldersCannotBeMadeIsNotOpened) {
+  const scratch_folder other;
+  const std::string root = native(other.path()).string();
+  vu_storage_test_peer::reset();
+  vu_settings settings = VU_SETTINGS_INIT;
+  settings.root = root.c_str();
+  vu_store* store = m_store;
+  const auto fault = faults::fail(Call::create_directory, kRefused, 2, Times::kLasting);
+  EXPECT_EQ(vu_open_store(&settings, &store), VU_FAILED);
+  EXPECT_EQ(store, nullptr);
+  EXPECT_NE(last_error().system_code, 0);
+}
+
+TEST_F(CInterfaceFaults, WhatWasHeardBeforeACallbackIsToldInTheEnd) {
+  const auto clean = [&](vu_entry_visitor visit) {
+    const auto fault = faults::fail(Call::unlock, kRefused);
+    const vu_status status = vu_clean(m_store, VU_AREA_USER, "anna", 0, VU_CLEAN_ALL | VU_DRY_RUN,
+                                      visit, m_store, nullptr);
+    EXPECT_EQ(fault.hits(), 1U);
+    return status;
+  };
+  EXPECT_EQ(clean(go_on), VU_PARTLY_DONE);
+  const std::string text = last_error().text;
+  EXPECT_NE(text.find("unlock"), std::string::npos) << text;
+  EXPECT_EQ(clean(ask_for_what_is_refused), VU_PARTLY_DONE);
+  EXPECT_EQ(last_error().text, text);
+  EXPECT_STREQ(last_error().operation, "vu_clean");
+}
+
+TEST_F(CInterfaceFaults, AFolderThatTheSystemDoesNotTellOfIsNotMissing) {
+  for (std::uint64_t nth = 1;; ++nth) {
+    const auto fault = faults::fail(Call::probe_search, kRefused, nth);
+    const vu_status status = vu_exists(m_store, &m_document);
+    if (fault.hits() == 0) break;
+    EXPECT_NE(status, VU_NOTHING_MATCHED) << nth;
+  }
+}
