@@ -96,6 +96,9 @@ vu_status without_derived(const Address& address, const Place& old) {
     drop_derived(address, old);
   } catch (const Refusal& refusal) {
     throw Refusal{VU_PARTLY_DONE, refusal.text, refusal.path, refusal.code};
+  } catch (...) {
+    // Told by a trace, or for want of memory by nobody.
+    throw Refusal{VU_PARTLY_DONE, {}, told_path(old.path())};
   }
   return done_unless_told();
 }

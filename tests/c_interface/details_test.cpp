@@ -147,6 +147,26 @@ TEST(CDetails, ANameForItselfChangesNothing) {
   EXPECT_EQ(documents_of("details-same", VU_AREA_USER), Names{"a.txt@1"});
 }
 
+TEST(CDetails, ANewKeyFileDoesNotBeginWithBytesOfNobody) {
+  const vu_document first = document("details-orphan", "a.txt", 0, VU_AREA_USER);
+  ASSERT_EQ(put(first, "x"), VU_DONE);
+  const std::string folder = program_store().root.path("storage\\user\\details-orphan");
+  for (int number = 2; number < 9; ++number)
+    write_file(folder + "\\0000000" + std::to_string(number) + ".ini", "left=behind\n");
+  const vu_document file = document("details-orphan", "keys.ini", 0, VU_AREA_USER);
+  ASSERT_EQ(vu_key_set(store(), &file, "a", "b"), VU_DONE);
+  EXPECT_EQ(content(file), "a=b\n");
+}
+
+TEST(CDetails, OnlyBucketsHoldCorporateDocuments) {
+  ASSERT_EQ(put(document("details-buckets", "a.kdf", 1), "x"), VU_DONE);
+  const std::string other = program_store().root.path("storage\\docs\\details-buckets\\other");
+  make_folder(other);
+  write_file(other + "\\00000001.kdf", "x");
+  write_file(other + "\\index.dat", "b.kdf_0000000001/00000001\n");
+  EXPECT_EQ(documents_of("details-buckets"), Names{"a.kdf@1"});
+}
+
 TEST(CDetails, VersionsOnTheirWayAreNotListed) {
   ASSERT_EQ(put(document("details-staged", "a.txt", 1, VU_AREA_USER), "x"), VU_DONE);
   vu_status status = VU_FAILED;
@@ -168,6 +188,7 @@ TEST(CDetails, CleaningCountsTheAgeThatIsAskedFor) {
   ASSERT_EQ(put(where, "x"), VU_DONE);
   // Changed long ago, read just now.
   set_modify_time(path_of(where), 1'500'000'000);
+  EXPECT_EQ(content(where), "x");
   const auto outdated = [&](std::uint32_t flags) {
     std::int64_t count = -1;
     EXPECT_EQ(vu_clean(store(), VU_AREA_USER, "details-age", 3600, VU_DRY_RUN | flags, nullptr,

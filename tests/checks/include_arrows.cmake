@@ -37,6 +37,7 @@ set(rules
   "lab/bench/inside = platform include"
   "lab/model       = lab/model"
   "lab/fuzz        = lab/fuzz lab/model tests/support storage index file platform include"
+  "lab/kit         = lab/kit tests/support include"
   "lab/meetings    = lab/meetings client/admin lab/reliability/index_reader.h lab/reliability/folder_state.h tests/support platform/os include"
   "lab/reliability = lab/reliability lab/meetings lab/model tests/support platform/os include")
 
@@ -45,10 +46,10 @@ set(optional client examples tests lab)
 
 # Headers of others that only some files may see: a pattern, then those files.
 set(guarded
-  "^windows\\.h$ = platform/os/os_windows.cpp platform/os/look_windows.cpp client/stgctl/terminal_windows.cpp tests/support client/tests/stgctl/program_windows.cpp lab/reliability/machine_windows.cpp"
+  "^windows\\.h$ = platform/os/os_windows.cpp platform/os/look_windows.cpp client/stgctl/terminal_windows.cpp tests/support client/tests/stgctl/program_windows.cpp lab/reliability/machine_windows.cpp lab/kit"
   "^cli/         = client/stgctl/command_line.cpp"
   "^fmt/         = client/admin/formatted.cpp"
-  "^nlohmann/    = client/stgctl/json.cpp client/tests/stgctl/json_value.cpp client/tests/stgctl/repair_test.cpp lab/bench"
+  "^nlohmann/    = client/stgctl/json.cpp client/tests/stgctl/json_value.cpp client/tests/stgctl/repair_test.cpp lab/bench lab/kit"
   "^poco/        = storage/storage_mutex.cpp storage/storage_mutex.h examples")
 
 # Headers of others that may stand in quotation marks as well.

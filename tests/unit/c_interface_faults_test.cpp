@@ -170,6 +170,42 @@ TEST_F(CInterfaceFaults, WhatWasHeardBeforeACallbackIsToldInTheEnd) {
   EXPECT_STREQ(last_error().operation, "vu_clean");
 }
 
+TEST_F(CInterfaceFaults, AKeyFileThatCannotBeCutKeepsItsLines) {
+  const vu_document file = document("keys.txt");
+  ASSERT_EQ(vu_key_set(m_store, &file, "a", "1"), VU_DONE);
+  {
+    const auto fault = faults::fail(Call::set_end, kRefused);
+    EXPECT_EQ(vu_key_set(m_store, &file, "b", "2"), VU_FAILED);
+    EXPECT_EQ(fault.hits(), 1U);
+  }
+  EXPECT_EQ(content(file), "a=1\n");
+}
+
+TEST_F(CInterfaceFaults, AnOwnerOfWhomSomethingStaysIsPartlyRemoved) {
+  const auto fault = faults::fail(Call::remove_file, kRefused);
+  EXPECT_EQ(vu_remove_owner(m_store, "anna"), VU_PARTLY_DONE);
+  EXPECT_EQ(fault.hits(), 1U);
+}
+
+TEST_F(CInterfaceFaults, LinesOfCategoriesThatStayAreTold) {
+  const vu_document category = document("list.ctg");
+  ASSERT_EQ(vu_key_set(m_store, &category, "a.txt", "1"), VU_DONE);
+  bool is_told = false;
+  for (std::uint64_t nth = 1;; ++nth) {
+    const auto fault = faults::fail(Call::read, kRefused, nth);
+    const vu_status status = put(m_document, "new", VU_REPLACE);
+    if (fault.hits() == 0) break;
+    is_told = is_told || status == VU_PARTLY_DONE;
+    // Where the last question fails, nobody can tell which one it is.
+    const std::string found = content(m_document);
+    EXPECT_TRUE(found == "new" || (found == "old" && status == VU_FAILED)) << nth << found;
+    const bool stays = vu_key_get(m_store, &category, "a.txt", nullptr, 0, nullptr) == VU_DONE;
+    EXPECT_FALSE(stays && found == "new" && status == VU_DONE) << nth;
+    ASSERT_EQ(put(m_document, "old", VU_REPLACE), VU_DONE);
+  }
+  EXPECT_TRUE(is_told);
+}
+
 TEST_F(CInterfaceFaults, AFolderThatTheSystemDoesNotTellOfIsNotMissing) {
   for (std::uint64_t nth = 1;; ++nth) {
     const auto fault = faults::fail(Call::probe_search, kRefused, nth);
