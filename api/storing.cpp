@@ -161,13 +161,16 @@ bool is_opened_anew(const Address& address, vu_file& file) {
   if (!Call::current().heard_failure()) return true;
   const std::string path = file.getFilePath();
   const bool is_cut = size_of(file) == 0;
+  const unsigned failures_before = Call::current().failures();
   Place place;
   const bool is_named = vu_storage().IsFileExist(address.owner, address.name, address.type,
                                                  address.version, &place.folder, &place.file) &&
                         place.path() == path;
   if (is_named && is_cut) return true;
+  const bool is_nobodys = !is_named && Call::current().failures() == failures_before;
   file.close();
-  if (!is_named && is_cut) vu_file::remove(path);
+  // Never a file of which the system does not tell whose it is.
+  if (is_nobodys && is_cut) vu_file::remove(path);
   return false;
 }
 
