@@ -1,0 +1,53 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+/// @file
+/// What the kit runs, and what came of it.
+namespace kit {
+
+enum class Kind {
+  kCases,  ///< a program of cases, which writes a report of its own
+  kRun,    ///< one run, which ends with 0, 77 for "not run here", or anything else
+};
+
+struct Suite {
+  std::string name;
+  std::string what;     ///< in plain words
+  std::string program;  ///< in the folder bin, without ".exe"
+  std::string arguments;
+  Kind kind;
+  std::chrono::seconds limit;
+};
+
+/// In the order in which they run: what settles most comes first.
+const std::vector<Suite>& suites();
+
+enum class State { kPassed, kFailed, kSkipped };
+const char* name_of(State state);
+
+struct Case {
+  std::string name;
+  State state = State::kPassed;
+  std::string words;    ///< why it failed or was skipped
+  std::string settles;  ///< of a case that only a real kernel shows
+  std::string found;    ///< what it saw, where it tells
+};
+
+struct Result {
+  Suite suite;
+  State state = State::kFailed;
+  std::string words;  ///< why, where it did not pass
+  double seconds = 0;
+  std::vector<Case> cases;
+
+  int count(State of) const;
+};
+
+/// Runs a suite in a folder of its own below @p work.
+Result run(const Suite& suite, const std::filesystem::path& bin, const std::filesystem::path& work);
+
+}  // namespace kit

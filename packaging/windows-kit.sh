@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# Makes the kit for a real Windows: one ZIP with the library, all test programs and what runs them, and tries it
+# under Wine from end to end: packaging/windows-kit.sh. Everything is below build/package/kit.
+. "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
+cd "$ROOT"
+
+work=$BUILD/package/kit
+version=$(sed -n 's/^project(vu_storage VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
+name=vu_storage-$version-windows-kit
+tree=$work/$name
+programs=(kit kernel_tests unit_tests api_tests c_interface_tests cpp_layer_tests multi_tests admin_tests stgctl_tests
+  fuzz_replay reliability stgctl)
+
+build() {
+  say "building the programs of the kit"
+  quietly "$work/configure.log" "configuring" cmake --preset mingw
+  quietly "$work/build.log" "building" cmake --build --preset mingw --parallel "$JOBS" --target vu_storage "${programs[@]}"
+}
+
+stage() {
+  say "putting the kit together"
+  rm -rf "$tree" "$work/$name.zip"
+  mkdir -p "$tree/bin"
+  local program
+  for program in "${programs[@]}"; do
+    cp "build/mingw/bin/$program.exe" "$tree/bin/"
+  done
+  cp build/mingw/bin/*.dll "$tree/bin/"
+  x86_64-w64-mingw32-strip --strip-debug "$tree"/bin/*.exe
+  sed 's/$/\r/' packaging/kit-run.cmd >"$tree/run.cmd"
+  sed 's/$/\r/' packaging/kit-README.txt >"$tree/README.txt"
+  (cd "$work" && zip -q -X -r "$name.zip" "$name") || die "the ZIP could not be made"
+}
+
+# Where nobody would put it: blanks, and letters beyond ASCII.
+try_it() {
+  say "the kit under Wine, from end to end (some minutes)"
+  local where="$work/try/Käthes Ordner, mit Leerzeichen"
+  rm -rf "$work/try"
+  mkdir -p "$where"
+  (cd "$where" && unzip -q "$work/$name.zip") || die "the ZIP cannot be unpacked"
+  VU_KIT_QUIET=1 timeout -k 10 5400 scripts/wine-run.sh cmd /c "Z:${where//\//\\}\\$name\\run.cmd" \
+    >"$work/try.log" 2>&1 </dev/null || echo "run.cmd ended with $?" >>"$work/try.log"
+  tr -d '\r' <"$work/try.log" | grep -a '^\[' || true
+  python3 packaging/kit_check.py "$where/$name" || die "the kit does not pass here; see $work/try.log"
+  cp "$where/$name/report.html" "$where/$name/report.json" "$work/"
+}
+
+mkdir -p "$work"
+build
+stage
+try_it
+rm -rf "$work/try"
+say "the kit: $work/$name.zip; what Wine says: $work/report.html"
