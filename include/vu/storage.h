@@ -315,8 +315,8 @@ enum {
  * @param how may be null; receives VU_STORED_AT_ONCE or VU_STORED_IN_PLACE.
  * @return VU_ALREADY when the version existed at the beginning of the call and VU_REPLACE is not
  *   given. VU_PARTLY_DONE when the version is stored, but something was refused beside that.
- *   VU_FAILED leaves the old version, unless the system refuses even to tell which one is there; on
- *   Windows also where the name of its file cannot go because somebody has it open.
+ *   VU_FAILED leaves the old version. Where the system refuses to tell which one is there, and on
+ *   Windows while somebody has the old file open, it may be the new one: whole in either case.
  *
  * Waits for writers and readers of the index, and of the document when it is written in place. Any
  * thread.

@@ -41,7 +41,7 @@ TEST(CDetails, ABufferThatIsJustLargeEnoughIsFilled) {
 }
 
 TEST(CDetails, ANulFollowsWhatIsReadWhole) {
-  const vu_document where = document("details", "nul.kdf", 1);
+  const vu_document where = document("details", "ended.kdf", 1);
   for (std::size_t length = 0; length < 40; ++length) {
     ASSERT_EQ(put(where, std::string(length, 'x'), VU_REPLACE), VU_DONE);
     // What is allocated next is likely to be this.

@@ -224,7 +224,8 @@ TEST(CStreams, AStreamKeepsItsFileWhenTheVersionIsReplaced) {
   EXPECT_EQ(size, 9);
   EXPECT_EQ(rest_of(stream), "old bytes");
   EXPECT_EQ(vu_stream_close(stream), VU_DONE);
-  EXPECT_EQ(content(where), stored == VU_DONE ? "new" : "old bytes");
+  const std::string found_now = content(where);
+  EXPECT_TRUE(found_now == "new" || (stored != VU_DONE && found_now == "old bytes")) << found_now;
   EXPECT_EQ(documents_of("replaced"), std::vector<std::string>{"a.kdf@1"});
 }
 
