@@ -4,7 +4,8 @@
 #   lab/volume/shared.sh BIN settings                what each cache of the engine hides: a table
 # Everything runs in namespaces of its own (network, processes, mounts): the end of the first process there, however
 # it comes, ends every other one and takes the mounts away. Nothing of the machine's own services is touched.
-. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+. "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
+. "$(dirname "${BASH_SOURCE[0]}")/parts.sh"
 
 volume_control=$ROOT/lab/volume/volume.sh
 
@@ -90,31 +91,6 @@ start_volume() {
 failed=""
 note_result() {
   [ "$2" -eq 0 ] || failed="$failed $1"
-}
-
-# run_suite <suite> [arguments...]: the scratch folder of local files is the volume's, on a disk.
-run_suite() {
-  local status=0
-  say "$1"
-  "$bin/reliability" "$@" --scratch "$VU_SHARED_DIR/local" || status=$?
-  note_result "$1" "$status"
-}
-
-# The tests of the library's interface, and those of many processes, with their folders on a mount.
-run_tests() {
-  local status=0 report=$VU_SHARED_DIR/local/$1.log
-  say "$1 on a mount"
-  mkdir -p "$VU_SHARED_A/tests"
-  VU_TEST_TMP=$VU_SHARED_A/tests VU_TEST_ALARM=600 "$bin/$1" --gtest_brief=1 >"$report" 2>&1 || status=$?
-  grep -E '^\[  (FAILED|PASSED|SKIPPED)|tests? ran|: Failure' "$report" | tail -n 30 || true
-  note_result "$1" "$status"
-}
-
-run_doctor() {
-  local status=0
-  say "stgctl doctor --shared"
-  "$bin/stgctl" doctor --shared "$VU_SHARED_A" --peer "$VU_SHARED_B" || status=$?
-  note_result doctor "$status"
 }
 
 all_parts=(doctor api_tests multi_tests shared-crowd shared-crowd-spread shared-crowd-noticed shared-killed-writer

@@ -15,7 +15,7 @@
 #   wait-healed               until no brick owes another one anything
 #   compare-bricks            whether the three hold the same files with the same bytes
 #   count-calls               file operations that reached the bricks since the last time: "NAME COUNT" of each
-. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+. "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
 
 folder=${VU_SHARED_DIR:?names the scratch folder}
 volume=tree

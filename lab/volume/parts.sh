@@ -1,0 +1,31 @@
+# What a run on two mounts consists of. Sourced by shared.sh and by the guest (lab/guest/inside.sh), never run.
+#
+# Wants: bin, the folder of the programs; VU_SHARED_A and VU_SHARED_B, the mounts; VU_SHARED_DIR, a scratch
+# folder on a disk; and the functions say and note_result <part> <exit code>.
+
+# run_suite <suite> [arguments...]: the scratch folder of local files is the run's.
+run_suite() {
+  local status=0
+  say "$1"
+  "$bin/reliability" "$@" --scratch "$VU_SHARED_DIR/local" || status=$?
+  note_result "$1" "$status"
+}
+
+# The tests of the library's interface, and those of many processes, with their folders on a mount.
+# run_tests <program> [FILTER]
+run_tests() {
+  local status=0 report=$VU_SHARED_DIR/local/$1.log
+  say "$1 on a mount"
+  mkdir -p "$VU_SHARED_A/tests"
+  VU_TEST_TMP=$VU_SHARED_A/tests VU_TEST_ALARM=600 "$bin/$1" --gtest_brief=1 --gtest_filter="${2:-*}" \
+    >"$report" 2>&1 || status=$?
+  grep -E '^\[  (FAILED|PASSED|SKIPPED)|tests? ran|: Failure' "$report" | tail -n 30 || true
+  note_result "$1" "$status"
+}
+
+run_doctor() {
+  local status=0
+  say "stgctl doctor --shared"
+  "$bin/stgctl" doctor --shared "$VU_SHARED_A" --peer "$VU_SHARED_B" || status=$?
+  note_result doctor "$status"
+}
