@@ -4,7 +4,7 @@
 # bench (yardsticks and tools of the benchmarks), docs (the site of reference and guides), package (packages
 # for Debian and Windows), report (a browser that opens the client's report), coverage (what tests execute),
 # planted (defects put into a copy of the sources), valgrind,
-# fresh (a minimal Debian), shared (a network file system), fuzz (Clang with its fuzzer).
+# fresh (a minimal Debian), guest (an emulated machine), shared (a network file system), fuzz (Clang with its fuzzer).
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 # Header-only for what is built here; the Windows build gets copies of them.
@@ -27,6 +27,7 @@ report=(chromium fonts-dejavu-core)
 coverage=(clang llvm)
 planted=(patch rsync)
 fresh=(debootstrap)
+guest=(debootstrap e2fsprogs qemu-system-x86)
 valgrind=(valgrind)
 
 # The last one names functions in a report.
@@ -46,8 +47,9 @@ for set in "$@"; do
     valgrind) wanted+=("${valgrind[@]}") ;;
     shared) wanted+=("${shared[@]}") ;;
     fresh) wanted+=("${fresh[@]}") ;;
+    guest) wanted+=("${guest[@]}") ;;
     fuzz) wanted+=("${fuzz[@]}") ;;
-    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, bench, docs, package, report, coverage, planted, valgrind, shared, fresh and fuzz" ;;
+    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, bench, docs, package, report, coverage, planted, valgrind, shared, fresh, guest and fuzz" ;;
   esac
 done
 

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <iterator>
@@ -34,10 +35,15 @@ namespace {
 constexpr std::size_t kPage = 4096;
 constexpr std::size_t kSteps = 17;  // 0 to 64 KB
 
-/// A small disk. It is gone with the process, however that ends: nobody else sees the mount.
+/// A small disk: the folder that VU_SMALL_DISK names, or one in memory that is gone with the
+/// process, however that ends: nobody else sees its mount.
 class SmallDisk {
  public:
   SmallDisk() {
+    if (const char* const given = std::getenv("VU_SMALL_DISK")) {
+      m_given = given;
+      return;
+    }
     if (::unshare(CLONE_NEWNS) != 0 ||
         ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         ::mount("tmpfs", path().c_str(), "tmpfs", 0, "size=3m,mode=0777") != 0) {
@@ -45,17 +51,20 @@ class SmallDisk {
     }
   }
   ~SmallDisk() {
-    if (m_refusal.empty()) ::umount2(path().c_str(), MNT_DETACH);
+    if (m_given.empty() && m_refusal.empty()) ::umount2(path().c_str(), MNT_DETACH);
   }
   SmallDisk(const SmallDisk&) = delete;
   SmallDisk& operator=(const SmallDisk&) = delete;
 
   /// Empty when the disk is there.
   const std::string& refusal() const { return m_refusal; }
-  std::string path() const { return native(m_scratch.path()).string(); }
+  std::string path() const {
+    return m_given.empty() ? native(m_scratch.path()).string() : m_given;
+  }
 
  private:
   scratch_folder m_scratch;
+  std::string m_given;
   std::string m_refusal;
 };
 
@@ -91,13 +100,17 @@ class Ballast {
   }
 
  private:
-  bool take_page() {
-    static const std::string page(kPage, 'x');
-    return ::pwrite(m_file, page.data(), page.size(), ::lseek(m_file, 0, SEEK_END)) ==
-           static_cast<::ssize_t>(kPage);
+  bool take(std::size_t size) {
+    const std::string bytes(size, 'x');
+    return ::pwrite(m_file, bytes.data(), size, ::lseek(m_file, 0, SEEK_END)) ==
+           static_cast<::ssize_t>(size);
   }
+  bool take_page() { return take(kPage); }
+  /// In large pieces first: on a network each is a question.
   void take_all() {
-    while (take_page()) {
+    for (const std::size_t size : {kPage * 64, kPage}) {
+      while (take(size)) {
+      }
     }
   }
 

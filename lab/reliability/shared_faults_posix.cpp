@@ -1,5 +1,5 @@
-// A part of the file system below two mounts ends while they work: one of its bricks, or a mount
-// itself.
+// A part of the file system below two mounts ends while they work: one of its bricks, a mount
+// itself, its network or its server.
 
 #include <algorithm>
 #include <chrono>
@@ -123,6 +123,68 @@ void shared_cut_off(Run& run) {
 REGISTER_SUITE(shared_cut_off, "shared-cut-off",
                "a mount ends in the middle of the work; its callers fail, the other one goes on",
                "creates", 600, Scratch::kMemory)
+
+// ---- a network, and a server --------------------------------------------------------------------
+
+/// Who is allowed to be told a failure.
+enum class MayFail : std::uint8_t { kNobody, kHostB };
+
+/// Something happens in the middle of the work, and is over again. Whoever was not told a failure
+/// goes on, and everything acknowledged is there.
+void interrupt(Run& run, const std::string& event, MayFail who) {
+  const std::size_t rounds =
+      static_cast<std::size_t>(std::max<std::uint64_t>(4, run.wanted() / (2 * kProcesses)));
+  SharedWork work(run, {kProcesses, rounds, 1, Locks::kTaken, Look::kFromItsOwn});
+  work.start();
+  let_them_work(work, rounds * kProcesses * 2 / 4);
+  control(event);
+  if (work.rounds_so_far() >= rounds * kProcesses * 2)
+    run.fail("the work was done before, which shows nothing");
+  const auto over = Clock::now();
+  work.wait(Host::kA);
+  if (who == MayFail::kNobody) {
+    work.wait(Host::kB);
+  } else {
+    work.wait_for_failures(Host::kB);
+  }
+  for (const auto& [text, count] : work.failures()) {
+    run.figure("  " + text, std::uint64_t{count});
+    if (!is_stated(text)) run.fail("a caller was given no stated failure: " + text);
+  }
+  run.figure("all had ended afterwards in", reliability::as_milliseconds(Clock::now() - over));
+  work.check();
+  run.figure("longest create, read, removal",
+             as_milliseconds(work.longest().create) + ", " + as_milliseconds(work.longest().read) +
+                 ", " + as_milliseconds(work.longest().remove));
+  run.counted(work.creates());
+}
+
+/// "cut b 5": a share of the time for which the server keeps a client's locks.
+std::string cut_for(double leases) {
+  const double seconds = std::stod(control("lease")) * leases;
+  return "cut b " + std::to_string(static_cast<int>(seconds));
+}
+
+void shared_cut_short(Run& run) {
+  if (two_hosts_and_control(run)) interrupt(run, cut_for(0.4), MayFail::kNobody);
+}
+REGISTER_SUITE(shared_cut_short, "shared-cut-short",
+               "a host loses its network for less than a lease; nobody fails", "creates", 120,
+               Scratch::kMemory)
+
+void shared_cut_long(Run& run) {
+  if (two_hosts_and_control(run)) interrupt(run, cut_for(2.5), MayFail::kHostB);
+}
+REGISTER_SUITE(shared_cut_long, "shared-cut-long",
+               "a host loses its network for longer than a lease; the other one goes on", "creates",
+               120, Scratch::kMemory)
+
+void shared_server_restart(Run& run) {
+  if (two_hosts_and_control(run)) interrupt(run, "restart-server", MayFail::kNobody);
+}
+REGISTER_SUITE(shared_server_restart, "shared-server-restart",
+               "the server of the share ends and starts again; nobody fails", "creates", 120,
+               Scratch::kMemory)
 
 }  // namespace
 }  // namespace reliability

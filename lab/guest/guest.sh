@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# A machine of its own with Debian's kernel, emulated by qemu: it has the clients of network shares that the
+# kernel here may lack. For ./dev shared --on nfs|smb:
+#   lab/guest/guest.sh BIN SHARE [--quick] [PART...]    BIN: the folder of the built programs
+# The machine is made once below build/guest and starts from the same disk each time; what it writes goes with
+# it. It has no network but its own: a server and two hosts in namespaces (inside.sh).
+. "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
+
+cannot() {
+  printf './dev shared: not run: %s\n' "$1" >&2
+  exit 77
+}
+
+. "$(dirname "${BASH_SOURCE[0]}")/machine.sh"
+
+# run_guest <BIN> <words for inside.sh...>
+run_guest() {
+  local bin=$1
+  shift
+  run=$(mktemp -d "$folder/run-XXXXXX")
+  trap 'rm -rf "$run"' EXIT
+  printf '%s\n' "$@" >"$run/words"
+  # Nothing from before: what the server's disks hold is made for each run. The second one is soon full.
+  truncate -s 2G "$run/tree.img"
+  truncate -s 5M "$run/small.img"
+  mke2fs -q -t ext4 "$run/tree.img"
+  mke2fs -q -t ext4 -O ^has_journal -m 0 -b 1024 -N 4096 "$run/small.img"
+  qemu-system-x86_64 -accel tcg,thread=multi -cpu max -smp 2 -m 2048 -no-reboot -nic none \
+    -display none -monitor none -serial stdio \
+    -kernel "$folder/vmlinuz" -initrd "$folder/initrd" \
+    -append "console=ttyS0 root=/dev/vda rw init=/first quiet loglevel=3 panic=-1 net.ifnames=0" \
+    -drive "file=$disk,if=virtio,format=raw,snapshot=on" \
+    -drive "file=$run/tree.img,if=virtio,format=raw,cache=unsafe" \
+    -drive "file=$run/small.img,if=virtio,format=raw,cache=unsafe" \
+    -virtfs "local,path=$bin/..,mount_tag=build,security_model=none,readonly=on" \
+    -virtfs "local,path=$ROOT/lab,mount_tag=lab,security_model=none,readonly=on" \
+    -virtfs "local,path=$run,mount_tag=run,security_model=none" </dev/null |
+    sed -u 's|\r||g' | tee "$folder/console.log"
+  [ -f "$run/status" ] || die "the guest ended before its work did; see $folder/console.log"
+  return "$(cat "$run/status")"
+}
+
+bin=${1:?the folder of the programs}
+shift
+[ "$(id -u)" -eq 0 ] || cannot "it needs root, to make the guest's disk"
+for tool in qemu-system-x86_64 debootstrap mke2fs; do
+  command -v "$tool" >/dev/null || cannot "'$tool' is not installed (scripts/packages.sh guest)"
+done
+make_guest "$bin"
+run_guest "$bin" "$@"

@@ -1,0 +1,185 @@
+#!/usr/bin/env bash
+# The first process of the guest (guest.sh starts it): a server, and two hosts "a" and "b" that mount its share,
+# each in a network namespace with an address and a name of its own. One mount namespace sees both mounts, so the
+# suites for two mounts run as they are. It ends by switching the machine off.
+#
+# The same script is the control program of the suites, with a verb:
+#   cut a|b SECONDS        takes the host's network away for so long
+#   restart-server         ends the server and starts it again
+#   mount a|b, unmount a|b
+#   lease                  the seconds for which the server keeps the locks of a host that it does not hear
+set -uo pipefail
+
+export PATH=/usr/sbin:/usr/bin:/sbin:/bin
+export HOME=/root LC_ALL=C.UTF-8
+self=${BASH_SOURCE[0]}
+here=$(dirname "$self")
+readonly lease=15 # seconds; what a server of NFS gives, and waits after its start
+
+say() { printf '== %s\n' "$*"; }
+die() {
+  printf 'error: %s\n' "$*" >&2
+  exit 1
+}
+
+# ---- the machine ----------------------------------------------------------------------------------
+
+start_machine() {
+  mountpoint -q /sys || mount -t sysfs sysfs /sys
+  [ -c /dev/null ] || mount -t devtmpfs dev /dev
+  mkdir -p /dev/pts /dev/shm
+  mount -t devpts devpts /dev/pts
+  mount -t tmpfs -o mode=1777 shm /dev/shm
+  mount -t tmpfs -o mode=755 run /run
+  mount -t tmpfs -o mode=1777 tmp /tmp
+  ln -sfn /proc/self/fd /dev/fd
+  mkdir -p /mnt/build /mnt/run /srv/tree /srv/small /mnt/a /mnt/b /mnt/small-a /mnt/small-b /run/lock
+  mount -t 9p -o trans=virtio,version=9p2000.L,ro,msize=262144,cache=loose build /mnt/build
+  mount -t 9p -o trans=virtio,version=9p2000.L,msize=262144 run /mnt/run
+  mount /dev/vdb /srv/tree
+  mount /dev/vdc /srv/small
+  hostname server
+  ip link set lo up
+}
+
+# The hosts' network: a bridge that the server has an address on.
+start_network() {
+  local host number=1
+  ip link add net type bridge
+  ip address add 10.77.0.1/24 dev net
+  ip link set net up
+  for host in a b; do
+    number=$((number + 1))
+    ip netns add "$host"
+    ip link add "to-$host" type veth peer name eth0 netns "$host"
+    ip link set "to-$host" master net up
+    ip -n "$host" link set lo up
+    ip -n "$host" address add "10.77.0.$number/24" dev eth0
+    ip -n "$host" link set eth0 up
+    # A host has its own name, too: to a server of NFS that is who it is.
+    touch "/run/uts-$host"
+    unshare --uts="/run/uts-$host" hostname "host-$host"
+  done
+}
+
+# as_host a|b <command...>: with the host's network and name, and the mounts of all.
+as_host() {
+  local host=$1
+  shift
+  nsenter --net="/run/netns/$host" --uts="/run/uts-$host" "$@"
+}
+
+# ---- the shares -----------------------------------------------------------------------------------
+
+start_nfs() {
+  modprobe nfsd
+  mountpoint -q /proc/fs/nfsd || mount -t nfsd nfsd /proc/fs/nfsd
+  mkdir -p /var/lib/nfs/rpc_pipefs /var/lib/nfs/v4recovery
+  mountpoint -q /var/lib/nfs/rpc_pipefs || mount -t rpc_pipefs sunrpc /var/lib/nfs/rpc_pipefs
+  printf '%s\n' '/srv *(rw,fsid=0,no_root_squash,no_subtree_check,sync)' \
+    '/srv/tree *(rw,no_root_squash,no_subtree_check,sync)' \
+    '/srv/small *(rw,no_root_squash,no_subtree_check,sync)' >/etc/exports
+  echo "$lease" >/proc/fs/nfsd/nfsv4leasetime
+  echo "$lease" >/proc/fs/nfsd/nfsv4gracetime
+  pidof nfsdcld >/dev/null || nfsdcld || true
+  exportfs -ra || die "nothing is exported"
+  rpc.nfsd --no-nfs-version 3 --nfs-version 4.2 --no-udp 8 || die "the server of NFS does not start"
+  pidof rpc.mountd >/dev/null || rpc.mountd --no-nfs-version 3 || die "rpc.mountd does not start"
+}
+stop_nfs() { rpc.nfsd 0; }
+mount_nfs() { as_host "$1" mount -t nfs4 -o "vers=4.2,${3:-noac,lookupcache=none}" "10.77.0.1:/$2" "$4"; }
+
+start_smb() {
+  mkdir -p /run/samba /var/lib/samba/private /var/log/samba
+  cat >/etc/samba/smb.conf <<'CONF'
+[global]
+  workgroup = LAB
+  server role = standalone server
+  disable netbios = yes
+  smb ports = 445
+  load printers = no
+  log level = 0
+[tree]
+  path = /srv/tree
+  read only = no
+[small]
+  path = /srv/small
+  read only = no
+CONF
+  printf 'lab\nlab\n' | smbpasswd -s -a root >/dev/null || die "the server has no user"
+  smbd -D || die "the server of SMB does not start"
+}
+stop_smb() { pkill -x smbd; while pgrep -x smbd >/dev/null; do sleep 0.1; done; }
+
+mount_smb() {
+  modprobe cifs
+  as_host "$1" mount -t cifs \
+    -o "vers=3.1.1,ip=10.77.0.1,username=root,password=lab,${3:-cache=none,actimeo=0}" \
+    "//10.77.0.1/$2" "$4"
+}
+
+# mount_share a|b [OPTIONS]: the tree, and the small disk beside it.
+mount_share() {
+  local try
+  for try in 1 2 3 4 5 6; do
+    "mount_$share" "$1" tree "${2-}" "/mnt/$1" && break
+    [ "$try" -lt 6 ] || die "the share cannot be mounted at host $1"
+    sleep 1
+  done
+  mountpoint -q "/mnt/small-$1" || "mount_$share" "$1" small "${2-}" "/mnt/small-$1" ||
+    die "the small disk cannot be mounted at host $1"
+}
+unmount_share() { umount -f -l "/mnt/$1"; }
+
+# ---- verbs of the suites --------------------------------------------------------------------------
+
+verb_cut() {
+  ip link set "to-$1" down
+  sleep "$2"
+  ip link set "to-$1" up
+}
+verb_restart-server() {
+  "stop_$share"
+  "start_$share"
+}
+verb_mount() { mount_share "$1"; }
+verb_unmount() { unmount_share "$1"; }
+verb_lease() { echo "$lease"; }
+
+if [ $$ -ne 1 ]; then
+  share=${VU_SHARED_ON:?}
+  verb=${1:?a verb}
+  shift
+  declare -F "verb_$verb" >/dev/null || die "inside.sh knows no '$verb'"
+  "verb_$verb" "$@"
+  exit
+fi
+
+# ---- the run --------------------------------------------------------------------------------------
+
+work() {
+  start_machine
+  mapfile -t words </mnt/run/words
+  share=${words[0]}
+  export VU_SHARED_ON=$share VU_SHARED_DIR=/tmp/shared VU_SHARED_CONTROL="bash $self"
+  export VU_SHARED_A=/mnt/a VU_SHARED_B=/mnt/b
+  mkdir -p "$VU_SHARED_DIR/local"
+  start_network
+  "start_$share"
+  mount_share a
+  mount_share b
+  say "$share is mounted at both hosts, $(cut -d. -f1 /proc/uptime) s after the machine's start"
+  . "$here/parts.sh"
+  run_all "${words[@]:1}"
+}
+
+# The machine goes whatever came out.
+main() {
+  (work)
+  echo $? >/mnt/run/status
+  sync
+  umount /mnt/run
+  echo o >/proc/sysrq-trigger
+  sleep 60
+}
+main
