@@ -89,8 +89,20 @@ class SharesServerHandles final : public SharedView {
   }
 
  private:
+  /// The one handle of the server, with one lock at most, however many of the host have one here.
   struct Server {
+    os::Status lock(bool exclusive) {
+      if (has_lock) return {};
+      const os::Status status = file->lock(exclusive);
+      has_lock = status.ok();
+      return status;
+    }
+    void unlock() {
+      if (std::exchange(has_lock, false)) (void)file->unlock();
+    }
+
     std::unique_ptr<SharedHandle> file;
+    bool has_lock = false;
     std::set<const void*> readers;
     const void* writer = nullptr;
   };
@@ -101,8 +113,8 @@ class SharesServerHandles final : public SharedView {
         : m_server(std::move(server)), m_lost(lost) {}
     ~Alike() override {
       const bool had_one = m_server->readers.count(this) != 0 || m_server->writer == this;
-      if (had_one == (m_lost == LostWith::kOneThatHadALock)) (void)m_server->file->unlock();
-      (void)unlock_here();
+      if (had_one == (m_lost == LostWith::kOneThatHadALock)) m_server->unlock();
+      unlock_here();
     }
     /// Handles of one host keep each other out.
     os::Status lock(bool exclusive) override {
@@ -110,7 +122,7 @@ class SharesServerHandles final : public SharedView {
           m_server->readers.size() > m_server->readers.count(this) && exclusive;
       if (others_read || (m_server->writer != nullptr && m_server->writer != this))
         return {11, os::Failure::kOther};
-      const os::Status status = m_server->file->lock(exclusive);
+      const os::Status status = m_server->lock(exclusive);
       if (!status.ok()) return status;
       unlock_here();
       if (exclusive) {
@@ -122,14 +134,15 @@ class SharesServerHandles final : public SharedView {
     }
     os::Status unlock() override {
       unlock_here();
-      return m_server->file->unlock();
+      if (m_server->writer == nullptr && m_server->readers.empty()) m_server->unlock();
+      return {};
     }
     os::Status read(std::string& bytes) override { return m_server->file->read(bytes); }
 
    private:
-    bool unlock_here() {
+    void unlock_here() {
       if (m_server->writer == this) m_server->writer = nullptr;
-      return m_server->readers.erase(this) != 0;
+      m_server->readers.erase(this);
     }
     const std::shared_ptr<Server> m_server;
     const LostWith m_lost;
