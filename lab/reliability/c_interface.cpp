@@ -144,7 +144,8 @@ const std::string& copied(const Place& place) {
 // clang-format off
 const CCall kCalls[] = {
   {"vu_open_store", [](const Place&) { return open_and_close(); }},
-  {"vu_folder", [](const Place&) { char path[1000]; return vu_folder(store(), VU_AREA_MAIL, path, sizeof path, nullptr); }},
+  {"vu_folder", [](const Place&) {
+     char path[1000]; return vu_folder(store(), VU_AREA_MAIL, path, sizeof path, nullptr); }},
   {"vu_exists", [](const Place&) { return vu_exists(store(), report()); }},
   {"vu_describe", [](const Place&) { return info_of(report()); }},
   {"vu_file_path", [](const Place&) { return path_of(report()); }},
@@ -152,31 +153,45 @@ const CCall kCalls[] = {
   {"vu_read_whole", [](const Place&) { return whole(report()); }},
   {"vu_latest", [](const Place&) { return latest_of(report()); }},
   {"vu_put, new", [](const Place&) { return vu_put(store(), fresh(), "text", 4, 0, nullptr); }},
-  {"vu_put, replacing", [](const Place&) { return vu_put(store(), report(), "text", 4, VU_REPLACE, nullptr); }},
-  {"vu_put, in place", [](const Place&) { return vu_put(store(), report(), "text", 4, VU_REPLACE | VU_IN_PLACE, nullptr); }},
-  {"vu_put, corporate", [](const Place&) { return vu_put(store(), corporate(), "text", 4, VU_REPLACE, nullptr); }},
-  {"vu_copy_in", [](const Place& p) { return vu_copy_in(store(), fresh(), outside(p).c_str(), 0, nullptr); }},
-  {"vu_copy_in, in place", [](const Place& p) { return vu_copy_in(store(), report(), outside(p).c_str(), VU_REPLACE | VU_IN_PLACE, nullptr); }},
-  {"vu_copy_out", [](const Place& p) { return vu_copy_out(store(), report(), copied(p).c_str(), 0); }},
+  {"vu_put, replacing", [](const Place&) {
+     return vu_put(store(), report(), "text", 4, VU_REPLACE, nullptr); }},
+  {"vu_put, in place", [](const Place&) {
+     return vu_put(store(), report(), "text", 4, VU_REPLACE | VU_IN_PLACE, nullptr); }},
+  {"vu_put, corporate", [](const Place&) {
+     return vu_put(store(), corporate(), "text", 4, VU_REPLACE, nullptr); }},
+  {"vu_copy_in", [](const Place& p) {
+     return vu_copy_in(store(), fresh(), outside(p).c_str(), 0, nullptr); }},
+  {"vu_copy_in, in place", [](const Place& p) {
+     return vu_copy_in(store(), report(), outside(p).c_str(), VU_REPLACE | VU_IN_PLACE,
+        nullptr); }},
+  {"vu_copy_out", [](const Place& p) {
+     return vu_copy_out(store(), report(), copied(p).c_str(), 0); }},
   {"vu_remove", [](const Place&) { return vu_remove(store(), report()); }},
   {"vu_rename", [](const Place&) { return vu_rename(store(), report(), fresh(), 0); }},
-  {"vu_rename, replacing", [](const Place&) { return vu_rename(store(), report(), key_file(), VU_REPLACE); }},
-  {"vu_rename, elsewhere", [](const Place&) { return vu_rename(store(), report(), corporate(), 0); }},
+  {"vu_rename, replacing", [](const Place&) {
+     return vu_rename(store(), report(), key_file(), VU_REPLACE); }},
+  {"vu_rename, elsewhere", [](const Place&) {
+     return vu_rename(store(), report(), corporate(), 0); }},
   {"vu_open, to read", [](const Place&) { return stream_of(report(), VU_READ_EXACT, read_text); }},
   {"vu_open, served", [](const Place&) { return stream_of(report(), VU_READ_SERVED, read_text); }},
   {"vu_open, new", [](const Place&) { return stream_of(fresh(), VU_WRITE_NEW, write_text); }},
   {"vu_open, over", [](const Place&) { return stream_of(report(), VU_WRITE_OVER, write_text); }},
   {"vu_open_part, to read", [](const Place&) { return part_of(VU_READ_SERVED, read_text); }},
   {"vu_open_part, to write", [](const Place&) { return part_of(VU_WRITE_OVER, write_text); }},
-  {"vu_each_document", [](const Place&) { return vu_each_document(store(), VU_AREA_USER, "anna", VU_WITH_INFO, go_on, nullptr); }},
-  {"vu_each_version", [](const Place&) { return vu_each_version(store(), report(), 0, go_on, nullptr); }},
-  {"vu_each_owner", [](const Place&) { return vu_each_owner(store(), VU_AREA_USER, go_on_with_names, nullptr); }},
+  {"vu_each_document", [](const Place&) {
+     return vu_each_document(store(), VU_AREA_USER, "anna", VU_WITH_INFO, go_on, nullptr); }},
+  {"vu_each_version", [](const Place&) {
+     return vu_each_version(store(), report(), 0, go_on, nullptr); }},
+  {"vu_each_owner", [](const Place&) {
+     return vu_each_owner(store(), VU_AREA_USER, go_on_with_names, nullptr); }},
   {"vu_key_get", [](const Place&) { return value_of(key_file()); }},
   {"vu_key_set", [](const Place&) { return vu_key_set(store(), key_file(), "a", "b"); }},
   {"vu_key_set, new", [](const Place&) { return vu_key_set(store(), fresh(), "a", "b"); }},
   {"vu_key_delete", [](const Place&) { return vu_key_delete(store(), key_file(), "report.kdb"); }},
-  {"vu_key_each", [](const Place&) { return vu_key_each(store(), key_file(), go_on_with_lines, nullptr); }},
-  {"vu_profile_set", [](const Place&) { return vu_profile_set(store(), "anna", nullptr, "a", "b"); }},
+  {"vu_key_each", [](const Place&) {
+     return vu_key_each(store(), key_file(), go_on_with_lines, nullptr); }},
+  {"vu_profile_set", [](const Place&) {
+     return vu_profile_set(store(), "anna", nullptr, "a", "b"); }},
   {"vu_rename_owner", [](const Place&) { return vu_rename_owner(store(), "anna", "berta"); }},
   {"vu_remove_owner", [](const Place&) { return vu_remove_owner(store(), "anna"); }},
   {"vu_clean", [](const Place&) { return clean(100'000, 0); }},
