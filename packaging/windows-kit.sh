@@ -8,12 +8,13 @@ work=$BUILD/package/kit
 version=$(sed -n 's/^project(vu_storage VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 name=vu_storage-$version-windows-kit
 tree=$work/$name
-programs=(kit kernel_tests unit_tests api_tests c_interface_tests cpp_layer_tests multi_tests admin_tests stgctl_tests
-  fuzz_replay reliability stgctl)
+programs=(kit kernel_tests kernel_long_paths kernel_code_page_932 kernel_code_page_1252 kernel_code_page_65001
+  unit_tests api_tests c_interface_tests cpp_layer_tests multi_tests admin_tests stgctl_tests fuzz_replay reliability
+  storage_bench_plain stgctl)
 
 build() {
   say "building the programs of the kit"
-  quietly "$work/configure.log" "configuring" cmake --preset mingw
+  quietly "$work/configure.log" "configuring" cmake --preset mingw -D VU_BUILD_BENCH=ON
   quietly "$work/build.log" "building" cmake --build --preset mingw --parallel "$JOBS" --target vu_storage "${programs[@]}"
 }
 
@@ -26,6 +27,7 @@ stage() {
     cp "build/mingw/bin/$program.exe" "$tree/bin/"
   done
   cp build/mingw/bin/*.dll "$tree/bin/"
+  cp -r lab/fuzz/corpus "$tree/bin/"
   x86_64-w64-mingw32-strip --strip-debug "$tree"/bin/*.exe
   sed 's/$/\r/' packaging/kit-run.cmd >"$tree/run.cmd"
   sed 's/$/\r/' packaging/kit-README.txt >"$tree/README.txt"

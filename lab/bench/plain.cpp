@@ -1,5 +1,5 @@
 // The main workloads beside the literal way, with nothing but the library: storage_bench_plain
-// [FOLDER]
+// [FOLDER [REPETITIONS]]
 //
 // For systems that have neither of the databases nor a benchmark library (the Windows build under
 // Wine). A folder of 1,000 entries; times are medians of interleaved repetitions, in microseconds
@@ -81,8 +81,7 @@ struct Workload {
 };
 
 /// One row of the table. @return whether the requirement is reached.
-bool compare(const Workload& workload) {
-  constexpr int kRepetitions = 7;
+bool compare(const Workload& workload, int repetitions) {
   const int times = workload.undo ? 1 : 20;
   const auto run = [&](const std::function<void()>& work, int count) {
     const double seconds = time_of(work, count);
@@ -92,7 +91,7 @@ bool compare(const Workload& workload) {
   std::vector<double> library;
   std::vector<double> literal;
   run(workload.library, 1);
-  for (int i = 0; i < kRepetitions; ++i) {
+  for (int i = 0; i < repetitions; ++i) {
     library.push_back(run(workload.library, times));
     literal.push_back(run(workload.literal, 1));
   }
@@ -102,7 +101,7 @@ bool compare(const Workload& workload) {
   return faster >= kRequired;
 }
 
-int run(const std::string& folder) {
+int run(const std::string& folder, int repetitions) {
   std::filesystem::remove_all(folder);
   std::filesystem::create_directories(folder);
   fill(folder);
@@ -141,7 +140,7 @@ int run(const std::string& folder) {
       "|---|--:|--:|--:|---|\n",
       static_cast<unsigned>(kEntries), kRequired);
   std::size_t missed = 0;
-  for (const Workload& workload : workloads) missed += compare(workload) ? 0 : 1;
+  for (const Workload& workload : workloads) missed += compare(workload, repetitions) ? 0 : 1;
   std::printf("\nRequirements missed: %u\n", static_cast<unsigned>(missed));
   if (names.size() != kEntries) std::fprintf(stderr, "error: a wrong list\n");
   std::filesystem::remove_all(folder);
@@ -152,9 +151,11 @@ int run(const std::string& folder) {
 
 int main(int argc, char** argv) {
   try {
-    return run(argc > 1
-                   ? argv[1]
-                   : (std::filesystem::temp_directory_path() / "storage-bench-plain").string());
+    const std::string folder =
+        argc > 1 ? argv[1]
+                 : (std::filesystem::temp_directory_path() / "storage-bench-plain").string();
+    const int repetitions = argc > 2 ? std::stoi(argv[2]) : 7;
+    return run(folder, std::max(repetitions, 1));
   } catch (const std::exception& error) {
     std::fprintf(stderr, "error: %s\n", error.what());
     return 1;

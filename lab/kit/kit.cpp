@@ -6,17 +6,26 @@
 
 #include <windows.h>
 
+// Behind the header that it stands on.
+#include <shellapi.h>
+
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <optional>
 #include <string>
 
+#include "lab/kit/folders.h"
 #include "lab/kit/machine.h"
 #include "lab/kit/page.h"
+#include "lab/kit/program.h"
 #include "lab/kit/suites.h"
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 std::filesystem::path own_folder() {
   std::wstring path(32768, L'\0');
@@ -31,90 +40,137 @@ std::string now() {
   return text;
 }
 
-/// A folder that is not there yet.
-std::filesystem::path new_folder(const std::filesystem::path& below) {
-  for (int number = 1;; ++number) {
-    std::filesystem::path folder = below / ("vu-kit-run-" + std::to_string(number));
-    if (!std::filesystem::exists(folder) && std::filesystem::create_directories(folder))
-      return folder;
-  }
-}
-
-/// The same folder by its short name: the test programs write their paths in ASCII. Where there is
-/// none the path stays, and a folder with other letters has to be exchanged for one without.
-std::filesystem::path in_ascii(const std::filesystem::path& folder) {
-  const auto is_ascii = [](const std::wstring& text) {
-    return std::all_of(text.begin(), text.end(), [](wchar_t c) { return c < 128; });
-  };
-  if (is_ascii(folder.wstring())) return folder;
-  std::wstring path(32768, L'\0');
-  path.resize(::GetShortPathNameW(folder.c_str(), path.data(), static_cast<DWORD>(path.size())));
-  if (!path.empty() && is_ascii(path)) return path;
+/// The name stays long, or has letters that many tests cannot write: said before they fail.
+void warn_of(const std::filesystem::path& work) {
+  constexpr std::size_t kLong = 110;
+  if (kit::is_ascii(work.wstring()) && work.wstring().size() <= kLong) return;
   std::printf(
-      "This folder has letters beyond ASCII and no short name, and many tests will fail.\n"
-      "Please say run.cmd D:\\somewhere instead.\n");
-  return folder;
+      "This folder's path %s, and there is no short name for it. Many tests will fail.\n"
+      "Please say instead: run.cmd C:\\somewhere\n",
+      work.wstring().size() > kLong ? "is long" : "has letters beyond ASCII");
 }
 
-/// Programs put their temporary files there as well.
-void set_temporary_folder(const std::filesystem::path& folder) {
-  std::filesystem::create_directories(folder);
-  for (const wchar_t* const name : {L"TMP", L"TEMP", L"VU_TEST_TMP"})
-    ::SetEnvironmentVariableW(name, folder.c_str());
-}
-
-void show(std::size_t number, std::size_t of, const kit::Result& result) {
-  std::printf("\r[%2zu/%zu] %-18s %-8s", number, of, result.suite.name.c_str(),
+void show(std::size_t of, std::size_t number, const kit::Result& result) {
+  std::printf("\r[%2zu/%zu] %-22s %-8s", number, of, result.suite.name.c_str(),
               kit::name_of(result.state));
   if (!result.cases.empty()) {
     std::printf(" %4d passed %3d failed %3d skipped", result.count(kit::State::kPassed),
                 result.count(kit::State::kFailed), result.count(kit::State::kSkipped));
   }
-  std::printf("  %d s\n", static_cast<int>(result.seconds));
+  std::printf("  %d s        \n", static_cast<int>(result.seconds));
+}
+
+/// Where the reports go: beside the kit, or into the folder that was named when that is read-only.
+class ReportFolder {
+ public:
+  ReportFolder(std::filesystem::path home, const std::filesystem::path& where)
+      : m_folder(std::move(home)), m_second(where) {}
+
+  void write(const kit::Report& report) {
+    m_is_written = kit::write_reports(report, m_folder);
+    if (m_is_written || m_second.empty()) return;
+    m_folder = m_second;
+    m_is_written = kit::write_reports(report, m_folder);
+  }
+  bool is_written() const { return m_is_written; }
+  std::filesystem::path page() const { return m_folder / "report.html"; }
+
+ private:
+  std::filesystem::path m_folder;
+  std::filesystem::path m_second;
+  bool m_is_written = false;
+};
+
+void run_suites(kit::Report& report, ReportFolder& reports, const std::filesystem::path& bin,
+                const std::filesystem::path& work) {
+  const auto begin = Clock::now();
+  for (const kit::Suite& suite : kit::suites()) {
+    const std::size_t number = report.results.size() + 1;
+    const auto tell = [&](std::chrono::seconds time) {
+      std::printf("\r[%2zu/%zu] %s ... %d s", number, report.wanted, suite.what.c_str(),
+                  static_cast<int>(time.count()));
+      std::fflush(stdout);
+    };
+    tell(std::chrono::seconds(0));
+    report.results.push_back(kit::run(suite, bin, work, tell));
+    std::printf("\r%70s", "");
+    show(report.wanted, number, report.results.back());
+    report.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+    report.is_stopped = kit::is_stopped();
+    // After each one: whatever happens later, this is there.
+    reports.write(report);
+  }
+}
+
+/// Ctrl-C, and the window that is closed: what runs is ended, and the reports are written.
+BOOL WINAPI on_end(DWORD what) {
+  kit::request_stop();
+  // Windows ends the process once this returns; it waits for some seconds.
+  if (what != CTRL_C_EVENT && what != CTRL_BREAK_EVENT) ::Sleep(10'000);
+  return TRUE;
+}
+
+void show_page(const std::filesystem::path& page) {
+  ::ShellExecuteW(nullptr, L"open", page.c_str(), nullptr, nullptr, SW_SHOWNORMAL);
 }
 
 int run_all(const std::filesystem::path& where) {
+  const bool is_quiet = ::GetEnvironmentVariableW(L"VU_KIT_QUIET", nullptr, 0) != 0;
   const std::filesystem::path bin = own_folder();
   const std::filesystem::path home = bin.parent_path();
-  const std::filesystem::path work = in_ascii(new_folder(where.empty() ? home : where));
-  set_temporary_folder(work / "tmp");
+  kit::WorkFolder folder(where.empty() ? home : where);
+  const std::filesystem::path work = kit::short_form(folder.path());
+  ::CreateDirectoryW((work / "tmp").c_str(), nullptr);
+  kit::clean_environment(work / "tmp");
+  ::SetEnvironmentVariableW(L"VU_FUZZ_CORPUS", kit::short_form(bin / "corpus").c_str());
   std::printf(
-      "vu_storage %s: this takes some minutes. Nothing is installed, and nothing outside of "
-      "%s is touched.\n\n",
-      VU_KIT_VERSION, work.string().c_str());
+      "vu_storage %s: this takes about ten minutes; Ctrl-C ends it before. Nothing is installed,\n"
+      "and nothing outside of %s is touched.\n\n",
+      VU_KIT_VERSION, kit::utf8_of(folder.path().wstring()).c_str());
+  warn_of(work);
   kit::Report report;
   report.version = VU_KIT_VERSION;
   report.began = now();
+  report.wanted = kit::suites().size();
   report.is_emulated = kit::is_emulated();
   report.facts = kit::facts_of_machine(work);
-  bool is_good = true;
-  const std::vector<kit::Suite>& suites = kit::suites();
-  for (const kit::Suite& suite : suites) {
-    std::printf("[%2zu/%zu] %s ...", report.results.size() + 1, suites.size(), suite.what.c_str());
-    std::fflush(stdout);
-    report.results.push_back(kit::run(suite, bin, work));
-    show(report.results.size(), suites.size(), report.results.back());
-    is_good = is_good && report.results.back().state != kit::State::kFailed;
-    // After each one: whatever happens later, this is there.
-    kit::write_json(report, home / "report.json");
-    kit::write_page(report, home / "report.html");
+  ReportFolder reports(home, where);
+  reports.write(report);
+  run_suites(report, reports, bin, work);
+  if (!folder.remove()) {
+    report.remains = "Some of " + kit::utf8_of(folder.path().wstring()) +
+                     " could not be removed; please delete that folder.";
+    std::printf("%s\n", report.remains.c_str());
   }
-  std::error_code ignored;
-  std::filesystem::remove_all(work, ignored);
-  std::printf("\n%s. The report is report.html; please send report.json back.\n",
-              is_good ? "Everything passed" : "Something failed");
-  return is_good ? 0 : 1;
+  reports.write(report);
+  if (!reports.is_written()) throw std::runtime_error("the reports cannot be written");
+  std::printf("\n%s\nThe report is %s; please send report.json, which lies beside it, back.\n",
+              report.summary().c_str(), kit::utf8_of(reports.page().wstring()).c_str());
+  if (!is_quiet && !report.is_emulated) show_page(reports.page());
+  return report.is_good() ? 0 : 1;
+}
+
+/// The folder that was named. "D:\some where\" in quotes arrives with its last one.
+std::filesystem::path folder_of(const wchar_t* argument) {
+  std::wstring text = argument;
+  while (!text.empty() && text.back() == L'"') text.pop_back();
+  std::filesystem::path path = std::filesystem::absolute(text);
+  return path.make_preferred();
 }
 
 }  // namespace
 
 int wmain(int argc, wchar_t** argv) {
+  const UINT before = ::GetConsoleOutputCP();
   ::SetConsoleOutputCP(CP_UTF8);
+  ::SetConsoleCtrlHandler(on_end, TRUE);
   std::setvbuf(stdout, nullptr, _IONBF, 0);
+  int code = 2;
   try {
-    return run_all(argc > 1 ? std::filesystem::absolute(argv[1]) : std::filesystem::path());
+    code = run_all(argc > 1 ? folder_of(argv[1]) : std::filesystem::path());
   } catch (const std::exception& reason) {
     std::fprintf(stderr, "error: %s\n", reason.what());
-    return 2;
   }
+  ::SetConsoleOutputCP(before);
+  return code;
 }

@@ -14,12 +14,22 @@ namespace kit {
 struct Report {
   std::string version;
   std::string began;  ///< date and time, UTC
+  double seconds = 0;
+  std::size_t wanted = 0;  ///< suites
   bool is_emulated = false;
+  bool is_stopped = false;  ///< by the user
   Facts facts;
   std::vector<Result> results;
+  std::string remains;  ///< what could not be removed
+
+  int count(State of) const;
+  /// Whether everything ran, and nothing failed.
+  bool is_good() const;
+  /// One line for people: how it went.
+  std::string summary() const;
 };
 
-void write_json(const Report& report, const std::filesystem::path& path);
-void write_page(const Report& report, const std::filesystem::path& path);
+/// Replaces report.json and report.html in a folder, each as a whole. @return whether it could.
+bool write_reports(const Report& report, const std::filesystem::path& folder);
 
 }  // namespace kit

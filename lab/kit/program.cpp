@@ -2,6 +2,10 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <cwctype>
+#include <vector>
+
 namespace kit {
 namespace {
 
@@ -35,12 +39,76 @@ HANDLE job_that_ends_with_us() {
   return job;
 }
 
+/// Set for good once the user wants an end.
+HANDLE stop_event() {
+  static const HANDLE event = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  return event;
+}
+
+/// Waits for the end of a process, of its time, or of the whole run.
+void wait_for(HANDLE process, std::chrono::seconds limit, const Waiting& waiting, Ended& ended) {
+  constexpr std::chrono::seconds kStep{5};
+  const HANDLE both[] = {process, stop_event()};
+  std::chrono::seconds waited{0};
+  for (;;) {
+    const std::chrono::milliseconds step = std::min(kStep, limit - waited);
+    const DWORD first = ::WaitForMultipleObjects(2, both, FALSE, static_cast<DWORD>(step.count()));
+    if (first == WAIT_OBJECT_0) return;
+    ended.was_stopped = first == WAIT_OBJECT_0 + 1;
+    waited += kStep;
+    ended.was_in_time = waited < limit;
+    if (ended.was_stopped || !ended.was_in_time) return;
+    if (waiting) waiting(waited);
+  }
+}
+
+bool begins_with(const std::wstring& text, const wchar_t* begin) {
+  return text.rfind(begin, 0) == 0;
+}
+
+/// Whether a variable of that name, in capitals, could change what a test program does.
+bool is_hostile(const std::wstring& name) {
+  for (const wchar_t* const begin : {L"VU_", L"GTEST_", L"STGCTL", L"TESTBRIDGE_", L"TEST_"})
+    if (begins_with(name, begin)) return true;
+  for (const wchar_t* const whole :
+       {L"XML_OUTPUT_FILE", L"TZ", L"NO_COLOR", L"COLUMNS", L"LINES", L"LANG", L"PAGER"})
+    if (name == whole) return true;
+  return begins_with(name, L"LC_");
+}
+
+std::vector<std::wstring> names_of_environment() {
+  std::vector<std::wstring> names;
+  wchar_t* const block = ::GetEnvironmentStringsW();
+  for (const wchar_t* each = block; *each != L'\0'; each += std::wcslen(each) + 1) {
+    // The current folders of drives are kept in names that begin with "=".
+    const std::wstring line = each;
+    const std::size_t end = line.find(L'=', 1);
+    if (end != std::wstring::npos && line[0] != L'=') names.push_back(line.substr(0, end));
+  }
+  ::FreeEnvironmentStringsW(block);
+  return names;
+}
+
 }  // namespace
+
+void request_stop() { ::SetEvent(stop_event()); }
+bool is_stopped() { return ::WaitForSingleObject(stop_event(), 0) == WAIT_OBJECT_0; }
+
+void clean_environment(const std::filesystem::path& temporary) {
+  for (const std::wstring& name : names_of_environment()) {
+    std::wstring capitals = name;
+    std::transform(capitals.begin(), capitals.end(), capitals.begin(),
+                   [](wchar_t c) { return static_cast<wchar_t>(std::towupper(c)); });
+    if (is_hostile(capitals)) ::SetEnvironmentVariableW(name.c_str(), nullptr);
+  }
+  for (const wchar_t* const name : {L"TMP", L"TEMP", L"VU_TEST_TMP"})
+    ::SetEnvironmentVariableW(name, temporary.c_str());
+}
 
 std::wstring quoted(const std::wstring& text) { return L"\"" + text + L"\""; }
 
 Ended run(const std::wstring& line, const std::filesystem::path& folder,
-          const std::filesystem::path& log, std::chrono::seconds limit) {
+          const std::filesystem::path& log, std::chrono::seconds limit, const Waiting& waiting) {
   const Handle output(opened(log.c_str(), GENERIC_WRITE, CREATE_ALWAYS));
   const Handle input(opened(L"NUL", GENERIC_READ, OPEN_EXISTING));
   const Handle job(job_that_ends_with_us());
@@ -66,13 +134,10 @@ Ended run(const std::wstring& line, const std::filesystem::path& folder,
   const Handle thread(info.hThread);
   ::AssignProcessToJobObject(job.get(), process.get());
   ::ResumeThread(thread.get());
-  const auto milliseconds =
-      static_cast<DWORD>(std::chrono::duration_cast<std::chrono::milliseconds>(limit).count());
-  ended.was_in_time = ::WaitForSingleObject(process.get(), milliseconds) == WAIT_OBJECT_0;
-  if (!ended.was_in_time) {
-    ::TerminateJobObject(job.get(), 99);
-    ::WaitForSingleObject(process.get(), 10'000);
-  }
+  wait_for(process.get(), limit, waiting, ended);
+  // Its helpers go as well, also those of a program that has ended.
+  ::TerminateJobObject(job.get(), 99);
+  ::WaitForSingleObject(process.get(), 10'000);
   DWORD code = 0;
   ::GetExitCodeProcess(process.get(), &code);
   ended.code = code;

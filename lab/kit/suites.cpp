@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
-#include <nlohmann/json.hpp>
 
-#include "lab/kit/program.h"
+#include "lab/kit/cases.h"
 
 namespace kit {
 namespace {
@@ -14,96 +12,30 @@ using namespace std::chrono_literals;
 
 /// @param without cases that compare with the documents of the sources, which a kit has not.
 Suite cases(const char* name, const char* what, std::chrono::seconds limit,
-            const std::string& without = {}) {
-  return {name,         what, name, without.empty() ? without : "--gtest_filter=-" + without,
-          Kind::kCases, limit};
+            const char* without = "") {
+  return {name, what, name, {}, without, Kind::kCases, limit};
 }
+Suite kernel(const char* name, const char* what) {
+  return {name, what, name, {}, {}, Kind::kKernel, 600s};
+}
+/// On a slow disk it ends after a minute, with as much as it has done by then.
 Suite long_run(const char* name, const char* what, const char* count) {
-  return {name,       what, "reliability", std::string(name) + " --scratch . --count " + count,
-          Kind::kRun, 900s};
+  return {name,
+          what,
+          "reliability",
+          std::string(name) + " --scratch . --budget 60 --count " + count,
+          {},
+          Kind::kRun,
+          300s};
 }
 
-std::string bytes_of(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-/// The end of what a program has said.
-std::string last_words(const std::filesystem::path& log) {
-  constexpr std::size_t kMost = 3000;
-  const std::string text = bytes_of(log);
-  return text.size() > kMost ? text.substr(text.size() - kMost) : text;
-}
-
-std::string text_of(const nlohmann::json& object, const char* name) {
-  const auto found = object.find(name);
-  return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
-}
-
-Case case_of(const std::string& suite, const nlohmann::json& told) {
-  Case one;
-  one.name = suite + "." + text_of(told, "name");
-  one.settles = text_of(told, "settles");
-  one.found = text_of(told, "found");
-  const auto add = [&](const char* list, State state) {
-    if (told.find(list) == told.end()) return;
-    one.state = state;
-    for (const auto& each : told[list]) one.words += text_of(each, "failure") + "\n";
-  };
-  // The report does not tell why; what the program has said does.
-  if (text_of(told, "result") == "SKIPPED") one.state = State::kSkipped;
-  add("failures", State::kFailed);
-  return one;
-}
-
-/// What a program said between the beginning and the end of a case.
-std::string words_of(const std::string& log, const std::string& name) {
-  const std::string begin = "[ RUN      ] " + name;
-  const std::size_t at = log.find(begin);
-  if (at == std::string::npos) return {};
-  const std::size_t from = at + begin.size();
-  return log.substr(from, log.find("[  SKIPPED ] ", from) - from);
-}
-
-/// What the report of a program of cases tells. @return whether there is one.
-bool read_cases(const std::filesystem::path& report, std::vector<Case>& cases) {
-  const nlohmann::json told = nlohmann::json::parse(bytes_of(report), nullptr, false);
-  if (!told.is_object() || told.find("testsuites") == told.end()) return false;
-  for (const auto& suite : told["testsuites"]) {
-    for (const auto& one : suite["testsuite"]) {
-      if (text_of(one, "status") == "RUN") cases.push_back(case_of(text_of(suite, "name"), one));
-    }
-  }
-  return true;
-}
-
-void judge_cases(Result& result, const Ended& ended, const std::filesystem::path& folder) {
-  if (!read_cases(folder / "report.json", result.cases)) {
-    result.words = "it ended without a report (" + std::to_string(ended.code) +
-                   "): " + last_words(folder / "log.txt");
-    return;
-  }
-  const std::string log = bytes_of(folder / "log.txt");
-  for (Case& one : result.cases) {
-    if (one.state == State::kSkipped) one.words = words_of(log, one.name);
-  }
-  const bool has_failed = result.count(State::kFailed) != 0 || ended.code != 0;
-  const bool has_run = result.count(State::kPassed) != 0;
-  result.state = has_failed ? State::kFailed : has_run ? State::kPassed : State::kSkipped;
-}
-
-void judge_run(Result& result, const Ended& ended, const std::filesystem::path& folder) {
-  constexpr unsigned long kNotRun = 77;
-  result.words = last_words(folder / "log.txt");
-  if (ended.code == 0) result.state = State::kPassed;
-  if (ended.code == kNotRun) result.state = State::kSkipped;
-}
-
-}  // namespace
-
-const std::vector<Suite>& suites() {
-  static const std::vector<Suite> all = {
-      cases("kernel_tests", "what only a real Windows kernel shows", 600s),
+std::vector<Suite> all_suites() {
+  return {
+      kernel("kernel_tests", "what only a real Windows kernel shows"),
+      kernel("kernel_long_paths", "the same, with long paths asked for"),
+      kernel("kernel_code_page_932", "the same, in a Japanese code page"),
+      kernel("kernel_code_page_1252", "the same, in a Western code page"),
+      kernel("kernel_code_page_65001", "the same, in UTF-8"),
       cases("unit_tests", "the library, from inside, with faults", 1800s, "CallCounts.*"),
       cases("api_tests", "the exported classes", 900s),
       cases("c_interface_tests", "the C interface", 300s),
@@ -111,16 +43,140 @@ const std::vector<Suite>& suites() {
       cases("multi_tests", "several processes", 900s),
       cases("admin_tests", "the client's reader of trees", 900s),
       cases("stgctl_tests", "the client", 1800s, "ClientCheck.ListsWhatItCanFindAndTheManualHasIt"),
-      {"fuzz_replay", "inputs that a fuzzer has found", "fuzz_replay", {}, Kind::kCases, 600s},
+      cases("fuzz_replay", "inputs that a fuzzer has found", 600s),
       long_run("kills", "processes that are killed while they save", "60"),
-      long_run("kill-each-call", "a process that ends at each call of the system", "150"),
+      long_run("kills-mail", "processes that are killed while they convert mails", "10"),
+      long_run("kill-each-call", "a process that ends at each call of the system", "100"),
       long_run("crowd", "eight processes that create at once", "400"),
+      long_run("clean-crowd", "cleans beside creates", "100"),
       long_run("faults", "calls of the system that fail", "300"),
-      long_run("c-faults", "the same behind the C interface", "300"),
+      long_run("c-faults", "the same behind the C interface", "200"),
       long_run("short-writes", "writes that are cut short", "200"),
+      long_run("sequences", "random operations, and the rules written a second time", "40"),
       long_run("power-loss", "a model of power cuts", "1000"),
       long_run("threads", "threads", "100"),
-      long_run("handles", "late copies of handles", "50")};
+      long_run("handles", "late copies of handles", "50"),
+      {"benchmark",
+       "the library beside the literal way",
+       "storage_bench_plain",
+       "bench",
+       {},
+       Kind::kRun,
+       600s}};
+}
+
+/// Runs a program of cases until each of them has ended, or nothing more can be had.
+class CaseRuns {
+ public:
+  CaseRuns(const Suite& suite, std::wstring program, std::filesystem::path folder,
+           const Waiting& waiting)
+      : m_suite(suite),
+        m_program(std::move(program)),
+        m_folder(std::move(folder)),
+        m_waiting(waiting) {}
+
+  void run(Result& result) {
+    // A program that breaks down again and again is told of often enough.
+    constexpr int kStarts = 6;
+    for (int start = 1; start <= kStarts; ++start) {
+      const Ended ended = run_once(result, start);
+      result.seconds += ended.time.count();
+      if (!ended.was_started) {
+        result.words = "it could not be started: the system says " + std::to_string(ended.code);
+        return;
+      }
+      if (m_is_complete) {
+        judge(result, ended);
+        return;
+      }
+      result.words = why(ended);
+      if (ended.was_stopped || !m_goes_on) return;
+    }
+    result.words += "; it was not started again";
+  }
+
+ private:
+  Ended run_once(Result& result, int start) {
+    const std::string number = std::to_string(start);
+    write_flags(result.cases);
+    const std::wstring line = m_program + L" --gtest_color=no --gtest_flagfile=flags.txt " +
+                              L"--gtest_output=json:report" + std::to_wstring(start) + L".json";
+    const std::filesystem::path log = m_folder / ("log" + number + ".txt");
+    const auto used = std::chrono::seconds(static_cast<long long>(result.seconds));
+    const std::chrono::seconds limit = std::max<std::chrono::seconds>(m_suite.limit - used, 60s);
+    const Ended ended = kit::run(line, m_folder, log, limit, m_waiting);
+    const std::string said = bytes_of(log);
+    m_is_complete = ended.was_in_time && !ended.was_stopped &&
+                    read_report(m_folder / ("report" + number + ".json"), said, result.cases);
+    m_goes_on = !m_is_complete && ended.was_started && read_log(said, why(ended), result.cases);
+    m_said = said;
+    return ended;
+  }
+
+  /// Which cases are left out: those that have ended in an earlier start.
+  void write_flags(const std::vector<Case>& ended) const {
+    std::string names = m_suite.without;
+    for (const Case& one : ended) names += (names.empty() ? "" : ":") + one.name;
+    std::ofstream(m_folder / "flags.txt", std::ios::binary) << "--gtest_filter=*-" << names << "\n";
+  }
+
+  std::string why(const Ended& ended) const {
+    if (ended.was_stopped) return "the run was stopped here";
+    if (!ended.was_in_time)
+      return "it was ended after " + std::to_string(m_suite.limit.count()) + " seconds";
+    return "the program broke down with " + std::to_string(ended.code);
+  }
+
+  void judge(Result& result, const Ended& ended) const {
+    const bool has_failed = result.count(State::kFailed) != 0;
+    const bool has_passed = result.count(State::kPassed) != 0;
+    result.state = has_failed || ended.code != 0 ? State::kFailed
+                   : has_passed                  ? State::kPassed
+                                                 : State::kSkipped;
+    if (!has_failed && ended.code != 0)
+      result.words = "it ended with " + std::to_string(ended.code) + ": " + last_words(m_said);
+    if (result.cases.empty()) {
+      result.state = State::kFailed;
+      result.words = "it ran no case";
+    }
+  }
+
+  const Suite& m_suite;
+  const std::wstring m_program;
+  const std::filesystem::path m_folder;
+  const Waiting& m_waiting;
+  bool m_is_complete = false;
+  bool m_goes_on = false;
+  std::string m_said;
+};
+
+void run_whole(Result& result, const std::wstring& program, const std::filesystem::path& folder,
+               const Waiting& waiting) {
+  constexpr unsigned long kNotRun = 77;
+  const Suite& suite = result.suite;
+  const std::wstring arguments(suite.arguments.begin(), suite.arguments.end());
+  const std::filesystem::path log = folder / "log.txt";
+  const Ended ended = run(program + L" " + arguments, folder, log, suite.limit, waiting);
+  result.seconds = ended.time.count();
+  result.words = last_words(bytes_of(log));
+  if (!ended.was_started) {
+    result.words = "it could not be started: the system says " + std::to_string(ended.code);
+  } else if (ended.was_stopped) {
+    result.words = "the run was stopped here; its last words: " + result.words;
+  } else if (!ended.was_in_time) {
+    result.words = "it was ended after " + std::to_string(suite.limit.count()) +
+                   " seconds; its last words: " + result.words;
+  } else if (ended.code == 0 || ended.code == kNotRun) {
+    result.state = ended.code == 0 ? State::kPassed : State::kSkipped;
+  } else {
+    result.words = "it ended with " + std::to_string(ended.code) + ": " + result.words;
+  }
+}
+
+}  // namespace
+
+const std::vector<Suite>& suites() {
+  static const std::vector<Suite> all = all_suites();
   return all;
 }
 
@@ -141,33 +197,29 @@ int Result::count(State of) const {
       std::count_if(cases.begin(), cases.end(), [of](const Case& one) { return one.state == of; }));
 }
 
-Result run(const Suite& suite, const std::filesystem::path& bin,
-           const std::filesystem::path& work) {
+Result run(const Suite& suite, const std::filesystem::path& bin, const std::filesystem::path& work,
+           const Waiting& waiting) {
   Result result;
   result.suite = suite;
+  if (is_stopped()) {
+    result.state = State::kSkipped;
+    result.words = "the run was stopped before";
+    return result;
+  }
   const std::filesystem::path program = bin / (suite.program + ".exe");
   if (!std::filesystem::exists(program)) {
-    result.state = State::kSkipped;
-    result.words = "its program is not in this kit";
+    result.words = "bin\\" + suite.program +
+                   ".exe is not there; it may have been left out when the ZIP was unpacked, or "
+                   "taken away by a virus scanner";
     return result;
   }
   const std::filesystem::path folder = work / suite.name;
-  std::filesystem::create_directories(folder);
-  std::wstring line = quoted(program.wstring());
-  if (suite.kind == Kind::kCases) line += L" --gtest_output=json:report.json --gtest_color=no";
-  if (!suite.arguments.empty())
-    line += L" " + std::wstring(suite.arguments.begin(), suite.arguments.end());
-  const Ended ended = run(line, folder, folder / "log.txt", suite.limit);
-  result.seconds = ended.time.count();
-  if (!ended.was_started) {
-    result.words = "it could not be started: the system says " + std::to_string(ended.code);
-  } else if (!ended.was_in_time) {
-    result.words = "it was ended after " + std::to_string(suite.limit.count()) +
-                   " seconds; its last words: " + last_words(folder / "log.txt");
-  } else if (suite.kind == Kind::kCases) {
-    judge_cases(result, ended, folder);
+  std::filesystem::create_directory(folder);
+  const std::wstring start = quoted(program.wstring());
+  if (suite.kind == Kind::kRun) {
+    run_whole(result, start, folder, waiting);
   } else {
-    judge_run(result, ended, folder);
+    CaseRuns(suite, start, folder, waiting).run(result);
   }
   return result;
 }

@@ -5,13 +5,16 @@
 #include <string>
 #include <vector>
 
+#include "lab/kit/program.h"
+
 /// @file
 /// What the kit runs, and what came of it.
 namespace kit {
 
 enum class Kind {
-  kCases,  ///< a program of cases, which writes a report of its own
-  kRun,    ///< one run, which ends with 0, 77 for "not run here", or anything else
+  kKernel,  ///< cases that only a real kernel settles; a program of cases
+  kCases,   ///< a program of cases, which writes a report of its own
+  kRun,     ///< one run, which ends with 0, 77 for "not run here", or anything else
 };
 
 struct Suite {
@@ -19,6 +22,7 @@ struct Suite {
   std::string what;     ///< in plain words
   std::string program;  ///< in the folder bin, without ".exe"
   std::string arguments;
+  std::string without;  ///< cases that are left out, as GoogleTest's filter has them
   Kind kind;
   std::chrono::seconds limit;
 };
@@ -33,21 +37,24 @@ struct Case {
   std::string name;
   State state = State::kPassed;
   std::string words;    ///< why it failed or was skipped
-  std::string settles;  ///< of a case that only a real kernel shows
+  int number = 0;       ///< of a case that only a real kernel settles
+  std::string settles;  ///< what such a case does
   std::string found;    ///< what it saw, where it tells
 };
 
 struct Result {
   Suite suite;
   State state = State::kFailed;
-  std::string words;  ///< why, where it did not pass
+  std::string words;  ///< why it did not pass; of a run what it has said
   double seconds = 0;
   std::vector<Case> cases;
 
   int count(State of) const;
 };
 
-/// Runs a suite in a folder of its own below @p work.
-Result run(const Suite& suite, const std::filesystem::path& bin, const std::filesystem::path& work);
+/// Runs a suite in a folder of its own below @p work. A program of cases that ends before its last
+/// case is started again for the ones that are missing.
+Result run(const Suite& suite, const std::filesystem::path& bin, const std::filesystem::path& work,
+           const Waiting& waiting);
 
 }  // namespace kit

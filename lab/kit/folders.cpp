@@ -1,0 +1,173 @@
+#include "lab/kit/folders.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace kit {
+namespace {
+
+constexpr const wchar_t* kName = L"vu-kit-run-";
+/// Held open for as long as the run lasts.
+constexpr const wchar_t* kTaken = L"in-use";
+
+DWORD attributes_of(const std::filesystem::path& path) {
+  return ::GetFileAttributesW(long_form(path).c_str());
+}
+bool is_there(const std::filesystem::path& path) {
+  return attributes_of(path) != INVALID_FILE_ATTRIBUTES;
+}
+
+/// Removes what it can, once. @return whether all of it has gone.
+bool remove_once(const std::filesystem::path& path) {
+  const DWORD attributes = attributes_of(path);
+  if (attributes == INVALID_FILE_ATTRIBUTES) return true;
+  const std::wstring name = long_form(path);
+  if ((attributes & FILE_ATTRIBUTE_READONLY) != 0)
+    ::SetFileAttributesW(name.c_str(), FILE_ATTRIBUTE_NORMAL);
+  const bool is_folder = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+  if (!is_folder) return ::DeleteFileW(name.c_str()) != FALSE;
+  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) {
+    WIN32_FIND_DATAW data = {};
+    const HANDLE search = ::FindFirstFileW((name + L"\\*").c_str(), &data);
+    if (search != INVALID_HANDLE_VALUE) {
+      do {
+        const std::wstring each = data.cFileName;
+        if (each != L"." && each != L"..") remove_once(path / each);
+      } while (::FindNextFileW(search, &data));
+      ::FindClose(search);
+    }
+  }
+  return ::RemoveDirectoryW(name.c_str()) != FALSE;
+}
+
+/// Null where another run has the folder.
+HANDLE take(const std::filesystem::path& folder) {
+  const HANDLE file = ::CreateFileW(long_form(folder / kTaken).c_str(), GENERIC_WRITE, 0, nullptr,
+                                    CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  return file == INVALID_HANDLE_VALUE ? nullptr : file;
+}
+
+/// What runs have left that were killed.
+void remove_remains(const std::filesystem::path& where) {
+  WIN32_FIND_DATAW data = {};
+  const HANDLE search = ::FindFirstFileW((long_form(where) + L"\\" + kName + L"*").c_str(), &data);
+  if (search == INVALID_HANDLE_VALUE) return;
+  do {
+    const std::filesystem::path folder = where / data.cFileName;
+    const bool is_ours = is_there(folder / kTaken);
+    const HANDLE taken = is_ours ? take(folder) : nullptr;
+    if (taken == nullptr) continue;
+    ::CloseHandle(taken);
+    remove_once(folder);
+  } while (::FindNextFileW(search, &data));
+  ::FindClose(search);
+}
+
+}  // namespace
+
+std::string utf8_of(const std::wstring& text) {
+  const int length = static_cast<int>(text.size());
+  const int size =
+      ::WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+  std::string result(static_cast<std::size_t>(size), '\0');
+  ::WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), size, nullptr, nullptr);
+  return result;
+}
+
+std::wstring long_form(const std::filesystem::path& path) {
+  const std::wstring text = path.wstring();
+  if (text.rfind(L"\\\\?\\", 0) == 0) return text;
+  if (text.rfind(L"\\\\", 0) == 0) return L"\\\\?\\UNC" + text.substr(1);
+  return L"\\\\?\\" + text;
+}
+
+std::vector<std::filesystem::path> make_folders(const std::filesystem::path& folder) {
+  std::vector<std::filesystem::path> missing;
+  std::filesystem::path each = folder;
+  while (!is_there(each) && each.has_relative_path() && each != each.parent_path()) {
+    missing.insert(missing.begin(), each);
+    each = each.parent_path();
+  }
+  for (const std::filesystem::path& next : missing) {
+    if (!::CreateDirectoryW(long_form(next).c_str(), nullptr)) {
+      throw std::runtime_error("the folder " + utf8_of(next.wstring()) +
+                               " cannot be made: the system says " +
+                               std::to_string(::GetLastError()));
+    }
+  }
+  return missing;
+}
+
+bool remove_tree(const std::filesystem::path& folder) {
+  // A process that was ended a moment ago, or a virus scanner, may still hold a file.
+  for (int attempt = 0; attempt < 50; ++attempt) {
+    if (remove_once(folder)) return true;
+    ::Sleep(100);
+  }
+  return false;
+}
+
+bool replace_file(const std::filesystem::path& path, const std::string& bytes) {
+  const std::wstring target = long_form(path);
+  const std::wstring next = target + L".new";
+  const HANDLE file = ::CreateFileW(next.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return false;
+  DWORD done = 0;
+  const bool is_written =
+      ::WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &done, nullptr) != FALSE &&
+      done == bytes.size();
+  ::CloseHandle(file);
+  // A viewer or a scanner may have the old one open for a moment.
+  for (int attempt = 0; is_written && attempt < 20; ++attempt) {
+    if (::MoveFileExW(next.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING)) return true;
+    ::Sleep(100);
+  }
+  ::DeleteFileW(next.c_str());
+  return false;
+}
+
+bool is_ascii(const std::wstring& text) {
+  return std::all_of(text.begin(), text.end(), [](wchar_t c) { return c < 128; });
+}
+
+std::filesystem::path short_form(const std::filesystem::path& folder) {
+  constexpr std::size_t kLong = 60;
+  if (is_ascii(folder.wstring()) && folder.wstring().size() <= kLong) return folder;
+  std::wstring path(32768, L'\0');
+  path.resize(::GetShortPathNameW(folder.c_str(), path.data(), static_cast<DWORD>(path.size())));
+  const bool is_better = !path.empty() && path.size() <= folder.wstring().size() &&
+                         is_ascii(path) >= is_ascii(folder.wstring());
+  return is_better ? std::filesystem::path(path) : folder;
+}
+
+WorkFolder::WorkFolder(const std::filesystem::path& where) : m_made(make_folders(where)) {
+  remove_remains(where);
+  for (int number = 1; m_taken == nullptr; ++number) {
+    m_path = where / (kName + std::to_wstring(number));
+    if (is_there(m_path)) continue;
+    make_folders(m_path);
+    m_taken = take(m_path);
+    if (m_taken == nullptr) {
+      throw std::runtime_error("nothing can be written in " + utf8_of(m_path.wstring()) +
+                               ": the system says " + std::to_string(::GetLastError()));
+    }
+  }
+}
+
+WorkFolder::~WorkFolder() { remove(); }
+
+bool WorkFolder::remove() {
+  if (m_taken == nullptr) return true;
+  ::CloseHandle(m_taken);
+  m_taken = nullptr;
+  const bool has_gone = remove_tree(m_path);
+  // The innermost first; one that holds something by now stays.
+  for (auto each = m_made.rbegin(); each != m_made.rend(); ++each)
+    ::RemoveDirectoryW(long_form(*each).c_str());
+  return has_gone;
+}
+
+}  // namespace kit

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+/// @file
+/// Folders that the kit makes and takes away again: of any length, on drives and on shares.
+namespace kit {
+
+/// The form that has no classic limit.
+std::wstring long_form(const std::filesystem::path& path);
+
+/// Makes a folder and its missing parents. @return those that it has made, the outermost first;
+/// throws std::runtime_error when one cannot be made.
+std::vector<std::filesystem::path> make_folders(const std::filesystem::path& folder);
+
+/// Removes a folder with everything in it, read-only things included. A link goes, and what it
+/// leads to stays. What somebody still holds is tried again for some seconds.
+/// @return whether it has gone.
+bool remove_tree(const std::filesystem::path& folder);
+
+/// Replaces a file as a whole: whoever ends the run meanwhile leaves the old one or the new one.
+/// @return whether it could.
+bool replace_file(const std::filesystem::path& path, const std::string& bytes);
+
+/// The folder's short name, where it is long or has letters beyond ASCII: the test programs write
+/// their paths in ASCII, and some of these are long themselves.
+std::filesystem::path short_form(const std::filesystem::path& folder);
+bool is_ascii(const std::wstring& text);
+
+/// A folder for one run of the kit, taken until the object goes, which removes it.
+class WorkFolder {
+ public:
+  /// In @p where, which is made when it is missing. Folders of runs that were killed are removed.
+  explicit WorkFolder(const std::filesystem::path& where);
+  ~WorkFolder();
+  WorkFolder(const WorkFolder&) = delete;
+  WorkFolder& operator=(const WorkFolder&) = delete;
+
+  const std::filesystem::path& path() const { return m_path; }
+  /// Removes it now. @return whether nothing is left.
+  bool remove();
+
+ private:
+  std::filesystem::path m_path;
+  std::vector<std::filesystem::path> m_made;  ///< parents that were not there before
+  void* m_taken = nullptr;
+};
+
+/// The same text for the console and the reports.
+std::string utf8_of(const std::wstring& text);
+
+}  // namespace kit
