@@ -1,7 +1,10 @@
 #include "api/store.h"
 
+#include <cstddef>
 #include <memory>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "file/lock_limit.h"
 #include "index/index_format.h"
@@ -103,6 +106,21 @@ namespace {
 constexpr std::uint32_t kSettingsFlags =
     VU_MAKE_ROOT | VU_SHARED_FOLDERS | VU_NO_ADOPTION | VU_NO_GUARD;
 
+/// Makes a folder and its missing parents. createDirR() would make those of a share below the
+/// current folder, and those of a path with the prefix for long ones not at all.
+void make_folders(const std::string& path) {
+  std::vector<std::string> missing;
+  std::string folder = path;
+  while (!folder.empty() && folder.back() != '\\' && !vu_fileutf8::is_dir(vu_utf8string(folder))) {
+    missing.push_back(folder);
+    const std::size_t end = folder.find_last_of('\\');
+    folder.resize(end == std::string::npos ? 0 : end);
+  }
+  // Whether that was enough is asked by the caller.
+  for (auto each = missing.rbegin(); each != missing.rend(); ++each)
+    vu_fileutf8::createDir(vu_utf8string(*each));
+}
+
 /// The absolute form of the root, as the library writes paths.
 std::string root_of(const vu_settings& settings) {
   vu_utf8string root(settings.root);
@@ -111,7 +129,7 @@ std::string root_of(const vu_settings& settings) {
   std::string path = root.str();
   while (path.size() > 1 && path.back() == '\\') path.pop_back();
   if ((settings.flags & VU_MAKE_ROOT) != 0 && !vu_fileutf8::is_dir(vu_utf8string(path)))
-    vu_fileutf8::createDirR(vu_utf8string(path));
+    make_folders(path);
   if (!vu_fileutf8::is_dir(vu_utf8string(path)))
     throw Refusal{VU_NO_TREE, "there is no such root folder", settings.root};
   Call::current().forget();

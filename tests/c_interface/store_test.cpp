@@ -45,6 +45,27 @@ TEST(CStore, ANullRootJoinsTheStorageInForce) {
   EXPECT_EQ(vu_close_store(joined), VU_DONE);
 }
 
+TEST(CStore, ARootIsMadeWhereItsPathLeadsAndNotBelowTheCurrentFolder) {
+  // Two separators at the beginning are those of a share, or of the prefix for long paths.
+  const scratch_folder where;
+  const std::string below = native(where.path()).string();
+#if defined(_WIN32)
+  const std::string root = "\\\\?\\" + below + "\\new\\root";
+#else
+  const std::string root = "/" + below + "/new/root";
+#endif
+  const auto before = list_folder(std::filesystem::current_path().string());
+  vu_settings settings = VU_SETTINGS_INIT;
+  settings.root = root.c_str();
+  settings.flags = VU_MAKE_ROOT;
+  vu_store* handle = nullptr;
+  // The storage of this program lies elsewhere.
+  ASSERT_NE(store(), nullptr);
+  EXPECT_EQ(vu_open_store(&settings, &handle), VU_REFUSED);
+  EXPECT_TRUE(folder_exists(where.path("new\\root")));
+  EXPECT_EQ(list_folder(std::filesystem::current_path().string()), before);
+}
+
 TEST(CStore, AnotherRootOrLayoutIsRefusedAndTheOneInForceTold) {
   ASSERT_NE(store(), nullptr);
   const scratch_folder other;
