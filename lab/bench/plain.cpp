@@ -1,5 +1,5 @@
 // The main workloads beside the literal way, with nothing but the library: storage_bench_plain
-// [FOLDER [REPETITIONS]]
+// [--quick] [FOLDER]
 //
 // For systems that have neither of the databases nor a benchmark library (the Windows build under
 // Wine). A folder of 1,000 entries; times are medians of interleaved repetitions, in microseconds
@@ -151,11 +151,12 @@ int run(const std::string& folder, int repetitions) {
 
 int main(int argc, char** argv) {
   try {
+    const bool is_quick = argc > 1 && std::string(argv[1]) == "--quick";
+    const int named = is_quick ? 2 : 1;
     const std::string folder =
-        argc > 1 ? argv[1]
-                 : (std::filesystem::temp_directory_path() / "storage-bench-plain").string();
-    const int repetitions = argc > 2 ? std::stoi(argv[2]) : 7;
-    return run(folder, std::max(repetitions, 1));
+        argc > named ? argv[named]
+                     : (std::filesystem::temp_directory_path() / "storage-bench-plain").string();
+    return run(folder, is_quick ? 3 : 7);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "error: %s\n", error.what());
     return 1;

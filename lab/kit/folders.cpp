@@ -76,6 +76,33 @@ std::string utf8_of(const std::wstring& text) {
   return result;
 }
 
+std::filesystem::path full_path(const std::filesystem::path& path) {
+  std::wstring text(32768, L'\0');
+  text.resize(
+      ::GetFullPathNameW(path.c_str(), static_cast<DWORD>(text.size()), text.data(), nullptr));
+  while (text.size() > 3 && text.back() == L'\\') text.pop_back();
+  return text;
+}
+
+std::filesystem::path parent_of(const std::filesystem::path& path) {
+  const std::wstring text = path.wstring();
+  // "D:\" and "\\server\share" have none.
+  std::size_t root = 3;
+  if (text.rfind(L"\\\\", 0) == 0) root = text.find(L'\\', text.find(L'\\', 2) + 1);
+  const std::size_t end = text.find_last_of(L'\\');
+  if (end == std::wstring::npos || root == std::wstring::npos || text.size() <= root) return path;
+  return text.substr(0, std::max(end, root));
+}
+
+std::string system_text(unsigned long code) {
+  wchar_t text[512] = L"";
+  const DWORD size = ::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                                      nullptr, code, 0, text, 512, nullptr);
+  std::wstring words(text, size);
+  while (!words.empty() && (words.back() <= L' ' || words.back() == L'.')) words.pop_back();
+  return utf8_of(words) + " (" + std::to_string(code) + ")";
+}
+
 std::wstring long_form(const std::filesystem::path& path) {
   const std::wstring text = path.wstring();
   if (text.rfind(L"\\\\?\\", 0) == 0) return text;
@@ -85,16 +112,14 @@ std::wstring long_form(const std::filesystem::path& path) {
 
 std::vector<std::filesystem::path> make_folders(const std::filesystem::path& folder) {
   std::vector<std::filesystem::path> missing;
-  std::filesystem::path each = folder;
-  while (!is_there(each) && each.has_relative_path() && each != each.parent_path()) {
+  for (std::filesystem::path each = folder; !is_there(each); each = parent_of(each)) {
+    if (each == parent_of(each)) break;
     missing.insert(missing.begin(), each);
-    each = each.parent_path();
   }
   for (const std::filesystem::path& next : missing) {
     if (!::CreateDirectoryW(long_form(next).c_str(), nullptr)) {
       throw std::runtime_error("the folder " + utf8_of(next.wstring()) +
-                               " cannot be made: the system says " +
-                               std::to_string(::GetLastError()));
+                               " cannot be made: " + system_text(::GetLastError()));
     }
   }
   return missing;
@@ -151,8 +176,8 @@ WorkFolder::WorkFolder(const std::filesystem::path& where) : m_made(make_folders
     make_folders(m_path);
     m_taken = take(m_path);
     if (m_taken == nullptr) {
-      throw std::runtime_error("nothing can be written in " + utf8_of(m_path.wstring()) +
-                               ": the system says " + std::to_string(::GetLastError()));
+      throw std::runtime_error("nothing can be written in " + utf8_of(m_path.wstring()) + ": " +
+                               system_text(::GetLastError()));
     }
   }
 }

@@ -8,6 +8,17 @@
 /// Folders that the kit makes and takes away again: of any length, on drives and on shares.
 namespace kit {
 
+// std::filesystem::path keeps the texts; it is not asked for parts of them, since the runtime takes
+// the name of a share's server for a folder.
+
+/// The whole path, "." and ".." resolved, without a separator at its end; also of a share.
+std::filesystem::path full_path(const std::filesystem::path& path);
+/// The folder that holds it; of a drive, and of a share, itself.
+std::filesystem::path parent_of(const std::filesystem::path& path);
+
+/// What the system says to an error, and its number.
+std::string system_text(unsigned long code);
+
 /// The form that has no classic limit.
 std::wstring long_form(const std::filesystem::path& path);
 

@@ -30,7 +30,9 @@ using Clock = std::chrono::steady_clock;
 std::filesystem::path own_folder() {
   std::wstring path(32768, L'\0');
   path.resize(::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
-  return std::filesystem::path(path).parent_path();
+  // Wine writes a share so.
+  if (path.rfind(L"UNC\\", 0) == 0) path.replace(0, 3, L"\\");
+  return kit::parent_of(path);
 }
 
 std::string now() {
@@ -117,7 +119,7 @@ void show_page(const std::filesystem::path& page) {
 int run_all(const std::filesystem::path& where) {
   const bool is_quiet = ::GetEnvironmentVariableW(L"VU_KIT_QUIET", nullptr, 0) != 0;
   const std::filesystem::path bin = own_folder();
-  const std::filesystem::path home = bin.parent_path();
+  const std::filesystem::path home = kit::parent_of(bin);
   kit::WorkFolder folder(where.empty() ? home : where);
   const std::filesystem::path work = kit::short_form(folder.path());
   ::CreateDirectoryW((work / "tmp").c_str(), nullptr);
@@ -154,8 +156,7 @@ int run_all(const std::filesystem::path& where) {
 std::filesystem::path folder_of(const wchar_t* argument) {
   std::wstring text = argument;
   while (!text.empty() && text.back() == L'"') text.pop_back();
-  std::filesystem::path path = std::filesystem::absolute(text);
-  return path.make_preferred();
+  return kit::full_path(text);
 }
 
 }  // namespace

@@ -1,9 +1,13 @@
 #include "lab/kit/suites.h"
 
+#include <windows.h>
+
 #include <algorithm>
 #include <fstream>
 
 #include "lab/kit/cases.h"
+#include "lab/kit/folders.h"
+#include "lab/kit/machine.h"
 
 namespace kit {
 namespace {
@@ -23,7 +27,7 @@ Suite long_run(const char* name, const char* what, const char* count) {
   return {name,
           what,
           "reliability",
-          std::string(name) + " --scratch . --budget 60 --count " + count,
+          std::string(name) + " --budget 60 --count " + count + " --scratch ",
           {},
           Kind::kRun,
           300s};
@@ -82,7 +86,7 @@ class CaseRuns {
       const Ended ended = run_once(result, start);
       result.seconds += ended.time.count();
       if (!ended.was_started) {
-        result.words = "it could not be started: the system says " + std::to_string(ended.code);
+        result.words = "it could not be started: " + system_text(ended.code);
         return;
       }
       if (m_is_complete) {
@@ -90,6 +94,7 @@ class CaseRuns {
         return;
       }
       result.words = why(ended);
+      if (ended.was_stopped && result.count(State::kFailed) == 0) result.state = State::kSkipped;
       if (ended.was_stopped || !m_goes_on) return;
     }
     result.words += "; it was not started again";
@@ -99,6 +104,7 @@ class CaseRuns {
   Ended run_once(Result& result, int start) {
     const std::string number = std::to_string(start);
     write_flags(result.cases);
+    // Relative: GoogleTest takes the path of a share for one on the drive.
     const std::wstring line = m_program + L" --gtest_color=no --gtest_flagfile=flags.txt " +
                               L"--gtest_output=json:report" + std::to_wstring(start) + L".json";
     const std::filesystem::path log = m_folder / ("log" + number + ".txt");
@@ -109,6 +115,8 @@ class CaseRuns {
     m_is_complete = ended.was_in_time && !ended.was_stopped &&
                     read_report(m_folder / ("report" + number + ".json"), said, result.cases);
     m_goes_on = !m_is_complete && ended.was_started && read_log(said, why(ended), result.cases);
+    // The user's wish is nobody's failure.
+    if (m_goes_on && ended.was_stopped) result.cases.back().state = State::kSkipped;
     m_said = said;
     return ended;
   }
@@ -124,7 +132,7 @@ class CaseRuns {
     if (ended.was_stopped) return "the run was stopped here";
     if (!ended.was_in_time)
       return "it was ended after " + std::to_string(m_suite.limit.count()) + " seconds";
-    return "the program broke down with " + std::to_string(ended.code);
+    return "the program ended before its last case, with " + std::to_string(ended.code);
   }
 
   void judge(Result& result, const Ended& ended) const {
@@ -154,14 +162,17 @@ void run_whole(Result& result, const std::wstring& program, const std::filesyste
                const Waiting& waiting) {
   constexpr unsigned long kNotRun = 77;
   const Suite& suite = result.suite;
+  // Each of them ends with the name of the folder that it may use.
   const std::wstring arguments(suite.arguments.begin(), suite.arguments.end());
+  const std::wstring ground = quoted((folder / "ground").wstring());
   const std::filesystem::path log = folder / "log.txt";
-  const Ended ended = run(program + L" " + arguments, folder, log, suite.limit, waiting);
+  const Ended ended = run(program + L" " + arguments + ground, folder, log, suite.limit, waiting);
   result.seconds = ended.time.count();
   result.words = last_words(bytes_of(log));
   if (!ended.was_started) {
-    result.words = "it could not be started: the system says " + std::to_string(ended.code);
+    result.words = "it could not be started: " + system_text(ended.code);
   } else if (ended.was_stopped) {
+    result.state = State::kSkipped;
     result.words = "the run was stopped here; its last words: " + result.words;
   } else if (!ended.was_in_time) {
     result.words = "it was ended after " + std::to_string(suite.limit.count()) +
@@ -213,8 +224,13 @@ Result run(const Suite& suite, const std::filesystem::path& bin, const std::file
                    "taken away by a virus scanner";
     return result;
   }
+  if (suite.kind != Kind::kRun && is_emulated() && work.wstring().rfind(L"\\\\", 0) == 0) {
+    result.state = State::kSkipped;
+    result.words = "Wine starts no program in a folder of a share";
+    return result;
+  }
   const std::filesystem::path folder = work / suite.name;
-  std::filesystem::create_directory(folder);
+  ::CreateDirectoryW(folder.c_str(), nullptr);
   const std::wstring start = quoted(program.wstring());
   if (suite.kind == Kind::kRun) {
     run_whole(result, start, folder, waiting);
