@@ -3,9 +3,13 @@
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 
-set(vu_triplet x86_64-w64-mingw32)
-set(CMAKE_C_COMPILER ${vu_triplet}-gcc-posix)
-set(CMAKE_CXX_COMPILER ${vu_triplet}-g++-posix)
+# mingw-ucrt.toolchain.cmake names others.
+if(NOT DEFINED vu_triplet)
+  set(vu_triplet x86_64-w64-mingw32)
+  set(vu_compiler_suffix -posix)
+endif()
+set(CMAKE_C_COMPILER ${vu_triplet}-gcc${vu_compiler_suffix})
+set(CMAKE_CXX_COMPILER ${vu_triplet}-g++${vu_compiler_suffix})
 set(CMAKE_RC_COMPILER ${vu_triplet}-windres)
 # POCO compiles its event messages with the message compiler.
 set(CMAKE_MC_COMPILER ${vu_triplet}-windmc)

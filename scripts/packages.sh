@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # Installs what Debian offers and is missing: scripts/packages.sh <set...>
-# Sets: native (build and test for Linux), windows (cross-build for Windows and run under Wine),
+# Sets: native (build and test for Linux), windows (cross-build for Windows and run under Wine), windows-clang
+# (Clang beside it), windows-ucrt (compilers for the runtime of Windows 10),
 # bench (yardsticks and tools of the benchmarks), docs (the site of reference and guides), package (packages
 # for Debian and Windows), report (a browser that opens the client's report), coverage (what tests execute),
 # planted (defects put into a copy of the sources), valgrind,
-# fresh (a minimal Debian), guest (an emulated machine), shared (a network file system), fuzz (Clang with its fuzzer).
+# fresh (a minimal Debian), guest (an emulated machine), shared (a network file system),
+# fuzz (Clang with its fuzzer).
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 # Header-only for what is built here; the Windows build gets copies of them.
@@ -18,6 +20,8 @@ native=(cmake ninja-build g++ clang pkg-config googletest libpoco-dev libutfcpp-
 # The last four fetch and unpack a source package.
 windows=(cmake ninja-build googletest libutfcpp-dev "${client[@]}" g++-mingw-w64-x86-64-posix wine locales
   wine64 ca-certificates bzip2 xz-utils patch)
+windows_clang=(clang lld)
+windows_ucrt=(g++-mingw-w64-ucrt64)
 bench=(libbenchmark-dev libsqlite3-dev liblmdb-dev valgrind gnuplot-nox)
 docs=(doxygen python3)
 package=(debhelper dpkg-dev lintian mmdebstrap nsis zip unzip)
@@ -38,6 +42,12 @@ for set in "$@"; do
   case $set in
     native) wanted+=("${native[@]}") ;;
     windows) wanted+=("${windows[@]}") ;;
+    windows-clang) wanted+=("${windows_clang[@]}") ;;
+    windows-ucrt)
+      release=$(. /etc/os-release 2>/dev/null && echo "${VERSION_ID:-99}")
+      [ "${release%%.*}" -ge 13 ] || die "g++-mingw-w64-ucrt64 is missing: Debian has it from 13 on, and this is $release"
+      wanted+=("${windows_ucrt[@]}")
+      ;;
     bench) wanted+=("${bench[@]}") ;;
     docs) wanted+=("${docs[@]}") ;;
     package) wanted+=("${package[@]}") ;;
@@ -49,7 +59,7 @@ for set in "$@"; do
     fresh) wanted+=("${fresh[@]}") ;;
     guest) wanted+=("${guest[@]}") ;;
     fuzz) wanted+=("${fuzz[@]}") ;;
-    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, bench, docs, package, report, coverage, planted, valgrind, shared, fresh, guest and fuzz" ;;
+    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, windows-clang, windows-ucrt, bench, docs, package, report, coverage, planted, valgrind, shared, fresh, guest and fuzz" ;;
   esac
 done
 

@@ -1,16 +1,21 @@
 #!/usr/bin/env bash
-# Builds POCO Foundation as a static library for 64-bit Windows, once, into build/deps/mingw/poco.
+# Builds POCO Foundation as a static library for 64-bit Windows, once: scripts/poco-mingw.sh <mingw-w64|mingw-ucrt>
+# names a toolchain in cmake/; the result is in build/deps/mingw/poco, or build/deps/mingw-ucrt/poco.
 # The storage mutex needs nothing else of POCO. Debian has no such package, so it is made from
 # Debian's source package; its original archive brings the PCRE and zlib that Windows lacks.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-toolchain=$ROOT/cmake/mingw-w64.toolchain.cmake
-prefix=$DEPS/mingw/poco
-work=$DEPS/mingw/poco.work
+name=${1:?mingw-w64 or mingw-ucrt}
+base=$ROOT/cmake/mingw-w64.toolchain.cmake
+toolchain=$ROOT/cmake/$name.toolchain.cmake
+folder=$DEPS/${name%-w64}
+compiler=x86_64-w64-mingw32-g++-posix
+[ "$name" != mingw-ucrt ] || compiler=x86_64-w64-mingw32ucrt-g++
+prefix=$folder/poco
+work=$folder/poco.work
 stamp=$prefix/.complete
 joined=$ROOT/cmake/poco-joined.cmake
-compiler=$(x86_64-w64-mingw32-g++-posix -dumpfullversion)
-key="$compiler $(content_key "$toolchain" "$joined" "${BASH_SOURCE[0]}" "$ROOT/scripts/debian-source.sh")"
+key="$("$compiler" -dumpfullversion) $(content_key "$base" "$toolchain" "$joined" "${BASH_SOURCE[0]}" "$ROOT/scripts/debian-source.sh")"
 
 is_complete() { [ "$(cat "$stamp" 2>/dev/null)" = "$key" ]; }
 
@@ -18,7 +23,7 @@ is_complete && exit 0
 enter_step poco
 is_complete && exit 0
 
-say "POCO Foundation for Windows (once, about a minute)"
+say "POCO Foundation for Windows, $name (once, about a minute)"
 rm -rf "$work"
 mkdir -p "$work/source" "$work/shims"
 # This Debian's own; not every server keeps the sources of each one, and Debian 12's serves as well.

@@ -1,0 +1,33 @@
+# As mingw-w64.toolchain.cmake, compiled by Clang: a second opinion on the Windows side. The system's headers and
+# libraries, and the C++ library stay MinGW-w64's, so what GCC has built can be linked.
+include(${CMAKE_CURRENT_LIST_DIR}/mingw-w64.toolchain.cmake)
+
+# Clang wants a root with GCC's folders as GCC names them: below /usr it would find the native headers too, and
+# Debian's folder "12-posix" is no version to it.
+execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libgcc.a
+  OUTPUT_VARIABLE vu_libgcc OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${CMAKE_CXX_COMPILER} -dumpfullversion
+  OUTPUT_VARIABLE vu_gcc_version OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+cmake_path(GET vu_libgcc PARENT_PATH vu_gcc_folder)
+cmake_path(SET vu_root NORMALIZE ${CMAKE_CURRENT_LIST_DIR}/../build/deps/mingw/clang-root)
+file(MAKE_DIRECTORY ${vu_root}/lib/gcc/${vu_triplet})
+file(CREATE_LINK /usr/${vu_triplet} ${vu_root}/${vu_triplet} SYMBOLIC)
+file(CREATE_LINK ${vu_gcc_folder} ${vu_root}/lib/gcc/${vu_triplet}/${vu_gcc_version} SYMBOLIC)
+
+# It knows its runtime DLLs, and builds programs outside of this project (tests/consumer, tests/border).
+set(VU_OUTSIDE_COMPILER ${CMAKE_CXX_COMPILER})
+set(CMAKE_C_COMPILER clang)
+set(CMAKE_CXX_COMPILER clang++)
+set(CMAKE_C_COMPILER_TARGET ${vu_triplet})
+set(CMAKE_CXX_COMPILER_TARGET ${vu_triplet})
+set(CMAKE_SYSROOT ${vu_root})
+foreach(tool IN ITEMS ar ranlib nm strip objdump objcopy dlltool)
+  string(TOUPPER CMAKE_${tool} name)
+  set(${name} /usr/bin/${vu_triplet}-${tool})
+endforeach()
+
+# GCC's C++ library emulates thread-local variables; both sides have to.
+set(CMAKE_CXX_FLAGS_INIT -femulated-tls)
+# GNU's linker takes the functions that Clang puts aside as unlikely for two of one name.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-pthread -fuse-ld=lld")
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "-pthread -fuse-ld=lld")
