@@ -42,7 +42,11 @@ endif()
 function(vu_own_code target)
   target_compile_features(${target} PUBLIC cxx_std_17 PRIVATE cxx_std_20)
   if(MSVC)
-    target_compile_options(${target} PRIVATE /W4 /WX /utf-8 /permissive- /Zc:__cplusplus)
+    # Not 5030 (attributes of GCC and Clang, which others are to leave alone) and 4324 (a member whose alignment
+    # is stated may leave a gap). Standard functions are no "unsafe" ones for being old.
+    target_compile_options(${target} PRIVATE /W4 /WX /utf-8 /permissive- /Zc:__cplusplus /Zc:preprocessor
+      /wd5030 /wd4324)
+    target_compile_definitions(${target} PRIVATE _CRT_SECURE_NO_WARNINGS)
   else()
     # To Clang a change of sign is a conversion too; GCC's meaning holds for both.
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -Werror
@@ -92,4 +96,19 @@ function(vu_program target)
   if(TARGET vu_runtime_dlls)
     add_dependencies(${target} vu_runtime_dlls)
   endif()
+endfunction()
+
+# vu_manifest(<target> <file>): what a program tells Windows about itself.
+function(vu_manifest target file)
+  if(MSVC)
+    # Its linker writes a manifest of its own, and joins the two.
+    target_sources(${target} PRIVATE ${file})
+    return()
+  endif()
+  enable_language(RC)
+  set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}_manifest.rc)
+  file(CONFIGURE OUTPUT ${script} CONTENT "1 24 \"${file}\"\n")
+  target_sources(${target} PRIVATE ${script})
+  # The resource compiler does not tell which files it reads.
+  set_source_files_properties(${script} PROPERTIES OBJECT_DEPENDS ${file})
 endfunction()

@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <cstdio>
+#include <string>
+#include <vector>
 
 #include "client/stgctl/terminal.h"
 
@@ -93,6 +95,8 @@ const std::atomic<bool>& interrupt_flag() noexcept { return interrupt_seen; }
 // The narrow form has them in the code page of the system, not of this program. The runtime takes
 // the command line apart: the shell's library takes as long to load as all others together.
 int wmain(int argc, wchar_t** argv) {
+  // No DLL that lies in the current folder is taken for one of the system's, whoever asks for it.
+  ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_APPLICATION_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
   std::vector<std::string> arguments;
   for (int i = 1; i < argc; ++i) arguments.push_back(stgctl::terminal::utf8(argv[i]));
   return stgctl::terminal::run_program(arguments);
