@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Makes a ZIP and an installer for 64-bit Windows, puts each into a fresh Wine, and builds and runs programs
 # against what is there: packaging/windows.sh. Everything is below build/package/windows.
+# VU_SIGN names a command that signs the file it is called with, in place: all programs and DLLs are, the
+# installer and the uninstaller included.
 . "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
 cd "$ROOT"
 
@@ -52,8 +54,28 @@ stage() {
   for dll in vu_storage libstdc++-6 libgcc_s_seh-1 libwinpthread-1; do
     [ -f "$tree/bin/$dll.dll" ] || die "$dll.dll is not in the tree"
   done
+  sign_tree "$tree"
   python3 packaging/sbom.py write --kind windows --version "$version" "$tree" "$tree/vu_storage.spdx.json"
   python3 packaging/sbom.py check "$tree" "$tree/vu_storage.spdx.json"
+}
+
+# Has the named command sign programs and DLLs in place: VU_SIGN <file>. Without one they stay as they are.
+# sign_tree <folder>
+sign_tree() {
+  [ -n "${VU_SIGN-}" ] || return 0
+  local file
+  for file in "$1"/bin/*.exe "$1"/bin/*.dll; do
+    "$VU_SIGN" "$file" || die "VU_SIGN ($VU_SIGN) cannot sign $file"
+  done
+}
+
+# make_installer <tree> <installer>
+make_installer() {
+  local -a sign=()
+  [ -z "${VU_SIGN-}" ] || sign=(-DSIGN="\"$VU_SIGN\"")
+  python3 packaging/windows_files.py "$1" "$work/files.nsh"
+  quietly "$work/nsis.log" "making the installer" makensis -V2 -WX -DVERSION="$version" -DTREE="$1" \
+    -DLIST="$work/files.nsh" -DOUTPUT="$2" "${sign[@]}" packaging/windows.nsi
 }
 
 pack() {
@@ -61,79 +83,18 @@ pack() {
   say "the ZIP"
   (cd "$work" && zip -q -X -r "$name.zip" "$name") || die "the ZIP could not be made"
   say "the installer"
-  quietly "$work/nsis.log" "making the installer" makensis -V2 -WX -DVERSION="$version" -DTREE="$tree" \
-    -DOUTPUT="$work/$name-setup.exe" packaging/windows.nsi
+  make_installer "$tree" "$work/$name-setup.exe"
+  python3 packaging/windows_pe.py "$version" "$tree"/bin/{vu_storage.dll,stgctl.exe} "$work/$name-setup.exe"
 }
 
-# ---- a fresh Windows each -----------------------------------------------------------------------------
-
-prefix=""
-end_wine() { [ -z "$prefix" ] || WINEPREFIX=$prefix wineserver -k 2>/dev/null || true; }
-trap end_wine EXIT
-
-fresh_wine() {
-  end_wine
-  prefix=$work/wine-$1
-  rm -rf "$prefix"
-  mkdir -p "$prefix"
-  . "$ROOT/scripts/wine-env.sh"
-  export WINEPREFIX=$prefix
-  quietly "$work/wine-$1.log" "making a fresh Wine prefix" "${limit[@]}" wine wineboot -i
-  # The server outlives the programs; until it is ended it must not hold this script's output.
-  wineserver -w
-}
-
-# Until the last process of it has ended: an installer may start another one and leave.
-in_wine() {
-  local code=0
-  "${limit[@]}" wine "$@" </dev/null || code=$?
-  wineserver -w
-  return "$code"
-}
-
-# try_tree <where it is, below drive C> : a client and programs that know nothing but this tree.
-try_tree() {
-  local at=$prefix/drive_c/$1 kind
-  [ "$(in_wine "$at/bin/stgctl.exe" --version | tr -d '\r')" = "stgctl $version" ] ||
-    die "stgctl in $at does not tell version $version"
-  for kind in cmake command-line c; do
-    cmake -D KIND=$kind -D COMPILER=x86_64-w64-mingw32-g++-posix -D "TOOLCHAIN=$toolchain" \
-      -D "PREFIX=$at" -D "RUNTIME=$at/bin" -D "EMULATOR=wine" -D "SCRATCH=$work/consumer" \
-      -P tests/consumer/run.cmake || die "a program ($kind) does not work with $at"
-  done
-  [ -f "$at/doc/index.html" ] || die "the documentation is not in $at"
-}
-
-try_zip() {
-  say "the ZIP in a fresh Wine"
-  fresh_wine zip
-  (cd "$prefix/drive_c" && unzip -q "$work/$name.zip") || die "the ZIP cannot be unpacked"
-  try_tree "$name"
-}
-
-try_installer() {
-  say "the installer in a fresh Wine"
-  fresh_wine installer
-  local at="$prefix/drive_c/Program Files/vu_storage"
-  in_wine "$work/$name-setup.exe" /S || die "the installer failed"
-  [ -f "$at/bin/vu_storage.dll" ] || die "the installer did not install"
-  in_wine reg query 'HKLM\Software\vu_storage' /v Version /reg:64 | grep -q "$version" ||
-    die "the installer did not enter the version"
-  diff -r --exclude=uninstall.exe "$tree" "$at" || die "the installer installs something else than the tree"
-  try_tree "Program Files/vu_storage"
-  mkdir "$at/tree of somebody"
-  # With _? it works where it is, so that its end can be waited for.
-  in_wine "$at/uninstall.exe" /S "_?=C:\\Program Files\\vu_storage" || die "the uninstaller failed"
-  [ ! -e "$at/bin" ] && [ ! -e "$at/vu_storage.spdx.json" ] || die "the uninstaller leaves files behind"
-  [ -d "$at/tree of somebody" ] || die "the uninstaller removed what it had not installed"
-}
-
+. "$ROOT/packaging/windows-try.sh"
 mkdir -p "$work"
 build
 stage
 pack
 try_zip
 try_installer
+try_signing
 end_wine
-rm -rf "$work"/wine-zip "$work"/wine-installer
-say "Windows packages: $work/$name.zip, $work/$name-setup.exe"
+rm -rf "$work"/wine-zip "$work"/wine-installer "$work"/wine-signed "$work/signing"
+say "Windows packages: $work/$name.zip, $work/$name-setup.exe${VU_SIGN:+, signed by $VU_SIGN}"

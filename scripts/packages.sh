@@ -24,7 +24,8 @@ windows_clang=(clang lld)
 windows_ucrt=(g++-mingw-w64-ucrt64)
 bench=(libbenchmark-dev libsqlite3-dev liblmdb-dev valgrind gnuplot-nox)
 docs=(doxygen python3)
-package=(debhelper dpkg-dev lintian mmdebstrap nsis zip unzip)
+# The last two sign what is tried, with a certificate that is made for it.
+package=(debhelper dpkg-dev lintian mmdebstrap nsis zip unzip openssl osslsigncode)
 # Its service stays as the package leaves it; what is run is a daemon of our own (lab/volume/shared.sh).
 shared=(glusterfs-server glusterfs-client iproute2)
 report=(chromium fonts-dejavu-core)
