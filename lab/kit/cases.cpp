@@ -48,6 +48,18 @@ Case case_of(const std::string& suite, const nlohmann::json& told, const std::st
   return one;
 }
 
+/// What a case of a real kernel says of itself.
+void read_remark(const std::string& line, Case& one) {
+  const auto rest = [&](const char* begin) {
+    const std::string mark = begin;
+    return line.rfind(mark, 0) == 0 ? last_words(line.substr(mark.size())) : std::string();
+  };
+  if (const std::string number = rest("number: "); !number.empty())
+    one.number = std::atoi(number.c_str());
+  if (const std::string text = rest("settles: "); !text.empty()) one.settles = text;
+  if (const std::string text = rest("found: "); !text.empty()) one.found = text;
+}
+
 /// The name that follows a mark, without the time that may stand behind it.
 bool has_mark(const std::string& line, const std::string& mark, std::string& name) {
   if (line.rfind(mark, 0) != 0) return false;
@@ -95,10 +107,12 @@ bool read_log(const std::string& log, const std::string& why, std::vector<Case>&
     one.state = state;
     one.words = state == State::kPassed ? std::string() : words_of(log, one.name);
     cases.push_back(one);
+    one = Case();
     running.clear();
   };
   for (std::string line; std::getline(lines, line);) {
     if (has_mark(line, kBegin, running)) continue;
+    read_remark(line, one);
     // The names are told once more at the end.
     if (running.empty()) continue;
     if (has_mark(line, kGood, one.name) && one.name == running) ends(State::kPassed);

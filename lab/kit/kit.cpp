@@ -165,6 +165,8 @@ int wmain(int argc, wchar_t** argv) {
   const UINT before = ::GetConsoleOutputCP();
   ::SetConsoleOutputCP(CP_UTF8);
   ::SetConsoleCtrlHandler(on_end, TRUE);
+  // No box asks for a disc, or shows that a program has broken down; the programs inherit that.
+  ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
   std::setvbuf(stdout, nullptr, _IONBF, 0);
   int code = 2;
   try {

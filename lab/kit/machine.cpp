@@ -165,7 +165,12 @@ Facts facts_of_machine(const std::filesystem::path& work) {
   facts.emplace_back("Windows", windows_version());
   facts.emplace_back("Edition", edition());
   if (is_emulated()) facts.emplace_back("Emulated by", wine_version());
-  facts.emplace_back("Processors", std::to_string(system.dwNumberOfProcessors));
+  const WORD kind = system.wProcessorArchitecture;
+  facts.emplace_back("Processors",
+                     std::to_string(system.dwNumberOfProcessors) +
+                         (kind == PROCESSOR_ARCHITECTURE_AMD64   ? " x64"
+                          : kind == PROCESSOR_ARCHITECTURE_ARM64 ? " ARM64"
+                                                                 : " of another kind"));
   facts.emplace_back("File system", file_system_of(work));
   facts.emplace_back("Free space", free_space_in(work));
   facts.emplace_back("Drives", drives());

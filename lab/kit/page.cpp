@@ -14,7 +14,8 @@ constexpr const char* kHead = R"(<!doctype html>
 <meta name="viewport" content="width=device-width"><title>vu_storage on this Windows</title><style>
 body { font: 15px/1.5 "Segoe UI", sans-serif; max-width: 70em; margin: 2em auto; padding: 0 1em;
 color: #222; } table { border-collapse: collapse; margin: 1em 0; }
-td, th { border: 1px solid #ccc; padding: .3em .6em; text-align: left; vertical-align: top; }
+td, th { border: 1px solid #ccc; padding: .3em .6em; text-align: left; vertical-align: top;
+overflow-wrap: anywhere; }
 .passed { color: #176117; } .failed { color: #a01010; font-weight: 600; } .skipped { color: #666; }
 pre { white-space: pre-wrap; max-height: 20em; overflow: auto; background: #f6f6f6; padding: .6em; }
 .note { background: #fff4cc; padding: .6em 1em; }

@@ -121,8 +121,6 @@ Ended run(const std::wstring& line, const std::filesystem::path& folder,
   std::wstring writable = line;
   Ended ended;
   const auto begin = std::chrono::steady_clock::now();
-  // No box asks anybody when a program dies.
-  ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
   ended.was_started = ::CreateProcessW(nullptr, writable.data(), nullptr, nullptr, TRUE,
                                        CREATE_SUSPENDED | CREATE_NO_WINDOW, nullptr, folder.c_str(),
                                        &start, &info) != FALSE;

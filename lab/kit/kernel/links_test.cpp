@@ -143,8 +143,8 @@ TEST_F(Kernel, SymbolicLinksAreFollowedAndNotEmptied) {
   make_folder(path("folder"));
   const DWORD code = make_symbolic_link(path("folder\\link"), path("target"));
   if (code != 0) {
-    GTEST_SKIP() << "this account may make no symbolic link (" << code
-                 << "); it may in Developer Mode, or as an administrator";
+    GTEST_SKIP() << "no symbolic link can be made here (" << code
+                 << "); one can in Developer Mode, or as an administrator";
   }
   expect_a_link_is_followed_and_not_emptied(path("folder\\link"), path("target"), path("folder"));
   found("followed, and not emptied");

@@ -21,10 +21,10 @@ bool is_switched_on() {
          value != 0;
 }
 
-/// A path of that length: folders, and one last name.
+/// A path of that length: folders that are short as a whole, and one last name.
 std::string path_of(std::size_t length, const std::string& base) {
   std::string path = base;
-  while (length - path.size() > 100) path += "\\" + std::string(60, 'f');
+  while (length - path.size() > 200) path += "\\" + std::string(60, 'f');
   return path + "\\" + std::string(length - path.size() - 1, 'n');
 }
 
