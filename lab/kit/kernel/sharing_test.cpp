@@ -53,6 +53,16 @@ int scan(const std::vector<std::string>& args) {
 }
 REGISTER_ROLE(scan, scan)
 
+/// What a document holds; a scanner may have its file just now.
+std::string content_at_last(Store& store, const std::string& name) {
+  std::string content = store.content(name);
+  for (int attempt = 0; attempt < 500 && content == "[VU_FAILED]"; ++attempt) {
+    ::Sleep(2);
+    content = store.content(name);
+  }
+  return content;
+}
+
 /// What a store must hold: where a call was refused, the old content or the new one.
 class Expected {
  public:
@@ -115,7 +125,7 @@ TEST_F(Kernel, AScannerThatOpensFilesAtRandomLosesNothing) {
   child_process scanner("scan", {program_root()});
   ASSERT_TRUE(scanner.hears("scans"));
   std::mt19937 random(815);
-  constexpr int kCalls = 250;
+  constexpr int kCalls = 150;
   int refused = 0;
   for (int i = 0; i < kCalls; ++i) {
     const std::string name = "document " + std::to_string(random() % 15) + ".kdc";
@@ -128,7 +138,10 @@ TEST_F(Kernel, AScannerThatOpensFilesAtRandomLosesNothing) {
       status = store.put(name, bytes);
       expected.after_put(name, bytes, status);
     }
-    if (status != VU_DONE && status != VU_NOTHING_MATCHED) ++refused;
+    if (status == VU_DONE || status == VU_NOTHING_MATCHED) continue;
+    ++refused;
+    const std::string content = content_at_last(store, name);
+    EXPECT_TRUE(expected.allows(name, content)) << name << " after call " << i << ": " << content;
   }
   scanner.tell("end");
   const std::string opened = scanner.next_line().value_or("?");
