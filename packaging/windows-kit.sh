@@ -28,7 +28,7 @@ stage() {
   done
   cp build/mingw/bin/*.dll "$tree/bin/"
   cp -r lab/fuzz/corpus "$tree/bin/"
-  x86_64-w64-mingw32-strip --strip-debug "$tree"/bin/*.exe
+  x86_64-w64-mingw32-strip --strip-debug "$tree"/bin/*.exe "$tree"/bin/vu_storage.dll
   sed 's/$/\r/' packaging/kit-run.cmd >"$tree/run.cmd"
   sed 's/$/\r/' packaging/kit-README.txt >"$tree/README.txt"
   (cd "$work" && zip -q -X -r "$name.zip" "$name") || die "the ZIP could not be made"
