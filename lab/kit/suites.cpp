@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <fstream>
 
 #include "lab/kit/cases.h"
@@ -69,6 +70,13 @@ std::vector<Suite> all_suites() {
        600s}};
 }
 
+/// Windows' own codes, of a violation or a missing DLL say, are known by their hexadecimal form.
+std::string code_text(unsigned long code) {
+  char text[40] = "";
+  std::snprintf(text, sizeof text, code < 0x80000000UL ? "%lu" : "0x%lX", code);
+  return text;
+}
+
 /// Runs a program of cases until each of them has ended, or nothing more can be had.
 class CaseRuns {
  public:
@@ -95,6 +103,7 @@ class CaseRuns {
       }
       result.words = why(ended);
       if (ended.was_stopped && result.count(State::kFailed) == 0) result.state = State::kSkipped;
+      if (!m_goes_on) result.words += "; its last words: " + last_words(m_said);
       if (ended.was_stopped || !m_goes_on) return;
     }
     result.words += "; it was not started again";
@@ -132,7 +141,7 @@ class CaseRuns {
     if (ended.was_stopped) return "the run was stopped here";
     if (!ended.was_in_time)
       return "it was ended after " + std::to_string(m_suite.limit.count()) + " seconds";
-    return "the program ended before its last case, with " + std::to_string(ended.code);
+    return "the program ended before its last case, with " + code_text(ended.code);
   }
 
   void judge(Result& result, const Ended& ended) const {
@@ -142,7 +151,7 @@ class CaseRuns {
                    : has_passed                  ? State::kPassed
                                                  : State::kSkipped;
     if (!has_failed && ended.code != 0)
-      result.words = "it ended with " + std::to_string(ended.code) + ": " + last_words(m_said);
+      result.words = "it ended with " + code_text(ended.code) + ": " + last_words(m_said);
     if (result.cases.empty()) {
       result.state = State::kFailed;
       result.words = "it ran no case";
@@ -180,7 +189,7 @@ void run_whole(Result& result, const std::wstring& program, const std::filesyste
   } else if (ended.code == 0 || ended.code == kNotRun) {
     result.state = ended.code == 0 ? State::kPassed : State::kSkipped;
   } else {
-    result.words = "it ended with " + std::to_string(ended.code) + ": " + result.words;
+    result.words = "it ended with " + code_text(ended.code) + ": " + result.words;
   }
 }
 
