@@ -68,6 +68,8 @@ bool begins_with(const std::wstring& text, const wchar_t* begin) {
 
 /// Whether a variable of that name, in capitals, could change what a test program does.
 bool is_hostile(const std::wstring& name) {
+  // Asked for by whoever sets it; see docs/porting.md.
+  if (name == L"VU_KIT_SMALL_DISK") return false;
   for (const wchar_t* const begin : {L"VU_", L"GTEST_", L"STGCTL", L"TESTBRIDGE_", L"TEST_"})
     if (begins_with(name, begin)) return true;
   for (const wchar_t* const whole :
