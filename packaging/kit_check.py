@@ -14,7 +14,7 @@ import sys
 class Page(html.parser.HTMLParser):
     """Whether each element ends where it should, and what the page refers to."""
 
-    alone = {"meta", "br"}
+    alone = {"meta", "wbr"}
 
     def __init__(self):
         super().__init__()

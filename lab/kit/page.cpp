@@ -14,8 +14,7 @@ constexpr const char* kHead = R"(<!doctype html>
 <meta name="viewport" content="width=device-width"><title>vu_storage on this Windows</title><style>
 body { font: 15px/1.5 "Segoe UI", sans-serif; max-width: 70em; margin: 2em auto; padding: 0 1em;
 color: #222; } table { border-collapse: collapse; margin: 1em 0; }
-td, th { border: 1px solid #ccc; padding: .3em .6em; text-align: left; vertical-align: top;
-overflow-wrap: anywhere; }
+td, th { border: 1px solid #ccc; padding: .3em .6em; text-align: left; vertical-align: top; }
 .passed { color: #176117; } .failed { color: #a01010; font-weight: 600; } .skipped { color: #666; }
 pre { white-space: pre-wrap; max-height: 20em; overflow: auto; background: #f6f6f6; padding: .6em; }
 .note { background: #fff4cc; padding: .6em 1em; }
@@ -44,6 +43,16 @@ std::string escaped(const std::string& text) {
 
 /// Without the name of its class, which is the same for all.
 std::string short_name_of(const Case& one) { return one.name.substr(one.name.find('.') + 1); }
+
+/// A name of many words, which may be broken before each of them.
+std::string breakable(const std::string& name) {
+  std::string result;
+  for (const char c : name) {
+    if (c >= 'A' && c <= 'Z' && !result.empty()) result += "<wbr>";
+    result += c;
+  }
+  return result;
+}
 
 /// Without the place in the sources that stands before it.
 std::string reason_of(const Case& one) {
@@ -84,7 +93,7 @@ void write_kernel_cases(std::ostream& page, const Report& report) {
   page << "<table><tr><th>no.</th><th>case</th><th>result</th><th>what it settles</th>"
           "<th>what was seen, or why not</th></tr>\n";
   for (const Case& one : kernel_cases(report)) {
-    page << "<tr><td>" << one.number << "</td><td>" << escaped(short_name_of(one)) << "</td>"
+    page << "<tr><td>" << one.number << "</td><td>" << breakable(short_name_of(one)) << "</td>"
          << marked(one.state) << "<td>" << escaped(one.settles) << "</td><td>"
          << escaped(one.found.empty() ? reason_of(one) : one.found) << "</td></tr>\n";
   }
