@@ -163,8 +163,9 @@ std::filesystem::path short_form(const std::filesystem::path& folder) {
   if (is_ascii(folder.wstring()) && folder.wstring().size() <= kLong) return folder;
   std::wstring path(32768, L'\0');
   path.resize(::GetShortPathNameW(folder.c_str(), path.data(), static_cast<DWORD>(path.size())));
-  const bool is_better = !path.empty() && path.size() <= folder.wstring().size() &&
-                         is_ascii(path) >= is_ascii(folder.wstring());
+  const bool is_shorter = path.size() < folder.wstring().size();
+  const bool is_better =
+      !path.empty() && (is_ascii(folder.wstring()) ? is_shorter : is_ascii(path));
   return is_better ? std::filesystem::path(path) : folder;
 }
 
