@@ -121,27 +121,22 @@ std::vector<Separators> lines_at_edges(std::string_view text, std::uint64_t offs
   return lines;
 }
 
-/// The text with a blank for the "/" of these lines.
-std::string without(const std::vector<Separators>& lines, std::string_view text) {
-  std::string result(text);
-  for (const Separators& separators : lines) {
-    for (const std::size_t at : separators) result[at] = ' ';
-  }
-  return result;
+/// What lies between the first of the "/" of these lines and the last one. There is a line.
+std::string_view between(const std::vector<Separators>& lines, std::string_view text) {
+  const std::size_t first = lines.front().front();
+  return text.substr(first, lines.back().back() - first + 1);
 }
 
-/// Writes again what lies between the first of the "/" and the last one.
-void write_between(Stage& stage, std::uint64_t offset, std::string_view text,
-                   const std::vector<Separators>& lines) {
-  if (lines.empty()) return;
-  const std::size_t first = lines.front().front();
-  const std::size_t last = lines.back().back();
-  stage.push_back({offset + first, std::string(text.substr(first, last - first + 1))});
+/// Puts a blank for the "/" of these lines. @param begin where the text begins that they stand in.
+void take_out(const std::vector<Separators>& lines, std::string& text, std::size_t begin) {
+  for (const Separators& separators : lines) {
+    for (const std::size_t at : separators) text[at - begin] = ' ';
+  }
 }
 
 /// Takes their "/" from the lines of the old text at page edges.
-void unmake_lines_at_edges(Stage& stage, std::uint64_t offset, std::string_view old_text,
-                           std::size_t page) {
+void unmake_lines_at_edges(Plan& plan, Stage& stage, std::uint64_t offset,
+                           std::string_view old_text, std::size_t page) {
   const std::vector<Separators> early =
       lines_at_edges(old_text, offset, page, AtEdge::kSplitOrBeginning);
   // Lines with several, which the library does not write, lose the last one first, each by itself:
@@ -152,14 +147,25 @@ void unmake_lines_at_edges(Stage& stage, std::uint64_t offset, std::string_view 
       stage.push_back({offset + *at, " "});
     }
   }
-  write_between(stage, offset, without(early, old_text), early);
+  if (early.empty()) return;
+  const std::size_t first = early.front().front();
+  std::string& blanked = plan.texts.emplace_back(between(early, old_text));
+  take_out(early, blanked, first);
+  stage.push_back({offset + first, blanked});
 }
 
 /// Writes @p text at @p offset, and the "/" of the lines that a page edge splits only then.
-void write_text(Stage& stage, std::uint64_t offset, std::string_view text, std::size_t page) {
+void write_text(Plan& plan, Stage& stage, std::uint64_t offset, std::string_view text,
+                std::size_t page) {
   const std::vector<Separators> late = lines_at_edges(text, offset, page, AtEdge::kSplit);
-  stage.push_back({offset, without(late, text)});
-  write_between(stage, offset, text, late);
+  if (late.empty()) {
+    stage.push_back({offset, text});
+    return;
+  }
+  std::string& blanked = plan.texts.emplace_back(text);
+  take_out(late, blanked, 0);
+  stage.push_back({offset, blanked});
+  stage.push_back({offset + late.front().front(), between(late, text)});
 }
 
 // ---- the stages --------------------------------------------------------------------------------
@@ -183,15 +189,18 @@ std::size_t start_of_difference(std::string_view one, std::string_view other) {
 
 std::uint64_t sector_before(std::uint64_t offset) { return offset / kSectorSize * kSectorSize; }
 
-/// The new text over the front, from @p from on, with blanks up to the front's end.
-Stage over(std::string_view front, std::string_view new_text, std::size_t from, std::size_t page) {
-  Stage stage;
-  const std::size_t whole = std::max(front.size(), new_text.size());
-  std::string tail(new_text.substr(from));
-  tail.resize(whole - from, ' ');
-  unmake_lines_at_edges(stage, from, front.substr(from), page);
-  write_text(stage, from, tail, page);
-  return stage;
+/// Writes the new text over the front, from @p from on, with blanks up to the front's end.
+void write_over(Plan& plan, std::string_view front, std::string_view new_text, std::size_t from,
+                std::size_t page) {
+  std::string_view tail = new_text.substr(from);
+  if (new_text.size() < front.size()) {
+    std::string& filled = plan.texts.emplace_back(tail);
+    filled.resize(front.size() - from, ' ');
+    tail = filled;
+  }
+  Stage& stage = plan.stages.emplace_back();
+  unmake_lines_at_edges(plan, stage, from, front.substr(from), page);
+  write_text(plan, stage, from, tail, page);
 }
 
 std::string_view without_zeros_behind(std::string_view bytes) {
@@ -256,17 +265,15 @@ Plan plan(std::string_view old_bytes, std::string_view new_text, std::size_t pag
   result.reserve = new_text.size();
   if (old_bytes == new_text) return result;
   if (is_replaced_at_once(old_bytes, new_text)) {
-    result.stages.push_back({{0, std::string(new_text)}});
+    result.stages.push_back({{0, new_text}});
     return result;
   }
 
   const std::size_t old_size = old_bytes.size();
   old_bytes = without_zeros_behind(old_bytes);
-  std::string closed;
   if (last_line_is_open(old_bytes)) {
     result.stages.push_back({{old_bytes.size(), "\n"}});
-    closed.assign(old_bytes).push_back('\n');
-    old_bytes = closed;
+    old_bytes = result.texts.emplace_back(old_bytes).append("\n");
   }
 
   // The copy begins at the sector in which the texts begin to differ, and lies in sectors of its
@@ -275,13 +282,13 @@ Plan plan(std::string_view old_bytes, std::string_view new_text, std::size_t pag
   const auto base = static_cast<std::size_t>(sector_before(from));
   const std::uint64_t copy_at =
       sector_before(std::max({old_size, old_bytes.size(), new_text.size()}) + kSectorSize - 1);
-  std::string copy = escaped(new_text.substr(base));
+  std::string& copy = result.texts.emplace_back(escaped(new_text.substr(base)));
   copy += trailer_of(new_text, base, copy.size());
   result.reserve = copy_at + copy.size();
-  result.stages.push_back({{copy_at, std::move(copy)}});
+  result.stages.push_back({{copy_at, copy}});
 
   result.first_over_old = result.stages.size();
-  result.stages.push_back(over(old_bytes, new_text, from, page));
+  write_over(result, old_bytes, new_text, from, page);
   return result;
 }
 
@@ -293,7 +300,7 @@ Plan completion(std::string_view bytes, const Interrupted& found, std::size_t pa
   result.reserve = bytes.size();
   // The sector before the copy's first byte is in the front alone.
   const std::size_t from = std::max(found.base, start_of_difference(front, found.text));
-  result.stages.push_back(over(front, found.text, from, page));
+  write_over(result, front, found.text, from, page);
   return result;
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -66,26 +68,39 @@ std::string_view text_of(std::string_view bytes, std::string& storage);
 /// One write. A process that is killed within it leaves what lies before some page edge written.
 struct Write {
   std::uint64_t offset = 0;
-  std::string bytes;
+  std::string_view bytes;  ///< lies in the texts of the plan, or in those that it was made from
 };
 
 /// Writes in their order, with a flush behind the last of them.
 using Stage = std::vector<Write>;
 
+/// What is written as it stands is not copied.
 struct Plan {
+  Plan() = default;
+  Plan(Plan&&) = default;
+  Plan& operator=(Plan&&) = default;
+  Plan(const Plan&) = delete;  // the writes of a copy would lie in the texts of this one
+  Plan& operator=(const Plan&) = delete;
+  ~Plan() = default;
+
   /// Each is begun when the one before is flushed. None where nothing changes.
   std::vector<Stage> stages;
   /// From here on the new text holds; an earlier stage leaves the old one as it is. An index of
   /// `stages`.
   std::size_t first_over_old = 0;
-  std::uint64_t reserve = 0;  ///< the largest size of the file on the way
-  std::uint64_t size = 0;     ///< where it is cut at last
+  std::uint64_t reserve = 0;      ///< the largest size of the file on the way
+  std::uint64_t size = 0;         ///< where it is cut at last
+  std::deque<std::string> texts;  ///< what is written in another form than it came in
 };
 
-/// The plan for a file that holds @p old_bytes, which no trailer ends.
+/// The plan for a file that holds @p old_bytes, which no trailer ends. The new text outlives it.
 Plan plan(std::string_view old_bytes, std::string_view new_text, std::size_t page = kPageSize);
+template <std::same_as<std::string> Temporary>
+Plan plan(std::string_view, Temporary&&, std::size_t = kPageSize) = delete;
 
-/// The plan that completes an interrupted replacement in a file that holds @p bytes.
+/// The plan that completes an interrupted replacement in a file that holds @p bytes. What was found
+/// outlives it.
 Plan completion(std::string_view bytes, const Interrupted& found, std::size_t page = kPageSize);
+Plan completion(std::string_view, Interrupted&&, std::size_t = kPageSize) = delete;
 
 }  // namespace replacement

@@ -33,12 +33,12 @@ EntryTable::EntryTable(const os::Listing& entries) : m_entries(&entries) {
   // Two slots at least: a shift by all bits of a number means nothing.
   const std::size_t slots = std::bit_ceil(entries.size() * 2 + 2);
   m_slots.resize(slots);
+  m_mask = slots - 1;
   m_shift = 64U - static_cast<unsigned>(std::countr_zero(slots));
-  const std::size_t mask = slots - 1;
   for (std::size_t i = 0; i < entries.size(); ++i) {
     const std::uint64_t hash = m_hash(entries[i].name);
     std::size_t slot = slot_of(hash);
-    while (m_slots[slot].position != 0) slot = (slot + 1) & mask;
+    while (m_slots[slot].position != 0) slot = (slot + 1) & m_mask;
     m_slots[slot] = {tag_of(hash), static_cast<std::uint32_t>(i + 1)};
   }
 }

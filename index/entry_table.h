@@ -38,8 +38,8 @@ class EntryTable {
   /// The position of the entry that bears the name, or kNone. @param hash from ask().
   [[gnu::always_inline]] std::size_t find(std::string_view name, std::uint64_t hash) const {
     if (m_slots.empty()) return kNone;
-    const std::size_t mask = m_slots.size() - 1;
-    for (std::size_t slot = slot_of(hash); m_slots[slot].position != 0; slot = (slot + 1) & mask) {
+    for (std::size_t slot = slot_of(hash); m_slots[slot].position != 0;
+         slot = (slot + 1) & m_mask) {
       const std::size_t position = m_slots[slot].position - 1;
       if (m_slots[slot].tag == tag_of(hash) && is_same((*m_entries)[position].name, name))
         return position;
@@ -103,5 +103,6 @@ class EntryTable {
   const os::Listing* m_entries = nullptr;
   Hash m_hash;
   std::vector<Slot> m_slots;  // a power of two, at most half full
+  std::size_t m_mask = 0;     // their number less one
   unsigned m_shift = 0;       // leaves so many bits of a hash as number the slots
 };

@@ -23,9 +23,8 @@ void FolderFiles::take(os::Listing entries) {
   const std::string_view names = m_entries.text();
   const bool has_patterns =
       names.find('*') != std::string_view::npos || names.find('?') != std::string_view::npos;
-  m_are_sure = !has_patterns && !is_network_folder(m_folder);
-  for (const os::Entry entry : m_entries)
-    m_are_sure = m_are_sure && entry.name.back() != '.' && entry.name.back() != ' ';
+  m_are_sure =
+      !has_patterns && !m_entries.has_dot_or_blank_at_an_end() && !is_network_folder(m_folder);
   m_listed = true;
 }
 

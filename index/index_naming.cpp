@@ -124,9 +124,9 @@ void STGIndex::synchronizeToFolder() {
     if (entries.empty()) vu_file::is_dir(m_folder);
     std::optional<KnownFiles> known;
     if (m_state->loaded() != nullptr) known.emplace(*m_state->loaded(), entries.size());
-    for (std::size_t i = 0; i < entries.size(); ++i) {
+    const auto next = [&](std::size_t from) { return known ? known->first_doubtful(from) : from; };
+    for (std::size_t i = next(0); i < entries.size(); i = next(i + 1)) {
       const os::Entry entry = entries[i];
-      if (known && known->contains(i)) continue;
       if (entry.kind == os::EntryKind::kFolder || index_format::is_index_file(entry.name)) continue;
       const std::string name(entry.name);
       if (entry.kind == os::EntryKind::kUnknown && vu_file::is_dir(m_folder + "\\" + name))

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <utility>
 
+#include "index/scan.h"
+
 namespace {
 
 using index_format::extension_of;
@@ -195,7 +197,8 @@ IndexReading::IndexReading(std::string_view index_text, FolderFiles& files,
 
 inline void IndexReading::count(const IndexLine& line) {
   if (line.state == LineState::kValid) {
-    ascending = ascending && (m_last_key.data() == nullptr || m_last_key < line.key);
+    ascending =
+        ascending && (m_last_key.data() == nullptr || scan::stands_before(m_last_key, line.key));
     m_last_key = line.key;
     return;
   }
@@ -231,13 +234,10 @@ std::size_t IndexReading::read_plain_lines(FolderFiles& files) {
     std::size_t together = 0;
     for (; together < kTogether; ++together) {
       is_plain = false;
-      if (at >= last) break;
-      const auto* const end =
-          static_cast<const char*>(std::memchr(at, '\n', static_cast<std::size_t>(last - at)));
+      const char* const slash = scan::first_of(at, last, '/', '\n');
+      if (slash == nullptr || *slash != '/') break;
+      const char* const end = scan::first_of(slash + 1, last, '\n', '\n');
       if (end == nullptr) break;
-      const auto* const slash =
-          static_cast<const char*>(std::memchr(at, '/', static_cast<std::size_t>(end - at)));
-      if (slash == nullptr) break;
       const std::string_view key(at, static_cast<std::size_t>(slash - at));
       const std::string_view stored(slash + 1, static_cast<std::size_t>(end - slash - 1));
       if (!is_key(key) || stored.size() > kPiece) break;

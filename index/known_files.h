@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -20,26 +21,30 @@
 ///     other_0000000001/notes.txt     does not; behind it, the line before does not either
 ///
 /// Order of calls: construct it with the reading and the size of the listing that judged it, then
-/// contains() for each entry of that listing. Nothing fails but for want of memory. Several threads
-/// may ask.
+/// first_doubtful(), from the beginning of that listing on. Nothing fails but for want of memory.
+/// Several threads may ask.
 class KnownFiles {
  public:
   KnownFiles(const IndexReading& reading, std::size_t files) : m_claims(files, Claim::kNone) {
-    const std::vector<IndexLine>& lines = reading.lines;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-      const IndexLine& line = lines[i];
+    for (const IndexLine& line : reading.lines) {
       if (line.entry == FolderFiles::kNone || line.state != LineState::kValid) continue;
       if (line.has_extension) {
         m_claims[line.entry] = Claim::kKnown;
       } else {
-        note_dotted_stems({lines.data(), i});
+        note_dotted_stems({reading.lines.data(), &line});
         claim_by_own_name(line);
       }
     }
   }
 
-  /// Whether the entry of the listing is known. No: the maps have to be asked.
-  bool contains(std::size_t entry) const { return m_claims[entry] == Claim::kKnown; }
+  /// The first entry of the listing from @p entry on that is not known, for which the maps have to
+  /// be asked; the listing's size when all are.
+  std::size_t first_doubtful(std::size_t entry) const {
+    const auto is_doubtful = [](Claim claim) { return claim != Claim::kKnown; };
+    const auto from = m_claims.begin() + static_cast<std::ptrdiff_t>(entry);
+    return static_cast<std::size_t>(std::find_if(from, m_claims.end(), is_doubtful) -
+                                    m_claims.begin());
+  }
 
  private:
   enum class Claim : std::uint8_t {

@@ -26,7 +26,7 @@ echo "| a record | $(per_thousand $((record - scope))) | 20 |"
 echo
 echo "| instructions per entry | 1,000 entries | 10,000 entries |"
 echo "|---|--:|--:|"
-for operation in exists last list load rewrite create remove; do
+for operation in exists last list map load rewrite create remove; do
   line="| $operation |"
   for entries in 1000 10000; do
     instructions=$(count "$programs/storage_operations" "$operation" "$entries" "$work/folder")

@@ -10,14 +10,19 @@
 //   remove   STGIndex::remove of the entry in the middle
 //   last     STGIndex::lastVersion of the entry in the middle
 //   list     STGIndex::plValues
+//   map      what its result costs by itself: a map of the same names, which come in its order
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "lab/bench/folder.h"
 #include "stg_index.h"
@@ -37,6 +42,9 @@ int main(int argc, char** argv) {
   std::string physical;
   long latest = 0;
   STGIndex::NameMap names;
+  std::vector<std::pair<std::string, std::string>> sorted;
+  for (std::size_t i = 0; i < entries; ++i) sorted.emplace_back(folder.file(i), folder.logical(i));
+  std::sort(sorted.begin(), sorted.end());
   const std::map<std::string, std::function<void()>> operations = {
       {"exists", [&] { STGIndex::exists(path, logical, timestamp, physical); }},
       {"load", [&] { STGIndex::remove(path, "nothing.kdb", 1); }},
@@ -45,6 +53,11 @@ int main(int argc, char** argv) {
       {"remove", [&] { STGIndex::remove(path, logical, timestamp); }},
       {"last", [&] { STGIndex::lastVersion(path, logical, latest); }},
       {"list", [&] { STGIndex::plValues(path, names); }},
+      {"map",
+       [&] {
+         for (const auto& [file, name] : sorted)
+           names.emplace_hint(names.end(), std::string_view(file), std::string_view(name));
+       }},
   };
   const auto operation = operations.find(argv[1]);
   if (operation == operations.end()) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -149,6 +150,8 @@ class Listing {
   bool empty() const { return m_bounds.empty(); }
   /// The names, one behind the other.
   std::string_view text() const { return {m_names.get(), m_used}; }
+  /// Whether a name ends in what a search on Windows drops. (Also when that one was cut off since.)
+  bool has_dot_or_blank_at_an_end() const { return m_has_dot_or_blank_at_an_end; }
   /// The name is valid until the listing changes.
   Entry operator[](std::size_t entry) const {
     const Bounds& bounds = m_bounds[entry];
@@ -157,16 +160,26 @@ class Listing {
   Iterator begin() const { return {*this, 0}; }
   Iterator end() const { return {*this, size()}; }
 
+  /// @p name is not empty.
   void append(std::string_view name, EntryKind kind) {
-    if (m_room - m_used < name.size()) make_room(name.size());
-    m_bounds.push_back({m_used, static_cast<std::uint32_t>(name.size()), kind});
+    begin_name(name, kind);
     std::copy(name.begin(), name.end(), m_names.get() + m_used);
     m_used += name.size();
   }
+  /// The same for a name behind which kPiece bytes may be read, whatever they are. A copy of a
+  /// fixed size, which is all that most names need, costs a fraction of one of any size.
+  [[gnu::always_inline]] void append_readable(std::string_view name, EntryKind kind) {
+    begin_name(name, kind);
+    char* const to = m_names.get() + m_used;
+    std::memcpy(to, name.data(), kPiece);
+    if (name.size() > kPiece) std::memcpy(to + kPiece, name.data() + kPiece, name.size() - kPiece);
+    m_used += name.size();
+  }
+  static constexpr std::size_t kPiece = 32;
   /// So many more are likely to come.
   void expect(std::size_t more) {
     if (m_bounds.capacity() - m_bounds.size() < more)
-      m_bounds.reserve(std::max(m_bounds.size() + more, 2 * m_bounds.capacity()));
+      m_bounds.reserve(std::max(m_bounds.size() + more, kGrowth * m_bounds.capacity()));
   }
   /// Drops all entries but the first ones.
   void cut(std::size_t size) {
@@ -176,6 +189,9 @@ class Listing {
   }
 
  private:
+  /// What is not used is not touched, so it takes no memory.
+  static constexpr std::size_t kGrowth = 4;
+
   /// Where a name stands among the others.
   struct Bounds {
     std::size_t begin = 0;
@@ -183,9 +199,14 @@ class Listing {
     EntryKind kind = EntryKind::kUnknown;
   };
 
+  [[gnu::always_inline]] void begin_name(std::string_view name, EntryKind kind) {
+    if (m_room - m_used < name.size() + kPiece) make_room(name.size() + kPiece);
+    m_bounds.push_back({m_used, static_cast<std::uint32_t>(name.size()), kind});
+    m_has_dot_or_blank_at_an_end |= name.back() == '.' || name.back() == ' ';
+  }
   [[gnu::noinline]] void make_room(std::size_t size) {
     constexpr std::size_t kLeast = 1024;
-    const std::size_t room = std::max({kLeast, 2 * m_room, m_used + size});
+    const std::size_t room = std::max({kLeast, kGrowth * m_room, m_used + size});
     // Nobody clears what is written anyway.
     std::unique_ptr<char[]> names(new char[room]);
     std::copy_n(m_names.get(), m_used, names.get());
@@ -197,6 +218,7 @@ class Listing {
   std::size_t m_used = 0;
   std::size_t m_room = 0;
   std::vector<Bounds> m_bounds;
+  bool m_has_dot_or_blank_at_an_end = false;
 };
 
 /// Times in seconds since 1970-01-01 UTC, size in bytes (of a folder 0).

@@ -90,7 +90,8 @@ Status for_each_entry(const Place& folder, Visit visit) {
   }
 }
 
-/// The entries that getdents64() has written, without "." and "..".
+/// The entries that getdents64() has written, without "." and "..". Listing::kPiece bytes may be
+/// read behind them.
 void append_records(std::string_view records, Listing& entries) {
   entries.expect(records.size() / (offsetof(dirent64, d_name) + sizeof(std::uint64_t)));
   while (!records.empty()) {
@@ -100,9 +101,9 @@ void append_records(std::string_view records, Listing& entries) {
     const std::string_view name(records.data() + offsetof(dirent64, d_name));
     records.remove_prefix(length);
     if (name[0] == '.' && (name.size() == 1 || name == "..")) continue;
-    entries.append(name, type == DT_DIR   ? EntryKind::kFolder
-                         : type == DT_REG ? EntryKind::kFile
-                                          : EntryKind::kUnknown);
+    entries.append_readable(name, type == DT_DIR   ? EntryKind::kFolder
+                                  : type == DT_REG ? EntryKind::kFile
+                                                   : EntryKind::kUnknown);
   }
 }
 
@@ -470,7 +471,7 @@ Status list(Path folder, Listing& entries) {
   // Directly, without a stream: that asks the system two questions more, and costs more for each
   // entry than all the rest.
   constexpr std::size_t kBuffer = std::size_t{1} << 15U;
-  const std::unique_ptr<char[]> records(new char[kBuffer]);
+  const std::unique_ptr<char[]> records(new char[kBuffer + Listing::kPiece]);
   const std::size_t before = entries.size();
   for (;;) {
     const ::ssize_t count = ::getdents64(descriptor.get(), records.get(), kBuffer);

@@ -226,7 +226,8 @@ TEST(FileReplacement, FailingAtAnyByteForGoodLeavesTheOldEntriesOrTheNewOnes) {
   for (int round = 0; round < 800; ++round) {
     const Case c = some_case(random);
     const std::string old_text = text_of(c.old_entries);
-    const replacement::Plan plan = replacement::plan(old_text, text_of(c.new_entries));
+    const std::string new_text = text_of(c.new_entries);
+    const replacement::Plan plan = replacement::plan(old_text, new_text);
     for (const Killed& state : killed_states(old_text, plan, 1))
       ASSERT_TRUE(is_old_or_new(c, state.bytes)) << state.bytes << "\nold:\n" << old_text;
   }
@@ -315,8 +316,8 @@ TEST(FileReplacement, OfALeftOverStateHarmsNoLine) {
     const Case c = some_case(random);
     const std::size_t page = 1 + random() % 40;
     const std::string old_text = text_of(c.old_entries);
-    const auto states =
-        killed_states(old_text, replacement::plan(old_text, text_of(c.new_entries), page), page);
+    const std::string new_text = text_of(c.new_entries);
+    const auto states = killed_states(old_text, replacement::plan(old_text, new_text, page), page);
     const std::string& left_over = states[random() % states.size()].bytes;
     if (replacement::interrupted_in(left_over)) continue;  // it is completed first
     // The next operation reads what is there and writes it back in order.
@@ -461,7 +462,8 @@ TEST(FileReplacement, OfALineAddedAtTheEndCopiesALastSectorOnly) {
   for (int i = 0; i < 1000; ++i)
     old_text += index_format::key_of("name", i) + "/" + std::to_string(10000000 + i) + "\n";
   const std::string line = index_format::key_of("name", 1000) + "/10001000\n";
-  const replacement::Plan plan = replacement::plan(old_text, old_text + line);
+  const std::string new_text = old_text + line;
+  const replacement::Plan plan = replacement::plan(old_text, new_text);
   std::size_t written = 0;
   for (const replacement::Stage& stage : plan.stages) {
     for (const replacement::Write& write : stage) written += write.bytes.size();
@@ -485,8 +487,8 @@ TEST(FileReplacement, TakesTwoFlushesAndFourWritesHoweverManyLinesThereAre) {
     std::string old_text;
     for (int i = 0; i < lines; ++i)
       old_text += index_format::key_of("name", i) + "/" + std::to_string(10000000 + i) + "\n";
-    const replacement::Plan plan =
-        replacement::plan(old_text, old_text.substr(old_text.find('\n') + 1));
+    const std::string new_text = old_text.substr(old_text.find('\n') + 1);
+    const replacement::Plan plan = replacement::plan(old_text, new_text);
     ASSERT_EQ(plan.stages.size(), 2U);
     EXPECT_EQ(plan.stages[0].size() + plan.stages[1].size(), 4U);
   }

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#define VU_INDEX_SCAN_BY_16
+#endif
+
+/// @file
+/// What is done with each line of an index, many bytes at a time and without a call.
+namespace scan {
+
+/// So many bytes behind the end of a search are read, whatever they are.
+inline constexpr std::size_t kBehind = 16;
+
+/// The first place from @p at on, and before @p last, where one of two characters stands; null
+/// without one. kBehind bytes can be read from @p last on.
+inline const char* first_of(const char* at, const char* last, char one, char other) {
+#if defined(VU_INDEX_SCAN_BY_16)
+  const __m128i ones = _mm_set1_epi8(one);
+  const __m128i others = _mm_set1_epi8(other);
+  for (; at < last; at += sizeof(__m128i)) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+    const __m128i found = _mm_or_si128(_mm_cmpeq_epi8(bytes, ones), _mm_cmpeq_epi8(bytes, others));
+    const auto places = static_cast<unsigned>(_mm_movemask_epi8(found));
+    if (places == 0) continue;
+    at += std::countr_zero(places);
+    return at < last ? at : nullptr;
+  }
+  return nullptr;
+#else
+  at = std::find_if(at, last, [&](char found) { return found == one || found == other; });
+  return at < last ? at : nullptr;
+#endif
+}
+
+/// As one < other, with the order that std::string has.
+inline bool stands_before(std::string_view one, std::string_view other) {
+  constexpr std::size_t kWord = sizeof(std::uint64_t);
+  const std::size_t size = std::min(one.size(), other.size());
+  std::size_t at = 0;
+  for (; size - at >= kWord; at += kWord) {
+    std::uint64_t words[2];
+    std::memcpy(&words[0], one.data() + at, kWord);
+    std::memcpy(&words[1], other.data() + at, kWord);
+    const std::uint64_t bits = words[0] ^ words[1];
+    if (bits == 0) continue;
+    constexpr bool kLowFirst = std::endian::native == std::endian::little;
+    const auto place =
+        static_cast<std::size_t>(kLowFirst ? std::countr_zero(bits) : std::countl_zero(bits)) / 8;
+    return static_cast<unsigned char>(one[at + place]) <
+           static_cast<unsigned char>(other[at + place]);
+  }
+  return one.substr(at) < other.substr(at);
+}
+
+}  // namespace scan
