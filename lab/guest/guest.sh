@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # A machine of its own with Debian's kernel, emulated by qemu: it has the clients of network shares that the
 # kernel here may lack. For ./dev shared --on nfs|smb:
-#   lab/guest/guest.sh BIN SHARE [--quick] [PART...]    BIN: the folder of the built programs
+#   lab/guest/guest.sh BIN nfs|smb|ksmbd [--quick] [PART...]    BIN: the folder of the built programs
 # The machine is made once below build/guest and starts from the same disk each time; what it writes goes with
-# it. It has no network but its own: a server and two hosts in namespaces (inside.sh).
+# it. It has no network but its own: a server and two hosts in namespaces (inside.sh). VU_GUEST_SUITE names
+# another release of Debian than this machine's, which may not be an older one.
 . "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
 
 cannot() {
@@ -11,6 +12,9 @@ cannot() {
   exit 77
 }
 
+bin=${1:?the folder of the programs}
+share=${2:?nfs, smb or ksmbd}
+shift
 . "$(dirname "${BASH_SOURCE[0]}")/machine.sh"
 
 # run_guest <BIN> <words for inside.sh...>
@@ -40,11 +44,9 @@ run_guest() {
   return "$(cat "$run/status")"
 }
 
-bin=${1:?the folder of the programs}
-shift
 [ "$(id -u)" -eq 0 ] || cannot "it needs root, to make the guest's disk"
 for tool in qemu-system-x86_64 debootstrap mke2fs; do
   command -v "$tool" >/dev/null || cannot "'$tool' is not installed (scripts/packages.sh guest)"
 done
-make_guest "$bin"
+(make_guest "$bin")
 run_guest "$bin" "$@"

@@ -6,7 +6,9 @@
 # The same script is the control program of the suites, with a verb:
 #   cut a|b SECONDS        takes the host's network away for so long
 #   restart-server         ends the server and starts it again
-#   mount a|b, unmount a|b
+#   mount a|b [none|kept], unmount a|b
+#                          what a host keeps of the server's answers: nothing, or all for a second
+#   round-trips            of both hosts since the last time: "NAME COUNT" of each kind
 #   lease                  the seconds for which the server keeps the locks of a host that it does not hear
 set -uo pipefail
 
@@ -79,6 +81,8 @@ start_nfs() {
   printf '%s\n' '/srv *(rw,fsid=0,no_root_squash,no_subtree_check,sync)' \
     '/srv/tree *(rw,no_root_squash,no_subtree_check,sync)' \
     '/srv/small *(rw,no_root_squash,no_subtree_check,sync)' >/etc/exports
+  # No delegations: where one is returned while a lock is taken, Linux 6.1's client loses that lock (EIO).
+  echo 0 >/proc/sys/fs/leases-enable
   echo "$lease" >/proc/fs/nfsd/nfsv4leasetime
   echo "$lease" >/proc/fs/nfsd/nfsv4gracetime
   pidof nfsdcld >/dev/null || nfsdcld || true
@@ -87,7 +91,15 @@ start_nfs() {
   pidof rpc.mountd >/dev/null || rpc.mountd --no-nfs-version 3 || die "rpc.mountd does not start"
 }
 stop_nfs() { rpc.nfsd 0; }
-mount_nfs() { as_host "$1" mount -t nfs4 -o "vers=4.2,${3:-noac,lookupcache=none}" "10.77.0.1:/$2" "$4"; }
+mount_nfs() {
+  local -A options=([none]=noac,lookupcache=none [kept]=actimeo=1)
+  as_host "$1" mount -t nfs4 -o "vers=4.2,${options[$3]}" "10.77.0.1:/$2" "$4"
+}
+# SEQUENCE renews a lease; no program waits for it.
+calls_nfs() {
+  awk '/^device / { counts = $5 ~ "^/mnt/[ab]$" }
+       counts && $1 ~ /^[A-Z_]+:$/ && $1 != "SEQUENCE:" { sub(":", "", $1); print $1, $2 }' /proc/self/mountstats
+}
 
 start_smb() {
   mkdir -p /run/samba /var/lib/samba/private /var/log/samba
@@ -111,22 +123,50 @@ CONF
 }
 stop_smb() { pkill -x smbd; while pgrep -x smbd >/dev/null; do sleep 0.1; done; }
 
-mount_smb() {
-  modprobe cifs
-  as_host "$1" mount -t cifs \
-    -o "vers=3.1.1,ip=10.77.0.1,username=root,password=lab,${3:-cache=none,actimeo=0}" \
-    "//10.77.0.1/$2" "$4"
+start_ksmbd() {
+  modprobe ksmbd
+  mkdir -p /etc/ksmbd
+  cat >/etc/ksmbd/ksmbd.conf <<'CONF'
+[global]
+	workgroup = LAB
+[tree]
+	path = /srv/tree
+	read only = no
+[small]
+	path = /srv/small
+	read only = no
+CONF
+  [ -s /etc/ksmbd/ksmbdpwd.db ] || ksmbd.adduser -a root -p lab >/dev/null || die "the server has no user"
+  ksmbd.mountd || die "the server of SMB does not start"
+}
+stop_ksmbd() {
+  ksmbd.control -s
+  while pgrep -x ksmbd.mountd >/dev/null; do sleep 0.1; done
 }
 
-# mount_share a|b [OPTIONS]: the tree, and the small disk beside it.
+mount_smb() {
+  local -A options=([none]=cache=none,actimeo=0 [kept]=actimeo=1)
+  modprobe cifs
+  as_host "$1" mount -t cifs -o "vers=3.1.1,ip=10.77.0.1,username=root,password=lab,${options[$3]}" \
+    "//10.77.0.1/$2" "$4"
+}
+calls_smb() {
+  awk '/^[0-9]+\) / { counts = $2 ~ /tree$/ }
+       counts && $3 == "total" { sub(":", "", $1); print $1, $2 }' /proc/fs/cifs/Stats
+}
+
+mount_ksmbd() { mount_smb "$@"; }
+calls_ksmbd() { calls_smb; }
+
+# mount_share a|b [none|kept]: the tree, and the small disk beside it.
 mount_share() {
   local try
   for try in 1 2 3 4 5 6; do
-    "mount_$share" "$1" tree "${2-}" "/mnt/$1" && break
+    "mount_$share" "$1" tree "${2:-none}" "/mnt/$1" && break
     [ "$try" -lt 6 ] || die "the share cannot be mounted at host $1"
     sleep 1
   done
-  mountpoint -q "/mnt/small-$1" || "mount_$share" "$1" small "${2-}" "/mnt/small-$1" ||
+  mountpoint -q "/mnt/small-$1" || "mount_$share" "$1" small none "/mnt/small-$1" ||
     die "the small disk cannot be mounted at host $1"
 }
 unmount_share() { umount -f -l "/mnt/$1"; }
@@ -142,9 +182,18 @@ verb_restart-server() {
   "stop_$share"
   "start_$share"
 }
-verb_mount() { mount_share "$1"; }
+verb_mount() { mount_share "$@"; }
 verb_unmount() { unmount_share "$1"; }
 verb_lease() { echo "$lease"; }
+# A mount that was made anew counts from nothing.
+verb_round-trips() {
+  "calls_$share" | awk '{ sum[$1] += $2 } END { for (name in sum) print name, sum[name] }' >/run/calls
+  touch /run/calls.before
+  awk 'NR == FNR { before[$1] = $2; next }
+       { since = $2 - before[$1]; if (since < 0) since = $2 } since > 0 { print $1, since }' \
+    /run/calls.before /run/calls
+  mv /run/calls /run/calls.before
+}
 
 if [ $$ -ne 1 ]; then
   share=${VU_SHARED_ON:?}

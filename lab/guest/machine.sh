@@ -1,20 +1,29 @@
 # Makes the guest's disk, kernel and first programs, once. Sourced by guest.sh, never run.
 
+# Debian's release in the guest: the machine's own, or the one that VU_GUEST_SUITE names. The tools of ksmbd in
+# Debian 12 do not speak with Debian 12's kernel: each share is "BAD_NETWORK_NAME".
 suite=$(. /etc/os-release && echo "${VERSION_CODENAME-}")
-folder=$BUILD/guest/$suite
+[ "$share" != ksmbd ] || suite=trixie
+suite=${VU_GUEST_SUITE:-$suite}
+folder=$BUILD/guest/$suite-$share
 disk=$folder/disk.img
-# Server and clients; and what the library's programs link.
-packages=(linux-image-amd64 initramfs-tools zstd nfs-kernel-server nfs-common samba cifs-utils iproute2 kmod
-  procps)
+packages=(linux-image-amd64 initramfs-tools zstd iproute2 kmod procps libstdc++6)
+case $share in
+  nfs) packages+=(nfs-kernel-server nfs-common) ;;
+  smb) packages+=(samba cifs-utils) ;;
+  ksmbd) packages+=(ksmbd-tools cifs-utils) ;;
+esac
 
-# The packages that hold the shared libraries of a program, without those that every Debian has.
+# The shared libraries of a program that no Debian has by itself.
 libraries_of() {
-  ldd "$1" | awk '$3 ~ /^\// { print $3 }' | grep -v "^$BUILD" | xargs -r -n 1 readlink -f |
-    sed 's|^/usr/lib/|/lib/|; p; s|^|/usr|' | xargs -r dpkg-query -S 2>/dev/null | cut -d: -f1 | sort -u
+  ldd "$1" | awk '$3 ~ /^\// { print $3 }' | grep -v "^$BUILD" |
+    grep -vE '/(libc|libm|libstdc\+\+|libgcc_s)\.so' | sort -u
 }
 
+# make_root FOLDER LIBRARY...
 make_root() {
   local root=$1 main
+  shift
   main=$(package_sources "$suite" | sed -n '1s/ .*//p')
   mkdir -p "$BUILD/fresh/packages"
   quietly "$folder/debootstrap.log" "making a minimal Debian" debootstrap --variant=minbase \
@@ -28,7 +37,10 @@ make_root() {
   chmod +x "$root/usr/sbin/policy-rc.d"
   quietly "$folder/packages.log" "installing the guest's packages" \
     env DEBIAN_FRONTEND=noninteractive chroot "$root" sh -c \
-    'apt-get update && apt-get install -y --no-install-recommends "$@"' - "${packages[@]}" "${@:2}"
+    'apt-get update && apt-get install -y --no-install-recommends "$@"' - "${packages[@]}"
+  # The programs come from the machine that runs the guest, and so do their libraries.
+  cp -L "$@" "$root/usr/local/lib/"
+  chroot "$root" ldconfig
   # The first process: what it does beyond this is not on the disk (inside.sh).
   cat >"$root/first" <<'FIRST'
 #!/bin/bash
@@ -47,9 +59,9 @@ make_guest() {
   local key root=$folder/root
   local -a libraries
   mapfile -t libraries < <(libraries_of "$1/api_tests")
-  key=$(content_key "$ROOT/lab/guest/machine.sh")-${libraries[*]}
+  key=$(content_key "$ROOT/lab/guest/machine.sh" "${libraries[@]}")
   [ "$(cat "$folder/.complete" 2>/dev/null)" != "$key" ] || return 0
-  enter_step guest
+  enter_step "guest-$suite-$share"
   [ "$(cat "$folder/.complete" 2>/dev/null)" != "$key" ] || return 0
   say "a guest with Debian's kernel in $folder (once, some minutes)"
   rm -rf --one-file-system "$folder"

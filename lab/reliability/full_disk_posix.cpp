@@ -35,15 +35,18 @@ namespace {
 constexpr std::size_t kPage = 4096;
 constexpr std::size_t kSteps = 17;  // 0 to 64 KB
 
+std::string environment(const char* name) {
+  const char* const value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
 /// A small disk: the folder that VU_SMALL_DISK names, or one in memory that is gone with the
-/// process, however that ends: nobody else sees its mount.
+/// process, however that ends: nobody else sees its mount. Where the folder is a share,
+/// VU_SMALL_DISK_SERVER names the same disk as its server sees it.
 class SmallDisk {
  public:
-  SmallDisk() {
-    if (const char* const given = std::getenv("VU_SMALL_DISK")) {
-      m_given = given;
-      return;
-    }
+  SmallDisk() : m_given(environment("VU_SMALL_DISK")) {
+    if (!m_given.empty()) return;
     if (::unshare(CLONE_NEWNS) != 0 ||
         ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         ::mount("tmpfs", path().c_str(), "tmpfs", 0, "size=3m,mode=0777") != 0) {
@@ -58,13 +61,17 @@ class SmallDisk {
 
   /// Empty when the disk is there.
   const std::string& refusal() const { return m_refusal; }
-  std::string path() const {
-    return m_given.empty() ? native(m_scratch.path()).string() : m_given;
+  /// Where the library works.
+  std::string path() const { return m_given.empty() ? native(m_scratch.path()).string() : m_given; }
+  /// Where the suite fills the disk, and looks at what the library has left there.
+  std::string on_the_server() const {
+    const std::string server = environment("VU_SMALL_DISK_SERVER");
+    return server.empty() ? path() : server;
   }
 
  private:
   scratch_folder m_scratch;
-  std::string m_given;
+  const std::string m_given;
   std::string m_refusal;
 };
 
@@ -135,8 +142,11 @@ struct Seen {
 };
 
 class FullDisk {
+  static constexpr const char* kFolder = "\\storage\\user\\owner";
+
  public:
-  FullDisk(Run& run, const std::string& root) : m_run(run), m_root(root), m_storage(root) {}
+  FullDisk(Run& run, const SmallDisk& disk)
+      : m_run(run), m_root(disk.path()), m_disk(disk.on_the_server()), m_storage(disk.path()) {}
 
   void run() {
     const std::size_t sizes[] = {2000, 20'000, 300'000};
@@ -159,10 +169,12 @@ class FullDisk {
   }
 
  private:
-  std::string folder() const { return m_root + "\\storage\\user\\owner"; }
+  /// The same folder, for the library and for the suite.
+  std::string folder() const { return m_root + kFolder; }
+  std::string ground() const { return m_disk + kFolder; }
 
   void fill(std::size_t index_size) {
-    make_folder(folder());
+    make_folder(ground());
     Lines lines;
     std::size_t size = 0;
     m_counter = 0;
@@ -172,21 +184,21 @@ class FullDisk {
       char stored[16];
       std::snprintf(stored, sizeof stored, "%08d", ++m_counter);
       lines.emplace(key_for(name, 0), stored);
-      write_file(folder() + "\\" + stored + ".kdb", m_counter <= 20 ? text_number(1, 3000) : "");
+      write_file(ground() + "\\" + stored + ".kdb", m_counter <= 20 ? text_number(1, 3000) : "");
       size += name.size() + 21;
     }
     char counter[16];
     std::snprintf(counter, sizeof counter, "%08d", m_counter);
-    write_file(folder() + "\\index", counter);
-    write_file(folder() + "\\index.dat", index_text_of(lines));
+    write_file(ground() + "\\index", counter);
+    write_file(ground() + "\\index.dat", index_text_of(lines));
   }
-  void empty() { std::filesystem::remove_all(native(folder())); }
+  void empty() { std::filesystem::remove_all(native(ground())); }
 
   Seen see(std::size_t leave, bool other_writer, const std::function<std::string()>& operation) {
     Seen seen;
-    seen.before = look_at(folder());
+    seen.before = look_at(ground());
     {
-      Ballast ballast(native(m_root + "\\ballast").string(), leave);
+      Ballast ballast(native(m_disk + "\\ballast").string(), leave);
       if (other_writer) ballast.go_on(static_cast<unsigned>(m_run.below(60)));
       const recording_sink sink;
       try {
@@ -196,7 +208,7 @@ class FullDisk {
       }
       seen.errors = sink.events(vu_host::trace_event::error);
       ballast.stop();
-      seen.after = look_at(folder());
+      seen.after = look_at(ground());
     }
     m_run.counted(1);
     return seen;
@@ -264,7 +276,7 @@ class FullDisk {
     std::set<std::string> keys;
     for (int i = 0; i < 5; ++i) {
       const std::string name = new_name();
-      write_file(folder() + "\\" + name, "");
+      write_file(ground() + "\\" + name, "");
       keys.insert(key_for(name, 0));
     }
     const Seen seen = see(leave, other_writer, [&] {
@@ -288,7 +300,7 @@ class FullDisk {
   }
 
   std::pair<std::string, std::string> some_entry_with_bytes() const {
-    const FolderState state = look_at(folder());
+    const FolderState state = look_at(ground());
     for (const auto& [key, stored] : state.lines) {
       const std::string file = file_of(key, stored);
       if (state.files.at(file) == 3000) return {key, file};
@@ -309,7 +321,7 @@ class FullDisk {
     expect_others(what, seen, {key, to});
     const auto holds_all = [&](const std::string& name) {
       return seen.after.files.count(name) != 0 &&
-             read_file(folder() + "\\" + name) == text_number(1, 3000);
+             read_file(ground() + "\\" + name) == text_number(1, 3000);
     };
     if (seen.after.lines.count(key) != 0) {
       // Either the copy found no room, or the save did.
@@ -328,7 +340,7 @@ class FullDisk {
 
   void remove(const std::string& at, std::size_t leave, bool other_writer) {
     const std::string what = at + "remove: ";
-    const std::string key = std::prev(look_at(folder()).lines.end())->first;
+    const std::string key = std::prev(look_at(ground()).lines.end())->first;
     const Seen seen = see(leave, other_writer, [&] {
       STGIndex::remove(folder(), parts_of_key(key).first, 0);
       return std::string();
@@ -355,13 +367,13 @@ class FullDisk {
     });
     expect_others(what, seen, {});
     expect_content(what, seen, file, text);
-    write_file(folder() + "\\" + file, text_number(1, 3000));
+    write_file(ground() + "\\" + file, text_number(1, 3000));
   }
 
   void expect_content(const std::string& what, const Seen& seen, const std::string& file,
                       const std::string& text) {
     const std::string bytes =
-        seen.after.files.count(file) != 0 ? read_file(folder() + "\\" + file) : "";
+        seen.after.files.count(file) != 0 ? read_file(ground() + "\\" + file) : "";
     const bool told = seen.says("write file : " + folder() + "\\" + file);
     if (!text.starts_with(bytes)) wrong(what + "foreign bytes");
     if (bytes == text && !seen.errors.empty()) wrong(what + "an error for a complete file");
@@ -386,31 +398,31 @@ class FullDisk {
     expect_others(what, seen, {});
     if (seen.answer != "0") wrong(what + "the answer is " + seen.answer);
     expect_content(what, seen, file, text);
-    write_file(folder() + "\\" + file, text_number(1, 3000));
+    write_file(ground() + "\\" + file, text_number(1, 3000));
   }
 
   /// Into a folder of its own: neither index nor counter are there yet.
   void first_create(const std::string& at, std::size_t leave, bool other_writer) {
     const std::string what = at + "first create: ";
-    const std::string other = m_root + "\\storage\\user\\other";
-    make_folder(other);
+    const std::string other = "\\storage\\user\\other";
+    make_folder(m_disk + other);
     FolderState after;
     see(leave, other_writer, [&] {
-      std::string name = STGIndex::create(other, "a.kdb", 0);
-      after = look_at(other);
+      std::string name = STGIndex::create(m_root + other, "a.kdb", 0);
+      after = look_at(m_disk + other);
       return name;
     });
     if (after.lines.size() > 1) wrong(what + "more than one line");
     for (const auto& [key, stored] : after.lines) {
       if (key != key_for("a.kdb", 0)) wrong(what + "invented " + key);
     }
-    std::filesystem::remove_all(native(other));
+    std::filesystem::remove_all(native(m_disk + other));
   }
 
   void next_operation_works(const std::string& what) {
-    const Lines lines = look_at(folder()).lines;
+    const Lines lines = look_at(ground()).lines;
     STGIndex::updateIndexFile(folder());
-    const FolderState state = look_at(folder());
+    const FolderState state = look_at(ground());
     if (state.lines != lines) wrong(what + "the next operation changes the set");
     if (state.index_text != index_text_of(lines))
       wrong(what + "the next save leaves more than lines");
@@ -418,6 +430,7 @@ class FullDisk {
 
   Run& m_run;
   const std::string m_root;
+  const std::string m_disk;
   const initialised_storage m_storage;
   std::string m_name;
   std::uint64_t m_names = 0;
@@ -435,7 +448,7 @@ void full_disk(Run& run) {
     return run.not_run("a small disk cannot be mounted here: " + disk.refusal() +
                        "; it takes the superuser");
   }
-  FullDisk(run, disk.path()).run();
+  FullDisk(run, disk).run();
 }
 REGISTER_SUITE(full_disk, "full-disk", "operations with 0 to 64 KB left, alone and beside a writer",
                "operations", 0, Scratch::kMemory)

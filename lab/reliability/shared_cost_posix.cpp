@@ -1,12 +1,10 @@
 // What operations cost on a shared file system beside the local disk, in time and in round trips,
 // and what the attribute caches of a mount save and hide.
 
-#include <array>
 #include <chrono>
 #include <cstdio>
 #include <functional>
 #include <map>
-#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -22,7 +20,6 @@ namespace reliability {
 namespace {
 
 constexpr long kStamp = 7;
-constexpr double kBricks = 3;
 
 std::string number(double value) {
   char text[40];
@@ -30,22 +27,13 @@ std::string number(double value) {
   return text;
 }
 
-/// What the bricks were asked for since the last question, as the client's round trips: what
-/// changes or locks something, and every look-up, goes to all bricks at once; what only reads goes
-/// to one.
+/// The round trips since the last question, of each kind.
 std::map<std::string, double> round_trips() {
-  static const std::set<std::string> kOfOneBrick = {"READ",     "STAT",   "FSTAT",  "READDIR",
-                                                    "READDIRP", "ACCESS", "STATFS", "GETXATTR"};
-  // These end what the brick holds; no client waits for them.
-  static const std::set<std::string> kOfNobody = {"RELEASE", "RELEASEDIR", "FORGET"};
   std::map<std::string, double> found;
-  std::istringstream lines(control("count-calls"));
+  std::istringstream lines(control("round-trips"));
   std::string name;
   double count = 0;
-  while (lines >> name >> count) {
-    if (kOfNobody.count(name) == 0)
-      found[name] = kOfOneBrick.count(name) != 0 ? count : count / kBricks;
-  }
+  while (lines >> name >> count) found[name] = count;
   return found;
 }
 
@@ -154,8 +142,7 @@ void measure_operations(Run& run, std::size_t entries, const std::string& local,
   }
 }
 
-// ---- one listing, or a question for each name
-// -----------------------------------------------------
+// ---- one listing, or a question for each name ---------------------------------------------------
 
 void measure_judgement(Run& run, std::size_t names, const std::string& local,
                        const std::string& shared) {
@@ -231,29 +218,23 @@ void measure_hidden(Run& run, const std::string& what, const SharedFolder& folde
                  ", a removed name there " + as_milliseconds(gone));
 }
 
+/// One mount keeps answers for a second, the other one none.
 void measure_caches(Run& run) {
-  struct Mount {
-    const char* what;
-    const char* options;
-  };
-  constexpr std::array<Mount, 2> kMounts = {
-      {{"attributes kept for 1 s",
-        "--attribute-timeout=1 --entry-timeout=1 --auto-invalidation=on"},
-       {"attributes not kept", "--attribute-timeout=0 --entry-timeout=0 --auto-invalidation=on"}}};
-  for (const Mount& mount : kMounts) {
+  for (const char* const caches : {"kept", "none"}) {
     control("unmount b");
-    control(std::string("mount b ") + mount.options);
+    control(std::string("mount b ") + caches);
+    const std::string what = std::string("caches ") + caches;
     const SharedFolder folder;
     fill(folder.seen_by(Host::kB) + "\\entries", 60);
     for (const Operation& each : {operations()[0], operations()[2]}) {
       const Cost cost = measure(40, true, [&](std::size_t turn) {
         each.act(folder.seen_by(Host::kB) + "\\entries", turn);
       });
-      run.figure(std::string(mount.what) + ", " + each.name,
-                 number(cost.per_second) + " a second, " + number(cost.round_trips) +
-                     " round trips:" + cost.which);
+      run.figure(what + ", " + each.name, number(cost.per_second) + " a second, " +
+                                              number(cost.round_trips) +
+                                              " round trips:" + cost.which);
     }
-    measure_hidden(run, mount.what, folder);
+    measure_hidden(run, what, folder);
   }
   control("unmount b");
   control("mount b");

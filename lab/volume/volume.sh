@@ -7,14 +7,16 @@
 #   reset                     all settings of the volume as the engine has them by itself
 #   recommend                 the recommended settings
 #   set OPTION VALUE          one setting
-#   mount a|b [OPTION...]     mounts the volume at .../a or .../b, with the recommended mount options or these
+#   mount a|b [none|kept|OPTION...]
+#                             mounts the volume at .../a or .../b, with the recommended mount options, which keep
+#                             no answers; with answers kept for a second; or with these options
 #   unmount a|b
 #   cut-off a|b               ends the process that serves a mount, as a crash would
 #   kill-brick N              ends the process of brick 1, 2 or 3
 #   start-bricks              starts those that do not run
 #   wait-healed               until no brick owes another one anything
 #   compare-bricks            whether the three hold the same files with the same bytes
-#   count-calls               file operations that reached the bricks since the last time: "NAME COUNT" of each
+#   round-trips               to the bricks since the last time: "NAME COUNT" of each kind
 . "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
 
 folder=${VU_SHARED_DIR:?names the scratch folder}
@@ -33,6 +35,7 @@ recommended_settings=(
   client.strict-locks=on
 )
 recommended_mount=(--attribute-timeout=0 --entry-timeout=0 --auto-invalidation=on)
+kept_mount=(--attribute-timeout=1 --entry-timeout=1 --auto-invalidation=on)
 
 # The command line of the engine; its answers are of interest when it fails only.
 ask() {
@@ -102,9 +105,13 @@ is_mounted() { mountpoint -q "$folder/$1"; }
 
 verb_mount() {
   local at=$1
-  local -a options=("${recommended_mount[@]}")
+  local -a options
   shift
-  [ $# -eq 0 ] || options=("$@")
+  case ${1:-none} in
+    none) options=("${recommended_mount[@]}") ;;
+    kept) options=("${kept_mount[@]}") ;;
+    *) options=("$@") ;;
+  esac
   glusterfs --volfile-server="$(hostname)" --volfile-id="$volume" --log-level=WARNING \
     --log-file="/var/log/glusterfs/mount-$at.log" --pid-file="$folder/mount-$at.pid" "${options[@]}" "$folder/$at"
   until_true 300 "$at is mounted" is_mounted "$at"
@@ -170,11 +177,17 @@ verb_compare-bricks() {
   echo "$(brick_content 1 | wc -l) names, the same in all $bricks"
 }
 
-# Each brick tells what came since it was last asked; a line of it ends in the count and the operation's name.
-verb_count-calls() {
+# Each brick tells what came since it was last asked; a line of it ends in the count and the operation's name. As
+# round trips: what changes or locks something, and every look-up, goes to all bricks at once, what only reads goes
+# to one; and no client waits until a brick lets go of what it holds.
+verb_round-trips() {
   gluster --mode=script volume profile "$volume" info incremental |
-    awk '$NF ~ /^[A-Z]+$/ && $(NF-1) ~ /^[0-9]+$/ && NF == 9 { sum[$NF] += $(NF-1) }
-         END { for (name in sum) print name, sum[name] }' | sort
+    awk -v bricks="$bricks" '
+      BEGIN { split("READ STAT FSTAT READDIR READDIRP ACCESS STATFS GETXATTR", names)
+              for (i in names) of_one[names[i]] }
+      $NF ~ /^(RELEASE|RELEASEDIR|FORGET)$/ { next }
+      $NF ~ /^[A-Z]+$/ && $(NF-1) ~ /^[0-9]+$/ && NF == 9 { sum[$NF] += $(NF-1) }
+      END { for (name in sum) print name, sum[name] / (name in of_one ? 1 : bricks) }' | sort
 }
 
 verb=${1:?a verb}
