@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "lab/kit/borrowed.h"
+
 namespace kit {
 namespace {
 
@@ -60,6 +62,7 @@ void remove_remains(const std::filesystem::path& where) {
     const HANDLE taken = is_ours ? take(folder) : nullptr;
     if (taken == nullptr) continue;
     ::CloseHandle(taken);
+    give_back_what_was_borrowed(folder);
     remove_once(folder);
   } while (::FindNextFileW(search, &data));
   ::FindClose(search);
@@ -189,6 +192,7 @@ bool WorkFolder::remove() {
   if (m_taken == nullptr) return true;
   ::CloseHandle(m_taken);
   m_taken = nullptr;
+  give_back_what_was_borrowed(m_path);
   const bool has_gone = remove_tree(m_path);
   // The innermost first; one that holds something by now stays.
   for (auto each = m_made.rbegin(); each != m_made.rend(); ++each)

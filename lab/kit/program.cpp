@@ -49,10 +49,13 @@ HANDLE stop_event() {
 void wait_for(HANDLE process, std::chrono::seconds limit, const Waiting& waiting, Ended& ended) {
   constexpr std::chrono::seconds kStep{5};
   const HANDLE both[] = {process, stop_event()};
+  // What is started after the user's wish serves to clean up.
+  const DWORD count = is_stopped() ? 1 : 2;
   std::chrono::seconds waited{0};
   for (;;) {
     const std::chrono::milliseconds step = std::min(kStep, limit - waited);
-    const DWORD first = ::WaitForMultipleObjects(2, both, FALSE, static_cast<DWORD>(step.count()));
+    const DWORD first =
+        ::WaitForMultipleObjects(count, both, FALSE, static_cast<DWORD>(step.count()));
     if (first == WAIT_OBJECT_0) return;
     ended.was_stopped = first == WAIT_OBJECT_0 + 1;
     waited += kStep;
