@@ -4,6 +4,7 @@
 
 #include <fstream>
 #include <string>
+#include <utility>
 
 #include "lab/kit/folders.h"
 #include "lab/kit/program.h"
@@ -11,10 +12,11 @@
 namespace kit {
 namespace {
 
-/// Whether a path lies in the folder; letters count in either case.
-bool is_in(const std::wstring& path, const std::filesystem::path& folder) {
+/// Whether a path leads to the folder or into it; letters count in either case.
+bool is_in(std::wstring path, const std::filesystem::path& folder) {
+  path += L"\\";
   const std::wstring begin = folder.wstring() + L"\\";
-  return path.size() > begin.size() &&
+  return path.size() >= begin.size() &&
          ::CompareStringOrdinal(path.data(), static_cast<int>(begin.size()), begin.data(),
                                 static_cast<int>(begin.size()), TRUE) == CSTR_EQUAL;
 }
@@ -28,7 +30,8 @@ void give_back_letters(const std::filesystem::path& folder) {
     if (::QueryDosDeviceW(drive.c_str(), target, 4096) == 0) continue;
     const std::wstring whole = target;
     if (whole.rfind(mark, 0) != 0) continue;
-    const std::wstring path = whole.substr(mark.size());
+    std::wstring path = whole.substr(mark.size());
+    if (path.rfind(L"UNC\\", 0) == 0) path = L"\\\\" + path.substr(4);
     if (!is_in(path, folder) && !is_in(path, shorter)) continue;
     constexpr DWORD kExactly =
         DDD_REMOVE_DEFINITION | DDD_EXACT_MATCH_ON_REMOVE | DDD_RAW_TARGET_PATH;
@@ -55,6 +58,28 @@ void give_back_disks(const std::filesystem::path& folder) {
 }
 
 }  // namespace
+
+BorrowedLetter::BorrowedLetter(std::filesystem::path folder) : m_folder(std::move(folder)) {
+  const DWORD used = ::GetLogicalDrives();
+  for (wchar_t letter = L'Z'; letter > L'C' && m_drive.empty(); --letter) {
+    if ((used >> (letter - L'A') & 1U) == 0) m_drive = std::wstring(1, letter) + L":";
+  }
+  if (m_drive.empty() || !::DefineDosDeviceW(0, m_drive.c_str(), m_folder.c_str())) {
+    m_drive.clear();
+  } else if (::GetFileAttributesW(root().c_str()) == INVALID_FILE_ATTRIBUTES) {
+    ::DefineDosDeviceW(DDD_REMOVE_DEFINITION, m_drive.c_str(), m_folder.c_str());
+    m_drive.clear();
+  }
+}
+
+BorrowedLetter::~BorrowedLetter() {
+  constexpr DWORD kExactly = DDD_REMOVE_DEFINITION | DDD_EXACT_MATCH_ON_REMOVE;
+  if (!m_drive.empty()) ::DefineDosDeviceW(kExactly, m_drive.c_str(), m_folder.c_str());
+}
+
+std::filesystem::path BorrowedLetter::root() const {
+  return m_drive.empty() ? std::filesystem::path() : std::filesystem::path(m_drive + L"\\");
+}
 
 void give_back_what_was_borrowed(const std::filesystem::path& folder) {
   give_back_letters(folder);

@@ -87,6 +87,11 @@ std::filesystem::path full_path(const std::filesystem::path& path) {
   return text;
 }
 
+bool is_on_share(const std::filesystem::path& path) {
+  const std::wstring text = path.wstring();
+  return text.rfind(L"\\\\", 0) == 0 && text.rfind(L"\\\\?\\", 0) != 0;
+}
+
 std::filesystem::path parent_of(const std::filesystem::path& path) {
   const std::wstring text = path.wstring();
   // "D:\" and "\\server\share" have none.

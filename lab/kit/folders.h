@@ -13,6 +13,7 @@ namespace kit {
 
 /// The whole path, "." and ".." resolved, without a separator at its end; also of a share.
 std::filesystem::path full_path(const std::filesystem::path& path);
+bool is_on_share(const std::filesystem::path& path);
 /// The folder that holds it; of a drive, and of a share, itself.
 std::filesystem::path parent_of(const std::filesystem::path& path);
 

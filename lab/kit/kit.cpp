@@ -17,6 +17,7 @@
 #include <optional>
 #include <string>
 
+#include "lab/kit/borrowed.h"
 #include "lab/kit/folders.h"
 #include "lab/kit/machine.h"
 #include "lab/kit/page.h"
@@ -31,7 +32,7 @@ std::filesystem::path own_folder() {
   std::wstring path(32768, L'\0');
   path.resize(::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
   // Wine writes a share so.
-  if (path.rfind(L"UNC\\", 0) == 0) path.replace(0, 3, L"\\");
+  if (path.rfind(L"UNC\\", 0) == 0) path = L"\\\\" + path.substr(4);
   return kit::parent_of(path);
 }
 
@@ -116,12 +117,24 @@ void show_page(const std::filesystem::path& page) {
   ::ShellExecuteW(nullptr, L"open", page.c_str(), nullptr, nullptr, SW_SHOWNORMAL);
 }
 
+/// The path by which the programs know the folder: a short one, and none of a share.
+std::filesystem::path place_of(const std::filesystem::path& folder,
+                               std::optional<kit::BorrowedLetter>& letter) {
+  if (!kit::is_on_share(folder)) return kit::short_form(folder);
+  letter.emplace(folder);
+  if (!letter->root().empty()) return letter->root();
+  throw std::runtime_error(
+      "a share is used by a drive letter, and none can be had. Please give it one: net use X: "
+      "\\\\server\\share, and say run.cmd X:\\folder");
+}
+
 int run_all(const std::filesystem::path& where) {
   const bool is_quiet = ::GetEnvironmentVariableW(L"VU_KIT_QUIET", nullptr, 0) != 0;
   const std::filesystem::path bin = own_folder();
   const std::filesystem::path home = kit::parent_of(bin);
   kit::WorkFolder folder(where.empty() ? home : where);
-  const std::filesystem::path work = kit::short_form(folder.path());
+  std::optional<kit::BorrowedLetter> letter;
+  const std::filesystem::path work = place_of(folder.path(), letter);
   ::CreateDirectoryW((work / "tmp").c_str(), nullptr);
   kit::clean_environment(work / "tmp");
   ::SetEnvironmentVariableW(L"VU_FUZZ_CORPUS", kit::short_form(bin / "corpus").c_str());

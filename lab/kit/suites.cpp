@@ -8,7 +8,6 @@
 
 #include "lab/kit/cases.h"
 #include "lab/kit/folders.h"
-#include "lab/kit/machine.h"
 
 namespace kit {
 namespace {
@@ -64,7 +63,7 @@ std::vector<Suite> all_suites() {
       {"benchmark",
        "the library beside the literal way",
        "storage_bench_plain",
-       "bench",
+       "--quick ",
        {},
        Kind::kRun,
        600s}};
@@ -231,11 +230,6 @@ Result run(const Suite& suite, const std::filesystem::path& bin, const std::file
     result.words = "bin\\" + suite.program +
                    ".exe is not there; it may have been left out when the ZIP was unpacked, or "
                    "taken away by a virus scanner";
-    return result;
-  }
-  if (suite.kind != Kind::kRun && is_emulated() && work.wstring().rfind(L"\\\\", 0) == 0) {
-    result.state = State::kSkipped;
-    result.words = "Wine starts no program in a folder of a share";
     return result;
   }
   const std::filesystem::path folder = work / suite.name;
