@@ -4,8 +4,8 @@
 #include <string>
 
 /// @file
-/// A drive letter for a share, and what cases have borrowed. Two of them borrow something that outlives a process: a drive letter, and a disk in a file. They
-/// give it back themselves; this is for the ones that were ended before they could.
+/// A drive letter for a share; and what two cases borrow that outlives a process, a letter and a
+/// disk in a file. They give it back themselves, unless they are ended before they can.
 namespace kit {
 
 /// A drive letter that leads to a folder, for this session: the runtime of the test programs takes
