@@ -56,7 +56,7 @@ std::uint64_t memory_in_use() {
 }
 
 // The system counts pages, of a heap that keeps some.
-std::uint64_t memory_slack() { return 512 * 1024; }
+std::uint64_t memory_slack() { return std::uint64_t{512} * 1024; }
 
 bool large_folders_are_slow() { return !locks_are_enforced(); }
 

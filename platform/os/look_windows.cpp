@@ -127,7 +127,7 @@ Info describe(const std::string& path) {
 namespace {
 
 HANDLE handle_of(std::intptr_t file) {
-  return reinterpret_cast<HANDLE>(file);  // NOLINT(performance-no-int-to-ptr)
+  return reinterpret_cast<HANDLE>(file);
 }
 
 }  // namespace

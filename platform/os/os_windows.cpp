@@ -34,7 +34,7 @@
 
 namespace os {
 
-Status windows::fail(unsigned long code) {
+Status windows::fail(std::uint32_t code) {
   const auto number = static_cast<std::int32_t>(code);
   switch (code) {
     case ERROR_FILE_NOT_FOUND:
@@ -157,8 +157,7 @@ bool trim_separators(std::wstring& path) {
   return trimmed;
 }
 
-// ---- the narrow and the wide form of each call
-// ---------------------------------------------------
+// ---- the narrow and the wide form of each call -------------------------------------------------
 
 HANDLE create_file(const char* path, DWORD access, DWORD disposition) {
   constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;

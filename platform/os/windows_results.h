@@ -10,7 +10,7 @@
 namespace os::windows {
 
 /// A system error number with its meaning.
-Status fail(unsigned long code);
+Status fail(std::uint32_t code);
 /// Seconds since 1970, of units of 100 ns since 1601.
 inline std::int64_t unix_seconds(std::uint64_t ticks) {
   constexpr std::int64_t kTicksPerSecond = 10'000'000;
