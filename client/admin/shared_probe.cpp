@@ -174,7 +174,7 @@ class Probe {
   }
 
   Wrong locks_per_handle() {
-    if (!m_host.locks_belong_to_handles())
+    if (!m_host.locks_belong_to_handles() || !other().locks_belong_to_handles())
       return "the SMB client of Linux lets handles that were opened alike share one lock";
     if (Wrong wrong = all_locks(m_host, m_host, "lock-here")) return wrong;
     return shared_locks(m_host, m_host);

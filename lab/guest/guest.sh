@@ -14,7 +14,13 @@ cannot() {
 
 bin=${1:?the folder of the programs}
 share=${2:?nfs, smb or ksmbd}
+case $share in
+  nfs | smb | ksmbd) ;;
+  *) die "./dev shared: there is no share '$share'; there are nfs, smb and ksmbd" ;;
+esac
 shift
+here=$(dirname "${BASH_SOURCE[0]}")
+(. "$here/parts.sh" && check_words "${@:2}")
 . "$(dirname "${BASH_SOURCE[0]}")/machine.sh"
 
 # run_guest <BIN> <words for inside.sh...>
@@ -29,7 +35,8 @@ run_guest() {
   truncate -s 5M "$run/small.img"
   mke2fs -q -t ext4 "$run/tree.img"
   mke2fs -q -t ext4 -O ^has_journal -m 0 -b 1024 -N 4096 "$run/small.img"
-  qemu-system-x86_64 -accel tcg,thread=multi -cpu max -smp 2 -m 2048 -no-reboot -nic none \
+  # It goes with this script, however that ends.
+  setpriv --pdeathsig KILL qemu-system-x86_64 -accel tcg,thread=multi -cpu max -smp 2 -m 2048 -no-reboot -nic none \
     -display none -monitor none -serial stdio \
     -kernel "$folder/vmlinuz" -initrd "$folder/initrd" \
     -append "console=ttyS0 root=/dev/vda rw init=/first quiet loglevel=3 panic=-1 net.ifnames=0" \
@@ -49,4 +56,7 @@ for tool in qemu-system-x86_64 debootstrap mke2fs; do
   command -v "$tool" >/dev/null || cannot "'$tool' is not installed (scripts/packages.sh guest)"
 done
 (make_guest "$bin")
+# Nobody makes the guest anew while it runs.
+exec {in_use}>"$BUILD/guest/.in-use-$suite-$share"
+flock -s "$in_use"
 run_guest "$bin" "$@"

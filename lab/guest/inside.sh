@@ -38,8 +38,7 @@ start_machine() {
   mkdir -p /mnt/build /mnt/run /srv/tree /srv/small /mnt/a /mnt/b /mnt/small-a /mnt/small-b /run/lock
   mount -t 9p -o trans=virtio,version=9p2000.L,ro,msize=262144,cache=loose build /mnt/build
   mount -t 9p -o trans=virtio,version=9p2000.L,msize=262144 run /mnt/run
-  mount /dev/vdb /srv/tree
-  mount /dev/vdc /srv/small
+  mount /dev/vdb /srv/tree && mount /dev/vdc /srv/small || die "the server's disks cannot be mounted"
   hostname server
   ip link set lo up
 }
@@ -90,7 +89,10 @@ start_nfs() {
   rpc.nfsd --no-nfs-version 3 --nfs-version 4.2 --no-udp 8 || die "the server of NFS does not start"
   pidof rpc.mountd >/dev/null || rpc.mountd --no-nfs-version 3 || die "rpc.mountd does not start"
 }
-stop_nfs() { rpc.nfsd 0; }
+stop_nfs() {
+  rpc.nfsd 0
+  [ "$(cat /proc/fs/nfsd/threads)" = 0 ] || die "the server of NFS does not end"
+}
 mount_nfs() {
   local -A options=([none]=noac,lookupcache=none [kept]=actimeo=1)
   as_host "$1" mount -t nfs4 -o "vers=4.2,${options[$3]}" "10.77.0.1:/$2" "$4"
@@ -174,9 +176,9 @@ unmount_share() { umount -f -l "/mnt/$1"; }
 # ---- verbs of the suites --------------------------------------------------------------------------
 
 verb_cut() {
-  ip link set "to-$1" down
+  ip link set "to-$1" down || die "the network of host $1 cannot be taken away"
   sleep "$2"
-  ip link set "to-$1" up
+  ip link set "to-$1" up || die "the network of host $1 does not come back"
 }
 verb_restart-server() {
   "stop_$share"
@@ -195,7 +197,8 @@ verb_round-trips() {
   mv /run/calls /run/calls.before
 }
 
-if [ $$ -ne 1 ]; then
+# The first process of another machine, a container's for one, must not come to the end of this script.
+if [ $$ -ne 1 ] || ! grep -qw init=/first /proc/cmdline; then
   share=${VU_SHARED_ON:?}
   verb=${1:?a verb}
   shift

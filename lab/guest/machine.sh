@@ -5,6 +5,10 @@
 suite=$(. /etc/os-release && echo "${VERSION_CODENAME-}")
 [ "$share" != ksmbd ] || suite=trixie
 suite=${VU_GUEST_SUITE:-$suite}
+case $suite in
+  bookworm | trixie) ;;
+  *) die "./dev shared: VU_GUEST_SUITE is '$suite'; the guest is Debian's bookworm or trixie" ;;
+esac
 folder=$BUILD/guest/$suite-$share
 disk=$folder/disk.img
 packages=(linux-image-amd64 initramfs-tools zstd iproute2 kmod procps libstdc++6)
@@ -16,7 +20,7 @@ esac
 
 # The shared libraries of a program that no Debian has by itself.
 libraries_of() {
-  ldd "$1" | awk '$3 ~ /^\// { print $3 }' | grep -v "^$BUILD" |
+  ldd "$1" | sed -n 's/.* => \(\/.*\) (0x.*/\1/p' | grep -vF "$BUILD/" |
     grep -vE '/(libc|libm|libstdc\+\+|libgcc_s)\.so' | sort -u
 }
 
@@ -63,7 +67,10 @@ make_guest() {
   [ "$(cat "$folder/.complete" 2>/dev/null)" != "$key" ] || return 0
   enter_step "guest-$suite-$share"
   [ "$(cat "$folder/.complete" 2>/dev/null)" != "$key" ] || return 0
-  say "a guest with Debian's kernel in $folder (once, some minutes)"
+  mkdir -p "$BUILD/guest"
+  exec {in_use}>"$BUILD/guest/.in-use-$suite-$share"
+  flock -n "$in_use" || die "another run uses the guest in $folder, which has to be made anew: wait for its end"
+  say "a guest with Debian's kernel in $folder (once for each kind of share, some minutes)"
   rm -rf --one-file-system "$folder"
   mkdir -p "$folder"
   make_root "$root" "${libraries[@]}"

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +15,7 @@
 #include <functional>
 #include <iterator>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -46,7 +48,15 @@ std::string environment(const char* name) {
 class SmallDisk {
  public:
   SmallDisk() : m_given(environment("VU_SMALL_DISK")) {
-    if (!m_given.empty()) return;
+    if (!m_given.empty()) {
+      struct ::statvfs disk {};
+      constexpr std::uint64_t kLargest = 64ULL << 20U;
+      if (::statvfs(m_given.c_str(), &disk) != 0)
+        m_refusal = std::strerror(errno);
+      else if (std::uint64_t{disk.f_blocks} * disk.f_frsize > kLargest)
+        m_refusal = m_given + " has more than 64 MB, and would be filled";
+      return;
+    }
     if (::unshare(CLONE_NEWNS) != 0 ||
         ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         ::mount("tmpfs", path().c_str(), "tmpfs", 0, "size=3m,mode=0777") != 0) {
@@ -80,9 +90,11 @@ class Ballast {
  public:
   Ballast(const std::string& path, std::size_t leave) : m_path(path) {
     m_file = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (m_file < 0) throw std::runtime_error("no file can be made to fill the disk");
     take_all();
     const ::off_t size = ::lseek(m_file, 0, SEEK_END);
-    if (::ftruncate(m_file, size - static_cast<::off_t>(leave)) != 0) m_file = -1;
+    if (::ftruncate(m_file, std::max<::off_t>(0, size - static_cast<::off_t>(leave))) != 0)
+      throw std::runtime_error("no room can be given back");
   }
   ~Ballast() {
     stop();
@@ -133,7 +145,14 @@ struct Seen {
   FolderState after;
   std::vector<std::string> errors;
   std::string answer;
+  bool raised = false;  ///< the caller was given an exception: its text is the answer
 
+  /// The answer, and the errors behind it.
+  std::string told() const {
+    std::string all = answer;
+    for (const std::string& each : errors) all += "; " + each;
+    return all;
+  }
   bool says(const std::string& text) const {
     return std::any_of(errors.begin(), errors.end(), [&](const std::string& each) {
       return each.find(text) != std::string::npos;
@@ -166,6 +185,8 @@ class FullDisk {
     m_run.figure("saves that were complete", m_new);
     m_run.figure("documents and key files cut short, and traced so", m_cut);
     m_run.figure("renames that found no room and left everything", m_not_renamed);
+    m_run.figure("creates and renames that raised, for no file could be made", m_refused);
+    if (m_old == 0) m_run.fail("every save found room, which shows nothing");
   }
 
  private:
@@ -205,6 +226,7 @@ class FullDisk {
         seen.answer = operation();
       } catch (const vu_file_except& e) {
         seen.answer = "exception " + e.what();
+        seen.raised = true;
       }
       seen.errors = sink.events(vu_host::trace_event::error);
       ballast.stop();
@@ -266,6 +288,12 @@ class FullDisk {
     const std::string what = at + "create: ";
     const std::string key = key_for(m_name, 0);
     expect_others(what, seen, {key});
+    if (seen.raised) {
+      // Not even an empty file could be made.
+      ++m_refused;
+      if (seen.after.lines.count(key) != 0) wrong(what + "an entry though " + seen.answer);
+      return;
+    }
     if (seen.after.files.count(seen.answer) == 0) wrong(what + "no file " + seen.answer);
     expect_trace_of_save(what, seen, seen.after.lines.count(key) != 0);
   }
@@ -327,8 +355,10 @@ class FullDisk {
       // Either the copy found no room, or the save did.
       ++m_not_renamed;
       if (!holds_all(file)) wrong(what + "the old bytes are gone");
-      if (!seen.says("STGIndex: rename: copy failed: ") && !seen.says("write file : "))
-        wrong(what + "a failure is not traced");
+      if (seen.raised) ++m_refused;
+      if (!seen.raised && !seen.says("STGIndex: rename: copy failed: ") &&
+          !seen.says("write file : "))
+        wrong(what + "a failure is not traced: " + seen.told());
       if (seen.after.lines.count(to) != 0) wrong(what + "both names are there");
     } else if (const auto line = seen.after.lines.find(to); line != seen.after.lines.end()) {
       if (!holds_all(file_of(to, line->second))) wrong(what + "the new bytes are cut");
@@ -439,6 +469,7 @@ class FullDisk {
   std::uint64_t m_new = 0;
   std::uint64_t m_cut = 0;
   std::uint64_t m_not_renamed = 0;
+  std::uint64_t m_refused = 0;
 };
 
 void full_disk(Run& run) {

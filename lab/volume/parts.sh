@@ -19,6 +19,7 @@ run_tests() {
   mkdir -p "$VU_SHARED_A/tests"
   VU_TEST_TMP=$VU_SHARED_A/tests VU_TEST_ALARM=600 "$bin/$1" --gtest_brief=1 --gtest_filter="${2:-*}" \
     >"$report" 2>&1 || status=$?
+  grep -qE '[1-9][0-9]* tests? from .* ran' "$report" || status=3 # a filter that matches none
   # What a failure says follows its line.
   grep -E -A 5 '^\[  (FAILED|PASSED|SKIPPED)|tests? ran|: Failure' "$report" | tail -n 60 || true
   note_result "$1" "$status"

@@ -4,13 +4,14 @@
 #include <sys/statfs.h>
 #include <sys/sysmacros.h>
 
+#include <cstdint>
 #include <string>
 
 #include "platform/os/posix_calls.h"
 
 /// @file
-/// The mounts of Linux's own SMB client, which keeps two promises of the seam less than others do:
-/// docs/network-shares.md.
+/// The mounts of Linux's own SMB client. A lock there does not belong to its handle, and a rename
+/// that must not replace does: docs/network-shares.md.
 namespace os::posix {
 
 inline bool is_on_smb(const std::string& path) {

@@ -5,11 +5,14 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -171,6 +174,34 @@ class Overwrites final : public SharedView {
     (void)remove(to);
     return SharedView::rename(from, to);
   }
+};
+
+/// Asks whether a name is free, and makes or renames onto it then: two at once both have success.
+class AsksFirst final : public SharedView {
+ public:
+  using SharedView::SharedView;
+  os::Status copy_to_new(const std::string& from, const std::string& to) override {
+    if (!is_free(to)) return {17, os::Failure::kAlreadyExists};
+    (void)remove(to);
+    return SharedView::copy_to_new(from, to);
+  }
+  os::Status rename(const std::string& from, const std::string& to) override {
+    if (!is_free(to)) return {17, os::Failure::kAlreadyExists};
+    (void)remove(to);
+    return SharedView::rename(from, to);
+  }
+
+ private:
+  /// Leaves the other one time to ask, too, and makes one of two act after the other.
+  bool is_free(const std::string& name) {
+    const bool is_taken = has(name);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    if (is_taken) return false;
+    const std::lock_guard lock(m_turn);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    return true;
+  }
+  std::mutex m_turn;
 };
 
 /// Keeps the first bytes that it has read.
@@ -353,6 +384,23 @@ TEST(AdminSharedProbe, FindsNamesThatAreMadeAndRenamedOverWhatIsThere) {
   Overwrites host(system_form(scratch.path()));
   EXPECT_EQ(codes(admin::check_shared(host, nullptr, "cifs"), Holds::kNo),
             (Lines{"exclusive-create", "rename-without-replace"}));
+}
+
+TEST(AdminSharedProbe, FindsTwoThatMakeOrRenameAtOnceAndBothHaveSuccess) {
+  const scratch_folder scratch;
+  AsksFirst host(system_form(scratch.path()));
+  const std::vector<SharedCheck> checks = admin::check_shared(host, nullptr, "cifs");
+  EXPECT_EQ(codes(checks, Holds::kNo), (Lines{"exclusive-create", "rename-without-replace"}));
+  for (const SharedCheck& check : checks) {
+    if (check.holds != Holds::kNo) continue;
+    EXPECT_NE(check.detail.find("both of two had success"), std::string::npos) << check.detail;
+  }
+}
+
+TEST(AdminSharedProbe, SaysNoWhereThePeerAloneIsKnownToShareLocks) {
+  const scratch_folder scratch;
+  KnownToShareLocks peer(system_form(scratch.path()));
+  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"locks-per-handle"});
 }
 
 TEST(AdminSharedProbe, FindsOldBytes) {
