@@ -41,7 +41,11 @@ def faults_of_page(page):
 def faults_of_suites(report):
     if len(report["suites"]) != report["suites_wanted"]:
         yield f"{len(report['suites'])} suites of {report['suites_wanted']} are told"
+    if report["is_stopped"]:
+        yield "the run was stopped before its end"
     for suite in report["suites"]:
+        if suite["state"] == "skipped":
+            yield f"{suite['name']} did not run: {suite.get('words', '')}"
         if suite["state"] == "failed":
             names = [case["name"] for case in suite["cases"] if case["state"] == "failed"]
             yield f"{suite['name']} failed: {', '.join(names)} {suite.get('words', '')[-500:]}"
