@@ -102,8 +102,8 @@ snapshot() {
   local key
   (cd "$prefix/drive_c" && find . -path ./windows/temp -prune -o -path './users/*/Temp' -prune -o -print | sort)
   for key in 'HKCU\Software' 'HKLM\Software' "$environment_of_user" "$environment_of_machine"; do
-    # Wine counts its own starts there.
-    in_wine reg query "$key" /s /reg:64 2>/dev/null | tr -d '\r' | grep -v -i -e 'RunMRU' -e 'Explorer' -e '^$'
+    # What Wine writes for itself is not ours.
+    in_wine reg query "$key" /s /reg:64 2>/dev/null | tr -d '\r' | grep -v -i -e 'RunMRU' -e 'Explorer' -e 'Software\\Wine' -e '^$'
   done
 }
 
