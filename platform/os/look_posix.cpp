@@ -14,6 +14,7 @@
 #include <clocale>
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -106,13 +107,28 @@ bool is_number(std::string_view text) {
   return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
+/// Whether a process is on its way out, or gone: it gives its locks back by itself. The system
+/// shows the files of such a one to the superuser alone, whoever's it was.
+bool is_ending(const std::string& process) {
+  const std::string stat = whole_text("/proc/" + process + "/stat");
+  // "42 (its name) Z 1 ...": the sixth number behind the state is the flags, with PF_EXITING.
+  const std::size_t name_end = stat.rfind(')');
+  if (name_end == std::string::npos) return true;
+  constexpr unsigned long kExiting = 0x4;
+  std::istringstream fields(stat.substr(name_end + 1));
+  std::string skipped;
+  for (int i = 0; i < 6; ++i) fields >> skipped;
+  unsigned long flags = 0;
+  return fields >> flags && (flags & kExiting) != 0;
+}
+
 /// The locks of one process. False when the system does not let us look.
 bool locks_of_process(const std::string& process, const std::string& prefix,
                       std::vector<HeldLock>& locks) {
   const std::string base = "/proc/" + process;
   Folder files;
   const Status opened = files.open(base + "/fd");
-  if (!opened.ok()) return opened.failure() == Failure::kNotFound;
+  if (!opened.ok()) return opened.failure() == Failure::kNotFound || is_ending(process);
   Entry entry;
   while (files.next(entry)) {
     const std::string number(entry.name);

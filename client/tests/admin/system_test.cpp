@@ -13,6 +13,12 @@
 #include "tests/support/process.h"
 #include "vu_file.h"
 
+#if defined(__linux__)
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#endif
 #if !defined(_WIN32)
 #include <unistd.h>
 #endif
@@ -192,6 +198,43 @@ TEST(AdminSystem, FindsWhoHoldsALock) {
   EXPECT_FALSE(locks[0].is_exclusive);
 #endif
 }
+
+#if defined(__linux__)
+/// The exit code of @p act in a process that sees itself and its children alone, as an ordinary
+/// user.
+template <class Act>
+int in_a_world_of_its_own(Act act) {
+  const auto code_of = [](::pid_t child) {
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  };
+  const ::pid_t outer = ::fork();
+  if (outer != 0) return code_of(outer);
+  if (::unshare(CLONE_NEWPID | CLONE_NEWNS) != 0) ::_exit(100);
+  const ::pid_t inner = ::fork();
+  if (inner != 0) ::_exit(code_of(inner));
+  constexpr ::uid_t kNobody = 65534;
+  const bool is_ready = ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                        ::mount("proc", "/proc", "proc", 0, nullptr) == 0 &&
+                        ::setgid(kNobody) == 0 && ::setuid(kNobody) == 0 &&
+                        ::prctl(PR_SET_DUMPABLE, 1) == 0;
+  ::_exit(is_ready ? act() : 101);
+}
+
+TEST(AdminSystem, AProcessThatHasEndedIsNoReasonToDoubt) {
+  if (::geteuid() != 0) GTEST_SKIP() << "it takes the superuser to make a world of processes";
+  const int known = in_a_world_of_its_own([] {
+    const ::pid_t ended = ::fork();
+    if (ended == 0) ::_exit(0);
+    ::siginfo_t info{};
+    ::waitid(P_PID, static_cast<::id_t>(ended), &info, WEXITED | WNOWAIT);  // it stays a zombie
+    std::vector<admin::sys::HeldLock> locks;
+    return static_cast<int>(admin::sys::find_locks("/nowhere", locks));
+  });
+  EXPECT_EQ(known, static_cast<int>(admin::sys::Knowledge::kComplete));
+}
+#endif
 
 TEST(AdminSystem, KnowsWhatItRunsOn) {
   const scratch_folder scratch;
