@@ -200,6 +200,9 @@ TEST(AdminSystem, FindsWhoHoldsALock) {
 }
 
 #if defined(__linux__)
+/// Where the system does not let us make one, a container's superuser say.
+constexpr int kNoWorld = 100;
+
 /// The exit code of @p act in a process that sees itself and its children alone, as an ordinary
 /// user.
 template <class Act>
@@ -211,7 +214,7 @@ int in_a_world_of_its_own(Act act) {
   };
   const ::pid_t outer = ::fork();
   if (outer != 0) return code_of(outer);
-  if (::unshare(CLONE_NEWPID | CLONE_NEWNS) != 0) ::_exit(100);
+  if (::unshare(CLONE_NEWPID | CLONE_NEWNS) != 0) ::_exit(kNoWorld);
   const ::pid_t inner = ::fork();
   if (inner != 0) ::_exit(code_of(inner));
   constexpr ::uid_t kNobody = 65534;
@@ -219,7 +222,7 @@ int in_a_world_of_its_own(Act act) {
                         ::mount("proc", "/proc", "proc", 0, nullptr) == 0 &&
                         ::setgid(kNobody) == 0 && ::setuid(kNobody) == 0 &&
                         ::prctl(PR_SET_DUMPABLE, 1) == 0;
-  ::_exit(is_ready ? act() : 101);
+  ::_exit(is_ready ? act() : kNoWorld);
 }
 
 TEST(AdminSystem, AProcessThatHasEndedIsNoReasonToDoubt) {
@@ -232,6 +235,7 @@ TEST(AdminSystem, AProcessThatHasEndedIsNoReasonToDoubt) {
     std::vector<admin::sys::HeldLock> locks;
     return static_cast<int>(admin::sys::find_locks("/nowhere", locks));
   });
+  if (known == kNoWorld) GTEST_SKIP() << "no world of processes can be made here";
   EXPECT_EQ(known, static_cast<int>(admin::sys::Knowledge::kComplete));
 }
 #endif
