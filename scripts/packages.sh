@@ -4,7 +4,7 @@
 # (Clang beside it), windows-ucrt (compilers for the runtime of Windows 10),
 # bench (yardsticks and tools of the benchmarks), docs (the site of reference and guides), package (packages
 # for Debian and Windows), report (a browser that opens the client's report), coverage (what tests execute),
-# planted (defects put into a copy of the sources), valgrind,
+# mutants (defects put into a copy of the sources), valgrind,
 # tidy (what reads sources), fresh (a minimal Debian), guest (an emulated machine), shared (a network file system),
 # fuzz (Clang with its fuzzer).
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
@@ -30,7 +30,7 @@ package=(debhelper dpkg-dev lintian mmdebstrap nsis zip unzip openssl osslsignco
 shared=(glusterfs-server glusterfs-client iproute2)
 report=(chromium fonts-dejavu-core)
 coverage=(clang llvm)
-planted=(patch rsync)
+mutants=(patch rsync)
 tidy=(clang clang-tidy libc++-dev python3)
 fresh=(debootstrap)
 guest=(debootstrap e2fsprogs qemu-system-x86)
@@ -55,14 +55,14 @@ for set in "$@"; do
     package) wanted+=("${package[@]}") ;;
     report) wanted+=("${report[@]}") ;;
     coverage) wanted+=("${coverage[@]}") ;;
-    planted) wanted+=("${planted[@]}") ;;
+    mutants) wanted+=("${mutants[@]}") ;;
     valgrind) wanted+=("${valgrind[@]}") ;;
     shared) wanted+=("${shared[@]}") ;;
     tidy) wanted+=("${tidy[@]}") ;;
     fresh) wanted+=("${fresh[@]}") ;;
     guest) wanted+=("${guest[@]}") ;;
     fuzz) wanted+=("${fuzz[@]}") ;;
-    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, windows-clang, windows-ucrt, bench, docs, package, report, coverage, planted, valgrind, shared, tidy, fresh, guest and fuzz" ;;
+    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, windows-clang, windows-ucrt, bench, docs, package, report, coverage, mutants, valgrind, shared, tidy, fresh, guest and fuzz" ;;
   esac
 done
 

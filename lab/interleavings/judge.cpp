@@ -1,0 +1,207 @@
+#include "lab/interleavings/judge.h"
+
+#include <algorithm>
+#include <iterator>
+#include <set>
+
+namespace interleavings {
+namespace {
+
+constexpr std::size_t kStamp = 11;
+
+/// "storage/user/anna: report.kdb_0000000000" -> "storage/user/anna"; empty for other facts.
+std::string folder_of_entry(const std::string& fact) {
+  const std::size_t colon = fact.find(": ");
+  if (colon == std::string::npos || fact.size() < colon + 2 + kStamp) return "";
+  if (fact[fact.size() - kStamp] != '_') return "";
+  const std::string digits = fact.substr(fact.size() - kStamp + 1);
+  const bool is_stamp = digits.find_first_not_of("0123456789") == std::string::npos;
+  return is_stamp && fact.find(": below ") == std::string::npos ? fact.substr(0, colon) : "";
+}
+
+std::string key_of_entry(const std::string& fact) { return fact.substr(fact.find(": ") + 2); }
+
+std::string key_of(const std::string& entry) { return entry + "_0000000000"; }
+
+/// The keys that an operation is about.
+std::set<std::string> keys_touched(const MeetingOperation& operation, const Cast& cast) {
+  std::set<std::string> keys;
+  if (operation.does(kMakes | kRemoves | kRenames | kWrites)) keys.insert(key_of(cast.entry));
+  if (operation.does(kRenames)) keys.insert(key_of(cast.to));
+  if (operation.does(kRenames) && operation.does(kRemoves)) {
+    keys.insert(key_of(kOld));
+    keys.insert(key_of(kYoung));
+  }
+  if (operation.does(kCuts)) keys.insert(key_of(kList));
+  if (operation.does(kCleans)) keys.insert(key_of(kOld));
+  return keys;
+}
+
+}  // namespace
+
+std::string in_words(const Difference& difference) {
+  const std::string what =
+      difference.answer_of >= 0
+          ? std::string("the answer of ") + static_cast<char>('A' + difference.answer_of)
+          : difference.what;
+  return what + " is '" + shown(difference.found) + "' instead of '" + shown(difference.wanted) +
+         "'";
+}
+
+// ---- the scene ----------------------------------------------------------------------------------
+
+bool Scene::any_does(std::uint32_t deed) const { return count(deed) != 0; }
+
+std::size_t Scene::count(std::uint32_t deed) const {
+  return static_cast<std::size_t>(
+      std::count_if(gathering.operations.begin(), gathering.operations.end(),
+                    [&](const MeetingOperation* each) { return each->does(deed); }));
+}
+
+bool Scene::does(int who, std::uint32_t deed) const {
+  return who >= 0 && gathering.operations.at(static_cast<std::size_t>(who))->does(deed);
+}
+
+bool Scene::is(int who, const std::string& name) const {
+  return who >= 0 && gathering.operations.at(static_cast<std::size_t>(who))->name == name;
+}
+
+bool Scene::any_is(const std::string& name) const {
+  return std::any_of(gathering.operations.begin(), gathering.operations.end(),
+                     [&](const MeetingOperation* each) { return each->name == name; });
+}
+
+bool Scene::has_died() const {
+  return std::find(outcome.died.begin(), outcome.died.end(), true) != outcome.died.end();
+}
+
+bool Scene::dead_does(std::uint32_t deed) const {
+  for (std::size_t i = 0; i < outcome.died.size(); ++i) {
+    if (outcome.died[i] && gathering.operations[i]->does(deed)) return true;
+  }
+  return false;
+}
+
+bool Scene::some_order_gives(const Difference& difference) const {
+  return std::any_of(orders.begin(), orders.end(), [&](const Outcome& order) {
+    if (difference.answer_of >= 0)
+      return order.answers[static_cast<std::size_t>(difference.answer_of)] == difference.found;
+    const auto fact = order.facts.find(difference.what);
+    return (fact == order.facts.end() ? Difference::kNothing : fact->second) == difference.found;
+  });
+}
+
+// ---- the judge ----------------------------------------------------------------------------------
+
+Verdict Judge::judge(const Outcome& outcome) const {
+  Verdict verdict{broken_promise(outcome), {}};
+  if (!verdict.wrong.empty()) return verdict;
+  const std::vector<Outcome> orders = orders_with_who_lived(outcome);
+  std::vector<Difference> fewest;
+  for (std::size_t i = 0; i < orders.size(); ++i) {
+    std::vector<Difference> all = differences(orders[i], outcome);
+    if (all.empty()) return {};
+    const Scene scene{m_gathering, m_before, outcome, all, orders};
+    std::set<std::string> races;
+    std::vector<Difference> rest;
+    for (const Difference& each : all) {
+      const auto& known = accepted_races();
+      const auto race = std::find_if(known.begin(), known.end(),
+                                     [&](const Race& one) { return one.explains(scene, each); });
+      race == known.end() ? rest.push_back(each) : void(races.insert(race->name));
+    }
+    if (rest.empty()) return {"", {races.begin(), races.end()}};
+    if (i == 0 || rest.size() < fewest.size()) fewest = std::move(rest);
+  }
+  verdict.wrong = "no order gives this end, and no story tells it:";
+  for (const Difference& each : fewest) verdict.wrong += "\n    " + in_words(each);
+  return verdict;
+}
+
+/// Whoever has lived has done all of its operation: an order without it gives no such end.
+std::vector<Outcome> Judge::orders_with_who_lived(const Outcome& outcome) const {
+  std::vector<Outcome> orders;
+  std::copy_if(m_orders.begin(), m_orders.end(), std::back_inserter(orders),
+               [&](const Outcome& order) {
+                 return std::equal(order.died.begin(), order.died.end(), outcome.died.begin(),
+                                   [](bool left_out, bool died) { return died || !left_out; });
+               });
+  return orders;
+}
+
+/// What must not be, whatever anybody tells.
+std::string Judge::broken_promise(const Outcome& outcome) const {
+  const bool owner_moves =
+      std::any_of(m_gathering.operations.begin(), m_gathering.operations.end(),
+                  [](const MeetingOperation* each) { return each->does(kMovesOwner); });
+  for (const auto& [fact, bytes] : m_before) {
+    if (folder_of_entry(fact).empty() || is_touched(fact)) continue;
+    const auto found = outcome.facts.find(fact);
+    if (found == outcome.facts.end()) return "an entry that nobody was about is lost: " + fact;
+    if (found->second != bytes)
+      return "an entry that nobody was about has other bytes: " + fact + ": " +
+             shown(found->second);
+  }
+  for (const auto& [fact, bytes] : outcome.facts) {
+    if (fact.ends_with(": index") && bytes != "whole" && bytes != "none" && !owner_moves &&
+        std::find(outcome.died.begin(), outcome.died.end(), true) == outcome.died.end())
+      return fact + " is " + bytes;
+    if (fact.ends_with(": the counter is behind") && !owner_moves) return fact + " at " + bytes;
+    if (fact.ends_with(": two entries, one file") && !m_gathering.synchronize &&
+        !m_before.contains(fact))
+      return fact + ": " + bytes;
+    if (folder_of_entry(fact).empty() || m_before.contains(fact) || is_touched(fact)) continue;
+    if (!may_be_adopted(key_of_entry(fact))) return "an entry that nobody made: " + fact;
+  }
+  return "";
+}
+
+bool Judge::is_touched(const std::string& fact) const {
+  const std::string folder = folder_of_entry(fact);
+  for (std::size_t i = 0; i < m_gathering.operations.size(); ++i) {
+    const MeetingOperation& operation = *m_gathering.operations[i];
+    const Cast cast = m_gathering.cast_of(i, "");
+    if (operation.does(kMovesOwner)) {
+      if (folder.ends_with("/" + cast.owner) || folder.ends_with("/carl")) return true;
+      continue;
+    }
+    const std::string own = std::string("storage/") + operation.area + "/" + cast.owner;
+    if (!folder.starts_with(own)) continue;
+    // Mails and corporate documents: one operation's whole folder.
+    if (operation.area != std::string("user") || operation.does(kCleansAll)) return true;
+    if (keys_touched(operation, cast).contains(key_of_entry(fact))) return true;
+  }
+  return false;
+}
+
+/// A file that lies in the folder may become an entry under its own name, where that is on. By then
+/// its extension is in lower case.
+bool Judge::may_be_adopted(const std::string& key) const {
+  if (!m_gathering.synchronize || !key.ends_with("_0000000000")) return false;
+  const std::string name = key.substr(0, key.size() - kStamp);
+  const bool is_generated =
+      name.size() >= 8 && name.substr(0, 8).find_first_not_of("0123456789") == std::string::npos;
+  return is_generated || name == kStray || name == kOld || name == kBystander;
+}
+
+std::vector<Difference> Judge::differences(const Outcome& order, const Outcome& outcome) const {
+  std::vector<Difference> all;
+  for (std::size_t i = 0; i < outcome.answers.size(); ++i) {
+    if (outcome.died[i] || outcome.answers[i] == order.answers[i]) continue;
+    all.push_back({static_cast<int>(i), "", order.answers[i], outcome.answers[i]});
+  }
+  for (const auto& [fact, value] : order.facts) {
+    const auto found = outcome.facts.find(fact);
+    if (found == outcome.facts.end()) {
+      all.push_back({-1, fact, value, Difference::kNothing});
+    } else if (found->second != value) {
+      all.push_back({-1, fact, value, found->second});
+    }
+  }
+  for (const auto& [fact, value] : outcome.facts) {
+    if (!order.facts.contains(fact)) all.push_back({-1, fact, Difference::kNothing, value});
+  }
+  return all;
+}
+
+}  // namespace interleavings

@@ -1,0 +1,142 @@
+// Every meeting of two operations, in every order of their calls: see lab/interleavings.
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "lab/interleavings/field.h"
+#include "lab/reliability/reliability.h"
+
+namespace reliability {
+namespace {
+
+using interleavings::Explored;
+using interleavings::Gathering;
+
+class Interleavings {
+ public:
+  explicit Interleavings(Run& run) : m_run(run) {}
+
+  /// Short ones with one preemption more.
+  void explore(const Gathering& gathering, interleavings::Bounds bounds) {
+    const std::uint64_t schedules = explore_within(gathering, bounds);
+    if (schedules > kShort) return;
+    ++bounds.preemptions;
+    ++m_deeper;
+    explore_within(gathering, bounds);
+  }
+
+  void report() {
+    m_run.figure("meetings held", m_gatherings);
+    m_run.figure("short ones, held with one preemption more", m_deeper);
+    m_run.figure("schedules of the longest", m_most);
+    m_run.figure("schedules that do what another one does, left out", m_cut);
+    m_run.figure("schedules that do what another one does, run", m_redundant);
+    m_run.figure("calls", m_calls);
+    for (const auto& [race, count] : m_races) m_run.figure("race " + race, count);
+  }
+
+  /// Every race that is told must be met, or it is told no more. Here nobody dies.
+  void expect_every_race() {
+    for (const interleavings::Race& each : interleavings::accepted_races()) {
+      if (!each.needs_a_death && !m_races.contains(each.name))
+        m_run.fail("the race '" + each.name + "' does not occur any more");
+    }
+  }
+
+ private:
+  /// So many schedules has a short meeting at most, with two preemptions.
+  static constexpr std::uint64_t kShort = 60;
+
+  std::uint64_t explore_within(const Gathering& gathering, const interleavings::Bounds& bounds) {
+    const Explored explored = m_field.explore(gathering, bounds);
+    m_run.counted(explored.schedules);
+    if (bounds.preemptions == interleavings::Bounds{}.preemptions) ++m_gatherings;
+    m_cut += explored.cut;
+    m_redundant += explored.redundant;
+    m_calls += explored.calls;
+    m_most = std::max(m_most, explored.schedules);
+    for (const auto& [race, count] : explored.races) m_races[race] += count;
+    for (const interleavings::Finding& each : explored.findings) {
+      const std::string told =
+          in_text(gathering) + ": " + in_text(each.schedule) + ": " + each.what + "\n";
+      // At once: a long run may find more than its report names.
+      std::printf("found    %s", told.c_str());
+      m_run.fail(told + each.calls);
+    }
+    return explored.schedules;
+  }
+
+  Run& m_run;
+  interleavings::Field m_field;
+  std::uint64_t m_gatherings = 0;
+  std::uint64_t m_deeper = 0;
+  std::uint64_t m_cut = 0;
+  std::uint64_t m_redundant = 0;
+  std::uint64_t m_calls = 0;
+  std::uint64_t m_most = 0;
+  std::map<std::string, std::uint64_t> m_races;
+};
+
+void replay(Run& run, const std::string& text) {
+  const std::size_t colon = text.find(": ");
+  interleavings::Field field;
+  const interleavings::Finding finding =
+      field.replay(interleavings::gathering_from(text.substr(0, colon)),
+                   interleavings::schedule_from(text.substr(std::min(colon, text.size() - 2) + 2)));
+  run.figure("calls", "\n" + finding.calls);
+  run.counted(1);
+  if (!finding.what.empty()) run.fail(finding.what);
+}
+
+/// Findings are no reason to stop: each is told once.
+bool is_enough(const Run& run) {
+  return run.time_is_over() || (run.wanted() != 0 && run.reached() >= run.wanted());
+}
+
+/// Those whose names hold what is asked for. A run that does not reach them all takes any of them.
+std::vector<Gathering> chosen(Run& run, std::vector<Gathering> all) {
+  std::erase_if(all, [&](const Gathering& each) {
+    return in_text(each).find(run.only()) == std::string::npos;
+  });
+  if (run.wanted() != 0 || run.budget().count() != 0)
+    std::shuffle(all.begin(), all.end(), run.random());
+  return all;
+}
+
+void meet(Run& run) {
+  if (!run.replayed().empty()) return replay(run, run.replayed());
+  Interleavings all(run);
+  std::vector<Gathering> gatherings = interleavings::all_pairs();
+  for (Gathering& each : interleavings::all_trios()) gatherings.push_back(std::move(each));
+  const std::size_t whole = gatherings.size();
+  gatherings = chosen(run, std::move(gatherings));
+  std::size_t held = 0;
+  for (const Gathering& each : gatherings) {
+    if (is_enough(run)) break;
+    all.explore(each, {});
+    ++held;
+  }
+  run.figure("meetings that there are", whole);
+  all.report();
+  if (held == whole) all.expect_every_race();
+}
+REGISTER_SUITE(meet, "interleavings", "every order of the calls of two operations that meet",
+               "schedules", 0, Scratch::kMemory)
+
+void meet_dying(Run& run) {
+  if (!run.replayed().empty()) return replay(run, run.replayed());
+  Interleavings all(run);
+  for (const Gathering& each : chosen(run, interleavings::all_pairs())) {
+    if (is_enough(run)) break;
+    all.explore(each, {.deaths = interleavings::Deaths::kOne});
+  }
+  all.report();
+}
+REGISTER_SUITE(meet_dying, "interleavings-killed", "the same, and one of them ends on the way",
+               "schedules", 0, Scratch::kMemory)
+
+}  // namespace
+}  // namespace reliability

@@ -1,0 +1,103 @@
+#!/usr/bin/env bash
+# Tests of the tests: scripts/mutants.sh [mutant...], or "list", or "fit"
+#
+# Each section of lab/mutants/*.patches is a mutant and names the test that has to notice it. In a copy of the sources
+# every named test must pass; then each mutant by itself is put in, built, and its test must fail. All is below
+# build/mutants. "list" names the mutants; "fit" only tries whether each still fits the sources.
+. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+cd "$ROOT"
+
+work=$BUILD/mutants
+copy=$work/source
+tree=$copy/build/linux
+# Far more than any of the tests takes; one that hangs has noticed, too.
+limit=(timeout -k 5 120)
+
+all_mutants() { sed -n 's/^Mutant: //p' lab/mutants/*.patches; }
+# section <mutant>: its lines, from "Mutant:" to the next one.
+section() { awk -v name="$1" '/^Mutant: / { wanted = $2 == name } wanted' lab/mutants/*.patches; }
+# header <What|Test> <mutant>
+header() { section "$2" | sed -n "s/^$1: //p"; }
+
+twice=$(all_mutants | sort | uniq -d)
+[ -z "$twice" ] || die "lab/mutants has two mutants of the name '$twice'"
+
+case ${1-} in
+  list)
+    all_mutants
+    exit
+    ;;
+  fit)
+    misfits=0
+    while read -r mutant; do
+      section "$mutant" | git apply --check || {
+        misfits=$((misfits + 1))
+        echo "the mutant $mutant does not fit the sources any more" >&2
+      }
+    done < <(all_mutants)
+    [ $misfits -eq 0 ] || die "$misfits mutants do not fit: make them anew"
+    say "all $(all_mutants | wc -l) mutants fit the sources"
+    exit
+    ;;
+esac
+
+mutants=("$@")
+[ $# -gt 0 ] || mapfile -t mutants < <(all_mutants)
+for mutant in "${mutants[@]}"; do
+  [ -n "$(section "$mutant")" ] || die "there is no mutant '$mutant'; ./dev mutants list names all"
+done
+
+program_of() { header Test "$1" | cut -d' ' -f1; }
+filter_of() { header Test "$1" | cut -d' ' -f2; }
+
+# A file whose content is the same keeps its time, and so what was built of it.
+copy_sources() {
+  mkdir -p "$copy"
+  git ls-files -z --cached --others --exclude-standard |
+    rsync --archive --no-times --checksum --from0 --files-from=- ./ "$copy/"
+}
+
+build() { quietly "$work/build.log" "building $1" cmake --build "$tree" --parallel "$JOBS" --target "${@:2}"; }
+
+# Runs the test of a mutant; says "passed", "failed", "hung", or what else became of it.
+result_of() {
+  local log=$work/run.log code=0
+  "${limit[@]}" "$tree/bin/$(program_of "$1")" --gtest_filter="$(filter_of "$1")" --gtest_brief=1 \
+    >"$log" 2>&1 </dev/null || code=$?
+  case $code in
+    0) if grep -q '^\[  PASSED  \] [1-9]' "$log"; then echo passed; else echo "ran nothing"; fi ;;
+    124 | 137) echo hung ;;
+    *) if [ $code -gt 127 ] || grep -q '^\[  FAILED  \]' "$log"; then echo failed; else echo "ended with $code"; fi ;;
+  esac
+}
+
+say "copying and building the sources as they are"
+rm -rf "$work/mutant"
+copy_sources
+(cd "$copy" && quietly "$work/configure.log" "configuring" cmake --preset linux -D VU_BUILD_EXAMPLES=OFF -D VU_BUILD_CLIENT=OFF)
+mapfile -t programs < <(for mutant in "${mutants[@]}"; do program_of "$mutant"; done | sort -u)
+build "the tests" "${programs[@]}"
+for mutant in "${mutants[@]}"; do
+  result=$(result_of "$mutant")
+  [ "$result" = passed ] || die "without a mutant, $(header Test "$mutant") $result; see $work/run.log"
+done
+say "${#mutants[@]} tests pass without a mutant; each again with one"
+
+# Puts the file of a mutant back. Its new time makes it be built again.
+take_out() { if [ -n "${mutant_file-}" ]; then cp "$ROOT/$mutant_file" "$copy/$mutant_file"; fi; }
+trap take_out EXIT
+
+missed=0
+printf '%-36s %-9s %s\n' mutant result "what it does; the test"
+for mutant in "${mutants[@]}"; do
+  take_out
+  mutant_file=$(section "$mutant" | sed -n 's,^+++ b/,,p')
+  section "$mutant" | patch --quiet --strip=1 --directory="$copy" --no-backup-if-mismatch ||
+    die "the mutant $mutant does not fit the sources any more: make it anew"
+  build "the mutant $mutant" "$(program_of "$mutant")"
+  result=$(result_of "$mutant")
+  case $result in failed | hung) ;; *) missed=$((missed + 1)) ;; esac
+  printf '%-36s %-9s %s; %s\n' "$mutant" "$result" "$(header What "$mutant")" "$(filter_of "$mutant")"
+done
+[ $missed -eq 0 ] || die "$missed of ${#mutants[@]} mutants were not noticed (see above)"
+say "${#mutants[@]} of ${#mutants[@]} mutants turn their test red"
