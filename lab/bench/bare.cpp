@@ -117,16 +117,20 @@ std::size_t list(const std::string& folder) {
 }
 
 void make_writable(const std::string& path) {
+  constexpr ::mode_t kOwner = S_IRUSR | S_IWUSR;
   Info info{};
   if (::stat(path.c_str(), &info) != 0) broken("cannot ask for", path);
-  if (::chmod(path.c_str(), (info.st_mode & 07777) | S_IRUSR | S_IWUSR) != 0)
+  if ((info.st_mode & kOwner) == kOwner) return;
+  if (::chmod(path.c_str(), (info.st_mode & 07777) | kOwner) != 0)
     broken("cannot make writable", path);
 }
 
 void remove_file(const std::string& path) {
-  Info info{};
-  if (::lstat(path.c_str(), &info) != 0 || ::unlink(path.c_str()) != 0)
-    broken("cannot remove", path);
+  if (::unlink(path.c_str()) != 0) broken("cannot remove", path);
+}
+
+void rename(const std::string& from, const std::string& to) {
+  if (::rename(from.c_str(), to.c_str()) != 0) broken("cannot rename", from);
 }
 
 void copy_onto(const std::string& from, const std::string& to) {

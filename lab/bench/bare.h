@@ -64,9 +64,10 @@ bool is_folder(const std::string& path);
 long modify_time(const std::string& path);
 /// Reads the names of a folder and lets them go; returns how many there are.
 std::size_t list(const std::string& folder);
-/// The permission bits asked and set with the owner's added, as "make writable" is.
+/// Asks for the permission bits, and adds the owner's where they lack.
 void make_writable(const std::string& path);
 void remove_file(const std::string& path);
+void rename(const std::string& from, const std::string& to);
 /// Copies by the kernel alone onto a file that exists, with the source's modification time.
 void copy_onto(const std::string& from, const std::string& to);
 /// Opens, locks, asks the size, reads and closes.

@@ -5,29 +5,38 @@
 //   library   the operation as a program calls it
 //   floor     the calls that its stated behaviour asks for, as bare system calls (floor.h)
 //   literal   its steps as one would write them down first, a probe per line of the index
-//   (literal.h) SQLite    the index in a database, opened per operation (nothing here outlives a
-//   call) and kept open LMDB      likewise
+//             (literal.h)
+//   SQLite    the index in a database, opened per operation (nothing here outlives a call) and kept
+//             open
+//   LMDB      likewise
 //
 // The workloads, all in microseconds per operation. "disk" is the folder of --disk, "memory" that
 // of --memory; folders hold 100 to 100,000 entries, one version each, whose files are empty:
 //
-//   exists, hit                STGIndex::exists of an arbitrary entry
-//   exists, miss               the same of a name that is there with another timestamp
-//   lastVersion                STGIndex::lastVersion of an arbitrary name, synchronisation switch
-//   off and on plValues, getVUDocs        the list of all entries, of all documents (every entry is
-//   one), switch on getFileListFromIndexFile   the same through vu_storage, as two lists create,
-//   switch off / on    STGIndex::create of a new name in the middle: number, empty file, index
-//   remove                     STGIndex::remove of an entry in the middle, with its file rename    
-//                   STGIndex::rename of an entry in the middle, its file empty updateIndexFile     
-//         STGIndex::updateIndexFile of a folder that needs no update clean, nothing removed    
-//   STGIndex::cleanOutOfDateOutput that keeps everything (also in ns per entry) clean, everything
-//   removed  the same that removes everything (also in ns per entry) OpenRead + Read + Close    a
-//   corporate document of 4 KB to 4 MB from a bucket of 100 entries OpenWrite + Write + Close  a
-//   new mail document, made, written and on the device key file read, written     10,000 lines by
-//   readKeysFile, writeKeysFile (replaced, on the device) copyFile                   4 MB onto an
-//   existing file; floor: the kernel's copy copyToStorage              4 MB onto an existing
-//   document; floor: its steps and the kernel's copy copyFromStorage            4 MB onto an
-//   existing file; floor: its steps and the kernel's copy
+//   exists, hit              STGIndex::exists of an arbitrary entry
+//   exists, miss             the same of a name that is there with another timestamp
+//   lastVersion              STGIndex::lastVersion of an arbitrary name, synchronisation switch off
+//                            and on
+//   plValues, getVUDocs      the list of all entries, of all documents (every entry is one), switch
+//                            on
+//   getFileListFromIndexFile the same through vu_storage, as two lists
+//   create                   STGIndex::create of a new name in the middle: number, empty file,
+//                            index; switch off and on
+//   remove                   STGIndex::remove of an entry in the middle, with its file
+//   rename                   STGIndex::rename of an entry in the middle, its file empty
+//   updateIndexFile          STGIndex::updateIndexFile of a folder that needs no update
+//   clean, nothing removed   STGIndex::cleanOutOfDateOutput that keeps everything
+//   clean, everything removed  the same that removes everything
+//   adoption                 STGIndex::updateIndexFile of a folder of files without an index
+//   migration                STGIndex::migrateInboxRead of mails under escaped names, each with its
+//                            line of the read list
+//   OpenRead + Read + Close  a corporate document of 4 KB to 4 MB from a bucket of 100 entries
+//   OpenWrite + Write + Close  a mail document, made or replaced, written and on the device
+//   RemoveFile               a mail document, in a folder without category files
+//   key file read, written   10,000 lines by readKeysFile, writeKeysFile (replaced, on the device)
+//   copyFile                 4 MB onto an existing file; floor: the kernel's copy
+//   copyToStorage            4 MB onto an existing document; floor: its steps and the kernel's copy
+//   copyFromStorage          4 MB onto an existing file; floor: its steps and the kernel's copy
 //
 // What an operation changed is put back after each, which is not timed.
 
@@ -158,7 +167,7 @@ int run(const Options& options) {
   std::vector<bench::Contest> contests;
   // Cleaning comes last: a file system that has just removed many files takes long to make others.
   for (const auto workloads : {bench::index_questions, bench::documents, bench::index_changes,
-                               bench::key_files, bench::copies, bench::cleaning}) {
+                               bench::key_files, bench::copies, bench::arrivals, bench::cleaning}) {
     for (bench::Contest& contest : workloads(stage)) {
       if (is_wanted(contest, options)) contests.push_back(std::move(contest));
     }
@@ -170,8 +179,9 @@ int run(const Options& options) {
     outcomes.push_back(bench::run(contest, effort_for(contest, options.quick)));
     tell(outcomes.back());
   }
-  const std::vector<bench::Flatness> flat = {{"clean, nothing removed", 100, 10000, 1.5},
-                                             {"clean, everything removed", 100, 10000, 1.5}};
+  const std::vector<bench::Flatness> flat = {
+      {"clean, nothing removed", "disk", 100, 10000, 1.5},
+      {"clean, everything removed", "disk", 100, 10000, 1.5}};
   const bench::Machine machine = this_machine(options);
   std::ofstream markdown(options.results + ".md");
   bench::write_markdown(markdown, machine, outcomes, flat);

@@ -13,11 +13,9 @@
 namespace bench {
 namespace {
 
-constexpr Place kPlace = Place::kDisk;
-
 constexpr unsigned long kLongAgo = 1000000;  // seconds
 
-/// How many folders of a size are there to be emptied.
+/// How many folders of a size each contender empties.
 std::size_t supply_for(std::size_t entries) {
   return std::clamp<std::size_t>(4000 / entries, entries < 100000 ? 3 : 1, 40);
 }
@@ -25,20 +23,17 @@ std::size_t supply_for(std::size_t entries) {
 /// Folders to be emptied, each once. All are made before the first is used.
 class Supply {
  public:
-  Supply(Stage& stage, std::size_t largest) {
-    const std::string room = stage.room(kPlace, "cleaned");
-    for (const std::size_t entries : kSizes) {
-      if (entries > largest) continue;
-      for (std::size_t i = 0; i < supply_for(entries); ++i)
-        m_folders[entries].push_back(std::make_unique<Folder>(
-            room + "/" + std::to_string(entries) + "-" + std::to_string(i), entries));
-    }
+  Supply(Stage& stage, Place place, std::size_t entries, const std::string& contender) {
+    const std::string room = stage.room(place, "cleaned") + "/" + contender;
+    for (std::size_t i = 0; i < supply_for(entries); ++i)
+      m_folders.push_back(std::make_unique<Folder>(
+          room + std::to_string(entries) + "-" + std::to_string(i), entries));
   }
-  std::string next(std::size_t entries) { return m_folders[entries].at(m_used[entries]++)->path(); }
+  const std::string& next() { return m_folders.at(m_used++)->path(); }
 
  private:
-  std::map<std::size_t, std::vector<std::unique_ptr<Folder>>> m_folders;
-  std::map<std::size_t, std::size_t> m_used;
+  std::vector<std::unique_ptr<Folder>> m_folders;
+  std::size_t m_used = 0;
 };
 
 void clean(const std::string& path, unsigned long limit, std::size_t removed, std::size_t kept) {
@@ -47,47 +42,49 @@ void clean(const std::string& path, unsigned long limit, std::size_t removed, st
     bare::broken("a wrong result in", path);
 }
 
+Jobs nothing_removed(Stage& stage, Place place, std::size_t entries) {
+  const std::string path = stage.folder(place, entries).path();
+  Jobs jobs;
+  jobs[Who::kLibrary].run = [path, entries] { clean(path, kLongAgo, 0, entries); };
+  jobs[Who::kFloor].run = [path] {
+    floor_of::Ages ages;
+    floor_of::clean_nothing(path, ages);
+  };
+  return jobs;
+}
+
+Jobs everything_removed(Stage& stage, Place place, std::size_t entries) {
+  Jobs jobs;
+  const auto add = [&](Who who, const char* contender, auto empty) {
+    const auto supply = std::make_shared<Supply>(stage, place, entries, contender);
+    jobs[who].supply = supply_for(entries);
+    jobs[who].run = [supply, empty] { empty(supply->next()); };
+  };
+  add(Who::kLibrary, "library", [entries](const std::string& path) { clean(path, 0, entries, 0); });
+  add(Who::kFloor, "floor", floor_of::clean_everything);
+  return jobs;
+}
+
 }  // namespace
 
 std::vector<Contest> cleaning(Stage& stage) {
   std::vector<Contest> contests;
-  const auto add = [&](const char* workload, std::size_t entries, std::function<Jobs()> prepare,
-                       std::vector<Requirement> requirements) {
+  const auto add = [&](const char* workload, Place place, std::size_t entries, auto prepare) {
     Contest contest;
     contest.workload = workload;
-    contest.place = name(kPlace);
+    contest.place = name(place);
     contest.size = std::to_string(entries) + " entries";
     contest.entries = entries;
-    contest.prepare = std::move(prepare);
-    contest.requirements = std::move(requirements);
+    contest.requirements = {at_most(1.3, Who::kFloor)};
+    contest.prepare = [&stage, place, entries, prepare] { return prepare(stage, place, entries); };
     contests.push_back(std::move(contest));
   };
-  for (const std::size_t entries : kSizes) {
-    add("clean, nothing removed", entries,
-        [&stage, entries] {
-          const std::string path = stage.folder(kPlace, entries).path();
-          Jobs jobs;
-          jobs[Who::kLibrary].run = [path, entries] { clean(path, kLongAgo, 0, entries); };
-          jobs[Who::kFloor].run = [path] {
-            floor_of::Ages ages;
-            floor_of::clean_nothing(path, ages);
-          };
-          return jobs;
-        },
-        {at_most(1.3, Who::kFloor)});
-  }
-  const auto supply = std::make_shared<std::unique_ptr<Supply>>();
-  for (const std::size_t entries : kSizes) {
-    add("clean, everything removed", entries,
-        [&stage, entries, supply] {
-          if (!*supply) *supply = std::make_unique<Supply>(stage, stage.largest());
-          Jobs jobs;
-          Job& job = jobs[Who::kLibrary];
-          job.run = [entries, supply] { clean((*supply)->next(entries), 0, entries, 0); };
-          job.supply = supply_for(entries);
-          return jobs;
-        },
-        {});
+  for (const auto prepare : {nothing_removed, everything_removed}) {
+    const char* const workload =
+        prepare == nothing_removed ? "clean, nothing removed" : "clean, everything removed";
+    for (const Place place : {Place::kDisk, Place::kMemory}) {
+      for (const std::size_t entries : kSizes) add(workload, place, entries, prepare);
+    }
   }
   return contests;
 }

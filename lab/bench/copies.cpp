@@ -19,7 +19,7 @@ constexpr std::size_t kCopied = 50;
 struct Pair {
   Pair(Stage& stage, Place place)
       : folder(stage.room(place, "copied"), kEntries),
-        owner(StorageRoot::of(stage).mailbox(folder, std::string("copied-") + name(place))),
+        owner(StorageRoot::of(stage).mailbox(folder.path(), std::string("copied-") + name(place))),
         area(StorageRoot::of(stage).area("mail")),
         path(folder.path()),
         logical(folder.logical(kCopied)),

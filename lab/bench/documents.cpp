@@ -128,7 +128,7 @@ constexpr long kNewTimestamp = 5;
 struct Mailbox {
   Mailbox(Stage& stage, Place place, std::size_t entries)
       : folder(stage.folder(place, entries)),
-        owner(StorageRoot::of(stage).mailbox(folder, name(place) + std::to_string(entries))),
+        owner(StorageRoot::of(stage).mailbox(folder.path(), name(place) + std::to_string(entries))),
         path(StorageRoot::of(stage).area("mail") + "/" + owner),
         logical(folder.logical(entries / 2)) {
     logical.insert(logical.rfind('.'), " new");
@@ -213,6 +213,73 @@ Jobs write_jobs(Stage& stage, Place place, std::size_t entries, std::size_t byte
   return jobs;
 }
 
+/// An existing document of the mailbox, replaced by one of the same size.
+Jobs replace_jobs(Stage& stage, Place place, std::size_t entries) {
+  const auto box = std::make_shared<Mailbox>(stage, place, entries);
+  // Not the one that others rename: its file is to stay empty.
+  const std::size_t entry = entries / 3;
+  const std::string logical = box->folder.logical(entry);
+  const long timestamp = box->folder.timestamp(entry);
+  const std::string document(4096, 'd');
+  const std::string area = StorageRoot::of(stage).area("mail");
+  Jobs jobs;
+  jobs[Who::kLibrary].run = [box, logical, timestamp, document] {
+    vu_storage storage;
+    vu_file file;
+    storage.OpenWrite(file, box->owner, logical, STG::MailRepository, true, timestamp);
+    storage.Write(file, document);
+    storage.Close(file);
+  };
+  jobs[Who::kFloor].run = [box, logical, timestamp, document, area] {
+    ask_for_folders(*box, area);
+    std::string physical;
+    floor_of::exists(box->path, logical, timestamp, physical);
+    floor_of::write_document(box->path + "/" + physical, document);
+  };
+  return jobs;
+}
+
+/// An entry in the middle, with its file; the folder has no category files.
+Jobs remove_file_jobs(Stage& stage, Place place, std::size_t entries, Synchronize synchronize) {
+  const auto box = std::make_shared<Mailbox>(stage, place, entries);
+  const std::size_t entry = entries / 2;
+  const std::string logical = box->folder.logical(entry);
+  const long timestamp = box->folder.timestamp(entry);
+  const std::string area = StorageRoot::of(stage).area("mail");
+  const bool on = synchronize == Synchronize::kOn;
+  const auto restore = [box, entry] { box->folder.restore({}, {box->folder.file(entry)}); };
+  Jobs jobs;
+  jobs[Who::kLibrary] = {[box, logical, timestamp, on] {
+                           STGIndex::setSynchronizeMode(on);
+                           vu_storage::RemoveFile(box->owner, logical, STG::MailRepository,
+                                                  timestamp);
+                         },
+                         restore};
+  jobs[Who::kFloor] = {[box, logical, timestamp, area, on] {
+                         ask_for_folders(*box, area);
+                         floor_of::remove(box->path, logical, timestamp);
+                         const auto adoption =
+                             on ? floor_of::Adoption::kOn : floor_of::Adoption::kOff;
+                         if (floor_of::has_categories(box->path, adoption))
+                           bare::broken("a category file in", box->path);
+                       },
+                       restore};
+  return jobs;
+}
+
+/// A workload on one document of a mailbox, beside the floor alone.
+Contest mail_contest(const char* workload, Place place, std::size_t entries,
+                     std::function<Jobs()> prepare) {
+  Contest contest;
+  contest.workload = workload;
+  contest.place = name(place);
+  contest.size = std::to_string(entries) + " entries";
+  contest.entries = entries;
+  contest.requirements = {at_most(1.3, Who::kFloor)};
+  contest.prepare = std::move(prepare);
+  return contest;
+}
+
 Contest write_contest(Stage& stage, Place place, std::size_t entries, std::size_t bytes,
                       Synchronize synchronize) {
   const bool on = synchronize == Synchronize::kOn;
@@ -285,6 +352,17 @@ std::vector<Contest> documents(Stage& stage) {
     for (const Place place : {Place::kDisk, Place::kMemory}) {
       // The device makes no difference beside so much work.
       if (place == Place::kMemory && entries == 100000) continue;
+      contests.push_back(
+          mail_contest("OpenWrite + Write + Close, replacing", place, entries,
+                       [&stage, place, entries] { return replace_jobs(stage, place, entries); }));
+      for (const Synchronize synchronize : {Synchronize::kOff, Synchronize::kOn}) {
+        const bool on = synchronize == Synchronize::kOn;
+        contests.push_back(mail_contest(on ? "RemoveFile, switch on" : "RemoveFile, switch off",
+                                        place, entries, [&stage, place, entries, synchronize] {
+                                          return remove_file_jobs(stage, place, entries,
+                                                                  synchronize);
+                                        }));
+      }
       for (const Synchronize synchronize : {Synchronize::kOff, Synchronize::kOn}) {
         for (const std::size_t bytes : kDocuments) {
           // The size of the document matters beside a small index only.

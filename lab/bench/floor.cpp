@@ -1,18 +1,14 @@
 #include "lab/bench/floor.h"
 
-#include <xxhash.h>
-
 #include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
-#include <optional>
 #include <vector>
 
+#include "lab/bench/floor_index.h"
 #include "lab/bench/folder.h"
-#include "lab/bench/listed.h"
 
 namespace floor_of {
 namespace {
@@ -20,161 +16,6 @@ namespace {
 using bare::File;
 using bare::Text;
 using bench::Listed;
-
-constexpr auto kNone = std::string_view::npos;
-constexpr std::size_t kStamp = 11;
-constexpr std::size_t kPage = 4096;
-constexpr std::size_t kSector = 512;
-
-std::string_view extension_of(std::string_view name) {
-  const std::size_t dot = name.rfind('.');
-  return dot == kNone ? std::string_view() : name.substr(dot);
-}
-
-std::size_t find(std::string_view text, std::string_view wanted, std::size_t from = 0) {
-  if (from >= text.size()) return kNone;
-  const void* const found =
-      ::memmem(text.data() + from, text.size() - from, wanted.data(), wanted.size());
-  return found == nullptr ? kNone
-                          : static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
-}
-
-/// Where the line of a key begins, or kNone.
-std::size_t line_of(std::string_view text, const std::string& key) {
-  const std::string wanted = "\n" + key + "/";
-  if (text.starts_with(std::string_view(wanted).substr(1))) return 0;
-  const std::size_t found = find(text, wanted);
-  return found == kNone ? kNone : found + 1;
-}
-
-std::size_t end_of_line(std::string_view text, std::size_t from) {
-  return std::min(text.find('\n', from), text.size());
-}
-
-std::string_view stored_at(std::string_view text, std::size_t line, const std::string& key) {
-  const std::size_t from = line + key.size() + 1;
-  return text.substr(from, end_of_line(text, from) - from);
-}
-
-/// A file of the counter's numbers bears the name's extension.
-std::string file_of(std::string_view stored, std::string_view logical) {
-  return std::string(stored).append(extension_of(logical));
-}
-
-// ---- an index ----------------------------------------------------------------------------------
-
-/// A loaded index: the open handle keeps its lock.
-struct Index {
-  explicit Index(const std::string& path) : folder(path) {
-    if (!bare::is_folder(folder) || !bare::entry_exists(folder + "/index.dat"))
-      bare::broken("no index in", folder);
-    file.emplace(folder + "/index.dat", File::Mode::kRead);
-    text = file->read();
-  }
-
-  std::string folder;
-  std::optional<File> file;
-  Text text;
-};
-
-/// Calls visit(logical, stored, extension) for each line whose file is there.
-template <class Visit>
-void judge(std::string_view text, const Listed& files, Visit visit) {
-  for (std::size_t start = 0; start < text.size();) {
-    const std::size_t end = end_of_line(text, start);
-    const std::size_t separator = text.find('/', start);
-    if (separator >= end) break;
-    const std::string_view logical = text.substr(start, separator - start - kStamp);
-    const std::string_view stored = text.substr(separator + 1, end - separator - 1);
-    const std::string_view extension = extension_of(logical);
-    if (files.contains(stored, extension)) visit(logical, stored, extension);
-    start = end + 1;
-  }
-}
-
-/// The lines of a text that is going to be saved all count, which ends the program otherwise.
-void judge_for_save(std::string_view text, const Listed& files) {
-  std::size_t valid = 0;
-  judge(text, files, [&](std::string_view, std::string_view, std::string_view) { ++valid; });
-  // "index.dat" and its counter are no documents.
-  if (valid + 2 != files.size()) bare::broken("lines and files differ in", "the benchmark's tree");
-}
-
-// ---- a save -------------------------------------------------------------------------------------
-
-/// The separators of the lines at the page edges of a text that lies at @p offset.
-std::vector<std::size_t> separators_at_edges(std::string_view text, std::size_t offset) {
-  std::vector<std::size_t> result;
-  for (std::size_t edge = (offset / kPage + 1) * kPage; edge < offset + text.size();
-       edge += kPage) {
-    const std::size_t before = text.rfind('\n', edge - offset - 1);
-    const std::size_t separator = text.find('/', before == kNone ? 0 : before);
-    if (separator != kNone && (result.empty() || result.back() != separator))
-      result.push_back(separator);
-  }
-  return result;
-}
-
-std::string with_blanks(std::string_view text, const std::vector<std::size_t>& places) {
-  std::string result(text);
-  for (const std::size_t at : places) result[at] = ' ';
-  return result;
-}
-
-std::string without_slashes(std::string_view text) {
-  std::string result(text);
-  for (std::size_t at = result.find('/'); at != kNone; at = result.find('/', at + 1))
-    result[at] = '\x1b';
-  return result;
-}
-
-/// Replaces the old text by @p text; they are the same up to @p base.
-void replace(const File& file, std::string_view old_text, const std::string& text,
-             std::size_t base) {
-  const std::size_t sector = base / kSector * kSector;
-  const std::size_t whole = std::max(old_text.size(), text.size());
-  const std::size_t copy_at = (whole + kSector - 1) / kSector * kSector;
-  std::string copy = without_slashes(std::string_view(text).substr(sector));
-  copy += std::to_string(XXH3_64bits(copy.data(), copy.size()));
-  file.reserve(copy_at + copy.size());
-  file.write_at(copy_at, copy);
-  file.flush();
-
-  const std::string_view old_tail = old_text.substr(base);
-  const std::vector<std::size_t> unmade = separators_at_edges(old_tail, base);
-  if (!unmade.empty()) {
-    const std::string bytes = with_blanks(old_tail, unmade);
-    file.write_at(base + unmade.front(), std::string_view(bytes).substr(
-                                             unmade.front(), unmade.back() - unmade.front() + 1));
-  }
-  std::string tail = text.substr(base);
-  tail.resize(whole - base, ' ');
-  const std::vector<std::size_t> late = separators_at_edges(tail, base);
-  file.write_at(base, with_blanks(tail, late));
-  if (!late.empty())
-    file.write_at(base + late.front(),
-                  std::string_view(tail).substr(late.front(), late.back() - late.front() + 1));
-  file.flush();
-  file.cut(text.size());
-}
-
-/// Gives the shared lock back, and takes the exclusive one: the text must be the same still.
-File lock_for_save(Index& index) {
-  index.file.reset();
-  File file(index.folder + "/index.dat", File::Mode::kReadWriteCreate);
-  if (file.read().view() != index.text.view()) bare::broken("somebody else changed", index.folder);
-  return file;
-}
-
-std::string next_number(const std::string& folder) {
-  const File counter(folder + "/index", File::Mode::kReadWriteCreate);
-  const Text last = counter.read();
-  const std::string name =
-      bench::stored_name(static_cast<std::size_t>(std::atol(std::string(last.view()).c_str())) + 1);
-  counter.write_at(0, name);
-  counter.flush();
-  return name;
-}
 
 /// Where a line of the key belongs in a text that is in order: between two lines, found by halves.
 std::size_t place_for(std::string_view text, std::string_view key) {
@@ -198,10 +39,7 @@ std::string add_entry(const std::string& folder, const std::string& logical, lon
                       std::string& text, std::size_t& base) {
   const std::string key = bench::key_of(logical, timestamp);
   const std::string stored = next_number(folder);
-  const std::string name = file_of(stored, logical);
-  const std::string path = folder + "/" + name;
-  if (bare::entry_exists(path)) bare::broken("already there:", path);
-  File(path, File::Mode::kReadWriteCreate).flush();
+  std::string name = make_file(folder, stored, logical);
   base = place_for(text, key);
   text.insert(base, key + "/" + stored + "\n");
   return name;
@@ -216,13 +54,6 @@ std::string cut_line(const std::string& folder, const std::string& key, std::str
   const std::string path = folder + "/" + file_of(stored_at(text, base, key), logical);
   text.erase(base, end_of_line(text, base) + 1 - base);
   return path;
-}
-
-void remove_file(const std::string& path) {
-  if (!bare::entry_exists(path)) bare::broken("no file", path);
-  bare::make_writable(path);
-  bare::remove_file(path);
-  if (bare::entry_exists(path)) bare::broken("still there:", path);
 }
 
 // ---- lists --------------------------------------------------------------------------------------
@@ -371,8 +202,7 @@ void rename(const std::string& folder, const std::string& old_logical, long old_
   std::size_t removed = 0;
   const std::string old_path =
       cut_line(folder, bench::key_of(old_logical, old_timestamp), text, removed);
-  bare::copy_onto(old_path, folder + "/" + name);
-  File(folder + "/" + name, File::Mode::kReadWriteCreate).flush();
+  copy_for_good(folder, old_path.substr(folder.size() + 1), name);
   const File file = lock_for_save(index);
   replace(file, index.text.view(), text, std::min(added, removed));
   remove_file(old_path);
@@ -384,27 +214,10 @@ void update(const std::string& folder) {
   // The text is as it was: nothing is written.
   const File file = lock_for_save(index);
 }
-
-void clean_nothing(const std::string& folder, Ages& kept) {
-  const auto now = static_cast<unsigned long>(::time(nullptr));
-  {
-    const Index index(folder);
-    const Listed files(folder);
-    judge(index.text.view(), files,
-          [&](std::string_view logical, std::string_view stored, std::string_view extension) {
-            const long time =
-                bare::modify_time(folder + "/" + std::string(stored).append(extension));
-            // The key ends behind the logical name's stamp.
-            kept.emplace(
-                now - static_cast<unsigned long>(time),
-                std::string(folder) + "/" + std::string(logical.data(), logical.size() + kStamp));
-          });
-    // What may be swept.
-    const Listed names(folder);
-  }
-  // Required: a second look at the index, before something is swept.
-  const Index second_look(folder);
-  judge_for_save(second_look.text.view(), Listed(folder));
+bool has_categories(const std::string& folder, Adoption adoption) {
+  const Index index(folder);
+  if (adoption == Adoption::kOn) judge_for_save(index.text.view(), Listed(folder));
+  return find(index.text.view(), ".ctg_") != kNone;
 }
 
 // ---- documents ----------------------------------------------------------------------------------

@@ -46,10 +46,23 @@ void rename(const std::string& folder, const std::string& old_logical, long old_
             const std::string& new_logical, long new_timestamp);
 void update(const std::string& folder);
 
+/// What follows the removal of a document: whether the folder has category files, by a look of its
+/// own at the index.
+bool has_categories(const std::string& folder, Adoption adoption);
+
 /// Ages in seconds, the greatest first, with what has that age.
 using Ages = std::multimap<unsigned long, std::string, std::greater<unsigned long>>;
-/// Asks for the age of each entry's file, looks at the index once more, and removes nothing.
+/// Asks for the age of each entry's file, and removes nothing.
 void clean_nothing(const std::string& folder, Ages& kept);
+/// Removes every entry, whatever its age.
+void clean_everything(const std::string& folder);
+
+/// Makes the index of a folder that has none: each of its files becomes an entry.
+void adopt(const std::string& folder);
+
+/// Gives the mails of a folder that bear escaped names their unescaped ones, with their lines of
+/// the read list. There is no other adopted file.
+void migrate(const std::string& folder);
 
 /// Opens, locks, reads by its size and closes.
 void read_document(const std::string& path, std::string& out);

@@ -65,6 +65,15 @@ Listed::Listed(const std::string& folder) {
   each([&](const char* name) { enter(name, std::strlen(name)); });
 }
 
+std::vector<std::string_view> Listed::names() const {
+  std::vector<std::string_view> result;
+  result.reserve(m_size);
+  for (const Name& name : m_slots) {
+    if (name.bytes != nullptr) result.emplace_back(name.bytes, name.size);
+  }
+  return result;
+}
+
 void Listed::enter(const char* name, std::size_t size) {
   const std::uint64_t hash = hash_of(name, size);
   const std::size_t mask = m_slots.size() - 1;

@@ -18,6 +18,8 @@ class Listed {
   std::size_t size() const { return m_size; }
   /// Whether the folder has a file @p stored + @p extension.
   bool contains(std::string_view stored, std::string_view extension) const;
+  /// All of them, in no order.
+  std::vector<std::string_view> names() const;
 
  private:
   struct Name {

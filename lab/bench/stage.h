@@ -59,6 +59,7 @@ inline constexpr std::size_t kSizes[] = {100, 1000, 10000, 100000};
 // Each file of workloads gives its contests, the small ones first.
 std::vector<Contest> index_questions(Stage& stage);
 std::vector<Contest> index_changes(Stage& stage);
+std::vector<Contest> arrivals(Stage& stage);
 std::vector<Contest> cleaning(Stage& stage);
 std::vector<Contest> documents(Stage& stage);
 std::vector<Contest> key_files(Stage& stage);

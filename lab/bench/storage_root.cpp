@@ -26,10 +26,9 @@ std::string StorageRoot::bucket(const std::string& owner, const std::string& log
   return folder;
 }
 
-std::string StorageRoot::mailbox(const Folder& folder, const std::string& owner) const {
+std::string StorageRoot::mailbox(const std::string& folder, const std::string& owner) const {
   const std::string link = area("mail") + "/" + owner;
-  if (!std::filesystem::is_symlink(link))
-    std::filesystem::create_directory_symlink(folder.path(), link);
+  if (!std::filesystem::is_symlink(link)) std::filesystem::create_directory_symlink(folder, link);
   return owner;
 }
 

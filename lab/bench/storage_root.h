@@ -16,7 +16,7 @@ class StorageRoot {
   /// The hash bucket that a corporate document of an owner belongs to.
   std::string bucket(const std::string& owner, const std::string& logical) const;
   /// An owner whose mail folder is @p folder, through a link.
-  std::string mailbox(const Folder& folder, const std::string& owner) const;
+  std::string mailbox(const std::string& folder, const std::string& owner) const;
 
  private:
   explicit StorageRoot(std::string path);

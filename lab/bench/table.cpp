@@ -35,7 +35,8 @@ struct Ends {
 std::optional<Ends> ends_of(const std::vector<Outcome>& outcomes, const Flatness& flatness) {
   Ends ends;
   for (const Outcome& outcome : outcomes) {
-    if (outcome.contest.workload != flatness.workload) continue;
+    if (outcome.contest.workload != flatness.workload || outcome.contest.place != flatness.place)
+      continue;
     const double per_entry =
         outcome.median(Who::kLibrary) / static_cast<double>(outcome.contest.entries);
     if (outcome.contest.entries == flatness.from) ends.from = per_entry;

@@ -20,6 +20,7 @@ struct Machine {
 /// Rows whose time per entry must not grow with their number, beyond @p factor.
 struct Flatness {
   std::string workload;
+  std::string place;
   std::size_t from;
   std::size_t to;
   double factor;
