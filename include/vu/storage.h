@@ -1,49 +1,82 @@
 /**
  * @file
- * The C interface of the storage library: C99, and nothing of C++ crosses it.
+ * The C interface of the storage library, in C99. No C++ type or exception crosses it.
  *
- * Read this page once; it holds for every call.
+ * The rules in this comment apply to every call. docs/glossary.md defines the terms.
  *
- * What to know first
- * - One process has one storage: vu_open_store() initialises it, and every later handle leads to
- *   the same one.
- * - The lock of an open stream keeps other programs waiting. Close streams early.
- * - A child made by fork() must not use the parent's handles; start programs by exec.
- * - What a network file system makes of locks is told in docs/network-shares.md.
+ * Read first
+ * - A process has one storage. vu_open_store() initialises it; all handles refer to the same one.
+ * - An open stream holds a lock, and other programs wait for that lock. Close streams early.
+ * - A child process made by fork() must not use the handles of its parent. Start programs by exec.
+ * - Locks on network file systems have limits: see docs/network-shares.md.
  *
- * Results. Every call that can fail returns a vu_status: 0 is success, nothing else is. What a call
- * would write through a pointer is written on success only, unless its description says otherwise.
- * vu_last_error() tells the reason of the last call of the calling thread. No call ends the
- * program, and no C++ exception leaves one. A callback must return: one that lets an exception out,
- * or leaves by longjmp(), keeps locks and handles in use for ever.
+ * Results. A call that can fail returns a vu_status. Only 0 means success. Output arguments are
+ * written only on success, unless the call says otherwise. vu_last_error() returns the reason for
+ * the last result of the calling thread. No call ends the program. Any thread may make any call,
+ * unless its description says otherwise.
  *
- * Handles are opaque numbers. A handle that is closed, of another kind, or no handle at all is
- * answered by VU_BAD_HANDLE. A stream is used by one thread at a time, by whichever: a second one
- * that comes meanwhile is answered by VU_BUSY. A store may be used by any number at once.
+ * Handles are opaque numbers. A handle that is closed, of another kind or invalid yields
+ * VU_BAD_HANDLE. Any number of threads may use one store at once. Any thread may use a stream, but
+ * one at a time: a second one gets VU_BUSY.
  *
- * Memory. What the library allocates, and says so, is given back by vu_free(). Everything else is
- * the caller's. Pointers that a callback is given are valid during that call alone.
+ * Memory. The caller owns what it passes in, and may release it when the call returns; only
+ * vu_set_trace() keeps pointers. vu_read_whole() alone allocates memory for the caller: release it
+ * with vu_free(). What a callback receives is valid until that callback returns.
  *
- * Texts are UTF-8 on every system and end with a NUL. A call that gives a text or bytes takes
- * `buffer`, its `room` in bytes, and `size`: that receives the length needed, for texts without the
- * NUL, also where the answer is VU_TOO_SHORT. With a null `buffer` and a `room` of 0 it tells the
- * length and is a success. Paths come with the system's own separators, and may be given with
- * either.
+ * Callbacks run on the thread of the call and without a lock; they may call the library. (The trace
+ * sink is different: see vu_trace_sink.) A callback must return: after a longjmp() or an exception
+ * out of it, locks and handles stay in use for ever.
  *
- * On Windows names of owners, paths and extensions of documents go through the code page of the
- * process. One that has no place there is answered by VU_NO_NAME, never changed. A program with
- * the UTF-8 manifest (docs/host-guide.md) has no such names. Names of documents before their
- * extension are kept in the index, and may be anything.
+ * Texts are UTF-8 on every system and end with a NUL. A call that returns a text or bytes takes
+ * `buffer`, its size `room` in bytes, and `size`. With VU_DONE and VU_TOO_SHORT, `size` receives
+ * the number of bytes, for texts without the NUL; a text needs one byte more room. With a null
+ * `buffer` and a `room` of 0 the call returns VU_DONE and only this number. Returned paths have the
+ * system's separators. Paths passed in may have "/" or "\".
  *
- * Structures begin with `struct_size`, which the caller sets to the size of the structure that it
- * was compiled with; the INIT macros do. A later library knows a smaller one. An earlier library
- * takes a larger one when what it does not know is zero, and else answers VU_USAGE.
+ * On Windows the library converts owners, paths and the extensions of documents to the code page of
+ * the process. A name that does not fit there yields VU_NO_NAME; the library never alters a name. A
+ * program with the UTF-8 manifest (docs/host-guide.md) has no such names. The rest of a document's
+ * name is stored in the index only, and may be any text.
  *
- * Times are seconds since 1970-01-01 UTC, sizes are bytes, limits of waiting milliseconds.
+ * Structures begin with `struct_size`, their size when the caller was compiled. The INIT macros set
+ * it. A later library accepts the smaller structure of an earlier header. An earlier library
+ * accepts a larger structure if the fields that it does not know are zero; otherwise it returns
+ * VU_USAGE.
  *
- * Waiting. "Waits" in a description means for locks of other handles and programs, as long as
- * vu_settings::wait_ms says, all waits of one call together. VU_LOCK_TIMEOUT means that the change
- * was not made; vu_put() and its kin leave nothing behind then but what docs/api.md names.
+ * Units. Times are seconds since 1970-01-01 UTC, sizes are bytes, time limits are milliseconds.
+ *
+ * Waiting. Calls wait for locks that other handles hold, in this process and in others.
+ * vu_settings::wait_ms limits the sum of all waits of one call. There are two locks:
+ * - The index of a folder. Readers find and list versions; writers change entries. A call releases
+ *   the lock before it returns, and before it calls a callback.
+ * - The file of a document. Readers are vu_read(), vu_read_whole(), vu_key_get() and streams that
+ *   read. Writers are streams that write, writes in place, vu_key_set() and vu_key_delete(). A
+ *   stream keeps the lock until vu_stream_close(); a call releases it before it returns.
+ *
+ * "Waits for writers" means: until nobody holds the lock exclusively. "Waits for readers and
+ * writers" means: until nobody holds it at all. A reader that creates a missing index, or adopts
+ * orphans, waits as a writer does. VU_LOCK_TIMEOUT means that nothing was changed; only a
+ * vu_rename() between folders can leave an orphan (docs/api.md).
+ *
+ * Crash safety. When a process is killed or the power fails, the system releases its locks. Calls
+ * that returned VU_DONE are not affected, except for what a description calls "not flushed". An
+ * interrupted call leaves:
+ * - vu_put(), vu_copy_in(): the old version (or none) or the new one, complete; possibly an entry
+ *   that begins with ".vu-storing-", with its file, and an orphan.
+ * - The same with VU_IN_PLACE, and a stream that writes: an empty version, or the first bytes of
+ *   the new one.
+ * - vu_key_set(), vu_key_delete() and the same for profiles: an empty file, or the first bytes of
+ *   the new one.
+ * - vu_remove(), vu_clean(): each version as it was or removed; possibly a dangling entry, or,
+ *   after a power failure, the file as an orphan.
+ * - vu_rename(): the version, complete, under its old name or the new one, between two folders
+ *   possibly under both; possibly an orphan.
+ *
+ * A version or key file that was written in place must be written again. Everything else goes by
+ * itself. The next save of the index drops dangling entries. vu_clean() removes entries with
+ * ".vu-storing-" when they are old enough. The next call that lists or changes the folder adopts
+ * orphans, and vu_clean() removes them when they are old enough. With VU_NO_ADOPTION the next
+ * vu_clean() sweeps orphans away.
  */
 #ifndef VU_STORAGE_C_H
 #define VU_STORAGE_C_H
@@ -51,7 +84,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-/** Before every function. A program that links the library as objects defines VU_STORAGE_STATIC. */
+/** Marks every function. A program that links the library as objects defines VU_STORAGE_STATIC. */
 #if defined(VU_STORAGE_STATIC)
 #define VU_C_API
 #elif defined(_WIN32)
@@ -77,123 +110,125 @@ extern "C" {
 /** The same as one number: 10203 is 1.2.3. */
 #define VU_VERSION_NUMBER (VU_VERSION_MAJOR * 10000 + VU_VERSION_MINOR * 100 + VU_VERSION_PATCH)
 
-/** The version of the library that is loaded, such as "1.0.0". Never fails; any thread. */
+/** The version of the loaded library, for example "1.0.0". The text is static. Never fails. */
 VU_C_API const char* vu_version(void);
-/** The same as a number, to compare with VU_VERSION_NUMBER. Never fails; any thread. */
+/** The same as a number, to compare with VU_VERSION_NUMBER. Never fails. */
 VU_C_API int32_t vu_version_number(void);
 
 /* ---- results -------------------------------------------------------------------------------- */
 
-/** What became of a call. Numbers below 20 and 130 are the exit codes of `stgctl`. */
+/** The result of a call. Numbers below 20, and 130, are also the exit codes of `stgctl`. */
 typedef int32_t vu_status;
 
 enum {
-  VU_DONE = 0,            /**< done */
+  VU_DONE = 0,            /**< success */
   VU_FAILED = 1,          /**< the system refused something; see vu_last_error() */
-  VU_USAGE = 2,           /**< an argument makes no sense: null, out of range, an unknown flag */
-  VU_NOTHING_MATCHED = 3, /**< the request is fine, but nothing in the storage matches it */
-  VU_PARTLY_DONE = 5,     /**< done, but for what vu_last_error() tells */
-  VU_NO_TREE = 10,        /**< there is no such root folder, or no storage was opened yet */
+  VU_USAGE = 2,           /**< an argument is invalid: null, out of range, an unknown flag */
+  VU_NOTHING_MATCHED = 3, /**< nothing in the storage matches the request */
+  VU_PARTLY_DONE = 5,     /**< done, except for what vu_last_error() reports */
+  VU_NO_TREE = 10,        /**< the root folder does not exist, or no storage is open yet */
   VU_LOCK_TIMEOUT = 11,   /**< a lock was not obtained in time; nothing was changed */
   VU_REFUSED = 12,        /**< the guard refuses the request (see vu_open_store()) */
-  VU_ALREADY = 20,        /**< it is there already */
-  VU_TOO_SHORT = 21,      /**< the buffer is too short; `size` tells what is needed */
-  VU_BAD_HANDLE = 22,     /**< no handle, a closed one, or one of another kind */
-  VU_BUSY = 23,           /**< another thread uses the handle just now */
+  VU_ALREADY = 20,        /**< it exists already */
+  VU_TOO_SHORT = 21,      /**< the buffer is too short; `size` receives the required size */
+  VU_BAD_HANDLE = 22,     /**< the handle is invalid, closed, or of another kind */
+  VU_BUSY = 23,           /**< another call is using the handle */
   VU_NO_MEMORY = 24,      /**< out of memory */
-  VU_NO_NAME = 25,        /**< the name has no place in the code page of the process */
-  VU_OUTDATED = 26,       /**< there is one, but older than was asked for */
-  VU_INTERRUPTED = 130    /**< the caller's callback ended it */
+  VU_NO_NAME = 25,        /**< the code page of the process cannot represent the name */
+  VU_OUTDATED = 26,       /**< it exists, but is older than requested */
+  VU_INTERRUPTED = 130    /**< a callback of the caller ended the call */
 };
 
-/** The name of a status, "VU_REFUSED" say; "?" for what is none. Never fails; any thread. */
+/** The name of a status, for example "VU_REFUSED"; "?" for an unknown number. The text is static.
+ *  Never fails. */
 VU_C_API const char* vu_status_name(vu_status status);
 
-/** Why a call failed. All texts are never null; empty where there is nothing to tell. */
+/** Why a call failed. Texts are never null; an unknown one is empty. */
 typedef struct vu_error {
   size_t struct_size;      /**< set by the caller */
-  vu_status status;        /**< what the call returned */
-  int32_t system_code;     /**< the system's error code; 0 when it was not the system */
-  const char* operation;   /**< the call, "vu_read" say */
+  vu_status status;        /**< the result of the call */
+  int32_t system_code;     /**< the system's error code; 0 if the failure is not the system's */
+  const char* operation;   /**< the call, for example "vu_read" */
   const char* text;        /**< what happened */
-  const char* path;        /**< the file or folder that it happened to */
-  const char* system_text; /**< the system's words for its code */
+  const char* path;        /**< the file or folder concerned */
+  const char* system_text; /**< the system's text for its code */
 } vu_error;
 
-/** For the declaration of a vu_error. */
+/** Initialises a vu_error. */
 #define VU_ERROR_INIT \
   { sizeof(vu_error), 0, 0, NULL, NULL, NULL, NULL }
 
 /**
- * Tells what the calling thread's last call came to, be it a success or not. vu_version(),
- * vu_status_name(), vu_free() and this one do not count as calls.
- * @param error receives it. The texts are the library's, and valid until the thread's next call.
- *   Each is cut after 1,023 bytes, never within a character.
- * @return VU_DONE; VU_USAGE for a null pointer or a size that is unknown.
+ * Reports the result of the calling thread's last call, successful or not. vu_version(),
+ * vu_version_number(), vu_status_name(), vu_free() and vu_last_error() do not count as calls.
+ * @param error receives the result. Its texts belong to the library and are valid until the
+ *   thread's next call. Each is cut after 1,023 bytes, between two characters.
+ * @return VU_DONE; VU_USAGE for a null pointer or a wrong `struct_size`.
  */
 VU_C_API vu_status vu_last_error(vu_error* error);
 
-/** Gives back what the library has allocated. Null is fine. Never fails; any thread. */
+/** Releases memory that the library allocated. Null is allowed. Never fails. */
 VU_C_API void vu_free(void* memory);
 
 /* ---- the store ------------------------------------------------------------------------------ */
 
-/** The storage of this process, with the settings of whoever opened it. */
+/** A handle of the process's storage, with the settings of its vu_open_store(). */
 typedef struct vu_store vu_store;
 
 enum {
-  VU_MAKE_ROOT = 1,      /**< the root and its parents are made when they are missing */
-  VU_SHARED_FOLDERS = 2, /**< all owners share the area folders; else each has folders of its own */
-  VU_NO_ADOPTION = 4,    /**< files that appear behind the index are left alone, not adopted;
-                              whoever initialises decides that for the process */
-  VU_NO_GUARD = 8        /**< names go to the library as they are */
+  VU_MAKE_ROOT = 1,      /**< creates a missing root and its missing parents */
+  VU_SHARED_FOLDERS = 2, /**< all owners share the area folders; otherwise each has its own */
+  VU_NO_ADOPTION = 4,    /**< orphans are not adopted; the call that initialises decides */
+  VU_NO_GUARD = 8        /**< names are used unchecked */
 };
 
-/** For vu_settings::wait_ms: a lock that is held elsewhere ends the call at once. */
+/** For vu_settings::wait_ms: a call ends at once when another handle holds a lock it needs. */
 #define VU_NO_WAIT ((int64_t)-1)
 
-/** How a store is opened. All zero but for the size and the root is a good choice. */
+/** How to open a store. All fields but `struct_size` and `root` may be zero. */
 typedef struct vu_settings {
   size_t struct_size; /**< set by the caller */
-  const char* root;   /**< the folder in which the folder "storage" lies or is made; null for the
-                           storage that this process has opened already */
+  const char* root;   /**< the parent of the folder "storage"; null: the storage that is open */
   uint32_t flags;     /**< VU_MAKE_ROOT, VU_SHARED_FOLDERS, VU_NO_ADOPTION, VU_NO_GUARD */
   uint32_t reserved;  /**< 0 */
-  int64_t wait_ms;    /**< how long a call waits for locks: 0 as long as it takes, VU_NO_WAIT not at
-                           all */
+  int64_t wait_ms;    /**< limit of waiting for locks; 0: no limit, VU_NO_WAIT: no waiting */
 } vu_settings;
 
-/** For the declaration of a vu_settings. */
+/** Initialises a vu_settings. */
 #define VU_SETTINGS_INIT \
   { sizeof(vu_settings), NULL, 0, 0, 0 }
 
 /**
- * Initialises the storage of this process, or gives another handle of it, with settings of its own.
+ * Initialises the storage of this process, or returns another handle of it with its own settings.
  *
- * The guard, which is on unless VU_NO_GUARD is given, answers VU_REFUSED to names that would mean
- * something else than a name: with a separator, "." or "..", with "*" or "?", with a line feed or a
- * carriage return, "index.dat" and "index", empty ones, those that begin with ".vu-storing-", and
- * that of the file in which the folder keeps another document. On Windows also those with a colon,
- * with a dot or a blank at their end, and those of devices ("NUL"); letters count as in file names
- * there. Where owners share folders the owner may be null. Without the guard an empty owner or name
- * is VU_USAGE.
+ * The guard is on unless VU_NO_GUARD is set. It refuses with VU_REFUSED every text that is not a
+ * plain name:
+ * - empty names, "." and "..", names with a separator, "*", "?", a line feed or a carriage return;
+ * - "index.dat" and "index", and names that begin with ".vu-storing-";
+ * - the physical name of another document in the same folder;
+ * - on Windows also names with a colon, with a dot or a blank at the end, and devices such as
+ *   "NUL". Upper and lower case do not differ there.
+ *
+ * Where owners share folders the owner may be null. Without the guard an empty owner (where owners
+ * have folders) or an empty document name is VU_USAGE.
  *
  * @param settings null is VU_USAGE.
- * @param store receives the handle, with VU_DONE and VU_ALREADY; null otherwise. Give it back by
- *   vu_close_store().
- * @return VU_DONE when this call has initialised the storage. VU_ALREADY when it was initialised
- *   with this root before: the handle is good. VU_REFUSED when it was initialised with another root
- *   or layout; the path of vu_last_error() is the one in force. VU_NO_TREE when the root is no
- *   folder, or null with no storage open. VU_FAILED when the folders cannot be made.
+ * @param store receives the handle with VU_DONE and VU_ALREADY, otherwise null. The caller closes
+ *   it with vu_close_store().
+ * @return VU_DONE: this call initialised the storage. VU_ALREADY: the storage was open with this
+ *   root already; the handle is valid. VU_REFUSED: it is open with another root or layout; the path
+ *   in vu_last_error() is the one in use. VU_NO_TREE: the root is not a folder, or it is null and
+ *   no storage is open. VU_FAILED: the folders cannot be created.
  *
- * Waits while another thread initialises. Any thread.
+ * Waits while another thread initialises the storage.
  */
 VU_C_API vu_status vu_open_store(const vu_settings* settings, vu_store** store);
 
 /**
- * Gives a handle back. The storage stays initialised until the process ends, and streams stay open.
- * @return VU_DONE; VU_BUSY while a call with it is under way, on another thread or around the
- *   callback that asks; VU_BAD_HANDLE.
+ * Closes a handle. The storage stays initialised until the process ends. Streams stay open and
+ * usable.
+ * @return VU_DONE, VU_BAD_HANDLE, or VU_BUSY while a call uses the handle: on another thread, or
+ *   around the callback that calls this function.
  */
 VU_C_API vu_status vu_close_store(vu_store* store);
 
@@ -205,301 +240,325 @@ enum {
 };
 
 /**
- * The folder "storage" below the root, or that of an area in it.
- * @param area 0 for the storage itself.
+ * The path of the folder "storage" below the root, or of an area folder in it.
+ * @param area VU_AREA_..., or 0 for the folder "storage".
  * @param buffer,room,size receive the path; see the head of this file.
+ * @return VU_TOO_SHORT: the buffer is too short. Waits for nobody.
  */
 VU_C_API vu_status vu_folder(vu_store* store, int32_t area, char* buffer, size_t room,
                              size_t* size);
 
 /* ---- documents ------------------------------------------------------------------------------ */
 
-/** For vu_document::version: the latest one that there is. Not for calls that make a version. */
+/** For vu_document::version: the latest version. Calls that create a version, VU_READ_SERVED and
+ *  vu_open_part() do not accept it. */
 #define VU_LATEST ((int64_t)-1)
 
-/** Which document, and which version of it. */
+/** Names a document and one version of it. */
 typedef struct vu_document {
   size_t struct_size; /**< set by the caller */
   int32_t area;       /**< VU_AREA_... */
   uint32_t reserved;  /**< 0 */
   const char* owner;  /**< a user or a domain; may be null where owners share folders */
-  const char* name;   /**< with its extension */
-  int64_t version;    /**< 0 to 2147483647: any stamp of the caller's; or VU_LATEST */
+  const char* name;   /**< the logical name, with its extension */
+  int64_t version;    /**< 0 to 2147483647, any number that the caller chooses; or VU_LATEST */
 } vu_document;
 
-/** For the declaration of a vu_document. */
+/** Initialises a vu_document. */
 #define VU_DOCUMENT_INIT \
   { sizeof(vu_document), VU_AREA_DOCS, 0, NULL, NULL, 0 }
 
-/** What is known of a version. */
+/** Size and times of a version. */
 typedef struct vu_info {
   size_t struct_size; /**< set by the caller */
-  int64_t version;    /**< its version, also where VU_LATEST was asked for */
-  int64_t size;       /**< in bytes; -1 where nobody asked, or the system does not tell */
-  int64_t modified;   /**< the last change of its bytes; -1 as above */
-  int64_t accessed;   /**< the last access, as far as the system counts; -1 as above */
+  int64_t version;    /**< the version; never VU_LATEST */
+  int64_t size;       /**< in bytes; -1 if not requested, or unknown to the system */
+  int64_t modified;   /**< time of the last change of the bytes; -1 as above */
+  int64_t accessed;   /**< time of the last access that the system recorded; -1 as above */
 } vu_info;
 
-/** For the declaration of a vu_info. */
+/** Initialises a vu_info. */
 #define VU_INFO_INIT \
   { sizeof(vu_info), 0, -1, -1, -1 }
 
 /**
- * Whether a version exists.
- * @return VU_DONE when it does, VU_NOTHING_MATCHED when not.
+ * Checks whether a version exists.
+ * @return VU_DONE: it exists. VU_NOTHING_MATCHED: it does not.
  *
- * Waits for writers of the index. Any thread.
+ * Waits for writers of the index.
  */
 VU_C_API vu_status vu_exists(vu_store* store, const vu_document* document);
 
 /**
- * Size and times of a version.
+ * Returns size and times of a version.
  * @param info receives them.
- * @return VU_NOTHING_MATCHED when there is none. Waits as vu_exists(). Any thread.
+ * @return VU_NOTHING_MATCHED: there is no such version. Waits as vu_exists().
  */
 VU_C_API vu_status vu_describe(vu_store* store, const vu_document* document, vu_info* info);
 
 /**
- * The path of a version's file. What another program does to that file the library does not see.
- * @return VU_NOTHING_MATCHED when there is none. Waits as vu_exists(). Any thread.
+ * Returns the path of the file of a version. No lock protects the file: a later call may replace or
+ * remove it, and the library does not notice changes made by others.
+ * @return VU_NOTHING_MATCHED: there is no such version. Waits as vu_exists().
  */
 VU_C_API vu_status vu_file_path(vu_store* store, const vu_document* document, char* buffer,
                                 size_t room, size_t* size);
 
 /**
- * Reads a version as a whole: exactly the version that is named, whatever its age. The rules of
- * age of the stated interface are those of VU_READ_SERVED, see vu_open().
+ * Reads a whole version: exactly the one that is named.
  * @param buffer,room,size receive the bytes; see the head of this file. No NUL is added.
- * @return VU_NOTHING_MATCHED when there is none, VU_TOO_SHORT with nothing read.
+ * @return VU_NOTHING_MATCHED: there is no such version. VU_TOO_SHORT: nothing was read.
  *
- * Waits for writers of the index and of the document. Any thread.
+ * Waits for writers of the index and for writers of the document.
  */
 VU_C_API vu_status vu_read(vu_store* store, const vu_document* document, void* buffer, size_t room,
                            size_t* size);
 
 /**
- * The same into memory that the library allocates.
- * @param bytes receives it, with one NUL behind the last byte; for vu_free(). Null on failure.
- * @param size receives the number of bytes, the NUL not counted.
+ * As vu_read(), into memory that the library allocates.
+ * @param bytes receives the memory, with a NUL after the last byte; null on failure. The caller
+ *   releases it with vu_free().
+ * @param size receives the number of bytes without that NUL.
  */
 VU_C_API vu_status vu_read_whole(vu_store* store, const vu_document* document, void** bytes,
                                  size_t* size);
 
 enum {
-  VU_REPLACE = 1, /**< what is there already is replaced; else it is VU_ALREADY */
-  VU_IN_PLACE = 2 /**< the file is cut and written: half the work, and not atomic */
+  VU_REPLACE = 1, /**< an existing target is replaced; otherwise it is VU_ALREADY */
+  VU_IN_PLACE = 2 /**< the file is emptied and written: half the work, but not atomic */
 };
 
 /** How a version came to be stored. */
 enum {
-  VU_STORED_AT_ONCE = 1, /**< whoever reads, and an interruption, meet the old version or the new */
-  VU_STORED_IN_PLACE = 2 /**< an interruption may have left a part of it */
+  VU_STORED_AT_ONCE = 1, /**< atomic: readers get the old version or the new one */
+  VU_STORED_IN_PLACE = 2 /**< not atomic: an interruption can leave a part */
 };
 
 /**
- * Stores bytes as a version, and has them on the device before it returns.
+ * Stores bytes as a version. After VU_DONE they are on the device.
  *
- * It stores at once: the bytes go into a file of their own, and one save of the index puts that in
- * the place of the name. An interruption leaves the old version, or none, whole; a file and an
- * entry that begins with ".vu-storing-" may stay behind, which vu_clean() removes with age. With
- * VU_IN_PLACE, and where a file in the folder bears the very name of the document, the file is cut
- * and written instead, and `how` tells.
+ * Storing is atomic: the bytes go to a new file, then one save of the index gives this file to the
+ * version. Until that save readers get the old version. A call that fails leaves the old version in
+ * place. The head of this file lists what an interruption leaves.
  *
- * Replacing takes away what was made for the old content: the parts of a document (VU_AREA_DOCS),
- * the lines of category files (VU_AREA_USER).
+ * The file is emptied and written instead with VU_IN_PLACE, and when the folder contains a file
+ * with exactly the name of the document. A failure then leaves a part of the new bytes; the old
+ * ones are lost.
  *
- * @param document with a version, not VU_LATEST.
+ * Replacing a version removes what was derived from it: its parts (VU_AREA_DOCS), its lines in
+ * category files (VU_AREA_USER).
+ *
+ * @param document the version must not be VU_LATEST.
  * @param bytes may be null when `size` is 0.
  * @param size their number.
  * @param flags VU_REPLACE, VU_IN_PLACE.
  * @param how may be null; receives VU_STORED_AT_ONCE or VU_STORED_IN_PLACE.
- * @return VU_ALREADY when the version existed at the beginning of the call and VU_REPLACE is not
- *   given. VU_PARTLY_DONE when the version is stored, but something was refused beside that.
- *   VU_FAILED leaves the old version. Where the system refuses to tell which one is there, and on
- *   Windows while somebody has the old file open, it may be the new one: whole in either case.
+ * @return VU_ALREADY: the version existed when the call began, and VU_REPLACE is not set.
+ *   VU_PARTLY_DONE: the version is stored, but something beside it failed, for example removing old
+ *   parts. VU_FAILED: the old version is unchanged. Exception: after an I/O error, and on Windows
+ *   while another handle has the old file open, the new version can be in place. Either is
+ *   complete, except in place.
  *
- * Waits for writers and readers of the index, and of the document when it is written in place. Any
- * thread.
+ * Waits for readers and writers of the index; in place also for those of the document.
  */
 VU_C_API vu_status vu_put(vu_store* store, const vu_document* document, const void* bytes,
                           size_t size, uint32_t flags, int32_t* how);
 
 /**
- * Stores a file as a version, with its modification time; as vu_put().
- * @param path the file; VU_NOTHING_MATCHED when there is none. A lock of somebody else on it is
- *   not waited for: VU_FAILED.
+ * Stores a file as a version, with its modification time. Otherwise as vu_put(); but in place the
+ * bytes are not flushed, and a power failure can lose them.
+ * @param path the file, which is only read. A writer that locks it is not waited for: VU_FAILED.
+ * @return VU_NOTHING_MATCHED: there is no such file.
  */
 VU_C_API vu_status vu_copy_in(vu_store* store, const vu_document* document, const char* path,
                               uint32_t flags, int32_t* how);
 
 /**
- * Copies a version to a file outside, with its modification time.
- * @param path the file.
- * @param flags VU_REPLACE, without which a file that exists is VU_ALREADY.
- * @return VU_NOTHING_MATCHED when there is no such version. A copy that fails half-way leaves no
- *   file. Locks on the document are not waited for. Waits as vu_exists(). Any thread.
+ * Copies a version to a file outside the storage, with its modification time.
+ *
+ * The copy is not atomic and not flushed. An existing file is emptied first: when the copy then
+ * fails, the old file is lost and the incomplete one is removed. A failure before that leaves the
+ * old file as it was. After an interruption the target can be incomplete.
+ *
+ * @param path the target file.
+ * @param flags VU_REPLACE; without it an existing file is VU_ALREADY.
+ * @return VU_NOTHING_MATCHED: there is no such version. VU_FAILED also when the document or the
+ *   target is locked: the copy waits for neither. Waits as vu_exists().
  */
 VU_C_API vu_status vu_copy_out(vu_store* store, const vu_document* document, const char* path,
                                uint32_t flags);
 
 /**
- * Removes a version, with the lines of category files that name it.
- * @return VU_NOTHING_MATCHED when there is none; VU_FAILED when the system keeps the file.
+ * Removes a version, its file, and the lines of category files that name it. Streams that have the
+ * version open do not delay the call. Its parts stay until vu_clean() sweeps them.
+ * @return VU_NOTHING_MATCHED: there is no such version. VU_FAILED: the system keeps the file, as
+ *   Windows can do while it is open; the version stays. VU_PARTLY_DONE: the version is gone; a
+ *   dangling entry or a line that names it stays.
  *
- * Waits for writers and readers of the index. Any thread.
+ * Waits for readers and writers of the index.
  */
 VU_C_API vu_status vu_remove(vu_store* store, const vu_document* document);
 
 /**
- * Gives a version another name, version, owner or area. Parts of a document stay behind.
+ * Changes the name, version, owner or area of a version. Its parts stay behind.
  *
- * Within one folder of the storage that is one save. Otherwise the version is copied, and the old
- * one removed when the copy stands: an interruption may leave both. Documents of VU_AREA_DOCS with
- * another name lie in another folder nearly always.
+ * Within one folder one save of the index does it. Otherwise the version is copied as by
+ * vu_copy_in(), and then the old one is removed. Documents of VU_AREA_DOCS are spread over folders
+ * by name: a new name nearly always means another folder.
  *
- * @param flags VU_REPLACE, without which a version `to` that exists is VU_ALREADY.
- * @return VU_NOTHING_MATCHED when there is no `from`. Waits as vu_remove(). Any thread.
+ * @param flags VU_REPLACE; without it an existing version `to` is VU_ALREADY.
+ * @return VU_NOTHING_MATCHED: there is no version `from`. VU_PARTLY_DONE: the version has its new
+ *   name, but the old version or something derived from the replaced one stays. VU_ALREADY: both
+ *   versions are unchanged. VU_FAILED: the version is complete under one of the two names, or both.
+ *   Waits as vu_remove().
  */
 VU_C_API vu_status vu_rename(vu_store* store, const vu_document* from, const vu_document* to,
                              uint32_t flags);
 
 /**
- * The latest version of a name. `document->version` is not looked at.
+ * Returns the latest version of a name. `document->version` is ignored.
  * @param version receives it.
- * @return VU_NOTHING_MATCHED when there is none. Waits as vu_exists(). Any thread.
+ * @return VU_NOTHING_MATCHED: the name has no version. Waits as vu_exists().
  */
 VU_C_API vu_status vu_latest(vu_store* store, const vu_document* document, int64_t* version);
 
 /* ---- streams -------------------------------------------------------------------------------- */
 
-/** An open file of the storage, with its lock. */
+/** An open file of the storage. It holds the lock of the file until vu_stream_close(). */
 typedef struct vu_stream vu_stream;
 
 /** How a stream is opened. */
 enum {
-  VU_READ_EXACT = 1,  /**< read the version that is named, whatever its age */
-  VU_READ_SERVED = 2, /**< read what the stated interface serves, see vu_open() */
+  VU_READ_EXACT = 1,  /**< read exactly the named version */
+  VU_READ_SERVED = 2, /**< read under the rules of age, see vu_open() */
   VU_WRITE_NEW = 3,   /**< write a version that must not exist */
-  VU_WRITE_OVER = 4   /**< write a version; one that exists is cut first */
+  VU_WRITE_OVER = 4   /**< write a version; an existing one is emptied first */
 };
 
 /**
- * Opens a version for reading or writing. Readers share a lock, a writer has it alone.
+ * Opens a version for reading or writing. Streams that read share the lock of the file; a stream
+ * that writes has it exclusively.
  *
- * VU_READ_SERVED serves a document of VU_AREA_DOCS with the extension "kdf" only in its very
- * version. Anything else is served when it was stored as version 0; of VU_AREA_DOCS only when its
- * file is as new as `document->version` at least, otherwise it is VU_OUTDATED.
+ * VU_READ_SERVED follows the rules of vu_storage::OpenRead():
+ * - VU_AREA_DOCS with the extension "kdf": exactly the named version.
+ * - Other documents of VU_AREA_DOCS: version 0, if its file is at least as new as the time
+ *   `document->version`; otherwise VU_OUTDATED.
+ * - All others: version 0, whatever its age.
  *
- * A stream that writes is no vu_put(): others wait for it, and an interruption leaves a part.
+ * A stream that writes is not atomic: other programs wait for it, an interruption leaves the bytes
+ * written so far, and only vu_stream_close() flushes them. Prefer vu_put().
  *
  * @param mode one of the four.
- * @param stream receives the handle, for vu_stream_close(); null on failure.
- * @return VU_NOTHING_MATCHED, VU_ALREADY, VU_OUTDATED as above.
+ * @param stream receives the handle; null on failure. The caller closes it with vu_stream_close().
+ * @return VU_NOTHING_MATCHED: there is nothing to read. VU_ALREADY: VU_WRITE_NEW, and it exists.
+ *   VU_OUTDATED: see above.
  *
- * Waits for writers of the index, then for writers of the document, and when it writes for the
- * readers of both. Any thread.
+ * To read it waits for writers of the index, then for writers of the document. To write it waits
+ * for writers of the index, for a new version also for its readers; then for readers and writers of
+ * the document.
  */
 VU_C_API vu_status vu_open(vu_store* store, const vu_document* document, int32_t mode,
                            vu_stream** stream);
 
 /**
- * Opens a part of a document of VU_AREA_DOCS, a page of its rendition, say.
+ * Opens a part of a document of VU_AREA_DOCS, for example a page of its rendition.
  *
- * Reading opens the part when it is up to date, after refreshing it from its preload copy where
- * that is newer. VU_OUTDATED tells the caller to make the part and write it.
+ * Reading opens a part that is up to date. A newer preload copy (vu_storage::OpenReadSubPart()) is
+ * first copied over the part. VU_OUTDATED asks the caller to generate the part and write it.
  *
  * @param rendition "html@" + name, "pdf@" + name, or another name without "@".
  * @param part the part's name.
  * @param mode VU_READ_SERVED or VU_WRITE_OVER.
- * @param stream receives the handle, for vu_stream_close(); null on failure.
- * @return VU_NOTHING_MATCHED when there is no such version of the document. Waits as vu_open().
- *   Any thread.
+ * @param stream receives the handle; null on failure. The caller closes it with vu_stream_close().
+ * @return VU_NOTHING_MATCHED: there is no such version of the document. VU_OUTDATED: the part is
+ *   missing or too old. Waits as vu_open().
  */
 VU_C_API vu_status vu_open_part(vu_store* store, const vu_document* document, const char* rendition,
                                 const char* part, int32_t mode, vu_stream** stream);
 
 /**
- * Reads from the position on.
- * @param buffer room for `room` bytes; not null unless `room` is 0.
- * @param size receives the number of bytes read: fewer than `room` at the end of the file only, 0
+ * Reads from the position.
+ * @param buffer the caller's; not null unless `room` is 0.
+ * @param room the size of the buffer in bytes.
+ * @param size receives the number of bytes read: less than `room` only at the end of the file, 0
  *   when nothing is left.
- * @return VU_USAGE for a stream that writes.
+ * @return VU_USAGE: the stream writes.
  */
 VU_C_API vu_status vu_stream_read(vu_stream* stream, void* buffer, size_t room, size_t* size);
 
 /**
- * Writes at the position.
+ * Writes at the position. The bytes are not flushed before vu_stream_close().
  * @param bytes may be null when `size` is 0.
- * @return VU_FAILED when not all bytes were written, as on a full disk; VU_USAGE for a stream that
- *   reads.
+ * @return VU_FAILED: not all bytes were written, for example because the disk is full. VU_USAGE:
+ *   the stream reads.
  */
 VU_C_API vu_status vu_stream_write(vu_stream* stream, const void* bytes, size_t size);
 
-/** From where vu_stream_seek() counts. */
+/** The origin of vu_stream_seek(). */
 enum { VU_FROM_START = 0, VU_FROM_POSITION = 1, VU_FROM_END = 2 };
 
 /**
- * Moves the position.
- * @param distance in bytes, between -2147483648 and 2147483647.
- * @return VU_USAGE for another distance or origin. That a position cannot be is not told.
+ * Moves the position. A position before the start of the file is not reported.
+ * @param distance in bytes, from -2147483648 to 2147483647.
+ * @param origin VU_FROM_START, VU_FROM_POSITION or VU_FROM_END.
+ * @return VU_USAGE: the distance or the origin is out of range.
  */
 VU_C_API vu_status vu_stream_seek(vu_stream* stream, int64_t distance, int32_t origin);
 
-/** The size of the stream's file in bytes. */
+/** Returns the size of the stream's file in bytes. */
 VU_C_API vu_status vu_stream_size(vu_stream* stream, int64_t* size);
 
 /**
- * Closes a stream: what was written is on the device, and the lock is given back.
- * @return VU_FAILED when the system could not write all of it to the device. The stream is closed
- *   in any case but VU_BUSY and VU_BAD_HANDLE.
+ * Closes a stream: flushes what was written to the device, then releases the lock.
+ * @return VU_FAILED: the system did not write all bytes to the device. After VU_BUSY the stream is
+ *   still open; after any other result it is closed.
  */
 VU_C_API vu_status vu_stream_close(vu_stream* stream);
 
 /* ---- lists ---------------------------------------------------------------------------------- */
 
-/** For lists: sizes and times as well, which costs a question to the system for each entry. */
+/** For lists: also returns sizes and times, at the cost of one system call for each entry. */
 enum { VU_WITH_INFO = 1 };
 
-/** One version in a list. */
+/** One version in a list. Its texts are valid until the callback returns. */
 typedef struct vu_entry {
   size_t struct_size; /**< set by the library */
   int32_t area;       /**< VU_AREA_... */
   uint32_t reserved;  /**< 0 */
   const char* owner;  /**< empty where owners share folders */
-  const char* name;   /**< the document's name */
+  const char* name;   /**< the logical name */
   const char* file;   /**< the name of its file in the folder */
-  vu_info info;       /**< its version; the rest with VU_WITH_INFO */
+  vu_info info;       /**< the version; size and times only with VU_WITH_INFO */
 } vu_entry;
 
 /**
- * Is called for each entry, with no lock held: it may call the library.
- * @param context as it was given.
- * @param entry valid during the call alone.
- * @return 0 to go on; anything else ends the list with VU_INTERRUPTED.
+ * A callback of the caller, called once for each entry.
+ * @param context as passed to the call.
+ * @return 0 to continue; any other number ends the call with VU_INTERRUPTED.
  */
 typedef int32_t (*vu_entry_visitor)(void* context, const vu_entry* entry);
-/** The same for names. */
+/** As vu_entry_visitor, for names. */
 typedef int32_t (*vu_name_visitor)(void* context, const char* name);
 
 /**
- * Goes through the documents of an owner in one area, folder by folder, within each in the order of
- * the index (by name and version). Each folder is as it was when its turn came. Nothing is copied
- * into a list.
+ * Calls `visit` for each version of an owner's documents in one area: folder by folder, within a
+ * folder by name and version. Each folder is read once, when its turn comes; later changes are not
+ * seen.
  * @param owner may be null where owners share folders.
  * @param flags VU_WITH_INFO.
- * @return VU_DONE, also when there is none. Waits for writers of each index. Any thread.
+ * @return VU_DONE, also when there are no documents. Waits for writers of each index.
  */
 VU_C_API vu_status vu_each_document(vu_store* store, int32_t area, const char* owner,
                                     uint32_t flags, vu_entry_visitor visit, void* context);
 
-/** Goes through the versions of one name, the oldest first; `document->version` is not looked at.
- *  Otherwise as vu_each_document(). */
+/** As vu_each_document(), for the versions of one name, the oldest first. `document->version` is
+ *  ignored. */
 VU_C_API vu_status vu_each_version(vu_store* store, const vu_document* document, uint32_t flags,
                                    vu_entry_visitor visit, void* context);
 
 /**
- * Goes through the owners that have a folder in an area, in the system's order; none where owners
- * share folders.
+ * Calls `visit` for each owner that has a folder in an area, in the order of the system. Where
+ * owners share folders there are none. Waits for nobody.
  * @param area VU_AREA_...
  */
 VU_C_API vu_status vu_each_owner(vu_store* store, int32_t area, vu_name_visitor visit,
@@ -508,41 +567,40 @@ VU_C_API vu_status vu_each_owner(vu_store* store, int32_t area, vu_name_visitor 
 /* ---- key files ------------------------------------------------------------------------------ */
 
 /**
- * Key files are small texts of lines NAME=VALUE. `document` names one; its version is not looked
- * at, since key files have none. A change locks the file from the read to the write, so that none
- * is lost. It cuts the file and writes it: an interruption may leave a part.
+ * Key files contain lines NAME=VALUE. `document` names one; its version is ignored, because key
+ * files have none. A change holds the lock of the file from reading to writing, so concurrent
+ * changes do not overwrite each other. It empties the file and writes it: a failed write loses
+ * lines.
  *
- * With the guard on VU_REFUSED answers line names that are empty or hold "=", and names and values
- * that hold a line feed, a carriage return or a tab: the format cannot keep them.
+ * The guard refuses with VU_REFUSED what the format cannot store: line names that are empty or
+ * contain "=", and names and values with a line feed, a carriage return or a tab.
+ *
+ * vu_key_get() returns the value of the first line with that name. VU_NOTHING_MATCHED: there is no
+ * such line or file. Waits for writers of the index and for writers of the file.
  */
-
-/** The value of the first line with that name. VU_NOTHING_MATCHED when there is no line or file.
- *  Waits for writers of the index and of the file. Any thread. */
 VU_C_API vu_status vu_key_get(vu_store* store, const vu_document* document, const char* line,
                               char* buffer, size_t room, size_t* size);
-/** Gives the first line of that name a value and drops the others; a missing file or line is made.
- *  Waits for writers and readers of the index and of the file. Any thread. */
+/** Sets the value of the first line with that name and removes the others. Creates a missing file
+ *  or line. Waits for readers and writers of the index and of the file. */
 VU_C_API vu_status vu_key_set(vu_store* store, const vu_document* document, const char* line,
                               const char* value);
-/** Drops the lines of that name. VU_NOTHING_MATCHED when there is none. Waits as vu_key_set(). Any
- *  thread. */
+/** Removes the lines with that name. VU_NOTHING_MATCHED: there is none. Waits as vu_key_set(). */
 VU_C_API vu_status vu_key_delete(vu_store* store, const vu_document* document, const char* line);
 
-/** Is called for each line; see vu_entry_visitor. */
+/** As vu_entry_visitor, for lines. */
 typedef int32_t (*vu_line_visitor)(void* context, const char* name, const char* value);
-/** Goes through the lines in their order, with no lock held. VU_NOTHING_MATCHED when there is no
- *  such file. Waits as vu_key_get(). Any thread. */
+/** Calls `visit` for each line in file order. VU_NOTHING_MATCHED: there is no such file. Waits as
+ *  vu_key_get(). */
 VU_C_API vu_status vu_key_each(vu_store* store, const vu_document* document, vu_line_visitor visit,
                                void* context);
 
 /**
- * Profiles are key files with a fixed place: an owner's lies in VU_AREA_USER, the master profile in
- * the configuration folder (docs/host-guide.md), which must exist.
+ * Profiles are key files in a fixed place. An owner's profile is in VU_AREA_USER. The master
+ * profile is in the configuration folder (docs/host-guide.md), which must exist. The calls behave
+ * as those for key files.
  *
  * @param owner null for the master profile.
- * @param file null for "profile.txt", of the master profile "master.txt" where that is missing.
- *
- * Otherwise as the calls for key files.
+ * @param file null for "profile.txt"; for a master profile without that file, "master.txt".
  */
 VU_C_API vu_status vu_profile_get(vu_store* store, const char* owner, const char* file,
                                   const char* line, char* buffer, size_t room, size_t* size);
@@ -559,46 +617,52 @@ VU_C_API vu_status vu_profile_each(vu_store* store, const char* owner, const cha
 /* ---- owners and upkeep ---------------------------------------------------------------------- */
 
 /**
- * Renames an owner's folders of mail, lists and own files; corporate documents stay. Nobody else
- * may use these folders meanwhile.
- * @return VU_ALREADY when the new name has one of these folders, VU_NOTHING_MATCHED when the old
- *   one has none, VU_PARTLY_DONE when one could not be renamed.
+ * Renames an owner's folders of mail, lists and own files. Corporate documents keep the old owner.
+ * Takes and waits for no lock: nobody else may use these folders during the call.
+ * @return VU_ALREADY: a folder with the new name exists. VU_NOTHING_MATCHED: the old name has no
+ *   folder. VU_PARTLY_DONE: a folder keeps the old name, on Windows for example because a file in
+ *   it is open.
  */
 VU_C_API vu_status vu_rename_owner(vu_store* store, const char* from, const char* to);
 
 /**
- * Removes an owner's folders of mail, lists and own files with everything in them; corporate
- * documents stay.
- * @return VU_NOTHING_MATCHED when there is none, VU_PARTLY_DONE when something stays.
+ * Removes an owner's folders of mail, lists and own files with all files. Corporate documents stay.
+ * Takes and waits for no lock: other programs lose the files that they use.
+ * @return VU_NOTHING_MATCHED: the owner has no folder. VU_PARTLY_DONE: some files stay.
  */
 VU_C_API vu_status vu_remove_owner(vu_store* store, const char* owner);
 
 enum {
-  VU_DRY_RUN = 1,   /**< only tell what would go */
-  VU_BY_ACCESS = 2, /**< the last access counts, not the last change */
-  VU_CLEAN_ALL = 4  /**< with `older_than` 0: everything goes. Without it 0 is VU_REFUSED. */
+  VU_DRY_RUN = 1,   /**< only reports, removes nothing */
+  VU_BY_ACCESS = 2, /**< age is the time since the last access, not since the last change */
+  VU_CLEAN_ALL = 4  /**< allows `older_than` 0, which removes everything; else 0 is VU_REFUSED */
 };
 
 /**
- * Removes the versions of an area that have not been used for some time, with their parts, and
- * sweeps away files that no index accounts for (but not with `older_than` 0).
+ * Removes the versions of an area that are older than a limit, with their parts. Then it sweeps
+ * each folder: it removes orphans, and parts without a document, whatever their age. (With
+ * adoption, orphans became entries before, and go by their age.) There is no sweep with VU_DRY_RUN
+ * or with `older_than` 0.
  * @param owner null for every owner.
  * @param older_than in seconds, 0 to 4294967295.
  * @param flags VU_DRY_RUN, VU_BY_ACCESS, VU_CLEAN_ALL.
- * @param visit may be null; is told each version that is out of date, before its folder is cleaned.
- *   What it ends with VU_INTERRUPTED leaves that folder and those after it as they are.
- * @param count may be null; receives the number of versions that went, or would.
- * @return VU_NO_NAME for an owner whose name needs another code page than UTF-8. VU_PARTLY_DONE
- *   when something was refused on the way. Waits for writers and readers of each index. Any thread.
+ * @param visit may be null; called for each version that is too old, before its folder is cleaned.
+ *   VU_INTERRUPTED leaves that folder and all later ones unchanged; earlier ones stay cleaned.
+ * @param count may be null; receives the number of versions removed (with VU_DRY_RUN: to remove),
+ *   also when the call ends early.
+ * @return VU_NO_NAME: the folder's name is not the same in UTF-8 and in the code page.
+ *   VU_PARTLY_DONE: the system refused something. Waits for readers and writers of each index, not
+ *   for streams.
  */
 VU_C_API vu_status vu_clean(vu_store* store, int32_t area, const char* owner, int64_t older_than,
                             uint32_t flags, vu_entry_visitor visit, void* context, int64_t* count);
 
 /**
- * Converts an owner's mail folder once from escaped names to index entries, with its read list.
- * @return VU_DONE, also for one that is converted already; VU_NOTHING_MATCHED when the owner has no
- *   mail folder; VU_REFUSED where files are not adopted: the escaped ones would stay for ever.
- *   Waits for writers and readers of the index and the read list. Any thread.
+ * Migrates an owner's mail folder: escaped file names become entries of the index and of the read
+ * list.
+ * @return VU_DONE, also for a folder that is migrated already. VU_NOTHING_MATCHED: the owner has no
+ *   mail folder. VU_REFUSED: the storage was opened with VU_NO_ADOPTION, and the migration needs
+ *   adoption. Waits for readers and writers of the index and the read list.
  */
 VU_C_API vu_status vu_migrate_inbox(vu_store* store, const char* owner);
 
@@ -607,35 +671,37 @@ VU_C_API vu_status vu_migrate_inbox(vu_store* store, const char* owner);
 /** What a trace record is. */
 enum {
   VU_KIND_SCOPE_BEGIN = 1, /**< an operation begins; the text is its label */
-  VU_KIND_SCOPE_END = 2,   /**< it ends */
+  VU_KIND_SCOPE_END = 2,   /**< the operation ends */
   VU_KIND_MESSAGE = 3,     /**< a message of the operation */
-  VU_KIND_RECORD = 4,      /**< a record at a level */
+  VU_KIND_RECORD = 4,      /**< a record with a level */
   VU_KIND_DONE = 5,        /**< an event: something was done */
   VU_KIND_MISSING = 6,     /**< an event: something was missing or refused */
   VU_KIND_FAILURE = 7      /**< an event: something failed */
 };
 
-/** One trace record. */
+/** One trace record. Valid until the sink returns. */
 typedef struct vu_trace {
   size_t struct_size;    /**< set by the library */
   int32_t kind;          /**< VU_KIND_... */
-  int32_t level;         /**< 0 for the smallest circle of records to 4 for the widest; -1: none */
-  const char* source;    /**< the source's name */
-  int32_t line;          /**< line number in that source */
+  int32_t level;         /**< 0 (most important) to 4 (most detailed); -1: no level */
+  const char* source;    /**< name of the source */
+  int32_t line;          /**< line number in the source */
   uint32_t reserved;     /**< 0 */
-  const char* signature; /**< of the operation */
-  const char* text;      /**< bytes as the library has them, with a NUL behind the last one */
-  size_t text_size;      /**< without that NUL */
+  const char* signature; /**< signature of the operation */
+  const char* text;      /**< bytes in the encoding of vu_host::trace_sink, and a NUL */
+  size_t text_size;      /**< number of bytes without the NUL */
 } vu_trace;
 
-/** Receives traces, from any thread, several at once. It must not call the library. */
+/** Receives traces, from any thread and from several at once. The library may hold locks: the sink
+ *  must not call the library, and calls wait for it. */
 typedef void (*vu_trace_sink)(void* context, const vu_trace* record);
 
 /**
- * Has every trace of the library told to a callback. It takes the place of a sink that a C++ host
- * has installed. Call it while no other thread is inside the library.
- * @param sink null for silence.
- * @param level up to which level records and scopes are told: -1 (events alone) to 4.
+ * Sends every trace of the library to a callback, which replaces the sink of a C++ host. Call it
+ * while no other thread is inside the library.
+ * @param sink null for silence. It and `context` must stay valid until the next vu_set_trace()
+ *   returns.
+ * @param level the most detailed level to send: -1 (only events) to 4.
  */
 VU_C_API vu_status vu_set_trace(vu_trace_sink sink, void* context, int32_t level);
 
