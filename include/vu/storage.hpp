@@ -1,17 +1,18 @@
 /// @file
-/// The storage in C++17, over the C interface alone: any compiler, any standard library, linked as
-/// the program likes, because nothing of C++ crosses the border.
+/// The storage in C++17: a header over the C interface. Because only C crosses the border, the
+/// program may use any compiler and any standard library, linked in any way.
 ///
 ///     vu::store store("/srv/data", vu::make_root);
 ///     const vu::key report{vu::area::docs, "anna", "report.kdf", 20240501};
 ///     store.put(report, "Hello");
 ///     if (const auto text = store.read(report)) std::cout << *text;
 ///
-/// Failures are exceptions of the type vu::error. Answers are none: a document that is missing is
-/// an empty std::optional or false, one that exists already is false.
+/// Failures are exceptions of type vu::error. These two are results instead: a missing document is
+/// an empty std::optional or false; an existing one, where none may exist, is false.
 ///
-/// Objects are used as the handles behind them: a store by any number of threads, a file by one at
-/// a time. What a call waits for is told in vu/storage.h.
+/// Any number of threads may use one store; only one at a time may use a file. For locks, waits and
+/// crash safety see the head of vu/storage.h; each member here behaves as the C function that it
+/// calls.
 #ifndef VU_STORAGE_HPP
 #define VU_STORAGE_HPP
 
@@ -37,16 +38,16 @@ namespace vu {
 /// A point in time, in whole seconds.
 using time_point = std::chrono::time_point<std::chrono::system_clock, std::chrono::seconds>;
 
-/// What a call failed with. what() is the reason, with the path and the system's words.
+/// A failed call. what() contains the call, the reason, the path, the system's text and the status.
 class error : public std::runtime_error {
  public:
-  /// Of the calling thread's last call.
+  /// The error of the calling thread's last call.
   static error last() {
     vu_error told = VU_ERROR_INIT;
     vu_last_error(&told);
     return error(told);
   }
-  /// With the texts that the C interface has told.
+  /// Copies the texts of a vu_error.
   explicit error(const vu_error& told)
       : std::runtime_error(sentence(told)),
         m_code(told.status),
@@ -54,13 +55,13 @@ class error : public std::runtime_error {
         m_text(told.text),
         m_path(told.path) {}
 
-  /// A vu_status: VU_LOCK_TIMEOUT, say.
+  /// The vu_status, for example VU_LOCK_TIMEOUT.
   vu_status code() const noexcept { return m_code; }
-  /// The system's code; 0 when it was not the system.
+  /// The system's error code; 0 if the failure is not the system's.
   std::int32_t system_code() const noexcept { return m_system_code; }
   /// What happened, without the path.
   const std::string& text() const noexcept { return m_text; }
-  /// The file or folder that it happened to, UTF-8; may be empty.
+  /// The file or folder concerned, UTF-8; may be empty.
   const std::string& path() const noexcept { return m_path; }
 
  private:
@@ -77,23 +78,23 @@ class error : public std::runtime_error {
   std::string m_path;
 };
 
-/// Throws unless a call is done.
+/// Throws unless the status is VU_DONE.
 inline void check(vu_status status) {
   if (status != VU_DONE) throw error::last();
 }
-/// The same, but for one answer, which is false.
+/// As check(), but returns false for the status `answer`.
 inline bool check_unless(vu_status status, vu_status answer) {
   if (status == answer) return false;
   check(status);
   return true;
 }
 
-/// UTF-8 of a path, as the C interface takes it.
+/// A path in UTF-8, for the C interface.
 inline std::string utf8_of(const std::filesystem::path& path) {
   const auto text = path.u8string();
   return std::string(text.begin(), text.end());
 }
-/// A path of the C interface.
+/// The path for a UTF-8 text of the C interface.
 inline std::filesystem::path path_of(std::string_view utf8) {
 #if defined(__cpp_char8_t)
   return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
@@ -101,8 +102,8 @@ inline std::filesystem::path path_of(std::string_view utf8) {
   return std::filesystem::u8path(utf8.begin(), utf8.end());
 #endif
 }
-/// A path that the stated classes have given out, whose separator is the backslash everywhere, as
-/// the system writes it. Take narrow paths of Windows only in the UTF-8 code page.
+/// The path for a text that an exported class returned: those have backslashes on every system. On
+/// Windows use it for narrow paths only in the UTF-8 code page.
 inline std::filesystem::path native_path(std::string_view path) {
   std::string text(path);
   if constexpr (std::filesystem::path::preferred_separator != '\\') {
@@ -113,23 +114,23 @@ inline std::filesystem::path native_path(std::string_view path) {
   return path_of(text);
 }
 
-/// The library that is loaded, such as "1.0.0".
+/// The version of the loaded library, for example "1.0.0".
 inline std::string version() { return vu_version(); }
 /// The same as a number, to compare with VU_VERSION_NUMBER.
 inline std::int32_t version_number() { return vu_version_number(); }
 
-/// What a document belongs to.
+/// The area of a document.
 enum class area : std::int32_t { user = VU_AREA_USER, docs = VU_AREA_DOCS, mail = VU_AREA_MAIL };
 
-/// The latest version that there is.
+/// For key::version: the latest version, where VU_LATEST is accepted.
 inline constexpr std::int64_t latest = VU_LATEST;
 
-/// A document, in one of its versions.
+/// Names a document and one version of it.
 struct key {
-  vu::area area = vu::area::docs;  ///< what it belongs to
-  std::string owner;               ///< a user or a domain
-  std::string name;                ///< with its extension
-  std::int64_t version = 0;        ///< any stamp from 0 to 2147483647, or vu::latest
+  vu::area area = vu::area::docs;  ///< its area
+  std::string owner;               ///< a user or a domain; empty where owners share folders
+  std::string name;                ///< the logical name, with its extension
+  std::int64_t version = 0;        ///< 0 to 2147483647, any number of the caller's; or vu::latest
 
   friend bool operator==(const key& a, const key& b) {
     return a.area == b.area && a.owner == b.owner && a.name == b.name && a.version == b.version;
@@ -137,7 +138,7 @@ struct key {
   friend bool operator!=(const key& a, const key& b) { return !(a == b); }
 };
 
-/// A key for a call of the C interface; lives as long as the key.
+/// The key as the C interface takes it. The result refers to the texts of the key: keep the key.
 inline vu_document document_of(const key& of) {
   vu_document document = VU_DOCUMENT_INIT;
   document.area = static_cast<std::int32_t>(of.area);
@@ -149,12 +150,12 @@ inline vu_document document_of(const key& of) {
 
 /// Size and times of a version.
 struct info {
-  std::int64_t version = 0;  ///< its version
+  std::int64_t version = 0;  ///< the version
   std::int64_t size = -1;    ///< in bytes
   time_point modified;       ///< the last change of its bytes
-  time_point accessed;       ///< the last access, as far as the system counts
+  time_point accessed;       ///< the last access that the system recorded
 
-  /// How long ago it was changed.
+  /// The time since the last change.
   std::chrono::seconds age() const {
     return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()) - modified;
   }
@@ -163,78 +164,78 @@ struct info {
 /// One version in a list.
 struct entry : key {
   std::string file;              ///< the name of its file in the folder
-  std::optional<vu::info> info;  ///< where it was asked for
+  std::optional<vu::info> info;  ///< only if it was requested
 };
 
-/// What happens to a version, or a file, that is there already.
+/// What to do with a version or file that exists already.
 enum class if_there : std::uint32_t { keep = 0, replace = VU_REPLACE };
 
-/// How a version came to be stored.
+/// How a version was stored.
 enum class stored : std::int32_t {
-  not_stored = 0,                ///< it was there already
-  at_once = VU_STORED_AT_ONCE,   ///< readers and interruptions meet the old version or the new
-  in_place = VU_STORED_IN_PLACE  ///< an interruption may have left a part of it
+  not_stored = 0,                ///< it existed, and was kept
+  at_once = VU_STORED_AT_ONCE,   ///< atomic: readers get the old version or the new one
+  in_place = VU_STORED_IN_PLACE  ///< not atomic: an interruption can leave a part
 };
 
-/// For calls about profiles: the master profile; for those about cleaning: every owner.
+/// As an owner: the master profile for calls about profiles, every owner for those about cleaning.
 inline constexpr std::nullopt_t nobody = std::nullopt;
 
-/// What a cleaning removes; can be combined with "|".
+/// What a clean removes. Values can be combined with "|".
 enum class cleaning : std::uint32_t {
-  by_change = 0,              ///< what was not changed for longer than that
-  by_access = VU_BY_ACCESS,   ///< what was not read for longer than that
-  everything = VU_CLEAN_ALL,  ///< with an age of 0: all of it
+  by_change = 0,              ///< versions not changed for longer than the limit
+  by_access = VU_BY_ACCESS,   ///< versions not read for longer than the limit
+  everything = VU_CLEAN_ALL,  ///< allows a limit of 0, which removes all versions
 };
-/// Both.
+/// Combines both.
 constexpr cleaning operator|(cleaning a, cleaning b) {
   return static_cast<cleaning>(static_cast<std::uint32_t>(a) | static_cast<std::uint32_t>(b));
 }
 
-/// How a store is opened; can be combined with "|".
+/// How to open a store. Values can be combined with "|".
 enum options : std::uint32_t {
-  make_root = VU_MAKE_ROOT,            ///< the root is made when it is missing
-  shared_folders = VU_SHARED_FOLDERS,  ///< all owners share the folders
-  no_adoption = VU_NO_ADOPTION,        ///< files that appear behind the index are left alone
-  no_guard = VU_NO_GUARD               ///< names go to the library as they are
+  make_root = VU_MAKE_ROOT,            ///< creates a missing root
+  shared_folders = VU_SHARED_FOLDERS,  ///< all owners share the area folders
+  no_adoption = VU_NO_ADOPTION,        ///< orphans are not adopted
+  no_guard = VU_NO_GUARD               ///< names are used unchecked
 };
-/// Both.
+/// Combines both.
 constexpr options operator|(options a, options b) {
   return static_cast<options>(static_cast<std::uint32_t>(a) | static_cast<std::uint32_t>(b));
 }
 
-/// An open file of the storage, with its lock; closes itself. To learn whether everything that was
-/// written is on the device, call close().
+/// An open file of the storage; it holds the lock of the file. The destructor closes it and ignores
+/// errors: call close() to learn whether everything is on the device.
 class file {
  public:
-  /// Closed.
+  /// A closed file.
   file() = default;
-  /// Takes an open stream over.
+  /// Takes ownership of an open stream.
   explicit file(vu_stream* stream) noexcept : m_stream(stream) {}
-  /// Takes over what @p other has open, which is closed then.
+  /// Takes the stream of @p other, which is closed afterwards.
   file(file&& other) noexcept : m_stream(std::exchange(other.m_stream, nullptr)) {}
-  /// The same; what this object had open is closed.
+  /// The same; closes the stream that this object had.
   file& operator=(file&& other) noexcept {
     file taken(std::move(other));
     std::swap(m_stream, taken.m_stream);
     return *this;
   }
-  /// A failure of the close is not told.
+  /// Closes the stream. Errors are ignored.
   ~file() {
     if (m_stream != nullptr) vu_stream_close(m_stream);
   }
 
   /// Whether it is open.
   explicit operator bool() const noexcept { return m_stream != nullptr; }
-  /// The handle, which stays this object's.
+  /// The handle; this object remains its owner.
   vu_stream* handle() const noexcept { return m_stream; }
 
-  /// Reads up to @p room bytes; fewer at the end of the file only.
+  /// Reads up to @p room bytes; less only at the end of the file.
   std::size_t read(void* buffer, std::size_t room) {
     std::size_t size = 0;
     check(vu_stream_read(m_stream, buffer, room, &size));
     return size;
   }
-  /// Reads what is left.
+  /// Reads from the position to the end of the file.
   std::string read() {
     std::string bytes;
     constexpr std::size_t piece = 65536;
@@ -245,7 +246,7 @@ class file {
       if (got < piece) return bytes;
     }
   }
-  /// Writes all bytes at the position.
+  /// Writes all bytes at the position. They are not flushed before close().
   void write(std::string_view bytes) {
     check(vu_stream_write(m_stream, bytes.data(), bytes.size()));
   }
@@ -253,13 +254,13 @@ class file {
   void seek(std::int64_t distance, std::int32_t origin = VU_FROM_START) {
     check(vu_stream_seek(m_stream, distance, origin));
   }
-  /// In bytes.
+  /// The size in bytes.
   std::int64_t size() const {
     std::int64_t bytes = 0;
     check(vu_stream_size(m_stream, &bytes));
     return bytes;
   }
-  /// Closes the file, with everything on the device. Nothing when it is closed.
+  /// Flushes what was written, releases the lock and closes. Does nothing if it is closed.
   void close() {
     if (m_stream != nullptr) check(vu_stream_close(std::exchange(m_stream, nullptr)));
   }
@@ -278,13 +279,13 @@ inline const char* c_text(const std::optional<std::string>& text) {
   return text ? text->c_str() : nullptr;
 }
 
-/// A callback of the caller behind one of C: an exception waits until C is left.
+/// A C++ function as a callback of C. It keeps an exception until the C call has returned.
 template <class Function>
 struct callback {
   Function& function;
   std::exception_ptr raised;
 
-  /// @param make gives back what the function is called with, and may throw as well.
+  /// @param make returns the arguments for the function; it may throw.
   template <class Make>
   std::int32_t call_with(Make make) noexcept {
     try {
@@ -294,7 +295,7 @@ struct callback {
       return 1;
     }
   }
-  /// @return whether the list went to its end.
+  /// @return whether the list was completed.
   bool finish(vu_status status) const {
     if (raised) std::rethrow_exception(raised);
     return check_unless(status, VU_INTERRUPTED);
@@ -323,25 +324,26 @@ std::int32_t visit_entry(void* context, const vu_entry* told) {
 
 }  // namespace detail
 
-/// The storage of this process. Closes its handle; the storage stays initialised.
+/// A handle of the process's storage. The destructor closes the handle, not the storage.
 class store {
  public:
-  /// How the object came to be.
+  /// Whether the constructor initialised the storage or joined it.
   enum class start { initialised, joined };
 
-  /// Opens the storage below a root, or joins it when this process has opened it before.
-  /// @param wait how long calls wait for locks: nothing for as long as it takes, 0 not at all.
-  /// @throws error VU_REFUSED when this process has opened another root, VU_NO_TREE when there is
-  /// no such folder.
+  /// Initialises the storage below a root, or joins it if this process has opened it already.
+  /// @param wait the limit of all waits of one call; without a value there is no limit, 0 means no
+  /// waiting.
+  /// @throws error VU_REFUSED if this process has opened another root, VU_NO_TREE if the folder
+  /// does not exist.
   explicit store(const std::filesystem::path& root, options how = options{},
                  std::optional<std::chrono::milliseconds> wait = std::nullopt)
       : store(utf8_of(root).c_str(), how, wait) {}
-  /// Joins the storage that this process has opened.
+  /// Joins the storage that this process has opened. @throws error VU_NO_TREE if there is none.
   store() : store(nullptr, options{}, std::nullopt) {}
-  /// Takes the handle of @p other, which has none then.
+  /// Takes the handle of @p other, which has none afterwards.
   store(store&& other) noexcept
       : m_store(std::exchange(other.m_store, nullptr)), m_start(other.m_start) {}
-  /// Changes handles with @p other.
+  /// Swaps handles with @p other.
   store& operator=(store&& other) noexcept {
     std::swap(m_store, other.m_store);
     std::swap(m_start, other.m_start);
@@ -353,7 +355,7 @@ class store {
 
   /// Whether this object has initialised the storage.
   start how_started() const noexcept { return m_start; }
-  /// The handle, which stays this object's.
+  /// The handle; this object remains its owner.
   vu_store* handle() const noexcept { return m_store; }
   /// The folder "storage" below the root.
   std::filesystem::path folder() const { return folder_of(0); }
@@ -362,12 +364,12 @@ class store {
 
   // ---- documents -------------------------------------------------------------------------------
 
-  /// Whether there is such a version.
+  /// Whether the version exists.
   bool exists(const key& of) const {
     const vu_document document = document_of(of);
     return check_unless(vu_exists(m_store, &document), VU_NOTHING_MATCHED);
   }
-  /// The bytes of exactly that version; nothing when there is none.
+  /// The bytes of exactly this version; empty optional if it does not exist.
   std::optional<std::string> read(const key& of) const {
     const vu_document document = document_of(of);
     void* bytes = nullptr;
@@ -377,8 +379,8 @@ class store {
     const std::unique_ptr<void, detail::freed> owned(bytes);
     return std::string(static_cast<const char*>(bytes), size);
   }
-  /// The same into memory of the caller. @return how many bytes there are: without a buffer and
-  /// room that is all that happens. @throws error VU_TOO_SHORT
+  /// The same into the caller's buffer. @return the number of bytes; with a null buffer and no room
+  /// only that. @throws error VU_TOO_SHORT
   std::optional<std::size_t> read(const key& of, void* buffer, std::size_t room) const {
     const vu_document document = document_of(of);
     std::size_t size = 0;
@@ -386,16 +388,15 @@ class store {
       return std::nullopt;
     return size;
   }
-  /// Stores a version at once: whoever reads, and an interruption, meet the old version or the new.
-  /// (C++ keeps the name of the class for its constructors.)
+  /// Stores a version atomically: see vu_put(). (C++ keeps the name `store` for the constructor.)
   stored put(const key& as, std::string_view bytes, if_there there = if_there::replace) {
     return put(as, bytes, static_cast<std::uint32_t>(there));
   }
-  /// Stores a version by cutting its file and writing it: half the work, and not atomic.
+  /// Stores a version by emptying its file and writing it: half the work, but not atomic.
   stored put_in_place(const key& as, std::string_view bytes, if_there there = if_there::replace) {
     return put(as, bytes, static_cast<std::uint32_t>(there) | VU_IN_PLACE);
   }
-  /// Stores a file at once, with its time.
+  /// Stores a file as a version, with its modification time; atomically, as put().
   stored copy_in(const key& as, const std::filesystem::path& path,
                  if_there there = if_there::replace) {
     const vu_document document = document_of(as);
@@ -405,7 +406,8 @@ class store {
                  VU_ALREADY);
     return static_cast<stored>(how);
   }
-  /// Copies a version to a file, with its time. @return false when the file is there already.
+  /// Copies a version to a file, not atomically: see vu_copy_out(). @return false if the file
+  /// exists and is kept.
   bool copy_out(const key& of, const std::filesystem::path& path,
                 if_there there = if_there::replace) const {
     const vu_document document = document_of(of);
@@ -413,13 +415,13 @@ class store {
         vu_copy_out(m_store, &document, utf8_of(path).c_str(), static_cast<std::uint32_t>(there)),
         VU_ALREADY);
   }
-  /// @return false when there is no such version.
+  /// Removes a version. @return false if it does not exist.
   bool remove(const key& what) {
     const vu_document document = document_of(what);
     return check_unless(vu_remove(m_store, &document), VU_NOTHING_MATCHED);
   }
-  /// Gives a version another name, version, owner or area. @return false when the new one is there
-  /// already.
+  /// Changes the name, version, owner or area of a version. @return false if the new one exists and
+  /// is kept. @throws error VU_NOTHING_MATCHED if there is no @p from.
   bool rename(const key& from, const key& to, if_there there = if_there::keep) {
     const vu_document old_document = document_of(from);
     const vu_document document = document_of(to);
@@ -427,7 +429,7 @@ class store {
         vu_rename(m_store, &old_document, &document, static_cast<std::uint32_t>(there)),
         VU_ALREADY);
   }
-  /// Size and times; nothing when there is no such version.
+  /// Size and times; empty optional if the version does not exist.
   std::optional<vu::info> describe(const key& of) const {
     const vu_document document = document_of(of);
     vu_info told = VU_INFO_INIT;
@@ -435,14 +437,14 @@ class store {
       return std::nullopt;
     return detail::info_of(told);
   }
-  /// The path of a version's file; @throws error VU_NOTHING_MATCHED.
+  /// The path of the version's file. @throws error VU_NOTHING_MATCHED if it does not exist.
   std::filesystem::path file_path(const key& of) const {
     const vu_document document = document_of(of);
     return path_of(text([&](char* buffer, std::size_t room, std::size_t* size) {
       return vu_file_path(m_store, &document, buffer, room, size);
     }));
   }
-  /// The latest version of a name; nothing when there is none.
+  /// The latest version of a name; empty optional if there is none.
   std::optional<std::int64_t> latest_version(const key& of) const {
     const vu_document document = document_of(of);
     std::int64_t version = 0;
@@ -453,28 +455,30 @@ class store {
 
   // ---- files -----------------------------------------------------------------------------------
 
-  /// Opens exactly that version for reading; closed when there is none.
+  /// Opens exactly this version for reading; the file is closed if it does not exist.
   file open(const key& of) const { return opened(of, VU_READ_EXACT, VU_NOTHING_MATCHED); }
-  /// Opens what the stated interface serves, see vu_open(). @throws error VU_OUTDATED
+  /// Opens for reading under the rules of VU_READ_SERVED; the file is closed if nothing matches.
+  /// @throws error VU_OUTDATED
   file open_served(const key& of) const { return opened(of, VU_READ_SERVED, VU_NOTHING_MATCHED); }
-  /// Opens a version for writing; closed when it is there already and is to be kept.
+  /// Opens a version for writing; the file is closed if it exists and is kept.
   file create(const key& as, if_there there = if_there::keep) {
     return opened(as, there == if_there::keep ? VU_WRITE_NEW : VU_WRITE_OVER, VU_ALREADY);
   }
-  /// Opens a part for reading; closed when it has to be made.
-  /// @throws error VU_NOTHING_MATCHED when there is no such version of the document.
+  /// Opens a part for reading; the file is closed if the caller has to generate the part.
+  /// @throws error VU_NOTHING_MATCHED if the version of the document does not exist.
   file open_part(const key& of, const std::string& rendition, const std::string& part) const {
     return part_of(of, rendition, part, VU_READ_SERVED);
   }
-  /// Opens a part for writing; one that exists is cut first.
+  /// Opens a part for writing; an existing one is emptied first.
   file create_part(const key& of, const std::string& rendition, const std::string& part) {
     return part_of(of, rendition, part, VU_WRITE_OVER);
   }
 
   // ---- lists -----------------------------------------------------------------------------------
 
-  /// Calls @p visit(const entry&) for each document of an owner, until it says false. No lock is
-  /// held meanwhile, and no list is made. @return whether it went to the end.
+  /// Calls @p visit(const entry&) for each document of an owner until it returns false. It runs
+  /// without a lock and may call the library; its exceptions reach the caller. @return whether all
+  /// were visited.
   template <class Visit>
   bool each_document(area of, const std::string& owner, Visit visit, bool with_info = false) const {
     detail::callback<Visit> back{visit, nullptr};
@@ -516,32 +520,32 @@ class store {
 
   // ---- key files and profiles ------------------------------------------------------------------
 
-  /// The value of a line; nothing when there is no such line or file.
+  /// The value of a line; empty optional if the line or the file does not exist.
   std::optional<std::string> key_value(const key& of, const std::string& line) const {
     const vu_document document = document_of(of);
     return value([&](char* buffer, std::size_t room, std::size_t* size) {
       return vu_key_get(m_store, &document, line.c_str(), buffer, room, size);
     });
   }
-  /// Gives a line a value; makes what is missing.
+  /// Sets the value of a line; creates a missing line or file.
   void set_key(const key& of, const std::string& line, const std::string& value) {
     const vu_document document = document_of(of);
     check(vu_key_set(m_store, &document, line.c_str(), value.c_str()));
   }
-  /// @return false when there is no such line.
+  /// @return false if the line does not exist.
   bool remove_key(const key& of, const std::string& line) {
     const vu_document document = document_of(of);
     return check_unless(vu_key_delete(m_store, &document, line.c_str()), VU_NOTHING_MATCHED);
   }
-  /// The lines in their order; none when there is no such file.
+  /// The lines in file order; empty if the file does not exist.
   std::vector<std::pair<std::string, std::string>> keys(const key& of) const {
     const vu_document document = document_of(of);
     return lines([&](vu_line_visitor visit, void* context) {
       return vu_key_each(m_store, &document, visit, context);
     });
   }
-  /// Of an owner's profile, or of the master one, see vu_profile_get(); @p file for another one
-  /// than the usual.
+  /// The value of a line of an owner's profile or of the master profile, see vu_profile_get(). @p
+  /// file names another file than the default.
   std::optional<std::string> profile_value(
       const std::optional<std::string>& owner, const std::string& line,
       const std::optional<std::string>& file = std::nullopt) const {
@@ -550,21 +554,21 @@ class store {
                             buffer, room, size);
     });
   }
-  /// Gives a line of a profile a value.
+  /// Sets the value of a line of a profile.
   void set_profile(const std::optional<std::string>& owner, const std::string& line,
                    const std::string& value,
                    const std::optional<std::string>& file = std::nullopt) {
     check(vu_profile_set(m_store, detail::c_text(owner), detail::c_text(file), line.c_str(),
                          value.c_str()));
   }
-  /// @return false when there is no such line.
+  /// @return false if the line does not exist.
   bool remove_profile(const std::optional<std::string>& owner, const std::string& line,
                       const std::optional<std::string>& file = std::nullopt) {
     return check_unless(
         vu_profile_delete(m_store, detail::c_text(owner), detail::c_text(file), line.c_str()),
         VU_NOTHING_MATCHED);
   }
-  /// The lines of a profile in their order; none when there is no such file.
+  /// The lines of a profile in file order; empty if the file does not exist.
   std::vector<std::pair<std::string, std::string>> profile(
       const std::optional<std::string>& owner,
       const std::optional<std::string>& file = std::nullopt) const {
@@ -575,11 +579,11 @@ class store {
 
   // ---- owners and upkeep -----------------------------------------------------------------------
 
-  /// @return false when the new name is taken.
+  /// @return false if a folder with the new name exists.
   bool rename_owner(const std::string& from, const std::string& to) {
     return check_unless(vu_rename_owner(m_store, from.c_str(), to.c_str()), VU_ALREADY);
   }
-  /// @return false when the owner has no folders.
+  /// @return false if the owner has no folders.
   bool remove_owner(const std::string& owner) {
     return check_unless(vu_remove_owner(m_store, owner.c_str()), VU_NOTHING_MATCHED);
   }
@@ -595,8 +599,8 @@ class store {
                          detail::visit_entry<decltype(add)>, &back, nullptr));
     return all;
   }
-  /// Removes the versions that have not been changed, or read, for longer than that; of every owner
-  /// without one. @return how many.
+  /// Removes the versions that are older than a limit, and sweeps: see vu_clean(). Without an owner
+  /// it cleans every owner. @return the number of versions removed.
   std::int64_t clean(area of, const std::optional<std::string>& owner,
                      std::chrono::seconds older_than, cleaning how = cleaning::by_change) {
     std::int64_t count = 0;
@@ -604,7 +608,7 @@ class store {
                    older_than.count(), static_cast<std::uint32_t>(how), nullptr, nullptr, &count));
     return count;
   }
-  /// Converts an owner's mail folder, once. @return false when there is none.
+  /// Migrates an owner's mail folder. @return false if the owner has none.
   bool migrate_inbox(const std::string& owner) {
     return check_unless(vu_migrate_inbox(m_store, owner.c_str()), VU_NOTHING_MATCHED);
   }
@@ -645,7 +649,7 @@ class store {
     }));
   }
 
-  /// A text of any length: asked for again while it grows.
+  /// A text of any length: repeats the call with more room while the text grows.
   template <class Ask>
   static std::optional<std::string> value(Ask ask) {
     std::string result(256, '\0');
@@ -687,22 +691,22 @@ class store {
   start m_start = start::joined;
 };
 
-/// One trace record; the texts are valid during the call alone.
+/// One trace record. Its texts are valid until the function returns.
 struct trace {
   std::int32_t kind = 0;       ///< VU_KIND_...
-  std::int32_t level = -1;     ///< 0 to 4; -1 for none
-  std::string_view source;     ///< the source's name
-  std::int32_t line = 0;       ///< line number in that source
-  std::string_view signature;  ///< of the operation
-  std::string_view text;       ///< as the library has it
+  std::int32_t level = -1;     ///< 0 to 4; -1: no level
+  std::string_view source;     ///< name of the source
+  std::int32_t line = 0;       ///< line number in the source
+  std::string_view signature;  ///< signature of the operation
+  std::string_view text;       ///< see vu_trace::text
 };
 
-/// Has every trace of the library told to a function, until the object goes. The function may be
-/// called by any thread, by several at once, and must not call the library; what it throws is lost.
-/// One object at a time, made and ended while no other thread is inside the library.
+/// Sends every trace of the library to a function during the life of this object. Any thread may
+/// call the function, several at once. It must not call the library; its exceptions are dropped.
+/// Only one object at a time; construct and destroy it while no other thread is inside the library.
 class trace_listener {
  public:
-  /// @param level up to which level records and scopes are told: -1 (events alone) to 4.
+  /// @param level the most detailed level to send: -1 (only events) to 4.
   explicit trace_listener(std::function<void(const trace&)> tell, std::int32_t level = 4)
       : m_tell(std::move(tell)) {
     check(vu_set_trace(hear, this, level));
@@ -721,7 +725,7 @@ class trace_listener {
                                                      told->signature,
                                                      {told->text, told->text_size}});
     } catch (...) {
-      // A sink has nobody to tell.
+      // A sink cannot report a failure.
     }
   }
 
