@@ -8,7 +8,7 @@ _succeeded = set()
 
 
 class _Noted:
-    """A function of the library that is noted when it succeeds."""
+    """Calls a function of the library and notes its name when it succeeds."""
 
     def __init__(self, name, function):
         self._name = name

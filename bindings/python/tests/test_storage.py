@@ -253,7 +253,7 @@ def test_owners_and_upkeep(store, tmp_path):
         store.clean("user", "ida", datetime.timedelta(0))
     assert store.outdated("user", "ida", DAY, by_access=True) == []
     assert len(store.outdated("user", "ida", datetime.timedelta(0), everything=True)) == 1
-    # Less than a second is not nothing.
+    # An age below one second is not 0.
     assert store.outdated("user", "ida", datetime.timedelta(milliseconds=1)) == []
     assert not store.migrate_inbox("ida")
     assert store.rename_owner("ida", "jule")

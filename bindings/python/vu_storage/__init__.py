@@ -1,4 +1,4 @@
-"""A storage of documents, over the C interface of the library: nothing is compiled.
+"""The storage library for Python, through its C interface; nothing is compiled.
 
     import vu_storage
 
@@ -7,9 +7,12 @@
         store.put(report, b"Hello")
         print(store.read(report))
 
-Names and texts are str, bytes of documents are bytes, paths are anything that pathlib takes.
-Failures are exceptions derived from StorageError. Answers are none: a document that is missing is
-None or False. What a call waits for is told in vu/storage.h.
+Names and texts are str, contents of documents are bytes, paths are str or os.PathLike. Failures
+are exceptions derived from StorageError. A missing document is not a failure: the call returns
+None or False. Where a method has to return something else, it raises NotThere.
+
+Each method behaves as the C function of the same purpose. The head of vu/storage.h says which locks
+a call waits for, which threads may call, and what a crash leaves.
 """
 
 from __future__ import annotations
@@ -30,7 +33,7 @@ __all__ = [
     "Refused", "StorageError", "Store", "Trace", "set_trace", "version", "version_number",
 ]
 
-#: For Key.version: the latest one that there is.
+#: For Key.version: the latest version.
 LATEST = -1
 
 _AREAS = {"user": 1, "docs": 2, "mail": 3}
@@ -43,7 +46,8 @@ PathLike = Union[str, "os.PathLike[str]"]
 
 
 class StorageError(Exception):
-    """A call failed. The attributes tell why: status, name, text, path, system_code."""
+    """A failed call. Its attributes: status (a number), name (of the status), operation (the call),
+    text (what happened), path (or None), system_code (0 if the failure is not the system's)."""
 
     def __init__(self, status: int, operation: str, text: str, path: str, system_code: int,
                  system_text: str) -> None:
@@ -70,15 +74,15 @@ class LockTimeout(StorageError):
 
 
 class Refused(StorageError):
-    """The guard refuses a name that would mean something else than a name."""
+    """The guard refuses the request, for example a name with a separator."""
 
 
 class AlreadyThere(StorageError):
-    """It is there already."""
+    """It exists already."""
 
 
 class Outdated(StorageError):
-    """There is one, but older than was asked for."""
+    """It exists, but is older than requested."""
 
 
 _KINDS: dict[int, type[StorageError]] = {
@@ -88,7 +92,7 @@ _KINDS: dict[int, type[StorageError]] = {
 
 
 def version() -> str:
-    """The version of the library that is loaded."""
+    """The version of the loaded library, for example "1.0.0"."""
     return _c.library.vu_version().decode()
 
 
@@ -98,7 +102,7 @@ def version_number() -> int:
 
 
 def _text(raw: Optional[bytes]) -> str:
-    # Names on Linux are bytes: what is no UTF-8 goes both ways unchanged.
+    # Names on Linux are bytes: invalid UTF-8 survives both conversions.
     return (raw or b"").decode("utf-8", "surrogateescape")
 
 
@@ -122,7 +126,7 @@ def _last_error() -> StorageError:
 
 
 def _check(status: int, *answers: int) -> bool:
-    """True when a call is done, False for an answer; raises otherwise."""
+    """Returns True for DONE and False for one of the answers; raises an error otherwise."""
     if status == _c.DONE:
         return True
     if status in answers:
@@ -131,7 +135,7 @@ def _check(status: int, *answers: int) -> bool:
 
 
 def _ask_text(ask: Callable[[Any, int, Any], int], *answers: int) -> Optional[str]:
-    """A text of any length: asked for again while it grows."""
+    """A text of any length: repeats the call with more room while the text grows."""
     room = 256
     while True:
         buffer = ctypes.create_string_buffer(room)
@@ -147,16 +151,16 @@ def _ask_text(ask: Callable[[Any, int, Any], int], *answers: int) -> Optional[st
 
 @dataclass(frozen=True)
 class Key:
-    """A document, in one of its versions."""
+    """Names a document and one version of it."""
 
     area: str
-    """What it belongs to: "docs", "user" or "mail"."""
+    """The area: "docs", "user" or "mail"."""
     owner: str
     """A user or a domain; empty where owners share folders."""
     name: str
-    """With its extension."""
+    """The logical name, with its extension."""
     version: int = 0
-    """Any stamp from 0 to 2147483647, or LATEST."""
+    """0 to 2147483647, any number of the caller's; or LATEST."""
 
     def _document(self) -> _c.Document:
         return _c.Document(
@@ -171,7 +175,7 @@ def _area(name: str) -> int:
 
 
 def _time(seconds: int) -> datetime:
-    """A file may bear any time: what datetime cannot hold becomes its first or last one."""
+    """The time as a datetime; a time out of its range becomes datetime.min or datetime.max."""
     try:
         return datetime(1970, 1, 1, tzinfo=timezone.utc) + timedelta(seconds=seconds)
     except OverflowError:
@@ -180,7 +184,7 @@ def _time(seconds: int) -> datetime:
 
 @dataclass(frozen=True)
 class Info:
-    """Size and times of a version."""
+    """Size in bytes, and times in UTC, of a version."""
 
     version: int
     size: int
@@ -189,7 +193,7 @@ class Info:
 
     @property
     def age(self) -> timedelta:
-        """How long ago it was changed."""
+        """The time since the last change."""
         return datetime.now(timezone.utc) - self.modified
 
     @classmethod
@@ -205,7 +209,7 @@ class Entry:
     file: str
     """The name of its file in the folder."""
     info: Optional[Info]
-    """Where it was asked for."""
+    """None unless it was requested."""
 
     @classmethod
     def _of(cls, told: _c.Entry) -> "Entry":
@@ -214,13 +218,14 @@ class Entry:
 
 
 class File(io.RawIOBase):
-    """An open file of the storage, with its lock: a binary file like others. Use it in a with."""
+    """An open file of the storage: a binary file that holds the lock of the file until it is closed.
+    Use it in a with statement. Only one thread at a time may use it."""
 
     def __init__(self, handle: ctypes.c_void_p, writes: bool) -> None:
         super().__init__()
         self._handle: Optional[ctypes.c_void_p] = handle
         self._writes = writes
-        # The library does not tell it.
+        # The library has no call that returns the position.
         self._position = 0
 
     def readable(self) -> bool:
@@ -233,7 +238,8 @@ class File(io.RawIOBase):
         return True
 
     def readinto(self, buffer: Any) -> int:
-        """Reads into a buffer; fewer bytes than it holds at the end of the file only."""
+        """Reads into a buffer and returns the number of bytes: less than its size only at the
+        end of the file."""
         self._check_open()
         view = memoryview(buffer).cast("B")
         room = (ctypes.c_char * len(view)).from_buffer(view)
@@ -243,7 +249,7 @@ class File(io.RawIOBase):
         return size.value
 
     def write(self, data: Any) -> int:
-        """Writes all bytes."""
+        """Writes all bytes. They are flushed to the device by close()."""
         self._check_open()
         raw = bytes(data)
         _check(_c.library.vu_stream_write(self._handle, raw, len(raw)))
@@ -251,7 +257,7 @@ class File(io.RawIOBase):
         return len(raw)
 
     def seek(self, offset: int, whence: int = io.SEEK_SET) -> int:
-        """Moves the position, and tells the new one."""
+        """Moves the position and returns it."""
         self._check_open()
         origins = {io.SEEK_SET: 0, io.SEEK_CUR: self._position, io.SEEK_END: None}
         if whence not in origins:
@@ -272,7 +278,7 @@ class File(io.RawIOBase):
         return number.value
 
     def close(self) -> None:
-        """Closes the file, with everything on the device. Nothing when it is closed."""
+        """Flushes what was written, releases the lock and closes. A second close does nothing."""
         if self._handle is not None:
             handle, self._handle = self._handle, None
             super().close()
@@ -284,7 +290,7 @@ class File(io.RawIOBase):
 
 
 class _Collected:
-    """What callbacks of C have told; their exceptions wait until C is left."""
+    """Collects what a C call passes to its callback; keeps an exception until the call returns."""
 
     def __init__(self) -> None:
         self.items: list[Any] = []
@@ -313,19 +319,21 @@ def _made_of_entry(told: Any) -> Entry:
 
 
 class Store:
-    """The storage of this process. Use it in a with, or call close()."""
+    """A handle of the process's storage. Use it in a with statement, or call close()."""
 
     def __init__(self, root: Optional[PathLike] = None, *, make_root: bool = False,
                  shared_folders: bool = False, adoption: bool = True, guard: bool = True,
                  wait: Optional[timedelta] = None) -> None:
-        """Opens the storage below a root, or joins it when this process has opened it before.
+        """Initialises the storage below a root, or joins it if this process has opened it already.
 
-        root: the folder in which "storage" lies or is made; None to join.
-        make_root: the root and its parents are made when they are missing.
-        shared_folders: all owners share the folders, instead of having some of their own.
-        adoption: files that appear behind the index are adopted into it.
-        guard: names that would mean something else than a name are refused.
-        wait: how long calls wait for locks; None for as long as it takes, 0 not at all.
+        root: the parent of the folder "storage"; None joins the storage that is open.
+        make_root: creates a missing root and its missing parents.
+        shared_folders: all owners share the area folders; otherwise each has its own.
+        adoption: orphans are adopted.
+        guard: names that are not plain file names are refused, see vu_open_store().
+        wait: the limit of all waits of one call; None: no limit, timedelta(0): no waiting.
+
+        The attribute initialised says whether this call initialised the storage.
         """
         flags = (make_root * 1) | (shared_folders * 2) | ((not adoption) * 4) | ((not guard) * 8)
         wait_ms = 0
@@ -346,13 +354,13 @@ class Store:
         self.close()
 
     def close(self) -> None:
-        """Gives the handle back; the storage stays initialised."""
+        """Closes the handle. The storage stays initialised, and files stay open."""
         if self._handle is not None:
             handle, self._handle = self._handle, None
             _check(_c.library.vu_close_store(handle))
 
     def folder(self, area: Optional[str] = None) -> pathlib.Path:
-        """The folder of the storage, or of an area in it."""
+        """The path of the folder "storage", or of an area folder in it."""
         number = 0 if area is None else _area(area)
         path = _ask_text(lambda *out: _c.library.vu_folder(self._handle, number, *out))
         assert path is not None
@@ -361,12 +369,12 @@ class Store:
     # ---- documents -----------------------------------------------------------------------------
 
     def exists(self, key: Key) -> bool:
-        """Whether a version exists."""
+        """Whether the version exists."""
         return _check(_c.library.vu_exists(self._handle, byref(key._document())),
                       _c.NOTHING_MATCHED)
 
     def read(self, key: Key) -> Optional[bytes]:
-        """The bytes of exactly that version; None when there is none."""
+        """The bytes of exactly this version; None if it does not exist."""
         memory = ctypes.c_void_p()
         size = ctypes.c_size_t()
         status = _c.library.vu_read_whole(self._handle, byref(key._document()), byref(memory),
@@ -379,13 +387,13 @@ class Store:
             _c.library.vu_free(memory)
 
     def read_text(self, key: Key, encoding: str = "utf-8") -> Optional[str]:
-        """The same as text."""
+        """As read(), decoded."""
         raw = self.read(key)
         return None if raw is None else raw.decode(encoding)
 
     def readinto(self, key: Key, buffer: Any) -> Optional[int]:
-        """Reads a version into a buffer that can be written, and tells how many bytes there are;
-        None when there is none. One that is too small is an error, and is left as it was."""
+        """Reads a version into a writable buffer and returns the number of bytes; None if the
+        version does not exist. A buffer that is too small is an error and stays unchanged."""
         view = memoryview(buffer).cast("B")
         room = (ctypes.c_char * len(view)).from_buffer(view)
         size = ctypes.c_size_t()
@@ -395,10 +403,10 @@ class Store:
 
     def put(self, key: Key, data: Union[bytes, str], *, replace: bool = True,
             in_place: bool = False) -> bool:
-        """Stores a version; text as UTF-8. False when it is there and is to be kept.
+        """Stores a version; a str as UTF-8. Returns False if the version exists and is kept.
 
-        Whoever reads, and an interruption, meet the old version or the new one, unless in_place
-        has the file cut and written.
+        Storing is atomic: readers get the old version or the new one, also after a crash. With
+        in_place the file is emptied and written instead: half the work, but not atomic.
         """
         raw = data.encode() if isinstance(data, str) else bytes(data)
         flags = (replace * _REPLACE) | (in_place * _IN_PLACE)
@@ -407,39 +415,42 @@ class Store:
             _c.ALREADY)
 
     def copy_in(self, key: Key, path: PathLike, *, replace: bool = True) -> bool:
-        """Stores a file with its time. False when the version is there and is to be kept."""
+        """Stores a file, with its modification time; atomically, as put(). Returns False if the
+        version exists and is kept."""
         return _check(
             _c.library.vu_copy_in(self._handle, byref(key._document()), _raw_path(path),
                                   replace * _REPLACE, None),
             _c.ALREADY)
 
     def copy_out(self, key: Key, path: PathLike, *, replace: bool = True) -> bool:
-        """Copies a version to a file, with its time. False when that is there and is to be kept."""
+        """Copies a version to a file, with its modification time. Returns False if the file exists
+        and is kept. Not atomic: a copy that fails half-way loses the old file."""
         return _check(
             _c.library.vu_copy_out(self._handle, byref(key._document()), _raw_path(path),
                                    replace * _REPLACE),
             _c.ALREADY)
 
     def remove(self, key: Key) -> bool:
-        """Removes a version. False when there is none."""
+        """Removes a version. Returns False if it does not exist."""
         return _check(_c.library.vu_remove(self._handle, byref(key._document())),
                       _c.NOTHING_MATCHED)
 
     def rename(self, old: Key, new: Key, *, replace: bool = False) -> bool:
-        """Gives a version another name, version, owner or area. False when the new one is there."""
+        """Changes the name, version, owner or area of a version. Returns False if the new one
+        exists and is kept; raises NotThere if the old one does not exist."""
         return _check(
             _c.library.vu_rename(self._handle, byref(old._document()), byref(new._document()),
                                  replace * _REPLACE),
             _c.ALREADY)
 
     def info(self, key: Key) -> Optional[Info]:
-        """Size and times; None when there is no such version."""
+        """Size and times; None if the version does not exist."""
         told = _c.Info(struct_size=ctypes.sizeof(_c.Info))
         status = _c.library.vu_describe(self._handle, byref(key._document()), byref(told))
         return Info._of(told) if _check(status, _c.NOTHING_MATCHED) else None
 
     def file_path(self, key: Key) -> pathlib.Path:
-        """The path of a version's file."""
+        """The path of the version's file; raises NotThere if the version does not exist."""
         document = key._document()
         path = _ask_text(
             lambda *out: _c.library.vu_file_path(self._handle, byref(document), *out))
@@ -447,7 +458,7 @@ class Store:
         return pathlib.Path(path)
 
     def latest(self, key: Key) -> Optional[int]:
-        """The latest version of a name; None when there is none."""
+        """The latest version of a name; None if there is none."""
         number = ctypes.c_int64()
         status = _c.library.vu_latest(self._handle, byref(key._document()), byref(number))
         return number.value if _check(status, _c.NOTHING_MATCHED) else None
@@ -455,8 +466,10 @@ class Store:
     # ---- files ---------------------------------------------------------------------------------
 
     def open(self, key: Key, mode: str = "r") -> File:
-        """Opens a version: "r" to read it, "s" to read what the stated interface serves, "x" to
-        write one that must not exist, "w" to write over one."""
+        """Opens a version. Modes: "r" reads exactly this version, "s" reads under the rules of
+        VU_READ_SERVED, "x" writes a version that must not exist, "w" empties and writes one.
+
+        Raises NotThere if there is nothing to read, AlreadyThere for "x", Outdated for "s"."""
         modes = {"r": 1, "s": 2, "x": 3, "w": 4}
         if mode not in modes:
             raise ValueError(f"there is no mode {mode!r}; say one of {', '.join(modes)}")
@@ -466,7 +479,8 @@ class Store:
         return File(handle, mode in "xw")
 
     def open_part(self, key: Key, rendition: str, part: str, mode: str = "r") -> File:
-        """Opens a part of a document: "r", which raises Outdated when it has to be made, or "w"."""
+        """Opens a part of a document: "r" to read, "w" to empty and write it. "r" raises Outdated
+        if the caller has to generate the part."""
         modes = {"r": 2, "w": 4}
         if mode not in modes:
             raise ValueError(f"there is no mode {mode!r}; say one of {', '.join(modes)}")
@@ -478,7 +492,7 @@ class Store:
     # ---- lists ---------------------------------------------------------------------------------
 
     def documents(self, area: str, owner: str, *, with_info: bool = False) -> Iterator[Entry]:
-        """The documents of an owner, those of one folder in the order of its index."""
+        """The documents of an owner: folder by folder, within a folder by name and version."""
         collected = _Collected()
         status = _c.library.vu_each_document(
             self._handle, _area(area), _raw(owner), with_info * _WITH_INFO,
@@ -503,24 +517,24 @@ class Store:
     # ---- key files and profiles ----------------------------------------------------------------
 
     def key_value(self, key: Key, line: str) -> Optional[str]:
-        """The value of a line of a key file; None when there is no such line or file."""
+        """The value of a line of a key file; None if the line or the file does not exist."""
         document = key._document()
         return _ask_text(
             lambda *out: _c.library.vu_key_get(self._handle, byref(document), _raw(line), *out),
             _c.NOTHING_MATCHED)
 
     def set_key(self, key: Key, line: str, value: str) -> None:
-        """Gives a line a value; makes what is missing."""
+        """Sets the value of a line; creates a missing line or file."""
         _check(_c.library.vu_key_set(self._handle, byref(key._document()), _raw(line),
                                      _raw(value)))
 
     def remove_key(self, key: Key, line: str) -> bool:
-        """Drops the lines of that name. False when there is none."""
+        """Removes the lines with that name. Returns False if there is none."""
         return _check(_c.library.vu_key_delete(self._handle, byref(key._document()), _raw(line)),
                       _c.NOTHING_MATCHED)
 
     def keys(self, key: Key) -> list[tuple[str, str]]:
-        """The lines in their order; none when there is no such file."""
+        """The lines in file order; empty if the file does not exist."""
         collected = _Collected()
         visit = _c.LineVisitor(collected.take(lambda name, value: (_text(name), _text(value))))
         return collected.finish(
@@ -529,8 +543,8 @@ class Store:
 
     def profile_value(self, owner: Optional[str], line: str,
                       file: Optional[str] = None) -> Optional[str]:
-        """The value of a line of an owner's profile, or without an owner of the master profile;
-        file for another one than the usual."""
+        """The value of a line of an owner's profile, or of the master profile for the owner None.
+        file names another file than the default, see vu_profile_get()."""
         return _ask_text(
             lambda *out: _c.library.vu_profile_get(self._handle, _raw_or_none(owner),
                                                    _raw_or_none(file), _raw(line), *out),
@@ -538,19 +552,19 @@ class Store:
 
     def set_profile(self, owner: Optional[str], line: str, value: str,
                     file: Optional[str] = None) -> None:
-        """Gives a line of a profile a value."""
+        """Sets the value of a line of a profile."""
         _check(_c.library.vu_profile_set(self._handle, _raw_or_none(owner), _raw_or_none(file),
                                          _raw(line), _raw(value)))
 
     def remove_profile(self, owner: Optional[str], line: str, file: Optional[str] = None) -> bool:
-        """Drops a line of a profile. False when there is none."""
+        """Removes the lines with that name from a profile. Returns False if there is none."""
         return _check(
             _c.library.vu_profile_delete(self._handle, _raw_or_none(owner), _raw_or_none(file),
                                          _raw(line)),
             _c.NOTHING_MATCHED)
 
     def profile(self, owner: Optional[str], file: Optional[str] = None) -> list[tuple[str, str]]:
-        """The lines of a profile in their order."""
+        """The lines of a profile in file order; empty if the file does not exist."""
         collected = _Collected()
         visit = _c.LineVisitor(collected.take(lambda name, value: (_text(name), _text(value))))
         return collected.finish(
@@ -561,11 +575,13 @@ class Store:
     # ---- owners and upkeep ---------------------------------------------------------------------
 
     def rename_owner(self, old: str, new: str) -> bool:
-        """Renames an owner's folders, but for corporate documents. False when the name is taken."""
+        """Renames an owner's folders except those of corporate documents. Returns False if a folder
+        with the new name exists. Nobody else may use these folders during the call."""
         return _check(_c.library.vu_rename_owner(self._handle, _raw(old), _raw(new)), _c.ALREADY)
 
     def remove_owner(self, owner: str) -> bool:
-        """Removes an owner's folders, but for corporate documents. False when there is none."""
+        """Removes an owner's folders, with all files, except those of corporate documents. Returns
+        False if there is none."""
         return _check(_c.library.vu_remove_owner(self._handle, _raw(owner)), _c.NOTHING_MATCHED)
 
     def outdated(self, area: str, owner: Optional[str], older_than: timedelta, *,
@@ -580,11 +596,12 @@ class Store:
 
     def clean(self, area: str, owner: Optional[str], older_than: timedelta, *,
               by_access: bool = False, everything: bool = False) -> int:
-        """Removes the versions that have not been changed for longer than that, and tells how many.
+        """Removes the versions not changed for longer than older_than, sweeps the folders, and
+        returns the number of versions removed.
 
         owner: None for every owner.
-        by_access: the last access counts, not the last change.
-        everything: with an age of nothing all versions go, which is refused otherwise.
+        by_access: age is the time since the last access, not since the last change.
+        everything: allows an older_than of 0, which removes all versions; else it is refused.
         """
         count = ctypes.c_int64()
         _check(_c.library.vu_clean(self._handle, _area(area), _raw_or_none(owner),
@@ -593,7 +610,7 @@ class Store:
         return count.value
 
     def migrate_inbox(self, owner: str) -> bool:
-        """Converts an owner's mail folder, once. False when there is none."""
+        """Migrates an owner's mail folder. Returns False if there is none."""
         return _check(_c.library.vu_migrate_inbox(self._handle, _raw(owner)), _c.NOTHING_MATCHED)
 
 
@@ -602,7 +619,7 @@ def _raw_or_none(text: Optional[str]) -> Optional[bytes]:
 
 
 def _seconds(age: timedelta) -> int:
-    # Rounded up: less than a second must not become "everything".
+    # Rounded up: an age below one second must not become 0, which removes everything.
     return -int(-age // timedelta(seconds=1))
 
 
@@ -617,7 +634,7 @@ class Trace:
     kind: str
     """"scope begin", "scope end", "message", "record", "done", "missing" or "failure"."""
     level: int
-    """0 for the smallest circle of records to 4 for the widest; -1 for none."""
+    """0 (most important) to 4 (most detailed); -1: no level."""
     source: str
     line: int
     signature: str
@@ -629,11 +646,12 @@ _sink: Any = None
 
 
 def set_trace(tell: Optional[Callable[[Trace], None]], level: int = 4) -> None:
-    """Has every trace of the library told to a function; None for silence.
+    """Sends every trace of the library to a function; None for silence.
 
-    level: up to which level records and scopes are told, -1 (events alone) to 4. The function may
-    be called by any thread and must not call the library. Call this while no other thread is
-    inside it.
+    level: the most detailed level to send, -1 (only events) to 4.
+
+    Any thread may call the function. The function must not call the library. Call set_trace while
+    no other thread is inside the library.
     """
     global _sink
 
@@ -645,5 +663,5 @@ def set_trace(tell: Optional[Callable[[Trace], None]], level: int = 4) -> None:
 
     sink = _c.TraceSink() if tell is None else _c.TraceSink(hear)
     _check(_c.library.vu_set_trace(sink, None, level))
-    # The library keeps the pointer alone.
+    # The library keeps only the pointer: Python must keep the callback alive.
     _sink = sink

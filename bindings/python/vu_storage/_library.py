@@ -1,4 +1,4 @@
-"""The C interface as ctypes sees it: where the library is, its structures, its functions."""
+"""The C interface in ctypes: finding the library, its structures, its functions."""
 
 from __future__ import annotations
 
@@ -104,7 +104,7 @@ _STREAM = POINTER(c_void_p)
 _DOCUMENT = POINTER(Document)
 _TEXT_OUT = [c_char_p, c_size_t, _SIZE]
 
-#: Each function with its arguments; the result is a status.
+#: Each function with its argument types; the result is a status.
 _FUNCTIONS = {
     "vu_last_error": [POINTER(Error)],
     "vu_open_store": [POINTER(Settings), POINTER(c_void_p)],
@@ -150,8 +150,8 @@ _FUNCTIONS = {
 
 
 def _names() -> list[str]:
-    """Where the library may be: VU_STORAGE_LIBRARY, or where the system's loader looks; on Windows
-    also the folder "bin" of the tree that this file lies in."""
+    """Names of the library to try: VU_STORAGE_LIBRARY, or the name for the system's loader. On
+    Windows the folder "bin" of the installation that contains this file comes first."""
     named = os.environ.get("VU_STORAGE_LIBRARY")
     if named:
         return [os.path.abspath(named) if os.path.exists(named) else named]
