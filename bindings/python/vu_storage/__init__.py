@@ -218,8 +218,8 @@ class Entry:
 
 
 class File(io.RawIOBase):
-    """An open file of the storage: a binary file that holds the lock of the file until it is closed.
-    Use it in a with statement. Only one thread at a time may use it."""
+    """An open file of the storage: a binary file that holds its lock until it is closed. Use it in
+    a with statement. Only one thread at a time may use it."""
 
     def __init__(self, handle: ctypes.c_void_p, writes: bool) -> None:
         super().__init__()
