@@ -1,10 +1,18 @@
 #include "client/admin/entries.h"
 
+#include <algorithm>
 #include <array>
+#include <string_view>
+#include <tuple>
+#include <unordered_map>
+#include <utility>
+#include <vector>
 
-#include "client/admin/staging_folder.h"
+#include "client/admin/folder_view.h"
+#include "client/admin/locked_file.h"
 #include "client/admin/text.h"
 #include "index/index_format.h"
+#include "storage/layout.h"
 
 namespace admin {
 
@@ -151,6 +159,294 @@ EntryFailures for_each_entry(const Tree& tree, const EntryQuery& query, const En
     walk(tree, query.scope, visitor);
   }
   return visitor.failures();
+}
+
+// ---- inventories -------------------------------------------------------------------------------
+
+namespace {
+
+constexpr const char* kLink = "a link, which is not followed";
+constexpr const char* kUnfinished = "unfinished: it was begun by this program, which was killed";
+
+/// The document folders, sorted; what lies beside them goes to the sink at once.
+class FolderCollector final : public Visitor {
+ public:
+  FolderCollector(InventorySink& sink, EntryFailures& failures)
+      : m_sink(sink), m_failures(failures) {}
+
+  bool folder(const DocumentFolder& folder) override {
+    m_folders.push_back(folder);
+    return true;
+  }
+  void stray(Area, const std::string& path, sys::Kind) override {
+    m_sink.left_out(path, "it lies where the layout has nothing of its kind");
+  }
+  void failed(const std::string& path, const os::Status& status) override {
+    ++m_failures.folders;
+    m_sink.failed(path, sys::text_of(status));
+  }
+
+  std::vector<DocumentFolder> sorted() && {
+    std::sort(m_folders.begin(), m_folders.end(), [](const auto& one, const auto& other) {
+      return std::tie(one.area, one.owner, one.bucket) <
+             std::tie(other.area, other.owner, other.bucket);
+    });
+    return std::move(m_folders);
+  }
+
+ private:
+  InventorySink& m_sink;
+  EntryFailures& m_failures;
+  std::vector<DocumentFolder> m_folders;
+};
+
+struct Child {
+  std::string name;
+  sys::Kind kind;
+};
+
+/// An entry of the folder at hand.
+struct Version {
+  std::string name;
+  std::int32_t timestamp;
+  std::string file;
+  std::string key;
+  std::vector<std::string> part_folders;
+};
+
+class Inventory {
+ public:
+  Inventory(const InventoryOptions& options, InventorySink& sink, EntryFailures& failures)
+      : m_options(options), m_sink(sink), m_failures(failures) {}
+
+  bool run(const DocumentFolder& folder) {
+    if (is_stopped()) return false;
+    if (m_options.on_folder) m_options.on_folder(folder);
+    m_holding = Holding();
+    m_holding.area = folder.area;
+    m_holding.owner = folder.owner;
+    m_holding.bucket = folder.bucket;
+    if (!expects_index(folder.area)) {
+      m_holding.kind = HoldingKind::kFile;
+      return files_below(folder.path, "");
+    }
+    if (!load(folder)) return true;
+    collect_versions();
+    collect_parts();
+    return hand_on_versions();
+  }
+
+ private:
+  bool is_stopped() {
+    m_failures.was_stopped = m_options.stop != nullptr && m_options.stop->load();
+    return m_failures.was_stopped;
+  }
+
+  void fail(const std::string& location, const os::Status& status) {
+    ++m_failures.folders;
+    const bool locked = status.failure() == os::Failure::kLocked;
+    m_failures.lock_missed |= locked;
+    m_sink.failed(location, locked ? "another process holds it locked" : sys::text_of(status));
+  }
+
+  bool load(const DocumentFolder& folder) {
+    m_view.load(folder, m_options.locking);
+    if (!m_view.status().ok()) {
+      if (m_view.status().failure() != os::Failure::kNotFound) fail(folder.path, m_view.status());
+      return false;
+    }
+    const IndexState state = m_view.index_state();
+    if (state != IndexState::kLocked && state != IndexState::kFailed) return true;
+    fail(m_view.path_of(index_format::kIndexFile), m_view.index_status());
+    return false;
+  }
+
+  void collect_versions() {
+    m_versions.clear();
+    m_lint.start(m_view);
+    LintedLine line;
+    while (m_lint.next(line)) {
+      if (line.verdict == Verdict::kUnknown) {
+        ++m_failures.folders;
+        m_sink.failed(m_view.path_of(line.stored),
+                      "the system does not tell whether the file of an entry is there");
+      }
+      if (line.verdict != Verdict::kEntry || !line.has_file) continue;
+      m_versions.push_back({std::string(line.logical),
+                            line.timestamp,
+                            std::string(line.file),
+                            std::string(line.key),
+                            {}});
+    }
+    std::sort(m_versions.begin(), m_versions.end(), [](const Version& one, const Version& other) {
+      return std::tie(one.name, one.timestamp, one.key) <
+             std::tie(other.name, other.timestamp, other.key);
+    });
+  }
+
+  /// Gives each folder of parts to its document, and tells what belongs to none.
+  void collect_parts() {
+    std::unordered_map<std::string_view, Version*> by_file;
+    for (Version& version : m_versions) by_file.emplace(version.file, &version);
+    std::uint32_t number = 0;
+    for (const Name& name : m_view.names()) {
+      const std::uint32_t listed = number++;
+      if (index_format::is_index_file(name.text)) continue;
+      if (is_unfinished(name.text)) {
+        m_sink.left_out(m_view.path_of(name.text), kUnfinished);
+        continue;
+      }
+      if (name.kind == sys::Kind::kFolder) {
+        const auto owner = by_file.find(document_of(name.text));
+        if (owner != by_file.end()) {
+          owner->second->part_folders.emplace_back(name.text);
+        } else {
+          m_sink.left_out(m_view.path_of(name.text), "a folder that belongs to no document");
+        }
+      } else if (name.kind == sys::Kind::kLink && !m_lint.is_claimed(listed)) {
+        m_sink.left_out(m_view.path_of(name.text), kLink);
+      } else if (!m_lint.is_claimed(listed)) {
+        m_sink.left_out(m_view.path_of(name.text), "no index names it");
+      }
+    }
+    for (Version& version : m_versions)
+      std::sort(version.part_folders.begin(), version.part_folders.end());
+  }
+
+  /// The file whose parts a folder holds: the longest one that stands before one of its
+  /// underscores.
+  std::string_view document_of(std::string_view folder) const {
+    for (std::size_t at = folder.rfind('_'); at != std::string_view::npos && at > 0;
+         at = folder.rfind('_', at - 1)) {
+      const std::uint32_t found = m_view.find(folder.substr(0, at));
+      if (found != FolderView::kNone && m_view.names()[found].kind != sys::Kind::kFolder)
+        return folder.substr(0, at);
+    }
+    return {};
+  }
+
+  bool hand_on_versions() {
+    for (const Version& version : m_versions) {
+      if (is_stopped()) return false;
+      m_holding.kind = HoldingKind::kVersion;
+      m_holding.name = version.name;
+      m_holding.timestamp = version.timestamp;
+      m_holding.path.clear();
+      m_holding.location = m_view.path_of(version.file);
+      m_holding.info = sys::describe(m_holding.location);
+      m_holding.out_of_reach = why_out_of_reach(version);
+      // Gone since the index was read.
+      if (m_holding.info.kind == sys::Kind::kMissing) continue;
+      if (m_holding.info.kind != sys::Kind::kFile) {
+        m_sink.left_out(m_holding.location, "an entry whose file is no plain file");
+        continue;
+      }
+      if (!m_sink.holding(m_holding)) return false;
+      m_holding.kind = HoldingKind::kPart;
+      for (const std::string& folder : version.part_folders) {
+        if (!files_below(m_view.path_of(folder), folder.substr(version.file.size()))) return false;
+      }
+    }
+    return true;
+  }
+
+  const char* why_out_of_reach(const Version& version) const {
+    if (m_holding.area == Area::kDocs && bucket_of(version.name) != m_holding.bucket)
+      return "it lies in another bucket than its name leads to";
+    if (index_format::key_of(version.name, version.timestamp) != version.key)
+      return "its key in the index is none that the library writes";
+    return nullptr;
+  }
+
+  /// Every file below a folder. @param path the folder's own path in the holding, may be empty.
+  bool files_below(const std::string& folder, const std::string& path) {
+    sys::Folder listing;
+    if (const os::Status opened = listing.open(folder); !opened.ok()) {
+      if (opened.failure() != os::Failure::kNotFound) fail(folder, opened);
+      return true;
+    }
+    std::vector<Child> children;
+    sys::Entry entry;
+    while (listing.next(entry)) children.push_back({std::string(entry.name), entry.kind});
+    if (!listing.status().ok()) fail(folder, listing.status());
+    std::sort(children.begin(), children.end(),
+              [](const Child& one, const Child& other) { return one.name < other.name; });
+    for (const Child& child : children) {
+      if (is_stopped()) return false;
+      const std::string location = sys::join(folder, child.name);
+      if (is_unfinished(child.name)) {
+        m_sink.left_out(location, kUnfinished);
+        continue;
+      }
+      const std::string child_path = path.empty() ? child.name : path + '/' + child.name;
+      if (child.kind == sys::Kind::kFolder) {
+        if (!files_below(location, child_path)) return false;
+        continue;
+      }
+      if (child.kind != sys::Kind::kFile) {
+        m_sink.left_out(location, child.kind == sys::Kind::kLink ? kLink : "no plain file");
+        continue;
+      }
+      m_holding.path = child_path;
+      m_holding.location = location;
+      m_holding.info = sys::describe(location);
+      if (m_holding.info.kind == sys::Kind::kMissing) continue;
+      if (!m_sink.holding(m_holding)) return false;
+    }
+    return true;
+  }
+
+  const InventoryOptions& m_options;
+  InventorySink& m_sink;
+  EntryFailures& m_failures;
+  FolderView m_view;
+  IndexLint m_lint;
+  std::vector<Version> m_versions;
+  Holding m_holding;
+};
+
+}  // namespace
+
+std::string_view name_of(HoldingKind kind) {
+  constexpr std::array<std::string_view, 3> kNames = {"version", "part", "file"};
+  return kNames[static_cast<std::size_t>(kind)];
+}
+
+std::string bucket_of(std::string_view name) {
+  return layout::bucket_name(layout::hash_of(name, layout::kBuckets));
+}
+
+std::strong_ordering compare_paths(std::string_view one, std::string_view other) {
+  const auto [a, b] = std::mismatch(one.begin(), one.end(), other.begin(), other.end());
+  // The end of a name goes before every byte that a name may hold.
+  const auto rank = [](auto at, auto end) {
+    return at == end ? -1 : *at == '/' ? 0 : static_cast<int>(static_cast<unsigned char>(*at));
+  };
+  return rank(a, one.end()) <=> rank(b, other.end());
+}
+
+std::strong_ordering operator<=>(const Holding& one, const Holding& other) {
+  const auto key = [](const Holding& holding) {
+    return std::tie(holding.area, holding.owner, holding.bucket, holding.name, holding.timestamp,
+                    holding.kind);
+  };
+  const std::strong_ordering order = key(one) <=> key(other);
+  return order != 0 ? order : compare_paths(one.path, other.path);
+}
+
+void InventorySink::left_out(const std::string&, const char*) {}
+void InventorySink::failed(const std::string&, const std::string&) {}
+
+EntryFailures take_inventory(const Tree& tree, const InventoryOptions& options,
+                             InventorySink& sink) {
+  EntryFailures failures;
+  FolderCollector folders(sink, failures);
+  walk(tree, options.scope, folders);
+  Inventory inventory(options, sink, failures);
+  for (const DocumentFolder& folder : std::move(folders).sorted()) {
+    if (!inventory.run(folder)) break;
+  }
+  return failures;
 }
 
 }  // namespace admin

@@ -8,8 +8,6 @@
 
 #include "client/admin/check.h"
 #include "client/admin/folder_view.h"
-#include "client/admin/index_lint.h"
-#include "client/admin/name_table.h"
 
 namespace admin {
 

@@ -2,10 +2,210 @@
 
 #include <string_view>
 
-#include "client/admin/explain_steps.h"
+#include "client/admin/text.h"
+#include "index/index_format.h"
 #include "storage/key_text.h"
+#include "storage/layout.h"
+#include "vu_file.h"
 
 namespace admin {
+
+namespace {
+
+std::string in_words(sys::Kind kind) {
+  switch (kind) {
+    case sys::Kind::kFolder:
+      return "folder";
+    case sys::Kind::kLink:
+      return "link";
+    case sys::Kind::kFile:
+      return "file";
+    default:
+      return "something else";
+  }
+}
+
+}  // namespace
+
+std::string shown_time(std::int64_t seconds) {
+  return std::to_string(seconds) + " (" + format_time(seconds) + " UTC)";
+}
+
+bool Steps::yes(std::string name, std::string text, Values values) {
+  m_result.steps.push_back({std::move(name), Answer::kYes, std::move(text), std::move(values)});
+  return true;
+}
+
+bool Steps::no(std::string name, std::string text, Values values) {
+  m_result.steps.push_back({std::move(name), Answer::kNo, std::move(text), std::move(values)});
+  return false;
+}
+
+void Steps::note(std::string name, std::string text, Values values) {
+  m_result.steps.push_back({std::move(name), Answer::kNote, std::move(text), std::move(values)});
+}
+
+std::int32_t Steps::time_of(const std::string& path) {
+  return static_cast<std::int32_t>(vu_file::modify_time(path));
+}
+
+bool Steps::entry_is_named() {
+  if (m_request.entry.empty()) return no("entry", "the entry's name is empty");
+  if (const char* why = why_not_safe(m_request.entry))
+    note("unsafe-name", std::string("the name is used as part of a path, and ") + why,
+         {{"entry", m_request.entry}});
+  return yes("entry", "the entry has a name", {{"entry", m_request.entry}});
+}
+
+// ---- folders -----------------------------------------------------------------------------------
+
+bool Steps::folders(MissingFolder missing) {
+  m_folder = folder_for(m_tree, m_request.area, m_request.owner, m_request.entry);
+  const std::string area = m_tree.folder_of(m_request.area);
+  if (!one_folder("area-folder", area, MissingFolder::kWouldBeMade, {{"path", area}})) return false;
+  if (m_tree.layout != Layout::kFlat) {
+    const std::string path = sys::join(area, m_folder.owner);
+    if (!one_folder("owner-folder", path, missing, {{"owner", m_folder.owner}, {"path", path}}))
+      return false;
+  }
+  if (m_request.area != Area::kDocs) return true;
+  const std::int32_t hash = layout::hash_of(m_request.entry, layout::kBuckets);
+  return one_folder(
+      "bucket-folder", m_folder.path, missing,
+      {{"hash", std::to_string(hash)}, {"bucket", m_folder.bucket}, {"path", m_folder.path}});
+}
+
+bool Steps::one_folder(std::string name, const std::string& path, MissingFolder missing,
+                       Values values) {
+  // Not whether it is a folder: the library asks for existence only, and follows links.
+  if (vu_file::exists(path)) {
+    const sys::Kind kind = sys::describe(path).kind;
+    if (kind != sys::Kind::kFolder) values.emplace_back("kind", in_words(kind));
+    return yes(std::move(name), "it is there", std::move(values));
+  }
+  m_has_folder = false;
+  if (missing == MissingFolder::kEndsIt)
+    return no(std::move(name), "there is no such folder", std::move(values));
+  return yes(std::move(name), "it is not there and would be made", std::move(values));
+}
+
+// ---- looking an entry up -----------------------------------------------------------------------
+
+bool Steps::lookup(std::int32_t timestamp) {
+  const std::string& entry = m_request.entry;
+  if (vu_file::exists(m_folder.path + "\\" + entry)) {
+    m_file = entry;
+    return yes("plain-name",
+               "a file or folder bears the entry's own name: it is served, whatever the timestamp "
+               "and the index say",
+               {{"path", path()}});
+  }
+  note("plain-name", "nothing in the folder bears the entry's own name, so the index is asked");
+  return in_index(timestamp);
+}
+
+bool Steps::index_is_readable() {
+  m_view.load(m_folder, m_locking);
+  const Values where = {{"path", m_view.path_of(index_format::kIndexFile)}};
+  switch (m_view.index_state()) {
+    case IndexState::kMissing:
+      return no(
+          "index",
+          "there is no index.dat; the library would write one first, and with synchronisation "
+          "on adopt the folder's files under their own names at timestamp 0",
+          where);
+    case IndexState::kLocked:
+      m_result.lock_missed = true;
+      return no("index", "another process holds index.dat; the library would wait for it", where);
+    case IndexState::kFailed:
+      return no("index", "index.dat cannot be read: " + sys::text_of(m_view.index_status()), where);
+    case IndexState::kNoBytes:
+      return no("index",
+                "index.dat has no bytes: a writer was stopped half-way and the names are lost",
+                where);
+    case IndexState::kRead:
+      break;
+  }
+  return yes(
+      "index",
+      m_view.has_interrupted_save()
+          ? "index.dat was read; a save was interrupted, and the new text behind the old one "
+            "counts"
+          : "index.dat was read",
+      {{"path", m_view.path_of(index_format::kIndexFile)},
+       {"bytes", std::to_string(m_view.index_text().size())}});
+}
+
+bool Steps::in_index(std::int32_t timestamp) {
+  if (!index_is_readable()) return false;
+  const std::string key = index_format::key_of(m_request.entry, timestamp);
+  m_lint.start(m_view);
+  LintedLine line;
+  std::vector<LintedLine> skipped;
+  while (m_lint.next(line)) {
+    if (line.key != key) continue;
+    if (line.verdict == Verdict::kEntry) {
+      const Values values = {{"key", key},
+                             {"line", std::to_string(line.number)},
+                             {"physical", std::string(line.stored)},
+                             {"file", std::string(line.file)}};
+      yes("index-line", "a line has the key", values);
+      m_file = line.file;
+      if (line.has_file) return yes("file", "the line's file is there", {{"path", path()}});
+      return no("file", "the line's file is not there", {{"path", path()}});
+    }
+    skipped.push_back(line);
+  }
+  if (skipped.empty()) {
+    tell_near_misses(key);
+    return no("index-line", "no line has the key", {{"key", key}});
+  }
+  const LintedLine& first = skipped.front();
+  const bool is_unknown = first.verdict == Verdict::kUnknown;
+  return no("index-line",
+            is_unknown ? "a line has the key, but readers pass over it: the system does not tell "
+                         "whether its file is there"
+                       : "a line has the key, but readers pass over it: its file is not there",
+            {{"key", key},
+             {"line", std::to_string(first.number)},
+             {"physical", std::string(first.stored)},
+             {"verdict", std::string(name_of(first.verdict))}});
+}
+
+void Steps::tell_near_misses(std::string_view wanted) {
+  std::string folded_entry;
+  std::string folded;
+  fold_case(m_request.entry, folded_entry);
+  LintedLine line;
+  m_lint.start(m_view);
+  while (m_lint.next(line)) {
+    if (line.verdict != Verdict::kEntry || line.key == wanted) continue;
+    const Values values = {{"entry", std::string(line.logical)},
+                           {"timestamp", std::to_string(line.timestamp)},
+                           {"line", std::to_string(line.number)}};
+    if (line.logical == m_request.entry) {
+      note("other-version", "the index has the entry at another timestamp", values);
+      continue;
+    }
+    fold_case(line.logical, folded);
+    if (folded == folded_entry)
+      note("other-case", "the index has the name in another letter case", values);
+  }
+}
+
+std::vector<std::string> Steps::names_with_extension(std::string_view extension) {
+  std::vector<std::string> names;
+  m_view.load(m_folder, m_locking);
+  m_lint.start(m_view);
+  LintedLine line;
+  while (m_lint.next(line)) {
+    if (line.verdict == Verdict::kEntry && index_format::extension_of(line.logical) == extension)
+      names.emplace_back(line.logical);
+  }
+  return names;
+}
+
+// ---- finding an entry --------------------------------------------------------------------------
 
 Lookup look_up(const Tree& tree, const Request& request, const sys::Locking& locking) {
   Explanation told;

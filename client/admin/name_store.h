@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "client/admin/locked_file.h"
-#include "client/admin/name_store_format.h"
+#include "client/admin/name_snapshot.h"
 
 namespace admin {
 

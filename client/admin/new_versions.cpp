@@ -6,10 +6,10 @@
 #include <span>
 #include <utility>
 
-#include "client/admin/index_lint.h"
+#include "client/admin/folder_view.h"
 #include "client/admin/repair_text.h"
+#include "client/admin/system.h"
 #include "client/admin/text.h"
-#include "client/admin/writable.h"
 #include "index/index_format.h"
 
 namespace admin {

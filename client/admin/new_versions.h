@@ -7,7 +7,6 @@
 
 #include "client/admin/folder_view.h"
 #include "client/admin/locked_file.h"
-#include "client/admin/staging_folder.h"
 #include "client/admin/system.h"
 #include "client/admin/tree.h"
 

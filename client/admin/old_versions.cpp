@@ -6,10 +6,9 @@
 #include <utility>
 
 #include "client/admin/folder_view.h"
-#include "client/admin/index_lint.h"
 #include "client/admin/locked_file.h"
+#include "client/admin/system.h"
 #include "client/admin/text.h"
-#include "client/admin/writable.h"
 #include "index/index_format.h"
 
 namespace admin {

@@ -1,7 +1,12 @@
 #include "client/admin/repair_text.h"
 
 #include <algorithm>
+#include <set>
+#include <sstream>
 
+#include "client/admin/folder_view.h"
+#include "client/admin/locked_file.h"
+#include "index/index_format.h"
 #include "storage/key_text.h"
 
 namespace admin {
@@ -193,6 +198,215 @@ bool is_orphaned_parts(const FolderView& folder, std::string_view name) {
     if (folder.find(name.substr(0, end)) != FolderView::kNone) return false;
   }
   return name.find('_') != std::string_view::npos;
+}
+
+// ---- what a damaged index still tells ----------------------------------------------------------
+
+namespace {
+
+using Names = std::set<std::string, std::less<>>;
+
+constexpr std::size_t kFewestDigits = 8;
+
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+/// The text without the mark that a text in UTF-16 begins with.
+std::string_view without_mark(std::string_view text) {
+  constexpr std::string_view kMark = "\xFF\xFE";
+  return text.starts_with(kMark) ? text.substr(kMark.size()) : text;
+}
+
+/// Whether every second byte is zero: somebody has saved the text in UTF-16.
+bool is_wide(std::string_view text) {
+  text = without_mark(text);
+  for (std::size_t i = 1; i < text.size(); i += 2) {
+    if (text[i] != '\0') return false;
+  }
+  return text.size() > 1;
+}
+
+/// The text without carriage returns, and without what zeros have made of lines: what stands before
+/// them may be cut, what stands behind them is the end of another line, up to the line feed.
+std::string cleaned(std::string_view text) {
+  const bool wide = is_wide(text);
+  if (wide) text = without_mark(text);
+  std::string clean;
+  bool is_behind_zeros = false;
+  for (std::size_t i = 0; i < text.size(); i += wide ? 2 : 1) {
+    if (text[i] == '\0') is_behind_zeros = true;
+    if (text[i] == '\n') is_behind_zeros = false;
+    if (text[i] != '\r' && !is_behind_zeros) clean += text[i];
+  }
+  return clean;
+}
+
+/// Whether a key ends in "_" and ten digits, and has a name before it.
+bool is_key(std::string_view key) {
+  if (key.size() <= index_format::kStampLength) return false;
+  const std::string_view stamp = key.substr(key.size() - index_format::kStampLength);
+  return stamp.front() == '_' && std::all_of(stamp.begin() + 1, stamp.end(), is_digit);
+}
+
+/// Where a stored name ends: a generated one after its digits, also where another line is glued
+/// to it; any other at the end of the line.
+std::size_t end_of_stored(std::string_view text, std::size_t from) {
+  std::size_t digits = from;
+  while (digits < text.size() && is_digit(text[digits])) ++digits;
+  if (digits - from >= kFewestDigits) {
+    const bool ends_there = digits == text.size() || text[digits] == '\n';
+    return ends_there ? digits : from + kFewestDigits;
+  }
+  return std::min(text.find('\n', from), text.size());
+}
+
+/// Everything in the text that has the form of a line.
+std::vector<std::string> lines_in(std::string_view text) {
+  std::vector<std::string> lines;
+  std::size_t begin = 0;
+  for (std::size_t slash = text.find('/'); slash != std::string_view::npos;
+       slash = text.find('/', slash + 1)) {
+    std::string_view key = text.substr(begin, slash - begin);
+    key = key.substr(key.find_last_of('\n') + 1);
+    if (!is_key(key)) continue;
+    const std::size_t end = end_of_stored(text, slash + 1);
+    lines.emplace_back(std::string(key) + std::string(text.substr(slash, end - slash)));
+    begin = end;
+    if (end > slash) slash = end - 1;
+  }
+  return lines;
+}
+
+std::string_view stored_part(std::string_view line) { return line.substr(line.find('/') + 1); }
+
+/// What the entries of a folder have.
+struct Taken {
+  Names keys;
+  Names files;
+};
+
+Taken taken_by_entries(const FolderView& folder) {
+  Taken taken;
+  IndexLint lint;
+  lint.start(folder);
+  LintedLine line;
+  while (lint.next(line)) {
+    if (line.verdict != Verdict::kEntry && line.verdict != Verdict::kUnknown) continue;
+    if (line.has_zeros) continue;
+    taken.keys.emplace(line.key);
+    taken.files.emplace(line.file);
+  }
+  return taken;
+}
+
+/// Takes a line in when its file is there, and neither the file nor the name is somebody's.
+bool take(const FolderView& folder, std::string_view line, Taken& taken) {
+  const std::string_view key = key_part(line);
+  if (!is_key(key) || stored_part(line).empty()) return false;
+  const std::string file = index_format::file_name_of(key, stored_part(line));
+  const std::uint32_t at = folder.find(file);
+  if (at == FolderView::kNone || folder.names()[at].kind != sys::Kind::kFile) return false;
+  if (taken.keys.contains(key) || taken.files.contains(file)) return false;
+  taken.keys.emplace(key);
+  taken.files.emplace(file);
+  return true;
+}
+
+/// Whether there are documents besides those: their names may have stood where the damage is.
+bool has_more_files(const FolderView& folder, const Names& known) {
+  return std::any_of(folder.names().begin(), folder.names().end(), [&](const Name& name) {
+    return name.kind == sys::Kind::kFile && !index_format::is_index_file(name.text) &&
+           !is_unfinished(name.text) && !known.contains(name.text);
+  });
+}
+
+/// The lines of an index in their order: those of entries, restored ones, and what is left of
+/// damaged ones.
+class RestoredText {
+ public:
+  RestoredText(const FolderView& folder, const std::vector<std::string>& lines)
+      : m_taken(taken_by_entries(folder)) {
+    for (const std::string& line : lines) {
+      if (take(folder, line, m_taken)) m_restored.insert(line);
+    }
+    for (const std::string& line : m_restored) {
+      m_keys.emplace(key_part(line));
+      m_lines.push_back(line);
+    }
+    m_keeps_zeros = has_more_files(folder, m_taken.files);
+  }
+
+  std::size_t restored() const { return m_restored.size(); }
+  void add(std::string_view line) { m_lines.emplace_back(line); }
+  /// Of a damaged line stays what no restored line has told.
+  void add_rest(std::string_view raw) {
+    const bool has_zeros = raw.find('\0') != std::string_view::npos;
+    // Where names are lost still, zeros are all that tells it; else they tell nothing.
+    if (has_zeros && !m_keeps_zeros) return;
+    std::string rest = has_zeros ? std::string(raw) : cleaned(raw);
+    if (rest.empty() || (!has_zeros && is_told(rest))) return;
+    (rest.find('/') == std::string::npos ? m_loose : m_lines).push_back(std::move(rest));
+  }
+  std::string text() {
+    std::stable_sort(m_lines.begin(), m_lines.end(),
+                     [](std::string_view one, std::string_view other) {
+                       return key_part(one) < key_part(other);
+                     });
+    std::string text;
+    for (const auto* const part : {&m_lines, &m_loose}) {
+      for (const std::string& each : *part) text.append(each).append("\n");
+    }
+    return text.empty() ? " " : text;
+  }
+
+ private:
+  bool is_told(std::string_view text) const {
+    const std::vector<std::string> told = lines_in(text);
+    return !told.empty() && std::all_of(told.begin(), told.end(), [&](const std::string& each) {
+      return m_keys.contains(key_part(each)) || m_taken.keys.contains(key_part(each));
+    });
+  }
+
+  Taken m_taken;
+  Names m_restored;
+  Names m_keys;  ///< of restored lines
+  bool m_keeps_zeros = false;
+  std::vector<std::string> m_lines;
+  std::vector<std::string> m_loose;  ///< without a "/", behind all others
+};
+
+}  // namespace
+
+std::vector<std::string> salvaged_lines(const FolderView& folder) {
+  Taken taken = taken_by_entries(folder);
+  std::vector<std::string> lines;
+  for (std::string& line : lines_in(cleaned(folder.index_text()))) {
+    if (take(folder, line, taken)) lines.push_back(std::move(line));
+  }
+  return lines;
+}
+
+std::string with_restored_lines(const FolderView& folder, const std::vector<std::string>& lines,
+                                std::size_t& added) {
+  RestoredText text(folder, lines);
+  added = text.restored();
+  if (is_wide(folder.index_text())) {
+    std::istringstream plain(cleaned(folder.index_text()));
+    for (std::string line; std::getline(plain, line);) text.add_rest(line);
+    return text.text();
+  }
+  IndexLint lint;
+  lint.start(folder);
+  LintedLine line;
+  while (lint.next(line)) {
+    if (is_blank(line.raw)) continue;
+    const bool is_entry = line.verdict == Verdict::kEntry && !line.has_zeros;
+    if (is_entry || line.verdict == Verdict::kUnknown) {
+      text.add(line.raw);
+    } else {
+      text.add_rest(line.raw);
+    }
+  }
+  return text.text();
 }
 
 }  // namespace admin

@@ -2,18 +2,21 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 #include "client/admin/folder_view.h"
-#include "client/admin/staging_folder.h"
+#include "client/admin/locked_file.h"
 #include "index/index_format.h"
 
 namespace admin {
 
 namespace {
 
-constexpr std::int64_t kDay = 86'400;
+constexpr std::int64_t kHour = 3600;
+constexpr std::int64_t kDay = 24 * kHour;
 
 struct AgeGroup {
   std::int64_t limit;
@@ -230,6 +233,249 @@ Stats collect_stats(const Tree& tree, const StatsOptions& options) {
   walk(tree, options.scope, visitor);
   visitor.finish();
   return stats;
+}
+
+// ---- the space that a tree takes ---------------------------------------------------------------
+
+namespace {
+
+using ByName = std::map<std::string, Sum, std::less<>>;
+
+void add(Sum& sum, const Sum& more) {
+  sum.files += more.files;
+  sum.bytes += more.bytes;
+}
+
+GroupedSpace grouped(const ByName& sums, std::size_t top) {
+  GroupedSpace result;
+  for (const auto& [name, sum] : sums) result.groups.push_back({name, sum});
+  std::sort(result.groups.begin(), result.groups.end(), is_larger);
+  while (top != 0 && result.groups.size() > top) {
+    ++result.other_groups;
+    add(result.others, result.groups.back().sum);
+    result.groups.pop_back();
+  }
+  return result;
+}
+
+/// Sorts the children and counts the small ones together.
+void settle(SpaceNode& node, std::size_t most) {
+  std::sort(node.children.begin(), node.children.end(),
+            [](const SpaceNode& one, const SpaceNode& other) {
+              return is_larger({one.name, one.sum}, {other.name, other.sum});
+            });
+  for (const SpaceNode& child : node.children) add(node.sum, child.sum);
+  if (node.children.size() <= most) return;
+  SpaceNode rest;
+  rest.merged = node.children.size() - most + 1;
+  for (std::size_t i = most - 1; i < node.children.size(); ++i) add(rest.sum, node.children[i].sum);
+  node.children.resize(most - 1);
+  node.children.push_back(std::move(rest));
+}
+
+class Survey {
+ public:
+  void count(const CountedFile& file) {
+    ByOwner& owners = m_areas[file.area];
+    auto owner = owners.find(file.owner);
+    if (owner == owners.end()) owner = owners.emplace(std::string(file.owner), ByName()).first;
+    auto extension = owner->second.find(file.extension);
+    if (extension == owner->second.end())
+      extension = owner->second.emplace(std::string(file.extension), Sum()).first;
+    extension->second.add(file.size);
+  }
+
+  void finish(const SpaceOptions& options, Space& space) const {
+    ByName areas;
+    ByName by_owner;
+    ByName by_extension;
+    for (const auto& [area, owners] : m_areas) {
+      SpaceNode of_area;
+      of_area.name = name_of(area);
+      for (const auto& [owner, extensions] : owners) {
+        SpaceNode of_owner;
+        of_owner.name = owner;
+        for (const auto& [extension, sum] : extensions) {
+          of_owner.children.push_back({extension, sum, 0, {}});
+          add(areas[of_area.name], sum);
+          add(by_owner[owner], sum);
+          add(by_extension[extension], sum);
+        }
+        settle(of_owner, options.extensions);
+        of_area.children.push_back(std::move(of_owner));
+      }
+      settle(of_area, options.owners);
+      space.all.children.push_back(std::move(of_area));
+    }
+    settle(space.all, kAreas.size());
+    space.areas = grouped(areas, 0);
+    space.owners = grouped(by_owner, options.top);
+    space.extensions = grouped(by_extension, options.top);
+  }
+
+ private:
+  using ByOwner = std::map<std::string, ByName, std::less<>>;
+  std::map<Area, ByOwner> m_areas;
+};
+
+}  // namespace
+
+Space survey_space(const Tree& tree, const SpaceOptions& options) {
+  Space space;
+  Survey survey;
+  StatsOptions asked = options.stats;
+  asked.by = GroupBy::kAge;
+  asked.on_file = [&](const CountedFile& file) { survey.count(file); };
+  space.stats = collect_stats(tree, asked);
+  survey.finish(options, space);
+  return space;
+}
+
+// ---- what a cleaning would free ----------------------------------------------------------------
+
+namespace {
+
+constexpr std::int64_t kYear = 365 * kDay;
+
+constexpr std::array<AgeLimit, 12> kLimits = {{{kDay, "1d"},
+                                               {7 * kDay, "7d"},
+                                               {14 * kDay, "14d"},
+                                               {30 * kDay, "30d"},
+                                               {60 * kDay, "60d"},
+                                               {90 * kDay, "90d"},
+                                               {180 * kDay, "180d"},
+                                               {kYear, "1y"},
+                                               {2 * kYear, "2y"},
+                                               {3 * kYear, "3y"},
+                                               {5 * kYear, "5y"},
+                                               {10 * kYear, "10y"}}};
+
+class ForecastSink final : public InventorySink {
+ public:
+  ForecastSink(const ForecastOptions& options, const FailureSink& failed, Forecast& forecast)
+      : m_options(options), m_failed(failed), m_forecast(forecast) {}
+  bool holding(const Holding& holding) override {
+    m_forecast.add(holding, m_options);
+    return true;
+  }
+  void failed(const std::string& location, const std::string& why) override {
+    m_failed(location, why);
+  }
+
+ private:
+  const ForecastOptions& m_options;
+  const FailureSink& m_failed;
+  Forecast& m_forecast;
+};
+
+}  // namespace
+
+std::span<const AgeLimit> age_limits() { return kLimits; }
+
+void Forecast::add(const Holding& holding, const ForecastOptions& options) {
+  if (holding.kind == HoldingKind::kPart) {
+    m_bytes += holding.info.size;
+    return;
+  }
+  end_version();
+  const bool is_same_document = m_version && m_version->owner == holding.owner &&
+                                m_version->bucket == holding.bucket &&
+                                m_version->name == holding.name;
+  if (m_version && !is_same_document) end_document();
+  if (m_owners.empty() || m_owners.back().owner != holding.owner)
+    m_owners.push_back({holding.owner, {}, std::vector<Loss>(kLimits.size())});
+  m_age = options.now - (options.by_access ? holding.info.access_time : holding.info.modify_time);
+  m_bytes = holding.info.size;
+  m_youngest = is_same_document ? std::min(m_youngest, m_age) : m_age;
+  m_version = holding;
+}
+
+void Forecast::count(Curve& curve, std::int64_t age, std::uint64_t Loss::*what,
+                     std::uint64_t amount) {
+  curve.there.*what += amount;
+  for (std::size_t i = 0; i < kLimits.size() && age > kLimits[i].seconds; ++i)
+    curve.losses[i].*what += amount;
+}
+
+void Forecast::end_version() {
+  if (!m_version) return;
+  m_versions.push_back({m_age, m_bytes});
+  count(m_owners.back(), m_age, &Loss::versions, 1);
+  count(m_owners.back(), m_age, &Loss::bytes, m_bytes);
+}
+
+void Forecast::end_document() {
+  m_documents.push_back(m_youngest);
+  count(m_owners.back(), m_youngest, &Loss::documents, 1);
+}
+
+void Forecast::finish() {
+  end_version();
+  if (m_version) end_document();
+  m_version.reset();
+  m_all.losses.resize(kLimits.size());
+  const auto add = [](Loss& sum, const Loss& loss) {
+    sum.versions += loss.versions;
+    sum.documents += loss.documents;
+    sum.bytes += loss.bytes;
+  };
+  for (const Curve& curve : m_owners) {
+    add(m_all.there, curve.there);
+    for (std::size_t i = 0; i < kLimits.size(); ++i) add(m_all.losses[i], curve.losses[i]);
+  }
+  std::sort(m_owners.begin(), m_owners.end(), [](const Curve& one, const Curve& other) {
+    if (one.there.bytes != other.there.bytes) return one.there.bytes > other.there.bytes;
+    return one.owner < other.owner;
+  });
+  std::sort(m_versions.begin(), m_versions.end(),
+            [](const Aged& one, const Aged& other) { return one.age > other.age; });
+}
+
+Loss Forecast::loss_beyond(std::int64_t limit) const {
+  Loss loss;
+  for (const Aged& each : m_versions) {
+    if (each.age <= limit) break;
+    ++loss.versions;
+    loss.bytes += each.bytes;
+  }
+  loss.documents = static_cast<std::uint64_t>(std::count_if(
+      m_documents.begin(), m_documents.end(), [limit](std::int64_t age) { return age > limit; }));
+  return loss;
+}
+
+LimitFor Forecast::limit_for(std::uint64_t target) const {
+  LimitFor result;
+  result.kept = m_all.there.bytes;
+  result.is_needless = result.kept <= target;
+  if (result.is_needless) return result;
+  std::uint64_t kept = m_all.there.bytes;
+  for (const Aged& each : m_versions) {
+    kept -= each.bytes;
+    if (kept > target) continue;
+    // This one has to go, so the limit is below its age.
+    const std::int64_t most = each.age - 1;
+    if (most < 0) return result;
+    const std::int64_t unit = most >= 2 * kDay ? kDay : most >= 2 * kHour ? kHour : 1;
+    result.limit = most / unit * unit;
+    result.loss = loss_beyond(*result.limit);
+    result.kept = m_all.there.bytes - result.loss.bytes;
+    return result;
+  }
+  return result;
+}
+
+EntryFailures forecast_cleaning(const Tree& tree, const ForecastOptions& options,
+                                const FailureSink& failed, Forecast& forecast) {
+  InventoryOptions asked;
+  asked.scope = options.scope;
+  if (!asked.scope.area) asked.scope.area = Area::kDocs;
+  asked.locking = options.locking;
+  asked.stop = options.stop;
+  asked.on_folder = options.on_folder;
+  ForecastSink sink(options, failed, forecast);
+  const EntryFailures failures = take_inventory(tree, asked, sink);
+  forecast.finish();
+  return failures;
 }
 
 }  // namespace admin

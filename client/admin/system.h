@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/os/look.h"
 
@@ -50,3 +51,28 @@ os::Status probe_readable(const std::string& path);
 std::string text_of(const os::Status& status);
 
 }  // namespace admin::sys
+
+namespace admin {
+
+// ---- whether a user may write ------------------------------------------------------------------
+//
+// Whether the calling user could store something in a document folder, asked without changing
+// anything. What a writer meets is met in this order: the folder, its index, its counter.
+
+/// Something that keeps a writer out.
+struct Obstacle {
+  enum class Kind { kFolder, kIndex, kCounter };
+  Kind kind = Kind::kFolder;
+  std::string path;
+  std::string why;  ///< "it is read-only", or the system's words
+};
+
+/// What keeps a new document out of a folder, which need not be there yet; empty when nothing does.
+std::vector<Obstacle> obstacles_to_writing(const std::string& folder);
+/// The same in one sentence for the first obstacle; empty without one.
+std::string why_not_storable(const std::string& folder);
+
+/// Why a file cannot be used, in words: what stands in its place, or what the system says.
+std::string why_not_usable(const std::string& path, const os::Status& status);
+
+}  // namespace admin

@@ -4,7 +4,7 @@
 #include <tuple>
 
 #include "client/admin/name_snapshot.h"
-#include "client/admin/salvage.h"
+#include "client/admin/repair_text.h"
 #include "client/stgctl/report.h"
 #include "client/stgctl/saved_names.h"
 #include "client/stgctl/text.h"

@@ -6,8 +6,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "client/admin/inventory.h"
-#include "client/admin/portable_name.h"
+#include "client/admin/entries.h"
+#include "client/admin/text.h"
 
 namespace stgctl {
 

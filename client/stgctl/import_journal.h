@@ -3,7 +3,7 @@
 #include <set>
 #include <string>
 
-#include "client/admin/inventory.h"
+#include "client/admin/entries.h"
 #include "client/stgctl/context.h"
 #include "vu_file.h"
 

@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "client/admin/folder_view.h"
-#include "client/admin/index_lint.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
 #include "client/stgctl/text.h"

@@ -3,7 +3,7 @@
 #include <map>
 #include <memory>
 
-#include "client/admin/name_diff.h"
+#include "client/admin/name_restore.h"
 #include "client/admin/name_snapshot.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/look.h"

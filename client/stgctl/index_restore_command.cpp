@@ -4,7 +4,7 @@
 
 #include "client/admin/name_restore.h"
 #include "client/admin/name_snapshot.h"
-#include "client/admin/writable.h"
+#include "client/admin/system.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/lock_wait.h"
 #include "client/stgctl/names_file.h"

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "client/admin/writable.h"
+#include "client/admin/system.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/key_lines.h"
 #include "client/stgctl/lock_wait.h"

@@ -4,7 +4,6 @@
 #include <array>
 #include <utility>
 
-#include "client/admin/portable_name.h"
 #include "client/admin/text.h"
 #include "client/stgctl/exit_codes.h"
 #include "client/stgctl/output.h"

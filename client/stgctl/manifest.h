@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "client/admin/checksum.h"
-#include "client/admin/inventory.h"
+#include "client/admin/entries.h"
+#include "client/admin/text.h"
 #include "client/stgctl/new_file.h"
 #include "client/stgctl/report.h"
 

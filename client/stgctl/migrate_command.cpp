@@ -1,7 +1,7 @@
 
 #include <algorithm>
 
-#include "client/admin/writable.h"
+#include "client/admin/system.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/lock_wait.h"
 #include "client/stgctl/operations.h"

@@ -7,7 +7,7 @@
 #include <system_error>
 #include <utility>
 
-#include "client/admin/checksum.h"
+#include "client/admin/text.h"
 #include "client/stgctl/paths.h"
 #include "client/stgctl/text.h"
 

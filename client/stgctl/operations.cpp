@@ -6,7 +6,7 @@
 #include <set>
 #include <utility>
 
-#include "client/admin/writable.h"
+#include "client/admin/system.h"
 #include "client/stgctl/exit_codes.h"
 #include "client/stgctl/lock_wait.h"
 #include "client/stgctl/text.h"

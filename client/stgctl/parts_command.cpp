@@ -1,6 +1,6 @@
 #include <memory>
 
-#include "client/admin/parts.h"
+#include "client/admin/explain.h"
 #include "client/stgctl/entry_look.h"
 #include "client/stgctl/text.h"
 

@@ -6,7 +6,7 @@
 #include <memory>
 #include <system_error>
 
-#include "client/admin/name_store_format.h"
+#include "client/admin/name_snapshot.h"
 #include "client/stgctl/arguments.h"
 #include "client/stgctl/exit_codes.h"
 #include "client/stgctl/paths.h"

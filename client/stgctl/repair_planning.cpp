@@ -5,10 +5,9 @@
 #include <string_view>
 
 #include "client/admin/folder_view.h"
+#include "client/admin/locked_file.h"
 #include "client/admin/name_snapshot.h"
 #include "client/admin/repair_text.h"
-#include "client/admin/salvage.h"
-#include "client/admin/staging_folder.h"
 #include "client/stgctl/progress.h"
 #include "client/stgctl/repair_plan.h"
 #include "client/stgctl/saved_names.h"

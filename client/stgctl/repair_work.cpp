@@ -3,9 +3,8 @@
 #include <set>
 
 #include "client/admin/folder_view.h"
+#include "client/admin/locked_file.h"
 #include "client/admin/repair_text.h"
-#include "client/admin/salvage.h"
-#include "client/admin/staging_folder.h"
 #include "client/stgctl/exit_codes.h"
 #include "client/stgctl/lock_wait.h"
 #include "client/stgctl/text.h"

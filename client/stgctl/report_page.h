@@ -6,9 +6,7 @@
 #include <vector>
 
 #include "client/admin/check.h"
-#include "client/admin/finding.h"
-#include "client/admin/forecast.h"
-#include "client/admin/space.h"
+#include "client/admin/stats.h"
 
 namespace stgctl {
 

@@ -3,8 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "client/admin/forecast.h"
-#include "client/admin/space.h"
+#include "client/admin/stats.h"
 #include "client/stgctl/json.h"
 
 /// @file

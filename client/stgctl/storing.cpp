@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "client/admin/writable.h"
+#include "client/admin/system.h"
 #include "client/stgctl/exit_codes.h"
 #include "client/stgctl/new_file.h"
 #include "client/stgctl/progress.h"

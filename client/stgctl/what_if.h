@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "client/admin/forecast.h"
+#include "client/admin/stats.h"
 #include "client/stgctl/context.h"
 #include "client/stgctl/exit_codes.h"
 #include "client/stgctl/output.h"

@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "client/admin/folder_view.h"
-#include "client/admin/index_lint.h"
 #include "client/admin/locked_file.h"
 #include "client/admin/name_restore.h"
 #include "client/admin/new_versions.h"

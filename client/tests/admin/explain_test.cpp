@@ -3,9 +3,7 @@
 #include <random>
 #include <vector>
 
-#include "client/admin/explain_steps.h"
 #include "client/admin/lookup.h"
-#include "client/admin/parts.h"
 #include "client/tests/admin/tree_fixture.h"
 
 using admin::Answer;

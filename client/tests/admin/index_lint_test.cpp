@@ -1,4 +1,4 @@
-#include "client/admin/index_lint.h"
+#include "client/admin/folder_view.h"
 
 #include <map>
 #include <random>

@@ -1,4 +1,4 @@
-#include "client/admin/inventory.h"
+#include "client/admin/entries.h"
 
 #include "client/tests/admin/tree_fixture.h"
 

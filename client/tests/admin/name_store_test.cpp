@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <string>
 
-#include "client/admin/name_diff.h"
+#include "client/admin/name_restore.h"
 #include "client/admin/name_snapshot.h"
 #include "client/tests/admin/tree_fixture.h"
 

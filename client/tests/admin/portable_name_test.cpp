@@ -1,13 +1,10 @@
-#include "client/admin/portable_name.h"
+#include "client/admin/text.h"
 
 #include <gtest/gtest.h>
 
 #include <set>
 #include <utility>
 #include <vector>
-
-#include "client/admin/checksum.h"
-#include "client/admin/text.h"
 
 TEST(PortableName, KeepsWhatEverySystemKeeps) {
   for (const char* const name :

@@ -7,7 +7,6 @@
 #include "client/admin/doctor.h"
 #include "client/admin/entries.h"
 #include "client/admin/explain.h"
-#include "client/admin/parts.h"
 #include "client/admin/stats.h"
 #include "client/tests/admin/tree_fixture.h"
 #include "tests/support/process.h"

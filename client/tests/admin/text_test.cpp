@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "client/admin/name_table.h"
+#include "client/admin/folder_view.h"
 
 using admin::NameTable;
 

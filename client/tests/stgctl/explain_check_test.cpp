@@ -171,7 +171,7 @@ TEST_F(ClientCheck, RefusesQuickAndFullTogether) {
   EXPECT_EQ(on_tree({"check", "--quick", "--full"}).code, 2);
 }
 
-// ---- what is not served, and what to do next ----------------------------------------------------
+// ---- what is not served, and what to do next ---------------------------------------------------
 
 class ClientCheckLoss : public Client {
  protected:
