@@ -1,16 +1,17 @@
 #!/usr/bin/env bash
-# Counts instructions under valgrind and prints them as Markdown: scripts/bench-instructions.sh
-# The programs are those of ./dev bench. Fails when a trace costs more than 20 instructions or allocates.
+# Counts instructions of the programs of ./dev bench under valgrind; prints Markdown: scripts/bench-instructions.sh
+# Fails when a trace without a sink allocates or costs more than 20 instructions, or when a call through the C
+# interface exceeds its limit.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 programs=$BUILD/bench/release/bin
 work=$BUILD/bench/instructions
 mkdir -p "$work"
 
-# The instructions of measured() in a run of "$@".
+# Prints the instructions that the function measured() of the program "$@" executes.
 count() {
   valgrind --tool=callgrind --callgrind-out-file="$work/callgrind.out" --toggle-collect=measured "$@" \
-    >"$work/log" 2>&1 || { tail -n 20 "$work/log" >&2; die "counting the instructions of '$*' failed"; }
+    >"$work/log" 2>&1 || { tail -n 20 "$work/log" >&2; die "counting the instructions of '$*' failed: see above"; }
   sed -nE 's/.*Collected : ([0-9]+).*/\1/p' "$work/log"
 }
 
@@ -19,7 +20,7 @@ per_thousand() { awk -v n="$1" 'BEGIN { printf "%.1f", n / 1000 }'; }
 nothing=$(count "$programs/trace_cost" nothing)
 scope=$(count "$programs/trace_cost" scope)
 record=$(count "$programs/trace_cost" record)
-echo "| nobody listens | instructions | at most |"
+echo "| without a trace sink | instructions | limit |"
 echo "|---|--:|--:|"
 echo "| a trace scope | $(per_thousand $((scope - nothing))) | 20 |"
 echo "| a record | $(per_thousand $((record - scope))) | 20 |"
@@ -35,11 +36,11 @@ for operation in exists last list map load rewrite create remove; do
   echo "$line"
 done
 echo
-echo "| instructions of one call | exported class | C interface | times | at most |"
+echo "| instructions of one call | exported class | C interface | ratio | limit |"
 echo "|---|--:|--:|--:|--:|"
 dear=
 for call in exists served over put read write text whole list latest; do
-  # What a handle and a status cost, some 200, beside a call that does little more than ask the system to write.
+  # A handle and a status cost about 200 instructions; a call that only writes a short text costs little more.
   case $call in text) limit=1.70 ;; *) limit=1.05 ;; esac
   class=$(count "$programs/storage_c_interface" "$call" class "$work/c-root")
   c=$(count "$programs/storage_c_interface" "$call" c "$work/c-root")
@@ -47,6 +48,6 @@ for call in exists served over put read write text whole list latest; do
   echo "| $call | $((class / 100)) | $((c / 100)) | $times | $limit |"
   awk -v times="$times" -v limit="$limit" 'BEGIN { exit times > limit }' || dear+=" $call"
 done
-[ -z "$dear" ] || die "these cost too much through the C interface:$dear"
+[ -z "$dear" ] || die "calls through the C interface exceed their limit:$dear (see the table above)"
 [ $((scope - nothing)) -le 20000 ] && [ $((record - scope)) -le 20000 ] ||
-  die "a trace costs more than 20 instructions"
+  die "a trace costs more than 20 instructions: see the table above"

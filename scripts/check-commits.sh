@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# The rules for commit messages: a subject of at most 72 characters, "area: what changed", and a body that
-# says why, with lines of at most 100.
+# Checks commit messages. The subject is "area: what changed", at most 72 characters. The body says why; its
+# lines have at most 100 characters.
 #
-#   scripts/check-commits.sh            the commits since the upstream branch, or the last one
-#   scripts/check-commits.sh RANGE      those of a range, such as main..topic
-#   scripts/check-commits.sh --message FILE    one message; the commit hook of ./dev setup calls it so
+#   scripts/check-commits.sh                   the commits that are not in the upstream branch, or the last commit
+#   scripts/check-commits.sh RANGE             the commits of a range, such as main..topic
+#   scripts/check-commits.sh --message FILE    one message; this is the call of the hook of ./dev setup
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-# complaints <message>: what is wrong with it, a line each.
+# complaints <message>: prints one line per fault.
 complaints() {
   local subject body
   subject=$(sed -n '1p' <<<"$1")
@@ -15,11 +15,11 @@ complaints() {
   case $subject in
     "Merge "* | "Revert "* | "fixup! "* | "squash! "*) return ;;
   esac
-  [ "${#subject}" -le 72 ] || echo "the subject has ${#subject} characters, at most 72 are wanted"
-  [[ $subject =~ ^[a-z0-9][^:]*:\ [^\ ] ]] || echo "the subject is not of the form 'area: what changed'"
-  [ -z "$(sed -n '1p' <<<"$body")" ] || echo "the second line is not empty"
-  grep -q '[^[:space:]]' <<<"$body" || echo "there is no body that says why"
-  awk 'length($0) > 100 { print "a line of the body has " length($0) " characters, at most 100 are wanted"; exit }' <<<"$body"
+  [ "${#subject}" -le 72 ] || echo "the subject has ${#subject} characters: shorten it to 72"
+  [[ $subject =~ ^[a-z0-9][^:]*:\ [^\ ] ]] || echo "the subject has no area: write 'area: what changed'"
+  [ -z "$(sed -n '1p' <<<"$body")" ] || echo "the second line is not empty: put an empty line after the subject"
+  grep -q '[^[:space:]]' <<<"$body" || echo "the body is empty: say why the change is made"
+  awk 'length($0) > 100 { print "a line of the body has " length($0) " characters: wrap it at 100"; exit }' <<<"$body"
 }
 
 if [ "${1-}" = --message ]; then
@@ -49,5 +49,5 @@ while read -r commit; do
   git -C "$ROOT" show -s --format='%h %s' "$commit" >&2
   sed 's/^/  /' <<<"$found" >&2
 done < <(git -C "$ROOT" rev-list --no-merges "$range")
-[ "$bad" -eq 0 ] || die "$bad of $count commits do not keep to the rules (CONTRIBUTING.md)"
-say "$count commit messages keep to the rules"
+[ "$bad" -eq 0 ] || die "$bad of $count commit messages break the rules above: change them with 'git rebase -i'"
+say "$count commit messages follow the rules"

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Fetches a Debian source package, signatures checked, without touching the system's apt state.
+# Fetches a Debian source package and checks its signatures. The apt state of the system does not change.
 #
 #   scripts/debian-source.sh <package> <folder> [bookworm]
 #
-# The machine's own package sources are used, or those of another Debian on the same servers: their binary
-# entries are copied as source entries into a private list, which apt-get reads for this call alone.
+# Uses the machine's package sources, or with "bookworm" those of Debian 12 on the same servers. Their binary
+# entries become source entries in a private list that only this call of apt-get reads.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 package=${1:?package}
@@ -17,7 +17,8 @@ rm -f "$state"/sources/*
 # One-line entries: "deb [options] uri suite component..."
 one_line_entries() { sed -nE 's/^[[:space:]]*deb([[:space:]])/deb-src\1/p' "$1"; }
 
-# Stanzas of "Field: value" lines, apart by blank lines; the Types field says what they offer.
+# Prints the stanzas of a deb822 file that offer binary packages, changed to source packages. A stanza is a
+# block of "Field: value" lines; blank lines separate stanzas.
 stanzas() {
   awk 'BEGIN { RS = ""; ORS = "\n\n"; FS = "\n" }
     {
@@ -27,7 +28,7 @@ stanzas() {
         line = tolower($i)
         if (line ~ /^types:/) { types = 1; if (line ~ /[: \t]deb([ \t]|$)/) offers = 1; continue }
         if (line ~ /^enabled:[ \t]*(no|false|off|0)/) wanted = 0
-        # Further lines of a field begin with a blank; the Types field is written anew below.
+        # A line that begins with a blank continues its field. The printf below writes a new Types field.
         if ($i !~ /^[ \t]/) types = 0
         if (types) { if (line ~ /[ \t]deb([ \t]|$)/) offers = 1; continue }
         stanza = stanza $i "\n"
@@ -51,9 +52,9 @@ for file in "${files[@]}"; do
 done
 find "$state/sources" -type f -size 0 -delete
 [ -n "$(ls "$state/sources")" ] ||
-  die "no package source is configured in $etc; add Debian's to $etc/sources.list and run this again"
+  die "no package source in $etc: add Debian's to $etc/sources.list and run this again"
 
-# In a file of its own because only there can the machine's hooks after an update be dropped.
+# A configuration file, because "#clear" works only in a file. It removes the machine's update hooks.
 cat >"$state/apt.conf" <<CONF
 Dir::Etc::sourcelist "/dev/null";
 Dir::Etc::sourceparts "$state/sources";
@@ -67,11 +68,11 @@ APT::Sandbox::User "root";
 #clear Acquire::IndexTargets::deb-src::DEP-11;
 CONF
 
-# A source of a third party may lack source packages: only a missing package is an error.
+# A failed update is no error yet: a third party's package source may lack source packages.
 updated=yes
 apt-get -c "$state/apt.conf" -q update >"$state/update.log" 2>&1 || updated=no
 if ! (cd "$folder" && apt-get -c "$state/apt.conf" -q --download-only source "$package") \
   >"$state/source.log" 2>&1; then
   if [ "$updated" = yes ]; then lines_that_matter "$state/source.log" >&2; else lines_that_matter "$state/update.log" >&2; fi
-  die "Debian's source package '$package' could not be fetched; check the network and $etc/sources.list*"
+  die "cannot fetch Debian's source package '$package': check the network and $etc/sources.list*"
 fi

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # The steps of ./dev demo:
 #
-#   scripts/demo.sh store <linux|windows>   the demonstration program stores some hundred real files, reads
-#                                           them back and compares every byte; the Windows one runs under Wine
-#   scripts/demo.sh exchange                each platform reads what the other one wrote, and compares it
-#   scripts/demo.sh tour <linux|windows>    a tour of the client
+#   scripts/demo.sh store <linux|windows>   the demo program stores several hundred real files, reads them back
+#                                           and compares every byte; the Windows program runs under Wine
+#   scripts/demo.sh exchange                each platform reads and compares what the other one wrote
+#   scripts/demo.sh tour <linux|windows>    scripts/tour.sh
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-# Far more than a run takes; a program that hangs must not hang the caller.
+# Much longer than a run takes; ends a program that hangs.
 limit=(timeout -k 10 600)
 native_files=300
 windows_files=150
@@ -17,14 +17,14 @@ windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 
 run_native() { "${limit[@]}" "$BUILD/linux/bin/storage_demo" "$@"; }
 
-# Wine takes the names of files in the locale's encoding.
+# Wine encodes file names in the encoding of the locale.
 run_windows() {
   LC_ALL=C.UTF-8 "${limit[@]}" "$ROOT/scripts/wine-run.sh" "$BUILD/mingw/bin/storage_demo.exe" "$@"
 }
 
 demo_linux() { run_native --root "$BUILD/demo/linux" --fresh --max-files "$native_files"; }
 
-# The folders of real files that the native program takes by itself.
+# The native program uses these source folders by default.
 demo_windows() {
   local folder
   local -a sources=()
@@ -54,5 +54,5 @@ case "${1-} ${2-}" in
     say "a tour of the client on $2"
     "$ROOT/scripts/tour.sh" "$2"
     ;;
-  *) die "scripts/demo.sh knows no step '$*'" ;;
+  *) die "unknown step '$*': use 'store PLATFORM', 'exchange' or 'tour PLATFORM'" ;;
 esac

@@ -1,47 +1,47 @@
 #!/usr/bin/env bash
-# Holds the documentation against what it describes:
+# Checks that the documentation is true:
 #
 #   scripts/docs-check.sh quick <folder of stgctl>     transcripts, manual pages, the program in README.md
-#   scripts/docs-check.sh commands [GUIDE.md...]       runs the commands of the guides as they are written
+#   scripts/docs-check.sh commands [GUIDE.md...]       runs the commands of the guides
 #
-# Commands are the lines of fences marked "sh", and of plain fences in which every line is a ./dev command. All of
-# one guide are one session of bash in the project's folder. What takes long gets a small budget, which is told.
+# Commands are the lines of fences marked "sh", and of plain fences in which every line is a ./dev command. All
+# commands of one guide run in one bash session in the project's folder. A long run gets a small budget instead.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 cd "$ROOT"
 
 transcripts=(docs/administration.md docs/recovery.md docs/host-guide.md)
 
-# The program that README.md shows is the example itself.
+# README.md shows exactly the text of examples/hello.cpp.
 check_readme_program() {
   diff -u --label examples/hello.cpp --label README.md examples/hello.cpp \
     <(awk '/^```cpp$/ { inside = 1; next } /^```$/ { inside = 0 } inside' README.md) ||
-    die "README.md shows another program than examples/hello.cpp"
+    die "README.md differs from examples/hello.cpp (see above): copy the program into README.md"
   say "README.md shows examples/hello.cpp"
 }
 
-# The page is what the program writes, and tells every command and option that --help knows.
+# The manual page equals the output of "stgctl manual" and contains every command and option of --help.
 check_manual() {
   local client=$1/stgctl page=docs/man/stgctl.1 command option count=0
   diff -u --label "$page" --label "stgctl manual" "$page" <("$client" manual) ||
-    die "$page is out of date; write it anew: stgctl manual > $page"
+    die "$page is out of date: run 'stgctl manual > $page'"
   local plain
   plain=$(sed 's/\\-/-/g; s/\\f[BIR]//g' "$page")
   local -a commands
   mapfile -t commands < <("$client" --help | sed -nE 's/^  ([a-z][a-z-]*)  .*/\1/p')
-  [ "${#commands[@]}" -gt 0 ] || die "stgctl --help names no command"
+  [ "${#commands[@]}" -gt 0 ] || die "cannot read the commands from the output of 'stgctl --help'"
   for command in "" "${commands[@]}"; do
-    # shellcheck disable=SC2086  # no command: the options of all
+    # shellcheck disable=SC2086  # an empty command stands for the common options
     while read -r option; do
       count=$((count + 1))
-      grep -q -e "$option" <<<"$plain" || die "stgctl $command --help knows $option, which $page does not tell"
+      grep -q -e "$option" <<<"$plain" || die "$page lacks the option $option of 'stgctl $command'"
     done < <("$client" $command --help | grep -oE '^ +(-[a-zA-Z],)?--[a-z-]+' | grep -oE -e '--[a-z-]+')
-    [ -z "$command" ] || grep -q -e "$command" <<<"$plain" || die "$page does not tell the command $command"
+    [ -z "$command" ] || grep -q -e "$command" <<<"$plain" || die "$page lacks the command $command"
   done
-  [ "$count" -gt 0 ] || die "no option was read from stgctl --help"
-  say "$page tells ${#commands[@]} commands and every one of their $count options"
+  [ "$count" -gt 0 ] || die "cannot read the options from the output of 'stgctl --help'"
+  say "$page contains all ${#commands[@]} commands and their $count options"
 }
 
-# The commands of a guide, one per line.
+# Prints the commands of a guide, one per line.
 commands_of() {
   awk '
     /^ *```/ {
@@ -52,11 +52,11 @@ commands_of() {
     inside { if ($0 ~ /[^ ]/) { lines[++n] = $0; if ($0 !~ /^\.\/dev /) all_dev = 0 } }' "$1"
 }
 
-# A command as it is run here. Nothing: it is not run, and the reason is told.
+# Prints the form in which a command runs here. Prints nothing when it does not run; the reason goes to stderr.
 within_budget() {
   local line=${1%%  #*}
   case $line in
-    './dev docs-check'*) echo "not run (this is it): $1" >&2 ;;
+    './dev docs-check'*) echo "not run (it would call itself): $1" >&2 ;;
     './dev bench growth'*) echo "not run (minutes, and 1,500,000 free inodes): $1" >&2 ;;
     './dev bench windows'*) echo "not run (minutes): $1" >&2 ;;
     './dev bench'*) echo './dev bench --quick "exists, hit"' ;;
@@ -78,12 +78,12 @@ check_commands() {
   trap 'rm -rf "$scratch"' EXIT
   script=$scratch/session.sh
   for guide in "$@"; do
-    [ -f "$guide" ] || die "there is no guide $guide"
+    [ -f "$guide" ] || die "there is no guide '$guide': name a file such as docs/stgctl.md"
     count=0
     printf 'set -euo pipefail\n' >"$script"
     end=""
     while IFS= read -r line; do
-      # What goes to a command's input is not looked at.
+      # Lines of a here-document are input of a command, not commands.
       if [ -n "$end" ]; then
         printf '%s\n' "$line" >>"$script"
         [ "$line" != "$end" ] || end=""
@@ -93,7 +93,7 @@ check_commands() {
       run=$(within_budget "$line")
       [ -n "$run" ] || continue
       count=$((count + 1))
-      # A comment tells when a command ends with something else than 0.
+      # "# ends with N" in the guide states an exit code other than 0.
       if [[ $line =~ '# ends with '([0-9]+) ]]; then
         run="code=0; { $run; } || code=\$?; [ \$code -eq ${BASH_REMATCH[1]} ]"
       fi
@@ -101,11 +101,11 @@ check_commands() {
     done < <(commands_of "$guide")
     [ "$count" -gt 0 ] || continue
     say "$guide: $count commands"
-    TMPDIR=$scratch bash "$script" </dev/null || die "a command of $guide failed (see above)"
+    TMPDIR=$scratch bash "$script" </dev/null || die "a command of $guide failed: see above"
     total=$((total + count))
   done
-  [ "$total" -gt 0 ] || die "no command was found"
-  say "$total commands of the guides work as they are written"
+  [ "$total" -gt 0 ] || die "the guides contain no command: mark the fences of commands with 'sh'"
+  say "$total commands of the guides work"
 }
 
 case ${1:?quick or commands} in
@@ -119,5 +119,5 @@ case ${1:?quick or commands} in
     [ $# -gt 0 ] || set -- README.md CONTRIBUTING.md docs/*.md
     check_commands "$@"
     ;;
-  *) die "scripts/docs-check.sh knows quick and commands, not '$1'" ;;
+  *) die "unknown check '$1': use quick or commands" ;;
 esac

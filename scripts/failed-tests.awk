@@ -1,8 +1,8 @@
-# CTest's output of a run that failed, in three lines: which tests it were, and where and why the first failed.
+# Reads CTest's output of a failed run and prints three lines: the failed tests, and where and why the first failed.
 BEGIN { most = 8 }
 { sub(/\r$/, "") }
 
-# What a test said stands between the line with its result and CTest's next one.
+# The output of a test follows the line with its result and ends at CTest's next line.
 /^ *[0-9]+\/[0-9]+ Test +#[0-9]+: / {
   inside = /\*\*\*/ && !/\*\*\*Skipped/ && first == ""
   if (inside) {
@@ -15,7 +15,7 @@ BEGIN { most = 8 }
 }
 /^ +Start +[0-9]+: / { inside = 0; next }
 /^[0-9]+% tests passed/ { inside = 0; failed = $4; all = $NF; next }
-# Those that were skipped are listed as well, before.
+# The list of skipped tests comes before; it is discarded.
 /^The following tests FAILED/ { named = 0; names = "" }
 /^\t *[0-9]+ - / {
   if (++named <= most) names = names (named > 1 ? ", " : "") $3
@@ -23,7 +23,7 @@ BEGIN { most = 8 }
 }
 !inside { next }
 
-# GoogleTest: the place, the message up to an empty line, the case. A long run: one line.
+# GoogleTest prints the place, the message up to an empty line, and the case. A reliability suite prints one line.
 /^\[  FAILED  \] / && place != "" && name == "" { name = $4 }
 /^\[/ || /^[ \t]*$/ { complete = place != ""; next }
 place == "" && /: Failure$/ { place = $0; next }

@@ -1,18 +1,18 @@
 #!/usr/bin/env bash
-# Tries the two commands of the README as a new user on a new machine does:
+# Runs the two commands of the README as a new user on a new machine:
 #
 #   scripts/fresh.sh <bookworm|trixie> <demo|test>...
 #
-# A minimal Debian is made below build/fresh, with a user who may use sudo and a clone of what is committed
-# here. Its mounts and its processes belong to namespaces of their own, so they are gone with this script,
-# however it ends. The machine's network, package sources and proxy are used. Needs root or sudo.
+# Creates a minimal Debian below build/fresh, with a user who may use sudo and a clone of the last commit.
+# Its mounts and processes are in separate namespaces, so they end with this script, even when it is killed.
+# It uses the machine's network, package sources and proxy. Needs root or sudo.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 readonly user=maria
 
-# ---- inside: the machine starts -------------------------------------------------------------------
+# ---- inside: start of the machine -----------------------------------------------------------------
 
-# Mounts what a machine has, makes the folder the root of everything, and becomes the user's shell.
+# Mounts the file systems of a machine, makes the folder the root of all, and runs the command as the user.
 # boot <root> <command...>
 boot() {
   local root=$1
@@ -42,7 +42,7 @@ boot() {
   pivot_root . old
   umount -l /old
   rmdir /old
-  # Nothing of the caller's environment: neither its compiler cache nor its settings.
+  # An empty environment: no compiler cache and no settings of the caller.
   exec env -i TERM="${TERM:-dumb}" PATH=/usr/local/bin:/usr/bin:/bin HOME=/home/$user \
     setpriv --reuid=1000 --regid=1000 --init-groups --reset-env \
     bash -c 'cd ~/project && exec "$@"' - "$@"
@@ -52,28 +52,28 @@ if [ "${1-}" = --boot ]; then
   boot "${@:2}"
 fi
 
-# ---- outside: the machine is made -----------------------------------------------------------------
+# ---- outside: creating the machine ----------------------------------------------------------------
 
 suite=${1:?bookworm or trixie}
 shift
 case $suite in
   bookworm | trixie) ;;
-  *) die "'$suite' is no Debian that this is tried on; say bookworm or trixie" ;;
+  *) die "unknown Debian '$suite': use bookworm or trixie" ;;
 esac
 for command in "$@"; do
   case $command in
     demo | test) ;;
-    *) die "'$command' is none of the README's commands; say demo or test" ;;
+    *) die "unknown command '$command': use demo or test" ;;
   esac
 done
 [ $# -gt 0 ] || set -- demo test
 
 if [ "$(id -u)" -ne 0 ]; then
-  command -v sudo >/dev/null || die "only root can make a root folder and mount; there is no sudo"
+  command -v sudo >/dev/null || die "creating and mounting a Debian needs root, and sudo is missing: run this as root"
   exec sudo "${BASH_SOURCE[0]}" "$suite" "$@"
 fi
 unshare --mount --pid --fork true 2>/dev/null ||
-  die "this machine lets nobody mount (unshare fails); a container needs to be a privileged one"
+  die "unshare fails, so nothing can be mounted here: in a container, run it privileged"
 
 fresh=$BUILD/fresh
 root=$fresh/$suite
@@ -84,7 +84,7 @@ main=$(package_sources "$suite" | sed -n '1s/ .*//p')
 
 say "a fresh Debian ($suite) in $root"
 rm -rf --one-file-system "$root"
-quietly "$fresh/$suite-debootstrap.log" "making a minimal Debian" debootstrap --variant=minbase \
+quietly "$fresh/$suite-debootstrap.log" "creating a minimal Debian" debootstrap --variant=minbase \
   --include=git,sudo --cache-dir="$fresh/packages" "$suite" "$root" "$main"
 
 package_sources "$suite" | sed 's/^/deb /; s/$/ main/' >"$root/etc/apt/sources.list"
@@ -96,11 +96,11 @@ echo "$suite" >"$root/etc/hostname"
 chroot "$root" useradd --uid 1000 --create-home --shell /bin/bash "$user"
 echo "$user ALL=(ALL) NOPASSWD: ALL" >"$root/etc/sudoers.d/$user"
 
-[ -z "$(git -C "$ROOT" status --porcelain)" ] || say "only what is committed is tried; you have changes beyond it"
+[ -z "$(git -C "$ROOT" status --porcelain)" ] || say "note: this runs the last commit, without your uncommitted changes"
 git -c safe.directory='*' clone -q "file://$ROOT" "$root/home/$user/project"
 chown -R 1000:1000 "$root/home/$user"
 
-# A command's seconds as the clock has them, and those of the processors.
+# Elapsed seconds, then CPU seconds in user and system mode.
 TIMEFORMAT='%R %U %S'
 failed=()
 results=()
@@ -115,10 +115,10 @@ for command in "$@"; do
     ) 2>&1 | tee "$log" || status=$?
   } 2>"$fresh/time"
   read -r clock user_time system_time <"$fresh/time" || true
-  results+=("$(printf '%-5s on %s: %s, %.0f s by the clock, %.0f s of CPU' "$command" "$suite" \
+  results+=("$(printf '%-5s on %s: %s, %.0f s elapsed, %.0f s of CPU' "$command" "$suite" \
     "$([ "$status" -eq 0 ] && echo passed || echo FAILED)" "$clock" \
     "$(echo "$user_time $system_time" | awk '{ print $1 + $2 }')")")
   [ "$status" -eq 0 ] || failed+=("$command")
 done
 for result in "${results[@]}"; do say "$result"; done
-[ "${#failed[@]}" -eq 0 ] || die "failed on $suite: ${failed[*]}; the logs are $fresh/$suite-*.log"
+[ "${#failed[@]}" -eq 0 ] || die "failed on $suite: ${failed[*]}; see the logs $fresh/$suite-*.log"

@@ -1,32 +1,33 @@
 #!/usr/bin/env bash
-# Runs fuzz targets that are built: scripts/fuzz.sh <folder of programs> <runs|-> <seconds|-> <merge|run> <target...>
-# Each target starts from its committed inputs and from those that earlier runs found (build/fuzz/<target>),
-# adds what it finds there, and says one line. An input that ends a run badly is kept in build/fuzz/findings.
+# Runs built fuzz targets: scripts/fuzz.sh <folder of programs> <runs|-> <seconds|-> <merge|run> <target...>
+# Each target starts from its committed inputs and from the inputs of earlier runs in build/fuzz/<target>, adds new
+# inputs there, and prints one line. An input that makes a target fail is kept in build/fuzz/findings.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 programs=$1 runs=$2 seconds=$3 what=$4
 shift 4
 
-# The largest input, in bytes: enough for every rule, small enough for thousands a second (whole operations: hundreds).
+# The largest input in bytes: enough for every rule, small enough for thousands of runs per second (whole-operations:
+# hundreds).
 largest() {
   case $1 in
-    index-text) echo 64 ;; # each line feed may make an entry of all the rest
+    index-text) echo 64 ;; # each line feed may turn the whole rest into an entry
     whole-operations) echo 256 ;;
     paths) echo 320 ;;
     *) echo 256 ;;
   esac
 }
 
-# Made for many small inputs: freed memory is kept apart for the length of some of them, not for that of a run, and
-# an allocation is neither filled nor told with all its callers. A finding's input, run again without this, tells all.
+# Settings for many small inputs: a small quarantine of freed memory, no filling of new memory, and only one caller
+# per allocation. For the full report run the input of a finding again without these options.
 export ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:quarantine_size_mb=16:max_malloc_fill_size=0:malloc_context_size=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-# Targets that write files do so in memory where there is a place.
+# Targets that write files use memory when /dev/shm is writable.
 [ -n "${VU_TEST_TMP-}" ] || [ ! -w /dev/shm ] || export VU_TEST_TMP=/dev/shm
 
 corpus_of() { echo "$ROOT/lab/fuzz/corpus/$1.txt"; }
 
-# unpack <target> <folder>: a file for each line of its corpus.
+# unpack <target> <folder>: writes a file for each line of the corpus.
 unpack() {
   local line number=0
   rm -rf "$2"
@@ -37,7 +38,7 @@ unpack() {
   done
 }
 
-# pack <file>: the line that stands for it.
+# pack <file>: prints the file as a line of the corpus.
 pack() {
   od -An -v -tu1 "$1" | awk '
     BEGIN { for (i = 32; i < 127; i++) text[i] = sprintf("%c", i)
@@ -69,7 +70,7 @@ fuzz_one() {
     "$(find "$committed" -type f | wc -l)" "$(find "$found" -type f | wc -l)"
 }
 
-# As few inputs as reach everything that the committed ones and those found reach.
+# Reduces the committed inputs and the new ones to the fewest that reach the same code.
 merge_one() {
   local target=$1
   local committed=$BUILD/fuzz/$target.committed found=$BUILD/fuzz/$target
@@ -79,8 +80,8 @@ merge_one() {
   rm -rf "$merged"
   mkdir -p "$merged" "$found"
   "$programs/fuzz-$target" -merge=1 -max_len="$(largest "$target")" "$merged" "$committed" "$found" \
-    >"$log" 2>&1 || die "merging the inputs of $target failed; see $log"
-  # The smallest ones first: a hundred are replayed by every test run, and reach nearly all.
+    >"$log" 2>&1 || die "merging the inputs of $target failed: see $log"
+  # Keeps the 90 smallest. Every test run replays them; they reach nearly all the code.
   {
     sed '/^# Found/,$d' "$corpus"
     echo "# Found by the fuzzer."
@@ -100,4 +101,4 @@ for target in "$@"; do
     fuzz_one "$target" || failed="$failed $target"
   fi
 done
-[ -z "$failed" ] || die "findings:$failed (the inputs are in build/fuzz/findings)"
+[ -z "$failed" ] || die "findings in:$failed; run the inputs in build/fuzz/findings again"

@@ -1,5 +1,5 @@
-# Shared by ./dev and the scripts beside this file; sourced, never run.
-# Sets ROOT (the project's folder) and BUILD (where every artefact goes).
+# Functions of ./dev and the scripts; sourced, never run.
+# Sets ROOT (the project's folder), BUILD (the folder of all results), DEPS and JOBS.
 
 set -euo pipefail
 
@@ -15,14 +15,14 @@ die() {
   exit 1
 }
 
-# The lines of a log that tell what went wrong, three at most: a compiler's, linker's, CMake's or apt's
-# complaints, else its last words.
+# Prints at most three lines of a log that show why a command failed: errors of the compiler, linker, CMake or apt;
+# without such errors the last lines.
 lines_that_matter() {
   awk '
     { sub(/\r$/, "") }
     /^[ \t]*$/ { next }
     { last[seen++ % 3] = $0 }
-    # The flag -Werror of a command line is none.
+    # The pattern excludes "-Werror: ", a flag of a command line.
     /^CMake Error/ { follow = 3 }
     follow > 0 || /(^|[^-a-zA-Z])([Ee]rror|ERROR|fatal): |^E: |undefined reference|No space left/ {
       if (follow > 0) follow--
@@ -37,35 +37,35 @@ lines_that_matter() {
     }' "$1"
 }
 
-# Runs "$@" with its output in a log file; shows what went wrong when it fails.
-# quietly <log file> <what it is, for the error line> <command...>
+# Runs a command with its output in a log file. After a failure it prints the cause and ends the script.
+# quietly <log file> <name of the work, for the error message> <command...>
 quietly() {
   local log=$1 what=$2
   shift 2
   mkdir -p "$(dirname "$log")"
-  # A server that the command leaves behind must not keep the step locked.
+  # A server that outlives the command must not inherit the lock of the step.
   if ! (
     [ -z "${step_lock-}" ] || exec {step_lock}>&-
     "$@"
   ) >"$log" 2>&1; then
     lines_that_matter "$log" >&2
-    die "$what failed; the whole output is in $log"
+    die "$what failed: see the output in $log"
   fi
 }
 
-# Prints a short hash over the contents of the named files (a missing one is an error).
+# Prints a short hash over the contents of the files. A missing file is an error.
 content_key() { cat -- "$@" | sha256sum | cut -c1-16; }
 
-# One process at a time in a named step; a second one waits for the first to end.
-# The lock goes with the process, so an interrupted run leaves nothing behind.
+# Takes the exclusive lock of a named step; a second process waits for it. The system releases the lock at the end
+# of the process, so an interrupted run leaves no stale lock.
 enter_step() {
   mkdir -p "$DEPS"
   exec {step_lock}>"$DEPS/.lock-$1"
   flock "$step_lock"
 }
 
-# The machine's own package sources with another Debian's name in place of its own, one a line:
-# "http://deb.debian.org/debian/ trixie". The first is the archive itself.
+# Prints the machine's package sources for another Debian release, one per line, the main archive first. Example:
+# "http://deb.debian.org/debian/ trixie".
 # package_sources <bookworm|trixie>
 package_sources() {
   local here

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Moves a tree from one platform to the other and back: scripts/moving.sh [FROM] [TO]
 #
-# FROM and TO are linux or windows (linux, windows). A tree is made and exported on the one, imported and
-# compared on the other, and exported there: both manifests must be equal to the byte.
+# FROM and TO are linux or windows; the defaults are linux and windows. Platform FROM creates and exports a tree.
+# Platform TO imports, compares and exports it. Both manifests must be equal byte for byte.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 from=${1:-linux}
@@ -17,7 +17,7 @@ client() {
   case $platform in
     linux) "${limit[@]}" "$BUILD/linux/bin/stgctl" "$@" ;;
     windows) LC_ALL=C.UTF-8 "${limit[@]}" "$ROOT/scripts/wine-run.sh" "$BUILD/mingw/bin/stgctl.exe" "$@" ;;
-    *) die "scripts/moving.sh knows no platform '$platform'; it knows linux and windows" ;;
+    *) die "unknown platform '$platform': use linux or windows" ;;
   esac
 }
 
@@ -30,7 +30,7 @@ on() { # <platform> <tree> <arguments of stgctl...>
   local platform=$1 tree=$2
   shift 2
   client "$platform" "$@" --root "$(path "$platform" "$place/$tree")" </dev/null >"$place/log" ||
-    { tail -n 5 "$place/log" >&2; die "on $platform: stgctl $* ended with an error"; }
+    { tail -n 5 "$place/log" >&2; die "'stgctl $*' failed on $platform: see above"; }
 }
 
 rm -rf "$place"
@@ -54,6 +54,6 @@ on "$to" second import "$(path "$to" "$place/export")" --yes
 on "$to" second compare "$(path "$to" "$place/export")"
 tail -n 1 "$place/log"
 on "$to" second export "$(path "$to" "$place/back")"
-cmp "$place/export/manifest.jsonl" "$place/back/manifest.jsonl" || die "the two manifests differ"
+cmp "$place/export/manifest.jsonl" "$place/back/manifest.jsonl" || die "the manifests differ: compare manifest.jsonl in $place/export and $place/back"
 on "$from" first compare "$(path "$from" "$place/back")"
 say "moved from $from to $to: the trees compare equal, and their manifests are the same"

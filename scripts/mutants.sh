@@ -1,26 +1,26 @@
 #!/usr/bin/env bash
-# Tests of the tests: scripts/mutants.sh [mutant...], or "list", or "fit"
+# Mutation tests: scripts/mutants.sh [MUTANT...] | list | fit
 #
-# Each section of lab/mutants/*.patches is a mutant and names the test that has to notice it. In a copy of the sources
-# every named test must pass; then each mutant by itself is put in, built, and its test must fail. All is below
-# build/mutants. "list" names the mutants; "fit" only tries whether each still fits the sources.
+# Each section of lab/mutants/*.patches is a mutant, a known defect, and names the test that must detect it. First
+# every named test must pass on a copy of the sources in build/mutants. Then each mutant is applied to the copy alone
+# and built, and its test must fail. "list" prints the mutants; "fit" only checks that each applies to the sources.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 cd "$ROOT"
 
 work=$BUILD/mutants
 copy=$work/source
 tree=$copy/build/linux
-# Far more than any of the tests takes; one that hangs has noticed, too.
+# Much longer than a test takes. A test that hangs has detected the mutant as well.
 limit=(timeout -k 5 120)
 
 all_mutants() { sed -n 's/^Mutant: //p' lab/mutants/*.patches; }
-# section <mutant>: its lines, from "Mutant:" to the next one.
+# section <mutant>: prints its lines.
 section() { awk -v name="$1" '/^Mutant: / { wanted = $2 == name } wanted' lab/mutants/*.patches; }
 # header <What|Test> <mutant>
 header() { section "$2" | sed -n "s/^$1: //p"; }
 
 twice=$(all_mutants | sort | uniq -d)
-[ -z "$twice" ] || die "lab/mutants has two mutants of the name '$twice'"
+[ -z "$twice" ] || die "lab/mutants has two mutants with the name '$twice': rename one"
 
 case ${1-} in
   list)
@@ -32,10 +32,10 @@ case ${1-} in
     while read -r mutant; do
       section "$mutant" | git apply --check || {
         misfits=$((misfits + 1))
-        echo "the mutant $mutant does not fit the sources any more" >&2
+        echo "the mutant $mutant no longer fits the sources" >&2
       }
     done < <(all_mutants)
-    [ $misfits -eq 0 ] || die "$misfits mutants do not fit: make them anew"
+    [ $misfits -eq 0 ] || die "$misfits mutants do not fit the sources: update their diffs in lab/mutants"
     say "all $(all_mutants | wc -l) mutants fit the sources"
     exit
     ;;
@@ -44,13 +44,13 @@ esac
 mutants=("$@")
 [ $# -gt 0 ] || mapfile -t mutants < <(all_mutants)
 for mutant in "${mutants[@]}"; do
-  [ -n "$(section "$mutant")" ] || die "there is no mutant '$mutant'; ./dev mutants list names all"
+  [ -n "$(section "$mutant")" ] || die "unknown mutant '$mutant': './dev mutants list' prints the mutants"
 done
 
 program_of() { header Test "$1" | cut -d' ' -f1; }
 filter_of() { header Test "$1" | cut -d' ' -f2; }
 
-# A file whose content is the same keeps its time, and so what was built of it.
+# An unchanged file keeps its modification time, so it is not compiled again.
 copy_sources() {
   mkdir -p "$copy"
   git ls-files -z --cached --others --exclude-standard |
@@ -59,7 +59,7 @@ copy_sources() {
 
 build() { quietly "$work/build.log" "building $1" cmake --build "$tree" --parallel "$JOBS" --target "${@:2}"; }
 
-# Runs the test of a mutant; says "passed", "failed", "hung", or what else became of it.
+# Runs the test of a mutant and prints the result: "passed", "failed", "hung", "ran nothing", or "ended with CODE".
 result_of() {
   local log=$work/run.log code=0
   "${limit[@]}" "$tree/bin/$(program_of "$1")" --gtest_filter="$(filter_of "$1")" --gtest_brief=1 \
@@ -79,11 +79,11 @@ mapfile -t programs < <(for mutant in "${mutants[@]}"; do program_of "$mutant"; 
 build "the tests" "${programs[@]}"
 for mutant in "${mutants[@]}"; do
   result=$(result_of "$mutant")
-  [ "$result" = passed ] || die "without a mutant, $(header Test "$mutant") $result; see $work/run.log"
+  [ "$result" = passed ] || die "without a mutant, the test $(header Test "$mutant") $result: see $work/run.log"
 done
-say "${#mutants[@]} tests pass without a mutant; each again with one"
+say "${#mutants[@]} tests pass without a mutant; now each test runs with its mutant"
 
-# Puts the file of a mutant back. Its new time makes it be built again.
+# Restores the file that the mutant changed. Its new modification time makes the build compile it again.
 take_out() { if [ -n "${mutant_file-}" ]; then cp "$ROOT/$mutant_file" "$copy/$mutant_file"; fi; }
 trap take_out EXIT
 
@@ -93,11 +93,11 @@ for mutant in "${mutants[@]}"; do
   take_out
   mutant_file=$(section "$mutant" | sed -n 's,^+++ b/,,p')
   section "$mutant" | patch --quiet --strip=1 --directory="$copy" --no-backup-if-mismatch ||
-    die "the mutant $mutant does not fit the sources any more: make it anew"
+    die "the mutant $mutant no longer fits the sources: update its diff in lab/mutants"
   build "the mutant $mutant" "$(program_of "$mutant")"
   result=$(result_of "$mutant")
   case $result in failed | hung) ;; *) missed=$((missed + 1)) ;; esac
   printf '%-36s %-9s %s; %s\n' "$mutant" "$result" "$(header What "$mutant")" "$(filter_of "$mutant")"
 done
-[ $missed -eq 0 ] || die "$missed of ${#mutants[@]} mutants were not noticed (see above)"
-say "${#mutants[@]} of ${#mutants[@]} mutants turn their test red"
+[ $missed -eq 0 ] || die "the tests did not detect $missed of ${#mutants[@]} mutants (see above): correct the tests"
+say "the tests detect all ${#mutants[@]} mutants"

@@ -1,32 +1,30 @@
 #!/usr/bin/env bash
-# Installs what Debian offers and is missing: scripts/packages.sh <set...>
-# Sets: native (build and test for Linux), windows (cross-build for Windows and run under Wine), windows-clang
-# (Clang beside it), windows-ucrt (compilers for the runtime of Windows 10),
-# bench (yardsticks and tools of the benchmarks), docs (the site of reference and guides), package (packages
-# for Debian and Windows), report (a browser that opens the client's report), coverage (what tests execute),
-# mutants (defects put into a copy of the sources), valgrind,
-# tidy (what reads sources), fresh (a minimal Debian), guest (an emulated machine), shared (a network file system),
-# fuzz (Clang with its fuzzer).
+# Installs the Debian packages of a set that are missing: scripts/packages.sh <set...>
+# Sets: native (build and test for Linux), windows (cross-build for Windows, Wine), windows-clang (Clang for
+# Windows), windows-ucrt (compilers for the runtime of Windows 10), bench (benchmarks), docs (the site of reference
+# and guides), package (packages for Debian and Windows), report (a browser for the client's report), coverage,
+# mutants (mutation tests), valgrind, tidy (static analysis), fresh (a minimal Debian), guest (an emulated machine),
+# shared (a network file system), fuzz (Clang with its fuzzer).
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-# Header-only for what is built here; the Windows build gets copies of them.
+# Header-only libraries; scripts/stage-headers.sh copies them for the Windows build.
 client=(libcli11-dev nlohmann-json3-dev libfmt-dev libxxhash-dev)
-# What tries the C interface from other sides: another standard library, Python, the stored ABI.
+# For tests of the C interface: another standard library, Python, the stored ABI.
 borders=(libc++-dev libc++abi-dev python3 python3-pytest abigail-tools)
-# clang reads the exported headers, and builds programs beyond the C interface.
-# The last two make the file systems whose power is cut.
+# clang: checks of the exported headers, and programs of another compiler. e2fsprogs and xfsprogs: file systems for
+# the suites that simulate a power failure.
 native=(cmake ninja-build g++ clang pkg-config googletest libpoco-dev libutfcpp-dev "${client[@]}"
   e2fsprogs xfsprogs "${borders[@]}")
-# The last four fetch and unpack a source package.
+# ca-certificates, bzip2, xz-utils and patch: to fetch and unpack Debian's source package of POCO.
 windows=(cmake ninja-build googletest libutfcpp-dev "${client[@]}" g++-mingw-w64-x86-64-posix wine locales
   wine64 ca-certificates bzip2 xz-utils patch)
 windows_clang=(clang lld)
 windows_ucrt=(g++-mingw-w64-ucrt64)
 bench=(libbenchmark-dev libsqlite3-dev liblmdb-dev valgrind gnuplot-nox)
 docs=(doxygen python3)
-# The last two sign what is tried, with a certificate that is made for it.
+# openssl and osslsigncode: to test signing with a temporary certificate.
 package=(debhelper dpkg-dev lintian mmdebstrap nsis zip unzip openssl osslsigncode)
-# Its service stays as the package leaves it; what is run is a daemon of our own (lab/volume/shared.sh).
+# The package's service is not used; lab/volume/shared.sh starts a separate daemon.
 shared=(glusterfs-server glusterfs-client iproute2)
 report=(chromium fonts-dejavu-core)
 coverage=(clang llvm)
@@ -35,8 +33,7 @@ tidy=(clang clang-tidy libc++-dev python3)
 fresh=(debootstrap)
 guest=(debootstrap e2fsprogs qemu-system-x86)
 valgrind=(valgrind)
-
-# The last one names functions in a report.
+# llvm-14: function names in a report.
 fuzz=(cmake ninja-build clang-14 libclang-rt-14-dev llvm-14)
 
 wanted=()
@@ -47,7 +44,8 @@ for set in "$@"; do
     windows-clang) wanted+=("${windows_clang[@]}") ;;
     windows-ucrt)
       release=$(. /etc/os-release 2>/dev/null && echo "${VERSION_ID:-99}")
-      [ "${release%%.*}" -ge 13 ] || die "g++-mingw-w64-ucrt64 is missing: Debian has it from 13 on, and this is $release"
+      [ "${release%%.*}" -ge 13 ] ||
+        die "no compiler for the runtime of Windows 10 in Debian $release: use Debian 13, or the preset mingw"
       wanted+=("${windows_ucrt[@]}")
       ;;
     bench) wanted+=("${bench[@]}") ;;
@@ -62,12 +60,12 @@ for set in "$@"; do
     fresh) wanted+=("${fresh[@]}") ;;
     guest) wanted+=("${guest[@]}") ;;
     fuzz) wanted+=("${fuzz[@]}") ;;
-    *) die "scripts/packages.sh knows no package set '$set'; it knows native, windows, windows-clang, windows-ucrt, bench, docs, package, report, coverage, mutants, valgrind, shared, tidy, fresh, guest and fuzz" ;;
+    *) die "unknown package set '$set': use native, windows, windows-clang, windows-ucrt, bench, docs, package, report, coverage, mutants, valgrind, shared, tidy, fresh, guest or fuzz" ;;
   esac
 done
 
 command -v dpkg-query >/dev/null && command -v apt-get >/dev/null ||
-  die "this needs Debian's apt-get, which is not here; build with CMake by hand (see CMakePresets.json)"
+  die "no apt-get on this system: use Debian, or build with CMake directly (see CMakePresets.json)"
 
 missing() {
   local package
@@ -88,23 +86,22 @@ mapfile -t packages < <(missing)
 as_root=()
 if [ "$(id -u)" -ne 0 ]; then
   command -v sudo >/dev/null ||
-    die "packages are missing and there is no sudo; as root: apt-get install ${packages[*]}"
+    die "packages are missing, and sudo is too: run 'apt-get install ${packages[*]}' as root"
   as_root=(sudo)
 fi
 apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -y -q -o DPkg::Lock::Timeout=900)
 
 log=$BUILD/packages.log
 mkdir -p "$BUILD"
-# What is being installed is in the log.
 [ ! -t 1 ] || printf '== packages: installing %d ...' "${#packages[@]}"
 wanted_count=${#packages[@]}
 
-# One attempt; apt-get waits for dpkg's lock by itself, but not for that of the package lists.
+# One attempt. apt-get waits for the lock of dpkg, but not for the lock of the package lists; the loop below does.
 attempt() {
   {
     echo "--- ${packages[*]}"
     echo "--- apt-get update"
-    "${apt[@]}" update || echo "(the update failed; going on with the lists that are there)"
+    "${apt[@]}" update || echo "(the update failed; the existing package lists are used)"
     echo "--- apt-get install"
     "${apt[@]}" install --no-install-recommends "${packages[@]}"
   } >"$log" 2>&1
@@ -113,14 +110,14 @@ attempt() {
 for try in 1 2 3 4 5 6; do
   if attempt; then
     mapfile -t packages < <(missing)
-    [ "${#packages[@]}" -eq 0 ] || die "apt-get left these packages out: ${packages[*]}; see $log"
+    [ "${#packages[@]}" -eq 0 ] || die "apt-get did not install ${packages[*]}: see $log"
     [ ! -t 1 ] || printf '\r\033[K'
-    say "packages: $wanted_count installed, with what they need, $SECONDS s"
+    say "packages: $wanted_count installed with their dependencies, $SECONDS s"
     exit 0
   fi
   grep -q -e 'Could not get lock' -e 'Unable to acquire' "$log" || break
-  say "another program is using apt; waiting (try $try of 6)"
+  say "another program uses apt; next try in 10 s ($try of 6 failed)"
   sleep 10
 done
 lines_that_matter "$log" >&2
-die "apt-get could not install ${packages[*]}; check the network and the package sources, then run this again (log: $log)"
+die "apt-get cannot install ${packages[*]}: check the network and the package sources and run this again (log: $log)"

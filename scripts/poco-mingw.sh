@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds POCO Foundation as a static library for 64-bit Windows, once: scripts/poco-mingw.sh <mingw-w64|mingw-ucrt>
-# names a toolchain in cmake/; the result is in build/deps/mingw/poco, or build/deps/mingw-ucrt/poco.
-# The storage mutex needs nothing else of POCO. Debian has no such package, so it is made from
-# Debian's source package; its original archive brings the PCRE and zlib that Windows lacks.
+# The argument names a toolchain in cmake/. The result is in build/deps/mingw/poco or build/deps/mingw-ucrt/poco.
+# Debian has no such package, so this builds Debian's source package. Its original archive contains PCRE and zlib,
+# which Windows lacks.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 name=${1:?mingw-w64 or mingw-ucrt}
@@ -26,18 +26,18 @@ is_complete && exit 0
 say "POCO Foundation for Windows, $name (once, about a minute)"
 rm -rf "$work"
 mkdir -p "$work/source" "$work/shims"
-# This Debian's own; not every server keeps the sources of each one, and Debian 12's serves as well.
+# Not every server keeps the sources of this Debian release. Those of Debian 12 work as well.
 if ! "$ROOT/scripts/debian-source.sh" poco "$work/fetched" 2>"$work/fetch.log"; then
-  say "note: this Debian's source package of POCO cannot be had here; Debian 12's was taken"
+  say "note: cannot fetch this Debian's source package of POCO; Debian 12's source package is used"
   rm -rf "$work/fetched"
   "$ROOT/scripts/debian-source.sh" poco "$work/fetched" bookworm
 fi
 
 archive=$(find "$work/fetched" -name 'poco_*.orig.tar.*' ! -name '*.asc' | head -n 1)
-[ -n "$archive" ] || die "Debian's source package of POCO has no original archive: $(ls "$work/fetched")"
+[ -n "$archive" ] || die "no poco_*.orig.tar.* in Debian's source package of POCO: $(ls "$work/fetched")"
 tar -xf "$archive" -C "$work/source" --strip-components=1
 
-# Debian's corrections of security faults; its other patches only suit its own libraries.
+# Only Debian's security patches apply here. Its other patches are for its shared libraries.
 patches=$(find "$work/fetched" -name 'poco_*.debian.tar.*' | head -n 1)
 tar -xf "$patches" -C "$work"
 for patch in "$work"/debian/patches/*CVE*; do
@@ -45,7 +45,7 @@ for patch in "$work"/debian/patches/*CVE*; do
     quietly "$work/patch.log" "the patch $(basename "$patch")" patch -d "$work/source" -p1 -i "$patch"
 done
 
-# POCO spells some system headers with capitals, which only a case-blind file system finds.
+# POCO spells some system headers with capitals. Only a case-insensitive file system finds those names.
 while read -r spelled real; do
   echo "#include <$real>" >"$work/shims/$spelled"
 done <<'SHIMS'
@@ -60,7 +60,7 @@ Wincrypt.h wincrypt.h
 Shlobj.h shlobj.h
 SHIMS
 
-# CMake's find modules would look for third-party libraries that come bundled here.
+# POCO_UNBUNDLED is off: CMake must not search for the third-party libraries that are bundled.
 # configure_poco <further definitions...>
 configure_poco() {
   rm -rf "$work/build"
@@ -84,17 +84,17 @@ build_joined() {
   configure_poco -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12 -DCMAKE_PROJECT_INCLUDE="$joined" &&
     build_poco
 }
-# Another version may have sources that do not get along in one.
+# Joined sources compile faster. Another version may have sources that cannot be joined.
 if ! build_joined >"$work/joined.log" 2>&1; then
   quietly "$work/configure.log" "configuring POCO" configure_poco
   quietly "$work/build.log" "building POCO" build_poco
 fi
 quietly "$work/install.log" "installing POCO" cmake --install "$work/build" --strip
 
-# Its public headers include some of these too.
+# POCO's public headers include some of these as well.
 cp "$work"/shims/* "$work/prefix/include/"
 
-# Complete only from here on: the old one goes, the new one takes its place with its stamp inside.
+# The new folder replaces the old one last, with its stamp inside, so that an interrupted run leaves no half result.
 echo "$key" >"$work/prefix/.complete"
 rm -rf "$prefix"
 mv "$work/prefix" "$prefix"

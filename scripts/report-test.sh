@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Opens a report in headless Chromium: scripts/report-test.sh
+# Tests the client's report in headless Chromium: scripts/report-test.sh
 #
-# Makes a tree, a report of it, and what the client says of it as JSON. The browser then shows the page in
-# light and in dark, wide and narrow, and client/tests/report/probe.js compares inside of it. What is kept:
-# build/report/ with the page and its pictures, and docs/report.png.
+# Creates a tree, a report of it, and the client's figures as JSON. The browser opens the page in light and dark,
+# wide and narrow; client/tests/report/probe.js compares the page with the figures. Keeps build/report/ with the page
+# and its pictures, and docs/report.png.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 client=$BUILD/linux/bin/stgctl
@@ -14,7 +14,7 @@ rm -rf "$kept"
 mkdir -p "$kept" "$scratch/data"
 export STG_ROOT=$scratch/data
 
-# ---- the tree: owners of unlike sizes, documents of all ages ----
+# ---- the tree: owners of different sizes, documents of all ages ----
 
 document() { # <path> <bytes> <days ago>
   head -c "$2" /dev/zero >"$1"
@@ -47,7 +47,7 @@ document "$scratch/in/letter.kdb" 180000 200
 mkdir -p "$STG_ROOT/storage/list/sales" "$STG_ROOT/storage/semlets"
 document "$STG_ROOT/storage/list/sales/customers.lst" 260000 12
 document "$STG_ROOT/storage/semlets/rules" 90000 700
-# Something for the check, and parts of a document.
+# A sub-part of a document, and two findings for "check": a stray file and an empty document.
 first_document() { find "$STG_ROOT/storage/docs/$1" -name '*.kd*' -type f | LC_ALL=C sort | sed -n 1p; }
 file=$(first_document sales)
 mkdir -p "${file}_/html/page"
@@ -55,7 +55,7 @@ document "${file}_/html/page/1.htm" 120000 3
 echo 'of nobody' >"$STG_ROOT/storage/user/bert/stray.tmp"
 : >"$(first_document dora)"
 
-# ---- the page, and what it must say ----
+# ---- the page and the expected figures ----
 
 "$client" report --html "$kept/report.html" --target-size 8M
 stats() { "$client" stats --by "$1" --json; }
@@ -65,7 +65,7 @@ wanted() { # <scheme>
     "$("$client" clean --what-if --json | tail -n 1)" "$("$client" check --json | tail -n 1)"
 }
 
-# The page itself allows no script; only the copy that is looked at does.
+# The page forbids scripts; this copy of it allows them.
 probe_page() { # <scheme>
   sed -e '/<meta http-equiv="Content-Security-Policy"/d' -e '/<\/body>/d' -e '/<\/html>/d' "$kept/report.html"
   printf '<script>\n'
@@ -79,7 +79,7 @@ browser() { # <scheme> <window> <argument...>
   shift 2
   local -a sandbox=()
   [ "$(id -u)" -ne 0 ] || sandbox=(--no-sandbox)
-  # 0 is dark, 1 is light; no name is ever resolved.
+  # preferredColorScheme: 0 is dark, 1 is light. The resolver rule blocks all network names.
   timeout -k 10 120 chromium --headless "${sandbox[@]}" --disable-gpu --disable-dev-shm-usage --no-first-run \
     --hide-scrollbars --user-data-dir="$scratch/profile" --host-resolver-rules='MAP * ~NOTFOUND' \
     --blink-settings=preferredColorScheme=$([ "$scheme" = dark ] && echo 0 || echo 1) \
@@ -90,19 +90,19 @@ for scheme in light dark; do
   probe_page "$scheme" >"$scratch/probe-$scheme.html"
   for window in 1180,1000 420,900; do
     browser "$scheme" "$window" --dump-dom "file://$scratch/probe-$scheme.html" >"$scratch/dom.html" ||
-      { tail -n 5 "$scratch/browser.log" >&2; die "chromium could not open the page"; }
+      { tail -n 5 "$scratch/browser.log" >&2; die "chromium cannot open the page: see above"; }
     result=$(sed -n '/<pre id="probe">/,/<\/pre>/{s/.*<pre id="probe">//; s/<\/pre>.*//; p}' "$scratch/dom.html")
     case $result in
       PASSED*) say "$scheme, $window: $result" ;;
-      *) die "$scheme, $window: ${result:-the script said nothing}" ;;
+      *) die "$scheme, $window: ${result:-probe.js printed no result}" ;;
     esac
   done
-  # As it is shipped, with its own ban on scripts.
+  # The unchanged page, which forbids scripts.
   browser "$scheme" 1180,1000 --dump-dom "file://$kept/report.html" | grep -o '<tr data-table[^>]*>' >"$scratch/rows" || true
   grep -o '<tr data-table[^>]*>' "$kept/report.html" >"$scratch/rows-wanted"
-  cmp "$scratch/rows" "$scratch/rows-wanted" || die "the browser shows other figures than the page has"
+  cmp "$scratch/rows" "$scratch/rows-wanted" || die "the browser changes the figures of the page: see above"
   browser "$scheme" 1180,2560 --screenshot="$kept/$scheme.png" "file://$kept/report.html"
-  [ -s "$kept/$scheme.png" ] || die "chromium made no picture"
+  [ -s "$kept/$scheme.png" ] || die "chromium did not write $kept/$scheme.png: see above"
 done
 cp "$kept/light.png" "$ROOT/docs/report.png"
-say "the page and its pictures: $kept; docs/report.png is new"
+say "the report passed; the page and its pictures are in $kept, docs/report.png is updated"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Copies header-only libraries to build/deps/mingw/include for the Windows build. The compiler must
-# never see /usr/include itself: it would find the native system's headers there.
+# Copies header-only libraries to build/deps/mingw/include for the Windows build. The compiler must not search
+# /usr/include: it would find the headers of Linux there.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 staged=$DEPS/mingw/include

@@ -1,9 +1,9 @@
-# Shared by ./dev: long work as stages, one line each. Sourced after lib.sh, never run.
+# Functions of ./dev: each stage of long work is one line of output. Sourced after lib.sh, never run.
 #
-# On a terminal the line of a stage tells how far it is (ninja's and CTest's own counts); elsewhere it is
-# written once, at the end. What the work says goes to a log.
+# On a terminal the line shows the progress, read from the counts of ninja and CTest in the log. Elsewhere the line
+# is printed once, at the end. The output of the work goes to the log.
 
-# The last "12/345" in a log.
+# Prints the last progress count of a log, such as "12/345".
 count_in() { tail -c 2000 "$1" 2>/dev/null | grep -oE '[0-9]+/[0-9]+(\]| Test)' | tail -n 1 | grep -oE '^[0-9]+/[0-9]+' || true; }
 
 show_progress() {
@@ -13,13 +13,13 @@ show_progress() {
   done
 }
 
-# Runs a command with its output in a log; ends here, with the lines that matter, when it fails. As try_stage
-# it returns the exit code instead.
+# Runs a command with its output in a log. After a failure stage() prints the cause and ends the script;
+# try_stage() returns the exit code.
 # stage <log> <what> <command...>
 stage() {
   try_stage "$@" || {
     lines_that_matter "$1" >&2
-    die "$2 failed; the whole output is in $1"
+    die "$2 failed: see the output in $1"
   }
 }
 
@@ -43,12 +43,11 @@ try_stage() {
   return "$status"
 }
 
-# ---- work beside other work -----------------------------------------------------------------------
+# ---- work in the background -----------------------------------------------------------------------
 
 beside_pid=""
 
-# Starts a command with its output in a log. A niceness of 19 puts it behind everything else that wants a
-# processor.
+# Starts a command in the background with its output in a log. Niceness 19 is the lowest priority.
 # start_beside <niceness> <log> <command...>
 start_beside() {
   local niceness=$1 log=$2
@@ -58,15 +57,15 @@ start_beside() {
   beside_pid=$!
 }
 
-# Waits for it. @return its exit code.
+# Waits for the background command and returns its exit code.
 wait_beside() {
   local pid=$beside_pid
   beside_pid=""
   [ -z "$pid" ] || wait "$pid"
 }
 
-# It has a process group of its own, which a Ctrl-C does not reach.
+# Ends the background command. Ctrl-C does not reach it, because setsid gives it another process group.
 stop_beside() {
-  # Its group is there a moment after it; before that it is by itself.
+  # Immediately after the start the process group may not exist yet; then only the process is ended.
   [ -z "$beside_pid" ] || kill -- "-$beside_pid" 2>/dev/null || kill "$beside_pid" 2>/dev/null || true
 }

@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
-# A guided tour of the command-line client on real files: scripts/tour.sh <linux|windows>
+# Shows the commands of the client on real files: scripts/tour.sh <linux|windows>
 #
-# Everything happens below build/demo/tour-<platform>. Every step says which exit code it must end with, so
-# that a tour that ends is one that went right.
+# The tree is build/demo/tour-<platform>. Each step states its expected exit code; another exit code is an error.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 platform=${1:?linux or windows}
@@ -19,7 +18,7 @@ case $platform in
     # Wine's drive Z: is the whole file system.
     path() { printf 'Z:%s' "${1//\//\\}"; }
     ;;
-  *) die "scripts/tour.sh knows no platform '$platform'; it knows linux and windows" ;;
+  *) die "unknown platform '$platform': use linux or windows" ;;
 esac
 
 rm -rf "$tour"
@@ -39,41 +38,41 @@ step() {
   printf '\n'
   client "$@" </dev/null || code=$?
   [ "$code" -eq 0 ] || printf '(exit code %s)\n' "$code"
-  [ "$code" -eq "$wanted" ] || die "the step should have ended with the exit code $wanted"
+  [ "$code" -eq "$wanted" ] || die "the step ended with exit code $code, expected $wanted: see above"
 }
 
-printf 'The tree of this tour: STG_ROOT=%s\n' "$STG_ROOT"
-step 10 'There is no tree yet, and only init makes one' user list
-step 0 'Make one' init --yes
-step 12 'Where nobody can answer, changes want --yes' put "$(path "$ROOT/README.md")" --owner anna
+printf 'The storage tree of this demo: STG_ROOT=%s\n' "$STG_ROOT"
+step 10 'There is no tree yet; only init creates one' user list
+step 0 'Create a tree' init --yes
+step 12 'A change without a terminal to confirm it needs --yes' put "$(path "$ROOT/README.md")" --owner anna
 step 0 'Preview: what would be stored?' put "$(path "$ROOT/docs")" --owner anna --dry-run
 step 0 'Store this project'\''s documentation' put "$(path "$ROOT/docs")" --owner anna --yes
 step 0 'Two versions of one document' put "$(path "$ROOT/README.md")" --as handbook.kdf --timestamp 1 --owner anna --yes
-step 0 '... the second one' put "$(path "$ROOT/docs/formats.md")" --as handbook.kdf --timestamp 2 --owner anna --yes
+step 0 '... the second version' put "$(path "$ROOT/docs/formats.md")" --as handbook.kdf --timestamp 2 --owner anna --yes
 step 0 'A profile, and a document of the user area' profile set language=en theme=dark --owner anna --yes
 step 0 'What is in the tree?' status
 step 0 'All documents of the area docs' ls --area docs
 step 0 'Where does the space go?' stats --by ext
 step 0 'The versions of one document' versions handbook.kdf --owner anna
-step 0 'Where does one lie, physically?' which handbook.kdf --owner anna --timestamp 1
+step 0 'Which file contains a version?' which handbook.kdf --owner anna --timestamp 1
 
-step 0 'Get it back ...' get handbook.kdf --timestamp 1 --owner anna -o "$(path "$tour/README.copy")"
-cmp "$ROOT/README.md" "$tour/README.copy" || die "the copy differs from what was stored"
-echo 'The copy is the original, byte for byte.'
-step 3 'A version that is not there' get handbook.kdf --timestamp 3 --owner anna
-step 3 'Why is it not served?' explain read handbook.kdf --timestamp 3 --owner anna
+step 0 'Read it back' get handbook.kdf --timestamp 1 --owner anna -o "$(path "$tour/README.copy")"
+cmp "$ROOT/README.md" "$tour/README.copy" || die "the copy differs from the original: compare $tour/README.copy with $ROOT/README.md"
+echo 'The copy equals the original, byte for byte.'
+step 3 'A version that does not exist' get handbook.kdf --timestamp 3 --owner anna
+step 3 'Why is it not found?' explain read handbook.kdf --timestamp 3 --owner anna
 
 echo 'a note' >"$tour/storage/user/anna/note.txt"
-printf '\n-- Somebody drops a file into a folder, behind the index:\n'
+printf '\n-- Another program puts a file into a folder, without the index:\n'
 printf '$ echo "a note" > storage/user/anna/note.txt\n'
-step 4 'The check finds it' check --strict
-step 0 'Give it an entry' sync --yes
-step 0 'All is well again' check --strict
+step 4 'The check finds the orphan' check --strict
+step 0 'Adopt it: create an entry for it' sync --yes
+step 0 'The check finds nothing' check --strict
 
-step 0 'What would go, if 4 KiB were the limit?' clean --max-size 4K --dry-run
-step 0 'As JSON, for programs' rm --match '*.md' --owner anna --dry-run --json
+step 0 'What would a clean with a limit of 4 KiB remove?' clean --max-size 4K --dry-run
+step 0 'A preview as JSON, for programs' rm --match '*.md' --owner anna --dry-run --json
 step 0 'Rename an owner' user rename anna berta --yes
-step 0 'Who is there?' user list
+step 0 'List the owners' user list
 
 printf '\n'
-say "the tour: $steps steps, each with the exit code it should have; all of it is in $tour"
+say "$steps steps of the client passed, each with the expected exit code; the tree is in $tour"

@@ -3,9 +3,9 @@
 #
 #   scripts/transcripts.sh [--write] <folder of stgctl> <guide.md...>
 #
-# A transcript is a fence marked "console": lines that begin with "$ " are commands, what follows each is its
-# output. The fences of one guide are one session of bash, in a folder that stands in the guide as /data.
-# --write puts the output of now into the guide.
+# A transcript is a fence marked "console": a line that begins with "$ " is a command, the lines after it are its
+# output. All fences of one guide are one bash session, in a folder that the guide calls /data.
+# --write replaces the output in the guide.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 write=no
@@ -15,12 +15,12 @@ if [ "${1-}" = --write ]; then
 fi
 programs=$(cd "${1:?folder of stgctl}" && pwd)
 shift
-[ -x "$programs/stgctl" ] || die "there is no stgctl in $programs; ./dev build linux makes it"
+[ -x "$programs/stgctl" ] || die "there is no stgctl in $programs: run './dev build linux'"
 
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
-# The guide with fresh output, on the standard output. In a process of its own for each guide.
+# Prints the guide with new output. Each guide runs in a separate process.
 session() {
   local guide=$1 folder=$2 line fenced=no code=0 ran=0
   mkdir -p "$folder/data"
@@ -40,7 +40,7 @@ session() {
         printf '%s\n' "$line"
         line=${line#'$ '}
         ran=$((ran + 1))
-        # Not in a subshell: what a command sets holds for the next ones. $? is that of the one before.
+        # Not in a subshell: a command may set variables for the next ones. $? is the exit code of the last command.
         set +e
         (exit "$code")
         eval "${line//\/data/$folder/data}" >"$folder/output" 2>&1 </dev/null
@@ -50,10 +50,10 @@ session() {
         continue
         ;;
     esac
-    # The output of before is left out; everything else stays.
+    # Drops the old output.
     [ "$fenced" = yes ] || printf '%s\n' "$line"
   done
-  [ "$ran" -gt 0 ] || die "$guide holds no transcript"
+  [ "$ran" -gt 0 ] || die "$guide contains no transcript: mark its fences with 'console'"
 }
 
 failed=""
@@ -61,7 +61,7 @@ for guide in "$@"; do
   name=$(basename "$guide" .md)
   folder=$scratch/$name
   mkdir -p "$folder"
-  (session "$(realpath "$guide")" "$folder") >"$scratch/$name.md" || die "the transcripts of $guide could not be run"
+  (session "$(realpath "$guide")" "$folder") >"$scratch/$name.md" || die "cannot run the transcripts of $guide: see above"
   if [ "$write" = yes ]; then
     cp "$scratch/$name.md" "$guide"
   elif ! diff -u --label "$guide" --label "what the commands print" "$guide" "$scratch/$name.md"; then
@@ -70,4 +70,4 @@ for guide in "$@"; do
     say "$guide: $(grep -c '^\$ ' "$guide") commands print what it shows"
   fi
 done
-[ -z "$failed" ] || die "the transcripts of$failed are out of date; after a change that is meant: scripts/transcripts.sh --write $programs$failed"
+[ -z "$failed" ] || die "transcripts are out of date in$failed: if the new output is right, run scripts/transcripts.sh --write $programs$failed"

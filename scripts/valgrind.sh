@@ -1,17 +1,17 @@
 #!/usr/bin/env bash
-# Runs the unit and api tests of build/linux under valgrind's memcheck, each program whole: scripts/valgrind.sh
-# [GoogleTest filter]. Ends with an error when memory is lost, or read before it is written or after it is free.
+# Runs the unit and api tests of build/linux under valgrind's memcheck: scripts/valgrind.sh [GoogleTest filter]
+# Fails when memory leaks, or is read before it is written or after it is freed.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 cd "$ROOT"
 
 log=$BUILD/valgrind
 rm -rf "$log"
 mkdir -p "$log"
-# Not under it: threads that wait for each other's file locks (it runs one thread at a time, also while that call
-# waits), tests that answer system calls themselves by a filter of the kernel or count memory by an allocator of their own.
+# Excluded: tests whose threads wait for each other's file locks, because valgrind runs one thread at a time, also
+# during a waiting system call; tests that replace system calls (seccomp) or the allocator.
 without='*Wait*:*Threads*:*OsLinux*:Heap.*'
 verdict=0
-# Far more than the slowest test takes under it.
+# Seconds; much longer than the slowest test takes under valgrind.
 export VU_TEST_ALARM=1800
 
 ran=""
@@ -20,18 +20,18 @@ for program in unit_tests api_tests; do
   "$BUILD/linux/bin/$program" --gtest_list_tests --gtest_filter="$filter" | grep -q '^  ' || continue
   ran="$ran $program"
   say "$program under valgrind (minutes)"
-  # What tests start by themselves is not followed: helper processes are killed on purpose.
+  # valgrind does not follow child processes: tests kill their helper processes on purpose.
   valgrind --leak-check=full --show-leak-kinds=definite,indirect,possible --errors-for-leak-kinds=definite,indirect,possible \
     --error-exitcode=99 --log-file="$log/$program.txt" \
     "$BUILD/linux/bin/$program" --gtest_brief=1 --gtest_filter="$filter" >"$log/$program.out" 2>&1 || verdict=1
-  grep -E '^\[  (PASSED|FAILED)  \]' "$log/$program.out" || die "$program did not end; see $log/$program.out"
-  # The last summaries are the program's own, not a forked test's.
-  tac "$log/$program.txt" | grep -m 1 'ERROR SUMMARY' || die "valgrind said nothing; see $log/$program.txt"
-  # Where not a byte is in use any more there is no such list.
+  grep -E '^\[  (PASSED|FAILED)  \]' "$log/$program.out" || die "$program did not finish: see $log/$program.out"
+  # A forked test may write summaries too; the last one belongs to the program.
+  tac "$log/$program.txt" | grep -m 1 'ERROR SUMMARY' || die "valgrind printed no summary: see $log/$program.txt"
+  # valgrind prints these lines only when memory is still in use at the end.
   for kind in definitely indirectly possibly; do
     tac "$log/$program.txt" | grep -m 1 "$kind lost" || true
   done
 done
-[ -n "$ran" ] || die "no test that can run under valgrind is called '$1'"
-[ $verdict -eq 0 ] || die "valgrind or a test found a fault; see $log"
-say "valgrind: nothing lost, no error"
+[ -n "$ran" ] || die "no test that can run under valgrind matches '$1': use a GoogleTest filter such as 'IndexSaving.*'"
+[ $verdict -eq 0 ] || die "a test failed, or valgrind reports an error or a leak: see $log"
+say "valgrind: no leak, no error"

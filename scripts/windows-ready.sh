@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# What the Windows builds need beside packages: staged headers, POCO, a Wine prefix. Quick when all is there.
-# scripts/windows-ready.sh <preset...>: those of Linux need nothing of it.
+# Prepares staged headers, POCO and the Wine prefix for the Windows builds: scripts/windows-ready.sh <preset...>
+# Fast when nothing is missing. Presets of Linux are ignored.
 here=$(dirname "${BASH_SOURCE[0]}")
 set -e
 "$here/stage-headers.sh"

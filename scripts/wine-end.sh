@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Ends the Wine server of build/wine, unless a program of another run still needs it.
+# Ends the Wine server of build/wine, unless a program of another run still uses it.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 . "$ROOT/scripts/wine-env.sh"
 

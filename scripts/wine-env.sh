@@ -1,14 +1,15 @@
-# The environment of every Windows program run here; sourced after lib.sh or on its own.
-# Never a prefix from outside: ours is thrown away and made anew when it is incomplete.
+# The environment of every Windows program that the scripts run; sourced, with or without lib.sh.
+# Required: ignores a WINEPREFIX of the caller, because wine-prefix.sh deletes an incomplete prefix.
 WINEPREFIX=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)/build/wine
-# Wine takes the ANSI code page from the locale: VU_WINE_LOCALE=ja_JP gives 932, in a prefix of its own.
+# Wine derives the ANSI code page from the locale: VU_WINE_LOCALE=ja_JP selects 932, in a separate prefix.
 [ -z "${VU_WINE_LOCALE-}" ] || WINEPREFIX+=-$VU_WINE_LOCALE
 WINEARCH=win64
-# Wine's own messages would be taken for the program's.
+# Off, because a test would take Wine's messages for output of the program.
 WINEDEBUG=${WINEDEBUG:--all}
-# No installer for .NET or HTML may ask, no menu entries, and no window is opened anywhere.
+# No dialog of the installers for .NET and HTML, no menu entries.
 WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe=d'
-# Wine reads and writes the names of files in the locale's encoding, which may be plain ASCII.
+# Wine encodes file names in the encoding of the locale; the caller's may be plain ASCII.
 LC_ALL=C.UTF-8
 export WINEPREFIX WINEARCH WINEDEBUG WINEDLLOVERRIDES LC_ALL
+# No window is opened.
 unset DISPLAY WAYLAND_DISPLAY
