@@ -17,7 +17,7 @@ os::Status write_at(os::Handle handle, std::uint64_t offset, std::string_view by
   if (!status.ok()) return status;
   std::size_t done = 0;
   status = os::write(handle, bytes.data(), bytes.size(), done);
-  // What was not written is a failure, whatever the system says.
+  // A short write is a failure, even if the system reports success.
   if (status.ok() && done < bytes.size()) return {os::last_error(), os::Failure::kOther};
   return status;
 }
@@ -30,10 +30,10 @@ os::Status cut_at(os::Handle handle, std::uint64_t size) {
   return status.ok() ? os::set_end(handle) : status;
 }
 
-/// Leaves the old text after a stage that failed: what stands behind it goes. Where even that
-/// fails, what stands there means nothing without a whole trailer. @return whether the file is cut.
+/// Restores the old text after a stage that failed: cuts off what follows it. If the cut fails,
+/// readers ignore the rest, since it has no complete trailer. @return whether the file is cut.
 bool take_back(os::Handle handle, std::string_view old_bytes, const Plan& plan) {
-  // A replacement in place wrote over the old text itself.
+  // A replacement in place has overwritten the old text itself.
   if (plan.first_over_old == 0) static_cast<void>(write_at(handle, 0, old_bytes));
   return cut_at(handle, old_bytes.size()).ok();
 }
@@ -43,7 +43,7 @@ bool take_back(os::Handle handle, std::string_view old_bytes, const Plan& plan) 
 StagedReplacement::StagedReplacement(os::Handle handle, std::string_view old_bytes,
                                      std::string_view new_text)
     : m_handle(handle), m_new_text(new_text), m_found(interrupted_in(old_bytes)) {
-  // A copy of the next text must not take the place of one that is still needed.
+  // The new copy must not overwrite the copy of an interrupted replacement, which is still needed.
   m_completes = m_found.has_value();
   if (m_completes) {
     begin(old_bytes, completion(old_bytes, *m_found), Holds::kNewText);
@@ -93,14 +93,14 @@ void StagedReplacement::give_up() {
   const bool is_whole = m_outcome.written.ok() && m_stage == m_plan.first_over_old;
   const bool is_taken_back =
       m_outcome.holds == Holds::kNewText || take_back(m_handle, m_old_bytes, m_plan);
-  // A whole copy that could be neither flushed nor cut off stands for the new text.
+  // The copy is complete, but could be neither flushed nor cut off: readers take it.
   if (!is_taken_back && is_whole) m_outcome.holds = Holds::kNewText;
   end();
 }
 
 void StagedReplacement::end() {
   m_is_over = true;
-  // The text that was to be completed is not the new one.
+  // The new text is not the one that was being completed.
   if (m_completes) m_outcome.holds = Holds::kOldText;
 }
 

@@ -10,44 +10,47 @@
 
 namespace replacement {
 
-/// What a file holds after a replacement.
+/// The text that a file contains after a replacement.
 enum class Holds : std::uint8_t {
-  kOldText,  ///< the replacement failed and left no trace that means anything
-  kNewText,  ///< in its place or, where a later step failed, in the copy behind it
+  kOldText,  ///< the replacement failed; readers ignore what it left after the old text
+  kNewText,  ///< over the old text or, if a later step failed, in the copy
 };
 
-/// What became of a replacement: what the file holds, and the failures on the way, which may go
-/// with either.
+/// The result of a replacement. A failure can occur with either text.
 struct Outcome {
   Holds holds = Holds::kOldText;
   os::Status written;
   os::Status flushed;
-  os::Status cut;  ///< asked for only after all was written and flushed
+  os::Status cut;  ///< the cut is tried only after all stages are written and flushed
 
   bool ok() const { return written.ok() && flushed.ok() && cut.ok(); }
 };
 
-/// Writes to a place of an open file. A place past 2 GB is refused: the system's file position
-/// moves by 32-bit distances, and would come out near the start.
+/// Writes at an offset of an open file. An offset past 2 GB fails: the system moves the file
+/// position by 32-bit distances, so the bytes would go near the start.
 os::Status write_at(os::Handle handle, std::uint64_t offset, std::string_view bytes);
 
-/// Replaces the text of an open file by the plan of replacement.h, stage by stage, so that those of
-/// several files can be flushed together. The handle may write. An interrupted replacement is
-/// completed first. Nothing is traced.
+/// Replaces the text of an open file in the stages of replacement.h. The caller flushes, so it can
+/// flush several files together. An interrupted replacement in the file is completed first.
 ///
-/// As long as write() says true, the file is flushed and flushed() told how that went. Both texts
-/// outlive it.
+/// Order of calls: while write() returns true, flush the file and pass the result to flushed().
+/// Then outcome().
+///
+/// Errors: outcome() reports them. Nothing is traced.
+///
+/// Threads: one at a time.
 class StagedReplacement {
  public:
-  /// @p old_bytes is what the file holds, whole.
+  /// @param handle open for writing. @param old_bytes all bytes of the file. Both texts must
+  /// outlive this object.
   StagedReplacement(os::Handle handle, std::string_view old_bytes, std::string_view new_text);
   StagedReplacement(const StagedReplacement&) = delete;
   StagedReplacement& operator=(const StagedReplacement&) = delete;
 
-  /// Writes the next stage. @return whether one was written, which wants a flush now.
+  /// Writes the next stage. @return true if the file has to be flushed now; false at the end.
   bool write();
   void flushed(const os::Status& status);
-  /// Once write() has said false.
+  /// After write() has returned false.
   const Outcome& outcome() const { return m_outcome; }
 
  private:
@@ -60,14 +63,14 @@ class StagedReplacement {
   std::string_view m_old_bytes;
   std::string_view m_new_text;
   std::optional<Interrupted> m_found;
-  bool m_completes = false;  ///< the plan is the one that completes m_found
+  bool m_completes = false;  ///< m_plan completes m_found
   Plan m_plan;
   std::size_t m_stage = 0;
   bool m_is_over = false;
   Outcome m_outcome;
 };
 
-/// The same of one file, with the flushes.
+/// Replaces the text of one file, with the flushes.
 Outcome carry_out(os::Handle handle, std::string_view old_bytes, std::string_view new_text);
 
 }  // namespace replacement

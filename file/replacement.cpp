@@ -14,12 +14,12 @@ constexpr auto kNone = std::string_view::npos;
 
 // ---- copy and trailer --------------------------------------------------------------------------
 
-/// Takes the place of "/" in a copy, and of itself: each time a second byte says which.
+/// Begins an escape sequence in a copy. It replaces "/" and itself; the next byte says which.
 constexpr char kEscape = '\x1b';
 constexpr char kSlash = 's';
 constexpr char kEscapeItself = 'e';
 
-/// The text without a "/" in it. (Not inlined: GCC 12 takes the length for one that has wrapped.)
+/// The text with "/" escaped. (Not inlined: GCC 12 warns of a length that has wrapped.)
 [[gnu::noinline]] std::string escaped(std::string_view text) {
   constexpr std::string_view kBoth("/\x1b");
   const bool has_both = text.find(kEscape) != kNone;  // hardly ever
@@ -39,7 +39,7 @@ constexpr char kEscapeItself = 'e';
   return result;
 }
 
-/// Appends what `escaped` made its argument of. @return whether it can have.
+/// Appends the text from which `escaped` made @p copy. @return false on an invalid escape sequence.
 bool append_plain(std::string_view copy, std::string& text) {
   std::size_t from = 0;
   for (std::size_t at = copy.find(kEscape); at != kNone; at = copy.find(kEscape, from)) {
@@ -55,7 +55,7 @@ bool append_plain(std::string_view copy, std::string& text) {
 
 constexpr std::string_view kMagic = "\nvu-index-save 1 ";
 constexpr std::size_t kDigits = 16;
-/// The trailer: the magic, three numbers with a blank behind each, the checksum, a line feed.
+/// The trailer: the magic, three numbers with a blank after each, the checksum, a line feed.
 constexpr std::size_t kTrailerSize = kMagic.size() + 4 * (kDigits + 1);
 
 void append_number(std::string& text, std::uint64_t number) {
@@ -65,7 +65,7 @@ void append_number(std::string& text, std::uint64_t number) {
   text.append(digits.begin(), end);
 }
 
-/// The number at @p at, which has all its digits.
+/// The number of 16 hexadecimal digits at @p at.
 std::optional<std::uint64_t> number_at(std::string_view text, std::size_t at) {
   const std::string_view digits = text.substr(at, kDigits);
   std::uint64_t number = 0;
@@ -75,14 +75,14 @@ std::optional<std::uint64_t> number_at(std::string_view text, std::size_t at) {
   return number;
 }
 
-/// The trailer of a copy of @p text from @p base on.
+/// The trailer for a copy of @p text from @p base on.
 std::string trailer_of(std::string_view text, std::size_t base, std::size_t copy_size) {
   std::string trailer(kMagic);
   for (const std::size_t number : {base, text.size(), copy_size}) {
     append_number(trailer, number);
     trailer += ' ';
   }
-  // Of the whole new text, and of what was said about it.
+  // The checksum covers the new text and, through its seed, the rest of the trailer.
   const std::uint64_t seed = XXH3_64bits(trailer.data(), trailer.size());
   append_number(trailer, XXH3_64bits_withSeed(text.data(), text.size(), seed));
   trailer += '\n';
@@ -91,25 +91,25 @@ std::string trailer_of(std::string_view text, std::size_t base, std::size_t copy
 
 // ---- lines at page edges -----------------------------------------------------------------------
 
-/// Which lines at a page edge are meant.
+/// Which lines at a page edge are selected.
 enum class AtEdge : std::uint8_t {
-  kSplit,            ///< those that it splits
-  kSplitOrBeginning  ///< also those that begin there, onto which a torn one could be glued
+  kSplit,            ///< lines that the edge splits
+  kSplitOrBeginning  ///< also lines that begin there: half of a torn line could precede them
 };
 
-/// A line at a page edge: where its "/" stand in the text.
+/// A line at a page edge: the positions of its "/".
 using Separators = std::vector<std::size_t>;
 
-/// The lines at the page edges, each once. The text lies at @p offset of the file.
+/// The lines at page edges that contain a "/", each once. The text is at @p offset of the file.
 std::vector<Separators> lines_at_edges(std::string_view text, std::uint64_t offset,
                                        std::size_t page, AtEdge which) {
   std::vector<Separators> lines;
-  std::size_t done = 0;  // lines before this position have been looked at
+  std::size_t done = 0;  // lines before this position are done
   for (std::uint64_t edge = (offset / page + 1) * page; edge < offset + text.size(); edge += page) {
     const auto at = static_cast<std::size_t>(edge - offset);
     const bool begins_here = text[at - 1] == '\n';
     if (at < done || (begins_here && which == AtEdge::kSplit)) continue;
-    const std::size_t before = begins_here ? at : text.rfind('\n', at - 1) + 1;  // 0 when none
+    const std::size_t before = begins_here ? at : text.rfind('\n', at - 1) + 1;  // npos + 1 is 0
     const std::size_t end = std::min(text.find('\n', at), text.size());
     Separators& separators = lines.emplace_back();
     for (std::size_t i = text.find('/', before); i < end; i = text.find('/', i + 1)) {
@@ -121,26 +121,27 @@ std::vector<Separators> lines_at_edges(std::string_view text, std::uint64_t offs
   return lines;
 }
 
-/// What lies between the first of the "/" of these lines and the last one. There is a line.
+/// The text from the first "/" of these lines to the last one. There is at least one line.
 std::string_view between(const std::vector<Separators>& lines, std::string_view text) {
   const std::size_t first = lines.front().front();
   return text.substr(first, lines.back().back() - first + 1);
 }
 
-/// Puts a blank for the "/" of these lines. @param begin where the text begins that they stand in.
+/// Replaces the "/" of these lines by blanks. @param begin the position of the first byte of @p
+/// text, as counted in @p lines.
 void take_out(const std::vector<Separators>& lines, std::string& text, std::size_t begin) {
   for (const Separators& separators : lines) {
     for (const std::size_t at : separators) text[at - begin] = ' ';
   }
 }
 
-/// Takes their "/" from the lines of the old text at page edges.
+/// Removes the "/" from the lines of the old text at page edges.
 void unmake_lines_at_edges(Plan& plan, Stage& stage, std::uint64_t offset,
                            std::string_view old_text, std::size_t page) {
   const std::vector<Separators> early =
       lines_at_edges(old_text, offset, page, AtEdge::kSplitOrBeginning);
-  // Lines with several, which the library does not write, lose the last one first, each by itself:
-  // what is left of them then is a name that no file bears, not another key.
+  // The library does not write lines with several "/". Such a line loses the last one first, one
+  // write each: "k/x/y", "k/x y", "k x y". So the key stays the same, and no file has such a name.
   for (const Separators& separators : early) {
     if (separators.size() == 1) continue;
     for (auto at = separators.rbegin(); at != separators.rend(); ++at) {
@@ -154,7 +155,7 @@ void unmake_lines_at_edges(Plan& plan, Stage& stage, std::uint64_t offset,
   stage.push_back({offset + first, blanked});
 }
 
-/// Writes @p text at @p offset, and the "/" of the lines that a page edge splits only then.
+/// Writes @p text at @p offset. The "/" of the lines that a page edge splits follow last.
 void write_text(Plan& plan, Stage& stage, std::uint64_t offset, std::string_view text,
                 std::size_t page) {
   const std::vector<Separators> late = lines_at_edges(text, offset, page, AtEdge::kSplit);
@@ -170,7 +171,7 @@ void write_text(Plan& plan, Stage& stage, std::uint64_t offset, std::string_view
 
 // ---- the stages --------------------------------------------------------------------------------
 
-/// How many bytes from the start on are the same in both.
+/// The number of bytes at the start that both have in common.
 std::size_t length_in_common(std::string_view one, std::string_view other) {
   constexpr std::size_t kBlock = 256;
   const std::size_t size = std::min(one.size(), other.size());
@@ -181,7 +182,7 @@ std::size_t length_in_common(std::string_view one, std::string_view other) {
   return at;
 }
 
-/// The start of the line in which the texts begin to differ.
+/// The start of the first line in which the texts differ.
 std::size_t start_of_difference(std::string_view one, std::string_view other) {
   const std::size_t at = length_in_common(one, other);
   return at == 0 ? 0 : one.rfind('\n', at - 1) + 1;
@@ -189,7 +190,7 @@ std::size_t start_of_difference(std::string_view one, std::string_view other) {
 
 std::uint64_t sector_before(std::uint64_t offset) { return offset / kSectorSize * kSectorSize; }
 
-/// Writes the new text over the front, from @p from on, with blanks up to the front's end.
+/// Writes the new text over the front, from @p from on, and blanks up to the front's end.
 void write_over(Plan& plan, std::string_view front, std::string_view new_text, std::size_t from,
                 std::size_t page) {
   std::string_view tail = new_text.substr(from);
@@ -207,14 +208,14 @@ std::string_view without_zeros_behind(std::string_view bytes) {
   return bytes.substr(0, bytes.find_last_not_of('\0') + 1);
 }
 
-/// Whether the last line has a "/" and no line feed: something behind it would become a part of it.
+/// Whether the last line has a "/" and no line feed. Bytes written after it would extend the line.
 bool last_line_is_open(std::string_view text) {
   return text.find('/', text.rfind('\n') + 1) != kNone;
 }
 
-/// Whether one write replaces the text whole or not at all, for any reader: digits within one
-/// sector. (The beginning of a number for a new counter has the same value:
-/// zeros.) A line does not qualify, since a failing device may take a part of the write.
+/// Whether a single write replaces the text completely or not at all, for any reader: the digits of
+/// a counter, within one sector. (A torn write of a new counter leaves zeros, which are the same
+/// value as an empty file.) A line does not qualify, since a failing device may write a part of it.
 bool is_replaced_at_once(std::string_view old_bytes, std::string_view new_text) {
   return (old_bytes.empty() || old_bytes.size() == new_text.size()) &&
          new_text.size() <= kSectorSize && old_bytes.find('/') == kNone &&
@@ -276,8 +277,8 @@ Plan plan(std::string_view old_bytes, std::string_view new_text, std::size_t pag
     old_bytes = result.texts.emplace_back(old_bytes).append("\n");
   }
 
-  // The copy begins at the sector in which the texts begin to differ, and lies in sectors of its
-  // own: no byte of a sector that is written over in place is in the front alone.
+  // The copy begins at the sector in which the texts begin to differ, and has sectors of its own.
+  // So the copy contains every byte of each sector that step 2 overwrites.
   const std::size_t from = start_of_difference(old_bytes, new_text);
   const auto base = static_cast<std::size_t>(sector_before(from));
   const std::uint64_t copy_at =
@@ -293,12 +294,12 @@ Plan plan(std::string_view old_bytes, std::string_view new_text, std::size_t pag
 }
 
 Plan completion(std::string_view bytes, const Interrupted& found, std::size_t page) {
-  // What lies between the text and the copy may be the rest of an older text.
+  // The gap between text and copy may contain the rest of an older text, so the front includes it.
   const std::string_view front = bytes.substr(0, found.copy_at);
   Plan result;
   result.size = found.text.size();
   result.reserve = bytes.size();
-  // The sector before the copy's first byte is in the front alone.
+  // The copy begins at `base`: a sector before it exists in the front alone, and is not written.
   const std::size_t from = std::max(found.base, start_of_difference(front, found.text));
   write_over(result, front, found.text, from, page);
   return result;

@@ -9,97 +9,106 @@
 #include <string_view>
 #include <vector>
 
-/// How a text of lines replaces another one in its file, so that an interruption at any moment
-/// leaves one of the two: the end of the process, a write that fails, or a power failure.
+/// Atomic replacement of a text of lines in its file. An interruption at any moment leaves the old
+/// text or the new one. It may be the end of the process, a failed write or a power failure.
 ///
-/// The file while the new text is on its way:
+/// During a replacement the file consists of four parts:
 ///
-///     [ front: the old text, then the new one over it ][ gap ][ copy ][ trailer ]
+///     [ front ][ gap ][ copy ][ trailer ]
 ///
-///  1. The copy of the new text and the trailer are written behind the old text, and flushed.
-///  2. The new text is written over the old one, and flushed.
-///  3. The file is cut at the end of the new text. Nothing is flushed.
+/// The front is the old text, then the new text written over it. The copy contains the new text.
+/// The trailer contains the checksum of the new text. The steps:
 ///
-/// Until step 1 is flushed, the old text stands untouched. From then on the trailer vouches for the
-/// copy, whatever the front holds. A copy or a trailer of which a part is missing does not pass the
-/// checksum; the front is the old text then, or, after step 2, the new one. So a reader takes the
-/// copy where a trailer fits (`interrupted_in`), and the lines of the file as they stand where none
-/// does.
+///  1. Write copy and trailer after the old text. Flush.
+///  2. Write the new text over the old text. Flush.
+///  3. Cut the file at the end of the new text. No flush.
 ///
-/// Step 3 needs no flush: a cut that was lost leaves the trailer, or what a later save wrote over
-/// it.
+/// A reader checks the trailer (`interrupted_in`). If it is valid, the reader takes the copy.
+/// Otherwise the reader takes the lines of the file as they are:
 ///
-/// Neither copy nor trailer holds a "/", so they mean nothing to a reader who knows lines alone.
-/// For his sake step 2 never shows a line that is glued from two halves when a process is killed. A
-/// system carries a write out page by page; at each page edge a line may be torn meanwhile. So the
-/// old lines at page edges lose their "/" first, and the new lines at page edges get theirs last:
+///     interrupted                       front          trailer   the reader takes
+///     in step 1                         old text       invalid   the front: the old text
+///     in step 1, all bytes on disk      old text       valid     the copy:  the new text
+///     in step 2, or before the cut      old and new    valid     the copy:  the new text
+///     after the cut                     new text       none      the front: the new text
+///
+/// Step 3 needs no flush. If a power failure undoes the cut, the file still ends in the valid
+/// trailer. Or a later save has overwritten a part of it: then it is invalid, and the front is the
+/// text.
+///
+/// Some readers know only lines, not trailers: other versions of this library. Copy and trailer
+/// contain no "/", so these readers find no line in them. Step 2 protects them as well: a kill
+/// never leaves a line that consists of half an old and half a new line. The system writes page by
+/// page, so a kill can tear the line at each page edge. Therefore step 2 first takes the "/" out of
+/// the old lines at page edges. It writes the "/" of the new lines at page edges last:
 ///
 ///     old  ...nes.kdb_0000000001/0000|0007\n...     "|" is a page edge
-///          ...nes.kdb_0000000001 0000|0007\n...     the old line is no line any more
-///     new  ...tes.txt_0000000000 note|s.txt\n...     nor is the new one
-///          ...tes.txt_0000000000/note|s.txt\n...     now it is
+///          ...nes.kdb_0000000001 0000|0007\n...     no "/": not a line
+///     new  ...tes.txt_0000000000 note|s.txt\n...     not a line yet
+///          ...tes.txt_0000000000/note|s.txt\n...     a line
 ///
-/// docs/formats.md tells every byte of it.
+/// docs/formats.md describes every byte.
 namespace replacement {
 
-/// A system writes pages of this size, or of a multiple of it, whole or not at all when a process
-/// is killed.
+/// When a process is killed, each page of this size (or of a multiple of it) is written completely
+/// or not at all.
 inline constexpr std::size_t kPageSize = 4096;
-/// A device writes sectors of this size, or of a multiple of it, whole or not at all when the power
-/// fails.
+/// When the power fails, each sector of this size (or of a multiple of it) is written completely or
+/// not at all.
 inline constexpr std::size_t kSectorSize = 512;
 
-/// A replacement that was interrupted behind its first flush.
+/// A replacement that was interrupted after step 1.
 struct Interrupted {
   std::string text;         ///< the new text
-  std::size_t base = 0;     ///< where in the text the copy begins
-  std::size_t copy_at = 0;  ///< where the front ends, at the latest
+  std::size_t base = 0;     ///< the copy contains the text from this position on
+  std::size_t copy_at = 0;  ///< where the copy begins in the file; the front ends here or earlier
 };
 
-/// What the trailer at the end of a file's bytes vouches for; nothing where none fits.
+/// The interrupted replacement that a valid trailer at the end of @p bytes describes, if any.
 std::optional<Interrupted> interrupted_in(std::string_view bytes);
 
-/// The text that the bytes of a file stand for: the new text of a replacement that was interrupted
-/// behind its first flush, else the bytes themselves without the zeros at their end. (A file's size
-/// may reach the device before its bytes; then it ends in zeros.) The result is a view of @p bytes
+/// The text of a file that contains @p bytes: the new text of a replacement that was interrupted
+/// after step 1, otherwise the bytes without the zeros at their end. (After a power failure a file
+/// may have its new size but not all its bytes; it ends in zeros.) The result is a view of @p bytes
 /// or of @p storage.
 std::string_view text_of(std::string_view bytes, std::string& storage);
 
-/// One write. A process that is killed within it leaves what lies before some page edge written.
+/// One write. If the process is killed during it, the bytes up to some page edge are written.
 struct Write {
   std::uint64_t offset = 0;
-  std::string_view bytes;  ///< lies in the texts of the plan, or in those that it was made from
+  std::string_view bytes;  ///< a view of a text in the plan, or of a text given to make the plan
 };
 
-/// Writes in their order, with a flush behind the last of them.
+/// Writes in their order. A flush follows the last one.
 using Stage = std::vector<Write>;
 
-/// What is written as it stands is not copied.
+/// The writes of a replacement. A text that is written unchanged is a view, not a copy.
 struct Plan {
   Plan() = default;
   Plan(Plan&&) = default;
   Plan& operator=(Plan&&) = default;
-  Plan(const Plan&) = delete;  // the writes of a copy would lie in the texts of this one
+  Plan(const Plan&) = delete;  // the writes of a copy would be views of this plan's texts
   Plan& operator=(const Plan&) = delete;
   ~Plan() = default;
 
-  /// Each is begun when the one before is flushed. None where nothing changes.
+  /// Each begins after the flush of the one before. Empty if nothing changes.
   std::vector<Stage> stages;
-  /// From here on the new text holds; an earlier stage leaves the old one as it is. An index of
-  /// `stages`.
+  /// The index in `stages` of the stage that writes over the old text. Earlier stages leave the old
+  /// text as it is; from this stage on the new text is the text of the file.
   std::size_t first_over_old = 0;
-  std::uint64_t reserve = 0;      ///< the largest size of the file on the way
-  std::uint64_t size = 0;         ///< where it is cut at last
-  std::deque<std::string> texts;  ///< what is written in another form than it came in
+  std::uint64_t reserve = 0;      ///< the largest size of the file during the replacement
+  std::uint64_t size = 0;         ///< its size after the cut
+  std::deque<std::string> texts;  ///< texts that are written in a changed form
 };
 
-/// The plan for a file that holds @p old_bytes, which no trailer ends. The new text outlives it.
+/// The plan for a file that contains @p old_bytes and has no valid trailer. The new text must
+/// outlive the plan.
 Plan plan(std::string_view old_bytes, std::string_view new_text, std::size_t page = kPageSize);
 template <std::same_as<std::string> Temporary>
 Plan plan(std::string_view, Temporary&&, std::size_t = kPageSize) = delete;
 
-/// The plan that completes an interrupted replacement in a file that holds @p bytes. What was found
-/// outlives it.
+/// The plan that completes the interrupted replacement @p found in a file that contains @p bytes.
+/// @p found must outlive the plan.
 Plan completion(std::string_view bytes, const Interrupted& found, std::size_t page = kPageSize);
 Plan completion(std::string_view, Interrupted&&, std::size_t = kPageSize) = delete;
 

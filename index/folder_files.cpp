@@ -34,11 +34,11 @@ const os::Listing& FolderFiles::entries() {
 }
 
 bool FolderFiles::may_be_missing(os::Entry entry) const {
-  // A search takes "*" and "?" for patterns, and may drop dots and blanks at the end.
+  // A search treats "*" and "?" as patterns, and may drop dots and blanks at the end.
   const std::string_view name = entry.name;
   if (name.back() == '.' || name.back() == ' ') return true;
   if (name.find_first_of("*?") != std::string_view::npos) return true;
-  // A network path is asked for by its attributes, which follow a link that leads nowhere.
+  // A network path is checked by its attributes. They follow links, so a dangling link is missing.
   return entry.kind == os::EntryKind::kUnknown && is_network_folder(m_folder);
 }
 

@@ -12,12 +12,12 @@ namespace {
 using index_format::extension_of;
 using index_format::logical_of;
 
-/// Longer than any name that a system takes (32,767 characters on Windows, 4,095 bytes on Linux).
+/// Longer than any name that a system accepts (32,767 characters on Windows, 4,095 bytes on Linux).
 constexpr std::size_t kBeyondAnyName = 32768;
 
 bool is_key(std::string_view key) { return key.size() >= index_format::kStampLength; }
 
-/// The extension of a key's logical name; empty also for what is too short to be a key.
+/// The extension of a key's logical name; empty if the key is too short.
 std::string_view extension_of_key(std::string_view key) {
   return is_key(key) ? extension_of(logical_of(key)) : std::string_view();
 }
@@ -27,7 +27,7 @@ LineState state_of(Presence presence) {
   return presence == Presence::kUnknown ? LineState::kUnknown : LineState::kMissing;
 }
 
-/// The stored name itself or that with the extension; asked of the system, the likelier one first.
+/// Checks the physical name and that name with the extension, the likelier one first.
 LineState probe(std::string_view stored, std::string_view extension, bool is_own_name,
                 FolderFiles& files) {
   const auto plain = [&] { return state_of(files.probe(stored)); };
@@ -38,7 +38,7 @@ LineState probe(std::string_view stored, std::string_view extension, bool is_own
   const LineState first = is_own_name ? plain() : extended();
   if (first == LineState::kValid) return first;
   const LineState second = is_own_name ? extended() : plain();
-  // Missing is a line only where both answers say so.
+  // A line is missing only if both names are missing.
   return second == LineState::kMissing ? first : second;
 }
 
@@ -46,8 +46,8 @@ LineState probe(std::string_view key, std::string_view stored, FolderFiles& file
   return probe(stored, extension_of_key(key), logical_of(key) == stored, files);
 }
 
-/// Judges a line whose likelier name the listing does not show: the stored name with the extension,
-/// where has_extension says so.
+/// Judges a line whose likelier name is not in the listing. If has_extension is set, that name was
+/// the physical name with the extension.
 void find_otherwise(IndexLine& line, FolderFiles& files) {
   if (line.has_extension) line.entry = files.listed(line.stored, files.ask(line.stored));
   line.has_extension = false;
@@ -123,16 +123,17 @@ std::span<const IndexLine> IndexReader::next_lines() {
 
 void IndexReader::judge_running_on(IndexLine& line) {
   if (line.stored.size() >= kBeyondAnyName) return;
-  // Required: such a line counts when a file bears the rest of the text as its name. Only the end
-  // of the key is searched for its dot: an extension that reaches further back is no name's end.
+  // Required: such a line is an entry if a file has the rest of the text as its name. Only the end
+  // of the key is searched for a dot: no file name ends in a longer extension.
   std::string_view logical = logical_of(line.key);
   if (logical.size() > kBeyondAnyName) logical.remove_prefix(logical.size() - kBeyondAnyName);
 
-  // Lines that share one "/" are met in order, and each is shorter than the one before:
+  // Lines that share one "/" come one after the other, and each is shorter than the one before:
   //
-  //     a.b\n\nc_0000000001/x   gives the keys "a.b\n\nc...", "\nc..." and "c..."
+  //     a.b\n\nc_0000000001/x   has the keys "a.b\n\nc...", "\nc..." and "c..."
   //
-  // So the last dot of the first one is the last dot of the others until a line begins behind it.
+  // So all of them end in the extension of the first one, as long as they contain its dot. A line
+  // that begins after this dot has no extension.
   RunningOn& last = m_last_running_on;
   const auto separator = static_cast<std::size_t>(line.stored.data() - m_text.data());
   const bool same_rest = last.separator == separator;
@@ -144,8 +145,7 @@ void IndexReader::judge_running_on(IndexLine& line) {
     const std::string_view extension = logical.substr(logical.size() - extension_length);
     last = {separator, extension_length, probe(line.stored, extension, false, m_files)};
   }
-  // What the system does not tell about is no entry here: the line has no "/" of its own to be
-  // kept.
+  // An unknown file makes no unknown entry here: a line without its own "/" cannot be written back.
   if (last.state != LineState::kValid) return;
   line.state = LineState::kValid;
   line.entry = m_files.listed(line.stored, m_files.ask(line.stored));
@@ -170,7 +170,7 @@ IndexReading::IndexReading(std::string_view index_text, FolderFiles& files,
   std::vector<std::size_t> doubtful;
   auto earlier = before.lines.begin();
   const auto was_valid = [&](const IndexLine& line) {
-    // Both texts are in order, or hardly out of it.
+    // Both texts are in order, or nearly so.
     while (earlier != before.lines.end() && earlier->key < line.key) ++earlier;
     return earlier != before.lines.end() && earlier->key == line.key &&
            earlier->stored == line.stored && earlier->entry != FolderFiles::kNone &&
@@ -185,7 +185,7 @@ IndexReading::IndexReading(std::string_view index_text, FolderFiles& files,
     lines.push_back({parsed.key, parsed.stored, LineState::kValid});
     if (!was_valid(lines.back())) doubtful.push_back(lines.size() - 1);
   }
-  // A few questions cost less than the listing of a large folder.
+  // A few checks cost less than the listing of a large folder.
   is_listed = doubtful.size() > 8 + lines.size() / 8;
   for (const std::size_t i : doubtful) {
     IndexLine& line = lines[i];
@@ -211,15 +211,15 @@ void IndexReading::revise(IndexLine& line, LineState state) {
   if (state != LineState::kValid) count(line);
 }
 
-/// One for each file; but a folder may hold far more than its index names.
+/// An estimate: one line for each file. But a folder may contain far more files than index lines.
 std::size_t IndexReading::likely_lines(FolderFiles& files) const {
   constexpr std::size_t kShortest = index_format::kStampLength + 2;
   return std::min(files.entries().size(), text.size() / kShortest) + 1;
 }
 
-/// Nearly all lines are of one kind: they have their own "/", a key, and names of a few bytes.
-/// These are read without a detour, a few at a time, so that the processor waits for its memory
-/// once for all of them. @return where the first other one begins.
+/// Reads the plain lines at the start: with their own "/", a key, and short names. Nearly all lines
+/// are plain. Several are looked up together, so that the processor waits for memory once.
+/// @return where the first other line begins.
 std::size_t IndexReading::read_plain_lines(FolderFiles& files) {
   constexpr std::size_t kTogether = 16;
   constexpr std::size_t kPiece = 16;
@@ -227,7 +227,7 @@ std::size_t IndexReading::read_plain_lines(FolderFiles& files) {
   std::array<std::uint8_t, kTogether> sizes;
   std::array<std::uint64_t, kTogether> hashes;
   const char* at = text.data();
-  // Two pieces of a fixed size can be copied from any place of a line before this one.
+  // From any line that begins before this place, two pieces of a fixed size can be copied.
   const char* const last = text.data() + text.size() - std::min(text.size(), 2 * kPiece);
   for (bool is_plain = true; is_plain;) {
     const std::size_t first = lines.size();

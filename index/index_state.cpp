@@ -45,7 +45,7 @@ const IndexLine* IndexState::loaded_line(std::string_view stored) const {
   if (m_searches < kSearches) {
     ++m_searches;
     const auto bears = [stored](const IndexLine& line) {
-      // Most names differ in their last character, and are as long as each other.
+      // Cheap tests first: most names have the same length, but different last characters.
       return line.stored.size() == stored.size() &&
              (stored.empty() || line.stored.back() == stored.back()) &&
              line.state == LineState::kValid && line.stored == stored;
@@ -138,7 +138,7 @@ IndexState::Taken IndexState::take(const std::string& key) {
   const auto by_key = change_of_key(key);
   const auto by_stored_name = change_of_stored_name(*by_key->second);
   m_erased.emplace_back(key, *by_key->second);
-  // From here on nothing raises.
+  // Nothing below throws.
   m_made.erase(key);
   return take_out(by_key, by_stored_name);
 }
@@ -177,7 +177,7 @@ void IndexState::replace(std::string_view key, std::string_view stored) {
 }
 
 void IndexState::file_is_made(const std::string& key, Making how) {
-  // withdraw() needs no memory then.
+  // Creates both changes now, so that withdraw() needs no memory.
   if (const std::optional<std::string>& name = change_of_key(key)->second)
     change_of_stored_name(*name);
   m_made.insert_or_assign(key, std::move(how));
@@ -194,7 +194,7 @@ bool IndexState::is_anothers(const std::string& key, const std::string& stored) 
     const std::optional<std::string_view> back = way_back_of(name);
     return back && *back != key;
   };
-  // A stored name is the file's, or lacks the extension.
+  // A physical name is the name of the file, or that name without the extension.
   bool is_found = bears(file) || bears(stored);
   visit_unknown([&](std::string_view other, std::string_view name) {
     is_found = is_found || name == file || index_format::file_name_of(other, name) == file;
@@ -214,8 +214,8 @@ IndexState::Removal IndexState::remove_replaced_files() {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   const auto files = std::exchange(m_files_to_remove, {});
   Removal result;
-  // What was replaced first: a file that stays may bear the very name of the new entry, and hide
-  // it. Then the sources stay, too.
+  // Replaced files first. One that stays may have the very name of the new entry and hide it: then
+  // the sources have to stay, too.
   for (const IfItStays kind : {IfItStays::kError, IfItStays::kNothing}) {
     if (!result.are_gone) break;
     for (const auto& [file, if_it_stays] : files) {
@@ -243,7 +243,7 @@ bool IndexState::remove_for_good(const std::string& file, IfItStays if_it_stays,
 
 void IndexState::file_changes(const std::string& name) {
   if (!m_loaded || m_loaded->reading.lines.empty()) return;
-  // A file that the listing does not show stands for all of that kind.
+  // kNone represents all files that are not in the listing.
   m_changed.insert(m_files->listed(name, m_files->ask(name)));
 }
 

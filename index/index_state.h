@@ -19,60 +19,59 @@
 #include "file/replacement.h"
 #include "index/index_reader.h"
 
-/// What an index instance holds in memory: the entries of the text that was loaded, and what the
-/// operation changed since.
+/// The memory of an index instance: the entries that were loaded, and the changes since.
 ///
-/// The entries of the text are its own lines, in the order of their keys; none is copied. Changes
-/// stand beside them: by its key the stored name of an entry, by its stored name the key, and in
-/// both that there is none any more. So an operation costs what it changes, and one pass over the
-/// text when that is loaded, and one when it is saved.
+/// The loaded entries are the lines of the text in the order of their keys; none is copied. Two
+/// maps contain the changes: from key to physical name, and from physical name to key. An empty
+/// value means that the entry is removed. So an operation costs what it changes, one pass over the
+/// text at the load, and one at the save.
 ///
-/// Order of calls: load() when there is an index.dat; questions and changes; `save_index`
-/// (saving.h), if something changed; then nothing more. A rename takes the old entry with take(),
-/// and gives it back with put_back() where a later step fails; withdraw() undoes insert().
+/// Order of calls: load() if there is an index.dat; queries and changes; `save_index` (saving.h) if
+/// something changed; then nothing more. A rename removes the old entry with take(), and restores
+/// it with put_back() if a later step fails. withdraw() undoes insert().
 ///
-/// Errors: memory that runs out, and what looking at the folder raises. take() has changed nothing
-/// then. withdraw(), put_back() and keep_file() need no memory and raise nothing.
+/// Errors: std::bad_alloc, and exceptions from reading the folder. If take() throws, it has changed
+/// nothing. withdraw(), put_back() and keep_file() need no memory and do not throw.
 ///
-/// Threads: one at a time. Copies share the listing of the folder, so they count as one.
+/// Threads: one at a time. Copies share the listing of the folder, so they count as one object.
 class IndexState {
  public:
   using NameMap = std::map<std::string, std::string>;
-  /// A key and its stored name.
+  /// A key and its physical name.
   using Entry = std::pair<std::string, std::string>;
 
-  /// What is traced about a file that the system does not remove.
+  /// What is traced if the system does not remove a file.
   enum class IfItStays : std::uint8_t { kNothing, kError };
 
   explicit IndexState(const std::string& folder);
 
-  /// Takes what index.dat holds and judges its lines by one listing of the folder.
+  /// Takes the bytes of index.dat and judges their lines by one listing of the folder.
   void load(FileText bytes);
 
   const std::string& folder() const { return m_files->folder(); }
   /// The folder as load() found it.
   FolderFiles& files() const { return *m_files; }
-  /// Null when there was no index.dat.
+  /// Null if there was no index.dat.
   const IndexReading* loaded() const { return m_loaded ? &m_loaded->reading : nullptr; }
 
-  /// Counts from here on for is_unwound(): a copy is an instance of its own.
+  /// The life of this instance begins here, for is_unwound(). A copy is another instance.
   void begins_to_live();
-  /// Becomes as another one, but for what begins_to_live() noted.
+  /// Copies another state, except for what begins_to_live() noted.
   void take_over(const IndexState& other);
-  /// Whether an exception that began after the construction is under way.
+  /// Whether an exception is in flight that was thrown after the instance began to live.
   bool is_unwound() const;
 
   // ---- entries -------------------------------------------------------------------------------
 
-  /// The stored name of an entry; valid until that entry is changed.
+  /// The physical name of an entry; valid until that entry changes.
   std::optional<std::string_view> find(std::string_view key) const;
-  /// The key to which a stored name leads back, of several entries with that name the one that came
-  /// first; valid until that entry is changed.
+  /// The key to which a physical name leads; if several entries have that name, the key of the
+  /// first one. Valid until that entry changes.
   std::optional<std::string_view> way_back_of(std::string_view stored) const;
 
-  /// Goes through the entries in byte-wise order of the keys: run(lines) for those of the text that
-  /// stand as they were loaded, as many in a row as there are, and changed(key, stored) for the
-  /// others. Neither may change an entry.
+  /// Visits the entries in byte-wise order of their keys. Calls run(lines) for consecutive loaded
+  /// entries without a change, as many as possible at once, and changed(key, stored) for each other
+  /// entry. Neither function may change an entry.
   template <class Run, class Changed>
   void walk(Run run, Changed changed) const {
     std::span<const IndexLine> rest = m_entries;
@@ -88,7 +87,7 @@ class IndexState {
     }
     if (!rest.empty()) run(rest);
   }
-  /// Calls visit(key, stored) for each entry, in the same order and on the same condition.
+  /// Calls visit(key, stored) for each entry, in the same order. It may not change an entry.
   template <class Visit>
   void visit(Visit visit) const {
     walk(
@@ -102,7 +101,7 @@ class IndexState {
   NameMap by_key() const;
   NameMap by_stored_name() const;
 
-  // ---- lines of which the system does not tell whether their files are there -----------------
+  // ---- unknown entries -----------------------------------------------------------------------
 
   bool has_unknown_lines() const { return m_loaded && m_loaded->reading.unknown != 0; }
   /// Calls visit(key, stored) for each of them.
@@ -113,63 +112,65 @@ class IndexState {
       if (line.state == LineState::kUnknown) visit(line.key, line.stored);
     }
   }
-  /// The first one of a key that is no entry otherwise, nor was one that take() has taken; or null.
+  /// The first one with this key. Null if there is none, if find() finds the key, or if take() has
+  /// removed an entry with this key.
   const IndexLine* unknown_line(const std::string& key) const;
 
   // ---- changes -------------------------------------------------------------------------------
 
-  /// Enters an entry: its stored name where the key has none, and the way back where the stored
-  /// name has none. The save judges its line.
+  /// Adds an entry. A key that has a physical name keeps it, and a physical name that leads to a
+  /// key keeps that key. The save judges the entry.
   void insert(const std::string& key, const std::string& stored);
-  /// The same for one whose line has just been judged.
+  /// The same for an entry that has just been judged.
   void add(std::string_view key, std::string_view stored);
-  /// Nothing for a name that leads nowhere any more.
+  /// An empty value: the name leads nowhere any more.
   using Changes = std::map<std::string, std::optional<std::string>, std::less<>>;
-  /// An entry that is none any more, or nothing. It goes back without new memory.
+  /// A removed entry, or nothing. put_back() restores it without new memory.
   struct Taken {
     std::string stored;
-    std::optional<std::string> way_back;  ///< the key to which the stored name led
+    std::optional<std::string> way_back;  ///< the key to which the physical name led
     std::optional<Changes::iterator> by_key;
     std::optional<Changes::iterator> by_stored_name;
     explicit operator bool() const { return by_key.has_value(); }
   };
-  /// Takes an entry out. Its file is about to be removed; where that fails, the save brings the
-  /// entry back. Where this raises nothing has changed.
+  /// Removes an entry before the caller removes its file. If the file stays, the save restores the
+  /// entry. If take() throws, nothing has changed.
   Taken take(const std::string& key);
-  /// Undoes insert(), as far as it came. No entry is taken where none bears the key.
+  /// Undoes insert(), complete or not. Returns nothing if no entry has the key.
   Taken withdraw(const std::string& key) noexcept;
-  /// Undoes take(); no entry bears the key meanwhile.
+  /// Undoes take(). No entry may have the key in between.
   void put_back(Taken&& entry) noexcept;
-  /// Gives an entry another stored name: the line of somebody else whose file is there, where its
-  /// own is gone.
+  /// Gives an entry the physical name that another process wrote for its key. The file of the old
+  /// physical name is gone, the file of the new one exists.
   void replace(std::string_view key, std::string_view stored);
-  /// How an operation made the file of a new entry: empty, or as a copy of `source`, in the place
-  /// of another entry with the file `replaced`. Names are empty where there is none.
+  /// How an operation made the file of a new entry: empty, or as a copy of `source` that replaces
+  /// an entry with the file `replaced`. A name that does not apply is empty.
   struct Making {
     std::string source;
     std::string replaced;
   };
-  /// A clean that does not find the new entry in the index yet may sweep its file; then the save
-  /// makes it again.
+  /// Notes a file that was made. A clean that runs before the save finds no entry for it in
+  /// index.dat and may sweep it; then the save makes it again.
   void file_is_made(const std::string& key, Making how);
-  /// A file of the folder goes when the new text is written, under the lock of the save: until then
-  /// whoever reads finds the entries from before. The save judges lines as if it had gone already.
+  /// Schedules a file of the folder for removal after the new text is written, under the lock of
+  /// the save. Until then readers find the old entries. The save judges lines as if the file were
+  /// gone.
   void remove_after_save(const std::string& file, IfItStays if_it_stays);
-  /// Whether the file of an entry may be that of an entry with another key, too.
+  /// Whether the file of an entry may also be the file of an entry with another key.
   bool is_anothers(const std::string& key, const std::string& stored) const;
-  /// Whether a generated name is that of a file that goes.
+  /// Whether a scheduled file has this generated name, with or without an extension.
   bool is_to_be_removed(const std::string& name) const;
-  /// The file stays after all.
+  /// Cancels a scheduled removal.
   void keep_file(const std::string& file) noexcept { m_files_to_remove.erase(file); }
   struct Removal {
-    bool are_gone = true;       ///< all of the files
-    std::exception_ptr raised;  ///< by the first removal that raised
+    bool are_gone = true;       ///< all scheduled files
+    std::exception_ptr raised;  ///< the first exception of a removal
   };
-  /// Removes these files, once the new text is on the device. Where one of those that were replaced
-  /// stays, the sources of the copies do.
+  /// Removes the scheduled files; call it when the new text is on the device. If a replaced file
+  /// stays, the sources of the copies stay as well.
   Removal remove_replaced_files();
-  /// A file of the folder is about to go or to get another name: the lines that may lead to it are
-  /// judged again by the save.
+  /// Call it before a file of the folder is removed or renamed. The save then judges again the
+  /// lines that may lead to the file.
   void file_changes(const std::string& name);
   /// Replaces both directions. For tests.
   void set_maps(const NameMap& by_key, const NameMap& by_stored_name);
@@ -177,28 +178,27 @@ class IndexState {
  private:
   friend class IndexSave;
 
-  /// What was loaded, and its entries in order.
+  /// The loaded text and its entries by key.
   struct Loaded {
     Loaded(FileText file, FolderFiles& files)
         : bytes(std::move(file)),
           reading(replacement::text_of(bytes.view(), saved_text), files),
           entries(reading) {}
     FileText bytes;
-    std::string saved_text;  ///< of a save that was interrupted
+    std::string saved_text;  ///< the text of an interrupted save
     IndexReading reading;
     EntriesByKey entries;
   };
-  /// The entry of the text, or null.
+  /// The loaded entry with this key, or null.
   const IndexLine* loaded_entry(std::string_view key) const;
-  /// The first valid line with that stored name, or null.
+  /// The first valid line with this physical name, or null.
   const IndexLine* loaded_line(std::string_view stored) const;
-  /// The change of a key, and that of a stored name; one that says what was so before where there
-  /// is none.
+  /// The change of a key or of a physical name. A new one begins with the current value.
   Changes::iterator change_of_key(std::string_view key);
   Changes::iterator change_of_stored_name(std::string_view stored);
-  /// Where the stored name leads to no key.
+  /// Leads the physical name to the key, unless it leads to a key already.
   void lead_back(std::string_view stored, std::string_view key);
-  /// Leaves nothing in the two changes.
+  /// Empties both changes.
   static Taken take_out(Changes::iterator by_key,
                         std::optional<Changes::iterator> by_stored_name) noexcept;
   /// @return whether the file is gone.
@@ -208,9 +208,9 @@ class IndexState {
   int m_exceptions_at_construction;
   std::shared_ptr<FolderFiles> m_files;  // shared by copies
   std::shared_ptr<const Loaded> m_loaded;
-  std::span<const IndexLine> m_entries;  ///< of what was loaded
-  std::span<const IndexLine> m_lines;    ///< the same in the order of the text, with all lines
-  /// Stored name -> line, when several are asked for: m_lines is searched for the first ones.
+  std::span<const IndexLine> m_entries;  ///< of the loaded text, by key
+  std::span<const IndexLine> m_lines;    ///< all its lines, in the order of the text
+  /// Physical name -> line. Built for the fifth search; the first ones go through m_lines.
   using LinesByStoredName = std::unordered_map<std::string_view, const IndexLine*>;
   mutable std::optional<LinesByStoredName> m_lines_by_stored_name;
   mutable std::size_t m_searches = 0;
@@ -218,12 +218,12 @@ class IndexState {
   Changes m_by_key;
   Changes m_by_stored_name;
   std::vector<Entry> m_erased;
-  std::map<std::string, Making> m_made;  // by their keys
+  std::map<std::string, Making> m_made;  // by key
   std::map<std::string, IfItStays> m_files_to_remove;
-  std::set<std::size_t> m_changed;                // files of the listing
+  std::set<std::size_t> m_changed;                // positions in the listing
   std::set<std::string, std::less<>> m_doubtful;  // keys whose lines the save judges again
 };
 
-/// Copies a file over another one of its folder, and has the copy on the device. A clean that does
-/// not know the copy may sweep it meanwhile; then it is made again.
+/// Copies a file over another one of its folder and flushes the copy. If a clean sweeps the copy
+/// before the flush, the function copies again, up to three times in all.
 bool copy_and_flush(const std::string& folder, const std::string& from, const std::string& to);

@@ -15,16 +15,16 @@
 #include "index/index_source.h"
 #include "platform/host/trace.h"
 
-// The way of a changed index back to its file, from top to bottom: open, read, merge, judge, write,
-// and remove what was replaced.
+// The save of a changed index. The steps follow in their order: open, read, merge, judge, write,
+// remove the replaced files.
 
 namespace {
 
-/// So many lines at most are asked for one by one: beyond, a listing of the folder costs less.
+/// Up to so many lines are checked one by one. For more lines a listing of the folder costs less.
 constexpr std::size_t kAskedSingly = 4;
-/// What most operations add to a text has so many bytes at most.
+/// Most operations add at most so many bytes to a text.
 constexpr std::size_t kRoom = 1024;
-/// So many unknown lines are named.
+/// At most so many unknown entries are named.
 constexpr std::size_t kNamed = 8;
 
 }  // namespace
@@ -49,14 +49,14 @@ void report_unknown_lines(const IndexReading& reading, const std::string& folder
 
 /// One save.
 ///
-/// Order of calls: run(), once. It reads from top to bottom as the members below stand.
+/// Order of calls: run(), once. The members below follow in the order in which it uses them.
 ///
-/// Errors: an index.dat that cannot be opened for writing is a warning, one that the system refuses
-/// to write an error; run() says so by its result, and the change is lost. One that cannot be read
-/// to its end raises before anything is written. What a removal at the end raises leaves when the
-/// file is closed.
+/// Errors: if index.dat cannot be opened for writing, a warning is traced; if the system refuses to
+/// write it, an error. run() returns which, and the change is lost. If index.dat cannot be read to
+/// its end, run() throws before it writes anything. If a removal at the end throws, run() closes
+/// the file and throws that exception.
 ///
-/// Threads: one. Others, and other processes, wait at open() until the file is closed again.
+/// Threads: one. Other threads and processes wait in open() until the file is closed.
 class IndexSave {
  public:
   IndexSave(vu_file& index, IndexState& state)
@@ -70,10 +70,10 @@ class IndexSave {
     Saved saved = replace();
     std::exception_ptr raised;
     if (saved == Saved::kYes) {
-      // Nobody else may merge before these files have gone: their lines would be valid for him.
+      // Another save must not merge before these files are gone: it would find their lines valid.
       const IndexState::Removal removal = m_state.remove_replaced_files();
       raised = removal.raised;
-      // A file that the system keeps makes its line valid again.
+      // If the system keeps a file, its line is valid again.
       if (!removal.are_gone) {
         IndexSave again(m_index, m_state);
         m_index.rewind();
@@ -128,10 +128,10 @@ class IndexSave {
     return m_outcome.holds == replacement::Holds::kNewText ? Saved::kYes : Saved::kNotWritten;
   }
 
-  // ---- what was swept --------------------------------------------------------------------------
+  // ---- swept files ---------------------------------------------------------------------------
 
-  /// A clean that did not find an entry of this operation in the index may have swept its file.
-  /// Now nobody sweeps, for the index is locked: so the file is made again, and stays.
+  /// A clean that found no entry in index.dat for a new file of this operation may have swept it.
+  /// No clean can sweep while index.dat is locked, so a file that is made again now stays.
   void make_swept_files_again() {
     m_made = std::exchange(m_state.m_made, {});
     for (const auto& [key, how] : m_made) {
@@ -147,7 +147,7 @@ class IndexSave {
     }
   }
 
-  /// @return whether the file is there.
+  /// @return whether the file exists.
   bool make_again(const std::string& key, std::string_view stored, const std::string& source) {
     VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
     const std::string file = index_format::file_name_of(key, stored);
@@ -170,11 +170,11 @@ class IndexSave {
 
   // ---- merge ---------------------------------------------------------------------------------
 
-  /// Takes over what others wrote since the loading.
+  /// Takes over what others wrote since the load.
   void merge(std::string_view text) {
     const IndexReading* loaded = m_state.loaded();
-    // Out of order, a text may have two lines of one key, of which the second one may count by now;
-    // a line that runs on may become an entry by a file that is made meanwhile.
+    // A text out of order may have two lines with one key, and the second one may be valid now. A
+    // line that runs on may become an entry when somebody makes a file.
     if (loaded != nullptr && loaded->ascending && !loaded->any_runs_on && text == loaded->text) {
       merge_what_was_dropped(*loaded);
       return;
@@ -187,7 +187,7 @@ class IndexSave {
     for (const IndexLine* line : new_lines(on_disk.get())) merge_entry(*line);
   }
 
-  /// Others wait for the lock meanwhile: what the loading has judged is not judged once more.
+  /// Other processes wait for the lock, so a line that the load judged is not judged again.
   void read_what_is_on_disk(std::string_view text, const IndexReading* loaded) {
     if (loaded != nullptr && loaded->ascending && !loaded->any_runs_on) {
       m_on_disk.emplace(text, m_files, *loaded, m_state.m_changed);
@@ -196,8 +196,8 @@ class IndexSave {
     m_on_disk.emplace(text, m_files);
   }
 
-  /// The entries that are not in memory as they are on disk. Those in memory that are not on disk
-  /// are judged again.
+  /// The entries on disk that are not the same in memory. Entries in memory that are not on disk
+  /// become doubtful.
   std::vector<const IndexLine*> new_lines(std::span<const IndexLine> on_disk) {
     std::vector<const IndexLine*> result;
     auto theirs = on_disk.begin();
@@ -214,8 +214,7 @@ class IndexSave {
     return result;
   }
 
-  /// A file that goes behind the new text is there yet: its lines must not keep out the next ones
-  /// of their keys.
+  /// The files to remove still exist. Their lines must not hide the next lines with the same keys.
   void take_out_what_leads_to_files_to_remove() {
     if (m_state.m_files_to_remove.empty()) return;
     for (IndexLine& line : m_on_disk->lines) {
@@ -230,8 +229,8 @@ class IndexSave {
            files.contains(index_format::file_name_of(line.key, line.stored));
   }
 
-  /// The file holds the very text that was loaded. So only a line that is no entry any more, or was
-  /// none then, can be new: its file may be there by now.
+  /// The file still contains the loaded text. Only two kinds of lines can be new: entries that the
+  /// operation removed, and dangling entries. Their files may exist now.
   void merge_what_was_dropped(const IndexReading& loaded) {
     std::vector<const IndexLine*> dropped;
     for (const auto& [key, stored] : m_state.m_erased) {
@@ -265,8 +264,8 @@ class IndexSave {
     const auto mine = m_state.find(line.key);
     if (mine == line.stored) return;
     if (mine) {
-      // Somebody may have removed the entry since it was loaded here, and made it anew: a line of
-      // mine whose file is gone must not keep the new one out. Where nobody knows both stay.
+      // Another process may have removed this entry since the load and created it again. Its new
+      // line wins over a line of mine whose file is gone. If mine is unknown, both lines stay.
       const LineState state = judge(line.key, *mine);
       if (state == LineState::kUnknown) m_unknown.push_back(line);
       if (state != LineState::kMissing) return;
@@ -289,8 +288,8 @@ class IndexSave {
     return state;
   }
 
-  /// The keys whose lines are judged again though the loading did: those of the operation itself,
-  /// and those that may lead to a file that it has changed.
+  /// Collects the keys whose lines are judged again after the load: those of the operation, and
+  /// those that may lead to a file that it has changed.
   void find_doubtful() {
     m_doubtful.insert(m_state.m_doubtful.begin(), m_state.m_doubtful.end());
     const IndexReading* loaded = m_state.loaded();
@@ -315,8 +314,8 @@ class IndexSave {
     return state;
   }
 
-  /// Whether the save writes an entry of mine. Most were judged by the loading, or by the reading
-  /// of what is on disk.
+  /// Whether the save writes an entry from memory. Most entries were judged by the load, or when
+  /// the text on disk was read.
   bool is_written(std::string_view key, std::string_view stored) {
     return m_sure.contains(key) || !m_doubtful.contains(key) ||
            judge(key, stored) != LineState::kMissing;
@@ -324,7 +323,7 @@ class IndexSave {
 
   // ---- write ---------------------------------------------------------------------------------
 
-  /// The lines that stay though nobody knows whether their files are there, by their keys.
+  /// The unknown entries that stay, by their keys.
   std::vector<IndexLine> unknown_lines() {
     std::vector<IndexLine> lines = std::move(m_unknown);
     const IndexReading* reading = m_on_disk ? &*m_on_disk : m_state.loaded();
@@ -350,7 +349,7 @@ class IndexSave {
     return m_text.empty() ? " " : std::move(m_text);
   }
 
-  /// Entries of the loaded text, of which few are in doubt.
+  /// Writes loaded entries, a few of which are doubtful.
   void write_lines(std::span<const IndexLine> lines) {
     if (!m_unknown_left.empty()) {
       for (const IndexLine& line : lines) write_entry(line.key, line.stored);
@@ -382,7 +381,7 @@ class IndexSave {
     m_text.append(key).append("/").append(stored).append("\n");
   }
 
-  /// Lines that follow each other in the loaded text are one piece of it.
+  /// Consecutive lines of the loaded text are copied as one piece.
   void append_as_they_stand(std::span<const IndexLine> lines) {
     const auto end_of = [](const IndexLine& line) {
       return line.stored.data() + line.stored.size();
@@ -398,11 +397,11 @@ class IndexSave {
     }
   }
 
-  /// The loading knew of its file.
+  /// Whether this entry is in memory: its file existed at the load.
   bool is_mine(const IndexLine& line) const { return m_state.find(line.key) == line.stored; }
 
-  /// Of two lines with one key the first one counts, once its file is known to be there: so they
-  /// keep their order.
+  /// Of two lines with one key the first one with an existing file is the entry. An unknown line
+  /// may turn out to be that one, so the save keeps the order.
   bool stands_before(const IndexLine& unknown, std::string_view key) const {
     if (unknown.key != key) return unknown.key < key;
     const auto first = m_first_valid.find(key);
@@ -417,19 +416,19 @@ class IndexSave {
   vu_file& m_index;
   IndexState& m_state;
   replacement::Outcome m_outcome;
-  FolderFiles m_files;                    ///< as they are now
-  FileText m_bytes;                       ///< of the file
-  std::string m_saved_text;               ///< of a save that was interrupted
-  std::optional<IndexReading> m_on_disk;  ///< where it is not the text that was loaded
-  bool m_is_listed = false;               ///< the listing of m_files is worth its cost
+  FolderFiles m_files;                    ///< the folder as it is now
+  FileText m_bytes;                       ///< of index.dat
+  std::string m_saved_text;               ///< the text of an interrupted save
+  std::optional<IndexReading> m_on_disk;  ///< if it differs from the loaded text
+  bool m_is_listed = false;               ///< a listing of m_files is worth its cost
   std::vector<IndexLine> m_unknown;
   std::size_t m_named = 0;
   std::set<std::string_view> m_doubtful;
   std::map<std::string, IndexState::Making> m_made;
-  std::set<std::string_view> m_sure;                      ///< those of m_made whose files are there
-  std::map<std::string_view, const char*> m_first_valid;  ///< key -> where its line stands
-  std::string m_text;                                     ///< that is written
-  std::span<const IndexLine> m_unknown_left;              ///< those that are not in it yet
+  std::set<std::string_view> m_sure;                      ///< keys of m_made with existing files
+  std::map<std::string_view, const char*> m_first_valid;  ///< key -> where its line begins
+  std::string m_text;                                     ///< to be written
+  std::span<const IndexLine> m_unknown_left;              ///< those not in m_text yet
 };
 
 Saved save_index(vu_file& index, IndexState& state) { return IndexSave(index, state).run(); }

@@ -7,21 +7,22 @@
 #include "index/index_state.h"
 #include "vu_file.h"
 
-/// What became of a save.
+/// The result of a save.
 enum class Saved : std::uint8_t {
-  kYes,         ///< index.dat holds the entries of this instance
-  kNotOpened,   ///< index.dat could not be opened for writing: the change is lost, with a warning
-  kNotWritten,  ///< the system refused to write: the change is lost, with an error
+  kYes,         ///< index.dat contains the entries of this instance
+  kNotOpened,   ///< index.dat cannot be opened for writing: the change is lost, a warning says so
+  kNotWritten,  ///< the system refuses to write: the change is lost, an error says so
 };
 
-/// Writes a changed index back: reads what index.dat holds by now, merges, and replaces the text.
-/// Then it removes the files of the entries that the change has replaced.
-/// @param index the instance's handle of index.dat, closed; it is closed again afterwards.
-/// @throws vu_file_except when index.dat cannot be read to its end, and whatever else reading and
-/// merging raise. Nothing has been written then.
+/// Saves a changed index: reads index.dat again, merges, and replaces the text. Then it removes the
+/// files of the entries that the change has replaced.
+/// @param index the instance's closed handle of index.dat; it is closed again afterwards.
+/// @throws vu_file_except if index.dat cannot be read to its end, and any exception of reading or
+/// merging; nothing has been written then. An exception of a removal leaves after the text is saved
+/// and the file closed.
 Saved save_index(vu_file& index, IndexState& state);
 
-/// Traces an error for a line of which the system does not tell whether its file is there.
+/// Traces an error that names an unknown entry.
 void report_unknown_line(const std::string& folder, std::string_view key, std::string_view stored);
-/// The same for the first ones of an index, and how many more there are.
+/// The same for the first unknown entries of an index, and the number of the others.
 void report_unknown_lines(const IndexReading& reading, const std::string& folder);
