@@ -16,21 +16,21 @@
 #include "stg_index.h"
 #include "vu_fileutf8.h"
 
-// Cleaning of out-of-date output: versions by age, their sub-part folders, and what no line of the
-// index accounts for.
+// Cleaning of out-of-date output: versions by age, their sub-part folders, and the sweep of
+// orphans.
 
 namespace {
 
 using Names = std::vector<vu_utf8string>;
 
-/// A folder as UTF-8 bytes, unchanged, with a separator behind it.
+/// A folder as UTF-8 bytes, unchanged, with a separator at the end.
 vu_utf8string with_separator(const std::string& folder) {
   vu_utf8string result(folder);
   vu_fileutf8::addFileSep(result);
   return result;
 }
 
-/// The file of an entry by this operation's own rule: a stored name with a dot is whole.
+/// The file of an entry by this operation's own rule: a physical name with a dot is complete.
 std::string name_on_disk(std::string_view key, std::string_view stored) {
   std::string name(stored);
   if (name.find('.') == std::string::npos)
@@ -38,13 +38,13 @@ std::string name_on_disk(std::string_view key, std::string_view stored) {
   return name;
 }
 
-/// Last access or last modification in seconds since 1970; 0 for what is missing, nothing where the
-/// system fails to tell.
+/// Last access or last modification in seconds since 1970. 0 if the file is missing; nothing if the
+/// system cannot tell.
 std::optional<std::uint64_t> time_of(const vu_utf8string& path, bool use_access_time) {
   const std::uint64_t time =
       use_access_time ? vu_fileutf8::access_time(path) : vu_fileutf8::modify_time(path);
   if (time != 0) return time;
-  // Missing, or a failure, which is no reason to take a document away.
+  // The file is missing, or the system failed. A failure is no reason to remove a document.
   os::FileStat found;
   const ucs2string wide = vu_file_internal::getLongPath(ucs2string(path));
   const os::Status status = os::stat(wide, found);
@@ -53,7 +53,7 @@ std::optional<std::uint64_t> time_of(const vu_utf8string& path, bool use_access_
   return static_cast<std::uint64_t>(use_access_time ? found.access_time : found.modify_time);
 }
 
-/// How old something of that time is. What was written since @p now is as new as can be.
+/// The age of a file with this time. It is 0 if the time is not known or not before @p now.
 std::uint32_t age_of(std::optional<std::uint64_t> time, std::int64_t now) {
   // A time before 1970 is negative.
   if (!time || static_cast<std::int64_t>(*time) >= now) return 0;
@@ -61,10 +61,11 @@ std::uint32_t age_of(std::optional<std::uint64_t> time, std::int64_t now) {
   return static_cast<std::uint32_t>(now - static_cast<std::int64_t>(*time));
 }
 
-/// Whether @p name is a physical file name of the map or begins with one, as sub-part folders do.
+/// Whether @p name is a physical file name of the map or begins with one, like a sub-part folder.
 bool is_accounted_for(const STGIndex::NameMap& physical_names, const std::string& name) {
-  // The greatest name at or before `name` is a prefix of it, or every prefix lies within what both
-  // share.
+  // Names are sorted, so all prefixes of `name` sort before it. Look at the last name that sorts at
+  // or before it: it is a prefix of `name`, or every other prefix is also a prefix of the part that
+  // both share.
   auto it = physical_names.upper_bound(name);
   while (it != physical_names.begin()) {
     const std::string& candidate = (--it)->first;
@@ -75,7 +76,7 @@ bool is_accounted_for(const STGIndex::NameMap& physical_names, const std::string
   return false;
 }
 
-/// The names that begin with @p prefix, out of sorted ones.
+/// The names in @p sorted that begin with @p prefix.
 std::pair<Names::const_iterator, Names::const_iterator> with_prefix(const Names& sorted,
                                                                     std::string_view prefix) {
   const auto head = [prefix](const vu_utf8string& name) {
@@ -88,13 +89,13 @@ std::pair<Names::const_iterator, Names::const_iterator> with_prefix(const Names&
   return {first, last};
 }
 
-/// Removes what neither of two looks at the index accounts for: the operation's own, and one at the
-/// text as it is now.
+/// Removes the orphans: names that neither of two looks at the index accounts for. One look is the
+/// operation's own, the other sees the index as it is now.
 void sweep_orphans(IndexState& own, const IndexState& now, const vu_utf8string& base,
                    const Names& names, std::uint32_t limit, bool use_access_time) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   if (own.has_unknown_lines() || now.has_unknown_lines()) {
-    // Documents would be taken for orphans.
+    // The files of unknown entries would be taken for orphans.
     VU_ERROR("STGIndex: orphans stay, for the system does not tell which files the index names: ",
              own.folder());
     return;
@@ -107,11 +108,11 @@ void sweep_orphans(IndexState& own, const IndexState& now, const vu_utf8string& 
   for (const vu_utf8string& name : names) {
     if (index_format::is_index_file(name.str())) continue;
     if (is_accounted_for(physical_names, name.str())) continue;
-    // Without an index there was nothing to lock: whoever makes one by now has files here.
+    // Without an index there was nothing to lock. If an index exists now, its files may be here.
     if (now.loaded() == nullptr && presence_of(index_file) != Presence::kMissing) return;
     const vu_utf8string path = base + name;
     const std::uint64_t time = time_of(path, use_access_time).value_or(0);
-    // Required: a point in time against a duration.
+    // Required: compares a point in time with a duration.
     if (time == 0 || limit == 0 || time <= limit) continue;
     own.file_changes(name.str());
     if (vu_fileutf8::is_dir(path)) {
@@ -148,7 +149,7 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
     const vu_utf8string path = base + vu_utf8string(name_on_disk(key, stored));
     sort_out(key, stored, age_of(time_of(path, useAccessTime), now));
   });
-  // A line of which nobody knows whether its file is there stays, with the age 0.
+  // An unknown entry stays, with the age 0.
   if (limit != 0) {
     index.m_state->visit_unknown(
         [&](std::string_view key, std::string_view stored) { sort_out(key, stored, 0); });
@@ -163,7 +164,7 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
     const long timestamp = tsOnly(key);
     const std::string file = name_on_disk(key, stored);
     if (limit != 0) {
-      // Somebody may have written the document since the first question.
+      // Another process may have written the document since the first check.
       const std::uint32_t age = age_of(time_of(base + vu_utf8string(file), useAccessTime), now);
       if (age <= limit) {
         kept.emplace(age, std::string(folder).append("\\").append(key));
@@ -177,8 +178,8 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
     cleanOutputDirectories(base, Names(first, last), file, nullptr);
   }
 
-  // Required: the sweep loads the index a second time and, with a change of its own to save, waits
-  // for every lock on it; this instance's own would never be given back.
+  // Required: the sweep loads the index a second time. If that load adopts a file, its save waits
+  // for all locks on the index. A lock of this instance would never be released.
   index.close();
   {
     const STGIndex second_look(folder);

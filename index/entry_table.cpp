@@ -30,7 +30,7 @@ std::uint64_t EntryTable::Hash::of_any(std::string_view name) const {
 }
 
 EntryTable::EntryTable(const os::Listing& entries) : m_entries(&entries) {
-  // Two slots at least: a shift by all bits of a number means nothing.
+  // At least two slots: a shift by all 64 bits is undefined.
   const std::size_t slots = std::bit_ceil(entries.size() * 2 + 2);
   m_slots.resize(slots);
   m_mask = slots - 1;

@@ -8,34 +8,35 @@
 
 #include "platform/os/os.h"
 
-/// Finds the entries of a listing by their names. An open-addressed table of positions: nothing is
-/// allocated per name, and a look-up touches one slot and one entry. In a large folder both are far
-/// from the processor; who looks up several names asks for all slots, then for all entries, then
-/// finds them, and waits once instead of for each.
+/// Finds the entries of a listing by name. It is an open-addressed hash table of positions: nothing
+/// is allocated per name, and a look-up reads one slot and one entry.
 ///
-/// The listing outlives the table and does not change. Nothing fails but for want of memory when
-/// the table is made. Several threads may ask.
+/// In a large folder neither is in the processor's cache. To look up several names, call ask() for
+/// all of them, then fetch() for all, then find() for all. The processor then waits once, not once
+/// for each name.
+///
+/// Errors: std::bad_alloc from the constructor; nothing else. Threads: any number may look up.
 class EntryTable {
  public:
   static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
   EntryTable() = default;
-  /// @param entries must outlive this object; fewer than 2^32.
+  /// @param entries must outlive this object and must not change; fewer than 2^32.
   explicit EntryTable(const os::Listing& entries);
 
-  /// What a name is found by. Its slot is fetched meanwhile.
+  /// The hash of a name, for find(). Starts to load the name's slot into the cache.
   std::uint64_t ask(std::string_view name) const {
     const std::uint64_t hash = m_hash(name);
     if (!m_slots.empty()) prefetch(&m_slots[slot_of(hash)]);
     return hash;
   }
-  /// Fetches the entry that the name's slot leads to.
+  /// Starts to load the entry of the name's slot into the cache.
   void fetch(std::uint64_t hash) const {
     if (m_slots.empty()) return;
     const Slot slot = m_slots[slot_of(hash)];
     if (slot.position != 0) prefetch((*m_entries)[slot.position - 1].name.data());
   }
-  /// The position of the entry that bears the name, or kNone. @param hash from ask().
+  /// The position of the entry with this name, or kNone. @param hash from ask().
   [[gnu::always_inline]] std::size_t find(std::string_view name, std::uint64_t hash) const {
     if (m_slots.empty()) return kNone;
     for (std::size_t slot = slot_of(hash); m_slots[slot].position != 0;
@@ -48,14 +49,14 @@ class EntryTable {
   }
 
  private:
-  /// Part of the name's hash, so that names are compared when they are nearly sure to be equal, and
-  /// the position plus one; 0 for a free slot.
+  /// The tag is a part of the hash: names are compared only if it is equal. The position is that of
+  /// the entry plus one; 0 marks a free slot.
   struct Slot {
     std::uint32_t tag = 0;
     std::uint32_t position = 0;
   };
 
-  /// Two words of eight bytes hold most names.
+  /// Two words of eight bytes cover most names.
   static constexpr std::size_t kWord = sizeof(std::uint64_t);
   static std::uint64_t word_at(const char* bytes) {
     std::uint64_t word = 0;
@@ -70,8 +71,8 @@ class EntryTable {
            word_at(one.data() + size - kWord) == word_at(other.data() + size - kWord);
   }
 
-  /// Multiplies a name of one or two words by odd numbers and adds, of which the upper bits count.
-  /// The numbers are others in every process, so names that meet in one need not meet in the next.
+  /// Multiplies the words of a name by odd numbers and combines them; the upper bits are used. Each
+  /// process has other numbers, so names that collide in one need not collide in the next.
   class Hash {
    public:
     Hash();
@@ -93,7 +94,7 @@ class EntryTable {
   static std::uint32_t tag_of(std::uint64_t hash) {
     return static_cast<std::uint32_t>(hash >> 32U);
   }
-  /// Tells the processor that the bytes are wanted soon.
+  /// Asks the processor to load the bytes into its cache.
   static void prefetch([[maybe_unused]] const void* bytes) {
 #if defined(__GNUC__)
     __builtin_prefetch(bytes);
@@ -103,6 +104,6 @@ class EntryTable {
   const os::Listing* m_entries = nullptr;
   Hash m_hash;
   std::vector<Slot> m_slots;  // a power of two, at most half full
-  std::size_t m_mask = 0;     // their number less one
-  unsigned m_shift = 0;       // leaves so many bits of a hash as number the slots
+  std::size_t m_mask = 0;     // the number of slots less one
+  unsigned m_shift = 0;       // the slot of a hash is hash >> m_shift
 };

@@ -6,7 +6,7 @@
 #include "platform/host/trace.h"
 #include "stg_index.h"
 
-// Changes of entries, in memory and on their files.
+// Changes of entries, in memory and in the files of the folder.
 
 bool STGIndex::_contains(const std::string& logical, long timestamp) const {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
@@ -17,7 +17,7 @@ std::string STGIndex::_create(const std::string& logical, long timestamp) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   const std::string key = entryAndTS(logical, timestamp);
   const IndexLine* const unknown = m_state->unknown_line(key);
-  // Required: the extension is appended to whatever name is stored.
+  // Required: the extension is appended to any physical name.
   std::string name;
   if (const auto stored = m_state->find(key)) {
     name = std::string(*stored) + extension(logical);
@@ -29,7 +29,7 @@ std::string STGIndex::_create(const std::string& logical, long timestamp) {
     name = physical + extension(logical);
   }
 
-  // The file of a line of which nobody knows may be there; opening it will tell.
+  // The file of an unknown entry may exist; opening it shows.
   const Presence presence = presence_of(m_folder + "\\" + name);
   if (presence == Presence::kMissing || (presence == Presence::kUnknown && unknown == nullptr)) {
     vu_file file(m_folder, name);
@@ -65,7 +65,7 @@ void STGIndex::_remove(const std::string& logical, long timestamp) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   const std::string key = entryAndTS(logical, timestamp);
   const auto stored = m_state->find(key);
-  // A line that nobody knows of stays; the loading has named it.
+  // An unknown entry stays; the load has reported it.
   if (!stored) return;
 
   const std::string file = index_format::file_name_of(key, *stored);
@@ -86,8 +86,8 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
   if (!old_stored) return m_state->unknown_line(old_key) == nullptr;
   if (m_state->unknown_line(new_key) != nullptr) return false;
 
-  // Required: the files of the old entry and of the one that it replaces go when the index is
-  // saved. Before that both are whole, also for whoever reads after an interruption.
+  // Required: the files of the old entry and of the entry that it replaces are removed by the save.
+  // Until then both are whole, also for a reader after an interruption.
   const std::string old_file = index_format::file_name_of(old_key, *old_stored);
   m_state->file_changes(old_file);
   const bool replaces = _contains(newLogical, newTs);
@@ -99,7 +99,7 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
     if (replaces && !replaced) return;
     const IndexState::Taken made = m_state->withdraw(new_key);
     m_state->put_back(std::move(replaced));
-    // The rest needs memory, and the entries stand without it.
+    // The rest needs memory. The entries are restored even without it.
     if (!made || m_state->is_anothers(new_key, made.stored)) return;
     const std::string new_file = index_format::file_name_of(new_key, made.stored);
     if (new_file == replaced_file) return;
@@ -108,8 +108,8 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
   };
   bool is_copied = false;
   try {
-    // Required: the old entry stays in both maps. Its file goes with the save, so it is not written
-    // back.
+    // Required: the old entry stays in both maps. The save removes its file, so it does not write
+    // the entry back.
     m_state->remove_after_save(old_file, IndexState::IfItStays::kNothing);
     if (replaces) {
       replaced_file = index_format::file_name_of(new_key, *m_state->find(new_key));
@@ -118,7 +118,7 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
       trace_removal(m_folder);
     }
     const std::string new_file = _create(newLogical, newTs);
-    // A counter in trouble may give the name of a file that stands.
+    // If the counter cannot be used, this may be the name of an existing file.
     const bool is_free = new_file != replaced_file &&
                          !m_state->is_anothers(new_key, std::string(*m_state->find(new_key)));
     is_copied = is_free && copy_and_flush(m_folder, old_file, new_file);

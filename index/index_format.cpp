@@ -10,24 +10,24 @@ namespace {
 
 constexpr auto kNone = std::string_view::npos;
 
-/// Whether @p wanted stands at @p at, at the beginning of a line.
+/// Whether @p wanted is at the position @p at, and a line begins there.
 bool begins_line(std::string_view text, std::size_t at, std::string_view wanted) {
   return (at == 0 || text[at - 1] == '\n') && text.substr(at, wanted.size()) == wanted;
 }
 
 bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-/// The value of one character of %XY. Nobody checks that it is a hexadecimal digit: any character
-/// has one, and a byte above 127 counts as negative on every compiler.
+/// The value of one character of %XY. Any character has a value, hexadecimal digit or not. A byte
+/// above 127 is negative on every compiler.
 int escape_value(char character) {
   const int code = static_cast<signed char>(character);
   return code < 'A' ? code - '0' : (code & ~0x20) - ('A' - 10);
 }
 
-/// How many places are looked at in one step; the compiler makes vector instructions of it.
+/// The number of positions that are compared in one step, by vector instructions.
 constexpr std::size_t kStep = 128;
 
-/// Where what is searched for has the bytes that differ from line to line as much as any.
+/// Three bytes of the wanted text, at positions where lines differ most.
 struct Marks {
   struct Mark {
     std::size_t at = 0;
@@ -39,14 +39,14 @@ struct Marks {
     return place[marks[0].at] == marks[0].byte && place[marks[1].at] == marks[1].byte &&
            place[marks[2].at] == marks[2].byte;
   }
-  /// Whether they fit at one of the kStep places from @p first on, all within the text.
+  /// Whether they fit at one of the kStep positions from @p first on. All are within the text.
   bool fit_somewhere(const char* first) const {
     const char* const one = first + marks[0].at;
     const char* const two = first + marks[1].at;
     const char* const three = first + marks[2].at;
     unsigned char seen = 0;
     for (std::size_t i = 0; i < kStep; ++i) {
-      // All three are looked at, so that several places are compared at once.
+      // Compares all three without a branch, so that the compiler can use vector instructions.
       const auto is = [](char found, char wanted) {
         return static_cast<unsigned>(found == wanted);
       };
@@ -57,13 +57,13 @@ struct Marks {
   }
 };
 
-/// The last two characters of a name before its extension, or what stands for them.
+/// The positions of the last two characters of a name before its extension; 0 if there are fewer.
 std::array<std::size_t, 2> end_of_stem(std::string_view name) {
   const std::size_t stem = name.size() - extension_of(name).size();
   return {stem < 1 ? 0 : stem - 1, stem < 2 ? 0 : stem - 2};
 }
 
-/// The next place from @p from on where the marks fit and @p size bytes follow, or kNone.
+/// The next position from @p from on where the marks fit and @p size bytes are left, or kNone.
 std::size_t next_marked(std::string_view text, const Marks& marks, std::size_t size,
                         std::size_t from) {
   if (text.size() < size) return kNone;
@@ -81,12 +81,12 @@ std::size_t next_marked(std::string_view text, const Marks& marks, std::size_t s
   return kNone;
 }
 
-/// As text.find(wanted, from) for a key with its "/", at the beginning of lines alone.
+/// Like text.find(wanted, from) for a key with its "/", but only at the start of a line.
 std::size_t find_key(std::string_view text, std::string_view wanted, std::size_t from) {
   const std::size_t slash = wanted.size() - 1;
   Marks marks;
   marks.marks.fill({slash, '/'});
-  // What is shorter is no key, but may stand before a "/" as well.
+  // A shorter text is not a key, but may precede a "/" as well.
   if (slash >= kStampLength) {
     const std::size_t in_name = end_of_stem(logical_of(wanted.substr(0, slash)))[0];
     marks.marks[1] = {slash - 1, wanted[slash - 1]};
@@ -150,7 +150,7 @@ std::string file_name_of(std::string_view key, std::string_view stored) {
 // ---- walking the text ------------------------------------------------------------------------
 
 LinesOfKey::LinesOfKey(std::string_view text, std::string_view key) : m_text(text), m_wanted(key) {
-  // A key with a line feed arises only where a line has no "/" of its own.
+  // A key contains a line feed only if a line runs on; then every line has to be read.
   if (key.find('\n') != kNone) m_all.emplace(text);
   m_wanted += '/';
 }
@@ -166,7 +166,7 @@ bool LinesOfKey::next(Line& line) {
 }
 
 bool LinesOfKey::next_by_search(Line& line) {
-  // The first "/" of a line separates: a key that holds one itself is found nowhere.
+  // The first "/" of a line separates, so no line has a key that contains a "/".
   const std::size_t separator_in_key = m_wanted.size() - 1;
   if (m_wanted.find('/') != separator_in_key) return false;
 
@@ -185,7 +185,7 @@ bool LinesOfKey::next_by_search(Line& line) {
 }
 
 bool LinesOfName::next(Line& line) {
-  // The first "/" of a line separates: a name that holds one itself is found nowhere.
+  // The first "/" of a line separates, so no line has a name that contains a "/".
   if (m_name.find('/') != kNone) return false;
   const std::size_t key_size = m_name.size() + kStampLength;
   Marks marks;

@@ -8,7 +8,7 @@
 #include <string_view>
 
 /// @file
-/// The text of "index.dat" and the keys in it, as pure text (docs/formats.md).
+/// The text of "index.dat" and its keys, as pure text (docs/formats.md).
 namespace index_format {
 
 // ---- names of files ----------------------------------------------------------------------------
@@ -20,72 +20,76 @@ inline bool is_index_file(std::string_view name) {
   return name == kIndexFile || name == kCounterFile;
 }
 
-/// Generated names are decimal numbers in eight or more digits. The first one that a counter gives
-/// is that of 1; this one comes where it can count no further.
+/// Generated names are decimal numbers of at least eight digits. A counter begins with 00000001.
+/// This name is used after the largest number.
 inline constexpr const char* kFirstName = "00000000";
-/// The name that is given while the counter cannot be used, to whoever asks.
+/// The name that every caller gets while the counter cannot be used.
 inline constexpr const char* kTroubleName = "99999999";
-/// The name of a number that is not negative.
+/// The name for a number, which must not be negative.
 std::string generated_name(std::int32_t number);
-/// Whether a stored name has the form of a generated one.
+/// Whether a physical name has the form of a generated one.
 bool is_generated_name(std::string_view name);
 
 // ---- keys --------------------------------------------------------------------------------------
 
-/// An underscore and ten digits end every key.
+/// Every key ends in an underscore and ten digits.
 inline constexpr std::size_t kStampLength = 11;
 
 /// Reads a decimal number like a 32-bit atol: leading white space, a sign, digits up to the first
-/// other character. It stops at the ends of its range instead of wrapping.
+/// other character. A number outside the range becomes the nearest end of the range.
 std::int32_t parse_decimal(std::string_view text);
 
 /// logical + "_" + the timestamp's unsigned form in ten digits.
 std::string key_of(std::string_view logical, std::int32_t timestamp);
 
-/// The logical name of a key, which must be kStampLength long at least.
+/// The logical name of a key, which must have at least kStampLength characters.
 inline std::string_view logical_of(std::string_view key) {
   return key.substr(0, key.size() - kStampLength);
 }
 
-/// The timestamp of a key, which must be kStampLength long at least.
+/// The timestamp of a key, which must have at least kStampLength characters.
 std::int32_t timestamp_of(std::string_view key);
 
-/// From the last "." to the end, the dot included; empty without one.
+/// From the last "." to the end, with the dot; empty if there is no dot.
 inline std::string_view extension_of(std::string_view name) {
-  // From the end on: most are short.
+  // Backwards: most extensions are short.
   for (std::size_t dot = name.size(); dot-- != 0;) {
     if (name[dot] == '.') return name.substr(dot);
   }
   return {};
 }
 
-/// Whether the file of an entry bears the logical name's extension behind the stored name: all do
-/// but files that were found in the folder.
+/// Whether the file of an entry has the logical name's extension after the physical name. All have,
+/// except adopted files.
 bool bears_extension(std::string_view key, std::string_view stored);
 
-/// The file in the folder that an entry stands for: the stored name, with the logical name's
-/// extension where that is so.
+/// The name of an entry's file: the physical name, with the logical name's extension unless the
+/// file was adopted.
 std::string file_name_of(std::string_view key, std::string_view stored);
 
-/// One line of the text: what stands before its "/" and after it.
+/// One line of the text: the parts before and after its "/".
 struct Line {
   std::string_view key;
-  std::string_view stored;
-  /// Where the line's "/" stands in the text.
+  std::string_view stored;  ///< the physical name
+  /// The position of the "/" in the text.
   std::size_t separator = 0;
-  /// The line has no "/" of its own: the key runs on over its end to the next one, and the stored
-  /// name is the whole rest of the text.
+  /// The line has no "/" of its own: its key runs on to the next "/", and its physical name is the
+  /// whole rest of the text. Example of such a text:
+  ///
+  ///     a\nb_0000000001/1\nc_0000000001/2
+  ///
+  /// The line "a" has the key "a\nb_0000000001" and the physical name "1\nc_0000000001/2".
   bool runs_on = false;
 };
 
 /// Walks the lines of a text in order, in one pass.
 class Lines {
  public:
-  /// @param from where a line begins.
+  /// @param from the start of a line.
   explicit Lines(std::string_view text, std::size_t from = 0)
       : m_text(text), m_start(from), m_separator(text.find('/', from)) {}
 
-  /// The next line, or false at the end. Lines after the last "/" of the text are none.
+  /// The next line, or false at the end. Lines after the last "/" of the text are skipped.
   bool next(Line& line) {
     constexpr auto kNone = std::string_view::npos;
     if (m_separator == kNone) return false;
@@ -108,7 +112,7 @@ class Lines {
   }
 
  private:
-  /// The first one from m_start on.
+  /// The first position of the character from m_start on.
   std::size_t place_of(char wanted) const {
     const std::size_t left = m_text.size() - m_start;
     const void* const found =
@@ -123,7 +127,7 @@ class Lines {
   std::size_t m_separator;
 };
 
-/// Walks the lines that have one given key, without looking at the others.
+/// Walks the lines with a given key and skips the others unread.
 class LinesOfKey {
  public:
   LinesOfKey(std::string_view text, std::string_view key);
@@ -138,11 +142,10 @@ class LinesOfKey {
   std::string m_wanted;  ///< the key and its "/"
   std::size_t m_from = 0;
   std::optional<Lines>
-      m_all;  ///< for a key that may run over a line's end: every line is looked at
+      m_all;  ///< for a key with a line feed, which only a line that runs on can have
 };
 
-/// Walks the lines that have one given logical name and any timestamp, without looking at the
-/// others.
+/// Walks the lines with a given logical name and any timestamp, and skips the others unread.
 class LinesOfName {
  public:
   LinesOfName(std::string_view text, std::string_view logical) : m_text(text), m_name(logical) {}
@@ -159,7 +162,7 @@ class LinesOfName {
 /// Whether a name consists of digits, ASCII letters and - _ + % . / # only.
 bool is_escaped_form(std::string_view name);
 
-/// Decodes %XY and + up to the last "."; incomplete escapes at the end are dropped.
+/// Decodes %XY and + before the last "."; drops an incomplete escape at the end.
 std::string unescape(std::string_view name);
 
 }  // namespace index_format

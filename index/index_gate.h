@@ -6,18 +6,18 @@
 
 #include "stg_index.h"
 
-/// A way into the index for those who walk it without a map.
+/// Access to the entries of an index without a map of them.
 struct IndexGate {
   using Visit =
       std::function<bool(std::string_view logical, long version, const std::string& file)>;
 
-  /// Loads a folder's index, as every question of STGIndex does, gives its lock back and then calls
-  /// @p visit for each entry, in the order of the keys, until it says false. No lock is held
-  /// meanwhile: whoever is called may use the library.
-  /// @return whether all were visited.
-  /// @throws as STGIndex::plValues(), and what @p visit throws.
+  /// Loads a folder's index like a query of STGIndex and releases its lock. Then calls @p visit for
+  /// each entry, in the order of the keys, until @p visit returns false. No lock is held during
+  /// these calls, so @p visit may use the library.
+  /// @return whether all entries were visited.
+  /// @throws like STGIndex::plValues(), and any exception of @p visit.
   static bool visit(const std::string& folder, const Visit& visit);
 
-  /// Whether files that appear in a folder are adopted into its index.
+  /// Whether synchronisation is on.
   static bool adopts() { return STGIndex::synchronizes(); }
 };

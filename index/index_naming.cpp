@@ -16,12 +16,12 @@
 #include "platform/host/trace.h"
 #include "stg_index.h"
 
-// Names of physical files: drawing new ones, and adopting files found in the folder.
+// Names of physical files: new ones, and adoption.
 
 namespace {
 
-/// The next name after the number @p last that is not taken; past the largest number, and after a
-/// negative one, the first name of all.
+/// The next name after the number @p last that is not taken; kFirstName after the largest number
+/// and after a negative one.
 std::string next_free_name(std::int32_t last, const IndexState& index) {
   std::set<std::string, std::less<>> unknown;
   index.visit_unknown([&](std::string_view, std::string_view stored) { unknown.emplace(stored); });
@@ -36,7 +36,7 @@ std::string next_free_name(std::int32_t last, const IndexState& index) {
   return index_format::kFirstName;
 }
 
-/// Lower case for ASCII letters behind the last dot; a name without a dot stays as it is.
+/// Converts ASCII letters after the last dot to lower case. A name without a dot stays as it is.
 std::string with_lower_case_extension(std::string name) {
   const std::size_t dot = name.rfind('.');
   if (dot == std::string::npos) return name;
@@ -62,7 +62,7 @@ std::string STGIndex::newIndex() {
     replace_and_close(counter, bytes->view(), name);
     return name;
   } catch (...) {
-    // Whoever has no time left for the counter has none for an entry either.
+    // If no time is left for the counter, none is left for an entry either.
     if (LockLimit::passed()) throw;
     name = index_format::kTroubleName;
     VU_ERROR("STGIndex::newIndex : return ", name);
@@ -71,12 +71,12 @@ std::string STGIndex::newIndex() {
     if (bytes) {
       replace_and_close(counter, bytes->view(), name);
     } else {
-      // Nobody knows what is to be replaced.
+      // The old content is not known, so it cannot be replaced.
       counter.clear();
       counter.write(name);
     }
   } catch (...) {
-    // Traced by the handle where it could be; the name is given all the same.
+    // The handle has traced what it could. The name is returned anyway.
   }
   counter.close();
   return name;
@@ -99,7 +99,7 @@ void STGIndex::add_not_referenced_entry(const std::string& found) {
   std::string name = found;
   if (name.find('.') != std::string::npos) {
     name = with_lower_case_extension(std::move(name));
-    // Required: renamed also when no letter changed.
+    // Required: renamed even if no letter changed.
     if (!vu_file::rename(m_folder + "\\" + found, m_folder + "\\" + name)) name = found;
   }
 
@@ -116,11 +116,11 @@ void STGIndex::add_not_referenced_entry(const std::string& found) {
 
 void STGIndex::synchronizeToFolder() {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  // A file may belong to a line of which nobody knows.
+  // A file may belong to an unknown entry.
   if (m_state->has_unknown_lines()) return;
   try {
     const os::Listing& entries = m_state->files().entries();
-    // A folder that is gone lists nothing; the question traces that.
+    // A missing folder lists nothing; is_dir() traces that.
     if (entries.empty()) vu_file::is_dir(m_folder);
     std::optional<KnownFiles> known;
     if (m_state->loaded() != nullptr) known.emplace(*m_state->loaded(), entries.size());

@@ -19,7 +19,7 @@ using index_format::logical_of;
 
 namespace {
 
-/// As vu_file::getExtension(), without its trace scope.
+/// Like vu_file::getExtension(), without its trace scope.
 std::string_view extension_without_dot(std::string_view name) {
   const std::string_view extension = index_format::extension_of(name);
   return extension.empty() ? extension : extension.substr(1);
@@ -27,8 +27,8 @@ std::string_view extension_without_dot(std::string_view name) {
 
 }  // namespace
 
-// The public operations and queries. Each builds its instance and lets it go, which writes a
-// changed index back.
+// The public operations and queries. Each one constructs an instance; the destructor saves a
+// changed index.
 
 bool STGIndex::exists(const std::string& folder, const std::string& logical, long timestamp,
                       std::string& physical) {
@@ -47,21 +47,21 @@ bool STGIndex::exists(const std::string& folder, const std::string& logical, lon
                logical, " in directory ", folder, "\n Reason: ", e.what());
     return false;
   }
-  // The lock stays until the entry's file was asked for: a rename onto the entry takes the old file
-  // away under its own, and would make a question answer no though the entry is there all the time.
+  // The lock lasts until the entry's file is checked. A rename onto the entry removes the old file
+  // under its own lock. Without this lock the check could miss the file of an entry that always
+  // exists.
   const FileText bytes = read_to_end(file);
   std::string storage;
   const std::string_view text = replacement::text_of(bytes.view(), storage);
 
-  // Of several lines of one key the first valid one counts; the others need not be looked at.
+  // Of several lines with the key, the first valid one is the entry; other lines are not read.
   const std::string key = entryAndTS(logical, timestamp);
   FolderFiles files(folder);
   index_format::LinesOfKey lines(text, key);
   index_format::Line line;
   while (lines.next(line)) {
     std::string name = file_name_of(key, line.stored);
-    // When the entry's file is there the line is valid: that file is one of the two that validity
-    // asks for.
+    // If the entry's file exists, the line is valid: it is one of the two files that make it valid.
     const bool is_there = files.probe(name) == Presence::kThere;
     const LineState state =
         is_there ? LineState::kValid : state_by_probing(key, line.stored, files);
@@ -109,7 +109,7 @@ bool STGIndex::lastVersion(const std::string& folder, const std::string& logical
     });
     return found;
   }
-  // Nothing is adopted, so the other lines need not be looked at.
+  // Nothing is adopted, so only the lines of this name have to be read.
   vu_file file(folder, kIndexFile);
   const std::optional<FileText> bytes = read_index(file, folder);
   timestamp = 0;

@@ -9,7 +9,7 @@ std::optional<FileText> read_index(vu_file& index, const std::string& folder) {
   if (!vu_file::is_dir(folder)) {
     VU_ERROR("STGIndex::STGIndex() : the folder ", folder, " doesn't exist !!!");
   }
-  // Where the system does not tell whether there is an index, the opening does.
+  // If the system cannot tell whether index.dat exists, open() fails with the reason.
   if (presence_of(index.getFilePath()) == Presence::kMissing) return std::nullopt;
   // Required: the lock lasts as long as the operation.
   index.open(vu_file::o_read);

@@ -10,19 +10,20 @@
 #include "index/index_format.h"
 #include "index/index_reader.h"
 
-/// Which files of a listing are known to an index beyond doubt, so that they are not adopted. The
-/// others are looked up in the maps before that; in a folder that only the library writes to, none
-/// is left.
+/// The files of a listing that an index certainly knows, so that they are not adopted. The others
+/// have to be looked up in the maps first. In a folder that only the library writes to, there are
+/// no others.
 ///
-/// A file is known to the maps by the first line with its stored name, and by that name alone:
+/// The maps know a file by the first line that has its name, or its name without the extension, as
+/// the physical name:
 ///
-///     a.kdb_0000000001/00000007      makes 00000007.kdb known
-///     notes.txt_0000000000/notes.txt makes notes.txt known
-///     other_0000000001/notes.txt     does not; behind it, the line before does not either
+///     a.kdb_0000000001/00000007       makes 00000007.kdb known
+///     notes.txt_0000000000/notes.txt  makes notes.txt known, unless the next line comes first
+///     other_0000000001/notes.txt      does not make notes.txt known
 ///
-/// Order of calls: construct it with the reading and the size of the listing that judged it, then
-/// first_doubtful(), from the beginning of that listing on. Nothing fails but for want of memory.
-/// Several threads may ask.
+/// Order of calls: construct it with the reading and the size of the listing that judged the
+/// reading. Then first_doubtful(), from the start of that listing on. Errors: std::bad_alloc from
+/// the constructor. Threads: any number may query it.
 class KnownFiles {
  public:
   KnownFiles(const IndexReading& reading, std::size_t files) : m_claims(files, Claim::kNone) {
@@ -37,8 +38,8 @@ class KnownFiles {
     }
   }
 
-  /// The first entry of the listing from @p entry on that is not known, for which the maps have to
-  /// be asked; the listing's size when all are.
+  /// The first file of the listing, from @p entry on, that is not certainly known; the size of the
+  /// listing if all are known.
   std::size_t first_doubtful(std::size_t entry) const {
     const auto is_doubtful = [](Claim claim) { return claim != Claim::kKnown; };
     const auto from = m_claims.begin() + static_cast<std::ptrdiff_t>(entry);
@@ -49,12 +50,12 @@ class KnownFiles {
  private:
   enum class Claim : std::uint8_t {
     kNone,
-    kByAnother,  ///< it bears the stored name of a line for which that is not the logical name
+    kByAnother,  ///< its name is the physical name of a line that is not its adopted entry
     kKnown,
   };
 
-  /// A file that no extension leads to is the only one that a dot in another line's stored name
-  /// can be about: so none is looked for before there is such a file.
+  /// Searches lines for a dotted stem. Only a file whose name is a physical name without an
+  /// extension can have the name of a dotted stem. So the search begins at the first such file.
   void note_dotted_stems(std::span<const IndexLine> before) {
     for (const IndexLine& line : before.subspan(m_noted)) {
       m_has_dotted_stem =
@@ -73,8 +74,8 @@ class KnownFiles {
   }
 
   std::vector<Claim> m_claims;
-  /// A stored name with a dot was found with the extension behind it: such a name may be a file's
-  /// as well.
+  /// A valid line has a physical name with a dot, and its file has an extension after that. Such a
+  /// physical name may be the name of another file as well: "notes.txt" of the file notes.txt.kdb.
   bool m_has_dotted_stem = false;
-  std::size_t m_noted = 0;  ///< so many lines were asked for that
+  std::size_t m_noted = 0;  ///< the number of lines that were searched
 };

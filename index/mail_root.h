@@ -2,7 +2,7 @@
 
 #include <string>
 
-/// The root of the mail area, after making sure that the storage is initialised.
+/// The root of the mail area; initialises the storage first.
 ///
-/// The one thing that the index asks of the room above it; the facade defines it.
+/// The index uses nothing else of the room above it. The facade defines this function.
 const std::string& initialised_mail_root();

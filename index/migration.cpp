@@ -11,7 +11,7 @@
 #include "platform/host/trace.h"
 #include "stg_index.h"
 
-// The one-time conversion of a user's mail folder from escaped names.
+// The migration: the one-time conversion of escaped names in a user's mail folder.
 
 namespace {
 
@@ -25,14 +25,14 @@ void report_not_begun(const std::string& folder) {
       folder);
 }
 
-/// Renames the entries whose names are escaped, with their lines of the read list.
-/// @param rename renames an entry with the timestamp 0 and tells whether it has.
-/// @return whether all of them have their new names.
+/// Renames the entries with escaped names, and decodes their lines of the read list.
+/// @param rename renames an entry with the timestamp 0 and returns whether it succeeded.
+/// @return whether every rename succeeded.
 template <class Rename>
 bool convert(const IndexState& index, ReadList& read_list, Rename rename) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   bool is_complete = true;
-  // Entries that come on the way bear generated names, and are passed over; others may go.
+  // Entries that appear during the loop have generated names and are skipped; others may disappear.
   std::vector<std::string> keys;
   index.visit([&](std::string_view key, std::string_view) { keys.emplace_back(key); });
   for (const std::string& key : keys) {
@@ -76,7 +76,7 @@ void STGIndex::migrateInboxRead(const std::string& user) {
     std::string marker_file;
     if (exists(folder, kMarker, 0, marker_file)) return;
     updateIndexFile(folder);
-    // The instance goes first, and with it the index is saved; the list only if it was loaded.
+    // The instance is destroyed first and saves the index. The list is saved only if it was loaded.
     ReadList read_list(folder, getPhysicalName(folder, kReadList));
     STGIndex index(folder);
     if (index.m_state->has_unknown_lines()) {

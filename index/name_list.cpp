@@ -8,7 +8,7 @@
 
 namespace {
 
-/// The first eight bytes in such an order that numbers compare as the texts do.
+/// The first eight bytes as a number; the numbers compare like the texts.
 std::uint64_t head_of(std::string_view text) {
   std::array<unsigned char, sizeof(std::uint64_t)> bytes{};
   std::memcpy(bytes.data(), text.data(), std::min(text.size(), bytes.size()));
@@ -29,7 +29,7 @@ void NameList::add(std::string_view key, std::string_view stored) {
     m_text.append(index_format::extension_of(logical));
   name.size = m_text.size() - name.begin;
   name.head = head_of(text_of(name));
-  // Two names never begin at one place, be they empty: so the earlier one is known by its place.
+  // No two names begin at the same position, not even empty ones. The position tells the first one.
   m_text.push_back('\0');
 }
 

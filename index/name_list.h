@@ -8,21 +8,21 @@
 
 #include "index/index_state.h"
 
-/// A list of physical file names with their logical ones, on its way into a map.
+/// Collects physical file names with their logical names, and adds them to a map.
 ///
-/// Names come in the order of the index and belong into that of the map. They are sorted in one
-/// piece of memory before: then each node goes behind the last one, and nobody searches the tree.
+/// The names come in the order of the index, the map has another order. The list sorts them in one
+/// piece of memory first. Then the map appends each node at its end, without a search.
 class NameList {
  public:
-  /// @param key, stored the entry; the key lives as long as this object.
+  /// @param key, stored the entry; the key must outlive this object.
   void add(std::string_view key, std::string_view stored);
-  /// Physical file name -> logical name; of several with one physical name the first one that was
-  /// added, and none where the map has that name.
+  /// Adds physical file name -> logical name. Of several with one physical name, the first one is
+  /// added; a name that the map contains already stays as it is.
   void fill(IndexState::NameMap& out);
 
  private:
   struct Name {
-    std::uint64_t head = 0;  ///< the first bytes: these decide nearly always
+    std::uint64_t head = 0;  ///< the first bytes, which nearly always decide the order
     std::size_t begin = 0;   ///< in m_text
     std::size_t size = 0;
     std::string_view logical;
@@ -35,5 +35,5 @@ class NameList {
   std::vector<Name> m_names;
 };
 
-/// Enters the physical file name -> logical name of each entry.
+/// Adds physical file name -> logical name of each entry.
 void add_physical_names(const IndexState& state, IndexState::NameMap& out);

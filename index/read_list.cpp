@@ -15,12 +15,12 @@ namespace {
 
 constexpr std::size_t kFields = 6;
 
-/// Where the six tabs of a line stand.
+/// The positions of the six tabs of a line.
 using Tabs = std::array<std::size_t, kFields>;
 
-/// Required: the first tab is looked for from position 1, each further one two positions behind the
-/// one before, so that no field but the first can be empty (and a tab at position 0 is a character
-/// of it).
+/// Required: the search for the first tab begins at position 1, the search for each further one two
+/// positions after the last. So no field is empty, and a tab at position 0 belongs to the first
+/// field.
 std::optional<Tabs> tabs_of(std::string_view line) {
   Tabs tabs{};
   std::size_t from = 1;
@@ -84,7 +84,7 @@ ReadList::~ReadList() noexcept(false) {
 }
 
 void ReadList::load() {
-  // Where the system does not tell whether there is a list, the opening does.
+  // If the system cannot tell whether the list exists, open() fails with the reason.
   if (presence_of(m_folder + "\\" + m_file_name) == Presence::kMissing) {
     m_is_loaded = true;
     return;
@@ -94,8 +94,8 @@ void ReadList::load() {
   const FileText text = read_to_end(file);
   file.close();
 
-  // Required: what follows the last line feed is a line less its last character, and a text without
-  // a line feed holds no line.
+  // Required: the text after the last line feed is a line, without its last character. A text
+  // without a line feed contains no line.
   const auto enter = [this](std::string_view line) {
     std::string name = name_of(line);
     if (!name.empty()) m_lines.emplace(std::move(name), line);
@@ -124,7 +124,7 @@ void ReadList::unescape_line_of(const std::string& name) {
   const auto it = m_lines.find(name);
   if (it == m_lines.end()) return;
   std::string& line = it->second;
-  // Decoding may have emptied the field before: then it is not looked for where it was.
+  // If an earlier call has emptied the field, its tab is skipped.
   const std::size_t begin = line.find('\t', 1) + 1;
   const std::size_t end = line.find('\t', begin + 1);
   if (end == std::string::npos) return;

@@ -12,14 +12,14 @@
 #endif
 
 /// @file
-/// What is done with each line of an index, many bytes at a time and without a call.
+/// Searches and comparisons within the lines of an index: many bytes at a time, without a call.
 namespace scan {
 
-/// So many bytes behind the end of a search are read, whatever they are.
+/// A search may read so many bytes after its end; their values do not matter.
 inline constexpr std::size_t kBehind = 16;
 
-/// The first place from @p at on, and before @p last, where one of two characters stands; null
-/// without one. kBehind bytes can be read from @p last on.
+/// The first position from @p at on and before @p last that contains one of two characters, or
+/// null. kBehind bytes from @p last on must be readable.
 inline const char* first_of(const char* at, const char* last, char one, char other) {
 #if defined(VU_INDEX_SCAN_BY_16)
   const __m128i ones = _mm_set1_epi8(one);
@@ -39,7 +39,7 @@ inline const char* first_of(const char* at, const char* last, char one, char oth
 #endif
 }
 
-/// As one < other, with the order that std::string has.
+/// Like one < other for std::string.
 inline bool stands_before(std::string_view one, std::string_view other) {
   constexpr std::size_t kWord = sizeof(std::uint64_t);
   const std::size_t size = std::min(one.size(), other.size());

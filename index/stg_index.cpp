@@ -15,9 +15,9 @@
 #include "index/width.h"
 #include "platform/host/trace.h"
 
-// The instance: loading, and saving at its end (saving.cpp). Naming and adoption: index_naming.cpp;
-// changes of entries: index_entries.cpp; the public operations: index_operations.cpp, cleaning.cpp,
-// migration.cpp.
+// The instance: load, and save in the destructor (saving.cpp). Names and adoption:
+// index_naming.cpp; changes of entries: index_entries.cpp; public operations: index_operations.cpp,
+// cleaning.cpp, migration.cpp.
 
 bool STGIndex::m_autoSynchronizeToFolder = true;
 
@@ -63,7 +63,7 @@ STGIndex::~STGIndex() noexcept(false) {
     close();
     if (m_needUpdate) saveIndexFile();
   } catch (...) {
-    // A second exception during unwinding would end the host program.
+    // A second exception during unwinding would terminate the host program.
     if (!m_state->is_unwound()) throw;
     VU_ERROR(text_of_current_exception());
   }

@@ -5,8 +5,8 @@
 #include <limits>
 
 /// @file
-/// `long` in the exported signatures is 32 bits wide in meaning. Where it is wider, values outside
-/// are clamped, never cut: a huge limit must not become a small one.
+/// In exported signatures `long` means 32 bits. Where it is wider, a value outside this range is
+/// clamped, not cut: a huge limit must not become a small one.
 
 inline std::int32_t clamp32(long value) {
   return static_cast<std::int32_t>(std::clamp<std::int64_t>(
