@@ -10,29 +10,28 @@
 /// Types that the storage facade and its clients share. All are value types.
 namespace STG {
 
-/// The area of the repository that a file belongs to. Any 32-bit value may be passed: every one not
-/// named here selects the user area.
+/// The area of a file. Every 32-bit value is allowed: a value without a name selects the user area.
 enum RepositoryType : std::int32_t {
-  UserRepository = 0,        ///< user area ("user")
-  UserFilesRepository = 1,   ///< user area ("user"), with category files and "attribut.txt"
-  CorporateRepository = 2,   ///< corporate documents ("docs"), spread over hash buckets
-  MailRepository = 3,        ///< mail ("mail")
-  MailFilesRepository = 4    ///< mail ("mail")
+  UserRepository = 0,       ///< user area ("user")
+  UserFilesRepository = 1,  ///< user area ("user"), with category files and "attribut.txt"
+  CorporateRepository = 2,  ///< corporate documents ("docs"), spread over hash buckets
+  MailRepository = 3,       ///< mail ("mail")
+  MailFilesRepository = 4   ///< mail ("mail")
 };
 
-/// One line of a key file. Both texts may be empty; they are bytes, no encoding is implied.
+/// One line of a key file. Both texts are bytes in any encoding, and may be empty.
 struct NameValue {
   std::string name;   ///< the text before the separator
   std::string value;  ///< the text after it
 };
 
-/// The lines of a key file, in file order. Equal names are kept side by side; nothing is sorted.
+/// The lines of a key file, in file order. The same name can occur several times.
 ///
 /// @all_blocking{no}
-/// @all_threads{several may read one object; whoever changes or destroys one has it to himself}
+/// @all_threads{several may read one object; to change or destroy it, use it alone}
 class NameValueSeq {
  public:
-  /// What the sequence holds.
+  /// The type of an element.
   using value_type = NameValue;
   /// A position.
   using iterator = std::vector<NameValue>::iterator;
@@ -41,7 +40,7 @@ class NameValueSeq {
 
   /// @return the number of lines.
   std::size_t size() const noexcept { return m_lines.size(); }
-  /// @return whether there is none.
+  /// @return whether there are no lines.
   bool empty() const noexcept { return m_lines.empty(); }
   /// @param index from 0.
   /// @return line @p index, which must be below size().

@@ -11,41 +11,41 @@
 
 VU_STORAGE_TYPES_BEGIN
 
-/// A file handle for narrow names, and the file-system operations on narrow paths.
+/// A file handle for narrow names, and file-system operations on narrow paths.
 ///
-/// Order of calls: name the file (with the constructor, setPath(), or the open() that takes both
-/// names), open() it in one of four modes (vu_file_base::type_access), read(), write() and seek()
-/// as the mode allows, close(). From open() to close() the handle holds a lock on the whole file.
-/// The destructor closes what is open, and one handle may open one file after the other. The static
-/// operations need no handle, and but for linesNotEmpty() they take no lock.
+/// Order of calls: name the file (constructor, setPath(), or the open() with both names); open() it
+/// in one of four modes (vu_file_base::type_access); read(), write() and seek() as the mode allows;
+/// close(). From open() to close() the handle holds a lock on the whole file. The destructor closes
+/// an open file. A handle can open one file after another. The static operations need no handle,
+/// and only linesNotEmpty() takes a lock.
 ///
 ///     vu_file file("/srv/data", "notes.txt");
-///     file.open(vu_file::o_append);  // waits for whoever has it open
+///     file.open(vu_file::o_append);  // waits for everybody who has it open
 ///     file.write("one more line\n");
-///     file.close();                  // on the device, and free for the next one
+///     file.close();                  // now on the device, and unlocked
 ///
 /// Errors: open(), read() and write() throw vu_file_except where they say so. Every other failure
 /// is a result, and is traced under the source name "vu_file".
 ///
 /// Narrow strings are in the process's ANSI code page on Windows and plain bytes on Linux. The
-/// separator written is the backslash; on Linux both `\` and `/` separate. In a two-byte code page
-/// the second byte of a character is never taken for a separator.
+/// library writes backslashes as separators; on Linux it accepts `\` and `/`. In a two-byte code
+/// page the second byte of a character is never a separator.
 ///
-/// A path with a NUL in it is the path of nothing: it does not exist, cannot be opened, and no file
-/// or folder is made, copied, renamed or removed by it.
+/// A path with a NUL names nothing: it does not exist, it cannot be opened, and no operation
+/// creates, copies, renames or removes it.
 ///
-/// Blocking: whose locks a member waits for, without limit, be they in this process or in another.
-/// Readers of a file are the handles that have it open with o_read, writers those of every other
-/// mode. "No" means that it waits for no lock; what the system needs comes on top (a slow disk, a
-/// network, a pipe without its other end). Without a lock of its own a handle fails at once on what
-/// others hold.
+/// Blocking says for whose locks a member waits, without limit, in this process and in others.
+/// Readers of a file are the handles that have it open with o_read; writers are those of the other
+/// modes. "No" means: for no lock. The system can still need time (a slow disk, a network, a pipe
+/// without its other end). A handle without a lock of its own does not wait: it fails at once on
+/// what other handles have locked.
 ///
-/// Threads: "any" means several at once, on arguments that none of them changes meanwhile. Copies
-/// of an open handle count as one handle. Two handles on one file exclude each other by their
-/// locks, in two threads as in two processes.
+/// Threads: "any" means several at once, if none of them changes an argument meanwhile. Copies of
+/// an open handle are one handle. Two handles on one file exclude each other by their locks, in two
+/// threads as in two processes.
 ///
 /// @all_blocking{no}
-/// @all_threads{any, each with a handle of its own; one at a time on one handle}
+/// @all_threads{any, each with its own handle; one at a time on one handle}
 class VU_STORAGE_API vu_file : public vu_file_base {
  public:
   // ---- the handle ----------------------------------------------------------------------------
@@ -59,10 +59,11 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// @param directory without a trailing separator.
   /// @param fileName the name in that directory.
   vu_file(const std::string& directory, const std::string& fileName);
-  /// Shallow: see vu_file_base.
+  /// A shallow copy: see vu_file_base.
   /// @param other may be open.
   vu_file(const vu_file& other);
-  /// Shallow: see vu_file_base. An open handle of this object is dropped without being closed.
+  /// A shallow copy: see vu_file_base. If this object has a file open, that handle is lost, not
+  /// closed.
   /// @param other may be open.
   /// @return this object.
   vu_file& operator=(const vu_file& other);
@@ -70,8 +71,8 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// @blocking{as close()}
   ~vu_file() noexcept;
 
-  /// Splits @p fullPath at its last `\` into directory and file name. A path without `\`, or an
-  /// open handle, leaves the names unchanged and is traced as an error. Never throws.
+  /// Splits @p fullPath at its last `\` into directory and file name. If there is no `\`, or the
+  /// handle is open, the names stay unchanged and an error is traced. Never throws.
   /// @param fullPath directory, backslash, file name.
   void setPath(const std::string& fullPath) noexcept;
   /// @return directory + `\` + file name.
@@ -79,27 +80,27 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// @return the directory and the file name as a path object.
   vu_path getPath() const;
 
-  /// Opens the file and asks for its lock. An open handle is closed first, which is traced as an
-  /// error.
+  /// Opens the file and requests its lock. If the handle is open, it is closed first, and an error
+  /// is traced.
   /// @param mode one of the four modes; any other value is traced as an error.
-  /// @param lockFailed set to whether the lock was refused when the file could be opened; else
-  /// left.
-  /// @param noWait true: a lock held elsewhere is refused at once; false: waits without limit.
-  /// @return whether the file is open now. A refused lock leaves it open and unlocked; then reads
-  /// and writes fail on what another handle holds locked, and the caller has to close it.
-  /// @blocking{no with @p noWait, else as open()}
+  /// @param lockFailed if the file could be opened, receives whether the lock was refused;
+  /// otherwise unchanged.
+  /// @param noWait true: a lock that another handle holds is refused at once; false: waits without
+  /// limit.
+  /// @return whether the file is open now. With a refused lock it is open without a lock: reads and
+  /// writes fail on what another handle has locked, and the caller has to close it.
+  /// @blocking{no with @p noWait, otherwise as open()}
   bool try_open(type_access mode, bool& lockFailed, bool noWait);
 
-  /// Opens the file and waits without limit until its lock is granted. A lock that the system
-  /// refuses for another reason leaves the file open and unlocked, without an exception.
+  /// Opens the file and waits without limit for its lock. If the system refuses the lock for
+  /// another reason, the file is open without a lock, and nothing is thrown.
   /// @param mode one of the four modes; any other value is traced as an error.
-  /// @throws vu_file_except "throw exception on open" when the file cannot be opened, which is
-  /// traced as a warning for o_read and as an error for the other modes. No other exception type
-  /// but those of the standard library for want of memory, and of vu_fileutf8 vu_i18n_except for a
-  /// name that is not valid UTF-8.
-  /// @blocking{for writers of the file, and unless @p mode is o_read for its readers, too}
+  /// @throws vu_file_except "throw exception on open" if the file cannot be opened; traced as a
+  /// warning for o_read, otherwise as an error. Also exceptions of the standard library when out of
+  /// memory, and in vu_fileutf8 vu_i18n_except for a name that is not valid UTF-8.
+  /// @blocking{for writers of the file; unless @p mode is o_read also for its readers}
   void open(type_access mode);
-  /// Takes the names and opens as open(type_access); does nothing at all when either name is empty.
+  /// Sets the names and opens, as open(type_access). Does nothing if a name is empty.
   /// @param directory without a trailing separator.
   /// @param fileName the name in it.
   /// @param mode one of the four modes.
@@ -108,24 +109,24 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   void open(const std::string& directory, const std::string& fileName, type_access mode);
 
   /// Reads from the current position.
-  /// @param out receives the bytes read; emptied first.
-  /// @param count bytes to read, or 0 for the size of the whole file (of which, after a seek, what
-  /// remains is got).
+  /// @param out receives the bytes; emptied first.
+  /// @param count number of bytes to read; 0 for the size of the whole file (after a seek the rest
+  /// of it is read).
   /// @return the number of bytes read; 0 at the end of the file.
   /// @throws vu_file_except "vu_file::read : read op in write or truncate access file" in those
-  /// modes and before any open; "throw exception on read" when the system's read fails, and for a
-  /// count below 0 (also that of a whole file between 2 and 4 GB, whose 32-bit size is negative).
+  /// modes and before any open; "throw exception on read" if the system's read fails, and for a
+  /// count below 0. A whole file between 2 and 4 GB has such a count: its 32-bit size is negative.
   int read(std::string& out, int count);
   /// As the string form.
-  /// @param buffer the caller's: room for @p count bytes, or for the whole file when it is 0.
-  /// @param count bytes to read, or 0 for the size of the whole file.
+  /// @param buffer the caller's: room for @p count bytes, or for the whole file if that is 0.
+  /// @param count number of bytes to read; 0 for the size of the whole file.
   /// @return the number of bytes read.
   int read(char* buffer, int count);
 
-  /// Writes all bytes: in o_append at the end of the file, else at the current position.
-  /// @param data the bytes; any may occur.
-  /// @return the number of bytes written; fewer than given, after an error trace, when the system's
-  /// write failed. 0 for empty data, without touching the file.
+  /// Writes all bytes: in o_append at the end of the file, otherwise at the current position.
+  /// @param data the bytes; any values.
+  /// @return the number of bytes written. If the system's write fails, it is smaller than the size
+  /// of @p data, and an error is traced. 0 for empty data; the file is not touched.
   /// @throws vu_file_except "vu_file::write : write operation in read access file" in o_read and
   /// before any open.
   int write(const std::string& data);
@@ -136,100 +137,105 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// @throws std::length_error when @p count is below 0.
   int write(const char* data, int count);
 
-  /// Moves the file position; neither checked nor reported.
+  /// Moves the file position. It is not checked, and failures are not reported.
   /// @param offset bytes, signed. @param origin 0 from the start, 1 from the position, 2 from the
   /// end.
   void seek(int offset, short origin);
   /// Moves the file position to the start.
   void rewind();
-  /// Closes the file: flushes it to the device (not in o_read), gives the lock back, closes the
-  /// handle. A step that fails is traced as an error and the next one follows. Nothing when closed;
-  /// never throws.
+  /// Closes the file: flushes it to the device (not in o_read), releases the lock, closes the
+  /// handle. A step that fails is traced as an error, and the next step follows. Does nothing if
+  /// the handle is closed. Never throws.
   /// @blocking{while the system writes the file to the device; for no lock}
   void close() noexcept;
-  /// Empties the file and moves to its start; nothing in o_read. A failure is traced. Never throws.
+  /// Empties the file and moves to its start; does nothing in o_read. A failure is traced. Never
+  /// throws.
   void clear() noexcept;
 
-  /// Reads the non-empty lines of a file: pieces between line feeds, less one trailing carriage
-  /// return each; what follows the last line feed is taken as it stands. Blanks count.
+  /// Reads the non-empty lines of a file, without line feed and one carriage return before it. Text
+  /// after the last line feed is a line too, taken as it is. A line of blanks is not empty.
   /// @param dir the folder, without a trailing separator.
-  /// @param name the file's name in it.
+  /// @param name the name of the file in it.
   /// @param lines the lines are appended.
-  /// @throws vu_file_except when the file cannot be opened or read.
+  /// @throws vu_file_except if the file cannot be opened or read.
   /// @blocking{for writers of the file}
   static void linesNotEmpty(const std::string& dir, const std::string& name,
                             std::vector<std::string>& lines);
 
   // ---- questions -----------------------------------------------------------------------------
 
-  /// @param path the path asked about.
-  /// @return whether a file or folder of that name exists. The answer comes from a directory
-  /// search: "*" and "?" in the last component match as patterns, a separator behind the name of a
-  /// file or folder does not count (is_dir() asks for a folder), roots exist, and the empty path
-  /// does not. For a path that begins with two backslashes the attributes decide.
+  /// @param path the path to check.
+  /// @return whether a file or folder with this name exists. A directory search decides:
+  /// - "*" and "?" in the last component match as patterns.
+  /// - A separator at the end is ignored, even after the name of a file (is_dir() checks for a
+  ///   folder).
+  /// - Roots exist; the empty path does not.
+  /// - For a path that begins with two backslashes the attributes decide instead.
   static bool exists(const std::string& path);
-  /// @param path the path asked about.
+  /// @param path the path to check.
   /// @return the last access, in seconds since 1970-01-01 UTC; 0 for a missing path (traced as a
   /// warning) and on other failures (traced as an error).
   static std::int64_t access_time(const std::string& path);
-  /// @param path the path asked about.
+  /// @param path the path to check.
   /// @return the last modification, in seconds since 1970-01-01 UTC; failures as access_time().
   static std::int64_t modify_time(const std::string& path);
-  /// @param path the path asked about.
-  /// @return the size in bytes, low 32 bits as a signed number, of a folder 0; failures as
+  /// @param path the path to check.
+  /// @return the size in bytes: the low 32 bits as a signed number; 0 for a folder; failures as
   /// access_time().
   static int size(const std::string& path);
-  /// @param path the path asked about.
+  /// @param path the path to check.
   /// @return whether the path is a folder; failures as access_time(), with false.
   static bool is_dir(const std::string& path);
   /// @param dir the folder, with or without a trailing separator.
-  /// @return the names (no paths) of every entry of a folder but "." and "..", files and folders
-  /// alike, in the system's order; empty when @p dir is no folder or cannot be listed. On Linux
-  /// names with a backslash or a line feed are left out.
+  /// @return the names (not paths) of all files and folders in it except "." and "..", in the order
+  /// of the system. Empty if @p dir is not a folder or cannot be listed. On Linux names with a
+  /// backslash or a line feed are left out.
   static std::vector<std::string> filenames(const std::string& dir);
 
   // ---- changes -------------------------------------------------------------------------------
 
   /// Makes a file readable and writable for its owner (clears the read-only attribute). A file that
-  /// is so already is a success, also for another account.
+  /// already is so is a success, also if it belongs to another account.
   /// @param path the file.
-  /// @return false after an error trace when that fails.
+  /// @return false, after an error trace, on failure.
   static bool chmodW(const std::string& path);
-  /// Makes one folder.
+  /// Creates one folder.
   /// @param path the folder; its parent must exist.
-  /// @return true also when the name exists already; false after an error trace.
+  /// @return false, after an error trace, on failure. A name that exists already is a success.
   static bool createDir(const std::string& path);
-  /// Removes a file or an empty folder. A failure is neither reported nor traced; a path that is
-  /// missing or cannot be asked for is traced as by is_dir().
+  /// Removes a file or an empty folder. A failure is neither reported nor traced. A path that is
+  /// missing or cannot be checked is traced as by is_dir().
   /// @param path the file or folder.
   static void remove(const std::string& path);
   /// Renames a file or folder.
-  /// @param oldPath what is renamed.
+  /// @param oldPath its path.
   /// @param newPath its new path, in the same file system.
-  /// @return false after a warning when that fails, as it does when the new name is taken.
+  /// @return false, after a warning, on failure, for example if the new name exists.
   static bool rename(const std::string& oldPath, const std::string& newPath);
-  /// Copies a file with its modification time.
-  /// @param src the file that is read.
-  /// @param dst the file that is made.
+  /// Copies a file with its modification time. An existing target is emptied first. A copy that
+  /// then fails leaves no target: the old file is lost too. A refusal before that, for example by a
+  /// lock or a read-only target, leaves the old file. The copy is not flushed to the device.
+  /// @param src the source.
+  /// @param dst the target.
   /// @param overwrite false: a copy onto an existing file is refused without a trace.
-  /// @return whether the copy succeeded; the event Success, which is traced whenever the system was
-  /// asked to copy, does not tell. A copy that fails half-way leaves no target, also where there
-  /// was one before. On Linux a target of another account keeps the time of the copy, with a
+  /// @return whether the copy succeeded. The event Success does not say so: it is traced whenever
+  /// the system was called. On Linux a target of another account keeps the time of the copy, with a
   /// warning.
-  /// @blocking{no: it fails at once when a lock is in its way}
+  /// @blocking{no: it fails at once if a lock is in its way}
   static bool copyFile(const std::string& src, const std::string& dst, bool overwrite);
-  /// Removes a folder with everything in it; of a link in it the link, not what it leads to, on
-  /// Linux also when somebody puts it there meanwhile.
+  /// Removes a folder with everything in it. Of a link in it only the link is removed, not its
+  /// target; on Linux also if the link appears during the removal.
   /// @param path the folder.
-  /// @return false when @p path is no folder; true otherwise, also when something could not be
+  /// @return false if @p path is not a folder. True otherwise, also if something could not be
   /// removed.
   static bool recurseRemoveDir(const std::string& path);
 
   // ---- names ---------------------------------------------------------------------------------
 
-  /// Splits a path into file name and directory at the last `\` or `/`. It computes no 8.3 name.
+  /// Splits a path into file name and directory at the last `\` or `/`. Despite its name it
+  /// computes no 8.3 name.
   /// @param fullName the path.
-  /// @param dir receives everything up to and including that separator; `.\` when there is none.
+  /// @param dir receives everything up to and including that separator; `.\` without one.
   /// @return everything after it.
   static std::string getShirtFileName(const std::string& fullName, std::string& dir);
   /// Appends `\` unless @p path ends in `\` or `/`; the empty path becomes `.\`.
@@ -238,14 +244,14 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// Removes one trailing `\` or `/`; the empty path becomes ".".
   /// @param path changed in place.
   static void removeLastFileSep(std::string& path);
-  /// Cuts @p name before its last "." (anywhere, also in a directory) and stores what follows the
-  /// dot in @p extension; without a dot both stay as they are.
+  /// Cuts @p name before its last ".", wherever that is (a directory included), and stores the rest
+  /// after the dot in @p extension. Without a dot both stay unchanged.
   /// @param name changed in place.
-  /// @param extension receives what follows the dot.
+  /// @param extension receives the text after the dot.
   static void split(std::string& name, std::string& extension);
   /// @param path a path or a name.
-  /// @return what follows the last "." of @p path (anywhere, also in a directory), without the dot;
-  /// empty when there is none.
+  /// @return the text after the last "." of @p path, wherever that is (a directory included); empty
+  /// without a dot.
   static std::string getExtension(const std::string& path);
 
  private:

@@ -6,24 +6,24 @@
 
 class HandleCore;
 
-/// What the two file handles share: the access modes, the lock record and the open state.
+/// The common part of the two file handles: access modes, lock record and open state.
 ///
-/// Blocking and threads are told as with vu_file. Copying copies every field, the system handle
-/// included: a copy of an open handle refers to the same open file, and whichever is
-/// closed or destroyed first closes it for both.
+/// Blocking and threads: for the words see vu_file. A copy of an open handle refers to the same
+/// open file: it copies every field, the system handle included. The first of the two that is
+/// closed or destroyed closes the file for both.
 ///
 /// @all_blocking{no}
-/// @all_threads{any, each with a handle of its own; one at a time on one handle}
+/// @all_threads{any, each with its own handle; one at a time on one handle}
 class VU_STORAGE_API vu_file_base {
  public:
-  /// How a file is opened. Each mode holds a lock on the whole file, at any size, from open to
-  /// close: shared for reading, exclusive for every other mode. All of them share the file with
-  /// readers, writers and removers.
+  /// The modes of opening a file. Each holds a lock on the whole file, whatever its size, from open
+  /// to close: shared for o_read, exclusive for the others. The lock alone excludes others: every
+  /// mode lets other programs open and remove the file.
   enum type_access : std::uint32_t {
     o_read = 0x80000000U,    ///< read an existing file
-    o_write = 0x40000000U,   ///< write at the current position; made when missing, never cut
-    o_append = 0xC0000000U,  ///< read, and write at the end; made when missing
-    o_truncate = 5U          ///< write; made when missing, emptied once it is locked
+    o_write = 0x40000000U,   ///< write at the position; a missing file is created, none is emptied
+    o_append = 0xC0000000U,  ///< read, and write at the end; a missing file is created
+    o_truncate = 5U  ///< write; a missing file is created, an existing one emptied after locking
   };
 
   /// The arguments of one lock request.
@@ -38,41 +38,41 @@ class VU_STORAGE_API vu_file_base {
 
   /// @return whether a file is open.
   bool is_open() const noexcept { return handle != -1; }
-  /// @return whether the last lock request was granted and has not been given back.
+  /// @return whether the last lock request was granted and the lock is still held.
   bool is_locked() const noexcept { return locked; }
 
  protected:
-  /// Closed, before any open.
+  /// A closed handle.
   vu_file_base() noexcept;
   /// Copies every field, the system handle included.
   /// @param other may be open.
   vu_file_base(const vu_file_base& other) noexcept;
-  /// Copies every field; an open handle of this object is dropped without being closed.
+  /// Copies every field. An open handle of this object is lost, not closed.
   /// @param other may be open.
   /// @return this object.
   vu_file_base& operator=(const vu_file_base& other) noexcept;
   /// Does nothing: the derived classes close.
   ~vu_file_base();
 
-  /// Takes the lock that @p request describes and keeps the outcome as is_locked(). The last two
-  /// arguments are not used.
+  /// Requests the lock that @p request describes; is_locked() then returns the outcome. The last
+  /// two arguments are not used.
   /// @param request what to lock, and how.
   /// @return whether the lock was granted.
   /// @blocking{for locks that conflict, unless the request fails at once}
   bool lock_internal(const lock_desc_t& request, char, const unsigned char*);
-  /// Gives the whole-file lock back; is_locked() becomes the negation of the result. The arguments
-  /// are not used.
-  /// @return whether the system gave it back.
+  /// Releases the whole-file lock; is_locked() then returns the negation of the result. The
+  /// arguments are not used.
+  /// @return whether the system released it.
   bool unlock_internal(const unsigned char*, char);
-  /// Asks the system to write the file's buffers to the device.
-  /// @return whether it did.
+  /// Flushes the file to the device.
+  /// @return whether the system did it.
   /// @blocking{while the system writes the file to the device}
   bool flush();
   /// @return whether the system is of the NT family.
   static bool running_under_winnt();
 
-  type_access access;   ///< mode of the last open, also of one that failed; -1 before any
-  std::int32_t handle;  ///< the system's handle (on Linux a number of the library's own); -1 closed
+  type_access access;   ///< mode of the last open, also of a failed one; -1 before any
+  std::int32_t handle;  ///< the system's handle (on Linux a number of the library); -1: closed
   bool locked;          ///< see is_locked()
 
  private:

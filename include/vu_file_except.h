@@ -7,17 +7,18 @@
 
 VU_STORAGE_TYPES_BEGIN
 
-/// The one exception of the file layer.
+/// The exception of the file layer. It has no base class: catch it by name.
 ///
-/// It has no base class: catch it by name. The handles throw it from open, read and write, always
-/// with the code 0; every other failure of the file layer is a result and a trace.
+/// The handles throw it from open, read and write, always with the code 0. Every other failure of
+/// the file layer is a result and a trace.
 ///
 /// @all_blocking{no}
-/// @all_threads{several may read one object; whoever changes or destroys one has it to himself}
+/// @all_threads{several may read one object; to change or destroy it, use it alone}
 class VU_STORAGE_API vu_file_except {
  public:
-  /// @param message the text, kept exactly as given.
-  /// @param code an error code, 32 bits signed; it has no accessor and is no part of the text.
+  /// @param message the text, stored unchanged.
+  /// @param code an error code, 32 bits signed. Nothing returns it, and the text does not contain
+  /// it.
   vu_file_except(std::string message = "", std::int32_t code = 0);
   /// An independent copy.
   /// @param other what is copied.

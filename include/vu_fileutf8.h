@@ -12,20 +12,19 @@
 
 VU_STORAGE_TYPES_BEGIN
 
-/// The twin of vu_file for UTF-8 names: a file handle, and the file-system operations on UTF-8
-/// paths.
+/// The twin of vu_file for UTF-8 names: a file handle, and file-system operations on UTF-8 paths.
 ///
-/// Names are converted to UTF-16 and handed to the wide system calls; a path of 249 characters or
-/// more beyond its root goes in the long form (`\\?\` or the short names of the volume), so that
-/// files deeper than the classic limit can be reached. A name that is not valid UTF-8 raises
-/// vu_i18n_except where it is converted; createDirR() and copyFile() answer false. Contents are
-/// bytes, as with vu_file.
+/// Names are converted to UTF-16 for the wide system calls. A path of 249 characters or more after
+/// its root is passed in the long form (`\\?\`, or with the short names of the volume), so that
+/// files beyond the classic limit can be reached. A name that is not valid UTF-8 raises
+/// vu_i18n_except when it is converted; createDirR() and copyFile() return false instead. Contents
+/// are bytes, as with vu_file.
 ///
-/// The order of calls, errors, blocking and threads are those of vu_file. Members not documented
-/// otherwise do what their namesakes there do, throw and trace the same.
+/// Order of calls, errors, blocking and threads are those of vu_file. A member without a
+/// description of its own behaves, throws and traces as the member of vu_file with the same name.
 ///
 /// @all_blocking{no}
-/// @all_threads{any, each with a handle of its own; one at a time on one handle}
+/// @all_threads{any, each with its own handle; one at a time on one handle}
 class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
  public:
   // ---- the handle ----------------------------------------------------------------------------
@@ -39,12 +38,9 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   /// @param directory without a trailing separator.
   /// @param fileName the name in that directory.
   vu_fileutf8(const vu_utf8string& directory, const vu_utf8string& fileName);
-  /// Shallow: see vu_file_base.
-  /// @param other may be open.
+  /// @copydoc vu_file::vu_file(const vu_file&)
   vu_fileutf8(const vu_fileutf8& other);
-  /// Shallow: see vu_file_base. An open handle of this object is dropped without being closed.
-  /// @param other may be open.
-  /// @return this object.
+  /// @copydoc vu_file::operator=(const vu_file&)
   vu_fileutf8& operator=(const vu_fileutf8& other);
   /// Closes an open handle.
   /// @blocking{as close()}
@@ -58,12 +54,7 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   vu_pathutf8 getPath() const;
 
   /// As vu_file::try_open(), on the long form of the path.
-  /// @param mode one of the four modes.
-  /// @param lockFailed set to whether the lock was refused when the file could be opened; else
-  /// left.
-  /// @param noWait true: a lock held elsewhere is refused at once; false: waits without limit.
-  /// @return whether the file is open now, be it without its lock.
-  /// @blocking{no with @p noWait, else as open()}
+  /// @copydoc vu_file::try_open
   bool try_open(type_access mode, bool& lockFailed, bool noWait);
   /// @copydoc vu_file::open(type_access)
   void open(type_access mode);
@@ -71,28 +62,26 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   void open(const vu_utf8string& directory, const vu_utf8string& fileName, type_access mode);
 
   /// As vu_file::read(std::string&, int), with a whole file of up to 2 GB - 1.
-  /// @param out receives the bytes read; emptied first.
-  /// @param count bytes to read, or 0 for the whole file.
+  /// @param out receives the bytes; emptied first.
+  /// @param count number of bytes to read; 0 for the whole file.
   /// @return the number of bytes read; 0 at the end of the file.
   /// @throws vu_file_except "vu_fileutf8::read : read op in write or truncate access file" in the
-  /// wrong mode; "throw exception on read" as vu_file, and when the whole file is larger.
+  /// wrong mode; "throw exception on read" as vu_file, and if the whole file is larger.
   int read(std::string& out, int count);
   /// @copydoc vu_file::read(char*, int)
   int read(char* buffer, int count);
-  /// Reads into a buffer that it allocates, and ends it with a 0 byte.
-  /// @param buffer receives an array of the count + 1 bytes, which the caller frees with delete[];
-  /// left alone when there is nothing to read. The 0 byte stands at the count asked for: bytes
-  /// between a shorter read and it are not set.
-  /// @param length in: bytes to read, or 0 for the whole file; out: bytes read. Left alone when
-  /// there is nothing to read.
-  /// @throws vu_file_except as the string form; after "throw exception on read" @p length is 0 and
-  /// @p buffer, if it was allocated, has been freed and must not be used.
+  /// Reads into a buffer that it allocates, and ends the buffer with a 0 byte. If there is nothing
+  /// to read, both arguments stay unchanged.
+  /// @param buffer receives an array of count + 1 bytes, which the caller frees with delete[]. The
+  /// 0 byte is at the requested count; after a shorter read the bytes before it are not set.
+  /// @param length in: number of bytes to read, 0 for the whole file; out: number of bytes read.
+  /// @throws vu_file_except as the string form. After "throw exception on read" @p length is 0, and
+  /// @p buffer is freed if it was allocated: do not use it.
   void read(unsigned char*& buffer, unsigned int& length);
 
   /// As vu_file::write(const std::string&).
-  /// @param data the bytes; any may occur.
-  /// @return the number of bytes written; fewer than given, after an error trace, when the system's
-  /// write failed.
+  /// @param data the bytes; any values.
+  /// @return as there.
   /// @throws vu_file_except "vu_fileutf8::write : write operation in read access file" in the wrong
   /// mode.
   int write(const std::string& data);
@@ -110,9 +99,9 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
 
   /// As vu_file::linesNotEmpty().
   /// @param dir the folder, without a trailing separator.
-  /// @param fileName the file's name in it.
+  /// @param fileName the name of the file in it.
   /// @param lines the lines are appended.
-  /// @throws vu_file_except when the file cannot be opened or read.
+  /// @throws vu_file_except if the file cannot be opened or read.
   /// @blocking{for writers of the file}
   static void linesNotEmpty(const vu_utf8string& dir, const vu_utf8string& fileName,
                             std::vector<vu_utf8string>& lines);
@@ -121,47 +110,47 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
 
   /// @copydoc vu_file::exists
   static bool exists(const vu_utf8string& path);
-  /// @param path the path asked about.
+  /// @param path the path to check.
   /// @return the last access, in seconds since 1970-01-01 UTC; 0 on failure.
   static std::uint64_t access_time(const vu_utf8string& path);
-  /// @param path the path asked about.
+  /// @param path the path to check.
   /// @return the last modification, in seconds since 1970-01-01 UTC; 0 on failure.
   static std::uint64_t modify_time(const vu_utf8string& path);
-  /// @param path the path asked about.
-  /// @return the size in bytes, of a folder 0; 0 on failure.
+  /// @param path the path to check.
+  /// @return the size in bytes; 0 for a folder and on failure.
   static std::uint64_t size(const vu_utf8string& path);
-  /// @param path the path asked about.
+  /// @param path the path to check.
   /// @return whether the path is a folder.
   static bool is_dir(const vu_utf8string& path);
   /// @copydoc vu_file::filenames
   static std::vector<vu_utf8string> filenames(const vu_utf8string& dir);
   /// @param path the folder.
-  /// @return the sum, over every file in the folder and below, of its size in KB, each rounded down
-  /// by itself; folders count nothing themselves. 0 for what is no folder.
+  /// @return the sum of the sizes in KB of all files in the folder and below, each rounded down;
+  /// folders have no size. 0 if @p path is not a folder.
   static std::uint64_t getFolderSizeInKb(const vu_utf8string& path);
 
   // ---- changes -------------------------------------------------------------------------------
 
-  /// The path is taken as it stands, not in the long form.
+  /// Uses the path as it is, not its long form.
   /// @copydoc vu_file::chmodW
   static bool chmodW(const vu_utf8string& path);
   /// @copydoc vu_file::createDir
   static bool createDir(const vu_utf8string& path);
-  /// Makes a folder and its missing parents. The path is taken apart at its backslashes and empty
+  /// Creates a folder and its missing parents. The path is split at its backslashes, and empty
   /// components are dropped. An absolute path (a drive and a separator, or one leading separator)
-  /// may have either separator. The two that begin a network path are lost, and the result is
-  /// relative to the current directory.
-  /// @param path the folder, components apart by backslashes.
-  /// @return true when the folder exists afterwards, or a file of that name did before; false after
-  /// an error trace.
+  /// may have either separator. A network path is not supported: its two leading backslashes are
+  /// lost, and the result is relative to the current directory.
+  /// @param path the folder, with backslashes between components.
+  /// @return true if the folder exists afterwards, or a file with that name existed before; false
+  /// after an error trace.
   static bool createDirR(const vu_utf8string& path);
-  /// Removes a file or an empty folder, quietly: the same as remove(path, true).
+  /// Removes a file or an empty folder: the same as remove(path, true).
   /// @param path the file or folder.
   static void remove(const vu_utf8string& path);
   /// Removes a file or an empty folder.
   /// @param path the file or folder.
-  /// @param quiet a failure is traced at level XS instead of as an error; a missing path besides as
-  /// a warning, with and without it.
+  /// @param quiet a failure is traced at level XS, not as an error. A missing path is traced as a
+  /// warning in any case.
   static void remove(const vu_utf8string& path, bool quiet);
   /// @copydoc vu_file::rename
   static bool rename(const vu_utf8string& oldPath, const vu_utf8string& newPath);
@@ -169,12 +158,12 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   static bool copyFile(const vu_utf8string& src, const vu_utf8string& dst, bool overwrite);
   /// As vu_file::recurseRemoveDir(), quietly.
   /// @param path the folder.
-  /// @return false when it is no folder; true otherwise, also when something could not be removed.
+  /// @return as there.
   static bool recurseRemoveDir(const vu_utf8string& path);
-  /// The same; the flag is ignored and the removal always quiet.
+  /// The same; the flag is ignored, and the removal is always quiet.
   /// @param path the folder.
   /// @param quiet ignored.
-  /// @return as the form without the flag.
+  /// @return as there.
   static bool recurseRemoveDir(const vu_utf8string& path, bool quiet);
 
   // ---- names ---------------------------------------------------------------------------------
@@ -190,36 +179,36 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   /// @copydoc vu_file::getExtension
   static vu_utf8string getExtension(const vu_utf8string& path);
   /// @param path the path, UTF-16.
-  /// @return the non-empty components of @p path between its backslashes, in order; no file is
+  /// @return the non-empty components between the backslashes of @p path, in order. No file is
   /// touched.
   static std::vector<vu_utf8string> directories(const ucs2string& path);
-  /// @param out receives the current directory; left alone on failure.
-  /// @return whether the system named it.
+  /// @param out receives the current directory; unchanged on failure.
+  /// @return whether the system returned it.
   /// @threads{any, while none changes the current directory}
   static bool getCurrentDirectory(vu_utf8string& out);
-  /// @param path replaced by its absolute form; left alone on failure.
-  /// @return whether the system gave one.
+  /// @param path replaced by its absolute form; unchanged on failure.
+  /// @return whether the system returned one.
   /// @threads{any, while none changes the current directory}
   static bool rel2abs(vu_utf8string& path);
 
  protected:
-  /// exists() on a path that is in its long form already.
+  /// exists() for a path in its long form.
   /// @param longPath the path.
   /// @return as exists().
   static bool _exists(const vu_utf8string& longPath);
-  /// is_dir() on a path in its long form.
+  /// is_dir() for a path in its long form.
   /// @param longPath the path.
   /// @return as is_dir().
   static bool _is_dir(const vu_utf8string& longPath);
-  /// remove() on a path in its long form.
+  /// remove() for a path in its long form.
   /// @param longPath the path.
   /// @param quiet as with remove().
   static void _remove(const vu_utf8string& longPath, bool quiet);
-  /// recurseRemoveDir() on a path in its long form.
+  /// recurseRemoveDir() for a path in its long form.
   /// @param longPath the path.
   /// @param quiet as with remove().
   static void _recurseRemoveDir(const vu_utf8string& longPath, bool quiet);
-  /// filenames() on a path in its long form.
+  /// filenames() for a path in its long form.
   /// @param longPath the path.
   /// @return as filenames().
   static std::vector<vu_utf8string> _filenames(const vu_utf8string& longPath);

@@ -15,19 +15,19 @@ VU_STORAGE_TYPES_BEGIN
 /// The string classes of the library's interface: UTF-8 text, UTF-16 text, and the sequence that
 /// carries lists of them.
 ///
-/// All of them are value types: copies are independent, and nothing is shared.
+/// All of them are value types: copies are independent.
 
 class ucs2string;
 
-/// What the string classes throw: text that is not valid UTF-8 or UTF-16 where it has to be
-/// converted, and an index outside a string. The file layer and the facade let it pass to the
-/// caller wherever a conversion happens outside one of their own handlers.
+/// The exception of the string classes: a text to convert is not valid UTF-8 or UTF-16, or an index
+/// is outside a string. The file layer and the facade let it pass where a conversion happens
+/// outside their own handlers.
 ///
 /// @all_blocking{no}
-/// @all_threads{several may read one object; whoever changes or destroys one has it to himself}
+/// @all_threads{several may read one object; to change or destroy it, use it alone}
 class VU_STORAGE_API vu_i18n_except : public std::exception {
  public:
-  /// @param message the complete text; never null-terminated by hand, copied.
+  /// @param message the complete text; copied.
   explicit vu_i18n_except(std::string message);
   /// An independent copy.
   /// @param other what is copied.
@@ -46,14 +46,12 @@ class VU_STORAGE_API vu_i18n_except : public std::exception {
   std::string m_message;
 };
 
-/// Text as a run of UTF-8 bytes.
-///
-/// The bytes are stored as given and are not checked: positions and sizes count bytes, and a string
-/// that is not valid UTF-8 can be stored, compared and handed on unchanged. Only a conversion to
-/// UTF-16 looks at the encoding.
+/// Text as UTF-8 bytes. The bytes are stored unchanged and unchecked: a string that is not valid
+/// UTF-8 can be stored, compared and passed on. Only a conversion to UTF-16 checks the encoding.
+/// Positions and sizes count bytes.
 ///
 /// @all_blocking{no}
-/// @all_threads{several may read one object; whoever changes or destroys one has it to himself}
+/// @all_threads{several may read one object; to change or destroy it, use it alone}
 class VU_STORAGE_API vu_utf8string {
  public:
   /// "No position", the result of a search that found nothing and the default count of substr().
@@ -72,7 +70,7 @@ class VU_STORAGE_API vu_utf8string {
   /// An independent copy.
   /// @param other what is copied.
   vu_utf8string(const vu_utf8string& other);
-  /// Takes the text over.
+  /// Moves the text.
   /// @param other is valid afterwards, with an unspecified text.
   vu_utf8string(vu_utf8string&& other) noexcept;
   /// Frees the text.
@@ -81,40 +79,40 @@ class VU_STORAGE_API vu_utf8string {
   /// @param other what is copied.
   /// @return this string.
   vu_utf8string& operator=(const vu_utf8string& other);
-  /// Takes the text over.
+  /// Moves the text.
   /// @param other is valid afterwards, with an unspecified text.
   /// @return this string.
   vu_utf8string& operator=(vu_utf8string&& other) noexcept;
 
   /// @return the bytes, NUL-terminated; owned by this string and valid until it changes.
   const char* c_str() const noexcept;
-  /// @return the bytes; a reference into this string.
+  /// @return the bytes; valid as long as this string.
   const std::string& str() const noexcept;
   /// @return the number of bytes.
   std::size_t size() const noexcept;
-  /// @return whether the string holds no byte.
+  /// @return whether the string is empty.
   bool empty() const noexcept;
   /// @param index a position, counted from 0.
   /// @return the byte at @p index.
   /// @throws vu_i18n_except when @p index is not below size().
   char at(std::size_t index) const;
 
-  /// @param what the text looked for; an empty one is found at @p from, but not beyond the end.
+  /// @param what the text to find; an empty one is found at @p from, but not beyond the end.
   /// @param from where the search begins.
   /// @return the first position at or after @p from where @p what begins, or npos.
   std::size_t find(const vu_utf8string& what, std::size_t from = 0) const noexcept;
-  /// @param what the text looked for; an empty one is found at the end.
+  /// @param what the text to find; an empty one is found at the end.
   /// @return the last position where @p what begins, or npos.
   std::size_t rfind(const vu_utf8string& what) const noexcept;
-  /// @param from the first position taken.
-  /// @param count how many are taken at most.
-  /// @return @p count bytes from @p from on, fewer where the string ends before.
+  /// @param from the first position.
+  /// @param count the greatest length.
+  /// @return at most @p count bytes (ucs2string: units) from @p from on; fewer at the end.
   /// @throws vu_i18n_except when @p from is beyond the end.
   vu_utf8string substr(std::size_t from, std::size_t count = npos) const;
-  /// Replaces every occurrence of @p what, from left to right, by @p by; occurrences that arise
-  /// from the replacement itself are not replaced again. An empty @p what replaces nothing.
-  /// @param what the text that is replaced.
-  /// @param by the text that takes its place.
+  /// Replaces every occurrence of @p what by @p by, from left to right. The inserted text is not
+  /// searched again. An empty @p what replaces nothing.
+  /// @param what the text to replace.
+  /// @param by the new text.
   /// @return this string.
   vu_utf8string& replace(const vu_utf8string& what, const vu_utf8string& by);
   /// Byte-wise comparison.
@@ -139,35 +137,32 @@ class VU_STORAGE_API vu_utf8string {
 /// @blocking{no} @threads{any, while none changes either text}
 VU_STORAGE_API vu_utf8string operator+(const vu_utf8string& left, const vu_utf8string& right);
 /// Byte-wise equality.
-/// @param left one text.
-/// @param right the other text.
+/// @param left,right the texts.
 /// @return whether they are equal.
 /// @blocking{no} @threads{any, while none changes either text}
 inline bool operator==(const vu_utf8string& left, const vu_utf8string& right) noexcept {
   return left.compare(right) == 0;
 }
 /// Byte-wise inequality.
-/// @param left one text.
-/// @param right the other text.
-/// @return whether they are different.
+/// @param left,right the texts.
+/// @return whether they differ.
 /// @blocking{no} @threads{any, while none changes either text}
 inline bool operator!=(const vu_utf8string& left, const vu_utf8string& right) noexcept {
   return left.compare(right) != 0;
 }
 /// Byte-wise order.
-/// @param left one text.
-/// @param right the other text.
-/// @return whether they are in ascending order.
+/// @param left,right the texts.
+/// @return whether @p left sorts before @p right.
 /// @blocking{no} @threads{any, while none changes either text}
 inline bool operator<(const vu_utf8string& left, const vu_utf8string& right) noexcept {
   return left.compare(right) < 0;
 }
 
-/// Text as a run of 16-bit units, the form in which Windows takes names. Characters outside the
-/// basic plane stand as two units (UTF-16); positions and sizes count units.
+/// Text as 16-bit units of UTF-16, the form of names in Windows. A character outside the basic
+/// plane is two units. Positions and sizes count units.
 ///
 /// @all_blocking{no}
-/// @all_threads{several may read one object; whoever changes or destroys one has it to himself}
+/// @all_threads{several may read one object; to change or destroy it, use it alone}
 class VU_STORAGE_API ucs2string {
  public:
   /// "No position", the result of a search that found nothing and the default count of substr().
@@ -183,92 +178,60 @@ class VU_STORAGE_API ucs2string {
   /// @param text UTF-8; copied.
   /// @throws vu_i18n_except when @p text is not valid UTF-8.
   explicit ucs2string(const vu_utf8string& text);
-  /// An independent copy.
-  /// @param other what is copied.
+  /// @copydoc vu_utf8string::vu_utf8string(const vu_utf8string&)
   ucs2string(const ucs2string& other);
-  /// Takes the text over.
-  /// @param other is valid afterwards, with an unspecified text.
+  /// @copydoc vu_utf8string::vu_utf8string(vu_utf8string&&)
   ucs2string(ucs2string&& other) noexcept;
   /// Frees the text.
   ~ucs2string();
-  /// Copies the text.
-  /// @param other what is copied.
-  /// @return this string.
+  /// @copydoc vu_utf8string::operator=(const vu_utf8string&)
   ucs2string& operator=(const ucs2string& other);
-  /// Takes the text over.
-  /// @param other is valid afterwards, with an unspecified text.
-  /// @return this string.
+  /// @copydoc vu_utf8string::operator=(vu_utf8string&&)
   ucs2string& operator=(ucs2string&& other) noexcept;
 
   /// @return the units, NUL-terminated; owned by this string and valid until it changes.
   const char16_t* c_str() const noexcept;
-  /// @return the units; a reference into this string.
+  /// @return the units; valid as long as this string.
   const std::u16string& str() const noexcept;
   /// @return the number of 16-bit units.
   std::size_t size() const noexcept;
-  /// @return whether the string holds no unit.
+  /// @return whether the string is empty.
   bool empty() const noexcept;
   /// @param index a position, counted from 0.
   /// @return the unit at @p index.
   /// @throws vu_i18n_except when @p index is not below size().
   char16_t at(std::size_t index) const;
 
-  /// @param what the text looked for; an empty one is found at @p from, but not beyond the end.
-  /// @param from where the search begins.
-  /// @return the first position at or after @p from where @p what begins, or npos.
+  /// @copydoc vu_utf8string::find
   std::size_t find(const ucs2string& what, std::size_t from = 0) const noexcept;
-  /// @param what the text looked for; an empty one is found at the end.
-  /// @return the last position where @p what begins, or npos.
+  /// @copydoc vu_utf8string::rfind
   std::size_t rfind(const ucs2string& what) const noexcept;
-  /// @param from the first position taken.
-  /// @param count how many are taken at most.
-  /// @return @p count units from @p from on, fewer where the string ends before.
-  /// @throws vu_i18n_except when @p from is beyond the end.
+  /// @copydoc vu_utf8string::substr
   ucs2string substr(std::size_t from, std::size_t count = npos) const;
-  /// Replaces every occurrence of @p what, as vu_utf8string::replace() does.
-  /// @param what the text that is replaced.
-  /// @param by the text that takes its place.
-  /// @return this string.
+  /// @copydoc vu_utf8string::replace
   ucs2string& replace(const ucs2string& what, const ucs2string& by);
   /// Unit-wise comparison.
   /// @param other the string compared with.
   /// @return below, at or above 0 when this string sorts before, with or after @p other.
   int compare(const ucs2string& other) const noexcept;
-  /// Appends @p other.
-  /// @param other the text appended.
-  /// @return this string.
+  /// @copydoc vu_utf8string::operator+=
   ucs2string& operator+=(const ucs2string& other);
 
  private:
   std::u16string m_units;
 };
 
-/// @param left the first text.
-/// @param right the second text.
-/// @return @p left followed by @p right.
-/// @blocking{no} @threads{any, while none changes either text}
+/// @copydoc operator+(const vu_utf8string&, const vu_utf8string&)
 VU_STORAGE_API ucs2string operator+(const ucs2string& left, const ucs2string& right);
-/// Unit-wise equality.
-/// @param left one text.
-/// @param right the other text.
-/// @return whether they are equal.
-/// @blocking{no} @threads{any, while none changes either text}
+/// @copydoc operator==(const vu_utf8string&, const vu_utf8string&)
 inline bool operator==(const ucs2string& left, const ucs2string& right) noexcept {
   return left.compare(right) == 0;
 }
-/// Unit-wise inequality.
-/// @param left one text.
-/// @param right the other text.
-/// @return whether they are different.
-/// @blocking{no} @threads{any, while none changes either text}
+/// @copydoc operator!=(const vu_utf8string&, const vu_utf8string&)
 inline bool operator!=(const ucs2string& left, const ucs2string& right) noexcept {
   return left.compare(right) != 0;
 }
-/// Unit-wise order.
-/// @param left one text.
-/// @param right the other text.
-/// @return whether they are in ascending order.
-/// @blocking{no} @threads{any, while none changes either text}
+/// @copydoc operator<(const vu_utf8string&, const vu_utf8string&)
 inline bool operator<(const ucs2string& left, const ucs2string& right) noexcept {
   return left.compare(right) < 0;
 }
@@ -277,11 +240,11 @@ inline bool operator<(const ucs2string& left, const ucs2string& right) noexcept 
 /// @tparam T the type of the elements, a value type.
 ///
 /// @all_blocking{no}
-/// @all_threads{several may read one object; whoever changes or destroys one has it to himself}
+/// @all_threads{several may read one object; to change or destroy it, use it alone}
 template <class T>
 class Sequence {
  public:
-  /// What the sequence holds.
+  /// The type of an element.
   using value_type = T;
   /// A position; reading only.
   using const_iterator = typename std::vector<T>::const_iterator;

@@ -200,6 +200,7 @@ typedef struct vu_settings {
 
 /**
  * Initialises the storage of this process, or returns another handle of it with its own settings.
+ * Waits while another thread initialises the storage.
  *
  * The guard is on unless VU_NO_GUARD is set. It refuses with VU_REFUSED every text that is not a
  * plain name:
@@ -219,8 +220,6 @@ typedef struct vu_settings {
  *   root already; the handle is valid. VU_REFUSED: it is open with another root or layout; the path
  *   in vu_last_error() is the one in use. VU_NO_TREE: the root is not a folder, or it is null and
  *   no storage is open. VU_FAILED: the folders cannot be created.
- *
- * Waits while another thread initialises the storage.
  */
 VU_C_API vu_status vu_open_store(const vu_settings* settings, vu_store** store);
 
@@ -282,10 +281,8 @@ typedef struct vu_info {
   { sizeof(vu_info), 0, -1, -1, -1 }
 
 /**
- * Checks whether a version exists.
+ * Checks whether a version exists. Waits for writers of the index.
  * @return VU_DONE: it exists. VU_NOTHING_MATCHED: it does not.
- *
- * Waits for writers of the index.
  */
 VU_C_API vu_status vu_exists(vu_store* store, const vu_document* document);
 
@@ -305,11 +302,10 @@ VU_C_API vu_status vu_file_path(vu_store* store, const vu_document* document, ch
                                 size_t room, size_t* size);
 
 /**
- * Reads a whole version: exactly the one that is named.
+ * Reads a whole version: exactly the one that is named. Waits for writers of the index and for
+ * writers of the document.
  * @param buffer,room,size receive the bytes; see the head of this file. No NUL is added.
  * @return VU_NOTHING_MATCHED: there is no such version. VU_TOO_SHORT: nothing was read.
- *
- * Waits for writers of the index and for writers of the document.
  */
 VU_C_API vu_status vu_read(vu_store* store, const vu_document* document, void* buffer, size_t room,
                            size_t* size);
@@ -391,11 +387,10 @@ VU_C_API vu_status vu_copy_out(vu_store* store, const vu_document* document, con
 /**
  * Removes a version, its file, and the lines of category files that name it. Streams that have the
  * version open do not delay the call. Its parts stay until vu_clean() sweeps them.
+ * Waits for readers and writers of the index.
  * @return VU_NOTHING_MATCHED: there is no such version. VU_FAILED: the system keeps the file, as
  *   Windows can do while it is open; the version stays. VU_PARTLY_DONE: the version is gone; a
  *   dangling entry or a line that names it stays.
- *
- * Waits for readers and writers of the index.
  */
 VU_C_API vu_status vu_remove(vu_store* store, const vu_document* document);
 
