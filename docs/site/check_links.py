@@ -1,7 +1,7 @@
 """Checks a folder of HTML pages: check_links.py FOLDER
 
-Every link to a page, an anchor, a picture, a style or a script must lead to something in the folder, so that the site
-opens offline; links to the network are only allowed as such, never for what a page needs to be shown.
+Every link to a page, anchor, picture, style or script must have its target in the folder, so that the site opens
+offline. Links to the network are allowed, but no page may load anything from there.
 """
 import html.parser
 import pathlib

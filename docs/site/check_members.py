@@ -1,9 +1,9 @@
-"""Checks what the reference says of each public function: check_members.py FOLDER
+"""Checks the documentation of each public function: check_members.py FOLDER
 
-FOLDER holds Doxygen's XML. The reference must tell of every public function what it waits for and which threads may
-call it. A class tells it once for all of its functions (@all_blocking, @all_threads). A function tells it only where it
-differs (@blocking, @threads), and so does each function of no class. No text may be empty, stand twice, or repeat the
-class's.
+FOLDER contains Doxygen's XML. The reference must say for every public function what it waits for and which threads may
+call it. A class says it once for all of its functions (@all_blocking, @all_threads). A member function says it only
+where it differs (@blocking, @threads). Each function outside a class says it itself. No text may be empty, appear
+twice, or repeat the text of the class.
 """
 import pathlib
 import sys
@@ -16,12 +16,12 @@ OTHERS = {"namespace", "file"}
 
 
 def text_of(element):
-    """The words below an element, or below none."""
+    """The words below an element; nothing if there is no element."""
     return "" if element is None else " ".join("".join(element.itertext()).split())
 
 
 def told(documented, title):
-    """What the paragraphs of that title say."""
+    """The texts of the paragraphs with that title."""
     texts = []
     for section in documented.findall("./detaileddescription//simplesect[@kind='par']"):
         if text_of(section.find("title")) == title:
@@ -30,7 +30,7 @@ def told(documented, title):
 
 
 def fault_of(texts, alias, needed, of_class=None):
-    """What is wrong with the paragraphs of one title, or nothing."""
+    """The fault of the paragraphs with one title, or None."""
     if len(texts) > 1:
         return f"has {alias} {len(texts)} times"
     if not texts:
@@ -46,7 +46,7 @@ def place_of(documented):
 
 
 def faults_of(compound, functions):
-    """One line per fault of a class, namespace or file and its functions."""
+    """Yields one line per fault of a class, namespace or file and its functions."""
     name = text_of(compound.find("compoundname"))
     is_class = compound.get("kind") in CLASSES
     for title, alias in TITLES.items():
@@ -75,7 +75,7 @@ def main(folder):
                 member
                 for member in compound.iter("memberdef")
                 if member.get("kind") == "function" and member.get("prot") == "public"
-                # A function of a namespace is listed in its file, too.
+                # Doxygen lists a function of a namespace in its file as well.
                 and member.get("id") not in members
             ]
             if not functions:

@@ -1,7 +1,7 @@
 # Prepares a guide for Doxygen: awk -f markdown.awk docs/x.md
 #
-# Headings get the anchors that Git hosts give them, made unique by the page's name, and links between
-# guides lead to those. What stands in fences is left alone.
+# Each heading gets the anchor that Git hosts use, with the name of the page in front. Links between guides lead to
+# these anchors. Fenced blocks stay unchanged.
 
 function page_of(path, name) {
   name = path
@@ -10,7 +10,7 @@ function page_of(path, name) {
   return tolower(name)
 }
 
-# The anchor of a heading: lower case, blanks as hyphens, no other punctuation.
+# The anchor of a heading. Example: "NFS 4.2 of Linux" becomes "nfs-42-of-linux".
 function slug(text) {
   text = tolower(text)
   gsub(/`/, "", text)
@@ -19,7 +19,7 @@ function slug(text) {
   return text
 }
 
-# One link's target as Doxygen wants it; other targets stay.
+# Converts the target of a link to a page or picture into Doxygen's form. Other targets stay.
 function target(link, at, path, anchor) {
   if (link ~ /^[a-z]+:/) return link
   at = index(link, "#")
@@ -71,7 +71,7 @@ fenced { print; next }
 }
 {
   line = with_links($0)
-  # In tables a bar inside of code is escaped, which Doxygen would show.
+  # In tables a bar in code is escaped; Doxygen would show the escape.
   if (line ~ /^ *\|/) line = with_bars(line)
   print line
 }
