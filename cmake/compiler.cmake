@@ -1,5 +1,4 @@
-# What holds for all our own code: the language, the warnings, the platform's definitions, and where
-# the results go.
+# Settings of all project code: language, warnings, definitions of the platform, output folders.
 
 if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
   set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "Debug, Release, RelWithDebInfo, MinSizeRel" FORCE)
@@ -13,61 +12,61 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
-# Programs and DLLs share one folder: Windows looks for a DLL beside the program first.
+# Programs and DLLs share one folder, because Windows first searches a DLL in the program's folder.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
-# The build tree may be moved; an installed program gets no search path at all.
+# Relative search paths, so that the build tree can be moved. Installed programs have no search path.
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
-# Sanitizers take part in every translation unit, third-party code built here included.
+# A sanitizer applies to every translation unit, including third-party code that is built here.
 set(VU_SANITIZE "" CACHE STRING "Sanitizers for the whole build, such as address,undefined")
 if(VU_SANITIZE)
   add_compile_options(-fsanitize=${VU_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${VU_SANITIZE})
 endif()
 
-# Counters for ./dev coverage, by Clang: branches as the source has them, without those that only an
-# exception takes through compiled code.
+# Coverage counters of Clang for ./dev coverage. Clang counts the branches of the source; it does not count the
+# branches that the compiler adds for exceptions.
 option(VU_COVERAGE "Count what the tests execute (Clang)" OFF)
 if(VU_COVERAGE)
   if(NOT CMAKE_CXX_COMPILER_ID MATCHES Clang)
-    message(FATAL_ERROR "VU_COVERAGE needs Clang; use the preset linux-coverage")
+    message(FATAL_ERROR "VU_COVERAGE needs Clang: use the preset linux-coverage")
   endif()
   add_compile_options(-fprofile-instr-generate -fcoverage-mapping)
   add_link_options(-fprofile-instr-generate)
 endif()
 
-# vu_own_code(<target>): our rules for a target; third-party targets do without them.
+# vu_own_code(<target>): applies the project's compiler settings. Not for third-party targets.
 function(vu_own_code target)
   target_compile_features(${target} PUBLIC cxx_std_17 PRIVATE cxx_std_20)
   if(MSVC)
-    # Not 5030 (attributes of GCC and Clang, which others are to leave alone) and 4324 (a member whose alignment
-    # is stated may leave a gap). Standard functions are no "unsafe" ones for being old.
+    # Disabled: 5030 (unknown attributes; they are for GCC and Clang) and 4324 (padding after an alignas member).
+    # _CRT_SECURE_NO_WARNINGS: standard C functions are allowed.
     target_compile_options(${target} PRIVATE /W4 /WX /utf-8 /permissive- /Zc:__cplusplus /Zc:preprocessor
       /wd5030 /wd4324)
     target_compile_definitions(${target} PRIVATE _CRT_SECURE_NO_WARNINGS)
   else()
-    # To Clang a change of sign is a conversion too; GCC's meaning holds for both.
+    # Clang's -Wconversion also reports changes of sign, GCC's does not. Make both equal.
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -Werror
       $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>)
   endif()
   if(WIN32)
-    # UNICODE stays undefined: the sources name the A or the W form of every call themselves.
+    # UNICODE is not defined: the sources call the A or the W function explicitly.
     target_compile_definitions(${target} PRIVATE _WIN32_WINNT=0x0A00 NOMINMAX WIN32_LEAN_AND_MEAN)
   else()
     target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64 _GNU_SOURCE)
   endif()
 endfunction()
 
-# Builds programs outside of this project with a plain command line, and knows MinGW's runtime DLLs. A toolchain
-# whose compiler cannot do that without further flags names another.
+# The compiler that builds programs outside this project without further flags and can locate MinGW's runtime DLLs.
+# A toolchain file may name another one than CMAKE_CXX_COMPILER.
 if(NOT VU_OUTSIDE_COMPILER)
   set(VU_OUTSIDE_COMPILER ${CMAKE_CXX_COMPILER})
 endif()
 
-# MinGW's runtime DLLs are no part of Windows: they go beside the programs that need them. Without what is for
-# debuggers: of 24 MB 2 remain, and Wine starts a program in 0.12 s that took 0.17.
+# Windows does not contain MinGW's runtime DLLs; this copies them to the folder of the programs. Without debugging
+# information they have 2 MB instead of 24 MB, and Wine starts a program in 0.12 s instead of 0.17 s.
 function(vu_copy_runtime_dlls)
   if(NOT MINGW)
     return()
@@ -77,7 +76,7 @@ function(vu_copy_runtime_dlls)
     execute_process(COMMAND ${VU_OUTSIDE_COMPILER} -print-file-name=${name}
       OUTPUT_VARIABLE path OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
     if(NOT IS_ABSOLUTE "${path}" OR NOT EXISTS "${path}")
-      message(FATAL_ERROR "${VU_OUTSIDE_COMPILER} does not know its own runtime library ${name}")
+      message(FATAL_ERROR "${VU_OUTSIDE_COMPILER} cannot locate its runtime library ${name}: install it completely")
     endif()
     set(copy ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${name})
     add_custom_command(OUTPUT ${copy} DEPENDS ${path}
@@ -90,7 +89,7 @@ endfunction()
 
 vu_copy_runtime_dlls()
 
-# vu_program(<target>): a program of ours that can be started right from the build folder.
+# vu_program(<target>): a program of this project that can run from the build folder.
 function(vu_program target)
   vu_own_code(${target})
   if(TARGET vu_runtime_dlls)
@@ -98,10 +97,10 @@ function(vu_program target)
   endif()
 endfunction()
 
-# vu_manifest(<target> <file>): what a program tells Windows about itself.
+# vu_manifest(<target> <file>): adds a Windows application manifest.
 function(vu_manifest target file)
   if(MSVC)
-    # Its linker writes a manifest of its own, and joins the two.
+    # The linker merges this manifest with the one that it generates.
     target_sources(${target} PRIVATE ${file})
     return()
   endif()
@@ -109,6 +108,6 @@ function(vu_manifest target file)
   set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}_manifest.rc)
   file(CONFIGURE OUTPUT ${script} CONTENT "1 24 \"${file}\"\n")
   target_sources(${target} PRIVATE ${script})
-  # The resource compiler does not tell which files it reads.
+  # The resource compiler does not report its dependencies.
   set_source_files_properties(${script} PROPERTIES OBJECT_DEPENDS ${file})
 endfunction()

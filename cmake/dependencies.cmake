@@ -1,4 +1,4 @@
-# Third-party code. Each need is one target named here, so that nothing else knows where it is from:
+# Third-party libraries. Each is one target; other files use only the target and do not depend on its source:
 #   vu_poco     POCO Foundation (the storage mutex)
 #   vu_utf8cpp  utfcpp, header-only (the string classes)
 #   vu_gtest    GoogleTest
@@ -7,7 +7,6 @@
 #   vu_fmt      fmt, header-only (the client's text)
 #   vu_xxhash   xxhash, inline (checksums of saved texts and of the client)
 
-# Headers staged for a cross build, apart from the native ones.
 set(VU_STAGED_INCLUDE "" CACHE PATH "Folder with header-only libraries for a cross build")
 
 find_package(Poco 1.11 REQUIRED COMPONENTS Foundation)
@@ -15,7 +14,7 @@ add_library(vu_poco INTERFACE)
 target_link_libraries(vu_poco INTERFACE $<LINK_ONLY:Poco::Foundation>)
 target_include_directories(vu_poco SYSTEM INTERFACE
   $<TARGET_PROPERTY:Poco::Foundation,INTERFACE_INCLUDE_DIRECTORIES>)
-# POCO would hand on definitions that change the meaning of system headers for our own code.
+# Removes definitions of POCO that would change system headers in project code.
 get_target_property(vu_poco_definitions Poco::Foundation INTERFACE_COMPILE_DEFINITIONS)
 if(vu_poco_definitions)
   list(FILTER vu_poco_definitions EXCLUDE REGEX "^_?UNICODE$|^_XOPEN_SOURCE|^_FILE_OFFSET_BITS")
@@ -25,22 +24,22 @@ endif()
 add_library(vu_utf8cpp INTERFACE)
 if(VU_STAGED_INCLUDE)
   if(NOT EXISTS ${VU_STAGED_INCLUDE}/utf8.h)
-    message(FATAL_ERROR "utf8.h is not in ${VU_STAGED_INCLUDE}; run ./dev setup")
+    message(FATAL_ERROR "utf8.h is not in ${VU_STAGED_INCLUDE}: run './dev setup windows'")
   endif()
   target_include_directories(vu_utf8cpp SYSTEM INTERFACE ${VU_STAGED_INCLUDE})
 else()
   find_package(utf8cpp REQUIRED)
-  # Its target has a namespace since version 4.
+  # Since version 4 the target has a namespace.
   target_link_libraries(vu_utf8cpp INTERFACE $<IF:$<TARGET_EXISTS:utf8cpp::utf8cpp>,utf8cpp::utf8cpp,utf8cpp>)
 endif()
 
-# vu_header_library(<target> <header> <package> <imported target>): from the staged headers, or from the
-# package, or, for a package without a configuration of its own, by its header alone.
+# vu_header_library(<target> <header> <package> <imported target>): a header-only library. Uses the staged headers if
+# there are any, else the CMake configuration of the package, else only the path of the header.
 function(vu_header_library target header package imported)
   add_library(${target} INTERFACE)
   if(VU_STAGED_INCLUDE)
     if(NOT EXISTS ${VU_STAGED_INCLUDE}/${header})
-      message(FATAL_ERROR "${header} is not in ${VU_STAGED_INCLUDE}; run ./dev setup")
+      message(FATAL_ERROR "${header} is not in ${VU_STAGED_INCLUDE}: run './dev setup windows'")
     endif()
     target_include_directories(${target} SYSTEM INTERFACE ${VU_STAGED_INCLUDE})
     return()
@@ -63,7 +62,7 @@ if(VU_BUILD_CLIENT)
   target_compile_definitions(vu_fmt INTERFACE FMT_HEADER_ONLY=1)
 endif()
 
-# Built from source where the system ships it: it then has this build's sanitizers and runtime.
+# Built from source where the system provides the source, so that it has the sanitizers and runtime of this build.
 set(VU_GTEST_SOURCE /usr/src/googletest CACHE PATH "GoogleTest's sources; an installed one otherwise")
 if(VU_BUILD_TESTS)
   add_library(vu_gtest INTERFACE)

@@ -1,17 +1,17 @@
-# What only saves time. A compiler cache and a quicker linker are taken when they are installed, and never
-# needed; what tests have in common is compiled once.
+# Faster builds: a compiler cache and a faster linker where they are installed, and precompiled headers. None of
+# them is required.
 
 option(VU_CCACHE "Compile through ccache when it is installed" ON)
 if(VU_CCACHE AND NOT MSVC AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   find_program(VU_CCACHE_PROGRAM ccache)
   if(VU_CCACHE_PROGRAM)
-    # Sources that use a precompiled header are kept too, with these two allowances.
+    # ccache needs these two options to cache sources that use a precompiled header.
     set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env
       CCACHE_SLOPPINESS=pch_defines,time_macros ${VU_CCACHE_PROGRAM})
   endif()
 endif()
 
-# For test programs; what is shipped is linked as the system does it.
+# For test programs only; the shipped library and client use the default linker.
 set(vu_quick_linker)
 if(UNIX AND NOT VU_SANITIZE AND NOT VU_COVERAGE)
   find_program(VU_MOLD mold)
@@ -28,8 +28,8 @@ if(UNIX AND NOT VU_SANITIZE AND NOT VU_COVERAGE)
   endforeach()
 endif()
 
-# Debugging information is for native test programs: it is most of a Windows one, and the linker writes it
-# and Wine reads it at every start. Names of symbols are the rest.
+# Native test programs have debugging information. Windows test programs have none and no symbol names: they would be
+# most of the file, and Wine would read them at every start.
 if(CMAKE_CROSSCOMPILING)
   set(vu_test_debug -g0)
   list(APPEND vu_quick_linker -s)
@@ -41,15 +41,15 @@ endif()
 set(vu_common_headers <algorithm> <array> <atomic> <chrono> <cstdint> <filesystem> <fstream> <functional>
   <map> <memory> <mutex> <optional> <set> <sstream> <string> <string_view> <thread> <utility> <vector>)
 
-# vu_precompiled(<target> HEADERS <header...> | BY <target>): what the sources include is compiled beforehand,
-# once per set of flags; the target that does it may have no definition that another one lacks. A source
-# includes what it uses all the same: the package for Debian is built without.
+# vu_precompiled(<target> HEADERS <header...> | BY <target>): HEADERS precompiles headers for the target. BY uses the
+# precompiled headers of another target, which must have the same flags and no definition that this target lacks.
+# A source still includes what it uses: the Debian package is built without precompiled headers.
 function(vu_precompiled target)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "BY" "HEADERS")
-  # What ccache needs to keep what was compiled with a precompiled header.
+  # ccache needs this flag to cache sources that use a precompiled header.
   target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
-  # GCC takes a precompiled std::string for our code, and finds faults that are none in what it inlines (its
-  # bugs 105329 and 105651). The package for Debian, without precompiled headers, is built with these.
+  # With a precompiled std::string GCC reports false warnings in inlined code (GCC bugs 105329 and 105651). The Debian
+  # package, which has no precompiled headers, is built with these warnings.
   target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:
     -Wno-array-bounds;-Wno-restrict;-Wno-stringop-overflow;-Wno-stringop-overread>)
   if(arg_BY)
@@ -59,11 +59,11 @@ function(vu_precompiled target)
   endif()
 endfunction()
 
-# vu_test_code(<target> <-O0 or -O1> [PRECOMPILE <header...> | PRECOMPILED_BY <target>]): code of tests.
+# vu_test_code(<target> <-O0 or -O1> [PRECOMPILE <header...> | PRECOMPILED_BY <target>]): settings of test code.
 function(vu_test_code target optimise)
   cmake_parse_arguments(PARSE_ARGV 2 arg "" "PRECOMPILED_BY" "PRECOMPILE")
   vu_own_code(${target})
-  # Libraries of objects and programs then have the same flags, and with them the same precompiled header.
+  # Object libraries and programs then have the same flags and can share a precompiled header.
   set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
   if(NOT MSVC)
     target_compile_options(${target} PRIVATE ${optimise} ${vu_test_debug})

@@ -1,6 +1,5 @@
-# What is installed, in four components (runtime, development, client, documentation), and how other
-# projects find it: find_package(vu_storage) in the build tree and wherever the install tree is put, and
-# pkg-config.
+# Installation in four components: runtime, development, client, documentation. Other projects find the library by
+# find_package(vu_storage), in the build tree and in an install tree in any place, or by pkg-config.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -8,7 +7,7 @@ include(CMakePackageConfigHelpers)
 set(vu_package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/vu_storage)
 
 target_include_directories(vu_storage INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-# Only what the system's loader knows: no search path in the library.
+# The library has no search path; the system's loader finds its dependencies.
 set_target_properties(vu_storage PROPERTIES INSTALL_RPATH "" SKIP_BUILD_RPATH ON)
 
 install(TARGETS vu_storage EXPORT vu_storage
@@ -20,7 +19,7 @@ if(VU_RUNTIME_DLLS)
 endif()
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
-# Any Python takes it from there: PYTHONPATH, or pip install.
+# For PYTHONPATH or "pip install", with any version of Python.
 install(DIRECTORY bindings/python/vu_storage bindings/python/examples
   DESTINATION ${CMAKE_INSTALL_DATADIR}/vu_storage/python COMPONENT development
   PATTERN __pycache__ EXCLUDE)
@@ -35,7 +34,7 @@ install(EXPORT vu_storage
 export(EXPORT vu_storage
   FILE ${PROJECT_BINARY_DIR}/vu_storage-targets.cmake NAMESPACE vu_storage::)
 
-# One file serves both trees: it looks for the targets beside itself.
+# The same file works in the build tree and the install tree: it reads the targets file in its own folder.
 configure_file(${PROJECT_SOURCE_DIR}/cmake/vu_storage-config.cmake.in
   ${PROJECT_BINARY_DIR}/vu_storage-config.cmake @ONLY)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/vu_storage-config-version.cmake
@@ -47,7 +46,7 @@ install(FILES
 
 # ---- pkg-config ------------------------------------------------------------------------------------
 
-# The way from the file to the prefix, so that a moved tree needs no change.
+# A relative path from the file to the prefix, so that the tree can be moved.
 set(vu_pkgconfig_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
   BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}/${vu_pkgconfig_folder}

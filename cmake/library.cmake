@@ -1,13 +1,13 @@
-# The library, and the same sources once more for the tests that look inside.
+# The shared library vu_storage, and the static library vu_storage_testable for tests of internal functions.
 
-# vu_library_sources(<file...>): of the room that is read just now, for the library and for its tests.
+# vu_library_sources(<file...>): adds sources of the current folder to both libraries.
 function(vu_library_sources)
   list(TRANSFORM ARGN PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/ OUTPUT_VARIABLE files)
   target_sources(vu_storage PRIVATE ${files})
   vu_inside_sources(${ARGN})
 endfunction()
 
-# vu_inside_sources(<file...>): the same for the tests that look inside alone.
+# vu_inside_sources(<file...>): adds sources of the current folder to vu_storage_testable only.
 function(vu_inside_sources)
   if(TARGET vu_storage_testable)
     list(TRANSFORM ARGN PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/ OUTPUT_VARIABLE files)
@@ -27,7 +27,7 @@ endfunction()
 add_library(vu_storage SHARED)
 add_library(vu_storage::vu_storage ALIAS vu_storage)
 if(WIN32)
-  # What the DLL tells about itself (Explorer, "Details").
+  # The version resource (in Explorer: Properties, "Details").
   enable_language(RC)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/vu_storage.rc.in ${PROJECT_BINARY_DIR}/vu_storage.rc @ONLY)
   target_sources(vu_storage PRIVATE ${PROJECT_BINARY_DIR}/vu_storage.rc)
@@ -38,10 +38,10 @@ set_target_properties(vu_storage PROPERTIES
   VERSION ${PROJECT_VERSION}
   SOVERSION ${PROJECT_VERSION_MAJOR})
 if(MINGW)
-  # vu_storage.dll and libvu_storage.dll.a
+  # The names are vu_storage.dll and libvu_storage.dll.a.
   set_target_properties(vu_storage PROPERTIES PREFIX "")
 elseif(UNIX AND NOT (VU_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES Clang))
-  # Nothing may stay undefined; Clang's sanitizer runtime is in the program only, though.
+  # No undefined symbols. Exception: with Clang only the program contains the sanitizer runtime.
   target_link_options(vu_storage PRIVATE -Wl,--no-undefined -Wl,-z,defs)
 endif()
 if(UNIX)
@@ -60,11 +60,11 @@ if(VU_BUILD_TESTS)
     target_compile_options(vu_storage_testable PRIVATE -O1 ${vu_test_debug})
   endif()
   include(test_headers)
-  # Found before the headers that are shipped: those with friends, and the seam with a layer of faults.
+  # These folders come before include/: headers with test peers as friends, and the OS seam with fault injection.
   target_include_directories(vu_storage_testable BEFORE PUBLIC
     ${PROJECT_SOURCE_DIR}/tests/support/layer ${vu_test_include})
   target_compile_definitions(vu_storage_testable PUBLIC VU_STORAGE_STATIC=1)
-  # Whoever looks inside includes the inner headers as the library does.
+  # For internal headers, with the same paths as in the library's sources.
   target_include_directories(vu_storage_testable PUBLIC ${PROJECT_SOURCE_DIR})
 endif()
 

@@ -1,9 +1,9 @@
-# As mingw-w64.toolchain.cmake, compiled by Clang: a second opinion on the Windows side. The system's headers and
-# libraries, and the C++ library stay MinGW-w64's, so what GCC has built can be linked.
+# Like mingw-w64.toolchain.cmake, but Clang compiles. The headers and libraries of the system and of C++ are those of
+# MinGW-w64, so that libraries built by GCC can be linked.
 include(${CMAKE_CURRENT_LIST_DIR}/mingw-w64.toolchain.cmake)
 
-# Clang wants a root with GCC's folders as GCC names them: below /usr it would find the native headers too, and
-# Debian's folder "12-posix" is no version to it.
+# Creates a folder tree with GCC's layout for Clang. Clang cannot use /usr: it would find the native headers there, and
+# it does not accept the name of Debian's folder "12-posix" as a version.
 execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libgcc.a
   OUTPUT_VARIABLE vu_libgcc OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND ${CMAKE_CXX_COMPILER} -dumpfullversion
@@ -14,7 +14,7 @@ file(MAKE_DIRECTORY ${vu_root}/lib/gcc/${vu_triplet})
 file(CREATE_LINK /usr/${vu_triplet} ${vu_root}/${vu_triplet} SYMBOLIC)
 file(CREATE_LINK ${vu_gcc_folder} ${vu_root}/lib/gcc/${vu_triplet}/${vu_gcc_version} SYMBOLIC)
 
-# It knows its runtime DLLs, and builds programs outside of this project (tests/consumer, tests/border).
+# GCC locates its runtime DLLs and builds the programs outside this project (tests/consumer, tests/border).
 set(VU_OUTSIDE_COMPILER ${CMAKE_CXX_COMPILER})
 set(CMAKE_C_COMPILER clang)
 set(CMAKE_CXX_COMPILER clang++)
@@ -26,8 +26,8 @@ foreach(tool IN ITEMS ar ranlib nm strip objdump objcopy dlltool)
   set(${name} /usr/bin/${vu_triplet}-${tool})
 endforeach()
 
-# GCC's C++ library emulates thread-local variables; both sides have to.
+# GCC's C++ library uses emulated thread-local variables, so the code must use them as well.
 set(CMAKE_CXX_FLAGS_INIT -femulated-tls)
-# GNU's linker takes the functions that Clang puts aside as unlikely for two of one name.
+# lld, because GNU's linker reports duplicate symbols for the unlikely code that Clang puts in separate sections.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-pthread -fuse-ld=lld")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-pthread -fuse-ld=lld")

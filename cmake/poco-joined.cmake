@@ -1,6 +1,6 @@
-# Read by POCO's own project() when it is built for Windows (scripts/poco-mingw.sh): Foundation's sources are
-# compiled a dozen at a time, which takes a quarter of the time. Those stay alone that are C, or that say
-# something to themselves in a word that others use too: a singleton "sh", a "mutex", macros.
+# Included by POCO's project() in scripts/poco-mingw.sh, which compiles twelve sources of Foundation as one. That takes
+# a quarter of the time. Sources in C stay separate, and sources that define a name which others define as well: a
+# singleton "sh", a "mutex", macros.
 function(vu_keep_apart)
   file(GLOB sources ${CMAKE_SOURCE_DIR}/Foundation/src/*.cpp)
   file(GLOB apart ${CMAKE_SOURCE_DIR}/Foundation/src/*.c)

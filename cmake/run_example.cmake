@@ -1,9 +1,9 @@
-# Runs an example and holds its exit code and its output against what they should be.
+# Runs an example and checks its exit code and its output.
 #
 #   cmake -D PROGRAM=<file> [-D EMULATOR=<command>] -D CODE=<exit code> -D TEXT=<part of the output>
 #         -D LOG=<file> [-D FRESH=<folder>] [-D ARGUMENTS=<list>] -P run_example.cmake
 #
-# The output goes through the file LOG: what an example leaves running may hold a pipe open.
+# The output goes to the file LOG, because a process that outlives the example would keep a pipe open.
 
 cmake_minimum_required(VERSION 3.25)
 
@@ -17,7 +17,7 @@ execute_process(COMMAND ${EMULATOR} ${PROGRAM} ${folder} ${ARGUMENTS}
 file(READ ${LOG} output)
 string(FIND "${output}" "${TEXT}" at)
 if(NOT code STREQUAL CODE OR at EQUAL -1)
-  message(FATAL_ERROR "the exit code is ${code}, wanted is ${CODE} with \"${TEXT}\":\n${output}")
+  message(FATAL_ERROR "the exit code is ${code}, expected ${CODE} and the text \"${TEXT}\" in this output:\n${output}")
 endif()
 if(FRESH)
   message(STATUS "${output}")

@@ -1,10 +1,10 @@
-# Runs one GoogleTest program, or one shard of it, and fails also when no case ran.
+# Runs one GoogleTest program, or one shard of it. Fails when a case fails or when no case ran.
 #
 #   cmake -D PROGRAM=<file> [-D EMULATOR=<command>] -D REPORTS=<folder>
 #         [-D SHARDS=<n> -D SHARD=<i>] [-D LIMIT=<seconds>] [-D LIST_ONLY=ON] -P run_gtest.cmake
 #
-# An exit code of 0 alone is no proof: a program that leaves early, or whose cases are all filtered
-# away, has it too. The report that GoogleTest writes at its very end names the cases that ran.
+# Exit code 0 alone does not prove that cases ran: a program that exits early or filters out all cases returns it too.
+# Therefore this script counts the cases in the report, which GoogleTest writes at the end.
 
 cmake_minimum_required(VERSION 3.25)
 
@@ -34,7 +34,7 @@ if(LIMIT)
   set(limit TIMEOUT ${LIMIT})
 endif()
 string(REPLACE ".xml" ".log" log ${report})
-# Relative, so that it means the same to a Windows program and to us.
+# A relative path is the same for a Windows program and for CMake.
 execute_process(
   COMMAND ${EMULATOR} ${PROGRAM} --gtest_output=xml:${report} --gtest_color=no
   WORKING_DIRECTORY ${REPORTS}
@@ -42,7 +42,7 @@ execute_process(
   RESULT_VARIABLE result
   ${limit})
 
-# A program of five hundred cases says a lot; a failure has to be found in it.
+# After a failure only the relevant part of the output is shown.
 file(READ ${REPORTS}/${log} said)
 if(NOT EXISTS ${REPORTS}/${report})
   string(LENGTH "${said}" length)
@@ -51,7 +51,7 @@ if(NOT EXISTS ${REPORTS}/${report})
     string(SUBSTRING "${said}" ${begin} -1 said)
   endif()
   message(NOTICE "${said}")
-  message(FATAL_ERROR "${name} ended without a report (${result}); its last words are above")
+  message(FATAL_ERROR "${name} ended without a report (${result}): see the end of its output above")
 endif()
 file(READ ${REPORTS}/${report} text)
 string(REGEX MATCHALL "<testcase [^>]*status=\"run\"" ran "${text}")

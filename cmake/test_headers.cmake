@@ -1,6 +1,6 @@
-# The exported headers as the tests that look inside see them: a class below has its test peer for a friend
-# (tests/support/storage_peer.h, index_peer.h). The headers that are shipped name no such friend, since any
-# program could define it.
+# Writes copies of the exported headers for tests of internal functions. In these copies two classes have a test peer
+# as a friend (tests/support/storage_peer.h, index_peer.h). The shipped headers name no such friend, because any program
+# could define it.
 
 set(vu_test_include ${PROJECT_BINARY_DIR}/test-include)
 
@@ -14,7 +14,7 @@ function(vu_test_header header)
     string(FIND "${text}" "${begin}" at)
     string(FIND "${text}" " private:\n" private REVERSE)
     if(at EQUAL -1 OR private LESS at)
-      message(FATAL_ERROR "${header} has no class ${ARGV1} with a private part")
+      message(FATAL_ERROR "${header} has no class ${ARGV1} with a private part: update cmake/test_headers.cmake")
     endif()
     string(LENGTH " private:\n" length)
     math(EXPR behind "${private} + ${length}")
@@ -22,7 +22,6 @@ function(vu_test_header header)
     string(SUBSTRING "${text}" ${behind} -1 tail)
     set(text "${head}  friend struct ${ARGV2};\n${tail}")
   endif()
-  # Written when it differs only, so that nothing is compiled in vain.
   file(GENERATE OUTPUT ${vu_test_include}/${header} CONTENT "${text}")
 endfunction()
 

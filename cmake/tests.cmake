@@ -1,16 +1,15 @@
 # The test programs and how CTest runs them.
 #
-# Natively every case is a test of its own, in a process of its own. A cross-built program starts too
-# slowly for that: it runs whole, cut into as many shards as the program's entry here says. A program
-# or a shard that ran no case fails either way.
+# Natively each case is a separate CTest test with a separate process. A cross-built program starts too slowly for
+# that, so it runs as a few shards; their number is the argument SHARDS. A program or shard that runs no case fails.
 
 include(GoogleTest)
 
 set(vu_test_folder ${PROJECT_BINARY_DIR}/test-runs)
 file(MAKE_DIRECTORY ${vu_test_folder})
 
-# Native cases of most programs make their folders in memory, which is a file system too: on a disk they wait for
-# it, and take twice as long. "api" and "multi" work on the disk, as do the kills and cuts of the long runs.
+# Native cases of most programs create their folders in /dev/shm: on a disk they take twice as long. The programs
+# api_tests and multi_tests use the disk, and so do the reliability suites that kill processes or cut the power.
 set(vu_test_memory)
 if(UNIX)
   execute_process(COMMAND test -d /dev/shm -a -w /dev/shm RESULT_VARIABLE vu_no_memory)
@@ -21,8 +20,8 @@ endif()
 
 # vu_test_program(<name> SOURCES <file...> LINK <target...> SHARDS <n> TIMEOUT <seconds per case> COST <n>
 #                 [LABELS <label...>] [ON_DISK])
-# SHARDS: so many that none takes more than some seconds. COST: what costs most begins first, so that no test
-# runs on alone at the end.
+# SHARDS: choose a number with which no shard takes more than some seconds. COST: CTest starts the tests of the highest
+# cost first, so that no long test runs alone at the end.
 function(vu_test_program name)
   cmake_parse_arguments(arg "ON_DISK" "SHARDS;TIMEOUT;COST" "SOURCES;LINK;LABELS" ${ARGN})
   if(NOT arg_SOURCES)
@@ -55,7 +54,7 @@ function(vu_test_program name)
     if(arg_ON_DISK)
       set(where)
     endif()
-    # The cases are asked for when CTest starts; a program that has none must not go unnoticed.
+    # CTest reads the list of cases at its start. The test "has_cases" fails when the list is empty.
     gtest_discover_tests(${name}
       DISCOVERY_MODE PRE_TEST
       NO_PRETTY_TYPES
