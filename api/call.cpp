@@ -12,7 +12,7 @@
 namespace api {
 namespace {
 
-/// How a save that could not begin is told: by a warning, since other operations go on.
+/// The start of the warning for a save that could not begin. It counts as a failure here.
 constexpr std::string_view kNotSaved = "STGIndex::~STGIndex(): Unable to create/update index.dat";
 
 std::string_view without_line_end(std::string_view text) {
@@ -27,7 +27,7 @@ std::string_view without_line_end(std::string_view text) {
 struct ThreadState {
   Problem problem;
   Call* call = nullptr;
-  trace::Listener** listener = nullptr;  ///< where the thread's stands
+  trace::Listener** listener = nullptr;  ///< the place of the thread's listener
 };
 static_assert(std::is_trivially_destructible_v<ThreadState>);
 
@@ -41,7 +41,7 @@ Problem& last_problem() noexcept { return t_state.problem; }
 
 void Problem::copy(Text& to, std::string_view from) noexcept {
   std::size_t size = std::min(from.size(), kRoom - 1);
-  // Not within a character.
+  // Never cut within a UTF-8 character.
   if (size < from.size()) {
     while (size != 0 && (static_cast<unsigned char>(from[size]) & 0xC0U) == 0x80U) --size;
   }
@@ -98,7 +98,7 @@ void Call::limit_waiting(std::int64_t wait_ms) noexcept {
 void Call::hear(vu_host::trace_event event, std::string_view text) noexcept {
   const bool is_error = event == vu_host::trace_event::error;
   if (is_error || text.starts_with(kNotSaved)) ++m_failures;
-  // The first failure is the cause of what follows; a warning counts until there is one.
+  // The first error is the cause of all others. The first warning is kept until an error comes.
   if (m_has_error || (!is_error && m_state.problem.has_text())) return;
   m_has_error = is_error;
   m_state.problem.set_text(without_line_end(text));
@@ -110,7 +110,7 @@ void Call::hear_failure(std::string_view path, std::int32_t code) noexcept {
   try {
     m_state.problem.set_path(os::native_form(std::string(path)));
   } catch (...) {
-    // The rest is told without the path.
+    // Reported without the path.
   }
   set_system(code);
 }
@@ -119,7 +119,7 @@ void Call::set_system(std::int32_t code) noexcept {
   try {
     m_state.problem.set_system(code, vu_utf8string(os::error_text_wide(code)).str());
   } catch (...) {
-    // The code is told without its words.
+    // Reported without the text of the code.
     m_state.problem.set_system(code, {});
   }
 }
@@ -142,7 +142,7 @@ Pause::~Pause() {
 }
 
 vu_status Call::end(vu_status status) noexcept {
-  // Whatever an operation made of the missing lock.
+  // An operation may report the missing lock as something else.
   if (m_limit && LockLimit::passed()) status = VU_LOCK_TIMEOUT;
   if (status == VU_DONE) {
     m_state.problem.clear(m_operation);
@@ -154,7 +154,7 @@ vu_status Call::end(vu_status status) noexcept {
 }
 
 vu_status Call::end(const Refusal& refusal) noexcept {
-  // Texts of the library are kept where they say more.
+  // A refusal without a text keeps the text of the trace.
   if (!refusal.text.empty()) {
     m_state.problem.clear(m_operation);
     m_state.problem.set_text(refusal.text);
@@ -195,7 +195,7 @@ vu_status Call::end_by_exception() noexcept {
 void check_size(const void* structure, std::size_t told, std::size_t known) {
   require(told >= known, "the size of a structure is not set");
   const auto* const bytes = static_cast<const unsigned char*>(structure);
-  // No structure of a later version is as large as that.
+  // No later structure is that much larger: this size was never set.
   require(told <= known + 4096, "the size of a structure is not set");
   require(std::all_of(bytes + known, bytes + told, [](unsigned char byte) { return byte == 0; }),
           "a structure of a later version asks for what this library does not know");

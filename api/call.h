@@ -12,19 +12,20 @@
 #include "vu/storage.h"
 
 /// @file
-/// The frame of every call of the C interface: nothing leaves it but a status, and the reason stays
-/// behind for vu_last_error().
+/// The frame of every call of the C interface. A call returns only a status; the frame keeps the
+/// reason for vu_last_error().
 namespace api {
 
-/// Ends a call with a status and a reason. Thrown and caught inside this room alone.
+/// Ends a call with a status and a reason. Thrown and caught only in this folder.
 struct Refusal {
   vu_status status;
-  std::string text;  ///< empty to keep what was heard
+  std::string text;  ///< empty to keep the text of a trace
   std::string path;
-  std::int32_t code = 0;  ///< the system's
+  std::int32_t code = 0;  ///< the system's error code
 };
 
-/// What the calling thread's last call came to. Fixed memory, so that a lack of it can be told.
+/// The result of the calling thread's last call. It allocates nothing, and so can report
+/// VU_NO_MEMORY.
 class Problem {
  public:
   static constexpr std::size_t kRoom = 1024;
@@ -50,13 +51,12 @@ class Problem {
   Text m_words = "";
 };
 
-/// The calling thread's.
 Problem& last_problem() noexcept;
 
 /// The thread's last problem, and its innermost call.
 struct ThreadState;
 
-/// One call: hears what the library traces on this thread meanwhile.
+/// One call. During its life it receives what the library traces on its thread.
 class Call final : public trace::Listener {
  public:
   explicit Call(const char* operation) noexcept;
@@ -70,21 +70,22 @@ class Call final : public trace::Listener {
   const char* operation() const { return m_operation; }
   /// The innermost call of this thread.
   static Call& current() noexcept;
-  /// From here to the end of the call its waits take so long at most, not 0; see vu_settings.
+  /// Limits the sum of the waits from here to the end of the call. @param wait_ms not 0; see
+  /// vu_settings.
   void limit_waiting(std::int64_t wait_ms) noexcept;
-  /// Ends that limit: what became of the call is known, whatever was not obtained.
+  /// Ends that limit, so that a missing lock no longer makes the status VU_LOCK_TIMEOUT.
   void wait_no_more() noexcept;
-  /// Whether something failed that the operation did not answer for.
+  /// Whether a failure was traced; the operation may have returned success.
   bool heard_failure() const { return m_failures != 0; }
   unsigned failures() const { return m_failures; }
-  /// The same, or the system has refused something that the operation went on without.
+  /// The same, or the system refused something and the operation continued.
   bool heard_refusal() const { return m_failures != 0 || m_refusals != 0; }
-  /// What was heard so far counts no more.
+  /// Drops all failures and refusals so far.
   void forget() noexcept;
-  /// Keeps the status of the call, and a reason where nothing was heard.
+  /// Stores the status of the call, and a reason if there is none yet. @return the final status.
   vu_status end(vu_status status) noexcept;
   vu_status end(const Refusal& refusal) noexcept;
-  /// For the exception that is being handled.
+  /// The same for the exception that is being handled.
   vu_status end_by_exception() noexcept;
 
  private:
@@ -100,8 +101,8 @@ class Call final : public trace::Listener {
   std::optional<LockLimit> m_limit;
 };
 
-/// While a callback runs: what the calls that it may make come to is theirs, and forgotten with
-/// this object. What was heard before is kept.
+/// Exists while a callback runs: the results of calls that the callback makes do not replace the
+/// problem of the outer call.
 class Pause {
  public:
   Pause() noexcept {
@@ -115,7 +116,7 @@ class Pause {
   std::optional<Problem> m_heard;
 };
 
-/// Runs the body of a call, which gives back a status or throws, and may take the call.
+/// Runs the body of a call. The body returns a status or throws; it may take the Call&.
 template <class Body>
 vu_status run(const char* operation, Body&& body) noexcept {
   Call call(operation);
@@ -130,7 +131,7 @@ vu_status run(const char* operation, Body&& body) noexcept {
   }
 }
 
-/// Throws unless a pointer that has to lead somewhere does.
+/// Throws Refusal VU_USAGE if a required pointer is null.
 inline void require(const void* pointer, const char* what) {
   if (pointer == nullptr) throw Refusal{VU_USAGE, std::string(what) + " is null", {}};
 }
@@ -142,16 +143,17 @@ void require_callback(Function* callback) {
   if (callback == nullptr) throw Refusal{VU_USAGE, "the callback is null", {}};
 }
 
-/// Checks the size that a caller has set in a structure, and that what this library does not know
-/// of it is zero.
+/// Checks the `struct_size` of a caller, and that the bytes that this library does not know are
+/// zero. @throws Refusal
 void check_size(const void* structure, std::size_t told, std::size_t known);
 
-/// VU_DONE, or what went wrong on the way although the operation did not say so.
+/// VU_DONE; VU_PARTLY_DONE if something was refused although the operation returned success.
 vu_status done_unless_told();
-/// The status of an operation that has said no: out of time, failed, or @p otherwise with @p text.
+/// The status of an operation that returned no success: VU_FAILED if a failure was traced.
+/// @throws Refusal with @p otherwise and @p text if none was.
 vu_status failed_or(vu_status otherwise, const char* text, const std::string& path = {});
 
-/// Gives a text out by the rule of all texts.
+/// Returns a text in the caller's buffer, as the head of vu/storage.h says.
 vu_status give_text(std::string_view text, char* buffer, std::size_t room, std::size_t* size);
 
 }  // namespace api

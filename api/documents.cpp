@@ -11,7 +11,7 @@
 #include "stg_index.h"
 #include "vu_storage.h"
 
-// Questions about documents, reading them whole, and removing them.
+// Checking, describing, reading and removing documents.
 
 namespace api {
 namespace {
@@ -35,7 +35,7 @@ vu_status read_into(const Store& store, const vu_document* document, void* buffe
   *size = there;
   if (buffer == nullptr) return VU_DONE;
   if (room < there) throw Refusal{VU_TOO_SHORT, "the buffer is too short", {}};
-  // Nobody writes the file while it is locked.
+  // The lock keeps writers out: the size is still right.
   *size = there != 0 ? read_into(file, buffer, there) : 0;
   return VU_DONE;
 }
@@ -75,7 +75,7 @@ vu_status remove(const Address& given) {
   wait_for_index(place.folder);
   vu_storage::RemoveFile(address.owner, address.name, address.type, address.version);
   if (LockLimit::passed() && !vu_file::exists(place.path())) {
-    // Somebody has taken the lock since: the entry leads nowhere, and the next save drops it.
+    // Another program took the lock in between. The dangling entry stays until the next save.
     Call::current().wait_no_more();
     throw Refusal{VU_PARTLY_DONE, "its entry in the index stays until the next change", {}};
   }

@@ -10,7 +10,7 @@
 namespace api::handles {
 namespace {
 
-/// The state of an entry in one number: how often it was given out, its kind, who uses it.
+/// The state of a slot in one number: generation, kind, number of users.
 struct State {
   std::uint32_t generation;
   Kind kind;
@@ -30,12 +30,12 @@ struct Slot {
   std::unique_ptr<Object> object;
 };
 
-/// A handle is odd: no address of an object is.
+/// A handle is an odd number; the address of an object never is.
 constexpr unsigned kSlotBits = 20;
 constexpr std::size_t kInBlock = 1024;
 constexpr std::size_t kBlocks = (std::size_t{1} << kSlotBits) / kInBlock;
 
-/// Blocks are made when they are needed, and stay: whoever looks a handle up takes no lock.
+/// Blocks are created on demand and never freed, so that a lookup needs no lock.
 constinit std::array<std::atomic<Slot*>, kBlocks> g_blocks{};
 
 struct FreePlaces {
@@ -45,7 +45,7 @@ struct FreePlaces {
 };
 
 FreePlaces& free_places() {
-  // Never destroyed: programs close streams in destructors of their own.
+  // Never destroyed: destructors of static objects may still close streams.
   static auto* const all = new FreePlaces;
   return *all;
 }
@@ -69,11 +69,11 @@ std::uint64_t number_of(const void* handle) {
   return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(handle));
 }
 
-/// The place that was given back last, for whoever opens and closes in turn: no lock is taken.
+/// The place that was freed last. Opening and closing in turn needs no lock.
 constexpr std::uint32_t kNoPlace = ~std::uint32_t{0};
 constinit std::atomic<std::uint32_t> g_last_place = kNoPlace;
 
-/// A place that nobody has.
+/// A free place.
 std::uint32_t free_place() {
   const std::uint32_t last = g_last_place.exchange(kNoPlace, std::memory_order_acquire);
   if (last != kNoPlace) return last;
@@ -81,7 +81,7 @@ std::uint32_t free_place() {
   const std::lock_guard lock(all.mutex);
   if (all.places.empty()) {
     if (all.blocks == kBlocks) throw std::bad_alloc();
-    // So much that giving places back never needs memory.
+    // Enough that give_place_back() never allocates.
     all.places.reserve((all.blocks + 1) * kInBlock);
     g_blocks[all.blocks].store(new Slot[kInBlock], std::memory_order_release);
     const auto first = static_cast<std::uint32_t>(all.blocks++ * kInBlock);

@@ -5,18 +5,18 @@
 #include <utility>
 
 /// @file
-/// The table behind the handles of the C interface. A handle is the place and the generation of an
-/// entry, never an address: one that is closed, forged or of another kind is recognised.
+/// The table of the handles of the C interface. A handle is the place and the generation of a slot,
+/// not an address. So a closed handle, an invalid one and one of another kind are recognised.
 namespace api {
 
 enum class Kind : std::uint8_t { kFree = 0, kStore, kStream };
 
 enum class Sharing : std::uint8_t {
-  kShared,     ///< any number of threads at once
-  kExclusive,  ///< one at a time
+  kShared,     ///< any number of calls at once
+  kExclusive,  ///< one call at a time
 };
 
-/// What a handle leads to.
+/// The object of a handle.
 class Object {
  public:
   virtual ~Object() = default;
@@ -26,17 +26,17 @@ namespace handles {
 
 enum class Found : std::uint8_t { kYes, kNone, kBusy };
 
-/// Enters an object. @throws std::bad_alloc also when a million handles are open.
+/// Adds an object and returns its handle. @throws std::bad_alloc also at 1,048,576 open handles.
 void* add(Kind kind, std::unique_ptr<Object> object);
-/// Marks the handle's object as used. @p object is set when it was found, and must be given back.
+/// Marks the object as used. If it was found, @p object is set, and give_back() must follow.
 Found acquire(const void* handle, Kind kind, Sharing sharing, Object*& object) noexcept;
 void give_back(const void* handle) noexcept;
-/// Ends a handle that nobody uses, and hands its object out.
+/// Closes a handle that no call uses, and returns its object.
 Found take_out(const void* handle, Kind kind, std::unique_ptr<Object>& object) noexcept;
 
 }  // namespace handles
 
-/// The use of a handle's object during one call.
+/// Uses the object of a handle during one call.
 class Use {
  public:
   Use(const void* handle, Kind kind, Sharing sharing) noexcept

@@ -8,7 +8,7 @@
 
 namespace api {
 
-/// What the system tells of a version's file; -1 where it does not.
+/// Size and times of a version's file; -1 if the system cannot tell.
 inline vu_info info_of(const std::string& path, std::int64_t version) {
   vu_info info = VU_INFO_INIT;
   info.version = version;

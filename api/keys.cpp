@@ -11,7 +11,7 @@
 #include "storage/key_text.h"
 #include "vu_storage.h"
 
-// Key files and profiles. A change holds the file's lock from the read to the write.
+// Key files and profiles. A change holds the lock of the file from reading to writing.
 
 namespace api {
 namespace {
@@ -105,7 +105,8 @@ vu_status each(const KeyFile& from, vu_line_visitor visit, void* context) {
   return VU_DONE;
 }
 
-/// The lines with a new value for a name, or without it; nothing when that changes nothing.
+/// The lines with a new value for a name, or, without a value, without the lines of that name.
+/// @return nothing if there is no line to remove.
 std::optional<STG::NameValueSeq> changed(const STG::NameValueSeq& lines, const std::string& name,
                                          const std::optional<std::string>& value) {
   STG::NameValueSeq result;
@@ -134,14 +135,14 @@ vu_status change(const KeyFile& of, const std::string& name,
     Place before;
     existed = find(of.address, before);
     place.file = STGIndex::create(place.folder, of.address.name, 0);
-    // No entry names a new file then, so that it would be adopted.
+    // No entry names the new file. It would be adopted as an orphan.
     if (LockLimit::passed() && !existed) vu_file::remove(place.path());
     if (LockLimit::passed()) throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
   }
   vu_file file;
   file.open(place.folder, place.file, vu_file_base::o_append);
   if (!file.is_locked()) throw Refusal{VU_FAILED, "the lock was not granted", {}};
-  // A new file may have got a name under which a file of nobody's lay.
+  // A new file may have the physical name of an orphan: its old lines are ignored.
   const STG::NameValueSeq before =
       existed ? lines_of(read_to_end(file).view()) : STG::NameValueSeq();
   const auto lines = changed(before, name, value);

@@ -11,7 +11,7 @@
 #include "platform/os/os.h"
 #include "vu_storage.h"
 
-// Lists by callbacks. No lock is held while one runs, and no list is made of documents.
+// Lists by callbacks. No lock is held during a callback; documents are not copied into a list.
 
 namespace api {
 namespace {
@@ -37,7 +37,7 @@ std::vector<std::string> subfolders_of(const std::string& folder) {
   return names;
 }
 
-/// Buckets are named by numbers of eight digits or more.
+/// The name of a bucket is a number of eight digits or more.
 bool is_bucket_name(std::string_view name) {
   return name.size() >= 8 && name.find_first_not_of("0123456789") == std::string_view::npos;
 }

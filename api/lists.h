@@ -7,15 +7,15 @@
 
 namespace api {
 
-/// The owners with a folder in an area, as the library names them; one, "_", where they share it.
+/// The owners with a folder in an area, in the narrow encoding; only "_" if they share it.
 std::vector<std::string> owners_in(const Store& store, STG::RepositoryType type);
-/// The folders with indexes of an owner in an area.
+/// The folders of documents of an owner in an area: one, or the hash buckets.
 std::vector<std::string> folders_of(const Store& store, STG::RepositoryType type,
                                     const std::string& owner);
-/// An owner for the caller: empty where owners share folders.
+/// An owner for the caller, UTF-8: empty where owners share folders.
 std::string told_owner(const Store& store, const std::string& owner);
 
-/// Calls a callback. @throws Refusal VU_INTERRUPTED unless it goes on.
+/// Calls a callback. @throws Refusal VU_INTERRUPTED unless it returns 0.
 template <class Callback>
 void go_on(const Callback& callback) {
   std::int32_t answer = 0;

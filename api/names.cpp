@@ -12,7 +12,7 @@
 #include "vu_file.h"
 #include "vu_i18n.h"
 
-// Names on their way in and out: the guard, and the encoding.
+// Names passed in and out: the guard and the encoding.
 
 namespace api {
 namespace {
@@ -23,7 +23,7 @@ enum Character : std::uint8_t {
   kPattern = 2,
   kLineEnd = 4,
   kColon = 8,
-  kForeign = 16,  ///< no ASCII
+  kForeign = 16,  ///< not ASCII
 };
 
 constexpr auto kCharacters = [] {
@@ -36,14 +36,14 @@ constexpr auto kCharacters = [] {
   return table;
 }();
 
-/// Of the other systems "/" is the separator itself.
+/// On the other systems the native separator is "/".
 bool is_windows() {
   static const bool is = os::native_form("/") != "/";
   return is;
 }
 
-/// Whether two names may be one to a file system that makes no difference between the cases of a
-/// letter. Letters beyond ASCII are taken for equal.
+/// Whether two names may be the same file. On Windows case does not matter, and two characters that
+/// are not ASCII are taken as equal.
 bool may_be_one_file(std::string_view a, std::string_view b) {
   if (!is_windows()) return a == b;
   const auto fold = [](char c) {
@@ -55,7 +55,7 @@ bool may_be_one_file(std::string_view a, std::string_view b) {
                     [&](char x, char y) { return fold(x) == fold(y); });
 }
 
-/// Whether Windows takes a name for that of a device, whatever its extension.
+/// Whether a name is a device on Windows, with any extension: "nul.txt".
 bool is_device(std::string_view name) {
   std::string stem(name.substr(0, name.find('.')));
   while (stem.ends_with(' ')) stem.pop_back();
@@ -72,14 +72,14 @@ std::uint8_t characters_of(std::string_view name) {
   return found;
 }
 
-/// Why a name means something else than a name on Windows; null when it does not.
+/// Why a name is not a plain file name on Windows; null if it is one.
 const char* why_no_windows_name(std::string_view name, std::uint8_t characters) {
   if ((characters & kColon) != 0) return "it holds a colon";
   if (name.ends_with('.') || name.ends_with(' ')) return "it ends with a dot or a blank";
   return is_device(name) ? "it is a device" : nullptr;
 }
 
-/// Why a name means something else than a name; null when it does not.
+/// Why a name is not a plain file name; null if it is one.
 const char* why_refused(std::string_view name, std::uint8_t characters) {
   if (name.empty()) return "it is empty";
   if ((characters & (kSeparator | kPattern | kLineEnd)) != 0) {
@@ -94,11 +94,11 @@ const char* why_refused(std::string_view name, std::uint8_t characters) {
     return "it is a name of the index itself";
   if (name.front() == '.' && name.starts_with(kStagedPrefix))
     return "it is a name for versions on their way";
-  // A name is looked for in its folder as well, and Windows reads more into it there.
+  // The library also looks for a file with this name; Windows gives more names a meaning.
   return is_windows() ? why_no_windows_name(name, characters) : nullptr;
 }
 
-/// Whether a name may be that of a file, or of a folder of parts, that the library has made.
+/// Whether the name may be that of a file, or of a folder of parts, that the library created.
 bool may_be_made_here(std::string_view name) {
   constexpr std::size_t kDigits = 8;
   return name.size() >= kDigits &&
@@ -109,7 +109,7 @@ bool may_be_made_here(std::string_view name) {
   throw Refusal{VU_REFUSED, std::string(what) + " is refused: " + why, std::string(name)};
 }
 
-/// @return what the name is made of. @throws Refusal
+/// @return the characters in the name. @throws Refusal if the guard refuses the name
 std::uint8_t guarded(const Store& store, const char* what, std::string_view name) {
   const std::uint8_t characters = characters_of(name);
   if (store.guard == Guard::kOff) return characters;
@@ -131,7 +131,7 @@ std::string narrow(const char* what, std::string_view text, std::uint8_t charact
 STG::RepositoryType type_of(std::int32_t area) {
   switch (area) {
     case VU_AREA_USER:
-      // The type whose removals also drop the lines of "attribut.txt".
+      // With this type a removal also drops lines of "attribut.txt".
       return STG::UserFilesRepository;
     case VU_AREA_DOCS:
       return STG::CorporateRepository;
@@ -143,7 +143,7 @@ STG::RepositoryType type_of(std::int32_t area) {
 }
 
 std::string owner_of(const Store& store, const char* owner) {
-  // Some operations do nothing for an empty owner, also where owners share the folders.
+  // Some operations do nothing for an empty owner, even where owners share the folders.
   constexpr const char* kNone = "_";
   const bool is_named = owner != nullptr && *owner != '\0';
   if (!is_named && !store.owners_have_folders) return kNone;
@@ -159,7 +159,7 @@ std::string entry_of(const Store& store, const char* text) {
   const bool is_foreign = (guarded(store, "the name", name) & kForeign) != 0;
   require(!name.empty(), "the name is empty");
   if (!is_foreign) return std::string(name);
-  // The index keeps the name as it is; only its extension is part of a file's name.
+  // The index stores the name unchanged. Only its extension becomes part of a file name.
   const std::string_view extension = index_format::extension_of(name);
   if (narrow("the extension", extension, characters_of(extension)) != extension)
     throw Refusal{VU_NO_NAME, "the extension is not the same in the code page of the process",

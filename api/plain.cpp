@@ -6,14 +6,14 @@
 #include "platform/host/trace.h"
 #include "vu/storage.h"
 
-// What needs no store: versions, the last error, memory, traces.
+// Calls without a store: versions, the last error, memory, traces.
 
 namespace {
 
 #define VU_TEXT_OF(number) #number
 #define VU_DOTTED(major, minor, patch) VU_TEXT_OF(major) "." VU_TEXT_OF(minor) "." VU_TEXT_OF(patch)
 
-/// Tells every trace to a callback.
+/// Passes every trace to a callback.
 class CallbackSink final : public vu_host::trace_sink {
  public:
   CallbackSink(vu_trace_sink sink, void* context, std::int32_t level) noexcept
@@ -60,8 +60,8 @@ class CallbackSink final : public vu_host::trace_sink {
   std::int32_t m_level;
 };
 
-/// Sinks stay in memory: a record may be under way in an earlier one. Whoever switches between a
-/// few gets the same ones again.
+/// Sinks are never freed: a thread may still be inside an earlier one. The same arguments get the
+/// same sink again.
 CallbackSink* kept_sink(vu_trace_sink sink, void* context, std::int32_t level) {
   static std::mutex mutex;
   static auto* const all = new std::list<CallbackSink>;
@@ -109,7 +109,7 @@ const char* vu_status_name(vu_status status) {
 }
 
 vu_status vu_last_error(vu_error* error) {
-  // No call of its own: it would take the place of the one that is asked about.
+  // Not run() as a call: that would clear the result to report.
   if (error == nullptr || error->struct_size < sizeof *error) return VU_USAGE;
   api::last_problem().tell(*error);
   return VU_DONE;

@@ -4,7 +4,7 @@
 
 namespace api {
 
-/// How names begin under which versions wait for their own; lists pass them over.
+/// The prefix of the temporary names of versions that are being stored; lists skip them.
 inline constexpr std::string_view kStagedPrefix = ".vu-storing-";
 
 }  // namespace api

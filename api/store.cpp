@@ -15,7 +15,7 @@
 #include "vu_fileutf8.h"
 #include "vu_storage.h"
 
-// Opening and closing a store, and where things are in it.
+// Opening and closing a store; finding folders and versions in it.
 
 namespace api {
 
@@ -58,7 +58,7 @@ bool find_folder(const Address& address, bool create, std::string& folder) {
                                                     folder, create))
       return true;
     if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
-    // The first folder on the way that it did not find.
+    // `folder` is now the first folder that it did not find.
     if (!is_there(folder)) return false;
   }
   throw Refusal{VU_FAILED, "the folder is there now and then", told_path(folder)};
@@ -83,7 +83,7 @@ bool find(const Address& address, Place& place) {
   };
   if (look()) return true;
   if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
-  // A folder that the system did not tell of looks like one that is missing.
+  // If the system could not tell, the folder looked missing: check it and try again.
   std::string folder;
   return find_folder(address, false, folder) && look();
 }
@@ -106,8 +106,8 @@ namespace {
 constexpr std::uint32_t kSettingsFlags =
     VU_MAKE_ROOT | VU_SHARED_FOLDERS | VU_NO_ADOPTION | VU_NO_GUARD;
 
-/// Makes a folder and its missing parents. createDirR() would make those of a share below the
-/// current folder, and those of a path with the prefix for long ones not at all.
+/// Creates a folder and its missing parents. Not by createDirR(): it would create the folders of a
+/// network path in the current folder, and fail for a path with the prefix for long paths.
 void make_folders(const std::string& path) {
   std::vector<std::string> missing;
   std::string folder = path;
@@ -116,12 +116,12 @@ void make_folders(const std::string& path) {
     const std::size_t end = folder.find_last_of('\\');
     folder.resize(end == std::string::npos ? 0 : end);
   }
-  // Whether that was enough is asked by the caller.
+  // The caller checks the result.
   for (auto each = missing.rbegin(); each != missing.rend(); ++each)
     vu_fileutf8::createDir(vu_utf8string(*each));
 }
 
-/// The absolute form of the root, as the library writes paths.
+/// The absolute form of the root, with backslashes.
 std::string root_of(const vu_settings& settings) {
   vu_utf8string root(settings.root);
   require(!root.empty(), "the root is empty");
@@ -136,7 +136,7 @@ std::string root_of(const vu_settings& settings) {
   return path_of(path.c_str());
 }
 
-/// Takes the storage in force, which has to be what is asked for.
+/// Joins the storage that is open. @throws Refusal if its root or layout is another.
 vu_status join(const vu_settings& settings, const std::string& root) {
   if (!StorageGate::initialised()) throw Refusal{VU_NO_TREE, "no storage was opened yet", {}};
   const std::string& in_force = vu_storage::getStoragePath();
@@ -158,7 +158,7 @@ vu_status start(const vu_settings& settings) {
                                                    (settings.flags & VU_NO_ADOPTION) == 0);
   if (!StorageGate::initialised()) return failed_or(VU_FAILED, "the storage cannot be initialised");
   if (!is_mine) return join(settings, root);
-  // Required: a folder that cannot be made counts as success there.
+  // Required: initRootStorage() returns true also if it could not create a folder.
   if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
   return VU_DONE;
 }

@@ -13,24 +13,24 @@ namespace api {
 
 enum class Guard : std::uint8_t { kOn, kOff };
 
-/// What a handle of a store leads to: the settings of whoever opened it.
+/// The object of a store handle: the settings of its vu_open_store().
 struct Store final : Object {
   Guard guard = Guard::kOn;
   bool owners_have_folders = true;
   std::int64_t wait_ms = 0;
 };
 
-/// A version, in the library's own terms.
+/// A version, in the terms of the exported classes.
 struct Address {
   STG::RepositoryType type = STG::UserFilesRepository;
-  std::string owner;  ///< for the library, which does nothing for an empty one
+  std::string owner;  ///< never empty: some operations do nothing for an empty owner
   std::string name;
   long version = 0;  ///< -1 for the latest one
 
   bool is_corporate() const { return type == STG::CorporateRepository; }
 };
 
-/// The use of a store during one call. @throws Refusal for a handle that is none.
+/// Uses a store during one call. @throws Refusal for an invalid handle.
 class StoreUse {
  public:
   explicit StoreUse(const vu_store* handle);
@@ -41,7 +41,7 @@ class StoreUse {
   Use m_use;
 };
 
-/// Throws for what was not found.
+/// Throws the Refusal for a handle that cannot be used.
 [[noreturn]] void refuse_handle(handles::Found found);
 inline void check_found(handles::Found found) {
   if (found != handles::Found::kYes) refuse_handle(found);
@@ -49,28 +49,28 @@ inline void check_found(handles::Found found) {
 
 // ---- names -------------------------------------------------------------------------------------
 
-/// An area's number as the library counts. @throws Refusal
+/// The area for VU_AREA_... @throws Refusal
 STG::RepositoryType type_of(std::int32_t area);
-/// Names as the library takes them. @throws Refusal for null, for what the guard refuses, and for
-/// what has no place in the narrow encoding.
+/// Names for the exported classes. @throws Refusal for null, for a name that the guard refuses, and
+/// for one that the narrow encoding cannot represent.
 std::string owner_of(const Store& store, const char* owner);
 std::string entry_of(const Store& store, const char* text);
-/// The name of a file that the library puts into a folder as it is.
+/// A name that becomes the name of a file, unchanged.
 std::string file_name_of(const Store& store, const char* what, const char* name);
 /// A path; not guarded.
 std::string path_of(const char* path);
-/// A file in a folder answers for the name that it bears: one that holds another document, or the
-/// parts of one, must not. address_of() asks. @throws Refusal VU_REFUSED
+/// Refuses a document name that is the physical name of another document, or the folder of parts,
+/// in the same folder: a file answers for its own name. @throws Refusal VU_REFUSED
 void refuse_anothers_file(const Store& store, const Address& address);
 enum class Version : std::uint8_t {
-  kAny,      ///< VU_LATEST as well
-  kNamed,    ///< a version of its own
-  kNoneIs0,  ///< it is not looked at
+  kAny,      ///< VU_LATEST is accepted
+  kNamed,    ///< VU_LATEST is not accepted
+  kNoneIs0,  ///< the version is ignored
 };
 Address address_of(const Store& store, const vu_document* document, Version version);
-/// What the library tells, for the caller: UTF-8.
+/// A name or path for the caller: UTF-8.
 std::string told_name(std::string_view name);
-/// The same, put into @p text, whose memory is used again.
+/// The same, stored in @p text to reuse its memory.
 const char* told_name(std::string_view name, std::string& text);
 std::string told_path(const std::string& path);
 
@@ -78,14 +78,14 @@ std::string told_path(const std::string& path);
 
 const std::string& area_folder(STG::RepositoryType type);
 
-/// Whether a file or folder is there. @throws Refusal when the system does not tell
+/// Whether a file or folder exists. @throws Refusal if the system cannot tell
 bool is_there(const std::string& path);
 
-/// The folder of a document. False when it does not exist, without @p create.
+/// Finds the folder of a document. @return false if it does not exist and @p create is false.
 bool find_folder(const Address& address, bool create, std::string& folder);
 
-/// Waits within the limit in force until the index of a folder can be had alone: for operations
-/// that begin with what cannot be undone. @throws Refusal VU_LOCK_TIMEOUT
+/// Waits within the limit until the index of a folder can be locked exclusively. For operations
+/// whose first step cannot be undone. @throws vu_file_except after the limit: VU_LOCK_TIMEOUT
 void wait_for_index(const std::string& folder);
 
 /// Where a version is.
@@ -96,14 +96,14 @@ struct Place {
 
   std::string path() const { return folder + "\\" + file; }
 };
-/// Finds a version. False when it does not exist; @throws Refusal when that could not be told.
+/// Finds a version. @return false if it does not exist. @throws Refusal if that is unknown.
 bool find(const Address& address, Place& place);
-/// The same; @throws Refusal VU_NOTHING_MATCHED.
+/// The same. @throws Refusal VU_NOTHING_MATCHED if it does not exist.
 Place place_of(const Address& address);
-/// Whether to look a version up again, after something has failed at the place where it was: one
-/// that is stored anew meanwhile has another file.
+/// Whether to look a version up again after its file could not be used: the file is gone because
+/// another program has replaced the version.
 bool has_moved(const Place& place, int tries);
-/// Does something with the file of a version.
+/// Calls @p use with the place of a version, again if the version has moved.
 template <class Use>
 auto at_place_of(const Address& address, const Use& use) {
   for (int tries = 0;; ++tries) {

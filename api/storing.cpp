@@ -17,12 +17,11 @@
 #include "storage/roots.h"
 #include "vu_storage.h"
 
-// Storing a version at once, or in place; copies in and out, and other names for versions.
+// Storing a version atomically or in place; copying versions in and out, and renaming them.
 //
-// At once: the bytes go into a version with a name that nobody asks for, and are on the device
-// before STGIndex::rename() gives them the name that is wanted. That is one save of the index, so
-// that whoever reads meets the old version or the new one, as does whoever reads after an
-// interruption.
+// Atomically: the bytes are written as a version with a temporary name and flushed to the device.
+// Then STGIndex::rename() changes the name, with one save of the index. Readers get the old version
+// or the new one, also after an interruption.
 
 namespace api {
 namespace {
@@ -36,7 +35,7 @@ struct Source {
   std::string_view view() const { return {static_cast<const char*>(bytes), size}; }
 };
 
-/// A name that no other writer draws, with the extension of the name that it stands for.
+/// A temporary name that no other writer has, with the extension of @p name.
 std::string staged_name(const std::string& name) {
   static std::atomic<std::uint32_t> count = 0;
   std::random_device random;
@@ -45,21 +44,21 @@ std::string staged_name(const std::string& name) {
   return std::string(kStagedPrefix) + text + std::string(index_format::extension_of(name));
 }
 
-/// Copies a file over one of the storage.
+/// Copies a file. @throws Refusal
 void copy_over(const std::string& from, const std::string& to, os::IfExists if_exists) {
   os::CopiedTime time = os::CopiedTime::kKept;
   const os::Status copied = os::copy(from, to, if_exists, &time);
   if (copied.ok()) return;
   if (copied.failure() == os::Failure::kAlreadyExists)
     throw Refusal{VU_ALREADY, "the file exists", told_path(to)};
-  // What is not found is the folder of the target, while the source is there.
+  // "Not found" means the folder of the target if the source exists.
   const bool is_missing = copied.failure() == os::Failure::kNotFound;
   const bool has_source = !is_missing || vu_file::exists(from);
   throw Refusal{has_source ? VU_FAILED : VU_NOTHING_MATCHED, "the file cannot be copied",
                 told_path(is_missing && has_source ? to : from), copied.code()};
 }
 
-/// Fills a version's file, which exists, and has it on the device.
+/// Writes the bytes to the existing file of a version, and flushes it to the device.
 void fill(const Source& source, const Place& place) {
   if (!source.path.empty()) {
     copy_over(source.path, place.path(), os::IfExists::kReplace);
@@ -73,12 +72,12 @@ void fill(const Source& source, const Place& place) {
   const bool is_whole = is_locked && write_from(file, source.view());
   file.close();
   if (!is_locked) throw Refusal{VU_FAILED, "the lock was not granted", told_path(place.path())};
-  // Whether it is on the device is told by a trace alone.
+  // close() only traces a failed flush.
   if (!is_whole || Call::current().heard_failure())
     throw Refusal{VU_FAILED, {}, told_path(place.path())};
 }
 
-/// What was made for the content that is replaced.
+/// Removes what was derived from the replaced content.
 void drop_derived(const Address& address, const Place& old) {
   if (address.type == STG::UserFilesRepository)
     StorageGate::remove_from_categories(old.folder, address.name);
@@ -90,35 +89,34 @@ void drop_derived(const Address& address, const Place& old) {
     throw Refusal{VU_PARTLY_DONE, "the parts of the old version stay", told_path(parts)};
 }
 
-/// The status of a version that is stored, once what was made for the old content is gone.
+/// The status of a stored version, after the removal of what was derived from the old one.
 vu_status without_derived(const Address& address, const Place& old) {
   try {
     drop_derived(address, old);
   } catch (const Refusal& refusal) {
     throw Refusal{VU_PARTLY_DONE, refusal.text, refusal.path, refusal.code};
   } catch (...) {
-    // Told by a trace, or for want of memory by nobody.
+    // The reason was traced, unless there was no memory for it.
     throw Refusal{VU_PARTLY_DONE, {}, told_path(old.path())};
   }
   return done_unless_told();
 }
 
-/// Throws unless a version has a file, and not the one that it had before: a save that fails is
-/// told by a trace alone.
+/// Throws unless the version has a file other than @p before: a failed save is only traced.
 void check_stored(const Address& address, const std::string& before) {
   Place now;
   if (!find(address, now) || now.file == before)
     throw Refusal{VU_FAILED, "the index was not saved", told_path(now.path())};
 }
 
-/// A version under a staged name; gone with this object unless it has got its name.
+/// A version under a temporary name. The destructor removes it unless rename_to() succeeded.
 class Staged {
  public:
   Staged(const std::string& folder, const Address& address)
       : m_folder(folder), m_name(staged_name(address.name)), m_version(address.version) {
     m_place = {folder, STGIndex::create(folder, m_name, m_version), m_version};
     if (!LockLimit::passed()) return;
-    // No entry names it, so that it would be adopted.
+    // No entry names the file. It would be adopted as an orphan.
     vu_file::remove(m_place.path());
     m_is_there = false;
     throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
@@ -126,11 +124,11 @@ class Staged {
   ~Staged() {
     if (!m_is_there) return;
     try {
-      // Required: without a limit, for what was made here has to go.
+      // Required: without a limit, because the temporary version must be removed.
       const LockLimit none(std::nullopt);
       STGIndex::remove(m_folder, m_name, m_version);
     } catch (...) {
-      // It stays behind, as after an interruption.
+      // It stays, as after an interruption.
     }
   }
   Staged(const Staged&) = delete;
@@ -169,7 +167,7 @@ bool is_opened_anew(const Address& address, vu_file& file) {
   if (is_named && is_cut) return true;
   const bool is_nobodys = !is_named && Call::current().failures() == failures_before;
   file.close();
-  // Never a file of which the system does not tell whose it is.
+  // Never a file if the system cannot tell whose it is.
   if (is_nobodys && is_cut) vu_file::remove(path);
   return false;
 }
@@ -205,7 +203,7 @@ vu_status store(const Address& address, const Source& source, std::uint32_t flag
   bool in_place = (flags & VU_IN_PLACE) != 0;
   if (!in_place) {
     if (!find_folder(address, true, folder)) throw Refusal{VU_FAILED, {}, {}};
-    // A file that bears the name itself answers for it, whatever the index says.
+    // A file with exactly this name answers for it, whatever the index says.
     in_place = is_there(folder + "\\" + address.name);
   }
   if (in_place) {

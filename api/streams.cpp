@@ -26,7 +26,7 @@ Stream& stream_of(const Use& use) {
 }  // namespace
 
 void give_stream(std::unique_ptr<Stream> opened, vu_stream** stream) {
-  // A lock that was not granted leaves a handle of the stated interface open and unlocked.
+  // After a refused lock vu_file is open but unlocked.
   if (!opened->file.is_locked()) {
     opened->file.close();
     throw Refusal{LockLimit::passed() ? VU_LOCK_TIMEOUT : VU_FAILED, "the lock was not granted",
@@ -43,13 +43,13 @@ void open_exact(Stream& stream, const Address& address) {
   });
 }
 
-/// Whether the file that could not be opened is there: then the system has refused it.
+/// Whether the file that could not be opened exists: then the system refused to open it.
 bool is_refused_file_there() {
   std::string path;
   return os::narrow_of(last_problem().path(), path) && !path.empty() && vu_file::exists(path);
 }
 
-/// Throws why a document was not served, unless it has another file by now.
+/// Throws why OpenRead() served nothing. Returns if the version has got another file since.
 void check_served(const Address& address) {
   if (Call::current().heard_failure()) {
     if (LockLimit::passed() || is_refused_file_there()) throw Refusal{VU_FAILED, {}, {}};
@@ -60,7 +60,7 @@ void check_served(const Address& address) {
   if (!is_exact) served.version = 0;
   const Place place = place_of(served);
   const auto time = static_cast<std::int32_t>(info_of(place.path(), served.version).modified);
-  // A time that is not told counts as 0, and is never new enough.
+  // An unknown time is 0, which is never new enough.
   const bool is_too_old = address.is_corporate() && !is_exact && time < address.version;
   if (time == 0 || is_too_old)
     throw Refusal{VU_OUTDATED, "it is older than was asked for", told_path(place.path())};
@@ -86,7 +86,7 @@ void open_for_writing(Stream& stream, const Address& address, bool replaces) {
   facade.OpenWrite2(stream.file, address.owner, address.name, address.type, replaces,
                     address.version);
   if (LockLimit::passed() && stream.file.is_open() && !existed) {
-    // Its entry could not be saved: the file would be adopted under its own name.
+    // Its entry could not be saved. The file would be adopted as an orphan.
     const std::string path = stream.file.getFilePath();
     stream.file.close();
     vu_file::remove(path);

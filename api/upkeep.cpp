@@ -12,7 +12,7 @@
 #include "stg_index.h"
 #include "vu_storage.h"
 
-// Owners as a whole, cleaning, and the one migration.
+// Owners, cleaning and the migration.
 
 namespace api {
 namespace {
@@ -23,7 +23,7 @@ std::array<std::string, 3> folders_of(const std::string& owner) {
           vu_storage::getUserPath() + "\\" + owner};
 }
 
-/// Which of them are there.
+/// Which of them exist.
 std::array<bool, 3> presence_of(const std::array<std::string, 3>& folders) {
   std::array<bool, 3> result{};
   std::transform(folders.begin(), folders.end(), result.begin(), is_there);
@@ -72,12 +72,12 @@ struct Cleaning {
   std::int64_t now;
 
   bool takes_all() const { return older_than == 0; }
-  /// As the operation itself judges: what is missing is very old, what lies ahead is new.
+  /// As the operation decides: a missing file is very old, a time in the future is new.
   bool is_old(const vu_info& info) const {
     const std::int64_t time = (flags & VU_BY_ACCESS) != 0 ? info.accessed : info.modified;
     return takes_all() || now - (info.size < 0 ? 0 : time) > older_than;
   }
-  /// Tells what is out of date in a folder. @return how many.
+  /// Passes the versions that are too old to the callback. @return their number.
   std::int64_t forecast(const std::string& owner, const std::string& folder) const {
     std::int64_t count = 0;
     IndexGate::visit(folder, [&](std::string_view logical, long version, const std::string& file) {
@@ -95,7 +95,7 @@ struct Cleaning {
     return count;
   }
   std::int64_t clean(const std::string& folder) const {
-    // The operation takes the folder in two encodings.
+    // The operation uses the folder in both encodings.
     if (os::utf8_of(folder) != folder)
       throw Refusal{VU_NO_NAME, "the folder needs another code page than UTF-8", told_path(folder)};
     wait_for_index(folder);
@@ -124,7 +124,7 @@ vu_status clean(const Store& store, const Cleaning& cleaning, const char* owner,
       const bool is_told = is_dry || cleaning.visit != nullptr;
       const std::int64_t found = is_told ? cleaning.forecast(told_owner(store, own), folder) : 0;
       done += is_dry ? found : cleaning.clean(folder);
-      // Also for a call that ends half-way.
+      // Set here, so that it is right also if the call ends early.
       if (count != nullptr) *count = done;
     }
   }
@@ -138,7 +138,7 @@ vu_status migrate(const Store& store, const char* owner) {
   require(store.owners_have_folders, "owners share folders in this storage");
   if (!is_there(folder))
     throw Refusal{VU_NOTHING_MATCHED, "the owner has no mail folder", told_path(folder)};
-  // The migration marks the folder as converted, and would pass over every file that is unknown.
+  // Without adoption the migration would skip every file and still mark the folder as migrated.
   if (!IndexGate::adopts())
     throw Refusal{VU_REFUSED, "the storage was opened without adoption of files", {}};
   wait_for_index(folder);
