@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Makes the Debian packages, has lintian look at them, installs them into a Debian of their own and builds and
-# runs programs there: packaging/debian.sh. Everything is below build/package/debian; the packages in its folder
-# "packages".
+# Creates the Debian packages, checks them with lintian, installs them in a new minimal Debian, and builds and runs
+# programs there: packaging/debian.sh. The packages are in build/package/debian/packages.
 . "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
 cd "$ROOT"
 
@@ -12,13 +11,13 @@ as_root=()
 
 version=$(sed -n 's/^project(vu_storage VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 grep -q "^vu-storage ($version) " packaging/debian/changelog ||
-  die "packaging/debian/changelog does not begin with version $version of CMakeLists.txt"
+  die "packaging/debian/changelog lacks version $version of CMakeLists.txt: add an entry for it"
 
 make_packages() {
   local source=$work/build/vu-storage-$version
   rm -rf "$work/build" "$packages"
   mkdir -p "$source" "$packages"
-  # What is or will be under version control, and nothing that was built.
+  # Tracked files and new files that git does not ignore; no build results.
   git ls-files -z --cached --others --exclude-standard | tar -c --null -T - | tar -x -C "$source"
   cp -r packaging/debian "$source/debian"
   say "building the Debian packages (some minutes)"
@@ -26,22 +25,21 @@ make_packages() {
     env -C "$source" DEB_BUILD_OPTIONS="parallel=$JOBS noautodbgsym" dpkg-buildpackage -b -us -uc
   mv "$work"/build/*.deb "$work"/build/*.changes "$work"/build/*.buildinfo "$packages"
   say "lintian"
-  lintian --fail-on error,warning "$packages"/*.changes || die "lintian finds the faults above"
+  lintian --fail-on error,warning "$packages"/*.changes || die "lintian reports the faults above: correct packaging/debian"
 }
 
-# Runs "$@" in the Debian that the packages are installed into.
+# Runs "$@" in the Debian in which the packages are installed.
 inside() { "${as_root[@]}" env -u LD_LIBRARY_PATH LC_ALL=C.UTF-8 chroot "$work/root" "$@"; }
 
-# A Debian that has never seen this project.
 make_root() {
   say "a clean Debian (once per run)"
   "${as_root[@]}" rm -rf "$work/root"
-  quietly "$work/root.log" "making a clean Debian" "${as_root[@]}" mmdebstrap --variant=apt \
+  quietly "$work/root.log" "creating a clean Debian" "${as_root[@]}" mmdebstrap --variant=apt \
     --include=g++,cmake,ninja-build,pkg-config,python3 bookworm "$work/root"
 }
 
 install_and_try() {
-  say "installing into it"
+  say "installing the packages in it"
   "${as_root[@]}" cp -L /etc/resolv.conf "$work/root/etc/resolv.conf"
   "${as_root[@]}" mkdir -p "$work/root/try"
   "${as_root[@]}" cp "$packages"/*.deb "$work/root/try"
@@ -52,18 +50,19 @@ install_and_try() {
   multiarch=$(inside g++ -print-multiarch)
   for kind in cmake pkg-config command-line c c-cmake python; do
     inside cmake -D KIND=$kind -D COMPILER=/usr/bin/g++ -D PREFIX=/usr -D "LIBDIR=lib/$multiarch" \
-      -D SCRATCH=/try/scratch -P /try/consumer/run.cmake || die "a program ($kind) does not work with the packages"
+      -D SCRATCH=/try/scratch -P /try/consumer/run.cmake || die "the program '$kind' of tests/consumer does not work with the packages: see above"
   done
-  [ "$(inside stgctl --version)" = "stgctl $version" ] || die "the installed stgctl does not tell version $version"
-  inside test -f /usr/share/doc/vu-storage-doc/site/index.html || die "the documentation is not where it should be"
-  quietly "$work/example.log" "an example of the packages" inside sh -c \
+  [ "$(inside stgctl --version)" = "stgctl $version" ] || die "the installed 'stgctl --version' does not print $version"
+  inside test -f /usr/share/doc/vu-storage-doc/site/index.html ||
+    die "vu-storage-doc does not contain /usr/share/doc/vu-storage-doc/site/index.html"
+  quietly "$work/example.log" "building an example of vu-storage-doc" inside sh -c \
     'g++ -std=c++17 /usr/share/doc/vu-storage-doc/examples/hello.cpp -o /try/hello -lvu_storage && cd /try && ./hello'
-  say "removing them again"
+  say "removing the packages"
   quietly "$work/remove.log" "removing the packages" inside apt-get -y -q purge libvu-storage1 libvu-storage-dev \
     stgctl vu-storage-doc
   local left
   left=$(inside sh -c 'find /usr /etc /var/lib -iname "*vu?storage*" -o -name "stgctl*"' | grep -v '^/var/lib/apt/' || true)
-  [ -z "$left" ] || die "the packages leave behind: $left"
+  [ -z "$left" ] || die "files are left after the packages were removed: $left"
 }
 
 make_packages

@@ -1,8 +1,11 @@
-"""Looks at what the kit has left under Wine: kit_check.py FOLDER PORTING
+"""Checks the reports of the kit after a run under Wine: kit_check.py FOLDER PORTING
 
-Both reports must be there and say that they come from an emulator; every suite ran, and none failed; the cases of a real
-kernel are those that docs/porting.md lists, each with what it settles and with what was seen or why it was skipped; the page
-is well-formed and needs nothing from elsewhere; and nothing may lie in the folder that was not there before.
+- Both reports exist and say that they come from an emulator.
+- Each suite ran and none failed.
+- The cases for a real Windows kernel are those that docs/porting.md (PORTING) lists. Each case states which question it
+  answers, and what it found or why it was skipped.
+- The page is well-formed and refers to no other file or host.
+- The run left no other file in the folder.
 """
 import html.parser
 import json
@@ -12,7 +15,7 @@ import sys
 
 
 class Page(html.parser.HTMLParser):
-    """Whether each element ends where it should, and what the page refers to."""
+    """Collects faults: elements that are not closed in order, and references to other files or hosts."""
 
     alone = {"meta", "wbr"}
 
@@ -28,19 +31,19 @@ class Page(html.parser.HTMLParser):
 
     def handle_endtag(self, tag):
         if not self.open or self.open.pop() != tag:
-            self.faults.append(f"the page has a {tag} that ends out of order (line {self.getpos()[0]})")
+            self.faults.append(f"the page has a {tag} that is closed out of order (line {self.getpos()[0]})")
 
 
 def faults_of_page(page):
     parser = Page()
     parser.feed(page)
     parser.close()
-    return parser.faults + [f"the page has a {tag} without an end" for tag in parser.open]
+    return parser.faults + [f"the page has a {tag} that is not closed" for tag in parser.open]
 
 
 def faults_of_suites(report):
     if len(report["suites"]) != report["suites_wanted"]:
-        yield f"{len(report['suites'])} suites of {report['suites_wanted']} are told"
+        yield f"the report has {len(report['suites'])} suites, expected {report['suites_wanted']}"
     if report["is_stopped"]:
         yield "the run was stopped before its end"
     for suite in report["suites"]:
@@ -58,10 +61,10 @@ def faults_of_kernel_cases(report, listed):
     cases = [case for suite in report["suites"] for case in suite["cases"] if "number" in case]
     told = sorted(case["number"] for case in cases)
     if told != listed:
-        yield f"the numbers {told} are told, docs/porting.md has {listed}"
+        yield f"the report has the case numbers {told}, docs/porting.md has {listed}"
     for case in cases:
         if not case.get("settles") or not (case.get("found") or case.get("words")):
-            yield f"case {case['number']} does not tell what it settles, or what came of it"
+            yield f"case {case['number']} does not state its question, or has no result"
 
 
 def main(folder, porting):
@@ -79,10 +82,10 @@ def main(folder, porting):
         faults.append(f"only {passed} cases passed")
     left = {path.name for path in folder.iterdir()} - {"bin", "run.cmd", "README.txt", "report.json", "report.html"}
     if left:
-        faults.append(f"the kit leaves behind: {', '.join(sorted(left))}")
+        faults.append(f"the kit left files in its folder: {', '.join(sorted(left))}")
     for fault in faults:
         print(f"error: {fault}", file=sys.stderr)
-    print(f"== {report['summary']} {report['seconds']} s under Wine; {len(listed)} cases of a real kernel")
+    print(f"== {report['summary']} {report['seconds']} s under Wine; {len(listed)} cases for a real kernel")
     return 1 if faults else 0
 
 

@@ -1,10 +1,10 @@
-"""The bill of materials of a package, as SPDX 2.3 in JSON.
+"""The software bill of materials (SBOM) of a package, as SPDX 2.3 in JSON.
 
-  sbom.py write --kind windows|debian --version X.Y.Z FOLDER FILE    lists every file below FOLDER
-  sbom.py check FOLDER FILE                                          holds FILE against FOLDER and the format
+  sbom.py write --kind windows|debian --version X.Y.Z FOLDER FILE    writes FILE, which lists each file below FOLDER
+  sbom.py check FOLDER FILE                                          compares FILE with FOLDER and checks its format
 
-Parts of others are those that packaging/materials.json names for the kind, with the version that Debian's package
-of each has on this machine.
+packaging/materials.json names the third-party software for each kind. Its versions are those of the Debian packages
+that are installed on this machine.
 """
 import argparse
 import hashlib
@@ -34,7 +34,7 @@ def identifier(text):
 def debian_version(package):
     answer = subprocess.run(["dpkg-query", "-W", "-f", "${Version}", package], capture_output=True, text=True)
     if answer.returncode != 0 or not answer.stdout:
-        sys.exit(f"error: the package {package} is not installed, so its version is not known")
+        sys.exit(f"error: the Debian package {package} is not installed: install it, because the SBOM needs its version")
     return answer.stdout
 
 
@@ -42,7 +42,7 @@ def write(kind, version, folder, target):
     materials = json.loads((HERE / "materials.json").read_text())
     paths = files_below(folder, target)
     if not paths:
-        sys.exit(f"error: there is no file below {folder}")
+        sys.exit(f"error: there is no file below {folder}: name the folder of the package")
     files = []
     relationships = [["SPDXRef-DOCUMENT", "DESCRIBES", "SPDXRef-vu-storage"]]
     for number, path in enumerate(paths, 1):
@@ -95,7 +95,7 @@ def write(kind, version, folder, target):
 
 
 def verification_code(files):
-    """As the format has it: the SHA-1 of the sorted SHA-1 sums of all files."""
+    """The packageVerificationCode of SPDX: the SHA-1 of the sorted SHA-1 sums of all files."""
     sums = sorted(f["checksums"][0]["checksumValue"] for f in files)
     return hashlib.sha1("".join(sums).encode()).hexdigest()
 
@@ -105,16 +105,16 @@ def check(folder, target):
     bill = json.loads(target.read_text())
     for member in ("spdxVersion", "dataLicense", "SPDXID", "name", "documentNamespace", "creationInfo", "packages"):
         if not bill.get(member):
-            faults.append(f"there is no {member}")
+            faults.append(f"the member {member} is missing")
     if bill.get("spdxVersion") != "SPDX-2.3" or bill.get("dataLicense") != "CC0-1.0":
         faults.append("it is not SPDX 2.3 under CC0-1.0")
     if not re.fullmatch(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ", bill.get("creationInfo", {}).get("created", "")):
-        faults.append("its time is no UTC time")
+        faults.append("creationInfo.created is not a UTC time")
     known = {"SPDXRef-DOCUMENT"}
     for element in bill.get("packages", []) + bill.get("files", []):
         name = element.get("SPDXID", "")
         if not re.fullmatch(r"SPDXRef-[A-Za-z0-9.-]+", name) or name in known:
-            faults.append(f"'{name}' is no identifier of its own")
+            faults.append(f"'{name}' is not a valid, unique SPDXID")
         known.add(name)
     for package in bill.get("packages", []):
         for member in ("name", "versionInfo", "downloadLocation", "licenseConcluded", "copyrightText"):
@@ -122,18 +122,18 @@ def check(folder, target):
                 faults.append(f"{package.get('SPDXID')} has no {member}")
         if package.get("filesAnalyzed") and verification_code(bill.get("files", [])) != package.get(
                 "packageVerificationCode", {}).get("packageVerificationCodeValue"):
-            faults.append("the verification code is not that of the files")
+            faults.append("packageVerificationCode does not match the listed files")
     for relation in bill.get("relationships", []):
         for end in ("spdxElementId", "relatedSpdxElement"):
             if relation.get(end) not in known:
-                faults.append(f"a relationship names {relation.get(end)}, which is not there")
+                faults.append(f"a relationship names the unknown element {relation.get(end)}")
     listed = {f["fileName"]: f["checksums"][1]["checksumValue"] for f in bill.get("files", [])}
     present = {"./" + p.relative_to(folder).as_posix(): digest(p, "sha256") for p in files_below(folder, target)}
     for name in sorted(set(listed) | set(present)):
         if listed.get(name) != present.get(name):
-            faults.append(f"{name} is not what it says")
+            faults.append(f"{name} is missing, not listed, or has another checksum")
     if len(bill.get("packages", [])) < 2:
-        faults.append("it names no part of others")
+        faults.append("it lists no third-party software")
     for fault in faults:
         print(f"error: {target}: {fault}", file=sys.stderr)
     if faults:

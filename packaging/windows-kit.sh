@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Makes the kit for a real Windows: one ZIP with the library, all test programs and what runs them, and tries it
-# under Wine from end to end: packaging/windows-kit.sh. Everything is below build/package/kit.
+# Creates the kit for a real Windows, one ZIP with the library, all test programs and their runner, and tests it under
+# Wine: packaging/windows-kit.sh. The results are below build/package/kit.
 . "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
 cd "$ROOT"
 
@@ -19,7 +19,7 @@ build() {
 }
 
 stage() {
-  say "putting the kit together"
+  say "assembling the kit"
   rm -rf "$tree" "$work/$name.zip"
   mkdir -p "$tree/bin"
   local program
@@ -31,20 +31,20 @@ stage() {
   x86_64-w64-mingw32-strip --strip-debug "$tree"/bin/*.exe "$tree"/bin/vu_storage.dll
   sed 's/$/\r/' packaging/kit-run.cmd >"$tree/run.cmd"
   sed 's/$/\r/' packaging/kit-README.txt >"$tree/README.txt"
-  (cd "$work" && zip -q -X -r "$name.zip" "$name") || die "the ZIP could not be made"
+  (cd "$work" && zip -q -X -r "$name.zip" "$name") || die "cannot create $work/$name.zip: see above"
 }
 
-# Where nobody would put it: blanks, and letters beyond ASCII.
+# In a folder with a difficult name: blanks and letters beyond ASCII.
 try_it() {
-  say "the kit under Wine, from end to end (some minutes)"
+  say "running the kit under Wine (several minutes)"
   local where="$work/try/Käthes Ordner, mit Leerzeichen (2)"
   rm -rf "$work/try"
   mkdir -p "$where"
-  (cd "$where" && unzip -q "$work/$name.zip") || die "the ZIP cannot be unpacked"
+  (cd "$where" && unzip -q "$work/$name.zip") || die "cannot unpack $work/$name.zip: see above"
   VU_KIT_QUIET=1 timeout -k 10 5400 scripts/wine-run.sh "Z:${where//\//\\}\\$name\\run.cmd" \
     >"$work/try.log" 2>&1 </dev/null || echo "run.cmd ended with $?" >>"$work/try.log"
   tr '\r' '\n' <"$work/try.log" | grep -a '^\[.*\(passed\|failed\|skipped\)' || true
-  python3 packaging/kit_check.py "$where/$name" docs/porting.md || die "the kit does not pass here; see $work/try.log"
+  python3 packaging/kit_check.py "$where/$name" docs/porting.md || die "the kit fails under Wine: see $work/try.log"
   cp "$where/$name/report.html" "$where/$name/report.json" "$work/"
 }
 
@@ -53,4 +53,4 @@ build
 stage
 try_it
 rm -rf "$work/try"
-say "the kit: $work/$name.zip; what Wine says: $work/report.html"
+say "the kit: $work/$name.zip; its report under Wine: $work/report.html"

@@ -1,23 +1,28 @@
-; A folder in the user's or the machine's PATH. NSIS keeps strings of 1,024 characters at most, and a PATH that went
-; through one would be cut: it stays in memory of the system's, and only addresses of it pass through here.
+; Adds a folder to the user's or the machine's PATH, or removes it. A string of NSIS has at most 1,024 characters and
+; would truncate a long PATH. Therefore the text stays in memory that Windows allocates; NSIS only handles addresses.
 ;
-; Both functions take the folder from $R0 and "user" or "machine" from $R1, and say in $R2 what they did:
-; "yes", or "no" where nothing had to be done or could be. Other registers stay.
+; Both functions read the folder from $R0 and "user" or "machine" from $R1. $R2 is "yes" when PATH was changed, and
+; "no" when no change was necessary or possible. Other registers do not change.
 
 !define PATH_REG_SZ 1
 !define PATH_REG_EXPAND_SZ 2
 !define PATH_NOT_FOUND 2
-; A variable of the environment has no more characters.
+; The most characters of an environment variable.
 !define PATH_LONGEST 32760
 
-; Sets $2 the registry's key, $3 the value's type, $4 its bytes, $5 its text in memory of its own, zeros behind it,
-; $6 the same with a ";" before and behind, $7 where ";folder;" stands in that, $8 the lengths of folder and
-; $9 of the text. $3 is 0 where there is nothing to work on.
+; Reads PATH and sets:
+;   $2  handle of the registry key
+;   $3  type of the value; 0 when PATH cannot be read or has another type than text
+;   $4  size of the value in bytes
+;   $5  address of the text, in allocated memory with zeros after it
+;   $6  address of the text with a ";" before and after it
+;   $7  address of ";folder;" in the text at $6, or 0
+;   $8  length of the folder, $9 length of the text, in characters
 !macro PathOpen
   StrCpy $3 0
   StrCpy $5 0
   StrCpy $6 0
-  ; HKEY_CURRENT_USER and HKEY_LOCAL_MACHINE, which are numbers with a sign to 64-bit programs.
+  ; HKEY_CURRENT_USER and HKEY_LOCAL_MACHINE; 64-bit programs extend their sign.
   StrCpy $0 -2147483647
   StrCpy $1 "Environment"
   ${If} $R1 == "machine"
@@ -54,8 +59,7 @@
   ${EndIf}
 !macroend
 
-; Writes the text at $5 back, or removes the value where nothing is left of it and it is the user's; tells the
-; programs that run.
+; Writes the text at $5 to the registry and notifies running programs. An empty PATH of the user is deleted instead.
 !macro PathWrite
   System::Call 'kernel32::lstrlenW(p r5) i.r0'
   ${If} $0 = 0
@@ -87,14 +91,14 @@ Function PathAdd
   StrCpy $R2 "no"
   !insertmacro PathOpen
   IntOp $0 $8 + $9
-  ; A folder with a ";" in its name would be two.
+  ; A folder with a ";" in its name would become two entries.
   System::Call 'shlwapi::StrChrW(w R0, i 59) p.r1'
   ${If} $3 <> 0
   ${AndIf} $7 == 0
   ${AndIf} $1 == 0
   ${AndIf} $0 < ${PATH_LONGEST}
     ${If} $9 > 0
-      ; What ends in ";" does so afterwards: an empty entry would be the current folder to some.
+      ; Keeps a ";" at the end, and adds no empty entry: some programs take that for the current folder.
       IntOp $1 $9 - 1
       IntOp $1 $1 * 2
       IntPtrOp $1 $1 + $5
@@ -121,21 +125,21 @@ Function un.PathRemove
   !insertmacro PathOpen
   ${If} $3 <> 0
   ${AndIf} $7 != 0
-    ; From where in the text ($0, in characters), and how many ($1).
+    ; $0: position of the entry in the text, $1: length to remove, in characters.
     IntPtrOp $0 $7 - $6
     IntOp $0 $0 / 2
     IntOp $1 $8 + 1
     IntOp $4 $0 + $8
     ${If} $4 >= $9
     ${AndIf} $0 > 0
-      ; The last entry goes with the ";" before it.
+      ; The last entry is removed together with the ";" before it.
       IntOp $0 $0 - 1
     ${EndIf}
     IntOp $4 $0 + $1
     ${If} $4 > $9
       StrCpy $4 $9
     ${EndIf}
-    ; What follows moves there, the zero at its end included.
+    ; Moves the rest of the text there, including its final zero.
     IntOp $1 $9 - $4
     IntOp $1 $1 + 1
     IntOp $1 $1 * 2

@@ -1,4 +1,4 @@
-# Tries the ZIP and the installer for Windows, each in a fresh Wine; sourced by packaging/windows.sh, which sets
+# Tests the ZIP and the installer for Windows, each in a new Wine prefix; sourced by packaging/windows.sh, which sets
 # `work`, `name`, `tree`, `version`, `toolchain` and `limit`.
 
 prefix=""
@@ -12,12 +12,12 @@ fresh_wine() {
   mkdir -p "$prefix"
   . "$ROOT/scripts/wine-env.sh"
   export WINEPREFIX=$prefix
-  quietly "$work/wine-$1.log" "making a fresh Wine prefix" "${limit[@]}" wine wineboot -i
-  # The server outlives the programs; until it is ended it must not hold this script's output.
+  quietly "$work/wine-$1.log" "creating a new Wine prefix" "${limit[@]}" wine wineboot -i
+  # Wait until the server ends: it inherited the output of this script.
   wineserver -w
 }
 
-# Until the last process of it has ended: an installer may start another one and leave.
+# Runs a program and waits for all its processes: an installer may start another process and exit.
 in_wine() {
   local code=0
   "${limit[@]}" wine "$@" </dev/null || code=$?
@@ -27,22 +27,22 @@ in_wine() {
 
 # ---- the tree -----------------------------------------------------------------------------------------
 
-# try_tree <folder> : a client and programs that know nothing but this tree.
+# try_tree <folder>: runs the client, and builds and runs programs that use only this tree.
 try_tree() {
   local at=$1 kind
   [ "$(in_wine "$at/bin/stgctl.exe" --version | tr -d '\r')" = "stgctl $version" ] ||
-    die "stgctl in $at does not tell version $version"
+    die "'stgctl --version' of $at does not print $version"
   for kind in cmake command-line c; do
     cmake -D KIND=$kind -D COMPILER=x86_64-w64-mingw32-g++-posix -D "TOOLCHAIN=$toolchain" \
       -D "PREFIX=$at" -D "RUNTIME=$at/bin" -D "EMULATOR=wine" -D "SCRATCH=$work/consumer" \
-      -P tests/consumer/run.cmake || die "a program ($kind) does not work with $at"
+      -P tests/consumer/run.cmake || die "the program '$kind' of tests/consumer does not work with $at: see above"
   done
-  [ -f "$at/doc/index.html" ] || die "the documentation is not in $at"
+  [ -f "$at/doc/index.html" ] || die "$at lacks the documentation: doc/index.html is missing"
 }
 
-# ---- DLLs of strangers --------------------------------------------------------------------------------
+# ---- planted DLLs -------------------------------------------------------------------------------------
 
-# make_plant : a DLL that leaves a file behind when it is loaded.
+# Builds a DLL that creates the file C:\planted when it is loaded.
 make_plant() {
   cat >"$work/plant.c" <<'C'
 #include <windows.h>
@@ -53,7 +53,7 @@ BOOL WINAPI DllMain(HINSTANCE self, DWORD reason, void *reserved) {
   return TRUE;
 }
 C
-  x86_64-w64-mingw32-gcc-posix -shared -o "$work/plant.dll" "$work/plant.c" || die "the planted DLL cannot be made"
+  x86_64-w64-mingw32-gcc-posix -shared -o "$work/plant.dll" "$work/plant.c" || die "cannot build $work/plant.dll: see above"
 }
 
 # plant <folder> <DLL...>
@@ -65,28 +65,28 @@ plant() {
   rm -f "$prefix/drive_c/planted"
 }
 
-# What the client needs, and what others have been fooled by.
+# DLLs that the client needs, and other names that are common in attacks with planted DLLs.
 planted_dlls=(vu_storage.dll libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll iphlpapi.dll ws2_32.dll
   version.dll uxtheme.dll dwmapi.dll profapi.dll cryptbase.dll shfolder.dll propsys.dll userenv.dll)
 
-# Nothing that lies beside the installer becomes part of that, and nothing in the current folder part of the client.
+# The installer must not load a DLL from its own folder, and the client must not load one from the current folder.
 try_planting() {
   local at=$prefix/drive_c/planting current=$prefix/drive_c/current code=0
-  say "DLLs of strangers"
+  say "planted DLLs"
   make_plant
   plant "$current" "${planted_dlls[@]}"
   cp "$work/$name-setup.exe" "$current/"
   (cd "$current" && in_wine "C:\\current\\$name-setup.exe" /S '/D=C:\planting') ||
-    die "the installer fails in a folder with DLLs of others"
+    die "the installer fails in a folder with planted DLLs: see above"
   [ ! -e "$prefix/drive_c/planted" ] || die "the installer loads a DLL from its folder"
   (cd "$current" && in_wine "$at/bin/stgctl.exe" --version >/dev/null) ||
-    die "stgctl does not start in a folder with DLLs of others"
+    die "stgctl does not start in a folder with planted DLLs: see above"
   [ ! -e "$prefix/drive_c/planted" ] || die "stgctl loads a DLL from the current folder"
-  # What would be seen: a client without its own DLLs takes those.
+  # A check of this test: a client without its own DLLs must load the planted ones.
   mkdir -p "$prefix/drive_c/alone"
   cp "$at/bin/stgctl.exe" "$prefix/drive_c/alone/"
   (cd "$current" && in_wine 'C:\alone\stgctl.exe' --version >/dev/null 2>&1) || code=$?
-  [ -e "$prefix/drive_c/planted" ] || die "the trial of planted DLLs sees nothing (stgctl ended with $code)"
+  [ -e "$prefix/drive_c/planted" ] || die "this test detects no planted DLL (stgctl ended with $code): correct the test"
   in_wine "$at/uninstall.exe" /S || die "the uninstaller failed"
 }
 
@@ -97,19 +97,19 @@ readonly environment_of_machine='HKLM\SYSTEM\CurrentControlSet\Control\Session M
 
 path_of() { in_wine reg query "$1" /v Path 2>/dev/null | tr -d '\r' | sed -nE 's/^ *Path +(REG_[A-Z_]+) *(.*)/\1 \2/p'; }
 
-# All that a user or a machine has: names of files, values of the registry.
+# Prints the state of the machine: names of files and values of the registry.
 snapshot() {
   local key
   (cd "$prefix/drive_c" && find . -path ./windows/temp -prune -o -path './users/*/Temp' -prune -o -print | sort)
   for key in 'HKCU\Software' 'HKLM\Software' "$environment_of_user" "$environment_of_machine"; do
-    # What Wine writes for itself is not ours.
+    # Without the values that Wine itself writes.
     in_wine reg query "$key" /s /reg:64 2>/dev/null | tr -d '\r' | grep -v -i -e 'RunMRU' -e 'Explorer' -e 'Software\\Wine' -e '^$'
   done
 }
 
-# try_for <what> <folder, as Wine has it below drive C> <root of the registry> <key of PATH> <arguments...>
-# Installs, looks, installs over it, removes; afterwards everything must be as before, a PATH beyond what
-# NSIS can hold included, and somebody's own files must lie where he has put them.
+# try_for <what> <folder below drive C> <root of the registry> <key of PATH> <arguments...>
+# Installs, installs again over it, checks the result, uninstalls. Afterwards the state of the machine must be as
+# before, including a PATH that is longer than a string of NSIS.
 try_for() {
   local what=$1 below=$2 root=$3 environment=$4 at before after
   shift 4
@@ -120,39 +120,39 @@ try_for() {
   in_wine "$work/$name-setup.exe" /S /Path "$@" || die "the installer for $what failed"
   in_wine "$work/$name-setup.exe" /S "$@" || die "the installer for $what failed over an older installation"
   in_wine reg query "$root\\Software\\vu_storage" /v Version /reg:64 | grep -q "$version" ||
-    die "the installer for $what did not enter the version"
+    die "the installer for $what did not write the version to the registry"
   in_wine reg query "$root\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\vu_storage" /reg:64 |
-    grep -q "DisplayName.*vu_storage $version" || die "the installer for $what does not say how to remove it"
-  diff -r --exclude=uninstall.exe "$tree" "$at" || die "the installer for $what installs something else than the tree"
+    grep -q "DisplayName.*vu_storage $version" || die "the installer for $what did not register the uninstaller"
+  diff -r --exclude=uninstall.exe "$tree" "$at" || die "the installer for $what did not install exactly the tree: see above"
   after=$(path_of "$environment")
-  [ "$after" = "$before;C:\\${below//\//\\}\\bin" ] || die "PATH is not what it was and the folder: ${after: -300}"
+  [ "$after" = "$before;C:\\${below//\//\\}\\bin" ] || die "PATH is not the old value plus the folder; it ends with: ${after: -300}"
   python3 packaging/windows_pe.py "$version" "$at/uninstall.exe"
   [ "$what" = user ] || try_tree "$at"
   in_wine "$at/uninstall.exe" /S || die "the uninstaller for $what failed"
   snapshot >"$work/after-$what"
-  diff "$work/before-$what" "$work/after-$what" || die "the uninstaller for $what leaves something behind"
+  diff "$work/before-$what" "$work/after-$what" || die "the uninstaller for $what did not restore the old state: see above"
 }
 
-# What somebody has put into the folder, beside what is installed and between it.
+# The uninstaller must keep the user's own files and folders in the installation folder.
 try_own_files() {
   local at="$prefix/drive_c/place"
-  in_wine "$work/$name-setup.exe" /S '/D=C:\place' || die "the installer failed in a folder of choice"
+  in_wine "$work/$name-setup.exe" /S '/D=C:\place' || die "the installer failed with /D=C:\\place"
   mkdir "$at/tree of somebody"
   echo mine >"$at/bin/my.ini"
   in_wine "$at/uninstall.exe" /S || die "the uninstaller failed"
-  (cd "$at" && find . -type f) | diff - <(echo ./bin/my.ini) || die "other files are left than those of somebody"
-  [ -d "$at/tree of somebody" ] || die "the uninstaller removed what it had not installed"
+  (cd "$at" && find . -type f) | diff - <(echo ./bin/my.ini) || die "the uninstaller must leave only the user's file: see above"
+  [ -d "$at/tree of somebody" ] || die "the uninstaller removed a folder of the user"
 }
 
 try_zip() {
-  say "the ZIP in a fresh Wine"
+  say "testing the ZIP in a new Wine prefix"
   fresh_wine zip
-  (cd "$prefix/drive_c" && unzip -q "$work/$name.zip") || die "the ZIP cannot be unpacked"
+  (cd "$prefix/drive_c" && unzip -q "$work/$name.zip") || die "cannot unpack $work/$name.zip: see above"
   try_tree "$prefix/drive_c/$name"
 }
 
 try_installer() {
-  say "the installer in a fresh Wine"
+  say "testing the installer in a new Wine prefix"
   fresh_wine installer
   local user long
   user=$(cd "$prefix/drive_c/users" && ls -d -- */AppData | head -n 1)
@@ -167,14 +167,14 @@ try_installer() {
 
 # ---- signatures ---------------------------------------------------------------------------------------
 
-# Whoever has a certificate says so with VU_SIGN; here one is made that nobody trusts, and goes again.
+# A release is signed by the command in VU_SIGN. This test creates an untrusted, temporary certificate instead.
 try_signing() {
-  say "the same, signed with a certificate of this trial"
+  say "testing a signed installer, with a temporary certificate"
   local signing=$work/signing at file
   rm -rf "$signing"
   mkdir -p "$signing"
   openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj '/CN=A trial' -addext extendedKeyUsage=codeSigning \
-    -keyout "$signing/key.pem" -out "$signing/cert.pem" 2>"$signing/openssl.log" || die "no certificate: $signing/openssl.log"
+    -keyout "$signing/key.pem" -out "$signing/cert.pem" 2>"$signing/openssl.log" || die "cannot create a certificate: see $signing/openssl.log"
   cat >"$signing/sign" <<SIGN
 #!/bin/sh -e
 osslsigncode sign -certs "$signing/cert.pem" -key "$signing/key.pem" -h sha256 -n vu_storage -in "\$1" -out "\$1.signed" >>"$signing/sign.log"
@@ -189,10 +189,10 @@ SIGN
   in_wine "$signing/$name-setup.exe" /S '/D=C:\signed' || die "the signed installer failed"
   for file in "$signing/$name-setup.exe" "$at"/uninstall.exe "$at"/bin/*.exe "$at"/bin/*.dll; do
     osslsigncode verify -CAfile "$signing/cert.pem" -in "$file" >"$signing/verify.log" 2>&1 ||
-      die "$file is not signed; see $signing/verify.log"
+      die "$file has no valid signature: see $signing/verify.log"
   done
   [ "$(in_wine "$at/bin/stgctl.exe" --version | tr -d '\r')" = "stgctl $version" ] || die "the signed stgctl does not start"
   in_wine "$at/uninstall.exe" /S || die "the signed uninstaller failed"
-  [ ! -e "$at" ] || die "the signed uninstaller leaves something behind"
+  [ ! -e "$at" ] || die "the signed uninstaller left files in $at"
   say "signed and verified: the installer, the uninstaller, $(ls "$signing"/tree/bin/*.exe "$signing"/tree/bin/*.dll | wc -l) programs and DLLs"
 }

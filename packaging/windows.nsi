@@ -1,12 +1,12 @@
 ; The installer for Windows:
 ;   makensis -D VERSION=... -D TREE=<folder> -D LIST=<windows_files.py's> -D OUTPUT=<file> [-D SIGN=<command>] windows.nsi
 ; setup.exe [/AllUsers | /CurrentUser] [/Path] [/S] [/D=C:\folder]   and   uninstall.exe [/S]
-; SIGN is called with each file that is to be signed: the uninstaller, then the installer.
+; The command SIGN gets the path of each file to sign: the uninstaller, then the installer.
 Unicode true
 Target amd64-unicode
 Name "vu_storage ${VERSION}"
 OutFile "${OUTPUT}"
-; Nobody is asked for an administrator who installs for himself; the choice of all users asks.
+; An installation for one user needs no administrator; only the choice "all users" starts the installer as one.
 RequestExecutionLevel user
 SetCompressor /SOLID lzma
 ManifestSupportedOS all
@@ -22,7 +22,7 @@ ManifestDPIAware true
 !include WordFunc.nsh
 !include nsDialogs.nsh
 !include windows-path.nsh
-; What of it is installed, and removed file by file: whatever else lies there is somebody's.
+; The list of files to install and to remove. Other files in the folder belong to the user.
 !include "${LIST}"
 
 VIProductVersion "${VERSION}.0"
@@ -37,10 +37,11 @@ VIAddVersionKey "LegalCopyright" "The vu_storage maintainers"
 !define KEY "Software\vu_storage"
 !define UNINSTALL "Software\Microsoft\Windows\CurrentVersion\Uninstall\vu_storage"
 
-; "user" or "machine", and whether PATH is to have the folder bin.
+; "user" or "machine".
 Var whose
+; "yes" when PATH gets the folder bin.
 Var inPath
-; Of the page of choices.
+; Controls of the page of choices.
 Var forUser
 Var forMachine
 Var path
@@ -51,9 +52,9 @@ Page instfiles
 UninstPage uninstConfirm
 UninstPage instfiles
 
-; ---- whose it is --------------------------------------------------------------------------------------
+; ---- one user or all users ----------------------------------------------------------------------------
 
-; The registry and the menu are those of $whose from here on.
+; Selects the registry and the Start menu of $whose.
 !macro WorkFor
   SetRegView 64
   ${If} $whose == "machine"
@@ -63,7 +64,7 @@ UninstPage instfiles
   ${EndIf}
 !macroend
 
-; Beside the last installation, else where programs of that kind are.
+; Proposes the folder of the last installation, else the usual folder for programs.
 Function ProposeFolder
   !insertmacro WorkFor
   ReadRegStr $INSTDIR SHCTX "${KEY}" "Folder"
@@ -95,12 +96,12 @@ Function .onInit
     UserInfo::GetAccountType
     Pop $0
     ${If} $0 != "Admin"
-      MessageBox MB_OK|MB_ICONSTOP "Only an administrator installs for all users." /SD IDOK
+      MessageBox MB_OK|MB_ICONSTOP "An installation for all users needs an administrator. Start setup again as an administrator, or without /AllUsers." /SD IDOK
       SetErrorLevel 740
       Abort
     ${EndIf}
   ${EndIf}
-  ; /D=folder has set it.
+  ; Not empty: the option /D=folder has set it.
   ${If} $INSTDIR == ""
     Call ProposeFolder
   ${EndIf}
@@ -113,9 +114,9 @@ Function ShowChoices
   Pop $0
   ${NSD_CreateRadioButton} 0 0 100% 12u "Install for &me; no administrator is needed"
   Pop $forUser
-  ${NSD_CreateRadioButton} 0 16u 100% 12u "Install for &all users of this computer; asks for an administrator"
+  ${NSD_CreateRadioButton} 0 16u 100% 12u "Install for &all users of this computer; needs an administrator"
   Pop $forMachine
-  ${NSD_CreateCheckBox} 0 40u 100% 12u "Add stgctl to &PATH, so that a new command prompt finds it"
+  ${NSD_CreateCheckBox} 0 40u 100% 12u "Add stgctl to &PATH, so that new command prompts find it"
   Pop $path
   ${If} $whose == "machine"
     ${NSD_Check} $forMachine
@@ -142,7 +143,7 @@ Function TakeChoices
     UserInfo::GetAccountType
     Pop $0
     ${If} $0 != "Admin"
-      ; Windows asks for one, and this goes on there.
+      ; Starts the installer again as an administrator; Windows asks the user for permission.
       StrCpy $0 "/AllUsers"
       ${If} $inPath == "yes"
         StrCpy $0 "/AllUsers /Path"
@@ -163,12 +164,12 @@ FunctionEnd
 
 ; ---- what is installed --------------------------------------------------------------------------------
 
-; What an older version installed goes first, so that none of its files stays behind.
+; Removes an older version first, so that none of its files remains.
 Function RemoveOlder
   ReadRegStr $0 SHCTX "${KEY}" "Folder"
   ${If} $0 != ""
   ${AndIf} ${FileExists} "$0\uninstall.exe"
-    ; With _? it works where it is, and is waited for.
+    ; With _?=folder the uninstaller runs in place, so that ExecWait can wait for it.
     ExecWait '"$0\uninstall.exe" /S _?=$0' $1
     Delete "$0\uninstall.exe"
     RMDir "$0"
@@ -202,14 +203,14 @@ Section "vu_storage"
     StrCpy $R0 "$INSTDIR\bin"
     StrCpy $R1 $whose
     Call PathAdd
-    ; Only who has entered it takes it out again.
+    ; The uninstaller removes the entry of PATH only when this installation added it.
     WriteRegStr SHCTX "${KEY}" "Path" $R2
   ${EndIf}
 SectionEnd
 
-; ---- its removal --------------------------------------------------------------------------------------
+; ---- uninstallation -----------------------------------------------------------------------------------
 
-; Whose it is: the registry tells, by the folder.
+; The registry entry with this folder shows whether the installation is for one user or for all users.
 Function un.onInit
   SetRegView 64
   StrCpy $whose "user"
@@ -247,7 +248,7 @@ Section "Uninstall"
   RMDir "$INSTDIR"
   DeleteRegKey SHCTX "${UNINSTALL}"
   ${If} $whose == "user"
-    ; Who has installed nothing else had neither.
+    ; Without other installed programs these did not exist before; each is removed only when it is empty.
     RMDir "$LOCALAPPDATA\Programs"
     DeleteRegKey /ifempty HKCU "Software\Microsoft\Windows\CurrentVersion\Uninstall"
   ${EndIf}

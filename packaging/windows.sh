@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Makes a ZIP and an installer for 64-bit Windows, puts each into a fresh Wine, and builds and runs programs
-# against what is there: packaging/windows.sh. Everything is below build/package/windows.
-# VU_SIGN names a command that signs the file it is called with, in place: all programs and DLLs are, the
-# installer and the uninstaller included.
+# Creates a ZIP and an installer for 64-bit Windows, installs each in a new Wine prefix, and builds and runs programs
+# with it: packaging/windows.sh. The results are below build/package/windows.
+# VU_SIGN names a command that signs the file in its argument in place. It signs all programs and DLLs, the installer
+# and the uninstaller.
 . "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
 cd "$ROOT"
 
@@ -12,7 +12,7 @@ version=$(sed -n 's/^project(vu_storage VERSION \([0-9.]*\).*/\1/p' CMakeLists.t
 name=vu_storage-$version-win64
 tree=$work/$name
 
-# Far more than a step takes; a program that hangs must not hang the caller.
+# Much longer than a step takes; ends a program that hangs.
 limit=(timeout -k 10 300)
 
 build() {
@@ -21,14 +21,14 @@ build() {
   quietly "$work/build.log" "building" cmake --build --preset mingw --parallel "$JOBS" --target vu_storage stgctl
 }
 
-# licence_of <Debian package> <name of the file>
+# Copies the licence of a Debian package into the tree: licence_of <Debian package> <name of the file>
 licence_of() {
-  [ -r "/usr/share/doc/$1/copyright" ] || die "the licence of $1 is not in /usr/share/doc/$1"
+  [ -r "/usr/share/doc/$1/copyright" ] || die "/usr/share/doc/$1/copyright is missing: install the Debian package $1"
   cp -L "/usr/share/doc/$1/copyright" "$tree/licences/$2.txt"
 }
 
 stage() {
-  say "putting the tree together"
+  say "assembling the tree"
   rm -rf "$tree"
   mkdir -p "$tree/licences" "$tree/examples"
   quietly "$work/install.log" "installing" cmake --install build/mingw --prefix "$tree" --strip
@@ -52,20 +52,20 @@ stage() {
   cp /usr/share/common-licenses/GPL-3 "$tree/licences/GPL-3.txt"
   local dll
   for dll in vu_storage libstdc++-6 libgcc_s_seh-1 libwinpthread-1; do
-    [ -f "$tree/bin/$dll.dll" ] || die "$dll.dll is not in the tree"
+    [ -f "$tree/bin/$dll.dll" ] || die "$tree/bin/$dll.dll is missing: see $work/install.log"
   done
   sign_tree "$tree"
   python3 packaging/sbom.py write --kind windows --version "$version" "$tree" "$tree/vu_storage.spdx.json"
   python3 packaging/sbom.py check "$tree" "$tree/vu_storage.spdx.json"
 }
 
-# Has the named command sign programs and DLLs in place: VU_SIGN <file>. Without one they stay as they are.
+# Signs the programs and DLLs of a tree with VU_SIGN. Without VU_SIGN they remain unsigned.
 # sign_tree <folder>
 sign_tree() {
   [ -n "${VU_SIGN-}" ] || return 0
   local file
   for file in "$1"/bin/*.exe "$1"/bin/*.dll; do
-    "$VU_SIGN" "$file" || die "VU_SIGN ($VU_SIGN) cannot sign $file"
+    "$VU_SIGN" "$file" || die "cannot sign $file: the command VU_SIGN ($VU_SIGN) failed"
   done
 }
 
@@ -74,14 +74,14 @@ make_installer() {
   local -a sign=()
   [ -z "${VU_SIGN-}" ] || sign=(-DSIGN="\"$VU_SIGN\"")
   python3 packaging/windows_files.py "$1" "$work/files.nsh"
-  quietly "$work/nsis.log" "making the installer" makensis -V2 -WX -DVERSION="$version" -DTREE="$1" \
+  quietly "$work/nsis.log" "creating the installer" makensis -V2 -WX -DVERSION="$version" -DTREE="$1" \
     -DLIST="$work/files.nsh" -DOUTPUT="$2" "${sign[@]}" packaging/windows.nsi
 }
 
 pack() {
   rm -f "$work/$name.zip" "$work/$name-setup.exe"
   say "the ZIP"
-  (cd "$work" && zip -q -X -r "$name.zip" "$name") || die "the ZIP could not be made"
+  (cd "$work" && zip -q -X -r "$name.zip" "$name") || die "cannot create $work/$name.zip: see above"
   say "the installer"
   make_installer "$tree" "$work/$name-setup.exe"
   python3 packaging/windows_pe.py "$version" "$tree"/bin/{vu_storage.dll,stgctl.exe} "$work/$name-setup.exe"

@@ -1,14 +1,14 @@
-"""Writes what the installer installs and removes, file by file: windows_files.py TREE FILE
+"""Writes the list of files for the installer: windows_files.py TREE FILE
 
-FILE gets two macros for windows.nsi: InstallFiles (with the tree's folder), and RemoveFiles, which removes the same
-files, and the folders that are then empty. Nothing else that lies there goes.
+FILE gets two macros for windows.nsi. InstallFiles installs the files of the tree. RemoveFiles removes the same files and
+then the folders that are empty; other files remain.
 """
 import pathlib
 import sys
 
 
 def quoted(path):
-    """A path below $INSTDIR, in the words of NSIS."""
+    """A path below $INSTDIR, quoted for NSIS."""
     return "\\".join(path.parts).replace("$", "$$").replace('"', '$\\"')
 
 
@@ -16,7 +16,7 @@ def main(tree, target):
     tree = pathlib.Path(tree)
     files = sorted(path.relative_to(tree) for path in tree.rglob("*") if path.is_file())
     if not files:
-        sys.exit(f"error: there is no file below {tree}")
+        sys.exit(f"error: there is no file below {tree}: name the folder of the package")
     folders = sorted({parent for path in files for parent in path.parents if parent.parts})
     lines = ["!macro InstallFiles tree"]
     for folder in [pathlib.Path(), *folders]:

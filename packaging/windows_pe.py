@@ -1,27 +1,29 @@
-"""Looks into Windows programs and DLLs: windows_pe.py VERSION FILE...
+"""Checks Windows programs and DLLs: windows_pe.py VERSION FILE...
 
-Each file must bear the version in its resource, have what protects its memory (an address of its own at every start, no
-code among its data), and need no DLL but those that lie beside it or that Windows takes from its own folder alone.
+Each file must have the version in its version resource and use the memory protection of Windows: random addresses
+(ASLR), no execution of data (DEP). It may only need DLLs in its own folder, and DLLs that Windows loads from its system
+folder only.
 """
 import pathlib
 import struct
 import sys
 
-# What Windows never looks for anywhere else, whatever lies beside a program ("KnownDLLs"; COMCTL32 by the manifest), and
-# what is in no folder but the system's, where it looks before it comes to the current one.
+# DLLs that Windows always loads from the system folder ("KnownDLLs"; COMCTL32 by the manifest), and DLLs that only the
+# system folder contains, which Windows searches before the current folder.
 OF_WINDOWS = {"advapi32.dll", "comctl32.dll", "gdi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "shell32.dll",
               "user32.dll", "ws2_32.dll", "iphlpapi.dll"}
-PROTECTED = {0x20: "64-bit addresses at random", 0x40: "addresses at random", 0x100: "no code among data"}
+PROTECTED = {0x20: "random 64-bit addresses (HIGH_ENTROPY_VA)", 0x40: "random addresses (DYNAMIC_BASE)",
+             0x100: "no execution of data (NX_COMPAT)"}
 
 
 class Image:
-    """The parts of a 64-bit image that are looked at."""
+    """The checked parts of a 64-bit PE image."""
 
     def __init__(self, path):
         self.data = path.read_bytes()
         header = self.number("<I", 0x3C)
         if self.data[header:header + 4] != b"PE\0\0" or self.number("<H", header + 24) != 0x20B:
-            raise ValueError("no 64-bit image")
+            raise ValueError("not a 64-bit PE image")
         self.flags = self.number("<H", header + 24 + 70)
         self.folders = [struct.unpack_from("<II", self.data, header + 24 + 112 + 8 * i) for i in range(16)]
         first = header + 24 + self.number("<H", header + 20)
@@ -35,10 +37,10 @@ class Image:
         for size, start, raw_size, raw in self.sections:
             if start <= address < start + max(size, raw_size):
                 return address - start + raw
-        raise ValueError("an address lies outside")
+        raise ValueError(f"the address {address:#x} is in no section")
 
     def imports(self):
-        """The names of the DLLs, those that are loaded at the first call included."""
+        """The names of the imported DLLs, including delay-loaded ones."""
         names = []
         for folder, size, field in ((1, 20, 12), (13, 32, 4)):
             address = self.folders[folder][0]
@@ -50,7 +52,7 @@ class Image:
         return names
 
     def resource(self, kind):
-        """The first resource of a kind, whatever its name and language."""
+        """The first resource of a kind, with any name and language."""
         base = self.position(self.folders[2][0]) if self.folders[2][0] else None
         at = base
         for level in range(3):
@@ -64,7 +66,7 @@ class Image:
         return self.data[self.position(address):][:size]
 
     def versions(self):
-        """FileVersion as numbers, and as text."""
+        """The file version from the numbers, and from the text FileVersion."""
         block = self.resource(16)
         at = block.find(struct.pack("<I", 0xFEEF04BD))
         if at < 0:
@@ -79,16 +81,16 @@ def faults_of(path, version):
     image = Image(path)
     number, text = image.versions()
     if number is None:
-        yield "it has no version"
+        yield "it has no version resource"
     elif number != version + ".0" or text != version:
-        yield f"its version is {number}, told as {text}"
+        yield f"its version is {number} and its FileVersion is '{text}', expected {version}.0 and '{version}'"
     for bit, what in PROTECTED.items():
         if not image.flags & bit:
             yield f"it lacks: {what}"
     beside = {other.name.lower() for other in path.parent.iterdir()}
     for name in image.imports():
         if name not in OF_WINDOWS and name not in beside:
-            yield f"it needs {name}, which is neither beside it nor Windows' own"
+            yield f"it needs {name}, which is neither in its folder nor a DLL of Windows"
 
 
 def main(version, names):
@@ -99,7 +101,7 @@ def main(version, names):
             failed = True
     if failed:
         sys.exit(1)
-    print(f"== {len(names)} files: version {version}, protected memory, DLLs of their own or of Windows")
+    print(f"== {len(names)} files: version {version}, memory protection, only own DLLs and DLLs of Windows")
 
 
 if __name__ == "__main__":
