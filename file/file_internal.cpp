@@ -12,25 +12,25 @@ namespace vu_file_internal {
 namespace {
 
 constexpr std::u16string_view kPrefix = u"\\\\?\\";
-/// What may lie beyond the root: the classic limit less room for a short file name below a folder.
+/// The limit for the part after the root: the classic limit, less room for a short file name.
 constexpr std::size_t kClassicLength = 249;
 
 bool is_drive_letter(char16_t c) { return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z'); }
 
-/// Backslashes for slashes, and single ones but for those that begin a network path.
+/// Replaces slashes by backslashes, and runs of them by one, except at the start of a network path.
 std::u16string normalised(const std::u16string& path) {
   std::u16string result;
   result.reserve(path.size());
   for (const char16_t c : path) {
     const char16_t unit = c == u'/' ? u'\\' : c;
-    // A run of backslashes may begin before position 2; what lies there is never dropped.
+    // The first three characters always stay: a network path begins with a run of backslashes.
     if (unit == u'\\' && result.size() > 2 && result.back() == u'\\') continue;
     result += unit;
   }
   return result;
 }
 
-/// The length of the root that a path begins with; 0 for one that begins with none.
+/// The length of a path's root; 0 if it has none.
 std::size_t root_length(std::u16string_view path) {
   if (path.starts_with(u"\\\\")) return 2;
   if (path.starts_with(u'\\')) return 1;
@@ -48,7 +48,7 @@ ucs2string getLongPath(const ucs2string& path) {
   const std::size_t root = root_length(bare);
   if (root == 0 || bare.size() - root < kClassicLength) return result;
 
-  // Required: network paths get no form of their own.
+  // Required: a network path gets the same prefix as any other path.
   ucs2string prefixed(std::u16string(kPrefix).append(bare));
   ucs2string short_form;
   if (os::short_path(prefixed, short_form).ok()) return short_form;
@@ -62,7 +62,7 @@ vu_utf8string long_form(const vu_utf8string& path) {
 std::u16string absolute_form(const ucs2string& path) {
   std::u16string result = normalised(path.str());
   const std::size_t root = root_length(result);
-  // Required: a network path counts as relative here, and so does every path without a root.
+  // Required: a network path is treated as relative, like every path without a root.
   return root == 1 || root == 3 ? result : std::u16string();
 }
 
@@ -71,7 +71,7 @@ bool getFileStat(const vu_utf8string& path, os::FileStat& result, bool alreadyLo
   VU_FILE_SCOPE();
   ucs2string wide(path);
   if (!alreadyLong) wide = getLongPath(wide);
-  // A root is none without its own.
+  // A root needs its backslash.
   const std::size_t kept = os::length_without_separators(std::u16string_view(wide.str()));
   if (kept < wide.size()) wide = wide.substr(0, kept);
 

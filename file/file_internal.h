@@ -6,26 +6,26 @@
 #include "platform/os/os.h"
 #include "vu_i18n.h"
 
-/// What the UTF-8 operations share.
+/// Functions that the UTF-8 operations share.
 namespace vu_file_internal {
 
-/// The form in which a path goes to the wide system calls: separators made uniform and single, and
-/// beyond the classic length limit the short names of the volume or, without them, the prefix
-/// "\\?\".
+/// The form of a path for the wide system calls. Separators become single backslashes. A path
+/// beyond the classic length limit becomes its short name on the volume; if there is none, it gets
+/// the prefix "\\?\".
 ucs2string getLongPath(const ucs2string& path);
 
 /// The same for a UTF-8 path, in UTF-8.
 vu_utf8string long_form(const vu_utf8string& path);
 
-/// A path that begins with one separator, or with a drive and a separator, with backslashes alone;
-/// empty for every other path.
+/// The path with backslashes only, if it begins with one separator or with a drive and a separator.
+/// Empty for every other path.
 std::u16string absolute_form(const ucs2string& path);
 
-/// Describes a file or folder; backslashes at the end of the path do not count, but for a root's
-/// own.
+/// Describes a file or folder. Backslashes at the end of the path are ignored, except the one of a
+/// root.
 /// @param alreadyLong whether @p path is in its long form.
-/// @param folder what the last component is looked up in, see os::Path::in().
-/// @return false after a warning when it is missing, after an error on any other failure.
+/// @param folder where the last component is looked up, see os::Path::in().
+/// @return false after a warning if it is missing, and after an error on any other failure.
 bool getFileStat(const vu_utf8string& path, os::FileStat& result, bool alreadyLong,
                  os::Links links = os::Links::kFollow, os::Handle folder = os::kNoHandle);
 

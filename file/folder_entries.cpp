@@ -8,16 +8,16 @@ using path_text::with_separator;
 
 os::Listing folder_entries(const std::string& folder) {
   os::Listing entries;
-  // A separator alone would make the empty name the current folder.
+  // with_separator() would turn the empty name into the current folder.
   if (folder.empty()) return entries;
-  // As in filenames(), a listing that fails is an empty one.
+  // As in filenames(), a failed listing is an empty one.
   static_cast<void>(os::list(with_separator(folder, Encoding::kNarrow), entries));
   return entries;
 }
 
 os::Status find_entry(const std::string& path) {
   if (path_text::is_network(path)) return os::probe_attributes(path);
-  // A folder is found as its own entry.
+  // A folder is found by its own entry, ".".
   if (ends_in_separator(path, Encoding::kNarrow)) return os::probe_search(path + ".");
   return os::probe_search(path);
 }

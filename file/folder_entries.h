@@ -4,9 +4,9 @@
 
 #include "platform/os/os.h"
 
-/// Lists a folder as vu_file::filenames() does, with the kind of each entry, and traces nothing.
-/// Empty when the folder cannot be listed.
+/// Lists a folder like vu_file::filenames(), with the kind of each entry, but traces nothing. Empty
+/// if the folder cannot be listed.
 os::Listing folder_entries(const std::string& folder);
 
-/// vu_file::exists() with the reason, and without its trace scope.
+/// Like vu_file::exists(), but returns the reason and opens no trace scope.
 os::Status find_entry(const std::string& path);

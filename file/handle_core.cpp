@@ -25,7 +25,7 @@ bool is_known_mode(vu_file_base::type_access mode) {
   return false;
 }
 
-/// The whole file, at any size.
+/// A lock on the whole file, of any size.
 vu_file_base::lock_desc_t whole_file_lock(vu_file_base::type_access mode, bool no_wait) {
   vu_file_base::lock_desc_t request{};
   if (mode != vu_file_base::o_read) request.flags |= os::kLockExclusive;
@@ -38,7 +38,7 @@ vu_file_base::lock_desc_t whole_file_lock(vu_file_base::type_access mode, bool n
 constexpr std::int16_t kFromStart = 0;
 constexpr std::int16_t kFromEnd = 2;
 
-/// So much is read first of a file whose size is not told.
+/// The first read has this size if the size of the file is not known.
 constexpr std::size_t kFirstRead = 4096;
 
 }  // namespace
@@ -52,7 +52,7 @@ void HandleCore::trace_failure(const char* what, std::int32_t error, trace_event
     try {
       listener->hear_failure(path(), error);
     } catch (...) {
-      // Without memory for the path the listener hears the texts alone.
+      // Without memory for the path, the listener gets the texts only.
     }
   }
   const vu_host::trace_site site = m_operation.at(line);
@@ -61,7 +61,7 @@ void HandleCore::trace_failure(const char* what, std::int32_t error, trace_event
   try {
     text = m_spelling.error_text(error);
   } catch (...) {
-    // The record goes out without the text.
+    // The record is traced without the text.
   }
   trace::emit(site, event, "Error message :", text);
 }
@@ -81,7 +81,7 @@ bool HandleCore::try_open(vu_file_base::type_access mode, bool& lock_failed, boo
     close();
   }
   const std::string full_path = path();
-  // Required: kept also when the mode turns out to be none, and after a failure.
+  // Required: also stored if the mode is invalid, and after a failure.
   m_state.access = mode;
   if (!is_known_mode(mode)) {
     error = os::last_error();
@@ -97,7 +97,7 @@ bool HandleCore::try_open(vu_file_base::type_access mode, bool& lock_failed, boo
   }
   const bool locked = take_lock(m_state, whole_file_lock(mode, no_wait)).ok();
   lock_failed = !locked;
-  // Required: without the lock nothing is cut, and the file stays open.
+  // Required: without the lock the file is not cut, and stays open.
   if (locked && mode == vu_file_base::o_truncate) clear();
   return true;
 }
@@ -112,7 +112,7 @@ void HandleCore::open(vu_file_base::type_access mode) {
     throw vu_file_except("the lock was not obtained in time", 0);
   }
   if (lock_failed) {
-    // Required, though try_open() never gets here: it says true whenever it has asked for a lock.
+    // Required, though try_open() never gets here: it returns true whenever it requests a lock.
     trace_failure("lock file", os::last_error());
     return;
   }
@@ -180,7 +180,7 @@ std::int64_t HandleCore::size() const {
 
 FileText HandleCore::read_to_end() {
   check_reading_mode();
-  // Only a hint: what a folder tells of a file's size may be behind what was written.
+  // Only a hint: the size in the folder may be older than the last write.
   os::FileStat told;
   const bool has_hint =
       os::stat(path(), told).ok() && std::in_range<std::int32_t>(told.size) && told.size != 0;
@@ -190,7 +190,7 @@ FileText HandleCore::read_to_end() {
   std::size_t room = 0;
   for (;;) {
     if (text.size + wanted > room) {
-      // One byte more, so that the read that finds the end needs no larger room.
+      // One byte more, so that the read that finds the end needs no larger memory.
       room = text.size + wanted + 1;
       std::unique_ptr<char[]> larger(new char[room]);
       std::copy_n(text.bytes.get(), text.size, larger.get());
@@ -209,7 +209,7 @@ void HandleCore::read(unsigned char*& buffer, unsigned int& length) {
   check_reading_mode();
   const std::int64_t wanted = length != 0 ? length : m_spelling.size(path());
   if (wanted == 0) return;
-  // The terminator has to be counted, too.
+  // The terminator needs a byte, too.
   if (wanted < 0 || wanted >= std::numeric_limits<unsigned int>::max()) {
     length = 0;
     fail_read(os::last_error());
@@ -219,13 +219,13 @@ void HandleCore::read(unsigned char*& buffer, unsigned int& length) {
   std::size_t done = 0;
   const os::Status status = os::read(m_state.handle, buffer, count, done);
   if (!status.ok()) {
-    // Required: the caller keeps the pointer, which is of no use any more.
+    // Required: the caller keeps the pointer, which is invalid now.
     delete[] buffer;
     length = 0;
     fail_read(status.code());
   }
   length = static_cast<unsigned int>(done);
-  // Required: at the count asked for; between a shorter read and it nothing is set.
+  // Required: at the requested count. After a shorter read the bytes before it are not set.
   buffer[count] = 0;
 }
 
@@ -240,7 +240,7 @@ int HandleCore::write(std::string_view data) {
 }
 
 void HandleCore::seek(int offset, short origin) {
-  // Required: neither checked nor reported.
+  // Required: the result is ignored.
   static_cast<void>(os::seek(m_state.handle, offset, origin));
 }
 
@@ -270,7 +270,7 @@ replacement::Outcome HandleCore::replace_text(std::string_view old_bytes,
 }
 
 void HandleCore::close_replaced(const replacement::Outcome& outcome) noexcept {
-  // After a complete replacement only the cut is not on the device, and need not be.
+  // After a complete replacement only the cut is not flushed, and it need not be.
   if (outcome.ok()) {
     unlock_and_close();
   } else {
@@ -312,7 +312,7 @@ void HandleCore::close_guarded() noexcept {
 
 void HandleCore::close() noexcept {
   if (!m_state.is_open()) return;
-  // What was written is on the device before anybody else gets the lock.
+  // What was written is on the device before another handle gets the lock.
   if (m_state.access != vu_file_base::o_read) flush_guarded();
   unlock_and_close();
 }
@@ -326,7 +326,7 @@ void HandleCore::unlock_and_close() noexcept {
 // ---- the lock ----------------------------------------------------------------------------------
 
 os::Status HandleCore::take_lock(vu_file_base& state, const vu_file_base::lock_desc_t& request) {
-  // The system writes into its part of the record.
+  // The system writes into its part of the record, so it gets a copy.
   vu_file_base::lock_desc_t record = request;
   const os::Status status =
       LockLimit::lock(state.handle, {record.flags, record.reserved, record.lengthLow,
@@ -361,7 +361,7 @@ std::size_t read_into(vu_file& file, void* buffer, std::size_t room) {
 bool write_from(vu_file& file, std::string_view bytes) {
   VU_FILE_SCOPE();
   HandleCore core(file, vu_trace_scope);
-  // Its counts have 32 bits.
+  // HandleCore::write() counts in 32 bits.
   constexpr std::size_t kMost = std::size_t{1} << 30;
   while (!bytes.empty()) {
     const std::string_view piece = bytes.substr(0, kMost);

@@ -13,13 +13,13 @@
 
 class vu_fileutf8;
 
-/// What differs between the narrow and the UTF-8 handle. vu_file.cpp and vu_fileutf8.cpp hold one
-/// implementation each.
+/// What differs between the narrow and the UTF-8 handle. vu_file.cpp and vu_fileutf8.cpp contain
+/// one implementation each.
 class HandleSpelling {
  public:
-  /// Opens @p path, after whatever the spelling does to a path first.
+  /// Opens @p path, which the spelling may convert first.
   virtual os::Status open(const std::string& path, os::Access access, os::Handle& handle) const = 0;
-  /// The size of the whole file as a read count; may be negative or too large for one.
+  /// The size of the whole file as a read count. It may be negative, or too large for a count.
   virtual std::int64_t size(const std::string& path) const = 0;
   /// The system's text for an error.
   virtual std::string error_text(std::int32_t code) const = 0;
@@ -31,11 +31,11 @@ class HandleSpelling {
   ~HandleSpelling() = default;
 };
 
-/// The access field of a handle that was never opened.
+/// The access mode of a handle that was never opened.
 inline constexpr auto kNeverOpened = static_cast<vu_file_base::type_access>(0xFFFFFFFFU);
 
-/// What a file held, to its end. Nothing ends the bytes, and a NUL is a byte like any other. An
-/// empty file may come without memory.
+/// All bytes of a file. There is no terminator, and a NUL is a byte like any other. For an empty
+/// file `bytes` may be null.
 struct FileText {
   std::unique_ptr<char[]> bytes;
   std::size_t size = 0;
@@ -43,22 +43,21 @@ struct FileText {
   std::string_view view() const { return {bytes.get(), size}; }
 };
 
-/// The protocol of the two file handles. It works on the fields of one handle for the span of one
-/// call, and is never kept: each member of vu_file and vu_fileutf8 opens its trace scope, makes a
-/// HandleCore and calls the member that does the work. What is traced names that operation.
+/// The protocol of the two file handles. Each member of vu_file and vu_fileutf8 opens its trace
+/// scope, constructs a HandleCore for this one call, and calls the member that does the work. The
+/// traces name the operation of that scope.
 ///
 /// Order of calls: open() or try_open(); then read(), write(), seek() and clear() as the mode
-/// allows; then close(). A file is locked from its opening to its closing. replace_text() stands
-/// for write() where an interruption must not harm what the file held, and is followed by
-/// close_replaced().
+/// allows; then close(). The file is locked from open to close. For an atomic replacement,
+/// replace_text() takes the place of write(), and close_replaced() that of close().
 ///
-/// Errors: open(), the reads and the checks of the mode throw vu_file_except. Everything else is
-/// traced at Error level, as two records: what failed on which file, and the system's text.
+/// Errors: open(), the reads and the checks of the mode throw vu_file_except. Every other failure
+/// is traced at Error level as two records: what failed on which file, and the system's text.
 ///
-/// Threads: one at a time on one handle, as with the handle itself.
+/// Threads: one at a time on one handle.
 class HandleCore {
  public:
-  /// @param operation the scope of the operation; it and the handle outlive the object.
+  /// @param operation the scope of the operation; it and the handle must outlive this object.
   HandleCore(vu_file& handle, const trace::Scope& operation);
   HandleCore(vu_fileutf8& handle, const trace::Scope& operation);
 
@@ -81,24 +80,25 @@ class HandleCore {
   replacement::Outcome replace_text(std::string_view old_bytes, std::string_view new_text);
   void close_replaced(const replacement::Outcome& outcome) noexcept;
 
-  /// The lock of a handle, with what its owner knows about it kept in step.
+  /// Takes and releases the lock of a handle, and updates the handle's record of it.
   static os::Status take_lock(vu_file_base& state, const vu_file_base::lock_desc_t& request);
   static os::Status give_lock_back(vu_file_base& state);
 
  private:
   std::string path() const;
-  /// As the public one; @p error is the system's error when the file could not be opened.
+  /// Like the public one. If the file cannot be opened, @p error receives the system's error.
   bool try_open(vu_file_base::type_access mode, bool& lock_failed, bool no_wait,
                 std::int32_t& error);
   /// @throws vu_file_except unless the handle's mode allows it.
   void check_reading_mode() const;
   void check_writing_mode() const;
-  /// Two records: what failed on which file, and the system's text for it. They tell the line of
-  /// the call (std::source_location is not in every compiler that builds this).
+  /// Traces two records: what failed on which file, and the system's text for the error. Both name
+  /// the line of the call. (std::source_location is not in every compiler that builds this.)
   void trace_failure(const char* what, std::int32_t error,
                      vu_host::trace_event event = vu_host::trace_event::error,
                      int line = __builtin_LINE()) const noexcept;
-  /// The bytes to ask for, 0 standing for the whole file. @throws vu_file_except when none can be.
+  /// The number of bytes to read; a @p count of 0 means the whole file. @throws vu_file_except if
+  /// that number is negative or too large.
   std::size_t count_to_read(int count) const;
   [[noreturn]] void fail_read(std::int32_t error) const;
   void flush_guarded() noexcept;
@@ -107,43 +107,43 @@ class HandleCore {
   void close_guarded() noexcept;
 
   vu_file_base& m_state;
-  /// The handle's own names, as bytes; the full path is put together only where it is needed.
+  /// The handle's own names, as bytes. The full path is built only where it is needed.
   const std::string& m_directory;
   const std::string& m_file_name;
   const HandleSpelling& m_spelling;
   const trace::Scope& m_operation;
 };
 
-/// Reads an open file from its position to its end through the handle, however long it has become,
-/// into memory that nobody clears first. A read that ends early is followed by another one: only a
-/// read of no bytes is the end.
-/// @throws vu_file_except as vu_file::read() does, with the same traces.
+/// Reads an open file from its position to its end through the handle, however large the file has
+/// become. The memory is not cleared first. After a short read it reads on: only a read of no bytes
+/// is the end.
+/// @throws vu_file_except like vu_file::read(), with the same traces.
 FileText read_to_end(vu_file& file);
 
-/// The size of an open file itself, whatever its name stands for by now. A failure is traced.
+/// The size of the open file itself, even if another file has its name now. A failure is traced.
 /// @throws vu_file_except
 std::int64_t size_of(vu_file& file);
 
-/// Reads from the position on, straight into the caller's memory; fewer bytes than @p room at the
-/// end of the file only. @throws vu_file_except as vu_file::read() does.
+/// Reads from the position on into the caller's memory. Returns fewer bytes than @p room only at
+/// the end of the file. @throws vu_file_except like vu_file::read().
 std::size_t read_into(vu_file& file, void* buffer, std::size_t room);
-/// Writes straight from the caller's memory. @return whether all bytes were written; a failure is
-/// traced. @throws vu_file_except as vu_file::write() does.
+/// Writes from the caller's memory. @return whether all bytes were written; a failure is traced.
+/// @throws vu_file_except like vu_file::write().
 bool write_from(vu_file& file, std::string_view bytes);
 
-/// Replaces the whole content of an open file so that an interruption at any moment leaves the old
-/// text or the new one (see replacement.h), and flushes it. @p old_bytes is what the file holds,
-/// read to the end. The file stays open, and locked, until close_replaced().
+/// The atomic replacement of the whole content of an open file (see replacement.h), with its
+/// flushes. The file stays open and locked until close_replaced(). @p old_bytes are all bytes of
+/// the file.
 ///
 /// A failed write is traced like one of vu_file::write(), a failed flush like one of
-/// vu_file::close(), a failed cut like one of vu_file::clear(). Required: for "index.dat" and its
-/// counter alone; all other files are cut first, as their modes say.
-/// @return how far it came, and what the file holds now.
-/// @throws vu_file_except in a mode without writing.
+/// vu_file::close(), a failed cut like one of vu_file::clear(). Required: only for "index.dat" and
+/// its counter; all other files are cut first, as their modes say.
+/// @return the failures, and the text that the file contains now.
+/// @throws vu_file_except if the mode does not allow writing.
 replacement::Outcome replace_text(vu_file& file, std::string_view old_bytes,
                                   std::string_view new_text);
-/// Closes such a file; what replace_text() left unflushed is flushed.
+/// Closes such a file, and flushes it first unless the replacement succeeded.
 void close_replaced(vu_file& file, const replacement::Outcome& outcome) noexcept;
-/// Both. @return what the file holds afterwards.
+/// Both. @return the text that the file contains afterwards.
 replacement::Holds replace_and_close(vu_file& file, std::string_view old_bytes,
                                      std::string_view new_text);

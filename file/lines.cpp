@@ -6,7 +6,7 @@ bool next_line(std::string_view& rest, std::string_view& line) {
   while (!rest.empty()) {
     const std::size_t feed = rest.find('\n');
     if (feed == std::string_view::npos) {
-      // Required: what no line feed ends keeps its carriage return.
+      // Required: a last line without a line feed keeps its carriage return.
       line = rest;
       rest = {};
       return true;

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-/// Takes the next non-empty line off the front of @p rest: the text before a line feed, less one
-/// carriage return at its end, or what follows the last line feed as it stands.
-/// @return false, with @p rest empty, when there is none.
+/// Removes the next non-empty line from the front of @p rest. A line is the text before a line
+/// feed, without one carriage return at its end, or all text after the last line feed.
+/// @return false if there is no line; @p rest is empty then.
 bool next_line(std::string_view& rest, std::string_view& line);

@@ -7,7 +7,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Who waits asks again after a pause, which grows from one to the other.
+/// A waiting thread tries again after a pause, which grows from the first value to the second.
 constexpr std::chrono::milliseconds kShortest = 1ms;
 constexpr std::chrono::milliseconds kLongest = 20ms;
 
@@ -16,7 +16,7 @@ constinit thread_local LockLimit* t_limit = nullptr;
 }  // namespace
 
 LockLimit::LockLimit(std::optional<std::chrono::milliseconds> most) noexcept : m_before(t_limit) {
-  // A limit that the clock cannot reach is none.
+  // A limit beyond the range of the clock is no limit.
   constexpr std::chrono::hours kEver = 24h * 365 * 100;
   if (most && *most < kEver) m_end = Clock::now() + *most;
   t_limit = this;

@@ -5,26 +5,26 @@
 
 #include "platform/os/os.h"
 
-/// How long the calling thread waits for the locks that it opens files with: without limit, as the
-/// classes say, unless an object of this class lives. All waits of its life count together.
+/// Limits how long the calling thread waits for the locks of files that it opens. The limit lasts
+/// as long as the object; without one, a thread waits without limit. The waits are added up.
 ///
-/// When the time is over every further lock that is not free is refused at once, and open() throws:
-/// an operation ends as soon as it can, and its caller asks passed().
+/// When the time is over, each further lock that is not free is refused at once, and open() throws.
+/// So the operation ends soon, and its caller checks passed().
 class LockLimit {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// @param most nothing for no limit; 0 refuses a lock that is not free at once.
+  /// @param most nothing for no limit; with 0 a lock that is not free is refused at once.
   explicit LockLimit(std::optional<std::chrono::milliseconds> most) noexcept;
   ~LockLimit();
   LockLimit(const LockLimit&) = delete;
   LockLimit& operator=(const LockLimit&) = delete;
 
-  /// Whether a limit is in force on this thread.
+  /// Whether this thread has a limit.
   static bool is_set() noexcept;
-  /// Whether a lock was not obtained because the time was over.
+  /// Whether a lock was refused because the time was over.
   static bool passed() noexcept;
-  /// Takes a lock within the limit in force.
+  /// Takes a lock within the current limit.
   static os::Status lock(os::Handle handle, const os::LockRequest& request);
 
  private:

@@ -5,11 +5,11 @@
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
 
-/// A folder that is held open while it is emptied: nobody can put a link to elsewhere in its place
-/// between the question what it is and the removal of what is in it.
+/// A folder that is held open while it is emptied. Nobody can replace it by a link to another
+/// folder between the check of what it is and the removal of its entries.
 class OpenFolder {
  public:
-  /// @param name the path as traces tell it; it and @p operation outlive the object.
+  /// @param name the path for traces; it and @p operation must outlive this object.
   OpenFolder(const trace::Scope& operation, os::Path path, const std::string& name)
       : m_operation(operation), m_name(name), m_opened(os::open_folder(path, m_handle).ok()) {}
   ~OpenFolder() {
@@ -26,8 +26,8 @@ class OpenFolder {
   /// For os::Path::in().
   os::Handle get() const { return m_handle; }
 
-  /// What is in it; none when it cannot be opened or listed. @p path is its path, a separator at
-  /// its end.
+  /// The entries of the folder; none if it cannot be opened or listed. @p path is its path, with a
+  /// separator at the end.
   os::Listing entries(os::Path path) const {
     os::Listing found;
     if (m_opened) static_cast<void>(os::list(path.in(m_handle), found));

@@ -9,17 +9,17 @@
 #include "platform/os/os.h"
 
 /// @file
-/// Paths as text, for both spellings of the file layer: nothing here traces, fails or looks at a
+/// Paths as text, for both spellings of the file layer. Nothing here traces, fails or accesses a
 /// file.
 namespace path_text {
 
-/// What the bytes of a path are. In a two-byte code page the second byte of a character may look
-/// like a backslash; in UTF-8 no part of another character does.
+/// The encoding of a path. In a two-byte code page the second byte of a character may have the
+/// value of a backslash. In UTF-8 no byte of another character has this value.
 enum class Encoding : std::uint8_t { kNarrow, kUtf8 };
 
 /// Whether the byte at @p at is the second one of a two-byte character of the narrow encoding.
 inline bool is_second_byte(std::string_view path, std::size_t at) {
-  // A byte that begins no character ends one: of the run before @p at only the length counts.
+  // An odd number of lead bytes directly before @p at means that the last one begins a character.
   std::size_t leads = 0;
   while (leads < at && os::is_lead_byte(static_cast<unsigned char>(path[at - leads - 1]))) ++leads;
   return leads % 2 != 0;
@@ -32,7 +32,7 @@ constexpr bool is_separator(Char c) {
 
 inline bool is_separator_at(std::string_view path, std::size_t at, Encoding encoding) {
   if (!is_separator(path[at])) return false;
-  // No second byte looks like a slash.
+  // No second byte has the value of a slash.
   return encoding == Encoding::kUtf8 || path[at] == '/' || !is_second_byte(path, at);
 }
 
@@ -43,8 +43,8 @@ inline bool ends_in_separator(std::u16string_view path) {
   return !path.empty() && is_separator(path.back());
 }
 
-/// Whether the path begins with two backslashes and goes on, as network paths do (and those in the
-/// long form).
+/// Whether the path begins with two backslashes and continues, like a network path or a path in the
+/// long form.
 inline bool is_network(std::string_view path) {
   return path.size() > 2 && path.starts_with("\\\\");
 }
@@ -66,8 +66,8 @@ struct Cut {
   std::string_view after;
 };
 
-/// The last one of the characters of @p which (of "\" and "/") that is one; npos when there is
-/// none.
+/// The position of the last separator that is one of the characters in @p which ("\" and "/"); npos
+/// if there is none.
 inline std::size_t last_separator(std::string_view path, std::string_view which,
                                   Encoding encoding) {
   std::size_t at = path.find_last_of(which);
@@ -76,7 +76,7 @@ inline std::size_t last_separator(std::string_view path, std::string_view which,
   return at;
 }
 
-/// Cuts at the last backslash. False, with @p cut left alone, when there is none.
+/// Cuts at the last backslash. If there is none, returns false and leaves @p cut as it is.
 inline bool cut_at_last_backslash(std::string_view path, Encoding encoding, Cut& cut) {
   const std::size_t at = last_separator(path, "\\", encoding);
   if (at == std::string_view::npos) return false;
@@ -84,7 +84,8 @@ inline bool cut_at_last_backslash(std::string_view path, Encoding encoding, Cut&
   return true;
 }
 
-/// Cuts at the last dot, wherever it stands. False, with @p cut left alone, when there is none.
+/// Cuts at the last dot of the whole path. If there is none, returns false and leaves @p cut as it
+/// is.
 inline bool cut_at_last_dot(std::string_view path, Cut& cut) {
   const std::size_t at = path.rfind('.');
   if (at == std::string_view::npos) return false;
@@ -110,7 +111,7 @@ inline std::string without_last_separator(std::string path, Encoding encoding) {
   return path;
 }
 
-/// A path as directory, separator included (".\" when the path has none), and file name.
+/// A path as folder, with its separator (".\" if the path has none), and file name.
 struct NameInFolder {
   std::string folder;
   std::string name;

@@ -82,7 +82,7 @@ void vu_file::setPath(const std::string& fullPath) noexcept {
       return;
     }
   } catch (...) {
-    // No memory for the names: they stay, and the path counts as refused.
+    // There is no memory for the names: they stay as they are, and the path is refused.
   }
   VU_ERROR("vu_file setPath (invalid fullpath) : ", fullPath);
 }
@@ -109,7 +109,7 @@ void vu_file::open(type_access mode) {
 
 void vu_file::open(const std::string& folder, const std::string& name, type_access mode) {
   VU_FILE_SCOPE();
-  // Required: without a trace or an exception; a read that follows finds a handle never opened.
+  // Required: no trace and no exception. A later read finds a handle that was never opened.
   if (folder.empty() || name.empty()) return;
   directory = folder;
   fileName = name;

@@ -15,8 +15,8 @@ using path_text::with_separator;
 
 namespace {
 
-/// vu_file::is_dir() with a say about links (what is removed is the link, never what it leads to)
-/// and about where to look.
+/// Like vu_file::is_dir(), but @p links decides about links, and @p parent about where to look. (A
+/// removal removes the link, never its target.)
 bool is_folder(const trace::Scope& operation, const std::string& path, os::Links links,
                os::Handle parent = os::kNoHandle) {
   os::FileStat found;
@@ -30,10 +30,10 @@ bool is_folder(const trace::Scope& operation, const std::string& path, os::Links
   return false;
 }
 
-/// vu_file::remove() of what lies in an open folder.
+/// Like vu_file::remove(), for an entry of an open folder.
 void remove_entry(const trace::Scope& operation, const std::string& path, os::Handle parent) {
   try {
-    // Required: the outcome is nobody's business here.
+    // Required: the result is ignored.
     if (is_folder(operation, path, os::Links::kKeep, parent)) {
       static_cast<void>(os::remove_directory(os::Path(path).in(parent)));
     } else {
@@ -44,7 +44,7 @@ void remove_entry(const trace::Scope& operation, const std::string& path, os::Ha
   }
 }
 
-/// vu_file::recurseRemoveDir() of what lies in an open folder.
+/// Like vu_file::recurseRemoveDir(), for an entry of an open folder.
 bool remove_tree(const trace::Scope& operation, const std::string& path, os::Handle parent) {
   try {
     if (!vu_file::exists(path)) return false;
@@ -56,14 +56,14 @@ bool remove_tree(const trace::Scope& operation, const std::string& path, os::Han
         if (!vu_file::exists(entry)) continue;
         if (is_folder(operation, entry, os::Links::kKeep, folder.get()))
           remove_tree(operation, entry, folder.get());
-        // Required: also a folder that has just gone, which warns.
+        // Required: also for a folder that has just been removed, which traces a warning.
         remove_entry(operation, entry, folder.get());
         VU_TRACE_XS_IN(operation, "\tpath->", entry, " is removed");
       }
     }
     VU_TRACE_XS_IN(operation, "root path->", path);
     remove_entry(operation, path, parent);
-    // Required: also when something could not be removed.
+    // Required: also if something could not be removed.
     return true;
   } catch (...) {
     VU_ERROR_IN(operation, "vu_file::recurseRemoveDir(", path, ")");
@@ -73,7 +73,7 @@ bool remove_tree(const trace::Scope& operation, const std::string& path, os::Han
 
 }  // namespace
 
-// ---- questions ---------------------------------------------------------------------------------
+// ---- queries -----------------------------------------------------------------------------------
 
 bool vu_file::exists(const std::string& path) {
   VU_FILE_SCOPE();
@@ -110,8 +110,8 @@ int vu_file::size(const std::string& path) {
   VU_FILE_SCOPE();
   os::FileStat found;
   const os::Status status = os::stat(path, found);
-  // Required: the low 32 bits, so that a file of 2 GB or more has a negative or a much too small
-  // size.
+  // Required: only the low 32 bits. The size of a file of 2 GB or more is negative or much too
+  // small.
   if (status.ok()) return static_cast<std::int32_t>(static_cast<std::uint32_t>(found.size));
   if (status.failure() == os::Failure::kNotFound) {
     VU_WARNING("vu_file::size : '", path, "' not exists");
@@ -183,7 +183,7 @@ bool vu_file::copyFile(const std::string& src, const std::string& dst, bool over
         os::copy(src, dst, overwrite ? os::IfExists::kReplace : os::IfExists::kFail, &time).ok();
     if (time == os::CopiedTime::kRefused)
       VU_WARNING("vu_file::copyFile : cannot set the time of ", dst);
-    // Required: a success whatever the copy says.
+    // Required: traced as a success even if the copy failed.
     VU_SUCCESS("\tfrom fileSrc=", src, " to FileDest=", dst);
     return copied;
   } catch (...) {

@@ -94,7 +94,7 @@ void vu_fileutf8::setPath(const vu_utf8string& fullPath) noexcept {
       return;
     }
   } catch (...) {
-    // No memory for the names: they stay, and the path counts as refused.
+    // There is no memory for the names: they stay as they are, and the path is refused.
   }
   VU_ERROR("vu_fileutf8::setPath (invalid fullpath) : ", fullPath);
 }
@@ -121,7 +121,7 @@ void vu_fileutf8::open(type_access mode) {
 
 void vu_fileutf8::open(const vu_utf8string& folder, const vu_utf8string& name, type_access mode) {
   VU_FILE_SCOPE();
-  // Required: without a trace or an exception; a read that follows finds a handle never opened.
+  // Required: no trace and no exception. A later read finds a handle that was never opened.
   if (folder.empty() || name.empty()) return;
   directory = folder;
   fileName = name;

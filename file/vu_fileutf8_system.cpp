@@ -21,18 +21,17 @@ using path_text::with_separator;
 
 namespace {
 
-/// vu_fileutf8::_exists() without its trace scope.
+/// Like vu_fileutf8::_exists(), without its trace scope.
 bool entry_exists(const vu_utf8string& long_path) {
   const ucs2string path(long_path);
   if (path_text::is_network(path.str())) return os::probe_attributes(path).ok();
-  // A folder is found as its own entry.
+  // A folder is found by its own entry, ".".
   if (path_text::ends_in_separator(path.str()))
     return os::probe_search(path + ucs2string(u".")).ok();
   return os::probe_search(path).ok();
 }
 
-/// vu_fileutf8::_is_dir() for what is to be removed: a link counts as itself, not as what it leads
-/// to.
+/// Like vu_fileutf8::_is_dir(), before a removal: it examines a link itself, not its target.
 bool is_folder_to_remove(const vu_utf8string& long_path, os::Handle parent) {
   os::FileStat found;
   return getFileStat(long_path, found, true, os::Links::kKeep, parent) && found.is_directory;
@@ -42,15 +41,15 @@ vu_utf8string join(const vu_utf8string& folder, const vu_utf8string& name) {
   return vu_utf8string(path_text::join(folder.str(), name.str()));
 }
 
-/// An entry of a folder that is in its long form: below one within the classic limit there may be
-/// entries beyond it. What bears the prefix already is not put through the form a second time, in
-/// which a rooted path would lose its first backslash.
+/// The long form of an entry. The path of @p folder is in its long form, but within the classic
+/// limit the entry may still exceed it. A path that has the prefix is not converted again: a rooted
+/// path would lose its first backslash.
 vu_utf8string entry_in_long_form(const vu_utf8string& folder, const vu_utf8string& name) {
   const vu_utf8string entry = join(folder, name);
   return folder.str().starts_with("\\\\?\\") ? entry : long_form(entry);
 }
 
-/// vu_fileutf8::_remove() of what lies in an open folder.
+/// Like vu_fileutf8::_remove(), for an entry of an open folder.
 void remove_entry(const trace::Scope& operation, const vu_utf8string& long_path, bool quiet,
                   os::Handle parent) {
   try {
@@ -72,7 +71,7 @@ void remove_entry(const trace::Scope& operation, const vu_utf8string& long_path,
   }
 }
 
-/// vu_fileutf8::_recurseRemoveDir() of what lies in an open folder.
+/// Like vu_fileutf8::_recurseRemoveDir(), for an entry of an open folder.
 void remove_tree(const trace::Scope& operation, const vu_utf8string& long_path, bool quiet,
                  os::Handle parent) {
   try {
@@ -98,7 +97,7 @@ void remove_tree(const trace::Scope& operation, const vu_utf8string& long_path, 
 
 }  // namespace
 
-// ---- questions ---------------------------------------------------------------------------------
+// ---- queries -----------------------------------------------------------------------------------
 
 bool vu_fileutf8::exists(const vu_utf8string& path) {
   VU_FILE_SCOPE();
@@ -163,10 +162,10 @@ std::uint64_t vu_fileutf8::getFolderSizeInKb(const vu_utf8string& path) {
   for (const vu_utf8string& name : filenames(path)) {
     const vu_utf8string entry = join(path, name);
     if (is_dir(entry)) {
-      // A folder has no size of its own, on no system.
+      // On every system only the contents of a folder have a size.
       total += getFolderSizeInKb(entry);
     } else {
-      // Required: each file rounded down by itself.
+      // Required: the size of each file is rounded down separately.
       total += size(entry) / kBytesPerKb;
     }
   }
@@ -177,7 +176,7 @@ std::uint64_t vu_fileutf8::getFolderSizeInKb(const vu_utf8string& path) {
 
 bool vu_fileutf8::chmodW(const vu_utf8string& path) {
   VU_FILE_SCOPE();
-  // Required: not the long form.
+  // Required: the path is not converted to its long form.
   if (os::make_writable(ucs2string(path)).ok()) return true;
   VU_ERROR("vu_fileutf8::chmodW : failed (", path, ")");
   return false;
@@ -200,7 +199,7 @@ bool vu_fileutf8::createDirR(const vu_utf8string& path) {
   VU_FILE_SCOPE();
   try {
     if (exists(path)) return true;
-    // Required: a network path becomes relative, since empty components are dropped.
+    // Required: a network path becomes relative, because empty components are dropped.
     vu_utf8string folder;
     ucs2string rest(path);
     if (std::u16string absolute = vu_file_internal::absolute_form(rest); !absolute.empty()) {
@@ -256,7 +255,7 @@ bool vu_fileutf8::copyFile(const vu_utf8string& src, const vu_utf8string& dst, b
                             .ok();
     if (time == os::CopiedTime::kRefused)
       VU_WARNING("vu_fileutf8::copyFile : cannot set the time of ", dst);
-    // Required: a success whatever the copy says.
+    // Required: traced as a success even if the copy failed.
     VU_SUCCESS("\tfrom fileSrc=", src, " to FileDest=", dst);
     return copied;
   } catch (...) {
@@ -274,7 +273,7 @@ bool vu_fileutf8::recurseRemoveDir(const vu_utf8string& path, bool) {
   VU_FILE_SCOPE();
   const vu_utf8string folder = long_form(path);
   if (!_exists(folder) || !is_folder_to_remove(folder, os::kNoHandle)) return false;
-  // Required: quiet whatever was asked for.
+  // Required: quiet, whatever the argument says.
   _recurseRemoveDir(folder, true);
   return true;
 }

@@ -7,8 +7,8 @@
 
 namespace {
 
-/// The position of the last backslash that is a character of its own in the narrow encoding; 0 when
-/// there is none.
+/// The position of the last backslash that is not the second byte of a narrow character; 0 if there
+/// is none.
 std::size_t last_backslash(const std::string& path) {
   std::size_t last = 0;
   for (std::size_t at = 0; at < path.size(); ++at) {
@@ -21,14 +21,14 @@ std::size_t last_backslash(const std::string& path) {
   return last;
 }
 
-/// As above, every byte by itself: in UTF-8 no part of another character looks like a backslash.
+/// The same in UTF-8, where no other character contains the byte of a backslash.
 std::size_t last_backslash_utf8(const std::string& path) {
   const std::size_t at = path.rfind('\\');
   return at == std::string::npos ? 0 : at;
 }
 
-// Required: a path without a backslash is cut at its first character all the same, which gets lost.
-// Only the empty path has none to lose.
+// Required: a path without a backslash is cut at its first character, which is lost. Only the empty
+// path loses nothing.
 std::string before(const std::string& path, std::size_t at) { return path.substr(0, at); }
 std::string after(const std::string& path, std::size_t at) {
   return path.empty() ? std::string() : path.substr(at + 1);

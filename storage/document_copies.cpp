@@ -10,7 +10,7 @@ using vu_host::trace_level;
 
 namespace {
 
-/// Closes an open file and tells its path; false when it is not open.
+/// Closes an open file and returns its path in @p path; false if it is not open.
 bool give_up(vu_file& file, std::string& path) {
   if (!file.is_open()) return false;
   path = file.getFilePath();
@@ -29,8 +29,8 @@ bool vu_storage::copyToStorage(const std::string& source, const std::string& use
   facade.OpenWrite2(file, userOrDomain, entry, type, replace, timestamp);
   std::string target;
   if (!give_up(file, target)) return false;
-  // Required: opening has made the file, so a copy that may not replace always fails and leaves an
-  // empty version.
+  // Required: opening has created the file. So a copy that may not replace always fails and leaves
+  // an empty version.
   return vu_file::copyFile(source, target, replace);
 }
 
@@ -50,7 +50,7 @@ bool vu_storage::copyFileToStorage(const std::string& sourceFolder, const std::s
                                    const std::string& userOrDomain, STG::RepositoryType type) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   checkInit();
-  // Required: it goes on when the owner's folder could not be made.
+  // Required: continues even if the owner's folder could not be created.
   std::string dir;
   createUserOrDomainNameDirectory(userOrDomain, name, type, dir, true);
   STGIndex::remove(dir, name, 0);

@@ -63,8 +63,8 @@ bool vu_storage::OpenWrite2(vu_file& file, const std::string& userOrDomain,
       [&] {
         checkInit();
         if (entry.empty()) return false;
-        // Required: it goes on when the owner's folder could not be made; the index then finds and
-        // makes nothing in it.
+        // Required: continues even if the owner's folder could not be created; the index then finds
+        // and creates nothing in it.
         std::string dir;
         createUserOrDomainNameDirectory(userOrDomain, entry, type, dir, true);
 
@@ -125,14 +125,14 @@ void vu_storage::Close(vu_file& file) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   guarded(
       [&] {
-        // First: the file must not stay open and locked because nobody can initialise the storage.
+        // First: the file must not stay open and locked if the initialisation fails.
         file.close();
         checkInit();
       },
       [&](const std::string& text) { VU_ERROR("Error in vu_storage::Close : ", text); }, kPassOn);
 }
 
-// ---- questions ---------------------------------------------------------------------------------
+// ---- queries -----------------------------------------------------------------------------------
 
 bool vu_storage::IsFileExist(const std::string& userOrDomain, const std::string& entry,
                              STG::RepositoryType type, long timestamp, std::string* folderOut,
@@ -142,7 +142,7 @@ bool vu_storage::IsFileExist(const std::string& userOrDomain, const std::string&
       false,
       [&] {
         checkInit();
-        // Required: also when all owners share one folder.
+        // Required: also if all owners share one folder.
         if (userOrDomain.empty()) return false;
         std::string dir;
         if (!createUserOrDomainNameDirectory(userOrDomain, entry, type, dir, false)) return false;

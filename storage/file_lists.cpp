@@ -15,8 +15,9 @@ using vu_host::trace_level;
 
 namespace {
 
-/// Appends the entries of a folder's index that `keep` wants, in the order of the physical names.
-/// The lists stay in step when memory runs out: nothing can throw between the two appends.
+/// Appends the entries of a folder's index that @p keep selects, in the order of the physical
+/// names. Both lists keep the same length even if memory runs out: nothing can throw between the
+/// appends.
 template <class Keep>
 void list_entries(const std::string& folder, std::vector<std::string>& logical_names,
                   std::vector<std::string>& physical_names, Keep keep) {
@@ -38,7 +39,7 @@ std::vector<std::string> vu_storage::getAllFileListFromIndexFile(
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   std::vector<std::string> logical_names;
   const auto failed = [&](const auto&...) {
-    // Required: the text says so whatever the exception was.
+    // Required: the same text for every exception.
     VU_ERROR("vu_storage::getAllFileListFromIndexFile : ", folder, " isn't a directory");
   };
   guarded(
@@ -57,7 +58,7 @@ std::vector<std::string> vu_storage::getFileListFromIndexFile(
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   std::vector<std::string> logical_names;
   const auto failed = [&](const auto&...) {
-    // Required: the text says so whatever the exception was.
+    // Required: the same text for every exception.
     VU_ERROR("vu_storage::getFileListFromIndexFile : ", folder, " isn't a directory");
   };
   const auto initialise = [] {
@@ -65,7 +66,7 @@ std::vector<std::string> vu_storage::getFileListFromIndexFile(
     return true;
   };
   if (!guarded(false, initialise, failed, failed)) return logical_names;
-  // Required: unlike its sibling it refuses what is no folder, past its own handler.
+  // Required: unlike its sibling it throws if this is not a folder, outside its own handler.
   if (!vu_file::is_dir(folder)) throw vu_file_except("not a folder: " + folder);
 
   guarded(

@@ -7,8 +7,8 @@
 
 enum class Folder : std::uint8_t { kWasThere, kWasMissing };
 
-/// Makes one folder unless it is there; a failure is traced and nothing else. @return what it
-/// found.
+/// Creates one folder unless it exists. A failure is only traced. @return whether the folder
+/// existed before.
 inline Folder make_folder_if_missing(const std::string& path) {
   if (vu_file::exists(path)) return Folder::kWasThere;
   vu_file::createDir(path);

@@ -7,43 +7,42 @@
 #include "vu_file_except.h"
 
 /// @file
-/// How the facade turns exceptions into results.
+/// How exceptions become results of the facade.
 namespace storage {
 
-/// The source name of everything that this room traces.
+/// The source name of all traces of this room.
 inline constexpr const char* kSource = "vu_storage";
 
-/// Stands where a handler would, in an operation that lets the other exceptions pass to its caller.
+/// In place of a handler: the operation lets the other exceptions out.
 struct PassOn {};
 inline constexpr PassOn kPassOn;
 
 namespace detail {
 
-/// Runs a handler. Building its text may run out of memory: the trace is lost then, the result is
-/// not.
+/// Runs a handler. If there is no memory for its text, the trace is lost, but the result is not.
 template <class Handler>
 void say(Handler&& handler) noexcept {
   try {
     std::forward<Handler>(handler)();
   } catch (...) {
-    // Nothing is left that could be said.
+    // Nothing is left that could be reported.
   }
 }
 
 }  // namespace detail
 
-/// Runs the body of an operation and gives its result back, or @p failure when it threw.
+/// Runs the body of an operation and returns its result, or @p failure if it throws.
 ///
-/// A handler is a lambda that captures by reference and traces with the record macros, which then
-/// use the scope of the enclosing operation:
+/// A handler is a lambda that captures by reference and traces with the record macros. These use
+/// the scope of the enclosing operation:
 ///
 ///     return guarded(
 ///         false, [&] { ...; return true; },
 ///         [&](const std::string& text) { VU_ERROR("vu_storage::OpenWrite : ", text); },
 ///         [&] { VU_ERROR("vu_storage::OpenWrite : Can't open file for write : ", entry); });
 ///
-/// @param on_file_error gets the text of a vu_file_except. @param on_any_other is called for every
-/// other exception; kPassOn in its place lets those out.
+/// @param on_file_error is called with the text of a vu_file_except. @param on_any_other is called
+/// for every other exception; kPassOn in its place lets these exceptions out.
 template <class Result, class Body, class OnFileError, class OnAnyOther>
 Result guarded(Result failure, Body&& body, OnFileError&& on_file_error,
                OnAnyOther&& on_any_other) {

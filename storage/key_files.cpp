@@ -30,7 +30,7 @@ std::string vu_storage::getStringFromNameValueSeq(const STG::NameValueSeq& seq) 
   const auto failed = [&](const auto&... text) {
     VU_ERROR("vu_storage::getStringFromNameValueSeq ", text...);
   };
-  // The text does not depend on the storage.
+  // The text does not depend on the storage, so a failed initialisation is only traced.
   guarded([&] { checkInit(); }, failed, failed);
   return guarded(
       std::string(), [&] { return key_text::join(seq); }, failed, failed);
@@ -38,7 +38,7 @@ std::string vu_storage::getStringFromNameValueSeq(const STG::NameValueSeq& seq) 
 
 std::string vu_storage::getBuffer(const vu_utf8string& s) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  // Required: up to the first NUL, as the system takes names.
+  // Required: up to the first NUL, like every name that goes to the system.
   return s.c_str();
 }
 
@@ -98,7 +98,7 @@ bool vu_storage::writeKeysFile(const std::string& folder, const std::string& fil
       false,
       [&] {
         checkInit();
-        // Required: nothing to write leaves the old lines alone, also when they are to be replaced.
+        // Required: an empty text leaves the old lines alone, even if it is to replace them.
         if (text.empty()) return true;
         vu_file file;
         file.open(folder, fileName, replace ? vu_file_base::o_truncate : vu_file_base::o_append);
@@ -125,11 +125,11 @@ void vu_storage::DeleteKeyLineFromFile(const std::string& folder, const std::str
         vu_file file;
         file.open(folder, physical, vu_file_base::o_read);
         std::string text(read_to_end(file).view());
-        // Required: the entry is found anywhere, inside another line's name or value as well.
+        // Required: the entry is found anywhere, even inside the name or value of another line.
         const bool found = key_text::cut_line(text, entry);
         file.close();
         if (!found) return;
-        // Another writer may come in between; its lines are lost then.
+        // Lines that another process writes between close and open are lost.
         file.open(folder, physical, vu_file_base::o_truncate);
         file.write(text);
         file.close();
@@ -154,7 +154,7 @@ long vu_storage::saveKey(const std::string& userOrDomain, const std::string& nam
   return guarded(
       1L,
       [&] {
-        // Required: neither the folder's result nor the file's is looked at; both have traced.
+        // Required: the results of folder and file are ignored; both have traced.
         std::string dir;
         createUserOrDomainNameDirectory(userOrDomain, name, type, dir, true);
         const std::string physical = STGIndex::create(dir, name, 0);
@@ -175,7 +175,7 @@ long vu_storage::loadKey(const std::string& userOrDomain, const std::string& nam
         if (!createUserOrDomainNameDirectory(userOrDomain, name, type, dir, false)) return 1L;
         std::string physical;
         if (!STGIndex::exists(dir, name, 0, physical)) return 1L;
-        // Required: a file that is gone by now, or cannot be read, is no failure.
+        // Required: a file that is missing or cannot be read is not a failure.
         readKeysFile(dir, physical, seq, false);
         return 0L;
       },

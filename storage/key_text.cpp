@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::string_view kBoundaries = "\n\r\t";
 
-/// The elements that count: their number is 32 bits wide.
+/// The number of elements that are used: it has 32 bits.
 std::size_t counted(const STG::NameValueSeq& seq) {
   constexpr std::size_t kMost = std::numeric_limits<std::int32_t>::max();
   return std::min(seq.size(), kMost);
@@ -27,7 +27,7 @@ std::size_t Lines::next_boundary() {
   std::size_t nearest = m_text.size();
   for (std::size_t kind = 0; kind < kBoundaries.size(); ++kind) {
     std::size_t& next = m_next[kind];
-    // One character is found many bytes at a time, the nearest of three only byte by byte.
+    // find() compares many bytes at a time for one character, but only one at a time for three.
     if (m_pos == 0 || next < m_pos) next = m_text.find(kBoundaries[kind], m_pos);
     nearest = std::min(nearest, next);
   }

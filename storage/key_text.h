@@ -9,9 +9,8 @@
 
 #include "stg_types.h"
 
-/// @file
-/// The text form of key files, without any file: lines of a name, "=" and a value. Bytes only;
-/// nothing is trimmed, quoted or escaped, so a value cannot hold a line end or a tab.
+/// The text form of key files, without any file: lines of a name, "=" and a value. Only bytes:
+/// nothing is trimmed, quoted or escaped, so a value cannot contain a line end or a tab.
 namespace key_text {
 
 /// Which "=" of a line separates name and value.
@@ -23,18 +22,18 @@ struct Pair {
   std::string_view value;
 };
 
-/// Splits a line at its separator; nothing when it has none.
+/// Splits a line at its separator; nothing if it has none.
 std::optional<Pair> split(std::string_view line, Separator separator);
 
-/// Walks the lines of a text without copying; each kind of boundary is searched for in one pass.
-/// Carriage return, line feed and tab all end a line, and a run of them is one boundary.
+/// Walks the lines of a text without copying. Carriage return, line feed and tab each end a line; a
+/// run of them is one boundary. Each of the three is searched for in a single pass.
 class Lines {
  public:
-  /// Borrows the text.
+  /// @param text must outlive this object.
   explicit Lines(std::string_view text) : m_text(text) {}
 
-  /// Steps to the next line; false after the last one. Before a text's first boundary an empty line
-  /// may come.
+  /// The next line; false after the last one. If the text begins with a boundary, its first line is
+  /// empty.
   bool next(std::string_view& line);
 
  private:
@@ -42,16 +41,16 @@ class Lines {
 
   std::string_view m_text;
   std::size_t m_pos = 0;
-  /// Where each kind comes next; before m_pos when that has to be looked up.
+  /// The next position of each kind; one before m_pos is outdated.
   std::array<std::size_t, 3> m_next{};
 };
 
 /// The text of a sequence: name, "=", value and a line feed for each element.
 std::string join(const STG::NameValueSeq& seq);
 
-/// Cuts `text` from the first occurrence of `entry`, wherever in a line that is, through the next
-/// line feed. False, and nothing cut, when there is no occurrence; the empty entry occurs at the
-/// start.
+/// Removes the text from the first occurrence of @p entry, anywhere in a line, up to and including
+/// the next line feed. Returns false and removes nothing if @p entry does not occur. The empty
+/// entry occurs at the start.
 bool cut_line(std::string& text, const std::string& entry);
 
 }  // namespace key_text

@@ -5,20 +5,19 @@
 #include <string>
 #include <string_view>
 
-/// @file
-/// The layout of a storage tree on disk, as pure text: what the facade builds its paths from, and
-/// what a reader that must not ask the facade finds its way by (docs/formats.md).
+/// The layout of a storage tree on disk, as pure text (docs/formats.md). The facade builds its
+/// paths with it. So does a reader that may not use the facade.
 namespace layout {
 
 inline constexpr std::string_view kStorageFolder = "storage";
 /// The owner folder of an empty owner name.
 inline constexpr std::string_view kNoOwner = "_";
-/// Corporate documents are spread over this many hash values (and their negatives).
+/// Documents are spread over so many hash values (and their negatives).
 inline constexpr std::int32_t kBuckets = 101;
-/// In each folder of a kind of rendition: copies of parts made ahead of time.
+/// In the folder of each kind of rendition: copies of sub-parts made ahead of time.
 inline constexpr std::string_view kPreloadFolder = "preload";
 
-/// The hash of a logical name, by which its bucket is chosen.
+/// The hash of a logical name, which selects its bucket.
 inline std::int32_t hash_of(std::string_view name, std::int32_t modulus) {
   const std::int32_t m = modulus >= 1 ? modulus : kBuckets;
   const auto as_signed = [](char c) {
@@ -26,25 +25,25 @@ inline std::int32_t hash_of(std::string_view name, std::int32_t modulus) {
   };
 
   if (name.empty()) return 0;
-  // Required: the first byte is not reduced, and no step makes a negative remainder positive.
+  // Required: the first byte is not reduced, and a negative remainder stays negative.
   std::int32_t h = as_signed(name.front());
   for (const char c : name.substr(1)) {
-    // Unsigned, where a product too large wraps by definition.
+    // Unsigned arithmetic: its overflow is defined.
     const auto sum = static_cast<std::uint32_t>(as_signed(c)) + 31U * static_cast<std::uint32_t>(h);
     h = static_cast<std::int32_t>(sum) % m;
   }
   return h;
 }
 
-/// The hash bucket's name: the bits of a negative hash read as a large number. Required: it is part
-/// of the layout on disk.
+/// The name of a hash's bucket. A negative hash is read as a large unsigned number. Required: the
+/// name is part of the layout on disk.
 inline std::string bucket_name(std::int32_t hash) {
   char text[15] = {};
   std::snprintf(text, sizeof text, "%.8u", static_cast<unsigned int>(hash));
   return text;
 }
 
-/// The folder below which a document's parts are kept.
+/// The folder that contains a document's sub-parts.
 inline std::string root_of_parts(const std::string& document, const std::string& stamp) {
   return document + "_" + stamp;
 }
@@ -56,8 +55,8 @@ struct RenditionFolders {
   std::string of_parts;
 };
 
-// Required: only these two kinds are split at their "@", while writing splits every selector.
-// Another one that holds an "@" is written in two folders and looked for in one.
+// Required: reading splits only these two kinds at their "@", while writing splits every selector.
+// So "x@n" is written to x\n and looked for in x@n.
 inline RenditionFolders folders_to_read(const std::string& selector) {
   if (selector.starts_with("html@")) return {"html", selector.substr(5)};
   if (selector.starts_with("pdf@")) return {"pdf", selector.substr(4)};

@@ -4,8 +4,8 @@
 
 #include "vu_file.h"
 
-/// The caller's handle in an operation that opens it: what the operation does not open is closed at
-/// its end, also when the handle came open on another file.
+/// The caller's handle in an operation that opens it. If the operation does not open the handle,
+/// the destructor closes it, even if it was open on another file before.
 class OpenOrClosed {
  public:
   explicit OpenOrClosed(vu_file& file) : m_file(file) {}
@@ -15,8 +15,8 @@ class OpenOrClosed {
   OpenOrClosed(const OpenOrClosed&) = delete;
   OpenOrClosed& operator=(const OpenOrClosed&) = delete;
 
-  /// vu_file::open(), which does nothing when a name is empty and may throw when the file is open
-  /// already: the lock may be what fails.
+  /// Like vu_file::open(). That function does nothing if a name is empty. It can throw after it has
+  /// opened the file, if the lock fails; then the handle is closed as well.
   void open(const std::string& folder, const std::string& name, vu_file_base::type_access mode) {
     m_file.open(folder, name, mode);
     m_opened = !folder.empty() && !name.empty();

@@ -18,10 +18,10 @@ long vu_storage::saveUserOrMasterProfile(const std::string& userOrDomain,
       1L,
       [&] {
         checkInit();
-        // The separator stands twice in the file's path, which every system takes for one.
+        // The path of the file contains the separator twice; every system treats that as one.
         const std::string folder = roots().s_sConfigDirPath + "\\";
         const std::string name = fileName.empty() ? "profile.txt" : fileName;
-        // Required: neither result is looked at. What could not be written has been traced.
+        // Required: both results are ignored. A failed write has been traced.
         if (!userOrDomain.empty()) {
           saveKey(userOrDomain, name, STG::UserFilesRepository, seq);
         } else {
@@ -43,8 +43,8 @@ long vu_storage::loadUserOrMasterProfile(const std::string& userOrDomain,
         const std::string& folder = roots().s_sConfigDirPath;
         if (!userOrDomain.empty()) {
           const long loaded = loadKey(userOrDomain, fileName, STG::UserFilesRepository, seq);
-          // Required: an empty name is not replaced here, and never found, although the owner's
-          // folder itself answers to it.
+          // Required: an empty name is not replaced by a default, and is never found, although a
+          // check for it finds the owner's folder.
           return fileName.empty() ? 1L : loaded;
         }
         std::string name = fileName;

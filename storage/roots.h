@@ -7,10 +7,11 @@
 #include "vu_storage.h"
 
 /// @file
-/// What an initialisation decides, and how it reaches the other threads.
+/// The results of an initialisation, and how other threads see them.
 
-/// Where the storage lies. It is published whole and never changed afterwards: an operation that
-/// began after an initialisation that failed may run while the next attempt takes another root.
+/// The folders of the storage. An object is published whole and never changes afterwards. Reason:
+/// an operation may still use the roots of a failed initialisation while the next attempt takes
+/// another root.
 struct vu_storage::Roots {
   bool s_bUseDomain = true;
   std::string s_storagePath;
@@ -24,12 +25,12 @@ struct vu_storage::Roots {
   bool operator==(const Roots&) const = default;
 };
 
-/// The marker of the initialisation, the roots in force, and the one way into the facade for the
-/// index.
+/// The mark of the initialisation, the current roots, and the parts of the facade that other rooms
+/// may use.
 struct StorageGate {
   static constexpr std::int32_t kInitialised = 1234;
 
-  /// Whoever sees the marker sees everything that was written before it was set.
+  /// A thread that sees the mark sees everything that was written before it was set.
   static bool initialised() {
     return std::atomic_ref<std::int32_t>(vu_storage::s_initDone).load(std::memory_order_acquire) ==
            kInitialised;
@@ -39,23 +40,23 @@ struct StorageGate {
         .store(kInitialised, std::memory_order_release);
   }
 
-  /// Puts roots into force; under the storage mutex. Those before stay in memory: references to
-  /// their paths have been given out.
+  /// Makes these roots the current ones; call it under the storage mutex. Earlier roots stay in
+  /// memory, because callers have references to their paths.
   static void publish(vu_storage::Roots roots);
 
   static const std::string& mail_root();
-  /// Whether every owner has folders of its own.
+  /// Whether every owner has a folder of its own.
   static bool owners_have_folders() { return vu_storage::roots().s_bUseDomain; }
-  /// Takes the lines of an entry out of the category files of its folder.
+  /// Removes the lines of an entry from the category files of its folder.
   static void remove_from_categories(const std::string& folder, const std::string& entry) {
     vu_storage::RemoveFromCategFiles(folder, entry);
   }
 
-  /// Roots, and those that were in force before.
+  /// Roots, and the ones that were current before.
   struct Published {
     vu_storage::Roots roots;
     const Published* earlier;
   };
-  /// Null until the first initialisation. What it leads to is never destroyed.
+  /// Null until the first initialisation. The objects are never destroyed.
   static std::atomic<const Published*> s_published;
 };

@@ -1,9 +1,9 @@
 #pragma once
 
-/// Holds the storage mutex for the span of a block.
+/// Holds the storage mutex during a block.
 ///
 /// The mutex is recursive. It serialises the one initialisation and the listing of a user's
-/// documents; nothing else in the library locks inside the process.
+/// documents. Nothing else in the library locks within the process.
 class StorageLock {
  public:
   StorageLock();

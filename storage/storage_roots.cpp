@@ -24,7 +24,7 @@ using vu_host::trace_level;
 constinit std::atomic<const StorageGate::Published*> StorageGate::s_published = nullptr;
 
 void StorageGate::publish(vu_storage::Roots roots) {
-  // An operation that initialises in vain once more says what the one before has said.
+  // After a failed initialisation each operation tries again, usually with the same roots.
   if (roots == vu_storage::roots()) return;
   const Published* const earlier = s_published.load(std::memory_order_relaxed);
   s_published.store(new Published{std::move(roots), earlier}, std::memory_order_release);
@@ -76,8 +76,7 @@ bool vu_storage::initRootStorage(const std::string& root, bool useDomain, bool s
   const std::string text = "ztVuStorage:s_storagePath:" + begun.s_storagePath;
   VU_TRACE_M(text);
   host::record_history(text, 1, 4, 0);
-  // Before initPath() sets the marker: nobody who finds the storage initialised may meet the old
-  // switch.
+  // Before initPath() sets the mark: a thread that sees the mark must not see the old switch.
   STGIndex::setSynchronizeMode(synchronize);
   initPath(std::move(begun));
   return true;
@@ -93,7 +92,7 @@ void vu_storage::initPath(Roots begun) {
         begun.s_sUserPath = root + "\\user";
         begun.s_sListPath = root + "\\list";
         begun.s_sMailPath = root + "\\mail";
-        // Required: the areas hold also when the configuration does not answer.
+        // Required: the areas are published even if the host's configuration throws.
         StorageGate::publish(begun);
         begun.s_sConfigDirPath = vu_utf8string(host::config().binary_folder()).str() + "\\config";
         StorageGate::publish(begun);
@@ -106,7 +105,7 @@ void vu_storage::initPath(Roots begun) {
                      "see docs/network-shares.md:",
                      begun.s_storagePath);
         }
-        // Required: a folder that could not be made does not count, only an exception does.
+        // Required: a folder that could not be created is not a failure; only an exception is.
         StorageGate::set_initialised();
       },
       [&](const std::string& text) { VU_ERROR("Error in vu_storage initRootStorage : ", text); },
@@ -206,11 +205,12 @@ bool vu_storage::createUserOrDomainNameDirectory(const std::string& userOrDomain
                                                  std::string& dir, bool create) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   checkInit();
-  // Copies, because either may be the string that receives the folder.
+  // Copies, because either argument may be the string that receives the folder.
   const std::string owner = userOrDomain;
   const std::string name = entry;
 
-  // Required: the area folder is made whatever `create` says, and its exceptions are the caller's.
+  // Required: the area folder is created whatever `create` says, and its exceptions go to the
+  // caller.
   const Roots& in_force = roots();
   dir = areaPath(in_force, type);
   const bool has_area = make_folder_if_missing(dir) == Folder::kWasThere;
@@ -224,7 +224,7 @@ bool vu_storage::createUserOrDomainNameDirectory(const std::string& userOrDomain
           return create;
         };
         if (in_force.s_bUseDomain) dir += "\\" + (owner.empty() ? "_" : owner);
-        // The area folder itself was asked for a moment ago.
+        // The area folder itself has just been checked.
         if ((in_force.s_bUseDomain || !has_area) && !reach()) return false;
         if (type != STG::CorporateRepository) return true;
         dir += "\\" + layout::bucket_name(clamp32(HashCode_asJava(name, layout::kBuckets)));

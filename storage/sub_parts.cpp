@@ -17,7 +17,7 @@ using vu_host::trace_level;
 
 namespace {
 
-/// What is to be done before a part can be read. The numbers are part of the traced texts.
+/// What has to be done before a sub-part can be read. The numbers are part of the trace texts.
 enum UpdateWay : int {
   kForceRetrieve = -1,
   kUpToDate = 0,
@@ -25,12 +25,12 @@ enum UpdateWay : int {
   kRegenerate = 2,
 };
 
-/// Times are compared by their low 32 bits, as signed numbers.
+/// The low 32 bits of a time as a signed number; times are compared in this form.
 std::int32_t time_of(const std::string& path) {
   return static_cast<std::int32_t>(vu_file::modify_time(path));
 }
 
-/// Where a rendition is read: the folder of its kind, and the folder of its parts.
+/// The folders from which a rendition is read: that of its kind, and that of its sub-parts.
 struct ReadFolders {
   std::string of_type;
   std::string of_parts;
@@ -101,7 +101,7 @@ int vu_storage::getBestUpdateWay(const std::string& strRepo, const std::string& 
                                  const std::string& strType, const std::string& strPartID,
                                  std::string& partDir, std::string& preloadDir, long docTime) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  // Required: after an exception the part counts as up to date.
+  // Required: after an exception the sub-part is reported as up to date.
   return guarded(
       int{kUpToDate},
       [&]() -> int {
@@ -195,7 +195,7 @@ void vu_storage::OpenReadSubPartEx(vu_file& file, const std::string& strUser,
                                    long docTime, unsigned long& size) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   size = 0;
-  // A part whose size cannot be asked for is given up: open with a size of 0 it would look empty.
+  // If the size cannot be read, the file is closed: with a size of 0 it would look empty.
   const auto failed = [&](const auto&...) {
     file.close();
     VU_ERROR("vu_storage::OpenReadSubPart : unknown error, force retrieve doc");
@@ -204,7 +204,7 @@ void vu_storage::OpenReadSubPartEx(vu_file& file, const std::string& strUser,
       [&] {
         checkInit();
         OpenReadSubPart(file, strUser, strRepo, strEntry, strType, strPartID, docTime);
-        // Unsigned, so that a part of 2 to 4 GB gets its true size.
+        // Unsigned, so that the size of a sub-part of 2 to 4 GB is right.
         if (file.is_open()) size = static_cast<std::uint32_t>(vu_file::size(file.getFilePath()));
       },
       failed, failed);

@@ -32,7 +32,7 @@ bool vu_storage::RenameUserStorage(const std::string& oldName, const std::string
             return false;
           }
         }
-        // Required: a folder that is missing or cannot be renamed does not count.
+        // Required: a folder that is missing or cannot be renamed is not a failure.
         for (const std::string* const area :
              {&in_force.s_sMailPath, &in_force.s_sListPath, &in_force.s_sUserPath})
           vu_file::rename(*area + "\\" + oldName, *area + "\\" + newName);
@@ -87,7 +87,7 @@ bool vu_storage::RemoveFile(const std::string& userOrDomain, const std::string& 
         STGIndex::remove(dir, entry, timestamp);
         if (type == STG::UserFilesRepository)
           DeleteKeyLineFromFile(dir, "attribut.txt", entry);  // sic
-        // Required: an empty entry cuts the first line of each file.
+        // Required: an empty entry removes the first line of each file.
         RemoveFromCategFiles(dir, entry);
         return true;
       },
@@ -104,7 +104,7 @@ bool vu_storage::RemoveFile(const vu_utf8string& userOrDomain, const vu_utf8stri
 void vu_storage::AddExistVUFilesToMap(const std::string& folder,
                                       std::multimap<std::string, std::string>& map) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  // Required: the texts name the operation shorter than it is called.
+  // Required: the texts use a shorter name of the operation.
   guarded(
       [&] {
         const StorageLock lock;
