@@ -147,7 +147,7 @@ vu_status Call::end(vu_status status) noexcept {
   if (status == VU_DONE) {
     m_state.problem.clear(m_operation);
   } else if (!m_state.problem.has_text()) {
-    m_state.problem.set_text("the library does not tell why");
+    m_state.problem.set_text("the library gives no reason");
   }
   m_state.problem.status = status;
   return status;
@@ -193,12 +193,12 @@ vu_status Call::end_by_exception() noexcept {
 // ---- what calls share --------------------------------------------------------------------------
 
 void check_size(const void* structure, std::size_t told, std::size_t known) {
-  require(told >= known, "the size of a structure is not set");
+  require(told >= known, "struct_size is not set; use the INIT macro");
   const auto* const bytes = static_cast<const unsigned char*>(structure);
   // No later structure is that much larger: this size was never set.
-  require(told <= known + 4096, "the size of a structure is not set");
+  require(told <= known + 4096, "struct_size is not set; use the INIT macro");
   require(std::all_of(bytes + known, bytes + told, [](unsigned char byte) { return byte == 0; }),
-          "a structure of a later version asks for what this library does not know");
+          "a structure has fields that this library does not know; use a later library");
 }
 
 vu_status done_unless_told() { return Call::current().heard_refusal() ? VU_PARTLY_DONE : VU_DONE; }
@@ -215,7 +215,8 @@ vu_status give_text(std::string_view text, char* buffer, std::size_t room, std::
     return VU_DONE;
   }
   require(buffer, "buffer");
-  if (room < text.size() + 1) throw Refusal{VU_TOO_SHORT, "the buffer is too short", {}};
+  if (room < text.size() + 1)
+    throw Refusal{VU_TOO_SHORT, "the buffer is too short; size receives the required size", {}};
   std::copy(text.begin(), text.end(), buffer);
   buffer[text.size()] = '\0';
   return VU_DONE;

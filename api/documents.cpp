@@ -34,7 +34,8 @@ vu_status read_into(const Store& store, const vu_document* document, void* buffe
   const auto there = static_cast<std::size_t>(size_of(file));
   *size = there;
   if (buffer == nullptr) return VU_DONE;
-  if (room < there) throw Refusal{VU_TOO_SHORT, "the buffer is too short", {}};
+  if (room < there)
+    throw Refusal{VU_TOO_SHORT, "the buffer is too short; size receives the required size", {}};
   // The lock keeps writers out: the size is still right.
   *size = there != 0 ? read_into(file, buffer, there) : 0;
   return VU_DONE;
@@ -61,7 +62,8 @@ vu_status describe(const Address& address, vu_info& info) {
   return at_place_of(address, [&](const Place& place) {
     vu_info found = info_of(place.path(), place.version);
     if (found.size < 0)
-      throw Refusal{VU_FAILED, "the system does not tell", told_path(place.path())};
+      throw Refusal{VU_FAILED, "the system cannot tell the size and times of the file",
+                    told_path(place.path())};
     found.struct_size = info.struct_size;
     info = found;
     return VU_DONE;
@@ -77,9 +79,13 @@ vu_status remove(const Address& given) {
   if (LockLimit::passed() && !vu_file::exists(place.path())) {
     // Another program took the lock in between. The dangling entry stays until the next save.
     Call::current().wait_no_more();
-    throw Refusal{VU_PARTLY_DONE, "its entry in the index stays until the next change", {}};
+    throw Refusal{VU_PARTLY_DONE,
+                  "the file is removed, but its entry stays until the next save of the index",
+                  {}};
   }
-  if (find(address, place)) return failed_or(VU_FAILED, "the file stays", told_path(place.path()));
+  if (find(address, place))
+    return failed_or(VU_FAILED, "the file cannot be removed; the version stays",
+                     told_path(place.path()));
   return done_unless_told();
 }
 

@@ -46,7 +46,7 @@ std::string line_name(const Store& store, const char* line) {
   require(line, "the line");
   const std::string name = line;
   if (store.guard == Guard::kOn && (name.empty() || name.find_first_of("=\n\r\t") != name.npos))
-    throw Refusal{VU_REFUSED, "a line name is empty, or holds \"=\", a line end or a tab", {}};
+    throw Refusal{VU_REFUSED, "a line name is empty, or contains \"=\", a line end or a tab", {}};
   return name;
 }
 
@@ -54,7 +54,7 @@ std::string line_value(const Store& store, const char* value) {
   require(value, "the value");
   const std::string text = value;
   if (store.guard == Guard::kOn && text.find_first_of("\n\r\t") != text.npos)
-    throw Refusal{VU_REFUSED, "a value holds a line end or a tab", {}};
+    throw Refusal{VU_REFUSED, "a value contains a line end or a tab", {}};
   return text;
 }
 
@@ -154,7 +154,9 @@ vu_status change(const KeyFile& of, const std::string& name,
   file.close();
   return is_whole && !Call::current().heard_failure()
              ? VU_DONE
-             : failed_or(VU_FAILED, "the file is cut short", told_path(place.path()));
+             : failed_or(VU_FAILED,
+                         "not all lines were written, and the file is cut short; write it again",
+                         told_path(place.path()));
 }
 
 }  // namespace

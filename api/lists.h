@@ -23,7 +23,7 @@ void go_on(const Callback& callback) {
     const Pause pause;
     answer = callback();
   }
-  if (answer != 0) throw Refusal{VU_INTERRUPTED, "the callback ended it", {}};
+  if (answer != 0) throw Refusal{VU_INTERRUPTED, "the callback ended the call", {}};
 }
 
 }  // namespace api

@@ -74,26 +74,26 @@ std::uint8_t characters_of(std::string_view name) {
 
 /// Why a name is not a plain file name on Windows; null if it is one.
 const char* why_no_windows_name(std::string_view name, std::uint8_t characters) {
-  if ((characters & kColon) != 0) return "it holds a colon";
+  if ((characters & kColon) != 0) return "it contains a colon";
   if (name.ends_with('.') || name.ends_with(' ')) return "it ends with a dot or a blank";
-  return is_device(name) ? "it is a device" : nullptr;
+  return is_device(name) ? "it is the name of a device" : nullptr;
 }
 
 /// Why a name is not a plain file name; null if it is one.
 const char* why_refused(std::string_view name, std::uint8_t characters) {
   if (name.empty()) return "it is empty";
   if ((characters & (kSeparator | kPattern | kLineEnd)) != 0) {
-    if ((characters & kSeparator) != 0) return "it holds a separator";
-    return (characters & kPattern) != 0 ? "it is a pattern" : "it holds a line end";
+    if ((characters & kSeparator) != 0) return "it contains a separator";
+    return (characters & kPattern) != 0 ? "it contains \"*\" or \"?\"" : "it contains a line end";
   }
   if (name.front() == '.' && (name == "." || name == ".."))
-    return "it names the folder itself or the one above";
+    return "it is the folder itself or its parent";
   if ((name.front() == 'i' || name.front() == 'I') &&
       (may_be_one_file(name, index_format::kIndexFile) ||
        may_be_one_file(name, index_format::kCounterFile)))
-    return "it is a name of the index itself";
+    return "the index uses this name";
   if (name.front() == '.' && name.starts_with(kStagedPrefix))
-    return "it is a name for versions on their way";
+    return "the library uses this prefix for temporary names";
   // The library also looks for a file with this name; Windows gives more names a meaning.
   return is_windows() ? why_no_windows_name(name, characters) : nullptr;
 }
@@ -122,7 +122,8 @@ std::string narrow(const char* what, std::string_view text, std::uint8_t charact
   if ((characters & kForeign) == 0) return std::string(text);
   std::string result;
   if (os::narrow_of(std::string(text), result)) return result;
-  throw Refusal{VU_NO_NAME, std::string(what) + " has no place in the code page of the process",
+  throw Refusal{VU_NO_NAME,
+                std::string(what) + " cannot be converted to the code page of the process",
                 std::string(text)};
 }
 
@@ -138,7 +139,7 @@ STG::RepositoryType type_of(std::int32_t area) {
     case VU_AREA_MAIL:
       return STG::MailRepository;
     default:
-      throw Refusal{VU_USAGE, "there is no such area", {}};
+      throw Refusal{VU_USAGE, "there is no such area; use VU_AREA_...", {}};
   }
 }
 
@@ -162,7 +163,7 @@ std::string entry_of(const Store& store, const char* text) {
   // The index stores the name unchanged. Only its extension becomes part of a file name.
   const std::string_view extension = index_format::extension_of(name);
   if (narrow("the extension", extension, characters_of(extension)) != extension)
-    throw Refusal{VU_NO_NAME, "the extension is not the same in the code page of the process",
+    throw Refusal{VU_NO_NAME, "the extension is different in the code page of the process",
                   std::string(name)};
   return std::string(name);
 }
@@ -189,7 +190,7 @@ void refuse_anothers_file(const Store& store, const Address& address) {
     is_anothers = is_anothers || (may_be_one_file(file, address.name) && logical != address.name);
     return !is_anothers;
   });
-  if (is_anothers) refuse("the name", address.name, "it is that of another document's file");
+  if (is_anothers) refuse("the name", address.name, "it is the physical name of another document");
 }
 
 Address address_of(const Store& store, const vu_document* document, Version version) {

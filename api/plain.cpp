@@ -119,7 +119,7 @@ void vu_free(void* memory) { std::free(memory); }
 
 vu_status vu_set_trace(vu_trace_sink sink, void* context, int32_t level) {
   return api::run("vu_set_trace", [&]() -> vu_status {
-    api::require(level >= -1 && level <= 4, "there is no such level");
+    api::require(level >= -1 && level <= 4, "the level is out of range");
     trace::g_sink.store(sink != nullptr ? kept_sink(sink, context, level) : nullptr,
                         std::memory_order_release);
     return VU_DONE;

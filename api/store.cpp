@@ -20,8 +20,9 @@
 namespace api {
 
 void refuse_handle(handles::Found found) {
-  if (found == handles::Found::kBusy) throw Refusal{VU_BUSY, "a call with it is under way", {}};
-  throw Refusal{VU_BAD_HANDLE, "the handle is closed, of another kind, or none at all", {}};
+  if (found == handles::Found::kBusy)
+    throw Refusal{VU_BUSY, "another call is using the handle", {}};
+  throw Refusal{VU_BAD_HANDLE, "the handle is closed, invalid, or of another kind", {}};
 }
 
 StoreUse::StoreUse(const vu_store* handle) : m_use(handle, Kind::kStore, Sharing::kShared) {
@@ -48,7 +49,7 @@ bool is_there(const std::string& path) {
   const bool is_missing =
       status.failure() == os::Failure::kNotFound || status.failure() == os::Failure::kNoName;
   if (is_missing) return false;
-  throw Refusal{VU_FAILED, "the system does not tell whether it is there", told_path(path),
+  throw Refusal{VU_FAILED, "the system cannot tell whether the file exists", told_path(path),
                 status.code()};
 }
 
@@ -61,7 +62,8 @@ bool find_folder(const Address& address, bool create, std::string& folder) {
     // `folder` is now the first folder that it did not find.
     if (!is_there(folder)) return false;
   }
-  throw Refusal{VU_FAILED, "the folder is there now and then", told_path(folder)};
+  throw Refusal{VU_FAILED, "the folder appeared and disappeared during the call; call again",
+                told_path(folder)};
 }
 
 void wait_for_index(const std::string& folder) {
@@ -125,27 +127,30 @@ void make_folders(const std::string& path) {
 std::string root_of(const vu_settings& settings) {
   vu_utf8string root(settings.root);
   require(!root.empty(), "the root is empty");
-  if (!vu_fileutf8::rel2abs(root)) throw Refusal{VU_NO_TREE, "the root has no path", settings.root};
+  if (!vu_fileutf8::rel2abs(root))
+    throw Refusal{VU_NO_TREE, "the root has no absolute path", settings.root};
   std::string path = root.str();
   while (path.size() > 1 && path.back() == '\\') path.pop_back();
   if ((settings.flags & VU_MAKE_ROOT) != 0 && !vu_fileutf8::is_dir(vu_utf8string(path)))
     make_folders(path);
   if (!vu_fileutf8::is_dir(vu_utf8string(path)))
-    throw Refusal{VU_NO_TREE, "there is no such root folder", settings.root};
+    throw Refusal{VU_NO_TREE, "the root folder does not exist; create it or set VU_MAKE_ROOT",
+                  settings.root};
   Call::current().forget();
   return path_of(path.c_str());
 }
 
 /// Joins the storage that is open. @throws Refusal if its root or layout is another.
 vu_status join(const vu_settings& settings, const std::string& root) {
-  if (!StorageGate::initialised()) throw Refusal{VU_NO_TREE, "no storage was opened yet", {}};
+  if (!StorageGate::initialised())
+    throw Refusal{VU_NO_TREE, "no storage is open; open one with a root", {}};
   const std::string& in_force = vu_storage::getStoragePath();
   if (settings.root == nullptr) return VU_ALREADY;
   const bool has_shared_folders = (settings.flags & VU_SHARED_FOLDERS) != 0;
   if (in_force != root + "\\storage")
     throw Refusal{VU_REFUSED, "this process has opened another root", told_path(in_force)};
   if (has_shared_folders == StorageGate::owners_have_folders())
-    throw Refusal{VU_REFUSED, "this process has opened the root with another layout",
+    throw Refusal{VU_REFUSED, "this process has opened the root with another VU_SHARED_FOLDERS",
                   told_path(in_force)};
   return VU_ALREADY;
 }

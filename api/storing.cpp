@@ -50,7 +50,7 @@ void copy_over(const std::string& from, const std::string& to, os::IfExists if_e
   const os::Status copied = os::copy(from, to, if_exists, &time);
   if (copied.ok()) return;
   if (copied.failure() == os::Failure::kAlreadyExists)
-    throw Refusal{VU_ALREADY, "the file exists", told_path(to)};
+    throw Refusal{VU_ALREADY, "the file exists; set VU_REPLACE to replace it", told_path(to)};
   // "Not found" means the folder of the target if the source exists.
   const bool is_missing = copied.failure() == os::Failure::kNotFound;
   const bool has_source = !is_missing || vu_file::exists(from);
@@ -86,7 +86,9 @@ void drop_derived(const Address& address, const Place& old) {
   if (!is_there(parts)) return;
   vu_file::recurseRemoveDir(parts);
   if (is_there(parts))
-    throw Refusal{VU_PARTLY_DONE, "the parts of the old version stay", told_path(parts)};
+    throw Refusal{VU_PARTLY_DONE,
+                  "the version is stored, but the parts of the old one cannot be removed",
+                  told_path(parts)};
 }
 
 /// The status of a stored version, after the removal of what was derived from the old one.
@@ -198,7 +200,8 @@ vu_status store(const Address& address, const Source& source, std::uint32_t flag
     throw Refusal{VU_NOTHING_MATCHED, "there is no such file", told_path(source.path)};
   const bool existed = find(address, place);
   if (existed && (flags & VU_REPLACE) == 0)
-    throw Refusal{VU_ALREADY, "the version exists", told_path(place.path())};
+    throw Refusal{VU_ALREADY, "the version exists; set VU_REPLACE to replace it",
+                  told_path(place.path())};
   std::string folder;
   bool in_place = (flags & VU_IN_PLACE) != 0;
   if (!in_place) {
@@ -228,7 +231,8 @@ vu_status rename(const Store& settings, const vu_document* from, const vu_docume
   const bool existed = find(address, place);
   if (existed && place.path() == old.path()) return VU_DONE;
   if (existed && (flags & VU_REPLACE) == 0)
-    throw Refusal{VU_ALREADY, "the version exists", told_path(place.path())};
+    throw Refusal{VU_ALREADY, "the version exists; set VU_REPLACE to replace it",
+                  told_path(place.path())};
   std::string folder;
   if (!find_folder(address, true, folder)) throw Refusal{VU_FAILED, {}, {}};
   if (folder != old.folder) {
@@ -237,14 +241,16 @@ vu_status rename(const Store& settings, const vu_document* from, const vu_docume
     vu_storage::RemoveFile(old_address.owner, old_address.name, old_address.type,
                            old_address.version);
     Place left;
-    if (find(old_address, left)) throw Refusal{VU_PARTLY_DONE, "the old version stays as well", {}};
+    if (find(old_address, left))
+      throw Refusal{
+          VU_PARTLY_DONE, "the version has its new name, but the old one cannot be removed", {}};
     return stored;
   }
   wait_for_index(folder);
   STGIndex::rename(folder, old_address.name, old_address.version, address.name, address.version);
   Place now;
   if (!find(address, now) || find(old_address, now))
-    return failed_or(VU_FAILED, "the version keeps its name", told_path(old.path()));
+    return failed_or(VU_FAILED, "the version cannot be renamed", told_path(old.path()));
   return existed ? without_derived(address, place) : done_unless_told();
 }
 

@@ -63,7 +63,7 @@ void check_served(const Address& address) {
   // An unknown time is 0, which is never new enough.
   const bool is_too_old = address.is_corporate() && !is_exact && time < address.version;
   if (time == 0 || is_too_old)
-    throw Refusal{VU_OUTDATED, "it is older than was asked for", told_path(place.path())};
+    throw Refusal{VU_OUTDATED, "the document is older than requested", told_path(place.path())};
 }
 
 void open_served(Stream& stream, const Address& address) {
@@ -75,7 +75,7 @@ void open_served(Stream& stream, const Address& address) {
     check_served(address);
     Call::current().forget();
   }
-  throw Refusal{VU_FAILED, "its file is another one each time", {}};
+  throw Refusal{VU_FAILED, "other programs replace the version again and again; call again", {}};
 }
 
 void open_for_writing(Stream& stream, const Address& address, bool replaces) {
@@ -94,7 +94,7 @@ void open_for_writing(Stream& stream, const Address& address, bool replaces) {
   if (LockLimit::passed()) throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
   if (stream.file.is_open() && is_opened_anew(address, stream.file)) return;
   if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
-  throw Refusal{VU_ALREADY, "the version exists", {}};
+  throw Refusal{VU_ALREADY, "the version exists; open it with VU_WRITE_OVER to replace it", {}};
 }
 
 vu_status open_document(const Store& store, const vu_document* document, std::int32_t mode,
@@ -134,7 +134,7 @@ vu_status open_part(const Store& store, const vu_document* document, const char*
   }
   if (!opened->file.is_open()) {
     if (is_refused_file_there()) throw Refusal{VU_FAILED, {}, {}};
-    return failed_or(VU_OUTDATED, "there is no part that is up to date");
+    return failed_or(VU_OUTDATED, "the part is missing or too old; generate it and write it");
   }
   give_stream(std::move(opened), stream);
   return VU_DONE;
@@ -164,7 +164,7 @@ vu_status vu_stream_read(vu_stream* stream, void* buffer, size_t room, size_t* s
     api::require(size, "size");
     const api::Use use(stream, api::Kind::kStream, api::Sharing::kExclusive);
     api::Stream& opened = api::stream_of(use);
-    api::require(opened.direction == api::Direction::kReads, "the stream writes");
+    api::require(opened.direction == api::Direction::kReads, "the stream was opened for writing");
     api::require(buffer != nullptr || room == 0, "buffer is null");
     *size = room != 0 ? read_into(opened.file, buffer, room) : 0;
     return VU_DONE;
@@ -175,7 +175,7 @@ vu_status vu_stream_write(vu_stream* stream, const void* bytes, size_t size) {
   return run("vu_stream_write", [&]() -> vu_status {
     const api::Use use(stream, api::Kind::kStream, api::Sharing::kExclusive);
     api::Stream& opened = api::stream_of(use);
-    api::require(opened.direction == api::Direction::kWrites, "the stream reads");
+    api::require(opened.direction == api::Direction::kWrites, "the stream was opened for reading");
     api::require(bytes != nullptr || size == 0, "bytes is null");
     const std::string_view all(static_cast<const char*>(bytes), size);
     if (write_from(opened.file, all)) return VU_DONE;

@@ -44,12 +44,15 @@ vu_status rename_owner(const Store& store, const char* from, const char* to) {
   const std::string new_name = named_owner(store, to);
   const std::array<bool, 3> before = presence_of(folders_of(old_name));
   if (before == kNone) throw Refusal{VU_NOTHING_MATCHED, "the owner has no folders", {}};
-  if (any_exists(folders_of(new_name))) throw Refusal{VU_ALREADY, "the new name has folders", {}};
+  if (any_exists(folders_of(new_name)))
+    throw Refusal{VU_ALREADY, "the new name already has folders", {}};
   if (!vu_storage::RenameUserStorage(old_name, new_name))
-    return failed_or(VU_FAILED, "the owner's folders keep their name");
+    return failed_or(VU_FAILED, "the owner's folders cannot be renamed");
   const std::array<bool, 3> after = presence_of(folders_of(new_name));
   if (after == before && !any_exists(folders_of(old_name))) return VU_DONE;
-  throw Refusal{after != kNone ? VU_PARTLY_DONE : VU_FAILED, "a folder keeps its name", {}};
+  throw Refusal{after != kNone ? VU_PARTLY_DONE : VU_FAILED,
+                "not all folders of the owner could be renamed",
+                {}};
 }
 
 vu_status remove_owner(const Store& store, const char* owner) {
@@ -57,7 +60,8 @@ vu_status remove_owner(const Store& store, const char* owner) {
   if (!any_exists(folders_of(name)))
     throw Refusal{VU_NOTHING_MATCHED, "the owner has no folders", {}};
   vu_storage::RemoveUserStorage(vu_utf8string(name));
-  if (any_exists(folders_of(name))) throw Refusal{VU_PARTLY_DONE, "something stays", {}};
+  if (any_exists(folders_of(name)))
+    throw Refusal{VU_PARTLY_DONE, "not all files of the owner could be removed", {}};
   return VU_DONE;
 }
 
@@ -97,7 +101,10 @@ struct Cleaning {
   std::int64_t clean(const std::string& folder) const {
     // The operation uses the folder in both encodings.
     if (os::utf8_of(folder) != folder)
-      throw Refusal{VU_NO_NAME, "the folder needs another code page than UTF-8", told_path(folder)};
+      throw Refusal{
+          VU_NO_NAME,
+          "the path of the folder is different in UTF-8 and in the code page of the process",
+          told_path(folder)};
     wait_for_index(folder);
     STGIndex::AgeMap kept;
     return static_cast<std::int64_t>(STGIndex::cleanOutOfDateOutput(
@@ -112,7 +119,7 @@ vu_status clean(const Store& store, const Cleaning& cleaning, const char* owner,
   require((cleaning.flags & ~kCleanFlags) == 0, "unknown flags");
   require(cleaning.older_than >= 0 && cleaning.older_than <= 4294967295, "the age is out of range");
   if (cleaning.takes_all() && (cleaning.flags & VU_CLEAN_ALL) == 0)
-    throw Refusal{VU_REFUSED, "an age of 0 removes everything; say VU_CLEAN_ALL", {}};
+    throw Refusal{VU_REFUSED, "an age of 0 removes everything; set VU_CLEAN_ALL to allow it", {}};
   const STG::RepositoryType type = type_of(cleaning.area);
   const std::vector<std::string> owners =
       owner != nullptr ? std::vector<std::string>{owner_of(store, owner)} : owners_in(store, type);
@@ -140,7 +147,8 @@ vu_status migrate(const Store& store, const char* owner) {
     throw Refusal{VU_NOTHING_MATCHED, "the owner has no mail folder", told_path(folder)};
   // Without adoption the migration would skip every file and still mark the folder as migrated.
   if (!IndexGate::adopts())
-    throw Refusal{VU_REFUSED, "the storage was opened without adoption of files", {}};
+    throw Refusal{
+        VU_REFUSED, "the migration needs adoption; open the storage without VU_NO_ADOPTION", {}};
   wait_for_index(folder);
   STGIndex::migrateInboxRead(name);
   return done_unless_told();

@@ -80,7 +80,7 @@ TEST(CCallbacks, WhatTheyCallIsToldToThemAndNotToTheCaller) {
   EXPECT_EQ(each("back-errors", fail_and_end, &told), VU_INTERRUPTED);
   EXPECT_EQ(told, "vu_exists");
   EXPECT_STREQ(last_error().operation, "vu_each_document");
-  EXPECT_STREQ(last_error().text, "the callback ended it");
+  EXPECT_STREQ(last_error().text, "the callback ended the call");
   EXPECT_STREQ(last_error().path, "");
 }
 

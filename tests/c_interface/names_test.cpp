@@ -40,7 +40,8 @@ constexpr const char* kFace = "\xF0\x9F\x98\x80";
 TEST(CNames, ThoseOfVersionsOnTheirWayAreTheLibrarysOwn) {
   const vu_document staged = document("names-own", ".vu-storing-1.kdf", 1);
   EXPECT_STREQ(name_of(put(staged, "x")), "VU_REFUSED");
-  EXPECT_STREQ(last_error().text, "the name is refused: it is a name for versions on their way");
+  EXPECT_STREQ(last_error().text,
+               "the name is refused: the library uses this prefix for temporary names");
   EXPECT_EQ(put(document("names-own", ".vu-storin", 1), "x"), VU_DONE);
 }
 
@@ -88,7 +89,8 @@ TEST(CNames, WhatHasNoPlaceInTheCodePageIsTold) {
   EXPECT_EQ(vu_status_name(vu_exists(store(), &owned)), expected);
   if (!has_place) {
     EXPECT_EQ(last_error().path, face);
-    EXPECT_STREQ(last_error().text, "the owner has no place in the code page of the process");
+    EXPECT_STREQ(last_error().text,
+                 "the owner cannot be converted to the code page of the process");
   }
   const vu_document extended = document("names-page", extension.c_str(), 1);
   EXPECT_EQ(vu_status_name(vu_exists(store(), &extended)), expected);

@@ -81,7 +81,7 @@ TEST(CppStore, TellsWhatIsWrongInAnError) {
   } catch (const vu::error& error) {
     EXPECT_EQ(error.code(), VU_REFUSED);
     EXPECT_EQ(error.path(), "..");
-    EXPECT_EQ(error.text(), "the owner is refused: it names the folder itself or the one above");
+    EXPECT_EQ(error.text(), "the owner is refused: it is the folder itself or its parent");
     EXPECT_EQ(error.system_code(), 0);
     EXPECT_NE(std::string(error.what()).find("vu_put: "), std::string::npos);
     EXPECT_NE(std::string(error.what()).find("[VU_REFUSED]"), std::string::npos);

@@ -109,7 +109,7 @@ def _text(raw: Optional[bytes]) -> str:
 def _raw(text: str) -> bytes:
     raw = text.encode("utf-8", "surrogateescape")
     if b"\0" in raw:
-        raise ValueError("a name holds a NUL")
+        raise ValueError("a name contains a NUL")
     return raw
 
 
@@ -170,7 +170,7 @@ class Key:
 
 def _area(name: str) -> int:
     if name not in _AREAS:
-        raise ValueError(f"there is no area {name!r}; say one of {', '.join(_AREAS)}")
+        raise ValueError(f"there is no area {name!r}; use one of {', '.join(_AREAS)}")
     return _AREAS[name]
 
 
@@ -265,7 +265,7 @@ class File(io.RawIOBase):
         origin = origins[whence]
         position = (self.size() if origin is None else origin) + offset
         if position < 0:
-            raise ValueError("a position before the beginning")
+            raise ValueError("the position is before the start of the file")
         _check(_c.library.vu_stream_seek(self._handle, offset, whence))
         self._position = position
         return position
@@ -472,7 +472,7 @@ class Store:
         Raises NotThere if there is nothing to read, AlreadyThere for "x", Outdated for "s"."""
         modes = {"r": 1, "s": 2, "x": 3, "w": 4}
         if mode not in modes:
-            raise ValueError(f"there is no mode {mode!r}; say one of {', '.join(modes)}")
+            raise ValueError(f"there is no mode {mode!r}; use one of {', '.join(modes)}")
         handle = ctypes.c_void_p()
         _check(_c.library.vu_open(self._handle, byref(key._document()), modes[mode],
                                   byref(handle)))
@@ -483,7 +483,7 @@ class Store:
         if the caller has to generate the part."""
         modes = {"r": 2, "w": 4}
         if mode not in modes:
-            raise ValueError(f"there is no mode {mode!r}; say one of {', '.join(modes)}")
+            raise ValueError(f"there is no mode {mode!r}; use one of {', '.join(modes)}")
         handle = ctypes.c_void_p()
         _check(_c.library.vu_open_part(self._handle, byref(key._document()), _raw(rendition),
                                        _raw(part), modes[mode], byref(handle)))

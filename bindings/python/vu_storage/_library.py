@@ -174,7 +174,7 @@ def load() -> ctypes.CDLL:
             reasons.append(str(reason))
     if library is None:
         raise ImportError(
-            "the storage library is not found; name its file in VU_STORAGE_LIBRARY: "
+            "cannot find the storage library; set VU_STORAGE_LIBRARY to its path: "
             + "; ".join(reasons)
         )
     for name, arguments in _FUNCTIONS.items():
