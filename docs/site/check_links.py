@@ -35,7 +35,7 @@ def main(folder):
     root = pathlib.Path(folder).resolve()
     pages = {path: Page(path) for path in sorted(root.rglob("*.html"))}
     if root / "index.html" not in pages:
-        sys.exit(f"error: {folder} holds no index.html")
+        sys.exit(f"error: {folder} contains no index.html")
     faults = []
     count = 0
     for path, page in pages.items():
@@ -59,7 +59,7 @@ def main(folder):
         print(f"error: {fault}", file=sys.stderr)
     if faults:
         sys.exit(1)
-    print(f"== {len(pages)} pages, {count} links, all of them lead somewhere: {root / 'index.html'}")
+    print(f"== {len(pages)} pages, {count} links, none of them broken: {root / 'index.html'}")
 
 
 if __name__ == "__main__":

@@ -84,12 +84,12 @@ def main(folder):
             members.update(member.get("id") for member in functions)
             faults.update(faults_of(compound, functions))
     if not members:
-        sys.exit(f"error: {folder} tells of no function")
+        sys.exit(f"error: {folder} contains no function")
     for fault in sorted(faults):
         print(f"error: {fault}", file=sys.stderr)
     if faults:
         sys.exit(1)
-    print(f"== {len(members)} public functions in {scopes} scopes: of each is told whom it waits for and who calls it")
+    print(f"== {len(members)} public functions in {scopes} scopes: each says what it waits for and who may call it")
 
 
 if __name__ == "__main__":
