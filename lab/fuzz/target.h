@@ -33,7 +33,10 @@ struct Target {
 };
 
 /// All that are linked into the program.
-std::vector<Target>& targets();
+inline std::vector<Target>& targets() {
+  static std::vector<Target> all;
+  return all;
+}
 
 inline bool register_target(const Target& target) {
   targets().push_back(target);

@@ -1,6 +1,5 @@
-// The explorer itself, and a selection of the meetings that `reliability interleavings` holds.
-
-#include <gtest/gtest.h>
+// The explorer, its judge, and a selection of the combinations that `reliability interleavings`
+// runs.
 
 #include <algorithm>
 #include <iterator>
@@ -9,16 +8,143 @@
 #include <utility>
 #include <vector>
 
-#include "lab/interleavings/explorer.h"
-#include "lab/interleavings/field.h"
-#include "lab/interleavings/footprint.h"
-#include "lab/interleavings/schedule.h"
+#include <gtest/gtest.h>
+
+#include "lab/interleavings/interleaving.h"
+#include "lab/interleavings/judge.h"
+#include "lab/interleavings/runner.h"
+#include "lab/interleavings/schedules.h"
+#include "lab/interleavings/tree.h"
 #include "platform/os/os.h"
 #include "tests/support/scratch.h"
 #include "vu_file.h"
 
 namespace interleavings {
 namespace {
+
+// ---- what a tree means --------------------------------------------------------------------------
+
+constexpr const char* kBert = "storage/user/bert/";
+
+void replace_in(std::string& text, const std::string& from, const std::string& to) {
+  const std::size_t at = text.find(from);
+  ASSERT_NE(at, std::string::npos) << from;
+  text.replace(at, from.size(), to);
+}
+
+TEST(InterleavingsView, TellsWhatDiffers) {
+  const Tree tidy = tree_for(Setup::kTidy);
+  const Facts before = facts_of(tidy);
+  const std::string bert = kBert;
+  const auto differs = [&](const std::string& path, const std::string& bytes) {
+    Tree tree = tidy;
+    add_file(tree, path, bytes, 0);
+    return facts_of(tree) != before;
+  };
+  EXPECT_TRUE(differs(bert + "00000002.kdb", "other bytes"));
+  EXPECT_TRUE(differs(bert + "00000007.kdb", ""));
+  EXPECT_TRUE(differs(bert + "index.dat", ""));
+  EXPECT_TRUE(differs(bert + "index", "00000003"));
+  EXPECT_TRUE(differs("storage/docs/anna/00000046/00000001.kdf_/html/x/part", "other bytes"));
+  EXPECT_TRUE(differs("plain/one.txt", "other bytes"));
+  EXPECT_TRUE(differs(bert + "folder/file", ""));
+  Tree tree = tidy;
+  std::string& lines = tree[bert + "index.dat"].bytes;
+  replace_in(lines, "second.kdb_0000000000/00000002", "second.kdb_0000000000/00000001");
+  EXPECT_TRUE(facts_of(tree).contains("storage/user/bert: two entries, one file"));
+  replace_in(lines, "second.kdb_0000000000/00000001\n", "");
+  EXPECT_NE(facts_of(tree), before);
+}
+
+TEST(InterleavingsView, TellsHowAnIndexStands) {
+  Tree tree = tree_for(Setup::kTidy);
+  EXPECT_EQ(facts_of(tree)["storage/user/bert: index"], "whole");
+  tree[std::string(kBert) + "index.dat"].bytes = "";
+  EXPECT_EQ(facts_of(tree)["storage/user/bert: index"], "of no bytes");
+  tree.erase(std::string(kBert) + "index.dat");
+  EXPECT_EQ(facts_of(tree)["storage/user/bert: index"], "none");
+}
+
+TEST(InterleavingsView, CountsLooseFilesOfTheSameBytes) {
+  Tree tree = tree_for(Setup::kTidy);
+  add_file(tree, std::string(kBert) + "00000007.kdb", "x", 0);
+  add_file(tree, std::string(kBert) + "00000008.kdb", "x", 0);
+  EXPECT_EQ(facts_of(tree)["storage/user/bert: loose .kdb 'x'"], "2");
+}
+
+TEST(InterleavingsView, DoesNotTellTheNumberOfAFile) {
+  Tree tree = tree_for(Setup::kTidy);
+  const Facts before = facts_of(tree);
+  const std::string bert = kBert;
+  tree[bert + "00000009.kdb"] = tree[bert + "00000002.kdb"];
+  tree.erase(bert + "00000002.kdb");
+  replace_in(tree[bert + "index.dat"].bytes, "/00000002", "/00000009");
+  tree[bert + "index"].bytes = "00000009";
+  EXPECT_EQ(facts_of(tree), before);
+}
+
+// ---- what may be --------------------------------------------------------------------------------
+
+constexpr const char* kFirst = "storage/user/anna: new.kdb_0000000000";
+constexpr const char* kSecond = "storage/user/anna: newer.kdb_0000000000";
+
+TEST(InterleavingsJudge, MissesWhatOneHasMadeWhenTheOtherOneDies) {
+  const Combination combination = combination_from("create + create, other-new, tidy, off");
+  const Outcome both{{"a", "b"}, {{kFirst, ""}, {kSecond, ""}}, {false, false}};
+  const Outcome without_a{{"", "b"}, {{kSecond, ""}}, {true, false}};
+  const Outcome without_b{{"a", ""}, {{kFirst, ""}}, {false, true}};
+  const Judge judge(combination, {}, {both, without_a, without_b});
+  EXPECT_EQ(judge.judge(without_a).wrong, "");
+  EXPECT_EQ(judge.judge({{"a", ""}, both.facts, {false, true}}).wrong, "");
+  // A has made its entry, and said so.
+  const Outcome lost{{"a", ""}, {{kSecond, ""}}, {false, true}};
+  EXPECT_NE(judge.judge(lost).wrong, "");
+  EXPECT_NE(judge.judge({{"a", "b"}, {{kSecond, ""}}, {false, false}}).wrong, "");
+}
+
+TEST(InterleavingsJudge, MissesALineWhereTwoMakeOneEntry) {
+  const Combination combination = combination_from("create + create, same-new, tidy, off");
+  const Judge judge(combination, {}, {{{"a", "a"}, {{kFirst, ""}}, {false, false}}});
+  const std::string loose = "storage/user/anna: loose .kdb ''";
+  const Verdict accepted = judge.judge({{"a", "b"}, {{kFirst, ""}, {loose, "1"}}, {false, false}});
+  EXPECT_EQ(accepted.wrong, "");
+  EXPECT_EQ(accepted.races, std::vector<std::string>{"same-entry"});
+  EXPECT_NE(judge.judge({{"a", "b"}, {{loose, "2"}}, {false, false}}).wrong, "");
+}
+
+TEST(InterleavingsJudge, FindsWhatNoStoryTells) {
+  const Combination combination = combination_from("create + remove, other, tidy, off");
+  const std::string bystander = "storage/user/anna: other.kdc_0000000000";
+  const std::string index = "storage/user/anna: index";
+  const Facts before{{bystander, "bytes"}, {index, "whole"}};
+  const Judge judge(combination, before, {{{"", ""}, before, {false, false}}});
+  const auto wrong = [&](const Facts& facts) {
+    return judge.judge({{"", ""}, facts, {false, false}}).wrong;
+  };
+  EXPECT_EQ(wrong(before), "");
+  EXPECT_NE(wrong({{index, "whole"}}), "");
+  EXPECT_NE(wrong({{bystander, "others"}, {index, "whole"}}), "");
+  EXPECT_NE(wrong({{bystander, "bytes"}, {index, "interrupted"}}), "");
+  for (const char* const fact :
+       {"storage/user/anna: another.kdb_0000000000", "storage/user/anna/x",
+        "storage/user/anna: the counter is behind", "storage/user/anna: two entries, one file"}) {
+    Facts facts = before;
+    facts[fact] = "1";
+    EXPECT_NE(wrong(facts), "") << fact;
+  }
+}
+
+TEST(InterleavingsRaces, AreStoriesOfThePage) {
+  const std::string page = read_file(VU_TEST_DOCS "/concurrency.md");
+  for (const Race& each : accepted_races()) {
+    const bool is_told = page.find("\n### " + each.story + "\n") != std::string::npos ||
+                         page.find("\n## " + each.story + "\n") != std::string::npos;
+    EXPECT_TRUE(is_told) << each.name << ": " << each.story;
+  }
+}
+
+// ------------------------------------------------------------------------------------------------
+// The explorer itself, and a selection of the interleavings that `reliability interleavings` holds.
 
 // ---- the layer ----------------------------------------------------------------------------------
 
@@ -38,8 +164,9 @@ TEST(InterleavingsLayer, TellsADeadlockAtOnce) {
   Explorer explorer({});
   std::string told;
   while (told.empty() && explorer.next()) {
-    Meeting meeting(scratch.path(), explorer);
-    told = meeting.run({[&] { return hold_both(a, b); }, [&] { return hold_both(b, a); }}).deadlock;
+    Interleaving interleaving(scratch.path(), explorer);
+    told = interleaving.run({[&] { return hold_both(a, b); }, [&] { return hold_both(b, a); }})
+               .deadlock;
   }
   EXPECT_EQ(told,
             "A waits at: lock (exclusive) b, held by B (exclusive); "
@@ -52,11 +179,11 @@ TEST(InterleavingsLayer, TellsNoDeadlockWhereLocksAreTakenInOneOrder) {
   const std::string b = scratch.path("b");
   Explorer explorer({});
   while (explorer.next()) {
-    Meeting meeting(scratch.path(), explorer);
-    const Ending ending =
-        meeting.run({[&] { return hold_both(a, b); }, [&] { return hold_both(a, b); }});
-    ASSERT_EQ(ending.deadlock, "");
-    ASSERT_EQ(ending.answers, (std::vector<std::string>{"both", "both"}));
+    Interleaving interleaving(scratch.path(), explorer);
+    const RunResult result =
+        interleaving.run({[&] { return hold_both(a, b); }, [&] { return hold_both(a, b); }});
+    ASSERT_EQ(result.deadlock, "");
+    ASSERT_EQ(result.answers, (std::vector<std::string>{"both", "both"}));
   }
   EXPECT_GT(explorer.runs(), 5U);
 }
@@ -81,8 +208,8 @@ std::set<std::string> counts(const Bounds& bounds, std::uint64_t& runs) {
   Explorer explorer(bounds);
   while (explorer.next()) {
     write_file(path, "0");
-    Meeting meeting(scratch.path(), explorer);
-    meeting.run({[&] { return count_on(path); }, [&] { return count_on(path); }});
+    Interleaving interleaving(scratch.path(), explorer);
+    interleaving.run({[&] { return count_on(path); }, [&] { return count_on(path); }});
     ends.insert(read_file(path));
   }
   runs = explorer.runs();
@@ -115,12 +242,12 @@ TEST(InterleavingsLayer, EndsAProcessWithItsLocks) {
   };
   write_file(path, "before");
   // Open, lock and cut: then it is gone, and nobody waits for it.
-  Replay guide(schedule_from("A3x B"));
-  Meeting meeting(scratch.path(), guide);
-  const Ending ending = meeting.run({hold, read});
-  EXPECT_EQ(ending.deadlock, "");
-  EXPECT_EQ(ending.died, (std::vector<bool>{true, false}));
-  EXPECT_EQ(ending.answers[1], "");
+  Replay scheduler(schedule_from("A3x B"));
+  Interleaving interleaving(scratch.path(), scheduler);
+  const RunResult result = interleaving.run({hold, read});
+  EXPECT_EQ(result.deadlock, "");
+  EXPECT_EQ(result.killed, (std::vector<bool>{true, false}));
+  EXPECT_EQ(result.answers[1], "");
   EXPECT_EQ(read_file(path), "");
 }
 
@@ -132,18 +259,18 @@ TEST(InterleavingsLayer, KnowsWhichCallsTouchEachOther) {
   const Footprint probe = footprint_of(mark(Call::probe_search, "f/a"), there);
   const Footprint list = footprint_of(mark(Call::list, "f"), there);
   const Footprint gone = footprint_of(mark(Call::remove_file, "f/a"), there);
-  EXPECT_FALSE(touch_each_other(probe, list));
-  EXPECT_TRUE(touch_each_other(probe, gone));
-  EXPECT_TRUE(touch_each_other(list, gone));
-  EXPECT_FALSE(touch_each_other(probe, footprint_of(mark(Call::remove_file, "f/b"), there)));
-  EXPECT_FALSE(touch_each_other(list, footprint_of(mark(Call::remove_file, "f/a"), missing)));
+  EXPECT_FALSE(are_dependent(probe, list));
+  EXPECT_TRUE(are_dependent(probe, gone));
+  EXPECT_TRUE(are_dependent(list, gone));
+  EXPECT_FALSE(are_dependent(probe, footprint_of(mark(Call::remove_file, "f/b"), there)));
+  EXPECT_FALSE(are_dependent(list, footprint_of(mark(Call::remove_file, "f/a"), missing)));
   // A folder that moves takes along what is in it.
   const SeenCall moves{Call::rename, "f", "g"};
-  EXPECT_TRUE(touch_each_other(probe, footprint_of(moves, there)));
+  EXPECT_TRUE(are_dependent(probe, footprint_of(moves, there)));
   const Footprint shared = footprint_of({Call::lock, "f/a", "", false, false}, there);
   const Footprint exclusive = footprint_of({Call::lock, "f/a", "", false, true}, there);
-  EXPECT_FALSE(touch_each_other(shared, shared));
-  EXPECT_TRUE(touch_each_other(shared, exclusive));
+  EXPECT_FALSE(are_dependent(shared, shared));
+  EXPECT_TRUE(are_dependent(shared, exclusive));
 }
 
 TEST(InterleavingsLayer, ReadsTheTextOfASchedule) {
@@ -169,16 +296,16 @@ std::string text_in(const std::string& path) {
   return text;
 }
 
-bool dies_while_another_waits(const std::vector<Made>& made) {
-  const auto is_end = [](const Made& each) { return each.is_death && each.who == 0; };
-  const auto end = std::find_if(made.begin(), made.end(), is_end);
-  if (end == made.begin() || end == made.end()) return false;
+bool dies_while_another_waits(const std::vector<Event>& events) {
+  const auto is_end = [](const Event& each) { return each.is_kill && each.who == 0; };
+  const auto end = std::find_if(events.begin(), events.end(), is_end);
+  if (end == events.begin() || end == events.end()) return false;
   // B stands before its lock, and A has written under its own since.
-  const auto opened = std::find_if(made.begin(), end, [](const Made& each) {
+  const auto opened = std::find_if(events.begin(), end, [](const Event& each) {
     return each.who == 1 && each.call.function == os::faults::Call::open;
   });
   return opened != end && std::prev(end)->call.function == os::faults::Call::write &&
-         std::find_if(std::next(opened), end, [](const Made& each) { return each.who == 1; }) ==
+         std::find_if(std::next(opened), end, [](const Event& each) { return each.who == 1; }) ==
              end;
 }
 
@@ -186,14 +313,14 @@ TEST(InterleavingsLayer, EndsAProcessForWhichAnotherOneWaits) {
   const scratch_folder scratch;
   const std::string path = scratch.path("a");
   bool is_met = false;
-  Explorer explorer({.deaths = Deaths::kOne});
+  Explorer explorer({.kills = Kills::kOne});
   while (explorer.next()) {
     write_file(path, "before");
-    Meeting meeting(scratch.path(), explorer);
-    const Ending ending = meeting.run(
+    Interleaving interleaving(scratch.path(), explorer);
+    const RunResult result = interleaving.run(
         {[&] { return put_text(path, "by A"), std::string(); }, [&] { return text_in(path); }});
-    EXPECT_EQ(ending.deadlock, "");
-    is_met = is_met || dies_while_another_waits(meeting.made());
+    EXPECT_EQ(result.deadlock, "");
+    is_met = is_met || dies_while_another_waits(interleaving.events());
   }
   EXPECT_TRUE(is_met);
 }
@@ -202,13 +329,13 @@ TEST(InterleavingsLayer, EndsAProcessBehindTheEndOfAnotherOne) {
   const scratch_folder scratch;
   const std::string path = scratch.path("a");
   std::set<std::string> ends;
-  Explorer explorer({.preemptions = 1, .deaths = Deaths::kOne});
+  Explorer explorer({.preemptions = 1, .kills = Kills::kOne});
   while (explorer.next()) {
     write_file(path, "before");
-    Meeting meeting(scratch.path(), explorer);
-    const Ending ending = meeting.run(
+    Interleaving interleaving(scratch.path(), explorer);
+    const RunResult result = interleaving.run(
         {[&] { return put_text(path, "by A"), std::string(); }, [&] { return text_in(path); }});
-    if (ending.died[0]) ends.insert(ending.answers[1] + ", " + read_file(path));
+    if (result.killed[0]) ends.insert(result.answers[1] + ", " + read_file(path));
   }
   EXPECT_TRUE(ends.contains("before, "));
 }
@@ -227,21 +354,21 @@ std::set<std::string> ends_of_three(Reduction reduction, std::uint64_t& runs) {
   while (explorer.next()) {
     for (const char* const each : {"a", "b", "c"})
       static_cast<void>(os::remove_directory(scratch.path(each)));
-    Meeting meeting(scratch.path(), explorer);
-    const Ending ending = meeting.run({[&] {
-                                         make("a");
-                                         const std::string c = sees("c") ? "c" : "-";
-                                         return c + (sees("b") ? "b" : "-");
-                                       },
-                                       [&] {
-                                         if (sees("a")) make("b");
-                                         return std::string();
-                                       },
-                                       [&] {
-                                         if (sees("b")) make("c");
-                                         return std::string();
-                                       }});
-    ends.insert(ending.answers[0] + (sees("b") ? "b" : "-") + (sees("c") ? "c" : "-"));
+    Interleaving interleaving(scratch.path(), explorer);
+    const RunResult result = interleaving.run({[&] {
+                                                 make("a");
+                                                 const std::string c = sees("c") ? "c" : "-";
+                                                 return c + (sees("b") ? "b" : "-");
+                                               },
+                                               [&] {
+                                                 if (sees("a")) make("b");
+                                                 return std::string();
+                                               },
+                                               [&] {
+                                                 if (sees("b")) make("c");
+                                                 return std::string();
+                                               }});
+    ends.insert(result.answers[0] + (sees("b") ? "b" : "-") + (sees("c") ? "c" : "-"));
   }
   runs = explorer.runs();
   return ends;
@@ -263,20 +390,20 @@ TEST(InterleavingsLayer, TellsThatARunWentAnotherWay) {
   int run = 0;
   while (explorer.next()) {
     ++run;
-    Meeting meeting(scratch.path(), explorer);
+    Interleaving interleaving(scratch.path(), explorer);
     const auto ask = [&] {
       vu_file::exists(path);
       if (run % 2 == 1) vu_file::exists(path);
       return std::string();
     };
-    meeting.run({ask, ask});
+    interleaving.run({ask, ask});
   }
   EXPECT_TRUE(explorer.is_unrepeatable());
 }
 
-// ---- meetings -----------------------------------------------------------------------------------
+// ---- combinations -------------------------------------------------------------------------------
 
-std::string told(const Explored& explored) {
+std::string calls_in_words(const Explored& explored) {
   std::string text;
   for (const Finding& each : explored.findings)
     text += in_text(each.schedule) + ": " + each.what + "\n" + each.calls;
@@ -293,13 +420,13 @@ constexpr int kDeep = 2;
 class Interleavings : public testing::Test {
  protected:
   Explored explore(const std::string& text, const Bounds& bounds = {.preemptions = kDeep}) {
-    Explored explored = m_field.explore(gathering_from(text), bounds);
-    EXPECT_EQ(told(explored), "") << text;
+    Explored explored = m_runner.explore(combination_from(text), bounds);
+    EXPECT_EQ(calls_in_words(explored), "") << text;
     EXPECT_GT(explored.schedules, 2U) << text;
     return explored;
   }
 
-  Field m_field;
+  Runner m_runner;
 };
 
 TEST_F(Interleavings, EndAsTheyDoWithoutTheReduction) {
@@ -355,7 +482,7 @@ TEST_F(Interleavings, OfWhichOneIsKilledEndAsTheyMay) {
   for (const char* const text :
        {"create + create, other-new, tidy, off", "rename + names, same, tidy, off",
         "remove + create, same, tidy, off"})
-    explore(text, {.preemptions = 1, .deaths = Deaths::kOne});
+    explore(text, {.preemptions = 1, .kills = Kills::kOne});
 }
 
 // The entry is there all the time: before the rename, and behind it.
@@ -368,36 +495,36 @@ TEST_F(Interleavings, OfAWriterOfNewEntriesAndARenameOntoItsEntryReplaceNothing)
 }
 
 TEST_F(Interleavings, OfProcessesThatBeginOneStorageDisturbNobody) {
-  const Explored explored = m_field.explore(gathering_from("begin + begin, same, tidy, off"),
-                                            {.preemptions = 1}, Played::kByProcesses);
-  EXPECT_EQ(told(explored), "");
+  const Explored explored = m_runner.explore(combination_from("begin + begin, same, tidy, off"),
+                                             {.preemptions = 1}, Participants::kProcesses);
+  EXPECT_EQ(calls_in_words(explored), "");
   EXPECT_GT(explored.schedules, 5U);
 }
 
 /// Takes a text, and puts it back with its mark behind.
-std::string add_mark(const Cast& cast) {
-  const std::string path = cast.root + "\\plain\\one.txt";
-  put_text(path, text_in(path) + cast.mark);
+std::string add_mark(const Target& target) {
+  const std::string path = target.root + "\\plain\\one.txt";
+  put_text(path, text_in(path) + target.mark);
   return "";
 }
 
 /// Adds to one file while it holds another one.
-std::string hold_and_add(const Cast& cast) {
-  const bool is_first = cast.mark == "by A";
-  return hold_both(cast.root + (is_first ? "\\plain\\one.txt" : "\\plain\\two.txt"),
-                   cast.root + (is_first ? "\\plain\\two.txt" : "\\plain\\one.txt"));
+std::string hold_and_add(const Target& target) {
+  const bool is_first = target.mark == "by A";
+  return hold_both(target.root + (is_first ? "\\plain\\one.txt" : "\\plain\\two.txt"),
+                   target.root + (is_first ? "\\plain\\two.txt" : "\\plain\\one.txt"));
 }
 
 TEST_F(Interleavings, ThatLoseAnUpdateAreToldWithASchedule) {
-  const MeetingOperation adds{"add-mark", kAsks, add_mark, false};
-  const Gathering gathering{{&adds, &adds}};
-  const Explored explored = m_field.explore(gathering, {});
+  const Operation adds{"add-mark", kAsks, add_mark, false};
+  const Combination combination{{&adds, &adds}};
+  const Explored explored = m_runner.explore(combination, {});
   ASSERT_FALSE(explored.findings.empty());
   for (const Finding& each : explored.findings) {
     EXPECT_NE(each.what.find("\n    plain/one.txt is 'oneby "), std::string::npos) << each.what;
     // One takes the turn, the other one writes, and then the first one.
     EXPECT_EQ(each.schedule.size(), 3U) << in_text(each.schedule);
-    const Finding again = m_field.replay(gathering, schedule_from(in_text(each.schedule)));
+    const Finding again = m_runner.replay(combination, schedule_from(in_text(each.schedule)));
     EXPECT_EQ(again.what, each.what);
     EXPECT_EQ(again.calls, each.calls);
     EXPECT_EQ(again.end, each.end);
@@ -405,16 +532,16 @@ TEST_F(Interleavings, ThatLoseAnUpdateAreToldWithASchedule) {
 }
 
 TEST_F(Interleavings, ThatWaitForEachOtherAreToldWithASchedule) {
-  const MeetingOperation holds{"hold-and-add", kAsks, hold_and_add, false};
-  const Gathering gathering{{&holds, &holds}};
-  const Explored explored = m_field.explore(gathering, {});
+  const Operation holds{"hold-and-add", kAsks, hold_and_add, false};
+  const Combination combination{{&holds, &holds}};
+  const Explored explored = m_runner.explore(combination, {});
   ASSERT_FALSE(explored.findings.empty());
   const Finding& first = explored.findings.front();
   EXPECT_EQ(first.what,
             "nobody can go on: "
             "A waits at: lock (exclusive) plain/two.txt, held by B (exclusive); "
             "B waits at: lock (exclusive) plain/one.txt, held by A (exclusive)");
-  EXPECT_EQ(m_field.replay(gathering, first.schedule).what, first.what);
+  EXPECT_EQ(m_runner.replay(combination, first.schedule).what, first.what);
 }
 
 /// Threads stand for processes: led the same way, both make the same calls, with the same ends.
@@ -435,10 +562,10 @@ TEST_F(Interleavings, AreHeldByProcessesAsTheyAreByThreads) {
                          {other, "A18 C8 B20 A C B"}});
 #endif
   for (const auto& [text, schedule] : led) {
-    const Gathering gathering = gathering_from(text);
-    const Finding threads = m_field.replay(gathering, schedule_from(schedule));
+    const Combination combination = combination_from(text);
+    const Finding threads = m_runner.replay(combination, schedule_from(schedule));
     const Finding processes =
-        m_field.replay(gathering, schedule_from(schedule), Played::kByProcesses);
+        m_runner.replay(combination, schedule_from(schedule), Participants::kProcesses);
     EXPECT_EQ(threads.calls, processes.calls) << text << ": " << schedule;
     EXPECT_EQ(threads.end, processes.end) << text << ": " << schedule;
     EXPECT_FALSE(threads.calls.empty());

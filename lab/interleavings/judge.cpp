@@ -24,10 +24,10 @@ std::string key_of_entry(const std::string& fact) { return fact.substr(fact.find
 std::string key_of(const std::string& entry) { return entry + "_0000000000"; }
 
 /// The keys that an operation is about.
-std::set<std::string> keys_touched(const MeetingOperation& operation, const Cast& cast) {
+std::set<std::string> keys_touched(const Operation& operation, const Target& target) {
   std::set<std::string> keys;
-  if (operation.does(kMakes | kRemoves | kRenames | kWrites)) keys.insert(key_of(cast.entry));
-  if (operation.does(kRenames)) keys.insert(key_of(cast.to));
+  if (operation.does(kMakes | kRemoves | kRenames | kWrites)) keys.insert(key_of(target.entry));
+  if (operation.does(kRenames)) keys.insert(key_of(target.to));
   if (operation.does(kRenames) && operation.does(kRemoves)) {
     keys.insert(key_of(kOld));
     keys.insert(key_of(kYoung));
@@ -48,41 +48,41 @@ std::string in_words(const Difference& difference) {
          "'";
 }
 
-// ---- the scene ----------------------------------------------------------------------------------
+// ---- the evidence -------------------------------------------------------------------------------
 
-bool Scene::any_does(std::uint32_t deed) const { return count(deed) != 0; }
+bool Evidence::any_does(std::uint32_t effect) const { return count(effect) != 0; }
 
-std::size_t Scene::count(std::uint32_t deed) const {
+std::size_t Evidence::count(std::uint32_t effect) const {
   return static_cast<std::size_t>(
-      std::count_if(gathering.operations.begin(), gathering.operations.end(),
-                    [&](const MeetingOperation* each) { return each->does(deed); }));
+      std::count_if(combination.operations.begin(), combination.operations.end(),
+                    [&](const Operation* each) { return each->does(effect); }));
 }
 
-bool Scene::does(int who, std::uint32_t deed) const {
-  return who >= 0 && gathering.operations.at(static_cast<std::size_t>(who))->does(deed);
+bool Evidence::does(int who, std::uint32_t effect) const {
+  return who >= 0 && combination.operations.at(static_cast<std::size_t>(who))->does(effect);
 }
 
-bool Scene::is(int who, const std::string& name) const {
-  return who >= 0 && gathering.operations.at(static_cast<std::size_t>(who))->name == name;
+bool Evidence::is(int who, const std::string& name) const {
+  return who >= 0 && combination.operations.at(static_cast<std::size_t>(who))->name == name;
 }
 
-bool Scene::any_is(const std::string& name) const {
-  return std::any_of(gathering.operations.begin(), gathering.operations.end(),
-                     [&](const MeetingOperation* each) { return each->name == name; });
+bool Evidence::any_is(const std::string& name) const {
+  return std::any_of(combination.operations.begin(), combination.operations.end(),
+                     [&](const Operation* each) { return each->name == name; });
 }
 
-bool Scene::has_died() const {
-  return std::find(outcome.died.begin(), outcome.died.end(), true) != outcome.died.end();
+bool Evidence::has_kill() const {
+  return std::find(outcome.killed.begin(), outcome.killed.end(), true) != outcome.killed.end();
 }
 
-bool Scene::dead_does(std::uint32_t deed) const {
-  for (std::size_t i = 0; i < outcome.died.size(); ++i) {
-    if (outcome.died[i] && gathering.operations[i]->does(deed)) return true;
+bool Evidence::killed_does(std::uint32_t effect) const {
+  for (std::size_t i = 0; i < outcome.killed.size(); ++i) {
+    if (outcome.killed[i] && combination.operations[i]->does(effect)) return true;
   }
   return false;
 }
 
-bool Scene::some_order_gives(const Difference& difference) const {
+bool Evidence::some_order_gives(const Difference& difference) const {
   return std::any_of(orders.begin(), orders.end(), [&](const Outcome& order) {
     if (difference.answer_of >= 0)
       return order.answers[static_cast<std::size_t>(difference.answer_of)] == difference.found;
@@ -101,13 +101,13 @@ Verdict Judge::judge(const Outcome& outcome) const {
   for (std::size_t i = 0; i < orders.size(); ++i) {
     std::vector<Difference> all = differences(orders[i], outcome);
     if (all.empty()) return {};
-    const Scene scene{m_gathering, m_before, outcome, all, orders};
+    const Evidence evidence{m_combination, m_before, outcome, all, orders};
     std::set<std::string> races;
     std::vector<Difference> rest;
     for (const Difference& each : all) {
       const auto& known = accepted_races();
       const auto race = std::find_if(known.begin(), known.end(),
-                                     [&](const Race& one) { return one.explains(scene, each); });
+                                     [&](const Race& one) { return one.explains(evidence, each); });
       race == known.end() ? rest.push_back(each) : void(races.insert(race->name));
     }
     if (rest.empty()) return {"", {races.begin(), races.end()}};
@@ -123,7 +123,7 @@ std::vector<Outcome> Judge::orders_with_who_lived(const Outcome& outcome) const 
   std::vector<Outcome> orders;
   std::copy_if(m_orders.begin(), m_orders.end(), std::back_inserter(orders),
                [&](const Outcome& order) {
-                 return std::equal(order.died.begin(), order.died.end(), outcome.died.begin(),
+                 return std::equal(order.killed.begin(), order.killed.end(), outcome.killed.begin(),
                                    [](bool left_out, bool died) { return died || !left_out; });
                });
   return orders;
@@ -132,8 +132,8 @@ std::vector<Outcome> Judge::orders_with_who_lived(const Outcome& outcome) const 
 /// What must not be, whatever anybody tells.
 std::string Judge::broken_promise(const Outcome& outcome) const {
   const bool owner_moves =
-      std::any_of(m_gathering.operations.begin(), m_gathering.operations.end(),
-                  [](const MeetingOperation* each) { return each->does(kMovesOwner); });
+      std::any_of(m_combination.operations.begin(), m_combination.operations.end(),
+                  [](const Operation* each) { return each->does(kMovesOwner); });
   for (const auto& [fact, bytes] : m_before) {
     if (folder_of_entry(fact).empty() || is_touched(fact)) continue;
     const auto found = outcome.facts.find(fact);
@@ -144,10 +144,10 @@ std::string Judge::broken_promise(const Outcome& outcome) const {
   }
   for (const auto& [fact, bytes] : outcome.facts) {
     if (fact.ends_with(": index") && bytes != "whole" && bytes != "none" && !owner_moves &&
-        std::find(outcome.died.begin(), outcome.died.end(), true) == outcome.died.end())
+        std::find(outcome.killed.begin(), outcome.killed.end(), true) == outcome.killed.end())
       return fact + " is " + bytes;
     if (fact.ends_with(": the counter is behind") && !owner_moves) return fact + " at " + bytes;
-    if (fact.ends_with(": two entries, one file") && !m_gathering.synchronize &&
+    if (fact.ends_with(": two entries, one file") && !m_combination.synchronize &&
         !m_before.contains(fact))
       return fact + ": " + bytes;
     if (folder_of_entry(fact).empty() || m_before.contains(fact) || is_touched(fact)) continue;
@@ -158,18 +158,18 @@ std::string Judge::broken_promise(const Outcome& outcome) const {
 
 bool Judge::is_touched(const std::string& fact) const {
   const std::string folder = folder_of_entry(fact);
-  for (std::size_t i = 0; i < m_gathering.operations.size(); ++i) {
-    const MeetingOperation& operation = *m_gathering.operations[i];
-    const Cast cast = m_gathering.cast_of(i, "");
+  for (std::size_t i = 0; i < m_combination.operations.size(); ++i) {
+    const Operation& operation = *m_combination.operations[i];
+    const Target target = m_combination.target_of(i, "");
     if (operation.does(kMovesOwner)) {
-      if (folder.ends_with("/" + cast.owner) || folder.ends_with("/carl")) return true;
+      if (folder.ends_with("/" + target.owner) || folder.ends_with("/carl")) return true;
       continue;
     }
-    const std::string own = std::string("storage/") + operation.area + "/" + cast.owner;
+    const std::string own = std::string("storage/") + operation.area + "/" + target.owner;
     if (!folder.starts_with(own)) continue;
     // Mails and corporate documents: one operation's whole folder.
     if (operation.area != std::string("user") || operation.does(kCleansAll)) return true;
-    if (keys_touched(operation, cast).contains(key_of_entry(fact))) return true;
+    if (keys_touched(operation, target).contains(key_of_entry(fact))) return true;
   }
   return false;
 }
@@ -177,7 +177,7 @@ bool Judge::is_touched(const std::string& fact) const {
 /// A file that lies in the folder may become an entry under its own name, where that is on. By then
 /// its extension is in lower case.
 bool Judge::may_be_adopted(const std::string& key) const {
-  if (!m_gathering.synchronize || !key.ends_with("_0000000000")) return false;
+  if (!m_combination.synchronize || !key.ends_with("_0000000000")) return false;
   const std::string name = key.substr(0, key.size() - kStamp);
   const bool is_generated =
       name.size() >= 8 && name.substr(0, 8).find_first_not_of("0123456789") == std::string::npos;
@@ -187,7 +187,7 @@ bool Judge::may_be_adopted(const std::string& key) const {
 std::vector<Difference> Judge::differences(const Outcome& order, const Outcome& outcome) const {
   std::vector<Difference> all;
   for (std::size_t i = 0; i < outcome.answers.size(); ++i) {
-    if (outcome.died[i] || outcome.answers[i] == order.answers[i]) continue;
+    if (outcome.killed[i] || outcome.answers[i] == order.answers[i]) continue;
     all.push_back({static_cast<int>(i), "", order.answers[i], outcome.answers[i]});
   }
   for (const auto& [fact, value] : order.facts) {

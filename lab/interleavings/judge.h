@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "lab/interleavings/pairs.h"
-#include "lab/interleavings/view.h"
+#include "lab/interleavings/combinations.h"
+#include "lab/interleavings/tree.h"
 
 /// @file
-/// Whether a meeting may end so.
+/// Whether a run may end so.
 ///
 /// Its end and all its answers are those of the operations one after the other, in some order. Or
 /// else each difference from such an order belongs to a race that docs/concurrency.md tells.
@@ -17,11 +17,11 @@
 /// nobody made, every index is whole, and nobody waits for himself.
 namespace interleavings {
 
-/// What came of a meeting.
+/// What came of a run.
 struct Outcome {
   std::vector<std::string> answers;  ///< without numbers
   Facts facts;
-  std::vector<bool> died;
+  std::vector<bool> killed;
 
   bool operator==(const Outcome&) const = default;
 };
@@ -38,23 +38,23 @@ struct Difference {
 std::string in_words(const Difference& difference);
 
 /// What a race is judged by.
-struct Scene {
-  const Gathering& gathering;
+struct Evidence {
+  const Combination& combination;
   const Facts& before;
   const Outcome& outcome;
   const std::vector<Difference>& all;
   const std::vector<Outcome>& orders;
 
-  bool any_does(std::uint32_t deed) const;
+  bool any_does(std::uint32_t effect) const;
   /// How many do.
-  std::size_t count(std::uint32_t deed) const;
-  bool does(int who, std::uint32_t deed) const;
+  std::size_t count(std::uint32_t effect) const;
+  bool does(int who, std::uint32_t effect) const;
   /// Whether it is the operation of this name.
   bool is(int who, const std::string& name) const;
   bool any_is(const std::string& name) const;
-  bool has_died() const;
-  /// Whether somebody who died does.
-  bool dead_does(std::uint32_t deed) const;
+  bool has_kill() const;
+  /// Whether somebody who was killed does.
+  bool killed_does(std::uint32_t effect) const;
   /// Whether some order gives this answer, or this fact.
   bool some_order_gives(const Difference& difference) const;
 };
@@ -62,20 +62,20 @@ struct Scene {
 struct Race {
   std::string name;
   std::string story;  ///< its heading in docs/concurrency.md
-  bool (*explains)(const Scene& scene, const Difference& difference) = nullptr;
-  bool needs_a_death = false;  ///< it occurs only where somebody ends on the way
+  bool (*explains)(const Evidence& evidence, const Difference& difference) = nullptr;
+  bool needs_a_kill = false;  ///< it occurs only where somebody ends on the way
 };
 const std::vector<Race>& accepted_races();
 
 struct Verdict {
-  std::string wrong;               ///< empty when the meeting may end so
+  std::string wrong;               ///< empty when the run may end so
   std::vector<std::string> races;  ///< the names of those that explain it
 };
 
 class Judge {
  public:
-  Judge(const Gathering& gathering, const Facts& before, std::vector<Outcome> orders)
-      : m_gathering(gathering), m_before(before), m_orders(std::move(orders)) {}
+  Judge(const Combination& combination, const Facts& before, std::vector<Outcome> orders)
+      : m_combination(combination), m_before(before), m_orders(std::move(orders)) {}
 
   Verdict judge(const Outcome& outcome) const;
 
@@ -86,7 +86,7 @@ class Judge {
   bool may_be_adopted(const std::string& key) const;
   std::vector<Difference> differences(const Outcome& order, const Outcome& outcome) const;
 
-  const Gathering& m_gathering;
+  const Combination& m_combination;
   const Facts& m_before;
   const std::vector<Outcome> m_orders;
 };

@@ -32,37 +32,37 @@ bool is_entry(const Difference& d, const std::string& entry) {
 }
 
 /// The entry that an operation makes, or gives another one's document.
-std::string made_by(const Scene& s, std::size_t who) {
-  const MeetingOperation& operation = *s.gathering.operations[who];
-  const Cast cast = s.gathering.cast_of(who, "");
+std::string made_by(const Evidence& s, std::size_t who) {
+  const Operation& operation = *s.combination.operations[who];
+  const Target target = s.combination.target_of(who, "");
   if (operation.does(kRenames) && operation.does(kRemoves))
-    return cast.entry == kYoung ? kOld : kYoung;
-  if (operation.does(kRenames)) return cast.to;
-  return operation.does(kMakes) ? cast.entry : "";
+    return target.entry == kYoung ? kOld : kYoung;
+  if (operation.does(kRenames)) return target.to;
+  return operation.does(kMakes) ? target.entry : "";
 }
 
-/// Whether it is the entry that somebody makes who does this deed.
-bool is_made_by(const Scene& s, const Difference& d, std::uint32_t deed) {
-  for (std::size_t i = 0; i < s.gathering.operations.size(); ++i) {
-    if (s.gathering.operations[i]->does(deed) && is_entry(d, made_by(s, i))) return true;
+/// Whether it is the entry that somebody makes with this effect.
+bool is_made_by(const Evidence& s, const Difference& d, std::uint32_t effect) {
+  for (std::size_t i = 0; i < s.combination.operations.size(); ++i) {
+    if (s.combination.operations[i]->does(effect) && is_entry(d, made_by(s, i))) return true;
   }
   return false;
 }
 
-bool is_about(const Scene& s, std::size_t who, const std::string& entry) {
-  const MeetingOperation& operation = *s.gathering.operations[who];
+bool is_about(const Evidence& s, std::size_t who, const std::string& entry) {
+  const Operation& operation = *s.combination.operations[who];
   if (operation.does(kCleansAll)) return true;
   if (operation.does(kCleans) && entry == kOld) return true;
-  return (operation.is_about_entry && s.gathering.cast_of(who, "").entry == entry) ||
+  return (operation.is_about_entry && s.combination.target_of(who, "").entry == entry) ||
          made_by(s, who) == entry;
 }
 
-/// Whether two different ones, who do these deeds, are about one entry.
-bool meet_on_one(const Scene& s, std::uint32_t deed, std::uint32_t other) {
-  const auto& all = s.gathering.operations;
+/// Whether two different ones, with these effects, are about one entry.
+bool meet_on_one(const Evidence& s, std::uint32_t effect, std::uint32_t other) {
+  const auto& all = s.combination.operations;
   for (std::size_t a = 0; a < all.size(); ++a) {
     for (std::size_t b = 0; b < all.size(); ++b) {
-      if (a == b || !all[a]->does(deed) || !all[b]->does(other)) continue;
+      if (a == b || !all[a]->does(effect) || !all[b]->does(other)) continue;
       for (const char* const entry : {kOld, kYoung, "new.kdb", "newer.kdb", "moved.kdb"}) {
         if (is_about(s, a, entry) && is_about(s, b, entry)) return true;
       }
@@ -72,14 +72,14 @@ bool meet_on_one(const Scene& s, std::uint32_t deed, std::uint32_t other) {
 }
 
 /// Whether a file that no line names holds these bytes at the end.
-bool lies_loose(const Scene& s, const std::string& bytes) {
+bool lies_loose(const Evidence& s, const std::string& bytes) {
   return std::any_of(s.outcome.facts.begin(), s.outcome.facts.end(), [&](const auto& fact) {
     return has(fact.first, ": loose ") && fact.first.ends_with(" '" + shown(bytes) + "'");
   });
 }
 
 /// Whether an entry has the bytes of one from before, or none.
-bool holds_what_stood(const Scene& s, const Difference& d) {
+bool holds_what_stood(const Evidence& s, const Difference& d) {
   if (d.answer_of >= 0 || !d.what.ends_with("_0000000000")) return false;
   return d.found.empty() || d.found == kNothing ||
          std::any_of(s.before.begin(), s.before.end(), [&](const auto& fact) {
@@ -88,16 +88,17 @@ bool holds_what_stood(const Scene& s, const Difference& d) {
 }
 
 /// Whether it is an entry that some rename takes from or gives to.
-bool is_renamed(const Scene& s, const Difference& d) {
-  for (std::size_t i = 0; i < s.gathering.operations.size(); ++i) {
-    if (!s.gathering.operations[i]->does(kRenames)) continue;
-    if (is_entry(d, made_by(s, i)) || is_entry(d, s.gathering.cast_of(i, "").entry)) return true;
+bool is_renamed(const Evidence& s, const Difference& d) {
+  for (std::size_t i = 0; i < s.combination.operations.size(); ++i) {
+    if (!s.combination.operations[i]->does(kRenames)) continue;
+    if (is_entry(d, made_by(s, i)) || is_entry(d, s.combination.target_of(i, "").entry))
+      return true;
   }
   return false;
 }
 
 /// Whether each name of an answer is in the same one's answer in some order.
-bool all_names_are_known(const Scene& s, const Difference& d) {
+bool all_names_are_known(const Evidence& s, const Difference& d) {
   if (d.answer_of < 0) return false;
   std::istringstream names(d.found);
   for (std::string each; names >> each;) {
@@ -110,7 +111,7 @@ bool all_names_are_known(const Scene& s, const Difference& d) {
 }
 
 /// Whether it is the category file, with lines that it had.
-bool has_lines_from_before(const Scene& s, const Difference& d) {
+bool has_lines_from_before(const Evidence& s, const Difference& d) {
   const auto before = s.before.find(d.what);
   if (!is_entry(d, kList) || before == s.before.end()) return false;
   std::istringstream lines(d.found);
@@ -125,8 +126,8 @@ bool is_adopted(const std::string& text) { return has(text, "00000"); }
 // ---- the stories --------------------------------------------------------------------------------
 
 /// Whether a file that lies in the folder becomes one of these entries by itself.
-bool adopts_one_of(const Scene& s, const std::set<std::string>& entries) {
-  if (!s.gathering.synchronize) return false;
+bool adopts_one_of(const Evidence& s, const std::set<std::string>& entries) {
+  if (!s.combination.synchronize) return false;
   return std::any_of(entries.begin(), entries.end(), [&](const std::string& entry) {
     return std::any_of(s.before.begin(), s.before.end(), [&](const auto& fact) {
       return has(fact.first, ": loose " + entry + " '");
@@ -135,10 +136,10 @@ bool adopts_one_of(const Scene& s, const std::set<std::string>& entries) {
 }
 
 /// Two that make one entry, each from its own look at the index.
-bool same_entry(const Scene& s, const Difference& d) {
+bool same_entry(const Evidence& s, const Difference& d) {
   std::set<std::string> made;
   bool is_shared = false;
-  for (std::size_t i = 0; i < s.gathering.operations.size(); ++i) {
+  for (std::size_t i = 0; i < s.combination.operations.size(); ++i) {
     const std::string entry = made_by(s, i);
     if (!entry.empty() && !made.insert(entry).second) {
       is_shared = true;
@@ -154,7 +155,7 @@ bool same_entry(const Scene& s, const Difference& d) {
 }
 
 /// The empty document of one that has made it and not written it yet.
-bool read_before_written(const Scene& s, const Difference& d) {
+bool read_before_written(const Evidence& s, const Difference& d) {
   if (has(d.what, "plain/out-")) return s.any_does(kWrites | kMakes) && d.found.empty();
   // A key file without a line is "0" alone.
   return s.does(d.answer_of, kReads) && s.any_does(kWrites | kMakes) &&
@@ -162,19 +163,19 @@ bool read_before_written(const Scene& s, const Difference& d) {
 }
 
 /// Who has made the entry opens its file behind another one who has replaced it.
-bool maker_writes_last(const Scene& s, const Difference& d) {
+bool maker_writes_last(const Evidence& s, const Difference& d) {
   if (s.count(kWrites) < 2 || !is_made_by(s, d, kWrites)) return false;
-  for (std::size_t i = 0; i < s.gathering.operations.size(); ++i) {
-    if (s.gathering.operations[i]->does(kWrites) && !d.found.empty() &&
-        d.found.starts_with(s.gathering.cast_of(i, "").mark))
+  for (std::size_t i = 0; i < s.combination.operations.size(); ++i) {
+    if (s.combination.operations[i]->does(kWrites) && !d.found.empty() &&
+        d.found.starts_with(s.combination.target_of(i, "").mark))
       return true;
   }
   return false;
 }
 
 /// An entry under its file's own name, of a file whose line was not written yet.
-bool adopted_too_early(const Scene& s, const Difference& d) {
-  if (!s.gathering.synchronize) return false;
+bool adopted_too_early(const Evidence& s, const Difference& d) {
+  if (!s.combination.synchronize) return false;
   // What is adopted can be cleaned away, and counts.
   const bool counts = s.does(d.answer_of, kCleans) && s.any_does(kMakes | kRenames);
   if (d.answer_of >= 0) return counts || is_adopted(d.found) || s.some_order_gives(d);
@@ -184,7 +185,7 @@ bool adopted_too_early(const Scene& s, const Difference& d) {
 }
 
 /// What somebody writes whose entry goes meanwhile is in a file that no line names, or gone.
-bool removed_beside_writer(const Scene& s, const Difference& d) {
+bool removed_beside_writer(const Evidence& s, const Difference& d) {
   // Whoever cuts lines of a category file writes the rest of it.
   if (s.any_does(kCuts) && s.any_does(kCleansAll) &&
       (is_loose_too_many(d) || has_lines_from_before(s, d)))
@@ -196,15 +197,15 @@ bool removed_beside_writer(const Scene& s, const Difference& d) {
 }
 
 /// The same where the entry gets another name. Where the writer has the file open the rename fails.
-bool renamed_beside_writer(const Scene& s, const Difference& d) {
+bool renamed_beside_writer(const Evidence& s, const Difference& d) {
   if (!meet_on_one(s, kRenames, kWrites)) return false;
   if (is_renamed(s, d) && holds_what_stood(s, d)) return true;
   return is_loose_too_many(d) || s.some_order_gives(d);
 }
 
 /// What gets another name meanwhile is neither cleaned away nor removed.
-bool renamed_beside_clean(const Scene& s, const Difference& d) {
-  const auto& all = s.gathering.operations;
+bool renamed_beside_clean(const Evidence& s, const Difference& d) {
+  const auto& all = s.combination.operations;
   const bool any_takes_away = std::any_of(all.begin(), all.end(), [](const auto* each) {
     return each->does(kCleans) || (each->does(kRemoves) && !each->does(kRenames));
   });
@@ -212,25 +213,25 @@ bool renamed_beside_clean(const Scene& s, const Difference& d) {
 }
 
 /// The file goes first, and then its line.
-bool line_without_file(const Scene& s, const Difference& d) {
+bool line_without_file(const Evidence& s, const Difference& d) {
   return s.is(d.answer_of, "repair") && s.any_does(kRemoves | kRenames | kCleans) &&
          d.found == "repaired";
 }
 
 /// One file goes after the other: a list names those that are left.
-bool cleaned_bit_by_bit(const Scene& s, const Difference& d) {
+bool cleaned_bit_by_bit(const Evidence& s, const Difference& d) {
   return s.any_does(kCleans) && !s.does(d.answer_of, kCleans) && all_names_are_known(s, d);
 }
 
 /// What one has taken away already is very old to the other one, and counts for both.
-bool counted_twice(const Scene& s, const Difference& d) {
+bool counted_twice(const Evidence& s, const Difference& d) {
   return s.does(d.answer_of, kCleans) &&
          (s.count(kCleans) > 1 || s.any_does(kRemoves | kRenames)) &&
          d.found.find_first_not_of("0123456789") == std::string::npos;
 }
 
 /// The folder in which the client keeps its copies is named by no line.
-bool swept_copies(const Scene& s, const Difference& d) {
+bool swept_copies(const Evidence& s, const Difference& d) {
   if (!s.any_does(kSweeps) || !s.any_does(kClient)) return false;
   if (d.answer_of >= 0) return s.is(d.answer_of, "put") && d.found.starts_with("failed");
   if (d.what.ends_with(": index")) return s.any_is("put") && d.found == "none";
@@ -238,14 +239,14 @@ bool swept_copies(const Scene& s, const Difference& d) {
 }
 
 /// In a folder without an index a sweep ends when there is one: what it has not reached stays.
-bool sweep_ends(const Scene& s, const Difference& d) {
-  if (s.gathering.ground != Ground::kNoIndex || !s.any_does(kSweeps)) return false;
+bool sweep_ends(const Evidence& s, const Difference& d) {
+  if (s.combination.setup != Setup::kNoIndex || !s.any_does(kSweeps)) return false;
   const auto stood = s.before.find(d.what);
   return is_loose_too_many(d) && stood != s.before.end() && stood->second == d.found;
 }
 
 /// A document that is replaced loses its parts, and a writer of one the folder to put it in.
-bool parts_go(const Scene& s, const Difference& d) {
+bool parts_go(const Evidence& s, const Difference& d) {
   if (!s.any_is("write-corporate")) return false;
   if (s.is(d.answer_of, "write-part") || s.is(d.answer_of, "read-part"))
     return d.found == "closed" || d.found == "read " || s.some_order_gives(d);
@@ -253,14 +254,14 @@ bool parts_go(const Scene& s, const Difference& d) {
 }
 
 /// The index that somebody is just making has no bytes yet: the client takes it for a damaged one.
-bool first_index_of_no_bytes(const Scene& s, const Difference& d) {
-  if (s.gathering.ground != Ground::kNoIndex || !s.any_does(kClient)) return false;
+bool first_index_of_no_bytes(const Evidence& s, const Difference& d) {
+  if (s.combination.setup != Setup::kNoIndex || !s.any_does(kClient)) return false;
   if (d.answer_of >= 0) return s.is(d.answer_of, "put") && d.found == "failed ";
   return d.found == kNothing && is_made_by(s, d, kClient);
 }
 
 /// The file is gone when the reader asks for its size, or comes to open it.
-bool gone_while_read(const Scene& s, const Difference& d) {
+bool gone_while_read(const Evidence& s, const Difference& d) {
   if (!s.any_does(kRemoves | kRenames | kCleans) || !s.any_does(kReads)) return false;
   if (d.answer_of < 0) return has(d.what, "plain/out-") && d.found == kNothing;
   if (!s.does(d.answer_of, kReads)) return false;
@@ -274,19 +275,19 @@ bool gone_while_read(const Scene& s, const Difference& d) {
 
 #if defined(_WIN32)
 /// A file that somebody has open keeps its name until it is closed, and its line with it.
-bool stays_while_open(const Scene& s, const Difference& d) {
+bool stays_while_open(const Evidence& s, const Difference& d) {
   return s.any_does(kReads | kWrites) && s.any_does(kRenames | kRemoves | kCleans) &&
          (is_renamed(s, d) || is_made_by(s, d, kMakes)) && holds_what_stood(s, d);
 }
 #endif
 
 /// A copy does not wait for a lock.
-bool copy_meets_lock(const Scene& s, const Difference& d) {
+bool copy_meets_lock(const Evidence& s, const Difference& d) {
   if (!s.any_does(kCopies | kRenames)) return false;
   if (s.does(d.answer_of, kCopies)) return d.found == "no";
   if (has(d.what, "plain/out-")) return d.found == kNothing;
   // Without an index the document is a file that no line names.
-  if (s.gathering.ground == Ground::kNoIndex && has(d.what, std::string(": loose ") + kOld)) {
+  if (s.combination.setup == Setup::kNoIndex && has(d.what, std::string(": loose ") + kOld)) {
     const bool is_emptied = d.what.ends_with(" ''") && d.found != kNothing;
     return is_emptied || (d.what.ends_with(" 'one'") && d.found == kNothing);
   }
@@ -295,7 +296,7 @@ bool copy_meets_lock(const Scene& s, const Difference& d) {
 }
 
 /// What is moved elsewhere is copied first; what somebody does to it meanwhile is seen, and stays.
-bool moved_while_changed(const Scene& s, const Difference& d) {
+bool moved_while_changed(const Evidence& s, const Difference& d) {
   if (!s.any_is("move-out")) return false;
   if (d.answer_of >= 0)
     return s.is(d.answer_of, "move-out") &&
@@ -307,11 +308,11 @@ bool moved_while_changed(const Scene& s, const Difference& d) {
 }
 
 /// Both make the marker, and both copy a mail to its new name: one entry, one file too many.
-bool two_migrations(const Scene& s, const Difference& d) {
+bool two_migrations(const Evidence& s, const Difference& d) {
   return s.count(kConverts) > 1 && is_loose_too_many(d);
 }
 
-/// A list without the names whose files are neither in the tree before the meeting nor in the one
+/// A list without the names whose files are neither in the tree before the run nor in the one
 /// behind it.
 std::string without_replaced(const std::string& list) {
   std::string kept;
@@ -322,7 +323,7 @@ std::string without_replaced(const std::string& list) {
   return kept;
 }
 
-bool two_renames(const Scene& s, const Difference& d) {
+bool two_renames(const Evidence& s, const Difference& d) {
   if (s.count(kRenames) < 2) return false;
   // A third one may list both names, or none, or the file of a rename that the other one replaces.
   Difference standing = d;
@@ -332,30 +333,30 @@ bool two_renames(const Scene& s, const Difference& d) {
 }
 
 /// Between looking for a line and writing the rest another one writes: its cut is lost.
-bool two_cuts(const Scene& s, const Difference& d) {
+bool two_cuts(const Evidence& s, const Difference& d) {
   return s.count(kCuts) > 1 && has_lines_from_before(s, d);
 }
 
 /// Whoever renames or removes an owner agrees with those who work there.
-bool owner_goes(const Scene& s, const Difference& d) {
+bool owner_goes(const Evidence& s, const Difference& d) {
   if (!s.any_does(kMovesOwner)) return false;
   return d.answer_of >= 0 || has(d.what, "/anna") || has(d.what, "/carl");
 }
 
 /// What somebody left who ended on the way: what he was about as it was, as it was to be, or in one
 /// of the states that the page lists.
-bool killed(const Scene& s, const Difference& d) {
-  if (!s.has_died()) return false;
+bool killed(const Evidence& s, const Difference& d) {
+  if (!s.has_kill()) return false;
   if (s.some_order_gives(d)) return true;
   if (d.answer_of >= 0) return false;
   // A read list is emptied, and then written: its bytes from before are gone.
   const bool is_list_gone = has(d.what, ": loose read.txt ") && d.found == kNothing;
-  if (is_list_gone) return s.dead_does(kConverts);
-  if (is_loose_file(d)) return d.found != kNothing && s.dead_does(kMakes | kRenames | kConverts);
+  if (is_list_gone) return s.killed_does(kConverts);
+  if (is_loose_file(d)) return d.found != kNothing && s.killed_does(kMakes | kRenames | kConverts);
   if (d.what.ends_with(": index")) return true;
   // The next put removes it.
-  if (has(d.what, ": below .stgctl-part-")) return s.dead_does(kClient);
-  return s.dead_does(kWrites | kCuts) && d.found.empty();
+  if (has(d.what, ": below .stgctl-part-")) return s.killed_does(kClient);
+  return s.killed_does(kWrites | kCuts) && d.found.empty();
 }
 
 }  // namespace

@@ -17,11 +17,9 @@
 #include <optional>
 #include <string>
 
-#include "lab/kit/borrowed.h"
 #include "lab/kit/folders.h"
-#include "lab/kit/machine.h"
-#include "lab/kit/page.h"
 #include "lab/kit/program.h"
+#include "lab/kit/report.h"
 #include "lab/kit/suites.h"
 
 namespace {

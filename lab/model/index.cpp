@@ -1,8 +1,8 @@
 // The index of a folder: loading, adopting, naming, changing, merging and saving.
 
-#include "lab/model/world.h"
-
 #include <cstdio>
+
+#include "lab/model/world.h"
 
 namespace model {
 
@@ -17,7 +17,7 @@ bool World::valid_line(const std::string& folder, const std::string& key,
 void World::string_to_maps(const std::string& folder, const std::string& text, Map& lp, Map& pl) {
   for (const auto& [key, stored] : index_pairs(text)) {
     if (!valid_line(folder, key, stored)) continue;
-    if (planted == Planted::kLastLineWins) lp.erase(key);
+    if (mutation == Mutation::kLastLineWins) lp.erase(key);
     lp.insert({key, stored});
     pl.insert({stored, key});
   }
@@ -69,7 +69,7 @@ void Index::adopt(const std::string& found) {
   std::string name = found;
   if (name.find('.') != std::string::npos) {
     name = with_small_extension(name);
-    if (m_world.planted == Planted::kLowercaseWholeName) {
+    if (m_world.mutation == Mutation::kLowercaseWholeName) {
       for (char& c : name) {
         if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
       }
@@ -110,7 +110,7 @@ std::string Index::new_name() {
       name = "00000000";
       break;
     }
-    n += m_world.planted == Planted::kCounterSkipsTwo ? 2 : 1;
+    n += m_world.mutation == Mutation::kCounterSkipsTwo ? 2 : 1;
     if (n > 2147483647LL) continue;
     char digits[24];
     std::snprintf(digits, sizeof digits, "%08lld", n);
@@ -261,7 +261,7 @@ void Index::merge_and_save() {
   Map disk_lp;
   for (const auto& [its_key, stored] : index_pairs(text)) {
     if (!is_valid(its_key, stored)) continue;
-    if (m_world.planted == Planted::kLastLineWins) disk_lp.erase(its_key);
+    if (m_world.mutation == Mutation::kLastLineWins) disk_lp.erase(its_key);
     disk_lp.insert({its_key, stored});
   }
   for (const auto& [its_key, stored] : disk_lp) {
@@ -280,11 +280,108 @@ void Index::merge_and_save() {
     if (is_valid(its_key, stored)) valid.insert({its_key, stored});
   }
   std::string saved = index_text(valid);
-  if (m_world.planted == Planted::kEmptyIndexIsEmpty && valid.empty()) saved = "";
+  if (m_world.mutation == Mutation::kEmptyIndexIsEmpty && valid.empty()) saved = "";
   file.clear();
   file.write(saved);
   file.close();
   if (!remove_what_goes()) merge_and_save();
+}
+
+// ------------------------------------------------------------------------------------------------
+// Cleaning of out-of-date output.
+
+namespace {
+
+bool begins_with(const std::string& text, const std::string& head) {
+  return text.size() >= head.size() && text.substr(0, head.size()) == head;
+}
+
+/// Times are asked for without the separators at the end, so that a file is found behind them, too.
+std::string trimmed(std::string path) {
+  while (!path.empty() && (path.back() == '\\' || path.back() == '/')) path.pop_back();
+  return path;
+}
+
+}  // namespace
+
+std::uint32_t World::clean(const std::string& folder, std::uint32_t limit, Kept& kept,
+                           bool by_access) {
+  Index index(*this, folder);
+  std::vector<Pair> out_of_date;
+  for (const auto& [its_key, stored] : index.lp) {
+    std::string on_disk = stored;
+    if (stored.find('.') == std::string::npos) on_disk += extension_with_dot(logical_of(its_key));
+    const Node* const node = tree.at(trimmed(folder + "\\" + on_disk));
+    const std::int64_t time = node == nullptr ? 0 : node->time;
+    // What was written after the clean began is new.
+    const std::uint32_t age =
+        time > now ? 0 : static_cast<std::uint32_t>(now) - static_cast<std::uint32_t>(time);
+    // The machine's own clock gives these times: of them is only known that they are years away.
+    const bool unknown = node != nullptr && (by_access || node->is_folder);
+    if (limit == 0 || (unknown ? limit < 4000000000U : age > limit)) {
+      out_of_date.push_back({its_key, stored});
+    } else {
+      kept.push_back({unknown ? -1 : static_cast<std::int64_t>(age), folder + "\\" + its_key});
+    }
+  }
+  const Names listing = tree.names_in_order(folder + "\\");
+
+  for (const auto& [its_key, stored] : out_of_date) {
+    std::string on_disk = stored;
+    if (stored.find('.') == std::string::npos) on_disk += extension_with_dot(logical_of(its_key));
+    index.remove(logical_of(its_key), stamp_of(its_key));
+    for (const std::string& name : listing) {
+      const std::string path = folder + "\\" + name;
+      if (!begins_with(name, on_disk + "_") || !tree.is_folder(path)) continue;
+      recurse_remove(path);
+      if (tree.is_folder(path)) error("STGIndex: removal of output directory failed: " + path);
+    }
+  }
+
+  try {
+    // The second look keeps whoever makes entries waiting, until the sweep is over.
+    Index look(*this, folder);
+    Map physical;
+    for (const auto& [its_key, stored] : look.lp)
+      physical.insert({file_of(its_key, stored), logical_of(its_key)});
+    for (const std::string& name : listing) {
+      if (name == "index" || name == "index.dat") continue;
+      bool is_covered = false;
+      for (const auto& [file, logical] : physical) {
+        if (begins_with(name, file)) is_covered = true;
+      }
+      if (is_covered) continue;
+      const std::string path = folder + "\\" + name;
+      // A point in time beside a duration, as it is stated.
+      const std::int64_t time = tree.time(path);
+      if (time <= 0 || limit == 0 || time <= static_cast<std::int64_t>(limit)) continue;
+      if (tree.is_folder(path)) {
+        error("removing orphan directory: " + path);
+        recurse_remove(path);
+      } else {
+        error("removing orphan file: " + path);
+        remove_loudly(path);
+      }
+    }
+    look.let_go();
+  } catch (const FileError&) {
+    index.let_go();
+    throw;
+  }
+  index.let_go();
+  return static_cast<std::uint32_t>(out_of_date.size());
+}
+
+void World::clean_directories(const std::string& folder, const std::string& name,
+                              std::uint64_t* counter) {
+  if (counter != nullptr) *counter = 0;
+  for (const std::string& each : tree.names(folder + "\\")) {
+    const std::string path = folder + "\\" + each;
+    if (!begins_with(each, name + "_") || !tree.is_folder(path)) continue;
+    if (counter != nullptr) *counter += folder_size_in_kb(path);
+    recurse_remove(path);
+    if (tree.is_folder(path)) error("STGIndex: removal of output directory failed: " + path);
+  }
 }
 
 }  // namespace model

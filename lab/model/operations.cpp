@@ -72,7 +72,7 @@ bool World::last_version(const std::string& folder, const std::string& logical, 
     for (const auto& [its_key, stored] : index.lp) {
       if (logical_of(its_key) != logical) continue;
       const long its_stamp = stamp_of(its_key);
-      if (planted == Planted::kOldestVersion) {
+      if (mutation == Mutation::kOldestVersion) {
         if (!found || its_stamp < stamp) stamp = its_stamp;
       } else if (its_stamp > stamp) {
         stamp = its_stamp;

@@ -22,8 +22,8 @@ enum class Mode { kNone, kRead, kWrite, kAppend, kTruncate };
 
 /// One of several results that say "wrong in this place" when the rules are changed on purpose:
 /// what the comparison must notice.
-enum class Planted {
-  kNothing,
+enum class Mutation {
+  kNone,
   kLowercaseWholeName,  ///< adoption makes the whole name small
   kOldestVersion,       ///< lastVersion gives the smallest timestamp
   kLastLineWins,        ///< of two lines of one key the last one counts
@@ -103,11 +103,11 @@ class Index {
 
 class World {
  public:
-  explicit World(const std::string& root, Planted rule = Planted::kNothing)
-      : tree(root), planted(rule) {}
+  explicit World(const std::string& root, Mutation rule = Mutation::kNone)
+      : tree(root), mutation(rule) {}
 
   Tree tree;
-  const Planted planted;
+  const Mutation mutation;
   /// The texts of the errors traced since somebody emptied this. "*" at the end stands for what the
   /// system says.
   std::vector<std::string> errors;

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/reliability/fault_rules.h"
+#include "lab/reliability/faults.h"
 #include "lab/reliability/machine.h"
 #include "lab/reliability/trial.h"
 #include "tests/support/process.h"

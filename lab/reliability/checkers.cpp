@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/reliability/kill_model.h"
+#include "lab/reliability/kills.h"
 #include "lab/reliability/reliability.h"
 #include "tests/support/scratch.h"
 
@@ -14,12 +14,12 @@ namespace reliability {
 namespace {
 
 /// A folder with three entries and a category file, and an operation that was killed in it.
-struct Scene {
+struct Scenario {
   scratch_folder scratch;
   Model model;
   Operation killed;
 
-  Scene() {
+  Scenario() {
     model.counter = 4;
     add("a.kdb", 1, "00000001", "text of a");
     add("b.kdb", 1, "00000002", "text of b");
@@ -52,7 +52,7 @@ struct Scene {
 struct Case {
   const char* name;
   const char* complaint;  ///< part of one; empty when there must be none
-  std::function<void(Scene&)> arrange;
+  std::function<void(Scenario&)> arrange;
 };
 
 Operation operation(Kind kind, const std::string& name, long stamp) {
@@ -85,38 +85,38 @@ Operation cleaning() {
 
 std::vector<Case> allowed() {
   return {
-      {"nothing happened", "", [](Scene& s) { s.killed = creation(); }},
+      {"nothing happened", "", [](Scenario& s) { s.killed = creation(); }},
       {"a create after its file", "",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = creation();
          s.set_counter("00000005");
          s.put("00000005.kdb", "");
        }},
       {"a create that was complete", "",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = creation();
          s.set_counter("00000005");
          s.put("00000005.kdb", "");
          s.set_line("n.kdb_0000000007", "00000005");
        }},
       {"a removal after its file, the line still there", "",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = removal();
          s.drop("00000001.kdb");
        }},
       {"a document cut short", "",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = writing();
          s.put("00000001.kdb", text_number(5, 20));
        }},
       {"a rename after its copy", "",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = renaming("b.kdb");
          s.set_counter("00000005");
          s.put("00000005.kdb", "text");
        }},
       {"a rename after its save", "",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = renaming("b.kdb");
          s.set_counter("00000005");
          s.put("00000005.kdb", "text of a");
@@ -124,12 +124,12 @@ std::vector<Case> allowed() {
          s.set_line("b.kdb_0000000001", "00000005");
        }},
       {"a clean in the middle", "",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = cleaning();
          s.drop("00000001.kdb");
        }},
       {"a save that left a second copy behind the first", "",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = creation();
          const std::string text = read_file(s.scratch.path("index.dat"));
          s.set_index(text + "   \n" + text.substr(0, 30));
@@ -139,42 +139,42 @@ std::vector<Case> allowed() {
 
 std::vector<Case> harm_to_the_index() {
   return {
-      {"an empty index", "index.dat is empty", [](Scene& s) { s.set_index(""); }},
-      {"an index that is gone", "index.dat is gone", [](Scene& s) { s.drop("index.dat"); }},
-      {"a line lost", "lost: b.kdb", [](Scene& s) { s.set_line("b.kdb_0000000001", ""); }},
+      {"an empty index", "index.dat is empty", [](Scenario& s) { s.set_index(""); }},
+      {"an index that is gone", "index.dat is gone", [](Scenario& s) { s.drop("index.dat"); }},
+      {"a line lost", "lost: b.kdb", [](Scenario& s) { s.set_line("b.kdb_0000000001", ""); }},
       {"a line cut at its end", "lost: list.ctg",
-       [](Scene& s) {
+       [](Scenario& s) {
          const std::string text = read_file(s.scratch.path("index.dat"));
          s.set_index(text.substr(0, text.size() - 5));
        }},
       {"a line redirected", "redirected: b.kdb",
-       [](Scene& s) { s.set_line("b.kdb_0000000001", "00000001"); }},
+       [](Scenario& s) { s.set_line("b.kdb_0000000001", "00000001"); }},
       {"a line glued from two", "invented: a.kdb_000000000b.kdb_0000000001",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.set_index(
              "a.kdb_0000000001/00000001\na.kdb_000000000b.kdb_0000000001/00000002\n"
              "b.kdb_0000000001/00000002\nc_0000000001/00000003\n"
              "list.ctg_0000000000/00000004\n");
        }},
       {"a line without a name", "invented: x.kdb_0000000001",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.set_line("x.kdb_0000000001", ""),
              s.set_index(read_file(s.scratch.path("index.dat")) + "x.kdb_0000000001/\n");
        }},
-      {"a counter that went back", "went back", [](Scene& s) { s.set_counter("00000003"); }},
-      {"a counter that is empty", "the counter reads", [](Scene& s) { s.set_counter(""); }},
+      {"a counter that went back", "went back", [](Scenario& s) { s.set_counter("00000003"); }},
+      {"a counter that is empty", "the counter reads", [](Scenario& s) { s.set_counter(""); }},
       {"a counter that jumped", "jumped",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = creation();
          s.set_counter("00000006");
        }},
       {"a number drawn twice", "leads to 00000002",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = creation();
          s.set_line("n.kdb_0000000007", "00000002");
        }},
       {"a new entry with a number that is not drawn", "not drawn",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = creation();
          s.put("00000005.kdb", "");
          s.set_line("n.kdb_0000000007", "00000005");
@@ -185,25 +185,25 @@ std::vector<Case> harm_to_the_index() {
 std::vector<Case> harm_to_files() {
   return {
       {"other bytes in an untouched document", "bytes of b.kdb",
-       [](Scene& s) { s.put("00000002.kdb", "text of x"); }},
-      {"an untouched document gone", "lost: b.kdb", [](Scene& s) { s.drop("00000002.kdb"); }},
+       [](Scenario& s) { s.put("00000002.kdb", "text of x"); }},
+      {"an untouched document gone", "lost: b.kdb", [](Scenario& s) { s.drop("00000002.kdb"); }},
       {"foreign bytes in a written document", "neither its old bytes",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = writing();
          s.put("00000001.kdb", text_number(6, 20));
        }},
       {"a line that went before its file", "lost: a.kdb",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = removal();
          s.set_line("a.kdb_0000000001", "");
        }},
       {"a category line that went before the entry", "went before the entry",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = forgetting();
          s.put("00000004.ctg", "b.kdb=1\n");
        }},
       {"a renamed file gone without its bytes", "bytes of a.kdb_0000000001 are gone",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = renaming("n.kdb");
          s.set_counter("00000005");
          s.put("00000005.kdb", "text");
@@ -212,33 +212,33 @@ std::vector<Case> harm_to_files() {
          s.set_line("n.kdb_0000000001", "00000005");
        }},
       {"a renamed file gone before the new line is there", "lost: a.kdb",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = renaming("n.kdb");
          s.set_counter("00000005");
          s.put("00000005.kdb", "text of a");
          s.drop("00000001.kdb");
        }},
       {"a replaced file gone before the new line is there", "lost: b.kdb",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = renaming("b.kdb");
          s.set_counter("00000005");
          s.put("00000005.kdb", "text of a");
          s.drop("00000002.kdb");
        }},
       {"a rename that left both", "both there",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = renaming("n.kdb");
          s.set_counter("00000005");
          s.put("00000005.kdb", "text of a");
          s.set_line("n.kdb_0000000001", "00000005");
        }},
       {"a clean that took too much", "lost: b.kdb",
-       [](Scene& s) {
+       [](Scenario& s) {
          s.killed = cleaning();
          s.drop("00000002.kdb");
        }},
       {"a file from nowhere", "nobody made: 00000009.kdb",
-       [](Scene& s) { s.put("00000009.kdb", ""); }},
+       [](Scenario& s) { s.put("00000009.kdb", ""); }},
   };
 }
 
@@ -246,11 +246,11 @@ void checkers(Run& run) {
   std::uint64_t complaints = 0;
   for (const auto& cases : {allowed(), harm_to_the_index(), harm_to_files()}) {
     for (const Case& each : cases) {
-      Scene scene;
-      scene.killed.kind = Kind::kPlainRewrite;
-      each.arrange(scene);
+      Scenario scenario;
+      scenario.killed.kind = Kind::kPlainRewrite;
+      each.arrange(scenario);
       const Findings found =
-          check(scene.model, &scene.killed, scene.scratch.path(), Depth::kEveryByte);
+          check(scenario.model, &scenario.killed, scenario.scratch.path(), Depth::kEveryByte);
       std::string all;
       for (const std::string& wrong : found.wrong) all += wrong + "; ";
       const std::string wanted = each.complaint;

@@ -20,8 +20,8 @@
 #include <thread>
 #include <vector>
 
-#include "lab/reliability/folder_state.h"
-#include "lab/reliability/kill_model.h"
+#include "lab/reliability/index_reader.h"
+#include "lab/reliability/kills.h"
 #include "lab/reliability/reliability.h"
 #include "stg_index.h"
 #include "tests/support/process.h"

@@ -3,8 +3,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 
 /// @file
 /// What the bytes of an index.dat stand for, told a second time, from docs/formats.md alone: the
@@ -59,5 +61,40 @@ void visit_lines(std::string_view text, const Visit& visit) {
 
 /// All lines of a text, whatever files there are: of equal keys the first one.
 Lines all_lines(std::string_view text);
+
+// ------------------------------------------------------------------------------------------------
+// A storage folder as it lies on disk, read by the reader's rules (docs/formats.md) and without
+// the library: what the suites compare with what they know must be there.
+
+/// file name -> size
+using Files = std::map<std::string, std::uint64_t>;
+
+/// The lines of a text that count when a folder holds these files. A stored name that would lead to
+/// anything but a file of the listing (the folder itself, a pattern) counts as well: no operation
+/// here writes one, so it shows as an entry that nobody made.
+Lines read_index(std::string_view text, const Files& files);
+
+/// The file that an entry stands for.
+std::string file_of(const std::string& key, const std::string& stored);
+/// The extension of a key's logical name, with its dot.
+std::string extension_of_key(const std::string& key);
+/// logical + "_" + ten digits
+std::string key_for(const std::string& logical, long stamp);
+/// The two parts of a key.
+std::pair<std::string, long> parts_of_key(const std::string& key);
+
+struct FolderState {
+  std::string index_text;  ///< its bytes as they stand
+  std::string counter_text;
+  bool has_index = false;
+  Lines lines;        ///< those that count, of the text that the bytes stand for
+  Lines plain_lines;  ///< what a reader finds that knows lines alone
+  Files files;        ///< all but "index.dat" and "index"
+};
+
+FolderState look_at(const std::string& folder);
+
+/// The text that an index of these lines has after a save.
+std::string index_text_of(const Lines& lines);
 
 }  // namespace reliability

@@ -1,4 +1,4 @@
-// Every meeting of two operations, in every order of their calls: see lab/interleavings.
+// Every combination of two operations, in every order of their calls: see lab/interleavings.
 
 #include <algorithm>
 #include <cstdio>
@@ -6,31 +6,31 @@
 #include <string>
 #include <vector>
 
-#include "lab/interleavings/field.h"
+#include "lab/interleavings/runner.h"
 #include "lab/reliability/reliability.h"
 
 namespace reliability {
 namespace {
 
+using interleavings::Combination;
 using interleavings::Explored;
-using interleavings::Gathering;
 
 class Interleavings {
  public:
   explicit Interleavings(Run& run) : m_run(run) {}
 
   /// Short ones with one preemption more.
-  void explore(const Gathering& gathering, interleavings::Bounds bounds) {
-    const std::uint64_t schedules = explore_within(gathering, bounds);
+  void explore(const Combination& combination, interleavings::Bounds bounds) {
+    const std::uint64_t schedules = explore_within(combination, bounds);
     if (schedules > kShort) return;
     ++bounds.preemptions;
     ++m_deeper;
-    explore_within(gathering, bounds);
+    explore_within(combination, bounds);
   }
 
   void report() {
-    m_run.figure("meetings held", m_gatherings);
-    m_run.figure("short ones, held with one preemption more", m_deeper);
+    m_run.figure("combinations run", m_combinations);
+    m_run.figure("short ones, run with one preemption more", m_deeper);
     m_run.figure("schedules of the longest", m_most);
     m_run.figure("schedules that do what another one does, left out", m_cut);
     m_run.figure("schedules that do what another one does, run", m_redundant);
@@ -38,22 +38,23 @@ class Interleavings {
     for (const auto& [race, count] : m_races) m_run.figure("race " + race, count);
   }
 
-  /// Every race that is told must be met, or it is told no more. Here nobody dies.
+  /// Every race that is told must be met, or it is told no more. Here nobody is killed.
   void expect_every_race() {
     for (const interleavings::Race& each : interleavings::accepted_races()) {
-      if (!each.needs_a_death && !m_races.contains(each.name))
+      if (!each.needs_a_kill && !m_races.contains(each.name))
         m_run.fail("the race '" + each.name + "' does not occur any more");
     }
   }
 
  private:
-  /// So many schedules has a short meeting at most, with two preemptions.
+  /// So many schedules has a short combination at most, with two preemptions.
   static constexpr std::uint64_t kShort = 60;
 
-  std::uint64_t explore_within(const Gathering& gathering, const interleavings::Bounds& bounds) {
-    const Explored explored = m_field.explore(gathering, bounds);
+  std::uint64_t explore_within(const Combination& combination,
+                               const interleavings::Bounds& bounds) {
+    const Explored explored = m_runner.explore(combination, bounds);
     m_run.counted(explored.schedules);
-    if (bounds.preemptions == interleavings::Bounds{}.preemptions) ++m_gatherings;
+    if (bounds.preemptions == interleavings::Bounds{}.preemptions) ++m_combinations;
     m_cut += explored.cut;
     m_redundant += explored.redundant;
     m_calls += explored.calls;
@@ -61,7 +62,7 @@ class Interleavings {
     for (const auto& [race, count] : explored.races) m_races[race] += count;
     for (const interleavings::Finding& each : explored.findings) {
       const std::string told =
-          in_text(gathering) + ": " + in_text(each.schedule) + ": " + each.what + "\n";
+          in_text(combination) + ": " + in_text(each.schedule) + ": " + each.what + "\n";
       // At once: a long run may find more than its report names.
       std::printf("found    %s", told.c_str());
       m_run.fail(told + each.calls);
@@ -70,8 +71,8 @@ class Interleavings {
   }
 
   Run& m_run;
-  interleavings::Field m_field;
-  std::uint64_t m_gatherings = 0;
+  interleavings::Runner m_runner;
+  std::uint64_t m_combinations = 0;
   std::uint64_t m_deeper = 0;
   std::uint64_t m_cut = 0;
   std::uint64_t m_redundant = 0;
@@ -82,10 +83,10 @@ class Interleavings {
 
 void replay(Run& run, const std::string& text) {
   const std::size_t colon = text.find(": ");
-  interleavings::Field field;
-  const interleavings::Finding finding =
-      field.replay(interleavings::gathering_from(text.substr(0, colon)),
-                   interleavings::schedule_from(text.substr(std::min(colon, text.size() - 2) + 2)));
+  interleavings::Runner runner;
+  const interleavings::Finding finding = runner.replay(
+      interleavings::combination_from(text.substr(0, colon)),
+      interleavings::schedule_from(text.substr(std::min(colon, text.size() - 2) + 2)));
   run.figure("calls", "\n" + finding.calls);
   run.counted(1);
   if (!finding.what.empty()) run.fail(finding.what);
@@ -97,8 +98,8 @@ bool is_enough(const Run& run) {
 }
 
 /// Those whose names hold what is asked for. A run that does not reach them all takes any of them.
-std::vector<Gathering> chosen(Run& run, std::vector<Gathering> all) {
-  std::erase_if(all, [&](const Gathering& each) {
+std::vector<Combination> chosen(Run& run, std::vector<Combination> all) {
+  std::erase_if(all, [&](const Combination& each) {
     return in_text(each).find(run.only()) == std::string::npos;
   });
   if (run.wanted() != 0 || run.budget().count() != 0)
@@ -106,36 +107,36 @@ std::vector<Gathering> chosen(Run& run, std::vector<Gathering> all) {
   return all;
 }
 
-void meet(Run& run) {
+void explore_all(Run& run) {
   if (!run.replayed().empty()) return replay(run, run.replayed());
   Interleavings all(run);
-  std::vector<Gathering> gatherings = interleavings::all_pairs();
-  for (Gathering& each : interleavings::all_trios()) gatherings.push_back(std::move(each));
-  const std::size_t whole = gatherings.size();
-  gatherings = chosen(run, std::move(gatherings));
+  std::vector<Combination> combinations = interleavings::all_pairs();
+  for (Combination& each : interleavings::all_trios()) combinations.push_back(std::move(each));
+  const std::size_t whole = combinations.size();
+  combinations = chosen(run, std::move(combinations));
   std::size_t held = 0;
-  for (const Gathering& each : gatherings) {
+  for (const Combination& each : combinations) {
     if (is_enough(run)) break;
     all.explore(each, {});
     ++held;
   }
-  run.figure("meetings that there are", whole);
+  run.figure("combinations that there are", whole);
   all.report();
   if (held == whole) all.expect_every_race();
 }
-REGISTER_SUITE(meet, "interleavings", "every order of the calls of two operations that meet",
+REGISTER_SUITE(explore_all, "interleavings", "every order of the calls of two operations that meet",
                "schedules", 0, Scratch::kMemory)
 
-void meet_dying(Run& run) {
+void explore_killed(Run& run) {
   if (!run.replayed().empty()) return replay(run, run.replayed());
   Interleavings all(run);
-  for (const Gathering& each : chosen(run, interleavings::all_pairs())) {
+  for (const Combination& each : chosen(run, interleavings::all_pairs())) {
     if (is_enough(run)) break;
-    all.explore(each, {.deaths = interleavings::Deaths::kOne});
+    all.explore(each, {.kills = interleavings::Kills::kOne});
   }
   all.report();
 }
-REGISTER_SUITE(meet_dying, "interleavings-killed", "the same, and one of them ends on the way",
+REGISTER_SUITE(explore_killed, "interleavings-killed", "the same, and one of them ends on the way",
                "schedules", 0, Scratch::kMemory)
 
 }  // namespace

@@ -1,12 +1,14 @@
-#include <windows.h>
-
-#include <psapi.h>
-
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+
+#include <psapi.h>
+#include <windows.h>
 
 #include "lab/reliability/machine.h"
+#include "lab/reliability/reliability.h"
 #include "tests/support/process.h"
+#include "tests/support/scratch.h"
 
 namespace reliability::machine {
 
@@ -79,3 +81,96 @@ bool sees_the_sources() { return false; }
 bool is_superuser() { return false; }
 
 }  // namespace reliability::machine
+
+// ------------------------------------------------------------------------------------------------
+
+namespace reliability::ground {
+namespace {
+
+std::string walk(const std::string& path, const model::Node* expected, After after) {
+  std::string result;
+  std::size_t met = 0;
+  for (const std::string& name : list_folder(path)) {
+    const std::string inner = path + "\\" + name;
+    const model::Node* node = nullptr;
+    if (expected != nullptr) {
+      const auto found = expected->names.find(name);
+      if (found != expected->names.end()) node = &found->second;
+      if (node == nullptr && result.empty()) result = inner + " should not be there";
+      if (node != nullptr) ++met;
+    }
+    if (folder_exists(inner)) {
+      if (node != nullptr && !node->is_folder && result.empty()) result = inner + " is a folder";
+      const std::string below = walk(inner, node, after);
+      if (result.empty()) result = below;
+    } else if (node != nullptr && result.empty()) {
+      const std::string bytes = node->is_folder ? "" : read_file(inner);
+      if (node->is_folder) {
+        result = inner + " is a file";
+      } else if (bytes != node->bytes) {
+        result = inner + " holds " + shown(bytes) + " instead of " + shown(node->bytes);
+      } else if (get_modify_time(inner) != node->time) {
+        result = inner + " has another time";
+      } else if (is_writable(inner) == node->is_read_only) {
+        result = inner + " is marked otherwise";
+      }
+    }
+    if (after == After::kEmpty) remove(inner);
+  }
+  if (expected != nullptr && result.empty() && met != expected->names.size())
+    result = path + " lacks something";
+  return result;
+}
+
+}  // namespace
+
+void write(const std::string& path, const std::string& bytes) { write_file(path, bytes); }
+void make_folder(const std::string& path) { ::make_folder(path); }
+void remove(const std::string& path) { std::filesystem::remove(native(path)); }
+void set_time(const std::string& path, std::int64_t seconds) { set_modify_time(path, seconds); }
+void set_read_only(const std::string& path, bool read_only) {
+  if (read_only) {
+    make_read_only(path);
+  } else {
+    make_writable(path);
+  }
+}
+std::vector<std::string> listing(const std::string& path) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(native(path)))
+    names.push_back(entry.path().filename().string());
+  return names;
+}
+
+std::string difference(const std::string& path, const model::Node& expected, After after) {
+  return walk(path, &expected, after);
+}
+
+}  // namespace reliability::ground
+
+// ------------------------------------------------------------------------------------------------
+// Suites that this system cannot run. They say so, which is neither passed nor failed.
+
+namespace reliability {
+namespace {
+
+void full_disk(Run& run) { run.not_run("no small disk can be made here"); }
+REGISTER_SUITE(full_disk, "full-disk", "operations with 0 to 64 KB left, alone and beside a writer",
+               "operations", 0, Scratch::kMemory)
+
+void read_only(Run& run) {
+  run.not_run("the emulator leaves read-only files to the permissions of its user");
+}
+REGISTER_SUITE(read_only, "read-only", "read-only files and folders, for a user and the superuser",
+               "answers", 0, Scratch::kMemory)
+
+void power_cut(Run& run) { run.not_run("it takes Linux's loop devices"); }
+REGISTER_SUITE(power_cut, "power-cut", "file systems that are shut down while operations go on",
+               "crashes", 10'000, Scratch::kMemory)
+void power_cut_noticed(Run& run) { power_cut(run); }
+REGISTER_SUITE(power_cut_noticed, "power-cut-noticed",
+               "operations that flush nothing are found to lose entries", "crashes", 200,
+               Scratch::kMemory)
+
+}  // namespace
+}  // namespace reliability

@@ -18,10 +18,9 @@
 #include <stdexcept>
 #include <utility>
 
-#include "lab/reliability/folder_state.h"
-#include "lab/reliability/loop_disk_posix.h"
+#include "lab/reliability/index_reader.h"
 #include "lab/reliability/power_cut_posix.h"
-#include "lab/reliability/power_judge.h"
+#include "lab/reliability/power_work.h"
 #include "lab/reliability/reliability.h"
 #include "stg_index.h"
 #include "tests/support/process.h"
@@ -444,7 +443,7 @@ void Bench::begin_anew() {
   std::erase_if(m_places, [&](const auto& each) { return each.get() == m_place; });
 }
 
-/// args: the number of the kind; a seed; how many crashes; seconds or 0; "flushes" or "planted".
+/// args: the number of the kind; a seed; how many crashes; seconds or 0; "flushes" or "faulty".
 /// Says "refused WHY", or for each crash "harm KIND<tab>WHAT" any times and then "crash
 /// OPERATIONS", or "unmountable WHY".
 int power_cut_bench(const std::vector<std::string>& args) {

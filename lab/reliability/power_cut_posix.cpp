@@ -1,18 +1,336 @@
-// The power goes off on real file systems: the kernel is told to write nothing more, and to forget
-// what it has not written.
+#include "lab/reliability/power_cut_posix.h"
 
+#include <fcntl.h>
+#include <linux/loop.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <limits>
 #include <map>
+#include <memory>
+#include <new>
+#include <random>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "lab/reliability/machine.h"
-#include "lab/reliability/power_cut_posix.h"
 #include "lab/reliability/reliability.h"
+#include "platform/os/os.h"
+#include "stg_index.h"
 #include "tests/support/process.h"
 #include "tests/support/scratch.h"
+#include "vu_storage.h"
 
 namespace reliability {
+namespace {
+
+/// The same request on ext4 and xfs, and its argument for "without flushing the journal".
+constexpr unsigned long kShutdown = 0x8004587d;
+constexpr std::uint32_t kWithoutJournal = 2;
+
+/// What one of them takes at most.
+constexpr std::uintmax_t kRoom = 200U << 20U;
+
+std::string failure(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
+
+}  // namespace
+
+LoopDisk::LoopDisk(DiskKind kind)
+    : m_kind(std::move(kind)), m_path(native(m_scratch.path("mounted")).string()) {
+  m_refusal = attach();
+  if (m_refusal.empty()) m_refusal = mount();
+}
+
+LoopDisk::~LoopDisk() {
+  ::umount2(m_path.c_str(), MNT_DETACH);
+  if (m_device >= 0) ::close(m_device);
+}
+
+std::string LoopDisk::attach() {
+  std::filesystem::create_directories(m_path);
+  if (std::filesystem::space(m_path).available < kRoom) return "too little room for a disk";
+  if (::unshare(CLONE_NEWNS) != 0 ||
+      ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    return failure("a mount of our own");
+  }
+  const std::string image = native(m_scratch.path("image")).string();
+  const int file = ::open(image.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (file < 0 || ::ftruncate(file, static_cast<::off_t>(m_kind.size)) != 0) {
+    return failure("a file in memory");
+  }
+  if (std::string failed = make(image); !failed.empty()) {
+    ::close(file);
+    return failed;
+  }
+  const int control = ::open("/dev/loop-control", O_RDWR | O_CLOEXEC);
+  if (control < 0) {
+    ::close(file);
+    return failure("/dev/loop-control");
+  }
+  ::loop_config config = {};
+  config.fd = static_cast<std::uint32_t>(file);
+  // The device goes with the last mount and handle.
+  config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
+  // Somebody else may take the free one first.
+  for (int attempt = 0; attempt < 50 && m_device < 0; ++attempt) {
+    const int number = ::ioctl(control, LOOP_CTL_GET_FREE);
+    m_device_path = "/dev/loop" + std::to_string(number);
+    const int device = number < 0 ? -1 : ::open(m_device_path.c_str(), O_RDWR | O_CLOEXEC);
+    if (device < 0) break;
+    if (::ioctl(device, LOOP_CONFIGURE, &config) == 0) {
+      m_device = device;
+    } else {
+      ::close(device);
+    }
+  }
+  const std::string refusal = m_device < 0 ? failure("a loop device") : std::string();
+  ::close(control);
+  ::close(file);
+  // Nobody needs its name any more.
+  ::unlink(image.c_str());
+  return refusal;
+}
+
+std::string LoopDisk::make(const std::string& path) const {
+  const std::string command =
+      "PATH=\"$PATH:/usr/sbin:/sbin\" " + m_kind.maker + " '" + path + "' >/dev/null 2>&1";
+  if (std::system(command.c_str()) == 0) return {};
+  return "'" + m_kind.maker + "' does not work (it is in the package " + m_kind.packaged + ")";
+}
+
+std::string LoopDisk::make_anew() const {
+  std::string failed = make(m_device_path);
+  return failed.empty() ? mount() : failed;
+}
+
+std::string LoopDisk::mount() const {
+  const bool is_mounted = ::mount(m_device_path.c_str(), m_path.c_str(), m_kind.type.c_str(),
+                                  MS_NOATIME, m_kind.options.c_str()) == 0;
+  return is_mounted ? std::string() : failure(("mounting " + m_kind.name).c_str());
+}
+
+void LoopDisk::settle() const {
+  const int folder = ::open(m_path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  ::syncfs(folder);
+  ::close(folder);
+}
+
+std::string LoopDisk::start_again() {
+  for (int attempt = 0; ::umount2(m_path.c_str(), 0) != 0; ++attempt) {
+    if (errno != EBUSY || attempt == 200) return failure("unmounting");
+    ::usleep(5'000);
+  }
+  return mount();
+}
+
+bool cut_power(const std::string& path) {
+  const int folder = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (folder < 0) return false;
+  std::uint32_t how = kWithoutJournal;
+  const bool is_cut = ::ioctl(folder, kShutdown, &how) == 0;
+  ::close(folder);
+  return is_cut;
+}
+
+// ------------------------------------------------------------------------------------------------
+
+namespace {
+
+using os::faults::Call;
+
+constexpr std::size_t kPage = 4096;
+
+/// A part of what the system has not written yet gets written.
+void write_back(const std::string& disk, const std::string& index, std::uint32_t what,
+                std::mt19937_64& random) {
+  const auto pages = [&] {
+    const int file = ::open(index.c_str(), O_RDWR | O_CLOEXEC);
+    if (file < 0) return;
+    const auto count = static_cast<std::uint64_t>(::lseek(file, 0, SEEK_END)) / kPage + 1;
+    for (std::uint64_t i = 0; i < count; ++i) {
+      if (count < 40 ? random() % 2 == 0 : random() % 20 != 0) continue;
+      const auto at = static_cast<::off_t>(random() % count * kPage);
+      ::sync_file_range(
+          file, at, kPage,
+          SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
+    }
+    ::close(file);
+  };
+  const auto journal = [&] {
+    // Flushing one file takes what the journal holds of the others with it.
+    const int file = ::open((disk + "/journal").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (file < 0) return;
+    static_cast<void>(::ftruncate(file, static_cast<::off_t>(random() % 1000)));
+    ::fsync(file);
+    ::close(file);
+  };
+  if ((what & 1U) != 0 && (what & 4U) == 0) pages();
+  if ((what & 2U) != 0) journal();
+  if ((what & 1U) != 0 && (what & 4U) != 0) pages();
+}
+
+/// The memory that both processes see.
+class Shared {
+ public:
+  Shared()
+      : m_memory(::mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE,
+                        MAP_SHARED | MAP_ANONYMOUS, -1, 0)) {
+    if (m_memory == MAP_FAILED) throw std::runtime_error("no memory for two processes");
+    m_progress = new (m_memory) Progress;
+  }
+  ~Shared() { ::munmap(m_memory, sizeof(Progress)); }
+  Shared(const Shared&) = delete;
+  Shared& operator=(const Shared&) = delete;
+  Progress& operator*() const { return *m_progress; }
+
+ private:
+  void* m_memory;
+  Progress* m_progress;
+};
+
+/// Cuts the power from within the process that works.
+class Cutter {
+ public:
+  Cutter(const std::string& disk, const std::string& index, const CutPlan& plan, Progress& progress)
+      : m_disk(disk), m_index(index), m_plan(plan), m_progress(progress), m_random(plan.seed) {
+    for (const Call call : {Call::write, Call::set_end, Call::flush, Call::close, Call::reserve,
+                            Call::remove_file, Call::rename, Call::copy, Call::unlock}) {
+      const auto hook = [this] { count(); };
+      // Required: made in place, since a rule cannot be moved.
+      m_hooks.emplace_back(new os::faults::Fault(
+          plan.after ? os::faults::after(call, hook, 1, os::faults::Times::kLasting)
+                     : os::faults::before(call, hook, 1, os::faults::Times::kLasting)));
+    }
+  }
+
+ private:
+  void count() {
+    if (m_progress.returned == 0 || ++m_calls != m_plan.call) return;
+    write_back(m_disk, m_index, m_plan.write_back, m_random);
+    m_progress.returned_at_cut = m_progress.returned.load();
+    m_progress.is_cut = cut_power(m_disk);
+    ::_exit(0);
+  }
+
+  const std::string m_disk;
+  const std::string m_index;
+  const CutPlan m_plan;
+  Progress& m_progress;
+  std::mt19937_64 m_random;
+  std::uint64_t m_calls = 0;
+  std::vector<std::unique_ptr<os::faults::Fault>> m_hooks;
+};
+
+[[noreturn]] void work_for_ever(const std::string& disk, const std::string& index,
+                                const CutPlan& plan, const Work& work, Progress& progress) {
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
+  const auto lazy = os::faults::fail(Call::flush, os::Status(), plan.flushes ? kNever : 1,
+                                     os::faults::Times::kLasting);
+  std::unique_ptr<Cutter> cutter;
+  if (plan.call != 0) cutter = std::make_unique<Cutter>(disk, index, plan, progress);
+  for (const auto& operation : work) {
+    ++progress.begun;
+    try {
+      operation();
+    } catch (...) {
+      // The power is off: nothing is possible any more.
+      break;
+    }
+    ++progress.returned;
+  }
+  for (;;) ::pause();
+}
+
+/// From outside, at a random moment.
+void cut_from_outside(const std::string& disk, const std::string& index, const CutPlan& plan,
+                      std::size_t operations, Progress& progress) {
+  std::mt19937_64 random(plan.seed);
+  const std::uint64_t wanted = 1 + random() % (operations - 1);
+  for (int i = 0; i < 200'000 && progress.returned < wanted; ++i) ::usleep(50);
+  ::usleep(static_cast<unsigned>(random() % 3 == 0 ? random() % 5'000 : random() % 400));
+  write_back(disk, index, plan.write_back, random);
+  progress.returned_at_cut = progress.returned.load();
+  progress.is_cut = cut_power(disk);
+}
+
+}  // namespace
+
+void carry_out(const std::string& folder, const std::string& owner, const Operation& operation) {
+  switch (operation.kind) {
+    case Kind::kCreate:
+      STGIndex::create(folder, operation.name, operation.stamp);
+      return;
+    case Kind::kRemove:
+      STGIndex::remove(folder, operation.name, operation.stamp);
+      return;
+    case Kind::kRename:
+      STGIndex::rename(folder, operation.name, operation.stamp, operation.new_name,
+                       operation.new_stamp);
+      return;
+    case Kind::kClean: {
+      STGIndex::AgeMap kept;
+      STGIndex::cleanOutOfDateOutput(folder, 100'000UL, kept, false);
+      return;
+    }
+    case Kind::kWrite: {
+      vu_storage storage;
+      vu_file file;
+      storage.OpenWrite(file, owner, operation.name, STG::UserRepository, true, operation.stamp);
+      if (!file.is_open()) throw std::runtime_error("the document is not open");
+      storage.Write(file, operation.text());
+      storage.Close(file);
+      return;
+    }
+    default:
+      throw std::logic_error("not an operation of this suite");
+  }
+}
+
+CutOff work_until_cut(const std::string& disk, const std::string& index, const CutPlan& plan,
+                      const Work& work) {
+  const Shared shared;
+  Progress& progress = *shared;
+  const ::pid_t worker = ::fork();
+  if (worker < 0) return {0, 0, std::string("fork: ") + std::strerror(errno)};
+  if (worker == 0) work_for_ever(disk, index, plan, work, progress);
+  if (plan.call == 0) {
+    cut_from_outside(disk, index, plan, work.size(), progress);
+  } else {
+    // A plan may name more calls than are made: then it is over when all is done.
+    for (int i = 0; i < 200'000 && !progress.is_cut && progress.returned < work.size(); ++i) {
+      ::usleep(50);
+    }
+    if (!progress.is_cut) {
+      ::usleep(1'000);
+      if (!progress.is_cut) {
+        progress.returned_at_cut = progress.returned.load();
+        progress.is_cut = cut_power(disk);
+      }
+    }
+  }
+  ::kill(worker, SIGKILL);
+  ::waitpid(worker, nullptr, 0);
+  CutOff result{progress.returned_at_cut, progress.begun, {}};
+  if (!progress.is_cut) result.failure = "the file system knows no shutdown";
+  return result;
+}
+
+// ------------------------------------------------------------------------------------------------
+// The power goes off on real file systems: the kernel is told to write nothing more, and to forget
+// what it has not written.
+
 namespace {
 
 struct Found {
@@ -54,7 +372,7 @@ void take(const std::string& line, const std::string& disk, Run& run, Found& fou
   }
 }
 
-enum class Flushes : std::uint8_t { kDone, kPlanted };
+enum class Flushes : std::uint8_t { kDone, kFaulty };
 
 /// All file systems at once, each in a process of its own. Where no flush is done, until an entry
 /// is harmed.
@@ -77,12 +395,12 @@ Found cut_many(Run& run, std::uint64_t count, const std::string& budget, Flushes
         {name_of_disk(kind),
          child_process("power_cut_bench",
                        {std::to_string(kind), std::to_string(run.random()()), std::to_string(share),
-                        budget, flushes == Flushes::kDone ? "flushes" : "planted"},
+                        budget, flushes == Flushes::kDone ? "flushes" : "faulty"},
                        {{"VU_TEST_ALARM", "0"}, {"VU_TEST_TMP", native(scratch.path()).string()}}),
          false});
   }
   for (std::size_t left = benches.size(); left != 0;) {
-    if (flushes == Flushes::kPlanted && run.reached() != 0 && found.has_harmed_entries()) break;
+    if (flushes == Flushes::kFaulty && run.reached() != 0 && found.has_harmed_entries()) break;
     for (Bench& bench : benches) {
       if (bench.is_over) continue;
       const auto line = bench.process.next_line(std::chrono::milliseconds(20));
@@ -135,7 +453,7 @@ REGISTER_SUITE(power_cut, "power-cut", "file systems that are shut down while op
 
 void power_cut_noticed(Run& run) {
   if (!may_run(run)) return;
-  const Found found = cut_many(run, run.wanted(), "0", Flushes::kPlanted);
+  const Found found = cut_many(run, run.wanted(), "0", Flushes::kFaulty);
   tell(run, found);
   for (const auto& [kind, example] : found.examples) run.figure("first " + kind, example);
   if (!found.has_harmed_entries() && found.refusals.empty()) {

@@ -14,9 +14,8 @@
 #include <vector>
 
 #include "lab/reliability/disk_model.h"
-#include "lab/reliability/folder_state.h"
-#include "lab/reliability/kill_model.h"
-#include "lab/reliability/power_judge.h"
+#include "lab/reliability/index_reader.h"
+#include "lab/reliability/kills.h"
 #include "lab/reliability/power_work.h"
 #include "lab/reliability/reliability.h"
 #include "stg_index.h"
@@ -40,7 +39,7 @@ constexpr std::array<std::size_t, kDepths> kOfTree = {2, 1, 1};
 constexpr std::uint64_t kAsked = 12;
 
 /// What is wrong with the save, for the twin of this suite.
-enum class Plant : std::uint8_t {
+enum class Mutation : std::uint8_t {
   kNone,
   kNoFlush,       ///< a flush does nothing
   kNoFirstFlush,  ///< of a save, the first flush of several does nothing
@@ -70,16 +69,16 @@ std::vector<Span> saves_in(const Changes& changes, const std::string& index) {
   return saves;
 }
 
-/// The changes as a save would make them that is planted.
-Changes planted(Changes changes, const std::string& index, Plant plant) {
-  if (plant == Plant::kNone || plant == Plant::kNoFlush) return changes;
+/// The changes as a faulty save would make them.
+Changes mutated(Changes changes, const std::string& index, Mutation mutation) {
+  if (mutation == Mutation::kNone || mutation == Mutation::kNoFlush) return changes;
   for (const Span& save : saves_in(changes, index)) {
     const auto begin = changes.begin() + static_cast<std::ptrdiff_t>(save.begin);
     const auto end = changes.begin() + static_cast<std::ptrdiff_t>(save.end);
     const auto is = [&](Change::What what) {
       return [&index, what](const Change& each) { return each.path == index && each.what == what; };
     };
-    if (plant == Plant::kCutFirst) {
+    if (mutation == Mutation::kCutFirst) {
       const auto cut = std::find_if(begin, end, is(Change::What::kCut));
       if (cut != end) std::rotate(begin, cut, cut + 1);
       continue;
@@ -87,8 +86,8 @@ Changes planted(Changes changes, const std::string& index, Plant plant) {
     const auto first = std::find_if(begin, end, is(Change::What::kFlush));
     const auto second = first == end ? end : std::find_if(first + 1, end, is(Change::What::kFlush));
     if (second == end) continue;
-    if (plant == Plant::kNoFirstFlush) first->path.clear();
-    if (plant == Plant::kFrontFirst) std::rotate(begin, first + 1, second + 1);
+    if (mutation == Mutation::kNoFirstFlush) first->path.clear();
+    if (mutation == Mutation::kFrontFirst) std::rotate(begin, first + 1, second + 1);
   }
   return changes;
 }
@@ -119,43 +118,43 @@ struct Found {
 
 class PowerLoss {
  public:
-  PowerLoss(Run& run, Plant plant) : m_run(run), m_plant(plant) {}
+  PowerLoss(Run& run, Mutation mutation) : m_run(run), m_mutation(mutation) {}
 
   Found run() {
     for (std::uint64_t round = 0; m_run.goes_on(); ++round) {
-      const PowerScene scene = power_scene(round, m_run.random());
-      const History history = record(m_root[0].path("root"), scene);
+      const PowerScenario scenario = power_scene(round, m_run.random());
+      const History history = record(m_root[0].path("root"), scenario);
       ++m_found.histories;
-      examine(history, scene, 0);
+      examine(history, scenario, 0);
     }
     return m_found;
   }
 
  private:
   /// Fills a folder, and carries some operations out in it.
-  History record(const std::string& root, const PowerScene& scene) {
+  History record(const std::string& root, const PowerScenario& scenario) {
     std::filesystem::remove_all(native(root));
-    PowerWork work(root, scene, m_run.random());
-    return record(root, scene, work, scene.operations);
+    PowerWork work(root, scenario, m_run.random());
+    return record(root, scenario, work, scenario.operations);
   }
 
-  History record(const std::string& root, const PowerScene& scene, PowerWork& work,
+  History record(const std::string& root, const PowerScenario& scenario, PowerWork& work,
                  std::size_t operations) {
-    const initialised_storage storage(root, true, scene.synchronize);
+    const initialised_storage storage(root, true, scenario.synchronize);
     History history;
     history.before = tree_of(root);
     history.known = work.known();
-    // A planted flush says that it is done, and does nothing.
+    // A faulty flush says that it is done, and does nothing.
     constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
-    const auto lazy =
-        os::faults::fail(os::faults::Call::flush, os::Status(),
-                         m_plant == Plant::kNoFlush ? 1 : kNever, os::faults::Times::kLasting);
+    const auto lazy = os::faults::fail(os::faults::Call::flush, os::Status(),
+                                       m_mutation == Mutation::kNoFlush ? 1 : kNever,
+                                       os::faults::Times::kLasting);
     const os::faults::Recorder recorder(root);
     for (std::size_t i = 0; i < operations; ++i) {
       PowerStep& step = history.steps.emplace_back(work.operate());
       step.end = recorder.changes().size();
     }
-    history.changes = planted(recorder.changes(), scene.index(), m_plant);
+    history.changes = mutated(recorder.changes(), scenario.index(), m_mutation);
     return history;
   }
 
@@ -185,8 +184,8 @@ class PowerLoss {
   }
 
   /// Every moment, and some images of each.
-  void examine(const History& history, const PowerScene& scene, std::size_t depth) {
-    const std::string index = scene.index();
+  void examine(const History& history, const PowerScenario& scenario, std::size_t depth) {
+    const std::string index = scenario.index();
     const auto texts = checkpoints(history, index);
     DiskModel disk(history.before);
     std::size_t text = 0;      // the last one that is complete
@@ -208,7 +207,7 @@ class PowerLoss {
       }
       const bool is_saving = is_begun && text + 1 < texts.size();
       const IndexText& next = is_saving ? texts[text + 1].second : texts[text].second;
-      images(disk, scene, {texts[text].second, next, promise, is_saving, depth});
+      images(disk, scenario, {texts[text].second, next, promise, is_saving, depth});
     }
   }
 
@@ -220,23 +219,23 @@ class PowerLoss {
     std::size_t depth;
   };
 
-  void images(const DiskModel& disk, const PowerScene& scene, const Moment& moment) {
-    const LooseFile* const index = disk.file(scene.index());
+  void images(const DiskModel& disk, const PowerScenario& scenario, const Moment& moment) {
+    const LooseFile* const index = disk.file(scenario.index());
     if (index != nullptr && !index->is_certain()) {
       const std::size_t count = kOfIndex[moment.depth] / (moment.is_saving ? 1 : 4);
-      for (std::size_t i = 0; i < (scene.is_large ? 2 : count) && m_run.goes_on(); ++i) {
+      for (std::size_t i = 0; i < (scenario.is_large ? 2 : count) && m_run.goes_on(); ++i) {
         note(moment, judge_index(index->image(m_run.random()), moment.before, moment.after));
-        if (scene.is_large) ++m_found.large;
+        if (scenario.is_large) ++m_found.large;
       }
     }
-    if (scene.is_large) return;
+    if (scenario.is_large) return;
     for (std::size_t i = 0; i < kOfTree[moment.depth] && m_run.goes_on(); ++i) {
       const Tree image = disk.image(m_run.random());
-      Harm harm = judge_index(bytes_of(image, scene.index()), moment.before, moment.after);
-      if (harm.kind.empty()) harm = moment.promise.judge(image, scene.folder);
+      Harm harm = judge_index(bytes_of(image, scenario.index()), moment.before, moment.after);
+      if (harm.kind.empty()) harm = moment.promise.judge(image, scenario.folder);
       const bool is_sound = harm.kind.empty();
       note(moment, harm);
-      if (is_sound && m_run.below(kAsked) == 0) go_on_from(image, scene, moment);
+      if (is_sound && m_run.below(kAsked) == 0) go_on_from(image, scenario, moment);
     }
   }
 
@@ -257,32 +256,32 @@ class PowerLoss {
 
   /// The image becomes a disk: the library has to find what is there, and an operation after that
   /// is interrupted in its turn.
-  void go_on_from(const Tree& image, const PowerScene& scene, const Moment& moment) {
+  void go_on_from(const Tree& image, const PowerScenario& scenario, const Moment& moment) {
     const std::size_t depth = moment.depth + 1;
     const std::string root = m_root[depth].path("root");
     put_tree(image, root, m_on_disk[depth]);
     ++m_found.asked;
-    PowerWork work(root, scene, m_run.random(), image);
+    PowerWork work(root, scenario, m_run.random(), image);
     const std::string missing = work.ask_the_library();
     if (!missing.empty()) note(moment, {"not found by the library", missing});
     if (depth == kDepths) {
       m_on_disk[depth] = image;
       return;
     }
-    const History history = record(root, scene, work, 1);
+    const History history = record(root, scenario, work, 1);
     m_on_disk[depth] = tree_of(root);
-    examine(history, scene, depth);
+    examine(history, scenario, depth);
   }
 
   Run& m_run;
-  const Plant m_plant;
+  const Mutation m_mutation;
   const std::array<scratch_folder, kDepths + 1> m_root;
   std::array<Tree, kDepths + 1> m_on_disk;
   Found m_found;
 };
 
 void power_loss(Run& run) {
-  const Found found = PowerLoss(run, Plant::kNone).run();
+  const Found found = PowerLoss(run, Mutation::kNone).run();
   std::uint64_t saving = 0;
   for (const std::uint64_t each : found.saving) saving += each;
   run.figure("histories", found.histories);
@@ -303,14 +302,14 @@ REGISTER_SUITE(power_loss, "power-loss", "what the disk may hold after the power
                "images", 1'000'000, Scratch::kMemory)
 
 void power_loss_noticed(Run& run) {
-  const std::pair<Plant, const char*> plants[] = {
-      {Plant::kNoFlush, "flushes that do nothing"},
-      {Plant::kNoFirstFlush, "a save without its first flush"},
-      {Plant::kFrontFirst, "a save that overwrites the text before it has a copy"},
-      {Plant::kCutFirst, "a save that cuts first"}};
-  for (const auto& [plant, what] : plants) {
+  const std::pair<Mutation, const char*> mutations[] = {
+      {Mutation::kNoFlush, "flushes that do nothing"},
+      {Mutation::kNoFirstFlush, "a save without its first flush"},
+      {Mutation::kFrontFirst, "a save that overwrites the text before it has a copy"},
+      {Mutation::kCutFirst, "a save that cuts first"}};
+  for (const auto& [mutation, what] : mutations) {
     Run inner(run.seed(), {8'000, std::chrono::seconds(0)});
-    const Found found = PowerLoss(inner, plant).run();
+    const Found found = PowerLoss(inner, mutation).run();
     run.counted(inner.reached());
     std::uint64_t harm = 0;
     for (const auto& [kind, count] : found.harm) harm += count;

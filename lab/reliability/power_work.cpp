@@ -4,14 +4,134 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
+#include <utility>
 
-#include "lab/reliability/folder_state.h"
-#include "lab/reliability/kill_model.h"
+#include "lab/reliability/index_reader.h"
+#include "lab/reliability/kills.h"
 #include "stg_index.h"
 #include "tests/support/scratch.h"
 #include "vu_storage.h"
 
 namespace reliability {
+namespace {
+
+constexpr auto kNone = std::string_view::npos;
+
+/// Whether the text is another one with something behind it that no reader takes for a line.
+bool is_text_and_rubbish(std::string_view text, std::string_view other) {
+  return text.starts_with(other) && (other.empty() || other.back() == '\n') &&
+         text.find('/', other.size()) == kNone;
+}
+
+const std::string* stored_in(const Lines& lines, const std::string& key) {
+  const auto found = lines.find(key);
+  return found == lines.end() ? nullptr : &found->second;
+}
+
+bool has(const LineViews& lines, std::string_view key, std::string_view stored) {
+  const auto found = lines.find(key);
+  return found != lines.end() && found->second == stored;
+}
+
+LineViews views_in(std::string_view text) {
+  LineViews lines;
+  visit_lines(text,
+              [&](std::string_view key, std::string_view stored) { lines.emplace(key, stored); });
+  return lines;
+}
+
+}  // namespace
+
+IndexText::IndexText(std::string whole)
+    : text(std::make_shared<const std::string>(std::move(whole))), lines(views_in(*text)) {}
+
+LineViews views_of(const Lines& lines) { return {lines.begin(), lines.end()}; }
+
+std::string shortened(std::string_view name) {
+  std::string text(name.substr(0, 60));
+  if (name.size() > 60) {
+    text = std::string(name.substr(0, 30)) + "..." + std::string(name.substr(name.size() - 27));
+  }
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return c >= 0 && c < ' '; }, '?');
+  return text;
+}
+
+Harm difference(const LineViews& found, const LineViews& before, const LineViews& after) {
+  for (const auto& [key, stored] : found) {
+    if (has(before, key, stored) || has(after, key, stored)) continue;
+    const bool is_known = before.count(key) != 0 || after.count(key) != 0;
+    return {is_known ? "redirected" : "invented", shortened(key) + " / " + shortened(stored)};
+  }
+  for (const auto& [key, stored] : before) {
+    if (has(after, key, stored) && found.count(key) == 0) return {"lost", shortened(key)};
+  }
+  return {"between", std::to_string(found.size()) + " lines, " + std::to_string(before.size()) +
+                         " before and " + std::to_string(after.size()) + " after"};
+}
+
+Harm judge_index(std::string_view bytes, const IndexText& before, const IndexText& after) {
+  const std::string text = text_of_index(bytes);
+  for (const IndexText* each : {&before, &after}) {
+    if (text == *each->text || is_text_and_rubbish(text, *each->text)) return {};
+  }
+  const LineViews lines = views_in(text);
+  if (lines == before.lines || lines == after.lines) return {};
+  return difference(lines, before.lines, after.lines);
+}
+
+void Promise::begin(const PowerStep& step) {
+  for (const auto& [key, text] : step.result) m_in_motion.insert(key);
+  m_moves = step.moves;
+}
+
+void Promise::end(const PowerStep& step) {
+  for (const auto& [key, text] : step.result) {
+    m_in_motion.erase(key);
+    if (text) {
+      m_kept[key] = *text;
+    } else {
+      m_kept.erase(key);
+    }
+  }
+  m_moves.clear();
+}
+
+Harm Promise::judge(const Tree& tree, const std::string& folder) const {
+  const auto index = tree.find(folder + "index.dat");
+  const Lines lines = index == tree.end() ? Lines() : all_lines(text_of_index(index->second));
+  const auto file_called = [&](const std::string& name) -> const std::string* {
+    const auto found = tree.find(folder + name);
+    return found == tree.end() ? nullptr : &found->second;
+  };
+  const auto file_behind = [&](const std::string& key) -> const std::string* {
+    const std::string* const stored = stored_in(lines, key);
+    if (stored == nullptr) return nullptr;
+    const std::string* const file = file_called(file_of(key, *stored));
+    return file != nullptr ? file : file_called(*stored);
+  };
+  for (const auto& [key, text] : m_kept) {
+    if (m_in_motion.count(key) != 0) continue;
+    const std::string* const file = file_behind(key);
+    if (file == nullptr) {
+      return {"lost", (lines.count(key) == 0 ? "the line of " : "the file of ") + shortened(key)};
+    }
+    if (*file != text) return {"other bytes", shortened(key)};
+  }
+  for (const PowerStep::Move& move : m_moves) {
+    const auto [logical, stamp] = parts_of_key(move.from);
+    bool is_there = false;
+    for (const std::string* file : {stamp == 0 ? file_called(logical) : nullptr,
+                                    file_behind(move.from), file_behind(move.to)}) {
+      is_there = is_there || (file != nullptr && *file == move.text);
+    }
+    if (!is_there) return {"neither name", shortened(move.from) + " to " + shortened(move.to)};
+  }
+  return {};
+}
+
+// ------------------------------------------------------------------------------------------------
+
 namespace {
 
 constexpr std::uint64_t kMailTurn = 7;
@@ -34,7 +154,7 @@ std::string unescaped(std::size_t mail) {
 
 }  // namespace
 
-PowerScene power_scene(std::uint64_t round, std::mt19937_64& random) {
+PowerScenario power_scene(std::uint64_t round, std::mt19937_64& random) {
   static constexpr std::array<std::pair<IndexKind, std::size_t>, 13> kScenes = {
       {{IndexKind::kLines, 1500},
        {IndexKind::kLines, 300},
@@ -49,43 +169,44 @@ PowerScene power_scene(std::uint64_t round, std::mt19937_64& random) {
        {IndexKind::kForeignTail, 0},
        {IndexKind::kNoBytes, 0},
        {IndexKind::kJunkTail, 900}}};
-  PowerScene scene;
-  scene.operations = 5;
-  scene.synchronize = random() % 3 == 0;
-  scene.folder = "storage/user/owner/";
+  PowerScenario scenario;
+  scenario.operations = 5;
+  scenario.synchronize = random() % 3 == 0;
+  scenario.folder = "storage/user/owner/";
   if (round % kLargeTurn == kLargeTurn - 1) {
-    scene.kind = IndexKind::kLongLines;
-    scene.size = 10'000'000;
-    scene.operations = 3;
-    scene.is_large = true;
+    scenario.kind = IndexKind::kLongLines;
+    scenario.size = 10'000'000;
+    scenario.operations = 3;
+    scenario.is_large = true;
   } else if (round % kMailTurn == kMailTurn - 1) {
-    scene.folder = "storage/mail/anna/";
-    scene.kind = round % 2 == 0 ? IndexKind::kNone : IndexKind::kLines;
-    scene.size = round % 2 == 0 ? 0 : 400;
-    scene.operations = 2;
-    scene.is_mail = true;
+    scenario.folder = "storage/mail/anna/";
+    scenario.kind = round % 2 == 0 ? IndexKind::kNone : IndexKind::kLines;
+    scenario.size = round % 2 == 0 ? 0 : 400;
+    scenario.operations = 2;
+    scenario.is_mail = true;
   } else {
     const auto& [kind, size] = kScenes[round % kScenes.size()];
-    scene.kind = kind;
-    scene.size = size;
+    scenario.kind = kind;
+    scenario.size = size;
     static constexpr std::size_t kStrays[] = {0, 3, 0, 14};
-    scene.strays = kStrays[random() % 4];
+    scenario.strays = kStrays[random() % 4];
   }
-  return scene;
+  return scenario;
 }
 
-PowerWork::PowerWork(const std::string& root, const PowerScene& scene, std::mt19937_64& random)
-    : m_root(root), m_scene(scene), m_random(random) {
+PowerWork::PowerWork(const std::string& root, const PowerScenario& scenario,
+                     std::mt19937_64& random)
+    : m_root(root), m_scenario(scenario), m_random(random) {
   make_folder(folder());
   fill();
-  if (scene.is_mail) fill_mails();
+  if (scenario.is_mail) fill_mails();
 }
 
-PowerWork::PowerWork(const std::string& root, const PowerScene& scene, std::mt19937_64& random,
-                     const Tree& tree)
-    : m_root(root), m_scene(scene), m_random(random) {
+PowerWork::PowerWork(const std::string& root, const PowerScenario& scenario,
+                     std::mt19937_64& random, const Tree& tree)
+    : m_root(root), m_scenario(scenario), m_random(random) {
   const auto file_called = [&](const std::string& name) {
-    const auto found = tree.find(scene.folder + name);
+    const auto found = tree.find(scenario.folder + name);
     return found == tree.end() ? nullptr : &found->second;
   };
   const std::string* const index = file_called("index.dat");
@@ -97,14 +218,14 @@ PowerWork::PowerWork(const std::string& root, const PowerScene& scene, std::mt19
     if (counts) m_known[line->first] = *file;
     line = counts ? std::next(line) : m_lines.erase(line);
   }
-  for (std::size_t mail = 0; scene.is_mail && mail < kMails; ++mail) {
+  for (std::size_t mail = 0; scenario.is_mail && mail < kMails; ++mail) {
     const std::string* const file = file_called(escaped(mail));
     if (file != nullptr) m_mails.emplace_back(escaped(mail), *file);
   }
 }
 
 std::string PowerWork::folder() const {
-  std::string path = m_root + "\\" + m_scene.folder.substr(0, m_scene.folder.size() - 1);
+  std::string path = m_root + "\\" + m_scenario.folder.substr(0, m_scenario.folder.size() - 1);
   std::replace(path.begin(), path.end(), '/', '\\');
   return path;
 }
@@ -117,7 +238,7 @@ std::string PowerWork::some_text() {
 /// No two are alike, whoever asks.
 std::string PowerWork::new_name() {
   std::size_t length = m_random() % 40;
-  if (m_scene.kind == IndexKind::kLongLines && m_random() % 2 == 0)
+  if (m_scenario.kind == IndexKind::kLongLines && m_random() % 2 == 0)
     length = 500 + m_random() % 3000;
   if (m_random() % 20 == 0) length = 511;
   return "n" + std::to_string(m_random() % 1'000'000'000'000) + std::string(length, 'y') + ".kdb";
@@ -131,7 +252,7 @@ std::string PowerWork::some_key() {
 }
 
 void PowerWork::fill() {
-  const IndexKind kind = m_scene.kind;
+  const IndexKind kind = m_scenario.kind;
   Lines lines;
   std::uint64_t number = 0;
   const auto add = [&](const std::string& name, long stamp) {
@@ -144,7 +265,7 @@ void PowerWork::fill() {
   const bool has_one = kind == IndexKind::kOneLine || kind == IndexKind::kForeignTail ||
                        kind == IndexKind::kJunkTail;
   if (has_one) add("kept.kdb", 1);
-  for (std::size_t written = 0, i = 1; written < m_scene.size; ++i) {
+  for (std::size_t written = 0, i = 1; written < m_scenario.size; ++i) {
     std::size_t length = i % 7 == 0 ? m_random() % 400 : m_random() % 20;
     if (kind == IndexKind::kLongLines) length = 450 + m_random() % 3000;
     written += add("kept " + std::to_string(i) + std::string(length, 'x') + ".kdb", 1);
@@ -155,7 +276,7 @@ void PowerWork::fill() {
   if (kind == IndexKind::kNoBytes) text.clear();
   if (kind != IndexKind::kNone) write_file(folder() + "\\index.dat", text);
   if (number != 0) write_file(folder() + "\\index", numbered(number));
-  for (std::size_t i = 0; i < m_scene.strays; ++i) {
+  for (std::size_t i = 0; i < m_scenario.strays; ++i) {
     write_file(folder() + "\\stray" + std::to_string(i) + ".kdb", some_text());
   }
 }
@@ -173,7 +294,7 @@ void PowerWork::fill_mails() {
 // ---- operations ---------------------------------------------------------------------------------
 
 PowerStep PowerWork::operate() {
-  if (m_scene.is_mail && !m_is_converted && (m_lines.empty() || m_random() % 2 == 0)) {
+  if (m_scenario.is_mail && !m_is_converted && (m_lines.empty() || m_random() % 2 == 0)) {
     return convert();
   }
   PowerStep step;
@@ -225,7 +346,7 @@ PowerStep PowerWork::write(const std::string& key) {
   PowerStep step{{{key, some_text()}}, {}, 0};
   vu_storage storage;
   vu_file file;
-  const bool is_mail = m_scene.is_mail;
+  const bool is_mail = m_scenario.is_mail;
   storage.OpenWrite(file, is_mail ? "anna" : "owner", name,
                     is_mail ? STG::MailRepository : STG::UserRepository, true, stamp);
   storage.Write(file, *step.result[key]);
@@ -252,7 +373,7 @@ PowerStep PowerWork::rename() {
 }
 
 PowerStep PowerWork::save_keys() {
-  if (m_scene.is_mail) return make();
+  if (m_scenario.is_mail) return make();
   STG::NameValueSeq lines;
   lines.push_back({"line " + std::to_string(m_random() % 1'000'000), "1"});
   vu_storage::saveUserOrMasterProfile("owner", "list.ctg", lines);
@@ -263,7 +384,7 @@ PowerStep PowerWork::save_keys() {
 PowerStep PowerWork::adopt() {
   STGIndex::setSynchronizeMode(true);
   STGIndex::updateIndexFile(folder());
-  STGIndex::setSynchronizeMode(m_scene.synchronize);
+  STGIndex::setSynchronizeMode(m_scenario.synchronize);
   return {};
 }
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/reliability/folder_state.h"
+#include "lab/reliability/index_reader.h"
 #include "lab/reliability/machine.h"
 #include "lab/reliability/reliability.h"
 #include "stg_index.h"

@@ -7,7 +7,7 @@
 #include <map>
 #include <optional>
 
-#include "lab/reliability/ground.h"
+#include "lab/reliability/machine.h"
 #include "tests/support/host_services.h"
 #include "tests/support/scratch.h"
 #include "tests/support/storage_peer.h"
@@ -79,10 +79,10 @@ void set_times(model::Node& node, const std::string& path, std::int64_t time) {
 enum class Check : std::uint8_t { kTreeAtEnd, kTreeEachTime };
 
 /// Runs sequences in a folder of its own, each in an empty one.
-class Theatre {
+class SequenceRunner {
  public:
-  explicit Theatre(model::Planted planted = model::Planted::kNothing)
-      : m_planted(planted), m_places(m_scratch.path()) {
+  explicit SequenceRunner(model::Mutation mutation = model::Mutation::kNone)
+      : m_mutation(mutation), m_places(m_scratch.path()) {
     m_configuration.set_binary_folder(m_places.binary);
     m_temporary.set_server_folder(m_places.server);
     vu_host::services services;
@@ -91,16 +91,16 @@ class Theatre {
     services.temp = &m_temporary;
     vu_host::install(services);
   }
-  ~Theatre() {
+  ~SequenceRunner() {
     vu_storage_test_peer::reset();
     vu_host::install({});
   }
-  Theatre(const Theatre&) = delete;
-  Theatre& operator=(const Theatre&) = delete;
+  SequenceRunner(const SequenceRunner&) = delete;
+  SequenceRunner& operator=(const SequenceRunner&) = delete;
 
   /// What differed, or nothing.
   std::string play(const Steps& steps, Check check) {
-    model::World world(m_places.root, m_planted);
+    model::World world(m_places.root, m_mutation);
     world.server_folder = m_places.server;
     world.binary_folder = m_places.binary;
     world.tree.real_order = ground::listing;
@@ -138,12 +138,12 @@ class Theatre {
 
   std::string play_step(const SequenceStep& step, std::size_t number, model::World& world) {
     const std::int64_t time = kFirstTime + kTimeOfStep * static_cast<std::int64_t>(number + 1);
-    Stage stage{m_places, m_places.of(step, world), time + 3};
+    BothSides sides{m_places, m_places.of(step, world), time + 3};
     world.errors.clear();
     m_sink.errors.clear();
     // The model first: it may ask for the order in which the folder is listed before the step.
-    const std::string expected = run_on_model(step, world, stage);
-    const std::string found = in_one_spelling(run_on_library(step, stage));
+    const std::string expected = run_on_model(step, world, sides);
+    const std::string found = in_one_spelling(run_on_library(step, sides));
     set_times(world.tree.root(), m_places.root, time);
     if (expected != found)
       return "expected " + ground::shown(expected) + ", found " + ground::shown(found);
@@ -155,7 +155,7 @@ class Theatre {
     return "";
   }
 
-  const model::Planted m_planted;
+  const model::Mutation m_mutation;
   scratch_folder m_scratch;
   const Places m_places;
   ErrorSink m_sink;
@@ -164,13 +164,13 @@ class Theatre {
 };
 
 /// The same difference with as few steps as can be left.
-Steps shrunk(Theatre& theatre, Steps steps) {
+Steps shrunk(SequenceRunner& runner, Steps steps) {
   for (bool again = true; again;) {
     again = false;
     for (std::size_t i = 0; i < steps.size(); ++i) {
       Steps fewer = steps;
       fewer.erase(fewer.begin() + static_cast<std::ptrdiff_t>(i));
-      if (theatre.play(fewer, Check::kTreeEachTime).empty()) continue;
+      if (runner.play(fewer, Check::kTreeEachTime).empty()) continue;
       steps = fewer;
       again = true;
       break;
@@ -179,10 +179,10 @@ Steps shrunk(Theatre& theatre, Steps steps) {
   return steps;
 }
 
-std::string told(Theatre& theatre, const Steps& steps, std::uint64_t seed) {
-  const Steps few = shrunk(theatre, steps);
+std::string told(SequenceRunner& runner, const Steps& steps, std::uint64_t seed) {
+  const Steps few = shrunk(runner, steps);
   std::string text = "sequence with the seed " + std::to_string(seed) + ": " +
-                     theatre.play(few, Check::kTreeEachTime);
+                     runner.play(few, Check::kTreeEachTime);
   for (const SequenceStep& each : few) text += "\n    " + described(each);
   return text;
 }
@@ -205,14 +205,14 @@ Steps steps_of(std::uint64_t seed) {
 
 /// Sequences with the seeds from the run's own on; so a seed that is told stands for its sequence.
 void sequences(Run& run) {
-  Theatre theatre;
+  SequenceRunner runner;
   std::map<Kind, std::uint64_t> kinds;
   std::uint64_t count = 0;
   while (run.goes_on()) {
     const std::uint64_t seed = run.seed() + run.reached();
     const Steps steps = steps_of(seed);
     const Check check = seed % 16 == 0 ? Check::kTreeEachTime : Check::kTreeAtEnd;
-    if (!theatre.play(steps, check).empty()) run.fail(told(theatre, steps, seed));
+    if (!runner.play(steps, check).empty()) run.fail(told(runner, steps, seed));
     for (const SequenceStep& each : steps) ++kinds[each.kind];
     count += steps.size();
     run.counted(1);
@@ -223,12 +223,12 @@ void sequences(Run& run) {
 
 /// The rules of the model changed in one place, each in turn: the comparison must notice.
 void sequences_noticed(Run& run) {
-  const auto rules = static_cast<std::uint64_t>(model::Planted::kCount) - 1;
+  const auto rules = static_cast<std::uint64_t>(model::Mutation::kCount) - 1;
   for (std::uint64_t i = 1; i <= rules && !run.time_is_over(); ++i) {
-    Theatre theatre(static_cast<model::Planted>(i));
+    SequenceRunner runner(static_cast<model::Mutation>(i));
     bool is_noticed = false;
     for (std::uint64_t seed = 0; seed < run.wanted() && !is_noticed; ++seed) {
-      is_noticed = !theatre.play(steps_of(run.seed() + seed), Check::kTreeAtEnd).empty();
+      is_noticed = !runner.play(steps_of(run.seed() + seed), Check::kTreeAtEnd).empty();
       if (is_noticed)
         run.figure("changed rule " + std::to_string(i) + ", sequences until it is noticed",
                    seed + 1);

@@ -134,7 +134,7 @@ class ErrorSink final : public vu_host::trace_sink {
 };
 
 /// What both sides of a step share.
-struct Stage {
+struct BothSides {
   const Places& places;
   std::string folder;         ///< of the step
   std::int64_t now = 0;       ///< for ages
@@ -158,7 +158,7 @@ std::string text_of(const std::vector<std::string>& texts);
 
 /// The result of a step as a text, from the model and from the library. The steps of others are
 /// done by the first and are nothing for the second.
-std::string run_on_model(const SequenceStep& step, model::World& world, Stage& stage);
-std::string run_on_library(const SequenceStep& step, const Stage& stage);
+std::string run_on_model(const SequenceStep& step, model::World& world, BothSides& sides);
+std::string run_on_library(const SequenceStep& step, const BothSides& sides);
 
 }  // namespace reliability::sequences

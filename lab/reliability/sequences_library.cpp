@@ -45,7 +45,7 @@ std::string text_of_map(const STGIndex::NameMap& map) {
 }
 
 template <class Handle>
-std::string handle(Handle& file, const SequenceStep& step, const Stage& stage) {
+std::string handle(Handle& file, const SequenceStep& step, const BothSides& sides) {
   static const vu_file_base::type_access modes[] = {vu_file_base::o_read, vu_file_base::o_write,
                                                     vu_file_base::o_append,
                                                     vu_file_base::o_truncate};
@@ -61,7 +61,7 @@ std::string handle(Handle& file, const SequenceStep& step, const Stage& stage) {
     file.open(modes[static_cast<std::size_t>(step.type & 3)]);
     return std::string();
   });
-  if (stage.skip_rest) return said;
+  if (sides.skip_rest) return said;
   if (step.flag) attempt([&] { return std::to_string(file.write(step.bytes)); });
   file.seek(step.place - 3, static_cast<short>(step.way % 3));
   std::string out;
@@ -80,9 +80,9 @@ std::string handle(Handle& file, const SequenceStep& step, const Stage& stage) {
   return said;
 }
 
-std::string ask_path(const SequenceStep& step, const Stage& stage) {
-  if (stage.skip_rest) return "";
-  const std::string path = stage.folder + "\\" + step.name;
+std::string ask_path(const SequenceStep& step, const BothSides& sides) {
+  if (sides.skip_rest) return "";
+  const std::string path = sides.folder + "\\" + step.name;
   const bool in_utf8 = step.flag;
   Texts names;
   switch (step.way % 8) {
@@ -98,30 +98,30 @@ std::string ask_path(const SequenceStep& step, const Stage& stage) {
       return text_of(in_utf8 ? vu_fileutf8::is_dir(utf8(path)) : vu_file::is_dir(path));
     case 4:
       if (in_utf8) {
-        for (const vu_utf8string& each : vu_fileutf8::filenames(utf8(stage.folder)))
+        for (const vu_utf8string& each : vu_fileutf8::filenames(utf8(sides.folder)))
           names.push_back(each.str());
       } else {
-        names = vu_file::filenames(stage.folder);
+        names = vu_file::filenames(sides.folder);
       }
       std::sort(names.begin(), names.end());
       return text_of(names);
     case 5:
       if (in_utf8) {
         std::vector<vu_utf8string> lines;
-        vu_fileutf8::linesNotEmpty(utf8(stage.folder), utf8(step.name), lines);
+        vu_fileutf8::linesNotEmpty(utf8(sides.folder), utf8(step.name), lines);
         for (const vu_utf8string& each : lines) names.push_back(each.str());
       } else {
-        vu_file::linesNotEmpty(stage.folder, step.name, names);
+        vu_file::linesNotEmpty(sides.folder, step.name, names);
       }
       return text_of(names);
     default:
-      return std::to_string(vu_fileutf8::getFolderSizeInKb(utf8(stage.folder)));
+      return std::to_string(vu_fileutf8::getFolderSizeInKb(utf8(sides.folder)));
   }
 }
 
-std::string change_path(const SequenceStep& step, const Stage& stage) {
-  const std::string path = stage.folder + "\\" + step.name;
-  const std::string other = stage.folder + "\\" + step.other_name;
+std::string change_path(const SequenceStep& step, const BothSides& sides) {
+  const std::string path = sides.folder + "\\" + step.name;
+  const std::string other = sides.folder + "\\" + step.other_name;
   const bool in_utf8 = step.flag;
   switch (step.way % 6) {
     case 0:
@@ -147,14 +147,14 @@ std::string change_path(const SequenceStep& step, const Stage& stage) {
   }
 }
 
-std::string clean(const SequenceStep& step, const Stage& stage) {
-  const auto clock = os::faults::set_now(stage.now);
+std::string clean(const SequenceStep& step, const BothSides& sides) {
+  const auto clock = os::faults::set_now(sides.now);
   STGIndex::AgeMap kept;
   const unsigned long count =
-      STGIndex::cleanOutOfDateOutput(stage.folder, limit_of(step), kept, by_access(step));
+      STGIndex::cleanOutOfDateOutput(sides.folder, limit_of(step), kept, by_access(step));
   Texts texts;
   for (const auto& [age, path] : kept)
-    texts.push_back((stage.ages_unknown ? "?" : std::to_string(age)) + " " + path);
+    texts.push_back((sides.ages_unknown ? "?" : std::to_string(age)) + " " + path);
   std::sort(texts.begin(), texts.end());
   return std::to_string(count) + " " + text_of(texts);
 }
@@ -178,7 +178,7 @@ std::string store(const SequenceStep& step) {
   return text_of(result) + text_of(is_open);
 }
 
-std::string document(const SequenceStep& step, const Stage& stage) {
+std::string document(const SequenceStep& step, const BothSides& sides) {
   vu_storage storage;
   vu_file file;
   std::string out = "untouched";
@@ -193,7 +193,7 @@ std::string document(const SequenceStep& step, const Stage& stage) {
         storage.OpenRead(file, step.owner, step.name, type_of(step), stamp);
       }
       const bool is_open = file.is_open();
-      if (!stage.skip_rest) storage.Read(file, out, step.flag ? 0 : count_of(step));
+      if (!sides.skip_rest) storage.Read(file, out, step.flag ? 0 : count_of(step));
       storage.Close(file);
       return text_of(is_open) + out;
     }
@@ -208,24 +208,24 @@ std::string document(const SequenceStep& step, const Stage& stage) {
     case Kind::kLatest:
       return std::to_string(vu_storage::getLattestTimestamp(step.owner, step.name, type_of(step)));
     case Kind::kIndexName:
-      folder = text_of(vu_storage::getIndexNameFromDocName(stage.folder, step.name, stamp, out));
+      folder = text_of(vu_storage::getIndexNameFromDocName(sides.folder, step.name, stamp, out));
       return folder + out;
     case Kind::kRemoveFile:
       return text_of(
           in_utf8 ? vu_storage::RemoveFile(utf8(step.owner), utf8(step.name), type_of(step), stamp)
                   : vu_storage::RemoveFile(step.owner, step.name, type_of(step), stamp));
     case Kind::kCopyTo:
-      return text_of(vu_storage::copyToStorage(stage.places.source + "\\a.kdb", step.owner,
+      return text_of(vu_storage::copyToStorage(sides.places.source + "\\a.kdb", step.owner,
                                                step.name, type_of(step), step.flag, stamp));
     case Kind::kCopyFrom:
-      return text_of(vu_storage::copyFromStorage(stage.places.work + "\\out", step.owner, step.name,
+      return text_of(vu_storage::copyFromStorage(sides.places.work + "\\out", step.owner, step.name,
                                                  type_of(step), stamp));
     default:
       if (step.flag)
-        return text_of(storage.copyFileToUserPath(stage.places.source, step.name, step.owner));
-      return text_of(in_utf8 ? storage.copyFileToStorage(stage.places.source, step.name,
+        return text_of(storage.copyFileToUserPath(sides.places.source, step.name, step.owner));
+      return text_of(in_utf8 ? storage.copyFileToStorage(sides.places.source, step.name,
                                                          utf8(step.owner), type_of(step))
-                             : storage.copyFileToStorage(stage.places.source, step.name, step.owner,
+                             : storage.copyFileToStorage(sides.places.source, step.name, step.owner,
                                                          type_of(step)));
   }
 }
@@ -254,7 +254,7 @@ std::string read_part(const SequenceStep& step) {
   return text_of(is_open) + out + (step.flag ? std::to_string(size) : "");
 }
 
-std::string keys_and_parts(const SequenceStep& step, const Stage& stage) {
+std::string keys_and_parts(const SequenceStep& step, const BothSides& sides) {
   STG::NameValueSeq seq;
   std::string result;
   switch (step.kind) {
@@ -265,10 +265,10 @@ std::string keys_and_parts(const SequenceStep& step, const Stage& stage) {
       result = std::to_string(vu_storage::loadUserOrMasterProfile(step.owner, step.name, seq));
       return result + text_of_sequence(seq);
     case Kind::kReadKeys:
-      result = std::to_string(vu_storage::readKeysFile(stage.folder, step.name, seq, step.flag));
+      result = std::to_string(vu_storage::readKeysFile(sides.folder, step.name, seq, step.flag));
       return result + text_of_sequence(seq);
     case Kind::kWriteKeys:
-      return text_of(vu_storage::writeKeysFile(stage.folder, step.name, step.bytes, step.flag));
+      return text_of(vu_storage::writeKeysFile(sides.folder, step.name, step.bytes, step.flag));
     case Kind::kWritePart: {
       vu_storage storage;
       vu_file file;
@@ -289,7 +289,7 @@ std::string keys_and_parts(const SequenceStep& step, const Stage& stage) {
   }
 }
 
-std::string lists(const SequenceStep& step, const Stage& stage) {
+std::string lists(const SequenceStep& step, const BothSides& sides) {
   Texts physical = {"before"};
   Texts logical;
   const Texts wanted = {step.name, "a.kdb"};
@@ -304,11 +304,11 @@ std::string lists(const SequenceStep& step, const Stage& stage) {
       }
       return "";
     case Kind::kAllFiles:
-      logical = vu_storage::getAllFileListFromIndexFile(stage.folder, physical);
+      logical = vu_storage::getAllFileListFromIndexFile(sides.folder, physical);
       return text_of(logical) + text_of(physical);
     case Kind::kDocuments:
       try {
-        logical = vu_storage::getFileListFromIndexFile(stage.folder, physical,
+        logical = vu_storage::getFileListFromIndexFile(sides.folder, physical,
                                                        step.flag ? &wanted : nullptr);
       } catch (const vu_file_except&) {
         return "throws";  // Its text is not stated.
@@ -316,13 +316,13 @@ std::string lists(const SequenceStep& step, const Stage& stage) {
       return text_of(logical) + text_of(physical);
     default: {
       std::multimap<std::string, std::string> map;
-      vu_storage_test_peer::AddExistVUFilesToMap(stage.folder, map);
+      vu_storage_test_peer::AddExistVUFilesToMap(sides.folder, map);
       return text_of(model::Pairs(map.begin(), map.end()));
     }
   }
 }
 
-std::string index(const SequenceStep& step, const Stage& stage) {
+std::string index(const SequenceStep& step, const BothSides& sides) {
   std::string out = "untouched";
   std::string result;
   STGIndex::NameMap map;
@@ -331,48 +331,48 @@ std::string index(const SequenceStep& step, const Stage& stage) {
   const long stamp = wide(step.stamp, step);
   switch (step.kind) {
     case Kind::kExists:
-      result = text_of(STGIndex::exists(stage.folder, step.name, stamp, out));
+      result = text_of(STGIndex::exists(sides.folder, step.name, stamp, out));
       return result + out;
     case Kind::kCreate:
-      return STGIndex::create(stage.folder, step.name, stamp);
+      return STGIndex::create(sides.folder, step.name, stamp);
     case Kind::kRemove:
-      STGIndex::remove(stage.folder, step.name, stamp);
+      STGIndex::remove(sides.folder, step.name, stamp);
       return "";
     case Kind::kRename:
-      STGIndex::rename(stage.folder, step.name, stamp, step.other_name, step.other_stamp);
+      STGIndex::rename(sides.folder, step.name, stamp, step.other_name, step.other_stamp);
       return "";
     case Kind::kLastVersion:
-      result = text_of(STGIndex::lastVersion(stage.folder, step.name, last));
+      result = text_of(STGIndex::lastVersion(sides.folder, step.name, last));
       return result + std::to_string(last);
     case Kind::kValues:
       switch (step.way % 4) {
         case 0:
-          STGIndex::plValues(stage.folder, map);
+          STGIndex::plValues(sides.folder, map);
           break;
         case 1:
-          STGIndex::lpValues(stage.folder, map);
+          STGIndex::lpValues(sides.folder, map);
           break;
         case 2:
-          STGIndex::getCategories(stage.folder, map);
+          STGIndex::getCategories(sides.folder, map);
           break;
         default:
-          STGIndex::getVUDocs(stage.folder, map);
+          STGIndex::getVUDocs(sides.folder, map);
           break;
       }
       return text_of_map(map);
     case Kind::kPhysicalPath:
-      return STGIndex::getPhysicalPath(stage.folder, step.name);
+      return STGIndex::getPhysicalPath(sides.folder, step.name);
     case Kind::kUpdate:
       if (step.flag) {
-        vu_storage().update_IndexDat(stage.folder);
+        vu_storage().update_IndexDat(sides.folder);
       } else {
-        STGIndex::updateIndexFile(stage.folder);
+        STGIndex::updateIndexFile(sides.folder);
       }
       return "";
     case Kind::kClean:
-      return clean(step, stage);
+      return clean(step, sides);
     case Kind::kCleanDirectories:
-      STGIndex::cleanOutputDirectories(stage.folder, "00000001.kdb",
+      STGIndex::cleanOutputDirectories(sides.folder, "00000001.kdb",
                                        step.flag ? &counter : nullptr);
       return std::to_string(counter);
     default:
@@ -381,16 +381,16 @@ std::string index(const SequenceStep& step, const Stage& stage) {
   }
 }
 
-std::string process(const SequenceStep& step, const Stage& stage) {
+std::string process(const SequenceStep& step, const BothSides& sides) {
   switch (step.kind) {
     case Kind::kNewProcess: {
       vu_storage_test_peer::reset();
       if (step.way == 0) return "";
       std::string result =
-          text_of(vu_storage::initRootStorage(stage.places.work, step.flag, step.second_flag));
+          text_of(vu_storage::initRootStorage(sides.places.work, step.flag, step.second_flag));
       if (step.way == 1)
         result += text_of(
-            vu_storage::initRootStorage(stage.places.source, !step.flag, !step.second_flag));
+            vu_storage::initRootStorage(sides.places.source, !step.flag, !step.second_flag));
       return result;
     }
     case Kind::kSwitch:
@@ -402,30 +402,30 @@ std::string process(const SequenceStep& step, const Stage& stage) {
   }
 }
 
-std::string run(const SequenceStep& step, const Stage& stage) {
+std::string run(const SequenceStep& step, const BothSides& sides) {
   if (step.kind == Kind::kStore) return store(step);
-  if (step.kind <= Kind::kCopyFile) return document(step, stage);
-  if (step.kind <= Kind::kReadPart) return keys_and_parts(step, stage);
-  if (step.kind <= Kind::kExistingFiles) return lists(step, stage);
-  if (step.kind <= Kind::kMigrate) return index(step, stage);
-  if (step.kind == Kind::kPath) return ask_path(step, stage);
-  if (step.kind == Kind::kChangePath) return change_path(step, stage);
-  if (step.kind >= Kind::kNewProcess) return process(step, stage);
+  if (step.kind <= Kind::kCopyFile) return document(step, sides);
+  if (step.kind <= Kind::kReadPart) return keys_and_parts(step, sides);
+  if (step.kind <= Kind::kExistingFiles) return lists(step, sides);
+  if (step.kind <= Kind::kMigrate) return index(step, sides);
+  if (step.kind == Kind::kPath) return ask_path(step, sides);
+  if (step.kind == Kind::kChangePath) return change_path(step, sides);
+  if (step.kind >= Kind::kNewProcess) return process(step, sides);
   if (step.kind != Kind::kHandle) return "";
   if (step.way < 12) {
-    vu_file file(stage.folder, step.name);
-    return handle(file, step, stage);
+    vu_file file(sides.folder, step.name);
+    return handle(file, step, sides);
   }
-  vu_fileutf8 file(utf8(stage.folder), utf8(step.name));
-  return handle(file, step, stage);
+  vu_fileutf8 file(utf8(sides.folder), utf8(step.name));
+  return handle(file, step, sides);
 }
 
 }  // namespace
 
-std::string run_on_library(const SequenceStep& step, const Stage& stage) {
+std::string run_on_library(const SequenceStep& step, const BothSides& sides) {
   if (is_senseless(step)) return "";
   try {
-    return run(step, stage);
+    return run(step, sides);
   } catch (const vu_file_except& failed) {
     return "throws " + failed.what();
   } catch (const std::exception& other) {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "lab/reliability/ground.h"
+#include "lab/reliability/machine.h"
 #include "lab/reliability/sequences.h"
 
 namespace reliability::sequences {
@@ -59,7 +59,7 @@ Pairs pairs_of(const model::Map& map) { return {map.begin(), map.end()}; }
 Pairs pairs_of(const SequenceStep& step) { return model::key_pairs(step.bytes, false); }
 
 /// Opens, does a little of everything, and closes.
-std::string handle(const SequenceStep& step, World& world, Stage& stage) {
+std::string handle(const SequenceStep& step, World& world, BothSides& sides) {
   static const Mode modes[] = {Mode::kRead, Mode::kWrite, Mode::kAppend, Mode::kTruncate};
   std::string said;
   const auto attempt = [&](auto work) {
@@ -69,14 +69,14 @@ std::string handle(const SequenceStep& step, World& world, Stage& stage) {
       said += "throws " + failed.text + ",";
     }
   };
-  File file(world, stage.folder, step.name);
+  File file(world, sides.folder, step.name);
   attempt([&] {
     file.open(modes[static_cast<std::size_t>(step.type & 3)]);
     return std::string();
   });
   // Behind a separator the two handles see different things.
-  stage.skip_rest = !file.is_open() && (step.name.empty() || world.tree.is_folder(file.path()));
-  if (stage.skip_rest) return said;
+  sides.skip_rest = !file.is_open() && (step.name.empty() || world.tree.is_folder(file.path()));
+  if (sides.skip_rest) return said;
   if (step.flag) attempt([&] { return std::to_string(file.write(step.bytes)); });
   file.seek(step.place - 3, step.way % 3);
   std::string out;
@@ -88,11 +88,11 @@ std::string handle(const SequenceStep& step, World& world, Stage& stage) {
   return said;
 }
 
-std::string ask_path(const SequenceStep& step, World& world, Stage& stage) {
-  const std::string path = stage.folder + "\\" + step.name;
+std::string ask_path(const SequenceStep& step, World& world, BothSides& sides) {
+  const std::string path = sides.folder + "\\" + step.name;
   const bool is_folder = world.tree.is_folder(path);
-  stage.skip_rest = is_folder && (step.way % 8 == 1 || step.way % 8 == 2);
-  if (stage.skip_rest) return "";
+  sides.skip_rest = is_folder && (step.way % 8 == 1 || step.way % 8 == 2);
+  if (sides.skip_rest) return "";
   switch (step.way % 8) {
     case 0:
       return text_of(world.tree.exists(path));
@@ -103,17 +103,17 @@ std::string ask_path(const SequenceStep& step, World& world, Stage& stage) {
     case 3:
       return text_of(is_folder);
     case 4:
-      return text_of(world.tree.names(stage.folder));
+      return text_of(world.tree.names(sides.folder));
     case 5:
-      return text_of(model::lines_not_empty(world.read_whole(stage.folder, step.name)));
+      return text_of(model::lines_not_empty(world.read_whole(sides.folder, step.name)));
     default:
-      return std::to_string(world.folder_size_in_kb(stage.folder));
+      return std::to_string(world.folder_size_in_kb(sides.folder));
   }
 }
 
-std::string change_path(const SequenceStep& step, World& world, Stage& stage) {
-  const std::string path = stage.folder + "\\" + step.name;
-  const std::string other = stage.folder + "\\" + step.other_name;
+std::string change_path(const SequenceStep& step, World& world, BothSides& sides) {
+  const std::string path = sides.folder + "\\" + step.name;
+  const std::string other = sides.folder + "\\" + step.other_name;
   switch (step.way % 6) {
     case 0:
       return text_of(world.create_dir(path));
@@ -131,16 +131,16 @@ std::string change_path(const SequenceStep& step, World& world, Stage& stage) {
   }
 }
 
-std::string clean(const SequenceStep& step, World& world, Stage& stage) {
-  world.now = stage.now;
+std::string clean(const SequenceStep& step, World& world, BothSides& sides) {
+  world.now = sides.now;
   World::Kept kept;
-  const std::uint32_t count = world.clean(stage.folder, limit_of(step), kept, by_access(step));
+  const std::uint32_t count = world.clean(sides.folder, limit_of(step), kept, by_access(step));
   for (const auto& [age, path] : kept) {
-    if (age < 0) stage.ages_unknown = true;
+    if (age < 0) sides.ages_unknown = true;
   }
   std::vector<std::string> texts;
   for (const auto& [age, path] : kept)
-    texts.push_back((stage.ages_unknown ? "?" : std::to_string(age)) + " " + path);
+    texts.push_back((sides.ages_unknown ? "?" : std::to_string(age)) + " " + path);
   std::sort(texts.begin(), texts.end());
   return std::to_string(count) + " " + text_of(texts);
 }
@@ -164,46 +164,46 @@ void write_file(World& world, const std::string& path, const std::string& bytes)
 }
 
 /// The files of an index's lines, where those are plain names.
-void write_files_of(const SequenceStep& step, World& world, const Stage& stage) {
+void write_files_of(const SequenceStep& step, World& world, const BothSides& sides) {
   for (const auto& [key, stored] : model::index_pairs(step.bytes)) {
     if (key.size() < 11 || stored.empty()) continue;
     const std::string name = model::file_of(key, stored);
     if (name.find_first_of("\\/*?\r\n") != std::string::npos || name.front() == '.') continue;
-    write_file(world, stage.folder + "\\" + name, "file of a line");
+    write_file(world, sides.folder + "\\" + name, "file of a line");
   }
 }
 
-std::string preload_path(const SequenceStep& step, const World& world, const Stage& stage) {
+std::string preload_path(const SequenceStep& step, const World& world, const BothSides& sides) {
   std::string root =
-      stage.folder + "\\00000001" + model::extension_with_dot(step.name) + "_" + world.part_stamp;
+      sides.folder + "\\00000001" + model::extension_with_dot(step.name) + "_" + world.part_stamp;
   if (step.selector[0] == 'h') root += "\\html";
   if (step.selector[0] == 'p') root += "\\pdf";
   return root + "\\preload";
 }
 
-void others(const SequenceStep& step, World& world, Stage& stage) {
+void others(const SequenceStep& step, World& world, BothSides& sides) {
   static const std::int64_t times[] = {
       0, 1, 1000000000, kFirstTime - 5, kFirstTime + 15, kFirstTime + 40};
   const bool may_make = step.place != 6 || step.second_flag;
-  const std::string path = stage.folder + "\\" + step.name;
+  const std::string path = sides.folder + "\\" + step.name;
   Node* const node = world.tree.at(path);
   const bool is_file = node != nullptr && !node->is_folder;
   switch (step.kind) {
     case Kind::kWriteIndex:
     case Kind::kWriteCounter:
     case Kind::kWriteMails: {
-      if (may_make) ensure(world, stage.folder);
+      if (may_make) ensure(world, sides.folder);
       const char* const name = step.kind == Kind::kWriteIndex     ? "index.dat"
                                : step.kind == Kind::kWriteCounter ? "index"
                                                                   : "read.txt";
-      write_file(world, stage.folder + "\\" + name, step.bytes);
-      if (step.kind == Kind::kWriteIndex && step.flag) write_files_of(step, world, stage);
+      write_file(world, sides.folder + "\\" + name, step.bytes);
+      if (step.kind == Kind::kWriteIndex && step.flag) write_files_of(step, world, sides);
       break;
     }
     case Kind::kWriteFile:
-      if (may_make) ensure(world, stage.folder);
+      if (may_make) ensure(world, sides.folder);
       if (step.way < 5) {
-        const std::string folder = preload_path(step, world, stage);
+        const std::string folder = preload_path(step, world, sides);
         if (may_make) ensure(world, folder);
         write_file(world, folder + "\\" + part_of(step), step.bytes);
       } else if (!step.name.empty()) {
@@ -237,7 +237,7 @@ void others(const SequenceStep& step, World& world, Stage& stage) {
 // ---- the library's operations
 // ----------------------------------------------------------------------
 
-std::string document(const SequenceStep& step, World& world, Stage& stage) {
+std::string document(const SequenceStep& step, World& world, BothSides& sides) {
   std::string out = "untouched";
   std::string folder = "untouched";
   switch (step.kind) {
@@ -253,8 +253,8 @@ std::string document(const SequenceStep& step, World& world, Stage& stage) {
       File file(world);
       world.open_read(file, step.owner, step.name, step.type, step.stamp);
       const bool is_open = file.is_open();
-      stage.skip_rest = !is_open && world.tree.is_folder(file.path());
-      if (!stage.skip_rest) world.read(file, out, step.flag ? 0 : count_of(step));
+      sides.skip_rest = !is_open && world.tree.is_folder(file.path());
+      if (!sides.skip_rest) world.read(file, out, step.flag ? 0 : count_of(step));
       return text_of(is_open) + out;
     }
     case Kind::kIsFileExist: {
@@ -265,23 +265,23 @@ std::string document(const SequenceStep& step, World& world, Stage& stage) {
     case Kind::kLatest:
       return std::to_string(world.latest(step.owner, step.name, step.type));
     case Kind::kIndexName:
-      folder = text_of(world.index_name(stage.folder, step.name, step.stamp, out));
+      folder = text_of(world.index_name(sides.folder, step.name, step.stamp, out));
       return folder + out;
     case Kind::kRemoveFile:
       return text_of(world.remove_file(step.owner, step.name, step.type, step.stamp));
     case Kind::kCopyTo:
-      return text_of(world.copy_to_storage(stage.places.source + "\\a.kdb", step.owner, step.name,
+      return text_of(world.copy_to_storage(sides.places.source + "\\a.kdb", step.owner, step.name,
                                            step.type, step.flag, step.stamp));
     case Kind::kCopyFrom:
-      return text_of(world.copy_from_storage(stage.places.work + "\\out", step.owner, step.name,
+      return text_of(world.copy_from_storage(sides.places.work + "\\out", step.owner, step.name,
                                              step.type, step.stamp));
     default:
-      return text_of(world.copy_file_to_storage(stage.places.source, step.name, step.owner,
+      return text_of(world.copy_file_to_storage(sides.places.source, step.name, step.owner,
                                                 step.flag ? 1 : step.type));
   }
 }
 
-std::string keys_and_parts(const SequenceStep& step, World& world, Stage& stage) {
+std::string keys_and_parts(const SequenceStep& step, World& world, BothSides& sides) {
   Pairs pairs;
   std::string result;
   std::string out = "untouched";
@@ -292,10 +292,10 @@ std::string keys_and_parts(const SequenceStep& step, World& world, Stage& stage)
       result = std::to_string(world.load_profile(step.owner, step.name, pairs));
       return result + text_of(pairs);
     case Kind::kReadKeys:
-      result = std::to_string(world.read_keys_file(stage.folder, step.name, pairs, step.flag));
+      result = std::to_string(world.read_keys_file(sides.folder, step.name, pairs, step.flag));
       return result + text_of(pairs);
     case Kind::kWriteKeys:
-      return text_of(world.write_keys_file(stage.folder, step.name, step.bytes, step.flag));
+      return text_of(world.write_keys_file(sides.folder, step.name, step.bytes, step.flag));
     case Kind::kWritePart: {
       File file(world);
       world.open_write_part(file, step.owner, step.name, step.selector, part_of(step), step.stamp);
@@ -314,7 +314,7 @@ std::string keys_and_parts(const SequenceStep& step, World& world, Stage& stage)
   }
 }
 
-std::string lists(const SequenceStep& step, World& world, Stage& stage) {
+std::string lists(const SequenceStep& step, World& world, BothSides& sides) {
   std::vector<std::string> physical = {"before"};
   std::vector<std::string> logical;
   const std::vector<std::string> wanted = {step.name, "a.kdb"};
@@ -326,21 +326,21 @@ std::string lists(const SequenceStep& step, World& world, Stage& stage) {
       if (step.flag) world.remove_user("nobody");
       return "";
     case Kind::kAllFiles:
-      logical = world.all_files(stage.folder, physical);
+      logical = world.all_files(sides.folder, physical);
       return text_of(logical) + text_of(physical);
     case Kind::kDocuments:
-      if (!world.tree.is_folder(stage.folder)) {
+      if (!world.tree.is_folder(sides.folder)) {
         world.check_init();
         return "throws";
       }
-      logical = world.documents(stage.folder, physical, step.flag ? &wanted : nullptr);
+      logical = world.documents(sides.folder, physical, step.flag ? &wanted : nullptr);
       return text_of(logical) + text_of(physical);
     default:
-      return text_of(world.existing_files(stage.folder));
+      return text_of(world.existing_files(sides.folder));
   }
 }
 
-std::string index(const SequenceStep& step, World& world, Stage& stage) {
+std::string index(const SequenceStep& step, World& world, BothSides& sides) {
   static const World::Values which[] = {World::Values::kPhysical, World::Values::kLogical,
                                         World::Values::kCategories, World::Values::kDocuments};
   std::string out = "untouched";
@@ -349,31 +349,31 @@ std::string index(const SequenceStep& step, World& world, Stage& stage) {
   std::uint64_t counter = 77;
   switch (step.kind) {
     case Kind::kExists:
-      result = text_of(world.index_exists(stage.folder, step.name, step.stamp, out));
+      result = text_of(world.index_exists(sides.folder, step.name, step.stamp, out));
       return result + out;
     case Kind::kCreate:
-      return world.index_create(stage.folder, step.name, step.stamp);
+      return world.index_create(sides.folder, step.name, step.stamp);
     case Kind::kRemove:
-      world.index_remove(stage.folder, step.name, step.stamp);
+      world.index_remove(sides.folder, step.name, step.stamp);
       return "";
     case Kind::kRename:
-      world.index_rename(stage.folder, step.name, step.stamp, step.other_name, step.other_stamp);
+      world.index_rename(sides.folder, step.name, step.stamp, step.other_name, step.other_stamp);
       return "";
     case Kind::kLastVersion:
-      result = text_of(world.last_version(stage.folder, step.name, stamp));
+      result = text_of(world.last_version(sides.folder, step.name, stamp));
       return result + std::to_string(stamp);
     case Kind::kValues:
-      return text_of(pairs_of(world.values(stage.folder, which[step.way % 4])));
+      return text_of(pairs_of(world.values(sides.folder, which[step.way % 4])));
     case Kind::kPhysicalPath:
-      return world.physical_path(stage.folder, step.name);
+      return world.physical_path(sides.folder, step.name);
     case Kind::kUpdate:
       if (step.flag) world.check_init();
-      world.update_index(stage.folder);
+      world.update_index(sides.folder);
       return "";
     case Kind::kClean:
-      return clean(step, world, stage);
+      return clean(step, world, sides);
     case Kind::kCleanDirectories:
-      world.clean_directories(stage.folder, "00000001.kdb", step.flag ? &counter : nullptr);
+      world.clean_directories(sides.folder, "00000001.kdb", step.flag ? &counter : nullptr);
       return std::to_string(counter);
     default:
       world.migrate(step.owner);
@@ -381,14 +381,14 @@ std::string index(const SequenceStep& step, World& world, Stage& stage) {
   }
 }
 
-std::string process(const SequenceStep& step, World& world, const Stage& stage) {
+std::string process(const SequenceStep& step, World& world, const BothSides& sides) {
   switch (step.kind) {
     case Kind::kNewProcess: {
       world.forget();
       if (step.way == 0) return "";
-      std::string result = text_of(world.init_root(stage.places.work, step.flag, step.second_flag));
+      std::string result = text_of(world.init_root(sides.places.work, step.flag, step.second_flag));
       if (step.way == 1)
-        result += text_of(world.init_root(stage.places.source, !step.flag, !step.second_flag));
+        result += text_of(world.init_root(sides.places.source, !step.flag, !step.second_flag));
       return result;
     }
     case Kind::kSwitch:
@@ -402,18 +402,18 @@ std::string process(const SequenceStep& step, World& world, const Stage& stage) 
 
 }  // namespace
 
-std::string run_on_model(const SequenceStep& step, World& world, Stage& stage) {
+std::string run_on_model(const SequenceStep& step, World& world, BothSides& sides) {
   try {
     if (is_senseless(step)) return "";
-    if (step.kind <= Kind::kCopyFile) return document(step, world, stage);
-    if (step.kind <= Kind::kReadPart) return keys_and_parts(step, world, stage);
-    if (step.kind <= Kind::kExistingFiles) return lists(step, world, stage);
-    if (step.kind <= Kind::kMigrate) return index(step, world, stage);
-    if (step.kind == Kind::kHandle) return handle(step, world, stage);
-    if (step.kind == Kind::kPath) return ask_path(step, world, stage);
-    if (step.kind == Kind::kChangePath) return change_path(step, world, stage);
-    if (step.kind >= Kind::kNewProcess) return process(step, world, stage);
-    others(step, world, stage);
+    if (step.kind <= Kind::kCopyFile) return document(step, world, sides);
+    if (step.kind <= Kind::kReadPart) return keys_and_parts(step, world, sides);
+    if (step.kind <= Kind::kExistingFiles) return lists(step, world, sides);
+    if (step.kind <= Kind::kMigrate) return index(step, world, sides);
+    if (step.kind == Kind::kHandle) return handle(step, world, sides);
+    if (step.kind == Kind::kPath) return ask_path(step, world, sides);
+    if (step.kind == Kind::kChangePath) return change_path(step, world, sides);
+    if (step.kind >= Kind::kNewProcess) return process(step, world, sides);
+    others(step, world, sides);
     return "";
   } catch (const FileError& failed) {
     return "throws " + failed.text;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "lab/reliability/ground.h"
+#include "lab/reliability/machine.h"
 #include "lab/reliability/sequences.h"
 
 namespace reliability::ground {

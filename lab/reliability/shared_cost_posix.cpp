@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "lab/reliability/folder_state.h"
+#include "lab/reliability/index_reader.h"
 #include "lab/reliability/shared_posix.h"
 #include "platform/os/os.h"
 #include "stg_index.h"

@@ -11,9 +11,8 @@
 #include <vector>
 
 #include "lab/reliability/disk_model.h"
-#include "lab/reliability/folder_state.h"
+#include "lab/reliability/index_reader.h"
 #include "lab/reliability/machine.h"
-#include "lab/reliability/power_judge.h"
 #include "lab/reliability/power_work.h"
 #include "lab/reliability/reliability.h"
 #include "platform/os/os.h"
@@ -82,7 +81,7 @@ void save_by_cutting(const std::string& folder) {
   file.close();
 }
 
-enum class Victim : std::uint8_t { kLibrary, kPlanted };
+enum class Victim : std::uint8_t { kLibrary, kFaulty };
 
 class ShortWrites {
  public:
@@ -90,10 +89,10 @@ class ShortWrites {
 
   void run() {
     for (std::uint64_t round = 0; m_run.goes_on(); ++round) {
-      PowerScene scene = power_scene(round, m_run.random());
+      PowerScenario scenario = power_scene(round, m_run.random());
       // One of 10 MB would be a step of its own; mails are converted in several saves.
-      if (scene.is_large || scene.is_mail || scene.kind == IndexKind::kNone) continue;
-      one_operation(scene);
+      if (scenario.is_large || scenario.is_mail || scenario.kind == IndexKind::kNone) continue;
+      one_operation(scenario);
     }
     m_run.figure("operations", m_operations);
     m_run.figure("calls of their saves", m_targets);
@@ -105,30 +104,30 @@ class ShortWrites {
   std::string folder() const { return root() + "\\storage\\user\\owner"; }
   std::string bytes() const { return read_file(folder() + "\\index.dat"); }
 
-  void operate(const PowerScene& scene, std::uint64_t seed) {
-    if (m_victim == Victim::kPlanted) return save_by_cutting(folder());
+  void operate(const PowerScenario& scenario, std::uint64_t seed) {
+    if (m_victim == Victim::kFaulty) return save_by_cutting(folder());
     Random random(seed);
-    STGIndex::setSynchronizeMode(scene.synchronize);
+    STGIndex::setSynchronizeMode(scenario.synchronize);
     try {
-      PowerWork(root(), scene, random, m_base).operate();
+      PowerWork(root(), scenario, random, m_base).operate();
     } catch (const vu_file_except&) {
       // A failed operation may say so; what it leaves is judged.
     }
   }
 
-  void one_operation(const PowerScene& scene) {
+  void one_operation(const PowerScenario& scenario) {
     std::filesystem::remove_all(native(root()));
-    static_cast<void>(PowerWork(root(), scene, m_run.random()));
-    const initialised_storage storage(root(), true, scene.synchronize);
+    static_cast<void>(PowerWork(root(), scenario, m_run.random()));
+    const initialised_storage storage(root(), true, scenario.synchronize);
     m_base = tree_of(root());
     const std::uint64_t seed = m_run.random()();
     const IndexText before(bytes());
     std::vector<Target> targets;
     {
       const Calls calls;
-      operate(scene, seed);
+      operate(scenario, seed);
       // Where an operation saves twice, there are three texts.
-      if (calls.closes() == 1 || m_victim == Victim::kPlanted) targets = calls.take();
+      if (calls.closes() == 1 || m_victim == Victim::kFaulty) targets = calls.take();
     }
     const IndexText after(bytes());
     put_back();
@@ -140,10 +139,10 @@ class ShortWrites {
         for (const bool is_told : {true, false}) {
           if (target.call == Call::write) {
             for (const std::size_t taken : places_in(target.size)) {
-              disturb(scene, seed, {before, after, target, taken, times, is_told});
+              disturb(scenario, seed, {before, after, target, taken, times, is_told});
             }
           } else if (is_told) {
-            disturb(scene, seed, {before, after, target, 0, times, is_told});
+            disturb(scenario, seed, {before, after, target, 0, times, is_told});
           }
         }
       }
@@ -167,7 +166,7 @@ class ShortWrites {
     bool is_told;
   };
 
-  void disturb(const PowerScene& scene, std::uint64_t seed, const Disturbed& how) {
+  void disturb(const PowerScenario& scenario, std::uint64_t seed, const Disturbed& how) {
     if (!m_run.goes_on()) return;
     {
       const os::Status status = machine::status_of(machine::Trouble::kDiskFull);
@@ -176,7 +175,7 @@ class ShortWrites {
                                                         how.is_told ? status : os::Status(),
                                                         how.target.nth, how.times)
                              : os::faults::fail(how.target.call, status, how.target.nth, how.times);
-      operate(scene, seed);
+      operate(scenario, seed);
     }
     judge(how);
     m_run.counted(1);
@@ -242,9 +241,9 @@ REGISTER_SUITE(short_writes, "short-writes",
 
 void short_writes_noticed(Run& run) {
   Run inner(run.seed(), {2'000, std::chrono::seconds(0)});
-  ShortWrites(inner, Victim::kPlanted).run();
+  ShortWrites(inner, Victim::kFaulty).run();
   run.counted(inner.reached());
-  run.figure("faults that harmed a planted save", inner.failures());
+  run.figure("faults that harmed a faulty save", inner.failures());
   if (inner.failures() == 0) run.fail("a save that cuts first was not found");
 }
 REGISTER_SUITE(short_writes_noticed, "short-writes-noticed",

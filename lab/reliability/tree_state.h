@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/reliability/folder_state.h"
+#include "lab/reliability/index_reader.h"
 
 /// @file
 /// Everything below a folder, and what an operation that was disturbed may have made of it.

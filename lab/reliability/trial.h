@@ -7,10 +7,10 @@
 #include <string_view>
 #include <vector>
 
-#include "lab/reliability/allocations.h"
 #include "lab/reliability/operations.h"
 #include "lab/reliability/reliability.h"
 #include "lab/reliability/tree_state.h"
+#include "lab/reliability/work.h"
 #include "tests/support/os_faults.h"
 #include "tests/support/scratch.h"
 #include "vu_host.h"

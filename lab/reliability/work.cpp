@@ -1,6 +1,94 @@
 #include "lab/reliability/work.h"
 
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
 #include "platform/os/os.h"
+
+namespace reliability::allocations {
+namespace {
+
+struct State {
+  bool is_watched = false;
+  Shortage shortage = Shortage::kNone;
+  std::uint64_t nth = 0;
+  std::uint64_t count = 0;
+  std::uint64_t bytes = 0;
+  std::int64_t kept = 0;
+  bool has_struck = false;
+};
+
+thread_local State t_state;
+
+/// Whether memory is there for one allocation more.
+bool take_one() noexcept {
+  if (!t_state.is_watched) return true;
+  ++t_state.count;
+  const bool fails = (t_state.shortage == Shortage::kOnce && t_state.count == t_state.nth) ||
+                     (t_state.shortage == Shortage::kLasting && t_state.count >= t_state.nth);
+  if (fails) t_state.has_struck = true;
+  return !fails;
+}
+
+void* allocate(std::size_t size) noexcept {
+  if (!take_one()) return nullptr;
+  if (t_state.is_watched) t_state.bytes += size;
+  void* const memory = std::malloc(size == 0 ? 1 : size);
+  if (memory != nullptr && t_state.is_watched) ++t_state.kept;
+  return memory;
+}
+
+void give_back(void* memory) noexcept {
+  if (memory != nullptr && t_state.is_watched) --t_state.kept;
+  std::free(memory);
+}
+
+}  // namespace
+
+Watch::Watch(Shortage shortage, std::uint64_t nth) {
+  t_state = State{true, shortage, nth, 0, 0, 0, false};
+}
+Watch::~Watch() { t_state.is_watched = false; }
+
+void Watch::end_shortage() { t_state.shortage = Shortage::kNone; }
+std::uint64_t Watch::count() const { return t_state.count; }
+std::uint64_t Watch::bytes() const { return t_state.bytes; }
+std::int64_t Watch::kept() const { return t_state.kept; }
+bool Watch::has_struck() const { return t_state.has_struck; }
+
+}  // namespace reliability::allocations
+
+// All forms but those for types of a larger alignment, which nothing here has: what the C++ library
+// makes of the first one, a sanitizer's runtime may have of its own.
+void* operator new(std::size_t size) {
+  void* const memory = reliability::allocations::allocate(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+void* operator new[](std::size_t size) { return ::operator new(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return reliability::allocations::allocate(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return reliability::allocations::allocate(size);
+}
+void operator delete(void* memory) noexcept { reliability::allocations::give_back(memory); }
+void operator delete[](void* memory) noexcept { reliability::allocations::give_back(memory); }
+void operator delete(void* memory, std::size_t) noexcept {
+  reliability::allocations::give_back(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+  reliability::allocations::give_back(memory);
+}
+void operator delete(void* memory, const std::nothrow_t&) noexcept {
+  reliability::allocations::give_back(memory);
+}
+void operator delete[](void* memory, const std::nothrow_t&) noexcept {
+  reliability::allocations::give_back(memory);
+}
+
+// ------------------------------------------------------------------------------------------------
 
 #if defined(__linux__)
 #include <linux/perf_event.h>

@@ -38,7 +38,7 @@ set(rules
   "lab/model       = lab/model"
   "lab/fuzz        = lab/fuzz lab/model tests/support storage index file platform include"
   "lab/kit         = lab/kit tests/support include"
-  "lab/interleavings    = lab/interleavings client/admin lab/reliability/index_reader.h lab/reliability/folder_state.h tests/support platform/os include"
+  "lab/interleavings    = lab/interleavings client/admin lab/reliability/index_reader.h tests/support platform/os include"
   "lab/reliability = lab/reliability lab/interleavings lab/model tests/support platform/os include")
 
 # Folders that need not exist; of the others a missing one means that nothing was checked.
