@@ -8,7 +8,7 @@
 #include "lab/kit/suites.h"
 
 /// @file
-/// What is known of the machine that a report comes from. Nothing of it names a person.
+/// What the kit reports: the machine, of which nothing names a person, and two files with results.
 namespace kit {
 
 using Facts = std::vector<std::pair<std::string, std::string>>;

@@ -1,4 +1,4 @@
-// Handles that are copied, closed twice and opened again, thousands of times.
+// Handles that are copied, closed twice and opened again, and threads that work at once.
 
 #include <algorithm>
 #include <array>
@@ -316,8 +316,7 @@ REGISTER_SUITE(
     "8 threads write, read, rename, remove and list; folders of their own and one for all",
     "documents", 3200, Scratch::kMemory)
 
-// ---- the first initialisation
-// ---------------------------------------------------------------------
+// ---- the first initialisation -------------------------------------------------------------------
 
 /// Takes its time while the library asks it, which is in the middle of the initialisation: so that
 /// others come meanwhile.

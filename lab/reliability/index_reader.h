@@ -10,7 +10,8 @@
 
 /// @file
 /// What the bytes of an index.dat stand for, told a second time, from docs/formats.md alone: the
-/// suites judge with it what a kill, a full disk or the power has left.
+/// suites judge with it what a kill, a full disk or a power failure has left. And a storage folder
+/// as it lies on disk.
 namespace reliability {
 
 /// key -> stored name

@@ -1,4 +1,5 @@
-// The process that is killed: it carries out what it is told, one line at a time, and says when
+// Processes killed at random moments. First the process that is killed:
+// it carries out what it is told, one line at a time, and says when
 // each is over.
 
 #include "lab/reliability/kills.h"

@@ -2,8 +2,10 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include <psapi.h>
 #include <windows.h>
+
+// Needs the types of <windows.h>.
+#include <psapi.h>
 
 #include "lab/reliability/machine.h"
 #include "lab/reliability/reliability.h"

@@ -1,12 +1,13 @@
-// What the system does to single files and folders.
+// What the system does to single files and folders; and other ways to a folder: junctions, symbolic
+// links, substituted drives, shares.
 
-#include <winioctl.h>
 #include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include <windows.h>
+#include <winioctl.h>
 
 #include "lab/kit/kernel/kernel.h"
 #include "tests/support/process.h"

@@ -1,4 +1,5 @@
-// Locks: between handles, between processes, and after the end of whoever held one.
+// Locks: between handles, between processes, and after the end of whoever held one; and what may be
+// done with a file that somebody has open.
 
 #include <algorithm>
 #include <chrono>

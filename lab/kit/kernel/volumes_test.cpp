@@ -1,4 +1,4 @@
-// File systems other than the usual one, and a disk that is full.
+// File systems other than the usual one, a disk that is full, and short names.
 
 #include <cstdlib>
 #include <stdexcept>
