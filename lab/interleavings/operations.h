@@ -27,7 +27,7 @@ enum Effect : std::uint32_t {
   kConverts = 1U << 10U,   ///< the mails of the owner
   kCopies = 1U << 11U,     ///< into the document, without a lock that lasts
   kSaves = 1U << 12U,      ///< the index, whatever else it does
-  kClient = 1U << 13U,     ///< on ways of its own, see client_deeds.h
+  kClient = 1U << 13U,     ///< on ways of its own, see client_put and its kin
   kBegins = 1U << 14U,     ///< as the first one of a process: for processes only
 };
 
