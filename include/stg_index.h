@@ -20,7 +20,7 @@ VU_STORAGE_TYPES_BEGIN
 /// Order of calls: none. Programs call the public static operations and never create an object.
 /// Each operation loads the index of its folder and reads or changes it in memory. After a change
 /// it merges the index with the current text of "index.dat" and saves it before it returns. Unless
-/// the save fails (see Errors), the change is then on disk. No index, handle or lock outlives an
+/// the save fails (see Errors), the change is then on disk. No index, open file or lock outlives an
 /// operation. While an operation runs it holds a shared lock on an existing "index.dat"; for the
 /// save it takes an exclusive one.
 ///
@@ -42,7 +42,9 @@ VU_STORAGE_TYPES_BEGIN
 ///
 /// Crash safety: an operation that is interrupted by the end of its process or a power failure
 /// changes no other entry. Readers then find either the entries from before the operation or those
-/// from after it. docs/reliability.md lists the files that can remain, and who removes them.
+/// from after it. The next save completes an interrupted save and drops dangling entries. Orphans
+/// can remain: with synchronisation on the next operation that loads the index adopts them,
+/// otherwise cleanOutOfDateOutput() sweeps them. docs/reliability.md has the whole list.
 ///
 /// Blocking and threads: for the words see vu_file. "The index" is "index.dat"; its counter is the
 /// file "index". An operation that creates a missing "index.dat" or adopts orphans writes the
@@ -55,7 +57,7 @@ class VU_STORAGE_API STGIndex : public vu_file {
  public:
   /// A map of names, in byte-wise order.
   using NameMap = std::map<std::string, std::string>;
-  /// Ages in seconds, oldest first, each with the path of its entry.
+  /// Ages in seconds, oldest first, each with folder + `\` + key.
   using AgeMap = std::multimap<unsigned long, std::string, std::greater<unsigned long>>;
 
   /// Copies the loaded entries.
@@ -75,8 +77,8 @@ class VU_STORAGE_API STGIndex : public vu_file {
 
   // ---- operations ----------------------------------------------------------------------------
 
-  /// Checks whether a version exists. A file with exactly the logical name is every version of it,
-  /// whatever the timestamp. A missing "index.dat" is created (with synchronisation on, orphans are
+  /// Checks whether a version exists. A file that is named exactly like the logical name counts as
+  /// every version of it. A missing "index.dat" is created (with synchronisation on, orphans are
   /// adopted); an existing one is only read.
   /// @param folder the folder.
   /// @param logical the logical name.
@@ -87,10 +89,10 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @throws vu_file_except if it cannot be read.
   static bool exists(const std::string& folder, const std::string& logical, long ts,
                      std::string& physical);
-  /// Makes sure that a version exists; a new one gets an empty file. A file with exactly the
-  /// logical name is every version of it, also if the system cannot tell whether it exists. If a
-  /// clean sweeps the new file before the index names it, the save creates it again, with a
-  /// warning.
+  /// Makes sure that a version exists; a new one gets an empty file. A file that is named exactly
+  /// like the logical name counts as that version, also if the system cannot tell whether it
+  /// exists. If a clean sweeps the new file before the index names it, the save creates it again,
+  /// with a warning.
   /// @param folder the folder.
   /// @param logical the logical name.
   /// @param ts its timestamp.
@@ -158,7 +160,8 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @throws vu_file_except as create().
   /// @blocking{as create()}
   static std::string getPhysicalPath(const std::string& folder, const std::string& logical);
-  /// Writes "index.dat", or creates it, from the current files of the folder.
+  /// Saves the index, or creates it, even if no entry changes: dangling entries are dropped and,
+  /// with synchronisation on, orphans are adopted.
   /// @param folder the folder.
   /// @blocking{for readers and writers of the index}
   static void updateIndexFile(const std::string& folder);

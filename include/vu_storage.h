@@ -48,15 +48,15 @@ VU_STORAGE_TYPES_BEGIN
 /// not prove the save.
 ///
 /// Crash safety: a document or key file is emptied and then written. An interruption leaves it
-/// empty or cut short, and the old bytes are lost. vu_put() in vu/storage.h is atomic. What else
-/// remains, and who removes it: docs/reliability.md.
+/// empty or cut short, and the old bytes are lost. vu_put() in vu/storage.h is atomic. STGIndex
+/// says what else can remain, and who removes it.
 ///
 /// Returned paths have backslashes, on Linux too ("/srv/data\storage\docs"). All operations of the
 /// library accept them; for other libraries convert them (docs/host-guide.md).
 ///
 /// Blocking and threads: for the words see vu_file. "The index" is that of the document's folder
-/// (STGIndex). While one thread initialises the storage all other operations wait; "no" does not
-/// mention that.
+/// (STGIndex). While one thread initialises the storage, all other operations wait, also those with
+/// "no".
 ///
 /// @all_blocking{no}
 /// @all_threads{any, each with its own handle; one at a time on one handle}
@@ -93,7 +93,8 @@ class VU_STORAGE_API vu_storage {
   static bool initRootStorage(const std::string& root, bool useDomain, bool synchronize);
 
   /// @return the folder "storage". The reference is valid until the process ends. The string never
-  /// changes, except that of getTdcTimeStamp(). Both hold for all getters.
+  /// changes. Both apply to all getters, except that setTdcTimeStamp() changes that of
+  /// getTdcTimeStamp().
   /// @throws those of the initialisation (see the class), as all getters.
   static const std::string& getStoragePath();
   /// @return the folder of the corporate area.
@@ -122,7 +123,7 @@ class VU_STORAGE_API vu_storage {
   /// @param dir receives the folder, without a trailing separator.
   /// @param create whether a missing folder of the owner and a missing hash bucket are created.
   /// @return false if a folder is missing and @p create is false, or after an exception, which is
-  /// traced. With @p create true also if a folder could not be created, which is traced.
+  /// traced. True otherwise, also if a folder could not be created, which is traced.
   /// @throws those of the initialisation (see the class), and std::bad_alloc while the area folder
   /// is checked or created.
   static bool createUserOrDomainNameDirectory(const std::string& userOrDomain,
@@ -136,9 +137,10 @@ class VU_STORAGE_API vu_storage {
   // ---- documents -----------------------------------------------------------------------------
 
   /// Opens a document for reading. Which version it serves depends on the area:
-  /// - Corporate documents with the extension "kdf": the version @p timestamp.
-  /// - Other corporate documents: the version 0, if its file is at least as new as @p timestamp.
-  /// - Mail and user documents: the version 0, whatever its age.
+  /// - Corporate documents with the extension "kdf": the version with exactly @p timestamp.
+  /// - Other corporate documents: the version with timestamp 0, if its file was modified at the
+  ///   time @p timestamp or later.
+  /// - Mail and user documents: the version with timestamp 0, whatever its age.
   ///
   /// No exception leaves it.
   /// @param file receives the open handle; closed if there is nothing to serve (check
@@ -314,7 +316,7 @@ class VU_STORAGE_API vu_storage {
   // ---- profiles ------------------------------------------------------------------------------
 
   /// Saves a profile: a user's as a key file in the user area, the master profile as a file in the
-  /// configuration folder. The old content is emptied first.
+  /// configuration folder. The file is emptied first.
   /// @param userOrDomain the owner, or empty for the master profile.
   /// @param fileName empty for "profile.txt".
   /// @param seq the lines.

@@ -436,8 +436,8 @@ enum {
  *
  * VU_READ_SERVED follows the rules of vu_storage::OpenRead():
  * - VU_AREA_DOCS with the extension "kdf": exactly the named version.
- * - Other documents of VU_AREA_DOCS: version 0, if its file is at least as new as the time
- *   `document->version`; otherwise VU_OUTDATED.
+ * - Other documents of VU_AREA_DOCS: version 0, if its file was modified at the time
+ *   `document->version` or later; otherwise VU_OUTDATED.
  * - All others: version 0, whatever its age.
  *
  * A stream that writes is not atomic: other programs wait for it, an interruption leaves the bytes
@@ -456,7 +456,7 @@ VU_C_API vu_status vu_open(vu_store* store, const vu_document* document, int32_t
                            vu_stream** stream);
 
 /**
- * Opens a part of a document of VU_AREA_DOCS, for example a page of its rendition.
+ * Opens a part (a sub-part of the glossary) of a document of VU_AREA_DOCS, for example one page.
  *
  * Reading opens a part that is up to date. A newer preload copy (vu_storage::OpenReadSubPart()) is
  * first copied over the part. VU_OUTDATED asks the caller to generate the part and write it.
