@@ -22,7 +22,8 @@ component_factory::~component_factory() = default;
 namespace host {
 namespace {
 
-/// The value of an environment variable in place of the system's answer, when it is set and a text.
+/// The value of an environment variable, if it is set and a valid text, replaces the system's
+/// answer.
 bool from_environment(const char* variable, ucs2string& folder) {
   ucs2string value;
   if (!os::environment(variable, value).ok() || value.empty()) return false;

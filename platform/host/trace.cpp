@@ -22,7 +22,7 @@ Listener*& listener_place() noexcept { return t_listener; }
 void deliver(const vu_host::trace_site& site, vu_host::trace_event event, const std::string& text) {
   if (event != vu_host::trace_event::success && t_listener != nullptr) {
     t_listener->hear(event, text);
-    // The listener may be all that wanted the text.
+    // Perhaps only the listener wanted the text.
     if (!host_wants(event)) return;
   }
   if (vu_host::trace_sink* const s = sink()) s->event(site, event, text);

@@ -9,36 +9,36 @@
 #include "vu_host.h"
 
 /// @file
-/// Tracing as the library's own code writes it.
+/// Tracing by the library's own code.
 ///
-/// An operation opens its scope with VU_TRACE_SCOPE, and says what it decides with the record
-/// macros, each one statement with its pieces in order:
+/// An operation opens its scope with VU_TRACE_SCOPE and traces its decisions with the record
+/// macros. Each of them is one statement with its pieces in order:
 ///
 ///     VU_TRACE_SCOPE(kSource, vu_host::trace_level::m, "vu_storage::OpenWrite: ", owner, entry);
 ///     VU_WARNING("vu_file::size : '", path, "' not exists");
 ///
-/// With no sink installed a scope and a record cost one load and one branch each. No macro
-/// evaluates its pieces unless the sink wants the text, and none throws: a text that cannot be
-/// built for want of memory is dropped.
+/// Without a sink, a scope and a record cost one load and one branch each. A macro evaluates its
+/// pieces only if the sink wants the text. No macro throws: a text for which there is no memory is
+/// dropped.
 namespace trace {
 
-// Keeps what is done for a listener out of the operations that have none.
+// Keeps the code that builds a text out of the operations that trace nothing.
 #if defined(__GNUC__)
 #define VU_TRACE_COLD [[gnu::noinline, gnu::cold]]
 #else
 #define VU_TRACE_COLD
 #endif
 
-/// The host's sink, or null. Written by vu_host::install() alone.
+/// The host's sink, or null. Only vu_host::install() writes it.
 extern std::atomic<vu_host::trace_sink*> g_sink;
 
 inline vu_host::trace_sink* sink() { return g_sink.load(std::memory_order_acquire); }
 
-/// Hears the warnings and errors of one thread, beside the host's sink and whatever that wants.
+/// Receives the warnings and errors of one thread, in addition to the host's sink.
 class Listener {
  public:
   virtual void hear(vu_host::trace_event event, std::string_view text) noexcept = 0;
-  /// The system's code and the file of the failure that is told next or has just been told.
+  /// The system's code and the file of a failure whose record comes next or has just come.
   virtual void hear_failure(std::string_view path, std::int32_t code) noexcept = 0;
 
  protected:
@@ -47,7 +47,7 @@ class Listener {
 
 /// The calling thread's listener, or null.
 Listener* listener() noexcept;
-/// Where that stands, for whoever comes often: the place stays as long as the thread.
+/// Where that pointer is, for callers that need it often: the place is valid as long as the thread.
 Listener*& listener_place() noexcept;
 
 inline bool wanted(vu_host::trace_level level) {
@@ -71,13 +71,13 @@ void deliver(const vu_host::trace_site& site, vu_host::trace_level level, const 
 void deliver(const vu_host::trace_site& site, vu_host::trace_event event, const std::string& text);
 void deliver_message(const vu_host::trace_site& site, const std::string& text);
 
-/// Where a scope stands in the code; a constant of the operation.
+/// The place of a scope in the code; a constant of the operation.
 struct ScopeSite {
   vu_host::trace_site site;
   vu_host::trace_level level;
 };
 
-/// The scope of one operation; lives on the operation's stack frame.
+/// The scope of one operation, on the stack frame of that operation.
 class Scope {
  public:
   /// @param where must outlive the scope.
@@ -94,7 +94,7 @@ class Scope {
       begin_wanted(pieces...);
   }
 
-  /// The operation's site, at another line of it.
+  /// The operation's site, with another line.
   vu_host::trace_site at(int line) const {
     return {m_where.site.source, line, m_where.site.signature};
   }
@@ -107,7 +107,7 @@ class Scope {
       (append(label, pieces), ...);
       begin_with(label);
     } catch (...) {
-      // The label could not be built: the operation goes on without its scope.
+      // The label could not be built: the operation continues without its scope.
     }
   }
   void begin_with(const std::string& label) noexcept;
@@ -147,15 +147,15 @@ void emit_message(const vu_host::trace_site& site, const Pieces&... pieces) noex
 #define VU_SIGNATURE __PRETTY_FUNCTION__
 #endif
 
-/// Opens the operation's scope at a level, with the pieces of its label (none for no label). First
-/// statement of an operation. The scope is the object vu_trace_scope, which the operation may hand
-/// on to what works for it.
+/// Opens the operation's scope at a level, with the pieces of its label (none for no label). It is
+/// the first statement of an operation. The scope is the object vu_trace_scope, which the operation
+/// can pass to its helpers.
 #define VU_TRACE_SCOPE(source, level, ...)                                                      \
   static constexpr trace::ScopeSite vu_trace_site{{(source), __LINE__, VU_SIGNATURE}, (level)}; \
   trace::Scope vu_trace_scope(vu_trace_site);                                                   \
   vu_trace_scope.begin(__VA_ARGS__)
 
-/// A record at a level, or an event, of a scope that is at hand under any name.
+/// A record at a level, or an event, in the given scope.
 #define VU_RECORD_IN(scope, kind, ...)                        \
   do {                                                        \
     if (trace::wanted(kind)) [[unlikely]]                     \
@@ -165,7 +165,7 @@ void emit_message(const vu_host::trace_site& site, const Pieces&... pieces) noex
 #define VU_WARNING_IN(scope, ...) VU_RECORD_IN(scope, vu_host::trace_event::warning, __VA_ARGS__)
 #define VU_ERROR_IN(scope, ...) VU_RECORD_IN(scope, vu_host::trace_event::error, __VA_ARGS__)
 
-/// The same of the scope that this operation has opened.
+/// The same in the scope that this operation has opened.
 #define VU_RECORD(kind, ...) VU_RECORD_IN(vu_trace_scope, kind, __VA_ARGS__)
 
 #define VU_TRACE_XS(...) VU_RECORD(vu_host::trace_level::xs, __VA_ARGS__)

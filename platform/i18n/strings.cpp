@@ -8,7 +8,7 @@
 
 namespace {
 
-/// The texts are taken by value: either may be the text that changes.
+/// The texts are passed by value: either may be the text that changes.
 template <class Text>
 void replace_all(Text& text, Text what, Text by) {
   if (what.empty()) return;
@@ -17,8 +17,8 @@ void replace_all(Text& text, Text what, Text by) {
   }
 }
 
-/// Takes over the leading ASCII characters of a text, which are the same in both forms, and returns
-/// where the others begin. Nearly all texts have no others.
+/// Copies the leading ASCII characters of a text, which are the same in both forms, and returns
+/// where the others begin. Nearly all texts are ASCII only.
 template <class From, class To>
 typename From::const_iterator assign_ascii(const From& from, To& to) {
   const auto is_other = [](auto unit) {

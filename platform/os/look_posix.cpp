@@ -21,7 +21,7 @@
 #include "platform/os/look.h"
 #include "platform/os/posix_calls.h"
 
-// "::" in front marks the system's own functions.
+// "::" marks the functions of the system.
 namespace os::look {
 
 using posix::Descriptor;
@@ -32,7 +32,7 @@ namespace {
 
 constexpr int kLook = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
 
-/// Opens without moving the access time where that is allowed: to the owner and the superuser.
+/// Opens without changing the access time if that is allowed: only to the owner and the superuser.
 Descriptor open_quietly(int folder, const char* name, int flags) {
   int number = ::openat(folder, name, kLook | flags | O_NOATIME);
   if (number < 0 && errno == EPERM) number = ::openat(folder, name, kLook | flags);
@@ -80,7 +80,7 @@ std::string read_link(const std::string& path) {
   return length > 0 ? std::string(text.data(), static_cast<std::size_t>(length)) : std::string();
 }
 
-/// The lock that one open file of a process holds, out of its fdinfo text:
+/// Reads the lock of one open file of a process from its fdinfo text:
 /// "lock:  1: OFDLCK  ADVISORY  WRITE 4242 08:01:1234 0 EOF".
 bool parse_lock(const std::string& text, HeldLock& lock) {
   const std::size_t at = text.find("lock:");
@@ -107,11 +107,11 @@ bool is_number(std::string_view text) {
   return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-/// Whether a process is on its way out, or gone: it gives its locks back by itself. The system
-/// shows the files of such a one to the superuser alone, whoever's it was.
+/// Whether a process is ending or gone: its locks end without help. The system shows the files of
+/// such a process only to the superuser, whoever owned it.
 bool is_ending(const std::string& process) {
   const std::string stat = whole_text("/proc/" + process + "/stat");
-  // "42 (its name) Z 1 ...": the sixth number behind the state is the flags, with PF_EXITING.
+  // "42 (its name) Z 1 ...": the sixth number after the state contains the flags, with PF_EXITING.
   const std::size_t name_end = stat.rfind(')');
   if (name_end == std::string::npos) return true;
   constexpr unsigned long kExiting = 0x4;
@@ -122,7 +122,7 @@ bool is_ending(const std::string& process) {
   return fields >> flags && (flags & kExiting) != 0;
 }
 
-/// The locks of one process. False when the system does not let us look.
+/// The locks of one process. False if the system does not allow access.
 bool locks_of_process(const std::string& process, const std::string& prefix,
                       std::vector<HeldLock>& locks) {
   const std::string base = "/proc/" + process;
@@ -146,7 +146,7 @@ bool locks_of_process(const std::string& process, const std::string& prefix,
 
 // ---- file systems ------------------------------------------------------------------------------
 
-/// "\040" for a blank, as the list of mounts has it.
+/// Decodes escapes in the list of mounts, such as "\040" for a blank.
 std::string unescape_mount(std::string_view text) {
   std::string result;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -161,7 +161,7 @@ std::string unescape_mount(std::string_view text) {
   return result;
 }
 
-/// The type of the file system mounted nearest above a path; of two on one place the later covers.
+/// The type of the file system mounted nearest above a path; of two at one place, the later one.
 std::string mounted_type(const std::string& path) {
   std::ifstream mounts("/proc/self/mounts");
   std::string device;
@@ -292,7 +292,7 @@ Status probe_writable(const std::string& path) {
   struct ::stat found {};
   if (::stat(path.c_str(), &found) != 0) return fail(errno);
   const bool is_folder = S_ISDIR(found.st_mode);
-  // Required: also the superuser's programs leave a read-only file alone.
+  // Required: even the superuser's programs leave a read-only file alone.
   if (!is_folder && !(found.st_mode & S_IWUSR)) return fail(EACCES);
   const int asked = is_folder ? W_OK | X_OK : R_OK | W_OK;
   return result_of(::faccessat(AT_FDCWD, path.c_str(), asked, AT_EACCESS));
@@ -328,7 +328,7 @@ Status flush_files(const std::vector<std::string>& files, const std::vector<std:
   for (const std::string& path : folders) {
     const Descriptor folder(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_DIRECTORY));
     if (!folder.valid()) return fail(errno);
-    // Some file systems refuse that; then it is no matter of its own.
+    // Some file systems refuse this: names need no flush there.
     if (::fsync(folder.get()) != 0 && errno != EINVAL && errno != ENOTSUP) return fail(errno);
   }
   return {};
@@ -358,7 +358,7 @@ FileSystem file_system_of(const std::string& path) {
   result.is_network = is_network_type(result.type);
   struct ::statfs found {};
   if (::statfs(path.c_str(), &found) != 0) return result;
-  constexpr long kReadOnlyFlag = 1;  // ST_RDONLY, as statfs() gives it
+  constexpr long kReadOnlyFlag = 1;  // ST_RDONLY, as statfs() returns it
   result.is_read_only = (static_cast<long>(found.f_flags) & kReadOnlyFlag) != 0;
   const auto block = static_cast<std::uint64_t>(found.f_bsize);
   result.total_bytes = static_cast<std::uint64_t>(found.f_blocks) * block;
@@ -373,7 +373,7 @@ std::string system_name() {
 }
 
 std::string narrow_encoding() {
-  // Asked of a locale of our own: the program's may be "C", whatever the user's is.
+  // From a new locale: that of the program may be "C", whatever the user has set.
   const ::locale_t locale = ::newlocale(LC_CTYPE_MASK, "", nullptr);
   if (locale == nullptr) return "bytes";
   std::string result = ::nl_langinfo_l(CODESET, locale);

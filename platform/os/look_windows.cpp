@@ -1,6 +1,6 @@
 #include "platform/os/look.h"
 
-// As in os_windows.cpp: it turns many names into macros.
+// As in os_windows.cpp: this header turns many names into macros.
 #include <windows.h>
 
 #include <algorithm>
@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::size_t kClassicLimit = 240;
 
-/// A long absolute path in the form that has no classic limit.
+/// A long absolute path in the form without the classic limit.
 std::string reachable(const std::string& path) {
   if (path.size() < kClassicLimit || path.starts_with(R"(\\)") || path.find(':') != 1) return path;
   std::string result = R"(\\?\)" + path;
@@ -36,7 +36,7 @@ Kind kind_of(DWORD attributes) {
   return attributes & FILE_ATTRIBUTE_DEVICE ? Kind::kOther : Kind::kFile;
 }
 
-/// Of a directory's record as of a file's own: both have these fields.
+/// For the record of a directory and that of a file: both have these fields.
 template <class Record>
 Info info_from(const Record& record) {
   Info info;
@@ -179,7 +179,7 @@ Status probe_writable(const std::string& path) {
   const DWORD attributes = ::GetFileAttributesA(name.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) return fail(::GetLastError());
   const bool is_folder = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-  // Of a folder the attribute says nothing.
+  // For a folder the attribute has no meaning.
   if (!is_folder && (attributes & FILE_ATTRIBUTE_READONLY) != 0) return fail(ERROR_ACCESS_DENIED);
   const DWORD asked = is_folder ? FILE_ADD_FILE | FILE_DELETE_CHILD : FILE_WRITE_DATA;
   const HANDLE handle =
@@ -190,7 +190,7 @@ Status probe_writable(const std::string& path) {
   return {};
 }
 
-// A new file has its owner and its permissions from the folder, as the other one had.
+// A new file inherits its owner and its permissions from the folder, as the other file did.
 Status take_over_owner(const std::string&, const std::string&) { return {}; }
 
 Status replace_file(const std::string& from, const std::string& to) {
@@ -202,7 +202,7 @@ Status replace_file(const std::string& from, const std::string& to) {
 // Only administrators may flush a volume.
 Status flush_file_system(const std::string&) { return {0, Failure::kOther}; }
 
-// NTFS keeps a journal of names.
+// NTFS keeps a journal of names, so they need no flush.
 Status flush_files(const std::vector<std::string>& files, const std::vector<std::string>&) {
   for (const std::string& path : files) {
     if (const Status flushed = os::flush_file(path); !flushed.ok()) return flushed;
@@ -212,8 +212,8 @@ Status flush_files(const std::vector<std::string>& files, const std::vector<std:
 
 // ---- the system --------------------------------------------------------------------------------
 
-// Windows tells which programs have a file open, not who holds a lock on it, and only when asked
-// about each file: the answer would name readers and writers alike.
+// Windows reports which programs have a file open, not which one has a lock on it, and only for one
+// file at a time. The result would mix readers and writers.
 Knowledge find_locks(const std::string&, std::vector<HeldLock>&) { return Knowledge::kNone; }
 
 FileSystem file_system_of(const std::string& path) {
@@ -240,7 +240,7 @@ FileSystem file_system_of(const std::string& path) {
 std::string system_name() {
   std::array<wchar_t, 64> build{};
   DWORD size = sizeof build;
-  // GetVersion() answers by the program's manifest; the registry by the system.
+  // GetVersion() depends on the program's manifest, the registry on the system alone.
   const LSTATUS asked =
       RegGetValueW(HKEY_LOCAL_MACHINE, LR"(SOFTWARE\Microsoft\Windows NT\CurrentVersion)",
                    L"CurrentBuildNumber", RRF_RT_REG_SZ, nullptr, build.data(), &size);

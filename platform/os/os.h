@@ -15,28 +15,28 @@
 /// @file
 /// The seam between the library and the operating system.
 ///
-/// Values go in, values come out: nothing here throws (but for memory running out), traces, retries
-/// or decides. Reads and writes are the one exception to "asked once": they go on after an
-/// interruption or a short transfer until the count, the end of the file or an error is reached.
-/// os_windows.cpp and os_posix.cpp each hold one system whole. The Windows side is the reference;
-/// what the POSIX side does to give equal results is told in docs/porting.md.
+/// Values go in, values come out. Nothing here traces, retries or decides, and the only exception
+/// is std::bad_alloc. Only reads and writes may take several system calls: they continue after an
+/// interruption or a short transfer, until the count, the end of the file or an error is reached.
+/// os_windows.cpp and os_posix.cpp each contain one system completely. The Windows side is the
+/// reference; docs/porting.md describes what the POSIX side does for equal results.
 ///
-/// Text conventions of both sides: paths arrive with "\" or "/" as separators, maybe with the
-/// prefix "\\?\".
+/// Both sides accept "\" and "/" as separators in a path, and the prefix "\\?\".
 namespace os {
 
-/// Why a call failed, as far as anybody above the seam asks.
+/// Why a call failed, as far as callers need to know.
 enum class Failure : std::uint8_t {
   kNone,           ///< it succeeded
   kNotFound,       ///< the path, or a folder on the way to it, does not exist (or is a plain file)
-  kAlreadyExists,  ///< the name to be made is taken
-  kLocked,         ///< another handle holds a conflicting lock
-  kNoName,  ///< no file can bear such a name here (too long, a character that is not allowed)
-  kOther,   ///< anything else; after a question: the system could not tell
+  kAlreadyExists,  ///< the new name is taken
+  kLocked,         ///< another handle has a conflicting lock
+  kNoName,  ///< no file can have such a name here (too long, a character that is not allowed)
+  kOther,   ///< anything else; after a query: the system could not tell
 };
 
-/// The outcome of a call: success, or the system's own error code (a Windows error number there, an
-/// errno value on POSIX systems and where a C runtime function is called) with its meaning.
+/// The result of a call: success, or the system's error code with its meaning. The code is a
+/// Windows error number. On POSIX systems, and after a call of a C runtime function, it is an errno
+/// value.
 class [[nodiscard]] Status {
  public:
   constexpr Status() = default;
@@ -51,18 +51,18 @@ class [[nodiscard]] Status {
   Failure m_failure = Failure::kNone;
 };
 
-/// An open file. On Windows it is the system's handle (whose upper half is only sign extension), on
-/// POSIX systems a tagged number (slot and generation) that never equals a descriptor's and fails
-/// once closed, even when the descriptor behind it has been given to another file.
+/// An open file. On Windows it is the system's handle, whose upper half is only sign extension. On
+/// POSIX systems it is a tagged number (slot and generation), which never equals a descriptor. A
+/// closed handle fails, even if another file has its descriptor now.
 using Handle = std::int32_t;
 inline constexpr Handle kNoHandle = -1;
 
-/// A path on its way to the system. It borrows the string it is made from, and knows whether that
-/// is narrow (the process's ANSI code page on Windows, bytes on POSIX systems) or wide (UTF-16).
+/// A path on its way to the system. It borrows its string, which is narrow (the process's ANSI code
+/// page on Windows, bytes on POSIX systems) or wide (UTF-16).
 class Path {
  public:
   // Implicit, so that a call takes either text as it is. NOLINTBEGIN(google-explicit-constructor)
-  // A name with a NUL in it is no name, and not what stands before the NUL: nothing is found.
+  // A name with a NUL in it is not a name, and must not be cut at the NUL: nothing is found.
   Path(const std::string& narrow)
       : m_narrow(narrow.find('\0') == std::string::npos ? narrow.c_str() : "") {}
   Path(const ucs2string& wide)
@@ -75,9 +75,9 @@ class Path {
   /// Null for a narrow path.
   const char16_t* wide() const { return m_wide; }
 
-  /// The same path, of which only the last component is looked up, in a folder that open_folder()
-  /// has opened; a path that ends in a separator is that folder itself. For list(), stat(),
-  /// open_folder(), remove_file() and remove_directory() alone. kNoHandle changes nothing.
+  /// The same path, but only its last component is looked up, in a folder that open_folder() has
+  /// opened. A path that ends in a separator is that folder itself. Only for list(), stat(),
+  /// open_folder(), remove_file() and remove_directory(). kNoHandle changes nothing.
   Path in(Handle folder) const {
     Path path = *this;
     path.m_folder = folder;
@@ -93,20 +93,20 @@ class Path {
 
 enum class Access : std::uint8_t {
   kReadExisting,     ///< read; the file must exist
-  kReadWriteCreate,  ///< read and write; the file is made when missing, never cut
+  kReadWriteCreate,  ///< read and write; a missing file is created, an existing one never cut
 };
 
 /// Flags of a lock request.
 inline constexpr std::uint32_t kLockFailAtOnce = 1;
 inline constexpr std::uint32_t kLockExclusive = 2;
 
-/// The system part of a lock record: zeroed, sized and aligned for the Windows overlapped record.
+/// The system part of a lock record: zeroed, with the size and alignment of the Windows record.
 inline constexpr std::size_t kLockRegionSize = 32;
 inline constexpr std::size_t kLockRegionAlign = 8;
 
-/// One request for a lock over a range that begins where `region` says (0 when zeroed).
+/// A request for a lock on a range that begins where `region` says (0 if zeroed).
 struct LockRequest {
-  /// kLockExclusive, else shared; kLockFailAtOnce, else wait without limit.
+  /// kLockExclusive, otherwise shared; kLockFailAtOnce, otherwise wait without limit.
   std::uint32_t flags = 0;
   std::uint32_t reserved = 0;
   std::uint32_t length_low = 0;
@@ -117,10 +117,10 @@ struct LockRequest {
 enum class EntryKind : std::uint8_t {
   kFile,
   kFolder,
-  kUnknown,  ///< the listing does not say (a link, say): ask stat()
+  kUnknown,  ///< the listing does not say (for example for a link): call stat()
 };
 
-/// One name of a listing: narrow for a narrow folder, UTF-8 for a wide one.
+/// One name of a listing: narrow if the folder's path is narrow, UTF-8 if it is wide.
 struct Entry {
   std::string_view name;
   EntryKind kind = EntryKind::kUnknown;
@@ -128,7 +128,7 @@ struct Entry {
   bool operator==(const Entry&) const = default;
 };
 
-/// The entries of a folder in the system's order. All names lie in one piece of memory.
+/// The entries of a folder in the system's order. All names are in one piece of memory.
 class Listing {
  public:
   class Iterator {
@@ -148,9 +148,10 @@ class Listing {
 
   std::size_t size() const { return m_bounds.size(); }
   bool empty() const { return m_bounds.empty(); }
-  /// The names, one behind the other.
+  /// The names, one after the other.
   std::string_view text() const { return {m_names.get(), m_used}; }
-  /// Whether a name ends in what a search on Windows drops. (Also when that one was cut off since.)
+  /// Whether a name ends in a dot or blank, which a search on Windows drops. Stays true after
+  /// cut().
   bool has_dot_or_blank_at_an_end() const { return m_has_dot_or_blank_at_an_end; }
   /// The name is valid until the listing changes.
   Entry operator[](std::size_t entry) const {
@@ -160,14 +161,14 @@ class Listing {
   Iterator begin() const { return {*this, 0}; }
   Iterator end() const { return {*this, size()}; }
 
-  /// @p name is not empty.
+  /// @param name not empty.
   void append(std::string_view name, EntryKind kind) {
     begin_name(name, kind);
     std::copy(name.begin(), name.end(), m_names.get() + m_used);
     m_used += name.size();
   }
-  /// The same for a name behind which kPiece bytes may be read, whatever they are. A copy of a
-  /// fixed size, which is all that most names need, costs a fraction of one of any size.
+  /// The same for a name after which kPiece bytes are readable, whatever they are. A copy of a
+  /// fixed size is enough for most names, and costs a fraction of a copy of any size.
   [[gnu::always_inline]] void append_readable(std::string_view name, EntryKind kind) {
     begin_name(name, kind);
     char* const to = m_names.get() + m_used;
@@ -176,12 +177,12 @@ class Listing {
     m_used += name.size();
   }
   static constexpr std::size_t kPiece = 32;
-  /// So many more are likely to come.
+  /// Reserves memory: so many more names are likely to follow.
   void expect(std::size_t more) {
     if (m_bounds.capacity() - m_bounds.size() < more)
       m_bounds.reserve(std::max(m_bounds.size() + more, kGrowth * m_bounds.capacity()));
   }
-  /// Drops all entries but the first ones.
+  /// Removes all entries except the first @p size ones.
   void cut(std::size_t size) {
     if (size >= m_bounds.size()) return;
     m_used = m_bounds[size].begin;
@@ -189,10 +190,10 @@ class Listing {
   }
 
  private:
-  /// What is not used is not touched, so it takes no memory.
+  /// Large, because reserved memory that is not touched costs nothing.
   static constexpr std::size_t kGrowth = 4;
 
-  /// Where a name stands among the others.
+  /// The place of a name in m_names.
   struct Bounds {
     std::size_t begin = 0;
     std::uint32_t length = 0;
@@ -207,7 +208,7 @@ class Listing {
   [[gnu::noinline]] void make_room(std::size_t size) {
     constexpr std::size_t kLeast = 1024;
     const std::size_t room = std::max({kLeast, kGrowth * m_room, m_used + size});
-    // Nobody clears what is written anyway.
+    // new char[] does not clear memory that is overwritten anyway.
     std::unique_ptr<char[]> names(new char[room]);
     std::copy_n(m_names.get(), m_used, names.get());
     m_names = std::move(names);
@@ -221,7 +222,7 @@ class Listing {
   bool m_has_dot_or_blank_at_an_end = false;
 };
 
-/// Times in seconds since 1970-01-01 UTC, size in bytes (of a folder 0).
+/// Times in seconds since 1970-01-01 UTC, size in bytes (0 for a folder).
 struct FileStat {
   std::int64_t access_time = 0;
   std::int64_t modify_time = 0;
@@ -230,125 +231,122 @@ struct FileStat {
 };
 
 enum class Links : std::uint8_t {
-  kFollow,  ///< describe what the link leads to
-  kKeep,    ///< a link to a folder counts as a plain file (used where things are removed)
+  kFollow,  ///< describe the target of a link
+  kKeep,    ///< treat a link to a folder as a plain file (for removals)
 };
 
 enum class IfExists : std::uint8_t { kReplace, kFail };
 
-/// Whether a copy bears the modification time of its source.
+/// Whether a copy has the modification time of its source.
 enum class CopiedTime : std::uint8_t {
   kKept,
-  kRefused,  ///< the target belongs to another account; it is dated by the copy itself
+  kRefused,  ///< the target belongs to another account: its time is that of the copy
 };
 
-/// The functions as the system gives them. Everybody calls them as os::open() and so on. A layer
-/// with functions of the same names may stand in between: its own os.h is found first, defines
-/// VU_OS_LAYER and includes this one.
+/// The functions of the system. Callers use them as os::open() and so on. A layer with functions of
+/// the same names can be put in between: its own os.h is found first, defines VU_OS_LAYER and
+/// includes this one.
 namespace sys {
 
 // ---- files -----------------------------------------------------------------------------------
 
-/// Opens or makes a file, shared with readers, writers and removers alike. A folder cannot be
-/// opened, and a read-only file not for writing, whoever asks. @p handle is kNoHandle on failure.
+/// Opens or creates a file, shared with readers, writers and removers. No user can open a folder,
+/// or a read-only file for writing. @p handle is kNoHandle on failure.
 Status open(Path path, Access access, Handle& handle);
-/// Closes the handle, which gives up its lock; never repeated. A handle that was closed before
-/// fails.
+/// Closes the handle and releases its lock; never repeated. Fails for a handle that is closed.
 Status close(Handle handle);
-/// Reads at the current position up to @p count bytes; fewer only at the end of the file (success,
-/// @p done below @p count, 0 at the end) or on an error. On a handle without a lock of its own it
-/// fails with Failure::kLocked while another handle holds an exclusive lock.
+/// Reads up to @p count bytes at the current position. @p done is smaller only at the end of the
+/// file, which is a success, or on an error. A handle without a lock fails with Failure::kLocked
+/// while another handle has an exclusive lock.
 Status read(Handle handle, void* buffer, std::size_t count, std::size_t& done);
-/// Writes at the current position; @p done tells how many bytes were written, also on an error. On
-/// a handle without a lock of its own it fails with Failure::kLocked while another handle holds any
-/// lock.
+/// Writes at the current position. @p done is the number of bytes written, also on an error. A
+/// handle without a lock fails with Failure::kLocked while another handle has any lock.
 Status write(Handle handle, const void* data, std::size_t count, std::size_t& done);
 /// Moves the file position by @p distance from the start (0), the position (1) or the end (2).
 Status seek(Handle handle, std::int32_t distance, std::int16_t method);
 /// Cuts or extends the file to the current position.
 Status set_end(Handle handle);
-/// The size in bytes of the open file itself, whatever its name stands for by now.
+/// The size in bytes of the open file itself, even if another file has its name now.
 Status size(Handle handle, std::uint64_t& bytes);
-/// Makes sure of space on the device for a file of @p size bytes, as far as the file system can
-/// promise it. Neither the content nor the size of the file change. Fails when there is none; a
-/// file system that cannot tell is no failure.
+/// Reserves space on the device for a file of @p size bytes, as far as the file system can promise
+/// it. The content and the size of the file do not change. Fails if there is no space; a file
+/// system that cannot reserve is not a failure.
 Status reserve(Handle handle, std::uint64_t size);
 /// Writes the file's buffers and its times to the device.
 Status flush(Handle handle);
-/// Takes a lock that belongs to this open handle, conflicts with those of every other handle (of
-/// this process too) and ends with close() or the end of the process.
+/// Takes a lock that belongs to this open handle. It conflicts with the locks of every other
+/// handle, also in this process. It ends with close() or with the process.
 Status lock(Handle handle, const LockRequest& request);
-/// Gives the whole-file lock back; fails when the handle holds none.
+/// Releases the whole-file lock; fails if the handle has none.
 Status unlock(Handle handle);
 
-// ---- questions -------------------------------------------------------------------------------
+// ---- queries ---------------------------------------------------------------------------------
 
 /// Whether the system knows attributes of the path (used for network paths).
 Status probe_attributes(Path path);
-/// Whether a directory search with the path as pattern finds something: "*" and "?" in the last
-/// component match as patterns; links are found as such, dangling ones included; a path that ends
-/// in "\." is found when what stands before exists, be it a root; the empty path and one ending in
-/// a separator are not.
+/// Whether a directory search with the path as pattern finds something. "*" and "?" in the last
+/// component match as patterns. A link is found as such, even a dangling one. A path that ends in
+/// "\." is found if the part before it exists, even if that is a root. The empty path and a path
+/// that ends in a separator are not found.
 Status probe_search(Path path);
-/// Lists every entry of a folder except "." and "..", in the system's order. @p folder ends in a
-/// separator. Appends to @p entries; on a failure nothing.
+/// Lists all entries of a folder except "." and "..", in the system's order. @p folder ends in a
+/// separator. Appends to @p entries; on a failure it appends nothing.
 Status list(Path folder, Listing& entries);
-/// Describes a file or folder. A trailing separator is dropped first (a root keeps its own), but
-/// then only a folder is found.
+/// Describes a file or folder. A separator at the end is dropped first (a root keeps its own); then
+/// only a folder is found.
 Status stat(Path path, FileStat& result, Links links = Links::kFollow);
 
-/// Opens a folder itself, never what a link of its name leads to, so that nobody can put another
-/// one in its place while what is in it is listed and removed (Path::in()). close() ends it. On
-/// Windows nothing is held: @p folder is kNoHandle, and what is in a folder is named by its whole
-/// path.
+/// Opens a folder itself, never the target of a link. While its entries are listed and removed
+/// (Path::in()), nobody can replace it by another folder. close() ends this. On Windows nothing is
+/// held open: @p folder is kNoHandle, and entries are addressed by their whole path.
 Status open_folder(Path path, Handle& folder);
 
 // ---- changes ---------------------------------------------------------------------------------
 
-/// Makes a file readable and writable for its owner (clears the read-only attribute). A file that
-/// is so already is a success for whoever asks.
+/// Makes a file readable and writable for its owner (clears the read-only attribute). If the file
+/// is so already, this is a success for every user.
 Status make_writable(Path path);
-/// Makes one folder; a taken name (whatever it is) is Failure::kAlreadyExists.
+/// Creates one folder; a taken name (of a file or a folder) is Failure::kAlreadyExists.
 Status create_directory(Path path);
 /// Removes one empty folder (or, on Windows, a link to a folder).
 Status remove_directory(Path path);
-/// Removes one file or link. A read-only file stays, whoever asks.
+/// Removes one file or link. Fails for a read-only file, for every user.
 Status remove_file(Path path);
-/// Renames a file or folder; fails when the new name is taken, but succeeds onto itself.
+/// Renames a file or folder. Fails if the new name is taken, but succeeds onto itself.
 Status rename(Path from, Path to);
-/// Copies a file with its modification time and read-only state. Fails on a folder, onto itself, on
-/// a read-only target and against a foreign lock; what it cannot complete it removes. A target of
-/// another account that may be written but not dated keeps the copy, and @p time tells (when it is
-/// not null).
+/// Copies a file with its modification time and read-only state. Fails for a folder, onto itself,
+/// onto a read-only target and against the lock of another handle. A copy that cannot be completed
+/// is removed. If the target belongs to another account, which allows writing but not setting the
+/// time, the copy stays, and @p time says so (unless it is null).
 Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time = nullptr);
 
-/// Writes the buffers and the times of a file that nobody here has open to the device, a read-only
-/// one included.
+/// Writes the buffers and the times of a file to the device. The process does not have the file
+/// open. The file may be read-only.
 Status flush_file(Path path);
 
 // ---- names -----------------------------------------------------------------------------------
 
-/// The short (8.3) form of a path, where the system has one; a buffer of 32,767 characters.
+/// The short (8.3) form of a path, if the system has one; at most 32,767 characters.
 Status short_path(const ucs2string& path, ucs2string& result);
 /// The current directory, with backslashes.
 Status current_directory(ucs2string& result);
-/// The absolute form of a path, "." and ".." folded as text, with backslashes; nothing is looked
-/// up.
+/// The absolute form of a path, with "." and ".." folded as text and with backslashes. Nothing is
+/// looked up.
 Status full_path(const ucs2string& path, ucs2string& result);
 /// The folder of the running program, without a trailing separator.
 Status program_folder(ucs2string& result);
 /// The folder for temporary files, without a trailing separator.
 Status temporary_folder(ucs2string& result);
-/// The value of an environment variable; Failure::kNotFound when it is not set.
+/// The value of an environment variable; Failure::kNotFound if it is not set.
 Status environment(const std::string& variable, ucs2string& value);
 /// A wide text in the narrow encoding of paths.
 std::string to_narrow(const ucs2string& text);
-/// A UTF-8 text in the narrow encoding of paths; false, with @p narrow as it was, when it has no
-/// place there.
+/// A UTF-8 text in the narrow encoding of paths. If that encoding cannot represent it, returns
+/// false and leaves @p narrow as it is.
 bool narrow_of(const std::string& utf8, std::string& narrow);
 /// A text in the narrow encoding of paths as UTF-8.
 std::string utf8_of(const std::string& narrow);
-/// A path as UTF-8 with the system's own separators, for others than this library.
+/// A path as UTF-8 with the system's own separators, for use outside of this library.
 std::string native_form(const std::string& narrow);
 /// Whether a byte begins a two-byte character in the narrow encoding.
 bool is_lead_byte(unsigned char byte);
@@ -357,18 +355,18 @@ bool is_lead_byte(unsigned char byte);
 
 /// The calling thread's last error code.
 std::int32_t last_error();
-/// The system's text for an error code, in its default language, ended by CR LF; empty when it has
+/// The system's text for an error code, in its default language, ended by CR LF; empty if there is
 /// none.
 std::string error_text(std::int32_t code);
-/// The same, asked for in wide characters.
+/// The same, requested in wide characters.
 ucs2string error_text_wide(std::int32_t code);
 /// Seconds since 1970-01-01 UTC.
 std::int64_t now();
 /// Whether the system is of the NT family.
 bool nt_family();
-/// Whether a lock on a file below @p folder belongs to the handle that took it, and to no other one
-/// of its host. The SMB client of Linux lets handles share one: false on its mounts. True where
-/// nobody can tell.
+/// Whether a lock on a file below @p folder belongs only to the handle that took it. False on
+/// mounts of the SMB client of Linux, where handles of one host share a lock. True if the system
+/// cannot tell.
 bool locks_belong_to_handles(Path folder);
 
 }  // namespace sys

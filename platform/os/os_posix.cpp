@@ -24,7 +24,7 @@
 #include "platform/os/posix_path.h"
 #include "platform/os/posix_smb.h"
 
-// The functions of the seam bear the names of system calls; "::" in front marks the system's own.
+// The functions of the seam have the names of system calls; "::" marks those of the system.
 namespace os::sys {
 
 namespace {
@@ -55,19 +55,19 @@ constexpr ::mode_t kAllWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 struct FreeText {
   void operator()(char* text) const { std::free(text); }
 };
-/// A text that the C library made.
+/// A text that the C library has allocated.
 using SystemText = std::unique_ptr<char, FreeText>;
 
 // ---- listings ----------------------------------------------------------------------------------
 
-/// A separator or the end of a line: the library could not name such a file, or would take it for
-/// two.
+/// Whether a name contains a separator or a line feed. The library could not address such a file,
+/// or would take its name for two.
 bool is_foreign(std::string_view name) {
   // Two searches for one character each cost a fraction of one search for either.
   return name.find('\\') != std::string_view::npos || name.find('\n') != std::string_view::npos;
 }
 
-/// Calls @p visit with each entry until it returns false. Fails when the listing breaks off.
+/// Calls @p visit with each entry until it returns false. Fails if the listing breaks off.
 template <class Visit>
 Status for_each_entry(const Place& folder, Visit visit) {
   struct Closer {
@@ -90,8 +90,8 @@ Status for_each_entry(const Place& folder, Visit visit) {
   }
 }
 
-/// The entries that getdents64() has written, without "." and "..". Listing::kPiece bytes may be
-/// read behind them.
+/// Appends the entries that getdents64() has written, without "." and "..". Listing::kPiece bytes
+/// after them must be readable.
 void append_records(std::string_view records, Listing& entries) {
   entries.expect(records.size() / (offsetof(dirent64, d_name) + sizeof(std::uint64_t)));
   while (!records.empty()) {
@@ -107,7 +107,7 @@ void append_records(std::string_view records, Listing& entries) {
   }
 }
 
-/// The listing without the foreign names from the entry @p first on.
+/// The listing, but without the foreign names among the entries from @p first on.
 Listing without_foreign_names(const Listing& listing, std::size_t first) {
   Listing result;
   for (std::size_t i = 0; i < listing.size(); ++i) {
@@ -129,24 +129,24 @@ Status probe_pattern(const posix::Split& split) {
 
 // ---- handles -----------------------------------------------------------------------------------
 
-/// Never destroyed: a handle object of static lifetime may still close its file at the very end.
+/// Never destroyed: a static object may still close its file when the process ends.
 HandleTable& handles() {
   static auto* const table = new HandleTable;
   return *table;
 }
 
-/// Where a path is looked up. The name of an open folder itself is ".".
+/// Where a path is looked up. An open folder itself has the name ".".
 Place place_of(Path path) {
   std::string text = native(path);
   if (path.folder() == kNoHandle) return {AT_FDCWD, std::move(text)};
   const std::optional<HandleTable::File> folder = handles().find(path.folder());
   std::string name = posix::split_last(text).name;
-  // No descriptor for a handle that is none: the system refuses it.
+  // An invalid handle has no descriptor: the system refuses -1.
   return {folder ? folder->descriptor : -1, name.empty() ? "." : std::move(name)};
 }
 
-/// Runs @p transfer on the handle's descriptor, guarded unless the handle holds a lock: then not
-/// one system call is added.
+/// Runs @p transfer on the handle's descriptor, with a guard unless the handle has a lock: then
+/// there is no further system call.
 template <class Transfer>
 Status guarded(Handle handle, int lock_type, Transfer transfer) {
   const std::optional<HandleTable::File> file = handles().find(handle);
@@ -156,7 +156,7 @@ Status guarded(Handle handle, int lock_type, Transfer transfer) {
   return guard.refused() ? guard.refusal() : transfer(file->descriptor);
 }
 
-/// Fails for lack of space alone; any other code says that the file system does not reserve.
+/// Fails only if there is no space. With any other code the file system cannot reserve any.
 Status reserve_space(int descriptor, ::off_t size) {
   if (size <= 0) return {};
   const auto reserve_it = [&] { return ::fallocate(descriptor, FALLOC_FL_KEEP_SIZE, 0, size); };
@@ -167,7 +167,7 @@ Status reserve_space(int descriptor, ::off_t size) {
 
 // ---- renaming without replacing ----------------------------------------------------------------
 
-/// Renames onto a stand-in that was made to take the new name, and which a rename may replace.
+/// Renames onto a stand-in, which was created to take the new name, and which a rename may replace.
 Status rename_onto_stand_in(const std::string& from, const std::string& to) {
   if (::rename(from.c_str(), to.c_str()) == 0) return {};
   const Status failed = fail(errno);
@@ -184,14 +184,14 @@ Status rename_by_link(const std::string& from, const std::string& to) {
     ::unlink(to.c_str());
     return failed;
   }
-  // Links may be missing, or refused for a file of another owner.
+  // Links may not exist, or may be refused for a file of another owner.
   if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS) return fail(errno);
   const Descriptor stand_in(::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR));
   return stand_in.valid() ? rename_onto_stand_in(from, to) : fail(errno);
 }
 
-/// For file systems that cannot rename without replacing: the new name is taken in a first step
-/// that fails when it exists.
+/// For file systems that cannot rename without replacing. A first step takes the new name, and
+/// fails if it exists.
 Status rename_in_two_steps(const std::string& from, const std::string& to, const FileInfo& source) {
   if (!is_folder(source)) return rename_by_link(from, to);
   if (::mkdir(to.c_str(), S_IRWXU) != 0) return fail(errno);
@@ -200,7 +200,7 @@ Status rename_in_two_steps(const std::string& from, const std::string& to, const
 
 // ---- copying -----------------------------------------------------------------------------------
 
-/// Anything but a plain file is no document; a pipe, moreover, would wait for its other end.
+/// Only a plain file can be a document. A pipe would even wait for its other end.
 Status check_regular(const FileInfo& info) {
   if (is_folder(info)) return fail(EISDIR);
   return S_ISREG(info.st_mode) ? Status() : fail(EINVAL);
@@ -217,7 +217,7 @@ class FileCopy {
     if (guard.refused()) return guard.refusal();
     if (const Status opened = open_target(if_exists); !opened.ok()) return opened;
     Status status = fill_target(time);
-    // A network file system may tell only now that its disk is full.
+    // A network file system may report only now that its disk is full.
     if (status.ok()) status = result_of(::close(m_target.release()));
     if (!status.ok() && m_begun) remove_half_copy();
     return status;
@@ -232,7 +232,7 @@ class FileCopy {
     return check_regular(m_source_info);
   }
 
-  /// Nothing is cut yet: the target may turn out to be the source.
+  /// Cuts nothing yet: the target may be the source.
   Status open_target(IfExists if_exists) {
     constexpr int kWrite = O_WRONLY | O_CREAT | kFlags;
     m_target = Descriptor(::open(m_to.c_str(), kWrite | O_EXCL, 0666));
@@ -257,27 +257,27 @@ class FileCopy {
     return copied.ok() ? copy_properties(time) : copied;
   }
 
-  /// A target of another account can be written but not made read-only. That is asked for before
-  /// the cut, by the permissions that it has.
+  /// A target of another account can be written but not made read-only. This is tested before the
+  /// cut, by setting the permissions that the target already has.
   Status check_owner() const {
     if (!is_read_only(m_source_info)) return {};
     return result_of(::fchmod(m_target.get(), m_target_info.st_mode & kPermissions));
   }
 
-  /// Cuts an existing target, but not before the disk is known to have room for what replaces it:
-  /// what the cut sets free, or more.
+  /// Cuts an existing target. Before that it makes sure that the disk has room: what the cut frees,
+  /// or more.
   Status make_room() {
     constexpr ::off_t kBlock = 512;
     if (m_target_info.st_blocks * kBlock < m_source_info.st_size) {
       const Status reserved = reserve_space(m_target.get(), m_source_info.st_size);
-      // What is empty needs no cut, which would take the space away again.
+      // An empty target needs no cut, which would release the space.
       if (!reserved.ok() || m_target_info.st_size == 0) return reserved;
     }
     return result_of(uninterrupted([&] { return ::ftruncate(m_target.get(), 0); }));
   }
 
-  /// The kernel copies what it can; reading and writing does the rest, for file systems that cannot
-  /// copy and files whose size tells nothing of their content.
+  /// The kernel copies what it can, and reading and writing copies the rest: for file systems that
+  /// cannot copy, and for files whose size is not that of their content.
   Status copy_content() {
     const auto copy_piece = [&] {
       return ::copy_file_range(m_source.get(), nullptr, m_target.get(), nullptr,
@@ -296,11 +296,11 @@ class FileCopy {
     }
   }
 
-  /// The source's modification time and read-only state; the copy counts as read just now.
+  /// Sets the source's modification time and read-only state. The access time is now.
   Status copy_properties(CopiedTime& time) {
     const std::array<timespec, 2> times = {timespec{0, UTIME_NOW}, m_source_info.st_mtim};
     if (::futimens(m_target.get(), times.data()) != 0) {
-      // Only its owner may date an older file. The content is complete, and the old one is gone.
+      // Only the owner may set an older time. The content is complete, and the old content is gone.
       if (!m_existed || errno != EPERM) return fail(errno);
       time = CopiedTime::kRefused;
     }
@@ -309,8 +309,8 @@ class FileCopy {
     return result_of(::fchmod(m_target.get(), mode));
   }
 
-  /// Removes what was begun (behind a link, the file and not the link), unless its name has gone to
-  /// another file in the meantime.
+  /// Removes an incomplete copy, unless another file has its name now. Through a link it removes
+  /// the file, not the link.
   void remove_half_copy() const {
     const ErrnoKeeper keeper;
     const SystemText path(::realpath(m_to.c_str(), nullptr));
@@ -326,12 +326,12 @@ class FileCopy {
   FileInfo m_source_info{};
   FileInfo m_target_info{};
   bool m_existed = false;
-  bool m_begun = false;  ///< the target holds part of the copy, or nothing
+  bool m_begun = false;  ///< the target contains a part of the copy, or nothing
 };
 
 // ---- names -------------------------------------------------------------------------------------
 
-/// A name of the system as the library's text. It cannot be one when its bytes are no UTF-8.
+/// A name of the system as the library's text. Fails if its bytes are not UTF-8.
 Status to_text(std::string_view bytes, ucs2string& result) {
   std::u16string text;
   if (!posix::to_wide(bytes, text)) return fail(EILSEQ);
@@ -339,7 +339,7 @@ Status to_text(std::string_view bytes, ucs2string& result) {
   return {};
 }
 
-/// A path of the system as the library writes paths.
+/// A path of the system in the form of the library.
 Status to_library_path(std::string path, ucs2string& result) {
   std::replace(path.begin(), path.end(), '/', '\\');
   return to_text(path, result);
@@ -374,7 +374,7 @@ Status open(Path path, Access access, Handle& handle) {
 Status close(Handle handle) {
   const std::optional<HandleTable::File> file = handles().remove(handle);
   if (!file) return fail(EBADF);
-  // Never repeated: the number is free after an interruption too, and maybe in use elsewhere.
+  // Never repeated: after an interruption the number is free, too, and may be in use elsewhere.
   return result_of(::close(file->descriptor));
 }
 
@@ -423,7 +423,7 @@ Status reserve(Handle handle, std::uint64_t size) {
 
 Status flush(Handle handle) {
   const std::optional<HandleTable::File> file = handles().find(handle);
-  // Not fdatasync: the times decide whether a document is up to date.
+  // Not fdatasync(): the times decide whether a document is up to date.
   return file ? result_of(::fsync(file->descriptor)) : fail(EBADF);
 }
 
@@ -442,20 +442,20 @@ Status lock(Handle handle, const LockRequest& request) {
 Status unlock(Handle handle) {
   const std::optional<HandleTable::File> file = handles().find(handle);
   if (!file) return fail(EBADF);
-  // The system would not mind.
+  // The system would report success.
   if (!file->has_lock) return fail(EINVAL);
   if (posix::set_whole_file_lock(file->descriptor, F_OFD_SETLK, F_UNLCK) != 0) return fail(errno);
   handles().set_lock(handle, false);
   return {};
 }
 
-// ---- questions ---------------------------------------------------------------------------------
+// ---- queries ---------------------------------------------------------------------------------
 
 Status probe_attributes(Path path) { return info_of(native(path)) ? Status() : no_answer(errno); }
 
 Status probe_search(Path path) {
   std::string name = native(path);
-  // A search looks for an entry, and this is none; the root has none but its ".".
+  // A search finds entries, and such a path is not an entry. A root is found only by its ".".
   if (name.empty() || name.ends_with('/')) return fail(ENOENT);
   name = posix::trim_self_entries(std::move(name));
   const posix::Split split = posix::split_last(name);
@@ -468,8 +468,7 @@ Status list(Path folder, Listing& entries) {
   const Descriptor descriptor(
       ::openat(place.base, place.name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!descriptor.valid()) return fail(errno);
-  // Directly, without a stream: that asks the system two questions more, and costs more for each
-  // entry than all the rest.
+  // Without a stream, which makes two more system calls and costs more per entry than all the rest.
   constexpr std::size_t kBuffer = std::size_t{1} << 15U;
   const std::unique_ptr<char[]> records(new char[kBuffer + Listing::kPiece]);
   const std::size_t before = entries.size();
@@ -492,13 +491,13 @@ Status stat(Path path, FileStat& result, Links links) {
   posix::Trimmed trimmed = posix::trim_separators(std::move(place.name));
   place.name = std::move(trimmed.path);
   const auto info = links == Links::kKeep ? entry_info(place) : info_of(place);
-  // A missing file, whichever way the system puts it: the layer above words its trace by that.
+  // One code for every missing file: the layer above chooses its trace by it.
   if (!info) return fail(errno == ENOTDIR ? ENOENT : errno);
   if (trimmed.had_separator && !is_folder(*info)) return fail(ENOENT);
   result.access_time = info->st_atime;
   result.modify_time = info->st_mtime;
   result.is_directory = is_folder(*info);
-  // What the system says of a folder is the size of its list of names.
+  // For a folder the system returns the size of its list of names.
   result.size = result.is_directory ? 0 : static_cast<std::uint64_t>(info->st_size);
   return {};
 }
@@ -522,10 +521,10 @@ Status make_writable(Path path) {
   const std::string name = native(path);
   const std::optional<FileInfo> info = info_of(name);
   const ::mode_t mode = info ? info->st_mode & kPermissions : 0;
-  // The system would refuse it to another account, which may be able to write all the same.
+  // The system would refuse this to another account, which may be able to write nevertheless.
   if ((mode & kOwnerReadWrite) == kOwnerReadWrite) return {};
   if (::chmod(name.c_str(), mode | kOwnerReadWrite) != 0) return fail(errno);
-  // A network file system may say yes and keep the rights as they are.
+  // A network file system may report success and keep the permissions.
   const std::optional<FileInfo> changed = info_of(name);
   if (!changed) return fail(errno);
   return (changed->st_mode & kOwnerReadWrite) == kOwnerReadWrite ? Status() : fail(EACCES);
@@ -537,7 +536,7 @@ Status remove_directory(Path path) {
   const Place place = place_of(path);
   if (::unlinkat(place.base, place.name.c_str(), AT_REMOVEDIR) == 0) return {};
   const Status failed = fail(errno);
-  // The name itself may be the plain file; that is there.
+  // The name itself may be that of the plain file, which exists.
   const ErrnoKeeper keeper;
   const bool is_there = failed.code() == ENOTDIR && entry_info(place);
   return is_there ? Status(ENOTDIR, Failure::kOther) : failed;
@@ -561,7 +560,7 @@ Status rename(Path from, Path to) {
   if (target && is_same_file(*source, *target)) return {};
   const char* const old_path = old_name.c_str();
   const char* const new_path = new_name.c_str();
-  // On SMB the client asks whether the new name is free, and renames then: two hosts succeed both.
+  // The SMB client checks the new name and renames after that: two hosts can both succeed.
   if (posix::is_on_smb(posix::split_last(old_name).folder, *source))
     return rename_in_two_steps(old_name, new_name, *source);
   if (::renameat2(AT_FDCWD, old_path, AT_FDCWD, new_path, RENAME_NOREPLACE) == 0) return {};
@@ -640,7 +639,7 @@ std::string native_form(const std::string& narrow) {
   return path;
 }
 
-/// No byte of a UTF-8 character looks like a separator.
+/// No byte of a UTF-8 character has the value of a separator.
 bool is_lead_byte(unsigned char) { return false; }
 
 // ---- the rest ----------------------------------------------------------------------------------
@@ -648,7 +647,7 @@ bool is_lead_byte(unsigned char) { return false; }
 std::int32_t last_error() { return errno; }
 
 std::string error_text(std::int32_t code) {
-  // Untranslated: a translation would come in the encoding of the host program's locale.
+  // Not translated: a translation would be in the encoding of the host program's locale.
   const char* const text = ::strerrordesc_np(code);
   return text == nullptr ? std::string() : std::string(text) + "\r\n";
 }
@@ -659,13 +658,13 @@ ucs2string error_text_wide(std::int32_t code) {
 }
 
 std::int64_t now() {
-  // Not time(): that clock advances by ticks, while the times of files are taken from the exact
-  // one, and a file just written could lie a second ahead, which makes it the oldest of all.
+  // Not time(): its clock advances in ticks, but the times of files come from the exact clock. So
+  // the time of a file just written could be one second after "now".
   timespec exact{};
   return ::clock_gettime(CLOCK_REALTIME, &exact) == 0 ? exact.tv_sec : std::time(nullptr);
 }
 
-/// Everything that asks expects that generation's abilities, and gets them.
+/// Callers expect the abilities of that generation, and get them.
 bool nt_family() { return true; }
 
 bool locks_belong_to_handles(Path folder) { return !posix::is_on_smb(native(folder)); }

@@ -1,7 +1,7 @@
 #include "platform/os/os.h"
 
-// Of the library's files this one alone sees that header. It turns many names into macros,
-// CreateDirectory among them, so it comes after our own header, and no name of the seam is one.
+// In the library only this file includes that header. It turns many names into macros, such as
+// CreateDirectory. So it follows our own header, and the seam has none of these names.
 #include <windows.h>
 
 #include <direct.h>
@@ -28,7 +28,7 @@
 #include "platform/os/windows_results.h"
 
 #if defined(_MSC_VER)
-// GetVersion() is deprecated for its version number, which nobody looks at here.
+// GetVersion() is deprecated for its version number, which is not used here.
 #pragma warning(disable : 4996)
 #endif
 
@@ -68,22 +68,22 @@ static_assert(kLockFailAtOnce == LOCKFILE_FAIL_IMMEDIATELY);
 static_assert(kLockExclusive == LOCKFILE_EXCLUSIVE_LOCK);
 static_assert(sizeof(wchar_t) == sizeof(char16_t));
 
-/// The longest path the system knows, its end included.
+/// The longest path of the system, with its terminator.
 constexpr DWORD kLongestPath = 32767;
-/// A transfer's count is 32 bits wide, and drivers have been seen to refuse the largest ones.
+/// The count of a transfer has 32 bits, and some drivers refuse the largest counts.
 constexpr std::size_t kLargestPiece = std::size_t{1} << 30;
 
 // ---- results -----------------------------------------------------------------------------------
 
-/// Why a question about a name failed: a folder that holds nothing at all, and a plain file on the
-/// way, say in codes of their own that there is no such name.
+/// The failure of a query about a name. A folder without any entry, and a plain file on the way,
+/// have codes of their own for a missing name.
 Status no_answer(DWORD code) {
   if (code == ERROR_NO_MORE_FILES || code == ERROR_DIRECTORY)
     return {static_cast<std::int32_t>(code), Failure::kNotFound};
   return fail(code);
 }
 
-/// Asks for the error number first of all, as the contract of this system wants it.
+/// Reads the error number before any other call, as the system requires.
 Status result_of(BOOL succeeded) { return succeeded ? Status() : fail(GetLastError()); }
 
 /// An error number of the C runtime with its meaning.
@@ -102,7 +102,7 @@ Status result_of_runtime(int returned) { return returned == 0 ? Status() : fail_
 
 // ---- text --------------------------------------------------------------------------------------
 
-// The system's wide characters and the library's are of one size but two types, so texts are
+// Wide characters of the system and of the library have the same size but two types, so texts are
 // copied.
 
 std::wstring wide_text(std::u16string_view text) { return {text.begin(), text.end()}; }
@@ -111,10 +111,10 @@ ucs2string to_ucs2(std::wstring_view text) {
   return ucs2string(std::u16string(text.begin(), text.end()));
 }
 
-/// What the narrow file calls take their names for; a program may have chosen the other one.
+/// The code page of the narrow file calls; a program can choose between two.
 UINT file_code_page() { return AreFileApisANSI() ? CP_ACP : CP_OEMCP; }
 
-/// A narrow text as the narrow file calls understand it.
+/// A narrow text, read like a name in a narrow file call.
 std::wstring wide_text(const char* text) {
   const UINT code_page = file_code_page();
   const int with_end = MultiByteToWideChar(code_page, 0, text, -1, nullptr, 0);
@@ -125,8 +125,8 @@ std::wstring wide_text(const char* text) {
   return result;
 }
 
-/// Either path as wide text. What looks for a separator looks here: in a two-byte code page the
-/// second byte of a character may look like one.
+/// Either path as wide text. Separators are searched for here: in a two-byte code page the second
+/// byte of a character may have the value of one.
 std::wstring wide_text(Path path) {
   return path.is_wide() ? wide_text(std::u16string_view(path.wide())) : wide_text(path.narrow());
 }
@@ -141,15 +141,14 @@ std::string to_multibyte(UINT code_page, std::wstring_view text) {
   return result;
 }
 
-/// Calls @p use with the path's text, be it narrow or wide. The overloads below pick the system's
-/// function by that type, so that both forms go through one body.
+/// Calls @p use with the path's text, narrow or wide. The overloads below select the system's
+/// function by that type, so that both forms share one body.
 template <class Use>
 auto with_text(Path path, Use use) {
   return path.is_wide() ? use(wide_text(path).c_str()) : use(path.narrow());
 }
 
-/// Drops the separators at the end of a path, of which a root keeps its own. Returns whether any
-/// went.
+/// Drops the separators at the end of a path; a root keeps its own. @return whether it dropped any.
 bool trim_separators(std::wstring& path) {
   const std::size_t length = length_without_separators(std::wstring_view(path));
   const bool trimmed = length < path.size();
@@ -225,15 +224,15 @@ struct SearchCloser {
 };
 using Search = std::unique_ptr<void, SearchCloser>;
 
-/// Null when the search finds nothing; the error number is then the system's last.
+/// Null if the search finds nothing; GetLastError() then returns the reason.
 template <class Character>
 Search start_search(const Character* pattern, typename Records<Character>::Find& found) {
   const HANDLE search = find_first(pattern, found);
   return Search(search == INVALID_HANDLE_VALUE ? nullptr : search);
 }
 
-/// Whether the path is a link to another place (a junction, a symbolic link) and not, say, a folder
-/// of a cloud drive, which is stored in a special way as well.
+/// Whether the path is a link to another place (a junction, a symbolic link). A folder of a cloud
+/// drive is not, although it is also stored in a special way.
 template <class Character>
 bool is_link(const Character* path, const WIN32_FILE_ATTRIBUTE_DATA& data) {
   if (!(data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT)) return false;
@@ -255,7 +254,7 @@ FileStat stat_from(const WIN32_FILE_ATTRIBUTE_DATA& data) {
   return result;
 }
 
-/// Whether a path is a root and the "." with which a folder is searched for as its own entry.
+/// Whether a path is a root and ".": the form that searches for a folder's own entry.
 bool is_root_searched_for(std::wstring path) {
   if (!path.ends_with(L"\\.") && !path.ends_with(L"/.")) return false;
   path.pop_back();
@@ -272,8 +271,8 @@ Status stat_trimmed(const wchar_t* path, FileStat& result, Links links) {
   }
   struct _stat64 data {};
   const Status status = result_of_runtime(_wstat64(path, &data));
-  // Older runtimes take the "?" of the prefix for a pattern and find nothing, and some refuse the
-  // root of a share.
+  // Older runtimes treat the "?" of the prefix as a pattern and find nothing. Some refuse the root
+  // of a share.
   if (!status.ok() && get_attributes(path, attributes)) {
     result = stat_from(attributes);
     return {};
@@ -290,8 +289,8 @@ HANDLE system_handle(Handle handle) {
   return reinterpret_cast<HANDLE>(static_cast<INT_PTR>(handle));
 }
 
-/// Moves @p count bytes by calls of @p move_piece(offset, length, moved), each of which moves as
-/// many as it can; none ends the transfer early.
+/// Moves @p count bytes by calls of @p move_piece(offset, length, moved). Each call moves as many
+/// bytes as it can; a call that moves none ends the transfer early.
 template <class MovePiece>
 Status transfer(std::size_t count, std::size_t& done, MovePiece move_piece) {
   done = 0;
@@ -306,7 +305,7 @@ Status transfer(std::size_t count, std::size_t& done, MovePiece move_piece) {
   return {};
 }
 
-/// The system's text for an error number, without inserts, in a buffer of the system's.
+/// The system's text for an error number, without inserts, in a buffer that the system allocates.
 template <class Character>
 std::basic_string<Character> message(std::int32_t code) {
   constexpr DWORD kFlags =
@@ -332,8 +331,8 @@ Status open(Path path, Access access, Handle& handle) {
   const DWORD disposition = writing ? OPEN_ALWAYS : OPEN_EXISTING;
   const HANDLE opened =
       with_text(path, [&](const auto* text) { return create_file(text, rights, disposition); });
-  // Only the lower half tells handles apart; the upper one is sign extension, INVALID_HANDLE_VALUE
-  // included.
+  // Only the lower half distinguishes handles. The upper half is sign extension, also in
+  // INVALID_HANDLE_VALUE.
   handle = static_cast<Handle>(reinterpret_cast<INT_PTR>(opened));
   return result_of(opened != INVALID_HANDLE_VALUE);
 }
@@ -355,13 +354,13 @@ Status write(Handle handle, const void* data, std::size_t count, std::size_t& do
 }
 
 Status seek(Handle handle, std::int32_t distance, std::int16_t method) {
-  // With an upper half the new position may lie beyond 4 GB, as the end of a large file does.
+  // With an upper half the new position may be beyond 4 GB, like the end of a large file.
   LONG high = distance < 0 ? -1 : 0;
   SetLastError(NO_ERROR);
   const DWORD low =
       SetFilePointer(system_handle(handle), distance, &high, static_cast<DWORD>(method));
   if (low != INVALID_SET_FILE_POINTER) return {};
-  // That is the lower half of a valid position as well.
+  // That value is also the lower half of a valid position.
   const DWORD code = GetLastError();
   return code == NO_ERROR ? Status() : fail(code);
 }
@@ -400,7 +399,7 @@ Status unlock(Handle handle) {
   return result_of(UnlockFileEx(system_handle(handle), 0, MAXDWORD, MAXDWORD, &from_start));
 }
 
-// ---- questions ---------------------------------------------------------------------------------
+// ---- queries ---------------------------------------------------------------------------------
 
 Status probe_attributes(Path path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
@@ -416,7 +415,7 @@ Status probe_search(Path path) {
     return no_answer(GetLastError());
   });
   if (found.ok()) return found;
-  // A root is no entry of any folder, so that no search finds it.
+  // A root is not an entry of any folder, so no search finds it.
   const std::wstring text = wide_text(path);
   WIN32_FILE_ATTRIBUTE_DATA data{};
   if (is_root_searched_for(text) && get_attributes(text.c_str(), data)) return {};
@@ -430,7 +429,7 @@ Status list(Path folder, Listing& entries) {
     return attributes & FILE_ATTRIBUTE_DIRECTORY ? EntryKind::kFolder : EntryKind::kFile;
   };
   return with_text(folder, [&]<class Character>(const Character* text) {
-    // No folder, and not the current one.
+    // The empty path is not a folder, and does not mean the current one.
     if (*text == 0) return fail(ERROR_PATH_NOT_FOUND);
     std::basic_string<Character> pattern(text);
     pattern += Character('*');
@@ -487,7 +486,7 @@ Status remove_file(Path path) {
   return with_text(path, [](const auto* text) {
     const Status status = result_of(delete_file(text));
     if (status.ok()) return status;
-    // A link to a folder is a folder to the system; removing it leaves what it leads to alone.
+    // For the system a link to a folder is a folder. Removing it leaves the target alone.
     WIN32_FILE_ATTRIBUTE_DATA data{};
     const bool is_folder_link = get_attributes(text, data) && is_link(text, data) &&
                                 (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY);
@@ -497,8 +496,7 @@ Status remove_file(Path path) {
   });
 }
 
-/// Of the two paths one may be narrow and the other wide; no caller does that, so the first decides
-/// and a mixture fails.
+/// One path could be narrow and the other wide. No caller does that, and it fails.
 Status rename(Path from, Path to) {
   if (from.is_wide() != to.is_wide()) return fail_runtime(EINVAL);
   return result_of_runtime(from.is_wide() ? _wrename(wide_text(from).c_str(), wide_text(to).c_str())
@@ -506,7 +504,7 @@ Status rename(Path from, Path to) {
 }
 
 Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time) {
-  // Whoever may write a file may date it, too.
+  // On Windows an account that may write a file may also set its time.
   if (time != nullptr) *time = CopiedTime::kKept;
   if (from.is_wide() != to.is_wide()) return fail(ERROR_INVALID_PARAMETER);
   const BOOL fail_if_exists = if_exists == IfExists::kFail;
@@ -517,7 +515,7 @@ Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time) {
 
 Status flush_file(Path path) {
   return with_text(path, [](const auto* text) {
-    // The system flushes for writers alone, and a read-only file has none.
+    // The system flushes only for writers, and a read-only file has none.
     WIN32_FILE_ATTRIBUTE_DATA data{};
     const bool is_read_only = get_attributes(text, data) != FALSE &&
                               (data.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
@@ -566,7 +564,7 @@ Status program_folder(ucs2string& result) {
   std::vector<wchar_t> buffer(kLongestPath);
   const DWORD length = GetModuleFileNameW(nullptr, buffer.data(), kLongestPath);
   if (length == 0) return fail(GetLastError());
-  // A path that does not fit is cut, and no folder can be told from that.
+  // A path that does not fit is cut, and its folder cannot be found from that.
   if (length >= kLongestPath) return fail(ERROR_BUFFER_OVERFLOW);
   std::wstring path(buffer.data(), length);
   path.resize(path.find_last_of(L"\\/") + 1);
@@ -590,7 +588,7 @@ Status environment(const std::string& variable, ucs2string& value) {
   const std::wstring name = wide_text(variable.c_str());
   DWORD size = GetEnvironmentVariableW(name.c_str(), nullptr, 0);
   std::wstring text;
-  // It may grow between the two questions.
+  // The value may grow between the two calls.
   while (size > text.size()) {
     text.resize(size);
     size = GetEnvironmentVariableW(name.c_str(), text.data(), static_cast<DWORD>(text.size()));
@@ -613,7 +611,7 @@ bool narrow_of(const std::string& utf8, std::string& narrow) {
   std::wstring wide(static_cast<std::size_t>(units), L'\0');
   MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8.data(), length, wide.data(), units);
   std::string text = to_multibyte(file_code_page(), wide);
-  // A character that looks alike is another name.
+  // A character that only looks the same makes another name.
   if (wide_text(text.c_str()) != wide) return false;
   narrow = std::move(text);
   return true;

@@ -4,8 +4,8 @@
 #include <string_view>
 
 /// @file
-/// The roots of paths as Windows has them, as pure text: what a path may not lose when separators
-/// are dropped from its end.
+/// The roots of Windows paths, as pure text: the part of a path that keeps its separator when the
+/// separators at the end are dropped.
 namespace os {
 
 namespace root_text {
@@ -15,7 +15,7 @@ constexpr bool is_separator(Character c) {
   return c == Character('\\') || c == Character('/');
 }
 
-/// The position behind the component that begins at @p at, its separator included.
+/// The position after the component that begins at @p at, and after its separator.
 template <class Character>
 constexpr std::size_t behind_component(std::basic_string_view<Character> path, std::size_t at) {
   while (at < path.size() && !is_separator(path[at])) ++at;
@@ -24,8 +24,8 @@ constexpr std::size_t behind_component(std::basic_string_view<Character> path, s
 
 }  // namespace root_text
 
-/// How much of a path is its root, the separator behind it included: "\", "C:\", "\\server\share\",
-/// and the last two behind the prefix "\\?\"; 0 for a path without one.
+/// The length of a path's root with the separator at its end; 0 if it has none. Roots are "\",
+/// "C:\", "\\server\share\", and the last two after the prefix "\\?\".
 template <class Character>
 constexpr std::size_t root_length(std::basic_string_view<Character> path) {
   using root_text::is_separator;
@@ -40,7 +40,7 @@ constexpr std::size_t root_length(std::basic_string_view<Character> path) {
   return root_text::behind_component(path, root_text::behind_component(path, 2));
 }
 
-/// The length of a path without the separators at its end, of which a root keeps its own.
+/// The length of a path without the separators at its end; a root keeps its own.
 template <class Character>
 constexpr std::size_t length_without_separators(std::basic_string_view<Character> path) {
   const std::size_t root = root_length(path);

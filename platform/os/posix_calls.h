@@ -15,8 +15,8 @@
 #include "platform/os/posix_path.h"
 
 /// @file
-/// System calls as os_posix.cpp needs them: with the seam's results, gone on with after an
-/// interruption, and cleaned up after.
+/// System calls for os_posix.cpp: with the results of the seam, continued after an interruption,
+/// and with their clean-up.
 namespace os::posix {
 
 using FileInfo = struct ::stat;
@@ -26,7 +26,7 @@ inline constexpr std::size_t kLargestPiece = std::size_t{1} << 30;
 
 // ---- owners ------------------------------------------------------------------------------------
 
-/// Keeps errno over a clean-up, so that it still tells of the call that failed.
+/// Preserves errno during a clean-up, so that it still describes the call that failed.
 class ErrnoKeeper {
  public:
   ErrnoKeeper() = default;
@@ -38,7 +38,7 @@ class ErrnoKeeper {
   int m_value = errno;
 };
 
-/// A descriptor that its scope closes; -1 is none.
+/// A descriptor that is closed at the end of its scope; -1 means none.
 class Descriptor {
  public:
   explicit Descriptor(int number = -1) : m_number(number) {}
@@ -67,7 +67,7 @@ class Descriptor {
 
 // ---- results -----------------------------------------------------------------------------------
 
-/// errno is set as well, so that last_error() agrees with the status also for failures found here.
+/// Sets errno as well, so that last_error() agrees with the status also for failures found here.
 inline Status fail(int code, Failure failure) {
   errno = code;
   return {code, failure};
@@ -76,7 +76,7 @@ inline Status fail(int code, Failure failure) {
 inline Status fail(int code) {
   switch (code) {
     case ENOENT:
-    case ENOTDIR:  // a plain file where a folder was needed: nothing of that name can exist
+    case ENOTDIR:  // a plain file instead of a folder: nothing of that name can exist
       return fail(code, Failure::kNotFound);
     case EEXIST:
       return fail(code, Failure::kAlreadyExists);
@@ -88,15 +88,15 @@ inline Status fail(int code) {
   }
 }
 
-/// Why a question about a name failed: some file systems refuse a name that they could not store
-/// with EINVAL or EILSEQ.
+/// The failure of a query about a name. Some file systems refuse a name that they cannot store with
+/// EINVAL or EILSEQ.
 inline Status no_answer(int code) {
   return code == EINVAL || code == EILSEQ ? fail(code, Failure::kNoName) : fail(code);
 }
 
 inline Status result_of(int returned) { return returned == 0 ? Status() : fail(errno); }
 
-/// Repeats a call that a signal interrupted.
+/// Repeats a call while a signal interrupts it.
 template <class SystemCall>
 auto uninterrupted(SystemCall call) {
   auto returned = call();
@@ -110,7 +110,7 @@ inline std::string native(Path path) {
   return posix::native_path(path.is_wide() ? posix::to_bytes(path.wide()) : path.narrow());
 }
 
-/// Where a path is looked up: by its whole text, or a name in an open folder.
+/// Where a path is looked up: by its whole text, or as a name in an open folder.
 struct Place {
   int base = AT_FDCWD;
   std::string name;
@@ -125,7 +125,7 @@ inline std::optional<FileInfo> info_of(const std::string& path) {
   return info_of(Place{AT_FDCWD, path});
 }
 
-/// Of a link the link itself.
+/// Describes a link itself, not its target.
 inline std::optional<FileInfo> entry_info(const Place& place) {
   return info_of(place, AT_SYMLINK_NOFOLLOW);
 }
@@ -136,7 +136,7 @@ inline std::optional<FileInfo> entry_info(const std::string& path) {
 inline bool is_folder(const FileInfo& info) { return S_ISDIR(info.st_mode); }
 inline bool is_link(const FileInfo& info) { return S_ISLNK(info.st_mode); }
 
-/// The counterpart of the read-only attribute. It holds for everybody, the superuser included.
+/// The counterpart of the read-only attribute. It applies to every user, even the superuser.
 inline bool is_read_only(const FileInfo& info) {
   return !is_link(info) && !(info.st_mode & S_IWUSR);
 }
@@ -147,8 +147,8 @@ inline bool is_same_file(const FileInfo& one, const FileInfo& other) {
 
 // ---- locks -------------------------------------------------------------------------------------
 
-/// Locks of the open file description: unlike the classic ones they conflict within a process and
-/// end with their own handle only.
+/// A lock of the open file description: unlike a classic one it conflicts within a process and ends
+/// only with its own handle.
 inline int set_whole_file_lock(int descriptor, int command, int type) {
   struct ::flock request {};
   request.l_type = static_cast<short>(type);
@@ -158,9 +158,8 @@ inline int set_whole_file_lock(int descriptor, int command, int type) {
 
 inline bool is_refusal(int code) { return code == EAGAIN || code == EACCES; }
 
-/// Stands in for mandatory locks around a transfer: a handle that holds no lock of its own must not
-/// reach what another one holds locked. Where the file system has no such locks there is nothing to
-/// respect.
+/// Emulates mandatory locks during a transfer: a handle without a lock must not reach what another
+/// handle has locked. If the file system has no such locks, nothing is checked.
 class TransferGuard {
  public:
   TransferGuard(int descriptor, int type) : m_descriptor(descriptor) {
@@ -185,7 +184,7 @@ class TransferGuard {
 
 // ---- transfers ---------------------------------------------------------------------------------
 
-/// Moves @p count bytes by calls of @p move_piece(offset, length), which returns as read() does; 0
+/// Moves @p count bytes by calls of @p move_piece(offset, length), which returns like read(). A 0
 /// ends the transfer early.
 template <class MovePiece>
 inline Status transfer(std::size_t count, std::size_t& done, MovePiece move_piece) {

@@ -10,16 +10,16 @@
 #include "platform/os/os.h"
 
 /// @file
-/// The table behind the handles of the POSIX side.
+/// The table of the handles on POSIX systems.
 namespace os::posix {
 
 /// The open handles of the process.
 ///
-/// A handle is a slot number with a generation above it. Copies of a handle outlive its closing,
-/// and the system gives the number of a closed descriptor to the next file at once; a closed handle
-/// must not reach that file. Closing therefore ends a generation, and a freed slot rests until
-/// kReserve others have been freed after it: a stale handle would have to survive millions of opens
-/// before its number came up again.
+/// A handle is a slot number with a generation above it. A copy of a handle can outlive the close,
+/// and the system gives the number of a closed descriptor to the next file at once. A closed handle
+/// must not reach that file. Therefore a close ends a generation, and the slot is not used again
+/// until kReserve others have been freed after it. So only millions of opens later could a stale
+/// handle's number return.
 class HandleTable {
  public:
   struct File {
@@ -27,8 +27,8 @@ class HandleTable {
     bool has_lock = false;  ///< a lock taken by lock(), not the short one around a single transfer
   };
 
-  /// Takes the descriptor over. No value when the table is full; the descriptor then stays the
-  /// caller's.
+  /// Takes over the descriptor. Returns nothing if the table is full; then the caller keeps the
+  /// descriptor.
   std::optional<Handle> add(int descriptor) {
     const std::scoped_lock guard(m_mutex);
     std::uint32_t index = m_oldest_free;
@@ -46,8 +46,8 @@ class HandleTable {
     return static_cast<Handle>(slot.generation << kSlotBits | index);
   }
 
-  /// The file of a handle. It is a copy: a thread that closes a handle while another one uses it
-  /// gets what it would get from the system.
+  /// The file of a handle, as a copy. If one thread closes a handle while another one uses it, the
+  /// result is that of the system.
   std::optional<File> find(Handle handle) {
     const std::scoped_lock guard(m_mutex);
     const Slot* slot = live_slot(handle);
@@ -60,8 +60,8 @@ class HandleTable {
     if (Slot* slot = live_slot(handle)) slot->file.has_lock = has_lock;
   }
 
-  /// Ends the handle; the descriptor is the caller's to close. Needs no memory: where that has run
-  /// out, the file and its lock must go all the same.
+  /// Ends the handle; the caller closes the descriptor. Needs no memory: even without memory the
+  /// file and its lock must be released.
   std::optional<File> remove(Handle handle) {
     const std::scoped_lock guard(m_mutex);
     Slot* slot = live_slot(handle);
@@ -81,14 +81,14 @@ class HandleTable {
   static constexpr unsigned kSlotBits = 18;
   static constexpr std::size_t kMaxSlots = std::size_t{1} << kSlotBits;
   static constexpr std::uint32_t kSlotMask = (1U << kSlotBits) - 1;
-  /// The first one lifts every handle above the descriptors a system gives out (about a million).
+  /// The first one puts every handle above the descriptors of a system (about a million).
   static constexpr std::uint32_t kFirstGeneration = 8;
   static constexpr std::uint32_t kLastGeneration = (1U << (31 - kSlotBits)) - 1;
   static constexpr std::size_t kReserve = 1024;
 
   struct Slot {
     std::uint32_t generation = kFirstGeneration;
-    std::uint32_t next_free = 0;  ///< of a freed slot: the one that was freed after it
+    std::uint32_t next_free = 0;  ///< for a freed slot: the one that was freed after it
     File file;
   };
 

@@ -19,7 +19,7 @@ constexpr char16_t kPastTrail = 0xE000;
 constexpr bool is_lead(char16_t unit) { return unit >= kFirstLead && unit < kFirstTrail; }
 constexpr bool is_trail(char16_t unit) { return unit >= kFirstTrail && unit < kPastTrail; }
 
-/// A surrogate in three bytes: 0xED, then 0xA0 or above (below that it is an ordinary character).
+/// A surrogate in three bytes: 0xED, then 0xA0 or more (with less it is an ordinary character).
 bool is_surrogate_form(std::string_view bytes) {
   const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(bytes[at]); };
   return bytes.size() >= 3 && byte(0) == 0xED && byte(1) >= 0xA0 && byte(1) <= 0xBF &&
@@ -31,7 +31,7 @@ std::string_view without_trailing(std::string_view text, std::string_view charac
   return text.substr(0, last == std::string_view::npos ? 0 : last + 1);
 }
 
-/// The position after the character at @p at; bytes that only continue a character go with it.
+/// The position after the character at @p at and its continuation bytes.
 std::size_t next_character(std::string_view text, std::size_t at) {
   do {
     ++at;
@@ -39,8 +39,8 @@ std::size_t next_character(std::string_view text, std::size_t at) {
   return at;
 }
 
-/// Goes back to the last "*" alone, which therefore takes as little as it can: the effort is
-/// bounded by the product of the lengths, whatever the pattern.
+/// After a mismatch it goes back only to the last "*". So the work is limited by the product of the
+/// lengths, for any pattern.
 bool matches_plainly(std::string_view pattern, std::string_view name) {
   constexpr auto kNone = std::string_view::npos;
   std::size_t p = 0;
@@ -81,7 +81,7 @@ std::string native_path(std::string_view path) {
 std::string to_bytes(std::u16string_view text) {
   std::string bytes;
   bytes.reserve(text.size());
-  // ASCII is the same in both forms, and nearly all there is.
+  // ASCII is the same in both forms, and nearly all characters are ASCII.
   const auto others = std::find_if(text.begin(), text.end(), [](char16_t c) { return c >= 0x80; });
   bytes.assign(text.begin(), others);
   for (std::size_t i = bytes.size(); i < text.size(); ++i) {
@@ -90,7 +90,7 @@ std::string to_bytes(std::u16string_view text) {
       const std::uint32_t high = static_cast<std::uint32_t>(text[i] - kFirstLead) << 10U;
       character = 0x10000U + high + static_cast<std::uint32_t>(text[++i] - kFirstTrail);
     }
-    // Unchecked, since the checked form refuses a surrogate.
+    // Unchecked, because the checked form refuses a surrogate.
     utf8::unchecked::append(character, std::back_inserter(bytes));
   }
   return bytes;

@@ -4,19 +4,19 @@
 #include <string_view>
 
 /// @file
-/// Paths of the library turned into POSIX paths, and patterns matched against names: pure text, so
-/// that it can be tried on every system. Nothing here looks at a file.
+/// Conversion of the library's paths to POSIX paths, and matching of patterns. It is pure text, so
+/// that it can be tested on every system. Nothing here accesses a file.
 namespace os::posix {
 
-/// The path as the system takes it: "\" becomes "/", a leading "\\?\" is dropped. Nothing else
-/// changes: a drive letter is a plain name, and trailing dots and blanks belong to theirs.
+/// The path for the system: "\" becomes "/", a leading "\\?\" is dropped. Nothing else changes: a
+/// drive letter is a plain name, and dots and blanks at the end belong to a name.
 std::string native_path(std::string_view path);
 
-/// UTF-16 as UTF-8. A surrogate that has no partner becomes the three bytes of its value, which no
-/// valid UTF-8 contains: two different texts never name the same file.
+/// UTF-16 as UTF-8. A surrogate without a partner becomes the three bytes of its value, which valid
+/// UTF-8 never contains. So two different texts never name the same file.
 std::string to_bytes(std::u16string_view text);
 
-/// The reverse of to_bytes(). False for bytes that are no encoding of anything; @p text is then
+/// The reverse of to_bytes(). False if the bytes are not a valid encoding; @p text is then
 /// undefined.
 bool to_wide(std::string_view bytes, std::u16string& text);
 
@@ -27,27 +27,27 @@ struct Trimmed {
 };
 Trimmed trim_separators(std::string path);
 
-/// A path without the "/." components at its end, as a search for a folder's own entry has them.
+/// A path without the "/." components at its end; a search for a folder's own entry adds them.
 std::string trim_self_entries(std::string path);
 
-/// A path cut before its last component. The folder can be handed to the system as it is: "." when
-/// the path has one component only, ending in "/" otherwise.
+/// A path cut before its last component. The folder can be passed to the system as it is: it is "."
+/// if the path has only one component, and ends in "/" otherwise.
 struct Split {
   std::string folder;
   std::string name;
 };
 Split split_last(const std::string& path);
 
-/// Whether a name is a pattern.
+/// Whether a name contains "*" or "?".
 bool is_pattern(std::string_view name);
 
-/// Whether a pattern covers a name, letter case observed. "*" stands for any run of characters, "?"
-/// for exactly one (in UTF-8). A ".*" at the end also covers the absence of an extension, so "*.*"
-/// is everything; dots and blanks at the end of a pattern mean nothing.
+/// Whether a pattern matches a name, with regard to letter case. "*" matches any run of characters,
+/// "?" exactly one (in UTF-8). A ".*" at the end also matches a missing extension, so "*.*" matches
+/// every name. Dots and blanks at the end of a pattern are ignored.
 bool matches(std::string_view pattern, std::string_view name);
 
-/// An absolute path with "." and ".." folded and runs of separators made one, as text; above the
-/// root is the root. A separator at the end stays.
+/// An absolute path as text, with "." and ".." folded and each run of separators made one. ".." in
+/// the root is the root. A separator at the end stays.
 std::string fold(std::string_view absolute);
 
 }  // namespace os::posix

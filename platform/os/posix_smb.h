@@ -10,8 +10,8 @@
 #include "platform/os/posix_calls.h"
 
 /// @file
-/// The mounts of Linux's own SMB client. A lock there does not belong to its handle, and a rename
-/// that must not replace does: docs/network-shares.md.
+/// The mounts of the SMB client of Linux. There a lock does not belong to its handle, and a rename
+/// that must not replace a file can replace one: docs/network-shares.md.
 namespace os::posix {
 
 inline bool is_on_smb(const std::string& path) {
@@ -28,7 +28,7 @@ inline bool is_on_smb(const std::string& path) {
   }
 }
 
-/// The same for a path whose entry is known: a file system on a device of its own is not asked for.
+/// The same for a path with known @p info. A file system on a device of its own is not checked.
 inline bool is_on_smb(const std::string& path, const FileInfo& info) {
   return major(info.st_dev) == 0 && is_on_smb(path);
 }
