@@ -1,6 +1,6 @@
 #include <memory>
 
-#include "client/stgctl/entry_look.h"
+#include "client/stgctl/look.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {

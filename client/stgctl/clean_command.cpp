@@ -7,8 +7,7 @@
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/operations.h"
-#include "client/stgctl/progress.h"
-#include "client/stgctl/removing.h"
+#include "client/stgctl/output.h"
 #include "client/stgctl/text.h"
 #include "client/stgctl/what_if.h"
 

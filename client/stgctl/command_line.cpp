@@ -1,4 +1,5 @@
 // The one file that knows CLI11.
+
 #include "client/stgctl/command_line.h"
 
 #include <CLI/CLI.hpp>
@@ -8,7 +9,7 @@
 #include <sstream>
 #include <utility>
 
-#include "client/stgctl/arguments.h"
+#include "client/stgctl/command.h"
 #include "client/stgctl/output.h"
 #include "client/stgctl/text.h"
 

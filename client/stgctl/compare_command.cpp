@@ -7,7 +7,7 @@
 #include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
 #include "client/stgctl/manifest.h"
-#include "client/stgctl/progress.h"
+#include "client/stgctl/output.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {

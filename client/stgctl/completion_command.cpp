@@ -1,11 +1,270 @@
+// completion: the scripts of the shells. complete: what these ask for while somebody types.
+
+#include <algorithm>
+#include <initializer_list>
 #include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/command_line.h"
-#include "client/stgctl/completion.h"
 #include "client/stgctl/context.h"
+#include "client/stgctl/look.h"
+#include "client/stgctl/template_text.h"
+#include "client/stgctl/text.h"
 
 namespace stgctl {
+
+namespace {
+
+std::string spaced(const std::vector<std::string>& words) { return joined(words, " "); }
+
+/// What can stand at a place: sub-commands, the command's options and the global ones.
+std::vector<std::string> words_at(const CommandUsage& command, const CommandUsage& program) {
+  std::vector<std::string> words = command.subcommands;
+  for (const OptionUsage& option : command.options) {
+    words.insert(words.end(), option.names.begin(), option.names.end());
+  }
+  if (command.path.empty()) return words;
+  for (const OptionUsage& option : program.options) {
+    for (const std::string& name : option.names) {
+      if (name != "--version" && name != "-V" &&
+          std::find(words.begin(), words.end(), name) == words.end()) {
+        words.push_back(name);
+      }
+    }
+  }
+  return words;
+}
+
+enum class Kind { kWords, kFolders, kFiles, kOwners, kNames, kAnything };
+
+Kind kind_of(const OptionUsage& option) {
+  const std::string& value = option.value;
+  if (!option.choices.empty()) return Kind::kWords;
+  if (value == "DIR") return Kind::kFolders;
+  if (value == "FILE" || value == "SOURCE") return Kind::kFiles;
+  if (value == "OWNER") return Kind::kOwners;
+  if (value == "NAME" || value == "NEW-NAME" || value == "ENTRY" || value == "PATTERN")
+    return Kind::kNames;
+  return Kind::kAnything;
+}
+
+/// What "stgctl complete" is asked for; empty for what it does not know.
+std::string asked_for(Kind kind) {
+  if (kind == Kind::kOwners) return "owners";
+  return kind == Kind::kNames ? "names" : "";
+}
+
+/// Of what stands at a command without an option's name before it.
+Kind kind_of_positionals(const CommandUsage& command) {
+  for (const OptionUsage& option : command.options) {
+    if (!option.names.empty()) continue;
+    if (const Kind kind = kind_of(option); kind != Kind::kAnything) return kind;
+  }
+  return Kind::kAnything;
+}
+
+/// Calls back for every option that takes a value, with the name of the command where it does:
+/// global options do everywhere ("*").
+template <class Callback>
+void for_each_value(const std::vector<CommandUsage>& usage, Callback&& callback) {
+  for (const CommandUsage& command : usage) {
+    for (const OptionUsage& option : command.options) {
+      if (option.value.empty() || option.names.empty()) continue;
+      for (const std::string& name : option.names) {
+        callback(command.path.empty() ? std::string("*") : command.name(), name, option);
+      }
+    }
+  }
+}
+
+/// The commands whose positionals are of a kind, as a pattern of a shell: 'get'|'keys show'.
+std::string pattern_of(const std::vector<CommandUsage>& usage, Kind kind) {
+  std::string pattern;
+  for (const CommandUsage& command : usage) {
+    if (command.path.empty() || kind_of_positionals(command) != kind) continue;
+    pattern += formatted("{}'{}'", pattern.empty() ? "" : "|", command.name());
+  }
+  return pattern;
+}
+
+std::string pattern_of_all(const std::vector<CommandUsage>& usage) {
+  std::string pattern;
+  for (const CommandUsage& command : usage) {
+    if (command.path.empty()) continue;
+    pattern += formatted("{}'{}'", pattern.empty() ? "" : "|", command.name());
+  }
+  return pattern;
+}
+
+/// A file of the folder completion/ with its gaps filled: "%NAME%" by what belongs there.
+std::string filled(const char* file,
+                   std::initializer_list<std::pair<std::string_view, std::string>> gaps) {
+  std::string script(embedded_file(file));
+  for (const auto& [gap, text] : gaps) {
+    for (std::size_t at = script.find(gap); at != std::string::npos;
+         at = script.find(gap, at + text.size()))
+      script.replace(at, gap.size(), text);
+  }
+  return script;
+}
+
+// In the scripts "place" is the command that is being typed, such as "keys set", and "tree" what
+// the command line says of the tree; the rest is up to the environment, as for any command.
+
+// ---- bash and zsh ------------------------------------------------------------------------------
+
+/// What the two call differently.
+struct CaseShell {
+  const char* file;
+  std::string (*reply)(const OptionUsage& option);
+  const char* words;  ///< what is done with the words of a place
+};
+
+std::string case_script(const CaseShell& shell, const std::vector<CommandUsage>& usage) {
+  std::string values;
+  for_each_value(
+      usage, [&](const std::string& place, const std::string& name, const OptionUsage& option) {
+        values += formatted("    {}|{}') {}; return ;;\n", place == "*" ? "*'" : "'" + place, name,
+                            shell.reply(option));
+      });
+  std::string places;
+  for (const CommandUsage& command : usage) {
+    places += formatted("    '{}') ", command.name()) + shell.words;
+    places.replace(places.rfind("%"), 1, spaced(words_at(command, usage.front())));
+    places += " ;;\n";
+  }
+  return filled(shell.file, {{"%PATHS%", pattern_of_all(usage)},
+                             {"%VALUES%", values},
+                             {"%NAMES%", pattern_of(usage, Kind::kNames)},
+                             {"%OWNERS%", pattern_of(usage, Kind::kOwners)},
+                             {"%PLACES%", places}});
+}
+
+std::string bash_reply(const OptionUsage& option) {
+  switch (const Kind kind = kind_of(option)) {
+    case Kind::kWords:
+      return formatted("COMPREPLY=($(compgen -W '{}' -- \"$cur\"))", spaced(option.choices));
+    case Kind::kFolders:
+      return "COMPREPLY=($(compgen -d -- \"$cur\"))";
+    case Kind::kFiles:
+      return "COMPREPLY=($(compgen -f -- \"$cur\"))";
+    case Kind::kAnything:
+      return ":";
+    default:
+      return "_stgctl_found " + asked_for(kind);
+  }
+}
+
+std::string zsh_reply(const OptionUsage& option) {
+  switch (const Kind kind = kind_of(option)) {
+    case Kind::kWords:
+      return formatted("compadd -- {}", spaced(option.choices));
+    case Kind::kFolders:
+      return "_files -/";
+    case Kind::kFiles:
+      return "_files";
+    case Kind::kAnything:
+      return "_message 'value'";
+    default:
+      return "_stgctl_found " + asked_for(kind);
+  }
+}
+
+constexpr CaseShell kBash = {"stgctl.bash", bash_reply, "words='%'"};
+constexpr CaseShell kZsh = {"stgctl.zsh", zsh_reply, "compadd -- %"};
+
+// ---- fish --------------------------------------------------------------------------------------
+
+std::string fish_quoted(const std::string& text) {
+  std::string quoted = "'";
+  for (const char c : text) {
+    if (c == '\'' || c == '\\') quoted += '\\';
+    quoted += c;
+  }
+  return quoted + "'";
+}
+
+std::string fish_option(const CommandUsage& command, const OptionUsage& option) {
+  std::string line = "complete -c stgctl";
+  if (!command.path.empty()) line += formatted(" -n \"__stgctl_at '{}'\"", command.name());
+  for (const std::string& name : option.names) {
+    line += name.starts_with("--") ? " -l " + name.substr(2) : " -s " + name.substr(1);
+  }
+  if (!option.value.empty()) line += " -r";
+  if (!option.choices.empty()) line += formatted(" -f -a '{}'", spaced(option.choices));
+  if (const std::string what = asked_for(kind_of(option)); !what.empty())
+    line += formatted(" -f -a '(__stgctl_found {})'", what);
+  return line + " -d " + fish_quoted(option.description) + "\n";
+}
+
+std::string fish_script(const std::vector<CommandUsage>& usage) {
+  std::string lines;
+  for (const CommandUsage& command : usage) {
+    for (const CommandUsage& below : usage) {
+      if (below.path.size() != command.path.size() + 1 ||
+          !std::equal(command.path.begin(), command.path.end(), below.path.begin())) {
+        continue;
+      }
+      lines += formatted("complete -c stgctl -n \"__stgctl_at '{}'\" -f -a {} -d {}\n",
+                         command.name(), below.path.back(), fish_quoted(below.summary));
+    }
+    if (const std::string what = asked_for(kind_of_positionals(command)); !what.empty()) {
+      lines += formatted("complete -c stgctl -n \"__stgctl_at '{}'\" -f -a '(__stgctl_found {})'\n",
+                         command.name(), what);
+    }
+    for (const OptionUsage& option : command.options) {
+      if (!option.names.empty()) lines += fish_option(command, option);
+    }
+  }
+  std::string known;
+  for (const CommandUsage& command : usage) {
+    if (!command.path.empty()) known += " '" + command.name() + "'";
+  }
+  return filled("stgctl.fish", {{"%PATHS%", known}, {"%LINES%", lines}});
+}
+
+// ---- PowerShell --------------------------------------------------------------------------------
+
+std::string powershell_script(const std::vector<CommandUsage>& usage) {
+  std::string places;
+  std::string asked;
+  for (const CommandUsage& command : usage) {
+    places +=
+        formatted("    '{}' = '{}'\n", command.name(), spaced(words_at(command, usage.front())));
+    if (const std::string what = asked_for(kind_of_positionals(command)); !what.empty())
+      asked += formatted("    '{}' = '{}'\n", command.name(), what);
+  }
+  std::string values;
+  for_each_value(
+      usage, [&](const std::string& place, const std::string& name, const OptionUsage& option) {
+        if (!option.choices.empty())
+          values += formatted("    '{}|{}' = '{}'\n", place, name, spaced(option.choices));
+        if (const std::string what = asked_for(kind_of(option)); !what.empty())
+          asked += formatted("    '{}|{}' = '{}'\n", place, name, what);
+      });
+  return filled("stgctl.ps1", {{"%PLACES%", places}, {"%VALUES%", values}, {"%ASKED%", asked}});
+}
+
+/// The shells for which completion_script() knows what to write.
+const std::vector<std::string>& completion_shells() {
+  static const std::vector<std::string> kShells = {"bash", "zsh", "fish", "powershell"};
+  return kShells;
+}
+
+/// A script that teaches a shell to complete the program's command line.
+std::string completion_script(const std::string& shell, const std::vector<CommandUsage>& usage) {
+  if (shell == "bash") return case_script(kBash, usage);
+  if (shell == "zsh") return case_script(kZsh, usage);
+  if (shell == "fish") return fish_script(usage);
+  return powershell_script(usage);
+}
+
+}  // namespace
 
 void add_completion_command(Commands& commands) {
   const auto declare = [](Arguments& app) -> Run {
@@ -31,6 +290,106 @@ void add_completion_command(Commands& commands) {
        "  zsh         stgctl completion zsh > a folder of $fpath, as _stgctl\n"
        "  fish        stgctl completion fish | source\n"
        "  powershell  stgctl completion powershell | Out-String | Invoke-Expression"});
+}
+
+// ---- complete ----------------------------------------------------------------------------------
+
+namespace {
+
+namespace sys = admin::sys;
+
+struct Options {
+  std::string what;
+  std::string begin;
+};
+
+/// Nobody reads more on a screen.
+constexpr std::size_t kMost = 2000;
+
+/// Whoever types waits for no lock, and a half-written index costs some proposals at most.
+sys::Locking at_once() {
+  sys::Locking locking;
+  locking.mode = sys::Locking::Mode::kNone;
+  return locking;
+}
+
+/// What cannot be typed is not proposed.
+void propose(std::set<std::string>& all, const Options& options, std::string_view text) {
+  if (text.starts_with(options.begin) && shown(text) == text) all.emplace(text);
+}
+
+std::set<std::string> owners(Context& context, const Options& options) {
+  std::set<std::string> found;
+  if (context.tree().layout == admin::Layout::kFlat) return found;
+  const admin::Scope scope = context.scope();
+  for (const admin::Area area : admin::kAreas) {
+    if (area == admin::Area::kSemlets || scope.area.value_or(area) != area) continue;
+    sys::Folder folder;
+    if (!folder.open(context.tree().folder_of(area)).ok()) continue;
+    sys::Entry entry;
+    while (folder.next(entry)) {
+      if (entry.kind == sys::Kind::kFolder) propose(found, options, entry.name);
+    }
+  }
+  return found;
+}
+
+/// Where versions that begin so can be: "docs/anna/sa" is about one owner's documents.
+admin::Scope scope_of(Context& context, const std::string& begin) {
+  admin::Scope scope = context.scope();
+  const std::size_t slash = begin.find('/');
+  if (slash == std::string::npos) return scope;
+  scope.area = admin::area_named(begin.substr(0, slash));
+  const std::size_t next = begin.find('/', slash + 1);
+  const bool has_owner = context.tree().layout == admin::Layout::kOwner;
+  if (has_owner && next != std::string::npos)
+    scope.owner = begin.substr(slash + 1, next - slash - 1);
+  return scope;
+}
+
+/// Versions as every line prints them, and names by themselves where some letters are there.
+std::set<std::string> names(Context& context, const Options& options) {
+  std::set<std::string> found;
+  admin::EntryQuery query;
+  query.scope = scope_of(context, options.begin);
+  query.locking = at_once();
+  query.state = admin::EntryState::kIndexed;
+  query.stop = &Context::interrupt_flag();
+  std::string version;
+  static_cast<void>(admin::for_each_entry(
+      context.tree(), query,
+      [&](const admin::EntryView& entry) {
+        version.clear();
+        append_subject(version, entry);
+        propose(found, options, version);
+        if (!options.begin.empty()) propose(found, options, entry.logical);
+        return found.size() < kMost;
+      },
+      [](const std::string&, const std::string&) {}));
+  return found;
+}
+
+Exit run(Context& context, const Options& options) {
+  const std::set<std::string> all =
+      options.what == "owners" ? owners(context, options) : names(context, options);
+  for (const std::string& each : all) context.out().write(each + "\n");
+  return all.empty() ? Exit::kNothingMatched : Exit::kDone;
+}
+
+}  // namespace
+
+void add_complete_command(Commands& commands) {
+  const auto declare = [](Arguments& app) -> Run {
+    const auto options = std::make_shared<Options>();
+    app.add_option("what", options->what, "What is being typed")
+        .type_name("WHAT")
+        .required()
+        .one_of({"owners", "names"});
+    app.add_option("begin", options->begin, "As far as it is typed").type_name("TEXT");
+    return [options](Context& context) { return run(context, *options); };
+  };
+  commands.push_back({"complete", Group::kHidden, Effect::kLooks,
+                      "List owners, or names, that begin so", declare});
 }
 
 }  // namespace stgctl

@@ -1,18 +1,29 @@
-#include "client/stgctl/context.h"
-
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <system_error>
+#include <thread>
+#include <vector>
 
+#include "client/admin/system.h"
 #include "client/stgctl/command_line.h"
+#include "client/stgctl/context.h"
 #include "client/stgctl/exit_codes.h"
-#include "client/stgctl/lock_wait.h"
 #include "client/stgctl/paths.h"
+#include "client/stgctl/target.h"
 #include "client/stgctl/terminal.h"
 #include "client/stgctl/text.h"
-#include "client/stgctl/trace_log.h"
-#include "client/stgctl/version_name.h"
 #include "stg_index.h"
+#include "vu_file.h"
 #include "vu_host.h"
 #include "vu_storage.h"
 
@@ -21,6 +32,128 @@ namespace stgctl {
 namespace fs = std::filesystem;
 
 namespace {
+
+/// Writes what the library traces, one line each, to a file or to the standard error output, when
+/// that is asked for; and keeps the last warning or error, for the messages of the client itself.
+class TraceLog : public vu_host::trace_sink {
+ public:
+  /// @param most the widest circle of records; nothing is written without one. @param file empty
+  /// for the standard error output. @throws Failure when the file cannot be written.
+  TraceLog(std::optional<vu_host::trace_level> most, const std::string& file);
+  ~TraceLog() override;
+  TraceLog(const TraceLog&) = delete;
+  TraceLog& operator=(const TraceLog&) = delete;
+
+  /// The last warning or error since forget_trouble(), in one line; empty without one.
+  std::string trouble() const;
+  void forget_trouble();
+
+  bool wants(vu_host::trace_level level) const noexcept override {
+    return m_most && level <= *m_most;
+  }
+  bool wants(vu_host::trace_event event) const noexcept override {
+    return m_most || event != vu_host::trace_event::success;
+  }
+  void scope_begin(const vu_host::trace_site& site, vu_host::trace_level level,
+                   std::string_view label) noexcept override;
+  void scope_end(const vu_host::trace_site& site, vu_host::trace_level level) noexcept override;
+  void scope_message(const vu_host::trace_site& site, std::string_view text) noexcept override;
+  void record(const vu_host::trace_site& site, vu_host::trace_level level,
+              std::string_view text) noexcept override;
+  void event(const vu_host::trace_site& site, vu_host::trace_event event,
+             std::string_view text) noexcept override;
+
+ private:
+  void keep(std::string_view text) noexcept;
+  void line(const vu_host::trace_site& site, const char* kind, std::string_view text) noexcept;
+
+  std::optional<vu_host::trace_level> m_most;
+  mutable std::mutex m_mutex;
+  std::string m_trouble;
+  std::FILE* m_file;
+  bool m_owned;
+};
+
+constexpr std::array<const char*, 5> kLevels = {"XS", "S", "M", "L", "XL"};
+constexpr std::array<const char*, 3> kEvents = {"Success", "Warning", "Error"};
+
+const char* name_of(vu_host::trace_level level) {
+  return kLevels.at(static_cast<std::size_t>(level));
+}
+
+TraceLog::TraceLog(std::optional<vu_host::trace_level> most, const std::string& file)
+    : m_most(most), m_file(stderr), m_owned(most && !file.empty()) {
+  if (!m_owned) return;
+  m_file = std::fopen(file.c_str(), "ab");
+  if (m_file == nullptr) {
+    throw Failure(Exit::kFailed,
+                  "the trace file " + shown(file) + " cannot be written; name another one");
+  }
+}
+
+TraceLog::~TraceLog() {
+  if (m_owned) std::fclose(m_file);
+}
+
+void TraceLog::scope_begin(const vu_host::trace_site& site, vu_host::trace_level level,
+                           std::string_view label) noexcept {
+  line(site, name_of(level), label.empty() ? site.signature : label);
+}
+
+void TraceLog::scope_end(const vu_host::trace_site&, vu_host::trace_level) noexcept {}
+
+void TraceLog::scope_message(const vu_host::trace_site& site, std::string_view text) noexcept {
+  line(site, "scope", text);
+}
+
+void TraceLog::record(const vu_host::trace_site& site, vu_host::trace_level level,
+                      std::string_view text) noexcept {
+  line(site, name_of(level), text);
+}
+
+void TraceLog::event(const vu_host::trace_site& site, vu_host::trace_event event,
+                     std::string_view text) noexcept {
+  if (event != vu_host::trace_event::success) keep(text);
+  if (m_most) line(site, kEvents.at(static_cast<std::size_t>(event)), text);
+}
+
+void TraceLog::keep(std::string_view text) noexcept {
+  const std::scoped_lock guard(m_mutex);
+  try {
+    m_trouble.clear();
+    bool gap = false;
+    // In one line: the system's texts end in CR LF.
+    for (const char c : text) {
+      const bool is_blank = static_cast<unsigned char>(c) <= ' ';
+      if (!is_blank && gap && !m_trouble.empty()) m_trouble += ' ';
+      if (!is_blank) m_trouble += c;
+      gap = is_blank;
+    }
+  } catch (const std::exception&) {
+    m_trouble.clear();
+  }
+}
+
+std::string TraceLog::trouble() const {
+  const std::scoped_lock guard(m_mutex);
+  return m_trouble;
+}
+
+void TraceLog::forget_trouble() {
+  const std::scoped_lock guard(m_mutex);
+  m_trouble.clear();
+}
+
+void TraceLog::line(const vu_host::trace_site& site, const char* kind,
+                    std::string_view text) noexcept {
+  const std::scoped_lock guard(m_mutex);
+  try {
+    std::fprintf(m_file, "%s:%d %s %s\n", site.source, site.line, kind, shown(text).c_str());
+  } catch (const std::exception&) {
+    // No memory for the text: the record is lost, the operation goes on.
+    std::fprintf(m_file, "%s:%d %s\n", site.source, site.line, kind);
+  }
+}
 
 constexpr const char* kStorageFolder = "storage";
 
@@ -210,6 +343,85 @@ void Context::confirm(std::string_view question) {
   if (answer != "y" && answer != "Y" && answer != "yes") {
     throw Failure(Exit::kRefused, "not confirmed; nothing was changed");
   }
+}
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kPatience = 2s;
+constexpr std::chrono::milliseconds kShortest = 5ms;
+constexpr std::chrono::milliseconds kLongest = 100ms;
+
+/// Whether an exclusive lock on the file could be had right now. What cannot be opened, or is not
+/// there, is held by nobody: the operation itself will find out what is wrong.
+bool is_free(const std::string& folder, const std::string& name) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(to_path(joined(folder, name)), error)) return true;
+  for (const vu_file::type_access mode : {vu_file::o_write, vu_file::o_read}) {
+    vu_file file(folder, name);
+    bool refused = false;
+    // A read-only file opens for reading only; a shared lock tells of writers at least.
+    if (file.try_open(mode, refused, true)) return !refused;
+  }
+  return true;
+}
+
+void wait_for_one(Context& context, const std::string& folder, const std::string& name) {
+  if (is_free(folder, name)) return;
+  const Clock::time_point begin = Clock::now();
+  const auto limit = context.options().lock_timeout;
+  bool told = false;
+  for (std::chrono::milliseconds pause = kShortest;; pause = std::min(2 * pause, kLongest)) {
+    Context::stop_if_interrupted();
+    const auto waited = Clock::now() - begin;
+    if (limit && waited >= *limit) {
+      throw lock_missed(context, joined(folder, name));
+    }
+    if (!told && waited >= kPatience) {
+      told = true;
+      tell_waiting(context, joined(folder, name));
+    }
+    std::this_thread::sleep_for(pause);
+    if (is_free(folder, name)) return;
+  }
+}
+
+}  // namespace
+
+Failure lock_missed(Context& context, const std::string& path) {
+  const std::chrono::duration<double> limit = context.options().lock_timeout.value_or(0ms);
+  return {Exit::kLockTimeout,
+          formatted("{} is locked by {}; not obtained within {:.1f} s (--lock-timeout)",
+                    shown(path), holder_of(context, path), limit.count())};
+}
+
+// ---- locks that are waited for -----------------------------------------------------------------
+
+std::string holder_of(Context& context, const std::string& path) {
+  const std::string& storage = context.storage();
+  std::vector<admin::sys::HeldLock> locks;
+  admin::sys::find_locks(storage, locks);
+  std::string holders;
+  for (const admin::sys::HeldLock& lock : locks) {
+    if (lock.path != path) continue;
+    if (!holders.empty()) holders += ", ";
+    holders += formatted("process {}", lock.process);
+    if (!lock.command.empty()) holders += formatted(" ({})", shown(lock.command));
+  }
+  return holders.empty() ? "another process" : holders;
+}
+
+void tell_waiting(Context& context, const std::string& path) {
+  context.out().note(
+      formatted("stgctl: waiting for {}, locked by {}", shown(path), holder_of(context, path)));
+}
+
+void wait_until_free(Context& context, const std::string& folder, const std::string& file) {
+  wait_for_one(context, folder, "index.dat");
+  wait_for_one(context, folder, "index");
+  if (!file.empty()) wait_for_one(context, folder, file);
 }
 
 }  // namespace stgctl

@@ -11,7 +11,7 @@ foreach(file IN LISTS files)
   string(REPLACE "\n" "\n)~\"\n         R\"~(" text "${text}")
   string(APPEND cases "  if (name == \"${name}\")\n    return R\"~(${text})~\";\n")
 endforeach()
-file(WRITE ${OUT} "#include \"client/stgctl/embedded.h\"
+file(WRITE ${OUT} "#include \"client/stgctl/template_text.h\"
 
 #include <stdexcept>
 #include <string>

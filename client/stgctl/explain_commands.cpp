@@ -5,7 +5,6 @@
 #include "client/admin/explain.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
-#include "client/stgctl/stamp.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {

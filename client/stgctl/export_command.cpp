@@ -1,15 +1,20 @@
-
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <system_error>
+#include <unordered_map>
+#include <vector>
 
+#include "client/admin/entries.h"
+#include "client/admin/text.h"
 #include "client/stgctl/command.h"
-#include "client/stgctl/export_names.h"
 #include "client/stgctl/manifest.h"
 #include "client/stgctl/new_file.h"
+#include "client/stgctl/output.h"
 #include "client/stgctl/paths.h"
-#include "client/stgctl/progress.h"
 #include "client/stgctl/report.h"
 #include "client/stgctl/text.h"
 
@@ -19,6 +24,101 @@ namespace fs = std::filesystem;
 namespace sys = admin::sys;
 
 namespace {
+
+/// Paths of portable names for paths that come folder by folder.
+class PortablePaths {
+ public:
+  void clear();
+  /// The portable form of a path of names between "/".
+  std::string take(std::string_view path);
+
+ private:
+  struct Folder {
+    std::string name;
+    std::string portable;
+    admin::PortableNames names;
+  };
+  admin::PortableNames m_names;
+  std::vector<Folder> m_folders;  ///< those that the last path led through, from the top
+};
+
+/// Where each item of an inventory lies in an export, with "/" between the names:
+///
+///     docs/OWNER/TIMESTAMP/NAME                    a version
+///     docs/OWNER/TIMESTAMP.parts/NAME/_STAMP/...   its parts
+///     list/OWNER/...                               files that are addressed by path
+///
+/// All names are portable, and unlike in each folder.
+class ExportNames {
+ public:
+  /// For the next item of the inventory.
+  std::string take(const admin::Holding& holding);
+
+ private:
+  void enter(const admin::Holding& holding);
+
+  bool m_has_begun = false;
+  admin::Area m_area = admin::Area::kDocs;
+  std::string m_owner;
+  admin::PortableNames m_owners;
+  std::string m_folder;    ///< of the owner
+  std::string m_document;  ///< the last version's name
+  std::unordered_map<std::int32_t, admin::PortableNames> m_documents;
+  PortablePaths m_paths;
+};
+
+void PortablePaths::clear() {
+  m_names.clear();
+  m_folders.clear();
+}
+
+std::string PortablePaths::take(std::string_view path) {
+  std::string result;
+  std::size_t depth = 0;
+  for (std::size_t end; (end = path.find('/')) != std::string_view::npos; ++depth) {
+    const std::string_view name = path.substr(0, end);
+    path.remove_prefix(end + 1);
+    if (depth == m_folders.size() || m_folders[depth].name != name) {
+      m_folders.resize(depth);
+      admin::PortableNames& names = depth == 0 ? m_names : m_folders[depth - 1].names;
+      m_folders.push_back({std::string(name), names.take(name), {}});
+    }
+    result += m_folders[depth].portable + '/';
+  }
+  m_folders.resize(depth);
+  admin::PortableNames& names = depth == 0 ? m_names : m_folders[depth - 1].names;
+  return result + names.take(path);
+}
+
+void ExportNames::enter(const admin::Holding& holding) {
+  if (!m_has_begun || holding.area != m_area) {
+    m_owners.clear();
+  } else if (holding.owner == m_owner) {
+    return;
+  }
+  m_has_begun = true;
+  m_area = holding.area;
+  m_owner = holding.owner;
+  m_folder = admin::name_of(m_area);
+  if (!m_owner.empty()) m_folder += '/' + m_owners.take(m_owner);
+  m_documents.clear();
+  m_paths.clear();
+}
+
+std::string ExportNames::take(const admin::Holding& holding) {
+  enter(holding);
+  switch (holding.kind) {
+    case admin::HoldingKind::kVersion:
+      m_paths.clear();
+      m_document = m_documents[holding.timestamp].take(holding.name);
+      return formatted("{}/{}/{}", m_folder, holding.timestamp, m_document);
+    case admin::HoldingKind::kPart:
+      return formatted("{}/{}.parts/{}/{}", m_folder, holding.timestamp, m_document,
+                       m_paths.take(holding.path));
+    default:
+      return formatted("{}/{}", m_folder, m_paths.take(holding.path));
+  }
+}
 
 using admin::Holding;
 

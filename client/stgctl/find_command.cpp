@@ -2,9 +2,7 @@
 #include <memory>
 
 #include "client/stgctl/command.h"
-#include "client/stgctl/listing.h"
 #include "client/stgctl/look.h"
-#include "client/stgctl/stamp.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {

@@ -7,7 +7,6 @@
 #include "client/stgctl/command.h"
 #include "client/stgctl/operations.h"
 #include "client/stgctl/paths.h"
-#include "client/stgctl/stamp.h"
 #include "client/stgctl/text.h"
 #include "vu_file.h"
 

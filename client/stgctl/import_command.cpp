@@ -3,9 +3,8 @@
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/import_item.h"
-#include "client/stgctl/import_journal.h"
 #include "client/stgctl/manifest.h"
-#include "client/stgctl/progress.h"
+#include "client/stgctl/output.h"
 #include "client/stgctl/report.h"
 #include "client/stgctl/text.h"
 

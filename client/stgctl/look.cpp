@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <tuple>
 
-#include "client/stgctl/arguments.h"
+#include "client/stgctl/command.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {
@@ -98,6 +99,114 @@ std::string_view name_of(admin::sys::Kind kind) {
 std::string_view name_of(admin::sys::Knowledge known) {
   constexpr std::array<std::string_view, 3> kNames = {"complete", "partial", "none"};
   return kNames[static_cast<std::size_t>(known)];
+}
+
+namespace {
+
+/// Writes entries one by one; the line's memory is used again and again.
+class Lister {
+ public:
+  Lister(Context& context, const char* schema, bool with_sizes)
+      : m_context(context), m_schema(schema), m_with_sizes(with_sizes) {}
+
+  bool show(const admin::EntryView& entry) {
+    ++m_count;
+    if (m_context.out().json()) {
+      Json fields = fields_of(entry);
+      if (m_with_sizes) put_info(fields, entry.info);
+      m_context.out().json_line(m_schema, fields);
+    } else {
+      m_line.clear();
+      if (m_with_sizes) {
+        append_formatted(m_line, "{:>10}  {}  ", format_bytes(entry.info.size),
+                         format_time(entry.info.modify_time));
+      }
+      append_subject(m_line, entry);
+      m_line += "  ";
+      append_name(m_line, entry.file);
+      if (entry.state == admin::EntryState::kUnindexed) m_line += "  (no line)";
+      if (entry.state == admin::EntryState::kMissing) m_line += "  (no file)";
+      m_line += '\n';
+      m_context.out().write(m_line);
+    }
+    return !Context::interrupted();
+  }
+
+  std::uint64_t count() const { return m_count; }
+
+ private:
+  Context& m_context;
+  const char* m_schema;
+  bool m_with_sizes;
+  std::uint64_t m_count = 0;
+  std::string m_line;
+};
+
+}  // namespace
+
+admin::EntryQuery query_of(Context& context, const ListingOptions& options) {
+  admin::EntryQuery query;
+  query.scope = context.scope();
+  query.locking = locking_for(context, options.no_lock);
+  query.stop = &Context::interrupt_flag();
+  query.with_info = options.with_sizes;
+  query.with_missing = options.with_missing;
+  if (!options.pattern.empty()) query.pattern = options.pattern;
+  if (!options.timestamp.empty()) query.timestamp = parse_stamp(options.timestamp);
+  return query;
+}
+
+Exit list_entries(Context& context, const admin::EntryQuery& query, const char* schema) {
+  Lister lister(context, schema, query.with_info);
+  const admin::EntryFailures failures = admin::for_each_entry(
+      context.tree(), query, [&](const admin::EntryView& entry) { return lister.show(entry); },
+      warn_of_failures(context));
+  return exit_of(failures, lister.count() != 0);
+}
+
+// ---- at one document ---------------------------------------------------------------------------
+
+void declare_entry(Arguments& app, EntryOptions& options, const char* what) {
+  app.add_option("entry", options.name, what).type_name("ENTRY").required();
+  app.add_option("--timestamp", options.timestamp, "Only the version of this timestamp")
+      .type_name("STAMP")
+      .check(is_stamp);
+  add_no_lock(app, options.no_lock);
+}
+
+EntryOptions taken_apart(Context& context, const EntryOptions& options, Paths paths) {
+  EntryOptions asked = options;
+  // A path of that form is one when it leads to a file.
+  const bool is_path =
+      paths == Paths::kTaken && admin::sys::describe(asked.name).kind != admin::sys::Kind::kMissing;
+  if (!is_path) context.take_apart(asked.name, asked.timestamp);
+  return asked;
+}
+
+std::vector<FoundEntry> versions_of(Context& context, const EntryOptions& options,
+                                    admin::EntryFailures& failures) {
+  admin::EntryQuery query;
+  query.scope = context.scope();
+  query.logical = options.name;
+  if (!options.timestamp.empty()) query.timestamp = parse_stamp(options.timestamp);
+  query.with_info = true;
+  query.locking = locking_for(context, options.no_lock);
+  query.stop = &Context::interrupt_flag();
+  std::vector<FoundEntry> found;
+  failures = admin::for_each_entry(
+      context.tree(), query,
+      [&](const admin::EntryView& entry) {
+        found.emplace_back(entry);
+        return true;
+      },
+      warn_of_failures(context));
+  const auto order = [](const FoundEntry& entry) {
+    return std::tie(entry.folder.area, entry.folder.owner, entry.name, entry.timestamp);
+  };
+  std::sort(found.begin(), found.end(), [&](const FoundEntry& one, const FoundEntry& other) {
+    return order(one) < order(other);
+  });
+  return found;
 }
 
 }  // namespace stgctl

@@ -3,11 +3,14 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "client/admin/entries.h"
 #include "client/admin/explain.h"
+#include "client/stgctl/command.h"
 #include "client/stgctl/context.h"
 #include "client/stgctl/exit_codes.h"
+#include "client/stgctl/target.h"
 
 /// @file
 /// What the commands that look have in common.
@@ -46,5 +49,41 @@ void put_info(Json& object, const admin::sys::Info& info);
 std::string_view name_of(admin::sys::Kind kind);
 /// "complete", "partial", "none".
 std::string_view name_of(admin::sys::Knowledge known);
+
+/// What a listing is asked for on the command line.
+struct ListingOptions {
+  std::string pattern;
+  std::string timestamp;
+  bool with_sizes = false;
+  bool with_missing = false;
+  bool no_lock = false;
+};
+
+admin::EntryQuery query_of(Context& context, const ListingOptions& options);
+/// Lists the entries that match, one by one as they are met. @param schema "stgctl.ls/1".
+Exit list_entries(Context& context, const admin::EntryQuery& query, const char* schema);
+
+// ---- at one document ---------------------------------------------------------------------------
+//
+// What the commands that look at one document have in common: versions, which, cat, parts.
+
+struct EntryOptions {
+  std::string name;
+  std::string timestamp;
+  bool no_lock = false;
+};
+
+/// Whether the name may be the path of a file as well.
+enum class Paths { kTaken, kRefused };
+
+/// Declares the name, --timestamp and --no-lock. @param what the name's description.
+void declare_entry(Arguments& app, EntryOptions& options, const char* what);
+/// Takes the name apart where it is one as lines print it.
+EntryOptions taken_apart(Context& context, const EntryOptions& options, Paths paths);
+
+/// All versions of the name that the options and --area and --owner leave, in order. Folders that
+/// could not be read are warned of.
+std::vector<FoundEntry> versions_of(Context& context, const EntryOptions& options,
+                                    admin::EntryFailures& failures);
 
 }  // namespace stgctl

@@ -1,7 +1,6 @@
 #include <memory>
 
 #include "client/stgctl/command.h"
-#include "client/stgctl/listing.h"
 #include "client/stgctl/look.h"
 
 namespace stgctl {

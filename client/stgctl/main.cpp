@@ -1,8 +1,64 @@
 // stgctl: looks at, explains, checks and changes a storage tree. terminal_*.cpp start it.
-#include "client/stgctl/application.h"
-#include "client/stgctl/terminal.h"
 
-int stgctl::terminal::run_program(const std::vector<std::string>& arguments) {
+#include <exception>
+#include <optional>
+
+#include "client/stgctl/command_line.h"
+#include "client/stgctl/context.h"
+#include "client/stgctl/output.h"
+#include "client/stgctl/terminal.h"
+#include "client/stgctl/text.h"
+#include "vu_file_except.h"
+
+namespace stgctl {
+
+namespace {
+
+Exit run_guarded(const Run& run, Context& context) {
+  Output& out = context.out();
+  try {
+    const Exit result = run(context);
+    if (result == Exit::kNothingMatched && !out.has_results())
+      out.error("nothing in the tree matches");
+    out.flush();
+    return result;
+  } catch (const Failure& failure) {
+    if (*failure.what() != '\0') out.error(failure.what());
+    return failure.code();
+  } catch (const vu_file_except& failure) {
+    out.error("a file of the tree cannot be opened or read: " + failure.what() +
+              "; --trace m tells which one");
+  } catch (const std::exception& failure) {
+    out.error(shown(std::string_view(failure.what())));
+  }
+  return Exit::kFailed;
+}
+
+/// Reads the command line and runs the command that it names.
+Exit run_application(const std::vector<std::string>& arguments) {
+  Output out;
+  try {
+    CommandLine line;
+    if (const std::optional<Exit> told = line.parse(arguments, out)) {
+      out.flush();
+      return *told;
+    }
+    out.configure(line.options());
+    if (!line.changes()) out.end_when_closed();
+    terminal::watch_interrupt();
+    Context context(line, out);
+    return run_guarded(line.run(), context);
+  } catch (const Failure& failure) {
+    out.error(failure.what());
+    return failure.code();
+  }
+}
+
+}  // namespace
+
+int terminal::run_program(const std::vector<std::string>& arguments) {
   set_up();
   return static_cast<int>(run_application(arguments));
 }
+
+}  // namespace stgctl

@@ -1,9 +1,185 @@
+#include <sstream>
+#include <string>
+#include <vector>
+
 #include "client/stgctl/command.h"
 #include "client/stgctl/command_line.h"
 #include "client/stgctl/context.h"
-#include "client/stgctl/manual.h"
+#include "client/stgctl/text.h"
 
 namespace stgctl {
+
+namespace {
+
+constexpr const char* kBegin = R"(.SH DESCRIPTION
+.B stgctl
+looks at, explains, checks and changes a storage tree: the folder "storage" with its)"
+                               R"( areas docs, user, mail,
+list and semlets, as described in
+.BR stgctl-tree (7).
+What looks leaves no trace: no byte, no name, no modification time. What changes goes)"
+                               R"( through the storage
+library, takes
+.BR --dry-run ,
+asks first, and needs
+.B --yes
+where nobody can answer.
+.PP
+Results go to the standard output, everything else to the standard error output. With
+.B --json
+each line is one object, whose field "schema" names its form and version. Names are)"
+                               R"( bytes: what is no UTF-8 is
+printed as U+FFFD, and JSON has the bytes in a second field whose name ends with "_hex".
+.PP
+Ctrl-C and SIGTERM let the current entry, or batch of entries, be finished; what was done is)"
+                               R"( told. A second one ends
+the program at once.
+)";
+
+constexpr const char* kEnd = R"(.SH EXIT STATUS
+.TP
+.B 0
+Done.
+.TP
+.B 1
+Failed; nothing of the request was done.
+.TP
+.B 2
+The command line is not understood.
+.TP
+.B 3
+Nothing in the tree matches the request.
+.TP
+.B 4
+A check found problems.
+.TP
+.B 5
+Some of it was done, some of it failed.
+.TP
+.B 10
+There is no storage tree at that place.
+.TP
+.B 11
+A lock was not obtained in time.
+.TP
+.B 12
+Refused: unsafe, or not confirmed.
+.TP
+.B 130
+Interrupted.
+.SH ENVIRONMENT
+.TP
+.B STG_ROOT
+The folder above "storage", when neither
+.B --root
+nor
+.B --storage
+is given.
+.TP
+.B NO_COLOR
+Any value but an empty one turns colours off, unless
+.B --color always
+is given.
+.SH SEE ALSO
+.BR stgctl-index (5),
+.BR stgctl-tree (7)
+)";
+
+/// Text as roff takes it: no line begins with a control character, and hyphens stay hyphens.
+std::string roff(const std::string& text) {
+  std::string result;
+  bool at_begin = true;
+  for (const char c : text) {
+    if (at_begin && (c == '.' || c == '\'')) result += "\\&";
+    if (c == '\\') {
+      result += "\\e";
+    } else if (c == '-') {
+      result += "\\-";
+    } else {
+      result += c;
+    }
+    at_begin = c == '\n';
+  }
+  return result;
+}
+
+/// Paragraphs; lines that begin with blanks stay lines.
+std::string paragraphs(const std::string& text) {
+  std::istringstream lines(text);
+  std::string result;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with("  ")) {
+      result += ".br\n" + roff(line.substr(2)) + "\n";
+    } else {
+      result += line.empty() ? ".PP\n" : roff(line) + "\n";
+    }
+  }
+  return result;
+}
+
+std::string option_entry(const OptionUsage& option) {
+  std::string head;
+  for (const std::string& name : option.names) {
+    head += formatted("{}\\fB{}\\fR", head.empty() ? "" : ", ", roff(name));
+  }
+  if (head.empty()) {
+    head = formatted("\\fI{}\\fR{}", roff(option.positional), option.is_repeated ? " ..." : "");
+  } else if (!option.value.empty()) {
+    head += formatted(" \\fI{}\\fR", roff(option.value));
+  }
+  std::string text = formatted(".TP\n{}\n{}", head, roff(option.description));
+  if (!option.choices.empty()) text += formatted(": {}", roff(joined(option.choices, ", ")));
+  return text + ".\n";
+}
+
+std::string synopsis(const CommandUsage& command) {
+  std::string line = formatted(".B stgctl {}\n", roff(command.name()));
+  std::string arguments = "[\\fIoptions\\fR]";
+  for (const OptionUsage& option : command.options) {
+    if (option.positional.empty()) continue;
+    const std::string word =
+        formatted("\\fI{}\\fR{}", roff(option.positional), option.is_repeated ? " ..." : "");
+    arguments += option.is_required ? " " + word : " [" + word + "]";
+  }
+  return line + arguments + "\n";
+}
+
+bool is_help(const OptionUsage& option) {
+  return !option.names.empty() && option.names.back() == "--help";
+}
+
+std::string command_section(const CommandUsage& command) {
+  std::string text = formatted(".SS {}\n{}.PP\n{}.\n", roff(command.name()), synopsis(command),
+                               roff(command.summary));
+  if (!command.details.empty()) text += paragraphs(command.details);
+  for (const OptionUsage& option : command.options) {
+    if (!is_help(option)) text += option_entry(option);
+  }
+  return text;
+}
+
+/// The page stgctl(1) as roff.
+std::string manual_page(const std::vector<CommandUsage>& usage) {
+  const CommandUsage& program = usage.front();
+  std::string page = formatted(
+      ".\\\" Written by \"stgctl manual\"; change the program, not this file.\n"
+      ".TH STGCTL 1 \"\" \"stgctl {}\"\n.SH NAME\nstgctl \\- look at, explain, check and change a "
+      "storage tree\n"
+      ".SH SYNOPSIS\n.B stgctl\n[\\fIoptions\\fR] \\fIcommand\\fR [\\fIarguments\\fR]\n",
+      VU_STGCTL_VERSION);
+  page += kBegin;
+  page += ".SH OPTIONS\nEvery command takes these, before or after its name.\n";
+  for (const OptionUsage& option : program.options) page += option_entry(option);
+  page += ".SH COMMANDS\n";
+  for (const CommandUsage& command : usage) {
+    // Families only stand above others.
+    if (command.path.empty() || !command.subcommands.empty()) continue;
+    page += command_section(command);
+  }
+  return page + kEnd;
+}
+
+}  // namespace
 
 void add_manual_command(Commands& commands) {
   commands.push_back(

@@ -3,7 +3,7 @@
 
 #include "client/admin/system.h"
 #include "client/stgctl/command.h"
-#include "client/stgctl/lock_wait.h"
+#include "client/stgctl/context.h"
 #include "client/stgctl/operations.h"
 #include "client/stgctl/text.h"
 #include "stg_index.h"

@@ -1,14 +1,41 @@
 #pragma once
 
+#include <chrono>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "client/admin/formatted.h"
+#include "client/admin/tree.h"
 #include "client/stgctl/json.h"
-#include "client/stgctl/options.h"
+#include "vu_host.h"
 
 namespace stgctl {
+
+/// When colours or a progress bar are shown.
+enum class When { kAuto, kAlways, kNever };
+
+/// What every command understands.
+struct GlobalOptions {
+  std::string root;     ///< the folder above "storage", as given to the library's initialisation
+  std::string storage;  ///< the storage folder itself
+  admin::Layout layout = admin::Layout::kAuto;
+  std::string area;   ///< "docs", "user", "mail", "list", "semlets"; empty: not said
+  std::string owner;  ///< empty: not said
+  bool json = false;
+  /// How long to wait for a lock; nothing for ever.
+  std::optional<std::chrono::milliseconds> lock_timeout = std::chrono::seconds(30);
+  When color = When::kAuto;
+  When progress = When::kAuto;
+  std::optional<vu_host::trace_level> trace;
+  std::string trace_file;  ///< empty: the standard error output
+
+  // Changing commands only.
+  bool dry_run = false;
+  bool yes = false;
+};
 
 enum class Style { kPlain, kBold, kDim, kRed, kGreen, kYellow, kBlue, kCyan };
 
@@ -87,5 +114,34 @@ class Output {
 /// Puts a name of any bytes into an object: as text under @p key, with U+FFFD for what is no UTF-8,
 /// and then with its bytes under @p key + "_hex" as well.
 void put_name(Json& object, const std::string& key, std::string_view bytes);
+
+/// A progress bar on the standard error output. It appears on a terminal only, and only when the
+/// work takes longer than half a second; with --progress always at once and everywhere, with never
+/// not at all.
+class Progress {
+ public:
+  /// @param what what is being done: "storing". @param total the number of steps, 0 when unknown.
+  Progress(Output& output, When when, std::string what, std::uint64_t total);
+  /// Takes the bar away.
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  /// @p steps more are done. @param item what is being worked on, shown beside the bar.
+  void advance(std::uint64_t steps, std::string_view item);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void draw(std::string_view item);
+
+  Output& m_output;
+  std::string m_what;
+  std::uint64_t m_total;
+  std::uint64_t m_done = 0;
+  bool m_wanted;
+  Clock::time_point m_next;
+  bool m_drawn = false;
+};
 
 }  // namespace stgctl

@@ -1,7 +1,7 @@
 #include <memory>
 
 #include "client/admin/explain.h"
-#include "client/stgctl/entry_look.h"
+#include "client/stgctl/look.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {

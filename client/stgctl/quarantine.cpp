@@ -7,7 +7,7 @@
 #include <system_error>
 
 #include "client/admin/name_snapshot.h"
-#include "client/stgctl/arguments.h"
+#include "client/stgctl/command.h"
 #include "client/stgctl/exit_codes.h"
 #include "client/stgctl/paths.h"
 #include "client/stgctl/text.h"

@@ -5,8 +5,8 @@
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/names_file.h"
+#include "client/stgctl/output.h"
 #include "client/stgctl/paths.h"
-#include "client/stgctl/progress.h"
 #include "client/stgctl/repair_work.h"
 #include "client/stgctl/report.h"
 #include "client/stgctl/text.h"

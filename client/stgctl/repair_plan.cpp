@@ -4,12 +4,15 @@
 #include <array>
 #include <map>
 #include <set>
+#include <string_view>
 
 #include "client/admin/folder_view.h"
+#include "client/admin/locked_file.h"
 #include "client/admin/name_snapshot.h"
 #include "client/admin/repair_text.h"
 #include "client/stgctl/exit_codes.h"
-#include "client/stgctl/progress.h"
+#include "client/stgctl/names_file.h"
+#include "client/stgctl/output.h"
 #include "client/stgctl/target.h"
 #include "client/stgctl/text.h"
 
@@ -178,6 +181,337 @@ std::string path_in_tree(Context& context, const std::string& path) {
   if (parts < 2) refuse(formatted("{} is no file of a document folder", shown(path)));
   check_no_link(context, full);
   return full;
+}
+
+// ---- from the findings of a check to a plan ----------------------------------------------------
+
+namespace {
+
+using admin::Code;
+using admin::Finding;
+
+constexpr const char* kNamesFirst = "names come back first; apply this plan, then make another one";
+constexpr const char* kNeedsForce =
+    "it would take most of the folder away; bring back names and files first, or say --force";
+
+constexpr const char* kNameLost =
+    "its name may have stood in the damaged lines: bring back the index from a backup, give it an "
+    "entry by 'stgctl sync', or say --force";
+
+/// Whether a file bears a number, which the library gives: what it is called only an index tells.
+bool is_number(std::string_view name) {
+  const std::string_view stem = name.substr(0, name.find('.'));
+  return stem.size() >= 8 && stem.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+/// The code that check gives a line of this verdict.
+Code code_of(admin::Verdict verdict) {
+  if (verdict == admin::Verdict::kNoFile) return Code::kLineWithoutFile;
+  return verdict == admin::Verdict::kDuplicateKey ? Code::kDuplicateKey : Code::kMalformedLine;
+}
+
+bool is_about_lines(Code code) {
+  return code == Code::kLineWithoutFile || code == Code::kDuplicateKey ||
+         code == Code::kMalformedLine;
+}
+
+std::string code_name(Code code) { return std::string(admin::kind_of(code).name); }
+
+/// Turns the findings of a check into repairs, folder after folder.
+class Planning {
+ public:
+  Planning(Context& context, const std::vector<std::string>& only, Emptying emptying)
+      : m_context(context),
+        m_only(only.begin(), only.end()),
+        m_emptying(emptying),
+        m_saved(context) {}
+
+  RepairPlan run() {
+    const admin::Tree& tree = m_context.tree();
+    m_plan.storage = tree.storage;
+    m_plan.time = os::now();
+    admin::CheckOptions asked;
+    asked.scope = m_context.scope();
+    asked.locking = m_context.locking();
+    asked.stop = &Context::interrupt_flag();
+    std::map<std::string, std::vector<Finding>> by_folder;
+    {
+      Progress progress(m_context.out(), m_context.options().progress, "checking", 0);
+      asked.on_folder = [&](const admin::DocumentFolder& folder) {
+        progress.advance(1, folder.path);
+      };
+      admin::check(tree, asked, [&](const Finding& finding) {
+        if (admin::kind_of(finding.code).severity != admin::Severity::kInfo)
+          by_folder[finding.folder].push_back(finding);
+      });
+    }
+    Context::stop_if_interrupted();
+    for (const auto& [path, findings] : by_folder) plan_folder(path, findings);
+    return std::move(m_plan);
+  }
+
+ private:
+  bool wanted(Code code) const { return m_only.empty() || m_only.contains(code_name(code)); }
+
+  std::string relative(const std::string& path) const {
+    return admin::saved_name_of(m_context.tree(), path);
+  }
+
+  void plan_folder(const std::string& path, const std::vector<Finding>& findings) {
+    admin::DocumentFolder folder;
+    folder.path = path;
+    m_view.load(folder, m_context.locking());
+    m_planned_lines.clear();
+    m_is_restored = plan_restoring();
+    note_lost_names(findings);
+    const std::size_t before = m_plan.repairs.size();
+    if (!m_is_restored && m_view.index_state() == admin::IndexState::kRead) plan_lines();
+    std::vector<const Finding*> done;
+    for (const Finding& finding : findings) {
+      const bool is_planned =
+          is_about_lines(finding.code) && m_planned_lines.contains(finding.line);
+      if (is_planned || (wanted(finding.code) && plan(finding))) {
+        done.push_back(&finding);
+      } else {
+        leave(finding, m_is_restored ? kNamesFirst : is_kept(finding) ? kNameLost : nullptr);
+      }
+    }
+    if (!m_is_restored) spare_folder(path, before, done);
+  }
+
+  /// What a snapshot or the damaged text itself knows comes back, before anything is taken away.
+  bool plan_restoring() {
+    const bool is_damaged = m_view.index_state() == admin::IndexState::kRead ||
+                            m_view.index_state() == admin::IndexState::kNoBytes;
+    if (!is_damaged || !has_lost_names()) return false;
+    Repair repair;
+    repair.kind = RepairKind::kRestoreLines;
+    repair.path = relative(m_view.path_of(index_format::kIndexFile));
+    repair.code = m_view.index_state() == admin::IndexState::kNoBytes
+                      ? code_name(Code::kEmptyIndex)
+                      : code_name(Code::kFileWithoutLine);
+    if (!m_only.empty() && !m_only.contains(repair.code)) return false;
+    const SavedNames::Known known = m_saved.best_for(m_view);
+    std::set<std::string, std::less<>> keys;
+    const auto add = [&](const std::string& line, const std::string& from) {
+      if (!keys.insert(line.substr(0, line.find('/'))).second) return;
+      repair.lines.push_back(line);
+      repair.codes.push_back(from);
+    };
+    for (const std::string& line : known.lines) add(line, formatted("snapshot {}", known.snapshot));
+    for (const std::string& line : admin::salvaged_lines(m_view)) add(line, "text");
+    if (repair.lines.empty()) return false;
+    m_plan.repairs.push_back(std::move(repair));
+    return true;
+  }
+
+  /// Beside damaged lines a number without a line is a document whose name is lost, not a leftover.
+  /// Both stay: once the damage is tidied away nothing would tell that any more.
+  void note_lost_names(const std::vector<Finding>& findings) {
+    const auto is_damage = [](const Finding& each) { return each.code == Code::kMalformedLine; };
+    const auto is_nameless = [](const Finding& each) {
+      return each.code == Code::kFileWithoutLine && is_number(each.name);
+    };
+    const auto count = std::count_if(findings.begin(), findings.end(), is_nameless);
+    m_has_lost_names =
+        !m_is_restored && count != 0 && std::any_of(findings.begin(), findings.end(), is_damage);
+    if (!m_has_lost_names) return;
+    const std::string what =
+        formatted("{}: {} files whose names may have stood in damaged lines of the index",
+                  shown(relative(findings.front().folder)), count);
+    if (m_emptying == Emptying::kAllowed) {
+      m_plan.costs.push_back(what + "; nobody is served them until 'undo'");
+      m_has_lost_names = false;
+    } else {
+      m_plan.spared.push_back(what);
+    }
+  }
+
+  /// Whether a finding stays for that.
+  bool is_kept(const Finding& finding) const {
+    return m_has_lost_names &&
+           (finding.code == Code::kMalformedLine ||
+            (finding.code == Code::kFileWithoutLine && is_number(finding.name)));
+  }
+
+  /// Whether there are files that no entry has: only those can get a name back.
+  bool has_lost_names() const {
+    admin::IndexLint lint;
+    lint.start(m_view);
+    admin::LintedLine line;
+    while (lint.next(line)) {
+    }
+    for (std::uint32_t at = 0; at < m_view.names().size(); ++at) {
+      const admin::Name& name = m_view.names()[at];
+      const bool is_data =
+          name.kind == admin::sys::Kind::kFile && !index_format::is_index_file(name.text);
+      if (is_data && !lint.is_claimed(at) && !admin::is_unfinished(name.text)) return true;
+    }
+    return false;
+  }
+
+  /// Whether a repair moves away what may be a document.
+  static bool takes_document(const Repair& repair) {
+    return repair.kind == RepairKind::kQuarantine && !repair.is_folder &&
+           repair.code != code_name(Code::kUnfinishedFile);
+  }
+
+  /// Nothing takes most of a folder away unless that was asked for: neither its files nor its
+  /// names. @param before where the folder's repairs begin.
+  void spare_folder(const std::string& path, std::size_t before,
+                    const std::vector<const Finding*>& done) {
+    std::size_t files = 0;
+    for (const admin::Name& name : m_view.names()) {
+      if (name.kind == admin::sys::Kind::kFile && !index_format::is_index_file(name.text)) ++files;
+    }
+    std::size_t moved = 0;
+    std::size_t names = 0;
+    for (std::size_t i = before; i < m_plan.repairs.size(); ++i) {
+      const Repair& repair = m_plan.repairs[i];
+      if (takes_document(repair)) ++moved;
+      if (repair.kind != RepairKind::kRemoveLines) continue;
+      for (const std::string& why : repair.codes)
+        names += why == admin::name_of(admin::Verdict::kNoFile) ? 1 : 0;
+    }
+    const std::size_t all_names = names + count_entries();
+    if (2 * moved <= files && 2 * names <= all_names) return;
+    const std::string what = formatted(
+        "{}: {} of {} files would go to the quarantine and {} of {} "
+        "names out of the index",
+        shown(relative(path)), moved, files, names, all_names);
+    if (m_emptying == Emptying::kAllowed) {
+      m_plan.costs.push_back(what + "; nobody is served them until 'undo'");
+      return;
+    }
+    const auto takes = [](const Repair& repair) {
+      return repair.kind == RepairKind::kRemoveLines || takes_document(repair);
+    };
+    std::erase_if(m_plan.repairs, [&, at = std::size_t{0}](const Repair& repair) mutable {
+      return at++ >= before && takes(repair);
+    });
+    m_plan.spared.push_back(what);
+    for (const Finding* const finding : done) {
+      const bool was_to_be_taken =
+          is_about_lines(finding->code) || finding->code == Code::kFileWithoutLine;
+      if (was_to_be_taken) leave(*finding, kNeedsForce);
+    }
+  }
+
+  std::size_t count_entries() const {
+    std::size_t count = 0;
+    admin::IndexLint lint;
+    lint.start(m_view);
+    admin::LintedLine line;
+    while (lint.next(line)) count += line.verdict == admin::Verdict::kEntry ? 1 : 0;
+    return count;
+  }
+
+  void plan_lines() {
+    Repair repair;
+    repair.path = relative(m_view.path_of(index_format::kIndexFile));
+    for (const auto& [number, line] : admin::bad_lines(m_view)) {
+      const bool has_zeros = line.text.find('\0') != std::string::npos;
+      const Code code = has_zeros ? Code::kMalformedLine : code_of(line.verdict);
+      if (!wanted(code) || (m_has_lost_names && code == Code::kMalformedLine)) continue;
+      if (repair.code.empty()) repair.code = code_name(code);
+      repair.lines.push_back(line.text);
+      repair.codes.emplace_back(admin::name_of(line.verdict));
+      m_planned_lines.insert(number);
+    }
+    if (!repair.lines.empty()) m_plan.repairs.push_back(std::move(repair));
+  }
+
+  bool plan(const Finding& finding) {
+    // Names that come back may be those of files and key lines that nothing leads to now.
+    const bool is_counter =
+        finding.code == Code::kCounterBehind || finding.code == Code::kCounterUnreadable;
+    if ((m_is_restored && !is_counter) || is_kept(finding)) return false;
+    switch (finding.code) {
+      case Code::kFileWithoutLine:
+      case Code::kPartsWithoutDocument:
+      case Code::kUnfinishedFile:
+        return plan_move(finding);
+      case Code::kDanglingKeyLine:
+      case Code::kDanglingCategoryLine:
+        return plan_key_line(finding);
+      case Code::kCounterBehind:
+      case Code::kCounterUnreadable:
+        return plan_counter(finding);
+      default:
+        return false;
+    }
+  }
+
+  bool plan_move(const Finding& finding) {
+    const std::string path = m_view.path_of(finding.name);
+    const admin::sys::Info info = admin::sys::describe(path);
+    const bool is_folder = info.kind == admin::sys::Kind::kFolder;
+    // Where the names are lost, every file is without a line: names come first.
+    const bool is_still = finding.code == Code::kUnfinishedFile ? admin::is_leftover(path)
+                          : is_folder ? admin::is_orphaned_parts(m_view, finding.name)
+                                      : admin::is_unclaimed_file(m_view, finding.name);
+    if (!is_still) return false;
+    Repair repair;
+    repair.kind = RepairKind::kQuarantine;
+    repair.code = code_name(finding.code);
+    repair.path = relative(path);
+    repair.is_folder = is_folder;
+    repair.bytes = info.size;
+    repair.modified = info.modify_time;
+    m_plan.repairs.push_back(std::move(repair));
+    return true;
+  }
+
+  bool plan_key_line(const Finding& finding) {
+    const std::string path = m_view.path_of(finding.name);
+    std::string text;
+    if (!admin::sys::read_file(path, m_context.locking(), text).ok()) return false;
+    const std::string line(admin::key_line(text, finding.line));
+    if (line.empty() || !admin::is_dangling(m_view, line)) return false;
+    Repair repair;
+    repair.kind = RepairKind::kRemoveKeyLines;
+    repair.code = code_name(finding.code);
+    repair.path = relative(path);
+    const bool is_same = !m_plan.repairs.empty() && m_plan.repairs.back().kind == repair.kind &&
+                         m_plan.repairs.back().path == repair.path;
+    if (!is_same) m_plan.repairs.push_back(std::move(repair));
+    m_plan.repairs.back().lines.push_back(line);
+    return true;
+  }
+
+  bool plan_counter(const Finding& finding) {
+    Repair repair;
+    repair.kind = RepairKind::kSetCounter;
+    repair.code = code_name(finding.code);
+    repair.path = relative(m_view.path_of(index_format::kCounterFile));
+    repair.value = admin::highest_name(m_view);
+    m_plan.repairs.push_back(std::move(repair));
+    return true;
+  }
+
+  void leave(const Finding& finding, const char* remedy) {
+    const std::string path =
+        finding.name.empty() ? finding.folder : admin::sys::join(finding.folder, finding.name);
+    const admin::FindingKind& kind = admin::kind_of(finding.code);
+    m_plan.left.push_back({std::string(kind.name), relative(path), finding.detail,
+                           remedy != nullptr ? std::string(remedy) : std::string(kind.remedy)});
+  }
+
+  Context& m_context;
+  std::set<std::string> m_only;
+  RepairPlan m_plan;
+  admin::FolderView m_view;
+  std::set<std::size_t> m_planned_lines;
+  Emptying m_emptying;
+  SavedNames m_saved;
+  bool m_is_restored = false;
+  bool m_has_lost_names = false;
+};
+
+}  // namespace
+
+RepairPlan make_plan(Context& context, const std::vector<std::string>& only, Emptying emptying) {
+  return Planning(context, only, emptying).run();
 }
 
 }  // namespace stgctl

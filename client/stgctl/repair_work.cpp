@@ -5,8 +5,8 @@
 #include "client/admin/folder_view.h"
 #include "client/admin/locked_file.h"
 #include "client/admin/repair_text.h"
+#include "client/stgctl/context.h"
 #include "client/stgctl/exit_codes.h"
-#include "client/stgctl/lock_wait.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {

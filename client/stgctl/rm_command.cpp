@@ -4,8 +4,7 @@
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/operations.h"
-#include "client/stgctl/progress.h"
-#include "client/stgctl/stamp.h"
+#include "client/stgctl/output.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {

@@ -4,10 +4,9 @@
 #include <memory>
 
 #include "client/admin/stats.h"
-#include "client/stgctl/bars.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
-#include "client/stgctl/progress.h"
+#include "client/stgctl/output.h"
 #include "client/stgctl/terminal.h"
 #include "client/stgctl/text.h"
 

@@ -4,9 +4,9 @@
 #include <set>
 
 #include "client/stgctl/command.h"
-#include "client/stgctl/lock_wait.h"
+#include "client/stgctl/context.h"
 #include "client/stgctl/operations.h"
-#include "client/stgctl/progress.h"
+#include "client/stgctl/output.h"
 #include "client/stgctl/text.h"
 #include "stg_index.h"
 

@@ -4,12 +4,44 @@
 #include <span>
 
 #include "client/admin/text.h"
+#include "client/stgctl/context.h"
 #include "client/stgctl/exit_codes.h"
-#include "client/stgctl/stamp.h"
 #include "client/stgctl/text.h"
-#include "client/stgctl/version_name.h"
 
 namespace stgctl {
+
+namespace {
+
+/// Whether the text is what lines print behind the "@". Programs may have stored below 0, too.
+bool is_number(const std::string& text) {
+  const std::size_t first = text.starts_with('-') ? 1 : 0;
+  return text.size() > first && text.find_first_not_of("0123456789", first) == std::string::npos;
+}
+
+}  // namespace
+
+std::optional<VersionName> parse_version_name(const std::string& text, admin::Layout layout) {
+  const std::size_t slash = text.find('/');
+  if (slash == std::string::npos || !admin::area_named(text.substr(0, slash))) return std::nullopt;
+  const bool has_owner = layout == admin::Layout::kOwner;
+  const std::size_t before_name = has_owner ? text.find('/', slash + 1) : slash;
+  // No name holds a separator.
+  if (before_name == std::string::npos || text.find('/', before_name + 1) != std::string::npos)
+    return std::nullopt;
+  VersionName version;
+  version.area = text.substr(0, slash);
+  if (has_owner) version.owner = text.substr(slash + 1, before_name - slash - 1);
+  version.name = text.substr(before_name + 1);
+  const std::size_t at = version.name.rfind('@');
+  if (at == std::string::npos) return version;
+  const std::string stamp = version.name.substr(at + 1);
+  if (!is_number(stamp)) return version;
+  version.timestamp = parse_stamp(stamp);
+  if (!version.timestamp)
+    throw Failure(Exit::kUsage, formatted("{}: {} is no timestamp", shown(text), stamp));
+  version.name.resize(at);
+  return version;
+}
 
 namespace {
 
@@ -271,6 +303,45 @@ void check_not_shadowed(Context& context, const Target& target, const std::strin
           "{} holds a file called '{}' itself, which the library would take for every version "
           "of that name; 'stgctl sync' gives it an entry, or rename it",
           shown(folder), shown(name)));
+}
+
+namespace sys = admin::sys;
+
+void require_owners(Context& context) {
+  if (context.tree().layout == admin::Layout::kFlat) {
+    throw Failure(Exit::kRefused,
+                  "the owners of this tree share its folders; there is nothing of one owner's");
+  }
+}
+
+void check_owner(std::string_view what, const std::string& name) {
+  const std::size_t slash = name.find('/');
+  if (slash != std::string::npos && admin::area_named(name.substr(0, slash))) {
+    throw Failure(Exit::kRefused,
+                  formatted("{} '{}' names one area, but an owner's mail, list and user folders go "
+                            "together, and corporate documents stay; say '{}'",
+                            what, shown(name), shown(name.substr(slash + 1))));
+  }
+  check_name(what, name);
+}
+
+std::string owner_folder(Context& context, admin::Area area, const std::string& user) {
+  return sys::join(context.tree().folder_of(area), user);
+}
+
+std::vector<admin::Area> areas_of(Context& context, const std::string& user) {
+  std::vector<admin::Area> areas;
+  for (const admin::Area area : kPersonalAreas) {
+    const std::string folder = owner_folder(context, area, user);
+    check_no_link(context, folder);
+    if (sys::describe(folder).kind == sys::Kind::kFolder) areas.push_back(area);
+  }
+  return areas;
+}
+
+void wait_for_folders(Context& context, const std::vector<admin::Area>& areas,
+                      const std::string& user) {
+  for (const admin::Area area : areas) wait_until_free(context, owner_folder(context, area, user));
 }
 
 }  // namespace stgctl

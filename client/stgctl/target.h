@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -10,8 +12,25 @@
 #include "client/admin/tree.h"
 #include "client/stgctl/context.h"
 #include "client/stgctl/report.h"
-#include "client/stgctl/version_name.h"
 #include "stg_types.h"
+
+namespace stgctl {
+
+/// A version as every line prints it: "AREA/OWNER/NAME@STAMP", without the owner in a tree that has
+/// none. The stamp may be left out.
+struct VersionName {
+  std::string area;
+  std::string owner;  ///< empty in a tree without owners
+  std::string name;
+  std::optional<std::int32_t> timestamp;
+};
+
+/// Takes such a text apart. @return nothing for any other text, which is then a name by itself.
+/// @throws Failure kUsage for a number behind the "@" that is no timestamp: taken for a part of the
+/// name, or for no timestamp at all, it would lead to another version.
+std::optional<VersionName> parse_version_name(const std::string& text, admin::Layout layout);
+
+}  // namespace stgctl
 
 /// @file
 /// What a changing command works on, and what it refuses to touch. The library takes names as parts
@@ -111,5 +130,30 @@ std::string adopted_name(std::string name);
 /// that very version: the library would take it for every version of the name.
 void check_not_shadowed(Context& context, const Target& target, const std::string& name,
                         std::int32_t timestamp);
+
+// ---- owners ------------------------------------------------------------------------------------
+//
+// What the commands "user ..." share: the folders of owners.
+
+/// The areas whose owners' folders are renamed and removed, in the library's order. Corporate
+/// documents are shared and stay.
+inline constexpr std::array<admin::Area, 3> kPersonalAreas = {
+    admin::Area::kMail, admin::Area::kList, admin::Area::kUser};
+
+/// What the help of user rename and user remove says.
+inline constexpr const char* kAreasGoTogether =
+    "This concerns the areas mail, list and user. Corporate documents (docs) belong to no\n"
+    "single owner and stay.";
+
+/// @throws Failure kRefused in a tree without owners.
+void require_owners(Context& context);
+/// @throws Failure kRefused, also for an owner of one area: the areas go together.
+void check_owner(std::string_view what, const std::string& name);
+std::string owner_folder(Context& context, admin::Area area, const std::string& owner);
+/// The areas in which an owner has a personal folder. @throws Failure kRefused for a link.
+std::vector<admin::Area> areas_of(Context& context, const std::string& owner);
+/// No operation may use the folders meanwhile; those with an index tell of it by their locks.
+void wait_for_folders(Context& context, const std::vector<admin::Area>& areas,
+                      const std::string& owner);
 
 }  // namespace stgctl

@@ -8,6 +8,10 @@
 
 namespace stgctl {
 
+/// A file of the folders report/ and completion/, which are built into the program (embed.cmake).
+/// @throws std::logic_error for a name that none bears.
+std::string_view embedded_file(std::string_view name);
+
 /// Fills a template with the fields of an object. In the template
 ///
 ///     {{name}}                 is the field's value, as text for HTML

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <charconv>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -39,5 +41,45 @@ std::string is_age(const std::string& text);
 /// 1024.
 /// @return nothing for other text.
 std::optional<std::uint64_t> parse_size(std::string_view text);
+
+// ---- timestamps --------------------------------------------------------------------------------
+//
+// Timestamps of versions as they are typed: whole numbers of 31 bits.
+
+/// Takes what is below 0, too: other programs may have stored it.
+inline std::optional<std::int32_t> parse_stamp(const std::string& text) {
+  std::int32_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+/// As a check of an argument: empty when the text is a timestamp, else what is wrong with it.
+inline std::string is_stamp(const std::string& text) {
+  return parse_stamp(text).value_or(-1) >= 0
+             ? std::string()
+             : "'" + text + "' is no timestamp, a whole number from 0 to 2147483647";
+}
+
+/// As is_stamp(), or "mtime".
+inline std::string is_stamp_or_mtime(const std::string& text) {
+  return text == "mtime" ? std::string() : is_stamp(text);
+}
+
+/// The timestamp that a text which is_stamp_or_mtime() accepts stands for.
+inline std::int32_t stamp_of(const std::string& text, std::int64_t modify_time) {
+  if (text != "mtime") return parse_stamp(text).value_or(0);
+  constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
+  return static_cast<std::int32_t>(modify_time < 0 ? 0 : modify_time > kMost ? kMost : modify_time);
+}
+
+// ---- bars --------------------------------------------------------------------------------------
+
+/// A bar of eighths of a column: so much of the width as the part is of the whole. What is there at
+/// all can be seen.
+std::string bar(std::uint64_t part, std::uint64_t whole, std::size_t width);
+
+/// The text with blanks behind it up to a width in columns.
+std::string padded(std::string text, std::size_t width);
 
 }  // namespace stgctl

@@ -2,7 +2,7 @@
 #include <map>
 
 #include "client/stgctl/command.h"
-#include "client/stgctl/owners.h"
+#include "client/stgctl/target.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {

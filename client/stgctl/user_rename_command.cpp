@@ -2,7 +2,6 @@
 #include <memory>
 
 #include "client/stgctl/command.h"
-#include "client/stgctl/owners.h"
 #include "client/stgctl/report.h"
 #include "client/stgctl/target.h"
 #include "client/stgctl/text.h"

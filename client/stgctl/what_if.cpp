@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <ctime>
 
-#include "client/stgctl/bars.h"
-#include "client/stgctl/progress.h"
+#include "client/stgctl/output.h"
 #include "client/stgctl/terminal.h"
 #include "client/stgctl/text.h"
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "client/stgctl/key_lines.h"
-#include "client/stgctl/stamp.h"
 
 using namespace stgctl;
 

@@ -1,4 +1,4 @@
-#include "client/stgctl/treemap.h"
+#include "client/stgctl/report_charts.h"
 
 #include <gtest/gtest.h>
 
