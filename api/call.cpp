@@ -22,8 +22,6 @@ std::string_view without_line_end(std::string_view text) {
 
 }  // namespace
 
-// ---- the last problem --------------------------------------------------------------------------
-
 struct ThreadState {
   Problem problem;
   Call* call = nullptr;
@@ -69,8 +67,6 @@ void Problem::tell(vu_error& error) const noexcept {
   error.path = m_path;
   error.system_text = m_words;
 }
-
-// ---- one call ----------------------------------------------------------------------------------
 
 Call::Call(const char* operation) noexcept
     : m_state(t_state),
@@ -189,8 +185,6 @@ vu_status Call::end_by_exception() noexcept {
     return ends_with(VU_FAILED, "unknown exception");
   }
 }
-
-// ---- what calls share --------------------------------------------------------------------------
 
 void check_size(const void* structure, std::size_t told, std::size_t known) {
   require(told >= known, "struct_size is not set; use the INIT macro");

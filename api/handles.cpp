@@ -73,7 +73,6 @@ std::uint64_t number_of(const void* handle) {
 constexpr std::uint32_t kNoPlace = ~std::uint32_t{0};
 constinit std::atomic<std::uint32_t> g_last_place = kNoPlace;
 
-/// A free place.
 std::uint32_t free_place() {
   const std::uint32_t last = g_last_place.exchange(kNoPlace, std::memory_order_acquire);
   if (last != kNoPlace) return last;

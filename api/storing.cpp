@@ -44,7 +44,6 @@ std::string staged_name(const std::string& name) {
   return std::string(kStagedPrefix) + text + std::string(index_format::extension_of(name));
 }
 
-/// Copies a file. @throws Refusal
 void copy_over(const std::string& from, const std::string& to, os::IfExists if_exists) {
   os::CopiedTime time = os::CopiedTime::kKept;
   const os::Status copied = os::copy(from, to, if_exists, &time);

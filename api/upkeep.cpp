@@ -23,7 +23,6 @@ std::array<std::string, 3> folders_of(const std::string& owner) {
           vu_storage::getUserPath() + "\\" + owner};
 }
 
-/// Which of them exist.
 std::array<bool, 3> presence_of(const std::array<std::string, 3>& folders) {
   std::array<bool, 3> result{};
   std::transform(folders.begin(), folders.end(), result.begin(), is_there);
@@ -64,8 +63,6 @@ vu_status remove_owner(const Store& store, const char* owner) {
     throw Refusal{VU_PARTLY_DONE, "not all files of the owner could be removed", {}};
   return VU_DONE;
 }
-
-// ---- cleaning ----------------------------------------------------------------------------------
 
 struct Cleaning {
   std::int32_t area;

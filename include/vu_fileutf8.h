@@ -31,12 +31,9 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
 
   /// Closed, with empty names.
   vu_fileutf8();
-  /// Closed; the names as by setPath().
-  /// @param fullPath directory, backslash, file name.
+  /// @copydoc vu_file::vu_file(const std::string&)
   vu_fileutf8(const vu_utf8string& fullPath);
-  /// Closed; the names as given.
-  /// @param directory without a trailing separator.
-  /// @param fileName the name in that directory.
+  /// @copydoc vu_file::vu_file(const std::string&, const std::string&)
   vu_fileutf8(const vu_utf8string& directory, const vu_utf8string& fileName);
   /// @copydoc vu_file::vu_file(const vu_file&)
   vu_fileutf8(const vu_fileutf8& other);
@@ -48,9 +45,9 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
 
   /// @copydoc vu_file::setPath
   void setPath(const vu_utf8string& fullPath) noexcept;
-  /// @return directory + `\` + file name.
+  /// @copydoc vu_file::getFilePath
   vu_utf8string getFilePath() const;
-  /// @return the directory and the file name as a path object.
+  /// @copydoc vu_file::getPath
   vu_pathutf8 getPath() const;
 
   /// As vu_file::try_open(), on the long form of the path.

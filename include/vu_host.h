@@ -203,8 +203,7 @@ class VU_STORAGE_API configuration {
  protected:
   /// For derived classes.
   configuration(const configuration&) = default;
-  /// For derived classes.
-  /// @return this object.
+  /// @copydoc trace_sink::operator=
   configuration& operator=(const configuration&) = default;
 };
 
@@ -236,8 +235,7 @@ class VU_STORAGE_API temporary_files {
  protected:
   /// For derived classes.
   temporary_files(const temporary_files&) = default;
-  /// For derived classes.
-  /// @return this object.
+  /// @copydoc trace_sink::operator=
   temporary_files& operator=(const temporary_files&) = default;
 };
 
@@ -258,8 +256,7 @@ class VU_STORAGE_API component {
   virtual ~component();
   /// For derived classes.
   component(const component&) = default;
-  /// For derived classes.
-  /// @return this object.
+  /// @copydoc trace_sink::operator=
   component& operator=(const component&) = default;
 };
 
@@ -288,8 +285,7 @@ class VU_STORAGE_API log_history : public component {
   ~log_history() override;
   /// For derived classes.
   log_history(const log_history&) = default;
-  /// For derived classes.
-  /// @return this object.
+  /// @copydoc trace_sink::operator=
   log_history& operator=(const log_history&) = default;
 };
 
@@ -317,8 +313,7 @@ class VU_STORAGE_API component_factory {
  protected:
   /// For derived classes.
   component_factory(const component_factory&) = default;
-  /// For derived classes.
-  /// @return this object.
+  /// @copydoc trace_sink::operator=
   component_factory& operator=(const component_factory&) = default;
 };
 

@@ -280,17 +280,13 @@ typedef struct vu_info {
 #define VU_INFO_INIT \
   { sizeof(vu_info), 0, -1, -1, -1 }
 
-/**
- * Checks whether a version exists. Waits for writers of the index.
- * @return VU_DONE: it exists. VU_NOTHING_MATCHED: it does not.
- */
+/** Checks whether a version exists. Waits for writers of the index.
+ *  @return VU_DONE: it exists. VU_NOTHING_MATCHED: it does not. */
 VU_C_API vu_status vu_exists(vu_store* store, const vu_document* document);
 
-/**
- * Returns size and times of a version.
- * @param info receives them.
- * @return VU_NOTHING_MATCHED: there is no such version. Waits as vu_exists().
- */
+/** Returns size and times of a version.
+ *  @param info receives them.
+ *  @return VU_NOTHING_MATCHED: there is no such version. Waits as vu_exists(). */
 VU_C_API vu_status vu_describe(vu_store* store, const vu_document* document, vu_info* info);
 
 /**
@@ -410,11 +406,9 @@ VU_C_API vu_status vu_remove(vu_store* store, const vu_document* document);
 VU_C_API vu_status vu_rename(vu_store* store, const vu_document* from, const vu_document* to,
                              uint32_t flags);
 
-/**
- * Returns the latest version of a name. `document->version` is ignored.
- * @param version receives it.
- * @return VU_NOTHING_MATCHED: the name has no version. Waits as vu_exists().
- */
+/** Returns the latest version of a name. `document->version` is ignored.
+ *  @param version receives it.
+ *  @return VU_NOTHING_MATCHED: the name has no version. Waits as vu_exists(). */
 VU_C_API vu_status vu_latest(vu_store* store, const vu_document* document, int64_t* version);
 
 /* ---- streams -------------------------------------------------------------------------------- */
@@ -503,11 +497,9 @@ VU_C_API vu_status vu_stream_seek(vu_stream* stream, int64_t distance, int32_t o
 /** Returns the size of the stream's file in bytes. */
 VU_C_API vu_status vu_stream_size(vu_stream* stream, int64_t* size);
 
-/**
- * Closes a stream: flushes what was written to the device, then releases the lock.
- * @return VU_FAILED: the system did not write all bytes to the device. After VU_BUSY the stream is
- *   still open; after any other result it is closed.
- */
+/** Closes a stream: flushes what was written to the device, then releases the lock.
+ *  @return VU_FAILED: the system did not write all bytes to the device. After VU_BUSY the stream is
+ *    still open; after any other result it is closed. */
 VU_C_API vu_status vu_stream_close(vu_stream* stream);
 
 /* ---- lists ---------------------------------------------------------------------------------- */
@@ -526,11 +518,9 @@ typedef struct vu_entry {
   vu_info info;       /**< the version; size and times only with VU_WITH_INFO */
 } vu_entry;
 
-/**
- * A callback of the caller, called once for each entry.
- * @param context as passed to the call.
- * @return 0 to continue; any other number ends the call with VU_INTERRUPTED.
- */
+/** A callback of the caller, called once for each entry.
+ *  @param context as passed to the call.
+ *  @return 0 to continue; any other number ends the call with VU_INTERRUPTED. */
 typedef int32_t (*vu_entry_visitor)(void* context, const vu_entry* entry);
 /** As vu_entry_visitor, for names. */
 typedef int32_t (*vu_name_visitor)(void* context, const char* name);
@@ -551,11 +541,9 @@ VU_C_API vu_status vu_each_document(vu_store* store, int32_t area, const char* o
 VU_C_API vu_status vu_each_version(vu_store* store, const vu_document* document, uint32_t flags,
                                    vu_entry_visitor visit, void* context);
 
-/**
- * Calls `visit` for each owner that has a folder in an area, in the order of the system. Where
- * owners share folders there are none. Waits for nobody.
- * @param area VU_AREA_...
- */
+/** Calls `visit` for each owner that has a folder in an area, in the order of the system. Where
+ *  owners share folders there are none. Waits for nobody.
+ *  @param area VU_AREA_... */
 VU_C_API vu_status vu_each_owner(vu_store* store, int32_t area, vu_name_visitor visit,
                                  void* context);
 
