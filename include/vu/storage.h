@@ -55,8 +55,9 @@
  *
  * "Waits for writers" means: until nobody holds the lock exclusively. "Waits for readers and
  * writers" means: until nobody holds it at all. A reader that creates a missing index, or adopts
- * orphans, waits as a writer does. VU_LOCK_TIMEOUT means that nothing was changed; only a
- * vu_rename() between folders can leave an orphan (docs/api.md).
+ * orphans, waits as a writer does. VU_LOCK_TIMEOUT means that the requested change was not made.
+ * Exceptions: vu_clean() has cleaned some folders, and a vu_rename() between folders can leave both
+ * versions or an orphan (docs/api.md).
  *
  * Crash safety. When a process is killed or the power fails, the system releases its locks. Calls
  * that returned VU_DONE are not affected, except for what a description calls "not flushed". An
@@ -127,7 +128,7 @@ enum {
   VU_NOTHING_MATCHED = 3, /**< nothing in the storage matches the request */
   VU_PARTLY_DONE = 5,     /**< done, except for what vu_last_error() reports */
   VU_NO_TREE = 10,        /**< the root folder does not exist, or no storage is open yet */
-  VU_LOCK_TIMEOUT = 11,   /**< a lock was not obtained in time; nothing was changed */
+  VU_LOCK_TIMEOUT = 11,   /**< a lock was not obtained in time; the change was not made */
   VU_REFUSED = 12,        /**< the guard refuses the request (see vu_open_store()) */
   VU_ALREADY = 20,        /**< it exists already */
   VU_TOO_SHORT = 21,      /**< the buffer is too short; `size` receives the required size */
@@ -374,8 +375,8 @@ VU_C_API vu_status vu_copy_in(vu_store* store, const vu_document* document, cons
  *
  * @param path the target file.
  * @param flags VU_REPLACE; without it an existing file is VU_ALREADY.
- * @return VU_NOTHING_MATCHED: there is no such version. VU_FAILED also when the document or the
- *   target is locked: the copy waits for neither. Waits as vu_exists().
+ * @return VU_NOTHING_MATCHED: there is no such version. VU_FAILED also when a writer has the
+ *   document locked, or anybody the target: the copy waits for neither. Waits as vu_exists().
  */
 VU_C_API vu_status vu_copy_out(vu_store* store, const vu_document* document, const char* path,
                                uint32_t flags);
@@ -630,7 +631,8 @@ enum {
  * @param older_than in seconds, 0 to 4294967295.
  * @param flags VU_DRY_RUN, VU_BY_ACCESS, VU_CLEAN_ALL.
  * @param visit may be null; called for each version that is too old, before its folder is cleaned.
- *   VU_INTERRUPTED leaves that folder and all later ones unchanged; earlier ones stay cleaned.
+ *   After VU_INTERRUPTED and VU_LOCK_TIMEOUT that folder and all later ones are unchanged; earlier
+ *   ones stay cleaned.
  * @param count may be null; receives the number of versions removed (with VU_DRY_RUN: to remove),
  *   also when the call ends early.
  * @return VU_NO_NAME: the folder's name is not the same in UTF-8 and in the code page.

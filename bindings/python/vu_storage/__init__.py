@@ -70,7 +70,7 @@ class NotThere(StorageError):
 
 
 class LockTimeout(StorageError):
-    """A lock was not obtained in time; nothing was changed."""
+    """A lock was not obtained in time; the change was not made."""
 
 
 class Refused(StorageError):
