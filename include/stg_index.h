@@ -31,10 +31,10 @@ VU_STORAGE_TYPES_BEGIN
 ///
 /// Errors: a missing folder is traced and treated as empty. An operation throws vu_file_except if
 /// an existing "index.dat" cannot be opened or read to its end. If it cannot be opened for writing,
-/// that is traced as a warning. If the save fails before the new text is on the device, for example
-/// on a full disk, that is traced as an error ("write file : " or "Can't flush buffers", source
-/// "vu_file"). In both cases the index keeps its old entries, the change is lost, and the operation
-/// returns normally. All other traces have the source name "stg_index".
+/// that is traced as a warning. The save can also fail before the new text is on the device, for
+/// example on a full disk. That is traced as an error ("write file : " or "Can't flush buffers",
+/// source "vu_file"). In both cases the index keeps its old entries, the change is lost, and the
+/// operation returns normally. All other traces have the source name "stg_index".
 ///
 /// Unknown entries: an error trace names each one. A save keeps them, reads skip them, remove() and
 /// rename() leave them alone, and create() returns the stored physical name. As long as a folder

@@ -15,8 +15,8 @@ VU_STORAGE_TYPES_BEGIN
 /// The twin of vu_file for UTF-8 names: a file handle, and file-system operations on UTF-8 paths.
 ///
 /// Names are converted to UTF-16 for the wide system calls. A path of 249 characters or more after
-/// its root is passed in the long form (`\\?\`, or with the short names of the volume), so that
-/// files beyond the classic limit can be reached. A name that is not valid UTF-8 raises
+/// its root is passed in its long form: with the prefix `\\?\`, or with the short names of the
+/// volume. So files beyond the classic limit can be reached. A name that is not valid UTF-8 raises
 /// vu_i18n_except when it is converted; createDirR() and copyFile() return false instead. Contents
 /// are bytes, as with vu_file.
 ///

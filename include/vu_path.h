@@ -23,8 +23,8 @@ class VU_STORAGE_API vu_path {
   vu_path(const std::string& parentPathName, const std::string& relativePathName);
 
   /// Splits a full path at its last backslash: the parent is everything before it, the relative
-  /// name everything after it. A slash does not separate, nor does a backslash that is the second
-  /// byte of a two-byte character of the ANSI code page.
+  /// name everything after it. A slash does not separate. A backslash does not separate either if
+  /// it is the second byte of a two-byte character of the ANSI code page.
   ///
   /// Without a backslash the parent is empty, and the relative name loses its first character
   /// ("abc" becomes "bc"); callers rely on this. The empty path has two empty names.

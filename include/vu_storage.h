@@ -43,9 +43,8 @@ VU_STORAGE_TYPES_BEGIN
 /// is success), -1 or a closed file. Exceptions that leave an operation are named with it. "Those
 /// of the initialisation" are the exceptions of vu_host::temporary_files; they occur only while the
 /// storage is not initialised. An operation that fails to open a file leaves the caller's handle
-/// closed. If the index of a folder cannot be opened for writing or saved, for example on a full
-/// disk, the change is lost and traced (STGIndex), but the operation continues: its success does
-/// not prove the save.
+/// closed. If the index of a folder cannot be saved, for example on a full disk, the change is lost
+/// and traced (STGIndex). The operation continues: its success does not prove the save.
 ///
 /// Crash safety: a document or key file is emptied and then written. An interruption leaves it
 /// empty or cut short, and the old bytes are lost. vu_put() in vu/storage.h is atomic. STGIndex
@@ -429,9 +428,9 @@ class VU_STORAGE_API vu_storage {
   /// An empty entry removes the first line of each of these files.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @return false, traced, if the index cannot be read or something else throws. True otherwise:
-  /// also if there is nothing to remove, the owner is empty, the system refuses to remove the file,
-  /// or a category file or "attribut.txt" cannot be opened, read or written. These refusals are
-  /// traced; the line stays, or the file is left empty.
+  /// also if there is nothing to remove, the owner is empty, or the system refuses to remove the
+  /// file. It also returns true if a category file or "attribut.txt" cannot be opened, read or written;
+  /// then the line stays, or that file is left empty. All refusals are traced.
   /// @blocking{for writers of the index, if there is something to remove also for its readers; then
   /// for readers and writers of the category files and, for type 1, of "attribut.txt"; not for
   /// those of the document}
