@@ -21,8 +21,7 @@ vu_utf8string long_form(const vu_utf8string& path);
 /// Empty for every other path.
 std::u16string absolute_form(const ucs2string& path);
 
-/// Describes a file or folder. Backslashes at the end of the path are ignored, except the one of a
-/// root.
+/// Describes a file or folder. Backslashes at the end are ignored, except that of a root.
 /// @param alreadyLong whether @p path is in its long form.
 /// @param folder where the last component is looked up, see os::Path::in().
 /// @return false after a warning if it is missing, and after an error on any other failure.

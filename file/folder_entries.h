@@ -4,8 +4,7 @@
 
 #include "platform/os/os.h"
 
-/// Lists a folder like vu_file::filenames(), with the kind of each entry, but traces nothing. Empty
-/// if the folder cannot be listed.
+/// Like vu_file::filenames(), with the kind of each entry, but untraced; empty on a failure.
 os::Listing folder_entries(const std::string& folder);
 
 /// Like vu_file::exists(), but returns the reason and opens no trace scope.

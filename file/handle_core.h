@@ -21,7 +21,6 @@ class HandleSpelling {
   virtual os::Status open(const std::string& path, os::Access access, os::Handle& handle) const = 0;
   /// The size of the whole file as a read count. It may be negative, or too large for a count.
   virtual std::int64_t size(const std::string& path) const = 0;
-  /// The system's text for an error.
   virtual std::string error_text(std::int32_t code) const = 0;
   /// The texts of the exceptions for reading and writing in a mode that does not allow it.
   virtual const char* wrong_read_mode() const = 0;
@@ -65,18 +64,15 @@ class HandleCore {
   void open(vu_file_base::type_access mode);
   int read(std::string& out, int count);
   void read(unsigned char*& buffer, unsigned int& length);
-  /// See read_into().
+  /// See the functions of the same names below.
   std::size_t read_into(void* buffer, std::size_t room);
-  /// See read_to_end().
   FileText read_to_end();
-  /// See size_of().
   std::int64_t size() const;
   int write(std::string_view data);
   void seek(int offset, short origin);
   void close() noexcept;
   void clear() noexcept;
 
-  /// See replace_text() and close_replaced().
   replacement::Outcome replace_text(std::string_view old_bytes, std::string_view new_text);
   void close_replaced(const replacement::Outcome& outcome) noexcept;
 
@@ -114,9 +110,8 @@ class HandleCore {
   const trace::Scope& m_operation;
 };
 
-/// Reads an open file from its position to its end through the handle, however large the file has
-/// become. The memory is not cleared first. After a short read it reads on: only a read of no bytes
-/// is the end.
+/// Reads an open file from its position to its end, however large it has become, into memory that
+/// is not cleared first. After a short read it reads on: only a read of no bytes is the end.
 /// @throws vu_file_except like vu_file::read(), with the same traces.
 FileText read_to_end(vu_file& file);
 
@@ -131,9 +126,8 @@ std::size_t read_into(vu_file& file, void* buffer, std::size_t room);
 /// @throws vu_file_except like vu_file::write().
 bool write_from(vu_file& file, std::string_view bytes);
 
-/// The atomic replacement of the whole content of an open file (see replacement.h), with its
-/// flushes. The file stays open and locked until close_replaced(). @p old_bytes are all bytes of
-/// the file.
+/// The atomic replacement of the whole content of an open file (replacement.h), with its flushes.
+/// The file stays open and locked until close_replaced(). @p old_bytes are all its bytes.
 ///
 /// A failed write is traced like one of vu_file::write(), a failed flush like one of
 /// vu_file::close(), a failed cut like one of vu_file::clear(). Required: only for "index.dat" and

@@ -9,8 +9,7 @@
 #include "platform/os/os.h"
 
 /// @file
-/// Paths as text, for both spellings of the file layer. Nothing here traces, fails or accesses a
-/// file.
+/// Paths as text, for both spellings. Nothing here traces, fails or accesses a file.
 namespace path_text {
 
 /// The encoding of a path. In a two-byte code page the second byte of a character may have the
@@ -43,8 +42,7 @@ inline bool ends_in_separator(std::u16string_view path) {
   return !path.empty() && is_separator(path.back());
 }
 
-/// Whether the path begins with two backslashes and continues, like a network path or a path in the
-/// long form.
+/// Whether the path begins with two backslashes and continues: a network path or the long form.
 inline bool is_network(std::string_view path) {
   return path.size() > 2 && path.starts_with("\\\\");
 }
@@ -52,7 +50,6 @@ inline bool is_network(std::u16string_view path) {
   return path.size() > 2 && path.starts_with(u"\\\\");
 }
 
-/// Directory and file name as one path.
 inline std::string join(std::string_view directory, std::string_view name) {
   std::string path;
   path.reserve(directory.size() + 1 + name.size());
@@ -60,14 +57,12 @@ inline std::string join(std::string_view directory, std::string_view name) {
   return path;
 }
 
-/// The text before and after a separating character.
 struct Cut {
   std::string_view before;
   std::string_view after;
 };
 
-/// The position of the last separator that is one of the characters in @p which ("\" and "/"); npos
-/// if there is none.
+/// The position of the last separator that @p which ("\", "/" or both) contains; npos without one.
 inline std::size_t last_separator(std::string_view path, std::string_view which,
                                   Encoding encoding) {
   std::size_t at = path.find_last_of(which);
@@ -84,8 +79,7 @@ inline bool cut_at_last_backslash(std::string_view path, Encoding encoding, Cut&
   return true;
 }
 
-/// Cuts at the last dot of the whole path. If there is none, returns false and leaves @p cut as it
-/// is.
+/// Cuts at the last dot anywhere. If there is none, returns false and leaves @p cut as it is.
 inline bool cut_at_last_dot(std::string_view path, Cut& cut) {
   const std::size_t at = path.rfind('.');
   if (at == std::string_view::npos) return false;

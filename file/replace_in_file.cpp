@@ -100,7 +100,7 @@ void StagedReplacement::give_up() {
 
 void StagedReplacement::end() {
   m_is_over = true;
-  // The new text is not the one that was being completed.
+  // The file contains the completed text, which is not the new text of this replacement.
   if (m_completes) m_outcome.holds = Holds::kOldText;
 }
 

@@ -36,9 +36,7 @@ os::Status write_at(os::Handle handle, std::uint64_t offset, std::string_view by
 /// Order of calls: while write() returns true, flush the file and pass the result to flushed().
 /// Then outcome().
 ///
-/// Errors: outcome() reports them. Nothing is traced.
-///
-/// Threads: one at a time.
+/// Errors: outcome() reports them; nothing is traced. Threads: one at a time.
 class StagedReplacement {
  public:
   /// @param handle open for writing. @param old_bytes all bytes of the file. Both texts must

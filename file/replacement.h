@@ -50,11 +50,9 @@
 /// docs/formats.md describes every byte.
 namespace replacement {
 
-/// When a process is killed, each page of this size (or of a multiple of it) is written completely
-/// or not at all.
+/// A kill leaves each page of this size (or of a multiple of it) either written or untouched.
 inline constexpr std::size_t kPageSize = 4096;
-/// When the power fails, each sector of this size (or of a multiple of it) is written completely or
-/// not at all.
+/// A power failure leaves each sector of this size (or of a multiple) either written or untouched.
 inline constexpr std::size_t kSectorSize = 512;
 
 /// A replacement that was interrupted after step 1.

@@ -110,8 +110,7 @@ int vu_file::size(const std::string& path) {
   VU_FILE_SCOPE();
   os::FileStat found;
   const os::Status status = os::stat(path, found);
-  // Required: only the low 32 bits. The size of a file of 2 GB or more is negative or much too
-  // small.
+  // Required: the low 32 bits. A file of 2 GB or more has a negative or much too small size.
   if (status.ok()) return static_cast<std::int32_t>(static_cast<std::uint32_t>(found.size));
   if (status.failure() == os::Failure::kNotFound) {
     VU_WARNING("vu_file::size : '", path, "' not exists");

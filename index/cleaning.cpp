@@ -16,8 +16,7 @@
 #include "stg_index.h"
 #include "vu_fileutf8.h"
 
-// Cleaning of out-of-date output: versions by age, their sub-part folders, and the sweep of
-// orphans.
+// Cleaning: versions by age, their sub-part folders, and the sweep of orphans.
 
 namespace {
 
@@ -38,8 +37,7 @@ std::string name_on_disk(std::string_view key, std::string_view stored) {
   return name;
 }
 
-/// Last access or last modification in seconds since 1970. 0 if the file is missing; nothing if the
-/// system cannot tell.
+/// Last access or modification in seconds since 1970; 0 for a missing file, nothing if not known.
 std::optional<std::uint64_t> time_of(const vu_utf8string& path, bool use_access_time) {
   const std::uint64_t time =
       use_access_time ? vu_fileutf8::access_time(path) : vu_fileutf8::modify_time(path);

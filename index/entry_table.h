@@ -12,8 +12,7 @@
 /// is allocated per name, and a look-up reads one slot and one entry.
 ///
 /// In a large folder neither is in the processor's cache. To look up several names, call ask() for
-/// all of them, then fetch() for all, then find() for all. The processor then waits once, not once
-/// for each name.
+/// all of them, then fetch() for all, then find() for all: the processor then waits only once.
 ///
 /// Errors: std::bad_alloc from the constructor; nothing else. Threads: any number may look up.
 class EntryTable {

@@ -132,7 +132,6 @@ class LinesOfKey {
  public:
   LinesOfKey(std::string_view text, std::string_view key);
 
-  /// The next line of the key, or false at the end.
   bool next(Line& line);
 
  private:
@@ -150,7 +149,6 @@ class LinesOfName {
  public:
   LinesOfName(std::string_view text, std::string_view logical) : m_text(text), m_name(logical) {}
 
-  /// The next line of the name, or false at the end.
   bool next(Line& line);
 
  private:

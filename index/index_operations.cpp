@@ -27,8 +27,8 @@ std::string_view extension_without_dot(std::string_view name) {
 
 }  // namespace
 
-// The public operations and queries. Each one constructs an instance; the destructor saves a
-// changed index.
+// The public operations and queries. Each constructs an instance, which saves its changes at the
+// end.
 
 bool STGIndex::exists(const std::string& folder, const std::string& logical, long timestamp,
                       std::string& physical) {
@@ -47,9 +47,8 @@ bool STGIndex::exists(const std::string& folder, const std::string& logical, lon
                logical, " in directory ", folder, "\n Reason: ", e.what());
     return false;
   }
-  // The lock lasts until the entry's file is checked. A rename onto the entry removes the old file
-  // under its own lock. Without this lock the check could miss the file of an entry that always
-  // exists.
+  // The lock lasts until the entry's file is checked. A rename that replaces the entry removes the
+  // old file, so a check without the lock could find no file although the entry exists.
   const FileText bytes = read_to_end(file);
   std::string storage;
   const std::string_view text = replacement::text_of(bytes.view(), storage);
@@ -61,7 +60,7 @@ bool STGIndex::exists(const std::string& folder, const std::string& logical, lon
   index_format::Line line;
   while (lines.next(line)) {
     std::string name = file_name_of(key, line.stored);
-    // If the entry's file exists, the line is valid: it is one of the two files that make it valid.
+    // A line is valid if one of two files exists, and the entry's file is one of them.
     const bool is_there = files.probe(name) == Presence::kThere;
     const LineState state =
         is_there ? LineState::kValid : state_by_probing(key, line.stored, files);

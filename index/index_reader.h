@@ -14,11 +14,11 @@
 #include "index/index_format.h"
 
 /// @file
-/// The one reader of an index. It splits a text into lines and judges what each line is worth in
-/// its folder. The library's operations and the client's checks, explanations and repairs use it.
-/// It traces nothing and changes nothing.
+/// The one reader of an index. It splits a text into lines and judges each line by its folder. The
+/// library's operations and the client's checks, explanations and repairs use it. It traces nothing
+/// and changes nothing.
 
-/// What a line is worth.
+/// The state of a line in its folder.
 enum class LineState : std::uint8_t {
   kValid,    ///< a valid entry
   kMissing,  ///< a dangling entry
@@ -61,8 +61,7 @@ class IndexReader {
     m_left = m_left.subspan(1);
     return true;
   }
-  /// The next lines, which are judged together; none at the end. They are valid until the next
-  /// call.
+  /// The next lines, judged together; none at the end. They are valid until the next call.
   std::span<const IndexLine> next_lines();
 
  private:

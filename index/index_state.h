@@ -37,7 +37,6 @@
 class IndexState {
  public:
   using NameMap = std::map<std::string, std::string>;
-  /// A key and its physical name.
   using Entry = std::pair<std::string, std::string>;
 
   /// What is traced if the system does not remove a file.
@@ -54,7 +53,7 @@ class IndexState {
   /// Null if there was no index.dat.
   const IndexReading* loaded() const { return m_loaded ? &m_loaded->reading : nullptr; }
 
-  /// The life of this instance begins here, for is_unwound(). A copy is another instance.
+  /// Notes the exceptions in flight, for is_unwound(). A copied instance calls this as well.
   void begins_to_live();
   /// Copies another state, except for what begins_to_live() noted.
   void take_over(const IndexState& other);
@@ -143,18 +142,17 @@ class IndexState {
   /// Gives an entry the physical name that another process wrote for its key. The file of the old
   /// physical name is gone, the file of the new one exists.
   void replace(std::string_view key, std::string_view stored);
-  /// How an operation made the file of a new entry: empty, or as a copy of `source` that replaces
-  /// an entry with the file `replaced`. A name that does not apply is empty.
+  /// How an operation created the file of a new entry: empty, or as a copy of `source` that
+  /// replaces an entry with the file `replaced`. A name that does not apply is empty.
   struct Making {
     std::string source;
     std::string replaced;
   };
-  /// Notes a file that was made. A clean that runs before the save finds no entry for it in
-  /// index.dat and may sweep it; then the save makes it again.
+  /// Notes a file that was created. A clean that runs before the save finds no entry for it in
+  /// index.dat and may sweep it; then the save creates it again.
   void file_is_made(const std::string& key, Making how);
-  /// Schedules a file of the folder for removal after the new text is written, under the lock of
-  /// the save. Until then readers find the old entries. The save judges lines as if the file were
-  /// gone.
+  /// Schedules the removal of a file after the new text is written, under the lock of the save.
+  /// Until then readers find the old entries. The save judges lines as if the file were gone.
   void remove_after_save(const std::string& file, IfItStays if_it_stays);
   /// Whether the file of an entry may also be the file of an entry with another key.
   bool is_anothers(const std::string& key, const std::string& stored) const;

@@ -8,7 +8,6 @@
 
 /// Opens index.dat for reading and reads all of it, if it exists. The handle stays open and keeps
 /// the shared lock; the caller closes it when it no longer needs the lock.
-/// @param index the handle of index.dat in @p folder. If the folder does not exist, an error is
-/// traced.
+/// @param index the handle of index.dat in @p folder. A missing folder is traced as an error.
 /// @throws vu_file_except if index.dat is not missing and cannot be opened or read.
 std::optional<FileText> read_index(vu_file& index, const std::string& folder);

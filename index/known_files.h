@@ -11,14 +11,13 @@
 #include "index/index_reader.h"
 
 /// The files of a listing that an index certainly knows, so that they are not adopted. The others
-/// have to be looked up in the maps first. In a folder that only the library writes to, there are
-/// no others.
+/// have to be looked up in the maps; there are none if only the library writes to the folder.
 ///
 /// The maps know a file by the first line that has its name, or its name without the extension, as
 /// the physical name:
 ///
 ///     a.kdb_0000000001/00000007       makes 00000007.kdb known
-///     notes.txt_0000000000/notes.txt  makes notes.txt known, unless the next line comes first
+///     notes.txt_0000000000/notes.txt  makes notes.txt known, unless the line below comes first
 ///     other_0000000001/notes.txt      does not make notes.txt known
 ///
 /// Order of calls: construct it with the reading and the size of the listing that judged the

@@ -18,9 +18,8 @@ constexpr std::size_t kFields = 6;
 /// The positions of the six tabs of a line.
 using Tabs = std::array<std::size_t, kFields>;
 
-/// Required: the search for the first tab begins at position 1, the search for each further one two
-/// positions after the last. So no field is empty, and a tab at position 0 belongs to the first
-/// field.
+/// Required: the search begins at position 1, and for each further tab two positions after the last
+/// one. So no field is empty, and a tab at position 0 belongs to the first field.
 std::optional<Tabs> tabs_of(std::string_view line) {
   Tabs tabs{};
   std::size_t from = 1;

@@ -16,7 +16,6 @@
 /// Threads: one. The file is locked while it is read and while it is written, not in between.
 class ReadList {
  public:
-  /// Creates the object; load() reads the file.
   ReadList(const std::string& folder, const std::string& file_name);
   /// Loads the list. A missing file is an empty list.
   /// @throws vu_file_except if the file cannot be opened or read.

@@ -15,9 +15,6 @@
 #include "index/index_source.h"
 #include "platform/host/trace.h"
 
-// The save of a changed index. The steps follow in their order: open, read, merge, judge, write,
-// remove the replaced files.
-
 namespace {
 
 /// Up to so many lines are checked one by one. For more lines a listing of the folder costs less.
@@ -131,7 +128,7 @@ class IndexSave {
   // ---- swept files ---------------------------------------------------------------------------
 
   /// A clean that found no entry in index.dat for a new file of this operation may have swept it.
-  /// No clean can sweep while index.dat is locked, so a file that is made again now stays.
+  /// No clean can sweep while index.dat is locked, so a file that is created again now stays.
   void make_swept_files_again() {
     m_made = std::exchange(m_state.m_made, {});
     for (const auto& [key, how] : m_made) {
@@ -174,7 +171,7 @@ class IndexSave {
   void merge(std::string_view text) {
     const IndexReading* loaded = m_state.loaded();
     // A text out of order may have two lines with one key, and the second one may be valid now. A
-    // line that runs on may become an entry when somebody makes a file.
+    // line that runs on may become an entry when somebody creates a file.
     if (loaded != nullptr && loaded->ascending && !loaded->any_runs_on && text == loaded->text) {
       merge_what_was_dropped(*loaded);
       return;
@@ -187,7 +184,7 @@ class IndexSave {
     for (const IndexLine* line : new_lines(on_disk.get())) merge_entry(*line);
   }
 
-  /// Other processes wait for the lock, so a line that the load judged is not judged again.
+  /// Other processes wait for the lock, so a line that was valid at the load is not judged again.
   void read_what_is_on_disk(std::string_view text, const IndexReading* loaded) {
     if (loaded != nullptr && loaded->ascending && !loaded->any_runs_on) {
       m_on_disk.emplace(text, m_files, *loaded, m_state.m_changed);
@@ -397,7 +394,7 @@ class IndexSave {
     }
   }
 
-  /// Whether this entry is in memory: its file existed at the load.
+  /// Whether this entry is in memory as well.
   bool is_mine(const IndexLine& line) const { return m_state.find(line.key) == line.stored; }
 
   /// Of two lines with one key the first one with an existing file is the entry. An unknown line

@@ -16,8 +16,7 @@ using vu_host::trace_level;
 namespace {
 
 /// Appends the entries of a folder's index that @p keep selects, in the order of the physical
-/// names. Both lists keep the same length even if memory runs out: nothing can throw between the
-/// appends.
+/// names. Both lists keep the same length: nothing can throw between the two appends.
 template <class Keep>
 void list_entries(const std::string& folder, std::vector<std::string>& logical_names,
                   std::vector<std::string>& physical_names, Keep keep) {

@@ -43,8 +43,8 @@ long vu_storage::loadUserOrMasterProfile(const std::string& userOrDomain,
         const std::string& folder = roots().s_sConfigDirPath;
         if (!userOrDomain.empty()) {
           const long loaded = loadKey(userOrDomain, fileName, STG::UserFilesRepository, seq);
-          // Required: an empty name is not replaced by a default, and is never found, although a
-          // check for it finds the owner's folder.
+          // Required: an empty name gets no default and is never found, although loadKey() finds
+          // the owner's folder under it.
           return fileName.empty() ? 1L : loaded;
         }
         std::string name = fileName;

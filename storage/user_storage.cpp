@@ -104,7 +104,7 @@ bool vu_storage::RemoveFile(const vu_utf8string& userOrDomain, const vu_utf8stri
 void vu_storage::AddExistVUFilesToMap(const std::string& folder,
                                       std::multimap<std::string, std::string>& map) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  // Required: the texts use a shorter name of the operation.
+  // Required: the texts use a shorter name for the operation.
   guarded(
       [&] {
         const StorageLock lock;

@@ -22,8 +22,7 @@ component_factory::~component_factory() = default;
 namespace host {
 namespace {
 
-/// The value of an environment variable, if it is set and a valid text, replaces the system's
-/// answer.
+/// An environment variable replaces the system's answer if it is set and contains a valid text.
 bool from_environment(const char* variable, ucs2string& folder) {
   ucs2string value;
   if (!os::environment(variable, value).ok() || value.empty()) return false;

@@ -54,7 +54,6 @@ inline bool wanted(vu_host::trace_level level) {
   const vu_host::trace_sink* const s = sink();
   return s != nullptr && s->wants(level);
 }
-/// Whether the host's sink wants it.
 inline bool host_wants(vu_host::trace_event event) {
   const vu_host::trace_sink* const s = sink();
   return s != nullptr && s->wants(event);

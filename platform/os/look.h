@@ -163,7 +163,6 @@ std::string narrow_encoding();
 /// itself.
 std::string absolute(const std::string& path);
 
-/// A folder and a name in it.
 inline std::string join(std::string_view folder, std::string_view name) {
   std::string path;
   path.reserve(folder.size() + name.size() + 1);

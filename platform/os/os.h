@@ -15,8 +15,8 @@
 /// @file
 /// The seam between the library and the operating system.
 ///
-/// Values go in, values come out. Nothing here traces, retries or decides, and the only exception
-/// is std::bad_alloc. Only reads and writes may take several system calls: they continue after an
+/// Values go in, values come out. The functions throw only std::bad_alloc, and never trace, retry
+/// or decide. Only reads and writes may take several system calls: they continue after an
 /// interruption or a short transfer, until the count, the end of the file or an error is reached.
 /// os_windows.cpp and os_posix.cpp each contain one system completely. The Windows side is the
 /// reference; docs/porting.md describes what the POSIX side does for equal results.
@@ -320,8 +320,8 @@ Status rename(Path from, Path to);
 /// time, the copy stays, and @p time says so (unless it is null).
 Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time = nullptr);
 
-/// Writes the buffers and the times of a file to the device. The process does not have the file
-/// open. The file may be read-only.
+/// Writes the buffers and times of a file, which this process does not have open, to the device.
+/// The file may be read-only.
 Status flush_file(Path path);
 
 // ---- names -----------------------------------------------------------------------------------
@@ -362,7 +362,6 @@ std::string error_text(std::int32_t code);
 ucs2string error_text_wide(std::int32_t code);
 /// Seconds since 1970-01-01 UTC.
 std::int64_t now();
-/// Whether the system is of the NT family.
 bool nt_family();
 /// Whether a lock on a file below @p folder belongs only to the handle that took it. False on
 /// mounts of the SMB client of Linux, where handles of one host share a lock. True if the system

@@ -55,7 +55,6 @@ constexpr ::mode_t kAllWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 struct FreeText {
   void operator()(char* text) const { std::free(text); }
 };
-/// A text that the C library has allocated.
 using SystemText = std::unique_ptr<char, FreeText>;
 
 // ---- listings ----------------------------------------------------------------------------------
@@ -145,8 +144,8 @@ Place place_of(Path path) {
   return {folder ? folder->descriptor : -1, name.empty() ? "." : std::move(name)};
 }
 
-/// Runs @p transfer on the handle's descriptor, with a guard unless the handle has a lock: then
-/// there is no further system call.
+/// Runs @p transfer on the handle's descriptor. Only a handle without a lock needs the guard, and
+/// its two more system calls.
 template <class Transfer>
 Status guarded(Handle handle, int lock_type, Transfer transfer) {
   const std::optional<HandleTable::File> file = handles().find(handle);
@@ -442,7 +441,7 @@ Status lock(Handle handle, const LockRequest& request) {
 Status unlock(Handle handle) {
   const std::optional<HandleTable::File> file = handles().find(handle);
   if (!file) return fail(EBADF);
-  // The system would report success.
+  // For a handle without a lock the system would report success.
   if (!file->has_lock) return fail(EINVAL);
   if (posix::set_whole_file_lock(file->descriptor, F_OFD_SETLK, F_UNLCK) != 0) return fail(errno);
   handles().set_lock(handle, false);
@@ -468,7 +467,7 @@ Status list(Path folder, Listing& entries) {
   const Descriptor descriptor(
       ::openat(place.base, place.name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!descriptor.valid()) return fail(errno);
-  // Without a stream, which makes two more system calls and costs more per entry than all the rest.
+  // Not with readdir(): it makes two more system calls, and costs more per entry than all the rest.
   constexpr std::size_t kBuffer = std::size_t{1} << 15U;
   const std::unique_ptr<char[]> records(new char[kBuffer + Listing::kPiece]);
   const std::size_t before = entries.size();
@@ -521,7 +520,7 @@ Status make_writable(Path path) {
   const std::string name = native(path);
   const std::optional<FileInfo> info = info_of(name);
   const ::mode_t mode = info ? info->st_mode & kPermissions : 0;
-  // The system would refuse this to another account, which may be able to write nevertheless.
+  // chmod() would fail for a file of another account, which may be writable nevertheless.
   if ((mode & kOwnerReadWrite) == kOwnerReadWrite) return {};
   if (::chmod(name.c_str(), mode | kOwnerReadWrite) != 0) return fail(errno);
   // A network file system may report success and keep the permissions.

@@ -271,8 +271,7 @@ Status stat_trimmed(const wchar_t* path, FileStat& result, Links links) {
   }
   struct _stat64 data {};
   const Status status = result_of_runtime(_wstat64(path, &data));
-  // Older runtimes treat the "?" of the prefix as a pattern and find nothing. Some refuse the root
-  // of a share.
+  // Older runtimes treat the "?" of the prefix as a pattern. Some refuse the root of a share.
   if (!status.ok() && get_attributes(path, attributes)) {
     result = stat_from(attributes);
     return {};

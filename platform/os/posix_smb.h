@@ -28,7 +28,7 @@ inline bool is_on_smb(const std::string& path) {
   }
 }
 
-/// The same for a path with known @p info. A file system on a device of its own is not checked.
+/// The same if @p info is known: a file system on a device of its own is not SMB.
 inline bool is_on_smb(const std::string& path, const FileInfo& info) {
   return major(info.st_dev) == 0 && is_on_smb(path);
 }
