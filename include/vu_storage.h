@@ -29,8 +29,7 @@ VU_STORAGE_TYPES_BEGIN
 ///       storage.Close(file);
 ///     }
 ///
-/// Objects of this class contain no data. The state belongs to the process: one object is as good
-/// as many.
+/// Objects of this class contain no data: all state belongs to the process.
 ///
 /// Common arguments: `userOrDomain` is the owner; it selects the owner's folder, unless all owners
 /// share one (initRootStorage()). `entry` is the logical name with its extension. `type` is the
@@ -245,8 +244,7 @@ class VU_STORAGE_API vu_storage {
                             const std::string& entry, STG::RepositoryType type, bool replace,
                             long timestamp);
   /// Copies a document that OpenRead() would serve to a path outside the storage, over an existing
-  /// file. As vu_file::copyFile(): a copy that fails half-way leaves no file, and the old one is
-  /// lost.
+  /// file. A copy that fails half-way leaves no file, and the old one is lost.
   /// @param destination the path of the copy.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @return whether the copy succeeded.
@@ -429,8 +427,8 @@ class VU_STORAGE_API vu_storage {
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @return false, traced, if the index cannot be read or something else throws. True otherwise:
   /// also if there is nothing to remove, the owner is empty, or the system refuses to remove the
-  /// file. It also returns true if a category file or "attribut.txt" cannot be opened, read or written;
-  /// then the line stays, or that file is left empty. All refusals are traced.
+  /// file. Also true if a category file or "attribut.txt" cannot be opened, read or written; then
+  /// the line stays, or that file is left empty. All refusals are traced.
   /// @blocking{for writers of the index, if there is something to remove also for its readers; then
   /// for readers and writers of the category files and, for type 1, of "attribut.txt"; not for
   /// those of the document}
