@@ -213,9 +213,10 @@ bool last_line_is_open(std::string_view text) {
   return text.find('/', text.rfind('\n') + 1) != kNone;
 }
 
-/// Whether a single write replaces the text completely or not at all, for any reader: the digits of
-/// a counter, within one sector. (A torn write of a new counter leaves zeros, which are the same
-/// value as an empty file.) A line does not qualify, since a failing device may write a part of it.
+/// Whether a single write replaces the text completely or not at all, for any reader. That is so
+/// for the digits of a counter, within one sector. A torn write of a new counter leaves zeros, the
+/// same value as an empty file. A failing device may write a part of a line, so lines do not
+/// qualify.
 bool is_replaced_at_once(std::string_view old_bytes, std::string_view new_text) {
   return (old_bytes.empty() || old_bytes.size() == new_text.size()) &&
          new_text.size() <= kSectorSize && old_bytes.find('/') == kNone &&

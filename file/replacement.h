@@ -65,10 +65,10 @@ struct Interrupted {
 /// The interrupted replacement that a valid trailer at the end of @p bytes describes, if any.
 std::optional<Interrupted> interrupted_in(std::string_view bytes);
 
-/// The text of a file that contains @p bytes: the new text of a replacement that was interrupted
-/// after step 1, otherwise the bytes without the zeros at their end. (After a power failure a file
-/// may have its new size but not all its bytes; it ends in zeros.) The result is a view of @p bytes
-/// or of @p storage.
+/// The text of a file that contains @p bytes. After an interruption after step 1 this is the new
+/// text, otherwise the bytes without the zeros at their end. After a power failure a file may have
+/// its new size but not all its bytes; then it ends in zeros. The result is a view of @p bytes or
+/// of @p storage.
 std::string_view text_of(std::string_view bytes, std::string& storage);
 
 /// One write. If the process is killed during it, the bytes up to some page edge are written.

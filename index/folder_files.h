@@ -18,13 +18,13 @@ enum class Presence : std::uint8_t {
 /// The files of a folder: one listing of its names, and checks of single names.
 ///
 /// Order of calls: find() for each name; the first query reads the listing. To look up several
-/// names at once, call ask() for all of them, then fetch(), then listed(), and probe() for the
+/// names at once, call ask() for all of them, then fetch(), then listed(). Call probe() for the
 /// names that are not listed. The listing never changes; construct another object for a new one.
 ///
 /// The result is always that of an existence test. A name that the listing shows exactly as given
-/// exists. Any other name is checked by itself, because it may lead to a file too: in another
-/// letter case or as a short name on Windows, as a pattern, or with a separator. A listed name that
-/// an existence test may not find is also checked by itself. Example: `a*`.
+/// exists. Any other name is checked by itself, because it may lead to a file in another way.
+/// Examples: another letter case or a short name on Windows, a pattern, a name with a separator. A
+/// listed name such as `a*`, which an existence test may not find, is also checked by itself.
 ///
 /// Errors: a file that the system cannot check is Presence::kUnknown. A folder that cannot be
 /// listed has no entries, and each name is checked by itself. Nothing is traced. The only exception

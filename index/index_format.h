@@ -73,7 +73,7 @@ struct Line {
   std::string_view stored;  ///< the physical name
   /// The position of the "/" in the text.
   std::size_t separator = 0;
-  /// The line has no "/" of its own: its key runs on to the next "/", and its physical name is the
+  /// The line has no "/" of its own. Its key runs on to the next "/", and its physical name is the
   /// whole rest of the text. Example of such a text:
   ///
   ///     a\nb_0000000001/1\nc_0000000001/2

@@ -286,7 +286,7 @@ class IndexSave {
   }
 
   /// Collects the keys whose lines are judged again after the load: those of the operation, and
-  /// those that may lead to a file that it has changed.
+  /// those of lines that may lead to a changed file.
   void find_doubtful() {
     m_doubtful.insert(m_state.m_doubtful.begin(), m_state.m_doubtful.end());
     const IndexReading* loaded = m_state.loaded();

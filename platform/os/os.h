@@ -16,10 +16,10 @@
 /// The seam between the library and the operating system.
 ///
 /// Values go in, values come out. The functions throw only std::bad_alloc, and never trace, retry
-/// or decide. Only reads and writes may take several system calls: they continue after an
-/// interruption or a short transfer, until the count, the end of the file or an error is reached.
-/// os_windows.cpp and os_posix.cpp each contain one system completely. The Windows side is the
-/// reference; docs/porting.md describes what the POSIX side does for equal results.
+/// or decide. Reads and writes continue after an interruption or a short transfer, until the count,
+/// the end of the file or an error is reached. os_windows.cpp and os_posix.cpp each contain one
+/// system completely. The Windows side is the reference; docs/porting.md describes what the POSIX
+/// side does for equal results.
 ///
 /// Both sides accept "\" and "/" as separators in a path, and the prefix "\\?\".
 namespace os {
@@ -316,8 +316,8 @@ Status remove_file(Path path);
 Status rename(Path from, Path to);
 /// Copies a file with its modification time and read-only state. Fails for a folder, onto itself,
 /// onto a read-only target and against the lock of another handle. A copy that cannot be completed
-/// is removed. If the target belongs to another account, which allows writing but not setting the
-/// time, the copy stays, and @p time says so (unless it is null).
+/// is removed. A target of another account may allow writing, but not setting the time. Then the
+/// copy stays, and @p time says so (unless it is null).
 Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time = nullptr);
 
 /// Writes the buffers and times of a file, which this process does not have open, to the device.

@@ -263,8 +263,8 @@ class FileCopy {
     return result_of(::fchmod(m_target.get(), m_target_info.st_mode & kPermissions));
   }
 
-  /// Cuts an existing target. Before that it makes sure that the disk has room: what the cut frees,
-  /// or more.
+  /// Cuts an existing target, but first makes sure that the disk has room for the copy. The cut
+  /// frees enough, or a reservation tests it.
   Status make_room() {
     constexpr ::off_t kBlock = 512;
     if (m_target_info.st_blocks * kBlock < m_source_info.st_size) {
@@ -275,8 +275,8 @@ class FileCopy {
     return result_of(uninterrupted([&] { return ::ftruncate(m_target.get(), 0); }));
   }
 
-  /// The kernel copies what it can, and reading and writing copies the rest: for file systems that
-  /// cannot copy, and for files whose size is not that of their content.
+  /// The kernel copies what it can; reading and writing copies the rest. Some file systems cannot
+  /// copy, and some files have a size that is not that of their content.
   Status copy_content() {
     const auto copy_piece = [&] {
       return ::copy_file_range(m_source.get(), nullptr, m_target.get(), nullptr,

@@ -30,8 +30,8 @@ Trimmed trim_separators(std::string path);
 /// A path without the "/." components at its end; a search for a folder's own entry adds them.
 std::string trim_self_entries(std::string path);
 
-/// A path cut before its last component. The folder can be passed to the system as it is: it is "."
-/// if the path has only one component, and ends in "/" otherwise.
+/// A path cut before its last component. The folder can be passed to the system as it is: "." for a
+/// path of one component, otherwise a path that ends in "/".
 struct Split {
   std::string folder;
   std::string name;
