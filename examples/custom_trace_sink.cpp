@@ -1,4 +1,4 @@
-// custom_trace_sink_storage [FOLDER] sends what the library traces to rotating files, through POCO.
+// Writes the library's trace to rotating files, through POCO: custom_trace_sink_storage [FOLDER]
 #include <Poco/AutoPtr.h>
 #include <Poco/FileChannel.h>
 #include <Poco/FormattingChannel.h>
@@ -25,7 +25,7 @@ class PocoSink final : public vu_host::trace_sink {
     m_file->setProperty("rotation", "16 K");
     m_file->setProperty("archive", "number");
     m_file->setProperty("purgeCount", "3");
-    m_channel->open();  // throws when the file cannot be made; POCO's channels bring their own lock
+    m_channel->open();  // throws when the file cannot be created; POCO's channels are thread-safe
   }
 
   bool wants(trace_level level) const noexcept override { return level <= trace_level::l; }
@@ -51,7 +51,7 @@ class PocoSink final : public vu_host::trace_sink {
       try {
     m_channel->log(Poco::Message(site.source, std::string(text), priority));
   } catch (...) {
-    // A sink must not throw: on a full disk the record is lost and the operation goes on.
+    // A sink must not throw: on a full disk the record is lost and the operation continues.
   }
 
   Poco::AutoPtr<Poco::FileChannel> m_file;
@@ -71,7 +71,7 @@ int main(int argc, char** argv) try {
     storage.Write(file, "text");
     storage.Close(file);
   }
-  std::cout << "traced to " << (folder / "storage.log").string() << " and older files beside it\n";
+  std::cout << "traced to " << (folder / "storage.log").string() << " and older files there\n";
   return std::filesystem::exists(folder / "storage.log.0") ? 0 : 1;
 } catch (const std::exception& failure) {
   std::cerr << "custom_trace_sink: " << failure.what() << "\n";

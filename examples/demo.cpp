@@ -1,5 +1,5 @@
-// Fills a storage with real files through the library's public interface, uses every part of the
-// library on it, and checks what comes back. See storage_demo --help.
+// Stores real files through the exported classes, uses every part of the library, and checks each
+// result. See storage_demo --help.
 #include <exception>
 #include <iostream>
 
@@ -10,7 +10,7 @@ namespace demo {
 
 namespace {
 
-// Stands in every root that this program filled, so that --fresh never removes anything else.
+// This file marks a root that this program created. --fresh removes only such roots.
 constexpr const char* kMark = "made by storage_demo";
 
 std::string absolute_root(const std::string& given) {
@@ -21,21 +21,20 @@ std::string absolute_root(const std::string& given) {
 
 bool is_ours(const Demo& demo) { return std::filesystem::exists(native(demo.root) / kMark); }
 
-/// @throws Refusal when the root cannot be used; nothing is touched yet.
+/// Changes nothing. @throws Refusal when the root cannot be used.
 void check_root(const Demo& demo) {
   const std::filesystem::path root = native(demo.root);
   if (!demo.beyond_ascii && !is_ascii(demo.root))
-    throw Refusal("narrow strings cannot name " + demo.root +
-                  " here; name a folder in ASCII characters with --root");
+    throw Refusal("the code page of this process lacks letters of " + demo.root +
+                  ": name a folder in ASCII characters with --root");
   if (std::filesystem::exists(root) && !std::filesystem::is_directory(root))
-    throw Refusal(demo.root + " is a file; name a folder with --root");
+    throw Refusal(demo.root + " is a file: name a folder with --root");
   if (!std::filesystem::exists(root / "storage")) return;
   if (!is_ours(demo))
-    throw Refusal(
-        demo.root +
-        " holds a storage that this program did not make; name another folder with --root");
+    throw Refusal(demo.root +
+                  " contains a storage of another program: name another folder with --root");
   if (!demo.options.fresh)
-    throw Refusal(demo.root + " holds a storage already; add --fresh to replace it");
+    throw Refusal(demo.root + " already contains a storage: add --fresh to replace it");
 }
 
 void prepare_root(const Demo& demo) {
@@ -48,27 +47,27 @@ void prepare_root(const Demo& demo) {
   std::error_code error;
   std::filesystem::create_directories(root / "product" / "config", error);
   if (error)
-    throw Refusal("cannot make folders in " + demo.root + " (" + error.message() +
-                  "); name a folder that is writable with --root");
+    throw Refusal("cannot create folders in " + demo.root + " (" + error.message() +
+                  "): name a writable folder with --root");
   std::filesystem::create_directories(root / "outside");
   write_whole(root / kMark, "--fresh may remove this folder's storage\n");
 }
 
-/// @param synchronize whether files are adopted that appear in a folder behind its index.
+/// @param synchronize turns synchronisation on: the library then adopts orphans.
 void initialise(Demo& demo, bool synchronize) {
   demo.host.set_binary_folder(demo.below_root("product"));
   demo.report.check(vu_storage::initRootStorage(demo.root, true, synchronize),
-                    "the storage is initialised");
+                    "initRootStorage() initialises the storage");
   demo.report.check(vu_storage::getStoragePath() == demo.below_root("storage") &&
                         vu_file::is_dir(vu_storage::getCorpPath()) &&
                         vu_file::is_dir(vu_storage::getMailPath()) &&
                         vu_file::is_dir(vu_storage::getUserPath()) &&
                         vu_file::is_dir(vu_storage::getListPath()) &&
                         vu_file::is_dir(vu_storage::getSemletPath()),
-                    "its area folders are there");
+                    "the area folders exist");
 }
 
-/// The errors that the library reported during a step are those that the step provokes.
+/// Checks that the library reported as many errors as the step provokes.
 void check_errors(Demo& demo) {
   const std::vector<std::string> errors = demo.host.take_errors();
   std::string all;
@@ -82,24 +81,24 @@ void check_errors(Demo& demo) {
 void check_sources(Demo& demo) {
   if (demo.options.sources.empty()) demo.options.sources = default_sources();
   if (demo.options.sources.empty())
-    throw Refusal("none of the usual folders with files is here; name some with --source DIR");
+    throw Refusal("this system has none of the default source folders: name one with --source DIR");
   for (const std::string& folder : demo.options.sources)
     if (!std::filesystem::is_directory(native(folder)))
       throw Refusal("the source folder " + folder +
-                    " does not exist; name another with --source DIR");
+                    " does not exist: name another with --source DIR");
 }
 
 void start(Demo& demo) {
-  demo.report.begin("A fresh storage");
+  demo.report.begin("Creating a storage");
   prepare_root(demo);
   initialise(demo, true);
   demo.report.check(!vu_storage::initRootStorage(demo.root, true, true),
-                    "it is not initialised a second time");
+                    "a second initRootStorage() fails");
   ++demo.expected_errors;
   demo.report.say("storage " + vu_storage::getStoragePath());
   demo.report.say(demo.beyond_ascii
-                      ? "names are UTF-8"
-                      : "names are in a code page of 8 bits; only ASCII ones are used");
+                      ? "narrow names are UTF-8"
+                      : "narrow names use an 8-bit code page; the demo uses only ASCII names");
 }
 
 int run(Demo& demo) {
@@ -120,14 +119,15 @@ int run(Demo& demo) {
 int run_verification(Demo& demo) {
   const std::filesystem::path storage = native(demo.below_root("storage"));
   if (!std::filesystem::is_directory(storage))
-    throw Refusal(demo.root + " holds no storage; name the folder of an earlier run with --root");
+    throw Refusal(demo.root +
+                  " contains no storage: name the folder of an earlier run with --root");
   read_manifest(demo);
   const std::uint64_t before = fingerprint(storage);
   demo.report.begin("The storage " + demo.below_root("storage"));
-  // Nothing may be adopted: the storage stays as it is.
+  // Without synchronisation, so that the storage does not change.
   initialise(demo, false);
   verify(demo);
-  demo.report.check(fingerprint(storage) == before, "the storage is as it was");
+  demo.report.check(fingerprint(storage) == before, "verification does not change the storage");
   check_errors(demo);
   return demo.report.finish();
 }
@@ -141,7 +141,7 @@ int start_with(const std::vector<std::string>& arguments) {
   }
   if (!demo.options.trace.empty() && !demo.host.trace_to(demo.options.trace))
     throw Refusal("cannot write the trace to " + demo.options.trace +
-                  "; name another file with --trace");
+                  ": name another file with --trace");
   demo.host.install();
   demo.root = absolute_root(demo.options.root);
   demo.beyond_ascii = narrow_names_are_utf8();

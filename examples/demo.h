@@ -20,19 +20,19 @@
 
 namespace demo {
 
-/// One version of a document that the storage holds.
+/// One version of a document in the storage.
 struct Version {
   std::string owner;
   STG::RepositoryType type = STG::CorporateRepository;
   std::string entry;
   long stamp = 0;
-  std::string source;  ///< the file whose bytes it has; empty when this program made them
+  std::string source;  ///< the file with the same bytes; empty when this program wrote the text
   std::uint64_t size = 0;
   std::uint64_t hash = 0;   ///< FNV-1a of its bytes
-  long not_older_than = 0;  ///< for a corporate document: what a client asks for when it reads
+  long not_older_than = 0;  ///< for a corporate document: the timestamp argument for reading
 };
 
-/// A part of a document that is up to date when the run ends.
+/// A sub-part of a document that is up to date at the end of the run.
 struct Part {
   std::string owner;
   std::string entry;
@@ -50,28 +50,28 @@ struct Profile {
   std::uint64_t hash = 0;  ///< of its text
 };
 
-/// An index as a manifest tells it.
+/// An index as the manifest describes it.
 struct IndexRecord {
   std::uint64_t size = 0;
   std::uint64_t hash = 0;                                 ///< of "index.dat"
   std::set<std::pair<std::string, std::string>> entries;  ///< physical and logical names
 };
 
-/// What the steps share.
+/// The state that the steps share.
 struct Demo {
   Options options;
   Report report;
   Host host;
-  bool beyond_ascii = false;  ///< whether narrow names may hold more than ASCII
-  std::string root;           ///< absolute, as the library takes it
+  bool beyond_ascii = false;  ///< whether narrow names may contain more than ASCII
+  std::string root;           ///< absolute path for the library
   Collection sources;
   std::vector<Version> versions;
   std::vector<Part> parts;
   std::vector<Profile> profiles;
-  std::map<std::string, IndexRecord> indexes;  ///< by folder below the storage; of a manifest
+  std::map<std::string, IndexRecord> indexes;  ///< of a manifest; key: folder below the storage
   std::size_t expected_errors = 0;             ///< error events that the step provokes on purpose
 
-  /// A path below the root, as the library takes it.
+  /// A path below the root, for the library.
   std::string below_root(const std::string& name) const { return root + "\\" + name; }
 };
 
@@ -81,25 +81,25 @@ struct Demo {
 /// @return whether vu_storage::OpenRead() serves this version: a corporate "kdf" document by its
 /// exact timestamp, everything else from timestamp 0.
 bool is_served(const Version& version);
-/// Opens for reading as a client does: with OpenRead(), or, for a version that it does not serve,
-/// through the answers of IsFileExist().
+/// Opens a version for reading with OpenRead(). Opens a version that OpenRead() does not serve with
+/// the path that IsFileExist() returns.
 bool open_version(vu_storage& storage, vu_file& file, const Version& version);
-/// @return whether the version could be opened; its bytes are in @p bytes then.
+/// @param[out] bytes the bytes of the version. @return whether the version could be opened.
 bool read_version(vu_storage& storage, const Version& version, std::string& bytes);
-/// Writes a version with OpenWrite2(), large ones in pieces. @return whether the file opened.
+/// Writes a version with OpenWrite2(), in pieces. @return whether the file could be opened.
 bool write_version(vu_storage& storage, const Version& version, const std::string& bytes,
                    bool replace);
-/// Writes a document that this program makes, checks that it can be read, and keeps it in the list
-/// that the manifest is made of. @return its place there.
+/// Writes a new document, checks that it can be read, and adds it to Demo::versions, from which the
+/// manifest is written. @return its position there.
 std::size_t add_version(Demo& demo, const std::string& owner, STG::RepositoryType type,
                         const std::string& entry, long stamp, const std::string& bytes);
-/// Removes versions from that list.
+/// Removes all versions of a document from Demo::versions.
 void forget_versions(Demo& demo, const std::string& owner, const std::string& entry);
-/// "kdf 'a b.kdf' of anna in docs at 17", for messages.
+/// For messages: "'a b.kdf' of anna in docs at 17".
 std::string name_of(const Version& version);
 /// The name of the area's folder: "docs", "mail" or "user".
 const char* area_of(STG::RepositoryType type);
-/// @return the path of a version's file as the library takes it, empty when there is none.
+/// @return the path of a version's file for the library; empty when there is none.
 std::string path_of_version(vu_storage& storage, const Version& version);
 
 // ---- the steps
@@ -123,9 +123,9 @@ void use_utf8_handle(Demo& demo);
 
 /// Writes root\manifest.tsv.
 void write_manifest(Demo& demo);
-/// Takes what a manifest tells. @throws Refusal when there is none or it is not usable.
+/// Reads a manifest. @throws Refusal when it does not exist or is invalid.
 void read_manifest(Demo& demo);
-/// Compares the storage with it.
+/// Compares the storage with the manifest.
 void verify(Demo& demo);
 /// Prints the tree and some lines of an index.
 void show_tree(Demo& demo);

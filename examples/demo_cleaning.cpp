@@ -1,4 +1,4 @@
-// Cleaning of output by age, on an owner's folder of its own: first a preview, then in earnest.
+// Cleans old documents in the folder of one owner: first a preview, then the removal.
 #include <array>
 #include <chrono>
 #include <iomanip>
@@ -21,7 +21,7 @@ struct Output {
   const char* name;
   hours age;
 };
-// The oldest first.
+// In order of age, the oldest first.
 constexpr std::array kOutputs{
     Output{"year.kdc", hours(24 * 400)}, Output{"quarter.kdb", hours(24 * 100)},
     Output{"week.kdc", hours(24 * 7)},   Output{"yesterday.kda", hours(25)},
@@ -38,7 +38,7 @@ class Cleaning {
   void clean_one();
 
  private:
-  /// Prints what is kept and checks that it is the outputs from @p first on, by age.
+  /// Prints the kept documents and checks that they are kOutputs from index @p first on, in order.
   void check_kept(const STGIndex::AgeMap& kept, std::size_t first);
   std::string on_disk(std::size_t i) const { return m_folder + "\\" + m_physical[i]; }
 
@@ -47,7 +47,7 @@ class Cleaning {
   std::array<std::string, kOutputs.size()> m_physical;
 };
 
-/// Documents of known ages, each with a folder of parts, and a folder that nobody knows.
+/// Creates documents of known ages, each with a sub-part folder, and an orphaned sub-part folder.
 void Cleaning::make() {
   vu_storage storage;
   for (std::size_t i = 0; i < kOutputs.size(); ++i) {
@@ -67,16 +67,16 @@ void Cleaning::make() {
 void Cleaning::check_kept(const STGIndex::AgeMap& kept, std::size_t first) {
   m_demo.report.check(
       kept.size() == kOutputs.size() - first,
-      text_of("of ", kOutputs.size(), " outputs ", kOutputs.size() - first, " are kept"));
+      text_of(kOutputs.size() - first, " of ", kOutputs.size(), " documents are kept"));
   std::size_t i = first;
   for (const auto& [age, key] : kept) {
     m_demo.report.say(text_of("  ", std::setw(9), age, " s  ", key.substr(m_folder.size() + 1)));
     if (i == kOutputs.size()) break;
     const std::string expected = m_folder + "\\" + kOutputs[i].name + "_0000000000";
     const auto least = static_cast<unsigned long>(std::chrono::seconds(kOutputs[i].age).count());
-    // The run itself takes a moment.
+    // The age may be larger, because the run takes some time.
     m_demo.report.check(key == expected && age >= least && age < least + 600,
-                        text_of(kOutputs[i].name, " is kept in its place, the oldest first"));
+                        text_of(kOutputs[i].name, " is listed in the order of age"));
     ++i;
   }
 }
@@ -89,32 +89,32 @@ void Cleaning::preview() {
   m_demo.report.check(removed == 0, "the preview removes nothing");
   check_kept(kept, 0);
   m_demo.report.check(fingerprint(native(m_folder)) == before,
-                      "the preview leaves the folder as it was");
+                      "the preview does not change the folder");
 }
 
 void Cleaning::clean() {
   STGIndex::AgeMap kept;
   const unsigned long removed = STGIndex::cleanOutOfDateOutput(m_folder, kThreeDays, kept, false);
-  ++m_demo.expected_errors;  // The sweep reports the unknown folder that it removes as an error.
+  ++m_demo.expected_errors;  // the sweep reports the removed orphan as an error
   m_demo.report.say(text_of("limit of 3 days: ", removed, " removed; kept:"));
-  m_demo.report.check(removed == kOld, "what is older than three days is removed");
+  m_demo.report.check(removed == kOld, "documents older than three days are removed");
   check_kept(kept, kOld);
   for (std::size_t i = 0; i < kOutputs.size(); ++i) {
     const bool stays = i >= kOld;
     m_demo.report.check(
         vu_file::exists(on_disk(i)) == stays && vu_file::is_dir(on_disk(i) + "_") == stays,
-        text_of(kOutputs[i].name, stays ? " stays" : " goes", " with its parts"));
+        text_of(kOutputs[i].name, stays ? " is kept" : " is removed", " with its sub-parts"));
     if (!stays) forget_versions(m_demo, kOwner, kOutputs[i].name);
   }
-  m_demo.report.check(!vu_file::exists(m_folder + "\\orphan_"), "the unknown folder is swept away");
+  m_demo.report.check(!vu_file::exists(m_folder + "\\orphan_"), "the sweep removes the orphan");
 }
 
 void Cleaning::clean_one() {
   unsigned long kilobytes = 0;
   STGIndex::cleanOutputDirectories(m_folder, m_physical[kOld], &kilobytes);
   m_demo.report.check(kilobytes == 2 && !vu_file::exists(on_disk(kOld) + "_"),
-                      "the parts of one document are removed and measured");
-  m_demo.report.check(vu_file::exists(on_disk(kOld)), "the document itself stays");
+                      "the sub-parts of one document are removed, and their size is returned");
+  m_demo.report.check(vu_file::exists(on_disk(kOld)), "the document itself is kept");
 
   std::string folder;
   const std::string owner = "cleaned out";
@@ -126,7 +126,8 @@ void Cleaning::clean_one() {
   STGIndex::NameMap left;
   STGIndex::plValues(folder, left);
   m_demo.report.check(left.empty(), "cleaning all output leaves no entry");
-  m_demo.report.check(read_whole(native(folder + "\\index.dat")) == " ", "and an empty index");
+  m_demo.report.check(read_whole(native(folder + "\\index.dat")) == " ",
+                      "cleaning all output leaves an empty index");
   forget_versions(m_demo, owner, "a.kdc");
   forget_versions(m_demo, owner, "b.kdc");
 }
@@ -134,7 +135,7 @@ void Cleaning::clean_one() {
 }  // namespace
 
 void clean_output(Demo& demo) {
-  demo.report.begin("Cleaning output by age");
+  demo.report.begin("Cleaning documents by age");
   Cleaning cleaning(demo);
   cleaning.make();
   cleaning.preview();

@@ -1,4 +1,4 @@
-// Copies into and out of the storage, and a file that somebody puts there by hand.
+// Copies files into and out of the storage, and adopts an orphan.
 #include "demo.h"
 #include "stg_index.h"
 
@@ -29,7 +29,7 @@ void copy_out(Demo& demo) {
   demo.report.say(text_of(copies, " documents copied out, ", size_text(bytes)));
 }
 
-/// A file stored twice under its own name: one entry, with the later bytes.
+/// Stores a file twice under its own name: one entry remains, with the later bytes.
 void copy_file_in(Demo& demo, STG::RepositoryType type) {
   const std::string folder = demo.below_root("outside");
   const std::string name = "Price List 2024.v2.txt";
@@ -67,20 +67,20 @@ void refuse_to_replace(Demo& demo) {
   vu_storage storage;
   std::string back;
   demo.report.check(!copied && read_version(storage, version, back) && fnv1a(back) == version.hash,
-                    name_of(version) + " is not replaced by a copy that may not replace");
+                    name_of(version) + " is not replaced by a copy with replace = false");
 }
 
 void drop_file(Demo& demo) {
   std::string folder;
   const std::string name = "put here by hand.txt";
-  const std::string text = "nobody told the index\n";
+  const std::string text = "no entry names this file\n";
   demo.report.check(vu_storage::createUserOrDomainNameDirectory("bernd", name, STG::UserRepository,
                                                                 folder, false),
                     "bernd has a user folder");
   write_whole(native(folder + "\\" + name), text);
   STGIndex::NameMap entries;
   STGIndex::plValues(folder, entries);
-  demo.report.check(entries[name] == name, "a file put into a folder by hand is adopted");
+  demo.report.check(entries[name] == name, "an orphan is adopted");
   const std::string index = read_whole(native(folder + "\\index.dat"));
   demo.report.check(index.find(name + "_0000000000/" + name + "\n") != std::string::npos,
                     "the adopted file has its line in index.dat");
@@ -89,7 +89,7 @@ void drop_file(Demo& demo) {
   demo.versions.push_back({"bernd", STG::UserRepository, name, 0, {}, text.size(), fnv1a(text), 0});
   demo.report.check(read_version(storage, demo.versions.back(), back) && back == text,
                     "the adopted file is served");
-  demo.report.say("one file put into a user's folder by hand: adopted and served");
+  demo.report.say("one orphan in a user's folder: adopted and served");
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ bool is_ascii(std::string_view text) {
 }
 
 bool narrow_names_are_utf8() {
-  // A name of this run's own: another run may try at the same moment.
+  // A unique name, because another run may do the same test at this moment.
   const auto ticks = std::chrono::steady_clock::now().time_since_epoch().count();
   const std::string path =
       text_of(utf8(fs::temp_directory_path()), "\\storage_demo ", ticks, " éő中.tmp");
@@ -61,7 +61,7 @@ void write_whole(const fs::path& path, std::string_view bytes) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   out.close();
-  if (!out) throw std::runtime_error("cannot write " + utf8(path) + "; is the folder writable?");
+  if (!out) throw std::runtime_error("cannot write " + utf8(path) + ": is the folder writable?");
 }
 
 std::uint64_t fnv1a(std::string_view bytes) {

@@ -8,20 +8,20 @@
 
 namespace demo {
 
-/// @return a path of the library ("\" separates) as one for std::filesystem.
+/// @return a path of the library (separator "\") as a path for std::filesystem.
 std::filesystem::path native(const std::string& path);
-/// @return the path as UTF-8 bytes (on Linux its bytes as they are).
+/// @return the path in UTF-8; on Linux its bytes without conversion.
 std::string utf8(const std::filesystem::path& path);
 
 /// @return whether every byte is ASCII.
 bool is_ascii(std::string_view text);
-/// Whether narrow strings are UTF-8 for this process: always on Linux; on Windows when the code
-/// page that the program's manifest asks for is granted. Tried with a file in the temporary folder.
+/// Whether narrow strings are UTF-8 in this process. Always on Linux; on Windows when the system
+/// supports the code page in demo.manifest. Tests it with a file in the temporary folder.
 bool narrow_names_are_utf8();
 
-/// @return the file's bytes. @throws std::runtime_error naming the file.
+/// @return the file's bytes. @throws std::runtime_error with the name of the file.
 std::string read_whole(const std::filesystem::path& path);
-/// Makes or replaces a file. @throws std::runtime_error naming the file.
+/// Creates or replaces a file. @throws std::runtime_error with the name of the file.
 void write_whole(const std::filesystem::path& path, std::string_view bytes);
 /// FNV-1a, 64 bits.
 std::uint64_t fnv1a(std::string_view bytes);
@@ -32,7 +32,7 @@ void set_time_from(const std::filesystem::path& path, const std::filesystem::pat
 /// Removes a folder with everything in it, read-only files included.
 void remove_tree(const std::filesystem::path& folder);
 
-/// What a folder holds, files and bytes.
+/// The size of a folder's content.
 struct Volume {
   std::size_t files = 0;
   std::size_t folders = 0;
@@ -40,8 +40,8 @@ struct Volume {
 };
 Volume volume_of(const std::filesystem::path& folder);
 
-/// A number that changes when any file below @p folder appears, disappears or changes its size,
-/// time or, where it is an index, its bytes.
+/// @return a number that changes when a file below @p folder is created or removed, or changes its
+/// size or time. For an index also its bytes count.
 std::uint64_t fingerprint(const std::filesystem::path& folder);
 
 }  // namespace demo

@@ -87,7 +87,7 @@ void Host::event(const vu_host::trace_site& site, vu_host::trace_event event,
     const std::scoped_lock lock(m_mutex);
     m_errors.emplace_back(text);
   } catch (...) {
-    // Without memory for the text the run fails elsewhere; a sink must not throw.
+    // A sink must not throw. Without memory for the text the run fails elsewhere.
   }
 }
 
@@ -100,7 +100,7 @@ void Host::write(const char* kind, const vu_host::trace_site& site,
     if (m_file.is_open())
       m_file << kind << '\t' << site.source << ':' << site.line << '\t' << text << '\n';
   } catch (...) {
-    // A trace that cannot be written is no reason to stop.
+    // The run continues without the trace.
   }
 }
 

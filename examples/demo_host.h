@@ -11,15 +11,15 @@
 
 namespace demo {
 
-/// What this program supplies to the library: a trace sink that counts errors and can write
-/// everything to a file, and a product folder of its own.
+/// The services of this program for the library: a trace sink that collects errors and can write
+/// the whole trace to a file, and the product's binary folder.
 class Host final : public vu_host::trace_sink, public vu_host::configuration {
  public:
   /// Installs this object; it must outlive the last call into the library.
   void install();
-  /// Writes all records to @p file from now on. @return whether it could be created.
+  /// Writes the whole trace to @p file. @return whether the file could be created.
   bool trace_to(const std::string& file);
-  /// @param folder the product's binary folder: "config" below it holds the master profile.
+  /// @param folder the product's binary folder; its folder "config" contains the master profile.
   void set_binary_folder(const std::string& folder) { m_binary_folder = folder; }
   /// @return the texts of the error events since the last call.
   std::vector<std::string> take_errors();

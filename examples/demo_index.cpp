@@ -1,4 +1,4 @@
-// Lists the folders' indexes and compares them with what was stored.
+// Lists the indexes of the folders and compares them with the stored documents.
 #include <algorithm>
 #include <map>
 #include <set>
@@ -15,7 +15,7 @@ namespace {
 
 using Folders = std::map<std::string, std::multiset<std::string>>;
 
-/// The logical names that each folder must list.
+/// @return the logical names that each folder must list.
 Folders expected_names(Demo& demo) {
   vu_storage storage;
   Folders folders;
@@ -33,7 +33,7 @@ bool is_document(const std::string& name) {
   return vu_storage::isVuDocExt(vu_file::getExtension(name));
 }
 
-/// The same folder through the operations of STGIndex.
+/// Compares a folder with the results of STGIndex.
 void ask_index(Demo& demo, const std::string& folder, const std::multiset<std::string>& names) {
   STGIndex::NameMap by_physical;
   STGIndex::NameMap by_logical;
@@ -47,17 +47,17 @@ void ask_index(Demo& demo, const std::string& folder, const std::multiset<std::s
   demo.report.check(by_logical.size() == distinct.size(),
                     folder + ": one logical name per document");
   demo.report.check(std::cmp_equal(documents.size(), expected),
-                    folder + ": the kda to kdg documents");
+                    folder + ": lists the documents with extensions kda to kdg");
   for (const auto& [physical, logical] : by_physical)
     demo.report.check(vu_file::exists(text_of(folder, "\\", physical)),
-                      text_of(folder, ": has ", physical));
+                      text_of(folder, ": contains ", physical));
 }
 
 void ask_lists(Demo& demo, const std::string& folder, const std::multiset<std::string>& names) {
   std::vector<std::string> physical;
   const std::vector<std::string> all = vu_storage::getAllFileListFromIndexFile(folder, physical);
   demo.report.check(std::multiset<std::string>(all.begin(), all.end()) == names,
-                    folder + ": lists the names that were stored");
+                    folder + ": lists the stored names");
   demo.report.check(
       physical.size() == all.size() && std::is_sorted(physical.begin(), physical.end()),
       folder + ": in the order of the physical names");
@@ -68,7 +68,7 @@ void ask_lists(Demo& demo, const std::string& folder, const std::multiset<std::s
   demo.report.check(
       std::all_of(some.begin(), some.end(), is_document) &&
           std::cmp_equal(some.size(), std::count_if(all.begin(), all.end(), is_document)),
-      folder + ": lists the documents alone");
+      folder + ": lists only documents");
   if (some.empty()) return;
   const std::vector<std::string> wanted{some.back()};
   std::vector<std::string> of_wanted;
@@ -76,7 +76,7 @@ void ask_lists(Demo& demo, const std::string& folder, const std::multiset<std::s
       vu_storage::getFileListFromIndexFile(folder, of_wanted, &wanted);
   demo.report.check(!found.empty() && std::set<std::string>(found.begin(), found.end()) ==
                                           std::set<std::string>{some.back()},
-                    folder + ": lists what is wanted alone");
+                    folder + ": lists only the requested name");
 }
 
 }  // namespace
@@ -90,7 +90,7 @@ void list_indexes(Demo& demo) {
     ask_lists(demo, folder, names);
     lines += names.size();
   }
-  // The name alone decides on the folder, on every system and for ever.
+  // The folder depends on the name only. It is the same on every system and must never change.
   std::string dir;
   vu_storage::createUserOrDomainNameDirectory("anna.schmidt", "ab", STG::CorporateRepository, dir,
                                               false);
@@ -103,8 +103,8 @@ void list_indexes(Demo& demo) {
   } catch (const vu_file_except&) {
     thrown = true;
   }
-  demo.report.check(thrown, "listing the documents of a missing folder is refused");
-  demo.report.say(text_of(folders.size(), " folders with ", lines, " index lines"));
+  demo.report.check(thrown, "listing the documents of a missing folder throws an exception");
+  demo.report.say(text_of(folders.size(), " folders with ", lines, " entries"));
 }
 
 }  // namespace demo

@@ -1,4 +1,4 @@
-// Key files: lines of a name, "=" and a value; profiles; key lines that go with their document.
+// Key files, profiles, and the key lines that are removed with their document.
 #include <utility>
 
 #include "demo.h"
@@ -21,7 +21,7 @@ STG::NameValueSeq lines_of(const Pairs& pairs) {
   return lines;
 }
 
-/// Reads a key file whole. @return its lines; one that no file holds when it cannot be read.
+/// Reads a key file. @return its lines; one line "unreadable" when the file cannot be read.
 Pairs read_keys(const std::string& folder, const std::string& file, bool last_separator) {
   STG::NameValueSeq lines;
   if (vu_storage::readKeysFile(folder, file, lines, last_separator) != 0)
@@ -45,19 +45,19 @@ void use_key_files(Demo& demo) {
                     {"language", "fr"}};
   const std::string text = vu_storage::getStringFromNameValueSeq(lines_of(pairs));
   report.check(text == "language=de\npath=a=b\nempty=\n blank = kept \nlanguage=fr\n",
-               "the lines as text");
+               "the lines are converted to text");
   report.check(vu_storage::writeKeysFile(folder, file, text, true), "the text is written");
-  report.check(read_keys(folder, file, false) == pairs, "the same lines come back, in order");
+  report.check(read_keys(folder, file, false) == pairs, "the same lines are read back, in order");
   report.check(
       read_keys(folder, file, true)[1] == std::make_pair(std::string("path=a"), std::string("b")),
-      "the last separator splits when asked to");
+      "with last_separator the last '=' separates name and value");
 
   report.check(vu_storage::writeKeysFile(folder, file, "more=1\r\n\tno separator\nz=\n", false),
                "lines are appended");
   Pairs longer = pairs;
   longer.insert(longer.end(), {{"more", "1"}, {"z", ""}});
   report.check(read_keys(folder, file, false) == longer,
-               "appended lines follow, odd ones are passed over");
+               "appended lines follow, invalid lines are ignored");
   report.check(
       vu_storage::writeKeysFile(folder, file, "", true) && read_keys(folder, file, false) == longer,
       "an empty text changes nothing");
@@ -66,16 +66,16 @@ void use_key_files(Demo& demo) {
   open.open(vu_file_base::o_read);
   STG::NameValueSeq lines = lines_of({{"first", "stays"}});
   report.check(vu_storage::Read(open, lines, false) && lines.size() == longer.size() + 1,
-               "lines of an open file are appended to what is there");
+               "reading an open file appends its lines to the sequence");
   open.close();
 
   report.check(vu_storage::writeKeysFile(folder, file, "only=1\n", true) &&
                    read_keys(folder, file, false) == Pairs{{"only", "1"}},
-               "a replacing text leaves nothing of the old one");
+               "a replacing text removes the old text");
   STG::NameValueSeq none;
   report.check(vu_storage::readKeysFile(folder, "missing.txt", none, false) == 1 && none.empty(),
                "a missing key file is reported");
-  report.say("written, appended, replaced, read with first and last separator");
+  report.say("written, appended, replaced; read with the first and the last separator");
 }
 
 namespace {
@@ -85,12 +85,12 @@ void save_user_profile(Demo& demo, const std::string& owner, const std::string& 
   const STG::NameValueSeq lines = lines_of(pairs);
   demo.report.check(vu_storage::saveUserOrMasterProfile(owner, name, lines) == 0,
                     owner + "'s profile is saved");
-  // Saved under the default name it is found under that name only.
+  // An empty name saves the profile as profile.txt; only that name loads it again.
   const std::string saved_as = name.empty() ? "profile.txt" : name;
   STG::NameValueSeq back;
   demo.report.check(
       vu_storage::loadUserOrMasterProfile(owner, saved_as, back) == 0 && pairs_of(back) == pairs,
-      owner + "'s profile comes back");
+      owner + "'s profile is loaded again");
   demo.profiles.push_back({owner, saved_as, fnv1a(vu_storage::getStringFromNameValueSeq(lines))});
 }
 
@@ -106,17 +106,17 @@ void use_master_profile(Demo& demo) {
   report.check(vu_storage::writeKeysFile(config, "master.txt", "server=factory\n", true) &&
                    vu_storage::loadUserOrMasterProfile("", "", lines) == 0 &&
                    pairs_of(lines) == factory,
-               "master.txt serves while there is no profile.txt");
+               "master.txt is loaded while there is no profile.txt");
   report.check(vu_storage::saveUserOrMasterProfile("", "", lines_of(master)) == 0,
                "the master profile is saved");
   lines.clear();
   report.check(vu_storage::loadUserOrMasterProfile("", "", lines) == 0 && pairs_of(lines) == master,
-               "the master profile comes back");
+               "the master profile is loaded again");
   lines.clear();
   report.check(vu_storage::saveUserOrMasterProfile("", "", {}) == 0 &&
                    vu_storage::loadUserOrMasterProfile("", "", lines) == 0 &&
                    pairs_of(lines) == master,
-               "saving no line leaves the master profile as it is");
+               "saving no lines does not change the master profile");
 }
 
 }  // namespace
@@ -159,7 +159,7 @@ void remove_document(Demo& demo) {
     STG::NameValueSeq back;
     report.check(vu_storage::loadUserOrMasterProfile(owner, file, back) == 0 &&
                      pairs_of(back) == Pairs{{"april.kdb", "1"}},
-                 file + " names the other document alone");
+                 file + " names only the other document");
     demo.profiles.push_back({owner, file, fnv1a(vu_storage::getStringFromNameValueSeq(back))});
   }
   forget_versions(demo, owner, gone);

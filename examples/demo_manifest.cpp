@@ -1,12 +1,13 @@
-// The manifest: what a storage holds, for another build of this program to compare with.
+// The manifest lists the content of a storage. Another build of this program compares a storage
+// with it.
 //
-// One line each, fields apart by tabs, no tab in any field:
+// Each item is a line; tabs separate the fields, and no field contains a tab:
 //   storage_demo manifest 1
 //   version  owner  type  timestamp  not older than  size  hash  entry
 //   part     owner  timestamp  size  hash  rendition  id  entry
 //   profile  owner  hash  name
-//   index    folder below the storage  size  hash           ("index.dat" itself)
-//   entry    folder below the storage  physical  logical    (as the library lists it)
+//   index    folder below the storage  size  hash           (of the file "index.dat")
+//   entry    folder below the storage  physical  logical    (names, as the library lists them)
 #include <algorithm>
 #include <charconv>
 #include <map>
@@ -29,8 +30,8 @@ std::string line_of(const Fields& fields) {
   return line + "\n";
 }
 
-/// The folders with an index, sorted: as the library takes them, and below the storage with
-/// slashes.
+/// @return the folders with an index. Key: path below the storage with slashes; value: path for the
+/// library.
 std::map<std::string, std::string> index_folders() {
   std::map<std::string, std::string> folders;
   const std::string& storage = vu_storage::getStoragePath();
@@ -91,8 +92,8 @@ class ManifestReader {
   template <class Number>
   Number number(const std::string& field) const;
   [[noreturn]] void bad(const std::string& what) const {
-    throw Refusal("the manifest " + m_demo.options.verify_only + " is not usable: " + what +
-                  "; make it anew by a run without --verify-only");
+    throw Refusal("the manifest " + m_demo.options.verify_only + " is invalid (" + what +
+                  "): write a new one by a run without --verify-only");
   }
 
   Demo& m_demo;
@@ -103,7 +104,7 @@ Number ManifestReader::number(const std::string& field) const {
   Number value{};
   const char* const end = field.data() + field.size();
   const auto result = std::from_chars(field.data(), end, value);
-  if (result.ec != std::errc() || result.ptr != end) bad("'" + field + "' is no number");
+  if (result.ec != std::errc() || result.ptr != end) bad("'" + field + "' is not a number");
   return value;
 }
 
@@ -129,14 +130,14 @@ void ManifestReader::line(const Fields& f) {
   } else if (f[0] == "entry" && f.size() == 4) {
     m_demo.indexes[f[1]].entries.insert({f[2], f[3]});
   } else {
-    bad("a line begins with '" + f[0] + "' and has " + std::to_string(f.size()) + " fields");
+    bad("unknown line '" + f[0] + "' with " + std::to_string(f.size()) + " fields");
   }
 }
 
 void ManifestReader::read(const std::string& text) {
   std::istringstream lines(text);
   std::string one;
-  if (!std::getline(lines, one) || one != kHeader) bad("it does not begin with its first line");
+  if (!std::getline(lines, one) || one != kHeader) bad("wrong first line");
   while (std::getline(lines, one)) {
     Fields fields(1);
     for (const char c : one) {
@@ -148,7 +149,7 @@ void ManifestReader::read(const std::string& text) {
     }
     line(fields);
   }
-  if (m_demo.versions.empty() || m_demo.indexes.empty()) bad("it names no document");
+  if (m_demo.versions.empty() || m_demo.indexes.empty()) bad("it lists no document");
 }
 
 }  // namespace
@@ -159,7 +160,7 @@ void read_manifest(Demo& demo) {
     text = read_whole(native(demo.options.verify_only));
   } catch (const std::exception&) {
     throw Refusal("there is no manifest " + demo.options.verify_only +
-                  "; name the manifest.tsv that an earlier run wrote");
+                  ": name the manifest.tsv of an earlier run");
   }
   ManifestReader(demo).read(text);
 }
@@ -177,7 +178,7 @@ class Verifier {
 
  private:
   void index(const std::string& below, const std::string& folder, const IndexRecord& expected);
-  /// Names that this process cannot say in narrow strings are left out, and counted.
+  /// Whether a narrow string of this process can represent the name. Counts the others.
   bool can_say(const std::string& name) {
     if (m_demo.beyond_ascii || is_ascii(name)) return true;
     ++m_left_out;
@@ -198,7 +199,7 @@ void Verifier::versions() {
     if (!can_say(version.owner + version.entry)) continue;
     m_demo.report.check(read_version(storage, version, bytes) && bytes.size() == version.size &&
                             fnv1a(bytes) == version.hash,
-                        name_of(version) + " has the bytes that were stored");
+                        name_of(version) + " has the stored bytes");
     total += bytes.size();
     Version& known =
         latest[text_of(area_of(version.type), '\t', version.owner, '\t', version.entry)];
@@ -210,11 +211,11 @@ void Verifier::versions() {
                         name_of(version) + " is the latest");
   m_demo.report.say(text_of(m_demo.versions.size() - m_left_out, " versions of ", latest.size(),
                             " documents, ", size_text(total), "; ", m_left_out,
-                            " left out that this process's code page cannot say"));
+                            " omitted because this process's code page lacks their letters"));
 }
 
 void Verifier::parts() {
-  m_demo.report.begin("Parts of documents");
+  m_demo.report.begin("Sub-parts of documents");
   vu_storage storage;
   for (const Part& part : m_demo.parts) {
     vu_file file;
@@ -225,9 +226,9 @@ void Verifier::parts() {
       storage.Read(file, bytes, 0);
     storage.Close(file);
     m_demo.report.check(bytes.size() == part.size && fnv1a(bytes) == part.hash,
-                        part.rendition + " " + part.id + " has the bytes that were stored");
+                        part.rendition + " " + part.id + " has the stored bytes");
   }
-  m_demo.report.say(text_of(m_demo.parts.size(), " parts"));
+  m_demo.report.say(text_of(m_demo.parts.size(), " sub-parts"));
 }
 
 void Verifier::profiles() {
@@ -237,7 +238,7 @@ void Verifier::profiles() {
     m_demo.report.check(
         vu_storage::loadUserOrMasterProfile(profile.owner, profile.name, lines) == 0 &&
             fnv1a(vu_storage::getStringFromNameValueSeq(lines)) == profile.hash,
-        profile.name + " of " + profile.owner + " has the lines that were saved");
+        profile.name + " of " + profile.owner + " has the saved lines");
   }
   m_demo.report.say(text_of(m_demo.profiles.size(), " key files"));
 }
@@ -259,7 +260,8 @@ void Verifier::indexes() {
   m_demo.report.begin("Indexes");
   m_left_out = 0;
   const std::map<std::string, std::string> folders = index_folders();
-  m_demo.report.check(folders.size() == m_demo.indexes.size(), "as many folders with an index");
+  m_demo.report.check(folders.size() == m_demo.indexes.size(),
+                      "the number of folders with an index");
   std::size_t lines = 0;
   for (const auto& [below, expected] : m_demo.indexes) {
     if (!can_say(below)) continue;
@@ -269,7 +271,7 @@ void Verifier::indexes() {
     lines += expected.entries.size();
   }
   m_demo.report.say(text_of(m_demo.indexes.size() - m_left_out, " folders with ", lines,
-                            " index lines; ", m_left_out, " folders left out"));
+                            " entries; ", m_left_out, " folders omitted"));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// A mail folder from before: files under escaped names, with a list of what was read.
+// Migrates an old mail folder: its files have escaped names, and it has a read list.
 #include "demo.h"
 #include "stg_index.h"
 
@@ -10,7 +10,7 @@ constexpr const char* kOwner = "inbox";
 
 struct Mail {
   std::string escaped;
-  std::string unescaped;  ///< the same when nothing is to be done
+  std::string unescaped;  ///< the same when the migration does not rename the file
 };
 
 std::vector<Mail> mails() {
@@ -18,11 +18,12 @@ std::vector<Mail> mails() {
           {"north#2#jo#50%25+off.kda", "north#2#jo#50% off.kda"},
           {"south#1#ann#Gr%C3%B6%C3%9Fe.kdf", "south#1#ann#Größe.kdf"},
           {"south#2#ann#plain.kdc", "south#2#ann#plain.kdc"},
-          // A blank is no character of an escaped name, so this one is left alone.
+          // Not an escaped name, because it contains a blank. The migration does not rename it.
           {"south#3#ann#has blank%20.kdc", "south#3#ann#has blank%20.kdc"}};
 }
 
-// Fields are apart by tabs; the name of the mail is made of four of them, its kind of the third.
+// Tabs separate the fields. Fields 4, 5, 1 and 2 form the name of the mail; field 3 determines its
+// extension.
 const char* const kReadBefore =
     "jo\tQ1%20Sales+2024\tB\tnorth\t1\tread\t\n"
     "a line of another kind\n"
@@ -44,7 +45,7 @@ void check_mails(Demo& demo, const std::string& folder) {
                     {},     bytes.size(),        fnv1a(bytes),   0};
     std::string back;
     demo.report.check(read_version(storage, version, back) && back == bytes,
-                      name_of(version) + " is found under its plain name");
+                      name_of(version) + " is found under its unescaped name");
     demo.versions.push_back(version);
     if (mail.escaped == mail.unescaped) continue;
     demo.report.check(!vu_file::exists(folder + "\\" + mail.escaped), mail.escaped + " is gone");
@@ -59,7 +60,7 @@ void migrate_mail(Demo& demo) {
   std::string folder;
   report.check(
       vu_storage::createUserOrDomainNameDirectory(kOwner, "", STG::MailRepository, folder, true),
-      "a mail folder");
+      "a mail folder is created");
   for (const Mail& mail : mails())
     write_whole(native(folder + "\\" + mail.escaped), bytes_of(mail));
   write_whole(native(folder + "\\read.txt"), kReadBefore);
@@ -69,14 +70,15 @@ void migrate_mail(Demo& demo) {
   std::string list;
   report.check(STGIndex::exists(folder, "read.txt", 0, list) &&
                    read_whole(native(folder + "\\" + list)) == kReadAfter,
-               "the read list names the mails by their plain names, in order, each once");
+               "the read list contains each mail once, under its unescaped name, in order");
   std::string marker;
-  report.check(STGIndex::exists(folder, "k1mailboxcompliant", 0, marker), "the folder is marked");
+  report.check(STGIndex::exists(folder, "k1mailboxcompliant", 0, marker),
+               "the folder has a marker");
 
   const std::string late = folder + "\\north#9#jo#late%20mail.kdb";
   write_whole(native(late), "late\n");
   STGIndex::migrateInboxRead(kOwner);
-  report.check(vu_file::exists(late), "a marked folder is left alone");
+  report.check(vu_file::exists(late), "a folder with a marker is not changed");
   vu_file::remove(late);
   STGIndex::updateIndexFile(folder);
 
@@ -85,7 +87,7 @@ void migrate_mail(Demo& demo) {
   report.check(vu_file::is_dir(newcomer) && !vu_file::exists(newcomer + "\\index.dat"),
                "a user without mail gets an empty folder");
   report.say(
-      text_of(mails().size(), " mails, 3 of them under escaped names, and a read list of 5 lines"));
+      text_of(mails().size(), " mails, 3 of them with escaped names, and a read list of 5 lines"));
 }
 
 }  // namespace demo

@@ -16,7 +16,7 @@ std::size_t number_of_files(const std::string& text) {
   const auto result = std::from_chars(text.data(), end, number);
   if (result.ec != std::errc() || result.ptr != end || number < kFewestFiles || number > kMostFiles)
     throw Refusal("--max-files '" + text +
-                  "' is no number from 20 to 100000; leave it out for 400");
+                  "' is not a number from 20 to 100000: use such a number or omit the option");
   return number;
 }
 
@@ -28,7 +28,7 @@ Options read_options(const std::vector<std::string>& arguments) {
     const std::string& name = arguments[i];
     const auto value = [&]() -> const std::string& {
       if (++i == arguments.size() || arguments[i].empty())
-        throw Refusal(name + " needs a value; see --help");
+        throw Refusal(name + " has no value: see --help");
       return arguments[i];
     };
     if (name == "--help" || name == "-h") {
@@ -46,11 +46,11 @@ Options read_options(const std::vector<std::string>& arguments) {
     } else if (name == "--max-files") {
       options.max_files = number_of_files(value());
     } else {
-      throw Refusal("unknown argument '" + name + "'; see --help");
+      throw Refusal("unknown argument '" + name + "': see --help");
     }
   }
   if (!options.help && options.root.empty())
-    throw Refusal("no folder to work in; name one with --root DIR");
+    throw Refusal("no folder is given: name one with --root DIR");
   return options;
 }
 
@@ -59,22 +59,20 @@ const char* usage() {
          "FILE]\n"
          "       storage_demo --root DIR --verify-only MANIFEST [--trace FILE]\n"
          "\n"
-         "Fills a new storage below DIR with files of the source folders, uses every part of the\n"
-         "library on it, and checks what comes back. DIR/manifest.tsv tells what is stored then;\n"
-         "with --verify-only this or another build of the program compares the storage with it "
-         "and\n"
-         "changes nothing.\n"
+         "Stores files of the source folders in a new storage below DIR, uses every part of the\n"
+         "library, and checks each result. DIR/manifest.tsv lists the stored documents. With\n"
+         "--verify-only this or another build of the program compares the storage with a manifest\n"
+         "and changes nothing.\n"
          "\n"
-         "  --root DIR              where to work; made when missing\n"
-         "  --source DIR            take files from here; may be repeated (default: "
-         "documentation,\n"
+         "  --root DIR              folder for the storage; created when missing\n"
+         "  --source DIR            source folder; may be repeated (default: documentation,\n"
          "                          fonts, headers and certificates of the system)\n"
-         "  --max-files N           how many of them, 20 to 100000 (default 400)\n"
-         "  --fresh                 remove what an earlier run of this program left in DIR\n"
+         "  --max-files N           the most files to store, 20 to 100000 (default 400)\n"
+         "  --fresh                 remove the files of an earlier run of this program from DIR\n"
          "  --verify-only MANIFEST  compare the storage below DIR with the manifest\n"
          "  --trace FILE            write the library's trace to FILE\n"
          "\n"
-         "The exit code is 0 when all checks passed, 1 when one failed, 2 when it did not start.\n";
+         "Exit codes: 0 all checks passed, 1 a check failed, 2 the program did not start.\n";
 }
 
 }  // namespace demo

@@ -7,7 +7,7 @@
 
 namespace demo {
 
-/// Why the program does not start: one line that names the thing and the remedy.
+/// The reason why the program does not start: one line with the cause and the remedy.
 class Refusal : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -15,16 +15,16 @@ class Refusal : public std::runtime_error {
 
 /// The command line.
 struct Options {
-  std::string root;                  ///< folder that takes the storage and what stands beside it
-  std::vector<std::string> sources;  ///< folders to take files from; none: the system's own
+  std::string root;                  ///< folder for the storage and the other files of a run
+  std::vector<std::string> sources;  ///< source folders; none: default_sources()
   std::string verify_only;           ///< manifest of an earlier run to compare the storage with
   std::string trace;                 ///< file for the library's trace
-  std::size_t max_files = 400;       ///< source files to take
-  bool fresh = false;                ///< remove what an earlier run left in the root
+  std::size_t max_files = 400;       ///< the most source files to store
+  bool fresh = false;                ///< remove the files of an earlier run from the root
   bool help = false;
 };
 
-/// @throws Refusal for a command line that makes no sense.
+/// @throws Refusal for an invalid command line.
 Options read_options(const std::vector<std::string>& arguments);
 
 /// The text of --help.

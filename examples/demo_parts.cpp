@@ -1,4 +1,4 @@
-// Parts of documents: written, read, made stale, refreshed from a preload copy, to be regenerated.
+// Sub-parts of documents: written, read, made stale, refreshed from a preload copy, regenerated.
 #include <chrono>
 
 #include "demo.h"
@@ -9,7 +9,7 @@ namespace {
 
 using std::chrono::seconds;
 
-/// The parts of one document; every operation ends with what the file's state says.
+/// The sub-parts of one document.
 class Parts {
  public:
   Parts(Demo& demo, Version document)
@@ -18,14 +18,14 @@ class Parts {
         m_path(path_of_version(m_storage, m_document)) {}
 
   void write(const std::string& rendition, const std::string& id, const std::string& bytes);
-  /// Checks that the part is served with these bytes.
+  /// Checks that the sub-part is served with these bytes.
   void expect(const std::string& rendition, const std::string& id, const std::string& bytes,
               const std::string& why);
-  /// Checks that the client is told to generate the part.
+  /// Checks that the sub-part is not served, so that a client generates it.
   void expect_none(const std::string& rendition, const std::string& id, const std::string& why);
-  /// Keeps a part in the list that the manifest is made of.
+  /// Adds a sub-part to Demo::parts, from which the manifest is written.
   void keep(const std::string& rendition, const std::string& id, const std::string& bytes);
-  /// The document's file as it lies on disk.
+  /// The path of the document's file.
   std::filesystem::path document_file() const { return native(m_path); }
   std::filesystem::path root() const {
     return native(m_path + "_" + vu_storage::getTdcTimeStamp());
@@ -58,7 +58,7 @@ bool Parts::read(const std::string& rendition, const std::string& id, std::strin
   if (!file.is_open()) return false;
   m_storage.Read(file, bytes, 0);
   m_storage.Close(file);
-  return m_demo.report.check(size == bytes.size(), rendition + " " + id + " has the size told");
+  return m_demo.report.check(size == bytes.size(), rendition + " " + id + " has the returned size");
 }
 
 void Parts::expect(const std::string& rendition, const std::string& id, const std::string& bytes,
@@ -79,16 +79,16 @@ void Parts::keep(const std::string& rendition, const std::string& id, const std:
                           bytes.size(), fnv1a(bytes)});
 }
 
-/// One part of each rendition through its whole life.
+/// Writes, refreshes and regenerates one sub-part and checks it after each change of a file time.
 void live(Parts& parts, const std::string& rendition, const std::filesystem::path& type_folder,
           const std::filesystem::path& part_folder, const std::string& id) {
   namespace fs = std::filesystem;
-  const std::string first = "made from the first document\n";
-  const std::string preloaded = "made elsewhere, ahead of time\n";
-  const std::string anew = "made anew by the client\n";
+  const std::string first = "generated from the first document\n";
+  const std::string preloaded = "a preload copy, generated elsewhere\n";
+  const std::string anew = "generated again by the client\n";
   const fs::path document = parts.document_file();
   const fs::file_time_type written = fs::last_write_time(document);
-  parts.expect_none(rendition, id, "before it was made");
+  parts.expect_none(rendition, id, "before it is written");
   parts.write(rendition, id, first);
   parts.expect(rendition, id, first, "as written");
 
@@ -101,29 +101,29 @@ void live(Parts& parts, const std::string& rendition, const std::filesystem::pat
   set_time_from(part, document, seconds(-30));
   set_time_from(preload, document, seconds(20));
   parts.expect(rendition, id, preloaded, "from the newer preload copy");
-  parts.expect(rendition, id, preloaded, "again: the copy kept its time");
+  parts.expect(rendition, id, preloaded, "again: the copy keeps its time");
 
   set_time_from(document, part, seconds(40));
-  parts.expect_none(rendition, id, "since the document is newer than part and preload copy");
+  parts.expect_none(rendition, id, "when the document is newer than sub-part and preload copy");
   parts.write(rendition, id, anew);
   set_time_from(part, document, seconds(0));
-  parts.expect(rendition, id, anew, "once it was generated again");
-  // The document serves for other renditions too.
+  parts.expect(rendition, id, anew, "after it is generated again");
+  // The next rendition uses the same document.
   fs::last_write_time(document, written);
   parts.expect(rendition, id, anew, "while it is newer than its document");
   parts.keep(rendition, id, anew);
 }
 
-/// Corporate "kdf" documents: whatever their parts' times.
+/// Sub-parts of corporate "kdf" documents are served whatever their times.
 void live_of_kdf(Demo& demo) {
   const std::size_t at = add_version(demo, "anna.schmidt", STG::CorporateRepository,
                                      "parts versioned.kdf", 1700000000, "a versioned document\n");
   Parts parts(demo, demo.versions[at]);
-  parts.expect_none("html@p1", "page.html", "before it was made");
+  parts.expect_none("html@p1", "page.html", "before it is written");
   parts.write("html@p1", "page.html", "a page\n");
   set_time_from(parts.document_file(), parts.root() / "html" / "p1" / "page.html", seconds(100));
   parts.expect("html@p1", "page.html", "a page\n", "although its document is newer");
-  parts.expect_none("html@p1", "other.html", "when there is no such part");
+  parts.expect_none("html@p1", "other.html", "when there is no such sub-part");
   parts.keep("html@p1", "page.html", "a page\n");
 }
 
@@ -133,17 +133,17 @@ void replace_with_parts(Demo& demo, Parts& parts, const std::string& bytes) {
                     "the document has a sub-part folder");
   demo.report.check(write_version(storage, parts.document(), bytes, true),
                     "the document is replaced");
-  demo.report.check(!std::filesystem::exists(parts.root()), "its parts went with the old bytes");
+  demo.report.check(!std::filesystem::exists(parts.root()), "its old sub-parts are removed");
 }
 
 }  // namespace
 
 void use_parts(Demo& demo) {
-  demo.report.begin("Parts of documents and the update decision");
+  demo.report.begin("Sub-parts of documents");
   const std::string bytes = "the yearly report\n";
   Parts parts(demo, demo.versions[add_version(demo, "anna.schmidt", STG::CorporateRepository,
                                               "parts yearly.kdb", 0, bytes)]);
-  parts.expect_none("html@p1", "page.html", "before any part was made");
+  parts.expect_none("html@p1", "page.html", "before any sub-part is written");
   parts.write("html@p1", "page.html", "to be replaced");
   replace_with_parts(demo, parts, bytes);
 
@@ -163,11 +163,11 @@ void use_parts(Demo& demo) {
   vu_storage storage;
   vu_file file;
   storage.OpenWriteSubPart(file, "anna.schmidt", "unknown.kdb", "xls", "sheet.xls", 0);
-  demo.report.check(!file.is_open(), "a part needs its document");
+  demo.report.check(!file.is_open(), "a sub-part cannot be written without its document");
   ++demo.expected_errors;
-  demo.report.say("html, pdf and xls parts: written, served, refreshed from a preload copy, found");
   demo.report.say(
-      "stale, generated again; a kdf document's; parts under a stamp; replaced documents");
+      "sub-parts in html, pdf and xls: written, served, refreshed from a preload copy,");
+  demo.report.say("stale, generated again; also of a kdf document, with a stamp, and replaced");
 }
 
 }  // namespace demo

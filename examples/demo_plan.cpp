@@ -1,4 +1,4 @@
-// Which source file becomes which version of which document.
+// Plans which source file is stored as which version of which document.
 #include <algorithm>
 #include <array>
 #include <map>
@@ -10,7 +10,7 @@ namespace demo {
 
 namespace {
 
-// 2008-01-01 00:00 UTC; further versions are a day apart.
+// 2008-01-01 00:00 UTC; each further version is a day later.
 constexpr long kFirstStamp = 1199145600;
 constexpr long kDay = 86400;
 
@@ -36,7 +36,7 @@ class Planner {
     Document document{};
     for (std::size_t i = 0; i < m_demo.sources.files.size(); ++i) {
       const SourceFile& file = m_demo.sources.files[i];
-      // Of five files the last three are versions of one document.
+      // The last three of five files are versions of one document.
       if (i % 5 < 3) document = new_document(file);
       add(document, file);
     }
@@ -64,7 +64,6 @@ Document Planner::new_document(const SourceFile& file) {
       document.entry += ".kdf";
       break;
     default:
-      // Under its own name.
       break;
   }
   return document;
@@ -77,7 +76,7 @@ void Planner::add(const Document& document, const SourceFile& file) {
   version.entry = document.entry;
   version.source = utf8(file.path);
   version.size = file.size;
-  // A name that comes again, from another folder, is a further version of the same document.
+  // A file of the same name from another folder is a further version of the same document.
   const long number = m_known[{area_of(document.type), document.owner, document.entry}]++;
   const bool exact =
       document.type == STG::CorporateRepository && vu_file::getExtension(document.entry) == "kdf";
@@ -94,7 +93,7 @@ void plan_versions(Demo& demo) {
   const Collection& found = demo.sources;
   if (found.files.empty())
     throw Refusal("there is no file to store below " + demo.options.sources.front() +
-                  "; name folders with files by --source DIR");
+                  ": name folders with files by --source DIR");
 
   std::uint64_t bytes = 0;
   std::uint64_t largest = 0;
@@ -113,9 +112,9 @@ void plan_versions(Demo& demo) {
                           size_text(largest), ", ", kinds[4], " empty"));
   demo.report.say(text_of("names: ", kinds[0], " with blanks, ", kinds[1], " with several dots, ",
                           kinds[2], " beyond ASCII, ", kinds[3], " without a dot"));
-  demo.report.say(text_of("left out: ", found.not_storable,
-                          " whose name Windows or an index line cannot hold, ",
-                          found.not_in_codepage, " beyond this process's code page, ",
+  demo.report.say(text_of("omitted: ", found.not_storable,
+                          " with a name that Windows or an index line does not allow, ",
+                          found.not_in_codepage, " with letters that the code page lacks, ",
                           found.too_large, " of more than 8 MB"));
   Planner(demo).plan();
 }

@@ -1,4 +1,4 @@
-// Reads every version back, and asks for those that must not be served.
+// Reads every version back, and checks that unknown and too old versions are not served.
 #include <map>
 #include <tuple>
 
@@ -37,7 +37,7 @@ bool opens(vu_storage& storage, const Version& version, long stamp) {
 }  // namespace
 
 void refuse_others(Demo& demo) {
-  demo.report.begin("Asking for what must not be served");
+  demo.report.begin("Reading versions that must not be served");
   vu_storage storage;
   std::size_t by_age = 0;
   std::size_t by_stamp = 0;
@@ -51,12 +51,14 @@ void refuse_others(Demo& demo) {
     } else if (version.stamp != 0) {
       ++by_stamp;
       demo.report.check(!opens(storage, version, version.stamp + 1),
-                        name + " is not served at another timestamp");
+                        name + " is not served for another timestamp");
     } else {
       ++by_age;
       const long time = static_cast<long>(vu_file::modify_time(path_of_version(storage, version)));
-      demo.report.check(opens(storage, version, time), name + " is served at its file's own time");
-      demo.report.check(!opens(storage, version, time + 1), name + " is too old a second later");
+      demo.report.check(opens(storage, version, time),
+                        name + " is served for the time of its file");
+      demo.report.check(!opens(storage, version, time + 1),
+                        name + " is too old for a timestamp one second later");
     }
   }
   demo.report.say(text_of(by_age, " corporate documents, served by the age of their file"));
@@ -69,11 +71,11 @@ void refuse_others(Demo& demo) {
   demo.report.check(!file.is_open(), "an unknown document is not served");
   demo.report.check(
       !storage.IsFileExist("", "x.kda", STG::CorporateRepository, 0, nullptr, nullptr),
-      "nothing exists without an owner");
+      "no document exists without an owner");
 }
 
 void ask_latest(Demo& demo) {
-  demo.report.begin("Asking for the latest versions");
+  demo.report.begin("Finding the latest versions");
   std::map<std::tuple<std::string, std::string, std::string>, Version> latest;
   for (const Version& version : demo.versions) {
     Version& known = latest[{area_of(version.type), version.owner, version.entry}];
@@ -82,11 +84,11 @@ void ask_latest(Demo& demo) {
   for (const auto& [key, version] : latest) {
     const long stamp = vu_storage::getLattestTimestamp(version.owner, version.entry, version.type);
     demo.report.check(stamp == version.stamp,
-                      text_of("the latest of ", name_of(version), ", answered ", stamp));
+                      text_of(name_of(version), " is the latest version; returned: ", stamp));
   }
   demo.report.check(vu_storage::getLattestTimestamp("nobody", "x.kda", STG::MailRepository) == -1,
                     "an unknown owner has no latest version");
-  demo.report.say(text_of(latest.size(), " documents asked"));
+  demo.report.say(text_of("the latest version of ", latest.size(), " documents"));
 }
 
 }  // namespace demo

@@ -7,7 +7,7 @@ namespace demo {
 
 namespace {
 
-// More than these would hide the first ones, which matter most.
+// The first failures matter most; more lines would hide them.
 constexpr std::size_t kFailuresPrinted = 20;
 
 double seconds_since(std::chrono::steady_clock::time_point start) {

@@ -20,18 +20,18 @@ std::string text_of(const Values&... values) {
 /// "617 bytes", "12.3 KB", "4.5 MB".
 std::string size_text(std::uint64_t bytes);
 
-/// Prints what happens, section by section, and counts what was checked.
+/// Prints the run in sections and counts the checks.
 class Report {
  public:
-  /// Begins a section; one that is under way ends first.
+  /// Begins a section; ends the previous one first.
   void begin(const std::string& title);
-  /// Ends the section: its number of checks and its time.
+  /// Ends the section and prints its number of checks and its time.
   void end();
-  /// One line of the section.
+  /// Prints a line of the section.
   void say(const std::string& line);
-  /// One check. A failed one is printed at once and makes the whole run fail.
+  /// Counts a check. A failed check is printed at once and makes the run fail. @return @p good.
   bool check(bool good, const std::string& what);
-  /// The closing line. @return the program's exit code: 0 when checks were made and all passed.
+  /// Prints the result. @return the program's exit code: 0 when there were checks and all passed.
   int finish();
 
  private:

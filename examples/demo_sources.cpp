@@ -17,20 +17,20 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::uint64_t kLargest = 8U << 20U;
-// Mean size allowed for, so that a run with few files stays small.
+// The total size is limited to this mean size, so that a run with few files remains small.
 constexpr std::uint64_t kBytesPerFile = 160U << 10U;
 constexpr std::size_t kDeepest = 8;
 constexpr std::size_t kLongestName = 120;
-// Packages repeat names such as "copyright"; more of one name would teach nothing.
+// Packages repeat names such as "copyright"; more files of one name add no coverage.
 constexpr std::size_t kSameName = 6;
 
 struct Candidate {
   SourceFile file;
-  std::size_t rank = 0;  ///< its place within its folder
+  std::size_t rank = 0;  ///< position in its folder
   std::uint64_t hash = 0;
 };
 
-/// Of a long list so many as wanted, evenly spread.
+/// @return at most @p wanted elements, evenly spread over the list.
 template <class T>
 std::vector<T> spread(std::vector<T> all, std::size_t wanted) {
   if (all.size() <= wanted) return all;
@@ -39,7 +39,7 @@ std::vector<T> spread(std::vector<T> all, std::size_t wanted) {
   return some;
 }
 
-/// A name that both systems can hold as a file name and that no index line breaks at.
+/// Whether the name is a valid file name on both systems and can be part of an index line.
 bool is_storable(const std::string& name) {
   if (name.size() > kLongestName || name == "index" || name == "index.dat") return false;
   if (name.back() == '.' || name.back() == ' ') return false;
@@ -49,7 +49,7 @@ bool is_storable(const std::string& name) {
   return vu_utf8string(name).is_valid();
 }
 
-/// The names and kinds of a folder's entries, sorted; links are passed over.
+/// The sub-folders and files of a folder, sorted; symbolic links are omitted.
 struct Listing {
   std::vector<fs::path> folders;
   std::vector<fs::path> files;
@@ -74,7 +74,7 @@ class Collector {
   Collector(std::size_t max_files, bool beyond_ascii)
       : m_max_files(max_files), m_beyond_ascii(beyond_ascii) {}
 
-  /// Level by level; on each one as many folders as files are wanted.
+  /// Searches level by level, at most m_max_files folders on each level.
   void walk(const fs::path& root) {
     std::vector<fs::path> level{root};
     for (std::size_t depth = 0; depth < kDeepest && !level.empty(); ++depth) {
@@ -103,13 +103,13 @@ class Collector {
 void Collector::take(const std::vector<fs::path>& files) {
   m_result.files_seen += files.size();
   std::size_t rank = 0;
-  // Sizes are asked for one by one; a folder of thousands is represented by some.
+  // Reading a size is a system call, so only some files of a large folder are examined.
   for (const fs::path& path : spread(files, m_max_files)) {
     std::string name;
     try {
       name = utf8(path.filename());
     } catch (const std::exception&) {
-      // Not text in any encoding of this system.
+      // The name has no valid encoding.
     }
     if (name.empty() || !is_storable(name)) {
       ++m_result.not_storable;
@@ -181,8 +181,7 @@ std::vector<std::string> default_sources() {
         "C:\\Windows\\Fonts", "C:\\Windows\\System32\\drivers\\etc", "C:\\Windows\\Help"})
     if (std::error_code error; fs::is_directory(native(folder), error))
       folders.emplace_back(folder);
-  // CMake's manual, whose files are called as their chapters, with blanks; its folder bears a
-  // version.
+  // CMake's manual, because its file names contain blanks. Its folder's name contains a version.
   for (const fs::path& folder : list("/usr/share").folders) {
     const fs::path help = folder / "Help";
     if (utf8(folder.filename()).rfind("cmake", 0) == 0 && fs::is_directory(help))

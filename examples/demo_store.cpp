@@ -28,7 +28,7 @@ class Storing {
   std::size_t m_replaced = 0;
 };
 
-/// copyToStorage() keeps the file's modification time, so that is what a client may ask for later.
+/// copyToStorage() keeps the modification time of the file. Readers use it as the timestamp.
 bool Storing::by_copy(Version& version) {
   const std::int64_t time = vu_file::modify_time(version.source);
   if (time <= 0 || time > std::numeric_limits<std::int32_t>::max()) return false;
@@ -65,11 +65,11 @@ void Storing::store(Version& version, std::size_t number, const std::string& oth
   } else if (number % 6 == 1 || !is_ascii(version.owner) || !is_ascii(version.entry)) {
     stored = by_utf8(version, bytes);
   } else {
-    // Some get other bytes first, more or fewer, which must be gone entirely.
+    // Some documents first get other text of another length, which must be replaced completely.
     if (number % 5 == 4) {
       ++m_replaced;
       report.check(write_version(m_storage, version, other, false),
-                   name + " gets other bytes first");
+                   name + " is stored with other bytes first");
     }
     ++m_written;
     stored = write_version(m_storage, version, bytes, number % 5 == 4);
@@ -80,24 +80,24 @@ void Storing::store(Version& version, std::size_t number, const std::string& oth
   vu_file file;
   const bool answer =
       m_storage.OpenWrite2(file, version.owner, version.entry, version.type, false, version.stamp);
-  report.check(answer && !file.is_open(), name + " is kept when it may not be replaced");
+  report.check(answer && !file.is_open(), name + " is kept with replace = false");
 }
 
 void Storing::say() const {
   m_demo.report.say(text_of(m_written, " written by OpenWrite2 (", m_replaced,
-                            " of them replace other bytes), ", m_in_utf8, " by the UTF-8 form, ",
-                            m_copied, " by copyToStorage"));
+                            " of them replace other bytes), ", m_in_utf8,
+                            " by OpenWrite with UTF-8 names, ", m_copied, " by copyToStorage"));
 }
 
 }  // namespace
 
 void store_versions(Demo& demo) {
-  demo.report.begin("Storing them as documents");
+  demo.report.begin("Storing these files as documents");
   std::set<std::string> documents;
   std::set<std::string> owners;
   std::size_t per_area[3] = {};
   std::size_t unversioned = 0;
-  std::string other = "bytes that were here before";
+  std::string other = "old bytes";
   Storing storing(demo);
   for (std::size_t i = 0; i < demo.versions.size(); ++i) {
     Version& version = demo.versions[i];

@@ -1,4 +1,4 @@
-// What the storage looks like in the end.
+// Shows the tree of the storage.
 #include <algorithm>
 #include <iomanip>
 #include <set>
@@ -23,7 +23,7 @@ std::set<fs::path> folders_in(const fs::path& folder) {
 
 void show(Report& report, const fs::path& folder, const std::string& indent) {
   const Volume volume = volume_of(folder);
-  // Columns count characters; in UTF-8 all bytes but the first of each begin with the bits 10.
+  // Columns count characters. In UTF-8 the bytes after the first of a character begin with bits 10.
   std::string name = indent + utf8(folder.filename());
   const auto followers = std::count_if(name.begin(), name.end(), [](char c) {
     return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
@@ -33,7 +33,7 @@ void show(Report& report, const fs::path& folder, const std::string& indent) {
                      " folders ", std::setw(11), size_text(volume.bytes)));
 }
 
-/// Some lines of an index that holds several versions of one document, if there is one.
+/// Prints some lines of the largest index of the corporate documents.
 void show_index(Demo& demo) {
   fs::path best;
   std::size_t most = 0;

@@ -1,4 +1,4 @@
-// Renames and removes users with all they have.
+// Renames and removes users with all their files.
 #include "demo.h"
 
 namespace demo {
@@ -10,7 +10,7 @@ const std::vector<STG::RepositoryType>& areas() {
   return all;
 }
 
-/// A user with a document in each area, and a folder for lists.
+/// Creates a user with a document in each area and a folder for lists.
 void make_user(Demo& demo, const std::string& user) {
   for (const STG::RepositoryType type : areas())
     add_version(demo, user, type, "own.kdc", 0, text_of(area_of(type), " of ", user, "\n"));
@@ -34,7 +34,7 @@ void rename_user(Demo& demo) {
   report.check(!vu_storage::RenameUserStorage(from, "bernd") && has_anything(from),
                "a user cannot take another user's name");
   report.check(vu_storage::RenameUserStorage(from, to), "the user is renamed");
-  report.check(!has_anything(from), "nothing is left under the old name");
+  report.check(!has_anything(from), "no file is left under the old name");
   report.check(vu_file::exists(vu_storage::getListPath() + "\\" + to + "\\favourites.txt"),
                "the lists moved with the user");
   vu_storage storage;
@@ -43,7 +43,7 @@ void rename_user(Demo& demo) {
     const Version old = version;
     version.owner = to;
     std::string bytes;
-    report.check(!read_version(storage, old, bytes), name_of(old) + " is not found any more");
+    report.check(!read_version(storage, old, bytes), name_of(old) + " is no longer found");
     report.check(read_version(storage, version, bytes) && fnv1a(bytes) == version.hash,
                  name_of(version) + " is found under the new name");
   }
@@ -58,17 +58,17 @@ void manage_users(Demo& demo) {
 
   for (const std::string user : {"emil", "fred", "gerda"}) make_user(demo, user);
   report.check(vu_storage::RemoveUserStorage(vu_utf8string("emil")), "a user is removed");
-  report.check(!has_anything("emil"), "nothing is left of emil");
-  report.check(has_anything("fred") && has_anything("gerda"), "the others are left alone");
+  report.check(!has_anything("emil"), "no file of emil is left");
+  report.check(has_anything("fred") && has_anything("gerda"), "the other users keep their files");
   report.check(vu_storage::RemoveUsersStorage({vu_utf8string("fred"), vu_utf8string("gerda")}),
                "two users are removed");
   report.check(!has_anything("fred") && !has_anything("gerda"),
-               "nothing is left of fred and gerda");
+               "no file of fred and gerda is left");
   report.check(vu_storage::RemoveUserStorage(vu_utf8string("nobody")),
                "removing an unknown user is no error");
   for (const std::string user : {"emil", "fred", "gerda"}) {
     report.check(vu_storage::getLattestTimestamp(user, "own.kdc", STG::MailRepository) == -1,
-                 user + "'s documents are gone");
+                 user + "'s documents are removed");
     forget_versions(demo, user, "own.kdc");
   }
   report.say("one user renamed, three removed, with mail, lists and documents");

@@ -1,4 +1,4 @@
-// One version of a document: how this program names, writes and finds it.
+// Names, writes and reads one version of a document.
 #include <algorithm>
 
 #include "demo.h"
@@ -7,7 +7,7 @@ namespace demo {
 
 namespace {
 
-// Large documents are written as a client would that receives them from a network.
+// Large documents are written in pieces, like those that a client receives from a network.
 constexpr std::size_t kPiece = 256U << 10U;
 
 bool is_corporate_kdf(const Version& version) {
@@ -37,7 +37,7 @@ bool open_version(vu_storage& storage, vu_file& file, const Version& version) {
   try {
     file.open(folder, physical, vu_file_base::o_read);
   } catch (const vu_file_except&) {
-    // Gone or unreadable: then the file is not open.
+    // Removed or unreadable: the file is not open.
   }
   return file.is_open();
 }

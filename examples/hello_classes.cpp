@@ -10,7 +10,7 @@ int main(int argc, char** argv) {
   std::error_code error;
   std::filesystem::create_directories(root, error);
   if (error || !vu_storage::initRootStorage(root.string(), true, true)) {
-    std::cerr << "no storage in " << root << "\n";
+    std::cerr << "cannot open a storage in " << root << ": is the folder writable?\n";
     return 1;
   }
 
@@ -18,15 +18,15 @@ int main(int argc, char** argv) {
   vu_file file;
   storage.OpenWrite(file, "anna", "greeting.kdf", STG::CorporateRepository, true, 20240501);
   if (!file.is_open()) {
-    std::cerr << "greeting.kdf cannot be written; is " << root << " writable?\n";
+    std::cerr << "cannot write greeting.kdf: is " << root << " writable?\n";
     return 1;
   }
   const std::string greeting = "Hello, storage!\n";
-  // Fewer bytes than asked for: the disk is full, say.
+  // write() returns fewer bytes when, for example, the disk is full.
   const bool is_whole = file.write(greeting) == static_cast<int>(greeting.size());
   storage.Close(file);
   if (!is_whole) {
-    std::cerr << "greeting.kdf is cut short; store it again\n";
+    std::cerr << "greeting.kdf is incomplete: free disk space and store it again\n";
     return 1;
   }
 

@@ -1,4 +1,4 @@
-// The least that a host program supplies: where failures go and which folders are its own.
+// A minimal host program: it receives warnings and errors, and chooses its configuration folder.
 // host_minimal_storage [FOLDER]
 #include <filesystem>
 #include <iostream>
@@ -13,14 +13,14 @@ class Host final : public vu_host::trace_sink, public vu_host::configuration {
  public:
   explicit Host(std::string folder) : m_folder(std::move(folder)) {}
 
-  // Warnings and errors only: nothing else is even made into text.
+  // Only warnings and errors. For other records the library does not even build the text.
   bool wants(vu_host::trace_level) const noexcept override { return false; }
   bool wants(vu_host::trace_event event) const noexcept override {
     return event != vu_host::trace_event::success;
   }
   void event(const vu_host::trace_site& site, vu_host::trace_event,
              std::string_view text) noexcept override {
-    const std::scoped_lock lock(m_mutex);  // any thread may come
+    const std::scoped_lock lock(m_mutex);  // the library calls this from any thread
     std::cerr << site.source << ": " << text << "\n";
   }
   void scope_begin(const vu_host::trace_site&, vu_host::trace_level,
@@ -30,7 +30,7 @@ class Host final : public vu_host::trace_sink, public vu_host::configuration {
   void record(const vu_host::trace_site&, vu_host::trace_level,
               std::string_view) noexcept override {}
 
-  // "config" below it holds the master profile.
+  // The folder "config" below it contains the master profile.
   ucs2string binary_folder() override { return ucs2string(vu_utf8string(m_folder)); }
 
  private:
@@ -43,26 +43,26 @@ int main(int argc, char** argv) {
   std::error_code error;
   std::filesystem::create_directories(folder / "config", error);
   if (error) {
-    std::cerr << folder << " cannot be made: " << error.message() << "\n";
+    std::cerr << "cannot create " << folder << ": " << error.message() << "\n";
     return 1;
   }
 
-  // The host outlives every call into the library, and is installed before the first one.
+  // Install the host before the first call into the library. It must outlive the last call.
   static Host host(folder.string());
   vu_host::services services;
   services.trace = &host;
   services.config = &host;
   vu_host::install(services);
   if (!vu_storage::initRootStorage(folder.string(), true, false))
-    return 1;  // the host has said why
+    return 1;  // event() has printed the reason
 
-  // Without an owner this is the master profile, in the host's own folder.
+  // Without an owner this is the master profile, in the host's configuration folder.
   STG::NameValueSeq profile;
   profile.push_back({"language", "en"});
   if (vu_storage::saveUserOrMasterProfile("", "", profile) != 0) return 1;
   STG::NameValueSeq loaded;
   if (vu_storage::loadUserOrMasterProfile("", "", loaded) != 0 || loaded.size() != 1) {
-    std::cerr << "the profile did not come back; is " << folder << " writable?\n";
+    std::cerr << "cannot read the profile back: is " << folder << " writable?\n";
     return 1;
   }
   std::cout << vu_storage::getConfigDirPath() << ": " << loaded[0].name << " = " << loaded[0].value

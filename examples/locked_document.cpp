@@ -1,5 +1,5 @@
-// locked_document_storage [FOLDER] opens a document that may be locked, as its index may be, and
-// gives up in time.
+// Opens a document and gives up after a time limit when the document or its index is locked.
+// locked_document_storage [FOLDER]
 #include <chrono>
 #include <filesystem>
 #include <iostream>
@@ -11,17 +11,17 @@
 
 enum class opened { yes, locked, missing };
 
-// Opens a file for reading, if that can be done at once.
+// Opens a file for reading without waiting for its lock.
 opened open_at_once(vu_file& file, const std::string& folder, const std::string& name) {
   file = vu_file(folder, name);
   bool refused = false;
-  // True also for a refused lock: the file is open then, and nobody may use it.
+  // Also true when the lock is refused. The file is then open, but must not be read.
   if (!file.try_open(vu_file::o_read, refused, true)) return opened::missing;
   if (refused) file.close();
   return refused ? opened::locked : opened::yes;
 }
 
-// Opens a document of the owner anna for reading, within 200 ms. OpenRead() would wait for ever.
+// Opens a document of anna for reading, or gives up after 200 ms. OpenRead() has no time limit.
 opened open_in_time(vu_file& file, const std::string& name, long timestamp) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
   constexpr auto kType = STG::CorporateRepository;
@@ -29,8 +29,8 @@ opened open_in_time(vu_file& file, const std::string& name, long timestamp) {
   if (!vu_storage::createUserOrDomainNameDirectory("anna", name, kType, folder, false))
     return opened::missing;
   for (;;) {
-    // IsFileExist() waits for a writer of the index: for a moment, or for ever for a stopped one.
-    // Who comes between these two is waited for; vu_settings::wait_ms limits that as well.
+    // IsFileExist() waits for a writer of the index, so test the lock first. A writer that comes
+    // between the two calls is still waited for; vu_settings::wait_ms limits that as well.
     vu_file index;
     opened result = open_at_once(index, folder, "index.dat");
     if (result == opened::yes) index.close();
@@ -48,7 +48,7 @@ int main(int argc, char** argv) {
   const std::filesystem::path root = argc > 1 ? argv[1] : "locked-document";
   std::error_code error;
   std::filesystem::create_directories(root, error);
-  // Warnings and errors to the standard error output, the last one of each thread kept.
+  // Prints warnings and errors to the standard error output.
   static vu_host::problem_sink problems;
   vu_host::install({&problems, nullptr, nullptr, nullptr});
   if (error || !vu_storage::initRootStorage(root.string(), true, false)) return 1;
@@ -67,7 +67,7 @@ int main(int argc, char** argv) {
   held = vu_file(folder, "index.dat");
   held.open(vu_file::o_append);
   const bool again = open_in_time(reader, "plan.kdf", 7) == opened::locked;
-  std::cout << (again ? "its index is locked: gave up after 200 ms\n" : "not locked\n");
+  std::cout << (again ? "index locked: gave up after 200 ms\n" : "index not locked\n");
   held.close();
 
   if (open_in_time(reader, "plan.kdf", 7) != opened::yes) return 1;

@@ -1,5 +1,5 @@
-// Reads a document, the latest version unless one is named, and writes it to the standard output.
-// read_document_storage FOLDER OWNER NAME [VERSION]      exit code 3: there is no such document
+// Writes a document to the standard output: the named version, or the latest one.
+// read_document_storage FOLDER OWNER NAME [VERSION]      exit code 3: the document does not exist
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
@@ -10,7 +10,7 @@
 namespace {
 
 int read_document(const std::string& owner, const std::string& name, long version) {
-  // Asks, and makes nothing: neither a folder nor an entry.
+  // This check creates no folder and no entry.
   if (!vu_storage().IsFileExist(owner, name, STG::CorporateRepository, version, nullptr, nullptr)) {
     std::cerr << owner << " has no " << name << " of " << version << "\n";
     return 3;
@@ -19,11 +19,11 @@ int read_document(const std::string& owner, const std::string& name, long versio
   vu_file file;
   storage.OpenRead(file, owner, name, STG::CorporateRepository, version);
   if (!file.is_open()) {
-    // It went away in between, or the system refuses: the trace tells which.
-    std::cerr << name << " of " << version << " cannot be opened\n";
+    // Another process removed it after the check, or the system refuses access; see the trace.
+    std::cerr << "cannot open " << name << " of " << version << "\n";
     return 1;
   }
-  // In pieces, so that a large document needs no memory of its size.
+  // In pieces, so that a large document needs little memory.
   std::string piece;
   while (file.read(piece, 1 << 16) > 0) std::cout << piece;
   storage.Close(file);
@@ -40,7 +40,7 @@ int main(int argc, char** argv) {
   const std::string folder = argv[1];
   const std::string owner = argv[2];
   const std::string name = argv[3];
-  // The library would make the folders of a new storage; a reader wants an existing one.
+  // initRootStorage() would create a new storage; a reader needs an existing one.
   if (!std::filesystem::is_directory(std::filesystem::path(folder) / "storage")) {
     std::cerr << "there is no storage in " << folder << "\n";
     return 3;
@@ -53,7 +53,7 @@ int main(int argc, char** argv) {
                  : vu_storage::getLattestTimestamp(owner, name, STG::CorporateRepository);
     return read_document(owner, name, version);
   } catch (const vu_file_except& failure) {
-    std::cerr << name << " cannot be read: " << failure.what() << "\n";
+    std::cerr << "cannot read " << name << ": " << failure.what() << "\n";
     return 1;
   }
 }

@@ -1,5 +1,5 @@
-// Serves a part of a document: generated when it is missing, then as it is, then from a newer copy
-// that somebody has loaded ahead of time. sub_parts_and_preload_storage [FOLDER]
+// Serves a sub-part of a document three times: generates the missing sub-part, reads it, and reads
+// a newer preload copy. sub_parts_and_preload_storage [FOLDER]
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -24,7 +24,7 @@ bool write_part(const std::string& rendition, const std::string& text) {
   return done;
 }
 
-// What a server does for each request. Empty: the part could not be made.
+// A server does this for each request. @return the sub-part; empty when it cannot be written.
 std::string serve_part() {
   vu_storage storage;
   vu_file file;
@@ -35,7 +35,7 @@ std::string serve_part() {
     storage.Close(file);
     return text;
   }
-  // Not there, or older than its document: generate it, and keep it for the next request.
+  // Missing, or older than its document: generate it and store it for the next request.
   text = "<p>generated from " + document + "</p>\n";
   return write_part("html@page", text) ? text : "";
 }
@@ -47,20 +47,20 @@ int main(int argc, char** argv) {
   std::error_code error;
   fs::create_directories(folder, error);
   if (error || !vu_storage::initRootStorage(folder.string(), true, false)) {
-    std::cerr << "no storage in " << folder << "\n";
+    std::cerr << "cannot open a storage in " << folder << ": is the folder writable?\n";
     return 1;
   }
-  // Storing the document drops the parts that were made of an earlier one.
+  // Storing a document removes the sub-parts of its old text.
   const fs::path source = folder / "source.txt";
   if (!(std::ofstream(source, std::ios::binary) << "figures\n").flush() ||
       !vu_storage::copyToStorage(source.string(), owner, document, STG::CorporateRepository, true,
                                  0)) {
-    std::cerr << document << " cannot be stored\n";
+    std::cerr << "cannot store " << document << ": is " << folder << " writable?\n";
     return 1;
   }
   std::cout << "first:  " << serve_part() << "second: " << serve_part();
 
-  // A copy made elsewhere comes with its time (copyFile() keeps it) and replaces the older part.
+  // copyFile() keeps the modification time: the preload copy is newer and replaces the sub-part.
   const fs::path loaded = folder / "loaded.html";
   if (!(std::ofstream(loaded, std::ios::binary) << "<p>loaded ahead of time</p>\n").flush())
     return 1;

@@ -1,5 +1,5 @@
-// Two processes and one document: a reader meets a writer, does not wait at first, then does.
-// two_processes_storage [FOLDER]
+// Two processes use one document. The reader first tests whether the document is locked, then waits
+// for the writer. two_processes_storage [FOLDER]
 #include <Poco/Exception.h>
 #include <Poco/Pipe.h>
 #include <Poco/PipeStream.h>
@@ -17,7 +17,7 @@ const std::string owner = "anna";
 const std::string document = "plan.kdf";
 const long version = 20240501;
 
-// The second process: holds the document open for writing until it is told to go on.
+// The second process: keeps the document open for writing until it receives a word.
 int write() {
   vu_storage storage;
   vu_file file;
@@ -27,7 +27,7 @@ int write() {
   std::string word;
   std::cin >> word;
   storage.Write(file, "all of the plan\n");
-  storage.Close(file);  // on the device, then the lock is given back
+  storage.Close(file);  // flushes the file to the device, then releases the lock
   return 0;
 }
 
@@ -49,8 +49,8 @@ int read(const std::string& program, const std::string& folder) {
   vu_file file(dir, name);
   bool refused = false;
   if (!file.try_open(vu_file::o_read, refused, true) || !refused) return 1;
-  std::cout << "somebody is writing the document\n";
-  file.close();  // open, but without its lock: nothing may be read through it
+  std::cout << "another process writes the document\n";
+  file.close();  // the file is open without a lock and must not be read
 
   Poco::PipeOutputStream(to_writer) << "go" << std::endl;
   std::string text;

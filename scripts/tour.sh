@@ -60,7 +60,7 @@ step 0 'Read it back' get handbook.kdf --timestamp 1 --owner anna -o "$(path "$t
 cmp "$ROOT/README.md" "$tour/README.copy" || die "the copy differs from the original: compare $tour/README.copy with $ROOT/README.md"
 echo 'The copy equals the original, byte for byte.'
 step 3 'A version that does not exist' get handbook.kdf --timestamp 3 --owner anna
-step 3 'Why is it not found?' explain read handbook.kdf --timestamp 3 --owner anna
+step 3 'Why is it not served?' explain read handbook.kdf --timestamp 3 --owner anna
 
 echo 'a note' >"$tour/storage/user/anna/note.txt"
 printf '\n-- Another program puts a file into a folder, without the index:\n'
