@@ -5,11 +5,12 @@
 
 #include "platform/os/os.h"
 
-/// Limits how long the calling thread waits for the locks of files that it opens. The limit lasts
-/// as long as the object; without one, a thread waits without limit. The waits are added up.
+/// Limits how long the calling thread waits for the locks of files that it opens. The limit applies
+/// while the object exists; without one, a thread waits without limit. It is one deadline for all
+/// locks, counted from the construction.
 ///
-/// When the time is over, each further lock that is not free is refused at once, and open() throws.
-/// So the operation ends soon, and its caller checks passed().
+/// After the deadline, each further lock that is not free is refused at once, and open() throws. So
+/// the operation ends soon, and its caller checks passed().
 class LockLimit {
  public:
   using Clock = std::chrono::steady_clock;
@@ -22,7 +23,7 @@ class LockLimit {
 
   /// Whether this thread has a limit.
   static bool is_set() noexcept;
-  /// Whether a lock was refused because the time was over.
+  /// Whether a lock was refused because of the deadline.
   static bool passed() noexcept;
   /// Takes a lock within the current limit.
   static os::Status lock(os::Handle handle, const os::LockRequest& request);

@@ -49,12 +49,13 @@ class KnownFiles {
  private:
   enum class Claim : std::uint8_t {
     kNone,
-    kByAnother,  ///< its name is the physical name of a line that is not its adopted entry
+    kByAnother,  ///< the first line with its name may be that of another entry
     kKnown,
   };
 
-  /// Searches lines for a dotted stem. Only a file whose name is a physical name without an
-  /// extension can have the name of a dotted stem. So the search begins at the first such file.
+  /// Searches @p before, the lines before the current one, for a dotted stem. It is called for a
+  /// file whose name is a physical name without an extension: only this can be a dotted stem as
+  /// well.
   void note_dotted_stems(std::span<const IndexLine> before) {
     for (const IndexLine& line : before.subspan(m_noted)) {
       m_has_dotted_stem =
