@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "tests/support/process.h"
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
+#include "vu_host.h"
 #include "vu_path.h"
 #include "vu_storage.h"
 
@@ -229,4 +231,43 @@ TEST(HostOfTheStorage, LeavesTheFrameworksTemporaryFolderToTheEnvironmentAndTheS
   EXPECT_TRUE(by_variable.hears("C:\\fw"));
   child_process by_default("say_temporary_root", {}, {{"VU_STORAGE_FRAMEWORK_TEMP", ""}});
   EXPECT_TRUE(by_default.hears(system_temporary_folder()));
+}
+
+// ------------------------------------------------------------------------------------------------
+// The sinks that vu_host.h brings along.
+
+namespace {
+
+constexpr vu_host::trace_site kSite = {"vu_file", 1, "signature"};
+
+}  // namespace
+
+TEST(ReadySink, TakesNothingUntilAMemberIsOverridden) {
+  const vu_host::sink nothing;
+  EXPECT_FALSE(nothing.wants(vu_host::trace_level::xs));
+  EXPECT_FALSE(nothing.wants(vu_host::trace_event::error));
+}
+
+TEST(ReadySink, KeepsTheLastProblemOfEachThreadWithoutItsLineEnd) {
+  vu_host::problem_sink problems(false);
+  EXPECT_FALSE(problems.wants(vu_host::trace_level::xs));
+  EXPECT_FALSE(problems.wants(vu_host::trace_event::success));
+  EXPECT_TRUE(problems.wants(vu_host::trace_event::warning));
+  EXPECT_TRUE(problems.wants(vu_host::trace_event::error));
+  problems.event(kSite, vu_host::trace_event::warning, "first");
+  problems.event(kSite, vu_host::trace_event::error, "disk full\r\n");
+  EXPECT_EQ(vu_host::problem_sink::last(), "disk full");
+  std::string elsewhere = "not asked";
+  std::thread([&] { elsewhere = vu_host::problem_sink::last(); }).join();
+  EXPECT_EQ(elsewhere, "");
+  vu_host::problem_sink::clear();
+  EXPECT_EQ(vu_host::problem_sink::last(), "");
+}
+
+TEST(ReadySink, WritesProblemsToTheErrorOutput) {
+  vu_host::problem_sink problems;
+  testing::internal::CaptureStderr();
+  problems.event(kSite, vu_host::trace_event::warning, "one\n");
+  problems.event(kSite, vu_host::trace_event::error, "two");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "warning: one\nerror: two\n");
 }

@@ -11,10 +11,10 @@
 
 #include "platform/os/os.h"
 #include "tests/support/recording_sink.h"
-#include "tests/unit/index_cleaning_fixture.h"
+#include "tests/unit/index_fixture.h"
 
-// Cleaning by age: which entries go. The sweep: index_sweep_test.cpp; the folders of sub-parts:
-// index_sub_part_folders_test.cpp.
+// Cleaning by age: which entries go. The sweep, and the folders of sub-parts:
+// index_sweep_test.cpp.
 
 namespace {
 
@@ -192,9 +192,8 @@ TEST_F(IndexCleaning, KeepsWhatIsWrittenWhileItRemovesOthers) {
   write_aged("00000001.kdc", kDay);
   write_aged("00000002.kdc", kDay);
   folder.set_index("a.kdc_0000000001/00000001\nb.kdc_0000000001/00000002\n");
-  const auto hook = os::faults::before(Call::remove_file, [&] {
-    folder.write("00000002.kdc", "written anew");
-  });
+  const auto hook =
+      os::faults::before(Call::remove_file, [&] { folder.write("00000002.kdc", "written anew"); });
   EXPECT_EQ(clean(3600), 1U);
   EXPECT_EQ(folder.read("00000002.kdc"), "written anew");
   EXPECT_EQ(folder.index(), "b.kdc_0000000001/00000002\n");

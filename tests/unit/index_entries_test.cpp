@@ -4,7 +4,7 @@
 
 #include "platform/os/os.h"
 #include "tests/support/recording_sink.h"
-#include "tests/unit/index_entries_fixture.h"
+#include "tests/unit/index_fixture.h"
 
 // Changes of entries in memory and on their files: create, remove. Renaming: index_rename_test.cpp.
 
@@ -298,10 +298,9 @@ TEST_F(IndexEntries, GetTheirFileAgainThatACleanSweptBeforeTheSave) {
   }
   EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\n");
   EXPECT_EQ(folder.read("00000002.kdb"), "");
-  EXPECT_EQ(
-      sink.events(trace_event::warning),
-      Texts{"STGIndex: made again, for it was removed before the index named it: " +
-            folder.path("00000002.kdb")});
+  EXPECT_EQ(sink.events(trace_event::warning),
+            Texts{"STGIndex: made again, for it was removed before the index named it: " +
+                  folder.path("00000002.kdb")});
 }
 
 TEST_F(IndexEntries, MayGiveALineThatRunsOnItsFile) {

@@ -5,7 +5,7 @@
 
 #include "platform/os/os.h"
 #include "tests/support/recording_sink.h"
-#include "tests/unit/index_operations_fixture.h"
+#include "tests/unit/index_fixture.h"
 
 // The question that needs no instance, where the seam or the traces show what it does.
 

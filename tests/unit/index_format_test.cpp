@@ -1,16 +1,22 @@
-#include "index/index_format.h"
+// Keys, timestamps, numbers and escaped names.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <map>
+#include <random>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "index/index_format.h"
+#include "index/scan.h"
 #include "tests/support/index_peer.h"
-
-// Keys, timestamps, numbers and escaped names. The lines of a text: index_lines_test.cpp.
+#include "tests/unit/index_fixture.h"
 
 namespace {
 
@@ -281,6 +287,140 @@ TEST(Unescape, ChecksNobodysDigits) {
 
 TEST(Unescape, KeepsBytesAbove127) {
   EXPECT_EQ(unescaped("\xC3\xA9+\xFF.\x80+"), "\xC3\xA9 \xFF.\x80+");
+}
+
+// ------------------------------------------------------------------------------------------------
+// The lines of a text: which there are. Which of them count: index_text_test.cpp.
+
+using index_format::Line;
+using index_format::Lines;
+using PlainLine = plain_index::line;
+using plain_index::shown;
+
+std::vector<PlainLine> lines_of(const std::string& text) {
+  std::vector<PlainLine> result;
+  Lines lines(text);
+  Line line;
+  while (lines.next(line)) {
+    EXPECT_LT(line.separator, text.size()) << shown(text);
+    EXPECT_EQ(line.key.data() + line.key.size(), text.data() + line.separator) << shown(text);
+    EXPECT_EQ(line.stored.data(), text.data() + line.separator + 1) << shown(text);
+    EXPECT_EQ(line.runs_on, line.key.find('\n') != std::string_view::npos) << shown(text);
+    result.push_back({std::string(line.key), std::string(line.stored)});
+  }
+  EXPECT_FALSE(lines.next(line)) << shown(text);
+  return result;
+}
+
+/// Compares every walk over a text with the plain one.
+void expect_the_plain_lines(const std::string& text) {
+  const std::vector<PlainLine> expected = plain_index::lines(text);
+  ASSERT_EQ(lines_of(text).size(), expected.size()) << shown(text);
+  ASSERT_TRUE(lines_of(text) == expected) << shown(text);
+
+  std::map<std::string, std::vector<PlainLine>> by_key = {
+      {"", {}}, {"a", {}}, {"b", {}}, {"a/a", {}}, {"\n", {}}};
+  for (const PlainLine& line : expected) by_key[line.key].push_back(line);
+  for (const auto& [key, lines] : by_key) {
+    ASSERT_TRUE(lines_of_key(text, key) == lines) << shown(text) << " key " << shown(key);
+  }
+}
+
+// ---- which lines there are ---------------------------------------------------------------------
+
+TEST(IndexLines, AreThePlainOnesInEveryShortText) {
+  constexpr const char* kCharacters = "a/\n";
+  for (std::size_t length = 0; length <= 9; ++length) {
+    std::size_t texts = 1;
+    for (std::size_t i = 0; i < length; ++i) texts *= 3;
+    for (std::size_t number = 0; number < texts; ++number) {
+      std::string text;
+      for (std::size_t rest = number; text.size() < length; rest /= 3)
+        text += kCharacters[rest % 3];
+      expect_the_plain_lines(text);
+      if (HasFatalFailure()) return;
+    }
+  }
+}
+
+TEST(IndexLines, AreThePlainOnesInRandomTexts) {
+  RandomTexts texts(20240117, {"a", "b", "/", "\n", "_", "0", "1", ".", "a_0000000001", "/\n",
+                               "\n\n", "b.a_0000000002/00000001\n"});
+  for (int i = 0; i < 20000; ++i) {
+    expect_the_plain_lines(texts.next(24));
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST(IndexLines, EndWithTheLastSlash) {
+  EXPECT_TRUE(lines_of("").empty());
+  EXPECT_TRUE(lines_of(" ").empty());
+  EXPECT_TRUE(lines_of("\n\n\n").empty());
+  EXPECT_TRUE(lines_of("abc\ndef").empty());
+  EXPECT_EQ(lines_of("a/b\nccc\nddd").size(), 1U);
+}
+
+TEST(IndexLines, NeedNoLineFeedAtTheEnd) {
+  const std::vector<PlainLine> expected = {{"k_0000000001", "00000001"}};
+  EXPECT_EQ(lines_of("k_0000000001/00000001"), expected);
+  EXPECT_EQ(lines_of("k_0000000001/00000001\n"), expected);
+}
+
+TEST(IndexLines, SeparateAtTheirFirstSlashOnly) {
+  const std::vector<PlainLine> expected = {{"a", "b/c"}, {"", "/d"}, {"e", ""}};
+  EXPECT_EQ(lines_of("a/b/c\n//d\ne/\n"), expected);
+}
+
+TEST(IndexLines, KeepACarriageReturnInThePhysicalName) {
+  const std::vector<PlainLine> expected = {{"a", "b\r"}, {"c", "d"}};
+  EXPECT_EQ(lines_of("a/b\r\nc/d\n"), expected);
+}
+
+TEST(IndexLines, RunOnToTheNextSlashWithTheRestOfTheTextAsName) {
+  const std::vector<PlainLine> expected = {{"x\ny\nkey", "phys\nkey2/phys2\n"},
+                                           {"y\nkey", "phys\nkey2/phys2\n"},
+                                           {"key", "phys"},
+                                           {"key2", "phys2"}};
+  EXPECT_EQ(lines_of("x\ny\nkey/phys\nkey2/phys2\n"), expected);
+}
+
+// ------------------------------------------------------------------------------------------------
+// The loops over the text of an index that take many bytes at a time, beside plain ones.
+
+std::string some_text(std::mt19937& random, std::size_t size) {
+  // Few kinds of bytes, so that they meet; above 127, too.
+  constexpr std::string_view kBytes("ab/\n\x80\xff\0", 7);
+  std::string text(size, '\0');
+  for (char& each : text) each = kBytes[random() % (random() % 8 == 0 ? kBytes.size() : 2)];
+  return text;
+}
+
+TEST(IndexScan, FindsTheFirstOfTwoCharacters) {
+  std::mt19937 random(1);
+  for (int round = 0; round < 20000; ++round) {
+    const std::size_t size = random() % 80;
+    const std::string text = some_text(random, size + scan::kBehind);
+    const std::size_t from = random() % (size + 1);
+    const char* const last = text.data() + size;
+    const bool two = random() % 2 == 0;
+    const char* const expected = std::find_if(
+        text.data() + from, last, [&](char c) { return c == '\n' || (two && c == '/'); });
+    ASSERT_EQ(scan::first_of(text.data() + from, last, two ? '/' : '\n', '\n'),
+              expected == last ? nullptr : expected)
+        << "from " << from << " of " << size;
+  }
+}
+
+TEST(IndexScan, OrdersAsStringsDo) {
+  std::mt19937 random(2);
+  for (int round = 0; round < 20000; ++round) {
+    const std::string one = some_text(random, random() % 30);
+    std::string other = one;
+    if (!other.empty() && random() % 4 != 0) other[random() % other.size()] = "a\xff"[random() % 2];
+    other.resize(other.size() - random() % (other.size() + 1) * (random() % 2));
+    ASSERT_EQ(scan::stands_before(one, other), one < other);
+    ASSERT_EQ(scan::stands_before(other, one), other < one);
+  }
 }
 
 }  // namespace

@@ -6,10 +6,10 @@
 
 #include "platform/os/os.h"
 #include "tests/support/recording_sink.h"
-#include "tests/unit/index_operations_fixture.h"
+#include "tests/unit/index_fixture.h"
 
 // The public operations, where the seam or the traces show what they do. What a client sees of
-// them: tests/api/index_operations_test.cpp. The question for one entry: index_exists_test.cpp.
+// them: tests/api/index_test.cpp. The question for one entry: index_exists_test.cpp.
 
 namespace {
 

@@ -79,6 +79,16 @@ class ReadListFile : public testing::Test {
     }
     return folder.read("read.txt");
   }
+  /// The list after the lines of these names were unescaped.
+  std::string unescaped(const std::string& text, const Texts& names) const {
+    folder.write("read.txt", text);
+    {
+      ReadList list(folder.path(), "read.txt");
+      list.load();
+      for (const std::string& each : names) list.unescape_line_of(each);
+    }
+    return folder.read("read.txt");
+  }
   void load_and_save() const {
     ReadList list(folder.path(), "read.txt");
     list.load();
@@ -157,70 +167,37 @@ TEST_F(ReadListFile, IsNotHeldOpenInBetween) {
 }
 
 TEST_F(ReadListFile, UnescapesTheSecondFieldOfALine) {
-  folder.write("read.txt", "x\tA%20B\tB\tf4\tf5\tf6\t\n" + a + "\n");
-  {
-    ReadList list(folder.path(), "read.txt");
-    list.load();
-    list.unescape_line_of("f4#f5#x#A%20B.kdb");
-  }
   // It keeps the place of its old name.
-  EXPECT_EQ(folder.read("read.txt"), a + "\nx\tA B\tB\tf4\tf5\tf6\t\n");
+  EXPECT_EQ(unescaped("x\tA%20B\tB\tf4\tf5\tf6\t\n" + a + "\n", {"f4#f5#x#A%20B.kdb"}),
+            a + "\nx\tA B\tB\tf4\tf5\tf6\t\n");
 }
 
 TEST_F(ReadListFile, UnescapesNothingElse) {
-  folder.write("read.txt", "%41\tA+B.c%20\tB%41\tf+4\tf%205\t%41\t%41\n");
-  {
-    ReadList list(folder.path(), "read.txt");
-    list.load();
-    list.unescape_line_of("f+4#f%205#%41#A+B.c%20.kdb");
-    list.unescape_line_of("nobody");
-    list.unescape_line_of("");
-  }
-  EXPECT_EQ(folder.read("read.txt"), "%41\tA B.c%20\tB%41\tf+4\tf%205\t%41\t%41\n");
+  EXPECT_EQ(unescaped("%41\tA+B.c%20\tB%41\tf+4\tf%205\t%41\t%41\n",
+                      {"f+4#f%205#%41#A+B.c%20.kdb", "nobody", ""}),
+            "%41\tA B.c%20\tB%41\tf+4\tf%205\t%41\t%41\n");
 }
 
 TEST_F(ReadListFile, UnescapesByTheTabsThatItFinds) {
-  folder.write("read.txt", "\tx\t\t%41\tB\tf4\tf5\tf6\t\n");
-  {
-    ReadList list(folder.path(), "read.txt");
-    list.load();
-    list.unescape_line_of("f4#f5#\tx#\t%41.kdb");
-  }
-  EXPECT_EQ(folder.read("read.txt"), "\tx\t\tA\tB\tf4\tf5\tf6\t\n");
+  EXPECT_EQ(unescaped("\tx\t\t%41\tB\tf4\tf5\tf6\t\n", {"f4#f5#\tx#\t%41.kdb"}),
+            "\tx\t\tA\tB\tf4\tf5\tf6\t\n");
 }
 
 TEST_F(ReadListFile, UnescapesALineAsOftenAsItIsAsked) {
-  folder.write("read.txt", "x\tA%2520B\tB\tf4\tf5\tf6\t\n");
-  {
-    ReadList list(folder.path(), "read.txt");
-    list.load();
-    list.unescape_line_of("f4#f5#x#A%2520B.kdb");
-    list.unescape_line_of("f4#f5#x#A%2520B.kdb");
-  }
-  EXPECT_EQ(folder.read("read.txt"), "x\tA B\tB\tf4\tf5\tf6\t\n");
+  EXPECT_EQ(
+      unescaped("x\tA%2520B\tB\tf4\tf5\tf6\t\n", {"f4#f5#x#A%2520B.kdb", "f4#f5#x#A%2520B.kdb"}),
+      "x\tA B\tB\tf4\tf5\tf6\t\n");
 }
 
 TEST_F(ReadListFile, TakesAFieldThatUnescapingEmpties) {
-  folder.write("read.txt", "x\t%2\tB\tf4\tf5\tf6\t\n");
-  {
-    ReadList list(folder.path(), "read.txt");
-    list.load();
-    list.unescape_line_of("f4#f5#x#%2.kdb");
-  }
-  EXPECT_EQ(folder.read("read.txt"), "x\t\tB\tf4\tf5\tf6\t\n");
+  EXPECT_EQ(unescaped("x\t%2\tB\tf4\tf5\tf6\t\n", {"f4#f5#x#%2.kdb"}), "x\t\tB\tf4\tf5\tf6\t\n");
 }
 
 TEST_F(ReadListFile, CanBeAskedAgainForALineThatUnescapingMadeShorter) {
   // Emptied, the field begins with the tab behind it, and no six tabs are found in the line any
   // more.
-  folder.write("read.txt", "x\t%2\tB\tf4\tf5\tf6\t\n");
-  {
-    ReadList list(folder.path(), "read.txt");
-    list.load();
-    list.unescape_line_of("f4#f5#x#%2.kdb");
-    EXPECT_NO_THROW(list.unescape_line_of("f4#f5#x#%2.kdb"));
-  }
-  EXPECT_EQ(folder.read("read.txt"), "x\t\tB\tf4\tf5\tf6\t\n");
+  EXPECT_EQ(unescaped("x\t%2\tB\tf4\tf5\tf6\t\n", {"f4#f5#x#%2.kdb", "f4#f5#x#%2.kdb"}),
+            "x\t\tB\tf4\tf5\tf6\t\n");
 }
 
 // ---- failures ----------------------------------------------------------------------------------

@@ -8,7 +8,7 @@
 #include "file/replacement.h"
 #include "platform/os/os.h"
 #include "tests/support/recording_sink.h"
-#include "tests/unit/index_entries_fixture.h"
+#include "tests/unit/index_fixture.h"
 
 // Entries that are renamed, in memory and on their files.
 
@@ -210,8 +210,7 @@ TEST_F(IndexRename, CopiesOverNoFileOfAnEntryWhenTheCounterIsInTrouble) {
   for (const std::string given : {"00000000", "99999999"}) {
     for (const std::string target : {"b.kdb", "c.kdb"}) {
       const index_folder place;
-      const std::string text =
-          "a.kdb_0000000001/00000007\nb.kdb_0000000001/" + given + "\n";
+      const std::string text = "a.kdb_0000000001/00000007\nb.kdb_0000000001/" + given + "\n";
       place.write("00000007.kdb", "bytes of a");
       place.write(given + ".kdb", "bytes of b");
       place.write("index", "-3");
@@ -517,8 +516,7 @@ TEST_F(IndexRename, CopiesAgainWhatACleanSweptWithinTheCopy) {
   folder.set_index("a.kdb_0000000001/00000001\n");
   folder.write("00000001.kdb", "bytes of a");
   folder.write("index", "00000001");
-  const auto hook =
-      os::faults::before(Call::flush_file, [&] { folder.erase("00000002.kdb"); });
+  const auto hook = os::faults::before(Call::flush_file, [&] { folder.erase("00000002.kdb"); });
   STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 1);
   EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000002\n");
   EXPECT_EQ(folder.read("00000002.kdb"), "bytes of a");

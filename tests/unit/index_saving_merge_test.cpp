@@ -7,7 +7,7 @@
 
 #include "platform/os/os.h"
 #include "tests/support/recording_sink.h"
-#include "tests/unit/index_saving_fixture.h"
+#include "tests/unit/index_fixture.h"
 
 // What an index that is written back takes over from the one on disk.
 

@@ -4,7 +4,7 @@
 
 #include "platform/os/os.h"
 #include "tests/support/recording_sink.h"
-#include "tests/unit/index_saving_fixture.h"
+#include "tests/unit/index_fixture.h"
 
 // An index that is written back: when, and what. What it merges, what a crash leaves and what it
 // raises: the index_saving files beside this one.

@@ -11,7 +11,6 @@
 #include "tests/support/real_kernel.h"
 #include "tests/support/scratch.h"
 #include "tests/unit/index_fixture.h"
-#include "tests/unit/index_text_kit.h"
 
 // The lines of an index's text: which of them count, and what looking at them costs.
 

@@ -8,11 +8,11 @@
 #include "platform/os/os.h"
 #include "tests/support/os_faults.h"
 #include "tests/support/scratch.h"
-#include "tests/unit/storage_documents_fixture.h"
+#include "tests/unit/storage_fixture.h"
 #include "vu_storage.h"
 
-// Opening documents. Reading, writing and closing them: storage_open_documents_test.cpp; questions
-// and copies: storage_questions_test.cpp and storage_copies_test.cpp.
+// Opening documents. Questions, reading, writing and closing: storage_questions_test.cpp; copies:
+// storage_copies_test.cpp.
 
 namespace {
 

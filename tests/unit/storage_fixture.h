@@ -4,16 +4,21 @@
 
 #include <cstdint>
 #include <exception>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/os/os.h"
 #include "stg_index.h"
+#include "stg_types.h"
+#include "tests/support/host_services.h"
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
 #include "tests/support/storage_peer.h"
 #include "tests/unit/test_kit.h"
 #include "vu_host.h"
+#include "vu_storage.h"
 
 /// A helper of the host that fails.
 class FailingTemporaryFiles final : public vu_host::temporary_files {
@@ -94,3 +99,155 @@ class StorageTest : public testing::Test {
     return texts;
   }
 };
+
+/// A host that does not know its binary folder.
+class failing_configuration final : public vu_host::configuration {
+ public:
+  ucs2string binary_folder() override { throw std::runtime_error("not installed"); }
+};
+
+/// Begins where a storage is about to be initialised.
+class StorageRoots : public StorageTest {
+ protected:
+  StorageRoots() {
+    make_folder(dir.path("server"));
+    vu_storage_test_peer::reset();
+    vu_host::install({&sink, &config, &temp, &components});
+  }
+  ~StorageRoots() override { vu_host::install({&sink}); }
+
+  scratch_folder dir;
+  fake_configuration config{dir.path("bin")};
+  fake_temporary_files temp{dir.path("server") + "\\"};
+  fake_components components;
+};
+
+/// Documents of the user "jdoe".
+class Documents : public StorageTest {
+ protected:
+  /// Stores a document and gives its path.
+  std::string store(const std::string& entry, STG::RepositoryType type, long timestamp,
+                    const std::string& bytes) {
+    vu_file file;
+    EXPECT_TRUE(client.OpenWrite2(file, "jdoe", entry, type, true, timestamp));
+    EXPECT_TRUE(file.is_open());
+    client.Write(file, bytes);
+    client.Close(file);
+    return file.getFilePath();
+  }
+
+  /// The bytes of a document, or "(closed)".
+  std::string fetch(const std::string& entry, STG::RepositoryType type, long timestamp) {
+    vu_file file;
+    client.OpenRead(file, "jdoe", entry, type, timestamp);
+    if (!file.is_open()) return "(closed)";
+    std::string bytes;
+    client.Read(file, bytes, 0);
+    client.Close(file);
+    return bytes;
+  }
+
+  std::string area(const std::string& name) const { return scratch.path("storage") + "\\" + name; }
+
+  /// A file under its own name in jdoe's folder of the user area: the index is not asked for it.
+  std::string place(const std::string& name, const std::string& bytes) {
+    make_folder(area("user") + "\\jdoe");
+    const std::string path = area("user") + "\\jdoe\\" + name;
+    write_file(path, bytes);
+    return path;
+  }
+
+  vu_storage client;
+};
+
+inline constexpr const char* kOwner = "jdoe";
+inline constexpr const char* kEntry = "sales.kdc";
+inline constexpr const char* kPart = "part.out";
+inline constexpr long kStamp = 42;
+
+struct Decision {
+  int way = 99;
+  std::string part_dir;
+  std::string preload_dir;
+};
+
+/// A storage with one corporate document, whose parts a test makes by hand or through the facade.
+class SubParts : public StorageTest {
+ protected:
+  SubParts() { store(kEntry); }
+
+  /// Stores a document of the owner and makes it the one that the test is about.
+  void store(const std::string& entry) {
+    m_entry = entry;
+    m_document =
+        make_entry(folder_of(kOwner, entry, STG::CorporateRepository), entry, kStamp, "doc");
+    set_modify_time(m_document, 1000);
+    sink.clear();
+  }
+  const std::string& document() const { return m_document; }
+  /// The folder of the document's parts, while no stamp is set.
+  std::string root() const { return m_document + "_"; }
+
+  void make_file(const std::string& folder, const std::string& bytes, std::int64_t time) const {
+    make_folder(folder);
+    write_file(folder + "\\" + kPart, bytes);
+    set_modify_time(folder + "\\" + kPart, time);
+  }
+
+  Decision decide(const std::string& selector) {
+    Decision d;
+    d.way = vu_storage_test_peer::getBestUpdateWay(m_facade, kOwner, m_entry, selector, kPart,
+                                                   d.part_dir, d.preload_dir, kStamp);
+    return d;
+  }
+  void open_for_writing(const std::string& selector) {
+    m_facade.OpenWriteSubPart(m_file, kOwner, m_entry, selector, kPart, kStamp);
+  }
+  void open_for_reading(const std::string& selector) {
+    m_facade.OpenReadSubPart(m_file, "amy", kOwner, m_entry, selector, kPart, kStamp);
+  }
+  unsigned long open_with_size(const std::string& selector) {
+    unsigned long size = 77;
+    m_facade.OpenReadSubPartEx(m_file, "amy", kOwner, m_entry, selector, kPart, kStamp, size);
+    return size;
+  }
+  /// Stores a part through the facade.
+  void write_part(const std::string& selector, const std::string& bytes) {
+    open_for_writing(selector);
+    ASSERT_TRUE(m_file.is_open());
+    m_file.write(bytes);
+    m_file.close();
+  }
+  /// What the open file holds; closes it.
+  std::string read_and_close() {
+    std::string bytes;
+    m_file.read(bytes, 0);
+    m_file.close();
+    return bytes;
+  }
+  std::string opened() const { return m_file.is_open() ? m_file.getFilePath() : "closed"; }
+
+  vu_storage& facade_object() { return m_facade; }
+  vu_file& file() { return m_file; }
+
+ private:
+  vu_storage m_facade;
+  vu_file m_file;
+  std::string m_entry;
+  std::string m_document;
+};
+
+/// Lines of key files, for comparisons.
+using Pairs = std::vector<std::pair<std::string, std::string>>;
+
+inline Pairs pairs_of(const STG::NameValueSeq& seq) {
+  Pairs pairs;
+  for (const STG::NameValue& line : seq) pairs.emplace_back(line.name, line.value);
+  return pairs;
+}
+
+inline STG::NameValueSeq sequence_of(const Pairs& pairs) {
+  STG::NameValueSeq seq;
+  for (const auto& [name, value] : pairs) seq.push_back({name, value});
+  return seq;
+}

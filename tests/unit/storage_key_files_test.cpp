@@ -10,10 +10,9 @@
 #include <vector>
 
 #include "tests/support/host_services.h"
-#include "tests/unit/key_lines.h"
 #include "tests/unit/storage_fixture.h"
 
-// Key files by their paths. Those of an owner: storage_owners_key_files_test.cpp.
+// Key files by their paths. Those of an owner: storage_profiles_test.cpp.
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
 #include "tests/support/storage_peer.h"
-#include "tests/unit/storage_roots_fixture.h"
+#include "tests/unit/storage_fixture.h"
 #include "vu_storage.h"
 
 // The one initialisation and the getters. Threads: storage_roots_threads_test.cpp; that every
@@ -209,8 +209,8 @@ TEST_F(StorageRoots, EnterTheLogHistoryAlsoWhenNobodyTraces) {
 
 /// The first use of a tree whose programs are kept apart by nothing says so, once.
 TEST_F(StorageRoots, WarnWhereLocksDoNotBelongToHandles) {
-  const auto fault = faults::fail(faults::Call::locks_belong_to_handles, {}, 1,
-                                  faults::Times::kLasting);
+  const auto fault =
+      faults::fail(faults::Call::locks_belong_to_handles, {}, 1, faults::Times::kLasting);
   EXPECT_TRUE(vu_storage::initRootStorage(dir.path(), true, false));
   EXPECT_FALSE(vu_storage::initRootStorage(dir.path(), true, false));
   EXPECT_EQ(Peer::init_done(), kInitialised);

@@ -13,7 +13,7 @@
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
 #include "tests/support/storage_peer.h"
-#include "tests/unit/storage_roots_fixture.h"
+#include "tests/unit/storage_fixture.h"
 #include "vu_storage.h"
 
 // The one initialisation, and the threads that meet in it.

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "tests/support/host_services.h"
-#include "tests/unit/sub_parts_fixture.h"
+#include "tests/unit/storage_fixture.h"
 
 namespace {
 
