@@ -47,7 +47,7 @@ document "$scratch/in/letter.kdb" 180000 200
 mkdir -p "$STG_ROOT/storage/list/sales" "$STG_ROOT/storage/semlets"
 document "$STG_ROOT/storage/list/sales/customers.lst" 260000 12
 document "$STG_ROOT/storage/semlets/rules" 90000 700
-# A sub-part of a document, and two findings for "check": a stray file and an empty document.
+# A sub-part of a document, and two findings for "check": an orphan and an empty document.
 first_document() { find "$STG_ROOT/storage/docs/$1" -name '*.kd*' -type f | LC_ALL=C sort | sed -n 1p; }
 file=$(first_document sales)
 mkdir -p "${file}_/html/page"
