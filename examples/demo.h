@@ -43,7 +43,6 @@ struct Part {
   std::uint64_t hash = 0;
 };
 
-/// A user's profile.
 struct Profile {
   std::string owner;
   std::string name;

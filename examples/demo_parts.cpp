@@ -25,7 +25,6 @@ class Parts {
   void expect_none(const std::string& rendition, const std::string& id, const std::string& why);
   /// Adds a sub-part to Demo::parts, from which the manifest is written.
   void keep(const std::string& rendition, const std::string& id, const std::string& bytes);
-  /// The path of the document's file.
   std::filesystem::path document_file() const { return native(m_path); }
   std::filesystem::path root() const {
     return native(m_path + "_" + vu_storage::getTdcTimeStamp());

@@ -27,7 +27,6 @@ class Report {
   void begin(const std::string& title);
   /// Ends the section and prints its number of checks and its time.
   void end();
-  /// Prints a line of the section.
   void say(const std::string& line);
   /// Counts a check. A failed check is printed at once and makes the run fail. @return @p good.
   bool check(bool good, const std::string& what);

@@ -13,8 +13,7 @@
 #include "lab/bench/storage_root.h"
 #include "stg_index.h"
 
-// What came into a folder without the library: dropped files, which are adopted, and mails under
-// escaped names, which are migrated.
+// Adoption of orphans, and migration of mails with escaped names.
 
 namespace bench {
 namespace {
@@ -25,7 +24,6 @@ std::string numbered(const char* form, std::size_t number) {
   return text;
 }
 
-/// A new folder with empty files.
 void make_files(const std::string& folder, const std::vector<std::string>& names) {
   std::filesystem::create_directories(folder);
   for (const std::string& name : names)
@@ -60,7 +58,7 @@ std::size_t supply_for(std::size_t mails) { return std::clamp<std::size_t>(1000 
 
 std::string escaped_mail(std::size_t mail) { return numbered("4#5#M%06zu#A%%20mail.kdb", mail); }
 
-/// A mail folder with so many escaped mails in it, and their lines in its read list.
+/// Creates a mail folder with @p mails files under escaped names, and a read list with a line each.
 void make_mails(const std::string& folder, std::size_t mails) {
   constexpr const char* kReadList = "00000001.txt";
   std::vector<std::string> names = {kReadList};
@@ -77,7 +75,7 @@ void make_mails(const std::string& folder, std::size_t mails) {
   put_file(folder + "/index", "00000001");
 }
 
-/// Owners of mail folders to be migrated, each once.
+/// Owners of mail folders; each folder is migrated once.
 class Mailboxes {
  public:
   Mailboxes(Stage& stage, Place place, std::size_t mails, const std::string& contender) {
@@ -151,7 +149,7 @@ std::vector<Contest> arrivals(Stage& stage) {
   for (const std::size_t files : kSizes) {
     for (const Place place : {Place::kDisk, Place::kMemory}) {
       add("adoption", place, files, adoption_jobs);
-      // Each mail flushes three times: beyond, a device takes minutes.
+      // Each mail needs three flushes, so more mails would take minutes.
       if (files <= 10000) add("migration", place, files, migration_jobs);
     }
   }

@@ -80,7 +80,7 @@ void File::cut(std::size_t size) const {
 }
 
 void File::reserve(std::size_t size) const {
-  // A file system that cannot reserve is none of the benchmark's business.
+  // Best effort: some file systems cannot reserve space.
   static_cast<void>(::fallocate(m_descriptor, FALLOC_FL_KEEP_SIZE, 0, static_cast<::off_t>(size)));
 }
 

@@ -8,16 +8,16 @@
 #include <vector>
 
 /// @file
-/// The system's calls, bare: what the floors of the workloads are written in. Nothing is retried or
-/// checked beyond what ends the program when the benchmark's own tree is broken.
+/// Thin functions over system calls, from which the floors are built. They retry nothing, and end
+/// the program when the tree of the benchmark is broken.
 namespace bare {
 
 using NameMap = std::map<std::string, std::string>;
 
-/// Ends the program: the tree that is measured is not what it should be.
+/// Ends the program, because the tree of the benchmark is broken.
 [[noreturn]] void broken(const char* what, const std::string& path);
 
-/// The bytes of a file, read into memory that nobody clears first.
+/// The bytes of a file, in memory that was not cleared.
 class Text {
  public:
   Text() = default;
@@ -30,8 +30,8 @@ class Text {
   std::size_t m_size = 0;
 };
 
-/// A locked file. As the handle's steps are stated, its size is asked for by its path, and the lock
-/// given back before the file is closed.
+/// A locked file. Like the library's handle it reads the size by the path and releases the lock
+/// before it closes the file.
 class File {
  public:
   enum class Mode { kRead, kReadWriteCreate };
@@ -43,7 +43,7 @@ class File {
 
   int get() const { return m_descriptor; }
   std::size_t size() const;
-  /// The whole file, by its size.
+  /// Reads the whole file.
   Text read() const;
   void read_into(char* buffer, std::size_t wanted) const;
   void write_at(std::size_t offset, std::string_view bytes) const;
@@ -60,17 +60,17 @@ class File {
 bool entry_exists(const std::string& path);
 /// Whether the path leads to a folder (stat).
 bool is_folder(const std::string& path);
-/// The last modification (stat).
+/// The modification time (stat).
 long modify_time(const std::string& path);
-/// Reads the names of a folder and lets them go; returns how many there are.
+/// Lists a folder and discards the names. @return their number.
 std::size_t list(const std::string& folder);
-/// Asks for the permission bits, and adds the owner's where they lack.
+/// Reads the permission bits, and adds the owner's when they are missing.
 void make_writable(const std::string& path);
 void remove_file(const std::string& path);
 void rename(const std::string& from, const std::string& to);
-/// Copies by the kernel alone onto a file that exists, with the source's modification time.
+/// Copies onto an existing file with the kernel's copy call; keeps the modification time.
 void copy_onto(const std::string& from, const std::string& to);
-/// Opens, locks, asks the size, reads and closes.
+/// Opens, locks, reads the size and the text, and closes.
 Text read_locked(const std::string& path);
 
 }  // namespace bare

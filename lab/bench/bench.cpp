@@ -1,44 +1,42 @@
-// The speed of the library beside what bounds it: storage_bench [options] [FILTER]
+// Measures the library's speed against other contenders: storage_bench [options] [FILTER]
 //
-// Each workload is done by several contenders in one run, their repetitions interleaved:
+// All contenders run each workload in one run; their repetitions are interleaved:
 //
-//   library   the operation as a program calls it
-//   floor     the calls that its stated behaviour asks for, as bare system calls (floor.h)
-//   literal   its steps as one would write them down first, a probe per line of the index
-//             (literal.h)
-//   SQLite    the index in a database, opened per operation (nothing here outlives a call) and kept
-//             open
+//   library   the operation through the exported classes
+//   floor     the system calls that the operation cannot omit (floor.h)
+//   literal   a literal implementation, which probes the file of each index line (literal.h)
+//   SQLite    the index in a database; opened for each operation like the library, or kept open
 //   LMDB      likewise
 //
-// The workloads, all in microseconds per operation. "disk" is the folder of --disk, "memory" that
-// of --memory; folders hold 100 to 100,000 entries, one version each, whose files are empty:
+// Times are microseconds per operation. "disk" is the folder of --disk, "memory" that of --memory.
+// A folder has 100 to 100,000 entries of one version each, with empty files. "switch" is the
+// synchronisation switch.
 //
 //   exists, hit              STGIndex::exists of an arbitrary entry
-//   exists, miss             the same of a name that is there with another timestamp
-//   lastVersion              STGIndex::lastVersion of an arbitrary name, synchronisation switch off
-//                            and on
-//   plValues, getVUDocs      the list of all entries, of all documents (every entry is one), switch
-//                            on
+//   exists, miss             the same for an existing name with another timestamp
+//   lastVersion              STGIndex::lastVersion of an arbitrary name, switch off and on
+//   plValues, getVUDocs      the lists of all entries and of all documents (every entry is a
+//                            document), switch on
 //   getFileListFromIndexFile the same through vu_storage, as two lists
 //   create                   STGIndex::create of a new name in the middle: number, empty file,
 //                            index; switch off and on
 //   remove                   STGIndex::remove of an entry in the middle, with its file
-//   rename                   STGIndex::rename of an entry in the middle, its file empty
+//   rename                   STGIndex::rename of an entry in the middle, with an empty file
 //   updateIndexFile          STGIndex::updateIndexFile of a folder that needs no update
-//   clean, nothing removed   STGIndex::cleanOutOfDateOutput that keeps everything
-//   clean, everything removed  the same that removes everything
+//   clean, nothing removed   STGIndex::cleanOutOfDateOutput with a limit that keeps all entries
+//   clean, everything removed  the same with a limit that removes all entries
 //   adoption                 STGIndex::updateIndexFile of a folder of files without an index
-//   migration                STGIndex::migrateInboxRead of mails under escaped names, each with its
-//                            line of the read list
+//   migration                STGIndex::migrateInboxRead of mails with escaped names, each with a
+//                            line in the read list
 //   OpenRead + Read + Close  a corporate document of 4 KB to 4 MB from a bucket of 100 entries
-//   OpenWrite + Write + Close  a mail document, made or replaced, written and on the device
+//   OpenWrite + Write + Close  a mail document, new or replaced, written and flushed
 //   RemoveFile               a mail document, in a folder without category files
-//   key file read, written   10,000 lines by readKeysFile, writeKeysFile (replaced, on the device)
+//   key file read, written   10,000 lines by readKeysFile and writeKeysFile (replaced, flushed)
 //   copyFile                 4 MB onto an existing file; floor: the kernel's copy
 //   copyToStorage            4 MB onto an existing document; floor: its steps and the kernel's copy
 //   copyFromStorage          4 MB onto an existing file; floor: its steps and the kernel's copy
 //
-// What an operation changed is put back after each, which is not timed.
+// After each operation its changes are undone; that time is not measured.
 
 #include <benchmark/benchmark.h>
 #include <sys/utsname.h>
@@ -161,11 +159,11 @@ void tell(const bench::Outcome& outcome) {
 }
 
 int run(const Options& options) {
-  // Absolute: links lead there.
+  // Absolute, because they are targets of symbolic links.
   bench::Stage stage(std::filesystem::absolute(options.disk).string(),
                      std::filesystem::absolute(options.memory).string(), largest_folder(options));
   std::vector<bench::Contest> contests;
-  // Cleaning comes last: a file system that has just removed many files takes long to make others.
+  // Cleaning is last, because many removals make a file system slow to create files.
   for (const auto workloads : {bench::index_questions, bench::documents, bench::index_changes,
                                bench::key_files, bench::copies, bench::arrivals, bench::cleaning}) {
     for (bench::Contest& contest : workloads(stage)) {

@@ -1,10 +1,10 @@
-// What the C interface costs beside the exported classes: storage_c_interface CALL c|class FOLDER
+// Compares the C interface with the exported classes: storage_c_interface CALL c|class FOLDER
 //
-// scripts/bench-instructions.sh counts the instructions of measured(), which does the call a
-// hundred times in a warm storage with a hundred documents of 4 KB.
+// scripts/bench-instructions.sh counts the instructions of measured(), which makes the call 100
+// times in a storage with 100 documents of 4 KB. The call has been made before.
 //
 //   exists   vu_exists             vu_storage::IsFileExist
-//   served   vu_open, close        vu_storage::OpenRead, Close, with a vu_file of its own
+//   served   vu_open, close        vu_storage::OpenRead, Close, with a new vu_file each time
 //   over     vu_open, write, close vu_storage::OpenWrite2, Write, Close
 //   read     vu_stream_read        vu_file::read into a buffer, of 4 KB
 //   write    vu_stream_write       vu_file::write from a buffer, of 4 KB
@@ -36,7 +36,6 @@ void repeat(const std::function<void()>& one) {
   for (int i = 0; i < kTimes; ++i) one();
 }
 
-/// Both ways of each call. What they work on lives as long as the program.
 class Calls {
  public:
   explicit Calls(const char* root) : m_store(opened(root)) {
@@ -48,7 +47,7 @@ class Calls {
       check(vu_put(m_store, &m_document, m_bytes.data(), m_bytes.size(), VU_REPLACE | VU_IN_PLACE,
                    nullptr));
     }
-    // For lists, which go through folders.
+    // For "list": in the user area one folder contains all documents of an owner.
     m_document.area = VU_AREA_USER;
     for (int i = 0; i < kTimes; ++i) {
       const std::string name = "document" + std::to_string(i) + ".kdc";
@@ -59,7 +58,7 @@ class Calls {
     m_document.name = "document7.kdc";
   }
 
-  /// @return nothing for a call that is not known.
+  /// @return an empty function for an unknown call.
   std::function<void()> find(const std::string& call, const std::string& way) {
     const std::map<std::pair<std::string, std::string>, std::function<void()>> all = {
         {{"exists", "c"}, [this] { check(vu_exists(m_store, &m_document)); }},
@@ -107,7 +106,7 @@ class Calls {
          }}};
     const auto found = all.find({call, way});
     if (found == all.end()) return nullptr;
-    // What is open before the calls are counted.
+    // Opened before the calls are counted.
     if (call == "read") way == "c" ? open(VU_READ_SERVED) : open_to_read(m_file);
     if (call == "write" || call == "text") way == "c" ? open(VU_WRITE_OVER) : open_to_write(m_file);
     return found->second;
@@ -119,7 +118,7 @@ class Calls {
     std::fprintf(stderr, "error: %s\n", vu_status_name(status));
     std::exit(1);
   }
-  /// Before the facade, which would initialise a storage elsewhere.
+  /// Must run before the facade, which would initialise a storage in another folder.
   static vu_store* opened(const char* root) {
     vu_settings settings = VU_SETTINGS_INIT;
     settings.root = root;
@@ -144,7 +143,7 @@ class Calls {
     check(vu_read_whole(m_store, &m_document, &bytes, &size));
     vu_free(bytes);
   }
-  /// As a program reads exactly a version: OpenRead() has rules of its own.
+  /// Reads a version by its path, because OpenRead() has additional conditions.
   void whole_class() {
     std::string folder;
     std::string name;

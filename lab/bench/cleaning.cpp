@@ -15,12 +15,12 @@ namespace {
 
 constexpr unsigned long kLongAgo = 1000000;  // seconds
 
-/// How many folders of a size each contender empties.
+/// The number of folders of a size that each contender empties.
 std::size_t supply_for(std::size_t entries) {
   return std::clamp<std::size_t>(4000 / entries, entries < 100000 ? 3 : 1, 40);
 }
 
-/// Folders to be emptied, each once. All are made before the first is used.
+/// Folders to empty, each once. All are created before the first is used.
 class Supply {
  public:
   Supply(Stage& stage, Place place, std::size_t entries, const std::string& contender) {

@@ -15,7 +15,7 @@ constexpr std::size_t kBytes = std::size_t{4} << 20U;
 constexpr std::size_t kEntries = 100;
 constexpr std::size_t kCopied = 50;
 
-/// A document of a mailbox, and an ordinary file beside the storage.
+/// A mail document, and an ordinary file outside the storage.
 struct Pair {
   Pair(Stage& stage, Place place)
       : folder(stage.room(place, "copied"), kEntries),
@@ -73,7 +73,7 @@ std::vector<Contest> copies(Stage& stage) {
                                        STG::MailRepository, true, pair->timestamp))
           bare::broken("no copy of", pair->outside);
       };
-      // The document is opened for writing, cut and flushed before the copy.
+      // The library opens the document for writing, truncates it and flushes it before the copy.
       jobs[Who::kFloor].run = [pair] {
         std::string physical;
         if (!bare::entry_exists(pair->area) || !bare::entry_exists(pair->path)) return;

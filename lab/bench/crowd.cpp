@@ -1,11 +1,12 @@
-// How many entries several processes create in one folder, and who holds its index meanwhile:
+// Measures how many entries several processes create in one folder, and how long its index is
+// locked:
 //
 //   storage_crowd FOLDER [ENTRIES [PROCESSES [SECONDS]]]
 //
-// The folder is made with so many entries (1,000) and removed at the end. So many processes (8)
-// create entries of their own in it for so many seconds (5). Meanwhile the lock of "index.dat" is
-// looked at again and again, without waiting for it: the share of the looks that found it held is
-// the share of the time.
+// Creates the folder with ENTRIES entries (default 1,000) and removes it at the end. PROCESSES
+// processes (8) create entries in it for SECONDS seconds (5). During that time the program probes
+// the lock of "index.dat" repeatedly, without waiting. The share of probes that find it locked is
+// the share of time in which it is locked.
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -26,7 +27,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Creates entries until the end, and writes their number into the pipe.
+/// Creates entries until @p end, and writes their number to the pipe.
 [[noreturn]] void create_until(Clock::time_point end, const std::string& folder, int number,
                                int pipe) {
   STGIndex::setSynchronizeMode(false);

@@ -26,7 +26,7 @@ constexpr const char* kStatements[] = {
 };
 enum Which { kFind, kDraw, kInsert, kErase, kLatest, kAll, kSetCounter };
 
-/// A statement in use; free for the next use when its scope ends.
+/// A statement in use. The destructor resets it for the next use.
 class Use {
  public:
   explicit Use(sqlite3_stmt* statement) : m_statement(statement) {}
@@ -45,7 +45,7 @@ class Use {
     sqlite3_bind_int64(m_statement, at, number);
     return *this;
   }
-  /// Whether there is a row.
+  /// Moves to the next row. @return whether there is one.
   bool step() {
     const int result = sqlite3_step(m_statement);
     if (result != SQLITE_ROW && result != SQLITE_DONE)
@@ -178,7 +178,7 @@ std::string_view text_of(const MDB_val& value) {
   return {static_cast<const char*>(value.mv_data), value.mv_size};
 }
 
-/// Ends without a change unless committed.
+/// A transaction. The destructor aborts it unless it is committed.
 class Transaction {
  public:
   Transaction(MDB_env* environment, unsigned flags) {
@@ -200,7 +200,7 @@ class Transaction {
   MDB_txn* m_transaction = nullptr;
 };
 
-/// Visits the entries from @p first on until @p visit says no.
+/// Visits the entries from @p first on until @p visit returns false.
 template <class Take>
 void walk(MDB_env* environment, unsigned table, std::string_view first, Take take) {
   const Transaction transaction(environment, MDB_RDONLY);

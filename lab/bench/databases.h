@@ -9,13 +9,14 @@ struct sqlite3_stmt;
 struct MDB_env;
 
 /// @file
-/// The same index in a database: logical name and timestamp -> number of the file. The file stays a
-/// file. Both are durable when a change returns: SQLite with a rollback journal and
-/// synchronous=FULL where it is opened per operation (its defaults), with a write-ahead log and
-/// synchronous=FULL where it is kept open; LMDB with its default flushes.
+/// The same index in a database: logical name and timestamp -> number of the file. The documents
+/// remain files. A change is durable when it returns:
+///   SQLite, opened per operation   rollback journal, synchronous=FULL (the defaults)
+///   SQLite, kept open              write-ahead log, synchronous=FULL
+///   LMDB                           default flushes
 namespace bench {
 
-/// Gets the logical name, the timestamp and the stored name of an entry.
+/// Is called with the logical name, the timestamp and the physical name of an entry.
 using Visit = std::function<void(const std::string&, long, const std::string&)>;
 
 class SqliteIndex {
@@ -26,13 +27,13 @@ class SqliteIndex {
   SqliteIndex(const SqliteIndex&) = delete;
   SqliteIndex& operator=(const SqliteIndex&) = delete;
 
-  /// Fills an empty database by one transaction; @p each calls its argument for every entry.
+  /// Fills an empty database in one transaction; @p each calls its argument for each entry.
   void fill(const std::function<void(const Visit&)>& each);
   bool find(const std::string& logical, long timestamp, std::string& stored);
-  /// Draws the next number and inserts, as one transaction. @return the stored name.
+  /// Takes the next number and inserts the entry, in one transaction. @return the physical name.
   std::string insert(const std::string& logical, long timestamp);
   void erase(const std::string& logical, long timestamp);
-  /// The new entry gets a number of its own, the old one goes, in one transaction.
+  /// Inserts the new entry with a new number and erases the old one, in one transaction.
   std::string move(const std::string& logical, long timestamp, const std::string& new_logical);
   /// The latest timestamp of a name; -1 when there is none.
   long latest(const std::string& logical);
@@ -40,7 +41,7 @@ class SqliteIndex {
 
  private:
   void execute(const char* statement);
-  /// Prepared once for the connection.
+  /// Statements, each prepared once for the connection.
   sqlite3_stmt* prepared(int which);
 
   sqlite3* m_database = nullptr;

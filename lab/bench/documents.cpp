@@ -29,7 +29,7 @@ std::string size_text(std::size_t bytes) {
 constexpr std::size_t kBucketEntries = 100;
 constexpr std::size_t kAsked = kBucketEntries / 2;
 
-/// A document of a hash bucket, with its folder.
+/// A document with the folder of its hash bucket.
 struct Bucket {
   Bucket(Stage& stage, std::size_t bytes) : owner("reader" + std::to_string(bytes)) {
     const StorageRoot& root = StorageRoot::of(stage);
@@ -88,7 +88,7 @@ Jobs read_jobs(Stage& stage, std::size_t bytes) {
     if (!bare::entry_exists(bucket->area) || !bare::entry_exists(bucket->folder->path()))
       bare::broken("no folder", bucket->area);
     floor_of::exists(bucket->folder->path(), Bucket::logical(), bucket->timestamp(), physical);
-    // How old the document is decides whether it is served.
+    // The library compares the age of the document before it serves it.
     if (bare::modify_time(bucket->folder->path(physical)) == 0)
       bare::broken("no time of", physical);
     floor_of::read_document(bucket->folder->path(physical), *document);
@@ -139,7 +139,7 @@ struct Mailbox {
   std::string logical;
 };
 
-/// The folders on the way to a mailbox are asked for.
+/// Checks that the folders of a mailbox exist.
 void ask_for_folders(const Mailbox& box, const std::string& area) {
   if (!bare::entry_exists(area) || !bare::entry_exists(box.path))
     bare::broken("no mailbox", box.path);
@@ -213,10 +213,10 @@ Jobs write_jobs(Stage& stage, Place place, std::size_t entries, std::size_t byte
   return jobs;
 }
 
-/// An existing document of the mailbox, replaced by one of the same size.
+/// Replaces an existing mail document by one of the same size.
 Jobs replace_jobs(Stage& stage, Place place, std::size_t entries) {
   const auto box = std::make_shared<Mailbox>(stage, place, entries);
-  // Not the one that others rename: its file is to stay empty.
+  // Not the entry that other workloads rename: the file of that entry must remain empty.
   const std::size_t entry = entries / 3;
   const std::string logical = box->folder.logical(entry);
   const long timestamp = box->folder.timestamp(entry);
@@ -239,7 +239,7 @@ Jobs replace_jobs(Stage& stage, Place place, std::size_t entries) {
   return jobs;
 }
 
-/// An entry in the middle, with its file; the folder has no category files.
+/// Removes an entry in the middle with its file; the folder has no category files.
 Jobs remove_file_jobs(Stage& stage, Place place, std::size_t entries, Synchronize synchronize) {
   const auto box = std::make_shared<Mailbox>(stage, place, entries);
   const std::size_t entry = entries / 2;
@@ -267,7 +267,7 @@ Jobs remove_file_jobs(Stage& stage, Place place, std::size_t entries, Synchroniz
   return jobs;
 }
 
-/// A workload on one document of a mailbox, beside the floor alone.
+/// A contest on one mail document, compared with the floor only.
 Contest mail_contest(const char* workload, Place place, std::size_t entries,
                      std::function<Jobs()> prepare) {
   Contest contest;
@@ -350,7 +350,7 @@ std::vector<Contest> documents(Stage& stage) {
   }
   for (const std::size_t entries : kSizes) {
     for (const Place place : {Place::kDisk, Place::kMemory}) {
-      // The device makes no difference beside so much work.
+      // With so many entries the device makes no difference.
       if (place == Place::kMemory && entries == 100000) continue;
       contests.push_back(
           mail_contest("OpenWrite + Write + Close, replacing", place, entries,
@@ -365,7 +365,7 @@ std::vector<Contest> documents(Stage& stage) {
       }
       for (const Synchronize synchronize : {Synchronize::kOff, Synchronize::kOn}) {
         for (const std::size_t bytes : kDocuments) {
-          // The size of the document matters beside a small index only.
+          // The size of the document matters only with a small index.
           if (bytes != kDocuments[0] && (entries != 100 || synchronize == Synchronize::kOn))
             continue;
           contests.push_back(write_contest(stage, place, entries, bytes, synchronize));

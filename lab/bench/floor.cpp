@@ -17,7 +17,7 @@ using bare::File;
 using bare::Text;
 using bench::Listed;
 
-/// Where a line of the key belongs in a text that is in order: between two lines, found by halves.
+/// Binary search. @return the position in the sorted text where a line of the key is inserted.
 std::size_t place_for(std::string_view text, std::string_view key) {
   std::size_t low = 0;
   std::size_t high = text.size();
@@ -34,7 +34,7 @@ std::size_t place_for(std::string_view text, std::string_view key) {
   return std::min(low, text.size());
 }
 
-/// The file of a new entry, and its line in the text.
+/// Creates the file of a new entry and inserts its line into the text. @return the file name.
 std::string add_entry(const std::string& folder, const std::string& logical, long timestamp,
                       std::string& text, std::size_t& base) {
   const std::string key = bench::key_of(logical, timestamp);
@@ -45,7 +45,7 @@ std::string add_entry(const std::string& folder, const std::string& logical, lon
   return name;
 }
 
-/// Takes the line of a key out of the text. @return the path of its file.
+/// Removes the line of a key from the text. @return the path of its file.
 std::string cut_line(const std::string& folder, const std::string& key, std::string& text,
                      std::size_t& base) {
   base = line_of(text, key);
@@ -58,7 +58,7 @@ std::string cut_line(const std::string& folder, const std::string& key, std::str
 
 // ---- lists --------------------------------------------------------------------------------------
 
-/// A name on its way into a list.
+/// An element of a list; head is the sort key.
 struct Name {
   std::uint64_t head = 0;
   std::string_view stored;
@@ -85,7 +85,7 @@ std::vector<Name> names_of(const Index& index, std::string_view extensions) {
   return names;
 }
 
-/// By their physical names: the numbers of this tree have eight digits, so their heads are all.
+/// Sorts by physical name. The names of this tree have eight digits, so the head is the whole name.
 void sort(std::vector<Name>& names) {
   std::sort(names.begin(), names.end(),
             [](const Name& one, const Name& other) { return one.head < other.head; });
@@ -116,7 +116,7 @@ bool last_version(const std::string& folder, const std::string& logical, long& t
   const Index index(folder);
   const std::string_view text = index.text.view();
   if (adoption == Adoption::kOn) {
-    // Which files no line names is known when every line has been judged.
+    // To find orphans, all lines must be checked.
     judge_for_save(text, Listed(folder));
   }
   const std::string wanted = "\n" + logical + "_";
@@ -211,7 +211,7 @@ void rename(const std::string& folder, const std::string& old_logical, long old_
 void update(const std::string& folder) {
   Index index(folder);
   judge_for_save(index.text.view(), Listed(folder));
-  // The text is as it was: nothing is written.
+  // The text is unchanged, so nothing is written.
   const File file = lock_for_save(index);
 }
 bool has_categories(const std::string& folder, Adoption adoption) {

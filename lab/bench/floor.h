@@ -9,21 +9,24 @@
 #include "lab/bench/bare.h"
 
 /// @file
-/// The floors: for each operation what no way of doing it can leave out, and nothing twice, as bare
-/// system calls and loops over the text.
+/// The floors: for each operation the work that no implementation can omit, each step once, as bare
+/// system calls and loops over the text. That work is:
 ///
-/// What cannot be left out: the existence tests of the stated steps; "index.dat" opened, locked,
-/// asked for its size, read and closed; one listing of the folder where all lines are judged, with
-/// a flat table of its names; for a question about one name a search of the text, and that name's
-/// file; the lock taken exclusively and the text read again before it is changed; a save that
-/// neither a kill nor a power failure at any moment can harm (what changed is written and flushed
-/// behind the old text, then in place, with the lines at page edges taken out before and put in
-/// after, and flushed; the file is cut). The counter and the file of a new document are flushed,
-/// too. Maps are built where a map is the result, and nowhere else; their names are sorted first,
-/// since that is quicker than to search the tree for each.
+/// - the required checks whether files and folders exist;
+/// - "index.dat": open, lock, read the size, read the text, close;
+/// - to check all lines: one listing of the folder and a flat table of its names;
+/// - to look up one name: a search of the text and a check of the file;
+/// - before a change: an exclusive lock and a second read of the text;
+/// - a save that is safe against a kill and a power failure at any moment: write and flush the
+///   change after the old text, overwrite the "/" of old lines at page edges by blanks, write the
+///   new text in place, write the "/" of its lines at page edges last, flush, truncate;
+/// - a flush of the counter and of the file of a new document.
+///
+/// A map is built only where it is the result. Its names are sorted before, because that is faster
+/// than a search of the tree for each name.
 namespace floor_of {
 
-/// Whether files that no line names are looked for.
+/// Whether orphans are searched.
 enum class Adoption { kOff, kOn };
 
 bool exists(const std::string& folder, const std::string& logical, long timestamp,
@@ -31,12 +34,11 @@ bool exists(const std::string& folder, const std::string& logical, long timestam
 bool last_version(const std::string& folder, const std::string& logical, long& timestamp,
                   Adoption adoption);
 
-/// Which way a list leads.
 enum class List { kByPhysicalName, kByLogicalName };
-/// @param extensions those that are listed, one behind the other, or "" for all.
+/// @param extensions the listed extensions, concatenated, or "" for all.
 void list(const std::string& folder, bare::NameMap& out, std::string_view extensions, List way);
 
-/// The logical and the physical names of all entries, in the order of the physical ones.
+/// The logical and the physical names of all entries, in the order of the physical names.
 void file_list(const std::string& folder, std::vector<std::string>& logical,
                std::vector<std::string>& physical);
 
@@ -46,27 +48,26 @@ void rename(const std::string& folder, const std::string& old_logical, long old_
             const std::string& new_logical, long new_timestamp);
 void update(const std::string& folder);
 
-/// What follows the removal of a document: whether the folder has category files, by a look of its
-/// own at the index.
+/// The step after the removal of a document: reads the index again. @return whether the folder has
+/// category files.
 bool has_categories(const std::string& folder, Adoption adoption);
 
-/// Ages in seconds, the greatest first, with what has that age.
+/// Ages in seconds, the greatest first, each with its entry.
 using Ages = std::multimap<unsigned long, std::string, std::greater<unsigned long>>;
-/// Asks for the age of each entry's file, and removes nothing.
+/// Reads the age of each entry's file and removes nothing.
 void clean_nothing(const std::string& folder, Ages& kept);
-/// Removes every entry, whatever its age.
 void clean_everything(const std::string& folder);
 
-/// Makes the index of a folder that has none: each of its files becomes an entry.
+/// Creates the index of a folder without one: adopts each of its files.
 void adopt(const std::string& folder);
 
-/// Gives the mails of a folder that bear escaped names their unescaped ones, with their lines of
-/// the read list. There is no other adopted file.
+/// Migrates a mail folder: replaces the escaped names of its files, and of the lines in its read
+/// list, by the unescaped names. All files of the folder have escaped names.
 void migrate(const std::string& folder);
 
-/// Opens, locks, reads by its size and closes.
+/// Opens, locks, reads and closes.
 void read_document(const std::string& path, std::string& out);
-/// Opens, locks, cuts, writes, flushes and closes.
+/// Opens, locks, truncates, writes, flushes and closes.
 void write_document(const std::string& path, std::string_view bytes);
 
 }  // namespace floor_of

@@ -10,7 +10,7 @@
 #include "lab/bench/floor_index.h"
 #include "lab/bench/folder.h"
 
-// The floors of what goes through a whole folder: cleaning, adoption, migration.
+// The floors of operations on all files of a folder: cleaning, adoption, migration.
 
 namespace floor_of {
 
@@ -32,12 +32,12 @@ void clean_nothing(const std::string& folder, Ages& kept) {
           path.resize(base);
           path.append(stored).append(extension);
           const auto time = static_cast<unsigned long>(bare::modify_time(path));
-          // The key ends behind the logical name's stamp.
+          // The key includes the timestamp after the logical name.
           std::string key = folder + "/";
           key.append(logical.data(), logical.size() + kStamp);
           kept.emplace(now - time, std::move(key));
         });
-  // Each name is that of an entry, so nothing is swept.
+  // Each file has an entry, so there is no orphan to remove.
   if (kept.size() + 2 != files.size()) bare::broken("lines and files differ in", folder);
 }
 
@@ -58,7 +58,7 @@ void clean_everything(const std::string& folder) {
     if (removed + 2 != files.size()) bare::broken("lines and files differ in", folder);
   }
   const File file = lock_for_save(index);
-  // What is dropped is judged again under the lock: all are gone.
+  // Before the save drops the lines, it checks again under the lock that their files are missing.
   const Listed left(folder);
   judge(text, left, [&](std::string_view, std::string_view, std::string_view) {
     bare::broken("a file is back in", folder);
@@ -78,11 +78,11 @@ void adopt(const std::string& folder) {
   for (const std::string_view name : names) {
     path.resize(base);
     path.append(name);
-    // Required: renamed also when no letter of the extension changes.
+    // Required: the file is renamed even if the letters of its extension do not change.
     bare::rename(path, path);
     bare::make_writable(path);
   }
-  // The names are as long as each other, so their keys have the same order.
+  // All names have the same length, so their keys have the same order.
   std::sort(names.begin(), names.end());
   const std::string stamp = bench::key_of("", 0);
   std::string text;
@@ -100,7 +100,7 @@ constexpr const char* kMarker = "k1mailboxcompliant";
 
 int digit(char c) { return c < 'A' ? c - '0' : (c & ~0x20) - 'A' + 10; }
 
-/// Up to the extension.
+/// Unescapes a name except its extension.
 std::string unescaped(std::string_view name) {
   const std::size_t dot = name.rfind('.');
   std::string result;
@@ -115,7 +115,7 @@ std::string unescaped(std::string_view name) {
   return result.append(name.substr(dot));
 }
 
-/// A line of the read list, its first two fields and the rest.
+/// A line of the read list: its first two fields and the rest.
 struct Read {
   std::string_view first;
   std::string second;
@@ -123,7 +123,8 @@ struct Read {
 };
 using ReadList = std::unordered_map<std::string, Read>;
 
-/// The lines by the names of their documents; `names` has the order of the text.
+/// @param[out] names the names of the documents in the order of the text.
+/// @return the lines by the names of their documents.
 ReadList read_list_of(std::string_view text, std::vector<std::string>& names) {
   ReadList result;
   for (std::size_t start = 0; start < text.size();) {

@@ -19,7 +19,7 @@ using bench::Listed;
 constexpr std::size_t kPage = 4096;
 constexpr std::size_t kSector = 512;
 
-/// The separators of the lines at the page edges of a text that lies at @p offset.
+/// @return the separators of the lines at page edges, for a text at position @p offset of a file.
 std::vector<std::size_t> separators_at_edges(std::string_view text, std::size_t offset) {
   std::vector<std::size_t> result;
   for (std::size_t edge = (offset / kPage + 1) * kPage; edge < offset + text.size();
@@ -90,7 +90,7 @@ Index::Index(const std::string& path) : folder(path) {
 void judge_for_save(std::string_view text, const Listed& files) {
   std::size_t valid = 0;
   judge(text, files, [&](std::string_view, std::string_view, std::string_view) { ++valid; });
-  // "index.dat" and its counter are no documents.
+  // The two other files are "index.dat" and the counter.
   if (valid + 2 != files.size()) bare::broken("lines and files differ in", "the benchmark's tree");
 }
 

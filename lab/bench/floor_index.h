@@ -9,7 +9,7 @@
 #include "lab/bench/listed.h"
 
 /// @file
-/// What the floors are put together from: the text of an index, its load and its save.
+/// Parts of the floors: the text of an index, its load and its save.
 namespace floor_of {
 
 inline constexpr auto kNone = std::string_view::npos;
@@ -19,16 +19,16 @@ inline constexpr std::size_t kStamp = 11;
 
 std::string_view extension_of(std::string_view name);
 std::size_t find(std::string_view text, std::string_view wanted, std::size_t from = 0);
-/// Where the line of a key begins, or kNone.
+/// The position of the line of a key, or kNone.
 std::size_t line_of(std::string_view text, const std::string& key);
 std::size_t end_of_line(std::string_view text, std::size_t from);
 std::string_view stored_at(std::string_view text, std::size_t line, const std::string& key);
-/// A file of the counter's numbers bears the name's extension.
+/// The file name of an entry: its number and the extension of the logical name.
 std::string file_of(std::string_view stored, std::string_view logical);
 
 // ---- an index ----------------------------------------------------------------------------------
 
-/// A loaded index: the open handle keeps its lock.
+/// A loaded index. The open handle keeps its lock.
 struct Index {
   explicit Index(const std::string& path);
 
@@ -37,7 +37,7 @@ struct Index {
   bare::Text text;
 };
 
-/// Calls visit(logical, stored, extension) for each line whose file is there.
+/// Calls visit(logical, stored, extension) for each valid entry.
 template <class Visit>
 void judge(std::string_view text, const bench::Listed& files, Visit visit) {
   for (std::size_t start = 0; start < text.size();) {
@@ -52,23 +52,23 @@ void judge(std::string_view text, const bench::Listed& files, Visit visit) {
   }
 }
 
-/// The lines of a text that is going to be saved all count, which ends the program otherwise.
+/// Checks that all entries are valid and no file is an orphan; ends the program otherwise.
 void judge_for_save(std::string_view text, const bench::Listed& files);
 
 // ---- a change ----------------------------------------------------------------------------------
 
-/// Gives the shared lock back, and takes the exclusive one: the text must be the same still.
+/// Releases the shared lock and takes the exclusive lock. Ends the program if the text has changed.
 bare::File lock_for_save(Index& index);
-/// Replaces the old text by @p text; they are the same up to @p base.
+/// Replaces the old text by @p text. Both are equal up to @p base.
 void replace(const bare::File& file, std::string_view old_text, const std::string& text,
              std::size_t base);
 std::string next_number(const std::string& folder);
-/// Makes the empty file of a new document. @return its name.
+/// Creates the empty file of a new document. @return its name.
 std::string make_file(const std::string& folder, const std::string& stored,
                       const std::string& logical);
-/// Copies one file of a folder onto another one, and has the copy on the device.
+/// Copies one file of a folder onto another one and flushes the copy.
 void copy_for_good(const std::string& folder, const std::string& from, const std::string& to);
-/// Makes it writable, removes it, and asks whether it is gone.
+/// Makes the file writable, removes it, and checks that it no longer exists.
 void remove_file(const std::string& path);
 
 }  // namespace floor_of

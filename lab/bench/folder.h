@@ -7,14 +7,14 @@
 
 namespace bench {
 
-/// A storage folder made without the library, in its layout: "index.dat", the counter "index" and
-/// an empty file for each entry.
+/// A storage folder in the library's layout, created without the library: "index.dat", the counter
+/// "index" and an empty file for each entry.
 ///
-/// The entries are one version each of names as "Report 000042.kdb". The numbers of their files lie
-/// in no order, as those of documents that arrived in no order of their names.
+/// Each entry is the only version of a name such as "Report 000042.kdb". The order of the names is
+/// not the order of the file numbers.
 class Folder {
  public:
-  /// Makes the folder with everything in it; what was there of an earlier run goes.
+  /// Creates the folder with its files; removes a folder of an earlier run first.
   Folder(std::string path, std::size_t entries, std::string extension = ".kdb");
   ~Folder();
   Folder(const Folder&) = delete;
@@ -26,15 +26,15 @@ class Folder {
 
   std::string logical(std::size_t entry) const;
   long timestamp(std::size_t entry) const;
-  /// The name of the entry's file, extension included.
+  /// The file name of the entry, with extension.
   std::string file(std::size_t entry) const;
   /// The name of the file that the next new document gets.
   std::string next_file() const;
   /// The text of "index.dat".
   const std::string& text() const { return m_text; }
 
-  /// Puts the counter and "index.dat" back as they were, on the device; the files @p made go, and
-  /// the files @p lost are there again, empty.
+  /// Restores and flushes the counter and "index.dat". Removes the files @p made, and creates the
+  /// files @p lost again, empty.
   void restore(const std::vector<std::string>& made,
                const std::vector<std::string>& lost = {}) const;
 
@@ -48,14 +48,13 @@ class Folder {
   std::string m_text;
 };
 
-/// Ten digits behind an underscore.
 std::string key_of(std::string_view logical, long timestamp);
-/// Eight or more digits.
+/// The physical name of a number: at least eight digits.
 std::string stored_name(std::size_t number);
-/// Replaces a file, on the device.
+/// Replaces a file and flushes it.
 void put_file(const std::string& path, std::string_view bytes);
 
-/// Entries in an order that looks arbitrary but is the same in each run.
+/// Chooses entries in a pseudo-random order that is the same in each run.
 class Choice {
  public:
   explicit Choice(std::size_t entries) : m_entries(entries) {}

@@ -1,11 +1,11 @@
-// Time per operation against the number of documents: storage_growth FOLDER DATA
+// Measures the time per operation for growing numbers of documents: storage_growth FOLDER DATA
 //
-// Grows two trees below FOLDER, in the library's own layout: documents of one owner over the hash
-// buckets, 1,000 to 1,000,000, and a mail folder of 100 to 100,000. Files are made empty,
-// "index.dat" and the counters are written directly. At each size a sample is checked by the
-// library (the document is found under its file's name, the list has as many entries as the folder)
-// and each operation is timed: the best of several calls, since a long one is easily interrupted,
-// in milliseconds. DATA gets one block of lines for each tree and operation, for growth.gp:
+// Two trees grow below FOLDER, in the library's layout: 1,000 to 1,000,000 documents of one owner
+// in the hash buckets, and a mail folder of 100 to 100,000 documents. The program creates empty
+// files and writes "index.dat" and the counters directly. At each size it checks a sample with the
+// library: the document is found under its file name, and the list has the right length. It times
+// each operation in milliseconds and takes the best of several calls, because other work can
+// interrupt a call. DATA gets a block of lines for each tree and operation, for growth.gp:
 //
 //   documents  milliseconds
 //
@@ -53,7 +53,7 @@ std::string logical_name(std::size_t document) {
   return text;
 }
 
-/// One owner's documents in one area, made without the library.
+/// Documents of one owner in one area, created without the library.
 class Tree {
  public:
   Tree(std::string name, STG::RepositoryType type, long timestamp)
@@ -64,7 +64,7 @@ class Tree {
   long timestamp() const { return m_timestamp; }
   std::size_t documents() const { return m_documents; }
 
-  /// The folder that a document belongs to, as the library computes it.
+  /// The folder of a document, as the library computes it.
   std::string folder_of(const std::string& logical) const {
     std::string folder;
     vu_storage::createUserOrDomainNameDirectory(kOwner, logical, m_type, folder, true);
@@ -72,7 +72,7 @@ class Tree {
     return folder;
   }
 
-  /// Adds documents until there are so many, and writes the indexes.
+  /// Adds documents up to this number, and writes the indexes.
   void grow_to(std::size_t documents) {
     for (; m_documents < documents; ++m_documents) {
       const std::string logical = logical_name(m_documents);
@@ -104,7 +104,7 @@ class Tree {
   std::map<std::string, Entries> m_folders;
 };
 
-/// Seconds.
+/// @return seconds.
 double time_of(const std::function<void()>& work) {
   const Clock::time_point start = Clock::now();
   work();
@@ -117,7 +117,7 @@ void expect(bool holds, const char* what) {
 
 using Times = std::map<std::string, std::vector<double>>;
 
-/// Every operation once, on an arbitrary document; checks what the library says.
+/// Times each operation once on a document and checks the results.
 void measure_once(const Tree& tree, std::size_t document, Times& times) {
   const std::string logical = logical_name(document);
   const std::string folder = tree.folder_of(logical);
@@ -150,7 +150,7 @@ void measure_once(const Tree& tree, std::size_t document, Times& times) {
     storage.Close(file);
   };
   timed("replace", [&] { write(logical); });
-  // A new name of the same folder.
+  // Finds a new name that belongs in the same folder.
   std::string added;
   for (int i = 0; added.empty() || tree.folder_of(added) != folder; ++i)
     added = "New " + std::to_string(i) + " " + logical;
@@ -168,7 +168,7 @@ void measure(Tree& tree, const std::vector<std::size_t>& sizes, std::ostream& da
   std::map<std::string, std::vector<std::pair<std::size_t, double>>> lines;
   for (const std::size_t size : sizes) {
     tree.grow_to(size);
-    // What was written for the tree is not the operations' to flush.
+    // Otherwise the timed operations would also flush the new files of the tree.
     ::sync();
     bench::Choice choice(size);
     Times times;

@@ -1,4 +1,4 @@
-# Plots what storage_growth measured: gnuplot -e "data='...'; plot_file='...'" lab/bench/growth.gp
+# Plots the results of storage_growth: gnuplot -e "data='...'; plot_file='...'" lab/bench/growth.gp
 set terminal svg size 1000,520 font "sans-serif,12" background rgb "white"
 set output plot_file
 set logscale xy

@@ -11,7 +11,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Keeps the time per job of every repetition.
+/// Collects the time per job of each repetition.
 class Collector : public benchmark::BenchmarkReporter {
  public:
   bool ReportContext(const Context&) override { return true; }
@@ -110,7 +110,7 @@ void enter(Who who, const Job& job, const Effort& effort) {
 Outcome run(const Contest& contest, const Effort& effort) {
   const Jobs jobs = contest.prepare();
   for (const auto& [who, job] : jobs) {
-    // Warm: the caches of the system, the library's tables, statements.
+    // The first run warms up the caches of the system and the prepared statements.
     if (who != Who::kLiteral && job.supply == 0) {
       job.run();
       if (job.restore) job.restore();

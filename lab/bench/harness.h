@@ -8,7 +8,7 @@
 #include <vector>
 
 /// @file
-/// Contests: the same job done by several contenders, their repetitions interleaved in one run.
+/// Contests: several contenders do the same job; their repetitions are interleaved in one run.
 namespace bench {
 
 enum class Who {
@@ -26,19 +26,18 @@ inline constexpr Who kEverybody[] = {Who::kLibrary,        Who::kFloor,
                                      Who::kLmdbKeptOpen};
 const char* name(Who who);
 
-/// One contender's way of doing the job.
 struct Job {
   std::function<void()> run;
-  /// Makes everything be as before the job; not timed. None for a job that changes nothing.
+  /// Undoes the job; not timed. Empty for a job that changes nothing.
   std::function<void()> restore;
-  /// How often it can be done where nothing puts things back; 0 for any number.
+  /// How often the job can run without being undone; 0: any number of times.
   std::size_t supply = 0;
 };
 
-/// What a contest needs for as long as it lasts is owned by the functions.
+/// The functions own everything that they need during a contest.
 using Jobs = std::map<Who, Job>;
 
-/// What the library has to reach against somebody.
+/// The result that the library must reach compared with another contender.
 struct Requirement {
   enum class Kind { kAtMostTimes, kAtLeastTimesFaster };
   Kind kind;
@@ -55,7 +54,7 @@ inline Requirement at_least_faster(double factor, Who against) {
 struct Contest {
   std::string workload;
   std::string place;        ///< "disk" or "memory"
-  std::string size;         ///< what varies, with its unit
+  std::string size;         ///< the varied size, with its unit
   std::size_t entries = 0;  ///< in the folder
   std::vector<Requirement> requirements;
   std::function<Jobs()> prepare;
@@ -69,7 +68,7 @@ struct Outcome {
   bool has(Who who) const { return seconds.contains(who); }
   double median(Who who) const;
   double minimum(Who who) const;
-  /// The library's median against somebody's.
+  /// The library's median divided by that of @p who.
   double ratio(Who who) const { return median(Who::kLibrary) / median(who); }
   bool meets(const Requirement& requirement) const;
 };
@@ -78,7 +77,7 @@ struct Effort {
   double seconds_per_repetition = 0.04;
   int repetitions = 7;
   int repetitions_of_literal =
-      3;  ///< it is slow where there is much to do, and judged with room to spare
+      3;  ///< fewer: it is slow, and the requirements against it have a wide margin
 };
 
 /// Runs one contest: the repetitions of all contenders in a random order.

@@ -15,13 +15,12 @@ using literal::Synchronize;
 constexpr auto kJournal = SqliteIndex::Journal::kRollback;
 constexpr long kNewTimestamp = 5;
 
-/// A name that sorts into the middle of the folder's.
+/// A new name in the middle of the sorted names of the folder.
 std::string new_name(const Folder& folder) {
   std::string result = folder.logical(folder.entries() / 2);
   return result.insert(result.rfind('.'), " new");
 }
 
-/// The entry that is changed.
 std::size_t changed_entry(const Folder& folder) { return folder.entries() / 2; }
 
 struct Change {
@@ -112,7 +111,7 @@ Jobs remove_jobs(Stage& stage, Place place, std::size_t entries) {
     index.erase(logical, timestamp);
     bare::remove_file(path + "/" + file);
   };
-  // A number of its own each time: it is the entry that matters.
+  // The entry gets a new number each time, which does not matter here.
   const auto back = [&folder, logical, timestamp, file](auto& index) {
     std::string stored;
     if (!index.find(logical, timestamp, stored)) index.insert(logical, timestamp);
@@ -188,7 +187,7 @@ std::vector<Contest> index_changes(Stage& stage) {
   std::vector<Contest> contests;
   for (const std::size_t entries : kSizes) {
     for (const Place place : {Place::kDisk, Place::kMemory}) {
-      // The device makes no difference beside so much work.
+      // With so many entries the device makes no difference.
       if (place == Place::kMemory && entries == 100000) continue;
       for (const Synchronize synchronize : {Synchronize::kOff, Synchronize::kOn}) {
         const bool on = synchronize == Synchronize::kOn;

@@ -19,7 +19,7 @@ void set_switch(Synchronize synchronize) {
   STGIndex::setSynchronizeMode(synchronize == Synchronize::kOn);
 }
 
-/// Which entry is asked for next.
+/// Chooses the next entry to look up.
 using Next = std::shared_ptr<Choice>;
 
 Next choice(const Folder& folder) { return std::make_shared<Choice>(folder.entries()); }
@@ -32,7 +32,7 @@ void expect(bool answer, bool expected, const Folder& folder) {
 
 enum class Sought { kHit, kMiss };
 
-/// Asks about the next entry by @p ask(logical, timestamp), which answers whether it is there.
+/// A job that looks up the next entry. @p ask(logical, timestamp) returns whether it exists.
 template <class Ask>
 Job question(const Folder& folder, Sought sought, Ask ask) {
   return {[&folder, sought, ask, next = choice(folder)] {
@@ -44,7 +44,7 @@ Job question(const Folder& folder, Sought sought, Ask ask) {
           {}};
 }
 
-/// A database answers whether there is such an entry; its file is looked for as well.
+/// Looks up an entry in a database and checks that its file exists.
 template <class Index>
 bool ask_database(Index& index, const Folder& folder, const std::string& logical, long timestamp) {
   std::string stored;
@@ -173,7 +173,7 @@ Jobs list_jobs(Stage& stage, std::size_t entries, const List& library, const cha
   const std::string lmdb = stage.lmdb(kPlace, entries, Purpose::kAsked);
   SqliteIndex& open_sqlite = stage.open_sqlite(kPlace, entries, Purpose::kAsked);
   LmdbIndex& open_lmdb = stage.open_lmdb(kPlace, entries, Purpose::kAsked);
-  // The files of the folder are listed, as everybody has to, to tell which entries count.
+  // Includes a listing of the folder: every contender must check which entries are valid.
   const auto by_database = [path](auto& index) {
     bare::NameMap out;
     bare::list(path);

@@ -24,7 +24,6 @@ std::string key_text() {
   return text;
 }
 
-/// One pass for the ends of the lines, and the pairs.
 std::size_t read_pairs(const std::string& path) {
   const bare::Text text = bare::read_locked(path);
   std::vector<std::pair<std::string, std::string>> pairs;

@@ -15,7 +15,7 @@ namespace bench {
 namespace {
 
 constexpr std::size_t kBuffer = std::size_t{1} << 16U;
-/// A name behind its inode, its offset, the length of its record and its kind.
+/// The position of the name in a record, after inode, offset, record length and type.
 constexpr std::size_t kNameAt = offsetof(dirent64, d_name);
 
 /// Multiplies and folds eight bytes at a time.

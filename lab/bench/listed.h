@@ -8,17 +8,17 @@
 
 namespace bench {
 
-/// The names of a folder as the system gives them, and a flat table to find them in: the least that
-/// judging the lines of an index by one listing takes.
+/// The names of a folder in a flat hash table: the least work to check all lines of an index with
+/// one listing.
 class Listed {
  public:
-  /// Lists the folder; "." and ".." are left out.
+  /// Lists the folder without "." and "..".
   explicit Listed(const std::string& folder);
 
   std::size_t size() const { return m_size; }
-  /// Whether the folder has a file @p stored + @p extension.
+  /// Whether the folder contains the file @p stored + @p extension.
   bool contains(std::string_view stored, std::string_view extension) const;
-  /// All of them, in no order.
+  /// All names, unsorted.
   std::vector<std::string_view> names() const;
 
  private:
@@ -29,7 +29,7 @@ class Listed {
   };
   void enter(const char* name, std::size_t size);
 
-  std::vector<char> m_records;  ///< as the system wrote them
+  std::vector<char> m_records;  ///< the records of getdents64()
   std::size_t m_size = 0;
   std::vector<Name> m_slots;
 };

@@ -61,7 +61,6 @@ void parse(const std::string& folder, const std::string& text, NameMap& lp, Name
   }
 }
 
-/// The index for the span of one operation.
 class Index {
  public:
   Index(const std::string& folder, Synchronize synchronize)
@@ -76,7 +75,7 @@ class Index {
     if (synchronize == Synchronize::kOn) adopt_unknown_files();
   }
 
-  /// What the end of the operation does.
+  /// Ends the operation: saves the index if it was changed.
   void finish() {
     m_file.close();
     if (!m_changed) return;

@@ -5,10 +5,10 @@
 #include <string_view>
 
 /// @file
-/// The literal way, a yardstick and nothing else: every step of an index operation as one would
-/// write it down first. Each line of "index.dat" is tried by asking the system for its file, again
-/// whenever the text is read or written; each name of the folder is asked whether it is a folder.
-/// It uses the library's own file operations, so it is the same program on every system.
+/// The literal implementation, only for comparison: each step of an index operation in its simplest
+/// form. It asks the system for the file of each line of "index.dat", at every read and every write
+/// of the text. For each name of the folder it checks whether that is a folder. It uses the file
+/// operations of the library, so it is the same on every system.
 namespace literal {
 
 using NameMap = std::map<std::string, std::string>;
@@ -26,8 +26,8 @@ void rename(const std::string& folder, const std::string& old_logical, long old_
 void update(const std::string& folder, Synchronize synchronize);
 bool last_version(const std::string& folder, const std::string& logical, long& timestamp,
                   Synchronize synchronize);
-/// Physical file name -> logical name of the entries whose extension is one of @p extensions (all
-/// when empty).
+/// Fills @p out: physical name -> logical name of the entries with one of the extensions (all when
+/// empty).
 void pl_values(const std::string& folder, NameMap& out, std::string_view extensions,
                Synchronize synchronize);
 

@@ -1,16 +1,16 @@
-// One operation on a folder of so many entries: storage_operations OPERATION ENTRIES FOLDER
+// Runs one operation on a folder with ENTRIES entries: storage_operations OPERATION ENTRIES FOLDER
 //
-// For tools that watch a program: scripts/bench-instructions.sh counts the instructions of
-// measured() under callgrind, strace shows the system calls between the two calls of getppid().
+// scripts/bench-instructions.sh counts the instructions of measured() under callgrind;
+// strace shows the system calls between the two calls of getppid().
 //
 //   exists   STGIndex::exists of the entry in the middle
-//   load     STGIndex::remove of a name that is not there: loads the index and changes nothing
+//   load     STGIndex::remove of a name that does not exist: loads the index and changes nothing
 //   rewrite  STGIndex::updateIndexFile: loads the index, merges it and writes it back
 //   create   STGIndex::create of a new name in the middle
 //   remove   STGIndex::remove of the entry in the middle
 //   last     STGIndex::lastVersion of the entry in the middle
 //   list     STGIndex::plValues
-//   map      what its result costs by itself: a map of the same names, which come in its order
+//   map      the cost of the result of "list" alone: a map of the same names, inserted in order
 
 #include <unistd.h>
 

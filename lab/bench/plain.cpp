@@ -1,15 +1,14 @@
-// The main workloads beside the literal way, with nothing but the library: storage_bench_plain
-// [--quick] [FOLDER]
+// Compares the library with the literal implementation: storage_bench_plain [--quick] [FOLDER]
 //
-// For systems that have neither of the databases nor a benchmark library (the Windows build under
-// Wine). A folder of 1,000 entries; times are medians of interleaved repetitions, in microseconds
-// per operation:
+// For systems without the databases and the benchmark library (the Windows build under Wine). The
+// folder has 1,000 entries. Times are medians of interleaved repetitions, in microseconds per
+// operation:
 //
 //   exists, hit / miss     STGIndex::exists of an entry, of a name with another timestamp
-//   lastVersion, plValues  a question to the whole index, synchronisation switch on
-//   create, remove         a new entry with its empty file, and away with it; switch on
+//   lastVersion, plValues  operations on the whole index, synchronisation switch on
+//   create, remove         creating and removing an entry with an empty file; switch on
 //
-// The library has to be at least 50 times faster than the literal way.
+// The library must be at least 50 times faster than the literal implementation.
 
 #include <algorithm>
 #include <chrono>
@@ -37,7 +36,7 @@ std::string logical_name(std::size_t entry) {
   return text;
 }
 
-/// Made by the library itself, in an order that is not that of the names.
+/// Fills the folder. The order of the file numbers is not the order of the names.
 void fill(const std::string& folder) {
   constexpr std::size_t kStep = 617;  // prime to the number of entries
   std::string text;
@@ -61,7 +60,7 @@ void fill(const std::string& folder) {
   counter.close();
 }
 
-/// Seconds per call.
+/// @return seconds per call.
 double time_of(const std::function<void()>& work, int times) {
   const Clock::time_point start = Clock::now();
   for (int i = 0; i < times; ++i) work();
@@ -80,7 +79,7 @@ struct Workload {
   std::function<void()> undo;  ///< not timed
 };
 
-/// One row of the table. @return whether the requirement is reached.
+/// Prints one row of the table. @return whether the requirement is met.
 bool compare(const Workload& workload, int repetitions) {
   const int times = workload.undo ? 1 : 20;
   const auto run = [&](const std::function<void()>& work, int count) {

@@ -80,7 +80,7 @@ SqliteIndex& Stage::open_sqlite(Place place, std::size_t entries, Purpose purpos
 LmdbIndex& Stage::open_lmdb(Place place, std::size_t entries, Purpose purpose) {
   std::unique_ptr<LmdbIndex>& index = m_lmdb[{{place, entries}, purpose}];
   if (!index) {
-    // Not the file that others open per operation: a process may have it open once only.
+    // A separate file, because a process may open an LMDB file only once at a time.
     const std::string path = database(place, entries, purpose, "lmdb-kept");
     index = std::make_unique<LmdbIndex>(path);
     index->fill(entries_of(folder(place, entries)));

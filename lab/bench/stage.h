@@ -17,14 +17,14 @@ namespace bench {
 enum class Place { kDisk, kMemory };
 const char* name(Place place);
 
-/// Databases that are only asked keep what they were filled with.
+/// Databases for lookups are separate from those that workloads change.
 enum class Purpose { kAsked, kChanged };
 
-/// What the workloads work on: folders and databases of so many entries in either place, made when
-/// first asked for.
+/// The folders and databases of the workloads, by place and number of entries. Each is created at
+/// its first use.
 class Stage {
  public:
-  /// @p disk and @p memory are folders for the trees; what is made below them goes in the end.
+  /// @p disk and @p memory are folders for the trees; the destructor removes their new content.
   /// @p largest is the largest number of entries of a folder.
   Stage(std::string disk, std::string memory, std::size_t largest);
   ~Stage();
@@ -32,7 +32,7 @@ class Stage {
   Stage& operator=(const Stage&) = delete;
 
   std::size_t largest() const { return m_largest; }
-  /// A folder below the place for one workload's own files.
+  /// A folder for the files of one workload.
   std::string room(Place place, const std::string& name);
   Folder& folder(Place place, std::size_t entries);
   /// Paths of databases with the entries of folder().
@@ -56,7 +56,7 @@ class Stage {
 
 inline constexpr std::size_t kSizes[] = {100, 1000, 10000, 100000};
 
-// Each file of workloads gives its contests, the small ones first.
+// The contests of each source file, the small ones first.
 std::vector<Contest> index_questions(Stage& stage);
 std::vector<Contest> index_changes(Stage& stage);
 std::vector<Contest> arrivals(Stage& stage);

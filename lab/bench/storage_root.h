@@ -6,16 +6,16 @@
 
 namespace bench {
 
-/// The storage of this process: its root is initialised once.
+/// The storage of this process, which is initialised once.
 class StorageRoot {
  public:
   static const StorageRoot& of(Stage& stage);
 
   /// The folder of an area.
   std::string area(const std::string& name) const { return m_path + "/storage/" + name; }
-  /// The hash bucket that a corporate document of an owner belongs to.
+  /// The hash bucket of a corporate document.
   std::string bucket(const std::string& owner, const std::string& logical) const;
-  /// An owner whose mail folder is @p folder, through a link.
+  /// Makes @p folder the mail folder of @p owner through a symbolic link. @return the owner.
   std::string mailbox(const std::string& folder, const std::string& owner) const;
 
  private:

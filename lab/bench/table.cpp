@@ -26,7 +26,7 @@ std::string describe(const Requirement& requirement) {
   return "at most " + number(requirement.factor) + " x " + name(requirement.against);
 }
 
-/// The times per entry of a workload, at both ends of a flatness.
+/// The times per entry of a workload at the smallest and the largest size of a Flatness.
 struct Ends {
   double from = 0;
   double to = 0;

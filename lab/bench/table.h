@@ -8,7 +8,7 @@
 
 namespace bench {
 
-/// What one run was made on, for the head of the table.
+/// The machine of a run, for the head of the table.
 struct Machine {
   unsigned cores = 0;
   std::string processor;
@@ -17,7 +17,7 @@ struct Machine {
   std::string memory;  ///< file system
 };
 
-/// Rows whose time per entry must not grow with their number, beyond @p factor.
+/// A workload whose time per entry may grow at most by @p factor with the number of entries.
 struct Flatness {
   std::string workload;
   std::string place;
@@ -26,13 +26,12 @@ struct Flatness {
   double factor;
 };
 
-/// A Markdown table: medians in microseconds, ratios, what was required and whether it was reached.
+/// Writes a Markdown table: medians in microseconds, ratios, requirements and whether they are met.
 void write_markdown(std::ostream& out, const Machine& machine, const std::vector<Outcome>& outcomes,
                     const std::vector<Flatness>& flat);
-/// Everything, every repetition included.
+/// Writes all results, with each repetition.
 void write_json(std::ostream& out, const Machine& machine, const std::vector<Outcome>& outcomes,
                 const std::vector<Flatness>& flat);
-/// How many requirements were not reached.
 std::size_t count_missed(const std::vector<Outcome>& outcomes, const std::vector<Flatness>& flat);
 
 }  // namespace bench

@@ -1,13 +1,12 @@
 #!/usr/bin/env bash
-# How long `stgctl index snapshot` takes over a tree in which nothing has changed since the last one, beside
-# cat(1) over the same indexes in the same run.
+# Measures `stgctl index snapshot` over a tree without changes since the last snapshot, and compares it with cat(1)
+# over the same indexes in the same run.
 #
 #   lab/bench/client/snapshot.sh STGCTL FOLDER
 #
-# FOLDER holds the tree, "storage"; lab/bench/client/tree.sh makes a large one. Runs both ROUNDS times (5) in turn
-# and prints the median of each in milliseconds, of the elapsed and of the processor time, and their ratio.
-# Everything is in the system's cache by then. The snapshot has its file written to the device, as ever; cat
-# is handed the list of the indexes, while the snapshot finds them by itself.
+# FOLDER contains the tree "storage"; lab/bench/client/tree.sh creates a large one. Runs both ROUNDS times (5) in turn
+# and prints the medians of elapsed time and CPU time in milliseconds, and their ratio. All files are in the system's
+# cache. The snapshot searches the indexes itself and flushes its file; cat gets the list of the indexes.
 set -euo pipefail
 
 stgctl=$(realpath "$1")
@@ -25,7 +24,7 @@ save() { "$stgctl" --storage "$tree" index snapshot --names "$names"; }
 declare -A times cpu
 TIMEFORMAT='%R %U %S'
 
-# Adds the elapsed and the processor time of one run, in milliseconds.
+# Adds the elapsed time and the CPU time of one run, in milliseconds.
 run() {
   local name=$1 spent real user system
   shift

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# How long stgctl takes over a large tree, beside find(1) over the same tree in the same run.
+# Measures stgctl over a large tree, and compares it with find(1) over the same tree in the same run.
 #
 #   lab/bench/client/tree.sh STGCTL [ENTRIES [FOLDER]]
 #
-# Makes a tree of so many entries (1,000,000) below FOLDER (a temporary one) unless it is there, then runs
-# every pair ROUNDS times (5) in turn, output thrown away, and prints the median of each in milliseconds, of the elapsed and of the processor time:
+# Creates a tree of ENTRIES entries (1,000,000) below FOLDER (a temporary folder) unless it exists. Then runs each
+# command ROUNDS times (5) in turn and discards the output. Prints the medians of elapsed time and CPU time in
+# milliseconds:
 #
 #   find              find DIR
 #   ls                stgctl ls
@@ -12,7 +13,8 @@
 #   find -printf      find DIR -printf '%s %T@\n'
 #   stats             stgctl stats
 #
-# and the peak memory of each stgctl command, and at last snapshot.sh over the same tree. Everything is in the system's cache by then.
+# Prints the peak memory of each stgctl command, and at last runs snapshot.sh over the same tree. All files are in the
+# system's cache.
 set -euo pipefail
 
 stgctl=$(realpath "$1")
@@ -26,10 +28,10 @@ if [ -z "$folder" ]; then
   trap 'rm -rf "$own_folder"' EXIT
 fi
 export LC_ALL=C
-# 20 owners have nearly 500 entries in each of their 101 buckets.
+# With 1,000,000 entries each of the 20 owners has nearly 500 entries in each of 101 buckets.
 owners=20
 
-# Prints the files of the tree and writes its indexes: names ascend, and each lies in its bucket.
+# Prints the files of the tree and writes its indexes. The names ascend; each document is in its hash bucket.
 plan() {
   awk -v owners="$owners" -v entries="$entries" -v root="$folder/storage/docs" '
     BEGIN {
@@ -69,7 +71,7 @@ tree=$folder/storage
 declare -A times cpu
 TIMEFORMAT='%R %U %S'
 
-# Adds the elapsed and the processor time of one run, in milliseconds.
+# Adds the elapsed time and the CPU time of one run, in milliseconds.
 run() {
   local name=$1 spent real user system
   shift
@@ -108,7 +110,7 @@ report "ls" "find"
 report "check --quick" "find"
 report "stats" "find -printf"
 
-# The peak of the resident memory, as the kernel kept it for the process.
+# Prints the peak resident memory of a command, as the kernel reports it.
 peak() {
   python3 - "$@" <<'PYTHON' 2>/dev/null || echo unknown
 import resource, subprocess, sys

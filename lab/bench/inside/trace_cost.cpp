@@ -1,8 +1,8 @@
-// What a trace scope and a record cost when nobody listens: trace_cost scope|record|nothing
+// Costs of a trace scope and of a record without a trace sink: trace_cost scope|record|nothing
 //
-// Calls a small function 1,000 times that has a scope, or a record within a scope, or neither. Run
-// by scripts/bench-instructions.sh under callgrind, which counts the instructions of measured()
-// alone; the differences are the costs. Ends with an error when anything was allocated meanwhile.
+// Calls a small function 1,000 times: with a scope, with a record in a scope, or with neither.
+// scripts/bench-instructions.sh runs it under callgrind, which counts only the instructions of
+// measured(); the differences are the costs. Fails when the calls allocate memory.
 
 #include <cstdio>
 #include <cstdlib>
@@ -19,7 +19,7 @@ constexpr const char* kSource = "trace_cost";
 
 unsigned long g_allocations = 0;
 
-/// Keeps the compiler from dropping or merging what stands around it.
+/// Prevents the compiler from removing or merging the code around it.
 inline void barrier(const std::string& text) { asm volatile("" : : "r"(&text) : "memory"); }
 
 [[gnu::noinline]] void without(const std::string& text) { barrier(text); }
