@@ -28,8 +28,8 @@ if(UNIX AND NOT VU_SANITIZE AND NOT VU_COVERAGE)
   endforeach()
 endif()
 
-# Native test programs have debugging information. Windows test programs have none and no symbol names: they would be
-# most of the file, and Wine would read them at every start.
+# Only native test programs have debugging information. Windows test programs also have no symbol names. Both would be
+# most of the file, and Wine would read them at each start.
 if(CMAKE_CROSSCOMPILING)
   set(vu_test_debug -g0)
   list(APPEND vu_quick_linker -s)

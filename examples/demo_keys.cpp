@@ -153,8 +153,9 @@ void remove_document(Demo& demo) {
                  file + " names both documents");
 
   report.check(vu_storage::RemoveFile(owner, gone, type, 0), "the document is removed");
-  report.check(!storage.IsFileExist(owner, gone, type, 0, nullptr, nullptr), "it is gone");
-  report.check(!gone_path.empty() && !vu_file::exists(gone_path), "its file is gone");
+  report.check(!storage.IsFileExist(owner, gone, type, 0, nullptr, nullptr),
+               "it is no longer found");
+  report.check(!gone_path.empty() && !vu_file::exists(gone_path), "its file is removed");
   for (const std::string& file : files) {
     STG::NameValueSeq back;
     report.check(vu_storage::loadUserOrMasterProfile(owner, file, back) == 0 &&

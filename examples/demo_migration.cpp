@@ -48,7 +48,8 @@ void check_mails(Demo& demo, const std::string& folder) {
                       name_of(version) + " is found under its unescaped name");
     demo.versions.push_back(version);
     if (mail.escaped == mail.unescaped) continue;
-    demo.report.check(!vu_file::exists(folder + "\\" + mail.escaped), mail.escaped + " is gone");
+    demo.report.check(!vu_file::exists(folder + "\\" + mail.escaped),
+                      mail.escaped + " no longer exists");
   }
 }
 

@@ -3,7 +3,7 @@
 #
 #   scripts/fresh.sh <bookworm|trixie> <demo|test>...
 #
-# Creates a minimal Debian below build/fresh, with a user who may use sudo and a clone of the last commit.
+# Creates a minimal Debian below build/fresh, with a user that may use sudo and a clone of the last commit.
 # Its mounts and processes are in separate namespaces, so they end with this script, even when it is killed.
 # It uses the machine's network, package sources and proxy. Needs root or sudo.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
