@@ -101,9 +101,10 @@ void vu_storage::initPath(Roots begun) {
               &begun.s_sListPath, &begun.s_sMailPath})
           make_folder_if_missing(*folder);
         if (!os::locks_belong_to_handles(begun.s_storagePath)) {
-          VU_WARNING("ztVuStorage:the locks of this SMB mount do not keep two programs apart, "
-                     "see docs/network-shares.md:",
-                     begun.s_storagePath);
+          VU_WARNING(
+              "ztVuStorage:the locks of this SMB mount do not keep two programs apart, "
+              "see docs/network-shares.md:",
+              begun.s_storagePath);
         }
         // Required: a folder that could not be created is not a failure; only an exception is.
         StorageGate::set_initialised();

@@ -126,9 +126,7 @@ Info describe(const std::string& path) {
 
 namespace {
 
-HANDLE handle_of(std::intptr_t file) {
-  return reinterpret_cast<HANDLE>(file);
-}
+HANDLE handle_of(std::intptr_t file) { return reinterpret_cast<HANDLE>(file); }
 
 }  // namespace
 
