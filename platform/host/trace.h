@@ -17,9 +17,9 @@
 ///     VU_TRACE_SCOPE(kSource, vu_host::trace_level::m, "vu_storage::OpenWrite: ", owner, entry);
 ///     VU_WARNING("vu_file::size : '", path, "' not exists");
 ///
-/// Without a sink, a scope and a record cost one load and one branch each. A macro evaluates its
-/// pieces only if the sink wants the text. No macro throws: a text for which there is no memory is
-/// dropped.
+/// Without a sink, a scope and a record at a level cost one load and one branch each. A macro uses
+/// its pieces only if the sink or the listener wants the text. No macro throws: a text for which
+/// there is no memory is dropped.
 namespace trace {
 
 // Keeps the code that builds a text out of the operations that trace nothing.
@@ -38,7 +38,7 @@ inline vu_host::trace_sink* sink() { return g_sink.load(std::memory_order_acquir
 class Listener {
  public:
   virtual void hear(vu_host::trace_event event, std::string_view text) noexcept = 0;
-  /// The system's code and the file of a failure whose record comes next or has just come.
+  /// The system's code and the file of a failure. Its record comes directly before or after this.
   virtual void hear_failure(std::string_view path, std::int32_t code) noexcept = 0;
 
  protected:
@@ -47,7 +47,7 @@ class Listener {
 
 /// The calling thread's listener, or null.
 Listener* listener() noexcept;
-/// Where that pointer is, for callers that need it often: the place is valid as long as the thread.
+/// The variable with that pointer, for callers that need it often. Valid until the thread ends.
 Listener*& listener_place() noexcept;
 
 inline bool wanted(vu_host::trace_level level) {
@@ -106,7 +106,7 @@ class Scope {
       (append(label, pieces), ...);
       begin_with(label);
     } catch (...) {
-      // The label could not be built: the operation continues without its scope.
+      // There is no memory for the label: the operation continues without its scope.
     }
   }
   void begin_with(const std::string& label) noexcept;
@@ -123,7 +123,7 @@ void emit(const vu_host::trace_site& site, Kind kind, const Pieces&... pieces) n
     (append(text, pieces), ...);
     deliver(site, kind, text);
   } catch (...) {
-    // The text could not be built: the record is dropped.
+    // There is no memory for the text: the record is dropped.
   }
 }
 

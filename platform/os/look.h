@@ -10,11 +10,10 @@
 #include "platform/os/os.h"
 
 /// @file
-/// The part of the seam that the library does not use. It reads without a trace, knows more about
-/// files, and describes the system. Folders are walked name by name, descriptions follow no link,
-/// and the time of the last access stays where the system allows it. look_posix.cpp and
-/// look_windows.cpp each contain one system completely. Programs that look are built with one of
-/// them, the library with neither.
+/// The part of the seam that only the client uses: it lists folders name by name, describes files
+/// without following links, and describes the system. Where the system allows it, reading leaves
+/// the access time unchanged. The files look_posix.cpp and look_windows.cpp each contain one system
+/// completely; the library is built with neither.
 ///
 /// Paths and names are bytes, like the library's narrow paths, with the system's own separator.
 namespace os::look {
@@ -49,11 +48,12 @@ struct Info {
   std::uint64_t size = 0;
   std::int64_t modify_time = 0;
   std::int64_t access_time = 0;
-  /// When it last changed in any way, in the finest unit of the system; only for comparisons.
+  /// The time of the last change of any kind (on Windows: of the last write), in the finest unit of
+  /// the system; only for comparisons.
   std::int64_t change_mark = 0;
 };
 
-/// One name of a folder. A NUL follows the name. It is valid until the next step.
+/// One name of a folder. A NUL follows the name. The name is valid until the next step.
 struct Entry {
   std::string_view name;
   Kind kind = Kind::kMissing;
@@ -69,12 +69,13 @@ class Folder {
   Folder& operator=(Folder&&) noexcept;
 
   os::Status open(const std::string& path);
-  /// Opens the sub-folder that the last step returned; does not follow a link.
+  /// Opens the sub-folder that the last step of @p parent returned. On Windows this follows a link.
   os::Status open_below(const Folder& parent, const Entry& entry);
   /// Steps to the next name. False at the end, or if the listing broke off (see status()).
   bool next(Entry& entry);
   const os::Status& status() const { return m_status; }
-  /// Describes the entry of the last step; kMissing if it has gone since.
+  /// Describes the entry of the last step as it is now; kMissing if it is gone. On Windows: as the
+  /// step found it.
   Info describe(const Entry& entry);
 
  private:
@@ -86,8 +87,8 @@ class Folder {
 /// Describes what a path names; does not follow a link in its last component.
 Info describe(const std::string& path);
 
-/// A plain file that is open for reading. A link or anything else is not opened. Where the system
-/// allows it, the access time does not change.
+/// A plain file that is open for reading; open() fails for anything else, and for a link. Where the
+/// system allows it, the access time does not change.
 class QuietFile {
  public:
   QuietFile() = default;
@@ -100,7 +101,7 @@ class QuietFile {
   /// Tries once to take a shared lock on the whole file, like the library's readers.
   os::Status try_lock();
   os::Status ask_size(std::uint64_t& size);
-  /// Reads on; @p done is 0 at the end.
+  /// Reads from the current position; @p done can be less than @p count, and is 0 at the end.
   os::Status read(char* to, std::size_t count, std::size_t& done);
 
  private:
@@ -114,15 +115,15 @@ os::Status probe_writable(const std::string& path);
 
 /// Flushes all files of the file system that contains @p path, if the system can do that.
 os::Status flush_file_system(const std::string& path);
-/// From this number of files on, one flush of the file system costs less than one of each file.
+/// For this number of files or more, one flush of the file system costs less than separate flushes.
 inline constexpr std::size_t kManyFlushes = 5;
 /// Flushes files, and the names in folders if the system keeps those separately. For many files it
 /// flushes their file system once, if the system can do that.
 os::Status flush_files(const std::vector<std::string>& files,
                        const std::vector<std::string>& folders);
 
-/// Gives a file the owner and the permissions of another one. Fails if it cannot transfer all: the
-/// user may not, or the other file has permissions of further kinds.
+/// Gives the file @p to the owner and the permissions of @p from. Fails if the user may not, or if
+/// @p from has an access control list. On Windows it does nothing and succeeds.
 os::Status take_over_owner(const std::string& from, const std::string& to);
 /// Replaces a file by another one in one step: at any moment the name leads to one of the two.
 os::Status replace_file(const std::string& from, const std::string& to);
@@ -133,7 +134,7 @@ struct HeldLock {
   bool is_exclusive = false;
   bool is_whole_file = true;
   std::int64_t process = 0;
-  std::string command;  ///< the program's name, if the system tells it
+  std::string command;  ///< the program's name, if the system reports it
 };
 
 enum class Knowledge : std::uint8_t {

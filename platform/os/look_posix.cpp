@@ -32,7 +32,7 @@ namespace {
 
 constexpr int kLook = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
 
-/// Opens without changing the access time if that is allowed: only to the owner and the superuser.
+/// Opens without changing the access time, if the user is the owner or the superuser.
 Descriptor open_quietly(int folder, const char* name, int flags) {
   int number = ::openat(folder, name, kLook | flags | O_NOATIME);
   if (number < 0 && errno == EPERM) number = ::openat(folder, name, kLook | flags);
@@ -67,7 +67,7 @@ Info describe_at(int folder, const char* name) {
   info.size = static_cast<std::uint64_t>(found.st_size);
   info.modify_time = found.st_mtim.tv_sec;
   info.access_time = found.st_atim.tv_sec;
-  // Unlike the time of the last write nobody can set it back.
+  // Nobody can set this time back, unlike the time of the last write.
   info.change_mark = std::int64_t{found.st_ctim.tv_sec} * 1'000'000'000 + found.st_ctim.tv_nsec;
   return info;
 }

@@ -1,6 +1,6 @@
 #include "platform/os/look.h"
 
-// As in os_windows.cpp: this header turns many names into macros.
+// This header turns many names into macros, so it follows the seam's own header.
 #include <windows.h>
 
 #include <algorithm>
@@ -36,7 +36,7 @@ Kind kind_of(DWORD attributes) {
   return attributes & FILE_ATTRIBUTE_DEVICE ? Kind::kOther : Kind::kFile;
 }
 
-/// For the record of a directory and that of a file: both have these fields.
+/// @tparam Record WIN32_FIND_DATAA or WIN32_FILE_ATTRIBUTE_DATA: both have these fields.
 template <class Record>
 Info info_from(const Record& record) {
   Info info;
@@ -238,7 +238,7 @@ FileSystem file_system_of(const std::string& path) {
 std::string system_name() {
   std::array<wchar_t, 64> build{};
   DWORD size = sizeof build;
-  // GetVersion() depends on the program's manifest, the registry on the system alone.
+  // GetVersion() depends on the program's manifest; the registry does not.
   const LSTATUS asked =
       RegGetValueW(HKEY_LOCAL_MACHINE, LR"(SOFTWARE\Microsoft\Windows NT\CurrentVersion)",
                    L"CurrentBuildNumber", RRF_RT_REG_SZ, nullptr, build.data(), &size);

@@ -17,9 +17,9 @@
 ///
 /// Values go in, values come out. The functions throw only std::bad_alloc, and never trace, retry
 /// or decide. Reads and writes continue after an interruption or a short transfer, until the count,
-/// the end of the file or an error is reached. os_windows.cpp and os_posix.cpp each contain one
-/// system completely. The Windows side is the reference; docs/porting.md describes what the POSIX
-/// side does for equal results.
+/// the end of the file or an error is reached. The files os_windows.cpp and os_posix.cpp each
+/// contain one system completely. The Windows side is the reference; docs/porting.md describes what
+/// the POSIX side does for equal results.
 ///
 /// Both sides accept "\" and "/" as separators in a path, and the prefix "\\?\".
 namespace os {
@@ -51,9 +51,9 @@ class [[nodiscard]] Status {
   Failure m_failure = Failure::kNone;
 };
 
-/// An open file. On Windows it is the system's handle, whose upper half is only sign extension. On
-/// POSIX systems it is a tagged number (slot and generation), which never equals a descriptor. A
-/// closed handle fails, even if another file has its descriptor now.
+/// An open file. On Windows it is the system's handle, whose upper half is only sign extension;
+/// after close() the next file can get the same one. On POSIX systems it is a tagged number (slot
+/// and generation), which never equals a descriptor; a closed one fails in every call.
 using Handle = std::int32_t;
 inline constexpr Handle kNoHandle = -1;
 
@@ -62,7 +62,7 @@ inline constexpr Handle kNoHandle = -1;
 class Path {
  public:
   // Implicit, so that a call takes either text as it is. NOLINTBEGIN(google-explicit-constructor)
-  // A name with a NUL in it is not a name, and must not be cut at the NUL: nothing is found.
+  // A text with a NUL becomes the empty path, which names nothing. The system would cut the text.
   Path(const std::string& narrow)
       : m_narrow(narrow.find('\0') == std::string::npos ? narrow.c_str() : "") {}
   Path(const ucs2string& wide)
@@ -104,7 +104,8 @@ inline constexpr std::uint32_t kLockExclusive = 2;
 inline constexpr std::size_t kLockRegionSize = 32;
 inline constexpr std::size_t kLockRegionAlign = 8;
 
-/// A request for a lock on a range that begins where `region` says (0 if zeroed).
+/// A request for a lock on a range that begins where `region` says (0 if zeroed). POSIX systems
+/// always lock the whole file.
 struct LockRequest {
   /// kLockExclusive, otherwise shared; kLockFailAtOnce, otherwise wait without limit.
   std::uint32_t flags = 0;
@@ -167,8 +168,8 @@ class Listing {
     std::copy(name.begin(), name.end(), m_names.get() + m_used);
     m_used += name.size();
   }
-  /// The same for a name after which kPiece bytes are readable, whatever they are. A copy of a
-  /// fixed size is enough for most names, and costs a fraction of a copy of any size.
+  /// The same for a name after which kPiece bytes are readable, whatever they are. Copying a fixed
+  /// number of bytes is enough for most names, and costs a fraction of copying a variable number.
   [[gnu::always_inline]] void append_readable(std::string_view name, EntryKind kind) {
     begin_name(name, kind);
     char* const to = m_names.get() + m_used;
@@ -177,7 +178,7 @@ class Listing {
     m_used += name.size();
   }
   static constexpr std::size_t kPiece = 32;
-  /// Reserves memory: so many more names are likely to follow.
+  /// Reserves memory for @p more further names.
   void expect(std::size_t more) {
     if (m_bounds.capacity() - m_bounds.size() < more)
       m_bounds.reserve(std::max(m_bounds.size() + more, kGrowth * m_bounds.capacity()));
@@ -243,8 +244,8 @@ enum class CopiedTime : std::uint8_t {
   kRefused,  ///< the target belongs to another account: its time is that of the copy
 };
 
-/// The functions of the system. Callers use them as os::open() and so on. A layer with functions of
-/// the same names can be put in between: its own os.h is found first, defines VU_OS_LAYER and
+/// The functions of the system. Callers use them as os::open() and so on. Tests put a layer with
+/// functions of the same names in between: its own os.h is found first, defines VU_OS_LAYER and
 /// includes this one.
 namespace sys {
 
@@ -253,10 +254,10 @@ namespace sys {
 /// Opens or creates a file, shared with readers, writers and removers. No user can open a folder,
 /// or a read-only file for writing. @p handle is kNoHandle on failure.
 Status open(Path path, Access access, Handle& handle);
-/// Closes the handle and releases its lock; never repeated. Fails for a handle that is closed.
+/// Closes the handle and releases its lock. Do not repeat it after a failure: see Handle.
 Status close(Handle handle);
-/// Reads up to @p count bytes at the current position. @p done is smaller only at the end of the
-/// file, which is a success, or on an error. A handle without a lock fails with Failure::kLocked
+/// Reads up to @p count bytes at the current position. @p done is smaller only on an error, or at
+/// the end of the file, which is a success. A handle without a lock fails with Failure::kLocked
 /// while another handle has an exclusive lock.
 Status read(Handle handle, void* buffer, std::size_t count, std::size_t& done);
 /// Writes at the current position. @p done is the number of bytes written, also on an error. A
@@ -268,14 +269,13 @@ Status seek(Handle handle, std::int32_t distance, std::int16_t method);
 Status set_end(Handle handle);
 /// The size in bytes of the open file itself, even if another file has its name now.
 Status size(Handle handle, std::uint64_t& bytes);
-/// Reserves space on the device for a file of @p size bytes, as far as the file system can promise
-/// it. The content and the size of the file do not change. Fails if there is no space; a file
-/// system that cannot reserve is not a failure.
+/// Reserves space on the device for a file of @p size bytes. The content and the size of the file
+/// do not change. Fails if there is no space. Succeeds on a file system that cannot reserve.
 Status reserve(Handle handle, std::uint64_t size);
 /// Writes the file's buffers and its times to the device.
 Status flush(Handle handle);
-/// Takes a lock that belongs to this open handle. It conflicts with the locks of every other
-/// handle, also in this process. It ends with close() or with the process.
+/// Takes a lock that belongs to this open handle. It conflicts with other handles even in the same
+/// process, as between two processes. It ends with unlock(), with close() or with the process.
 Status lock(Handle handle, const LockRequest& request);
 /// Releases the whole-file lock; fails if the handle has none.
 Status unlock(Handle handle);
@@ -289,22 +289,22 @@ Status probe_attributes(Path path);
 /// "\." is found if the part before it exists, even if that is a root. The empty path and a path
 /// that ends in a separator are not found.
 Status probe_search(Path path);
-/// Lists all entries of a folder except "." and "..", in the system's order. @p folder ends in a
-/// separator. Appends to @p entries; on a failure it appends nothing.
+/// Lists all entries of a folder except "." and "..", in the system's order. POSIX systems omit
+/// names with "\" or a line feed. @p folder ends in a separator. On a failure nothing is appended.
 Status list(Path folder, Listing& entries);
 /// Describes a file or folder. A separator at the end is dropped first (a root keeps its own); then
 /// only a folder is found.
 Status stat(Path path, FileStat& result, Links links = Links::kFollow);
 
-/// Opens a folder itself, never the target of a link. While its entries are listed and removed
-/// (Path::in()), nobody can replace it by another folder. close() ends this. On Windows nothing is
-/// held open: @p folder is kNoHandle, and entries are addressed by their whole path.
+/// Opens a folder itself, never the target of a link, until close(). Calls with Path::in() reach
+/// this folder, even if another one gets its name. On Windows nothing is opened: @p folder is
+/// kNoHandle, and entries are addressed by their whole path.
 Status open_folder(Path path, Handle& folder);
 
 // ---- changes ---------------------------------------------------------------------------------
 
-/// Makes a file readable and writable for its owner (clears the read-only attribute). If the file
-/// is so already, this is a success for every user.
+/// Makes a file readable and writable for its owner (clears the read-only attribute). If it is
+/// already, the call succeeds for every user.
 Status make_writable(Path path);
 /// Creates one folder; a taken name (of a file or a folder) is Failure::kAlreadyExists.
 Status create_directory(Path path);
@@ -315,13 +315,13 @@ Status remove_file(Path path);
 /// Renames a file or folder. Fails if the new name is taken, but succeeds onto itself.
 Status rename(Path from, Path to);
 /// Copies a file with its modification time and read-only state. Fails for a folder, onto itself,
-/// onto a read-only target and against the lock of another handle. A copy that cannot be completed
-/// is removed. A target of another account may allow writing, but not setting the time. Then the
-/// copy stays, and @p time says so (unless it is null).
+/// onto a read-only target and against the lock of another handle. The old target then stays, on
+/// POSIX systems also if the disk is full. A copy that fails later is removed. A target of another
+/// account may allow writing, but not setting the time. Then @p time (unless null) is kRefused.
 Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time = nullptr);
 
-/// Writes the buffers and times of a file, which this process does not have open, to the device.
-/// The file may be read-only.
+/// Writes the buffers and times of a file to the device; the caller needs no handle. The file may
+/// be read-only.
 Status flush_file(Path path);
 
 // ---- names -----------------------------------------------------------------------------------
@@ -362,6 +362,7 @@ std::string error_text(std::int32_t code);
 ucs2string error_text_wide(std::int32_t code);
 /// Seconds since 1970-01-01 UTC.
 std::int64_t now();
+/// Whether this is a Windows of the NT family; always true on POSIX systems.
 bool nt_family();
 /// Whether a lock on a file below @p folder belongs only to the handle that took it. False on
 /// mounts of the SMB client of Linux, where handles of one host share a lock. True if the system

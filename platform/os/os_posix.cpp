@@ -24,7 +24,7 @@
 #include "platform/os/posix_path.h"
 #include "platform/os/posix_smb.h"
 
-// The functions of the seam have the names of system calls; "::" marks those of the system.
+// The functions of the seam have the names of system calls; "::" marks the system's functions.
 namespace os::sys {
 
 namespace {
@@ -59,8 +59,8 @@ using SystemText = std::unique_ptr<char, FreeText>;
 
 // ---- listings ----------------------------------------------------------------------------------
 
-/// Whether a name contains a separator or a line feed. The library could not address such a file,
-/// or would take its name for two.
+/// Whether a name contains a backslash or a line feed. The library would take the backslash for a
+/// separator, and the line feed would split a line of an index.
 bool is_foreign(std::string_view name) {
   // Two searches for one character each cost a fraction of one search for either.
   return name.find('\\') != std::string_view::npos || name.find('\n') != std::string_view::npos;
@@ -166,7 +166,7 @@ Status reserve_space(int descriptor, ::off_t size) {
 
 // ---- renaming without replacing ----------------------------------------------------------------
 
-/// Renames onto a stand-in, which was created to take the new name, and which a rename may replace.
+/// Renames onto a stand-in: a file or folder that was created to take the new name.
 Status rename_onto_stand_in(const std::string& from, const std::string& to) {
   if (::rename(from.c_str(), to.c_str()) == 0) return {};
   const Status failed = fail(errno);
@@ -263,8 +263,8 @@ class FileCopy {
     return result_of(::fchmod(m_target.get(), m_target_info.st_mode & kPermissions));
   }
 
-  /// Cuts an existing target, but first makes sure that the disk has room for the copy. The cut
-  /// frees enough, or a reservation tests it.
+  /// Cuts an existing target, but first makes sure that the disk has room for the copy: either the
+  /// cut frees enough, or the space is reserved before.
   Status make_room() {
     constexpr ::off_t kBlock = 512;
     if (m_target_info.st_blocks * kBlock < m_source_info.st_size) {
@@ -373,7 +373,7 @@ Status open(Path path, Access access, Handle& handle) {
 Status close(Handle handle) {
   const std::optional<HandleTable::File> file = handles().remove(handle);
   if (!file) return fail(EBADF);
-  // Never repeated: after an interruption the number is free, too, and may be in use elsewhere.
+  // Not repeated after an interruption: the descriptor is closed then, and may be another file's.
   return result_of(::close(file->descriptor));
 }
 
@@ -454,7 +454,7 @@ Status probe_attributes(Path path) { return info_of(native(path)) ? Status() : n
 
 Status probe_search(Path path) {
   std::string name = native(path);
-  // A search finds entries, and such a path is not an entry. A root is found only by its ".".
+  // A search finds entries. Such a path is not an entry; a root is found only as "/.".
   if (name.empty() || name.ends_with('/')) return fail(ENOENT);
   name = posix::trim_self_entries(std::move(name));
   const posix::Split split = posix::split_last(name);
@@ -535,7 +535,7 @@ Status remove_directory(Path path) {
   const Place place = place_of(path);
   if (::unlinkat(place.base, place.name.c_str(), AT_REMOVEDIR) == 0) return {};
   const Status failed = fail(errno);
-  // The name itself may be that of the plain file, which exists.
+  // With ENOTDIR, the path itself may name a plain file, which exists.
   const ErrnoKeeper keeper;
   const bool is_there = failed.code() == ENOTDIR && entry_info(place);
   return is_there ? Status(ENOTDIR, Failure::kOther) : failed;
@@ -663,7 +663,6 @@ std::int64_t now() {
   return ::clock_gettime(CLOCK_REALTIME, &exact) == 0 ? exact.tv_sec : std::time(nullptr);
 }
 
-/// Callers expect the abilities of that generation, and get them.
 bool nt_family() { return true; }
 
 bool locks_belong_to_handles(Path folder) { return !posix::is_on_smb(native(folder)); }

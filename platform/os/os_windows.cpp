@@ -1,7 +1,7 @@
 #include "platform/os/os.h"
 
-// In the library only this file includes that header. It turns many names into macros, such as
-// CreateDirectory. So it follows our own header, and the seam has none of these names.
+// In the library only this file includes windows.h. That header turns many names into macros, such
+// as CreateDirectory. So it follows the seam's own header, which uses none of these names.
 #include <windows.h>
 
 #include <direct.h>
@@ -125,8 +125,8 @@ std::wstring wide_text(const char* text) {
   return result;
 }
 
-/// Either path as wide text. Separators are searched for here: in a two-byte code page the second
-/// byte of a character may have the value of one.
+/// Either path as wide text. Search for separators in this form: in a two-byte code page the second
+/// byte of a character may have the value of a separator.
 std::wstring wide_text(Path path) {
   return path.is_wide() ? wide_text(std::u16string_view(path.wide())) : wide_text(path.narrow());
 }
@@ -495,7 +495,7 @@ Status remove_file(Path path) {
   });
 }
 
-/// One path could be narrow and the other wide. No caller does that, and it fails.
+/// Fails if one path is narrow and the other wide; no caller does that.
 Status rename(Path from, Path to) {
   if (from.is_wide() != to.is_wide()) return fail_runtime(EINVAL);
   return result_of_runtime(from.is_wide() ? _wrename(wide_text(from).c_str(), wide_text(to).c_str())
@@ -514,7 +514,7 @@ Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time) {
 
 Status flush_file(Path path) {
   return with_text(path, [](const auto* text) {
-    // The system flushes only for writers, and a read-only file has none.
+    // The system flushes only a handle for writing, and nobody can open a read-only file for that.
     WIN32_FILE_ATTRIBUTE_DATA data{};
     const bool is_read_only = get_attributes(text, data) != FALSE &&
                               (data.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
@@ -563,7 +563,7 @@ Status program_folder(ucs2string& result) {
   std::vector<wchar_t> buffer(kLongestPath);
   const DWORD length = GetModuleFileNameW(nullptr, buffer.data(), kLongestPath);
   if (length == 0) return fail(GetLastError());
-  // A path that does not fit is cut, and its folder cannot be found from that.
+  // A path that does not fit is cut, and the rest does not show its folder.
   if (length >= kLongestPath) return fail(ERROR_BUFFER_OVERFLOW);
   std::wstring path(buffer.data(), length);
   path.resize(path.find_last_of(L"\\/") + 1);
@@ -610,7 +610,7 @@ bool narrow_of(const std::string& utf8, std::string& narrow) {
   std::wstring wide(static_cast<std::size_t>(units), L'\0');
   MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8.data(), length, wide.data(), units);
   std::string text = to_multibyte(file_code_page(), wide);
-  // A character that only looks the same makes another name.
+  // The system replaces a character by a similar one, but that is the name of another file.
   if (wide_text(text.c_str()) != wide) return false;
   narrow = std::move(text);
   return true;

@@ -25,7 +25,7 @@ constexpr std::size_t behind_component(std::basic_string_view<Character> path, s
 }  // namespace root_text
 
 /// The length of a path's root with the separator at its end; 0 if it has none. Roots are "\",
-/// "C:\", "\\server\share\", and the last two after the prefix "\\?\".
+/// "C:\", "\\server\share\" and "\\?\C:\". Without a drive, "\\?\" alone is the root.
 template <class Character>
 constexpr std::size_t root_length(std::basic_string_view<Character> path) {
   using root_text::is_separator;

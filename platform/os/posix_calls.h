@@ -15,8 +15,8 @@
 #include "platform/os/posix_path.h"
 
 /// @file
-/// System calls for os_posix.cpp: with the results of the seam, continued after an interruption,
-/// and with their clean-up.
+/// System calls for the POSIX sides of the seam. They return the seam's results, continue after an
+/// interruption, and release what they opened.
 namespace os::posix {
 
 using FileInfo = struct ::stat;
@@ -88,8 +88,8 @@ inline Status fail(int code) {
   }
 }
 
-/// The failure of a query about a name. Some file systems refuse a name that they cannot store with
-/// EINVAL or EILSEQ.
+/// The failure of a query about a name. Some file systems return EINVAL or EILSEQ for a name that
+/// they cannot store.
 inline Status no_answer(int code) {
   return code == EINVAL || code == EILSEQ ? fail(code, Failure::kNoName) : fail(code);
 }

@@ -15,11 +15,10 @@ namespace os::posix {
 
 /// The open handles of the process.
 ///
-/// A handle is a slot number with a generation above it. A copy of a handle can outlive the close,
-/// and the system gives the number of a closed descriptor to the next file at once. A closed handle
-/// must not reach that file. Therefore a close ends a generation, and the slot is not used again
-/// until kReserve others have been freed after it. So only millions of opens later could a stale
-/// handle's number return.
+/// A handle is a slot number with a generation in the higher bits. A copy of a handle can outlive
+/// the close, and the system may give a closed descriptor to the next file. A stale handle must not
+/// reach that file. Therefore a close ends a generation, and the slot is not used again until
+/// kReserve others have been freed after it. A number returns only after millions of opens.
 class HandleTable {
  public:
   struct File {

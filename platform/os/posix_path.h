@@ -27,7 +27,7 @@ struct Trimmed {
 };
 Trimmed trim_separators(std::string path);
 
-/// A path without the "/." components at its end; a search for a folder's own entry adds them.
+/// A path without the "/." components at its end. Callers append "/." to search for a folder.
 std::string trim_self_entries(std::string path);
 
 /// A path cut before its last component. The folder can be passed to the system as it is: "." for a
@@ -41,8 +41,8 @@ Split split_last(const std::string& path);
 /// Whether a name contains "*" or "?".
 bool is_pattern(std::string_view name);
 
-/// Whether a pattern matches a name, with regard to letter case. "*" matches any run of characters,
-/// "?" exactly one (in UTF-8). A ".*" at the end also matches a missing extension, so "*.*" matches
+/// Whether a pattern matches a name; letter case matters. "*" matches any run of characters, "?"
+/// exactly one (in UTF-8). A ".*" at the end also matches a missing extension, so "*.*" matches
 /// every name. Dots and blanks at the end of a pattern are ignored.
 bool matches(std::string_view pattern, std::string_view name);
 
