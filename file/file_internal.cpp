@@ -62,7 +62,7 @@ vu_utf8string long_form(const vu_utf8string& path) {
 std::u16string absolute_form(const ucs2string& path) {
   std::u16string result = normalised(path.str());
   const std::size_t root = root_length(result);
-  // Required: a network path is treated as relative, like every path without a root.
+  // Required: a network path counts as relative, like a path without a root.
   return root == 1 || root == 3 ? result : std::u16string();
 }
 
@@ -71,7 +71,7 @@ bool getFileStat(const vu_utf8string& path, os::FileStat& result, bool alreadyLo
   VU_FILE_SCOPE();
   ucs2string wide(path);
   if (!alreadyLong) wide = getLongPath(wide);
-  // A root needs its backslash.
+  // A root keeps its backslash.
   const std::size_t kept = os::length_without_separators(std::u16string_view(wide.str()));
   if (kept < wide.size()) wide = wide.substr(0, kept);
 

@@ -81,7 +81,7 @@ bool HandleCore::try_open(vu_file_base::type_access mode, bool& lock_failed, boo
     close();
   }
   const std::string full_path = path();
-  // Required: also stored if the mode is invalid, and after a failure.
+  // Required: the mode is stored even if it is invalid, or the open fails.
   m_state.access = mode;
   if (!is_known_mode(mode)) {
     error = os::last_error();
@@ -112,11 +112,11 @@ void HandleCore::open(vu_file_base::type_access mode) {
     throw vu_file_except("the lock was not obtained in time", 0);
   }
   if (lock_failed) {
-    // Required, though try_open() never gets here: it returns true whenever it requests a lock.
+    // Required, although never reached: try_open() returns true whenever it requests a lock.
     trace_failure("lock file", os::last_error());
     return;
   }
-  // Required: "o_read" whatever the mode.
+  // Required: the text says "o_read" for every mode.
   trace_failure("open o_read", error,
                 mode == vu_file_base::o_read ? trace_event::warning : trace_event::error);
   throw vu_file_except("throw exception on open", 0);
@@ -225,7 +225,7 @@ void HandleCore::read(unsigned char*& buffer, unsigned int& length) {
     fail_read(status.code());
   }
   length = static_cast<unsigned int>(done);
-  // Required: at the requested count. After a shorter read the bytes before it are not set.
+  // Required: the terminator is at the requested count. After a shorter read there is a gap before.
   buffer[count] = 0;
 }
 
@@ -255,7 +255,7 @@ void HandleCore::clear() noexcept {
   } catch (...) {
     error = os::last_error();
   }
-  // sic: with the blank at its end, two stand before the colon.
+  // sic: with the blank at the end, two blanks precede the colon.
   trace_failure("Can't truncate file ", error);
 }
 
@@ -270,7 +270,7 @@ replacement::Outcome HandleCore::replace_text(std::string_view old_bytes,
 }
 
 void HandleCore::close_replaced(const replacement::Outcome& outcome) noexcept {
-  // After a complete replacement only the cut is not flushed, and it need not be.
+  // After a complete replacement only the cut is not flushed. It needs no flush.
   if (outcome.ok()) {
     unlock_and_close();
   } else {
@@ -312,7 +312,7 @@ void HandleCore::close_guarded() noexcept {
 
 void HandleCore::close() noexcept {
   if (!m_state.is_open()) return;
-  // What was written is on the device before another handle gets the lock.
+  // The flush comes first: what was written is on the device before another handle gets the lock.
   if (m_state.access != vu_file_base::o_read) flush_guarded();
   unlock_and_close();
 }

@@ -50,8 +50,9 @@ struct FileText {
 /// allows; then close(). The file is locked from open to close. For an atomic replacement,
 /// replace_text() takes the place of write(), and close_replaced() that of close().
 ///
-/// Errors: open(), the reads and the checks of the mode throw vu_file_except. Every other failure
-/// is traced at Error level as two records: what failed on which file, and the system's text.
+/// Errors: open(), the reads, size() and the checks of the mode throw vu_file_except. try_open()
+/// returns false if the file cannot be opened; seek() ignores a failure. Every other failure is
+/// traced as two errors: what failed on which file, and the system's text.
 ///
 /// Threads: one at a time on one handle.
 class HandleCore {
@@ -103,7 +104,7 @@ class HandleCore {
   void close_guarded() noexcept;
 
   vu_file_base& m_state;
-  /// The handle's own names, as bytes. The full path is built only where it is needed.
+  /// The handle's own names, as bytes.
   const std::string& m_directory;
   const std::string& m_file_name;
   const HandleSpelling& m_spelling;
@@ -138,6 +139,6 @@ replacement::Outcome replace_text(vu_file& file, std::string_view old_bytes,
                                   std::string_view new_text);
 /// Closes such a file, and flushes it first unless the replacement succeeded.
 void close_replaced(vu_file& file, const replacement::Outcome& outcome) noexcept;
-/// Both. @return the text that the file contains afterwards.
+/// Calls replace_text(), then close_replaced(). @return the text that the file contains now.
 replacement::Holds replace_and_close(vu_file& file, std::string_view old_bytes,
                                      std::string_view new_text);

@@ -16,7 +16,7 @@ constinit thread_local LockLimit* t_limit = nullptr;
 }  // namespace
 
 LockLimit::LockLimit(std::optional<std::chrono::milliseconds> most) noexcept : m_before(t_limit) {
-  // A limit beyond the range of the clock is no limit.
+  // A limit of 100 years or more is no limit; it could exceed the range of the clock.
   constexpr std::chrono::hours kEver = 24h * 365 * 100;
   if (most && *most < kEver) m_end = Clock::now() + *most;
   t_limit = this;

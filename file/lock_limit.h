@@ -5,12 +5,12 @@
 
 #include "platform/os/os.h"
 
-/// Limits how long the calling thread waits for the locks of files that it opens. The limit applies
-/// while the object exists; without one, a thread waits without limit. It is one deadline for all
-/// locks, counted from the construction.
+/// Limits how long the calling thread waits for the locks of files that it opens: one deadline for
+/// all locks, counted from the construction. Time between the waits counts, too. The limit applies
+/// while the object exists. Of nested objects only the innermost one applies.
 ///
-/// After the deadline, each further lock that is not free is refused at once, and open() throws. So
-/// the operation ends soon, and its caller checks passed().
+/// After the deadline, each lock that is not free is refused at once, and open() throws. So the
+/// operation ends soon, and its caller checks passed(). try_open() with noWait has no deadline.
 class LockLimit {
  public:
   using Clock = std::chrono::steady_clock;
@@ -21,9 +21,9 @@ class LockLimit {
   LockLimit(const LockLimit&) = delete;
   LockLimit& operator=(const LockLimit&) = delete;
 
-  /// Whether this thread has a limit.
+  /// Whether this thread has a limit now.
   static bool is_set() noexcept;
-  /// Whether a lock was refused because of the deadline.
+  /// Whether the current limit has refused a lock because of its deadline.
   static bool passed() noexcept;
   /// Takes a lock within the current limit.
   static os::Status lock(os::Handle handle, const os::LockRequest& request);

@@ -5,8 +5,8 @@
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
 
-/// A folder that is held open while it is emptied. Nobody can replace it by a link to another
-/// folder between the check of what it is and the removal of its entries.
+/// A folder that is open while it is emptied. If somebody replaces it by a link, the removal still
+/// reaches only the entries of this folder. On Windows it is not open, see os::open_folder().
 class OpenFolder {
  public:
   /// @param name the path for traces; it and @p operation must outlive this object.

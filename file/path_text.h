@@ -9,7 +9,7 @@
 #include "platform/os/os.h"
 
 /// @file
-/// Paths as text, for both spellings. Nothing here traces, fails or accesses a file.
+/// Paths as text, for both handles. Nothing here traces or accesses a file.
 namespace path_text {
 
 /// The encoding of a path. In a two-byte code page the second byte of a character may have the
@@ -105,7 +105,7 @@ inline std::string without_last_separator(std::string path, Encoding encoding) {
   return path;
 }
 
-/// A path as folder, with its separator (".\" if the path has none), and file name.
+/// A path in two parts: the folder with its separator (".\" if there is none), and the file name.
 struct NameInFolder {
   std::string folder;
   std::string name;

@@ -93,14 +93,14 @@ void StagedReplacement::give_up() {
   const bool is_whole = m_outcome.written.ok() && m_stage == m_plan.first_over_old;
   const bool is_taken_back =
       m_outcome.holds == Holds::kNewText || take_back(m_handle, m_old_bytes, m_plan);
-  // The copy is complete, but could be neither flushed nor cut off: readers take it.
+  // The copy is complete, but could be neither flushed nor cut off: readers take the copy.
   if (!is_taken_back && is_whole) m_outcome.holds = Holds::kNewText;
   end();
 }
 
 void StagedReplacement::end() {
   m_is_over = true;
-  // The file contains the completed text, which is not the new text of this replacement.
+  // The file contains the text of the interrupted replacement, not the new text of this one.
   if (m_completes) m_outcome.holds = Holds::kOldText;
 }
 

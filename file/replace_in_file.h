@@ -12,7 +12,7 @@ namespace replacement {
 
 /// The text that a file contains after a replacement.
 enum class Holds : std::uint8_t {
-  kOldText,  ///< the replacement failed; readers ignore what it left after the old text
+  kOldText,  ///< the replacement failed; readers ignore what follows the old text
   kNewText,  ///< over the old text or, if a later step failed, in the copy
 };
 
@@ -26,8 +26,8 @@ struct Outcome {
   bool ok() const { return written.ok() && flushed.ok() && cut.ok(); }
 };
 
-/// Writes at an offset of an open file. An offset past 2 GB fails: the system moves the file
-/// position by 32-bit distances, so the bytes would go near the start.
+/// Writes at an offset of an open file. Fails if the bytes end past 2 GB: os::seek() moves the file
+/// position by 32-bit distances, so they would go near the start.
 os::Status write_at(os::Handle handle, std::uint64_t offset, std::string_view bytes);
 
 /// Replaces the text of an open file in the stages of replacement.h. The caller flushes, so it can

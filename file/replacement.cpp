@@ -39,7 +39,7 @@ constexpr char kEscapeItself = 'e';
   return result;
 }
 
-/// Appends the text from which `escaped` made @p copy. @return false on an invalid escape sequence.
+/// Decodes @p copy and appends the result. @return false on an invalid escape sequence.
 bool append_plain(std::string_view copy, std::string& text) {
   std::size_t from = 0;
   for (std::size_t at = copy.find(kEscape); at != kNone; at = copy.find(kEscape, from)) {
@@ -94,7 +94,7 @@ std::string trailer_of(std::string_view text, std::size_t base, std::size_t copy
 /// Which lines at a page edge are selected.
 enum class AtEdge : std::uint8_t {
   kSplit,            ///< lines that the edge splits
-  kSplitOrBeginning  ///< also lines that begin there: half of a torn line could precede them
+  kSplitOrBeginning  ///< also lines that begin at the edge: half of a torn line could precede them
 };
 
 /// A line at a page edge: the positions of its "/".
@@ -140,8 +140,8 @@ void unmake_lines_at_edges(Plan& plan, Stage& stage, std::uint64_t offset,
                            std::string_view old_text, std::size_t page) {
   const std::vector<Separators> early =
       lines_at_edges(old_text, offset, page, AtEdge::kSplitOrBeginning);
-  // The library does not write lines with several "/". Such a line loses the last one first, one
-  // write each: "k/x/y", "k/x y", "k x y". So the key stays the same, and no file has such a name.
+  // The library does not write lines with several "/". Such a line loses its last "/" first, each
+  // by one write: "k/x/y", "k/x y", "k x y". So its key never changes, and no file has its name.
   for (const Separators& separators : early) {
     if (separators.size() == 1) continue;
     for (auto at = separators.rbegin(); at != separators.rend(); ++at) {
@@ -213,10 +213,9 @@ bool last_line_is_open(std::string_view text) {
   return text.find('/', text.rfind('\n') + 1) != kNone;
 }
 
-/// Whether a single write replaces the text completely or not at all, for any reader. That is so
+/// Whether a single write replaces the text completely or not at all, for any reader. This is true
 /// for the digits of a counter, within one sector. A torn write of a new counter leaves zeros, the
-/// same value as an empty file. A failing device may write a part of a line, so lines do not
-/// qualify.
+/// same value as an empty file. It is not true for lines: a failing device may write a part of one.
 bool is_replaced_at_once(std::string_view old_bytes, std::string_view new_text) {
   return (old_bytes.empty() || old_bytes.size() == new_text.size()) &&
          new_text.size() <= kSectorSize && old_bytes.find('/') == kNone &&
@@ -278,8 +277,8 @@ Plan plan(std::string_view old_bytes, std::string_view new_text, std::size_t pag
     old_bytes = result.texts.emplace_back(old_bytes).append("\n");
   }
 
-  // The copy begins at the sector in which the texts begin to differ, and has sectors of its own.
-  // So the copy contains every byte of each sector that step 2 overwrites.
+  // The copy contains the new text from the start of the sector in which the texts begin to differ.
+  // So it contains every byte of each sector that step 2 overwrites. It begins in a new sector.
   const std::size_t from = start_of_difference(old_bytes, new_text);
   const auto base = static_cast<std::size_t>(sector_before(from));
   const std::uint64_t copy_at =
@@ -300,7 +299,8 @@ Plan completion(std::string_view bytes, const Interrupted& found, std::size_t pa
   Plan result;
   result.size = found.text.size();
   result.reserve = bytes.size();
-  // The copy begins at `base`: a sector before it exists in the front alone, and is not written.
+  // The copy contains the text from `base` on. Sectors before `base` exist only in the front, and
+  // are not overwritten.
   const std::size_t from = std::max(found.base, start_of_difference(front, found.text));
   write_over(result, front, found.text, from, page);
   return result;

@@ -10,7 +10,7 @@
 #include <vector>
 
 /// Atomic replacement of a text of lines in its file. An interruption at any moment leaves the old
-/// text or the new one. It may be the end of the process, a failed write or a power failure.
+/// text or the new one. An interruption is a kill, a failed write or a power failure.
 ///
 /// During a replacement the file consists of four parts:
 ///
@@ -33,8 +33,8 @@
 ///     after the cut                     new text       none      the front: the new text
 ///
 /// Step 3 needs no flush. If a power failure undoes the cut, the file still ends in the valid
-/// trailer. Or a later save has overwritten a part of it: then it is invalid, and the front is the
-/// text.
+/// trailer. If a later save has overwritten a part of the trailer, it is invalid, and the front is
+/// the text.
 ///
 /// Some readers know only lines, not trailers: other versions of this library. Copy and trailer
 /// contain no "/", so these readers find no line in them. Step 2 protects them as well: a kill
@@ -50,9 +50,9 @@
 /// docs/formats.md describes every byte.
 namespace replacement {
 
-/// A kill leaves each page of this size (or of a multiple of it) either written or untouched.
+/// A kill leaves each page either written or untouched. Larger pages are multiples of this size.
 inline constexpr std::size_t kPageSize = 4096;
-/// A power failure leaves each sector of this size (or of a multiple) either written or untouched.
+/// The same for a power failure and each sector.
 inline constexpr std::size_t kSectorSize = 512;
 
 /// A replacement that was interrupted after step 1.
@@ -65,16 +65,15 @@ struct Interrupted {
 /// The interrupted replacement that a valid trailer at the end of @p bytes describes, if any.
 std::optional<Interrupted> interrupted_in(std::string_view bytes);
 
-/// The text of a file that contains @p bytes. After an interruption after step 1 this is the new
-/// text, otherwise the bytes without the zeros at their end. After a power failure a file may have
-/// its new size but not all its bytes; then it ends in zeros. The result is a view of @p bytes or
-/// of @p storage.
+/// The text of a file that contains @p bytes: the new text of an interrupted replacement, otherwise
+/// the bytes without the zeros at their end. (After a power failure a file may have its new size
+/// but not all its bytes; then it ends in zeros.) The result is a view of @p bytes or @p storage.
 std::string_view text_of(std::string_view bytes, std::string& storage);
 
 /// One write. If the process is killed during it, the bytes up to some page edge are written.
 struct Write {
   std::uint64_t offset = 0;
-  std::string_view bytes;  ///< a view of a text in the plan, or of a text given to make the plan
+  std::string_view bytes;  ///< a view of a text of the plan, or of an argument of plan()
 };
 
 /// Writes in their order. A flush follows the last one.
@@ -89,7 +88,7 @@ struct Plan {
   Plan& operator=(const Plan&) = delete;
   ~Plan() = default;
 
-  /// Each begins after the flush of the one before. Empty if nothing changes.
+  /// Each stage begins after the flush of the stage before. Empty if nothing changes.
   std::vector<Stage> stages;
   /// The index in `stages` of the stage that writes over the old text. Earlier stages leave the old
   /// text as it is; from this stage on the new text is the text of the file.

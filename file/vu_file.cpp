@@ -10,7 +10,7 @@
 #include "platform/os/os.h"
 
 /// @file
-/// The narrow handle. Its protocol is HandleCore's; the static operations are in
+/// The narrow handle; HandleCore implements its protocol. The static operations are in
 /// vu_file_system.cpp.
 
 namespace {
@@ -54,7 +54,7 @@ vu_file::vu_file(const std::string& folder, const std::string& name) {
   fileName = name;
 }
 
-// Required: shallow, the open handle included.
+// Required: copies are shallow and share an open handle.
 vu_file::vu_file(const vu_file&) = default;
 vu_file& vu_file::operator=(const vu_file&) = default;
 

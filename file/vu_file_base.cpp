@@ -10,7 +10,7 @@ static_assert(alignof(vu_file_base::lock_desc_t) >= os::kLockRegionAlign);
 vu_file_base::vu_file_base() noexcept
     : access(kNeverOpened), handle(os::kNoHandle), locked(false) {}
 // Required: copies are shallow. Both objects refer to one open file, and neither knows the other.
-// Whichever is closed first closes the file for both.
+// The first close() of either one closes the file for both.
 vu_file_base::vu_file_base(const vu_file_base&) noexcept = default;
 vu_file_base& vu_file_base::operator=(const vu_file_base&) noexcept = default;
 vu_file_base::~vu_file_base() = default;

@@ -15,8 +15,8 @@ using path_text::with_separator;
 
 namespace {
 
-/// Like vu_file::is_dir(), but @p links decides about links, and @p parent about where to look. (A
-/// removal removes the link, never its target.)
+/// Like vu_file::is_dir(), for an entry of the open folder @p parent. Removals pass Links::kKeep:
+/// they remove a link, never its target.
 bool is_folder(const trace::Scope& operation, const std::string& path, os::Links links,
                os::Handle parent = os::kNoHandle) {
   os::FileStat found;
@@ -56,14 +56,14 @@ bool remove_tree(const trace::Scope& operation, const std::string& path, os::Han
         if (!vu_file::exists(entry)) continue;
         if (is_folder(operation, entry, os::Links::kKeep, folder.get()))
           remove_tree(operation, entry, folder.get());
-        // Required: also for a folder that has just been removed, which traces a warning.
+        // Required: called also for a folder that remove_tree() has removed, to trace a warning.
         remove_entry(operation, entry, folder.get());
         VU_TRACE_XS_IN(operation, "\tpath->", entry, " is removed");
       }
     }
     VU_TRACE_XS_IN(operation, "root path->", path);
     remove_entry(operation, path, parent);
-    // Required: also if something could not be removed.
+    // Required: true even if something could not be removed.
     return true;
   } catch (...) {
     VU_ERROR_IN(operation, "vu_file::recurseRemoveDir(", path, ")");
@@ -182,7 +182,7 @@ bool vu_file::copyFile(const std::string& src, const std::string& dst, bool over
         os::copy(src, dst, overwrite ? os::IfExists::kReplace : os::IfExists::kFail, &time).ok();
     if (time == os::CopiedTime::kRefused)
       VU_WARNING("vu_file::copyFile : cannot set the time of ", dst);
-    // Required: traced as a success even if the copy failed.
+    // Required: the record is a success even if the copy failed.
     VU_SUCCESS("\tfrom fileSrc=", src, " to FileDest=", dst);
     return copied;
   } catch (...) {

@@ -14,7 +14,7 @@
 #include "platform/os/os.h"
 
 /// @file
-/// The UTF-8 handle. Its protocol is HandleCore's; the static operations are in
+/// The UTF-8 handle; HandleCore implements its protocol. The static operations are in
 /// vu_fileutf8_system.cpp.
 
 namespace {
@@ -66,7 +66,7 @@ vu_fileutf8::vu_fileutf8(const vu_utf8string& folder, const vu_utf8string& name)
   fileName = name;
 }
 
-// Required: shallow, the open handle included.
+// Required: copies are shallow and share an open handle.
 vu_fileutf8::vu_fileutf8(const vu_fileutf8&) = default;
 vu_fileutf8& vu_fileutf8::operator=(const vu_fileutf8&) = default;
 

@@ -31,7 +31,7 @@ bool entry_exists(const vu_utf8string& long_path) {
   return os::probe_search(path).ok();
 }
 
-/// Like vu_fileutf8::_is_dir(), before a removal: it examines a link itself, not its target.
+/// Like vu_fileutf8::_is_dir(), but examines a link itself, not its target.
 bool is_folder_to_remove(const vu_utf8string& long_path, os::Handle parent) {
   os::FileStat found;
   return getFileStat(long_path, found, true, os::Links::kKeep, parent) && found.is_directory;
@@ -41,9 +41,9 @@ vu_utf8string join(const vu_utf8string& folder, const vu_utf8string& name) {
   return vu_utf8string(path_text::join(folder.str(), name.str()));
 }
 
-/// The long form of an entry. The path of @p folder is in its long form, but within the classic
-/// limit the entry may still exceed it. A path that has the prefix is not converted again: a rooted
-/// path would lose its first backslash.
+/// The long form of an entry. @p folder is in its long form, but without the prefix the entry may
+/// exceed the classic limit. A path that has the prefix is not converted again: a rooted path would
+/// lose its first backslash.
 vu_utf8string entry_in_long_form(const vu_utf8string& folder, const vu_utf8string& name) {
   const vu_utf8string entry = join(folder, name);
   return folder.str().starts_with("\\\\?\\") ? entry : long_form(entry);
@@ -162,7 +162,7 @@ std::uint64_t vu_fileutf8::getFolderSizeInKb(const vu_utf8string& path) {
   for (const vu_utf8string& name : filenames(path)) {
     const vu_utf8string entry = join(path, name);
     if (is_dir(entry)) {
-      // On every system only the contents of a folder have a size.
+      // The folder itself has no size; os::FileStat says 0 on every system.
       total += getFolderSizeInKb(entry);
     } else {
       // Required: the size of each file is rounded down separately.
@@ -255,7 +255,7 @@ bool vu_fileutf8::copyFile(const vu_utf8string& src, const vu_utf8string& dst, b
                             .ok();
     if (time == os::CopiedTime::kRefused)
       VU_WARNING("vu_fileutf8::copyFile : cannot set the time of ", dst);
-    // Required: traced as a success even if the copy failed.
+    // Required: the record is a success even if the copy failed.
     VU_SUCCESS("\tfrom fileSrc=", src, " to FileDest=", dst);
     return copied;
   } catch (...) {

@@ -27,8 +27,8 @@ std::size_t last_backslash_utf8(const std::string& path) {
   return at == std::string::npos ? 0 : at;
 }
 
-// Required: a path without a backslash is cut at its first character, which is lost. Only the empty
-// path loses nothing.
+// Required: a path without a backslash is cut at its first character, which is lost. Example: the
+// name of "abc" is "bc".
 std::string before(const std::string& path, std::size_t at) { return path.substr(0, at); }
 std::string after(const std::string& path, std::size_t at) {
   return path.empty() ? std::string() : path.substr(at + 1);
