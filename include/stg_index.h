@@ -17,17 +17,17 @@ VU_STORAGE_TYPES_BEGIN
 /// The index of a storage folder: the file "index.dat". It maps a logical name and a timestamp to
 /// the file that contains that version.
 ///
-/// Order of calls: none. Programs call the public static operations and never create an object.
-/// Each operation loads the index of its folder and reads or changes it in memory. After a change
-/// it merges the index with the current text of "index.dat" and saves it before it returns. Unless
-/// the save fails (see Errors), the change is then on disk. No index, open file or lock outlives an
-/// operation. While an operation runs it holds a shared lock on an existing "index.dat"; for the
-/// save it takes an exclusive one.
+/// Programs call the public static operations, in any order, and never create an object. Each
+/// operation loads the index of its folder, and holds a shared lock on an existing "index.dat"
+/// while it runs. After a change it takes an exclusive lock, merges its entries with the current
+/// text of "index.dat" and saves the result. Unless the save fails (see Errors), the change is on
+/// disk when the operation returns. No index, open file or lock outlives an operation.
 ///
 /// Arguments: `folder` is a path without a trailing separator, `logical` a logical name with its
-/// extension, `ts` a timestamp: any number of the caller's from 0 to 2147483647; other values are
-/// clamped to this range of 32 bits. The library appends names to paths unchecked: the caller has
-/// to refuse separators, "..", wildcards, line feeds, NULs and the names of the index's own files.
+/// extension. `ts` is a timestamp: any number from 0 to 2147483647 that the caller chooses; greater
+/// ones are clamped, negative ones not supported. The library appends names to paths unchecked: the
+/// caller has to refuse separators, "..", wildcards, line feeds, NULs and the names of the index's
+/// own files.
 ///
 /// Errors: a missing folder is traced and treated as empty. An operation throws vu_file_except if
 /// an existing "index.dat" cannot be opened or read to its end. If it cannot be opened for writing,
@@ -36,9 +36,9 @@ VU_STORAGE_TYPES_BEGIN
 /// source "vu_file"). In both cases the index keeps its old entries, the change is lost, and the
 /// operation returns normally. All other traces have the source name "stg_index".
 ///
-/// Unknown entries: an error trace names each one. A save keeps them, reads skip them, remove() and
-/// rename() leave them alone, and create() returns the stored physical name. As long as a folder
-/// has one, nothing is adopted, swept or migrated there. All other changes are saved.
+/// Unknown entries: error traces name the first eight. A save keeps them, reads skip them, remove()
+/// and rename() leave them alone, and create() returns the stored physical name. As long as a
+/// folder has one, nothing is adopted, swept or migrated there. All other changes are saved.
 ///
 /// Crash safety: an operation that is interrupted by the end of its process or a power failure
 /// changes no other entry. Readers then find either the entries from before the operation or those
@@ -77,8 +77,8 @@ class VU_STORAGE_API STGIndex : public vu_file {
 
   // ---- operations ----------------------------------------------------------------------------
 
-  /// Checks whether a version exists. A file that is named exactly like the logical name counts as
-  /// every version of it. A missing "index.dat" is created (with synchronisation on, orphans are
+  /// Checks whether a version exists. A file that is named exactly like the logical name is found
+  /// as every version of it. A missing "index.dat" is created (with synchronisation on, orphans are
   /// adopted); an existing one is only read.
   /// @param folder the folder.
   /// @param logical the logical name.
@@ -90,9 +90,9 @@ class VU_STORAGE_API STGIndex : public vu_file {
   static bool exists(const std::string& folder, const std::string& logical, long ts,
                      std::string& physical);
   /// Makes sure that a version exists; a new one gets an empty file. A file that is named exactly
-  /// like the logical name counts as that version, also if the system cannot tell whether it
-  /// exists. If a clean sweeps the new file before the index names it, the save creates it again,
-  /// with a warning.
+  /// like the logical name is that version. If the system cannot tell whether such a file exists,
+  /// the version is looked up in the index or created. If a clean sweeps the new file before the
+  /// index names it, the save creates it again, with a warning.
   /// @param folder the folder.
   /// @param logical the logical name.
   /// @param ts its timestamp.
@@ -114,9 +114,9 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// The bytes are copied to a new file first. If that copy fails, both versions stay unchanged,
   /// and an error is traced. The save then removes the old version's file and that of the replaced
   /// version, under its lock. Until then readers find the old versions, complete. What another
-  /// program writes to these files after the copy is lost. Other entries with one of these files go
-  /// too. If the system refuses to remove the replaced version's file, an error is traced, and the
-  /// renamed version also stays under its old name.
+  /// program writes to these files after the copy is lost. Other entries with one of these files
+  /// are removed, too. If the system refuses to remove the replaced version's file, an error is
+  /// traced, and the renamed version also stays under its old name.
   /// @param folder the folder.
   /// @param oldLogical,oldTs the version to rename.
   /// @param newLogical,newTs its new name and timestamp.
@@ -169,7 +169,7 @@ class VU_STORAGE_API STGIndex : public vu_file {
   // ---- cleaning and migration ----------------------------------------------------------------
 
   /// Cleans a folder: removes the versions that are older than a limit, with their sub-part
-  /// folders, and then sweeps the files and folders that no entry accounts for.
+  /// folders. Then sweeps the folder: removes the files and folders that belong to no entry.
   /// @param folder taken as UTF-8 bytes; without a trailing separator.
   /// @param maxAge the limit in seconds, 32 bits; 0 removes every version and sweeps nothing.
   /// @param kept receives an element for each version that stays: its age in seconds, and folder +
@@ -180,13 +180,13 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @throws what loading and saving the index throw; vu_i18n_except if a path is not valid UTF-8.
   ///
   /// Ages: a version written after the operation began, and one whose age the system cannot tell,
-  /// have the age 0. A missing file is as old as 1970. With a limit other than 0 the age is checked
-  /// again directly before the removal: a version that was just written stays.
+  /// have the age 0. The age of a missing file is the time since 1970. If the limit is not 0, the
+  /// age is checked again directly before the removal: a version that was just written stays.
   ///
   /// The sweep compares the time of a name, not its age, with @p maxAge. With a realistic limit it
   /// therefore removes every such name, also a new one; it keeps a name whose time the system
   /// cannot tell. It can remove a file that another process has created but not yet entered in the
-  /// index; that process creates the file again when it saves. For folders without "index.dat" see
+  /// index. That process creates the file again when it saves. For folders without "index.dat" see
   /// docs/concurrency.md.
   /// @blocking{for writers of the index; if a version is removed, also for its readers}
   static unsigned long cleanOutOfDateOutput(const std::string& folder, const unsigned long& maxAge,

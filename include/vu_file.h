@@ -13,11 +13,11 @@ VU_STORAGE_TYPES_BEGIN
 
 /// A file handle for narrow names, and file-system operations on narrow paths.
 ///
-/// Order of calls: name the file (constructor, setPath(), or the open() with both names); open() it
-/// in one of four modes (vu_file_base::type_access); read(), write() and seek() as the mode allows;
-/// close(). From open() to close() the handle holds a lock on the whole file. The destructor closes
-/// an open file. A handle can open one file after another. The static operations need no handle,
-/// and only linesNotEmpty() takes a lock.
+/// Order of calls: name the file (constructor, setPath(), or the open() with both names). Then
+/// open() it in one of four modes (vu_file_base::type_access), read(), write() and seek() as the
+/// mode allows, and close() it. From open() to close() the handle holds a lock on the whole file.
+/// The destructor closes an open file. A handle can open one file after another. The static
+/// operations need no handle, and only linesNotEmpty() takes a lock.
 ///
 ///     vu_file file("/srv/data", "notes.txt");
 ///     file.open(vu_file::o_append);  // waits for everybody who has it open
@@ -88,7 +88,7 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// @param noWait true: a lock that another handle holds is refused at once; false: waits without
   /// limit.
   /// @return whether the file is open now. With a refused lock it is open without a lock: reads and
-  /// writes fail on what another handle has locked, and the caller has to close it.
+  /// writes fail on what another handle has locked. The caller has to close it.
   /// @blocking{no with @p noWait, otherwise as open()}
   bool try_open(type_access mode, bool& lockFailed, bool noWait);
 
@@ -114,7 +114,7 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// of it is read).
   /// @return the number of bytes read; 0 at the end of the file.
   /// @throws vu_file_except "vu_file::read : read op in write or truncate access file" in those
-  /// modes and before any open; "throw exception on read" if the system's read fails, and for a
+  /// modes and before any open. "throw exception on read" if the system's read fails, and for a
   /// count below 0. A whole file between 2 and 4 GB has such a count: its 32-bit size is negative.
   int read(std::string& out, int count);
   /// As the string form.
@@ -125,8 +125,8 @@ class VU_STORAGE_API vu_file : public vu_file_base {
 
   /// Writes all bytes: in o_append at the end of the file, otherwise at the current position.
   /// @param data the bytes; any values.
-  /// @return the number of bytes written. If the system's write fails, it is smaller than the size
-  /// of @p data, and an error is traced. 0 for empty data; the file is not touched.
+  /// @return the number of bytes written: fewer than the size of @p data if the system's write
+  /// fails, which is traced as an error. 0 for empty data; the file is not touched.
   /// @throws vu_file_except "vu_file::write : write operation in read access file" in o_read and
   /// before any open.
   int write(const std::string& data);
@@ -194,8 +194,8 @@ class VU_STORAGE_API vu_file : public vu_file_base {
 
   // ---- changes -------------------------------------------------------------------------------
 
-  /// Makes a file readable and writable for its owner (clears the read-only attribute). A file that
-  /// already is so is a success, also if it belongs to another account.
+  /// Makes a file readable and writable for its owner (clears the read-only attribute). If it is so
+  /// already, that is a success, also for a file of another account.
   /// @param path the file.
   /// @return false, after an error trace, on failure.
   static bool chmodW(const std::string& path);
@@ -218,9 +218,8 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// @param src the source.
   /// @param dst the target.
   /// @param overwrite false: a copy onto an existing file is refused without a trace.
-  /// @return whether the copy succeeded. The event Success does not say so: it is traced whenever
-  /// the system was called. On Linux a target of another account keeps the time of the copy, with a
-  /// warning.
+  /// @return whether the copy succeeded. Do not rely on the success event: a failed copy traces it,
+  /// too. On Linux a target of another account keeps the time of the copy, with a warning.
   /// @blocking{no: it fails at once if a lock is in its way}
   static bool copyFile(const std::string& src, const std::string& dst, bool overwrite);
   /// Removes a folder with everything in it. Of a link in it only the link is removed, not its

@@ -14,10 +14,10 @@ VU_STORAGE_TYPES_BEGIN
 
 /// The twin of vu_file for UTF-8 names: a file handle, and file-system operations on UTF-8 paths.
 ///
-/// Names are converted to UTF-16 for the wide system calls. A path of 249 characters or more after
-/// its root is passed in its long form: with the prefix `\\?\`, or with the short names of the
-/// volume. So files beyond the classic limit can be reached. A name that is not valid UTF-8 raises
-/// vu_i18n_except when it is converted; createDirR() and copyFile() return false instead. Contents
+/// Names are converted to UTF-16 for the wide system calls. If a path has 249 characters or more
+/// after its root, the system gets its long form: with the prefix `\\?\`, or with the short names
+/// of the volume. So a path can be longer than 260 characters. The conversion of a name that is not
+/// valid UTF-8 throws vu_i18n_except; createDirR() and copyFile() return false instead. Contents
 /// are bytes, as with vu_file.
 ///
 /// Order of calls, errors, blocking and threads are those of vu_file. A member without a
@@ -63,7 +63,7 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   /// @param count number of bytes to read; 0 for the whole file.
   /// @return the number of bytes read; 0 at the end of the file.
   /// @throws vu_file_except "vu_fileutf8::read : read op in write or truncate access file" in the
-  /// wrong mode; "throw exception on read" as vu_file, and if the whole file is larger.
+  /// wrong mode. "throw exception on read" as vu_file, and if the whole file is larger.
   int read(std::string& out, int count);
   /// @copydoc vu_file::read(char*, int)
   int read(char* buffer, int count);

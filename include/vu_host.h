@@ -40,11 +40,11 @@ struct trace_site {
   const char* signature;  ///< full signature of the operation
 };
 
-/// Receives the traces of the library. The library asks wants() first, and does not build a text
+/// Receives the traces of the library. The library calls wants() first, and does not build a text
 /// that is not wanted.
 ///
-/// A sink protects itself by its own lock. The operation waits for it, and may hold locks on files
-/// while it waits. Members must not throw.
+/// A sink needs its own lock. The operation waits for the sink, and may hold locks on files while
+/// it waits. Members must not throw.
 ///
 /// A text is valid only during the call. It may contain any byte, NUL included; one more NUL
 /// follows its end. The texts of vu_fileutf8 are UTF-8 on every system. All others are UTF-8 on
@@ -169,7 +169,7 @@ class problem_sink final : public sink {
   /// @return the last warning or error of the calling thread since clear(); empty if there was
   /// none. Valid until the thread's next warning, error or clear().
   static const std::string& last() noexcept { return kept(); }
-  /// Forgets it. Call this before the operation to check.
+  /// Forgets it. Call this before the operation whose failures you want.
   static void clear() noexcept { kept().clear(); }
 
  private:
@@ -194,8 +194,8 @@ class VU_STORAGE_API configuration {
   /// @blocking{no} @threads{any, after the last call into the library}
   virtual ~configuration();
 
-  /// Called by the initialisation. An exception is traced, and the next operation initialises
-  /// again.
+  /// Called by the initialisation. An exception is traced. The next operation then initialises
+  /// again, below the server temporary folder.
   /// @return the product's binary folder, without a trailing separator; the configuration folder is
   /// "config" in it.
   virtual ucs2string binary_folder() = 0;
@@ -239,7 +239,7 @@ class VU_STORAGE_API temporary_files {
   temporary_files& operator=(const temporary_files&) = default;
 };
 
-/// A component that a factory created. Its receiver ends its use with release().
+/// A component that a factory created. The library ends its use with release().
 ///
 /// @all_blocking{as long as it takes; the library waits for it}
 /// @all_threads{the one that requested the component}

@@ -59,13 +59,13 @@ class VU_STORAGE_API vu_utf8string {
 
   /// The empty string.
   vu_utf8string();
-  /// @param bytes a NUL-terminated UTF-8 string; copied. A null pointer counts as the empty string.
+  /// @param bytes a NUL-terminated UTF-8 string; copied. A null pointer is the empty string.
   explicit vu_utf8string(const char* bytes);
   /// @param bytes UTF-8 bytes, embedded NULs included; copied.
   explicit vu_utf8string(std::string bytes);
   /// Converts from UTF-16.
   /// @param text UTF-16; copied.
-  /// @throws vu_i18n_except when @p text holds an unpaired surrogate.
+  /// @throws vu_i18n_except when @p text contains an unpaired surrogate.
   explicit vu_utf8string(const ucs2string& text);
   /// An independent copy.
   /// @param other what is copied.
@@ -170,7 +170,7 @@ class VU_STORAGE_API ucs2string {
 
   /// The empty string.
   ucs2string();
-  /// @param units a NUL-terminated run of units; copied. A null pointer counts as the empty string.
+  /// @param units NUL-terminated units; copied. A null pointer is the empty string.
   ucs2string(const char16_t* units);
   /// @param units the units, embedded NULs included; copied.
   ucs2string(std::u16string units);

@@ -33,10 +33,10 @@ VU_STORAGE_TYPES_BEGIN
 ///
 /// Common arguments: `userOrDomain` is the owner; it selects the owner's folder, unless all owners
 /// share one (initRootStorage()). `entry` is the logical name with its extension. `type` is the
-/// area. `timestamp` is the version in seconds since 1970-01-01 UTC, 32 bits on every platform. The
-/// library appends names to paths unchecked: the caller has to refuse separators, ".." and
-/// wildcards. Overloads for vu_utf8string pass the UTF-8 bytes up to the first NUL to the narrow
-/// form.
+/// area. `timestamp` is the version: a number of 32 bits on every platform, by convention seconds
+/// since 1970-01-01 UTC. The library appends names to paths unchecked: the caller has to refuse
+/// separators, ".." and wildcards. Overloads for vu_utf8string pass the UTF-8 bytes up to the first
+/// NUL to the narrow form.
 ///
 /// Errors: an operation traces a failure under the source name "vu_storage" and returns false, 1 (0
 /// is success), -1 or a closed file. Exceptions that leave an operation are named with it. "Those
@@ -153,18 +153,18 @@ class VU_STORAGE_API vu_storage {
   /// Opens a version for writing. Creates a missing version and its folders. An existing version is
   /// emptied if @p replace is true; otherwise the file stays closed. No exception leaves it.
   ///
-  /// Replacing removes what was derived from the old content: for type 1 the document's lines in
-  /// the category files of the folder, for type 2 the folder with its sub-parts. If the owner's
-  /// folder cannot be resolved, the operation continues and fails when it creates the file.
+  /// Replacing removes what was derived from the old content. UserFilesRepository: the document's
+  /// line in each category file (see RemoveFile()). CorporateRepository: the folder with its
+  /// sub-parts. If the owner's folder cannot be created, the creation of the file fails.
   /// @param file receives the open handle; closed if nothing was opened. The caller owns it;
   /// Close() or its destructor closes it.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @param replace whether an existing version is emptied.
   /// @return false for an empty entry and after a traced error. True otherwise, also if the file
   /// stays closed, and if the entry of a new version was not saved (see the class).
-  /// @blocking{for writers of the index, for a new version also for its readers and its counter;
-  /// then for readers and writers of the document, and with @p replace and type 1 also of the
-  /// category files}
+  /// @blocking{for writers of the index, for a new version also for readers of the index and for
+  /// its counter; with @p replace and UserFilesRepository for readers and writers of the category
+  /// files; last for readers and writers of the document}
   bool OpenWrite2(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                   STG::RepositoryType type, bool replace, long timestamp);
   /// As OpenWrite2(), without its result.
@@ -252,9 +252,9 @@ class VU_STORAGE_API vu_storage {
   /// @blocking{as OpenRead(); the copy itself does not wait: it fails at once if a file is locked}
   static bool copyFromStorage(const std::string& destination, const std::string& userOrDomain,
                               const std::string& entry, STG::RepositoryType type, long timestamp);
-  /// Stores a file under its own name with timestamp 0. An earlier version is removed first: if the
-  /// copy fails, it is lost. Then writes the index. If the owner's folder cannot be resolved, the
-  /// operation continues and the index throws.
+  /// Stores a file under its own name with timestamp 0, and saves the index. An earlier version is
+  /// removed first: if the copy fails, it is lost. If the owner's folder cannot be created,
+  /// STGIndex::create() throws.
   /// @param sourceFolder the folder of the file, without a trailing separator.
   /// @param name the name of the file and of the document.
   /// @param userOrDomain,type the owner and the area.
@@ -268,7 +268,7 @@ class VU_STORAGE_API vu_storage {
   /// STG::RepositoryType)
   bool copyFileToStorage(const std::string& sourceFolder, const std::string& name,
                          const vu_utf8string& userOrDomain, STG::RepositoryType type);
-  /// Calls copyFileToStorage() for the user area (type 1).
+  /// Calls copyFileToStorage() for UserFilesRepository.
   /// @param sourceFolder,name,userOrDomain as with copyFileToStorage().
   /// @return whether the copy succeeded.
   /// @throws as copyFileToStorage().
@@ -361,10 +361,10 @@ class VU_STORAGE_API vu_storage {
   /// is newer, that is first copied over it. A closed file asks the caller to generate the sub-part
   /// and write it with OpenWriteSubPart(). No exception leaves it.
   ///
-  /// The preload copy has the same file name and is in the folder `preload`: beside the renditions
-  /// of the kind for `html` and `pdf`, otherwise beside the folder of the rendition. Other programs
-  /// write it. A sub-part is up to date if it is at least as new as its preload copy and the
-  /// document. With the extension "kdf" it always is, and preload copies are ignored.
+  /// The preload copy has the same file name and is in the folder `preload`: `html\preload` for
+  /// `html@NAME`, `pdf\preload` for `pdf@NAME`, otherwise `preload` beside the rendition's folder.
+  /// Other programs write it. A sub-part is up to date if it is at least as new as its preload copy
+  /// and the document. With the extension "kdf" it always is, and preload copies are ignored.
   ///
   /// Reading creates missing folders for the kind and the rendition, if the document has a folder
   /// of sub-parts.
@@ -419,19 +419,20 @@ class VU_STORAGE_API vu_storage {
   /// @return true.
   /// @threads{any; other users of the folders lose them}
   static bool RemoveUsersStorage(const Sequence<vu_utf8string>& names);
-  /// Removes a version, its file, its lines in the category files of the folder and, for type 1, in
-  /// "attribut.txt". Its sub-parts stay until cleanOutOfDateOutput() sweeps them. No exception
-  /// leaves it.
+  /// Removes a version, its file, its line in each category file of the folder and, for
+  /// UserFilesRepository, in "attribut.txt". Its sub-parts stay until cleanOutOfDateOutput() sweeps
+  /// them. No exception leaves it.
   ///
-  /// An empty entry removes the first line of each of these files.
+  /// "Its line" is the text from the first occurrence of @p entry to the end of that line. Example:
+  /// removing "a.kdc" cuts a line "ba.kdc=1" to "b", without a line end, if it is the first with
+  /// "a.kdc". An empty entry removes the first line of each of these files.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @return false, traced, if the index cannot be read or something else throws. True otherwise:
   /// also if there is nothing to remove, the owner is empty, or the system refuses to remove the
   /// file. Also true if a category file or "attribut.txt" cannot be opened, read or written; then
   /// the line stays, or that file is left empty. All refusals are traced.
   /// @blocking{for writers of the index, if there is something to remove also for its readers; then
-  /// for readers and writers of the category files and, for type 1, of "attribut.txt"; not for
-  /// those of the document}
+  /// for readers and writers of the files with such lines; not for those of the document}
   static bool RemoveFile(const std::string& userOrDomain, const std::string& entry,
                          STG::RepositoryType type, long timestamp);
   /// @copydoc RemoveFile(const std::string&, const std::string&, STG::RepositoryType, long)

@@ -20,8 +20,8 @@
  * one at a time: a second one gets VU_BUSY.
  *
  * Memory. The caller owns what it passes in, and may release it when the call returns; only
- * vu_set_trace() keeps pointers. vu_read_whole() alone allocates memory for the caller: release it
- * with vu_free(). What a callback receives is valid until that callback returns.
+ * vu_set_trace() keeps pointers. Only vu_read_whole() allocates memory for the caller, who releases
+ * it with vu_free(). What a callback receives is valid until that callback returns.
  *
  * Callbacks run on the thread of the call and without a lock; they may call the library. (The trace
  * sink is different: see vu_trace_sink.) A callback must return: after a longjmp() or an exception
@@ -29,9 +29,9 @@
  *
  * Texts are UTF-8 on every system and end with a NUL. A call that returns a text or bytes takes
  * `buffer`, its size `room` in bytes, and `size`. With VU_DONE and VU_TOO_SHORT, `size` receives
- * the number of bytes, for texts without the NUL; a text needs one byte more room. With a null
- * `buffer` and a `room` of 0 the call returns VU_DONE and only this number. Returned paths have the
- * system's separators. Paths passed in may have "/" or "\".
+ * the number of bytes. For a text this number does not include the NUL, which needs one more byte
+ * of room. With a null `buffer` and a `room` of 0 the call returns VU_DONE and only this number.
+ * Returned paths have the system's separators. Paths passed in may have "/" or "\".
  *
  * On Windows the library converts owners, paths and the extensions of documents to the code page of
  * the process. A name that does not fit there yields VU_NO_NAME; the library never alters a name. A
@@ -46,18 +46,21 @@
  * Units. Times are seconds since 1970-01-01 UTC, sizes are bytes, time limits are milliseconds.
  *
  * Waiting. Calls wait for locks that other handles hold, in this process and in others.
- * vu_settings::wait_ms limits the sum of all waits of one call. There are two locks:
- * - The index of a folder. Readers find and list versions; writers change entries. A call releases
- *   the lock before it returns, and before it calls a callback.
- * - The file of a document. Readers are vu_read(), vu_read_whole(), vu_key_get() and streams that
- *   read. Writers are streams that write, writes in place, vu_key_set() and vu_key_delete(). A
- *   stream keeps the lock until vu_stream_close(); a call releases it before it returns.
+ * vu_settings::wait_ms limits these waits. The time runs from the start of the call, also while the
+ * call works or its callback runs. After it, a lock that is not free is refused at once.
+ * There are two kinds of locks:
+ * - The index of a folder, with its counter. Readers find and list versions; writers change
+ *   entries. A call releases the lock before it returns, and before it calls a callback.
+ * - The file of a document. Readers are vu_read(), vu_read_whole(), vu_key_get(), vu_key_each() and
+ *   streams that read. Writers are streams that write, writes in place, vu_key_set(),
+ *   vu_key_delete(), and calls that remove lines from category files. A stream keeps the lock until
+ *   vu_stream_close(); a call releases it before it returns.
  *
  * "Waits for writers" means: until nobody holds the lock exclusively. "Waits for readers and
  * writers" means: until nobody holds it at all. A reader that creates a missing index, or adopts
  * orphans, waits as a writer does. VU_LOCK_TIMEOUT means that the requested change was not made.
- * Exceptions: vu_clean() has cleaned some folders, and a vu_rename() between folders can leave both
- * versions or an orphan (docs/api.md).
+ * docs/api.md (Time limits) lists the exceptions, for example vu_clean() and replacing a version of
+ * VU_AREA_USER while a category file is locked.
  *
  * Crash safety. When a process is killed or the power fails, the system releases its locks. Calls
  * that returned VU_DONE are not affected, except for what a description calls "not flushed". An
@@ -70,14 +73,13 @@
  *   the new one.
  * - vu_remove(), vu_clean(): each version as it was or removed; possibly a dangling entry, or,
  *   after a power failure, the file as an orphan.
- * - vu_rename(): the version, complete, under its old name or the new one, between two folders
- *   possibly under both; possibly an orphan.
+ * - vu_rename(): the complete version under its old name or its new one, between two folders
+ *   possibly under both; possibly also what vu_copy_in() leaves.
  *
- * A version or key file that was written in place must be written again. Everything else goes by
- * itself. The next save of the index drops dangling entries. vu_clean() removes entries with
- * ".vu-storing-" when they are old enough. The next call that lists or changes the folder adopts
- * orphans, and vu_clean() removes them when they are old enough. With VU_NO_ADOPTION the next
- * vu_clean() sweeps orphans away.
+ * A version or key file that was written in place must be written again. The rest needs no action.
+ * The next save of the index drops dangling entries. The next call that lists or changes the folder
+ * adopts orphans as versions; with VU_NO_ADOPTION the next vu_clean() sweeps them. vu_clean()
+ * removes entries with ".vu-storing-" and adopted orphans when they are old enough.
  */
 #ifndef VU_STORAGE_C_H
 #define VU_STORAGE_C_H
@@ -128,7 +130,7 @@ enum {
   VU_NOTHING_MATCHED = 3, /**< nothing in the storage matches the request */
   VU_PARTLY_DONE = 5,     /**< done, except for what vu_last_error() reports */
   VU_NO_TREE = 10,        /**< the root folder does not exist, or no storage is open yet */
-  VU_LOCK_TIMEOUT = 11,   /**< a lock was not obtained in time; the change was not made */
+  VU_LOCK_TIMEOUT = 11,   /**< a lock was not obtained in time; see "Waiting" above */
   VU_REFUSED = 12,        /**< the guard refuses the request (see vu_open_store()) */
   VU_ALREADY = 20,        /**< it exists already */
   VU_TOO_SHORT = 21,      /**< the buffer is too short; `size` receives the required size */
@@ -192,7 +194,7 @@ typedef struct vu_settings {
   const char* root;   /**< the parent of the folder "storage"; null: the storage that is open */
   uint32_t flags;     /**< VU_MAKE_ROOT, VU_SHARED_FOLDERS, VU_NO_ADOPTION, VU_NO_GUARD */
   uint32_t reserved;  /**< 0 */
-  int64_t wait_ms;    /**< limit of waiting for locks; 0: no limit, VU_NO_WAIT: no waiting */
+  int64_t wait_ms;    /**< time limit of each call for locks; 0: none, VU_NO_WAIT: no waiting */
 } vu_settings;
 
 /** Initialises a vu_settings. */
@@ -250,8 +252,8 @@ VU_C_API vu_status vu_folder(vu_store* store, int32_t area, char* buffer, size_t
 
 /* ---- documents ------------------------------------------------------------------------------ */
 
-/** For vu_document::version: the latest version. Calls that create a version, VU_READ_SERVED and
- *  vu_open_part() do not accept it. */
+/** For vu_document::version: the latest version, which has the greatest number. Calls that create a
+ *  version, VU_READ_SERVED and vu_open_part() do not accept it. */
 #define VU_LATEST ((int64_t)-1)
 
 /** Names a document and one version of it. */
@@ -317,7 +319,7 @@ VU_C_API vu_status vu_read_whole(vu_store* store, const vu_document* document, v
                                  size_t* size);
 
 enum {
-  VU_REPLACE = 1, /**< an existing target is replaced; otherwise it is VU_ALREADY */
+  VU_REPLACE = 1, /**< an existing target is replaced; without this flag: VU_ALREADY */
   VU_IN_PLACE = 2 /**< the file is emptied and written: half the work, but not atomic */
 };
 
@@ -331,15 +333,15 @@ enum {
  * Stores bytes as a version. After VU_DONE they are on the device.
  *
  * Storing is atomic: the bytes go to a new file, then one save of the index gives this file to the
- * version. Until that save readers get the old version. A call that fails leaves the old version in
- * place. The head of this file lists what an interruption leaves.
+ * version. Until that save readers get the old version. A call that fails leaves the old version
+ * unchanged. The head of this file lists what an interruption leaves.
  *
- * The file is emptied and written instead with VU_IN_PLACE, and when the folder contains a file
- * with exactly the name of the document. A failure then leaves a part of the new bytes; the old
- * ones are lost.
+ * With VU_IN_PLACE the file is emptied and written instead. The same happens if the folder contains
+ * a file with exactly the name of the document. A failure then leaves a part of the new bytes; the
+ * old ones are lost.
  *
- * Replacing a version removes what was derived from it: its parts (VU_AREA_DOCS), its lines in
- * category files (VU_AREA_USER).
+ * Replacing a version removes what was derived from it: its parts (VU_AREA_DOCS), its line in each
+ * category file (VU_AREA_USER).
  *
  * @param document the version must not be VU_LATEST.
  * @param bytes may be null when `size` is 0.
@@ -349,10 +351,11 @@ enum {
  * @return VU_ALREADY: the version existed when the call began, and VU_REPLACE is not set.
  *   VU_PARTLY_DONE: the version is stored, but something beside it failed, for example removing old
  *   parts. VU_FAILED: the old version is unchanged. Exception: after an I/O error, and on Windows
- *   while another handle has the old file open, the new version can be in place. Either is
- *   complete, except in place.
+ *   while another handle has the old file open, the new version can have replaced it. Each of them
+ *   is complete, unless it was written in place.
  *
- * Waits for readers and writers of the index; in place also for those of the document.
+ * Waits for readers and writers of the index; in place also for those of the document. Replacing a
+ * version of VU_AREA_USER also waits for those of the category files in its folder.
  */
 VU_C_API vu_status vu_put(vu_store* store, const vu_document* document, const void* bytes,
                           size_t size, uint32_t flags, int32_t* how);
@@ -360,7 +363,7 @@ VU_C_API vu_status vu_put(vu_store* store, const vu_document* document, const vo
 /**
  * Stores a file as a version, with its modification time. Otherwise as vu_put(); but in place the
  * bytes are not flushed, and a power failure can lose them.
- * @param path the file, which is only read. A writer that locks it is not waited for: VU_FAILED.
+ * @param path the file, which is only read. If a writer has locked it, the call fails at once.
  * @return VU_NOTHING_MATCHED: there is no such file.
  */
 VU_C_API vu_status vu_copy_in(vu_store* store, const vu_document* document, const char* path,
@@ -375,39 +378,40 @@ VU_C_API vu_status vu_copy_in(vu_store* store, const vu_document* document, cons
  *
  * @param path the target file.
  * @param flags VU_REPLACE; without it an existing file is VU_ALREADY.
- * @return VU_NOTHING_MATCHED: there is no such version. VU_FAILED also when a writer has the
- *   document locked, or anybody the target: the copy waits for neither. Waits as vu_exists().
+ * @return VU_NOTHING_MATCHED: there is no such version. VU_FAILED: also if a writer has locked the
+ *   document, or any handle the target; the copy does not wait for them. Waits as vu_exists().
  */
 VU_C_API vu_status vu_copy_out(vu_store* store, const vu_document* document, const char* path,
                                uint32_t flags);
 
 /**
- * Removes a version, its file, and the lines of category files that name it. Streams that have the
- * version open do not delay the call. Its parts stay until vu_clean() sweeps them.
- * Waits for readers and writers of the index.
+ * Removes a version, its file, and its line in each category file of the folder (VU_AREA_USER: also
+ * in "attribut.txt"). vu_storage::RemoveFile() says which line this is. Streams that have the
+ * version open do not delay the call. Its parts stay until vu_clean() sweeps them. Waits for
+ * readers and writers of the index and of the files with such lines.
  * @return VU_NOTHING_MATCHED: there is no such version. VU_FAILED: the system keeps the file, as
- *   Windows can do while it is open; the version stays. VU_PARTLY_DONE: the version is gone; a
+ *   Windows can do while it is open; the version stays. VU_PARTLY_DONE: the version is removed; a
  *   dangling entry or a line that names it stays.
  */
 VU_C_API vu_status vu_remove(vu_store* store, const vu_document* document);
 
 /**
- * Changes the name, version, owner or area of a version. Its parts stay behind.
+ * Changes the name, version, owner or area of a version. Its parts stay until vu_clean() sweeps
+ * them. Within one folder one save of the index changes the name; lines in category files keep the
+ * old name. Otherwise the version is copied as by vu_copy_in(), and then the old one is removed as
+ * by vu_remove(). Documents of VU_AREA_DOCS are spread over folders by name: a new name nearly
+ * always means another folder.
  *
- * Within one folder one save of the index does it. Otherwise the version is copied as by
- * vu_copy_in(), and then the old one is removed. Documents of VU_AREA_DOCS are spread over folders
- * by name: a new name nearly always means another folder.
- *
- * @param flags VU_REPLACE; without it an existing version `to` is VU_ALREADY.
+ * @param flags VU_REPLACE; without it VU_ALREADY if a version `to` exists.
  * @return VU_NOTHING_MATCHED: there is no version `from`. VU_PARTLY_DONE: the version has its new
  *   name, but the old version or something derived from the replaced one stays. VU_ALREADY: both
  *   versions are unchanged. VU_FAILED: the version is complete under one of the two names, or both.
- *   Waits as vu_remove().
+ *   Waits as vu_put() and vu_remove().
  */
 VU_C_API vu_status vu_rename(vu_store* store, const vu_document* from, const vu_document* to,
                              uint32_t flags);
 
-/** Returns the latest version of a name. `document->version` is ignored.
+/** Returns the latest version of a name, see VU_LATEST. `document->version` is ignored.
  *  @param version receives it.
  *  @return VU_NOTHING_MATCHED: the name has no version. Waits as vu_exists(). */
 VU_C_API vu_status vu_latest(vu_store* store, const vu_document* document, int64_t* version);
@@ -444,8 +448,9 @@ enum {
  *   VU_OUTDATED: see above.
  *
  * To read it waits for writers of the index, then for writers of the document. To write it waits
- * for writers of the index, for a new version also for its readers; then for readers and writers of
- * the document.
+ * for writers of the index, and for a new version also for readers of the index. Replacing a
+ * version of VU_AREA_USER then waits for readers and writers of the category files. Last it waits
+ * for readers and writers of the document.
  */
 VU_C_API vu_status vu_open(vu_store* store, const vu_document* document, int32_t mode,
                            vu_stream** stream);
@@ -454,7 +459,7 @@ VU_C_API vu_status vu_open(vu_store* store, const vu_document* document, int32_t
  * Opens a part (a sub-part of the glossary) of a document of VU_AREA_DOCS, for example one page.
  *
  * Reading opens a part that is up to date. A newer preload copy (vu_storage::OpenReadSubPart()) is
- * first copied over the part. VU_OUTDATED asks the caller to generate the part and write it.
+ * first copied over the part. After VU_OUTDATED the caller generates the part and writes it.
  *
  * @param rendition "html@" + name, "pdf@" + name, or another name without "@".
  * @param part the part's name.
@@ -556,8 +561,8 @@ VU_C_API vu_status vu_each_owner(vu_store* store, int32_t area, vu_name_visitor 
  * changes do not overwrite each other. It empties the file and writes it: a failed write loses
  * lines.
  *
- * The guard refuses with VU_REFUSED what the format cannot store: line names that are empty or
- * contain "=", and names and values with a line feed, a carriage return or a tab.
+ * The guard refuses with VU_REFUSED what the format cannot store: an empty line name, "=" in a line
+ * name, and a line feed, a carriage return or a tab in a name or value.
  *
  * vu_key_get() returns the value of the first line with that name. VU_NOTHING_MATCHED: there is no
  * such line or file. Waits for writers of the index and for writers of the file.
@@ -584,7 +589,7 @@ VU_C_API vu_status vu_key_each(vu_store* store, const vu_document* document, vu_
  * as those for key files.
  *
  * @param owner null for the master profile.
- * @param file null for "profile.txt"; for a master profile without that file, "master.txt".
+ * @param file null means "profile.txt", or "master.txt" if the master profile has no "profile.txt".
  */
 VU_C_API vu_status vu_profile_get(vu_store* store, const char* owner, const char* file,
                                   const char* line, char* buffer, size_t room, size_t* size);
@@ -602,17 +607,19 @@ VU_C_API vu_status vu_profile_each(vu_store* store, const char* owner, const cha
 
 /**
  * Renames an owner's folders of mail, lists and own files. Corporate documents keep the old owner.
- * Takes and waits for no lock: nobody else may use these folders during the call.
+ * Takes and waits for no lock: nobody else may use these folders during the call. Not atomic: after
+ * an interruption or VU_PARTLY_DONE some folders have the new name, and another call is VU_ALREADY.
  * @return VU_ALREADY: a folder with the new name exists. VU_NOTHING_MATCHED: the old name has no
  *   folder. VU_PARTLY_DONE: a folder keeps the old name, on Windows for example because a file in
- *   it is open.
+ *   it is open. VU_USAGE: owners share folders.
  */
 VU_C_API vu_status vu_rename_owner(vu_store* store, const char* from, const char* to);
 
 /**
  * Removes an owner's folders of mail, lists and own files with all files. Corporate documents stay.
  * Takes and waits for no lock: other programs lose the files that they use.
- * @return VU_NOTHING_MATCHED: the owner has no folder. VU_PARTLY_DONE: some files stay.
+ * @return VU_NOTHING_MATCHED: the owner has no folder. VU_PARTLY_DONE: some files stay. VU_USAGE:
+ *   owners share folders.
  */
 VU_C_API vu_status vu_remove_owner(vu_store* store, const char* owner);
 
@@ -624,15 +631,15 @@ enum {
 
 /**
  * Removes the versions of an area that are older than a limit, with their parts. Then it sweeps
- * each folder: it removes orphans, and parts without a document, whatever their age. (With
- * adoption, orphans became entries before, and go by their age.) There is no sweep with VU_DRY_RUN
- * or with `older_than` 0.
+ * each folder: it removes orphans, and parts without a document, whatever their age. With adoption
+ * the call first adopts orphans: it then removes them by age, as versions. There is no sweep with
+ * VU_DRY_RUN or with `older_than` 0.
  * @param owner null for every owner.
  * @param older_than in seconds, 0 to 4294967295.
  * @param flags VU_DRY_RUN, VU_BY_ACCESS, VU_CLEAN_ALL.
  * @param visit may be null; called for each version that is too old, before its folder is cleaned.
- *   After VU_INTERRUPTED and VU_LOCK_TIMEOUT that folder and all later ones are unchanged; earlier
- *   ones stay cleaned.
+ *   After VU_INTERRUPTED that folder and all later ones are unchanged; earlier ones stay cleaned.
+ *   The same is true after VU_LOCK_TIMEOUT for the folder with the lock.
  * @param count may be null; receives the number of versions removed (with VU_DRY_RUN: to remove),
  *   also when the call ends early.
  * @return VU_NO_NAME: the folder's name is not the same in UTF-8 and in the code page.
@@ -644,10 +651,12 @@ VU_C_API vu_status vu_clean(vu_store* store, int32_t area, const char* owner, in
 
 /**
  * Migrates an owner's mail folder: escaped file names become entries of the index and of the read
- * list.
+ * list. Not atomic: another call continues the work, but does not repair the read list, which is
+ * written last.
  * @return VU_DONE, also for a folder that is migrated already. VU_NOTHING_MATCHED: the owner has no
  *   mail folder. VU_REFUSED: the storage was opened with VU_NO_ADOPTION, and the migration needs
- *   adoption. Waits for readers and writers of the index and the read list.
+ *   adoption. VU_USAGE: owners share folders. Waits for readers and writers of the index and the
+ *   read list.
  */
 VU_C_API vu_status vu_migrate_inbox(vu_store* store, const char* owner);
 

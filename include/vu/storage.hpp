@@ -7,12 +7,12 @@
 ///     store.put(report, "Hello");
 ///     if (const auto text = store.read(report)) std::cout << *text;
 ///
-/// Failures are exceptions of type vu::error. These two are results instead: a missing document is
-/// an empty std::optional or false; an existing one, where none may exist, is false.
+/// Failures are exceptions of type vu::error. Two cases are results instead. For a missing document
+/// the result is an empty std::optional, false or a closed file. For an existing one that must not
+/// be replaced it is false, stored::not_stored or a closed file.
 ///
-/// Any number of threads may use one store; only one at a time may use a file. For locks, waits and
-/// crash safety see the head of vu/storage.h; each member here behaves as the C function that it
-/// calls.
+/// Any number of threads may use one store; only one at a time may use a file. Each member behaves
+/// as the C function that it calls: for locks, waits and crash safety see vu/storage.h.
 #ifndef VU_STORAGE_HPP
 #define VU_STORAGE_HPP
 
@@ -122,7 +122,7 @@ inline std::int32_t version_number() { return vu_version_number(); }
 /// The area of a document.
 enum class area : std::int32_t { user = VU_AREA_USER, docs = VU_AREA_DOCS, mail = VU_AREA_MAIL };
 
-/// For key::version: the latest version, where VU_LATEST is accepted.
+/// For key::version: the greatest version, where VU_LATEST is accepted.
 inline constexpr std::int64_t latest = VU_LATEST;
 
 /// Names a document and one version of it.
@@ -164,7 +164,7 @@ struct info {
 /// One version in a list.
 struct entry : key {
   std::string file;              ///< the name of its file in the folder
-  std::optional<vu::info> info;  ///< only if it was requested
+  std::optional<vu::info> info;  ///< if it was requested and the system knows the size
 };
 
 /// What to do with a version or file that exists already.
@@ -177,7 +177,7 @@ enum class stored : std::int32_t {
   in_place = VU_STORED_IN_PLACE  ///< not atomic: an interruption can leave a part
 };
 
-/// As an owner: the master profile for calls about profiles, every owner for those about cleaning.
+/// In place of an owner: the master profile in calls on profiles, every owner in calls that clean.
 inline constexpr std::nullopt_t nobody = std::nullopt;
 
 /// What a clean removes. Values can be combined with "|".
@@ -229,7 +229,7 @@ class file {
   /// The handle; this object remains its owner.
   vu_stream* handle() const noexcept { return m_stream; }
 
-  /// Reads up to @p room bytes; less only at the end of the file.
+  /// Reads @p room bytes; fewer only at the end of the file.
   std::size_t read(void* buffer, std::size_t room) {
     std::size_t size = 0;
     check(vu_stream_read(m_stream, buffer, room, &size));
@@ -388,7 +388,7 @@ class store {
       return std::nullopt;
     return size;
   }
-  /// Stores a version atomically: see vu_put(). (C++ keeps the name `store` for the constructor.)
+  /// Stores a version atomically: see vu_put().
   stored put(const key& as, std::string_view bytes, if_there there = if_there::replace) {
     return put(as, bytes, static_cast<std::uint32_t>(there));
   }
@@ -396,7 +396,8 @@ class store {
   stored put_in_place(const key& as, std::string_view bytes, if_there there = if_there::replace) {
     return put(as, bytes, static_cast<std::uint32_t>(there) | VU_IN_PLACE);
   }
-  /// Stores a file as a version, with its modification time; atomically, as put().
+  /// Stores a file as a version, with its modification time: see vu_copy_in(). @throws error
+  /// VU_NOTHING_MATCHED if there is no such file.
   stored copy_in(const key& as, const std::filesystem::path& path,
                  if_there there = if_there::replace) {
     const vu_document document = document_of(as);
@@ -444,7 +445,7 @@ class store {
       return vu_file_path(m_store, &document, buffer, room, size);
     }));
   }
-  /// The latest version of a name; empty optional if there is none.
+  /// The greatest version of a name; empty optional if there is none.
   std::optional<std::int64_t> latest_version(const key& of) const {
     const vu_document document = document_of(of);
     std::int64_t version = 0;
@@ -455,16 +456,16 @@ class store {
 
   // ---- files -----------------------------------------------------------------------------------
 
-  /// Opens exactly this version for reading; the file is closed if it does not exist.
+  /// Opens exactly this version for reading. @return a closed file if it does not exist.
   file open(const key& of) const { return opened(of, VU_READ_EXACT, VU_NOTHING_MATCHED); }
-  /// Opens for reading under the rules of VU_READ_SERVED; the file is closed if nothing matches.
+  /// Opens for reading under the rules of VU_READ_SERVED. @return a closed file if nothing matches.
   /// @throws error VU_OUTDATED
   file open_served(const key& of) const { return opened(of, VU_READ_SERVED, VU_NOTHING_MATCHED); }
-  /// Opens a version for writing; the file is closed if it exists and is kept.
+  /// Opens a version for writing. @return a closed file if the version exists and is kept.
   file create(const key& as, if_there there = if_there::keep) {
     return opened(as, there == if_there::keep ? VU_WRITE_NEW : VU_WRITE_OVER, VU_ALREADY);
   }
-  /// Opens a part for reading; the file is closed if the caller has to generate the part.
+  /// Opens a part for reading. @return a closed file if the caller has to generate the part.
   /// @throws error VU_NOTHING_MATCHED if the version of the document does not exist.
   file open_part(const key& of, const std::string& rendition, const std::string& part) const {
     return part_of(of, rendition, part, VU_READ_SERVED);
@@ -544,8 +545,8 @@ class store {
       return vu_key_each(m_store, &document, visit, context);
     });
   }
-  /// The value of a line of an owner's profile or of the master profile, see vu_profile_get(). @p
-  /// file names another file than the default.
+  /// The value of a line of an owner's profile or of the master profile. @p file: see
+  /// vu_profile_get().
   std::optional<std::string> profile_value(
       const std::optional<std::string>& owner, const std::string& line,
       const std::optional<std::string>& file = std::nullopt) const {
@@ -701,9 +702,10 @@ struct trace {
   std::string_view text;       ///< see vu_trace::text
 };
 
-/// Sends every trace of the library to a function during the life of this object. Any thread may
-/// call the function, several at once. It must not call the library; its exceptions are dropped.
-/// Only one object at a time; construct and destroy it while no other thread is inside the library.
+/// Sends every trace of the library to a function during the life of this object; afterwards the
+/// library traces nothing, even if it had another sink before. Any thread may call the function,
+/// several at once. It must not call the library; its exceptions are dropped. Only one object may
+/// exist at a time. Construct and destroy it while no other thread is inside the library.
 class trace_listener {
  public:
   /// @param level the most detailed level to send: -1 (only events) to 4.
