@@ -12,7 +12,7 @@
 namespace api {
 namespace {
 
-/// The start of the warning for a save that could not begin. It counts as a failure here.
+/// The start of the warning for a save that could not begin. Here it is a failure.
 constexpr std::string_view kNotSaved = "STGIndex::~STGIndex(): Unable to create/update index.dat";
 
 std::string_view without_line_end(std::string_view text) {
@@ -138,7 +138,7 @@ Pause::~Pause() {
 }
 
 vu_status Call::end(vu_status status) noexcept {
-  // An operation may report the missing lock as something else.
+  // An operation may report the refused lock as something else.
   if (m_limit && LockLimit::passed()) status = VU_LOCK_TIMEOUT;
   if (status == VU_DONE) {
     m_state.problem.clear(m_operation);

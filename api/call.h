@@ -53,7 +53,6 @@ class Problem {
 
 Problem& last_problem() noexcept;
 
-/// The thread's last problem, and its innermost call.
 struct ThreadState;
 
 /// One call. During its life it receives what the library traces on its thread.
@@ -68,12 +67,11 @@ class Call final : public trace::Listener {
   void hear_failure(std::string_view path, std::int32_t code) noexcept override;
 
   const char* operation() const { return m_operation; }
-  /// The innermost call of this thread.
   static Call& current() noexcept;
-  /// Limits the sum of the waits from here to the end of the call. @param wait_ms not 0; see
-  /// vu_settings.
+  /// Sets the time after which no lock is waited for, until the end of the call. @param wait_ms not
+  /// 0; see vu_settings.
   void limit_waiting(std::int64_t wait_ms) noexcept;
-  /// Ends that limit, so that a missing lock no longer makes the status VU_LOCK_TIMEOUT.
+  /// Ends that limit, so that a refused lock no longer changes the status to VU_LOCK_TIMEOUT.
   void wait_no_more() noexcept;
   /// Whether a failure was traced; the operation may have returned success.
   bool heard_failure() const { return m_failures != 0; }
@@ -131,7 +129,6 @@ vu_status run(const char* operation, Body&& body) noexcept {
   }
 }
 
-/// Throws Refusal VU_USAGE if a required pointer is null.
 inline void require(const void* pointer, const char* what) {
   if (pointer == nullptr) throw Refusal{VU_USAGE, std::string(what) + " is null", {}};
 }

@@ -16,7 +16,6 @@ enum class Sharing : std::uint8_t {
   kExclusive,  ///< one call at a time
 };
 
-/// The object of a handle.
 class Object {
  public:
   virtual ~Object() = default;

@@ -37,7 +37,6 @@ std::vector<std::string> subfolders_of(const std::string& folder) {
   return names;
 }
 
-/// The name of a bucket is a number of eight digits or more.
 bool is_bucket_name(std::string_view name) {
   return name.size() >= 8 && name.find_first_not_of("0123456789") == std::string_view::npos;
 }

@@ -13,7 +13,6 @@ namespace {
 #define VU_TEXT_OF(number) #number
 #define VU_DOTTED(major, minor, patch) VU_TEXT_OF(major) "." VU_TEXT_OF(minor) "." VU_TEXT_OF(patch)
 
-/// Passes every trace to a callback.
 class CallbackSink final : public vu_host::trace_sink {
  public:
   CallbackSink(vu_trace_sink sink, void* context, std::int32_t level) noexcept

@@ -41,7 +41,6 @@ class StoreUse {
   Use m_use;
 };
 
-/// Throws the Refusal for a handle that cannot be used.
 [[noreturn]] void refuse_handle(handles::Found found);
 inline void check_found(handles::Found found) {
   if (found != handles::Found::kYes) refuse_handle(found);
@@ -59,8 +58,8 @@ std::string entry_of(const Store& store, const char* text);
 std::string file_name_of(const Store& store, const char* what, const char* name);
 /// A path; not guarded.
 std::string path_of(const char* path);
-/// Refuses a document name that is the physical name of another document, or the folder of parts,
-/// in the same folder: a file answers for its own name. @throws Refusal VU_REFUSED
+/// Refuses a document name that is the name of another document's file or of a folder of parts in
+/// the same folder: a lookup of the name would find that file. @throws Refusal VU_REFUSED
 void refuse_anothers_file(const Store& store, const Address& address);
 enum class Version : std::uint8_t {
   kAny,      ///< VU_LATEST is accepted
@@ -84,11 +83,11 @@ bool is_there(const std::string& path);
 /// Finds the folder of a document. @return false if it does not exist and @p create is false.
 bool find_folder(const Address& address, bool create, std::string& folder);
 
-/// Waits within the limit until the index of a folder can be locked exclusively. For operations
-/// whose first step cannot be undone. @throws vu_file_except after the limit: VU_LOCK_TIMEOUT
+/// Waits within the limit until the index of a folder can be locked exclusively. Call it before an
+/// operation whose first step cannot be undone. @throws vu_file_except after the limit:
+/// VU_LOCK_TIMEOUT
 void wait_for_index(const std::string& folder);
 
-/// Where a version is.
 struct Place {
   std::string folder;
   std::string file;
@@ -98,10 +97,10 @@ struct Place {
 };
 /// Finds a version. @return false if it does not exist. @throws Refusal if that is unknown.
 bool find(const Address& address, Place& place);
-/// The same. @throws Refusal VU_NOTHING_MATCHED if it does not exist.
+/// As find(). @throws Refusal VU_NOTHING_MATCHED if it does not exist.
 Place place_of(const Address& address);
-/// Whether to look a version up again after its file could not be used: the file is gone because
-/// another program has replaced the version.
+/// For a version whose file could not be used: whether the file is gone because another program has
+/// replaced the version. The caller then looks the version up again.
 bool has_moved(const Place& place, int tries);
 /// Calls @p use with the place of a version, again if the version has moved.
 template <class Use>

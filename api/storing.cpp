@@ -26,7 +26,6 @@
 namespace api {
 namespace {
 
-/// Where the bytes of a version come from: memory, or a file.
 struct Source {
   const void* bytes = nullptr;
   std::size_t size = 0;
@@ -76,7 +75,6 @@ void fill(const Source& source, const Place& place) {
     throw Refusal{VU_FAILED, {}, told_path(place.path())};
 }
 
-/// Removes what was derived from the replaced content.
 void drop_derived(const Address& address, const Place& old) {
   if (address.type == STG::UserFilesRepository)
     StorageGate::remove_from_categories(old.folder, address.name);
@@ -205,7 +203,7 @@ vu_status store(const Address& address, const Source& source, std::uint32_t flag
   bool in_place = (flags & VU_IN_PLACE) != 0;
   if (!in_place) {
     if (!find_folder(address, true, folder)) throw Refusal{VU_FAILED, {}, {}};
-    // A file with exactly this name answers for it, whatever the index says.
+    // Reads of this name return a file with exactly this name, whatever the index contains.
     in_place = is_there(folder + "\\" + address.name);
   }
   if (in_place) {

@@ -13,7 +13,6 @@ namespace api {
 
 enum class Direction : std::uint8_t { kReads, kWrites };
 
-/// The object of a stream handle.
 struct Stream final : Object {
   vu_file file;
   Direction direction = Direction::kReads;

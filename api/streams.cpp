@@ -43,13 +43,13 @@ void open_exact(Stream& stream, const Address& address) {
   });
 }
 
-/// Whether the file that could not be opened exists: then the system refused to open it.
+/// Whether the file that could not be opened exists. If it does, the system refused to open it.
 bool is_refused_file_there() {
   std::string path;
   return os::narrow_of(last_problem().path(), path) && !path.empty() && vu_file::exists(path);
 }
 
-/// Throws why OpenRead() served nothing. Returns if the version has got another file since.
+/// Throws the reason why OpenRead() served nothing. Returns if the version has a new file now.
 void check_served(const Address& address) {
   if (Call::current().heard_failure()) {
     if (LockLimit::passed() || is_refused_file_there()) throw Refusal{VU_FAILED, {}, {}};

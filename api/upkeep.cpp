@@ -17,7 +17,6 @@
 namespace api {
 namespace {
 
-/// An owner's folders of mail, lists and own files.
 std::array<std::string, 3> folders_of(const std::string& owner) {
   return {vu_storage::getMailPath() + "\\" + owner, vu_storage::getListPath() + "\\" + owner,
           vu_storage::getUserPath() + "\\" + owner};
@@ -73,7 +72,7 @@ struct Cleaning {
   std::int64_t now;
 
   bool takes_all() const { return older_than == 0; }
-  /// As the operation decides: a missing file is very old, a time in the future is new.
+  /// Decides as cleanOutOfDateOutput(): a missing file has the time 0, a time in the future is new.
   bool is_old(const vu_info& info) const {
     const std::int64_t time = (flags & VU_BY_ACCESS) != 0 ? info.accessed : info.modified;
     return takes_all() || now - (info.size < 0 ? 0 : time) > older_than;
