@@ -9,7 +9,7 @@
 
 Names and texts are str, contents of documents are bytes, paths are str or os.PathLike. Failures
 are exceptions derived from StorageError. A missing document is not a failure: the call returns
-None or False. Where a method has to return something else, it raises NotThere.
+None or False. A method that cannot return one of these raises NotThere.
 
 Each method behaves as the C function of the same purpose. The head of vu/storage.h says which locks
 a call waits for, which threads may call, and what a crash leaves.
@@ -33,7 +33,7 @@ __all__ = [
     "Refused", "StorageError", "Store", "Trace", "set_trace", "version", "version_number",
 ]
 
-#: For Key.version: the latest version.
+#: For Key.version: the greatest version.
 LATEST = -1
 
 _AREAS = {"user": 1, "docs": 2, "mail": 3}
@@ -46,8 +46,8 @@ PathLike = Union[str, "os.PathLike[str]"]
 
 
 class StorageError(Exception):
-    """A failed call. Its attributes: status (a number), name (of the status), operation (the call),
-    text (what happened), path (or None), system_code (0 if the failure is not the system's)."""
+    """A failed call. Attributes: status (a number), name (of the status), operation (the call),
+    text (what happened), path (or None). system_code is 0 if the failure is not the system's."""
 
     def __init__(self, status: int, operation: str, text: str, path: str, system_code: int,
                  system_text: str) -> None:
@@ -70,7 +70,7 @@ class NotThere(StorageError):
 
 
 class LockTimeout(StorageError):
-    """A lock was not obtained in time; the change was not made."""
+    """A lock was not obtained in time; for what has changed then see VU_LOCK_TIMEOUT."""
 
 
 class Refused(StorageError):
@@ -209,7 +209,7 @@ class Entry:
     file: str
     """The name of its file in the folder."""
     info: Optional[Info]
-    """None unless it was requested."""
+    """None unless it was requested and the system knows the size."""
 
     @classmethod
     def _of(cls, told: _c.Entry) -> "Entry":
@@ -416,7 +416,7 @@ class Store:
 
     def copy_in(self, key: Key, path: PathLike, *, replace: bool = True) -> bool:
         """Stores a file, with its modification time; atomically, as put(). Returns False if the
-        version exists and is kept."""
+        version exists and is kept; raises NotThere if there is no such file."""
         return _check(
             _c.library.vu_copy_in(self._handle, byref(key._document()), _raw_path(path),
                                   replace * _REPLACE, None),
@@ -424,7 +424,8 @@ class Store:
 
     def copy_out(self, key: Key, path: PathLike, *, replace: bool = True) -> bool:
         """Copies a version to a file, with its modification time. Returns False if the file exists
-        and is kept. Not atomic: a copy that fails half-way loses the old file."""
+        and is kept; raises NotThere if the version does not exist. Not atomic: a copy that fails
+        half-way loses the old file."""
         return _check(
             _c.library.vu_copy_out(self._handle, byref(key._document()), _raw_path(path),
                                    replace * _REPLACE),
@@ -458,7 +459,7 @@ class Store:
         return pathlib.Path(path)
 
     def latest(self, key: Key) -> Optional[int]:
-        """The latest version of a name; None if there is none."""
+        """The greatest version of a name; None if there is none."""
         number = ctypes.c_int64()
         status = _c.library.vu_latest(self._handle, byref(key._document()), byref(number))
         return number.value if _check(status, _c.NOTHING_MATCHED) else None
@@ -492,7 +493,8 @@ class Store:
     # ---- lists ---------------------------------------------------------------------------------
 
     def documents(self, area: str, owner: str, *, with_info: bool = False) -> Iterator[Entry]:
-        """The documents of an owner: folder by folder, within a folder by name and version."""
+        """The documents of an owner: folder by folder, within a folder by name and version. The
+        list is read by this call: later changes are not seen."""
         collected = _Collected()
         status = _c.library.vu_each_document(
             self._handle, _area(area), _raw(owner), with_info * _WITH_INFO,
@@ -544,7 +546,7 @@ class Store:
     def profile_value(self, owner: Optional[str], line: str,
                       file: Optional[str] = None) -> Optional[str]:
         """The value of a line of an owner's profile, or of the master profile for the owner None.
-        file names another file than the default, see vu_profile_get()."""
+        For file see vu_profile_get()."""
         return _ask_text(
             lambda *out: _c.library.vu_profile_get(self._handle, _raw_or_none(owner),
                                                    _raw_or_none(file), _raw(line), *out),
@@ -601,7 +603,7 @@ class Store:
 
         owner: None for every owner.
         by_access: age is the time since the last access, not since the last change.
-        everything: allows an older_than of 0, which removes all versions; else it is refused.
+        everything: allows an older_than of 0, which removes all versions. Otherwise 0 is refused.
         """
         count = ctypes.c_int64()
         _check(_c.library.vu_clean(self._handle, _area(area), _raw_or_none(owner),
@@ -650,8 +652,8 @@ def set_trace(tell: Optional[Callable[[Trace], None]], level: int = 4) -> None:
 
     level: the most detailed level to send, -1 (only events) to 4.
 
-    Any thread may call the function. The function must not call the library. Call set_trace while
-    no other thread is inside the library.
+    Any thread may call the function, several at once. It must not call the library. Call set_trace
+    while no other thread is inside the library.
     """
     global _sink
 
