@@ -1,9 +1,218 @@
-// Whatever prints a version prints it in one form, and whatever takes a name takes that form.
+// What holds for every command: shells complete it, and names have one form.
+#include <functional>
 #include <regex>
 #include <set>
+#include <sstream>
+#include <string>
+#include <vector>
 
 #include "client/tests/stgctl/fixture.h"
-#include "client/tests/stgctl/listed_commands.h"
+
+namespace {
+
+/// An option or a positional as a help text lists it.
+struct listed_argument {
+  std::string name;   ///< "--as", or that of a positional
+  std::string value;  ///< "NAME", "WORD:{auto,always,never}"; empty for a flag
+};
+
+/// A command as the help texts list it.
+struct listed_command {
+  std::vector<std::string> words;  ///< {"keys", "show"}; empty for the program itself
+  std::vector<listed_argument> arguments;
+
+  std::string name() const {
+    std::string text;
+    for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
+    return text;
+  }
+};
+
+/// Gives back the help text of a command.
+using help_of = std::function<std::string(const std::vector<std::string>& command)>;
+
+struct help_text {
+  std::vector<std::string> commands;
+  std::vector<listed_argument> arguments;
+};
+
+/// "  -o,--output FILE    The file to write": names, maybe a value, and the description far off.
+listed_argument argument_of(const std::string& line) {
+  std::istringstream words(line.substr(0, line.find("  ", 2)));
+  listed_argument argument;
+  words >> argument.name >> argument.value;
+  const std::size_t option = argument.name.find("--");
+  if (option != std::string::npos) argument.name.erase(0, option);
+  return argument;
+}
+
+help_text read_help(const std::string& text) {
+  help_text found;
+  bool in_commands = false;
+  for (const std::string& line : lines_of(text)) {
+    const std::size_t begin = line.find_first_not_of(' ');
+    if (begin == 0) {
+      // Headings end with a colon.
+      in_commands = line.back() == ':' && line != "Options:" && line != "Positionals:" &&
+                    line != "The tree:" && line != "Output:" && line != "Work:";
+    }
+    if (begin != 2) continue;
+    if (in_commands && line[2] != '-') {
+      found.commands.push_back(line.substr(2, line.find(' ', 2) - 2));
+    } else {
+      found.arguments.push_back(argument_of(line));
+    }
+  }
+  return found;
+}
+
+void collect(const help_of& help, const std::vector<std::string>& words,
+             std::vector<listed_command>& all) {
+  const help_text text = read_help(help(words));
+  all.push_back({words, text.arguments});
+  for (const std::string& name : text.commands) {
+    std::vector<std::string> below = words;
+    below.push_back(name);
+    collect(help, below, all);
+  }
+}
+
+/// Every command of the program, the program itself first: whatever is held against all commands
+/// holds for those to come as well.
+std::vector<listed_command> listed_commands(const help_of& help) {
+  std::vector<listed_command> all;
+  collect(help, {}, all);
+  return all;
+}
+
+}  // namespace
+
+class ClientCompletion : public Client {
+ protected:
+  std::vector<listed_command> all_commands() {
+    return listed_commands([&](std::vector<std::string> command) {
+      command.emplace_back("--help");
+      return run(command).out;
+    });
+  }
+};
+
+TEST_F(ClientCompletion, KnowsEveryCommandAndOptionInEveryShell) {
+  const std::vector<listed_command> commands = all_commands();
+  ASSERT_GE(commands.size(), 30U);
+  std::set<std::string> words;
+  for (const listed_command& command : commands) {
+    words.insert(command.words.begin(), command.words.end());
+    for (const listed_argument& argument : command.arguments) {
+      if (argument.name.starts_with("--")) words.insert(argument.name);
+    }
+  }
+  ASSERT_TRUE(words.contains("--dry-run"));
+  ASSERT_TRUE(words.contains("--root"));
+  for (const char* const shell : {"bash", "zsh", "fish", "powershell"}) {
+    const outcome result = run({"completion", shell});
+    EXPECT_EQ(result.code, 0);
+    for (const std::string& word : words) {
+      // fish names options without their hyphens.
+      const bool fish = std::string(shell) == "fish" && word.starts_with("--");
+      const std::string wanted = fish ? "-l " + word.substr(2) : word;
+      EXPECT_NE(result.out.find(wanted), std::string::npos) << shell << ": " << word;
+    }
+  }
+}
+
+TEST_F(ClientCompletion, SaysInItsFirstLinesHowItIsLoaded) {
+  const std::map<std::string, std::string> begins = {
+      {"bash",
+       "# bash completion for stgctl; load it with: source <(stgctl completion bash)\n"
+       "_stgctl_tree() {\n"},
+      {"zsh",
+       "#compdef stgctl\n"
+       "# zsh completion for stgctl; write it to a folder of $fpath as _stgctl\n"
+       "_stgctl_found() {\n"},
+      {"fish",
+       "# fish completion for stgctl; load it with: stgctl completion fish | source\n"
+       "function __stgctl_at\n"},
+      {"powershell",
+       "# PowerShell completion for stgctl; load it with: stgctl completion "
+       "powershell | Out-String | Invoke-Expression\n"
+       "Register-ArgumentCompleter -Native -CommandName stgctl -ScriptBlock {\n"}};
+  for (const auto& [shell, begin] : begins) {
+    const std::string script = run({"completion", shell}).out;
+    EXPECT_TRUE(script.starts_with(begin)) << script.substr(0, begin.size() + 40);
+    // Every place for the program's own words is filled.
+    for (const char* const place :
+         {"%PLACES%", "%VALUES%", "%ASKED%", "%PATHS%", "%LINES%", "%OWNERS%", "%NAMES%"})
+      EXPECT_EQ(script.find(place), std::string::npos) << shell << place;
+  }
+}
+
+TEST_F(ClientCompletion, AsksForOwnersAndNamesWhereverOneIsTaken) {
+  const auto kind = [](const listed_argument& argument) -> std::string {
+    if (argument.value == "OWNER") return "owners";
+    const std::set<std::string> names = {"NAME", "NEW-NAME", "ENTRY", "PATTERN"};
+    return names.contains(argument.value) ? "names" : "";
+  };
+  std::map<std::string, std::string> scripts;
+  for (const char* const shell : {"bash", "zsh", "fish", "powershell"})
+    scripts[shell] = run({"completion", shell}).out;
+  const auto expect = [&](const std::string& shell, const std::string& text) {
+    EXPECT_NE(scripts[shell].find(text), std::string::npos) << shell << ": " << text;
+  };
+  std::size_t count = 0;
+  for (const listed_command& command : all_commands()) {
+    const std::string place = command.words.empty() ? "*" : command.name();
+    for (const listed_argument& argument : command.arguments) {
+      const std::string what = kind(argument);
+      if (what.empty()) continue;
+      ++count;
+      const std::string quoted = "'" + place + "'";
+      if (argument.name.starts_with("--")) {
+        const std::string key =
+            place == "*" ? "*'|" + argument.name + "')" : "'" + place + "|" + argument.name + "')";
+        expect("bash", key + " _stgctl_found " + what);
+        expect("zsh", key + " _stgctl_found " + what);
+        expect("fish", " -l " + argument.name.substr(2) + " -r -f -a '(__stgctl_found " + what);
+        expect("powershell", "'" + place + "|" + argument.name + "' = '" + what + "'");
+      } else {
+        expect("fish", "\"__stgctl_at " + quoted + "\" -f -a '(__stgctl_found " + what + ")'");
+        expect("powershell", quoted + " = '" + what + "'");
+      }
+    }
+  }
+  EXPECT_GE(count, 20U);
+}
+
+TEST_F(ClientCompletion, ListsWhatBeginsSo) {
+  init();
+  put("sales.kdf", "1", 1);
+  put("sales.kdf", "2", 2);
+  put("plan two.kdc", "3");
+  ASSERT_EQ(
+      on_tree({"put", source("a.txt", "x"), "--owner", "andrea", "--area", "user", "--yes"}).code,
+      0);
+  const auto listed = [&](const std::vector<std::string>& arguments) {
+    std::vector<std::string> command = {"complete"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return on_tree(command).out;
+  };
+  EXPECT_EQ(listed({"owners"}), "andrea\nanna\n");
+  EXPECT_EQ(listed({"owners", "ann"}), "anna\n");
+  EXPECT_EQ(listed({"owners", "--area", "user"}), "andrea\n");
+  EXPECT_EQ(listed({"names", "docs/anna/s"}), "docs/anna/sales.kdf@1\ndocs/anna/sales.kdf@2\n");
+  EXPECT_EQ(listed({"names", "docs/anna/plan"}), "docs/anna/plan two.kdc@0\n");
+  EXPECT_EQ(listed({"names", "u"}), "user/andrea/a.txt@0\n");
+  // A name by itself, for whoever says --owner.
+  EXPECT_EQ(listed({"names", "sa", "--owner", "anna"}), "sales.kdf\n");
+  EXPECT_EQ(listed({"names", "none"}), "");
+}
+
+TEST_F(ClientCompletion, ComesAsJsonToo) {
+  const outcome result = run({"completion", "bash", "--json"});
+  EXPECT_EQ(Json::parse(result.out).at("shell"), "bash");
+}
+
+// ---- one form of names: whatever prints a version, and whatever takes a name -------------------
 
 class ClientPrintedNames : public Client {
  protected:

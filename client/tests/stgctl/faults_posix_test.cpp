@@ -1,0 +1,566 @@
+// The client killed at random moments, and on a disk that takes no more.
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <optional>
+#include <random>
+#include <thread>
+
+#include "client/tests/stgctl/fixture.h"
+#include "client/tests/stgctl/repair_fixture.h"
+
+namespace {
+
+/// Lets no file of this process and its children grow beyond a size, as a full disk does.
+class SizeLimit {
+ public:
+  explicit SizeLimit(std::size_t bytes) {
+    // Else the system ends the process instead of refusing the write. A child inherits that.
+    m_handler = ::signal(SIGXFSZ, SIG_IGN);
+    ::getrlimit(RLIMIT_FSIZE, &m_before);
+    struct ::rlimit limit = m_before;
+    limit.rlim_cur = bytes;
+    m_is_set = ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
+  }
+  ~SizeLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &m_before);
+    ::signal(SIGXFSZ, m_handler);
+  }
+  SizeLimit(const SizeLimit&) = delete;
+  SizeLimit& operator=(const SizeLimit&) = delete;
+
+  bool is_set() const { return m_is_set; }
+
+ private:
+  struct ::rlimit m_before {};
+  void (*m_handler)(int) = nullptr;
+  bool m_is_set = false;
+};
+
+}  // namespace
+
+// ---- files may not grow beyond a limit ---------------------------------------------------------
+
+class ClientFullDisk : public HarmedTree {
+ protected:
+  outcome within(std::size_t bytes, const std::vector<std::string>& arguments) {
+    const SizeLimit limit(bytes);
+    EXPECT_TRUE(limit.is_set());
+    return on_tree(arguments);
+  }
+};
+
+TEST_F(ClientFullDisk, KeepsEarlierSnapshotsAndSaysSo) {
+  ASSERT_EQ(on_tree({"index", "snapshot"}).code, 0);
+  const std::string names = root() + "\\storage.names";
+  const std::string before = read_file(names);
+  std::string text = m_healthy;
+  for (int i = 0; i < 500; ++i) text += "n" + std::to_string(i) + ".kdc_0000000000/x\n";
+  write_file(m_folder + "/index.dat", text);
+  for (const std::size_t room : {0, 1, 100, 4000, 10'000}) {
+    const outcome result = within(before.size() + room, {"index", "snapshot"});
+    EXPECT_EQ(result.code, 1) << room << result.out;
+    EXPECT_NE(result.err.find("is the disk full?"), std::string::npos) << result.err;
+    EXPECT_EQ(read_file(names), before) << room;
+    EXPECT_EQ(json({"index", "log"}).size(), 2U);
+  }
+  EXPECT_EQ(on_tree({"index", "snapshot"}).code, 0);
+  EXPECT_EQ(json({"index", "log"}).size(), 3U);
+  EXPECT_EQ(json({"index", "diff", "latest"}).size(), 1U);
+}
+
+TEST_F(ClientFullDisk, MakesNoFirstSnapshotWhereThereIsNoRoom) {
+  for (const std::size_t room : {0, 10, 100}) {
+    EXPECT_EQ(within(room, {"index", "snapshot"}).code, 1) << room;
+    EXPECT_EQ(on_tree({"index", "restore", "--yes"}).code, 3) << room;
+  }
+  EXPECT_EQ(json({"index", "snapshot"})[0].at("number"), 1);
+}
+
+TEST_F(ClientFullDisk, RepairsAndUndoesInPartAndCompletesItWhenThereIsRoom) {
+  harm();
+  const std::string harmed = files();
+  ASSERT_EQ(on_tree({"repair", "--plan", plan()}).code, 0);
+  const std::vector<std::string> repair = {"repair", "--apply", plan(), "--yes"};
+  ASSERT_EQ(on_tree(repair).code, 0);
+  const std::string repaired = files();
+  ASSERT_EQ(on_tree({"undo", "--yes"}).code, 0);
+  ASSERT_EQ(files(), harmed);
+  int refusals = 0;
+  for (std::size_t room = 0; room < 4000; room += 97) {
+    const outcome result = within(room, repair);
+    refusals += result.code != 0 ? 1 : 0;
+    ASSERT_TRUE(result.code == 0 || result.code == 1 || result.code == 5) << room << result.err;
+    ASSERT_EQ(get("a.kdc"), "bytes of a") << room;
+    ASSERT_EQ(on_tree(repair).code, 0) << room;
+    ASSERT_EQ(files(), repaired) << room;
+    // Putting back makes an index longer.
+    const outcome undone = within(room / 16, {"undo", "--yes"});
+    ASSERT_TRUE(undone.code == 0 || undone.code == 1 || undone.code == 5) << room << undone.err;
+    ASSERT_EQ(get("a.kdc"), "bytes of a") << room;
+    const outcome again = on_tree({"undo", "--yes"});
+    ASSERT_TRUE(again.code == 0 || again.code == 3) << room << again.err;
+    ASSERT_EQ(files(), harmed) << room;
+  }
+  EXPECT_GT(refusals, 5);
+}
+
+TEST_F(ClientFullDisk, LeavesAVersionWholeThatItCannotReplace) {
+  put("big.kdc", std::string(5000, 'o'));
+  const std::string file = source("big.kdc", std::string(50'000, 'n'));
+  for (const std::size_t room : {0, 3000, 49'999}) {
+    const outcome result = within(room, {"put", file, "--replace", "--owner", "anna", "--yes"});
+    EXPECT_EQ(result.code, 1) << room << result.out;
+    EXPECT_EQ(get("big.kdc"), std::string(5000, 'o')) << room;
+    EXPECT_EQ(on_tree({"check"}).code, 0) << room;
+  }
+  EXPECT_EQ(change({"put", file, "--replace"}).code, 0);
+  EXPECT_EQ(get("big.kdc"), std::string(50'000, 'n'));
+}
+
+TEST_F(ClientFullDisk, WritesNoHalfPlan) {
+  harm();
+  const outcome result = within(200, {"repair", "--plan", plan()});
+  EXPECT_EQ(result.code, 1);
+  EXPECT_FALSE(file_exists(plan()));
+  EXPECT_FALSE(file_exists(plan() + ".stgctl-part"));
+}
+
+// ---- killed while it saves names, repairs and undoes -------------------------------------------
+
+class ClientKilled : public HarmedTree {
+ protected:
+  using Clock = std::chrono::steady_clock;
+
+  std::vector<std::string> with_root(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.end(), {"--root", shell_path(root())});
+    return arguments;
+  }
+
+  /// Starts the client and kills it at some moment of the time that it takes when it is left alone.
+  void kill(const std::vector<std::string>& arguments, std::chrono::microseconds whole) {
+    std::uniform_int_distribution<std::int64_t> moment(0, whole.count());
+    const running_program program(with_root(arguments), {{"STG_ROOT", ""}});
+    std::this_thread::sleep_for(std::chrono::microseconds(moment(m_random)));
+  }
+
+  /// How long the client takes for something.
+  std::chrono::microseconds duration_of(const std::vector<std::string>& arguments) {
+    const Clock::time_point begin = Clock::now();
+    running_program program(with_root(arguments), {{"STG_ROOT", ""}});
+    program.wait();
+    return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin);
+  }
+
+  std::mt19937 m_random{20'240'501};
+};
+
+TEST_F(ClientKilled, WhileItSavesNamesLosesNoEarlierSnapshot) {
+  const auto whole = duration_of({"index", "snapshot"});
+  std::size_t complete = 1;
+  std::size_t lost = 0;
+  const std::string names = root() + "\\storage.names";
+  for (int round = 0; round < 60; ++round) {
+    // Something to store in every round, beyond a page.
+    std::string text = m_healthy;
+    for (int i = 0; i < 300; ++i)
+      text += "n" + std::to_string(round) + "-" + std::to_string(i) + ".kdc_0000000000/x\n";
+    write_file(m_folder + "/index.dat", text);
+    const std::string before = tree();
+    const std::string file = read_file(names);
+    kill({"index", "snapshot"}, whole);
+    EXPECT_EQ(tree(), before);
+    EXPECT_TRUE(read_file(names).starts_with(file.substr(0, 16)));
+    const std::vector<Json> log = json({"index", "log"});
+    const std::size_t count = log.size() - 1;
+    ASSERT_TRUE(count == complete || count == complete + 1) << round;
+    lost += count == complete ? 1 : 0;
+    complete = count;
+    for (const Json& line : log) ASSERT_NE(line.value("state", ""), "damaged") << round;
+  }
+  // Every one of them is what the tree was then.
+  EXPECT_EQ(json({"index", "diff", "1", "latest"}).back().at("folders"), complete > 1 ? 1 : 0);
+  for (std::size_t number = 1; number <= complete; ++number)
+    EXPECT_EQ(on_tree({"index", "diff", std::to_string(number), "now"}).code, 0) << number;
+  EXPECT_EQ(on_tree({"index", "snapshot"}).code, 0);
+  EXPECT_EQ(json({"index", "diff", "latest", "now"}).size(), 1U);
+  RecordProperty("lost", static_cast<int>(lost));
+}
+
+TEST_F(ClientKilled, WhileItRepairsAndUndoesCanBeAskedAgain) {
+  harm();
+  const std::string harmed = files();
+  ASSERT_EQ(on_tree({"repair", "--plan", plan()}).code, 0);
+  const std::vector<std::string> repair = {"repair", "--apply", plan(), "--yes"};
+  const std::vector<std::string> undo = {"undo", "--yes"};
+  const auto whole_repair = duration_of(repair);
+  const std::string repaired = files();
+  const auto whole_undo = duration_of(undo);
+  ASSERT_EQ(files(), harmed);
+  int halves = 0;
+  for (int round = 0; round < 40; ++round) {
+    kill(repair, whole_repair);
+    const std::string half = files();
+    halves += half != harmed && half != repaired ? 1 : 0;
+    // What nothing was wrong with is never touched.
+    ASSERT_EQ(get("a.kdc"), "bytes of a") << round;
+    ASSERT_EQ(on_tree(repair).code, 0) << round;
+    ASSERT_EQ(files(), repaired) << round;
+    kill(undo, whole_undo);
+    const outcome again = on_tree(undo);
+    // 3: it was complete, or nothing was left to do.
+    ASSERT_TRUE(again.code == 0 || again.code == 3) << round << again.err;
+    ASSERT_EQ(files(), harmed) << round;
+    ASSERT_EQ(get("a.kdc"), "bytes of a") << round;
+  }
+  RecordProperty("halves", halves);
+}
+
+TEST_F(ClientKilled, WhileItRepairsCanBeUndoneAsFarAsItCame) {
+  harm();
+  const std::string harmed = files();
+  ASSERT_EQ(on_tree({"repair", "--plan", plan()}).code, 0);
+  const std::vector<std::string> repair = {"repair", "--apply", plan(), "--yes"};
+  const auto whole = duration_of(repair);
+  ASSERT_EQ(on_tree({"undo", "--yes"}).code, 0);
+  for (int round = 0; round < 25; ++round) {
+    kill(repair, whole);
+    const outcome undone = on_tree({"undo", "--yes"});
+    ASSERT_TRUE(undone.code == 0 || undone.code == 3) << round << undone.err;
+    ASSERT_EQ(files(), harmed) << round;
+  }
+}
+
+TEST_F(ClientKilled, WhileItRestoresNamesLeavesThemToBeRestored) {
+  ASSERT_EQ(on_tree({"index", "snapshot"}).code, 0);
+  const std::string healthy = files();
+  const auto lose = [&] {
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(native(storage()))) {
+      if (entry.path().filename() == "index.dat") write_file(entry.path().string(), "");
+    }
+    ASSERT_EQ(on_tree({"sync", "--yes"}).code, 0);
+  };
+  const std::vector<std::string> restore = {"index", "restore", "--yes"};
+  lose();
+  const auto whole = duration_of(restore);
+  ASSERT_EQ(files(), healthy);
+  for (int round = 0; round < 25; ++round) {
+    lose();
+    kill(restore, whole);
+    const outcome again = on_tree(restore);
+    ASSERT_TRUE(again.code == 0 || again.code == 3) << round << again.err;
+    ASSERT_EQ(files(), healthy) << round;
+  }
+}
+
+TEST_F(ClientKilled, WhileItReplacesLeavesEachVersionWhole) {
+  constexpr int kFiles = 10;
+  constexpr std::size_t kBytes = 20'000;
+  make_folder(scratch().path("in\\many"));
+  const auto put_all = [&](char letter) {
+    for (int i = 0; i < kFiles; ++i)
+      source("many\\f" + std::to_string(i) + ".kdc", std::string(kBytes, letter));
+    return std::vector<std::string>{"put",     shell_path(scratch().path("in\\many")),
+                                    "--area",  "user",
+                                    "--owner", "anna",
+                                    "--yes",   "--replace"};
+  };
+  ASSERT_EQ(on_tree(put_all('a')).code, 0);
+  const auto whole = duration_of(put_all('b'));
+  int halves = 0;
+  char last = 'b';
+  for (int round = 0; round < 12; ++round) {
+    const char next = static_cast<char>('a' + round % 20);
+    const std::vector<std::string> arguments = put_all(next);
+    kill(arguments, whole);
+    int replaced = 0;
+    for (int i = 0; i < kFiles; ++i) {
+      const std::string bytes = read_file(physical("user", "f" + std::to_string(i) + ".kdc"));
+      ASSERT_EQ(bytes.size(), kBytes) << round;
+      ASSERT_TRUE(bytes == std::string(kBytes, last) || bytes == std::string(kBytes, next))
+          << round << ": " << i;
+      replaced += bytes[0] == next ? 1 : 0;
+    }
+    halves += replaced > 0 && replaced < kFiles ? 1 : 0;
+    ASSERT_EQ(on_tree(arguments).code, 0) << round;
+    last = next;
+  }
+  // Folders of copies that others had begun go with the next one.
+  ASSERT_EQ(on_tree(put_all('z')).code, 0);
+  for (const auto& each : std::filesystem::directory_iterator(native(storage() + "\\user\\anna")))
+    EXPECT_FALSE(each.path().filename().string().starts_with(".stgctl")) << each.path();
+  RecordProperty("halves", halves);
+}
+
+TEST_F(ClientKilled, WhileItMovesLosesNoVersion) {
+  constexpr int kFiles = 10;
+  make_folder(scratch().path("in\\many"));
+  for (int i = 0; i < kFiles; ++i)
+    source("many\\f" + std::to_string(i) + ".kdc", "bytes of " + std::to_string(i));
+  ASSERT_EQ(
+      on_tree({"put", shell_path(scratch().path("in\\many")), "--owner", "anna", "--yes"}).code, 0);
+  const std::vector<std::string> there = {"mv",      "--match", "f*.kdc", "--to",     "g*.kdc",
+                                          "--owner", "anna",    "--yes",  "--replace"};
+  const std::vector<std::string> back = {"mv",      "--match", "g*.kdc", "--to",     "f*.kdc",
+                                         "--owner", "anna",    "--yes",  "--replace"};
+  const auto whole = duration_of(there);
+  ASSERT_EQ(on_tree(back).code, 0);
+  for (int round = 0; round < 8; ++round) {
+    kill(there, whole);
+    for (int i = 0; i < kFiles; ++i) {
+      const std::string number = std::to_string(i);
+      const std::string moved = get("g" + number + ".kdc");
+      const std::string stayed = get("f" + number + ".kdc");
+      const std::string bytes = "bytes of " + number;
+      ASSERT_TRUE(moved == bytes || stayed == bytes) << round << ": " << moved << stayed;
+    }
+    const int code = on_tree(there).code;
+    ASSERT_TRUE(code == 0 || code == 3) << round;
+    ASSERT_EQ(lines_of(on_tree({"ls", "g*.kdc"}).out).size(), kFiles) << round;
+    ASSERT_EQ(on_tree({"ls", "f*.kdc"}).code, 3) << round;
+    ASSERT_EQ(on_tree(back).code, 0) << round;
+  }
+}
+
+// ---- imports -----------------------------------------------------------------------------------
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// A disk of a few megabytes that this process alone sees.
+class SmallDisk {
+ public:
+  explicit SmallDisk(const std::string& folder) : m_folder(native(folder).string()) {
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("tmpfs", m_folder.c_str(), "tmpfs", 0, "size=3m,mode=0777") != 0)
+      m_refusal = std::strerror(errno);
+  }
+  ~SmallDisk() {
+    if (m_refusal.empty()) ::umount2(m_folder.c_str(), MNT_DETACH);
+  }
+  SmallDisk(const SmallDisk&) = delete;
+  SmallDisk& operator=(const SmallDisk&) = delete;
+
+  /// Empty when the disk is there.
+  const std::string& refusal() const { return m_refusal; }
+
+ private:
+  std::string m_folder;
+  std::string m_refusal;
+};
+
+}  // namespace
+
+class ClientImportFaults : public Client {
+ protected:
+  ClientImportFaults() {
+    init();
+    make_folder(other_root());
+  }
+  std::string other_root() const { return scratch().path("other"); }
+  std::string journal() const { return other_root() + "\\storage.import"; }
+  std::string folder() const { return shell_path(scratch().path("export")); }
+  std::vector<std::string> import_arguments() const {
+    return {"import", folder(), "--yes", "--json", "--root", shell_path(other_root())};
+  }
+  Json compare(int code) {
+    const outcome result = run({"compare", folder(), "--json", "--root", shell_path(other_root())});
+    EXPECT_EQ(result.code, code) << result.err << result.out;
+    return Json::parse(lines_of(result.out).back());
+  }
+  void init_other() {
+    ASSERT_EQ(run({"init", "--yes", "--root", shell_path(other_root())}).code, 0);
+  }
+  /// Each document there is whole: one with a line, and one whose line had not been written yet.
+  void expect_whole_files(std::size_t size) {
+    const outcome found =
+        run({"find", "--area", "docs", "--long", "--json", "--root", shell_path(other_root())});
+    for (const std::string& line : lines_of(found.out)) {
+      const Json entry = Json::parse(line);
+      ASSERT_NE(entry.at("state"), "missing") << line;
+      ASSERT_EQ(entry.at("bytes"), size) << line;
+    }
+  }
+  /// Documents of a size, each with a part and, beside them, a list.
+  void fill(int count, std::size_t size) {
+    std::vector<std::string> arguments = {"put"};
+    for (int i = 0; i < count; ++i) {
+      const std::string name = "d" + std::to_string(i) + ".kdc";
+      arguments.push_back(source(name, std::string(size, static_cast<char>('a' + i % 26))));
+    }
+    ASSERT_EQ(change(arguments).code, 0);
+    const std::string part = physical("docs", "d0.kdc") + "_\\html\\page";
+    make_folder(part);
+    write_file(part + "\\1", std::string(size, 'p'));
+    make_folder(storage() + "\\list\\anna");
+    write_file(storage() + "\\list\\anna\\l", std::string(size, 'l'));
+    ASSERT_EQ(on_tree({"export", folder()}).code, 0);
+  }
+};
+
+TEST_F(ClientImportFaults, AKilledOneIsSaidAgain) {
+  constexpr int kDocuments = 24;
+  constexpr std::size_t kBytes = 700'000;
+  fill(kDocuments, kBytes);
+  init_other();
+  int kills = 0;
+  bool is_left = false;
+  // Each run is killed a little later, wherever in its work it is by then.
+  for (std::chrono::milliseconds moment = 0ms; moment < 2s; moment += moment / 2 + 1ms) {
+    {
+      const running_program importing(import_arguments());
+      const auto begin = std::chrono::steady_clock::now();
+      const auto alarm = begin + 5s;
+      while (!file_exists(journal()) && std::chrono::steady_clock::now() < alarm) {
+      }
+      std::this_thread::sleep_for(moment);
+      // It has ended by itself.
+      if (!file_exists(journal())) break;
+    }
+    ++kills;
+    is_left = is_left || file_exists(journal());
+    expect_whole_files(kBytes);
+  }
+  EXPECT_GT(kills, 0);
+  EXPECT_TRUE(is_left);
+  const outcome last = run(import_arguments());
+  EXPECT_EQ(last.code, 0) << last.err << last.out;
+  EXPECT_EQ(compare(0).at("equal"), kDocuments + 2);
+  EXPECT_FALSE(file_exists(journal()));
+}
+
+TEST_F(ClientImportFaults, WhatAKilledOneHadCompletedIsPendingNoMore) {
+  fill(1, 10);
+  init_other();
+  ASSERT_EQ(run(import_arguments()).code, 0);
+  ASSERT_FALSE(file_exists(journal()));
+  // As if it had been killed before it could say that the document is complete.
+  write_file(journal(), "\n+docs/616e6e61/64302e6b6463/0\n");
+  const outcome again = run(import_arguments());
+  EXPECT_EQ(again.code, 0) << again.err << again.out;
+  EXPECT_FALSE(file_exists(journal()));
+}
+
+TEST_F(ClientImportFaults, TwoAtOnceDoNotMeet) {
+  fill(1, 10);
+  init_other();
+  const int held = ::open(native(journal()).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  struct ::flock whole {};
+  whole.l_type = F_WRLCK;
+  ASSERT_EQ(::fcntl(held, F_OFD_SETLK, &whole), 0);
+  const outcome refused = run(import_arguments());
+  EXPECT_EQ(refused.code, 11);
+  EXPECT_NE(refused.err.find("another import"), std::string::npos) << refused.err;
+  ::close(held);
+  EXPECT_EQ(run(import_arguments()).code, 0);
+}
+
+TEST_F(ClientImportFaults, FilesThatCannotBeWrittenLeaveNothingBehind) {
+  constexpr int kDocuments = 3;
+  fill(kDocuments, 300'000);
+  ASSERT_EQ(change({"put", source("small.kdc", "s")}).code, 0);
+  std::filesystem::remove_all(native(folder()));
+  ASSERT_EQ(on_tree({"export", folder()}).code, 0);
+  init_other();
+  {
+    const SizeLimit limit(100'000);
+    ASSERT_TRUE(limit.is_set());
+    const outcome result = run(import_arguments());
+    EXPECT_EQ(result.code, 5) << result.err << result.out;
+    const Json sums = Json::parse(lines_of(result.out).back());
+    EXPECT_EQ(sums.at("done"), 1);
+    EXPECT_EQ(sums.at("failed"), kDocuments + 2);
+  }
+  const Json difference = compare(4);
+  EXPECT_EQ(difference.at("equal"), 1);
+  EXPECT_EQ(difference.at("codes").size(), 1U);
+  EXPECT_EQ(difference.at("codes").at("not-in-tree"), kDocuments + 2);
+  EXPECT_FALSE(file_exists(journal()));
+  const outcome check = run({"check", "--root", shell_path(other_root())});
+  EXPECT_EQ(check.code, 0) << check.out;
+  EXPECT_EQ(run(import_arguments()).code, 0);
+  EXPECT_EQ(compare(0).at("equal"), kDocuments + 3);
+}
+
+TEST_F(ClientImportFaults, AFullDiskLeavesNothingHalfWritten) {
+  constexpr int kDocuments = 10;
+  fill(kDocuments, 500'000);
+  const SmallDisk disk(other_root());
+  if (!disk.refusal().empty())
+    GTEST_SKIP() << "a small disk cannot be mounted here: " << disk.refusal();
+  init_other();
+  const outcome result = run(import_arguments());
+  EXPECT_EQ(result.code, 5) << result.err << result.out;
+  const Json difference = compare(4);
+  EXPECT_GT(difference.at("equal"), 0);
+  EXPECT_EQ(difference.at("codes").size(), 1U);
+  EXPECT_EQ(difference.at("codes").at("not-in-tree"),
+            kDocuments + 2 - difference.at("equal").get<int>());
+  EXPECT_EQ(run({"check", "--root", shell_path(other_root())}).code, 0);
+}
+
+TEST_F(ClientImportFaults, AnExportThatFindsNoRoomHasNoManifest) {
+  fill(2, 300'000);
+  std::filesystem::remove_all(native(folder()));
+  {
+    const SizeLimit limit(100'000);
+    ASSERT_TRUE(limit.is_set());
+    const outcome result = on_tree({"export", folder()});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_NE(result.err.find("not finished"), std::string::npos) << result.err;
+  }
+  EXPECT_FALSE(file_exists(folder() + "\\manifest.jsonl"));
+  EXPECT_EQ(run(import_arguments()).code, 10);
+  init_other();
+  EXPECT_EQ(run(import_arguments()).code, 1);
+  EXPECT_EQ(on_tree({"export", folder(), "--yes"}).code, 0);
+  EXPECT_EQ(run(import_arguments()).code, 0);
+  EXPECT_EQ(compare(0).at("equal"), 4);
+}
+
+TEST_F(ClientImportFaults, NamesOfAnyBytesSurvive) {
+  const std::vector<std::string> names = {"plain.kdc",
+                                          "Plain.kdc",
+                                          "PLAIN.KDC",
+                                          "bad\xff\xfe.kdc",
+                                          "colon: 5.kdc",
+                                          "con.kdc",
+                                          "tab\there.kdc",
+                                          "ends in a dot.",
+                                          "\xc3\x84.kdc",
+                                          "\xc3\xa4.kdc",
+                                          "%63on.kdc",
+                                          "quote\"<>|.kdc",
+                                          std::string(300, 'l') + ".kdc",
+                                          std::string(300, 'l') + "2.kdc"};
+  for (const std::string& owner :
+       {std::string("anna"), std::string("Anna"), std::string("o\xff:")}) {
+    for (const std::string& name : names) {
+      ASSERT_EQ(
+          on_tree({"put", source("x", "bytes of " + name), "--as", name, "--owner", owner, "--yes"})
+              .code,
+          0)
+          << name;
+    }
+  }
+  ASSERT_EQ(on_tree({"export", folder()}).code, 0);
+  for (const auto& each : std::filesystem::recursive_directory_iterator(native(folder()))) {
+    const std::string name = each.path().filename().string();
+    EXPECT_LE(name.size(), 100U);
+    EXPECT_EQ(name.find_first_of("<>:\"|?*\\\xff\xfe\t"), std::string::npos) << name;
+  }
+  init_other();
+  EXPECT_EQ(run(import_arguments()).code, 0);
+  EXPECT_EQ(compare(0).at("equal"), names.size() * 3);
+  const std::string manifest = read_file(folder() + "\\manifest.jsonl");
+  EXPECT_NE(manifest.find("\"name_hex\":\"626164fffe2e6b6463\""), std::string::npos);
+}
