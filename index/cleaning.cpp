@@ -37,7 +37,7 @@ std::string name_on_disk(std::string_view key, std::string_view stored) {
   return name;
 }
 
-/// Last access or modification in seconds since 1970; 0 for a missing file, nothing if not known.
+/// Last access or modification in seconds since 1970; 0 for a missing file, nothing on a failure.
 std::optional<std::uint64_t> time_of(const vu_utf8string& path, bool use_access_time) {
   const std::uint64_t time =
       use_access_time ? vu_fileutf8::access_time(path) : vu_fileutf8::modify_time(path);
@@ -62,7 +62,7 @@ std::uint32_t age_of(std::optional<std::uint64_t> time, std::int64_t now) {
 /// Whether @p name is a physical file name of the map or begins with one, like a sub-part folder.
 bool is_accounted_for(const STGIndex::NameMap& physical_names, const std::string& name) {
   // Names are sorted, so all prefixes of `name` sort before it. Look at the last name that sorts at
-  // or before it: it is a prefix of `name`, or every other prefix is also a prefix of the part that
+  // or before it. If it is not a prefix of `name`, every prefix is also a prefix of the part that
   // both share.
   auto it = physical_names.upper_bound(name);
   while (it != physical_names.begin()) {
@@ -87,8 +87,8 @@ std::pair<Names::const_iterator, Names::const_iterator> with_prefix(const Names&
   return {first, last};
 }
 
-/// Removes the orphans: names that neither of two looks at the index accounts for. One look is the
-/// operation's own, the other sees the index as it is now.
+/// Removes the orphans: names that no entry accounts for, in @p own (the index as the operation
+/// loaded it) or in @p now (the index as it is now).
 void sweep_orphans(IndexState& own, const IndexState& now, const vu_utf8string& base,
                    const Names& names, std::uint32_t limit, bool use_access_time) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
@@ -177,7 +177,7 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
   }
 
   // Required: the sweep loads the index a second time. If that load adopts a file, its save waits
-  // for all locks on the index. A lock of this instance would never be released.
+  // for all locks on the index. It would wait for this instance's lock for ever.
   index.close();
   {
     const STGIndex second_look(folder);

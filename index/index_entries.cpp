@@ -29,7 +29,7 @@ std::string STGIndex::_create(const std::string& logical, long timestamp) {
     name = physical + extension(logical);
   }
 
-  // The file of an unknown entry may exist; opening it shows.
+  // The file of an unknown entry may exist; the caller opens it and finds out.
   const Presence presence = presence_of(m_folder + "\\" + name);
   if (presence == Presence::kMissing || (presence == Presence::kUnknown && unknown == nullptr)) {
     vu_file file(m_folder, name);

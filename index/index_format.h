@@ -20,8 +20,8 @@ inline bool is_index_file(std::string_view name) {
   return name == kIndexFile || name == kCounterFile;
 }
 
-/// Generated names are decimal numbers of at least eight digits. A counter begins with 00000001.
-/// This name is used after the largest number.
+/// Generated names are decimal numbers of at least eight digits. The first one is 00000001. After
+/// the largest number the counter returns kFirstName.
 inline constexpr const char* kFirstName = "00000000";
 /// The name that every caller gets while the counter cannot be used.
 inline constexpr const char* kTroubleName = "99999999";
@@ -59,8 +59,8 @@ inline std::string_view extension_of(std::string_view name) {
   return {};
 }
 
-/// Whether the file of an entry has the logical name's extension after the physical name. All have,
-/// except adopted files.
+/// Whether the name of an entry's file is the physical name with the logical name's extension. This
+/// is true for all entries except adopted files.
 bool bears_extension(std::string_view key, std::string_view stored);
 
 /// The name of an entry's file: the physical name, with the logical name's extension unless the
@@ -127,7 +127,7 @@ class Lines {
   std::size_t m_separator;
 };
 
-/// Walks the lines with a given key and skips the others unread.
+/// Walks the lines with a given key. Skips the others without splitting them.
 class LinesOfKey {
  public:
   LinesOfKey(std::string_view text, std::string_view key);
@@ -144,7 +144,7 @@ class LinesOfKey {
       m_all;  ///< for a key with a line feed, which only a line that runs on can have
 };
 
-/// Walks the lines with a given logical name and any timestamp, and skips the others unread.
+/// Walks the lines with a given logical name and any timestamp. Skips the others, too.
 class LinesOfName {
  public:
   LinesOfName(std::string_view text, std::string_view logical) : m_text(text), m_name(logical) {}

@@ -12,8 +12,8 @@ struct IndexGate {
       std::function<bool(std::string_view logical, long version, const std::string& file)>;
 
   /// Loads a folder's index like a query of STGIndex and releases its lock. Then calls @p visit for
-  /// each entry, in the order of the keys, until @p visit returns false. No lock is held during
-  /// these calls, so @p visit may use the library.
+  /// each entry, in the order of the keys, until @p visit returns false. There is no lock during
+  /// these calls, so @p visit may use the library. If the load adopted files, a save follows.
   /// @return whether all entries were visited.
   /// @throws like STGIndex::plValues(), and any exception of @p visit.
   static bool visit(const std::string& folder, const Visit& visit);

@@ -62,7 +62,7 @@ std::string STGIndex::newIndex() {
     replace_and_close(counter, bytes->view(), name);
     return name;
   } catch (...) {
-    // If no time is left for the counter, none is left for an entry either.
+    // The deadline has passed for the entry, too.
     if (LockLimit::passed()) throw;
     name = index_format::kTroubleName;
     VU_ERROR("STGIndex::newIndex : return ", name);
@@ -76,7 +76,7 @@ std::string STGIndex::newIndex() {
       counter.write(name);
     }
   } catch (...) {
-    // The handle has traced what it could. The name is returned anyway.
+    // The handle has traced the failure. The name is returned anyway.
   }
   counter.close();
   return name;
@@ -99,7 +99,7 @@ void STGIndex::add_not_referenced_entry(const std::string& found) {
   std::string name = found;
   if (name.find('.') != std::string::npos) {
     name = with_lower_case_extension(std::move(name));
-    // Required: renamed even if no letter changed.
+    // Required: the file is renamed even if no letter changed.
     if (!vu_file::rename(m_folder + "\\" + found, m_folder + "\\" + name)) name = found;
   }
 

@@ -53,7 +53,7 @@ bool STGIndex::exists(const std::string& folder, const std::string& logical, lon
   std::string storage;
   const std::string_view text = replacement::text_of(bytes.view(), storage);
 
-  // Of several lines with the key, the first valid one is the entry; other lines are not read.
+  // Of several lines with the key, the first valid one is the entry.
   const std::string key = entryAndTS(logical, timestamp);
   FolderFiles files(folder);
   index_format::LinesOfKey lines(text, key);

@@ -46,8 +46,8 @@ LineState probe(std::string_view key, std::string_view stored, FolderFiles& file
   return probe(stored, extension_of_key(key), logical_of(key) == stored, files);
 }
 
-/// Judges a line whose likelier name is not in the listing. If has_extension is set, that name was
-/// the physical name with the extension.
+/// Judges a line whose likelier name is not in the listing: the physical name with the extension if
+/// has_extension is set, otherwise the physical name alone.
 void find_otherwise(IndexLine& line, FolderFiles& files) {
   if (line.has_extension) line.entry = files.listed(line.stored, files.ask(line.stored));
   line.has_extension = false;
@@ -123,7 +123,7 @@ std::span<const IndexLine> IndexReader::next_lines() {
 
 void IndexReader::judge_running_on(IndexLine& line) {
   if (line.stored.size() >= kBeyondAnyName) return;
-  // Required: such a line is an entry if a file has the rest of the text as its name. Only the end
+  // Required: such a line is an entry if the rest of the text is the name of a file. Only the end
   // of the key is searched for a dot: no file name ends in a longer extension.
   std::string_view logical = logical_of(line.key);
   if (logical.size() > kBeyondAnyName) logical.remove_prefix(logical.size() - kBeyondAnyName);
@@ -145,7 +145,7 @@ void IndexReader::judge_running_on(IndexLine& line) {
     const std::string_view extension = logical.substr(logical.size() - extension_length);
     last = {separator, extension_length, probe(line.stored, extension, false, m_files)};
   }
-  // An unknown file makes no unknown entry here: a line without its own "/" cannot be written back.
+  // This line cannot be an unknown entry: a line without its own "/" cannot be written back.
   if (last.state != LineState::kValid) return;
   line.state = LineState::kValid;
   line.entry = m_files.listed(line.stored, m_files.ask(line.stored));
@@ -211,7 +211,7 @@ void IndexReading::revise(IndexLine& line, LineState state) {
   if (state != LineState::kValid) count(line);
 }
 
-/// An estimate: one line for each file. But a folder may contain far more files than index lines.
+/// An estimate: one line for each file, but at most as many lines as the text can contain.
 std::size_t IndexReading::likely_lines(FolderFiles& files) const {
   constexpr std::size_t kShortest = index_format::kStampLength + 2;
   return std::min(files.entries().size(), text.size() / kShortest) + 1;

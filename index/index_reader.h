@@ -110,8 +110,8 @@ struct IndexReading {
   /// Reads a text in its folder. The text must outlive this object.
   IndexReading(std::string_view index_text, FolderFiles& files);
   /// Reads a text that has most lines in common with an earlier reading. A line that was valid then
-  /// stays valid. The other lines are judged by the folder as it is now. So is a line whose file
-  /// the earlier listing does not show.
+  /// stays valid if the earlier listing shows its file. All other lines are judged by the folder as
+  /// it is now.
   /// @param before in ascending order, without lines that run on. If this text has such a line, the
   /// reading ends there and sets any_runs_on.
   /// @param changed positions in the earlier listing: lines of these files are judged again.

@@ -214,8 +214,8 @@ IndexState::Removal IndexState::remove_replaced_files() {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   const auto files = std::exchange(m_files_to_remove, {});
   Removal result;
-  // Replaced files first. One that stays may have the very name of the new entry and hide it: then
-  // the sources have to stay, too.
+  // Replaced files first. If one stays, another process can write its old line again. That line has
+  // the key of the new entry and hides it, so the sources have to stay, too.
   for (const IfItStays kind : {IfItStays::kError, IfItStays::kNothing}) {
     if (!result.are_gone) break;
     for (const auto& [file, if_it_stays] : files) {

@@ -23,12 +23,12 @@
 ///
 /// The loaded entries are the lines of the text in the order of their keys; none is copied. Two
 /// maps contain the changes: from key to physical name, and from physical name to key. An empty
-/// value means that the entry is removed. So an operation costs what it changes, one pass over the
-/// text at the load, and one at the save.
+/// value means that the entry is removed. The cost of an operation is one pass over the text at the
+/// load, one at the save, and its changes.
 ///
 /// Order of calls: load() if there is an index.dat; queries and changes; `save_index` (saving.h) if
-/// something changed; then nothing more. A rename removes the old entry with take(), and restores
-/// it with put_back() if a later step fails. withdraw() undoes insert().
+/// something changed; then nothing more. A rename removes the entry that it replaces with take(),
+/// and restores it with put_back() if a later step fails. withdraw() undoes insert().
 ///
 /// Errors: std::bad_alloc, and exceptions from reading the folder. If take() throws, it has changed
 /// nothing. withdraw(), put_back() and keep_file() need no memory and do not throw.
@@ -122,7 +122,7 @@ class IndexState {
   void insert(const std::string& key, const std::string& stored);
   /// The same for an entry that has just been judged.
   void add(std::string_view key, std::string_view stored);
-  /// An empty value: the name leads nowhere any more.
+  /// Keys to physical names, or physical names to keys; without a value if the entry is removed.
   using Changes = std::map<std::string, std::optional<std::string>, std::less<>>;
   /// A removed entry, or nothing. put_back() restores it without new memory.
   struct Taken {
@@ -132,8 +132,8 @@ class IndexState {
     std::optional<Changes::iterator> by_stored_name;
     explicit operator bool() const { return by_key.has_value(); }
   };
-  /// Removes an entry before the caller removes its file. If the file stays, the save restores the
-  /// entry. If take() throws, nothing has changed.
+  /// Removes an entry that find() finds, before the caller removes its file. If the file stays, the
+  /// save restores the entry. If take() throws, nothing has changed.
   Taken take(const std::string& key);
   /// Undoes insert(), complete or not. Returns nothing if no entry has the key.
   Taken withdraw(const std::string& key) noexcept;
@@ -223,5 +223,5 @@ class IndexState {
 };
 
 /// Copies a file over another one of its folder and flushes the copy. If a clean sweeps the copy
-/// before the flush, the function copies again, up to three times in all.
+/// before the flush, it copies again, up to three times in all. @return whether both succeeded.
 bool copy_and_flush(const std::string& folder, const std::string& from, const std::string& to);

@@ -11,7 +11,7 @@
 #include "index/index_reader.h"
 
 /// The files of a listing that an index certainly knows, so that they are not adopted. The others
-/// have to be looked up in the maps; there are none if only the library writes to the folder.
+/// have to be looked up in the maps. There are no others if only the library writes to the folder.
 ///
 /// The maps know a file by the first line that has its name, or its name without the extension, as
 /// the physical name:
@@ -53,9 +53,8 @@ class KnownFiles {
     kKnown,
   };
 
-  /// Searches @p before, the lines before the current one, for a dotted stem. It is called for a
-  /// file whose name is a physical name without an extension: only this can be a dotted stem as
-  /// well.
+  /// Searches @p before, the lines before the current one, for a dotted stem. Called for a line
+  /// whose file's name is its physical name: only such a name can also be a dotted stem.
   void note_dotted_stems(std::span<const IndexLine> before) {
     for (const IndexLine& line : before.subspan(m_noted)) {
       m_has_dotted_stem =

@@ -4,5 +4,5 @@
 
 /// The root of the mail area; initialises the storage first.
 ///
-/// The index uses nothing else of the room above it. The facade defines this function.
+/// This is all that the index uses of the layer above it. storage/storage_roots.cpp defines it.
 const std::string& initialised_mail_root();

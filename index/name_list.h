@@ -10,8 +10,8 @@
 
 /// Collects physical file names with their logical names, and adds them to a map.
 ///
-/// The names come in the order of the index, the map has another order. The list sorts them in one
-/// piece of memory first. Then the map appends each node at its end, without a search.
+/// The index and the map have different orders. The list sorts the names in one piece of memory
+/// first. Then the map appends each node at its end, without a search.
 class NameList {
  public:
   /// @param key, stored the entry; the key must outlive this object.

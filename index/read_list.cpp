@@ -19,7 +19,7 @@ constexpr std::size_t kFields = 6;
 using Tabs = std::array<std::size_t, kFields>;
 
 /// Required: the search begins at position 1, and for each further tab two positions after the last
-/// one. So no field is empty, and a tab at position 0 belongs to the first field.
+/// one. So no field is empty, and a tab at the start of a field belongs to the field.
 std::optional<Tabs> tabs_of(std::string_view line) {
   Tabs tabs{};
   std::size_t from = 1;
@@ -93,7 +93,7 @@ void ReadList::load() {
   const FileText text = read_to_end(file);
   file.close();
 
-  // Required: the text after the last line feed is a line, without its last character. A text
+  // Required: the text after the last line feed is a line, but loses its last character. A text
   // without a line feed contains no line.
   const auto enter = [this](std::string_view line) {
     std::string name = name_of(line);
@@ -123,7 +123,7 @@ void ReadList::unescape_line_of(const std::string& name) {
   const auto it = m_lines.find(name);
   if (it == m_lines.end()) return;
   std::string& line = it->second;
-  // If an earlier call has emptied the field, its tab is skipped.
+  // If an earlier call has emptied the field, the search skips the tab after it.
   const std::size_t begin = line.find('\t', 1) + 1;
   const std::size_t end = line.find('\t', begin + 1);
   if (end == std::string::npos) return;

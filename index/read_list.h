@@ -4,11 +4,12 @@
 #include <string>
 #include <string_view>
 
-/// A user's list of read mails, "read.txt", during a migration. A line has at least six fields,
-/// each ended by a tab. Its fields make up the document name under which it is found.
+/// The read list of a mail folder, during a migration (docs/formats.md). Each line is found by the
+/// document name that its fields form.
 ///
-/// Order of calls: load(), unescape_line_of() any number of times, destruction. The destructor
-/// saves a list that was loaded completely.
+/// Order of calls: load(), unescape_line_of() any number of times, destruction. After a complete
+/// load() the destructor saves the lines, sorted by document name. Lines with fewer than six fields
+/// and further lines of the same name are lost.
 ///
 /// Errors: load() and the destructor throw the exceptions of the file. While another exception
 /// unwinds, the destructor traces instead.
@@ -20,14 +21,13 @@ class ReadList {
   /// Loads the list. A missing file is an empty list.
   /// @throws vu_file_except if the file cannot be opened or read.
   void load();
-  /// Saves the list if it was loaded. Throws the exceptions of the save. If an exception is in
-  /// flight that was thrown after the construction, it traces an error instead.
+  /// Saves the list if it was loaded.
   ~ReadList() noexcept(false);
   ReadList(const ReadList&) = delete;
   ReadList& operator=(const ReadList&) = delete;
 
-  /// Decodes the second field of the line of @p name, which stays under that name. Does nothing if
-  /// there is no such line.
+  /// Decodes the second field of the line of @p name. The line keeps @p name as its name here. Does
+  /// nothing if there is no such line.
   void unescape_line_of(const std::string& name);
 
   /// The document name of a line; empty if the line has fewer than six fields.

@@ -17,11 +17,11 @@
 
 namespace {
 
-/// Up to so many lines are checked one by one. For more lines a listing of the folder costs less.
+/// Up to this number of lines are checked one by one. For more lines a listing costs less.
 constexpr std::size_t kAskedSingly = 4;
-/// Most operations add at most so many bytes to a text.
+/// Most operations add at most this number of bytes to a text.
 constexpr std::size_t kRoom = 1024;
-/// At most so many unknown entries are named.
+/// At most this number of unknown entries are named.
 constexpr std::size_t kNamed = 8;
 
 }  // namespace
@@ -48,10 +48,7 @@ void report_unknown_lines(const IndexReading& reading, const std::string& folder
 ///
 /// Order of calls: run(), once. The members below follow in the order in which it uses them.
 ///
-/// Errors: if index.dat cannot be opened for writing, a warning is traced; if the system refuses to
-/// write it, an error. run() returns which, and the change is lost. If index.dat cannot be read to
-/// its end, run() throws before it writes anything. If a removal at the end throws, run() closes
-/// the file and throws that exception.
+/// Errors: see save_index().
 ///
 /// Threads: one. Other threads and processes wait in open() until the file is closed.
 class IndexSave {
@@ -184,7 +181,8 @@ class IndexSave {
     for (const IndexLine* line : new_lines(on_disk.get())) merge_entry(*line);
   }
 
-  /// Other processes wait for the lock, so a line that was valid at the load is not judged again.
+  /// Other processes wait for the lock. To keep this short, lines that were valid at the load are
+  /// not judged again.
   void read_what_is_on_disk(std::string_view text, const IndexReading* loaded) {
     if (loaded != nullptr && loaded->ascending && !loaded->any_runs_on) {
       m_on_disk.emplace(text, m_files, *loaded, m_state.m_changed);
@@ -261,8 +259,8 @@ class IndexSave {
     const auto mine = m_state.find(line.key);
     if (mine == line.stored) return;
     if (mine) {
-      // Another process may have removed this entry since the load and created it again. Its new
-      // line wins over a line of mine whose file is gone. If mine is unknown, both lines stay.
+      // Another process may have removed this entry since the load and created it again. If the
+      // file of the line in memory is gone, the new line wins. If it is unknown, both lines stay.
       const LineState state = judge(line.key, *mine);
       if (state == LineState::kUnknown) m_unknown.push_back(line);
       if (state != LineState::kMissing) return;
@@ -285,8 +283,8 @@ class IndexSave {
     return state;
   }
 
-  /// Collects the keys whose lines are judged again after the load: those of the operation, and
-  /// those of lines that may lead to a changed file.
+  /// Collects the keys whose lines are judged again after the load: the keys of the operation, and
+  /// the keys of lines that may lead to a changed file.
   void find_doubtful() {
     m_doubtful.insert(m_state.m_doubtful.begin(), m_state.m_doubtful.end());
     const IndexReading* loaded = m_state.loaded();

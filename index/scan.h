@@ -15,7 +15,7 @@
 /// Searches and comparisons within the lines of an index: many bytes at a time, without a call.
 namespace scan {
 
-/// A search may read so many bytes after its end; their values do not matter.
+/// A search may read this number of bytes after its end; their values do not matter.
 inline constexpr std::size_t kBehind = 16;
 
 /// The first position from @p at on and before @p last that contains one of two characters, or
