@@ -29,8 +29,8 @@ bool vu_storage::copyToStorage(const std::string& source, const std::string& use
   facade.OpenWrite2(file, userOrDomain, entry, type, replace, timestamp);
   std::string target;
   if (!give_up(file, target)) return false;
-  // Required: opening has created the file. So a copy that may not replace always fails and leaves
-  // an empty version.
+  // Required: OpenWrite2() has created the file. So a copy with @p replace false always fails, and
+  // leaves a new version empty.
   return vu_file::copyFile(source, target, replace);
 }
 
@@ -50,7 +50,7 @@ bool vu_storage::copyFileToStorage(const std::string& sourceFolder, const std::s
                                    const std::string& userOrDomain, STG::RepositoryType type) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   checkInit();
-  // Required: continues even if the owner's folder could not be created.
+  // Required: the operation continues even if the owner's folder could not be created.
   std::string dir;
   createUserOrDomainNameDirectory(userOrDomain, name, type, dir, true);
   STGIndex::remove(dir, name, 0);

@@ -63,8 +63,8 @@ bool vu_storage::OpenWrite2(vu_file& file, const std::string& userOrDomain,
       [&] {
         checkInit();
         if (entry.empty()) return false;
-        // Required: continues even if the owner's folder could not be created; the index then finds
-        // and creates nothing in it.
+        // Required: the operation continues even if the owner's folder could not be created. The
+        // index then finds nothing and cannot create a file.
         std::string dir;
         createUserOrDomainNameDirectory(userOrDomain, entry, type, dir, true);
 
@@ -125,7 +125,7 @@ void vu_storage::Close(vu_file& file) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   guarded(
       [&] {
-        // First: the file must not stay open and locked if the initialisation fails.
+        // The close comes first: the file must not stay locked if the initialisation fails.
         file.close();
         checkInit();
       },
@@ -142,7 +142,7 @@ bool vu_storage::IsFileExist(const std::string& userOrDomain, const std::string&
       false,
       [&] {
         checkInit();
-        // Required: also if all owners share one folder.
+        // Required: an empty name has no files, even if all owners share one folder.
         if (userOrDomain.empty()) return false;
         std::string dir;
         if (!createUserOrDomainNameDirectory(userOrDomain, entry, type, dir, false)) return false;

@@ -65,7 +65,7 @@ std::vector<std::string> vu_storage::getFileListFromIndexFile(
     return true;
   };
   if (!guarded(false, initialise, failed, failed)) return logical_names;
-  // Required: unlike its sibling it throws if this is not a folder, outside its own handler.
+  // Required: throws if this is not a folder; getAllFileListFromIndexFile() does not.
   if (!vu_file::is_dir(folder)) throw vu_file_except("not a folder: " + folder);
 
   guarded(

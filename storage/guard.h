@@ -7,25 +7,25 @@
 #include "vu_file_except.h"
 
 /// @file
-/// How exceptions become results of the facade.
+/// How exceptions become results of vu_storage.
 namespace storage {
 
-/// The source name of all traces of this room.
+/// The source name of all traces in this folder.
 inline constexpr const char* kSource = "vu_storage";
 
-/// In place of a handler: the operation lets the other exceptions out.
+/// Passed instead of the second handler: the operation lets those exceptions out.
 struct PassOn {};
 inline constexpr PassOn kPassOn;
 
 namespace detail {
 
-/// Runs a handler. If there is no memory for its text, the trace is lost, but the result is not.
+/// Runs a handler, whose exceptions must not replace the operation's result.
 template <class Handler>
 void say(Handler&& handler) noexcept {
   try {
     std::forward<Handler>(handler)();
   } catch (...) {
-    // Nothing is left that could be reported.
+    // The trace is lost.
   }
 }
 

@@ -38,7 +38,7 @@ std::string vu_storage::getStringFromNameValueSeq(const STG::NameValueSeq& seq) 
 
 std::string vu_storage::getBuffer(const vu_utf8string& s) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  // Required: up to the first NUL, like every name that goes to the system.
+  // Required: the text up to the first NUL, like every name that goes to the system.
   return s.c_str();
 }
 
@@ -98,7 +98,7 @@ bool vu_storage::writeKeysFile(const std::string& folder, const std::string& fil
       false,
       [&] {
         checkInit();
-        // Required: an empty text leaves the old lines alone, even if it is to replace them.
+        // Required: an empty text leaves the old lines alone, even if @p replace is set.
         if (text.empty()) return true;
         vu_file file;
         file.open(folder, fileName, replace ? vu_file_base::o_truncate : vu_file_base::o_append);

@@ -9,8 +9,8 @@
 
 #include "stg_types.h"
 
-/// The text form of key files, without any file: lines of a name, "=" and a value. Only bytes:
-/// nothing is trimmed, quoted or escaped, so a value cannot contain a line end or a tab.
+/// The text form of key files, without any file: lines of a name, "=" and a value. Nothing is
+/// trimmed, quoted or escaped, so a value cannot contain a line end or a tab.
 namespace key_text {
 
 /// Which "=" of a line separates name and value.
@@ -26,7 +26,7 @@ struct Pair {
 std::optional<Pair> split(std::string_view line, Separator separator);
 
 /// Walks the lines of a text without copying. Carriage return, line feed and tab each end a line; a
-/// run of them is one boundary. Each of the three is searched for in a single pass.
+/// run of them is one boundary.
 class Lines {
  public:
   /// @param text must outlive this object.
@@ -41,7 +41,7 @@ class Lines {
 
   std::string_view m_text;
   std::size_t m_pos = 0;
-  /// The next position of each kind; one before m_pos is outdated.
+  /// The next position of each of the three; a position before m_pos is outdated.
   std::array<std::size_t, 3> m_next{};
 };
 

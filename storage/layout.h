@@ -5,19 +5,19 @@
 #include <string>
 #include <string_view>
 
-/// The layout of a storage tree on disk, as pure text (docs/formats.md). The facade builds its
-/// paths with it. So does a reader that may not use the facade.
+/// The layout of a storage tree on disk, as pure text (docs/formats.md). vu_storage and the reader
+/// of the client build their paths with it.
 namespace layout {
 
 inline constexpr std::string_view kStorageFolder = "storage";
 /// The owner folder of an empty owner name.
 inline constexpr std::string_view kNoOwner = "_";
-/// Documents are spread over so many hash values (and their negatives).
+/// The modulus of the hash that selects a document's bucket.
 inline constexpr std::int32_t kBuckets = 101;
-/// In the folder of each kind of rendition: copies of sub-parts made ahead of time.
+/// The folder, below each kind of rendition, for copies of sub-parts made ahead of time.
 inline constexpr std::string_view kPreloadFolder = "preload";
 
-/// The hash of a logical name, which selects its bucket.
+/// The hash of a logical name. A @p modulus below 1 means kBuckets.
 inline std::int32_t hash_of(std::string_view name, std::int32_t modulus) {
   const std::int32_t m = modulus >= 1 ? modulus : kBuckets;
   const auto as_signed = [](char c) {
@@ -49,14 +49,14 @@ inline std::string root_of_parts(const std::string& document, const std::string&
 }
 
 /// The folder of a rendition's kind below the root of the parts (empty: the root itself), and the
-/// folder of the rendition in it.
+/// folder of the rendition below that of its kind.
 struct RenditionFolders {
   std::string of_type;
   std::string of_parts;
 };
 
 // Required: reading splits only these two kinds at their "@", while writing splits every selector.
-// So "x@n" is written to x\n and looked for in x@n.
+// Example: writing "x@n" uses the folder x\n, reading it uses the folder x@n.
 inline RenditionFolders folders_to_read(const std::string& selector) {
   if (selector.starts_with("html@")) return {"html", selector.substr(5)};
   if (selector.starts_with("pdf@")) return {"pdf", selector.substr(4)};

@@ -9,9 +9,8 @@
 /// @file
 /// The results of an initialisation, and how other threads see them.
 
-/// The folders of the storage. An object is published whole and never changes afterwards. Reason:
-/// an operation may still use the roots of a failed initialisation while the next attempt takes
-/// another root.
+/// The folders of the storage. A published object never changes: an operation may still use the
+/// roots of a failed initialisation while the next attempt publishes others.
 struct vu_storage::Roots {
   bool s_bUseDomain = true;
   std::string s_storagePath;
@@ -25,8 +24,8 @@ struct vu_storage::Roots {
   bool operator==(const Roots&) const = default;
 };
 
-/// The mark of the initialisation, the current roots, and the parts of the facade that other rooms
-/// may use.
+/// The mark of the initialisation, the current roots, and the private parts of vu_storage that
+/// other folders may use.
 struct StorageGate {
   static constexpr std::int32_t kInitialised = 1234;
 
@@ -52,7 +51,7 @@ struct StorageGate {
     vu_storage::RemoveFromCategFiles(folder, entry);
   }
 
-  /// Roots, and the ones that were current before.
+  /// Roots, and the roots that were current before.
   struct Published {
     vu_storage::Roots roots;
     const Published* earlier;

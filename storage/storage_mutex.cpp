@@ -4,8 +4,8 @@
 
 namespace {
 
-// Constructed when the library is loaded, destroyed when it is unloaded. So no static initialiser,
-// of the library or of a program, may call an operation that locks it.
+// Constructed when the library is loaded, destroyed when it is unloaded. So no static initialiser
+// of the library or of a program may call an operation that locks it.
 Poco::Mutex g_storage_mutex;
 
 }  // namespace

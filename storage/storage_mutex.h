@@ -1,9 +1,9 @@
 #pragma once
 
-/// Holds the storage mutex during a block.
+/// Locks the storage mutex during a block.
 ///
 /// The mutex is recursive. It serialises the one initialisation and the listing of a user's
-/// documents. Nothing else in the library locks within the process.
+/// documents. No thread waits for a file lock while it has this mutex.
 class StorageLock {
  public:
   StorageLock();

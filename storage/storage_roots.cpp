@@ -76,7 +76,7 @@ bool vu_storage::initRootStorage(const std::string& root, bool useDomain, bool s
   const std::string text = "ztVuStorage:s_storagePath:" + begun.s_storagePath;
   VU_TRACE_M(text);
   host::record_history(text, 1, 4, 0);
-  // Before initPath() sets the mark: a thread that sees the mark must not see the old switch.
+  // Before initPath(), which sets the mark: a thread that sees the mark must see the new mode.
   STGIndex::setSynchronizeMode(synchronize);
   initPath(std::move(begun));
   return true;

@@ -30,7 +30,7 @@ std::int32_t time_of(const std::string& path) {
   return static_cast<std::int32_t>(vu_file::modify_time(path));
 }
 
-/// The folders from which a rendition is read: that of its kind, and that of its sub-parts.
+/// The folders from which a rendition is read: the folder of its kind, and that of its sub-parts.
 struct ReadFolders {
   std::string of_type;
   std::string of_parts;
@@ -195,7 +195,7 @@ void vu_storage::OpenReadSubPartEx(vu_file& file, const std::string& strUser,
                                    long docTime, unsigned long& size) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   size = 0;
-  // If the size cannot be read, the file is closed: with a size of 0 it would look empty.
+  // If the size cannot be determined, the file is closed: with the size 0 it would look empty.
   const auto failed = [&](const auto&...) {
     file.close();
     VU_ERROR("vu_storage::OpenReadSubPart : unknown error, force retrieve doc");
