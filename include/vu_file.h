@@ -125,7 +125,7 @@ class VU_STORAGE_API vu_file : public vu_file_base {
 
   /// Writes all bytes: in o_append at the end of the file, otherwise at the current position.
   /// @param data the bytes; any values.
-  /// @return the number of bytes written: fewer than the size of @p data if the system's write
+  /// @return the number of bytes written. It is below the size of @p data if the system's write
   /// fails, which is traced as an error. 0 for empty data; the file is not touched.
   /// @throws vu_file_except "vu_file::write : write operation in read access file" in o_read and
   /// before any open.
@@ -194,8 +194,8 @@ class VU_STORAGE_API vu_file : public vu_file_base {
 
   // ---- changes -------------------------------------------------------------------------------
 
-  /// Makes a file readable and writable for its owner (clears the read-only attribute). If it is so
-  /// already, that is a success, also for a file of another account.
+  /// Makes a file readable and writable for its owner (clears the read-only attribute). The call
+  /// succeeds, also for a file of another account, if the owner can do both already.
   /// @param path the file.
   /// @return false, after an error trace, on failure.
   static bool chmodW(const std::string& path);
@@ -225,8 +225,8 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// Removes a folder with everything in it. Of a link in it only the link is removed, not its
   /// target; on Linux also if the link appears during the removal.
   /// @param path the folder.
-  /// @return false if @p path is not a folder. True otherwise, also if something could not be
-  /// removed.
+  /// @return false if @p path is not a folder, and when out of memory. True otherwise, also if
+  /// something could not be removed.
   static bool recurseRemoveDir(const std::string& path);
 
   // ---- names ---------------------------------------------------------------------------------

@@ -15,8 +15,8 @@ VU_STORAGE_TYPES_BEGIN
 /// The twin of vu_file for UTF-8 names: a file handle, and file-system operations on UTF-8 paths.
 ///
 /// Names are converted to UTF-16 for the wide system calls. If a path has 249 characters or more
-/// after its root, the system gets its long form: with the prefix `\\?\`, or with the short names
-/// of the volume. So a path can be longer than 260 characters. The conversion of a name that is not
+/// after its root, the system gets its long form. It has the prefix `\\?\`, or the short names of
+/// the volume. So a path can be longer than 260 characters. The conversion of a name that is not
 /// valid UTF-8 throws vu_i18n_except; createDirR() and copyFile() return false instead. Contents
 /// are bytes, as with vu_file.
 ///

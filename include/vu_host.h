@@ -169,7 +169,7 @@ class problem_sink final : public sink {
   /// @return the last warning or error of the calling thread since clear(); empty if there was
   /// none. Valid until the thread's next warning, error or clear().
   static const std::string& last() noexcept { return kept(); }
-  /// Forgets it. Call this before the operation whose failures you want.
+  /// Forgets it. Call this before an operation whose failure you want to report.
   static void clear() noexcept { kept().clear(); }
 
  private:

@@ -11,9 +11,9 @@
  * - Locks on network file systems have limits: see docs/network-shares.md.
  *
  * Results. A call that can fail returns a vu_status. Only 0 means success. Output arguments are
- * written only on success, unless the call says otherwise. vu_last_error() returns the reason for
- * the last result of the calling thread. No call ends the program. Any thread may make any call,
- * unless its description says otherwise.
+ * written only on success, unless the call says otherwise. vu_last_error() returns the result of
+ * the calling thread's last call, with the reason. No call ends the program. Any thread may make
+ * any call, unless its description says otherwise.
  *
  * Handles are opaque numbers. A handle that is closed, of another kind or invalid yields
  * VU_BAD_HANDLE. Any number of threads may use one store at once. Any thread may use a stream, but
@@ -47,7 +47,7 @@
  *
  * Waiting. Calls wait for locks that other handles hold, in this process and in others.
  * vu_settings::wait_ms limits these waits. The time runs from the start of the call, also while the
- * call works or its callback runs. After it, a lock that is not free is refused at once.
+ * call works or its callback runs. After that time a lock that is not free is refused at once.
  * There are two kinds of locks:
  * - The index of a folder, with its counter. Readers find and list versions; writers change
  *   entries. A call releases the lock before it returns, and before it calls a callback.
@@ -211,7 +211,7 @@ typedef struct vu_settings {
  * - "index.dat" and "index", and names that begin with ".vu-storing-";
  * - the physical name of another document in the same folder;
  * - on Windows also names with a colon, with a dot or a blank at the end, and devices such as
- *   "NUL". Upper and lower case do not differ there.
+ *   "NUL". There the guard compares names without regard to letter case.
  *
  * Where owners share folders the owner may be null. Without the guard an empty owner (where owners
  * have folders) or an empty document name is VU_USAGE.
@@ -377,7 +377,7 @@ VU_C_API vu_status vu_copy_in(vu_store* store, const vu_document* document, cons
  * old file as it was. After an interruption the target can be incomplete.
  *
  * @param path the target file.
- * @param flags VU_REPLACE; without it an existing file is VU_ALREADY.
+ * @param flags VU_REPLACE; without it VU_ALREADY if the file exists.
  * @return VU_NOTHING_MATCHED: there is no such version. VU_FAILED: also if a writer has locked the
  *   document, or any handle the target; the copy does not wait for them. Waits as vu_exists().
  */
@@ -456,7 +456,7 @@ VU_C_API vu_status vu_open(vu_store* store, const vu_document* document, int32_t
                            vu_stream** stream);
 
 /**
- * Opens a part (a sub-part of the glossary) of a document of VU_AREA_DOCS, for example one page.
+ * Opens a part ("sub-part" in the glossary) of a document of VU_AREA_DOCS, for example one page.
  *
  * Reading opens a part that is up to date. A newer preload copy (vu_storage::OpenReadSubPart()) is
  * first copied over the part. After VU_OUTDATED the caller generates the part and writes it.
@@ -466,7 +466,7 @@ VU_C_API vu_status vu_open(vu_store* store, const vu_document* document, int32_t
  * @param mode VU_READ_SERVED or VU_WRITE_OVER.
  * @param stream receives the handle; null on failure. The caller closes it with vu_stream_close().
  * @return VU_NOTHING_MATCHED: there is no such version of the document. VU_OUTDATED: the part is
- *   missing or too old. Waits as vu_open().
+ *   missing or too old. Waits as vu_open(), but for the locks of the part.
  */
 VU_C_API vu_status vu_open_part(vu_store* store, const vu_document* document, const char* rendition,
                                 const char* part, int32_t mode, vu_stream** stream);
@@ -608,7 +608,7 @@ VU_C_API vu_status vu_profile_each(vu_store* store, const char* owner, const cha
 /**
  * Renames an owner's folders of mail, lists and own files. Corporate documents keep the old owner.
  * Takes and waits for no lock: nobody else may use these folders during the call. Not atomic: after
- * an interruption or VU_PARTLY_DONE some folders have the new name, and another call is VU_ALREADY.
+ * an interruption or VU_PARTLY_DONE some folders have the new name; a new call returns VU_ALREADY.
  * @return VU_ALREADY: a folder with the new name exists. VU_NOTHING_MATCHED: the old name has no
  *   folder. VU_PARTLY_DONE: a folder keeps the old name, on Windows for example because a file in
  *   it is open. VU_USAGE: owners share folders.
@@ -626,7 +626,7 @@ VU_C_API vu_status vu_remove_owner(vu_store* store, const char* owner);
 enum {
   VU_DRY_RUN = 1,   /**< only reports, removes nothing */
   VU_BY_ACCESS = 2, /**< age is the time since the last access, not since the last change */
-  VU_CLEAN_ALL = 4  /**< allows `older_than` 0, which removes everything; else 0 is VU_REFUSED */
+  VU_CLEAN_ALL = 4  /**< allows `older_than` 0, which removes all; without it 0: VU_REFUSED */
 };
 
 /**

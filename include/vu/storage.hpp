@@ -331,8 +331,8 @@ class store {
   enum class start { initialised, joined };
 
   /// Initialises the storage below a root, or joins it if this process has opened it already.
-  /// @param wait the limit of all waits of one call; without a value there is no limit, 0 means no
-  /// waiting.
+  /// @param wait the time limit of each call for locks, see vu_settings::wait_ms; without a value
+  /// there is no limit, 0 means no waiting.
   /// @throws error VU_REFUSED if this process has opened another root, VU_NO_TREE if the folder
   /// does not exist.
   explicit store(const std::filesystem::path& root, options how = options{},
@@ -702,7 +702,7 @@ struct trace {
   std::string_view text;       ///< see vu_trace::text
 };
 
-/// Sends every trace of the library to a function during the life of this object; afterwards the
+/// Sends every trace of the library to a function during the life of this object. Afterwards the
 /// library traces nothing, even if it had another sink before. Any thread may call the function,
 /// several at once. It must not call the library; its exceptions are dropped. Only one object may
 /// exist at a time. Construct and destroy it while no other thread is inside the library.
