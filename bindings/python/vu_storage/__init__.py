@@ -47,7 +47,7 @@ PathLike = Union[str, "os.PathLike[str]"]
 
 class StorageError(Exception):
     """A failed call. Attributes: status (a number), name (of the status), operation (the call),
-    text (what happened), path (or None). system_code is 0 if the failure is not the system's."""
+    text (what happened), path (or None), system_code (0 without a failure of the system)."""
 
     def __init__(self, status: int, operation: str, text: str, path: str, system_code: int,
                  system_text: str) -> None:
@@ -331,7 +331,7 @@ class Store:
         shared_folders: all owners share the area folders; otherwise each has its own.
         adoption: orphans are adopted.
         guard: names that are not plain file names are refused, see vu_open_store().
-        wait: the limit of all waits of one call; None: no limit, timedelta(0): no waiting.
+        wait: the time limit of each call for locks; None: no limit, timedelta(0): no waiting.
 
         The attribute initialised says whether this call initialised the storage.
         """
