@@ -59,8 +59,8 @@
  * "Waits for writers" means: until nobody holds the lock exclusively. "Waits for readers and
  * writers" means: until nobody holds it at all. A reader that creates a missing index, or adopts
  * orphans, waits as a writer does. VU_LOCK_TIMEOUT means that the requested change was not made.
- * docs/api.md (Time limits) lists the exceptions, for example vu_clean() and replacing a version of
- * VU_AREA_USER while a category file is locked.
+ * docs/api.md (Time limits) lists the exceptions, for example vu_clean(), writes in place, and
+ * replacing a version of VU_AREA_USER while a category file is locked.
  *
  * Crash safety. When a process is killed or the power fails, the system releases its locks. Calls
  * that returned VU_DONE are not affected, except for what a description calls "not flushed". An
