@@ -9,7 +9,7 @@
 /// Functions that the UTF-8 operations share.
 namespace vu_file_internal {
 
-/// The form of a path for the wide system calls. Separators become single backslashes. A path
+/// The long form of a path, for the wide system calls. Separators become single backslashes. A path
 /// beyond the classic length limit becomes its short name on the volume; if there is none, it gets
 /// the prefix "\\?\".
 ucs2string getLongPath(const ucs2string& path);

@@ -131,8 +131,8 @@ bool write_from(vu_file& file, std::string_view bytes);
 /// The file stays open and locked until close_replaced(). @p old_bytes are all its bytes.
 ///
 /// A failed write is traced like one of vu_file::write(), a failed flush like one of
-/// vu_file::close(), a failed cut like one of vu_file::clear(). Required: only for "index.dat" and
-/// its counter; all other files are cut first, as their modes say.
+/// vu_file::close(), a failed cut like one of vu_file::clear(). Required: used for "index.dat" and
+/// its counter only; all other files are cut first, as their modes say.
 /// @return the failures, and the text that the file contains now.
 /// @throws vu_file_except if the mode does not allow writing.
 replacement::Outcome replace_text(vu_file& file, std::string_view old_bytes,

@@ -106,7 +106,7 @@ void sweep_orphans(IndexState& own, const IndexState& now, const vu_utf8string& 
   for (const vu_utf8string& name : names) {
     if (index_format::is_index_file(name.str())) continue;
     if (is_accounted_for(physical_names, name.str())) continue;
-    // Without an index there was nothing to lock. If an index exists now, its files may be here.
+    // Without an index there was nothing to lock. If an index exists now, it may name these files.
     if (now.loaded() == nullptr && presence_of(index_file) != Presence::kMissing) return;
     const vu_utf8string path = base + name;
     const std::uint64_t time = time_of(path, use_access_time).value_or(0);

@@ -86,8 +86,8 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
   if (!old_stored) return m_state->unknown_line(old_key) == nullptr;
   if (m_state->unknown_line(new_key) != nullptr) return false;
 
-  // Required: the files of the old entry and of the entry that it replaces are removed by the save.
-  // Until then both are whole, also for a reader after an interruption.
+  // Required: the save removes the files of the old entry and of the entry that it replaces. Until
+  // then readers find both entries, even after an interruption.
   const std::string old_file = index_format::file_name_of(old_key, *old_stored);
   m_state->file_changes(old_file);
   const bool replaces = _contains(newLogical, newTs);
@@ -99,7 +99,7 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
     if (replaces && !replaced) return;
     const IndexState::Taken made = m_state->withdraw(new_key);
     m_state->put_back(std::move(replaced));
-    // The rest needs memory. The entries are restored even without it.
+    // The rest needs memory. The entries are already restored.
     if (!made || m_state->is_anothers(new_key, made.stored)) return;
     const std::string new_file = index_format::file_name_of(new_key, made.stored);
     if (new_file == replaced_file) return;

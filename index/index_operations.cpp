@@ -27,7 +27,7 @@ std::string_view extension_without_dot(std::string_view name) {
 
 }  // namespace
 
-// The public operations and queries. Each constructs an instance, which saves its changes at the
+// The public operations and queries. Most construct an instance, which saves its changes at the
 // end.
 
 bool STGIndex::exists(const std::string& folder, const std::string& logical, long timestamp,

@@ -101,11 +101,11 @@ LineState state_by_probing(const index_format::Line& line, FolderFiles& files);
 LineState state_by_probing(std::string_view key, std::string_view stored, FolderFiles& files);
 
 /// The text of an index and its lines, except for those that are not entries. The lines are views
-/// of the text, so the object cannot be copied or moved.
+/// of the text. The object cannot be copied or moved.
 ///
 /// Order of calls: the constructor reads everything. Then use the fields, and call revise() for a
-/// line whose file has appeared or gone since. Errors: as with IndexReader. Threads: any number may
-/// read it while none calls revise().
+/// valid line whose file is gone or will be removed. Errors: as with IndexReader. Threads: any
+/// number may read it while none calls revise().
 struct IndexReading {
   /// Reads a text in its folder. The text must outlive this object.
   IndexReading(std::string_view index_text, FolderFiles& files);

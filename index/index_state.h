@@ -30,8 +30,8 @@
 /// something changed; then nothing more. A rename removes the entry that it replaces with take(),
 /// and restores it with put_back() if a later step fails. withdraw() undoes insert().
 ///
-/// Errors: std::bad_alloc, and exceptions from reading the folder. If take() throws, it has changed
-/// nothing. withdraw(), put_back() and keep_file() need no memory and do not throw.
+/// Errors: std::bad_alloc only. If take() throws, it has changed nothing. withdraw(), put_back()
+/// and keep_file() need no memory and do not throw.
 ///
 /// Threads: one at a time. Copies share the listing of the folder, so they count as one object.
 class IndexState {
@@ -86,7 +86,7 @@ class IndexState {
     }
     if (!rest.empty()) run(rest);
   }
-  /// Calls visit(key, stored) for each entry, in the same order. It may not change an entry.
+  /// Calls visit(key, stored) for each entry, in the same order. The call may not change an entry.
   template <class Visit>
   void visit(Visit visit) const {
     walk(
@@ -103,7 +103,7 @@ class IndexState {
   // ---- unknown entries -----------------------------------------------------------------------
 
   bool has_unknown_lines() const { return m_loaded && m_loaded->reading.unknown != 0; }
-  /// Calls visit(key, stored) for each of them.
+  /// Calls visit(key, stored) for each unknown entry.
   template <class Visit>
   void visit_unknown(Visit visit) const {
     if (!has_unknown_lines()) return;
@@ -111,8 +111,8 @@ class IndexState {
       if (line.state == LineState::kUnknown) visit(line.key, line.stored);
     }
   }
-  /// The first one with this key. Null if there is none, if find() finds the key, or if take() has
-  /// removed an entry with this key.
+  /// The first unknown line with this key. Null if there is none, if find() finds the key, or if
+  /// take() has removed an entry with this key.
   const IndexLine* unknown_line(const std::string& key) const;
 
   // ---- changes -------------------------------------------------------------------------------

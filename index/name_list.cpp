@@ -29,7 +29,7 @@ void NameList::add(std::string_view key, std::string_view stored) {
     m_text.append(index_format::extension_of(logical));
   name.size = m_text.size() - name.begin;
   name.head = head_of(text_of(name));
-  // No two names begin at the same position, not even empty ones. The position tells the first one.
+  // No two names begin at the same position, not even empty ones: it shows which one came first.
   m_text.push_back('\0');
 }
 

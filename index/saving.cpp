@@ -224,8 +224,8 @@ class IndexSave {
            files.contains(index_format::file_name_of(line.key, line.stored));
   }
 
-  /// The file still contains the loaded text. Only two kinds of lines can be new: entries that the
-  /// operation removed, and dangling entries. Their files may exist now.
+  /// The file still contains the loaded text. Only two kinds of lines can be valid that are not in
+  /// memory: entries that the operation removed, and dangling entries. Their files may exist now.
   void merge_what_was_dropped(const IndexReading& loaded) {
     std::vector<const IndexLine*> dropped;
     for (const auto& [key, stored] : m_state.m_erased) {

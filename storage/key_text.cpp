@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::string_view kBoundaries = "\n\r\t";
 
-/// The number of elements that are written; it has 32 bits.
+/// The number of elements that are written: at most 2^31 - 1.
 std::size_t counted(const STG::NameValueSeq& seq) {
   constexpr std::size_t kMost = std::numeric_limits<std::int32_t>::max();
   return std::min(seq.size(), kMost);

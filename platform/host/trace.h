@@ -22,7 +22,7 @@
 /// there is no memory is dropped.
 namespace trace {
 
-// Keeps the code that builds a text out of the operations that trace nothing.
+// Keeps the code that builds texts separate from operations that trace nothing.
 #if defined(__GNUC__)
 #define VU_TRACE_COLD [[gnu::noinline, gnu::cold]]
 #else

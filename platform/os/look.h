@@ -122,8 +122,8 @@ inline constexpr std::size_t kManyFlushes = 5;
 os::Status flush_files(const std::vector<std::string>& files,
                        const std::vector<std::string>& folders);
 
-/// Gives the file @p to the owner and the permissions of @p from. Fails if the user may not, or if
-/// @p from has an access control list. On Windows it does nothing and succeeds.
+/// Copies the owner and the permissions of @p from to the file @p to. Fails if the user may not, or
+/// if @p from has an access control list. On Windows it does nothing and succeeds.
 os::Status take_over_owner(const std::string& from, const std::string& to);
 /// Replaces a file by another one in one step: at any moment the name leads to one of the two.
 os::Status replace_file(const std::string& from, const std::string& to);

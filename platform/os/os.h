@@ -274,8 +274,8 @@ Status size(Handle handle, std::uint64_t& bytes);
 Status reserve(Handle handle, std::uint64_t size);
 /// Writes the file's buffers and its times to the device.
 Status flush(Handle handle);
-/// Takes a lock that belongs to this open handle. It conflicts with other handles even in the same
-/// process, as between two processes. It ends with unlock(), with close() or with the process.
+/// Takes a lock that belongs to this open handle. Handles of one process exclude each other like
+/// handles of two processes. The lock ends with unlock(), with close() or with the process.
 Status lock(Handle handle, const LockRequest& request);
 /// Releases the whole-file lock; fails if the handle has none.
 Status unlock(Handle handle);

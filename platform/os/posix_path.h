@@ -46,8 +46,8 @@ bool is_pattern(std::string_view name);
 /// every name. Dots and blanks at the end of a pattern are ignored.
 bool matches(std::string_view pattern, std::string_view name);
 
-/// An absolute path as text, with "." and ".." folded and each run of separators made one. ".." in
-/// the root is the root. A separator at the end stays.
+/// An absolute path as text, with "." and ".." folded and each run of separators reduced to one.
+/// ".." in the root is the root. A separator at the end stays.
 std::string fold(std::string_view absolute);
 
 }  // namespace os::posix
