@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "lab/reliability/tree_state.h"
-#include "tests/support/os_recorder.h"
+#include "tests/support/os_calls.h"
 
 /// @file
 /// What a disk may hold after the power went off, as far as the recorded changes tell.

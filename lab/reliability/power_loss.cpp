@@ -19,8 +19,8 @@
 #include "lab/reliability/power_work.h"
 #include "lab/reliability/reliability.h"
 #include "stg_index.h"
+#include "tests/support/os_calls.h"
 #include "tests/support/os_faults.h"
-#include "tests/support/os_recorder.h"
 #include "tests/support/scratch.h"
 #include "tests/support/storage_peer.h"
 

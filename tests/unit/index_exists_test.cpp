@@ -23,6 +23,10 @@ class IndexExists : public IndexOperations {
     physical = "untouched";
     return STGIndex::exists(folder.path(), logical, ts, physical);
   }
+  /// "yes, " or "no, ", and the name that was given.
+  std::string answer(const std::string& logical, long ts) {
+    return (exists(logical, ts) ? "yes, " : "no, ") + physical;
+  }
 };
 
 TEST_F(IndexExists, AnswersByAFileOfTheLogicalNameWhateverTheIndexSays) {
@@ -65,12 +69,9 @@ TEST_F(IndexExists, FindsAnEntryOfTheIndex) {
   folder.write("00000001.kdb");
   folder.write("00000002.kdb");
   folder.set_index("a.kdb_0000000005/00000001\na.kdb_0000000006/00000002\n");
-  EXPECT_TRUE(exists("a.kdb", 5));
-  EXPECT_EQ(physical, "00000001.kdb");
-  EXPECT_TRUE(exists("a.kdb", 6));
-  EXPECT_EQ(physical, "00000002.kdb");
-  EXPECT_FALSE(exists("a.kdb", 7));
-  EXPECT_EQ(physical, "untouched");
+  EXPECT_EQ(answer("a.kdb", 5), "yes, 00000001.kdb");
+  EXPECT_EQ(answer("a.kdb", 6), "yes, 00000002.kdb");
+  EXPECT_EQ(answer("a.kdb", 7), "no, untouched");
   EXPECT_FALSE(exists("b.kdb", 5));
   EXPECT_FALSE(exists("xa.kdb", 5));
   EXPECT_FALSE(exists("a.kd", 5));
@@ -88,16 +89,14 @@ TEST_F(IndexExists, MayBeAskedWithOneStringForBothNames) {
 
 TEST_F(IndexExists, FindsNoEntryWhoseFileHasGone) {
   folder.set_index("a.kdb_0000000005/00000001\n");
-  EXPECT_FALSE(exists("a.kdb", 5));
-  EXPECT_EQ(physical, "untouched");
+  EXPECT_EQ(answer("a.kdb", 5), "no, untouched");
 }
 
 TEST_F(IndexExists, NamesTheFileOfALineThatOnlyAnotherFileMakesValid) {
   // The stored name is there, which makes the line valid; the entry's own file is not.
   folder.write("00000001");
   folder.set_index("a.kdb_0000000005/00000001\n");
-  EXPECT_FALSE(exists("a.kdb", 5));
-  EXPECT_EQ(physical, "00000001.kdb");
+  EXPECT_EQ(answer("a.kdb", 5), "no, 00000001.kdb");
 }
 
 TEST_F(IndexExists, TakesTheFirstValidLineOfAKey) {
@@ -105,39 +104,34 @@ TEST_F(IndexExists, TakesTheFirstValidLineOfAKey) {
   folder.write("00000003.kdb");
   folder.set_index(
       "a.kdb_0000000005/00000001\na.kdb_0000000005/00000002\na.kdb_0000000005/00000003\n");
-  EXPECT_TRUE(exists("a.kdb", 5));
-  EXPECT_EQ(physical, "00000002.kdb");
+  EXPECT_EQ(answer("a.kdb", 5), "yes, 00000002.kdb");
 }
 
 TEST_F(IndexExists, StopsAtAValidLineWhoseFileIsMissing) {
   folder.write("00000001");
   folder.write("00000002.kdb");
   folder.set_index("a.kdb_0000000005/00000001\na.kdb_0000000005/00000002\n");
-  EXPECT_FALSE(exists("a.kdb", 5));
-  EXPECT_EQ(physical, "00000001.kdb");
+  EXPECT_EQ(answer("a.kdb", 5), "no, 00000001.kdb");
 }
 
 TEST_F(IndexExists, FindsAFoundFileUnderAnotherTimestampByNoMeans) {
   folder.write("moved.txt");
   folder.set_index("notes.txt_0000000000/moved.txt\n");
   // At timestamp 0 with another stored name the extension is appended: no such file.
-  EXPECT_FALSE(exists("notes.txt", 0));
-  EXPECT_EQ(physical, "moved.txt.txt");
+  EXPECT_EQ(answer("notes.txt", 0), "no, moved.txt.txt");
 }
 
 TEST_F(IndexExists, ReadsTimestampsInTheirUnsignedForm) {
   folder.write("00000001");
   folder.set_index("a_4294967295/00000001\n");
-  EXPECT_TRUE(exists("a", -1));
-  EXPECT_EQ(physical, "00000001");
+  EXPECT_EQ(answer("a", -1), "yes, 00000001");
 }
 
 TEST_F(IndexExists, ReadsALastLineWithoutALineFeed) {
   folder.write("00000001");
   folder.write("00000002");
   folder.set_index("a_0000000001/00000001\nb_0000000001/00000002");
-  EXPECT_TRUE(exists("b", 1));
-  EXPECT_EQ(physical, "00000002");
+  EXPECT_EQ(answer("b", 1), "yes, 00000002");
 }
 
 TEST_F(IndexExists, IgnoresLinesThatAreNone) {
@@ -150,15 +144,13 @@ TEST_F(IndexExists, IgnoresLinesThatAreNone) {
 TEST_F(IndexExists, FindsNoKeyWithASlash) {
   folder.write("00000001");
   folder.set_index("a/b_0000000001/00000001\n");
-  EXPECT_FALSE(exists("a/b", 1));
-  EXPECT_EQ(physical, "untouched");
+  EXPECT_EQ(answer("a/b", 1), "no, untouched");
 }
 
 TEST_F(IndexExists, FindsAKeyThatRanOverTheEndOfALine) {
   folder.write("00000001");
   folder.set_index("abc\nkey_0000000001/00000001");
-  EXPECT_TRUE(exists("abc\nkey", 1));
-  EXPECT_EQ(physical, "00000001");
+  EXPECT_EQ(answer("abc\nkey", 1), "yes, 00000001");
   EXPECT_TRUE(exists("key", 1));
   EXPECT_FALSE(exists("abc", 1));
 }
@@ -229,8 +221,7 @@ TEST_F(IndexExists, MakesAMissingIndexFirst) {
 TEST_F(IndexExists, AdoptsWhereItMakesTheIndex) {
   const synchronisation on(true);
   folder.write("Report.KDB");
-  EXPECT_TRUE(exists("Report.kdb", 0));
-  EXPECT_EQ(physical, "Report.kdb");
+  EXPECT_EQ(answer("Report.kdb", 0), "yes, Report.kdb");
 #if !defined(_WIN32)
   // On Windows the file answers by itself, and there is no need for an index.
   EXPECT_EQ(folder.index(), "Report.kdb_0000000000/Report.kdb\n");
@@ -242,8 +233,7 @@ TEST_F(IndexExists, WarnsWhenTheIndexCannotBeOpened) {
   folder.set_index("a.kdb_0000000005/00000001\n");
   recording_sink sink;
   const auto fault = os::faults::fail(Call::open, kRefused);
-  EXPECT_FALSE(exists("a.kdb", 5));
-  EXPECT_EQ(physical, "untouched");
+  EXPECT_EQ(answer("a.kdb", 5), "no, untouched");
   EXPECT_EQ(index_traces(sink),
             (Texts{"Warning: " + cannot_open("a.kdb", "throw exception on open")}));
 }

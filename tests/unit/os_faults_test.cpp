@@ -12,9 +12,8 @@
 #include <vector>
 
 #include "platform/os/os.h"
-#include "tests/support/os_barrier.h"
+#include "tests/support/os_calls.h"
 #include "tests/support/os_faults.h"
-#include "tests/support/os_recorder.h"
 #include "tests/support/process.h"
 #include "tests/support/scratch.h"
 #include "tests/unit/os_test_kit.h"
