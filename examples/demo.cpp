@@ -1,12 +1,262 @@
 // Stores real files through the exported classes, uses every part of the library, and checks each
 // result. See storage_demo --help.
+
+#include <charconv>
 #include <exception>
+#include <iomanip>
 #include <iostream>
+#include <system_error>
+#include <utility>
 
 #include "demo.h"
 #include "vu_fileutf8.h"
 
 namespace demo {
+
+namespace {
+
+constexpr std::size_t kFewestFiles = 20;
+constexpr std::size_t kMostFiles = 100000;
+
+std::size_t number_of_files(const std::string& text) {
+  std::size_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto result = std::from_chars(text.data(), end, number);
+  if (result.ec != std::errc() || result.ptr != end || number < kFewestFiles || number > kMostFiles)
+    throw Refusal("--max-files '" + text +
+                  "' is not a number from 20 to 100000: use such a number or omit the option");
+  return number;
+}
+
+}  // namespace
+
+Options read_options(const std::vector<std::string>& arguments) {
+  Options options;
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const std::string& name = arguments[i];
+    const auto value = [&]() -> const std::string& {
+      if (++i == arguments.size() || arguments[i].empty())
+        throw Refusal(name + " has no value: see --help");
+      return arguments[i];
+    };
+    if (name == "--help" || name == "-h") {
+      options.help = true;
+    } else if (name == "--fresh") {
+      options.fresh = true;
+    } else if (name == "--root") {
+      options.root = value();
+    } else if (name == "--source") {
+      options.sources.push_back(value());
+    } else if (name == "--verify-only") {
+      options.verify_only = value();
+    } else if (name == "--trace") {
+      options.trace = value();
+    } else if (name == "--max-files") {
+      options.max_files = number_of_files(value());
+    } else {
+      throw Refusal("unknown argument '" + name + "': see --help");
+    }
+  }
+  if (!options.help && options.root.empty())
+    throw Refusal("no folder is given: name one with --root DIR");
+  return options;
+}
+
+const char* usage() {
+  return "usage: storage_demo --root DIR [--source DIR]... [--max-files N] [--fresh] [--trace "
+         "FILE]\n"
+         "       storage_demo --root DIR --verify-only MANIFEST [--trace FILE]\n"
+         "\n"
+         "Stores files of the source folders in a new storage below DIR, uses every part of the\n"
+         "library, and checks each result. DIR/manifest.tsv lists the stored documents. With\n"
+         "--verify-only this or another build of the program compares the storage with a manifest\n"
+         "and changes nothing.\n"
+         "\n"
+         "  --root DIR              folder for the storage; created when missing\n"
+         "  --source DIR            source folder; may be repeated (default: documentation,\n"
+         "                          fonts, headers and certificates of the system)\n"
+         "  --max-files N           the most files to store, 20 to 100000 (default 400)\n"
+         "  --fresh                 remove the files of an earlier run of this program from DIR\n"
+         "  --verify-only MANIFEST  compare the storage below DIR with the manifest\n"
+         "  --trace FILE            write the library's trace to FILE\n"
+         "\n"
+         "Exit codes: 0 all checks passed, 1 a check failed, 2 the program did not start.\n";
+}
+
+// ------------------------------------------------------------------------------------------------
+
+namespace {
+
+// The first failures matter most; more lines would hide them.
+constexpr std::size_t kFailuresPrinted = 20;
+
+double seconds_since(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+std::string seconds_text(double seconds) {
+  return text_of(std::fixed, std::setprecision(2), seconds, " s");
+}
+
+}  // namespace
+
+std::string size_text(std::uint64_t bytes) {
+  if (bytes < 1024) return text_of(bytes, " bytes");
+  const double kb = static_cast<double>(bytes) / 1024;
+  if (kb < 1024) return text_of(std::fixed, std::setprecision(1), kb, " KB");
+  return text_of(std::fixed, std::setprecision(1), kb / 1024, " MB");
+}
+
+void Report::begin(const std::string& title) {
+  end();
+  m_open = true;
+  m_section_checks = 0;
+  m_section_failures = 0;
+  m_section_start = Clock::now();
+  std::cout << "\n" << ++m_sections << ". " << title << "\n";
+}
+
+void Report::end() {
+  if (!m_open) return;
+  m_open = false;
+  std::cout << "   -> " << m_section_checks << " checks, "
+            << (m_section_failures == 0 ? std::string("all passed")
+                                        : text_of(m_section_failures, " FAILED"))
+            << ", " << seconds_text(seconds_since(m_section_start)) << std::endl;
+}
+
+void Report::say(const std::string& line) { std::cout << "   " << line << "\n"; }
+
+bool Report::check(bool good, const std::string& what) {
+  ++m_checks;
+  ++m_section_checks;
+  if (good) return true;
+  ++m_failures;
+  ++m_section_failures;
+  if (m_failures <= kFailuresPrinted) {
+    std::cout << "   FAILED: " << what << std::endl;
+    m_failed.push_back(what);
+  }
+  return false;
+}
+
+int Report::finish() {
+  end();
+  std::cout << "\n";
+  if (m_failures == 0 && m_checks > 0) {
+    std::cout << m_checks << " checks, all passed, in " << seconds_text(seconds_since(m_start))
+              << std::endl;
+    return 0;
+  }
+  std::cout << m_checks << " checks, " << m_failures << " FAILED:\n";
+  for (const std::string& what : m_failed) std::cout << "  " << what << "\n";
+  if (m_failures > m_failed.size())
+    std::cout << "  and " << m_failures - m_failed.size() << " more\n";
+  std::cout << std::flush;
+  return 1;
+}
+
+// ------------------------------------------------------------------------------------------------
+
+namespace {
+
+const char* name_of(vu_host::trace_level level) {
+  switch (level) {
+    case vu_host::trace_level::xs:
+      return "XS";
+    case vu_host::trace_level::s:
+      return "S";
+    case vu_host::trace_level::m:
+      return "M";
+    case vu_host::trace_level::l:
+      return "L";
+    case vu_host::trace_level::xl:
+      return "XL";
+  }
+  return "?";
+}
+
+const char* name_of(vu_host::trace_event event) {
+  switch (event) {
+    case vu_host::trace_event::success:
+      return "Success";
+    case vu_host::trace_event::warning:
+      return "Warning";
+    case vu_host::trace_event::error:
+      return "Error";
+  }
+  return "?";
+}
+
+}  // namespace
+
+void Host::install() {
+  vu_host::services services;
+  services.trace = this;
+  services.config = this;
+  vu_host::install(services);
+}
+
+bool Host::trace_to(const std::string& file) {
+  m_file.open(native(file), std::ios::binary | std::ios::trunc);
+  return m_file.is_open();
+}
+
+std::vector<std::string> Host::take_errors() {
+  const std::scoped_lock lock(m_mutex);
+  return std::exchange(m_errors, {});
+}
+
+bool Host::wants(vu_host::trace_level) const noexcept { return m_file.is_open(); }
+
+bool Host::wants(vu_host::trace_event event) const noexcept {
+  return event == vu_host::trace_event::error || m_file.is_open();
+}
+
+void Host::scope_begin(const vu_host::trace_site& site, vu_host::trace_level,
+                       std::string_view label) noexcept {
+  write("begin", site, label);
+}
+
+void Host::scope_end(const vu_host::trace_site& site, vu_host::trace_level) noexcept {
+  write("end", site, "");
+}
+
+void Host::scope_message(const vu_host::trace_site& site, std::string_view text) noexcept {
+  write("message", site, text);
+}
+
+void Host::record(const vu_host::trace_site& site, vu_host::trace_level level,
+                  std::string_view text) noexcept {
+  write(name_of(level), site, text);
+}
+
+void Host::event(const vu_host::trace_site& site, vu_host::trace_event event,
+                 std::string_view text) noexcept {
+  write(name_of(event), site, text);
+  if (event != vu_host::trace_event::error) return;
+  try {
+    const std::scoped_lock lock(m_mutex);
+    m_errors.emplace_back(text);
+  } catch (...) {
+    // A sink must not throw. Without memory for the text the run fails elsewhere.
+  }
+}
+
+ucs2string Host::binary_folder() { return ucs2string(vu_utf8string(m_binary_folder)); }
+
+void Host::write(const char* kind, const vu_host::trace_site& site,
+                 std::string_view text) noexcept {
+  try {
+    const std::scoped_lock lock(m_mutex);
+    if (m_file.is_open())
+      m_file << kind << '\t' << site.source << ':' << site.line << '\t' << text << '\n';
+  } catch (...) {
+    // The run continues without the trace.
+  }
+}
+
+// ------------------------------------------------------------------------------------------------
 
 namespace {
 
