@@ -1,4 +1,4 @@
-// Every public operation under an alarm: alone, and while somebody else holds a lock that it needs.
+// Every public operation under an alarm: alone, and while another process has a lock that it needs.
 
 #include <algorithm>
 #include <chrono>
@@ -28,8 +28,8 @@ constexpr std::chrono::seconds kAlarm = 5s;
 
 // ---- the helpers --------------------------------------------------------------------------------
 
-/// args: a root; "on" or "off" for the synchronisation. Calls the operations it is told by number,
-/// each under the alarm.
+/// args: a root; synchronisation "on" or "off". The helper reads numbers of operations, and calls
+/// each of them under the alarm.
 int operations_caller(const std::vector<std::string>& args) {
   const Place place{args.at(0), args.at(1) == "on"};
   vu_storage::initRootStorage(place.root, true, place.synchronize);
@@ -48,7 +48,7 @@ int operations_caller(const std::vector<std::string>& args) {
 }
 REGISTER_ROLE(operations_caller, operations_caller)
 
-/// args: a file; "read" or "write". Holds it until it hears a line.
+/// args: a file; "read" or "write". Locks the file until a line arrives.
 int lock_holder(const std::vector<std::string>& args) {
   vu_file file(args.at(0));
   file.open(args.at(1) == "read" ? vu_file::o_read : vu_file::o_write);
@@ -65,13 +65,13 @@ struct Holder {
   const char* what;
   const char* file;  ///< in the folder
   const char* mode;
-  unsigned blocks;  ///< whom it blocks
+  unsigned blocks;  ///< the operations that wait for it
 };
 constexpr Holder kHolders[] = {
-    {"index.dat held by a writer", "index.dat", "write", kForIndexWriter},
-    {"index.dat held by a reader", "index.dat", "read", kForIndexReader},
-    {"the counter held by a writer", "index", "write", kForCounter},
-    {"the document held by a writer", "00000001.kdb", "write", kForDocument},
+    {"a writer has index.dat open", "index.dat", "write", kForIndexWriter},
+    {"a reader has index.dat open", "index.dat", "read", kForIndexReader},
+    {"a writer has the counter open", "index", "write", kForCounter},
+    {"a writer has the document open", "00000001.kdb", "write", kForDocument},
 };
 
 class Alarms {
@@ -87,8 +87,8 @@ class Alarms {
     }
     for (const Holder& holder : kHolders) call_beside(holder);
     m_run.figure("operations", public_operations().size());
-    m_run.figure("calls that waited for a stopped holder and went on after its end", m_waited);
-    m_run.figure("calls that had nothing to wait for", m_not_waited);
+    m_run.figure("calls that waited for a stopped process and continued after its end", m_waited);
+    m_run.figure("calls that did not have to wait", m_not_waited);
   }
 
  private:
@@ -101,12 +101,13 @@ class Alarms {
     if (m_caller->next_line() != "ready") m_run.fail("the helper does not start");
   }
 
-  /// Whether the operation that was begun ends.
+  /// Whether the current operation ends.
   bool ends(const std::string& what) {
     const auto answer = m_caller->next_line(kAlarm + 5s);
     if (answer) return true;
     const auto code = m_caller->wait(10s);
-    m_run.fail(what + (code == test_alarm::kExitCode ? " did not end" : " broke off"));
+    m_run.fail(what +
+               (code == test_alarm::kExitCode ? " did not end" : " ended without an answer"));
     m_caller.reset();
     return false;
   }
@@ -138,12 +139,12 @@ class Alarms {
     const std::string what = operation.name + ", " + holder.what;
     const Place place{root(), false};
     child_process other("lock_holder", {place.folder() + "\\" + holder.file, holder.mode});
-    if (other.next_line() != "locked") return m_run.fail("the holder gets no lock");
+    if (other.next_line() != "locked") return m_run.fail("the lock holder gets no lock");
     machine::stop(other);
     m_caller->tell(std::to_string(number));
     if ((operation.waits & holder.blocks) == 0) {
       ++m_not_waited;
-      ends(what + ", for which it need not wait,");
+      ends(what + ", without a need to wait,");
     } else if (!m_caller->stays_silent(100ms)) {
       m_run.fail(what + ": does not wait");
       m_caller.reset();
@@ -155,7 +156,7 @@ class Alarms {
         machine::resume(other);
         other.tell("");
       }
-      ends(what + ", after that one's end");
+      ends(what + ", after the end of the lock holder,");
     }
     other.kill();
     other.wait();
@@ -168,7 +169,7 @@ class Alarms {
   std::uint64_t m_not_waited = 0;
 };
 
-/// The public members that a header declares, "class::member".
+/// The public members that a header declares, as "class::member".
 std::set<std::string> declared_in(const std::string& header, const std::string& class_name) {
   std::string text = std::regex_replace(read_file(header), std::regex("//[^\n]*"), "");
   text.erase(0, text.find("class VU_STORAGE_API " + class_name + " "));
@@ -182,7 +183,7 @@ std::set<std::string> declared_in(const std::string& header, const std::string& 
   return members;
 }
 
-/// A member that is in no list would never be tried.
+/// A member that is missing in the list would never be called.
 void check_that_all_are_listed(Run& run) {
   std::set<std::string> listed;
   for (const PublicOperation& each : public_operations()) {
@@ -197,9 +198,9 @@ void check_that_all_are_listed(Run& run) {
   for (const auto& [header, class_name] : classes) {
     for (const std::string& each : declared_in(include + "/" + header, class_name)) {
       ++found;
-      // An index has no public constructor but that for copies.
+      // STGIndex has no public constructor except the copy constructor.
       if (each != "STGIndex::STGIndex" && listed.count(each) == 0) {
-        run.fail("never tried: " + each);
+        run.fail("never called:  " + each);
       }
     }
   }
@@ -210,10 +211,10 @@ void alarms(Run& run) {
   if (machine::sees_the_sources()) check_that_all_are_listed(run);
   Alarms(run).run();
 }
-REGISTER_SUITE(alarms, "alarms", "no operation waits for itself, nor for a holder that has gone",
+REGISTER_SUITE(alarms, "alarms", "no operation waits for itself or for a process that has ended",
                "calls", 0, Scratch::kMemory)
 
-/// A caller that does wait for itself. Passes when the alarm tells.
+/// Deadlocks with itself. Passes if the alarm ends it.
 int waits_for_itself(const std::vector<std::string>& args) {
   const test_alarm alarm("one that waits for itself", 1s);
   vu_file reader(args.at(0));
@@ -229,11 +230,11 @@ void alarms_noticed(Run& run) {
   write_file(scratch.path("file"), "text");
   while (run.goes_on()) {
     child_process child("waits_for_itself", {scratch.path("file")});
-    if (child.wait() != test_alarm::kExitCode) run.fail("the alarm did not tell");
+    if (child.wait() != test_alarm::kExitCode) run.fail("the alarm did not end the process");
     run.counted(1);
   }
 }
-REGISTER_SUITE(alarms_noticed, "alarms-noticed", "an operation that waits for itself is found",
+REGISTER_SUITE(alarms_noticed, "alarms-noticed", "an operation that waits for itself is detected",
                "calls", 1, Scratch::kMemory)
 
 }  // namespace

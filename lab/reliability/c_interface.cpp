@@ -1,5 +1,5 @@
-// A fault at every call of the system, and no memory at every allocation, that a call of the C
-// interface makes: nothing but a status comes out, with its reason, and "done" is true.
+// A fault at every system call and every allocation of a call of the C interface. The call returns
+// a status with its reason and throws nothing; VU_DONE is true.
 
 #include <algorithm>
 #include <chrono>
@@ -22,7 +22,7 @@ namespace {
 using allocations::Shortage;
 using os::faults::Call;
 
-/// One handle for all: it knows the settings of whoever opened it, and no folder.
+/// One handle is enough: it contains settings and no folder.
 vu_store* store() {
   static vu_store* const joined = [] {
     const vu_settings settings = VU_SETTINGS_INIT;
@@ -62,10 +62,9 @@ std::int32_t go_on(void*, const vu_entry*) { return 0; }
 std::int32_t go_on_with_names(void*, const char*) { return 0; }
 std::int32_t go_on_with_lines(void*, const char*, const char*) { return 0; }
 
-/// The first status that is not VU_DONE.
 vu_status first_of(vu_status first, vu_status second) { return first != VU_DONE ? first : second; }
 
-/// The close is a call of its own: what it forgets is kept by the text.
+/// The close is a separate call with its own result.
 vu_status with_stream(vu_status opened, vu_stream* stream, vu_status (*use)(vu_stream*)) {
   if (opened != VU_DONE) return opened;
   const vu_status used = use(stream);
@@ -201,7 +200,7 @@ const CCall kCalls[] = {
 };
 // clang-format on
 
-/// What the last call came to. No memory is needed to keep it.
+/// The result of the last call. Storing it allocates nothing.
 struct Told {
   vu_status status = VU_DONE;
   bool is_last_error = true;
@@ -216,7 +215,7 @@ void call_and_tell(const CCall& call, const Place& place) {
   const vu_status status = call.call(place);
   vu_error error = VU_ERROR_INIT;
   vu_last_error(&error);
-  // A close behind it has had a success of its own.
+  // A later close can have succeeded.
   const bool is_close = std::strcmp(error.operation, "vu_stream_close") == 0;
   told() = {status, error.status == status || is_close,
             error.status == VU_DONE || *error.text != '\0'};
@@ -231,8 +230,8 @@ std::vector<PublicOperation> operations() {
   return all;
 }
 
-/// What the library finds in a tree: documents by folder and key, and all other files and folders
-/// by their paths. Files that no index names are nobody's, and so are those that it has adopted.
+/// What the library finds in a tree: documents by folder and key, all other files and folders by
+/// path. Orphans and adopted files do not belong to anyone, so they are left out.
 Tree found_in(const Tree& tree) {
   Tree found;
   std::vector<std::string> folders;
@@ -255,24 +254,24 @@ Tree found_in(const Tree& tree) {
   return found;
 }
 
-/// Where two of them differ first.
+/// The first difference.
 std::string difference(const Tree& expected, const Tree& found) {
   for (const auto& [path, bytes] : expected) {
-    // Lines that name a document go with it as far as the system lets them: a question to it that
-    // fails is taken for a no, and a stream tells of its own file alone.
+    // Category lines of a removed document may stay: a question that fails counts as "no", and a
+    // stream only reports its own file.
     if (path.ends_with("/list.ctg_0000000000")) continue;
     const auto other = found.find(path);
     if (other == found.end()) return "without " + path;
     if (other->second != bytes) return "with other bytes in " + path;
   }
   for (const auto& [path, bytes] : found) {
-    // Nor does anybody tell of a folder of parts that could not be listed, and stays.
+    // A folder of sub-parts that cannot be listed stays, and no call reports that.
     if (expected.count(path) == 0 && !path.ends_with('/')) return "with " + path;
   }
   return {};
 }
 
-/// Calls that cut a file before they write it: an interruption leaves a part.
+/// Calls that truncate a file before they write it. An interruption leaves a part of it.
 bool cuts_first(const std::string& operation) {
   for (const char* const part : {"in place", "vu_open", "vu_key", "vu_profile"}) {
     if (operation.find(part) != operation.npos) return true;
@@ -280,8 +279,8 @@ bool cuts_first(const std::string& operation) {
   return false;
 }
 
-/// What is wrong of a tree that is neither the one before a call nor the one after it: everything
-/// in it must be of one of them, and whatever both have must be there.
+/// Checks a tree between two states. Everything in it must be from one of them, and what both
+/// contain must be there.
 std::string between(const Tree& before, const Tree& after, const Tree& now,
                     const std::string& operation) {
   const auto has = [](const Tree& tree, const std::string& path, const std::string& bytes) {
@@ -299,7 +298,7 @@ std::string between(const Tree& before, const Tree& after, const Tree& now,
   for (const auto& [path, bytes] : before) {
     if (after.count(path) != 0 && now.count(path) == 0) return "without " + path;
   }
-  // What is moved is at the one place or the other.
+  // Moved bytes are in one of the two places.
   for (const auto& [path, bytes] : before) {
     const auto is_it = [&bytes = bytes](const auto& item) { return item.second == bytes; };
     if (std::any_of(after.begin(), after.end(), is_it) && contents[bytes] == 0)
@@ -308,7 +307,7 @@ std::string between(const Tree& before, const Tree& after, const Tree& now,
   return {};
 }
 
-/// They answer, and need not save what they have adopted on the way.
+/// Questions return results, and need not save what they adopt.
 bool is_question(const std::string& operation) {
   for (const char* const beginning :
        {"vu_folder", "vu_exists", "vu_describe", "vu_file_path", "vu_read", "vu_latest", "vu_each",
@@ -319,8 +318,8 @@ bool is_question(const std::string& operation) {
   return false;
 }
 
-/// Calls that work on many files, and are told to leave some of them done; and what is made where
-/// an index has gone takes the names of files that lie there.
+/// Calls on many files may do a part of their work. If there is no index, a new entry can take the
+/// name of an existing file.
 bool ends_half_way(const std::string& what) {
   for (const char* const part : {"_owner", "vu_migrate", "no index yet"}) {
     if (what.find(part) != what.npos) return true;
@@ -395,7 +394,7 @@ class CInterface {
              const Outcome& outcome, Disturbance by) {
     m_trial.check_held(what, usual, outcome);
     if (outcome.end != Outcome::End::kReturned)
-      m_run.fail(what + ": " + name_of(outcome.end) + " left it");
+      m_run.fail(what + ": " + name_of(outcome.end) + " left the call");
     const Told now_told = told();
     const std::string answer = vu_status_name(now_told.status);
     if (!now_told.is_last_error) m_run.fail(what + ": " + answer + " is not the last error");
@@ -406,14 +405,14 @@ class CInterface {
     const Tree now = found_in(m_trial.look());
     if (by == Disturbance::kLie) return;
     if (usual_status == VU_DONE && now_told.status == VU_NOTHING_MATCHED)
-      m_run.fail(what + ": says that nothing is there");
+      m_run.fail(what + ": reports that nothing is there");
     if (is_question(what)) return;
     std::string wrong;
     if (!ends_half_way(what)) wrong = between(before, after, now, what);
-    // A cleaning tells by its count what it has kept.
+    // A clean reports what it kept by its count.
     const bool is_complete = now_told.status == VU_DONE && what.rfind("vu_clean", 0) != 0;
     if (wrong.empty() && is_complete) wrong = difference(after, now);
-    if (!wrong.empty()) m_run.fail(what + ": says " + answer + ", and leaves the tree " + wrong);
+    if (!wrong.empty()) m_run.fail(what + ": returns " + answer + ", and leaves the tree " + wrong);
   }
 
   void tell() {
@@ -428,17 +427,16 @@ class CInterface {
 };
 
 void c_faults(Run& run) { CInterface(run).run_faults(); }
-REGISTER_SUITE(c_faults, "c-faults", "a fault at every call of the system behind the C interface",
-               "faults", 0, Scratch::kMemory)
+REGISTER_SUITE(c_faults, "c-faults", "a fault at every system call of the C interface", "faults", 0,
+               Scratch::kMemory)
 
 void c_out_of_memory(Run& run) {
   if (!machine::handles_and_allocations_are_exact())
-    return run.not_run("here the C++ library takes its memory from elsewhere");
+    return run.not_run("here the C++ library does not use this program's operator new");
   CInterface(run).run_shortages();
 }
-REGISTER_SUITE(c_out_of_memory, "c-out-of-memory",
-               "no memory at every allocation behind the C interface", "shortages", 0,
-               Scratch::kMemory)
+REGISTER_SUITE(c_out_of_memory, "c-out-of-memory", "every allocation of the C interface fails",
+               "shortages", 0, Scratch::kMemory)
 
 }  // namespace
 }  // namespace reliability

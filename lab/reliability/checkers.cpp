@@ -1,5 +1,5 @@
-// The checker of the kill suites itself: a folder as an operation may leave it raises no complaint,
-// and each kind of damage raises the right one.
+// Tests the checker of the kill suites. It accepts a folder in each state that an operation may
+// leave, and reports each kind of corruption with the right complaint.
 
 #include <filesystem>
 #include <functional>
@@ -13,7 +13,7 @@
 namespace reliability {
 namespace {
 
-/// A folder with three entries and a category file, and an operation that was killed in it.
+/// A folder with three entries and a category file, and the killed operation.
 struct Scenario {
   scratch_folder scratch;
   Model model;
@@ -40,7 +40,7 @@ struct Scenario {
   void drop(const std::string& file) { std::filesystem::remove(native(scratch.path(file))); }
   void set_index(const std::string& text) { put("index.dat", text); }
   void set_counter(const std::string& text) { put("index", text); }
-  /// The index with one line more, or one less (an empty name).
+  /// Sets a line of the index; an empty @p stored removes it.
   void set_line(const std::string& key, const std::string& stored) {
     Lines lines = read_index(read_file(scratch.path("index.dat")), look_at(scratch.path()).files);
     lines.erase(key);
@@ -51,7 +51,7 @@ struct Scenario {
 
 struct Case {
   const char* name;
-  const char* complaint;  ///< part of one; empty when there must be none
+  const char* complaint;  ///< part of it; empty for a state that is allowed
   std::function<void(Scenario&)> arrange;
 };
 
@@ -99,7 +99,7 @@ std::vector<Case> allowed() {
          s.put("00000005.kdb", "");
          s.set_line("n.kdb_0000000007", "00000005");
        }},
-      {"a removal after its file, the line still there", "",
+      {"a removal between its file and its line", "",
        [](Scenario& s) {
          s.killed = removal();
          s.drop("00000001.kdb");
@@ -115,7 +115,7 @@ std::vector<Case> allowed() {
          s.set_counter("00000005");
          s.put("00000005.kdb", "text");
        }},
-      {"a rename after its save", "",
+      {"a rename between its save and the removal of its source", "",
        [](Scenario& s) {
          s.killed = renaming("b.kdb");
          s.set_counter("00000005");
@@ -128,7 +128,7 @@ std::vector<Case> allowed() {
          s.killed = cleaning();
          s.drop("00000001.kdb");
        }},
-      {"a save that left a second copy behind the first", "",
+      {"a save that left a second copy after the first", "",
        [](Scenario& s) {
          s.killed = creation();
          const std::string text = read_file(s.scratch.path("index.dat"));
@@ -192,17 +192,17 @@ std::vector<Case> harm_to_files() {
          s.killed = writing();
          s.put("00000001.kdb", text_number(6, 20));
        }},
-      {"a line that went before its file", "lost: a.kdb",
+      {"a line removed before its file", "lost: a.kdb",
        [](Scenario& s) {
          s.killed = removal();
          s.set_line("a.kdb_0000000001", "");
        }},
-      {"a category line that went before the entry", "went before the entry",
+      {"a category line removed before the entry", "removed before the entry",
        [](Scenario& s) {
          s.killed = forgetting();
          s.put("00000004.ctg", "b.kdb=1\n");
        }},
-      {"a renamed file gone without its bytes", "bytes of a.kdb_0000000001 are gone",
+      {"a renamed file gone, with its bytes", "bytes of a.kdb_0000000001 are gone",
        [](Scenario& s) {
          s.killed = renaming("n.kdb");
          s.set_counter("00000005");
@@ -237,7 +237,7 @@ std::vector<Case> harm_to_files() {
          s.killed = cleaning();
          s.drop("00000002.kdb");
        }},
-      {"a file from nowhere", "nobody made: 00000009.kdb",
+      {"a file that no operation created", "no operation created: 00000009.kdb",
        [](Scenario& s) { s.put("00000009.kdb", ""); }},
   };
 }
@@ -261,10 +261,11 @@ void checkers(Run& run) {
       run.counted(1);
     }
   }
-  run.figure("kinds of harm that are told apart", complaints);
+  run.figure("kinds of corruption that are told apart", complaints);
 }
-REGISTER_SUITE(checkers, "checkers", "the checker of the kill suites sees every kind of harm",
-               "cases", 0, Scratch::kMemory)
+REGISTER_SUITE(checkers, "checkers",
+               "the checker of the kill suites detects every kind of corruption", "cases", 0,
+               Scratch::kMemory)
 
 }  // namespace
 }  // namespace reliability

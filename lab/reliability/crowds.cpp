@@ -1,4 +1,4 @@
-// Many processes in shared folders: those that create, those that read, and those that clean.
+// Many processes in shared folders: writers, readers and cleaners.
 
 #include <algorithm>
 #include <cstdint>
@@ -27,7 +27,7 @@
 namespace reliability {
 
 inline constexpr long kCrowdStamp = 7;
-/// Of a helper that works through thousands of operations, in seconds.
+/// Seconds; for a helper with thousands of operations.
 inline constexpr const char* kLongAlarm = "3000";
 
 inline std::string content_of(const std::string& logical) { return "the bytes of " + logical; }
@@ -43,7 +43,7 @@ inline std::string create_document(const std::string& folder, const std::string&
 }
 
 // ------------------------------------------------------------------------------------------------
-// Many processes that create entries in the same folders, with others that read meanwhile.
+// Many processes create entries in the same folders, while others read.
 
 namespace {
 
@@ -55,7 +55,7 @@ std::string logical_name(const std::string& who, std::size_t number) {
 
 // ---- the helpers --------------------------------------------------------------------------------
 
-/// Lets every lock be granted and none be taken.
+/// Every lock succeeds without being taken.
 struct LocksTakenOut {
   os::faults::Fault lock =
       os::faults::fail(os::faults::Call::lock, {}, 1, os::faults::Times::kLasting);
@@ -63,9 +63,9 @@ struct LocksTakenOut {
       os::faults::fail(os::faults::Call::unlock, {}, 1, os::faults::Times::kLasting);
 };
 
-/// args: its name; how many; "locked" or "unlocked"; "on" or "off" for the synchronisation; a file
-/// for what it did; the folders. Afterwards the file names each entry with its physical name and
-/// the microseconds that creating it took.
+/// args: the writer's name; the number of creates; "locked" or "unlocked"; synchronisation "on" or
+/// "off"; a file for the results; the folders. Each line of the results has an entry, its physical
+/// name, and the microseconds of its creation.
 int crowd_writer(const std::vector<std::string>& args) {
   std::unique_ptr<LocksTakenOut> unlocked;
   if (args.at(2) == "unlocked") unlocked = std::make_unique<LocksTakenOut>();
@@ -94,8 +94,8 @@ int crowd_writer(const std::vector<std::string>& args) {
 }
 REGISTER_ROLE(crowd_writer, crowd_writer)
 
-/// args: writers; entries of each; the folders. Looks for entries until it hears a line, then says
-/// how many it looked for and what it found wrong.
+/// args: the number of writers; the entries of each; the folders. Looks for entries until a line
+/// arrives. Then prints the number of look-ups and the first defect.
 int crowd_reader(const std::vector<std::string>& args) {
   STGIndex::setSynchronizeMode(false);
   const std::size_t writers = std::stoul(args.at(0));
@@ -108,7 +108,7 @@ int crowd_reader(const std::vector<std::string>& args) {
   std::string wrong = "nothing";
   say("ready");
   while (!file_exists(stop)) {
-    // Readers that follow each other without a gap would keep the writers from their locks.
+    // Readers without a pause would keep the writers from the lock.
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
     const std::size_t number = random() % count;
     const std::string logical = logical_name("w" + std::to_string(random() % writers), number);
@@ -141,7 +141,7 @@ enum class Locks : std::uint8_t { kTaken, kTakenOut };
 
 struct Crowd {
   std::size_t processes = 8;
-  std::size_t creates = 0;  ///< of each process
+  std::size_t creates = 0;  ///< by each process
   std::size_t folders = 1;
   Locks locks = Locks::kTaken;
   bool adoption = false;
@@ -205,7 +205,7 @@ class CrowdRun {
     bool complete = true;
     for (auto& each : m_writers) {
       if (each->next_line(std::chrono::minutes(50)) == "done") continue;
-      m_run.fail("a writer has not ended as it should");
+      m_run.fail("a writer did not end normally");
       complete = false;
     }
     write_file(m_folders.front() + ".stop", "");
@@ -232,7 +232,7 @@ class CrowdRun {
       std::getline(fields, physical, '\t');
       std::getline(fields, taken, '\t');
       if (physical == "exception") {
-        m_run.fail("creating " + logical + " raised an exception");
+        m_run.fail("creating " + logical + " threw an exception");
         continue;
       }
       ++m_outcome.acknowledged;
@@ -263,7 +263,7 @@ class CrowdRun {
       if (m_acknowledged[number].count(logical) == 0 && !adopted) m_run.fail("invented: " + key);
     }
     for (const auto& [file, size] : state.files) {
-      if (names.count(file) == 0) m_run.fail("a file that nobody made: " + file);
+      if (names.count(file) == 0) m_run.fail("a file that no operation created: " + file);
     }
   }
 
@@ -278,15 +278,15 @@ class CrowdRun {
 };
 
 void tell(Run& run, const std::string& what, const Outcome& outcome) {
-  run.figure(what + ", creates acknowledged and found", outcome.acknowledged);
+  run.figure(what + ", finished creates, all found", outcome.acknowledged);
   run.figure(what + ", longest create",
              as_milliseconds(std::chrono::microseconds(outcome.longest)));
-  run.figure(what + ", questions of readers",
-             std::to_string(outcome.looked) + ", answered yes " + std::to_string(outcome.found));
+  run.figure(what + ", look-ups by readers",
+             std::to_string(outcome.looked) + ", found " + std::to_string(outcome.found));
 }
 
 void crowd(Run& run) {
-  // Half of the creates in one folder, half in four; a tenth of each with adoption on.
+  // Half of the creates are in one folder, half in four; a tenth of each with synchronisation on.
   const std::size_t processes = machine::large_folders_are_slow() ? 4 : 8;
   const auto share = [&](std::uint64_t part) {
     return static_cast<std::size_t>(
@@ -307,12 +307,12 @@ void crowd(Run& run) {
     }
   }
 }
-REGISTER_SUITE(
-    crowd, "crowd",
-    "8 processes (4 under an emulator) create at once while others read; 1 and 4 folders",
-    "creates", 44'448, Scratch::kMemory)
+REGISTER_SUITE(crowd, "crowd",
+               "8 processes (4 under Wine) create at once while others read; 1 and 4 folders",
+               "creates", 44'448, Scratch::kMemory)
 
-/// The same without locks. Passes when damage is noticed, at the latest after the count.
+/// The same without locks. Passes as soon as a corruption is found; fails if the count is reached
+/// before.
 void crowd_noticed(Run& run) {
   Run inner(run.random()(), {0, std::chrono::seconds(0)});
   while (inner.failures() == 0 && run.goes_on()) {
@@ -320,28 +320,29 @@ void crowd_noticed(Run& run) {
     run.counted(1);
   }
   if (inner.failures() == 0) {
-    run.fail("a crowd without locks was never found to do damage");
+    run.fail("the corruption by a crowd without locks was not detected");
   } else {
     run.figure("found after the last crowd", inner.first_failures().front());
   }
 }
-REGISTER_SUITE(crowd_noticed, "crowd-noticed", "a crowd whose locks are taken out does damage",
-               "crowds at most", 50, Scratch::kMemory)
+REGISTER_SUITE(crowd_noticed, "crowd-noticed",
+               "the corruption by a crowd without locks is detected", "crowds at most", 50,
+               Scratch::kMemory)
 
 // ------------------------------------------------------------------------------------------------
-// Processes that clean a folder again and again while others write to it. Everything there is
-// young, except for what is made old on purpose.
+// Cleaners clean a folder without a pause while others write to it. All documents are young, except
+// those that a writer makes old.
 
-/// Younger documents stay, in seconds: far more than a run takes.
+/// Seconds; a clean keeps younger documents. Far more than a run takes.
 constexpr unsigned long kLimit = 100'000;
 constexpr std::size_t kWriters = 3;
 constexpr std::size_t kCleaners = 2;
 
 // ---- the helpers --------------------------------------------------------------------------------
 
-/// args: its name; how many; a file for the names that must be there afterwards; the folder. Every
-/// third document gets another name, half of these that of another document, and every fourth one
-/// is made old. A rename that is refused, with an error, leaves both documents as they were.
+/// args: the writer's name; the number of creates; a file for the documents that must remain; the
+/// folder. Makes every fourth document old. Renames every third one, half of these to an existing
+/// name. A rename that fails with an error changes neither document.
 int clean_writer(const std::vector<std::string>& args) {
   STGIndex::setSynchronizeMode(false);
   const std::size_t count = std::stoul(args.at(1));
@@ -357,7 +358,7 @@ int clean_writer(const std::vector<std::string>& args) {
     const std::string logical = args.at(0) + " " + std::to_string(number) + ".kdb";
     const std::string physical = create_document(folder, logical);
     if (number % 4 == 3) {
-      // A cleaner takes it away, now or later.
+      // A cleaner removes it, now or later.
       if (file_exists(folder + "\\" + physical)) set_modify_time(folder + "\\" + physical, 1000);
       continue;
     }
@@ -382,7 +383,8 @@ int clean_writer(const std::vector<std::string>& args) {
 }
 REGISTER_ROLE(clean_writer, clean_writer)
 
-/// args: the folder. Cleans until it hears of the end; says how often, and how many it took away.
+/// args: the folder. Cleans until a line arrives. Then prints the number of cleans and of removed
+/// entries.
 int clean_cleaner(const std::vector<std::string>& args) {
   STGIndex::setSynchronizeMode(false);
   std::size_t rounds = 0;
@@ -404,7 +406,7 @@ struct CleanOutcome {
   std::uint64_t documents = 0;
   std::uint64_t rounds = 0;
   std::uint64_t removed = 0;
-  std::uint64_t refused = 0;  ///< renames
+  std::uint64_t refused = 0;  ///< renames that failed
 };
 
 class CleanCrowd {
@@ -422,7 +424,7 @@ class CleanCrowd {
         m_outcome.refused += std::stoull(each->next_line().value_or("0"));
         continue;
       }
-      m_run.fail("a writer has not ended as it should");
+      m_run.fail("a writer did not end normally");
       complete = false;
     }
     write_file(m_folder + ".stop", "");
@@ -501,15 +503,16 @@ void clean_crowd(Run& run) {
     all.refused += one.refused;
   }
   run.figure("young documents written, and found afterwards", all.documents);
-  run.figure("cleanings beside the writers", all.rounds);
-  run.figure("old documents cleaned away", all.removed);
-  run.figure("renames that the system refused, both documents being as before", all.refused);
-  // Where locks are enforced, a file that another process looks at cannot be replaced.
-  if (!kOnWindows && all.refused != 0) run.fail("a rename was refused, and nothing is open here");
-  if (all.removed == 0) run.fail("nothing was ever cleaned away");
+  run.figure("cleans during the writes", all.rounds);
+  run.figure("old documents removed", all.removed);
+  run.figure("renames that failed and changed nothing", all.refused);
+  // Windows refuses to replace a file that another process has open.
+  if (!kOnWindows && all.refused != 0)
+    run.fail("a rename failed, although open files do not matter here");
+  if (all.removed == 0) run.fail("no clean removed anything");
 }
 REGISTER_SUITE(clean_crowd, "clean-crowd",
-               "2 processes clean a folder again and again while 3 write to it", "creates", 30'000,
+               "2 processes clean a folder without a pause while 3 write to it", "creates", 30'000,
                Scratch::kMemory)
 
 }  // namespace

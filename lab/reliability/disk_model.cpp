@@ -17,7 +17,7 @@ constexpr auto kNone = std::string_view::npos;
 
 std::uint64_t up_to_sector(std::uint64_t size) { return (size + kSector - 1) / kSector * kSector; }
 
-/// Which version each sector has: the ways in which a disk can be behind.
+/// Chooses a version of each sector. Disks can lag behind in different ways.
 class Choice {
  public:
   explicit Choice(std::mt19937_64& random, std::size_t sectors)
@@ -26,16 +26,16 @@ class Choice {
         m_chance(1 + random() % 15),
         m_turn(random() % (sectors + 1)) {}
 
-  /// Of sector number @p n, which has @p versions new ones; 0 is the certain one.
+  /// Returns 0 for the certain version of sector number @p n, or one of @p versions newer ones.
   std::size_t of(std::size_t n, std::size_t versions) {
     switch (m_way) {
-      case 0:  // in order, up to somewhere
+      case 0:  // the first sectors are new
         return n < m_turn ? versions : 0;
-      case 1:  // from behind
+      case 1:  // the last sectors are new
         return n >= m_turn ? versions : 0;
-      case 2:  // all but one
+      case 2:  // all but one are new
         return n == m_turn ? m_random() % versions : versions;
-      case 3:  // one alone
+      case 3:  // only one is new
         return n == m_turn ? 1 + m_random() % versions : 0;
       default:
         return m_random() % 16 < m_chance ? 1 + m_random() % versions : 0;
@@ -86,7 +86,7 @@ void LooseFile::cut(std::uint64_t size) {
   const std::uint64_t old_size = m_seen.size();
   if (size == old_size) return;
   m_seen.resize(static_cast<std::size_t>(size), '\0');
-  // What was behind the cut reads as zeros, should the file be found longer.
+  // If the file is later found longer, the truncated bytes are zeros.
   change(std::min(size, old_size), std::max(size, old_size));
   m_sizes.push_back(size);
 }
@@ -107,7 +107,7 @@ std::string LooseFile::image(std::mt19937_64& random, Missing missing) const {
   std::string bytes = m_certain;
   bytes.resize(static_cast<std::size_t>(up_to_sector(std::max<std::uint64_t>(size, bytes.size()))),
                '\0');
-  // Most devices leave a missing sector as it was, so most images do.
+  // Most devices keep the old sector, so most images do.
   const bool may_be_zeros = missing == Missing::kMayBeZeros && random() % 4 == 0;
   Choice choice(random, m_sectors.size());
   std::size_t n = 0;

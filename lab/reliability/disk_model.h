@@ -13,24 +13,27 @@
 #include "tests/support/os_calls.h"
 
 /// @file
-/// What a disk may hold after the power went off, as far as the recorded changes tell.
+/// A model of a disk after a power failure.
 ///
-/// On the disk for certain is what was flushed: every write and cut of a file before a flush of it,
-/// and the file's name with the folders above it. Of everything else each piece may be there or
-/// not, in any order: each sector of 512 bytes as any of the writes since then has made it, each
-/// size that the file has had, each change of a name. A sector that is missing is its old bytes, or
-/// zeros. Old bytes become zeros only where a write has replaced some of them, and never those of a
-/// counter: a lost number costs nothing but numbers.
+/// A flush of a file makes its earlier writes and truncations certain, and its name with the
+/// folders above it. Every other change may be on the disk or not, in any order:
+///
+/// * Each sector of 512 bytes is as any of the later writes left it, old, or zeros.
+/// * Each file has one of the sizes that it had.
+/// * Each change of a name is there or not.
+///
+/// Old bytes become zeros only in a sector in which a write replaces bytes. The counter never
+/// becomes zeros: that would only waste numbers.
 namespace reliability {
 
 inline constexpr std::size_t kSector = 512;
-/// A file may be found with the size of a part of a write, at an edge of these.
+/// A file may have the size of a part of a write. Such a part ends at a multiple of this size.
 inline constexpr std::size_t kBlock = 4096;
 
-/// What a sector is that held bytes, of which a write has replaced some without reaching the disk.
+/// A sector with old bytes that a write replaced, if that write did not reach the disk.
 enum class Missing : std::uint8_t { kIsOld, kMayBeZeros };
 
-/// One file, and what of it is not certain.
+/// A file, and the changes of it that are not certain.
 class LooseFile {
  public:
   explicit LooseFile(std::string bytes = {}) : m_certain(std::move(bytes)), m_seen(m_certain) {}
@@ -39,17 +42,17 @@ class LooseFile {
   void cut(std::uint64_t size);
   void flush();
 
-  /// What its readers see while the power is on.
+  /// The content for readers before the power failure.
   const std::string& seen() const { return m_seen; }
   bool is_certain() const { return m_sectors.empty() && m_sizes.empty(); }
-  /// Some content that the disk may hold.
+  /// One content that the disk may have.
   std::string image(std::mt19937_64& random, Missing missing = Missing::kMayBeZeros) const;
 
  private:
-  /// One sector, and the changes of it since the flush.
+  /// One sector with its changes since the last flush.
   struct Sector {
-    std::vector<std::string> versions;  ///< its content after each of them
-    bool is_replaced = false;           ///< bytes in it, by a write
+    std::vector<std::string> versions;  ///< its content after each change
+    bool is_replaced = false;           ///< a write replaced bytes in it
   };
 
   void change(std::uint64_t begin, std::uint64_t end);
@@ -57,20 +60,20 @@ class LooseFile {
   std::string m_certain;
   std::string m_seen;
   std::map<std::uint64_t, Sector> m_sectors;
-  std::vector<std::uint64_t> m_sizes;  ///< since the flush, in their order
+  std::vector<std::uint64_t> m_sizes;  ///< after each change since the last flush
 };
 
 class DiskModel {
  public:
   using Change = os::faults::Change;
 
-  /// @param before what is on the disk for certain.
+  /// @param before the content of the disk; it is certain.
   explicit DiskModel(const Tree& before);
 
   void apply(const Change& change);
-  /// Null when nothing bears that name.
+  /// Null if there is no file with that name.
   const LooseFile* file(const std::string& path) const;
-  /// Some tree that the disk may hold.
+  /// One tree that the disk may contain.
   Tree image(std::mt19937_64& random) const;
 
  private:
@@ -88,11 +91,11 @@ class DiskModel {
   std::vector<LooseFile> m_files;
   std::map<std::string, std::size_t> m_first;  ///< names that are certain from the beginning
   std::set<std::string> m_folders;
-  std::map<std::string, std::size_t> m_now;  ///< names as they are seen
+  std::map<std::string, std::size_t> m_now;  ///< names before the power failure
   std::vector<Naming> m_namings;
 };
 
-/// Makes a folder hold a tree; @p there is what it holds already.
+/// Changes a folder from @p there to @p tree.
 void put_tree(const Tree& tree, const std::string& root, const Tree& there);
 
 }  // namespace reliability

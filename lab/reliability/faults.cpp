@@ -22,7 +22,7 @@ using os::faults::Call;
 using os::faults::Times;
 using Kind = Way::Kind;
 
-/// A short transfer moves so many bytes at most.
+/// A short transfer moves at most this number of bytes.
 constexpr std::size_t kShortTransfer = 5;
 
 const char* name_of(Trouble trouble) {
@@ -52,7 +52,7 @@ bool starts_with_any(const std::string& name, std::initializer_list<const char*>
                      [&](const char* each) { return name.rfind(each, 0) == 0; });
 }
 
-/// Operations of the facade that let the exceptions of what they call out.
+/// Operations of vu_storage that let all exceptions pass.
 bool is_open_to_exceptions(const std::string& operation) {
   return starts_with_any(
       operation,
@@ -61,15 +61,16 @@ bool is_open_to_exceptions(const std::string& operation) {
        "vu_storage::copyFileToUserPath", "vu_storage::getFileListFromIndexFile"});
 }
 
-/// Those that turn vu_file_except into their result, and let others out; of the folder of an owner
-/// that of the area is asked for outside of the handler.
+/// Operations that turn only vu_file_except into a result. Example: the folder of an owner needs
+/// the area's folder, which is determined outside of the handler.
 bool is_open_to_others(const std::string& operation) {
   return starts_with_any(
       operation, {"vu_storage::saveUserOrMasterProfile", "vu_storage::loadUserOrMasterProfile",
                   "vu_storage::createUserOrDomainNameDirectory"});
 }
 
-/// Operations that open a file for their caller, or load an index: vu_file_except is their failure.
+/// Operations that open a file for their caller or load an index. They report failures by
+/// vu_file_except.
 bool opens_a_file(const std::string& operation) {
   return starts_with_any(
              operation,
@@ -96,8 +97,7 @@ bool may_end_so(const std::string& operation, const Way& way, Outcome::End end) 
   }
 }
 
-/// The beginning of a trace that belongs to a call's failure, whichever operation makes it; "E" for
-/// an error, "W" for a warning.
+/// The beginning of the trace that belongs to a failed call: "E" for an error, "W" for a warning.
 std::string stated_trace(const std::string& operation, const Way& way, Call call) {
   const bool by_exception = way.kind == Kind::kException;
   if (way.kind == Kind::kShort) return {};
@@ -139,11 +139,11 @@ bool has_trace(const Outcome& outcome, const std::string& words) {
   });
 }
 
-/// A file that ends early is none that fails. Questions answer "no" without a word, and so does
-/// what reports by its result alone.
+/// A file that ends early is not a failure. Questions answer "no" without a trace, and so do
+/// operations that report by their result alone.
 bool may_be_silent(const std::string& operation, const Way& way, Call call) {
   if (way.kind == Kind::kShort) return true;
-  // The reader of key lines says false, and no more, to every exception.
+  // The reader of key lines returns false for every exception, without a trace.
   if (way.kind == Kind::kException && starts_with_any(operation, {"vu_storage::readKeysFile"})) {
     return call == Call::read || call == Call::stat;
   }
@@ -158,10 +158,9 @@ bool may_be_silent(const std::string& operation, const Way& way, Call call) {
       return true;
     case Call::remove_file:
     case Call::remove_directory:
-      // The trees are removed quietly.
       return operation.find("::recurseRemoveDir") != std::string::npos;
     case Call::open_folder:
-      // Nor is a folder that cannot be opened told of there.
+      // The functions that remove trees trace no failures.
       return starts_with_any(operation, {"vu_fileutf8::recurseRemoveDir"});
     case Call::open:
       return operation.find("::try_open") != std::string::npos;
@@ -170,8 +169,8 @@ bool may_be_silent(const std::string& operation, const Way& way, Call call) {
   }
 }
 
-/// Whether an answer is one with which an operation fails. Where the list calls a removal twice,
-/// the second one finds what the first has left.
+/// Whether a result reports a failure. Where the list calls a removal twice, the second call finds
+/// what the first one left.
 bool is_a_failure(const std::string& operation, const std::string& answer,
                   const std::string& usual) {
   const bool is_yes_or_no = usual == "true" || usual == "false";
@@ -179,7 +178,7 @@ bool is_a_failure(const std::string& operation, const std::string& answer,
          starts_with_any(operation, {"vu_fileutf8::recurseRemoveDir"});
 }
 
-/// Whether something was traced that is not traced when nothing is disturbed.
+/// Whether the operation traced something that it does not trace without the fault.
 bool says_something(const Outcome& outcome, const Outcome& usual) {
   return std::any_of(outcome.traces.begin(), outcome.traces.end(), [&](const std::string& each) {
     return std::find(usual.traces.begin(), usual.traces.end(), each) == usual.traces.end();
@@ -216,7 +215,7 @@ std::vector<Way> ways_for(Call call) {
     }
     ways.push_back({Kind::kException, Trouble::kBroken, times});
     if (!is_transfer(call)) continue;
-    // A read that is short is at the end of the file; a file does not lose its end again and again.
+    // A short read means the end of the file. A file does not end again and again.
     if (call == Call::write || times == Times::kOnce) {
       ways.push_back({Kind::kShort, Trouble::kBroken, times});
     }
@@ -229,7 +228,7 @@ std::vector<Way> ways_for(Call call) {
 os::faults::Fault plan(const Way& way, const std::vector<Call>& calls, std::size_t at) {
   const Call call = calls[at];
   const std::uint64_t nth = at + 1;
-  // Of reads, or of writes.
+  // The number among the reads, or among the writes.
   const auto here = calls.begin() + static_cast<std::ptrdiff_t>(at) + 1;
   const auto nth_transfer = static_cast<std::uint64_t>(std::count(calls.begin(), here, call));
   const os::Status status = machine::status_of(way.trouble);
@@ -268,7 +267,8 @@ std::vector<std::string> complaints(const std::string& operation, const Way& way
     found.push_back(std::string("ended with ") + reliability::name_of(outcome.end));
   }
   const std::string words = stated_trace(operation, way, call);
-  // The flushes within a save let an exception pass as its writes do; the one of a close does not.
+  // A save lets an exception of a flush pass, as it does for a write. The flush before a close does
+  // not.
   const bool may_pass =
       call == Call::flush && way.kind == Kind::kException &&
       (outcome.end != Outcome::End::kReturned || says_something(outcome, usual.outcome));
@@ -290,8 +290,8 @@ std::vector<std::string> complaints(const std::string& operation, const Way& way
 }
 
 // ------------------------------------------------------------------------------------------------
-// A fault at every call of the seam that a public operation makes, one at a time: what the
-// operation says, what it traces, and what it leaves.
+// A fault at every call of the OS seam that a public operation makes, one at a time. Checks the
+// result, the traces and the tree.
 
 namespace {
 
@@ -307,7 +307,7 @@ class Faults {
       return faults_of(m_operations[number], setting);
     });
     m_run.figure("operations", m_operations.size());
-    m_run.figure("places where a fault could strike", m_places);
+    m_run.figure("calls that can fail", m_places);
     for (const auto& [what, times] : m_ends) m_run.figure(what, times);
     for (const auto& [what, times] : m_windows) m_run.figure("left: " + what, times);
   }
@@ -340,7 +340,7 @@ class Faults {
     {
       const auto fault = plan(way, usual.calls, at);
       outcome = m_trial.call(operation, setting);
-      if (fault.hits() == 0) m_run.fail(what + ": never struck");
+      if (fault.hits() == 0) m_run.fail(what + ": the fault never occurred");
     }
     m_trial.check(what, usual, outcome, disturbance_of(operation.name, way, call), m_windows);
     for (const std::string& each : complaints(operation.name, way, call, usual, outcome)) {
@@ -358,8 +358,8 @@ class Faults {
 };
 
 void faults(Run& run) { Faults(run, public_operations()).run(); }
-REGISTER_SUITE(faults, "faults", "a fault at every call of the system that an operation makes",
-               "faults", 0, Scratch::kMemory)
+REGISTER_SUITE(faults, "faults", "a fault at every system call of an operation", "faults", 0,
+               Scratch::kMemory)
 
 void faults_noticed(Run& run) {
   if (!machine::handles_and_allocations_are_exact()) {
@@ -382,16 +382,16 @@ void faults_noticed(Run& run) {
     if (std::none_of(found.begin(), found.end(), [&, words = std::string(sign)](const auto& each) {
           return each.find(words) != std::string::npos;
         })) {
-      run.fail(std::string("not found of an injected defect: ") + sign);
+      run.fail(std::string("an injected defect was not detected: ") + sign);
     }
   }
 }
-REGISTER_SUITE(faults_noticed, "faults-noticed", "an operation that a fault makes do harm is found",
-               "faults", 0, Scratch::kMemory)
+REGISTER_SUITE(faults_noticed, "faults-noticed",
+               "an operation with a defect after a fault is detected", "faults", 0,
+               Scratch::kMemory)
 
 // ------------------------------------------------------------------------------------------------
-// The same faults with somebody to trace to and with nobody: what an operation does must not depend
-// on it.
+// The same faults with a trace sink and without one. The operation must not behave differently.
 
 using os::faults::Times;
 
@@ -409,7 +409,7 @@ class Unheard {
       return pairs_of(operations[number], setting);
     });
     m_run.figure("operations", operations.size());
-    m_run.figure("traced, when somebody listened", m_traced);
+    m_run.figure("traces, with a sink", m_traced);
     if (m_traced == 0) m_run.fail("nothing was ever traced");
   }
 
@@ -439,13 +439,14 @@ class Unheard {
     const Outcome unheard = disturbed(operation, setting, usual, at, way);
     m_trial.sink().listen(true);
     m_traced += heard.errors + heard.warnings;
-    if (unheard.errors + unheard.warnings != 0) m_run.fail(what + ": was traced to nobody");
+    if (unheard.errors + unheard.warnings != 0)
+      m_run.fail(what + ": a trace reached a removed sink");
     if (heard.end != unheard.end) {
       m_run.fail(what + ": " + name_of(heard.end) + ", unheard " + name_of(unheard.end));
     } else if (heard.result != unheard.result) {
       m_run.fail(what + ": answered " + heard.result + ", unheard " + unheard.result);
     }
-    if (heard.tree != unheard.tree) m_run.fail(what + ": leaves another tree when unheard");
+    if (heard.tree != unheard.tree) m_run.fail(what + ": the tree differs without a sink");
   }
 
   Outcome disturbed(const PublicOperation& operation, const Setting& setting,
@@ -466,8 +467,8 @@ class Unheard {
 };
 
 void unheard(Run& run) { Unheard(run).run(); }
-REGISTER_SUITE(unheard, "unheard", "a fault ends the same when there is nobody to trace to",
-               "pairs", 0, Scratch::kMemory)
+REGISTER_SUITE(unheard, "unheard", "a fault has the same result without a trace sink", "pairs", 0,
+               Scratch::kMemory)
 
 }  // namespace
 }  // namespace reliability

@@ -8,16 +8,16 @@
 #include "lab/reliability/trial.h"
 
 /// @file
-/// The faults of the suite `faults`, and what the headers state about an operation that meets one.
+/// The faults of the suite `faults`, and what the headers promise about an operation with a fault.
 namespace reliability {
 
-/// One way in which a call can go wrong.
+/// How a system call fails.
 struct Way {
   enum class Kind : std::uint8_t {
-    kStatus,        ///< it does nothing and reports a failure
-    kException,     ///< it does nothing and throws
-    kShort,         ///< a read or write that ends early, as at the end of a file
-    kShortFailure,  ///< a read or write that ends early and reports a failure
+    kStatus,        ///< does nothing and returns a failure
+    kException,     ///< does nothing and throws
+    kShort,         ///< transfers only the first bytes and returns success
+    kShortFailure,  ///< transfers only the first bytes and returns a failure
   };
 
   Kind kind = Kind::kStatus;
@@ -26,15 +26,15 @@ struct Way {
 };
 std::string in_words(const Way& way);
 
-/// Every way for one call.
+/// All faults that are possible for this call.
 std::vector<Way> ways_for(os::faults::Call call);
-/// Puts a way into force for the call number @p at (from 0) of @p calls.
+/// Makes call number @p at (from 0) of @p calls fail.
 os::faults::Fault plan(const Way& way, const std::vector<os::faults::Call>& calls, std::size_t at);
-/// What the way of going wrong lets an operation leave.
+/// Which states of the tree are allowed after this fault.
 Disturbance disturbance_of(const std::string& operation, const Way& way, os::faults::Call call);
 
-/// What an operation must not have done after this fault: let an exception out that its header does
-/// not name, or failed without a word.
+/// Checks the promises of the header after a fault. Examples of a complaint: an exception that the
+/// header does not name, a failure without a trace.
 std::vector<std::string> complaints(const std::string& operation, const Way& way,
                                     os::faults::Call call, const Undisturbed& usual,
                                     const Outcome& outcome);

@@ -1,5 +1,5 @@
-// Operations on a disk that is full, or nearly so: a small file system in memory, mounted for this
-// process alone.
+// Operations on a full or nearly full disk: a small file system in memory that only this process
+// mounts.
 
 #include <fcntl.h>
 #include <sched.h>
@@ -42,9 +42,9 @@ std::string environment(const char* name) {
   return value == nullptr ? "" : value;
 }
 
-/// A small disk: the folder that VU_SMALL_DISK names, or one in memory that is gone with the
-/// process, however that ends: nobody else sees its mount. Where the folder is a share,
-/// VU_SMALL_DISK_SERVER names the same disk as its server sees it.
+/// A small disk: the folder VU_SMALL_DISK, or else a file system in memory. Its mount is visible
+/// only to this process and ends with it. If the folder is on a network share, VU_SMALL_DISK_SERVER
+/// is the same disk on the server.
 class SmallDisk {
  public:
   SmallDisk() : m_given(environment("VU_SMALL_DISK")) {
@@ -54,7 +54,7 @@ class SmallDisk {
       if (::statvfs(m_given.c_str(), &disk) != 0)
         m_refusal = std::strerror(errno);
       else if (std::uint64_t{disk.f_blocks} * disk.f_frsize > kLargest)
-        m_refusal = m_given + " has more than 64 MB, and would be filled";
+        m_refusal = m_given + " has more than 64 MB, too much to fill";
       return;
     }
     if (::unshare(CLONE_NEWNS) != 0 ||
@@ -69,11 +69,11 @@ class SmallDisk {
   SmallDisk(const SmallDisk&) = delete;
   SmallDisk& operator=(const SmallDisk&) = delete;
 
-  /// Empty when the disk is there.
+  /// Why there is no disk; empty if there is one.
   const std::string& refusal() const { return m_refusal; }
-  /// Where the library works.
+  /// The folder that the library uses.
   std::string path() const { return m_given.empty() ? native(m_scratch.path()).string() : m_given; }
-  /// Where the suite fills the disk, and looks at what the library has left there.
+  /// The folder in which the suite fills the disk and looks at the results.
   std::string on_the_server() const {
     const std::string server = environment("VU_SMALL_DISK_SERVER");
     return server.empty() ? path() : server;
@@ -85,16 +85,16 @@ class SmallDisk {
   std::string m_refusal;
 };
 
-/// A file that takes what is free, but for a given rest.
+/// A file that fills the disk, except for a given rest.
 class Ballast {
  public:
   Ballast(const std::string& path, std::size_t leave) : m_path(path) {
     m_file = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (m_file < 0) throw std::runtime_error("no file can be made to fill the disk");
+    if (m_file < 0) throw std::runtime_error("cannot create a file that fills the disk");
     take_all();
     const ::off_t size = ::lseek(m_file, 0, SEEK_END);
     if (::ftruncate(m_file, std::max<::off_t>(0, size - static_cast<::off_t>(leave))) != 0)
-      throw std::runtime_error("no room can be given back");
+      throw std::runtime_error("cannot free space again");
   }
   ~Ballast() {
     stop();
@@ -104,7 +104,8 @@ class Ballast {
   Ballast(const Ballast&) = delete;
   Ballast& operator=(const Ballast&) = delete;
 
-  /// Takes what is or becomes free, page by page, until stop().
+  /// Fills each page that is or becomes free, until stop(). @param pause microseconds between two
+  /// pages.
   void go_on(unsigned pause) {
     m_thread = std::thread([this, pause] {
       while (!m_stop) {
@@ -125,7 +126,7 @@ class Ballast {
            static_cast<::ssize_t>(size);
   }
   bool take_page() { return take(kPage); }
-  /// In large pieces first: on a network each is a question.
+  /// Large pieces first: on a network each write is a round trip.
   void take_all() {
     for (const std::size_t size : {kPage * 64, kPage}) {
       while (take(size)) {
@@ -139,15 +140,15 @@ class Ballast {
   std::atomic<bool> m_stop = false;
 };
 
-/// What an operation did to a folder.
+/// The folder before and after an operation, and its result.
 struct Seen {
   FolderState before;
   FolderState after;
   std::vector<std::string> errors;
   std::string answer;
-  bool raised = false;  ///< the caller was given an exception: its text is the answer
+  bool raised = false;  ///< it threw; its text is the answer
 
-  /// The answer, and the errors behind it.
+  /// The result and the errors.
   std::string told() const {
     std::string all = answer;
     for (const std::string& each : errors) all += "; " + each;
@@ -173,7 +174,7 @@ class FullDisk {
     for (const std::size_t index_size : sizes) {
       fill(index_size);
       part += m_run.wanted() / std::size(sizes);
-      // Every step once; with a count as many as it allows, wherever they fall.
+      // Without a count every step once; with a count random steps up to the count.
       for (std::size_t step = 0; m_run.goes_on(); ++step) {
         if (m_run.wanted() == 0 ? step == kSteps : m_run.reached() >= part) break;
         const std::size_t pages = m_run.wanted() == 0 ? step : m_run.below(kSteps);
@@ -181,16 +182,16 @@ class FullDisk {
       }
       empty();
     }
-    m_run.figure("saves that found no room and left the old text", m_old);
+    m_run.figure("saves without space that left the old text", m_old);
     m_run.figure("saves that were complete", m_new);
-    m_run.figure("documents and key files cut short, and traced so", m_cut);
-    m_run.figure("renames that found no room and left everything", m_not_renamed);
-    m_run.figure("creates and renames that raised, for no file could be made", m_refused);
-    if (m_old == 0) m_run.fail("every save found room, which shows nothing");
+    m_run.figure("documents and key files cut short, with a trace", m_cut);
+    m_run.figure("renames without space that changed nothing", m_not_renamed);
+    m_run.figure("creates and renames that threw, because no file could be created", m_refused);
+    if (m_old == 0) m_run.fail("every save had space: nothing was tested");
   }
 
  private:
-  /// The same folder, for the library and for the suite.
+  /// The same folder, as seen by the library and by the suite.
   std::string folder() const { return m_root + kFolder; }
   std::string ground() const { return m_disk + kFolder; }
 
@@ -257,7 +258,7 @@ class FullDisk {
 
   void wrong(const std::string& what) { m_run.fail(what); }
 
-  /// Whatever an operation on @p key did: all other lines are what they were.
+  /// All entries except @p keys, which the operation changes, are as before.
   void expect_others(const std::string& what, const Seen& seen, const std::set<std::string>& keys) {
     if (seen.after.index_text.empty()) wrong(what + "the index is empty");
     for (const auto& [key, stored] : seen.before.lines) {
@@ -275,13 +276,13 @@ class FullDisk {
     }
   }
 
-  /// The trace tells what became of the save.
+  /// A save that failed is traced; a complete one is not.
   void expect_trace_of_save(const std::string& what, const Seen& seen, bool saved) {
     ++(saved ? m_new : m_old);
     const bool told = seen.says("write file : " + folder() + "\\index.dat");
     if (saved && !seen.errors.empty())
       wrong(what + "an error for a complete save: " + seen.errors[0]);
-    if (!saved && !told) wrong(what + "a save that found no room is not traced");
+    if (!saved && !told) wrong(what + "a save without space is not traced");
   }
 
   void create(const std::string& at, const Seen& seen) {
@@ -289,16 +290,16 @@ class FullDisk {
     const std::string key = key_for(m_name, 0);
     expect_others(what, seen, {key});
     if (seen.raised) {
-      // Not even an empty file could be made.
+      // Even an empty file needed too much space.
       ++m_refused;
-      if (seen.after.lines.count(key) != 0) wrong(what + "an entry though " + seen.answer);
+      if (seen.after.lines.count(key) != 0) wrong(what + "an entry although  " + seen.answer);
       return;
     }
     if (seen.after.files.count(seen.answer) == 0) wrong(what + "no file " + seen.answer);
     expect_trace_of_save(what, seen, seen.after.lines.count(key) != 0);
   }
 
-  /// Several lines come at once: all or none.
+  /// Five files are adopted at once: all or none.
   void adopt(const std::string& at, std::size_t leave, bool other_writer) {
     const std::string what = at + "adopt: ";
     std::set<std::string> keys;
@@ -313,7 +314,7 @@ class FullDisk {
       STGIndex::setSynchronizeMode(false);
       return std::string();
     });
-    // What an earlier create could not save is adopted as well.
+    // Files whose creation could not save the index are adopted as well.
     for (const auto& [key, stored] : seen.after.lines) {
       if (seen.before.lines.count(key) == 0 && parts_of_key(key).first == stored) keys.insert(key);
     }
@@ -322,7 +323,7 @@ class FullDisk {
       return seen.after.lines.count(key) != 0;
     });
     if (adopted != 0 && adopted != static_cast<std::ptrdiff_t>(keys.size())) {
-      wrong(what + "neither the old nor the new set");
+      wrong(what + "neither the old nor the new entries");
     }
     expect_trace_of_save(what, seen, adopted != 0);
   }
@@ -352,7 +353,7 @@ class FullDisk {
              read_file(ground() + "\\" + name) == text_number(1, 3000);
     };
     if (seen.after.lines.count(key) != 0) {
-      // Either the copy found no room, or the save did.
+      // The copy or the save had no space.
       ++m_not_renamed;
       if (!holds_all(file)) wrong(what + "the old bytes are gone");
       if (seen.raised) ++m_refused;
@@ -431,7 +432,7 @@ class FullDisk {
     write_file(ground() + "\\" + file, text_number(1, 3000));
   }
 
-  /// Into a folder of its own: neither index nor counter are there yet.
+  /// Creates in another folder, which has no index and no counter yet.
   void first_create(const std::string& at, std::size_t leave, bool other_writer) {
     const std::string what = at + "first create: ";
     const std::string other = "\\storage\\user\\other";
@@ -442,7 +443,7 @@ class FullDisk {
       after = look_at(m_disk + other);
       return name;
     });
-    if (after.lines.size() > 1) wrong(what + "more than one line");
+    if (after.lines.size() > 1) wrong(what + "more than one entry");
     for (const auto& [key, stored] : after.lines) {
       if (key != key_for("a.kdb", 0)) wrong(what + "invented " + key);
     }
@@ -453,9 +454,9 @@ class FullDisk {
     const Lines lines = look_at(ground()).lines;
     STGIndex::updateIndexFile(folder());
     const FolderState state = look_at(ground());
-    if (state.lines != lines) wrong(what + "the next operation changes the set");
+    if (state.lines != lines) wrong(what + "the next operation changes the entries");
     if (state.index_text != index_text_of(lines))
-      wrong(what + "the next save leaves more than lines");
+      wrong(what + "the next save leaves more than entries");
   }
 
   Run& m_run;
@@ -477,7 +478,7 @@ void full_disk(Run& run) {
   const SmallDisk disk;
   if (!disk.refusal().empty()) {
     return run.not_run("a small disk cannot be mounted here: " + disk.refusal() +
-                       "; it takes the superuser");
+                       "; it needs the superuser");
   }
   FullDisk(run, disk).run();
 }

@@ -1,4 +1,4 @@
-// Handles that are copied, closed twice and opened again, and threads that work at once.
+// Copied, twice closed and reopened handles; threads that work at the same time.
 
 #include <algorithm>
 #include <array>
@@ -47,7 +47,7 @@ class HandleCycles {
   }
 
  private:
-  /// A copy, closed by whoever comes first, twice.
+  /// Closes a copy and the original, each twice.
   template <class File, class Text>
   void handles() {
     File file{Text(m_scratch.path("one"))};
@@ -69,8 +69,8 @@ class HandleCycles {
     // The destructor closes it.
   }
 
-  /// The original is closed, another file opened, and the copy closed late: that one must not
-  /// notice.
+  /// Closes the original, opens another file, then closes the old copy. The other file must stay
+  /// open.
   template <class File, class Text>
   void stale_copy() {
     File file{Text(m_scratch.path("one"))};
@@ -113,7 +113,7 @@ class HandleCycles {
     STGIndex::remove(folder, "c.kdb", 2);
   }
 
-  /// What fails must give back what it took as well.
+  /// Failures must release everything too.
   void failures() {
     vu_file missing(m_scratch.path("missing"));
     try {
@@ -138,7 +138,7 @@ class HandleCycles {
 void handles(Run& run) {
   const test_alarm alarm("handles", std::chrono::seconds(3000));
   HandleCycles cycles(run);
-  // Whatever is made once (buffers, the table of handles) is made in the first cycles.
+  // The first cycles allocate what is kept: buffers and the table of handles.
   const int first = machine::stale_copies_are_harmless() ? 300 : 10;
   for (int i = 0; i < first; ++i) cycles.cycle();
   const std::uint64_t handles_before = machine::open_handles();
@@ -153,27 +153,28 @@ void handles(Run& run) {
              std::to_string(handles_before) + ", " + std::to_string(handles_after));
   run.figure("bytes of memory before and after",
              memory_after == 0
-                 ? std::string("not known here")
+                 ? std::string("unknown on this system")
                  : std::to_string(memory_before) + ", " + std::to_string(memory_after));
-  run.figure("late copies that did no harm", cycles.stale_copies());
+  run.figure("old copies whose close did no harm", cycles.stale_copies());
   if (!machine::stale_copies_are_harmless()) {
-    run.figure("late copies", "not tried: the system's own numbers are handed out here");
+    run.figure("old copies", "not tried: the library returns the system's own handles here");
   }
   if (handles_after > handles_before) run.fail("handles are left open");
-  if (memory_after > memory_before + machine::memory_slack()) run.fail("memory is not given back");
+  if (memory_after > memory_before + machine::memory_slack()) run.fail("memory is not freed");
 }
 REGISTER_SUITE(handles, "handles", "copies, double closes and failures leave nothing open",
                "cycles", 10'000, Scratch::kMemory)
 
 // ------------------------------------------------------------------------------------------------
-// Threads of one process at once: operations, and the first initialisation. Meant to be run under
-// ThreadSanitizer as well (./dev reliability threads linux-tsan).
+// Threads of one process: operations, and the first initialisation. Also run it under
+// ThreadSanitizer (./dev reliability threads linux-tsan).
 
 constexpr std::size_t kThreads = 8;
 
 // ---- operations ---------------------------------------------------------------------------------
 
-/// One thread's documents in one owner's folder: made, read back, renamed, listed, some removed.
+/// The documents of one thread in an owner's folder: it creates, reads, renames and lists them, and
+/// removes some.
 class Worker {
  public:
   Worker(Run& run, std::string owner, std::size_t number)
@@ -199,12 +200,12 @@ class Worker {
     STGIndex::lastVersion(folder(), name, stamp);
   }
 
-  /// What must be there after @p rounds rounds: logical name and bytes.
+  /// Logical name and bytes of every document that exists after @p rounds rounds.
   std::vector<std::pair<std::string, std::string>> left_after(std::size_t rounds) const {
     std::vector<std::pair<std::string, std::string>> left;
     for (std::size_t round = 0; round < rounds; ++round) {
       const std::string name = document(round);
-      // A renamed one is no longer there to be removed.
+      // A renamed document is not removed.
       if (round % 3 == 0) {
         left.emplace_back("renamed " + name, "second " + name);
       } else if (round % 4 != 1) {
@@ -259,7 +260,7 @@ void run_threads(const std::function<void(std::size_t)>& function) {
 
 enum class Folders : std::uint8_t { kOfTheirOwn, kOneForAll };
 
-/// @return how many rounds each thread went.
+/// @return the number of rounds of each thread.
 std::size_t work_at_once(Run& run, Folders folders, std::size_t rounds) {
   const scratch_folder scratch;
   const initialised_storage storage(scratch.path());
@@ -296,8 +297,8 @@ std::size_t work_at_once(Run& run, Folders folders, std::size_t rounds) {
   }
   for (const auto& [folder, lines] : expected) {
     const FolderState state = look_at(folder);
-    if (state.lines != lines) run.fail("an entry that nobody left there");
-    // One document may be made twice over by nobody: every file has a line.
+    if (state.lines != lines) run.fail("an entry that no thread left");
+    // Every file has an entry, so no document was created twice.
     if (state.files.size() != lines.size()) run.fail("a file that no line names");
   }
   return rounds;
@@ -313,13 +314,13 @@ void threads(Run& run) {
 }
 REGISTER_SUITE(
     threads, "threads",
-    "8 threads write, read, rename, remove and list; folders of their own and one for all",
+    "8 threads write, read, rename, remove and list; each in its own folder, and all in one",
     "documents", 3200, Scratch::kMemory)
 
 // ---- the first initialisation -------------------------------------------------------------------
 
-/// Takes its time while the library asks it, which is in the middle of the initialisation: so that
-/// others come meanwhile.
+/// Answers slowly. The library asks it in the middle of the initialisation, so other threads arrive
+/// during that.
 class SlowTemporaryFiles final : public vu_host::temporary_files {
  public:
   explicit SlowTemporaryFiles(const std::string& folder) : m_folder(vu_utf8string(folder)) {}
@@ -342,11 +343,11 @@ class SlowConfiguration final : public vu_host::configuration {
   }
 };
 
-/// Where kThreads threads wait for each other, again and again. Not std::barrier: where the system
-/// offers no waiting on a value, that of GCC 12 can miss its wake-up.
+/// A barrier for kThreads threads. Not std::barrier: on a system that cannot wait for a value, the
+/// one of GCC 12 can miss a wake-up.
 class Rendezvous {
  public:
-  /// @param last what the thread that comes last does while the others still wait.
+  /// @param last the last thread calls it while the others still wait.
   explicit Rendezvous(std::function<void()> last = {}) : m_last(std::move(last)) {}
 
   void arrive_and_wait() {
@@ -370,15 +371,15 @@ class Rendezvous {
   std::uint64_t m_round = 0;
 };
 
-/// What a thread sees of one race.
+/// What one thread saw in a race.
 struct Seen {
-  bool came_first = false;  ///< nobody had initialised yet, or not completely
+  bool came_first = false;  ///< no initialisation had finished
   bool won = false;
   std::string storage;
   std::string user;
 };
 
-/// The threads stay; between two races everything is taken back to the state before the first call.
+/// The threads stay. Between two races everything is reset to the state before the first call.
 class Races {
  public:
   explicit Races(Run& run) : m_run(run), m_temporary(m_scratch.path("temp")) {
@@ -406,7 +407,7 @@ class Races {
     run_threads([&](std::size_t number) {
       while (!m_over) {
         begin.arrive_and_wait();
-        // The meeting wakes one after the other; here the last one lets all go.
+        // The barrier wakes one thread after the other. This loop makes them start together.
         ++m_arrived;
         while (m_arrived < kThreads) std::this_thread::yield();
         m_seen[number] = race(number);
@@ -415,12 +416,13 @@ class Races {
     });
     m_run.figure("races that an explicit initialisation won", m_explicit);
     m_run.figure("races that another operation won", m_implicit);
-    m_run.figure("races in which several threads came before the first one was done", m_contended);
-    if (m_contended == 0) m_run.fail("no two threads came at once: nothing is shown");
+    m_run.figure("races in which several threads arrived during the first initialisation",
+                 m_contended);
+    if (m_contended == 0) m_run.fail("no two threads arrived at the same time: nothing was tested");
   }
 
  private:
-  /// In every other race half of the threads come with something else than an initialisation.
+  /// In every other race, half of the threads call another operation first.
   Seen race(std::size_t number) const {
     Seen seen;
     const bool initialises = m_race % 2 == 0 || (number + m_race / 2) % 2 == 0;
@@ -439,7 +441,7 @@ class Races {
     return seen;
   }
 
-  /// Between two races, while every thread waits.
+  /// Called between two races, while every thread waits.
   void judge() {
     std::size_t winners = 0;
     std::string root = m_scratch.path("temp");
@@ -450,7 +452,7 @@ class Races {
       storage = m_roots[i] + "\\storage";
     }
     if (winners > 1) m_run.fail("two threads initialised");
-    if (winners == 0 && m_race % 2 == 0) m_run.fail("nobody initialised");
+    if (winners == 0 && m_race % 2 == 0) m_run.fail("no thread initialised");
     ++(winners == 0 ? m_implicit : m_explicit);
     std::size_t first = 0;
     for (const Seen& each : m_seen) {

@@ -1,5 +1,5 @@
-// Texts of index.dat that nobody writes: the work grows as the text does, and what is stated comes
-// out.
+// Unusual texts of index.dat. The work must grow in proportion to the text, and the results must be
+// right.
 
 #include <algorithm>
 #include <array>
@@ -18,13 +18,13 @@ namespace {
 
 constexpr std::size_t kKilobyte = 1024;
 const std::string kLine = "a.kdb_0000000001/00000001\n";
-/// The file of that line, and one without an extension.
+/// The file of that entry, and one without an extension.
 constexpr std::array<const char*, 2> kFiles = {"00000001.kdb", "00000002"};
 
 struct Shape {
   const char* name;
   std::function<std::string(std::size_t size)> text;
-  /// What is left of such a text when the index is saved; " " for none of its lines.
+  /// The text after a save; " " if no entry is valid.
   std::function<std::string(const std::string& folder, const std::string& text)> saved;
 };
 
@@ -41,9 +41,9 @@ bool is_valid(const std::string& folder, const std::string& key, const std::stri
   return vu_file::exists(path) || vu_file::exists(path + extension);
 }
 
-/// Any bytes hold lines: an empty stored name, or one that begins with a NUL, is the folder itself.
-/// So each line is asked for; one without a slash counts where the rest of the text is short enough
-/// for a name.
+/// Random bytes can contain valid entries: an empty stored name, or one that begins with a NUL,
+/// means the folder itself. So each line is checked. The name of a line without "/" is the rest of
+/// the text; it is only checked if it is short enough for a name.
 std::string valid_lines(const std::string& folder, const std::string& text) {
   constexpr std::size_t kLongestName = 40000;
   STGIndex::NameMap entries;
@@ -73,7 +73,7 @@ std::string repeated(const std::string& what, std::size_t size) {
   return text;
 }
 
-std::string rubbish(std::size_t size) {
+std::string any_bytes(std::size_t size) {
   std::mt19937_64 random(size);
   std::string text(size, '\0');
   for (std::size_t i = 0; i + 8 <= size; i += 8) {
@@ -108,17 +108,17 @@ const std::vector<Shape>& shapes() {
       {"NULs", [](std::size_t n) { return std::string(n, '\0'); }, nothing},
       {"NULs and line feeds, then a line",
        [](std::size_t n) { return repeated(std::string("\0\0\0\n", 4), n) + kLine; }, one_line},
-      // A save takes the slashes of one line out one by one, which is a call and more for each.
+      // A save removes the slashes of a line one by one, with a system call for each.
       {"slashes", [](std::size_t n) { return std::string(n / 16, '/'); }, nothing},
       {"slashes and line feeds", [](std::size_t n) { return repeated("/\n", n); }, nothing},
       {"one line again and again", [](std::size_t n) { return repeated(kLine, n); }, one_line},
       {"lines of missing files", lines_of_missing_files, nothing},
-      {"any bytes", rubbish, valid_lines},
+      {"any bytes", any_bytes, valid_lines},
   };
   return all;
 }
 
-/// Each question that reads the whole text, and the save.
+/// Runs each question that reads the whole text, and a save.
 Work work_of(const std::string& folder) {
   const WorkCounter counter;
   std::string physical;
@@ -131,7 +131,7 @@ Work work_of(const std::string& folder) {
   return counter.work();
 }
 
-/// Not more than twice as much, and a little, for twice as much text.
+/// At most twice as much work for twice as much text, with some tolerance.
 bool grows_as_the_text(std::uint64_t before, std::uint64_t after, std::uint64_t little) {
   return after <= before * 5 / 2 + little;
 }
@@ -145,7 +145,7 @@ void require_growth(Run& run, const std::string& shape, const Work& before, cons
   };
   check("allocations", before.allocations, after.allocations, 1000);
   check("bytes allocated", before.bytes, after.bytes, 100000);
-  check("calls of the system", before.calls, after.calls, 100);
+  check("system calls", before.calls, after.calls, 100);
   check("instructions", before.instructions, after.instructions, 10000000);
 }
 
@@ -164,7 +164,7 @@ void try_shape(Run& run, const Shape& shape, std::size_t largest) {
     const Work work = work_of(scratch.path());
     if (read_file(scratch.path("index.dat")) != saved)
       run.fail(std::string(shape.name) + ", " + std::to_string(size) +
-               " bytes: another index is saved");
+               " bytes: the saved index is wrong");
     if (size != largest / 4) require_growth(run, shape.name, before, work);
     before = work;
   }
@@ -175,9 +175,9 @@ void try_shape(Run& run, const Shape& shape, std::size_t largest) {
                              " million instructions");
 }
 
-/// Lines without a slash before a last line without a line feed: each of them is an entry by the
-/// stated steps, and its key the rest of the text. So the entries themselves have the square of
-/// their number; the work must not have more.
+/// Lines without "/" before a last line without a line feed: each is an entry whose key is the rest
+/// of the text (see README.md). The result has the square of their number. The work must be in
+/// proportion to the result.
 void try_lines_that_are_entries(Run& run) {
   for (const std::size_t lines : {100U, 200U, 400U}) {
     const scratch_folder scratch;
@@ -195,7 +195,7 @@ void try_lines_that_are_entries(Run& run) {
     if (map.size() != lines + 1)
       run.fail("lines that are entries: " + std::to_string(map.size()) + " of " +
                std::to_string(lines + 1) + " entries");
-    // Three texts for an entry, two in the maps and one that is given out, and their nodes.
+    // Each entry has three texts, two in maps and one in the result, and their nodes.
     if (work.bytes > 8 * (result + text.size()) + 1000 * lines + 100000)
       run.fail("lines that are entries: " + std::to_string(work.bytes) + " bytes for a result of " +
                std::to_string(result));
@@ -217,7 +217,7 @@ void hostile_index(Run& run) {
   run.counted(run.wanted());
 }
 
-/// The same requirement on work that grows as the square, which must not pass.
+/// Work that grows with the square must fail the same check.
 void hostile_index_noticed(Run& run) {
   const auto square = [](std::size_t n) {
     const WorkCounter counter;
@@ -227,14 +227,14 @@ void hostile_index_noticed(Run& run) {
   };
   Run judged(run.seed(), {});
   require_growth(judged, "a square", square(1000), square(2000));
-  if (judged.failures() == 0) run.fail("work that grows as the square is taken for linear");
+  if (judged.failures() == 0) run.fail("work that grows with the square was not detected");
   run.counted(1);
 }
 
 REGISTER_SUITE(hostile_index, "hostile-index",
-               "an index of rubbish costs work in proportion to its size",
+               "the work for an invalid index is in proportion to its size",
                "KB of the largest index", 102400, Scratch::kMemory)
-REGISTER_SUITE(hostile_index_noticed, "hostile-index-noticed", "work that grows faster is noticed",
+REGISTER_SUITE(hostile_index_noticed, "hostile-index-noticed", "work that grows faster is detected",
                "cases", 1, Scratch::kMemory)
 
 }  // namespace

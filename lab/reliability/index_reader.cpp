@@ -18,7 +18,7 @@ constexpr std::size_t kDigits = 16;
 constexpr auto kNone = std::string_view::npos;
 constexpr char kEscape = 0x1B;
 
-/// Sixteen digits and the byte behind them.
+/// Takes sixteen digits and the byte after them.
 bool take_number(std::string_view& rest, char end, std::uint64_t& number) {
   if (rest.size() < kDigits + 1 || rest[kDigits] != end) return false;
   number = 0;
@@ -31,7 +31,7 @@ bool take_number(std::string_view& rest, char end, std::uint64_t& number) {
   return true;
 }
 
-/// Nothing where an escape means nothing.
+/// Empty if an escape is invalid.
 std::optional<std::string> decoded(std::string_view copy) {
   std::string text;
   text.reserve(copy.size());
@@ -55,7 +55,7 @@ std::optional<std::string> vouched_for(std::string_view bytes) {
   if (!copy || trailer.base + copy->size() != trailer.size) return std::nullopt;
   std::string text(bytes.substr(0, trailer.base));
   text += *copy;
-  // The numbers before the checksum are its seed.
+  // The checksum is seeded with the hash of the numbers before it.
   const std::string_view numbers = bytes.substr(end, kTrailerSize - kDigits - 1);
   const std::uint64_t seed = XXH3_64bits(numbers.data(), numbers.size());
   if (XXH3_64bits_withSeed(text.data(), text.size(), seed) != trailer.checksum) return std::nullopt;
@@ -76,7 +76,7 @@ bool ends_in_trailer(std::string_view bytes, Trailer& trailer) {
 std::string text_of_index(std::string_view bytes, Reader reader) {
   if (reader == Reader::kWhole) {
     if (auto text = vouched_for(bytes)) return std::move(*text);
-    // A size may be on the disk before the bytes are.
+    // After a power failure a file can have its new size without the bytes.
     while (bytes.ends_with('\0')) bytes.remove_suffix(1);
   }
   return std::string(bytes);
@@ -133,7 +133,7 @@ std::string file_of(const std::string& key, const std::string& stored) {
 }
 
 Lines read_index(std::string_view text, const Files& files) {
-  // Of equal keys the first line that counts: so every line is judged before it is taken.
+  // Of equal keys the first valid line is used, so each line is checked before it is inserted.
   Lines lines;
   visit_lines(text, [&](std::string_view key, std::string_view stored) {
     std::string key_text(key);

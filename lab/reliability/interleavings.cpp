@@ -1,4 +1,4 @@
-// Every combination of two operations, in every order of their calls: see lab/interleavings.
+// Every combination of two operations in every order of their system calls; see lab/interleavings.
 
 #include <algorithm>
 #include <cstdio>
@@ -19,7 +19,7 @@ class Interleavings {
  public:
   explicit Interleavings(Run& run) : m_run(run) {}
 
-  /// Short ones with one preemption more.
+  /// Explores a combination. A short one is explored again with one more preemption.
   void explore(const Combination& combination, interleavings::Bounds bounds) {
     const std::uint64_t schedules = explore_within(combination, bounds);
     if (schedules > kShort) return;
@@ -30,24 +30,25 @@ class Interleavings {
 
   void report() {
     m_run.figure("combinations run", m_combinations);
-    m_run.figure("short ones, run with one preemption more", m_deeper);
-    m_run.figure("schedules of the longest", m_most);
-    m_run.figure("schedules that do what another one does, left out", m_cut);
-    m_run.figure("schedules that do what another one does, run", m_redundant);
+    m_run.figure("short combinations, also run with one more preemption", m_deeper);
+    m_run.figure("schedules of the longest combination", m_most);
+    m_run.figure("schedules with the effects of another one, omitted", m_cut);
+    m_run.figure("schedules with the effects of another one, run", m_redundant);
     m_run.figure("calls", m_calls);
     for (const auto& [race, count] : m_races) m_run.figure("race " + race, count);
   }
 
-  /// Every race that is told must be met, or it is told no more. Here nobody is killed.
+  /// Each accepted race must occur; otherwise its story is obsolete. Kills are not part of this
+  /// suite.
   void expect_every_race() {
     for (const interleavings::Race& each : interleavings::accepted_races()) {
       if (!each.needs_a_kill && !m_races.contains(each.name))
-        m_run.fail("the race '" + each.name + "' does not occur any more");
+        m_run.fail("the accepted race '" + each.name + "' did not occur");
     }
   }
 
  private:
-  /// So many schedules has a short combination at most, with two preemptions.
+  /// A short combination has at most this number of schedules, with two preemptions.
   static constexpr std::uint64_t kShort = 60;
 
   std::uint64_t explore_within(const Combination& combination,
@@ -63,7 +64,7 @@ class Interleavings {
     for (const interleavings::Finding& each : explored.findings) {
       const std::string told =
           in_text(combination) + ": " + in_text(each.schedule) + ": " + each.what + "\n";
-      // At once: a long run may find more than its report names.
+      // Printed at once, because a long run can find more than its report shows.
       std::printf("found    %s", told.c_str());
       m_run.fail(told + each.calls);
     }
@@ -92,12 +93,12 @@ void replay(Run& run, const std::string& text) {
   if (!finding.what.empty()) run.fail(finding.what);
 }
 
-/// Findings are no reason to stop: each is told once.
+/// Findings do not end the run: it prints each of them.
 bool is_enough(const Run& run) {
   return run.time_is_over() || (run.wanted() != 0 && run.reached() >= run.wanted());
 }
 
-/// Those whose names hold what is asked for. A run that does not reach them all takes any of them.
+/// The combinations whose names contain the text of --only. With a limit, they are in random order.
 std::vector<Combination> chosen(Run& run, std::vector<Combination> all) {
   std::erase_if(all, [&](const Combination& each) {
     return in_text(each).find(run.only()) == std::string::npos;
@@ -120,11 +121,11 @@ void explore_all(Run& run) {
     all.explore(each, {});
     ++held;
   }
-  run.figure("combinations that there are", whole);
+  run.figure("all combinations", whole);
   all.report();
   if (held == whole) all.expect_every_race();
 }
-REGISTER_SUITE(explore_all, "interleavings", "every order of the calls of two operations that meet",
+REGISTER_SUITE(explore_all, "interleavings", "two operations, in every order of their system calls",
                "schedules", 0, Scratch::kMemory)
 
 void explore_killed(Run& run) {
@@ -136,8 +137,8 @@ void explore_killed(Run& run) {
   }
   all.report();
 }
-REGISTER_SUITE(explore_killed, "interleavings-killed", "the same, and one of them ends on the way",
-               "schedules", 0, Scratch::kMemory)
+REGISTER_SUITE(explore_killed, "interleavings-killed",
+               "the same, and one of the operations is killed", "schedules", 0, Scratch::kMemory)
 
 }  // namespace
 }  // namespace reliability

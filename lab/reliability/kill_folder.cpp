@@ -12,9 +12,9 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::size_t kSourceSizes[] = {700, 20'000, 300'000};
-/// Files last written before now less this are out of date.
+/// A clean removes files with an older time of modification, in seconds.
 constexpr long kOldAge = 100'000;
-/// Around an index of this size or more, entries have long names: fewer files for as many pages.
+/// From this size on, entries have long names. A large index then needs fewer files.
 constexpr std::size_t kLargeIndex = 100'000;
 
 std::string source_name(std::size_t number) { return "source" + std::to_string(number); }
@@ -46,7 +46,7 @@ std::string KillFolder::new_name() {
   static const char* const kWords[] = {"sales", "minutes", "of the", "report old", "k", "00000001"};
   static const char* const kExtensions[] = {".kda", ".kdb", ".kdc", ".kdf", ".old.txt", ""};
   const std::size_t longest = m_index_size >= kLargeIndex ? 300 : 40;
-  // Fixed in width, so that no name is part of another one.
+  // A fixed width, so that no name is part of another one.
   const std::string number = std::to_string(10'000'000 + ++m_names);
   std::string name = "n" + number + " ";
   const std::size_t length = m_run.below(longest);
@@ -77,7 +77,7 @@ void KillFolder::fill(std::size_t index_size) {
 
 // ---- what is done -----------------------------------------------------------------------------
 
-/// Any entry but the category file; none when that is the only one.
+/// Any key except that of the category file; empty if there is no other.
 std::string KillFolder::some_key(const Model& model) {
   if (model.entries.empty()) return {};
   auto it = std::next(model.entries.begin(),
@@ -141,7 +141,7 @@ Operation KillFolder::some_operation(const Model& model) {
   return operation;
 }
 
-/// Makes some files old. What is old by then, from an earlier clean too, is what goes.
+/// Makes some files old. The clean removes these, and the old ones that earlier cleans left.
 Operation KillFolder::clean_operation(const Model& model) {
   Operation operation;
   operation.kind = Kind::kClean;
@@ -180,7 +180,7 @@ std::vector<Operation> KillFolder::plan(std::size_t count, Victim victim) {
       next = some_operation(model);
     }
     if (cleans && i == 0) {
-      // It must not touch what is to become old.
+      // The first operation must not touch the files that become old.
       next = Operation();
       next.name = new_name();
     }
@@ -241,7 +241,7 @@ bool KillFolder::take_answer(child_process& worker, const Operation& operation,
   if (!answer) return false;
   const std::string expected = "done " + m_model.apply(operation);
   if (*answer != expected) {
-    m_run.fail(name() + ": " + name_of(operation.kind) + " answered \"" + *answer +
+    m_run.fail(name() + ": " + name_of(operation.kind) + " returned \"" + *answer +
                "\" instead of \"" + expected + "\"");
   }
   return true;
@@ -254,8 +254,8 @@ void KillFolder::sleep_for_a_part_of(Kind kind) {
   std::this_thread::sleep_for(std::chrono::duration<double, std::micro>(whole * part));
 }
 
-/// The number of a write, 0 for none. A save of a small index has few, one of a large index
-/// hundreds.
+/// The number of the write to announce; 0 for none. A save of a small index makes a few writes, one
+/// of a large index hundreds.
 std::uint64_t KillFolder::some_write() {
   if (m_aim == Aim::kAnyMoment) return 0;
   const std::uint64_t most = m_index_size >= kLargeIndex ? 9 : m_index_size >= 10'000 ? 6 : 3;
@@ -289,7 +289,7 @@ void KillFolder::kill_once(Tally& tally, Victim victim) {
     commands += (commands.empty() ? "" : "\n") + command_for(each);
   worker.tell(commands);
   if (!take_answer(worker, operations[0], child_process::kPatience)) {
-    return m_run.fail(name() + ": " + name_of(operations[0].kind) + " never ended");
+    return m_run.fail(name() + ": " + name_of(operations[0].kind) + " did not finish");
   }
   const double taken = std::chrono::duration<double, std::micro>(Clock::now() - begin).count();
   double& average = m_microseconds.emplace(operations[0].kind, taken).first->second;
@@ -308,7 +308,7 @@ void KillFolder::kill_once(Tally& tally, Victim victim) {
   if (ended == operations.size()) return;
 
   const Operation& killed = operations[ended];
-  // Small folders are compared whole every time, large ones now and then.
+  // A small folder is compared completely every time, a large one every 40th time.
   const bool whole = m_index_size < 10'000 || ++m_kills % 40 == 0;
   Findings findings = check(m_model, &killed, folder(), whole ? Depth::kEveryByte : Depth::kSizes);
   ++tally.kills_by_kind[name_of(killed.kind)];
@@ -322,7 +322,7 @@ void KillFolder::kill_once(Tally& tally, Victim victim) {
 
 void KillFolder::work_undisturbed() {
   std::vector<Operation> operations = plan(3, Victim::kLibrary);
-  // The last one writes the index in any case.
+  // This one writes the index in any case.
   Operation last;
   last.name = new_name();
   operations.push_back(last);
@@ -331,14 +331,14 @@ void KillFolder::work_undisturbed() {
   for (const Operation& each : operations) {
     worker.tell(command_for(each));
     if (!take_answer(worker, each, child_process::kPatience)) {
-      return m_run.fail(name() + ": " + name_of(each.kind) + " never ended");
+      return m_run.fail(name() + ": " + name_of(each.kind) + " did not finish");
     }
   }
   worker.close_input();
   worker.wait();
   take(check(m_model, nullptr, folder(), Depth::kEveryByte), "undisturbed");
   if (read_file(folder() + "\\index.dat") != index_text_of(m_model.lines())) {
-    m_run.fail(name() + ": index.dat holds more than its lines");
+    m_run.fail(name() + ": index.dat contains more than its entries");
   }
 }
 

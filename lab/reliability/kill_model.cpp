@@ -129,8 +129,8 @@ std::string Model::apply(const Operation& operation) {
 }
 
 // ------------------------------------------------------------------------------------------------
-// After a kill: what is there is compared with what was, and whatever differs must be something
-// that the killed operation may leave, at exactly the place where it may.
+// Compares the folder after a kill with the folder before it. Each difference must be one that the
+// killed operation may leave, at exactly that place.
 
 namespace {
 
@@ -163,7 +163,7 @@ class Check {
   std::string content(const std::string& file) const {
     return is_there(file) ? read_file(m_folder + "\\" + file) : std::string();
   }
-  /// The stored name of a line that counts.
+  /// The physical name of a valid entry.
   std::optional<std::string> stored(const std::string& key) const {
     const auto found = m_state.lines.find(key);
     return found == m_state.lines.end() ? std::nullopt : std::optional(found->second);
@@ -253,7 +253,7 @@ class Check {
     }
   }
 
-  /// A new entry: number, empty file, line, content, in this order.
+  /// The order of a creation: number, empty file, line, content.
   void check_made(const std::string& text) {
     const std::string key = m_killed->key();
     const std::string number = m_before.next_number();
@@ -263,7 +263,7 @@ class Check {
       if (*name != number) wrong("the new " + key + " leads to " + *name);
       if (!number_is_drawn()) wrong("the new " + key + " has a number that is not drawn");
       const std::string bytes = content(file);
-      if (!text.starts_with(bytes)) wrong("the new " + key + " holds foreign bytes");
+      if (!text.starts_with(bytes)) wrong("the new " + key + " contains foreign bytes");
       if (bytes != text) window("a new document, empty or cut short");
       holds(key, *name, bytes);
     } else if (is_there(file)) {
@@ -276,7 +276,7 @@ class Check {
     }
   }
 
-  /// An existing document: cut, then written.
+  /// An existing document is truncated, then written.
   void check_overwritten() {
     const std::string key = m_killed->key();
     const Entry& entry = *known(key);
@@ -285,13 +285,13 @@ class Check {
     const std::string bytes = content(file_of(key, entry.stored));
     const std::string text = m_killed->text();
     if (bytes != entry.content && !text.starts_with(bytes)) {
-      wrong(key + " holds neither its old bytes nor the beginning of the new ones");
+      wrong(key + " has neither its old bytes nor the beginning of the new ones");
     }
     if (bytes != entry.content && bytes != text) window("a document, empty or cut short");
     holds(key, entry.stored, bytes);
   }
 
-  /// The file goes first, then the line.
+  /// The file is removed first, then the line.
   void check_removed(const std::string& key) {
     m_touched.insert(key);
     const Entry* const entry = known(key);
@@ -316,16 +316,16 @@ class Check {
     const std::string text = without_line_of(entry->content, m_killed->name);
     if (bytes != entry->content) {
       if (m_found.now.entries.count(m_killed->key()) != 0) {
-        wrong("the category line of " + m_killed->key() + " went before the entry");
+        wrong("the category line of " + m_killed->key() + " was removed before the entry");
       }
-      if (!text.starts_with(bytes)) wrong("the category file holds foreign bytes");
+      if (!text.starts_with(bytes)) wrong("the category file contains foreign bytes");
       if (bytes != text) window("a key file, empty or cut short");
     }
     holds(key, entry->stored, bytes);
   }
 
-  /// The new file comes and gets the bytes; then the new line takes the place of the old one, and
-  /// of one that it replaces; then the old files go.
+  /// The order of a rename: the new file gets the bytes; the new line replaces the old one, and the
+  /// line of a replaced entry; the old files are removed.
   void check_renamed() {
     const std::string from = m_killed->key();
     const std::string to = m_killed->new_key();
@@ -356,15 +356,16 @@ class Check {
       wrong("the new " + to + " leads to " + *stored(to));
     }
     if (is_there(new_file)) {
-      if (!source.content.starts_with(content(new_file))) wrong(new_file + " holds foreign bytes");
-      window("a copy without a line, unfinished or whole");
+      if (!source.content.starts_with(content(new_file)))
+        wrong(new_file + " contains foreign bytes");
+      window("a copy without a line, incomplete or complete");
       holds_stray(new_file, content(new_file));
     } else if (number_is_drawn()) {
       window("a number drawn and not used");
     }
   }
 
-  /// The file of an entry that has gone.
+  /// The file of a removed entry may still be there.
   void check_left_over(const std::string& file, const std::string& bytes) {
     if (!is_there(file)) return;
     if (content(file) != bytes) wrong("the bytes of " + file + " have changed");
@@ -372,8 +373,9 @@ class Check {
     holds_stray(file, bytes);
   }
 
-  /// A replaced file that bears the very name of its entry is found before any line is read: it
-  /// hides the new entry until it is removed, which whoever looks after the folder does here.
+  /// Example: an adopted file "a.kdb" belonged to the replaced entry "a.kdb" with timestamp 0. Such
+  /// a file hides the new entry of that name until it is removed. Here the test removes it, as an
+  /// administrator would.
   void uncover(const std::string& file, const std::string& key) {
     if (!is_there(file) || parts_of_key(key) != std::pair(file, 0L)) return;
     window("a replaced file that hides the new entry by its name");
@@ -387,7 +389,7 @@ class Check {
       if (m_killed->out_of_date.count(file_of(key, entry.stored)) != 0) check_removed(key);
     }
     if (m_before.adoption == Adoption::kOn) return;
-    // The sweep removes what no line names.
+    // The sweep removes orphans.
     for (const auto& [file, bytes] : m_before.strays) {
       m_touched_strays.insert(file);
       if (!is_there(file)) continue;
@@ -423,13 +425,13 @@ class Check {
         if (*name != file) wrong(key + " leads to " + *name);
         holds(key, file, bytes);
       } else {
-        if (name) wrong(file + " was adopted by nobody");
+        if (name) wrong(file + " was adopted, but the operation adopts nothing");
         holds_stray(file, bytes);
       }
     }
   }
 
-  /// Whether an entry's line is what it was.
+  /// Whether the index still has the entry.
   bool check_line(const std::string& key, const Entry& entry) {
     const auto name = stored(key);
     if (!name) {
@@ -463,20 +465,20 @@ class Check {
     for (const auto& [key, entry] : m_found.now.entries) left.erase(file_of(key, entry.stored));
     for (const auto& [file, bytes] : m_found.now.strays) left.erase(file);
     left.erase(m_uncovered);
-    for (const auto& [file, size] : left) wrong("a file that nobody made: " + file);
+    for (const auto& [file, size] : left) wrong("a file that no operation created: " + file);
     for (const auto& [key, name] : m_state.lines) {
       if (m_found.now.entries.count(key) == 0) wrong("invented: " + key + " / " + name);
     }
   }
 
-  /// The lines are those from before the operation or those from after it, and a reader of lines
-  /// alone finds none that is neither here nor there.
+  /// The entries are exactly those from before or from after the operation. A reader of plain lines
+  /// finds no other entry.
   void check_set() {
     Model after = m_before;
     if (m_killed != nullptr) after.apply(*m_killed);
     const Lines then = m_before.lines();
     const Lines next = after.lines();
-    // Lines whose file the operation has removed already are in neither.
+    // Without the entries whose file the operation has already removed.
     const auto as_far_as_files_are_there = [&](const Lines& lines) {
       Lines result;
       for (const auto& [key, name] : lines) {
@@ -486,11 +488,11 @@ class Check {
     };
     if (m_state.lines != as_far_as_files_are_there(then) &&
         m_state.lines != as_far_as_files_are_there(next)) {
-      wrong("between: neither the lines from before nor those from after");
+      wrong("between: neither the entries from before nor those from after");
     }
     for (const auto& [key, name] : m_state.plain_lines) {
       if (!has(then, key, name) && !has(next, key, name) && !has(m_before.plain, key, name)) {
-        wrong("invented for a reader of lines alone: " + key + " / " + name);
+        wrong("invented, for a reader of plain lines: " + key + " / " + name);
       }
     }
     m_found.now.plain = m_state.plain_lines;
@@ -508,7 +510,7 @@ class Check {
   const std::string& m_folder;
   const Depth m_depth;
   const FolderState m_state;
-  std::set<std::string> m_touched;  ///< keys that are dealt with
+  std::set<std::string> m_touched;  ///< keys that are already checked
   std::set<std::string> m_touched_strays;
   std::string m_uncovered;
   Findings m_found;

@@ -1,6 +1,5 @@
-// Processes killed at random moments. First the process that is killed:
-// it carries out what it is told, one line at a time, and says when
-// each is over.
+// Kills at random moments. First the worker process: it runs operations that it reads line by line,
+// and reports the end of each.
 
 #include "lab/reliability/kills.h"
 
@@ -54,11 +53,11 @@ void save_keys(const Words& words) {
   STG::NameValueSeq lines;
   for (std::size_t i = 2; i < words.size(); ++i) lines.push_back({words[i], "1"});
   if (vu_storage::saveUserOrMasterProfile("owner", words.at(1), lines) != 0) {
-    throw std::runtime_error("the keys are not saved");
+    throw std::runtime_error("the keys were not saved");
   }
 }
 
-/// The index cut, then written again: what a save must not do.
+/// A faulty save: truncates the index, then writes it.
 void rewrite_plainly(const std::string& folder) {
   vu_file file(folder, "index.dat");
   file.open(vu_file::o_read);
@@ -93,19 +92,18 @@ std::string carry_out(const std::string& folder, const Words& words) {
   } else if (verb == "forget") {
     if (!vu_storage::RemoveFile(std::string("owner"), words.at(1), STG::UserRepository,
                                 std::stol(words.at(2)))) {
-      throw std::runtime_error("the document is not removed");
+      throw std::runtime_error("the document was not removed");
     }
   } else if (verb == "plain") {
     rewrite_plainly(folder);
   } else {
-    throw std::runtime_error("what is \"" + verb + "\"?");
+    throw std::runtime_error("unknown command \"" + verb + "\"");
   }
   return {};
 }
 
-/// Says when the n-th write after the first operation begins, and stays there for a moment: a
-/// process is told of too late otherwise, since the writes of a save follow each other in
-/// microseconds.
+/// Reports the beginning of the n-th write after the first operation, and then waits a moment.
+/// Without the wait the kill comes too late: the writes of a save are only microseconds apart.
 class WriteAnnouncer {
  public:
   explicit WriteAnnouncer(long number) : m_number(number) {}
@@ -124,7 +122,7 @@ class WriteAnnouncer {
       os::faults::Call::write, [this] { announce(); }, 1, os::faults::Times::kLasting);
 };
 
-/// args: a root; "on" or "off" for the synchronisation; which write to announce, 0 for none.
+/// args: a root; synchronisation "on" or "off"; the number of the write to announce, 0 for none.
 int kill_worker(const std::vector<std::string>& args) {
   WriteAnnouncer announcer(std::stol(args.at(2)));
   if (!vu_storage::initRootStorage(args.at(0), true, args.at(1) == "on")) return 1;
@@ -146,15 +144,15 @@ int kill_worker(const std::vector<std::string>& args) {
 REGISTER_ROLE(kill_worker, kill_worker)
 
 // ------------------------------------------------------------------------------------------------
-// Processes killed at random moments of their operations.
+// The suites with kills at random moments.
 
 struct Share {
   std::size_t index_size;
-  int kills;  ///< of a round
+  int kills;  ///< in each round
 };
 constexpr Share kShares[] = {{2000, 28}, {4000, 28}, {20'000, 28}, {500'000, 12}};
 
-/// One folder, made when its turn comes.
+/// One folder; it is created before its first kill.
 struct Place {
   Share share;
   Adoption adoption;
@@ -162,17 +160,17 @@ struct Place {
   std::uint64_t killed;
 };
 
-/// A short run visits every folder as well.
+/// Limits the kills of a round, so that a short run also reaches every folder.
 std::uint64_t kills_of_round(const Run& run, const Share& share, std::size_t places) {
   const std::uint64_t fair = std::max<std::uint64_t>(1, run.wanted() / places);
   return std::min<std::uint64_t>(static_cast<std::uint64_t>(share.kills), fair);
 }
 
 void tell(Run& run, const Tally& tally) {
-  run.figure("operations that ended before the kills", tally.operations);
+  run.figure("operations that finished before the kills", tally.operations);
   for (const auto& [kind, count] : tally.kills_by_kind) run.figure("killed " + kind, count);
   for (const auto& [what, count] : tally.windows) run.figure("left behind: " + what, count);
-  run.figure("kills in the middle of a rewrite of the index", tally.in_the_middle);
+  run.figure("kills while the index was rewritten", tally.in_the_middle);
 }
 
 void kill_many(Run& run, Aim aim) {
@@ -212,8 +210,8 @@ REGISTER_SUITE(kills_writing, "kills-writing",
                "the same, each shortly after one of the operation's writes begins", "kills", 5000,
                Scratch::kDisk)
 
-/// The same with a process that rewrites the index as it must not be: cut, then written. Passes
-/// when that is noticed, at the latest after the count.
+/// The same with a worker that truncates the index and then writes it. Passes as soon as a
+/// corruption is found; fails if the count is reached before.
 void kills_noticed(Run& run) {
   Run inner(run.random()(), {0, std::chrono::seconds(0)});
   KillFolder folder(inner, 2000, Adoption::kOff);
@@ -224,18 +222,17 @@ void kills_noticed(Run& run) {
     run.counted(inner.reached() - before);
   }
   if (inner.failures() == 0) {
-    run.fail("an index that is cut and then written was never found harmed");
+    run.fail("the corruption by a save that truncates first was not detected");
   } else {
     run.figure("found after the last kill", inner.first_failures().front());
   }
 }
 REGISTER_SUITE(kills_noticed, "kills-noticed",
-               "a faulty rewrite that cuts the index first is found to harm it", "kills at most",
-               300, Scratch::kDisk)
+               "the corruption by a save that truncates first is detected", "kills at most", 300,
+               Scratch::kDisk)
 
 // ------------------------------------------------------------------------------------------------
-// Processes killed while they convert a mail folder from escaped names: many renames and one save
-// of the index, then one of the read list.
+// Kills during a migration: many renames and one save of the index, then one save of the read list.
 
 constexpr std::size_t kMails = 12;
 
@@ -250,7 +247,7 @@ std::string read_line(const std::string& subject) {
   return "from\t" + subject + "\tB\tf4\tf5\tf6\t\n";
 }
 
-/// args: a root. Converts, says "done", and stays until it is told to end.
+/// args: a root. Migrates, prints "done", and waits for a line.
 int mail_converter(const std::vector<std::string>& args) {
   vu_storage::initRootStorage(args.at(0), true, true);
   say("ready");
@@ -270,7 +267,7 @@ class MailFolder {
  public:
   explicit MailFolder(Run& run) : m_run(run) {}
 
-  /// One folder: converted by a process that is killed, and then by one that is not.
+  /// Fills one folder. Kills a migration in it; then another migration must finish.
   void kill_once() {
     fill();
     child_process killed("mail_converter", {m_scratch.path()});
@@ -283,7 +280,7 @@ class MailFolder {
     const bool ended = killed.next_line(std::chrono::milliseconds(0)).has_value();
     check("killed", ended);
     convert_undisturbed();
-    check("converted afterwards", true);
+    check("migrated afterwards", true);
     check_list_is_converted();
     if (!ended) m_run.counted(1);
   }
@@ -314,13 +311,13 @@ class MailFolder {
     child_process converter("mail_converter", {m_scratch.path()});
     converter.next_line();
     converter.tell("go");
-    if (converter.next_line() != "done") m_run.fail("the next conversion does not work");
+    if (converter.next_line() != "done") m_run.fail("the next migration fails");
     const double taken = std::chrono::duration<double, std::micro>(Clock::now() - begin).count();
     m_microseconds += (taken - m_microseconds) / 8;
   }
 
-  /// Every mail's bytes are there, whole, and under its old name or under its new one: all under
-  /// the new ones, or none.
+  /// The bytes of every mail are complete, under the old or the new name. Either all mails have
+  /// their new names in the index, or none.
   void check(const std::string& when, bool ended) {
     const FolderState state = look_at(folder());
     std::size_t converted = 0;
@@ -332,23 +329,23 @@ class MailFolder {
           m_run.fail(when + ": foreign bytes in " + unescaped(mail));
         }
         if (holds(escaped(mail), mail))
-          ++m_windows["the old file of a converted mail, without a line"];
+          ++m_windows["the old file of a migrated mail, without a line"];
         continue;
       }
-      if (ended) m_run.fail(when + ": not converted: " + escaped(mail));
+      if (ended) m_run.fail(when + ": not migrated: " + escaped(mail));
       if (!holds(escaped(mail), mail)) {
         m_run.fail(when + ": under neither name: " + escaped(mail));
       }
     }
     if (converted != 0 && converted != kMails) {
-      m_run.fail(when + ": " + std::to_string(converted) + " of the mails are converted");
+      m_run.fail(when + ": " + std::to_string(converted) + " of the mails are migrated");
     }
-    ++m_windows[converted == 0 ? "no mail converted" : "all mails converted"];
+    ++m_windows[converted == 0 ? "no mail migrated" : "all mails migrated"];
     check_plain(when, state);
     check_list(when);
   }
 
-  /// A reader of lines alone finds none that nobody wrote.
+  /// A reader of plain lines finds no entry that no operation wrote.
   void check_plain(const std::string& when, const FolderState& state) {
     for (const auto& [key, stored] : state.plain_lines) {
       const std::string name = parts_of_key(key).first;
@@ -367,8 +364,9 @@ class MailFolder {
     const std::string list = read_file(folder() + "\\read.txt");
     if (list == m_old_list || list == m_new_list) return;
     if (m_list_was_cut) return;
-    // Names that are lost stay escaped in the list; a list cut short is a beginning of such a one.
-    if (!is_beginning_of_lines(list)) m_run.fail(when + ": the read list holds foreign bytes");
+    // A name whose change was lost stays escaped in the list. A truncated list is the beginning of
+    // such a list.
+    if (!is_beginning_of_lines(list)) m_run.fail(when + ": the read list contains foreign bytes");
     if (lines_of(list) < kMails) {
       ++m_windows["the read list, empty or cut short"];
       m_list_was_cut = true;
@@ -379,7 +377,8 @@ class MailFolder {
     return static_cast<std::size_t>(std::count(list.begin(), list.end(), '\n'));
   }
 
-  /// Whether the text consists of the mails' lines in order, each escaped or not, maybe broken off.
+  /// Whether the text is a beginning of the mails' lines in their order. Each line may be escaped
+  /// or not.
   bool is_beginning_of_lines(const std::string& list) const {
     std::string_view rest(list);
     for (std::size_t mail = 0; mail < kMails && !rest.empty(); ++mail) {
@@ -397,15 +396,15 @@ class MailFolder {
   }
 
   void check_list_is_converted() {
-    // A folder that is converted already is not written; a save finishes what a kill left.
+    // A migrated folder is not migrated again; a save completes what a kill interrupted.
     STGIndex::setSynchronizeMode(false);
     STGIndex::updateIndexFile(folder());
     const FolderState state = look_at(folder());
     if (state.lines.count(key_for("k1mailboxcompliant", 0)) == 0) {
-      m_run.fail("the converted folder is not marked");
+      m_run.fail("the migrated folder has no marker");
     }
     if (state.index_text != index_text_of(state.lines)) {
-      m_run.fail("index.dat holds more than its lines");
+      m_run.fail("index.dat contains more than its entries");
     }
   }
 
@@ -423,7 +422,7 @@ void kills_mail(Run& run) {
   while (run.goes_on()) folder.kill_once();
   folder.tell();
 }
-REGISTER_SUITE(kills_mail, "kills-mail", "the conversion of a mail folder killed at random moments",
+REGISTER_SUITE(kills_mail, "kills-mail", "the migration of a mail folder, killed at random moments",
                "kills", 1000, Scratch::kDisk)
 
 }  // namespace

@@ -16,8 +16,8 @@
 #include "tests/support/scratch.h"
 
 /// @file
-/// What a folder must hold after operations that ended, and what it may hold after one that was
-/// killed.
+/// A model of a folder, and the check of the folder after finished operations and one killed
+/// operation.
 namespace reliability {
 
 enum class Kind : std::uint8_t {
@@ -28,34 +28,34 @@ enum class Kind : std::uint8_t {
   kWrite,         ///< vu_storage::OpenWrite, Write, Close
   kCopy,          ///< vu_storage::copyToStorage
   kSaveKeys,      ///< vu_storage::saveUserOrMasterProfile
-  kForget,        ///< vu_storage::RemoveFile, which edits the category file as well
-  kPlainRewrite,  ///< faulty: the index is cut, then written again as it was
+  kForget,        ///< vu_storage::RemoveFile, which also changes the category file
+  kPlainRewrite,  ///< faulty: truncates the index, then writes the same text
 };
 const char* name_of(Kind kind);
 
-/// Whether loading an index adopts files that no line names.
+/// Whether operations adopt orphans (synchronisation).
 enum class Adoption : std::uint8_t { kOff, kOn };
 
-/// The text number @p id of @p size bytes. Two of them differ from their first bytes on.
+/// Text number @p id with @p size bytes. Different texts differ from their first bytes on.
 std::string text_number(std::uint64_t id, std::size_t size);
 
-/// The key file whose lines an entry's removal edits.
+/// The key file from which the removal of an entry removes a line.
 inline constexpr const char* kCategory = "list.ctg";
 
 struct Operation {
   Kind kind = Kind::kCreate;
   std::string name;
   long stamp = 0;
-  std::string new_name;  ///< of a rename
+  std::string new_name;  ///< for a rename
   long new_stamp = 0;
-  std::uint64_t text_id = 0;  ///< of a write; of a copy the source's
+  std::uint64_t text_id = 0;  ///< for a write; for a copy the number of the source
   std::size_t text_size = 0;
-  std::vector<std::string> category_lines;  ///< of kSaveKeys on the category file
-  std::set<std::string> out_of_date;        ///< of a clean: the files that are too old
+  std::vector<std::string> category_lines;  ///< for kSaveKeys on the category file
+  std::set<std::string> out_of_date;        ///< for a clean: the files that are too old
 
   std::string key() const { return key_for(name, stamp); }
   std::string new_key() const { return key_for(new_name, new_stamp); }
-  /// What it writes.
+  /// The text that it writes.
   std::string text() const;
 };
 
@@ -64,19 +64,19 @@ struct Entry {
   std::string content;
 };
 
-/// Everything that a folder holds.
+/// The content of a folder.
 struct Model {
   std::map<std::string, Entry> entries;       ///< by key
-  std::map<std::string, std::string> strays;  ///< files in no line, with their content
+  std::map<std::string, std::string> strays;  ///< orphans with their content
   std::int64_t counter = 0;
   Adoption adoption = Adoption::kOff;
-  /// What a reader of lines alone found last; it may miss what was saved, until the next save.
+  /// The entries that a reader of plain lines last found. It may not see a save until the next one.
   Lines plain;
 
-  /// Carries out an operation that ended. @return what a create answers, else nothing.
+  /// Applies a finished operation. @return the result of a create, otherwise empty.
   std::string apply(const Operation& operation);
   Lines lines() const;
-  /// The physical name that comes next, as it is stored.
+  /// The next physical name, as the index stores it.
   std::string next_number() const;
 
  private:
@@ -84,60 +84,61 @@ struct Model {
   void make(const std::string& key, const std::string& content);
 };
 
-/// The text of a key file without the line that names @p entry.
+/// The text of a key file without the line of @p entry.
 std::string without_line_of(const std::string& text, const std::string& entry);
 
-/// How much of what an operation cannot have touched is read.
+/// How much of the files is compared that the operation cannot have changed.
 enum class Depth : std::uint8_t { kSizes, kEveryByte };
 
 struct Findings {
   std::vector<std::string> wrong;
-  std::vector<std::string> windows;  ///< what the kill left behind that the promise allows
-  bool index_is_in_the_middle =
-      false;  ///< its text is neither that of the old lines nor of those it has
-  Model now;  ///< what the folder holds
+  std::vector<std::string> windows;  ///< states that a kill may leave
+  /// The text is the index text of neither the old entries nor the current ones.
+  bool index_is_in_the_middle = false;
+  Model now;  ///< the content of the folder
 };
 
-/// Compares a folder with what it held before an operation that was killed; null when none was
-/// under way.
+/// Compares a folder with its state @p before the killed operation.
+/// @param killed null if no operation was killed.
 Findings check(const Model& before, const Operation* killed, const std::string& folder,
                Depth depth);
 
 // ------------------------------------------------------------------------------------------------
 
-/// What a run of kills found, over all folders.
+/// The results of a series of kills, over all folders.
 struct Tally {
   std::map<std::string, std::uint64_t> kills_by_kind;
   std::map<std::string, std::uint64_t> windows;
-  std::uint64_t operations = 0;     ///< that ended, each checked
-  std::uint64_t in_the_middle = 0;  ///< kills in the middle of a rewrite of the index
+  std::uint64_t operations = 0;     ///< finished operations; each was checked
+  std::uint64_t in_the_middle = 0;  ///< kills while the index was being rewritten
 };
 
-/// Whether the operation that is killed is one of the library, or a faulty one that does harm.
+/// Whether the killed operation is one of the library, or a faulty one that corrupts the index.
 enum class Victim : std::uint8_t { kLibrary, kFaulty };
 
-/// What a worker says before the write that it is to announce.
+/// A worker prints this line before the write that it announces.
 inline constexpr const char* kWriteBegins = "a write begins";
 
-/// When the kills come.
+/// The moment of a kill.
 enum class Aim : std::uint8_t {
-  kAnyMoment,  ///< a random part of an operation's time
-  /// Shortly after one of its writes begins: most of a rewrite's moments are between those.
+  kAnyMoment,  ///< after a random part of the operation's usual time
+  /// Shortly after the beginning of one of its writes. Most moments of a rewrite are between its
+  /// writes.
   kWrites,
 };
 
-/// One folder of documents under operations that are killed. The folder keeps what the kills make
-/// of it: the next operation works on that.
+/// A folder whose operations are killed. Nobody repairs it: the next operation works on what the
+/// kill left.
 class KillFolder {
  public:
-  /// @param index_size of the index, around which it stays, in bytes.
+  /// @param index_size the index stays near this size, in bytes.
   KillFolder(Run& run, std::size_t index_size, Adoption adoption, Aim aim = Aim::kAnyMoment);
 
-  /// One killed process: its first operation ends, and a later one is killed at a random moment of
-  /// its time. Everything is checked then. What is wrong goes to the run.
+  /// Starts a process. Its first operation finishes, a later one is killed. Then checks the folder
+  /// and reports defects to the run.
   void kill_once(Tally& tally, Victim victim = Victim::kLibrary);
-  /// Some operations that nobody kills; the folder is compared byte by byte afterwards, and the
-  /// index's text must be that of its lines alone.
+  /// Runs some operations without a kill. Then compares the folder byte by byte. The index must
+  /// have exactly the text of its entries.
   void work_undisturbed();
 
   std::string name() const;
@@ -153,7 +154,7 @@ class KillFolder {
   std::vector<Operation> plan(std::size_t count, Victim victim);
   std::string command_for(const Operation& operation) const;
   child_process start();
-  /// Reads one answer; false when none comes any more.
+  /// Reads one answer. @return false if the worker has ended.
   bool take_answer(child_process& worker, const Operation& operation,
                    std::chrono::milliseconds limit);
   void sleep_for_a_part_of(Kind kind);
@@ -169,12 +170,12 @@ class KillFolder {
   Model m_model;
   std::size_t m_text_size = 0;
   std::string
-      m_left_over;  ///< text of an index that a kill left in the middle, until the next save
-  std::vector<std::string> m_early_answers;  ///< read while waiting for a write
+      m_left_over;  ///< the text of an index that a kill left half written, until the next save
+  std::vector<std::string> m_early_answers;  ///< answers that arrived before the announced write
   std::uint64_t m_names = 0;
   std::uint64_t m_texts = 0;
   std::uint64_t m_kills = 0;
-  std::map<Kind, double> m_microseconds;  ///< that an operation takes, about
+  std::map<Kind, double> m_microseconds;  ///< the usual time of an operation
 };
 
 }  // namespace reliability

@@ -53,7 +53,7 @@ std::string memory_folder() {
 
 std::uint64_t open_handles() {
   const std::filesystem::directory_iterator all("/proc/self/fd");
-  // The listing's own is among them.
+  // Without the descriptor of this listing.
   return static_cast<std::uint64_t>(std::distance(begin(all), end(all))) - 1;
 }
 
@@ -127,7 +127,7 @@ std::string difference_of_file(int folder, const char* name, const struct ::stat
   if (expected.is_folder) return " is a file";
   const std::string bytes = bytes_of(folder, name, static_cast<std::size_t>(info.st_size));
   if (bytes != expected.bytes)
-    return " holds " + shown(bytes) + " instead of " + shown(expected.bytes);
+    return " contains " + shown(bytes) + " instead of " + shown(expected.bytes);
   if (info.st_mtime != expected.time)
     return " has the time " + std::to_string(info.st_mtime) + " instead of " +
            std::to_string(expected.time);
@@ -172,9 +172,10 @@ std::string walk(int descriptor, const std::string& path, const model::Node* exp
   if (expected != nullptr && result.empty() && met != expected->names.size()) {
     for (const auto& [name, node] : expected->names) {
       struct ::stat info = {};
-      // Where everything was removed, those that were met are gone as well: the count tells.
+      // With After::kEmpty the names that were found are removed already; the count shows whether
+      // one is missing.
       if (after == After::kEmpty || ::fstatat(descriptor, name.c_str(), &info, AT_SYMLINK_NOFOLLOW))
-        result += (result.empty() ? path + " should hold " : ", ") + name;
+        result += (result.empty() ? path + " should contain " : ", ") + name;
     }
   }
   ::closedir(folder);

@@ -39,13 +39,13 @@ void set_variable(const std::string& name, const std::string& value) {
 }
 
 std::string memory_folder() {
-  // Under Wine the system beneath shows through.
+  // Wine shows the folders of the system below it.
   const char* const folder = "Z:\\dev\\shm";
   return ::GetFileAttributesA(folder) != INVALID_FILE_ATTRIBUTES ? folder : std::string();
 }
 
-// A new handle gets the lowest number that is free: one that is never closed moves it up. (Not
-// every system counts a process's handles.)
+// A new handle gets the lowest free number, so a leaked handle raises that number. (Not every
+// system counts the handles of a process.)
 std::uint64_t open_handles() {
   const HANDLE probe = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
   const auto number = reinterpret_cast<std::uintptr_t>(probe) / 4;
@@ -59,7 +59,7 @@ std::uint64_t memory_in_use() {
   return counters.PagefileUsage;
 }
 
-// The system counts pages, of a heap that keeps some.
+// The system counts pages, and the heap keeps some of them.
 std::uint64_t memory_slack() { return std::uint64_t{512} * 1024; }
 
 bool large_folders_are_slow() { return !locks_are_enforced(); }
@@ -75,7 +75,7 @@ int run_apart(const std::string& role, const std::vector<std::string>& args) {
   return child.wait().value_or(-1);
 }
 
-// The strings of the C++ library come from its own operator new.
+// The strings of the C++ library use its own operator new.
 bool handles_and_allocations_are_exact() { return false; }
 
 bool sees_the_sources() { return false; }
@@ -110,17 +110,17 @@ std::string walk(const std::string& path, const model::Node* expected, After aft
       if (node->is_folder) {
         result = inner + " is a file";
       } else if (bytes != node->bytes) {
-        result = inner + " holds " + shown(bytes) + " instead of " + shown(node->bytes);
+        result = inner + " contains " + shown(bytes) + " instead of " + shown(node->bytes);
       } else if (get_modify_time(inner) != node->time) {
         result = inner + " has another time";
       } else if (is_writable(inner) == node->is_read_only) {
-        result = inner + " is marked otherwise";
+        result = inner + " has another read-only mark";
       }
     }
     if (after == After::kEmpty) remove(inner);
   }
   if (expected != nullptr && result.empty() && met != expected->names.size())
-    result = path + " lacks something";
+    result = path + " lacks a name";
   return result;
 }
 
@@ -151,27 +151,27 @@ std::string difference(const std::string& path, const model::Node& expected, Aft
 }  // namespace reliability::ground
 
 // ------------------------------------------------------------------------------------------------
-// Suites that this system cannot run. They say so, which is neither passed nor failed.
+// Suites that cannot run on this system. They report that, which is neither passed nor failed.
 
 namespace reliability {
 namespace {
 
-void full_disk(Run& run) { run.not_run("no small disk can be made here"); }
+void full_disk(Run& run) { run.not_run("this system has no file system of a chosen size"); }
 REGISTER_SUITE(full_disk, "full-disk", "operations with 0 to 64 KB left, alone and beside a writer",
                "operations", 0, Scratch::kMemory)
 
 void read_only(Run& run) {
-  run.not_run("the emulator leaves read-only files to the permissions of its user");
+  run.not_run("Wine decides about read-only files by the permissions of its user");
 }
 REGISTER_SUITE(read_only, "read-only", "read-only files and folders, for a user and the superuser",
                "answers", 0, Scratch::kMemory)
 
-void power_cut(Run& run) { run.not_run("it takes Linux's loop devices"); }
-REGISTER_SUITE(power_cut, "power-cut", "file systems that are shut down while operations go on",
+void power_cut(Run& run) { run.not_run("it needs the loop devices of Linux"); }
+REGISTER_SUITE(power_cut, "power-cut", "file systems that are shut down during operations",
                "crashes", 10'000, Scratch::kMemory)
 void power_cut_noticed(Run& run) { power_cut(run); }
 REGISTER_SUITE(power_cut_noticed, "power-cut-noticed",
-               "operations that flush nothing are found to lose entries", "crashes", 200,
+               "operations without a flush are seen to lose entries", "crashes", 200,
                Scratch::kMemory)
 
 }  // namespace

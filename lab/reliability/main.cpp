@@ -21,11 +21,11 @@
 namespace reliability {
 namespace {
 
-/// What CTest takes for "skipped".
+/// CTest reports this exit code as "skipped".
 constexpr int kNotRun = 77;
 
 constexpr char kUsage[] =
-    "usage: reliability NAME [--count N] [--budget SECONDS] [--seed N] [--scratch DIR]\n"
+    "usage: reliability SUITE [--count N] [--budget SECONDS] [--seed N] [--scratch DIR]\n"
     "                   [--only TEXT] [--replay CASE]\n"
     "       reliability --list\n";
 
@@ -49,7 +49,7 @@ std::uint64_t number(const std::string& option, const std::string& text) {
   const char* const end = text.data() + text.size();
   const auto result = std::from_chars(text.data(), end, value);
   if (text.empty() || result.ec != std::errc() || result.ptr != end) {
-    throw std::invalid_argument(option + " '" + text + "' is no number");
+    throw std::invalid_argument(option + " '" + text + "' is not a number");
   }
   return value;
 }
@@ -79,10 +79,10 @@ Options read_options(const std::vector<std::string>& arguments) {
     } else if (options.name.empty()) {
       options.name = name;
     } else {
-      throw std::invalid_argument("one suite at a time: '" + options.name + "' or '" + name + "'");
+      throw std::invalid_argument("name one suite only: '" + options.name + "' or '" + name + "'");
     }
   }
-  if (options.name.empty()) throw std::invalid_argument("no suite is named");
+  if (options.name.empty()) throw std::invalid_argument("name a suite");
   return options;
 }
 
@@ -102,7 +102,7 @@ const Suite& suite_called(const std::string& name) {
   return *found;
 }
 
-/// Whatever tests/support makes from here on, in helper processes too, lies in this folder.
+/// Everything that tests/support creates from now on, also in helper processes, is in this folder.
 void choose_scratch(const Suite& suite, const std::string& named) {
   std::string folder = named;
   if (folder.empty()) {
@@ -125,7 +125,6 @@ int report(const Suite& suite, const Run& run) {
     std::printf("%s: not run (%s)\n", suite.name.c_str(), run.reason_not_run().c_str());
     return kNotRun;
   }
-  // A run that reached nothing has shown nothing.
   const bool passed = run.failures() == 0 && run.reached() > 0;
   std::printf("%s: %s\n", suite.name.c_str(), passed ? "passed" : "FAILED");
   return passed ? 0 : 1;
@@ -141,7 +140,7 @@ int run_suite(const Options& options) {
   try {
     suite.function(run);
   } catch (const std::exception& e) {
-    run.fail(std::string("the suite ended with: ") + e.what());
+    run.fail(std::string("the suite threw:  ") + e.what());
   }
   return report(suite, run);
 }

@@ -32,8 +32,8 @@ STG::NameValueSeq some_lines() {
   return lines;
 }
 
-/// A buffer that a failed read leaves is of no use; one that any other exception leaves is its
-/// caller's.
+/// After vu_file_except the pointer is invalid. After any other exception the buffer belongs to the
+/// caller.
 void read_into_a_buffer(vu_fileutf8& file) {
   unsigned char* bytes = nullptr;
   unsigned int length = 0;
@@ -62,7 +62,7 @@ void open8_and(const Place& place, vu_file_base::type_access mode,
   use(file);
   file.close();
 }
-/// @return whether the document is open after that.
+/// @return whether the document is open after @p use.
 bool with_document(const std::function<void(vu_storage&, vu_file&)>& use) {
   vu_storage storage;
   vu_file file;
@@ -74,7 +74,7 @@ bool with_document(const std::function<void(vu_storage&, vu_file&)>& use) {
 
 using Operations = std::vector<PublicOperation>;
 
-// One operation a line: tables to look things up in.
+// One operation per line, as a table.
 // clang-format off
 
 void add_index(Operations& all) {
@@ -305,7 +305,7 @@ namespace {
 
 using Operations = std::vector<PublicOperation>;
 
-/// A line more, by way of an index that is empty meanwhile.
+/// Adds a line to the index. The index is empty until the second write.
 void save_by_cutting_first(const Place& place) {
   vu_file file(place.folder(), "index.dat");
   std::string text;
@@ -317,15 +317,14 @@ void save_by_cutting_first(const Place& place) {
   file.close();
 }
 
-/// What is forgotten hangs together, so that a leak checker of the whole process has nothing to
-/// say.
+/// The leaked buffers form a list, so that a leak checker does not report them.
 struct Buffer {
   std::string text;
   Buffer* before;
 };
 Buffer* s_forgotten = nullptr;
 
-/// Reads a file; where that fails, nobody closes it, and the buffer is forgotten.
+/// Reads a file. After a failure it does not close the file, and does not free the buffer.
 void read_and_forget(const Place& place) {
   os::Handle handle = os::kNoHandle;
   if (!os::open(place.document(), os::Access::kReadExisting, handle).ok()) return;
@@ -369,7 +368,7 @@ const Operations& operations_that_say_nothing() {
 }
 
 const Operations& operations_that_let_out() {
-  // It bears the name of one that lets no exception out.
+  // Named like an operation that lets no exception pass.
   static const Operations all = {{"vu_storage::RemoveFile", kForNobody, [](const Place& p) {
                                     vu_file(p.document()).open(vu_file::o_write);
                                   }}};

@@ -7,22 +7,22 @@
 #include <vector>
 
 /// @file
-/// Every operation of the library's public classes that can meet a lock, each called once with
-/// sensible arguments on a small tree.
+/// A list of every operation of the public classes that can wait for a lock. Each is called once on
+/// a small tree, with typical arguments.
 namespace reliability {
 
-/// Which holder of a lock an operation has to wait for, in the folder `Place::folder`, when no file
-/// is there that the index does not name.
+/// The locks that an operation waits for in the folder `Place::folder`, if that folder has no
+/// orphans.
 enum Waits : unsigned {
   kForNobody = 0,
-  kForIndexWriter = 1,  ///< who holds "index.dat" exclusively
-  kForIndexReader = 2,  ///< who reads it as well: the operation rewrites it
-  kForCounter = 4,      ///< who holds the counter
-  kForDocument = 8,     ///< who holds the document's file exclusively
+  kForIndexWriter = 1,  ///< the exclusive lock of "index.dat"
+  kForIndexReader = 2,  ///< also the shared lock of "index.dat", because the operation rewrites it
+  kForCounter = 4,      ///< the lock of the counter
+  kForDocument = 8,     ///< the exclusive lock of the document's file
 };
 
-/// The tree: an owner "anna" with two entries, plain files, an old mail folder, a corporate
-/// document.
+/// The tree. It contains an owner "anna" with two entries, files outside of the storage, a mail
+/// folder before its migration, and a document of the docs area.
 struct Place {
   std::string root;
   bool synchronize = false;
@@ -32,14 +32,15 @@ struct Place {
   std::string plain(const std::string& name) const { return root + "\\plain\\" + name; }
 };
 
-/// What the folder holds besides its entries.
+/// The state of the folder. kStrays: it contains orphans.
 enum class Situation : std::uint8_t { kTidy, kStrays, kNoIndex };
 const char* name_of(Situation situation);
 
-/// Makes the tree anew.
+/// Creates the tree again.
 void prepare(const Place& place, Situation situation);
 
-/// What an operation gave back, as text: "true", "-1"; nothing for what says nothing about success.
+/// The result of an operation as text, for example "true" or "-1". Empty for a type that does not
+/// tell success from failure.
 template <class Result>
 std::string in_text(const Result& result) {
   if constexpr (std::is_same_v<Result, bool>) {
@@ -53,7 +54,7 @@ std::string in_text(const Result& result) {
   }
 }
 
-/// Calls one operation, and keeps what it gives back.
+/// Calls one operation and returns its result as text.
 class OperationCall {
  public:
   template <class Function>
@@ -81,13 +82,13 @@ const std::vector<PublicOperation>& public_operations();
 
 // ------------------------------------------------------------------------------------------------
 
-/// Operations with a defect each: what the suites must find.
+/// Operations with an injected defect, which the suites must detect.
 const std::vector<PublicOperation>&
-operations_that_cut_first();  ///< a save that empties the index first
+operations_that_cut_first();  ///< a save that truncates the index first
 const std::vector<PublicOperation>&
-operations_that_leak();  ///< a handle or memory, after a failure
+operations_that_leak();  ///< a handle or memory leaks after a failure
 const std::vector<PublicOperation>& operations_that_say_nothing();  ///< a failure without a trace
 const std::vector<PublicOperation>&
-operations_that_let_out();  ///< an exception that none may let out
+operations_that_let_out();  ///< throws an exception that its header excludes
 
 }  // namespace reliability

@@ -1,5 +1,5 @@
-// One file system whose power is cut again and again: what is done on it, and what is found
-// afterwards.
+// One file system that is shut down again and again: the operations on it, and the checks after
+// each shutdown.
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -34,11 +34,11 @@ using namespace std::string_literals;
 
 struct Share {
   std::size_t entries;
-  unsigned weight;  ///< of a hundred
+  unsigned weight;  ///< percent
 };
 constexpr Share kShares[] = {{1, 24}, {60, 30}, {400, 26}, {5'000, 6}, {20'000, 2}};
 constexpr std::size_t kMails = 12;
-/// In folders of more entries only those documents are read that the crash was about.
+/// In larger folders only the documents that the operations name are read.
 constexpr std::size_t kReadWhole = 1000;
 constexpr std::int64_t kOld = 1'000'000;
 
@@ -48,12 +48,12 @@ const DiskKind kKinds[] = {{"ext4, data=ordered", "ext4", "data=ordered", 64U <<
                             "mkfs.ext4 -q -F -J size=4 -I 128 -N 40000", "e2fsprogs"},
                            {"xfs", "xfs", "", 320U << 20U, "mkfs.xfs -q -f", "xfsprogs"}};
 
-/// One folder of entries.
+/// A folder of entries.
 struct Place {
   std::string owner;
   std::size_t size = 0;
   Model model;
-  Lines dead;  ///< lines on disk whose files are gone
+  Lines dead;  ///< dangling entries on the disk
 };
 
 class Bench {
@@ -61,15 +61,15 @@ class Bench {
   Bench(const LoopDisk& disk, std::uint64_t seed, bool flushes)
       : m_disk(disk), m_random(seed), m_flushes(flushes) {}
 
-  /// Does something, cuts the power. What is to be found then is judged by the second half.
+  /// Runs operations until the shutdown. judge() checks the result.
   void until_the_power_goes();
-  /// The system is up again.
+  /// Call it after the new mount.
   void judge();
-  /// The file system is a new one.
+  /// Call it when the file system was created again.
   void forget() { m_places.clear(); }
 
   std::vector<Harm> harm;
-  std::uint64_t operations = 0;  ///< that returned before
+  std::uint64_t operations = 0;  ///< returned before the shutdown
 
  private:
   std::uint64_t below(std::uint64_t end) { return m_random() % end; }
@@ -105,10 +105,10 @@ class Bench {
   std::vector<std::unique_ptr<Place>> m_places;
   std::uint64_t m_names = 0;
 
-  Place* m_place = nullptr;  ///< of the crash; none: a mail folder
+  Place* m_place = nullptr;  ///< the folder of this crash; null: a mail folder
   std::string m_user;
   std::vector<Operation> m_planned;
-  std::set<std::string> m_aged;  ///< files that a clean takes
+  std::set<std::string> m_aged;  ///< files that a clean removes
   CutOff m_cut;
 };
 
@@ -161,8 +161,7 @@ std::string Bench::some_key(const Model& model) {
   return m_aged.count(file_of(it->first, it->second.stored)) == 0 ? it->first : std::string();
 }
 
-/// Files that no line names are adopted by the next operation, or swept by a clean; old ones go
-/// with it.
+/// The next operation adopts the orphans, or a clean sweeps them and removes the old files.
 void Bench::prepare_strays_and_age() {
   m_aged.clear();
   Model& model = m_place->model;
@@ -267,11 +266,11 @@ void Bench::until_the_power_goes() {
   }
   const CutPlan plan = some_plan();
   Work work;
-  // Without, no mail becomes an entry.
+  // Without adoption no mail becomes an entry.
   bool adopts = true;
   if (is_mail) {
     fill_mails();
-    // Something has to return first, for a call to be chosen.
+    // A first operation that returns: calls only count after it.
     const std::string mails = folder();
     work.emplace_back([] { vu_storage::getMailPath(); });
     work.emplace_back([this] { STGIndex::migrateInboxRead(m_user); });
@@ -309,7 +308,8 @@ void Bench::judge_entries() {
     const auto line = found.find(key);
     if (line != found.end() && line->second == stored) found.erase(line);
   }
-  // What returned counts. Of the others as many as had begun.
+  // The returned operations are done. Of the others, any number from the first on may be done, up
+  // to those that had begun.
   Model now = m_place->model;
   for (std::uint32_t i = 0; i < m_cut.returned; ++i) now.apply(m_planned[i]);
   const Lines before = now.lines();
@@ -326,9 +326,9 @@ void Bench::judge_entries() {
   wrong(harm_of_lines.kind, harm_of_lines.what + " (" + kind + " under way)");
 }
 
-/// Every entry has its file, and every document that was closed its bytes. The lines are those
-/// after so many operations; others that change no line may have followed, and one that does was
-/// under way.
+/// Every entry has its file, and every closed document its bytes. The entries are those after @p
+/// done operations. Later operations may have begun; only the first one that changes entries
+/// matters.
 void Bench::judge_files(const Model& now, std::uint32_t done) {
   std::set<std::string> in_removal;
   std::set<std::string> in_writing;
@@ -383,7 +383,7 @@ void Bench::judge_mails() {
     if (line != lines.end()) {
       ++converted;
       if (bytes_of(file_of(key, line->second)) != text)
-        wrong("lost", "the bytes behind " + shortened(key));
+        wrong("lost", "the bytes of " + shortened(key));
     } else if (bytes_of(old_name) != text) {
       wrong("neither name", old_name);
     }
@@ -392,7 +392,7 @@ void Bench::judge_mails() {
   if (converted != 0 && converted != kMails) {
     wrong("between", std::to_string(converted) + " mails of " + std::to_string(kMails));
   }
-  if (has_returned && converted == 0) wrong("lost", "a conversion that had returned");
+  if (has_returned && converted == 0) wrong("lost", "a migration that had returned");
   for (const auto& [key, stored] : lines) {
     const std::string name = parts_of_key(key).first;
     const bool is_known = name.starts_with("f4#f5#from#subject") || name == "read.txt" ||
@@ -402,7 +402,7 @@ void Bench::judge_mails() {
   std::filesystem::remove_all(native(path));
 }
 
-/// The next operations begin with this. Files that no line names go, times are of today.
+/// Uses the folder for the next operations. Removes orphans, and sets old times to now.
 void Bench::take_what_is_there() {
   const FolderState state = look_at(folder());
   Model model;
@@ -437,15 +437,15 @@ void Bench::take_what_is_there() {
   m_place->model = std::move(model);
 }
 
-/// What was harmed would be met again and again.
+/// Otherwise the same corruption would be found again and again.
 void Bench::begin_anew() {
   std::filesystem::remove_all(native(folder()));
   std::erase_if(m_places, [&](const auto& each) { return each.get() == m_place; });
 }
 
-/// args: the number of the kind; a seed; how many crashes; seconds or 0; "flushes" or "faulty".
-/// Says "refused WHY", or for each crash "harm KIND<tab>WHAT" any times and then "crash
-/// OPERATIONS", or "unmountable WHY".
+/// args: the number of the file system; a seed; the number of crashes; seconds or 0; "flushes" or
+/// "faulty". Prints "refused WHY", or for each crash any number of "harm KIND<tab>WHAT" and then
+/// "crash OPERATIONS", or "unmountable WHY".
 int power_cut_bench(const std::vector<std::string>& args) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   LoopDisk disk(kKinds[std::stoul(args.at(0))]);
@@ -462,7 +462,7 @@ int power_cut_bench(const std::vector<std::string>& args) {
       bench.until_the_power_goes();
       const std::string failure = disk.start_again();
       if (!failure.empty()) {
-        // That is between the kernel and the file system; nothing can be said of what was on it.
+        // A defect of the kernel or the file system; its content cannot be checked.
         say("unmountable " + failure);
         const std::string failed = disk.make_anew();
         if (!failed.empty()) throw std::runtime_error(failed);

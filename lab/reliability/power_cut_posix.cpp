@@ -35,11 +35,12 @@
 namespace reliability {
 namespace {
 
-/// The same request on ext4 and xfs, and its argument for "without flushing the journal".
+/// The request for a shutdown, the same on ext4 and xfs, and its argument "without flushing the
+/// journal".
 constexpr unsigned long kShutdown = 0x8004587d;
 constexpr std::uint32_t kWithoutJournal = 2;
 
-/// What one of them takes at most.
+/// The space that one file system needs at most.
 constexpr std::uintmax_t kRoom = 200U << 20U;
 
 std::string failure(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
@@ -59,10 +60,10 @@ LoopDisk::~LoopDisk() {
 
 std::string LoopDisk::attach() {
   std::filesystem::create_directories(m_path);
-  if (std::filesystem::space(m_path).available < kRoom) return "too little room for a disk";
+  if (std::filesystem::space(m_path).available < kRoom) return "too little space for a disk";
   if (::unshare(CLONE_NEWNS) != 0 ||
       ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-    return failure("a mount of our own");
+    return failure("a private mount");
   }
   const std::string image = native(m_scratch.path("image")).string();
   const int file = ::open(image.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
@@ -80,9 +81,9 @@ std::string LoopDisk::attach() {
   }
   ::loop_config config = {};
   config.fd = static_cast<std::uint32_t>(file);
-  // The device goes with the last mount and handle.
+  // The kernel releases the device with its last mount and handle.
   config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
-  // Somebody else may take the free one first.
+  // Another process may take the free device first.
   for (int attempt = 0; attempt < 50 && m_device < 0; ++attempt) {
     const int number = ::ioctl(control, LOOP_CTL_GET_FREE);
     m_device_path = "/dev/loop" + std::to_string(number);
@@ -97,7 +98,7 @@ std::string LoopDisk::attach() {
   const std::string refusal = m_device < 0 ? failure("a loop device") : std::string();
   ::close(control);
   ::close(file);
-  // Nobody needs its name any more.
+  // The name is not needed any more.
   ::unlink(image.c_str());
   return refusal;
 }
@@ -106,7 +107,7 @@ std::string LoopDisk::make(const std::string& path) const {
   const std::string command =
       "PATH=\"$PATH:/usr/sbin:/sbin\" " + m_kind.maker + " '" + path + "' >/dev/null 2>&1";
   if (std::system(command.c_str()) == 0) return {};
-  return "'" + m_kind.maker + "' does not work (it is in the package " + m_kind.packaged + ")";
+  return "'" + m_kind.maker + "' failed (it is in the package " + m_kind.packaged + ")";
 }
 
 std::string LoopDisk::make_anew() const {
@@ -151,7 +152,7 @@ using os::faults::Call;
 
 constexpr std::size_t kPage = 4096;
 
-/// A part of what the system has not written yet gets written.
+/// Writes some of the pages that the kernel has not written yet.
 void write_back(const std::string& disk, const std::string& index, std::uint32_t what,
                 std::mt19937_64& random) {
   const auto pages = [&] {
@@ -168,7 +169,7 @@ void write_back(const std::string& disk, const std::string& index, std::uint32_t
     ::close(file);
   };
   const auto journal = [&] {
-    // Flushing one file takes what the journal holds of the others with it.
+    // A flush of one file also flushes the journal entries of the others.
     const int file = ::open((disk + "/journal").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (file < 0) return;
     static_cast<void>(::ftruncate(file, static_cast<::off_t>(random() % 1000)));
@@ -180,7 +181,7 @@ void write_back(const std::string& disk, const std::string& index, std::uint32_t
   if ((what & 1U) != 0 && (what & 4U) != 0) pages();
 }
 
-/// The memory that both processes see.
+/// Memory that both processes see.
 class Shared {
  public:
   Shared()
@@ -199,7 +200,7 @@ class Shared {
   Progress* m_progress;
 };
 
-/// Cuts the power from within the process that works.
+/// Shuts the file system down from within the working process.
 class Cutter {
  public:
   Cutter(const std::string& disk, const std::string& index, const CutPlan& plan, Progress& progress)
@@ -207,7 +208,7 @@ class Cutter {
     for (const Call call : {Call::write, Call::set_end, Call::flush, Call::close, Call::reserve,
                             Call::remove_file, Call::rename, Call::copy, Call::unlock}) {
       const auto hook = [this] { count(); };
-      // Required: made in place, since a rule cannot be moved.
+      // Required: constructed in place, because a fault cannot be moved.
       m_hooks.emplace_back(new os::faults::Fault(
           plan.after ? os::faults::after(call, hook, 1, os::faults::Times::kLasting)
                      : os::faults::before(call, hook, 1, os::faults::Times::kLasting)));
@@ -245,7 +246,7 @@ class Cutter {
     try {
       operation();
     } catch (...) {
-      // The power is off: nothing is possible any more.
+      // The file system is shut down: every operation fails.
       break;
     }
     ++progress.returned;
@@ -253,7 +254,7 @@ class Cutter {
   for (;;) ::pause();
 }
 
-/// From outside, at a random moment.
+/// Shuts down from outside, at a random moment.
 void cut_from_outside(const std::string& disk, const std::string& index, const CutPlan& plan,
                       std::size_t operations, Progress& progress) {
   std::mt19937_64 random(plan.seed);
@@ -308,7 +309,7 @@ CutOff work_until_cut(const std::string& disk, const std::string& index, const C
   if (plan.call == 0) {
     cut_from_outside(disk, index, plan, work.size(), progress);
   } else {
-    // A plan may name more calls than are made: then it is over when all is done.
+    // The plan may name a call that never comes. Then the shutdown follows the last operation.
     for (int i = 0; i < 200'000 && !progress.is_cut && progress.returned < work.size(); ++i) {
       ::usleep(50);
     }
@@ -323,13 +324,13 @@ CutOff work_until_cut(const std::string& disk, const std::string& index, const C
   ::kill(worker, SIGKILL);
   ::waitpid(worker, nullptr, 0);
   CutOff result{progress.returned_at_cut, progress.begun, {}};
-  if (!progress.is_cut) result.failure = "the file system knows no shutdown";
+  if (!progress.is_cut) result.failure = "the file system does not support a shutdown";
   return result;
 }
 
 // ------------------------------------------------------------------------------------------------
-// The power goes off on real file systems: the kernel is told to write nothing more, and to forget
-// what it has not written.
+// Power failures on real file systems: the kernel must write nothing more, and discard what it has
+// not written.
 
 namespace {
 
@@ -374,8 +375,8 @@ void take(const std::string& line, const std::string& disk, Run& run, Found& fou
 
 enum class Flushes : std::uint8_t { kDone, kFaulty };
 
-/// All file systems at once, each in a process of its own. Where no flush is done, until an entry
-/// is harmed.
+/// All file systems at the same time, each in its process. With faulty flushes until an entry is
+/// lost or corrupt.
 Found cut_many(Run& run, std::uint64_t count, const std::string& budget, Flushes flushes) {
   Found found;
   struct Bench {
@@ -383,14 +384,14 @@ Found cut_many(Run& run, std::uint64_t count, const std::string& budget, Flushes
     child_process process;
     bool is_over;
   };
-  // Around theirs, which a process leaves behind that is ended.
+  // Contains the folders of the processes. A process that is ended leaves its folder.
   const scratch_folder scratch;
   std::vector<Bench> benches;
   const std::size_t kinds = kinds_of_disk();
   for (std::size_t kind = 0; kind < kinds; ++kind) {
     const std::uint64_t share = count / kinds + (kind < count % kinds ? 1 : 0);
     if (share == 0) continue;
-    // What it waits for has limits of its own.
+    // What it waits for has time limits of its own.
     benches.push_back(
         {name_of_disk(kind),
          child_process("power_cut_bench",
@@ -420,18 +421,18 @@ Found cut_many(Run& run, std::uint64_t count, const std::string& budget, Flushes
 
 bool may_run(Run& run) {
   if (machine::is_superuser()) return true;
-  run.not_run("mounting file systems on loop devices takes the superuser");
+  run.not_run("mounting file systems on loop devices needs the superuser");
   return false;
 }
 
 void tell(Run& run, const Found& found) {
   for (const auto& [disk, crashes] : found.crashes) run.figure("crashes on " + disk, crashes);
-  run.figure("operations that had returned before", found.operations);
+  run.figure("operations that had returned before a crash", found.operations);
   for (const char* kind : {"lost", "invented", "redirected", "between", "other bytes"}) {
     run.figure(kind, found.of(kind));
   }
   if (found.unmountable != 0) {
-    run.figure("file systems that the system could not mount again, not judged",
+    run.figure("file systems that could not be mounted again, not checked",
                std::to_string(found.unmountable) + " (" + found.why_unmountable + ")");
   }
   std::string reasons;
@@ -448,7 +449,7 @@ void power_cut(Run& run) {
     run.fail(std::to_string(found.of(kind)) + " times " + kind + ", first on " + example);
   }
 }
-REGISTER_SUITE(power_cut, "power-cut", "file systems that are shut down while operations go on",
+REGISTER_SUITE(power_cut, "power-cut", "file systems that are shut down during operations",
                "crashes", 10'000, Scratch::kMemory)
 
 void power_cut_noticed(Run& run) {
@@ -457,11 +458,11 @@ void power_cut_noticed(Run& run) {
   tell(run, found);
   for (const auto& [kind, example] : found.examples) run.figure("first " + kind, example);
   if (!found.has_harmed_entries() && found.refusals.empty()) {
-    run.fail("operations that flush nothing were not found");
+    run.fail("operations without a flush lost no entry");
   }
 }
 REGISTER_SUITE(power_cut_noticed, "power-cut-noticed",
-               "operations that flush nothing are found to lose entries", "crashes", 200,
+               "operations without a flush are seen to lose entries", "crashes", 200,
                Scratch::kMemory)
 
 }  // namespace

@@ -11,21 +11,22 @@
 #include "tests/support/scratch.h"
 
 /// @file
-/// A file system of its own on a loop device over a file in memory, whose power can be cut.
+/// A file system on a loop device over a file in memory. It can be shut down like by a power
+/// failure.
 namespace reliability {
 
-/// How it is made and mounted.
+/// How a file system is created and mounted.
 struct DiskKind {
   std::string name;      ///< for the report: "ext4, data=ordered"
   std::string type;      ///< "ext4"
   std::string options;   ///< of the mount
   std::uint64_t size;    ///< of the device, in bytes
-  std::string maker;     ///< the command that makes it, but for the file
-  std::string packaged;  ///< where that command is from
+  std::string maker;     ///< the command that creates it, without the file
+  std::string packaged;  ///< the Debian package of that command
 };
 
-/// The mount is seen by this process and its children alone, and the device is let go with the last
-/// of them: nothing stays, however they end.
+/// Only this process and its children see the mount. The device is released with the last of these
+/// processes, however they end.
 class LoopDisk {
  public:
   explicit LoopDisk(DiskKind kind);
@@ -33,17 +34,17 @@ class LoopDisk {
   LoopDisk(const LoopDisk&) = delete;
   LoopDisk& operator=(const LoopDisk&) = delete;
 
-  /// Why there is no disk; empty when there is one. It is mounted then.
+  /// Why there is no disk; empty if it is mounted.
   const std::string& refusal() const { return m_refusal; }
   const std::string& name() const { return m_kind.name; }
-  /// Where it is mounted.
+  /// The mount point.
   const std::string& path() const { return m_path; }
-  /// Everything that was written is on the device afterwards.
+  /// Writes everything to the device.
   void settle() const;
-  /// After the power was cut: the device is mounted anew, and its journal replayed. @return what
-  /// went wrong.
+  /// Mounts the device again after cut_power(); the kernel replays the journal. @return the error,
+  /// or empty.
   std::string start_again();
-  /// Makes an empty file system on the device. @return what went wrong.
+  /// Creates an empty file system on the device. @return the error, or empty.
   std::string make_anew() const;
 
  private:
@@ -59,30 +60,30 @@ class LoopDisk {
   std::string m_refusal;
 };
 
-/// Nothing more is written to the file system below @p path, and its journal is not flushed.
-/// @return whether the system did that.
+/// Shuts the file system of @p path down. It writes nothing more and does not flush its journal.
+/// @return whether the kernel did that.
 bool cut_power(const std::string& path);
 
 // ------------------------------------------------------------------------------------------------
-// The process whose power is cut.
+// The process that works until the shutdown.
 
-/// The file systems that are tried: how many, and what each is called.
+/// The tested file systems.
 std::size_t kinds_of_disk();
 std::string name_of_disk(std::size_t number);
 
-/// When the power goes, and what of the file system happens to be written by then.
+/// The moment of the shutdown, and what the kernel writes just before.
 struct CutPlan {
-  /// 0: the other process chooses the moment. Otherwise the call of the system with this number
-  /// does, among those that change something, after the first operation returned.
+  /// 0: the other process shuts down at a random moment. Otherwise the shutdown is at the call with
+  /// this number, from 1. Only changing calls after the end of the first operation count.
   std::uint64_t call = 0;
   bool after = false;  ///< after the call, not before it
-  std::uint32_t write_back =
-      0;  ///< bits: 1 some pages of the index, 2 the journal, 4 the other order
+  /// Bits: 1 some pages of the index, 2 the journal, 4 the journal before the pages.
+  std::uint32_t write_back = 0;
   std::uint64_t seed = 0;
-  bool flushes = true;  ///< faulty when not: no flush does anything
+  bool flushes = true;  ///< false: flushes do nothing (faulty)
 };
 
-/// Told to the process that stays alive.
+/// Shared with the process that survives.
 struct Progress {
   std::atomic<std::uint32_t> begun = 0;
   std::atomic<std::uint32_t> returned = 0;
@@ -90,15 +91,16 @@ struct Progress {
   std::atomic<bool> is_cut = false;
 };
 
-/// What is done: operations one after the other.
+/// The operations, one after the other.
 using Work = std::vector<std::function<void()>>;
 
-/// An operation of the kill suites on the storage of this process.
+/// Runs an operation of the kill suites in this process.
 void carry_out(const std::string& folder, const std::string& owner, const Operation& operation);
 
-/// Starts a process that does the work, and ends it when the power is off. @p disk is where the
-/// file system is mounted, @p index the path of the index. @return how many operations had returned
-/// before, and how many had begun.
+/// Runs the work in a child process until the shutdown.
+/// @param disk the mount point.
+/// @param index the path of the index.
+/// @return how many operations had begun and returned at the shutdown.
 struct CutOff {
   std::uint32_t returned = 0;
   std::uint32_t begun = 0;

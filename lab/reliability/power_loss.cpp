@@ -1,5 +1,5 @@
-// The power goes off: what may be on the disk by then is built from the recorded writes and
-// flushes, and read.
+// Power failures on a model of a disk. From the recorded writes and flushes it builds the disks
+// that a power failure could leave, and reads them.
 
 #include <algorithm>
 #include <array>
@@ -30,24 +30,24 @@ namespace {
 using Change = os::faults::Change;
 using Changes = std::vector<Change>;
 
-/// So many interruptions follow each other: the save after the first one, and the save after that.
+/// Interruptions in a row: an operation, the next one, and the one after that.
 constexpr std::size_t kDepths = 3;
-/// Images of the index alone, and of the whole tree, of one moment; by interruption.
+/// The number of images of the index alone and of the whole tree at one moment, by interruption.
 constexpr std::array<std::size_t, kDepths> kOfIndex = {24, 8, 6};
 constexpr std::array<std::size_t, kDepths> kOfTree = {2, 1, 1};
-/// One whole image of so many is put on a disk, and the library is asked.
+/// One whole image of this number is written to a real folder, and the library reads it.
 constexpr std::uint64_t kAsked = 12;
 
-/// What is wrong with the save, for the twin of this suite.
+/// The injected defect of the save.
 enum class Mutation : std::uint8_t {
   kNone,
-  kNoFlush,       ///< a flush does nothing
-  kNoFirstFlush,  ///< of a save, the first flush of several does nothing
+  kNoFlush,       ///< flushes do nothing
+  kNoFirstFlush,  ///< the first flush of a save does nothing
   kFrontFirst,    ///< the text is overwritten before its copy is written
   kCutFirst,
 };
 
-/// One save of an index: the changes from its first one to the close.
+/// One save of an index: from its first change to the close.
 struct Span {
   std::size_t begin;
   std::size_t end;
@@ -69,7 +69,7 @@ std::vector<Span> saves_in(const Changes& changes, const std::string& index) {
   return saves;
 }
 
-/// The changes as a faulty save would make them.
+/// The changes of a faulty save.
 Changes mutated(Changes changes, const std::string& index, Mutation mutation) {
   if (mutation == Mutation::kNone || mutation == Mutation::kNoFlush) return changes;
   for (const Span& save : saves_in(changes, index)) {
@@ -92,7 +92,7 @@ Changes mutated(Changes changes, const std::string& index, Mutation mutation) {
   return changes;
 }
 
-/// Operations that were recorded, and what the disk held before them.
+/// Recorded operations, and the disk before them.
 struct History {
   Tree before;
   Changes changes;
@@ -106,7 +106,7 @@ struct Found {
   std::array<std::uint64_t, kDepths> saving{};  ///< images within a save, by interruption
   std::uint64_t quiet = 0;
   std::uint64_t asked = 0;
-  std::uint64_t large = 0;  ///< images of an index of some megabytes
+  std::uint64_t large = 0;  ///< images of an index of 10 MB
   std::map<std::string, std::uint64_t> harm;
   std::map<std::string, std::string> examples;
 
@@ -131,7 +131,7 @@ class PowerLoss {
   }
 
  private:
-  /// Fills a folder, and carries some operations out in it.
+  /// Fills a folder and runs some operations on it.
   History record(const std::string& root, const PowerScenario& scenario) {
     std::filesystem::remove_all(native(root));
     PowerWork work(root, scenario, m_run.random());
@@ -144,7 +144,7 @@ class PowerLoss {
     History history;
     history.before = tree_of(root);
     history.known = work.known();
-    // A faulty flush says that it is done, and does nothing.
+    // A faulty flush does nothing and reports success.
     constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
     const auto lazy = os::faults::fail(os::faults::Call::flush, os::Status(),
                                        m_mutation == Mutation::kNoFlush ? 1 : kNever,
@@ -158,8 +158,8 @@ class PowerLoss {
     return history;
   }
 
-  /// The texts that the index has between its saves, with the number of the change that completes
-  /// each.
+  /// The texts of the index before and after each save, with the number of the change that
+  /// completes each.
   static std::vector<std::pair<std::size_t, IndexText>> checkpoints(const History& history,
                                                                     const std::string& index) {
     std::vector<std::pair<std::size_t, IndexText>> all;
@@ -183,14 +183,14 @@ class PowerLoss {
     return all;
   }
 
-  /// Every moment, and some images of each.
+  /// Builds some images for every moment.
   void examine(const History& history, const PowerScenario& scenario, std::size_t depth) {
     const std::string index = scenario.index();
     const auto texts = checkpoints(history, index);
     DiskModel disk(history.before);
-    std::size_t text = 0;      // the last one that is complete
-    bool is_begun = false;     // the save of the next one
-    std::size_t returned = 0;  // steps
+    std::size_t text = 0;      // the last complete text
+    bool is_begun = false;     // whether the save of the next text has begun
+    std::size_t returned = 0;  // number of returned steps
     Promise promise(history.known);
     if (!history.steps.empty()) promise.begin(history.steps[0]);
     for (std::size_t i = 0; i < history.changes.size() && m_run.goes_on(); ++i) {
@@ -254,8 +254,8 @@ class PowerLoss {
                        " after interruption " + std::to_string(moment.depth + 1));
   }
 
-  /// The image becomes a disk: the library has to find what is there, and an operation after that
-  /// is interrupted in its turn.
+  /// Writes the image to a real folder. The library must find its content. Then the next operation
+  /// is interrupted too.
   void go_on_from(const Tree& image, const PowerScenario& scenario, const Moment& moment) {
     const std::size_t depth = moment.depth + 1;
     const std::string root = m_root[depth].path("root");
@@ -286,11 +286,11 @@ void power_loss(Run& run) {
   for (const std::uint64_t each : found.saving) saving += each;
   run.figure("histories", found.histories);
   run.figure("images within a save of the index", saving);
-  run.figure("of those, within the save after a first interruption", found.saving[1]);
-  run.figure("of those, within the save after a second one", found.saving[2]);
+  run.figure("of these, within the save after a first interruption", found.saving[1]);
+  run.figure("of these, within the save after a second one", found.saving[2]);
   run.figure("images at other moments", found.quiet);
   run.figure("images of an index of 10 MB", found.large);
-  run.figure("images put on a disk, where the library was asked", found.asked);
+  run.figure("images written to a folder and read by the library", found.asked);
   for (const char* kind : {"lost", "invented", "redirected", "between"}) {
     run.figure(kind, found.of(kind));
   }
@@ -298,27 +298,27 @@ void power_loss(Run& run) {
     run.fail(std::to_string(found.of(kind)) + " images: " + kind + ", first: " + example);
   }
 }
-REGISTER_SUITE(power_loss, "power-loss", "what the disk may hold after the power went off",
-               "images", 1'000'000, Scratch::kMemory)
+REGISTER_SUITE(power_loss, "power-loss", "the disks that a power failure could leave", "images",
+               1'000'000, Scratch::kMemory)
 
 void power_loss_noticed(Run& run) {
   const std::pair<Mutation, const char*> mutations[] = {
       {Mutation::kNoFlush, "flushes that do nothing"},
       {Mutation::kNoFirstFlush, "a save without its first flush"},
-      {Mutation::kFrontFirst, "a save that overwrites the text before it has a copy"},
-      {Mutation::kCutFirst, "a save that cuts first"}};
+      {Mutation::kFrontFirst, "a save that overwrites the text before it writes the copy"},
+      {Mutation::kCutFirst, "a save that truncates first"}};
   for (const auto& [mutation, what] : mutations) {
     Run inner(run.seed(), {8'000, std::chrono::seconds(0)});
     const Found found = PowerLoss(inner, mutation).run();
     run.counted(inner.reached());
     std::uint64_t harm = 0;
     for (const auto& [kind, count] : found.harm) harm += count;
-    run.figure(std::string("images harmed by ") + what, harm);
-    if (harm == 0) run.fail(std::string("not found: ") + what);
+    run.figure(std::string("corrupt images by  ") + what, harm);
+    if (harm == 0) run.fail(std::string("not detected: ") + what);
   }
 }
-REGISTER_SUITE(power_loss_noticed, "power-loss-noticed", "saves that must not be so are found",
-               "images", 0, Scratch::kMemory)
+REGISTER_SUITE(power_loss_noticed, "power-loss-noticed",
+               "saves with an injected defect are detected", "images", 0, Scratch::kMemory)
 
 }  // namespace
 }  // namespace reliability

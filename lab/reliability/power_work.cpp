@@ -17,8 +17,8 @@ namespace {
 
 constexpr auto kNone = std::string_view::npos;
 
-/// Whether the text is another one with something behind it that no reader takes for a line.
-bool is_text_and_rubbish(std::string_view text, std::string_view other) {
+/// Whether @p text is @p other and then bytes that no reader takes for an entry.
+bool is_text_and_junk(std::string_view text, std::string_view other) {
   return text.starts_with(other) && (other.empty() || other.back() == '\n') &&
          text.find('/', other.size()) == kNone;
 }
@@ -73,7 +73,7 @@ Harm difference(const LineViews& found, const LineViews& before, const LineViews
 Harm judge_index(std::string_view bytes, const IndexText& before, const IndexText& after) {
   const std::string text = text_of_index(bytes);
   for (const IndexText* each : {&before, &after}) {
-    if (text == *each->text || is_text_and_rubbish(text, *each->text)) return {};
+    if (text == *each->text || is_text_and_junk(text, *each->text)) return {};
   }
   const LineViews lines = views_in(text);
   if (lines == before.lines || lines == after.lines) return {};
@@ -235,7 +235,7 @@ std::string PowerWork::some_text() {
                      m_random() % 4 == 0 ? m_random() % 4000 : m_random() % 150);
 }
 
-/// No two are alike, whoever asks.
+/// Names are unique; no state is needed for that.
 std::string PowerWork::new_name() {
   std::size_t length = m_random() % 40;
   if (m_scenario.kind == IndexKind::kLongLines && m_random() % 2 == 0)
@@ -380,7 +380,7 @@ PowerStep PowerWork::save_keys() {
   return {{{key_for("list.ctg", 0), vu_storage::getStringFromNameValueSeq(lines)}}, {}, 0};
 }
 
-/// All files that no line names, whatever the switch says otherwise.
+/// Adopts all orphans, also with synchronisation off.
 PowerStep PowerWork::adopt() {
   STGIndex::setSynchronizeMode(true);
   STGIndex::updateIndexFile(folder());
@@ -398,7 +398,7 @@ PowerStep PowerWork::clean() {
     if (line == lines.end()) continue;
     set_modify_time(folder() + "\\" + file_of(key, line->second), now - 10 * kOldAge);
   }
-  // What was made old before goes as well.
+  // The clean also removes what was already old.
   for (const auto& [key, text] : m_known) {
     const auto line = lines.find(key);
     if (line == lines.end()) continue;
@@ -421,7 +421,7 @@ PowerStep PowerWork::convert() {
     }
   }
   STGIndex::migrateInboxRead("anna");
-  // The list of read mails is written anew.
+  // The migration writes the read list again.
   const std::string list = key_for("read.txt", 0);
   const Lines lines = all_lines(text_of_index(read_file(folder() + "\\index.dat")));
   if (lines.count(list) != 0) {
@@ -438,8 +438,8 @@ std::string PowerWork::ask_the_library() const {
     const auto [name, stamp] = parts_of_key(it->first);
     std::string physical;
     const bool is_there = STGIndex::exists(folder(), name, stamp, physical);
-    // The file that a rename replaced is found by its very name while its removal is not on the
-    // disk.
+    // If the removal of a replaced file is not on the disk, the library finds that file by its own
+    // name.
     if (is_there && physical == name) continue;
     if (!is_there || (physical != file_of(it->first, it->second) && physical != it->second)) {
       return it->first;

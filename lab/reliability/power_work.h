@@ -15,28 +15,28 @@
 #include "lab/reliability/tree_state.h"
 
 /// @file
-/// Whether what is found after the power went off is what was there before an operation or what is
-/// there after it.
+/// Checks whether a disk after a power failure has the state from before or from after an
+/// operation.
 namespace reliability {
 
-/// A name as it can be told in a line.
+/// A name for messages: short, without control characters.
 std::string shortened(std::string_view name);
 
 /// The text of every entry, by key.
 using Known = std::map<std::string, std::string>;
 
-/// What is wrong: "lost", "invented", "redirected" or "between" of a line, or another word; empty
-/// when nothing is.
+/// A defect. Its kind is "lost", "invented", "redirected" or "between" for an entry, or another
+/// word. Empty if there is none.
 struct Harm {
   std::string kind;
   std::string what;
 };
 
-/// Lines of a text that somebody else keeps: a line that runs on has the rest of the text as its
-/// name.
+/// The entries of a text that the caller keeps. A line without "/" continues, and its name is the
+/// rest of the text.
 using LineViews = std::map<std::string_view, std::string_view>;
 
-/// A text, read once.
+/// An index text with its entries.
 struct IndexText {
   explicit IndexText(std::string whole);
 
@@ -44,35 +44,36 @@ struct IndexText {
   LineViews lines;
 };
 
-/// Judges by all lines, whether their files are there or not: exactly those of one of the texts.
+/// Checks that the text has exactly the entries of @p before or of @p after, valid or not.
 Harm judge_index(std::string_view bytes, const IndexText& before, const IndexText& after);
 /// How @p found differs from both.
 Harm difference(const LineViews& found, const LineViews& before, const LineViews& after);
 LineViews views_of(const Lines& lines);
 
-/// One operation: what it makes of the entries, and where its changes end among all.
+/// One operation: the entries that it changes, and the number of the change that completes it.
 struct PowerStep {
-  /// Bytes that go from one name to another: they are always under one of them. The first one may
-  /// be a file that no line names.
+  /// Bytes that move from one name to another. They are always under one of both. @p from may be an
+  /// orphan.
   struct Move {
     std::string from;
     std::string to;
     std::string text;
   };
 
-  std::map<std::string, std::optional<std::string>> result;  ///< text by key; nothing for what goes
+  std::map<std::string, std::optional<std::string>>
+      result;  ///< text by key; empty for a removed entry
   std::vector<Move> moves;
   std::size_t end = 0;
 };
 
-/// What operations that returned have promised, and what the one under way may change.
+/// What the returned operations guarantee, and what the current one may change.
 class Promise {
  public:
   explicit Promise(Known known) : m_kept(std::move(known)) {}
 
   void begin(const PowerStep& step);
   void end(const PowerStep& step);
-  /// @param folder of the index, with a "/" at its end.
+  /// @param folder the folder of the index, with "/" at its end.
   Harm judge(const Tree& tree, const std::string& folder) const;
 
  private:
@@ -84,47 +85,48 @@ class Promise {
 // ------------------------------------------------------------------------------------------------
 // The folders and operations of power-loss.
 
-/// How an index looks before the operations.
+/// The index before the operations.
 enum class IndexKind : std::uint8_t {
-  kNone,     ///< there is no index.dat
-  kNoBytes,  ///< it was made and not written
-  kBlank,    ///< it has no line
+  kNone,     ///< no index.dat
+  kNoBytes,  ///< created, but not written
+  kBlank,    ///< without an entry
   kOneLine,
-  kLines,        ///< of PowerScenario::size bytes, about
-  kLongLines,    ///< longer than a sector
-  kForeignTail,  ///< the last line has no line feed
-  kJunkTail,     ///< the last line has neither line feed nor "/"
+  kLines,        ///< about PowerScenario::size bytes
+  kLongLines,    ///< with lines longer than a sector
+  kForeignTail,  ///< its last line has no line feed
+  kJunkTail,     ///< its last line has no line feed and no "/"
 };
 
 struct PowerScenario {
-  std::string folder;  ///< below the root, with a "/" at its end
+  std::string folder;  ///< below the root, with "/" at its end
   IndexKind kind = IndexKind::kLines;
   std::size_t size = 0;
-  std::size_t strays = 0;      ///< files that no line names
-  std::size_t operations = 0;  ///< in a row
+  std::size_t strays = 0;      ///< number of orphans
+  std::size_t operations = 0;  ///< how many, one after the other
   bool synchronize = false;
-  bool is_mail = false;  ///< strays are mails with escaped names, and the first operation converts
+  bool is_mail =
+      false;  ///< the orphans are mails with escaped names, and the first operation migrates them
   bool is_large = false;
 
   std::string index() const { return folder + "index.dat"; }
 };
 
-/// The scenarios come in turn.
+/// Returns the scenarios one after the other.
 PowerScenario power_scene(std::uint64_t round, std::mt19937_64& random);
 
-/// A folder on a disk, and operations in it.
+/// A folder on a disk, and operations on it.
 class PowerWork {
  public:
   /// Fills the folder.
   PowerWork(const std::string& root, const PowerScenario& scenario, std::mt19937_64& random);
-  /// Takes it as it is found, which is @p tree.
+  /// Uses the folder as it is; @p tree is its content.
   PowerWork(const std::string& root, const PowerScenario& scenario, std::mt19937_64& random,
             const Tree& tree);
 
   const Known& known() const { return m_known; }
-  /// One operation of the library; its end is left to the caller.
+  /// Runs one operation. The caller sets PowerStep::end.
   PowerStep operate();
-  /// Whether the library finds some of what is there. @return what it does not.
+  /// Whether the library finds some of the entries. @return a key that it does not find, or empty.
   std::string ask_the_library() const;
 
  private:
@@ -148,8 +150,8 @@ class PowerWork {
   const PowerScenario& m_scenario;
   std::mt19937_64& m_random;
   Known m_known;
-  Lines m_lines;                                             ///< when the folder was taken as found
-  std::vector<std::pair<std::string, std::string>> m_mails;  ///< escaped names, and texts
+  Lines m_lines;  ///< the entries, if the constructor did not fill the folder
+  std::vector<std::pair<std::string, std::string>> m_mails;  ///< escaped names and texts
   bool m_is_converted = false;
 };
 

@@ -1,6 +1,6 @@
-// Read-only files and folders, for an ordinary user and for the superuser. A read-only file is one
-// whose owner may not write; the superuser is kept from it as well. A read-only folder keeps an
-// ordinary user from making and removing files; the superuser passes.
+// Read-only files and folders, for an ordinary user and the superuser. A file is read-only if its
+// owner may not write it; that also stops the superuser here. A read-only folder stops an ordinary
+// user from creating and removing files, but not the superuser.
 
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -30,7 +30,7 @@ constexpr ::uid_t kOrdinaryUser = 65534;
 
 enum class Who : std::uint8_t { kUser, kSuperuser };
 
-/// One answer: a folder with two entries, made anew for each.
+/// One test case, on a new folder with two entries.
 class Answer {
  public:
   explicit Answer(Who who) : m_who(who) {
@@ -72,7 +72,7 @@ class Answer {
   std::vector<std::string> m_wrong;
 };
 
-/// "exception" and its text, or what the operation answered.
+/// The result of the operation, or "exception" with its text.
 std::string answer_of(const std::function<std::string()>& operation) {
   try {
     return operation();
@@ -199,7 +199,7 @@ std::vector<Question> about_folders() {
          const std::string answer =
              answer_of([&] { return STGIndex::create(a.folder(), "n.kdb", 0); });
          a.expect(a.failed("STGIndex::newIndex : return 99999999") != a.superuser(), "an error");
-         // The lowest free number for those who can make the counter.
+         // The lowest free number, if the counter can be created.
          a.expect(answer == (a.superuser() ? "00000003.kdb" : "exception throw exception on open"),
                   "the answer is " + answer);
        }},
@@ -245,12 +245,12 @@ std::vector<Question> about_folders() {
          std::string name;
          const bool found = STGIndex::exists(a.folder(), "a.kdb", 0, name);
          a.expect(!found, "nothing is found");
-         a.expect(file_exists(a.file("index.dat")) == a.superuser(), "an index");
+         a.expect(file_exists(a.file("index.dat")) == a.superuser(), "an index is created");
        }},
   };
 }
 
-/// Asks everything; in a helper that has become an ordinary user where it is to be one.
+/// Runs all test cases. A helper first becomes an ordinary user if needed.
 std::vector<std::string> ask_all(Who who, std::uint64_t& asked) {
   std::vector<std::string> wrong;
   for (const auto& questions : {about_files(), about_folders()}) {
@@ -287,27 +287,27 @@ void ask(Run& run, const std::string& who) {
   while (const auto line = asker.next_line()) {
     if (line->rfind("asked ", 0) == 0) {
       run.counted(std::stoull(line->substr(6)));
-      run.figure("answers to " + who, line->substr(6));
+      run.figure("cases as  " + who, line->substr(6));
       return;
     }
     run.fail(*line);
   }
-  run.fail("the helper for the " + who + " broke off");
+  run.fail("the helper for the " + who + " ended without a result");
 }
 
 void read_only(Run& run) {
   const scratch_folder scratch;
-  // The ordinary user has to work in it.
+  // The ordinary user must be able to write in it.
   const std::string place = native(scratch.path()).string();
   if (machine::is_superuser() && ::chown(place.c_str(), kOrdinaryUser, kOrdinaryUser) != 0) {
-    return run.not_run("a folder cannot be given to an ordinary user");
+    return run.not_run("cannot change the owner of a folder");
   }
   machine::set_variable("VU_TEST_TMP", place);
   ask(run, "user");
   if (machine::is_superuser()) {
     ask(run, "superuser");
   } else {
-    run.figure("answers to superuser", "not asked: this is an ordinary user");
+    run.figure("cases as superuser", "not run: this is an ordinary user");
   }
 }
 REGISTER_SUITE(read_only, "read-only", "read-only files and folders, for a user and the superuser",

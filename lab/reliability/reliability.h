@@ -10,32 +10,31 @@
 #include <vector>
 
 /// @file
-/// Long runs that look for what a unit test cannot show: what a process leaves that is killed at
-/// any moment, what many processes and threads do to each other, what a full disk does. Each is a
-/// suite with a count (of kills, creates, races ...) that may add up over runs with different
-/// seeds.
+/// A suite is a long test of something that unit tests cannot show. Examples: kills at any moment,
+/// many processes at once, a full disk. Each suite counts its runs (kills, creates, races ...). The
+/// counts of runs with different seeds add up.
 ///
 ///     void crowd(reliability::Run& run) { ...; run.counted(1); run.figure("creates", 20000); }
-///     REGISTER_SUITE(crowd, "crowd", "many processes create at once", 20000, Scratch::kMemory)
+///     REGISTER_SUITE(crowd, "crowd", "many processes create", "creates", 20000, Scratch::kMemory)
 namespace reliability {
 
 using Random = std::mt19937_64;
 using Clock = std::chrono::steady_clock;
 
-/// Where a suite's files lie unless the command line names a folder.
+/// Where a suite creates its files, unless the command line names a folder.
 enum class Scratch : std::uint8_t {
-  kDisk,    ///< below the current folder
-  kMemory,  ///< a file system in memory, where there is one
+  kDisk,    ///< in the current folder
+  kMemory,  ///< in a file system in memory, if there is one
 };
 
 struct Limits {
-  std::uint64_t count = 0;         ///< how far to go; 0 for suites with an end of their own
-  std::chrono::seconds budget{0};  ///< when to stop before that; zero for never
-  std::string only = {};           ///< what of it to do, for suites that know parts by name
-  std::string replayed = {};       ///< the one case to do, as the suite itself has told it
+  std::uint64_t count = 0;         ///< the suite stops at this count; 0: it runs to its end
+  std::chrono::seconds budget{0};  ///< the suite stops after this time; zero: no limit
+  std::string only = {};           ///< the suite runs only its parts with this text in their name
+  std::string replayed = {};  ///< the suite runs only this case, in the notation that it prints
 };
 
-/// One run of a suite: its limits, its random numbers, and what it found. Any thread may report.
+/// One run of a suite: its limits, random numbers and results. Any thread may call fail().
 class Run {
  public:
   Run(std::uint64_t seed, const Limits& limits)
@@ -43,35 +42,33 @@ class Run {
 
   std::uint64_t seed() const { return m_seed; }
   Random& random() { return m_random; }
-  /// A number below @p end.
+  /// A random number less than @p end.
   std::uint64_t below(std::uint64_t end) { return m_random() % end; }
 
-  /// How far the suite is to go.
+  /// The limits, see Limits.
   std::uint64_t wanted() const { return m_limits.count; }
-  /// When it is to stop before that; zero for never.
   std::chrono::seconds budget() const { return m_limits.budget; }
-  /// A part of the suite, or one case of it, instead of the whole; empty for that.
   const std::string& only() const { return m_limits.only; }
   const std::string& replayed() const { return m_limits.replayed; }
-  /// How far it has come.
+  /// The count so far.
   std::uint64_t reached() const { return m_reached; }
   void counted(std::uint64_t more) { m_reached += more; }
   double seconds() const { return std::chrono::duration<double>(Clock::now() - m_begin).count(); }
   bool time_is_over() const {
     return m_limits.budget.count() != 0 && Clock::now() - m_begin >= m_limits.budget;
   }
-  /// Whether the suite goes on: neither the count is reached nor the time over, nor too much wrong.
+  /// False as soon as the count or the time limit is reached, or after kEnough failures.
   bool goes_on() const {
     return (wanted() == 0 || m_reached < wanted()) && !time_is_over() && failures() < kEnough;
   }
 
-  /// A line of the report.
+  /// Adds a line to the report.
   void figure(const std::string& name, const std::string& value);
   void figure(const std::string& name, std::uint64_t value) { figure(name, std::to_string(value)); }
-  /// Something that must not be.
+  /// Reports a defect.
   void fail(const std::string& what);
   std::size_t failures() const;
-  /// The suite cannot be run here, for this reason. That is neither passed nor failed.
+  /// The suite cannot run here. It then has neither passed nor failed.
   void not_run(const std::string& reason) { m_not_run = reason; }
 
   const std::string& reason_not_run() const { return m_not_run; }
@@ -98,8 +95,8 @@ using SuiteFunction = void (*)(Run& run);
 struct Suite {
   std::string name;
   std::string what;
-  std::string unit;     ///< what is counted
-  std::uint64_t count;  ///< without one on the command line; 0: as much as there is
+  std::string unit;     ///< what the count counts
+  std::uint64_t count;  ///< if the command line has none; 0: the suite runs to its end
   Scratch scratch;
   SuiteFunction function;
 };

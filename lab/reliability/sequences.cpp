@@ -1,5 +1,5 @@
-// Random sequences of operations against the model: after each step the result and the errors that
-// were traced, at the end the whole tree.
+// The differential test. After each step it compares the results and the traced errors, at the end
+// the whole tree.
 
 #include "lab/reliability/sequences.h"
 
@@ -29,8 +29,8 @@ bool begins_with(const std::string& text, const std::string& head) {
   return text.substr(0, head.size()) == head;
 }
 
-/// The errors that count, in one spelling. What the system says is its own; how a counter that
-/// cannot be opened fails to be written is not stated.
+/// The errors that are compared. Left out are the texts of the system, and a failed write of a
+/// counter, which no document states.
 std::vector<std::string> counted(const std::vector<std::string>& errors) {
   std::vector<std::string> result;
   for (std::string each : errors) {
@@ -55,7 +55,7 @@ bool agree(const std::vector<std::string>& expected, const std::vector<std::stri
   return true;
 }
 
-/// The texts of the UTF-8 handle name it; otherwise they are those of the other.
+/// The traces of the UTF-8 handle contain its name. Otherwise they are those of vu_file.
 std::string in_one_spelling(std::string text) {
   for (std::size_t at = text.find("vu_fileutf8"); at != std::string::npos;
        at = text.find("vu_fileutf8"))
@@ -63,7 +63,7 @@ std::string in_one_spelling(std::string text) {
   return text;
 }
 
-/// The files that a step wrote get the step's time, on both sides.
+/// Gives the files that a step wrote the time of the step, on both sides.
 void set_times(model::Node& node, const std::string& path, std::int64_t time) {
   for (auto& [name, child] : node.names) {
     const std::string inner = path + "\\" + name;
@@ -71,14 +71,14 @@ void set_times(model::Node& node, const std::string& path, std::int64_t time) {
     if (!child.is_fresh) continue;
     child.is_fresh = false;
     child.time = time;
-    // A file that is missing is told by the comparison.
+    // If the file is missing, the comparison reports that.
     if (file_exists(inner)) ground::set_time(inner, time);
   }
 }
 
 enum class Check : std::uint8_t { kTreeAtEnd, kTreeEachTime };
 
-/// Runs sequences in a folder of its own, each in an empty one.
+/// Runs sequences, each in an empty folder.
 class SequenceRunner {
  public:
   explicit SequenceRunner(model::Mutation mutation = model::Mutation::kNone)
@@ -98,7 +98,7 @@ class SequenceRunner {
   SequenceRunner(const SequenceRunner&) = delete;
   SequenceRunner& operator=(const SequenceRunner&) = delete;
 
-  /// What differed, or nothing.
+  /// @return the first difference, or empty.
   std::string play(const Steps& steps, Check check) {
     model::World world(m_places.root, m_mutation);
     world.server_folder = m_places.server;
@@ -141,7 +141,7 @@ class SequenceRunner {
     BothSides sides{m_places, m_places.of(step, world), time + 3};
     world.errors.clear();
     m_sink.errors.clear();
-    // The model first: it may ask for the order in which the folder is listed before the step.
+    // The model comes first: it needs the order of the listing before the step.
     const std::string expected = run_on_model(step, world, sides);
     const std::string found = in_one_spelling(run_on_library(step, sides));
     set_times(world.tree.root(), m_places.root, time);
@@ -163,7 +163,7 @@ class SequenceRunner {
   fake_temporary_files m_temporary;
 };
 
-/// The same difference with as few steps as can be left.
+/// Removes steps as long as the difference stays.
 Steps shrunk(SequenceRunner& runner, Steps steps) {
   for (bool again = true; again;) {
     again = false;
@@ -203,7 +203,7 @@ Steps steps_of(std::uint64_t seed) {
   return steps;
 }
 
-/// Sequences with the seeds from the run's own on; so a seed that is told stands for its sequence.
+/// The seeds are consecutive, from the seed of the run on. So a printed seed repeats its sequence.
 void sequences(Run& run) {
   SequenceRunner runner;
   std::map<Kind, std::uint64_t> kinds;
@@ -221,7 +221,7 @@ void sequences(Run& run) {
   run.figure("kinds of steps", kinds.size());
 }
 
-/// The rules of the model changed in one place, each in turn: the comparison must notice.
+/// Changes one rule of the model at a time. The comparison must detect each change.
 void sequences_noticed(Run& run) {
   const auto rules = static_cast<std::uint64_t>(model::Mutation::kCount) - 1;
   for (std::uint64_t i = 1; i <= rules && !run.time_is_over(); ++i) {
@@ -230,19 +230,18 @@ void sequences_noticed(Run& run) {
     for (std::uint64_t seed = 0; seed < run.wanted() && !is_noticed; ++seed) {
       is_noticed = !runner.play(steps_of(run.seed() + seed), Check::kTreeAtEnd).empty();
       if (is_noticed)
-        run.figure("changed rule " + std::to_string(i) + ", sequences until it is noticed",
+        run.figure("changed rule " + std::to_string(i) + ", sequences until it is detected",
                    seed + 1);
     }
-    if (!is_noticed) run.fail("changed rule " + std::to_string(i) + " is not noticed");
+    if (!is_noticed) run.fail("changed rule " + std::to_string(i) + " was not detected");
     run.counted(1);
   }
 }
 
-REGISTER_SUITE(sequences, "sequences", "random operations, compared with the rules written twice",
+REGISTER_SUITE(sequences, "sequences", "random operations, compared with the reference model",
                "sequences", 100000, Scratch::kMemory)
-REGISTER_SUITE(sequences_noticed, "sequences-noticed",
-               "each changed rule is noticed within so many sequences", "sequences for a rule",
-               20000, Scratch::kMemory)
+REGISTER_SUITE(sequences_noticed, "sequences-noticed", "each changed rule of the model is detected",
+               "sequences for each rule", 20000, Scratch::kMemory)
 
 }  // namespace
 }  // namespace reliability::sequences

@@ -11,8 +11,8 @@
 #include "vu_host.h"
 
 /// @file
-/// Random sequences of operations, on the library and on the model (lab/model), and the
-/// comparison.
+/// The differential test: random sequences of operations on the library and on the reference model
+/// (lab/model).
 namespace reliability::sequences {
 
 enum class Kind : std::uint8_t {
@@ -72,12 +72,12 @@ enum class Kind : std::uint8_t {
   kCount
 };
 
-/// One step: what is done, and the texts and numbers that it is done with.
+/// One step: an operation, and its arguments.
 struct SequenceStep {
   Kind kind = Kind::kStore;
-  int place = 0;  ///< which folder, for what works on folders
+  int place = 0;  ///< which folder, for operations on folders
   int type = 0;
-  int way = 0;  ///< which of several forms of an operation
+  int way = 0;  ///< which form of the operation
   bool flag = false;
   bool second_flag = false;
   std::int32_t stamp = 0;
@@ -92,7 +92,7 @@ struct SequenceStep {
 
 using Steps = std::vector<SequenceStep>;
 
-/// Times of files that steps write lie this far behind each other, from here on.
+/// Files that step number n writes get the time kFirstTime + kTimeOfStep * (n + 1).
 constexpr std::int64_t kFirstTime = 2000000000;
 constexpr std::int64_t kTimeOfStep = 10;
 
@@ -102,17 +102,17 @@ enum class Alphabet : std::uint8_t { kPortable, kAny };
 Steps random_steps(Random& random, Alphabet alphabet);
 std::string described(const SequenceStep& step);
 
-/// What the steps work in: the library's folders, one of its own, one with source files.
+/// The folders of a sequence.
 struct Places {
   explicit Places(std::string folder);
-  std::string root;  ///< everything is below
+  std::string root;  ///< contains all others
   std::string work, source, index, binary, server;
 
-  /// The folder of a step, found by what the model knows of the process.
+  /// The folder of a step.
   std::string of(const SequenceStep& step, const model::World& world) const;
 };
 
-/// Takes the errors that the library traces, and wants nothing else.
+/// Records the traced errors, and nothing else.
 class ErrorSink final : public vu_host::trace_sink {
  public:
   std::vector<std::string> errors;
@@ -133,31 +133,32 @@ class ErrorSink final : public vu_host::trace_sink {
   }
 };
 
-/// What both sides of a step share.
+/// What the model and the library share in a step.
 struct BothSides {
   const Places& places;
-  std::string folder;         ///< of the step
+  std::string folder;         ///< the folder of the step
   std::int64_t now = 0;       ///< for ages
-  bool ages_unknown = false;  ///< set by the model when the machine's clock made one of them
-  bool skip_rest = false;     ///< set by the model where a folder's own size would be asked for
+  bool ages_unknown = false;  ///< the model sets it if an age depends on the machine's clock
+  bool skip_rest =
+      false;  ///< the model sets it if the rest of the step would ask for the size of a folder
 };
 
-/// Whether a step asks for what nobody has stated: the size of a folder, or an order of removals.
+/// Whether no document states the result of a step: the size of a folder, or the order of removals.
 bool is_senseless(const SequenceStep& step);
 
-/// What both sides make of a step's numbers.
+/// Arguments that both sides derive from a step.
 std::string part_of(const SequenceStep& step);
 int count_of(const SequenceStep& step);
 std::uint32_t limit_of(const SequenceStep& step);
 bool by_access(const SequenceStep& step);
 
-/// Results as texts.
+/// Results as text.
 std::string text_of(bool value);
 std::string text_of(const model::Pairs& pairs);
 std::string text_of(const std::vector<std::string>& texts);
 
-/// The result of a step as a text, from the model and from the library. The steps of others are
-/// done by the first and are nothing for the second.
+/// The result of a step as text. run_on_model() also makes the changes of others, in memory and in
+/// the real folder; run_on_library() does nothing for these.
 std::string run_on_model(const SequenceStep& step, model::World& world, BothSides& sides);
 std::string run_on_library(const SequenceStep& step, const BothSides& sides);
 

@@ -1,4 +1,4 @@
-// The steps, done by the library.
+// Runs the steps on the library.
 
 #include <algorithm>
 
@@ -21,7 +21,8 @@ STG::RepositoryType type_of(const SequenceStep& step) {
   return static_cast<STG::RepositoryType>(step.type);
 }
 
-/// Where `long` is wider than a timestamp, the largest is also asked for by what lies beyond it.
+/// If `long` is wider than a timestamp, the largest timestamp is sometimes passed as a larger
+/// number.
 long wide(std::int32_t stamp, const SequenceStep& step) {
   if (sizeof(long) > 4 && stamp == 2147483647 && step.way == 3) return static_cast<long>(1LL << 40);
   return stamp;
@@ -164,7 +165,7 @@ std::string store(const SequenceStep& step) {
   vu_file file;
   bool result = true;
   const long stamp = wide(step.stamp, step);
-  // The form without a result, and that with names in UTF-8, are the odd ways.
+  // Odd ways use the form without a result, and the form with UTF-8 names.
   if (step.way % 2 == 0) {
     result = storage.OpenWrite2(file, step.owner, step.name, type_of(step), step.flag, stamp);
   } else if (step.way % 4 == 1) {

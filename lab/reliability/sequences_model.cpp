@@ -1,4 +1,4 @@
-// The steps, done by the model.
+// Runs the steps on the model.
 
 #include <algorithm>
 
@@ -58,7 +58,7 @@ Pairs pairs_of(const model::Map& map) { return {map.begin(), map.end()}; }
 
 Pairs pairs_of(const SequenceStep& step) { return model::key_pairs(step.bytes, false); }
 
-/// Opens, does a little of everything, and closes.
+/// Opens a file, uses all of its operations, and closes it.
 std::string handle(const SequenceStep& step, World& world, BothSides& sides) {
   static const Mode modes[] = {Mode::kRead, Mode::kWrite, Mode::kAppend, Mode::kTruncate};
   std::string said;
@@ -74,7 +74,7 @@ std::string handle(const SequenceStep& step, World& world, BothSides& sides) {
     file.open(modes[static_cast<std::size_t>(step.type & 3)]);
     return std::string();
   });
-  // Behind a separator the two handles see different things.
+  // After a separator the two handles see different things.
   sides.skip_rest = !file.is_open() && (step.name.empty() || world.tree.is_folder(file.path()));
   if (sides.skip_rest) return said;
   if (step.flag) attempt([&] { return std::to_string(file.write(step.bytes)); });
@@ -148,7 +148,7 @@ std::string clean(const SequenceStep& step, World& world, BothSides& sides) {
 // ---- what others do, in memory and on the ground
 // -------------------------------------------------
 
-/// Makes a folder and those above it that are missing.
+/// Creates a folder and the missing folders above it.
 void ensure(World& world, const std::string& path) {
   if (world.tree.at(path) != nullptr || path.size() <= world.tree.root_path().size()) return;
   ensure(world, path.substr(0, path.rfind('\\')));
@@ -163,7 +163,7 @@ void write_file(World& world, const std::string& path, const std::string& bytes)
   ground::write(path, bytes);
 }
 
-/// The files of an index's lines, where those are plain names.
+/// Creates the files of an index's entries, if their names are plain.
 void write_files_of(const SequenceStep& step, World& world, const BothSides& sides) {
   for (const auto& [key, stored] : model::index_pairs(step.bytes)) {
     if (key.size() < 11 || stored.empty()) continue;

@@ -1,4 +1,4 @@
-// Random steps: few names, few owners, few versions, so that they meet.
+// Random steps with few names, owners and versions, so that they concern the same documents.
 
 #include <algorithm>
 #include <cstdio>
@@ -29,7 +29,7 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-/// Draws what a step needs.
+/// Draws the arguments of a step.
 class Dice {
  public:
   Dice(Random& random, Alphabet alphabet) : m_random(random), m_any(alphabet == Alphabet::kAny) {}
@@ -117,7 +117,7 @@ class Dice {
     for (std::uint64_t i = 1 + below(4); i > 0; --i) {
       const std::string line = index_line();
       text += line + "\n";
-      // The same key once more, with another file.
+      // The same key again, with another file.
       if (one_in(6))
         text += line.substr(0, line.find('/')) + "/0000000" + (one_in(2) ? "4" : "5") + "\n";
     }
@@ -141,7 +141,7 @@ class Dice {
   const bool m_any;
 };
 
-/// How often each kind is drawn.
+/// The relative frequency of each kind.
 constexpr std::array<int, static_cast<std::size_t>(Kind::kCount)> kWeights = {
     8, 6, 3, 3, 2, 4, 2, 2, 3,  // documents
     3, 3, 2, 2,                 // key files
@@ -170,7 +170,7 @@ SequenceStep random_step(Dice& dice, Alphabet alphabet) {
   static const Texts selectors = {"html@p1", "pdf@x", "xls", "html@p1", "a@b"};
   SequenceStep step;
   step.kind = random_kind(dice);
-  // Only Linux has a mark that holds for everybody.
+  // Only on Linux the read-only mark applies to every user.
   while (alphabet == Alphabet::kPortable && step.kind == Kind::kReadOnly)
     step.kind = random_kind(dice);
   step.place = static_cast<int>(dice.below(8));
@@ -275,7 +275,7 @@ Steps random_steps(Random& random, Alphabet alphabet) {
   Steps steps;
   for (std::uint64_t i = 3 + dice.below(8); i > 0; --i)
     steps.push_back(random_step(dice, alphabet));
-  // Half of those that write a key file read it as well, and what was stored is asked for at once.
+  // Often adds a step that reads what an earlier step wrote.
   if (dice.one_in(2)) {
     SequenceStep again = steps[dice.below(steps.size())];
     if (again.kind == Kind::kWriteKeys) again.kind = Kind::kReadKeys;
@@ -287,14 +287,14 @@ Steps random_steps(Random& random, Alphabet alphabet) {
     again.stamp = dice.stamp();
     steps.push_back(again);
   }
-  // Most sequences stay in one or two folders.
+  // Most sequences use one or two folders.
   if (!dice.one_in(4)) {
     for (SequenceStep& step : steps) {
       if (!dice.one_in(5)) {
         step.place = steps.front().place;
         step.type = steps.front().type;
         step.owner = steps.front().owner;
-        // One document, and what is done to it.
+        // Steps on one document.
         if (dice.one_in(2) && step.kind < Kind::kHandle) step.name = steps.front().name;
       }
     }

@@ -1,5 +1,5 @@
-// What operations cost on a shared file system beside the local disk, in time and in round trips,
-// and what the attribute caches of a mount save and hide.
+// The cost of operations on a shared file system and on the local disk: times and round trips. Also
+// what the attribute caches of a mount save, and how long they hide changes.
 
 #include <chrono>
 #include <cstdio>
@@ -27,7 +27,7 @@ std::string number(double value) {
   return text;
 }
 
-/// The round trips since the last question, of each kind.
+/// The round trips since the last call, by kind.
 std::map<std::string, double> round_trips() {
   std::map<std::string, double> found;
   std::istringstream lines(control("round-trips"));
@@ -43,7 +43,7 @@ struct Cost {
   std::string which;
 };
 
-/// @param act what is timed; given the number of its turn.
+/// @param act the measured operation; its argument is the number of the turn.
 Cost measure(std::size_t times, bool counts, const std::function<void(std::size_t)>& act) {
   if (counts) round_trips();
   const auto begin = Clock::now();
@@ -64,8 +64,8 @@ Cost measure(std::size_t times, bool counts, const std::function<void(std::size_
 
 std::string entry_name(std::size_t i) { return "document " + std::to_string(i) + ".kdb"; }
 
-/// A folder of so many entries, written as the library lays it out (docs/formats.md): one by one
-/// they would take minutes on a mount.
+/// Creates a folder with entries directly, in the format of the library (docs/formats.md). Creating
+/// them one by one would take minutes on a mount.
 void fill(const std::string& folder, std::size_t entries) {
   make_folder(folder);
   Lines lines;
@@ -83,7 +83,7 @@ void fill(const std::string& folder, std::size_t entries) {
 void replace_document(const std::string& folder, const std::string& logical) {
   std::string physical;
   if (!STGIndex::exists(folder, logical, kStamp, physical))
-    throw std::runtime_error(logical + " is no entry");
+    throw std::runtime_error(logical + " is not an entry");
   vu_file file(folder, physical);
   file.open(vu_file::o_truncate);
   file.write(content_of(logical));
@@ -107,7 +107,7 @@ const std::vector<Operation>& operations() {
        [](const std::string& folder, std::size_t turn) {
          std::string physical;
          if (STGIndex::exists(folder, "none " + std::to_string(turn), kStamp, physical))
-           throw std::runtime_error("an entry that nobody made");
+           throw std::runtime_error("an entry that was never created");
        }},
       {"read",
        [](const std::string& folder, std::size_t turn) {
@@ -135,8 +135,8 @@ void measure_operations(Run& run, std::size_t entries, const std::string& local,
     const Cost here = measure(kTimes * 10, false, [&](std::size_t turn) { each.act(local, turn); });
     const Cost there = measure(kTimes, true, [&](std::size_t turn) { each.act(shared, turn); });
     run.figure(std::to_string(entries) + " entries, " + each.name,
-               "local disk " + number(here.per_second) + " a second; mount " +
-                   number(there.per_second) + " a second, " + number(there.round_trips) +
+               "local disk " + number(here.per_second) + " per second; mount " +
+                   number(there.per_second) + " per second, " + number(there.round_trips) +
                    " round trips:" + there.which);
     run.counted(kTimes);
   }
@@ -161,7 +161,7 @@ void measure_judgement(Run& run, std::size_t names, const std::string& local,
   };
   const os::Listing known = list(local);
   if (known.size() != names || list(shared).size() != names)
-    run.fail("a listing shows another number of names than were made");
+    run.fail("a listing has another number of names than were created");
   const auto ask = [&](const std::string& folder) {
     for (const os::Entry each : known) {
       const std::string path = folder + "\\" + std::string(each.name);
@@ -177,8 +177,8 @@ void measure_judgement(Run& run, std::size_t names, const std::string& local,
     const std::string& folder = is_shared ? shared : local;
     const Cost listed = measure(kTimes, is_shared, [&](std::size_t) { list(folder); });
     const Cost asked = measure(kTimes, is_shared, [&](std::size_t) { ask(folder); });
-    run.figure(std::to_string(names) + " lines judged, " + (is_shared ? "mount" : "local disk"),
-               "one listing " + as_text(listed, is_shared) + "; a question each " +
+    run.figure(std::to_string(names) + " entries checked, " + (is_shared ? "mount" : "local disk"),
+               "one listing " + as_text(listed, is_shared) + "; a look-up each " +
                    as_text(asked, is_shared));
   }
   run.counted(kTimes);
@@ -186,7 +186,7 @@ void measure_judgement(Run& run, std::size_t names, const std::string& local,
 
 // ---- caches -------------------------------------------------------------------------------------
 
-/// How long an old answer goes on after the other host's change has ended.
+/// How long the old state stays visible after the change by the other host.
 Clock::duration until(const std::function<bool()>& is_new) {
   const auto begin = Clock::now();
   while (!is_new() && Clock::now() - begin < std::chrono::seconds(20))
@@ -194,7 +194,7 @@ Clock::duration until(const std::function<bool()>& is_new) {
   return Clock::now() - begin;
 }
 
-/// What B is told about files that A changes, for as long as it is wrong.
+/// How long B sees the old state of files that A changed.
 void measure_hidden(Run& run, const std::string& what, const SharedFolder& folder) {
   Clock::duration size{}, gone{}, made{};
   const std::string& a = folder.seen_by(Host::kA);
@@ -202,7 +202,7 @@ void measure_hidden(Run& run, const std::string& what, const SharedFolder& folde
   for (int round = 0; round < 5; ++round) {
     const std::string name = "\\hidden" + std::to_string(round);
     os::FileStat found;
-    // B asks first, so that it has an answer to keep.
+    // B looks first, so that its cache has an answer.
     (void)os::probe_search(b + name + "new");
     write_file(a + name, "1");
     (void)os::stat(b + name, found);
@@ -213,12 +213,12 @@ void measure_hidden(Run& run, const std::string& what, const SharedFolder& folde
     std::filesystem::remove(native(a + name));
     gone = std::max(gone, until([&] { return !os::probe_search(b + name).ok(); }));
   }
-  run.figure(what + ", an old answer goes on at most",
+  run.figure(what + ", longest time with the old state",
              "size " + as_milliseconds(size) + ", a new name missing " + as_milliseconds(made) +
                  ", a removed name there " + as_milliseconds(gone));
 }
 
-/// One mount keeps answers for a second, the other one none.
+/// Measures B with caches that keep answers for a second, and without caches.
 void measure_caches(Run& run) {
   for (const char* const caches : {"kept", "none"}) {
     control("unmount b");
@@ -230,7 +230,7 @@ void measure_caches(Run& run) {
       const Cost cost = measure(40, true, [&](std::size_t turn) {
         each.act(folder.seen_by(Host::kB) + "\\entries", turn);
       });
-      run.figure(what + ", " + each.name, number(cost.per_second) + " a second, " +
+      run.figure(what + ", " + each.name, number(cost.per_second) + " per second, " +
                                               number(cost.round_trips) +
                                               " round trips:" + cost.which);
     }
@@ -256,8 +256,8 @@ void shared_cost(Run& run) {
   measure_caches(run);
 }
 REGISTER_SUITE(shared_cost, "shared-cost",
-               "operations a second and round trips on a mount beside the local disk", "operations",
-               0, Scratch::kDisk)
+               "operations per second and round trips, on a mount and on the local disk",
+               "operations", 0, Scratch::kDisk)
 
 }  // namespace
 }  // namespace reliability

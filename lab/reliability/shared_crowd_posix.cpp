@@ -1,5 +1,4 @@
-// Many processes on two mounts of one file system, and a writer that is killed while it holds a
-// lock.
+// Many processes on two mounts of one file system, and a writer that is killed while it has a lock.
 
 #include <algorithm>
 #include <chrono>
@@ -39,7 +38,7 @@ void run_crowd(Run& run, const Shape& shape) {
   run.figure(what + ", longest removal", as_milliseconds(work.longest().remove));
   const double seconds = std::chrono::duration<double>(end - begin).count();
   run.figure(what + ", took", reliability::as_milliseconds(end - begin));
-  run.figure(what + ", creates a second",
+  run.figure(what + ", creates per second",
              std::to_string(static_cast<double>(work.creates()) / seconds));
 }
 
@@ -60,7 +59,8 @@ void shared_crowd_spread(Run& run) { crowd_in(4, run); }
 REGISTER_SUITE(shared_crowd_spread, "shared-crowd-spread", "the same in 4 folders", "creates",
                4'000, Scratch::kMemory)
 
-/// The same without locks. Passes when damage is noticed, at the latest after the count.
+/// The same without locks. Passes as soon as a corruption is found; fails if the count is reached
+/// before.
 void shared_crowd_noticed(Run& run) {
   if (!two_hosts(run)) return;
   Run inner(run.random()(), {0, std::chrono::seconds(0)});
@@ -69,19 +69,19 @@ void shared_crowd_noticed(Run& run) {
     run.counted(1);
   }
   if (inner.failures() == 0) {
-    run.fail("a crowd without locks was never found to do damage");
+    run.fail("the corruption by a crowd without locks was not detected");
   } else {
     run.figure("found after the last crowd", inner.first_failures().front());
   }
 }
 REGISTER_SUITE(shared_crowd_noticed, "shared-crowd-noticed",
-               "a crowd on two mounts whose locks are taken out does damage", "crowds at most", 50,
-               Scratch::kMemory)
+               "the corruption by a crowd on two mounts without locks is detected",
+               "crowds at most", 50, Scratch::kMemory)
 
 // ---- a killed writer ----------------------------------------------------------------------------
 
-/// args: a folder; the name of a file in it; "locked" or "unlocked". Holds the file for writing
-/// until it is killed.
+/// args: a folder; the name of a file in it; "locked" or "unlocked". Keeps the file open for
+/// writing until it is killed.
 int shared_holder(const std::vector<std::string>& args) {
   std::unique_ptr<LocksTakenOut> unlocked;
   if (args.at(2) == "unlocked") unlocked = std::make_unique<LocksTakenOut>();
@@ -93,14 +93,14 @@ int shared_holder(const std::vector<std::string>& args) {
 }
 REGISTER_ROLE(shared_holder, shared_holder)
 
-/// A holder on one mount is killed while somebody on the other one waits for its lock.
-/// @return how long the waiting went on after the kill.
+/// Kills a lock holder on one mount while a process on the other mount waits for its lock. @return
+/// how long the wait continued after the kill.
 Clock::duration kill_a_holder(Run& run, Host holder_on, const std::string& name, Locks locks) {
   const SharedFolder shared;
   const Host other = holder_on == Host::kA ? Host::kB : Host::kA;
   const auto before = Clock::now();
   create_document(shared.seen_by(other), "before.kdb");
-  // So much longer than it takes with nobody in the way has to be waiting.
+  // Far more than an operation without a lock holder takes.
   const Clock::duration patience =
       std::max<Clock::duration>(std::chrono::milliseconds(400), (Clock::now() - before) * 6);
   child_process holder("shared_holder", {shared.seen_by(holder_on), name,
@@ -114,7 +114,7 @@ Clock::duration kill_a_holder(Run& run, Host holder_on, const std::string& name,
     return Clock::now();
   });
   if (waiting.wait_for(patience) == std::future_status::ready) {
-    run.fail("the other mount went on while " + name + " was held");
+    run.fail("the other mount did not wait while  " + name + " was held");
     holder.kill();
     waiting.get();
     return {};
@@ -137,19 +137,19 @@ void shared_killed_writer(Run& run) {
   Clock::duration sum{};
   while (run.goes_on()) {
     const Host host = run.reached() % 2 == 0 ? Host::kA : Host::kB;
-    // The index and the counter are locked exclusively by every create.
+    // Every create locks the index and the counter exclusively.
     const char* const name = run.reached() % 4 < 2 ? "index.dat" : "index";
     const Clock::duration taken = kill_a_holder(run, host, name, Locks::kTaken);
     longest = std::max(longest, taken);
     sum += taken;
     run.counted(1);
   }
-  run.figure("the other mount goes on after a kill, on average",
+  run.figure("the other mount continues after a kill, on average",
              reliability::as_milliseconds(sum / std::max<std::uint64_t>(1, run.reached())));
   run.figure("at most", reliability::as_milliseconds(longest));
 }
 REGISTER_SUITE(shared_killed_writer, "shared-killed-writer",
-               "a writer is killed while it holds a lock; the other mount goes on", "kills", 40,
+               "a writer is killed while it holds a lock; the other mount continues", "kills", 40,
                Scratch::kMemory)
 
 void shared_killed_writer_noticed(Run& run) {
@@ -157,18 +157,17 @@ void shared_killed_writer_noticed(Run& run) {
   Run inner(run.random()(), {0, std::chrono::seconds(0)});
   kill_a_holder(inner, Host::kA, "index.dat", Locks::kTakenOut);
   run.counted(1);
-  if (inner.failures() == 0) run.fail("a holder without a lock was not noticed");
+  if (inner.failures() == 0) run.fail("a holder without a lock was not detected");
 }
 REGISTER_SUITE(shared_killed_writer_noticed, "shared-killed-writer-noticed",
-               "a holder that has no lock is noticed", "holders", 1, Scratch::kMemory)
+               "a holder without a lock is detected", "holders", 1, Scratch::kMemory)
 
 // ------------------------------------------------------------------------------------------------
-// A part of the file system below two mounts ends while they work: one of its bricks, a mount
-// itself, its network or its server.
+// A part of the file system stops during the work: a brick, a mount, the network or the server.
 
 constexpr std::size_t kProcesses = 2;  ///< of each mount
 
-/// Lets the workers do so many more rounds.
+/// Waits until the workers have done this number of further rounds.
 void let_them_work(const SharedWork& work, std::size_t rounds) {
   const std::size_t goal = work.rounds_so_far() + rounds;
   const auto end = Clock::now() + std::chrono::minutes(5);
@@ -178,7 +177,7 @@ void let_them_work(const SharedWork& work, std::size_t rounds) {
 
 // ---- a brick ------------------------------------------------------------------------------------
 
-/// One brick ends in the middle, and is started again in the middle. @return the longest operation.
+/// Stops one brick during the work, and starts it again. @return the longest operations.
 Longest lose_a_brick(Run& run, const std::string& brick, std::size_t rounds) {
   SharedWork work(run, {kProcesses, rounds, 4, Locks::kTaken, Look::kFromTheOther});
   work.start();
@@ -187,8 +186,8 @@ Longest lose_a_brick(Run& run, const std::string& brick, std::size_t rounds) {
   control("kill-brick " + brick);
   const std::size_t before = work.rounds_so_far();
   let_them_work(work, part);
-  // What is compared at the end must be able to differ.
-  if (control_succeeds("compare-bricks")) run.fail("a brick that missed changes was not noticed");
+  // Without this the comparison at the end would prove nothing.
+  if (control_succeeds("compare-bricks")) run.fail("a brick with missing changes was not detected");
   const std::size_t without = work.rounds_so_far() - before;
   if (without == 0) run.fail("nothing was done while a brick was missing");
   control("start-bricks");
@@ -218,38 +217,37 @@ void shared_brick(Run& run) {
   }
 }
 REGISTER_SUITE(shared_brick, "shared-brick",
-               "each brick of the volume in turn ends in the middle of the work, and comes back",
-               "creates", 600, Scratch::kMemory)
+               "each brick of the volume in turn stops during the work and starts again", "creates",
+               600, Scratch::kMemory)
 
 // ---- a mount ------------------------------------------------------------------------------------
 
-/// Whether these are the texts of failures that the handle states, or of an entry that is not
-/// found.
-bool is_stated(const std::string& text) { return text.rfind("no stated failure", 0) != 0; }
+/// Whether it is a failure that the header of the handle names, or an entry that is not found.
+bool is_stated(const std::string& text) { return text.rfind("unexpected exception", 0) != 0; }
 
-/// The mount of B ends in the middle. A goes on; B's callers fail; B is mounted again and shows
-/// everything.
+/// Cuts off the mount of B during the work. A continues; the callers on B fail. After a new mount B
+/// shows everything.
 void lose_a_mount(Run& run, std::size_t rounds) {
-  // Each looks at its own mount: what the other one answers is not to fail it.
+  // Each worker checks through its own mount, so that the other mount cannot fail it.
   SharedWork work(run, {kProcesses, rounds, 1, Locks::kTaken, Look::kFromItsOwn});
   work.start();
   let_them_work(work, rounds * kProcesses * 2 / 4);
   const auto cut = Clock::now();
   control("cut-off b");
   work.wait_for_failures(Host::kB);
-  run.figure("the callers of the mount that was cut off have their failure at most after",
+  run.figure("longest time until the callers of the cut-off mount failed",
              reliability::as_milliseconds(Clock::now() - cut));
   std::size_t failed = 0;
   for (const auto& [text, count] : work.failures()) {
     failed += count;
     run.figure("  " + text, std::uint64_t{count});
-    if (!is_stated(text)) run.fail("a caller was given no stated failure: " + text);
+    if (!is_stated(text)) run.fail("a caller got an unknown failure: " + text);
   }
-  if (failed != kProcesses) run.fail("callers of a mount that is gone were given a success");
+  if (failed != kProcesses) run.fail("callers on a lost mount succeeded");
   const std::size_t before = work.rounds_so_far();
   work.wait(Host::kA);
   if (work.rounds_so_far() == before)
-    run.fail("the other mount was done before, which shows nothing");
+    run.fail("the other mount had finished before: nothing was tested");
   work.check_from(Host::kA);
   control("unmount b");
   control("mount b");
@@ -271,16 +269,16 @@ void shared_cut_off(Run& run) {
   }
 }
 REGISTER_SUITE(shared_cut_off, "shared-cut-off",
-               "a mount ends in the middle of the work; its callers fail, the other one goes on",
+               "a mount is lost during the work; its callers fail, the other mount continues",
                "creates", 600, Scratch::kMemory)
 
 // ---- a network, and a server --------------------------------------------------------------------
 
-/// Who is allowed to be told a failure.
+/// The callers that may fail.
 enum class MayFail : std::uint8_t { kNobody, kHostB };
 
-/// Something happens in the middle of the work, and is over again. Whoever was not told a failure
-/// goes on, and everything acknowledged is there.
+/// Causes a disturbance during the work, and ends it. Workers that did not fail continue, and every
+/// finished change is there.
 void interrupt(Run& run, const std::string& event, MayFail who) {
   const std::size_t rounds =
       static_cast<std::size_t>(std::max<std::uint64_t>(4, run.wanted() / (2 * kProcesses)));
@@ -289,7 +287,7 @@ void interrupt(Run& run, const std::string& event, MayFail who) {
   let_them_work(work, rounds * kProcesses * 2 / 4);
   control(event);
   if (work.rounds_so_far() >= rounds * kProcesses * 2)
-    run.fail("the work was done before, which shows nothing");
+    run.fail("the work had finished before: nothing was tested");
   const auto over = Clock::now();
   work.wait(Host::kA);
   if (who == MayFail::kNobody) {
@@ -299,9 +297,9 @@ void interrupt(Run& run, const std::string& event, MayFail who) {
   }
   for (const auto& [text, count] : work.failures()) {
     run.figure("  " + text, std::uint64_t{count});
-    if (!is_stated(text)) run.fail("a caller was given no stated failure: " + text);
+    if (!is_stated(text)) run.fail("a caller got an unknown failure: " + text);
   }
-  run.figure("all had ended afterwards in", reliability::as_milliseconds(Clock::now() - over));
+  run.figure("all workers finished after", reliability::as_milliseconds(Clock::now() - over));
   work.check();
   run.figure("longest create, read, removal", as_milliseconds(work.longest().create) + ", " +
                                                   as_milliseconds(work.longest().read) + ", " +
@@ -309,7 +307,7 @@ void interrupt(Run& run, const std::string& event, MayFail who) {
   run.counted(work.creates());
 }
 
-/// "cut b 5": a share of the time for which the server keeps a client's locks.
+/// Example: "cut b 5". @param leases the time as a multiple of the server's lease for locks.
 std::string cut_for(double leases) {
   const double seconds = std::stod(control("lease")) * leases;
   return "cut b " + std::to_string(static_cast<int>(seconds));
@@ -319,21 +317,21 @@ void shared_cut_short(Run& run) {
   if (two_hosts_and_control(run)) interrupt(run, cut_for(0.4), MayFail::kNobody);
 }
 REGISTER_SUITE(shared_cut_short, "shared-cut-short",
-               "a host loses its network for less than a lease; nobody fails", "creates", 120,
+               "a host loses its network for less than a lease; no caller fails", "creates", 120,
                Scratch::kMemory)
 
 void shared_cut_long(Run& run) {
   if (two_hosts_and_control(run)) interrupt(run, cut_for(2.5), MayFail::kHostB);
 }
 REGISTER_SUITE(shared_cut_long, "shared-cut-long",
-               "a host loses its network for longer than a lease; the other one goes on", "creates",
-               120, Scratch::kMemory)
+               "a host loses its network for longer than a lease; the other one continues",
+               "creates", 120, Scratch::kMemory)
 
 void shared_server_restart(Run& run) {
   if (two_hosts_and_control(run)) interrupt(run, "restart-server", MayFail::kNobody);
 }
 REGISTER_SUITE(shared_server_restart, "shared-server-restart",
-               "the server of the share ends and starts again; nobody fails", "creates", 120,
+               "the server of the share restarts; no caller fails", "creates", 120,
                Scratch::kMemory)
 
 }  // namespace

@@ -29,14 +29,14 @@ namespace {
 constexpr long kStamp = 7;
 constexpr std::chrono::minutes kPatience{50};
 constexpr const char* kLongAlarm = "3600";
-constexpr std::size_t kShown = 5;  ///< so many names of each kind that is wrong
+constexpr std::size_t kShown = 5;  ///< names in the report for each kind of defect
 
 std::string variable(const char* name) {
   const char* const value = std::getenv(name);
   return value == nullptr ? "" : value;
 }
 
-/// Runs a program of the shell. @return its exit code; @p said gets its output.
+/// Runs a shell command. @return its exit code; @p said receives its output.
 int run_words(const std::string& words, std::string& said) {
   std::FILE* const pipe = ::popen((words + " 2>&1").c_str(), "r");
   if (pipe == nullptr) throw std::runtime_error("cannot start: " + words);
@@ -53,14 +53,14 @@ int run_words(const std::string& words, std::string& said) {
 
 bool two_hosts(Run& run) {
   if (!variable("VU_SHARED_A").empty() && !variable("VU_SHARED_B").empty()) return true;
-  run.not_run("there are no two mounts of one file system; ./dev shared makes them");
+  run.not_run("two mounts of one file system are needed; ./dev shared creates them");
   return false;
 }
 
 bool two_hosts_and_control(Run& run) {
   if (!two_hosts(run)) return false;
   if (!variable("VU_SHARED_CONTROL").empty()) return true;
-  run.not_run("nothing is named that could end a part of the file system; ./dev shared does it");
+  run.not_run("a program that stops parts of the file system is needed; ./dev shared sets it");
   return false;
 }
 
@@ -170,7 +170,7 @@ void SharedWork::read_report(const Worker& worker) {
       made.unsure.erase(logical);
       ++m_creates;
       m_longest.create = std::max(m_longest.create, taken);
-      // A number of this or another worker, maybe of an entry that is gone.
+      // The number may belong to an entry that was removed.
       const bool drawn_before = made.there.count(text) != 0 || made.removed.count(text) != 0;
       if (drawn_before) m_run.fail("drawn twice: " + text + " for " + logical);
       made.there[text] = logical;
@@ -223,29 +223,28 @@ void SharedWork::check_folder(Host host, std::size_t number) {
   for (const auto& [key, stored] : state.lines) {
     const std::string logical = parts_of_key(key).first;
     if (expected.count(logical) == 0 && made.unsure.count(logical) == 0) {
-      tell("an entry that nobody has made or kept", logical);
+      tell("an entry that no worker created or kept", logical);
     }
   }
-  // What a failed operation drew is known to nobody; there is one file at most of each.
+  // The names that failed operations drew are unknown. Each can have left one file.
   std::size_t unknown = 0;
   for (const auto& [file, size] : state.files) {
     if (made.there.count(file) != 0) continue;
     if (made.removed.count(file) != 0) {
       tell("a file that was removed", file);
     } else if (++unknown > made.unsure.size()) {
-      tell("a file that nobody made", file);
+      tell("a file that no worker created", file);
     }
   }
 }
 
 // ------------------------------------------------------------------------------------------------
-// One worker of a crowd on two mounts: makes, reads and removes entries, and writes down what it
-// did.
+// One worker of a crowd on two mounts. It creates, reads and removes entries, and writes a report.
 
 namespace {
 
-/// args: its name; rounds; "locked" or "unlocked"; a file for what it did; how many folders; the
-/// folder above them as it works in it, and as it looks at it.
+/// args: its name; rounds; "locked" or "unlocked"; the report file; the number of folders; the
+/// parent folder for its work; the same through the mount for its checks.
 class SharedWorker {
  public:
   explicit SharedWorker(const std::vector<std::string>& args)
@@ -271,7 +270,7 @@ class SharedWorker {
     } catch (const vu_file_except& e) {
       tell("failed", 0, "", e.what(), {});
     } catch (const std::exception& e) {
-      tell("failed", 0, "", std::string("no stated failure: ") + e.what(), {});
+      tell("failed", 0, "", std::string("unexpected exception: ") + e.what(), {});
     }
   }
 
@@ -286,7 +285,7 @@ class SharedWorker {
     return folder + "\\folder" + std::to_string(number);
   }
 
-  /// A line is out before the next operation begins.
+  /// The line is written before the next operation begins.
   void tell(const char* what, std::size_t folder, const std::string& logical,
             const std::string& text, Clock::duration taken) {
     const auto time = std::chrono::duration_cast<std::chrono::microseconds>(taken).count();
@@ -304,8 +303,8 @@ class SharedWorker {
     const std::string wrong = read_document(below(m_looks_at, entry.folder), entry.logical);
     if (!wrong.empty()) {
       tell("stale", entry.folder, entry.logical, wrong, Clock::now() - begin);
-      // An entry that cannot be read back counts as not acknowledged.
-      throw vu_file_except("an entry that was just made cannot be read: " + wrong);
+      // An entry that cannot be read back is not a finished creation.
+      throw vu_file_except("an entry that was just created cannot be read: " + wrong);
     }
     tell("read", entry.folder, entry.logical, "", Clock::now() - begin);
     tell("made", entry.folder, entry.logical, entry.physical, taken);
@@ -325,10 +324,10 @@ class SharedWorker {
       tell("stale", entry.folder, entry.logical, "removed, and still an entry", taken);
       throw vu_file_except("an entry that was just removed is there");
     }
-    // A removal has no result, and "no" is also the answer where nothing can be asked.
+    // A removal has no result, and exists() returns false too if the folder cannot be read.
     std::error_code gone;
     if (!std::filesystem::is_directory(native(m_looks_at), gone)) {
-      throw vu_file_except("the answer is no, and the folder does not answer");
+      throw vu_file_except("the entry is not found, but the folder cannot be read");
     }
     tell("removed", entry.folder, entry.logical, entry.physical, taken);
   }

@@ -13,27 +13,26 @@
 #include "tests/support/scratch.h"
 
 /// @file
-/// What the suites share that work on one file system through two mounts, which stand for two
-/// hosts.
+/// What the suites share that use one file system through two mounts. Each mount acts as a host.
 ///
-/// The environment names the mounts: VU_SHARED_A and VU_SHARED_B. VU_SHARED_CONTROL names a program
-/// that ends and starts parts of the system below them (lab/volume/volume.sh). ./dev shared
-/// sets all three.
+/// The environment variables VU_SHARED_A and VU_SHARED_B name the mounts. VU_SHARED_CONTROL is a
+/// program that stops and starts parts of the file system (lab/volume/volume.sh). ./dev shared sets
+/// all three.
 namespace reliability {
 
 enum class Host : std::uint8_t { kA, kB };
 
-/// Whether there are two mounts; else the run is told that it cannot be.
+/// Whether there are two mounts. If not, the run is marked as not run.
 bool two_hosts(Run& run);
-/// Whether there is a control program as well.
+/// Whether there is also a control program.
 bool two_hosts_and_control(Run& run);
-/// Runs the control program with these words. @return what it said.
-/// @throws std::runtime_error when it fails.
+/// Runs the control program with these words. @return its output.
+/// @throws std::runtime_error if it fails.
 std::string control(const std::string& words);
-/// Whether it succeeds.
+/// Runs it too. @return whether it succeeds.
 bool control_succeeds(const std::string& words);
 
-/// A fresh folder of both mounts, with the same name. It goes with the object.
+/// A new folder, seen through both mounts. The destructor removes it.
 class SharedFolder {
  public:
   SharedFolder();
@@ -49,7 +48,7 @@ class SharedFolder {
 };
 
 enum class Locks : std::uint8_t { kTaken, kTakenOut };
-/// Lets every lock be granted and none be taken, in this process.
+/// Every lock of this process succeeds without being taken.
 struct LocksTakenOut {
   os::faults::Fault lock =
       os::faults::fail(os::faults::Call::lock, {}, 1, os::faults::Times::kLasting);
@@ -57,20 +56,20 @@ struct LocksTakenOut {
       os::faults::fail(os::faults::Call::unlock, {}, 1, os::faults::Times::kLasting);
 };
 
-/// Through which mount a worker looks at what it did.
+/// The mount through which a worker checks its work.
 enum class Look : std::uint8_t { kFromTheOther, kFromItsOwn };
 
-/// Workers on both mounts. Each makes an entry with bytes of its own, reads it back, and in every
-/// second round removes one that it made before and asks for it.
+/// Workers on both mounts. In each round a worker creates an entry and reads it back. In every
+/// second round it removes an earlier entry and checks that.
 struct Shape {
-  std::size_t processes = 4;  ///< of each mount
+  std::size_t processes = 4;  ///< on each mount
   std::size_t rounds = 0;     ///< of each process
   std::size_t folders = 1;
   Locks locks = Locks::kTaken;
   Look look = Look::kFromTheOther;
 };
 
-/// The longest of each kind, in microseconds.
+/// The longest times in microseconds.
 struct Longest {
   std::int64_t create = 0;
   std::int64_t read = 0;
@@ -83,22 +82,23 @@ class SharedWork {
  public:
   SharedWork(Run& run, const Shape& shape);
 
-  /// All begin at once.
+  /// All workers begin at the same time.
   void start();
-  /// Waits for the workers of one mount. What went wrong with them counts as wrong for the run.
+  /// Waits for the workers of one mount. Their failures fail the run.
   void wait(Host host);
-  /// The same for workers that are expected to fail: each ends at its first failure, in time.
+  /// The same for workers that must fail: each must end at its first failure, within the time
+  /// limit.
   void wait_for_failures(Host host);
-  /// Compares what both mounts show with what was acknowledged.
+  /// Compares both mounts with what the finished operations returned.
   void check();
   void check_from(Host host);
 
   std::uint64_t creates() const { return m_creates; }
   std::uint64_t removals() const { return m_removals; }
   const Longest& longest() const { return m_longest; }
-  /// The failures that the workers met, and how often.
+  /// The failures of the workers, with their number.
   const std::map<std::string, std::size_t>& failures() const { return m_failures; }
-  /// How many rounds have ended by now, of all workers.
+  /// The finished rounds of all workers.
   std::size_t rounds_so_far() const;
 
  private:
@@ -107,11 +107,11 @@ class SharedWork {
     std::string report;
     Host host;
   };
-  /// physical name -> logical name, of one folder
+  /// physical name -> logical name, for one folder
   struct Made {
     std::map<std::string, std::string> there;
     std::map<std::string, std::string> removed;
-    /// Begun, and never acknowledged: each may be there or not.
+    /// Begun without a result: each may be there or not.
     std::map<std::string, std::string> unsure;
   };
 
@@ -121,7 +121,7 @@ class SharedWork {
 
   Run& m_run;
   const Shape m_shape;
-  scratch_folder m_local;  ///< the reports: not on the mounts
+  scratch_folder m_local;  ///< the reports; not on the mounts
   SharedFolder m_shared;
   std::vector<Worker> m_workers;
   std::vector<Made> m_made;
@@ -132,11 +132,11 @@ class SharedWork {
 };
 
 /// Creates an entry and stores its bytes. @return the physical name.
-/// @throws vu_file_except as the handle does; std::runtime_error when the bytes were not taken.
+/// @throws vu_file_except as the handle does; std::runtime_error if fewer bytes were written.
 std::string create_document(const std::string& folder, const std::string& logical);
-/// The bytes that belong to a name.
+/// The bytes for a name.
 std::string content_of(const std::string& logical);
-/// Reads an entry. @return what is wrong with it; empty when nothing is.
+/// Reads an entry. @return what is wrong, or empty.
 std::string read_document(const std::string& folder, const std::string& logical);
 
 }  // namespace reliability

@@ -1,5 +1,5 @@
-// A device takes the beginning of a write of an index only, or fails at any other step of a save:
-// at every step, at many bytes, once and from there on.
+// Faults in a save of an index. A write takes only its first bytes, or another step fails. Every
+// step is tried, at many bytes, once and from there on.
 
 #include <algorithm>
 #include <filesystem>
@@ -29,14 +29,14 @@ using os::faults::Call;
 using os::faults::Made;
 using os::faults::Times;
 
-/// One call of a save: the how many-th of its kind it is within the operation.
+/// One system call of a save. @p nth counts the calls of its kind in the operation.
 struct Target {
   Call call;
   std::uint64_t nth;
-  std::size_t size;  ///< of a write
+  std::size_t size;  ///< the bytes of a write
 };
 
-/// Finds the calls on index.dat among those of an operation.
+/// Records the calls of an operation, and finds those on index.dat.
 class Calls {
  public:
   std::vector<Target> take() const { return m_found; }
@@ -69,7 +69,7 @@ class Calls {
   const os::faults::Watch m_watch{[this](const Made& made) { see(made); }};
 };
 
-/// What a save must not do: the index is cut, and then written with a line less.
+/// A faulty save: truncates the index, then writes it with one line less.
 void save_by_cutting(const std::string& folder) {
   vu_file file(folder, "index.dat");
   std::string text;
@@ -90,7 +90,7 @@ class ShortWrites {
   void run() {
     for (std::uint64_t round = 0; m_run.goes_on(); ++round) {
       PowerScenario scenario = power_scene(round, m_run.random());
-      // One of 10 MB would be a step of its own; mails are converted in several saves.
+      // An index of 10 MB would be a test step by itself. A migration makes several saves.
       if (scenario.is_large || scenario.is_mail || scenario.kind == IndexKind::kNone) continue;
       one_operation(scenario);
     }
@@ -111,7 +111,7 @@ class ShortWrites {
     try {
       PowerWork(root(), scenario, random, m_base).operate();
     } catch (const vu_file_except&) {
-      // A failed operation may say so; what it leaves is judged.
+      // A failed operation may throw. The test checks what it leaves.
     }
   }
 
@@ -126,7 +126,7 @@ class ShortWrites {
     {
       const Calls calls;
       operate(scenario, seed);
-      // Where an operation saves twice, there are three texts.
+      // An operation with two saves has three texts; the test compares only two.
       if (calls.closes() == 1 || m_victim == Victim::kFaulty) targets = calls.take();
     }
     const IndexText after(bytes());
@@ -149,7 +149,7 @@ class ShortWrites {
     }
   }
 
-  /// Bytes of a write after which it ends.
+  /// The numbers of bytes after which a write of @p size bytes ends.
   std::vector<std::size_t> places_in(std::size_t size) {
     std::set<std::size_t> places = {0, 1, size - 1, size / 2};
     for (int i = 0; i < 12; ++i) places.insert(m_run.below(size));
@@ -188,7 +188,7 @@ class ShortWrites {
         (how.target.call == Call::write ? " ends after " + std::to_string(how.taken) + " of " +
                                               std::to_string(how.target.size) + " bytes"
                                         : " fails") +
-        (how.times == Times::kLasting ? ", and all that follow" : "") +
+        (how.times == Times::kLasting ? ", and all later ones" : "") +
         (how.is_told ? "" : ", without an error");
     const std::string left = bytes();
     const Harm harm = judge_index(left, how.before, how.after);
@@ -200,22 +200,22 @@ class ShortWrites {
         return found != lines.end() && found->second == line_stored;
       };
       if (is_in(how.before.lines) || is_in(how.after.lines)) continue;
-      // That much is promised for kills alone.
-      ++m_left["left a line for readers of lines alone that nobody wrote"];
+      // This is only guaranteed for kills.
+      ++m_left["left a false line for readers of plain lines"];
       break;
     }
     const bool is_old = IndexText(text_of_index(left)).lines == how.before.lines;
-    ++m_left[is_old ? "left the old lines" : "left the new lines"];
-    if (is_interrupted(left)) ++m_left["left a save that the next one finishes"];
+    ++m_left[is_old ? "left the old entries" : "left the new entries"];
+    if (is_interrupted(left)) ++m_left["left an interrupted save that the next one completes"];
     if (m_victim == Victim::kLibrary) next_save(what);
   }
 
-  /// It leaves the lines that are valid, and nothing else.
+  /// The next save leaves exactly the valid entries.
   void next_save(const std::string& what) {
     const Lines lines = look_at(folder()).lines;
     STGIndex::setSynchronizeMode(false);
     STGIndex::updateIndexFile(folder());
-    if (bytes() != index_text_of(lines)) m_run.fail(what + ": the next save leaves something else");
+    if (bytes() != index_text_of(lines)) m_run.fail(what + ": the next save leaves another text");
   }
 
   void put_back() {
@@ -236,18 +236,18 @@ class ShortWrites {
 
 void short_writes(Run& run) { ShortWrites(run, Victim::kLibrary).run(); }
 REGISTER_SUITE(short_writes, "short-writes",
-               "a save whose writes end early or fail, at every step and many bytes", "faults",
+               "a save whose writes end early or fail, at every step and at many bytes", "faults",
                50'000, Scratch::kMemory)
 
 void short_writes_noticed(Run& run) {
   Run inner(run.seed(), {2'000, std::chrono::seconds(0)});
   ShortWrites(inner, Victim::kFaulty).run();
   run.counted(inner.reached());
-  run.figure("faults that harmed a faulty save", inner.failures());
-  if (inner.failures() == 0) run.fail("a save that cuts first was not found");
+  run.figure("corruptions by a faulty save", inner.failures());
+  if (inner.failures() == 0) run.fail("a save that truncates the index first was not detected");
 }
 REGISTER_SUITE(short_writes_noticed, "short-writes-noticed",
-               "a save that cuts the index first is found", "faults", 0, Scratch::kMemory)
+               "a save that truncates the index first is detected", "faults", 0, Scratch::kMemory)
 
 }  // namespace
 }  // namespace reliability

@@ -1,6 +1,5 @@
-// The process is ended before and after every call of the system that a public operation makes.
-// Then the tree is compared with what it was and what it was to be, and the next operation has to
-// work.
+// Ends the process before and after every system call of a public operation. Then it compares the
+// tree with the trees before and after the operation, and runs another operation.
 
 #include <algorithm>
 #include <cstdio>
@@ -29,8 +28,8 @@ const std::vector<PublicOperation>& operations_called(const std::string& list) {
   return list == "faulty" ? operations_that_cut_first() : public_operations();
 }
 
-/// args: a root; "on" or "off"; "library" or "faulty"; the operation's number; the call's number,
-/// from 1; "before" or "after".
+/// args: a root; synchronisation "on" or "off"; "library" or "faulty"; the number of the operation;
+/// the number of the call, from 1; "before" or "after".
 int killed_at_call(const std::vector<std::string>& args) {
   const Place place{args.at(0), args.at(1) == "on"};
   const PublicOperation& operation = operations_called(args.at(2)).at(std::stoul(args.at(3)));
@@ -60,8 +59,8 @@ class KillEachCall {
       return kills_of(number, setting);
     });
     m_run.figure("operations", m_operations.size());
-    m_run.figure("calls before and after which a process ends", m_places);
-    m_run.figure("nothing but the old state or the new one", m_clean);
+    m_run.figure("calls with a kill before and after them", m_places);
+    m_run.figure("kills that left the old or the new state", m_clean);
     for (const auto& [what, times] : m_windows) m_run.figure("left: " + what, times);
   }
 
@@ -105,8 +104,7 @@ class KillEachCall {
 
   std::string folder() const { return Place{m_trial.root(), false}.folder(); }
 
-  /// The folder goes on as the kill has left it: a new entry can be made, and no other is lost by
-  /// that.
+  /// After the kill, another operation can create an entry, and loses no other.
   void next_operation(const std::string& what, const Setting& setting) {
     if (!folder_exists(folder())) return;
     const Lines before = look_at(folder()).lines;
@@ -114,7 +112,7 @@ class KillEachCall {
     STGIndex::create(folder(), "next.kdb", 1);
     std::string name;
     if (!STGIndex::exists(folder(), "next.kdb", 1, name)) {
-      m_run.fail(what + ": the next operation does not work");
+      m_run.fail(what + ": the next operation fails");
     }
     const Lines after = look_at(folder()).lines;
     for (const auto& [key, stored] : before) {
@@ -137,30 +135,30 @@ class KillEachCall {
 
 void kill_each_call(Run& run) { KillEachCall(run, "library").run(); }
 REGISTER_SUITE(kill_each_call, "kill-each-call",
-               "a kill before and after every call of the system that an operation makes", "kills",
-               0, Scratch::kMemory)
+               "a kill before and after every system call of an operation", "kills", 0,
+               Scratch::kMemory)
 
 void kill_each_call_noticed(Run& run) {
   Run inner(run.seed(), {run.wanted(), std::chrono::seconds(0)});
   KillEachCall(inner, "faulty").run();
   run.counted(inner.reached());
-  run.figure("kills of a faulty save that did harm", inner.failures());
+  run.figure("corruptions by kills of a faulty save", inner.failures());
   const std::vector<std::string>& found = inner.first_failures();
   const bool is_told = std::any_of(found.begin(), found.end(), [](const std::string& each) {
     return each.find("empty: ") != std::string::npos;
   });
-  if (!is_told) run.fail("a save that empties the index first was not found");
+  if (!is_told) run.fail("a save that truncates the index first was not detected");
 }
 REGISTER_SUITE(kill_each_call_noticed, "kill-each-call-noticed",
-               "a save that harms the index when it is killed is found", "kills", 0,
+               "a save that corrupts the index when it is killed is detected", "kills", 0,
                Scratch::kMemory)
 
 // ------------------------------------------------------------------------------------------------
-// Memory runs out at every allocation of every public operation, for once and for good.
+// Every allocation of every public operation fails, once or together with all later ones.
 
 using allocations::Shortage;
 
-/// What is under way, for a process that is about to be terminated.
+/// The current run, for the message of a process that terminates.
 std::string& under_way() {
   static std::string what;
   return what;
@@ -179,7 +177,8 @@ class OutOfMemory {
     go_through(m_run, m_operations.size(), [this](std::size_t number, const Setting& setting) {
       return shortages_of(m_operations[number], setting);
     });
-    if (m_spared * 50 > m_run.reached()) m_run.fail("one in fifty never ran short");
+    if (m_spared * 50 > m_run.reached())
+      m_run.fail("more than one run in fifty had no failing allocation");
     m_run.figure("operations", m_operations.size());
     m_run.figure("allocations that can fail", m_places);
     for (const auto& [what, times] : m_ends) m_run.figure(what, times);
@@ -208,7 +207,7 @@ class OutOfMemory {
                   (shortage == Shortage::kOnce ? ", once" : ", lasting");
     m_trial.prepare(operation, setting);
     const Outcome outcome = m_trial.call(operation, setting, shortage, allocation);
-    // Tables that grow now and then make the counts differ by one.
+    // A table that grows now and then changes the number of allocations by one.
     if (!outcome.ran_short) ++m_spared;
     m_trial.check(under_way(), usual, outcome, Disturbance::kFault, m_windows);
     if (outcome.end == Outcome::End::kOther || outcome.end == Outcome::End::kPlanned) {
@@ -221,18 +220,18 @@ class OutOfMemory {
   const std::vector<PublicOperation>& m_operations;
   Trial m_trial;
   std::uint64_t m_places = 0;
-  std::uint64_t m_spared = 0;  ///< that never ran short
+  std::uint64_t m_spared = 0;  ///< runs without a failing allocation
   std::map<std::string, std::uint64_t> m_ends;
   std::map<std::string, std::uint64_t> m_windows;
 };
 
-constexpr const char* kElsewhere = "here the C++ library takes its memory from elsewhere";
+constexpr const char* kElsewhere = "here the C++ library does not use this program's operator new";
 
 void out_of_memory(Run& run) {
   if (!machine::handles_and_allocations_are_exact()) return run.not_run(kElsewhere);
   OutOfMemory(run, public_operations()).run();
 }
-REGISTER_SUITE(out_of_memory, "out-of-memory", "no memory at every allocation of every operation",
+REGISTER_SUITE(out_of_memory, "out-of-memory", "every allocation of every operation fails",
                "shortages", 0, Scratch::kMemory)
 
 void out_of_memory_noticed(Run& run) {
@@ -245,12 +244,13 @@ void out_of_memory_noticed(Run& run) {
     if (std::none_of(found.begin(), found.end(), [&](const std::string& each) {
           return each.find(sign) != std::string::npos;
         })) {
-      run.fail(std::string("not found of an injected defect: ") + sign);
+      run.fail(std::string("an injected defect was not detected: ") + sign);
     }
   }
 }
 REGISTER_SUITE(out_of_memory_noticed, "out-of-memory-noticed",
-               "an operation that leaks without memory is found", "shortages", 0, Scratch::kMemory)
+               "an operation that leaks when an allocation fails is detected", "shortages", 0,
+               Scratch::kMemory)
 
 }  // namespace
 }  // namespace reliability

@@ -10,13 +10,13 @@
 namespace reliability {
 namespace {
 
-/// An operation that writes goes on in the area's folder where the owner's could not be made.
+/// If the owner's folder cannot be created, a writing operation continues in the area's folder.
 constexpr const char* kAreaIndex = "storage/user/index.dat";
 
-/// So many bytes at most are written when a write is torn.
+/// A torn write writes at most this number of bytes.
 constexpr std::size_t kTornBytes = 5;
 
-/// A migration cuts it, and writes it again as it was.
+/// A migration truncates this file, and then writes the same bytes.
 constexpr const char* kReadList = "read.txt";
 
 std::string parent_of(const std::string& path) {
@@ -27,13 +27,13 @@ std::string name_of(const std::string& path) { return path.substr(parent_of(path
 
 bool is_folder(const std::string& path) { return path.back() == '/'; }
 
-/// Whether a name is one that a counter gives, with or without an extension.
+/// Whether a name is a number of a counter, with or without an extension.
 bool is_number(const std::string& name) {
   const std::string stem = name.substr(0, name.find('.'));
   return stem.size() >= 8 && stem.find_first_not_of("0123456789") == std::string::npos;
 }
 
-/// Of two numbers in digits.
+/// Compares two numbers in digits.
 bool is_lower(const std::string& one, const std::string& other) {
   return one.size() != other.size() ? one.size() < other.size() : one < other;
 }
@@ -89,14 +89,14 @@ class Comparison {
   void wrong(const std::string& what) { m_found.wrong.push_back(what); }
   void window(const std::string& what) { m_found.windows.push_back(what); }
 
-  /// Whether it may have taken files for missing, or removed them.
+  /// Whether the operation may have taken files for missing, or may have removed them.
   bool may_miss_files() const { return m_by == Disturbance::kLie || m_by == Disturbance::kNoAge; }
 
   void check_folder(const std::string& path) {
     const bool was = m_before.count(path) != 0;
     const bool will_be = m_after.count(path) != 0;
     const bool is = m_now.count(path) != 0;
-    if (is && !was && !will_be) wrong("a folder that nobody makes: " + path);
+    if (is && !was && !will_be) wrong("a folder that no operation creates:  " + path);
     if (!is && was && will_be && m_by == Disturbance::kNoAge) {
       return window("a folder beside a document that was removed");
     }
@@ -110,13 +110,13 @@ class Comparison {
     if (same(is, was) || same(is, will_be)) return;
     if (same(was, will_be) && was != nullptr) {
       if (m_by == Disturbance::kNoAge && is == nullptr) {
-        return window("removed as too old, for the system does not tell its age");
+        return window("removed as too old, because its age is unknown");
       }
       if (name_of(path) == kReadList && is != nullptr && was->starts_with(*is)) {
         return window("the read list of mails, empty or cut short");
       }
-      wrong((is == nullptr ? "gone, though the operation leaves it alone: "
-                           : "changed, though the operation leaves it alone: ") +
+      wrong((is == nullptr ? "gone, but the operation does not concern it:  "
+                           : "changed, but the operation does not concern it:  ") +
             path);
     } else if (is == nullptr) {
       wrong("gone: " + path);
@@ -129,12 +129,12 @@ class Comparison {
                is_written_over(*is, *was, *will_be)) {
       window("new bytes over the old ones");
     } else {
-      wrong((was == nullptr ? "a file that nobody makes: " : "foreign bytes in ") + path);
+      wrong((was == nullptr ? "a file that no operation creates:  " : "foreign bytes in ") + path);
     }
   }
 
-  /// Whether a file was written from its start without being cut first: what it was to hold, or
-  /// what was to be appended, and then the old bytes.
+  /// Whether a file was written from its start without a truncation before. It then begins with a
+  /// part of the new text or of the text to append. The rest of the old bytes follows.
   bool is_written_over(const std::string& is, const std::string& was,
                        const std::string& will_be) const {
     if (m_by == Disturbance::kFault || is.size() < was.size()) return false;
@@ -190,13 +190,13 @@ class Comparison {
     if (is != nullptr && is->empty()) window("a new index without a text");
     if (is == nullptr) return;
     if (was == nullptr && will_be == nullptr && m_by == Disturbance::kKill) {
-      wrong("an index that nobody makes: " + path);
+      wrong("an index that no operation creates:  " + path);
     }
     if (was == nullptr && will_be == nullptr && path == kAreaIndex) {
-      return window("an entry in the folder of the area, for that of the owner could not be named");
+      return window("an entry in the area's folder, because the owner's could not be determined");
     }
     if (m_by == Disturbance::kTorn && was == nullptr && is->size() <= kTornBytes) {
-      return window("a new index of which the device took the beginning only");
+      return window("a new index with its first bytes only");
     }
     const Lines old_lines = lines_in(m_before, path);
     const Lines new_lines = lines_in(m_after, path);
@@ -204,13 +204,13 @@ class Comparison {
     check_lines(path, old_lines, new_lines, lines);
     if (m_by == Disturbance::kKill) check_set(path, *is);
     if (same(is, was)) return;
-    if (is_interrupted(*is)) return window("a save that the next one finishes");
+    if (is_interrupted(*is)) return window("an interrupted save that the next one completes");
     window(m_by == Disturbance::kKill ? "an index after the first of several saves"
-                                      : "an index between the old lines and the new ones");
+                                      : "an index between the old entries and the new ones");
   }
 
-  /// After a kill the lines are the old ones or the new ones, as far as their files are still
-  /// there; and a reader of lines alone finds none that is in neither.
+  /// After a kill the entries are exactly the old or the new ones, except those whose file is gone.
+  /// A reader that knows only plain lines finds no other entry.
   void check_set(const std::string& path, const std::string& is) {
     const Files files = files_in(m_now, parent_of(path));
     const auto lines_of = [&](const std::string* bytes) {
@@ -229,7 +229,7 @@ class Comparison {
       if (is_stray) adopted.emplace(key_for(file, 0), file);
     }
     if (lines != old_lines && lines != new_lines && lines != adopted) {
-      wrong("neither the old lines nor the new ones in " + path);
+      wrong("neither the old entries nor the new ones in  " + path);
     }
     for (const auto& [key, stored] : read_index(is, files)) {
       const auto is_in = [&, &line_key = key, &line_stored = stored](const Lines& all) {
@@ -237,7 +237,7 @@ class Comparison {
         return found != all.end() && found->second == line_stored;
       };
       if (!is_in(old_lines) && !is_in(new_lines) && !is_in(adopted)) {
-        wrong("invented for a reader of lines alone: " + key + " in " + path);
+        wrong("invented, for a reader that knows only plain lines:  " + key + " in " + path);
       }
     }
   }
@@ -262,22 +262,22 @@ class Comparison {
       if (is_known) continue;
       const bool has_another_number = m_by != Disturbance::kKill && is_number(stored) &&
                                       (new_line != new_lines.end() || old_line != old_lines.end());
-      // With adoption on, a file that is there and in no line becomes a line of its own name.
+      // With synchronisation on, an orphan becomes an entry under its own name.
       const bool is_adopted =
           key == key_for(stored, 0) &&
           (m_by != Disturbance::kKill || m_before.count(parent_of(path) + stored) != 0);
-      // A name whose own file seemed to be missing was given a new one.
+      // The file of this entry was reported as missing, so the operation gave the entry a new file.
       const bool seemed_missing = m_by != Disturbance::kKill && is_number(stored) &&
                                   m_before.count(parent_of(path) + parts_of_key(key).first) != 0;
       if (seemed_missing) {
-        window("a new file for a name whose own one seemed to be missing");
+        window("a new file for an entry whose file seemed to be missing");
       } else if (!has_another_number && !is_adopted) {
         wrong("invented: " + key + "/" + stored + " in " + path);
       }
     }
   }
 
-  /// Bytes that stand at another place afterwards are never at neither.
+  /// The bytes of a moved file are always in one of the two places.
   void check_moved() {
     for (const auto& [path, bytes] : m_before) {
       if (bytes.empty() || m_after.count(path) != 0 || same(find(m_now, path), &bytes)) continue;
@@ -291,7 +291,7 @@ class Comparison {
       }
       if (!is_moved || is_there) continue;
       if (m_by != Disturbance::kKill && is_under_another_number(path, bytes)) continue;
-      wrong("moved, and at neither place: " + path);
+      wrong("moved, but in neither place:  " + path);
     }
   }
 

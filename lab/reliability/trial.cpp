@@ -16,14 +16,14 @@
 namespace reliability {
 namespace {
 
-/// Older than any limit with which the operations clean.
+/// Seconds; older than any limit of the clean operations.
 constexpr std::int64_t kOld = 1'000'000;
 
 bool is_first_initialisation(const PublicOperation& operation) {
   return operation.name == "vu_storage::initRootStorage";
 }
 
-/// The end of the operation that is in flight.
+/// Classifies the current exception.
 Outcome::End end_by_exception() {
   try {
     throw;
@@ -141,8 +141,8 @@ Outcome Trial::call(const PublicOperation& operation, const Setting& setting,
 
 Undisturbed Trial::learn(const PublicOperation& operation, const Setting& setting) {
   Undisturbed undisturbed;
-  // Twice: what is made once and kept for good is made now, and the list of calls takes memory of
-  // its own.
+  // Call it twice: the first call allocates what the library keeps for ever, and the list of calls
+  // allocates memory too.
   prepare(operation, setting);
   os::faults::begin_sequence();
   call(operation, setting);

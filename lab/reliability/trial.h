@@ -16,11 +16,11 @@
 #include "vu_host.h"
 
 /// @file
-/// One public operation on a small tree, alone in its process, disturbed in a way that the caller
-/// chooses: what the suites of faults, kills and missing memory have in common.
+/// Runs one public operation on a small tree, with a fault that the caller chooses. The suites for
+/// faults, kills and failing allocations share this code.
 namespace reliability {
 
-/// What else decides the way of an operation.
+/// Everything besides its arguments that decides what an operation does.
 struct Setting {
   bool synchronize = false;
   Situation situation = Situation::kTidy;
@@ -33,7 +33,7 @@ inline constexpr std::array<Setting, 6> kSettings = {{{true, Situation::kStrays}
                                                       {false, Situation::kNoIndex}}};
 std::string name_of(const Setting& setting);
 
-/// Takes everything that is traced, keeps the first words of the failures, and needs no memory for
+/// Counts errors and warnings, and keeps the beginning of the first few. It allocates no memory for
 /// that.
 class FailureSink final : public vu_host::trace_sink {
  public:
@@ -42,12 +42,12 @@ class FailureSink final : public vu_host::trace_sink {
   FailureSink(const FailureSink&) = delete;
   FailureSink& operator=(const FailureSink&) = delete;
 
-  /// Whether anything reaches it from now on.
+  /// Installs or removes the sink.
   void listen(bool wanted);
   void clear() noexcept;
   std::size_t errors() const { return m_errors; }
   std::size_t warnings() const { return m_warnings; }
-  /// "E text" and "W text", the first few.
+  /// The first few, as "E text" for errors and "W text" for warnings.
   std::vector<std::string> first() const;
 
   bool wants(vu_host::trace_level) const noexcept override { return true; }
@@ -70,7 +70,7 @@ class FailureSink final : public vu_host::trace_sink {
   std::size_t m_kept = 0;
 };
 
-/// What is thrown from the seam: nothing that the library knows.
+/// A fault can throw this type. The library does not know it.
 struct PlannedException {};
 
 /// How an operation ended.
@@ -84,20 +84,20 @@ struct Outcome {
   };
 
   End end = End::kReturned;
-  std::string result;  ///< in_text(), when it returned
+  std::string result;  ///< as in_text() returns it; empty after an exception
   std::size_t errors = 0;
   std::size_t warnings = 0;
-  std::vector<std::string> traces;  ///< the first of both
+  std::vector<std::string> traces;  ///< the first errors and warnings
   std::uint64_t allocations = 0;
-  std::int64_t kept = 0;     ///< memory that was not given back, in pieces
-  bool ran_short = false;    ///< an allocation was refused
-  std::int64_t handles = 0;  ///< that were not closed
-  bool is_locked = false;    ///< a lock was left
-  Tree tree;                 ///< what is there now
+  std::int64_t kept = 0;     ///< allocations that were not freed
+  bool ran_short = false;    ///< an allocation failed
+  std::int64_t handles = 0;  ///< handles that were not closed
+  bool is_locked = false;    ///< a file is still locked
+  Tree tree;                 ///< the tree after the operation
 };
 const char* name_of(Outcome::End end);
 
-/// What an operation does when nothing disturbs it.
+/// One run of an operation without a fault.
 struct Undisturbed {
   Tree before;
   Outcome outcome;
@@ -108,25 +108,24 @@ class Trial {
  public:
   explicit Trial(Run& run) : m_run(run) {}
 
-  /// The folder below which everything lies.
+  /// All files are in this folder.
   std::string root() const { return m_scratch.path("root"); }
   FailureSink& sink() { return m_sink; }
 
-  /// Makes the tree and the storage as an operation is to find them.
+  /// Creates the tree and initialises the storage for the operation.
   void prepare(const PublicOperation& operation, const Setting& setting);
-  /// Calls the operation under whatever is in force.
+  /// Calls the operation, with the faults that are in force.
   Outcome call(const PublicOperation& operation, const Setting& setting,
                allocations::Shortage shortage = allocations::Shortage::kNone,
                std::uint64_t nth = 0);
-  /// Both, undisturbed.
+  /// prepare() and call() without a fault.
   Undisturbed learn(const PublicOperation& operation, const Setting& setting);
-  /// What is there now.
+  /// The tree as it is now.
   const Tree& look();
-  /// What an operation holds although it is over: handles, memory, locks.
+  /// Fails the run for handles, memory and locks that the operation did not release.
   void check_held(const std::string& what, const Undisturbed& undisturbed, const Outcome& outcome);
-  /// What is wrong in any case: handles, locks or memory left, a tree that may not be. The windows
-  /// go to
-  /// @p windows.
+  /// check_held(), and compare() with the trees before the operation and without the fault. Counts
+  /// the intermediate states in @p windows.
   void check(const std::string& what, const Undisturbed& undisturbed, const Outcome& outcome,
              Disturbance by, std::map<std::string, std::uint64_t>& windows);
 
@@ -134,19 +133,19 @@ class Trial {
   Run& m_run;
   const scratch_folder m_scratch;
   FailureSink m_sink;
-  Tree m_tree;  ///< as prepared
-  Tree m_now;   ///< as left
+  Tree m_tree;  ///< after prepare()
+  Tree m_now;   ///< after the operation
   int m_prepared = -1;
 };
 
-/// Disturbances of one operation in one setting; each is counted when it is over.
+/// Runs of one operation in one setting, each with another fault. Each counts as one run.
 using Disturbances = std::vector<std::function<void()>>;
-/// Goes through them all, operation by operation; where a count limits the run, through some of a
-/// random operation in a random setting, again and again.
+/// Runs all of them, for one operation after the other. If the run has a count, it picks a random
+/// operation and setting again and again, and runs some of them.
 void go_through(Run& run, std::size_t operations,
                 const std::function<Disturbances(std::size_t, const Setting&)>& disturbances_of);
 
-/// Whether anybody holds a lock on one of the files that operations lock.
+/// Whether one of the files that operations lock is locked.
 bool is_anything_locked(const std::string& folder);
 
 }  // namespace reliability

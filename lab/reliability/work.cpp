@@ -21,7 +21,7 @@ struct State {
 
 thread_local State t_state;
 
-/// Whether memory is there for one allocation more.
+/// Whether the next allocation succeeds.
 bool take_one() noexcept {
   if (!t_state.is_watched) return true;
   ++t_state.count;
@@ -59,8 +59,8 @@ bool Watch::has_struck() const { return t_state.has_struck; }
 
 }  // namespace reliability::allocations
 
-// All forms but those for types of a larger alignment, which nothing here has: what the C++ library
-// makes of the first one, a sanitizer's runtime may have of its own.
+// Replaces every form except those for over-aligned types, which nothing here uses. The C++ library
+// derives the other forms from the first, but a sanitizer's runtime may replace each of them.
 void* operator new(std::size_t size) {
   void* const memory = reliability::allocations::allocate(size);
   if (memory == nullptr) throw std::bad_alloc();
@@ -101,8 +101,8 @@ namespace {
 
 #if defined(__linux__)
 
-/// Instructions of this thread outside the kernel; -1 where the machine or its owner does not count
-/// them.
+/// Opens a count of the instructions of this thread outside the kernel. @return -1 if the machine
+/// does not count them, or does not permit it.
 int open_processor() {
   ::perf_event_attr wanted = {};
   wanted.size = sizeof wanted;

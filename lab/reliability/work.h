@@ -3,18 +3,16 @@
 #include <cstdint>
 
 /// @file
-/// Work that can be counted, so that it is the same in every run; and the program's operator new,
-/// which counts for one thread, and runs out of memory where it is told to.
+/// Replaces the program's operator new. It counts the allocations of one thread, and it can fail.
 namespace reliability::allocations {
 
 enum class Shortage : std::uint8_t {
   kNone,
   kOnce,     ///< one allocation fails
-  kLasting,  ///< that one and all that follow
+  kLasting,  ///< this allocation and all later ones fail
 };
 
-/// Counts this thread's allocations as long as it lives, and lets the @p nth fail with
-/// std::bad_alloc.
+/// Counts the allocations of this thread during its lifetime. The @p nth one throws std::bad_alloc.
 class Watch {
  public:
   explicit Watch(Shortage shortage = Shortage::kNone, std::uint64_t nth = 0);
@@ -22,13 +20,13 @@ class Watch {
   Watch(const Watch&) = delete;
   Watch& operator=(const Watch&) = delete;
 
-  /// Memory is there again; the counting goes on.
+  /// Allocations succeed again. The counts continue.
   void end_shortage();
-  /// How often something was allocated, or should have been.
+  /// The number of allocations, including failed ones.
   std::uint64_t count() const;
-  /// The bytes that were asked for, all together.
+  /// The sum of the requested bytes.
   std::uint64_t bytes() const;
-  /// What was allocated and not given back since, in pieces.
+  /// The number of allocations that were not freed.
   std::int64_t kept() const;
   /// Whether an allocation failed.
   bool has_struck() const;
@@ -37,18 +35,18 @@ class Watch {
 }  // namespace reliability::allocations
 
 // ------------------------------------------------------------------------------------------------
-// Work that can be counted, so that it is the same in every run.
+// Work in numbers that are the same in each run, unlike times.
 
 namespace reliability {
 
 struct Work {
   std::uint64_t allocations = 0;
-  std::uint64_t bytes = 0;         ///< that were allocated, all together
-  std::uint64_t calls = 0;         ///< of the system
-  std::uint64_t instructions = 0;  ///< of the processor; 0 where nobody counts them
+  std::uint64_t bytes = 0;         ///< allocated in total
+  std::uint64_t calls = 0;         ///< system calls
+  std::uint64_t instructions = 0;  ///< of the processor; 0 if it does not count them
 };
 
-/// Counts from its construction on, for this thread.
+/// Counts the work of this thread from its construction on.
 class WorkCounter {
  public:
   WorkCounter();
