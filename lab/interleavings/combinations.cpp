@@ -40,21 +40,21 @@ const char* name_of(Names names) {
 
 bool is_in(const Operation& operation, std::string_view area) { return operation.area == area; }
 
-/// Whether the two can touch a file together at all.
+/// Whether the two can touch a common file.
 bool can_meet(const Operation& a, const Operation& b) {
   if (a.does(kBegins) || b.does(kBegins)) return false;
   if (std::string_view(a.area) == b.area) return true;
-  // An owner's mails go with it; nothing else of another area does.
+  // An owner's mails move with the owner; nothing else of another area does.
   return (a.does(kMovesOwner) && is_in(b, "mail")) || (b.does(kMovesOwner) && is_in(a, "mail"));
 }
 
-/// Whether the names make a pair of its own.
+/// Whether these names add a case that no other names of the pair cover.
 bool is_worth(const Operation& a, const Operation& b, Names names, Setup setup, bool synchronize) {
   const bool about_two = a.is_about_entry && b.is_about_entry;
   const bool about_one = a.is_about_entry || b.is_about_entry;
   const bool changes = a.effects != kAsks && b.effects != kAsks;
   const bool makes = a.does(kMakes) || b.does(kMakes);
-  // Names that were saved belong to an index.
+  // Saved names belong to an index.
   if (setup == Setup::kNoIndex && (a.name == "restore" || b.name == "restore")) return false;
   switch (names) {
     case Names::kSame:
@@ -71,7 +71,7 @@ bool is_worth(const Operation& a, const Operation& b, Names names, Setup setup, 
   return false;
 }
 
-/// Two questions meet only where the first one of a folder writes.
+/// Two operations that only read differ only if the first one writes an index.
 bool can_differ(const Operation& a, const Operation& b, Setup setup, bool synchronize) {
   const auto only_asks = [](const Operation& each) {
     return (each.effects & ~(kReads | kCopies)) == 0;
@@ -118,7 +118,7 @@ Combination combination_from(const std::string& text) {
   std::vector<std::string> words;
   std::istringstream in(plain);
   for (std::string word; in >> word;) words.push_back(word);
-  if (words.size() < 5) throw std::invalid_argument("'" + text + "' is no combination");
+  if (words.size() < 5) throw std::invalid_argument("'" + text + "' is not a combination");
   combination.synchronize = words.back() == "on";
   const std::string setup = words[words.size() - 2];
   const std::string names = words[words.size() - 3];
@@ -130,7 +130,8 @@ Combination combination_from(const std::string& text) {
   }
   words.resize(words.size() - 3);
   for (const std::string& each : words) combination.operations.push_back(&operation_called(each));
-  if (in_text(combination) != text) throw std::invalid_argument("'" + text + "' is no combination");
+  if (in_text(combination) != text)
+    throw std::invalid_argument("'" + text + "' is not a combination");
   return combination;
 }
 
@@ -174,15 +175,16 @@ std::vector<Combination> all_trios() {
 }
 
 // ------------------------------------------------------------------------------------------------
-// A line holds fields with a tab behind each. From the process: "at", with the call, and "done",
-// with what came of it; at last "answer". To the process: "go", with the flags of a lock.
+// The protocol between the processes. A line has fields, each followed by a tab. The process sends
+// "at" with its call, then "done" with the result, and finally "answer". It receives "go" with the
+// flags of a lock.
 
 namespace {
 
 using os::faults::Arriving;
 using os::faults::Call;
 
-/// Fields of a line hold no tab and no line feed.
+/// Fields contain no tab and no line feed.
 std::string escaped(const std::string& text) {
   std::string result;
   for (const char c : text) {
@@ -235,7 +237,7 @@ std::string number_in_text(Number number) {
 
 // ---- in the process -----------------------------------------------------------------------------
 
-/// Asks before each call.
+/// Asks the parent before each call.
 class RemoteConductor final : public os::faults::Conductor {
  public:
   os::Status conduct(const Arriving& arriving, const std::function<os::Status()>& make) override {
@@ -256,7 +258,7 @@ class RemoteConductor final : public os::faults::Conductor {
   }
 };
 
-/// args: a root, a combination, who of it.
+/// args: a root, a combination, the number of the operation.
 int interleaving_participant(const std::vector<std::string>& args) {
   const Combination combination = combination_from(args.at(1));
   const std::size_t who = std::stoul(args.at(2));
@@ -277,7 +279,7 @@ REGISTER_ROLE(interleaving_participant, interleaving_participant)
 
 // ---- here ---------------------------------------------------------------------------------------
 
-/// Stands for a process.
+/// Represents a process.
 class Proxy {
  public:
   Proxy(Interleaving& interleaving, child_process process)
@@ -287,7 +289,8 @@ class Proxy {
     for (;;) {
       const std::vector<std::string> line = next();
       if (line.at(0) == "answer") return line.size() > 1 ? line[1] : "";
-      if (line.at(0) != "at") throw std::runtime_error("a process says " + line.at(0));
+      if (line.at(0) != "at")
+        throw std::runtime_error("unexpected line from a process: " + line.at(0));
       if (!hand_on(line)) return "";
     }
   }
@@ -295,11 +298,11 @@ class Proxy {
  private:
   std::vector<std::string> next() {
     const std::optional<std::string> line = m_process.next_line();
-    if (!line) throw std::runtime_error("a process says no more");
+    if (!line) throw std::runtime_error("a process ended too early");
     return fields_of(*line);
   }
 
-  /// @return whether the process goes on.
+  /// @return whether the process continues.
   bool hand_on(const std::vector<std::string>& line) {
     const std::string path = line.at(3);
     const std::string to = line.at(4);
@@ -328,7 +331,7 @@ class Proxy {
     };
     static_cast<void>(m_interleaving.conduct(arriving, make));
     if (!is_made) {
-      // Its process has ended here.
+      // The operation was killed here.
       m_process.kill();
       m_process.wait();
     }

@@ -8,18 +8,18 @@
 #include "lab/interleavings/operations.h"
 
 /// @file
-/// Which operations explore_all, on what.
+/// The combinations of operations that are explored.
 namespace interleavings {
 
 enum class Names : std::uint8_t {
-  kSame,         ///< both are about one entry that is there
-  kSameNew,      ///< about one that is not
-  kOther,        ///< about two that are there
-  kOtherNew,     ///< about two that are not
-  kOtherFolder,  ///< about entries of one name, of two owners
+  kSame,         ///< one existing entry for both
+  kSameNew,      ///< one missing entry for both
+  kOther,        ///< two existing entries
+  kOtherNew,     ///< two missing entries
+  kOtherFolder,  ///< entries of the same name, of two owners
 };
 
-/// Two operations, or three, and where they meet.
+/// Two or three operations, and the entries and the tree that they run on.
 struct Combination {
   std::vector<const Operation*> operations;
   Names names = Names::kSame;
@@ -32,19 +32,20 @@ struct Combination {
 
 /// "create + remove, same, tidy, off"
 std::string in_text(const Combination& combination);
-/// Throws std::invalid_argument.
+/// @throws std::invalid_argument if the text is not a combination.
 Combination combination_from(const std::string& text);
 
-/// Every pair in every setting in which it may differ from another one.
+/// Every pair, in every setting that can make a difference.
 std::vector<Combination> all_pairs();
-/// Two that change and a third one that only looks.
+/// Two operations that change something, and a third one that only reads.
 std::vector<Combination> all_trios();
 
 // ------------------------------------------------------------------------------------------------
-// The same combinations, run by processes. Each asks over a pipe before each of its calls, and
-// tells what came of it; here a thread stands for it, and hands its calls to the scheduler.
+// Runs a combination with processes instead of threads. Each process asks over a pipe before each
+// of its calls, and reports the result. In this process a thread represents it, and passes its
+// calls to the scheduler.
 
-/// The operations of a combination, each for a process of its own that is started with it.
+/// Starts a process for each operation. Each task represents one of them.
 std::vector<Task> process_tasks(const Combination& combination, const std::string& root,
                                 Interleaving& interleaving);
 

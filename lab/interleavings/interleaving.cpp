@@ -123,15 +123,16 @@ namespace {
 using os::faults::Arriving;
 using os::faults::Call;
 
-/// Who runs on this thread; -1 on all others.
+/// The operation on this thread; -1 for other threads.
 thread_local int t_who = -1;
 
 thread_local bool t_retries_locks = false;
 
-/// What a process finds that has ended: nothing.
+/// The result of each call after a kill.
 const os::Status kGone{5, os::Failure::kOther};
 
-/// The others move within a handle, or make sure of what is there already: nobody else sees that.
+/// The other calls change only a position in a handle, or check what exists; no other operation
+/// notices them.
 bool is_point(Call call) {
   switch (call) {
     case Call::seek:
@@ -233,7 +234,7 @@ os::Status Interleaving::conduct(const Arriving& arriving,
 
 os::Status Interleaving::make_call(int who, const Arriving& arriving,
                                    const std::function<os::Status()>& make) {
-  // Others may have been here since the footprint was looked up.
+  // Other operations may have run since the first footprint.
   Event event{who, false, seen(who, arriving), {}};
   event.footprint = footprint(event.call);
   const os::Status status = make();
@@ -256,7 +257,7 @@ void Interleaving::stand_at_point(Participant& me, int who) {
   }
 }
 
-/// Returns when @p from is to go on, or has ended.
+/// Returns when @p from continues, or has ended.
 void Interleaving::hand_on(int from) {
   Participant& me = *m_participants[index(from)];
   const int next = m_is_starting ? -1 : choose_next(from);
@@ -282,7 +283,7 @@ int Interleaving::choose_next(int from) {
   if (m_is_over) return able.front();
   const bool goes_on = std::find(able.begin(), able.end(), from) != able.end();
   const Choice choice = m_scheduler.choose(*this, goes_on ? from : -1, able);
-  // What it does from here on reaches nobody; it comes to its end at once.
+  // Its further calls have no effect, so it ends at once.
   if (choice.is_killed) kill(choice.who);
   return choice.who;
 }
@@ -327,7 +328,7 @@ void Interleaving::end_deadlock() {
   for (std::size_t i = 0; i < m_participants.size(); ++i) {
     if (m_participants[i]->state != State::kEnded) kill(static_cast<int>(i));
   }
-  // That was not theirs.
+  // The operations did not make these calls.
   m_events.resize(made);
 }
 
@@ -402,7 +403,7 @@ void Interleaving::take_note(int who, const Arriving& arriving, const os::Status
       move_names(relative(*arriving.path), relative(*arriving.to));
       break;
     case Call::list:
-      // The same schedule is to meet the same order.
+      // The order must be the same in each run of a schedule.
       os::faults::sort_by_name(*arriving.entries);
       break;
     default:
@@ -410,7 +411,7 @@ void Interleaving::take_note(int who, const Arriving& arriving, const os::Status
   }
 }
 
-/// Handles that are open on the file are open on it still, and on none that gets its name.
+/// An open handle stays on the removed file, not on a new one with its name.
 void Interleaving::forget_name(const std::string& path) {
   ++m_removed;
   for (auto& [key, handle] : m_handles) {
@@ -434,7 +435,6 @@ std::string Interleaving::relative(const os::Path& path) const {
   }
   std::replace(text.begin(), text.end(), '\\', '/');
   if (text.starts_with("//?/")) text.erase(0, 4);
-  // Two separators in a row are one.
   text.erase(
       std::unique(text.begin(), text.end(), [](char a, char b) { return a == '/' && b == '/'; }),
       text.end());

@@ -14,14 +14,14 @@
 #include "tests/support/os_faults.h"
 
 /// @file
-/// What a call of the seam touches, and which calls touch one another.
+/// What a call of the OS seam touches, and which calls touch each other.
 namespace interleavings {
 
 enum class Aspect : std::uint8_t {
-  kName,     ///< whether the path is there, and as what
+  kName,     ///< whether the path exists, and as what
   kListing,  ///< the names in a folder
   kContent,  ///< bytes and size of a file
-  kLock,     ///< who holds locks on a file
+  kLock,     ///< the locks of a file
 };
 enum class AccessKind : std::uint8_t { kReads, kChanges };
 
@@ -34,25 +34,26 @@ struct Access {
 };
 using Footprint = std::vector<Access>;
 
-/// Whether the order of two calls can matter. Both may read, but where one of them changes what the
-/// other one touches it does. A folder's name counts for everything below it.
+/// Whether the order of two calls matters: they touch the same thing, and one of them changes it.
+/// The name of a folder includes everything below it.
 bool are_dependent(const Footprint& one, const Footprint& other);
-/// Whether the call leaves anything behind.
+/// Whether the call changes anything.
 bool changes_anything(const Footprint& footprint);
 
-/// A call, as a conductor sees it. Paths are relative to the tree, with "/" between their parts.
+/// A system call. Paths are relative to the tree and separated by "/".
 struct SeenCall {
   os::faults::Call function = os::faults::Call::any;
   std::string path = {};
-  std::string to = {};        ///< of a rename and a copy
-  bool is_making = false;     ///< an open that makes the file when it is missing
-  bool is_exclusive = false;  ///< a lock, or what is done on a handle that holds one
-  bool waits = false;         ///< a lock that is waited for
-  bool is_locked = false;     ///< done on a handle that holds any lock
+  std::string to = {};        ///< for a rename and a copy
+  bool is_making = false;     ///< an open that creates a missing file
+  bool is_exclusive = false;  ///< an exclusive lock, or a call on a handle that has one
+  bool waits = false;         ///< a lock call that waits
+  bool is_locked = false;     ///< a call on a handle with any lock
 };
 
 /// "open user/anna/index.dat"
 std::string in_words(const SeenCall& call);
+/// What the call touches.
 /// @param is_there whether a path of the tree exists now.
 template <class IsThere>
 Footprint footprint_of(const SeenCall& call, const IsThere& is_there);
@@ -68,7 +69,7 @@ class FootprintBuilder {
  public:
   void reads(Aspect aspect, const std::string& path) { add(aspect, AccessKind::kReads, path); }
   void changes(Aspect aspect, const std::string& path) { add(aspect, AccessKind::kChanges, path); }
-  /// A name comes or goes.
+  /// A name is created or removed.
   void changes_name(const std::string& path) {
     changes(Aspect::kName, path);
     changes(Aspect::kListing, parent_of(path));
@@ -92,7 +93,8 @@ template <class IsThere>
 Footprint footprint_of(const SeenCall& call, const IsThere& is_there) {
   using os::faults::Call;
   detail::FootprintBuilder builder;
-  // What is made only when it is missing, and goes only when it is there, changes nothing else.
+  // A call that creates a name only if it is missing, or removes it only if it exists, otherwise
+  // changes nothing.
   const auto comes = [&](const std::string& path) {
     is_there(path) ? builder.reads(Aspect::kName, path) : builder.changes_name(path);
   };
@@ -138,22 +140,21 @@ Footprint footprint_of(const SeenCall& call, const IsThere& is_there) {
 }
 
 // ------------------------------------------------------------------------------------------------
-// One run: some operations, each on a thread of its own, of which one alone runs at any time.
+// One run. Each operation has its own thread, and only one thread runs at a time.
 //
-// Each call of the seam is a point: there the thread that runs asks the scheduler who goes on. A
-// lock that another one holds is never waited for in the system: who asks for it stands still, and
-// is not among those who can go on, until its holder has given it back. When nobody can go on and
-// somebody has not ended, they wait for each other.
+// Before each call of the OS seam, the running thread asks the scheduler which thread continues. No
+// thread waits for a lock in the system: if another operation holds the lock, the thread is stopped
+// until the lock is free. If no thread can continue and one has not ended, there is a deadlock.
 
 using Task = std::function<std::string()>;
 
-/// What an operation answers, or the exception that came out of it.
+/// The result of an operation, or its exception as text.
 std::string answer_of(const Task& operation);
 
 class Interleaving;
 
-/// As long as it lives, the operation of this thread asks for a lock again and again until it gets
-/// it: to the scheduler that is waiting.
+/// During its lifetime, the current thread repeats a refused lock until it gets it. The scheduler
+/// sees that as waiting.
 class [[nodiscard]] RetriesLocks {
  public:
   RetriesLocks();
@@ -162,10 +163,10 @@ class [[nodiscard]] RetriesLocks {
   RetriesLocks& operator=(const RetriesLocks&) = delete;
 };
 
-/// Who goes on.
+/// Which operation continues.
 struct Choice {
   int who = 0;
-  bool is_killed = false;  ///< it goes on no more: its process ends here
+  bool is_killed = false;  ///< its process ends here
 
   bool operator==(const Choice&) const = default;
 };
@@ -173,8 +174,9 @@ struct Choice {
 class Scheduler {
  public:
   virtual ~Scheduler() = default;
-  /// @param current who ran last and could go on; -1 when it has ended or waits, or nobody has.
-  /// @param able those who can go on, at least one.
+  /// @param current the operation that ran last and can continue; -1 if it has ended or waits, or
+  /// at the beginning.
+  /// @param able the operations that can continue, at least one.
   virtual Choice choose(const Interleaving& interleaving, int current,
                         const std::vector<int>& able) = 0;
 };
@@ -190,12 +192,12 @@ struct Event {
 struct RunResult {
   std::vector<std::string> answers;
   std::vector<bool> killed;
-  std::string deadlock;  ///< who waits for whom; empty when all have ended
+  std::string deadlock;  ///< which operation waits for which; empty if all ended
 };
 
 enum class Participants : std::uint8_t {
   kThreads,
-  kProcesses,  ///< for each of which a thread stands; a death is the thread's to carry out
+  kProcesses,  ///< each represented by a thread, which also ends the process
 };
 
 class Interleaving final : public os::faults::Conductor {
@@ -207,31 +209,31 @@ class Interleaving final : public os::faults::Conductor {
   Interleaving(const Interleaving&) = delete;
   Interleaving& operator=(const Interleaving&) = delete;
 
-  /// Runs the operations to their ends.
+  /// Runs all operations to their end.
   RunResult run(const std::vector<Task>& operations);
 
-  /// A call of one of them; on any other thread it is simply made.
+  /// Handles a call of one of the operations. Calls of other threads are made at once.
   os::Status conduct(const os::faults::Arriving& arriving,
                      const std::function<os::Status()>& make) override;
 
   // ---- for the scheduler ----------------------------------------------------------------------
 
   const std::vector<Event>& events() const { return m_events; }
-  /// The call at which somebody stands.
+  /// The next call of an operation.
   const SeenCall& next_call(int who) const { return m_participants[index(who)]->next; }
   const Footprint& next_footprint(int who) const { return m_participants[index(who)]->footprint; }
   int size() const { return static_cast<int>(m_participants.size()); }
   bool has_ended(int who) const { return m_participants[index(who)]->state == State::kEnded; }
-  /// Whether it waits for a lock that another one holds.
+  /// Whether it waits for a lock that another operation holds.
   bool waits(int who) const { return !has_ended(who) && !can_go_on(who); }
-  /// Whether any call of it was made.
+  /// Whether it has made a call.
   bool has_begun(int who) const { return m_participants[index(who)]->has_begun; }
 
  private:
   enum class State : std::uint8_t { kStands, kEnded };
 
-  /// Taken by the one who waits for it. (The semaphore of the Windows build's library can sleep
-  /// through a release.)
+  /// Lets one thread wait for another. (The semaphore of the Windows build's library can miss a
+  /// release.)
   class Turn {
    public:
     void give();
@@ -249,7 +251,7 @@ class Interleaving final : public os::faults::Conductor {
     bool is_killed = false;
     SeenCall next;
     Footprint footprint;
-    /// The system has refused the lock since this many others were given back.
+    /// The system refused the lock when refused_at releases had happened.
     bool is_refused = false;
     std::uint64_t refused_at = 0;
     std::string answer;
@@ -283,13 +285,13 @@ class Interleaving final : public os::faults::Conductor {
   void move_names(const std::string& from, const std::string& to);
   std::string relative(const os::Path& path) const;
 
-  std::string m_root;  ///< with "/" between its parts and at its end
+  std::string m_root;  ///< separated by "/", with "/" at its end
   Scheduler& m_scheduler;
   const Participants m_kind;
   std::vector<std::unique_ptr<Participant>> m_participants;
   Turn m_main;
-  bool m_is_starting = true;  ///< all go to their first points, one after the other
-  bool m_is_over = false;     ///< a deadlock is being ended
+  bool m_is_starting = true;  ///< all threads run to their first call, one after the other
+  bool m_is_over = false;     ///< a deadlock is being resolved
   std::map<Key, OpenHandle> m_handles;
   std::uint64_t m_given_back = 0;
   std::uint64_t m_removed = 0;

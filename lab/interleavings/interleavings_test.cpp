@@ -1,5 +1,5 @@
-// The explorer, its judge, and a selection of the combinations that `reliability interleavings`
-// runs.
+// Tests of the explorer and the judge, and a selection of the combinations that `reliability
+// interleavings` runs.
 
 #include <algorithm>
 #include <iterator>
@@ -60,7 +60,7 @@ TEST(InterleavingsView, TellsHowAnIndexStands) {
   Tree tree = tree_for(Setup::kTidy);
   EXPECT_EQ(facts_of(tree)["storage/user/bert: index"], "whole");
   tree[std::string(kBert) + "index.dat"].bytes = "";
-  EXPECT_EQ(facts_of(tree)["storage/user/bert: index"], "of no bytes");
+  EXPECT_EQ(facts_of(tree)["storage/user/bert: index"], "empty");
   tree.erase(std::string(kBert) + "index.dat");
   EXPECT_EQ(facts_of(tree)["storage/user/bert: index"], "none");
 }
@@ -96,7 +96,7 @@ TEST(InterleavingsJudge, MissesWhatOneHasMadeWhenTheOtherOneDies) {
   const Judge judge(combination, {}, {both, without_a, without_b});
   EXPECT_EQ(judge.judge(without_a).wrong, "");
   EXPECT_EQ(judge.judge({{"a", ""}, both.facts, {false, true}}).wrong, "");
-  // A has made its entry, and said so.
+  // A has created its entry, and returned.
   const Outcome lost{{"a", ""}, {{kSecond, ""}}, {false, true}};
   EXPECT_NE(judge.judge(lost).wrong, "");
   EXPECT_NE(judge.judge({{"a", "b"}, {{kSecond, ""}}, {false, false}}).wrong, "");
@@ -127,7 +127,7 @@ TEST(InterleavingsJudge, FindsWhatNoStoryTells) {
   EXPECT_NE(wrong({{bystander, "bytes"}, {index, "interrupted"}}), "");
   for (const char* const fact :
        {"storage/user/anna: another.kdb_0000000000", "storage/user/anna/x",
-        "storage/user/anna: the counter is behind", "storage/user/anna: two entries, one file"}) {
+        "storage/user/anna: the counter is too low", "storage/user/anna: two entries, one file"}) {
     Facts facts = before;
     facts[fact] = "1";
     EXPECT_NE(wrong(facts), "") << fact;
@@ -144,7 +144,7 @@ TEST(InterleavingsRaces, AreStoriesOfThePage) {
 }
 
 // ------------------------------------------------------------------------------------------------
-// The explorer itself, and a selection of the interleavings that `reliability interleavings` holds.
+// Tests of the explorer, and a selection of the combinations.
 
 // ---- the layer ----------------------------------------------------------------------------------
 
@@ -188,7 +188,7 @@ TEST(InterleavingsLayer, TellsNoDeadlockWhereLocksAreTakenInOneOrder) {
   EXPECT_GT(explorer.runs(), 5U);
 }
 
-/// Reads a number and writes the next one, with a lock for each alone.
+/// Reads a number and writes the next one, each under its own lock.
 std::string count_on(const std::string& path) {
   vu_file file(path);
   file.open(vu_file::o_read);
@@ -241,7 +241,7 @@ TEST(InterleavingsLayer, EndsAProcessWithItsLocks) {
     return text;
   };
   write_file(path, "before");
-  // Open, lock and cut: then it is gone, and nobody waits for it.
+  // After open, lock and truncation A is killed, and B does not wait.
   Replay scheduler(schedule_from("A3x B"));
   Interleaving interleaving(scratch.path(), scheduler);
   const RunResult result = interleaving.run({hold, read});
@@ -264,7 +264,7 @@ TEST(InterleavingsLayer, KnowsWhichCallsTouchEachOther) {
   EXPECT_TRUE(are_dependent(list, gone));
   EXPECT_FALSE(are_dependent(probe, footprint_of(mark(Call::remove_file, "f/b"), there)));
   EXPECT_FALSE(are_dependent(list, footprint_of(mark(Call::remove_file, "f/a"), missing)));
-  // A folder that moves takes along what is in it.
+  // Renaming a folder also renames everything in it.
   const SeenCall moves{Call::rename, "f", "g"};
   EXPECT_TRUE(are_dependent(probe, footprint_of(moves, there)));
   const Footprint shared = footprint_of({Call::lock, "f/a", "", false, false}, there);
@@ -300,7 +300,7 @@ bool dies_while_another_waits(const std::vector<Event>& events) {
   const auto is_end = [](const Event& each) { return each.is_kill && each.who == 0; };
   const auto end = std::find_if(events.begin(), events.end(), is_end);
   if (end == events.begin() || end == events.end()) return false;
-  // B stands before its lock, and A has written under its own since.
+  // B waits for its lock, and A has written under its own lock since.
   const auto opened = std::find_if(events.begin(), end, [](const Event& each) {
     return each.who == 1 && each.call.function == os::faults::Call::open;
   });
@@ -340,7 +340,8 @@ TEST(InterleavingsLayer, EndsAProcessBehindTheEndOfAnotherOne) {
   EXPECT_TRUE(ends.contains("before, "));
 }
 
-/// What three see of each other's folders: two make one only when they see another one's.
+/// The first operation creates "a". The second creates "b" if it sees "a", the third "c" if it sees
+/// "b".
 std::set<std::string> ends_of_three(Reduction reduction, std::uint64_t& runs) {
   const scratch_folder scratch;
   const auto make = [&](const char* const name) {
@@ -403,14 +404,14 @@ TEST(InterleavingsLayer, TellsThatARunWentAnotherWay) {
 
 // ---- combinations -------------------------------------------------------------------------------
 
-std::string calls_in_words(const Explored& explored) {
+std::string findings_in_words(const Explored& explored) {
   std::string text;
   for (const Finding& each : explored.findings)
     text += in_text(each.schedule) + ": " + each.what + "\n" + each.calls;
   return text;
 }
 
-/// A Windows program may run under an emulator, where a schedule takes a hundred times as long.
+/// Under Wine a schedule takes a hundred times as long.
 #if defined(_WIN32)
 constexpr int kDeep = 1;
 #else
@@ -421,7 +422,7 @@ class Interleavings : public testing::Test {
  protected:
   Explored explore(const std::string& text, const Bounds& bounds = {.preemptions = kDeep}) {
     Explored explored = m_runner.explore(combination_from(text), bounds);
-    EXPECT_EQ(calls_in_words(explored), "") << text;
+    EXPECT_EQ(findings_in_words(explored), "") << text;
     EXPECT_GT(explored.schedules, 2U) << text;
     return explored;
   }
@@ -485,7 +486,7 @@ TEST_F(Interleavings, OfWhichOneIsKilledEndAsTheyMay) {
     explore(text, {.preemptions = 1, .kills = Kills::kOne});
 }
 
-// The entry is there all the time: before the rename, and behind it.
+// The entry exists all the time, before and after the rename.
 TEST_F(Interleavings, OfAQuestionAndARenameOntoItsEntryAnswerYes) {
   EXPECT_TRUE(explore("rename-onto + exists, other, tidy, off").races.empty());
 }
@@ -497,18 +498,18 @@ TEST_F(Interleavings, OfAWriterOfNewEntriesAndARenameOntoItsEntryReplaceNothing)
 TEST_F(Interleavings, OfProcessesThatBeginOneStorageDisturbNobody) {
   const Explored explored = m_runner.explore(combination_from("begin + begin, same, tidy, off"),
                                              {.preemptions = 1}, Participants::kProcesses);
-  EXPECT_EQ(calls_in_words(explored), "");
+  EXPECT_EQ(findings_in_words(explored), "");
   EXPECT_GT(explored.schedules, 5U);
 }
 
-/// Takes a text, and puts it back with its mark behind.
+/// Reads a text, and writes it again with its mark at the end.
 std::string add_mark(const Target& target) {
   const std::string path = target.root + "\\plain\\one.txt";
   put_text(path, text_in(path) + target.mark);
   return "";
 }
 
-/// Adds to one file while it holds another one.
+/// Adds to one file while it has another one open.
 std::string hold_and_add(const Target& target) {
   const bool is_first = target.mark == "by A";
   return hold_both(target.root + (is_first ? "\\plain\\one.txt" : "\\plain\\two.txt"),
@@ -522,7 +523,7 @@ TEST_F(Interleavings, ThatLoseAnUpdateAreToldWithASchedule) {
   ASSERT_FALSE(explored.findings.empty());
   for (const Finding& each : explored.findings) {
     EXPECT_NE(each.what.find("\n    plain/one.txt is 'oneby "), std::string::npos) << each.what;
-    // One takes the turn, the other one writes, and then the first one.
+    // A preemption, the write of the other operation, and then the first one again.
     EXPECT_EQ(each.schedule.size(), 3U) << in_text(each.schedule);
     const Finding again = m_runner.replay(combination, schedule_from(in_text(each.schedule)));
     EXPECT_EQ(again.what, each.what);
@@ -538,20 +539,20 @@ TEST_F(Interleavings, ThatWaitForEachOtherAreToldWithASchedule) {
   ASSERT_FALSE(explored.findings.empty());
   const Finding& first = explored.findings.front();
   EXPECT_EQ(first.what,
-            "nobody can go on: "
+            "deadlock:  "
             "A waits at: lock (exclusive) plain/two.txt, held by B (exclusive); "
             "B waits at: lock (exclusive) plain/one.txt, held by A (exclusive)");
   EXPECT_EQ(m_runner.replay(combination, first.schedule).what, first.what);
 }
 
-/// Threads stand for processes: led the same way, both make the same calls, with the same ends.
+/// With the same schedule, threads and processes make the same calls, with the same results.
 TEST_F(Interleavings, AreHeldByProcessesAsTheyAreByThreads) {
   const char* const trio = "create + write + names, other, tidy, off";
   const char* const other = "rename + remove + read, same, tidy, off";
   std::vector<std::pair<const char*, const char*>> led = {{trio, "A20 B12 C A B"},
                                                           {other, "B11 A C B"}};
 #if !defined(_WIN32)
-  // Processes take an emulator seconds to start.
+  // Under Wine a process takes seconds to start.
   led.insert(led.end(), {{trio, "A B C"},
                          {trio, "C B A"},
                          {trio, "A9 B C A"},

@@ -23,7 +23,7 @@ std::string key_of_entry(const std::string& fact) { return fact.substr(fact.find
 
 std::string key_of(const std::string& entry) { return entry + "_0000000000"; }
 
-/// The keys that an operation is about.
+/// The keys that an operation names.
 std::set<std::string> keys_touched(const Operation& operation, const Target& target) {
   std::set<std::string> keys;
   if (operation.does(kMakes | kRemoves | kRenames | kWrites)) keys.insert(key_of(target.entry));
@@ -113,12 +113,12 @@ Verdict Judge::judge(const Outcome& outcome) const {
     if (rest.empty()) return {"", {races.begin(), races.end()}};
     if (i == 0 || rest.size() < fewest.size()) fewest = std::move(rest);
   }
-  verdict.wrong = "no order gives this end, and no story tells it:";
+  verdict.wrong = "no order of the operations has this end, and no story explains it:";
   for (const Difference& each : fewest) verdict.wrong += "\n    " + in_words(each);
   return verdict;
 }
 
-/// Whoever has lived has done all of its operation: an order without it gives no such end.
+/// An operation that was not killed is complete, so orders without it do not count.
 std::vector<Outcome> Judge::orders_with_who_lived(const Outcome& outcome) const {
   std::vector<Outcome> orders;
   std::copy_if(m_orders.begin(), m_orders.end(), std::back_inserter(orders),
@@ -129,7 +129,7 @@ std::vector<Outcome> Judge::orders_with_who_lived(const Outcome& outcome) const 
   return orders;
 }
 
-/// What must not be, whatever anybody tells.
+/// Defects that no story excuses.
 std::string Judge::broken_promise(const Outcome& outcome) const {
   const bool owner_moves =
       std::any_of(m_combination.operations.begin(), m_combination.operations.end(),
@@ -137,21 +137,21 @@ std::string Judge::broken_promise(const Outcome& outcome) const {
   for (const auto& [fact, bytes] : m_before) {
     if (folder_of_entry(fact).empty() || is_touched(fact)) continue;
     const auto found = outcome.facts.find(fact);
-    if (found == outcome.facts.end()) return "an entry that nobody was about is lost: " + fact;
+    if (found == outcome.facts.end()) return "an entry that no operation names is lost: " + fact;
     if (found->second != bytes)
-      return "an entry that nobody was about has other bytes: " + fact + ": " +
+      return "an entry that no operation names has other bytes: " + fact + ": " +
              shown(found->second);
   }
   for (const auto& [fact, bytes] : outcome.facts) {
     if (fact.ends_with(": index") && bytes != "whole" && bytes != "none" && !owner_moves &&
         std::find(outcome.killed.begin(), outcome.killed.end(), true) == outcome.killed.end())
       return fact + " is " + bytes;
-    if (fact.ends_with(": the counter is behind") && !owner_moves) return fact + " at " + bytes;
+    if (fact.ends_with(": the counter is too low") && !owner_moves) return fact + " at " + bytes;
     if (fact.ends_with(": two entries, one file") && !m_combination.synchronize &&
         !m_before.contains(fact))
       return fact + ": " + bytes;
     if (folder_of_entry(fact).empty() || m_before.contains(fact) || is_touched(fact)) continue;
-    if (!may_be_adopted(key_of_entry(fact))) return "an entry that nobody made: " + fact;
+    if (!may_be_adopted(key_of_entry(fact))) return "an entry that no operation created: " + fact;
   }
   return "";
 }
@@ -167,15 +167,15 @@ bool Judge::is_touched(const std::string& fact) const {
     }
     const std::string own = std::string("storage/") + operation.area + "/" + target.owner;
     if (!folder.starts_with(own)) continue;
-    // Mails and corporate documents: one operation's whole folder.
+    // In mail folders and docs folders, the operation concerns the whole folder.
     if (operation.area != std::string("user") || operation.does(kCleansAll)) return true;
     if (keys_touched(operation, target).contains(key_of_entry(fact))) return true;
   }
   return false;
 }
 
-/// A file that lies in the folder may become an entry under its own name, where that is on. By then
-/// its extension is in lower case.
+/// With synchronisation on, an orphan may become an entry under its own name. Its extension is then
+/// in lower case.
 bool Judge::may_be_adopted(const std::string& key) const {
   if (!m_combination.synchronize || !key.ends_with("_0000000000")) return false;
   const std::string name = key.substr(0, key.size() - kStamp);

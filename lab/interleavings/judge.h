@@ -9,15 +9,19 @@
 #include "lab/interleavings/tree.h"
 
 /// @file
-/// Whether a run may end so.
+/// Decides whether a run may end as it did.
 ///
-/// Its end and all its answers are those of the operations one after the other, in some order. Or
-/// else each difference from such an order belongs to a race that docs/concurrency.md tells.
-/// Whatever anybody tells, an entry that nobody was about has its bytes, there is no entry that
-/// nobody made, every index is whole, and nobody waits for himself.
+/// The final tree and all results must be those of the operations one after the other, in some
+/// order. Otherwise each difference must belong to a story of docs/concurrency.md. No story excuses
+/// these defects:
+///
+/// - another entry changes its bytes;
+/// - an entry appears that no operation created;
+/// - an index is not whole;
+/// - an operation waits for itself.
 namespace interleavings {
 
-/// What came of a run.
+/// The end of a run.
 struct Outcome {
   std::vector<std::string> answers;  ///< without numbers
   Facts facts;
@@ -26,11 +30,11 @@ struct Outcome {
   bool operator==(const Outcome&) const = default;
 };
 
-/// Something in which an end differs from that of an order.
+/// One difference from the end of an order.
 struct Difference {
-  int answer_of = -1;  ///< whose answer; -1: a fact
+  int answer_of = -1;  ///< the operation whose result differs; -1: a fact differs
   std::string what;    ///< the fact
-  std::string wanted;  ///< what the order gives; kNothing where it has no such fact
+  std::string wanted;  ///< the value in the order; kNothing if it has no such fact
   std::string found;
 
   static constexpr const char* kNothing = "(nothing)";
@@ -46,16 +50,16 @@ struct Evidence {
   const std::vector<Outcome>& orders;
 
   bool any_does(std::uint32_t effect) const;
-  /// How many do.
+  /// The number of operations with this effect.
   std::size_t count(std::uint32_t effect) const;
   bool does(int who, std::uint32_t effect) const;
-  /// Whether it is the operation of this name.
+  /// Whether operation @p who has this name.
   bool is(int who, const std::string& name) const;
   bool any_is(const std::string& name) const;
   bool has_kill() const;
-  /// Whether somebody who was killed does.
+  /// Whether a killed operation has this effect.
   bool killed_does(std::uint32_t effect) const;
-  /// Whether some order gives this answer, or this fact.
+  /// Whether some order has this result or fact.
   bool some_order_gives(const Difference& difference) const;
 };
 
@@ -63,13 +67,13 @@ struct Race {
   std::string name;
   std::string story;  ///< its heading in docs/concurrency.md
   bool (*explains)(const Evidence& evidence, const Difference& difference) = nullptr;
-  bool needs_a_kill = false;  ///< it occurs only where somebody ends on the way
+  bool needs_a_kill = false;  ///< it occurs only if an operation is killed
 };
 const std::vector<Race>& accepted_races();
 
 struct Verdict {
-  std::string wrong;               ///< empty when the run may end so
-  std::vector<std::string> races;  ///< the names of those that explain it
+  std::string wrong;               ///< empty if the run may end like this
+  std::vector<std::string> races;  ///< the races that explain it
 };
 
 class Judge {

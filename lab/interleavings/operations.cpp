@@ -19,9 +19,9 @@
 namespace interleavings {
 namespace {
 
-/// In seconds: what is older goes when a folder is cleaned by age.
+/// Seconds; a clean by age removes older files.
 constexpr unsigned long kLimit = 100'000;
-/// What is old is as old as that.
+/// The age of old files in seconds.
 constexpr std::int64_t kAge = 1'000'000;
 
 constexpr auto kUser = STG::UserRepository;
@@ -49,7 +49,7 @@ std::string rename(const Target& c) {
   return "";
 }
 
-/// Onto an entry that is there.
+/// Renames onto an existing entry.
 std::string rename_onto(const Target& c) {
   const std::string to = c.entry == kYoung ? kOld : kYoung;
   STGIndex::rename(c.folder(), c.entry, 0, to, 0);
@@ -282,7 +282,7 @@ const Operation& operation_called(const std::string& name) {
   for (const Operation& each : operations()) {
     if (each.name == name) return each;
   }
-  throw std::invalid_argument("no operation is called '" + name + "'");
+  throw std::invalid_argument("unknown operation '" + name + "'");
 }
 
 const char* name_of(Setup setup) {
@@ -299,7 +299,7 @@ const char* name_of(Setup setup) {
 
 namespace {
 
-/// A folder that nobody has indexed yet: a person has put files into it.
+/// A folder without an index, with files that somebody copied into it.
 void add_files_by_hand(Tree& tree, const std::string& folder, const std::string& owner,
                        std::int64_t now) {
   add_file(tree, folder + kOld, "old of " + owner, now - kAge);
@@ -315,7 +315,7 @@ void add_owner(Tree& tree, const std::string& owner, Setup setup, std::int64_t n
   add_file(tree, folder + "00000003.ctg", "report.kdb=1\nsecond.kdb=2\n", now);
   add_file(tree, folder + "00000004.kdc", "other of " + owner, now);
   if (setup == Setup::kStray) add_file(tree, folder + kStray, "put in by hand", now);
-  // A line whose file is gone, for whoever saves next.
+  // A dangling entry, which the next save drops.
   const std::string gone = setup == Setup::kStray ? "gone.kdb_0000000000/00000009\n" : "";
   add_file(tree, folder + "index.dat",
            gone +
@@ -334,7 +334,6 @@ Tree tree_for(Setup setup) {
     add_folder(tree, std::string("storage/") + area + "/");
   add_owner(tree, "anna", setup, now);
   add_owner(tree, "bert", setup, now);
-  // The bucket of corp.kdf.
   const std::string bucket = "storage/docs/anna/00000046/";
   add_file(tree, bucket + "00000001.kdf", "corporate", now - 1);
   add_file(tree, bucket + "00000001.kdf_/html/x/part", "part", now);
@@ -418,7 +417,7 @@ std::string client_put(const Target& target) {
 
 std::string client_restore(const Target& target) {
   const RetriesLocks asks_again;
-  // The names of the folder as they were saved once: the entry led to its file.
+  // A saved list of the folder's names, in which the entry had its file.
   const std::string saved = target.entry + "_0000000000/00000001\n";
   admin::RestorePlan plan;
   const os::Status status = admin::restore_names(folder_of(target), saved, {}, plan);
@@ -449,7 +448,7 @@ std::string client_move_out(const Target& target) {
   return name_of(old.fate);
 }
 
-/// Takes the lines out that readers pass over.
+/// Removes lines that readers skip.
 std::string client_repair(const Target& target) {
   const RetriesLocks asks_again;
   const admin::DocumentFolder folder = folder_of(target);

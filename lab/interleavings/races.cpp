@@ -6,9 +6,9 @@
 
 #include "lab/interleavings/judge.h"
 
-// The races that docs/concurrency.md tells, each as a rule about what may differ from an order of
-// the operations. A rule is as narrow as its story: it names who must be there, and what of the end
-// or the answers it speaks of.
+// The stories of docs/concurrency.md as rules. Each rule decides whether it explains a difference
+// from an order of the operations. A rule is as narrow as its story: it names the operations, and
+// the facts or results that it excuses.
 
 namespace interleavings {
 namespace {
@@ -23,15 +23,15 @@ bool has(const std::string& text, std::string_view part) {
 
 bool is_loose_file(const Difference& d) { return d.answer_of < 0 && has(d.what, ": loose "); }
 
-/// A file that no line names, of which there is one too many.
+/// One orphan too many, compared with the order.
 bool is_loose_too_many(const Difference& d) { return is_loose_file(d) && d.found != kNothing; }
 
-/// The fact of an entry, in whatever folder.
+/// The fact of an entry, in any folder.
 bool is_entry(const Difference& d, const std::string& entry) {
   return d.answer_of < 0 && d.what.ends_with(": " + entry + "_0000000000");
 }
 
-/// The entry that an operation makes, or gives another one's document.
+/// The entry that an operation creates, or to which it renames.
 std::string made_by(const Evidence& s, std::size_t who) {
   const Operation& operation = *s.combination.operations[who];
   const Target target = s.combination.target_of(who, "");
@@ -41,7 +41,7 @@ std::string made_by(const Evidence& s, std::size_t who) {
   return operation.does(kMakes) ? target.entry : "";
 }
 
-/// Whether it is the entry that somebody makes with this effect.
+/// Whether it is the entry that an operation with this effect creates.
 bool is_made_by(const Evidence& s, const Difference& d, std::uint32_t effect) {
   for (std::size_t i = 0; i < s.combination.operations.size(); ++i) {
     if (s.combination.operations[i]->does(effect) && is_entry(d, made_by(s, i))) return true;
@@ -57,7 +57,7 @@ bool is_about(const Evidence& s, std::size_t who, const std::string& entry) {
          made_by(s, who) == entry;
 }
 
-/// Whether two different ones, with these effects, are about one entry.
+/// Whether two operations with these effects concern one entry.
 bool meet_on_one(const Evidence& s, std::uint32_t effect, std::uint32_t other) {
   const auto& all = s.combination.operations;
   for (std::size_t a = 0; a < all.size(); ++a) {
@@ -71,14 +71,14 @@ bool meet_on_one(const Evidence& s, std::uint32_t effect, std::uint32_t other) {
   return false;
 }
 
-/// Whether a file that no line names holds these bytes at the end.
+/// Whether an orphan has these bytes at the end.
 bool lies_loose(const Evidence& s, const std::string& bytes) {
   return std::any_of(s.outcome.facts.begin(), s.outcome.facts.end(), [&](const auto& fact) {
     return has(fact.first, ": loose ") && fact.first.ends_with(" '" + shown(bytes) + "'");
   });
 }
 
-/// Whether an entry has the bytes of one from before, or none.
+/// Whether an entry has no bytes, or those of an entry before the run.
 bool holds_what_stood(const Evidence& s, const Difference& d) {
   if (d.answer_of >= 0 || !d.what.ends_with("_0000000000")) return false;
   return d.found.empty() || d.found == kNothing ||
@@ -87,7 +87,7 @@ bool holds_what_stood(const Evidence& s, const Difference& d) {
          });
 }
 
-/// Whether it is an entry that some rename takes from or gives to.
+/// Whether a rename concerns this entry.
 bool is_renamed(const Evidence& s, const Difference& d) {
   for (std::size_t i = 0; i < s.combination.operations.size(); ++i) {
     if (!s.combination.operations[i]->does(kRenames)) continue;
@@ -97,7 +97,7 @@ bool is_renamed(const Evidence& s, const Difference& d) {
   return false;
 }
 
-/// Whether each name of an answer is in the same one's answer in some order.
+/// Whether each name in the result also occurs in that operation's result in some order.
 bool all_names_are_known(const Evidence& s, const Difference& d) {
   if (d.answer_of < 0) return false;
   std::istringstream names(d.found);
@@ -110,7 +110,7 @@ bool all_names_are_known(const Evidence& s, const Difference& d) {
   return true;
 }
 
-/// Whether it is the category file, with lines that it had.
+/// Whether it is the category file, and all of its lines were there before.
 bool has_lines_from_before(const Evidence& s, const Difference& d) {
   const auto before = s.before.find(d.what);
   if (!is_entry(d, kList) || before == s.before.end()) return false;
@@ -125,7 +125,7 @@ bool is_adopted(const std::string& text) { return has(text, "00000"); }
 
 // ---- the stories --------------------------------------------------------------------------------
 
-/// Whether a file that lies in the folder becomes one of these entries by itself.
+/// Whether adoption can turn an orphan into one of these entries.
 bool adopts_one_of(const Evidence& s, const std::set<std::string>& entries) {
   if (!s.combination.synchronize) return false;
   return std::any_of(entries.begin(), entries.end(), [&](const std::string& entry) {
@@ -135,7 +135,7 @@ bool adopts_one_of(const Evidence& s, const std::set<std::string>& entries) {
   });
 }
 
-/// Two that make one entry, each from its own look at the index.
+/// Two operations create one entry, each after its own look at the index.
 bool same_entry(const Evidence& s, const Difference& d) {
   std::set<std::string> made;
   bool is_shared = false;
@@ -143,7 +143,7 @@ bool same_entry(const Evidence& s, const Difference& d) {
     const std::string entry = made_by(s, i);
     if (!entry.empty() && !made.insert(entry).second) {
       is_shared = true;
-      // The other one's document is in the file that nobody finds.
+      // The orphan contains the document of the other operation.
       const bool has_line = d.found != kNothing;
       if (is_entry(d, entry) && has_line && (lies_loose(s, d.wanted) || d.found.empty()))
         return true;
@@ -154,15 +154,15 @@ bool same_entry(const Evidence& s, const Difference& d) {
   return is_loose_too_many(d) || (s.does(d.answer_of, kMakes) && d.found != "no");
 }
 
-/// The empty document of one that has made it and not written it yet.
+/// A document that was created and not written yet is empty.
 bool read_before_written(const Evidence& s, const Difference& d) {
   if (has(d.what, "plain/out-")) return s.any_does(kWrites | kMakes) && d.found.empty();
-  // A key file without a line is "0" alone.
+  // The result for a key file without lines is "0".
   return s.does(d.answer_of, kReads) && s.any_does(kWrites | kMakes) &&
          (d.found == "read " || d.found == "0");
 }
 
-/// Who has made the entry opens its file behind another one who has replaced it.
+/// The creator of an entry opens its file after another operation has replaced the content.
 bool maker_writes_last(const Evidence& s, const Difference& d) {
   if (s.count(kWrites) < 2 || !is_made_by(s, d, kWrites)) return false;
   for (std::size_t i = 0; i < s.combination.operations.size(); ++i) {
@@ -173,10 +173,10 @@ bool maker_writes_last(const Evidence& s, const Difference& d) {
   return false;
 }
 
-/// An entry under its file's own name, of a file whose line was not written yet.
+/// A new file was adopted before its entry was saved.
 bool adopted_too_early(const Evidence& s, const Difference& d) {
   if (!s.combination.synchronize) return false;
-  // What is adopted can be cleaned away, and counts.
+  // An adopted file can also be removed by a clean, which counts it.
   const bool counts = s.does(d.answer_of, kCleans) && s.any_does(kMakes | kRenames);
   if (d.answer_of >= 0) return counts || is_adopted(d.found) || s.some_order_gives(d);
   const std::size_t colon = d.what.find(": ");
@@ -184,9 +184,9 @@ bool adopted_too_early(const Evidence& s, const Difference& d) {
          (colon != std::string::npos && is_adopted(d.what.substr(colon)));
 }
 
-/// What somebody writes whose entry goes meanwhile is in a file that no line names, or gone.
+/// The entry is removed during a write: the written bytes are in an orphan, or gone.
 bool removed_beside_writer(const Evidence& s, const Difference& d) {
-  // Whoever cuts lines of a category file writes the rest of it.
+  // An operation that removes lines of a category file writes the others again.
   if (s.any_does(kCuts) && s.any_does(kCleansAll) &&
       (is_loose_too_many(d) || has_lines_from_before(s, d)))
     return true;
@@ -196,14 +196,14 @@ bool removed_beside_writer(const Evidence& s, const Difference& d) {
   return is_loose_too_many(d) || s.some_order_gives(d);
 }
 
-/// The same where the entry gets another name. Where the writer has the file open the rename fails.
+/// The same for a rename. If the writer has the file open, the rename fails.
 bool renamed_beside_writer(const Evidence& s, const Difference& d) {
   if (!meet_on_one(s, kRenames, kWrites)) return false;
   if (is_renamed(s, d) && holds_what_stood(s, d)) return true;
   return is_loose_too_many(d) || s.some_order_gives(d);
 }
 
-/// What gets another name meanwhile is neither cleaned away nor removed.
+/// An entry that is renamed during a clean or a removal stays.
 bool renamed_beside_clean(const Evidence& s, const Difference& d) {
   const auto& all = s.combination.operations;
   const bool any_takes_away = std::any_of(all.begin(), all.end(), [](const auto* each) {
@@ -212,25 +212,25 @@ bool renamed_beside_clean(const Evidence& s, const Difference& d) {
   return s.any_does(kRenames) && any_takes_away && is_renamed(s, d) && holds_what_stood(s, d);
 }
 
-/// The file goes first, and then its line.
+/// A removal first removes the file, then the line.
 bool line_without_file(const Evidence& s, const Difference& d) {
   return s.is(d.answer_of, "repair") && s.any_does(kRemoves | kRenames | kCleans) &&
          d.found == "repaired";
 }
 
-/// One file goes after the other: a list names those that are left.
+/// A clean removes one file after the other, and a list contains those that are left.
 bool cleaned_bit_by_bit(const Evidence& s, const Difference& d) {
   return s.any_does(kCleans) && !s.does(d.answer_of, kCleans) && all_names_are_known(s, d);
 }
 
-/// What one has taken away already is very old to the other one, and counts for both.
+/// A clean takes a missing file for a very old one, so two cleans count it.
 bool counted_twice(const Evidence& s, const Difference& d) {
   return s.does(d.answer_of, kCleans) &&
          (s.count(kCleans) > 1 || s.any_does(kRemoves | kRenames)) &&
          d.found.find_first_not_of("0123456789") == std::string::npos;
 }
 
-/// The folder in which the client keeps its copies is named by no line.
+/// The client's folder for copies is an orphan.
 bool swept_copies(const Evidence& s, const Difference& d) {
   if (!s.any_does(kSweeps) || !s.any_does(kClient)) return false;
   if (d.answer_of >= 0) return s.is(d.answer_of, "put") && d.found.starts_with("failed");
@@ -238,14 +238,14 @@ bool swept_copies(const Evidence& s, const Difference& d) {
   return d.found == kNothing && is_made_by(s, d, kClient);
 }
 
-/// In a folder without an index a sweep ends when there is one: what it has not reached stays.
+/// In a folder without an index, a sweep stops when an index appears. The orphans after that stay.
 bool sweep_ends(const Evidence& s, const Difference& d) {
   if (s.combination.setup != Setup::kNoIndex || !s.any_does(kSweeps)) return false;
   const auto stood = s.before.find(d.what);
   return is_loose_too_many(d) && stood != s.before.end() && stood->second == d.found;
 }
 
-/// A document that is replaced loses its parts, and a writer of one the folder to put it in.
+/// Replacing a document removes its sub-parts, and the folder in which a writer creates one.
 bool parts_go(const Evidence& s, const Difference& d) {
   if (!s.any_is("write-corporate")) return false;
   if (s.is(d.answer_of, "write-part") || s.is(d.answer_of, "read-part"))
@@ -253,19 +253,19 @@ bool parts_go(const Evidence& s, const Difference& d) {
   return has(d.what, ": below ");
 }
 
-/// The index that somebody is just making has no bytes yet: the client takes it for a damaged one.
+/// A new index is empty for a moment, and the client takes it for a damaged one.
 bool first_index_of_no_bytes(const Evidence& s, const Difference& d) {
   if (s.combination.setup != Setup::kNoIndex || !s.any_does(kClient)) return false;
   if (d.answer_of >= 0) return s.is(d.answer_of, "put") && d.found == "failed ";
   return d.found == kNothing && is_made_by(s, d, kClient);
 }
 
-/// The file is gone when the reader asks for its size, or comes to open it.
+/// The file is removed before the reader asks for its size, or opens it.
 bool gone_while_read(const Evidence& s, const Difference& d) {
   if (!s.any_does(kRemoves | kRenames | kCleans) || !s.any_does(kReads)) return false;
   if (d.answer_of < 0) return has(d.what, "plain/out-") && d.found == kNothing;
   if (!s.does(d.answer_of, kReads)) return false;
-  // Of the document that is gone so much as the one has that bears the file's name by now.
+  // If another document now has the file name, its size limits what is read.
   const bool is_beginning = d.found.starts_with("read ") &&
                             std::any_of(s.before.begin(), s.before.end(), [&](const auto& fact) {
                               return fact.second.starts_with(d.found.substr(5));
@@ -274,7 +274,7 @@ bool gone_while_read(const Evidence& s, const Difference& d) {
 }
 
 #if defined(_WIN32)
-/// A file that somebody has open keeps its name until it is closed, and its line with it.
+/// A file that is open keeps its name until it is closed, and its entry stays.
 bool stays_while_open(const Evidence& s, const Difference& d) {
   return s.any_does(kReads | kWrites) && s.any_does(kRenames | kRemoves | kCleans) &&
          (is_renamed(s, d) || is_made_by(s, d, kMakes)) && holds_what_stood(s, d);
@@ -286,16 +286,16 @@ bool copy_meets_lock(const Evidence& s, const Difference& d) {
   if (!s.any_does(kCopies | kRenames)) return false;
   if (s.does(d.answer_of, kCopies)) return d.found == "no";
   if (has(d.what, "plain/out-")) return d.found == kNothing;
-  // Without an index the document is a file that no line names.
+  // Without an index the document is an orphan.
   if (s.combination.setup == Setup::kNoIndex && has(d.what, std::string(": loose ") + kOld)) {
     const bool is_emptied = d.what.ends_with(" ''") && d.found != kNothing;
     return is_emptied || (d.what.ends_with(" 'one'") && d.found == kNothing);
   }
-  // What was to be copied into had been cut before.
+  // The target had been truncated before.
   return d.found.empty() && is_made_by(s, d, kCopies);
 }
 
-/// What is moved elsewhere is copied first; what somebody does to it meanwhile is seen, and stays.
+/// `mv` to another place copies first. It detects a change during the copy, and the document stays.
 bool moved_while_changed(const Evidence& s, const Difference& d) {
   if (!s.any_is("move-out")) return false;
   if (d.answer_of >= 0)
@@ -307,13 +307,12 @@ bool moved_while_changed(const Evidence& s, const Difference& d) {
   return d.found == kNothing || is_made_empty || s.some_order_gives(d);
 }
 
-/// Both make the marker, and both copy a mail to its new name: one entry, one file too many.
+/// Both migrations create the marker, and copy a mail to its new name: one entry, one orphan.
 bool two_migrations(const Evidence& s, const Difference& d) {
   return s.count(kConverts) > 1 && is_loose_too_many(d);
 }
 
-/// A list without the names whose files are neither in the tree before the run nor in the one
-/// behind it.
+/// A list without names that exist neither in the tree before the run nor in the one after it.
 std::string without_replaced(const std::string& list) {
   std::string kept;
   std::istringstream names(list);
@@ -325,36 +324,34 @@ std::string without_replaced(const std::string& list) {
 
 bool two_renames(const Evidence& s, const Difference& d) {
   if (s.count(kRenames) < 2) return false;
-  // A third one may list both names, or none, or the file of a rename that the other one replaces.
+  // A third operation may list both names, or none, or a file that the other rename replaces.
   Difference standing = d;
   standing.found = without_replaced(d.found);
   return (is_renamed(s, d) && holds_what_stood(s, d)) || s.some_order_gives(d) ||
          all_names_are_known(s, standing);
 }
 
-/// Between looking for a line and writing the rest another one writes: its cut is lost.
+/// One operation writes between the other's search and write, so one removal of lines is lost.
 bool two_cuts(const Evidence& s, const Difference& d) {
   return s.count(kCuts) > 1 && has_lines_from_before(s, d);
 }
 
-/// Whoever renames or removes an owner agrees with those who work there.
+/// Renaming or removing an owner requires an agreement with all programs that use the owner.
 bool owner_goes(const Evidence& s, const Difference& d) {
   if (!s.any_does(kMovesOwner)) return false;
   return d.answer_of >= 0 || has(d.what, "/anna") || has(d.what, "/carl");
 }
 
-/// What somebody left who ended on the way: what he was about as it was, as it was to be, or in one
-/// of the states that the page lists.
+/// The state after a kill: before the operation, after it, or one that docs/concurrency.md lists.
 bool killed(const Evidence& s, const Difference& d) {
   if (!s.has_kill()) return false;
   if (s.some_order_gives(d)) return true;
   if (d.answer_of >= 0) return false;
-  // A read list is emptied, and then written: its bytes from before are gone.
+  // A read list is truncated, then written.
   const bool is_list_gone = has(d.what, ": loose read.txt ") && d.found == kNothing;
   if (is_list_gone) return s.killed_does(kConverts);
   if (is_loose_file(d)) return d.found != kNothing && s.killed_does(kMakes | kRenames | kConverts);
   if (d.what.ends_with(": index")) return true;
-  // The next put removes it.
   if (has(d.what, ": below .stgctl-part-")) return s.killed_does(kClient);
   return s.killed_does(kWrites | kCuts) && d.found.empty();
 }

@@ -17,13 +17,13 @@ std::string with_slashes(std::string path) {
   return path;
 }
 
-/// Of one combination: then the search ends.
+/// The search in one combination ends after this number.
 constexpr std::size_t kMostFindings = 3;
 
-/// What kind of finding it is: without the entries and bytes that it names.
+/// The kind of a finding, without entries and bytes.
 std::string kind_of(const std::string& what) { return what.substr(0, what.find('\n')); }
 
-/// Nobody knows what all of its calls touch.
+/// It is unknown what the calls of the client touch.
 bool is_any_the_clients(const Combination& combination) {
   return std::any_of(combination.operations.begin(), combination.operations.end(),
                      [](const Operation* each) { return each->does(kClient); });
@@ -65,7 +65,7 @@ Runner::Run Runner::run(const Combination& combination, Scheduler& scheduler,
   const bool have_all_ended = result.deadlock.empty();
   run.schedule =
       schedule_of(run.events, have_all_ended ? LastSlice::kToItsEnd : LastSlice::kAsMade);
-  if (!have_all_ended) run.ended_badly = "nobody can go on: " + result.deadlock;
+  if (!have_all_ended) run.ended_badly = "deadlock:  " + result.deadlock;
   run.outcome.facts = facts_of(after);
   run.outcome.killed = result.killed;
   for (std::size_t i = 0; i < result.answers.size(); ++i) {
@@ -77,8 +77,8 @@ Runner::Run Runner::run(const Combination& combination, Scheduler& scheduler,
   return run;
 }
 
-/// The ends of the operations one after the other, in every order; where one may die, also without
-/// it.
+/// The ends of the operations one after the other, in every order. With kills, also without one of
+/// them.
 std::vector<Outcome> Runner::orders_of(const Combination& combination, Kills kills,
                                        Participants participants) {
   std::vector<Outcome> orders;
@@ -88,7 +88,7 @@ std::vector<Outcome> Runner::orders_of(const Combination& combination, Kills kil
     for (int left_out = -1; left_out < static_cast<int>(order.size()); ++left_out) {
       if (left_out >= 0 && kills == Kills::kNone) break;
       Schedule schedule;
-      // Who is killed before its first call does nothing.
+      // An operation that is killed before its first call does nothing.
       if (left_out >= 0) schedule.push_back({left_out, 0, true});
       for (const int who : order) {
         if (who != left_out) schedule.push_back({who});
@@ -100,7 +100,7 @@ std::vector<Outcome> Runner::orders_of(const Combination& combination, Kills kil
   return orders;
 }
 
-/// @return empty when nothing is.
+/// @return empty if the run may end like this.
 std::string Runner::wrong_with(const Run& run, const Judge& judge, Explored* explored) {
   if (!run.ended_badly.empty()) return run.ended_badly;
   Verdict verdict = judge.judge(run.outcome);
@@ -135,7 +135,8 @@ Explored Runner::explore(const Combination& combination, const Bounds& bounds,
                     in_words(run.outcome)};
     explored.findings.push_back(shrunk(combination, judge, std::move(finding), participants));
   }
-  if (explorer.is_unrepeatable()) explored.findings.push_back({"the same schedule went two ways"});
+  if (explorer.is_unrepeatable())
+    explored.findings.push_back({"two runs of the same schedule differ"});
   explored.schedules = explorer.runs();
   explored.cut = explorer.cut();
   return explored;
@@ -155,7 +156,7 @@ Finding Runner::replay(const Combination& combination, const Schedule& schedule,
           in_words(run.outcome)};
 }
 
-/// Leaves out each slice that can be left out.
+/// Leaves out each slice that the finding does not need.
 Finding Runner::shrunk(const Combination& combination, const Judge& judge, Finding finding,
                        Participants participants) {
   const auto is_as_wrong = [&](const Schedule& schedule) {

@@ -12,28 +12,28 @@
 #include "tests/support/scratch.h"
 
 /// @file
-/// Runs combinations: in every schedule, or in one.
+/// Runs a combination in every schedule, or in one.
 namespace interleavings {
 
-/// A schedule whose end nothing allows.
+/// A schedule with an end that is not allowed.
 struct Finding {
   std::string what = {};
   Schedule schedule = {};
-  std::string calls = {};  ///< a line each
+  std::string calls = {};  ///< one per line
   std::string end = {};    ///< in words
 };
 
 struct Explored {
-  std::uint64_t schedules = 0;  ///< that were run
-  std::uint64_t cut = 0;        ///< that were left out, with all that begins like them
-  std::uint64_t redundant = 0;  ///< that were run, and do what others do
-  std::uint64_t calls = 0;      ///< made in all runs
-  std::set<std::string> ends;   ///< in words: answers and facts, those that were met
+  std::uint64_t schedules = 0;  ///< schedules that were run
+  std::uint64_t cut = 0;        ///< omitted, each with all that begin like it
+  std::uint64_t redundant = 0;  ///< schedules that were run, with effects of another one
+  std::uint64_t calls = 0;      ///< in all runs
+  std::set<std::string> ends;   ///< all ends in words: results and facts
   std::map<std::string, std::uint64_t> races;  ///< how many schedules each explains
-  std::vector<Finding> findings;               ///< the first few, shrunk, one of each kind
+  std::vector<Finding> findings;               ///< the first few, shortened, one of each kind
 };
 
-/// Runs one combination at a time, since the storage of a process has one root.
+/// Runs one combination at a time, because the storage of a process has one root.
 class Runner {
  public:
   Runner();
@@ -41,10 +41,10 @@ class Runner {
   Runner(const Runner&) = delete;
   Runner& operator=(const Runner&) = delete;
 
-  /// Stops when enough is wrong.
+  /// Runs all schedules, until there are enough findings.
   Explored explore(const Combination& combination, const Bounds& bounds,
                    Participants participants = Participants::kThreads);
-  /// One schedule, judged: what is wrong is empty when nothing is.
+  /// Runs one schedule. Finding::what is empty if its end is allowed.
   Finding replay(const Combination& combination, const Schedule& schedule,
                  Participants participants = Participants::kThreads);
 

@@ -30,7 +30,8 @@ Schedule schedule_from(const std::string& text) {
   std::istringstream words(text);
   for (std::string word; words >> word;) {
     Slice slice;
-    if (word.front() < 'A' || word.front() > 'C') throw std::invalid_argument("who is " + word);
+    if (word.front() < 'A' || word.front() > 'C')
+      throw std::invalid_argument("unknown operation " + word);
     slice.who = word.front() - 'A';
     if (word.ends_with('x')) {
       slice.is_killed = true;
@@ -65,7 +66,7 @@ std::string calls_in_words(const std::vector<Event>& events) {
   std::map<int, int> numbers;
   for (const Event& each : events) {
     text += std::string("    ") + letter(each.who);
-    text += each.is_kill ? " ends here"
+    text += each.is_kill ? " is killed here"
                          : std::to_string(++numbers[each.who]) + " " + in_words(each.call);
     text += "\n";
   }
@@ -78,7 +79,7 @@ Choice Replay::choose(const Interleaving& interleaving, int current, const std::
     const Slice& slice = m_schedule[m_at];
     const bool is_able = std::find(able.begin(), able.end(), slice.who) != able.end();
     const bool is_over = slice.calls != Slice::kToItsEnd && made - m_made_before >= slice.calls;
-    // Who waits can end all the same.
+    // A waiting operation can still be killed.
     if (!is_able && !(is_over && slice.is_killed && interleaving.waits(slice.who))) continue;
     if (!is_over) return {slice.who};
     if (slice.is_killed) {
@@ -93,7 +94,7 @@ Choice Replay::choose(const Interleaving& interleaving, int current, const std::
 // ------------------------------------------------------------------------------------------------
 
 bool Explorer::next() {
-  // It has not come where it was to go another way.
+  // The run ended before the point at which it should change.
   if (m_depth < m_branches.size()) m_is_unrepeatable = true;
   if (m_runs != 0) {
     std::optional<Branch> behind;
@@ -121,8 +122,8 @@ bool Explorer::next() {
   return true;
 }
 
-/// Whether the choice at which a branch is can be left out: its next call touches nothing that the
-/// others do when they get the turn behind it, so they do the same before it.
+/// Whether the current choice of a branch can be omitted: the next call of the preempted operation
+/// touches nothing that the others do one call later, so they do the same now.
 bool Explorer::does_as_one_later(Branch& branch) const {
   if (m_bounds.reduction == Reduction::kOff || branch.one_later.empty()) return false;
   const Block& block = branch.one_later[branch.at];
@@ -176,8 +177,8 @@ bool Explorer::is_same_branch(const Interleaving& interleaving, int current,
          branch.choices == choices;
 }
 
-/// @p who has its turn again: what the others did meanwhile is known, and what they stand at. Of
-/// two, the other one did most of it in the first run; several may go on in many ways.
+/// @p who has the turn again, so it is known what the others touched and touch next. With two
+/// operations the first run shows that. With three it may differ between runs.
 void Explorer::take_blocks(const Interleaving& interleaving, int who) {
   std::erase_if(m_taken, [&](std::size_t at) {
     Branch& branch = m_branches[at];
@@ -199,7 +200,7 @@ void Explorer::take_blocks(const Interleaving& interleaving, int who) {
   });
 }
 
-/// The first one is what happens without a scheduler.
+/// The first choice is the one without a preemption.
 std::vector<Choice> Explorer::choices_at(const Interleaving& interleaving, int current,
                                          const std::vector<int>& able) {
   if (m_is_redundant) return {{current >= 0 ? current : able.front()}};
@@ -209,7 +210,8 @@ std::vector<Choice> Explorer::choices_at(const Interleaving& interleaving, int c
   for (const int who : able) {
     if (who != current) offer(interleaving, who, choices);
   }
-  // Before its next change a process may end as well as before what it only looks at.
+  // A kill is only tried directly after a change: until the next change every moment has the same
+  // effect.
   const bool may_be_killed = may_anybody_be_killed(interleaving) &&
                              interleaving.has_begun(current) && !interleaving.events().empty() &&
                              interleaving.events().back().who == current &&
@@ -218,7 +220,7 @@ std::vector<Choice> Explorer::choices_at(const Interleaving& interleaving, int c
   return choices;
 }
 
-/// Where nobody's turn is taken: it has ended, or waits.
+/// Choices without a preemption: the last operation has ended or waits.
 std::vector<Choice> Explorer::first_choices(const Interleaving& interleaving,
                                             const std::vector<int>& able) {
   std::vector<Choice> choices;

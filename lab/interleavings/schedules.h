@@ -9,14 +9,15 @@
 #include "lab/interleavings/interleaving.h"
 
 /// @file
-/// All schedules of a combination, one run each, depth first.
+/// Generates all schedules of a combination, depth first.
 ///
-/// A schedule may take the turn from somebody who could go on at most so many times (a
-/// preemption). What one schedule does and another one does as well is left out: when the turn
-/// comes back to somebody whose next call touches nothing that the others did meanwhile, that call
-/// could as well have been made before they began. The schedule in which it was has no more
-/// preemptions than this one, for its slice only grows; so nothing is lost by the bound. What is
-/// known from the schedule that takes the turn one call later is not even begun.
+/// A schedule has a limited number of preemptions: it takes the turn from an operation that could
+/// continue. A schedule with the effects of another one is omitted. Example: A is preempted, and
+/// then A's next call touches nothing that the others touched. A could have made that call before
+/// the preemption, with no more preemptions, so the limit loses nothing.
+///
+/// If the schedule that preempts A one call later shows this in advance, the schedule is not even
+/// begun.
 namespace interleavings {
 
 enum class Reduction : std::uint8_t { kOn, kOff };
@@ -25,8 +26,8 @@ enum class Kills : std::uint8_t { kNone, kOne };
 struct Bounds {
   int preemptions = 2;
   Reduction reduction = Reduction::kOn;
-  /// One may end behind each of its changes, also when the others wait or have ended, or while it
-  /// waits itself. That counts as a preemption.
+  /// One operation may be killed after each of its changes; also while it waits, or after others
+  /// have ended. A kill counts as a preemption.
   Kills kills = Kills::kNone;
 };
 
@@ -34,33 +35,33 @@ class Explorer final : public Scheduler {
  public:
   explicit Explorer(const Bounds& bounds) : m_bounds(bounds) {}
 
-  /// Begins the next schedule. @return false when there is none.
+  /// Begins the next schedule. @return false if there is none.
   bool next();
   Choice choose(const Interleaving& interleaving, int current,
                 const std::vector<int>& able) override;
 
-  /// Whether the last run does what another one does as well.
+  /// Whether the last run had the effects of another schedule.
   bool is_redundant() const { return m_is_redundant; }
   std::uint64_t runs() const { return m_runs; }
-  /// Schedules that were left out, each with all that would have begun like it.
+  /// Omitted schedules, each with all that begin like it.
   std::uint64_t cut() const { return m_cut; }
-  /// A run went another way than the one before it, though led the same way.
+  /// Whether the same choices led to a different run.
   bool is_unrepeatable() const { return m_is_unrepeatable; }
 
  private:
-  /// What the others did from a choice on, in any run, until the one whose turn it was had it
-  /// again.
+  /// What the others touched between a choice and the next turn of the preempted operation, in all
+  /// runs so far.
   using Block = std::optional<Footprint>;
 
-  /// A point at which there is a choice.
+  /// A point of a run with more than one choice.
   struct Branch {
     std::vector<Choice> choices;
     std::size_t at = 0;
-    int current = -1;                   ///< whose turn it was
-    std::size_t made = 0;               ///< how many calls had been made
-    Footprint next = {};                ///< of its next call
-    std::vector<Block> blocks = {};     ///< one per choice, as far as they are known
-    std::vector<Block> one_later = {};  ///< those of the same choices behind its next call
+    int current = -1;                   ///< the operation that has the turn
+    std::size_t made = 0;               ///< calls made so far
+    Footprint next = {};                ///< what its next call touches
+    std::vector<Block> blocks = {};     ///< one per choice, if known
+    std::vector<Block> one_later = {};  ///< those of the same choices one call later
   };
 
   std::vector<Choice> first_choices(const Interleaving& interleaving, const std::vector<int>& able);
@@ -77,7 +78,7 @@ class Explorer final : public Scheduler {
 
   const Bounds m_bounds;
   std::vector<Branch> m_branches;
-  std::vector<std::size_t> m_taken;  ///< branches where the turn was taken, and not had again yet
+  std::vector<std::size_t> m_taken;  ///< branches whose operation is still preempted
   std::size_t m_depth = 0;
   int m_preemptions = 0;
   bool m_has_killed = false;
@@ -88,9 +89,9 @@ class Explorer final : public Scheduler {
 };
 
 // ------------------------------------------------------------------------------------------------
-// A schedule: who makes how many calls before somebody else goes on. As text "A12 B5 A B":
-// A makes twelve calls, then B five, then A the rest of its own, then B. "A12x" ends A behind its
-// twelfth call. Who has to wait for a lock hands on at once.
+// A schedule as text, for example "A12 B5 A B": A makes twelve calls, then B five, then A the rest
+// of its calls, then B. "A12x" kills A after its twelfth call. An operation that must wait for a
+// lock passes the turn at once.
 
 struct Slice {
   static constexpr std::size_t kToItsEnd = static_cast<std::size_t>(-1);
@@ -104,16 +105,16 @@ struct Slice {
 using Schedule = std::vector<Slice>;
 
 std::string in_text(const Schedule& schedule);
-/// Throws std::invalid_argument.
+/// @throws std::invalid_argument if the text is not a schedule.
 Schedule schedule_from(const std::string& text);
-/// What the last slice of each says: in a deadlock nobody comes to its end.
+/// The length of each operation's last slice. In a deadlock no operation reaches its end.
 enum class LastSlice : std::uint8_t { kToItsEnd, kAsMade };
-/// What was done in a run.
+/// The schedule of a run.
 Schedule schedule_of(const std::vector<Event>& events, LastSlice last = LastSlice::kToItsEnd);
-/// The calls, a line each.
+/// The calls, one per line.
 std::string calls_in_words(const std::vector<Event>& events);
 
-/// Leads a run along a schedule. Where that cannot be followed, whoever can goes on.
+/// Runs a schedule. Where it cannot be followed, any operation that can continue does.
 class Replay final : public Scheduler {
  public:
   explicit Replay(Schedule schedule) : m_schedule(std::move(schedule)) {}
@@ -124,7 +125,7 @@ class Replay final : public Scheduler {
  private:
   const Schedule m_schedule;
   std::size_t m_at = 0;
-  std::size_t m_made_before = 0;  ///< the calls of everybody when the slice began
+  std::size_t m_made_before = 0;  ///< all calls made before the current slice
 };
 
 }  // namespace interleavings

@@ -50,7 +50,7 @@ TreeOnDisk::TreeOnDisk(const std::string& root) : m_root(root) {
 }
 
 void TreeOnDisk::set(const Tree& tree) {
-  // From the last one on, so that a folder is empty before it goes.
+  // Backwards, so that a folder is empty before it is removed.
   for (auto it = m_now.rbegin(); it != m_now.rend(); ++it) {
     if (!tree.contains(it->first)) remove(it->first);
   }
@@ -109,7 +109,6 @@ constexpr const char* kIndex = "index.dat";
 constexpr const char* kCounter = "index";
 
 std::string folder_of(const std::string& path) {
-  // A folder's own path ends in a separator.
   const std::size_t end = path.ends_with('/') ? path.size() - 1 : path.size();
   const std::size_t slash = path.rfind('/', end - 1);
   return slash == std::string::npos ? std::string() : path.substr(0, slash);
@@ -126,7 +125,7 @@ std::string extension_of(const std::string& name) {
   return dot == std::string::npos ? std::string() : name.substr(dot);
 }
 
-/// The names directly in a folder: files with their bytes, folders with "/" at the end.
+/// The names in a folder: files with their bytes; names of sub-folders end in "/".
 struct Folder {
   std::string path;
   std::map<std::string, std::string> names;
@@ -134,7 +133,7 @@ struct Folder {
   bool has(const std::string& name) const { return names.contains(name); }
 };
 
-/// Whether entries live in a folder of that path: an owner's, or a bucket of documents.
+/// Whether the folder contains entries: the folder of an owner, or a bucket of documents.
 bool holds_entries(const std::string& path) {
   const auto parts = std::count(path.begin(), path.end(), '/');
   if (path.starts_with("storage/docs/")) return parts == 3;
@@ -154,7 +153,7 @@ class FolderFacts {
     tell_loose();
   }
 
-  /// The key whose file a name is; empty when it is none's.
+  /// The key of a file; empty if there is none.
   std::string key_of(const std::string& file) const {
     const auto found = m_key_of_file.find(file);
     return found == m_key_of_file.end() ? std::string() : found->second;
@@ -179,7 +178,7 @@ class FolderFacts {
   void tell_index() {
     const char* how = "none";
     if (m_folder.has(kIndex)) {
-      how = m_bytes.empty()                                      ? "of no bytes"
+      how = m_bytes.empty()                                      ? "empty"
             : m_bytes == reliability::index_text_of(m_all_lines) ? "whole"
                                                                  : "interrupted";
     }
@@ -197,13 +196,14 @@ class FolderFacts {
     }
   }
 
-  /// Numbers are drawn behind the last one: a line with a higher one would be met again.
+  /// Numbers after the counter are drawn next, so an entry with a higher number would get a second
+  /// file.
   void tell_counter() {
     const auto found = m_folder.names.find(kCounter);
     const long last = found == m_folder.names.end() ? 0 : std::atol(found->second.c_str());
     for (const auto& [key, stored] : m_lines) {
       if (is_number(stored) && std::atol(stored.c_str()) > last)
-        m_facts[fact("the counter is behind")] = std::to_string(last);
+        m_facts[fact("the counter is too low")] = std::to_string(last);
     }
   }
 
@@ -241,9 +241,8 @@ std::map<std::string, Folder> folders_of(const Tree& tree) {
   return folders;
 }
 
-/// Folders beside entries: sub-parts bear the name of their document's file.
-std::string calls_in_words(const std::string& path,
-                           const std::map<std::string, FolderFacts>& known) {
+/// The fact of a path. Sub-part folders belong to the folder with the entry.
+std::string fact_of_path(const std::string& path, const std::map<std::string, FolderFacts>& known) {
   for (const auto& [folder, facts] : known) {
     if (path.starts_with(folder + "/") && path != folder + "/")
       return folder + ": below " + path.substr(folder.size() + 1);
@@ -263,7 +262,7 @@ Facts facts_of(const Tree& tree) {
   }
   for (const auto& [path, item] : tree) {
     const bool is_told = !path.ends_with('/') && known.contains(folder_of(path));
-    if (!is_told) facts[calls_in_words(path, known)] = item.bytes;
+    if (!is_told) facts[fact_of_path(path, known)] = item.bytes;
   }
   return facts;
 }

@@ -6,32 +6,32 @@
 #include <vector>
 
 /// @file
-/// The tree of a run: made once, looked at after each run, and put back for the next one.
+/// The tree of a run. It is created once, compared after each run, and restored for the next one.
 namespace interleavings {
 
 struct Item {
   std::string bytes;
-  std::int64_t time = 0;  ///< of the last change; of a folder 0
+  std::int64_t time = 0;  ///< of the last change; 0 for a folder
 
   bool operator==(const Item&) const = default;
 };
 
-/// Path -> what is there; relative, with "/" between the parts. A folder's path ends in "/".
+/// Path -> content. Paths are relative and separated by "/". The path of a folder ends in "/".
 using Tree = std::map<std::string, Item>;
 
-/// Adds a file, and the folders on the way to it.
+/// Adds a file and the folders of its path.
 void add_file(Tree& tree, const std::string& path, const std::string& bytes, std::int64_t time);
 void add_folder(Tree& tree, const std::string& path);
 
 class TreeOnDisk {
  public:
-  /// @param root a folder without a trailing separator; it is made when it is missing.
+  /// @param root a folder without a trailing separator; it is created if it is missing.
   explicit TreeOnDisk(const std::string& root);
 
   const std::string& root() const { return m_root; }
-  /// Makes the folder hold this and nothing else.
+  /// Gives the folder exactly this content.
   void set(const Tree& tree);
-  /// What it holds now.
+  /// Reads the content of the folder.
   const Tree& look();
 
  private:
@@ -45,29 +45,29 @@ class TreeOnDisk {
 };
 
 // ------------------------------------------------------------------------------------------------
-// What a tree means, without the numbers that it happened to draw: two ends are equal when nobody
-// can tell them apart by names and bytes.
+// The meaning of a tree, without the numbers that were drawn. Two ends are equal if their names and
+// bytes are.
 
-/// What is so -> how. "user/anna: report.kdb_0000000000" -> the bytes of its document.
+/// Fact -> value. Example: "user/anna: report.kdb_0000000000" -> the bytes of its document.
 using Facts = std::map<std::string, std::string>;
 
-/// The facts of a tree, each index read by the second reader. A line whose file is gone is none.
+/// The facts of a tree, from each index through the second reader. Dangling entries are left out.
 ///
-/// * "FOLDER: KEY" -> the bytes that the entry leads to;
-/// * "FOLDER: loose .kdb BYTES" -> how many such files no line names;
-/// * "FOLDER: below NAME/..." -> sub-part folders and their files;
-/// * "FOLDER: two entries, one file" -> their keys;
-/// * "FOLDER: index" -> "none", "whole", "of no bytes", or "interrupted";
-/// * "FOLDER: the counter is behind" -> the number;
-/// * "PATH" -> the bytes of any other file, "" for a folder.
+/// * "FOLDER: KEY" -> the bytes of the entry's file
+/// * "FOLDER: loose .kdb BYTES" -> the number of orphans with this extension and these bytes
+/// * "FOLDER: below NAME/..." -> sub-part folders and their files
+/// * "FOLDER: two entries, one file" -> their keys
+/// * "FOLDER: index" -> "none", "whole", "empty" or "interrupted"
+/// * "FOLDER: the counter is too low" -> its number
+/// * "PATH" -> the bytes of any other file, "" for a folder
 Facts facts_of(const Tree& tree);
 
-/// Names of files as an operation has answered them, told as what they stand for in a folder:
-/// the key of the entry in the tree before the run, else in the one after it.
+/// Replaces each file name in a result by the key of its entry, in the tree before the run or else
+/// after it.
 std::string without_numbers(const std::string& answer, const std::string& folder,
                             const Tree& before, const Tree& after);
 
-/// A text with what cannot be printed made visible, and cut where it is long.
+/// The text with escapes for characters that cannot be printed; a long text is shortened.
 std::string shown(const std::string& text);
 
 }  // namespace interleavings
