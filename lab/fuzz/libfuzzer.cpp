@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const fuzz::Target& each : fuzz::targets()) {
       if (std::strcmp(each.name, VU_FUZZ_TARGET) == 0) return each;
     }
-    std::fprintf(stderr, "no target is called " VU_FUZZ_TARGET "\n");
+    std::fprintf(stderr, "unknown target " VU_FUZZ_TARGET "\n");
     std::exit(2);
   }();
   try {

@@ -1,4 +1,4 @@
-// What names and paths make of any bytes.
+// Names and paths of any bytes.
 
 #include <cstring>
 #include <stdexcept>
@@ -25,7 +25,7 @@ namespace fuzz {
 namespace {
 
 void escapes(const std::string& name) {
-  require(STGIndex::iSsambaOrT101(name) == model::is_escaped(name), "the escaped form");
+  require(STGIndex::iSsambaOrT101(name) == model::is_escaped(name), "whether a name is escaped");
   std::string decoded = name;
   STGIndex::UnescapeVU(decoded);
   require_equal(model::unescaped(name), decoded, "the decoded name");
@@ -50,7 +50,7 @@ void keys(const std::string& name, std::int32_t stamp) {
   }
   try {
     require_equal(name.substr(0, name.size() - 11), stg_index_test_peer::entryOnly(name),
-                  "what stands before the last eleven characters");
+                  "the text before the last eleven characters");
   } catch (const std::out_of_range&) {
     require(name.size() < 11, "a text long enough for a key");
   }
@@ -77,8 +77,8 @@ void encodings(const std::string& bytes) {
   std::u16string any(bytes.size() / 2, u'\0');
   std::memcpy(any.data(), bytes.data(), any.size() * 2);
   std::u16string again;
-  require(os::posix::to_wide(os::posix::to_bytes(any), again), "bytes of any wide text are some");
-  require(again == any, "any wide text comes back");
+  require(os::posix::to_wide(os::posix::to_bytes(any), again), "any wide text has bytes");
+  require(again == any, "any wide text stays the same");
 }
 
 void names(std::string_view bytes) {
@@ -95,9 +95,10 @@ void names(std::string_view bytes) {
 REGISTER_FUZZ_TARGET(names, "names")
 
 // ------------------------------------------------------------------------------------------------
-// Paths as text: cut, joined, in their long form, and as the system takes them.
+// Paths as text: split, joined, in the long form, and in the form for the system.
 
-/// Everything before and behind the last backslash; without one as if it stood at the first place.
+/// The text before and after the last backslash. Without one, the first character counts as the
+/// backslash.
 model::Pair cut(const std::string& path) {
   std::size_t at = 0;
   for (std::size_t i = 0; i < path.size(); ++i) {
@@ -115,7 +116,7 @@ void cutting(const std::string& path) {
   require_equal(expected.first + "\\" + expected.second, utf8.getAbsolutePathName().str(),
                 "the absolute name");
 #if !defined(_WIN32)
-  // Bytes of two make one character only in a code page of Windows.
+  // Only a code page of Windows has characters of two bytes.
   const vu_path narrow(path);
   require_equal(expected.first, narrow.getParentPathName(), "the narrow parent");
   require_equal(expected.second, narrow.getRelativePathName(), "the narrow relative name");
@@ -151,7 +152,7 @@ void separators(const std::string& path) {
   require_equal(from == 0 ? ".\\" : path.substr(0, from), folder, "the folder");
 }
 
-/// As the rule says it: again and again until no pair is left.
+/// Repeats the rule until there are no double separators.
 std::u16string single(std::u16string path) {
   for (char16_t& unit : path) {
     if (unit == u'/') unit = u'\\';
@@ -175,7 +176,7 @@ void long_form(const std::string& bytes) {
   if (root == 0 || bare.size() - root < 249) {
     require(found.str() == normal, "a short path is normal");
   } else {
-    // The system may have a short name for it, of any kind.
+    // The system can return a short name of any form.
     require(found.str() == u"\\\\?\\" + bare || found.size() < bare.size(), "a long path");
   }
 
@@ -190,12 +191,12 @@ void long_form(const std::string& bytes) {
     }
   }
   const std::vector<vu_utf8string> components = vu_fileutf8::directories(path);
-  require(components.size() == parts.size(), "as many components");
+  require(components.size() == parts.size(), "the number of components");
   for (std::size_t i = 0; i < parts.size(); ++i)
     require_equal(parts[i], components[i].str(), "a component");
 }
 
-/// Whether the pattern covers the name, by trying every length for every star.
+/// Whether the pattern matches the name. Tries every length for every star.
 bool covers(std::string_view pattern, std::string_view name, int& patience) {
   if (--patience < 0) return false;
   if (pattern.empty()) return name.empty();
@@ -218,14 +219,15 @@ void native_form(const std::string& path, const std::string& name) {
   require_equal(expected, native, "the path for the system");
   const os::posix::Trimmed trimmed = os::posix::trim_separators(native);
   require(native.starts_with(trimmed.path), "a trimmed path is the beginning of the path");
-  require(trimmed.path.size() < 2 || trimmed.path.back() != '/', "a trimmed path has no end");
+  require(trimmed.path.size() < 2 || trimmed.path.back() != '/',
+          "a trimmed path ends in no separator");
   static_cast<void>(os::posix::split_last(native));
   static_cast<void>(os::posix::trim_self_entries(native));
   const std::string folded = os::posix::fold("/" + native);
   require(folded.find("//") == std::string::npos && folded.front() == '/',
           "a folded path is plain");
 
-  // The plain part of the rule: ASCII, and no dots and blanks at the end.
+  // Only the simple part of the rule: ASCII, and no dots and blanks at the end.
   int patience = 2000;
   const bool plain = path.find_first_not_of("abc*?") == std::string::npos &&
                      name.find_first_not_of("abc") == std::string::npos;
@@ -235,7 +237,7 @@ void native_form(const std::string& path, const std::string& name) {
   }
   const bool expected_match = covers(path, name, patience);
   if (patience >= 0)
-    require(os::posix::matches(path, name) == expected_match, "whether a pattern covers a name");
+    require(os::posix::matches(path, name) == expected_match, "whether a pattern matches a name");
 }
 
 void lines(const std::string& text) {
@@ -252,7 +254,7 @@ void paths(std::string_view bytes) {
   const std::string path = source.rest();
   cutting(path);
   separators(path);
-  // What is no text is refused before it is a path.
+  // Invalid UTF-8 is refused before it becomes a path.
   if (vu_utf8string(path).is_valid()) long_form(path);
   native_form(path, name);
   lines(path);

@@ -1,4 +1,4 @@
-// Operations that any bytes choose, of the library and of the C interface.
+// Operations of the library and of the C interface that the input chooses.
 
 #include <cstddef>
 #include <cstdint>
@@ -25,19 +25,19 @@ constexpr std::string_view kBytes = "bytes of a bystander";
 constexpr long kStamp = 7;
 constexpr const char* kOwner = "ann";
 
-/// Whether a name, by itself, may lead to what others have: patterns, separators, and the names of
-/// files that the library makes.
+/// Whether a name can concern other documents: a pattern, a separator, or the name of a file that
+/// the library creates.
 bool may_touch_others(const std::string& name) {
   if (name.empty() || name.find_first_of("*?\\/") != std::string::npos) return true;
   if (name.find('\0') != std::string::npos) return true;
   for (const char* const part : {"bystander", "index", "0000", ".."}) {
     if (name.find(part) != std::string::npos) return true;
   }
-  // The folder itself, and what a search takes for it.
+  // Names of the folder itself.
   return name.find_first_not_of(". ") == std::string::npos;
 }
 
-/// A storage with one document and one key file of somebody who has nothing to do with the names.
+/// A storage with one document and one key file that the input does not name.
 class StorageWithBystanders {
  public:
   StorageWithBystanders(bool use_domain, bool synchronise)
@@ -201,7 +201,7 @@ void files(unsigned char what, const Names& n, const std::string& folder) {
   }
 }
 
-/// One operation; what it throws as it is stated is no finding.
+/// Runs one operation. Exceptions that its header names are no finding.
 void operation(Source& source, const std::string& folder, bool& touches_others) {
   static const STG::RepositoryType types[] = {STG::UserRepository, STG::UserFilesRepository,
                                               STG::CorporateRepository, STG::MailRepository};
@@ -213,7 +213,7 @@ void operation(Source& source, const std::string& folder, bool& touches_others) 
   n.name = source.text();
   n.other = source.text();
   n.owner = (how & 128U) != 0 ? kOwner : source.text();
-  // Out of the folder that this run may touch.
+  // A name outside of the folder of this run.
   for (const std::string* const each : {&n.name, &n.other, &n.owner}) {
     if (each->find("..") != std::string::npos) return;
     touches_others = touches_others || may_touch_others(*each);
@@ -234,9 +234,9 @@ void operation(Source& source, const std::string& folder, bool& touches_others) 
         break;
     }
   } catch (const vu_file_except&) {
-    // As stated for a file that cannot be opened.
+    // The header names it for a file that cannot be opened.
   } catch (const vu_i18n_except&) {
-    // As stated for bytes that are no text.
+    // The header names it for invalid UTF-8.
   }
 }
 
@@ -247,14 +247,14 @@ void whole_operations(std::string_view bytes) {
   bool touches_others = false;
   const std::string folder = vu_storage::getUserPath() + ((first & 1U) != 0 ? "\\ann" : "");
   for (int i = 0; i < 6 && !source.is_empty(); ++i) operation(source, folder, touches_others);
-  require(touches_others || storage.bystanders_are_there(), "an entry that no name touches stays");
+  require(touches_others || storage.bystanders_are_there(), "an entry that no name concerns stays");
 }
 
 REGISTER_FUZZ_TARGET(whole_operations, "whole-operations")
 
 // ------------------------------------------------------------------------------------------------
-// Names and bytes of any kind through the C interface with its guard on: a status comes back, a
-// handle that was given is one, and a document that no call names keeps its bytes.
+// The C interface with any names and bytes, and with its guard on. Each call returns a status. A
+// returned handle is valid. A document that no call names keeps its bytes.
 
 vu_document document(const char* owner, const char* name, std::int32_t area, std::int64_t version) {
   vu_document result = VU_DOCUMENT_INIT;
@@ -266,18 +266,18 @@ vu_document document(const char* owner, const char* name, std::int32_t area, std
 }
 
 std::int32_t go_on(void* context, const vu_entry* entry) {
-  require(entry->name != nullptr && entry->file != nullptr, "an entry has its names");
+  require(entry->name != nullptr && entry->file != nullptr, "an entry has names");
   return ++*static_cast<int*>(context) > 50 ? 1 : 0;
 }
 std::int32_t go_on_with_lines(void*, const char*, const char*) { return 0; }
 
-/// A store whose storage holds a document in each area that nobody names.
+/// A store with one document in each area that the input does not name.
 class StoreWithBystanders {
  public:
   StoreWithBystanders(bool use_domain, bool adopts)
       : m_storage(m_scratch.path(), use_domain, adopts) {
     const vu_settings settings = VU_SETTINGS_INIT;
-    require(vu_open_store(&settings, &m_store) == VU_ALREADY, "the storage in force is joined");
+    require(vu_open_store(&settings, &m_store) == VU_ALREADY, "an initialised storage is reported");
     for (const std::int32_t area : {VU_AREA_USER, VU_AREA_DOCS, VU_AREA_MAIL}) {
       const vu_document bystander = document(kOwner, kBystander.data(), area, 7);
       require(vu_put(m_store, &bystander, kBytes.data(), kBytes.size(), 0, nullptr) == VU_DONE,
@@ -316,7 +316,7 @@ struct Request {
 vu_status use_stream(vu_store* store, const Request& request, std::int32_t mode) {
   vu_stream* stream = nullptr;
   const vu_status status = vu_open(store, &request.document, mode, &stream);
-  require((status == VU_DONE) == (stream != nullptr), "a handle comes with a success alone");
+  require((status == VU_DONE) == (stream != nullptr), "there is a handle exactly after a success");
   if (stream == nullptr) return status;
   if (mode == VU_WRITE_NEW || mode == VU_WRITE_OVER)
     vu_stream_write(stream, request.text.data(), request.text.size());
@@ -330,7 +330,7 @@ vu_status whole(vu_store* store, const Request& request) {
   void* bytes = nullptr;
   std::size_t size = 0;
   const vu_status status = vu_read_whole(store, &request.document, &bytes, &size);
-  require((status == VU_DONE) == (bytes != nullptr), "memory comes with a success alone");
+  require((status == VU_DONE) == (bytes != nullptr), "there is memory exactly after a success");
   vu_free(bytes);
   return status;
 }
@@ -391,18 +391,18 @@ void c_operations(std::string_view bytes) {
     const std::string name = source.text();
     const std::string other = source.text();
     const std::string owner = (how & 128U) != 0 ? kOwner : source.text();
-    // A call may well change what it names.
+    // A call may change the document that it names.
     if (name.c_str() == kBystander || other.c_str() == kBystander) continue;
     const std::int32_t area = 1 + how % 3;
     const Request request = {document(owner.c_str(), name.c_str(), area, how / 4),
                              document(owner.c_str(), other.c_str(), area, how / 8), other,
                              (how >> 4U) & 3U};
     const vu_status status = one_call(bystanders.store(), what, request);
-    require(std::strcmp(vu_status_name(status), "?") != 0, "a status has its name");
+    require(std::strcmp(vu_status_name(status), "?") != 0, "a status has a name");
     vu_error error = VU_ERROR_INIT;
     vu_last_error(&error);
     require(error.status == status || what % 16 == 4 || what % 16 == 14,
-            "the last error is that of the last call");
+            "the last error has the status of the last call");
   }
   bystanders.check_bystanders();
 }

@@ -1,4 +1,4 @@
-// The committed inputs of the fuzz targets, run once each without a fuzzer.
+// Runs the committed inputs of the fuzz targets once each, without a fuzzer.
 
 #include <gtest/gtest.h>
 
@@ -16,8 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The bytes that a line of a corpus stands for: "\n", "\r", "\t", "\\" and "\xHH" as in C++, all
-/// else as it is.
+/// The bytes of a line of a corpus. Escapes: "\n", "\r", "\t", "\\" and "\xHH", as in C++.
 std::string bytes_of(const std::string& line) {
   std::string bytes;
   for (std::size_t at = 0; at < line.size(); ++at) {
@@ -36,9 +35,9 @@ std::string bytes_of(const std::string& line) {
   return bytes;
 }
 
-/// An input each line, but for those that begin with "#".
+/// One input per line. Lines that begin with "#" are comments.
 std::vector<std::string> lines_of(const std::string& target) {
-  // Away from the sources the inputs lie elsewhere.
+  // Without the sources the inputs are elsewhere.
   const char* const named = std::getenv("VU_FUZZ_CORPUS");
   std::ifstream in(fs::path(named != nullptr ? named : VU_FUZZ_CORPUS) / (target + ".txt"));
   EXPECT_TRUE(in.good()) << target;
@@ -59,7 +58,7 @@ TEST_P(FuzzCorpus, HoldsNoFinding) {
     SCOPED_TRACE(each);
     EXPECT_NO_THROW(target.function(bytes_of(each)));
   }
-  // The least that there is.
+  // The smallest input.
   EXPECT_NO_THROW(target.function(""));
 }
 

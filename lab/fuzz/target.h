@@ -7,12 +7,11 @@
 #include <vector>
 
 /// @file
-/// Targets for a fuzzer: functions that take any bytes, do something with them, and throw when what
-/// came out is wrong. libfuzzer.cpp hands them to the fuzzer, replay_test.cpp to the committed
-/// inputs.
+/// A fuzz target is a function of any bytes. It throws if a result is wrong. libfuzzer.cpp runs it
+/// in the fuzzer, replay_test.cpp with the committed inputs.
 namespace fuzz {
 
-/// A result that must not be. Nobody catches it in a fuzzer: it ends the run as a finding.
+/// A wrong result. Nothing catches it in the fuzzer, so it ends the run.
 class Finding : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -21,7 +20,6 @@ class Finding : public std::runtime_error {
 inline void require(bool holds, const char* what) {
   if (!holds) throw Finding(what);
 }
-/// With both texts.
 inline void require_equal(const std::string& expected, const std::string& found, const char* what) {
   if (expected != found)
     throw Finding(std::string(what) + ": expected \"" + expected + "\", found \"" + found + "\"");
@@ -32,7 +30,7 @@ struct Target {
   void (*function)(std::string_view bytes);
 };
 
-/// All that are linked into the program.
+/// All targets of the program.
 inline std::vector<Target>& targets() {
   static std::vector<Target> all;
   return all;
@@ -47,7 +45,7 @@ inline bool register_target(const Target& target) {
   [[maybe_unused]] static const bool target_##identifier##_is_registered = \
       ::fuzz::register_target({name, identifier});
 
-/// Takes bytes apart from the front, and says zeros and nothing at the end.
+/// Splits the input from its front. After the end it returns zeros and empty texts.
 class Source {
  public:
   explicit Source(std::string_view bytes) : m_rest(bytes) {}
@@ -59,7 +57,7 @@ class Source {
     m_rest.remove_prefix(1);
     return value;
   }
-  /// Up to and without the next byte of 255, which is taken too.
+  /// The text up to the next byte 255, which is skipped.
   std::string text() {
     const std::string_view all = m_rest.substr(0, m_rest.find('\xFF'));
     m_rest.remove_prefix(all.size() < m_rest.size() ? all.size() + 1 : all.size());

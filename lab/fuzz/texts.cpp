@@ -1,4 +1,4 @@
-// What the formats of the index, of key files and of lists make of any bytes.
+// The formats of the index, of key files and of lists, with any bytes.
 
 #include <algorithm>
 #include <functional>
@@ -41,7 +41,7 @@ model::Pairs walked_for(std::string_view text, const std::string& key) {
   return result;
 }
 
-/// The maps of a text when every file that is asked for exists.
+/// The maps of a text, if all files exist.
 void loaded(const std::string& text, model::Map& lp, model::Map& pl) {
   const auto everything_exists =
       os::faults::fail(Call::probe_search, os::Status{}, 1, Times::kLasting);
@@ -54,7 +54,7 @@ void index_text(std::string_view bytes) {
   const model::Pairs expected = model::index_pairs(text);
   require(walked(text) == expected, "the lines of a text");
 
-  // Some keys of the text, one of its pieces, and one that is not there.
+  // Two keys of the text, its first half, and a key that is not there.
   std::string some[4] = {"x_0000000000", text.substr(0, text.size() / 2), "", ""};
   if (!expected.empty()) {
     some[2] = expected.front().first;
@@ -82,7 +82,7 @@ void index_text(std::string_view bytes) {
   require(found_lp == lp, "the entries of a text, by key");
   require(found_pl == pl, "the entries of a text, by stored name");
 
-  // What a writer makes of the entries that a line can hold is read back as it was.
+  // Entries without separators in their parts are written and read back unchanged.
   model::Map plain;
   for (const auto& [key, stored] : lp) {
     if (key.find_first_of("/\n") == std::string::npos && stored.find('\n') == std::string::npos)
@@ -102,7 +102,7 @@ void index_text(std::string_view bytes) {
 REGISTER_FUZZ_TARGET(index_text, "index-text")
 
 // ------------------------------------------------------------------------------------------------
-// The text of key files: lines, pairs, and the line that is cut out.
+// The text of key files: lines, pairs, and the removal of a line.
 
 STG::NameValueSeq read(const std::string& text, bool last) {
   STG::NameValueSeq seq;
@@ -116,7 +116,7 @@ STG::NameValueSeq read(const std::string& text, bool last) {
 }
 
 void require_pairs(const model::Pairs& expected, const STG::NameValueSeq& found) {
-  require(expected.size() == found.size(), "as many pairs");
+  require(expected.size() == found.size(), "the number of pairs");
   for (std::size_t i = 0; i < found.size(); ++i) {
     require_equal(expected[i].first, found[i].name, "the name of a pair");
     require_equal(expected[i].second, found[i].value, "the value of a pair");
@@ -135,22 +135,22 @@ void key_text_target(std::string_view bytes) {
   const model::Pairs pairs = model::key_pairs(text, false);
   const std::string joined = key_text::join(seq);
   require_equal(model::key_text(pairs), joined, "the text of a sequence");
-  // Read back, unless a name would be cut elsewhere: it has no "=", since the first one ended it.
+  // Read back with the first "=" as separator; a name contains no "=".
   require_pairs(pairs, read(joined, false));
 
   std::string expected = text;
   std::string found = text;
   const bool is_cut = model::cut_line(expected, entry);
-  require(key_text::cut_line(found, entry) == is_cut, "whether a line is cut out");
+  require(key_text::cut_line(found, entry) == is_cut, "whether a line is removed");
   require_equal(expected, found, "the text without the line");
 }
 
 REGISTER_FUZZ_TARGET(key_text_target, "key-text")
 
 // ------------------------------------------------------------------------------------------------
-// The list of read mails: the name that a line makes up, and now and then the whole list in a file.
+// The list of read mails: the name of a line, and in some runs the whole list in a file.
 
-/// Loads the text, decodes the line under each name in turn, and saves.
+/// Loads the text, unescapes the line of each name in turn, and saves.
 void in_a_file(const std::string& text) {
   static const scratch_folder folder;
   write_file(folder.path("list"), text);
@@ -178,7 +178,7 @@ void read_list(std::string_view bytes) {
     require_equal(model::mail_name(std::string(line)), ReadList::name_of(line),
                   "the name of a line");
   }
-  // Files are slow beside text.
+  // Files are slow, so only some runs use one.
   if (std::hash<std::string>()(text) % 16 == 0) in_a_file(text);
 }
 

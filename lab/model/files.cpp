@@ -150,7 +150,7 @@ bool World::recurse_remove(const std::string& path) {
 
 void World::remove_loudly(const std::string& path) {
   const bool done = tree.is_folder(path) ? tree.remove_folder(path) : tree.remove_file(path);
-  // The text has the path in its long form.
+  // The text contains the path in its long form.
   std::string shown = path;
   for (char& c : shown) {
     if (c == '/') c = '\\';

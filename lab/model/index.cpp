@@ -8,7 +8,7 @@ namespace model {
 
 bool World::valid_line(const std::string& folder, const std::string& key,
                        const std::string& stored) {
-  // Too short to be a key: skipped like a line whose file is gone.
+  // Too short for a key: skipped, like a dangling entry.
   if (key.size() < 11) return false;
   if (tree.exists(folder + "\\" + stored)) return true;
   return tree.exists(folder + "\\" + stored + extension_with_dot(logical_of(key)));
@@ -40,7 +40,7 @@ void Index::adopt_unknown() {
     if (name == "index.dat" || name == "index") continue;
     if (!already_in_maps(name)) unknown.push_back(name);
   }
-  // With several the order decides: one may make another known.
+  // The order matters if there are several: the adoption of one can make another one known.
   if (unknown.size() > 1) {
     unknown.clear();
     for (const std::string& name : m_world.tree.names_in_order(m_folder)) {
@@ -153,7 +153,7 @@ void Index::remove(const std::string& logical, std::int32_t stamp) {
   needs_update = true;
 }
 
-/// Whether a drawn name is that of a file that goes.
+/// Whether the name is that of a file that will be removed.
 bool Index::goes(const std::string& name) const {
   for (const auto& [file, is_error] : m_going) {
     if (file == name || file.rfind(name + ".", 0) == 0) return true;
@@ -161,7 +161,7 @@ bool Index::goes(const std::string& name) const {
   return false;
 }
 
-/// Whether the file of an entry is that of another one, too.
+/// Whether another entry has the same file.
 bool Index::is_anothers(const std::string& its_key, const std::string& stored) const {
   for (const std::string& name : {stored, file_of(its_key, stored)}) {
     const auto found = pl.find(name);
@@ -170,7 +170,7 @@ bool Index::is_anothers(const std::string& its_key, const std::string& stored) c
   return false;
 }
 
-/// Takes back what create() did for a rename.
+/// Undoes create() for a rename.
 void Index::take_back(const std::string& its_key, bool removes_file) {
   const std::string stored = lp[its_key];
   lp.erase(its_key);
@@ -204,7 +204,7 @@ bool Index::rename(const std::string& old_logical, std::int32_t old_stamp,
   const std::string old_path = m_folder + "\\" + old_file;
   const bool is_free = new_file != replaced_file && !is_anothers(new_key, lp[new_key]);
   if (!is_free || !m_world.copy_file(old_path, m_folder + "\\" + new_file, true)) {
-    // Nothing is lost: what was there stays, the new entry goes.
+    // Nothing is lost: the old entry stays, the new one is removed.
     m_world.error("STGIndex: rename: copy failed: " + old_path);
     m_going.erase(old_file);
     m_going.erase(replaced_file);
@@ -225,7 +225,7 @@ void Index::let_go() {
   if (needs_update) merge_and_save();
 }
 
-/// As the folder will be when the files that go have gone.
+/// Whether the entry is valid once the files in m_going are removed.
 bool Index::is_valid(const std::string& its_key, const std::string& stored) const {
   if (its_key.size() < 11) return false;
   for (const std::string& name : {stored, stored + extension_with_dot(logical_of(its_key))}) {
@@ -234,7 +234,7 @@ bool Index::is_valid(const std::string& its_key, const std::string& stored) cons
   return false;
 }
 
-/// False when a file stays: its lines count again.
+/// @return false if a file could not be removed; its entries are then valid again.
 bool Index::remove_what_goes() {
   bool all_gone = true;
   for (const auto& [file, is_error] : m_going) {
@@ -267,7 +267,7 @@ void Index::merge_and_save() {
   for (const auto& [its_key, stored] : disk_lp) {
     const auto mine = lp.find(its_key);
     if (mine != lp.end()) {
-      // A line of mine whose file is gone does not keep out one whose file is there.
+      // A dangling entry of this index does not replace a valid one on disk.
       if (mine->second == stored || is_valid(its_key, mine->second)) continue;
       pl.erase(mine->second);
       lp.erase(mine);
@@ -296,7 +296,7 @@ bool begins_with(const std::string& text, const std::string& head) {
   return text.size() >= head.size() && text.substr(0, head.size()) == head;
 }
 
-/// Times are asked for without the separators at the end, so that a file is found behind them, too.
+/// The time of a file is also found with separators after its name.
 std::string trimmed(std::string path) {
   while (!path.empty() && (path.back() == '\\' || path.back() == '/')) path.pop_back();
   return path;
@@ -313,10 +313,11 @@ std::uint32_t World::clean(const std::string& folder, std::uint32_t limit, Kept&
     if (stored.find('.') == std::string::npos) on_disk += extension_with_dot(logical_of(its_key));
     const Node* const node = tree.at(trimmed(folder + "\\" + on_disk));
     const std::int64_t time = node == nullptr ? 0 : node->time;
-    // What was written after the clean began is new.
+    // A file from after the beginning of the clean is new.
     const std::uint32_t age =
         time > now ? 0 : static_cast<std::uint32_t>(now) - static_cast<std::uint32_t>(time);
-    // The machine's own clock gives these times: of them is only known that they are years away.
+    // These times come from the machine's clock. It is only known that they are years away from the
+    // model's.
     const bool unknown = node != nullptr && (by_access || node->is_folder);
     if (limit == 0 || (unknown ? limit < 4000000000U : age > limit)) {
       out_of_date.push_back({its_key, stored});
@@ -339,7 +340,7 @@ std::uint32_t World::clean(const std::string& folder, std::uint32_t limit, Kept&
   }
 
   try {
-    // The second look keeps whoever makes entries waiting, until the sweep is over.
+    // The second index blocks all creators until the sweep ends.
     Index look(*this, folder);
     Map physical;
     for (const auto& [its_key, stored] : look.lp)
@@ -352,7 +353,7 @@ std::uint32_t World::clean(const std::string& folder, std::uint32_t limit, Kept&
       }
       if (is_covered) continue;
       const std::string path = folder + "\\" + name;
-      // A point in time beside a duration, as it is stated.
+      // Required: compares a point in time with a duration.
       const std::int64_t time = tree.time(path);
       if (time <= 0 || limit == 0 || time <= static_cast<std::int64_t>(limit)) continue;
       if (tree.is_folder(path)) {

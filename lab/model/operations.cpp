@@ -1,11 +1,11 @@
-// The public operations of an index: each builds one, uses it and lets it go.
+// The public operations of an index. Each creates an Index, uses it, and ends it.
 
 #include "lab/model/world.h"
 
 namespace model {
 namespace {
 
-/// Lets an index go, whichever way the operation ends.
+/// Ends the index in any case.
 template <class Work>
 void with_index(World& world, const std::string& folder, Work work) {
   Index index(world, folder);

@@ -74,7 +74,7 @@ bool World::owner_folder(const std::string& owner, const std::string& entry, int
 }
 
 // ------------------------------------------------------------------------------------------------
-// Owners as a whole, single documents that go, and lists of files.
+// Owners as a whole, removal of single documents, and lists of files.
 
 bool World::rename_user(const std::string& old_name, const std::string& new_name) {
   check_init();
@@ -155,7 +155,7 @@ std::vector<Pair> World::existing_files(const std::string& folder) {
 }
 
 // ------------------------------------------------------------------------------------------------
-// The one conversion of an owner's mail folder from escaped names.
+// The migration of an owner's mail folder.
 
 void World::migrate(const std::string& owner) {
   if (owner.empty()) return;
@@ -181,7 +181,7 @@ void World::migrate(const std::string& owner) {
     throw;
   }
 
-  // Saved at the end, whichever way it ends.
+  // The list is saved at the end in any case.
   const auto save_list = [&] {
     File file(*this, folder, list_file);
     file.open(Mode::kTruncate);
@@ -199,7 +199,7 @@ void World::migrate(const std::string& owner) {
         if (file_of(it->first, it->second) != logical || !is_escaped(logical)) continue;
         const std::string plain = unescaped(logical);
         if (plain == logical) continue;
-        // No line of an index can hold such a key.
+        // No index line can contain such a key.
         if (plain.find('/') != std::string::npos || plain.find('\n') != std::string::npos) continue;
         if (!index.rename(logical, 0, plain, 0)) {
           complete = false;

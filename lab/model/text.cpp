@@ -3,7 +3,7 @@
 namespace model {
 namespace {
 
-/// Where the character stands last; -1 when nowhere.
+/// The last position of the character; -1 if there is none.
 long last_place(const std::string& text, char what) {
   for (long i = static_cast<long>(text.size()) - 1; i >= 0; --i) {
     if (text[static_cast<std::size_t>(i)] == what) return i;
@@ -11,7 +11,7 @@ long last_place(const std::string& text, char what) {
   return -1;
 }
 
-/// Where the character stands first at or behind a place; the text's length when nowhere.
+/// The first position of the character from @p from on; the text's length if there is none.
 std::size_t place(const std::string& text, char what, std::size_t from) {
   while (from < text.size() && text[from] != what) ++from;
   return from;
@@ -104,7 +104,8 @@ Pairs index_pairs(const std::string& text) {
       result.emplace_back(key, piece(text, slash + 1, none));
       break;
     }
-    // A slash behind the line's end: the length wanted is less than nothing, and so everything.
+    // The slash is after the end of the line. The length would be negative, so the name is the rest
+    // of the text.
     const std::size_t stored_end = feed < slash + 1 ? none : feed;
     result.emplace_back(key, piece(text, slash + 1, stored_end));
     start = feed + 1;
@@ -175,7 +176,7 @@ std::int32_t hash(const std::string& name, std::int32_t modulus) {
       continue;
     }
     long long sum = byte + 31LL * h;
-    // What 32 bits keep of it.
+    // Truncated to 32 bits.
     while (sum > 2147483647LL) sum -= 4294967296LL;
     while (sum < -2147483648LL) sum += 4294967296LL;
     h = static_cast<std::int32_t>(sum % modulus);
@@ -280,8 +281,7 @@ Map mail_lines(const std::string& text) {
     lines.push_back(piece(text, begin, feed));
     begin = feed + 1;
   }
-  // What follows the last line feed loses its last character; without any line feed there is no
-  // line.
+  // Text after the last line feed loses its last character. Without a line feed there is no line.
   if (begin != 0 && begin < text.size()) lines.push_back(piece(text, begin, text.size() - 1));
 
   Map result;

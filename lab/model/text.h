@@ -7,8 +7,8 @@
 #include <vector>
 
 /// @file
-/// The rules that are pure text (docs/formats.md), written a second time: plainly, byte by byte,
-/// without anything of the library. Slow on purpose where the rule is simpler to read that way.
+/// The rules for pure text (docs/formats.md), written a second time, byte by byte and without the
+/// library. Some are slow, because a slow rule can be simpler to read.
 namespace model {
 
 using Map = std::map<std::string, std::string>;
@@ -17,25 +17,26 @@ using Pairs = std::vector<Pair>;
 
 // ---- entries of an index -----------------------------------------------------------------------
 
-/// A number as a 32-bit reader of decimals takes it: blanks, a sign, digits; it stops at the ends.
+/// A number as a 32-bit parser of decimals reads it: blanks, a sign, digits. It stops at the limits
+/// of 32 bits.
 std::int32_t number(const std::string& text);
 
 std::string key(const std::string& logical, std::int32_t stamp);
-/// Of a key of eleven characters at least.
+/// @param key at least eleven characters.
 std::string logical_of(const std::string& key);
 std::int32_t stamp_of(const std::string& key);
 
-/// Behind the last dot; with the dot, or without it. Empty when there is none.
+/// The text after the last dot, with the dot or without it. Empty if there is no dot.
 std::string extension_with_dot(const std::string& name);
 std::string extension(const std::string& name);
 
-/// The file that an entry stands for.
+/// The file of an entry.
 std::string file_of(const std::string& key, const std::string& stored);
 
-/// The pairs of key and stored name that a text of an index holds, whatever files there are.
+/// The pairs of key and stored name in the text of an index, whether their files exist or not.
 Pairs index_pairs(const std::string& text);
 
-/// The lines of these entries.
+/// The index text of these entries.
 std::string index_text(const Map& entries);
 
 // ---- names -------------------------------------------------------------------------------------
@@ -43,7 +44,7 @@ std::string index_text(const Map& entries);
 bool is_escaped(const std::string& name);
 std::string unescaped(const std::string& name);
 
-/// The name behind the last dot in small ASCII letters.
+/// The name with the text after its last dot in lower case (ASCII).
 std::string with_small_extension(const std::string& name);
 
 std::int32_t hash(const std::string& name, std::int32_t modulus);
@@ -54,16 +55,16 @@ bool is_document(const std::string& bare_extension);
 
 Pairs key_pairs(const std::string& text, bool last_separator);
 std::string key_text(const Pairs& pairs);
-/// Takes the line away that holds the first occurrence; false without one.
+/// Removes the line with the first occurrence. @return false if there is none.
 bool cut_line(std::string& text, const std::string& what);
 
 // ---- the list of read mails --------------------------------------------------------------------
 
-/// The name that a line makes up; empty when it makes none.
+/// The name that a line stands for; empty if it stands for none.
 std::string mail_name(const std::string& line);
-/// Every line of a text under its name; of two with one name the first.
+/// The lines of a text by name; of two with the same name the first.
 Map mail_lines(const std::string& text);
-/// The line with its second field decoded.
+/// The line with its second field unescaped.
 std::string mail_line_unescaped(const std::string& line);
 
 // ---- lines of any file -------------------------------------------------------------------------

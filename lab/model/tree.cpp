@@ -95,7 +95,7 @@ Node* Tree::at(const std::string& path) {
 // ---- questions -----------------------------------------------------------------------------
 
 bool Tree::exists(const std::string& path) {
-  // "name\." and "name\" are found where "name" is.
+  // "name\." and "name\" are found like "name".
   std::string bare = path;
   for (;;) {
     const std::size_t size = bare.size();
@@ -134,7 +134,7 @@ Names Tree::names(const std::string& path) {
   const Node* const node = at(path);
   if (node == nullptr || !node->is_folder) return result;
   for (const auto& [name, child] : node->names) {
-    // No index line can hold it: left out of every listing.
+    // No index line can contain such a name, so listings omit it.
     if (name.find('\n') == std::string::npos) result.push_back(name);
   }
   return result;
@@ -205,7 +205,6 @@ bool Tree::rename(const std::string& from, const std::string& to) {
   if (target.folder == nullptr || target.name == "." || source.name == ".") return false;
   if (target.folder->names.count(target.name) != 0) return false;
   if (target.wants_folder && !node->is_folder) return false;
-  // A folder cannot go into itself.
   std::vector<const Node*> below = {node};
   for (std::size_t i = 0; i < below.size(); ++i) {
     if (below[i] == target.folder) return false;

@@ -7,59 +7,59 @@
 #include <vector>
 
 /// @file
-/// A file system in memory, as much of one as the library asks for: names, bytes, times, the
-/// read-only mark.
+/// A file system in memory, with what the library uses: names, bytes, times, the read-only mark.
 namespace model {
 
 using Names = std::vector<std::string>;
 
-/// Nobody sets those; they are far from every other time.
+/// Folders keep this time. It is far from all other times.
 constexpr std::int64_t kTimeOfFolders = 1500000000;
 
 struct Node {
   bool is_folder = false;
   bool is_read_only = false;
   std::string bytes;
-  /// Seconds; nobody asks for those of folders but whether there are any.
+  /// Seconds. For a folder it only matters whether there is one.
   std::int64_t time = 0;
-  /// Written in the step that is under way: its time is set when the step is over.
+  /// Written in the current step, which sets its time at its end.
   bool is_fresh = false;
   std::map<std::string, Node> names;  ///< of a folder
 };
 
-/// Paths are absolute, with "\" or "/" between names, and lie below the root. Every question about
-/// a path elsewhere is answered as if nothing were there.
+/// Paths are absolute, separated by "\" or "/", and below the root. Other paths do not exist.
 class Tree {
  public:
-  /// @param root the folder's path, which this tree stands for.
+  /// @param root the path of the folder that the tree represents.
   explicit Tree(std::string root) : m_root_path(std::move(root)) { m_root.is_folder = true; }
 
   const std::string& root_path() const { return m_root_path; }
   Node& root() { return m_root; }
 
-  /// The names of a real folder in the system's order; asked for where the order decides something.
+  /// The names of a real folder in the system's order. The model calls it only where the order
+  /// matters.
   std::function<Names(const std::string& folder)> real_order;
 
   // ---- questions -------------------------------------------------------------------------------
 
-  /// The file or folder at a path; null when there is none. A separator at the end wants a folder.
+  /// The file or folder at a path, or null. With a separator at its end the path is that of a
+  /// folder.
   Node* at(const std::string& path);
-  /// Whether a search finds it: the last name may be a pattern, and behind a separator at the end
-  /// stands the entry of what is before it.
+  /// Whether a search finds the path. The last name may be a pattern. A separator at the end is
+  /// ignored.
   bool exists(const std::string& path);
   bool is_folder(const std::string& path);
-  /// Seconds; 0 when nothing is there.
+  /// Seconds; 0 if the path does not exist.
   std::int64_t time(const std::string& path);
   std::size_t size(const std::string& path);
-  /// Everything in a folder, by name.
+  /// The names in a folder, sorted.
   Names names(const std::string& path);
   /// The same in the system's order.
   Names names_in_order(const std::string& path);
 
   // ---- changes; each says whether it was done --------------------------------------------------
 
-  /// Opens a file for writing: makes it when it is missing. Null for a folder, a read-only file, or
-  /// a place that is none.
+  /// Opens a file for writing, and creates it if it is missing. Null for a folder, a read-only
+  /// file, or a missing parent folder.
   Node* open_to_write(const std::string& path);
   bool make_folder(const std::string& path);
   bool remove_folder(const std::string& path);
@@ -69,11 +69,11 @@ class Tree {
   bool make_writable(const std::string& path);
 
  private:
-  /// The folder in which the path's last name stands, and that name.
+  /// The folder and the last name of a path.
   struct Place {
     Node* folder = nullptr;
     std::string name;
-    bool wants_folder = false;  ///< a separator stood at the end
+    bool wants_folder = false;  ///< the path ends in a separator
   };
   Place place_of(const std::string& path);
 
@@ -81,7 +81,7 @@ class Tree {
   Node m_root;
 };
 
-/// Whether a pattern of "*" and "?" covers a name; ".*" at its end also covers nothing.
+/// Whether a pattern of "*" and "?" matches a name. ".*" at its end also matches nothing.
 bool covers(const std::string& pattern, const std::string& name);
 
 }  // namespace model

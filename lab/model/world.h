@@ -8,11 +8,11 @@
 #include "lab/model/tree.h"
 
 /// @file
-/// The library's rules written a second time over a tree in memory: step by step as they are
-/// stated, one after the other, nothing remembered, nothing shared with the library.
+/// The library's rules, written a second time over a tree in memory: step by step, without caches,
+/// and without any code of the library.
 namespace model {
 
-/// The one exception of the file layer.
+/// The only exception of the file layer.
 struct FileError {
   std::string text;
 };
@@ -20,24 +20,23 @@ struct FileError {
 /// How a file is opened.
 enum class Mode { kNone, kRead, kWrite, kAppend, kTruncate };
 
-/// One of several results that say "wrong in this place" when the rules are changed on purpose:
-/// what the comparison must notice.
+/// A changed rule, which the comparison must detect.
 enum class Mutation {
   kNone,
-  kLowercaseWholeName,  ///< adoption makes the whole name small
-  kOldestVersion,       ///< lastVersion gives the smallest timestamp
-  kLastLineWins,        ///< of two lines of one key the last one counts
-  kCounterSkipsTwo,     ///< numbers go up by two
-  kEmptyIndexIsEmpty,   ///< an index without lines has no bytes
+  kLowercaseWholeName,  ///< adoption changes the whole name to lower case
+  kOldestVersion,       ///< lastVersion returns the smallest timestamp
+  kLastLineWins,        ///< of two lines with one key the last one is used
+  kCounterSkipsTwo,     ///< the counter increases by two
+  kEmptyIndexIsEmpty,   ///< an index without entries is an empty file
   kPlainHash,           ///< a negative hash loses its sign
-  kAgeIsIgnored,        ///< a document that is too old is read all the same
+  kAgeIsIgnored,        ///< a document that is too old is read
   kTabIsNoLineEnd,      ///< a tab does not end a line of a key file
   kCount
 };
 
 class World;
 
-/// A file that is open, or not.
+/// A file handle.
 class File {
  public:
   explicit File(World& world) : m_world(world) {}
@@ -64,18 +63,18 @@ class File {
   std::size_t m_position = 0;
 };
 
-/// The index of a folder for the span of one operation.
+/// The index of a folder during one operation.
 class Index {
  public:
   Index(World& world, const std::string& folder);
-  /// What the destructor of the library's index does. Called at the end of each operation, also
-  /// when it ends with an exception.
+  /// Does what the destructor of the library's index does. Called at the end of each operation,
+  /// also after an exception.
   void let_go();
 
   bool contains(const std::string& logical, std::int32_t stamp) const;
   std::string create(const std::string& logical, std::int32_t stamp);
   void remove(const std::string& logical, std::int32_t stamp);
-  /// False when the copy failed.
+  /// @return false if the copy failed.
   bool rename(const std::string& old_logical, std::int32_t old_stamp,
               const std::string& new_logical, std::int32_t new_stamp);
 
@@ -97,7 +96,7 @@ class Index {
 
   World& m_world;
   const std::string m_folder;
-  /// Files that are removed after the save, and whether it is an error when one stays.
+  /// Files to remove after the save, and whether a failed removal is an error.
   std::map<std::string, bool> m_going;
 };
 
@@ -108,24 +107,24 @@ class World {
 
   Tree tree;
   const Mutation mutation;
-  /// The texts of the errors traced since somebody emptied this. "*" at the end stands for what the
-  /// system says.
+  /// The errors traced since the caller cleared this. "*" at the end stands for a text of the
+  /// system.
   std::vector<std::string> errors;
-  /// Seconds, for ages.
+  /// Seconds; ages are relative to it.
   std::int64_t now = 0;
 
   void error(const std::string& text) { errors.push_back(text); }
 
   // ---- the process ---------------------------------------------------------------------
 
-  std::string server_folder;  ///< what the host says
+  std::string server_folder;  ///< as the host returns it
   std::string binary_folder;
   bool initialised = false;
   bool use_domain = true;
   bool synchronises = true;
   std::string storage, docs, semlets, user, list, mail, config, part_stamp;
 
-  /// As a process that has just begun.
+  /// Resets everything to the state of a new process.
   void forget();
   bool init_root(const std::string& root, bool domain, bool synchronise);
   void check_init();
@@ -138,7 +137,7 @@ class World {
   void remove(const std::string& path);
   bool copy_file(const std::string& from, const std::string& to, bool overwrite);
   bool recurse_remove(const std::string& path);
-  /// The UTF-8 form that says what it could not do.
+  /// The UTF-8 form, which reports failures.
   void remove_loudly(const std::string& path);
   std::uint64_t folder_size_in_kb(const std::string& path);
   std::string read_whole(const std::string& folder, const std::string& name);
@@ -161,16 +160,16 @@ class World {
   std::string physical_path(const std::string& folder, const std::string& logical);
   void update_index(const std::string& folder);
 
-  // ---- cleaning and mail (cleaning.cpp, mail.cpp) --------------------------------------------
+  // ---- cleaning and mail (index.cpp, owners.cpp) ------------------------------------------------
 
-  /// Ages and paths of what was kept; an age of -1 is one that the machine's own clock made.
+  /// Ages and paths of the kept documents. The age is -1 if it depends on the machine's clock.
   using Kept = std::vector<std::pair<std::int64_t, std::string>>;
   std::uint32_t clean(const std::string& folder, std::uint32_t limit, Kept& kept, bool by_access);
   void clean_directories(const std::string& folder, const std::string& name,
                          std::uint64_t* counter);
   void migrate(const std::string& owner);
 
-  // ---- the facade (documents.cpp, keys.cpp, parts.cpp, users.cpp) ----------------------------
+  // ---- the facade (documents.cpp, owners.cpp) -----------------------------------------------------
 
   bool owner_folder(const std::string& owner, const std::string& entry, int type, std::string& dir,
                     bool create);
