@@ -14,7 +14,7 @@ namespace kit {
 namespace {
 
 constexpr const wchar_t* kName = L"vu-kit-run-";
-/// Held open for as long as the run lasts.
+/// Stays open during the run.
 constexpr const wchar_t* kTaken = L"in-use";
 
 DWORD attributes_of(const std::filesystem::path& path) {
@@ -24,7 +24,7 @@ bool is_there(const std::filesystem::path& path) {
   return attributes_of(path) != INVALID_FILE_ATTRIBUTES;
 }
 
-/// Removes what it can, once. @return whether all of it has gone.
+/// Removes what it can, without a retry. @return whether everything is removed.
 bool remove_once(const std::filesystem::path& path) {
   const DWORD attributes = attributes_of(path);
   if (attributes == INVALID_FILE_ATTRIBUTES) return true;
@@ -47,14 +47,14 @@ bool remove_once(const std::filesystem::path& path) {
   return ::RemoveDirectoryW(name.c_str()) != FALSE;
 }
 
-/// Null where another run has the folder.
+/// Null if another run uses the folder.
 HANDLE take(const std::filesystem::path& folder) {
   const HANDLE file = ::CreateFileW(long_form(folder / kTaken).c_str(), GENERIC_WRITE, 0, nullptr,
                                     CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   return file == INVALID_HANDLE_VALUE ? nullptr : file;
 }
 
-/// What runs have left that were killed.
+/// Removes the folders of killed runs.
 void remove_remains(const std::filesystem::path& where) {
   WIN32_FIND_DATAW data = {};
   const HANDLE search = ::FindFirstFileW((long_form(where) + L"\\" + kName + L"*").c_str(), &data);
@@ -97,7 +97,7 @@ bool is_on_share(const std::filesystem::path& path) {
 
 std::filesystem::path parent_of(const std::filesystem::path& path) {
   const std::wstring text = path.wstring();
-  // "D:\" and "\\server\share" have none.
+  // "D:\" and "\\server\share" have no parent.
   std::size_t root = 3;
   if (text.rfind(L"\\\\", 0) == 0) root = text.find(L'\\', text.find(L'\\', 2) + 1);
   const std::size_t end = text.find_last_of(L'\\');
@@ -130,14 +130,14 @@ std::vector<std::filesystem::path> make_folders(const std::filesystem::path& fol
   for (const std::filesystem::path& next : missing) {
     if (!::CreateDirectoryW(long_form(next).c_str(), nullptr)) {
       throw std::runtime_error("the folder " + utf8_of(next.wstring()) +
-                               " cannot be made: " + system_text(::GetLastError()));
+                               " cannot be created: " + system_text(::GetLastError()));
     }
   }
   return missing;
 }
 
 bool remove_tree(const std::filesystem::path& folder) {
-  // A process that was ended a moment ago, or a virus scanner, may still hold a file.
+  // A process that has just ended, or a virus scanner, may still have a file open.
   for (int attempt = 0; attempt < 50; ++attempt) {
     if (remove_once(folder)) return true;
     ::Sleep(100);
@@ -156,7 +156,7 @@ bool replace_file(const std::filesystem::path& path, const std::string& bytes) {
       ::WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &done, nullptr) != FALSE &&
       done == bytes.size();
   ::CloseHandle(file);
-  // A viewer or a scanner may have the old one open for a moment.
+  // A viewer or a scanner may have the old file open for a moment.
   for (int attempt = 0; is_written && attempt < 20; ++attempt) {
     if (::MoveFileExW(next.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING)) return true;
     ::Sleep(100);
@@ -188,7 +188,7 @@ WorkFolder::WorkFolder(const std::filesystem::path& where) : m_made(make_folders
     make_folders(m_path);
     m_taken = take(m_path);
     if (m_taken == nullptr) {
-      throw std::runtime_error("nothing can be written in " + utf8_of(m_path.wstring()) + ": " +
+      throw std::runtime_error("cannot write in " + utf8_of(m_path.wstring()) + ": " +
                                system_text(::GetLastError()));
     }
   }
@@ -202,7 +202,7 @@ bool WorkFolder::remove() {
   m_taken = nullptr;
   give_back_what_was_borrowed(m_path);
   const bool has_gone = remove_tree(m_path);
-  // The innermost first; one that holds something by now stays.
+  // The innermost first. A folder that now contains something stays.
   for (auto each = m_made.rbegin(); each != m_made.rend(); ++each)
     ::RemoveDirectoryW(long_form(*each).c_str());
   return has_gone;
@@ -212,7 +212,7 @@ bool WorkFolder::remove() {
 
 namespace {
 
-/// Whether a path leads to the folder or into it; letters count in either case.
+/// Whether a path is the folder or inside it, ignoring case.
 bool is_in(std::wstring path, const std::filesystem::path& folder) {
   path += L"\\";
   const std::wstring begin = folder.wstring() + L"\\";
@@ -239,7 +239,7 @@ void give_back_letters(const std::filesystem::path& folder) {
   }
 }
 
-/// The disk that the case of a full disk makes, in a folder of its own below "tmp".
+/// Detaches the disk of the full-disk case, which is in a folder below "tmp".
 void give_back_disks(const std::filesystem::path& folder) {
   const std::filesystem::path below = folder / "tmp";
   WIN32_FIND_DATAW data = {};

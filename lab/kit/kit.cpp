@@ -1,12 +1,12 @@
-// Runs everything that the kit holds, one after the other, in a folder of its own, and leaves
-// report.html and report.json: kit.exe [FOLDER]
+// Runs all suites of the kit in a temporary folder and writes report.html and report.json: kit.exe
+// [FOLDER]
 //
-// FOLDER is where the runs are made, on any disk or share; without one it is the folder of the kit
-// itself. Nothing outside of it is touched, and what the runs have made is removed at the end.
+// FOLDER is the place of the temporary folder, on any disk or share; by default the folder of the
+// kit. The kit changes nothing outside of it, and removes what it created.
 
 #include <windows.h>
 
-// Behind the header that it stands on.
+// Needs the header above it.
 #include <shellapi.h>
 
 #include <algorithm>
@@ -29,7 +29,7 @@ using Clock = std::chrono::steady_clock;
 std::filesystem::path own_folder() {
   std::wstring path(32768, L'\0');
   path.resize(::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
-  // Wine writes a share so.
+  // Wine writes a share like this.
   if (path.rfind(L"UNC\\", 0) == 0) path = L"\\\\" + path.substr(4);
   return kit::parent_of(path);
 }
@@ -41,13 +41,13 @@ std::string now() {
   return text;
 }
 
-/// The name stays long, or has letters that many tests cannot write: said before they fail.
+/// Warns before the tests fail: the path is long or not ASCII, and has no short name.
 void warn_of(const std::filesystem::path& work) {
   constexpr std::size_t kLong = 110;
   if (kit::is_ascii(work.wstring()) && work.wstring().size() <= kLong) return;
   std::printf(
       "This folder's path %s, and there is no short name for it. Many tests will fail.\n"
-      "Please say instead: run.cmd C:\\somewhere\n",
+      "Name another folder: run.cmd C:\\somewhere\n",
       work.wstring().size() > kLong ? "is long" : "has letters beyond ASCII");
 }
 
@@ -61,7 +61,7 @@ void show(std::size_t of, std::size_t number, const kit::Result& result) {
   std::printf("  %d s        \n", static_cast<int>(result.seconds));
 }
 
-/// Where the reports go: beside the kit, or into the folder that was named when that is read-only.
+/// The folder of the reports: that of the kit, or FOLDER if the former is read-only.
 class ReportFolder {
  public:
   ReportFolder(std::filesystem::path home, const std::filesystem::path& where)
@@ -98,15 +98,16 @@ void run_suites(kit::Report& report, ReportFolder& reports, const std::filesyste
     show(report.wanted, number, report.results.back());
     report.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
     report.is_stopped = kit::is_stopped();
-    // After each one: whatever happens later, this is there.
+    // Written after each suite, so that a report exists whatever happens later.
     reports.write(report);
   }
 }
 
-/// Ctrl-C, and the window that is closed: what runs is ended, and the reports are written.
+/// Called for Ctrl-C and for closing the window. Ends the running program; then the reports are
+/// written.
 BOOL WINAPI on_end(DWORD what) {
   kit::request_stop();
-  // Windows ends the process once this returns; it waits for some seconds.
+  // Windows ends the process when this function returns; it waits some seconds for that.
   if (what != CTRL_C_EVENT && what != CTRL_BREAK_EVENT) ::Sleep(10'000);
   return TRUE;
 }
@@ -115,15 +116,15 @@ void show_page(const std::filesystem::path& page) {
   ::ShellExecuteW(nullptr, L"open", page.c_str(), nullptr, nullptr, SW_SHOWNORMAL);
 }
 
-/// The path by which the programs know the folder: a short one, and none of a share.
+/// The path of the folder for the programs: a short one, and with a drive letter for a share.
 std::filesystem::path place_of(const std::filesystem::path& folder,
                                std::optional<kit::BorrowedLetter>& letter) {
   if (!kit::is_on_share(folder)) return kit::short_form(folder);
   letter.emplace(folder);
   if (!letter->root().empty()) return letter->root();
   throw std::runtime_error(
-      "a share is used by a drive letter, and none can be had. Please give it one: net use X: "
-      "\\\\server\\share, and say run.cmd X:\\folder");
+      "a share needs a drive letter, and none is free. Assign one: net use X: "
+      "\\\\server\\share, and start run.cmd X:\\folder");
 }
 
 int run_all(const std::filesystem::path& where) {
@@ -137,8 +138,8 @@ int run_all(const std::filesystem::path& where) {
   kit::clean_environment(work / "tmp");
   ::SetEnvironmentVariableW(L"VU_FUZZ_CORPUS", kit::short_form(bin / "corpus").c_str());
   std::printf(
-      "vu_storage %s: this takes about ten minutes; Ctrl-C ends it before. Nothing is installed,\n"
-      "and nothing outside of %s is touched.\n\n",
+      "vu_storage %s: this takes about ten minutes; Ctrl-C ends it earlier. Nothing is installed,\n"
+      "and nothing outside of %s is changed.\n\n",
       VU_KIT_VERSION, kit::utf8_of(folder.path().wstring()).c_str());
   warn_of(work);
   kit::Report report;
@@ -156,14 +157,14 @@ int run_all(const std::filesystem::path& where) {
     std::printf("%s\n", report.remains.c_str());
   }
   reports.write(report);
-  if (!reports.is_written()) throw std::runtime_error("the reports cannot be written");
-  std::printf("\n%s\nThe report is %s; please send report.json, which lies beside it, back.\n",
+  if (!reports.is_written()) throw std::runtime_error("cannot write the reports");
+  std::printf("\n%s\nThe report is %s; please send back report.json from the same folder.\n",
               report.summary().c_str(), kit::utf8_of(reports.page().wstring()).c_str());
   if (!is_quiet && !report.is_emulated) show_page(reports.page());
   return report.is_good() ? 0 : 1;
 }
 
-/// The folder that was named. "D:\some where\" in quotes arrives with its last one.
+/// The folder that the user named. "D:\some where\" in quotes arrives with the last quote.
 std::filesystem::path folder_of(const wchar_t* argument) {
   std::wstring text = argument;
   while (!text.empty() && text.back() == L'"') text.pop_back();
@@ -176,7 +177,7 @@ int wmain(int argc, wchar_t** argv) {
   const UINT before = ::GetConsoleOutputCP();
   ::SetConsoleOutputCP(CP_UTF8);
   ::SetConsoleCtrlHandler(on_end, TRUE);
-  // No box asks for a disc, or shows that a program has broken down; the programs inherit that.
+  // Prevents dialog boxes about missing discs and crashed programs; the programs inherit this.
   ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
   std::setvbuf(stdout, nullptr, _IONBF, 0);
   int code = 2;

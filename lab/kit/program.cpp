@@ -9,7 +9,6 @@
 namespace kit {
 namespace {
 
-/// Closes a handle when it goes.
 class Handle {
  public:
   explicit Handle(HANDLE handle) : m_handle(handle) {}
@@ -30,7 +29,7 @@ HANDLE opened(const wchar_t* path, DWORD access, DWORD disposition) {
                        FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
-/// What ends with the last handle of it, helpers included.
+/// A job that ends its processes, helpers included, when its last handle is closed.
 HANDLE job_that_ends_with_us() {
   const HANDLE job = ::CreateJobObjectW(nullptr, nullptr);
   JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
@@ -39,17 +38,17 @@ HANDLE job_that_ends_with_us() {
   return job;
 }
 
-/// Set for good once the user wants an end.
+/// Set once the user stops the run.
 HANDLE stop_event() {
   static const HANDLE event = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
   return event;
 }
 
-/// Waits for the end of a process, of its time, or of the whole run.
+/// Waits for the end of the process, the time limit, or a stop.
 void wait_for(HANDLE process, std::chrono::seconds limit, const Waiting& waiting, Ended& ended) {
   constexpr std::chrono::seconds kStep{5};
   const HANDLE both[] = {process, stop_event()};
-  // What is started after the user's wish serves to clean up.
+  // Programs that start after a stop clean up.
   const DWORD count = is_stopped() ? 1 : 2;
   std::chrono::seconds waited{0};
   for (;;) {
@@ -69,9 +68,9 @@ bool begins_with(const std::wstring& text, const wchar_t* begin) {
   return text.rfind(begin, 0) == 0;
 }
 
-/// Whether a variable of that name, in capitals, could change what a test program does.
+/// Whether a variable of this name (in capitals) could change what a test program does.
 bool is_hostile(const std::wstring& name) {
-  // Asked for by whoever sets it; see docs/porting.md.
+  // The user sets it on purpose; see docs/porting.md.
   if (name == L"VU_KIT_SMALL_DISK") return false;
   for (const wchar_t* const begin : {L"VU_", L"GTEST_", L"STGCTL", L"TESTBRIDGE_", L"TEST_"})
     if (begins_with(name, begin)) return true;
@@ -85,7 +84,7 @@ std::vector<std::wstring> names_of_environment() {
   std::vector<std::wstring> names;
   wchar_t* const block = ::GetEnvironmentStringsW();
   for (const wchar_t* each = block; *each != L'\0'; each += std::wcslen(each) + 1) {
-    // The current folders of drives are kept in names that begin with "=".
+    // The current folders of drives are variables whose names begin with "=".
     const std::wstring line = each;
     const std::size_t end = line.find(L'=', 1);
     if (end != std::wstring::npos && line[0] != L'=') names.push_back(line.substr(0, end));
@@ -138,7 +137,7 @@ Ended run(const std::wstring& line, const std::filesystem::path& folder,
   ::AssignProcessToJobObject(job.get(), process.get());
   ::ResumeThread(thread.get());
   wait_for(process.get(), limit, waiting, ended);
-  // Its helpers go as well, also those of a program that has ended.
+  // Also ends its helpers, even if the program itself has ended.
   ::TerminateJobObject(job.get(), 99);
   ::WaitForSingleObject(process.get(), 10'000);
   DWORD code = 0;

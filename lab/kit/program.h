@@ -6,8 +6,8 @@
 #include <string>
 
 /// @file
-/// A program of the kit: started in a folder of its own, with its output in a file, and ended with
-/// everything that it has started when its time is over.
+/// Runs a program of the kit in its folder, with its output in a file. At the time limit it ends
+/// the program and all of its helpers.
 namespace kit {
 
 struct Ended {
@@ -18,22 +18,23 @@ struct Ended {
   std::chrono::duration<double> time{};
 };
 
-/// Is called every few seconds while a program runs.
+/// Called every few seconds while a program runs.
 using Waiting = std::function<void(std::chrono::seconds)>;
 
-/// @param line the whole command line. @param log receives what the program says.
+/// @param line the whole command line.
+/// @param log receives the output.
 Ended run(const std::wstring& line, const std::filesystem::path& folder,
           const std::filesystem::path& log, std::chrono::seconds limit,
           const Waiting& waiting = {});
 
-/// A text for a command line, in quotes.
+/// An argument for a command line, in quotes.
 std::wstring quoted(const std::wstring& text);
 
-/// Ends the program that runs, and keeps others from being started. From any thread.
+/// Ends the running program, and prevents others from starting. Callable from any thread.
 void request_stop();
 bool is_stopped();
 
-/// Nothing of the caller's environment changes what the programs do.
+/// Removes variables that change what the programs do.
 /// @param temporary the folder for their temporary files.
 void clean_environment(const std::filesystem::path& temporary);
 

@@ -23,13 +23,13 @@ std::string wine_version() {
   return function != nullptr ? std::string("Wine ") + function() : std::string();
 }
 
-/// GetVersionEx() tells what the program's manifest knows; this tells what is there.
+/// GetVersionEx() depends on the manifest of the program; this function does not.
 std::string windows_version() {
   using Function = LONG(__stdcall*)(OSVERSIONINFOW*);
   const auto function = reinterpret_cast<Function>(function_of_ntdll("RtlGetVersion"));
   OSVERSIONINFOW version = {};
   version.dwOSVersionInfoSize = sizeof version;
-  if (function == nullptr || function(&version) != 0) return "not told";
+  if (function == nullptr || function(&version) != 0) return "unknown";
   return std::to_string(version.dwMajorVersion) + "." + std::to_string(version.dwMinorVersion) +
          " build " + std::to_string(version.dwBuildNumber);
 }
@@ -49,7 +49,7 @@ std::string file_system_of(const std::filesystem::path& work) {
   DWORD flags = 0;
   if (!::GetVolumePathNameW(work.c_str(), root, MAX_PATH) ||
       !::GetVolumeInformationW(root, nullptr, 0, nullptr, nullptr, &flags, name, MAX_PATH))
-    return "not told";
+    return "unknown";
   return utf8_of(name) + " on " + utf8_of(root) + ", drive type " +
          std::to_string(::GetDriveTypeW(root));
 }
@@ -60,7 +60,7 @@ std::string short_names_in(const std::filesystem::path& work) {
   WIN32_FIND_DATAW data = {};
   const HANDLE search = ::FindFirstFileW(file.c_str(), &data);
   ::DeleteFileW(file.c_str());
-  if (search == INVALID_HANDLE_VALUE) return "not told";
+  if (search == INVALID_HANDLE_VALUE) return "unknown";
   ::FindClose(search);
   return data.cAlternateFileName[0] != L'\0' ? "on" : "off";
 }
@@ -73,7 +73,8 @@ std::string text_of(const std::wstring& key, const wchar_t* name) {
   return status == ERROR_SUCCESS ? utf8_of(value) : std::string();
 }
 
-/// "Windows 11 Pro 23H2" say. Its first word is wrong from Windows 11 on; the build is not.
+/// Example: "Windows 11 Pro 23H2". Windows 11 still says "Windows 10" here; the build number is
+/// right.
 std::string edition() {
   const wchar_t* const key = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
   return text_of(key, L"ProductName") + " " + text_of(key, L"DisplayVersion");
@@ -83,11 +84,11 @@ std::string rights() {
   HANDLE token = nullptr;
   TOKEN_ELEVATION elevation = {};
   DWORD size = 0;
-  if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token)) return "not told";
+  if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token)) return "unknown";
   const bool is_told =
       ::GetTokenInformation(token, TokenElevation, &elevation, sizeof elevation, &size) != FALSE;
   ::CloseHandle(token);
-  if (!is_told) return "not told";
+  if (!is_told) return "unknown";
   return elevation.TokenIsElevated != 0 ? "an administrator's" : "a user's";
 }
 
@@ -101,7 +102,7 @@ std::string drives() {
     const std::wstring root = std::wstring(1, letter) + L":\\";
     const UINT type = ::GetDriveTypeW(root.c_str());
     wchar_t name[MAX_PATH + 1] = L"";
-    // Others may have no medium, or be far away.
+    // Other drives may have no medium, or be slow.
     if (type == DRIVE_FIXED || type == DRIVE_REMOVABLE)
       ::GetVolumeInformationW(root.c_str(), nullptr, 0, nullptr, nullptr, nullptr, name, MAX_PATH);
     told += (told.empty() ? "" : ", ") + utf8_of(root.substr(0, 2)) + " " +
@@ -112,18 +113,18 @@ std::string drives() {
 
 std::string free_space_in(const std::filesystem::path& work) {
   ULARGE_INTEGER bytes = {};
-  if (!::GetDiskFreeSpaceExW(work.c_str(), &bytes, nullptr, nullptr)) return "not told";
+  if (!::GetDiskFreeSpaceExW(work.c_str(), &bytes, nullptr, nullptr)) return "unknown";
   return std::to_string(bytes.QuadPart / 1'000'000) + " MB";
 }
 
-/// Windows marks what came from the web, and asks before it runs that.
+/// Windows marks files from the web and asks before it runs them.
 bool is_from_the_web() {
   std::wstring path(32768, L'\0');
   path.resize(::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
   return ::GetFileAttributesW((path + L":Zone.Identifier").c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-/// What Windows' security centre has registered.
+/// What Windows' Security Center has registered.
 std::string registered_antivirus() {
   const std::wstring all = L"SOFTWARE\\Microsoft\\Security Center\\Provider\\Av";
   HKEY key = nullptr;
@@ -139,8 +140,8 @@ std::string registered_antivirus() {
   return told;
 }
 
-/// The names of what Windows knows as antivirus programs. Where the registry has none, PowerShell
-/// is asked, if there is one.
+/// The names of the antivirus programs that Windows knows. If the registry has none, PowerShell is
+/// used.
 std::string antivirus(const std::filesystem::path& work) {
   const std::string registered = registered_antivirus();
   if (!registered.empty()) return registered;
@@ -152,7 +153,7 @@ std::string antivirus(const std::filesystem::path& work) {
   std::string text;
   std::getline(std::ifstream(log), text);
   while (!text.empty() && (text.back() == '\r' || text.back() == ' ')) text.pop_back();
-  if (!ended.was_started || !ended.was_in_time || ended.code != 0) return "not told";
+  if (!ended.was_started || !ended.was_in_time || ended.code != 0) return "unknown";
   return text.empty() ? "none known to Windows" : text;
 }
 
@@ -230,10 +231,10 @@ std::string escaped(const std::string& text) {
   return result;
 }
 
-/// Without the name of its class, which is the same for all.
+/// Without the name of the class, which is the same for all.
 std::string short_name_of(const Case& one) { return one.name.substr(one.name.find('.') + 1); }
 
-/// A name of many words, which may be broken before each of them.
+/// A name with a possible line break before each word.
 std::string breakable(const std::string& name) {
   std::string result;
   for (const char c : name) {
@@ -243,7 +244,7 @@ std::string breakable(const std::string& name) {
   return result;
 }
 
-/// Without the place in the sources that stands before it.
+/// Without the position in the sources, which comes first.
 std::string reason_of(const Case& one) {
   const std::size_t at = one.words.find("Skipped\n");
   return at == std::string::npos ? one.words : one.words.substr(at + 8);
@@ -261,7 +262,7 @@ void write_facts(std::ostream& page, const Report& report) {
   page << "</table>";
 }
 
-/// The cases that only a real kernel settles, by their numbers.
+/// The cases that only a real kernel can show, by number.
 std::vector<Case> kernel_cases(const Report& report) {
   std::vector<Case> all;
   for (const Result& result : report.results) {
@@ -279,8 +280,8 @@ void write_kernel_cases(std::ostream& page, const Report& report) {
     if (result.suite.kind == Kind::kKernel && !result.words.empty())
       page << "<p class=\"note\">" << result.suite.name << ": " << escaped(result.words) << "</p>";
   }
-  page << "<table><tr><th>no.</th><th>case</th><th>result</th><th>what it settles</th>"
-          "<th>what was seen, or why not</th></tr>\n";
+  page << "<table><tr><th>no.</th><th>case</th><th>result</th><th>what it shows</th>"
+          "<th>what it saw, or why it did not run</th></tr>\n";
   for (const Case& one : kernel_cases(report)) {
     page << "<tr><td>" << one.number << "</td><td>" << breakable(short_name_of(one)) << "</td>"
          << marked(one.state) << "<td>" << escaped(one.settles) << "</td><td>"
@@ -307,9 +308,9 @@ void write_suites(std::ostream& page, const Report& report) {
   page << "</table>";
 }
 
-/// What runs have said, which is of use also where they passed.
+/// The output of the runs, which is useful even if they passed.
 void write_runs(std::ostream& page, const Report& report) {
-  page << "<h2>What the runs and the benchmark have said</h2>";
+  page << "<h2>Output of the runs and of the benchmark</h2>";
   for (const Result& result : report.results) {
     if (result.suite.kind == Kind::kRun && result.state == State::kPassed)
       page << "<p><b>" << result.suite.name << "</b></p><pre>" << escaped(result.words)
@@ -352,7 +353,7 @@ nlohmann::ordered_json json_of(const Result& result) {
     suite[name_of(state)] = result.count(state);
   suite["cases"] = nlohmann::ordered_json::array();
   for (const Case& one : result.cases) {
-    // Of those that passed only what they settle or have seen is of use.
+    // A passed case is only useful if it is a kernel case.
     if (one.state != State::kPassed || one.number != 0) suite["cases"].push_back(json_of(one));
   }
   return suite;
@@ -380,12 +381,12 @@ std::string page_text(const Report& report) {
   page << kHead << "<h1>vu_storage " << report.version << " on this Windows</h1>\n<p>Begun "
        << report.began << " UTC. <b>" << escaped(report.summary()) << "</b></p>\n";
   if (report.is_emulated) {
-    page
-        << "<p class=\"note\">This is not Windows but an emulator of it. What follows says nothing "
-           "about a real kernel.</p>\n";
+    page << "<p class=\"note\">This is not Windows but an emulator of it. The results say nothing "
+            "about a real kernel.</p>\n";
   }
   if (!report.remains.empty()) page << "<p class=\"note\">" << escaped(report.remains) << "</p>\n";
-  page << "<p><b>Please send back</b> the file report.json, which lies beside this page. It holds "
+  page << "<p><b>Please send back</b> the file report.json, from the folder of this page. It "
+          "contains "
           "what is shown here, and nothing else.</p>\n";
   write_kernel_cases(page, report);
   write_suites(page, report);
@@ -421,9 +422,9 @@ std::string Report::summary() const {
                      number(cases[0], " cases passed, ") + number(cases[1], " failed, ") +
                      number(cases[2], " were skipped.");
   if (results.size() < wanted)
-    told += " The run is not over, or was ended: " + std::to_string(wanted - results.size()) +
+    told += " The run is not complete: " + std::to_string(wanted - results.size()) +
             " suites are missing.";
-  if (is_stopped) told += " It was stopped before its end.";
+  if (is_stopped) told += " The user stopped it.";
   return told;
 }
 

@@ -8,25 +8,26 @@
 #include "lab/kit/suites.h"
 
 /// @file
-/// What the kit reports: the machine, of which nothing names a person, and two files with results.
+/// The reports of the kit: facts about the machine, without personal data, and two files with the
+/// results.
 namespace kit {
 
 using Facts = std::vector<std::pair<std::string, std::string>>;
 
-/// @param work a folder on the disk that everything runs on.
+/// @param work a folder on the disk that is used.
 Facts facts_of_machine(const std::filesystem::path& work);
 
-/// Whether this is Wine, whose results must not be taken for those of a kernel.
+/// Whether this is Wine. Its results say nothing about a Windows kernel.
 bool is_emulated();
 
 // ------------------------------------------------------------------------------------------------
-// The two files that the kit leaves: one for people, one for whoever reads it with a program.
+// The two reports: one for people, one for programs.
 
 struct Report {
   std::string version;
   std::string began;  ///< date and time, UTC
   double seconds = 0;
-  std::size_t wanted = 0;  ///< suites
+  std::size_t wanted = 0;  ///< number of suites
   bool is_emulated = false;
   bool is_stopped = false;  ///< by the user
   Facts facts;
@@ -34,13 +35,13 @@ struct Report {
   std::string remains;  ///< what could not be removed
 
   int count(State of) const;
-  /// Whether everything ran, and nothing failed.
+  /// Whether all suites ran, and none failed.
   bool is_good() const;
-  /// One line for people: how it went.
+  /// The result in one line.
   std::string summary() const;
 };
 
-/// Replaces report.json and report.html in a folder, each as a whole. @return whether it could.
+/// Replaces report.json and report.html, each atomically. @return whether it succeeded.
 bool write_reports(const Report& report, const std::filesystem::path& folder);
 
 }  // namespace kit

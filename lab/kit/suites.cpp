@@ -17,7 +17,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// @param without cases that compare with the documents of the sources, which a kit has not.
+/// @param without cases that need the documents of the sources, which the kit does not contain.
 Suite cases(const char* name, const char* what, std::chrono::seconds limit,
             const char* without = "") {
   return {name, what, name, {}, without, Kind::kCases, limit};
@@ -25,7 +25,7 @@ Suite cases(const char* name, const char* what, std::chrono::seconds limit,
 Suite kernel(const char* name, const char* what) {
   return {name, what, name, {}, {}, Kind::kKernel, 600s};
 }
-/// On a slow disk it ends after a minute, with as much as it has done by then.
+/// On a slow disk it ends after a minute, with a lower count.
 Suite long_run(const char* name, const char* what, const char* count) {
   return {name,
           what,
@@ -38,33 +38,34 @@ Suite long_run(const char* name, const char* what, const char* count) {
 
 std::vector<Suite> all_suites() {
   return {
-      kernel("kernel_tests", "what only a real Windows kernel shows"),
-      kernel("kernel_long_paths", "the same, with long paths asked for"),
+      kernel("kernel_tests", "what only a real Windows kernel can show"),
+      kernel("kernel_long_paths", "the same, with a manifest that requests long paths"),
       kernel("kernel_code_page_932", "the same, in a Japanese code page"),
       kernel("kernel_code_page_1252", "the same, in a Western code page"),
       kernel("kernel_code_page_65001", "the same, in UTF-8"),
-      cases("unit_tests", "the library, from inside, with faults", 1800s, "CallCounts.*"),
+      cases("unit_tests", "the internals of the library, with fault injection", 1800s,
+            "CallCounts.*"),
       cases("api_tests", "the exported classes", 900s),
       cases("c_interface_tests", "the C interface", 300s),
-      cases("cpp_layer_tests", "the C++ layer over it", 300s),
+      cases("cpp_layer_tests", "the C++ layer above it", 300s),
       cases("multi_tests", "several processes", 900s),
-      cases("admin_tests", "the client's reader of trees", 900s),
+      cases("admin_tests", "the client's library for trees", 900s),
       cases("stgctl_tests", "the client", 1800s, "ClientCheck.ListsWhatItCanFindAndTheManualHasIt"),
-      cases("fuzz_replay", "inputs that a fuzzer has found", 600s),
-      long_run("kills", "processes that are killed while they save", "60"),
-      long_run("kills-mail", "processes that are killed while they convert mails", "10"),
-      long_run("kill-each-call", "a process that ends at each call of the system", "100"),
+      cases("fuzz_replay", "inputs that a fuzzer found", 600s),
+      long_run("kills", "processes that are killed during a save", "60"),
+      long_run("kills-mail", "processes that are killed during a migration of mails", "10"),
+      long_run("kill-each-call", "a process that ends at each system call", "100"),
       long_run("crowd", "eight processes that create at once", "400"),
-      long_run("clean-crowd", "cleans beside creates", "100"),
-      long_run("faults", "calls of the system that fail", "300"),
-      long_run("c-faults", "the same behind the C interface", "200"),
+      long_run("clean-crowd", "cleans during creates", "100"),
+      long_run("faults", "system calls that fail", "300"),
+      long_run("c-faults", "the same below the C interface", "200"),
       long_run("short-writes", "writes that are cut short", "200"),
-      long_run("sequences", "random operations, and the rules written a second time", "40"),
-      long_run("power-loss", "a model of power cuts", "1000"),
+      long_run("sequences", "random operations, compared with the reference model", "40"),
+      long_run("power-loss", "power failures on a model of a disk", "1000"),
       long_run("threads", "threads", "100"),
-      long_run("handles", "late copies of handles", "50"),
+      long_run("handles", "copies of handles, closed late", "50"),
       {"benchmark",
-       "the library beside the literal way",
+       "the library, compared with a literal implementation",
        "storage_bench_plain",
        "--quick ",
        {},
@@ -72,14 +73,14 @@ std::vector<Suite> all_suites() {
        600s}};
 }
 
-/// Windows' own codes, of a violation or a missing DLL say, are known by their hexadecimal form.
+/// Windows' own codes, for example of an access violation, are known in hexadecimal.
 std::string code_text(unsigned long code) {
   char text[40] = "";
   std::snprintf(text, sizeof text, code < 0x80000000UL ? "%lu" : "0x%lX", code);
   return text;
 }
 
-/// Runs a program of cases until each of them has ended, or nothing more can be had.
+/// Starts a program until each of its cases has ended, or it makes no more progress.
 class CaseRuns {
  public:
   CaseRuns(const Suite& suite, std::wstring program, std::filesystem::path folder,
@@ -90,13 +91,13 @@ class CaseRuns {
         m_waiting(waiting) {}
 
   void run(Result& result) {
-    // A program that breaks down again and again is told of often enough.
+    // A limit for a program that crashes again and again.
     constexpr int kStarts = 6;
     for (int start = 1; start <= kStarts; ++start) {
       const Ended ended = run_once(result, start);
       result.seconds += ended.time.count();
       if (!ended.was_started) {
-        result.words = "it could not be started: " + system_text(ended.code);
+        result.words = "cannot start it: " + system_text(ended.code);
         return;
       }
       if (m_is_complete) {
@@ -105,7 +106,7 @@ class CaseRuns {
       }
       result.words = why(ended);
       if (ended.was_stopped && result.count(State::kFailed) == 0) result.state = State::kSkipped;
-      if (!m_goes_on) result.words += "; its last words: " + last_words(m_said);
+      if (!m_goes_on) result.words += "; its last output: " + last_words(m_said);
       if (ended.was_stopped || !m_goes_on) return;
     }
     result.words += "; it was not started again";
@@ -115,7 +116,7 @@ class CaseRuns {
   Ended run_once(Result& result, int start) {
     const std::string number = std::to_string(start);
     write_flags(result.cases);
-    // Relative: GoogleTest takes the path of a share for one on the drive.
+    // A relative path: GoogleTest takes the path of a share for one on the drive.
     const std::wstring line = m_program + L" --gtest_color=no --gtest_flagfile=flags.txt " +
                               L"--gtest_output=json:report" + std::to_wstring(start) + L".json";
     const std::filesystem::path log = m_folder / ("log" + number + ".txt");
@@ -126,13 +127,13 @@ class CaseRuns {
     m_is_complete = ended.was_in_time && !ended.was_stopped &&
                     read_report(m_folder / ("report" + number + ".json"), said, result.cases);
     m_goes_on = !m_is_complete && ended.was_started && read_log(said, why(ended), result.cases);
-    // The user's wish is nobody's failure.
+    // A stop by the user is not a failure.
     if (m_goes_on && ended.was_stopped) result.cases.back().state = State::kSkipped;
     m_said = said;
     return ended;
   }
 
-  /// Which cases are left out: those that have ended in an earlier start.
+  /// Omits the cases that ended in an earlier start.
   void write_flags(const std::vector<Case>& ended) const {
     std::string names = m_suite.without;
     for (const Case& one : ended) names += (names.empty() ? "" : ":") + one.name;
@@ -140,9 +141,9 @@ class CaseRuns {
   }
 
   std::string why(const Ended& ended) const {
-    if (ended.was_stopped) return "the run was stopped here";
+    if (ended.was_stopped) return "the user stopped the run here";
     if (!ended.was_in_time)
-      return "it was ended after " + std::to_string(m_suite.limit.count()) + " seconds";
+      return "it was stopped after " + std::to_string(m_suite.limit.count()) + " seconds";
     return "the program ended before its last case, with " + code_text(ended.code);
   }
 
@@ -156,7 +157,7 @@ class CaseRuns {
       result.words = "it ended with " + code_text(ended.code) + ": " + last_words(m_said);
     if (result.cases.empty()) {
       result.state = State::kFailed;
-      result.words = "it ran no case";
+      result.words = "it ran no cases";
     }
   }
 
@@ -173,7 +174,7 @@ void run_whole(Result& result, const std::wstring& program, const std::filesyste
                const Waiting& waiting) {
   constexpr unsigned long kNotRun = 77;
   const Suite& suite = result.suite;
-  // Each of them ends with the name of the folder that it may use.
+  // The last argument is the folder that the program may use.
   const std::wstring arguments(suite.arguments.begin(), suite.arguments.end());
   const std::wstring ground = quoted((folder / "ground").wstring());
   const std::filesystem::path log = folder / "log.txt";
@@ -181,13 +182,13 @@ void run_whole(Result& result, const std::wstring& program, const std::filesyste
   result.seconds = ended.time.count();
   result.words = last_words(bytes_of(log));
   if (!ended.was_started) {
-    result.words = "it could not be started: " + system_text(ended.code);
+    result.words = "cannot start it: " + system_text(ended.code);
   } else if (ended.was_stopped) {
     result.state = State::kSkipped;
-    result.words = "the run was stopped here; its last words: " + result.words;
+    result.words = "the user stopped the run here; its last output: " + result.words;
   } else if (!ended.was_in_time) {
-    result.words = "it was ended after " + std::to_string(suite.limit.count()) +
-                   " seconds; its last words: " + result.words;
+    result.words = "it was stopped after " + std::to_string(suite.limit.count()) +
+                   " seconds; its last output: " + result.words;
   } else if (ended.code == 0 || ended.code == kNotRun) {
     result.state = ended.code == 0 ? State::kPassed : State::kSkipped;
   } else {
@@ -225,14 +226,14 @@ Result run(const Suite& suite, const std::filesystem::path& bin, const std::file
   result.suite = suite;
   if (is_stopped()) {
     result.state = State::kSkipped;
-    result.words = "the run was stopped before";
+    result.words = "the user stopped the run before it";
     return result;
   }
   const std::filesystem::path program = bin / (suite.program + ".exe");
   if (!std::filesystem::exists(program)) {
     result.words = "bin\\" + suite.program +
-                   ".exe is not there; it may have been left out when the ZIP was unpacked, or "
-                   "taken away by a virus scanner";
+                   ".exe is missing; perhaps it was not unpacked from the ZIP, or "
+                   "a virus scanner removed it";
     return result;
   }
   const std::filesystem::path folder = work / suite.name;
@@ -260,7 +261,7 @@ std::string text_of(const nlohmann::json& object, const char* name) {
   return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
 }
 
-/// What a program said between the beginning and the end of a case.
+/// The output between the beginning and the end of a case.
 std::string words_of(const std::string& log, const std::string& name) {
   const std::size_t at = log.find(kBegin + name);
   if (at == std::string::npos) return {};
@@ -277,7 +278,7 @@ Case case_of(const std::string& suite, const nlohmann::json& told, const std::st
   one.found = text_of(told, "found");
   if (text_of(told, "result") == "SKIPPED") {
     one.state = State::kSkipped;
-    // The report does not tell why; what the program has said does.
+    // The report does not contain the reason; the output does.
     one.words = words_of(log, one.name);
   }
   if (told.find("failures") != told.end()) {
@@ -288,7 +289,7 @@ Case case_of(const std::string& suite, const nlohmann::json& told, const std::st
   return one;
 }
 
-/// What a case of a real kernel says of itself.
+/// Reads the remarks of a kernel case.
 void read_remark(const std::string& line, Case& one) {
   const auto rest = [&](const char* begin) {
     const std::string mark = begin;
@@ -300,7 +301,7 @@ void read_remark(const std::string& line, Case& one) {
   if (const std::string text = rest("found: "); !text.empty()) one.found = text;
 }
 
-/// The name that follows a mark, without the time that may stand behind it.
+/// Whether the line begins with the mark. The name follows it, and perhaps a time.
 bool has_mark(const std::string& line, const std::string& mark, std::string& name) {
   if (line.rfind(mark, 0) != 0) return false;
   name = line.substr(mark.size(), line.find_first_of(" ,\r", mark.size()) - mark.size());
@@ -321,7 +322,7 @@ std::string last_words(const std::string& text) {
   end.erase(std::remove(end.begin(), end.end(), '\r'), end.end());
   std::replace_if(end.begin(), end.end(), is_out, ' ');
   end.erase(0, end.find_first_not_of("\n "));
-  // A program may have said what is no UTF-8.
+  // The output of a program may be invalid UTF-8.
   constexpr auto replace = nlohmann::json::error_handler_t::replace;
   return nlohmann::json::parse(nlohmann::json(end).dump(-1, ' ', false, replace));
 }
@@ -353,7 +354,7 @@ bool read_log(const std::string& log, const std::string& why, std::vector<Case>&
   for (std::string line; std::getline(lines, line);) {
     if (has_mark(line, kBegin, running)) continue;
     read_remark(line, one);
-    // The names are told once more at the end.
+    // At the end the program prints the names again.
     if (running.empty()) continue;
     if (has_mark(line, kGood, one.name) && one.name == running) ends(State::kPassed);
     if (has_mark(line, kBad, one.name) && one.name == running) ends(State::kFailed);
@@ -362,7 +363,7 @@ bool read_log(const std::string& log, const std::string& why, std::vector<Case>&
   if (running.empty()) return false;
   one.name = running;
   ends(State::kFailed);
-  cases.back().words = why + "; its last words: " + cases.back().words;
+  cases.back().words = why + "; its last output: " + cases.back().words;
   return true;
 }
 

@@ -8,26 +8,26 @@
 #include "lab/kit/program.h"
 
 /// @file
-/// What the kit runs, and what came of it.
+/// The suites of the kit and their results.
 namespace kit {
 
 enum class Kind {
-  kKernel,  ///< cases that only a real kernel settles; a program of cases
-  kCases,   ///< a program of cases, which writes a report of its own
-  kRun,     ///< one run, which ends with 0, 77 for "not run here", or anything else
+  kKernel,  ///< a program of cases that only a real kernel can show
+  kCases,   ///< a program of cases, which writes a report
+  kRun,     ///< one run; its exit code is 0, 77 for "not run", or anything else for a failure
 };
 
 struct Suite {
   std::string name;
-  std::string what;     ///< in plain words
+  std::string what;     ///< a description
   std::string program;  ///< in the folder bin, without ".exe"
   std::string arguments;
-  std::string without;  ///< cases that are left out, as GoogleTest's filter has them
+  std::string without;  ///< cases that are omitted, as a GoogleTest filter
   Kind kind;
   std::chrono::seconds limit;
 };
 
-/// In the order in which they run: what settles most comes first.
+/// In their order; the most important ones first.
 const std::vector<Suite>& suites();
 
 enum class State { kPassed, kFailed, kSkipped };
@@ -37,39 +37,39 @@ struct Case {
   std::string name;
   State state = State::kPassed;
   std::string words;    ///< why it failed or was skipped
-  int number = 0;       ///< of a case that only a real kernel settles
-  std::string settles;  ///< what such a case does
-  std::string found;    ///< what it saw, where it tells
+  int number = 0;       ///< the number of a kernel case in docs/porting.md
+  std::string settles;  ///< what a kernel case shows
+  std::string found;    ///< what it saw, if it reports that
 };
 
 struct Result {
   Suite suite;
   State state = State::kFailed;
-  std::string words;  ///< why it did not pass; of a run what it has said
+  std::string words;  ///< why it did not pass; for a run its output
   double seconds = 0;
   std::vector<Case> cases;
 
   int count(State of) const;
 };
 
-/// Runs a suite in a folder of its own below @p work. A program of cases that ends before its last
-/// case is started again for the ones that are missing.
+/// Runs a suite in its folder below @p work. If a program of cases ends before its last case, it is
+/// started again for the remaining ones.
 Result run(const Suite& suite, const std::filesystem::path& bin, const std::filesystem::path& work,
            const Waiting& waiting);
 
 // ------------------------------------------------------------------------------------------------
-// What a program of cases has told: its report, or what it has said when it left none.
+// Reads the results of a program of cases: its report, or else its output.
 
 std::string bytes_of(const std::filesystem::path& path);
-/// Valid UTF-8 without control characters, at most the last 3,000 bytes.
+/// The last 3,000 bytes as valid UTF-8 without control characters.
 std::string last_words(const std::string& text);
 
-/// The cases of a report. @return whether there is a report.
+/// Reads the cases of a report. @return whether there is a report.
 bool read_report(const std::filesystem::path& report, const std::string& log,
                  std::vector<Case>& cases);
 
-/// The cases of a program that left no report. One that had begun and not ended has failed.
-/// @param why it has. @return whether there was one.
+/// Reads the cases of a program without a report. The case that had begun and not ended has failed.
+/// @param why the reason of that failure. @return whether there was such a case.
 bool read_log(const std::string& log, const std::string& why, std::vector<Case>& cases);
 
 }  // namespace kit

@@ -1,5 +1,5 @@
-// Narrow names in the code page that the program's manifest asks for: this source is built into
-// three programs. Windows 11 gives any code page so, Windows 10 (1903) UTF-8 alone.
+// Narrow names in the code page of the program's manifest. Three programs are built from this file.
+// Windows 11 allows any code page, Windows 10 (1903) only UTF-8.
 
 #include <string>
 #include <vector>
@@ -12,7 +12,7 @@ namespace {
 
 #if VU_KIT_CODE_PAGE == 932
 constexpr int kNumber = 15;
-// The second byte looks like a backslash.
+// The second byte is that of a backslash.
 constexpr char kNarrow[] = "\x95\x5C";
 constexpr char kUtf8[] = "\xE8\xA1\xA8";
 #elif VU_KIT_CODE_PAGE == 1252
@@ -34,8 +34,8 @@ constexpr char kUtf8[] = "\xE8\xA1\xA8";
 TEST_F(Kernel, NamesOfTheCodePageAreNamesOfFiles) {
   settles(kNumber, "narrow names beyond ASCII in code page " VU_KIT_CODE_PAGE_TEXT);
   if (::GetACP() != VU_KIT_CODE_PAGE) {
-    GTEST_SKIP() << "this Windows gives the program code page " << ::GetACP()
-                 << ", whatever its manifest asks for; Windows 11 gives the one asked for";
+    GTEST_SKIP() << "this Windows sets code page " << ::GetACP()
+                 << ", whatever the manifest requests; Windows 11 sets the requested one";
   }
   const std::string name = kNarrow;
   const std::string utf8 = kUtf8;
@@ -52,7 +52,7 @@ TEST_F(Kernel, NamesOfTheCodePageAreNamesOfFiles) {
   EXPECT_EQ(vu_file::size(narrow_file), 10);
   EXPECT_EQ(vu_fileutf8::size(vu_utf8string(file)), 10U);
   EXPECT_EQ(vu_file::filenames(path(name + "\\" + name)), std::vector<std::string>{name + ".txt"});
-  // The C interface takes UTF-8 and turns it into the code page.
+  // The C interface converts UTF-8 to the code page.
   const std::string document = utf8 + ".kdc";
   Store store(program_root());
   EXPECT_EQ(store.put(document, "old"), VU_DONE);
@@ -64,5 +64,5 @@ TEST_F(Kernel, NamesOfTheCodePageAreNamesOfFiles) {
   EXPECT_EQ(store.remove(utf8 + " 2.kdc"), VU_DONE);
   EXPECT_TRUE(vu_file::recurseRemoveDir(path(name)));
   EXPECT_FALSE(folder_exists(path(utf8)));
-  found("files, folders and documents have such names");
+  found("files, folders and documents can have such names");
 }

@@ -1,5 +1,5 @@
-// What the system does to single files and folders; and other ways to a folder: junctions, symbolic
-// links, substituted drives, shares.
+// The system's behaviour for single files and folders, and other paths to a folder: junctions,
+// symbolic links, substituted drives, shares.
 
 #include <algorithm>
 #include <cstring>
@@ -15,19 +15,19 @@
 #include "vu_fileutf8.h"
 
 TEST_F(Kernel, ARemovedFileIsGoneWhenItsLastReaderCloses) {
-  settles(4, "whether the name of a removed file stays while somebody reads it");
+  settles(4, "whether the name of a removed file stays while a program reads it");
   write_file(path("file"), "0123456789");
   vu_file reader(path("file"));
   reader.open(vu_file::o_read);
   vu_file::remove(path("file"));
   found(file_exists(path("file")) ? "the name stays until the last close"
-                                  : "the name goes at once");
+                                  : "the name disappears at once");
   reader.close();
   EXPECT_FALSE(file_exists(path("file")));
 }
 
 TEST_F(Kernel, ADocumentThatSomebodyReadsIsRemovedAndStoredAnew) {
-  settles(5, "what an application sees of that: a removal and a new version beside a reader");
+  settles(5, "what an application sees: a removal and a new version during a read");
   Store store(program_root(), "reader");
   ASSERT_EQ(store.put("a.kdc", "old"), VU_DONE);
   const std::string file = store.path("a.kdc");
@@ -53,14 +53,14 @@ TEST_F(Kernel, ADocumentThatSomebodyReadsIsRemovedAndStoredAnew) {
   EXPECT_EQ(store.content("a.kdc"), "last");
   const std::vector<std::string> names = store.names();
   EXPECT_EQ(std::count(names.begin(), names.end(), "a.kdc"), 1);
-  // A file whose removal was still to come may have been adopted as a document of its own.
+  // A file with a pending removal may have been adopted as a document.
   found(std::string("remove: ") + vu_status_name(removed) + ", then put: " +
         vu_status_name(stored) + "; files that came back: " + std::to_string(names.size() - 1));
   EXPECT_EQ(store.remove("a.kdc"), VU_DONE);
 }
 
 TEST_F(Kernel, FoldersAreMadeFromTheRootOfADriveOn) {
-  settles(6, "createDirR() with a whole path, whose first part is the drive");
+  settles(6, "createDirR() with an absolute path, whose first part is the drive");
   char root[MAX_PATH] = "";
   ASSERT_TRUE(::GetVolumePathNameA(m_scratch.path().c_str(), root, MAX_PATH));
   ::CreateDirectoryA(root, nullptr);
@@ -70,28 +70,28 @@ TEST_F(Kernel, FoldersAreMadeFromTheRootOfADriveOn) {
 }
 
 TEST_F(Kernel, ARenameThatChangesLettersAloneIsOne) {
-  settles(7, "an adopted file gets its extension in small letters");
-  NEEDS_A_REAL_KERNEL("a rename that only changes the case of letters changes them");
+  settles(7, "an adopted file gets its extension in lower case");
+  NEEDS_A_REAL_KERNEL("a rename changes the case of letters");
   write_file(path("Report.KDB"), "x");
   EXPECT_TRUE(vu_file::rename(path("Report.KDB"), path("Report.kdb")));
   EXPECT_EQ(list_folder(m_scratch.path()), std::vector<std::string>{"Report.kdb"});
 }
 
 TEST_F(Kernel, AReadOnlyFileIsSoForEverybody) {
-  settles(8, "read-only files are neither written nor removed, whoever asks");
-  NEEDS_A_REAL_KERNEL("the read-only attribute holds for administrators as well");
+  settles(8, "read-only files are neither written nor removed, by no account");
+  NEEDS_A_REAL_KERNEL("the read-only attribute also applies to administrators");
   write_file(path("file"), "x");
   make_read_only(path("file"));
   vu_file::remove(path("file"));
   EXPECT_TRUE(file_exists(path("file")));
   const RawFile writer(path("file"), GENERIC_WRITE, kAllShared);
   found("opening it to write: " + std::to_string(writer.code()) +
-        (is_administrator() ? ", an administrator" : ", no administrator"));
+        (is_administrator() ? ", an administrator" : ", not an administrator"));
   EXPECT_FALSE(writer.is_open());
 }
 
 TEST_F(Kernel, ASizeInAFolderMayLagBehindAnOpenFile) {
-  settles(11, "whether sizes must be asked of the open file and not of its folder");
+  settles(11, "whether sizes must come from the open file, not from its folder");
   vu_file writer(path("file"));
   writer.open(vu_file::o_truncate);
   writer.write(std::string(5000, 'x'));
@@ -113,7 +113,7 @@ TEST_F(Kernel, ASizeInAFolderMayLagBehindAnOpenFile) {
 }
 
 TEST_F(Kernel, SpaceIsReservedAndFilesAreFlushed) {
-  settles(23, "whether a save makes sure of its space on this file system");
+  settles(23, "whether a save reserves its space on this file system");
   write_file(path("file"), "0123456789");
   bool is_reserved = false;
   DWORD code = 0;
@@ -140,13 +140,13 @@ TEST_F(Kernel, SpaceIsReservedAndFilesAreFlushed) {
 }
 
 // ------------------------------------------------------------------------------------------------
-// Other ways to the same folder: junctions, symbolic links, substituted drives, shares.
+// Other paths to the same folder: junctions, symbolic links, substituted drives, shares.
 
 namespace {
 
 std::wstring wide(const std::string& ascii) { return {ascii.begin(), ascii.end()}; }
 
-/// As the system stores it: the headers have it for drivers alone.
+/// The system's structure; the headers declare it for drivers only.
 struct MountPoint {
   DWORD tag;
   WORD data_length;
@@ -158,14 +158,14 @@ struct MountPoint {
   wchar_t texts[1000];
 };
 
-/// What says yes and does nothing has made no link.
+/// A call that succeeds and does nothing has created no link.
 DWORD code_of_link(const std::string& path) {
   const DWORD attributes = ::GetFileAttributesA(path.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) return ::GetLastError();
   return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 ? 0 : ERROR_NOT_A_REPARSE_POINT;
 }
 
-/// Makes a junction; every account may. @return the system's code, 0 for a success.
+/// Creates a junction; every account may. @return the error code, 0 for a success.
 DWORD make_junction(const std::string& path, const std::string& target) {
   const std::wstring inner = L"\\??\\" + wide(target);
   const std::wstring shown = wide(target);
@@ -178,7 +178,7 @@ DWORD make_junction(const std::string& path, const std::string& target) {
   point.shown_length = static_cast<WORD>(shown.size() * sizeof(wchar_t));
   std::memcpy(point.texts, inner.c_str(), point.target_length);
   std::memcpy(point.texts + inner.size() + 1, shown.c_str(), point.shown_length);
-  // Four numbers and two texts, each with its end.
+  // Four numbers and two texts, each with its terminator.
   point.data_length =
       static_cast<WORD>(8 + point.target_length + point.shown_length + 2 * sizeof(wchar_t));
   const HANDLE folder =
@@ -202,7 +202,7 @@ DWORD make_symbolic_link(const std::string& path, const std::string& target) {
   return code_of_link(path);
 }
 
-/// A tree behind a link is worked in, and a removal takes the link and not what it leads to.
+/// A tree behind a link can be used. A removal removes the link and not its target.
 void expect_a_link_is_followed_and_not_emptied(const std::string& link, const std::string& target,
                                                const std::string& folder) {
   EXPECT_EQ(work_of_a_process_in(link), "all right");
@@ -213,17 +213,17 @@ void expect_a_link_is_followed_and_not_emptied(const std::string& link, const st
   vu_file direct(target + "\\guarded");
   bool is_refused = false;
   direct.try_open(vu_file::o_read, is_refused, true);
-  EXPECT_TRUE(is_refused) << "two ways to a file have two locks";
+  EXPECT_TRUE(is_refused) << "two paths to a file have two locks";
   direct.close();
   through_link.close();
   EXPECT_TRUE(vu_fileutf8::recurseRemoveDir(vu_utf8string(folder)));
   EXPECT_FALSE(folder_exists(link));
   const bool is_kept = file_exists(target + "\\guarded");
-  EXPECT_TRUE(is_kept) << "a removal has walked through the link";
-  found(is_kept ? "a removal stops at the link" : "a removal walks through the link");
+  EXPECT_TRUE(is_kept) << "a removal emptied the target of the link";
+  found(is_kept ? "a removal stops at the link" : "a removal empties the target of the link");
 }
 
-/// A letter for a folder, for this session; given back at the end.
+/// A drive letter for a folder, during this session. The destructor releases it.
 class SubstitutedDrive {
  public:
   explicit SubstitutedDrive(const std::string& folder) : m_folder(folder) {
@@ -248,7 +248,7 @@ class SubstitutedDrive {
 
   /// "Z:".
   const std::string& drive() const { return m_drive; }
-  /// The system's code; 0 where the drive is there.
+  /// The error code; 0 if the drive exists.
   DWORD code() const { return m_code; }
 
  private:
@@ -264,7 +264,7 @@ TEST_F(Kernel, JunctionsAreFollowedAndNotEmptied) {
   make_folder(path("target"));
   make_folder(path("folder"));
   const DWORD code = make_junction(path("folder\\link"), path("target"));
-  if (code != 0) GTEST_SKIP() << "no junction can be made here: " << code;
+  if (code != 0) GTEST_SKIP() << "cannot create a junction here: " << code;
   expect_a_link_is_followed_and_not_emptied(path("folder\\link"), path("target"), path("folder"));
 }
 
@@ -274,8 +274,8 @@ TEST_F(Kernel, SymbolicLinksAreFollowedAndNotEmptied) {
   make_folder(path("folder"));
   const DWORD code = make_symbolic_link(path("folder\\link"), path("target"));
   if (code != 0) {
-    GTEST_SKIP() << "no symbolic link can be made here (" << code
-                 << "); one can in Developer Mode, or as an administrator";
+    GTEST_SKIP() << "cannot create a symbolic link here (" << code
+                 << "); it works in Developer Mode, or as an administrator";
   }
   expect_a_link_is_followed_and_not_emptied(path("folder\\link"), path("target"), path("folder"));
 }
@@ -284,31 +284,31 @@ TEST_F(Kernel, ASubstitutedDriveLeadsToTheSameFiles) {
   settles(20, "a tree at the root of a substituted drive, and its locks");
   make_folder(path("folder"));
   const SubstitutedDrive drive(path("folder"));
-  if (drive.code() != 0) GTEST_SKIP() << "no drive can be substituted: " << drive.code();
+  if (drive.code() != 0) GTEST_SKIP() << "cannot substitute a drive: " << drive.code();
   EXPECT_EQ(work_of_a_process_in(drive.drive() + "\\"), "all right");
   EXPECT_EQ(work_of_a_process_in(drive.drive() + "\\tree\\in it"), "all right");
   write_file(path("folder\\file"), "0123456789");
   EXPECT_TRUE(vu_file::exists(drive.drive() + "\\file"));
   const bool is_one = is_one_lock(path("folder\\file"), drive.drive() + "\\file");
-  found(drive.drive() + (is_one ? ", one lock by either way" : ", two locks of one file"));
+  found(drive.drive() + (is_one ? ", one lock through both paths" : ", two locks of one file"));
   EXPECT_TRUE(is_one);
 }
 
 TEST_F(Kernel, AShareLeadsToTheSameFiles) {
-  settles(21, "paths of shares, whose existence is asked by attributes, and locks through them");
+  settles(21, "paths on shares, whose existence is checked by attributes, and locks through them");
   const std::string local = m_scratch.path();
-  if (local.size() < 3 || local[1] != ':') GTEST_SKIP() << "this folder is on no drive";
+  if (local.size() < 3 || local[1] != ':') GTEST_SKIP() << "this folder is not on a drive";
   const std::string share = "\\\\localhost\\" + local.substr(0, 1) + "$" + local.substr(2);
   write_file(path("file"), "0123456789");
   if (::GetFileAttributesA(share.c_str()) == INVALID_FILE_ATTRIBUTES)
-    GTEST_SKIP() << "the drive's own share cannot be reached from here (" << ::GetLastError()
-                 << "); it can as an administrator";
+    GTEST_SKIP() << "cannot reach the drive's own share from here (" << ::GetLastError()
+                 << "); it works as an administrator";
   EXPECT_EQ(work_of_a_process_in(share + "\\tree"), "all right");
   EXPECT_TRUE(folder_exists(path("tree")));
   EXPECT_TRUE(vu_file::exists(share + "\\file"));
   EXPECT_FALSE(vu_file::exists(share + "\\none"));
   const bool is_one = is_one_lock(path("file"), share + "\\file");
-  found(is_one ? "a lock through the drive is one through the share"
-               : "a lock through the drive is none through the share");
+  found(is_one ? "a lock through the drive is a lock through the share"
+               : "a lock through the drive is no lock through the share");
   EXPECT_TRUE(is_one);
 }

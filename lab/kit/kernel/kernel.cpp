@@ -12,7 +12,7 @@ bool is_emulated() {
   return ::GetProcAddress(::GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;
 }
 
-// Said as well: a program that breaks down leaves no report.
+// Also printed, because a crashed program leaves no report.
 void settles(int number, const char* what) {
   std::printf("number: %d\nsettles: %s\n", number, what);
   std::fflush(stdout);
@@ -80,14 +80,14 @@ std::int32_t collect(void* names, const vu_entry* entry) {
   return 0;
 }
 
-/// Remembers the first thing that is not as it should be.
+/// Keeps the first defect.
 class Findings {
  public:
   void expect(vu_status status, const std::string& what) {
     if (status != VU_DONE) add(what + ": " + vu_status_name(status));
   }
   void expect(const std::string& seen, const std::string& wanted, const std::string& what) {
-    if (seen != wanted) add(what + ": '" + seen + "' and not '" + wanted + "'");
+    if (seen != wanted) add(what + ": '" + seen + "' instead of '" + wanted + "'");
   }
   std::string told() const { return m_first.empty() ? "all right" : m_first; }
 
@@ -208,5 +208,5 @@ std::string work_of_a_process_in(const std::string& root) {
   child_process child("work_in_a_tree", {root});
   const auto line = child.next_line();
   child.wait();
-  return line.value_or("the process ended without a word");
+  return line.value_or("the process ended without output");
 }

@@ -12,30 +12,30 @@
 #include "vu/storage.h"
 
 /// @file
-/// What the cases have in common that only a real Windows kernel settles.
+/// Shared code of the cases that only a real Windows kernel can show.
 
-/// Not real_kernel.h, which declares for itself what <windows.h> does.
+/// real_kernel.h is not used: it declares what <windows.h> declares too.
 bool is_emulated();
 #define NEEDS_A_REAL_KERNEL(what)                                                         \
   do {                                                                                    \
     if (is_emulated()) GTEST_SKIP() << "Wine does not do this, Windows does: " << (what); \
   } while (false)
 
-/// What the running case settles.
-/// @param number that of docs/porting.md.
+/// States what the running case shows.
+/// @param number its number in docs/porting.md.
 void settles(int number, const char* what);
-/// What it has seen.
+/// Reports what the case saw.
 void found(const std::string& what);
 
 /// Whether this process has the rights of an administrator.
 bool is_administrator();
 
-/// "NTFS" say; empty where the system does not tell.
+/// Example: "NTFS". Empty if it is unknown.
 std::string file_system_of(const std::string& folder);
 
 constexpr DWORD kAllShared = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-/// A file that the system alone opens, without the library.
+/// A file that is opened by the system directly, without the library.
 class RawFile {
  public:
   RawFile(const std::string& path, DWORD access, DWORD sharing, DWORD disposition = OPEN_EXISTING);
@@ -45,9 +45,9 @@ class RawFile {
 
   bool is_open() const { return m_handle != INVALID_HANDLE_VALUE; }
   HANDLE get() const { return m_handle; }
-  /// The system's code for opening it; 0 for a success.
+  /// The error code of opening it; 0 for a success.
   DWORD code() const { return m_code; }
-  /// The system's code for reading a byte; 0 for a success.
+  /// Reads a byte. @return the error code; 0 for a success.
   DWORD read_a_byte() const;
 
  private:
@@ -55,13 +55,13 @@ class RawFile {
   DWORD m_code;
 };
 
-/// Where this process has its storage, of which there is one; its cases share it.
+/// The folder of this process's only storage; its cases share it.
 const std::string& program_root();
 
-/// A handle of the storage, and what one owner does with it.
+/// A handle of the storage, and operations of one owner.
 class Store {
  public:
-  /// Throws std::runtime_error where it cannot be opened.
+  /// @throws std::runtime_error if the storage cannot be opened.
   explicit Store(const std::string& root, std::string owner = "anna");
   ~Store();
   Store(const Store&) = delete;
@@ -70,11 +70,11 @@ class Store {
   vu_status put(const std::string& name, const std::string& bytes);
   vu_status remove(const std::string& name);
   vu_status rename(const std::string& name, const std::string& to);
-  /// The bytes, or the name of the status in brackets.
+  /// The bytes, or in brackets the name of the status.
   std::string content(const std::string& name);
   /// The names of all documents, sorted.
   std::vector<std::string> names();
-  /// Where a document's file lies.
+  /// The path of a document's file.
   std::string path(const std::string& name);
 
  private:
@@ -84,14 +84,13 @@ class Store {
   vu_store* m_store = nullptr;
 };
 
-/// What a program does to a tree of its own: it stores, reads, replaces, renames, lists and removes
-/// documents, in a process of its own.
-/// @param root ASCII. @return "all right", or the first thing that was wrong.
+/// Stores, reads, replaces, renames, lists and removes documents in a new tree, in another process.
+/// @param root an ASCII path. @return "all right", or the first defect.
 std::string work_of_a_process_in(const std::string& root);
-/// The same in this process, whose storage has to lie there.
+/// The same in this process; @p store must be its storage.
 std::string work_in(Store& store);
 
-/// Whether a lock that one way to a file takes keeps the other one out.
+/// Whether a lock on one path also locks the other path.
 bool is_one_lock(const std::string& one, const std::string& other);
 
 class Kernel : public testing::Test {

@@ -1,5 +1,5 @@
-// Locks: between handles, between processes, and after the end of whoever held one; and what may be
-// done with a file that somebody has open.
+// Locks between handles and between processes, and after the end of their owner. Also operations on
+// a file that another program has open.
 
 #include <algorithm>
 #include <chrono>
@@ -17,7 +17,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Holds a file's lock until it is told to end, or is killed.
+/// Holds a file's lock until a line arrives, or until it is killed.
 int hold_a_lock(const std::vector<std::string>& args) {
   vu_file file(args.at(0));
   file.open(vu_file::o_append);
@@ -27,7 +27,7 @@ int hold_a_lock(const std::vector<std::string>& args) {
 }
 REGISTER_ROLE(hold_a_lock, hold_a_lock)
 
-/// Keeps emptying a file and putting two bytes into it that belong together, under its lock.
+/// Truncates a file and writes two matching bytes, again and again, under its lock.
 int write_pairs(const std::vector<std::string>& args) {
   say("begins");
   for (int i = 0; i < 150; ++i) {
@@ -46,8 +46,8 @@ REGISTER_ROLE(write_pairs, write_pairs)
 }  // namespace
 
 TEST_F(Kernel, ALockKeepsOtherHandlesFromReading) {
-  settles(1, "a reader never sees a half-written file, also one that asks for no lock");
-  NEEDS_A_REAL_KERNEL("a read of what another handle has locked fails with 33");
+  settles(1, "a reader never sees a half-written file, even without a lock");
+  NEEDS_A_REAL_KERNEL("a read of bytes that another handle has locked fails with error 33");
   write_file(path("file"), "0123456789");
   vu_file writer(path("file"));
   writer.open(vu_file::o_append);
@@ -61,7 +61,7 @@ TEST_F(Kernel, ALockKeepsOtherHandlesFromReading) {
 }
 
 TEST_F(Kernel, ALockKeepsOtherProcessesFromReading) {
-  settles(2, "the same between two processes, and that readers who ask for a lock meet no half");
+  settles(2, "the same between two processes, and that readers with a lock see no half");
   write_file(path("locked"), "0123456789");
   child_process holder("hold_a_lock", {path("locked")});
   ASSERT_TRUE(holder.hears("locked"));
@@ -93,14 +93,14 @@ TEST_F(Kernel, ALockKeepsOtherProcessesFromReading) {
   }
   EXPECT_EQ(writer.wait(), 0);
   found("a read without a lock: " + std::to_string(code) + "; " + std::to_string(reads) +
-        " reads beside a writer, none of a half");
+        " reads during writes, none of a half-written file");
   if (!is_emulated()) {
     EXPECT_EQ(code, static_cast<DWORD>(ERROR_LOCK_VIOLATION));
   }
 }
 
 TEST_F(Kernel, ALockEndsWithAProcessThatIsKilled) {
-  settles(3, "how long others wait for the lock of a program that has crashed");
+  settles(3, "how long others wait for the lock of a crashed program");
   write_file(path("file"), "x");
   child_process holder("hold_a_lock", {path("file")});
   ASSERT_TRUE(holder.hears("locked"));
@@ -115,11 +115,10 @@ TEST_F(Kernel, ALockEndsWithAProcessThatIsKilled) {
 }
 
 // ------------------------------------------------------------------------------------------------
-// Programs that open files and share them with nobody, as some virus scanners and backups do.
+// Programs that open files without sharing them, as some virus scanners and backups do.
 
 namespace {
 
-/// All files below a folder.
 void collect_files(const std::string& folder, std::vector<std::string>& files) {
   WIN32_FIND_DATAA data = {};
   const HANDLE search = ::FindFirstFileA((folder + "\\*").c_str(), &data);
@@ -136,7 +135,7 @@ void collect_files(const std::string& folder, std::vector<std::string>& files) {
   ::FindClose(search);
 }
 
-/// Opens files at random and shares them with nobody, until its input ends; then tells how many.
+/// Opens random files without sharing, until its input ends. Then prints how many.
 int scan(const std::vector<std::string>& args) {
   std::mt19937 random(4711);
   int opened = 0;
@@ -160,7 +159,7 @@ int scan(const std::vector<std::string>& args) {
 }
 REGISTER_ROLE(scan, scan)
 
-/// What a document holds; a scanner may have its file just now.
+/// The content of a document. Retries while a scanner has its file open.
 std::string content_at_last(Store& store, const std::string& name) {
   std::string content = store.content(name);
   for (int attempt = 0; attempt < 500 && content == "[VU_FAILED]"; ++attempt) {
@@ -170,7 +169,7 @@ std::string content_at_last(Store& store, const std::string& name) {
   return content;
 }
 
-/// What a store must hold: where a call was refused, the old content or the new one.
+/// The allowed content of a store. After a refused call it is the old or the new one.
 class Expected {
  public:
   void after_put(const std::string& name, const std::string& bytes, vu_status status) {
@@ -204,7 +203,7 @@ class Expected {
 }  // namespace
 
 TEST_F(Kernel, AFileThatAScannerHoldsWithoutSharingIsAFailureAndNotALoss) {
-  settles(9, "what a program that shares nothing, a virus scanner say, does to a replacement");
+  settles(9, "a replacement while a program such as a virus scanner has the file open");
   Store store(program_root());
   ASSERT_EQ(store.put("a.kdc", "old"), VU_DONE);
   std::string read;
@@ -262,9 +261,9 @@ TEST_F(Kernel, AScannerThatOpensFilesAtRandomLosesNothing) {
     EXPECT_EQ(store.remove(name), VU_DONE);
   }
   EXPECT_EQ(store.remove("begin.kdc"), VU_DONE);
-  // Files that could not be removed come back as documents of their own.
+  // Files that could not be removed come back as adopted documents.
   const std::size_t adopted = store.names().size();
   found("the scanner opened " + opened + " files; of " + std::to_string(kCalls) + " calls " +
         std::to_string(refused) + " were refused, and " + std::to_string(adopted) +
-        " files stayed behind");
+        " files remained");
 }

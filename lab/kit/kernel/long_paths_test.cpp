@@ -1,5 +1,5 @@
-// Paths around the classic limit, in a program with a manifest that asks for long ones and in one
-// without: this source is built into two programs.
+// Paths near the classic limit. Two programs are built from this file: one has a manifest that
+// requests long paths, one has not.
 
 #include <cstdint>
 #include <string>
@@ -11,7 +11,7 @@
 
 namespace {
 
-/// Whether the system grants long paths to a program whose manifest asks for them.
+/// Whether the system allows long paths for programs whose manifest requests them.
 bool is_switched_on() {
   DWORD value = 0;
   DWORD size = sizeof value;
@@ -21,14 +21,14 @@ bool is_switched_on() {
          value != 0;
 }
 
-/// A path of that length: folders that are short as a whole, and one last name.
+/// A path with this length: short folders, and one last name.
 std::string path_of(std::size_t length, const std::string& base) {
   std::string path = base;
   while (length - path.size() > 200) path += "\\" + std::string(60, 'f');
   return path + "\\" + std::string(length - path.size() - 1, 'n');
 }
 
-/// Which of the lengths from 240 to 300 succeed, "240-251 260" say.
+/// The lengths from 240 to 300 that succeed, for example "240-251 260".
 class Lengths {
  public:
   void add(std::size_t length, bool is_good) {
@@ -54,7 +54,7 @@ class Lengths {
   std::string m_told;
 };
 
-/// Makes a folder, which must then be there, and tells whether it could.
+/// @return whether the folder was created. Checks that it exists exactly then.
 bool makes_folder(const std::string& path) {
   const bool is_made = vu_fileutf8::createDirR(vu_utf8string(path));
   EXPECT_EQ(folder_exists(path), is_made) << path.size();
@@ -64,7 +64,7 @@ bool makes_folder(const std::string& path) {
   return is_made;
 }
 
-/// Writes a file, which must then have its bytes, and tells whether it could.
+/// @return whether the file was written. Checks that it has its bytes then.
 template <class File, class Path>
 bool makes_file(const std::string& path) {
   File file{Path(path)};
@@ -88,11 +88,12 @@ bool makes_file(const std::string& path) {
 
 #if defined(VU_KIT_LONG_PATHS)
 TEST_F(Kernel, LongPathsWithTheManifest) {
-  settles(14, "the same for a program whose manifest asks for long paths");
+  settles(14, "the same for a program whose manifest requests long paths");
   constexpr bool kIsAskedFor = true;
 #else
 TEST_F(Kernel, LongPathsWithoutTheManifest) {
-  settles(13, "which paths of 240 to 300 characters succeed; the others must fail as a whole");
+  settles(13,
+          "which paths of 240 to 300 characters succeed; the others must fail and leave nothing");
   constexpr bool kIsAskedFor = false;
 #endif
   const std::string base = path("f");

@@ -1,4 +1,4 @@
-// File systems other than the usual one, a disk that is full, and short names.
+// Other file systems, full disks, and short names.
 
 #include <cstdlib>
 #include <stdexcept>
@@ -12,19 +12,19 @@
 
 namespace {
 
-/// Takes all space of a disk but as much as it is told to leave.
+/// Fills a disk, except for a given rest.
 class Filler {
  public:
   explicit Filler(const std::string& path)
       : m_file(path, GENERIC_WRITE, kAllShared, CREATE_ALWAYS) {
-    if (!m_file.is_open()) throw std::runtime_error("the disk cannot be filled");
+    if (!m_file.is_open()) throw std::runtime_error("cannot fill the disk");
     for (std::size_t piece = 1U << 20U; piece >= 512; piece /= 2) {
       const std::string bytes(piece, 'f');
       DWORD done = 0;
       while (::WriteFile(m_file.get(), bytes.data(), static_cast<DWORD>(piece), &done, nullptr) &&
              done == piece) {
         m_size += piece;
-        if (m_size > kMost) throw std::runtime_error("this disk is too large to be filled");
+        if (m_size > kMost) throw std::runtime_error("this disk is too large to fill");
       }
     }
   }
@@ -34,7 +34,7 @@ class Filler {
     position.QuadPart = m_size;
     if (!::SetFilePointerEx(m_file.get(), position, nullptr, FILE_BEGIN) ||
         !::SetEndOfFile(m_file.get()))
-      throw std::runtime_error("the filler cannot be cut: " + std::to_string(::GetLastError()));
+      throw std::runtime_error("cannot truncate the filler: " + std::to_string(::GetLastError()));
   }
 
  private:
@@ -45,8 +45,9 @@ class Filler {
 
 std::string name_of(int number) { return "document " + std::to_string(number) + ".kdc"; }
 
-/// Replaces each document by a larger one while the disk has less and less room left, and tells how
-/// many calls were refused; throws for a document that is neither old nor new.
+/// Replaces each document by a larger one while the free space shrinks. @return how many calls were
+/// refused.
+/// @throws std::runtime_error for a document that is neither old nor new.
 std::string store_on_a_full_disk(const std::string& folder) {
   constexpr int kDocuments = 20;
   Store store(folder + "\\tree");
@@ -86,7 +87,7 @@ int fill_a_disk(const std::vector<std::string>& args) {
 }
 REGISTER_ROLE(fill_a_disk, fill_a_disk)
 
-/// A small disk in a file, seen as a folder; taken away again at the end. Administrators only.
+/// A small disk in a file, mounted as a folder. Needs an administrator. The destructor detaches it.
 class SmallDisk {
  public:
   SmallDisk(const std::string& file, const std::string& folder) : m_file(file), m_folder(folder) {
@@ -117,7 +118,7 @@ class SmallDisk {
     PROCESS_INFORMATION info = {};
     if (!::CreateProcessA(nullptr, line.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
                           nullptr, &start, &info)) {
-      m_words = "diskpart cannot be started: " + std::to_string(::GetLastError());
+      m_words = "cannot start diskpart: " + std::to_string(::GetLastError());
       return false;
     }
     const bool is_over = ::WaitForSingleObject(info.hProcess, 90'000) == WAIT_OBJECT_0;
@@ -138,7 +139,7 @@ class SmallDisk {
 
 void expect_nothing_is_lost_on(const std::string& folder) {
   child_process child("fill_a_disk", {folder});
-  const std::string said = child.next_line().value_or("the process ended without a word");
+  const std::string said = child.next_line().value_or("the process ended without output");
   child.wait();
   vu_file::recurseRemoveDir(folder + "\\tree");
   constexpr char kRight[] = "right: ";
@@ -148,7 +149,7 @@ void expect_nothing_is_lost_on(const std::string& folder) {
   EXPECT_NE(said.rfind("right: 0 of", 0), 0U) << "the disk was not full";
 }
 
-/// "D: FAT32", of the drives that are no network's.
+/// Example: "D: FAT32". Without network drives.
 std::string other_file_systems() {
   std::string told;
   const DWORD drives = ::GetLogicalDrives();
@@ -166,7 +167,7 @@ std::string other_file_systems() {
 }  // namespace
 
 TEST_F(Kernel, OtherFileSystemsKeepDocumentsAndLocks) {
-  settles(22, "storage on ReFS, FAT32 or exFAT: documents, locks, and the step of its times");
+  settles(22, "storage on ReFS, FAT32 or exFAT: documents, locks, and the resolution of its times");
   const std::string system = file_system_of(m_scratch.path());
   if (system == "NTFS" || system.empty()) {
     GTEST_SKIP() << "this folder is on " << (system.empty() ? "an unknown file system" : system)
@@ -183,18 +184,18 @@ TEST_F(Kernel, OtherFileSystemsKeepDocumentsAndLocks) {
 }
 
 TEST_F(Kernel, AFullDiskLeavesTheOldDocumentOrTheNewOne) {
-  settles(24, "what a disk without room does to replacements");
+  settles(24, "replacements on a full disk");
   if (const char* const named = std::getenv("VU_KIT_SMALL_DISK"); named != nullptr) {
     expect_nothing_is_lost_on(named);
     return;
   }
   if (!is_administrator()) {
-    GTEST_SKIP() << "only an administrator may make a disk in a file; to see this case, start "
-                    "run.cmd as one";
+    GTEST_SKIP() << "only an administrator may create a disk in a file; for this case, start "
+                    "run.cmd as administrator";
   }
   if (is_emulated()) GTEST_SKIP() << "Wine has no diskpart";
   const SmallDisk disk(path("disk.vhd"), path("disk"));
-  if (!disk.is_made()) GTEST_SKIP() << "no disk can be made in a file: " << disk.words();
+  if (!disk.is_made()) GTEST_SKIP() << "cannot create a disk in a file: " << disk.words();
   expect_nothing_is_lost_on(path("disk"));
 }
 
@@ -202,9 +203,9 @@ TEST_F(Kernel, AFullDiskLeavesTheOldDocumentOrTheNewOne) {
 
 namespace {
 
-/// Takes the short name from a file: some volumes have none. @return the system's code.
+/// Removes the short name of a file; some volumes have none. @return the error code.
 DWORD drop_short_name(const std::wstring& long_path) {
-  // Asked for by name: an emulator may not have it.
+  // Looked up by name, because Wine may not have it.
   using Function = BOOL(WINAPI*)(HANDLE, const wchar_t*);
   const auto set_name = reinterpret_cast<Function>(reinterpret_cast<void*>(
       ::GetProcAddress(::GetModuleHandleA("kernel32.dll"), "SetFileShortNameW")));
@@ -241,7 +242,7 @@ TEST_F(Kernel, AFileWithoutAShortNameIsOpenedByItsLongPath) {
   const std::wstring part =
       L"a long name, so that there could be a short one" + std::wstring(40, L'n');
   std::string folder = m_scratch.path();
-  // Only the wide calls go beyond the classic limit.
+  // Only the wide calls accept paths beyond the classic limit.
   std::wstring wide = L"\\\\?\\" + std::wstring(folder.begin(), folder.end());
   bool is_short = false;
   DWORD code = 0;
@@ -253,7 +254,7 @@ TEST_F(Kernel, AFileWithoutAShortNameIsOpenedByItsLongPath) {
   }
   folder.assign(wide.begin() + 4, wide.end());
   if (has_short_name(wide))
-    GTEST_SKIP() << "this volume has short names, and this account cannot take one away (" << code
+    GTEST_SKIP() << "this volume has short names, and this account cannot remove one (" << code
                  << ")";
   const vu_utf8string file(folder + "\\file of a long path.text");
   vu_fileutf8 writer(file);
@@ -265,6 +266,6 @@ TEST_F(Kernel, AFileWithoutAShortNameIsOpenedByItsLongPath) {
   EXPECT_EQ(vu_fileutf8::size(file), 10U);
   vu_fileutf8::remove(file, true);
   EXPECT_FALSE(vu_fileutf8::exists(file));
-  found(is_short ? "the short name was taken away; the long path was used"
+  found(is_short ? "the short name was removed; the long path was used"
                  : "there are no short names here; the long path was used");
 }
