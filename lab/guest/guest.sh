@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# A machine of its own with Debian's kernel, emulated by qemu: it has the clients of network shares that the
-# kernel here may lack. For ./dev shared --on nfs|smb:
+# Runs the suites on a network share in a guest: an emulated machine (qemu) with Debian's kernel, because the
+# kernel here may lack the clients of network shares. For ./dev shared --on nfs|smb|ksmbd:
 #   lab/guest/guest.sh BIN nfs|smb|ksmbd [--quick] [PART...]    BIN: the folder of the built programs
-# The machine is made once below build/guest and starts from the same disk each time; what it writes goes with
-# it. It has no network but its own: a server and two hosts in namespaces (inside.sh). VU_GUEST_SUITE names
-# another release of Debian than this machine's, which may not be an older one.
+# The guest is created once in build/guest. Each run starts from the same disk and discards its changes. The guest
+# has only an internal network: a server and two hosts in namespaces (inside.sh). VU_GUEST_SUITE selects another
+# release of Debian; it must not be older than this machine's.
 . "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
 
 cannot() {
@@ -16,7 +16,7 @@ bin=${1:?the folder of the programs}
 share=${2:?nfs, smb or ksmbd}
 case $share in
   nfs | smb | ksmbd) ;;
-  *) die "./dev shared: there is no share '$share'; there are nfs, smb and ksmbd" ;;
+  *) die "./dev shared: unknown share '$share'; use nfs, smb or ksmbd" ;;
 esac
 shift
 here=$(dirname "${BASH_SOURCE[0]}")
@@ -30,12 +30,12 @@ run_guest() {
   run=$(mktemp -d "$folder/run-XXXXXX")
   trap 'rm -rf "$run"' EXIT
   printf '%s\n' "$@" >"$run/words"
-  # Nothing from before: what the server's disks hold is made for each run. The second one is soon full.
+  # The server's disks are new for each run. The second one is small, for the full-disk suite.
   truncate -s 2G "$run/tree.img"
   truncate -s 5M "$run/small.img"
   mke2fs -q -t ext4 "$run/tree.img"
   mke2fs -q -t ext4 -O ^has_journal -m 0 -b 1024 -N 4096 "$run/small.img"
-  # It goes with this script, however that ends.
+  # qemu ends with this script in any case.
   setpriv --pdeathsig KILL qemu-system-x86_64 -accel tcg,thread=multi -cpu max -smp 2 -m 2048 -no-reboot -nic none \
     -display none -monitor none -serial stdio \
     -kernel "$folder/vmlinuz" -initrd "$folder/initrd" \
@@ -47,16 +47,16 @@ run_guest() {
     -virtfs "local,path=$ROOT/lab,mount_tag=lab,security_model=none,readonly=on" \
     -virtfs "local,path=$run,mount_tag=run,security_model=none" </dev/null |
     sed -u 's|\r||g' | tee "$folder/console.log"
-  [ -f "$run/status" ] || die "the guest ended before its work did; see $folder/console.log"
+  [ -f "$run/status" ] || die "the guest ended too early; see $folder/console.log"
   return "$(cat "$run/status")"
 }
 
-[ "$(id -u)" -eq 0 ] || cannot "it needs root, to make the guest's disk"
+[ "$(id -u)" -eq 0 ] || cannot "it needs root to create the guest's disk"
 for tool in qemu-system-x86_64 debootstrap mke2fs; do
   command -v "$tool" >/dev/null || cannot "'$tool' is not installed (scripts/packages.sh guest)"
 done
 (make_guest "$bin")
-# Nobody makes the guest anew while it runs.
+# No other run creates the guest again while it is in use.
 exec {in_use}>"$BUILD/guest/.in-use-$suite-$share"
 flock -s "$in_use"
 run_guest "$bin" "$@"

@@ -1,22 +1,22 @@
 #!/usr/bin/env bash
-# The first process of the guest (guest.sh starts it): a server, and two hosts "a" and "b" that mount its share,
-# each in a network namespace with an address and a name of its own. One mount namespace sees both mounts, so the
-# suites for two mounts run as they are. It ends by switching the machine off.
+# The first process of the guest, started by guest.sh. It creates a server and two hosts "a" and "b" that mount its
+# share. Each host is a network namespace with its own address and name. Both mounts are in one mount namespace, so
+# the suites for two mounts run unchanged. At the end it switches the machine off.
 #
-# The same script is the control program of the suites, with a verb:
-#   cut a|b SECONDS        takes the host's network away for so long
-#   restart-server         ends the server and starts it again
+# With a verb, the script is the control program of the suites:
+#   cut a|b SECONDS        disconnects the host from the network for this time
+#   restart-server         stops the server and starts it again
 #   mount a|b [none|kept], unmount a|b
-#                          what a host keeps of the server's answers: nothing, or all for a second
-#   round-trips            of both hosts since the last time: "NAME COUNT" of each kind
-#   lease                  the seconds for which the server keeps the locks of a host that it does not hear
+#                          none: the host caches nothing; kept: it caches the server's answers for a second
+#   round-trips            prints "NAME COUNT" for each kind, of both hosts, since the last call
+#   lease                  prints how many seconds the server keeps the locks of a host that does not respond
 set -uo pipefail
 
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin
 export HOME=/root LC_ALL=C.UTF-8
 self=${BASH_SOURCE[0]}
 here=$(dirname "$self")
-readonly lease=15 # seconds; what a server of NFS gives, and waits after its start
+readonly lease=15 # seconds; also how long an NFS server waits after its start
 
 say() { printf '== %s\n' "$*"; }
 die() {
@@ -38,12 +38,12 @@ start_machine() {
   mkdir -p /mnt/build /mnt/run /srv/tree /srv/small /mnt/a /mnt/b /mnt/small-a /mnt/small-b /run/lock
   mount -t 9p -o trans=virtio,version=9p2000.L,ro,msize=262144,cache=loose build /mnt/build
   mount -t 9p -o trans=virtio,version=9p2000.L,msize=262144 run /mnt/run
-  mount /dev/vdb /srv/tree && mount /dev/vdc /srv/small || die "the server's disks cannot be mounted"
+  mount /dev/vdb /srv/tree && mount /dev/vdc /srv/small || die "cannot mount the server's disks"
   hostname server
   ip link set lo up
 }
 
-# The hosts' network: a bridge that the server has an address on.
+# The network: a bridge that connects the hosts and the server.
 start_network() {
   local host number=1
   ip link add net type bridge
@@ -57,13 +57,13 @@ start_network() {
     ip -n "$host" link set lo up
     ip -n "$host" address add "10.77.0.$number/24" dev eth0
     ip -n "$host" link set eth0 up
-    # A host has its own name, too: to a server of NFS that is who it is.
+    # An NFS server identifies a host by its name.
     touch "/run/uts-$host"
     unshare --uts="/run/uts-$host" hostname "host-$host"
   done
 }
 
-# as_host a|b <command...>: with the host's network and name, and the mounts of all.
+# as_host a|b <command...>: runs the command with the host's network and name, and all mounts.
 as_host() {
   local host=$1
   shift
@@ -80,24 +80,24 @@ start_nfs() {
   printf '%s\n' '/srv *(rw,fsid=0,no_root_squash,no_subtree_check,sync)' \
     '/srv/tree *(rw,no_root_squash,no_subtree_check,sync)' \
     '/srv/small *(rw,no_root_squash,no_subtree_check,sync)' >/etc/exports
-  # No delegations: where one is returned while a lock is taken, Linux 6.1's client loses that lock (EIO).
+  # No delegations: if one is returned during a lock call, the client of Linux 6.1 loses that lock (EIO).
   echo 0 >/proc/sys/fs/leases-enable
   echo "$lease" >/proc/fs/nfsd/nfsv4leasetime
   echo "$lease" >/proc/fs/nfsd/nfsv4gracetime
   pidof nfsdcld >/dev/null || nfsdcld || true
-  exportfs -ra || die "nothing is exported"
-  rpc.nfsd --no-nfs-version 3 --nfs-version 4.2 --no-udp 8 || die "the server of NFS does not start"
+  exportfs -ra || die "cannot export the folders"
+  rpc.nfsd --no-nfs-version 3 --nfs-version 4.2 --no-udp 8 || die "the NFS server does not start"
   pidof rpc.mountd >/dev/null || rpc.mountd --no-nfs-version 3 || die "rpc.mountd does not start"
 }
 stop_nfs() {
   rpc.nfsd 0
-  [ "$(cat /proc/fs/nfsd/threads)" = 0 ] || die "the server of NFS does not end"
+  [ "$(cat /proc/fs/nfsd/threads)" = 0 ] || die "the NFS server does not stop"
 }
 mount_nfs() {
   local -A options=([none]=noac,lookupcache=none [kept]=actimeo=1)
   as_host "$1" mount -t nfs4 -o "vers=4.2,${options[$3]}" "10.77.0.1:/$2" "$4"
 }
-# SEQUENCE renews a lease; no program waits for it.
+# Without SEQUENCE, which renews a lease: no program waits for it.
 calls_nfs() {
   awk '/^device / { counts = $5 ~ "^/mnt/[ab]$" }
        counts && $1 ~ /^[A-Z_]+:$/ && $1 != "SEQUENCE:" { sub(":", "", $1); print $1, $2 }' /proc/self/mountstats
@@ -121,7 +121,7 @@ start_smb() {
   read only = no
 CONF
   printf 'lab\nlab\n' | smbpasswd -s -a root >/dev/null || die "the server has no user"
-  smbd -D || die "the server of SMB does not start"
+  smbd -D || die "the SMB server does not start"
 }
 stop_smb() { pkill -x smbd; while pgrep -x smbd >/dev/null; do sleep 0.1; done; }
 
@@ -139,7 +139,7 @@ start_ksmbd() {
 	read only = no
 CONF
   [ -s /etc/ksmbd/ksmbdpwd.db ] || ksmbd.adduser -a root -p lab >/dev/null || die "the server has no user"
-  ksmbd.mountd || die "the server of SMB does not start"
+  ksmbd.mountd || die "the SMB server does not start"
 }
 stop_ksmbd() {
   ksmbd.control -s
@@ -160,25 +160,25 @@ calls_smb() {
 mount_ksmbd() { mount_smb "$@"; }
 calls_ksmbd() { calls_smb; }
 
-# mount_share a|b [none|kept]: the tree, and the small disk beside it.
+# mount_share a|b [none|kept]: mounts the tree and the small disk.
 mount_share() {
   local try
   for try in 1 2 3 4 5 6; do
     "mount_$share" "$1" tree "${2:-none}" "/mnt/$1" && break
-    [ "$try" -lt 6 ] || die "the share cannot be mounted at host $1"
+    [ "$try" -lt 6 ] || die "cannot mount the share on host $1"
     sleep 1
   done
   mountpoint -q "/mnt/small-$1" || "mount_$share" "$1" small none "/mnt/small-$1" ||
-    die "the small disk cannot be mounted at host $1"
+    die "cannot mount the small disk on host $1"
 }
 unmount_share() { umount -f -l "/mnt/$1"; }
 
 # ---- verbs of the suites --------------------------------------------------------------------------
 
 verb_cut() {
-  ip link set "to-$1" down || die "the network of host $1 cannot be taken away"
+  ip link set "to-$1" down || die "cannot disconnect host $1 from the network"
   sleep "$2"
-  ip link set "to-$1" up || die "the network of host $1 does not come back"
+  ip link set "to-$1" up || die "cannot connect host $1 to the network again"
 }
 verb_restart-server() {
   "stop_$share"
@@ -187,7 +187,7 @@ verb_restart-server() {
 verb_mount() { mount_share "$@"; }
 verb_unmount() { unmount_share "$1"; }
 verb_lease() { echo "$lease"; }
-# A mount that was made anew counts from nothing.
+# After a new mount the counts begin at 0.
 verb_round-trips() {
   "calls_$share" | awk '{ sum[$1] += $2 } END { for (name in sum) print name, sum[name] }' >/run/calls
   touch /run/calls.before
@@ -197,12 +197,12 @@ verb_round-trips() {
   mv /run/calls /run/calls.before
 }
 
-# The first process of another machine, a container's for one, must not come to the end of this script.
+# The first process of any other machine, for example of a container, must not reach the end of this script.
 if [ $$ -ne 1 ] || ! grep -qw init=/first /proc/cmdline; then
   share=${VU_SHARED_ON:?}
   verb=${1:?a verb}
   shift
-  declare -F "verb_$verb" >/dev/null || die "inside.sh knows no '$verb'"
+  declare -F "verb_$verb" >/dev/null || die "inside.sh: unknown verb '$verb'"
   "verb_$verb" "$@"
   exit
 fi
@@ -220,12 +220,12 @@ work() {
   "start_$share"
   mount_share a
   mount_share b
-  say "$share is mounted at both hosts, $(cut -d. -f1 /proc/uptime) s after the machine's start"
+  say "$share is mounted on both hosts, $(cut -d. -f1 /proc/uptime) s after the machine's start"
   . "$here/parts.sh"
   run_all "${words[@]:1}"
 }
 
-# The machine goes whatever came out.
+# Switches the machine off, whatever the result is.
 main() {
   (work)
   echo $? >/mnt/run/status

@@ -1,33 +1,33 @@
-# What runs in the guest, and the table at its end. Sourced by inside.sh, never run.
+# The parts that run in the guest, and the table of their results. Sourced by inside.sh, never run.
 
 . "$here/../volume/parts.sh"
 bin=/mnt/build/bin
 
-# Locks and handles; the rest of the tests asks nothing of a share that a disk does not show.
+# Locks and handles. All other tests behave the same on a local disk.
 readonly handle_cases='VuFileLock*:VuFileOpen*:VuFileClose*:VuFileCopy*:VuFileRename*:VuFileChmodW*:VuFileStat*'
-# Without the cases that hold what Windows alone enforces. The crowds among them are like shared-crowd, which
-# looks from the other host, too.
+# Without the cases for behaviour that only Windows enforces. The crowd cases are similar to shared-crowd, which
+# also checks from the other host.
 readonly process_cases='DocumentsUnderProcesses.*:IndexUnderProcesses.*:FileLocks.*:HandleCopies.*'
 readonly crowd_cases='*.FindsEverything*:*.KeepsEveryAcknowledged*'
 
 all_parts=(doctor first-use api_tests multi_tests shared-crowd shared-crowd-spread shared-crowd-noticed shared-killed-writer
   shared-killed-writer-noticed shared-cut-short shared-cut-long shared-server-restart)
-# What is asked of the share that is of use; the second one takes six minutes, so it is not quick.
+# Further parts for NFS. The second list takes six minutes and is omitted with --quick.
 nfs_parts=(full-disk)
 long_nfs_parts=(shared-cost)
 
-# What fails on a share of SMB today: ./dev shared says when one of these has gone.
+# Parts that are known to fail on SMB. ./dev shared reports when one of them passes.
 fails_today() {
   case $share in
     smb) echo api_tests ;;
     ksmbd) echo shared-killed-writer ;;
   esac
 }
-# What the doctor misses there. The first one it knows by the kind of mount, the second one it tries.
+# What the doctor reports as missing there. It knows the first from the kind of mount, and tests the second.
 missing_today() { [ "$share" = nfs ] || echo locks-per-handle locks-between-hosts; }
-# The cases of api_tests that fail there.
+# The cases of api_tests that are known to fail.
 cases_that_fail_today() { [ "$share" != smb ] || echo VuFileChmodW; }
-# What may fail there: whether two programs meet while a lock is lost is chance.
+# Parts that may fail: it is chance whether two programs access a file while a lock is lost.
 may_fail() {
   [ "$share" = nfs ] || echo shared-crowd shared-crowd-spread shared-cut-short shared-cut-long shared-server-restart
 }
@@ -36,15 +36,15 @@ results=()
 wrong=""
 among() { case " ${*:2} " in *" $1 "*) return 0 ;; *) return 1 ;; esac; }
 
-# Called when a part has ended: note_result PART STATUS. 1 says that something was wrong, 77 that it cannot run
-# here; any other code is the end of a program that broke down, which nobody expects.
+# note_result PART STATUS: records the result of a part. 1: failed; 77: cannot run here; any other code is that of a
+# crashed program, which is never expected.
 note_result() {
   local result expected=passed
   case $2 in
     0) result=passed ;;
     1) result=failed ;;
     77) result="not run" ;;
-    *) result="broke down with $2" ;;
+    *) result="crashed with $2" ;;
   esac
   ! among "$1" $(fails_today) || expected=failed
   if [ "$result $expected" = "failed failed" ]; then
@@ -52,13 +52,13 @@ note_result() {
   elif [ "$result" = failed ] && among "$1" $(may_fail); then
     result="failed, as it may"
   elif [ "$result" != "$expected" ]; then
-    [ "$result" != passed ] || result="passed, and was expected to fail"
+    [ "$result" != passed ] || result="passed, expected to fail"
     wrong="$wrong $1"
   fi
   results+=("$(printf '| %-28s | %-36s | %5d s |' "$1" "$result" "$((SECONDS - began))")")
 }
 
-# Where locks are lost a case may wait for ever for a turn that never comes.
+# If locks are lost, some cases would wait for ever.
 process_filter() {
   case $share in
     nfs) echo "$process_cases${quick:+:-$crowd_cases}" ;;
@@ -86,16 +86,16 @@ run_part() {
   esac
 }
 
-# Whether there are such parts; the words of run_all.
+# Checks the arguments of run_all.
 check_words() {
   local part all="${all_parts[*]} ${nfs_parts[*]} ${long_nfs_parts[*]}"
   [ "${1-}" != --quick ] || shift
   for part in "$@"; do
-    among "$part" $all || die "./dev shared: there is no part '$part' for a share; there are: --quick first, $all"
+    among "$part" $all || die "./dev shared: unknown part '$part'; use [--quick] and any of: $all"
   done
 }
 
-# The doctor has to miss what is missing, no more and no less.
+# The doctor must report exactly what is missing.
 judge_doctor() {
   local said missing
   say "stgctl doctor --shared"
@@ -103,11 +103,11 @@ judge_doctor() {
   printf '%s\n' "$said"
   missing=$(awk '$2 == "yes" { held++ } $2 == "MISSING" { printf "%s%s", sep, $1; sep = " "; held++ }
          END { if (held != 10) printf "%s%d checks instead of 10", sep, held }' <<<"$said")
-  [ "$missing" = "$(missing_today)" ] || say "the doctor misses '$missing', and should '$(missing_today)'"
+  [ "$missing" = "$(missing_today)" ] || say "the doctor reports '$missing' as missing, expected '$(missing_today)'"
   [ "$missing" = "$(missing_today)" ] && note_result doctor 0 || note_result doctor 1
 }
 
-# Where cases fail today, no others may.
+# If some cases are known to fail, no others may fail.
 judge_api_tests() {
   local expected report=$VU_SHARED_DIR/local/api_tests.log
   expected=$(cases_that_fail_today)
@@ -116,7 +116,7 @@ judge_api_tests() {
   ! grep -a '^\[  FAILED  \] [A-Z].*\.' "$report" | grep -qv "$expected" || wrong="$wrong api_tests"
 }
 
-# A tree on the share: its first use says so where locks do not belong to handles, and so does the doctor.
+# A tree on the share. If locks do not belong to handles, its first use and the doctor must both report that.
 run_first_use() {
   local status=0 said=$VU_SHARED_DIR/local/first-use.log root=$VU_SHARED_A/first-use
   say "the first use of a tree on the share"
@@ -129,7 +129,7 @@ run_first_use() {
     "$bin/stgctl" --root "$root" doctor --try-locks "$VU_SHARED_A" || [ $? -eq 4 ] || status=1
   } >"$said" 2>&1
   grep -E 'network-shares|^locks ' "$said" || true
-  # The library and the doctor, or nobody.
+  # Both the library and the doctor, or neither.
   case $share in
     nfs) ! grep -q network-shares "$said" || status=1 ;;
     *) [ "$(grep -c network-shares "$said")" -ge 2 ] || status=1 ;;

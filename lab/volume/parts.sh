@@ -1,9 +1,9 @@
-# What a run on two mounts consists of. Sourced by shared.sh and by the guest (lab/guest/inside.sh), never run.
+# Functions for a run on two mounts. Sourced by shared.sh and by the guest (lab/guest/inside.sh), never run.
 #
-# Wants: bin, the folder of the programs; VU_SHARED_A and VU_SHARED_B, the mounts; VU_SHARED_DIR, a scratch
-# folder on a disk; and the functions say and note_result <part> <exit code>.
+# The caller defines: bin, the folder of the programs; VU_SHARED_A and VU_SHARED_B, the mounts; VU_SHARED_DIR, a
+# scratch folder on a disk; and the functions say and note_result <part> <exit code>.
 
-# run_suite <suite> [arguments...]: the scratch folder of local files is the run's.
+# run_suite <suite> [arguments...]: local files are in the run's scratch folder.
 run_suite() {
   local status=0
   say "$1"
@@ -11,16 +11,15 @@ run_suite() {
   note_result "$1" "$status"
 }
 
-# The tests of the library's interface, and those of many processes, with their folders on a mount.
-# run_tests <program> [FILTER]
+# run_tests <program> [FILTER]: runs a test program with its folders on a mount.
 run_tests() {
   local status=0 report=$VU_SHARED_DIR/local/$1.log
   say "$1 on a mount"
   mkdir -p "$VU_SHARED_A/tests"
   VU_TEST_TMP=$VU_SHARED_A/tests VU_TEST_ALARM=600 "$bin/$1" --gtest_brief=1 --gtest_filter="${2:-*}" \
     >"$report" 2>&1 || status=$?
-  grep -qE '[1-9][0-9]* tests? from .* ran' "$report" || status=3 # a filter that matches none
-  # What a failure says follows its line.
+  grep -qE '[1-9][0-9]* tests? from .* ran' "$report" || status=3 # the filter matches no test
+  # The message of a failure follows its line.
   grep -E -A 5 '^\[  (FAILED|PASSED|SKIPPED)|tests? ran|: Failure' "$report" | tail -n 60 || true
   note_result "$1" "$status"
 }

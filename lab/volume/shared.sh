@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# One tree, two hosts: the suites of docs/shared-storage.md on a replicated volume of this machine.
+# Runs the suites of docs/shared-storage.md with one tree and two hosts, on a replicated volume on this machine:
 #   lab/volume/shared.sh BIN [--quick] [SUITE...]    BIN: the folder of the built programs
-#   lab/volume/shared.sh BIN settings                what each cache of the engine hides: a table
-# Everything runs in namespaces of its own (network, processes, mounts): the end of the first process there, however
-# it comes, ends every other one and takes the mounts away. Nothing of the machine's own services is touched.
+#   lab/volume/shared.sh BIN settings                prints a table of what each cache of the engine hides
+# Everything runs in separate namespaces (network, processes, mounts). When their first process ends, all others end
+# and the mounts disappear. The services of the machine are not affected.
 . "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
 . "$(dirname "${BASH_SOURCE[0]}")/parts.sh"
 
@@ -18,17 +18,17 @@ cannot() {
 
 check_machine() {
   [ "$(id -u)" -eq 0 ] || cannot "it needs root, for mounts and namespaces"
-  [ -c /dev/fuse ] || cannot "it needs FUSE, and /dev/fuse is not here"
+  [ -c /dev/fuse ] || cannot "it needs FUSE, but /dev/fuse is missing"
   local tool
   for tool in unshare glusterd glusterfs gluster; do
     command -v "$tool" >/dev/null || cannot "'$tool' is not installed (scripts/packages.sh shared)"
   done
-  unshare --mount --net --pid --fork true 2>/dev/null || cannot "the kernel gives no namespaces here"
+  unshare --mount --net --pid --fork true 2>/dev/null || cannot "the kernel does not allow namespaces here"
   getent hosts "$(hostname)" | grep -q '^127\.' ||
-    cannot "the machine's own name has to lead to its loopback address"
+    cannot "the machine's host name must resolve to a loopback address"
 }
 
-# What is left of a run: mounts and processes that name its folder.
+# Mounts and processes of a run that still exist.
 leftovers() {
   grep -F " $1/" /proc/mounts || true
   pgrep -a gluster | grep -F "$1/" || true
@@ -41,16 +41,16 @@ outside() {
   local child=""
   tidy() {
     trap - EXIT INT TERM
-    # Its end ends everything in the namespaces.
+    # This ends everything in the namespaces.
     [ -z "$child" ] || kill -KILL "$child" 2>/dev/null || true
     [ -z "$child" ] || wait "$child" 2>/dev/null || true
-    # A process that was killed takes a moment to go.
+    # A killed process takes a moment to end.
     local tries=50
     until left=$(leftovers "$folder") && [ -z "$left" ] || [ "$tries" -eq 0 ]; do
       tries=$((tries - 1))
       sleep 0.1
     done
-    # What was mounted is gone with its namespace; rm must not walk into a mount that is not.
+    # The mounts disappeared with their namespace; rm must not enter one that did not.
     rm -rf --one-file-system "$folder"
     [ -z "$left" ] || die "left behind: $left"
   }
@@ -69,7 +69,7 @@ outside() {
 
 # ---- inside ---------------------------------------------------------------------------------------
 
-# The folders that the daemons know by name are those of the scratch folder here; their sockets lie in /run itself.
+# Replaces the fixed folders of the daemons by folders in the scratch folder. Their sockets are in /run itself.
 take_folders() {
   local pair
   for pair in lib:/var/lib/glusterd log:/var/log/glusterfs run:/run; do
@@ -80,7 +80,7 @@ take_folders() {
 }
 
 start_volume() {
-  ip link set lo up 2>/dev/null || ifconfig lo up || die "the loopback device does not come up"
+  ip link set lo up 2>/dev/null || ifconfig lo up || die "cannot start the loopback device"
   take_folders
   "$volume_control" start
   "$volume_control" mount a
@@ -108,7 +108,7 @@ run_parts() {
       shared-killed-writer) [ -z "$quick" ] || less=(--count 8) ;;&
       shared-brick | shared-cut-off) [ -z "$quick" ] || less=(--count 180) ;;&
       shared-*) run_suite "$part" "${less[@]}" ;;
-      *) die "there is no part '$part'; there are: ${all_parts[*]}" ;;
+      *) die "unknown part '$part'; use any of: ${all_parts[*]}" ;;
     esac
   done
   [ -z "$failed" ] || die "failed:$failed"
@@ -123,7 +123,7 @@ remount() {
   "$volume_control" mount b "$@"
 }
 
-# One line: what the probe misses, and, where a second word asks for it, whether a small crowd has lost something.
+# Prints one line: what the doctor reports as missing and, with a second argument, whether a small crowd lost anything.
 try_settings() {
   local missing crowd=passed
   missing=$("$bin/stgctl" doctor --shared "$VU_SHARED_A" --peer "$VU_SHARED_B" |
@@ -139,20 +139,20 @@ caches=(quick-read io-cache stat-prefetch readdir-ahead write-behind open-behind
 
 run_settings() {
   local each
-  echo "| settings | the probe misses | a crowd of 2 x 4 processes |"
+  echo "| settings | the doctor reports as missing | a crowd of 2 x 4 processes |"
   echo "|---|---|---|"
   "$volume_control" recommend
   remount
   try_settings "all as recommended" crowd
   "$volume_control" reset
   remount --log-level=WARNING
-  try_settings "all as the engine has them" crowd
+  try_settings "all with the engine's defaults" crowd
   "$volume_control" reset
   remount "${no_caches[@]}"
-  try_settings "volume as it is by itself, mount as recommended" crowd
+  try_settings "volume with the engine's defaults, mount as recommended" crowd
   "$volume_control" recommend
   remount --log-level=WARNING
-  try_settings "volume as recommended, mount as it is by itself" crowd
+  try_settings "volume as recommended, mount with the engine's defaults" crowd
   for each in attribute-timeout=1 entry-timeout=1 auto-invalidation; do
     local -a less=()
     local option
@@ -163,7 +163,7 @@ run_settings() {
       esac
     done
     remount "${less[@]}"
-    try_settings "as recommended, but ${each/auto-invalidation/auto-invalidation not said}" crowd
+    try_settings "as recommended, but ${each/auto-invalidation/auto-invalidation not set}" crowd
   done
   for each in "${caches[@]}"; do
     "$volume_control" recommend

@@ -1,29 +1,29 @@
 #!/usr/bin/env bash
 # One replicated volume of GlusterFS on this machine, mounted twice: lab/volume/volume.sh <verb> [...]
-# For ./dev shared (lab/volume/shared.sh), which runs it in namespaces of its own: there it has the network ports, the process
-# ids and the folders of the daemons to itself, whatever else this machine serves. VU_SHARED_DIR names its scratch folder.
+# Used by ./dev shared (lab/volume/shared.sh), in separate namespaces: its network ports, process ids and daemon folders
+# cannot collide with those of the machine. VU_SHARED_DIR is its scratch folder.
 #
-#   start                     the daemon, three bricks, the volume with the recommended settings
-#   reset                     all settings of the volume as the engine has them by itself
-#   recommend                 the recommended settings
-#   set OPTION VALUE          one setting
+#   start                     starts the daemon, three bricks, and the volume with the recommended settings
+#   reset                     resets all settings of the volume to the engine's defaults
+#   recommend                 applies the recommended settings
+#   set OPTION VALUE          changes one setting
 #   mount a|b [none|kept|OPTION...]
-#                             mounts the volume at .../a or .../b, with the recommended mount options, which keep
-#                             no answers; with answers kept for a second; or with these options
+#                             mounts the volume at .../a or .../b. none: the recommended options, without caches;
+#                             kept: caches that keep answers for a second; or with these options
 #   unmount a|b
-#   cut-off a|b               ends the process that serves a mount, as a crash would
-#   kill-brick N              ends the process of brick 1, 2 or 3
-#   start-bricks              starts those that do not run
-#   wait-healed               until no brick owes another one anything
-#   compare-bricks            whether the three hold the same files with the same bytes
-#   round-trips               to the bricks since the last time: "NAME COUNT" of each kind
+#   cut-off a|b               kills the process that serves a mount
+#   kill-brick N              kills the process of brick 1, 2 or 3
+#   start-bricks              starts the bricks that do not run
+#   wait-healed               waits until the bricks have no changes left to copy to each other
+#   compare-bricks            fails unless the three bricks have the same files with the same bytes
+#   round-trips               prints "NAME COUNT" for each kind of call to the bricks, since the last time
 . "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
 
-folder=${VU_SHARED_DIR:?names the scratch folder}
+folder=${VU_SHARED_DIR:?must name the scratch folder}
 volume=tree
 bricks=3
 
-# What docs/shared-storage.md recommends, and what for.
+# The settings that docs/shared-storage.md recommends.
 recommended_settings=(
   performance.quick-read=off
   performance.io-cache=off
@@ -37,7 +37,7 @@ recommended_settings=(
 recommended_mount=(--attribute-timeout=0 --entry-timeout=0 --auto-invalidation=on)
 kept_mount=(--attribute-timeout=1 --entry-timeout=1 --auto-invalidation=on)
 
-# The command line of the engine; its answers are of interest when it fails only.
+# Runs a command of the engine. Its output is printed only if it fails.
 ask() {
   local answer
   answer=$(gluster --mode=script "$@" 2>&1) || {
@@ -115,7 +115,7 @@ verb_mount() {
   glusterfs --volfile-server="$(hostname)" --volfile-id="$volume" --log-level=WARNING \
     --log-file="/var/log/glusterfs/mount-$at.log" --pid-file="$folder/mount-$at.pid" "${options[@]}" "$folder/$at"
   until_true 300 "$at is mounted" is_mounted "$at"
-  # The first answer comes when the bricks are connected.
+  # The mount responds when the bricks are connected.
   until_true 300 "$at answers" stat -t "$folder/$at" >/dev/null
 }
 
@@ -152,7 +152,7 @@ nothing_is_owed() {
   [ "$(grep -c '^Number of entries: 0$' <<<"$told")" -eq "$bricks" ]
 }
 
-# The daemon that heals looks by itself every ten minutes; this has it look now.
+# Starts the healing now; the daemon only does it every ten minutes.
 heals() {
   gluster --mode=script volume heal "$volume" >/dev/null 2>&1 || true
   nothing_is_owed
@@ -160,7 +160,7 @@ heals() {
 
 verb_wait-healed() { until_true 1200 "the bricks are healed" heals; }
 
-# Names, kinds, sizes and bytes; what the engine keeps for itself lies in .glusterfs.
+# Names, kinds, sizes and bytes, without the engine's own files in .glusterfs.
 brick_content() {
   (cd "$folder/brick$1/data" &&
     find . -path ./.glusterfs -prune -o -type f -print0 | sort -z | xargs -0r sha256sum &&
@@ -177,9 +177,9 @@ verb_compare-bricks() {
   echo "$(brick_content 1 | wc -l) names, the same in all $bricks"
 }
 
-# Each brick tells what came since it was last asked; a line of it ends in the count and the operation's name. As
-# round trips: what changes or locks something, and every look-up, goes to all bricks at once, what only reads goes
-# to one; and no client waits until a brick lets go of what it holds.
+# Each brick reports its calls since the last report. The lines end in the count and the name of the call. Converted to
+# round trips: a change, a lock or a look-up goes to all bricks at once, a read goes to one brick, and no client waits
+# for a release.
 verb_round-trips() {
   gluster --mode=script volume profile "$volume" info incremental |
     awk -v bricks="$bricks" '
@@ -192,5 +192,5 @@ verb_round-trips() {
 
 verb=${1:?a verb}
 shift
-declare -F "verb_$verb" >/dev/null || die "lab/volume/volume.sh knows no '$verb'"
+declare -F "verb_$verb" >/dev/null || die "lab/volume/volume.sh: unknown verb '$verb'"
 "verb_$verb" "$@"
