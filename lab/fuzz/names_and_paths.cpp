@@ -97,8 +97,7 @@ REGISTER_FUZZ_TARGET(names, "names")
 // ------------------------------------------------------------------------------------------------
 // Paths as text: split, joined, in the long form, and in the form for the system.
 
-/// The text before and after the last backslash. Without one, the first character counts as the
-/// backslash.
+/// The text before and after the last backslash. Without one it is cut at the first character.
 model::Pair cut(const std::string& path) {
   std::size_t at = 0;
   for (std::size_t i = 0; i < path.size(); ++i) {

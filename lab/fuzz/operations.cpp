@@ -25,8 +25,7 @@ constexpr std::string_view kBytes = "bytes of a bystander";
 constexpr long kStamp = 7;
 constexpr const char* kOwner = "ann";
 
-/// Whether a name can concern other documents: a pattern, a separator, or the name of a file that
-/// the library creates.
+/// Whether a name can concern other documents: a pattern, a separator, or a name of the library.
 bool may_touch_others(const std::string& name) {
   if (name.empty() || name.find_first_of("*?\\/") != std::string::npos) return true;
   if (name.find('\0') != std::string::npos) return true;
@@ -201,7 +200,7 @@ void files(unsigned char what, const Names& n, const std::string& folder) {
   }
 }
 
-/// Runs one operation. Exceptions that its header names are no finding.
+/// Runs one operation. Exceptions that its header names are not findings.
 void operation(Source& source, const std::string& folder, bool& touches_others) {
   static const STG::RepositoryType types[] = {STG::UserRepository, STG::UserFilesRepository,
                                               STG::CorporateRepository, STG::MailRepository};

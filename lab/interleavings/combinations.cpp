@@ -176,8 +176,8 @@ std::vector<Combination> all_trios() {
 
 // ------------------------------------------------------------------------------------------------
 // The protocol between the processes. A line has fields, each followed by a tab. The process sends
-// "at" with its call, then "done" with the result, and finally "answer". It receives "go" with the
-// flags of a lock.
+// "at" with its call, then "done" with the result, at last "answer". It receives "go" with lock
+// flags.
 
 namespace {
 

@@ -131,8 +131,7 @@ thread_local bool t_retries_locks = false;
 /// The result of each call after a kill.
 const os::Status kGone{5, os::Failure::kOther};
 
-/// The other calls change only a position in a handle, or check what exists; no other operation
-/// notices them.
+/// Without calls that change a position in a handle, or check what exists: nothing notices them.
 bool is_point(Call call) {
   switch (call) {
     case Call::seek:

@@ -93,8 +93,7 @@ template <class IsThere>
 Footprint footprint_of(const SeenCall& call, const IsThere& is_there) {
   using os::faults::Call;
   detail::FootprintBuilder builder;
-  // A call that creates a name only if it is missing, or removes it only if it exists, otherwise
-  // changes nothing.
+  // Creating a name only matters if it is missing, removing it only if it exists.
   const auto comes = [&](const std::string& path) {
     is_there(path) ? builder.reads(Aspect::kName, path) : builder.changes_name(path);
   };
@@ -153,8 +152,7 @@ std::string answer_of(const Task& operation);
 
 class Interleaving;
 
-/// During its lifetime, the current thread repeats a refused lock until it gets it. The scheduler
-/// sees that as waiting.
+/// During its lifetime, the current thread repeats a refused lock, which counts as waiting.
 class [[nodiscard]] RetriesLocks {
  public:
   RetriesLocks();
@@ -174,8 +172,7 @@ struct Choice {
 class Scheduler {
  public:
   virtual ~Scheduler() = default;
-  /// @param current the operation that ran last and can continue; -1 if it has ended or waits, or
-  /// at the beginning.
+  /// @param current the operation that ran last and can continue, or -1.
   /// @param able the operations that can continue, at least one.
   virtual Choice choose(const Interleaving& interleaving, int current,
                         const std::vector<int>& able) = 0;
@@ -232,8 +229,7 @@ class Interleaving final : public os::faults::Conductor {
  private:
   enum class State : std::uint8_t { kStands, kEnded };
 
-  /// Lets one thread wait for another. (The semaphore of the Windows build's library can miss a
-  /// release.)
+  /// Lets one thread wait for another. (The semaphore of the Windows build can miss a release.)
   class Turn {
    public:
     void give();

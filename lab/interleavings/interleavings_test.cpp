@@ -1,5 +1,4 @@
-// Tests of the explorer and the judge, and a selection of the combinations that `reliability
-// interleavings` runs.
+// Tests of the explorer and the judge, and a selection of the combinations.
 
 #include <algorithm>
 #include <iterator>
@@ -340,8 +339,7 @@ TEST(InterleavingsLayer, EndsAProcessBehindTheEndOfAnotherOne) {
   EXPECT_TRUE(ends.contains("before, "));
 }
 
-/// The first operation creates "a". The second creates "b" if it sees "a", the third "c" if it sees
-/// "b".
+/// The first operation creates "a". The second creates "b" if it sees "a", the third then "c".
 std::set<std::string> ends_of_three(Reduction reduction, std::uint64_t& runs) {
   const scratch_folder scratch;
   const auto make = [&](const char* const name) {

@@ -174,8 +174,7 @@ bool Judge::is_touched(const std::string& fact) const {
   return false;
 }
 
-/// With synchronisation on, an orphan may become an entry under its own name. Its extension is then
-/// in lower case.
+/// With synchronisation on, an orphan may become an entry, with its extension in lower case.
 bool Judge::may_be_adopted(const std::string& key) const {
   if (!m_combination.synchronize || !key.ends_with("_0000000000")) return false;
   const std::string name = key.substr(0, key.size() - kStamp);

@@ -77,8 +77,7 @@ Runner::Run Runner::run(const Combination& combination, Scheduler& scheduler,
   return run;
 }
 
-/// The ends of the operations one after the other, in every order. With kills, also without one of
-/// them.
+/// The ends of the operations one after the other, in every order; with kills also without one.
 std::vector<Outcome> Runner::orders_of(const Combination& combination, Kills kills,
                                        Participants participants) {
   std::vector<Outcome> orders;

@@ -210,8 +210,7 @@ std::vector<Choice> Explorer::choices_at(const Interleaving& interleaving, int c
   for (const int who : able) {
     if (who != current) offer(interleaving, who, choices);
   }
-  // A kill is only tried directly after a change: until the next change every moment has the same
-  // effect.
+  // A kill is only tried directly after a change: later moments have the same effect.
   const bool may_be_killed = may_anybody_be_killed(interleaving) &&
                              interleaving.has_begun(current) && !interleaving.events().empty() &&
                              interleaving.events().back().who == current &&

@@ -14,10 +14,8 @@
 /// A schedule has a limited number of preemptions: it takes the turn from an operation that could
 /// continue. A schedule with the effects of another one is omitted. Example: A is preempted, and
 /// then A's next call touches nothing that the others touched. A could have made that call before
-/// the preemption, with no more preemptions, so the limit loses nothing.
-///
-/// If the schedule that preempts A one call later shows this in advance, the schedule is not even
-/// begun.
+/// the preemption, with no more preemptions, so the limit loses nothing. Schedules that preempt A
+/// later are run first. If one of them shows this, the earlier one is not even begun.
 namespace interleavings {
 
 enum class Reduction : std::uint8_t { kOn, kOff };
@@ -49,8 +47,7 @@ class Explorer final : public Scheduler {
   bool is_unrepeatable() const { return m_is_unrepeatable; }
 
  private:
-  /// What the others touched between a choice and the next turn of the preempted operation, in all
-  /// runs so far.
+  /// What the others touched from a choice until the preempted operation continued, in all runs.
   using Block = std::optional<Footprint>;
 
   /// A point of a run with more than one choice.
@@ -89,9 +86,8 @@ class Explorer final : public Scheduler {
 };
 
 // ------------------------------------------------------------------------------------------------
-// A schedule as text, for example "A12 B5 A B": A makes twelve calls, then B five, then A the rest
-// of its calls, then B. "A12x" kills A after its twelfth call. An operation that must wait for a
-// lock passes the turn at once.
+// A schedule as text. Example: "A12 B5 A B": A makes twelve calls, B five, then A the rest, then B.
+// "A12x" kills A after its twelfth call. An operation that must wait passes the turn at once.
 
 struct Slice {
   static constexpr std::size_t kToItsEnd = static_cast<std::size_t>(-1);

@@ -196,8 +196,7 @@ class FolderFacts {
     }
   }
 
-  /// Numbers after the counter are drawn next, so an entry with a higher number would get a second
-  /// file.
+  /// Later numbers are drawn next. An entry with a higher number would get a second file.
   void tell_counter() {
     const auto found = m_folder.names.find(kCounter);
     const long last = found == m_folder.names.end() ? 0 : std::atol(found->second.c_str());

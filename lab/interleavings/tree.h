@@ -45,8 +45,7 @@ class TreeOnDisk {
 };
 
 // ------------------------------------------------------------------------------------------------
-// The meaning of a tree, without the numbers that were drawn. Two ends are equal if their names and
-// bytes are.
+// The meaning of a tree without drawn numbers: equal ends have the same names and bytes.
 
 /// Fact -> value. Example: "user/anna: report.kdb_0000000000" -> the bytes of its document.
 using Facts = std::map<std::string, std::string>;
@@ -62,8 +61,7 @@ using Facts = std::map<std::string, std::string>;
 /// * "PATH" -> the bytes of any other file, "" for a folder
 Facts facts_of(const Tree& tree);
 
-/// Replaces each file name in a result by the key of its entry, in the tree before the run or else
-/// after it.
+/// Replaces each file name in a result by the key of its entry, before the run or else after it.
 std::string without_numbers(const std::string& answer, const std::string& folder,
                             const Tree& before, const Tree& after);
 

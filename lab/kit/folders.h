@@ -39,12 +39,10 @@ bool replace_file(const std::filesystem::path& path, const std::string& bytes);
 std::filesystem::path short_form(const std::filesystem::path& folder);
 bool is_ascii(const std::wstring& text);
 
-/// A folder for one run of the kit, reserved during the object's lifetime. The destructor removes
-/// it.
+/// A folder for one run of the kit, reserved for the object's lifetime, and removed at its end.
 class WorkFolder {
  public:
-  /// Creates the folder in @p where, and @p where itself if it is missing. Removes folders of
-  /// killed runs.
+  /// Creates a folder in @p where (created if missing). Removes folders of killed runs.
   explicit WorkFolder(const std::filesystem::path& where);
   ~WorkFolder();
   WorkFolder(const WorkFolder&) = delete;

@@ -1,7 +1,6 @@
-// Runs all suites of the kit in a temporary folder and writes report.html and report.json: kit.exe
-// [FOLDER]
+// Runs all suites of the kit and writes report.html and report.json: kit.exe [FOLDER]
 //
-// FOLDER is the place of the temporary folder, on any disk or share; by default the folder of the
+// FOLDER is the place of a temporary folder, on any disk or share; by default the folder of the
 // kit. The kit changes nothing outside of it, and removes what it created.
 
 #include <windows.h>
@@ -103,8 +102,7 @@ void run_suites(kit::Report& report, ReportFolder& reports, const std::filesyste
   }
 }
 
-/// Called for Ctrl-C and for closing the window. Ends the running program; then the reports are
-/// written.
+/// Called for Ctrl-C and for closing the window. The reports are written after that.
 BOOL WINAPI on_end(DWORD what) {
   kit::request_stop();
   // Windows ends the process when this function returns; it waits some seconds for that.

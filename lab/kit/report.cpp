@@ -73,8 +73,7 @@ std::string text_of(const std::wstring& key, const wchar_t* name) {
   return status == ERROR_SUCCESS ? utf8_of(value) : std::string();
 }
 
-/// Example: "Windows 11 Pro 23H2". Windows 11 still says "Windows 10" here; the build number is
-/// right.
+/// Example: "Windows 11 Pro 23H2". Windows 11 still says "Windows 10" here; the build is right.
 std::string edition() {
   const wchar_t* const key = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
   return text_of(key, L"ProductName") + " " + text_of(key, L"DisplayVersion");
@@ -140,8 +139,7 @@ std::string registered_antivirus() {
   return told;
 }
 
-/// The names of the antivirus programs that Windows knows. If the registry has none, PowerShell is
-/// used.
+/// The antivirus programs that Windows knows: from the registry, or else from PowerShell.
 std::string antivirus(const std::filesystem::path& work) {
   const std::string registered = registered_antivirus();
   if (!registered.empty()) return registered;

@@ -8,8 +8,7 @@
 #include "lab/kit/suites.h"
 
 /// @file
-/// The reports of the kit: facts about the machine, without personal data, and two files with the
-/// results.
+/// The reports of the kit: facts about the machine without personal data, and two files of results.
 namespace kit {
 
 using Facts = std::vector<std::pair<std::string, std::string>>;

@@ -257,7 +257,7 @@ long World::load_profile(const std::string& owner, const std::string& name, Pair
 }
 
 // ------------------------------------------------------------------------------------------------
-// Parts of corporate documents, and whether they are up to date.
+// Sub-parts of documents, and whether they are up to date.
 
 void World::open_write_part(File& file, const std::string& owner, const std::string& entry,
                             const std::string& selector, const std::string& part,

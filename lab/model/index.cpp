@@ -288,7 +288,7 @@ void Index::merge_and_save() {
 }
 
 // ------------------------------------------------------------------------------------------------
-// Cleaning of out-of-date output.
+// The clean.
 
 namespace {
 
@@ -316,8 +316,7 @@ std::uint32_t World::clean(const std::string& folder, std::uint32_t limit, Kept&
     // A file from after the beginning of the clean is new.
     const std::uint32_t age =
         time > now ? 0 : static_cast<std::uint32_t>(now) - static_cast<std::uint32_t>(time);
-    // These times come from the machine's clock. It is only known that they are years away from the
-    // model's.
+    // These times come from the machine's clock, which is years away from the model's.
     const bool unknown = node != nullptr && (by_access || node->is_folder);
     if (limit == 0 || (unknown ? limit < 4000000000U : age > limit)) {
       out_of_date.push_back({its_key, stored});
@@ -340,7 +339,7 @@ std::uint32_t World::clean(const std::string& folder, std::uint32_t limit, Kept&
   }
 
   try {
-    // The second index blocks all creators until the sweep ends.
+    // In the library, the second index blocks all creators until the sweep ends.
     Index look(*this, folder);
     Map physical;
     for (const auto& [its_key, stored] : look.lp)

@@ -104,8 +104,7 @@ Pairs index_pairs(const std::string& text) {
       result.emplace_back(key, piece(text, slash + 1, none));
       break;
     }
-    // The slash is after the end of the line. The length would be negative, so the name is the rest
-    // of the text.
+    // The slash is after the end of the line: the name is the rest of the text.
     const std::size_t stored_end = feed < slash + 1 ? none : feed;
     result.emplace_back(key, piece(text, slash + 1, stored_end));
     start = feed + 1;
@@ -176,7 +175,7 @@ std::int32_t hash(const std::string& name, std::int32_t modulus) {
       continue;
     }
     long long sum = byte + 31LL * h;
-    // Truncated to 32 bits.
+    // Wrapped to 32 bits.
     while (sum > 2147483647LL) sum -= 4294967296LL;
     while (sum < -2147483648LL) sum += 4294967296LL;
     h = static_cast<std::int32_t>(sum % modulus);

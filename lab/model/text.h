@@ -17,8 +17,7 @@ using Pairs = std::vector<Pair>;
 
 // ---- entries of an index -----------------------------------------------------------------------
 
-/// A number as a 32-bit parser of decimals reads it: blanks, a sign, digits. It stops at the limits
-/// of 32 bits.
+/// A number as a 32-bit decimal parser reads it: blanks, a sign, digits, within its limits.
 std::int32_t number(const std::string& text);
 
 std::string key(const std::string& logical, std::int32_t stamp);

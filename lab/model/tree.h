@@ -35,17 +35,14 @@ class Tree {
   const std::string& root_path() const { return m_root_path; }
   Node& root() { return m_root; }
 
-  /// The names of a real folder in the system's order. The model calls it only where the order
-  /// matters.
+  /// The names of a real folder in the system's order. Called only where the order matters.
   std::function<Names(const std::string& folder)> real_order;
 
   // ---- questions -------------------------------------------------------------------------------
 
-  /// The file or folder at a path, or null. With a separator at its end the path is that of a
-  /// folder.
+  /// The file or folder at a path, or null. A path with a separator at its end is a folder's.
   Node* at(const std::string& path);
-  /// Whether a search finds the path. The last name may be a pattern. A separator at the end is
-  /// ignored.
+  /// Whether a search finds the path. The last name may be a pattern. A final separator is ignored.
   bool exists(const std::string& path);
   bool is_folder(const std::string& path);
   /// Seconds; 0 if the path does not exist.

@@ -67,8 +67,7 @@ class File {
 class Index {
  public:
   Index(World& world, const std::string& folder);
-  /// Does what the destructor of the library's index does. Called at the end of each operation,
-  /// also after an exception.
+  /// Acts as the library's destructor: at the end of each operation, also after an exception.
   void let_go();
 
   bool contains(const std::string& logical, std::int32_t stamp) const;
@@ -107,8 +106,7 @@ class World {
 
   Tree tree;
   const Mutation mutation;
-  /// The errors traced since the caller cleared this. "*" at the end stands for a text of the
-  /// system.
+  /// The traced errors; the caller clears them. "*" at the end stands for a text of the system.
   std::vector<std::string> errors;
   /// Seconds; ages are relative to it.
   std::int64_t now = 0;
@@ -169,7 +167,7 @@ class World {
                          std::uint64_t* counter);
   void migrate(const std::string& owner);
 
-  // ---- the facade (documents.cpp, owners.cpp) -----------------------------------------------------
+  // ---- the facade (documents.cpp, owners.cpp) ---------------------------------------------
 
   bool owner_folder(const std::string& owner, const std::string& entry, int type, std::string& dir,
                     bool create);

@@ -28,8 +28,7 @@ constexpr std::chrono::seconds kAlarm = 5s;
 
 // ---- the helpers --------------------------------------------------------------------------------
 
-/// args: a root; synchronisation "on" or "off". The helper reads numbers of operations, and calls
-/// each of them under the alarm.
+/// args: a root; synchronisation "on" or "off". Reads numbers of operations, and calls these.
 int operations_caller(const std::vector<std::string>& args) {
   const Place place{args.at(0), args.at(1) == "on"};
   vu_storage::initRootStorage(place.root, true, place.synchronize);

@@ -279,8 +279,7 @@ bool cuts_first(const std::string& operation) {
   return false;
 }
 
-/// Checks a tree between two states. Everything in it must be from one of them, and what both
-/// contain must be there.
+/// Checks a tree between two states: all of it is from one of them, and what both have is there.
 std::string between(const Tree& before, const Tree& after, const Tree& now,
                     const std::string& operation) {
   const auto has = [](const Tree& tree, const std::string& path, const std::string& bytes) {
@@ -318,8 +317,8 @@ bool is_question(const std::string& operation) {
   return false;
 }
 
-/// Calls on many files may do a part of their work. If there is no index, a new entry can take the
-/// name of an existing file.
+/// Calls on many files may do a part of their work. Without an index a new entry can take the name
+/// of an existing file.
 bool ends_half_way(const std::string& what) {
   for (const char* const part : {"_owner", "vu_migrate", "no index yet"}) {
     if (what.find(part) != what.npos) return true;

@@ -311,8 +311,7 @@ REGISTER_SUITE(crowd, "crowd",
                "8 processes (4 under Wine) create at once while others read; 1 and 4 folders",
                "creates", 44'448, Scratch::kMemory)
 
-/// The same without locks. Passes as soon as a corruption is found; fails if the count is reached
-/// before.
+/// The same without locks. Passes if a corruption is found before the count is reached.
 void crowd_noticed(Run& run) {
   Run inner(run.random()(), {0, std::chrono::seconds(0)});
   while (inner.failures() == 0 && run.goes_on()) {
@@ -383,8 +382,7 @@ int clean_writer(const std::vector<std::string>& args) {
 }
 REGISTER_ROLE(clean_writer, clean_writer)
 
-/// args: the folder. Cleans until a line arrives. Then prints the number of cleans and of removed
-/// entries.
+/// args: the folder. Cleans until a line arrives. Prints the numbers of cleans and removed entries.
 int clean_cleaner(const std::vector<std::string>& args) {
   STGIndex::setSynchronizeMode(false);
   std::size_t rounds = 0;

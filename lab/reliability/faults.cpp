@@ -69,8 +69,7 @@ bool is_open_to_others(const std::string& operation) {
                   "vu_storage::createUserOrDomainNameDirectory"});
 }
 
-/// Operations that open a file for their caller or load an index. They report failures by
-/// vu_file_except.
+/// Operations that open a file or load an index, and report failures by vu_file_except.
 bool opens_a_file(const std::string& operation) {
   return starts_with_any(
              operation,
@@ -169,8 +168,7 @@ bool may_be_silent(const std::string& operation, const Way& way, Call call) {
   }
 }
 
-/// Whether a result reports a failure. Where the list calls a removal twice, the second call finds
-/// what the first one left.
+/// Whether a result reports a failure. If a removal is called twice, the second finds the rest.
 bool is_a_failure(const std::string& operation, const std::string& answer,
                   const std::string& usual) {
   const bool is_yes_or_no = usual == "true" || usual == "false";
@@ -267,8 +265,7 @@ std::vector<std::string> complaints(const std::string& operation, const Way& way
     found.push_back(std::string("ended with ") + reliability::name_of(outcome.end));
   }
   const std::string words = stated_trace(operation, way, call);
-  // A save lets an exception of a flush pass, as it does for a write. The flush before a close does
-  // not.
+  // In a save an exception of a flush may pass, as that of a write may; before a close it may not.
   const bool may_pass =
       call == Call::flush && way.kind == Kind::kException &&
       (outcome.end != Outcome::End::kReturned || says_something(outcome, usual.outcome));

@@ -1,5 +1,4 @@
-// Operations on a full or nearly full disk: a small file system in memory that only this process
-// mounts.
+// Operations on a full or nearly full disk: a small file system in memory, private to this process.
 
 #include <fcntl.h>
 #include <sched.h>
@@ -104,7 +103,7 @@ class Ballast {
   Ballast(const Ballast&) = delete;
   Ballast& operator=(const Ballast&) = delete;
 
-  /// Fills each page that is or becomes free, until stop(). @param pause microseconds between two
+  /// Fills each page that is or becomes free, until stop(). @param pause microseconds between
   /// pages.
   void go_on(unsigned pause) {
     m_thread = std::thread([this, pause] {

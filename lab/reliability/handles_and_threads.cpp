@@ -69,8 +69,7 @@ class HandleCycles {
     // The destructor closes it.
   }
 
-  /// Closes the original, opens another file, then closes the old copy. The other file must stay
-  /// open.
+  /// Closes the original, opens another file, closes the old copy. The other file must stay open.
   template <class File, class Text>
   void stale_copy() {
     File file{Text(m_scratch.path("one"))};
@@ -173,8 +172,7 @@ constexpr std::size_t kThreads = 8;
 
 // ---- operations ---------------------------------------------------------------------------------
 
-/// The documents of one thread in an owner's folder: it creates, reads, renames and lists them, and
-/// removes some.
+/// The documents of one thread. It creates, reads, renames and lists them, and removes some.
 class Worker {
  public:
   Worker(Run& run, std::string owner, std::size_t number)
@@ -319,8 +317,7 @@ REGISTER_SUITE(
 
 // ---- the first initialisation -------------------------------------------------------------------
 
-/// Answers slowly. The library asks it in the middle of the initialisation, so other threads arrive
-/// during that.
+/// Answers slowly, in the middle of the initialisation, so that other threads arrive during it.
 class SlowTemporaryFiles final : public vu_host::temporary_files {
  public:
   explicit SlowTemporaryFiles(const std::string& folder) : m_folder(vu_utf8string(folder)) {}

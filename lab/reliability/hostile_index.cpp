@@ -1,5 +1,4 @@
-// Unusual texts of index.dat. The work must grow in proportion to the text, and the results must be
-// right.
+// Unusual texts of index.dat. The work must be in proportion to the text, and the results right.
 
 #include <algorithm>
 #include <array>

@@ -50,8 +50,7 @@ void visit_lines(std::string_view text, const Visit& visit) {
     const std::size_t slash = text.find('/', start);
     if (slash == kNone) break;
     const std::size_t end = text.find('\n', start);
-    // A line without "/" continues: its key ends at the next "/", and its name is the rest of the
-    // text.
+    // A line without "/" continues: its key ends at the next "/", its name is the rest of the text.
     const std::size_t name_end = end == kNone || end < slash ? text.size() : end;
     visit(text.substr(start, slash - start), text.substr(slash + 1, name_end - slash - 1));
     if (end == kNone) break;

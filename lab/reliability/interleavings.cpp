@@ -38,8 +38,7 @@ class Interleavings {
     for (const auto& [race, count] : m_races) m_run.figure("race " + race, count);
   }
 
-  /// Each accepted race must occur; otherwise its story is obsolete. Kills are not part of this
-  /// suite.
+  /// Each accepted race must occur, or its story is obsolete. Kills belong to the other suite.
   void expect_every_race() {
     for (const interleavings::Race& each : interleavings::accepted_races()) {
       if (!each.needs_a_kill && !m_races.contains(each.name))

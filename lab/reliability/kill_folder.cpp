@@ -12,7 +12,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::size_t kSourceSizes[] = {700, 20'000, 300'000};
-/// A clean removes files with an older time of modification, in seconds.
+/// Seconds. A clean removes files that are older.
 constexpr long kOldAge = 100'000;
 /// From this size on, entries have long names. A large index then needs fewer files.
 constexpr std::size_t kLargeIndex = 100'000;
@@ -254,8 +254,7 @@ void KillFolder::sleep_for_a_part_of(Kind kind) {
   std::this_thread::sleep_for(std::chrono::duration<double, std::micro>(whole * part));
 }
 
-/// The number of the write to announce; 0 for none. A save of a small index makes a few writes, one
-/// of a large index hundreds.
+/// The number of the write to announce; 0 for none. Saves of a large index make hundreds of writes.
 std::uint64_t KillFolder::some_write() {
   if (m_aim == Aim::kAnyMoment) return 0;
   const std::uint64_t most = m_index_size >= kLargeIndex ? 9 : m_index_size >= 10'000 ? 6 : 3;

@@ -374,8 +374,7 @@ class Check {
   }
 
   /// Example: an adopted file "a.kdb" belonged to the replaced entry "a.kdb" with timestamp 0. Such
-  /// a file hides the new entry of that name until it is removed. Here the test removes it, as an
-  /// administrator would.
+  /// a file hides the new entry of that name until the test, like an administrator, removes it.
   void uncover(const std::string& file, const std::string& key) {
     if (!is_there(file) || parts_of_key(key) != std::pair(file, 0L)) return;
     window("a replaced file that hides the new entry by its name");
@@ -471,8 +470,8 @@ class Check {
     }
   }
 
-  /// The entries are exactly those from before or from after the operation. A reader of plain lines
-  /// finds no other entry.
+  /// The entries are those from before or from after the operation, also for readers of plain
+  /// lines.
   void check_set() {
     Model after = m_before;
     if (m_killed != nullptr) after.apply(*m_killed);

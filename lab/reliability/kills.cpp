@@ -1,5 +1,4 @@
-// Kills at random moments. First the worker process: it runs operations that it reads line by line,
-// and reports the end of each.
+// Kills at random moments. First the worker: it reads operations as lines, and reports their ends.
 
 #include "lab/reliability/kills.h"
 
@@ -364,8 +363,7 @@ class MailFolder {
     const std::string list = read_file(folder() + "\\read.txt");
     if (list == m_old_list || list == m_new_list) return;
     if (m_list_was_cut) return;
-    // A name whose change was lost stays escaped in the list. A truncated list is the beginning of
-    // such a list.
+    // A name whose change was lost stays escaped. A truncated list is the beginning of such a list.
     if (!is_beginning_of_lines(list)) m_run.fail(when + ": the read list contains foreign bytes");
     if (lines_of(list) < kMails) {
       ++m_windows["the read list, empty or cut short"];
@@ -377,8 +375,7 @@ class MailFolder {
     return static_cast<std::size_t>(std::count(list.begin(), list.end(), '\n'));
   }
 
-  /// Whether the text is a beginning of the mails' lines in their order. Each line may be escaped
-  /// or not.
+  /// Whether the text is a beginning of the mails' lines in order, each of them escaped or not.
   bool is_beginning_of_lines(const std::string& list) const {
     std::string_view rest(list);
     for (std::size_t mail = 0; mail < kMails && !rest.empty(); ++mail) {

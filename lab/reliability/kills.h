@@ -16,8 +16,7 @@
 #include "tests/support/scratch.h"
 
 /// @file
-/// A model of a folder, and the check of the folder after finished operations and one killed
-/// operation.
+/// A model of a folder, and the check of the folder after finished operations and a killed one.
 namespace reliability {
 
 enum class Kind : std::uint8_t {
@@ -122,13 +121,11 @@ inline constexpr const char* kWriteBegins = "a write begins";
 /// The moment of a kill.
 enum class Aim : std::uint8_t {
   kAnyMoment,  ///< after a random part of the operation's usual time
-  /// Shortly after the beginning of one of its writes. Most moments of a rewrite are between its
-  /// writes.
+  /// Shortly after the beginning of a write. Most moments of a rewrite are between its writes.
   kWrites,
 };
 
-/// A folder whose operations are killed. Nobody repairs it: the next operation works on what the
-/// kill left.
+/// A folder whose operations are killed. The next operation works on what the kill left.
 class KillFolder {
  public:
   /// @param index_size the index stays near this size, in bytes.

@@ -10,7 +10,7 @@
 class child_process;
 
 /// @file
-/// What the suites need from the system, in addition to tests/support. There is one source file per
+/// What the suites need from the system, besides tests/support. There is one source file per
 /// system.
 namespace reliability::machine {
 
@@ -32,21 +32,18 @@ std::uint64_t open_handles();
 std::uint64_t memory_in_use();
 /// The inaccuracy of memory_in_use(), in bytes.
 std::uint64_t memory_slack();
-/// Whether an operation on a folder with thousands of files takes seconds. Wine's look-up of names
-/// does.
+/// Whether operations on a folder with thousands of files take seconds, as under Wine.
 bool large_folders_are_slow();
 /// Whether closing an old copy of a closed handle leaves other files open.
 bool stale_copies_are_harmless();
 
-/// Stops a helper process. If the system has no such call, the helper continues and waits in
-/// hear().
+/// Stops a helper process. Without such a system call it continues and waits in hear().
 void stop(child_process& helper);
 void resume(child_process& helper);
 
 /// Runs a role in another process, in the quickest way. @return its exit code.
 int run_apart(const std::string& role, const std::vector<std::string>& args);
-/// Whether open_handles() is an exact count, and this program's operator new serves all allocations
-/// of the library.
+/// Whether open_handles() is exact, and the library allocates only through this operator new.
 bool handles_and_allocations_are_exact();
 
 /// Whether this process can read the folder VU_INCLUDE_FOLDER.

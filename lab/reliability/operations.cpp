@@ -32,8 +32,7 @@ STG::NameValueSeq some_lines() {
   return lines;
 }
 
-/// After vu_file_except the pointer is invalid. After any other exception the buffer belongs to the
-/// caller.
+/// After vu_file_except the pointer is invalid; after another exception the caller must free it.
 void read_into_a_buffer(vu_fileutf8& file) {
   unsigned char* bytes = nullptr;
   unsigned int length = 0;

@@ -11,8 +11,7 @@
 /// a small tree, with typical arguments.
 namespace reliability {
 
-/// The locks that an operation waits for in the folder `Place::folder`, if that folder has no
-/// orphans.
+/// The locks that an operation waits for in `Place::folder`, if that folder has no orphans.
 enum Waits : unsigned {
   kForNobody = 0,
   kForIndexWriter = 1,  ///< the exclusive lock of "index.dat"
@@ -39,8 +38,7 @@ const char* name_of(Situation situation);
 /// Creates the tree again.
 void prepare(const Place& place, Situation situation);
 
-/// The result of an operation as text, for example "true" or "-1". Empty for a type that does not
-/// tell success from failure.
+/// A result as text, for example "true" or "-1". Empty for a type that reports no failures.
 template <class Result>
 std::string in_text(const Result& result) {
   if constexpr (std::is_same_v<Result, bool>) {

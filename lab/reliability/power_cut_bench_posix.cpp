@@ -1,5 +1,4 @@
-// One file system that is shut down again and again: the operations on it, and the checks after
-// each shutdown.
+// One file system that is shut down again and again: its operations and their checks.
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -308,8 +307,7 @@ void Bench::judge_entries() {
     const auto line = found.find(key);
     if (line != found.end() && line->second == stored) found.erase(line);
   }
-  // The returned operations are done. Of the others, any number from the first on may be done, up
-  // to those that had begun.
+  // The returned operations are done, and of the begun ones any number from the first on.
   Model now = m_place->model;
   for (std::uint32_t i = 0; i < m_cut.returned; ++i) now.apply(m_planned[i]);
   const Lines before = now.lines();
@@ -327,8 +325,7 @@ void Bench::judge_entries() {
 }
 
 /// Every entry has its file, and every closed document its bytes. The entries are those after @p
-/// done operations. Later operations may have begun; only the first one that changes entries
-/// matters.
+/// done operations. More may have begun: some without a change of entries, then one with a change.
 void Bench::judge_files(const Model& now, std::uint32_t done) {
   std::set<std::string> in_removal;
   std::set<std::string> in_writing;

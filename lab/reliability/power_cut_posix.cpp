@@ -35,8 +35,7 @@
 namespace reliability {
 namespace {
 
-/// The request for a shutdown, the same on ext4 and xfs, and its argument "without flushing the
-/// journal".
+/// The request for a shutdown on ext4 and xfs, and its argument "without flushing the journal".
 constexpr unsigned long kShutdown = 0x8004587d;
 constexpr std::uint32_t kWithoutJournal = 2;
 
@@ -329,8 +328,7 @@ CutOff work_until_cut(const std::string& disk, const std::string& index, const C
 }
 
 // ------------------------------------------------------------------------------------------------
-// Power failures on real file systems: the kernel must write nothing more, and discard what it has
-// not written.
+// Power failures on real file systems: the kernel must discard what it has not written.
 
 namespace {
 
@@ -375,8 +373,7 @@ void take(const std::string& line, const std::string& disk, Run& run, Found& fou
 
 enum class Flushes : std::uint8_t { kDone, kFaulty };
 
-/// All file systems at the same time, each in its process. With faulty flushes until an entry is
-/// lost or corrupt.
+/// All file systems at the same time. With faulty flushes until an entry is lost or corrupt.
 Found cut_many(Run& run, std::uint64_t count, const std::string& budget, Flushes flushes) {
   Found found;
   struct Bench {

@@ -11,8 +11,7 @@
 #include "tests/support/scratch.h"
 
 /// @file
-/// A file system on a loop device over a file in memory. It can be shut down like by a power
-/// failure.
+/// A file system on a loop device over a file in memory. It can be shut down as by a power failure.
 namespace reliability {
 
 /// How a file system is created and mounted.
@@ -25,8 +24,7 @@ struct DiskKind {
   std::string packaged;  ///< the Debian package of that command
 };
 
-/// Only this process and its children see the mount. The device is released with the last of these
-/// processes, however they end.
+/// Only this process and its children see the mount. The device is released when they have ended.
 class LoopDisk {
  public:
   explicit LoopDisk(DiskKind kind);
@@ -41,8 +39,7 @@ class LoopDisk {
   const std::string& path() const { return m_path; }
   /// Writes everything to the device.
   void settle() const;
-  /// Mounts the device again after cut_power(); the kernel replays the journal. @return the error,
-  /// or empty.
+  /// Mounts the device again after cut_power(); the kernel replays the journal. @return the error.
   std::string start_again();
   /// Creates an empty file system on the device. @return the error, or empty.
   std::string make_anew() const;

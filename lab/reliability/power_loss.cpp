@@ -158,8 +158,8 @@ class PowerLoss {
     return history;
   }
 
-  /// The texts of the index before and after each save, with the number of the change that
-  /// completes each.
+  /// The texts of the index between its saves, each with the number of the change that completes
+  /// it.
   static std::vector<std::pair<std::size_t, IndexText>> checkpoints(const History& history,
                                                                     const std::string& index) {
     std::vector<std::pair<std::size_t, IndexText>> all;
@@ -254,8 +254,8 @@ class PowerLoss {
                        " after interruption " + std::to_string(moment.depth + 1));
   }
 
-  /// Writes the image to a real folder. The library must find its content. Then the next operation
-  /// is interrupted too.
+  /// Writes the image to a folder, which the library must read. Then the next operation is
+  /// interrupted.
   void go_on_from(const Tree& image, const PowerScenario& scenario, const Moment& moment) {
     const std::size_t depth = moment.depth + 1;
     const std::string root = m_root[depth].path("root");

@@ -438,7 +438,7 @@ std::string PowerWork::ask_the_library() const {
     const auto [name, stamp] = parts_of_key(it->first);
     std::string physical;
     const bool is_there = STGIndex::exists(folder(), name, stamp, physical);
-    // If the removal of a replaced file is not on the disk, the library finds that file by its own
+    // The removal of a replaced file may be missing on the disk. That file is then found by its
     // name.
     if (is_there && physical == name) continue;
     if (!is_there || (physical != file_of(it->first, it->second) && physical != it->second)) {

@@ -15,8 +15,7 @@
 #include "lab/reliability/tree_state.h"
 
 /// @file
-/// Checks whether a disk after a power failure has the state from before or from after an
-/// operation.
+/// Checks that a disk after a power failure has the state before or after an operation.
 namespace reliability {
 
 /// A name for messages: short, without control characters.
@@ -25,15 +24,14 @@ std::string shortened(std::string_view name);
 /// The text of every entry, by key.
 using Known = std::map<std::string, std::string>;
 
-/// A defect. Its kind is "lost", "invented", "redirected" or "between" for an entry, or another
-/// word. Empty if there is none.
+/// A defect of a kind such as "lost", "invented", "redirected" or "between". Empty if there is
+/// none.
 struct Harm {
   std::string kind;
   std::string what;
 };
 
-/// The entries of a text that the caller keeps. A line without "/" continues, and its name is the
-/// rest of the text.
+/// The entries of a text that the caller keeps. See visit_lines() for lines without "/".
 using LineViews = std::map<std::string_view, std::string_view>;
 
 /// An index text with its entries.
@@ -52,8 +50,7 @@ LineViews views_of(const Lines& lines);
 
 /// One operation: the entries that it changes, and the number of the change that completes it.
 struct PowerStep {
-  /// Bytes that move from one name to another. They are always under one of both. @p from may be an
-  /// orphan.
+  /// Bytes that move and are always under one of both names. @p from may be an orphan.
   struct Move {
     std::string from;
     std::string to;

@@ -1,5 +1,4 @@
-// The differential test. After each step it compares the results and the traced errors, at the end
-// the whole tree.
+// The differential test compares results and errors after each step, and the whole tree at the end.
 
 #include "lab/reliability/sequences.h"
 

@@ -11,8 +11,7 @@
 #include "vu_host.h"
 
 /// @file
-/// The differential test: random sequences of operations on the library and on the reference model
-/// (lab/model).
+/// The differential test: random sequences of operations on the library and the model (lab/model).
 namespace reliability::sequences {
 
 enum class Kind : std::uint8_t {

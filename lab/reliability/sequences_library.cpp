@@ -21,8 +21,7 @@ STG::RepositoryType type_of(const SequenceStep& step) {
   return static_cast<STG::RepositoryType>(step.type);
 }
 
-/// If `long` is wider than a timestamp, the largest timestamp is sometimes passed as a larger
-/// number.
+/// If `long` is wider than a timestamp, the largest one is sometimes passed as a larger number.
 long wide(std::int32_t stamp, const SequenceStep& step) {
   if (sizeof(long) > 4 && stamp == 2147483647 && step.way == 3) return static_cast<long>(1LL << 40);
   return stamp;

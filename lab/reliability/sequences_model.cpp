@@ -145,8 +145,7 @@ std::string clean(const SequenceStep& step, World& world, BothSides& sides) {
   return std::to_string(count) + " " + text_of(texts);
 }
 
-// ---- what others do, in memory and on the ground
-// -------------------------------------------------
+// ---- what others do, in memory and on the ground ------------------------------------------------
 
 /// Creates a folder and the missing folders above it.
 void ensure(World& world, const std::string& path) {
@@ -234,8 +233,7 @@ void others(const SequenceStep& step, World& world, BothSides& sides) {
   }
 }
 
-// ---- the library's operations
-// ----------------------------------------------------------------------
+// ---- the library's operations -------------------------------------------------------------------
 
 std::string document(const SequenceStep& step, World& world, BothSides& sides) {
   std::string out = "untouched";

@@ -313,8 +313,7 @@ std::string described(const SequenceStep& step) {
          " selector=" + step.selector + " bytes=" + shown(step.bytes);
 }
 
-// ---- places
-// --------------------------------------------------------------------------------------
+// ---- places -------------------------------------------------------------------------------------
 
 Places::Places(std::string folder)
     : root(std::move(folder)),

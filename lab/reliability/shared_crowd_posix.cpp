@@ -59,8 +59,7 @@ void shared_crowd_spread(Run& run) { crowd_in(4, run); }
 REGISTER_SUITE(shared_crowd_spread, "shared-crowd-spread", "the same in 4 folders", "creates",
                4'000, Scratch::kMemory)
 
-/// The same without locks. Passes as soon as a corruption is found; fails if the count is reached
-/// before.
+/// The same without locks. Passes if a corruption is found before the count is reached.
 void shared_crowd_noticed(Run& run) {
   if (!two_hosts(run)) return;
   Run inner(run.random()(), {0, std::chrono::seconds(0)});
@@ -80,8 +79,7 @@ REGISTER_SUITE(shared_crowd_noticed, "shared-crowd-noticed",
 
 // ---- a killed writer ----------------------------------------------------------------------------
 
-/// args: a folder; the name of a file in it; "locked" or "unlocked". Keeps the file open for
-/// writing until it is killed.
+/// args: a folder; a file in it; "locked" or "unlocked". Keeps the file open until it is killed.
 int shared_holder(const std::vector<std::string>& args) {
   std::unique_ptr<LocksTakenOut> unlocked;
   if (args.at(2) == "unlocked") unlocked = std::make_unique<LocksTakenOut>();
@@ -225,8 +223,7 @@ REGISTER_SUITE(shared_brick, "shared-brick",
 /// Whether it is a failure that the header of the handle names, or an entry that is not found.
 bool is_stated(const std::string& text) { return text.rfind("unexpected exception", 0) != 0; }
 
-/// Cuts off the mount of B during the work. A continues; the callers on B fail. After a new mount B
-/// shows everything.
+/// Cuts off the mount of B. A continues; the callers on B fail. A new mount of B shows everything.
 void lose_a_mount(Run& run, std::size_t rounds) {
   // Each worker checks through its own mount, so that the other mount cannot fail it.
   SharedWork work(run, {kProcesses, rounds, 1, Locks::kTaken, Look::kFromItsOwn});
@@ -277,8 +274,7 @@ REGISTER_SUITE(shared_cut_off, "shared-cut-off",
 /// The callers that may fail.
 enum class MayFail : std::uint8_t { kNobody, kHostB };
 
-/// Causes a disturbance during the work, and ends it. Workers that did not fail continue, and every
-/// finished change is there.
+/// Causes a disturbance during the work. Workers without a failure continue and lose nothing.
 void interrupt(Run& run, const std::string& event, MayFail who) {
   const std::size_t rounds =
       static_cast<std::size_t>(std::max<std::uint64_t>(4, run.wanted() / (2 * kProcesses)));

@@ -86,8 +86,7 @@ class SharedWork {
   void start();
   /// Waits for the workers of one mount. Their failures fail the run.
   void wait(Host host);
-  /// The same for workers that must fail: each must end at its first failure, within the time
-  /// limit.
+  /// The same for workers that must fail: each must end at its first failure, in time.
   void wait_for_failures(Host host);
   /// Compares both mounts with what the finished operations returned.
   void check();

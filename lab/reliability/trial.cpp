@@ -141,8 +141,7 @@ Outcome Trial::call(const PublicOperation& operation, const Setting& setting,
 
 Undisturbed Trial::learn(const PublicOperation& operation, const Setting& setting) {
   Undisturbed undisturbed;
-  // Call it twice: the first call allocates what the library keeps for ever, and the list of calls
-  // allocates memory too.
+  // The first call allocates what the library keeps for ever; the list of calls allocates too.
   prepare(operation, setting);
   os::faults::begin_sequence();
   call(operation, setting);

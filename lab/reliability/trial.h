@@ -33,8 +33,7 @@ inline constexpr std::array<Setting, 6> kSettings = {{{true, Situation::kStrays}
                                                       {false, Situation::kNoIndex}}};
 std::string name_of(const Setting& setting);
 
-/// Counts errors and warnings, and keeps the beginning of the first few. It allocates no memory for
-/// that.
+/// Counts errors and warnings, and keeps the beginning of the first few, without allocating.
 class FailureSink final : public vu_host::trace_sink {
  public:
   FailureSink();

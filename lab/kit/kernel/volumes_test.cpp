@@ -45,8 +45,7 @@ class Filler {
 
 std::string name_of(int number) { return "document " + std::to_string(number) + ".kdc"; }
 
-/// Replaces each document by a larger one while the free space shrinks. @return how many calls were
-/// refused.
+/// Replaces documents by larger ones while free space shrinks. @return how many calls were refused.
 /// @throws std::runtime_error for a document that is neither old nor new.
 std::string store_on_a_full_disk(const std::string& folder) {
   constexpr int kDocuments = 20;
