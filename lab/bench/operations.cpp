@@ -10,6 +10,9 @@
 //   remove   STGIndex::remove of the entry in the middle
 //   last     STGIndex::lastVersion of the entry in the middle
 //   list     STGIndex::plValues
+//   keep     STGIndex::cleanOutOfDateOutput that keeps everything
+//   empty    the same that removes everything
+//   adopt    STGIndex::updateIndexFile of the files alone
 //   map      the cost of the result of "list" alone: a map of the same names, inserted in order
 
 #include <unistd.h>
@@ -17,6 +20,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <string>
@@ -26,6 +30,8 @@
 
 #include "lab/bench/folder.h"
 #include "stg_index.h"
+
+constexpr unsigned long kLongAgo = 1000000;  // seconds
 
 extern "C" [[gnu::noinline]] void measured(const std::function<void()>& operation) { operation(); }
 
@@ -42,6 +48,7 @@ int main(int argc, char** argv) {
   std::string physical;
   long latest = 0;
   STGIndex::NameMap names;
+  STGIndex::AgeMap ages;
   std::vector<std::pair<std::string, std::string>> sorted;
   for (std::size_t i = 0; i < entries; ++i) sorted.emplace_back(folder.file(i), folder.logical(i));
   std::sort(sorted.begin(), sorted.end());
@@ -53,6 +60,9 @@ int main(int argc, char** argv) {
       {"remove", [&] { STGIndex::remove(path, logical, timestamp); }},
       {"last", [&] { STGIndex::lastVersion(path, logical, latest); }},
       {"list", [&] { STGIndex::plValues(path, names); }},
+      {"keep", [&] { STGIndex::cleanOutOfDateOutput(path, kLongAgo, ages, false); }},
+      {"empty", [&] { STGIndex::cleanOutOfDateOutput(path, 0, ages, false); }},
+      {"adopt", [&] { STGIndex::updateIndexFile(path); }},
       {"map",
        [&] {
          for (const auto& [file, name] : sorted)
@@ -64,6 +74,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "error: there is no operation '%s'\n", argv[1]);
     return 2;
   }
+  if (operation->first == "adopt") std::filesystem::remove(path + "/index.dat");
   static_cast<void>(::getppid());
   measured(operation->second);
   static_cast<void>(::getppid());
