@@ -1,5 +1,6 @@
 #include "file/file_internal.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -39,6 +40,21 @@ std::size_t root_length(std::u16string_view path) {
   return has_drive ? 3 : 0;
 }
 
+/// Whether a path needs no conversion: it is ASCII, within the classic limit, and ends in a name.
+bool is_plain(const std::string& path) {
+  const auto is_ascii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+  return !path.empty() && path.size() < kClassicLength && path.back() != '\\' &&
+         path.back() != '/' && std::all_of(path.begin(), path.end(), is_ascii);
+}
+
+/// The wide form of a path without separators at its end. A root keeps its backslash.
+ucs2string path_to_ask(const vu_utf8string& path, bool already_long) {
+  ucs2string wide(path);
+  if (!already_long) wide = getLongPath(wide);
+  const std::size_t kept = os::length_without_separators(std::u16string_view(wide.str()));
+  return kept < wide.size() ? wide.substr(0, kept) : wide;
+}
+
 }  // namespace
 
 ucs2string getLongPath(const ucs2string& path) {
@@ -69,13 +85,9 @@ std::u16string absolute_form(const ucs2string& path) {
 bool getFileStat(const vu_utf8string& path, os::FileStat& result, bool alreadyLong, os::Links links,
                  os::Handle folder) {
   VU_FILE_SCOPE();
-  ucs2string wide(path);
-  if (!alreadyLong) wide = getLongPath(wide);
-  // A root keeps its backslash.
-  const std::size_t kept = os::length_without_separators(std::u16string_view(wide.str()));
-  if (kept < wide.size()) wide = wide.substr(0, kept);
-
-  const os::Status status = os::stat(os::Path(wide).in(folder), result, links);
+  const auto ask = [&](os::Path asked) { return os::stat(asked.in(folder), result, links); };
+  const os::Status status =
+      is_plain(path.str()) ? ask(path.str()) : ask(path_to_ask(path, alreadyLong));
   if (status.ok()) return true;
   if (status.failure() == os::Failure::kNotFound) {
     VU_WARNING(path, ": doesn't exists");  // sic

@@ -149,16 +149,16 @@ std::size_t HandleCore::count_to_read(int count) const {
 }
 
 int HandleCore::read(std::string& out, int count) {
-  out.clear();
-  out.resize(count_to_read(count));
-  if (out.empty()) return 0;
+  // `out` is empty if anything fails. The old bytes are overwritten, not cleared first: clearing
+  // 4 MB costs a third of reading them.
+  std::string bytes = std::exchange(out, {});
+  bytes.resize(count_to_read(count));
+  if (bytes.empty()) return 0;
   std::size_t done = 0;
-  const os::Status status = os::read(m_state.handle, out.data(), out.size(), done);
-  if (!status.ok()) {
-    out.clear();
-    fail_read(status.code());
-  }
-  out.resize(done);
+  const os::Status status = os::read(m_state.handle, bytes.data(), bytes.size(), done);
+  if (!status.ok()) fail_read(status.code());
+  bytes.resize(done);
+  out = std::move(bytes);
   return static_cast<int>(done);
 }
 

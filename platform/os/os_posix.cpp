@@ -17,7 +17,6 @@
 #include <optional>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "platform/os/posix_calls.h"
 #include "platform/os/posix_handles.h"
@@ -284,14 +283,16 @@ class FileCopy {
     };
     while (uninterrupted(copy_piece) > 0) {
     }
-    std::vector<char> buffer(65536);
+    constexpr std::size_t kBuffer = std::size_t{1} << 16U;
+    // Not initialised: usually nothing is left to read.
+    const std::unique_ptr<char[]> buffer(new char[kBuffer]);
     for (;;) {
       std::size_t filled = 0;
-      const Status read = read_fully(m_source.get(), buffer.data(), buffer.size(), filled);
+      const Status read = read_fully(m_source.get(), buffer.get(), kBuffer, filled);
       if (!read.ok()) return read;
       std::size_t written = 0;
-      const Status write = write_fully(m_target.get(), buffer.data(), filled, written);
-      if (!write.ok() || filled < buffer.size()) return write;
+      const Status write = write_fully(m_target.get(), buffer.get(), filled, written);
+      if (!write.ok() || filled < kBuffer) return write;
     }
   }
 
@@ -457,8 +458,7 @@ Status probe_search(Path path) {
   // A search finds entries. Such a path is not an entry; a root is found only as "/.".
   if (name.empty() || name.ends_with('/')) return fail(ENOENT);
   name = posix::trim_self_entries(std::move(name));
-  const posix::Split split = posix::split_last(name);
-  if (posix::is_pattern(split.name)) return probe_pattern(split);
+  if (posix::is_pattern(posix::last_of(name))) return probe_pattern(posix::split_last(name));
   return entry_info(name) ? Status() : no_answer(errno);
 }
 
@@ -555,6 +555,7 @@ Status rename(Path from, Path to) {
   const std::string new_name = native(to);
   const std::optional<FileInfo> source = entry_info(old_name);
   if (!source) return fail(errno);
+  if (old_name == new_name) return {};
   const std::optional<FileInfo> target = entry_info(new_name);
   if (target && is_same_file(*source, *target)) return {};
   const char* const old_path = old_name.c_str();

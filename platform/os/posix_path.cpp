@@ -74,7 +74,8 @@ std::string native_path(std::string_view path) {
   constexpr std::string_view kPrefix = R"(\\?\)";
   if (path.starts_with(kPrefix)) path.remove_prefix(kPrefix.size());
   std::string result(path);
-  std::replace(result.begin(), result.end(), '\\', '/');
+  for (std::size_t at = result.find('\\'); at != std::string::npos; at = result.find('\\', at + 1))
+    result[at] = '/';
   return result;
 }
 

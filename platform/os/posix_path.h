@@ -38,6 +38,9 @@ struct Split {
 };
 Split split_last(const std::string& path);
 
+/// The last component only.
+inline std::string_view last_of(std::string_view path) { return path.substr(path.rfind('/') + 1); }
+
 /// Whether a name contains "*" or "?".
 bool is_pattern(std::string_view name);
 
