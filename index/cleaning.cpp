@@ -1,11 +1,13 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "file/file_internal.h"
+#include "file/folder_entries.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
@@ -20,7 +22,7 @@
 
 namespace {
 
-using Names = std::vector<vu_utf8string>;
+using UtfNames = std::vector<vu_utf8string>;
 
 /// A folder as UTF-8 bytes, unchanged, with a separator at the end.
 vu_utf8string with_separator(const std::string& folder) {
@@ -74,9 +76,146 @@ bool is_accounted_for(const STGIndex::NameMap& physical_names, const std::string
   return false;
 }
 
+/// What a clean removes: by which age, and by which time of a file.
+struct Limit {
+  std::int64_t now = 0;
+  std::uint32_t age = 0;  ///< removes what is older; 0 for everything
+  bool use_access_time = false;
+};
+
+/// The position of a name in the listing of the load, or kNone.
+std::size_t position_of(const IndexState& index, std::string_view name) {
+  FolderFiles& files = index.files();
+  return files.listed(name, files.ask(name));
+}
+
+/// Decides which entries go, and reports the others with their ages.
+class Selection {
+ public:
+  Selection(const IndexState& index, const vu_utf8string& base, Limit limit, STGIndex::AgeMap& kept)
+      : m_index(index), m_base(base), m_limit(limit), m_kept(kept) {}
+
+  /// The entries that go, in the order of their keys.
+  std::vector<IndexState::Entry> out_of_date() {
+    std::vector<IndexState::Entry> result;
+    m_index.visit([&](std::string_view key, std::string_view stored) {
+      if (!keeps(key, name_on_disk(key, stored))) result.emplace_back(key, stored);
+    });
+    // An unknown entry stays, with the age 0.
+    if (m_limit.age != 0)
+      m_index.visit_unknown([&](std::string_view key, std::string_view) { keep(0, key); });
+    return result;
+  }
+
+  /// Whether an entry stays. Checks the age of its file now, and reports an entry that stays.
+  bool keeps(std::string_view key, std::string_view file) {
+    // Without a limit the age of an existing file decides nothing.
+    if (m_limit.age == 0 && position_of(m_index, file) != FolderFiles::kNone) return false;
+    std::string path;
+    path.reserve(m_base.size() + file.size());
+    path.append(m_base.str()).append(file);
+    const std::optional<std::uint64_t> time =
+        time_of(vu_utf8string(std::move(path)), m_limit.use_access_time);
+    const std::uint32_t age = age_of(time, m_limit.now);
+    if (m_limit.age == 0 || age > m_limit.age) return false;
+    keep(age, key);
+    return true;
+  }
+
+ private:
+  void keep(std::uint32_t age, std::string_view key) {
+    m_kept.emplace(age, std::string(m_index.folder()).append("\\").append(key));
+  }
+
+  const IndexState& m_index;
+  const vu_utf8string& m_base;
+  Limit m_limit;
+  STGIndex::AgeMap& m_kept;
+};
+
+/// The names in the folder, in UTF-8, from one listing before the first removal. The listing of the
+/// load is used where its narrow names are the same bytes.
+class Names {
+ public:
+  /// @param is_loaded_stale whether the load has renamed files after its listing.
+  Names(const IndexState& index, const vu_utf8string& folder, bool is_loaded_stale)
+      : m_index(index) {
+    const os::Listing& loaded = index.files().entries();
+    m_is_loaded =
+        !is_loaded_stale && !loaded.empty() && is_plain(index.folder()) && is_plain(loaded.text());
+    if (!m_is_loaded) m_own = utf8_entries(folder);
+    m_entries = m_is_loaded ? &loaded : &m_own;
+  }
+  Names(const Names&) = delete;
+  Names& operator=(const Names&) = delete;
+
+  /// Everything but plain files, sorted: sub-part folders are among these names.
+  UtfNames possible_folders() const {
+    UtfNames result;
+    for (const os::Entry entry : *m_entries) {
+      if (entry.kind != os::EntryKind::kFile) result.emplace_back(std::string(entry.name));
+    }
+    std::sort(result.begin(), result.end());
+    return result;
+  }
+
+  /// What no entry of the index accounts for now. Without the index files, and without files that
+  /// this operation has removed.
+  UtfNames orphans() const {
+    std::vector<bool> is_known = files_of_entries();
+    UtfNames result;
+    std::optional<STGIndex::NameMap> physical_names;
+    for (std::size_t i = 0; i < m_entries->size(); ++i) {
+      const std::string_view name = (*m_entries)[i].name;
+      if (is_known[i] || index_format::is_index_file(name)) continue;
+      if (m_index.is_gone(m_is_loaded ? i : position_of(m_index, name))) continue;
+      if (!physical_names) add_physical_names(m_index, physical_names.emplace());
+      if (!is_accounted_for(*physical_names, std::string(name)))
+        result.emplace_back(std::string(name));
+    }
+    return result;
+  }
+
+ private:
+  /// Whether narrow names are the same bytes in UTF-8. Windows lists a "?" for a character that has
+  /// no narrow form.
+  static bool is_plain(std::string_view text) {
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x80 && c != '?'; });
+  }
+
+  /// Whether the file that makes a line valid has the physical name of its entry.
+  static bool has_physical_name(const IndexLine& line) {
+    const std::string_view extension =
+        index_format::extension_of(index_format::logical_of(line.key));
+    return extension.empty() ||
+           line.has_extension == index_format::bears_extension(line.key, line.stored);
+  }
+
+  /// For each name, whether the load found it as the file of an entry.
+  std::vector<bool> files_of_entries() const {
+    std::vector<bool> result(m_entries->size());
+    if (!m_is_loaded) return result;
+    m_index.walk(
+        [&](std::span<const IndexLine> lines) {
+          for (const IndexLine& line : lines) {
+            if (line.entry != FolderFiles::kNone && has_physical_name(line))
+              result[line.entry] = true;
+          }
+        },
+        [](std::string_view, std::string_view) {});
+    return result;
+  }
+
+  const IndexState& m_index;
+  bool m_is_loaded = false;  ///< the listing of the load is used
+  os::Listing m_own;
+  const os::Listing* m_entries = nullptr;
+};
+
 /// The names in @p sorted that begin with @p prefix.
-std::pair<Names::const_iterator, Names::const_iterator> with_prefix(const Names& sorted,
-                                                                    std::string_view prefix) {
+std::pair<UtfNames::const_iterator, UtfNames::const_iterator> with_prefix(const UtfNames& sorted,
+                                                                          std::string_view prefix) {
   const auto head = [prefix](const vu_utf8string& name) {
     return std::string_view(name.str()).substr(0, prefix.size());
   };
@@ -89,8 +228,9 @@ std::pair<Names::const_iterator, Names::const_iterator> with_prefix(const Names&
 
 /// Removes the orphans: names that no entry accounts for, in @p own (the index as the operation
 /// loaded it) or in @p now (the index as it is now).
+/// @param orphans what @p own does not account for.
 void sweep_orphans(IndexState& own, const IndexState& now, const vu_utf8string& base,
-                   const Names& names, std::uint32_t limit, bool use_access_time) {
+                   const UtfNames& orphans, Limit limit) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   if (own.has_unknown_lines() || now.has_unknown_lines()) {
     // The files of unknown entries would be taken for orphans.
@@ -100,18 +240,16 @@ void sweep_orphans(IndexState& own, const IndexState& now, const vu_utf8string& 
   }
   STGIndex::NameMap physical_names;
   add_physical_names(now, physical_names);
-  add_physical_names(own, physical_names);
 
   const std::string index_file = own.folder() + "\\" + kIndexFile;
-  for (const vu_utf8string& name : names) {
-    if (index_format::is_index_file(name.str())) continue;
+  for (const vu_utf8string& name : orphans) {
     if (is_accounted_for(physical_names, name.str())) continue;
     // Without an index there was nothing to lock. If an index exists now, it may name these files.
     if (now.loaded() == nullptr && presence_of(index_file) != Presence::kMissing) return;
     const vu_utf8string path = base + name;
-    const std::uint64_t time = time_of(path, use_access_time).value_or(0);
+    const std::uint64_t time = time_of(path, limit.use_access_time).value_or(0);
     // Required: compares a point in time with a duration.
-    if (time == 0 || limit == 0 || time <= limit) continue;
+    if (time == 0 || limit.age == 0 || time <= limit.age) continue;
     own.file_changes(name.str());
     if (vu_fileutf8::is_dir(path)) {
       VU_ERROR("removing orphan directory: ", path);
@@ -132,56 +270,39 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
   const std::uint32_t limit = clamp_unsigned32(maxAge);
 
   STGIndex index(folder);
+  const bool has_adopted = index.m_needUpdate;
   VU_TRACE_XS("Cleaning folder: ", folder);
   const vu_utf8string base = with_separator(folder);
+  Selection selection(*index.m_state, base, {now, limit, useAccessTime}, kept);
+  const std::vector<IndexState::Entry> out_of_date = selection.out_of_date();
 
-  std::vector<std::pair<std::string, std::string>> out_of_date;
-  const auto sort_out = [&](std::string_view key, std::string_view stored, std::uint32_t age) {
-    if (limit == 0 || age > limit) {
-      out_of_date.emplace_back(key, stored);
-    } else {
-      kept.emplace(age, std::string(folder).append("\\").append(key));
-    }
-  };
-  index.m_state->visit([&](std::string_view key, std::string_view stored) {
-    const vu_utf8string path = base + vu_utf8string(name_on_disk(key, stored));
-    sort_out(key, stored, age_of(time_of(path, useAccessTime), now));
-  });
-  // An unknown entry stays, with the age 0.
-  if (limit != 0) {
-    index.m_state->visit_unknown(
-        [&](std::string_view key, std::string_view stored) { sort_out(key, stored, 0); });
-  }
-
-  const Names names = vu_fileutf8::filenames(base);
-  Names sorted = names;
-  std::sort(sorted.begin(), sorted.end());
+  const Names names(*index.m_state, base, has_adopted);
+  const UtfNames folders = out_of_date.empty() ? UtfNames() : names.possible_folders();
   unsigned long removed = 0;
   for (const auto& [key, stored] : out_of_date) {
     const std::string entry = entryOnly(key);
     const long timestamp = tsOnly(key);
     const std::string file = name_on_disk(key, stored);
-    if (limit != 0) {
-      // Another process may have written the document since the first check.
-      const std::uint32_t age = age_of(time_of(base + vu_utf8string(file), useAccessTime), now);
-      if (age <= limit) {
-        kept.emplace(age, std::string(folder).append("\\").append(key));
-        continue;
-      }
-    }
+    // Another process may have written the document since the first check.
+    if (limit != 0 && selection.keeps(key, file)) continue;
     ++removed;
     VU_TRACE_XS("          Removing entry=", entry, " ts=", timestamp, " nameOnFS=", file);
     index._remove(entry, timestamp);
-    const auto [first, last] = with_prefix(sorted, file + "_");
-    cleanOutputDirectories(base, Names(first, last), file, nullptr);
+    const auto [first, last] = with_prefix(folders, file + "_");
+    cleanOutputDirectories(base, UtfNames(first, last), file, nullptr);
   }
+
+  // Without an orphan the second look would change nothing. It must adopt what this one adopted.
+  const bool is_known = !index.m_state->has_unknown_lines();
+  const UtfNames orphans = limit != 0 && is_known ? names.orphans() : UtfNames();
+  if (is_known && !has_adopted && orphans.empty()) return removed;
 
   // Required: the sweep loads the index a second time. If that load adopts a file, its save waits
   // for all locks on the index. It would wait for this instance's lock for ever.
   index.close();
   {
     const STGIndex second_look(folder);
-    sweep_orphans(*index.m_state, *second_look.m_state, base, names, limit, useAccessTime);
+    sweep_orphans(*index.m_state, *second_look.m_state, base, orphans, {now, limit, useAccessTime});
   }
   return removed;
 }

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "index/entry_table.h"
 #include "platform/os/os.h"
@@ -80,6 +82,29 @@ class FolderFiles {
   EntryTable m_names;
   bool m_are_sure = false;  ///< an existence test finds all listed names
   std::string m_path;
+};
+
+/// Positions in a listing. FolderFiles::kNone stands for every file that the listing does not show.
+class EntrySet {
+ public:
+  bool empty() const { return m_is_empty; }
+  bool contains(std::size_t entry) const {
+    return entry == FolderFiles::kNone ? m_has_none : entry < m_has.size() && m_has[entry];
+  }
+  void insert(std::size_t entry) {
+    m_is_empty = false;
+    if (entry == FolderFiles::kNone) {
+      m_has_none = true;
+      return;
+    }
+    if (entry >= m_has.size()) m_has.resize(entry + 1);
+    m_has[entry] = true;
+  }
+
+ private:
+  std::vector<bool> m_has;
+  bool m_has_none = false;
+  bool m_is_empty = true;
 };
 
 /// Checks whether a path exists, like vu_file::exists() but without its trace scope.

@@ -4,6 +4,7 @@
 #include "index/index_source.h"
 #include "index/index_state.h"
 #include "platform/host/trace.h"
+#include "platform/os/os.h"
 #include "stg_index.h"
 
 // Changes of entries, in memory and in the files of the folder.
@@ -51,12 +52,19 @@ void trace_removal(const std::string& folder) {
   VU_TRACE_M("            folder : ", folder);
 }
 
-void remove_if_there(const std::string& path) {
+/// @return whether the file existed and is gone now.
+bool remove_if_there(const std::string& path) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  if (presence_of(path) == Presence::kMissing) return;
-  vu_file::chmodW(path);
-  vu_file::remove(path);
-  if (presence_of(path) != Presence::kMissing) VU_ERROR("STGIndex: removal of file failed: ", path);
+  // A missing file cannot be made writable.
+  if (!os::make_writable(path).ok()) {
+    if (presence_of(path) == Presence::kMissing) return false;
+    vu_file::chmodW(path);
+  }
+  // remove_file() fails for a folder.
+  if (!os::remove_file(path).ok() && vu_file::is_dir(path)) vu_file::remove(path);
+  if (presence_of(path) == Presence::kMissing) return true;
+  VU_ERROR("STGIndex: removal of file failed: ", path);
+  return false;
 }
 
 }  // namespace
@@ -72,7 +80,7 @@ void STGIndex::_remove(const std::string& logical, long timestamp) {
   const std::string path = m_folder + "\\" + file;
   m_state->file_changes(file);
   m_state->take(key);
-  remove_if_there(path);
+  if (remove_if_there(path)) m_state->file_is_gone(file);
   trace_removal(m_folder);
   m_needUpdate = true;
 }

@@ -125,11 +125,12 @@ std::int32_t parse_decimal(std::string_view text) {
 }
 
 std::string key_of(std::string_view logical, std::int32_t timestamp) {
-  char stamp[kStampLength + 1];
-  std::snprintf(stamp, sizeof stamp, "_%.10u", static_cast<unsigned>(timestamp));
   std::string key;
   key.reserve(logical.size() + kStampLength);
-  key.append(logical).append(stamp);
+  key.append(logical).append("_").append(kStampLength - 1, '0');
+  auto rest = static_cast<std::uint32_t>(timestamp);
+  for (std::size_t at = key.size(); rest != 0; rest /= 10)
+    key[--at] = static_cast<char>('0' + rest % 10);
   return key;
 }
 

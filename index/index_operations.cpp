@@ -19,6 +19,16 @@ using index_format::logical_of;
 
 namespace {
 
+/// Whether the text of the index mentions the extension of a category.
+bool may_name_a_category(const std::string& folder) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  vu_file file(folder, kIndexFile);
+  const std::optional<FileText> bytes = read_index(file, folder);
+  if (!bytes) return false;
+  std::string storage;
+  return replacement::text_of(bytes->view(), storage).find(".ctg") != std::string_view::npos;
+}
+
 /// Like vu_file::getExtension(), without its trace scope.
 std::string_view extension_without_dot(std::string_view name) {
   const std::string_view extension = index_format::extension_of(name);
@@ -144,6 +154,8 @@ void STGIndex::lpValues(const std::string& folder, NameMap& out) {
 void STGIndex::getCategories(const std::string& folder, NameMap& out) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   out.clear();
+  // Most folders have no category, and without adoption nothing else counts.
+  if (!synchronizes() && !may_name_a_category(folder)) return;
   const STGIndex index(folder);
   index.m_state->visit([&](std::string_view key, std::string_view stored) {
     const std::string_view logical = logical_of(key);

@@ -164,7 +164,7 @@ IndexReading::IndexReading(std::string_view index_text, FolderFiles& files) : te
 }
 
 IndexReading::IndexReading(std::string_view index_text, FolderFiles& files,
-                           const IndexReading& before, const std::set<std::size_t>& changed)
+                           const IndexReading& before, const EntrySet& changed)
     : text(index_text) {
   lines.reserve(before.lines.size() + before.lines.size() / 8);
   std::vector<std::size_t> doubtful;

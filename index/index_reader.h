@@ -116,7 +116,7 @@ struct IndexReading {
   /// reading ends there and sets any_runs_on.
   /// @param changed positions in the earlier listing: lines of these files are judged again.
   IndexReading(std::string_view index_text, FolderFiles& files, const IndexReading& before,
-               const std::set<std::size_t>& changed);
+               const EntrySet& changed);
   IndexReading(const IndexReading&) = delete;
   IndexReading& operator=(const IndexReading&) = delete;
 

@@ -34,10 +34,18 @@ void IndexState::load(FileText bytes) {
 // ---- entries -----------------------------------------------------------------------------------
 
 const IndexLine* IndexState::loaded_entry(std::string_view key) const {
+  // A walk over all entries looks for each a few times, then for the next one.
+  for (std::size_t i = m_last_found; i < m_entries.size() && i <= m_last_found + 1; ++i) {
+    if (m_entries[i].key != key) continue;
+    m_last_found = i;
+    return &m_entries[i];
+  }
   const auto at = std::lower_bound(
       m_entries.begin(), m_entries.end(), key,
       [](const IndexLine& line, std::string_view wanted) { return line.key < wanted; });
-  return at != m_entries.end() && at->key == key ? &*at : nullptr;
+  if (at == m_entries.end() || at->key != key) return nullptr;
+  m_last_found = static_cast<std::size_t>(at - m_entries.begin());
+  return &*at;
 }
 
 const IndexLine* IndexState::loaded_line(std::string_view stored) const {
@@ -109,7 +117,9 @@ const IndexLine* IndexState::unknown_line(const std::string& key) const {
 // ---- changes -----------------------------------------------------------------------------------
 
 IndexState::Changes::iterator IndexState::change_of_key(std::string_view key) {
-  const auto at = m_by_key.lower_bound(key);
+  // A walk over all entries changes them in the order of their keys.
+  const bool is_last = m_by_key.empty() || m_by_key.rbegin()->first < key;
+  const auto at = is_last ? m_by_key.end() : m_by_key.lower_bound(key);
   return at != m_by_key.end() && at->first == key ? at : m_by_key.emplace_hint(at, key, find(key));
 }
 
@@ -245,6 +255,12 @@ void IndexState::file_changes(const std::string& name) {
   if (!m_loaded || m_loaded->reading.lines.empty()) return;
   // kNone represents all files that are not in the listing.
   m_changed.insert(m_files->listed(name, m_files->ask(name)));
+}
+
+void IndexState::file_is_gone(const std::string& name) {
+  if (!m_loaded || m_loaded->reading.lines.empty()) return;
+  const std::size_t entry = m_files->listed(name, m_files->ask(name));
+  if (entry != FolderFiles::kNone) m_gone.insert(entry);
 }
 
 void IndexState::set_maps(const NameMap& by_key, const NameMap& by_stored_name) {

@@ -170,6 +170,10 @@ class IndexState {
   /// Call it before a file of the folder is removed or renamed. The save then judges again the
   /// lines that may lead to the file.
   void file_changes(const std::string& name);
+  /// The operation has removed a file, and has checked that it is gone.
+  void file_is_gone(const std::string& name);
+  /// Whether file_is_gone() was called for the file at this position in the listing.
+  bool is_gone(std::size_t entry) const { return m_gone.contains(entry); }
   /// Replaces both directions. For tests.
   void set_maps(const NameMap& by_key, const NameMap& by_stored_name);
 
@@ -212,13 +216,15 @@ class IndexState {
   using LinesByStoredName = std::unordered_map<std::string_view, const IndexLine*>;
   mutable std::optional<LinesByStoredName> m_lines_by_stored_name;
   mutable std::size_t m_searches = 0;
+  mutable std::size_t m_last_found = 0;  ///< position in m_entries
 
   Changes m_by_key;
   Changes m_by_stored_name;
   std::vector<Entry> m_erased;
   std::map<std::string, Making> m_made;  // by key
   std::map<std::string, IfItStays> m_files_to_remove;
-  std::set<std::size_t> m_changed;                // positions in the listing
+  EntrySet m_changed;                             // positions in the listing
+  EntrySet m_gone;                                // likewise
   std::set<std::string, std::less<>> m_doubtful;  // keys whose lines the save judges again
 };
 

@@ -175,7 +175,7 @@ class IndexSave {
     }
     read_what_is_on_disk(text, loaded);
     if (m_on_disk->unknown != 0) report_unknown_lines(*m_on_disk, m_state.folder());
-    m_is_listed = m_on_disk->is_listed && !m_on_disk->lines.empty();
+    m_is_listed = m_is_listed || (m_on_disk->is_listed && !m_on_disk->lines.empty());
     take_out_what_leads_to_files_to_remove();
     const EntriesByKey on_disk(*m_on_disk);
     for (const IndexLine* line : new_lines(on_disk.get())) merge_entry(*line);
@@ -246,12 +246,27 @@ class IndexSave {
     };
     dropped.erase(std::unique(dropped.begin(), dropped.end(), same_line), dropped.end());
 
-    m_is_listed = dropped.size() > kAskedSingly;
+    m_is_listed = m_is_listed || dropped.size() > kAskedSingly;
     for (const IndexLine* const line : dropped) {
+      if (is_gone_still(*line)) continue;
       const LineState state = judge(line->key, line->stored);
       if (state == LineState::kValid) merge_entry(*line);
       if (state == LineState::kUnknown) m_unknown.push_back(*line);
     }
+  }
+
+  /// Whether an entry that this operation removed is gone under the lock, too. Its file was gone
+  /// after the removal. Another process may have made it again, but only with the same name, which
+  /// the listing of this save shows. The stored name, which would make the line valid as well, is a
+  /// number, so the listing shows it as it is.
+  bool is_gone_still(const IndexLine& line) {
+    if (!m_is_listed || !m_state.is_gone(line.entry) || !line.has_extension) return false;
+    const auto is_shown = [&](std::string_view name) {
+      return m_files.listed(name, m_files.ask(name)) != FolderFiles::kNone;
+    };
+    const bool is_number = line.stored.find_first_not_of("0123456789") == std::string_view::npos;
+    return is_number && is_shown(kIndexFile) && !is_shown(line.stored) &&
+           !is_shown(m_state.files().entries()[line.entry].name);
   }
 
   void merge_entry(const IndexLine& line) {
@@ -287,12 +302,16 @@ class IndexSave {
   /// the keys of lines that may lead to a changed file.
   void find_doubtful() {
     m_doubtful.insert(m_state.m_doubtful.begin(), m_state.m_doubtful.end());
+    // Adopted files, for example: one listing costs less than a check for each.
+    m_is_listed = m_doubtful.size() > kAskedSingly;
     const IndexReading* loaded = m_state.loaded();
     if (loaded == nullptr || m_state.m_changed.empty()) return;
     for (const IndexLine& line : loaded->lines) {
       const bool may_lead_there =
           line.entry == FolderFiles::kNone || m_state.m_changed.contains(line.entry);
-      if (may_lead_there && line.state == LineState::kValid) m_doubtful.insert(line.key);
+      // Most texts are in order.
+      if (may_lead_there && line.state == LineState::kValid)
+        m_doubtful.insert(m_doubtful.end(), line.key);
     }
   }
 
@@ -300,7 +319,8 @@ class IndexSave {
     if (key.size() < index_format::kStampLength) return LineState::kNone;
     const std::string_view extension = index_format::extension_of(index_format::logical_of(key));
     LineState state = LineState::kMissing;
-    for (const std::string& name : {std::string(stored), std::string(stored).append(extension)}) {
+    // The likelier name first: a listing that shows it saves the check for the other one.
+    for (const std::string& name : {std::string(stored).append(extension), std::string(stored)}) {
       if (m_state.m_files_to_remove.contains(name)) continue;
       const Presence presence = m_is_listed ? m_files.find(name).presence : m_files.probe(name);
       if (presence == Presence::kThere) return LineState::kValid;

@@ -42,6 +42,29 @@ TEST_F(IndexCleaning, RemovesEveryEntryUnderTheLimitZero) {
   EXPECT_EQ(folder.index(), " ");
 }
 
+TEST_F(IndexCleaning, KeepsTheEntryOfAFileThatIsMadeAgainBeforeTheSave) {
+  // Somebody who had loaded the index before creates the entry again; or a file appears that bears
+  // the stored name alone.
+  for (const char* const again : {"00000003.kdc", "00000003"}) {
+    std::string text;
+    for (int i = 1; i <= 9; ++i) {
+      const std::string stored = "0000000" + std::to_string(i);
+      folder.write(stored + ".kdc");
+      text += "a" + std::to_string(i) + ".kdc_0000000001/" + stored + "\n";
+    }
+    folder.set_index(text);
+    {
+      // The first opening was that of the load.
+      const auto hook = os::faults::before(
+          Call::open, [&] { folder.write(again); }, 2);
+      EXPECT_EQ(clean(0), 9U);
+    }
+    EXPECT_EQ(folder.index(), "a3.kdc_0000000001/00000003\n");
+    EXPECT_EQ(folder.names(), (Texts{again, "index.dat"}));
+    folder.erase(again);
+  }
+}
+
 TEST_F(IndexCleaning, RemovesWhatIsOlderThanTheLimitAndReportsTheRest) {
   write_aged("00000001.kdc", 10);
   write_aged("00000002.kdc", 2 * kDay);

@@ -227,7 +227,6 @@ TEST_F(IndexRemove, IsContentWithAFileThatHasGone) {
     os::faults::reset();
     Peer::_remove(index, "a.kdb", 1);
     EXPECT_EQ(os::faults::calls(Call::remove_file), 0U);
-    EXPECT_EQ(os::faults::calls(Call::make_writable), 0U);
     EXPECT_TRUE(Peer::lp(index).empty());
   }
   EXPECT_EQ(folder.index(), " ");
