@@ -226,9 +226,9 @@ std::pair<UtfNames::const_iterator, UtfNames::const_iterator> with_prefix(const 
   return {first, last};
 }
 
-/// Removes the orphans: names that no entry accounts for, in @p own (the index as the operation
-/// loaded it) or in @p now (the index as it is now).
-/// @param orphans what @p own does not account for.
+/// Removes the orphans: names that neither index accounts for. @p own is the index as the operation
+/// loaded it, @p now is the index as it is now.
+/// @param orphans the names that @p own does not account for.
 void sweep_orphans(IndexState& own, const IndexState& now, const vu_utf8string& base,
                    const UtfNames& orphans, Limit limit) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);

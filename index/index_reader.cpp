@@ -46,8 +46,8 @@ LineState probe(std::string_view key, std::string_view stored, FolderFiles& file
   return probe(stored, extension_of_key(key), logical_of(key) == stored, files);
 }
 
-/// Judges a line whose likelier name is not in the listing: the physical name with the extension if
-/// has_extension is set, otherwise the physical name alone.
+/// Judges a line whose likelier file name is not in the listing. That is the physical name with the
+/// extension if has_extension is set, otherwise without.
 void find_otherwise(IndexLine& line, FolderFiles& files) {
   if (line.has_extension) line.entry = files.listed(line.stored, files.ask(line.stored));
   line.has_extension = false;

@@ -62,7 +62,8 @@ class IndexState {
 
   // ---- entries -------------------------------------------------------------------------------
 
-  /// The physical name of an entry; valid until that entry changes.
+  /// The physical name of an entry; nothing if the entry is missing, dangling or unknown. Valid
+  /// until that entry changes.
   std::optional<std::string_view> find(std::string_view key) const;
   /// The key to which a physical name leads; if several entries have that name, the key of the
   /// first one. Valid until that entry changes.

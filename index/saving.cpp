@@ -298,8 +298,8 @@ class IndexSave {
     return state;
   }
 
-  /// Collects the keys whose lines are judged again after the load: the keys of the operation, and
-  /// the keys of lines that may lead to a changed file.
+  /// Collects the keys whose lines are judged again after the load. These are the keys of the
+  /// operation, and the keys of lines that may lead to a changed file.
   void find_doubtful() {
     m_doubtful.insert(m_state.m_doubtful.begin(), m_state.m_doubtful.end());
     // Adopted files, for example: one listing costs less than a check for each.

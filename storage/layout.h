@@ -48,8 +48,8 @@ inline std::string root_of_parts(const std::string& document, const std::string&
   return document + "_" + stamp;
 }
 
-/// The folder of a rendition's kind below the root of the parts (empty: the root itself), and the
-/// folder of the rendition below that of its kind.
+/// The folder of a rendition's kind, relative to the root of the parts (empty: the root itself).
+/// Then the folder of the rendition, relative to that of its kind.
 struct RenditionFolders {
   std::string of_type;
   std::string of_parts;

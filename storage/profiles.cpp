@@ -43,8 +43,8 @@ long vu_storage::loadUserOrMasterProfile(const std::string& userOrDomain,
         const std::string& folder = roots().s_sConfigDirPath;
         if (!userOrDomain.empty()) {
           const long loaded = loadKey(userOrDomain, fileName, STG::UserFilesRepository, seq);
-          // Required: an empty name has no default here, and the result is 1. loadKey() returns 0
-          // for it: the path of an empty name is that of the owner's folder, which exists.
+          // Required: an empty name has no default here, and the result is 1. loadKey() returns 0,
+          // because the path of an empty name is that of the owner's folder, which exists.
           return fileName.empty() ? 1L : loaded;
         }
         std::string name = fileName;

@@ -57,8 +57,8 @@ class [[nodiscard]] Status {
 using Handle = std::int32_t;
 inline constexpr Handle kNoHandle = -1;
 
-/// A path on its way to the system. It borrows its string, which is narrow (the process's ANSI code
-/// page on Windows, bytes on POSIX systems) or wide (UTF-16).
+/// A path on its way to the system. It borrows its string, which must outlive it. The string is
+/// narrow (the process's ANSI code page on Windows, bytes on POSIX systems) or wide (UTF-16).
 class Path {
  public:
   // Implicit, so that a call takes either text as it is. NOLINTBEGIN(google-explicit-constructor)
@@ -315,8 +315,8 @@ Status remove_file(Path path);
 /// Renames a file or folder. Fails if the new name is taken, but succeeds onto itself.
 Status rename(Path from, Path to);
 /// Copies a file with its modification time and read-only state. Fails for a folder, onto itself,
-/// onto a read-only target and against the lock of another handle. The old target then stays, on
-/// POSIX systems also if the disk is full. A copy that fails later is removed. A target of another
+/// onto a read-only target and against the lock of another handle. On POSIX systems the old target
+/// then stays, also if the disk is full. Any other failure removes the copy. A target of another
 /// account may allow writing, but not setting the time. Then @p time (unless null) is kRefused.
 Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time = nullptr);
 

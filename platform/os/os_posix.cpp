@@ -262,8 +262,8 @@ class FileCopy {
     return result_of(::fchmod(m_target.get(), m_target_info.st_mode & kPermissions));
   }
 
-  /// Cuts an existing target, but first makes sure that the disk has room for the copy: either the
-  /// cut frees enough, or the space is reserved before.
+  /// Cuts an existing target, but first makes sure that the disk has room for the copy. Reserves
+  /// the space unless the cut frees enough.
   Status make_room() {
     constexpr ::off_t kBlock = 512;
     if (m_target_info.st_blocks * kBlock < m_source_info.st_size) {

@@ -13,7 +13,7 @@
 /// The table of the handles on POSIX systems.
 namespace os::posix {
 
-/// The open handles of the process.
+/// The open handles of the process. Any thread may call any member.
 ///
 /// A handle is a slot number with a generation in the higher bits. A copy of a handle can outlive
 /// the close, and the system may give a closed descriptor to the next file. A stale handle must not
