@@ -76,10 +76,10 @@ bool is_accounted_for(const STGIndex::NameMap& physical_names, const std::string
   return false;
 }
 
-/// What a clean removes: by which age, and by which time of a file.
+/// Which versions a clean removes.
 struct Limit {
   std::int64_t now = 0;
-  std::uint32_t age = 0;  ///< removes what is older; 0 for everything
+  std::uint32_t age = 0;  ///< removes versions that are older; 0 removes all
   bool use_access_time = false;
 };
 
@@ -89,13 +89,13 @@ std::size_t position_of(const IndexState& index, std::string_view name) {
   return files.listed(name, files.ask(name));
 }
 
-/// Decides which entries go, and reports the others with their ages.
+/// Decides which entries are removed, and reports the others with their ages.
 class Selection {
  public:
   Selection(const IndexState& index, const vu_utf8string& base, Limit limit, STGIndex::AgeMap& kept)
       : m_index(index), m_base(base), m_limit(limit), m_kept(kept) {}
 
-  /// The entries that go, in the order of their keys.
+  /// The entries to remove, in the order of their keys.
   std::vector<IndexState::Entry> out_of_date() {
     std::vector<IndexState::Entry> result;
     m_index.visit([&](std::string_view key, std::string_view stored) {
@@ -109,7 +109,7 @@ class Selection {
 
   /// Whether an entry stays. Checks the age of its file now, and reports an entry that stays.
   bool keeps(std::string_view key, std::string_view file) {
-    // Without a limit the age of an existing file decides nothing.
+    // With the limit 0 an existing file is removed at any age.
     if (m_limit.age == 0 && position_of(m_index, file) != FolderFiles::kNone) return false;
     std::string path;
     path.reserve(m_base.size() + file.size());
@@ -149,7 +149,7 @@ class Names {
   Names(const Names&) = delete;
   Names& operator=(const Names&) = delete;
 
-  /// Everything but plain files, sorted: sub-part folders are among these names.
+  /// The names that are not plain files, sorted. Sub-part folders are among them.
   UtfNames possible_folders() const {
     UtfNames result;
     for (const os::Entry entry : *m_entries) {
@@ -159,7 +159,7 @@ class Names {
     return result;
   }
 
-  /// What no entry of the index accounts for now. Without the index files, and without files that
+  /// The names that no entry of the index accounts for, except the index files and the files that
   /// this operation has removed.
   UtfNames orphans() const {
     std::vector<bool> is_known = files_of_entries();
@@ -177,8 +177,8 @@ class Names {
   }
 
  private:
-  /// Whether narrow names are the same bytes in UTF-8. Windows lists a "?" for a character that has
-  /// no narrow form.
+  /// Whether narrow names are the same bytes in UTF-8. A "?" is not plain: Windows lists it for a
+  /// character that has no narrow form.
   static bool is_plain(std::string_view text) {
     return std::all_of(text.begin(), text.end(),
                        [](char c) { return static_cast<unsigned char>(c) < 0x80 && c != '?'; });
@@ -292,7 +292,7 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
     cleanOutputDirectories(base, UtfNames(first, last), file, nullptr);
   }
 
-  // Without an orphan the second look would change nothing. It must adopt what this one adopted.
+  // Without an orphan the second load changes nothing, unless it adopts what this load adopted.
   const bool is_known = !index.m_state->has_unknown_lines();
   const UtfNames orphans = limit != 0 && is_known ? names.orphans() : UtfNames();
   if (is_known && !has_adopted && orphans.empty()) return removed;

@@ -84,7 +84,7 @@ class FolderFiles {
   std::string m_path;
 };
 
-/// Positions in a listing. FolderFiles::kNone stands for every file that the listing does not show.
+/// A set of positions in a listing. FolderFiles::kNone represents all files that are not listed.
 class EntrySet {
  public:
   bool empty() const { return m_is_empty; }

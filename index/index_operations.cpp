@@ -19,7 +19,7 @@ using index_format::logical_of;
 
 namespace {
 
-/// Whether the text of the index mentions the extension of a category.
+/// Whether the text of the index contains the extension of category files.
 bool may_name_a_category(const std::string& folder) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   vu_file file(folder, kIndexFile);
@@ -154,7 +154,7 @@ void STGIndex::lpValues(const std::string& folder, NameMap& out) {
 void STGIndex::getCategories(const std::string& folder, NameMap& out) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   out.clear();
-  // Most folders have no category, and without adoption nothing else counts.
+  // Most folders have no category file. With synchronisation on, the load could adopt one.
   if (!synchronizes() && !may_name_a_category(folder)) return;
   const STGIndex index(folder);
   index.m_state->visit([&](std::string_view key, std::string_view stored) {

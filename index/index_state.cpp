@@ -34,7 +34,7 @@ void IndexState::load(FileText bytes) {
 // ---- entries -----------------------------------------------------------------------------------
 
 const IndexLine* IndexState::loaded_entry(std::string_view key) const {
-  // A walk over all entries looks for each a few times, then for the next one.
+  // A clean looks up each entry a few times, then the next one: try these two first.
   for (std::size_t i = m_last_found; i < m_entries.size() && i <= m_last_found + 1; ++i) {
     if (m_entries[i].key != key) continue;
     m_last_found = i;
@@ -117,7 +117,7 @@ const IndexLine* IndexState::unknown_line(const std::string& key) const {
 // ---- changes -----------------------------------------------------------------------------------
 
 IndexState::Changes::iterator IndexState::change_of_key(std::string_view key) {
-  // A walk over all entries changes them in the order of their keys.
+  // A clean changes entries in the order of their keys: try the end first.
   const bool is_last = m_by_key.empty() || m_by_key.rbegin()->first < key;
   const auto at = is_last ? m_by_key.end() : m_by_key.lower_bound(key);
   return at != m_by_key.end() && at->first == key ? at : m_by_key.emplace_hint(at, key, find(key));

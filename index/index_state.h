@@ -171,7 +171,7 @@ class IndexState {
   /// Call it before a file of the folder is removed or renamed. The save then judges again the
   /// lines that may lead to the file.
   void file_changes(const std::string& name);
-  /// The operation has removed a file, and has checked that it is gone.
+  /// Notes that the operation has removed a file, and has checked that it is gone.
   void file_is_gone(const std::string& name);
   /// Whether file_is_gone() was called for the file at this position in the listing.
   bool is_gone(std::size_t entry) const { return m_gone.contains(entry); }
@@ -225,7 +225,7 @@ class IndexState {
   std::map<std::string, Making> m_made;  // by key
   std::map<std::string, IfItStays> m_files_to_remove;
   EntrySet m_changed;                             // positions in the listing
-  EntrySet m_gone;                                // likewise
+  EntrySet m_gone;                                // positions in the listing
   std::set<std::string, std::less<>> m_doubtful;  // keys whose lines the save judges again
 };
 

@@ -255,10 +255,10 @@ class IndexSave {
     }
   }
 
-  /// Whether an entry that this operation removed is gone under the lock, too. Its file was gone
-  /// after the removal. Another process may have made it again, but only with the same name, which
-  /// the listing of this save shows. The stored name, which would make the line valid as well, is a
-  /// number, so the listing shows it as it is.
+  /// Whether the file of a removed entry is still gone. The operation checked that after the
+  /// removal. If another process has created the file again, the listing of this save shows its
+  /// name. A file with only the physical name would make the line valid, too. That name is a number
+  /// here, so the listing shows it exactly.
   bool is_gone_still(const IndexLine& line) {
     if (!m_is_listed || !m_state.is_gone(line.entry) || !line.has_extension) return false;
     const auto is_shown = [&](std::string_view name) {
@@ -302,14 +302,14 @@ class IndexSave {
   /// operation, and the keys of lines that may lead to a changed file.
   void find_doubtful() {
     m_doubtful.insert(m_state.m_doubtful.begin(), m_state.m_doubtful.end());
-    // Adopted files, for example: one listing costs less than a check for each.
+    // Example: after an adoption one listing costs less than a check of each file.
     m_is_listed = m_doubtful.size() > kAskedSingly;
     const IndexReading* loaded = m_state.loaded();
     if (loaded == nullptr || m_state.m_changed.empty()) return;
     for (const IndexLine& line : loaded->lines) {
       const bool may_lead_there =
           line.entry == FolderFiles::kNone || m_state.m_changed.contains(line.entry);
-      // Most texts are in order.
+      // Most texts are in order, so the end is the place of the key.
       if (may_lead_there && line.state == LineState::kValid)
         m_doubtful.insert(m_doubtful.end(), line.key);
     }
@@ -319,7 +319,7 @@ class IndexSave {
     if (key.size() < index_format::kStampLength) return LineState::kNone;
     const std::string_view extension = index_format::extension_of(index_format::logical_of(key));
     LineState state = LineState::kMissing;
-    // The likelier name first: a listing that shows it saves the check for the other one.
+    // The likelier name comes first: if it exists, the other one is not checked.
     for (const std::string& name : {std::string(stored).append(extension), std::string(stored)}) {
       if (m_state.m_files_to_remove.contains(name)) continue;
       const Presence presence = m_is_listed ? m_files.find(name).presence : m_files.probe(name);
