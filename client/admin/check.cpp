@@ -13,115 +13,112 @@ using enum Severity;
 
 constexpr std::array<FindingKind, kCodes> kKinds = {{
     {Code::kLineWithoutFile, "line-without-file", kWarning,
-     "a line of index.dat names a file that is not there; readers pass over it and the next "
-     "rewrite drops it",
-     "restore the file, or let the next write drop the line"},
+     "dangling entry: its file is missing. Readers skip it, and the next save drops it",
+     "restore the file, or let the next save drop the entry"},
     {Code::kFileWithoutLine, "file-without-line", kWarning,
-     "no line of index.dat names this file; with synchronisation on it is adopted under its own "
-     "name, a sweep removes it",
+     "orphan: no entry of index.dat names this file. With synchronisation on, the library adopts "
+     "it under its own name; a sweep removes it",
      "adopt it with sync, or remove it"},
     {Code::kDuplicateKey, "duplicate-key", kError,
-     "two lines have the same key; only the first counts", "let the index be rewritten"},
+     "two lines of index.dat have the same key. Only the first one is valid",
+     "rewrite the index with repair"},
     {Code::kDuplicatePhysicalName, "duplicate-physical-name", kError,
-     "two entries share one physical name; removing one takes the other's data",
-     "store one of the documents anew"},
+     "two entries have the same file. Removing one entry removes the data of the other",
+     "store one of the two documents again"},
     {Code::kMalformedLine, "malformed-line", kError,
-     "a line of index.dat is none; readers pass over it", "let the index be rewritten"},
+     "a line of index.dat is not a valid entry. Readers skip it", "rewrite the index with repair"},
     {Code::kUnorderedLines, "unordered-lines", kInfo,
-     "the lines of index.dat do not ascend by their keys, as the library writes them",
-     "nothing has to be done; the next write orders them"},
+     "the lines of index.dat are not sorted by key. The library sorts them when it writes",
+     "nothing to do: the next save sorts them"},
     {Code::kEmptyIndex, "empty-index", kError,
-     "index.dat has no bytes, or zeros alone, which the library never leaves: a writer was stopped "
-     "half-way, "
-     "and the names are lost",
-     "restore index.dat before anything writes to the folder"},
-    {Code::kMissingIndex, "missing-index", kWarning, "the folder holds files and no index.dat",
-     "adopt them with sync"},
-    {Code::kUnreadableIndex, "unreadable-index", kError, "index.dat could not be read",
-     "look at its permissions and at the disk"},
+     "index.dat has no bytes, or only zeros. The library never leaves it so: a writer was "
+     "interrupted, and the logical names are lost",
+     "restore index.dat before any program writes to the folder"},
+    {Code::kMissingIndex, "missing-index", kWarning, "the folder has files but no index.dat",
+     "adopt the files with sync"},
+    {Code::kUnreadableIndex, "unreadable-index", kError, "index.dat cannot be read",
+     "check its permissions and the disk"},
     {Code::kCounterBehind, "counter-behind", kWarning,
-     "files bear higher generated numbers than the counter; a new document could get the name of "
-     "a file that no line mentions",
-     "set the counter file to the highest number"},
+     "a file has a higher number than the counter. A new document could get the name of an orphan",
+     "set the counter to the highest number"},
     {Code::kCounterUnreadable, "counter-unreadable", kWarning,
-     "the counter holds no number above or equal to 0; the next name is 00000000",
-     "set the counter file to the highest number"},
+     "the counter does not contain a number of 0 or more. The next file is named 00000000",
+     "set the counter to the highest number"},
     {Code::kWrongBucket, "wrong-bucket", kError,
-     "the entry lies in another hash bucket than its name leads to, so it is never found",
+     "the entry is in another bucket than its logical name requires. No reader finds it",
      "move it to its bucket"},
     {Code::kShadowedName, "shadowed-name", kWarning,
-     "a plain file or folder bears the logical name of the entry; the library serves that one, "
-     "whatever the timestamp",
-     "rename or remove the plain file"},
+     "a file or folder has the entry's logical name as its own name. The library serves that file "
+     "instead of the entry, for every timestamp",
+     "rename or remove that file"},
     {Code::kUnreachableTimestamp, "unreachable-timestamp", kWarning,
-     "reading looks this name up at timestamp 0 alone, so this version is never served",
+     "readers look for this name only at timestamp 0, so they never find this version",
      "store it at timestamp 0"},
     {Code::kPartsWithoutDocument, "parts-without-document", kWarning,
-     "a sub-part folder whose document is gone", "remove it, or let a sweep do so"},
+     "a folder of sub-parts whose document is missing", "remove it, or let a sweep remove it"},
     {Code::kPreloadNewer, "preload-newer", kInfo,
-     "the preload copy is newer than the part; the next reading replaces the part",
-     "nothing has to be done"},
+     "the preload copy is newer than the sub-part. The next read replaces the sub-part",
+     "nothing to do"},
     {Code::kDanglingKeyLine, "dangling-key-line", kWarning,
-     "a line of attribut.txt names a document that the folder does not have", "remove the line"},
+     "a line of attribut.txt names a document that the folder does not contain", "remove the line"},
     {Code::kDanglingCategoryLine, "dangling-category-line", kWarning,
-     "a line of a category file names a document that the folder does not have", "remove the line"},
+     "a line of a category file names a document that the folder does not contain",
+     "remove the line"},
     {Code::kEmptyDocument, "empty-document", kWarning,
-     "a document without a byte: it was made and never written, or its writer was stopped",
+     "a document with no bytes: its writer has not written yet, or was interrupted",
      "fetch it again"},
     {Code::kCaseCollision, "case-collision", kInfo,
-     "two names differ in letter case only; Windows takes them for one", "rename one of them"},
-    {Code::kNotPortableName, "not-portable-name", kInfo, "a name that not every system can keep",
-     "rename it"},
+     "two names differ only in letter case. On Windows they are the same name",
+     "rename one of them"},
+    {Code::kNotPortableName, "not-portable-name", kInfo,
+     "a name that is not allowed on every system", "rename it"},
     {Code::kUnsafeName, "unsafe-name", kWarning,
-     "a logical name that leads out of its folder or matches others when it is used as a path",
+     "a logical name that, used as a path, leaves its folder or matches other files",
      "store the document under another name"},
     {Code::kPathNearLimit, "path-near-limit", kWarning,
-     "a path close to the longest one, or a name close to the longest name, that the system takes",
+     "the path or the name is almost as long as the system allows",
      "move the tree nearer to the root, or shorten the name"},
     {Code::kLockNotObtained, "lock-not-obtained", kError,
-     "another process held index.dat until time was out; the folder was not checked",
-     "ask locks who it is, and check again"},
+     "another process held the lock on index.dat for too long. The folder was not checked",
+     "find the process with 'stgctl locks', and check again"},
     {Code::kLinkInTree, "link-in-tree", kWarning,
-     "a link; what it leads to is not looked at here, but the library follows it",
-     "replace it by what it leads to"},
-    {Code::kStrayItem, "stray-item", kInfo, "something that the layout does not have at this place",
-     "look what it is, and move it away"},
-    {Code::kUnreadableFolder, "unreadable-folder", kError, "a folder could not be listed",
-     "look at its permissions and at the disk"},
+     "a link. The library follows it; this check does not", "replace the link by its target"},
+    {Code::kStrayItem, "stray-item", kInfo, "something that does not belong at this place",
+     "find out what it is, and move it away"},
+    {Code::kUnreadableFolder, "unreadable-folder", kError, "the folder cannot be listed",
+     "check its permissions and the disk"},
     {Code::kEntryWithoutFile, "entry-without-file", kWarning,
-     "a line of index.dat counts, since its physical name with or without the extension is there, "
-     "but the entry's file is the other of the two; reading it finds nothing",
-     "store the document anew, or remove the entry"},
+     "the entry is valid, but readers do not find its file. A file exists under the physical name "
+     "with the extension or without it, and readers look for the other one",
+     "store the document again, or remove the entry"},
     {Code::kUnknownLine, "unknown-line", kWarning,
-     "the system does not tell whether the file of a line is there; readers pass over the line, "
-     "writers keep it, and nothing is adopted or swept beside it",
-     "look at the permissions and at the disk on the way to the file"},
+     "unknown entry: the system could not check whether its file exists. Readers skip it, saves "
+     "keep it, and nothing in the folder is adopted or swept",
+     "check the permissions on the path to the file, and the disk"},
     {Code::kInterruptedSave, "interrupted-save", kInfo,
-     "a save of index.dat was interrupted when the new text was safe behind the old one; the new "
-     "text counts",
-     "nothing has to be done; the next write completes it"},
+     "a save of index.dat was interrupted after the new text was safe. Readers use the new text",
+     "nothing to do: the next writer completes the save"},
     {Code::kCounterUnusable, "counter-unusable", kError,
-     "the counter cannot be written, so that every new document of the folder gets the same file, "
-     "99999999",
-     "make it a plain file that may be written, or remove it"},
+     "the counter cannot be written. Every new document of the folder gets the same file, 99999999",
+     "make it a writable plain file, or remove it"},
     {Code::kNotWritable, "not-writable", kError,
-     "whoever runs the check cannot write here; nothing new can be stored, and nothing removed",
-     "look at the permissions; run the check as the programs do"},
+     "the user who runs the check cannot write here, so nothing can be stored or removed",
+     "check the permissions, or run the check as the user of the programs"},
     {Code::kMissingArea, "missing-area", kError,
-     "the folder of an area is not there, with all that was in it",
-     "bring it back from a backup; 'init' makes an empty one"},
+     "the folder of an area is missing, and with it all its content",
+     "restore it from a backup; 'stgctl init' creates an empty one"},
     {Code::kDocumentReplaced, "document-replaced", kError,
-     "something that is no file stands in the place of a document",
-     "move it away, and bring the document back from a backup"},
+     "a document's path leads to something that is not a file",
+     "move it away, and restore the document from a backup"},
     {Code::kFolderReplaced, "folder-replaced", kError,
-     "a file stands in the place of a document folder; nothing of that folder is served",
-     "move the file away, and bring the folder back from a backup"},
+     "a file is where a document folder should be. No document of that folder can be read",
+     "move the file away, and restore the folder from a backup"},
     {Code::kKeyFileWithoutLine, "key-file-without-line", kInfo,
-     "a key file that no line of index.dat names: programs that address it by its path find it",
-     "nothing has to be done; sync gives it an entry"},
+     "a key file that no entry of index.dat names. Programs find it by its path",
+     "nothing to do; sync creates an entry for it"},
     {Code::kUnfinishedFile, "unfinished-file", kWarning,
-     "a file or folder that this program had begun when it was killed; nothing else uses it",
-     "let repair move it away; while an import runs, wait for its end"},
+     "a file or folder that stgctl left when it was killed. Nothing uses it",
+     "move it away with repair; if an import is running, wait for its end first"},
 }};
 
 constexpr bool is_in_order() {
@@ -175,8 +172,8 @@ class CheckVisitor final : public Visitor {
     if (kind == sys::Kind::kFile && area == Area::kDocs && is_bucket_name(name))
       return tell(Code::kFolderReplaced, area, path, "");
     std::string what = "neither a file nor a folder";
-    if (kind == sys::Kind::kFile) what = "a file where only folders are expected";
-    if (kind == sys::Kind::kFolder) what = "a folder whose name is no bucket's";
+    if (kind == sys::Kind::kFile) what = "a file where only folders belong";
+    if (kind == sys::Kind::kFolder) what = "a folder whose name is not the name of a bucket";
     tell(is_link ? Code::kLinkInTree : Code::kStrayItem, area, path, is_link ? "" : what);
   }
 
@@ -217,7 +214,7 @@ CheckSummary check(const Tree& tree, const CheckOptions& options, const FindingS
   CheckSummary summary;
   CheckOptions asked = options;
   const bool is_read_only = sys::file_system_of(tree.storage).is_read_only;
-  // Told once, instead of for each folder.
+  // Reported once instead of for each folder.
   if (is_read_only) asked.ask_writable = false;
   CheckVisitor visitor(asked, summary, sink);
   if (is_read_only && options.ask_writable) visitor.read_only(tree.storage);
