@@ -46,11 +46,11 @@ LockProof try_on(const std::string& path, std::string& detail) {
     return LockProof::kFailed;
   }
   if (const os::Status locked = first.lock(os::kLockExclusive); !locked.ok()) {
-    detail = "no lock at all: " + sys::text_of(locked);
+    detail = "cannot lock a file: " + sys::text_of(locked);
     return LockProof::kFailed;
   }
   if (second.lock(0).ok()) {
-    detail = "a shared lock was given beside an exclusive one";
+    detail = "a shared lock was granted while another handle had an exclusive lock";
     return LockProof::kDoNotExclude;
   }
   if (const os::Status freed = first.unlock(); !freed.ok()) {
@@ -61,7 +61,7 @@ LockProof try_on(const std::string& path, std::string& detail) {
     detail = "two shared locks exclude each other";
     return LockProof::kFailed;
   }
-  detail = "an exclusive lock keeps others out, shared locks go together";
+  detail = "an exclusive lock excludes all others; shared locks are granted together";
   return LockProof::kExclude;
 }
 

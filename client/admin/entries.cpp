@@ -52,7 +52,7 @@ class EntryVisitor final : public Visitor {
   void failed(const std::string& path, const os::Status& status) override {
     ++m_failures.folders;
     const bool locked = status.failure() == os::Failure::kLocked;
-    m_failed(path, locked ? "another process holds it locked" : sys::text_of(status));
+    m_failed(path, locked ? "another process has locked it" : sys::text_of(status));
   }
 
   const EntryFailures& failures() const { return m_failures; }
@@ -165,8 +165,8 @@ EntryFailures for_each_entry(const Tree& tree, const EntryQuery& query, const En
 
 namespace {
 
-constexpr const char* kLink = "a link, which is not followed";
-constexpr const char* kUnfinished = "unfinished: it was begun by this program, which was killed";
+constexpr const char* kLink = "a link: stgctl does not follow it";
+constexpr const char* kUnfinished = "unfinished: stgctl was killed while it wrote this";
 
 /// The document folders, sorted; what lies beside them goes to the sink at once.
 class FolderCollector final : public Visitor {
@@ -179,7 +179,7 @@ class FolderCollector final : public Visitor {
     return true;
   }
   void stray(Area, const std::string& path, sys::Kind) override {
-    m_sink.left_out(path, "it lies where the layout has nothing of its kind");
+    m_sink.left_out(path, "it does not belong at this place");
   }
   void failed(const std::string& path, const os::Status& status) override {
     ++m_failures.folders;
@@ -246,7 +246,7 @@ class Inventory {
     ++m_failures.folders;
     const bool locked = status.failure() == os::Failure::kLocked;
     m_failures.lock_missed |= locked;
-    m_sink.failed(location, locked ? "another process holds it locked" : sys::text_of(status));
+    m_sink.failed(location, locked ? "another process has locked it" : sys::text_of(status));
   }
 
   bool load(const DocumentFolder& folder) {
@@ -269,7 +269,7 @@ class Inventory {
       if (line.verdict == Verdict::kUnknown) {
         ++m_failures.folders;
         m_sink.failed(m_view.path_of(line.stored),
-                      "the system does not tell whether the file of an entry is there");
+                      "unknown entry: the system could not check whether its file exists");
       }
       if (line.verdict != Verdict::kEntry || !line.has_file) continue;
       m_versions.push_back({std::string(line.logical),
@@ -306,7 +306,7 @@ class Inventory {
       } else if (name.kind == sys::Kind::kLink && !m_lint.is_claimed(listed)) {
         m_sink.left_out(m_view.path_of(name.text), kLink);
       } else if (!m_lint.is_claimed(listed)) {
-        m_sink.left_out(m_view.path_of(name.text), "no index names it");
+        m_sink.left_out(m_view.path_of(name.text), "orphan: no entry names it");
       }
     }
     for (Version& version : m_versions)
@@ -338,7 +338,7 @@ class Inventory {
       // Gone since the index was read.
       if (m_holding.info.kind == sys::Kind::kMissing) continue;
       if (m_holding.info.kind != sys::Kind::kFile) {
-        m_sink.left_out(m_holding.location, "an entry whose file is no plain file");
+        m_sink.left_out(m_holding.location, "the entry's file is not a plain file");
         continue;
       }
       if (!m_sink.holding(m_holding)) return false;
@@ -352,9 +352,9 @@ class Inventory {
 
   const char* why_out_of_reach(const Version& version) const {
     if (m_holding.area == Area::kDocs && bucket_of(version.name) != m_holding.bucket)
-      return "it lies in another bucket than its name leads to";
+      return "it is in another bucket than its name requires";
     if (index_format::key_of(version.name, version.timestamp) != version.key)
-      return "its key in the index is none that the library writes";
+      return "its key in the index does not have the form that the library writes";
     return nullptr;
   }
 
@@ -384,7 +384,7 @@ class Inventory {
         continue;
       }
       if (child.kind != sys::Kind::kFile) {
-        m_sink.left_out(location, child.kind == sys::Kind::kLink ? kLink : "no plain file");
+        m_sink.left_out(location, child.kind == sys::Kind::kLink ? kLink : "not a plain file");
         continue;
       }
       m_holding.path = child_path;

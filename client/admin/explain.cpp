@@ -27,7 +27,7 @@ void tell_holders(Steps& steps, const Tree& tree, const std::string& path, bool 
   const std::string wanted = sys::absolute(path);
   for (const sys::HeldLock& lock : locks) {
     if (lock.path != wanted || (exclusive_only && !lock.is_exclusive)) continue;
-    steps.note("lock", "a process holds the file; opening it waits until that ends",
+    steps.note("lock", "a process has locked the file; opening it waits until the lock is released",
                {{"process", std::to_string(lock.process)},
                 {"command", lock.command},
                 {"lock", lock.is_exclusive ? "exclusive" : "shared"}});
@@ -39,7 +39,7 @@ bool opens_for_reading(Steps& steps, const Tree& tree, const std::string& path) 
   if (!opened.ok())
     return steps.no("open", "the file cannot be opened: " + sys::text_of(opened), {{"path", path}});
   tell_holders(steps, tree, path, true);
-  return steps.yes("open", "the file opens for reading", {{"path", path}});
+  return steps.yes("open", "the file can be opened for reading", {{"path", path}});
 }
 
 bool read_steps(Steps& steps, const Tree& tree, const Request& request, Explanation& result) {
@@ -49,27 +49,28 @@ bool read_steps(Steps& steps, const Tree& tree, const Request& request, Explanat
   const std::int32_t asked = by_version ? request.timestamp : 0;
   steps.note(
       "lookup-rule",
-      by_version ? "a corporate .kdf document: its exact timestamp is looked up"
-                 : "only corporate .kdf documents have versions: timestamp 0 is looked up",
+      by_version ? "a corporate .kdf document: the library looks for exactly this timestamp"
+                 : "only corporate .kdf documents have versions: the library looks for timestamp 0",
       {{"timestamp", std::to_string(asked)}, {"requested", std::to_string(request.timestamp)}});
   if (!steps.lookup(asked)) return false;
 
   result.path = steps.path();
   const std::int32_t found = Steps::time_of(result.path);
   if (found == 0)
-    return steps.no("file-time", "the file's modification time is 0, which counts as missing",
+    return steps.no("file-time",
+                    "the file's modification time is 0, so the library treats the file as missing",
                     {{"path", result.path}});
   steps.note("file-time", "the file's modification time", {{"found", shown_time(found)}});
 
   if (request.area != Area::kDocs || by_version) {
-    steps.note("age", "its age does not matter for this kind of document");
+    steps.note("age", "the library ignores the age of this kind of document");
   } else if (found < request.timestamp) {
     return steps.no("age", "the file is older than the requested timestamp",
                     {{"found", shown_time(found)},
                      {"requested", shown_time(request.timestamp)},
                      {"missing_seconds", std::to_string(std::int64_t{request.timestamp} - found)}});
   } else {
-    steps.yes("age", "the file is at least as new as requested",
+    steps.yes("age", "the file is at least as new as the requested timestamp",
               {{"found", shown_time(found)}, {"requested", shown_time(request.timestamp)}});
   }
   return opens_for_reading(steps, tree, result.path);
@@ -80,7 +81,7 @@ bool read_steps(Steps& steps, const Tree& tree, const Request& request, Explanat
 void tell_removals(Steps& steps, const Request& request, const std::string& path) {
   if (request.area == Area::kUser) {
     for (const std::string& category : steps.names_with_extension(".ctg"))
-      steps.note("category", "lines that mention the entry would be cut from a category file",
+      steps.note("category", "lines that name the entry would be removed from a category file",
                  {{"category", category}});
   }
   if (request.area != Area::kDocs) return;
@@ -92,10 +93,10 @@ void tell_removals(Steps& steps, const Request& request, const std::string& path
 bool may_write(Steps& steps, const Tree& tree, const std::string& path) {
   const sys::Info info = sys::describe(path);
   if (info.kind == sys::Kind::kFolder)
-    return steps.no("open", "a folder stands where the file would be", {{"path", path}});
+    return steps.no("open", "a folder is in the place of the file", {{"path", path}});
   if (info.is_read_only) return steps.no("open", "the file is read-only", {{"path", path}});
   tell_holders(steps, tree, path, false);
-  return steps.yes("open", "the file would be opened and cut", {{"path", path}});
+  return steps.yes("open", "the file would be opened and truncated", {{"path", path}});
 }
 
 bool write_steps(Steps& steps, const Tree& tree, const Request& request, Explanation& result) {
@@ -119,7 +120,7 @@ bool write_steps(Steps& steps, const Tree& tree, const Request& request, Explana
   }
   result.path = steps.path();
   if (!request.replace)
-    return steps.no("replace", "the version exists and replacing was not asked for",
+    return steps.no("replace", "the version exists, and the request does not allow replacing it",
                     {{"path", result.path}});
   steps.yes("replace", "the version exists and would be replaced", {{"path", result.path}});
   tell_removals(steps, request, result.path);
@@ -140,7 +141,8 @@ bool find_document(Steps& steps, const Request& request, Explanation& result) {
     return true;
   }
   result.code = -1;
-  return steps.no("document-time", "the document's modification time is 0: it has to be fetched",
+  return steps.no("document-time",
+                  "the document's modification time is 0: the document must be fetched",
                   {{"path", steps.path()}});
 }
 
@@ -157,7 +159,9 @@ bool decide(Steps& steps, const std::string& part, const std::string& preload,
                                {"document", shown_time(document_time)}};
   if (part_time < preload_time) {
     result.code = 1;
-    steps.yes("times", "the preload copy is newer than the part: it is copied over it first",
+    steps.yes("times",
+              "the preload copy is newer than the sub-part: the library first replaces the "
+              "sub-part by the copy",
               times);
     result.path = part;
     return true;
@@ -165,12 +169,12 @@ bool decide(Steps& steps, const std::string& part, const std::string& preload,
   if (part_time >= document_time) {
     result.code = 0;
     result.path = part;
-    return steps.yes("times", "the part is at least as new as the document", times);
+    return steps.yes("times", "the sub-part is at least as new as the document", times);
   }
   result.code = 2;
   return steps.no("times",
-                  part_time == 0 ? "there is neither the part nor a preload copy of it"
-                                 : "the part is older than the document",
+                  part_time == 0 ? "both the sub-part and its preload copy are missing"
+                                 : "the sub-part is older than the document",
                   times);
 }
 
@@ -182,24 +186,24 @@ bool part_steps(Steps& steps, const Tree& tree, const Request& request, Explanat
   result.code = 2;
   const std::string root = layout::root_of_parts(steps.path(), request.stamp);
   if (!vu_file::exists(root))
-    return steps.no("parts-root", "the document has no folder of parts for this stamp",
+    return steps.no("parts-root", "the document has no sub-part folder for this stamp",
                     {{"path", root}, {"stamp", request.stamp}});
-  steps.yes("parts-root", "the document's folder of parts is there", {{"path", root}});
+  steps.yes("parts-root", "the document's sub-part folder exists", {{"path", root}});
 
   const layout::RenditionFolders below = layout::folders_to_read(request.rendition);
   const std::string of_type = below.of_type.empty() ? root : sys::join(root, below.of_type);
   const std::string folder = sys::join(of_type, below.of_parts);
-  steps.note("rendition", "where parts of this rendition are read",
+  steps.note("rendition", "the folder from which sub-parts of this rendition are read",
              {{"rendition", request.rendition}, {"path", folder}});
   if (below.of_type.empty() && request.rendition.find('@') != std::string::npos)
     steps.note("odd-rendition",
-               "writing splits this selector at its \"@\" into two folders, reading does not: what "
-               "is written is not found");
+               "a write splits this selector at its \"@\" into two folders, a read does not: "
+               "readers do not find what was written");
 
   const std::string part = sys::join(folder, request.part);
   if (index_format::extension_of(request.entry) == ".kdf") {
     result.code = 0;
-    steps.yes("kind", "parts of .kdf documents are served as they are", {{"path", part}});
+    steps.yes("kind", "sub-parts of .kdf documents are served as they are", {{"path", part}});
     result.path = part;
     return opens_for_reading(steps, tree, part);
   }

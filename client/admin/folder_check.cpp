@@ -105,7 +105,7 @@ bool FolderCheck::check_index_state() {
       if (m_view.has_interrupted_save())
         found(Code::kInterruptedSave, index_format::kIndexFile,
               std::to_string(m_view.index_text().size()) + " bytes of text in a file of " +
-                  std::to_string(m_view.index_bytes().size()));
+                  std::to_string(m_view.index_bytes().size()) + " bytes");
       return true;
   }
 }
@@ -117,13 +117,13 @@ void FolderCheck::check_lines() {
   LintedLine line;
   while (m_lint.next(line)) check_line(line);
   if (const std::size_t count = m_lint.unordered_lines(); count != 0)
-    found(Code::kUnorderedLines, index_format::kIndexFile, std::to_string(count) + " of them");
+    found(Code::kUnorderedLines, index_format::kIndexFile, std::to_string(count) + " out of order");
 }
 
 void FolderCheck::check_line(const LintedLine& line) {
   if (line.has_zeros && line.verdict != Verdict::kUnknown) {
     found(Code::kMalformedLine, line.raw.substr(0, std::min<std::size_t>(80, line.raw.find('\0'))),
-          "it holds zeros, where other lines may have stood", line.number);
+          "it contains zeros, possibly in place of other lines", line.number);
     return;
   }
   switch (line.verdict) {
@@ -139,15 +139,15 @@ void FolderCheck::check_line(const LintedLine& line) {
       break;
     case Verdict::kDuplicateKey:
       found(Code::kDuplicateKey, line.key,
-            "physical name " + in_quotes(line.stored) + ", first in line " +
+            "physical name " + in_quotes(line.stored) + ", same key as line " +
                 std::to_string(line.same_key_as),
             line.number);
       break;
     case Verdict::kNoSeparator:
-      found(Code::kMalformedLine, line.raw.substr(0, 80), "no \"/\"", line.number);
+      found(Code::kMalformedLine, line.raw.substr(0, 80), "it contains no \"/\"", line.number);
       break;
     case Verdict::kShortKey:
-      found(Code::kMalformedLine, line.raw.substr(0, 80), "the key has no room for a timestamp",
+      found(Code::kMalformedLine, line.raw.substr(0, 80), "the key is too short for a timestamp",
             line.number);
       break;
   }
@@ -168,8 +168,7 @@ void FolderCheck::check_entry(const LintedLine& line) {
           "physical name " + in_quotes(line.stored) + ", file " + in_quotes(line.file));
   if (line.same_stored_as != 0)
     found(Code::kDuplicatePhysicalName, line.stored,
-          "keys in lines " + std::to_string(line.same_stored_as) + " and " +
-              std::to_string(line.number),
+          "in lines " + std::to_string(line.same_stored_as) + " and " + std::to_string(line.number),
           line.number);
   if (const char* why = why_not_safe(line.logical)) found(Code::kUnsafeName, line, why);
   check_reach(line);
@@ -356,11 +355,12 @@ void FolderCheck::check_counter() {
   const std::optional<std::string> text = m_view.read_counter(m_options.locking);
   const std::int32_t counter = text ? index_format::parse_decimal(*text) : 0;
   if (counter < 0) {
-    found(Code::kCounterUnreadable, index_format::kCounterFile, "it holds " + in_quotes(*text));
+    found(Code::kCounterUnreadable, index_format::kCounterFile, "it contains " + in_quotes(*text));
   } else if (counter < m_highest_number) {
     found(Code::kCounterBehind, index_format::kCounterFile,
-          (text ? "it holds " + in_quotes(*text) : std::string("it is missing or cannot be read")) +
-              ", the highest name is " + std::to_string(m_highest_number));
+          (text ? "it contains " + in_quotes(*text)
+                : std::string("it is missing or cannot be read")) +
+              ", the highest number is " + std::to_string(m_highest_number));
   }
 }
 

@@ -80,13 +80,17 @@ bool Steps::one_folder(std::string name, const std::string& path, MissingFolder 
   // Not whether it is a folder: the library asks for existence only, and follows links.
   if (vu_file::exists(path)) {
     const sys::Kind kind = sys::describe(path).kind;
-    if (kind != sys::Kind::kFolder) values.emplace_back("kind", in_words(kind));
-    return yes(std::move(name), "it is there", std::move(values));
+    if (kind == sys::Kind::kFolder)
+      return yes(std::move(name), "the folder exists", std::move(values));
+    values.emplace_back("kind", in_words(kind));
+    return yes(std::move(name), "it exists; the library does not check that it is a folder",
+               std::move(values));
   }
   m_has_folder = false;
   if (missing == MissingFolder::kEndsIt)
-    return no(std::move(name), "there is no such folder", std::move(values));
-  return yes(std::move(name), "it is not there and would be made", std::move(values));
+    return no(std::move(name), "the folder does not exist", std::move(values));
+  return yes(std::move(name), "the folder does not exist; the library would create it",
+             std::move(values));
 }
 
 // ---- looking an entry up -----------------------------------------------------------------------
@@ -96,11 +100,12 @@ bool Steps::lookup(std::int32_t timestamp) {
   if (vu_file::exists(m_folder.path + "\\" + entry)) {
     m_file = entry;
     return yes("plain-name",
-               "a file or folder bears the entry's own name: it is served, whatever the timestamp "
-               "and the index say",
+               "a file or folder has the entry's name as its own name: the library serves it, "
+               "whatever the timestamp and the index",
                {{"path", path()}});
   }
-  note("plain-name", "nothing in the folder bears the entry's own name, so the index is asked");
+  note("plain-name",
+       "no file or folder has the entry's name as its own name, so the library searches the index");
   return in_index(timestamp);
 }
 
@@ -109,31 +114,29 @@ bool Steps::index_is_readable() {
   const Values where = {{"path", m_view.path_of(index_format::kIndexFile)}};
   switch (m_view.index_state()) {
     case IndexState::kMissing:
-      return no(
-          "index",
-          "there is no index.dat; the library would write one first, and with synchronisation "
-          "on adopt the folder's files under their own names at timestamp 0",
-          where);
+      return no("index",
+                "index.dat is missing; the library would first create it and, with synchronisation "
+                "on, adopt the folder's files under their own names at timestamp 0",
+                where);
     case IndexState::kLocked:
       m_result.lock_missed = true;
-      return no("index", "another process holds index.dat; the library would wait for it", where);
+      return no("index",
+                "another process has locked index.dat; the library would wait for the lock", where);
     case IndexState::kFailed:
       return no("index", "index.dat cannot be read: " + sys::text_of(m_view.index_status()), where);
     case IndexState::kNoBytes:
       return no("index",
-                "index.dat has no bytes: a writer was stopped half-way and the names are lost",
+                "index.dat has no bytes: a writer was interrupted, and the logical names are lost",
                 where);
     case IndexState::kRead:
       break;
   }
-  return yes(
-      "index",
-      m_view.has_interrupted_save()
-          ? "index.dat was read; a save was interrupted, and the new text behind the old one "
-            "counts"
-          : "index.dat was read",
-      {{"path", m_view.path_of(index_format::kIndexFile)},
-       {"bytes", std::to_string(m_view.index_text().size())}});
+  return yes("index",
+             m_view.has_interrupted_save()
+                 ? "index.dat was read; a save was interrupted, and its new text is valid"
+                 : "index.dat was read",
+             {{"path", m_view.path_of(index_format::kIndexFile)},
+              {"bytes", std::to_string(m_view.index_text().size())}});
 }
 
 bool Steps::in_index(std::int32_t timestamp) {
@@ -149,27 +152,29 @@ bool Steps::in_index(std::int32_t timestamp) {
                              {"line", std::to_string(line.number)},
                              {"physical", std::string(line.stored)},
                              {"file", std::string(line.file)}};
-      yes("index-line", "a line has the key", values);
+      yes("index-line", "the index has an entry with this key", values);
       m_file = line.file;
-      if (line.has_file) return yes("file", "the line's file is there", {{"path", path()}});
-      return no("file", "the line's file is not there", {{"path", path()}});
+      if (line.has_file) return yes("file", "the entry's file exists", {{"path", path()}});
+      return no("file", "the entry's file is missing", {{"path", path()}});
     }
     skipped.push_back(line);
   }
   if (skipped.empty()) {
     tell_near_misses(key);
-    return no("index-line", "no line has the key", {{"key", key}});
+    return no("index-line", "the index has no entry with this key", {{"key", key}});
   }
   const LintedLine& first = skipped.front();
   const bool is_unknown = first.verdict == Verdict::kUnknown;
-  return no("index-line",
-            is_unknown ? "a line has the key, but readers pass over it: the system does not tell "
-                         "whether its file is there"
-                       : "a line has the key, but readers pass over it: its file is not there",
-            {{"key", key},
-             {"line", std::to_string(first.number)},
-             {"physical", std::string(first.stored)},
-             {"verdict", std::string(name_of(first.verdict))}});
+  return no(
+      "index-line",
+      is_unknown
+          ? "the index has an unknown entry with this key: the system could not check whether its "
+            "file exists, so readers skip it"
+          : "the index has a dangling entry with this key: its file is missing, so readers skip it",
+      {{"key", key},
+       {"line", std::to_string(first.number)},
+       {"physical", std::string(first.stored)},
+       {"verdict", std::string(name_of(first.verdict))}});
 }
 
 void Steps::tell_near_misses(std::string_view wanted) {

@@ -115,7 +115,8 @@ class Planner {
     const auto present = m_names.find(std::string(name.key));
     if (present != m_names.end()) {
       if (present->second != name.stored) {
-        add(name, file, NameFate::kKept, "the name leads to " + printable(present->second));
+        add(name, file, NameFate::kKept,
+            "the entry now has the physical name " + printable(present->second));
         return;
       }
       ++m_plan.unchanged;
@@ -124,7 +125,7 @@ class Planner {
     }
     const char* const why = why_not_safe(file);
     if (why != nullptr) {
-      add(name, file, NameFate::kNoFile, std::string("no file is looked for by this name: ") + why);
+      add(name, file, NameFate::kNoFile, std::string("the file name is not safe: ") + why);
     } else if (is_listed(file)) {
       restore_there(name, file);
     } else if (const std::string adopted = adopted_form(file);
@@ -149,7 +150,7 @@ class Planner {
   /// The file bears the name which adoption has given it.
   void restore_renamed(const NameLine& name, const std::string& file, const std::string& adopted) {
     if (m_owners.contains(adopted) || !m_renamed.insert(adopted).second) {
-      add(name, file, NameFate::kTaken, "its file has become another name's");
+      add(name, file, NameFate::kTaken, "its file belongs to another entry");
     } else {
       restore(name, file, adopted);
     }

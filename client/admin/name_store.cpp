@@ -52,13 +52,14 @@ NameStore::NameStore(const std::string& path, For purpose, const sys::Locking& l
       m_file.open(path, appends ? LockedFile::For::kChanging : LockedFile::For::kReading,
                   appends ? LockedFile::IfMissing::kMake : LockedFile::IfMissing::kFail, locking);
   if (opened.failure() == os::Failure::kNotFound && !appends)
-    throw StoreError(StoreError::Why::kMissing, "no names have been saved in " + printable(path));
+    throw StoreError(StoreError::Why::kMissing, "no names are saved in " + printable(path));
   if (opened.failure() == os::Failure::kLocked) {
-    throw StoreError(StoreError::Why::kLocked,
-                     printable(path) + " is locked elsewhere (--lock-timeout)");
+    throw StoreError(
+        StoreError::Why::kLocked,
+        printable(path) + " is locked by another process (--lock-timeout sets how long to wait)");
   }
   const bool is_odd = opened.failure() == os::Failure::kOther && opened.code() == 0;
-  check(opened, is_odd ? "is no plain file; name another one with --names" : "cannot be opened");
+  check(opened, is_odd ? "is not a plain file; name another one with --names" : "cannot be opened");
   m_valid_end = m_end = m_file.size();
   check_head();
   if (const auto last = last_trailer_before(m_end)) m_chain.push_back(*last);
@@ -71,7 +72,7 @@ NameStore::NameStore(const std::string& path, For purpose, const sys::Locking& l
     m_valid_end = kHead.size();
     m_torn = 0;
   }
-  if (m_torn != 0) check(m_file.cut_at(m_valid_end), "cannot be cut behind its last snapshot");
+  if (m_torn != 0) check(m_file.cut_at(m_valid_end), "cannot be truncated after its last snapshot");
   m_end = m_valid_end;
 }
 
@@ -83,8 +84,9 @@ void NameStore::check_head() {
   const std::string head = read(0, std::min<std::uint64_t>(m_end, kHead.size()));
   // Its maker may have been stopped within the first bytes.
   if (kHead.starts_with(head)) return;
-  throw StoreError(StoreError::Why::kForeign,
-                   printable(m_path) + " is no file of saved names; name another one with --names");
+  throw StoreError(
+      StoreError::Why::kForeign,
+      printable(m_path) + " is not a file of saved names; name another one with --names");
 }
 
 // ---- snapshots ---------------------------------------------------------------------------------
@@ -250,7 +252,7 @@ Snapshot NameStore::commit(Snapshot head, const SavedIndexes& before, const Save
   // What the trailer vouches for is on the device before it.
   const bool has_texts = m_end + m_pending.size() != m_valid_end;
   write_pending();
-  if (has_texts) check(m_file.flush(), "could not be written to the device");
+  if (has_texts) check(m_file.flush(), "could not be flushed to the device");
   m_pending = encode(manifest);
   Trailer trailer;
   trailer.number = head.number;
@@ -262,7 +264,7 @@ Snapshot NameStore::commit(Snapshot head, const SavedIndexes& before, const Save
   m_pending += encode(trailer, at);
   m_has_added = true;
   write_pending();
-  check(m_file.flush(), "could not be written to the device");
+  check(m_file.flush(), "could not be flushed to the device");
   m_has_added = false;
   m_valid_end = m_end;
   m_chain.insert(m_chain.begin(), Link{at, trailer});
@@ -270,7 +272,7 @@ Snapshot NameStore::commit(Snapshot head, const SavedIndexes& before, const Save
 }
 
 void NameStore::write_pending() {
-  check(m_file.write_at(m_end, m_pending), "takes no more; is the disk full?");
+  check(m_file.write_at(m_end, m_pending), "cannot be extended; check whether the disk is full");
   m_end += m_pending.size();
   m_pending.clear();
 }
@@ -278,7 +280,7 @@ void NameStore::write_pending() {
 // ---- bytes -------------------------------------------------------------------------------------
 
 std::string NameStore::read(std::uint64_t at, std::uint64_t count) {
-  if (at > m_end || count > m_end - at) damaged("a part that its list mentions");
+  if (at > m_end || count > m_end - at) damaged("a part that its list names");
   std::string bytes;
   check(m_file.read_at(at, static_cast<std::size_t>(count), bytes), "cannot be read");
   if (bytes.size() < count) damaged("its end");
@@ -293,9 +295,9 @@ void NameStore::check(const os::Status& status, const char* what) const {
 }
 
 void NameStore::damaged(const std::string& what) const {
-  throw StoreError(StoreError::Why::kDamaged, printable(m_path) + " is damaged: " + what +
-                                                  " cannot be read; other snapshots may be whole "
-                                                  "('stgctl index log')");
+  throw StoreError(StoreError::Why::kDamaged,
+                   printable(m_path) + " is damaged: " + what +
+                       " cannot be read; other snapshots may be undamaged, see 'stgctl index log'");
 }
 
 }  // namespace admin

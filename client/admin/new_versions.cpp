@@ -74,7 +74,7 @@ bool NewVersions::stage(NewVersion& version) {
   std::string place;
   if (const os::Status made = make_folders(m_folder.path, place); !made.ok()) {
     const bool is_file = sys::describe(place).kind == sys::Kind::kFile;
-    return failed(place, is_file ? "a file stands where a folder has to be" : sys::text_of(made));
+    return failed(place, is_file ? "a file is in the place of a folder" : sys::text_of(made));
   }
   if (!m_staging.is_made()) {
     if (const os::Status made = m_staging.make(m_folder.path); !made.ok())
@@ -82,7 +82,8 @@ bool NewVersions::stage(NewVersion& version) {
   }
   std::string copy = sys::join(m_staging.path(), std::to_string(m_items.size() + 1));
   const os::Status copied = os::copy(version.source, copy, os::IfExists::kFail);
-  if (copied.failure() == os::Failure::kLocked) return failed(version.source, "it is locked");
+  if (copied.failure() == os::Failure::kLocked)
+    return failed(version.source, "another process has locked it");
   if (!copied.ok()) return failed(version.source, sys::text_of(copied));
   // A copy of a read-only file is read-only, and could never be replaced.
   if (sys::describe(copy).is_read_only) static_cast<void>(os::make_writable(copy));
@@ -138,8 +139,8 @@ void NewVersions::flush_replaced(const std::vector<NewVersions*>& folders,
     for (Item& item : each->m_items) {
       if (item.is_new() || item.version->fate != Fate::kStored) continue;
       item.version->fate = Fate::kFailed;
-      item.version->reason =
-          "it is replaced, but may come back with the power: " + sys::text_of(flushed);
+      item.version->reason = "it is replaced, but a power failure may bring the old file back: " +
+                             sys::text_of(flushed);
     }
   }
 }
@@ -151,7 +152,7 @@ void NewVersions::enter(const std::vector<NewVersions*>& folders) {
     if (flushed.ok()) return;
     for (NewVersions* const each : folders)
       each->fail_pending(Fate::kFailed,
-                         "it could not be written to the device: " + sys::text_of(flushed));
+                         "it could not be flushed to the device: " + sys::text_of(flushed));
   };
   std::vector<std::string> copies;
   for (const NewVersions* const each : folders) {
@@ -221,8 +222,8 @@ bool NewVersions::is_sound() {
   const std::string path = printable(path_of(index_format::kIndexFile));
   if (m_view.index_state() == IndexState::kNoBytes && has_documents(m_view)) {
     fail_pending(Fate::kFailed, path +
-                                    " has lost its names; bring them back first: 'stgctl index "
-                                    "restore', or 'stgctl check' tells more");
+                                    " has lost its entries; restore them first with 'stgctl index "
+                                    "restore', or see 'stgctl check'");
     return false;
   }
   IndexLint lint;
@@ -232,7 +233,7 @@ bool NewVersions::is_sound() {
     const bool is_blank = line.raw.find_first_not_of(' ') == std::string_view::npos;
     if (line.verdict != Verdict::kNoSeparator || is_blank) continue;
     fail_pending(Fate::kFailed, path + " is damaged in line " + std::to_string(line.number) +
-                                    "; 'stgctl repair' first");
+                                    "; run 'stgctl repair' first");
     return false;
   }
   return true;
@@ -262,11 +263,11 @@ void NewVersions::drop_taken() {
     NewVersion& version = *item.version;
     const auto found = taken.find(key_of(version));
     if (found == taken.end()) {
-      if (!item.is_new()) drop(version, Fate::kMeanwhile, "somebody else removed it meanwhile");
+      if (!item.is_new()) drop(version, Fate::kMeanwhile, "another program has removed it");
     } else if (found->second.verdict != Verdict::kEntry) {
-      drop(version, Fate::kFailed, "the system does not tell whether it is there already");
+      drop(version, Fate::kFailed, "the system could not check whether it exists");
     } else if (found->second.file != version.replaces) {
-      drop(version, Fate::kMeanwhile, "somebody else stored it meanwhile");
+      drop(version, Fate::kMeanwhile, "another program has stored it");
     }
   }
 }
@@ -289,7 +290,9 @@ bool NewVersions::draw_numbers() {
       if (!item.is_pending() || !item.is_new()) continue;
       do {
         if (last == std::numeric_limits<std::int32_t>::max()) {
-          fail_pending(Fate::kFailed, printable(path) + " has come to its end");
+          fail_pending(Fate::kFailed,
+                       printable(path) +
+                           " contains the highest possible number, so no new file can be named");
           return false;
         }
         item.stored = index_format::generated_name(++last);
@@ -425,8 +428,8 @@ void NewVersions::verify() {
     if (entry != entries.end() && entry->second == item.stored) continue;
     if (!stored.contains(item.stored)) take_back(item);
     item.version->fate = Fate::kMeanwhile;
-    item.version->reason = entry == entries.end() ? "somebody else removed it meanwhile"
-                                                  : "somebody else stored it meanwhile";
+    item.version->reason =
+        entry == entries.end() ? "another program has removed it" : "another program has stored it";
   }
 }
 

@@ -20,8 +20,8 @@ using Fate = OldVersion::Fate;
 /// What an index holds when it has no lines.
 constexpr const char* kNoLines = " ";
 
-constexpr const char* kRemovedMeanwhile = "somebody else removed it meanwhile";
-constexpr const char* kChangedMeanwhile = "somebody else changed it meanwhile, so that it stays";
+constexpr const char* kRemovedMeanwhile = "another program has removed it";
+constexpr const char* kChangedMeanwhile = "another program has changed it, so it stays";
 
 /// From the index of one folder.
 class Removal {
@@ -174,7 +174,7 @@ void Removal::judge_save(const std::string& wanted, const os::Status& status) {
   for (OldVersion* const version : m_versions) {
     if (version->fate == Fate::kRemoved)
       leave(*version, Fate::kFailed,
-            "its file is gone, but its line is still in the index: " + sys::text_of(status));
+            "its file is removed, but its entry is still in the index: " + sys::text_of(status));
   }
 }
 

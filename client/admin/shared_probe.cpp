@@ -35,29 +35,33 @@ class Probe {
 
   std::vector<SharedCheck> run() {
     if (m_peer != nullptr) {
-      add("same-folder", "a file made at one place is at the other", &Probe::same_folder);
+      add("same-folder", "a file that is created at one mount exists at the other",
+          &Probe::same_folder);
       if (m_checks.back().holds == Holds::kNo) m_peer = nullptr;
     }
     add("locks-per-handle",
         "handles of one host exclude each other; a lock ends with its own handle",
         &Probe::locks_per_handle);
     between("locks-between-hosts",
-            "an exclusive lock keeps the other host out, shared ones go together",
+            "an exclusive lock excludes the other host; shared locks are granted together",
             &Probe::locks_between_hosts);
-    add("exclusive-create", "a taken name is not made again, and of two at once one makes it",
+    add("exclusive-create",
+        "an existing file is not created again; of two creators at once, one succeeds",
         &Probe::exclusive_create);
-    add("rename-without-replace", "a taken name is not replaced, and of two at once one gets it",
+    add("rename-without-replace",
+        "an existing file is not replaced; of two renames at once, one succeeds",
         &Probe::rename_without_replace);
-    add("times-kept", "a time that was set stays, and goes along with a copy", &Probe::times_kept);
+    add("times-kept", "a time that was set is kept, also in a copy", &Probe::times_kept);
     between("read-after-close",
-            "what one host has closed the other one reads, with its size and time",
+            "after one host closes a file, the other host reads its bytes, size and time",
             &Probe::read_after_close);
     between("read-after-lock",
-            "who waited for a lock reads what its last holder on the other host wrote",
+            "a handle that waited for a lock reads what the other host wrote before",
             &Probe::read_after_lock);
-    between("names-at-once", "a name made, renamed or removed by one host shows so at the other",
+    between("names-at-once",
+            "after one host creates, renames or removes a name, the other host sees it at once",
             &Probe::names_at_once);
-    add("clocks", "the time of a new file is this host's", &Probe::clocks);
+    add("clocks", "the time of a new file agrees with this host's clock", &Probe::clocks);
     return std::move(m_checks);
   }
 
@@ -77,7 +81,7 @@ class Probe {
   void between(std::string_view code, const char* good, Check check) {
     if (m_peer != nullptr) return add(code, good, check);
     m_checks.push_back(
-        {code, Holds::kNotTried, "there is one mount only: --peer names another", {}});
+        {code, Holds::kNotTried, "there is only one mount; name another one with --peer", {}});
   }
 
   /// The other host where there is one.
@@ -85,8 +89,9 @@ class Probe {
 
   Wrong same_folder() {
     if (const os::Status made = m_host.store("mark", "1"); !made.ok())
-      return failed("a file cannot be made", made);
-    if (!m_peer->has("mark")) return "a file made at one place is not at the other";
+      return failed("cannot create a file", made);
+    if (!m_peer->has("mark"))
+      return "a file that was created at one mount does not exist at the other";
     return {};
   }
 
@@ -105,16 +110,17 @@ class Probe {
   Wrong locks(SharedView& one, SharedView& two, const char* name) {
     os::Status status;
     auto holder = one.open(name, status);
-    if (!holder) return failed("a file cannot be opened", status);
+    if (!holder) return failed("cannot open a file", status);
     const auto second = two.open(name, status);
-    if (!second) return failed("a file cannot be opened", status);
+    if (!second) return failed("cannot open a file", status);
     if (const os::Status locked = holder->lock(true); !locked.ok())
-      return failed("no lock is given", locked);
-    if (second->lock(false).ok()) return "a shared lock is given beside an exclusive one";
-    if (second->lock(true).ok()) return "two exclusive locks are given";
+      return failed("cannot lock a file", locked);
+    if (second->lock(false).ok())
+      return "a shared lock is granted while another handle has an exclusive lock";
+    if (second->lock(true).ok()) return "two exclusive locks are granted at once";
     // Another handle of the holder's process comes and goes.
     { const auto third = one.open(name, status); }
-    if (second->lock(true).ok()) return "a lock ends with another handle of its process";
+    if (second->lock(true).ok()) return "a lock ends when another handle of its process is closed";
     holder.reset();
     return given_in_a_moment(*second);
   }
@@ -123,9 +129,9 @@ class Probe {
     os::Status status;
     const auto first = one.open("lock-shared", status);
     const auto second = two.open("lock-shared", status);
-    if (!first || !second) return failed("a file cannot be opened", status);
+    if (!first || !second) return failed("cannot open a file", status);
     const os::Status locked = first->lock(false);
-    if (!locked.ok()) return failed("no lock is given", locked);
+    if (!locked.ok()) return failed("cannot lock a file", locked);
     if (!second->lock(false).ok()) return "two shared locks exclude each other";
     return {};
   }
@@ -134,19 +140,19 @@ class Probe {
   /// clients give handles that were opened alike one lock of the server.
   Wrong one_of_two_readers_goes(SharedView& holding, SharedView& asking, const std::string& name) {
     if (const os::Status made = holding.store(name, "text"); !made.ok())
-      return failed("a file cannot be made", made);
+      return failed("cannot create a file", made);
     os::Status status;
     const auto stays = holding.open(name, status);
     auto goes = holding.open(name, status);
     const auto other = asking.open(name, status);
-    if (!stays || !goes || !other) return failed("a file cannot be opened", status);
-    if (!stays->lock(false).ok() || !goes->lock(false).ok()) return "no shared lock is given";
+    if (!stays || !goes || !other) return failed("cannot open a file", status);
+    if (!stays->lock(false).ok() || !goes->lock(false).ok()) return "a shared lock is refused";
     goes.reset();
     if (other->lock(true).ok())
-      return "a shared lock ends with another handle of its host that had one as well";
+      return "a shared lock ends when a handle of its host that also has one is closed";
     std::string bytes;
     if (const os::Status read = stays->read(bytes); !read.ok())
-      return failed("a file cannot be read under its lock", read);
+      return failed("cannot read a file under its lock", read);
     return {};
   }
 
@@ -154,17 +160,17 @@ class Probe {
   /// kept out.
   Wrong a_refused_one_goes(SharedView& holding, SharedView& asking, const std::string& name) {
     if (const os::Status made = holding.store(name, "text"); !made.ok())
-      return failed("a file cannot be made", made);
+      return failed("cannot create a file", made);
     os::Status status;
     const auto stays = holding.open(name, status);
     auto goes = holding.open(name, status);
     const auto other = asking.open(name, status);
-    if (!stays || !goes || !other) return failed("a file cannot be opened", status);
-    if (!stays->lock(true).ok()) return "no exclusive lock is given";
+    if (!stays || !goes || !other) return failed("cannot open a file", status);
+    if (!stays->lock(true).ok()) return "an exclusive lock is refused";
     if (goes->lock(true).ok()) return "two handles of one host have an exclusive lock";
     goes.reset();
     if (other->lock(true).ok())
-      return "an exclusive lock ends with another handle of its host, which was refused";
+      return "an exclusive lock ends when a handle of its host whose lock was refused is closed";
     return {};
   }
 
@@ -177,7 +183,8 @@ class Probe {
 
   Wrong locks_per_handle() {
     if (!m_host.locks_belong_to_handles() || !other().locks_belong_to_handles())
-      return "the SMB client of Linux lets handles that were opened alike share one lock";
+      return "with the SMB client of Linux, handles that were opened in the same way share one "
+             "lock";
     if (Wrong wrong = all_locks(m_host, m_host, "lock-here")) return wrong;
     return shared_locks(m_host, m_host);
   }
@@ -197,7 +204,7 @@ class Probe {
       results[0] = act(m_host, "one", round);
       beside.join();
       if (results[0].ok() && results[1].ok())
-        return std::string(what) + ": both of two had success";
+        return std::string(what) + ": both of two attempts succeeded";
       if (!results[0].ok() && !results[1].ok()) return failed(what, results[0]);
     }
     return {};
@@ -205,32 +212,31 @@ class Probe {
 
   Wrong exclusive_create() {
     if (const os::Status made = m_host.store("source", "bytes"); !made.ok())
-      return failed("a file cannot be made", made);
+      return failed("cannot create a file", made);
     if (const os::Status made = other().store("taken", "old"); !made.ok())
-      return failed("a file cannot be made", made);
+      return failed("cannot create a file", made);
     const os::Status copied = m_host.copy_to_new("source", "taken");
-    if (copied.ok()) return "a taken name was made again";
+    if (copied.ok()) return "an existing file was created again";
     std::string bytes;
-    if (!m_host.load("taken", bytes).ok() || bytes != "old")
-      return "a file that was there has changed";
-    return one_of_two("making a name", [](SharedView& view, const std::string&, int round) {
+    if (!m_host.load("taken", bytes).ok() || bytes != "old") return "an existing file was changed";
+    return one_of_two("creating a file", [](SharedView& view, const std::string&, int round) {
       return view.copy_to_new("source", "new-" + std::to_string(round));
     });
   }
 
   Wrong rename_without_replace() {
     if (const os::Status made = m_host.store("from", "from"); !made.ok())
-      return failed("a file cannot be made", made);
+      return failed("cannot create a file", made);
     if (const os::Status made = other().store("to", "to"); !made.ok())
-      return failed("a file cannot be made", made);
+      return failed("cannot create a file", made);
     std::string bytes;
     if (m_host.rename("from", "to").ok()) return "a file was replaced";
     if (!other().load("to", bytes).ok() || bytes != "to")
       return "a file was replaced by a rename that failed";
     if (const os::Status renamed = m_host.rename("from", "free"); !renamed.ok())
       return failed("a rename onto a free name failed", renamed);
-    if (m_host.has("from")) return "the old name is there after a rename";
-    return one_of_two("renaming", [](SharedView& view, const std::string& who, int round) {
+    if (m_host.has("from")) return "the old name still exists after a rename";
+    return one_of_two("renaming a file", [](SharedView& view, const std::string& who, int round) {
       const std::string from = who + std::to_string(round);
       const os::Status made = view.store(from, who);
       return made.ok() ? view.rename(from, "won-" + std::to_string(round)) : made;
@@ -240,7 +246,7 @@ class Probe {
   Wrong time_is(SharedView& view, const std::string& name, std::int64_t expected) {
     os::FileStat found;
     if (const os::Status status = view.stat(name, found); !status.ok())
-      return failed("a file's time cannot be asked for", status);
+      return failed("cannot read the time of a file", status);
     if (found.modify_time == expected) return {};
     return name + " has the time " + std::to_string(found.modify_time) + ", not " +
            std::to_string(expected);
@@ -248,11 +254,11 @@ class Probe {
 
   Wrong times_kept() {
     if (const os::Status made = m_host.store("old", "bytes"); !made.ok())
-      return failed("a file cannot be made", made);
+      return failed("cannot create a file", made);
     if (const os::Status set = m_host.set_time("old", kOldTime); !set.ok())
-      return failed("a time cannot be set", set);
+      return failed("cannot set the time of a file", set);
     if (const os::Status copied = m_host.copy_to_new("old", "old-copy"); !copied.ok())
-      return failed("a file cannot be copied", copied);
+      return failed("cannot copy a file", copied);
     for (SharedView* const view : {&m_host, &other()}) {
       for (const char* const name : {"old", "old-copy"}) {
         if (Wrong wrong = time_is(*view, name, kOldTime)) return wrong;
@@ -265,11 +271,11 @@ class Probe {
     std::string bytes;
     os::FileStat found;
     if (const os::Status status = view.stat(name, found); !status.ok())
-      return failed("the other host cannot ask for a file", status);
+      return failed("the other host cannot read the size and time of a file", status);
     if (const os::Status status = view.load(name, bytes); !status.ok())
       return failed("the other host cannot read a file", status);
     if (bytes != expected) return "the other host reads old bytes";
-    if (found.size != expected.size()) return "the other host is told an old size";
+    if (found.size != expected.size()) return "the other host sees an old size";
     return {};
   }
 
@@ -279,12 +285,12 @@ class Probe {
       const std::string bytes(static_cast<std::size_t>(100 + round / 2),
                               static_cast<char>('a' + round));
       if (const os::Status stored = writer.store(name, bytes); !stored.ok())
-        return failed("a file cannot be written", stored);
+        return failed("cannot write a file", stored);
       if (Wrong wrong = reads(reader, name, bytes)) return wrong;
     }
     const std::int64_t time = kOldTime + 1;
     if (const os::Status set = writer.set_time(name, time); !set.ok())
-      return failed("a time cannot be set", set);
+      return failed("cannot set the time of a file", set);
     if (Wrong wrong = time_is(reader, name, time)) return "at the other host " + *wrong;
     return {};
   }
@@ -300,20 +306,20 @@ class Probe {
     os::Status status;
     // The file is made by the reader, and stays open there all the time.
     const auto keeper = reader.open(name, status);
-    if (!keeper) return failed("a file cannot be opened", status);
+    if (!keeper) return failed("cannot open a file", status);
     for (int round = 0; round < kRounds; ++round) {
       const auto early = reader.open(name, status);
       const auto waiting = reader.open(name, status);
-      if (!early || !waiting) return failed("a file cannot be opened", status);
+      if (!early || !waiting) return failed("cannot open a file", status);
       std::string bytes;
       if (!early->lock(false).ok() || !early->read(bytes).ok() || !early->unlock().ok())
-        return "a file cannot be read under a lock";
+        return "cannot read a file under a lock";
       const std::string written = std::to_string(100 + round);
       if (const os::Status stored = writer.store(name, written); !stored.ok())
-        return failed("a file cannot be written", stored);
+        return failed("cannot write a file", stored);
       if (!waiting->lock(false).ok() || !waiting->read(bytes).ok())
-        return "a file cannot be read under a lock";
-      if (!waiting->unlock().ok()) return "a lock cannot be given back";
+        return "cannot read a file under a lock";
+      if (!waiting->unlock().ok()) return "cannot release a lock";
       if (bytes != written) return "a handle reads old bytes under its lock";
     }
     return {};
@@ -326,8 +332,8 @@ class Probe {
 
   static Wrong shows(SharedView& view, const std::string& name, bool expected) {
     const char* const how =
-        expected ? "does not show at the other host" : "still shows at the other host";
-    if (view.has(name) != expected) return "a name " + std::string(how) + " when it is asked for";
+        expected ? "is missing at the other host" : "still exists at the other host";
+    if (view.has(name) != expected) return "a name " + std::string(how) + " in a lookup";
     if (view.lists(name) != expected) return "a name " + std::string(how) + " in a listing";
     return {};
   }
@@ -338,14 +344,14 @@ class Probe {
       const std::string renamed = name + "-renamed";
       if (Wrong wrong = shows(reader, name, false)) return wrong;
       if (const os::Status stored = writer.store(name, "x"); !stored.ok())
-        return failed("a file cannot be made", stored);
+        return failed("cannot create a file", stored);
       if (Wrong wrong = shows(reader, name, true)) return wrong;
       if (const os::Status done = writer.rename(name, renamed); !done.ok())
-        return failed("a file cannot be renamed", done);
+        return failed("cannot rename a file", done);
       if (Wrong wrong = shows(reader, name, false)) return wrong;
       if (Wrong wrong = shows(reader, renamed, true)) return wrong;
       if (const os::Status done = writer.remove(renamed); !done.ok())
-        return failed("a file cannot be removed", done);
+        return failed("cannot remove a file", done);
       if (Wrong wrong = shows(reader, renamed, false)) return wrong;
     }
     return {};
@@ -359,14 +365,14 @@ class Probe {
   Wrong clocks() {
     const std::int64_t before = os::now();
     if (const os::Status made = m_host.store("clock", "x"); !made.ok())
-      return failed("a file cannot be made", made);
+      return failed("cannot create a file", made);
     const std::int64_t after = os::now();
     os::FileStat found;
     if (const os::Status status = other().stat("clock", found); !status.ok())
-      return failed("a file's time cannot be asked for", status);
+      return failed("cannot read the time of a file", status);
     if (found.modify_time >= before - kSlack && found.modify_time <= after + kSlack) return {};
-    return "a new file is " + std::to_string(found.modify_time - after) +
-           " seconds ahead of this host";
+    return "the time of a new file is " + std::to_string(found.modify_time - after) +
+           " seconds ahead of this host's clock";
   }
 
   SharedView& m_host;
@@ -406,8 +412,8 @@ SharedTrial try_shared(const std::string& folder, const std::string& peer) {
     made = os::create_directory(sys::join(folder, name));
   }
   if (!made.ok()) {
-    trial.checks.push_back({"folder", Holds::kNo, failed("no folder can be made there", made),
-                            "the rights to make folders"});
+    trial.checks.push_back({"folder", Holds::kNo, failed("cannot create a folder there", made),
+                            "give the user the right to create folders there"});
     return trial;
   }
   SharedView host(sys::join(folder, name));
@@ -445,43 +451,43 @@ constexpr std::array<Mend, 10> kMends = {{
       "mount the same export at both places", "mount the same share at both places",
       "name the same folder through two mounts"}},
     {"locks-per-handle",
-     {"mount by FUSE with a kernel of 3.15 or later", "mount without 'nolock'; NFS 4 rather than 3",
-      "no option helps: NFS 4.2, or a Windows program", "another file system"}},
+     {"mount with FUSE, on Linux 3.15 or later",
+      "mount without 'nolock', and use NFS 4 instead of 3",
+      "no option helps: use NFS 4.2, or a Windows program", "use another file system"}},
     {"locks-between-hosts",
-     {"mount by FUSE at every host; leave features.locks as it is",
-      "mount without 'nolock' and 'local_lock'; NFS 4 rather than 3",
-      "no option helps: NFS 4.2, or a Windows program",
-      "a file system whose locks reach over hosts"}},
+     {"mount with FUSE on every host; leave features.locks as it is",
+      "mount without 'nolock' and 'local_lock', and use NFS 4 instead of 3",
+      "no option helps: use NFS 4.2, or a Windows program",
+      "use a file system whose locks are valid on all hosts"}},
     {"exclusive-create",
-     {"cluster.quorum-type auto", "NFS 4 rather than 3", "mount with 'cache=none'",
-      "another file system"}},
+     {"set cluster.quorum-type to auto", "use NFS 4 instead of 3", "mount with 'cache=none'",
+      "use another file system"}},
     {"rename-without-replace",
      {"mount with entry-timeout=0", "mount with 'lookupcache=none'",
-      "no option helps where the server makes no hard links",
-      "a file system with links or renames that do not replace"}},
+      "no option helps if the server does not support hard links",
+      "use a file system with hard links, or with renames that do not replace"}},
     {"times-kept",
-     {"features.ctime on", "mount with 'noac'", "mount with 'cache=none,actimeo=0'",
-      "another file system"}},
+     {"set features.ctime to on", "mount with 'noac'", "mount with 'cache=none,actimeo=0'",
+      "use another file system"}},
     {"read-after-close",
-     {"performance.quick-read, io-cache, stat-prefetch, write-behind, open-behind and read-ahead "
-      "off; mount with "
-      "attribute-timeout=0 and auto-invalidation=on",
+     {"switch off performance.quick-read, io-cache, stat-prefetch, write-behind, open-behind and "
+      "read-ahead; mount with attribute-timeout=0 and auto-invalidation=on",
       "mount with 'noac,lookupcache=none'", "mount with 'cache=none,actimeo=0'",
-      "switch off what caches on the clients"}},
+      "switch off the caches on the clients"}},
     {"read-after-lock",
-     {"mount with auto-invalidation=on (said, not left to its default) and attribute-timeout=0",
-      "mount without 'nolock': a lock then asks for the file anew", "mount with 'cache=none'",
-      "switch off what caches on the clients"}},
+     {"mount with auto-invalidation=on (set it explicitly) and attribute-timeout=0",
+      "mount without 'nolock': each lock then updates what the client knows of the file",
+      "mount with 'cache=none'", "switch off the caches on the clients"}},
     {"names-at-once",
-     {"performance.readdir-ahead, stat-prefetch and nl-cache off; mount with entry-timeout=0 and "
-      "attribute-timeout=0",
+     {"switch off performance.readdir-ahead, stat-prefetch and nl-cache; mount with "
+      "entry-timeout=0 and attribute-timeout=0",
       "mount with 'noac,lookupcache=none'", "mount with 'cache=none,actimeo=0'",
-      "switch off what caches names on the clients"}},
+      "switch off the caches for names on the clients"}},
     {"clocks",
-     {"keep the clocks of all hosts together (NTP): times are set by the clients",
-      "keep the clocks of the hosts and the server together (NTP)",
-      "keep the clocks of the hosts and the server together (NTP)",
-      "keep the clocks of all hosts together (NTP)"}},
+     {"synchronise the clocks of all hosts (NTP): the clients set the times",
+      "synchronise the clocks of the hosts and the server (NTP)",
+      "synchronise the clocks of the hosts and the server (NTP)",
+      "synchronise the clocks of all hosts (NTP)"}},
 }};
 
 }  // namespace

@@ -109,7 +109,7 @@ Obstacle obstacle_of_folder(std::string path) {
     }
     Obstacle found{Obstacle::Kind::kFolder, path, ""};
     if (kind == sys::Kind::kFile || kind == sys::Kind::kOther) {
-      found.why = "a file stands where a folder has to be";
+      found.why = "a file is in the place of a folder";
     } else if (const os::Status status = sys::probe_writable(path); !status.ok()) {
       found.why = sys::text_of(status);
     }
@@ -132,11 +132,11 @@ Obstacle obstacle_of_file(Obstacle::Kind what, const std::string& path) {
 }  // namespace
 
 std::string why_not_usable(const std::string& path, const os::Status& status) {
-  if (status.failure() == os::Failure::kLocked) return "it is locked elsewhere";
+  if (status.failure() == os::Failure::kLocked) return "another process has locked it";
   const sys::Info info = sys::describe(path);
-  if (info.kind == sys::Kind::kFolder) return "a folder stands in its place";
-  if (info.kind == sys::Kind::kLink) return "a link stands in its place";
-  if (info.kind == sys::Kind::kOther) return "it is no plain file";
+  if (info.kind == sys::Kind::kFolder) return "a folder is in its place";
+  if (info.kind == sys::Kind::kLink) return "a link is in its place";
+  if (info.kind == sys::Kind::kOther) return "it is not a plain file";
   if (info.is_read_only) return "it is read-only";
   return sys::text_of(status);
 }

@@ -176,29 +176,29 @@ bool has_case(std::string_view name) { return (classes_in(name) & kHasCase) != 0
 
 const char* why_not_portable(std::string_view name) {
   if (name.ends_with('.') || name.ends_with(' '))
-    return "it ends in a dot or a blank, which Windows drops";
+    return "it ends in a dot or a blank, which Windows removes";
   if ((classes_in(name) & kNotPortableByte) != 0) {
     if (name.find_first_of("<>:\"|?*\\/") != std::string_view::npos)
-      return "it holds a character that Windows refuses in names";
+      return "it contains a character that Windows does not allow in names";
     const auto is_control = [](char c) { return static_cast<unsigned char>(c) < 0x20; };
-    if (std::any_of(name.begin(), name.end(), is_control)) return "it holds a control character";
+    if (std::any_of(name.begin(), name.end(), is_control)) return "it contains a control character";
     if (!is_utf8(name)) return "it is not UTF-8, so its letters depend on the code page";
   }
   const bool may_be_device =
       !name.empty() && std::string_view("CPANLcpanl").find(name[0]) != std::string_view::npos;
-  return may_be_device && is_device(name) ? "it is a device's name on Windows" : nullptr;
+  return may_be_device && is_device(name) ? "it is the name of a device on Windows" : nullptr;
 }
 
 const char* why_not_safe(std::string_view name) {
   if (name.empty()) return "it is empty";
   if ((classes_in(name) & kUnsafeByte) != 0) {
-    if (name.find_first_of("/\\") != std::string_view::npos) return "it holds a separator";
-    if (name.find_first_of("*?") != std::string_view::npos) return "it is a pattern";
-    if (name.find('\n') != std::string_view::npos) return "it holds a line feed";
-    return "it holds a zero byte";
+    if (name.find_first_of("/\\") != std::string_view::npos) return "it contains a separator";
+    if (name.find_first_of("*?") != std::string_view::npos) return "it contains a wildcard";
+    if (name.find('\n') != std::string_view::npos) return "it contains a line feed";
+    return "it contains a zero byte";
   }
   if (name == "." || name == "..") return "it names the folder itself or the one above";
-  if (index_format::is_index_file(name)) return "it is a name of the index itself";
+  if (index_format::is_index_file(name)) return "it is a name that the index itself uses";
   return nullptr;
 }
 

@@ -202,7 +202,7 @@ Layout guess_layout(const std::string& storage) {
 
 std::optional<Tree> locate(const Place& place, std::string& why) {
   if (place.root.empty() && place.storage.empty()) {
-    why = "no place was named";
+    why = "no storage tree was named";
     return std::nullopt;
   }
   Tree tree;
@@ -222,7 +222,7 @@ std::optional<Tree> locate(const Place& place, std::string& why) {
     areas += is_there ? 1U : 0U;
   }
   if (areas == 0) {
-    why = tree.storage + " holds none of the folders docs, user, mail, list and semlets";
+    why = tree.storage + " contains none of the folders docs, user, mail, list and semlets";
     return std::nullopt;
   }
   tree.layout_was_guessed = place.layout == Layout::kAuto;

@@ -134,7 +134,7 @@ TEST_F(AdminExplain, NamesTheLineWhoseFileIsGone) {
   std::filesystem::remove(native(path));
   EXPECT_EQ(read_no(request(Area::kUser, "a.txt")), "index-line");
   const Explanation told = admin::explain_read(program_tree(), request(Area::kUser, "a.txt"), {});
-  EXPECT_NE(told.first_no()->text.find("pass over"), std::string::npos);
+  EXPECT_NE(told.first_no()->text.find("dangling entry"), std::string::npos);
 }
 
 TEST_F(AdminExplain, NamesTheVersionThatReadingDoesNotLookFor) {
@@ -327,7 +327,7 @@ TEST_F(AdminExplain, FindsEntriesWhereTheLibraryFindsThem) {
   EXPECT_EQ(keys.passed_over, 1U);
   const admin::Lookup missing = admin::look_up(program_tree(), request(Area::kUser, "no.txt"), {});
   EXPECT_FALSE(missing.found);
-  EXPECT_EQ(missing.why, "no line has the key");
+  EXPECT_EQ(missing.why, "the index has no entry with this key");
 }
 
 TEST_F(AdminExplain, ListsThePartsOfADocumentWithTheirStates) {

@@ -353,9 +353,9 @@ TEST(AdminSharedProbe, FindsALockThatGoesWithAnotherHandleOfItsHost) {
   using LostWith = SharesServerHandles::LostWith;
   for (const auto& [lost, detail] : std::vector<std::pair<LostWith, std::string>>{
            {LostWith::kOneThatHadALock,
-            "a shared lock ends with another handle of its host that had one as well"},
+            "a shared lock ends when a handle of its host that also has one is closed"},
            {LostWith::kOneThatWasRefused,
-            "an exclusive lock ends with another handle of its host, which was refused"}}) {
+            "an exclusive lock ends when a handle of its host whose lock was refused is closed"}}) {
     const scratch_folder scratch;
     SharesServerHandles host(system_form(scratch.path()), lost);
     SharedView peer(system_form(scratch.path()));
@@ -393,7 +393,8 @@ TEST(AdminSharedProbe, FindsTwoThatMakeOrRenameAtOnceAndBothHaveSuccess) {
   EXPECT_EQ(codes(checks, Holds::kNo), (Lines{"exclusive-create", "rename-without-replace"}));
   for (const SharedCheck& check : checks) {
     if (check.holds != Holds::kNo) continue;
-    EXPECT_NE(check.detail.find("both of two had success"), std::string::npos) << check.detail;
+    EXPECT_NE(check.detail.find("both of two attempts succeeded"), std::string::npos)
+        << check.detail;
   }
 }
 

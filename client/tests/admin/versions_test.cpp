@@ -82,7 +82,7 @@ TEST_F(AdminNewVersions, LeaveTheDocumentOfWhoeverStoredTheNameMeanwhile) {
     NewVersions::enter({&work});
   }
   EXPECT_EQ(mine.fate, Fate::kMeanwhile);
-  EXPECT_EQ(mine.reason, "somebody else stored it meanwhile");
+  EXPECT_EQ(mine.reason, "another program has stored it");
   EXPECT_EQ(other.fate, Fate::kStored);
   EXPECT_EQ(served("a.kdc"), "of the host");
   EXPECT_EQ(served("b.kdc"), "ours");
@@ -106,7 +106,7 @@ TEST_F(AdminNewVersions, DrawNoNumberFromACounterThatCannotBeUsed) {
   for (const NewVersion* each : {&one, &two}) {
     EXPECT_EQ(each->fate, Fate::kFailed);
     EXPECT_NE(each->reason.find("the counter"), std::string::npos) << each->reason;
-    EXPECT_NE(each->reason.find("a folder stands in its place"), std::string::npos);
+    EXPECT_NE(each->reason.find("a folder is in its place"), std::string::npos);
   }
   EXPECT_EQ(served("a.kdc"), "old");
   EXPECT_EQ(served("b.kdc"), "");
@@ -123,7 +123,7 @@ TEST_F(AdminNewVersions, LeaveAnIndexAloneThatHasLostItsNames) {
   ASSERT_TRUE(work.stage(one));
   NewVersions::enter({&work});
   EXPECT_EQ(one.fate, Fate::kFailed);
-  EXPECT_NE(one.reason.find("has lost its names"), std::string::npos) << one.reason;
+  EXPECT_NE(one.reason.find("has lost its entries"), std::string::npos) << one.reason;
   EXPECT_EQ(read_file(path("index.dat")), "");
 }
 
@@ -220,7 +220,7 @@ TEST_F(AdminNewVersions, ReplaceNothingThatIsAnotherOneMeanwhile) {
   STGIndex::remove(place("x").path, "a.kdc", 0);
   NewVersions::enter({&work});
   EXPECT_EQ(removed.fate, Fate::kMeanwhile);
-  EXPECT_EQ(removed.reason, "somebody else removed it meanwhile");
+  EXPECT_EQ(removed.reason, "another program has removed it");
   EXPECT_EQ(other.fate, Fate::kMeanwhile);
   EXPECT_EQ(served("a.kdc"), "");
   EXPECT_EQ(served("b.kdc"), "b");
@@ -351,7 +351,8 @@ TEST_F(AdminOldVersions, StayWhenSomebodyHasChangedThemMeanwhile) {
   STGIndex::remove(place().path, "b.kdc", 0);
   remove({&longer, &gone});
   EXPECT_EQ(longer.fate, OldVersion::Fate::kMeanwhile);
-  EXPECT_NE(longer.reason.find("changed it meanwhile"), std::string::npos) << longer.reason;
+  EXPECT_NE(longer.reason.find("another program has changed it"), std::string::npos)
+      << longer.reason;
   EXPECT_EQ(gone.fate, OldVersion::Fate::kMeanwhile);
   EXPECT_EQ(read_file(path(longer.file)), "written meanwhile");
   EXPECT_EQ(read_file(path("index.dat")), "a.kdc_0000000000/00000001\n");
@@ -374,7 +375,7 @@ TEST_F(AdminOldVersions, StayWhileSomebodyHasThemOpen) {
   reader.open(vu_file::o_read);
   remove({&a});
   EXPECT_EQ(a.fate, OldVersion::Fate::kInUse);
-  EXPECT_NE(a.reason.find("it is locked elsewhere"), std::string::npos) << a.reason;
+  EXPECT_NE(a.reason.find("another process has locked it"), std::string::npos) << a.reason;
   reader.close();
   EXPECT_EQ(read_file(path("index.dat")), "a.kdc_0000000000/00000001\n");
 }

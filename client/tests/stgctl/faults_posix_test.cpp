@@ -67,7 +67,7 @@ TEST_F(ClientFullDisk, KeepsEarlierSnapshotsAndSaysSo) {
   for (const std::size_t room : {0, 1, 100, 4000, 10'000}) {
     const outcome result = within(before.size() + room, {"index", "snapshot"});
     EXPECT_EQ(result.code, 1) << room << result.out;
-    EXPECT_NE(result.err.find("is the disk full?"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("check whether the disk is full"), std::string::npos) << result.err;
     EXPECT_EQ(read_file(names), before) << room;
     EXPECT_EQ(json({"index", "log"}).size(), 2U);
   }

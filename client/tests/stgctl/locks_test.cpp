@@ -123,7 +123,8 @@ class ClientRewrites : public ClientLocks {
 TEST_F(ClientRewrites, StayWhereTheyWereWhenTheOldBytesAreMoved) {
   const outcome result = rewritten_during({"mv", "docs/anna/a.kdf@7", "user/bert/a.kdf"});
   EXPECT_EQ(result.code, 1) << result.out;
-  EXPECT_NE(result.err.find("but also where it was: somebody else changed it"), std::string::npos)
+  EXPECT_NE(result.err.find("but also where it was: another program has changed it"),
+            std::string::npos)
       << result.err;
   EXPECT_EQ(on_tree({"cat", "docs/anna/a.kdf@7"}).out, "new");
   EXPECT_EQ(on_tree({"cat", "user/bert/a.kdf@7"}).out, "old");
@@ -261,7 +262,7 @@ TEST_F(ClientPutTrouble, AnUnusableCounterGivesNoKeyFileAName) {
     for (const char* const mode : {"-n", "--yes"}) {
       const outcome result = on_tree({"keys", "set", name, "a=b", "--owner", "anna", mode});
       EXPECT_EQ(result.code, 1) << result.out;
-      EXPECT_NE(result.err.find("a folder stands in its place"), std::string::npos) << result.err;
+      EXPECT_NE(result.err.find("a folder is in its place"), std::string::npos) << result.err;
     }
     EXPECT_EQ(on_tree({"ls", name}).code, 3);
   }
@@ -314,7 +315,7 @@ TEST_F(ClientPutTrouble, AFileInPlaceOfTheFolderIsTold) {
   for (const char* const mode : {"--dry-run", "--yes"}) {
     const outcome result = on_tree({"put", source("a.kdc", "x"), "--owner", "anna", mode});
     EXPECT_EQ(result.code, 1) << result.out;
-    EXPECT_NE(result.err.find("a file stands where a folder has to be"), std::string::npos)
+    EXPECT_NE(result.err.find("a file is in the place of a folder"), std::string::npos)
         << result.err;
   }
 }
