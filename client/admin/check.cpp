@@ -221,7 +221,7 @@ CheckSummary check(const Tree& tree, const CheckOptions& options, const FindingS
   CheckSummary summary;
   CheckOptions asked = options;
   const bool is_read_only = sys::file_system_of(tree.storage).is_read_only;
-  // Reported once instead of for each folder.
+  // Reported once for the tree, not for each folder.
   if (is_read_only) asked.ask_writable = false;
   CheckVisitor visitor(asked, summary, sink);
   if (is_read_only && options.ask_writable) visitor.read_only(tree.storage);

@@ -8,7 +8,7 @@ namespace admin {
 
 namespace {
 
-/// An open file of the seam below the library, and its lock.
+/// An open file and its lock, directly through the OS seam.
 class Trial {
  public:
   explicit Trial(const std::string& path) {
@@ -104,7 +104,7 @@ LockTrial try_locks(const std::string& folder) {
   LockTrial trial;
   trial.folder = folder;
   std::string path;
-  // A name that nobody else has.
+  // Finds a free name.
   for (int i = 0; i < 1000; ++i) {
     path = sys::join(folder, "stgctl-lock-trial-" + std::to_string(os::now()) + "-" +
                                  std::to_string(i) + ".tmp");

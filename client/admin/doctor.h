@@ -8,28 +8,28 @@
 
 namespace admin {
 
-/// Whether the locks that keep processes apart do so on a file system.
+/// Whether whole-file locks work on a file system.
 enum class LockProof : std::uint8_t {
   kNotTried,
-  kExclude,  ///< of two handles on one file the second is refused while the first holds its lock
-  kDoNotExclude,  ///< both get their lock: processes would overwrite each other's changes
-  kFailed,        ///< the trial file could not be made or locked
+  kExclude,       ///< while one handle has an exclusive lock, another handle gets none
+  kDoNotExclude,  ///< both get a lock: processes would overwrite each other's changes
+  kFailed,        ///< the trial file could not be created or locked
 };
 std::string_view name_of(LockProof proof);
 
 struct LockTrial {
   LockProof proof = LockProof::kNotTried;
-  std::string folder;  ///< where it was tried
+  std::string folder;
   std::string detail;
 };
 
-/// Tries locks on a file of its own, which is gone afterwards. The folder should be outside of the
-/// tree and on its file system.
+/// Tries locks on a new file in @p folder, and removes the file. The folder should be on the tree's
+/// file system, but outside the tree.
 LockTrial try_locks(const std::string& folder);
 /// The system's folder for temporary files.
 std::string temporary_folder();
 
-/// Counts of a tree's upper levels: nothing in a document folder is read.
+/// Counts of the folders above the documents. Document folders are not listed.
 struct AreaStatus {
   bool exists = false;
   std::uint64_t owners = 0;   ///< 0 in a flat tree

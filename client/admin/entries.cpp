@@ -135,7 +135,7 @@ class EntryVisitor final : public Visitor {
   bool m_wants_missing = false;
 };
 
-/// The one folder that the library would look into, when the query names both owner and entry.
+/// The only folder that can contain the entry, if the query names the owner and the entry.
 std::optional<DocumentFolder> only_folder(const Tree& tree, const EntryQuery& query) {
   if (!query.logical || !query.scope.area) return std::nullopt;
   if (*query.scope.area != Area::kDocs) return std::nullopt;
@@ -168,7 +168,7 @@ namespace {
 constexpr const char* kLink = "a link: stgctl does not follow it";
 constexpr const char* kUnfinished = "unfinished: stgctl was killed while it wrote this";
 
-/// The document folders, sorted; what lies beside them goes to the sink at once.
+/// Collects the document folders, to sort them. Stray items go to the sink at once.
 class FolderCollector final : public Visitor {
  public:
   FolderCollector(InventorySink& sink, EntryFailures& failures)
@@ -205,7 +205,7 @@ struct Child {
   sys::Kind kind;
 };
 
-/// An entry of the folder at hand.
+/// An entry of the current folder.
 struct Version {
   std::string name;
   std::int32_t timestamp;
@@ -284,7 +284,7 @@ class Inventory {
     });
   }
 
-  /// Gives each folder of parts to its document, and tells what belongs to none.
+  /// Assigns each sub-part folder to its document. Passes items without a document to left_out().
   void collect_parts() {
     std::unordered_map<std::string_view, Version*> by_file;
     for (Version& version : m_versions) by_file.emplace(version.file, &version);
@@ -313,8 +313,8 @@ class Inventory {
       std::sort(version.part_folders.begin(), version.part_folders.end());
   }
 
-  /// The file whose parts a folder holds: the longest one that stands before one of its
-  /// underscores.
+  /// The file to which a sub-part folder belongs: the longest file name that precedes one of the
+  /// folder name's underscores.
   std::string_view document_of(std::string_view folder) const {
     for (std::size_t at = folder.rfind('_'); at != std::string_view::npos && at > 0;
          at = folder.rfind('_', at - 1)) {
@@ -335,7 +335,7 @@ class Inventory {
       m_holding.location = m_view.path_of(version.file);
       m_holding.info = sys::describe(m_holding.location);
       m_holding.out_of_reach = why_out_of_reach(version);
-      // Gone since the index was read.
+      // Removed after the index was read.
       if (m_holding.info.kind == sys::Kind::kMissing) continue;
       if (m_holding.info.kind != sys::Kind::kFile) {
         m_sink.left_out(m_holding.location, "the entry's file is not a plain file");
@@ -358,7 +358,8 @@ class Inventory {
     return nullptr;
   }
 
-  /// Every file below a folder. @param path the folder's own path in the holding, may be empty.
+  /// Passes on every file below a folder. @param path the folder's path in the holding, may be
+  /// empty.
   bool files_below(const std::string& folder, const std::string& path) {
     sys::Folder listing;
     if (const os::Status opened = listing.open(folder); !opened.ok()) {
@@ -418,7 +419,7 @@ std::string bucket_of(std::string_view name) {
 
 std::strong_ordering compare_paths(std::string_view one, std::string_view other) {
   const auto [a, b] = std::mismatch(one.begin(), one.end(), other.begin(), other.end());
-  // The end of a name goes before every byte that a name may hold.
+  // The end of a name sorts before every byte of a longer name.
   const auto rank = [](auto at, auto end) {
     return at == end ? -1 : *at == '/' ? 0 : static_cast<int>(static_cast<unsigned char>(*at));
   };

@@ -15,8 +15,7 @@ namespace admin {
 
 namespace {
 
-/// Whether versions of the entry are told apart by the index: corporate documents of this kind
-/// only.
+/// Whether the library distinguishes versions of the entry: only for corporate .kdf documents.
 bool is_versioned(const Request& request) {
   return request.area == Area::kDocs && index_format::extension_of(request.entry) == ".kdf";
 }
@@ -103,7 +102,7 @@ bool write_steps(Steps& steps, const Tree& tree, const Request& request, Explana
   if (!steps.entry_is_named() || !steps.folders(MissingFolder::kWouldBeMade)) return false;
   bool existed = false;
   if (steps.has_folder()) {
-    // That the entry is not there is no refusal of a write.
+    // A missing entry does not prevent a write.
     existed = steps.lookup(request.timestamp);
     if (result.lock_missed || (!existed && steps.index_failed())) return false;
     for (Step& step : result.steps) {
@@ -129,10 +128,10 @@ bool write_steps(Steps& steps, const Tree& tree, const Request& request, Explana
 
 // ---- parts -------------------------------------------------------------------------------------
 
-/// Steps 1 and 2 of the decision: the document.
+/// Steps 1 and 2 of the library's decision: the document.
 bool find_document(Steps& steps, const Request& request, Explanation& result) {
   result.code = 2;
-  // Whether the file exists is asked with the owner's name, which must not be empty.
+  // The library checks for the file with the owner's name, and refuses an empty one.
   if (request.owner.empty()) return steps.no("owner", "the owner's name is empty");
   if (!steps.folders(MissingFolder::kEndsIt) || !steps.lookup(request.timestamp)) return false;
   const std::int32_t time = Steps::time_of(steps.path());
@@ -146,7 +145,7 @@ bool find_document(Steps& steps, const Request& request, Explanation& result) {
                   {{"path", steps.path()}});
 }
 
-/// Steps 5 to 7: the part against its preload copy and the document.
+/// Steps 5 to 7: compares the times of sub-part, preload copy and document.
 bool decide(Steps& steps, const std::string& part, const std::string& preload,
             std::int32_t document_time, Explanation& result) {
   const std::int32_t preload_time = Steps::time_of(preload);
@@ -247,7 +246,7 @@ Explanation explain_part(const Tree& tree, const Request& request, const sys::Lo
 
 namespace {
 
-/// The names in a folder, by kind; nothing of a folder that cannot be listed.
+/// The names in a folder with their kinds; empty if it cannot be listed.
 std::vector<std::pair<std::string, sys::Kind>> names_in(const std::string& folder) {
   std::vector<std::pair<std::string, sys::Kind>> names;
   sys::Folder listing;
@@ -263,7 +262,7 @@ std::int32_t low_time(const sys::Info& info) {
   return info.kind == sys::Kind::kMissing ? 0 : static_cast<std::int32_t>(info.modify_time);
 }
 
-/// Collects the parts below one root.
+/// Collects the sub-parts below one sub-part folder.
 class Collector {
  public:
   Collector(const std::string& document, std::string stamp, std::vector<Part>& parts)

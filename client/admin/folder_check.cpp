@@ -46,7 +46,7 @@ void FolderCheck::run(const DocumentFolder& folder) {
   m_view.load(folder, m_options.locking);
   ++m_summary.folders;
   m_bucket = 0;
-  // Names of other forms are no buckets and have been told of already.
+  // A folder with another name is not a bucket; the walk has already reported it.
   std::from_chars(folder.bucket.data(), folder.bucket.data() + folder.bucket.size(), m_bucket);
   m_highest_number = 0;
   m_data_files = 0;
@@ -67,7 +67,7 @@ void FolderCheck::run(const DocumentFolder& folder) {
   if (m_options.depth == Depth::kFull) check_key_files();
 }
 
-/// @return whether the counter may be looked at.
+/// @return whether check_counter() can read the counter.
 bool FolderCheck::check_writable() {
   if (!m_options.ask_writable) return true;
   bool has_counter = true;
@@ -92,7 +92,7 @@ bool FolderCheck::check_index_state() {
             "waited " + std::to_string(m_options.locking.time_out.count()) + " ms");
       return false;
     case IndexState::kFailed:
-      // A link is told of as such, with all other links.
+      // check_name() reports a link.
       if (const std::uint32_t at = m_view.find(index_format::kIndexFile);
           at == FolderView::kNone || m_view.names()[at].kind != sys::Kind::kLink)
         found(Code::kUnreadableIndex, index_format::kIndexFile,
@@ -242,7 +242,7 @@ void FolderCheck::check_names() {
   for (const Name& name : m_view.names()) check_case(m_folded_names, name.text, name.text);
 }
 
-/// What a killed client has left in the sub-folders.
+/// Reports files in sub-folders that a killed client left.
 void FolderCheck::check_unfinished(const std::string& sub_folder) {
   sys::Folder listing;
   if (!listing.open(m_view.path_of(sub_folder)).ok()) return;
@@ -290,7 +290,7 @@ void FolderCheck::check_unclaimed(const Name& name) {
   found(is_key_file(name) ? Code::kKeyFileWithoutLine : Code::kFileWithoutLine, name.text);
 }
 
-/// Programs write key files by their paths, as the library's headers have it: they have no line.
+/// Whether the file is a key file. Programs write key files by path, so no entry names them.
 bool FolderCheck::is_key_file(const Name& name) const {
   if (m_view.folder().area != Area::kUser) return false;
   if (name.text == "attribut.txt" || name.text == "profile.txt" || name.text.ends_with(".ctg"))
@@ -328,13 +328,13 @@ void FolderCheck::check_sub_folder(const Name& name) {
     found(Code::kStrayItem, name.text, "a folder where only documents are expected");
     return;
   }
-  // The document's file name may hold underscores itself.
+  // The document's file name may contain underscores too.
   for (std::size_t at = name.text.find('_'); at != std::string_view::npos;
        at = name.text.find('_', at + 1)) {
     const std::uint32_t document = m_view.find(name.text.substr(0, at));
     if (document == FolderView::kNone) continue;
     const std::string_view file = m_view.names()[document].text;
-    // Parts of this kind are served as they are.
+    // Sub-parts of .kdf documents are served as they are.
     if (m_options.depth == Depth::kFull && extension_without_dot(file) != "kdf")
       check_parts(m_view.path_of(name.text));
     return;
@@ -366,7 +366,7 @@ void FolderCheck::check_counter() {
 
 }  // namespace admin
 
-// What a full check reads beyond the index: key files, and the times of sub-parts.
+// What only a full check reads: key files, and the times of sub-parts.
 
 namespace admin {
 
@@ -396,7 +396,7 @@ void FolderCheck::check_key_file(const std::string& file, Code code) {
   while (lines.next(line)) {
     if (!line.empty()) ++number;
     const auto pair = key_text::split(line, key_text::Separator::kFirst);
-    // Which side names the document is the client's choice.
+    // A program may store the document's name on either side of the "=".
     if (!pair || is_known(pair->name) || is_known(pair->value)) continue;
     found(code, file, "\"" + printable(line.substr(0, 120)) + "\"", number);
   }
@@ -411,7 +411,7 @@ void FolderCheck::check_parts(const std::string& root) {
 void FolderCheck::check_renditions(const std::string& type_folder, bool is_root) {
   const std::string preload = sys::join(type_folder, layout::kPreloadFolder);
   sys::Folder copies;
-  // Most documents have none.
+  // Most documents have no preload copies.
   if (!copies.open(preload).ok()) return;
   sys::Entry copy;
   while (copies.next(copy)) {

@@ -11,19 +11,19 @@
 
 namespace admin {
 
-/// The checks of one document folder after the other. Its memory is that of the largest folder.
+/// Checks document folders one by one. It needs memory for the largest folder only.
 class FolderCheck {
  public:
   FolderCheck(const CheckOptions& options, CheckSummary& summary, const FindingSink& sink)
       : m_options(options), m_summary(summary), m_sink(sink) {}
 
   void run(const DocumentFolder& folder);
-  /// Counts and hands on a finding that lies outside of any document folder.
+  /// Counts and passes on a finding that is not in a document folder.
   void report(Finding finding);
 
  private:
   void found(Code code, std::string_view name, std::string detail = {}, std::size_t line = 0);
-  /// A finding about the version of a line.
+  /// A finding about the version that the line names.
   void found(Code code, const LintedLine& line, std::string detail);
 
   bool check_index_state();
@@ -34,7 +34,8 @@ class FolderCheck {
   void check_reach(const LintedLine& line);
   void check_lines();
   void check_names();
-  /// Whether the name is the first one of its letters, in whichever case; else tells of it.
+  /// Reports a name that differs from an earlier name of @p table only in letter case. @p shown is
+  /// the name in the report.
   void check_case(NameTable& table, std::string_view name, std::string_view shown);
   void check_name(const Name& name, std::uint32_t number);
   void check_unclaimed(const Name& name);
@@ -59,11 +60,11 @@ class FolderCheck {
   NameTable m_folded_keys;
   NameTable m_folded_names;
   NameTable m_logical_names;
-  std::deque<std::string> m_folded_texts;  ///< what the two tables of folded names refer to
+  std::deque<std::string> m_folded_texts;  ///< the names to which both folded tables refer
   std::size_t m_folded_used = 0;
   std::vector<std::string> m_key_files;
   std::vector<std::string> m_category_files;
-  std::uint32_t m_bucket = 0;  ///< the folder's hash, as its name has it
+  std::uint32_t m_bucket = 0;  ///< the number in the folder's name
   std::int32_t m_highest_number = 0;
   std::uint64_t m_data_files = 0;
   bool m_path_is_long = false;

@@ -33,7 +33,7 @@ void FolderView::load_text(const DocumentFolder& folder, std::string index_text)
 
 void FolderView::take_text() {
   m_index_text = replacement::text_of(m_index_bytes, m_saved_text);
-  // The text is a view of the bytes, unless it is that of an interrupted save.
+  // text_of() returns a view of the bytes, except after an interrupted save.
   m_has_interrupted_save = m_index_text.data() != m_index_bytes.data();
   m_index_state = m_index_text.empty() ? IndexState::kNoBytes : IndexState::kRead;
 }
@@ -91,7 +91,7 @@ std::optional<std::string> FolderView::read_counter(const sys::Locking& locking)
 
 namespace {
 
-/// Whether what ends the key is "_" and ten digits.
+/// Whether the key ends in "_" and ten digits.
 bool has_stamp(std::string_view key) {
   const std::string_view stamp = key.substr(key.size() - index_format::kStampLength);
   return stamp.front() == '_' && stamp.find_first_not_of("0123456789", 1) == std::string_view::npos;
@@ -136,7 +136,7 @@ bool IndexLint::next(LintedLine& line) {
   const std::string_view text = m_view->index_text();
   IndexLine read;
   const bool is_read = m_reader->next(read);
-  // The reader ends with the last "/"; of an index without entries a blank is left.
+  // The reader ends at the last "/". An index without entries still contains a blank.
   if (!is_read && text.find_first_not_of(' ', m_at) == std::string_view::npos) return false;
   const std::size_t end = std::min(text.find('\n', m_at), text.size());
   line = LintedLine();
@@ -162,7 +162,7 @@ void IndexLint::judge(LintedLine& line, const IndexLine& read) {
   line.has_odd_stamp = !has_stamp(line.key);
   if (line.verdict == Verdict::kUnknown) ++m_unknown;
   note_order(read);
-  // The stored name of a line without a "/" of its own is the rest of the text.
+  // Without a "/" in the line, the stored name would be the rest of the text.
   if (line.verdict == Verdict::kNoSeparator) return;
   find_file(line, read);
   if (line.verdict == Verdict::kEntry) note_entry(line, read);
@@ -199,7 +199,7 @@ void IndexLint::note_entry(LintedLine& line, const IndexLine& read) {
   }
   const std::uint32_t same_stored = m_stored.insert(line.stored, number);
   if (same_stored != number) line.same_stored_as = same_stored;
-  // Whose file it was stands in what is lost.
+  // Zeros replaced the bytes that said whose file it was.
   if (line.has_zeros) return;
   if (read.entry != FolderFiles::kNone) m_claimed[read.entry] = true;
   if (line.listed != FolderView::kNone) m_claimed[line.listed] = true;

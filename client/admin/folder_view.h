@@ -18,14 +18,14 @@
 
 namespace admin {
 
-/// A set of names that are kept elsewhere, each with a number: for one folder at a time, filled and
-/// cleared again and again without giving its memory back.
+/// Maps names to numbers. The caller keeps the names' bytes alive. clear() keeps the memory for the
+/// next folder.
 class NameTable {
  public:
   static constexpr std::uint32_t kNone = 0xFFFFFFFF;
 
   void clear() {
-    // A small folder behind a huge one must not cost as much as that one.
+    // After a huge folder, clearing a small one must not visit all slots.
     if (m_items.size() * 8 < m_slots.size()) {
       for (const Item& item : m_items) wipe(item.hash);
     } else {
@@ -46,7 +46,7 @@ class NameTable {
     return kNone;
   }
 
-  /// Enters a name unless it is there. @return the number that belongs to the name from now on.
+  /// Adds a name unless it is present. @return the number of the name in the table.
   std::uint32_t insert(std::string_view name, std::uint32_t number) {
     if ((m_items.size() + 1) * 2 > m_slots.size()) grow();
     const std::size_t hash = hash_of(name);
@@ -70,7 +70,7 @@ class NameTable {
   static std::size_t hash_of(std::string_view name) { return std::hash<std::string_view>{}(name); }
   std::size_t mask() const { return m_slots.size() - 1; }
 
-  /// Empties the run of taken slots that a hash begins in; all of its names are to go.
+  /// Empties the run of used slots from a hash's slot on. Only for removing all names.
   void wipe(std::size_t hash) {
     for (std::size_t at = hash & mask(); m_slots[at] != kNone; at = (at + 1) & mask())
       m_slots[at] = kNone;
@@ -85,66 +85,64 @@ class NameTable {
     }
   }
 
-  std::vector<std::uint32_t> m_slots;  ///< a power of two of them, kNone where free
+  std::vector<std::uint32_t> m_slots;  ///< size: a power of two; kNone: free
   std::vector<Item> m_items;
 };
 
-/// What became of reading a folder's "index.dat".
+/// The result of reading a folder's index.
 enum class IndexState : std::uint8_t {
   kMissing,
   kRead,
-  kNoBytes,  ///< read, and empty (or zeros alone): the writer puts at least one blank, so somebody
-             ///< was stopped half-way
-  kLocked,   ///< another process held it until time was out
-  kFailed,   ///< it could not be read (see index_status())
+  kNoBytes,  ///< empty or only zeros: a writer was interrupted, as a save writes at least one blank
+  kLocked,   ///< another process had it locked until the time-out
+  kFailed,   ///< could not be read, see index_status()
 };
 
-/// A name in a folder, by its kind.
 struct Name {
   std::string_view text;
   sys::Kind kind = sys::Kind::kMissing;
 };
 
-/// What a document folder holds at one moment: its names and the text of its index. One object
-/// serves folder after folder and keeps its memory, which is that of the largest folder.
+/// The content of a document folder at one moment: its names and the text of its index. Use one
+/// object for many folders: it keeps its memory.
 class FolderView {
  public:
   FolderView() = default;
   FolderView(const FolderView&) = delete;
   FolderView& operator=(const FolderView&) = delete;
 
-  /// Lists the folder and reads its index. The index comes first, as the library has it: a file
-  /// made in between is then one without a line, never a line without its file.
+  /// Reads the index, then lists the folder. This is the library's order: a file that is created in
+  /// between seems to be an orphan, but no entry seems to be dangling.
   void load(const DocumentFolder& folder, const sys::Locking& locking);
 
-  /// The same for an index whose text the caller has read, and holds locked.
+  /// The same with an index text that the caller has read under a lock, which it still has.
   void load_text(const DocumentFolder& folder, std::string index_text);
 
   const DocumentFolder& folder() const { return m_folder; }
-  /// Of the listing.
+  /// The status of the listing.
   const os::Status& status() const { return m_status; }
   IndexState index_state() const { return m_index_state; }
   const os::Status& index_status() const { return m_index_status; }
-  /// The text that the bytes of the index stand for: of a save that was interrupted, the new one.
+  /// The valid text of the index; after an interrupted save, the new text.
   std::string_view index_text() const { return m_index_text; }
-  /// What the file holds.
+  /// All bytes of the index file.
   const std::string& index_bytes() const { return m_index_bytes; }
-  /// Whether a save was interrupted, and is still to be completed by the next writer.
+  /// Whether an interrupted save waits for completion by the next writer.
   bool has_interrupted_save() const { return m_has_interrupted_save; }
 
-  /// Everything in the folder, the index and its counter included, in the system's order.
+  /// All items of the folder, also the index and the counter, in the system's order.
   std::span<const Name> names() const { return m_names; }
   static constexpr std::uint32_t kNone = NameTable::kNone;
-  /// The place of a name in names(), spelled exactly so.
+  /// The position of a name in names(), compared byte by byte; or kNone.
   std::uint32_t find(std::string_view name) const { return m_table.find(name); }
 
-  /// The same names for the library's reader, which asks the system for others.
+  /// The same names for the library's index reader. It asks the system for names that are missing
+  /// here.
   FolderFiles& files() const { return *m_files; }
 
-  /// The folder's path and a name in it.
   std::string path_of(std::string_view name) const { return sys::join(m_folder.path, name); }
 
-  /// The text of the counter file, read now; nothing when there is none or it cannot be read.
+  /// Reads the counter; nothing if it is missing or cannot be read.
   std::optional<std::string> read_counter(const sys::Locking& locking) const;
 
  private:
@@ -158,72 +156,70 @@ class FolderView {
   os::Status m_index_status;
   std::string m_index_path;
   std::string m_index_bytes;
-  std::string m_saved_text;       ///< of an interrupted save
-  std::string_view m_index_text;  ///< in one of the two
+  std::string m_saved_text;       ///< the new text of an interrupted save
+  std::string_view m_index_text;  ///< a view of one of the two
   bool m_has_interrupted_save = false;
   std::unique_ptr<FolderFiles> m_files;
-  std::vector<Name> m_names;  ///< with views into m_files
+  std::vector<Name> m_names;  ///< views of m_files
   NameTable m_table;
 };
 
 // ---- the lines of its index --------------------------------------------------------------------
 
-/// What the library's reader makes of a line of "index.dat".
+/// How the library's reader treats a line of the index.
 enum class Verdict : std::uint8_t {
-  kEntry,         ///< an entry of the folder
-  kNoSeparator,   ///< no "/": passed over
-  kShortKey,      ///< the key has no room for a timestamp: passed over
-  kNoFile,        ///< neither the physical name nor that with the extension exists: passed over
-  kDuplicateKey,  ///< an earlier line has the key: passed over
-  kUnknown,       ///< the system does not tell whether its file is there: passed over, but kept
+  kEntry,         ///< a valid entry
+  kNoSeparator,   ///< no "/": skipped
+  kShortKey,      ///< the key is too short for a timestamp: skipped
+  kNoFile,        ///< dangling: no file has the physical name, with or without extension
+  kDuplicateKey,  ///< an earlier line has the key: skipped
+  kUnknown,       ///< unknown entry: skipped, but a save keeps it
 };
 
-/// "entry", "no-separator", ...
 std::string_view name_of(Verdict verdict);
-/// Whether a line of this verdict says nothing, so that an index may do without it.
+/// Whether a save drops a line with this verdict.
 inline bool is_bad(Verdict verdict) {
   return verdict != Verdict::kEntry && verdict != Verdict::kUnknown;
 }
 
-/// One line, with views into the folder's view and into the walk: good until its next step.
+/// One line. The views are valid until the next call of IndexLint::next().
 struct LintedLine {
   std::size_t number = 0;  ///< from 1
   std::string_view raw;    ///< without its line feed
   std::string_view key;
   std::string_view logical;
   std::int32_t timestamp = 0;
-  std::string_view stored;  ///< the physical name as the line has it
+  std::string_view stored;  ///< the physical name
   Verdict verdict = Verdict::kEntry;
-  bool has_odd_stamp = false;  ///< what ends the key is not "_" and ten digits
-  /// The line is what zeros have left of several ones, whatever readers make of it: no name holds a
-  /// zero.
+  bool has_odd_stamp = false;  ///< the key does not end in "_" and ten digits
+  /// The line contains zeros: it is a damaged rest, whatever the verdict, as no name contains
+  /// zeros.
   bool has_zeros = false;
-  /// The name of the entry's file, and where the listing has it (FolderView::kNone when the name
-  /// leads to a file that is listed differently).
+  /// The name of the entry's file, and its position in the listing. The position is
+  /// FolderView::kNone if the file is listed under another spelling.
   std::string_view file;
   std::uint32_t listed = FolderView::kNone;
-  /// Of kEntry: the line counts by its physical name with or without the extension, and only one
-  /// of the two is the entry's file.
+  /// Of kEntry: whether readers find the file. An entry is valid if a file exists with or without
+  /// the extension, but readers open only one of the two.
   bool has_file = false;
-  std::size_t same_stored_as = 0;  ///< the earlier line with this physical name, or 0
-  std::size_t same_key_as = 0;     ///< the earlier line with this key, or 0
+  std::size_t same_stored_as = 0;  ///< an earlier line with this physical name, or 0
+  std::size_t same_key_as = 0;     ///< an earlier line with this key, or 0
 };
 
-/// Walks the lines of a folder's index in one pass and with memory for one folder. What a line is
-/// worth is what the library's reader says; this class adds what only a look at the file as such
-/// needs.
+/// Reads the lines of a folder's index in one pass. The library's reader decides whether an entry
+/// is valid; this class adds what only a check needs.
 class IndexLint {
  public:
-  /// Begins with the folder that the view has loaded.
+  /// Starts with the folder that the view has loaded.
   void start(const FolderView& view);
-  /// The next line, valid or not; false at the end. Blanks behind the last line say nothing.
+  /// Reads the next line, valid or not; false at the end. Blanks after the last line are ignored.
   bool next(LintedLine& line);
 
-  /// After the walk: whether a line was met that counts because of this name of the listing.
+  /// After the last line: whether this name of the listing makes an entry valid, or is its file.
   bool is_claimed(std::uint32_t listed) const { return m_claimed[listed]; }
-  /// Lines whose keys do not ascend, as the writer's do.
+  /// The number of lines whose key is not greater than the one before.
   std::size_t unordered_lines() const { return m_unordered; }
-  /// Lines of the verdict kUnknown.
+  /// The number of lines with the verdict kUnknown.
   std::size_t unknown_lines() const { return m_unknown; }
 
  private:
@@ -235,7 +231,7 @@ class IndexLint {
   const FolderView* m_view = nullptr;
   std::optional<IndexReader> m_reader;
   std::size_t m_number = 0;
-  std::size_t m_at = 0;  ///< where the next line begins
+  std::size_t m_at = 0;  ///< start of the next line
   std::size_t m_unordered = 0;
   std::size_t m_unknown = 0;
   std::string_view m_last_key;

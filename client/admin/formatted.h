@@ -7,12 +7,11 @@
 #include <string_view>
 
 /// @file
-/// Text from a pattern and its arguments, in fmt's spelling: "{} files, {:.1f} %". fmt itself is
-/// seen by formatted.cpp alone: compiled into every source it was a good part of the time that a
-/// build takes.
+/// Formats text with fmt's patterns: "{} files, {:.1f} %". Only formatted.cpp includes fmt, because
+/// including it everywhere makes builds much slower.
 namespace admin {
 
-/// One argument: a number, a character or a text. It refers to the text, and is gone with the call.
+/// One argument: a number, a character or a text. It refers to the caller's text.
 class FormatArgument {
  public:
   enum class Kind { kSigned, kUnsigned, kReal, kCharacter, kText };
@@ -45,8 +44,8 @@ class FormatArgument {
   Kind m_kind;
 };
 
-/// How many arguments a pattern wants: one for each pair of braces, that of a width in "{:{}}" too;
-/// where they are numbered, "{0}", as many as the largest number says.
+/// The number of arguments of a pattern: one per pair of braces, also for a width in "{:{}}". With
+/// numbers, as in "{0}", the largest number plus 1.
 consteval std::size_t arguments_wanted(std::string_view pattern) {
   std::size_t wanted = 0;
   std::size_t depth = 0;
@@ -68,7 +67,7 @@ consteval std::size_t arguments_wanted(std::string_view pattern) {
   return wanted;
 }
 
-/// A pattern whose arguments were counted by the compiler.
+/// A pattern; the compiler checks the number of its arguments.
 template <std::size_t Count>
 class FormatPattern {
  public:
@@ -81,11 +80,10 @@ class FormatPattern {
   std::string_view m_text;
 };
 
-/// Appends the pattern with its arguments filled in.
+/// Appends the formatted text.
 void append_filled(std::string& text, std::string_view pattern, const FormatArgument* arguments,
                    std::size_t count);
 
-/// Appends to a text.
 template <class... Args>
 void append_formatted(std::string& text, FormatPattern<sizeof...(Args)> pattern,
                       const Args&... args) {
@@ -97,7 +95,6 @@ void append_formatted(std::string& text, FormatPattern<sizeof...(Args)> pattern,
   }
 }
 
-/// The pattern with its arguments filled in.
 template <class... Args>
 std::string formatted(FormatPattern<sizeof...(Args)> pattern, const Args&... args) {
   std::string text;

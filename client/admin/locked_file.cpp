@@ -65,7 +65,7 @@ void LockedFile::close() {
 }
 
 os::Status LockedFile::move_to(std::uint64_t offset) {
-  // The system's file position moves by 32-bit distances.
+  // A seek moves by a 32-bit distance.
   constexpr std::uint64_t kMost = std::numeric_limits<std::int32_t>::max();
   os::Status status = os::seek(m_handle, 0, kFromStart);
   while (status.ok() && offset > 0) {
@@ -167,13 +167,13 @@ os::Status LockedFile::replace_bytes(std::string_view old_bytes, std::string_vie
 
 bool is_between(std::string_view old_bytes, std::string_view new_bytes, std::string_view found) {
   const std::size_t front = common_front(found, new_bytes);
-  // Beyond the end of the old bytes only the new ones can have come.
+  // After the end of the old bytes there can only be new ones.
   if (front == found.size() && front >= old_bytes.size()) return true;
   return found.size() == old_bytes.size() && front <= found.size() &&
          found.substr(front) == old_bytes.substr(front);
 }
 
-// ---- what is on its way ------------------------------------------------------------------------
+// ---- unfinished files and folders ---------------------------------------------------------------
 
 namespace {
 
@@ -181,7 +181,6 @@ constexpr int kMostFolders = 1000;
 
 std::string lock_in(const std::string& path) { return sys::join(path, StagingFolder::kLockName); }
 
-/// Removes the copies; what cannot be removed stays.
 void remove_copies(const std::string& path) {
   sys::Folder listing;
   std::vector<std::string> names;
@@ -237,7 +236,7 @@ os::Status StagingFolder::take(const std::string& path, LockedFile::IfMissing if
   const os::Status locked =
       m_lock.open(lock_in(path), LockedFile::For::kChanging, if_missing, at_once);
   if (!locked.ok()) return locked;
-  // Whoever held it just before may have removed it.
+  // The process that had the lock before may have removed the lock file.
   if (sys::describe(lock_in(path)).kind == sys::Kind::kMissing) {
     m_lock.close();
     return {0, os::Failure::kLocked};
@@ -249,7 +248,7 @@ os::Status StagingFolder::take(const std::string& path, LockedFile::IfMissing if
 void StagingFolder::remove() {
   if (m_path.empty()) return;
   remove_copies(m_path);
-  // Where an open file can be removed, nobody gets the lock of one that goes.
+  // If the system can remove open files, remove it under the lock: no other process then locks it.
   const bool is_removed = os::remove_file(lock_in(m_path)).ok();
   m_lock.close();
   if (!is_removed) static_cast<void>(os::remove_file(lock_in(m_path)));
@@ -269,7 +268,7 @@ void StagingFolder::remove_leftovers(const std::string& folder) {
   for (const std::string& path : left) {
     StagingFolder dead;
     const os::Status taken = dead.take(path, LockedFile::IfMissing::kFail);
-    // Only an empty folder goes by this.
+    // This removes only an empty folder.
     if (taken.failure() == os::Failure::kNotFound) static_cast<void>(os::remove_directory(path));
   }
 }

@@ -77,7 +77,7 @@ bool Steps::folders(MissingFolder missing) {
 
 bool Steps::one_folder(std::string name, const std::string& path, MissingFolder missing,
                        Values values) {
-  // Not whether it is a folder: the library asks for existence only, and follows links.
+  // Like the library: checks only for existence, and follows links.
   if (vu_file::exists(path)) {
     const sys::Kind kind = sys::describe(path).kind;
     if (kind == sys::Kind::kFolder)

@@ -12,10 +12,10 @@
 
 namespace admin {
 
-/// How a missing folder is taken.
+/// What a missing folder means for the request.
 enum class MissingFolder : std::uint8_t { kEndsIt, kWouldBeMade };
 
-/// The steps that reading, writing and parts have in common. Each returns whether to go on.
+/// The steps that reads, writes and sub-parts share. Each returns whether to continue.
 class Steps {
  public:
   Steps(const Tree& tree, const Request& request, const sys::Locking& locking, Explanation& result)
@@ -26,24 +26,24 @@ class Steps {
   bool no(std::string name, std::string text, Values values = {});
   void note(std::string name, std::string text, Values values = {});
 
-  /// The entry has a name.
+  /// Whether the entry's name is not empty.
   bool entry_is_named();
-  /// The area's, the owner's and the bucket's folder.
+  /// Whether the folders of the area, the owner and the bucket exist.
   bool folders(MissingFolder missing);
-  /// Looks an entry up as the library does: a plain file of its name first, then the index.
+  /// Looks up the entry as the library does: first a file with its name, then the index.
   bool lookup(std::int32_t timestamp);
-  /// The modification time of a document, 0 for none, in the library's 32 bits.
+  /// The modification time of a file in the library's 32 bits; 0 if the file is missing.
   static std::int32_t time_of(const std::string& path);
 
-  /// After folders(): whether the folder is there.
+  /// After folders(): whether the folder exists.
   bool has_folder() const { return m_has_folder; }
   const DocumentFolder& folder() const { return m_folder; }
-  /// After lookup(): the file's name in the folder.
+  /// After lookup(): the name of the file.
   const std::string& file() const { return m_file; }
   std::string path() const { return sys::join(m_folder.path, m_file); }
-  /// Whether the index was asked and could not be read, which ends a writing too.
+  /// Whether the index could not be read. That also ends a write.
   bool index_failed() const { return m_view.index_state() == IndexState::kFailed; }
-  /// Entries of the folder's index that have this extension.
+  /// The logical names in the folder's index that have this extension.
   std::vector<std::string> names_with_extension(std::string_view extension);
 
  private:
@@ -63,34 +63,33 @@ class Steps {
   std::string m_file;
 };
 
-/// A number as text, and a time with its plain form.
+/// A time as a number and as a date.
 std::string shown_time(std::int64_t seconds);
 
 // ---- finding an entry --------------------------------------------------------------------------
 
-/// Where the library finds an entry.
 struct Lookup {
   bool found = false;
-  bool by_plain_name = false;  ///< a file of the entry's own name, which goes before the index
+  bool by_plain_name = false;  ///< a file has the entry's name; it precedes the index
   bool lock_missed = false;
   DocumentFolder folder;
   std::string file;
   std::string path;
-  std::string why;  ///< what said no
+  std::string why;  ///< the text of the step that failed
 };
 
-/// Looks an entry up at exactly one timestamp, as the library does before it opens anything.
+/// Looks up an entry at exactly one timestamp, as the library does before it opens a file.
 Lookup look_up(const Tree& tree, const Request& request, const sys::Locking& locking);
 
-/// A key file: lines of name and value, split at the first "=".
+/// A key file: its lines, split at the first "=".
 struct KeyFile {
   std::vector<std::pair<std::string, std::string>> lines;
-  std::size_t passed_over = 0;  ///< lines without "="
+  std::size_t passed_over = 0;  ///< number of lines without "="
 };
 os::Status read_key_file(const std::string& path, const sys::Locking& locking, KeyFile& file);
 
-/// The master profile's file in a configuration folder: "profile.txt" when it is there, else
-/// "master.txt". Empty when neither is.
+/// The path of the master profile in a configuration folder: "profile.txt" if it exists, else
+/// "master.txt". Empty if both are missing.
 std::string master_profile(const std::string& config_folder);
 
 }  // namespace admin

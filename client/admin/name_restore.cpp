@@ -63,11 +63,11 @@ void compare_names(std::string_view before, std::string_view after,
   }
 }
 
-// ---- names brought back ------------------------------------------------------------------------
+// ---- restored entries ---------------------------------------------------------------------------
 
 namespace {
 
-/// The name under which the library adopts a file.
+/// The name that the library gives to an adopted file: its extension in lower case.
 std::string adopted_form(std::string_view file) {
   std::string name(file);
   const std::size_t dot = name.rfind('.');
@@ -79,7 +79,6 @@ std::string adopted_form(std::string_view file) {
 
 std::string own_key(std::string_view file) { return index_format::key_of(std::string(file), 0); }
 
-/// Plans one folder.
 class Planner {
  public:
   Planner(const FolderView& folder, std::string_view saved)
@@ -89,14 +88,14 @@ class Planner {
     lint.start(folder);
     LintedLine line;
     while (lint.next(line)) {
-      // What nobody knows of is kept as it stands.
+      // Unknown entries stay as they are.
       if (line.verdict == Verdict::kUnknown) m_unknown.emplace_back(line.key, line.stored);
       if (line.verdict != Verdict::kEntry || line.has_zeros) continue;
       m_names.emplace(line.key, line.stored);
       const bool is_own = line.timestamp == 0 && line.logical == line.stored;
       if (!is_own) m_owners.emplace(line.file, line.key);
     }
-    // An entry counts before a line of its key that nobody knows of.
+    // A valid entry precedes an unknown entry with the same key.
     m_names.insert(m_unknown.begin(), m_unknown.end());
   }
 
@@ -104,7 +103,7 @@ class Planner {
     for (const NameLine& name : m_saved) judge(name);
     for (const auto& [key, stored] : m_names)
       m_plan.text.append(key).append("/").append(stored).append("\n");
-    // So the library writes an index without entries.
+    // The library writes an index without entries in this form.
     if (m_plan.text.empty()) m_plan.text = " ";
     return std::move(m_plan);
   }
@@ -147,7 +146,7 @@ class Planner {
     }
   }
 
-  /// The file bears the name which adoption has given it.
+  /// Restores an entry whose file was renamed by the adoption.
   void restore_renamed(const NameLine& name, const std::string& file, const std::string& adopted) {
     if (m_owners.contains(adopted) || !m_renamed.insert(adopted).second) {
       add(name, file, NameFate::kTaken, "its file belongs to another entry");
@@ -165,12 +164,12 @@ class Planner {
     if (!renamed_from.empty()) drop(renamed_from);
   }
 
-  /// Adoption enters a file under its own name; with its true name back, that entry goes.
+  /// Removes the adopted entry of a file whose real entry is back.
   void drop_own_entry(const NameLine& name, const std::string& file) {
     if (name.is_own_name()) return;
     drop(file);
     const std::string adopted = adopted_form(file);
-    // Where letter case does not tell files apart, the entry has the other form.
+    // On a system that ignores letter case, the entry can have the lower-case form.
     if (sys::kSeparator == '\\' && adopted != file) drop(adopted);
   }
 
@@ -182,7 +181,7 @@ class Planner {
     m_plan.dropped.push_back(file);
   }
 
-  /// The saved line of a key, or null.
+  /// The saved entry with a key, or null.
   const NameLine* saved_line(std::string_view key) const {
     const auto at = std::lower_bound(
         m_saved.begin(), m_saved.end(), key,
@@ -190,7 +189,7 @@ class Planner {
     return at != m_saved.end() && at->key == key ? &*at : nullptr;
   }
 
-  /// Whether the name that has the file had it, together with others, when it was saved.
+  /// Whether the entry that has the file now also had it in the saved index.
   bool was_shared(const std::string& file) const {
     const NameLine* const owner = saved_line(m_owners.find(file)->second);
     return owner != nullptr && owner->file() == file;
@@ -201,7 +200,7 @@ class Planner {
     return at != FolderView::kNone && m_folder.names()[at].kind == sys::Kind::kFile;
   }
 
-  /// Whether another letter case leads to it.
+  /// Whether the system finds the file in another letter case.
   bool is_found(const std::string& file) const {
     return sys::kSeparator == '\\' &&
            sys::describe(m_folder.path_of(file)).kind == sys::Kind::kFile;
@@ -215,11 +214,9 @@ class Planner {
   const FolderView& m_folder;
   std::vector<NameLine> m_saved;
   std::set<std::string> m_saved_files;
-  std::map<std::string, std::string>
-      m_names;  ///< what the index has, and will have: key, stored name
-  std::vector<std::pair<std::string, std::string>> m_unknown;  ///< key, stored name
-  std::map<std::string, std::string>
-      m_owners;  ///< files and the keys that have them, own names aside
+  std::map<std::string, std::string> m_names;  ///< the entries before and after: key, physical name
+  std::vector<std::pair<std::string, std::string>> m_unknown;  ///< key, physical name
+  std::map<std::string, std::string> m_owners;  ///< file, key of its entry; without adopted entries
   std::set<std::string> m_renamed;
   RestorePlan m_plan;
 };
@@ -248,7 +245,7 @@ os::Status restore_names(const DocumentFolder& folder, std::string_view saved,
   if (!view.status().ok()) return view.status();
   plan = plan_restore(view, saved);
   if (!plan.changes()) return text.empty() ? index.replace_lines(text, plan.text) : os::Status();
-  // Files first: a line whose file is not there yet would be dropped by whoever writes next.
+  // Rename the files first: a save by another process would drop an entry whose file is missing.
   for (const RestoredName& name : plan.names) {
     if (name.fate != NameFate::kRestored || name.renamed_from.empty()) continue;
     status = os::rename(view.path_of(name.renamed_from), view.path_of(name.file));

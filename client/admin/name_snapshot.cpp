@@ -14,7 +14,7 @@ namespace admin::names_format {
 
 namespace {
 
-/// Puts values together, numbers with their low byte first.
+/// Appends values; numbers are little-endian.
 class Writer {
  public:
   template <class Number>
@@ -41,7 +41,7 @@ class Writer {
   std::string m_bytes;
 };
 
-/// Takes values apart. Behind the end everything reads as nothing, and good() says so.
+/// Reads values. After the end, all values are empty or 0, and good() is false.
 class Reader {
  public:
   explicit Reader(std::string_view bytes) : m_rest(bytes) {}
@@ -236,7 +236,6 @@ namespace {
 using names_format::SavedIndex;
 using names_format::SavedIndexes;
 
-/// Reads one index after the other.
 class SnapshotVisitor final : public Visitor {
  public:
   SnapshotVisitor(const Tree& tree, const SavedIndexes& before, const SnapshotOptions& options,
@@ -268,7 +267,7 @@ class SnapshotVisitor final : public Visitor {
   }
 
   void failed(const std::string& path, const os::Status& status) override {
-    // Nothing is known about what lies below.
+    // Keep the previous state of all indexes below this folder.
     const std::string below = saved_name_of(m_tree, path) + "/";
     for (auto at = m_before.lower_bound(below); at != m_before.end(); ++at) {
       if (!at->first.starts_with(below)) break;
@@ -288,7 +287,7 @@ class SnapshotVisitor final : public Visitor {
       m_taken.indexes.insert_or_assign(std::move(name), earlier->second);
       return;
     }
-    // The same text somewhere else: an owner who was renamed, one of many empty indexes.
+    // The same text exists for another folder: the owner was renamed, or the index is empty.
     auto known = m_known.find(digest.low);
     if (known == m_known.end() || known->second.digest != digest) {
       const SavedIndex kept = m_keep(m_text, has_earlier ? &earlier->second : nullptr);
@@ -297,7 +296,7 @@ class SnapshotVisitor final : public Visitor {
     m_taken.indexes.insert_or_assign(std::move(name), known->second);
   }
 
-  /// Keeps what was known about an index.
+  /// Keeps the previous state of an index.
   void leave(const std::string& name) {
     const auto earlier = m_before.find(name);
     ++m_taken.unread;
@@ -313,8 +312,8 @@ class SnapshotVisitor final : public Visitor {
   std::unordered_map<std::uint64_t, SavedIndex> m_known;
   std::string m_path;
   std::string m_bytes;
-  std::string m_saved_text;  ///< of an interrupted save
-  std::string_view m_text;   ///< what the bytes stand for
+  std::string m_saved_text;  ///< the new text of an interrupted save
+  std::string_view m_text;   ///< the valid text in the bytes
 };
 
 }  // namespace

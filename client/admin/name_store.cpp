@@ -19,13 +19,13 @@ using names_format::Manifest;
 using names_format::TextHead;
 using names_format::Trailer;
 
-/// So many snapshots after a whole list comes the next one, so that damage does not reach further.
+/// Every 64th snapshot has a complete list. That limits what damage can affect.
 constexpr std::uint64_t kWholeListEvery = 64;
-/// So many earlier texts at most are read for one.
+/// The maximum number of earlier texts that are read for one text.
 constexpr std::uint32_t kDeepest = 16;
 constexpr std::uint64_t kPiece = std::uint64_t{1} << 20U;
 
-/// What two texts share at their ends.
+/// Finds the bytes that two texts share at the start and at the end.
 TextHead shared_of(std::string_view old_text, std::string_view new_text) {
   TextHead head;
   const std::size_t most = std::min(old_text.size(), new_text.size());
@@ -82,7 +82,7 @@ NameStore::~NameStore() {
 
 void NameStore::check_head() {
   const std::string head = read(0, std::min<std::uint64_t>(m_end, kHead.size()));
-  // Its maker may have been stopped within the first bytes.
+  // A process may have been interrupted within the first bytes.
   if (kHead.starts_with(head)) return;
   throw StoreError(
       StoreError::Why::kForeign,
@@ -101,10 +101,10 @@ std::optional<NameStore::Link> NameStore::trailer_at(std::uint64_t at) {
 std::optional<NameStore::Link> NameStore::last_trailer_before(std::uint64_t end) {
   if (end < kHead.size() + kTrailerSize) return std::nullopt;
   if (const auto link = trailer_at(end - kTrailerSize)) return link;
-  // Nobody closed it properly, or it is damaged: look for one, piece by piece.
+  // The last snapshot was interrupted, or the file is damaged: search for a trailer, backwards.
   for (std::uint64_t above = end; above > kHead.size();) {
     const std::uint64_t from = above - std::min(above - kHead.size(), kPiece);
-    // A trailer that begins in this piece may end in the one that has been looked at.
+    // A trailer in this piece may end in the following piece.
     const std::string piece = read(from, std::min(end, above + kTrailerSize) - from);
     for (std::size_t at = piece.rfind(names_format::kTrailerMark); at != std::string::npos;
          at = at == 0 ? std::string::npos : piece.rfind(names_format::kTrailerMark, at - 1)) {
@@ -185,7 +185,7 @@ std::string NameStore::stored_text(std::uint64_t at, std::uint32_t& depth) {
   if (head->base == 0) return own;
   std::uint32_t base_depth = 0;
   const std::string base = stored_text(head->base, base_depth);
-  // Also keeps this from going on for ever.
+  // This also prevents an endless recursion.
   if (base_depth >= depth || base.size() < std::uint64_t{head->front} + head->back)
     damaged("a saved text");
   own.insert(0, base, 0, head->front);
@@ -216,7 +216,7 @@ SavedIndex NameStore::add(std::string_view text, const SavedIndex* earlier) {
         head.depth = depth + 1;
       }
     } catch (const StoreError&) {
-      // What cannot be read any more is not built upon.
+      // The earlier text is damaged: store the new one completely.
     }
   }
   m_has_added = true;
@@ -249,7 +249,7 @@ Snapshot NameStore::commit(Snapshot head, const SavedIndexes& before, const Save
   if (head.is_whole) manifest.list = {now.begin(), now.end()};
   manifest.snapshot = head;
 
-  // What the trailer vouches for is on the device before it.
+  // Flush the texts before the trailer that makes them valid.
   const bool has_texts = m_end + m_pending.size() != m_valid_end;
   write_pending();
   if (has_texts) check(m_file.flush(), "could not be flushed to the device");

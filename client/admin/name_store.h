@@ -20,11 +20,11 @@ using names_format::Snapshot;
 class StoreError : public std::runtime_error {
  public:
   enum class Why : std::uint8_t {
-    kMissing,  ///< there is none
-    kLocked,   ///< another process held it until time was out
-    kForeign,  ///< it is a file of another kind
-    kDamaged,  ///< bytes that are needed are not what was written
-    kFailed,   ///< the system refused
+    kMissing,  ///< the file does not exist
+    kLocked,   ///< another process had it locked until the time-out
+    kForeign,  ///< it is not a file of saved names
+    kDamaged,  ///< a checksum does not match, or bytes are missing
+    kFailed,   ///< the system reported an error
   };
   StoreError(Why why, const std::string& text) : std::runtime_error(text), m_why(why) {}
   Why why() const noexcept { return m_why; }
@@ -33,56 +33,56 @@ class StoreError : public std::runtime_error {
   Why m_why;
 };
 
-/// The file that keeps the names of a tree: snapshots of all its indexes, one behind the other. It
-/// is only appended to. A snapshot counts when its trailer stands behind it, which is written last;
-/// what a process that was killed, or found no space, has left behind the last trailer is passed
-/// over, and cut off by the next one that appends.
+/// The file of saved names of a tree: a sequence of snapshots of all its indexes. A snapshot is
+/// only appended. It is valid when its trailer follows it, which is written last. Readers ignore
+/// bytes after the last trailer, which a killed process or a full disk leaves; the next snapshot
+/// removes them.
 ///
-/// Every snapshot ends with a list of indexes, or of what has changed in that list; the texts of
-/// the indexes are stored once, and as far as they differ from an earlier one. Lists and texts have
-/// checksums, so damage in the midst of the file costs what depends on it and nothing else.
+/// Every snapshot ends with the list of all indexes, or with the changes of that list. The text of
+/// an index is stored once, and only the bytes that differ from an earlier text. Lists and texts
+/// have checksums, so damage inside the file affects only what depends on the damaged bytes.
 ///
-/// The lock lasts as long as the object. All calls may throw StoreError.
+/// The object locks the file as long as it lives. All calls may throw StoreError.
 class NameStore {
  public:
   enum class For : std::uint8_t { kReading, kAppending };
 
-  /// @param purpose kAppending makes the file when it is missing.
+  /// @param purpose kAppending creates the file if it is missing.
   NameStore(const std::string& path, For purpose, const sys::Locking& locking);
-  /// Takes back what was added and not committed.
+  /// Removes what was added and not committed.
   ~NameStore();
   NameStore(const NameStore&) = delete;
   NameStore& operator=(const NameStore&) = delete;
 
   // ---- reading ----
 
-  /// A snapshot in the file; without what it says about itself when that is damaged.
+  /// A snapshot in the file. Without its description if that is damaged.
   struct Kept {
     std::uint64_t number = 0;
-    std::uint64_t file_bytes = 0;  ///< what it takes in the file
+    std::uint64_t file_bytes = 0;  ///< its size in the file
     std::optional<Snapshot> snapshot;
   };
-  /// Oldest first. Between them numbers may be missing, where the file is damaged.
+  /// Oldest first. If the file is damaged, numbers can be missing.
   std::vector<Kept> snapshots();
-  /// The indexes that a snapshot holds.
+  /// The indexes of a snapshot.
   SavedIndexes indexes_of(std::uint64_t number);
-  /// The text of a saved index.
   std::string text_of(const SavedIndex& index);
 
-  /// Bytes behind the last complete snapshot, left by a process that was stopped.
+  /// The number of bytes after the last complete snapshot, left by an interrupted process.
   std::uint64_t torn_bytes() const { return m_torn; }
-  /// The number of the last snapshot, 0 for none.
+  /// The number of the last snapshot; 0: none.
   std::uint64_t last_number() const { return m_chain.empty() ? 0 : m_chain.front().trailer.number; }
 
   // ---- appending ----
 
-  /// Stores a text. @param earlier what it may share bytes with, or null.
+  /// Stores a text. @param earlier an index with a similar text, or null.
   SavedIndex add(std::string_view text, const SavedIndex* earlier);
-  /// Ends the snapshot; from here on it counts. @param head its time, storage, layout, and the
-  /// number of unread indexes; the rest is filled in. @param before the indexes of last_number(),
-  /// empty when those could not be read. @return what it says about itself.
+  /// Completes the snapshot; after the call it is valid.
+  /// @param head time, storage, layout, and number of unread indexes; the call fills in the rest.
+  /// @param before the indexes of last_number(), empty if they could not be read.
+  /// @return the complete description.
   Snapshot commit(Snapshot head, const SavedIndexes& before, const SavedIndexes& now);
-  /// The size of the file, what is being added included.
+  /// The size of the file, with the uncommitted bytes.
   std::uint64_t file_size() const { return m_end + m_pending.size(); }
 
  private:
@@ -104,11 +104,11 @@ class NameStore {
 
   std::string m_path;
   LockedFile m_file;
-  std::vector<Link> m_chain;  ///< newest first, as far as it has been followed
+  std::vector<Link> m_chain;  ///< newest first, as far as it was read
   bool m_chain_is_whole = false;
-  std::uint64_t m_valid_end = 0;  ///< behind the last trailer
+  std::uint64_t m_valid_end = 0;  ///< the position after the last trailer
   std::uint64_t m_torn = 0;
-  std::uint64_t m_end = 0;  ///< where the pending bytes go
+  std::uint64_t m_end = 0;  ///< the position for the pending bytes
   std::string m_pending;
   bool m_has_added = false;
 };

@@ -22,7 +22,7 @@ std::string key_of(const NewVersion& version) {
   return index_format::key_of(version.logical, version.timestamp);
 }
 
-/// Makes a folder and those above it. @p failed the one that could not be made.
+/// Creates a folder and its parents. @p failed: the folder that could not be created.
 os::Status make_folders(const std::string& path, std::string& failed) {
   if (sys::describe(path).kind == sys::Kind::kFolder) return {};
   const std::size_t at = path.rfind(sys::kSeparator);
@@ -36,7 +36,7 @@ os::Status make_folders(const std::string& path, std::string& failed) {
   return made;
 }
 
-/// Writes a counter's new number over the old one; the caller flushes it with others.
+/// Overwrites the number in a counter. The caller flushes it.
 os::Status write_number(LockedFile& counter, const std::string& before, const std::string& now) {
   const os::Status written = counter.write_at(0, now);
   return written.ok() && before.size() > now.size() ? counter.cut_at(now.size()) : written;
@@ -50,7 +50,7 @@ bool has_documents(const FolderView& view) {
   });
 }
 
-/// What stands before the "/" of a line.
+/// The part of a line before the "/".
 std::string_view key_part(std::string_view line) { return line.substr(0, line.find('/')); }
 
 }  // namespace
@@ -85,7 +85,7 @@ bool NewVersions::stage(NewVersion& version) {
   if (copied.failure() == os::Failure::kLocked)
     return failed(version.source, "another process has locked it");
   if (!copied.ok()) return failed(version.source, sys::text_of(copied));
-  // A copy of a read-only file is read-only, and could never be replaced.
+  // The copy of a read-only file is read-only. The library could never replace it.
   if (sys::describe(copy).is_read_only) static_cast<void>(os::make_writable(copy));
   if (!version.replaces.empty() && !sys::take_over_owner(path_of(version.replaces), copy).ok()) {
     static_cast<void>(os::remove_file(copy));
@@ -129,7 +129,7 @@ void NewVersions::take_back(Item& item) {
   item.is_moved = false;
 }
 
-/// Has the names of files that were replaced on the device.
+/// Flushes the folders in which files were replaced.
 void NewVersions::flush_replaced(const std::vector<NewVersions*>& folders,
                                  const std::vector<std::string>& replaced) {
   if (replaced.empty()) return;
@@ -167,7 +167,7 @@ void NewVersions::enter(const std::vector<NewVersions*>& folders) {
     counters.push_back(each->path_of(index_format::kCounterFile));
     names.push_back(each->m_folder.path);
   }
-  // A line must not reach the device before its file has its name there.
+  // The name of a file must be on the device before its entry.
   flush(counters, names);
   save(folders);
   std::vector<std::string> replaced;
@@ -176,8 +176,8 @@ void NewVersions::enter(const std::vector<NewVersions*>& folders) {
     each->m_index.close();
   }
   flush_replaced(folders, replaced);
-  // Asking for the lock of one index while that of another is held, out of their order, would be a
-  // deadlock with the next program.
+  // Required: after all indexes are unlocked. Locking one while another is locked, against the
+  // order of the paths, can deadlock with another program.
   for (NewVersions* const each : folders) each->verify();
 }
 
@@ -195,7 +195,7 @@ bool NewVersions::open_index() {
       m_index.open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kMake, m_locking);
   if (status.ok()) status = m_index.read_text(m_text);
   if (status.ok() && is_new && m_text.empty()) {
-    // An index without a byte would pass for one whose names are lost.
+    // An empty index would look like one that lost its entries.
     status = m_index.write_at(0, " ");
     if (status.ok()) {
       m_text = " ";
@@ -216,8 +216,9 @@ bool NewVersions::open_index() {
   return is_sound();
 }
 
-/// Whether a line can be added that readers find, and nothing goes that is left of lost names. An
-/// index without a byte in a folder without a document is one that a killed process had just made.
+/// Whether the index is undamaged, so that readers find new entries and a save removes no rest of
+/// lost names. An empty index in a folder without documents is valid: a killed process had just
+/// created it.
 bool NewVersions::is_sound() {
   const std::string path = printable(path_of(index_format::kIndexFile));
   if (m_view.index_state() == IndexState::kNoBytes && has_documents(m_view)) {
@@ -239,7 +240,7 @@ bool NewVersions::is_sound() {
   return true;
 }
 
-/// Names that have an entry by now, or another one, are somebody else's.
+/// Drops versions whose entry another program created or changed since they were staged.
 void NewVersions::drop_taken() {
   struct Taken {
     Verdict verdict;
@@ -320,8 +321,8 @@ void NewVersions::move_files() {
   }
 }
 
-/// The index with the new lines, ordered as the library writes it. Lines whose files are gone stay,
-/// but for those of the new names.
+/// The text of the index with the new entries, in the library's order. Dangling entries stay,
+/// except those with a new key.
 std::string NewVersions::text_with_lines() const {
   std::vector<std::string> lines;
   std::set<std::string, std::less<>> keys;
@@ -363,7 +364,7 @@ void NewVersions::save(const std::vector<NewVersions*>& folders) {
 
 void NewVersions::judge_save(const std::string& wanted, const os::Status& status) {
   std::string now;
-  // A failure behind the moment that counts leaves the new text.
+  // If only the last steps of the replacement failed, the new text is valid.
   const bool holds = status.ok() || (m_index.read_text(now).ok() && now == wanted);
   if (!holds) {
     fail_pending(Fate::kFailed, "the index " + printable(path_of(index_format::kIndexFile)) +
@@ -375,7 +376,8 @@ void NewVersions::judge_save(const std::string& wanted, const os::Status& status
   }
 }
 
-/// Nobody is waited for under the lock of an index: who has a document open may ask for the index.
+/// Does not wait for locks on documents while the index is locked: a process that has a document
+/// open may wait for the index.
 /// @return whether any file was replaced.
 bool NewVersions::replace_files() {
   sys::Locking at_once = m_locking;
@@ -403,8 +405,8 @@ bool NewVersions::replace_files() {
   return any;
 }
 
-/// A program that had loaded the index before may have stored the same name: of two lines of one
-/// name its save keeps its own. Then the file that was made here belongs to nobody.
+/// Another program may have loaded the index before this save and stored the same key after it. Its
+/// save keeps its own entry. The file that was created here is then an orphan and is removed.
 void NewVersions::verify() {
   const auto is_stored = [](const Item& item) {
     return item.is_new() && item.version->fate == Fate::kStored;

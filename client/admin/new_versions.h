@@ -12,51 +12,51 @@
 
 namespace admin {
 
-/// A document to store, and what has become of it.
+/// A document to store, and the result.
 struct NewVersion {
   enum class Fate : std::uint8_t {
     kPending,
     kStored,
-    kMeanwhile,  ///< somebody else has stored, or removed, the name meanwhile
+    kMeanwhile,  ///< another program stored or removed the entry
     kFailed,
     kLocked,  ///< a lock was not obtained in time
-    /// Its file cannot be exchanged for the copy: somebody has it open, or the copy could not be
-    /// given the file's owner. Nothing was changed; it has to be written where it stands.
+    /// The copy cannot replace the file: the file is open, or its owner could not be given to the
+    /// copy. Nothing was changed; the caller must write into the existing file.
     kInPlace,
   };
 
   std::string source;
   std::string logical;
   std::int32_t timestamp = 0;
-  /// The file of the version that is replaced; empty for a name that is free.
+  /// The file of the version to replace; empty for a new entry.
   std::string replaces;
   Fate fate = Fate::kPending;
   std::string file;    ///< of kStored: its name in the folder
-  std::string reason;  ///< of the others, with the system's own words; of kLocked the path
+  std::string reason;  ///< of the other fates; of kLocked: the path
 };
 
-/// Versions of one folder, new ones entered in its index together: one load, one save. In order:
+/// Stores versions of one folder, with one load and one save of its index:
 ///
-///  1. stage() copies each file beside its place, into a folder that nobody adopts.
-///  2. The copies are flushed, those of many folders together.
-///  3. prepare() locks the index, asks which names are still free, draws numbers from the counter
-///     and moves the copies to their places.
-///  4. Counters and folders are flushed, those of many folders together.
-///  5. save() saves each index once, those of many folders together.
-///  6. replace_files() puts copies that replace a version in the place of its file, each by one
-///     renaming, while file and index are locked. Then the index's lock is given back.
-///  7. Folders in which files were replaced are flushed.
-///  8. verify() looks once more, when no index is locked here any longer.
+/// 1. stage() copies each file into a StagingFolder.
+/// 2. The copies are flushed, for all folders together.
+/// 3. prepare() locks the index, checks which keys are still free, takes numbers from the counter
+///    and renames the copies to their final names.
+/// 4. Counters and folders are flushed, for all folders together.
+/// 5. save() saves each index once; the indexes are flushed together.
+/// 6. replace_files() replaces the files of existing versions, each by one rename, while file and
+///    index are locked. Then it unlocks the index.
+/// 7. Folders in which files were replaced are flushed.
+/// 8. verify() reads the index again, without a lock on any other index.
 ///
-/// enter() does 2 to 8 for some folders.
+/// enter() does steps 2 to 8 for several folders.
 ///
-/// A version that is replaced is the old one or the new one at any moment, never a part of either.
-/// Whoever waits for its lock just then still has the old file, as if it had come before.
+/// A replaced version is the old one or the new one at any moment, never a mixture. A process that
+/// waits for the file's lock at that moment still reads the old file.
 ///
-/// A name is seen only when its document is whole. What fails is taken back by the physical file
-/// that was made here, never by its name, which may be somebody else's by then. A process that is
-/// killed leaves whole files without a line at most, or the folder of copies, which the next one
-/// that stores something there removes.
+/// An entry is visible only when its document is complete. After a failure the new physical file is
+/// removed, never the entry by its key: the key may belong to another program then. A process that
+/// is killed leaves at most orphans with their complete content, and its StagingFolder, which the
+/// next store in the folder removes.
 class NewVersions {
  public:
   NewVersions(DocumentFolder folder, sys::Locking locking)
@@ -64,11 +64,12 @@ class NewVersions {
   NewVersions(const NewVersions&) = delete;
   NewVersions& operator=(const NewVersions&) = delete;
 
-  /// Copies the version's source. Its folders are made when they are missing. @return whether that
-  /// went well; else the version says why.
+  /// Copies the version's source. Creates missing folders.
+  /// @return whether it succeeded; if not, the version contains the reason.
   bool stage(NewVersion& version);
-  /// Enters what was staged, and tells each version's fate. @param folders in one order for all
-  /// programs, since several indexes are locked at a time: that of their paths.
+  /// Stores what was staged, and sets the fate of each version.
+  /// @param folders sorted by path: several indexes are locked at a time, and one order for all
+  /// programs avoids a deadlock.
   static void enter(const std::vector<NewVersions*>& folders);
 
  private:
@@ -106,7 +107,7 @@ class NewVersions {
   sys::Locking m_locking;
   StagingFolder m_staging;
   std::vector<Item> m_items;
-  LockedFile m_index;  ///< from prepare() to replace_files()
+  LockedFile m_index;  ///< open from prepare() to replace_files()
   FolderView m_view;
   std::string m_text;
 };

@@ -17,19 +17,20 @@ namespace {
 
 using Fate = OldVersion::Fate;
 
-/// What an index holds when it has no lines.
+/// The text of an index without entries.
 constexpr const char* kNoLines = " ";
 
 constexpr const char* kRemovedMeanwhile = "another program has removed it";
 constexpr const char* kChangedMeanwhile = "another program has changed it, so it stays";
 
-/// From the index of one folder.
+/// Removes versions of one folder.
 class Removal {
  public:
   Removal(const OldVersions& what, const sys::Locking& locking)
       : m_folder(what.folder), m_locking(locking), m_versions(what.versions) {}
 
-  /// Removes the files, and keeps the index locked. @return false when its lock was not had in time
+  /// Removes the files; the index stays locked.
+  /// @return false if the index was not locked in time.
   bool remove_files() {
     if (!open_index()) return !m_is_locked;
     read_lines();
@@ -38,7 +39,7 @@ class Removal {
     }
     return true;
   }
-  /// Has the lines gone that lost their files, and gives the locks back.
+  /// Removes the entries of the removed files, and unlocks the indexes.
   static void save(std::deque<Removal>& all);
 
  private:
@@ -102,14 +103,15 @@ void Removal::read_lines() {
   }
 }
 
-/// @return whether its line may go.
+/// @return whether its entry can be removed.
 bool Removal::remove(OldVersion& version) {
   const auto line = m_lines.find(key_of(version));
   if (line == m_lines.end() || line->second.file != version.file) {
     leave(version, Fate::kMeanwhile, line == m_lines.end() ? kRemovedMeanwhile : kChangedMeanwhile);
     return false;
   }
-  // Nobody is waited for under the lock of an index: who has a document open may ask for the index.
+  // Do not wait while the index is locked: a process that has the document open may wait for the
+  // index.
   sys::Locking at_once = m_locking;
   at_once.time_out = std::chrono::milliseconds(0);
   const std::string path = path_of(version.file);
@@ -121,13 +123,13 @@ bool Removal::remove(OldVersion& version) {
           "its file " + printable(path) + " stays: " + why_not_usable(path, locked));
     return false;
   }
-  // The lock is waited for by whoever wants to write, so nothing comes between this and the end.
+  // Writers wait for this lock, so the file cannot change between this check and its removal.
   if (!version.is_same(file)) {
     leave(version, Fate::kMeanwhile, kChangedMeanwhile);
     return false;
   }
   if constexpr (!sys::kReplacesOpenFiles) file.close();
-  // The file of another entry as well stays with it.
+  // A file that another entry also names stays.
   if (m_uses[line->second.stored] == 1) {
     if (const os::Status removed = os::remove_file(path); !removed.ok()) {
       leave(version, Fate::kFailed,
@@ -169,7 +171,7 @@ void Removal::save(std::deque<Removal>& all) {
 
 void Removal::judge_save(const std::string& wanted, const os::Status& status) {
   std::string now;
-  // A failure behind the moment that counts leaves the new text.
+  // If only the last steps of the replacement failed, the new text is valid.
   if (status.ok() || (m_index.read_text(now).ok() && now == wanted)) return;
   for (OldVersion* const version : m_versions) {
     if (version->fate == Fate::kRemoved)

@@ -10,24 +10,24 @@
 
 namespace admin {
 
-/// A version that is to go for what it was when it was looked at, and what has become of it.
+/// A version to remove if it has not changed since it was examined, and the result.
 struct OldVersion {
   enum class Fate : std::uint8_t {
     kPending,
     kRemoved,
-    kMeanwhile,  ///< somebody else has changed it meanwhile: it stays
-    kInUse,      ///< somebody has it open: it stays
+    kMeanwhile,  ///< another program has changed it: it stays
+    kInUse,      ///< another process has it open: it stays
     kFailed,
-    kLocked,  ///< the index was not to be had in time
+    kLocked,  ///< the index was not locked in time
   };
 
   std::string logical;
   std::int32_t timestamp = 0;
   std::string file;  ///< its name in the folder
-  /// Whether it is still what is to go. Asked while nobody else can write to it.
+  /// Whether the version is unchanged. Called while the file is locked exclusively.
   std::function<bool(LockedFile& file)> is_same;
   Fate fate = Fate::kPending;
-  std::string reason;  ///< of all but kRemoved; of kLocked the path
+  std::string reason;  ///< of all but kRemoved; of kLocked: the path
 };
 
 /// Versions of one folder.
@@ -36,13 +36,12 @@ struct OldVersions {
   std::vector<OldVersion*> versions;
 };
 
-/// Removes versions of some folders from their indexes together: one load and one save of each,
-/// under its exclusive lock, and few flushes for all. A file that somebody has open, or that is not
-/// the same any more, stays with its line. A process that is killed leaves lines without files
-/// at most, which readers pass over. Folders of parts are left to the caller.
-/// @param folders in one order for all programs, since several indexes are locked at a time: that
-/// of their paths. Once the lock of one is not had in time, that of no other is asked for: their
-/// versions stay pending.
+/// Removes versions: each index is loaded and saved once under its exclusive lock, and all are
+/// flushed together. A file that is open or has changed stays, with its entry. A process that is
+/// killed leaves at most dangling entries. The caller removes sub-part folders.
+/// @param folders sorted by path: several indexes are locked at a time, and one order for all
+/// programs avoids a deadlock. After the first lock time-out, the versions of the remaining folders
+/// stay pending.
 void remove_old_versions(const std::vector<OldVersions>& folders, const sys::Locking& locking);
 
 }  // namespace admin

@@ -65,14 +65,14 @@ std::string without_bad_lines(const FolderView& folder, const std::set<BadLine>&
     if (line.verdict == Verdict::kDuplicateKey && !is_new) continue;
     text.append(line.raw).append("\n");
   }
-  // So the library writes an index without entries.
+  // The library writes an index without entries in this form.
   return text.empty() ? " " : text;
 }
 
 std::string with_lines(std::string_view index, const std::vector<std::string>& lines) {
   const auto present = lines_of(index);
-  // Lines with one key keep their order: the first one counts. A second copy of a line says
-  // nothing.
+  // Lines with the same key keep their order, because the first one is valid. Second copies are
+  // dropped.
   std::vector<std::string_view> in_order;
   std::set<std::string_view> seen;
   for (std::string_view rest = index; !rest.empty();) {
@@ -164,7 +164,7 @@ bool is_unclaimed_file(const FolderView& folder, std::string_view name) {
   LintedLine line;
   while (lint.next(line)) {
   }
-  // A line of which nobody knows may lead to any file.
+  // An unknown entry may belong to any file.
   return lint.unknown_lines() == 0 && !lint.is_claimed(at);
 }
 
@@ -200,7 +200,7 @@ bool is_orphaned_parts(const FolderView& folder, std::string_view name) {
   return name.find('_') != std::string_view::npos;
 }
 
-// ---- what a damaged index still tells ----------------------------------------------------------
+// ---- entries of a damaged index -----------------------------------------------------------------
 
 namespace {
 
@@ -210,13 +210,13 @@ constexpr std::size_t kFewestDigits = 8;
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
-/// The text without the mark that a text in UTF-16 begins with.
+/// The text without a byte order mark of UTF-16.
 std::string_view without_mark(std::string_view text) {
   constexpr std::string_view kMark = "\xFF\xFE";
   return text.starts_with(kMark) ? text.substr(kMark.size()) : text;
 }
 
-/// Whether every second byte is zero: somebody has saved the text in UTF-16.
+/// Whether every second byte is zero: an editor has saved the text as UTF-16.
 bool is_wide(std::string_view text) {
   text = without_mark(text);
   for (std::size_t i = 1; i < text.size(); i += 2) {
@@ -225,8 +225,8 @@ bool is_wide(std::string_view text) {
   return text.size() > 1;
 }
 
-/// The text without carriage returns, and without what zeros have made of lines: what stands before
-/// them may be cut, what stands behind them is the end of another line, up to the line feed.
+/// The text without carriage returns and, from each zero on, without the rest of the line: that
+/// rest is the end of another line. What precedes the zeros stays, and may be truncated.
 std::string cleaned(std::string_view text) {
   const bool wide = is_wide(text);
   if (wide) text = without_mark(text);
@@ -240,15 +240,15 @@ std::string cleaned(std::string_view text) {
   return clean;
 }
 
-/// Whether a key ends in "_" and ten digits, and has a name before it.
+/// Whether the text is a key: a name, "_" and ten digits.
 bool is_key(std::string_view key) {
   if (key.size() <= index_format::kStampLength) return false;
   const std::string_view stamp = key.substr(key.size() - index_format::kStampLength);
   return stamp.front() == '_' && std::all_of(stamp.begin() + 1, stamp.end(), is_digit);
 }
 
-/// Where a stored name ends: a generated one after its digits, also where another line is glued
-/// to it; any other at the end of the line.
+/// The end of a physical name: a generated name ends after its digits, even if another line was
+/// joined to it. Any other name ends with its line.
 std::size_t end_of_stored(std::string_view text, std::size_t from) {
   std::size_t digits = from;
   while (digits < text.size() && is_digit(text[digits])) ++digits;
@@ -259,7 +259,7 @@ std::size_t end_of_stored(std::string_view text, std::size_t from) {
   return std::min(text.find('\n', from), text.size());
 }
 
-/// Everything in the text that has the form of a line.
+/// All parts of the text that have the form of an entry.
 std::vector<std::string> lines_in(std::string_view text) {
   std::vector<std::string> lines;
   std::size_t begin = 0;
@@ -278,7 +278,7 @@ std::vector<std::string> lines_in(std::string_view text) {
 
 std::string_view stored_part(std::string_view line) { return line.substr(line.find('/') + 1); }
 
-/// What the entries of a folder have.
+/// The keys and files of a folder's entries.
 struct Taken {
   Names keys;
   Names files;
@@ -298,7 +298,7 @@ Taken taken_by_entries(const FolderView& folder) {
   return taken;
 }
 
-/// Takes a line in when its file is there, and neither the file nor the name is somebody's.
+/// Accepts a line if its file exists, and no entry has its key or file.
 bool take(const FolderView& folder, std::string_view line, Taken& taken) {
   const std::string_view key = key_part(line);
   if (!is_key(key) || stored_part(line).empty()) return false;
@@ -311,7 +311,7 @@ bool take(const FolderView& folder, std::string_view line, Taken& taken) {
   return true;
 }
 
-/// Whether there are documents besides those: their names may have stood where the damage is.
+/// Whether the folder has other documents: the damage may have destroyed their names.
 bool has_more_files(const FolderView& folder, const Names& known) {
   return std::any_of(folder.names().begin(), folder.names().end(), [&](const Name& name) {
     return name.kind == sys::Kind::kFile && !index_format::is_index_file(name.text) &&
@@ -319,8 +319,7 @@ bool has_more_files(const FolderView& folder, const Names& known) {
   });
 }
 
-/// The lines of an index in their order: those of entries, restored ones, and what is left of
-/// damaged ones.
+/// Builds the text of an index from entries, restored lines and the rest of damaged lines.
 class RestoredText {
  public:
   RestoredText(const FolderView& folder, const std::vector<std::string>& lines)
@@ -337,10 +336,10 @@ class RestoredText {
 
   std::size_t restored() const { return m_restored.size(); }
   void add(std::string_view line) { m_lines.emplace_back(line); }
-  /// Of a damaged line stays what no restored line has told.
+  /// Adds a damaged line, unless all its keys are in restored lines or entries.
   void add_rest(std::string_view raw) {
     const bool has_zeros = raw.find('\0') != std::string_view::npos;
-    // Where names are lost still, zeros are all that tells it; else they tell nothing.
+    // While names are still lost, zeros are the only evidence of it. Otherwise they can go.
     if (has_zeros && !m_keeps_zeros) return;
     std::string rest = has_zeros ? std::string(raw) : cleaned(raw);
     if (rest.empty() || (!has_zeros && is_told(rest))) return;
@@ -371,7 +370,7 @@ class RestoredText {
   Names m_keys;  ///< of restored lines
   bool m_keeps_zeros = false;
   std::vector<std::string> m_lines;
-  std::vector<std::string> m_loose;  ///< without a "/", behind all others
+  std::vector<std::string> m_loose;  ///< lines without a "/", for the end
 };
 
 }  // namespace

@@ -9,62 +9,62 @@
 #include "client/admin/folder_view.h"
 
 /// @file
-/// What a repair takes out of indexes and key files, as text. Nothing here opens a file.
+/// Repairs of indexes and key files, as functions of texts. Nothing here opens a file.
 namespace admin {
 
-/// A line that readers of an index pass over, and why.
+/// A line of an index that readers skip, and why.
 struct BadLine {
   std::string text;
   Verdict verdict = Verdict::kNoFile;
   auto operator<=>(const BadLine&) const = default;
 };
-/// The lines of the folder's index that readers pass over, each with its number from 1. Blanks,
-/// which say nothing, are not told.
+/// The lines of the folder's index that readers skip, with their numbers from 1; without blank
+/// lines and unknown entries.
 std::vector<std::pair<std::size_t, BadLine>> bad_lines(const FolderView& folder);
 
-/// The index without those of its lines that are in @p unwanted, and still passed over for the same
-/// reason. A second copy of a line, and blanks, go as well: a writer who was stopped leaves those.
-/// @param removed how many of the unwanted ones went.
+/// The index without the lines in @p unwanted that readers still skip for the same reason. Also
+/// drops second copies of a line and blank lines, which an interrupted writer leaves.
+/// @param removed the number of unwanted lines that were removed.
 std::string without_bad_lines(const FolderView& folder, const std::set<BadLine>& unwanted,
                               std::size_t& removed);
-/// The index with lines added, where it does not have them, in the order of the keys.
+/// The index with the @p lines that it does not have, sorted by key.
 std::string with_lines(std::string_view index, const std::vector<std::string>& lines);
 
-/// A line of a key file by its number, which counts the lines that hold something, from 1.
+/// A line of a key file by its number from 1; empty lines do not count.
 std::string_view key_line(std::string_view text, std::size_t number);
-/// Whether a line of a key file names nothing that the folder has: neither side of it.
+/// Whether neither side of a line in a key file is a name in the folder.
 bool is_dangling(const FolderView& folder, std::string_view line);
-/// The key file without each of these lines. @param removed how many went.
+/// The key file without these lines. @param removed the number of lines that were removed.
 std::string without_key_lines(std::string_view text, const std::set<std::string>& lines,
                               std::size_t& removed);
-/// The key file with lines added at its end, where it does not have them.
+/// The key file with the @p lines that it does not have, at its end.
 std::string with_key_lines(std::string_view text, const std::vector<std::string>& lines);
 
-/// Whether a name of the folder is a file that no line of its index claims, nor may claim.
+/// Whether a name in the folder is an orphan. False if the index has unknown entries: the file may
+/// belong to one.
 bool is_unclaimed_file(const FolderView& folder, std::string_view name);
-/// The number that a stored name was generated from; 0 when it was not drawn from the counter.
+/// The number in a generated physical name; 0 if the name is not a number from the counter.
 std::int32_t number_drawn_for(std::string_view stored);
-/// The highest number among the names of the folder that were generated; 0 without one.
+/// The highest number in the folder's generated file names; 0 if it has none.
 std::int32_t highest_number(const FolderView& folder);
-/// The name of that number.
+/// The file name with the highest number.
 std::string highest_name(const FolderView& folder);
-/// The number in a counter's text.
 std::int32_t counter_in(std::string_view text);
-/// Whether a name of the folder is one of parts whose document is not there.
+/// Whether a name in the folder is a sub-part folder whose document is missing.
 bool is_orphaned_parts(const FolderView& folder, std::string_view name);
 
-// ---- what a damaged index still tells ----------------------------------------------------------
-//
-// Names in an index whose text was damaged: by line ends of another system, zeros, a cut, or two
-// lines glued into one. Readers pass over such lines, and the next writer drops them.
+// ---- entries of a damaged index -----------------------------------------------------------------
+// Restores entries from an index whose text is damaged: by line ends of another system, zeros, a
+// truncation, or two joined lines. Readers skip such lines, and the next save drops them.
 
-/// The lines that the damaged text still tells: each has a file in the folder that no entry has,
-/// and a name that no entry bears. Without a line end, in the order of the text.
+/// The lines that can be restored from the damaged text, in its order, without line ends. Only
+/// lines whose file exists and whose file and key no entry has.
 std::vector<std::string> salvaged_lines(const FolderView& folder);
 
-/// The index with these lines, as far as their files are there and nobody has name or file by now;
-/// what the damaged text holds of them goes. @param added how many came. Lines that tell something
-/// else stay; those without a "/" behind all others, where they harm none.
+/// The index with the @p lines whose file exists and whose file and key no entry has. Damaged lines
+/// that contain only restored or present keys are removed. Other damaged lines stay; those without
+/// a "/" are put at the end, where they do not damage other lines.
+/// @param added the number of added lines.
 std::string with_restored_lines(const FolderView& folder, const std::vector<std::string>& lines,
                                 std::size_t& added);
 

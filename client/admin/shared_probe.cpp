@@ -1,4 +1,4 @@
-// What to set where a shared file system lacks something: per check and kind of file system.
+// Checks a shared file system, and knows per check and file system what to change if it fails.
 
 #include "client/admin/shared_probe.h"
 
@@ -14,14 +14,14 @@ namespace admin {
 
 namespace {
 
-/// How often what a cache may hide is tried, in both directions each.
+/// How often to repeat a check that a cache can falsify, in each direction.
 constexpr int kRounds = 5;
-/// Long ago, so that no clock's "now" is taken for it.
+/// Long ago, so it differs from the present time of any clock.
 constexpr std::int64_t kOldTime = 1'000'000'000;
-/// Seconds by which clocks may differ: times count in whole seconds.
+/// Tolerated difference of clocks in seconds: file times are whole seconds.
 constexpr std::int64_t kSlack = 2;
 
-/// What is wrong, or nothing.
+/// The error, or nothing.
 using Wrong = std::optional<std::string>;
 
 std::string failed(const char* what, const os::Status& status) {
@@ -84,7 +84,7 @@ class Probe {
         {code, Holds::kNotTried, "there is only one mount; name another one with --peer", {}});
   }
 
-  /// The other host where there is one.
+  /// The other host; without one, this host.
   SharedView& other() { return m_peer != nullptr ? *m_peer : m_host; }
 
   Wrong same_folder() {
@@ -95,8 +95,8 @@ class Probe {
     return {};
   }
 
-  /// A close without an unlock, as a crash leaves it: the other host may learn of it a moment
-  /// later.
+  /// Waits up to 5 seconds for the lock. After a close without unlock, as in a crash, the other
+  /// host may get it a moment later.
   static Wrong given_in_a_moment(SharedHandle& waiting) {
     os::Status locked = waiting.lock(true);
     for (int i = 0; i < 100 && !locked.ok(); ++i) {
@@ -106,7 +106,7 @@ class Probe {
     return locked.ok() ? Wrong() : failed("a lock does not end with its handle", locked);
   }
 
-  /// Between two hosts, or two handles of one.
+  /// Checks locks between two hosts, or between two handles of one host.
   Wrong locks(SharedView& one, SharedView& two, const char* name) {
     os::Status status;
     auto holder = one.open(name, status);
@@ -118,7 +118,7 @@ class Probe {
     if (second->lock(false).ok())
       return "a shared lock is granted while another handle has an exclusive lock";
     if (second->lock(true).ok()) return "two exclusive locks are granted at once";
-    // Another handle of the holder's process comes and goes.
+    // Opens and closes another handle of the lock's owner.
     { const auto third = one.open(name, status); }
     if (second->lock(true).ok()) return "a lock ends when another handle of its process is closed";
     holder.reset();
@@ -136,8 +136,8 @@ class Probe {
     return {};
   }
 
-  /// Of two handles of one host that share a lock one goes; @p asking must still be kept out. Some
-  /// clients give handles that were opened alike one lock of the server.
+  /// Two handles of one host have a shared lock, and one is closed: @p asking must still get no
+  /// exclusive lock. Some clients use one server lock for several handles.
   Wrong one_of_two_readers_goes(SharedView& holding, SharedView& asking, const std::string& name) {
     if (const os::Status made = holding.store(name, "text"); !made.ok())
       return failed("cannot create a file", made);
@@ -156,8 +156,8 @@ class Probe {
     return {};
   }
 
-  /// A handle is refused beside an exclusive lock of its host, and goes; @p asking must still be
-  /// kept out.
+  /// One handle has an exclusive lock, another of the same host is refused and closed: @p asking
+  /// must still get no lock.
   Wrong a_refused_one_goes(SharedView& holding, SharedView& asking, const std::string& name) {
     if (const os::Status made = holding.store(name, "text"); !made.ok())
       return failed("cannot create a file", made);
@@ -174,7 +174,7 @@ class Probe {
     return {};
   }
 
-  /// With files that the first handle makes, and with files that were there before.
+  /// Uses a file that the first handle creates, and files that exist before.
   Wrong all_locks(SharedView& holding, SharedView& asking, const std::string& name) {
     if (Wrong wrong = locks(holding, asking, name.c_str())) return wrong;
     if (Wrong wrong = one_of_two_readers_goes(holding, asking, name + "-readers")) return wrong;
@@ -195,7 +195,7 @@ class Probe {
     return shared_locks(m_host, *m_peer);
   }
 
-  /// Both do the same at once, again and again; one of them must succeed.
+  /// Both hosts do the same at once, several times. Exactly one must succeed each time.
   Wrong one_of_two(const char* what,
                    const std::function<os::Status(SharedView&, const std::string&, int)>& act) {
     for (int round = 0; round < kRounds; ++round) {
@@ -281,7 +281,7 @@ class Probe {
 
   Wrong read_after_close_from(SharedView& writer, SharedView& reader, const std::string& name) {
     for (int round = 0; round < kRounds; ++round) {
-      // Of the same length and of another one than the one before.
+      // Every second round changes the length, the others only the bytes.
       const std::string bytes(static_cast<std::size_t>(100 + round / 2),
                               static_cast<char>('a' + round));
       if (const os::Status stored = writer.store(name, bytes); !stored.ok())
@@ -300,11 +300,11 @@ class Probe {
     return read_after_close_from(*m_peer, m_host, "data-b");
   }
 
-  /// A handle is opened first and gets its lock later, as by waiting; meanwhile another one of its
-  /// host reads, and the other host writes.
+  /// A handle is opened first and locked later, like a handle that waits. In between, another
+  /// handle of its host reads, and the other host writes.
   Wrong read_after_lock_from(SharedView& writer, SharedView& reader, const std::string& name) {
     os::Status status;
-    // The file is made by the reader, and stays open there all the time.
+    // The reader creates the file and keeps it open.
     const auto keeper = reader.open(name, status);
     if (!keeper) return failed("cannot open a file", status);
     for (int round = 0; round < kRounds; ++round) {
@@ -381,7 +381,6 @@ class Probe {
   std::vector<SharedCheck> m_checks;
 };
 
-/// Removes a folder and the files in it.
 void remove_trial(const std::string& folder) {
   os::Listing entries;
   if (os::list(sys::join(folder, ""), entries).ok()) {
@@ -406,7 +405,7 @@ SharedTrial try_shared(const std::string& folder, const std::string& peer) {
   SharedTrial trial{folder, peer, sys::file_system_of(folder).type, {}};
   std::string name;
   os::Status made(0, os::Failure::kAlreadyExists);
-  // A name that nobody else has.
+  // Finds a free name.
   for (int i = 0; i < 1000 && made.failure() == os::Failure::kAlreadyExists; ++i) {
     name = "stgctl-shared-trial-" + std::to_string(os::now()) + "-" + std::to_string(i);
     made = os::create_directory(sys::join(folder, name));
@@ -427,7 +426,7 @@ SharedTrial try_shared(const std::string& folder, const std::string& peer) {
   return trial;
 }
 
-// ---- what to set where something is lacking: per check and kind of file system ----------------
+// ---- what to change if a check fails ------------------------------------------------------------
 
 namespace {
 

@@ -9,37 +9,37 @@
 
 namespace admin {
 
-/// Whether a shared file system offers what the library needs.
+/// Whether a shared file system has a property that the library needs.
 enum class Holds : std::uint8_t { kYes, kNo, kNotTried };
 std::string_view name_of(Holds holds);
 
 struct SharedCheck {
   std::string_view code;  ///< "locks-between-hosts"
   Holds holds = Holds::kNotTried;
-  std::string detail;  ///< what was seen
-  std::string mend;    ///< the mount option or setting that mends it; empty where it holds
+  std::string detail;  ///< the result in words
+  std::string mend;    ///< the mount option or setting that helps; empty if the property holds
 };
 
-/// Tries on files of its own whether two hosts that see one folder can keep a storage tree in it.
-/// Each is a view of the same folder; with one host (@p peer null) what lies between hosts is not
+/// Checks with new files whether two hosts can use a storage tree in one folder.
+/// @param peer the same folder as the other host sees it. Null: the checks between hosts are not
 /// tried.
-/// @param file_system "fuse.glusterfs", "nfs4": whose options are named where something is missing.
+/// @param file_system for example "fuse.glusterfs" or "nfs4"; selects the options to recommend.
 std::vector<SharedCheck> check_shared(SharedView& host, SharedView* peer,
                                       const std::string& file_system);
 
-/// What is tried where.
+/// The checks of a folder and their results.
 struct SharedTrial {
   std::string folder;
-  std::string peer;  ///< empty for none
+  std::string peer;  ///< empty: none
   std::string file_system;
   std::vector<SharedCheck> checks;
 };
 
-/// check_shared() in a folder made for it below @p folder, which is gone afterwards.
+/// Runs check_shared() in a new folder below @p folder, and removes it.
 /// @param peer the same folder through another mount, or empty.
 SharedTrial try_shared(const std::string& folder, const std::string& peer);
 
-/// What mends a check on a kind of file system.
+/// What to change if a check fails on a file system.
 std::string mend_of(std::string_view code, const std::string& file_system);
 
 }  // namespace admin

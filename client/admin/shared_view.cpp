@@ -12,7 +12,7 @@ namespace admin {
 
 namespace {
 
-/// A file of the seam below the library.
+/// A file, directly through the OS seam.
 class File final : public SharedHandle {
  public:
   File(const std::string& path, os::Access access) { m_opened = os::open(path, access, m_handle); }
@@ -75,7 +75,7 @@ os::Status SharedView::store(const std::string& name, std::string_view bytes) {
   if (!file.opened().ok()) return file.opened();
   if (const os::Status status = file.lock(true); !status.ok()) return status;
   if (const os::Status status = file.write(bytes); !status.ok()) return status;
-  // As the library does: a close alone may give the lock back a moment later.
+  // Like the library: after a close alone, the lock may be released later.
   if (const os::Status status = file.unlock(); !status.ok()) return status;
   return file.close();
 }
@@ -115,7 +115,7 @@ os::Status SharedView::copy_to_new(const std::string& from, const std::string& t
 
 os::Status SharedView::set_time(const std::string& name, std::int64_t seconds) {
   namespace fs = std::filesystem;
-  // The clock of files counts from a moment of its own.
+  // The clock of file times has another epoch.
   static const auto epoch = fs::file_time_type::clock::from_sys(std::chrono::sys_seconds{});
   std::error_code failed;
   fs::last_write_time(path(name), epoch + std::chrono::seconds(seconds), failed);

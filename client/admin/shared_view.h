@@ -10,19 +10,19 @@
 
 namespace admin {
 
-/// An open file with its lock; it closes with the object.
+/// An open file. The destructor closes it, which also ends its lock.
 class SharedHandle {
  public:
   virtual ~SharedHandle() = default;
-  /// Asks for a lock on the whole file, without waiting.
+  /// Requests a whole-file lock, without waiting.
   virtual os::Status lock(bool exclusive) = 0;
   virtual os::Status unlock() = 0;
-  /// The bytes of the whole file.
+  /// Reads all bytes.
   virtual os::Status read(std::string& bytes) = 0;
 };
 
-/// A folder as one host sees it, through a mount of its own. All names are names in that folder.
-/// What is written is flushed and closed when the call returns.
+/// A folder as one host sees it, through its mount. All names are names in that folder. A write is
+/// flushed and its file closed when the call returns.
 class SharedView {
  public:
   explicit SharedView(std::string folder) : m_folder(std::move(folder)) {}
@@ -32,21 +32,21 @@ class SharedView {
 
   const std::string& folder() const { return m_folder; }
 
-  /// Makes or replaces a file.
+  /// Creates or overwrites a file.
   virtual os::Status store(const std::string& name, std::string_view bytes);
   virtual os::Status load(const std::string& name, std::string& bytes);
   virtual os::Status stat(const std::string& name, os::FileStat& result);
   virtual bool has(const std::string& name);
-  /// Whether the name is in a listing of the folder.
+  /// Whether a listing of the folder contains the name.
   virtual bool lists(const std::string& name);
   virtual os::Status remove(const std::string& name);
   virtual os::Status rename(const std::string& from, const std::string& to);
-  /// Copies a file, with its time, to a name that must be free.
+  /// Copies a file with its time. Fails if @p to exists.
   virtual os::Status copy_to_new(const std::string& from, const std::string& to);
   virtual os::Status set_time(const std::string& name, std::int64_t seconds);
-  /// Opens a file for writing, and makes it when it is missing. Nothing on a failure.
+  /// Opens a file for reading and writing; creates a missing one. Null on failure.
   virtual std::unique_ptr<SharedHandle> open(const std::string& name, os::Status& status);
-  /// What is known of the kind of file system, whatever a trial shows.
+  /// What is known about this kind of file system, without a trial.
   virtual bool locks_belong_to_handles();
 
  protected:

@@ -81,7 +81,7 @@ class StatsVisitor final : public Visitor {
   void failed(const std::string&, const os::Status&) override { ++m_stats.failures; }
 
   void finish() {
-    // A group is made when its first folder is met, which may be empty.
+    // A group is created with its first folder, which may be empty.
     for (const auto& [name, sum] : m_groups) {
       if (sum.files != 0) m_stats.groups.push_back({name, sum});
     }
@@ -167,7 +167,7 @@ class StatsVisitor final : public Visitor {
   }
 
   Sum* group(std::string_view name) {
-    // Most files of a folder have the extension of the one before.
+    // Most files have the same extension as the file before.
     if (m_last != nullptr && name == m_last_name) return m_last;
     auto found = m_groups.find(name);
     if (found == m_groups.end()) found = m_groups.emplace(std::string(name), Sum()).first;
@@ -175,7 +175,7 @@ class StatsVisitor final : public Visitor {
     return m_last = &found->second;
   }
 
-  /// Folders are too many to be kept all: a heap of the largest.
+  /// Keeps only the largest folders, in a heap.
   void keep_folder(StatsGroup folder) {
     std::vector<StatsGroup>& heap = m_stats.groups;
     heap.push_back(std::move(folder));
@@ -258,7 +258,7 @@ GroupedSpace grouped(const ByName& sums, std::size_t top) {
   return result;
 }
 
-/// Sorts the children and counts the small ones together.
+/// Sorts the children and merges the small ones.
 void settle(SpaceNode& node, std::size_t most) {
   std::sort(node.children.begin(), node.children.end(),
             [](const SpaceNode& one, const SpaceNode& other) {
@@ -331,7 +331,7 @@ Space survey_space(const Tree& tree, const SpaceOptions& options) {
   return space;
 }
 
-// ---- what a cleaning would free ----------------------------------------------------------------
+// ---- what a clean would remove ------------------------------------------------------------------
 
 namespace {
 
@@ -452,7 +452,7 @@ LimitFor Forecast::limit_for(std::uint64_t target) const {
   for (const Aged& each : m_versions) {
     kept -= each.bytes;
     if (kept > target) continue;
-    // This one has to go, so the limit is below its age.
+    // This version must be removed, so the limit is below its age.
     const std::int64_t most = each.age - 1;
     if (most < 0) return result;
     const std::int64_t unit = most >= 2 * kDay ? kDay : most >= 2 * kHour ? kHour : 1;

@@ -16,7 +16,7 @@ namespace admin {
 
 enum class GroupBy : std::uint8_t { kArea, kOwner, kExtension, kAge, kFolder };
 
-/// Files counted together. Sizes are those of the contents.
+/// A number of files and the sum of their sizes.
 struct Sum {
   std::uint64_t files = 0;
   std::uint64_t bytes = 0;
@@ -32,14 +32,14 @@ struct StatsGroup {
   Sum sum;
 };
 
-/// What stands for an extension where the name is not a document's.
+/// Used instead of an extension for files that are not documents.
 inline constexpr std::string_view kIndexFiles = "(index)";
 inline constexpr std::string_view kUnfinishedFiles = "(unfinished)";
 
-/// One file as it is counted. The names are good during the call that hands them on.
+/// One counted file. The views are valid only during the call.
 struct CountedFile {
   Area area = Area::kDocs;
-  std::string_view owner;      ///< the owner folder's name; empty where there is none
+  std::string_view owner;      ///< the owner folder's name; may be empty
   std::string_view extension;  ///< with its dot, or kIndexFiles, or kUnfinishedFiles
   std::uint64_t size = 0;
 };
@@ -47,51 +47,51 @@ struct CountedFile {
 struct StatsOptions {
   Scope scope;
   GroupBy by = GroupBy::kArea;
-  /// How many groups are kept, the largest; 0 for all. Ages and areas are always all there.
+  /// Keep only so many groups, the largest ones; 0: all. Does not apply to ages and areas.
   std::size_t top = 20;
-  std::int64_t now = 0;  ///< ages are counted from here, in seconds since 1970
+  std::int64_t now = 0;  ///< the time from which ages are computed, seconds since 1970
   const std::atomic<bool>* stop = nullptr;
-  /// Told of each folder before it is looked at.
+  /// Called for each folder before it is read.
   std::function<void(const DocumentFolder&)> on_folder = {};
-  /// Told of each file, whatever the groups are.
+  /// Called for each file, whatever the groups are.
   std::function<void(const CountedFile&)> on_file = {};
 };
 
 struct Stats {
   Sum all;
   Sum documents;                   ///< files in document folders
-  Sum parts;                       ///< files in folders below these
+  Sum parts;                       ///< files in folders below document folders
   Sum indexes;                     ///< indexes and their counters
-  Sum unfinished;                  ///< what the client stores right now, or was killed over
-  Sum strays;                      ///< files where the layout has only folders
+  Sum unfinished;                  ///< unfinished files of the client
+  Sum strays;                      ///< files where only folders belong
   std::uint64_t folders = 0;       ///< document folders
   std::uint64_t failures = 0;      ///< folders that could not be listed
-  std::uint64_t other_groups = 0;  ///< groups that were left out
-  Sum others;                      ///< what they hold
-  /// By size, largest first; ages from young to old.
+  std::uint64_t other_groups = 0;  ///< number of groups that were left out
+  Sum others;                      ///< their files
+  /// By size, largest first; ages: youngest first.
   std::vector<StatsGroup> groups;
   bool was_stopped = false;
 };
 
-/// Whether one group goes before another: by size, then by the number of files, then by name.
+/// Whether one group precedes another: by size, then number of files, then name.
 bool is_larger(const StatsGroup& one, const StatsGroup& other);
 
-/// The names of the age groups, from young to old: "up to a day", ...
+/// The names of the age groups, youngest first: "up to a day", ...
 std::vector<std::string> age_group_names();
 
-/// Adds up everything in the tree: links count as what they are and are not followed.
+/// Adds up all files in the tree. A link is counted itself, not its target.
 Stats collect_stats(const Tree& tree, const StatsOptions& options);
 
-/// Where the space of a tree goes: areas, in them owners, in them extensions. Small siblings are
-/// counted together, so that the size of it does not grow with the tree.
+/// The use of space in a tree: areas, their owners, their extensions. Small siblings are merged, so
+/// the result does not grow with the tree.
 struct SpaceNode {
   std::string name;  ///< bytes; may be empty (no owner, no extension)
   Sum sum;
-  std::uint64_t merged = 0;         ///< of siblings counted together: how many; else 0
+  std::uint64_t merged = 0;         ///< the number of merged siblings; else 0
   std::vector<SpaceNode> children;  ///< by size, largest first; merged ones last
 };
 
-/// Groups as collect_stats() gives them: the largest, and the rest together.
+/// The largest groups, and the sum of all others.
 struct GroupedSpace {
   std::vector<StatsGroup> groups;
   std::uint64_t other_groups = 0;
@@ -99,51 +99,49 @@ struct GroupedSpace {
 };
 
 struct SpaceOptions {
-  StatsOptions stats;          ///< ages are grouped, whatever it says
+  StatsOptions stats;          ///< its `by` is ignored: groups are ages
   std::size_t top = 20;        ///< groups of owners and extensions
   std::size_t owners = 12;     ///< of each area in the hierarchy
   std::size_t extensions = 5;  ///< of each owner in the hierarchy
 };
 
 struct Space {
-  Stats stats;  ///< with the ages as groups
+  Stats stats;  ///< grouped by age
   GroupedSpace areas;
   GroupedSpace owners;
   GroupedSpace extensions;
   SpaceNode all;
 };
 
-/// Adds up a tree once and groups it in every way.
+/// Reads a tree once and groups it in every way.
 Space survey_space(const Tree& tree, const SpaceOptions& options);
 
-// ---- what a cleaning would free ----------------------------------------------------------------
-//
-// What a cleaning would free: the versions of a tree by their ages.
+// ---- what a clean would remove ------------------------------------------------------------------
+// How much a clean would remove for each age limit.
 
-/// What goes when every version older than a limit is removed.
+/// What is removed if all versions older than a limit are.
 struct Loss {
   std::uint64_t versions = 0;
-  std::uint64_t documents = 0;  ///< of which no version is left
-  std::uint64_t bytes = 0;      ///< parts included
+  std::uint64_t documents = 0;  ///< documents without a remaining version
+  std::uint64_t bytes = 0;      ///< with sub-parts
 };
 
-/// The limits that curves are drawn at, from short to long, and how they are typed.
+/// An age limit of the curves, and its spelling on the command line.
 struct AgeLimit {
   std::int64_t seconds;
   std::string_view name;  ///< "30d"
 };
 std::span<const AgeLimit> age_limits();
 
-/// The curve of one owner, or of all.
 struct Curve {
   std::string owner;  ///< the owner folder's name; empty for all
-  Loss there;         ///< what there is
-  /// What goes, limit by limit.
+  Loss there;         ///< the total
+  /// What is removed, one for each of age_limits().
   std::vector<Loss> losses;
 };
 
 struct ForecastOptions {
-  Scope scope;  ///< one area: "docs" when none is said
+  Scope scope;  ///< one area; the default is "docs"
   bool by_access = false;
   std::int64_t now = 0;
   sys::Locking locking;
@@ -151,21 +149,21 @@ struct ForecastOptions {
   std::function<void(const DocumentFolder&)> on_folder;
 };
 
-/// The age limit that brings the size down to a target.
+/// The age limit that reduces the size to a target.
 struct LimitFor {
-  /// The longest limit in whole days that does, or in hours or seconds below two days; nothing when
-  /// none is needed, or when the youngest versions alone are too large.
+  /// The longest limit that reduces enough: in whole days; below two days in hours or seconds.
+  /// Nothing if no limit is needed, or if the youngest versions alone are too large.
   std::optional<std::int64_t> limit;
-  Loss loss;                 ///< what goes then
+  Loss loss;                 ///< what is removed with it
   std::uint64_t kept = 0;    ///< the bytes that stay
-  bool is_needless = false;  ///< the size is below the target as it is
+  bool is_needless = false;  ///< the size does not exceed the target
 };
 
 class Forecast {
  public:
-  /// Takes one version, or a part of the last one.
+  /// Adds a version, or a sub-part of the version that was added last.
   void add(const Holding& holding, const ForecastOptions& options);
-  /// After the last one.
+  /// Call after the last add().
   void finish();
 
   const Curve& all() const { return m_all; }
@@ -186,15 +184,15 @@ class Forecast {
 
   std::vector<Curve> m_owners;
   Curve m_all;
-  std::vector<Aged> m_versions;           ///< from old to young once finished
-  std::vector<std::int64_t> m_documents;  ///< the age of the youngest version of each
+  std::vector<Aged> m_versions;           ///< oldest first after finish()
+  std::vector<std::int64_t> m_documents;  ///< the age of each document's youngest version
   std::optional<Holding> m_version;
   std::int64_t m_age = 0;
   std::uint64_t m_bytes = 0;
   std::int64_t m_youngest = 0;
 };
 
-/// Looks at every version of the scope.
+/// Adds every version of the scope to @p forecast, and finishes it.
 EntryFailures forecast_cleaning(const Tree& tree, const ForecastOptions& options,
                                 const FailureSink& failed, Forecast& forecast);
 

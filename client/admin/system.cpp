@@ -46,10 +46,10 @@ os::Status read_file(const std::string& path, const Locking& locking, std::strin
   QuietFile file;
   os::Status status = open_to_read(path, locking, file);
   std::uint64_t size = 0;
-  // Who held the lock may have changed it.
+  // Read the size after locking: the previous owner of the lock may have changed it.
   if (status.ok()) status = file.ask_size(size);
   if (!status.ok()) return status;
-  // One byte more, so that a file that has not grown ends within two calls.
+  // With one more byte, two reads are enough for a file that does not grow.
   bytes.resize(static_cast<std::size_t>(size) + 1);
   std::size_t done = 0;
   for (;;) {
@@ -98,7 +98,8 @@ namespace {
 
 constexpr os::Status kNoPlainFile{0, os::Failure::kOther};
 
-/// The folder itself, or the nearest one above it that is there: what is missing is made in it.
+/// Checks the folder, or its nearest existing parent, in which the missing folders would be
+/// created.
 Obstacle obstacle_of_folder(std::string path) {
   for (;;) {
     const sys::Kind kind = sys::describe(path).kind;
@@ -143,7 +144,7 @@ std::string why_not_usable(const std::string& path, const os::Status& status) {
 
 std::vector<Obstacle> obstacles_to_writing(const std::string& folder) {
   using Kind = Obstacle::Kind;
-  // Where the folder itself keeps everybody out, what is in it need not be told.
+  // If the folder itself is not writable, its files need not be checked.
   if (Obstacle first = obstacle_of_folder(folder); !first.why.empty()) return {std::move(first)};
   std::vector<Obstacle> found;
   for (Obstacle& each : std::vector<Obstacle>{

@@ -15,10 +15,9 @@ namespace {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 
-/// One character of UTF-8 text.
 struct Decoded {
   char32_t code = 0;
-  std::size_t length = 0;  ///< 0 for bytes that encode nothing
+  std::size_t length = 0;  ///< 0: invalid bytes
 };
 
 unsigned byte_at(std::string_view text, std::size_t at) {
@@ -36,7 +35,7 @@ Decoded decode(std::string_view text) {
     if ((next & 0xC0U) != 0x80) return {};
     code = code << 6U | (next & 0x3FU);
   }
-  // Neither longer than needed, nor a half of a pair, nor beyond the last character.
+  // Reject overlong forms, surrogates, and values above U+10FFFF.
   const char32_t least = length == 4 ? 0x10000 : length == 3 ? 0x800 : 0x80;
   const bool is_half = code >= 0xD800 && code <= 0xDFFF;
   if (code < least || is_half || code > 0x10FFFF) return {};
@@ -47,7 +46,7 @@ void encode(char32_t code, std::string& text) {
   if (code < 0x80) {
     text += static_cast<char>(code);
   } else {
-    // All letters that have a case here lie below U+0800.
+    // All letters that are folded here are below U+0800.
     text += static_cast<char>(0xC0U | code >> 6U);
     text += static_cast<char>(0x80U | (code & 0x3FU));
   }
@@ -82,7 +81,8 @@ std::string replaced(std::string_view bytes, Keep keep) {
   return text;
 }
 
-/// CON, con.txt, COM1: names of devices on Windows, whatever follows their first dot.
+/// Whether it is the name of a device on Windows, such as CON, con.txt or COM1. The text after the
+/// first dot does not matter.
 bool is_device(std::string_view name) {
   std::string stem(name.substr(0, name.find('.')));
   std::transform(stem.begin(), stem.end(), stem.begin(),
@@ -93,11 +93,10 @@ bool is_device(std::string_view name) {
          stem[3] >= '1' && stem[3] <= '9';
 }
 
-/// What each byte of a name may mean. Nearly all names are settled by one look at each of their
-/// bytes.
+/// Classes of bytes. For nearly all names, one pass over the bytes is enough.
 enum ByteClass : unsigned char {
-  kUnsafeByte = 1,       ///< changes what a path with the name in it leads to
-  kNotPortableByte = 2,  ///< to be looked at more closely before the name counts as portable
+  kUnsafeByte = 1,       ///< changes the meaning of a path that contains the name
+  kNotPortableByte = 2,  ///< needs a closer check before the name is portable
   kHasCase = 4,          ///< may have another letter case
 };
 
@@ -280,8 +279,8 @@ std::string checksum_of(std::string_view bytes) {
 
 namespace {
 
-constexpr std::size_t kDigits = 16;     ///< of the checksum that tells names apart
-constexpr std::size_t kExtension = 12;  ///< a longer one is cut off with the rest
+constexpr std::size_t kDigits = 16;     ///< of the checksum that distinguishes names
+constexpr std::size_t kExtension = 12;  ///< a longer extension is truncated too
 constexpr std::string_view kRefused = "<>:\"|?*\\/";
 
 std::string escaped(unsigned char byte) {
@@ -289,7 +288,7 @@ std::string escaped(unsigned char byte) {
   return '%' + to_hex({&c, 1});
 }
 
-/// Every byte that some system refuses, or takes for something else, as "%XX".
+/// Writes each byte that a system refuses or changes as "%XX".
 std::string without_refused_bytes(std::string_view name) {
   const bool is_text = is_utf8(name);
   std::string result;
@@ -305,13 +304,13 @@ std::string without_refused_bytes(std::string_view name) {
       result += c;
     }
   }
-  // What is refused as a whole by now is a device's name.
+  // Only the name of a device is still not portable here.
   if (!result.empty() && why_not_portable(result) != nullptr)
     result.replace(0, 1, escaped(static_cast<unsigned char>(result[0])));
   return result;
 }
 
-/// At most so many bytes, and no half of a character or of "%XX".
+/// Truncates to at most so many bytes, never inside a character or "%XX".
 std::string_view cut(std::string_view name, std::size_t most) {
   if (name.size() <= most) return name;
   std::size_t end = most;
@@ -321,7 +320,7 @@ std::string_view cut(std::string_view name, std::size_t most) {
   return name.substr(0, end);
 }
 
-/// The name with a checksum before its extension, in the length that is allowed.
+/// The name with a checksum before its extension, truncated to the maximum length.
 std::string with_checksum(std::string_view portable, std::string_view name) {
   std::size_t dot = portable.rfind('.');
   if (dot == std::string_view::npos || dot == 0 || portable.size() - dot > kExtension)
@@ -348,7 +347,7 @@ std::string PortableNames::take(std::string_view name) {
   std::string result = portable_name(name);
   if (enter(result)) return result;
   result = with_checksum(result, name);
-  // Reached only by a name that was made to look like one of these.
+  // Only a name that imitates these names gets here.
   for (std::string more = "~"; !enter(result); more += '~')
     result = with_checksum(portable_name(name), std::string(name) + more);
   return result;

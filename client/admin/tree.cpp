@@ -21,7 +21,7 @@ std::string without_trailing_separators(std::string path) {
   return path;
 }
 
-/// Whether the folder holds an index, or the counter beside one.
+/// Whether the folder contains an index or a counter.
 bool has_index(const std::string& folder) {
   const auto has = [&](std::string_view name) {
     return sys::describe(sys::join(folder, name)).kind == sys::Kind::kFile;
@@ -29,7 +29,7 @@ bool has_index(const std::string& folder) {
   return has(index_format::kIndexFile) || has(index_format::kCounterFile);
 }
 
-/// Walks one area, whose folders are opened one inside the other.
+/// Walks one area, level by level.
 class AreaWalk {
  public:
   AreaWalk(const Tree& tree, Area area, Visitor& visitor)
@@ -56,7 +56,7 @@ class AreaWalk {
     return m_visitor.folder(m_folder);
   }
 
-  /// An area whose documents are shared by all owners.
+  /// An area without owner folders.
   bool area_folder(const std::string& path) {
     return m_area == Area::kDocs ? buckets("", path) : visit("", "", path);
   }
@@ -93,7 +93,7 @@ class AreaWalk {
     std::string name;
     sys::Kind kind;
   };
-  /// In order of their names: each file system lists in an order of its own.
+  /// Sorted, because the order of a listing depends on the file system.
   std::vector<Child> children_of(const std::string& folder) {
     std::vector<Child> children;
     sys::Folder listing;
@@ -108,7 +108,7 @@ class AreaWalk {
 
   bool open(sys::Folder& listing, const std::string& path) {
     const os::Status opened = listing.open(path);
-    // A folder that has gone is no failure, an area that nobody made neither.
+    // A missing folder is not a failure: it was just removed, or the area was never created.
     if (!opened.ok() && opened.failure() != os::Failure::kNotFound) m_visitor.failed(path, opened);
     return opened.ok();
   }
@@ -158,8 +158,8 @@ std::uint32_t bucket_number(std::string_view entry) {
                                     [](char c) { return static_cast<unsigned char>(c) < 0x80; });
   if (!is_ascii || entry.size() < 2)
     return static_cast<std::uint32_t>(layout::hash_of(entry, layout::kBuckets));
-  // Where no byte is negative, reducing every few steps gives what reducing after each gives; and
-  // four steps at once need not wait for each other.
+  // If no byte is negative, it is enough to reduce after every four steps. The four products do not
+  // depend on each other, so the processor computes them in parallel.
   constexpr auto kModulus = static_cast<std::uint64_t>(layout::kBuckets);
   constexpr std::uint64_t kSecond = 31;
   constexpr std::uint64_t kThird = kSecond * 31;
@@ -186,7 +186,7 @@ Layout guess_layout(const std::string& storage) {
     const std::string folder = sys::join(storage, name_of(area));
     if (has_index(folder)) return Layout::kFlat;
   }
-  // An owner may be called like a bucket, but a bucket holds an index and no owner's folder does.
+  // An owner's name can look like a bucket's. But only a bucket contains an index.
   const std::string docs = sys::join(storage, name_of(Area::kDocs));
   sys::Folder listing;
   if (!listing.open(docs).ok()) return Layout::kOwner;
@@ -209,7 +209,7 @@ std::optional<Tree> locate(const Place& place, std::string& why) {
   tree.storage = place.storage.empty()
                      ? sys::join(without_trailing_separators(place.root), layout::kStorageFolder)
                      : without_trailing_separators(place.storage);
-  // A link to the tree is a way to name it; inside of it links are not followed.
+  // The storage folder itself may be a link; links inside the tree are not followed.
   tree.storage = sys::absolute(tree.storage);
   if (sys::describe(tree.storage).kind != sys::Kind::kFolder) {
     why = tree.storage + " is not a folder";
@@ -265,7 +265,7 @@ std::optional<Located> locate_in(const Tree& tree, const std::string& path) {
   const std::string prefix = sys::join(tree.storage, "");
   if (!full.starts_with(prefix)) full = sys::absolute(full);
   if (!full.starts_with(prefix)) {
-    // As reports name folders: from the storage folder on.
+    // Reports name folders relative to the storage folder.
     const std::size_t end = std::min(path.find_first_of("/\\"), path.size());
     const bool leads_up = path.find("..") != std::string::npos;
     if (leads_up || !area_named(std::string_view(path).substr(0, end))) return std::nullopt;

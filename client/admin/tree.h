@@ -9,18 +9,18 @@
 #include "client/admin/system.h"
 
 /// @file
-/// A storage tree: where it is, how it is laid out, and a walk over its document folders.
+/// A storage tree: its place, its layout, and a walk over its document folders.
 namespace admin {
 
 enum class Area : std::uint8_t { kDocs, kUser, kMail, kList, kSemlets };
 inline constexpr std::array<Area, 5> kAreas = {Area::kDocs, Area::kUser, Area::kMail, Area::kList,
                                                Area::kSemlets};
 
-/// The name of an area and of its folder: "docs".
+/// The name of an area and of its folder, for example "docs".
 std::string_view name_of(Area area);
 std::optional<Area> area_named(std::string_view name);
-/// Whether the library keeps an index in every document folder of the area. The others are
-/// addressed by path only and may do without.
+/// Whether each document folder of the area has an index. Files in other areas are addressed by
+/// path and need none.
 bool expects_index(Area area);
 
 enum class Layout : std::uint8_t {
@@ -30,14 +30,13 @@ enum class Layout : std::uint8_t {
 };
 std::string_view name_of(Layout layout);
 
-/// Where a tree is looked for.
+/// Where to look for a tree.
 struct Place {
-  std::string root;     ///< as given to the initialisation: the tree is its sub-folder "storage"
-  std::string storage;  ///< the tree itself; counts before `root`
+  std::string root;     ///< as in the initialisation: the tree is its sub-folder "storage"
+  std::string storage;  ///< the tree itself; takes precedence over `root`
   Layout layout = Layout::kAuto;
 };
 
-/// A tree that was found.
 struct Tree {
   std::string storage;  ///< without a trailing separator
   Layout layout = Layout::kOwner;
@@ -47,65 +46,64 @@ struct Tree {
   std::string folder_of(Area area) const { return sys::join(storage, name_of(area)); }
 };
 
-/// Finds the tree. Nothing when the folder does not exist or does not look like one: at least one
-/// of the areas has to be there. @p why tells then.
+/// Finds the tree. Returns nothing if the folder does not exist or has no area folder.
+/// @param why the reason then.
 std::optional<Tree> locate(const Place& place, std::string& why);
 
-/// The layout that the names in a tree suggest: flat when an area folder itself holds an index, or
-/// "docs" holds buckets; by owner otherwise.
+/// Guesses the layout from the names in a tree: flat if an area folder itself contains an index, or
+/// if "docs" contains buckets; else by owner.
 Layout guess_layout(const std::string& storage);
 
-/// Whether a name is one of a hash bucket: eight to ten digits.
+/// Whether the name has the form of a bucket: eight to ten digits.
 bool is_bucket_name(std::string_view name);
-/// The number in the name of the bucket that the library keeps an entry in. Quick for names of
-/// ASCII.
+/// The number of the bucket for an entry. Faster than the library's function for ASCII names.
 std::uint32_t bucket_number(std::string_view entry);
-/// The owner's folder in an area: "_" stands for the empty name.
+/// The name of an owner's folder: "_" for the empty name.
 std::string owner_folder_name(std::string_view owner);
 
-/// A folder that holds documents and, maybe, their index.
+/// A folder with documents and perhaps an index.
 struct DocumentFolder {
   Area area = Area::kDocs;
   std::string
-      owner;  ///< the owner folder's name, "_" included; empty in a flat tree and in "semlets"
+      owner;  ///< the owner folder's name, may be "_"; empty in a flat tree and in "semlets"
   std::string bucket;  ///< of "docs" only
   std::string path;
 };
 
-/// The folder that the library keeps an entry in, whether it exists or not.
+/// The folder for an entry. It need not exist.
 DocumentFolder folder_for(const Tree& tree, Area area, std::string_view owner,
                           std::string_view entry);
 
-/// What of a tree is looked at.
+/// The part of a tree to walk.
 struct Scope {
   std::optional<Area> area;
   std::optional<std::string> owner;  ///< the empty name means the folder "_"
 };
 
-/// What is told about a tree while it is walked.
+/// Receives what a walk finds.
 class Visitor {
  public:
   virtual ~Visitor() = default;
-  /// A document folder. @return whether to go on.
+  /// A document folder. @return whether to continue.
   virtual bool folder(const DocumentFolder& folder) = 0;
-  /// Something on the way to the document folders that the layout does not have there.
+  /// An item that does not belong between the area folder and the document folders.
   virtual void stray(Area area, const std::string& path, sys::Kind kind);
   /// A folder that could not be listed.
   virtual void failed(const std::string& path, const os::Status& status);
 };
 
-/// Visits the document folders one at a time: an area's owners, and an owner's folders, in
-/// byte-wise order of their names.
-/// @return false when the visitor ended the walk.
+/// Visits the document folders one at a time. Owners, and the folders of an owner, are sorted byte
+/// by byte.
+/// @return false if the visitor ended the walk.
 bool walk(const Tree& tree, const Scope& scope, Visitor& visitor);
 
-/// A path in the tree taken apart: the document folder it lies in and what follows.
+/// A path in the tree, split into its document folder and the rest.
 struct Located {
   DocumentFolder folder;
   std::string rest;  ///< below the folder; empty for the folder itself
 };
-/// @param path also from the storage folder on: "docs/anna/00000042". @return nothing for a path
-/// outside of the tree or above its document folders.
+/// @param path absolute, or relative to the storage folder: "docs/anna/00000042".
+/// @return nothing for a path outside the tree or above its document folders.
 std::optional<Located> locate_in(const Tree& tree, const std::string& path);
 
 }  // namespace admin

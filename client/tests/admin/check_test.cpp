@@ -15,7 +15,6 @@ using admin::Depth;
 
 namespace {
 
-/// A folder of the user area with an index written by hand.
 class AdminCheck : public AdminTree {
  protected:
   std::string user() const { return folder(Area::kUser, "anna", ""); }
@@ -27,7 +26,7 @@ class AdminCheck : public AdminTree {
 
 }  // namespace
 
-TEST_F(AdminCheck, IsSilentAboutACleanTree) {
+TEST_F(AdminCheck, FindsNothingInACleanTree) {
   add(Area::kDocs, "anna", "sales.kdc", 0);
   add(Area::kDocs, "anna", "daily.kdf", 42);
   add(Area::kDocs, "anna", "daily.kdf", 43);
@@ -49,9 +48,9 @@ TEST_F(AdminCheck, IsSilentAboutACleanTree) {
   EXPECT_EQ(summary().count(admin::Severity::kError), 0U);
 }
 
-TEST_F(AdminCheck, IsSilentAboutAnEmptyTree) { EXPECT_EQ(codes(), Codes{}); }
+TEST_F(AdminCheck, FindsNothingInAnEmptyTree) { EXPECT_EQ(codes(), Codes{}); }
 
-TEST_F(AdminCheck, FindsALineWithoutItsFile) {
+TEST_F(AdminCheck, FindsADanglingEntry) {
   user_index("a.kdc_0000000000/00000001\n");
   EXPECT_EQ(codes(Depth::kQuick), Codes{"line-without-file"});
   const auto found = findings();
@@ -63,20 +62,20 @@ TEST_F(AdminCheck, FindsALineWithoutItsFile) {
   EXPECT_EQ(summary().count(admin::Severity::kWarning), 1U);
 }
 
-TEST_F(AdminCheck, FindsAValidLineWithoutItsFile) {
+TEST_F(AdminCheck, FindsAValidEntryWhoseFileReadersDoNotFind) {
   user_file("plain");
   user_index("a.kdc_0000000000/plain\n");
-  // The line counts because of the plain file.
+  // The file without the extension makes the entry valid.
   EXPECT_EQ(codes(Depth::kQuick), Codes{"entry-without-file"});
 }
 
-TEST_F(AdminCheck, FindsAnEntryUnderItsOwnNameThatCountsByItsNameWithTheExtension) {
+TEST_F(AdminCheck, FindsAnAdoptedEntryThatIsValidOnlyByItsNameWithTheExtension) {
   user_file("notes.txt.txt");
   user_index("notes.txt_0000000000/notes.txt\n");
   EXPECT_EQ(codes(Depth::kQuick), Codes{"entry-without-file"});
 }
 
-TEST_F(AdminCheck, TakesAnInterruptedSaveForNoDamage) {
+TEST_F(AdminCheck, ReportsAnInterruptedSaveAsAnInfo) {
   user_file("00000001.kdc");
   user_file("00000002.kdc");
   user_file("index", "00000002");
@@ -85,19 +84,19 @@ TEST_F(AdminCheck, TakesAnInterruptedSaveForNoDamage) {
   EXPECT_EQ(codes(), Codes{"interrupted-save"});
   EXPECT_EQ(summary().entries, 2U);
   EXPECT_EQ(summary().count(admin::Severity::kInfo), 1U);
-  // Whoever writes next completes it.
+  // The next writer completes the save.
   add(Area::kUser, "anna", "c.kdc", 0);
   EXPECT_EQ(codes(), Codes{});
   EXPECT_EQ(summary().entries, 3U);
 }
 
-TEST_F(AdminCheck, FindsAFileWithoutALine) {
+TEST_F(AdminCheck, FindsAnOrphan) {
   user_index(" ");
   user_file("notes.txt");
   EXPECT_EQ(codes(Depth::kQuick), Codes{"file-without-line"});
 }
 
-TEST_F(AdminCheck, FindsNoFileWithoutALineWhereNoIndexIsKept) {
+TEST_F(AdminCheck, FindsNoOrphansInAreasWithoutIndex) {
   write_file(storage() + "\\semlets\\a.txt", "x");
   make_folder(storage() + "\\list\\anna\\deeper");
   write_file(storage() + "\\list\\anna\\a.txt", "x");
@@ -115,13 +114,13 @@ TEST_F(AdminCheck, FindsAnIndexWithoutBytes) {
   EXPECT_EQ(codes(Depth::kQuick), Codes{"empty-index"});
 }
 
-TEST_F(AdminCheck, FindsAnIndexThatIsNone) {
+TEST_F(AdminCheck, FindsAnIndexThatIsAFolder) {
   make_folder(user() + "\\index.dat");
   const Codes found = codes(Depth::kQuick);
   EXPECT_EQ(std::count(found.begin(), found.end(), "unreadable-index"), 1) << found.size();
 }
 
-TEST_F(AdminCheck, FindsTwoLinesWithOneKey) {
+TEST_F(AdminCheck, FindsADuplicateKey) {
   user_file("00000001.kdc");
   user_file("00000002.kdc");
   user_file("index", "00000002");
@@ -163,14 +162,14 @@ TEST_F(AdminCheck, FindsACounterBehindTheNames) {
   EXPECT_EQ(codes(Depth::kQuick), Codes{});
 }
 
-TEST_F(AdminCheck, FindsACounterBehindAFileThatNoLineMentions) {
+TEST_F(AdminCheck, FindsACounterBehindAnOrphan) {
   user_file("00000008.kdc");
   user_file("index", "00000007");
   user_index(" ");
   EXPECT_EQ(codes(Depth::kQuick), (Codes{"counter-behind", "file-without-line"}));
 }
 
-TEST_F(AdminCheck, TakesNeitherAdoptedNamesNorTheEmergencyNameForDrawnNumbers) {
+TEST_F(AdminCheck, IgnoresAdoptedNamesAndTheEmergencyNameForTheCounter) {
   user_file("20240501.txt");
   user_file("99999999.kdc");
   user_file("index", "00000001");
@@ -206,12 +205,12 @@ TEST_F(AdminCheck, FindsNoShadowInAnAdoptedFile) {
   EXPECT_EQ(codes(Depth::kQuick), Codes{});
 }
 
-TEST_F(AdminCheck, FindsVersionsThatReadingNeverFinds) {
+TEST_F(AdminCheck, FindsVersionsThatReadersNeverFind) {
   add(Area::kDocs, "anna", "sales.kdc", 42);
   EXPECT_EQ(codes(Depth::kQuick), Codes{"unreachable-timestamp"});
 }
 
-TEST_F(AdminCheck, FindsVersionsOutsideOfTheCorporateAreaThatReadingNeverFinds) {
+TEST_F(AdminCheck, FindsVersionsOutsideTheCorporateAreaThatReadersNeverFind) {
   add(Area::kUser, "anna", "daily.kdf", 42);
   add(Area::kMail, "anna", "mail.kdc", 1);
   EXPECT_EQ(codes(Depth::kQuick), (Codes{"unreachable-timestamp", "unreachable-timestamp"}));
@@ -243,7 +242,7 @@ TEST_F(AdminCheck, FindsPartsOlderThanTheirPreloadCopy) {
   EXPECT_EQ(codes(), (Codes{"preload-newer", "preload-newer"}));
 }
 
-TEST_F(AdminCheck, LeavesPreloadCopiesOfDocumentsAloneWhosePartsAreServedAsTheyAre) {
+TEST_F(AdminCheck, IgnoresPreloadCopiesOfDocumentsWhosePartsAreServedAsTheyAre) {
   const std::string root = add(Area::kDocs, "anna", "daily.kdf", 1) + "_";
   make_folder(root + "\\one");
   make_folder(root + "\\preload");
@@ -269,7 +268,7 @@ TEST_F(AdminCheck, FindsDanglingLinesOfCategoryFiles) {
   EXPECT_EQ(codes(), Codes{"dangling-category-line"});
 }
 
-TEST_F(AdminCheck, FindsDocumentsWithoutAByte) {
+TEST_F(AdminCheck, FindsEmptyDocuments) {
   add(Area::kUser, "anna", "mark", 0, "");
   EXPECT_EQ(codes(), Codes{});
   add(Area::kUser, "anna", "sales.kdc", 0, "");
@@ -284,7 +283,7 @@ TEST_F(AdminCheck, FindsLogicalNamesThatDifferInLetterCase) {
   EXPECT_EQ(codes(), Codes{"case-collision"});
 }
 
-TEST_F(AdminCheck, FindsLogicalNamesThatLeadElsewhere) {
+TEST_F(AdminCheck, FindsUnsafeLogicalNames) {
   user_file("00000001.kdc");
   user_file("index", "1");
   user_index("..\\up.kdc_0000000000/00000001\n");
@@ -300,7 +299,7 @@ TEST_F(AdminCheck, FindsPathsNearTheLimit) {
   for (const admin::Finding& each : found) EXPECT_EQ(each.code, admin::Code::kPathNearLimit);
 }
 
-TEST_F(AdminCheck, FindsWhatTheLayoutDoesNotHave) {
+TEST_F(AdminCheck, FindsStrayItems) {
   write_file(storage() + "\\docs\\readme", "x");
   make_folder(storage() + "\\docs\\anna\\notes");
   make_folder(user() + "\\sub");
@@ -309,7 +308,7 @@ TEST_F(AdminCheck, FindsWhatTheLayoutDoesNotHave) {
   EXPECT_EQ(summary().count(admin::Severity::kInfo), 4U);
 }
 
-TEST_F(AdminCheck, LooksOnlyWhereItIsTold) {
+TEST_F(AdminCheck, ChecksOnlyTheScope) {
   add(Area::kDocs, "anna", "sales.kdc", 42);
   add(Area::kMail, "bert", "mail.kdc", 42);
   admin::CheckOptions options;
@@ -319,7 +318,7 @@ TEST_F(AdminCheck, LooksOnlyWhereItIsTold) {
   EXPECT_EQ(findings(options).size(), 0U);
 }
 
-TEST_F(AdminCheck, StopsWhenItIsTold) {
+TEST_F(AdminCheck, StopsOnRequest) {
   add(Area::kDocs, "anna", "sales.kdc", 42);
   const std::atomic<bool> stop{true};
   admin::CheckOptions options;
@@ -338,10 +337,10 @@ TEST_F(AdminCheck, HasAStableNameAndARemedyForEveryKindOfFinding) {
   EXPECT_FALSE(admin::code_named("no-such-code"));
 }
 
-// What only a system with byte names, links and permissions can hold.
+// Findings that need names of any bytes, links and permissions.
 #if !defined(_WIN32)
 
-TEST_F(AdminCheck, FindsALineOfWhichTheSystemDoesNotTell) {
+TEST_F(AdminCheck, FindsAnUnknownEntry) {
   if (geteuid() != 0) GTEST_SKIP() << "needs to change the user";
   namespace fs = std::filesystem;
   user_file("00000007.kdb");
@@ -354,7 +353,7 @@ TEST_F(AdminCheck, FindsALineOfWhichTheSystemDoesNotTell) {
   const Codes found = codes(Depth::kQuick);
   admin::FolderView view;
   view.load(admin::folder_for(tree(), Area::kUser, "anna", ""), {});
-  // No repair moves a file that may be the line's.
+  // A repair must not move a file that may belong to the unknown entry.
   const bool is_unclaimed = admin::is_unclaimed_file(view, "00000007.kdb");
   const std::size_t bad_lines = admin::bad_lines(view).size();
   ASSERT_EQ(seteuid(0), 0);

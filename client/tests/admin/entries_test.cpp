@@ -21,7 +21,7 @@ class AdminEntries : public AdminTree {
  protected:
   using Lines = std::multiset<std::string>;
 
-  /// "area:owner:logical@timestamp=state" of everything that matches.
+  /// "area:owner:logical@timestamp=state" of each match.
   Lines list(const EntryQuery& query = {}) {
     Lines all;
     m_failures = admin::for_each_entry(
@@ -123,7 +123,7 @@ TEST_F(AdminEntries, AreFoundBySizeAndTime) {
   EXPECT_EQ(list(query), Lines{"user:anna:old.txt@0=indexed"});
 }
 
-TEST_F(AdminEntries, StopWhenTheReceiverHasEnough) {
+TEST_F(AdminEntries, StopWhenTheSinkReturnsFalse) {
   add(Area::kUser, "anna", "a.txt", 0);
   add(Area::kUser, "anna", "b.txt", 0);
   m_most = 1;
@@ -153,7 +153,7 @@ TEST_F(AdminEntries, OfALockedIndexAreAFailure) {
 
 #if !defined(_WIN32)
 
-TEST_F(AdminEntries, OfWhichTheSystemDoesNotTellAreNotCalledMissing) {
+TEST_F(AdminEntries, ThatAreUnknownAreNotListedAsMissing) {
   if (geteuid() != 0) GTEST_SKIP() << "needs to change the user";
   namespace fs = std::filesystem;
   const std::string place = folder(Area::kUser, "anna", "");
@@ -194,7 +194,7 @@ TEST_F(AdminEntries, AreAddedUpByArea) {
   EXPECT_EQ(stats_by_area.folders, 3U);
 }
 
-TEST_F(AdminEntries, AreAddedUpWithoutWhatIsOnItsWay) {
+TEST_F(AdminEntries, AreAddedUpWithoutUnfinishedFiles) {
   const std::string document = add(Area::kDocs, "anna", "sales.kdc", 0, "1234567890");
   const std::string place = document.substr(0, document.find_last_of("/\\"));
   make_folder(place + "\\.stgctl-part-1");
@@ -291,7 +291,7 @@ class Inventory : public AdminTree {
   }
 };
 
-TEST_F(Inventory, TellsEverythingInOneOrder) {
+TEST_F(Inventory, ListsEverythingInOneOrder) {
   const std::string document = add(admin::Area::kDocs, "anna", "a.kdc", 0);
   add(admin::Area::kDocs, "anna", "a.kdc", 7);
   add(admin::Area::kDocs, "Bert", "z.kdf", 1);
@@ -314,7 +314,7 @@ TEST_F(Inventory, TellsEverythingInOneOrder) {
   EXPECT_EQ(seen.left, Codes());
 }
 
-TEST_F(Inventory, KeepsToAScope) {
+TEST_F(Inventory, StaysWithinAScope) {
   add(admin::Area::kDocs, "anna", "a.kdc", 0);
   add(admin::Area::kUser, "anna", "u.txt", 0);
   add(admin::Area::kUser, "bert", "u.txt", 0);
@@ -324,7 +324,7 @@ TEST_F(Inventory, KeepsToAScope) {
   EXPECT_EQ(take(options).texts, Codes{"version user bert u.txt  @0"});
 }
 
-TEST_F(Inventory, TellsWhatBelongsToNothing) {
+TEST_F(Inventory, ReportsItemsWithoutADocument) {
   const std::string document = add(admin::Area::kUser, "anna", "a.txt", 0);
   const std::string place = document.substr(0, document.find_last_of("/\\"));
   write(place + "\\loose.tmp");
@@ -336,7 +336,7 @@ TEST_F(Inventory, TellsWhatBelongsToNothing) {
   EXPECT_EQ(seen.left, (Codes{"loose.tmp", "loose.tmp_", "other", "stray"}));
 }
 
-TEST_F(Inventory, GivesAFolderOfPartsToTheLongestName) {
+TEST_F(Inventory, AssignsASubPartFolderToTheLongestName) {
   const std::string place = folder(admin::Area::kUser, "anna", "");
   write_file(place + "\\a.kdc", "x");
   write_file(place + "\\a.kdc_b.kdc", "x");
@@ -371,7 +371,7 @@ TEST(InventoryOrder, GoesFolderByFolder) {
 
 #if !defined(_WIN32)
 
-TEST_F(Inventory, FailsToTellOfALineOfWhichTheSystemDoesNot) {
+TEST_F(Inventory, ReportsAnUnknownEntryAsAFailure) {
   if (geteuid() != 0) GTEST_SKIP() << "needs to change the user";
   namespace fs = std::filesystem;
   add(admin::Area::kUser, "anna", "a.txt", 0);

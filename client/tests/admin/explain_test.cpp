@@ -19,7 +19,7 @@ STG::RepositoryType type_of(Area area) {
   return area == Area::kMail ? STG::MailRepository : STG::UserFilesRepository;
 }
 
-/// Owners of their own in the one storage that the process's library works on.
+/// Each test has its own owner: the library of a process works on one storage.
 class AdminExplain : public ::testing::Test {
  protected:
   AdminExplain() : m_owner("explain" + std::to_string(++s_count)) {
@@ -48,7 +48,7 @@ class AdminExplain : public ::testing::Test {
     return path;
   }
 
-  /// The first step that says no, "" when none does; the library has to agree.
+  /// The name of the first step that fails, "" if none does. Checks that the library agrees.
   std::string read_no(const Request& asked) const {
     const auto before = snapshot(program_tree().storage);
     const Explanation told = admin::explain_read(program_tree(), asked, {});
@@ -104,7 +104,7 @@ int AdminExplain::s_count = 0;
 
 }  // namespace
 
-TEST_F(AdminExplain, SaysNoToAWritingWhereTheIndexCannotBeRead) {
+TEST_F(AdminExplain, RefusesAWriteWhenTheIndexCannotBeRead) {
   const std::string path = store(Area::kMail, "a.kdc", 0);
   const std::string folder = path.substr(0, path.find_last_of("\\/"));
   ASSERT_TRUE(std::filesystem::remove(system_form(folder + "\\index.dat")));
@@ -113,7 +113,7 @@ TEST_F(AdminExplain, SaysNoToAWritingWhereTheIndexCannotBeRead) {
   EXPECT_EQ(read_no(request(Area::kMail, "a.kdc")), "index");
 }
 
-TEST_F(AdminExplain, NamesTheMissingFolderOfAReading) {
+TEST_F(AdminExplain, NamesTheMissingFolderOfARead) {
   EXPECT_EQ(read_no(request(Area::kDocs, "a.kdc")), "owner-folder");
   EXPECT_EQ(read_no(request(Area::kUser, "a.kdc")), "owner-folder");
   store(Area::kDocs, "a.kdc", 0);
@@ -122,14 +122,14 @@ TEST_F(AdminExplain, NamesTheMissingFolderOfAReading) {
   EXPECT_EQ(read_no(request(Area::kDocs, "")), "entry");
 }
 
-TEST_F(AdminExplain, NamesTheMissingLineOfAReading) {
+TEST_F(AdminExplain, NamesTheMissingEntryOfARead) {
   store(Area::kUser, "a.txt", 0);
   EXPECT_EQ(read_no(request(Area::kUser, "b.txt")), "index-line");
   const Explanation told = admin::explain_read(program_tree(), request(Area::kUser, "A.txt"), {});
   EXPECT_TRUE(has_step(told, "other-case"));
 }
 
-TEST_F(AdminExplain, NamesTheLineWhoseFileIsGone) {
+TEST_F(AdminExplain, NamesTheDanglingEntry) {
   const std::string path = store(Area::kUser, "a.txt", 0);
   std::filesystem::remove(native(path));
   EXPECT_EQ(read_no(request(Area::kUser, "a.txt")), "index-line");
@@ -137,7 +137,7 @@ TEST_F(AdminExplain, NamesTheLineWhoseFileIsGone) {
   EXPECT_NE(told.first_no()->text.find("dangling entry"), std::string::npos);
 }
 
-TEST_F(AdminExplain, NamesTheVersionThatReadingDoesNotLookFor) {
+TEST_F(AdminExplain, NamesTheVersionThatReadersDoNotLookFor) {
   store(Area::kDocs, "a.kdc", 42);
   EXPECT_EQ(read_no(request(Area::kDocs, "a.kdc", 42)), "index-line");
   const Explanation told =
@@ -166,7 +166,7 @@ TEST_F(AdminExplain, NamesTheFileThatShadowsAnEntry) {
   EXPECT_EQ(told.path, admin::sys::absolute(system_form(place + "\\a.txt")));
 }
 
-TEST_F(AdminExplain, NamesAFolderThatBearsTheNameOfAnEntry) {
+TEST_F(AdminExplain, NamesAFolderWithTheNameOfAnEntry) {
   const std::string path = store(Area::kUser, "other.txt", 0);
   make_folder(path.substr(0, path.find_last_of("\\/")) + "\\a.txt");
   EXPECT_EQ(read_no(request(Area::kUser, "a.txt")), "open");
@@ -190,7 +190,7 @@ TEST_F(AdminExplain, NamesALockedIndex) {
   EXPECT_EQ(told.first_no()->name, "index");
 }
 
-TEST_F(AdminExplain, FollowsWritingOfNewAndOfExistingVersions) {
+TEST_F(AdminExplain, ExplainsWritesOfNewAndExistingVersions) {
   EXPECT_EQ(write_no(request(Area::kDocs, "")), "entry");
   EXPECT_EQ(write_no(request(Area::kDocs, "a.kdc", 5)), "");
   EXPECT_EQ(write_no(request(Area::kDocs, "a.kdc", 5)), "");
@@ -210,7 +210,7 @@ TEST_F(AdminExplain, NamesAReadOnlyDocument) {
   make_writable(path);
 }
 
-TEST_F(AdminExplain, TellsWhatAWritingWouldRemove) {
+TEST_F(AdminExplain, SaysWhatAWriteWouldRemove) {
   store(Area::kUser, "one.ctg", 0, "a.txt=1\n");
   store(Area::kUser, "a.txt", 0);
   EXPECT_TRUE(has_step(admin::explain_write(program_tree(), request(Area::kUser, "a.txt"), {}),
@@ -223,7 +223,7 @@ TEST_F(AdminExplain, TellsWhatAWritingWouldRemove) {
       has_step(admin::explain_write(program_tree(), request(Area::kDocs, "a.kdc"), {}), "parts"));
 }
 
-TEST_F(AdminExplain, FollowsTheDecisionAboutAPart) {
+TEST_F(AdminExplain, ExplainsTheDecisionAboutASubPart) {
   Request asked = request(Area::kDocs, "a.kdc", 9);
   asked.rendition = "html@p1";
   asked.part = "page";
@@ -252,7 +252,7 @@ TEST_F(AdminExplain, FollowsTheDecisionAboutAPart) {
   EXPECT_EQ(part_no(asked, 2), "owner");
 }
 
-TEST_F(AdminExplain, FollowsTheDecisionAboutAPartThatIsServedAsItIs) {
+TEST_F(AdminExplain, ExplainsTheDecisionAboutASubPartThatIsServedAsItIs) {
   Request asked = request(Area::kDocs, "a.kdf", 9);
   asked.rendition = "xls";
   asked.part = "sheet";
@@ -277,14 +277,14 @@ TEST_F(AdminExplain, WarnsOfSelectorsThatAreWrittenElsewhere) {
   EXPECT_TRUE(has_step(admin::explain_part(program_tree(), asked, {}), "odd-rendition"));
 }
 
-TEST_F(AdminExplain, AgreesWithTheLibraryOnTreesOfAnyState) {
-  // Documents, files beside them and times at random; every question is answered twice.
+TEST_F(AdminExplain, AgreesWithTheLibraryOnRandomTrees) {
+  // Random documents, other files and times. Compares each explanation with the library's result.
   std::mt19937 random(99);
   const std::vector<std::string> entries = {"a.kdc", "b.kdf", "c.txt", "d"};
   const std::vector<Area> areas = {Area::kDocs, Area::kUser, Area::kMail};
   const auto any = [&](const auto& list) { return list[random() % list.size()]; };
 #if defined(_WIN32)
-  // Under Wine a round takes twenty times as long; the rules are the same ones.
+  // Under Wine a round takes 20 times as long.
   constexpr int kRounds = 30;
 #else
   constexpr int kRounds = 120;
@@ -304,14 +304,14 @@ TEST_F(AdminExplain, AgreesWithTheLibraryOnTreesOfAnyState) {
   }
 }
 
-TEST_F(AdminExplain, ShowsTimesInWords) {
+TEST_F(AdminExplain, ShowsTimesAsDates) {
   EXPECT_EQ(admin::shown_time(0), "0 (1970-01-01 00:00:00 UTC)");
   EXPECT_EQ(admin::shown_time(1714547399), "1714547399 (2024-05-01 07:09:59 UTC)");
   EXPECT_EQ(admin::shown_time(-1), "-1 (1969-12-31 23:59:59 UTC)");
   EXPECT_EQ(admin::shown_time(951782400), "951782400 (2000-02-29 00:00:00 UTC)");
 }
 
-// ---- what builds on it -------------------------------------------------------------------------
+// ---- lookups, profiles and sub-parts ------------------------------------------------------------
 
 TEST_F(AdminExplain, FindsEntriesWhereTheLibraryFindsThem) {
   const std::string path = store(Area::kUser, "profile.txt", 0, "a=1\n=x\nnone\nb=2=3\n");
@@ -330,7 +330,7 @@ TEST_F(AdminExplain, FindsEntriesWhereTheLibraryFindsThem) {
   EXPECT_EQ(missing.why, "the index has no entry with this key");
 }
 
-TEST_F(AdminExplain, ListsThePartsOfADocumentWithTheirStates) {
+TEST_F(AdminExplain, ListsTheSubPartsOfADocumentWithTheirStates) {
   const std::string document = store(Area::kDocs, "a.kdc", 0);
   set_modify_time(document, 5000);
   const auto put = [&](const std::string& below, std::int64_t time) {
@@ -354,7 +354,7 @@ TEST_F(AdminExplain, ListsThePartsOfADocumentWithTheirStates) {
                        "|html@p1|page|from-preload", "2024|xls|sheet|up-to-date"}));
 }
 
-TEST(AdminProfile, IsTheOwnOneBeforeTheMasters) {
+TEST(AdminProfile, IsProfileTxtBeforeMasterTxt) {
   const scratch_folder config;
   const std::string place = system_form(config.path());
   EXPECT_EQ(admin::master_profile(place), "");

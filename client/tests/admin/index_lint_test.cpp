@@ -19,7 +19,6 @@ using admin::Verdict;
 
 namespace {
 
-/// A document folder with an index written by hand.
 class AdminIndex : public ::testing::Test {
  protected:
   AdminIndex() { STGIndex::setSynchronizeMode(false); }
@@ -50,7 +49,7 @@ class AdminIndex : public ::testing::Test {
     return all;
   }
 
-  /// What the library finds under each physical name, and what the lines say.
+  /// Compares the entries that the library finds with those of the lint.
   void compare_with_library() {
     std::map<std::string, std::string> by_key;
     for (const admin::LintedLine& line : lines()) {
@@ -66,7 +65,7 @@ class AdminIndex : public ::testing::Test {
     ASSERT_EQ(expected, found);
   }
 
-  /// What the lint says of every line, and what the library's reader says of the text.
+  /// Compares the lint's verdicts with the library's reader.
   void compare_with_reader(const std::string& text) {
     FolderFiles files(m_folder.path());
     const IndexReading reading(text, files);
@@ -139,13 +138,13 @@ TEST_F(AdminIndex, WithTheThreeKindsOfEntriesIsRead) {
   compare_with_library();
 }
 
-TEST_F(AdminIndex, ThatIsOneBlankHasNoLine) {
+TEST_F(AdminIndex, OfOneBlankHasNoLines) {
   index(" ");
   EXPECT_TRUE(lines().empty());
   EXPECT_EQ(state(), admin::IndexState::kRead);
 }
 
-TEST_F(AdminIndex, WithoutBytesIsToldApartFromAMissingOne) {
+TEST_F(AdminIndex, WithoutBytesDiffersFromAMissingOne) {
   EXPECT_TRUE(lines().empty());
   EXPECT_EQ(state(), admin::IndexState::kMissing);
   index("");
@@ -153,7 +152,7 @@ TEST_F(AdminIndex, WithoutBytesIsToldApartFromAMissingOne) {
   EXPECT_EQ(state(), admin::IndexState::kNoBytes);
 }
 
-TEST_F(AdminIndex, TellsWhyLinesArePassedOver) {
+TEST_F(AdminIndex, SaysWhyLinesAreSkipped) {
   file("00000001.kdc");
   index(
       "a.kdc_0000000000/00000001\n"
@@ -180,14 +179,14 @@ TEST_F(AdminIndex, KeepsACarriageReturnInThePhysicalName) {
   compare_with_library();
 }
 
-TEST_F(AdminIndex, TakesALastLineWithoutALineFeed) {
+TEST_F(AdminIndex, AcceptsALastLineWithoutALineFeed) {
   file("00000001.kdc");
   index("a.kdc_0000000000/00000001");
   EXPECT_EQ(verdicts(), (Verdicts{"1:entry"}));
   compare_with_library();
 }
 
-TEST_F(AdminIndex, HasAValidLineWithoutAFileWhenThePhysicalNameAloneExists) {
+TEST_F(AdminIndex, HasAValidEntryWithoutFileWhenOnlyThePhysicalNameExists) {
   file("plain");
   index("a.kdc_0000000005/plain\n");
   const auto all = lines();
@@ -200,7 +199,7 @@ TEST_F(AdminIndex, HasAValidLineWithoutAFileWhenThePhysicalNameAloneExists) {
   compare_with_library();
 }
 
-TEST_F(AdminIndex, TakesTheNameWithTheExtensionForAnEntryUnderItsOwnName) {
+TEST_F(AdminIndex, HasAValidAdoptedEntryWhenOnlyTheNameWithTheExtensionExists) {
   file("notes.txt.txt");
   index("notes.txt_0000000000/notes.txt\n");
   const auto all = lines();
@@ -214,7 +213,7 @@ TEST_F(AdminIndex, TakesTheNameWithTheExtensionForAnEntryUnderItsOwnName) {
   compare_with_library();
 }
 
-TEST_F(AdminIndex, IsTheTextOfASaveThatWasInterrupted) {
+TEST_F(AdminIndex, HasTheNewTextOfAnInterruptedSave) {
   file("00000001.kdc");
   file("00000002.kdc");
   const std::string old_text = "a.kdc_0000000000/00000001\n";
@@ -226,12 +225,12 @@ TEST_F(AdminIndex, IsTheTextOfASaveThatWasInterrupted) {
   EXPECT_EQ(view().index_bytes(), bytes);
   EXPECT_TRUE(view().has_interrupted_save());
   compare_with_library();
-  // Without its last byte the trailer vouches for nothing.
+  // Without its last byte the trailer is not valid.
   index(bytes.substr(0, bytes.size() - 1));
   lines();
   EXPECT_FALSE(view().has_interrupted_save());
   EXPECT_EQ(view().index_text().substr(0, old_text.size()), old_text);
-  // The size was on the device before the bytes were.
+  // The size reached the device before the bytes did.
   index(old_text + std::string(512, '\0'));
   EXPECT_EQ(verdicts(), Verdicts{"1:entry"});
   EXPECT_EQ(view().index_text(), old_text);
@@ -242,7 +241,7 @@ TEST_F(AdminIndex, IsTheTextOfASaveThatWasInterrupted) {
 
 #if !defined(_WIN32)
 
-TEST_F(AdminIndex, HasLinesOfWhichTheSystemDoesNotTell) {
+TEST_F(AdminIndex, HasUnknownEntries) {
   if (geteuid() != 0) GTEST_SKIP() << "needs to change the user";
   make_folder(path("priv"));
   file("priv\\x.kdb");
@@ -262,8 +261,8 @@ TEST_F(AdminIndex, HasLinesOfWhichTheSystemDoesNotTell) {
 
 #endif
 
-TEST_F(AdminIndex, AcceptsNamesThatThePathMakesSenseOf) {
-  // The physical name may be a pattern, or lead elsewhere: the library asks whether the path
+TEST_F(AdminIndex, AcceptsPhysicalNamesThatAreValidPaths) {
+  // A physical name can be a pattern or contain a separator: the library only checks that the path
   // exists.
   make_folder(path("sub"));
   file("sub\\inner.kdc");
@@ -276,7 +275,7 @@ TEST_F(AdminIndex, AcceptsNamesThatThePathMakesSenseOf) {
   compare_with_library();
 }
 
-TEST_F(AdminIndex, SeesAnOddTimestamp) {
+TEST_F(AdminIndex, DetectsAnOddTimestamp) {
   file("00000001.kdc");
   index("a.kdcx00000000y1/00000001\n");
   const auto all = lines();
@@ -292,7 +291,7 @@ TEST_F(AdminIndex, CountsLinesOutOfOrder) {
   EXPECT_EQ(lint().unordered_lines(), 1U);
 }
 
-TEST_F(AdminIndex, OfGarbageIsReadAsTheLibraryReadsIt) {
+TEST_F(AdminIndex, OfRandomBytesIsReadAsByTheLibrary) {
   const std::vector<std::string> pieces = {"a.kdc_0000000000/00000001",
                                            "b.kdc_0000000042/00000002",
                                            "a.kdc_0000000000/00000003",
@@ -322,14 +321,14 @@ TEST_F(AdminIndex, OfGarbageIsReadAsTheLibraryReadsIt) {
       text += pieces[random() % pieces.size()];
       if (random() % 3 != 0) text += '\n';
     }
-    // A blank is an index without entries; without a byte the library would have nothing to read.
+    // A blank is an index without entries. An empty index would be one that lost its entries.
     index(text.empty() ? " " : text);
     SCOPED_TRACE("round " + std::to_string(round));
     ASSERT_NO_FATAL_FAILURE(compare_with_library());
   }
 }
 
-TEST_F(AdminIndex, IsJudgedLineByLineAsTheLibrarysReaderJudges) {
+TEST_F(AdminIndex, HasTheVerdictsOfTheLibrarysReader) {
   constexpr int kRounds = kOnWindows ? 12 : 60;
   std::mt19937 random(20261122);
   const auto one_of = [&](const std::vector<std::string>& texts) {
@@ -371,7 +370,7 @@ TEST_F(AdminIndex, IsJudgedLineByLineAsTheLibrarysReaderJudges) {
         EXPECT_EQ(seteuid(65534), 0);
       }
 #endif
-      // An index of no byte has no lines for either.
+      // For both, an empty index has no lines.
       compare_with_reader(text);
 #if !defined(_WIN32)
       if (can_hide) {

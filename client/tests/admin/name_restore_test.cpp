@@ -15,7 +15,7 @@ using admin::RestorePlan;
 
 namespace {
 
-/// A folder whose index was saved and then harmed.
+/// A folder whose index was saved in a snapshot and then damaged.
 class AdminRestore : public AdminTree {
  protected:
   static constexpr admin::Area kArea = admin::Area::kUser;
@@ -27,7 +27,7 @@ class AdminRestore : public AdminTree {
     return admin::folder_for(tree(), kArea, "anna", "");
   }
 
-  /// Adopts what lies in the folder, as a program with synchronisation on does.
+  /// Adopts the orphans, like a program with synchronisation on.
   void adopt() const {
     STGIndex::setSynchronizeMode(true);
     STGIndex::updateIndexFile(place());
@@ -47,7 +47,7 @@ class AdminRestore : public AdminTree {
     return admin::plan_restore(view, saved);
   }
 
-  /// The bytes of a document, asked for by its name through the library.
+  /// The bytes of a document, read through the library by its name.
   std::string content(const std::string& name, long timestamp = 0) const {
     std::string file;
     if (!STGIndex::exists(place(), name, timestamp, file)) return "(nothing)";
@@ -62,7 +62,7 @@ TEST_F(AdminRestore, WorksOnTheTextOfAnInterruptedSave) {
   const std::string old_text = text();
   add(kArea, "anna", "b.kdc", 0, "bytes of b");
   const std::string new_text = text();
-  // A name that was saved, and that neither text has.
+  // A saved key that neither text contains.
   const std::string saved = "a.kdc_0000000042/00000001\n";
   write_file(index(), interrupted_save(old_text, new_text));
   const auto keep = [&](std::string_view kept, const admin::names_format::SavedIndex*) {
@@ -80,7 +80,7 @@ TEST_F(AdminRestore, WorksOnTheTextOfAnInterruptedSave) {
 
 #if !defined(_WIN32)
 
-TEST_F(AdminRestore, KeepsALineOfWhichTheSystemDoesNotTell) {
+TEST_F(AdminRestore, KeepsAnUnknownEntry) {
   if (geteuid() != 0) GTEST_SKIP() << "needs to change the user";
   namespace fs = std::filesystem;
   add(kArea, "anna", "a.kdc", 0, "bytes of a");
@@ -123,7 +123,7 @@ TEST_F(AdminRestore, RecoversAFolderWhoseIndexWasEmptiedAndWhoseFilesWereAdopted
   EXPECT_EQ(content("LOUD.KDC"), "loud");
   EXPECT_EQ(content("no extension", 7), "plain");
   EXPECT_EQ(content("notes.txt"), "notes");
-  // Names, bytes and times of the documents are those from before.
+  // Names, bytes and times of the documents are as before.
   std::map<std::string, std::string> after = snapshot(place());
   after.erase(system_form(index()));
   std::map<std::string, std::string> documents = before;
@@ -134,7 +134,7 @@ TEST_F(AdminRestore, RecoversAFolderWhoseIndexWasEmptiedAndWhoseFilesWereAdopted
   EXPECT_FALSE(plan(saved).changes());
 }
 
-TEST_F(AdminRestore, BringsNamesBackIntoAFolderWithoutAnIndex) {
+TEST_F(AdminRestore, RestoresNamesInAFolderWithoutAnIndex) {
   add(kArea, "anna", "a.kdc", 0, "a");
   const std::string saved = text();
   std::filesystem::remove(native(index()));
@@ -151,7 +151,7 @@ TEST_F(AdminRestore, KeepsWhatWasWrittenSince) {
   const std::string saved = text();
   STGIndex::remove(place(), "gone.kdc", 0);
   write_file(index(), "");
-  // The counter goes on, so the new ones get files of their own.
+  // The counter continues, so the new documents get new files.
   add(kArea, "anna", "b.kdc", 0, "new b");
   add(kArea, "anna", "c.kdc", 0, "c");
   const RestorePlan done = restore(saved);
@@ -165,7 +165,7 @@ TEST_F(AdminRestore, KeepsWhatWasWrittenSince) {
   EXPECT_EQ(content("gone.kdc"), "(nothing)");
 }
 
-TEST_F(AdminRestore, LeavesAFileToTheNameThatHasItByNow) {
+TEST_F(AdminRestore, LeavesAFileToTheEntryThatHasItNow) {
   add(kArea, "anna", "a.kdc", 0, "a");
   const std::string saved = text();
   write_file(index(), "other.kdc_0000000000/00000001\n");
@@ -183,27 +183,27 @@ TEST_F(AdminRestore, RemovesTheSecondEntryOfAFileThatWasAdoptedTooEarly) {
   const RestorePlan done = restore(saved);
   EXPECT_EQ(done.dropped, std::vector<std::string>{"00000001.kdc"});
   EXPECT_EQ(text(), saved);
-  // But not when it was there at the time.
+  // An adopted entry that was in the saved index stays.
   const std::string both = "00000001.kdc_0000000000/00000001.kdc\n" + saved;
   write_file(index(), both);
   EXPECT_FALSE(plan(both).changes());
 }
 
-TEST_F(AdminRestore, CompletesWhatWasInterruptedBetweenTheFileAndItsLine) {
+TEST_F(AdminRestore, CompletesARestoreThatWasInterruptedBeforeTheSave) {
   add(kArea, "anna", "LOUD.KDC", 0, "loud");
   const std::string saved = text();
   write_file(index(), "");
   adopt();
   const std::string adopted = text();
   restore(saved);
-  // The file has its name back, and the index is the one from before.
+  // As after an interruption: the file has its old name again, but the index is not saved yet.
   write_file(index(), adopted);
   restore(saved);
   EXPECT_EQ(text(), saved);
   EXPECT_EQ(content("LOUD.KDC"), "loud");
 }
 
-TEST_F(AdminRestore, TakesNoNameOutOfTheFolder) {
+TEST_F(AdminRestore, RefusesNamesThatLeadOutOfTheFolder) {
   write_file(storage() + "\\user\\outside.kdc", "x");
   place();
   const RestorePlan planned =
@@ -212,7 +212,7 @@ TEST_F(AdminRestore, TakesNoNameOutOfTheFolder) {
   EXPECT_FALSE(planned.changes());
 }
 
-TEST_F(AdminRestore, WaitsForTheIndexAndGivesUpWhenTimeIsOver) {
+TEST_F(AdminRestore, WaitsForTheIndexUntilTheTimeOut) {
   add(kArea, "anna", "a.kdc", 0, "a");
   const std::string saved = text();
   write_file(index(), " ");
@@ -227,7 +227,7 @@ TEST_F(AdminRestore, WaitsForTheIndexAndGivesUpWhenTimeIsOver) {
   EXPECT_EQ(text(), " ");
 }
 
-TEST(AdminLockedFile, KnowsWhatAKilledReplacementLeaves) {
+TEST(AdminLockedFile, RecognisesWhatAKilledReplacementLeaves) {
   const std::string old_bytes = "a=1\nb=2\nc=3\n";
   for (const std::string& new_bytes :
        {std::string("a=1\nc=3\n"), std::string("a=1\nb=2\nb2=2\nc=3\n"), std::string(),

@@ -21,7 +21,7 @@ class AdminNames : public ::testing::Test {
   std::string file() const { return m_scratch.path("names"); }
   std::string path() const { return system_form(file()); }
 
-  /// Saves these texts as a snapshot, each as the index of the folder "user/<key>".
+  /// Saves a snapshot: each text is the index of the folder "user/<key>".
   std::uint64_t save(const std::map<std::string, std::string>& texts, std::int64_t time = 1000) {
     NameStore store(path(), NameStore::For::kAppending, {});
     const std::uint64_t last = store.last_number();
@@ -41,7 +41,7 @@ class AdminNames : public ::testing::Test {
     return store.commit(head, before, now).number;
   }
 
-  /// What a snapshot holds.
+  /// The texts in a snapshot.
   std::map<std::string, std::string> load(std::uint64_t number) {
     NameStore store(path(), NameStore::For::kReading, {});
     std::map<std::string, std::string> texts;
@@ -89,7 +89,7 @@ TEST_F(AdminNames, KeepWhatWasSavedSnapshotBySnapshot) {
   EXPECT_EQ(count(), 3U);
 }
 
-TEST_F(AdminNames, CostAListOfChangesAndNoTextWhenNothingChanged) {
+TEST_F(AdminNames, AreOnlyAListOfChangesWhenNothingChanged) {
   std::map<std::string, std::string> texts;
   for (int i = 0; i < 50; ++i)
     texts["owner" + std::to_string(i)] = long_text(100, "x_0000000000/" + std::to_string(i) + "\n");
@@ -105,7 +105,7 @@ TEST_F(AdminNames, StoreOfAChangedIndexOnlyWhatDiffers) {
       {"anna", long_text(2000)}, {"bert", long_text(10)}, {"carl", long_text(20)}};
   save(texts);
   std::size_t size = read_file(file()).size();
-  // More often than texts may build on each other, so that a whole one comes in between.
+  // More rounds than the maximum depth of texts, so a complete text is stored in between.
   for (int i = 0; i < 40; ++i) {
     texts["anna"] = long_text(2000, "new_0000000000/" + std::to_string(i) + "\n");
     save(texts, 1000 + i);
@@ -114,7 +114,7 @@ TEST_F(AdminNames, StoreOfAChangedIndexOnlyWhatDiffers) {
   EXPECT_LT(read_file(file()).size() - size, 40 * 1000 + 3 * texts["anna"].size());
 }
 
-TEST_F(AdminNames, RemainWhenAnAppendedPartIsCutAnywhere) {
+TEST_F(AdminNames, SurviveATruncationAnywhereInTheAppendedPart) {
   const std::map<std::string, std::string> first = {{"anna", long_text(5)}};
   const std::map<std::string, std::string> second = {{"anna", long_text(6)},
                                                      {"bert", long_text(3)}};
@@ -129,12 +129,12 @@ TEST_F(AdminNames, RemainWhenAnAppendedPartIsCutAnywhere) {
     NameStore store(path(), NameStore::For::kReading, {});
     ASSERT_EQ(store.torn_bytes(), size - whole.size());
   }
-  // The next one cuts the rest off and takes its number.
+  // The next snapshot removes the incomplete one and takes its number.
   EXPECT_EQ(save(second), 2U);
   EXPECT_EQ(read_file(file()), longer);
 }
 
-TEST_F(AdminNames, RemainWhenTheFileWasCutWithinItsFirstSnapshot) {
+TEST_F(AdminNames, SurviveATruncationWithinTheFirstSnapshot) {
   save({{"anna", long_text(5)}});
   const std::string whole = read_file(file());
   for (std::size_t size = 0; size < whole.size(); ++size) {
@@ -145,7 +145,7 @@ TEST_F(AdminNames, RemainWhenTheFileWasCutWithinItsFirstSnapshot) {
   }
 }
 
-TEST_F(AdminNames, LoseToDamageWhatDependsOnItAndNothingElse) {
+TEST_F(AdminNames, LoseOnlyWhatDependsOnDamagedBytes) {
   save({{"anna", long_text(30)}});
   const std::size_t first_end = read_file(file()).size();
   save({{"anna", "x_0000000000/x\n"}});
@@ -157,22 +157,22 @@ TEST_F(AdminNames, LoseToDamageWhatDependsOnItAndNothingElse) {
     bytes[at] = static_cast<char>(bytes[at] ^ 0x20);
     write_file(file(), bytes);
   };
-  // A text of the first: known by its digest.
+  // Damages a text of the first snapshot: its digest does not match.
   with_fault(100);
   EXPECT_EQ(why(1), StoreError::Why::kDamaged);
   EXPECT_EQ(load(2).at("anna"), "x_0000000000/x\n");
   EXPECT_EQ(load(3).at("anna"), "y_0000000000/y\n");
-  // The trailer of the second: the first is found without it.
+  // Damages the trailer of the second snapshot: the first one is still found.
   with_fault(second_end - 10);
   EXPECT_EQ(load(1).at("anna"), long_text(30));
   EXPECT_EQ(count(), 2U);
   EXPECT_EQ(why(2), StoreError::Why::kDamaged);
   EXPECT_EQ(load(3).at("anna"), "y_0000000000/y\n");
-  // And the next snapshot goes behind the third.
+  // The next snapshot follows the third.
   EXPECT_EQ(save({{"anna", "z_0000000000/z\n"}}), 4U);
   EXPECT_EQ(load(4).at("anna"), "z_0000000000/z\n");
   EXPECT_EQ(load(1).at("anna"), long_text(30));
-  // Any byte whatever: nothing is ever read that was not saved.
+  // Damages each byte in turn: no text is read that was not saved.
   for (std::size_t at = first_end; at < whole.size(); ++at) {
     with_fault(at);
     NameStore store(path(), NameStore::For::kReading, {});
@@ -191,7 +191,7 @@ TEST_F(AdminNames, LoseToDamageWhatDependsOnItAndNothingElse) {
   }
 }
 
-TEST_F(AdminNames, AreNotReadOutOfAFileOfAnotherKind) {
+TEST_F(AdminNames, AreNotReadFromAnotherKindOfFile) {
   for (const std::string& bytes : {std::string("hello"), std::string(5000, '\0')}) {
     write_file(file(), bytes);
     for (const auto purpose : {NameStore::For::kReading, NameStore::For::kAppending}) {
@@ -209,22 +209,22 @@ TEST_F(AdminNames, AreNotReadOutOfAFileOfAnotherKind) {
   EXPECT_FALSE(file_exists(m_scratch.path("none")));
 }
 
-TEST_F(AdminNames, AreTakenBackWhenASnapshotIsGivenUp) {
+TEST_F(AdminNames, AreRemovedWhenASnapshotIsNotCommitted) {
   save({{"anna", long_text(5)}});
   const std::string whole = read_file(file());
   {
     NameStore store(path(), NameStore::For::kAppending, {});
-    // Enough to be written before it is complete.
+    // Large enough to be written in several pieces.
     store.add(long_text(60'000), nullptr);
   }
   EXPECT_EQ(read_file(file()), whole);
 }
 
-TEST_F(AdminNames, ABrokenListIsNotBuiltUpon) {
+TEST_F(AdminNames, ADamagedListIsNotExtended) {
   save({{"anna", long_text(5)}, {"bert", long_text(6)}, {"carl", long_text(7)}});
   save({{"anna", long_text(8)}, {"bert", long_text(6)}, {"carl", long_text(7)}});
   std::string bytes = read_file(file());
-  // The list of the second ends right before its trailer.
+  // The list of the second snapshot ends directly before its trailer.
   char& last = bytes[bytes.size() - admin::names_format::kTrailerSize - 1];
   last = static_cast<char>(last ^ 0x01);
   write_file(file(), bytes);
@@ -241,11 +241,11 @@ TEST_F(AdminNames, ABrokenListIsNotBuiltUpon) {
   EXPECT_FALSE(store.snapshots()[1].snapshot);
 }
 
-TEST(AdminNameDiff, TellsWhatCameWentAndMoved) {
+TEST(AdminNameDiff, ReportsAddedRemovedAndMovedEntries) {
   std::vector<std::string> told;
   admin::compare_names(
       "a.kdc_0000000000/1\nb.kdc_0000000000/2\nc.kdc_0000000000/3\n",
-      // Out of order, with a second line of a key, and with what is no line.
+      // Unsorted, with a duplicate key, and with an invalid line.
       "d.kdc_0000000007/4\nb.kdc_0000000000/9\nb.kdc_0000000000/8\nshort/x\n"
       "a.kdc_0000000000/1\nrest",
       [&](const admin::NameDifference& difference) {
@@ -257,7 +257,7 @@ TEST(AdminNameDiff, TellsWhatCameWentAndMoved) {
                                       "added d.kdc_0000000007 >4"}));
 }
 
-TEST_F(AdminTree, IndexesAreTakenOnceAndKeptWhereTheyCannotBeRead) {
+TEST_F(AdminTree, IndexesAreSavedOnceAndKeepTheirStateIfUnreadable) {
   add(admin::Area::kDocs, "anna", "a.kdc", 0);
   add(admin::Area::kUser, "bert", "b.kdc", 0);
   std::vector<std::string> kept;

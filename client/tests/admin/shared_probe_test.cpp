@@ -1,5 +1,4 @@
-// Whether a shared file system offers what a tree needs, tried on local folders, and on views that
-// lack one thing each.
+// Checks of a shared file system, on local folders and on views that lack one property each.
 
 #include "client/admin/shared_probe.h"
 
@@ -35,7 +34,7 @@ Lines codes(const std::vector<SharedCheck>& checks, Holds holds) {
   return found;
 }
 
-/// What is missing when the other host is this one. Each has to be told with a way to mend it.
+/// The codes of the failed checks with @p peer as the other host. Each must name a remedy.
 Lines missing_with(SharedView& peer, const std::string& folder) {
   SharedView host(folder);
   const std::vector<SharedCheck> checks = admin::check_shared(host, &peer, "fuse.glusterfs");
@@ -47,10 +46,9 @@ Lines missing_with(SharedView& peer, const std::string& folder) {
   return codes(checks, Holds::kNo);
 }
 
-// ---- hosts that lack one thing each
-// ----------------------------------------------------------------
+// ---- views that lack one property each ----------------------------------------------------------
 
-/// Its locks reach no other host.
+/// Its locks are not visible to another host.
 class LocksOfItsOwn final : public SharedView {
  public:
   using SharedView::SharedView;
@@ -69,12 +67,11 @@ class LocksOfItsOwn final : public SharedView {
   };
 };
 
-/// As Linux's SMB client: handles that were opened alike share one handle of the server, and with
-/// it one lock, which goes with the first of them. A file that its first handle makes is opened in
-/// another way.
+/// Like Linux's SMB client: handles that were opened in the same way share one server handle and
+/// its lock. The lock ends with the first of them. A handle that creates the file does not share.
 class SharesServerHandles final : public SharedView {
  public:
-  /// Which handle takes the lock of the others along when it closes.
+  /// Which handle ends the lock of the others when it closes.
   enum class LostWith : std::uint8_t { kOneThatHadALock, kOneThatWasRefused };
   SharesServerHandles(std::string folder, LostWith lost)
       : SharedView(std::move(folder)), m_lost(lost) {}
@@ -92,7 +89,7 @@ class SharesServerHandles final : public SharedView {
   }
 
  private:
-  /// The one handle of the server, with one lock at most, however many of the host have one here.
+  /// The server handle. It has at most one lock, for all handles of the host.
   struct Server {
     os::Status lock(bool exclusive) {
       if (has_lock) return {};
@@ -119,7 +116,7 @@ class SharesServerHandles final : public SharedView {
       if (had_one == (m_lost == LostWith::kOneThatHadALock)) m_server->unlock();
       unlock_here();
     }
-    /// Handles of one host keep each other out.
+    /// Locks of handles of one host exclude each other.
     os::Status lock(bool exclusive) override {
       const bool others_read =
           m_server->readers.size() > m_server->readers.count(this) && exclusive;
@@ -155,14 +152,14 @@ class SharesServerHandles final : public SharedView {
   std::map<std::string, std::weak_ptr<Server>> m_servers;
 };
 
-/// Known to be a mount whose handles share locks, though nothing shows on one host.
+/// A mount that is known to share locks between handles, although no check on one host shows it.
 class KnownToShareLocks final : public SharedView {
  public:
   using SharedView::SharedView;
   bool locks_belong_to_handles() override { return false; }
 };
 
-/// Makes and renames over what is there.
+/// Creating and renaming replace an existing file.
 class Overwrites final : public SharedView {
  public:
   using SharedView::SharedView;
@@ -176,7 +173,7 @@ class Overwrites final : public SharedView {
   }
 };
 
-/// Asks whether a name is free, and makes or renames onto it then: two at once both have success.
+/// First checks that a name is free, then creates or renames. So two hosts at once both succeed.
 class AsksFirst final : public SharedView {
  public:
   using SharedView::SharedView;
@@ -192,7 +189,7 @@ class AsksFirst final : public SharedView {
   }
 
  private:
-  /// Leaves the other one time to ask, too, and makes one of two act after the other.
+  /// Waits until the other host has checked too; then lets both act in turn.
   bool is_free(const std::string& name) {
     const bool is_taken = has(name);
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -204,7 +201,7 @@ class AsksFirst final : public SharedView {
   std::mutex m_turn;
 };
 
-/// Keeps the first bytes that it has read.
+/// Caches the first bytes that it reads.
 class OldBytes final : public SharedView {
  public:
   using SharedView::SharedView;
@@ -223,7 +220,7 @@ class OldBytes final : public SharedView {
   std::map<std::string, std::string> m_kept;
 };
 
-/// Keeps the first size of a file.
+/// Caches the first size of a file.
 class OldSizes final : public SharedView {
  public:
   using SharedView::SharedView;
@@ -237,7 +234,7 @@ class OldSizes final : public SharedView {
   std::map<std::string, std::uint64_t> m_kept;
 };
 
-/// Keeps the first answer whether a name is there.
+/// Caches whether a name exists.
 class OldNames final : public SharedView {
  public:
   using SharedView::SharedView;
@@ -249,7 +246,7 @@ class OldNames final : public SharedView {
   std::map<std::string, bool> m_kept;
 };
 
-/// Keeps what a listing showed once.
+/// Caches the names of a listing.
 class OldListings final : public SharedView {
  public:
   using SharedView::SharedView;
@@ -261,7 +258,7 @@ class OldListings final : public SharedView {
   std::map<std::string, bool> m_kept;
 };
 
-/// Its handles keep what one of them has read since the last of them was opened.
+/// Its handles share a cache of bytes, which each open clears.
 class OldBytesOfHandles final : public SharedView {
  public:
   using SharedView::SharedView;
@@ -289,7 +286,7 @@ class OldBytesOfHandles final : public SharedView {
   std::optional<std::string> m_kept;
 };
 
-/// Tells the time of everything as an hour later.
+/// Reports all times one hour late.
 class OtherClock final : public SharedView {
  public:
   using SharedView::SharedView;
@@ -337,19 +334,19 @@ TEST(AdminSharedProbe, FindsAPeerThatIsAnotherFolder) {
   EXPECT_TRUE(list_folder(scratch.path("other")).empty());
 }
 
-TEST(AdminSharedProbe, SaysWhenNoFolderCanBeMade) {
+TEST(AdminSharedProbe, SaysWhenNoFolderCanBeCreated) {
   const scratch_folder scratch;
   const admin::SharedTrial trial = admin::try_shared(system_form(scratch.path("none")), "");
   EXPECT_EQ(codes(trial.checks, Holds::kNo), Lines{"folder"});
 }
 
-TEST(AdminSharedProbe, FindsLocksThatReachNoOtherHost) {
+TEST(AdminSharedProbe, FindsLocksThatAnotherHostDoesNotSee) {
   const scratch_folder scratch;
   LocksOfItsOwn peer(system_form(scratch.path()));
   EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"locks-between-hosts"});
 }
 
-TEST(AdminSharedProbe, FindsALockThatGoesWithAnotherHandleOfItsHost) {
+TEST(AdminSharedProbe, FindsALockThatEndsWithAnotherHandleOfItsHost) {
   using LostWith = SharesServerHandles::LostWith;
   for (const auto& [lost, detail] : std::vector<std::pair<LostWith, std::string>>{
            {LostWith::kOneThatHadALock,
@@ -365,7 +362,7 @@ TEST(AdminSharedProbe, FindsALockThatGoesWithAnotherHandleOfItsHost) {
   }
 }
 
-TEST(AdminSharedProbe, SaysNoWhereTheKindOfMountIsKnownToShareLocks) {
+TEST(AdminSharedProbe, RefusesAMountThatIsKnownToShareLocks) {
   const scratch_folder scratch;
   KnownToShareLocks host(system_form(scratch.path()));
   EXPECT_EQ(codes(admin::check_shared(host, nullptr, "cifs"), Holds::kNo),
@@ -379,14 +376,14 @@ TEST(AdminSharedProbe, FindsLocksThatDoNotExcludeAtAll) {
             Lines{"locks-per-handle"});
 }
 
-TEST(AdminSharedProbe, FindsNamesThatAreMadeAndRenamedOverWhatIsThere) {
+TEST(AdminSharedProbe, FindsCreatesAndRenamesThatReplaceFiles) {
   const scratch_folder scratch;
   Overwrites host(system_form(scratch.path()));
   EXPECT_EQ(codes(admin::check_shared(host, nullptr, "cifs"), Holds::kNo),
             (Lines{"exclusive-create", "rename-without-replace"}));
 }
 
-TEST(AdminSharedProbe, FindsTwoThatMakeOrRenameAtOnceAndBothHaveSuccess) {
+TEST(AdminSharedProbe, FindsTwoHostsThatBothCreateOrRenameAtOnce) {
   const scratch_folder scratch;
   AsksFirst host(system_form(scratch.path()));
   const std::vector<SharedCheck> checks = admin::check_shared(host, nullptr, "cifs");
@@ -398,7 +395,7 @@ TEST(AdminSharedProbe, FindsTwoThatMakeOrRenameAtOnceAndBothHaveSuccess) {
   }
 }
 
-TEST(AdminSharedProbe, SaysNoWhereThePeerAloneIsKnownToShareLocks) {
+TEST(AdminSharedProbe, RefusesAPeerThatIsKnownToShareLocks) {
   const scratch_folder scratch;
   KnownToShareLocks peer(system_form(scratch.path()));
   EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"locks-per-handle"});
@@ -441,7 +438,7 @@ TEST(AdminSharedProbe, FindsAnotherClockAndTimesThatAreNotKept) {
             (Lines{"times-kept", "read-after-close", "clocks"}));
 }
 
-TEST(AdminSharedProbe, NamesTheSettingsOfTheFileSystemThatIsThere) {
+TEST(AdminSharedProbe, NamesTheSettingsOfTheFileSystem) {
   EXPECT_NE(admin::mend_of("read-after-close", "fuse.glusterfs").find("performance.quick-read"),
             std::string::npos);
   EXPECT_NE(admin::mend_of("read-after-close", "nfs4").find("noac"), std::string::npos);

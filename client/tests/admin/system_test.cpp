@@ -61,7 +61,7 @@ TEST(AdminSystem, ListsAFolderOfAnySizeOnce) {
   EXPECT_EQ(found, expected);
 }
 
-TEST(AdminSystem, SaysWhenAFolderIsNotThere) {
+TEST(AdminSystem, SaysWhenAFolderIsMissing) {
   const scratch_folder scratch;
   admin::sys::Folder folder;
   EXPECT_EQ(folder.open(system_form(scratch.path("none"))).failure(), os::Failure::kNotFound);
@@ -108,7 +108,7 @@ TEST(AdminSystem, ReadsFilesOfAnySizeAsAWholeAndInPieces) {
   EXPECT_FALSE(admin::sys::read_file(system_form(scratch.path()), {}, read).ok());
 }
 
-TEST(AdminSystem, GivesALockUpWhenTimeIsOver) {
+TEST(AdminSystem, GivesUpALockAfterTheTimeOut) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "x");
   vu_file writer(scratch.path(), "file");
@@ -124,7 +124,7 @@ TEST(AdminSystem, GivesALockUpWhenTimeIsOver) {
   EXPECT_EQ(told, 1);
 }
 
-TEST(AdminSystem, GivesALockUpWhenItIsStopped) {
+TEST(AdminSystem, GivesUpALockWhenStopped) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "x");
   vu_file writer(scratch.path(), "file");
@@ -138,7 +138,7 @@ TEST(AdminSystem, GivesALockUpWhenItIsStopped) {
             os::Failure::kLocked);
 }
 
-TEST(AdminSystem, ReadsOnceTheWriterIsDone) {
+TEST(AdminSystem, ReadsWhenTheWriterHasFinished) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "x");
   child_process writer("hold_file", {scratch.path(), "file", "exclusive"});
@@ -146,7 +146,7 @@ TEST(AdminSystem, ReadsOnceTheWriterIsDone) {
   Locking locking;
   locking.time_out = std::chrono::seconds(40);
   locking.patience = std::chrono::milliseconds(1);
-  // The reader's waiting is what lets the writer go.
+  // The writer releases its lock when the reader waits.
   locking.on_wait = [&](const std::string&) { writer.close_input(); };
   std::string bytes;
   EXPECT_TRUE(admin::sys::read_file(system_form(scratch.path("file")), locking, bytes).ok());
@@ -154,7 +154,7 @@ TEST(AdminSystem, ReadsOnceTheWriterIsDone) {
   EXPECT_EQ(writer.wait(), 0);
 }
 
-TEST(AdminSystem, KeepsWritersOutOnlyWhileItReads) {
+TEST(AdminSystem, ExcludesWritersOnlyWhileItReads) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "x");
   std::string bytes;
@@ -199,11 +199,11 @@ TEST(AdminSystem, FindsWhoHoldsALock) {
 }
 
 #if defined(__linux__)
-/// Where the system does not let us make one, a container's superuser say.
+/// The exit code if the system does not allow new namespaces, for example in a container.
 constexpr int kNoWorld = 100;
 
-/// The exit code of @p act in a process that sees itself and its children alone, as an ordinary
-/// user.
+/// Runs @p act as an ordinary user, in a process that sees only itself and its children.
+/// @return its exit code.
 template <class Act>
 int in_a_world_of_its_own(Act act) {
   const auto code_of = [](::pid_t child) {
@@ -224,7 +224,7 @@ int in_a_world_of_its_own(Act act) {
   ::_exit(is_ready ? act() : kNoWorld);
 }
 
-TEST(AdminSystem, AProcessThatHasEndedIsNoReasonToDoubt) {
+TEST(AdminSystem, KnowsAllLocksDespiteAProcessThatHasEnded) {
   if (::geteuid() != 0) GTEST_SKIP() << "it takes the superuser to make a world of processes";
   const int known = in_a_world_of_its_own([] {
     const ::pid_t ended = ::fork();
@@ -239,7 +239,7 @@ TEST(AdminSystem, AProcessThatHasEndedIsNoReasonToDoubt) {
 }
 #endif
 
-TEST(AdminSystem, KnowsWhatItRunsOn) {
+TEST(AdminSystem, DescribesSystemAndFileSystem) {
   const scratch_folder scratch;
   const admin::sys::FileSystem system = admin::sys::file_system_of(system_form(scratch.path()));
   EXPECT_FALSE(system.type.empty());
@@ -274,7 +274,7 @@ TEST_F(AdminTree, HasAStatus) {
   EXPECT_TRUE(status.areas[4].exists);
 }
 
-TEST_F(AdminTree, FindsALockedIndexAndGoesOn) {
+TEST_F(AdminTree, ReportsALockedIndexAndContinues) {
   add(Area::kUser, "anna", "a.txt", 0);
   add(Area::kUser, "bert", "b.kdc", 0, "");
   vu_file writer(folder(Area::kUser, "anna", ""), "index.dat");
@@ -288,7 +288,7 @@ TEST_F(AdminTree, FindsALockedIndexAndGoesOn) {
   EXPECT_EQ(found, (Codes{"empty-document", "lock-not-obtained"}));
 }
 
-TEST_F(AdminTree, StaysAsItIsWhateverIsAsked) {
+TEST_F(AdminTree, IsNeverChangedByReaders) {
   const std::string document = add(Area::kDocs, "anna", "sales.kdc", 0);
   make_folder(document + "_\\html\\p1");
   write_file(document + "_\\html\\p1\\page", "x");
@@ -297,7 +297,7 @@ TEST_F(AdminTree, StaysAsItIsWhateverIsAsked) {
   make_folder(storage() + "\\user\\empty");
   const admin::Tree all = tree();
   const auto before = snapshot(all.storage);
-  // Old times, so that every access would show. Asking for them is none.
+  // Sets old access times, so every access would change them. Reading the times does not.
   std::vector<std::string> paths;
   for (const auto& each : std::filesystem::recursive_directory_iterator(native(storage())))
     paths.push_back(each.path().string());

@@ -14,7 +14,7 @@
 
 using admin::NameTable;
 
-TEST(AdminText, TellsUtf8FromOtherBytes) {
+TEST(AdminText, DistinguishesUtf8FromOtherBytes) {
   for (const std::string good :
        {"", "a", "Bericht \xC3\xA4.kdc", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "\xF4\x8F\xBF\xBF"})
     EXPECT_TRUE(admin::is_utf8(good)) << admin::to_hex(good);
@@ -23,7 +23,7 @@ TEST(AdminText, TellsUtf8FromOtherBytes) {
     EXPECT_FALSE(admin::is_utf8(bad)) << admin::to_hex(bad);
 }
 
-TEST(AdminText, ReplacesWhatIsNoUtf8ByteByByte) {
+TEST(AdminText, ReplacesInvalidUtf8ByteByByte) {
   EXPECT_EQ(admin::to_utf8("a\xE4"
                            "b"),
             "a\xEF\xBF\xBD"
@@ -109,7 +109,7 @@ TEST(AdminNameTable, ForgetsEverythingWhenClearedAfterManyAndAfterFewNames) {
   table.clear();
   for (const std::string& name : names) ASSERT_EQ(table.find(name), NameTable::kNone) << name;
 
-  // Few names in the table that has grown: other subsets each time, colliding in other ways.
+  // Few names in a large table: different subsets, with different collisions.
   std::mt19937 random(7);
   for (int round = 0; round < 50; ++round) {
     std::set<std::uint32_t> chosen;
@@ -122,7 +122,7 @@ TEST(AdminNameTable, ForgetsEverythingWhenClearedAfterManyAndAfterFewNames) {
   }
 }
 
-TEST(PortableName, KeepsWhatEverySystemKeeps) {
+TEST(PortableName, KeepsNamesThatEverySystemAccepts) {
   for (const char* const name :
        {"a.kdc", "Sales Report.kdb", "50%.txt", "A%20B+C.kdb", "\xc3\xa4\xc3\xb6.kdf", ".hidden",
         "console.txt", "f4#f5#x.kdb", "a~b"}) {
@@ -145,7 +145,7 @@ TEST(PortableName, WritesRefusedBytesAsNumbers) {
   for (const auto& [name, wanted] : table) EXPECT_EQ(admin::portable_name(name), wanted) << name;
 }
 
-TEST(PortableName, CutsWhatIsTooLongAndKeepsItsExtension) {
+TEST(PortableName, TruncatesLongNamesAndKeepsTheExtension) {
   const std::string name = std::string(300, 'x') + ".kdc";
   const std::string made = admin::portable_name(name);
   EXPECT_EQ(made.size(), admin::kPortableNameLimit);
@@ -155,7 +155,7 @@ TEST(PortableName, CutsWhatIsTooLongAndKeepsItsExtension) {
             admin::portable_name(std::string(300, 'x') + "2"));
 }
 
-TEST(PortableName, IsPortableItselfWhateverTheBytes) {
+TEST(PortableName, IsPortableForAnyBytes) {
   std::vector<std::string> names;
   for (int byte = 0; byte < 256; ++byte) {
     const auto c = static_cast<char>(byte);
@@ -176,7 +176,7 @@ TEST(PortableName, IsPortableItselfWhateverTheBytes) {
   }
 }
 
-TEST(PortableNames, AreUnlikeWhateverTheirLetters) {
+TEST(PortableNames, DifferEvenIfLetterCaseIsIgnored) {
   admin::PortableNames names;
   std::set<std::string> folded;
   const std::string trap = "a~" + admin::checksum_of("A.kdc").substr(0, 16) + ".kdc";
@@ -203,27 +203,27 @@ TEST(AdminFormatted, FillsInNumbersTextsAndCharacters) {
             "2.2 -007 ff");
 }
 
-TEST(AdminFormatted, KeepsWidthsAlsoThoseThatAreArguments) {
+TEST(AdminFormatted, AppliesWidthsAlsoFromArguments) {
   EXPECT_EQ(formatted("[{:>5}][{:<5}]", "ab", 12), "[   ab][12   ]");
   EXPECT_EQ(formatted("[{:<{}}]", "ab", 4), "[ab  ]");
 }
 
-TEST(AdminFormatted, TakesDoubledBracesForBraces) {
+TEST(AdminFormatted, PrintsDoubledBracesAsBraces) {
   EXPECT_EQ(formatted("{{}}"), "{}");
   EXPECT_EQ(formatted("{{{}}}", 1), "{1}");
 }
 
-TEST(AdminFormatted, TakesArgumentsByTheirNumbers) {
+TEST(AdminFormatted, AcceptsNumberedArguments) {
   EXPECT_EQ(formatted("{1} {0} {1}", "a", "b"), "b a b");
 }
 
-TEST(AdminFormatted, AppendsToWhatIsThere) {
+TEST(AdminFormatted, AppendsToAText) {
   std::string line = "a";
   append_formatted(line, "-{}", "b");
   EXPECT_EQ(line, "a-b");
 }
 
-TEST(AdminFormatted, CountsTheArgumentsThatAPatternWants) {
+TEST(AdminFormatted, CountsTheArgumentsOfAPattern) {
   EXPECT_EQ(admin::arguments_wanted("none {{}}"), 0U);
   EXPECT_EQ(admin::arguments_wanted("{} {:>{}}"), 3U);
   EXPECT_EQ(admin::arguments_wanted("{2} {0}"), 3U);

@@ -17,16 +17,16 @@
 #include "vu_storage.h"
 
 /// @file
-/// A storage tree for the tests of its reader, made with the library's index and by hand.
+/// A storage tree for tests, created with the library's index and by hand.
 
-/// A path of the scratch helpers with the system's separators, as the reader takes it.
+/// A path with the system's separators, as the code under test expects it.
 inline std::string system_form(std::string path) {
   const char other = admin::sys::kSeparator == '/' ? '\\' : '/';
   std::replace(path.begin(), path.end(), other, admin::sys::kSeparator);
   return path;
 }
 
-/// Everything that a reader must not change: names, kinds, bytes and modification times.
+/// The names, kinds, bytes and modification times in a folder. A reader must not change them.
 inline std::map<std::string, std::string> snapshot(const std::string& folder) {
   std::map<std::string, std::string> all;
   const auto describe = [&](const std::filesystem::path& path) {
@@ -43,7 +43,7 @@ inline std::map<std::string, std::string> snapshot(const std::string& folder) {
   return all;
 }
 
-/// What differs between two snapshots, in words; empty when nothing does.
+/// The differences between two snapshots as text; empty if there are none.
 inline std::string difference(const std::map<std::string, std::string>& before,
                               const std::map<std::string, std::string>& after) {
   std::string text;
@@ -77,7 +77,7 @@ class AdminTree : public ::testing::Test {
     return found.value_or(admin::Tree());
   }
 
-  /// The folder of an entry, made when it is missing.
+  /// The folder of an entry. Creates a missing folder.
   std::string folder(admin::Area area, const std::string& owner, const std::string& entry) const {
     const std::string path = admin::folder_for(tree(), area, owner, entry).path;
     make_folder(path);
@@ -100,7 +100,7 @@ class AdminTree : public ::testing::Test {
     return all;
   }
 
-  /// The codes of what a check finds, sorted, each as often as it was found.
+  /// The sorted codes of all findings of a check.
   std::vector<std::string> codes(admin::Depth depth = admin::Depth::kFull) const {
     admin::CheckOptions options;
     options.depth = depth;
@@ -118,7 +118,7 @@ class AdminTree : public ::testing::Test {
   mutable admin::CheckSummary m_summary;
 };
 
-/// The one storage that this process's library works on, made at the first call.
+/// The storage of this process's library. The first call creates it.
 inline const admin::Tree& program_tree() {
   static const scratch_folder root;
   static const admin::Tree tree = [] {

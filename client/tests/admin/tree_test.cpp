@@ -40,7 +40,7 @@ TEST_F(AdminTree, IsFoundBelowItsRootAndByItself) {
   EXPECT_TRUE(by_root->layout_was_guessed);
 }
 
-TEST_F(AdminTree, IsNotFoundWhereThereIsNone) {
+TEST_F(AdminTree, IsNotFoundWithoutAreaFolders) {
   std::string why;
   EXPECT_FALSE(admin::locate({system_form(root()) + "x", "", Layout::kAuto}, why));
   EXPECT_NE(why.find("not a folder"), std::string::npos) << why;
@@ -49,11 +49,11 @@ TEST_F(AdminTree, IsNotFoundWhereThereIsNone) {
   EXPECT_FALSE(admin::locate({"", "", Layout::kAuto}, why));
 }
 
-TEST_F(AdminTree, WithoutADocumentCountsAsOneWithOwners) {
+TEST_F(AdminTree, WithoutDocumentsHasTheOwnerLayout) {
   EXPECT_EQ(admin::guess_layout(tree().storage), Layout::kOwner);
 }
 
-TEST_F(AdminTree, OfOwnersIsRecognisedAlsoWhenAnOwnerIsCalledLikeABucket) {
+TEST_F(AdminTree, WithOwnersIsRecognisedAlsoWhenAnOwnerHasTheNameOfABucket) {
   add(Area::kDocs, "12345678", "a.kdc", 0);
   EXPECT_EQ(admin::guess_layout(tree().storage), Layout::kOwner);
 }
@@ -106,7 +106,7 @@ TEST_F(AdminTree, IsWalkedWithinAScope) {
 TEST_F(AdminTree, IsWalkedInTheOrderOfNamesWhateverTheFileSystemListsFirst) {
   std::vector<std::string> expected;
   for (int i = 10; i < 30; ++i) expected.push_back("docs:owner" + std::to_string(i) + ":00000097");
-  // Some systems list the youngest first, some the oldest, some in neither order.
+  // The order of a listing differs between file systems.
   for (const int i : {7, 3, 19, 0, 12, 5, 18, 1, 9, 14, 2, 16, 11, 4, 17, 6, 15, 8, 13, 10})
     make_folder(storage() + "\\docs\\owner" + std::to_string(10 + i) + "\\00000097");
   const std::string buckets = storage() + "\\docs\\owner99\\";
@@ -119,7 +119,7 @@ TEST_F(AdminTree, IsWalkedInTheOrderOfNamesWhateverTheFileSystemListsFirst) {
   EXPECT_EQ(seen.in_order, expected);
 }
 
-TEST_F(AdminTree, StopsBeingWalkedWhenTheVisitorHasEnough) {
+TEST_F(AdminTree, WalkEndsWhenTheVisitorReturnsFalse) {
   add(Area::kUser, "anna", "x.txt", 0);
   add(Area::kUser, "bert", "x.txt", 0);
   Seen seen;
@@ -136,7 +136,7 @@ TEST_F(AdminTree, ThatIsFlatIsWalkedWithoutOwners) {
             (std::set<std::string>{"docs::00000097", "user::", "mail::", "list::", "semlets::"}));
 }
 
-TEST_F(AdminTree, TakesPathsInItApart) {
+TEST_F(AdminTree, SplitsPathsInIt) {
   const admin::Tree all = tree();
   const std::string bucket = folder(Area::kDocs, "anna", "a");
   const auto file = admin::locate_in(all, admin::sys::join(bucket, "00000001.kdc"));

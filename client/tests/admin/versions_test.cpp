@@ -29,7 +29,7 @@ class AdminNewVersions : public AdminTree {
   std::string path(const std::string& name) const {
     return admin::sys::join(place(name).path, name);
   }
-  /// What the library serves of a name in the user area; empty for nothing.
+  /// The content that the library serves for a name in the user area; empty if it finds nothing.
   std::string served(const std::string& name) const {
     std::string physical;
     if (!STGIndex::exists(place(name).path, name, 0, physical)) return {};
@@ -50,7 +50,7 @@ class AdminNewVersions : public AdminTree {
   scratch_folder m_sources;
 };
 
-TEST_F(AdminNewVersions, AreServedByTheLibraryAndLeaveNothingBeside) {
+TEST_F(AdminNewVersions, AreServedByTheLibraryAndLeaveNoOtherFiles) {
   std::vector<NewVersion> all = {version("b.kdc", "1"), version("a.kdc", "22"), version("c", "3")};
   {
     NewVersions work(place("x"), {});
@@ -67,11 +67,11 @@ TEST_F(AdminNewVersions, AreServedByTheLibraryAndLeaveNothingBeside) {
             "a.kdc_0000000000/00000002\nb.kdc_0000000000/00000001\nc_0000000000/00000003\n");
   EXPECT_EQ(read_file(path("index")), "00000003");
   EXPECT_EQ(codes(), Codes{});
-  // The library goes on counting from there.
+  // The library continues with the next number.
   EXPECT_EQ(STGIndex::create(place("x").path, "d.kdc", 0), "00000004.kdc");
 }
 
-TEST_F(AdminNewVersions, LeaveTheDocumentOfWhoeverStoredTheNameMeanwhile) {
+TEST_F(AdminNewVersions, LeaveADocumentThatAnotherProgramHasStored) {
   NewVersion mine = version("a.kdc");
   NewVersion other = version("b.kdc");
   {
@@ -89,7 +89,7 @@ TEST_F(AdminNewVersions, LeaveTheDocumentOfWhoeverStoredTheNameMeanwhile) {
   EXPECT_EQ(codes(), Codes{});
 }
 
-TEST_F(AdminNewVersions, DrawNoNumberFromACounterThatCannotBeUsed) {
+TEST_F(AdminNewVersions, TakeNoNumberFromAnUnusableCounter) {
   add(Area::kUser, "anna", "a.kdc", 0, "old");
   const std::string counter = path("index");
   std::filesystem::remove(counter);
@@ -127,7 +127,7 @@ TEST_F(AdminNewVersions, LeaveAnIndexAloneThatHasLostItsNames) {
   EXPECT_EQ(read_file(path("index.dat")), "");
 }
 
-TEST_F(AdminNewVersions, UseTheIndexThatAKilledOneHadJustMade) {
+TEST_F(AdminNewVersions, UseAnIndexThatAKilledProcessHadJustCreated) {
   std::filesystem::create_directories(place("x").path);
   write_file(path("index.dat"), "");
   NewVersion one = version("b.kdc");
@@ -151,7 +151,7 @@ TEST_F(AdminNewVersions, AddNothingToAnIndexThatIsDamaged) {
   EXPECT_EQ(read_file(path("index.dat")), damaged);
 }
 
-TEST_F(AdminNewVersions, KeepLinesWhoseFilesAreGone) {
+TEST_F(AdminNewVersions, KeepDanglingEntries) {
   add(Area::kUser, "anna", "a.kdc", 0, "old");
   const std::string lines = read_file(path("index.dat"));
   write_file(path("index.dat"), lines + "gone.kdc_0000000000/00000077\n");
@@ -172,7 +172,7 @@ TEST_F(AdminNewVersions, KeepLinesWhoseFilesAreGone) {
   EXPECT_EQ(served("gone.kdc"), "anew");
 }
 
-TEST_F(AdminNewVersions, GiveUpALockedIndexInTime) {
+TEST_F(AdminNewVersions, GiveUpALockedIndexAfterTheTimeOut) {
   add(Area::kUser, "anna", "a.kdc", 0, "old");
   NewVersion one = version("b.kdc");
   {
@@ -189,7 +189,7 @@ TEST_F(AdminNewVersions, GiveUpALockedIndexInTime) {
   EXPECT_EQ(codes(), Codes{});
 }
 
-TEST_F(AdminNewVersions, TakeThePlaceOfTheOldFileWithoutAChangeOfTheIndex) {
+TEST_F(AdminNewVersions, ReplaceTheFileWithoutChangingTheIndex) {
   const std::string old = add(Area::kUser, "anna", "a.kdc", 0, "the old one");
   const std::string lines = read_file(path("index.dat"));
   NewVersion version = this->version("a.kdc", "new");
@@ -207,7 +207,7 @@ TEST_F(AdminNewVersions, TakeThePlaceOfTheOldFileWithoutAChangeOfTheIndex) {
   EXPECT_EQ(codes(), Codes{});
 }
 
-TEST_F(AdminNewVersions, ReplaceNothingThatIsAnotherOneMeanwhile) {
+TEST_F(AdminNewVersions, ReplaceNothingThatAnotherProgramHasChanged) {
   const std::string old = add(Area::kUser, "anna", "a.kdc", 0, "the old one");
   add(Area::kUser, "anna", "b.kdc", 0, "b");
   NewVersion removed = version("a.kdc", "new");
@@ -226,7 +226,7 @@ TEST_F(AdminNewVersions, ReplaceNothingThatIsAnotherOneMeanwhile) {
   EXPECT_EQ(served("b.kdc"), "b");
 }
 
-TEST_F(AdminNewVersions, LeaveAFileToBeWrittenInPlaceThatSomebodyHasOpen) {
+TEST_F(AdminNewVersions, LeaveAnOpenFileToBeWrittenInPlace) {
   const std::string old = add(Area::kUser, "anna", "a.kdc", 0, "the old one");
   NewVersion version = this->version("a.kdc", "new");
   version.replaces = std::filesystem::path(old).filename().string();
@@ -240,7 +240,7 @@ TEST_F(AdminNewVersions, LeaveAFileToBeWrittenInPlaceThatSomebodyHasOpen) {
   EXPECT_EQ(served("a.kdc"), "the old one");
 }
 
-TEST_F(AdminNewVersions, RemoveTheCopiesThatAKilledOneHasLeft) {
+TEST_F(AdminNewVersions, RemoveTheCopiesOfAKilledProcess) {
   add(Area::kUser, "anna", "a.kdc", 0, "old");
   const std::string left = path(std::string(admin::StagingFolder::kName) + "1");
   std::filesystem::create_directory(left);
@@ -256,7 +256,7 @@ TEST_F(AdminNewVersions, RemoveTheCopiesThatAKilledOneHasLeft) {
   EXPECT_FALSE(std::filesystem::exists(left));
 }
 
-TEST_F(AdminNewVersions, RemoveTheFolderOfOneThatWasKilledBeforeItHadALock) {
+TEST_F(AdminNewVersions, RemoveTheFolderOfAProcessKilledBeforeItsLock) {
   add(Area::kUser, "anna", "a.kdc", 0, "old");
   const std::string left = path(std::string(admin::StagingFolder::kName) + "1");
   const std::string foreign = path(std::string(admin::StagingFolder::kName) + "of-mine");
@@ -266,12 +266,12 @@ TEST_F(AdminNewVersions, RemoveTheFolderOfOneThatWasKilledBeforeItHadALock) {
   NewVersion one = version("b.kdc");
   NewVersions work(place("x"), {});
   ASSERT_TRUE(work.stage(one));
-  // The number is free for the one that stores now, which has a lock in it.
+  // The stale folder was removed, and the new one has its number and a lock file.
   EXPECT_TRUE(std::filesystem::exists(admin::sys::join(left, "lock")));
   EXPECT_TRUE(std::filesystem::exists(admin::sys::join(foreign, "1")));
 }
 
-TEST_F(AdminNewVersions, LeaveTheCopiesOfAnotherAtWork) {
+TEST_F(AdminNewVersions, LeaveTheCopiesOfARunningProcess) {
   NewVersion first = version("a.kdc");
   NewVersion second = version("b.kdc");
   {
@@ -288,7 +288,7 @@ TEST_F(AdminNewVersions, LeaveTheCopiesOfAnotherAtWork) {
     EXPECT_FALSE(name.starts_with(admin::StagingFolder::kName)) << name;
 }
 
-TEST_F(AdminNewVersions, SayWhatTheSystemSaysOfASourceThatCannotBeRead) {
+TEST_F(AdminNewVersions, GiveTheSystemsTextForAnUnreadableSource) {
   NewVersion one = version("b.kdc");
   one.source += ".gone";
   NewVersions work(place("x"), {});
@@ -297,7 +297,7 @@ TEST_F(AdminNewVersions, SayWhatTheSystemSaysOfASourceThatCannotBeRead) {
   EXPECT_NE(one.reason.find(one.source), std::string::npos) << one.reason;
 }
 
-// ---- removing versions that are stored elsewhere by now ----------------------------------------
+// ---- removing versions that were moved elsewhere ------------------------------------------------
 
 class AdminOldVersions : public AdminTree {
  protected:
@@ -305,7 +305,7 @@ class AdminOldVersions : public AdminTree {
     return admin::folder_for(tree(), Area::kUser, "anna", "x");
   }
   std::string path(const std::string& name) const { return admin::sys::join(place().path, name); }
-  /// Stores a version. @return it as it is looked at.
+  /// Stores a version. @return the version to remove, with its present content.
   OldVersion stored(const std::string& name, const std::string& owner = "anna") const {
     const std::string file = add(Area::kUser, owner, name, 0, "bytes of " + name);
     OldVersion version;
@@ -323,7 +323,7 @@ class AdminOldVersions : public AdminTree {
   }
 };
 
-TEST_F(AdminOldVersions, GoTogetherAndLeaveTheOthers) {
+TEST_F(AdminOldVersions, AreRemovedTogetherAndLeaveTheOthers) {
   OldVersion a = stored("a.kdc");
   stored("b.kdc");
   OldVersion c = stored("c.kdc");
@@ -336,7 +336,7 @@ TEST_F(AdminOldVersions, GoTogetherAndLeaveTheOthers) {
   EXPECT_EQ(codes(), Codes{});
 }
 
-TEST_F(AdminOldVersions, LeaveABlankWhereNothingIsLeft) {
+TEST_F(AdminOldVersions, LeaveABlankInAnIndexWithoutEntries) {
   OldVersion a = stored("a.kdc");
   remove({&a});
   EXPECT_EQ(a.fate, OldVersion::Fate::kRemoved);
@@ -344,7 +344,7 @@ TEST_F(AdminOldVersions, LeaveABlankWhereNothingIsLeft) {
   EXPECT_EQ(codes(), Codes{});
 }
 
-TEST_F(AdminOldVersions, StayWhenSomebodyHasChangedThemMeanwhile) {
+TEST_F(AdminOldVersions, StayWhenAnotherProgramHasChangedThem) {
   OldVersion longer = stored("a.kdc");
   OldVersion gone = stored("b.kdc");
   write_file(path(longer.file), "written meanwhile");
@@ -358,7 +358,7 @@ TEST_F(AdminOldVersions, StayWhenSomebodyHasChangedThemMeanwhile) {
   EXPECT_EQ(read_file(path("index.dat")), "a.kdc_0000000000/00000001\n");
 }
 
-TEST_F(AdminOldVersions, StayWhenTheyWereWrittenAnewWithTheSizeAndTimeThatTheyHad) {
+TEST_F(AdminOldVersions, StayWhenRewrittenWithTheSameSizeAndTime) {
   OldVersion a = stored("a.kdc");
   const std::int64_t time = get_modify_time(path(a.file));
   write_file(path(a.file), "BYTES of a.kdc");
@@ -369,7 +369,7 @@ TEST_F(AdminOldVersions, StayWhenTheyWereWrittenAnewWithTheSizeAndTimeThatTheyHa
   EXPECT_EQ(read_file(path("index.dat")), "a.kdc_0000000000/00000001\n");
 }
 
-TEST_F(AdminOldVersions, StayWhileSomebodyHasThemOpen) {
+TEST_F(AdminOldVersions, StayWhileTheyAreOpen) {
   OldVersion a = stored("a.kdc");
   vu_file reader(place().path, a.file);
   reader.open(vu_file::o_read);
@@ -380,7 +380,7 @@ TEST_F(AdminOldVersions, StayWhileSomebodyHasThemOpen) {
   EXPECT_EQ(read_file(path("index.dat")), "a.kdc_0000000000/00000001\n");
 }
 
-TEST_F(AdminOldVersions, KeepTheFileThatAnotherEntryHasAsWell) {
+TEST_F(AdminOldVersions, KeepAFileThatAnotherEntryNames) {
   OldVersion a = stored("a.kdc");
   write_file(path("index.dat"), "a.kdc_0000000000/00000001\nb.kdc_0000000000/00000001\n");
   remove({&a});
@@ -389,7 +389,7 @@ TEST_F(AdminOldVersions, KeepTheFileThatAnotherEntryHasAsWell) {
   EXPECT_EQ(read_file(path(a.file)), "bytes of a.kdc");
 }
 
-TEST_F(AdminOldVersions, WaitForNobodyLongerThanTheySay) {
+TEST_F(AdminOldVersions, WaitNoLongerThanTheTimeOut) {
   OldVersion a = stored("a.kdc");
   vu_file index(place().path, "index.dat");
   index.open(vu_file::o_read);
@@ -400,7 +400,7 @@ TEST_F(AdminOldVersions, WaitForNobodyLongerThanTheySay) {
   EXPECT_TRUE(std::filesystem::exists(path(a.file)));
 }
 
-TEST_F(AdminOldVersions, GoFromManyFoldersTogetherAndAskForNoLockAfterOneThatWasRefused) {
+TEST_F(AdminOldVersions, AreRemovedFromManyFoldersAndRequestNoLockAfterARefusedOne) {
   std::vector<OldVersion> gone;
   std::vector<admin::OldVersions> folders;
   const std::array owners = {"a", "b", "c", "d", "e", "f", "locked", "z"};
