@@ -51,14 +51,15 @@ constexpr std::array<FindingKind, kCodes> kKinds = {{
      "set the counter to the highest number with 'stgctl repair'"},
     {Code::kWrongBucket, "wrong-bucket", kError,
      "the entry is in another bucket than its logical name requires. No reader finds it",
-     "move it to its bucket"},
+     "copy its file out of the tree and store the copy with 'stgctl put'; a bucket without other "
+     "entries can then be moved away"},
     {Code::kShadowedName, "shadowed-name", kWarning,
      "a file or folder has the entry's logical name as its own name. The library serves that file "
      "instead of the entry, for every timestamp",
      "rename or remove that file"},
     {Code::kUnreachableTimestamp, "unreachable-timestamp", kWarning,
      "readers look for this name only at timestamp 0, so they never find this version",
-     "store it at timestamp 0"},
+     "move it to timestamp 0 with 'stgctl mv'"},
     {Code::kPartsWithoutDocument, "parts-without-document", kWarning,
      "a folder of sub-parts whose document is missing",
      "move it away with 'stgctl repair', or let a sweep remove it"},

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <regex>
 #include <set>
 
 #include <filesystem>
@@ -154,17 +155,62 @@ TEST_F(ClientCheck, TakesALimitForPaths) {
   for (const std::string& code : found) EXPECT_EQ(code, "path-near-limit");
 }
 
-TEST_F(ClientCheck, ListsWhatItCanFindAndTheManualHasIt) {
+/// A text of the program as the guide prints it: names of files and commands as code.
+std::string in_markdown(const std::string& text) {
+  const std::string commands = std::regex_replace(text, std::regex("'(stgctl [a-z ]+)'"), "`$1`");
+  return std::regex_replace(commands, std::regex(R"(index\.dat|attribut\.txt)"), "`$&`");
+}
+
+TEST_F(ClientCheck, ListsItsCodesWithTheTextsOfTheGuide) {
   std::vector<Json> kinds;
   for (const std::string& line : lines_of(run({"check", "--codes", "--json"}).out))
     kinds.push_back(Json::parse(line));
   ASSERT_GE(kinds.size(), 25U);
-  const std::string manual = read_file(std::string(VU_TEST_SOURCE_DIR) + "/docs/stgctl.md");
+  const std::string guide = read_file(std::string(VU_TEST_SOURCE_DIR) + "/docs/stgctl.md");
+  const auto text_of = [](const Json& kind, const char* field) {
+    return kind.at(field).get<std::string>();
+  };
   for (const Json& kind : kinds) {
-    const std::string row = "| `" + kind.at("code").get<std::string>() + "` | " +
-                            kind.at("severity").get<std::string>() + " | ";
-    EXPECT_NE(manual.find(row), std::string::npos) << row;
+    const std::string row = "| `" + text_of(kind, "code") + "` | " + text_of(kind, "severity") +
+                            " | " + in_markdown(text_of(kind, "meaning")) + " | " +
+                            in_markdown(text_of(kind, "remedy")) + " |\n";
+    EXPECT_NE(guide.find(row), std::string::npos) << row;
   }
+}
+
+TEST_F(ClientCheck, NamesCommandsThatExistInItsRemedies) {
+  std::set<std::string> commands;
+  const std::regex quoted("'stgctl ([a-z]+)");
+  const std::string codes = run({"check", "--codes"}).out;
+  for (auto at = std::sregex_iterator(codes.begin(), codes.end(), quoted);
+       at != std::sregex_iterator(); ++at)
+    commands.insert((*at)[1]);
+  EXPECT_GE(commands.size(), 8U);
+  for (const std::string& command : commands)
+    EXPECT_EQ(run({command, "--help"}).code, 0) << command;
+}
+
+TEST_F(ClientCheck, HasARemedyForTwoEntriesWithOnePhysicalName) {
+  init();
+  const std::vector<std::string> names = {"user/anna/b.txt", "user/anna/c.txt"};
+  const auto store = [&](const std::string& name, const std::string& bytes) {
+    const std::string file = source("in.txt", bytes);
+    const outcome stored = on_tree({"put", file, "--as", name, "--yes"});
+    EXPECT_EQ(stored.code, 0) << stored.err;
+  };
+  for (const std::string& name : names) store(name, "shared");
+  const auto has_finding = [&] {
+    return on_tree({"check"}).out.find("duplicate-physical-name") != std::string::npos;
+  };
+  write_file(storage() + "\\user\\anna\\index.dat",
+             "b.txt_0000000000/00000001\nc.txt_0000000000/00000001\n");
+  ASSERT_TRUE(has_finding());
+  // The remedy: get the file, remove both entries, store both documents.
+  for (const std::string& name : names) EXPECT_EQ(on_tree({"cat", name}).out, "shared");
+  EXPECT_EQ(on_tree({"rm", names[0], names[1], "--yes"}).code, 0);
+  for (const std::string& name : names) store(name, "bytes of " + name);
+  EXPECT_FALSE(has_finding());
+  for (const std::string& name : names) EXPECT_EQ(on_tree({"cat", name}).out, "bytes of " + name);
 }
 
 TEST_F(ClientCheck, RefusesQuickAndFullTogether) {
