@@ -1,9 +1,10 @@
-#include "vu_path.h"
-
 #include <cstddef>
 
 #include "file/path_text.h"
+#include "file/trace_source.h"
+#include "platform/host/host.h"
 #include "platform/os/os.h"
+#include "vu_path.h"
 
 namespace {
 
@@ -71,3 +72,11 @@ vu_utf8string vu_pathutf8::getAbsolutePathName() const {
   return vu_utf8string(path_text::join(parentPathName.str(), relativePathName.str()));
 }
 vu_pathutf8 vu_pathutf8::getParentPath() const { return vu_pathutf8(parentPathName); }
+
+void getTempRootPath(std::string& out) {
+  VU_FILE_SCOPE();
+  const ucs2string folder = host::temp().framework_root_folder();
+  const std::size_t size = folder.size();
+  const bool ends_in_backslash = size > 0 && folder.at(size - 1) == u'\\';
+  out = os::to_narrow(ends_in_backslash ? folder.substr(0, size - 1) : folder);
+}

@@ -7,7 +7,6 @@
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
-#include "index/index_text.h"
 #include "index/name_list.h"
 #include "index/saving.h"
 #include "index/width.h"

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <exception>
+#include <optional>
 #include <string>
 
+#include "file/handle_core.h"
 #include "index/index_format.h"
+#include "vu_file.h"
 #include "vu_file_except.h"
 
 /// The source name of the index's traces.
@@ -24,3 +27,9 @@ inline std::string text_of_current_exception() {
     return "unknown exception";
   }
 }
+
+/// Opens index.dat for reading and reads all of it; returns nothing if it does not exist. The
+/// handle stays open and keeps the shared lock until the caller closes it.
+/// @param index the handle of index.dat in @p folder. A missing folder is traced as an error.
+/// @throws vu_file_except if index.dat is not missing and cannot be opened or read.
+std::optional<FileText> read_index(vu_file& index, const std::string& folder);

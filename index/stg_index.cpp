@@ -10,7 +10,6 @@
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
-#include "index/index_text.h"
 #include "index/saving.h"
 #include "index/width.h"
 #include "platform/host/trace.h"

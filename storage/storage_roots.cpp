@@ -21,6 +21,10 @@ using storage::guarded;
 using storage::kSource;
 using vu_host::trace_level;
 
+// The mark is a constant at load time, the string is constructed empty. Neither uses another static
+// object, so the order of their construction does not matter.
+constinit std::int32_t vu_storage::s_initDone = 0;
+std::string vu_storage::s_sTdcTimeStamp;
 constinit std::atomic<const StorageGate::Published*> StorageGate::s_published = nullptr;
 
 void StorageGate::publish(vu_storage::Roots roots) {

@@ -1,7 +1,6 @@
-#include "index/index_text.h"
+#include "index/index_source.h"
 
 #include "index/folder_files.h"
-#include "index/index_source.h"
 #include "platform/host/trace.h"
 
 std::optional<FileText> read_index(vu_file& index, const std::string& folder) {
