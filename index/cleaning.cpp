@@ -293,9 +293,11 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
   }
 
   // Without an orphan the second load changes nothing, unless it adopts what this load adopted.
+  // A missing folder is reported by both loads.
+  const bool is_loaded = index.m_state->loaded() != nullptr;
   const bool is_known = !index.m_state->has_unknown_lines();
   const UtfNames orphans = limit != 0 && is_known ? names.orphans() : UtfNames();
-  if (is_known && !has_adopted && orphans.empty()) return removed;
+  if (is_loaded && is_known && !has_adopted && orphans.empty()) return removed;
 
   // Required: the sweep loads the index a second time. If that load adopts a file, its save waits
   // for all locks on the index. It would wait for this instance's lock for ever.

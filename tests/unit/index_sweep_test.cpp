@@ -98,6 +98,16 @@ TEST_F(IndexCleaning, SweepsAFileThatOnlyAnotherNameMakesValid) {
   EXPECT_EQ(folder.names(), (Texts{"index.dat"}));
 }
 
+TEST_F(IndexCleaning, ReportsAMissingFolderForEachOfItsTwoLooks) {
+  recording_sink sink;
+  AgeMap ages;
+  const std::string missing = folder.path("missing");
+  EXPECT_EQ(STGIndex::cleanOutOfDateOutput(missing, 3600, ages, false), 0U);
+  EXPECT_EQ(sink.count(trace_event::error,
+                       "STGIndex::STGIndex() : the folder " + missing + " doesn't exist !!!"),
+            2U);
+}
+
 TEST_F(IndexCleaning, SweepsAmongNamesThatAreNotAscii) {
   write_aged("00000001.kdc", 10);
   folder.write("stray");
