@@ -69,7 +69,7 @@ INSTANTIATE_TEST_SUITE_P(Targets, FuzzCorpus, testing::ValuesIn(fuzz::targets())
                            return name;
                          });
 
-TEST(FuzzCorpusLine, StandsForBytes) {
+TEST(FuzzCorpusLine, DecodesToBytes) {
   EXPECT_EQ(bytes_of(""), "");
   EXPECT_EQ(bytes_of("a\\n\\r\\t\\\\x\\x00\\xffb"), std::string("a\n\r\t\\x\0\xff"
                                                                 "b",

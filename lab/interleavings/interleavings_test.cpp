@@ -31,7 +31,7 @@ void replace_in(std::string& text, const std::string& from, const std::string& t
   text.replace(at, from.size(), to);
 }
 
-TEST(InterleavingsView, TellsWhatDiffers) {
+TEST(InterleavingsView, ReportsDifferences) {
   const Tree tidy = tree_for(Setup::kTidy);
   const Facts before = facts_of(tidy);
   const std::string bert = kBert;
@@ -55,7 +55,7 @@ TEST(InterleavingsView, TellsWhatDiffers) {
   EXPECT_NE(facts_of(tree), before);
 }
 
-TEST(InterleavingsView, TellsHowAnIndexStands) {
+TEST(InterleavingsView, ShowsTheStateOfAnIndex) {
   Tree tree = tree_for(Setup::kTidy);
   EXPECT_EQ(facts_of(tree)["storage/user/bert: index"], "whole");
   tree[std::string(kBert) + "index.dat"].bytes = "";
@@ -71,7 +71,7 @@ TEST(InterleavingsView, CountsLooseFilesOfTheSameBytes) {
   EXPECT_EQ(facts_of(tree)["storage/user/bert: loose .kdb 'x'"], "2");
 }
 
-TEST(InterleavingsView, DoesNotTellTheNumberOfAFile) {
+TEST(InterleavingsView, HidesTheNumberOfAFile) {
   Tree tree = tree_for(Setup::kTidy);
   const Facts before = facts_of(tree);
   const std::string bert = kBert;
@@ -111,7 +111,7 @@ TEST(InterleavingsJudge, MissesALineWhereTwoMakeOneEntry) {
   EXPECT_NE(judge.judge({{"a", "b"}, {{loose, "2"}}, {false, false}}).wrong, "");
 }
 
-TEST(InterleavingsJudge, FindsWhatNoStoryTells) {
+TEST(InterleavingsJudge, FindsAResultThatNoStoryDescribes) {
   const Combination combination = combination_from("create + remove, other, tidy, off");
   const std::string bystander = "storage/user/anna: other.kdc_0000000000";
   const std::string index = "storage/user/anna: index";
@@ -156,7 +156,7 @@ std::string hold_both(const std::string& first, const std::string& second) {
   return "both";
 }
 
-TEST(InterleavingsLayer, TellsADeadlockAtOnce) {
+TEST(InterleavingsLayer, ReportsADeadlockAtOnce) {
   const scratch_folder scratch;
   const std::string a = scratch.path("a");
   const std::string b = scratch.path("b");
@@ -172,7 +172,7 @@ TEST(InterleavingsLayer, TellsADeadlockAtOnce) {
             "B waits at: lock (exclusive) a, held by A (exclusive)");
 }
 
-TEST(InterleavingsLayer, TellsNoDeadlockWhereLocksAreTakenInOneOrder) {
+TEST(InterleavingsLayer, ReportsNoDeadlockIfLocksAreTakenInOneOrder) {
   const scratch_folder scratch;
   const std::string a = scratch.path("a");
   const std::string b = scratch.path("b");
@@ -324,7 +324,7 @@ TEST(InterleavingsLayer, EndsAProcessForWhichAnotherOneWaits) {
   EXPECT_TRUE(is_met);
 }
 
-TEST(InterleavingsLayer, EndsAProcessBehindTheEndOfAnotherOne) {
+TEST(InterleavingsLayer, EndsAProcessAfterTheEndOfAnotherOne) {
   const scratch_folder scratch;
   const std::string path = scratch.path("a");
   std::set<std::string> ends;
@@ -382,7 +382,7 @@ TEST(InterleavingsLayer, LeavesOutNothingOfThreeThatDiffers) {
   EXPECT_LT(reduced, all);
 }
 
-TEST(InterleavingsLayer, TellsThatARunWentAnotherWay) {
+TEST(InterleavingsLayer, ReportsThatARunDiverged) {
   const scratch_folder scratch;
   const std::string path = scratch.path("a");
   Explorer explorer({.preemptions = 1});
@@ -477,7 +477,7 @@ INSTANTIATE_TEST_SUITE_P(
                     "create + put, other-new, tidy, off",
                     "write-part + read-part, same, tidy, off"));
 
-TEST_F(Interleavings, OfWhichOneIsKilledEndAsTheyMay) {
+TEST_F(Interleavings, WithOneKilledProcessEndInAnAllowedState) {
   for (const char* const text :
        {"create + create, other-new, tidy, off", "rename + names, same, tidy, off",
         "remove + create, same, tidy, off"})
@@ -493,7 +493,7 @@ TEST_F(Interleavings, OfAWriterOfNewEntriesAndARenameOntoItsEntryReplaceNothing)
   EXPECT_TRUE(explore("rename-onto + write-new, other, tidy, off").races.empty());
 }
 
-TEST_F(Interleavings, OfProcessesThatBeginOneStorageDisturbNobody) {
+TEST_F(Interleavings, OfProcessesThatInitialiseOneStorageDisturbNoOther) {
   const Explored explored = m_runner.explore(combination_from("begin + begin, same, tidy, off"),
                                              {.preemptions = 1}, Participants::kProcesses);
   EXPECT_EQ(findings_in_words(explored), "");
@@ -514,7 +514,7 @@ std::string hold_and_add(const Target& target) {
                    target.root + (is_first ? "\\plain\\two.txt" : "\\plain\\one.txt"));
 }
 
-TEST_F(Interleavings, ThatLoseAnUpdateAreToldWithASchedule) {
+TEST_F(Interleavings, ThatLoseAnUpdateAreReportedWithASchedule) {
   const Operation adds{"add-mark", kAsks, add_mark, false};
   const Combination combination{{&adds, &adds}};
   const Explored explored = m_runner.explore(combination, {});
@@ -530,7 +530,7 @@ TEST_F(Interleavings, ThatLoseAnUpdateAreToldWithASchedule) {
   }
 }
 
-TEST_F(Interleavings, ThatWaitForEachOtherAreToldWithASchedule) {
+TEST_F(Interleavings, ThatDeadlockAreReportedWithASchedule) {
   const Operation holds{"hold-and-add", kAsks, hold_and_add, false};
   const Combination combination{{&holds, &holds}};
   const Explored explored = m_runner.explore(combination, {});

@@ -71,7 +71,7 @@ class CodePage : public testing::Test {
   scratch_folder m_dir;
 };
 
-TEST_F(CodePage, IsTheOneThatWasAskedFor) {
+TEST_F(CodePage, IsTheRequestedOne) {
   const char* const asked = std::getenv("VU_TEST_CODE_PAGE");
   if (asked == nullptr) return;
   EXPECT_EQ(std::to_string(code_page()), asked);
@@ -137,7 +137,7 @@ TEST_F(CodePage, HasPathsThatAreCutAtTheirSeparators) {
   EXPECT_EQ(file.getPath().getRelativePathName(), m_name.narrow);
 }
 
-TEST_F(CodePage, IsNoMatterOfTheUtf8Form) {
+TEST_F(CodePage, DoesNotAffectTheUtf8Form) {
   vu_fileutf8 file{vu_utf8string(m_dir.path()), vu_utf8string("\xE8\xA1\xA8 Gr\xC3\xB6\xC3\x9F"
                                                               "e")};
   file.open(vu_file_base::o_truncate);

@@ -375,7 +375,7 @@ TEST(VuFileRecurseRemoveDirNarrow, TracesEachPathAndTheRootLast) {
             list{"vu_file::is_dir : '" + dir.path("tree\\one") + "' not exists"});
 }
 
-TEST(VuFileRecurseRemoveDirUtf8, TracesEachRemovalQuietlyWhateverIsAsked) {
+TEST(VuFileRecurseRemoveDirUtf8, TracesEachRemovalQuietlyForEveryArgument) {
   const scratch_folder dir;
   make_folder(dir.path("tree\\one"));
   write_file(dir.path("tree\\one\\b"), "");

@@ -64,7 +64,7 @@ TEST_F(VuFileUtf8ReadBuffer, OfALengthGoesOnFromThePosition) {
   EXPECT_EQ(std::memcmp(buffer, "234\0", 4), 0);
 }
 
-TEST_F(VuFileUtf8ReadBuffer, ThatGetsLessPutsTheZeroWhereItWasAskedFor) {
+TEST_F(VuFileUtf8ReadBuffer, ThatGetsLessPutsTheZeroAtTheRequestedPlace) {
   vu_fileutf8 file = opened("0123");
   constexpr unsigned int kAsked = 100;
   // Memory of that size is at hand, and not zero to begin with.

@@ -116,7 +116,7 @@ constexpr char kRefusal[] = "**ERROR:ztVuStorage:root storage already initialize
 
 // ---- the root by default ------------------------------------------------------------------------
 
-TEST(HostOfTheStorage, IsAskedForTheServerFolderAfterTheHelperWasInitialised) {
+TEST(HostOfTheStorage, ReturnsTheServerFolderAfterTheHelperWasInitialised) {
   const scratch_folder folder;
   const std::string root = folder.path("server");
   child_process child("initialise_by_a_getter", {root});

@@ -294,7 +294,7 @@ TEST(Utf8String, IsJoined) {
 
 // ---- the encoding ------------------------------------------------------------------------------
 
-TEST(Utf8String, TellsValidFromInvalid) {
+TEST(Utf8String, DistinguishesValidFromInvalid) {
   for (const auto& [what, bytes] : invalid_texts()) {
     EXPECT_FALSE(vu_utf8string(bytes).is_valid()) << what;
   }

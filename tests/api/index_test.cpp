@@ -332,7 +332,7 @@ TEST_F(IndexClient, LeavesFilesUnknownWithTheSwitchOff) {
 
 // ---- names -------------------------------------------------------------------------------------
 
-TEST_F(IndexClient, TellsAndDecodesEscapedNames) {
+TEST_F(IndexClient, RecognisesAndDecodesEscapedNames) {
   EXPECT_TRUE(STGIndex::iSsambaOrT101("Q1+Sales%2Fdoc.kdb"));
   EXPECT_FALSE(STGIndex::iSsambaOrT101("Q1 Sales.kdb"));
   std::string name = "My%20Report+1.kdb";

@@ -195,7 +195,7 @@ TEST_F(DocumentClient, KeepsAProfile) {
   EXPECT_EQ(loaded.size(), 2U);
 }
 
-TEST_F(DocumentClient, IsToldWhatFails) {
+TEST_F(DocumentClient, LearnsWhatFails) {
   const recording_sink sink;
   vu_file file;
   std::string bytes = "before";
@@ -261,7 +261,7 @@ TEST_F(KeyFileClient, AppendsLinesOrReplacesThem) {
   EXPECT_EQ(read_file(scratch.path("keys.txt")), "c=3\n");
 }
 
-TEST_F(KeyFileClient, ReadsLinesOfOtherProgramsWithTheSeparatorThatItAsksFor) {
+TEST_F(KeyFileClient, ReadsLinesOfOtherProgramsWithTheGivenSeparator) {
   write_file(scratch.path("keys.txt"), "a=b=c\r\n\r\nx=1\ty=2\tno separator\n z = 3 ");
   STG::NameValueSeq seq;
   EXPECT_EQ(vu_storage::readKeysFile(scratch.path(), "keys.txt", seq, false), 0L);
@@ -285,7 +285,7 @@ TEST_F(KeyFileClient, ReadsLinesFromAFileThatItOpened) {
   EXPECT_EQ(seq.size(), 2U);
 }
 
-TEST_F(KeyFileClient, IsToldOfAFileThatIsNotThere) {
+TEST_F(KeyFileClient, LearnsThatAFileIsMissing) {
   const recording_sink sink;
   STG::NameValueSeq seq;
   EXPECT_EQ(vu_storage::readKeysFile(scratch.path(), "gone.txt", seq, false), 1L);
@@ -294,7 +294,7 @@ TEST_F(KeyFileClient, IsToldOfAFileThatIsNotThere) {
   EXPECT_TRUE(seq.empty());
 }
 
-TEST_F(KeyFileClient, IsToldWhenItCannotWrite) {
+TEST_F(KeyFileClient, LearnsThatItCannotWrite) {
   const recording_sink sink;
   EXPECT_FALSE(vu_storage::writeKeysFile(scratch.path("gone"), "keys.txt", "a=1\n", true));
   EXPECT_EQ(sink.count(trace_event::error, "vu_storage::writeKeysFile : throw exception on open"),
@@ -422,7 +422,7 @@ TEST_F(SubPartClient, IsServedThePartOfATableWhateverItsAge) {
   EXPECT_EQ(fetch_part("table.kdf", "xls"), "part");
 }
 
-TEST_F(SubPartClient, IsToldTheSizeOfAPartAndZeroWithoutOne) {
+TEST_F(SubPartClient, ReceivesTheSizeOfAPartAndZeroWithoutOne) {
   store(kEntry, 1'000'000'000);
   vu_file file;
   unsigned long size = 77;

@@ -80,7 +80,7 @@ TEST(CNames, AnothersFileHasNoSecondSpelling) {
   EXPECT_EQ(content(where), "bytes");
 }
 
-TEST(CNames, WhatHasNoPlaceInTheCodePageIsTold) {
+TEST(CNames, CharactersOutsideTheCodePageAreReported) {
   const char* const asked = std::getenv("VU_TEST_CODE_PAGE");
   if (asked != nullptr) {
     ASSERT_EQ(std::to_string(code_page()), asked);
@@ -263,7 +263,7 @@ vu_status exists(const std::function<void(vu_document&)>& change) {
 
 }  // namespace
 
-TEST(CArguments, EveryCallRecognisesWhatIsNoStore) {
+TEST(CArguments, EveryCallRefusesAnInvalidStoreHandle) {
   vu_status status = VU_FAILED;
   vu_store* const closed = program_store().open(0, 0, status);
   ASSERT_EQ(vu_close_store(closed), VU_DONE);
@@ -279,7 +279,7 @@ TEST(CArguments, EveryCallRecognisesWhatIsNoStore) {
   EXPECT_EQ(vu_stream_close(stream), VU_DONE);
 }
 
-TEST(CArguments, EveryCallRecognisesWhatIsNoStream) {
+TEST(CArguments, EveryCallRefusesAnInvalidStreamHandle) {
   const vu_document where = document("arguments", "closed.kdf", 1);
   vu_stream* closed = nullptr;
   ASSERT_EQ(vu_open(store(), &where, VU_WRITE_OVER, &closed), VU_DONE);
@@ -346,7 +346,7 @@ TEST(CArguments, WithoutTheGuardNamesGoToTheLibrary) {
   EXPECT_EQ(vu_close_store(bare), VU_DONE);
 }
 
-TEST(CArguments, AStructureOfALaterVersionIsTakenWhenItAsksForNothingNew) {
+TEST(CArguments, AStructureOfALaterVersionIsAcceptedWhenItRequestsNothingNew) {
   struct Later {
     vu_document known;
     std::int64_t news[2];

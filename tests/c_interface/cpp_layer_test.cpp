@@ -74,7 +74,7 @@ TEST(CppStore, PutsReadsAndReplaces) {
   EXPECT_EQ(storage().read(where), "");
 }
 
-TEST(CppStore, TellsWhatIsWrongInAnError) {
+TEST(CppStore, ReportsTheReasonInAnError) {
   try {
     storage().put({vu::area::docs, "..", "a.kdf", 1}, "x");
     FAIL() << "the guard let it pass";
@@ -248,12 +248,12 @@ TEST(CppStore, ReadsIntoMemoryOfTheCaller) {
   EXPECT_EQ(code_of([&] { (void)storage().read(where, buffer, 4); }), VU_TOO_SHORT);
 }
 
-TEST(CppStore, TellsTheLibrarysVersion) {
+TEST(CppStore, ReturnsTheLibrarysVersion) {
   EXPECT_EQ(vu::version_number(), VU_VERSION_NUMBER);
   EXPECT_EQ(vu::version().front(), '0' + VU_VERSION_MAJOR);
 }
 
-TEST(CppTraces, AreToldToTheListenerWhileItLives) {
+TEST(CppTraces, ReachTheListenerWhileItExists) {
   const vu::key where = user_key("traces", "a.txt", 1);
   int scopes = 0;
   int others = 0;

@@ -82,7 +82,7 @@ TEST(CDetails, ARootMayEndInSeparators) {
   }
 }
 
-TEST(CDetails, TheFolderOfPartsIsNoName) {
+TEST(CDetails, TheFolderOfSubPartsIsNotAValidName) {
   const vu_document where = document("details-parts", "a.kdf", 1);
   ASSERT_EQ(put(where, "x"), VU_DONE);
   vu_stream* stream = nullptr;
@@ -101,7 +101,7 @@ TEST(CDetails, TheFolderOfPartsIsNoName) {
   EXPECT_EQ(vu_open_part(store(), &other, "html@a", "p", VU_WRITE_OVER, &stream), VU_USAGE);
 }
 
-TEST(CDetails, ServedIsWhatIsAsNewAsAsked) {
+TEST(CDetails, ADocumentAsNewAsRequestedIsServed) {
   const vu_document where = document("details-served", "a.kdc", 0);
   ASSERT_EQ(put(where, "page"), VU_DONE);
   set_modify_time(path_of(where), 1'500'000'000);
@@ -147,7 +147,7 @@ TEST(CDetails, ANameForItselfChangesNothing) {
   EXPECT_EQ(documents_of("details-same", VU_AREA_USER), Names{"a.txt@1"});
 }
 
-TEST(CDetails, ANewKeyFileDoesNotBeginWithBytesOfNobody) {
+TEST(CDetails, ANewKeyFileDoesNotBeginWithForeignBytes) {
   const vu_document first = document("details-orphan", "a.txt", 0, VU_AREA_USER);
   ASSERT_EQ(put(first, "x"), VU_DONE);
   const std::string folder = program_store().root.path("storage\\user\\details-orphan");
@@ -183,7 +183,7 @@ TEST(CDetails, VersionsOnTheirWayAreNotListed) {
   EXPECT_EQ(vu_close_store(bare), VU_DONE);
 }
 
-TEST(CDetails, CleaningCountsTheAgeThatIsAskedFor) {
+TEST(CDetails, CleaningUsesTheRequestedAge) {
   const vu_document where = document("details-age", "a.txt", 1, VU_AREA_USER);
   ASSERT_EQ(put(where, "x"), VU_DONE);
   // Changed long ago, read just now.

@@ -9,7 +9,7 @@
 
 #include "tests/c_interface/program_store.h"
 
-TEST(CStore, TellsItsVersion) {
+TEST(CStore, ReturnsItsVersion) {
   EXPECT_EQ(vu_version_number(), VU_VERSION_NUMBER);
   EXPECT_STREQ(vu_version(), VU_PROJECT_VERSION);
   EXPECT_EQ(vu_version(), std::to_string(VU_VERSION_MAJOR) + "." +
@@ -68,7 +68,7 @@ TEST(CStore, ARootIsMadeWhereItsPathLeadsAndNotBelowTheCurrentFolder) {
   EXPECT_EQ(std::filesystem::exists(stray), stray == std::filesystem::path(below) / "new");
 }
 
-TEST(CStore, AnotherRootOrLayoutIsRefusedAndTheOneInForceTold) {
+TEST(CStore, AnotherRootOrLayoutIsRefusedAndTheCurrentOneNamed) {
   ASSERT_NE(store(), nullptr);
   const scratch_folder other;
   const std::string path = native(other.path()).string();
@@ -97,7 +97,7 @@ TEST(CStore, ALargerErrorOfALaterHeaderIsFilled) {
   EXPECT_STREQ(later.news, "untouched");
 }
 
-TEST(CStore, ARootThatIsMissingIsNoTree) {
+TEST(CStore, AMissingRootIsNotAStorageTree) {
   vu_settings settings = VU_SETTINGS_INIT;
   const std::string missing = program_store().native_root + "/missing/root";
   settings.root = missing.c_str();
@@ -137,7 +137,7 @@ TEST(CStore, TheLastErrorIsTheThreadsOwn) {
   EXPECT_STREQ(error.system_text, "");
 }
 
-TEST(CStore, TheLastErrorTellsPathAndReasonOfTheSystem) {
+TEST(CStore, TheLastErrorContainsThePathAndTheSystemsReason) {
   const vu_document where = document("anna-locked-out", "a.kdf", 1);
   ASSERT_EQ(put(where, "old"), VU_DONE);
   std::string path(1000, '\0');
@@ -234,7 +234,7 @@ TEST(CDocuments, AnEmptyDocumentAndALargeOneKeepTheirBytes) {
   EXPECT_EQ(content(large), bytes);
 }
 
-TEST(CDocuments, PutTellsHowItStored) {
+TEST(CDocuments, PutReportsHowItStored) {
   const vu_document where = document("how", "a.kdf", 1);
   std::int32_t how = 0;
   EXPECT_EQ(vu_put(store(), &where, "one", 3, 0, &how), VU_DONE);
@@ -287,7 +287,7 @@ TEST(CDocuments, ReadFillsTheCallersBuffer) {
   EXPECT_EQ(bytes, "12345?");
 }
 
-TEST(CDocuments, DescribeTellsSizeTimesAndVersion) {
+TEST(CDocuments, DescribeReturnsSizeTimesAndVersion) {
   const vu_document where = document("describe", "a.kdf", 3);
   ASSERT_EQ(put(where, "1234567"), VU_DONE);
   const vu_document latest = document("describe", "a.kdf", VU_LATEST);
@@ -402,7 +402,7 @@ TEST(CDocuments, AFileThatBearsTheNameIsReplacedInPlace) {
   EXPECT_EQ(content(where), "new");
 }
 
-TEST(CDocuments, TheFileOfAnotherDocumentIsNoName) {
+TEST(CDocuments, TheFileOfAnotherDocumentIsNotAValidName) {
   const vu_document where = document("stored-name", "a.txt", 1, VU_AREA_USER);
   ASSERT_EQ(put(where, "bytes"), VU_DONE);
   std::string path(1000, '\0');

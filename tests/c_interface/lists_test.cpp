@@ -55,7 +55,7 @@ Names lines_of(const vu_document& file) {
 
 }  // namespace
 
-TEST(CLists, DocumentsOfEveryFolderAreTold) {
+TEST(CLists, DocumentsOfEveryFolderAreListed) {
   EXPECT_EQ(documents_of("lists-none"), Names{});
   Names all;
   for (const char* const name : {"a.kdf", "b.kdf", "c.kdc", "d"}) {
@@ -163,7 +163,7 @@ TEST(COwners, AreRenamedAndRemovedWithEverything) {
   EXPECT_FALSE(folder_exists(program_store().root.path("storage\\mail\\owner-new")));
 }
 
-TEST(CClean, TellsWhatIsOldAndRemovesIt) {
+TEST(CClean, ReportsOldVersionsAndRemovesThem) {
   const vu_document old = document("clean", "old.kdf", 1);
   const vu_document fresh = document("clean", "new.kdf", 1);
   const scratch_folder outside;
@@ -239,7 +239,7 @@ vu_status each(const char* owner, vu_entry_visitor visit, void* context) {
 
 }  // namespace
 
-TEST(CCallbacks, MayRemoveWhatTheyAreTold) {
+TEST(CCallbacks, MayRemoveTheDocumentThatTheyReceive) {
   put_three("back-remove");
   const auto remove = [](void* context, const vu_entry* entry) -> std::int32_t {
     const vu_document same = document(entry->owner, entry->name, entry->info.version, entry->area);
@@ -284,7 +284,7 @@ TEST(CCallbacks, CannotCloseTheStoreThatCallsThem) {
   EXPECT_EQ(vu_close_store(own), VU_DONE);
 }
 
-TEST(CCallbacks, WhatTheyCallIsToldToThemAndNotToTheCaller) {
+TEST(CCallbacks, ErrorsOfTheirOwnCallsDoNotReachTheCaller) {
   put_three("back-errors");
   const auto fail_and_end = [](void* context, const vu_entry*) -> std::int32_t {
     const vu_document missing = document("back-errors", "..", 1);

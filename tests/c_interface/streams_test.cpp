@@ -200,7 +200,7 @@ void meet(void* context, const vu_trace*) {
 
 }  // namespace
 
-TEST(CStreams, ASecondThreadIsToldThatTheStreamIsBusy) {
+TEST(CStreams, ASecondThreadLearnsThatTheStreamIsBusy) {
   const vu_document where = document("busy", "a.kdf", 1);
   ASSERT_EQ(put(where, "x"), VU_DONE);
   Meeting meeting = {opened(where, VU_READ_EXACT)};
@@ -229,7 +229,7 @@ TEST(CStreams, AStreamKeepsItsFileWhenTheVersionIsReplaced) {
   EXPECT_EQ(documents_of("replaced"), std::vector<std::string>{"a.kdf@1"});
 }
 
-TEST(CStreams, WhoeverReadsMeetsTheOldVersionOrTheNewOne) {
+TEST(CStreams, ReadersSeeTheOldVersionOrTheNewOne) {
   const vu_document where = document("meeting", "a.kdc", 0);
   const std::string bytes[2] = {std::string(3000, 'a'), std::string(5000, 'b')};
   ASSERT_EQ(put(where, bytes[0]), VU_DONE);
@@ -263,7 +263,7 @@ TEST(CStreams, WhoeverReadsMeetsTheOldVersionOrTheNewOne) {
   writer.join();
 }
 
-TEST(CStreams, WhatTheSystemRefusesIsNoOldVersion) {
+TEST(CStreams, AnUnreadableFileIsNotReportedAsTooOld) {
   const vu_document where = document("served-refused", "a.kdc", 0);
   ASSERT_EQ(put(where, "page"), VU_DONE);
   std::string path(1000, '\0');

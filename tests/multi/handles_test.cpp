@@ -134,7 +134,7 @@ TEST_F(FileLocks, LetWritersWaitInTurn) {
   EXPECT_EQ(read_file(path), "first text, one, two, three");
 }
 
-TEST_F(FileLocks, AreRefusedAtOnceToWhoeverDoesNotWait) {
+TEST_F(FileLocks, AreRefusedAtOnceToACallerThatDoesNotWait) {
   remote_file writer(path);
   writer.open("write");
   vu_file reader(path);

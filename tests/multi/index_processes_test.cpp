@@ -198,7 +198,7 @@ TEST_F(IndexUnderProcesses, FindsEverythingThatManyHaveCreatedWhileFilesAreAdopt
   EXPECT_EQ(data_files(folder.path()).size(), acknowledged.size()) << "adoption makes no files";
 }
 
-TEST_F(IndexUnderProcesses, CreatesTheIndexWhenSeveralFindNone) {
+TEST_F(IndexUnderProcesses, CreatesOneIndexWhenSeveralProcessesFindNone) {
   const scratch_folder fresh;
   const std::map<std::string, std::string> acknowledged =
       create_at_once(fresh.path(), kProcesses, 3, "off");

@@ -136,7 +136,7 @@ TEST(ScratchFolder, IsFreshAndGoesWithEverythingInIt) {
   EXPECT_FALSE(folder_exists(first_path));
 }
 
-TEST(ScratchFolder, TellsExactNamesApart) {
+TEST(ScratchFolder, DistinguishesExactNames) {
   const scratch_folder folder;
   write_file(folder.path("Report.KDB"), "");
   EXPECT_TRUE(file_exists(folder.path("Report.KDB")));

@@ -112,7 +112,7 @@ TEST_F(CInterfaceFaults, ACopyThatIsNotOnTheDeviceLeavesTheOldVersionAndNothingE
   EXPECT_EQ(files(), std::vector<std::string>{"a.txt"});
 }
 
-TEST_F(CInterfaceFaults, AVersionThatStaysAtItsOldPlaceIsTold) {
+TEST_F(CInterfaceFaults, AVersionThatStaysAtItsOldPlaceIsReported) {
   const vu_document far = document("a.kdf", VU_AREA_DOCS);
   faults::reset();
   ASSERT_EQ(vu_rename(m_store, &m_document, &far, 0), VU_DONE);
@@ -154,7 +154,7 @@ TEST_F(CInterfaceFaults, AStorageWhoseFoldersCannotBeMadeIsNotOpened) {
   EXPECT_NE(last_error().system_code, 0);
 }
 
-TEST_F(CInterfaceFaults, WhatWasHeardBeforeACallbackIsToldInTheEnd) {
+TEST_F(CInterfaceFaults, ErrorsBeforeACallbackAreReportedAtTheEnd) {
   const auto clean = [&](vu_entry_visitor visit) {
     const auto fault = faults::fail(Call::unlock, kRefused);
     const vu_status status = vu_clean(m_store, VU_AREA_USER, "anna", 0, VU_CLEAN_ALL | VU_DRY_RUN,
@@ -187,7 +187,7 @@ TEST_F(CInterfaceFaults, AnOwnerOfWhomSomethingStaysIsPartlyRemoved) {
   EXPECT_EQ(fault.hits(), 1U);
 }
 
-TEST_F(CInterfaceFaults, LinesOfCategoriesThatStayAreTold) {
+TEST_F(CInterfaceFaults, CategoryLinesThatStayAreReported) {
   const vu_document category = document("list.ctg");
   ASSERT_EQ(vu_key_set(m_store, &category, "a.txt", "1"), VU_DONE);
   bool is_told = false;
@@ -206,7 +206,7 @@ TEST_F(CInterfaceFaults, LinesOfCategoriesThatStayAreTold) {
   EXPECT_TRUE(is_told);
 }
 
-TEST_F(CInterfaceFaults, AFolderThatTheSystemDoesNotTellOfIsNotMissing) {
+TEST_F(CInterfaceFaults, AFolderThatTheSystemCannotCheckIsNotMissing) {
   for (std::uint64_t nth = 1;; ++nth) {
     const auto fault = faults::fail(Call::probe_search, kRefused, nth);
     const vu_status status = vu_exists(m_store, &m_document);

@@ -270,7 +270,7 @@ TEST_F(VuFileUtf8ReadBufferFailure, OfTheSizeLeavesBothArguments) {
   EXPECT_EQ(length, 0U);
 }
 
-TEST_F(VuFileUtf8ReadBufferFailure, WithAShortReadIsNoFailure) {
+TEST_F(VuFileUtf8ReadBufferFailure, WithAShortReadIsNotAFailure) {
   vu_fileutf8 file = handle();
   file.open(base::o_read);
   const auto fault = faults::cut_transfer(Call::read, 3);

@@ -230,7 +230,7 @@ TEST(FolderEntries, KnowFilesFromFoldersAndTraceNothing) {
   EXPECT_EQ(entries[1].kind, os::EntryKind::kFolder);
 }
 
-TEST(FolderEntries, OfWhatCannotBeListedAreNone) {
+TEST(FolderEntries, OfAnUnlistableFolderAreEmpty) {
   const scratch_folder dir;
   write_file(dir.path("file"), "");
   recording_sink sink;
@@ -244,7 +244,7 @@ TEST(FolderEntries, OfWhatCannotBeListedAreNone) {
 
 // ---- lines -------------------------------------------------------------------------------------
 
-TEST(NextLine, LeavesNothingBehindWhenThereIsNoLineAnyMore) {
+TEST(NextLine, ReturnsAnEmptyLineAfterTheLastOne) {
   std::string_view rest = "a\n\r\n\n";
   std::string_view line;
   EXPECT_TRUE(next_line(rest, line));

@@ -128,7 +128,7 @@ TEST_F(ReplaceAndClose, WhoseCopyIsNeitherFlushedNorTakenBackHoldsTheNewText) {
   EXPECT_EQ(text(), kNew);
 }
 
-TEST_F(ReplaceAndClose, ThatFailsBehindTheCopyHoldsTheNewText) {
+TEST_F(ReplaceAndClose, ThatFailsAfterTheCopyLeavesTheNewText) {
   for (std::size_t bytes = 0; bytes < kNew.size(); ++bytes) {
     open(kOld);
     const auto fault = faults::cut_transfer(Call::write, bytes, kSomeFailure, 2);

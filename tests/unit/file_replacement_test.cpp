@@ -346,7 +346,7 @@ std::string interrupted_file(const std::string& old_text, const std::string& new
 
 }  // namespace
 
-TEST(FileReplacement, CopiesEveryByteAndWritesNoSlashBehindTheText) {
+TEST(FileReplacement, CopiesEveryByteAndWritesNoSlashAfterTheText) {
   std::string all;
   for (int i = 0; i < 256; ++i) all += static_cast<char>(i);
   const std::string old_text = "b_0000000001/1\n";
@@ -417,7 +417,7 @@ TEST(FileReplacement, CopiesAllOfEverySectorThatItWritesOver) {
   EXPECT_GT(completed, 100U);
 }
 
-TEST(FileReplacement, DoesNotTrustACopyOfWhichAnyByteIsAnother) {
+TEST(FileReplacement, DoesNotTrustACopyWithAnyChangedByte) {
   const std::string old_text = "a_0000000001/1\n";
   const std::string new_text = old_text + "b_0000000001/2\n";
   const std::string file = interrupted_file(old_text, new_text);

@@ -433,7 +433,7 @@ TEST_F(SwappedFolder, IsNotWalkedIntoByTheUtf8FormEither) {
   expect_safe_when_swapped_before(Call::open_folder, 2, remove);
 }
 
-TEST_F(SwappedFolder, IsListedByTheUtf8FormAsTheOneThatWasAskedFor) {
+TEST_F(SwappedFolder, IsListedByTheUtf8FormAsTheRequestedOne) {
   const vu_utf8string tree(m_dir.path("tree"));
   const auto remove = [&] { return vu_fileutf8::recurseRemoveDir(tree); };
   expect_safe_when_swapped_before(Call::list, 2, remove);

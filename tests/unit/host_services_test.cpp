@@ -102,7 +102,7 @@ TEST_F(HostServices, TakeFoldersFromTheEnvironment) {
   EXPECT_EQ(text_of(host::temp().framework_root_folder()), "C:\\temp\\framework\\") << "as it is";
 }
 
-TEST_F(HostServices, AskTheEnvironmentAnewEveryTime) {
+TEST_F(HostServices, ReadTheEnvironmentEveryTime) {
   const variable first("VU_STORAGE_SERVER_TEMP", "C:\\one");
   EXPECT_EQ(text_of(host::temp().server_folder()), "C:\\one");
   const variable second("VU_STORAGE_SERVER_TEMP", "C:\\two");
@@ -204,7 +204,7 @@ TEST_F(HostServices, RecordInTheLogHistory) {
   EXPECT_EQ(components.releases(), 1);
 }
 
-TEST_F(HostServices, LookTheLogHistoryUpAnewForEachRecord) {
+TEST_F(HostServices, LookUpTheLogHistoryForEachRecord) {
   fake_components components;
   install(nullptr, nullptr, &components);
   host::record_history("one", 1, 4, 0);

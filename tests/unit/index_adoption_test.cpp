@@ -100,7 +100,7 @@ TEST_F(IndexAdoption, LeavesFoldersAndTheIndexsOwnFilesOut) {
   EXPECT_EQ(folder.index(), " ");
 }
 
-TEST_F(IndexAdoption, TellsTheIndexsOwnFilesByTheirExactNames) {
+TEST_F(IndexAdoption, RecognisesTheIndexsOwnFilesByTheirExactNames) {
   folder.write("index.txt");
   folder.write("xindex");
   folder.write("index.dat2");
@@ -168,7 +168,7 @@ TEST_F(IndexAdoption, KeepsTheNameWhenTheLowerCaseOneIsTaken) {
   EXPECT_EQ(folder.read("Report.kdb"), "lower");
 }
 
-TEST_F(IndexAdoption, FollowsLinksToTellFoldersFromFiles) {
+TEST_F(IndexAdoption, FollowsLinksToDistinguishFoldersFromFiles) {
   scratch_folder elsewhere;
   write_file(elsewhere.path("target"), "linked");
   std::filesystem::create_symlink(native(elsewhere.path("target")), native(folder.path("to-file")));
@@ -231,7 +231,7 @@ TEST_F(IndexAdoption, TakesAFileForKnownBesideOneOfItsNameWithoutExtension) {
   EXPECT_EQ(folder.index(), "notes_0000000000/notes\n");
 }
 
-TEST_F(IndexAdoption, AsksTheMapsInTwoSteps) {
+TEST_F(IndexAdoption, QueriesTheMapsInTwoSteps) {
   STGIndex index = Peer::load(folder.path());
   Peer::insert(index, "a.kdb_0000000001", "00000001");
   Peer::insert(index, "notes.txt_0000000000", "notes.txt");
@@ -335,7 +335,7 @@ TEST_F(IndexAdoption, DoesNotOverwriteThePhysicalNameOfAnotherEntry) {
             (NameMap{{"moved.txt_0000000000", "moved.txt"}, {"other_0000000000", "moved.txt"}}));
 }
 
-TEST_F(IndexAdoption, TakesNothingBesideALineOfWhichTheSystemDoesNotTell) {
+TEST_F(IndexAdoption, AdoptsNothingBesideAnUnknownEntry) {
   const std::string text = "a.kdb_0000000001/00000001\n";
   folder.set_index(text);
   folder.write("stray.txt");
@@ -345,7 +345,7 @@ TEST_F(IndexAdoption, TakesNothingBesideALineOfWhichTheSystemDoesNotTell) {
   EXPECT_EQ(folder.index(), text);
 }
 
-TEST_F(IndexAdoption, GivesTheNumberOfALineOfWhichTheSystemDoesNotTellToNobody) {
+TEST_F(IndexAdoption, DoesNotReuseTheNumberOfAnUnknownEntry) {
   folder.write("00000001.kdb", "bytes of a");
   folder.set_index("a.kdb_0000000001/00000001\n");
   const synchronisation off(false);

@@ -83,7 +83,7 @@ TEST_F(IndexCleaning, KeepsWhatIsExactlyAsOldAsTheLimit) {
   EXPECT_EQ(kept, (AgeMap{{3600, entry("a.kdc_0000000001")}}));
 }
 
-TEST_F(IndexCleaning, FindsTheAgeBehindASeparatorAtTheEndOfAName) {
+TEST_F(IndexCleaning, FindsTheAgeOfANameThatEndsInASeparator) {
   write_aged("a.kdb", 10);
   folder.set_index("a.kdb_0000000001/a.kdb/\n");
   EXPECT_EQ(clean(3600), 0U);
@@ -129,7 +129,7 @@ TEST_F(IndexCleaning, CountsEveryVersionByItself) {
   EXPECT_EQ(folder.index(), "a.kdc_0000000002/00000002\n");
 }
 
-TEST_F(IndexCleaning, TakesTheTimeThatIsAskedFor) {
+TEST_F(IndexCleaning, UsesTheRequestedTime) {
   folder.write("00000001.kdc");
   set_modify_time(folder.path("00000001.kdc"), kNow - 500);
   set_access_time(folder.path("00000001.kdc"), kNow - 20);
@@ -152,7 +152,7 @@ TEST_F(IndexCleaning, TakesAFileOfTheFutureForNew) {
   EXPECT_TRUE(folder.has("00000001.kdc"));
 }
 
-TEST_F(IndexCleaning, KeepsAFileWhoseAgeTheSystemDoesNotTell) {
+TEST_F(IndexCleaning, KeepsAFileOfUnknownAge) {
   write_aged("00000001.kdc", kDay);
   folder.set_index("a.kdc_0000000001/00000001\n");
   // Of the folder and the size of the index, then of the file.
@@ -180,7 +180,7 @@ TEST_F(IndexCleaning, TakesATimeBefore1970ForVeryOld) {
 }
 #endif
 
-TEST_F(IndexCleaning, KeepsALineOfWhichTheSystemDoesNotTell) {
+TEST_F(IndexCleaning, KeepsAnUnknownEntry) {
   write_aged("00000001.kdc", kDay);
   folder.write("stray");
   const std::string text = "a.kdc_0000000001/00000001\nb.kdc_0000000001/00000002\n";
@@ -330,7 +330,7 @@ TEST_F(IndexCleaning, FindsFilesByItsOwnRuleForNames) {
                           {30, entry("a.kdc_0000000001")}}));
 }
 
-TEST_F(IndexCleaning, CountsAnEntryWhoseTimestampIsNoNumberButCannotRemoveIt) {
+TEST_F(IndexCleaning, CountsAnEntryWithAnInvalidTimestampButCannotRemoveIt) {
   write_aged("00000001", kDay);
   folder.set_index("x_abcdefghij/00000001\n");
   EXPECT_EQ(clean(0), 1U);

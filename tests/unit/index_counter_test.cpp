@@ -64,14 +64,14 @@ TEST_F(IndexCounter, GivesTheNextNumberInEightDigitsAndKeepsIt) {
   }
 }
 
-TEST_F(IndexCounter, StartsAnewAfterANegativeNumber) {
+TEST_F(IndexCounter, RestartsAfterANegativeNumber) {
   for (const char* const before : {"-1", "-00000005", "-2147483648", "-99999999999"}) {
     EXPECT_EQ(draw(before), "00000000") << before;
     EXPECT_EQ(counter(), "00000000") << before;
   }
 }
 
-TEST_F(IndexCounter, StartsAnewBehindTheLargestNumber) {
+TEST_F(IndexCounter, RestartsAfterTheLargestNumber) {
   for (const char* const before :
        {"2147483647", "2147483648", "4294967295", "99999999999999999999"}) {
     EXPECT_EQ(draw(before), "00000000") << before;
@@ -187,7 +187,7 @@ TEST_F(IndexCounter, LeavesTheCounterAloneWhenItCannotBeOpened) {
   EXPECT_EQ(counter(), "00000041");
 }
 
-TEST_F(IndexCounter, KeepsNothingBehindTheTroubleName) {
+TEST_F(IndexCounter, KeepsNothingAfterTheTroubleName) {
   const auto fault = os::faults::fail(Call::read, kRefused);
   EXPECT_EQ(draw("1234567890"), "99999999");
   EXPECT_EQ(counter(), "99999999");

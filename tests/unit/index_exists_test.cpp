@@ -77,7 +77,7 @@ TEST_F(IndexExists, FindsAnEntryOfTheIndex) {
   EXPECT_FALSE(exists("a.kd", 5));
 }
 
-TEST_F(IndexExists, MayBeAskedWithOneStringForBothNames) {
+TEST_F(IndexExists, AcceptsOneStringForBothNames) {
   folder.write("00000001.kdb");
   folder.set_index("a.kdb_0000000005/00000001\n");
   std::string name = "a.kdb";
@@ -134,7 +134,7 @@ TEST_F(IndexExists, ReadsALastLineWithoutALineFeed) {
   EXPECT_EQ(answer("b", 1), "yes, 00000002");
 }
 
-TEST_F(IndexExists, IgnoresLinesThatAreNone) {
+TEST_F(IndexExists, SkipsInvalidLines) {
   folder.write("00000001");
   folder.set_index("torn\n/00000001\nx/00000001\n\na_0000000001/00000001\n");
   EXPECT_TRUE(exists("a", 1));
@@ -294,7 +294,7 @@ TEST_F(IndexExists, LetsAFailedReadPass) {
   EXPECT_TRUE(index_is_free());
 }
 
-TEST_F(IndexExists, NamesALineOfWhichTheSystemDoesNotTell) {
+TEST_F(IndexExists, NamesAnUnknownEntry) {
   folder.set_index("a.kdb_0000000005/00000007\n");
   // Asked for before: the logical name and the index.
   const auto fault = os::faults::fail(Call::probe_search, kRefused, 3, Times::kLasting);
@@ -339,7 +339,7 @@ TEST_F(IndexExists, TakesAtMostTenCallsHoweverManyEntriesThereAre) {
   EXPECT_EQ(calls_to_ask(2000, "doc10001999.kdb", true), few);
 }
 
-TEST_F(IndexExists, TakesNoMoreCallsForWhatIsNotThere) {
+TEST_F(IndexExists, NeedsNoMoreCallsForAMissingEntry) {
   const std::uint64_t few = calls_to_ask(10, "nothing.kdb", false);
   EXPECT_LE(few, 10U);
   EXPECT_EQ(calls_to_ask(2000, "nothing.kdb", false), few);

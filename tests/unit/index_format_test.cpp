@@ -120,7 +120,7 @@ TEST(IndexPhysicalName, IsTheStoredNameWithTheLogicalNamesExtensionOtherwise) {
   EXPECT_EQ(index_format::file_name_of("notes.txt_0000000001", "notes.txt"), "notes.txt.txt");
 }
 
-TEST(IndexPhysicalName, CountsATimestampThatIsNoNumberAsZero) {
+TEST(IndexPhysicalName, TreatsAnInvalidTimestampAsZero) {
   EXPECT_EQ(index_format::file_name_of("notes.txt_abcdefghij", "notes.txt"), "notes.txt");
 }
 
@@ -203,7 +203,7 @@ TEST(EscapedForm, HoldsLettersDigitsAndSevenMoreCharacters) {
 
 TEST(EscapedForm, IsThatOfTheEmptyName) { EXPECT_TRUE(STGIndex::iSsambaOrT101("")); }
 
-TEST(EscapedForm, IsToldFromABlankInTheName) {
+TEST(EscapedForm, DiffersFromABlankInTheName) {
   EXPECT_TRUE(STGIndex::iSsambaOrT101("Q1+Sales%2Fdoc.kdb"));
   EXPECT_FALSE(STGIndex::iSsambaOrT101("Q1 Sales.kdb"));
 }
@@ -266,7 +266,7 @@ int counts_as(int byte) {
   return (code & ~0x20) - 55;
 }
 
-TEST(Unescape, ChecksNobodysDigits) {
+TEST(Unescape, DoesNotValidateDigits) {
   EXPECT_EQ(unescaped("%G1"), "\x01");
   EXPECT_EQ(unescaped("%/1"), "\xF1");  // -1 times 16
   EXPECT_EQ(unescaped("%0/"), "\xFF");  // -1

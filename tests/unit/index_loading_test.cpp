@@ -66,7 +66,7 @@ TEST_F(IndexLoading, TakesAnEmptyFileForAnIndexWithoutEntries) {
   EXPECT_FALSE(Peer::need_update(index));
 }
 
-TEST_F(IndexLoading, MakesNoIndexWhereThereIsNone) {
+TEST_F(IndexLoading, CreatesNoIndexIfThereIsNone) {
   {
     const STGIndex index = Peer::load(folder.path());
     EXPECT_TRUE(Peer::lp(index).empty());
@@ -225,7 +225,7 @@ std::uint64_t calls_to_load(int entries, bool synchronize) {
   return os::faults::calls(Call::any);
 }
 
-TEST_F(IndexLoading, ListsTheFolderOnceAndAsksForNoFileByItself) {
+TEST_F(IndexLoading, ListsTheFolderOnceAndChecksNoSingleFile) {
   EXPECT_EQ(calls_to_load(5, false), calls_to_load(60, false));
   EXPECT_EQ(calls_to_load(5, true), calls_to_load(60, true));
 }
@@ -307,7 +307,7 @@ bool is_valid(FolderFiles& files, std::string_view key, std::string_view stored)
   return state_by_listing(key, stored, files) == LineState::kValid;
 }
 
-TEST(FolderFilesOfAnIndex, ListsWhenFirstAskedAndNotAgain) {
+TEST(FolderFilesOfAnIndex, ListsAtTheFirstQueryAndNotAgain) {
   const scratch_folder folder;
   const std::string path = folder.path();
   FolderFiles files(path);
@@ -389,7 +389,7 @@ TEST(FolderFilesOfAnIndex, GivesEachLineItsState) {
   EXPECT_EQ(worth("torn\na_0000000001/00000001"), (Worth{2, 0, false}));
 }
 
-TEST(FolderFilesOfAnIndex, SaysOfWhichLinesTheSystemDoesNotTell) {
+TEST(FolderFilesOfAnIndex, NamesTheUnknownEntries) {
   const scratch_folder folder;
   const std::string path = folder.path();
   write_file(folder.path("00000001.kdb"), "");
@@ -452,7 +452,7 @@ TEST(FolderFilesOfAnIndex, AccountsForNoFileThatTheMapsDoNotKnow) {
   EXPECT_GT(accounted_for, 1000U);
 }
 
-TEST(FolderFilesOfAnIndex, AsksByItselfWhenTheListingFails) {
+TEST(FolderFilesOfAnIndex, ChecksSingleNamesWhenTheListingFails) {
   const scratch_folder folder;
   const std::string path = folder.path();
   write_file(folder.path("a"), "");
@@ -465,7 +465,7 @@ TEST(FolderFilesOfAnIndex, AsksByItselfWhenTheListingFails) {
 
 // ---- one line ----------------------------------------------------------------------------------
 
-TEST(IndexLineValidity, AsksForTheStoredNameAndThenWithTheExtension) {
+TEST(IndexLineValidity, ChecksTheStoredNameAndThenWithTheExtension) {
   const scratch_folder folder;
   write_file(folder.path("00000001.kdb"), "");
   write_file(folder.path("notes.txt"), "");

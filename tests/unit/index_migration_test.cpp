@@ -40,7 +40,7 @@ TEST_F(IndexMigration, RefusesAnEmptyUserBeforeItInitialises) {
   EXPECT_EQ(sink.count(trace_event::warning, kNoUser), 1U);
 }
 
-TEST_F(IndexMigration, InitialisesTheStorageWhenNobodyHas) {
+TEST_F(IndexMigration, InitialisesTheStorageIfNoCallDid) {
   vu_storage_test_peer::reset();
   const scratch_folder elsewhere;
   fake_temporary_files temporary(elsewhere.path("server"));
@@ -294,7 +294,7 @@ TEST_F(IndexMigration, FindsTheListThroughTheIndex) {
   EXPECT_EQ(index(), "k1mailboxcompliant_0000000000/00000005\nread.txt_0000000000/00000004\n");
 }
 
-TEST_F(IndexMigration, MakesAListWhereThereIsNone) {
+TEST_F(IndexMigration, CreatesAListIfThereIsNone) {
   make_mail_folder();
   migrate();
   EXPECT_EQ(entry("read.txt"), "");
@@ -389,7 +389,7 @@ TEST_F(IndexMigration, KeepsAFileThatCannotBeCopiedAndSetsNoMarker) {
   EXPECT_TRUE(is_marked());
 }
 
-TEST_F(IndexMigration, GoesOnBehindAFileThatCannotBeRemoved) {
+TEST_F(IndexMigration, ContinuesAfterAFileThatCannotBeRemoved) {
   make_mail_folder();
   write("a%20.kdb", "a");
   const auto fault = os::faults::fail(Call::remove_file, kRefused);
@@ -548,7 +548,7 @@ TEST_F(IndexMigration, IsNotBegunWhereSomethingCannotBeReadForCertain) {
   EXPECT_GT(not_begun, 5U);
 }
 
-TEST_F(IndexMigration, IsNotBegunBesideALineOfWhichTheSystemDoesNotTell) {
+TEST_F(IndexMigration, DoesNotStartBesideAnUnknownEntry) {
   const std::string list = "no name\n1\ta%20\tB\t1\t1\tf\t\n";
   make_mail_folder();
   write("1#1#1#a%20.kdb", "a");

@@ -79,7 +79,7 @@ TEST_F(IndexCreating, RaisesWhereTheIndexCannotBeOpened) {
   EXPECT_EQ(sink.count(trace_event::warning, cannot_open("a.kdb", "throw exception on open")), 1U);
 }
 
-TEST_F(IndexCreating, MakesTheFileAlsoWhereTheSystemDoesNotTellWhetherThereIsOne) {
+TEST_F(IndexCreating, CreatesTheFileEvenIfTheSystemCannotCheckWhetherItExists) {
   folder.set_index(" ");
   // Asked for before: the logical name and the index, by the question and by the loading.
   const auto fault = os::faults::fail(Call::probe_search, kRefused, 4);
@@ -89,7 +89,7 @@ TEST_F(IndexCreating, MakesTheFileAlsoWhereTheSystemDoesNotTellWhetherThereIsOne
   EXPECT_EQ(folder.index(), "a.kdb_0000000005/00000001\n");
 }
 
-TEST_F(IndexCreating, GivesTheNameOfALineOfWhichTheSystemDoesNotTell) {
+TEST_F(IndexCreating, ReturnsTheNameOfAnUnknownEntry) {
   const std::string text = "a.kdb_0000000005/00000007\nn.txt_0000000000/n.txt\n";
   folder.set_index(text);
   const auto fault = os::faults::fail(Call::probe_search, kRefused, 3, Times::kLasting);

@@ -50,7 +50,7 @@ TEST(ReadListName, IsEmptyWithFewerThanSixTabs) {
   }
 }
 
-TEST(ReadListName, LooksForTheFirstTabBehindTheFirstCharacter) {
+TEST(ReadListName, LooksForTheFirstTabAfterTheFirstCharacter) {
   // A tab at the very start is a character of the first field.
   EXPECT_EQ(ReadList::name_of("\tab\t2\tB\t4\t5\t6\t"), "4#5#\tab#2.kdb");
   EXPECT_EQ(ReadList::name_of("\t\t2\tB\t4\t5\t6\t"), "4#5#\t#2.kdb");
@@ -183,7 +183,7 @@ TEST_F(ReadListFile, UnescapesByTheTabsThatItFinds) {
             "\tx\t\tA\tB\tf4\tf5\tf6\t\n");
 }
 
-TEST_F(ReadListFile, UnescapesALineAsOftenAsItIsAsked) {
+TEST_F(ReadListFile, UnescapesALineInEveryCall) {
   EXPECT_EQ(
       unescaped("x\tA%2520B\tB\tf4\tf5\tf6\t\n", {"f4#f5#x#A%2520B.kdb", "f4#f5#x#A%2520B.kdb"}),
       "x\tA B\tB\tf4\tf5\tf6\t\n");
@@ -193,7 +193,7 @@ TEST_F(ReadListFile, TakesAFieldThatUnescapingEmpties) {
   EXPECT_EQ(unescaped("x\t%2\tB\tf4\tf5\tf6\t\n", {"f4#f5#x#%2.kdb"}), "x\t\tB\tf4\tf5\tf6\t\n");
 }
 
-TEST_F(ReadListFile, CanBeAskedAgainForALineThatUnescapingMadeShorter) {
+TEST_F(ReadListFile, CanReadALineAgainThatUnescapingShortened) {
   // Emptied, the field begins with the tab behind it, and no six tabs are found in the line any
   // more.
   EXPECT_EQ(unescaped("x\t%2\tB\tf4\tf5\tf6\t\n", {"f4#f5#x#%2.kdb", "f4#f5#x#%2.kdb"}),

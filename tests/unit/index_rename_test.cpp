@@ -59,7 +59,7 @@ TEST_F(IndexRename, ReplacesAnEntryThatIsThere) {
   EXPECT_EQ(folder.names(), (Texts{"00000003.kdb", "index", "index.dat"}));
 }
 
-TEST_F(IndexRename, HasTheOldEntriesOrTheNewOneAtEveryCallOfTheSystem) {
+TEST_F(IndexRename, HasTheOldEntriesOrTheNewOneAtEverySystemCall) {
   const auto write_old = [&] {
     folder.write("00000001.kdb", "bytes of a");
     folder.write("00000002.kdb", "bytes of b");
@@ -285,7 +285,7 @@ TEST_F(IndexRename, TakesAnEntryWithItThatLeadsToOneOfItsFiles) {
   }
 }
 
-TEST_F(IndexRename, ReplacesAnEntryBesideALineOfItsKeyOfWhichTheSystemDoesNotTell) {
+TEST_F(IndexRename, ReplacesAnEntryBesideAnUnknownEntryOfItsKey) {
   folder.write("00000001.kdb", "bytes of a");
   folder.write("00000002.kdb", "bytes of n");
   folder.write("index", "00000003");
@@ -300,7 +300,7 @@ TEST_F(IndexRename, ReplacesAnEntryBesideALineOfItsKeyOfWhichTheSystemDoesNotTel
   EXPECT_EQ(STGIndex::create(folder.path(), "n.kdb", 1), "00000004.kdb");
 }
 
-TEST_F(IndexRename, SaysThatALineStaysOfWhichTheSystemDoesNotTell) {
+TEST_F(IndexRename, ReportsThatAnUnknownEntryStays) {
   folder.set_index("a.kdb_0000000001/00000001\n");
   const auto fault = os::faults::fail(Call::probe_search, kRefused, 2);
   STGIndex index = Peer::load(folder.path());
@@ -309,7 +309,7 @@ TEST_F(IndexRename, SaysThatALineStaysOfWhichTheSystemDoesNotTell) {
   EXPECT_FALSE(Peer::need_update(index));
 }
 
-TEST_F(IndexRename, LeavesLinesOfWhichTheSystemDoesNotTell) {
+TEST_F(IndexRename, LeavesUnknownEntries) {
   const std::string text = "a.kdb_0000000001/00000001\nb.kdb_0000000002/00000002\n";
   folder.write("index", "00000002");
   for (const bool old_is_there : {true, false}) {
@@ -326,7 +326,7 @@ TEST_F(IndexRename, LeavesLinesOfWhichTheSystemDoesNotTell) {
   }
 }
 
-TEST_F(IndexRename, KeepsTheOldLineWhereTheSystemDoesNotTellWhetherTheFileHasGone) {
+TEST_F(IndexRename, KeepsTheOldEntryWhenTheSystemCannotCheckItsFile) {
   folder.write("00000001.kdb", "bytes");
   folder.write("index", "00000001");
   folder.set_index("a.kdb_0000000001/00000001\n");

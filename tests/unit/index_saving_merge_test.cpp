@@ -94,7 +94,7 @@ TEST_F(IndexSaving, PrefersItsOwnPhysicalNameForAKey) {
   EXPECT_EQ(folder.index(), "a_0000000001/00000001\n");
 }
 
-TEST_F(IndexSaving, TakesAnEntryThatAnotherInstanceRemovedAndMadeAnew) {
+TEST_F(IndexSaving, TakesAnEntryThatAnotherInstanceRemovedAndCreatedAgain) {
   folder.write("00000001");
   folder.set_index("a_0000000001/00000001\n");
   const auto other = [&] {
@@ -210,7 +210,7 @@ TEST_F(IndexSaving, DropsLinesThatHaveBecomeInvalidSinceLoading) {
   EXPECT_EQ(folder.index(), "a_0000000001/00000001\n");
 }
 
-TEST_F(IndexSaving, JudgesEachLineOnceWhereNobodyElseHasSaved) {
+TEST_F(IndexSaving, ChecksEachLineOnceWhenNoOtherProcessHasSaved) {
   folder.write("00000001");
   folder.write("00000002");
   folder.set_index("a_0000000001/00000001\nb_0000000001/00000002\nc_0000000001/gone\n");
@@ -326,7 +326,7 @@ TEST_F(IndexSaving, BringsBackARemovedEntryWhoseFileStays) {
   }
 }
 
-TEST_F(IndexSaving, JudgesWhatItHasRemovedAlsoBesideANewEntryOfSomebodyElse) {
+TEST_F(IndexSaving, ChecksItsRemovedEntriesBesideANewEntryOfAnotherProcess) {
   folder.write("00000001.kdb");
   folder.write("00000002.kdb");
   const std::string text = "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\n";
@@ -349,7 +349,7 @@ TEST_F(IndexSaving, JudgesWhatItHasRemovedAlsoBesideANewEntryOfSomebodyElse) {
   EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000002\nforeign_0000000001/foreign\n");
 }
 
-TEST_F(IndexSaving, JudgesAgainWhatNoListingShowsWhenSomebodyElseHasSaved) {
+TEST_F(IndexSaving, ChecksUnlistedNamesAgainWhenAnotherProcessHasSaved) {
   make_folder(folder.path("sub"));
   folder.write("sub\\one");
   folder.write("sub\\two");
@@ -403,7 +403,7 @@ std::uint64_t calls_to_save(int entries, Since since) {
   return os::faults::calls(Call::any);
 }
 
-TEST_F(IndexSaving, AsksForAsManyFilesInALargeFolderAsInASmallOne) {
+TEST_F(IndexSaving, ChecksAsManyFilesInALargeFolderAsInASmallOne) {
   for (const Since since :
        {Since::kNothing, Since::kRemoval, Since::kForeignEntry, Since::kManyForeignEntries}) {
     EXPECT_EQ(calls_to_save(5, since), calls_to_save(60, since));

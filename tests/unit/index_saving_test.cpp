@@ -99,7 +99,7 @@ TEST_F(IndexSaving, WritesOneBlankWhenNoLineIsValidAnyMore) {
   EXPECT_EQ(folder.index(), " ");
 }
 
-TEST_F(IndexSaving, CutsTheFileBehindAShorterText) {
+TEST_F(IndexSaving, TruncatesTheFileAfterAShorterText) {
   folder.write("00000001");
   folder.set_index("a_0000000001/00000001\n" + std::string(100000, 'x'));
   rewrite();
@@ -141,7 +141,7 @@ TEST_F(IndexSaving, LosesAnEntryWhoseLogicalNameHoldsASlash) {
   EXPECT_EQ(folder.index(), "other_0000000001/00000002\n");
 }
 
-TEST_F(IndexSaving, KeepsALineOfWhichTheSystemDoesNotTellAndSavesTheRest) {
+TEST_F(IndexSaving, KeepsAnUnknownEntryAndSavesTheRest) {
   folder.write("00000001");
   // The file of the second line lies where nobody looks into; the third line's is missing.
   const std::string text = "a_0000000001/00000001\nb_0000000001/00000002\nc_0000000001/00000003\n";
@@ -167,7 +167,7 @@ TEST_F(IndexSaving, KeepsALineOfWhichTheSystemDoesNotTellAndSavesTheRest) {
       << "the next one can tell";
 }
 
-TEST_F(IndexSaving, KeepsLinesThatOthersWroteAndOfWhichTheSystemDoesNotTell) {
+TEST_F(IndexSaving, KeepsUnknownEntriesThatOthersWrote) {
   folder.write("00000001");
   folder.set_index("a_0000000001/00000001\n");
   {
@@ -228,7 +228,7 @@ TEST_F(IndexSaving, NamesALineThatItFindsOutNothingAbout) {
             1U);
 }
 
-TEST_F(IndexSaving, KeepsTheOrderOfTwoLinesOfOneKeyOfWhichOneIsNotKnown) {
+TEST_F(IndexSaving, KeepsTheOrderOfTwoLinesOfOneKeyIfOneIsUnknown) {
   folder.write("00000001");
   folder.write("00000003");
   for (const bool unknown_first : {true, false}) {
@@ -243,7 +243,7 @@ TEST_F(IndexSaving, KeepsTheOrderOfTwoLinesOfOneKeyOfWhichOneIsNotKnown) {
   }
 }
 
-TEST_F(IndexSaving, PutsLinesOfWhichTheSystemDoesNotTellIntoOrder) {
+TEST_F(IndexSaving, SortsUnknownEntries) {
   folder.write("00000001");
   folder.set_index("c_0000000001/00000002\na_0000000001/00000003\nb_0000000001/00000001\n");
   {
@@ -254,7 +254,7 @@ TEST_F(IndexSaving, PutsLinesOfWhichTheSystemDoesNotTellIntoOrder) {
             "a_0000000001/00000003\nb_0000000001/00000001\nc_0000000001/00000002\n");
 }
 
-TEST_F(IndexSaving, KeepsBothLinesOfAKeyWhereNobodyKnowsWhetherMineStillCounts) {
+TEST_F(IndexSaving, KeepsBothLinesOfAKeyWhoseOwnEntryIsUnknown) {
   folder.write("00000001");
   folder.write("00000002");
   folder.set_index("a_0000000001/00000001\n");
@@ -274,7 +274,7 @@ TEST_F(IndexSaving, KeepsBothLinesOfAKeyWhereNobodyKnowsWhetherMineStillCounts) 
   EXPECT_EQ(folder.index(), "a_0000000001/00000002\n");
 }
 
-TEST_F(IndexSaving, IsNotStoppedByALineThatLeadsWhereNobodyMayLook) {
+TEST_F(IndexSaving, IsNotStoppedByALineThatLeadsToAnUnreadableFolder) {
   // Whatever a line holds that this library did not write: other entries are saved.
   folder.write("00000001.kdb");
   const std::string odd = "zzz.kdb_0000000001/..\\priv\\x\n";
@@ -286,7 +286,7 @@ TEST_F(IndexSaving, IsNotStoppedByALineThatLeadsWhereNobodyMayLook) {
   EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\n" + odd);
 }
 
-TEST_F(IndexSaving, IsSureWithoutAListingWhenEachFileCanBeAskedFor) {
+TEST_F(IndexSaving, NeedsNoListingWhenEachFileCanBeChecked) {
   folder.write("00000001");
   folder.set_index("a_0000000001/00000001\nb_0000000001/gone\n");
   const auto listings = os::faults::fail(Call::list, kRefused, 1, Times::kLasting);
@@ -347,7 +347,7 @@ TEST_F(IndexSaving, TracesItsBeginAndItsEnd) {
   EXPECT_EQ(index_traces(sink), Texts{});
 }
 
-TEST_F(IndexSaving, ReadsOnWhereAReadEndsEarlyOrTheSizeIsNotTold) {
+TEST_F(IndexSaving, ContinuesAfterAShortReadOrAnUnknownSize) {
   const std::string text = "a_0000000001/00000001\nb_0000000001/00000001\n";
   folder.write("00000001");
   // Of the load and of the save: the size, the text, the end.

@@ -70,7 +70,7 @@ TEST_F(IndexCleaning, ComparesAnOrphansTimeItselfWithTheLimit) {
   EXPECT_EQ(folder.names(), (Texts{"index.dat", "stray1", "stray3599", "stray3600"}));
 }
 
-TEST_F(IndexCleaning, TakesTheTimeThatIsAskedForInTheSweepToo) {
+TEST_F(IndexCleaning, UsesTheRequestedTimeInTheSweepToo) {
   folder.set_index(" ");
   folder.write("stray");
   set_modify_time(folder.path("stray"), 100000);
@@ -125,7 +125,7 @@ TEST_F(IndexCleaning, LeavesAnOrphanWhoseTimeIsNotKnown) {
   EXPECT_TRUE(folder.has("stray"));
 }
 
-TEST_F(IndexCleaning, LeavesAnOrphanOfWhoseTimeTheSystemDoesNotTell) {
+TEST_F(IndexCleaning, LeavesAnOrphanOfUnknownTime) {
   // The first questions are about the folder, the index and then the file's time; the last two,
   // before and within the removal, are whether it is a folder.
   std::uint64_t last = 0;
@@ -148,7 +148,7 @@ TEST_F(IndexCleaning, LeavesAnOrphanOfWhoseTimeTheSystemDoesNotTell) {
   }
 }
 
-TEST_F(IndexCleaning, GoesOnBehindAnOrphanThatCannotBeRemoved) {
+TEST_F(IndexCleaning, ContinuesAfterAnOrphanThatCannotBeRemoved) {
   folder.set_index(" ");
   folder.write("stray1");
   folder.write("stray2");
@@ -194,7 +194,7 @@ TEST_F(IndexCleaning, SparesInTheSweepWhatItsOwnLookAccountsFor) {
   EXPECT_EQ(folder.names(), (Texts{"00000001.kdc", "index.dat"}));
 }
 
-TEST_F(IndexCleaning, LeavesOrphansWhereTheSystemDoesNotTellOfTheIndex) {
+TEST_F(IndexCleaning, LeavesOrphansWhenTheIndexCannotBeChecked) {
   write_aged("00000001.kdc", 10);
   folder.write("stray");
   folder.set_index("a.kdc_0000000001/00000001\n");
@@ -305,7 +305,7 @@ TEST_F(IndexCleaning, SweepsByTheSameRuleAsAPlainSearch) {
   EXPECT_GT(spared, 50U);
 }
 
-TEST_F(IndexCleaning, AsksTheIndexOnDiskThatStillHoldsWhatWasRemoved) {
+TEST_F(IndexCleaning, ReadsTheIndexOnDiskThatStillHasARemovedEntry) {
   // A plain file beside a removed document is covered by the line that is still on disk.
   write_aged("00000001.kdc", kDay);
   folder.write("00000001.kdc_x");
@@ -392,7 +392,7 @@ TEST_F(IndexSubPartFolders, AreMeasuredInKilobytesBeforeTheyGo) {
   EXPECT_EQ(folder.names(), (Texts{"00001.kdc_file", "00001.kdcx"}));
 }
 
-TEST_F(IndexSubPartFolders, SetTheCounterToZeroWhereThereAreNone) {
+TEST_F(IndexSubPartFolders, SetTheCounterToZeroIfThereAreNone) {
   unsigned long counter = 12345;
   STGIndex::cleanOutputDirectories(folder.path(), "00001.kdc", &counter);
   EXPECT_EQ(counter, 0U);
@@ -401,7 +401,7 @@ TEST_F(IndexSubPartFolders, SetTheCounterToZeroWhereThereAreNone) {
   EXPECT_EQ(counter, 0U);
 }
 
-TEST_F(IndexSubPartFolders, NeedNoIndexAndMakeNone) {
+TEST_F(IndexSubPartFolders, NeedNoIndexAndCreateNone) {
   make_folder(folder.path("00001.kdc_"));
   os::faults::reset();
   STGIndex::cleanOutputDirectories(folder.path(), "00001.kdc", nullptr);

@@ -134,7 +134,7 @@ TEST_F(IndexText, LeavesOutKeysThatAreTooShort) {
   EXPECT_EQ(lp, (NameMap{{"_0000000001", "00000001"}}));
 }
 
-TEST_F(IndexText, TakesAKeyWhoseTimestampIsNoNumber) {
+TEST_F(IndexText, AcceptsAKeyWithAnInvalidTimestamp) {
   make_files({"00000001"});
   load("just-eleven/00000001\n");
   EXPECT_EQ(lp, (NameMap{{"just-eleven", "00000001"}}));
@@ -218,7 +218,7 @@ TEST_F(IndexText, GluesSuchLinesByTheLogicalExtensionAsWell) {
   EXPECT_TRUE(lp.empty());
 }
 
-TEST_F(IndexText, TellsTheExtensionsOfGluedLinesApart) {
+TEST_F(IndexText, DistinguishesTheExtensionsOfGluedLines) {
   // What follows the dot of the first line is no name's end; the plain key's file is missing, too.
   make_files({"phys"});
   load("x.kdb\nkey_0000000001/phys");

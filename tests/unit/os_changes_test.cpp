@@ -89,7 +89,7 @@ TEST(OsRemoveFile, LeavesAFolderAlone) {
   EXPECT_TRUE(folder_exists(scratch.path("folder")));
 }
 
-TEST(OsRemoveFile, LeavesAReadOnlyFileAloneWhoeverAsks) {
+TEST(OsRemoveFile, LeavesAReadOnlyFileUnchangedForEveryUser) {
   const scratch_folder scratch;
   const std::string path = scratch.path("file");
   write_file(path, "text");
@@ -245,7 +245,7 @@ TEST_F(OsCopy, ReplacesALongerFileWhole) {
   EXPECT_EQ(read_file(m_to), "short");
 }
 
-TEST_F(OsCopy, LeavesAnExistingTargetAloneWhenAsked) {
+TEST_F(OsCopy, LeavesAnExistingTargetUnchangedOnRequest) {
   write_file(m_from, "new");
   write_file(m_to, "old");
   EXPECT_TRUE(
@@ -278,7 +278,7 @@ TEST_F(OsCopy, NamesWhatIsMissing) {
                     Failure::kNotFound, {ENOENT, 3}));
 }
 
-TEST_F(OsCopy, LeavesAReadOnlyTargetAloneWhoeverAsks) {
+TEST_F(OsCopy, LeavesAReadOnlyTargetUnchangedForEveryUser) {
   NEEDS_A_REAL_KERNEL("a read-only file is refused as a target, whoever asks");
   write_file(m_from, "new");
   write_file(m_to, "old");

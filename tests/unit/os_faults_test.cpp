@@ -255,7 +255,7 @@ class OsFaultSequence : public testing::Test {
 
 // ---- by number ----------------------------------------------------------------------------------
 
-TEST_F(OsFaultSequence, TheCallsThatAskTheSystemAreListedInTheirOrder) {
+TEST_F(OsFaultSequence, CallsThatQueryTheSystemAreRecordedInOrder) {
   faults::begin_sequence();
   os::now();
   const os::Handle handle = open(m_path);
@@ -426,7 +426,7 @@ class OsBarrier : public testing::Test {
   const scratch_folder m_scratch;
 };
 
-TEST_F(OsBarrier, AThreadStandsBeforeTheCallUntilItIsLetGo) {
+TEST_F(OsBarrier, AThreadWaitsBeforeTheCallUntilItIsReleased) {
   Barrier barrier("before the removal", Call::remove_file);
   EXPECT_FALSE(barrier.is_reached(0ms));
   EXPECT_EQ(Barrier::waiting(), std::vector<std::string>{});
@@ -453,7 +453,7 @@ TEST_F(OsBarrier, OnlyTheNthCallIsHeld) {
   thread.join();
 }
 
-TEST_F(OsBarrier, TwoOfThemAreToldApartByTheirNames) {
+TEST_F(OsBarrier, TwoBarriersAreDistinguishedByTheirNames) {
   Barrier first("first", Call::remove_file);
   Barrier second("second", Call::remove_file, 2);
   std::thread one = remover("one");

@@ -74,7 +74,7 @@ TEST(OsOpen, TheEmptyPathIsNotFound) {
   EXPECT_TRUE(fails(open_and_close("", Access::kReadExisting), Failure::kNotFound, {ENOENT, 3}));
 }
 
-TEST(OsOpen, AFolderIsNoFile) {
+TEST(OsOpen, AFolderIsNotAFile) {
   const scratch_folder scratch;
   make_folder(scratch.path("folder"));
   for (const Access access : {Access::kReadExisting, Access::kReadWriteCreate}) {

@@ -92,7 +92,7 @@ TEST(OsLinuxHandles, AStaleHandleNeverReachesTheNextFile) {
   EXPECT_EQ(read_file(scratch.path("next")), "text more");
 }
 
-TEST(OsLinuxHandles, AHandleIsNoDescriptorAndNoNumberComesBackSoon) {
+TEST(OsLinuxHandles, AHandleIsNotADescriptorAndNumbersAreNotReusedSoon) {
   const scratch_folder scratch;
   const std::string path = scratch.path("file");
   std::set<os::Handle> seen;
@@ -276,7 +276,7 @@ TEST(OsLinuxLocks, AFileSystemWithoutLocksLetsUnlockedHandlesReadAndWrite) {
   EXPECT_EQ(read_file(scratch.path("file")), "txxt");
 }
 
-TEST(OsLinuxLocks, AHandleWithALockAsksForNoOther) {
+TEST(OsLinuxLocks, AHandleWithALockRequestsNoOther) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "text");
   OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
@@ -468,7 +468,7 @@ TEST_F(OsLinuxAccounts, AReadOnlySourceIsRefusedBeforeTheCut) {
   EXPECT_EQ(read_file(m_to), "the old content");
 }
 
-TEST_F(OsLinuxAccounts, AFileThatItsOwnerMayWriteIsWritableForWhoeverAsks) {
+TEST_F(OsLinuxAccounts, AFileThatItsOwnerMayWriteIsWritableForEveryUser) {
   {
     const AsOther other;
     EXPECT_TRUE(succeeds(os::make_writable(m_to)));

@@ -341,7 +341,7 @@ TEST_F(OsLinuxCopy, ReadsAndWritesWhereTheKernelCannotCopy) {
   }
 }
 
-TEST_F(OsLinuxCopy, CopiesWhatASizeOfZeroDoesNotTell) {
+TEST_F(OsLinuxCopy, CopiesAFileWhoseReportedSizeIsZero) {
   const std::string status = "/proc/self/status";
   ASSERT_EQ(info_of(status).st_size, 0);
   EXPECT_TRUE(succeeds(os::copy(status, m_to, IfExists::kReplace)));
@@ -470,7 +470,7 @@ TEST_F(OsLinuxCopy, RemovesWhatItCannotComplete) {
   EXPECT_TRUE(read_file(m_from) == m_content);
 }
 
-TEST_F(OsLinuxCopy, RemovesTheHalfCopyBehindALinkAndNotTheLink) {
+TEST_F(OsLinuxCopy, RemovesTheUnfinishedTargetOfALinkAndNotTheLink) {
   write_file(m_scratch.path("target"), "old");
   fs::create_symlink("target", native(m_to));
   EXPECT_SILENT_CHILD(copy_fails_without({{SYS_utimensat, EIO}}, EIO));

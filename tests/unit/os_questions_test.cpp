@@ -56,7 +56,7 @@ TEST(OsProbeSearch, FindsNamesAndSelfEntries) {
   EXPECT_TRUE(found("."));
 }
 
-TEST(OsProbeSearch, TellsMissingNamesByTheirMeaning) {
+TEST(OsProbeSearch, RecognisesMissingNamesByTheirMeaning) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "");
   for (const std::string name : {"missing", "missing\\x", "missing\\*", "q*"}) {
@@ -218,7 +218,7 @@ os::Status stat_both(const std::string& path, os::FileStat& data) {
   return status;
 }
 
-TEST(OsStat, TellsSizeTimesAndKind) {
+TEST(OsStat, ReturnsSizeTimesAndKind) {
   const scratch_folder scratch;
   const std::string path = scratch.path("file");
   write_file(path, "12345");
@@ -276,7 +276,7 @@ TEST(OsStat, LeavesTheResultAloneWhenItFails) {
   EXPECT_EQ(data.size, 77U);
 }
 
-TEST(OsStat, KeepingLinksChangesNothingForWhatIsNone) {
+TEST(OsStat, KeepingLinksChangesNothingForPlainFiles) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "12345");
   os::FileStat data;

@@ -158,7 +158,7 @@ TEST(PosixPath, PatternsObserveLetterCase) {
   EXPECT_FALSE(posix::matches("*.txt", "Up.TXT"));
 }
 
-TEST(PosixPath, OneQuestionMarkStandsForOneCharacterOfUtf8) {
+TEST(PosixPath, OneQuestionMarkMatchesOneCharacterOfUtf8) {
   EXPECT_TRUE(posix::matches("?.x", "\xC3\xBC.x"));
   EXPECT_TRUE(posix::matches("??", "\xE2\x82\xAC\xF0\x9F\x98\x80"));
   EXPECT_FALSE(posix::matches("??.x", "\xC3\xBC.x"));

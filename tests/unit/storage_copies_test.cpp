@@ -401,7 +401,7 @@ TEST_F(UpdateDecision, AnExceptionMakesThePartCountAsUpToDate) {
   }
 }
 
-TEST_F(UpdateDecision, AFolderThatCannotBeMadeIsNoObstacleToTheDecision) {
+TEST_F(UpdateDecision, AFolderThatCannotBeCreatedDoesNotChangeTheDecision) {
   make_folder(root());
   const auto fault =
       os::faults::fail(Call::create_directory, kRefused, 1, os::faults::Times::kLasting);

@@ -36,7 +36,7 @@ TEST_F(Documents, AreReadBackAsTheyWereStored) {
   }
 }
 
-TEST_F(Documents, AreOpenedForReadingWithWhatWasAskedFor) {
+TEST_F(Documents, AreOpenedForReadingWithTheRequestedOptions) {
   const std::string path = store("x.kdc", kDocs, 0, "abc");
   set_modify_time(path, 1'500'000'000);
   sink.clear();
@@ -70,7 +70,7 @@ TEST_F(Documents, OfOtherNamesAreNotOpened) {
   EXPECT_EQ(fetch("y.kdc", kUser, 0), "(closed)");
 }
 
-TEST_F(Documents, OfTheCorporateAreaMustBeAsNewAsAskedFor) {
+TEST_F(Documents, OfTheCorporateAreaMustBeAsNewAsRequested) {
   const std::string path = store("x.kdc", kDocs, 0, "abc");
   set_modify_time(path, 1'000'000);
   EXPECT_EQ(fetch("x.kdc", kDocs, 1'000'001), "(closed)");
@@ -136,7 +136,7 @@ TEST_F(Documents, HaveTimesOf32Bits) {
   EXPECT_EQ(fetch("x.kdc", kDocs, std::numeric_limits<std::int32_t>::min()), "abc");
 }
 
-TEST_F(Documents, AreAskedForWithTimestampsOf32Bits) {
+TEST_F(Documents, AreLookedUpWithTimestampsOf32Bits) {
   store("x.kdf", kDocs, 2'147'483'647, "abc");
   sink.clear();
   // Where `long` has 32 bits this is the same number.

@@ -111,7 +111,7 @@ TEST_F(OwnerFolder, MayReceiveItsPathInOneOfTheNames) {
 
 // ---- what is made ------------------------------------------------------------------------------
 
-TEST_F(OwnerFolder, IsNotMadeUnlessAskedForButItsAreaIs) {
+TEST_F(OwnerFolder, IsCreatedOnlyOnRequestButItsAreaAlways) {
   vu_file::remove(area("user"));
   ASSERT_FALSE(folder_exists(area("user")));
   EXPECT_FALSE(resolve("jdoe", "x.kdc", 0, folder, false));
@@ -129,7 +129,7 @@ TEST_F(OwnerFolder, IsFoundWithoutBeingMade) {
   EXPECT_EQ(folder, area("docs") + "\\jdoe\\00000062");
 }
 
-TEST_F(OwnerFolder, HasNoBucketUnlessAskedFor) {
+TEST_F(OwnerFolder, HasNoBucketUnlessRequested) {
   make_folder(area("docs") + "\\jdoe");
   EXPECT_FALSE(resolve("jdoe", "x.kdc", 2, folder, false));
   EXPECT_EQ(folder, area("docs") + "\\jdoe\\00000062");
@@ -397,7 +397,7 @@ TEST_F(FileLists, OfNoFolderAreEmptyAndSayNothing) {
   EXPECT_TRUE(physical.empty());
 }
 
-TEST_F(FileLists, OfDocumentsRefuseWhatIsNoFolderWithoutATrace) {
+TEST_F(FileLists, OfDocumentsRefuseAPathThatIsNotAFolderWithoutATrace) {
   write_file(scratch.path("file"), "x");
   folder = scratch.path("file");
   EXPECT_THROW(documents(), vu_file_except);

@@ -276,7 +276,7 @@ TEST(StorageGuard, TurnsAnExceptionIntoTheStatedResult) {
   EXPECT_EQ(heard, "other");
 }
 
-TEST(StorageGuard, LetsTheOthersPassWhereItIsTold) {
+TEST(StorageGuard, LetsOtherExceptionsPassOnRequest) {
   std::string heard;
   const auto file_error = [&](const std::string& text) { heard = text; };
   EXPECT_THROW(

@@ -84,7 +84,7 @@ TEST_F(KeyFiles, AnOpenFileIsReadWholeAndStaysOpen) {
   EXPECT_TRUE(handle.is_open());
 }
 
-TEST_F(KeyFiles, AFileThatWasNeverOpenedIsReadWithoutSuccessAndWithoutAWord) {
+TEST_F(KeyFiles, ReadingAFileThatWasNeverOpenedFailsWithoutATrace) {
   vu_file handle;
   STG::NameValueSeq seq = sequence_of({{"kept", "1"}});
   EXPECT_FALSE(vu_storage::Read(handle, seq, false));
@@ -92,7 +92,7 @@ TEST_F(KeyFiles, AFileThatWasNeverOpenedIsReadWithoutSuccessAndWithoutAWord) {
   EXPECT_EQ(sink.count(traced::kind_t::event), 0U);
 }
 
-TEST_F(KeyFiles, EveryExceptionWhileReadingAnOpenFileBecomesFalseWithoutAWord) {
+TEST_F(KeyFiles, EveryExceptionWhileReadingAnOpenFileBecomesFalseWithoutATrace) {
   write_file(file("k.txt"), "a=1\n");
   vu_file handle(scratch.path(), "k.txt");
   handle.open(vu_file_base::o_read);
@@ -145,7 +145,7 @@ TEST_F(KeyFiles, AnyOtherExceptionWhileReadingIsAnErrorThatNamesTheFile) {
             Texts{"vu_storage::readKeysFile failed file" + file("k.txt")});
 }
 
-TEST_F(KeyFiles, AKeyFileThatCannotBeReadIsAFailureWithoutAWordOfTheFacade) {
+TEST_F(KeyFiles, AKeyFileThatCannotBeReadFailsWithoutATraceOfTheFacade) {
   write_file(file("k.txt"), "a=1\n");
   STG::NameValueSeq seq;
   const auto fault = os::faults::fail(Call::read, kRefused);
@@ -423,7 +423,7 @@ TEST_F(KeyFiles, AreReadToTheirEndWhateverTheirSizeSeemsToBe) {
   EXPECT_EQ(pairs_of(seq), (Pairs{{"a", "1"}, {"b", more}}));
 }
 
-TEST_F(KeyFiles, LoseNothingBehindTheirSizeWhenALineIsCut) {
+TEST_F(KeyFiles, LoseNothingAfterTheirSizeWhenALineIsCut) {
   const std::string folder = folder_of("jdoe", "x", STG::UserFilesRepository);
   const std::string path = make_entry(folder, "k.txt", 0, "a=1\nb=2\n");
   os::faults::reset();

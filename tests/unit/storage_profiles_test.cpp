@@ -115,7 +115,7 @@ TEST(KeyText, ASequenceBecomesOneLineForEachElementAndReadsBack) {
             "=\nz=x=y\na=\na=\n");
 }
 
-TEST(KeyText, WhatALineCannotHoldIsWrittenAsItStands) {
+TEST(KeyText, CharactersThatALineCannotContainAreWrittenUnchanged) {
   const std::string text = key_text::join(sequence_of({{"a", "1\t2"}, {"b=c", "3"}}));
   EXPECT_EQ(text, "a=1\t2\nb=c=3\n");
   EXPECT_EQ(pairs_in(text, key_text::Separator::kFirst), (Pairs{{"a", "1"}, {"b", "c=3"}}));

@@ -44,14 +44,14 @@ class DocumentQuestions : public StorageTest {
 
 // ---- IsFileExist -------------------------------------------------------------------------------
 
-TEST_F(DocumentQuestions, FindAVersionAndTellWhereItIs) {
+TEST_F(DocumentQuestions, FindAVersionAndItsPath) {
   store("jdoe", "x.kdc", kDocs, 5);
   EXPECT_TRUE(client.IsFileExist("jdoe", "x.kdc", kDocs, 5, &folder, &physical));
   EXPECT_EQ(folder, area("docs") + "\\jdoe\\00000062");
   EXPECT_EQ(physical, "00000001.kdc");
 }
 
-TEST_F(DocumentQuestions, FindAVersionForWhoeverAsksNothingMore) {
+TEST_F(DocumentQuestions, FindAVersionWithoutOptionalArguments) {
   store("jdoe", "x.kdc", kMail, 5);
   EXPECT_TRUE(client.IsFileExist("jdoe", "x.kdc", kMail, 5, nullptr, nullptr));
   EXPECT_FALSE(client.IsFileExist("jdoe", "y.kdc", kMail, 5, nullptr, nullptr));
@@ -117,19 +117,19 @@ TEST_F(DocumentQuestions, AreAnsweredForUtf8NamesByteForByte) {
 
 // ---- timestamps --------------------------------------------------------------------------------
 
-TEST_F(DocumentQuestions, TellTheLatestTimestamp) {
+TEST_F(DocumentQuestions, ReturnTheLatestTimestamp) {
   store("jdoe", "x.kdc", kDocs, 10);
   store("jdoe", "x.kdc", kDocs, 30);
   store("jdoe", "x.kdc", kDocs, 20);
   EXPECT_EQ(vu_storage::getLattestTimestamp("jdoe", "x.kdc", kDocs), 30);
 }
 
-TEST_F(DocumentQuestions, TellZeroWhenTheFolderHoldsNoVersion) {
+TEST_F(DocumentQuestions, ReturnZeroWhenTheFolderContainsNoVersion) {
   store("jdoe", "x.kdc", kUser, 10);
   EXPECT_EQ(vu_storage::getLattestTimestamp("jdoe", "y.kdc", kUser), 0);
 }
 
-TEST_F(DocumentQuestions, TellMinusOneWithoutAnEntryOrAFolder) {
+TEST_F(DocumentQuestions, ReturnMinusOneWithoutAnEntryOrAFolder) {
   vu_file::remove(area("user"));
   EXPECT_EQ(vu_storage::getLattestTimestamp("jdoe", "", kUser), -1);
   EXPECT_FALSE(folder_exists(area("user")));
@@ -157,7 +157,7 @@ TEST_F(DocumentQuestions, LetTheExceptionsOfTheIndexPass) {
   EXPECT_TRUE(facade(trace_event::error).empty());
 }
 
-TEST_F(DocumentQuestions, TellTheLastVersionOfAFolder) {
+TEST_F(DocumentQuestions, ReturnTheLastVersionOfAFolder) {
   store("jdoe", "x.kdc", kUser, 10);
   store("jdoe", "x.kdc", kUser, 7);
   const std::string owner = area("user") + "\\jdoe";
@@ -170,7 +170,7 @@ TEST_F(DocumentQuestions, TellTheLastVersionOfAFolder) {
 
 // ---- the index ---------------------------------------------------------------------------------
 
-TEST_F(DocumentQuestions, TellThePhysicalNameInAFolder) {
+TEST_F(DocumentQuestions, ReturnThePhysicalNameInAFolder) {
   store("jdoe", "x.kdc", kUser, 10);
   const std::string owner = area("user") + "\\jdoe";
   EXPECT_FALSE(vu_storage::getIndexNameFromDocName(owner, "x.kdc", 11, physical));
@@ -179,7 +179,7 @@ TEST_F(DocumentQuestions, TellThePhysicalNameInAFolder) {
   EXPECT_EQ(physical, "00000001.kdc");
 }
 
-TEST_F(DocumentQuestions, TellNoPhysicalNameWhenTheIndexRaises) {
+TEST_F(DocumentQuestions, ReturnNoPhysicalNameWhenTheIndexThrows) {
   store("jdoe", "x.kdc", kUser, 10);
   const std::string owner = area("user") + "\\jdoe";
   {
@@ -199,7 +199,7 @@ TEST_F(DocumentQuestions, TellNoPhysicalNameWhenTheIndexRaises) {
   EXPECT_EQ(physical, "(physical)");
 }
 
-TEST_F(DocumentQuestions, MakeTheIndexOfAFolderWhenAskedTo) {
+TEST_F(DocumentQuestions, CreateTheIndexOfAFolderOnRequest) {
   make_folder(area("user") + "\\jdoe");
   client.update_IndexDat(area("user") + "\\jdoe");
   EXPECT_EQ(list_folder(area("user") + "\\jdoe"), Texts{"index.dat"});
@@ -410,7 +410,7 @@ TEST_F(OpenHandles, AreLeftClosedByWhatOpensNothing) {
   }));
 }
 
-TEST_F(OpenHandles, AreOpenedOnWhatWasAskedForWithTheTraceOfTheHandle) {
+TEST_F(OpenHandles, AreOpenedOnTheRequestedFileWithTheTraceOfTheHandle) {
   vu_file file;
   file.open(scratch.path(), "other", vu_file_base::o_append);
   sink.clear();

@@ -198,7 +198,7 @@ TEST_F(StorageRoots, NeedNoLogHistory) {
   EXPECT_TRUE(components.records().empty());
 }
 
-TEST_F(StorageRoots, EnterTheLogHistoryAlsoWhenNobodyTraces) {
+TEST_F(StorageRoots, EnterTheLogHistoryEvenWithoutATraceSink) {
   sink.want_everything(false);
   EXPECT_TRUE(vu_storage::initRootStorage(dir.path(), true, false));
   EXPECT_FALSE(vu_storage::initRootStorage(dir.path(), true, false));
@@ -227,7 +227,7 @@ TEST_F(StorageRoots, DoNotWarnOnAnOrdinaryDisk) {
 
 // ---- the initialisation of an operation --------------------------------------------------------
 
-TEST_F(StorageRoots, LieInTheServerTemporaryFolderWhenNobodyHasInitialised) {
+TEST_F(StorageRoots, AreInTheServerTemporaryFolderWithoutInitialisation) {
   EXPECT_EQ(vu_storage::getStoragePath(), dir.path("server"));
   EXPECT_EQ(Peer::corp_path(), dir.path("server") + "\\docs");
   EXPECT_EQ(list_folder(dir.path("server")), kAreas);
@@ -374,7 +374,7 @@ TEST_F(StorageRoots, StayUninitialisedWhenTheBinaryFolderIsNotKnown) {
   EXPECT_FALSE(file_exists(dir.path("storage")));
 }
 
-TEST_F(StorageRoots, KnowTheirAreasBeforeTheConfigurationIsAsked) {
+TEST_F(StorageRoots, KnowTheirAreasBeforeTheConfigurationIsRead) {
   EXPECT_TRUE(vu_storage::initRootStorage(dir.path(), true, false));
   const std::string known = Peer::config_dir_path();
   Peer::set_init_done(0);

@@ -115,7 +115,7 @@ bool begins(const recording_sink& sink, const std::string& label) {
   return false;
 }
 
-TEST_F(StorageRoots, RefuseWithoutATraceWhoeverFindsThemInitialisedWithTheMutexHeld) {
+TEST_F(StorageRoots, RefuseWithoutATraceIfInitialisedWhileWaitingForTheMutex) {
   // The caller has to stand before the mutex by the time the marker is set. It has nothing to do on
   // its way there, but nothing tells when it has arrived: one that came too late finds the marker
   // at once, says so, and the attempt is repeated.
@@ -145,7 +145,7 @@ TEST_F(StorageRoots, RefuseWithoutATraceWhoeverFindsThemInitialisedWithTheMutexH
   EXPECT_TRUE(silent);
 }
 
-TEST_F(StorageRoots, AreNotMadeAgainByWhoeverFindsThemInitialisedWithTheMutexHeld) {
+TEST_F(StorageRoots, AreNotCreatedAgainIfInitialisedWhileWaitingForTheMutex) {
   // A caller that comes too late to wait finds the marker at once, which is as good.
   std::thread caller;
   {

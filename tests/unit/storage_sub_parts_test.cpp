@@ -317,7 +317,7 @@ TEST_F(SubParts, ASizeBeyondTwoGigabytesIsAnUnsignedNumber) {
   EXPECT_TRUE(file().is_open());
 }
 
-TEST_F(SubParts, APartWhoseSizeCannotBeAskedForIsGivenUp) {
+TEST_F(SubParts, APartWhoseSizeIsUnknownFails) {
   make_file(root() + "\\xls", "12345", 1000);
   const std::uint64_t last = calls_of(Call::stat, [&] { EXPECT_EQ(open_with_size("xls"), 5UL); });
   file().close();

@@ -152,7 +152,7 @@ TEST_F(TraceFacility, EvaluatesAndBuildsNothingWithoutASink) {
   EXPECT_EQ(g_steps, Steps{});
 }
 
-TEST_F(TraceFacility, AsksASinkAndBuildsNothingThatItDoesNotWant) {
+TEST_F(TraceFacility, BuildsNoTextThatTheSinkDoesNotWant) {
   const OrderedSink sink(false);
   talkative_operation();
   // A message belongs to its scope and has no level to be asked for.
@@ -162,7 +162,7 @@ TEST_F(TraceFacility, AsksASinkAndBuildsNothingThatItDoesNotWant) {
                             "built message", "message message"}));
 }
 
-TEST_F(TraceFacility, AsksTheSinkBeforeATextIsBuilt) {
+TEST_F(TraceFacility, QueriesTheSinkBeforeATextIsBuilt) {
   const OrderedSink sink(true);
   const Piece label{"label"};
   VU_TRACE_SCOPE("source", trace_level::m, label);
@@ -247,7 +247,7 @@ TEST_F(TraceFacility, NamesSourceLineAndOperation) {
   EXPECT_NE(all[0].signature.find("TestBody()"), std::string::npos) << "arguments are part of it";
 }
 
-TEST_F(TraceFacility, StandsForOneStatement) {
+TEST_F(TraceFacility, IsOneStatement) {
   const recording_sink sink;
   VU_TRACE_SCOPE("source", trace_level::m);
   for (const bool condition : {true, false})

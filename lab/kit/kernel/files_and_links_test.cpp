@@ -26,7 +26,7 @@ TEST_F(Kernel, ARemovedFileIsGoneWhenItsLastReaderCloses) {
   EXPECT_FALSE(file_exists(path("file")));
 }
 
-TEST_F(Kernel, ADocumentThatSomebodyReadsIsRemovedAndStoredAnew) {
+TEST_F(Kernel, ADocumentThatIsBeingReadIsRemovedAndStoredAgain) {
   settles(5, "what an application sees: a removal and a new version during a read");
   Store store(program_root(), "reader");
   ASSERT_EQ(store.put("a.kdc", "old"), VU_DONE);
