@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "api/in_place.h"
 #include "api/staged_name.h"
 #include "api/store.h"
-#include "api/stream.h"
 #include "file/handle_core.h"
 #include "file/lock_limit.h"
 #include "index/index_format.h"
@@ -152,31 +152,9 @@ class Staged {
   bool m_is_there = true;
 };
 
-}  // namespace
-
-bool is_opened_anew(const Address& address, vu_file& file) {
-  if (!Call::current().heard_failure()) return true;
-  const std::string path = file.getFilePath();
-  const bool is_cut = size_of(file) == 0;
-  const unsigned failures_before = Call::current().failures();
-  Place place;
-  const bool is_named = vu_storage().IsFileExist(address.owner, address.name, address.type,
-                                                 address.version, &place.folder, &place.file) &&
-                        place.path() == path;
-  if (is_named && is_cut) return true;
-  const bool is_nobodys = !is_named && Call::current().failures() == failures_before;
-  file.close();
-  // Never a file if the system cannot tell whose it is.
-  if (is_nobodys && is_cut) vu_file::remove(path);
-  return false;
-}
-
-namespace {
-
 void store_in_place(const Address& address, const Source& source) {
-  vu_storage facade;
   vu_file file;
-  facade.OpenWrite2(file, address.owner, address.name, address.type, true, address.version);
+  open_to_write(file, address, true);
   if (!file.is_open()) throw Refusal{VU_FAILED, {}, {}};
   const std::string path = file.getFilePath();
   const bool is_locked = file.is_locked();

@@ -18,10 +18,6 @@ struct Stream final : Object {
   Direction direction = Direction::kReads;
 };
 
-/// Whether a file that OpenWrite2() opened is empty and belongs to the version: OpenWrite2() only
-/// traces some failures. If false, closes the file; removes it too if no entry names it.
-bool is_opened_anew(const Address& address, vu_file& file);
-
 /// Returns a handle for an open stream. @throws Refusal if it did not get its lock.
 void give_stream(std::unique_ptr<Stream> opened, vu_stream** stream);
 

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "api/in_place.h"
 #include "api/info.h"
 #include "api/store.h"
 #include "api/stream.h"
@@ -79,19 +80,8 @@ void open_served(Stream& stream, const Address& address) {
 }
 
 void open_for_writing(Stream& stream, const Address& address, bool replaces) {
-  Place place;
-  const bool existed = LockLimit::is_set() && find(address, place);
-  vu_storage facade;
   stream.direction = Direction::kWrites;
-  facade.OpenWrite2(stream.file, address.owner, address.name, address.type, replaces,
-                    address.version);
-  if (LockLimit::passed() && stream.file.is_open() && !existed) {
-    // Its entry could not be saved. The file would be adopted as an orphan.
-    const std::string path = stream.file.getFilePath();
-    stream.file.close();
-    vu_file::remove(path);
-  }
-  if (LockLimit::passed()) throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
+  open_to_write(stream.file, address, replaces);
   if (stream.file.is_open() && is_opened_anew(address, stream.file)) return;
   if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
   throw Refusal{VU_ALREADY, "the version exists; open it with VU_WRITE_OVER to replace it", {}};

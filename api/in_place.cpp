@@ -1,0 +1,126 @@
+#include "api/in_place.h"
+
+#include <list>
+#include <set>
+#include <string>
+
+#include "file/handle_core.h"
+#include "file/lock_limit.h"
+#include "stg_index.h"
+#include "storage/key_text.h"
+#include "storage/layout.h"
+#include "vu_file_except.h"
+#include "vu_storage.h"
+
+namespace api {
+namespace {
+
+/// A locked category file, with its text after the removal of a line.
+struct Category {
+  vu_file file;
+  std::string text;
+};
+
+/// Locks a category file exclusively if an entry has a line in it. @return whether it has.
+bool lock_if_named(const std::string& folder, const std::string& file, const std::string& entry,
+                   Category& category) {
+  const auto opens_with_line = [&](vu_file_base::type_access mode) {
+    category.file.open(folder, file, mode);
+    category.text = read_to_end(category.file).view();
+    return key_text::cut_line(category.text, entry);
+  };
+  try {
+    // First with a shared lock: a file without the line may be in use by readers.
+    const bool is_named = opens_with_line(vu_file_base::o_read);
+    category.file.close();
+    return is_named && opens_with_line(vu_file_base::o_append);
+  } catch (const vu_file_except&) {
+    if (LockLimit::passed()) throw;
+    // The failure was traced. The line stays, as it does without a limit.
+    return false;
+  }
+}
+
+/// All category files that have a line of the entry, locked. @throws Refusal, vu_file_except
+std::list<Category> lock_categories(const Place& place, const std::string& entry) {
+  STGIndex::NameMap names;
+  STGIndex::getCategories(place.folder, names);
+  // The document can be a category file itself. It is locked already.
+  std::set<std::string> seen = {place.file};
+  std::list<Category> locked;
+  for (const auto& [name, stored] : names) {
+    std::string file;
+    if (!STGIndex::exists(place.folder, name, 0, file) || !seen.insert(file).second) continue;
+    if (!lock_if_named(place.folder, file, entry, locked.emplace_back())) locked.pop_back();
+  }
+  // STGIndex::exists() returns false if the index is locked.
+  if (LockLimit::passed()) throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
+  return locked;
+}
+
+/// Opens and empties an existing version. Required: the lock of the document comes first. It can be
+/// kept for long, and nothing else is locked while this call waits for it.
+void open_over(vu_file& file, const Address& address, const Place& place) {
+  file.open(place.folder, place.file, vu_file_base::o_write);
+  if (!file.is_locked()) return;
+  std::list<Category> categories;
+  if (address.type == STG::UserFilesRepository) categories = lock_categories(place, address.name);
+  for (Category& category : categories) {
+    category.file.clear();
+    category.file.write(category.text);
+    category.file.close();
+  }
+  if (address.is_corporate())
+    vu_file::recurseRemoveDir(layout::root_of_parts(place.path(), vu_storage::getTdcTimeStamp()));
+  file.clear();
+}
+
+/// Opens a version that does not exist. @return false if another program has created it.
+bool open_new(vu_file& file, const Address& address) {
+  vu_storage facade;
+  facade.OpenWrite2(file, address.owner, address.name, address.type, false, address.version);
+  if (!LockLimit::passed()) return file.is_open() || Call::current().heard_failure();
+  if (file.is_open()) {
+    // Its entry could not be saved. The file would be adopted as an orphan.
+    const std::string path = file.getFilePath();
+    file.close();
+    vu_file::remove(path);
+  }
+  throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
+}
+
+}  // namespace
+
+void open_to_write(vu_file& file, const Address& address, bool replaces) {
+  if (!LockLimit::is_set()) {
+    vu_storage facade;
+    facade.OpenWrite2(file, address.owner, address.name, address.type, replaces, address.version);
+    return;
+  }
+  Place place;
+  if (!find(address, place)) {
+    if (open_new(file, address) || !replaces) return;
+    if (!find(address, place))
+      throw Refusal{VU_FAILED, "another program created and removed the version; call again", {}};
+  }
+  if (replaces) open_over(file, address, place);
+}
+
+bool is_opened_anew(const Address& address, vu_file& file) {
+  if (!Call::current().heard_failure()) return true;
+  const std::string path = file.getFilePath();
+  const bool is_cut = size_of(file) == 0;
+  const unsigned failures_before = Call::current().failures();
+  Place place;
+  const bool is_named = vu_storage().IsFileExist(address.owner, address.name, address.type,
+                                                 address.version, &place.folder, &place.file) &&
+                        place.path() == path;
+  if (is_named && is_cut) return true;
+  const bool is_nobodys = !is_named && Call::current().failures() == failures_before;
+  file.close();
+  // Never a file if the system cannot tell whose it is.
+  if (is_nobodys && is_cut) vu_file::remove(path);
+  return false;
+}
+
+}  // namespace api

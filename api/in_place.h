@@ -1,0 +1,22 @@
+#pragma once
+
+#include "api/store.h"
+#include "vu_file.h"
+
+/// @file
+/// Opening versions to write them in place.
+namespace api {
+
+/// Opens a version to write it, as vu_storage::OpenWrite2() does. If @p replaces, an existing one
+/// is emptied and loses its parts or its lines in category files. Within a time limit all locks are
+/// taken first, so after VU_LOCK_TIMEOUT nothing is changed.
+///
+/// The file stays closed after a failure that was traced, and if the version exists and is not to
+/// be replaced. It can be open without its lock. @throws Refusal, vu_file_except
+void open_to_write(vu_file& file, const Address& address, bool replaces);
+
+/// Whether a file that open_to_write() opened is empty and belongs to the version: some failures
+/// are only traced. If false, closes the file; removes it too if no entry names it.
+bool is_opened_anew(const Address& address, vu_file& file);
+
+}  // namespace api

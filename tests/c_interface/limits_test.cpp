@@ -1,0 +1,156 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <thread>
+
+#include "stg_index.h"
+#include "tests/c_interface/program_store.h"
+#include "vu_file.h"
+
+// Time limits: what has changed when a lock was not obtained in time, and what the status says.
+
+namespace {
+
+/// A handle whose calls wait 40 ms.
+class Hurried {
+ public:
+  Hurried() { m_store = program_store().open(0, 40, m_status); }
+  ~Hurried() { EXPECT_EQ(vu_close_store(m_store), VU_DONE); }
+  Hurried(const Hurried&) = delete;
+  Hurried& operator=(const Hurried&) = delete;
+  vu_store* store() const { return m_store; }
+
+ private:
+  vu_status m_status = VU_FAILED;
+  vu_store* m_store = nullptr;
+};
+
+/// A stream that keeps the lock of a version while it exists.
+class Locked {
+ public:
+  explicit Locked(const vu_document& what, std::int32_t mode = VU_READ_EXACT) {
+    EXPECT_EQ(vu_open(store(), &what, mode, &m_stream), VU_DONE) << last_error().text;
+  }
+  ~Locked() { vu_stream_close(m_stream); }
+  Locked(const Locked&) = delete;
+  Locked& operator=(const Locked&) = delete;
+
+ private:
+  vu_stream* m_stream = nullptr;
+};
+
+std::string path_of(const vu_document& what) {
+  char path[1000] = "";
+  std::size_t size = 0;
+  EXPECT_EQ(vu_file_path(store(), &what, path, sizeof path, &size), VU_DONE);
+  return path;
+}
+
+std::string name_of(vu_status status) { return vu_status_name(status); }
+
+std::string opened_over(const vu_document& what) {
+  const Hurried hurried;
+  vu_stream* stream = nullptr;
+  const vu_status status = vu_open(hurried.store(), &what, VU_WRITE_OVER, &stream);
+  EXPECT_EQ(stream != nullptr, status == VU_DONE);
+  if (stream != nullptr) {
+    EXPECT_EQ(vu_stream_write(stream, "new", 3), VU_DONE);
+    EXPECT_EQ(vu_stream_close(stream), VU_DONE);
+  }
+  return name_of(status);
+}
+
+std::string stored(const vu_document& what, std::uint32_t flags) {
+  const Hurried hurried;
+  return name_of(vu_put(hurried.store(), &what, "new", 3, VU_REPLACE | flags, nullptr));
+}
+
+/// Writes the version without atomic replacement, in each of the ways.
+const auto kWaysInPlace = {
+    +[](const vu_document& what) { return opened_over(what); },
+    +[](const vu_document& what) { return stored(what, VU_IN_PLACE); },
+};
+
+/// A document and two category files, of which the second one has a line of the document.
+struct Categories {
+  explicit Categories(const char* owner)
+      : text(document(owner, "a.txt", 0, VU_AREA_USER)),
+        other(document(owner, "c.ctg", 0, VU_AREA_USER)),
+        category(document(owner, "d.ctg", 0, VU_AREA_USER)) {
+    EXPECT_EQ(put(other, "x.txt=1\n"), VU_DONE);
+    EXPECT_EQ(put(text, "old"), VU_DONE);
+    EXPECT_EQ(put(category, "a.txt=1\nx.txt=2\n"), VU_DONE);
+  }
+  vu_document text;
+  vu_document other;
+  vu_document category;
+};
+
+}  // namespace
+
+TEST(CLimits, ALockedCategoryFileKeepsTheBytesOfADocumentThatIsWrittenInPlace) {
+  const Categories all("limit-category");
+  for (const auto& write : kWaysInPlace) {
+    {
+      const Locked reader(all.category);
+      EXPECT_EQ(write(all.text), "VU_LOCK_TIMEOUT");
+    }
+    EXPECT_EQ(content(all.text), "old");
+    EXPECT_EQ(content(all.category), "a.txt=1\nx.txt=2\n");
+  }
+}
+
+TEST(CLimits, ACategoryFileWithoutALineOfTheDocumentMayBeRead) {
+  for (const auto& write : kWaysInPlace) {
+    const Categories all(write == *kWaysInPlace.begin() ? "limit-read-1" : "limit-read-2");
+    const Locked reader(all.other);
+    EXPECT_EQ(write(all.text), "VU_DONE");
+    EXPECT_EQ(content(all.text), "new");
+    EXPECT_EQ(content(all.category), "x.txt=2\n");
+    EXPECT_EQ(content(all.other), "x.txt=1\n");
+  }
+}
+
+TEST(CLimits, ACategoryFileItselfIsWrittenInPlace) {
+  const Categories all("limit-itself");
+  const char* const own = "d.ctg=1\n";
+  ASSERT_EQ(put(all.category, own, VU_REPLACE), VU_DONE);
+  for (const auto& write : kWaysInPlace) {
+    EXPECT_EQ(write(all.category), "VU_DONE");
+    EXPECT_EQ(content(all.category), "new");
+  }
+}
+
+TEST(CLimits, ANewVersionIsWrittenInPlace) {
+  const vu_document first = document("limit-new", "a.txt", 1, VU_AREA_USER);
+  const vu_document second = document("limit-new", "a.txt", 2, VU_AREA_USER);
+  EXPECT_EQ(opened_over(first), "VU_DONE");
+  EXPECT_EQ(stored(second, VU_IN_PLACE), "VU_DONE");
+  EXPECT_EQ(content(first) + content(second), "newnew");
+}
+
+TEST(CLimits, ALockedDocumentKeepsItsPartsAndLines) {
+  const Categories all("limit-line");
+  const vu_document corporate = document("limit-parts", "a.kdf", 1);
+  ASSERT_EQ(put(corporate, "old"), VU_DONE);
+  vu_stream* part = nullptr;
+  ASSERT_EQ(vu_open_part(store(), &corporate, "html@de", "1", VU_WRITE_OVER, &part), VU_DONE);
+  ASSERT_EQ(vu_stream_close(part), VU_DONE);
+  for (const auto& write : kWaysInPlace) {
+    {
+      const Locked text(all.text);
+      const Locked document(corporate);
+      EXPECT_EQ(write(all.text), "VU_LOCK_TIMEOUT");
+      EXPECT_EQ(write(corporate), "VU_LOCK_TIMEOUT");
+    }
+    EXPECT_EQ(content(all.text) + content(corporate), "oldold");
+    EXPECT_EQ(content(all.category), "a.txt=1\nx.txt=2\n");
+    EXPECT_EQ(vu_open_part(store(), &corporate, "html@de", "1", VU_READ_SERVED, &part), VU_DONE);
+    EXPECT_EQ(vu_stream_close(part), VU_DONE);
+  }
+  EXPECT_EQ(opened_over(corporate), "VU_DONE");
+  EXPECT_EQ(content(corporate), "new");
+  EXPECT_EQ(vu_open_part(store(), &corporate, "html@de", "1", VU_READ_SERVED, &part), VU_OUTDATED);
+}
