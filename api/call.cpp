@@ -120,8 +120,6 @@ void Call::set_system(std::int32_t code) noexcept {
   }
 }
 
-void Call::wait_no_more() noexcept { m_limit.reset(); }
-
 void Call::forget() noexcept {
   m_failures = 0;
   m_refusals = 0;
@@ -139,7 +137,7 @@ Pause::~Pause() {
 
 vu_status Call::end(vu_status status) noexcept {
   // An operation may report the refused lock as something else.
-  if (m_limit && LockLimit::passed()) status = VU_LOCK_TIMEOUT;
+  if (m_limit && LockLimit::passed() && !m_is_changed) status = VU_LOCK_TIMEOUT;
   if (status == VU_DONE) {
     m_state.problem.clear(m_operation);
   } else if (!m_state.problem.has_text()) {

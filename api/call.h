@@ -71,8 +71,9 @@ class Call final : public trace::Listener {
   /// Sets the time after which no lock is waited for, until the end of the call. @param wait_ms not
   /// 0; see vu_settings.
   void limit_waiting(std::int64_t wait_ms) noexcept;
-  /// Ends that limit, so that a refused lock no longer changes the status to VU_LOCK_TIMEOUT.
-  void wait_no_more() noexcept;
+  /// Call it when the requested change is made. After it, a refused lock no longer changes the
+  /// status to VU_LOCK_TIMEOUT. The limit still applies.
+  void note_change() noexcept { m_is_changed = true; }
   /// Whether a failure was traced; the operation may have returned success.
   bool heard_failure() const { return m_failures != 0; }
   unsigned failures() const { return m_failures; }
@@ -96,6 +97,7 @@ class Call final : public trace::Listener {
   unsigned m_failures = 0;
   unsigned m_refusals = 0;
   bool m_has_error = false;
+  bool m_is_changed = false;
   std::optional<LockLimit> m_limit;
 };
 

@@ -72,21 +72,14 @@ vu_status describe(const Address& address, vu_info& info) {
 
 vu_status remove(const Address& given) {
   Address address = given;
-  Place place = place_of(address);
+  const Place place = place_of(address);
   address.version = place.version;
   wait_for_index(place.folder);
   vu_storage::RemoveFile(address.owner, address.name, address.type, address.version);
-  if (LockLimit::passed() && !vu_file::exists(place.path())) {
-    // Another program took the lock in between. The dangling entry stays until the next save.
-    Call::current().wait_no_more();
-    throw Refusal{VU_PARTLY_DONE,
-                  "the file is removed, but its entry stays until the next save of the index",
-                  {}};
-  }
-  if (find(address, place))
+  if (!is_removed(address, place))
     return failed_or(VU_FAILED, "the file cannot be removed; the version stays",
                      told_path(place.path()));
-  return done_unless_told();
+  return status_of_removal();
 }
 
 }  // namespace

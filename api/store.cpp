@@ -103,6 +103,25 @@ bool has_moved(const Place& place, int tries) {
   return true;
 }
 
+bool is_removed(const Address& address, const Place& old) {
+  // After the deadline the index may be locked.
+  if (LockLimit::passed()) return !vu_file::exists(old.path());
+  Place left;
+  return !find(address, left);
+}
+
+vu_status status_of_removal() {
+  Call::current().note_change();
+  if (!LockLimit::passed()) return done_unless_told();
+  const std::string path = last_problem().path();
+  throw Refusal{VU_PARTLY_DONE,
+                path.ends_with(index_format::kIndexFile)
+                    ? "the file is removed, but the index was locked: its entry or its lines in "
+                      "category files stay"
+                    : "the version is removed, but its line in a locked file stays",
+                path};
+}
+
 namespace {
 
 constexpr std::uint32_t kSettingsFlags =

@@ -102,6 +102,11 @@ Place place_of(const Address& address);
 /// For a version whose file could not be used: whether the file is gone because another program has
 /// replaced the version. The caller then looks the version up again.
 bool has_moved(const Place& place, int tries);
+/// Whether a removal has removed the file of a version.
+bool is_removed(const Address& address, const Place& old);
+/// The status of a call that has removed the file of a version: VU_DONE or VU_PARTLY_DONE.
+/// @throws Refusal VU_PARTLY_DONE if a lock was not obtained in time.
+vu_status status_of_removal();
 /// Calls @p use with the place of a version, again if the version has moved.
 template <class Use>
 auto at_place_of(const Address& address, const Use& use) {

@@ -90,6 +90,7 @@ void drop_derived(const Address& address, const Place& old) {
 
 /// The status of a stored version, after the removal of what was derived from the old one.
 vu_status without_derived(const Address& address, const Place& old) {
+  Call::current().note_change();
   try {
     drop_derived(address, old);
   } catch (const Refusal& refusal) {
@@ -98,6 +99,10 @@ vu_status without_derived(const Address& address, const Place& old) {
     // The reason was traced, unless there was no memory for it.
     throw Refusal{VU_PARTLY_DONE, {}, told_path(old.path())};
   }
+  if (LockLimit::passed())
+    throw Refusal{VU_PARTLY_DONE,
+                  "the version is stored, but a locked category file keeps its line",
+                  last_problem().path()};
   return done_unless_told();
 }
 
@@ -213,13 +218,13 @@ vu_status rename(const Store& settings, const vu_document* from, const vu_docume
   if (folder != old.folder) {
     wait_for_index(old.folder);
     const vu_status stored = store(address, {nullptr, 0, old.path()}, flags, nullptr);
+    Call::current().note_change();
     vu_storage::RemoveFile(old_address.owner, old_address.name, old_address.type,
                            old_address.version);
-    Place left;
-    if (find(old_address, left))
+    if (!is_removed(old_address, old))
       throw Refusal{
           VU_PARTLY_DONE, "the version has its new name, but the old one cannot be removed", {}};
-    return stored;
+    return LockLimit::passed() ? status_of_removal() : stored;
   }
   wait_for_index(folder);
   STGIndex::rename(folder, old_address.name, old_address.version, address.name, address.version);

@@ -154,3 +154,55 @@ TEST(CLimits, ALockedDocumentKeepsItsPartsAndLines) {
   EXPECT_EQ(content(corporate), "new");
   EXPECT_EQ(vu_open_part(store(), &corporate, "html@de", "1", VU_READ_SERVED, &part), VU_OUTDATED);
 }
+
+TEST(CLimits, AStoredVersionIsToldAlthoughACategoryFileIsLocked) {
+  const Categories all("limit-stored");
+  const std::string file = path_of(all.category);
+  const Hurried hurried;
+  const auto put_it = [&] {
+    return vu_put(hurried.store(), &all.text, "new", 3, VU_REPLACE, nullptr);
+  };
+  const vu_document next = document("limit-stored", "b.txt", 0, VU_AREA_USER);
+  ASSERT_EQ(put(next, "renamed"), VU_DONE);
+  const auto rename_it = [&] { return vu_rename(hurried.store(), &next, &all.text, VU_REPLACE); };
+  const auto copy_it = [&] {
+    return vu_copy_in(hurried.store(), &all.text, file.c_str(), VU_REPLACE, nullptr);
+  };
+  const Locked reader(all.category);
+  EXPECT_EQ(name_of(put_it()), "VU_PARTLY_DONE");
+  EXPECT_EQ(last_error().path, file);
+  EXPECT_NE(std::string(last_error().text).find("category file"), std::string::npos);
+  EXPECT_EQ(content(all.text), "new");
+  EXPECT_EQ(name_of(rename_it()), "VU_PARTLY_DONE");
+  EXPECT_EQ(last_error().path, file);
+  EXPECT_EQ(content(all.text), "renamed");
+  EXPECT_EQ(content(next), "VU_NOTHING_MATCHED");
+  EXPECT_EQ(name_of(copy_it()), "VU_PARTLY_DONE");
+  EXPECT_EQ(last_error().path, file);
+  EXPECT_EQ(content(all.text), content(all.category));
+}
+
+TEST(CLimits, ARenameBetweenFoldersTellsWhatKeepsTheOldName) {
+  const Categories all("limit-from");
+  const vu_document to = document("limit-to", "a.txt", 0, VU_AREA_USER);
+  const Hurried hurried;
+  const std::string file = path_of(all.category);
+  const Locked reader(all.category);
+  EXPECT_EQ(name_of(vu_rename(hurried.store(), &all.text, &to, 0)), "VU_PARTLY_DONE");
+  EXPECT_EQ(last_error().path, file);
+  EXPECT_EQ(content(to), "old");
+  EXPECT_EQ(content(all.text), "VU_NOTHING_MATCHED");
+}
+
+TEST(CLimits, ARemovalTellsWhichLineStays) {
+  const Categories all("limit-removed");
+  const Hurried hurried;
+  const std::string file = path_of(all.category);
+  const Locked reader(all.category);
+  EXPECT_EQ(name_of(vu_remove(hurried.store(), &all.text)), "VU_PARTLY_DONE");
+  const vu_error error = last_error();
+  EXPECT_EQ(error.path, file);
+  EXPECT_NE(std::string(error.text).find("its line"), std::string::npos) << error.text;
+  EXPECT_EQ(content(all.text), "VU_NOTHING_MATCHED");
+  EXPECT_EQ(content(all.category), "a.txt=1\nx.txt=2\n");
+}
