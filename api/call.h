@@ -101,8 +101,8 @@ class Call final : public trace::Listener {
   std::optional<LockLimit> m_limit;
 };
 
-/// Exists while a callback runs: the results of calls that the callback makes do not replace the
-/// problem of the outer call.
+/// Exists while a callback runs. The results of calls that the callback makes do not replace the
+/// problem of the outer call, and the limit of the outer call does not apply to them.
 class Pause {
  public:
   Pause() noexcept {
@@ -114,6 +114,7 @@ class Pause {
 
  private:
   std::optional<Problem> m_heard;
+  LockLimit m_none{std::nullopt};
 };
 
 /// Runs the body of a call. The body returns a status or throws; it may take the Call&.

@@ -206,3 +206,33 @@ TEST(CLimits, ARemovalTellsWhichLineStays) {
   EXPECT_EQ(content(all.text), "VU_NOTHING_MATCHED");
   EXPECT_EQ(content(all.category), "a.txt=1\nx.txt=2\n");
 }
+
+TEST(CLimits, EachCallInACallbackHasItsOwnLimit) {
+  const Hurried hurried;
+  const vu_document listed = document("limit-outer", "a.txt", 1, VU_AREA_USER);
+  static const vu_document held = document("limit-inner", "a.txt", 1, VU_AREA_USER);
+  ASSERT_EQ(put(listed, "x"), VU_DONE);
+  ASSERT_EQ(put(held, "x"), VU_DONE);
+  struct Results {
+    vu_store* hurried;
+    std::string patient_read;
+    std::string hurried_read;
+  } results = {hurried.store(), "", ""};
+  const auto read_held = [](void* context, const vu_entry*) -> std::int32_t {
+    auto& to = *static_cast<Results*>(context);
+    std::size_t size = 0;
+    vu_stream* writer = nullptr;
+    EXPECT_EQ(vu_open(store(), &held, VU_WRITE_OVER, &writer), VU_DONE);
+    to.hurried_read = name_of(vu_read(to.hurried, &held, nullptr, 0, &size));
+    std::thread closing([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(150));
+      EXPECT_EQ(vu_stream_close(writer), VU_DONE);
+    });
+    to.patient_read = name_of(vu_read(store(), &held, nullptr, 0, &size));
+    closing.join();
+    return 0;
+  };
+  EXPECT_EQ(name_of(vu_each_version(hurried.store(), &listed, 0, read_held, &results)), "VU_DONE");
+  EXPECT_EQ(results.hurried_read, "VU_LOCK_TIMEOUT");
+  EXPECT_EQ(results.patient_read, "VU_DONE");
+}
