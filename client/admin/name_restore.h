@@ -48,7 +48,7 @@ void compare_names(std::string_view before, std::string_view after,
 //
 // An entry is restored if its file exists and no other entry has the file. An adopted entry of the
 // same file is removed. If the adoption changed the file's extension to lower case, the file gets
-// its old name again. Entries that the index has now never change.
+// its old name again. All other entries stay as they are.
 
 /// What happens to a saved entry. Unchanged entries are only counted.
 enum class NameFate : std::uint8_t {

@@ -123,8 +123,7 @@ struct SnapshotOptions {
   std::function<void(const DocumentFolder&)> on_folder;
 };
 
-/// The indexes of a tree. Each was read once, under a shared lock; together they are not one
-/// moment.
+/// The indexes of a tree. Each was read once, under a shared lock, at a different moment.
 struct TakenIndexes {
   names_format::SavedIndexes indexes;
   std::uint64_t unread = 0;  ///< could not be read: their previous state was kept

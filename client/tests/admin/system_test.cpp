@@ -200,12 +200,12 @@ TEST(AdminSystem, FindsWhoHoldsALock) {
 
 #if defined(__linux__)
 /// The exit code if the system does not allow new namespaces, for example in a container.
-constexpr int kNoWorld = 100;
+constexpr int kNoNamespaces = 100;
 
 /// Runs @p act as an ordinary user, in a process that sees only itself and its children.
 /// @return its exit code.
 template <class Act>
-int in_a_world_of_its_own(Act act) {
+int in_new_namespaces(Act act) {
   const auto code_of = [](::pid_t child) {
     int status = 0;
     ::waitpid(child, &status, 0);
@@ -213,7 +213,7 @@ int in_a_world_of_its_own(Act act) {
   };
   const ::pid_t outer = ::fork();
   if (outer != 0) return code_of(outer);
-  if (::unshare(CLONE_NEWPID | CLONE_NEWNS) != 0) ::_exit(kNoWorld);
+  if (::unshare(CLONE_NEWPID | CLONE_NEWNS) != 0) ::_exit(kNoNamespaces);
   const ::pid_t inner = ::fork();
   if (inner != 0) ::_exit(code_of(inner));
   constexpr ::uid_t kNobody = 65534;
@@ -221,12 +221,12 @@ int in_a_world_of_its_own(Act act) {
                         ::mount("proc", "/proc", "proc", 0, nullptr) == 0 &&
                         ::setgid(kNobody) == 0 && ::setuid(kNobody) == 0 &&
                         ::prctl(PR_SET_DUMPABLE, 1) == 0;
-  ::_exit(is_ready ? act() : kNoWorld);
+  ::_exit(is_ready ? act() : kNoNamespaces);
 }
 
 TEST(AdminSystem, KnowsAllLocksDespiteAProcessThatHasEnded) {
-  if (::geteuid() != 0) GTEST_SKIP() << "it takes the superuser to make a world of processes";
-  const int known = in_a_world_of_its_own([] {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root: it creates process namespaces";
+  const int known = in_new_namespaces([] {
     const ::pid_t ended = ::fork();
     if (ended == 0) ::_exit(0);
     ::siginfo_t info{};
@@ -234,7 +234,7 @@ TEST(AdminSystem, KnowsAllLocksDespiteAProcessThatHasEnded) {
     std::vector<admin::sys::HeldLock> locks;
     return static_cast<int>(admin::sys::find_locks("/nowhere", locks));
   });
-  if (known == kNoWorld) GTEST_SKIP() << "no world of processes can be made here";
+  if (known == kNoNamespaces) GTEST_SKIP() << "the system does not allow new process namespaces";
   EXPECT_EQ(known, static_cast<int>(admin::sys::Knowledge::kComplete));
 }
 #endif
