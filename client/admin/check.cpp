@@ -61,7 +61,7 @@ constexpr std::array<FindingKind, kCodes> kKinds = {{
      "readers look for this name only at timestamp 0, so they never find this version",
      "move it to timestamp 0 with 'stgctl mv'"},
     {Code::kPartsWithoutDocument, "parts-without-document", kWarning,
-     "a folder of sub-parts whose document is missing",
+     "a sub-part folder whose document is missing",
      "move it away with 'stgctl repair', or let a sweep remove it"},
     {Code::kPreloadNewer, "preload-newer", kInfo,
      "the preload copy is newer than the sub-part. The next read replaces the sub-part",
