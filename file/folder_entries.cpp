@@ -1,6 +1,5 @@
 #include "file/folder_entries.h"
 
-#include "file/file_internal.h"
 #include "file/path_text.h"
 
 using path_text::Encoding;
@@ -13,17 +12,6 @@ os::Listing folder_entries(const std::string& folder) {
   if (folder.empty()) return entries;
   // As in filenames(), a failed listing is an empty one.
   static_cast<void>(os::list(with_separator(folder, Encoding::kNarrow), entries));
-  return entries;
-}
-
-os::Listing utf8_entries(const vu_utf8string& folder) {
-  os::Listing entries;
-  const vu_utf8string long_path = vu_file_internal::long_form(folder);
-  os::FileStat found;
-  const bool is_there = vu_file_internal::getFileStat(long_path, found, true);
-  if (!is_there || !found.is_directory) return entries;
-  const ucs2string text(vu_utf8string(with_separator(long_path.str(), Encoding::kUtf8)));
-  static_cast<void>(os::list(text, entries));
   return entries;
 }
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "file/file_internal.h"
+#include "file/folder_entries.h"
 #include "file/open_folder.h"
 #include "file/path_text.h"
 #include "file/trace_source.h"
@@ -153,6 +154,18 @@ std::vector<vu_utf8string> vu_fileutf8::_filenames(const vu_utf8string& longPath
   names.reserve(entries.size());
   for (const os::Entry entry : entries) names.emplace_back(std::string(entry.name));
   return names;
+}
+
+// Not in folder_entries.cpp: the client links that file without the rest of this folder.
+os::Listing utf8_entries(const vu_utf8string& folder) {
+  os::Listing entries;
+  const vu_utf8string long_path = long_form(folder);
+  os::FileStat found;
+  const bool is_there = getFileStat(long_path, found, true);
+  if (!is_there || !found.is_directory) return entries;
+  const ucs2string text(vu_utf8string(with_separator(long_path.str(), Encoding::kUtf8)));
+  static_cast<void>(os::list(text, entries));
+  return entries;
 }
 
 std::uint64_t vu_fileutf8::getFolderSizeInKb(const vu_utf8string& path) {
