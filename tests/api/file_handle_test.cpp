@@ -372,7 +372,6 @@ TYPED_TEST(VuFileCopy, OfAClosedHandleIsAHandleOfItsOwn) {
   EXPECT_FALSE(first.is_open());
 }
 
-// ------------------------------------------------------------------------------------------------
 // The lock on the whole file that an open handle holds: between handles of one process and between
 // processes.
 

@@ -328,7 +328,6 @@ TYPED_TEST(VuFileClear, OfAClosedHandleIsTracedAsAnErrorWithTwoBlanks) {
   EXPECT_EQ(errors[1].rfind("Error message :", 0), 0U);
 }
 
-// ------------------------------------------------------------------------------------------------
 // Reading the non-empty lines of a file.
 
 namespace {

@@ -233,7 +233,6 @@ TEST(HostOfTheStorage, LeavesTheFrameworksTemporaryFolderToTheEnvironmentAndTheS
   EXPECT_TRUE(by_default.hears(system_temporary_folder()));
 }
 
-// ------------------------------------------------------------------------------------------------
 // The sinks that vu_host.h brings along.
 
 namespace {

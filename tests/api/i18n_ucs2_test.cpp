@@ -253,7 +253,6 @@ TEST(Ucs2String, ConvertsTheEmptyStringAndNuls) {
   EXPECT_EQ(ucs2string(vu_utf8string(std::string("a\0b", 3))).str(), u16string(u"a\0b", 3));
 }
 
-// ------------------------------------------------------------------------------------------------
 // Sequence: an ordered list read by index.
 
 namespace {

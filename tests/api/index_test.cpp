@@ -340,7 +340,6 @@ TEST_F(IndexClient, RecognisesAndDecodesEscapedNames) {
   EXPECT_EQ(name, "My Report 1.kdb");
 }
 
-// ------------------------------------------------------------------------------------------------
 // Cleaning as a client sees it, by the real clock.
 
 using AgeMap = STGIndex::AgeMap;
@@ -433,7 +432,6 @@ TEST_F(IndexCleaningClient, RemovesAndMeasuresSubPartFolders) {
   EXPECT_EQ(names(), (Names{"00001.kdc_x", "00001.kdcx"}));
 }
 
-// ------------------------------------------------------------------------------------------------
 // The conversion of a user's mail folder as a client sees it. Each test has a user of its own.
 
 using Names = std::vector<std::string>;

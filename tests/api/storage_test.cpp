@@ -216,7 +216,6 @@ TEST(DocumentExtension, IsOneOfSeven) {
   EXPECT_FALSE(vu_storage::isVuDocExt(".kda"));
 }
 
-// ------------------------------------------------------------------------------------------------
 // Key files as a client uses them, through the exported interface alone.
 
 using Texts = std::vector<std::string>;
@@ -302,7 +301,6 @@ TEST_F(KeyFileClient, LearnsThatItCannotWrite) {
   EXPECT_TRUE(list_folder(scratch.path()).empty());
 }
 
-// ------------------------------------------------------------------------------------------------
 // Parts of documents as a client uses them, through the exported interface alone.
 
 using Texts = std::vector<std::string>;
@@ -446,7 +444,6 @@ TEST_F(SubPartClient, CannotStoreAPartOfAnUnknownVersion) {
             Texts{"OpenWriteSubPart : entry not found ! entry=sales.kdc TS=8"});
 }
 
-// ------------------------------------------------------------------------------------------------
 // Users as a whole, and the removal of single documents, through the exported interface alone.
 
 class UserClient : public testing::Test {

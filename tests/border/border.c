@@ -1,4 +1,4 @@
-/* A program of C99 across the border: border ROOT */
+/* A C99 program that uses the C interface: border ROOT */
 #include <stdio.h>
 #include <string.h>
 

@@ -1,4 +1,4 @@
-// A program of C++17 with a runtime of its own across the border: border ROOT
+// A C++17 program with a separate C++ runtime that uses the C interface: border ROOT
 #include <cstdio>
 #include <stdexcept>
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace {
 
-/// Throws what this program's own runtime has to catch.
+/// Whether an exception from a callback passes through the library and keeps its type.
 bool has_exceptions_of_its_own(vu::store& store) {
   try {
     store.each_document(vu::area::docs, "anna",

@@ -1,7 +1,7 @@
-// A program outside of this project: what it needs of the library, it gets from the installed
-// headers and the installed library. Prints "consumer: passed".
+// A program outside of this project. It uses only the installed headers and the installed library.
+// Prints "consumer: passed".
 //
-//   consumer FOLDER
+//  consumer FOLDER
 #include <stg_index.h>
 #include <vu_fileutf8.h>
 #include <vu_host.h>
@@ -13,7 +13,7 @@
 
 namespace {
 
-// A class of the program's own behind an interface of the library's.
+// A class of this program that implements an interface of the library.
 class Counter final : public vu_host::trace_sink {
  public:
   bool wants(vu_host::trace_level) const noexcept override { return false; }
@@ -68,7 +68,7 @@ int main(int argc, char** argv) {
   storage.Close(file);
   expect(text == "text", "what was stored is read");
 
-  // Exceptions keep their types on the way out of the library.
+  // Exceptions that leave the library keep their types.
   bool caught = false;
   try {
     vu_file(root, "missing.txt").open(vu_file::o_read);

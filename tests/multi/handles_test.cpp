@@ -1,4 +1,4 @@
-// The lock on the whole file, from open to close, between processes.
+// The whole-file lock between processes, from open to close.
 
 #include <gtest/gtest.h>
 
@@ -32,7 +32,7 @@ class FileLocks : public testing::Test {
 using EnforcedFileLocks = FileLocks;
 
 #if !defined(_WIN32)
-/// args: a folder. Says which files in it are open from the start of the process.
+/// args: a folder. Says which files in it are open when the process starts.
 int say_open_files(const std::vector<std::string>& args) {
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
     std::error_code error;
@@ -46,8 +46,6 @@ REGISTER_ROLE(say_open_files, say_open_files)
 #endif
 
 }  // namespace
-
-// ---- who waits for whom -------------------------------------------------------------------------
 
 TEST_F(FileLocks, LetAReaderWaitForTheWriter) {
   vu_file writer(path);
@@ -157,8 +155,6 @@ TEST_F(FileLocks, KeepTheTextFromATruncationThatWasRefused) {
   EXPECT_EQ(reader.read(), "first text");
 }
 
-// ---- a handle without its lock ------------------------------------------------------------------
-
 TEST_F(EnforcedFileLocks, KeepAHandleThatWasRefusedFromReading) {
   if (!locks_are_enforced()) GTEST_SKIP() << kNotEnforced;
   remote_file writer(path);
@@ -200,8 +196,6 @@ TEST_F(EnforcedFileLocks, LetAHandleThatWasRefusedReadWhatOthersOnlyRead) {
   EXPECT_EQ(refused_one.read(content, 0), 10);
   EXPECT_EQ(content, "first text");
 }
-
-// ---- how long a lock lives ----------------------------------------------------------------------
 
 TEST_F(FileLocks, EndWithAHolderThatIsKilled) {
   remote_file holder(path);
@@ -253,7 +247,7 @@ TEST_F(FileLocks, EndWithAStoppedHolderThatIsKilled) {
 #endif
 
 #if !defined(_WIN32)
-// Windows hands a handle on only when it is asked to when the file is opened.
+// On Windows a child process inherits a handle only if the open requests it.
 
 TEST_F(FileLocks, AreNotHandedToAProcessThatIsStartedMeanwhile) {
   vu_file writer(path);
@@ -264,14 +258,12 @@ TEST_F(FileLocks, AreNotHandedToAProcessThatIsStartedMeanwhile) {
 }
 #endif
 
-// ---- within one process -------------------------------------------------------------------------
-
 TEST_F(FileLocks, ConflictBetweenTwoHandlesOfOneThread) {
   vu_file reader(path);
   reader.open(vu_file::o_read);
   vu_file writer(path);
   bool refused = false;
-  // open() in place of this would wait for ever.
+  // open() would wait for ever here.
   ASSERT_TRUE(writer.try_open(vu_file::o_truncate, refused, true));
   EXPECT_TRUE(refused);
   EXPECT_EQ(read_file(path), "first text");
@@ -290,8 +282,7 @@ TEST_F(FileLocks, StayWhenAnotherHandleOfTheProcessIsClosed) {
   EXPECT_EQ(other.try_open("read"), "open, refused");
 }
 
-// ------------------------------------------------------------------------------------------------
-// Copies of an open handle: they are shallow, and whichever goes first closes the file for all.
+// Copies of an open handle are shallow: the first one to be destroyed closes the file for all.
 
 namespace {
 
@@ -303,8 +294,8 @@ class HandleCopies : public testing::Test {
   void SetUp() override {
     write_file(first, "first text");
     write_file(second, "second text");
-    // The first exception of a process makes its runtime open files, which would get the values of
-    // handles that are closed here.
+    // On the first exception of a process its runtime opens files. They could get the numbers of
+    // handles that are closed below, so the first exception is thrown here.
     try {
       throw vu_file_except("the first one", 0);
     } catch (const vu_file_except&) {
@@ -359,7 +350,7 @@ TEST_F(HandleCopies, DoNotCloseTheFileThatWasOpenedAfterTheirs) {
     original.open(vu_file::o_write);
     const vu_file stale(original);
     original.close();
-    next.open(vu_file::o_append);  // gets the descriptor that was closed a moment ago
+    next.open(vu_file::o_append);  // reuses the descriptor that was just closed
   }
   remote_file other(second);
   EXPECT_EQ(other.try_open("read"), "open, refused") << "its lock is still there";
@@ -403,7 +394,7 @@ TEST_F(HandleCopies, StayHarmlessOverManyOpens) {
 #if defined(_WIN32)
   GTEST_SKIP() << kRawHandle;
 #else
-  // More than the handles that rest before their number is used again.
+  // More handles than stay unused before their number is reused.
   constexpr int kRounds = 3000;
   std::vector<vu_fileutf8> stale;
   stale.reserve(kRounds);

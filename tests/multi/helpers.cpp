@@ -109,8 +109,9 @@ int use_index(const std::vector<std::string>& args) {
 }
 REGISTER_ROLE(use_index, use_index)
 
-/// args: a folder; the first part of the names; how many; "on" or "off". Says the logical and the
-/// physical name of each entry once its operation is over, and lives until it is told to end.
+/// args: a folder; the first part of the names; how many; "on" or "off" for the synchronisation.
+/// Says the logical and the physical name of each entry after its operation. Ends when the parent
+/// sends a second line.
 int create_many(const std::vector<std::string>& args) {
   STGIndex::setSynchronizeMode(args.at(3) == "on");
   const int count = std::stoi(args.at(2));

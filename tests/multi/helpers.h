@@ -12,18 +12,18 @@
 #include "tests/support/process.h"
 #include "tests/support/scratch.h"
 
-/// A vu_file in a helper process, which does what it is told line by line.
+/// A vu_file in a helper process, controlled by one line per command.
 class remote_file : public child_process {
  public:
   explicit remote_file(const std::string& path) : child_process("hold_file", {path}) {}
 
-  /// Begins to open the file, which may have to wait. @param mode "read", "write", "append" or
-  /// "truncate". It says "locked" or "unlocked" when the file is open.
+  /// Starts to open the file; the helper may have to wait. @param mode "read", "write", "append" or
+  /// "truncate". The helper says "locked" or "unlocked" when the file is open.
   void begin_open(const std::string& mode) {
     tell("open " + mode);
     hears("opening");
   }
-  /// Opens the file, which must not have to wait for long.
+  /// Opens the file. Only for an open that does not have to wait.
   void open(const std::string& mode) {
     begin_open(mode);
     hears("locked");
@@ -43,11 +43,10 @@ class remote_file : public child_process {
   }
 };
 
-// ------------------------------------------------------------------------------------------------
-// A storage folder under several processes, looked at without the library.
+// The functions below read a storage folder without the library.
 
-/// The lines of a folder's "index.dat": key and stored name, in the order of the file. An index
-/// without an entry is one blank.
+/// The lines of "index.dat": key and physical name, in the order of the file. An index without
+/// entries is one blank.
 inline std::vector<std::pair<std::string, std::string>> index_lines(const std::string& folder) {
   const std::string text = read_file(folder + "\\index.dat");
   std::vector<std::pair<std::string, std::string>> lines;
@@ -66,13 +65,12 @@ inline std::vector<std::pair<std::string, std::string>> index_lines(const std::s
   return lines;
 }
 
-/// The key of an entry.
 inline std::string key_of(const std::string& logical, int timestamp) {
   const std::string digits = std::to_string(timestamp);
   return logical + "_" + std::string(10 - digits.size(), '0') + digits;
 }
 
-/// The stored name of an entry, empty when "index.dat" has no line or more than one for it.
+/// The physical name of an entry; empty if "index.dat" has no line or several lines for it.
 inline std::string stored_name(const std::string& folder, const std::string& logical,
                                int timestamp) {
   std::string found;
@@ -84,7 +82,7 @@ inline std::string stored_name(const std::string& folder, const std::string& log
   return found;
 }
 
-/// The files in a folder that are neither the index nor its counter.
+/// The files in a folder except the index and the counter.
 inline std::vector<std::string> data_files(const std::string& folder) {
   std::vector<std::string> names;
   for (const std::string& each : list_folder(folder)) {
@@ -93,7 +91,7 @@ inline std::vector<std::string> data_files(const std::string& folder) {
   return names;
 }
 
-/// Waits until something is so. @return whether it came to be so.
+/// Waits until a condition is true. @return false after kPatience.
 template <class Condition>
 bool wait_until(Condition condition) {
   const auto end = std::chrono::steady_clock::now() + child_process::kPatience;
@@ -104,12 +102,12 @@ bool wait_until(Condition condition) {
   return true;
 }
 
-/// Waits until a folder holds so many data files at least.
+/// Waits until a folder contains at least @p count data files.
 inline bool wait_for_data_files(const std::string& folder, std::size_t count) {
   return wait_until([&] { return data_files(folder).size() >= count; });
 }
 
-/// Index operations in a helper process, told line by line.
+/// Index operations in a helper process, controlled by one line per command.
 class remote_index : public child_process {
  public:
   enum class synchronisation { off, on };
@@ -117,18 +115,18 @@ class remote_index : public child_process {
   explicit remote_index(const std::string& folder, synchronisation mode = synchronisation::off)
       : child_process("use_index", {folder, mode == synchronisation::on ? "on" : "off"}) {}
 
-  /// Begins an operation, which may have to wait, such as "create NAME TIMESTAMP", "remove NAME
-  /// TIMESTAMP" or "update". It says "done" and, after a blank, what the operation gives.
+  /// Starts an operation, such as "create NAME TIMESTAMP", "remove NAME TIMESTAMP" or "update"; the
+  /// helper may have to wait. It says "done" and, after a blank, the result.
   void begin(const std::string& operation) {
     tell(operation);
     hears("begun");
   }
-  /// What an operation gives.
+  /// Runs an operation. @return its result.
   std::string result_of(const std::string& operation) {
     begin(operation);
     return result();
   }
-  /// What the operation gives that was begun before.
+  /// The result of the operation that begin() started.
   std::string result() {
     const std::string line = next_line().value_or("no answer");
     if (line.rfind("done ", 0) == 0) return line.substr(5);

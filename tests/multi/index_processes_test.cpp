@@ -1,8 +1,8 @@
-// Several processes on one storage folder: what the index keeps, and what it is known not to cover.
+// Several processes on one storage folder: what the index guarantees, and its known limits.
 //
-// Whoever holds "index.dat" open for reading lets every operation load the index and none write
-// it. That is how these cases bring two operations to the point where both have loaded and neither
-// has written.
+// While a handle has "index.dat" open for reading, operations can load the index but not write it.
+// With such a handle these cases stop two operations after both have loaded and before either has
+// written.
 
 #include <gtest/gtest.h>
 
@@ -66,13 +66,13 @@ bool take_line(child_process& child, std::map<std::string, std::string>& acknowl
   return true;
 }
 
-/// Takes all of them, logical name -> physical name, until the process is done or dead.
+/// Takes all entries, logical name -> physical name, until the process has finished or died.
 void collect(child_process& child, std::map<std::string, std::string>& acknowledged) {
   while (take_line(child, acknowledged)) {
   }
 }
 
-/// Every acknowledged entry is in the index once, with the file that was named.
+/// Checks that every acknowledged entry is in the index once, with its file.
 void expect_all_found(const std::string& folder,
                       const std::map<std::string, std::string>& acknowledged) {
   std::map<std::string, Names> stored_of;
@@ -125,8 +125,6 @@ constexpr int kKills = 20;
 
 }  // namespace
 
-// ---- the merge ----------------------------------------------------------------------------------
-
 TEST_F(IndexUnderProcesses, KeepsTheEntriesOfTwoThatLoadedTheSameIndex) {
   remote_index a(folder.path());
   remote_index b(folder.path());
@@ -161,7 +159,7 @@ TEST_F(IndexUnderProcesses, LeavesOneLineWhenTwoCreateTheSameEntry) {
   EXPECT_TRUE(lines[0].second + ".kdb" == of_a || lines[0].second + ".kdb" == of_b)
       << lines[0].second;
   EXPECT_EQ(data_files(folder.path()).size(), 2U) << "the other file stays, in no line";
-  // From now on everybody gets the same answer.
+  // Now both processes return the same name.
   EXPECT_EQ(a.result_of("create same.kdb 7"), lines[0].second + ".kdb");
   EXPECT_EQ(b.result_of("exists same.kdb 7"), lines[0].second + ".kdb");
 }
@@ -206,8 +204,6 @@ TEST_F(IndexUnderProcesses, CreatesOneIndexWhenSeveralProcessesFindNone) {
   expect_no_name_twice(acknowledged);
 }
 
-// ---- what is known not to be covered ------------------------------------------------------------
-
 TEST_F(IndexUnderProcesses, HasTwoEntriesForAFileThatAnotherAdoptedTooEarly) {
   remote_index maker(folder.path());
   remote_index adopter(folder.path(), synchronisation::on);
@@ -236,7 +232,7 @@ TEST_F(IndexUnderProcesses, MakeAFileAgainThatASweepTookBeforeItsLineWasWritten)
     ASSERT_TRUE(wait_for_data_files(folder.path(), 1));
     const std::string file = data_files(folder.path()).front();
     EXPECT_EQ(sweeper.result_of("clean any 1000000"), "0") << "no entry was removed";
-    // Windows may keep the name until its maker, too, has closed the file.
+    // Windows may keep the name until the process that created the file also closes it.
     EXPECT_TRUE(wait_until([&] { return data_files(folder.path()).empty(); }))
         << "but the file that no line accounts for goes";
     barrier.lift();
@@ -250,8 +246,8 @@ TEST_F(IndexUnderProcesses, MakeAFileAgainThatASweepTookBeforeItsLineWasWritten)
 #if !defined(_WIN32)
 // Windows has no public call that stops a process.
 
-/// Stops a process that has an operation under way, at a moment when it has no lock on the index:
-/// it has loaded, and waits to write. Lifts the barrier.
+/// Suspends a process in the middle of an operation, after the load and before the save, while it
+/// has no lock on the index. Then removes the barrier.
 void stop_before_it_writes(remote_index& process, write_barrier& barrier,
                            const std::string& folder) {
   while (true) {
@@ -289,8 +285,6 @@ TEST_F(IndexUnderProcesses, KeepsAnEntryThatIsRemovedAndMadeAgainUnderAnOlderLoa
 }
 #endif
 
-// ---- processes that die -------------------------------------------------------------------------
-
 TEST_F(IndexUnderProcesses, LosesOnlyTheEntryOfAProcessThatDiesBeforeItWrites) {
   STGIndex::create(folder.path(), "safe.kdb", 7);
   auto victim = std::make_unique<remote_index>(folder.path());
@@ -310,7 +304,7 @@ TEST_F(IndexUnderProcesses, LosesOnlyTheEntryOfAProcessThatDiesBeforeItWrites) {
 }
 
 TEST_F(IndexUnderProcesses, KeepsEveryAcknowledgedEntryOfProcessesThatAreKilled) {
-  // An index of several pages, which a system may write out one by one.
+  // The index has several pages, which a system may write one by one.
   std::map<std::string, std::string> acknowledged;
   std::string text;
   for (int number = 1000; number < 1400; ++number) {
@@ -328,7 +322,7 @@ TEST_F(IndexUnderProcesses, KeepsEveryAcknowledgedEntryOfProcessesThatAreKilled)
     child_process victim("create_many", {folder.path(), prefix, "1000", "off"});
     ASSERT_TRUE(victim.hears("ready"));
     victim.tell("go");
-    // It dies at another point each time: after one to five entries and a little of the next one.
+    // Each round kills it at another point: after one to five entries, somewhere in the next one.
     for (int entries = 0; entries <= round % 5; ++entries) {
       ASSERT_TRUE(take_line(victim, acknowledged));
     }
@@ -342,8 +336,7 @@ TEST_F(IndexUnderProcesses, KeepsEveryAcknowledgedEntryOfProcessesThatAreKilled)
     STGIndex::lpValues(folder.path(), found);
     for (const auto& [logical, physical] : acknowledged)
       EXPECT_EQ(found[logical], physical) << logical;
-    // The last entry may have been written without having been acknowledged; another one cannot be
-    // there.
+    // One more entry may be written but not acknowledged: the last one.
     EXPECT_LE(found.size(), acknowledged.size() + not_acknowledged + 1);
     for (const auto& [logical, physical] : found) {
       if (acknowledged.contains(logical) || logical.starts_with(prefix)) continue;
@@ -357,8 +350,6 @@ TEST_F(IndexUnderProcesses, KeepsEveryAcknowledgedEntryOfProcessesThatAreKilled)
   expect_no_name_twice(acknowledged);
   expect_all_found(folder.path(), acknowledged);
 }
-
-// ---- threads ------------------------------------------------------------------------------------
 
 TEST_F(IndexUnderProcesses, KeepsTheEntriesOfTwoThreadsThatLoadedTheSameIndex) {
   write_barrier barrier(folder.path());
@@ -400,8 +391,7 @@ TEST_F(IndexUnderProcesses, FindsEverythingThatManyThreadsHaveCreated) {
   EXPECT_EQ(index_lines(folder.path()).size(), acknowledged.size());
 }
 
-// ------------------------------------------------------------------------------------------------
-// Documents between processes: a reader never meets a half-written one.
+// Documents between processes: a reader never sees a half-written document.
 
 namespace {
 
@@ -409,8 +399,8 @@ constexpr char kOwner[] = "jdoe";
 constexpr char kDocument[] = "sales.kdb";
 constexpr auto kArea = STG::UserRepository;
 
-/// args: a root. One document, told line by line: "write", "add TEXT", "read", "close", and
-/// "replace" by a second handle beside the first.
+/// args: a root. Works on one document, one command per line: "write", "add TEXT", "read", "close",
+/// and "replace" through a second handle.
 int use_document(const std::vector<std::string>& args) {
   vu_storage::initRootStorage(args.at(0), true, false);
   vu_storage storage;
@@ -467,7 +457,7 @@ TEST(DocumentsUnderProcesses, AreReadWholeOrNotYet) {
   ask(writer, "close", "closed");
   EXPECT_TRUE(reader.hears("open first-second"));
 
-  // And the other way round: it is not replaced under the eyes of its reader.
+  // The other direction: a document is not replaced while a reader has it open.
   ask(writer, "write", "opening");
   EXPECT_TRUE(writer.stays_silent());
   ask(reader, "close", "closed");

@@ -1,5 +1,5 @@
-// The initialisation happens once per process, whoever comes first; so each case has a helper
-// process of its own.
+// The initialisation happens once per process. Therefore each case runs in a separate helper
+// process.
 
 #include <gtest/gtest.h>
 
@@ -24,7 +24,7 @@ constexpr std::size_t kThreads = 8;
 
 const Arguments kAreas = {"docs", "list", "mail", "semlets", "user"};
 
-/// Runs something on several threads that are let go at the same moment.
+/// Runs a function on several threads that start at the same moment.
 template <class Function>
 void run_at_once(Function function) {
   std::atomic<std::size_t> waiting = 0;
@@ -57,7 +57,8 @@ int race_of_initialisers(const Arguments& args) {
       std::to_string(std::count_if(seen.begin(), seen.end(), [](const std::string& each) {
         return each != vu_storage::getStoragePath() + "\\docs";
       })));
-  // Whoever came while the first one was at it says nothing, whoever came later does.
+  // A caller that came during the first initialisation traces nothing; a later one traces a
+  // refusal.
   const std::size_t refusals = sink.messages().size();
   say(refusals < kThreads && sink.count(vu_host::trace_event::error) == refusals
           ? "refusals traced"
@@ -101,7 +102,7 @@ const std::map<std::string, const std::string& (*)()>& getters() {
   return known;
 }
 
-/// args: what comes first, a getter or "constructor"; another root.
+/// args: the first call, a getter or "constructor"; another root.
 int first_call(const Arguments& args) {
   if (args.at(0) == "constructor") {
     const vu_storage storage;

@@ -1,5 +1,5 @@
-// The instruments of the tests themselves: a helper process that did not end, or a folder that was
-// not fresh, would make other cases pass or fail for the wrong reason.
+// Tests of the test support. Example: a scratch folder that is not fresh could make another case
+// pass for the wrong reason.
 
 #include <gtest/gtest.h>
 

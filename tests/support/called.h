@@ -10,12 +10,12 @@
 #include "vu/storage.h"
 
 /// @file
-/// Writes down which functions of the C interface have succeeded in this program. What comes behind
-/// this header calls them through macros that the build has made of vu/storage.h: a function that
-/// is added there is in the list at once.
+/// Records which functions of the C interface have succeeded in this program. Code after this
+/// header calls them through macros that the build generates from vu/storage.h. A function that is
+/// added there is recorded automatically.
 ///
-/// Where VU_TEST_EVERY_FUNCTION is set, the program fails at its end when one never has: it is for
-/// the run of all cases in one process.
+/// If VU_TEST_EVERY_FUNCTION is set, the program fails at its end when a function never succeeded.
+/// Set it only if one process runs all cases.
 namespace called {
 
 inline std::set<std::string>& functions() {

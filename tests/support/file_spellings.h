@@ -12,7 +12,7 @@
 #include "vu_path.h"
 
 /// @file
-/// The two spellings of the file layer, for tests whose body holds for both:
+/// The two spellings of the file layer, for tests that run with both:
 ///
 ///     template <class Spelling>
 ///     class VuFileOpen : public testing::Test {};
@@ -58,7 +58,6 @@ struct spelling_names {
   }
 };
 
-/// The bytes of a list of texts.
 template <class Spelling>
 std::vector<std::string> to_bytes(const std::vector<typename Spelling::text>& texts) {
   std::vector<std::string> bytes;
@@ -66,7 +65,8 @@ std::vector<std::string> to_bytes(const std::vector<typename Spelling::text>& te
   return bytes;
 }
 
-/// What vu_file_except said, or "(nothing thrown)". Anything else that is thrown passes.
+/// The text of the vu_file_except that @p action throws, or "(nothing thrown)". Other exceptions
+/// propagate.
 template <class Action>
 std::string thrown_text(Action action) {
   try {
@@ -77,13 +77,12 @@ std::string thrown_text(Action action) {
   return "(nothing thrown)";
 }
 
-/// A path that is short enough in the form that the UTF-8 operations trace: backslashes only.
+/// A path as the UTF-8 operations trace it if it is short enough: with backslashes only.
 inline std::string with_backslashes(std::string path) {
   std::replace(path.begin(), path.end(), '/', '\\');
   return path;
 }
 
-/// All four modes, named when a test fails.
 inline constexpr vu_file_base::type_access kAllModes[] = {
     vu_file_base::o_read, vu_file_base::o_write, vu_file_base::o_append, vu_file_base::o_truncate};
 inline constexpr vu_file_base::type_access kWritingModes[] = {
@@ -103,7 +102,7 @@ class file_handle_test : public testing::Test {
   scratch_folder m_dir;
 };
 
-/// A suite of such tests for both spellings.
+/// Declares a suite of file_handle_test for both spellings.
 #define FILE_HANDLE_TESTS(suite)                      \
   template <class Spelling>                           \
   class suite : public file_handle_test<Spelling> {}; \

@@ -10,7 +10,7 @@
 #include "vu_i18n.h"
 
 /// @file
-/// Small stand-ins for the services that a host supplies.
+/// Fakes of the services that a host supplies.
 
 /// A configuration whose binary folder a test sets.
 class fake_configuration final : public vu_host::configuration {
@@ -21,7 +21,7 @@ class fake_configuration final : public vu_host::configuration {
   void set_binary_folder(const std::string& folder) {
     m_folder = ucs2string(vu_utf8string(folder));
   }
-  /// How often the library asked.
+  /// How often the library asked for the folder.
   int questions() const { return m_questions; }
 
   ucs2string binary_folder() override {
@@ -34,8 +34,8 @@ class fake_configuration final : public vu_host::configuration {
   std::atomic<int> m_questions = 0;
 };
 
-/// A temporary-files helper whose folders a test sets. It writes down what is called, in its order:
-/// "initialise MY_PROCESS MY_COMP", "server_folder", "framework_root_folder".
+/// A temporary-files helper whose folders a test sets. It records the calls in order: "initialise
+/// MY_PROCESS MY_COMP", "server_folder", "framework_root_folder".
 class fake_temporary_files final : public vu_host::temporary_files {
  public:
   /// @param server, framework in UTF-8.
@@ -90,21 +90,21 @@ class fake_components final : public vu_host::component_factory {
 
   fake_components() : m_history(*this) {}
 
-  /// Whether the component's settings have recording on; on until set otherwise.
+  /// Whether the component's settings turn recording on (the default).
   void set_enabled(bool enabled) { m_enabled = enabled; }
-  /// Whether create() finds the component; it does until set otherwise.
+  /// Whether create() finds the component (the default).
   void set_available(bool available) { m_available = available; }
 
   std::vector<record_t> records() const {
     const std::scoped_lock guard(m_mutex);
     return m_records;
   }
-  /// What create() was asked for: class and interface, with a blank between.
+  /// The arguments of create(): class and interface, separated by a blank.
   std::vector<std::string> requests() const {
     const std::scoped_lock guard(m_mutex);
     return m_requests;
   }
-  /// The numbers with which the library asked whether recording is on.
+  /// The arguments of the library's checks whether recording is on.
   std::vector<std::tuple<int, int, int>> questions() const {
     const std::scoped_lock guard(m_mutex);
     return m_questions;

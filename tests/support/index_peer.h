@@ -9,21 +9,19 @@
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
 
-/// Lets unit tests hold an index in memory, and reach its private operations and state. Every
-/// forwarder bears the name of what it calls.
+/// Lets unit tests keep an index in memory, and reach its private operations and state. Each
+/// forwarder has the name of the function that it calls.
 struct stg_index_test_peer {
   using NameMap = STGIndex::NameMap;
 
-  // ---- instances -----------------------------------------------------------------------------
-
-  /// The index of a folder. What its destructor raises leaves the block that holds it:
+  /// The index of a folder. An exception of its destructor leaves the enclosing block:
   ///
   ///   {
   ///     STGIndex index = stg_index_test_peer::load(folder);
   ///     stg_index_test_peer::_create(index, "a.kdb", 1);
   ///   }  // written here
   static STGIndex load(const std::string& folder) { return STGIndex(folder); }
-  /// Of no folder and without entries.
+  /// An index without a folder and without entries.
   static STGIndex empty() { return STGIndex(); }
 
   static const std::string& folder(const STGIndex& index) { return index.m_folder; }
@@ -32,7 +30,7 @@ struct stg_index_test_peer {
   static bool need_update(const STGIndex& index) { return index.m_needUpdate; }
   static void set_need_update(STGIndex& index) { index.m_needUpdate = true; }
   static void clear_need_update(STGIndex& index) { index.m_needUpdate = false; }
-  /// Puts an entry into both maps, without a file and without a word about it.
+  /// Inserts an entry into both maps, without a file and without a trace.
   static void insert(STGIndex& index, const std::string& key, const std::string& physical) {
     index.m_state->insert(key, physical);
   }
@@ -40,8 +38,6 @@ struct stg_index_test_peer {
     index.m_state->set_maps(lp, pl);
   }
   static bool synchronizes() { return STGIndex::m_autoSynchronizeToFolder; }
-
-  // ---- private operations --------------------------------------------------------------------
 
   static bool _contains(const STGIndex& index, const std::string& logical, long ts) {
     return index._contains(logical, ts);
@@ -94,7 +90,7 @@ struct stg_index_test_peer {
   }
 };
 
-/// Sets the synchronisation switch for the span of a test.
+/// Sets the synchronisation switch for a scope.
 class synchronisation {
  public:
   explicit synchronisation(bool on) : m_before(stg_index_test_peer::synchronizes()) {
@@ -108,8 +104,7 @@ class synchronisation {
   bool m_before;
 };
 
-/// The text of an index told plainly, step by step and without a thought about its cost: what the
-/// library makes of a text is compared with this.
+/// A reference model of an index text: simple and slow. Tests compare the library's result with it.
 namespace plain_index {
 
 struct line {
@@ -118,8 +113,8 @@ struct line {
   bool operator==(const line&) const = default;
 };
 
-/// The lines of a text: where a line starts, the first line feed from there on and the first slash
-/// from there on are all that is looked at.
+/// The lines of a text. Only the first line feed and the first slash at or after the start of a
+/// line matter.
 inline std::vector<line> lines(const std::string& text) {
   std::vector<line> result;
   std::size_t start = 0;
@@ -132,13 +127,14 @@ inline std::vector<line> lines(const std::string& text) {
       result.push_back({key, text.substr(slash + 1)});
       return result;
     }
-    // A line feed before the slash makes this a count beyond every text: the rest of it is taken.
+    // If the line feed comes before the slash, this length wraps to a huge number. substr() then
+    // takes the rest of the text.
     result.push_back({key, text.substr(slash + 1, end - (slash + 1))});
     start = end + 1;
   }
 }
 
-/// Whether a line's file is there, asked for with one or two probes.
+/// Whether the file of a line exists; takes one or two probes.
 inline bool is_valid(const std::string& folder, const std::string& key, const std::string& stored) {
   if (key.size() < 11) return false;
   if (vu_file::exists(folder + "\\" + stored)) return true;
@@ -157,7 +153,7 @@ inline void load(const std::string& folder, const std::string& text, STGIndex::N
   }
 }
 
-/// The text for a map.
+/// The index text of a map.
 inline std::string text_of(const std::string& folder, const STGIndex::NameMap& lp) {
   std::string text;
   for (const auto& [key, stored] : lp) {
@@ -166,7 +162,7 @@ inline std::string text_of(const std::string& folder, const STGIndex::NameMap& l
   return text.empty() ? " " : text;
 }
 
-/// A text with its line feeds made visible, for messages.
+/// The text with visible line feeds, for messages.
 inline std::string shown(const std::string& text) {
   std::string result;
   for (const char c : text) result += c == '\n' ? std::string("\\n") : std::string(1, c);
@@ -175,7 +171,7 @@ inline std::string shown(const std::string& text) {
 
 }  // namespace plain_index
 
-/// A folder for an index, and what is in it.
+/// A folder for an index.
 class index_folder {
  public:
   const std::string& path() const { return m_scratch.path(); }
@@ -185,7 +181,7 @@ class index_folder {
   std::string index() const { return read(kIndex); }
   bool has_index() const { return has(kIndex); }
 
-  /// Makes or replaces a file.
+  /// Creates or replaces a file.
   void write(const std::string& name, const std::string& bytes = "") const {
     write_file(path(name), bytes);
   }
@@ -194,7 +190,7 @@ class index_folder {
   void erase(const std::string& name) const { std::filesystem::remove(native(path(name))); }
   std::vector<std::string> names() const { return list_folder(path()); }
 
-  /// Everything there is to see of the folder: names, bytes of files, times of modification.
+  /// The visible state of the folder: names, bytes of files, times of modification.
   std::map<std::string, std::string> state() const {
     std::map<std::string, std::string> result;
     for (const std::string& name : names()) {
@@ -210,7 +206,7 @@ class index_folder {
   scratch_folder m_scratch;
 };
 
-/// What the index itself traced, in order: "M: text", "Warning: text" and so on; no scopes.
+/// What the index traced, in order, without scopes: "M: text", "Warning: text" and so on.
 inline std::vector<std::string> index_traces(const recording_sink& sink) {
   static constexpr const char* kLevels[] = {"XS: ", "S: ", "M: ", "L: ", "XL: "};
   static constexpr const char* kEvents[] = {"Success: ", "Warning: ", "Error: "};

@@ -7,7 +7,7 @@
 
 #include "file/replacement.h"
 
-/// The bytes that a save leaves which is interrupted when its new text is safe behind the old one.
+/// The bytes of an interrupted save: the new text is already safe after the old one.
 inline std::string interrupted_save(std::string_view old_text, std::string_view new_text) {
   const replacement::Plan plan = replacement::plan(old_text, new_text);
   std::string bytes(old_text);

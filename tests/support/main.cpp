@@ -12,8 +12,8 @@
 
 #include "tests/support/process.h"
 
-// The main function of every test program: the tests, each under an alarm, or the role of a helper
-// process.
+// The main function of every test program: runs the tests, each under an alarm, or the role of a
+// helper process.
 
 namespace {
 
@@ -27,8 +27,8 @@ class AlarmPerTest : public testing::EmptyTestEventListener {
   std::unique_ptr<test_alarm> m_alarm;
 };
 
-/// What was said is out when the process dies. Windows' runtime takes "line by line" for "when
-/// full".
+/// Output must not be lost when the process dies. The Windows runtime treats line buffering as full
+/// buffering.
 void say_everything_at_once() {
 #if defined(_WIN32)
   std::setvbuf(stdout, nullptr, _IONBF, 0);
@@ -42,7 +42,7 @@ void say_everything_at_once() {
 int main(int argc, char** argv) {
   say_everything_at_once();
 #if !defined(_WIN32)
-  // Telling a helper process that has died is an error of write(), not the end of the tests.
+  // Without SIGPIPE a write() to a dead helper process returns an error, and the tests continue.
   std::signal(SIGPIPE, SIG_IGN);
 #endif
   if (const std::optional<int> result = run_role(argc, argv)) return *result;

@@ -13,7 +13,7 @@ namespace os::faults {
 
 namespace {
 
-/// The names at which threads stand.
+/// The names of the barriers that stop a thread.
 struct Waiting {
   std::mutex mutex;
   std::vector<std::string> names;
@@ -81,8 +81,6 @@ std::vector<std::string> Barrier::waiting() {
   const std::scoped_lock guard(all_waiting().mutex);
   return all_waiting().names;
 }
-
-// ------------------------------------------------------------------------------------------------
 
 namespace {
 

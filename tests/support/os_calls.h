@@ -12,33 +12,33 @@
 #include "tests/support/os_faults.h"
 
 /// @file
-/// Calls of the system as tests look at them: held before they are made, and recorded.
+/// System calls seen by tests: stopped by a barrier before they are made, or recorded.
 namespace os::faults {
 
-/// Stops the thread that makes a call, before it is made, until the test lets it go on.
+/// Stops the thread that makes a call, before the call, until the test releases it.
 ///
 ///     Barrier barrier("the entry's file is made", Call::lock, 2);
 ///     std::thread other([&] { STGIndex::create(folder, "a.kdb", 0); });
 ///     ASSERT_TRUE(barrier.is_reached());
-///     ...                              // whatever is to happen meanwhile
+///     ...                              // what must happen in between
 ///     barrier.let_go();
 ///
 /// The name is for messages, and for waiting().
 class [[nodiscard]] Barrier {
  public:
   Barrier(std::string name, Call call, std::uint64_t nth = 1);
-  /// Lets go.
+  /// Calls let_go().
   ~Barrier();
   Barrier(const Barrier&) = delete;
   Barrier& operator=(const Barrier&) = delete;
 
   const std::string& name() const;
-  /// Waits until a thread stands here. @return whether one does, after @p patience at the latest.
+  /// Waits until a thread is stopped here. @return false if none is after @p patience.
   bool is_reached(std::chrono::milliseconds patience = std::chrono::seconds(20)) const;
-  /// Whoever stands here goes on, and nobody is stopped any more.
+  /// Releases the stopped threads. From now on no thread is stopped.
   void let_go();
 
-  /// The names of the barriers at which threads stand now, in the order of their coming.
+  /// The names of the barriers that stop a thread now, in order of arrival.
   static std::vector<std::string> waiting();
 
  private:
@@ -48,13 +48,11 @@ class [[nodiscard]] Barrier {
   const Fault m_fault;
 };
 
-// ------------------------------------------------------------------------------------------------
-
 /// One change of a file or folder, or one flush. Paths are relative to the recorded folder, with
 /// "/" between their parts.
 struct Change {
   enum class What : std::uint8_t {
-    kCreate,  ///< an empty file came into being
+    kCreate,  ///< an empty file was created
     kWrite,   ///< `bytes` at `offset`
     kCut,     ///< the file's size became `offset`
     kFlush,   ///< everything written to the file so far is on the device
@@ -77,11 +75,12 @@ struct Change {
 /// The change in words: "write 10 at 4: user/anna/index.dat".
 std::string in_words(const Change& change);
 
-/// Records, as long as it lives, what is done below a folder: each change with its file, offset and
-/// bytes, and each flush. A copy is recorded as the making and writing of its target.
+/// Records all changes below a folder during its lifetime: each change with its file, offset and
+/// bytes, and each flush. A copy is recorded as creating and writing its target.
 class [[nodiscard]] Recorder {
  public:
-  /// @param root a folder without a trailing separator; its files of now are known to exist.
+  /// @param root a folder without a trailing separator. The recorder knows the files that it
+  /// contains now.
   explicit Recorder(const std::string& root);
 
   std::vector<Change> changes() const;
@@ -98,7 +97,7 @@ class [[nodiscard]] Recorder {
   void take_on_handle(const Made& made);
   void take_open(const Made& made);
   void take_copy(const Made& made);
-  /// Below the root; empty for anything else.
+  /// The path relative to the root; empty outside of it.
   std::string relative(const Path& path) const;
   std::uint64_t size_of(const std::string& path) const;
 

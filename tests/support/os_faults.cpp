@@ -39,7 +39,7 @@ bool concerns(Call rule, Call call) {
 
 }  // namespace
 
-/// What a rule does; the members that are not set do not apply.
+/// One rule. Members that are not set do not apply.
 struct Rule {
   Call call = Call::any;
   std::uint64_t nth = 1;
@@ -58,7 +58,7 @@ struct Rule {
 
 namespace {
 
-/// The rules in force and the counters. Never destroyed, as the seam is used until the very end.
+/// The rules and the counters. Never destroyed, because the seam is used until the process ends.
 struct Plan {
   std::mutex mutex;
   std::vector<std::shared_ptr<Rule>> rules;
@@ -74,7 +74,7 @@ Plan& plan() {
   return *the_plan;
 }
 
-/// What last_error() answers after a planned failure, until the thread makes another call.
+/// What last_error() returns after a planned failure, until the thread makes another call.
 thread_local std::optional<std::int32_t> t_planned_error;
 
 /// The rules that apply to one call.
@@ -106,7 +106,7 @@ class Verdict {
       if (rule->after) rule->after();
     }
   }
-  /// Null when the call is to be made as usual.
+  /// Null: the call is made as usual.
   const Rule* decider() const { return m_decider; }
 
  private:
@@ -114,7 +114,7 @@ class Verdict {
   const Rule* m_decider = nullptr;
 };
 
-/// Tells the watcher of a call that was made.
+/// Reports a call that was made to the watch.
 Status watched(Status status, const Made& made) {
   if (!status.ok() || !plan().is_watched) return status;
   const std::scoped_lock guard(plan().mutex);
@@ -122,8 +122,8 @@ Status watched(Status status, const Made& made) {
   return status;
 }
 
-/// Makes one call under the plan. @p decided(rule) answers in place of the system; @p
-/// in_any_case(rule) is done before that, and before a planned exception.
+/// Makes one call under the rules. @p decided(rule) answers in place of the system. @p
+/// in_any_case(rule) runs before that and before a planned exception.
 template <class Decided, class Forward, class InAnyCase>
 auto call_under_plan(Call call, Decided decided, Forward forward, InAnyCase in_any_case) {
   const Verdict verdict(call);
@@ -155,7 +155,7 @@ Status conducted(const Arriving& arriving, const Make& make) {
   return conductor->conduct(arriving, [&]() -> Status { return make(); });
 }
 
-/// The form of all functions that only return a status.
+/// A function that only returns a status.
 template <class Forward>
 Status status_call(Call call, Forward forward) {
   return call_under_plan(call, planned, [&] {
@@ -164,13 +164,13 @@ Status status_call(Call call, Forward forward) {
   });
 }
 
-/// The same of those that reach a file or folder.
+/// The same for a function that reaches a file or folder.
 template <class Forward>
 Status status_call(const Arriving& arriving, Forward forward) {
   return status_call(arriving.call, [&] { return conducted(arriving, forward); });
 }
 
-/// The same for read() and write(), of which a part may be done. @p forward takes the count.
+/// The same for read() and write(), which may be done in part. @p forward takes the count.
 template <class Forward>
 Status transfer_call(Call call, std::size_t count, std::size_t& done, Forward forward) {
   const auto part = [&](const Rule& rule) {
@@ -555,7 +555,7 @@ bool is_lead_byte(unsigned char byte) {
 // ---- the rest ----------------------------------------------------------------------------------
 
 std::int32_t last_error() {
-  // First of all: the plan's own work must not change the system's value.
+  // This comes first: the work below could change the system's value.
   const std::int32_t code = t_planned_error.value_or(sys::last_error());
   return call_under_plan(
       Call::last_error, [](const Rule& rule) { return rule.status.value_or(Status()).code(); },

@@ -1,7 +1,8 @@
 #pragma once
 
-// Included by the os.h of the tests (layer/platform/os/os.h). It stands between the library and the
-// seam: os::open() counts, consults the plan of the test and goes on to os::sys::open().
+// Included by the tests' os.h (layer/platform/os/os.h). This layer is between the library and the
+// seam. Example: os::open() counts the call, applies the rules of the test and calls
+// os::sys::open().
 
 #include <cstddef>
 #include <cstdint>
@@ -65,17 +66,16 @@ std::int64_t now();
 bool nt_family();
 bool locks_belong_to_handles(Path folder);
 
-/// Faults planned by a test.
+/// Fault injection by rules.
 ///
-/// Each function below puts one rule into force and returns its owner; the rule ends with the
-/// owner's scope. "The n-th call" counts from 1 and from that moment on, each rule for itself.
-/// Several rules may concern one call: every hook runs, and of the others the oldest that applies
-/// decides.
+/// Each function below adds one rule and returns its owner; the end of the owner's scope removes
+/// the rule. Each rule counts its calls itself: the first call after it was added is number 1.
+/// Several rules can apply to one call: every hook runs. Of the other rules the oldest one decides.
 ///
-///   const auto fault = faults::fail(faults::Call::copy, {5, os::Failure::kOther});
+///  const auto fault = faults::fail(faults::Call::copy, {5, os::Failure::kOther});
 ///
-/// May be used while other threads are inside the seam. A hook runs on the thread of the call and
-/// outside of every lock, so it may wait for other threads, and call the seam itself.
+/// Rules can be added while other threads are inside the seam. A hook runs on the thread of the
+/// call, outside of every lock. It may wait for other threads and call the seam.
 namespace faults {
 
 enum class Call : std::uint8_t {
@@ -119,13 +119,14 @@ enum class Call : std::uint8_t {
   now,
   nt_family,
   locks_belong_to_handles,
-  any,     ///< in a rule: whichever function is called
-  system,  ///< in a rule: whichever asks the system for something, see asks_the_system()
+  any,     ///< in a rule: every function
+  system,  ///< in a rule: every function that asks_the_system()
 };
 
 /// The name of the function, for messages.
 const char* name(Call call);
-/// Whether a function returns a status: the others cannot fail, and leave no trace outside.
+/// Whether a function returns a status. The others cannot fail and change nothing outside of the
+/// process.
 constexpr bool asks_the_system(Call call) { return call < Call::to_narrow; }
 
 enum class Times : std::uint8_t {
@@ -143,17 +144,17 @@ class [[nodiscard]] Fault {
   Fault(const Fault&) = delete;
   Fault& operator=(const Fault&) = delete;
 
-  /// How often its turn came.
+  /// How often the rule was applied.
   std::uint64_t hits() const;
 
  private:
   std::shared_ptr<Rule> m_rule;
 };
 
-/// The call does nothing and returns @p status; last_error() of that thread agrees with it.
-/// Functions that return no status answer as poorly as they can: false, the empty text, 0;
-/// last_error() itself answers the code. A close that a rule for Call::system concerns has closed
-/// by then, planned exceptions included: nobody could do it any more.
+/// The call does nothing and returns @p status; last_error() of that thread then agrees with it. A
+/// function without a status returns false, an empty text or 0; last_error() itself returns the
+/// code. Exception: under a rule for Call::system a close still closes, also before a planned
+/// exception, because nobody else could close the handle.
 Fault fail(Call call, Status status, std::uint64_t nth = 1, Times times = Times::kOnce);
 /// The call does nothing and throws.
 Fault fail_with(Call call, std::exception_ptr exception, std::uint64_t nth = 1,
@@ -163,41 +164,41 @@ Fault throw_from(Call call, const Exception& exception, std::uint64_t nth = 1,
                  Times times = Times::kOnce) {
   return fail_with(call, std::make_exception_ptr(exception), nth, times);
 }
-/// read() or write() transfers at most @p bytes of what is asked, and then reports @p status:
-/// success for a short transfer, or what broke it off.
+/// read() or write() transfers at most @p bytes and then returns @p status: success for a short
+/// transfer, or the failure that interrupted it.
 Fault cut_transfer(Call call, std::size_t bytes, Status status = {}, std::uint64_t nth = 1,
                    Times times = Times::kOnce);
-/// Runs @p hook before the call is made (and before it fails, if it is to fail).
+/// Runs @p hook before the call, also if the call is to fail.
 Fault before(Call call, std::function<void()> hook, std::uint64_t nth = 1,
              Times times = Times::kOnce);
-/// Runs @p hook after the call was made or has failed; not after a planned exception.
+/// Runs @p hook after the call, also if it failed, but not after a planned exception.
 Fault after(Call call, std::function<void()> hook, std::uint64_t nth = 1,
             Times times = Times::kOnce);
-/// Ends the process with kEnded, as a kill does: nothing is destroyed, flushed or given back but by
-/// the system.
+/// Ends the process with exit code kEnded, like a kill: without destructors and without flushing
+/// buffers.
 Fault end_process_before(Call call, std::uint64_t nth = 1);
 Fault end_process_after(Call call, std::uint64_t nth = 1);
 inline constexpr int kEnded = 137;
-/// now() answers @p seconds.
+/// now() returns @p seconds.
 Fault set_now(std::int64_t seconds);
-/// is_lead_byte() is true for the bytes of @p bytes alone.
+/// is_lead_byte() is true only for the bytes of @p bytes.
 Fault set_lead_bytes(std::string bytes);
-/// nt_family() answers @p answer.
+/// nt_family() returns @p answer.
 Fault set_nt_family(bool answer);
 
-/// How often a function was called since the last reset(); for Call::any all of them together, for
-/// Call::system those that ask the system.
+/// How often a function was called since the last reset(). Call::any: all functions; Call::system:
+/// those that ask the system.
 std::uint64_t calls(Call call);
-/// Sets the counters to 0. Rules in force stay as they are.
+/// Sets the counters to 0. Does not change the rules.
 void reset();
 
-/// From here on the calls that ask the system are written down, from the first one again.
+/// Starts a new record of the calls that ask the system.
 void begin_sequence();
-/// Those calls in their order, and the end of that: the n-th that a rule for Call::system would
-/// have counted is the n-th here.
+/// Ends the record. @return the calls in order; a rule for Call::system numbers them in the same
+/// way.
 std::vector<Call> end_sequence();
 
-/// A call that the system has carried out, for whoever watches. What does not apply is empty.
+/// A call that the system has carried out. Members that do not apply are empty.
 struct Made {
   Call call = Call::any;
   Handle handle = kNoHandle;
@@ -208,9 +209,9 @@ struct Made {
   std::int16_t method = 0;      ///< of a seek
 };
 
-/// Is told of the successful calls that open, move in, change or flush files and folders (and of
-/// what an unsuccessful write has written), as long as it lives; on their threads, one at a time.
-/// There is one at most.
+/// Receives the successful calls that open, move in, change or flush files and folders, and what a
+/// failed write has written. It is called on the threads of the calls, one at a time. Only one can
+/// exist.
 class [[nodiscard]] Watch {
  public:
   explicit Watch(std::function<void(const Made&)> watcher);
@@ -219,32 +220,32 @@ class [[nodiscard]] Watch {
   Watch& operator=(const Watch&) = delete;
 };
 
-/// A call that asks the system for something, on its way there. What does not apply is empty.
+/// A call that is about to ask the system. Members that do not apply are empty.
 struct Arriving {
   Call call = Call::any;
   Handle handle = kNoHandle;
   const Path* path = nullptr;
   const Path* to = nullptr;
   Access access = Access::kReadExisting;  ///< of an open
-  LockRequest* request = nullptr;         ///< of a lock, and what is asked of the system
-  const Handle* opened = nullptr;         ///< by an open, when it is made
-  Listing* entries = nullptr;             ///< of a listing, when it is made
+  LockRequest* request = nullptr;         ///< of a lock; the system gets this value
+  const Handle* opened = nullptr;         ///< set by an open after it was made
+  Listing* entries = nullptr;             ///< set by a listing after it was made
 };
 
-/// For whoever needs the same order each time.
+/// Sorts a listing, for callers that need a fixed order.
 void sort_by_name(Listing& entries);
 
 /// Decides when the calls of several threads are made.
 class Conductor {
  public:
   virtual ~Conductor() = default;
-  /// Makes the call, at once or when others have gone before, or answers in the system's place. On
-  /// the thread of the call, outside of every lock.
+  /// Makes the call, at once or after calls of other threads, or answers in place of the system.
+  /// Runs on the thread of the call, outside of every lock.
   virtual Status conduct(const Arriving& arriving, const std::function<Status()>& make) = 0;
 };
 
-/// Every call that reaches a file or folder passes through the conductor as long as this lives.
-/// There is one at most, and no call may be under way when it begins and ends.
+/// Sends every call that reaches a file or folder through the conductor during its lifetime. Only
+/// one can exist. Required: no call is under way at its begin and end.
 class [[nodiscard]] Conducted {
  public:
   explicit Conducted(Conductor& conductor);

@@ -27,12 +27,11 @@
 
 using namespace std::chrono_literals;
 
-// ---- the alarm ----------------------------------------------------------------------------------
-
 test_alarm::test_alarm(std::string what, std::chrono::seconds limit) {
   if (limit <= 0s) return;
   m_thread = std::thread([this, what = std::move(what), limit] {
-    // In short steps: where a wake-up is lost, as under an emulator, the next step sees the end.
+    // The wait is split into short steps: an emulator can lose a wake-up, and the next step notices
+    // it.
     const auto end = std::chrono::steady_clock::now() + limit;
     std::unique_lock lock(m_mutex);
     while (std::chrono::steady_clock::now() < end) {
@@ -105,7 +104,7 @@ std::optional<int> run_role(int argc, char** argv) {
     return 2;
   }
 #if !defined(_WIN32)
-  // A helper that is stopped when its parent dies would stay for ever.
+  // Without this a suspended helper would outlive a parent that dies.
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
 #endif
   const test_alarm alarm("helper process " + name, test_alarm::default_limit());
@@ -137,8 +136,8 @@ std::optional<std::string> hear() {
 
 struct child_process::system_part {
   HANDLE process = nullptr;
-  HANDLE input = nullptr;   ///< we write, the helper reads
-  HANDLE output = nullptr;  ///< the helper writes, we read
+  HANDLE input = nullptr;   ///< the parent writes, the helper reads
+  HANDLE output = nullptr;  ///< the helper writes, the parent reads
 
   ~system_part() {
     for (const HANDLE each : {process, input, output}) {
@@ -156,8 +155,8 @@ std::runtime_error system_error(const char* what) {
 
 std::wstring widened(const std::string& ascii) { return {ascii.begin(), ascii.end()}; }
 
-/// One argument in the form that the C runtime's start code takes apart again: a backslash has a
-/// meaning of its own only before a quotation mark.
+/// One argument, quoted as the C runtime parses it: a backslash is special only before a quotation
+/// mark.
 std::wstring quoted(const std::string& argument) {
   std::wstring result = L"\"";
   std::size_t backslashes = 0;
@@ -178,14 +177,14 @@ std::wstring own_program() {
   return {buffer.data(), length};
 }
 
-/// The environment with changes, as the block that CreateProcess takes.
+/// The changed environment as a block for CreateProcess.
 std::wstring environment_block(const std::map<std::string, std::string>& changes) {
   std::map<std::wstring, std::wstring> variables;
   wchar_t* const own = ::GetEnvironmentStringsW();
   for (const wchar_t* entry = own; entry != nullptr && *entry != L'\0';
        entry += std::wcslen(entry) + 1) {
     const std::wstring text = entry;
-    // Names such as "=C:" hold the current folder of a drive.
+    // Variables such as "=C:" contain the current folder of a drive.
     const std::size_t separator = text.find(L'=', 1);
     if (separator != std::wstring::npos) {
       variables[text.substr(0, separator)] = text.substr(separator + 1);
@@ -262,7 +261,7 @@ std::optional<std::string> child_process::next_line(std::chrono::milliseconds li
       if (!line.empty() && line.back() == '\r') line.pop_back();
       return line;
     }
-    // Anonymous pipes cannot be waited for: look, and sleep a little.
+    // There is no wait for anonymous pipes: poll with short sleeps.
     DWORD available = 0;
     if (!::PeekNamedPipe(m_system->output, nullptr, 0, nullptr, &available, nullptr)) {
       return std::nullopt;
@@ -299,8 +298,8 @@ void child_process::kill() { ::TerminateProcess(m_system->process, kKilled); }
 
 struct child_process::system_part {
   ::pid_t process = -1;
-  int input = -1;   ///< we write, the helper reads
-  int output = -1;  ///< the helper writes, we read
+  int input = -1;   ///< the parent writes, the helper reads
+  int output = -1;  ///< the helper writes, the parent reads
   std::optional<int> exit_code;
 
   ~system_part() {
@@ -429,7 +428,7 @@ std::optional<int> child_process::wait(std::chrono::milliseconds limit) {
 }
 
 void child_process::kill() {
-  // Once the end was taken notice of, the number may be another process's.
+  // After the exit code was collected, the number may belong to another process.
   if (!m_system->exit_code) ::kill(m_system->process, SIGKILL);
 }
 

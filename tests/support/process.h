@@ -30,13 +30,11 @@
 ///     child.tell("go");
 ///     EXPECT_EQ(child.wait(), 0);
 
-// ---- the alarm ---------------------------------------------------------------------------------
-
-/// Ends the process with a message when it lives longer than it may. It measures nothing: it only
-/// keeps a test that waits for ever from stopping everything.
+/// Ends the process with a message if it lives longer than the limit. It measures nothing: it only
+/// stops a test that hangs.
 class test_alarm {
  public:
-  /// @param what named in the message. @param limit zero for none.
+  /// @param what named in the message. @param limit zero: no limit.
   test_alarm(std::string what, std::chrono::seconds limit);
   ~test_alarm();
   test_alarm(const test_alarm&) = delete;
@@ -44,8 +42,8 @@ class test_alarm {
 
   /// The exit code of a process that its alarm has ended.
   static constexpr int kExitCode = 86;
-  /// For one test or one role: the seconds in the environment variable VU_TEST_ALARM (0 for none),
-  /// else 50, and 180 for a Windows program, which may have to run under an emulator.
+  /// The limit for one test or one role: the seconds in the environment variable VU_TEST_ALARM (0:
+  /// no limit). The default is 50, or 180 for a Windows program, which may run under an emulator.
   static std::chrono::seconds default_limit();
 
  private:
@@ -55,45 +53,43 @@ class test_alarm {
   std::thread m_thread;
 };
 
-/// Whether a handle without a lock of its own is kept from what another handle holds locked. The
-/// library sees to that itself on Linux, and Windows does; Wine grants and refuses locks like
-/// Windows, but lets reads and writes pass.
+/// Whether the lock of one handle blocks reads and writes of a handle without a lock. True on
+/// Linux, where the library enforces it, and on Windows. Wine grants and refuses locks like
+/// Windows, but does not block reads and writes.
 bool locks_are_enforced();
 
 // ---- the helper's side -------------------------------------------------------------------------
 
 using role_function = int (*)(const std::vector<std::string>& args);
 
-/// Makes a role known; see REGISTER_ROLE. @return true.
+/// Adds a role; see REGISTER_ROLE. @return true.
 bool register_role(const char* name, role_function function);
-/// Runs the role that the program's arguments name ("--role=NAME" as the first one), under an
-/// alarm.
-/// @return its exit code, or nothing when the arguments name none.
+/// Runs the role that the first program argument names ("--role=NAME"), under an alarm.
+/// @return its exit code, or nothing without such an argument.
 std::optional<int> run_role(int argc, char** argv);
 
-/// Registers a function as a role; at namespace scope, followed by nothing.
+/// Registers a function as a role. Use it at namespace scope, without a semicolon.
 #define REGISTER_ROLE(name, function) \
   [[maybe_unused]] static const bool role_##name##_is_registered = register_role(#name, function);
 
-/// In a role: writes one line to the parent, at once.
+/// In a role: writes one line to the parent and flushes it.
 void say(const std::string& line);
-/// In a role: waits for one line from the parent. Nothing when the parent is gone or has closed its
-/// side.
+/// In a role: waits for one line from the parent.
+/// @return nothing if the parent ended or closed its end of the pipe.
 std::optional<std::string> hear();
 
 // ---- the parent's side -------------------------------------------------------------------------
 
-/// A helper process. The object kills what still runs when it goes.
+/// A helper process. The destructor kills it if it still runs.
 class child_process {
  public:
-  /// The time limit of waiting; generous, since nothing is measured with it.
+  /// The time limit of a wait. It is long, because it measures nothing.
   static constexpr std::chrono::milliseconds kPatience{40'000};
-  /// What wait() gives for a process that kill() has ended.
+  /// The result of wait() after kill().
   static constexpr int kKilled = 137;
 
-  /// Starts the own binary in a role; throws std::runtime_error when the system cannot.
-  /// @param args ASCII. @param environment variables to set or replace, to remove with an empty
-  /// value.
+  /// Starts this program in a role. Throws std::runtime_error if the system cannot.
+  /// @param args ASCII. @param environment variables to set; an empty value removes one.
   explicit child_process(const std::string& role, const std::vector<std::string>& args = {},
                          const std::map<std::string, std::string>& environment = {});
   ~child_process();
@@ -102,28 +98,28 @@ class child_process {
   child_process(child_process&&) noexcept;
   child_process& operator=(child_process&&) = delete;
 
-  /// Writes one line. @return false when nobody reads it any more.
+  /// Writes one line. @return false if the helper no longer reads.
   bool tell(const std::string& line);
-  /// Ends the lines: the helper's hear() gives nothing from here on.
+  /// Closes the helper's input: its hear() returns nothing from now on.
   void close_input();
-  /// Waits for the next line that the helper says. @return nothing when time is over or no line
-  /// comes any more.
+  /// Waits for the helper's next line.
+  /// @return nothing after the time limit, or if the helper closed its output.
   std::optional<std::string> next_line(std::chrono::milliseconds limit = kPatience);
-  /// Whether the next line is this one; another one, or none, is shown as a test failure.
+  /// Whether the next line is @p line. Any other result is also a test failure.
   bool hears(const std::string& line, std::chrono::milliseconds limit = kPatience);
-  /// Whether no line comes for a while (of a helper that has to be waiting for something).
+  /// Whether no line comes in this time. For a helper that must wait for something.
   bool stays_silent(std::chrono::milliseconds time = std::chrono::milliseconds(150));
 
-  /// Waits for the end. @return the exit code (128 + the signal's number after a signal), or
-  /// nothing when time is over.
+  /// Waits for the end. @return the exit code (after a signal 128 + its number), or nothing after
+  /// the time limit.
   std::optional<int> wait(std::chrono::milliseconds limit = kPatience);
-  /// Ends the helper as a crash would, without a chance to clean up. wait() still gives its end.
+  /// Ends the helper like a crash, without cleanup. wait() still returns the exit code.
   void kill();
 
 #if !defined(_WIN32)
-  /// Stops the helper where it is, and returns when it stands still.
+  /// Suspends the helper. Returns when it is stopped.
   void stop();
-  /// Lets a stopped helper go on.
+  /// Resumes a stopped helper.
   void resume();
 #endif
 

@@ -4,7 +4,7 @@
 
 #if defined(_WIN32)
 inline constexpr bool kOnWindows = true;
-// Without the system's own header, which only the seam may see.
+// Declared here, because only the seam may include the system's header.
 extern "C" __declspec(dllimport) void* __stdcall GetModuleHandleA(const char* name);
 extern "C" __declspec(dllimport) void* __stdcall GetProcAddress(void* module, const char* name);
 inline bool is_emulated() {
@@ -15,8 +15,8 @@ inline constexpr bool kOnWindows = false;
 inline bool is_emulated() { return false; }
 #endif
 
-/// For what only a Windows kernel does. Wine leaves locks between handles to whoever asks for them,
-/// and the read-only attribute to the permissions of the user, who may be the superuser.
+/// Skips a test of something that only a real Windows kernel does. Wine does not enforce locks
+/// between handles. It maps the read-only attribute to permissions, which the superuser ignores.
 #define NEEDS_A_REAL_KERNEL(what)                                                         \
   do {                                                                                    \
     if (is_emulated()) GTEST_SKIP() << "Wine does not do this, Windows does: " << (what); \

@@ -21,8 +21,6 @@ recording_sink::recording_sink(vu_host::services others) {
 
 recording_sink::~recording_sink() { vu_host::install({}); }
 
-// ---- what came ----------------------------------------------------------------------------------
-
 template <class Condition>
 std::vector<std::string> recording_sink::texts_where(Condition condition) const {
   const std::scoped_lock guard(m_mutex);
@@ -105,8 +103,6 @@ void recording_sink::clear() {
   m_questions = 0;
 }
 
-// ---- what is wanted -----------------------------------------------------------------------------
-
 void recording_sink::want(trace_level level, bool wanted) {
   const std::scoped_lock guard(m_mutex);
   m_levels.at(index_of(level)) = wanted;
@@ -122,8 +118,6 @@ void recording_sink::want_everything(bool wanted) {
   m_levels.fill(wanted);
   m_events.fill(wanted);
 }
-
-// ---- the library's side -------------------------------------------------------------------------
 
 bool recording_sink::wants(trace_level level) const noexcept {
   const std::scoped_lock guard(m_mutex);

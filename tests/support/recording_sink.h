@@ -10,7 +10,7 @@
 
 #include "vu_host.h"
 
-/// One thing that the library traced, in the order of its delivery.
+/// One item that the library traced.
 struct traced {
   enum class kind_t { scope, scope_end, record, event, message };
 
@@ -24,33 +24,28 @@ struct traced {
   std::thread::id thread;
 };
 
-/// Receives and keeps everything that the library traces as long as it lives. It wants everything
-/// until told otherwise. Any thread may call any member.
+/// Records everything that the library traces during its lifetime. By default it wants every level
+/// and event. Any thread may call any member.
 ///
-///     recording_sink sink;
-///     vu_file::size(missing);
-///     EXPECT_EQ(sink.count(vu_host::trace_event::warning), 1U);
+///    recording_sink sink;
+///    vu_file::size(missing);
+///    EXPECT_EQ(sink.count(vu_host::trace_event::warning), 1U);
 class recording_sink final : public vu_host::trace_sink {
  public:
-  /// Installs itself. @param others the services that go in with it; their own sink is not used.
+  /// Installs this sink. @param others the other services to install; their sink is ignored.
   explicit recording_sink(vu_host::services others = {});
-  /// Installs the defaults for all services.
+  /// Restores the default of every service.
   ~recording_sink() override;
   recording_sink(const recording_sink&) = delete;
   recording_sink& operator=(const recording_sink&) = delete;
 
-  // ---- what came -----------------------------------------------------------------------------
-
   std::vector<traced> all() const;
-  /// The texts of the events of one kind.
   std::vector<std::string> events(vu_host::trace_event event) const;
-  /// The texts of the records at one level.
   std::vector<std::string> records(vu_host::trace_level level) const;
   /// The labels of the scopes that began.
   std::vector<std::string> scopes() const;
-  /// The labels of the scopes that began at one level.
   std::vector<std::string> scopes(vu_host::trace_level level) const;
-  /// The texts of the messages that scopes were given.
+  /// The texts of the messages of scopes.
   std::vector<std::string> messages() const;
 
   std::size_t count() const;
@@ -59,19 +54,15 @@ class recording_sink final : public vu_host::trace_sink {
   std::size_t count(vu_host::trace_event event, const std::string& text) const;
   std::size_t count(vu_host::trace_level level) const;
   std::size_t count(vu_host::trace_level level, const std::string& text) const;
-  /// How often the library asked whether something is wanted.
+  /// How often the library called wants().
   std::size_t questions() const;
 
-  /// Forgets what came.
+  /// Drops everything recorded.
   void clear();
-
-  // ---- what is wanted ------------------------------------------------------------------------
 
   void want(vu_host::trace_level level, bool wanted);
   void want(vu_host::trace_event event, bool wanted);
   void want_everything(bool wanted = true);
-
-  // ---- the library's side --------------------------------------------------------------------
 
   bool wants(vu_host::trace_level level) const noexcept override;
   bool wants(vu_host::trace_event event) const noexcept override;

@@ -58,10 +58,10 @@ void set_times(const std::string& path, const Times& times) {
   if (::_wutime64(native(path).c_str(), &buffer) != 0) fail("utime", path, errno);
 }
 
-// The runtime's directory iterator goes through a buffer of the classic limit, and beyond it lists
-// another folder. The system's own search does not.
+// The runtime's directory iterator uses a buffer of the classic path limit; with a longer path it
+// lists another folder. The system's search has no such limit.
 
-/// The names in a folder; one pattern in place of "*" finds less.
+/// The names in a folder that match a pattern.
 std::vector<std::string> names_in(const fs::path& folder, const wchar_t* pattern = L"*") {
   std::vector<std::string> names;
   ::WIN32_FIND_DATAW found = {};
@@ -86,7 +86,7 @@ bool is_real_folder(const fs::path& path) {
          (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0;
 }
 
-/// Whether the last name of the path is spelled exactly as the file's is.
+/// Whether the last name of the path has exactly the spelling of the file.
 bool is_spelled_so(const fs::path& path) {
   const std::wstring last = path.filename().native();
   if (last.empty() || last.find_first_of(L"*?") != std::wstring::npos) return false;
@@ -104,7 +104,7 @@ void remove_one(const fs::path& path, std::error_code& error) {
   }
 }
 
-/// A form that stays good for everything below, however deep.
+/// A form of the path that also works for deep paths below it.
 fs::path long_form(const std::string& path) { return wide(kLongPrefix + path); }
 
 fs::path child_of(const fs::path& folder, const std::string& name) {
@@ -131,7 +131,7 @@ bool is_spelled_so(const fs::path&) { return true; }
 
 fs::path long_form(const std::string& path) { return native(path); }
 
-// A name may hold a backslash here, and must not be taken apart.
+// A name may contain a backslash on Linux; do not split it.
 fs::path child_of(const fs::path& folder, const std::string& name) { return folder / name; }
 
 void remove_one(const fs::path& path, std::error_code& error) {
@@ -160,7 +160,7 @@ fs::path temporary_root() {
   return fs::absolute(root);
 }
 
-/// Without a trailing separator, and on Windows with "\" only.
+/// The path without a trailing separator; on Windows with "\" only.
 std::string plain_text(const fs::path& path) {
   std::string text = utf8(path.lexically_normal());
   while (text.size() > 1 && (text.back() == '/' || text.back() == '\\')) text.pop_back();
@@ -170,7 +170,7 @@ std::string plain_text(const fs::path& path) {
   return text;
 }
 
-/// Removes what it can, and tells of the last thing that it could not.
+/// Removes what it can. @param error the last failure.
 void remove_tree(const fs::path& path, std::error_code& error) {
   if (is_real_folder(path)) {
     std::error_code ignored;
@@ -188,7 +188,7 @@ scratch_folder::scratch_folder() {
   std::random_device random;
   for (int attempt = 0; attempt < 100; ++attempt) {
     const std::string name = "vu_test_" + std::to_string(random());
-    // False for a name that is taken: another process may draw the same.
+    // False if the name is taken: another process may have drawn the same one.
     if (fs::create_directory(root / name)) {
       m_path = plain_text(root / name);
       return;
@@ -198,7 +198,7 @@ scratch_folder::scratch_folder() {
 }
 
 scratch_folder::~scratch_folder() {
-  // A process that was killed a moment ago may still hold a file; that passes.
+  // A process that was just killed may still have a file open for a moment.
   std::error_code error;
   for (int attempt = 0; attempt < 100; ++attempt) {
     error.clear();

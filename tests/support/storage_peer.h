@@ -9,18 +9,16 @@
 #include "storage/roots.h"
 #include "vu_storage.h"
 
-/// Lets unit tests take the storage back to its state before the first call, and reach its private
-/// operations. Every forwarder bears the name of what it calls.
+/// Lets unit tests reset the storage to its state before the first call, and call its private
+/// operations. Each forwarder has the name of the function that it calls.
 struct vu_storage_test_peer {
-  /// As if the library had just been loaded: nobody has initialised, every path is empty.
+  /// The state of a library that was just loaded: not initialised, every path empty.
   static void reset() {
     set_init_done(0);
     StorageGate::publish({});
     vu_storage::s_sTdcTimeStamp.clear();
     STGIndex::setSynchronizeMode(true);
   }
-
-  // ---- state ---------------------------------------------------------------------------------
 
   static std::int32_t init_done() {
     return std::atomic_ref<std::int32_t>(vu_storage::s_initDone).load(std::memory_order_acquire);
@@ -47,8 +45,6 @@ struct vu_storage_test_peer {
     StorageGate::publish(changed);
   }
   static const std::string& tdc_time_stamp() { return vu_storage::s_sTdcTimeStamp; }
-
-  // ---- private operations --------------------------------------------------------------------
 
   static void checkInit() { vu_storage::checkInit(); }
   static void initPath(const std::string& storagePath) {
@@ -97,7 +93,7 @@ struct vu_storage_test_peer {
   }
 };
 
-/// A storage of its own for the span of a test: reset, initialised below @p root, and reset again.
+/// A storage for one test: reset, initialised below @p root, and reset at the end.
 class initialised_storage {
  public:
   explicit initialised_storage(const std::string& root, bool use_domain = true,

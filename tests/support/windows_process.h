@@ -4,11 +4,11 @@
 
 #include <string>
 
-/// Starts a program with the handles of @p start, and again while Wine answers with an internal
-/// error, as it does once in a while when another process was killed just before.
-/// @param variables the environment as a block; null for this process's own.
-/// @param info receives the handles, the caller's to close.
-/// @return whether it was started; ::GetLastError() says why not.
+/// Starts a program with the handles of @p start. Retries on an internal error of Wine, which can
+/// occur when another process was just killed.
+/// @param variables the environment as a block; null: the environment of this process.
+/// @param info receives the handles; the caller closes them.
+/// @return whether the program was started; if not, ::GetLastError() has the reason.
 inline bool start_program(const std::wstring& program, const std::wstring& command,
                           wchar_t* variables, STARTUPINFOW& start, PROCESS_INFORMATION& info) {
   constexpr int kAttempts = 20;

@@ -51,7 +51,6 @@ class handle_fault_test : public testing::Test {
   class suite : public handle_fault_test<Spelling> {}; \
   TYPED_TEST_SUITE(suite, file_spellings, spelling_names)
 
-// ------------------------------------------------------------------------------------------------
 // What the two file handles do when the system fails them while they open, read or write.
 
 namespace {
@@ -314,7 +313,6 @@ TYPED_TEST(VuFileWriteFailure, IsNoneWhenTheSystemTakesLess) {
   EXPECT_EQ(sink.count(traced::kind_t::event), 0U);
 }
 
-// ------------------------------------------------------------------------------------------------
 // What the two file handles do when the system fails them while they empty or close a file, and
 // what tracing a failure costs.
 

@@ -289,7 +289,6 @@ TEST(Unescape, KeepsBytesAbove127) {
   EXPECT_EQ(unescaped("\xC3\xA9+\xFF.\x80+"), "\xC3\xA9 \xFF.\x80+");
 }
 
-// ------------------------------------------------------------------------------------------------
 // The lines of a text: which there are. Which of them count: index_text_test.cpp.
 
 using index_format::Line;
@@ -384,7 +383,6 @@ TEST(IndexLines, RunOnToTheNextSlashWithTheRestOfTheTextAsName) {
   EXPECT_EQ(lines_of("x\ny\nkey/phys\nkey2/phys2\n"), expected);
 }
 
-// ------------------------------------------------------------------------------------------------
 // The loops over the text of an index that take many bytes at a time, beside plain ones.
 
 std::string some_text(std::mt19937& random, std::size_t size) {

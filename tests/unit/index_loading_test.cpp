@@ -293,7 +293,6 @@ TEST_F(IndexLoading, SharesItsHandleWithACopy) {
   EXPECT_TRUE(index_is_free());
 }
 
-// ------------------------------------------------------------------------------------------------
 // What a folder holds at one moment, and whether a line's file is there.
 
 using os::faults::Call;

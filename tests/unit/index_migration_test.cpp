@@ -354,7 +354,6 @@ TEST_F(IndexMigration, TakesAFileOfTheMarkersNameForTheMarker) {
   EXPECT_EQ(names(), (Texts{"Q1%20Sales.kdb", "k1mailboxcompliant"}));
 }
 
-// ------------------------------------------------------------------------------------------------
 // A conversion of a mail folder that fails or is interrupted on its way.
 
 using os::faults::Call;

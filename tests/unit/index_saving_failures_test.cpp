@@ -223,7 +223,6 @@ TEST_F(IndexSaving, KeepsTheOldTextWhenThereIsNoRoomForTheNewOne) {
   EXPECT_EQ(folder.index(), "b_0000000001/00000001\n");
 }
 
-// ------------------------------------------------------------------------------------------------
 // An index that cannot be written back: what is traced, and what leaves the destructor.
 
 using os::faults::Call;

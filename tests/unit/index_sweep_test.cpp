@@ -315,7 +315,6 @@ TEST_F(IndexCleaning, ReadsTheIndexOnDiskThatStillHasARemovedEntry) {
   EXPECT_EQ(folder.names(), (Texts{"index.dat"}));
 }
 
-// ------------------------------------------------------------------------------------------------
 // The folders of sub-parts that go with an entry, or by themselves.
 
 using os::faults::Call;

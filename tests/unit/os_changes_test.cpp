@@ -192,7 +192,6 @@ TEST(OsRename, ChangesLetterCaseAlone) {
   EXPECT_EQ(list_folder(scratch.path()), std::vector<std::string>{"Report.kdb"});
 }
 
-// ------------------------------------------------------------------------------------------------
 // Copying files. What only one system knows: os_linux_names_test.cpp.
 
 using os::Access;

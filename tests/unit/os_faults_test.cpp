@@ -221,7 +221,6 @@ TEST_F(OsFaults, AnotherThreadIsHeldByAHook) {
   EXPECT_FALSE(is_found());
 }
 
-// ------------------------------------------------------------------------------------------------
 // Faults by the number of a call, whichever function it is; ends of the process; and what a
 // recorder writes down.
 
@@ -405,7 +404,6 @@ TEST_F(OsFaultSequence, OtherFoldersAreNotRecorded) {
   EXPECT_TRUE(recorder.changes().empty());
 }
 
-// ------------------------------------------------------------------------------------------------
 // A barrier holds whoever comes to a call, and nobody else.
 
 using namespace std::chrono_literals;

@@ -386,7 +386,6 @@ TEST(OsLastError, AgreesWithTheStatusOfTheCallBefore) {
   EXPECT_NE(status.code(), on_folder.code());
 }
 
-// ------------------------------------------------------------------------------------------------
 // Locks over whole files. On POSIX systems they belong to the open file description.
 
 using os::Access;

@@ -388,8 +388,6 @@ TEST(OsLinuxTransfers, FlushReportsTheDevicesError) {
 
 }  // namespace
 
-// ------------------------------------------------------------------------------------------------
-
 // One tree, two accounts: what one of them made and lets the other write, the other changes. Needs
 // the superuser, who can be both.
 

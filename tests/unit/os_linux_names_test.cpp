@@ -295,8 +295,6 @@ TEST(OsLinuxFolders, AWorkingFolderThatIsGoneOrNoTextIsAnError) {
 
 }  // namespace
 
-// ------------------------------------------------------------------------------------------------
-
 // Copying on Linux: the kernel's copy and what stands in for it, permissions, and copies that fail
 // half way.
 

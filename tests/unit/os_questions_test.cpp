@@ -312,7 +312,6 @@ TEST(OsStat, ALargeSizeIsWholeInTheWideFormAndKeepsItsLowHalfInTheNarrowOne) {
   }
 }
 
-// ------------------------------------------------------------------------------------------------
 // Folders of the process, forms of paths, texts of errors, the clock.
 
 using os::Failure;

@@ -122,7 +122,6 @@ class OpenFile {
   os::Status m_opened;
 };
 
-// ------------------------------------------------------------------------------------------------
 // Which names a search pattern finds: what the Windows calls answered for a folder of these names,
 // observed and written down. "." and ".." are entries of every folder.
 

@@ -54,8 +54,6 @@ TEST(PathRoot, IsWhatNoPathMayLose) {
 
 }  // namespace
 
-// ------------------------------------------------------------------------------------------------
-
 namespace posix = os::posix;
 
 TEST(PosixPath, BothSeparatorsBecomeTheSlashAndThePrefixGoes) {

@@ -220,7 +220,6 @@ TEST_F(DocumentCopies, GoOnWhenTheFolderIsNotResolved) {
             Texts{"vu_storage::createUserOrDomainNameDirectory : full"});
 }
 
-// ------------------------------------------------------------------------------------------------
 // Whether a part can be used, is to be taken from its preload copy, or must be made anew.
 
 using os::faults::Call;

@@ -295,7 +295,6 @@ TEST(OwnerFolderOfAll, IsNotFoundWhenTheAreaCannotBeMade) {
       vu_storage::createUserOrDomainNameDirectory("jdoe", "x", STG::UserRepository, folder, true));
 }
 
-// ------------------------------------------------------------------------------------------------
 // File lists from a folder's index.
 
 using vu_host::trace_event;

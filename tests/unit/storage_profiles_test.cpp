@@ -158,7 +158,6 @@ TEST(KeyText, CuttingTakesTheFirstOccurrenceAndTheRestOfItsLine) {
   }
 }
 
-// ------------------------------------------------------------------------------------------------
 // Key files of an owner, found through the index.
 
 using os::faults::Call;
@@ -318,7 +317,6 @@ TEST_F(OwnersKeyFiles, AnyOtherExceptionIsAnErrorOfLoading) {
   EXPECT_EQ(facade(trace_event::error), Texts{"vu_storage::loadKey"});
 }
 
-// ------------------------------------------------------------------------------------------------
 // Users' profiles and the master profile.
 
 using Peer = vu_storage_test_peer;

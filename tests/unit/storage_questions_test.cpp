@@ -222,7 +222,6 @@ TEST_F(DocumentQuestions, LetTheExceptionsOfTheRewritePass) {
   EXPECT_TRUE(facade(trace_event::error).empty());
 }
 
-// ------------------------------------------------------------------------------------------------
 // Reading, writing and closing open documents, and handles that come open.
 
 using Peer = vu_storage_test_peer;

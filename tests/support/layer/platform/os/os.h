@@ -1,8 +1,8 @@
 #pragma once
 
-// The seam as the tests that look inside see it: they, and the library's sources that are built for
-// them, find this header before the one of the same name. os::open() is then the layer of faults,
-// and os::sys::open() the system.
+// The seam with fault injection. The unit tests, and the library sources that are built for them,
+// find this header before the product's os.h. os::open() is then the fault layer, and
+// os::sys::open() is the system.
 
 #define VU_OS_LAYER 1
 #include "../../../../../platform/os/os.h"
