@@ -5,11 +5,11 @@
 #include <optional>
 
 #include "file/handle_core.h"
+#include "file/lock_limit.h"
 #include "index/folder_files.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "platform/host/trace.h"
-#include "vu_file.h"
 
 namespace {
 
@@ -70,6 +70,7 @@ std::string ReadList::name_of(std::string_view line) {
 ReadList::ReadList(const std::string& folder, const std::string& file_name)
     : m_folder(folder),
       m_file_name(file_name),
+      m_file(folder, file_name),
       m_exceptions_at_construction(std::uncaught_exceptions()) {}
 
 ReadList::~ReadList() noexcept(false) {
@@ -88,10 +89,10 @@ void ReadList::load() {
     m_is_loaded = true;
     return;
   }
-  vu_file file(m_folder, m_file_name);
-  file.open(vu_file::o_read);
-  const FileText text = read_to_end(file);
-  file.close();
+  const bool keeps_lock = LockLimit::is_set();
+  m_file.open(keeps_lock ? vu_file::o_append : vu_file::o_read);
+  const FileText text = read_to_end(m_file);
+  if (!keeps_lock) m_file.close();
 
   // Required: the text after the last line feed is a line, but loses its last character. A text
   // without a line feed contains no line.
@@ -110,13 +111,16 @@ void ReadList::load() {
   m_is_loaded = true;
 }
 
-void ReadList::save() const {
-  vu_file file(m_folder, m_file_name);
-  file.open(vu_file::o_truncate);
+void ReadList::save() {
+  if (m_file.is_open()) {
+    m_file.clear();
+  } else {
+    m_file.open(vu_file::o_truncate);
+  }
   std::string text;
   for (const auto& [name, line] : m_lines) text.append(line).append("\n");
-  file.write(text);
-  file.close();
+  m_file.write(text);
+  m_file.close();
 }
 
 void ReadList::unescape_line_of(const std::string& name) {

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "vu_file.h"
+
 /// The read list of a mail folder, during a migration (docs/formats.md). Each line is found by the
 /// document name that its fields form.
 ///
@@ -15,6 +17,7 @@
 /// unwinds, the destructor traces instead.
 ///
 /// Threads: one. The file is locked while it is read and while it is written, not in between.
+/// Within a LockLimit it is locked exclusively from load() on, so the destructor waits for no lock.
 class ReadList {
  public:
   ReadList(const std::string& folder, const std::string& file_name);
@@ -34,10 +37,11 @@ class ReadList {
   static std::string name_of(std::string_view line);
 
  private:
-  void save() const;
+  void save();
 
   std::string m_folder;
   std::string m_file_name;
+  vu_file m_file;
   std::map<std::string, std::string> m_lines;
   int m_exceptions_at_construction;
   bool m_is_loaded = false;

@@ -236,3 +236,29 @@ TEST(CLimits, EachCallInACallbackHasItsOwnLimit) {
   EXPECT_EQ(results.hurried_read, "VU_LOCK_TIMEOUT");
   EXPECT_EQ(results.patient_read, "VU_DONE");
 }
+
+TEST(CLimits, ALockedReadListKeepsTheMailFolderUnconverted) {
+  const std::string folder = program_store().root.path("storage\\mail\\limit-mail");
+  make_folder(folder);
+  write_file(folder + "\\f4#f5#x#A%20B.kdb", "mail");
+  const vu_document list = document("limit-mail", "read.txt", 0, VU_AREA_MAIL);
+  ASSERT_EQ(put(list, "x\tA%20B\tB\tf4\tf5\tf6\t\n"), VU_DONE);
+  const Hurried hurried;
+  const auto migrate = [&] {
+    STGIndex::setSynchronizeMode(true);
+    const vu_status status = vu_migrate_inbox(hurried.store(), "limit-mail");
+    STGIndex::setSynchronizeMode(false);
+    return name_of(status);
+  };
+  const std::string converted = "f4#f5#x#A B.kdb";
+  const vu_document mail = document("limit-mail", converted.c_str(), 0, VU_AREA_MAIL);
+  {
+    const Locked reader(list);
+    EXPECT_EQ(migrate(), "VU_LOCK_TIMEOUT");
+  }
+  EXPECT_EQ(content(mail), "VU_NOTHING_MATCHED");
+  EXPECT_EQ(content(list), "x\tA%20B\tB\tf4\tf5\tf6\t\n");
+  EXPECT_EQ(migrate(), "VU_DONE");
+  EXPECT_EQ(content(mail), "mail");
+  EXPECT_EQ(content(list), "x\tA B\tB\tf4\tf5\tf6\t\n");
+}
