@@ -87,6 +87,20 @@ TEST_F(CInterfaceFaults, AStreamThatIsNotOnTheDeviceIsNotClosedWell) {
   EXPECT_EQ(vu_stream_close(stream), VU_BAD_HANDLE);
 }
 
+TEST_F(CInterfaceFaults, AFailedReadReturnsNoSize) {
+  // The reads of the index come before those of the file.
+  for (std::uint64_t nth = 1;; ++nth) {
+    const auto fault = faults::fail(Call::read, kRefused, nth);
+    char bytes[100];
+    std::size_t size = 77;
+    const vu_status status = vu_read(m_store, &m_document, bytes, sizeof bytes, &size);
+    if (fault.hits() == 0) break;
+    EXPECT_NE(status, VU_DONE) << nth;
+    EXPECT_EQ(size, 77U) << nth;
+    ASSERT_LT(nth, 20U);
+  }
+}
+
 TEST_F(CInterfaceFaults, WhatIsNotOnTheDeviceIsNotStored) {
   for (std::uint64_t nth = 1;; ++nth) {
     const auto fault = faults::fail(Call::flush, kRefused, nth);
