@@ -260,9 +260,13 @@ class file {
     check(vu_stream_size(m_stream, &bytes));
     return bytes;
   }
-  /// Flushes what was written, releases the lock and closes. Does nothing if it is closed.
+  /// Flushes what was written, releases the lock and closes. Does nothing if it is closed. After
+  /// VU_BUSY it is still open.
   void close() {
-    if (m_stream != nullptr) check(vu_stream_close(std::exchange(m_stream, nullptr)));
+    if (m_stream == nullptr) return;
+    const vu_status status = vu_stream_close(m_stream);
+    if (status != VU_BUSY) m_stream = nullptr;
+    check(status);
   }
 
  private:

@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -158,6 +160,26 @@ TEST(CppFile, MovesReadsWritesAndClosesItself) {
   vu::store hurried(std::filesystem::path(storage().folder().parent_path()), vu::no_adoption, 0ms);
   EXPECT_EQ(code_of([&] { (void)hurried.create(where, vu::if_there::replace); }), VU_LOCK_TIMEOUT);
   EXPECT_TRUE(hurried.open(where));
+}
+
+TEST(CppFile, AFileThatIsInUseStaysOpen) {
+  const auto where = user_key("files", "busy", 1);
+  storage().put(where, "x");
+  vu::file file = storage().open(where);
+  std::atomic<bool> is_over = false;
+  vu_status closed = VU_DONE;
+  {
+    const vu::trace_listener listener([&](const vu::trace&) {
+      if (is_over.exchange(true)) return;
+      std::thread([&] { closed = code_of([&] { file.close(); }); }).join();
+    });
+    EXPECT_EQ(file.read(), "x");
+  }
+  EXPECT_EQ(closed, VU_BUSY);
+  EXPECT_TRUE(file);
+  file.close();
+  EXPECT_FALSE(file);
+  EXPECT_TRUE(storage().create(where, vu::if_there::replace));
 }
 
 TEST(CppFile, PartsAndServedDocuments) {

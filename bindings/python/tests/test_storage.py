@@ -136,6 +136,41 @@ def test_a_lock_is_waited_for_in_time(store):
                 assert raised.value.path is not None
 
 
+def test_a_file_that_is_in_use_stays_open(store):
+    key = Key("docs", "emil", "busy.kdf", 1)
+    store.put(key, b"x")
+    file = store.open(key)
+    traces = []
+    errors = []
+
+    def close_in_another_thread(trace):
+        traces.append(trace)
+        if len(traces) > 1:
+            return
+
+        def close():
+            try:
+                file.close()
+            except vu_storage.StorageError as error:
+                errors.append(error.name)
+
+        thread = threading.Thread(target=close)
+        thread.start()
+        thread.join()
+
+    vu_storage.set_trace(close_in_another_thread)
+    try:
+        assert file.read(1) == b"x"
+    finally:
+        vu_storage.set_trace(None)
+    assert errors == ["VU_BUSY"]
+    assert not file.closed
+    file.close()
+    assert file.closed
+    with store.open(key, "w"):
+        pass
+
+
 def test_positions_are_those_of_other_files(store):
     key = Key("docs", "emma", "a.kdf", 1)
     store.put(key, b"0123456789")

@@ -278,11 +278,14 @@ class File(io.RawIOBase):
         return number.value
 
     def close(self) -> None:
-        """Flushes what was written, releases the lock and closes. A second close does nothing."""
+        """Flushes what was written, releases the lock and closes. A second close does nothing.
+        While another thread uses the file, it raises an error and the file stays open."""
         if self._handle is not None:
-            handle, self._handle = self._handle, None
-            super().close()
-            _check(_c.library.vu_stream_close(handle))
+            status = _c.library.vu_stream_close(self._handle)
+            if status != _c.BUSY:
+                self._handle = None
+                super().close()
+            _check(status)
 
     def _check_open(self) -> None:
         if self._handle is None:
@@ -354,10 +357,13 @@ class Store:
         self.close()
 
     def close(self) -> None:
-        """Closes the handle. The storage stays initialised, and files stay open."""
+        """Closes the handle. The storage stays initialised, and files stay open. While a call uses
+        the handle, it raises an error and the handle stays open."""
         if self._handle is not None:
-            handle, self._handle = self._handle, None
-            _check(_c.library.vu_close_store(handle))
+            status = _c.library.vu_close_store(self._handle)
+            if status != _c.BUSY:
+                self._handle = None
+            _check(status)
 
     def folder(self, area: Optional[str] = None) -> pathlib.Path:
         """The path of the folder "storage", or of an area folder in it."""
