@@ -59,8 +59,8 @@
  * "Waits for writers" means: until nobody holds the lock exclusively. "Waits for readers and
  * writers" means: until nobody holds it at all. A reader that creates a missing index, or adopts
  * orphans, waits as a writer does. VU_LOCK_TIMEOUT means that the requested change was not made.
- * docs/api.md (Time limits) lists the exceptions, for example vu_clean(), writes in place, and
- * replacing a version of VU_AREA_USER while a category file is locked.
+ * docs/api.md (Time limits) lists the exceptions, for example vu_clean(). If a lock is refused
+ * after the change is made, the call returns VU_PARTLY_DONE.
  *
  * Crash safety. When a process is killed or the power fails, the system releases its locks. Calls
  * that returned VU_DONE are not affected, except for what a description calls "not flushed". An
@@ -448,9 +448,9 @@ enum {
  *   VU_OUTDATED: see above.
  *
  * To read it waits for writers of the index, then for writers of the document. To write it waits
- * for writers of the index, and for a new version also for readers of the index. Replacing a
- * version of VU_AREA_USER then waits for readers and writers of the category files. Last it waits
- * for readers and writers of the document.
+ * for writers of the index, and for a new version also for readers of the index. Then it waits for
+ * readers and writers of the document and, to replace a version of VU_AREA_USER, of the category
+ * files with its line. With a time limit it takes all these locks before it changes anything.
  */
 VU_C_API vu_status vu_open(vu_store* store, const vu_document* document, int32_t mode,
                            vu_stream** stream);
@@ -651,8 +651,8 @@ VU_C_API vu_status vu_clean(vu_store* store, int32_t area, const char* owner, in
 
 /**
  * Migrates an owner's mail folder: escaped file names become entries of the index and of the read
- * list. Not atomic: another call continues the work, but does not repair the read list, which is
- * written last.
+ * list. Not atomic: another call continues the work. The read list is written last. After an
+ * interruption it can keep escaped names, which another call does not repair.
  * @return VU_DONE, also for a folder that is migrated already. VU_NOTHING_MATCHED: the owner has no
  *   mail folder. VU_REFUSED: the storage was opened with VU_NO_ADOPTION, and the migration needs
  *   adoption. VU_USAGE: owners share folders. Waits for readers and writers of the index and the
