@@ -118,7 +118,7 @@ vu_status status_of_removal() {
                 path.ends_with(index_format::kIndexFile)
                     ? "the file is removed, but the index was locked: its entry or its lines in "
                       "category files stay"
-                    : "the version is removed, but its line in a locked file stays",
+                    : "the file and its entry are removed, but its line in a locked file stays",
                 path};
 }
 

@@ -1,6 +1,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <random>
 #include <string>
 #include <string_view>
@@ -217,13 +218,21 @@ vu_status rename(const Store& settings, const vu_document* from, const vu_docume
   if (!find_folder(address, true, folder)) throw Refusal{VU_FAILED, {}, {}};
   if (folder != old.folder) {
     wait_for_index(old.folder);
-    const vu_status stored = store(address, {nullptr, 0, old.path()}, flags, nullptr);
+    vu_status stored = VU_DONE;
+    std::optional<Refusal> left;
+    try {
+      stored = store(address, {nullptr, 0, old.path()}, flags, nullptr);
+    } catch (const Refusal& refusal) {
+      if (refusal.status != VU_PARTLY_DONE) throw;
+      left = refusal;
+    }
     Call::current().note_change();
     vu_storage::RemoveFile(old_address.owner, old_address.name, old_address.type,
                            old_address.version);
     if (!is_removed(old_address, old))
       throw Refusal{
           VU_PARTLY_DONE, "the version has its new name, but the old one cannot be removed", {}};
+    if (left) throw *left;
     return LockLimit::passed() ? status_of_removal() : stored;
   }
   wait_for_index(folder);

@@ -194,6 +194,19 @@ TEST(CLimits, ARenameBetweenFoldersTellsWhatKeepsTheOldName) {
   EXPECT_EQ(content(all.text), "VU_NOTHING_MATCHED");
 }
 
+TEST(CLimits, ARenameBetweenFoldersRemovesTheOldVersionAlthoughALineOfTheReplacedOneStays) {
+  const Categories all("limit-over");
+  const vu_document from = document("limit-away", "a.txt", 0, VU_AREA_USER);
+  ASSERT_EQ(put(from, "moved"), VU_DONE);
+  const Hurried hurried;
+  const std::string file = path_of(all.category);
+  const Locked reader(all.category);
+  EXPECT_EQ(name_of(vu_rename(hurried.store(), &from, &all.text, VU_REPLACE)), "VU_PARTLY_DONE");
+  EXPECT_EQ(last_error().path, file);
+  EXPECT_EQ(content(all.text), "moved");
+  EXPECT_EQ(content(from), "VU_NOTHING_MATCHED");
+}
+
 TEST(CLimits, ARemovalTellsWhichLineStays) {
   const Categories all("limit-removed");
   const Hurried hurried;
