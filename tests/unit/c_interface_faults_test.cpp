@@ -9,7 +9,7 @@
 #include "tests/support/storage_peer.h"
 #include "vu/storage.h"
 
-// What calls of the C interface say when the system refuses a part of them.
+// What the C interface reports when a system call inside of it fails.
 
 namespace {
 
@@ -51,7 +51,7 @@ class CInterfaceFaults : public testing::Test {
     const vu_status status = vu_read(m_store, &of, bytes, sizeof bytes, &size);
     return status == VU_DONE ? std::string(bytes, size) : vu_status_name(status);
   }
-  /// What the index names, with versions on their way.
+  /// The names in the index, including versions that are still being written.
   std::vector<std::string> files() {
     const std::string folder = m_scratch.path("storage\\user\\anna");
     STGIndex::NameMap map;
@@ -141,7 +141,7 @@ TEST_F(CInterfaceFaults, AVersionThatStaysAtItsOldPlaceIsReported) {
 }
 
 TEST_F(CInterfaceFaults, ASaveThatFailsStoresNothing) {
-  // The index cannot be opened for the save of the entry, of the name, and so on.
+  // The n-th open fails: first that of the index for the entry, then for the name, and so on.
   for (std::uint64_t nth = 1;; ++nth) {
     const auto fault = faults::fail(Call::open, kRefused, nth);
     const vu_status status = put(document("b.txt"), "new", 0);
@@ -210,7 +210,7 @@ TEST_F(CInterfaceFaults, CategoryLinesThatStayAreReported) {
     const vu_status status = put(m_document, "new", VU_REPLACE);
     if (fault.hits() == 0) break;
     is_told = is_told || status == VU_PARTLY_DONE;
-    // Where the last question fails, nobody can tell which one it is.
+    // If the last existence check fails, the save cannot tell which document is current.
     const std::string found = content(m_document);
     EXPECT_TRUE(found == "new" || (found == "old" && status == VU_FAILED)) << nth << found;
     const bool stays = vu_key_get(m_store, &category, "a.txt", nullptr, 0, nullptr) == VU_DONE;

@@ -15,8 +15,8 @@
 #include "tests/unit/storage_fixture.h"
 #include "vu_storage.h"
 
-// How many calls of the system each operation makes: as docs/system-calls.md says, and as many in a
-// large folder as in a small one.
+// How many system calls each operation makes: the numbers of docs/system-calls.md, and the same
+// numbers in a large folder and in a small one.
 
 namespace {
 
@@ -27,11 +27,11 @@ constexpr auto kMail = STG::MailRepository;
 constexpr auto kDocs = STG::CorporateRepository;
 constexpr int kOnePage = 20;
 constexpr int kFew = 150;                      // an index of two pages
-constexpr int kMany = kOnWindows ? 300 : 600;  // of three (an emulator is slow), of six
+constexpr int kMany = kOnWindows ? 300 : 600;  // three pages (an emulator is slow), or six
 constexpr unsigned long kLongAgo = 1000000;
 
-/// What one operation asked the system for. Questions that the library answers by itself or that
-/// only read a variable of the process are none.
+/// The system calls of one operation. Calls that the library answers itself or that only read a
+/// variable of the process are not counted.
 using Calls = std::map<std::string, std::int64_t>;
 
 Calls counted(const std::function<void()>& operation) {
@@ -49,7 +49,8 @@ Calls counted(const std::function<void()>& operation) {
   return calls;
 }
 
-/// As a row of the table has it: "3 | open 1, probe_search 2".
+/// The form of a table row: "3
+///  open 1, probe_search 2".
 std::string text_of(const Calls& calls) {
   std::int64_t sum = 0;
   std::string text;
@@ -66,7 +67,7 @@ std::string logical(int entry) {
   return text;
 }
 
-/// A folder where the documents of an index lie, all of them there, and more to be made.
+/// Writes an index with all its files, and its counter.
 void fill(const std::string& folder, int entries) {
   std::string text;
   for (int i = 0; i < entries; ++i) {
@@ -85,7 +86,7 @@ enum class Kind { kQuestion, kChange };
 
 struct Operation {
   Kind kind;
-  std::string name;  ///< as the table has it
+  std::string name;  ///< the name in the table
   std::function<void(const std::string& folder, const std::string& middle)> run;
   std::function<void(const std::string& folder)> prepare = [](const std::string&) {};
 };
@@ -94,7 +95,7 @@ std::string g_physical;
 STGIndex::NameMap g_names;
 long g_timestamp = 0;
 
-/// The operations of an index; `middle` is an entry of it at timestamp 0.
+/// The operations of an index; `middle` is one of its entries, at timestamp 0.
 std::vector<Operation> index_operations() {
   using Text = const std::string&;
   return {
@@ -133,7 +134,7 @@ void make_old(const std::string& folder) {
     set_modify_time(folder + "\\" + name, kYear2000);
 }
 
-/// Those that look at every entry: a part that is always there, and a part for each.
+/// The operations that look at every entry: a fixed number of calls, and a number for each entry.
 std::vector<Operation> operations_on_every_entry() {
   using Text = const std::string&;
   const auto clean = [](Text folder, unsigned long limit) {
@@ -174,7 +175,7 @@ std::map<std::string, std::string> documented() {
 
 class CallCounts : public StorageTest {
  protected:
-  /// A folder of so many entries, a fresh one for each change.
+  /// A folder with this number of entries; each change gets a fresh one.
   std::string folder_with(int entries, Kind kind) {
     const std::string name = kind == Kind::kChange ? std::to_string(++m_folders) : "asked";
     const std::string folder = scratch.path(name + "-" + std::to_string(entries));
@@ -199,7 +200,7 @@ class CallCounts : public StorageTest {
     return folder;
   }
 
-  // What nobody listens to is not asked for: error texts, for instance.
+  // Without a sink the library makes no calls for traces, for example for error texts.
   void SetUp() override { vu_host::install({}); }
 
   synchronisation on{true};
@@ -214,7 +215,7 @@ TEST_F(CallCounts, OfAnIndexOperationAreDocumentedAndDoNotDependOnTheEntries) {
     const Calls few = count(operation, kFew);
     expect_documented(operation.name, text_of(few));
     EXPECT_EQ(text_of(count(operation, kMany)), text_of(few)) << operation.name;
-    // What fits a page is written at once.
+    // An index that fits a page is written at once.
     for (const auto& [name, calls] : count(operation, kOnePage)) {
       EXPECT_LE(calls, few.contains(name) ? few.at(name) : 0) << operation.name << ": " << name;
     }
@@ -239,7 +240,7 @@ TEST_F(CallCounts, OfAnIndexOperationAreNotMoreWithoutSynchronisation) {
     const Calls with = count(operation, kFew);
     const synchronisation off{false};
     const Calls without = count(operation, kFew);
-    // A question need not list what it does not ask for; it asks for that instead.
+    // A query lists no folder for files that it does not need. It checks single files instead.
     EXPECT_LE(sum_of(without), sum_of(with)) << operation.name << ": " << text_of(without);
   }
 }
@@ -248,7 +249,7 @@ TEST_F(CallCounts, OfAQuestionForOneNameListNoFolderWithoutSynchronisation) {
   const synchronisation off{false};
   std::size_t questions = 0;
   for (const Operation& operation : index_operations()) {
-    // Where the index names no category, the folder need not be listed for any.
+    // If the index names no category, no query lists the folder for one.
     if (!operation.name.starts_with("`exists`") && operation.name != "`lastVersion`" &&
         operation.name != "`getCategories`")
       continue;

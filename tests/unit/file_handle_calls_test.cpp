@@ -1,5 +1,5 @@
-// Which calls of the system the two file handles make, in which order, and how many: what an
-// operation costs is what it asks of the system.
+// Which system calls the two file handles make, how many and in which order. They are the cost of
+// an operation.
 
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@ using base = vu_file_base;
 using faults::Call;
 using list = std::vector<std::string>;
 
-/// Writes down the calls of the seam while it lives.
+/// Records the calls of the seam during its lifetime.
 class call_log {
  public:
   call_log() {
@@ -168,11 +168,9 @@ TEST(VuFileUtf8Calls, OfABufferReadAreTheSame) {
   EXPECT_EQ(log.take(), (list{"stat", "read"}));
 }
 
-// ---- the base's own operations -----------------------------------------------------------------
-
 namespace {
 
-/// Reaches what vu_file_base offers its heirs.
+/// Gives access to the protected members of vu_file_base.
 struct heir : vu_file {
   using vu_file::vu_file;
   using vu_file_base::flush;

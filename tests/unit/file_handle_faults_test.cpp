@@ -1,4 +1,4 @@
-// Handles on a file of ten bytes that the system is about to fail.
+// Handles on a file of ten bytes, with fault injection.
 
 #include <gtest/gtest.h>
 
@@ -45,13 +45,13 @@ class handle_fault_test : public testing::Test {
   scratch_folder m_dir;
 };
 
-/// A suite of such tests for both spellings.
+/// Declares a suite of these tests for both spellings.
 #define HANDLE_FAULT_TESTS(suite)                      \
   template <class Spelling>                            \
   class suite : public handle_fault_test<Spelling> {}; \
   TYPED_TEST_SUITE(suite, file_spellings, spelling_names)
 
-// What the two file handles do when the system fails them while they open, read or write.
+// Failures while the two file handles open, read or write.
 
 namespace {
 
@@ -63,15 +63,13 @@ using list = std::vector<std::string>;
 
 }  // namespace
 
-// ---- opening -----------------------------------------------------------------------------------
-
 HANDLE_FAULT_TESTS(VuFileOpenFailure);
 
 TYPED_TEST(VuFileOpenFailure, IsTracedWithTheCodeOfTheCallThatFailed) {
   for (const auto mode : kAllModes) {
     auto file = this->handle();
     const auto fault = faults::fail(Call::open, kSomeFailure);
-    // Whatever the system says afterwards.
+    // Later error codes of the system must not change the trace.
     const auto other =
         faults::fail(Call::last_error, {1, os::Failure::kOther}, 1, faults::Times::kLasting);
     recording_sink sink;
@@ -153,8 +151,6 @@ TYPED_TEST(VuFileOpenFailure, ByAnExceptionPassesAndLeavesTheHandleClosed) {
   EXPECT_THROW(file.open(base::o_read), std::bad_alloc);
   EXPECT_FALSE(file.is_open());
 }
-
-// ---- reading -----------------------------------------------------------------------------------
 
 HANDLE_FAULT_TESTS(VuFileReadFailure);
 
@@ -281,8 +277,6 @@ TEST_F(VuFileUtf8ReadBufferFailure, WithAShortReadIsNotAFailure) {
   EXPECT_EQ(buffer[10], 0);
 }
 
-// ---- writing -----------------------------------------------------------------------------------
-
 HANDLE_FAULT_TESTS(VuFileWriteFailure);
 
 TYPED_TEST(VuFileWriteFailure, IsTracedAndTheNumberWrittenReturned) {
@@ -313,8 +307,7 @@ TYPED_TEST(VuFileWriteFailure, IsNoneWhenTheSystemTakesLess) {
   EXPECT_EQ(sink.count(traced::kind_t::event), 0U);
 }
 
-// What the two file handles do when the system fails them while they empty or close a file, and
-// what tracing a failure costs.
+// Failures while the two file handles empty or close a file, and the cost of tracing a failure.
 
 namespace {
 
@@ -325,8 +318,6 @@ using vu_host::trace_event;
 using list = std::vector<std::string>;
 
 }  // namespace
-
-// ---- clearing ----------------------------------------------------------------------------------
 
 HANDLE_FAULT_TESTS(VuFileClearFailure);
 
@@ -363,8 +354,6 @@ TYPED_TEST(VuFileClearFailure, ByAnExceptionIsTracedAndNotThrown) {
     EXPECT_EQ(sink.events(trace_event::error), this->failure("Can't truncate file "));
   }
 }
-
-// ---- closing -----------------------------------------------------------------------------------
 
 HANDLE_FAULT_TESTS(VuFileCloseFailure);
 
@@ -480,8 +469,6 @@ TYPED_TEST(VuFileCloseFailure, OfTheUnlockIsForgottenByTheNextOpen) {
   file.open(base::o_read);
   EXPECT_FALSE(file.is_locked());
 }
-
-// ---- tracing itself ----------------------------------------------------------------------------
 
 HANDLE_FAULT_TESTS(VuFileFailureTrace);
 

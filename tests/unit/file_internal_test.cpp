@@ -1,5 +1,5 @@
-// What the file layer shares inside: the long form of paths, the description of files, listings
-// with kinds, and the pieces that depend on the narrow encoding.
+// Internal functions of the file layer: the long form of paths, descriptions of files, listings
+// with kinds, and code that depends on the narrow encoding.
 
 #include "file/file_internal.h"
 
@@ -29,7 +29,7 @@ using list = std::vector<std::string>;
 
 std::u16string long_path(const std::u16string& path) { return getLongPath(ucs2string(path)).str(); }
 
-/// A root and so many characters behind it, in names of a usual length.
+/// A root followed by @p beyond characters, in names of a usual length.
 std::u16string path_of(const std::u16string& root, std::size_t beyond) {
   std::u16string rest;
   while (rest.size() < beyond) rest += u"abcdefghi\\";
@@ -42,8 +42,6 @@ const std::u16string kPrefix = u"\\\\?\\";
 constexpr os::Status kNoShortName{1, os::Failure::kOther};
 
 }  // namespace
-
-// ---- the long form -----------------------------------------------------------------------------
 
 TEST(GetLongPath, MakesSeparatorsUniformAndSingle) {
   const std::pair<std::u16string, std::u16string> rows[] = {
@@ -60,7 +58,7 @@ TEST(GetLongPath, MakesSeparatorsUniformAndSingle) {
       {u"\\\\server\\\\share", u"\\\\server\\share"},
       {u"//server//share", u"\\\\server\\share"},
       {u"\\a\\\\b", u"\\a\\b"},
-      // A pair that begins before the third character stays.
+      // A pair that begins before the third character is kept.
       {u"a\\\\b", u"a\\\\b"},
       {u"a\\\\\\\\b", u"a\\\\b"},
       {u"ab\\\\c", u"ab\\c"},
@@ -73,13 +71,13 @@ TEST(GetLongPath, MakesSeparatorsUniformAndSingle) {
 
 TEST(GetLongPath, LeavesFoldersOf248To251CharactersAlone) {
   const scratch_folder dir;
-  // The limit counts from behind the root.
+  // The limit does not include the root.
   const std::size_t root = dir.path()[1] == ':' ? 3 : 1;
   for (std::size_t length = 248; length <= root + 248; ++length) {
     const std::string path = dir.path(std::string(length - dir.path().size() - 1, 'x'));
     EXPECT_EQ(getLongPath(ucs2string(vu_utf8string(path))).size(), length);
-    // Without the prefix Windows leaves room for a short name below a folder, and makes none that
-    // long.
+    // Without the prefix Windows reserves room for a short name below a folder, and refuses to
+    // create a folder with such a long path.
     const bool is_made = !kOnWindows || is_emulated();
     EXPECT_EQ(vu_fileutf8::createDir(vu_utf8string(path)), is_made) << length;
   }
@@ -106,7 +104,7 @@ TEST(GetLongPath, PrefixesPathsFromTheLimitOnWhenThereIsNoShortName) {
 }
 
 TEST(GetLongPath, TakesTheShortNameWhenTheSystemGivesOne) {
-  // The seam says yes and leaves its result as it is, empty.
+  // The call succeeds but leaves its result empty.
   const auto given = faults::fail(Call::short_path, os::Status());
   EXPECT_TRUE(long_path(path_of(u"C:\\", 249)).empty());
   EXPECT_EQ(given.hits(), 1U);
@@ -152,8 +150,6 @@ TEST(GetLongPath, ReachesTheSameFile) {
   EXPECT_EQ(found.size, 4U);
 }
 
-// ---- descriptions ------------------------------------------------------------------------------
-
 TEST(GetFileStat, PutsThePathIntoItsLongFormUnlessItIsInIt) {
   const scratch_folder dir;
   std::string folder = dir.path();
@@ -198,8 +194,6 @@ TEST(SystemErrorText, IsTheSystemsOrNamesTheCode) {
   EXPECT_EQ(vu_file_internal::system_error_text(5), "system error: 5\n");
 }
 
-// ---- listings with kinds -----------------------------------------------------------------------
-
 TEST(FolderEntries, AreTheNamesThatFilenamesGivesInTheSameOrder) {
   const scratch_folder dir;
   for (int i = 0; i < 50; ++i) write_file(dir.path("file" + std::to_string(i)), "");
@@ -242,8 +236,6 @@ TEST(FolderEntries, OfAnUnlistableFolderAreEmpty) {
   EXPECT_EQ(sink.count(), 0U);
 }
 
-// ---- lines -------------------------------------------------------------------------------------
-
 TEST(NextLine, ReturnsAnEmptyLineAfterTheLastOne) {
   std::string_view rest = "a\n\r\n\n";
   std::string_view line;
@@ -252,8 +244,6 @@ TEST(NextLine, ReturnsAnEmptyLineAfterTheLastOne) {
   EXPECT_FALSE(next_line(rest, line));
   EXPECT_TRUE(rest.empty());
 }
-
-// ---- the narrow encoding -----------------------------------------------------------------------
 
 TEST(VuPathInATwoByteEncoding, TakesNoSecondByteForASeparator) {
   const auto lead_bytes = faults::set_lead_bytes("\x83\x95");
@@ -278,8 +268,6 @@ TEST(VuPathInATwoByteEncoding, IsAnotherMatterForUtf8) {
   EXPECT_EQ(path.getParentPathName().str(), "dir\\na\x83");
   EXPECT_EQ(path.getRelativePathName().str(), "me");
 }
-
-// ---- folders that the system names -------------------------------------------------------------
 
 TEST(VuFileUtf8CurrentDirectory, OnFailureLeavesItsArgument) {
   const auto fault = faults::fail(Call::current_directory, {2, os::Failure::kNotFound});

@@ -1,4 +1,4 @@
-// Replacing the content of an open file so that an interruption leaves the old one or the new one.
+// Atomic replacement of the content of an open file.
 
 #include "file/handle_core.h"
 
@@ -40,7 +40,7 @@ class ReplaceAndClose : public testing::Test {
     return replace_and_close(m_file, m_bytes, text);
   }
   std::string content() const { return read_file(m_dir.path("f")); }
-  /// What the library takes for the content.
+  /// The content as the library reads it.
   std::string text() const {
     std::string storage;
     const std::string bytes = content();
@@ -164,7 +164,7 @@ TEST_F(ReplaceAndClose, CompletesAnInterruptedOneFirst) {
   const std::string interrupted = content();
   ASSERT_NE(interrupted, kNew);
 
-  // The completion fails: what the copy holds goes on to hold.
+  // If the completion fails, the text of the copy remains the content.
   for (const Call call : {Call::write, Call::flush, Call::set_end}) {
     open(interrupted);
     const auto fault = faults::fail(call, kSomeFailure);
@@ -221,8 +221,6 @@ TEST_F(ReplaceAndClose, InTheWrongModeThrowsAsAWriteDoes) {
   m_file.close();
   EXPECT_EQ(content(), kOld);
 }
-
-// ---- reading to the end ------------------------------------------------------------------------
 
 TEST_F(ReplaceAndClose, IsPrecededByAReadToTheEndOfAnySize) {
   for (const std::size_t size : {0U, 1U, 65535U, 65536U, 65537U, 300'000U, 5'000'000U}) {

@@ -11,8 +11,8 @@
 
 #include "index/index_format.h"
 
-// A process that dies while it replaces an index: every state that it can leave is made, with small
-// pages, and read by the reader's own rules.
+// A process that dies while it replaces an index. The tests create every state that it can leave,
+// with small pages, and read each one with a simple reader.
 
 namespace {
 
@@ -24,7 +24,7 @@ std::string text_of(const Map& entries) {
   return text.empty() ? " " : text;
 }
 
-/// Reads like an index: a line counts when its file exists (the empty name is the folder itself),
+/// Reads like an index: a line is valid if its file exists (the empty name is the folder itself);
 /// the first of equal keys wins.
 Map read(const std::string& text, const std::set<std::string>& files) {
   Map entries;
@@ -45,17 +45,17 @@ void write_at(std::string& file, std::uint64_t offset, std::string_view bytes) {
   file.replace(offset, bytes.size(), bytes);
 }
 
-/// The bytes as the library takes them.
+/// The text of the bytes as the library reads them.
 std::string text_in(const std::string& bytes) {
   std::string storage;
   return std::string(replacement::text_of(bytes, storage));
 }
 
-/// What a killed process can leave: each write up to a page edge. And what a device that fails for
-/// good can leave, where `page` is 1.
+/// A state that a killed process can leave: each write may end at any page edge. With `page` 1 it
+/// is also a state that a failing device can leave.
 struct Killed {
   std::string bytes;
-  bool is_over_old = false;  ///< the first flush was over
+  bool is_over_old = false;  ///< writing over the old text has begun
 };
 
 std::vector<Killed> killed_states(const std::string& old_bytes, const replacement::Plan& plan,
@@ -80,16 +80,16 @@ std::vector<Killed> killed_states(const std::string& old_bytes, const replacemen
   return states;
 }
 
-/// Some of what a power failure can leave within each stage: any of the sectors that it writes, the
-/// others as they were before it, or zeros where the file had none; and either size. The last image
-/// of all is one of the cut.
+/// Some of the states that a power failure can leave within each stage. Each sector is old, from
+/// any write of the stage, or zero if the file did not have it. The size is the old or the new one.
+/// The last state is the cut file.
 std::vector<std::string> power_images(const std::string& old_bytes, const replacement::Plan& plan,
                                       std::mt19937& random, int images_of_a_stage) {
   constexpr std::size_t kSector = replacement::kSectorSize;
   std::vector<std::string> images;
   std::string durable = old_bytes;
   for (const replacement::Stage& stage : plan.stages) {
-    std::vector<std::string> versions = {durable};  // a sector may have any of them
+    std::vector<std::string> versions = {durable};  // a sector may come from any of them
     for (const replacement::Write& write : stage) {
       versions.push_back(versions.back());
       write_at(versions.back(), write.offset, write.bytes);
@@ -97,7 +97,7 @@ std::vector<std::string> power_images(const std::string& old_bytes, const replac
     const std::size_t whole = versions.back().size();
     for (int i = 0; i < images_of_a_stage; ++i) {
       std::string image(whole, '\0');
-      const auto lean = random() % 3;  // mostly old, mostly new, or both alike
+      const auto lean = random() % 3;  // mostly old, mostly new, or an equal mix
       for (std::size_t at = 0; at < whole; at += kSector) {
         const bool is_new = lean == 2 ? random() % 2 == 0 : (random() % 8 == 0) == (lean == 0);
         const std::string& from = is_new ? versions[random() % versions.size()] : durable;
@@ -118,11 +118,11 @@ std::vector<std::string> power_images(const std::string& old_bytes, const replac
 struct Case {
   Map old_entries;
   Map new_entries;
-  std::set<std::string> files;  ///< those of the new entries, and of old ones still there
+  std::set<std::string> files;  ///< of the new entries, and of old entries that still exist
 };
 
-/// What must hold for a reader of lines alone: no line is read that neither text has and, until the
-/// old text is written over, none is missing.
+/// For a reader of lines: each line that it reads is in the old or the new text. No line is missing
+/// until the old text is overwritten.
 ::testing::AssertionResult harmless(const Case& c, const Killed& state) {
   const Map found = read(state.bytes, c.files);
   for (const Map::value_type& line : found) {
@@ -139,7 +139,7 @@ struct Case {
   return ::testing::AssertionSuccess();
 }
 
-/// What must hold for the library's readers: the entries from before or those from after.
+/// For the library's readers: all entries are the old ones, or all are the new ones.
 ::testing::AssertionResult is_old_or_new(const Case& c, const std::string& bytes) {
   const Map found = read(text_in(bytes), c.files);
   if (found == c.old_entries || found == c.new_entries) return ::testing::AssertionSuccess();
@@ -162,7 +162,8 @@ void expect_harmless(const Case& c, const std::string& old_text, std::size_t pag
   }
 }
 
-/// Names that are prefixes and suffixes of each other, so that torn and glued ones hit files.
+/// Names that are prefixes and suffixes of each other, so that torn lines and joined lines name
+/// existing files.
 std::string some_name(std::mt19937& random) {
   static const std::vector<std::string> kStems = {"a", "aa", "aaa", "b", "ab", "a b", ""};
   static const std::vector<std::string> kExtensions = {"", ".k", ".kd", ".kdb"};
@@ -235,7 +236,7 @@ TEST(FileReplacement, FailingAtAnyByteForGoodLeavesTheOldEntriesOrTheNewOnes) {
 
 namespace {
 
-/// An index of some sectors and a change of it; lines of up to three sectors.
+/// A change of an index of several sectors, with lines of up to three sectors.
 Case some_large_case(std::mt19937& random) {
   Case c;
   const auto entry = [&] {
@@ -261,7 +262,7 @@ Case some_large_case(std::mt19937& random) {
   return c;
 }
 
-/// Every image of the replacement, and of its completion, and so on.
+/// Checks every image of the replacement, then of its completion, and so on.
 void expect_whole(const Case& c, const std::string& bytes, const std::string& new_text,
                   std::mt19937& random, int depth) {
   const auto found = replacement::interrupted_in(bytes);
@@ -319,8 +320,8 @@ TEST(FileReplacement, OfALeftOverStateHarmsNoLine) {
     const std::string new_text = text_of(c.new_entries);
     const auto states = killed_states(old_text, replacement::plan(old_text, new_text, page), page);
     const std::string& left_over = states[random() % states.size()].bytes;
-    if (replacement::interrupted_in(left_over)) continue;  // it is completed first
-    // The next operation reads what is there and writes it back in order.
+    if (replacement::interrupted_in(left_over)) continue;  // the next save completes it first
+    // The next operation reads this state and writes it back in order.
     Case next = c;
     next.old_entries = read(left_over, c.files);
     next.new_entries = next.old_entries;
@@ -329,11 +330,9 @@ TEST(FileReplacement, OfALeftOverStateHarmsNoLine) {
   }
 }
 
-// ---- copy and trailer --------------------------------------------------------------------------
-
 namespace {
 
-/// A file on which the power failed behind the first flush.
+/// A file after a power failure that followed the first flush.
 std::string interrupted_file(const std::string& old_text, const std::string& new_text) {
   const replacement::Plan plan = replacement::plan(old_text, new_text);
   std::string file = old_text;
@@ -377,7 +376,7 @@ TEST(FileReplacement, KeepsItsCopyInSectorsOfItsOwn) {
   }
 }
 
-/// The file with zeros in one of the sectors that these writes go to.
+/// Copies of the file, each with zeros in one of the sectors of these writes.
 std::vector<std::string> without_a_sector(const std::string& file,
                                           const replacement::Stage& stage) {
   constexpr std::size_t kSector = replacement::kSectorSize;
@@ -405,7 +404,7 @@ TEST(FileReplacement, CopiesAllOfEverySectorThatItWritesOver) {
     for (const std::string& torn : without_a_sector(file, plan.stages.back())) {
       const auto found = replacement::interrupted_in(torn);
       ASSERT_TRUE(found && found->text == new_text) << "round " << round;
-      // Nor does the save that completes it reach further.
+      // The same for the save that completes it.
       const replacement::Plan completion = replacement::completion(torn, *found);
       for (const std::string& again : without_a_sector(torn, completion.stages.back())) {
         const auto left = replacement::interrupted_in(again);
@@ -422,7 +421,7 @@ TEST(FileReplacement, DoesNotTrustACopyWithAnyChangedByte) {
   const std::string new_text = old_text + "b_0000000001/2\n";
   const std::string file = interrupted_file(old_text, new_text);
   ASSERT_TRUE(replacement::interrupted_in(file));
-  // The bytes before the copy may be torn, but for the ones that the new text keeps.
+  // The bytes before the copy may be torn, except the ones that the new text keeps.
   for (std::size_t at = 512; at < file.size(); ++at) {
     for (const char other : {'\0', ' ', '0', 'f', 'F', '\n', '\x1b'}) {
       std::string torn = file;
@@ -453,7 +452,7 @@ TEST(FileReplacement, OfDigitsInOneSectorIsOneWriteAndOneFlush) {
   ASSERT_EQ(plan.stages[0].size(), 1U);
   EXPECT_EQ(plan.first_over_old, 0U);
   EXPECT_EQ(plan.stages[0][0].bytes, "00000042");
-  // A longer number could lose its last digit with the size.
+  // Two stages: a power failure could cut the last digit of a longer number.
   EXPECT_EQ(replacement::plan("99999999", "100000000").stages.size(), 2U);
 }
 

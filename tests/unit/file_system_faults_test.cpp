@@ -1,5 +1,4 @@
-// What the file-system operations do when the system fails them, in both spellings; and which of
-// the system's questions they ask.
+// Failures of the file-system operations in both spellings, and which system calls they make.
 
 #include <gtest/gtest.h>
 
@@ -51,8 +50,6 @@ class SystemFaultTest : public testing::Test {
   template <class Spelling>                         \
   class name : public SystemFaultTest<Spelling> {}; \
   TYPED_TEST_SUITE(name, file_spellings, spelling_names)
-
-// ---- questions ---------------------------------------------------------------------------------
 
 FAULT_TESTS(VuFileExistsCalls);
 
@@ -126,14 +123,12 @@ TYPED_TEST(VuFileFilenamesFailure, OfTheListingGivesNoNames) {
 TEST(VuFileUtf8FolderSizeFailure, OfAFileCountsAsNothing) {
   const scratch_folder dir;
   write_file(dir.path("a"), std::string(2048, 'x'));
-  // The first question is for the folder, the second whether the file is one, the third its size.
+  // The first call checks the folder, the second checks that it is a file, the third gets its size.
   const auto fault = faults::fail(Call::stat, kDenied, 3);
   recording_sink sink;
   EXPECT_EQ(vu_fileutf8::getFolderSizeInKb(vu_utf8string(dir.path())), 0U);
   EXPECT_EQ(sink.events(trace_event::error), list{dir.path("a") + ": can't stat"});
 }
-
-// ---- changes -----------------------------------------------------------------------------------
 
 FAULT_TESTS(VuFileChangeFailure);
 
@@ -198,7 +193,7 @@ TYPED_TEST(VuFileChangeFailure, OfCopyFileByAnExceptionNamesTheSourceTwice) {
 
 TYPED_TEST(VuFileChangeFailure, OfCopyFileWithoutOverwritingLeavesTheLastWordToTheSystem) {
   write_file(this->path("a"), "text");
-  // Somebody makes the target between the question and the copy.
+  // Another process creates the target between the check and the copy.
   const auto hook = faults::before(Call::copy, [&] { write_file(this->path("b"), "somebody's"); });
   EXPECT_FALSE(
       TypeParam::file::copyFile(this->text(this->path("a")), this->text(this->path("b")), false));
@@ -212,8 +207,6 @@ TYPED_TEST(VuFileChangeFailure, OfRecurseRemoveDirIsStillTrue) {
   EXPECT_TRUE(TypeParam::file::recurseRemoveDir(this->text(this->path("tree"))));
   EXPECT_EQ(list_folder(this->path("tree\\one")), list{"b"});
 }
-
-// ---- creating folders one by one ---------------------------------------------------------------
 
 TEST(VuFileUtf8CreateDirRFailure, OfOneFolderEndsItWithFalse) {
   const auto missing = faults::fail(Call::probe_search, kDenied, 1, Times::kLasting);
@@ -237,8 +230,6 @@ TEST(VuFileUtf8CreateDirRFailure, ByAnExceptionIsFalseAfterAnError) {
     EXPECT_EQ(sink.events(trace_event::error), list{"vu_fileutf8::createDirR(one\\two)"});
   }
 }
-
-// ---- removal -----------------------------------------------------------------------------------
 
 TEST(VuFileRemoveFailure, IsSilentInTheNarrowForm) {
   const scratch_folder dir;
@@ -350,7 +341,7 @@ TEST(VuFileUtf8RecurseRemoveDirFailure, OfOneFolderLeavesTheOthersToGo) {
   const scratch_folder dir;
   make_folder(dir.path("tree\\one"));
   make_folder(dir.path("tree\\two"));
-  // The second listing is that of whichever folder comes first.
+  // The second listing is that of the first sub-folder, in any order.
   const auto fault = faults::throw_from(Call::list, kPlanned, 2);
   recording_sink sink;
   EXPECT_TRUE(vu_fileutf8::recurseRemoveDir(vu_utf8string(dir.path("tree"))));
@@ -370,17 +361,13 @@ TEST(VuFileUtf8RecurseRemoveDirFailure, OfARemovalIsTracedQuietly) {
             "removing: " + with_backslashes(dir.path("tree\\f")) + ": " + os::error_text(EACCES));
 }
 
-// ---- the long form -----------------------------------------------------------------------------
-
 namespace {
 
-/// Beyond the limit on both systems, and missing.
+/// Longer than the limit on both systems; does not exist.
 const std::string kLong = "C:\\" + std::string(300, 'x');
 
-// ---- links put in the place of folders ---------------------------------------------------------
-
 #if defined(__linux__)
-/// A tree with a folder that somebody swaps for a link to a foreign one.
+/// A tree in which another process replaces a folder by a link to a foreign folder.
 class SwappedFolder : public testing::Test {
  protected:
   SwappedFolder() {
@@ -449,9 +436,7 @@ TYPED_TEST(VuFileChangeFailure, OfOpeningAFolderLeavesWhatIsInItAndIsStillTrue) 
   EXPECT_TRUE(file_exists(this->m_dir.path("tree\\f")));
 }
 
-// ---- two-byte characters -----------------------------------------------------------------------
-
-/// As in code page 932: the second byte of this character is that of a backslash.
+/// As in code page 932: the second byte of the character is a backslash.
 class TwoByteNames : public testing::Test {
  protected:
   const faults::Fault m_lead_bytes = faults::set_lead_bytes("\x81\x95");
@@ -479,7 +464,8 @@ TEST_F(TwoByteNames, AreNotCutByTheHelpersForPaths) {
 }
 
 TEST_F(TwoByteNames, AreCountedFromTheBeginningOfTheirRun) {
-  // Two bytes that may both begin a character are one, and the backslash behind it is itself.
+  // Two bytes that can both begin a character are one character. The backslash after it is a
+  // separator.
   std::string path = "\x95\x95\\";
   vu_file::removeLastFileSep(path);
   EXPECT_EQ(path, "\x95\x95");
@@ -507,8 +493,8 @@ TEST_F(TwoByteNames, AreUtf8InTheOtherForm) {
 TEST_F(TwoByteNames, AreAskedForWhole) {
   const scratch_folder dir;
   make_folder(dir.path("\x95"));
-  // To Linux this is the folder and a separator; to the file layer it is one character, and so no
-  // folder's own entry is asked for.
+  // Linux sees a folder and a separator. The file layer sees one character, so it does not check
+  // for a folder.
   EXPECT_FALSE(vu_file::exists(dir.path(m_name)));
   EXPECT_TRUE(vu_file::exists(dir.path("\x95/")));
 }

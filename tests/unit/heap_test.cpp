@@ -12,8 +12,8 @@
 #include "tests/support/index_peer.h"
 #include "tests/support/scratch.h"
 
-// How much memory a question takes at most, and what a rename leaves that finds none. The replaced
-// operators count what this thread has, by the allocator's own sizes, and fail when they are told.
+// The peak memory of an existence query, and the state after a rename without memory. The replaced
+// operators count the allocations of this thread, with the allocator's sizes. They fail on request.
 
 namespace {
 
@@ -21,7 +21,7 @@ thread_local bool g_counting = false;
 thread_local std::ptrdiff_t g_live = 0;
 thread_local std::ptrdiff_t g_peak = 0;
 constexpr std::ptrdiff_t kAll = -1;
-/// So many allocations succeed before one fails.
+/// The number of allocations that still succeed before one fails.
 thread_local std::ptrdiff_t g_left = kAll;
 
 void taken(void* memory) {
@@ -52,7 +52,7 @@ void operator delete(void* memory, std::size_t) noexcept { operator delete(memor
 
 namespace {
 
-/// The most bytes that were allocated at one moment of an operation.
+/// The peak of allocated bytes during an operation.
 template <class Operation>
 std::ptrdiff_t peak_of(Operation operation) {
   g_live = 0;
@@ -63,7 +63,7 @@ std::ptrdiff_t peak_of(Operation operation) {
   return g_peak;
 }
 
-/// What a question takes beyond the size of "index.dat".
+/// The peak of a query, without the size of "index.dat".
 std::ptrdiff_t beyond_the_text(int entries, long timestamp, bool expected) {
   const index_folder folder;
   std::string text;
@@ -135,7 +135,7 @@ TEST(Heap, ThatRunsOutInARenameLeavesTheEntriesFromBeforeOrFromAfter) {
     folder.set_index(text);
     {
       STGIndex index = Peer::load(folder.path());
-      // As after adoption: there will be a save, whatever happens here.
+      // As after adoption: a save follows in any case.
       Peer::set_need_update(index);
       g_left = nth;
       try {

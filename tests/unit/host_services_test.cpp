@@ -1,5 +1,5 @@
-// The services in force: the host's, or defaults that the environment can change; and the log
-// history.
+// The current services: those of the host, or defaults that the environment can change. Also the
+// log history.
 
 #include "platform/host/host.h"
 
@@ -22,7 +22,7 @@ using Texts = std::vector<std::string>;
 using Numbers = std::vector<std::tuple<int, int, int>>;
 using Records = std::vector<fake_components::record_t>;
 
-/// An environment variable for the span of a test; empty removes it.
+/// Sets an environment variable for a scope; empty removes it.
 class variable {
  public:
   variable(const char* name, const std::string& value) : m_name(name) {
@@ -66,15 +66,13 @@ class HostServices : public testing::Test {
   }
 
  private:
-  // Whatever the tests' own environment says stays out of it.
+  // Hides the variables of the test environment.
   const variable m_binary{"VU_STORAGE_BINARY_DIR", ""};
   const variable m_server{"VU_STORAGE_SERVER_TEMP", ""};
   const variable m_framework{"VU_STORAGE_FRAMEWORK_TEMP", ""};
 };
 
 }  // namespace
-
-// ---- defaults ----------------------------------------------------------------------------------
 
 TEST_F(HostServices, TakeTheRunningProgramsFolderForTheBinaryFolder) {
   ucs2string expected;
@@ -139,8 +137,6 @@ TEST_F(HostServices, LetTheDefaultHelperBeInitialised) {
   EXPECT_EQ(text_of(host::temp().server_folder()), before);
 }
 
-// ---- what the host supplies --------------------------------------------------------------------
-
 TEST_F(HostServices, AreReplacedByTheHosts) {
   const variable binary("VU_STORAGE_BINARY_DIR", "C:\\from the environment");
   const variable server("VU_STORAGE_SERVER_TEMP", "C:\\from the environment");
@@ -191,8 +187,6 @@ TEST_F(HostServices, IncludeTheTraceSink) {
   }
   EXPECT_EQ(trace::sink(), nullptr);
 }
-
-// ---- the log history ---------------------------------------------------------------------------
 
 TEST_F(HostServices, RecordInTheLogHistory) {
   fake_components components;

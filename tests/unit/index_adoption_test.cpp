@@ -11,7 +11,7 @@
 #include "tests/support/recording_sink.h"
 #include "tests/unit/index_fixture.h"
 
-// Files found in the folder, which become entries under their own names.
+// Adoption: orphans become entries under their names.
 
 namespace {
 
@@ -21,15 +21,13 @@ using Peer = stg_index_test_peer;
 using NameMap = STGIndex::NameMap;
 using vu_host::trace_event;
 
-// ---- files found in the folder -----------------------------------------------------------------
-
 class IndexAdoption : public IndexTest {
  protected:
   IndexAdoption() : IndexTest(UnknownFiles::kAreAdopted) {}
 
-  /// Loads the index, which adopts, and writes it back.
+  /// Loads the index, which adopts the orphans, and saves it.
   void adopt() const { const STGIndex index = Peer::load(folder.path()); }
-  /// The listing but for the index itself.
+  /// The listing without the index.
   Texts other_names() const {
     Texts names = folder.names();
     std::erase(names, "index.dat");
@@ -105,7 +103,7 @@ TEST_F(IndexAdoption, RecognisesTheIndexsOwnFilesByTheirExactNames) {
   folder.write("xindex");
   folder.write("index.dat2");
 #if !defined(_WIN32)
-  // On Windows these are the index's own files.
+  // On Windows these names are the index and the counter.
   folder.write("INDEX");
   folder.write("Index.dat");
 #endif
@@ -129,7 +127,7 @@ TEST_F(IndexAdoption, LowersTheCaseOfTheExtension) {
   EXPECT_EQ(folder.index(), "Report.kdb_0000000000/Report.kdb\n");
   EXPECT_EQ(folder.read("Report.kdb"), "bytes");
 #if !defined(_WIN32)
-  // An emulated Windows may say yes to a rename of the case alone and do nothing.
+  // Wine may report success for a rename that changes only the case, and do nothing.
   EXPECT_EQ(other_names(), (Texts{"Report.kdb"}));
 #endif
 }
@@ -159,7 +157,7 @@ TEST_F(IndexAdoption, LowersAsciiLettersOnly) {
 }
 
 TEST_F(IndexAdoption, KeepsTheNameWhenTheLowerCaseOneIsTaken) {
-  // Where names are told apart by their case.
+  // For systems with case-sensitive names.
   folder.write("Report.KDB", "upper");
   folder.write("Report.kdb", "lower");
   adopt();
@@ -183,7 +181,7 @@ TEST_F(IndexAdoption, RenamesAlsoWhenNoLetterChanges) {
   folder.write("README");
   os::faults::reset();
   adopt();
-  // A name without a dot is taken as it is.
+  // A name without a dot is not renamed.
   EXPECT_EQ(os::faults::calls(Call::rename), 1U);
 }
 
@@ -223,7 +221,7 @@ TEST_F(IndexAdoption, KnowsGeneratedFilesByTheirNameWithoutExtension) {
 }
 
 TEST_F(IndexAdoption, TakesAFileForKnownBesideOneOfItsNameWithoutExtension) {
-  // What is stored without an extension might be a generated name, whatever it looks like.
+  // A physical name without an extension may be a generated name, in any form.
   folder.write("notes");
   folder.write("notes.txt");
   folder.set_index("notes_0000000000/notes\n");
@@ -244,14 +242,14 @@ TEST_F(IndexAdoption, QueriesTheMapsInTwoSteps) {
   EXPECT_TRUE(Peer::alreadyInMaps(index, "notes.txt"));
   EXPECT_TRUE(Peer::alreadyInMaps(index, "notes.txt.bak"));
   EXPECT_FALSE(Peer::alreadyInMaps(index, "notes"));
-  // A stored name counts by itself only at timestamp 0 and for the logical name of that spelling.
+  // A physical name is known by itself only at timestamp 0 and with the same logical name.
   EXPECT_FALSE(Peer::alreadyInMaps(index, "moved.txt"));
   EXPECT_FALSE(Peer::alreadyInMaps(index, "later.txt"));
   EXPECT_FALSE(Peer::alreadyInMaps(index, ""));
 }
 
 TEST_F(IndexAdoption, LooksAFileUpWhoseNameIsAlsoStoredForAnother) {
-  // The stored name of the first line is that of the second one's file.
+  // Both lines have the same physical name. For the second line it is the whole file name.
   const std::string text = "a.kdb_0000000001/n.txt\nn.txt_0000000000/n.txt\n";
   folder.write("n.txt.kdb");
   folder.write("n.txt");
@@ -261,8 +259,7 @@ TEST_F(IndexAdoption, LooksAFileUpWhoseNameIsAlsoStoredForAnother) {
   EXPECT_TRUE(Peer::need_update(index)) << "so it is adopted once more";
 }
 
-/// What a folder's maps are when each listed file in turn is looked for in them and entered if
-/// unknown.
+/// The reference model: looks up each listed file in the maps and enters it if unknown.
 void adopt_plainly(const std::string& folder, NameMap& lp, NameMap& pl) {
   for (const std::string& name : vu_file::filenames(folder)) {
     if (name == "index.dat" || name == "index" || vu_file::is_dir(folder + "\\" + name)) continue;
@@ -320,7 +317,7 @@ TEST_F(IndexAdoption, KeepsTheStoredNameOfAnEntryThatIsThereAlready) {
     EXPECT_TRUE(Peer::need_update(index));
   }
   EXPECT_EQ(folder.index(), "a.txt_0000000000/00000005\n");
-  // It is the stored name that is made writable, which is no file here.
+  // The save makes the physical name writable. No file has this name.
   EXPECT_EQ(
       sink.count(trace_event::error, "vu_file::chmodW : failed (" + folder.path("00000005") + ")"),
       1U);
@@ -349,7 +346,7 @@ TEST_F(IndexAdoption, DoesNotReuseTheNumberOfAnUnknownEntry) {
   folder.write("00000001.kdb", "bytes of a");
   folder.set_index("a.kdb_0000000001/00000001\n");
   const synchronisation off(false);
-  // The listing breaks off, and the line's file is asked for by itself; the counter is lost.
+  // The listing fails, so the file of the line is checked by itself. There is no counter.
   const auto listing = os::faults::fail(Call::list, {5, os::Failure::kOther});
   const auto fault =
       os::faults::fail(Call::probe_search, {5, os::Failure::kOther}, 4, Times::kLasting);
@@ -372,7 +369,7 @@ TEST_F(IndexAdoption, GivesAnAdoptedNumberToNoNewEntry) {
   folder.write("00000002.txt");
   {
     STGIndex index = Peer::load(folder.path());
-    // "00000002.txt" takes no number: it is stored with its extension.
+    // "00000002.txt" uses no number: its physical name includes the extension.
     EXPECT_EQ(Peer::_create(index, "a.kdb", 1), "00000002.kdb");
   }
   EXPECT_EQ(folder.index(),
@@ -392,7 +389,7 @@ TEST_F(IndexAdoption, TakesGeneratedFilesForFoundOnesWhenTheIndexIsLost) {
 }
 
 TEST_F(IndexAdoption, LooksFilesUpInLinearTimeWhereNoLineIsValid) {
-  // Walking the lines for each file would take some hundred times as long as with one valid line.
+  // A walk over all lines for each file would take a hundred times as long as with one valid line.
   constexpr int kLines = 20000;
   constexpr int kFiles = kOnWindows ? 1000 : 8000;
   std::string missing;
@@ -457,7 +454,7 @@ TEST_F(IndexAdoption, EndsWhenTheListingRaises) {
 }
 
 TEST_F(IndexAdoption, IsRepeatedWhileARenameOfTheCaseAloneDoesNothing) {
-  // As on a system where such a rename succeeds without an effect.
+  // As on a system where this rename reports success but has no effect.
   folder.write("Report.KDB", "bytes");
   {
     const auto fault = os::faults::cut_transfer(Call::rename, 0);
@@ -468,7 +465,7 @@ TEST_F(IndexAdoption, IsRepeatedWhileARenameOfTheCaseAloneDoesNothing) {
   // The file is found under either spelling.
   EXPECT_EQ(folder.index(), "Report.kdb_0000000000/Report.kdb\n");
 #else
-  // The line's file is not there: the entry is not written, and the next load adopts the file.
+  // The file of the line is missing: the save drops the entry, and the next load adopts the file.
   EXPECT_EQ(folder.index(), " ");
   adopt();
   EXPECT_EQ(folder.index(), "Report.kdb_0000000000/Report.kdb\n");

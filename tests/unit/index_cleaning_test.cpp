@@ -13,7 +13,7 @@
 #include "tests/support/recording_sink.h"
 #include "tests/unit/index_fixture.h"
 
-// Cleaning by age: which entries go. The sweep, and the folders of sub-parts:
+// Cleaning by age: which entries are removed. The sweep and the folders of sub-parts:
 // index_sweep_test.cpp.
 
 namespace {
@@ -22,8 +22,6 @@ using os::faults::Call;
 using os::faults::Times;
 using AgeMap = STGIndex::AgeMap;
 using vu_host::trace_event;
-
-// ---- which entries go --------------------------------------------------------------------------
 
 TEST_F(IndexCleaning, RemovesEveryEntryUnderTheLimitZero) {
   write_aged("00000001.kdc", 10);
@@ -37,14 +35,14 @@ TEST_F(IndexCleaning, RemovesEveryEntryUnderTheLimitZero) {
       "a.kdc_0000000001/00000001\nb.kdc_0000000001/00000002\nnotes.txt_0000000000/notes.txt\n");
   EXPECT_EQ(clean(0), 3U);
   EXPECT_TRUE(kept.empty());
-  // What the index does not account for stays.
+  // Without a limit there is no sweep: the orphans stay.
   EXPECT_EQ(folder.names(), (Texts{"index", "index.dat", "stray", "stray.tmp"}));
   EXPECT_EQ(folder.index(), " ");
 }
 
 TEST_F(IndexCleaning, KeepsTheEntryOfAFileThatIsMadeAgainBeforeTheSave) {
-  // Somebody who had loaded the index before creates the entry again; or a file appears that bears
-  // the stored name alone.
+  // Another process that loaded the index before creates the entry again, or a file appears with
+  // the bare physical name.
   for (const char* const again : {"00000003.kdc", "00000003"}) {
     std::string text;
     for (int i = 1; i <= 9; ++i) {
@@ -54,7 +52,7 @@ TEST_F(IndexCleaning, KeepsTheEntryOfAFileThatIsMadeAgainBeforeTheSave) {
     }
     folder.set_index(text);
     {
-      // The first opening was that of the load.
+      // The first open is that of the load.
       const auto hook = os::faults::before(
           Call::open, [&] { folder.write(again); }, 2);
       EXPECT_EQ(clean(0), 9U);
@@ -144,7 +142,8 @@ TEST_F(IndexCleaning, UsesTheRequestedTime) {
 }
 
 TEST_F(IndexCleaning, TakesAFileOfTheFutureForNew) {
-  // One that was written while the clean waited for the lock lies in the future of its clock.
+  // A file that was written while the clean waited for the lock has a time after the clock of the
+  // clean.
   write_aged("00000001.kdc", -1);
   folder.set_index("a.kdc_0000000001/00000001\n");
   EXPECT_EQ(clean(1), 0U);
@@ -155,11 +154,12 @@ TEST_F(IndexCleaning, TakesAFileOfTheFutureForNew) {
 TEST_F(IndexCleaning, KeepsAFileOfUnknownAge) {
   write_aged("00000001.kdc", kDay);
   folder.set_index("a.kdc_0000000001/00000001\n");
-  // Of the folder and the size of the index, then of the file.
+  // Calls of stat before: for the folder and for the size of the index. The third one is for the
+  // file.
   for (const Times times : {Times::kOnce, Times::kLasting}) {
     kept.clear();
     const auto fault = os::faults::fail(Call::stat, kRefused, 3, times);
-    // Told the second time, it is old enough.
+    // If the second stat succeeds, the age is known.
     EXPECT_EQ(clean(2 * kDay), 0U);
     EXPECT_GE(fault.hits(), 1U);
     EXPECT_EQ(kept.size(), 1U);
@@ -185,7 +185,7 @@ TEST_F(IndexCleaning, KeepsAnUnknownEntry) {
   folder.write("stray");
   const std::string text = "a.kdc_0000000001/00000001\nb.kdc_0000000001/00000002\n";
   folder.set_index(text);
-  // The line of a missing file: the index itself is asked for before.
+  // The file of the line is missing. The first call is that for the index.
   const auto fault = os::faults::fail(Call::probe_search, kRefused, 2, Times::kOnce);
   recording_sink sink;
   EXPECT_EQ(clean(3600), 1U);
@@ -202,7 +202,7 @@ TEST_F(IndexCleaning, KeepsAnUnknownEntry) {
 }
 
 TEST_F(IndexCleaning, DropsALineWhoseFileTheSweepHasTaken) {
-  // The sweep goes by whole names, and the first line's would be 00000001.kdc.
+  // The sweep compares whole names. That of the first line's file is 00000001.kdc.
   folder.write("00000001");
   write_aged("00000002.kdc", kDay);
   folder.set_index("a.kdc_4294967295/00000001\nb.kdc_0000000001/00000002\n");
@@ -236,7 +236,7 @@ TEST_F(IndexCleaning, DoesNotCountALineThatStaysWhereEverythingIsToGo) {
   EXPECT_TRUE(folder.has("00000002.kdc_parts")) << "the parts of a document that stays";
 }
 
-/// The age under which a version is kept.
+/// The age that the clean reports for a version that it keeps.
 unsigned long age_of(std::int64_t time, std::int64_t now) {
   const synchronisation off(false);
   const index_folder folder;
@@ -257,17 +257,17 @@ TEST(IndexAges, AreCountedInTheLow32BitsOfBothTimes) {
   EXPECT_EQ(age_of(100, kRound + 110), 10U);
   EXPECT_EQ(age_of(100, 7 * kRound + 110), 10U);
 #if !defined(_WIN32)
-  // An emulated Windows does not keep such times of files.
+  // Wine does not keep such file times.
   EXPECT_EQ(age_of(kRound - 5, kRound + 5), 10U);
   EXPECT_EQ(age_of(kRound + 100, kRound + 110), 10U);
 #endif
 }
 
 #if !defined(_WIN32)
-// Windows takes the times of files from the very clock that it tells the time by.
+// On Windows the file times come from the same clock as the current time.
 TEST(IndexAges, AreTakenByAClockThatDoesNotLagBehindTheTimesOfFiles) {
-  // Files get the system's exact time. A clock that goes on by ticks is a second behind at the turn
-  // of one, and makes a file that was written just now the oldest of all.
+  // Files get the exact time of the system. A clock that advances in ticks is a second behind just
+  // after a second begins. A file written at that moment would then be the oldest of all.
   using std::chrono::milliseconds;
   using std::chrono::system_clock;
   std::int64_t most = 0;
@@ -285,12 +285,13 @@ TEST(IndexAges, AreTakenByAClockThatDoesNotLagBehindTheTimesOfFiles) {
 #endif
 
 TEST_F(IndexCleaning, TakesAMissingFileForVeryOld) {
-  // The line is valid through a file that is not the entry's own.
+  // The file that makes the line valid is not the file of the entry.
   folder.write("00000001");
   folder.set_index("a.kdc_0000000001/00000001\n");
   EXPECT_EQ(clean(1000000), 1U);
   EXPECT_TRUE(kept.empty());
-  // The other file is in no line now, and goes with the sweep; nothing brings the line back.
+  // The other file is now an orphan, and the sweep removes it. The merge does not bring the line
+  // back.
   EXPECT_EQ(folder.names(), (Texts{"index.dat"}));
   EXPECT_EQ(folder.index(), " ");
 }
@@ -306,7 +307,8 @@ TEST_F(IndexCleaning, NeverTakesAHugeLimitForZero) {
   write_aged("00000001.kdc", kDay);
   folder.write("stray.tmp");
   folder.set_index("a.kdc_0000000001/00000001\n");
-  // Where `long` is wider than 32 bits, the low ones of the second are 0.
+  // Where `long` is wider than 32 bits, the second limit is clamped. Its low 32 bits alone would be
+  // 0, which means no limit.
   EXPECT_EQ(clean(std::numeric_limits<unsigned long>::max()), 0U);
   EXPECT_EQ(clean(static_cast<unsigned long>(std::uint64_t{1} << 32U)),
             sizeof(unsigned long) > 4 ? 0U : 1U);
@@ -322,7 +324,8 @@ TEST_F(IndexCleaning, FindsFilesByItsOwnRuleForNames) {
       "notes.txt_0000000000/notes.txt\n"
       "plain_0000000001/00000002\n"
       "a.kdc_0000000001/00000003\n"
-      // A stored name with a dot is whole, though the entry's file would be "00000004.x.kdc".
+      // A physical name with a dot is a whole file name, although the entry's file would be
+      // "00000004.x.kdc".
       "b.kdc_0000000001/00000004.x\n");
   EXPECT_EQ(clean(35), 1U);
   EXPECT_EQ(kept, (AgeMap{{10, entry("notes.txt_0000000000")},
@@ -385,10 +388,8 @@ TEST_F(IndexCleaning, TracesTheFolderAndEveryEntryItRemoves) {
                          "XS:           Removing entry=notes.txt ts=0 nameOnFS=notes.txt"}));
 }
 
-// ---- with the switch on ------------------------------------------------------------------------
-
 TEST_F(IndexCleaning, FinishesWithAYoungUnknownFileBesideAnIndex) {
-  // The sweep's own look at the index adopts and saves, for which it needs every lock.
+  // The sweep loads the index, which adopts and saves. It needs every lock for that.
   const synchronisation on(true);
   write_aged("00000001.kdc", 10);
   write_aged("young.txt", 20);
@@ -420,8 +421,6 @@ TEST_F(IndexCleaning, RemovesAnAdoptedFileByItsAge) {
   EXPECT_EQ(folder.index(), "a.kdc_0000000001/00000001\n");
 }
 
-// ---- exceptions --------------------------------------------------------------------------------
-
 TEST_F(IndexCleaning, RaisesWhereTheIndexCannotBeLoaded) {
   write_aged("00000001.kdc", kDay);
   folder.set_index("a.kdc_0000000001/00000001\n");
@@ -437,7 +436,7 @@ TEST_F(IndexCleaning, StillWritesItsRemovalsWhenTheSweepRaises) {
   write_aged("00000002.kdc", 10);
   folder.write("stray");
   folder.set_index("a.kdc_0000000001/00000001\nb.kdc_0000000001/00000002\n");
-  // The second reading, to the end as the first one, is that of the sweep.
+  // The sweep reads the index again, to the end like the first time.
   const auto fault = os::faults::fail(Call::read, kRefused, 3);
   EXPECT_THROW(clean(3600), vu_file_except);
   EXPECT_EQ(folder.index(), "b.kdc_0000000001/00000002\n");
@@ -448,7 +447,7 @@ TEST_F(IndexCleaning, StillWritesItsRemovalsWhenTheSweepRaises) {
 TEST_F(IndexCleaning, RaisesWhatTheRewriteRaises) {
   write_aged("00000001.kdc", kDay);
   folder.set_index("a.kdc_0000000001/00000001\n");
-  // Read before: by the instance and by the sweep.
+  // Reads before: those of the instance and of the sweep.
   const auto fault = os::faults::fail(Call::read, kRefused, 3);
   EXPECT_THROW(clean(3600), vu_file_except);
   EXPECT_EQ(fault.hits(), 1U);
@@ -456,7 +455,7 @@ TEST_F(IndexCleaning, RaisesWhatTheRewriteRaises) {
 }
 
 #if !defined(_WIN32)
-// Narrow names are in a code page on Windows, and are no UTF-8 there unless that is it.
+// Narrow names on Windows are in a code page, which need not be UTF-8.
 TEST_F(IndexCleaning, TakesTheBytesOfTheFolderForUtf8) {
   make_folder(folder.path("ordner-\xC3\xA4"));
   write_aged("ordner-\xC3\xA4\\00000001.kdc", kDay);
@@ -474,8 +473,6 @@ TEST_F(IndexCleaning, RaisesForNamesThatAreNoUtf8) {
   EXPECT_TRUE(folder.has("\xE4.kdc"));
 }
 #endif
-
-// ---- all of it ---------------------------------------------------------------------------------
 
 TEST_F(IndexCleaning, OfAllOutputEmptiesTheIndexAndLeavesTheRest) {
   write_aged("00000001.kdc", 10);

@@ -9,7 +9,7 @@
 #include "tests/support/recording_sink.h"
 #include "tests/unit/index_fixture.h"
 
-// The names of new physical files, which come from the counter.
+// The physical names of new files, from the counter.
 
 namespace {
 
@@ -21,11 +21,9 @@ using vu_host::trace_event;
 
 constexpr const char* kTrouble = "STGIndex::newIndex : return 99999999";
 
-// ---- the counter -------------------------------------------------------------------------------
-
 class IndexCounter : public IndexTest {
  protected:
-  /// Draws one name. @param counter the counter's content before; nothing for no counter.
+  /// Draws one name. @param counter the content of the counter; nullptr: no counter.
   std::string draw(const char* counter, const Texts& taken = {}) {
     if (counter == nullptr) {
       if (folder.has("index")) folder.erase("index");
@@ -238,10 +236,10 @@ TEST_F(IndexCounter, GivesTheTroubleNameEvenWhenItCannotBeKept) {
 }
 
 TEST_F(IndexCounter, GivesTheTroubleNameOncePerTrouble) {
-  // Two entries then share one physical name, and one file where their extensions agree.
+  // Two entries then share one physical name, and also one file if their extensions are equal.
   recording_sink sink;
   {
-    // The counter, then the new file, then the counter again.
+    // The order of opens: the counter, the new file, the counter.
     const auto first = os::faults::fail(Call::open, kRefused, 1);
     const auto second = os::faults::fail(Call::open, kRefused, 3);
     STGIndex index = Peer::load(folder.path());
@@ -258,7 +256,7 @@ TEST_F(IndexCounter, GivesTheTroubleNameOncePerTrouble) {
 }
 
 TEST_F(IndexCounter, KeepsItsOldNumberWhenTheDiskIsFull) {
-  // A write that fails is no exception: the name is given all the same.
+  // A failed write throws no exception: the name is returned all the same.
   recording_sink sink;
   const auto fault = os::faults::fail(Call::write, {28, os::Failure::kOther});
   EXPECT_EQ(draw("00000041"), "00000042");

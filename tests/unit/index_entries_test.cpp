@@ -6,7 +6,7 @@
 #include "tests/support/recording_sink.h"
 #include "tests/unit/index_fixture.h"
 
-// Changes of entries in memory and on their files: create, remove. Renaming: index_rename_test.cpp.
+// Creating and removing entries, in memory and with their files. Renaming: index_rename_test.cpp.
 
 namespace {
 
@@ -14,8 +14,6 @@ using os::faults::Call;
 using Peer = stg_index_test_peer;
 using NameMap = STGIndex::NameMap;
 using vu_host::trace_event;
-
-// ---- contains ----------------------------------------------------------------------------------
 
 TEST_F(IndexEntries, AreFoundByNameAndTimestamp) {
   folder.write("00000001.kdb");
@@ -27,8 +25,6 @@ TEST_F(IndexEntries, AreFoundByNameAndTimestamp) {
   EXPECT_FALSE(Peer::_contains(index, "a", 7));
   EXPECT_FALSE(Peer::_contains(index, "", 0));
 }
-
-// ---- create ------------------------------------------------------------------------------------
 
 class IndexCreate : public IndexEntries {};
 
@@ -71,7 +67,7 @@ TEST_F(IndexCreate, GivesTheSameNameAgainWithoutDrawingANumber) {
     STGIndex index = Peer::load(folder.path());
     EXPECT_FALSE(Peer::need_update(index));
     EXPECT_EQ(Peer::_create(index, "a.kdb", 1), "00000001.kdb");
-    // Set also when the entry is there.
+    // Set also if the entry exists.
     EXPECT_TRUE(Peer::need_update(index));
     EXPECT_EQ(index_traces(sink), create_texts());
   }
@@ -95,7 +91,7 @@ TEST_F(IndexCreate, KeepsTheBytesOfAFileThatIsThere) {
   os::faults::reset();
   EXPECT_EQ(Peer::_create(index, "a.kdb", 1), "00000001.kdb");
   EXPECT_EQ(folder.read("00000001.kdb"), "old bytes");
-  // The counter alone is opened.
+  // Only the counter is opened.
   EXPECT_EQ(os::faults::calls(Call::open), 1U);
 }
 
@@ -123,7 +119,7 @@ TEST_F(IndexCreate, LetsAFileThatCannotBeMadeRaise) {
   recording_sink sink;
   {
     STGIndex index = Peer::load(folder.path());
-    // The first opening is the counter's.
+    // The first open is that of the counter.
     const auto fault = os::faults::fail(Call::open, kRefused, 2);
     try {
       Peer::_create(index, "a.kdb", 1);
@@ -134,7 +130,7 @@ TEST_F(IndexCreate, LetsAFileThatCannotBeMadeRaise) {
     EXPECT_FALSE(Peer::need_update(index));
     EXPECT_EQ(index_traces(sink), Texts{});
   }
-  // The number is spent, the index unchanged.
+  // The number is used up; the index is unchanged.
   EXPECT_EQ(folder.names(), (Texts{"index"}));
   EXPECT_EQ(folder.read("index"), "00000001");
 }
@@ -154,8 +150,6 @@ TEST_F(IndexCreate, GivesTheFileBackUnlocked) {
   EXPECT_TRUE(file.try_open(vu_file::o_append, lock_failed, true));
   EXPECT_FALSE(lock_failed);
 }
-
-// ---- remove ------------------------------------------------------------------------------------
 
 class IndexRemove : public IndexEntries {};
 
@@ -247,7 +241,7 @@ TEST_F(IndexRemove, SaysThatAFileStaysAndDropsTheEntryAllTheSame) {
     EXPECT_TRUE(Peer::lp(index).empty());
     EXPECT_TRUE(Peer::pl(index).empty());
   }
-  // The file being there, the line on disk is valid, and the merge brings it back.
+  // The file exists, so the line on disk is valid and the merge restores it.
   EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\n");
   EXPECT_EQ(folder.read("00000001.kdb"), "stays");
 }
@@ -260,7 +254,7 @@ TEST_F(IndexRemove, SaysThatAFileStaysThatNeverWasWritten) {
     const auto fault = os::faults::fail(Call::remove_file, kRefused);
     Peer::_remove(index, "a.kdb", 1);
   }
-  // No line of it is on disk, so nothing brings it back.
+  // The disk has no line for it, so the merge does not restore it.
   EXPECT_EQ(sink.count(trace_event::error,
                        "STGIndex: removal of file failed: " + folder.path("00000001.kdb")),
             1U);
@@ -278,12 +272,12 @@ TEST_F(IndexRemove, FreesAPhysicalNameThatTwoEntriesShare) {
     EXPECT_EQ(Peer::lp(index), (NameMap{{"a_0000000001", "00000001"}}));
     EXPECT_TRUE(Peer::pl(index).empty());
   }
-  // The other entry's file went with it.
+  // The file of the other entry was removed with it.
   EXPECT_EQ(folder.index(), " ");
   EXPECT_FALSE(folder.has("00000001"));
 }
 
-// A clean of another process takes every file that the index does not name.
+// A clean in another process removes every file that the index does not name.
 
 TEST_F(IndexEntries, GetTheirFileAgainThatACleanSweptBeforeTheSave) {
   folder.set_index("a.kdb_0000000001/00000001\n");
@@ -303,7 +297,8 @@ TEST_F(IndexEntries, GetTheirFileAgainThatACleanSweptBeforeTheSave) {
 }
 
 TEST_F(IndexEntries, MayGiveALineThatRunsOnItsFile) {
-  // Without a line feed behind the stored name the first line runs on to it, with a key of its own.
+  // The first line has no slash, so it continues to the slash of the second line. The key of this
+  // line contains the line feed.
   const std::string runs_on = "n.txt_0000000000\na.kdb_0000000000/00000001.kdb";
   folder.set_index(runs_on);
   EXPECT_EQ(STGIndex::create(folder.path(), "b.kdb", 0), "00000001.kdb");

@@ -7,7 +7,7 @@
 #include "tests/support/recording_sink.h"
 #include "tests/unit/index_fixture.h"
 
-// The question that needs no instance, where the seam or the traces show what it does.
+// The existence query without an instance, seen at the seam and in the traces.
 
 namespace {
 
@@ -23,7 +23,7 @@ class IndexExists : public IndexOperations {
     physical = "untouched";
     return STGIndex::exists(folder.path(), logical, ts, physical);
   }
-  /// "yes, " or "no, ", and the name that was given.
+  /// "yes, " or "no, ", and the returned name.
   std::string answer(const std::string& logical, long ts) {
     return (exists(logical, ts) ? "yes, " : "no, ") + physical;
   }
@@ -53,7 +53,7 @@ TEST_F(IndexExists, TakesTheNameAsItIs) {
   folder.write("a.kdb");
   folder.write("index", "00000001");
   folder.set_index(" ");
-  // A folder, a way through folders, patterns, the index's own files, the folder itself.
+  // A folder, a path through folders, patterns, the index and its counter, the folder itself.
   for (const std::string logical : {"sub", "sub\\inner.kdb", "sub\\..\\a.kdb", "..", "*", "a*",
                                     "?.kdb", "index", "index.dat", ""}) {
     EXPECT_TRUE(exists(logical, 1)) << logical;
@@ -93,7 +93,7 @@ TEST_F(IndexExists, FindsNoEntryWhoseFileHasGone) {
 }
 
 TEST_F(IndexExists, NamesTheFileOfALineThatOnlyAnotherFileMakesValid) {
-  // The stored name is there, which makes the line valid; the entry's own file is not.
+  // The file with the bare physical name makes the line valid. The file of the entry is missing.
   folder.write("00000001");
   folder.set_index("a.kdb_0000000005/00000001\n");
   EXPECT_EQ(answer("a.kdb", 5), "no, 00000001.kdb");
@@ -117,7 +117,7 @@ TEST_F(IndexExists, StopsAtAValidLineWhoseFileIsMissing) {
 TEST_F(IndexExists, FindsAFoundFileUnderAnotherTimestampByNoMeans) {
   folder.write("moved.txt");
   folder.set_index("notes.txt_0000000000/moved.txt\n");
-  // At timestamp 0 with another stored name the extension is appended: no such file.
+  // The extension is appended, because the physical name differs from the logical name.
   EXPECT_EQ(answer("notes.txt", 0), "no, moved.txt.txt");
 }
 
@@ -156,7 +156,7 @@ TEST_F(IndexExists, FindsAKeyThatRanOverTheEndOfALine) {
 }
 
 TEST_F(IndexExists, AnswersAsALoadedIndexDoes) {
-  // Every line here is a case of its own; the loaded maps are what it has to agree with.
+  // Each line is one case. The loaded maps are the reference.
   folder.write("00000001.kdb");
   folder.write("00000002");
   folder.write("notes.txt");
@@ -202,7 +202,7 @@ TEST_F(IndexExists, OnlyReadsWhereThereIsAnIndex) {
   EXPECT_TRUE(exists("a.kdb", 5));
   EXPECT_FALSE(exists("a.kdb", 6));
 #if defined(_WIN32)
-  EXPECT_TRUE(exists("stray.txt", 0));  // by the file itself, whatever the case
+  EXPECT_TRUE(exists("stray.txt", 0));  // found by the file itself, in any letter case
 #else
   EXPECT_FALSE(exists("stray.txt", 0));
 #endif
@@ -223,7 +223,7 @@ TEST_F(IndexExists, AdoptsWhereItMakesTheIndex) {
   folder.write("Report.KDB");
   EXPECT_EQ(answer("Report.kdb", 0), "yes, Report.kdb");
 #if !defined(_WIN32)
-  // On Windows the file answers by itself, and there is no need for an index.
+  // On Windows the file itself is found, so the query does not use the index.
   EXPECT_EQ(folder.index(), "Report.kdb_0000000000/Report.kdb\n");
 #endif
 }
@@ -296,7 +296,7 @@ TEST_F(IndexExists, LetsAFailedReadPass) {
 
 TEST_F(IndexExists, NamesAnUnknownEntry) {
   folder.set_index("a.kdb_0000000005/00000007\n");
-  // Asked for before: the logical name and the index.
+  // Calls before: for the logical name and for the index.
   const auto fault = os::faults::fail(Call::probe_search, kRefused, 3, Times::kLasting);
   recording_sink sink;
   EXPECT_FALSE(STGIndex::exists(folder.path(), "a.kdb", 5, physical));
@@ -315,8 +315,8 @@ TEST_F(IndexExists, TracesNothingWhereAllIsWell) {
   EXPECT_EQ(index_traces(sink), Texts{});
 }
 
-/// How many calls of the seam a question takes in a folder of so many entries. Of all their files
-/// only two are there: the others are none of its business.
+/// The number of seam calls of one query in a folder with this many entries. Only two of their
+/// files exist; the query does not check the others.
 std::uint64_t calls_to_ask(int entries, const std::string& logical, bool expected) {
   const index_folder folder;
   std::string text;

@@ -20,13 +20,12 @@
 
 enum class UnknownFiles { kStay, kAreAdopted };
 
-/// A fresh folder for an index.
 class IndexTest : public testing::Test {
  protected:
   explicit IndexTest(UnknownFiles unknown_files = UnknownFiles::kStay)
       : m_switch(unknown_files == UnknownFiles::kAreAdopted) {}
 
-  /// Whether nobody holds a lock on a file of the folder.
+  /// Whether no handle has a lock on a file of the folder.
   bool is_free(const std::string& name) const {
     vu_file file(folder.path(), name);
     bool lock_failed = true;
@@ -41,10 +40,10 @@ class IndexTest : public testing::Test {
   synchronisation m_switch;
 };
 
-/// An index whose entries change, and what the changes trace.
+/// For changes of entries, and their traces.
 class IndexEntries : public IndexTest {
  protected:
-  /// The two records that a change ends with.
+  /// The two records at the end of a change.
   Texts change(const std::string& kind, int blanks) const {
     return {
         "M:  STGIndex (" + kind + ": Set need update flag to true: index.dat will be updated",
@@ -55,7 +54,6 @@ class IndexEntries : public IndexTest {
   Texts rename_texts() const { return change("rename)", 11); }
 };
 
-/// The public operations on a folder's index.
 class IndexOperations : public IndexTest {
  protected:
   std::string cannot_open(const std::string& logical, const std::string& reason) const {
@@ -66,10 +64,10 @@ class IndexOperations : public IndexTest {
   std::string physical = "untouched";
 };
 
-/// An index that is written back, and what the writing traces.
+/// For saves, and their traces.
 class IndexSaving : public IndexTest {
  protected:
-  /// Loads the folder's index and writes it back, changed or not.
+  /// Loads the index and saves it, changed or not.
   void rewrite() const {
     STGIndex index = stg_index_test_peer::load(folder.path());
     stg_index_test_peer::set_need_update(index);
@@ -93,7 +91,7 @@ inline constexpr std::int64_t kDay = 86400;
 /// A folder that is cleaned at the time kNow.
 class IndexCleaning : public IndexTest {
  protected:
-  /// A file as old as given.
+  /// Writes a file of this age in seconds.
   void write_aged(const std::string& name, std::int64_t age, const std::string& bytes = "x") const {
     folder.write(name, bytes);
     set_modify_time(folder.path(name), kNow - age);
@@ -124,7 +122,7 @@ class IndexMigration : public testing::Test {
   std::string index() const { return read("index.dat"); }
   Texts names() const { return list_folder(path()); }
   bool has(const std::string& name) const { return file_exists(path(name)); }
-  /// The bytes of an entry's file, by its logical name.
+  /// The bytes of the file of a logical name.
   std::string entry(const std::string& logical) const {
     std::string physical;
     return STGIndex::exists(path(), logical, 0, physical) ? read(physical) : "no such entry";
@@ -148,7 +146,7 @@ class IndexMigration : public testing::Test {
   const std::string mail = root.path("storage\\mail");
 };
 
-/// Texts out of few pieces, always the same ones.
+/// Random texts from a few pieces, with a fixed seed.
 class RandomTexts {
  public:
   RandomTexts(std::uint32_t seed, std::vector<std::string> pieces)
@@ -167,7 +165,7 @@ class RandomTexts {
   std::vector<std::string> m_pieces;
 };
 
-/// The lines of one key, as a question for it goes through them.
+/// The lines of one key, in the order in which a query reads them.
 inline std::vector<plain_index::line> lines_of_key(const std::string& text,
                                                    const std::string& key) {
   std::vector<plain_index::line> result;

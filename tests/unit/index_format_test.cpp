@@ -23,8 +23,6 @@ namespace {
 using Peer = stg_index_test_peer;
 using NameMap = STGIndex::NameMap;
 
-// ---- keys --------------------------------------------------------------------------------------
-
 TEST(IndexKey, EndsWithAnUnderscoreAndTenDigits) {
   EXPECT_EQ(Peer::entryAndTS("a.kdb", 7), "a.kdb_0000000007");
   EXPECT_EQ(Peer::entryAndTS("Sales Report.kdb", 1199145600), "Sales Report.kdb_1199145600");
@@ -44,7 +42,7 @@ TEST(IndexKey, HoldsANegativeTimestampInItsUnsignedForm) {
 }
 
 TEST(IndexKey, ClampsATimestampThatIsWiderThan32Bits) {
-  // Where `long` has 32 bits itself there is nothing to clamp: these are then its own ends.
+  // Where `long` has 32 bits, these are its limits and nothing is clamped.
   EXPECT_EQ(Peer::entryAndTS("a", std::numeric_limits<long>::max()), "a_2147483647");
   EXPECT_EQ(Peer::entryAndTS("a", std::numeric_limits<long>::min()), "a_2147483648");
 }
@@ -53,7 +51,7 @@ TEST(IndexKey, GivesItsLogicalNameBack) {
   EXPECT_EQ(Peer::entryOnly("a.kdb_0000000007"), "a.kdb");
   EXPECT_EQ(Peer::entryOnly("a_b_c_0000000042"), "a_b_c");
   EXPECT_EQ(Peer::entryOnly("_0000000000"), "");
-  // Eleven characters go, whatever they are.
+  // The last eleven characters are removed, in any form.
   EXPECT_EQ(Peer::entryOnly("abcdefghijkl"), "a");
 }
 
@@ -93,8 +91,6 @@ TEST(IndexKey, GivesTheSameToTheTextFunctions) {
   EXPECT_EQ(index_format::timestamp_of("a_4294967295"), 2147483647);
 }
 
-// ---- extensions and physical names -------------------------------------------------------------
-
 TEST(IndexExtension, ReachesFromTheLastDotToTheEnd) {
   const std::vector<std::pair<std::string, std::string>> table = {
       {"a.kdb", ".kdb"}, {"README", ""},           {"", ""},        {".", "."},
@@ -114,9 +110,9 @@ TEST(IndexPhysicalName, IsTheStoredNameAloneForAFileFoundInTheFolder) {
 TEST(IndexPhysicalName, IsTheStoredNameWithTheLogicalNamesExtensionOtherwise) {
   EXPECT_EQ(index_format::file_name_of("a.kdb_0000000007", "00000012"), "00000012.kdb");
   EXPECT_EQ(index_format::file_name_of("README_0000000007", "00000012"), "00000012");
-  // At timestamp 0 as well, when the stored name is not the logical one.
+  // Also at timestamp 0, if the physical name is not the logical name.
   EXPECT_EQ(index_format::file_name_of("read.txt_0000000000", "00000001"), "00000001.txt");
-  // And under the same name at any other timestamp: the extension comes twice.
+  // With the same name at another timestamp the extension is appended to it again.
   EXPECT_EQ(index_format::file_name_of("notes.txt_0000000001", "notes.txt"), "notes.txt.txt");
 }
 
@@ -141,8 +137,6 @@ TEST(IndexAccessors, DeriveTheirValuesFromTheElement) {
   EXPECT_EQ(Peer::ts(it), 0);
   EXPECT_EQ(Peer::pName(it), "notes.txt");
 }
-
-// ---- numbers -----------------------------------------------------------------------------------
 
 TEST(IndexNumber, IsReadLikeAWhole32BitNumber) {
   const std::vector<std::pair<std::string, std::int32_t>> table = {{"", 0},
@@ -186,8 +180,6 @@ TEST(IndexNumber, StopsAtTheEndsOfItsRange) {
   EXPECT_EQ(index_format::parse_decimal("-" + std::string(1000, '9')), kLeast);
   EXPECT_EQ(index_format::parse_decimal(std::string(1000, '0') + "5"), 5);
 }
-
-// ---- escaped names -----------------------------------------------------------------------------
 
 TEST(EscapedForm, HoldsLettersDigitsAndSevenMoreCharacters) {
   const std::string allowed =
@@ -241,7 +233,7 @@ TEST(Unescape, DropsAnIncompleteEscapeAndWhatFollowsIt) {
   EXPECT_EQ(unescaped("a%4.kdb"), "a.kdb");
   EXPECT_EQ(unescaped("a%.kdb"), "a.kdb");
   EXPECT_EQ(unescaped("a%20%4.kdb"), "a .kdb");
-  EXPECT_EQ(unescaped("%%4"), "T");  // complete: "%" is a digit like any other
+  EXPECT_EQ(unescaped("%%4"), "T");  // complete: "%" is accepted as a digit
 }
 
 TEST(Unescape, TakesLettersOfBothCasesAsDigits) {
@@ -258,8 +250,8 @@ TEST(Unescape, TakesLettersOfBothCasesAsDigits) {
   }
 }
 
-/// What one character counts as, in the words of the format: below "A" its code less 48, else its
-/// code without bit 0x20 less 55; characters are signed.
+/// The value of a character: below "A" its code minus 48, else its code without bit 0x20, minus 55.
+/// Characters are signed.
 int counts_as(int byte) {
   const int code = byte < 128 ? byte : byte - 256;
   if (code < 65) return code - 48;
@@ -289,7 +281,7 @@ TEST(Unescape, KeepsBytesAbove127) {
   EXPECT_EQ(unescaped("\xC3\xA9+\xFF.\x80+"), "\xC3\xA9 \xFF.\x80+");
 }
 
-// The lines of a text: which there are. Which of them count: index_text_test.cpp.
+// Splitting a text into lines. Which lines are valid: index_text_test.cpp.
 
 using index_format::Line;
 using index_format::Lines;
@@ -311,7 +303,7 @@ std::vector<PlainLine> lines_of(const std::string& text) {
   return result;
 }
 
-/// Compares every walk over a text with the plain one.
+/// Compares every function that walks over a text with the reference model.
 void expect_the_plain_lines(const std::string& text) {
   const std::vector<PlainLine> expected = plain_index::lines(text);
   ASSERT_EQ(lines_of(text).size(), expected.size()) << shown(text);
@@ -324,8 +316,6 @@ void expect_the_plain_lines(const std::string& text) {
     ASSERT_TRUE(lines_of_key(text, key) == lines) << shown(text) << " key " << shown(key);
   }
 }
-
-// ---- which lines there are ---------------------------------------------------------------------
 
 TEST(IndexLines, AreThePlainOnesInEveryShortText) {
   constexpr const char* kCharacters = "a/\n";
@@ -383,10 +373,10 @@ TEST(IndexLines, RunOnToTheNextSlashWithTheRestOfTheTextAsName) {
   EXPECT_EQ(lines_of("x\ny\nkey/phys\nkey2/phys2\n"), expected);
 }
 
-// The loops over the text of an index that take many bytes at a time, beside plain ones.
+// The loops that process many bytes at a time, compared with simple loops.
 
 std::string some_text(std::mt19937& random, std::size_t size) {
-  // Few kinds of bytes, so that they meet; above 127, too.
+  // Few different bytes, so that they meet often; some are above 127.
   constexpr std::string_view kBytes("ab/\n\x80\xff\0", 7);
   std::string text(size, '\0');
   for (char& each : text) each = kBytes[random() % (random() % 8 == 0 ? kBytes.size() : 2)];
