@@ -121,22 +121,52 @@ std::string filled(const char* file,
 /// What the two call differently.
 struct CaseShell {
   const char* file;
-  std::string (*reply)(const OptionUsage& option);
-  const char* words;  ///< what is done with the words of a place
+  const char* place;     ///< what is done with the words of a place, which "%" stands for
+  const char* words;     ///< what replies one of the words that "%" stands for
+  const char* folders;   ///< what replies a folder
+  const char* files;     ///< what replies a file
+  const char* anything;  ///< what is done where nothing is known of a value
 };
+constexpr CaseShell kBash = {"stgctl.bash",
+                             "words='%'",
+                             "COMPREPLY=($(compgen -W '%' -- \"$cur\"))",
+                             "COMPREPLY=($(compgen -d -- \"$cur\"))",
+                             "COMPREPLY=($(compgen -f -- \"$cur\"))",
+                             ":"};
+constexpr CaseShell kZsh = {"stgctl.zsh", "compadd -- %", "compadd -- %",
+                            "_files -/",  "_files",       "_message 'value'"};
+
+/// The pattern with the words in place of its "%".
+std::string with_words(std::string pattern, const std::vector<std::string>& words) {
+  return pattern.replace(pattern.rfind('%'), 1, spaced(words));
+}
+
+std::string reply_of(const CaseShell& shell, const OptionUsage& option) {
+  switch (const Kind kind = kind_of(option)) {
+    case Kind::kWords:
+      return with_words(shell.words, option.choices);
+    case Kind::kFolders:
+      return shell.folders;
+    case Kind::kFiles:
+      return shell.files;
+    case Kind::kAnything:
+      return shell.anything;
+    default:
+      return "_stgctl_found " + asked_for(kind);
+  }
+}
 
 std::string case_script(const CaseShell& shell, const std::vector<CommandUsage>& usage) {
   std::string values;
   for_each_value(
       usage, [&](const std::string& place, const std::string& name, const OptionUsage& option) {
         values += formatted("    {}|{}') {}; return ;;\n", place == "*" ? "*'" : "'" + place, name,
-                            shell.reply(option));
+                            reply_of(shell, option));
       });
   std::string places;
   for (const CommandUsage& command : usage) {
-    places += formatted("    '{}') ", command.name()) + shell.words;
-    places.replace(places.rfind("%"), 1, spaced(words_at(command, usage.front())));
-    places += " ;;\n";
+    places += formatted("    '{}') {} ;;\n", command.name(),
+                        with_words(shell.place, words_at(command, usage.front())));
   }
   return filled(shell.file, {{"%PATHS%", pattern_of_all(usage)},
                              {"%VALUES%", values},
@@ -144,39 +174,6 @@ std::string case_script(const CaseShell& shell, const std::vector<CommandUsage>&
                              {"%OWNERS%", pattern_of(usage, Kind::kOwners)},
                              {"%PLACES%", places}});
 }
-
-std::string bash_reply(const OptionUsage& option) {
-  switch (const Kind kind = kind_of(option)) {
-    case Kind::kWords:
-      return formatted("COMPREPLY=($(compgen -W '{}' -- \"$cur\"))", spaced(option.choices));
-    case Kind::kFolders:
-      return "COMPREPLY=($(compgen -d -- \"$cur\"))";
-    case Kind::kFiles:
-      return "COMPREPLY=($(compgen -f -- \"$cur\"))";
-    case Kind::kAnything:
-      return ":";
-    default:
-      return "_stgctl_found " + asked_for(kind);
-  }
-}
-
-std::string zsh_reply(const OptionUsage& option) {
-  switch (const Kind kind = kind_of(option)) {
-    case Kind::kWords:
-      return formatted("compadd -- {}", spaced(option.choices));
-    case Kind::kFolders:
-      return "_files -/";
-    case Kind::kFiles:
-      return "_files";
-    case Kind::kAnything:
-      return "_message 'value'";
-    default:
-      return "_stgctl_found " + asked_for(kind);
-  }
-}
-
-constexpr CaseShell kBash = {"stgctl.bash", bash_reply, "words='%'"};
-constexpr CaseShell kZsh = {"stgctl.zsh", zsh_reply, "compadd -- %"};
 
 // ---- fish --------------------------------------------------------------------------------------
 

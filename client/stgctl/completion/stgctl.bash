@@ -23,6 +23,7 @@ _stgctl_found() {
   COMPREPLY=("${COMPREPLY[@]#"$cut"}")
   compopt -o filenames 2>/dev/null
 }
+# A twin of the function for zsh: the same tables of cases.
 _stgctl() {
   local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]} place='' words='' next i
   COMPREPLY=()

@@ -15,6 +15,7 @@ _stgctl_found() {
   found=("${(@f)$(stgctl complete $1 "${(Q)PREFIX}" "${tree[@]}" 2>/dev/null)}")
   [[ -n ${found[1]} ]] && compadd -a found
 }
+# A twin of the function for bash: the same tables of cases.
 _stgctl() {
   local place='' next i
   for ((i = 2; i < CURRENT; i++)); do
