@@ -69,6 +69,13 @@ class FolderFiles {
     return m_are_sure || entry == kNone || !may_be_missing(m_entries[entry]) ? entry : kNone;
   }
 
+  /// The position of the name in the listing as it is spelled, or kNone. Unlike listed(), it does
+  /// not ask whether an existence test would find it.
+  std::size_t spelled(std::string_view name) {
+    const std::uint64_t hash = ask(name);
+    return m_names.find(name, hash);
+  }
+
   /// Checks a name of the folder without the listing.
   Presence probe(std::string_view name);
 

@@ -40,7 +40,6 @@ void FolderView::take_text() {
 
 void FolderView::list() {
   m_names.clear();
-  m_table.clear();
   os::Listing entries;
   std::vector<sys::Kind> kinds;
   sys::Folder listing;
@@ -54,11 +53,8 @@ void FolderView::list() {
     m_status = listing.status();
   }
   m_files = std::make_unique<FolderFiles>(m_folder.path, std::move(entries));
-  for (const os::Entry entry : m_files->entries()) {
-    const auto number = static_cast<std::uint32_t>(m_names.size());
-    m_names.push_back({entry.name, kinds[number]});
-    m_table.insert(entry.name, number);
-  }
+  for (const os::Entry entry : m_files->entries())
+    m_names.push_back({entry.name, kinds[m_names.size()]});
 }
 
 void FolderView::read_index(const sys::Locking& locking) {

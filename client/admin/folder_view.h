@@ -133,8 +133,11 @@ class FolderView {
   /// All items of the folder, also the index and the counter, in the system's order.
   std::span<const Name> names() const { return m_names; }
   static constexpr std::uint32_t kNone = NameTable::kNone;
+  static_assert(kNone == static_cast<std::uint32_t>(FolderFiles::kNone));
   /// The position of a name in names(), compared byte by byte; or kNone.
-  std::uint32_t find(std::string_view name) const { return m_table.find(name); }
+  std::uint32_t find(std::string_view name) const {
+    return m_files ? static_cast<std::uint32_t>(m_files->spelled(name)) : kNone;
+  }
 
   /// The same names for the library's index reader. It asks the system for names that are missing
   /// here.
@@ -161,7 +164,6 @@ class FolderView {
   bool m_has_interrupted_save = false;
   std::unique_ptr<FolderFiles> m_files;
   std::vector<Name> m_names;  ///< views of m_files
-  NameTable m_table;
 };
 
 // ---- the lines of its index --------------------------------------------------------------------
