@@ -81,12 +81,23 @@ struct Lookup {
 /// Looks up an entry at exactly one timestamp, as the library does before it opens a file.
 Lookup look_up(const Tree& tree, const Request& request, const sys::Locking& locking);
 
-/// A key file: its lines, split at the first "=".
+// ---- key files ---------------------------------------------------------------------------------
+
+/// A key file: lines "name=value", split at the first "=", each ended by a carriage return, a line
+/// feed or a tab.
 struct KeyFile {
   std::vector<std::pair<std::string, std::string>> lines;
   std::size_t passed_over = 0;  ///< number of lines without "="
 };
 os::Status read_key_file(const std::string& path, const sys::Locking& locking, KeyFile& file);
+
+enum class KeyEdit { kChanged, kUnchanged };
+
+/// Gives a key a value: in its first line, while its other lines go, or in a new line at the end.
+/// What is no line of the key stays as it is, to the byte.
+KeyEdit set_key(std::string& text, std::string_view key, std::string_view value);
+/// Removes every line of a key.
+KeyEdit unset_key(std::string& text, std::string_view key);
 
 /// The path of the master profile in a configuration folder: "profile.txt" if it exists, else
 /// "master.txt". Empty if both are missing.

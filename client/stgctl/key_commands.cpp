@@ -7,7 +7,6 @@
 #include "client/admin/system.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/context.h"
-#include "client/stgctl/key_lines.h"
 #include "client/stgctl/look.h"
 #include "client/stgctl/operations.h"
 #include "client/stgctl/text.h"
@@ -22,6 +21,8 @@ namespace sys = admin::sys;
 // ---- changing ----------------------------------------------------------------------------------
 
 namespace {
+
+using admin::KeyEdit;
 
 struct EditOptions {
   std::string file = "profile.txt";
@@ -61,8 +62,8 @@ Edit parse_edit(const std::string& text, Change change) {
 std::vector<KeyEdit> apply(const std::vector<Edit>& edits, Change change, std::string& text) {
   std::vector<KeyEdit> results;
   for (const Edit& edit : edits) {
-    results.push_back(change == Change::kSet ? set_key(text, edit.key, edit.value)
-                                             : unset_key(text, edit.key));
+    results.push_back(change == Change::kSet ? admin::set_key(text, edit.key, edit.value)
+                                             : admin::unset_key(text, edit.key));
   }
   return results;
 }

@@ -10,6 +10,7 @@
 
 #include "client/admin/folder_view.h"
 #include "client/admin/formatted.h"
+#include "client/admin/lookup.h"
 #include "client/admin/text.h"
 
 using admin::NameTable;
@@ -90,6 +91,31 @@ TEST(AdminText, MatchesShellPatterns) {
         Case{"", "", true}, Case{"", "a", false}, Case{"a**", "a", true}, Case{"?", "", false}})
     EXPECT_EQ(admin::matches(each.pattern, each.name), each.expected)
         << each.pattern << " on " << each.name;
+}
+
+TEST(AdminKeyLines, ChangesTheFirstLineOfAKeyAndDropsTheOthers) {
+  std::string text = "a=1\nb=2\ta=3\r\na=4";
+  EXPECT_EQ(admin::set_key(text, "a", "5"), admin::KeyEdit::kChanged);
+  EXPECT_EQ(text, "a=5\nb=2\t");
+  EXPECT_EQ(admin::set_key(text, "a", "5"), admin::KeyEdit::kUnchanged);
+  EXPECT_EQ(admin::set_key(text, "c", ""), admin::KeyEdit::kChanged);
+  EXPECT_EQ(text, "a=5\nb=2\tc=\n");
+}
+
+TEST(AdminKeyLines, EndsALastLineBeforeItAddsOne) {
+  std::string text = "a=1";
+  EXPECT_EQ(admin::set_key(text, "b", "2"), admin::KeyEdit::kChanged);
+  EXPECT_EQ(text, "a=1\nb=2\n");
+  std::string empty;
+  EXPECT_EQ(admin::set_key(empty, "b", "2"), admin::KeyEdit::kChanged);
+  EXPECT_EQ(empty, "b=2\n");
+}
+
+TEST(AdminKeyLines, TakesNoOtherKeyForTheOne) {
+  std::string text = "ab=1\na\na b=2\n=a=3\n";
+  const std::string before = text;
+  EXPECT_EQ(admin::unset_key(text, "a"), admin::KeyEdit::kUnchanged);
+  EXPECT_EQ(text, before);
 }
 
 TEST(AdminNameTable, KeepsTheFirstNumberOfAName) {

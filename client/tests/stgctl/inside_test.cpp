@@ -8,7 +8,6 @@
 #include <string>
 
 #include "client/stgctl/json.h"
-#include "client/stgctl/key_lines.h"
 #include "client/stgctl/report_charts.h"
 #include "client/stgctl/template_text.h"
 #include "client/stgctl/text.h"
@@ -72,34 +71,6 @@ TEST(ClientText, ReadsTimestampsOfThirtyOneBits) {
   EXPECT_EQ(stamp_of("mtime", -5), 0);
   EXPECT_EQ(stamp_of("mtime", 1LL << 40), 2147483647);
 }
-
-TEST(ClientKeyLines, ChangesTheFirstLineOfAKeyAndDropsTheOthers) {
-  std::string text = "a=1\nb=2\ta=3\r\na=4";
-  EXPECT_EQ(set_key(text, "a", "5"), KeyEdit::kChanged);
-  EXPECT_EQ(text, "a=5\nb=2\t");
-  EXPECT_EQ(set_key(text, "a", "5"), KeyEdit::kUnchanged);
-  EXPECT_EQ(set_key(text, "c", ""), KeyEdit::kChanged);
-  EXPECT_EQ(text, "a=5\nb=2\tc=\n");
-}
-
-TEST(ClientKeyLines, EndsALastLineBeforeItAddsOne) {
-  std::string text = "a=1";
-  EXPECT_EQ(set_key(text, "b", "2"), KeyEdit::kChanged);
-  EXPECT_EQ(text, "a=1\nb=2\n");
-  std::string empty;
-  EXPECT_EQ(set_key(empty, "b", "2"), KeyEdit::kChanged);
-  EXPECT_EQ(empty, "b=2\n");
-}
-
-TEST(ClientKeyLines, TakesNoOtherKeyForTheOne) {
-  std::string text = "ab=1\na\na b=2\n=a=3\n";
-  const std::string before = text;
-  EXPECT_EQ(unset_key(text, "a"), KeyEdit::kUnchanged);
-  EXPECT_EQ(text, before);
-}
-
-using stgctl::Json;
-using stgctl::JsonError;
 
 TEST(ClientJson, KeepsTheOrderOfFields) {
   Json json = {{"z", 1}, {"a", "text"}};
