@@ -136,9 +136,11 @@ class Probe {
     return {};
   }
 
-  /// Two handles of one host have a shared lock, and one is closed: @p asking must still get no
-  /// exclusive lock. Some clients use one server lock for several handles.
-  Wrong one_of_two_readers_goes(SharedView& holding, SharedView& asking, const std::string& name) {
+  /// Two handles of one host have a shared lock, or one has an exclusive lock and the other is
+  /// refused. One is closed: @p asking must still get no exclusive lock. Some clients use one
+  /// server lock for several handles.
+  Wrong another_goes(SharedView& holding, SharedView& asking, const std::string& name,
+                     bool exclusive) {
     if (const os::Status made = holding.store(name, "text"); !made.ok())
       return failed("cannot create a file", made);
     os::Status status;
@@ -146,39 +148,27 @@ class Probe {
     auto goes = holding.open(name, status);
     const auto other = asking.open(name, status);
     if (!stays || !goes || !other) return failed("cannot open a file", status);
-    if (!stays->lock(false).ok() || !goes->lock(false).ok()) return "a shared lock is refused";
+    const bool is_given = stays->lock(exclusive).ok();
+    const bool is_given_twice = goes->lock(exclusive).ok();
+    if (exclusive && !is_given) return "an exclusive lock is refused";
+    if (exclusive && is_given_twice) return "two handles of one host have an exclusive lock";
+    if (!exclusive && (!is_given || !is_given_twice)) return "a shared lock is refused";
     goes.reset();
     if (other->lock(true).ok())
-      return "a shared lock ends when a handle of its host that also has one is closed";
+      return exclusive ? "an exclusive lock ends when a handle of its host whose lock was refused "
+                         "is closed"
+                       : "a shared lock ends when a handle of its host that also has one is closed";
     std::string bytes;
     if (const os::Status read = stays->read(bytes); !read.ok())
       return failed("cannot read a file under its lock", read);
     return {};
   }
 
-  /// One handle has an exclusive lock, another of the same host is refused and closed: @p asking
-  /// must still get no lock.
-  Wrong a_refused_one_goes(SharedView& holding, SharedView& asking, const std::string& name) {
-    if (const os::Status made = holding.store(name, "text"); !made.ok())
-      return failed("cannot create a file", made);
-    os::Status status;
-    const auto stays = holding.open(name, status);
-    auto goes = holding.open(name, status);
-    const auto other = asking.open(name, status);
-    if (!stays || !goes || !other) return failed("cannot open a file", status);
-    if (!stays->lock(true).ok()) return "an exclusive lock is refused";
-    if (goes->lock(true).ok()) return "two handles of one host have an exclusive lock";
-    goes.reset();
-    if (other->lock(true).ok())
-      return "an exclusive lock ends when a handle of its host whose lock was refused is closed";
-    return {};
-  }
-
   /// Uses a file that the first handle creates, and files that exist before.
   Wrong all_locks(SharedView& holding, SharedView& asking, const std::string& name) {
     if (Wrong wrong = locks(holding, asking, name.c_str())) return wrong;
-    if (Wrong wrong = one_of_two_readers_goes(holding, asking, name + "-readers")) return wrong;
-    return a_refused_one_goes(holding, asking, name + "-refused");
+    if (Wrong wrong = another_goes(holding, asking, name + "-readers", false)) return wrong;
+    return another_goes(holding, asking, name + "-refused", true);
   }
 
   Wrong locks_per_handle() {

@@ -131,4 +131,69 @@ std::unique_ptr<SharedHandle> SharedView::open(const std::string& name, os::Stat
   return file;
 }
 
+// ---- whether locks exclude ---------------------------------------------------------------------
+
+namespace {
+
+LockProof try_on(SharedView& view, const std::string& name, std::string& detail) {
+  os::Status status;
+  const auto first = view.open(name, status);
+  const auto second = first ? view.open(name, status) : nullptr;
+  if (!second) {
+    detail = sys::text_of(status);
+    return LockProof::kFailed;
+  }
+  if (const os::Status locked = first->lock(true); !locked.ok()) {
+    detail = "cannot lock a file: " + sys::text_of(locked);
+    return LockProof::kFailed;
+  }
+  if (second->lock(false).ok()) {
+    detail = "a shared lock was granted while another handle had an exclusive lock";
+    return LockProof::kDoNotExclude;
+  }
+  if (const os::Status freed = first->unlock(); !freed.ok()) {
+    detail = sys::text_of(freed);
+    return LockProof::kFailed;
+  }
+  if (!second->lock(false).ok() || !first->lock(false).ok()) {
+    detail = "two shared locks exclude each other";
+    return LockProof::kFailed;
+  }
+  detail = "an exclusive lock excludes all others; shared locks are granted together";
+  return LockProof::kExclude;
+}
+
+}  // namespace
+
+std::string_view name_of(LockProof proof) {
+  constexpr std::array<std::string_view, 4> kNames = {"not-tried", "exclude", "do-not-exclude",
+                                                      "failed"};
+  return kNames[static_cast<std::size_t>(proof)];
+}
+
+LockTrial try_locks(const std::string& folder) {
+  LockTrial trial;
+  trial.folder = folder;
+  SharedView view(folder);
+  std::string name;
+  // Finds a free name.
+  for (int i = 0; i < 1000; ++i) {
+    name = "stgctl-lock-trial-" + std::to_string(os::now()) + "-" + std::to_string(i) + ".tmp";
+    if (sys::describe(sys::join(folder, name)).kind == sys::Kind::kMissing) break;
+  }
+  trial.proof = try_on(view, name, trial.detail);
+  (void)view.remove(name);
+  return trial;
+}
+
+std::string temporary_folder() {
+  ucs2string folder;
+  if (!os::temporary_folder(folder).ok()) return ".";
+  std::string path = os::to_narrow(folder);
+  if (sys::kSeparator == '/') {
+    for (char& c : path) c = c == '\\' ? '/' : c;
+  }
+  return path;
+}
+
 }  // namespace admin

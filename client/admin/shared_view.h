@@ -56,4 +56,27 @@ class SharedView {
   const std::string m_folder;
 };
 
+// ---- whether locks exclude ---------------------------------------------------------------------
+
+/// Whether whole-file locks work on a file system.
+enum class LockProof : std::uint8_t {
+  kNotTried,
+  kExclude,       ///< while one handle has an exclusive lock, another handle gets none
+  kDoNotExclude,  ///< both get a lock: processes would overwrite each other's changes
+  kFailed,        ///< the trial file could not be created or locked
+};
+std::string_view name_of(LockProof proof);
+
+struct LockTrial {
+  LockProof proof = LockProof::kNotTried;
+  std::string folder;
+  std::string detail;
+};
+
+/// Tries locks on a new file in @p folder, and removes the file. The folder should be on the tree's
+/// file system, but outside the tree.
+LockTrial try_locks(const std::string& folder);
+/// The system's folder for temporary files.
+std::string temporary_folder();
+
 }  // namespace admin

@@ -213,6 +213,33 @@ class StatsVisitor final : public Visitor {
   Sum m_of_folder;
 };
 
+class StatusVisitor final : public Visitor {
+ public:
+  explicit StatusVisitor(TreeStatus& status) : m_status(status) {}
+
+  bool folder(const DocumentFolder& folder) override {
+    AreaStatus& area = m_status.areas[static_cast<std::size_t>(folder.area)];
+    ++area.folders;
+    if (!folder.owner.empty() && (folder.owner != m_owner || folder.area != m_area)) {
+      ++area.owners;
+      m_owner = folder.owner;
+      m_area = folder.area;
+    }
+    const std::string index = sys::join(folder.path, index_format::kIndexFile);
+    if (sys::describe(index).kind == sys::Kind::kFile) ++area.with_index;
+    return true;
+  }
+  void stray(Area area, const std::string&, sys::Kind) override {
+    ++m_status.areas[static_cast<std::size_t>(area)].strays;
+  }
+  void failed(const std::string&, const os::Status&) override { ++m_status.failures; }
+
+ private:
+  TreeStatus& m_status;
+  std::string m_owner;
+  Area m_area = Area::kDocs;
+};
+
 }  // namespace
 
 bool is_larger(const StatsGroup& one, const StatsGroup& other) {
@@ -225,6 +252,18 @@ std::vector<std::string> age_group_names() {
   std::vector<std::string> names;
   for (const AgeGroup& group : kAges) names.emplace_back(group.name);
   return names;
+}
+
+TreeStatus status_of(const Tree& tree) {
+  TreeStatus status;
+  for (const Area area : kAreas) {
+    const std::string path = tree.folder_of(area);
+    status.areas[static_cast<std::size_t>(area)].exists =
+        sys::describe(path).kind == sys::Kind::kFolder;
+  }
+  StatusVisitor visitor(status);
+  walk(tree, Scope(), visitor);
+  return status;
 }
 
 Stats collect_stats(const Tree& tree, const StatsOptions& options) {

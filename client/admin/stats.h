@@ -79,6 +79,20 @@ bool is_larger(const StatsGroup& one, const StatsGroup& other);
 /// The names of the age groups, youngest first: "up to a day", ...
 std::vector<std::string> age_group_names();
 
+/// Counts of the folders above the documents. Document folders are not listed.
+struct AreaStatus {
+  bool exists = false;
+  std::uint64_t owners = 0;   ///< 0 in a flat tree
+  std::uint64_t folders = 0;  ///< document folders
+  std::uint64_t with_index = 0;
+  std::uint64_t strays = 0;
+};
+struct TreeStatus {
+  std::array<AreaStatus, kAreas.size()> areas{};
+  std::uint64_t failures = 0;
+};
+TreeStatus status_of(const Tree& tree);
+
 /// Adds up all files in the tree. A link is counted itself, not its target.
 Stats collect_stats(const Tree& tree, const StatsOptions& options);
 

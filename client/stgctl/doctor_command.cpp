@@ -2,7 +2,6 @@
 #include <memory>
 #include <string>
 
-#include "client/admin/doctor.h"
 #include "client/admin/shared_probe.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/context.h"

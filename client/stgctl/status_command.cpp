@@ -1,4 +1,4 @@
-#include "client/admin/doctor.h"
+#include "client/admin/stats.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
 #include "client/stgctl/text.h"

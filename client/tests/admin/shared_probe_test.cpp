@@ -34,9 +34,12 @@ Lines codes(const std::vector<SharedCheck>& checks, Holds holds) {
   return found;
 }
 
-/// The codes of the failed checks with @p peer as the other host. Each must name a remedy.
-Lines missing_with(SharedView& peer, const std::string& folder) {
-  SharedView host(folder);
+/// The codes of the failed checks with a Peer as the other host. Each must name a remedy.
+template <class Peer>
+Lines missing_with() {
+  const scratch_folder scratch;
+  SharedView host(system_form(scratch.path()));
+  Peer peer(system_form(scratch.path()));
   const std::vector<SharedCheck> checks = admin::check_shared(host, &peer, "fuse.glusterfs");
   for (const SharedCheck& each : checks) {
     EXPECT_EQ(each.holds == Holds::kNo, !each.mend.empty()) << each.code;
@@ -300,9 +303,7 @@ class OtherClock final : public SharedView {
 }  // namespace
 
 TEST(AdminSharedProbe, FindsNothingMissingInALocalFolderSeenTwice) {
-  const scratch_folder scratch;
-  SharedView peer(system_form(scratch.path()));
-  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{});
+  EXPECT_EQ(missing_with<SharedView>(), Lines{});
 }
 
 TEST(AdminSharedProbe, LeavesNothingBehind) {
@@ -341,9 +342,7 @@ TEST(AdminSharedProbe, SaysWhenNoFolderCanBeCreated) {
 }
 
 TEST(AdminSharedProbe, FindsLocksThatAnotherHostDoesNotSee) {
-  const scratch_folder scratch;
-  LocksOfItsOwn peer(system_form(scratch.path()));
-  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"locks-between-hosts"});
+  EXPECT_EQ(missing_with<LocksOfItsOwn>(), Lines{"locks-between-hosts"});
 }
 
 TEST(AdminSharedProbe, FindsALockThatEndsWithAnotherHandleOfItsHost) {
@@ -396,46 +395,31 @@ TEST(AdminSharedProbe, FindsTwoHostsThatBothCreateOrRenameAtOnce) {
 }
 
 TEST(AdminSharedProbe, RefusesAPeerThatIsKnownToShareLocks) {
-  const scratch_folder scratch;
-  KnownToShareLocks peer(system_form(scratch.path()));
-  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"locks-per-handle"});
+  EXPECT_EQ(missing_with<KnownToShareLocks>(), Lines{"locks-per-handle"});
 }
 
 TEST(AdminSharedProbe, FindsOldBytes) {
-  const scratch_folder scratch;
-  OldBytes peer(system_form(scratch.path()));
-  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"read-after-close"});
+  EXPECT_EQ(missing_with<OldBytes>(), Lines{"read-after-close"});
 }
 
 TEST(AdminSharedProbe, FindsOldBytesUnderALock) {
-  const scratch_folder scratch;
-  OldBytesOfHandles peer(system_form(scratch.path()));
-  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"read-after-lock"});
+  EXPECT_EQ(missing_with<OldBytesOfHandles>(), Lines{"read-after-lock"});
 }
 
 TEST(AdminSharedProbe, FindsOldSizes) {
-  const scratch_folder scratch;
-  OldSizes peer(system_form(scratch.path()));
-  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"read-after-close"});
+  EXPECT_EQ(missing_with<OldSizes>(), Lines{"read-after-close"});
 }
 
 TEST(AdminSharedProbe, FindsOldAnswersAboutNames) {
-  const scratch_folder scratch;
-  OldNames peer(system_form(scratch.path()));
-  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"names-at-once"});
+  EXPECT_EQ(missing_with<OldNames>(), Lines{"names-at-once"});
 }
 
 TEST(AdminSharedProbe, FindsOldListings) {
-  const scratch_folder scratch;
-  OldListings peer(system_form(scratch.path()));
-  EXPECT_EQ(missing_with(peer, system_form(scratch.path())), Lines{"names-at-once"});
+  EXPECT_EQ(missing_with<OldListings>(), Lines{"names-at-once"});
 }
 
 TEST(AdminSharedProbe, FindsAnotherClockAndTimesThatAreNotKept) {
-  const scratch_folder scratch;
-  OtherClock peer(system_form(scratch.path()));
-  EXPECT_EQ(missing_with(peer, system_form(scratch.path())),
-            (Lines{"times-kept", "read-after-close", "clocks"}));
+  EXPECT_EQ(missing_with<OtherClock>(), (Lines{"times-kept", "read-after-close", "clocks"}));
 }
 
 TEST(AdminSharedProbe, NamesTheSettingsOfTheFileSystem) {

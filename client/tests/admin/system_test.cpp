@@ -4,9 +4,9 @@
 #include <chrono>
 #include <thread>
 
-#include "client/admin/doctor.h"
 #include "client/admin/entries.h"
 #include "client/admin/explain.h"
+#include "client/admin/shared_view.h"
 #include "client/admin/stats.h"
 #include "client/tests/admin/tree_fixture.h"
 #include "tests/support/process.h"
