@@ -15,12 +15,12 @@
 #include "vu_path.h"
 #include "vu_storage.h"
 
-// Narrow names beyond ASCII, in the code page that the program runs in: UTF-8 on Linux, on Windows
-// whichever it is (CTest runs these cases under 932 and 1252 as well). What the narrow operations
-// do is looked at through the wide calls of std::filesystem, and by vu_fileutf8.
+// Narrow names beyond ASCII, in the code page of the program: UTF-8 on Linux; on Windows any (CTest
+// also runs these cases under 932 and 1252). The results are checked with the wide calls of
+// std::filesystem and with vu_fileutf8.
 
 #if defined(_WIN32)
-// Without the system's own header, which only the seam may see.
+// Declared here, because only the seam may include the system's header.
 extern "C" __declspec(dllimport) unsigned int __stdcall GetACP();
 #endif
 
@@ -42,7 +42,7 @@ struct Name {
   std::string utf8;
 };
 
-/// A name that the code page has; in 932 its second byte looks like a backslash.
+/// A name in the code page; in 932 its second byte is that of a backslash.
 Name name_here() {
   static const std::map<unsigned int, Name> names = {
       {932, {"\x95\x5C", "\xE8\xA1\xA8"}},
@@ -59,7 +59,7 @@ Name name_here() {
 
 class CodePage : public testing::Test {
  protected:
-  /// A path for the library, and the same for the tests.
+  /// The same path for the library and for the tests.
   std::string narrow(const std::string& behind = "") const {
     return m_dir.path(m_name.narrow + behind);
   }

@@ -1,4 +1,4 @@
-// Changes to the file system, in both spellings: folders, removal, renaming, copying.
+// Changes to the file system in both spellings: folders, removal, renaming, copying.
 
 #include <gtest/gtest.h>
 
@@ -32,11 +32,10 @@ class FileChangeTest : public testing::Test {
   static bool remove_tree(const std::string& path) {
     return Spelling::file::recurseRemoveDir(text(path));
   }
-  /// Whether the test runs for vu_file.
   static constexpr bool kNarrow = std::is_same_v<Spelling, narrow_spelling>;
 
   std::string path(const std::string& name) const { return m_dir.path(name); }
-  /// As the UTF-8 operations trace a path that they have put into its long form.
+  /// The long form of a path, as the UTF-8 operations trace it.
   std::string long_path(const std::string& name) const {
     return with_backslashes(m_dir.path(name));
   }
@@ -50,7 +49,7 @@ class FileChangeTest : public testing::Test {
   scratch_folder m_dir;
 };
 
-/// Makes a folder the current one, for a scope.
+/// Makes a folder the current folder for a scope.
 class current_folder {
  public:
   explicit current_folder(const std::string& path) : m_before(std::filesystem::current_path()) {
@@ -71,8 +70,6 @@ class current_folder {
   class name : public FileChangeTest<Spelling> {}; \
   TYPED_TEST_SUITE(name, file_spellings, spelling_names)
 
-// ---- writable files ----------------------------------------------------------------------------
-
 CHANGE_TESTS(VuFileChmodW);
 
 TYPED_TEST(VuFileChmodW, MakesAReadOnlyFileWritable) {
@@ -91,8 +88,6 @@ TYPED_TEST(VuFileChmodW, OfAMissingFileIsFalseAfterAnError) {
       sink.events(trace_event::error),
       list{std::string(TypeParam::kClass) + "::chmodW : failed (" + this->path("missing") + ")"});
 }
-
-// ---- folders -----------------------------------------------------------------------------------
 
 CHANGE_TESTS(VuFileCreateDir);
 
@@ -222,8 +217,6 @@ TEST_F(VuFileUtf8CreateDirR, OfBytesThatAreNoUtf8IsFalseAfterAnError) {
   EXPECT_EQ(sink.events(trace_event::error), list{"vu_fileutf8::createDirR(bad\xff)"});
 }
 
-// ---- removal -----------------------------------------------------------------------------------
-
 CHANGE_TESTS(VuFileRemove);
 
 TYPED_TEST(VuFileRemove, RemovesAFile) {
@@ -324,7 +317,7 @@ TYPED_TEST(VuFileRecurseRemoveDir, OfWhatIsNoFolderIsFalse) {
 }
 
 #if !defined(_WIN32)
-// A junction of Windows needs rights or tools that a test may not have.
+// On Windows a junction needs permissions or tools that a test may not have.
 TYPED_TEST(VuFileRecurseRemoveDir, RemovesALinkButNotWhatItLeadsTo) {
   make_folder(this->path("guarded"));
   write_file(this->path("guarded\\f"), "");
@@ -349,7 +342,7 @@ TYPED_TEST(VuFileRecurseRemoveDir, OfALinkToAFolderIsFalse) {
   EXPECT_TRUE(file_exists(this->path("guarded\\f")));
 }
 
-// The emulator that Windows programs are tested under lets the superuser remove read-only files.
+// Not under Wine, where the superuser can remove read-only files.
 TYPED_TEST(VuFileRecurseRemoveDir, IsTrueAlthoughAReadOnlyFileStays) {
   this->make_tree();
   make_read_only(this->path("tree\\one\\b"));
@@ -370,7 +363,7 @@ TEST(VuFileRecurseRemoveDirNarrow, TracesEachPathAndTheRootLast) {
       (list{"\tpath->" + dir.path("tree\\one\\b") + " is removed",
             "root path->" + dir.path("tree\\one"),
             "\tpath->" + dir.path("tree\\one") + " is removed", "root path->" + dir.path("tree")}));
-  // The folder is removed once more after its own recursion.
+  // The folder is removed again after its own recursion.
   EXPECT_EQ(sink.events(trace_event::warning),
             list{"vu_file::is_dir : '" + dir.path("tree\\one") + "' not exists"});
 }
@@ -397,8 +390,6 @@ TEST(VuFileRecurseRemoveDirUtf8, ReachesWhatLiesBeyondTheClassicLimit) {
   EXPECT_TRUE(vu_fileutf8::recurseRemoveDir(vu_utf8string(dir.path("tree"))));
   EXPECT_FALSE(file_exists(dir.path("tree")));
 }
-
-// ---- renaming ----------------------------------------------------------------------------------
 
 CHANGE_TESTS(VuFileRename);
 
@@ -437,8 +428,6 @@ TYPED_TEST(VuFileRename, OntoItselfIsTrue) {
   EXPECT_TRUE(this->rename(this->path("a"), this->path("a")));
   EXPECT_EQ(read_file(this->path("a")), "one");
 }
-
-// ---- copying -----------------------------------------------------------------------------------
 
 CHANGE_TESTS(VuFileCopyFile);
 

@@ -19,8 +19,6 @@ using list = std::vector<std::string>;
 
 }  // namespace
 
-// ---- names -------------------------------------------------------------------------------------
-
 FILE_HANDLE_TESTS(VuFileName);
 
 TYPED_TEST(VuFileName, IsEmptyByDefault) {
@@ -72,8 +70,6 @@ TYPED_TEST(VuFileName, CanBeSetAgainOnceTheHandleIsClosed) {
   EXPECT_EQ(this->path_of(file), "a\\b");
   EXPECT_EQ(sink.count(trace_event::error), 0U);
 }
-
-// ---- opening -----------------------------------------------------------------------------------
 
 FILE_HANDLE_TESTS(VuFileOpen);
 
@@ -175,7 +171,7 @@ TYPED_TEST(VuFileOpen, OfAnOpenHandleClosesAndReopensItWithAnError) {
                   " path = " + this->m_dir.path("f")}));
   std::string text;
   EXPECT_EQ(file.read(text, 0), 4);
-  // The first handle is gone with its exclusive lock.
+  // The first handle is closed, and its exclusive lock released.
   auto other = this->named("f");
   bool lock_failed = true;
   EXPECT_TRUE(other.try_open(base::o_read, lock_failed, true));
@@ -210,7 +206,7 @@ TYPED_TEST(VuFileOpen, ThatFailedLeavesItsModeBehind) {
   std::string text;
   EXPECT_EQ(thrown_text([&] { file.read(text, 1); }), TypeParam::kWrongRead);
   EXPECT_EQ(thrown_text([&] { file.open(base::o_read); }), "throw exception on open");
-  // Reading is allowed now, and fails only for want of a file.
+  // The mode now allows reading; only the file is missing.
   EXPECT_EQ(thrown_text([&] { file.read(text, 1); }), "throw exception on read");
   EXPECT_EQ(thrown_text([&] { file.write("x"); }), TypeParam::kWrongWrite);
 }
@@ -255,8 +251,6 @@ TYPED_TEST(VuFileOpen, TracesItsFailureUnderTheSameName) {
   }
   EXPECT_TRUE(seen);
 }
-
-// ---- closing -----------------------------------------------------------------------------------
 
 FILE_HANDLE_TESTS(VuFileClose);
 
@@ -306,14 +300,12 @@ TYPED_TEST(VuFileClose, AllowsTheHandleToBeOpenedAgain) {
   EXPECT_EQ(file.read(text, 0), 4);
 }
 
-// ---- copies ------------------------------------------------------------------------------------
-
 FILE_HANDLE_TESTS(VuFileCopy);
 
 TYPED_TEST(VuFileCopy, SharesTheOpenFile) {
   {
-    // When it first words an error the system may open a file of its own, under the number watched
-    // below.
+    // For its first error text the system may open a file. Let that happen now, so that it cannot
+    // get the number that this test watches.
     const recording_sink sink;
     auto missing = this->named("missing");
     EXPECT_EQ(thrown_text([&] { missing.open(base::o_read); }), "throw exception on open");
@@ -341,8 +333,8 @@ TYPED_TEST(VuFileCopy, SharesTheOpenFile) {
   ASSERT_GE(errors.size(), 2U);
   EXPECT_EQ(errors[0], "Can't unlock file : " + this->m_dir.path("f"));
 #if defined(_WIN32)
-  // The system may have given the number to a file of its own by now (it words errors from one):
-  // then that one is closed, without a complaint.
+  // The system may have reused the number for a file of error texts. Then that file is closed,
+  // without an error.
   if (errors.size() == 2) return;
 #endif
   ASSERT_EQ(errors.size(), 4U);
@@ -372,8 +364,7 @@ TYPED_TEST(VuFileCopy, OfAClosedHandleIsAHandleOfItsOwn) {
   EXPECT_FALSE(first.is_open());
 }
 
-// The lock on the whole file that an open handle holds: between handles of one process and between
-// processes.
+// The whole-file lock of an open handle, between handles of one process and between processes.
 
 namespace {
 
@@ -383,7 +374,7 @@ base::type_access mode_of(const std::string& number) {
   return static_cast<base::type_access>(std::stoul(number));
 }
 
-/// Holds a file open in a mode until the parent says something.
+/// args: a file; a mode. Keeps the file open until the parent says something.
 int hold_a_file(const std::vector<std::string>& args) {
   vu_file file(args.at(0));
   bool lock_failed = true;
@@ -394,7 +385,7 @@ int hold_a_file(const std::vector<std::string>& args) {
 }
 REGISTER_ROLE(hold_a_file, hold_a_file)
 
-/// Opens a file, however long that takes, and says so.
+/// Opens a file, waits if necessary, and says so.
 template <class Spelling>
 int open_a_file(const std::vector<std::string>& args) {
   say("opening");

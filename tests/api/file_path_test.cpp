@@ -1,5 +1,5 @@
-// Paths as text: vu_path and its twin, the string helpers of the handles, the exception, and the
-// temporary root.
+// Paths as text: vu_path and its UTF-8 form, the string functions of the handles, the exception,
+// and the temporary root.
 
 #include <gtest/gtest.h>
 
@@ -12,8 +12,6 @@
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
 #include "vu_file_except.h"
-
-// ---- the exception -----------------------------------------------------------------------------
 
 TEST(VuFileExcept, SaysItsMessageAndNothingElse) {
   EXPECT_EQ(vu_file_except("x", 5).what(), "x");
@@ -36,8 +34,6 @@ TEST(VuFileExcept, CrossesTheLibraryAsItsOwnType) {
   vu_file file(dir.path(), "missing");
   EXPECT_THROW(file.open(vu_file::o_read), vu_file_except);
 }
-
-// ---- path objects ------------------------------------------------------------------------------
 
 template <class Spelling>
 class VuPath : public testing::Test {
@@ -155,8 +151,6 @@ TYPED_TEST(VuPath, IsDestroyedThroughItsBase) {
   delete p;
   EXPECT_TRUE(gone);
 }
-
-// ---- string helpers ----------------------------------------------------------------------------
 
 template <class Spelling>
 class VuFileNames : public testing::Test {
@@ -287,8 +281,6 @@ TEST(VuFileUtf8Directories, AreTheComponentsThatAreNotEmpty) {
   EXPECT_EQ(components_of(u"\u00e9\\\u65e5"), (list{"\xC3\xA9", "\xE6\x97\xA5"}));
 }
 
-// ---- folders that the system names -------------------------------------------------------------
-
 TEST(VuFileUtf8CurrentDirectory, IsTheProcesses) {
   vu_utf8string current("before");
   ASSERT_TRUE(vu_fileutf8::getCurrentDirectory(current));
@@ -302,7 +294,7 @@ TEST(VuFileUtf8CurrentDirectory, AndAbsolutePathsHaveBackslashesAlone) {
   vu_utf8string path("some/thing");
   ASSERT_TRUE(vu_fileutf8::rel2abs(path));
   EXPECT_EQ(path.str(), current.str() + "\\some\\thing");
-  // Such a path has names.
+  // Handles accept such a path.
   const vu_fileutf8 file(path);
   EXPECT_EQ(file.getFilePath().str(), path.str());
   EXPECT_EQ(file.getPath().getRelativePathName().str(), "thing");

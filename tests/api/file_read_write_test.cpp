@@ -1,4 +1,4 @@
-// The two file handles: what the modes allow, reading, writing and emptying a file.
+// The two file handles: permissions of the modes, reading, writing and emptying a file.
 
 #include <gtest/gtest.h>
 
@@ -19,8 +19,6 @@ using vu_host::trace_event;
 using list = std::vector<std::string>;
 
 }  // namespace
-
-// ---- modes -------------------------------------------------------------------------------------
 
 FILE_HANDLE_TESTS(VuFileMode);
 
@@ -117,8 +115,6 @@ TYPED_TEST(VuFileMode, StaysWhenTheHandleIsClosed) {
   EXPECT_EQ(thrown_text([&] { file.read(text, 2); }), "throw exception on read");
   EXPECT_EQ(thrown_text([&] { file.write("x"); }), TypeParam::kWrongWrite);
 }
-
-// ---- reading -----------------------------------------------------------------------------------
 
 FILE_HANDLE_TESTS(VuFileRead);
 
@@ -235,8 +231,6 @@ TYPED_TEST(VuFileRead, SeekKnowsThreeOrigins) {
   EXPECT_EQ(text, "0");
 }
 
-// ---- writing -----------------------------------------------------------------------------------
-
 FILE_HANDLE_TESTS(VuFileWrite);
 
 TYPED_TEST(VuFileWrite, OfNothingIsNothingInEveryWritingMode) {
@@ -286,8 +280,6 @@ TYPED_TEST(VuFileWrite, IsSeenByTheNextReader) {
   reader.read(text, 0);
   EXPECT_EQ(text, "one");
 }
-
-// ---- clearing ----------------------------------------------------------------------------------
 
 FILE_HANDLE_TESTS(VuFileClear);
 

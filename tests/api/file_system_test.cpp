@@ -1,4 +1,4 @@
-// Questions to the file system, in both spellings: existence, times, sizes, listings.
+// Queries to the file system in both spellings: existence, times, sizes, listings.
 
 #include <gtest/gtest.h>
 
@@ -29,7 +29,6 @@ class FileSystemTest : public testing::Test {
     std::sort(names.begin(), names.end());
     return names;
   }
-  /// Whether the test runs for vu_file.
   static constexpr bool kNarrow = std::is_same_v<Spelling, narrow_spelling>;
 
   scratch_folder m_dir;
@@ -41,8 +40,6 @@ class FileSystemTest : public testing::Test {
   template <class Spelling>                        \
   class name : public FileSystemTest<Spelling> {}; \
   TYPED_TEST_SUITE(name, file_spellings, spelling_names)
-
-// ---- existence ---------------------------------------------------------------------------------
 
 SYSTEM_TESTS(VuFileExists);
 
@@ -82,14 +79,12 @@ TYPED_TEST(VuFileExists, TracesNothingButItsScope) {
 }
 
 #if !defined(_WIN32)
-// A junction of Windows needs rights or tools that a test may not have.
+// On Windows a junction needs permissions or tools that a test may not have.
 TYPED_TEST(VuFileExists, FindsALinkThatLeadsNowhere) {
   std::filesystem::create_symlink("nowhere", native(this->m_dir.path("link")));
   EXPECT_TRUE(this->exists(this->m_dir.path("link")));
 }
 #endif
-
-// ---- times and sizes ---------------------------------------------------------------------------
 
 SYSTEM_TESTS(VuFileStat);
 
@@ -258,8 +253,6 @@ TEST(VuFileSize, BeyondFourGigabytesReadsTheLow32BitsOrNothing) {
   EXPECT_EQ(sink.count(trace_event::error, "read file : " + path), 1U);
 }
 
-// ---- listings ----------------------------------------------------------------------------------
-
 SYSTEM_TESTS(VuFileFilenames);
 
 TYPED_TEST(VuFileFilenames, AreTheNamesOfFilesAndFoldersAlike) {
@@ -291,8 +284,6 @@ TYPED_TEST(VuFileFilenames, OfWhatIsNoFolderAreNone) {
   EXPECT_EQ(this->names_in(this->m_dir.path("*")), list{});
   EXPECT_EQ(this->names_in(""), list{});
 }
-
-// ---- folder sizes ------------------------------------------------------------------------------
 
 namespace {
 
@@ -335,7 +326,7 @@ TEST(VuFileUtf8FolderSize, OfAMissingFolderIsNothing) {
 }
 
 #if !defined(_WIN32)
-// A junction of Windows needs rights or tools that a test may not have.
+// On Windows a junction needs permissions or tools that a test may not have.
 TEST(VuFileUtf8FolderSize, CountsALinkThatLeadsNowhereAsNothing) {
   const scratch_folder dir;
   std::filesystem::create_symlink("nowhere", native(dir.path("link")));

@@ -1,4 +1,4 @@
-// What only the UTF-8 handle does: reads into a buffer of its own, names beyond ASCII, long paths.
+// Features of the UTF-8 handle alone: reads into a new buffer, names beyond ASCII, long paths.
 
 #include <gtest/gtest.h>
 
@@ -67,7 +67,7 @@ TEST_F(VuFileUtf8ReadBuffer, OfALengthGoesOnFromThePosition) {
 TEST_F(VuFileUtf8ReadBuffer, ThatGetsLessPutsTheZeroAtTheRequestedPlace) {
   vu_fileutf8 file = opened("0123");
   constexpr unsigned int kAsked = 100;
-  // Memory of that size is at hand, and not zero to begin with.
+  // The allocator can now return dirty memory of this size.
   unsigned char* dirty = new unsigned char[kAsked + 1];
   std::memset(dirty, 'x', kAsked + 1);
   delete[] dirty;
@@ -131,7 +131,7 @@ TEST_F(VuFileUtf8ReadBuffer, WithoutRoomForTheZeroFailsBeforeAnythingIsAllocated
 
 TEST_F(VuFileUtf8ReadBuffer, OfAFileThatHasGoneReadsNothing) {
   vu_fileutf8 file = opened("0123");
-  // The size is asked for by name: another name has none.
+  // The size is read by name, and this name does not exist.
   vu_fileutf8 renamed = file;
   renamed.close();
   renamed.setPath(vu_utf8string(m_dir.path("gone")));
@@ -144,11 +144,9 @@ TEST_F(VuFileUtf8ReadBuffer, OfAFileThatHasGoneReadsNothing) {
   EXPECT_EQ(sink.events(trace_event::warning), list{m_dir.path("gone") + ": doesn't exists"});
 }
 
-// ---- names -------------------------------------------------------------------------------------
-
 TEST(VuFileUtf8Names, BeyondAsciiReachTheFile) {
   const scratch_folder dir;
-  // Two, three and four bytes: the last one takes two UTF-16 units.
+  // Characters of two, three and four bytes; the last one takes two UTF-16 units.
   const std::string name = "\xC3\xA9_\xE6\x97\xA5_\xF0\x9F\x93\x84.kdb";
   vu_fileutf8 file{vu_utf8string(dir.path()), vu_utf8string(name)};
   file.open(base::o_truncate);

@@ -1,5 +1,5 @@
-// What the storage asks of its host: folders, their order, and the log history. The storage is
-// initialised once per process, so each case has a helper process of its own.
+// What the storage requests from its host: folders, their order, and the log history. The storage
+// is initialised once per process, so each case runs in a separate helper process.
 
 #include <gtest/gtest.h>
 
@@ -29,7 +29,7 @@ std::string text_of(const std::tuple<int, int, int>& numbers) {
          std::to_string(std::get<2>(numbers));
 }
 
-/// A text without the line number that is between its last ";" and "]".
+/// A text without the line number between its last ";" and "]".
 std::string without_line(const std::string& text) {
   const std::size_t semicolon = text.rfind(';');
   const std::size_t bracket = text.rfind(']');
@@ -114,8 +114,6 @@ constexpr char kRefusal[] = "**ERROR:ztVuStorage:root storage already initialize
 
 }  // namespace
 
-// ---- the root by default ------------------------------------------------------------------------
-
 TEST(HostOfTheStorage, ReturnsTheServerFolderAfterTheHelperWasInitialised) {
   const scratch_folder folder;
   const std::string root = folder.path("server");
@@ -155,8 +153,6 @@ TEST(HostOfTheStorage, IsReplacedByEnvironmentVariables) {
   EXPECT_EQ(child.wait(), 0);
   EXPECT_TRUE(folder_exists(root + "\\docs"));
 }
-
-// ---- the log history ----------------------------------------------------------------------------
 
 TEST(HostOfTheStorage, GetsTheRootAndTheRefusalOfASecondOneInItsLogHistory) {
   const scratch_folder folder;
@@ -204,8 +200,6 @@ TEST(HostOfTheStorage, MayHaveNoLogHistory) {
   }
 }
 
-// ---- the framework's temporary folder -----------------------------------------------------------
-
 TEST(HostOfTheStorage, NamesTheFrameworksTemporaryFolder) {
   fake_temporary_files temp("", "C:\\framework");
   vu_host::services services;
@@ -233,7 +227,7 @@ TEST(HostOfTheStorage, LeavesTheFrameworksTemporaryFolderToTheEnvironmentAndTheS
   EXPECT_TRUE(by_default.hears(system_temporary_folder()));
 }
 
-// The sinks that vu_host.h brings along.
+// The ready-made sinks of vu_host.h.
 
 namespace {
 

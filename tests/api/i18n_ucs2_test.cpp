@@ -1,4 +1,4 @@
-// ucs2string: a run of 16-bit units, UTF-16 where it is converted.
+// ucs2string: a sequence of 16-bit units. Conversions read it as UTF-16.
 
 #include <gtest/gtest.h>
 
@@ -39,8 +39,6 @@ const std::vector<Unpaired>& unpaired_surrogates() {
 }
 
 }  // namespace
-
-// ---- making ------------------------------------------------------------------------------------
 
 TEST(Ucs2String, IsEmptyAtFirst) {
   const ucs2string text;
@@ -96,13 +94,11 @@ TEST(Ucs2String, IsMoved) {
   ucs2string source(long_text);
   ucs2string target(std::move(source));
   EXPECT_EQ(target.str(), long_text);
-  source = u"again";  // a moved-from string can be used again
+  source = u"again";  // a moved-from string is usable
   EXPECT_EQ(source.str(), u"again");
   source = std::move(target);
   EXPECT_EQ(source.str(), long_text);
 }
-
-// ---- reading -----------------------------------------------------------------------------------
 
 TEST(Ucs2String, GivesEachUnit) {
   const ucs2string text(u16string(u"a") + kFace);
@@ -117,8 +113,6 @@ TEST(Ucs2String, RefusesAnIndexThatIsNotBelowTheSize) {
   EXPECT_THROW(text.at(kNone), vu_i18n_except);
   EXPECT_THROW(ucs2string().at(0), vu_i18n_except);
 }
-
-// ---- searching ---------------------------------------------------------------------------------
 
 TEST(Ucs2String, FindsTheFirstPlace) {
   const ucs2string text(u"docs\\user\\docs");
@@ -149,8 +143,6 @@ TEST(Ucs2String, FindsTheLastPlace) {
 TEST(Ucs2String, SearchesUnitsWithinAPair) {
   EXPECT_EQ(ucs2string(kFace).find(ucs2string(u16string{0xDE00})), 1U);
 }
-
-// ---- taking apart, replacing, joining ----------------------------------------------------------
 
 TEST(Ucs2String, GivesAPart) {
   const ucs2string text(u"abcdef");
@@ -192,12 +184,10 @@ TEST(Ucs2String, IsJoined) {
   EXPECT_EQ(text.str(), u"abab");
   EXPECT_EQ((text + u"c").str(), u"ababc");
   EXPECT_EQ(text.str(), u"abab");
-  // Two halves make a character again.
+  // Two halves form a character again.
   const ucs2string joined = ucs2string(u16string{0xD83D}) + ucs2string(u16string{0xDE00});
   EXPECT_EQ(vu_utf8string(joined).str(), "\xF0\x9F\x98\x80");
 }
-
-// ---- comparing ---------------------------------------------------------------------------------
 
 TEST(Ucs2String, ComparesUnitByUnit) {
   EXPECT_EQ(ucs2string(u"abc").compare(u"abc"), 0);
@@ -222,8 +212,6 @@ TEST(Ucs2String, HasComparisonOperators) {
   EXPECT_FALSE(b < a);
   EXPECT_FALSE(a < a);
 }
-
-// ---- the encoding ------------------------------------------------------------------------------
 
 TEST(Ucs2String, HoldsUnpairedSurrogatesAndRefusesToConvertThem) {
   for (const auto& [what, units] : unpaired_surrogates()) {

@@ -1,4 +1,4 @@
-// vu_utf8string: bytes in, bytes out; only a conversion looks at the encoding.
+// vu_utf8string: a sequence of bytes. Only conversions check the encoding.
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ constexpr std::size_t kNone = vu_utf8string::npos;
 
 vu_utf8string utf8(const char* text) { return vu_utf8string(text); }
 
-/// The UTF-8 form of one code point, put together by hand.
+/// The UTF-8 form of one code point.
 string encoded(std::uint32_t c) {
   const auto tail = [c](unsigned shift) { return static_cast<char>(0x80U | (c >> shift & 0x3FU)); };
   if (c < 0x80) return {static_cast<char>(c)};
@@ -27,7 +27,7 @@ string encoded(std::uint32_t c) {
   return {static_cast<char>(0xF0U | c >> 18U), tail(12), tail(6), tail(0)};
 }
 
-/// The UTF-16 form of one code point, put together by hand.
+/// The UTF-16 form of one code point.
 std::u16string units_of(std::uint32_t c) {
   if (c < 0x10000) return {static_cast<char16_t>(c)};
   return {static_cast<char16_t>(0xD800U + ((c - 0x10000U) >> 10U)),
@@ -67,8 +67,6 @@ const std::vector<Invalid>& invalid_texts() {
 }
 
 }  // namespace
-
-// ---- making ------------------------------------------------------------------------------------
 
 TEST(Utf8String, IsEmptyAtFirst) {
   const vu_utf8string text;
@@ -130,13 +128,11 @@ TEST(Utf8String, IsMoved) {
   vu_utf8string source(long_text);
   vu_utf8string target(std::move(source));
   EXPECT_EQ(target.str(), long_text);
-  source = utf8("again");  // a moved-from string can be used again
+  source = utf8("again");  // a moved-from string is usable
   EXPECT_EQ(source.str(), "again");
   source = std::move(target);
   EXPECT_EQ(source.str(), long_text);
 }
-
-// ---- reading -----------------------------------------------------------------------------------
 
 TEST(Utf8String, GivesEachByte) {
   const vu_utf8string text("a\xC3\xA9");
@@ -151,8 +147,6 @@ TEST(Utf8String, RefusesAnIndexThatIsNotBelowTheSize) {
   EXPECT_THROW(text.at(kNone), vu_i18n_except);
   EXPECT_THROW(vu_utf8string().at(0), vu_i18n_except);
 }
-
-// ---- searching ---------------------------------------------------------------------------------
 
 TEST(Utf8String, FindsTheFirstPlace) {
   const vu_utf8string text("docs\\user\\docs");
@@ -193,12 +187,10 @@ TEST(Utf8String, FindsTheLastPlace) {
 }
 
 TEST(Utf8String, SearchesBytesAcrossCharacters) {
-  // The second byte of U+00E9 is the second byte of U+00C9 too.
+  // U+00E9 and U+00C9 have the same second byte.
   EXPECT_EQ(utf8("\xC3\xA9").find(utf8("\xA9")), 1U);
   EXPECT_EQ(vu_utf8string(string("a\0b\0c", 5)).find(vu_utf8string(string("\0c", 2))), 3U);
 }
-
-// ---- taking apart ------------------------------------------------------------------------------
 
 TEST(Utf8String, GivesAPart) {
   const vu_utf8string text("abcdef");
@@ -216,8 +208,6 @@ TEST(Utf8String, RefusesAPartThatBeginsBeyondTheEnd) {
   EXPECT_EQ(vu_utf8string().substr(0).str(), "");
   EXPECT_THROW(vu_utf8string().substr(1), vu_i18n_except);
 }
-
-// ---- replacing ---------------------------------------------------------------------------------
 
 TEST(Utf8String, ReplacesEveryOccurrence) {
   vu_utf8string text("a/b/c/");
@@ -242,7 +232,7 @@ TEST(Utf8String, ReplacesFromLeftToRightWithoutOverlap) {
 TEST(Utf8String, DoesNotReplaceWhatTheReplacementBrings) {
   EXPECT_EQ(utf8("aa").replace(utf8("a"), utf8("aa")).str(), "aaaa");
   EXPECT_EQ(utf8("ab").replace(utf8("a"), utf8("xab")).str(), "xabb");
-  // What is left and right of a replacement may together look like another occurrence.
+  // The text on both sides of a replacement can form a new occurrence, which stays.
   EXPECT_EQ(utf8("aabb").replace(utf8("ab"), vu_utf8string()).str(), "ab");
 }
 
@@ -252,8 +242,6 @@ TEST(Utf8String, CanBeReplacedByItself) {
   EXPECT_EQ(text.replace(text, text).str(), "abababab");
   EXPECT_EQ(text.replace(text, utf8("x")).str(), "x");
 }
-
-// ---- comparing and joining ---------------------------------------------------------------------
 
 TEST(Utf8String, ComparesByteByByte) {
   EXPECT_EQ(utf8("abc").compare(utf8("abc")), 0);
@@ -292,8 +280,6 @@ TEST(Utf8String, IsJoined) {
   EXPECT_EQ((vu_utf8string(string("\0", 1)) + utf8("x")).str(), string("\0x", 2));
 }
 
-// ---- the encoding ------------------------------------------------------------------------------
-
 TEST(Utf8String, DistinguishesValidFromInvalid) {
   for (const auto& [what, bytes] : invalid_texts()) {
     EXPECT_FALSE(vu_utf8string(bytes).is_valid()) << what;
@@ -314,7 +300,7 @@ TEST(Utf8String, RefusesToConvertWhatIsNotUtf8) {
 }
 
 TEST(Utf8String, ConvertsEveryCharacterThereIsAndBack) {
-  // One code point after the other, so that a failure names it; the surrogates are no characters.
+  // One code point at a time, so that a failure names it. Surrogates are not characters.
   for (std::uint32_t c = 0; c <= 0x10FFFF; ++c) {
     if (c == 0xD800) c = 0xE000;
     const vu_utf8string text(encoded(c));
@@ -343,8 +329,6 @@ TEST(Utf8String, KeepsAByteOrderMarkAsACharacter) {
   EXPECT_EQ(vu_utf8string(ucs2string(u"\uFEFFz")).str(), "\xEF\xBB\xBFz");
 }
 
-// ---- the exception -----------------------------------------------------------------------------
-
 TEST(I18nException, CarriesItsTextAndIsCopied) {
   const vu_i18n_except original("a text");
   EXPECT_STREQ(original.what(), "a text");
@@ -357,7 +341,8 @@ TEST(I18nException, CarriesItsTextAndIsCopied) {
 }
 
 TEST(I18nException, IsAStandardException) {
-  // Caught across the library's border, where the type's identity has to hold.
+  // The exception is thrown in the library and caught here, so the type must be the same on both
+  // sides.
   try {
     utf8("abc").at(99);
     FAIL() << "nothing was thrown";

@@ -1,4 +1,4 @@
-// The index as a client sees it: versions of names in a folder, and questions about them.
+// The index as a client uses it: versions of names in a folder, and queries.
 
 #include <gtest/gtest.h>
 
@@ -20,8 +20,8 @@ namespace {
 using NameMap = STGIndex::NameMap;
 using Names = std::vector<std::string>;
 
-/// A folder, and the switch as a test wants it; off again afterwards, as this program's storage has
-/// it.
+/// A folder, and the synchronisation switch; off again after the test, as the storage of this
+/// program needs it.
 class IndexClient : public testing::Test {
  protected:
   IndexClient() { STGIndex::setSynchronizeMode(false); }
@@ -41,8 +41,6 @@ class IndexClient : public testing::Test {
   std::string physical;
   NameMap out;
 };
-
-// ---- versions ----------------------------------------------------------------------------------
 
 TEST_F(IndexClient, MakesAVersionOnce) {
   EXPECT_EQ(create("a.kdb", 5), "00000001.kdb");
@@ -167,14 +165,12 @@ TEST_F(IndexClient, KeepsEveryVersionsBytesThroughManyChanges) {
         }
       }
     }
-    // One file for each version, and the index's own two.
+    // One file for each version, the index and the counter.
     EXPECT_EQ(list_folder(fresh.path()).size(), model.size() + 2);
     STGIndex::plValues(fresh.path(), out);
     EXPECT_EQ(out.size(), model.size());
   }
 }
-
-// ---- questions ---------------------------------------------------------------------------------
 
 TEST_F(IndexClient, FindsTheLatestVersion) {
   create("x.kdb", 10);
@@ -235,7 +231,7 @@ TEST_F(IndexClient, ListsTheSmallestTimestampOfAName) {
   EXPECT_EQ(out, (NameMap{{"a.kdb", "00000002.kdb"}, {"c.ctg", "00000005.ctg"}}));
   STGIndex::getCategories(folder.path(), out);
   EXPECT_EQ(out, (NameMap{{"c.ctg", "00000005.ctg"}}));
-  // By physical names every version has a place.
+  // By physical names every version is listed.
   STGIndex::plValues(folder.path(), out);
   EXPECT_EQ(out.size(), 5U);
 }
@@ -308,8 +304,6 @@ TEST_F(IndexClient, TracesUnderItsOwnSourceName) {
   EXPECT_TRUE(seen);
 }
 
-// ---- files found in the folder -----------------------------------------------------------------
-
 TEST_F(IndexClient, AdoptsFilesWithTheSwitchOn) {
   STGIndex::setSynchronizeMode(true);
   write_file(path("Report.KDB"), "report");
@@ -330,8 +324,6 @@ TEST_F(IndexClient, LeavesFilesUnknownWithTheSwitchOff) {
   EXPECT_TRUE(out.empty());
 }
 
-// ---- names -------------------------------------------------------------------------------------
-
 TEST_F(IndexClient, RecognisesAndDecodesEscapedNames) {
   EXPECT_TRUE(STGIndex::iSsambaOrT101("Q1+Sales%2Fdoc.kdb"));
   EXPECT_FALSE(STGIndex::iSsambaOrT101("Q1 Sales.kdb"));
@@ -340,7 +332,7 @@ TEST_F(IndexClient, RecognisesAndDecodesEscapedNames) {
   EXPECT_EQ(name, "My Report 1.kdb");
 }
 
-// Cleaning as a client sees it, by the real clock.
+// A clean as a client uses it, with the real clock.
 
 using AgeMap = STGIndex::AgeMap;
 using Names = std::vector<std::string>;
@@ -353,7 +345,7 @@ class IndexCleaningClient : public testing::Test {
   ~IndexCleaningClient() override { STGIndex::setSynchronizeMode(false); }
 
   std::string path(const std::string& name) const { return folder.path(name); }
-  /// A version whose file is as old as given. @return the file's name.
+  /// Creates a version with a file of this age. @return the name of the file.
   std::string version(const std::string& logical, long ts, long age) const {
     const std::string name = STGIndex::create(folder.path(), logical, ts);
     set_modify_time(path(name), static_cast<std::int64_t>(std::time(nullptr)) - age);
@@ -376,7 +368,7 @@ TEST_F(IndexCleaningClient, RemovesOldVersionsAndReportsTheOthers) {
             (Names{"00000002.kdc", "00000002.kdc_", "00000003.kdc", "index", "index.dat"}));
   EXPECT_EQ(read_file(path("index.dat")), "a.kdc_0000000002/00000002\nb.kdc_0000000001/00000003\n");
 
-  // The oldest first; the clock may have gone on.
+  // The oldest is first; the clock may have advanced.
   ASSERT_EQ(kept.size(), 2U);
   EXPECT_EQ(kept.begin()->second, folder.path() + "\\b.kdc_0000000001");
   EXPECT_GE(kept.begin()->first, 100U);
@@ -432,7 +424,7 @@ TEST_F(IndexCleaningClient, RemovesAndMeasuresSubPartFolders) {
   EXPECT_EQ(names(), (Names{"00001.kdc_x", "00001.kdcx"}));
 }
 
-// The conversion of a user's mail folder as a client sees it. Each test has a user of its own.
+// The migration of a mail folder as a client uses it. Each test has its own user.
 
 using Names = std::vector<std::string>;
 

@@ -5,9 +5,9 @@
 #include "tests/support/scratch.h"
 #include "vu_storage.h"
 
-/// The one storage of a test program that sees the library from outside: it is initialised once in
-/// a process, so all its tests share it. Every test uses owners of its own. Owners have folders of
-/// their own, and files are not adopted. Helper processes do not use it.
+/// The storage of a test program that uses the library from outside. It is initialised once per
+/// process, so all tests share it, except helper processes. Each test uses other owners, which have
+/// separate folders. Files are not adopted.
 /// @return the root storage folder; removed when the program ends.
 inline const std::string& program_storage() {
   static const scratch_folder root;

@@ -1,4 +1,4 @@
-// A client's day with documents, key files, parts and users, through the exported interface alone.
+// Documents, key files, sub-parts and users, through the exported interface alone.
 
 #include <gtest/gtest.h>
 
@@ -45,10 +45,10 @@ class DocumentClient : public testing::Test {
     return bytes;
   }
 
-  /// Initialised before the facade's object, which would do so elsewhere.
+  /// Required: before the facade object, which would initialise another root.
   const std::string root = program_storage();
   vu_storage facade;
-  /// One of its own for every test.
+  /// A different owner for every test.
   const std::string owner = testing::UnitTest::GetInstance()->current_test_info()->name();
 };
 
@@ -80,7 +80,7 @@ TEST_F(DocumentClient, StoresAndServesADocument) {
   EXPECT_EQ(fetch("sales.kdc", kDocs, now - 3'600), "figures");
   EXPECT_EQ(fetch("sales.kdc", kDocs, now + 3'600), "(closed)");
 
-  // There already: left alone unless it is to be replaced.
+  // An existing document changes only if it is to be replaced.
   EXPECT_FALSE(store("sales.kdc", kDocs, false, 0, "other"));
   EXPECT_EQ(fetch("sales.kdc", kDocs, 0), "figures");
   EXPECT_TRUE(store("sales.kdc", kDocs, true, 0, "other"));
@@ -176,7 +176,7 @@ TEST_F(DocumentClient, RebuildsALostIndex) {
   const std::string folder = root + "\\user\\" + owner;
   vu_file::remove(folder + "\\index.dat");
   facade.update_IndexDat(folder);
-  // Without adoption nothing accounts for the file any more.
+  // Without adoption the file remains an orphan.
   EXPECT_EQ(read_file(folder + "\\index.dat"), " ");
   EXPECT_EQ(fetch("a.kdc", kUser, 0), "(closed)");
 }
@@ -216,7 +216,7 @@ TEST(DocumentExtension, IsOneOfSeven) {
   EXPECT_FALSE(vu_storage::isVuDocExt(".kda"));
 }
 
-// Key files as a client uses them, through the exported interface alone.
+// Key files, through the exported interface alone.
 
 using Texts = std::vector<std::string>;
 using Pairs = std::vector<std::pair<std::string, std::string>>;
@@ -301,7 +301,7 @@ TEST_F(KeyFileClient, LearnsThatItCannotWrite) {
   EXPECT_TRUE(list_folder(scratch.path()).empty());
 }
 
-// Parts of documents as a client uses them, through the exported interface alone.
+// Sub-parts, through the exported interface alone.
 
 using Texts = std::vector<std::string>;
 using vu_host::trace_event;
@@ -313,7 +313,7 @@ class SubPartClient : public testing::Test {
  protected:
   ~SubPartClient() override { vu_storage::setTdcTimeStamp(""); }
 
-  /// Stores the document; the path of its file.
+  /// Stores the document. @return the path of its file.
   std::string store(const std::string& entry, std::int64_t time) {
     vu_file file;
     facade.OpenWrite(file, owner, entry, kDocs, true, 7);
@@ -344,10 +344,10 @@ class SubPartClient : public testing::Test {
     return bytes;
   }
 
-  /// Initialised before the facade's object, which would do so elsewhere.
+  /// Required: before the facade object, which would initialise another root.
   const std::string root = program_storage();
   vu_storage facade;
-  /// One of its own for every test.
+  /// A different owner for every test.
   const std::string owner =
       std::string("parts of ") + testing::UnitTest::GetInstance()->current_test_info()->name();
 };
@@ -467,7 +467,7 @@ class UserClient : public testing::Test {
     return bytes;
   }
 
-  /// A user's name that only this test uses.
+  /// A user name that only this test uses.
   static std::string user(const std::string& name) {
     return name + " of " + testing::UnitTest::GetInstance()->current_test_info()->name();
   }
@@ -484,7 +484,7 @@ TEST_F(UserClient, TakesMailAndDocumentsAlongWhenAUserIsRenamed) {
   EXPECT_EQ(fetch(user("new"), STG::MailRepository), "mail");
   EXPECT_EQ(fetch(user("new"), STG::UserRepository), "own");
   EXPECT_TRUE(folder_exists(root + "\\list\\" + user("new")));
-  // What belongs to everybody stays under its owner's name.
+  // Corporate documents stay under the name of their owner.
   EXPECT_EQ(fetch(user("new"), STG::CorporateRepository), "(closed)");
   EXPECT_EQ(fetch(user("old"), STG::CorporateRepository), "corporate");
 }
@@ -524,7 +524,7 @@ TEST_F(UserClient, RemovesADocumentWithItsLinesInCategoriesAndAttributes) {
   EXPECT_EQ(read_file(category), "other.kda=2\n");
   EXPECT_EQ(read_file(folder + "\\attribut.txt"), "other.kda=x\n");
 
-  // Once more, and for an owner that nobody knows: nothing is left to do, which is a success.
+  // Again, and for an unknown owner: there is nothing to do, which is a success.
   EXPECT_TRUE(vu_storage::RemoveFile(vu_utf8string(owner), vu_utf8string("notes.kda"),
                                      STG::UserFilesRepository, 0));
   EXPECT_TRUE(vu_storage::RemoveFile(user("nobody"), "notes.kda", STG::UserFilesRepository, 0));

@@ -1,4 +1,4 @@
-// An index that is loaded: what it holds, and what loading does to the folder (nothing).
+// The content of a loaded index. Loading does not change the folder.
 
 #include <gtest/gtest.h>
 
@@ -44,7 +44,7 @@ TEST_F(IndexLoading, KeepsTheIndexOpenForReadingUntilItGoes) {
     EXPECT_TRUE(index.is_open());
     EXPECT_TRUE(index.is_locked());
     EXPECT_FALSE(index_is_free());
-    // Another reader does not mind.
+    // Another reader can load at the same time.
     const STGIndex other = Peer::load(folder.path());
     EXPECT_TRUE(other.is_locked());
   }
@@ -199,7 +199,7 @@ TEST_F(IndexLoading, ReadsAllOfALargeIndex) {
   EXPECT_EQ(Peer::pl(index).size(), 1U);
 }
 
-/// Fills a folder with entries and their files. @return the text of its index.
+/// Fills a folder with entries and their files. @return the text of the index.
 std::string fill(const index_folder& folder, int entries) {
   std::string text;
   for (int i = 1; i <= entries; ++i) {
@@ -220,7 +220,7 @@ std::uint64_t calls_to_load(int entries, bool synchronize) {
   EXPECT_EQ(Peer::lp(index).size(), static_cast<std::size_t>(entries));
   EXPECT_FALSE(Peer::need_update(index));
   EXPECT_EQ(os::faults::calls(Call::list), 1U);
-  // For index.dat itself.
+  // The check for index.dat.
   EXPECT_EQ(os::faults::calls(Call::probe_search), 1U);
   return os::faults::calls(Call::any);
 }
@@ -232,7 +232,7 @@ TEST_F(IndexLoading, ListsTheFolderOnceAndChecksNoSingleFile) {
 
 TEST_F(IndexLoading, WaitsForAWriterAndSeesWhatItWrote) {
   folder.set_index(" ");
-  // The index is read once it has been locked: what a writer leaves until then counts.
+  // The index is read after it is locked, so a change of another process before that is visible.
   const auto hook = os::faults::before(Call::lock, [&] {
     folder.write("00000009.kdb");
     folder.set_index("late.kdb_0000000001/00000009\n");
@@ -240,8 +240,6 @@ TEST_F(IndexLoading, WaitsForAWriterAndSeesWhatItWrote) {
   const STGIndex index = Peer::load(folder.path());
   EXPECT_EQ(Peer::lp(index), (NameMap{{"late.kdb_0000000001", "00000009"}}));
 }
-
-// ---- copies, and the instance of no folder -----------------------------------------------------
 
 TEST_F(IndexLoading, OfNoFolderHasNoEntriesAndWritesNothing) {
   recording_sink sink;
@@ -277,7 +275,7 @@ TEST_F(IndexLoading, IsCopiedMemberByMember) {
     EXPECT_TRUE(Peer::need_update(assigned));
     EXPECT_EQ(assigned.getFilePath(), folder.path("index.dat"));
   }
-  // All three have written the same.
+  // All three wrote the same text.
   EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\n");
 }
 
@@ -289,18 +287,16 @@ TEST_F(IndexLoading, SharesItsHandleWithACopy) {
     EXPECT_TRUE(copy.is_open());
     EXPECT_TRUE(copy.is_locked());
   }
-  // Whichever goes first closes it for both.
+  // The first destructor closes it for both.
   EXPECT_TRUE(index_is_free());
 }
 
-// What a folder holds at one moment, and whether a line's file is there.
+// FolderFiles: the content of a folder at one moment, and whether the file of a line exists.
 
 using os::faults::Call;
 using Peer = stg_index_test_peer;
 using NameMap = STGIndex::NameMap;
 using plain_index::shown;
-
-// ---- the folder at one moment ------------------------------------------------------------------
 
 bool is_valid(FolderFiles& files, std::string_view key, std::string_view stored) {
   return state_by_listing(key, stored, files) == LineState::kValid;
@@ -395,9 +391,9 @@ TEST(FolderFilesOfAnIndex, NamesTheUnknownEntries) {
   const std::string text =
       "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\nc_0000000001/00000003\n"
       "torn\nd_0000000001/00000004";
-  // Two questions for the second line, one for the third; the listing answers for the first.
+  // Calls: two for the second line, one for the third; the listing is enough for the first.
   for (const std::uint64_t nth : {1U, 2U, 3U}) {
-    // Whatever is neither "found" nor "not found" is no answer.
+    // A result other than "found" and "not found" makes the entry unknown.
     const os::Failure failure = nth == 2 ? os::Failure::kLocked : os::Failure::kOther;
     const auto fault = os::faults::fail(os::faults::Call::probe_search, {5, failure}, nth);
     FolderFiles files(path);
@@ -407,7 +403,7 @@ TEST(FolderFilesOfAnIndex, NamesTheUnknownEntries) {
     EXPECT_EQ(reading.lines[nth < 3 ? 1 : 2].state, LineState::kUnknown);
     EXPECT_EQ(reading.lines[0].state, LineState::kValid);
   }
-  // A line that runs on is none until its file is found.
+  // A line that continues over a line feed is not a line of the index until its file is found.
   const auto fault = os::faults::fail(os::faults::Call::probe_search, {5, os::Failure::kOther}, 4);
   FolderFiles files(path);
   EXPECT_EQ(IndexReading(text, files).unknown, 0U);
@@ -461,8 +457,6 @@ TEST(FolderFilesOfAnIndex, ChecksSingleNamesWhenTheListingFails) {
   EXPECT_FALSE(is_valid(files, "k_0000000001", "b"));
   EXPECT_EQ(fault.hits(), 1U);
 }
-
-// ---- one line ----------------------------------------------------------------------------------
 
 TEST(IndexLineValidity, ChecksTheStoredNameAndThenWithTheExtension) {
   const scratch_folder folder;

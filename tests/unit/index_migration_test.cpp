@@ -1,5 +1,4 @@
-// The one-time conversion of a user's mail folder from escaped names. The read
-// list by itself: index_read_list_test.cpp.
+// The migration of a mail folder. The read list: index_read_list_test.cpp.
 
 #include <gtest/gtest.h>
 
@@ -19,8 +18,6 @@ using os::faults::Call;
 using vu_host::trace_event;
 
 constexpr const char* kNoUser = " Migration on inbox read need an non empty user ";
-
-// ---- who is converted --------------------------------------------------------------------------
 
 TEST_F(IndexMigration, RefusesAnEmptyUser) {
   const Texts before = list_folder(mail);
@@ -77,8 +74,6 @@ TEST_F(IndexMigration, SaysTheSameWhenTheFolderCannotBeMade) {
       sink.count(trace_event::warning, "User joe has an empty inbox read. No need migration);"),
       1U);
 }
-
-// ---- what is converted -------------------------------------------------------------------------
 
 TEST_F(IndexMigration, MovesAnEscapedFileToAnEntryOfItsUnescapedName) {
   make_mail_folder();
@@ -175,7 +170,7 @@ TEST_F(IndexMigration, TakesWhateverUnescapingMakesOfAName) {
   migrate();
   EXPECT_EQ(entry(".kdb"), "nothing but an extension");
   EXPECT_EQ(entry("cut.kdb"), "an incomplete escape");
-  // The empty name itself is answered for by the folder.
+  // The entry of the empty name is valid, because its name is the folder itself.
   EXPECT_EQ(index(),
             ".kdb_0000000000/00000002\n"
             "_0000000000/00000003\n"
@@ -243,8 +238,6 @@ TEST_F(IndexMigration, LeavesNamesAloneThatNoLineOfAnIndexCouldHold) {
   EXPECT_TRUE(is_marked());
 }
 
-// ---- the read list -----------------------------------------------------------------------------
-
 TEST_F(IndexMigration, UnescapesTheLineOfAnEntryThatItConverts) {
   make_mail_folder();
   write("f4#f5#x#A%20B.kdb", "mail");
@@ -302,7 +295,7 @@ TEST_F(IndexMigration, CreatesAListIfThereIsNone) {
 }
 
 TEST_F(IndexMigration, UnescapesTheLineOfAnEntryAtAnotherTimestampToo) {
-  // Only timestamp 0 is renamed, but the name is asked for without it.
+  // Only entries at timestamp 0 are renamed, but the line is found by its name alone.
   STGIndex::setSynchronizeMode(false);
   make_mail_folder();
   write("f4#f5#x#A%20B.kdb", "mail");
@@ -319,7 +312,7 @@ TEST_F(IndexMigration, UnescapesTheLineOfAnEntryAtAnotherTimestampToo) {
 TEST_F(IndexMigration, PassesSeveralVersionsOfOneEscapedName) {
   STGIndex::setSynchronizeMode(false);
   make_mail_folder();
-  // Unescaping empties the second field at the first of them.
+  // The first version empties the second field.
   write("1#1#1#%2.kdb", "mail");
   write("read.txt", "1\t%2\tB\t1\t1\tf\t\n");
   write("index.dat", "1#1#1#%2.kdb_0000000005/1#1#1#%2\n1#1#1#%2.kdb_0000000006/1#1#1#%2\n");
@@ -327,8 +320,6 @@ TEST_F(IndexMigration, PassesSeveralVersionsOfOneEscapedName) {
   EXPECT_EQ(read("read.txt"), "1\t\tB\t1\t1\tf\t\n");
   EXPECT_TRUE(is_marked());
 }
-
-// ---- the second call ---------------------------------------------------------------------------
 
 TEST_F(IndexMigration, LeavesAConvertedFolderAlone) {
   make_mail_folder();
@@ -354,7 +345,7 @@ TEST_F(IndexMigration, TakesAFileOfTheMarkersNameForTheMarker) {
   EXPECT_EQ(names(), (Texts{"Q1%20Sales.kdb", "k1mailboxcompliant"}));
 }
 
-// A conversion of a mail folder that fails or is interrupted on its way.
+// A migration that fails or is interrupted.
 
 using os::faults::Call;
 using os::faults::Times;
@@ -379,7 +370,7 @@ TEST_F(IndexMigration, KeepsAFileThatCannotBeCopiedAndSetsNoMarker) {
   EXPECT_EQ(read("read.txt"), "1\ta%20\tB\t1\t1\tf\t\n1\tb \tB\t1\t1\tf\t\n");
   EXPECT_FALSE(is_marked());
 
-  // The next call does what is left.
+  // The next call converts the rest.
   migrate();
   EXPECT_EQ(entry("1#1#1#a .kdb"), "a");
   EXPECT_EQ(entry("1#1#1#b .kdb"), "b");
@@ -398,10 +389,10 @@ TEST_F(IndexMigration, ContinuesAfterAFileThatCannotBeRemoved) {
   EXPECT_TRUE(is_marked());
 }
 
-/// Makes the making of the second converted entry's file fail: everything before it succeeds.
+/// Creating the file of the second converted entry fails. Everything before it succeeds.
 class BreakAtTheSecondEntry {
  private:
-  // Opened from the first copy on: the counter, and then the file.
+  // Opens after the first copy: the counter, then the file.
   std::unique_ptr<os::faults::Fault> m_broken;
   os::faults::Fault m_hook = os::faults::before(Call::copy, [this] {
     m_broken.reset(new os::faults::Fault(os::faults::fail(Call::open, kRefused, 2)));
@@ -424,7 +415,7 @@ TEST_F(IndexMigration, KeepsWhatItHasDoneWhenItIsInterrupted) {
       EXPECT_EQ(e.what(), "throw exception on open");
     }
   }
-  // The index and the read list were both written on the way out.
+  // The index and the read list were both saved when the exception left the migration.
   EXPECT_EQ(entry("1#1#1#a .kdb"), "a");
   EXPECT_FALSE(has("1#1#1#a%20.kdb"));
   EXPECT_EQ(read("1#1#1#b%20.kdb"), "b");
@@ -450,8 +441,7 @@ TEST_F(IndexMigration, NeverEndsTheHostWhenItsSavingFailsOnTheWayOut) {
   recording_sink sink;
   {
     std::unique_ptr<os::faults::Fault> broken;
-    // From the second entry's file on nothing can be opened: neither the index nor the list is
-    // saved.
+    // From the second entry's file on every open fails: neither the index nor the list is saved.
     const auto hook = os::faults::before(Call::copy, [&broken] {
       broken.reset(
           new os::faults::Fault(os::faults::fail(Call::open, kRefused, 2, Times::kLasting)));
@@ -473,13 +463,13 @@ TEST_F(IndexMigration, RaisesWhereTheListCannotBeRead) {
   write("read.txt", "no name\n");
   write("index.dat", "a%20.kdb_0000000000/a%20.kdb\nread.txt_0000000000/read.txt\n");
   {
-    // Read before: the index, by the question for the marker and by the forced rewrite (twice, and
-    // whether that was all).
+    // Reads before, all of the index: for the marker, and for the forced rewrite (two reads and the
+    // check for the end).
     const auto fault = os::faults::fail(Call::read, kRefused, 5);
     EXPECT_THROW(migrate(), vu_file_except);
     EXPECT_EQ(fault.hits(), 1U);
   }
-  // A list that was not loaded is not saved.
+  // A read list that was not loaded is not saved.
   EXPECT_EQ(read("read.txt"), "no name\n");
   EXPECT_TRUE(has("a%20.kdb"));
   EXPECT_FALSE(is_marked());
@@ -493,7 +483,7 @@ TEST_F(IndexMigration, RaisesWhereTheListCannotBeSaved) {
   write("read.txt", "x\t2\tB\ta\tf5\tf6\t\n");
   std::unique_ptr<os::faults::Fault> broken;
   {
-    // The last opening of all is the list's; the marker's file is made before.
+    // The last open is that of the read list. The file of the marker is created before.
     int openings = 0;
     const auto count = os::faults::before(
         Call::open, [&openings] { ++openings; }, 1, Times::kLasting);
@@ -543,7 +533,7 @@ TEST_F(IndexMigration, IsNotBegunWhereSomethingCannotBeReadForCertain) {
       for (const std::string& name : names()) std::filesystem::remove(native(path(name)));
     }
   }
-  // The reads of the index and of the list, each to its end.
+  // All reads of the index and of the read list, each to its end.
   EXPECT_GT(not_begun, 5U);
 }
 
@@ -576,7 +566,7 @@ TEST_F(IndexMigration, SavesTheListAlsoWhenTheIndexCannotBeMerged) {
   write("index.dat", "1#1#1#a%20.kdb_0000000000/1#1#1#a%20.kdb\nread.txt_0000000000/read.txt\n");
   std::unique_ptr<os::faults::Fault> broken;
   const auto hook = os::faults::before(Call::copy, [&broken] {
-    // Read from here on: the counter for the marker, to its end, and then the index to be merged.
+    // Reads from now on: the counter for the marker, to its end, and then the index for the merge.
     broken.reset(new os::faults::Fault(os::faults::fail(Call::read, kRefused, 3)));
   });
   EXPECT_THROW(migrate(), vu_file_except);

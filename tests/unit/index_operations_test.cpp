@@ -8,8 +8,8 @@
 #include "tests/support/recording_sink.h"
 #include "tests/unit/index_fixture.h"
 
-// The public operations, where the seam or the traces show what they do. What a client sees of
-// them: tests/api/index_test.cpp. The question for one entry: index_exists_test.cpp.
+// The public operations, seen at the seam and in the traces. Their results:
+// tests/api/index_test.cpp. The existence query: index_exists_test.cpp.
 
 namespace {
 
@@ -19,8 +19,6 @@ using AgeMap = STGIndex::AgeMap;
 using Peer = stg_index_test_peer;
 using NameMap = STGIndex::NameMap;
 using vu_host::trace_event;
-
-// ---- create and getPhysicalName ----------------------------------------------------------------
 
 class IndexCreating : public IndexOperations {};
 
@@ -81,7 +79,7 @@ TEST_F(IndexCreating, RaisesWhereTheIndexCannotBeOpened) {
 
 TEST_F(IndexCreating, CreatesTheFileEvenIfTheSystemCannotCheckWhetherItExists) {
   folder.set_index(" ");
-  // Asked for before: the logical name and the index, by the question and by the loading.
+  // Calls before: for the logical name and for the index, by the query and by the load.
   const auto fault = os::faults::fail(Call::probe_search, kRefused, 4);
   EXPECT_EQ(STGIndex::create(folder.path(), "a.kdb", 5), "00000001.kdb");
   EXPECT_EQ(fault.hits(), 1U);
@@ -102,7 +100,7 @@ TEST_F(IndexCreating, ReturnsTheNameOfAnUnknownEntry) {
 TEST_F(IndexCreating, RaisesWhatTheRewriteRaises) {
   folder.set_index(" ");
   {
-    // Read before: by the question whether it exists, by loading, and the empty counter.
+    // Reads before: by the query, by the load, and of the empty counter.
     const auto fault = os::faults::fail(Call::read, kRefused, 6);
     EXPECT_THROW(STGIndex::create(folder.path(), "a.kdb", 5), vu_file_except);
     EXPECT_EQ(fault.hits(), 1U);
@@ -125,8 +123,6 @@ TEST_F(IndexCreating, LosesNothingBetweenManyCalls) {
     EXPECT_EQ(folder.read(physical), logical + std::to_string(i / 10));
   }
 }
-
-// ---- remove and rename -------------------------------------------------------------------------
 
 class IndexChanging : public IndexOperations {};
 
@@ -170,7 +166,7 @@ TEST_F(IndexChanging, ComparesTimestampsIn32Bits) {
   folder.write("00000001");
   folder.set_index("a_2147483647/00000001\n");
   os::faults::reset();
-  // Equal already where `long` has 32 bits.
+  // Equal even without clamping where `long` has 32 bits.
   STGIndex::rename(folder.path(), "a", 2147483647, "a", std::numeric_limits<long>::max());
   EXPECT_EQ(os::faults::calls(Call::any), 0U);
   EXPECT_EQ(folder.index(), "a_2147483647/00000001\n");
@@ -201,11 +197,8 @@ TEST_F(IndexChanging, LeavesARenameThatFailedAsItWas) {
             1U);
 }
 
-// ---- queries -----------------------------------------------------------------------------------
-
 class IndexQueries : public IndexOperations {
  protected:
-  /// Every query in turn, with its name.
   std::vector<std::pair<std::string, std::function<void(const std::string&)>>> all_queries() {
     return {
         {"lastVersion",
@@ -291,7 +284,7 @@ TEST_F(IndexQueries, LeaveTheTimestampWhenTheyRaise) {
 }
 
 TEST_F(IndexQueries, GiveTheFirstOfManyEntriesWithoutAPhysicalName) {
-  // A line without a stored name leads to the folder itself.
+  // A line without a physical name names the folder itself.
   std::string text;
   for (char c = 'A'; c <= 'Z'; ++c) text += std::string(2, c) + "_0000000001/\n";
   for (char c = 'a'; c <= 'z'; ++c) text += std::string(2, c) + "_0000000001/\n";
@@ -318,15 +311,13 @@ TEST_F(IndexQueries, RaiseWhatTheRewriteOfAnAdoptionRaises) {
     const index_folder fresh;
     fresh.set_index(" ");
     fresh.write("stray.txt");
-    // The first read loads.
+    // The first read is that of the load.
     const auto fault = os::faults::fail(Call::read, kRefused, 2);
     EXPECT_THROW(query(fresh.path()), vu_file_except) << name;
     EXPECT_EQ(fault.hits(), 1U) << name;
     EXPECT_EQ(fresh.index(), " ") << name;
   }
 }
-
-// ---- scopes ------------------------------------------------------------------------------------
 
 TEST_F(IndexQueries, OpenScopesOfTheirOwnLikeEveryOtherMember) {
   const synchronisation on(true);
@@ -387,7 +378,7 @@ TEST_F(IndexQueries, OpenScopesOfTheirOwnLikeEveryOtherMember) {
                                    "migrateInboxRead"}) {
     EXPECT_NE(seen.find("STGIndex::" + std::string(member) + "("), std::string::npos) << member;
   }
-  // The small functions on names trace nothing.
+  // The functions on names trace nothing.
   sink.clear();
   std::string name = "a%20b";
   STGIndex::UnescapeVU(name);
@@ -396,8 +387,6 @@ TEST_F(IndexQueries, OpenScopesOfTheirOwnLikeEveryOtherMember) {
   Peer::extension(name);
   EXPECT_EQ(sink.count(), 0U);
 }
-
-// ---- the index file itself ---------------------------------------------------------------------
 
 class IndexUpdating : public IndexOperations {};
 

@@ -8,14 +8,12 @@
 #include "tests/support/recording_sink.h"
 #include "tests/unit/index_fixture.h"
 
-// A user's list of read mails: its lines, the names they make up, and how it is loaded and saved.
+// The read list: its lines, the names that they form, loading and saving.
 
 namespace {
 
 using os::faults::Call;
 using vu_host::trace_event;
-
-// ---- names -------------------------------------------------------------------------------------
 
 TEST(ReadListName, IsMadeOfFiveFields) {
   EXPECT_EQ(ReadList::name_of("x\tA%20B\tB\tf4\tf5\tf6\t"), "f4#f5#x#A%20B.kdb");
@@ -51,13 +49,13 @@ TEST(ReadListName, IsEmptyWithFewerThanSixTabs) {
 }
 
 TEST(ReadListName, LooksForTheFirstTabAfterTheFirstCharacter) {
-  // A tab at the very start is a character of the first field.
+  // A tab at the start belongs to the first field.
   EXPECT_EQ(ReadList::name_of("\tab\t2\tB\t4\t5\t6\t"), "4#5#\tab#2.kdb");
   EXPECT_EQ(ReadList::name_of("\t\t2\tB\t4\t5\t6\t"), "4#5#\t#2.kdb");
 }
 
 TEST(ReadListName, LooksForEachFurtherTabTwoPositionsOn) {
-  // A tab right behind another one is a character of the field that it would have ended.
+  // A tab directly after another tab belongs to the next field and does not end it.
   EXPECT_EQ(ReadList::name_of("x\t\tB\tf4\tf5\tf6\tf7\t"), "f5#f6#x#\tB.kdg");
   EXPECT_EQ(ReadList::name_of("1\t2\t\tA\t4\t5\t6\t"), "4#5#1#2.kdg");
   EXPECT_EQ(ReadList::name_of("1\t2\tA\t\t4\t5\t6\t"), "\t4#5#1#2.kda");
@@ -66,11 +64,9 @@ TEST(ReadListName, LooksForEachFurtherTabTwoPositionsOn) {
   EXPECT_EQ(ReadList::name_of("\t\t\t\t\t\t\t\t\t\t\t\t"), "\t#\t#\t#\t.kdg");
 }
 
-// ---- loading and saving ------------------------------------------------------------------------
-
 class ReadListFile : public testing::Test {
  protected:
-  /// Loads a text and saves it.
+  /// Loads a text, saves it and returns the new text.
   std::string rewritten(const std::string& text) {
     folder.write("read.txt", text);
     {
@@ -79,7 +75,7 @@ class ReadListFile : public testing::Test {
     }
     return folder.read("read.txt");
   }
-  /// The list after the lines of these names were unescaped.
+  /// The text of the list after the lines of these names were unescaped.
   std::string unescaped(const std::string& text, const Texts& names) const {
     folder.write("read.txt", text);
     {
@@ -129,7 +125,7 @@ TEST_F(ReadListFile, KeepsTheFirstOfTwoLinesWithOneName) {
 TEST_F(ReadListFile, TakesTheLastCharacterOffAFinalLineWithoutALineFeed) {
   EXPECT_EQ(rewritten(a + "\n" + b + "X"), a + "\n" + b + "\n");
   EXPECT_EQ(rewritten(a + "\n" + b + "XY"), a + "\n" + b + "X\n");
-  // The character may be the tab that made it a line.
+  // The removed character can be the tab that completed the line.
   EXPECT_EQ(rewritten(a + "\n" + b), a + "\n");
   EXPECT_EQ(rewritten(a + "\nX"), a + "\n");
 }
@@ -167,7 +163,7 @@ TEST_F(ReadListFile, IsNotHeldOpenInBetween) {
 }
 
 TEST_F(ReadListFile, UnescapesTheSecondFieldOfALine) {
-  // It keeps the place of its old name.
+  // The line keeps the position of its old name.
   EXPECT_EQ(unescaped("x\tA%20B\tB\tf4\tf5\tf6\t\n" + a + "\n", {"f4#f5#x#A%20B.kdb"}),
             a + "\nx\tA B\tB\tf4\tf5\tf6\t\n");
 }
@@ -194,13 +190,11 @@ TEST_F(ReadListFile, TakesAFieldThatUnescapingEmpties) {
 }
 
 TEST_F(ReadListFile, CanReadALineAgainThatUnescapingShortened) {
-  // Emptied, the field begins with the tab behind it, and no six tabs are found in the line any
-  // more.
+  // The field is now empty, so it starts with the tab after it. The line then has fewer than six
+  // tabs for the search.
   EXPECT_EQ(unescaped("x\t%2\tB\tf4\tf5\tf6\t\n", {"f4#f5#x#%2.kdb", "f4#f5#x#%2.kdb"}),
             "x\t\tB\tf4\tf5\tf6\t\n");
 }
-
-// ---- failures ----------------------------------------------------------------------------------
 
 TEST_F(ReadListFile, ThatCannotBeLoadedIsNeverSaved) {
   const std::string text = b + "\n" + a + "\n";
@@ -275,7 +269,7 @@ TEST_F(ReadListFile, SwallowsItsOwnExceptionWhileAnotherOneUnwinds) {
 }
 
 TEST_F(ReadListFile, ReportsNoShortWrite) {
-  // The handle traces it; the migration is not told.
+  // The handle traces it; the migration gets no error.
   folder.write("read.txt", a + "\n");
   recording_sink sink;
   const auto fault = os::faults::cut_transfer(Call::write, 3, {28, os::Failure::kOther});

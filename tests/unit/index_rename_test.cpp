@@ -10,7 +10,7 @@
 #include "tests/support/recording_sink.h"
 #include "tests/unit/index_fixture.h"
 
-// Entries that are renamed, in memory and on their files.
+// Renaming entries, in memory and with their files.
 
 namespace {
 
@@ -33,7 +33,7 @@ TEST_F(IndexRename, MovesTheDataToANewEntry) {
     EXPECT_EQ(index_traces(sink), create_texts() + rename_texts());
     EXPECT_TRUE(Peer::need_update(index));
     EXPECT_EQ(folder.read("00000002.kdc"), "bytes");
-    // The old entry stays until the index is written, and its file with it.
+    // The old entry and its file stay until the save.
     EXPECT_EQ(folder.read("00000001.kdb"), "bytes");
     EXPECT_TRUE(Peer::_contains(index, "a.kdb", 1));
     EXPECT_EQ(Peer::pl(index),
@@ -66,7 +66,7 @@ TEST_F(IndexRename, HasTheOldEntriesOrTheNewOneAtEverySystemCall) {
     folder.write("index", "00000002");
     folder.set_index("a.kdb_0000000001/00000001\nb.kdb_0000000002/00000002\n");
   };
-  // What a reader finds who comes at that moment: the bytes of a and of b.
+  // The bytes of an entry for a reader at this moment.
   const auto found = [&](const std::string& name, long ts) {
     const std::string bytes = folder.index();
     std::string storage;
@@ -103,7 +103,7 @@ TEST_F(IndexRename, FlushesTheCopyBeforeTheSourceGoes) {
   STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 2);
   EXPECT_EQ(hook.hits(), 1U);
   EXPECT_TRUE(has_source);
-  // A copy that cannot be flushed is none.
+  // A copy that cannot be flushed is discarded.
   const auto fault = os::faults::fail(Call::flush_file, kRefused);
   STGIndex::rename(folder.path(), "b.kdb", 2, "c.kdb", 3);
   EXPECT_EQ(folder.index(), "b.kdb_0000000002/00000002\n");
@@ -116,7 +116,7 @@ TEST_F(IndexRename, RemovesNothingWhenTheIndexCannotBeSaved) {
   folder.write("00000002.kdb", "bytes of b");
   folder.write("index", "00000002");
   folder.set_index(text);
-  // The counter is written before; the index is opened first of all.
+  // Write 1 is that of the counter, write 2 that of the index. The first open is that of the load.
   struct Trouble {
     Call call;
     std::uint64_t nth;
@@ -150,7 +150,7 @@ TEST_F(IndexRename, TakesANumberThatIsFreeWhenAFoundFileHasTheNextOne) {
 }
 
 TEST_F(IndexRename, RemovesTheOldFilesUnderTheLockOfTheSave) {
-  // Whoever merges before they have gone would take their lines for valid ones.
+  // Another process that merges before the files are removed would find their lines valid.
   folder.write("00000001.kdb", "bytes of a");
   folder.write("00000002.kdb", "bytes of b");
   folder.write("index", "00000002");
@@ -173,7 +173,7 @@ TEST_F(IndexRename, RemovesTheOldFilesUnderTheLockOfTheSave) {
 }
 
 TEST_F(IndexRename, KeepsTheSourceWhereAReplacedFileStays) {
-  // The file that stays bears the new entry's very name, and hides it.
+  // The file that stays has the name of the new entry's file and would hide the new one.
   folder.write("00000001.kdb", "bytes of a");
   folder.write("n.kdb", "bytes of n");
   folder.write("index", "00000001");
@@ -206,7 +206,7 @@ TEST_F(IndexRename, KeepsASecondLineOfTheOldKey) {
 }
 
 TEST_F(IndexRename, CopiesOverNoFileOfAnEntryWhenTheCounterIsInTrouble) {
-  // The counter counts no further, and the first name of all is given, or it cannot be read at all.
+  // The counter is negative and returns the first name of all, or it cannot be read.
   for (const std::string given : {"00000000", "99999999"}) {
     for (const std::string target : {"b.kdb", "c.kdb"}) {
       const index_folder place;
@@ -257,7 +257,7 @@ TEST_F(IndexRename, KeepsAReplacedFileOfTheVeryNameUntilTheIndexIsSaved) {
   EXPECT_EQ(folder.read("00000002.kdb"), "bytes of a");
   EXPECT_EQ(folder.names(), (Texts{"00000002.kdb", "index", "index.dat"}));
 
-  // Where the index is not saved, it stays. The counter is written before.
+  // If the index is not saved, the replaced file stays. The counter is written before.
   for (const std::uint64_t nth : {2U, 3U}) {
     folder.erase("00000002.kdb");
     write_old();
@@ -455,7 +455,7 @@ TEST_F(IndexRename, EndsBeforeOrAfterWhereverAnExceptionStrikes) {
       place.set_index(text);
       {
         STGIndex index = Peer::load(place.path());
-        // As in a migration, or after adoption: there will be a save, whatever happens here.
+        // As in a migration or after adoption: a save follows in any case.
         Peer::set_need_update(index);
         const auto fault = os::faults::throw_from(Call::system, std::bad_alloc(), nth);
         try {
@@ -471,7 +471,7 @@ TEST_F(IndexRename, EndsBeforeOrAfterWhereverAnExceptionStrikes) {
         }
         EXPECT_EQ(place.names().size(), target.empty() ? 3U : 4U) << "no file besides";
       } else {
-        // A counter in trouble gives a name of its own.
+        // A counter that fails returns the name 99999999.
         const std::string stored = place.has("99999999.kdb") ? "99999999" : "00000003";
         EXPECT_EQ(place.index(), "n.kdb_0000000000/" + stored + "\n");
         EXPECT_EQ(place.read(stored + ".kdb"), "bytes of a");
@@ -523,7 +523,7 @@ TEST_F(IndexRename, CopiesAgainWhatACleanSweptWithinTheCopy) {
 }
 
 TEST_F(IndexRename, KeepsTheEntryWhoseFileHasGone) {
-  // There is nothing to copy: neither entry has a file then, and neither is written.
+  // There is nothing to copy. Both entries are dangling, and the save writes neither.
   folder.write("00000001.kdb");
   folder.write("index", "00000001");
   folder.set_index("a.kdb_0000000001/00000001\n");

@@ -1,4 +1,4 @@
-// What a crash or a failed write leaves of an index that is being written back.
+// The state of an index after a crash or a failed write during a save.
 
 #include <gtest/gtest.h>
 
@@ -21,9 +21,7 @@ using Peer = stg_index_test_peer;
 using NameMap = STGIndex::NameMap;
 using vu_host::trace_event;
 
-// ---- what a crash on the way leaves ------------------------------------------------------------
-
-/// Loads, changes and saves a folder's index, with a check before and after every call of the seam.
+/// Loads, changes and saves an index, with a check before and after every call of the seam.
 void save_with_a_check_at_every_call(const index_folder& folder, const std::function<void()>& check,
                                      const std::function<void(STGIndex&)>& change) {
   const auto before = os::faults::before(Call::any, check, 1, Times::kLasting);
@@ -53,28 +51,28 @@ TEST_F(IndexSaving, NeverLeavesTheFileEmptyOnTheWay) {
 }
 
 #if !defined(_WIN32)
-// Windows keeps other handles from reading what is locked.
+// Windows blocks reads of a locked file.
 
-/// So many entries with their files. @param skip one that is left out.
+/// Creates @p count entries with their files. @param skip an entry to leave out.
 NameMap many_entries(const index_folder& folder, int count, int skip = 0) {
   NameMap entries;
   for (int i = 1; i <= count; ++i) {
     const std::string number = std::to_string(10000000 + i);
     if (!folder.has(number)) folder.write(number);
     if (i == skip) continue;
-    // Some forty of them fill a page and a half; in another order than their files.
+    // About forty entries fill one and a half pages. Their order differs from that of their files.
     entries[std::to_string(i % 7) + std::string(120, 'x') + number + "_0000000001"] = number;
   }
   return entries;
 }
 
-/// The bytes of an index as the library takes them.
+/// The text of the bytes as the library reads them.
 std::string text_in(const std::string& bytes) {
   std::string storage;
   return std::string(replacement::text_of(bytes, storage));
 }
 
-/// The entries of a text are those of the old index or those of the new one.
+/// Checks that the entries of a text are the old ones or the new ones.
 void expect_old_or_new(const index_folder& folder, const std::string& text, const NameMap& old_lp,
                        const NameMap& new_lp) {
   NameMap lp;
@@ -90,8 +88,8 @@ struct Rewrite {
   std::string old_text;
 };
 
-/// Rewrites of all kinds: within a page and beyond, longer, shorter, from the front and from the
-/// back.
+/// Changes of all kinds: within a page and across pages, longer, shorter, at the front and at the
+/// end.
 std::vector<Rewrite> rewrites(const index_folder& folder) {
   std::vector<Rewrite> result;
   const auto add = [&](const std::string& what, const NameMap& old_lp, const NameMap& new_lp,
@@ -115,7 +113,7 @@ std::vector<Rewrite> rewrites(const index_folder& folder) {
   return result;
 }
 
-/// Replaces the index by the new entries, with whatever hooks and faults are in force.
+/// Replaces the index by the new entries, under the current hooks and faults.
 void rewrite_index(const index_folder& folder, const Rewrite& change) {
   folder.set_index(change.old_text);
   STGIndex index = Peer::load(folder.path());
@@ -125,8 +123,8 @@ void rewrite_index(const index_folder& folder, const Rewrite& change) {
   Peer::set_need_update(index);
 }
 
-/// A line of the old index that the new one has not got counts as removed: its file has to go, or
-/// the merge brings it back.
+/// A line that is missing in the new index means a removed entry. Its file must be removed, or the
+/// merge restores the line.
 void remove_files_that_go(const index_folder& folder, const Rewrite& change) {
   for (const auto& [key, stored] : change.old_lp) {
     if (!change.new_lp.contains(key) && folder.has(stored)) folder.erase(stored);
@@ -163,7 +161,7 @@ TEST_F(IndexSaving, LeavesOldLinesOrNewOnesWhicheverWriteFails) {
       EXPECT_NO_THROW(rewrite_index(folder, change));
       if (fault.hits() == 0) break;
       expect_old_or_new(folder, text_in(folder.index()), change.old_lp, change.new_lp);
-      // The next one puts it right.
+      // The next save repairs it.
       rewrite();
       expect_old_or_new(folder, text_in(folder.index()), change.old_lp, change.new_lp);
     }
@@ -223,20 +221,18 @@ TEST_F(IndexSaving, KeepsTheOldTextWhenThereIsNoRoomForTheNewOne) {
   EXPECT_EQ(folder.index(), "b_0000000001/00000001\n");
 }
 
-// An index that cannot be written back: what is traced, and what leaves the destructor.
+// A save that fails: its traces, and the exceptions that leave the destructor.
 
 using os::faults::Call;
 using Peer = stg_index_test_peer;
 using vu_host::trace_event;
-
-// ---- an index that cannot be opened ------------------------------------------------------------
 
 TEST_F(IndexSaving, WarnsWhenTheIndexCannotBeOpened) {
   folder.write("00000001.kdb");
   folder.set_index("a.kdb_0000000001/00000001\n");
   recording_sink sink;
   {
-    // Opened before: the index, the counter, the new file.
+    // Opens before: the index, the counter, the new file.
     const auto fault = os::faults::fail(Call::open, kRefused, 4);
     STGIndex index = Peer::load(folder.path());
     Peer::_create(index, "b.kdb", 1);
@@ -248,13 +244,13 @@ TEST_F(IndexSaving, WarnsWhenTheIndexCannotBeOpened) {
                             "please verify that you have write access and disk is not full.\n"
                             " Reason: throw exception on open"});
   EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\n");
-  // The change of the index is lost, that of the folder is not.
+  // The change of the index is lost; the change of the folder is not.
   EXPECT_TRUE(folder.has("00000001.kdb"));
   EXPECT_TRUE(folder.has("index"));
 }
 
 #if !defined(_WIN32)
-// On Windows it depends on the user (and the emulator) whether the attribute keeps a writer out.
+// On Windows the effect of the attribute depends on the user and on Wine.
 TEST_F(IndexSaving, WarnsWhenTheIndexIsReadOnly) {
   folder.set_index("a.kdb_0000000001/gone\n");
   make_read_only(folder.path("index.dat"));
@@ -302,13 +298,11 @@ TEST_F(IndexSaving, TracesTheTextOfTheExceptionThatTheOpeningRaised) {
   EXPECT_FALSE(folder.has_index());
 }
 
-// ---- exceptions that leave the destructor ------------------------------------------------------
-
 TEST_F(IndexSaving, LetsOtherExceptionsOfTheOpeningOut) {
   folder.set_index(" ");
   recording_sink sink;
   {
-    // The first opening loads.
+    // The first open is that of the load.
     const auto fault = os::faults::throw_from(Call::open, std::bad_alloc(), 2);
     EXPECT_THROW(rewrite(), std::bad_alloc);
   }
@@ -372,8 +366,6 @@ TEST_F(IndexSaving, LetsAVuFileExceptOfWritingOutToo) {
   }
   EXPECT_EQ(sink.count(trace_event::warning), 0U);
 }
-
-// ---- exceptions while another one unwinds ------------------------------------------------------
 
 struct Unwinding {};
 
@@ -450,7 +442,7 @@ TEST_F(IndexSaving, WarnsOnlyWhenTheIndexCannotBeOpenedWhileAnotherExceptionUnwi
             " Reason: throw exception on open");
 }
 
-/// Runs something while an exception unwinds through it.
+/// Runs a function while an exception unwinds the stack.
 class AtUnwinding {
  public:
   explicit AtUnwinding(std::function<void()> action) : m_action(std::move(action)) {}

@@ -9,7 +9,7 @@
 #include "tests/support/recording_sink.h"
 #include "tests/unit/index_fixture.h"
 
-// What an index that is written back takes over from the one on disk.
+// The merge of a save: which lines of the index on disk it takes over.
 
 namespace {
 
@@ -24,7 +24,7 @@ TEST_F(IndexSaving, KeepsWhatAnotherInstanceWroteMeanwhile) {
     STGIndex first = Peer::load(folder.path());
     Peer::_create(first, "first.kdb", 1);
     {
-      // There is no index yet, so that neither waits for the other's lock.
+      // Without an index on disk neither instance waits for a lock of the other.
       STGIndex second = Peer::load(folder.path());
       Peer::_create(second, "second.kdb", 1);
     }
@@ -67,8 +67,7 @@ TEST_F(IndexSaving, MergesWhatIsOnDiskBetweenItsTwoLocks) {
   folder.set_index("a_0000000001/00000001\n");
   recording_sink sink;
   {
-    // At the second opening the reader's lock has been given back and the writer's is not taken
-    // yet.
+    // At the second open the shared lock is released and the exclusive lock is not yet taken.
     const auto other = [&] { folder.set_index("a_0000000001/00000001\nb_0000000001/00000002\n"); };
     const auto hook = os::faults::before(Call::open, other, 2);
     STGIndex index = Peer::load(folder.path());
@@ -121,7 +120,7 @@ TEST_F(IndexSaving, KeepsAnEntryOutThatIsGoneHereAndOnDisk) {
   {
     STGIndex index = Peer::load(folder.path());
     folder.erase("00000001");
-    // Somebody else saves in between, and drops the line.
+    // Another process saves in between and drops the line.
     folder.set_index(" ");
     Peer::set_need_update(index);
   }
@@ -141,7 +140,7 @@ TEST_F(IndexSaving, TakesAMergedEntryWhosePhysicalNameIsTaken) {
 }
 
 TEST_F(IndexSaving, TakesNoLineOfAFileThatItIsAboutToRemove) {
-  // Another key's line, written meanwhile, that leads to the renamed entry's old file.
+  // Another process writes a line of another key that names the old file of the renamed entry.
   folder.write("00000001.kdb", "bytes of a");
   folder.write("00000002.kdb", "bytes of b");
   folder.write("index", "00000002");
@@ -231,8 +230,7 @@ TEST_F(IndexSaving, JudgesTheLinesAgainThatLeadToAFileItHasRemoved) {
 }
 
 TEST_F(IndexSaving, WritesWhatMergingEveryLineWouldGive) {
-  // Whatever happens between loading and saving: to the maps, to the files and to the index on
-  // disk.
+  // Random changes between load and save: in the maps, of the files and of the index on disk.
   std::mt19937 random(1234567);
   const auto one_of = [&random](const Texts& texts) { return texts[random() % texts.size()]; };
   const Texts lines = {
@@ -260,13 +258,13 @@ TEST_F(IndexSaving, WritesWhatMergingEveryLineWouldGive) {
       if (random() % 3 == 0) folder.set_index(random_text());
       history += "on disk " + plain_index::shown(folder.index());
       if (random() % 3 == 0) folder.write(one_of({"f1", "f2", "f3", "f4"}));
-      // Where nobody else has saved, the lines that were valid at the loading stay.
+      // Without another save, lines that were valid at the load are kept.
       const std::string gone = one_of({"f1", "f2", "f3", "f4"});
       if (random() % 2 == 0 && folder.index() != text && folder.has(gone)) folder.erase(gone);
       plain_index::load(folder.path(), folder.index(), on_disk, unused);
     };
     {
-      // The second opening is that for saving.
+      // The second open is that of the save.
       const auto hook = os::faults::before(Call::open, meanwhile, 2);
       STGIndex index = Peer::load(folder.path());
       const std::string removed = one_of({"a", "b", "c.x", "d"});
@@ -281,7 +279,7 @@ TEST_F(IndexSaving, WritesWhatMergingEveryLineWouldGive) {
     for (const auto& [key, stored] : on_disk) {
       const auto mine = expected.find(key);
       if (mine == expected.end()) ++merged;
-      // A line of its own counts less than another one only when its file is gone.
+      // The line on disk replaces the entry in memory only if the file of that entry is missing.
       if (mine != expected.end() && plain_index::is_valid(folder.path(), key, mine->second))
         continue;
       expected[key] = stored;
@@ -368,7 +366,7 @@ TEST_F(IndexSaving, ChecksUnlistedNamesAgainWhenAnotherProcessHasSaved) {
 
 enum class Since { kNothing, kRemoval, kForeignEntry, kManyForeignEntries };
 
-/// @param since what happened between the loading and the saving.
+/// @param since what happens between the load and the save.
 std::uint64_t calls_to_save(int entries, Since since) {
   const index_folder folder;
   std::string text;
@@ -394,8 +392,8 @@ std::uint64_t calls_to_save(int entries, Since since) {
     os::faults::reset();
   }
   EXPECT_EQ(folder.index(), since == Since::kRemoval ? text.substr(text.find('\n') + 1) : text);
-  // The loading has judged the lines that stand there still. Of a few others the files are asked
-  // for, of many the folder is listed.
+  // Lines that the load has checked are not checked again. The save checks a few foreign lines one
+  // by one; for many it lists the folder.
   EXPECT_EQ(os::faults::calls(Call::list), since == Since::kManyForeignEntries ? 1U : 0U);
   EXPECT_EQ(os::faults::calls(Call::probe_search), since == Since::kRemoval        ? 2U
                                                    : since == Since::kForeignEntry ? 1U

@@ -6,8 +6,8 @@
 #include "tests/support/recording_sink.h"
 #include "tests/unit/index_fixture.h"
 
-// An index that is written back: when, and what. What it merges, what a crash leaves and what it
-// raises: the index_saving files beside this one.
+// When an index is saved, and which text. Merge, crashes and exceptions: the other index_saving
+// files.
 
 namespace {
 
@@ -16,8 +16,6 @@ using os::faults::Times;
 using Peer = stg_index_test_peer;
 using NameMap = STGIndex::NameMap;
 using vu_host::trace_event;
-
-// ---- what is written ---------------------------------------------------------------------------
 
 TEST_F(IndexSaving, HappensOnlyAfterAChange) {
   folder.write("00000001.kdb");
@@ -129,8 +127,7 @@ TEST_F(IndexSaving, WritesTheFirstOfTwoLinesWithOneKey) {
 }
 
 TEST_F(IndexSaving, LosesAnEntryWhoseLogicalNameHoldsASlash) {
-  // Written, but read back as another key, whose file would have to be named
-  // "b_0000000001/00000001".
+  // The text is read back as another key, whose file would be named "b_0000000001/00000001".
   {
     STGIndex index = Peer::load(folder.path());
     Peer::_create(index, "a/b", 1);
@@ -143,7 +140,8 @@ TEST_F(IndexSaving, LosesAnEntryWhoseLogicalNameHoldsASlash) {
 
 TEST_F(IndexSaving, KeepsAnUnknownEntryAndSavesTheRest) {
   folder.write("00000001");
-  // The file of the second line lies where nobody looks into; the third line's is missing.
+  // The system does not report on the file of the second line. The file of the third line is
+  // missing.
   const std::string text = "a_0000000001/00000001\nb_0000000001/00000002\nc_0000000001/00000003\n";
   folder.set_index(text);
   recording_sink sink;
@@ -192,7 +190,7 @@ TEST_F(IndexSaving, KeepsBothMapsInStepWithWhatItMerges) {
     STGIndex index = Peer::load(folder.path());
     Peer::insert(index, "own_0000000001", "00000003");
     folder.write("00000003");
-    // Somebody makes one entry anew and another one besides.
+    // Another process creates one entry again, and a new one.
     folder.erase("00000001");
     folder.write("00000004");
     folder.write("00000005");
@@ -260,7 +258,8 @@ TEST_F(IndexSaving, KeepsBothLinesOfAKeyWhoseOwnEntryIsUnknown) {
   folder.set_index("a_0000000001/00000001\n");
   {
     STGIndex index = Peer::load(folder.path());
-    // Somebody removes the entry and makes it anew; then the system does not tell of the old one.
+    // Another process removes the entry and creates it again. Then the check for the old file
+    // fails.
     folder.erase("00000001");
     folder.set_index("a_0000000001/00000002\n");
     Peer::set_need_update(index);
@@ -275,12 +274,12 @@ TEST_F(IndexSaving, KeepsBothLinesOfAKeyWhoseOwnEntryIsUnknown) {
 }
 
 TEST_F(IndexSaving, IsNotStoppedByALineThatLeadsToAnUnreadableFolder) {
-  // Whatever a line holds that this library did not write: other entries are saved.
+  // A foreign line does not prevent the save of other entries.
   folder.write("00000001.kdb");
   const std::string odd = "zzz.kdb_0000000001/..\\priv\\x\n";
   folder.set_index("a.kdb_0000000001/00000001\n" + odd);
   const auto fault = os::faults::fail(Call::probe_search, kRefused, 4, Times::kLasting);
-  // Asked for before: the logical name and the index, by the question and by the loading.
+  // Calls before: for the logical name and for the index, by the query and by the load.
   EXPECT_EQ(STGIndex::create(folder.path(), "b.kdb", 1), "00000002.kdb");
   EXPECT_GE(fault.hits(), 1U);
   EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\n" + odd);
@@ -350,7 +349,7 @@ TEST_F(IndexSaving, TracesItsBeginAndItsEnd) {
 TEST_F(IndexSaving, ContinuesAfterAShortReadOrAnUnknownSize) {
   const std::string text = "a_0000000001/00000001\nb_0000000001/00000001\n";
   folder.write("00000001");
-  // Of the load and of the save: the size, the text, the end.
+  // Calls of the load and of the save: the size, the text, the end.
   const auto disturbances = {
       +[](std::uint64_t nth) { return os::faults::cut_transfer(Call::read, 5, {}, 2 * nth - 1); },
       +[](std::uint64_t nth) { return os::faults::fail(Call::stat, kRefused, nth + 1); }};

@@ -1,4 +1,4 @@
-// What the sweep behind a cleaning takes: files that no line accounts for.
+// Which files the sweep removes.
 
 #include <gtest/gtest.h>
 
@@ -21,8 +21,6 @@ using os::faults::Times;
 using AgeMap = STGIndex::AgeMap;
 using vu_host::trace_event;
 
-// ---- the sweep ---------------------------------------------------------------------------------
-
 TEST_F(IndexCleaning, SweepsAwayWhatNoLineAccountsFor) {
   write_aged("00000001.kdc", 10);
   folder.write("notes.tmp");
@@ -33,7 +31,7 @@ TEST_F(IndexCleaning, SweepsAwayWhatNoLineAccountsFor) {
   recording_sink sink;
   EXPECT_EQ(clean(3600), 0U);
   EXPECT_EQ(folder.names(), (Texts{"00000001.kdc", "index", "index.dat"}));
-  // Removals count as errors, that they be seen.
+  // Removals are traced as errors, so that they are noticed.
   EXPECT_EQ(sink.count(trace_event::error, "removing orphan file: " + folder.path("notes.tmp")),
             1U);
   EXPECT_EQ(sink.count(trace_event::error, "removing orphan directory: " + folder.path("stray")),
@@ -58,7 +56,8 @@ TEST_F(IndexCleaning, TakesTheIndexsOwnFilesForNoOrphans) {
 
 TEST_F(IndexCleaning, ComparesAnOrphansTimeItselfWithTheLimit) {
   folder.set_index(" ");
-  // A point in time against a duration: only names from the first seconds of 1970 survive.
+  // The code compares a point in time with a duration: only files from the first seconds of 1970
+  // survive.
   for (const std::int64_t time : {1, 3599, 3600, 3601, 100000}) {
     const std::string name = "stray" + std::to_string(time);
     folder.write(name);
@@ -91,7 +90,7 @@ TEST_F(IndexCleaning, SweepsNothingUnderTheLimitZero) {
 }
 
 TEST_F(IndexCleaning, SweepsAFileThatOnlyAnotherNameMakesValid) {
-  // The line is valid by "my.file" itself, but the file of its entry is "my.file.kdb".
+  // The file "my.file" makes the line valid, but the file of its entry is "my.file.kdb".
   folder.set_index("a.kdb_0000000001/my.file\n");
   folder.write("my.file");
   EXPECT_EQ(clean(3600), 0U);
@@ -126,8 +125,8 @@ TEST_F(IndexCleaning, LeavesAnOrphanWhoseTimeIsNotKnown) {
 }
 
 TEST_F(IndexCleaning, LeavesAnOrphanOfUnknownTime) {
-  // The first questions are about the folder, the index and then the file's time; the last two,
-  // before and within the removal, are whether it is a folder.
+  // The first calls are for the folder, the index and then the file's time. The last two check,
+  // before and inside of the removal, whether it is a folder.
   std::uint64_t last = 0;
   {
     folder.set_index(" ");
@@ -158,18 +157,16 @@ TEST_F(IndexCleaning, ContinuesAfterAnOrphanThatCannotBeRemoved) {
   EXPECT_EQ(folder.names().size(), 2U);
   EXPECT_EQ(sink.count(trace_event::error, "removing orphan file: " + folder.path("stray1")), 1U);
   EXPECT_EQ(sink.count(trace_event::error, "removing orphan file: " + folder.path("stray2")), 1U);
-  // And the failure itself, which is the file layer's.
+  // The third error is that of the file layer.
   EXPECT_EQ(sink.count(trace_event::error), 3U);
 }
-
-// ---- the sweep, where the system does not answer ------------------------------------------------
 
 TEST_F(IndexCleaning, SweepsNoDocumentWhenAnExistenceTestFailsOnce) {
   for (const os::Status& failure : {kRefused, os::Status(2, os::Failure::kNotFound)}) {
     std::uint64_t probes = 0;
     for (bool was_hit = true; was_hit; ++probes) {
       write_aged("00000001.kdc", 10);
-      // Without an orphan there is no second look.
+      // Without an orphan there is no second load.
       folder.write("stray");
       folder.set_index("a.kdc_0000000001/00000001\n");
       const auto fault = os::faults::fail(Call::probe_search, failure, probes + 1, Times::kOnce);
@@ -186,7 +183,7 @@ TEST_F(IndexCleaning, SparesInTheSweepWhatItsOwnLookAccountsFor) {
   write_aged("00000001.kdc", 10);
   folder.set_index("a.kdc_0000000001/00000001\n");
   folder.write("stray");
-  // Between the two looks at the index the line goes, and its file is there yet.
+  // Between the two loads the line is removed, while its file exists.
   const auto hook = os::faults::before(
       Call::open, [&] { folder.set_index(" "); }, 2);
   EXPECT_EQ(clean(3600), 0U);
@@ -199,7 +196,7 @@ TEST_F(IndexCleaning, LeavesOrphansWhenTheIndexCannotBeChecked) {
   folder.write("stray");
   folder.set_index("a.kdc_0000000001/00000001\n");
   recording_sink sink;
-  // The first listing is that of the operation's own look, the second one that of the second look.
+  // The first listing is that of the first load, the second one that of the sweep.
   for (const std::uint64_t nth : {1U, 2U}) {
     sink.clear();
     const auto listing = os::faults::fail(Call::list, kRefused, nth);
@@ -244,7 +241,8 @@ TEST_F(IndexCleaning, LetsAPhysicalNameAccountForAllNamesThatBeginWithIt) {
 }
 
 TEST(IndexSweep, SparesAllWhereAnEntryHasNoFileNameAtAll) {
-  // The empty stored name is valid, the folder itself being there and young; it begins every name.
+  // The empty physical name is valid, because it names the folder itself, which is young. It is a
+  // prefix of every name.
   const synchronisation off(false);
   const index_folder folder;
   const auto clock = os::faults::set_now(std::time(nullptr) + 100);
@@ -256,7 +254,7 @@ TEST(IndexSweep, SparesAllWhereAnEntryHasNoFileNameAtAll) {
   EXPECT_TRUE(folder.has("stray"));
 }
 
-/// Whether a name is one of the physical names or begins with one, tried one by one.
+/// The reference model: whether a name is one of the physical names or begins with one.
 bool plainly_accounted_for(const std::set<std::string>& physical_names, const std::string& name) {
   for (const std::string& physical : physical_names) {
     if (name.substr(0, physical.size()) == physical) return true;
@@ -306,21 +304,20 @@ TEST_F(IndexCleaning, SweepsByTheSameRuleAsAPlainSearch) {
 }
 
 TEST_F(IndexCleaning, ReadsTheIndexOnDiskThatStillHasARemovedEntry) {
-  // A plain file beside a removed document is covered by the line that is still on disk.
+  // The line that is still on disk accounts for a file beside the removed document.
   write_aged("00000001.kdc", kDay);
   folder.write("00000001.kdc_x");
   folder.set_index("a.kdc_0000000001/00000001\n");
   EXPECT_EQ(clean(3600), 1U);
-  // Its file having gone, the line is not loaded; so the sweep takes the plain file as well.
+  // The file of the line is missing, so the line is not loaded. The sweep removes the other file
+  // too.
   EXPECT_EQ(folder.names(), (Texts{"index.dat"}));
 }
 
-// The folders of sub-parts that go with an entry, or by themselves.
+// Folders of sub-parts that are removed with an entry or alone.
 
 using os::faults::Call;
 using Peer = stg_index_test_peer;
-
-// ---- what goes with an entry -------------------------------------------------------------------
 
 TEST_F(IndexCleaning, RemovesTheSubPartFoldersOfWhatGoes) {
   write_aged("00000001.kdc", kDay);
@@ -359,8 +356,6 @@ TEST_F(IndexCleaning, LooksAtTheFolderAsItWasBeforeTheFirstRemoval) {
   EXPECT_EQ(hook.hits(), 1U);
   EXPECT_EQ(folder.names(), (Texts{"00000001.kdc_late", "index.dat", "late.tmp"}));
 }
-
-// ---- sub-part folders of one document ----------------------------------------------------------
 
 class IndexSubPartFolders : public IndexCleaning {};
 

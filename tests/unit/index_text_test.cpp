@@ -12,7 +12,7 @@
 #include "tests/support/scratch.h"
 #include "tests/unit/index_fixture.h"
 
-// The lines of an index's text: which of them count, and what looking at them costs.
+// The lines of an index text: which are valid, and the cost of reading them.
 
 namespace {
 
@@ -24,9 +24,7 @@ using NameMap = STGIndex::NameMap;
 using PlainLine = plain_index::line;
 using plain_index::shown;
 
-// ---- which lines count -------------------------------------------------------------------------
-
-/// A folder with files, and what is loaded from a text for it.
+/// A folder with files, and the maps that are loaded from a text.
 class IndexText : public testing::Test {
  protected:
   void make_files(const std::vector<std::string>& names) {
@@ -92,7 +90,7 @@ TEST_F(IndexText, OverwritesNothingThatIsInTheMapsAlready) {
 TEST_F(IndexText, LeavesLinesOutWhoseFilesAreMissing) {
   make_files({"00000002.kdb"});
   load("a.kdb_0000000001/00000001\na.kdb_0000000002/00000002\nb.kdc_0000000001/00000002\n");
-  // The third line's file would be 00000002.kdc.
+  // The file of the third line would be 00000002.kdc.
   EXPECT_EQ(lp, (NameMap{{"a.kdb_0000000002", "00000002"}}));
 }
 
@@ -145,7 +143,7 @@ TEST_F(IndexText, CountsACarriageReturnAsPartOfThePhysicalName) {
   load("k_0000000001/00000001\r\nm_0000000001/00000001\n");
   EXPECT_EQ(lp, (NameMap{{"m_0000000001", "00000001"}}));
 #if !defined(_WIN32)
-  // Windows has no such names.
+  // Windows does not allow such names.
   make_files({"00000001\r"});
   load("k_0000000001/00000001\r\nm_0000000001/00000001\n");
   EXPECT_EQ(lp, (NameMap{{"k_0000000001", "00000001\r"}, {"m_0000000001", "00000001"}}));
@@ -155,7 +153,7 @@ TEST_F(IndexText, CountsACarriageReturnAsPartOfThePhysicalName) {
 TEST_F(IndexText, TakesWhateverAnExistenceTestFinds) {
   make_folder(path("sub"));
   make_files({"00000001.kdb", "sub\\inner"});
-  // The folder itself, the folder above, patterns, and a way into a sub-folder.
+  // The folder itself, its parent, patterns, and paths through a sub-folder.
   for (const std::string stored : {"", ".", "..", "*", "0000000?.kdb", "*.kdb", "sub", "sub\\inner",
                                    "sub/inner", "..\\*", "sub\\..\\00000001.kdb"}) {
     load("k_0000000001/" + stored + "\n");
@@ -180,7 +178,7 @@ TEST_F(IndexText, FollowsTheSystemInTheLetterCaseOfNames) {
   make_files({"Report.kdb"});
   load("Report.KDB_0000000000/REPORT.KDB\n");
 #if defined(_WIN32)
-  EXPECT_EQ(lp.size(), 1U);  // the file is found whatever the case
+  EXPECT_EQ(lp.size(), 1U);  // the file is found in any letter case
 #else
   EXPECT_EQ(lp.size(), 0U);  // there is no file of that name
 #endif
@@ -213,24 +211,26 @@ TEST_F(IndexText, GluesSuchLinesByTheLogicalExtensionAsWell) {
                          {"b.kdb\nc\nkey.kdb_0000000001", "phys"},
                          {"c\nkey.kdb_0000000001", "phys"},
                          {"key.kdb_0000000001", "phys"}}));
-  // The extension of the glued name reaches over the line's end where the last line has none.
+  // The last line has no extension, so the extension of the joined name reaches across the line
+  // feed.
   load("a\nb.kdb\nc\nkey_0000000001/phys");
   EXPECT_TRUE(lp.empty());
 }
 
 TEST_F(IndexText, DistinguishesTheExtensionsOfGluedLines) {
-  // What follows the dot of the first line is no name's end; the plain key's file is missing, too.
+  // No name ends with the text after the first dot. The file of the plain key is also missing.
   make_files({"phys"});
   load("x.kdb\nkey_0000000001/phys");
   EXPECT_EQ(lp, (NameMap{{"x.kdb\nkey_0000000001", "phys"}, {"key_0000000001", "phys"}}));
 #if !defined(_WIN32)
-  // Where a name may hold a line feed, the glued extension finds its file and the plain key none.
+  // Where a name may contain a line feed, the joined extension finds its file and the plain key
+  // does not.
   scratch_folder other;
   write_file(other.path("phys.kdb\nkey"), "x");
   lp.clear();
   Peer::string2Maps(other.path(), "a\nx.kdb\nkey_0000000001/phys", lp, pl);
   EXPECT_EQ(lp, (NameMap{{"a\nx.kdb\nkey_0000000001", "phys"}, {"x.kdb\nkey_0000000001", "phys"}}));
-  // Behind the dot there is no extension any more, for the same rest of the text.
+  // For the same rest of the text, a line that starts after the dot has no extension.
   write_file(other.path("phys\n.kdb\nb\nkey"), "x");
   lp.clear();
   Peer::string2Maps(other.path(), "x.kdb\nb\nkey_0000000001/phys\n", lp, pl);
@@ -245,7 +245,7 @@ TEST_F(IndexText, TakesAGluedLineWhoseNameIsAPath) {
   EXPECT_EQ(lp, (NameMap{{"abc\nkey_0000000001", "d/e"}, {"key_0000000001", "d/e"}}));
 }
 
-/// So many random texts. An emulator takes a hundred times as long to ask for a file.
+/// The number of random texts. A check for a file takes a hundred times as long under Wine.
 constexpr std::size_t kTexts = kOnWindows ? 300 : 4000;
 
 TEST_F(IndexText, OfRandomPiecesGivesThePlainMaps) {
@@ -274,7 +274,7 @@ TEST_F(IndexText, OfRandomPiecesGivesThePlainMaps) {
                                      "xx\nb.a_0000000005/00000002",
                                      "k_0000000006/d/a"};
 #if !defined(_WIN32)
-  // A name with a line feed, which only the rest of a text can lead to.
+  // A name with a line feed, which only the rest of a text can name.
   make_files({"a\n", "00000001\n"});
 #endif
   RandomTexts texts(4711, std::move(pieces));
@@ -291,7 +291,7 @@ TEST_F(IndexText, OfRandomPiecesGivesThePlainMaps) {
     entries += lp.size();
     for (const auto& [key, stored] : lp) glued += key.find('\n') != std::string::npos ? 1U : 0U;
   }
-  // Otherwise there was nothing to compare.
+  // Checks that there was something to compare.
   EXPECT_GT(entries, kTexts / 2);
   EXPECT_GT(glued, kTexts / 20);
 }
@@ -301,7 +301,7 @@ TEST_F(IndexText, AnswersForOneNameAsTheMapsDo) {
 #if !defined(_WIN32)
   make_files({"00000001\n"});
 #endif
-  // Long stretches of other lines between: several are passed over at once.
+  // Long runs of other lines in between: the search skips several at once.
   std::string others;
   for (int i = 0; i < 30; ++i) others += "other name.a_0000000" + std::to_string(100 + i) + "/a\n";
   RandomTexts texts(2718, {"a", "/", "\n", "_", ".", "b.a_0000000001/a\n", "b.a_0000000009/none\n",
@@ -352,7 +352,7 @@ TEST_F(IndexText, AnswersForOneKeyAsTheMapsDo) {
     NameMap expected_lp;
     NameMap expected_pl;
     plain_index::load(folder(), text, expected_lp, expected_pl);
-    // A key that no line has, and all those that some line has, valid or not.
+    // A key without a line, and every key of a line, valid or not.
     std::map<std::string, bool> keys = {{"b.a_0000000001", true}, {"nobody_0000000001", true}};
     for (const PlainLine& line : plain_index::lines(text)) keys[line.key] = true;
     for (const auto& [key, unused] : keys) {
@@ -372,8 +372,6 @@ TEST_F(IndexText, AnswersForOneKeyAsTheMapsDo) {
   }
   EXPECT_GT(found, kTexts / 4);
 }
-
-// ---- what it costs -----------------------------------------------------------------------------
 
 TEST_F(IndexText, CostsOneListingAndNothingPerLine) {
   std::string text;
@@ -398,7 +396,7 @@ TEST_F(IndexText, CostsNoProbeWhateverTheLengthsOfItsNames) {
       const std::string line =
           "k" + dotted + "_" + std::to_string(1000000000 + length) + "/" + stored + "\n";
       os::faults::reset();
-      // By itself: a line of another kind ends the reading of plain ones.
+      // One line alone: a line of another kind would end the fast path for plain lines.
       load(line + std::string(100, '\n'));
       EXPECT_EQ(os::faults::calls(Call::probe_search), 0U) << line;
     }
@@ -436,7 +434,7 @@ TEST_F(IndexText, OfBareLineFeedsIsReadInLinearWork) {
 }
 
 TEST_F(IndexText, OfManyLinesWithoutASlashIsReadInLinearTime) {
-  // Copying the rest of the text for every line would move 10^13 bytes.
+  // A copy of the rest of the text for every line would move 10^13 bytes.
   make_files({"00000001"});
   std::string text;
   for (int i = 0; i < 1000000; ++i) text += "x\n";
@@ -460,7 +458,7 @@ TEST_F(IndexText, OfLinesThatAlternateWithBlankOnesIsReadInLinearWork) {
   os::faults::reset();
   load(text);
   EXPECT_EQ(lp, (NameMap{{"logical.kdb_0000000001", "00000001"}}));
-  // The rest of the text is asked for only where it is short enough to be a name at all.
+  // The rest of the text is checked as a name only if it is short enough to be one.
   EXPECT_LE(os::faults::calls(Call::probe_search), 2U * (32768U / 33U + 1U));
 }
 

@@ -1,5 +1,5 @@
-// Making, removing and renaming. The names of the test support end in the same verbs; "os::" marks
-// what is under test.
+// Creating, removing and renaming. The test support has functions with similar names; "os::" marks
+// the function under test.
 
 #include <gtest/gtest.h>
 
@@ -15,8 +15,6 @@ namespace {
 
 using os::Access;
 using os::Failure;
-
-// ---- folders -----------------------------------------------------------------------------------
 
 TEST(OsCreateDirectory, MakesOneFolder) {
   const scratch_folder scratch;
@@ -68,8 +66,6 @@ TEST(OsRemoveDirectory, LeavesAFileAlone) {
       fails(os::remove_directory(scratch.path("missing")), Failure::kNotFound, {ENOENT, 2}));
 }
 
-// ---- files -------------------------------------------------------------------------------------
-
 TEST(OsRemoveFile, RemovesAFile) {
   const scratch_folder scratch;
   write_file(scratch.path("a"), "");
@@ -113,8 +109,6 @@ TEST(OsMakeWritable, LetsAReadOnlyFileBeWrittenAndRemoved) {
   EXPECT_TRUE(
       fails(os::make_writable(scratch.path("missing")), Failure::kNotFound, {ENOENT, ENOENT}));
 }
-
-// ---- renaming ----------------------------------------------------------------------------------
 
 TEST(OsRename, MovesFilesAndFolders) {
   const scratch_folder scratch;
@@ -192,7 +186,7 @@ TEST(OsRename, ChangesLetterCaseAlone) {
   EXPECT_EQ(list_folder(scratch.path()), std::vector<std::string>{"Report.kdb"});
 }
 
-// Copying files. What only one system knows: os_linux_names_test.cpp.
+// Copying files. Linux only: os_linux_names_test.cpp.
 
 using os::Access;
 using os::Failure;
@@ -302,7 +296,7 @@ TEST_F(OsCopy, DoesNotWriteWhatAnotherHandleHolds) {
   OpenFile reader(m_to, Access::kReadExisting);
   EXPECT_TRUE(succeeds(reader.lock_shared()));
   EXPECT_TRUE(fails(os::copy(m_from, m_to, IfExists::kReplace), Failure::kLocked, {EAGAIN, 33}));
-  // Whether a Windows system has cut the target by then is its own affair.
+  // Windows may have cut the target before it fails.
   if (!kOnWindows) {
     EXPECT_EQ(read_file(m_to), "old");
   }

@@ -1,5 +1,4 @@
-// The layer through which tests make the system fail. A fault that does not strike would make every
-// test that plans one worthless.
+// The fault layer itself. A fault that has no effect would make every test with it worthless.
 
 #include <gtest/gtest.h>
 
@@ -221,8 +220,7 @@ TEST_F(OsFaults, AnotherThreadIsHeldByAHook) {
   EXPECT_FALSE(is_found());
 }
 
-// Faults by the number of a call, whichever function it is; ends of the process; and what a
-// recorder writes down.
+// Faults by call number for every function, ends of the process, and the recorder.
 
 namespace faults = os::faults;
 using faults::Call;
@@ -251,8 +249,6 @@ class OsFaultSequence : public testing::Test {
   const scratch_folder m_scratch;
   const std::string m_path = m_scratch.path("file");
 };
-
-// ---- by number ----------------------------------------------------------------------------------
 
 TEST_F(OsFaultSequence, CallsThatQueryTheSystemAreRecordedInOrder) {
   faults::begin_sequence();
@@ -313,9 +309,8 @@ TEST_F(OsFaultSequence, ACloseThatFailsByItsNameHasNot) {
   EXPECT_TRUE(succeeds(os::close(handle)));
 }
 
-// ---- the end of the process ---------------------------------------------------------------------
-
-/// args: a file; "before" or "after". Removes the file.
+/// args: a file; "before" or "after". Removes the file, with the end of the process before or after
+/// that.
 int remover_that_ends(const std::vector<std::string>& args) {
   const auto end = args.at(1) == "before" ? faults::end_process_before(Call::remove_file)
                                           : faults::end_process_after(Call::remove_file);
@@ -335,8 +330,6 @@ TEST_F(OsFaultSequence, TheProcessEndsAfterTheCall) {
   EXPECT_EQ(child.wait(), faults::kEnded);
   EXPECT_FALSE(file_exists(m_path));
 }
-
-// ---- the recorder -------------------------------------------------------------------------------
 
 TEST_F(OsFaultSequence, WritesAreRecordedWithTheirFileOffsetAndBytes) {
   const faults::Recorder recorder(m_scratch.path());
@@ -404,7 +397,7 @@ TEST_F(OsFaultSequence, OtherFoldersAreNotRecorded) {
   EXPECT_TRUE(recorder.changes().empty());
 }
 
-// A barrier holds whoever comes to a call, and nobody else.
+// A barrier stops the threads that make its call, and no other thread.
 
 using namespace std::chrono_literals;
 using os::faults::Barrier;

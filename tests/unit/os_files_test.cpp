@@ -1,5 +1,5 @@
-// Opening, reading, writing and moving about in files. Where an expectation names two codes, the
-// first is that of POSIX systems.
+// Opening, reading, writing and positions. Of two expected codes the first is that of POSIX
+// systems.
 
 #include <gtest/gtest.h>
 
@@ -31,8 +31,6 @@ os::Status open_and_close(const std::string& path, Access access) {
   EXPECT_TRUE(succeeds(os::close(handle)));
   return status;
 }
-
-// ---- opening -----------------------------------------------------------------------------------
 
 TEST(OsOpen, ReadingWantsAnExistingFile) {
   const scratch_folder scratch;
@@ -153,14 +151,12 @@ TEST(OsOpen, AnOpenFileIsSharedWithReadersWritersAndRemovers) {
   EXPECT_EQ(reader.read(10), "text");
   EXPECT_TRUE(succeeds(os::rename(path, scratch.path("renamed"))));
   EXPECT_TRUE(succeeds(os::remove_file(scratch.path("renamed"))));
-  // Where the name of a removed file stays until it is closed, it goes now at the latest.
+  // Some systems keep the name of a removed file until its last handle is closed.
   writer.close();
   second_writer.close();
   reader.close();
   EXPECT_EQ(list_folder(scratch.path()), std::vector<std::string>{});
 }
-
-// ---- reading and writing -----------------------------------------------------------------------
 
 TEST(OsRead, StopsAtTheEndOfTheFile) {
   const scratch_folder scratch;
@@ -227,12 +223,10 @@ TEST(OsFlush, IsRefusedForAReaderOnWindowsAlone) {
   if (kOnWindows) {
     EXPECT_TRUE(fails(status, Failure::kOther, {0, 5}));
   } else {
-    // The file may have been written through another handle; nothing speaks against flushing it.
+    // Another handle may have written the file, so the flush is allowed.
     EXPECT_TRUE(succeeds(status));
   }
 }
-
-// ---- the position and the end ------------------------------------------------------------------
 
 TEST(OsSeek, MovesFromTheStartThePositionAndTheEnd) {
   const scratch_folder scratch;
@@ -261,7 +255,7 @@ TEST(OsSeek, RefusesAnUnknownMethod) {
   const scratch_folder scratch;
   OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
   file.write("text");
-  // 3 and 4 have a meaning on Linux: the next data, the next hole.
+  // On Linux 3 and 4 mean the next data and the next hole.
   for (const std::int16_t method : {std::int16_t{-1}, std::int16_t{3}, std::int16_t{4}}) {
     EXPECT_FALSE(os::seek(file.get(), 0, method).ok()) << method;
   }
@@ -308,7 +302,7 @@ TEST(OsSetEnd, FailsThroughAHandleForReading) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "text");
   OpenFile file(scratch.path("file"), Access::kReadExisting);
-  // Windows says 5, its emulation 87.
+  // Windows returns 5, Wine 87.
   EXPECT_TRUE(fails(os::set_end(file.get()), Failure::kOther));
   EXPECT_EQ(read_file(scratch.path("file")), "text");
 }
@@ -352,8 +346,6 @@ TEST(OsReserve, FailsOnAClosedHandle) {
   EXPECT_TRUE(fails(os::reserve(handle, 10), Failure::kOther, {EBADF, 6}));
 }
 
-// ---- handles -----------------------------------------------------------------------------------
-
 TEST(OsClose, FailsTheSecondTime) {
   const scratch_folder scratch;
   OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
@@ -386,7 +378,7 @@ TEST(OsLastError, AgreesWithTheStatusOfTheCallBefore) {
   EXPECT_NE(status.code(), on_folder.code());
 }
 
-// Locks over whole files. On POSIX systems they belong to the open file description.
+// Whole-file locks. On POSIX systems they belong to the open file description.
 
 using os::Access;
 using os::Failure;
@@ -443,7 +435,7 @@ TEST_F(OsLocks, UnlockingGivesTheFileBackOnce) {
   OpenFile next(m_path, Access::kReadWriteCreate);
   EXPECT_TRUE(succeeds(holder.lock_exclusive()));
   EXPECT_TRUE(succeeds(os::unlock(holder.get())));
-  // Windows says 158, its emulation 33.
+  // Windows returns 158, Wine 33.
   EXPECT_FALSE(os::unlock(holder.get()).ok());
   EXPECT_TRUE(succeeds(next.lock_exclusive()));
 }
@@ -481,8 +473,6 @@ TEST_F(OsLocks, AWaitingRequestIsGrantedWhenTheHolderIsDone) {
   EXPECT_TRUE(granted);
   EXPECT_TRUE(fails(holder.lock_shared(), Failure::kLocked, kRefused));
 }
-
-// ---- reading and writing against a lock --------------------------------------------------------
 
 TEST_F(OsLocks, AHandleWithoutALockDoesNotReadWhatAnotherHoldsExclusively) {
   NEEDS_A_REAL_KERNEL("a read inside of a foreign lock fails");
@@ -531,8 +521,6 @@ TEST_F(OsLocks, TheHolderOfALockReadsAndWrites) {
   EXPECT_TRUE(succeeds(os::unlock(holder.get())));
   EXPECT_EQ(read_file(m_path), "test");
 }
-
-// ---- between processes -------------------------------------------------------------------------
 
 int hold_file(const std::vector<std::string>& args) {
   OpenFile file(args.at(0), Access::kReadWriteCreate);

@@ -30,8 +30,8 @@
 #include "vu_file.h"
 #include "vu_fileutf8.h"
 
-// What the seam does on Linux in place of what Windows does by itself: handles, permissions,
-// locks, interruptions.
+// What the seam adds on Linux because only Windows does it by itself: handles, permissions, locks,
+// interruptions.
 
 namespace {
 
@@ -59,8 +59,6 @@ std::vector<int> descriptors_of(const std::string& path) {
   }
   return numbers;
 }
-
-// ---- handles -----------------------------------------------------------------------------------
 
 TEST(OsLinuxHandles, AStaleHandleNeverReachesTheNextFile) {
   const scratch_folder scratch;
@@ -197,7 +195,7 @@ TEST(OsLinuxHandleTable, AFullTableTakesNoMoreUntilSomethingIsClosed) {
 TEST(OsLinuxHandleTable, NumbersStayValidWhenTheGenerationsBeginAgain) {
   os::posix::HandleTable table;
   std::vector<os::Handle> held;
-  // All but one slot stay in use, so that this one goes through its generations quickly.
+  // All slots except one stay in use, so that this one uses up its generations quickly.
   while (held.size() < kSlotOfHandle) held.push_back(*table.add(5));
   os::Handle last = os::kNoHandle;
   for (int i = 0; i < 10'000; ++i) {
@@ -209,8 +207,6 @@ TEST(OsLinuxHandleTable, NumbersStayValidWhenTheGenerationsBeginAgain) {
     last = handle;
   }
 }
-
-// ---- permissions -------------------------------------------------------------------------------
 
 TEST(OsLinuxModes, FilesAndFoldersAreMadeForEverybodyLessTheMask) {
   const scratch_folder scratch;
@@ -244,7 +240,7 @@ TEST(OsLinuxModes, MakingWritableAddsTheOwnersBitsAndNoOthers) {
   EXPECT_EQ(mode_of(path), ::mode_t{0654});
 }
 
-/// As a network file system may answer that keeps the rights of its mount.
+/// Example: a network file system that keeps the permissions of its mount.
 TEST(OsLinuxModes, MakingWritableFailsWhereTheSystemSaysYesAndChangesNothing) {
   const scratch_folder scratch;
   const std::string path = scratch.path("file");
@@ -257,8 +253,6 @@ TEST(OsLinuxModes, MakingWritableFailsWhereTheSystemSaysYesAndChangesNothing) {
   }));
   EXPECT_EQ(mode_of(path), ::mode_t{0444});
 }
-
-// ---- locks where there are none ----------------------------------------------------------------
 
 TEST(OsLinuxLocks, AFileSystemWithoutLocksLetsUnlockedHandlesReadAndWrite) {
   const scratch_folder scratch;
@@ -281,7 +275,7 @@ TEST(OsLinuxLocks, AHandleWithALockRequestsNoOther) {
   write_file(scratch.path("file"), "text");
   OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
   EXPECT_TRUE(succeeds(file.lock_exclusive()));
-  // A request would come back as refused.
+  // A lock request would be refused.
   const std::string words = in_child_without({{SYS_fcntl, EAGAIN, F_OFD_SETLK}}, [&] {
     return complaint("read", file.try_read()) + complaint("write", file.try_write());
   });
@@ -314,9 +308,7 @@ TEST(OsLinuxLocks, AWaitingRequestGoesOnAfterASignal) {
   ::sigaction(SIGUSR1, &before, nullptr);
 }
 
-// ---- transfers ---------------------------------------------------------------------------------
-
-// A pipe gives what is there; only a file's end is the end.
+// A pipe returns the available bytes; only the end of a file is the end.
 TEST(OsLinuxTransfers, ReadingGoesOnAfterShortTransfersAndSignals) {
   const scratch_folder scratch;
   const std::string path = scratch.path("pipe");
@@ -332,7 +324,7 @@ TEST(OsLinuxTransfers, ReadingGoesOnAfterShortTransfersAndSignals) {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
       ::pthread_kill(reader, SIGUSR1);
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
-      // Not through the seam, where the reader's guard keeps a writer out.
+      // Not through the seam, where the reader's guard would block the writer.
       const int end = ::open(path_text(path).c_str(), O_WRONLY | O_CLOEXEC);
       EXPECT_EQ(::write(end, piece.data(), piece.size()), static_cast<::ssize_t>(piece.size()));
       ::close(end);
@@ -388,8 +380,8 @@ TEST(OsLinuxTransfers, FlushReportsTheDevicesError) {
 
 }  // namespace
 
-// One tree, two accounts: what one of them made and lets the other write, the other changes. Needs
-// the superuser, who can be both.
+// One tree, two accounts: each can change what the other created with write permission for it.
+// Needs the superuser, who can act as both.
 
 namespace {
 
@@ -401,7 +393,7 @@ using list = std::vector<std::string>;
 constexpr ::uid_t kOther = 65534;
 constexpr std::int64_t kOld = 1'000'000'000;
 
-/// Acts as another account, without the superuser's powers over files, as long as it lives.
+/// Acts as another account during its lifetime, without the superuser's permissions.
 class AsOther {
  public:
   AsOther() { EXPECT_EQ(::seteuid(kOther), 0); }

@@ -20,15 +20,14 @@
 #include "platform/os/os.h"
 
 /// @file
-/// Failing system calls, for tests on Linux: a child process bars calls with a filter of the kernel
-/// and then does what is to be tested. Nothing is replaced; the kernel itself answers with the
-/// error.
+/// System calls that fail, for tests on Linux. A child process bars calls with a kernel filter and
+/// then runs the code under test. Nothing is replaced: the kernel returns the error.
 
 /// One call that fails.
 struct BarredCall {
   long number;
   int error;
-  /// When set, only with this second argument (the command of fcntl()).
+  /// If set, the call fails only with this second argument (the command of fcntl()).
   int second_argument = -1;
 };
 
@@ -57,15 +56,15 @@ inline bool bar_calls(const std::vector<BarredCall>& calls) {
          ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
 
-/// The word of a child process that could not bar the calls.
+/// The text of a child process that could not bar the calls.
 inline constexpr const char* kCannotBar = "this kernel does not let calls be barred";
 
-/// Runs @p body in a child process that cannot make @p calls. @return what the body returns, which
-/// is an empty text when all is well; at most some hundred bytes.
+/// Runs @p body in a child process that cannot make @p calls.
+/// @return the text that the body returns, at most some hundred bytes; empty on success.
 inline std::string in_child_without(const std::vector<BarredCall>& calls,
                                     const std::function<std::string()>& body) {
   constexpr std::size_t kSize = 4096;
-  // Memory, since the child may be unable to write.
+  // Shared memory, because the child may be unable to write.
   void* const shared =
       ::mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (shared == MAP_FAILED) return "mmap() failed";
@@ -89,19 +88,19 @@ inline std::string in_child_without(const std::vector<BarredCall>& calls,
   return status == 0 ? result : "the child ended badly: " + result;
 }
 
-/// Says nothing when @p status is a success.
+/// Returns an empty text if @p status is a success.
 inline std::string complaint(const char* what, os::Status status) {
   if (status.ok()) return "";
   return std::string(what) + " failed with code " + std::to_string(status.code());
 }
 
-/// Says nothing when @p status is this failure.
+/// Returns an empty text if @p status is this failure.
 inline std::string complaint(const char* what, os::Status status, os::Failure failure, int code) {
   if (status.failure() == failure && status.code() == code) return "";
   return std::string(what) + " gave code " + std::to_string(status.code());
 }
 
-/// The rest of a test whose child process has to say nothing.
+/// Expects an empty text of the child process.
 #define EXPECT_SILENT_CHILD(words)                             \
   do {                                                         \
     const std::string child_words = (words);                   \

@@ -21,8 +21,8 @@
 #include "tests/unit/os_linux_kit.h"
 #include "tests/unit/os_test_kit.h"
 
-// What the seam does on Linux in place of what Windows does by itself: names, links, renaming,
-// the folders of the process.
+// What the seam adds on Linux because only Windows does it by itself: names, links, renaming, the
+// folders of the process.
 
 namespace {
 
@@ -31,8 +31,6 @@ using os::Access;
 using os::Failure;
 
 std::string path_text(const std::string& path) { return native(path).string(); }
-
-// ---- names and links ---------------------------------------------------------------------------
 
 TEST(OsLinuxNames, ForeignNamesAreLeftOutOfListingsAndSearches) {
   const scratch_folder scratch;
@@ -182,9 +180,7 @@ TEST_F(OsLinuxLinks, RenamingALinkMovesTheLinkAndATakenNameCountsThoughItDangles
   EXPECT_TRUE(fs::is_symlink(native(m_scratch.path("moved"))));
 }
 
-// ---- renaming where the file system cannot refuse to replace -----------------------------------
-
-/// Renames in a child process under the given restrictions.
+/// Renames in a child process in which these calls fail.
 std::string rename_without(const std::vector<BarredCall>& calls, const std::string& from,
                            const std::string& to, std::optional<int> expected_code = {}) {
   return in_child_without(calls, [&] {
@@ -195,7 +191,7 @@ std::string rename_without(const std::vector<BarredCall>& calls, const std::stri
   });
 }
 
-/// What the kernel lacks in a run of the tests below.
+/// The calls that fail in a run of the tests below.
 struct Restriction {
   const char* name;
   std::vector<BarredCall> calls;
@@ -253,8 +249,6 @@ const std::vector<Restriction> kRestrictions = {
 INSTANTIATE_TEST_SUITE_P(WithoutTheFlag, OsLinuxRenameFallback, testing::ValuesIn(kRestrictions),
                          [](const auto& each) { return std::string(each.param.name); });
 
-// ---- folders of the process --------------------------------------------------------------------
-
 TEST(OsLinuxFolders, TheTemporaryFolderIsThatOfTheEnvironment) {
   const char* const old = std::getenv("TMPDIR");
   const std::optional<std::string> kept = old ? std::optional<std::string>(old) : std::nullopt;
@@ -295,8 +289,8 @@ TEST(OsLinuxFolders, AWorkingFolderThatIsGoneOrNoTextIsAnError) {
 
 }  // namespace
 
-// Copying on Linux: the kernel's copy and what stands in for it, permissions, and copies that fail
-// half way.
+// Copying on Linux: the kernel's copy and its replacement, permissions, and copies that fail
+// halfway.
 
 namespace {
 
@@ -313,7 +307,7 @@ class OsLinuxCopy : public testing::Test {
     return in_child_without(
         calls, [&] { return complaint("copy", os::copy(m_from, m_to, IfExists::kReplace)); });
   }
-  /// The same for a copy that has to fail with the code.
+  /// The same for a copy that must fail with this code.
   std::string copy_fails_without(const std::vector<BarredCall>& calls, int code) {
     return in_child_without(calls, [&] {
       return complaint("copy", os::copy(m_from, m_to, IfExists::kReplace), Failure::kOther, code);
@@ -347,7 +341,7 @@ TEST_F(OsLinuxCopy, CopiesAFileWhoseReportedSizeIsZero) {
 }
 
 TEST_F(OsLinuxCopy, CopiesBetweenFileSystems) {
-  // The test's own folder may be in memory; the one that tests are started in is on a disk.
+  // The folder of the test may be in memory, and the current folder on a disk.
   for (const std::string& away : {std::string("/dev/shm"), fs::current_path().string()}) {
     if (!fs::is_directory(away) || info_of(away).st_dev == info_of(m_from).st_dev) continue;
     const std::string target = away + "/vu_copy_" + std::to_string(::getpid());
@@ -410,8 +404,8 @@ TEST_F(OsLinuxCopy, AFullDiskLeavesAnExistingTargetAsItWas) {
   EXPECT_EQ(read_file(m_to), "old");
 }
 
-/// Mounts a file system of one megabyte that only this process sees; a plain user first becomes the
-/// superuser of a world of its own.
+/// Mounts a file system of one megabyte that only this process sees. A plain user first becomes the
+/// superuser of a new user namespace.
 bool mount_small_disk(const std::string& folder) {
   const ::uid_t user = ::geteuid();
   const ::gid_t group = ::getegid();

@@ -1,4 +1,4 @@
-// What the seam answers about names: probes, listings, stat.
+// What the seam reports about names: probes, listings, stat.
 
 #include <gtest/gtest.h>
 
@@ -35,8 +35,6 @@ std::vector<std::string> names_of(const os::Listing& entries) {
   return names;
 }
 
-// ---- probes ------------------------------------------------------------------------------------
-
 TEST(OsProbeSearch, FindsNamesAndSelfEntries) {
   const scratch_folder scratch;
   make_folder(scratch.path("folder"));
@@ -63,7 +61,7 @@ TEST(OsProbeSearch, RecognisesMissingNamesByTheirMeaning) {
     EXPECT_TRUE(fails(os::probe_search(scratch.path(name)), Failure::kNotFound)) << name;
   }
   const os::Status below_a_file = os::probe_search(scratch.path("file\\x"));
-  // Windows systems have several codes for this, among them one for a malformed name.
+  // Windows has several codes for this, one of them for a malformed name.
   EXPECT_FALSE(below_a_file.ok());
   if (!kOnWindows) {
     EXPECT_TRUE(fails(below_a_file, Failure::kNotFound, {ENOTDIR, 0}));
@@ -78,8 +76,8 @@ TEST(OsProbeSearch, PatternsInTheLastComponentMatch) {
     write_file(scratch.path(name), "");
     for (const PatternCase& row : pattern_cases()) {
       const bool expected = row.finds(name) || row.finds(".") || row.finds("..");
-      // Windows systems differ in what "?" matches beside a dot or at the end of a name, and in
-      // what a dot at the end of a pattern does.
+      // Windows versions differ for "?" beside a dot or at the end of a name, and for a dot at the
+      // end of a pattern.
       if (kOnWindows && (row.pattern.find('?') != std::string::npos || row.pattern.back() == '.'))
         continue;
       EXPECT_EQ(found(scratch.path(row.pattern)), expected)
@@ -95,8 +93,8 @@ TEST(OsProbeSearch, PatternsAboveTheLastComponentMatchNothing) {
   EXPECT_FALSE(found(scratch.path("f*\\file")));
   EXPECT_FALSE(found(scratch.path("folde?\\file")));
   EXPECT_TRUE(found(scratch.path("folder\\f*")));
-  // The "." is dropped first, and then the pattern is the last component; newer Windows systems
-  // drop nothing.
+  // The "." is dropped first, so the pattern is the last component. Newer versions of Windows do
+  // not drop it.
   if (!kOnWindows) {
     EXPECT_TRUE(found(scratch.path("f*\\.")));
   }
@@ -108,7 +106,7 @@ TEST(OsProbeSearch, LetterCaseCountsWhereTheSystemCountsIt) {
   write_file(scratch.path("Up.TXT"), "");
   EXPECT_TRUE(found(scratch.path("Up.TXT")));
   EXPECT_TRUE(found(scratch.path("Up*")));
-  // By nature: names are case-blind on Windows and bytes elsewhere.
+  // Names ignore the letter case on Windows and are bytes on other systems.
   EXPECT_EQ(found(scratch.path("up.txt")), kOnWindows);
   EXPECT_EQ(found(scratch.path("up*")), kOnWindows);
 }
@@ -132,8 +130,6 @@ TEST(OsProbeAttributes, KnowsFilesAndFolders) {
       fails(os::probe_attributes(scratch.path("missing\\x")), Failure::kNotFound, {ENOENT, 3}));
   EXPECT_FALSE(os::probe_attributes(scratch.path("f*")).ok());
 }
-
-// ---- listings ----------------------------------------------------------------------------------
 
 TEST(OsList, GivesNamesAndKindsButNotTheFolderItself) {
   const scratch_folder scratch;
@@ -202,9 +198,7 @@ TEST(OsList, SeesEveryNameOfALargeFolder) {
   EXPECT_EQ(names_of(entries), expected);
 }
 
-// ---- stat --------------------------------------------------------------------------------------
-
-/// Asks in both forms and expects one answer.
+/// Calls both forms and expects equal results.
 os::Status stat_both(const std::string& path, os::FileStat& data) {
   os::FileStat other;
   data = other;
@@ -257,7 +251,7 @@ TEST(OsStat, TheRootIsAFolder) {
   EXPECT_TRUE(data.is_directory);
 }
 
-// The file layer words its trace by this code.
+// The file layer traces depend on this code.
 TEST(OsStat, WhateverIsMissingHasOneCode) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "");
@@ -303,7 +297,7 @@ TEST(OsStat, ALargeSizeIsWholeInTheWideFormAndKeepsItsLowHalfInTheNarrowOne) {
   EXPECT_TRUE(succeeds(os::stat(wide(path), data)));
   EXPECT_EQ(data.size, kSize);
   const os::Status status = os::stat(path, data);
-  // Some runtimes of Windows refuse such a file in the narrow form; then there is no size at all.
+  // Some Windows runtimes refuse such a file in the narrow form; then there is no size.
   if (status.ok()) {
     EXPECT_EQ(static_cast<std::uint32_t>(data.size), 1000U);
   } else {
@@ -312,11 +306,11 @@ TEST(OsStat, ALargeSizeIsWholeInTheWideFormAndKeepsItsLowHalfInTheNarrowOne) {
   }
 }
 
-// Folders of the process, forms of paths, texts of errors, the clock.
+// Folders of the process, forms of paths, error texts, the clock.
 
 using os::Failure;
 
-/// With "/" alone, so that both systems' results read the same.
+/// With "/" only, so that the results of both systems are equal.
 std::string slashes(std::string text) {
   std::replace(text.begin(), text.end(), '\\', '/');
   return text;
@@ -390,7 +384,7 @@ TEST(OsTemporaryFolder, IsAFolderWithoutASeparatorAtItsEnd) {
   EXPECT_TRUE(folder_exists(text)) << text;
 }
 
-// A path beyond the classic limit reaches every call that takes the prefix.
+// A path longer than the classic limit must reach every call that takes the prefix.
 TEST(OsLongPath, WorksWithThePrefix) {
   const scratch_folder scratch;
   std::string folder = scratch.path();
@@ -432,7 +426,7 @@ TEST(OsShortPath, LeadsToTheFileWhereThereIsOne) {
     EXPECT_EQ(narrow(result), "unchanged");
     return;
   }
-  // A volume may be set up without short names, and then gives the long one.
+  // A volume may have no short names; then the long one is returned.
   ASSERT_TRUE(succeeds(status));
   EXPECT_EQ(read_file(narrow(result)), "text");
 }
@@ -454,8 +448,6 @@ TEST(OsIsLeadByte, NoAsciiByteIsOne) {
   }
 }
 
-// ---- texts of errors ---------------------------------------------------------------------------
-
 TEST(OsErrorText, EndsWithCarriageReturnAndLineFeed) {
   const std::int32_t missing = Codes{ENOENT, 2}.here();
   const std::string text = os::error_text(missing);
@@ -466,7 +458,7 @@ TEST(OsErrorText, EndsWithCarriageReturnAndLineFeed) {
 
 TEST(OsErrorText, IsTheSystemsOwn) {
   if (kOnWindows) {
-    // Its words depend on the version and the language; two errors at least have two texts.
+    // The text depends on the version and the language; at least two errors have different texts.
     EXPECT_NE(os::error_text(2), os::error_text(5));
   } else {
     EXPECT_EQ(os::error_text(ENOENT), std::string(std::strerror(ENOENT)) + "\r\n");
@@ -485,8 +477,6 @@ TEST(OsErrorText, OfSuccessIsAText) {
   EXPECT_TRUE(os::error_text(0).ends_with("\r\n"));
   EXPECT_EQ(narrow(os::error_text_wide(0)), os::error_text(0));
 }
-
-// ---- the rest ----------------------------------------------------------------------------------
 
 TEST(OsNow, IsTheClockOfTheSystemInSeconds) {
   const std::int64_t before = std::time(nullptr);

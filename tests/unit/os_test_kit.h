@@ -13,7 +13,7 @@
 #include "tests/support/scratch.h"
 
 /// @file
-/// What the tests of the seam to the system share.
+/// Helpers for the tests of the seam.
 // Found by its namespace, when GoogleTest prints a value.
 namespace os {
 
@@ -37,7 +37,7 @@ inline std::ostream& operator<<(std::ostream& out, os::Failure failure) {
 
 }  // namespace os
 
-/// The two systems' codes for one failure.
+/// The codes of both systems for one failure.
 struct Codes {
   std::int32_t posix;
   std::int32_t windows;
@@ -62,11 +62,11 @@ inline testing::AssertionResult fails(os::Status status, os::Failure failure, Co
   return testing::AssertionFailure() << status.failure() << ", code " << status.code();
 }
 
-/// UTF-8 as the wide text of paths.
+/// Converts UTF-8 to the wide text of paths.
 inline ucs2string wide(const std::string& text) { return ucs2string(vu_utf8string(text)); }
 inline std::string narrow(const ucs2string& text) { return vu_utf8string(text).str(); }
 
-/// A handle that its scope closes.
+/// A handle that is closed at the end of its scope.
 class OpenFile {
  public:
   OpenFile(const std::string& path, os::Access access) {
@@ -93,7 +93,7 @@ class OpenFile {
   os::Status lock_shared() { return lock(os::kLockFailAtOnce); }
   os::Status lock_exclusive() { return lock(os::kLockFailAtOnce | os::kLockExclusive); }
 
-  /// Reads up to @p count bytes; a failure shows.
+  /// Reads up to @p count bytes. A failure fails the test.
   std::string read(std::size_t count) {
     std::string bytes(count, '\0');
     std::size_t done = 0;
@@ -101,7 +101,7 @@ class OpenFile {
     bytes.resize(done);
     return bytes;
   }
-  /// Writes all of @p bytes; a failure shows.
+  /// Writes all of @p bytes. A failure fails the test.
   void write(const std::string& bytes) {
     std::size_t done = 0;
     EXPECT_TRUE(succeeds(os::write(m_handle, bytes.data(), bytes.size(), done)));
@@ -122,8 +122,8 @@ class OpenFile {
   os::Status m_opened;
 };
 
-// Which names a search pattern finds: what the Windows calls answered for a folder of these names,
-// observed and written down. "." and ".." are entries of every folder.
+// Which names a search pattern finds: observed results of Windows calls for a folder of these
+// names. "." and ".." are entries of every folder.
 
 inline const std::vector<std::string>& pattern_names() {
   static const std::vector<std::string> names = {

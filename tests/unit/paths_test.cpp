@@ -1,4 +1,4 @@
-// Paths as text, the same on every system: the roots of Windows paths, and their POSIX form.
+// Paths as text, equal on every system: the roots of Windows paths, and their POSIX form.
 
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@ namespace {
 struct Row {
   std::u16string_view path;
   std::size_t root;
-  std::size_t kept;  ///< of the path without the separators at its end
+  std::size_t kept;  ///< length of the path without trailing separators
 };
 
 TEST(PathRoot, IsWhatNoPathMayLose) {
@@ -65,7 +65,7 @@ TEST(PosixPath, BothSeparatorsBecomeTheSlashAndThePrefixGoes) {
       {R"(\\?\\\server\share)", "//server/share"},
       {R"(\\server\share)", "//server/share"},
       {R"(\\?\)", ""},
-      // Only this spelling is the prefix, and only once.
+      // Only this spelling is the prefix, and it is removed only once.
       {R"(//?/x)", "//?/x"},
       {R"(\\.\x)", "//./x"},
       {R"(\\?\\\?\x)", "//?/x"},
@@ -84,7 +84,7 @@ TEST(PosixPath, WideTextBecomesUtf8AndComesBack) {
       {u"abc", "abc"},
       {u"\u00FC\u20AC\uFFFD", "\xC3\xBC\xE2\x82\xAC\xEF\xBF\xBD"},
       {u"\U0001F600", "\xF0\x9F\x98\x80"},
-      // Unpaired surrogates: each is three bytes that occur in no valid text.
+      // Unpaired surrogates: three bytes each, which occur in no valid text.
       {u"\xD83D", "\xED\xA0\xBD"},
       {u"\xDE00\xD83D", "\xED\xB8\x80\xED\xA0\xBD"},
       {u"a\xD83Dz", "a\xED\xA0\xBDz"},
@@ -172,7 +172,7 @@ TEST(PosixPath, OnlyStarAndQuestionMarkMakeAPattern) {
   EXPECT_FALSE(posix::is_pattern(""));
 }
 
-// Matching by trying every split of the name would not end within any patience here.
+// A matcher that tries every split of the name would practically never end here.
 TEST(PosixPath, AHostilePatternCostsNoMoreThanTheProductOfTheLengths) {
   const std::string name(250, 'a');
   std::string pattern;

@@ -31,7 +31,7 @@ class DocumentCopies : public StorageTest {
  protected:
   DocumentCopies() { write_file(source, "abc"); }
 
-  /// The bytes of a version, "(none)" without one.
+  /// The bytes of a version, or "(none)".
   std::string stored(const std::string& entry, STG::RepositoryType type, long timestamp) {
     std::string folder;
     std::string physical;
@@ -43,8 +43,6 @@ class DocumentCopies : public StorageTest {
   vu_storage client;
   std::string source = scratch.path("source.kdc");
 };
-
-// ---- into the storage --------------------------------------------------------------------------
 
 TEST_F(DocumentCopies, StoreAVersion) {
   set_modify_time(source, 1'000'000);
@@ -91,8 +89,6 @@ TEST_F(DocumentCopies, FailWhereTheVersionCannotBeOpened) {
   EXPECT_EQ(facade(trace_event::error), Texts{"vu_storage::OpenWrite : throw exception on open"});
 }
 
-// ---- out of the storage ------------------------------------------------------------------------
-
 TEST_F(DocumentCopies, FetchADocumentOverWhatIsThere) {
   EXPECT_TRUE(vu_storage::copyToStorage(source, "jdoe", "x.kdc", kDocs, true, 0));
   const std::string target = scratch.path("target");
@@ -115,8 +111,6 @@ TEST_F(DocumentCopies, FailWithoutAPlaceToGo) {
   EXPECT_FALSE(
       vu_storage::copyFromStorage(scratch.path("none") + "\\target", "jdoe", "x.kdc", kMail, 0));
 }
-
-// ---- whole files -------------------------------------------------------------------------------
 
 TEST_F(DocumentCopies, StoreAFileUnderItsOwnNameWithoutAVersion) {
   EXPECT_TRUE(client.copyFileToStorage(scratch.path(), "source.kdc", "jdoe", kMail));
@@ -172,8 +166,6 @@ TEST_F(DocumentCopies, LeaveAnEmptyEntryForAFileThatIsMissing) {
   EXPECT_EQ(read_file(area("mail") + "\\jdoe\\index.dat"), "none.kdc_0000000000/00000001\n");
 }
 
-// ---- exceptions --------------------------------------------------------------------------------
-
 TEST_F(DocumentCopies, FailWhenTheSystemCannotCopy) {
   EXPECT_TRUE(vu_storage::copyToStorage(source, "jdoe", "x.kdc", kMail, true, 0));
   sink.clear();
@@ -220,7 +212,7 @@ TEST_F(DocumentCopies, GoOnWhenTheFolderIsNotResolved) {
             Texts{"vu_storage::createUserOrDomainNameDirectory : full"});
 }
 
-// Whether a part can be used, is to be taken from its preload copy, or must be made anew.
+// Whether a sub-part can be used, must be copied from its preload copy, or must be generated again.
 
 using os::faults::Call;
 using vu_host::trace_event;
@@ -241,7 +233,7 @@ struct Times {
 
 class UpdateDecision : public SubParts {
  protected:
-  /// Decides for files of these times, or without them.
+  /// Checks the decision for files with these times, or without the files.
   void check(std::initializer_list<Times> rows) {
     for (const Times& row : rows) {
       SCOPED_TRACE(row.what);
@@ -308,7 +300,7 @@ TEST_F(UpdateDecision, ADocumentOfTheKindKdfIsUpToDateOnceItsFoldersExist) {
   EXPECT_EQ(d.preload_dir, "");
   EXPECT_TRUE(folder_exists(root() + "\\html\\p1"));
 
-  // Neither an older part nor the preload copy is asked for its time.
+  // The times of an older sub-part and of the preload copy are not read.
   make_file(root() + "\\html\\p1", "part", 1);
   sink.clear();
   EXPECT_EQ(decide("html@p1").way, 0);
@@ -359,7 +351,7 @@ TEST_F(UpdateDecision, From2038OnTheSignOfTheLow32BitsCounts) {
 
 TEST_F(UpdateDecision, From2106OnTheLow32BitsBeginAgain) {
 #if defined(_WIN32)
-  // Wine keeps no time beyond 32 bits; Windows does.
+  // Wine stores no time beyond 32 bits; Windows does.
   set_modify_time(document(), kWrap);
   if (get_modify_time(document()) != kWrap) GTEST_SKIP() << "no time of 2106 can be set here";
 #endif
@@ -377,7 +369,7 @@ TEST_F(UpdateDecision, From2106OnTheLow32BitsBeginAgain) {
 
 TEST_F(UpdateDecision, AnExceptionMakesThePartCountAsUpToDate) {
   make_file(root() + "\\xls", "part", 500);
-  // The last three questions for a time are those for the document, the preload copy and the part.
+  // The last three calls for a time are for the document, the preload copy and the sub-part.
   const std::uint64_t last = calls_of(Call::stat, [&] { EXPECT_EQ(decide("xls").way, 2); });
   ASSERT_GE(last, 3U);
   for (const std::uint64_t back : {2U, 1U, 0U}) {

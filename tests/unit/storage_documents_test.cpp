@@ -11,7 +11,7 @@
 #include "tests/unit/storage_fixture.h"
 #include "vu_storage.h"
 
-// Opening documents. Questions, reading, writing and closing: storage_questions_test.cpp; copies:
+// Opening documents. Queries, reading, writing and closing: storage_questions_test.cpp. Copies:
 // storage_copies_test.cpp.
 
 namespace {
@@ -25,8 +25,6 @@ constexpr auto kUserFiles = STG::UserFilesRepository;
 constexpr auto kDocs = STG::CorporateRepository;
 constexpr auto kMail = STG::MailRepository;
 constexpr auto kMailFiles = STG::MailFilesRepository;
-
-// ---- reading -----------------------------------------------------------------------------------
 
 TEST_F(Documents, AreReadBackAsTheyWereStored) {
   const std::string bytes("line\r\n\0\xFF", 8);
@@ -53,7 +51,7 @@ TEST_F(Documents, WithoutANameAreNotOpened) {
   EXPECT_TRUE(list_folder(area("user")).empty());
   EXPECT_EQ(facade(trace_level::s),
             Texts{"strUserOrDomainName :jdoe , \t strEntry :  , \t timestamp : 0"});
-  // Nor is anything looked for where there is a folder.
+  // The same if the folder exists: no system call at all.
   store("x.kdc", kUser, 0, "abc");
   EXPECT_EQ(calls_of(faults::Call::any, [&] { EXPECT_EQ(fetch("", kUser, 0), "(closed)"); }), 0U);
 }
@@ -91,7 +89,7 @@ TEST_F(Documents, OfTheVersionedKindMustMatchExactly) {
   EXPECT_EQ(fetch("x.kdf", kDocs, 999), "(closed)");
   EXPECT_EQ(fetch("x.kdf", kDocs, 1'001), "(closed)");
   EXPECT_EQ(fetch("x.kdf", kDocs, 0), "(closed)");
-  // Whatever the file's own time is.
+  // The time of the file has no effect.
   set_modify_time(path, 5);
   EXPECT_EQ(fetch("x.kdf", kDocs, 1'000), "abc");
   EXPECT_EQ(fetch("x.kdf", kDocs, 5), "(closed)");
@@ -139,7 +137,7 @@ TEST_F(Documents, HaveTimesOf32Bits) {
 TEST_F(Documents, AreLookedUpWithTimestampsOf32Bits) {
   store("x.kdf", kDocs, 2'147'483'647, "abc");
   sink.clear();
-  // Where `long` has 32 bits this is the same number.
+  // Where `long` has 32 bits, this is the same number.
   EXPECT_EQ(fetch("x.kdf", kDocs, std::numeric_limits<long>::max()), "abc");
   EXPECT_EQ(facade(trace_level::s),
             Texts{"strUserOrDomainName :jdoe , \t strEntry : x.kdf , \t timestamp : 2147483647"});
@@ -201,14 +199,12 @@ TEST_F(Documents, AreReadByUtf8NamesByteForByte) {
   client.OpenRead(file, owner, entry, kUser, 0);
   EXPECT_TRUE(file.is_open());
   client.Close(file);
-  // Up to the first NUL.
+  // Names end at the first NUL.
   client.OpenRead(file, vu_utf8string(owner + std::string("\0x", 2)),
                   vu_utf8string(entry + std::string("\0y", 2)), kUser, 0);
   EXPECT_TRUE(file.is_open());
   client.Close(file);
 }
-
-// ---- opening for writing -----------------------------------------------------------------------
 
 TEST_F(Documents, AreOpenedForWritingWithTheirNamesInTheScope) {
   sink.clear();
@@ -361,7 +357,7 @@ TEST_F(Documents, AreNotStoredWhereTheFolderCannotBeMade) {
   const auto full =
       faults::fail(faults::Call::create_directory, kRefused, 1, faults::Times::kLasting);
   vu_file file;
-  // The folder is not asked for once more: the missing one shows when the file is made.
+  // The folder is not checked again: the failure shows when the file is created.
   EXPECT_FALSE(client.OpenWrite2(file, "jdoe", "x.kdc", kUser, true, 0));
   EXPECT_EQ(full.hits(), 1U);
   EXPECT_FALSE(file.is_open());
@@ -371,7 +367,7 @@ TEST_F(Documents, AreNotStoredWhereTheFolderCannotBeMade) {
 TEST_F(Documents, AreNotReplacedWhenTheCategoriesRaise) {
   store("x.kdc", kUserFiles, 0, "old");
   sink.clear();
-  // The second open is that of the index for its categories.
+  // The second open reads the index for its category files.
   const auto refused = faults::fail(faults::Call::open, kRefused, 2);
   vu_file file;
   EXPECT_FALSE(client.OpenWrite2(file, "jdoe", "x.kdc", kUserFiles, true, 0));

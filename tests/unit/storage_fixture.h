@@ -20,7 +20,7 @@
 #include "vu_host.h"
 #include "vu_storage.h"
 
-/// A helper of the host that fails.
+/// A temporary-files helper that fails.
 class FailingTemporaryFiles final : public vu_host::temporary_files {
  public:
   template <class Exception>
@@ -34,25 +34,25 @@ class FailingTemporaryFiles final : public vu_host::temporary_files {
   std::exception_ptr m_exception;
 };
 
-/// A storage of its own in a fresh folder, and everything that it traces after its initialisation.
+/// A storage in a fresh folder, and everything that it traces after its initialisation.
 class StorageTest : public testing::Test {
  protected:
   explicit StorageTest(bool use_domain = true) : storage(scratch.path(), use_domain) {
     sink.clear();
   }
 
-  /// The texts of the facade's own events of one kind; those of the rooms below are left out.
+  /// The facade's events of one kind, without those of the layers below.
   Texts facade(vu_host::trace_event event) const {
     return facade_where(
         [event](const traced& t) { return t.kind == traced::kind_t::event && t.event == event; });
   }
-  /// The texts of the facade's own records at one level.
+  /// The facade's records at one level.
   Texts facade(vu_host::trace_level level) const {
     return facade_where(
         [level](const traced& t) { return t.kind == traced::kind_t::record && t.level == level; });
   }
 
-  /// The first thing that an operation traces.
+  /// The first item that an operation traces.
   template <class Operation>
   traced first_of(Operation operation) {
     sink.clear();
@@ -61,7 +61,7 @@ class StorageTest : public testing::Test {
     return all.empty() ? traced{} : all.front();
   }
 
-  /// How often an operation makes a system call.
+  /// The number of calls of one system function during an operation.
   template <class Operation>
   static std::uint64_t calls_of(os::faults::Call call, Operation operation) {
     os::faults::reset();
@@ -69,7 +69,7 @@ class StorageTest : public testing::Test {
     return os::faults::calls(call);
   }
 
-  /// The folder of an owner's documents of one type, made when missing.
+  /// The folder of an owner's documents of one type; created if missing.
   static std::string folder_of(const std::string& owner, const std::string& entry,
                                STG::RepositoryType type) {
     std::string dir;
@@ -77,7 +77,7 @@ class StorageTest : public testing::Test {
     return dir;
   }
 
-  /// Makes an entry of a folder's index and its file; the path of the file.
+  /// Creates an index entry and its file. @return the path of the file.
   static std::string make_entry(const std::string& folder, const std::string& logical, long ts,
                                 const std::string& bytes) {
     std::string path = folder + "\\" + STGIndex::create(folder, logical, ts);
@@ -106,7 +106,7 @@ class failing_configuration final : public vu_host::configuration {
   ucs2string binary_folder() override { throw std::runtime_error("not installed"); }
 };
 
-/// Begins where a storage is about to be initialised.
+/// The state before a storage is initialised.
 class StorageRoots : public StorageTest {
  protected:
   StorageRoots() {
@@ -125,7 +125,7 @@ class StorageRoots : public StorageTest {
 /// Documents of the user "jdoe".
 class Documents : public StorageTest {
  protected:
-  /// Stores a document and gives its path.
+  /// Stores a document. @return its path.
   std::string store(const std::string& entry, STG::RepositoryType type, long timestamp,
                     const std::string& bytes) {
     vu_file file;
@@ -149,7 +149,7 @@ class Documents : public StorageTest {
 
   std::string area(const std::string& name) const { return scratch.path("storage") + "\\" + name; }
 
-  /// A file under its own name in jdoe's folder of the user area: the index is not asked for it.
+  /// Creates a file under its own name in jdoe's folder of the user area, without the index.
   std::string place(const std::string& name, const std::string& bytes) {
     make_folder(area("user") + "\\jdoe");
     const std::string path = area("user") + "\\jdoe\\" + name;
@@ -171,12 +171,13 @@ struct Decision {
   std::string preload_dir;
 };
 
-/// A storage with one corporate document, whose parts a test makes by hand or through the facade.
+/// A storage with one corporate document. Each test creates its sub-parts directly or through the
+/// facade.
 class SubParts : public StorageTest {
  protected:
   SubParts() { store(kEntry); }
 
-  /// Stores a document of the owner and makes it the one that the test is about.
+  /// Stores a document of the owner and selects it for the test.
   void store(const std::string& entry) {
     m_entry = entry;
     m_document =
@@ -185,7 +186,7 @@ class SubParts : public StorageTest {
     sink.clear();
   }
   const std::string& document() const { return m_document; }
-  /// The folder of the document's parts, while no stamp is set.
+  /// The folder of the document's sub-parts without a stamp.
   std::string root() const { return m_document + "_"; }
 
   void make_file(const std::string& folder, const std::string& bytes, std::int64_t time) const {
@@ -211,14 +212,14 @@ class SubParts : public StorageTest {
     m_facade.OpenReadSubPartEx(m_file, "amy", kOwner, m_entry, selector, kPart, kStamp, size);
     return size;
   }
-  /// Stores a part through the facade.
+  /// Stores a sub-part through the facade.
   void write_part(const std::string& selector, const std::string& bytes) {
     open_for_writing(selector);
     ASSERT_TRUE(m_file.is_open());
     m_file.write(bytes);
     m_file.close();
   }
-  /// What the open file holds; closes it.
+  /// The content of the open file; closes it.
   std::string read_and_close() {
     std::string bytes;
     m_file.read(bytes, 0);

@@ -1,4 +1,4 @@
-// Owners' folders, hash buckets and the small naming helpers.
+// Folders of owners, hash buckets and functions on names.
 
 #include <gtest/gtest.h>
 
@@ -36,8 +36,6 @@ class OwnerFolder : public StorageTest {
 
   std::string folder;
 };
-
-// ---- where it lies -----------------------------------------------------------------------------
 
 TEST_F(OwnerFolder, LiesInTheAreaOfItsType) {
   const std::vector<std::pair<int, std::string>> areas = {
@@ -88,7 +86,7 @@ TEST_F(OwnerFolder, HasABucketPerHashOfTheEntry) {
       {"sales.kdc", "00000055"},
       {"report.kdf", "00000015"},
       {"", "00000000"},
-      // Negative hashes keep their sign, and so their ten digits.
+      // Negative hashes appear as unsigned numbers of ten digits.
       {"\xFB", "4294967291"},
       {"\x80", "4294967168"},
       {"\xFF\xFF\xFF", "4294967212"},
@@ -108,8 +106,6 @@ TEST_F(OwnerFolder, MayReceiveItsPathInOneOfTheNames) {
   EXPECT_TRUE(resolve("jdoe", entry, 2, entry, true));
   EXPECT_EQ(entry, area("docs") + "\\jdoe\\00000062");
 }
-
-// ---- what is made ------------------------------------------------------------------------------
 
 TEST_F(OwnerFolder, IsCreatedOnlyOnRequestButItsAreaAlways) {
   vu_file::remove(area("user"));
@@ -146,9 +142,7 @@ TEST_F(OwnerFolder, CountsAsThereEvenWhenItCouldNotBeMade) {
   EXPECT_TRUE(facade(trace_event::error).empty());
 }
 
-// ---- failures ----------------------------------------------------------------------------------
-
-// Three folders are looked for: the area, the owner's folder, the bucket.
+// The storage checks three folders: the area, the owner's folder, the bucket.
 constexpr std::uint64_t kArea = 1;
 constexpr std::uint64_t kOwner = 2;
 constexpr std::uint64_t kBucket = 3;
@@ -213,8 +207,6 @@ TEST_F(OwnerFolder, LetsTheExceptionsOfItsAreaPass) {
   EXPECT_TRUE(facade(trace_event::error).empty());
 }
 
-// ---- hashes ------------------------------------------------------------------------------------
-
 TEST(DocumentHash, IsTheFirstByteUnreducedThenRemainders) {
   EXPECT_EQ(Peer::HashCode_asJava("", 101), 0);
   EXPECT_EQ(Peer::HashCode_asJava("a", 101), 97);
@@ -250,8 +242,6 @@ TEST(DocumentHash, WrapsAt32Bits) {
   EXPECT_EQ(Peer::HashCode_asJava("zzzzzzzz", 2000000000), -1910022912);
 }
 
-// ---- names -------------------------------------------------------------------------------------
-
 TEST(LogicalName, EndsInTenDigitsOfTheTimestamp) {
   EXPECT_EQ(Peer::getLogicalName("sales.kdc", 1199145600), "sales.kdc_1199145600");
   EXPECT_EQ(Peer::getLogicalName("sales.kdc", 42), "sales.kdc_0000000042");
@@ -262,7 +252,7 @@ TEST(LogicalName, EndsInTenDigitsOfTheTimestamp) {
 }
 
 TEST(LogicalName, ClampsATimestampThatIsWiderThan32Bits) {
-  // Where `long` has 32 bits itself these are its own ends.
+  // Where `long` has 32 bits, these are its limits.
   EXPECT_EQ(Peer::getLogicalName("a", std::numeric_limits<long>::max()), "a_2147483647");
   EXPECT_EQ(Peer::getLogicalName("a", std::numeric_limits<long>::min()), "a_2147483648");
 }
@@ -295,7 +285,7 @@ TEST(OwnerFolderOfAll, IsNotFoundWhenTheAreaCannotBeMade) {
       vu_storage::createUserOrDomainNameDirectory("jdoe", "x", STG::UserRepository, folder, true));
 }
 
-// File lists from a folder's index.
+// File lists from the index of a folder.
 
 using vu_host::trace_event;
 namespace faults = os::faults;
@@ -304,7 +294,7 @@ class FileLists : public StorageTest {
  protected:
   FileLists() { make_folder(folder); }
 
-  /// An index of these lines, with a file for each of these names.
+  /// Writes an index with these lines, and these files.
   void lay_out(const std::string& lines, const Texts& files) {
     write_file(folder + "\\index.dat", lines);
     for (const std::string& name : files) write_file(folder + "\\" + name, "");
@@ -317,8 +307,6 @@ class FileLists : public StorageTest {
   std::string folder = scratch.path("folder");
   Texts physical;
 };
-
-// ---- order and contents ------------------------------------------------------------------------
 
 TEST_F(FileLists, FollowTheOrderOfThePhysicalNames) {
   lay_out("a.kdc_0000000000/00001\nb.kda_0000000000/00002\n", {"00001.kdc", "00002.kda"});
@@ -381,8 +369,6 @@ TEST_F(FileLists, OfAnEmptyFolderAreEmpty) {
   EXPECT_TRUE(list_folder(folder).empty());
 }
 
-// ---- no folder ---------------------------------------------------------------------------------
-
 TEST_F(FileLists, OfNoFolderAreEmptyAndSayNothing) {
   write_file(scratch.path("file"), "x");
   folder = scratch.path("file");
@@ -390,7 +376,7 @@ TEST_F(FileLists, OfNoFolderAreEmptyAndSayNothing) {
   EXPECT_EQ(sink.count(traced::kind_t::event), 0U);
   folder = scratch.path("missing");
   EXPECT_TRUE(all().empty());
-  // One word comes from the question whether it is a folder.
+  // The one event comes from the check whether it is a folder.
   EXPECT_EQ(sink.count(traced::kind_t::event), 1U);
   EXPECT_TRUE(facade(trace_event::warning).empty());
   EXPECT_TRUE(physical.empty());
@@ -405,8 +391,6 @@ TEST_F(FileLists, OfDocumentsRefuseAPathThatIsNotAFolderWithoutATrace) {
   EXPECT_TRUE(physical.empty());
   EXPECT_TRUE(facade(trace_event::error).empty());
 }
-
-// ---- exceptions --------------------------------------------------------------------------------
 
 TEST_F(FileLists, EndWhereTheIndexRaises) {
   lay_out("a.kdc_0000000000/00001\n", {"00001.kdc"});

@@ -36,9 +36,7 @@ class StorageOperations : public StorageTest {
   const std::shared_ptr<vu_file> file = std::make_shared<vu_file>();
 };
 
-// ---- who initialises ---------------------------------------------------------------------------
-
-/// What an operation traces in place of an exception; an exception that leaves it has none.
+/// The trace of an operation in place of an exception; nothing if the exception leaves it.
 using Said = std::optional<std::string>;
 const Said kLeaves = std::nullopt;
 const Said kNothing = "";
@@ -46,11 +44,11 @@ const Said kNothing = "";
 struct Operation {
   const char* name;
   std::function<void(vu_storage&)> call;
-  Said of_file_error;       ///< when the initialisation ends by vu_file_except("no folder")
-  Said of_any_other_error;  ///< when it ends by another exception
+  Said of_file_error;       ///< when the initialisation throws vu_file_except("no folder")
+  Said of_any_other_error;  ///< when it throws another exception
 };
 
-/// Every public operation, with arguments that lead nowhere.
+/// Every public operation, with arguments that name nothing.
 std::vector<Operation> every_operation(const std::string& folder,
                                        const std::shared_ptr<vu_file>& file) {
   const vu_utf8string wide("u");
@@ -203,7 +201,7 @@ TEST_F(StorageOperations, OpenTheirScopeFirst) {
   }
 }
 
-/// What an operation says of an exception, or nothing when it lets it out.
+/// The trace of an operation after an exception, or nothing if the exception leaves it.
 template <class Exception>
 Said said_by(const Operation& operation, vu_storage& client, const recording_sink& sink) {
   try {
@@ -232,7 +230,7 @@ TEST_F(StorageOperations, TurnAFailedInitialisationIntoTheirResult) {
       sink.clear();
       EXPECT_EQ(said_by<Exception>(operation, client, sink), operation.*expected);
       EXPECT_EQ(Peer::init_done(), 0);
-      // What opens or closes a handle leaves none open that came open.
+      // An operation that opens or closes a handle leaves an open handle closed.
       const std::string name = operation.name;
       const bool is_of_a_handle = name.starts_with("Open") || name == "Close";
       EXPECT_EQ(file->is_open(), !is_of_a_handle);
@@ -252,8 +250,6 @@ TEST_F(StorageOperations, GiveTheTextOfKeyLinesWhetherTheStorageCanBeInitialised
   EXPECT_EQ(vu_storage::getStringFromNameValueSeq(seq), "a=1\n");
   vu_host::install({&sink, nullptr, &temp, nullptr});
 }
-
-// ---- exceptions and results --------------------------------------------------------------------
 
 TEST(StorageGuard, GivesTheResultOfTheBodyBack) {
   const auto never = [](const auto&...) { ADD_FAILURE(); };

@@ -12,7 +12,7 @@
 #include "tests/support/host_services.h"
 #include "tests/unit/storage_fixture.h"
 
-// Key files by their paths. Those of an owner: storage_profiles_test.cpp.
+// Key files by path. Key files of an owner: storage_profiles_test.cpp.
 
 namespace {
 
@@ -21,8 +21,6 @@ using os::faults::Times;
 using vu_host::trace_event;
 using vu_host::trace_level;
 using Peer = vu_storage_test_peer;
-
-// ---- key files ---------------------------------------------------------------------------------
 
 class KeyFiles : public StorageTest {
  protected:
@@ -218,8 +216,6 @@ TEST_F(KeyFiles, AWriteThatTheSystemRefusesIsTracedBelowAndStaysASuccess) {
   EXPECT_EQ(read_file(file("k.txt")), "");
 }
 
-// ---- removing lines ----------------------------------------------------------------------------
-
 TEST_F(KeyFiles, ALineIsRemovedFromAFileThatBearsTheLogicalName) {
   write_file(file("attribut.txt"), "ab=1\nb=2\n");
   Peer::DeleteKeyLineFromFile(scratch.path(), "attribut.txt", "b");
@@ -295,7 +291,7 @@ TEST_F(KeyFiles, ALineIsRemovedFromEveryCategoryFileInTheOrderOfTheirNames) {
   EXPECT_EQ(read_file(without), "t=5\n");
   EXPECT_EQ(read_file(other), "s=6\n");
 
-  // What cannot be cut says so, which shows the order.
+  // Each file that cannot be cut is traced, which shows the order.
   sink.clear();
   const auto fault = os::faults::fail(Call::set_end, kRefused, 1, Times::kLasting);
   Peer::RemoveFromCategFiles(scratch.path(), "t=");
@@ -323,8 +319,6 @@ TEST_F(KeyFiles, WhatTheListOfCategoriesRaisesPasses) {
   const auto fault = os::faults::throw_from(Call::open, std::runtime_error("planned"));
   EXPECT_THROW(Peer::RemoveFromCategFiles(scratch.path(), "s"), std::runtime_error);
 }
-
-// ---- what holds for all of them ----------------------------------------------------------------
 
 TEST_F(KeyFiles, BytesAreCopiedUpToTheFirstNul) {
   EXPECT_EQ(Peer::getBuffer(vu_utf8string()), "");
@@ -413,7 +407,7 @@ TEST_F(KeyFiles, AFileOfManyLinesIsReadByOneCallAndOneThatFindsItsEnd) {
 TEST_F(KeyFiles, AreReadToTheirEndWhateverTheirSizeSeemsToBe) {
   write_file(file("k"), "a=1\n");
   const std::string more(10'000, 'x');
-  // What another handle wrote shows in the file before the folder tells of it.
+  // Bytes of another handle can be readable before the size in the folder includes them.
   const auto later = os::faults::after(Call::stat, [&] {
     std::ofstream(native(file("k")), std::ios::app | std::ios::binary) << "b=" << more << "\n";
   });
@@ -427,7 +421,7 @@ TEST_F(KeyFiles, LoseNothingAfterTheirSizeWhenALineIsCut) {
   const std::string folder = folder_of("jdoe", "x", STG::UserFilesRepository);
   const std::string path = make_entry(folder, "k.txt", 0, "a=1\nb=2\n");
   os::faults::reset();
-  // The size is the last question before the file is read.
+  // The size is the last call before the file is read.
   Peer::DeleteKeyLineFromFile(folder, "k.txt", "no such line");
   const auto questions = os::faults::calls(Call::stat);
   const auto later = os::faults::after(

@@ -1,4 +1,4 @@
-// Key files of owners, and profiles. First their text, without any file.
+// Key files of owners, and profiles. The first cases test their text alone, without files.
 
 #include <gtest/gtest.h>
 
@@ -129,28 +129,27 @@ TEST(KeyText, CuttingTakesTheFirstOccurrenceAndTheRestOfItsLine) {
     bool found;
     const char* left;
   };
-  for (
-      const Case& c : {
-          Case{"a=1\nb=2\n", "a", true, "b=2\n"},
-          Case{"a=1\nb=2\n", "b", true, "a=1\n"},
-          // Inside another line's name: that line keeps what stands before, and its line feed goes.
-          Case{"ab=1\nb=2\n", "b", true, "ab=2\n"},
-          Case{"x=b\nb=2\n", "b", true, "x=b=2\n"},
-          Case{"a=1\nb=2\na=3\n", "a", true, "b=2\na=3\n"},
-          Case{"a=1\n", "a", true, ""},
-          Case{"a=1", "a", true, ""},
-          Case{"a=1\nb=2", "b", true, "a=1\n"},
-          Case{"a=1\nb=2\n", "c", false, "a=1\nb=2\n"},
-          Case{"", "c", false, ""},
-          Case{"a=1\r\nb=2\r\n", "a", true, "b=2\r\n"},
-          // Only a line feed ends what is cut.
-          Case{"a=1\tb=2\nc=3\n", "a", true, "c=3\n"},
-          // An entry that spans lines is cut from its begin to the first line feed in it.
-          Case{"a=1\nb=2\n", "1\nb", true, "a=b=2\n"},
-          Case{"a=1\nb=2\n", "", true, "b=2\n"},
-          Case{"", "", true, ""},
-          Case{"\n", "", true, ""},
-      }) {
+  for (const Case& c : {
+           Case{"a=1\nb=2\n", "a", true, "b=2\n"},
+           Case{"a=1\nb=2\n", "b", true, "a=1\n"},
+           // Inside the name of another line, which keeps the text before it.
+           Case{"ab=1\nb=2\n", "b", true, "ab=2\n"},
+           Case{"x=b\nb=2\n", "b", true, "x=b=2\n"},
+           Case{"a=1\nb=2\na=3\n", "a", true, "b=2\na=3\n"},
+           Case{"a=1\n", "a", true, ""},
+           Case{"a=1", "a", true, ""},
+           Case{"a=1\nb=2", "b", true, "a=1\n"},
+           Case{"a=1\nb=2\n", "c", false, "a=1\nb=2\n"},
+           Case{"", "c", false, ""},
+           Case{"a=1\r\nb=2\r\n", "a", true, "b=2\r\n"},
+           // The cut ends only at a line feed.
+           Case{"a=1\tb=2\nc=3\n", "a", true, "c=3\n"},
+           // An entry across lines is cut from its begin to its first line feed.
+           Case{"a=1\nb=2\n", "1\nb", true, "a=b=2\n"},
+           Case{"a=1\nb=2\n", "", true, "b=2\n"},
+           Case{"", "", true, ""},
+           Case{"\n", "", true, ""},
+       }) {
     SCOPED_TRACE(testing::PrintToString(c.text) + " without " + testing::PrintToString(c.entry));
     std::string text = c.text;
     EXPECT_EQ(key_text::cut_line(text, c.entry), c.found);
@@ -207,7 +206,7 @@ TEST_F(OwnersKeyFiles, SavingAnEmptySequenceSucceedsAndKeepsTheOldLines) {
 TEST_F(OwnersKeyFiles, WhatCannotBeWrittenIsTracedAndSavedWithSuccess) {
   EXPECT_EQ(save("profile.txt", {{"a", "1"}}), 0L);
   sink.clear();
-  // The first file opened is the index, which names the key file.
+  // The first open is that of the index, which names the key file.
   const auto fault = os::faults::fail(Call::open, kRefused, 2);
   EXPECT_EQ(save("profile.txt", {{"b", "2"}}), 0L);
   EXPECT_EQ(facade(trace_event::error),
@@ -218,7 +217,7 @@ TEST_F(OwnersKeyFiles, WhatCannotBeWrittenIsTracedAndSavedWithSuccess) {
 TEST_F(OwnersKeyFiles, AnIndexThatCannotBeLoadedIsAnErrorOfSaving) {
   EXPECT_EQ(save("profile.txt", {{"a", "1"}}), 0L);
   sink.clear();
-  // Opened for the question first, then for the new entry.
+  // The first open is that of the query, the second that of the new entry.
   const auto fault = os::faults::fail(Call::open, kRefused, 2);
   EXPECT_EQ(save("other.txt", {{"b", "2"}}), 1L);
   EXPECT_EQ(facade(trace_event::error), Texts{"vu_storage::saveKey : throw exception on open"});
@@ -242,7 +241,7 @@ TEST_F(OwnersKeyFiles, AnyOtherExceptionIsAnErrorOfSaving) {
   }
   EXPECT_EQ(facade(trace_event::error), Texts{"vu_storage::saveKey"});
 
-  // The area folder is the one whose exception its maker lets out.
+  // Only the function that creates the area folder lets this exception out.
   sink.clear();
   std::filesystem::remove_all(native(Peer::user_path()));
   const auto fault = os::faults::throw_from(Call::create_directory, std::runtime_error("planned"));
@@ -349,15 +348,13 @@ class Profiles : public StorageTest {
   STG::NameValueSeq seq;
 };
 
-// ---- the master profile ------------------------------------------------------------------------
-
 TEST_F(Profiles, OfTheMasterAreSavedInTheConfigurationFolder) {
   write_file(master("profile.txt"), "old=1\nolder=2\n");
   EXPECT_EQ(vu_storage::saveUserOrMasterProfile("", "", sequence({{"a", "1"}, {"b", "2"}})), 0);
   EXPECT_EQ(read_file(master("profile.txt")), "a=1\nb=2\n");
   EXPECT_EQ(vu_storage::saveUserOrMasterProfile("", "other.txt", sequence({{"c", "3"}})), 0);
   EXPECT_EQ(read_file(master("other.txt")), "c=3\n");
-  // Nothing but the files: no index.
+  // Only the files, without an index.
   EXPECT_EQ(list_folder(scratch.path("config")), (Texts{"other.txt", "profile.txt"}));
   EXPECT_TRUE(facade(trace_event::error).empty());
 }
@@ -376,7 +373,7 @@ TEST_F(Profiles, OfTheMasterAreLoadedFromTheFirstOfTwoNames) {
   EXPECT_EQ(pairs_of(seq), (Pairs{{"m", "1"}}));
   write_file(master("profile.txt"), "p=2=3\n");
   EXPECT_EQ(vu_storage::loadUserOrMasterProfile("", "", seq), 0);
-  // Appended, and split at the first separator.
+  // Pairs are appended; a line is split at the first separator.
   EXPECT_EQ(pairs_of(seq), (Pairs{{"m", "1"}, {"p", "2=3"}}));
 }
 
@@ -405,8 +402,6 @@ TEST_F(Profiles, OfTheMasterCountAsSavedWhereThereIsNoConfigurationFolder) {
             Texts{"vu_storage::writeKeysFile : throw exception on open"});
   EXPECT_EQ(vu_storage::loadUserOrMasterProfile("", "", seq), 1);
 }
-
-// ---- users' profiles ---------------------------------------------------------------------------
 
 TEST_F(Profiles, OfAUserAreIndexedFilesOfTheUserArea) {
   EXPECT_EQ(vu_storage::saveUserOrMasterProfile("jdoe", "mine.txt", sequence({{"a", "1"}})), 0);
@@ -459,8 +454,6 @@ TEST_F(Profiles, OfAUserCountAsSavedWhenTheyCannotBeWritten) {
   EXPECT_EQ(facade(trace_event::error), Texts{"vu_storage::saveKey : throw exception on open"});
 }
 
-// ---- nothing to save ---------------------------------------------------------------------------
-
 TEST_F(Profiles, WithoutLinesLeaveTheOldOnes) {
   write_file(master("profile.txt"), "old=1\n");
   EXPECT_EQ(vu_storage::saveUserOrMasterProfile("", "", seq), 0);
@@ -473,8 +466,6 @@ TEST_F(Profiles, WithoutLinesLeaveTheOldOnes) {
   EXPECT_EQ(vu_storage::loadUserOrMasterProfile("jdoe", "mine.txt", seq), 0);
   EXPECT_EQ(pairs_of(seq), (Pairs{{"a", "1"}}));
 }
-
-// ---- exceptions --------------------------------------------------------------------------------
 
 TEST_F(Profiles, AreNotLoadedWhenTheChoiceOfTheNameRaises) {
   {

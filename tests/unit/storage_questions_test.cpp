@@ -1,4 +1,4 @@
-// What can be asked about documents, and documents that are open.
+// Queries about documents, and open documents.
 
 #include <gtest/gtest.h>
 
@@ -42,8 +42,6 @@ class DocumentQuestions : public StorageTest {
   std::string physical = "(physical)";
 };
 
-// ---- IsFileExist -------------------------------------------------------------------------------
-
 TEST_F(DocumentQuestions, FindAVersionAndItsPath) {
   store("jdoe", "x.kdc", kDocs, 5);
   EXPECT_TRUE(client.IsFileExist("jdoe", "x.kdc", kDocs, 5, &folder, &physical));
@@ -82,7 +80,7 @@ TEST_F(DocumentQuestions, FindNothingOfAnEmptyOwner) {
 TEST_F(DocumentQuestions, FindNothingWhereTheFolderIsAFile) {
   write_file(area("user") + "\\jdoe", "no folder");
   EXPECT_FALSE(client.IsFileExist("jdoe", "x.kdc", kUser, 0, &folder, &physical));
-  // The index is not even asked.
+  // The index is not read.
   EXPECT_EQ(sink.count(trace_event::error), 0U);
   EXPECT_EQ(sink.count(trace_event::warning), 0U);
 }
@@ -115,8 +113,6 @@ TEST_F(DocumentQuestions, AreAnsweredForUtf8NamesByteForByte) {
                                   0, &folder, &physical));
 }
 
-// ---- timestamps --------------------------------------------------------------------------------
-
 TEST_F(DocumentQuestions, ReturnTheLatestTimestamp) {
   store("jdoe", "x.kdc", kDocs, 10);
   store("jdoe", "x.kdc", kDocs, 30);
@@ -134,7 +130,7 @@ TEST_F(DocumentQuestions, ReturnMinusOneWithoutAnEntryOrAFolder) {
   EXPECT_EQ(vu_storage::getLattestTimestamp("jdoe", "", kUser), -1);
   EXPECT_FALSE(folder_exists(area("user")));
   EXPECT_EQ(vu_storage::getLattestTimestamp("jdoe", "x.kdc", kUser), -1);
-  // The area is made, the owner's folder is not.
+  // The area is created; the owner's folder is not.
   EXPECT_TRUE(folder_exists(area("user")));
   EXPECT_TRUE(list_folder(area("user")).empty());
 }
@@ -167,8 +163,6 @@ TEST_F(DocumentQuestions, ReturnTheLastVersionOfAFolder) {
   EXPECT_FALSE(Peer::getLastVersion(owner, "y.kdc", timestamp));
   EXPECT_EQ(timestamp, 0);
 }
-
-// ---- the index ---------------------------------------------------------------------------------
 
 TEST_F(DocumentQuestions, ReturnThePhysicalNameInAFolder) {
   store("jdoe", "x.kdc", kUser, 10);
@@ -222,13 +216,11 @@ TEST_F(DocumentQuestions, LetTheExceptionsOfTheRewritePass) {
   EXPECT_TRUE(facade(trace_event::error).empty());
 }
 
-// Reading, writing and closing open documents, and handles that come open.
+// Reading, writing and closing open documents, and handles that are already open.
 
 using Peer = vu_storage_test_peer;
 using vu_host::trace_event;
 namespace faults = os::faults;
-
-// ---- reading and writing open files ------------------------------------------------------------
 
 TEST_F(Documents, AreReadInPieces) {
   const std::string path = place("x.kdc", "abcdef");
@@ -295,7 +287,8 @@ TEST_F(Documents, AreNotReadWithANegativeLength) {
   vu_file file;
   client.OpenRead(file, "jdoe", "x.kdc", kUser, 0);
   for (const long length : {-1L, std::numeric_limits<long>::min(),
-                            // Where `long` is wider: cut to 32 bits this would ask for one byte.
+                            // Where `long` is wider, cutting this to 32 bits would request one
+                            // byte.
                             sizeof(long) > 4 ? static_cast<long>(-4294967295LL) : -2L}) {
     sink.clear();
     std::string bytes = "before";
@@ -357,9 +350,7 @@ TEST_F(Documents, AreClosedWithATraceWhenTheInitialisationFails) {
   vu_host::install({&sink});
 }
 
-// ---- handles that come open --------------------------------------------------------------------
-
-/// A handle that holds another file when an operation gets it.
+/// Handles that have another file open when they are passed to an operation.
 class OpenHandles : public Documents {
  protected:
   OpenHandles() {
@@ -423,7 +414,7 @@ TEST_F(OpenHandles, AreOpenedOnTheRequestedFileWithTheTraceOfTheHandle) {
       1U);
 }
 
-/// The last lock that an operation asks for is that of what it opens.
+/// The last lock of an operation is that of the file that it opens.
 TEST_F(OpenHandles, AreLeftClosedWhenAskingForTheirLockRaisesAFileException) {
   store("there.kdc", kDocs, 5, "abc");
   vu_file part;

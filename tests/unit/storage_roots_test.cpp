@@ -19,8 +19,8 @@
 #include "tests/unit/storage_fixture.h"
 #include "vu_storage.h"
 
-// The one initialisation and the getters. Threads: storage_roots_threads_test.cpp; that every
-// operation asks for it: storage_guard_test.cpp; the folders of owners: storage_folders_test.cpp.
+// The initialisation and the getters. Threads: storage_roots_threads_test.cpp. Initialisation by
+// every operation: storage_guard_test.cpp. Folders of owners: storage_folders_test.cpp.
 
 namespace {
 
@@ -31,14 +31,12 @@ namespace faults = os::faults;
 
 constexpr std::int32_t kInitialised = 1234;
 
-// As the program found them; the tests change them.
+// The values at program start; the tests change them.
 const std::int32_t g_marker_at_start = Peer::init_done();
 const bool g_use_domain_at_start = Peer::use_domain();
 const bool g_switch_at_start = stg_index_test_peer::synchronizes();
 
 const Texts kAreas = {"docs", "list", "mail", "semlets", "user"};
-
-// ---- the stated initialisation -----------------------------------------------------------------
 
 TEST_F(StorageRoots, AreUninitialisedWhenTheLibraryIsLoaded) {
   EXPECT_EQ(g_marker_at_start, 0);
@@ -63,7 +61,7 @@ TEST_F(StorageRoots, LieBelowTheFolderStorageOfTheGivenRoot) {
 TEST_F(StorageRoots, HaveTheirConfigurationFolderInTheBinaryFolderWithoutMakingIt) {
   config.set_binary_folder(dir.path("b\xC3\xADn"));
   EXPECT_TRUE(vu_storage::initRootStorage(dir.path(), true, false));
-  // In UTF-8 on every platform.
+  // The path is UTF-8 on every platform.
   EXPECT_EQ(vu_storage::getConfigDirPath(), dir.path("b\xC3\xADn") + "\\config");
   EXPECT_EQ(config.questions(), 1);
   EXPECT_FALSE(folder_exists(dir.path("b\xC3\xADn")));
@@ -126,8 +124,6 @@ TEST_F(StorageRoots, LeaveFoldersAloneThatExist) {
   EXPECT_EQ(faults::calls(faults::Call::create_directory), 0U);
 }
 
-// ---- the second initialisation -----------------------------------------------------------------
-
 TEST_F(StorageRoots, RefuseASecondInitialisation) {
   EXPECT_TRUE(vu_storage::initRootStorage(dir.path(), true, false));
   sink.clear();
@@ -162,8 +158,6 @@ TEST_F(StorageRoots, RefuseASecondInitialisationWithTheLineOfTheTrace) {
   EXPECT_EQ(components.records().back(), refused);
 }
 
-// ---- the log history ---------------------------------------------------------------------------
-
 TEST_F(StorageRoots, EnterTheirFolderIntoTheLogHistory) {
   EXPECT_TRUE(vu_storage::initRootStorage(dir.path(), true, false));
   const fake_components::record_t stated = {"ztVuStorage:s_storagePath:" + dir.path() + "\\storage",
@@ -177,7 +171,7 @@ TEST_F(StorageRoots, EnterTheirFolderIntoTheLogHistory) {
                                          {1, 4, 0}};
   ASSERT_EQ(components.records().size(), 2U);
   EXPECT_EQ(components.records().back(), own);
-  // Looked up for each record and given back.
+  // The component is created for each record and released.
   EXPECT_EQ(components.creations(), 2);
   EXPECT_EQ(components.releases(), 2);
 }
@@ -207,7 +201,7 @@ TEST_F(StorageRoots, EnterTheLogHistoryEvenWithoutATraceSink) {
   EXPECT_EQ(sink.count(traced::kind_t::event), 0U);
 }
 
-/// The first use of a tree whose programs are kept apart by nothing says so, once.
+/// The first use of a tree warns once if locks do not separate programs.
 TEST_F(StorageRoots, WarnWhereLocksDoNotBelongToHandles) {
   const auto fault =
       faults::fail(faults::Call::locks_belong_to_handles, {}, 1, faults::Times::kLasting);
@@ -224,8 +218,6 @@ TEST_F(StorageRoots, DoNotWarnOnAnOrdinaryDisk) {
   EXPECT_TRUE(vu_storage::initRootStorage(dir.path(), true, false));
   EXPECT_EQ(facade(trace_event::warning), Texts{});
 }
-
-// ---- the initialisation of an operation --------------------------------------------------------
 
 TEST_F(StorageRoots, AreInTheServerTemporaryFolderWithoutInitialisation) {
   EXPECT_EQ(vu_storage::getStoragePath(), dir.path("server"));
@@ -279,7 +271,7 @@ TEST_F(StorageRoots, TakeTheServerTemporaryFolderInTheNarrowEncoding) {
   temp.set_server_folder(dir.path(name));
   Peer::checkInit();
 #if defined(_WIN32)
-  // In the code page of the process, whichever that is.
+  // In the code page of the process.
   EXPECT_EQ(Peer::storage_path(), os::sys::to_narrow(ucs2string(vu_utf8string(dir.path(name)))));
 #else
   EXPECT_EQ(Peer::storage_path(), dir.path(name));
@@ -301,10 +293,8 @@ TEST_F(StorageRoots, CountAsInitialisedWithTheOneMarkerAlone) {
   EXPECT_EQ(Peer::storage_path(), "");
 }
 
-// ---- failures ----------------------------------------------------------------------------------
-
 TEST_F(StorageRoots, CountAsInitialisedWhenAFolderCouldNotBeMade) {
-  // The root is missing, and only one level is made.
+  // The root is missing, and only one folder level is created.
   EXPECT_TRUE(vu_storage::initRootStorage(dir.path("missing"), true, false));
   EXPECT_EQ(Peer::init_done(), kInitialised);
   EXPECT_EQ(vu_storage::getCorpPath(), dir.path("missing") + "\\storage\\docs");
@@ -345,7 +335,7 @@ TEST_F(StorageRoots, StayUninitialisedAfterAnyOtherException) {
   EXPECT_EQ(Peer::init_done(), 0);
   EXPECT_EQ(Peer::corp_path(), dir.path() + "\\storage\\docs");
 
-  // The next operation initialises once more, with its own root and the switches that were set.
+  // The next operation initialises again, with the default root and the same switches.
   EXPECT_EQ(vu_storage::getCorpPath(), dir.path("server") + "\\docs");
   EXPECT_EQ(Peer::init_done(), kInitialised);
   EXPECT_FALSE(Peer::use_domain());
@@ -360,7 +350,7 @@ TEST_F(StorageRoots, StayUninitialisedWhenAnOperationCannotMakeThem) {
   EXPECT_EQ(vu_storage::getUserPath(), dir.path("server") + "\\user");
   EXPECT_EQ(facade(trace_event::error), (Texts{"Error in vu_storage initRootStorage : full",
                                                "Error in vu_storage initRootStorage : full"}));
-  // A stated root comes after it all the same.
+  // An explicit root is accepted after the failures.
   EXPECT_TRUE(vu_storage::initRootStorage(dir.path(), true, false));
 }
 
@@ -397,12 +387,12 @@ TEST_F(StorageRoots, TakeAnotherRootThanTheOneThatAFailedAttemptNamed) {
     const auto raised = faults::throw_from(faults::Call::create_directory, vu_file_except("full"));
     EXPECT_TRUE(vu_storage::initRootStorage(dir.path("no"), true, false));
   }
-  // True as well, though an operation in between has taken the server's folder.
+  // Both results are true, although an operation in between uses the server's folder.
   EXPECT_EQ(vu_storage::getStoragePath(), dir.path("server"));
   EXPECT_FALSE(vu_storage::initRootStorage(dir.path(), true, false));
 }
 
-/// Notes what is in force when the new root is traced, which is before anything is published.
+/// Records the state when the new root is traced, before anything is published.
 class NotingSink final : public vu_host::trace_sink {
  public:
   bool wants(trace_level level) const noexcept override { return level == trace_level::m; }
@@ -433,8 +423,6 @@ TEST_F(StorageRoots, TakeTheSwitchAndThePathsOfARetryTogether) {
   EXPECT_EQ(Peer::user_path(), dir.path("apart\\storage\\user"));
   vu_host::install({&sink, &config, &temp, &components});
 }
-
-// ---- objects and stamps ------------------------------------------------------------------------
 
 TEST_F(StorageRoots, AreInitialisedByAnObject) {
   const vu_storage facade;

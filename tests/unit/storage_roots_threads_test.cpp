@@ -16,7 +16,7 @@
 #include "tests/unit/storage_fixture.h"
 #include "vu_storage.h"
 
-// The one initialisation, and the threads that meet in it.
+// Threads that meet in the initialisation.
 
 namespace {
 
@@ -82,7 +82,7 @@ TEST_F(StorageRoots, ReachRunningOperationsWholeWhenARetryNamesAnotherRoot) {
   vu_storage::initRootStorage(dir.path("shared"), false, false);
   std::atomic<bool> stop = false;
   std::vector<std::thread> callers;
-  // Operations that began while nobody could initialise; what they ask anew goes nowhere else.
+  // These operations start before a successful initialisation. Each one must use paths of one root.
   for (int i = 0; i < 3; ++i) {
     callers.emplace_back([&] {
       const Texts together = {dir.path("shared\\storage\\user"),
@@ -105,7 +105,7 @@ TEST_F(StorageRoots, ReachRunningOperationsWholeWhenARetryNamesAnotherRoot) {
   vu_host::install({&sink, &config, &temp, &components});
 }
 
-/// Whether one more scope with this label has begun in time.
+/// Whether one more scope with this label begins within the time limit.
 bool begins(const recording_sink& sink, const std::string& label) {
   for (int i = 0; i < 10'000; ++i) {
     const Texts labels = sink.scopes();
@@ -116,9 +116,9 @@ bool begins(const recording_sink& sink, const std::string& label) {
 }
 
 TEST_F(StorageRoots, RefuseWithoutATraceIfInitialisedWhileWaitingForTheMutex) {
-  // The caller has to stand before the mutex by the time the marker is set. It has nothing to do on
-  // its way there, but nothing tells when it has arrived: one that came too late finds the marker
-  // at once, says so, and the attempt is repeated.
+  // The caller must wait at the mutex before the marker is set. The test cannot see when it
+  // arrives. A caller that is late finds the marker at once and traces; then the attempt is
+  // repeated.
   bool silent = false;
   for (int attempt = 0; attempt < 20 && !silent; ++attempt) {
     Peer::reset();
@@ -146,7 +146,7 @@ TEST_F(StorageRoots, RefuseWithoutATraceIfInitialisedWhileWaitingForTheMutex) {
 }
 
 TEST_F(StorageRoots, AreNotCreatedAgainIfInitialisedWhileWaitingForTheMutex) {
-  // A caller that comes too late to wait finds the marker at once, which is as good.
+  // A caller that is too late to wait finds the marker at once. That is valid too.
   std::thread caller;
   {
     const StorageLock lock;

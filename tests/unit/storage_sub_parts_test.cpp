@@ -22,8 +22,6 @@ using vu_host::trace_event;
 using vu_host::trace_level;
 using Peer = vu_storage_test_peer;
 
-// ---- where parts lie ---------------------------------------------------------------------------
-
 TEST_F(SubParts, EverySelectorIsWrittenAndReadWhereItsSideOfTheRuleSays) {
   struct Case {
     const char* selector;
@@ -36,10 +34,10 @@ TEST_F(SubParts, EverySelectorIsWrittenAndReadWhereItsSideOfTheRuleSays) {
            Case{"pdf@p1", "\\pdf\\p1", "\\pdf\\p1", "\\pdf\\preload"},
            Case{"xls", "\\xls", "\\xls", "\\preload"},
            Case{"html", "\\html", "\\html", "\\preload"},
-           // Split at the first "@", whatever stands behind it.
+           // Split at the first "@"; the rest may contain more.
            Case{"html@a@b", "\\html\\a@b", "\\html\\a@b", "\\html\\preload"},
            Case{"pdf@a@b", "\\pdf\\a@b", "\\pdf\\a@b", "\\pdf\\preload"},
-           // Written in two folders, looked for in one.
+           // Written in two nested folders, but searched in one.
            Case{"a@b", "\\a\\b", "\\a@b", "\\preload"},
            Case{"xhtml@b", "\\xhtml\\b", "\\xhtml@b", "\\preload"},
            Case{"HTML@b", "\\HTML\\b", "\\HTML@b", "\\preload"},
@@ -90,7 +88,7 @@ TEST_F(SubParts, TheRootIsTheDocumentFileAndAnUnderscoreAndThenTheStampIfAny) {
 }
 
 TEST_F(SubParts, FoldersAreMadeFromTheRootDownwards) {
-  // What there is when the n-th folder has been made.
+  // The folders that exist after each creation of a folder.
   std::vector<std::vector<bool>> seen;
   const auto note = [&] {
     seen.push_back({folder_exists(root()), folder_exists(root() + "\\html"),
@@ -112,8 +110,6 @@ TEST_F(SubParts, FoldersAreMadeFromTheRootDownwards) {
   decide("html@p1");
   EXPECT_EQ(seen, (std::vector<std::vector<bool>>{in_order[1], in_order[2]}));
 }
-
-// ---- reading -----------------------------------------------------------------------------------
 
 TEST_F(SubParts, AnUpToDatePartIsOpened) {
   make_file(root() + "\\xls", "part", 1000);
@@ -146,7 +142,7 @@ TEST_F(SubParts, APreloadCopyOlderThanTheDocumentIsServedOnceAndThenRegenerated)
   EXPECT_EQ(facade(trace_event::success), Texts{"case 1: Doc must be updated from preload"});
   EXPECT_EQ(get_modify_time(root() + "\\pdf\\p1\\" + kPart), 2000);
 
-  // The copy keeps the time of its source, and that is older than the document.
+  // The copy keeps the time of its source, which is older than the document.
   sink.clear();
   open_for_reading("pdf@p1");
   EXPECT_EQ(opened(), "closed");
@@ -169,7 +165,7 @@ TEST_F(SubParts, APreloadCopyThatCannotBeCopiedOpensNothing) {
 }
 
 TEST_F(SubParts, APreloadCopyThatIsMissingThoughItCountsAsNewerOpensNothing) {
-  // The low 32 bits of this time are negative, and a missing file has the time 0.
+  // The low 32 bits of this time are negative; a missing file has the time 0.
   make_file(root() + "\\xls", "part", std::int64_t{1} << 31);
   open_for_reading("xls");
   EXPECT_EQ(opened(), "closed");
@@ -212,7 +208,7 @@ TEST_F(SubParts, ReadingBeginsWithItsArguments) {
 }
 
 TEST_F(SubParts, ATimestampBeyondThirtyTwoBitsCountsAsTheLargest) {
-  // On Windows this is that number already.
+  // On Windows `long` has 32 bits.
   constexpr long kLargest = std::numeric_limits<long>::max();
   facade_object().OpenReadSubPart(file(), "amy", kOwner, kEntry, "xls", kPart, kLargest);
   EXPECT_EQ(facade(trace_level::xs),
@@ -235,7 +231,7 @@ TEST_F(SubParts, AnUpToDatePartWithoutAFileIsAWarning) {
 
 TEST_F(SubParts, APreloadCopyThatWasTakenAndCannotBeOpenedIsAWarning) {
   make_file(root() + "\\preload", "preloaded", 2000);
-  // The index is opened first.
+  // The first open is that of the index.
   const auto fault = os::faults::fail(Call::open, kRefused, 2);
   open_for_reading("xls");
   EXPECT_EQ(opened(), "closed");
@@ -268,7 +264,7 @@ TEST_F(SubParts, AfterAnExceptionInTheDecisionThePartThatIsKnownIsOpened) {
   EXPECT_EQ(opened(), root() + "\\xls\\" + kPart);
   EXPECT_EQ(read_and_close(), "part");
 
-  // Before the part's folder is known nothing is opened, and nothing said of it.
+  // If the folder of the sub-part is not yet known, nothing is opened and nothing else is traced.
   sink.clear();
   const auto fault = os::faults::throw_from(Call::stat, std::runtime_error("planned"), last - 2);
   open_for_reading("xls");
@@ -328,8 +324,6 @@ TEST_F(SubParts, APartWhoseSizeIsUnknownFails) {
   EXPECT_EQ(facade(trace_event::error),
             Texts{"vu_storage::OpenReadSubPart : unknown error, force retrieve doc"});
 }
-
-// ---- writing -----------------------------------------------------------------------------------
 
 TEST_F(SubParts, AnExistingPartIsEmptied) {
   write_part("xls", "a long text");
@@ -417,11 +411,9 @@ TEST_F(SubParts, TheExceptionOfTheAreaFolderIsHandledToo) {
                   Peer::corp_path() + "   strPartId->part.out"});
 }
 
-// ---- what holds for all of them ----------------------------------------------------------------
-
 TEST_F(SubParts, TheUtf8FormsConvertTheirNamesAndCallTheNarrowOnes) {
   vu_storage& facade = facade_object();
-  // A NUL ends a name.
+  // Names end at the first NUL.
   const vu_utf8string owner(std::string("jdoe\0x", 6));
   const vu_utf8string entry(std::string("sales.kdc\0x", 11));
   facade.OpenWriteSubPart(file(), owner, entry, "xls", kPart, kStamp);

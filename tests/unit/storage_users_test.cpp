@@ -30,7 +30,7 @@ class Users : public StorageTest {
   static std::string area(const std::string& user) { return Peer::user_path() + "\\" + user; }
   static std::string docs(const std::string& user) { return Peer::corp_path() + "\\" + user; }
 
-  /// Gives a user a folder with a file in every area.
+  /// Creates a folder with a file for a user in every area.
   static void make_user(const std::string& user) {
     for (const std::string& folder : {mail(user), list(user), area(user), docs(user)}) {
       make_folder(folder + "\\below");
@@ -38,8 +38,6 @@ class Users : public StorageTest {
     }
   }
 };
-
-// ---- renaming ----------------------------------------------------------------------------------
 
 TEST_F(Users, RenamingMovesTheFoldersOfMailListAndUserAndLeavesTheDocuments) {
   make_user("old");
@@ -155,8 +153,6 @@ TEST_F(Users, AnyOtherExceptionWhileRenamingIsAnErrorAndUndoesNothing) {
   EXPECT_TRUE(folder_exists(area("old")));
 }
 
-// ---- removing users ----------------------------------------------------------------------------
-
 TEST_F(Users, RemovingTakesTheFoldersOfMailListAndUserAndLeavesTheDocuments) {
   make_user("jdoe");
   make_user("amy");
@@ -238,8 +234,6 @@ TEST_F(Users, SeveralUsersAreRemovedInTheirOrder) {
   EXPECT_TRUE(vu_storage::RemoveUsersStorage({}));
 }
 
-// ---- removing a document -----------------------------------------------------------------------
-
 TEST_F(Users, RemovingADocumentOfTypeOneTakesItsLinesFromTheAttributesAndEveryCategory) {
   const std::string folder = folder_of("jdoe", "sales.kdc", STG::UserFilesRepository);
   const std::string document = make_entry(folder, "sales.kdc", 7, "doc");
@@ -314,7 +308,7 @@ TEST_F(Users, AnyOtherExceptionWhileADocumentIsRemovedIsAnError) {
 TEST_F(Users, WhatTheListOfCategoriesRaisesIsAnErrorOfTheRemoval) {
   const std::string folder = folder_of("jdoe", "sales.kdc", STG::MailRepository);
   const std::string document = make_entry(folder, "sales.kdc", 7, "doc");
-  // Loaded for the removal, merged and written at its end, and loaded once more.
+  // The index is loaded for the removal, merged and written at its end, and loaded again.
   const auto fault = os::faults::fail(Call::open, kRefused, 3);
   EXPECT_FALSE(vu_storage::RemoveFile("jdoe", "sales.kdc", STG::MailRepository, 7));
   EXPECT_EQ(facade(trace_event::error),
@@ -361,14 +355,12 @@ TEST_F(Users, RemovingADocumentWithoutANameCutsTheFirstLineOfEachFile) {
   EXPECT_EQ(read_file(folder + "\\attribut.txt"), "two=y\n");
 }
 
-// ---- listing a folder --------------------------------------------------------------------------
-
 TEST_F(Users, EveryNameOfAFolderBecomesAPairSubFoldersIncluded) {
   const std::string folder = scratch.path("listed");
   make_folder(folder + "\\sub.d");
   for (const char* name : {"a.kdc", "README", "x.y.txt", ".rc", "dot."}) {
 #if defined(_WIN32)
-    // A dot at the end is no part of a name there.
+    // Windows drops a dot at the end of a name.
     if (std::string(name) == "dot.") continue;
 #endif
     write_file(folder + "\\" + name, "");
@@ -401,7 +393,7 @@ TEST_F(Users, AFolderThatDoesNotExistGivesNoPairs) {
   EXPECT_EQ(facade(trace_event::error), Texts{});
 }
 
-/// Whether another thread gets the storage mutex now; the caller waits for it in @p waiting.
+/// Whether the storage mutex is free. @p waiting is the thread that takes it.
 bool is_free(std::future<void>& waiting) {
   waiting = std::async(std::launch::async, [] { const StorageLock lock; });
   return waiting.wait_for(std::chrono::milliseconds(200)) == std::future_status::ready;
@@ -436,8 +428,6 @@ TEST_F(Users, AnExceptionWhileListingIsAnErrorKeepsThePairsAndFreesTheMutex) {
   std::future<void> waiting;
   EXPECT_TRUE(is_free(waiting));
 }
-
-// ---- what holds for all of them ----------------------------------------------------------------
 
 TEST_F(Users, EveryOperationOpensItsScopeFirst) {
   const vu_utf8string name("nobody");

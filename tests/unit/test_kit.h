@@ -12,5 +12,5 @@ inline Texts operator+(Texts left, const Texts& right) {
   return left;
 }
 
-/// What a system call says that fails for a reason nobody asks about.
+/// A failure of a system call for an unspecified reason.
 inline constexpr os::Status kRefused{5, os::Failure::kOther};

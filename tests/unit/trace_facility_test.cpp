@@ -1,5 +1,5 @@
-// The record macros: what reaches the host's sink, and what is not done for a sink that does not
-// listen.
+// The record macros: what the host's sink receives, and what is skipped if the sink does not want
+// it.
 
 #include "platform/host/trace.h"
 
@@ -22,10 +22,10 @@ using vu_host::trace_level;
 
 namespace observed {
 
-/// What happened, in its order.
+/// The steps in order.
 std::vector<std::string> g_steps;
 
-/// A piece of a text whose conversion leaves a trace of its own.
+/// A piece of a text that records its conversion.
 struct Piece {
   std::string text;
 };
@@ -34,20 +34,20 @@ void append(std::string& text, const Piece& piece) {
   text += piece.text;
 }
 
-/// A piece that cannot be converted.
+/// A piece that fails to convert.
 struct Broken {};
 void append(std::string&, const Broken&) {
   g_steps.push_back("broke");
   throw std::length_error("no room for this piece");
 }
 
-/// An argument of a macro, seen when it is evaluated.
+/// An argument of a macro that records its evaluation.
 Piece evaluated(const std::string& text) {
   g_steps.push_back("evaluated " + text);
   return {text};
 }
 
-/// A sink that writes down what it is asked and given, between the steps of the pieces.
+/// A sink that records its calls, in order with the steps of the pieces.
 class OrderedSink final : public vu_host::trace_sink {
  public:
   explicit OrderedSink(bool wanted) : m_wanted(wanted) {
@@ -102,7 +102,7 @@ class TraceFacility : public testing::Test {
   void SetUp() override { g_steps.clear(); }
 };
 
-/// One operation that says everything that can be said.
+/// An operation that uses every macro.
 void talkative_operation() {
   const Piece label{"label"};
   VU_TRACE_SCOPE("source", trace_level::m, label);
@@ -145,8 +145,6 @@ TEST(TraceText, IsDeliveredWholeWhateverBytesItHolds) {
 
 }  // namespace
 
-// ---- silence -----------------------------------------------------------------------------------
-
 TEST_F(TraceFacility, EvaluatesAndBuildsNothingWithoutASink) {
   talkative_operation();
   EXPECT_EQ(g_steps, Steps{});
@@ -155,7 +153,7 @@ TEST_F(TraceFacility, EvaluatesAndBuildsNothingWithoutASink) {
 TEST_F(TraceFacility, BuildsNoTextThatTheSinkDoesNotWant) {
   const OrderedSink sink(false);
   talkative_operation();
-  // A message belongs to its scope and has no level to be asked for.
+  // A message belongs to its scope, so it has no level to check.
   EXPECT_EQ(g_steps, (Steps{"asked for a level", "asked for a level", "asked for a level",
                             "asked for a level", "asked for a level", "asked for an event",
                             "asked for an event", "asked for an event", "evaluated message",
@@ -171,7 +169,7 @@ TEST_F(TraceFacility, QueriesTheSinkBeforeATextIsBuilt) {
   ASSERT_EQ(g_steps.size(), 13U);
   EXPECT_EQ((Steps{g_steps.begin(), g_steps.begin() + 4}),
             (Steps{"asked for a level", "built label", "begun label", "asked for a level"}));
-  // Arguments are evaluated in any order, and all of them before the first is converted.
+  // Arguments are evaluated in any order, all of them before the first conversion.
   EXPECT_EQ((Steps{g_steps.begin() + 6, g_steps.end()}),
             (Steps{"built one", "built two", "record onetwo", "asked for an event",
                    "evaluated three", "built three", "event three"}));
@@ -183,8 +181,6 @@ TEST_F(TraceFacility, IsSilentAgainAfterTheSinkHasGone) {
   talkative_operation();
   EXPECT_EQ(g_steps, Steps{});
 }
-
-// ---- what is delivered -------------------------------------------------------------------------
 
 TEST_F(TraceFacility, DeliversEachLevelAndEventAsItself) {
   const recording_sink sink;
@@ -258,8 +254,6 @@ TEST_F(TraceFacility, IsOneStatement) {
   EXPECT_EQ(sink.records(trace_level::s), (Texts{"then", "else"}));
 }
 
-// ---- scopes ------------------------------------------------------------------------------------
-
 TEST_F(TraceFacility, EndsEachScopeThatBegan) {
   const recording_sink sink;
   EXPECT_EQ(inner_operation(2), 2);
@@ -328,8 +322,6 @@ TEST_F(TraceFacility, LetsTheSinkGoWhileAScopeIsOpen) {
   EXPECT_EQ(g_steps, Steps{});
 }
 
-// ---- texts that cannot be built ----------------------------------------------------------------
-
 TEST_F(TraceFacility, DropsARecordThatCannotBeBuiltAndGoesOn) {
   const recording_sink sink;
   VU_TRACE_SCOPE("source", trace_level::m);
@@ -357,8 +349,6 @@ TEST_F(TraceFacility, GoesOnWithoutAScopeWhoseLabelCannotBeBuilt) {
   EXPECT_EQ(sink.records(trace_level::s), Texts{"within"});
 }
 
-// ---- threads -----------------------------------------------------------------------------------
-
 TEST_F(TraceFacility, DeliversFromSeveralThreadsAtOnce) {
   constexpr int kThreads = 4;
   constexpr int kRounds = 200;
@@ -382,7 +372,7 @@ TEST_F(TraceFacility, DeliversFromSeveralThreadsAtOnce) {
       ASSERT_EQ(sink.count(trace_level::m, text), 1U) << text;
     }
   }
-  // On each thread a scope begins, its record comes, and it ends.
+  // On each thread the order is: scope begin, record, scope end.
   for (const traced& begin : of_kind(sink, traced::kind_t::scope)) {
     ASSERT_NE(begin.thread, std::this_thread::get_id());
   }
