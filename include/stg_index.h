@@ -183,11 +183,11 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// have the age 0. The age of a missing file is the time since 1970. If the limit is not 0, the
   /// age is checked again directly before the removal: a version that was just written stays.
   ///
-  /// The sweep compares the time of a name, not its age, with @p maxAge. With a realistic limit it
-  /// therefore removes every such name, also a new one; it keeps a name whose time the system
-  /// cannot tell. It can remove a file that another process has created but not yet entered in the
-  /// index. That process creates the file again when it saves. For folders without "index.dat" see
-  /// docs/concurrency.md.
+  /// The sweep compares the time of an orphan (seconds since 1970), not its age, with @p maxAge.
+  /// With a realistic limit it therefore removes every orphan, also a new one. It keeps an orphan
+  /// whose time the system cannot tell. It can remove a file that another process has created but
+  /// not yet entered in the index. That process creates the file again when it saves. For folders
+  /// without "index.dat" see docs/concurrency.md.
   /// @blocking{for writers of the index; if a version is removed, also for its readers}
   static unsigned long cleanOutOfDateOutput(const std::string& folder, const unsigned long& maxAge,
                                             AgeMap& kept, bool useAccessTime);
@@ -222,7 +222,8 @@ class VU_STORAGE_API STGIndex : public vu_file {
 
   /// Switches synchronisation on or off. It is on at the start; vu_storage::initRootStorage() sets
   /// it once.
-  /// @param synchronize whether orphans are adopted.
+  /// @param synchronize whether orphans are adopted, also a file that another process has created
+  /// but not yet entered: docs/concurrency.md (story 21).
   /// @blocking{no} @threads{any, at any time; operations that have begun keep what they found}
   static void setSynchronizeMode(bool synchronize);
 

@@ -65,7 +65,7 @@ class VU_STORAGE_API vu_file_base {
   /// @return whether the system released it.
   bool unlock_internal(const unsigned char*, char);
   /// Flushes the file to the device.
-  /// @return whether the system did it.
+  /// @return whether the system flushed it.
   /// @blocking{while the system writes the file to the device}
   bool flush();
   /// @return whether the system is of the NT family.

@@ -154,7 +154,7 @@ class problem_sink final : public sink {
   /// @blocking{for the standard error output}
   void event(const trace_site&, trace_event event, std::string_view text) noexcept override {
     try {
-      // The system's own words end in CR LF.
+      // The system's error texts end in CR LF.
       while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
       kept().assign(text.data(), text.size());
       if (!m_to_stderr) return;

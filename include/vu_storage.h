@@ -17,9 +17,9 @@ VU_STORAGE_TYPES_BEGIN
 ///
 /// Order of calls: first initRootStorage(), once, before the constructor and the getters too. Any
 /// other operation that comes first initialises the storage below the server temporary folder
-/// (vu_host::temporary_files). After that operations may follow in any order. A file that
-/// OpenRead(), OpenWrite2() or an operation on sub-parts opened is used with Read() and Write() and
-/// ended with Close().
+/// (vu_host::temporary_files). After that operations may follow in any order.
+/// OpenRead(), OpenWrite2() and operations on sub-parts open a file. Use Read() and Write() on it,
+/// then Close().
 ///
 ///     vu_storage::initRootStorage("/srv/data", true, false);
 ///     vu_storage storage;
@@ -90,9 +90,9 @@ class VU_STORAGE_API vu_storage {
   /// @blocking{while another thread initialises the storage}
   static bool initRootStorage(const std::string& root, bool useDomain, bool synchronize);
 
-  /// @return the folder "storage". The reference is valid until the process ends. The string never
-  /// changes. Both apply to all getters, except that setTdcTimeStamp() changes that of
-  /// getTdcTimeStamp().
+  /// @return the folder "storage". The reference is valid until the process ends, and the string
+  /// never changes. The same is true for all getters. Only the string of getTdcTimeStamp() changes,
+  /// by setTdcTimeStamp().
   /// @throws those of the initialisation (see the class), as all getters.
   static const std::string& getStoragePath();
   /// @return the folder of the corporate area.
@@ -279,8 +279,8 @@ class VU_STORAGE_API vu_storage {
   // ---- key files -----------------------------------------------------------------------------
 
   /// @param seq the lines.
-  /// @return the text of a key file: name + "=" + value + line feed for each line. Out of memory it
-  /// is empty, which is traced; no exception leaves it.
+  /// @return the text of a key file: name + "=" + value + line feed for each line. If
+  /// there is no memory for it, it is empty, and an error is traced. No exception leaves it.
   /// @threads{any, while none changes @p seq}
   static std::string getStringFromNameValueSeq(const STG::NameValueSeq& seq);
   /// Reads the lines of a key file from an open file.

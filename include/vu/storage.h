@@ -45,10 +45,11 @@
  *
  * Units. Times are seconds since 1970-01-01 UTC, sizes are bytes, time limits are milliseconds.
  *
- * Waiting. Calls wait for locks that other handles hold, in this process and in others.
- * vu_settings::wait_ms limits these waits. The time runs from the start of the call, also while the
- * call works or its callback runs. After that time a lock that is not free is refused at once.
- * There are two kinds of locks:
+ * Waiting. Calls wait for locks that other handles hold, in this process and in others: without
+ * limit, unless vu_settings::wait_ms sets one. The time runs from the start of the call, also while
+ * the call works or its callback runs. After that time a lock that is not free is refused at once.
+ * (Exception: a call that fails and removes its temporary version waits for the index without
+ * limit.) There are two kinds of locks:
  * - The index of a folder, with its counter. Readers find and list versions; writers change
  *   entries. A call releases the lock before it returns, and before it calls a callback.
  * - The file of a document. Readers are vu_read(), vu_read_whole(), vu_key_get(), vu_key_each() and
@@ -334,7 +335,7 @@ enum {
  *
  * Storing is atomic: the bytes go to a new file, then one save of the index gives this file to the
  * version. Until that save readers get the old version. A call that fails leaves the old version
- * unchanged. The head of this file lists what an interruption leaves.
+ * unchanged, except as VU_FAILED says below. The head of this file lists what an interruption leaves.
  *
  * With VU_IN_PLACE the file is emptied and written instead. The same happens if the folder contains
  * a file with exactly the name of the document. A failure then leaves a part of the new bytes; the
@@ -351,8 +352,8 @@ enum {
  * @return VU_ALREADY: the version existed when the call began, and VU_REPLACE is not set.
  *   VU_PARTLY_DONE: the version is stored, but something beside it failed, for example removing old
  *   parts. VU_FAILED: the old version is unchanged. Exception: after an I/O error, and on Windows
- *   while another handle has the old file open, the new version can have replaced it. Each of them
- *   is complete, unless it was written in place.
+ *   while another handle has the old file open, the new version can have replaced it. In both
+ *   cases the version is complete, unless it was written in place.
  *
  * Waits for readers and writers of the index; in place also for those of the document. Replacing a
  * version of VU_AREA_USER also waits for those of the category files in its folder.

@@ -130,7 +130,7 @@ struct key {
   vu::area area = vu::area::docs;  ///< its area
   std::string owner;               ///< a user or a domain; empty where owners share folders
   std::string name;                ///< the logical name, with its extension
-  std::int64_t version = 0;        ///< 0 to 2147483647, any number of the caller's; or vu::latest
+  std::int64_t version = 0;        ///< 0 to 2147483647, as the caller chooses; or vu::latest
 
   friend bool operator==(const key& a, const key& b) {
     return a.area == b.area && a.owner == b.owner && a.name == b.name && a.version == b.version;

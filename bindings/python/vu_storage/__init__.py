@@ -160,7 +160,7 @@ class Key:
     name: str
     """The logical name, with its extension."""
     version: int = 0
-    """0 to 2147483647, any number of the caller's; or LATEST."""
+    """0 to 2147483647, as the caller chooses; or LATEST."""
 
     def _document(self) -> _c.Document:
         return _c.Document(
