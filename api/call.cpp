@@ -12,7 +12,7 @@
 namespace api {
 namespace {
 
-/// The start of the warning for a save that could not begin. Here it is a failure.
+/// The start of the warning for a save that could not begin. Here it counts as a failure.
 constexpr std::string_view kNotSaved = "STGIndex::~STGIndex(): Unable to create/update index.dat";
 
 std::string_view without_line_end(std::string_view text) {

@@ -68,8 +68,7 @@ class Call final : public trace::Listener {
 
   const char* operation() const { return m_operation; }
   static Call& current() noexcept;
-  /// Sets the time after which no lock is waited for, until the end of the call. @param wait_ms not
-  /// 0; see vu_settings.
+  /// Limits how long this call waits for locks. @param wait_ms not 0; see vu_settings.
   void limit_waiting(std::int64_t wait_ms) noexcept;
   /// Call it when the requested change is made. After it, a refused lock no longer changes the
   /// status to VU_LOCK_TIMEOUT. The limit still applies.
@@ -101,7 +100,7 @@ class Call final : public trace::Listener {
   std::optional<LockLimit> m_limit;
 };
 
-/// Exists while a callback runs. The results of calls that the callback makes do not replace the
+/// Exists while a callback runs. The callback can make calls. Their results do not replace the
 /// problem of the outer call, and the limit of the outer call does not apply to them.
 class Pause {
  public:
@@ -150,7 +149,7 @@ void check_size(const void* structure, std::size_t told, std::size_t known);
 /// VU_DONE; VU_PARTLY_DONE if something was refused although the operation returned success.
 vu_status done_unless_told();
 /// The status of an operation that returned no success: VU_FAILED if a failure was traced.
-/// @throws Refusal with @p otherwise and @p text if none was.
+/// @throws Refusal with @p otherwise and @p text if no failure was traced.
 vu_status failed_or(vu_status otherwise, const char* text, const std::string& path = {});
 
 /// Returns a text in the caller's buffer, as the head of vu/storage.h says.

@@ -118,7 +118,7 @@ bool is_opened_anew(const Address& address, vu_file& file) {
   if (is_named && is_cut) return true;
   const bool is_nobodys = !is_named && Call::current().failures() == failures_before;
   file.close();
-  // Never a file if the system cannot tell whose it is.
+  // A file stays if the system cannot tell which entry names it.
   if (is_nobodys && is_cut) vu_file::remove(path);
   return false;
 }

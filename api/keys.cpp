@@ -105,7 +105,7 @@ vu_status each(const KeyFile& from, vu_line_visitor visit, void* context) {
   return VU_DONE;
 }
 
-/// The lines with a new value for a name, or, without a value, without the lines of that name.
+/// The lines after a change: a new value for the name or, without a value, no line of that name.
 /// @return nothing if there is no line to remove.
 std::optional<STG::NameValueSeq> changed(const STG::NameValueSeq& lines, const std::string& name,
                                          const std::optional<std::string>& value) {

@@ -94,7 +94,7 @@ const char* why_refused(std::string_view name, std::uint8_t characters) {
     return "the index uses this name";
   if (name.front() == '.' && name.starts_with(kStagedPrefix))
     return "the library uses this prefix for temporary names";
-  // The library also looks for a file with this name; Windows gives more names a meaning.
+  // The library also looks for a file with this name. On Windows more names have a special meaning.
   return is_windows() ? why_no_windows_name(name, characters) : nullptr;
 }
 

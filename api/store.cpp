@@ -59,7 +59,7 @@ bool find_folder(const Address& address, bool create, std::string& folder) {
                                                     folder, create))
       return true;
     if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
-    // `folder` is now the first folder that it did not find.
+    // `folder` is now the first folder that the operation did not find.
     if (!is_there(folder)) return false;
   }
   throw Refusal{VU_FAILED, "the folder appeared and disappeared during the call; call again",
