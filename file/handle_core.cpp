@@ -225,7 +225,7 @@ void HandleCore::read(unsigned char*& buffer, unsigned int& length) {
     fail_read(status.code());
   }
   length = static_cast<unsigned int>(done);
-  // Required: the terminator is at the requested count. After a shorter read there is a gap before.
+  // Required: the terminator is at the requested count. A shorter read leaves a gap before it.
   buffer[count] = 0;
 }
 

@@ -39,7 +39,7 @@ struct Marks {
     return place[marks[0].at] == marks[0].byte && place[marks[1].at] == marks[1].byte &&
            place[marks[2].at] == marks[2].byte;
   }
-  /// Whether they fit at one of the kStep positions from @p first on. All are within the text.
+  /// Whether the marks fit at one of the kStep positions from @p first on, all within the text.
   bool fit_somewhere(const char* first) const {
     const char* const one = first + marks[0].at;
     const char* const two = first + marks[1].at;

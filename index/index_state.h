@@ -199,7 +199,7 @@ class IndexState {
   /// The change of a key or of a physical name. A new one begins with the current value.
   Changes::iterator change_of_key(std::string_view key);
   Changes::iterator change_of_stored_name(std::string_view stored);
-  /// Leads the physical name to the key, unless it leads to a key already.
+  /// Maps the physical name to the key, unless it is mapped to a key already.
   void lead_back(std::string_view stored, std::string_view key);
   /// Empties both changes.
   static Taken take_out(Changes::iterator by_key,

@@ -107,7 +107,7 @@ bool is_number(std::string_view text) {
   return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-/// Whether a process is ending or gone: its locks end without help. The system shows the files of
+/// Whether a process is ending or gone, so that its locks end soon. The system shows the files of
 /// such a process only to the superuser, whoever owned it.
 bool is_ending(const std::string& process) {
   const std::string stat = whole_text("/proc/" + process + "/stat");

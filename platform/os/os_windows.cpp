@@ -353,7 +353,7 @@ Status write(Handle handle, const void* data, std::size_t count, std::size_t& do
 }
 
 Status seek(Handle handle, std::int32_t distance, std::int16_t method) {
-  // With an upper half the new position may be beyond 4 GB, like the end of a large file.
+  // With the upper half the new position can be beyond 4 GB.
   LONG high = distance < 0 ? -1 : 0;
   SetLastError(NO_ERROR);
   const DWORD low =

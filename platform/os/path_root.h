@@ -4,8 +4,8 @@
 #include <string_view>
 
 /// @file
-/// The roots of Windows paths, as pure text: the part of a path that keeps its separator when the
-/// separators at the end are dropped.
+/// The roots of Windows paths, as pure text. When the separators at the end of a path are dropped,
+/// its root keeps its own.
 namespace os {
 
 namespace root_text {
