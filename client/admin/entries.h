@@ -18,7 +18,7 @@ namespace admin {
 enum class EntryState : std::uint8_t {
   kIndexed,    ///< a valid entry
   kUnindexed,  ///< an orphan
-  kMissing,    ///< a dangling entry, or one whose file has the other of its two names
+  kMissing,    ///< a dangling entry, or its file has the other one of two names
 };
 std::string_view name_of(EntryState state);
 

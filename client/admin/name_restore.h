@@ -65,7 +65,7 @@ struct RestoredName {
   std::string stored;
   std::string file;
   std::string renamed_from;  ///< the file's name since its adoption, if that changed it; else empty
-  std::string reason;        ///< of all but kRestored
+  std::string reason;        ///< why; empty for kRestored
 };
 
 /// The changes of one folder.

@@ -14,7 +14,7 @@ namespace admin {
 
 namespace {
 
-/// How often to repeat a check that a cache can falsify, in each direction.
+/// Rounds of a check in each direction. It is repeated because a cache can falsify one round.
 constexpr int kRounds = 5;
 /// Long ago, so it differs from the present time of any clock.
 constexpr std::int64_t kOldTime = 1'000'000'000;

@@ -96,7 +96,7 @@ bool is_device(std::string_view name) {
 /// Classes of bytes. For nearly all names, one pass over the bytes is enough.
 enum ByteClass : unsigned char {
   kUnsafeByte = 1,       ///< changes the meaning of a path that contains the name
-  kNotPortableByte = 2,  ///< needs a closer check before the name is portable
+  kNotPortableByte = 2,  ///< the name may not be portable; a closer check decides
   kHasCase = 4,          ///< may have another letter case
 };
 

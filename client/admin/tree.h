@@ -50,8 +50,8 @@ struct Tree {
 /// @param why the reason then.
 std::optional<Tree> locate(const Place& place, std::string& why);
 
-/// Guesses the layout from the names in a tree: flat if an area folder itself contains an index, or
-/// if "docs" contains buckets; else by owner.
+/// Guesses the layout from the names in a tree. Flat: an area folder itself contains an index, or
+/// "docs" contains buckets. All others are by owner.
 Layout guess_layout(const std::string& storage);
 
 /// Whether the name has the form of a bucket: eight to ten digits.
