@@ -17,9 +17,9 @@
 /// - to check all lines: one listing of the folder and a flat table of its names;
 /// - to look up one name: a search of the text and a check of the file;
 /// - before a change: an exclusive lock and a second read of the text;
-/// - a save that is safe against a kill and a power failure at any moment: write and flush the
-///   change after the old text, overwrite the "/" of old lines at page edges by blanks, write the
-///   new text in place, write the "/" of its lines at page edges last, flush, truncate;
+/// - a save that is safe against a kill and a power failure at any moment. It writes and flushes
+///   the change after the old text. It overwrites the "/" of old lines at page edges by blanks. It
+///   writes the new text in place, with the "/" at page edges last, flushes and truncates;
 /// - a flush of the counter and of the file of a new document.
 ///
 /// A map is built only where it is the result. Its names are sorted before, because that is faster

@@ -94,7 +94,7 @@ Choice Replay::choose(const Interleaving& interleaving, int current, const std::
 // ------------------------------------------------------------------------------------------------
 
 bool Explorer::next() {
-  // The run ended before the point at which it should change.
+  // The last run ended before its last branch: it did not repeat the earlier calls.
   if (m_depth < m_branches.size()) m_is_unrepeatable = true;
   if (m_runs != 0) {
     std::optional<Branch> behind;

@@ -17,7 +17,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// @param without cases that need the documents of the sources, which the kit does not contain.
+/// @param without the cases to omit: they need files of the sources that the kit does not contain.
 Suite cases(const char* name, const char* what, std::chrono::seconds limit,
             const char* without = "") {
   return {name, what, name, {}, without, Kind::kCases, limit};

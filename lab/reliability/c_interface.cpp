@@ -408,7 +408,7 @@ class CInterface {
     if (is_question(what)) return;
     std::string wrong;
     if (!ends_half_way(what)) wrong = between(before, after, now, what);
-    // A clean reports what it kept by its count.
+    // A clean returns VU_DONE also if a version stays: only its count shows that.
     const bool is_complete = now_told.status == VU_DONE && what.rfind("vu_clean", 0) != 0;
     if (wrong.empty() && is_complete) wrong = difference(after, now);
     if (!wrong.empty()) m_run.fail(what + ": returns " + answer + ", and leaves the tree " + wrong);

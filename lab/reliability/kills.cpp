@@ -363,7 +363,7 @@ class MailFolder {
     const std::string list = read_file(folder() + "\\read.txt");
     if (list == m_old_list || list == m_new_list) return;
     if (m_list_was_cut) return;
-    // A name whose change was lost stays escaped. A truncated list is the beginning of such a list.
+    // If a change is lost, its name stays escaped. The list may also be cut after any byte.
     if (!is_beginning_of_lines(list)) m_run.fail(when + ": the read list contains foreign bytes");
     if (lines_of(list) < kMails) {
       ++m_windows["the read list, empty or cut short"];

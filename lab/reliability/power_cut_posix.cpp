@@ -373,7 +373,7 @@ void take(const std::string& line, const std::string& disk, Run& run, Found& fou
 
 enum class Flushes : std::uint8_t { kDone, kFaulty };
 
-/// All file systems at the same time. With faulty flushes until an entry is lost or corrupt.
+/// Tests all file systems at the same time. Faulty flushes: stops when an entry is lost or corrupt.
 Found cut_many(Run& run, std::uint64_t count, const std::string& budget, Flushes flushes) {
   Found found;
   struct Bench {

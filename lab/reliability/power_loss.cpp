@@ -35,7 +35,7 @@ constexpr std::size_t kDepths = 3;
 /// The number of images of the index alone and of the whole tree at one moment, by interruption.
 constexpr std::array<std::size_t, kDepths> kOfIndex = {24, 8, 6};
 constexpr std::array<std::size_t, kDepths> kOfTree = {2, 1, 1};
-/// One whole image of this number is written to a real folder, and the library reads it.
+/// One in this many whole images is written to a real folder, and the library reads it.
 constexpr std::uint64_t kAsked = 12;
 
 /// The injected defect of the save.

@@ -164,7 +164,7 @@ std::string store(const SequenceStep& step) {
   vu_file file;
   bool result = true;
   const long stamp = wide(step.stamp, step);
-  // Odd ways use the form without a result, and the form with UTF-8 names.
+  // An odd step.way uses the form without a result, or the form with UTF-8 names.
   if (step.way % 2 == 0) {
     result = storage.OpenWrite2(file, step.owner, step.name, type_of(step), step.flag, stamp);
   } else if (step.way % 4 == 1) {

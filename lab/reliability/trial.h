@@ -139,8 +139,8 @@ class Trial {
 
 /// Runs of one operation in one setting, each with another fault. Each counts as one run.
 using Disturbances = std::vector<std::function<void()>>;
-/// Runs all of them, for one operation after the other. If the run has a count, it picks a random
-/// operation and setting again and again, and runs some of them.
+/// Runs all disturbances of each operation and setting. If the run has a count, it instead picks a
+/// random operation and setting and runs some of its disturbances, until the run ends.
 void go_through(Run& run, std::size_t operations,
                 const std::function<Disturbances(std::size_t, const Setting&)>& disturbances_of);
 
