@@ -335,7 +335,8 @@ enum {
  *
  * Storing is atomic: the bytes go to a new file, then one save of the index gives this file to the
  * version. Until that save readers get the old version. A call that fails leaves the old version
- * unchanged, except as VU_FAILED says below. The head of this file lists what an interruption leaves.
+ * unchanged; VU_FAILED below has exceptions. The head of this file lists what an interruption
+ * leaves.
  *
  * With VU_IN_PLACE the file is emptied and written instead. The same happens if the folder contains
  * a file with exactly the name of the document. A failure then leaves a part of the new bytes; the
