@@ -39,7 +39,7 @@ VU_STORAGE_TYPES_BEGIN
 /// NUL to the narrow form.
 ///
 /// Errors: an operation traces a failure under the source name "vu_storage" and returns false, 1 (0
-/// is success), -1 or a closed file. Exceptions that leave an operation are named with it. "Those
+/// is success), -1 or a closed file. Each operation lists the exceptions that leave it. "Those
 /// of the initialisation" are the exceptions of vu_host::temporary_files; they occur only while the
 /// storage is not initialised. An operation that fails to open a file leaves the caller's handle
 /// closed. If the index of a folder cannot be saved, for example on a full disk, the change is lost
@@ -188,8 +188,8 @@ class VU_STORAGE_API vu_storage {
   /// @param data the bytes.
   void Write(vu_file& file, const std::string& data);
   /// Closes a file. What was written to it is on the device when this returns, unless the system
-  /// refused to write it. That failure is only traced, as an error ("Can't flush buffers"): a
-  /// program that must know it needs a trace sink.
+  /// refused to write it. That failure is only traced, as an error ("Can't flush buffers"). To
+  /// detect it, install a trace sink (vu_host::install()).
   /// @param file open or closed; always closed afterwards.
   /// @throws those of the initialisation (see the class) except vu_file_except, which is traced.
   /// @blocking{while the system writes the file to the device; for no lock}
