@@ -86,7 +86,7 @@ std::size_t find_key(std::string_view text, std::string_view wanted, std::size_t
   const std::size_t slash = wanted.size() - 1;
   Marks marks;
   marks.marks.fill({slash, '/'});
-  // A shorter text is not a key, but may precede a "/" as well.
+  // A shorter text is not a key, but a line can have it before its "/".
   if (slash >= kStampLength) {
     const std::size_t in_name = end_of_stem(logical_of(wanted.substr(0, slash)))[0];
     marks.marks[1] = {slash - 1, wanted[slash - 1]};

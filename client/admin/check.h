@@ -57,7 +57,7 @@ inline constexpr std::size_t kCodes = 37;
 
 enum class Severity : std::uint8_t {
   kInfo,     ///< a problem only for a strict check
-  kWarning,  ///< something does not work as it seems to
+  kWarning,  ///< something behaves differently from what users expect
   kError,    ///< data or names are lost, or will be
 };
 std::string_view name_of(Severity severity);

@@ -32,7 +32,7 @@ struct NewVersion {
   std::string replaces;
   Fate fate = Fate::kPending;
   std::string file;    ///< of kStored: its name in the folder
-  std::string reason;  ///< of the other fates; of kLocked: the path
+  std::string reason;  ///< why it was not stored; with kLocked the path of the locked file
 };
 
 /// Stores versions of one folder, with one load and one save of its index:

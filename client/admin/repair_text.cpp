@@ -339,7 +339,7 @@ class RestoredText {
   /// Adds a damaged line, unless all its keys are in restored lines or entries.
   void add_rest(std::string_view raw) {
     const bool has_zeros = raw.find('\0') != std::string_view::npos;
-    // While names are still lost, zeros are the only evidence of it. Otherwise they can go.
+    // If names are still lost, the zeros stay as the only evidence. Otherwise they are dropped.
     if (has_zeros && !m_keeps_zeros) return;
     std::string rest = has_zeros ? std::string(raw) : cleaned(raw);
     if (rest.empty() || (!has_zeros && is_told(rest))) return;

@@ -165,7 +165,7 @@ struct ForecastOptions {
 
 /// The age limit that reduces the size to a target.
 struct LimitFor {
-  /// The longest limit that reduces enough: in whole days; below two days in hours or seconds.
+  /// The longest limit that reaches the target: in whole days; below two days in hours or seconds.
   /// Nothing if no limit is needed, or if the youngest versions alone are too large.
   std::optional<std::int64_t> limit;
   Loss loss;                 ///< what is removed with it

@@ -244,9 +244,9 @@ enum class CopiedTime : std::uint8_t {
   kRefused,  ///< the target belongs to another account: its time is that of the copy
 };
 
-/// The functions of the system. Callers use them as os::open() and so on. Tests put a layer with
-/// functions of the same names in between: its own os.h is found first, defines VU_OS_LAYER and
-/// includes this one.
+/// The functions of the system. Callers use them as os::open() and so on. Tests insert a layer with
+/// functions of the same names. The compiler finds the layer's os.h first; that file defines
+/// VU_OS_LAYER and includes this one.
 namespace sys {
 
 // ---- files -----------------------------------------------------------------------------------
