@@ -1,11 +1,12 @@
 // Measures the time per operation for growing numbers of documents: storage_growth FOLDER DATA
 //
-// Two trees grow below FOLDER, in the library's layout: 1,000 to 1,000,000 documents of one owner
-// in the hash buckets, and a mail folder of 100 to 100,000 documents. The program creates empty
-// files and writes "index.dat" and the counters directly. At each size it checks a sample with the
-// library: the document is found under its file name, and the list has the right length. It times
-// each operation in milliseconds and takes the best of several calls, because other work can
-// interrupt a call. DATA gets a block of lines for each tree and operation, for growth.gp:
+// Two trees grow below FOLDER, in the library's layout. One has 1,000 to 1,000,000 documents of one
+// owner in the hash buckets. The other is a mail folder of 100 to 100,000 documents. The program
+// creates empty files and writes "index.dat" and the counters directly. At each size it checks a
+// sample with the library: the document is found under its file name, and the list has the right
+// length. It times each operation in milliseconds and takes the best of several calls, because
+// other work can interrupt a call. DATA gets a block of lines for each tree and operation, for
+// growth.gp:
 //
 //   documents  milliseconds
 //

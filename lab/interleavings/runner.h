@@ -25,8 +25,8 @@ struct Finding {
 
 struct Explored {
   std::uint64_t schedules = 0;  ///< schedules that were run
-  std::uint64_t cut = 0;        ///< omitted, each with all that begin like it
-  std::uint64_t redundant = 0;  ///< schedules that were run, with effects of another one
+  std::uint64_t cut = 0;        ///< omitted beginnings; each omits all schedules with it
+  std::uint64_t redundant = 0;  ///< run, but equal in effect to another schedule
   std::uint64_t calls = 0;      ///< in all runs
   std::set<std::string> ends;   ///< all ends in words: results and facts
   std::map<std::string, std::uint64_t> races;  ///< how many schedules each explains

@@ -265,7 +265,7 @@ std::vector<std::string> complaints(const std::string& operation, const Way& way
     found.push_back(std::string("ended with ") + reliability::name_of(outcome.end));
   }
   const std::string words = stated_trace(operation, way, call);
-  // In a save an exception of a flush may pass, as that of a write may; before a close it may not.
+  // In a save, the exception of a failed flush may pass. Before a close it may not.
   const bool may_pass =
       call == Call::flush && way.kind == Kind::kException &&
       (outcome.end != Outcome::End::kReturned || says_something(outcome, usual.outcome));

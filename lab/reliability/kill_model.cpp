@@ -324,8 +324,8 @@ class Check {
     holds(key, entry->stored, bytes);
   }
 
-  /// The order of a rename: the new file gets the bytes; the new line replaces the old one, and the
-  /// line of a replaced entry; the old files are removed.
+  /// The order of a rename: first the new file gets the bytes. Then the new line replaces the old
+  /// one, and the line of a replaced entry. Then the old files are removed.
   void check_renamed() {
     const std::string from = m_killed->key();
     const std::string to = m_killed->new_key();

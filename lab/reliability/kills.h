@@ -92,7 +92,7 @@ enum class Depth : std::uint8_t { kSizes, kEveryByte };
 struct Findings {
   std::vector<std::string> wrong;
   std::vector<std::string> windows;  ///< states that a kill may leave
-  /// The text is the index text of neither the old entries nor the current ones.
+  /// The text of the index is not that of the old entries, and not that of the current ones.
   bool index_is_in_the_middle = false;
   Model now;  ///< the content of the folder
 };

@@ -145,7 +145,7 @@ std::string clean(const SequenceStep& step, World& world, BothSides& sides) {
   return std::to_string(count) + " " + text_of(texts);
 }
 
-// ---- what others do, in memory and on the ground ------------------------------------------------
+// ---- changes by other programs, in memory and on disk -------------------------------------------
 
 /// Creates a folder and the missing folders above it.
 void ensure(World& world, const std::string& path) {
