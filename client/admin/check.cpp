@@ -35,10 +35,10 @@ constexpr std::array<FindingKind, kCodes> kKinds = {{
      "the lines of index.dat are not sorted by key. The library sorts them when it writes",
      "nothing to do: the next save sorts them"},
     {Code::kEmptyIndex, "empty-index", kError,
-     "index.dat has no bytes, or only zeros. The library never leaves it so: a writer was "
-     "interrupted, and the logical names are lost",
-     "restore it with 'stgctl index restore' or from a backup, before any program writes to the "
-     "folder"},
+     "index.dat has no bytes, or only zeros: the first save of the folder was interrupted, or the "
+     "logical names are lost",
+     "if the folder had names, restore it with 'stgctl index restore' or from a backup before any "
+     "program writes to the folder"},
     {Code::kMissingIndex, "missing-index", kWarning, "the folder has files but no index.dat",
      "restore it with 'stgctl index restore', or adopt the files with 'stgctl sync'"},
     {Code::kUnreadableIndex, "unreadable-index", kError, "index.dat cannot be read",
