@@ -126,7 +126,8 @@ void cutting(const std::string& path) {
   vu_file::split(name, extension);
   const std::string with_dot = model::extension_with_dot(path);
   require_equal(path.substr(0, path.size() - with_dot.size()), name, "the name before the dot");
-  require_equal(with_dot.empty() ? "kept" : with_dot.substr(1), extension, "what split() gives");
+  require_equal(with_dot.empty() ? "kept" : with_dot.substr(1), extension,
+                "the extension from split()");
   require_equal(model::extension(path), vu_file::getExtension(path), "the extension");
 }
 

@@ -50,7 +50,7 @@ std::vector<std::string> lines_of(const std::string& target) {
 
 class FuzzCorpus : public testing::TestWithParam<fuzz::Target> {};
 
-TEST_P(FuzzCorpus, HoldsNoFinding) {
+TEST_P(FuzzCorpus, HasNoFinding) {
   const fuzz::Target target = GetParam();
   const std::vector<std::string> lines = lines_of(target.name);
   ASSERT_FALSE(lines.empty());
@@ -76,7 +76,7 @@ TEST(FuzzCorpusLine, DecodesToBytes) {
                                                                 9));
 }
 
-TEST(FuzzTarget, ThatFindsSomethingSaysSo) {
+TEST(FuzzTarget, ReportsAFinding) {
   EXPECT_THROW(fuzz::require(false, "never"), fuzz::Finding);
   EXPECT_THROW(fuzz::require_equal("a", "b", "letters"), fuzz::Finding);
   EXPECT_NO_THROW(fuzz::require_equal("a", "a", "letters"));

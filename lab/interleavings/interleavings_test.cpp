@@ -64,7 +64,7 @@ TEST(InterleavingsView, ShowsTheStateOfAnIndex) {
   EXPECT_EQ(facts_of(tree)["storage/user/bert: index"], "none");
 }
 
-TEST(InterleavingsView, CountsLooseFilesOfTheSameBytes) {
+TEST(InterleavingsView, CountsOrphansWithTheSameBytes) {
   Tree tree = tree_for(Setup::kTidy);
   add_file(tree, std::string(kBert) + "00000007.kdb", "x", 0);
   add_file(tree, std::string(kBert) + "00000008.kdb", "x", 0);
@@ -87,7 +87,7 @@ TEST(InterleavingsView, HidesTheNumberOfAFile) {
 constexpr const char* kFirst = "storage/user/anna: new.kdb_0000000000";
 constexpr const char* kSecond = "storage/user/anna: newer.kdb_0000000000";
 
-TEST(InterleavingsJudge, MissesWhatOneHasMadeWhenTheOtherOneDies) {
+TEST(InterleavingsJudge, FindsALostEntryAfterAKill) {
   const Combination combination = combination_from("create + create, other-new, tidy, off");
   const Outcome both{{"a", "b"}, {{kFirst, ""}, {kSecond, ""}}, {false, false}};
   const Outcome without_a{{"", "b"}, {{kSecond, ""}}, {true, false}};
@@ -101,7 +101,7 @@ TEST(InterleavingsJudge, MissesWhatOneHasMadeWhenTheOtherOneDies) {
   EXPECT_NE(judge.judge({{"a", "b"}, {{kSecond, ""}}, {false, false}}).wrong, "");
 }
 
-TEST(InterleavingsJudge, MissesALineWhereTwoMakeOneEntry) {
+TEST(InterleavingsJudge, FindsALostLineAfterTwoCreationsOfOneEntry) {
   const Combination combination = combination_from("create + create, same-new, tidy, off");
   const Judge judge(combination, {}, {{{"a", "a"}, {{kFirst, ""}}, {false, false}}});
   const std::string loose = "storage/user/anna: loose .kdb ''";
@@ -133,7 +133,7 @@ TEST(InterleavingsJudge, FindsAResultThatNoStoryDescribes) {
   }
 }
 
-TEST(InterleavingsRaces, AreStoriesOfThePage) {
+TEST(InterleavingsRaces, HaveAStoryInTheGuide) {
   const std::string page = read_file(VU_TEST_DOCS "/concurrency.md");
   for (const Race& each : accepted_races()) {
     const bool is_told = page.find("\n### " + each.story + "\n") != std::string::npos ||
@@ -215,14 +215,14 @@ std::set<std::string> counts(const Bounds& bounds, std::uint64_t& runs) {
   return ends;
 }
 
-TEST(InterleavingsLayer, MeetsALostUpdateWithOnePreemption) {
+TEST(InterleavingsLayer, FindsALostUpdateWithOnePreemption) {
   std::uint64_t runs = 0;
   EXPECT_EQ(counts({.preemptions = 0}, runs), (std::set<std::string>{"2"}));
   EXPECT_EQ(runs, 2U);
   EXPECT_EQ(counts({.preemptions = 1}, runs), (std::set<std::string>{"1", "2"}));
 }
 
-TEST(InterleavingsLayer, EndsAProcessWithItsLocks) {
+TEST(InterleavingsLayer, ReleasesTheLocksOfAKilledProcess) {
   const scratch_folder scratch;
   const std::string path = scratch.path("a");
   const auto hold = [&] {
@@ -272,7 +272,7 @@ TEST(InterleavingsLayer, KnowsWhichCallsTouchEachOther) {
   EXPECT_TRUE(are_dependent(shared, exclusive));
 }
 
-TEST(InterleavingsLayer, ReadsTheTextOfASchedule) {
+TEST(InterleavingsLayer, ParsesTheTextOfASchedule) {
   for (const char* const text : {"A12 B5 A B", "A3x B", "C B1 A"})
     EXPECT_EQ(in_text(schedule_from(text)), text);
 }
@@ -308,7 +308,7 @@ bool dies_while_another_waits(const std::vector<Event>& events) {
              end;
 }
 
-TEST(InterleavingsLayer, EndsAProcessForWhichAnotherOneWaits) {
+TEST(InterleavingsLayer, KillsAProcessForWhichAnotherOneWaits) {
   const scratch_folder scratch;
   const std::string path = scratch.path("a");
   bool is_met = false;
@@ -373,7 +373,7 @@ std::set<std::string> ends_of_three(Reduction reduction, std::uint64_t& runs) {
   return ends;
 }
 
-TEST(InterleavingsLayer, LeavesOutNothingOfThreeThatDiffers) {
+TEST(InterleavingsLayer, OmitsNoDifferentScheduleOfThree) {
   std::uint64_t reduced = 0;
   std::uint64_t all = 0;
   const std::set<std::string> ends = ends_of_three(Reduction::kOn, reduced);
@@ -428,7 +428,7 @@ class Interleavings : public testing::Test {
   Runner m_runner;
 };
 
-TEST_F(Interleavings, EndAsTheyDoWithoutTheReduction) {
+TEST_F(Interleavings, HaveTheSameEndsWithoutTheReduction) {
   std::vector<std::pair<const char*, int>> pairs = {{"exists + remove, same, tidy, off", kDeep},
                                                     {"read + write, same, tidy, off", 1}};
 #if !defined(_WIN32)
@@ -443,24 +443,24 @@ TEST_F(Interleavings, EndAsTheyDoWithoutTheReduction) {
   }
 }
 
-TEST_F(Interleavings, OfOtherFoldersTouchNothingOfEachOther) {
+TEST_F(Interleavings, InTwoFoldersDoNotTouchEachOther) {
   const Explored explored = explore("write + remove, other-folder, tidy, off");
   EXPECT_EQ(explored.ends.size(), 1U);
 }
 
-TEST_F(Interleavings, OfTwoThatCreateDifferentEntriesKeepBoth) {
+TEST_F(Interleavings, OfTwoCreationsKeepBothEntries) {
   const Explored explored = explore("create + create, other-new, tidy, off");
   EXPECT_TRUE(explored.races.empty());
 }
 
-TEST_F(Interleavings, OfTwoThatCreateOneEntryLeaveOneLine) {
+TEST_F(Interleavings, OfTwoCreationsOfOneEntryLeaveOneLine) {
   const Explored explored = explore("create + create, same-new, tidy, off");
   EXPECT_GT(explored.races.count("same-entry"), 0U);
 }
 
 class InterleavingsOf : public Interleavings, public testing::WithParamInterface<const char*> {};
 
-TEST_P(InterleavingsOf, TwoEndAsTheyMay) { explore(GetParam(), {.preemptions = 1}); }
+TEST_P(InterleavingsOf, TwoEndAsAllowed) { explore(GetParam(), {.preemptions = 1}); }
 
 INSTANTIATE_TEST_SUITE_P(
     Selection, InterleavingsOf,
@@ -485,11 +485,11 @@ TEST_F(Interleavings, WithOneKilledProcessEndInAnAllowedState) {
 }
 
 // The entry exists all the time, before and after the rename.
-TEST_F(Interleavings, OfAQuestionAndARenameOntoItsEntryAnswerYes) {
+TEST_F(Interleavings, OfExistsAndARenameOntoItsEntryFindTheEntry) {
   EXPECT_TRUE(explore("rename-onto + exists, other, tidy, off").races.empty());
 }
 
-TEST_F(Interleavings, OfAWriterOfNewEntriesAndARenameOntoItsEntryReplaceNothing) {
+TEST_F(Interleavings, OfAWriteAndARenameOntoItsEntryReplaceNothing) {
   EXPECT_TRUE(explore("rename-onto + write-new, other, tidy, off").races.empty());
 }
 
@@ -544,7 +544,7 @@ TEST_F(Interleavings, ThatDeadlockAreReportedWithASchedule) {
 }
 
 /// With the same schedule, threads and processes make the same calls, with the same results.
-TEST_F(Interleavings, AreHeldByProcessesAsTheyAreByThreads) {
+TEST_F(Interleavings, AreTheSameForProcessesAndThreads) {
   const char* const trio = "create + write + names, other, tidy, off";
   const char* const other = "rename + remove + read, same, tidy, off";
   std::vector<std::pair<const char*, const char*>> led = {{trio, "A20 B12 C A B"},

@@ -261,7 +261,7 @@ void checkers(Run& run) {
       run.counted(1);
     }
   }
-  run.figure("kinds of corruption that are told apart", complaints);
+  run.figure("kinds of corruption that are distinguished", complaints);
 }
 REGISTER_SUITE(checkers, "checkers",
                "the checker of the kill suites detects every kind of corruption", "cases", 0,

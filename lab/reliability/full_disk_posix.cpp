@@ -481,7 +481,8 @@ void full_disk(Run& run) {
   }
   FullDisk(run, disk).run();
 }
-REGISTER_SUITE(full_disk, "full-disk", "operations with 0 to 64 KB left, alone and beside a writer",
+REGISTER_SUITE(full_disk, "full-disk",
+               "operations with 0 to 64 KB of free space, alone and with another writer",
                "operations", 0, Scratch::kMemory)
 
 }  // namespace

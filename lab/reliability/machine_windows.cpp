@@ -157,7 +157,8 @@ namespace reliability {
 namespace {
 
 void full_disk(Run& run) { run.not_run("this system has no file system of a chosen size"); }
-REGISTER_SUITE(full_disk, "full-disk", "operations with 0 to 64 KB left, alone and beside a writer",
+REGISTER_SUITE(full_disk, "full-disk",
+               "operations with 0 to 64 KB of free space, alone and with another writer",
                "operations", 0, Scratch::kMemory)
 
 void read_only(Run& run) {

@@ -97,7 +97,7 @@ const Suite& suite_called(const std::string& name) {
   const auto found = std::find_if(suites().begin(), suites().end(),
                                   [&](const Suite& each) { return each.name == name; });
   if (found == suites().end()) {
-    throw std::invalid_argument("no suite is called '" + name + "'; --list names them");
+    throw std::invalid_argument("unknown suite '" + name + "'; --list shows the suites");
   }
   return *found;
 }
@@ -140,7 +140,7 @@ int run_suite(const Options& options) {
   try {
     suite.function(run);
   } catch (const std::exception& e) {
-    run.fail(std::string("the suite threw:  ") + e.what());
+    run.fail(std::string("the suite threw: ") + e.what());
   }
   return report(suite, run);
 }

@@ -98,7 +98,7 @@ class Comparison {
     const bool is = m_now.count(path) != 0;
     if (is && !was && !will_be) wrong("a folder that no operation creates:  " + path);
     if (!is && was && will_be && m_by == Disturbance::kNoAge) {
-      return window("a folder beside a document that was removed");
+      return window("a folder of a document that was removed");
     }
     if (!is && was && will_be) wrong("a folder is gone: " + path);
   }
