@@ -537,7 +537,7 @@ TEST_F(Interleavings, ThatDeadlockAreReportedWithASchedule) {
   ASSERT_FALSE(explored.findings.empty());
   const Finding& first = explored.findings.front();
   EXPECT_EQ(first.what,
-            "deadlock:  "
+            "deadlock: "
             "A waits at: lock (exclusive) plain/two.txt, held by B (exclusive); "
             "B waits at: lock (exclusive) plain/one.txt, held by A (exclusive)");
   EXPECT_EQ(m_runner.replay(combination, first.schedule).what, first.what);

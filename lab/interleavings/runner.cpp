@@ -65,7 +65,7 @@ Runner::Run Runner::run(const Combination& combination, Scheduler& scheduler,
   const bool have_all_ended = result.deadlock.empty();
   run.schedule =
       schedule_of(run.events, have_all_ended ? LastSlice::kToItsEnd : LastSlice::kAsMade);
-  if (!have_all_ended) run.ended_badly = "deadlock:  " + result.deadlock;
+  if (!have_all_ended) run.ended_badly = "deadlock: " + result.deadlock;
   run.outcome.facts = facts_of(after);
   run.outcome.killed = result.killed;
   for (std::size_t i = 0; i < result.answers.size(); ++i) {

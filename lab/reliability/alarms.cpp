@@ -199,7 +199,7 @@ void check_that_all_are_listed(Run& run) {
       ++found;
       // STGIndex has no public constructor except the copy constructor.
       if (each != "STGIndex::STGIndex" && listed.count(each) == 0) {
-        run.fail("never called:  " + each);
+        run.fail("never called: " + each);
       }
     }
   }

@@ -292,7 +292,8 @@ std::string between(const Tree& before, const Tree& after, const Tree& now,
     if (has(before, path, bytes) || has(after, path, bytes)) continue;
     const auto wanted = after.find(path);
     const bool is_part = wanted != after.end() && wanted->second.rfind(bytes, 0) == 0;
-    if (!is_part || !cuts_first(operation)) return "with odd bytes in " + path + ": " + bytes;
+    if (!is_part || !cuts_first(operation))
+      return "with unexpected bytes in " + path + ": " + bytes;
   }
   for (const auto& [path, bytes] : before) {
     if (after.count(path) != 0 && now.count(path) == 0) return "without " + path;

@@ -149,7 +149,7 @@ std::vector<Case> harm_to_the_index() {
        }},
       {"a line redirected", "redirected: b.kdb",
        [](Scenario& s) { s.set_line("b.kdb_0000000001", "00000001"); }},
-      {"a line glued from two", "invented: a.kdb_000000000b.kdb_0000000001",
+      {"a line joined from two", "invented: a.kdb_000000000b.kdb_0000000001",
        [](Scenario& s) {
          s.set_index(
              "a.kdb_0000000001/00000001\na.kdb_000000000b.kdb_0000000001/00000002\n"

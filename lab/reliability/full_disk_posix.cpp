@@ -291,7 +291,7 @@ class FullDisk {
     if (seen.raised) {
       // Even an empty file needed too much space.
       ++m_refused;
-      if (seen.after.lines.count(key) != 0) wrong(what + "an entry although  " + seen.answer);
+      if (seen.after.lines.count(key) != 0) wrong(what + "an entry although " + seen.answer);
       return;
     }
     if (seen.after.files.count(seen.answer) == 0) wrong(what + "no file " + seen.answer);

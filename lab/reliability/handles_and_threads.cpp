@@ -81,11 +81,11 @@ class HandleCycles {
     copy.close();
     std::string text;
     other.read(text, 0);
-    if (text != "text of two") m_run.fail("a late copy closed another file");
+    if (text != "text of two") m_run.fail("closing an old copy closed another file");
     File writer{Text(m_scratch.path("two"))};
     bool refused = false;
     writer.try_open(File::o_write, refused, true);
-    if (!refused) m_run.fail("a late copy took another file's lock");
+    if (!refused) m_run.fail("closing an old copy released another file's lock");
     ++m_stale;
   }
 
@@ -273,7 +273,7 @@ std::size_t work_at_once(Run& run, Folders folders, std::size_t rounds) {
       Worker worker(run, owner_of(number), number);
       for (std::size_t round = 0; round < rounds; ++round) worker.work(round);
     } catch (const vu_file_except& e) {
-      run.fail("an exception left an operation: " + e.what());
+      run.fail("an operation threw: " + e.what());
     }
   });
 
@@ -297,7 +297,7 @@ std::size_t work_at_once(Run& run, Folders folders, std::size_t rounds) {
     const FolderState state = look_at(folder);
     if (state.lines != lines) run.fail("an entry that no thread left");
     // Every file has an entry, so no document was created twice.
-    if (state.files.size() != lines.size()) run.fail("a file that no line names");
+    if (state.files.size() != lines.size()) run.fail("an orphan");
   }
   return rounds;
 }

@@ -111,7 +111,7 @@ const std::vector<Shape>& shapes() {
       {"slashes", [](std::size_t n) { return std::string(n / 16, '/'); }, nothing},
       {"slashes and line feeds", [](std::size_t n) { return repeated("/\n", n); }, nothing},
       {"one line again and again", [](std::size_t n) { return repeated(kLine, n); }, one_line},
-      {"lines of missing files", lines_of_missing_files, nothing},
+      {"dangling entries", lines_of_missing_files, nothing},
       {"any bytes", any_bytes, valid_lines},
   };
   return all;

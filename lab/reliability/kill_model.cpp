@@ -268,8 +268,8 @@ class Check {
       holds(key, *name, bytes);
     } else if (is_there(file)) {
       if (!number_is_drawn()) wrong(file + " has a number that is not drawn");
-      if (!content(file).empty()) wrong(file + " has no line yet and is not empty");
-      window("an empty file without a line");
+      if (!content(file).empty()) wrong(file + " has no entry yet and is not empty");
+      window("an empty file without an entry");
       holds_stray(file, content(file));
     } else if (number_is_drawn()) {
       window("a number drawn and not used");
@@ -302,7 +302,7 @@ class Check {
       if (content(file) != entry->content) wrong("the bytes of " + key + " have changed");
       holds(key, entry->stored, entry->content);
     } else if (m_state.index_text.find(key + "/" + entry->stored + "\n") != std::string::npos) {
-      window("a line without its file");
+      window("a dangling entry");
     }
   }
 
@@ -358,7 +358,7 @@ class Check {
     if (is_there(new_file)) {
       if (!source.content.starts_with(content(new_file)))
         wrong(new_file + " contains foreign bytes");
-      window("a copy without a line, incomplete or complete");
+      window("a copy without an entry, incomplete or complete");
       holds_stray(new_file, content(new_file));
     } else if (number_is_drawn()) {
       window("a number drawn and not used");
@@ -369,7 +369,7 @@ class Check {
   void check_left_over(const std::string& file, const std::string& bytes) {
     if (!is_there(file)) return;
     if (content(file) != bytes) wrong("the bytes of " + file + " have changed");
-    window("the old file of a renamed entry, without a line");
+    window("the old file of a renamed entry");
     holds_stray(file, bytes);
   }
 

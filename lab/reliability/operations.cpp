@@ -267,7 +267,7 @@ const char* name_of(Situation situation) {
     case Situation::kTidy:
       return "every file in the index";
     case Situation::kStrays:
-      return "files that the index does not name";
+      return "orphans in the folder";
     case Situation::kNoIndex:
       return "no index yet";
   }
@@ -349,14 +349,14 @@ bool write_silently(const Place& place) {
 }  // namespace
 
 const Operations& operations_that_cut_first() {
-  static const Operations all = {{"STGIndex::, faulty: a save that cuts first", kForNobody,
+  static const Operations all = {{"STGIndex::, faulty: a save that truncates first", kForNobody,
                                   [](const Place& p) { save_by_cutting_first(p); }}};
   return all;
 }
 
 const Operations& operations_that_leak() {
   static const Operations all = {
-      {"faulty: a reader that forgets", kForNobody, [](const Place& p) { read_and_forget(p); }}};
+      {"faulty: a reader that leaks", kForNobody, [](const Place& p) { read_and_forget(p); }}};
   return all;
 }
 

@@ -313,7 +313,7 @@ void power_loss_noticed(Run& run) {
     run.counted(inner.reached());
     std::uint64_t harm = 0;
     for (const auto& [kind, count] : found.harm) harm += count;
-    run.figure(std::string("corrupt images by  ") + what, harm);
+    run.figure(std::string("corrupt images by ") + what, harm);
     if (harm == 0) run.fail(std::string("not detected: ") + what);
   }
 }

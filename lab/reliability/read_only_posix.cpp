@@ -287,7 +287,7 @@ void ask(Run& run, const std::string& who) {
   while (const auto line = asker.next_line()) {
     if (line->rfind("asked ", 0) == 0) {
       run.counted(std::stoull(line->substr(6)));
-      run.figure("cases as  " + who, line->substr(6));
+      run.figure("cases as " + who, line->substr(6));
       return;
     }
     run.fail(*line);

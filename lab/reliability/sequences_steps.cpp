@@ -234,8 +234,8 @@ const char* const kNames[] = {"store",
                               "loadProfile",
                               "readKeysFile",
                               "writeKeysFile",
-                              "write a part",
-                              "read a part",
+                              "write a sub-part",
+                              "read a sub-part",
                               "RenameUser",
                               "RemoveUser",
                               "getAllFileList",
@@ -258,14 +258,14 @@ const char* const kNames[] = {"store",
                               "others write the index",
                               "others write the counter",
                               "others write a file",
-                              "others make a folder",
+                              "others create a folder",
                               "others erase",
                               "others set a time",
                               "others mark read-only",
                               "others write read.txt",
                               "a new process",
                               "the switch",
-                              "the stamp of parts"};
+                              "the timestamp of sub-parts"};
 static_assert(std::size(kNames) == static_cast<std::size_t>(Kind::kCount));
 
 }  // namespace

@@ -112,7 +112,7 @@ Clock::duration kill_a_holder(Run& run, Host holder_on, const std::string& name,
     return Clock::now();
   });
   if (waiting.wait_for(patience) == std::future_status::ready) {
-    run.fail("the other mount did not wait while  " + name + " was held");
+    run.fail("the other mount did not wait while " + name + " was held");
     holder.kill();
     waiting.get();
     return {};

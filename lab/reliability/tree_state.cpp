@@ -96,7 +96,7 @@ class Comparison {
     const bool was = m_before.count(path) != 0;
     const bool will_be = m_after.count(path) != 0;
     const bool is = m_now.count(path) != 0;
-    if (is && !was && !will_be) wrong("a folder that no operation creates:  " + path);
+    if (is && !was && !will_be) wrong("a folder that no operation creates: " + path);
     if (!is && was && will_be && m_by == Disturbance::kNoAge) {
       return window("a folder of a document that was removed");
     }
@@ -115,8 +115,8 @@ class Comparison {
       if (name_of(path) == kReadList && is != nullptr && was->starts_with(*is)) {
         return window("the read list of mails, empty or cut short");
       }
-      wrong((is == nullptr ? "gone, but the operation does not concern it:  "
-                           : "changed, but the operation does not concern it:  ") +
+      wrong((is == nullptr ? "gone, but the operation does not concern it: "
+                           : "changed, but the operation does not concern it: ") +
             path);
     } else if (is == nullptr) {
       wrong("gone: " + path);
@@ -129,7 +129,7 @@ class Comparison {
                is_written_over(*is, *was, *will_be)) {
       window("new bytes over the old ones");
     } else {
-      wrong((was == nullptr ? "a file that no operation creates:  " : "foreign bytes in ") + path);
+      wrong((was == nullptr ? "a file that no operation creates: " : "foreign bytes in ") + path);
     }
   }
 
@@ -190,7 +190,7 @@ class Comparison {
     if (is != nullptr && is->empty()) window("a new index without a text");
     if (is == nullptr) return;
     if (was == nullptr && will_be == nullptr && m_by == Disturbance::kKill) {
-      wrong("an index that no operation creates:  " + path);
+      wrong("an index that no operation creates: " + path);
     }
     if (was == nullptr && will_be == nullptr && path == kAreaIndex) {
       return window("an entry in the area's folder, because the owner's could not be determined");
@@ -229,7 +229,7 @@ class Comparison {
       if (is_stray) adopted.emplace(key_for(file, 0), file);
     }
     if (lines != old_lines && lines != new_lines && lines != adopted) {
-      wrong("neither the old entries nor the new ones in  " + path);
+      wrong("neither the old entries nor the new ones in " + path);
     }
     for (const auto& [key, stored] : read_index(is, files)) {
       const auto is_in = [&, &line_key = key, &line_stored = stored](const Lines& all) {
@@ -237,7 +237,7 @@ class Comparison {
         return found != all.end() && found->second == line_stored;
       };
       if (!is_in(old_lines) && !is_in(new_lines) && !is_in(adopted)) {
-        wrong("invented, for a reader that knows only plain lines:  " + key + " in " + path);
+        wrong("invented, for a reader that knows only plain lines: " + key + " in " + path);
       }
     }
   }
@@ -291,7 +291,7 @@ class Comparison {
       }
       if (!is_moved || is_there) continue;
       if (m_by != Disturbance::kKill && is_under_another_number(path, bytes)) continue;
-      wrong("moved, but in neither place:  " + path);
+      wrong("moved, but in neither place: " + path);
     }
   }
 

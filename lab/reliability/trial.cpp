@@ -178,8 +178,8 @@ void Trial::check(const std::string& what, const Undisturbed& undisturbed, const
   for (const std::string& each : found.wrong) m_run.fail(what + ": " + each);
   for (const std::string& each : found.windows) ++windows[each];
   if (found.wrong.empty()) {
-    ++windows[found.index_is_old || found.index_is_new ? "an index as before or as it was to be"
-                                                       : "an index of other lines"];
+    ++windows[found.index_is_old || found.index_is_new ? "an index with the old or the new text"
+                                                       : "an index with other entries"];
   }
 }
 

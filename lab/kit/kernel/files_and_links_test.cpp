@@ -78,7 +78,7 @@ TEST_F(Kernel, ARenameThatChangesLettersAloneIsOne) {
 }
 
 TEST_F(Kernel, AReadOnlyFileIsSoForEverybody) {
-  settles(8, "read-only files are neither written nor removed, by no account");
+  settles(8, "no account can write or remove a read-only file");
   NEEDS_A_REAL_KERNEL("the read-only attribute also applies to administrators");
   write_file(path("file"), "x");
   make_read_only(path("file"));

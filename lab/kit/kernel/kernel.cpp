@@ -185,7 +185,7 @@ std::string work_in(Store& store) {
   findings.expect(store.content(name(1)), "[VU_NOTHING_MATCHED]", "the removed one");
   findings.expect(std::to_string(store.names().size()), std::to_string(kDocuments - 1), "list");
   for (const std::string& each : store.names()) findings.expect(store.remove(each), "remove");
-  findings.expect(std::to_string(store.names().size()), "0", "list of nothing");
+  findings.expect(std::to_string(store.names().size()), "0", "the empty list");
   return findings.told();
 }
 

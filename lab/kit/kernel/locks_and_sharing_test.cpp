@@ -61,7 +61,8 @@ TEST_F(Kernel, ALockKeepsOtherHandlesFromReading) {
 }
 
 TEST_F(Kernel, ALockKeepsOtherProcessesFromReading) {
-  settles(2, "the same between two processes, and that readers with a lock see no half");
+  settles(2,
+          "the same between two processes, and that readers with a lock see no half-written file");
   write_file(path("locked"), "0123456789");
   child_process holder("hold_a_lock", {path("locked")});
   ASSERT_TRUE(holder.hears("locked"));
