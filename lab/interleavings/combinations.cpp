@@ -175,9 +175,8 @@ std::vector<Combination> all_trios() {
 }
 
 // ------------------------------------------------------------------------------------------------
-// The protocol between the processes. A line has fields, each followed by a tab. The process sends
-// "at" with its call, then "done" with the result, at last "answer". It receives "go" with lock
-// flags.
+// The protocol between the processes. Each field of a line ends with a tab. The process sends "at"
+// with its call, "done" with the result, at last "answer". It receives "go" with lock flags.
 
 namespace {
 

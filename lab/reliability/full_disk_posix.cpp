@@ -103,8 +103,7 @@ class Ballast {
   Ballast(const Ballast&) = delete;
   Ballast& operator=(const Ballast&) = delete;
 
-  /// Fills each page that is or becomes free, until stop(). @param pause microseconds between
-  /// pages.
+  /// Fills each page that is or becomes free, until stop(). @param pause microseconds per page.
   void go_on(unsigned pause) {
     m_thread = std::thread([this, pause] {
       while (!m_stop) {

@@ -175,8 +175,7 @@ void try_shape(Run& run, const Shape& shape, std::size_t largest) {
 }
 
 /// Lines without "/" before a last line without a line feed: each is an entry whose key is the rest
-/// of the text (see README.md). The result has the square of their number. The work must be in
-/// proportion to the result.
+/// of the text (see README.md). The result grows with the square; the work must not grow faster.
 void try_lines_that_are_entries(Run& run) {
   for (const std::size_t lines : {100U, 200U, 400U}) {
     const scratch_folder scratch;

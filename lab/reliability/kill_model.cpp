@@ -470,8 +470,7 @@ class Check {
     }
   }
 
-  /// The entries are those from before or from after the operation, also for readers of plain
-  /// lines.
+  /// The entries are those from before or after the operation, also for readers of plain lines.
   void check_set() {
     Model after = m_before;
     if (m_killed != nullptr) after.apply(*m_killed);

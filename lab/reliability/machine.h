@@ -10,8 +10,7 @@
 class child_process;
 
 /// @file
-/// What the suites need from the system, besides tests/support. There is one source file per
-/// system.
+/// What the suites need from the system, besides tests/support. Each system has one source file.
 namespace reliability::machine {
 
 /// Failures that a system reports.

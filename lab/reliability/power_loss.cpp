@@ -158,8 +158,7 @@ class PowerLoss {
     return history;
   }
 
-  /// The texts of the index between its saves, each with the number of the change that completes
-  /// it.
+  /// The texts of the index between its saves, each with the number of its last change.
   static std::vector<std::pair<std::size_t, IndexText>> checkpoints(const History& history,
                                                                     const std::string& index) {
     std::vector<std::pair<std::size_t, IndexText>> all;
@@ -254,8 +253,7 @@ class PowerLoss {
                        " after interruption " + std::to_string(moment.depth + 1));
   }
 
-  /// Writes the image to a folder, which the library must read. Then the next operation is
-  /// interrupted.
+  /// Writes the image to a folder, which the library must read; then interrupts the next operation.
   void go_on_from(const Tree& image, const PowerScenario& scenario, const Moment& moment) {
     const std::size_t depth = moment.depth + 1;
     const std::string root = m_root[depth].path("root");

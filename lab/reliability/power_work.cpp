@@ -438,8 +438,7 @@ std::string PowerWork::ask_the_library() const {
     const auto [name, stamp] = parts_of_key(it->first);
     std::string physical;
     const bool is_there = STGIndex::exists(folder(), name, stamp, physical);
-    // The removal of a replaced file may be missing on the disk. That file is then found by its
-    // name.
+    // The removal of a replaced file may be missing on the disk. The library then finds that file.
     if (is_there && physical == name) continue;
     if (!is_there || (physical != file_of(it->first, it->second) && physical != it->second)) {
       return it->first;

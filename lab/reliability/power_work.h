@@ -24,8 +24,7 @@ std::string shortened(std::string_view name);
 /// The text of every entry, by key.
 using Known = std::map<std::string, std::string>;
 
-/// A defect of a kind such as "lost", "invented", "redirected" or "between". Empty if there is
-/// none.
+/// A defect of a kind such as "lost", "invented", "redirected" or "between"; empty for none.
 struct Harm {
   std::string kind;
   std::string what;

@@ -15,9 +15,9 @@
 /// @file
 /// What the suites share that use one file system through two mounts. Each mount acts as a host.
 ///
-/// The environment variables VU_SHARED_A and VU_SHARED_B name the mounts. VU_SHARED_CONTROL is a
-/// program that stops and starts parts of the file system (lab/volume/volume.sh). ./dev shared sets
-/// all three.
+/// ./dev shared sets the environment variables: VU_SHARED_A and VU_SHARED_B name the mounts.
+/// VU_SHARED_CONTROL is a program that stops and starts parts of the file system
+/// (lab/volume/volume.sh).
 namespace reliability {
 
 enum class Host : std::uint8_t { kA, kB };

@@ -7,8 +7,7 @@
 #include "lab/reliability/index_reader.h"
 
 /// @file
-/// The content of a folder with its sub-folders, and the states that are allowed after a
-/// disturbance.
+/// The content of a folder with its sub-folders, and the states that a disturbance may leave.
 namespace reliability {
 
 /// Path -> bytes. Paths are relative and separated by "/". The path of a folder ends in "/".
