@@ -1,4 +1,4 @@
-# Builds a program with a compiler and flags of its own against the finished library, and runs it.
+# Builds a program against the finished library, with another compiler or other flags, and runs it.
 #
 #   cmake -D COMPILER=<compiler> -D FLAGS=<flags, by blanks> -D SOURCE=<file> -D INCLUDE=<folder>
 #         -D LIBRARY=<file to link> -D FOLDER=<where the loader finds it> -D SCRATCH=<folder>
@@ -15,7 +15,7 @@ if(EMULATOR)
   string(APPEND program .exe)
 endif()
 
-# A flag of the linker at the end of the line would come before the library.
+# At the end of the command line a linker flag would come before the library.
 set(language)
 if(SOURCE MATCHES "\\.cpp$")
   set(language -std=c++17)
@@ -29,10 +29,10 @@ execute_process(COMMAND ${COMPILER} ${language} -Wall -Wextra -Werror -I ${INCLU
 if(FORBIDDEN)
   execute_process(COMMAND ${OBJDUMP} -p ${program} OUTPUT_VARIABLE needs COMMAND_ERROR_IS_FATAL ANY)
   if(NOT needs MATCHES "vu_storage")
-    message(FATAL_ERROR "${OBJDUMP} does not tell that ${program} needs the library: ${needs}")
+    message(FATAL_ERROR "${program} does not need the library, according to ${OBJDUMP}. Check how it is linked: ${needs}")
   endif()
   if(needs MATCHES "${FORBIDDEN}")
-    message(FATAL_ERROR "${program} needs ${CMAKE_MATCH_0}: its runtime is not its own")
+    message(FATAL_ERROR "${program} needs ${CMAKE_MATCH_0}. Link its runtime statically; the test needs two runtimes.")
   endif()
 endif()
 
@@ -46,6 +46,6 @@ endif()
 execute_process(COMMAND ${EMULATOR} ${program} root WORKING_DIRECTORY ${SCRATCH}
   RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE messages)
 if(NOT result STREQUAL "0" OR NOT output MATCHES "the border holds")
-  message(FATAL_ERROR "${program} ended with ${result}: ${output}${messages}")
+  message(FATAL_ERROR "${program} ended with exit code ${result}. Its output: ${output}${messages}")
 endif()
-message(STATUS "${program}: the border holds")
+message(STATUS "${program}: passed")

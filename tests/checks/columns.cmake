@@ -1,27 +1,26 @@
-# No line of a source is longer than 100 characters, comments included; but for tables, one row a line,
-# between "// clang-format off" and "// clang-format on".
+# No source line, comment or code, is longer than 100 characters. Exception: tables between
+# "// clang-format off" and "// clang-format on".
 #
 #   cmake -D ROOT=<project> -P columns.cmake
 
 cmake_minimum_required(VERSION 3.25)
 
-# ---- with SELF_TEST: the check itself, tried on injected faults
-# Tries columns.cmake on a small tree: what is just short enough, and what is not.
+# SELF_TEST: lines of 100 characters pass, longer ones fail.
 if(SELF_TEST)
   set(tree ${SCRATCH}/tree)
   file(REMOVE_RECURSE ${tree})
 
-  # tried(<line> <passes: TRUE or FALSE> [<words of the complaint>])
+  # tried(<line> <passes: TRUE or FALSE> [<words of the message>])
   function(tried line passes)
     file(WRITE ${tree}/client/core.cpp "int a;\n\n[${line}\nint b[3]; // ]\n")
     execute_process(COMMAND ${CMAKE_COMMAND} -D ROOT=${tree} -P ${CMAKE_CURRENT_LIST_FILE}
       RESULT_VARIABLE code OUTPUT_VARIABLE output ERROR_VARIABLE output)
     if(passes AND NOT code STREQUAL "0" OR NOT passes AND code STREQUAL "0")
-      message(FATAL_ERROR "'${line}' should give ${passes}:\n${output}")
+      message(FATAL_ERROR "wrong result for '${line}', expected: passes ${passes}. Correct this check:\n${output}")
     endif()
     string(FIND "${output}" "${ARGN}" at)
     if(at EQUAL -1)
-      message(FATAL_ERROR "'${ARGN}' is not said of '${line}':\n${output}")
+      message(FATAL_ERROR "'${ARGN}' is not reported for '${line}'. Correct this check:\n${output}")
     endif()
   endfunction()
 
@@ -38,8 +37,6 @@ if(SELF_TEST)
   return()
 endif()
 
-# ---- the check
-
 set(width 100)
 
 set(sources)
@@ -53,10 +50,10 @@ foreach(folder IN LISTS folders)
   list(APPEND sources ${found})
 endforeach()
 if(NOT sources)
-  message(FATAL_ERROR "no source was found below ${ROOT}")
+  message(FATAL_ERROR "no source was found below ${ROOT}. Correct ROOT.")
 endif()
 
-# Bytes are quickly searched; characters are counted only where there are too many bytes.
+# Searching bytes is fast. Characters are counted only in a line with too many bytes.
 math(EXPR more "${width} + 1")
 string(REPEAT "." ${more} too_long)
 set(faults)
@@ -65,7 +62,7 @@ foreach(source IN LISTS sources)
   if(NOT "\n${text}" MATCHES "\n[^\n]*${too_long}")
     continue()
   endif()
-  # What would part or join the elements of a list.
+  # These characters would split or join the elements of a list.
   string(REGEX REPLACE "[][;\\]" "_" text "${text}")
   string(REPLACE "\n" ";" lines "${text}")
   set(number 0)
@@ -77,7 +74,7 @@ foreach(source IN LISTS sources)
     math(EXPR number "${number} + 1")
     string(LENGTH "${line}" length)
     if(length GREATER width)
-      # Every character of UTF-8 has one byte that is none of 80 to BF.
+      # Every UTF-8 character has exactly one byte outside of 80 to BF.
       string(HEX "${line}" bytes)
       string(REGEX REPLACE "(..)" "\\1 " bytes "${bytes}")
       string(REGEX MATCHALL "[0-7c-f]. " characters "${bytes}")
@@ -90,7 +87,7 @@ foreach(source IN LISTS sources)
 endforeach()
 if(faults)
   list(JOIN faults "\n  " text)
-  message(FATAL_ERROR "at most ${width} columns are wanted:\n  ${text}\n")
+  message(FATAL_ERROR "lines are longer than ${width} columns. Break these lines:\n  ${text}\n")
 endif()
 list(LENGTH sources count)
-message(STATUS "${count} sources keep to ${width} columns")
+message(STATUS "${count} sources have at most ${width} columns")

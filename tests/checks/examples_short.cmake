@@ -1,11 +1,10 @@
-# An example shows one task, and is read at a glance: fewer than 80 lines.
+# An example shows one task in fewer than 80 lines.
 #
 #   cmake -D ROOT=<project> -P examples_short.cmake
 
 cmake_minimum_required(VERSION 3.25)
 
-# ---- with SELF_TEST: the check itself, tried on injected faults
-# Tries examples_short.cmake on an example of 79 lines and on one of 80.
+# SELF_TEST: an example of 79 lines passes, one of 80 lines fails.
 if(SELF_TEST)
   foreach(pair IN ITEMS "79=0" "80=1")
     string(REGEX MATCH "^(.*)=(.*)$" matched ${pair})
@@ -17,16 +16,14 @@ if(SELF_TEST)
       -P ${CMAKE_CURRENT_LIST_FILE}
       RESULT_VARIABLE code OUTPUT_VARIABLE output ERROR_VARIABLE output)
     if(NOT code STREQUAL wanted)
-      message(FATAL_ERROR "an example of ${lines} lines:\n${output}")
+      message(FATAL_ERROR "wrong result for an example of ${lines} lines. Correct this check:\n${output}")
     endif()
   endforeach()
-  message(STATUS "all injected faults were found")
+  message(STATUS "every injected fault was reported")
   return()
 endif()
 
-# ---- the check
-
-# The demonstration program is a large one.
+# The demonstration program may be long.
 file(GLOB examples RELATIVE ${ROOT} ${ROOT}/examples/*.cpp)
 list(FILTER examples EXCLUDE REGEX "^examples/demo")
 set(faults)
@@ -41,6 +38,6 @@ endforeach()
 list(LENGTH examples count)
 if(faults OR count EQUAL 0)
   list(JOIN faults "\n  " faults)
-  message(FATAL_ERROR "examples that are not short, of ${count}:\n  ${faults}")
+  message(FATAL_ERROR "examples must have fewer than 80 lines. Shorten these (${count} were checked):\n  ${faults}")
 endif()
 message(STATUS "${count} examples are shorter than 80 lines")

@@ -1,25 +1,24 @@
-# Holds what the shared library exports, functions and data, against the list that is checked in: nothing
-# is exported by accident, and nothing that programs link disappears unnoticed.
+# Compares the exports of the shared library, functions and data, with the checked-in list. It finds accidental
+# exports and removed ones.
 #
 #   cmake -D LIBRARY=<file> -D NM=<nm> [-D OBJDUMP=<objdump>, for a DLL] [-D FILTER=<c++filt>]
 #         -D LIST=<file> -D SCRATCH=<folder> -P exports.cmake
 #
-# A line of the list is "code" or "data", the linker's name, and for people the C++ name, which is not
-# compared. The list as it should be is written to SCRATCH; after a change that is meant, copy it.
+# A line of the list is "code" or "data", the linker's name, and for readers the C++ name, which is not
+# compared. The actual list is written to SCRATCH; after an intended change, copy it.
 
 cmake_minimum_required(VERSION 3.25)
 
-# ---- with SELF_TEST: the check itself, tried on injected faults
-# Tries exports.cmake on the library with lists that are wrong in one line each. Takes the same arguments.
+# SELF_TEST: lists with one wrong line must fail. Takes the same arguments.
 if(SELF_TEST)
   file(READ ${LIST} sound)
   set(wrong ${SCRATCH}/wrong.txt)
 
-  # finds(<list> <words of the complaint>)
+  # finds(<list> <words of the message>)
   function(finds text words)
     file(WRITE ${wrong} "${text}")
     if(text STREQUAL sound)
-      message(FATAL_ERROR "no fault was injected for \"${words}\"")
+      message(FATAL_ERROR "no fault was injected for \"${words}\". Correct the self test.")
     endif()
     execute_process(COMMAND ${CMAKE_COMMAND} -D LIBRARY=${LIBRARY} -D NM=${NM} -D OBJDUMP=${OBJDUMP}
       -D LIST=${wrong} -D SCRATCH=${SCRATCH}/wrong -P ${CMAKE_CURRENT_LIST_FILE}
@@ -27,7 +26,7 @@ if(SELF_TEST)
     string(REGEX REPLACE "[ \n]+" " " output "${output}")
     string(FIND "${output}" "${words}" at)
     if(code STREQUAL "0" OR at EQUAL -1)
-      message(FATAL_ERROR "a list with a fault passes (\"${words}\"):\n${output}")
+      message(FATAL_ERROR "a list with a fault passes, expected \"${words}\". Correct this check:\n${output}")
     endif()
   endfunction()
 
@@ -41,28 +40,24 @@ if(SELF_TEST)
   string(REPLACE "${line}" "code ${name}\n" text "${sound}")
   finds("${text}" "gone: code ${name}")
   finds("${sound}code _Zmissing\n" "gone: code _Zmissing")
-  message(STATUS "all injected faults were found")
+  message(STATUS "every injected fault was reported")
   return()
 endif()
-
-# ---- the check
 
 function(tool result)
   execute_process(COMMAND ${ARGN} RESULT_VARIABLE code OUTPUT_VARIABLE output ERROR_VARIABLE messages)
   if(NOT code STREQUAL "0")
-    message(FATAL_ERROR "${ARGN} failed: ${messages}")
+    message(FATAL_ERROR "the command failed: ${ARGN}. Its messages: ${messages}")
   endif()
-  # Brackets and semicolons mean something in CMake's lists.
+  # Brackets and semicolons are special in CMake's lists.
   string(REGEX REPLACE "[][;]" " " output "${output}")
   set(${result} "${output}" PARENT_SCOPE)
 endfunction()
 
-# ---- what is exported --------------------------------------------------------------------------------
-
 if(OBJDUMP)
-  # A DLL names its exports without saying what they are; that is in its symbol table.
+  # The export table of a DLL has names only; the kinds are in its symbol table.
   tool(table ${OBJDUMP} -p ${LIBRARY})
-  # Newer ones write the ordinal and a hint between the number and the name.
+  # Newer versions print the ordinal and a hint between the number and the name.
   string(REGEX MATCHALL
     "\n[ \t]+[0-9]+  (\\+base +[0-9]+   [0-9a-f]+ )?[A-Za-z_][^ \n]*" rows "${table}")
   set(names)
@@ -95,17 +90,15 @@ if(OBJDUMP)
   list(LENGTH names wanted)
   list(LENGTH actual got)
   if(wanted EQUAL 0)
-    message(FATAL_ERROR "${OBJDUMP} tells no exports of ${LIBRARY} in a form that is known here")
+    message(FATAL_ERROR "${OBJDUMP} prints no exports of ${LIBRARY} in a known form. Adapt the pattern of this script.")
   endif()
   if(NOT wanted EQUAL got)
-    message(FATAL_ERROR "${LIBRARY}: ${wanted} exports, but symbols for ${got} of them; is it stripped?")
+    message(FATAL_ERROR "${LIBRARY} has ${wanted} exports but only ${got} symbols for them. Use a library that is not stripped.")
   endif()
 endif()
 if(NOT actual MATCHES "data ")
-  message(FATAL_ERROR "${LIBRARY} exports no data, not even type information")
+  message(FATAL_ERROR "no exported data was found in ${LIBRARY}, not even type information. Check its visibility options.")
 endif()
-
-# ---- against the list --------------------------------------------------------------------------------
 
 list(JOIN actual "\n" text)
 cmake_path(GET LIST FILENAME list_name)
@@ -142,8 +135,8 @@ list(REMOVE_ITEM missing ${actual})
 if(added OR missing)
   list(TRANSFORM added PREPEND "\n  new: ")
   list(TRANSFORM missing PREPEND "\n  gone: ")
-  message(FATAL_ERROR "${LIBRARY} does not export what ${LIST} says:" ${added} ${missing}
-    "\nIf that is meant: cp ${proposal} ${LIST}")
+  message(FATAL_ERROR "the exports of ${LIBRARY} differ from ${LIST}:" ${added} ${missing}
+    "\nUndo the change. If it is intended: cp ${proposal} ${LIST}")
 endif()
 list(LENGTH actual count)
 message(STATUS "${LIBRARY} exports the ${count} names of the list")

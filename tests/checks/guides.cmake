@@ -1,13 +1,12 @@
-# Resolves the links of the guides: every file and every heading that one names is there.
+# Every file and every heading that a link of a guide names must exist.
 #
 #   cmake -D ROOT=<project> -P guides.cmake
 #
-# Links to the network are left alone. Headings have the anchors that Git hosts give them.
+# Network links are not checked. The anchors of headings are those of Git hosts.
 
 cmake_minimum_required(VERSION 3.25)
 
-# ---- with SELF_TEST: the check itself, tried on injected faults
-# Tries guides.cmake on a small set of guides, sound at first, then with one fault at a time.
+# SELF_TEST: guides without faults pass, with one fault they fail.
 if(SELF_TEST)
   set(tree ${SCRATCH}/tree)
 
@@ -21,36 +20,34 @@ if(SELF_TEST)
     string(FIND "${output}" "${words}" at)
     if((outcome STREQUAL "passes" AND NOT code STREQUAL "0")
         OR (outcome STREQUAL "fails" AND code STREQUAL "0") OR at EQUAL -1)
-      message(FATAL_ERROR "'${line}' should be one that ${outcome} (\"${words}\"):\n${output}")
+      message(FATAL_ERROR "a guide with '${line}': expected: ${outcome}, \"${words}\". Correct this check:\n${output}")
     endif()
   endfunction()
 
   expect(passes "" "1 links of the guides")
   expect(passes "[up](../README.md) and [here](#a-code-heading-odd), [out](https://example.org/x)" "3 links")
   expect(passes "`[code](none.md)`" "1 links")
-  expect(fails "[two](two.md)" "docs/one.md: two.md: there is no such file")
-  expect(fails "[there](../README.md#none)" "../README.md#none: there is no such heading")
-  expect(fails "[here](#one-two)" "#one-two: there is no such heading")
-  expect(fails "```" "a fence is not closed")
-  message(STATUS "all injected faults were found")
+  expect(fails "[two](two.md)" "docs/one.md: two.md: no such file")
+  expect(fails "[there](../README.md#none)" "../README.md#none: no such heading")
+  expect(fails "[here](#one-two)" "#one-two: no such heading")
+  expect(fails "```" "a code fence is not closed")
+  message(STATUS "every injected fault was reported")
   return()
 endif()
 
-# ---- the check
-
 file(GLOB guides RELATIVE ${ROOT} ${ROOT}/*.md ${ROOT}/docs/*.md)
 if(NOT guides)
-  message(FATAL_ERROR "there is no guide in ${ROOT}")
+  message(FATAL_ERROR "no guide was found in ${ROOT}. Correct ROOT.")
 endif()
 
 string(ASCII 1 opening)
 string(ASCII 2 closing)
 
-# prose(<result> <guide>): its text without fences and code; brackets made harmless for CMake's lists.
+# prose(<result> <guide>): its text without fences; brackets are replaced, because CMake's lists treat them specially.
 function(prose result guide)
   file(READ ${ROOT}/${guide} text)
   string(REGEX REPLACE ";" "," text "${text}")
-  # CMake has no reluctant repetition: lines of fences are told apart one by one.
+  # CMake has no non-greedy match, so each line is checked for a fence.
   string(REPLACE "[" "${opening}" text "${text}")
   string(REPLACE "]" "${closing}" text "${text}")
   string(REPLACE "\n" ";" lines "${text}")
@@ -68,7 +65,7 @@ function(prose result guide)
     endif()
   endforeach()
   if(fenced)
-    message(FATAL_ERROR "${guide}: a fence is not closed")
+    message(FATAL_ERROR "${guide}: a code fence is not closed. Add the closing ```.")
   endif()
   set(${result} "${kept}" PARENT_SCOPE)
 endfunction()
@@ -114,21 +111,21 @@ foreach(guide IN LISTS guides)
       cmake_path(NORMAL_PATH target)
     endif()
     if(NOT EXISTS ${ROOT}/${target})
-      list(APPEND faults "${guide}: ${link}: there is no such file")
+      list(APPEND faults "${guide}: ${link}: no such file")
     elseif(NOT anchor STREQUAL "")
       anchors(known ${target})
       if(NOT anchor IN_LIST known)
-        list(APPEND faults "${guide}: ${link}: there is no such heading")
+        list(APPEND faults "${guide}: ${link}: no such heading")
       endif()
     endif()
   endforeach()
 endforeach()
 
 if(count EQUAL 0)
-  list(APPEND faults "no link was read")
+  list(APPEND faults "no link was found in the guides; correct this check")
 endif()
 if(faults)
   list(JOIN faults "\n  " faults)
-  message(FATAL_ERROR "links of the guides:\n  ${faults}")
+  message(FATAL_ERROR "links of the guides name missing targets. Correct these links:\n  ${faults}")
 endif()
-message(STATUS "${count} links of the guides lead somewhere")
+message(STATUS "${count} links of the guides have a target")

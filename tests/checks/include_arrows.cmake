@@ -1,17 +1,16 @@
-# Reads the #include lines and fails on every arrow that the architecture does not have.
+# Checks every #include line against the architecture.
 #
 #   cmake -D ROOT=<project> -P include_arrows.cmake
 #
 # Rooms from the top: storage, index, file, platform. Each may include lower rooms, itself and the
 # exported headers. Inside platform the order is host, i18n, os; os knows the string classes only.
-# The client, examples and the tests of the finished library see exported headers. The reader under the
-# client sees the seam and the rules that are pure text as well: asking the library could change a tree.
-# Arrows run from the laboratory to client and library, and from the client to the library, never back.
+# The client, the examples and the tests of the finished library include only exported headers. Exception:
+# client/admin also includes the seam and rules that work on text alone, because a call of the library could change
+# a tree. The laboratory includes client and library, the client includes the library, never the reverse.
 
 cmake_minimum_required(VERSION 3.25)
 
-# ---- with SELF_TEST: the check itself, tried on injected faults
-# Tries include_arrows.cmake on a small tree, sound at first, then with one fault at a time.
+# SELF_TEST: a small tree without faults passes, with one fault it fails.
 if(SELF_TEST)
   set(tree ${SCRATCH}/tree)
 
@@ -55,10 +54,10 @@ if(SELF_TEST)
   sound_tree()
   run_check(code)
   if(NOT code STREQUAL "0")
-    message(FATAL_ERROR "the sound tree does not pass:\n${output}")
+    message(FATAL_ERROR "the tree without faults does not pass. Correct this check:\n${output}")
   endif()
 
-  # finds(<file> <line> <words of the complaint>)
+  # finds(<file> <line> <words of the message>)
   function(finds file line words)
     sound_tree()
     file(APPEND ${tree}/${file} "${line}\n")
@@ -67,7 +66,7 @@ if(SELF_TEST)
     string(REGEX REPLACE "[ \n]+" " " output "${output}")
     string(FIND "${output}" "${words}" at)
     if(code STREQUAL "0" OR at EQUAL -1)
-      message(FATAL_ERROR "'${line}' in ${file} is not found (\"${words}\"):\n${output}")
+      message(FATAL_ERROR "'${line}' in ${file} is not reported, expected \"${words}\". Correct this check:\n${output}")
     endif()
   endfunction()
 
@@ -96,23 +95,21 @@ if(SELF_TEST)
   finds(storage/roots.cpp "#include <Poco/Mutex.h>" "may not include <Poco/Mutex.h>")
   finds(storage/roots.cpp "#include \"Poco/Mutex.h\"" "may not include <Poco/Mutex.h>")
   finds(include/vu_i18n.h "#include <sys/stat.h>" "may not include <sys/stat.h>")
-  finds(file/core.h "#include \"missing.h\"" "no file of ours is called missing.h")
+  finds(file/core.h "#include \"missing.h\"" "the project has no file missing.h")
   finds(file/core.h "#include MACRO" "cannot read")
 
-  # A room without a file means that the check looks in the wrong place.
+  # A room without files means that the check reads the wrong folder.
   sound_tree()
   file(REMOVE_RECURSE ${tree}/index)
   run_check(code)
   if(code STREQUAL "0")
-    message(FATAL_ERROR "a missing room is not found")
+    message(FATAL_ERROR "a missing room is not reported. Correct this check.")
   endif()
-  message(STATUS "all injected faults were found")
+  message(STATUS "every injected fault was reported")
   return()
 endif()
 
-# ---- the check
-
-# What files below a folder may include of ours: folders, or single files. The longest match counts.
+# folder = what its files may include of this project: folders or single files. The longest match is used.
 set(rules
   "api             = api storage index file platform include"
   "storage         = storage index file platform include"
@@ -142,10 +139,10 @@ set(rules
   "lab/interleavings    = lab/interleavings client/admin lab/reliability/index_reader.h tests/support platform/os include"
   "lab/reliability = lab/reliability lab/interleavings lab/model tests/support platform/os include")
 
-# Folders that need not exist; of the others a missing one means that nothing was checked.
+# Folders that may be missing. A missing folder of the others is a fault.
 set(optional client examples tests lab)
 
-# Headers of others that only some files may see: a pattern, then those files.
+# Third-party headers that only some files may include: pattern = files.
 set(guarded
   "^windows\\.h$ = platform/os/os_windows.cpp platform/os/look_windows.cpp client/stgctl/terminal_windows.cpp tests/support client/tests/stgctl/program_windows.cpp lab/reliability/machine_windows.cpp lab/kit"
   "^cli/         = client/stgctl/command_line.cpp"
@@ -153,11 +150,11 @@ set(guarded
   "^nlohmann/    = client/stgctl/json.cpp client/tests/stgctl/json_value.cpp client/tests/stgctl/repair_test.cpp lab/bench lab/kit"
   "^poco/        = storage/storage_mutex.cpp storage/storage_mutex.h examples")
 
-# Headers of others that may stand in quotation marks as well.
+# Third-party headers that may also be included in quotation marks.
 set(third_party "^(Poco|gtest|benchmark|CLI|fmt|nlohmann)/|^xxhash\\.h$|^utf8\\.h$")
 
-# Exported headers stay free of system headers: the C++ library's have no suffix.
-# Those of C are for the C interface.
+# Exported headers include no system headers. Headers of the C++ library have no suffix; the two of C are for the
+# C interface.
 set(plain_library_header "^([a-z_0-9]+|stddef\\.h|stdint\\.h)$")
 
 set(faults)
@@ -193,7 +190,7 @@ function(allowed_for result file)
   set(${result} "${found}" PARENT_SCOPE)
 endfunction()
 
-# Which file of ours a name means, or nothing: from the exported headers, the root, beside the file.
+# The project file of an include name, or nothing: searched beside the file, at the root, in include/.
 function(our_file result name file)
   cmake_path(GET file PARENT_PATH beside)
   set(${result} "" PARENT_SCOPE)
@@ -215,7 +212,7 @@ list(REMOVE_DUPLICATES folders)
 foreach(folder IN LISTS folders)
   file(GLOB_RECURSE found RELATIVE ${ROOT} ${ROOT}/${folder}/*.h ${ROOT}/${folder}/*.cpp)
   if(NOT found AND NOT folder IN_LIST optional)
-    list(APPEND faults "${folder}: there is no source file")
+    list(APPEND faults "${folder}: no source file was found")
   endif()
   list(APPEND files ${found})
 endforeach()
@@ -223,7 +220,7 @@ endforeach()
 set(arrows 0)
 foreach(file IN LISTS files)
   allowed_for(allowed ${file})
-  # Brackets and semicolons mean something in CMake's lists; no #include line needs them.
+  # Brackets and semicolons are special in CMake's lists; no #include line needs them.
   file(READ ${ROOT}/${file} text)
   string(REGEX REPLACE "[][;]" " " text "${text}")
   string(REGEX MATCHALL "\n[ \t]*#[ \t]*include[^\n]*" lines "\n${text}")
@@ -246,7 +243,7 @@ foreach(file IN LISTS files)
       continue()
     endif()
     if(quote STREQUAL "\"" AND NOT name MATCHES "${third_party}")
-      list(APPEND faults "${file}: no file of ours is called ${name}")
+      list(APPEND faults "${file}: the project has no file ${name}")
       continue()
     endif()
 
@@ -268,10 +265,10 @@ endforeach()
 
 list(LENGTH files count)
 if(arrows EQUAL 0)
-  list(APPEND faults "no #include line was read")
+  list(APPEND faults "no #include line was found; correct this check")
 endif()
 if(faults)
   list(JOIN faults "\n  " faults)
-  message(FATAL_ERROR "include arrows:\n  ${faults}")
+  message(FATAL_ERROR "#include lines break the architecture (docs/architecture.md). Remove them or move the code:\n  ${faults}")
 endif()
-message(STATUS "${arrows} #include lines of ${count} files keep to the architecture")
+message(STATUS "${arrows} #include lines of ${count} files follow the architecture")

@@ -1,5 +1,5 @@
-# Looks at the shared library as a file: the name and version it bears, that it needs nothing but what a
-# package of it can name, and that no folder of the machine it was built on is in its search path.
+# Checks the file of the shared library: its name and version, the libraries that it needs, and that its search
+# path has no folder of the build machine.
 #
 #   cmake -D LIBRARY=<file> -D VERSION=<x.y.z> -D OBJDUMP=<objdump> [-D WINDRES=<windres>, for a DLL]
 #         [-D COMPILER=<compiler>, for the others] -D SCRATCH=<folder> -P library_file.cmake
@@ -40,7 +40,7 @@ function(look_at_dll library)
   endforeach()
   execute_process(COMMAND ${WINDRES} -O rc ${library} ${SCRATCH}/resources.rc COMMAND_ERROR_IS_FATAL ANY)
   file(READ ${SCRATCH}/resources.rc resources)
-  # Characters may be written with a 0 byte each.
+  # Each character may be followed by a 0 byte.
   string(REGEX REPLACE "\\\\000" "" resources "${resources}")
   string(REPLACE "." ", *" numbers ${VERSION})
   if(NOT resources MATCHES "FILEVERSION *${numbers}, *0\n")
@@ -59,7 +59,7 @@ endfunction()
 if(WINDRES)
   look_at_dll(${LIBRARY})
 else()
-  # Of a library with every fault the check must find every one.
+  # Self test: every fault of a faulty library must be reported.
   file(WRITE ${SCRATCH}/faulty.cpp "int faulty() { return 0; }\n")
   execute_process(COMMAND ${COMPILER} -shared -fPIC ${SCRATCH}/faulty.cpp -o ${SCRATCH}/libneeded.so
     COMMAND_ERROR_IS_FATAL ANY)
@@ -69,13 +69,13 @@ else()
   look_at_elf(${SCRATCH}/faulty.so)
   foreach(words IN ITEMS "its SONAME is not" "it searches /home/builder" "it needs another library")
     if(NOT faults MATCHES "${words}")
-      message(FATAL_ERROR "an injected fault is not found (\"${words}\"): ${faults}")
+      message(FATAL_ERROR "the fault \"${words}\" of a faulty library is not reported. Correct this check. Reported: ${faults}")
     endif()
   endforeach()
   look_at_elf(${LIBRARY})
 endif()
 if(faults)
   list(JOIN faults "\n  " faults)
-  message(FATAL_ERROR "${LIBRARY}:\n  ${faults}")
+  message(FATAL_ERROR "${LIBRARY} is not as packages need it. Correct its link options:\n  ${faults}")
 endif()
-message(STATUS "${LIBRARY}: its name, version and needs are as they should be")
+message(STATUS "${LIBRARY}: name, version and needed libraries are correct")

@@ -1,12 +1,11 @@
-# Every shell script can be parsed, and what it reads in with "." is there. Two roots are known: the folder of
-# the script, as ${BASH_SOURCE[0]} or $here, and the project's, as $ROOT.
+# Bash can parse every shell script, and every file that a script includes with "." exists. A path may start at the
+# folder of the script (${BASH_SOURCE[0]} or $here) or of the project ($ROOT).
 
 cmake_minimum_required(VERSION 3.25)
 
-# ---- with SELF_TEST: the check itself, tried on injected faults
-# Tries scripts.cmake on scripts with one fault each, and on one without.
+# SELF_TEST: scripts with one fault each must fail, a correct one must pass.
 if(SELF_TEST)
-  # try(<what> <text of the script> <what must be said, or nothing>)
+  # try(<what> <text of the script> <words of the message, or nothing>)
   function(try what text expected)
     file(REMOVE_RECURSE ${SCRATCH}/tree)
     file(WRITE ${SCRATCH}/tree/scripts/lib.sh "say() { echo; }\n")
@@ -15,28 +14,26 @@ if(SELF_TEST)
       RESULT_VARIABLE code OUTPUT_VARIABLE output ERROR_VARIABLE output)
     if(expected STREQUAL "")
       if(NOT code STREQUAL "0")
-        message(FATAL_ERROR "${what} is refused:\n${output}")
+        message(FATAL_ERROR "${what} fails. Correct this check:\n${output}")
       endif()
     elseif(code STREQUAL "0" OR NOT output MATCHES "${expected}")
-      message(FATAL_ERROR "${what} is not found:\n${output}")
+      message(FATAL_ERROR "${what} is not reported. Correct this check:\n${output}")
     endif()
   endfunction()
 
   try("a good script" ". \"$(dirname \"\${BASH_SOURCE[0]}\")/../../scripts/lib.sh\"\n. \"$ROOT/scripts/lib.sh\"\n" "")
-  try("a library beside that has moved" ". \"$(dirname \"\${BASH_SOURCE[0]}\")/lib.sh\"\n" "not there")
-  try("a missing part" "if true; then\n  . \"$here/parts.sh\"\nfi\n" "not there")
-  try("an unended quotation" "echo 'text\n" "unexpected EOF")
-  message(STATUS "all injected faults were found")
+  try("an included file that was moved" ". \"$(dirname \"\${BASH_SOURCE[0]}\")/lib.sh\"\n" "does not exist")
+  try("a missing part" "if true; then\n  . \"$here/parts.sh\"\nfi\n" "does not exist")
+  try("an open quotation" "echo 'text\n" "unexpected EOF")
+  message(STATUS "every injected fault was reported")
   return()
 endif()
-
-# ---- the check
 
 find_program(bash bash REQUIRED)
 file(GLOB scripts LIST_DIRECTORIES false ${ROOT}/dev ${ROOT}/scripts/*.sh ${ROOT}/packaging/*.sh ${ROOT}/lab/*/*.sh)
 list(LENGTH scripts count)
 if(count EQUAL 0)
-  message(FATAL_ERROR "there are no scripts in ${ROOT}")
+  message(FATAL_ERROR "no script was found in ${ROOT}. Correct ROOT.")
 endif()
 
 set(wrong "")
@@ -53,11 +50,11 @@ foreach(script IN LISTS scripts)
     string(REPLACE "$here" "${folder}" path "${path}")
     string(REPLACE "$ROOT" "${ROOT}" path "${path}")
     if(NOT EXISTS "${path}")
-      string(APPEND wrong "  ${script} reads what is not there: ${named}\n")
+      string(APPEND wrong "  ${script} includes a file that does not exist: ${named}\n")
     endif()
   endforeach()
 endforeach()
 if(wrong)
-  message(FATAL_ERROR "scripts cannot run:\n\n${wrong}")
+  message(FATAL_ERROR "shell scripts have errors. Correct these lines:\n\n${wrong}")
 endif()
-message(STATUS "${count} scripts can be parsed and find what they read")
+message(STATUS "${count} scripts can be parsed, and their included files exist")

@@ -1,12 +1,11 @@
-# Every .cpp file of the project is listed in the CMakeLists.txt beside it, or in the nearest one above. A
-# test file that nobody builds would look like a test that passes. (That a listed file exists, CMake checks.)
+# Every .cpp file is listed in the nearest CMakeLists.txt, in its folder or above. Example of the risk: a test file
+# that is not built looks like a test that passes. CMake itself checks that listed files exist.
 #
 #   cmake -D ROOT=<project> -P sources_listed.cmake
 
 cmake_minimum_required(VERSION 3.25)
 
-# ---- with SELF_TEST: the check itself, tried on injected faults
-# Tries sources_listed.cmake on a small tree, sound at first, then with one fault at a time.
+# SELF_TEST: a small tree without faults passes, with one fault it fails.
 if(SELF_TEST)
   set(tree ${SCRATCH}/tree)
 
@@ -26,7 +25,7 @@ if(SELF_TEST)
     string(FIND "${output}" "${words}" at)
     if((outcome STREQUAL "passes" AND NOT code STREQUAL "0")
         OR (outcome STREQUAL "fails" AND code STREQUAL "0") OR at EQUAL -1)
-      message(FATAL_ERROR "'${library_list}', '${tests_list}' should be one that ${outcome} (\"${words}\"):\n${output}")
+      message(FATAL_ERROR "a tree with '${library_list}' and '${tests_list}': expected: ${outcome}, \"${words}\". Correct this check:\n${output}")
     endif()
   endfunction()
 
@@ -36,12 +35,10 @@ if(SELF_TEST)
   expect(fails "score.cpp deeper/other.cpp" "core_test.cpp" "file/core.cpp is not listed")
   expect(fails "${library}" "core_test_cpp" "tests/unit/core_test.cpp is not listed")
   expect(fails "${library}\n  # core_test.cpp" "other_test.cpp # core_test.cpp" "core_test.cpp is not listed")
-  expect(fails "${library}" "" "tests/unit/core_test.cpp: there is no CMakeLists.txt beside it")
-  message(STATUS "all injected faults were found")
+  expect(fails "${library}" "" "tests/unit/core_test.cpp: no CMakeLists.txt in its folder or above")
+  message(STATUS "every injected fault was reported")
   return()
 endif()
-
-# ---- the check
 
 set(faults)
 set(found)
@@ -49,10 +46,10 @@ foreach(folder IN ITEMS platform file index storage examples client tests lab)
   file(GLOB_RECURSE files RELATIVE ${ROOT} ${ROOT}/${folder}/*.cpp)
   list(APPEND found ${files})
 endforeach()
-# A project of its own, which is built with compilers and tools of all kinds.
+# Separate projects, which other tests build.
 list(FILTER found EXCLUDE REGEX "^tests/consumer/")
 if(NOT found)
-  list(APPEND faults "there is no .cpp file below ${ROOT}")
+  list(APPEND faults "no .cpp file was found below ${ROOT}. Correct ROOT.")
 endif()
 
 foreach(file IN LISTS found)
@@ -61,12 +58,12 @@ foreach(file IN LISTS found)
     cmake_path(GET room PARENT_PATH room)
   endwhile()
   if(NOT room)
-    list(APPEND faults "${file}: there is no CMakeLists.txt beside it")
+    list(APPEND faults "${file}: no CMakeLists.txt in its folder or above")
     continue()
   endif()
   cmake_path(RELATIVE_PATH file BASE_DIRECTORY ${room} OUTPUT_VARIABLE name)
   file(READ ${ROOT}/${room}/CMakeLists.txt text)
-  # Comments list nothing.
+  # Ignore comments.
   string(REGEX REPLACE "#[^\n]*" "" text "${text}")
   string(REPLACE "." "\\." pattern "${name}")
   if(NOT text MATCHES "[ \n(]${pattern}[ \n)]")
@@ -77,6 +74,6 @@ endforeach()
 list(LENGTH found count)
 if(faults)
   list(JOIN faults "\n  " faults)
-  message(FATAL_ERROR "sources:\n  ${faults}")
+  message(FATAL_ERROR "source files that are not built. Add them to the CMakeLists.txt:\n  ${faults}")
 endif()
-message(STATUS "all ${count} source files are listed beside them")
+message(STATUS "all ${count} source files are listed in a CMakeLists.txt")

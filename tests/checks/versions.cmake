@@ -1,11 +1,10 @@
-# The version stands in several places; all of them tell the one of CMakeLists.txt.
+# Several files contain the version; it must be that of CMakeLists.txt.
 #
 #   cmake -D ROOT=<project> -D VERSION=<x.y.z> -P versions.cmake
 
 cmake_minimum_required(VERSION 3.25)
 
-# ---- with SELF_TEST: the check itself, tried on injected faults
-# Tries versions.cmake on copies of the files, one of which tells another version.
+# SELF_TEST: copies of the files, one with another version, must fail.
 if(SELF_TEST)
   foreach(file IN ITEMS vcpkg.json CHANGELOG.md packaging/debian/changelog docs/man/stgctl.1
       bindings/python/pyproject.toml
@@ -22,17 +21,15 @@ if(SELF_TEST)
     execute_process(COMMAND ${CMAKE_COMMAND} -D ROOT=${SCRATCH}/tree -D VERSION=${VERSION}
       -P ${CMAKE_CURRENT_LIST_FILE}
       RESULT_VARIABLE code OUTPUT_VARIABLE output ERROR_VARIABLE output)
-    if(code STREQUAL "0" OR NOT output MATCHES "${file} tells 9\\.9\\.9")
-      message(FATAL_ERROR "another version in ${file} is not found:\n${output}")
+    if(code STREQUAL "0" OR NOT output MATCHES "${file} has 9\\.9\\.9")
+      message(FATAL_ERROR "another version in ${file} is not reported. Correct this check:\n${output}")
     endif()
   endforeach()
-  message(STATUS "all injected faults were found")
+  message(STATUS "every injected fault was reported")
   return()
 endif()
 
-# ---- the check
-
-# What a file is to hold, as a regular expression with the version as its first group. The first match counts.
+# file = regular expression with the version as its first group. The first match is used.
 set(places
   "vcpkg.json = \"version\": \"([^\"]*)\""
   "CHANGELOG.md = \n## ([^\n]*)"
@@ -55,12 +52,12 @@ foreach(place IN LISTS places)
     endif()
   endif()
   if(NOT found STREQUAL VERSION)
-    list(APPEND faults "${file} tells ${found}")
+    list(APPEND faults "${file} has ${found}")
   endif()
 endforeach()
 if(faults)
   list(JOIN faults "\n  " faults)
-  message(FATAL_ERROR "the project's version is ${VERSION}, but\n  ${faults}")
+  message(FATAL_ERROR "CMakeLists.txt has version ${VERSION}. Change these files to it:\n  ${faults}")
 endif()
 list(LENGTH places count)
-message(STATUS "${count} files tell version ${VERSION}")
+message(STATUS "${count} files have version ${VERSION}")

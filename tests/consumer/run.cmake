@@ -1,9 +1,9 @@
 # Builds a project outside of this one against the library and runs it.
 #
 #   cmake -D KIND=<cmake|pkg-config|command-line|c|c-cmake|python> -D COMPILER=<compiler> -D SCRATCH=<folder>
-#         -D BUILD=<build tree> [-D MOVE=ON]    installs the library from there first, and moves that tree,
-#      or -D BUILD=<build tree> -D IN_PLACE=ON  takes the build tree itself (kind cmake only),
-#      or -D PREFIX=<folder>                    takes an install tree that somebody else has made
+#         -D BUILD=<build tree> [-D MOVE=ON]    first installs the library from there; MOVE moves that tree,
+#      or -D BUILD=<build tree> -D IN_PLACE=ON  uses the build tree itself (kind cmake only),
+#      or -D PREFIX=<folder>                    uses an existing install tree
 #         [-D TOOLCHAIN=<file>] [-D EMULATOR=<command>] [-D RUNTIME=<folder of the shared library>]
 #         [-D LIBDIR=<lib>]
 #         -P run.cmake
@@ -16,12 +16,12 @@ if(NOT LIBDIR)
   set(LIBDIR lib)
 endif()
 
-# step(<what it is> <command...>): fails with the command's output; leaves that in `output`.
+# step(<name> <command...>): leaves the command's output in `output`; a failure prints it.
 function(step what)
   execute_process(COMMAND ${ARGN} WORKING_DIRECTORY ${SCRATCH}
     RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
   if(NOT result STREQUAL "0")
-    message(FATAL_ERROR "${what} failed (${result}):\n${output}")
+    message(FATAL_ERROR "${what} failed with exit code ${result}. Its output:\n${output}")
   endif()
   set(output "${output}" PARENT_SCOPE)
 endfunction()
@@ -47,7 +47,7 @@ else()
   set(search ${PREFIX})
   set(runtime ${PREFIX}/bin ${PREFIX}/${LIBDIR})
   if(NOT EXISTS ${PREFIX}/include/vu_storage.h)
-    message(FATAL_ERROR "there is no include/vu_storage.h in ${PREFIX}")
+    message(FATAL_ERROR "${PREFIX} has no include/vu_storage.h. Correct PREFIX.")
   endif()
 endif()
 if(RUNTIME)
@@ -56,7 +56,7 @@ endif()
 
 # ---- the program -------------------------------------------------------------------------------------
 
-# Its sister for C: gcc, cc, clang.
+# The C compiler that belongs to COMPILER: gcc, cc, clang.
 string(REGEX REPLACE "clang[+][+]" "clang" c_compiler "${COMPILER}")
 string(REGEX REPLACE "g[+][+]" "gcc" c_compiler "${c_compiler}")
 string(REGEX REPLACE "c[+][+]" "cc" c_compiler "${c_compiler}")
@@ -74,12 +74,12 @@ if(KIND STREQUAL "cmake")
   else()
     list(APPEND arguments -DCMAKE_CXX_COMPILER=${COMPILER})
   endif()
-  # A version that this one does not serve must be refused.
+  # A request for an incompatible version must fail.
   execute_process(COMMAND ${CMAKE_COMMAND} ${arguments} -DWANTED_VERSION=2.0
     RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
   string(REGEX REPLACE "[ \n]+" " " output "${output}")
   if(result STREQUAL "0" OR NOT output MATCHES "compatible with requested version")
-    message(FATAL_ERROR "version 2.0 was asked for and not refused:\n${output}")
+    message(FATAL_ERROR "find_package() accepted version 2.0. Check the version file of the package. Output:\n${output}")
   endif()
   step("configuring" ${CMAKE_COMMAND} ${arguments} -DWANTED_VERSION=1.0)
   step("building" ${CMAKE_COMMAND} --build ${SCRATCH}/build)
@@ -99,7 +99,7 @@ elseif(KIND STREQUAL "c")
   step("compiling" ${c_compiler} -std=c99 -Wall -Wextra -Wpedantic -Werror ${here}/../border/border.c -o ${program}
     -I ${PREFIX}/include -L ${PREFIX}/${LIBDIR} -lvu_storage)
 elseif(KIND STREQUAL "c-cmake")
-  # A project that knows no C++.
+  # A project without C++.
   step("configuring" ${CMAKE_COMMAND} -S ${here}/cmake_c -B ${SCRATCH}/build -G Ninja
     "-DCMAKE_PREFIX_PATH=${search}" -DCMAKE_BUILD_TYPE=Release "-DCMAKE_RUNTIME_OUTPUT_DIRECTORY=${SCRATCH}"
     -DCMAKE_C_COMPILER=${c_compiler})
@@ -108,23 +108,23 @@ elseif(KIND STREQUAL "python")
   set(ENV{PYTHONPATH} "${PREFIX}/share/vu_storage/python")
   set(program python3 -B ${here}/consumer.py)
 else()
-  message(FATAL_ERROR "there is no consumer of the kind '${KIND}'")
+  message(FATAL_ERROR "the kind '${KIND}' is unknown. Use one of those in the head of this file.")
 endif()
 
 # ---- its run -----------------------------------------------------------------------------------------
 
 if(EMULATOR)
-  # Wine's drive Z: is the whole file system.
+  # Drive Z: of Wine is the root of the file system.
   list(TRANSFORM runtime PREPEND "Z:")
   set(ENV{WINEPATH} "${runtime}")
 elseif(NOT PREFIX STREQUAL "/usr")
-  # Below /usr the system's loader finds it by itself.
+  # Below /usr the loader finds the library without help.
   list(JOIN runtime ":" runtime)
   set(ENV{LD_LIBRARY_PATH} "${runtime}:$ENV{LD_LIBRARY_PATH}")
 endif()
 step("running" ${EMULATOR} ${program} storage-tree)
 if(NOT output MATCHES "consumer: passed|the border holds")
-  message(FATAL_ERROR "the program ended without its last line:\n${output}")
+  message(FATAL_ERROR "the program did not print its last line. Its output:\n${output}")
 endif()
 file(REMOVE_RECURSE ${SCRATCH})
 message(STATUS "${KIND}: built against ${search} and run")

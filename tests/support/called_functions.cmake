@@ -1,5 +1,5 @@
-# Makes the list of the functions of the C interface, and a macro for each that notes its success: see called.h.
-# Included; leaves the folder of the header in vu_called_folder.
+# Generates the list of the functions of the C interface, and a macro for each that records its success: see called.h.
+# Sets vu_called_folder to the folder of the header.
 
 set(header ${PROJECT_SOURCE_DIR}/include/vu/storage.h)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${header})
@@ -9,7 +9,7 @@ string(REGEX MATCHALL "\nVU_C_API " marks "${text}")
 list(LENGTH declarations count)
 list(LENGTH marks expected)
 if(count LESS 40 OR NOT count EQUAL expected)
-  message(FATAL_ERROR "${header}: ${expected} functions are declared, ${count} are understood")
+  message(FATAL_ERROR "${header} declares ${expected} functions, but only ${count} were parsed. Adapt the pattern of this file.")
 endif()
 
 set(names)
