@@ -29,7 +29,7 @@ VU_STORAGE_TYPES_BEGIN
 ///
 /// Narrow strings are in the process's ANSI code page on Windows and plain bytes on Linux. The
 /// library writes backslashes as separators; on Linux it accepts `\` and `/`. In a two-byte code
-/// page the second byte of a character is never a separator.
+/// page the second byte of a character is never taken for a separator.
 ///
 /// A path with a NUL names nothing: it does not exist, it cannot be opened, and no operation
 /// creates, copies, renames or removes it.

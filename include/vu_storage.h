@@ -243,8 +243,8 @@ class VU_STORAGE_API vu_storage {
   static bool copyToStorage(const std::string& source, const std::string& userOrDomain,
                             const std::string& entry, STG::RepositoryType type, bool replace,
                             long timestamp);
-  /// Copies a document that OpenRead() would serve to a path outside the storage, over an existing
-  /// file. A copy that fails half-way leaves no file, and the old one is lost.
+  /// Copies the document that OpenRead() would open. The target is a path outside the storage; an
+  /// existing file is overwritten. A copy that fails half-way leaves no file: the old one is lost.
   /// @param destination the path of the copy.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
   /// @return whether the copy succeeded.

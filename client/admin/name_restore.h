@@ -83,8 +83,8 @@ struct RestorePlan {
 RestorePlan plan_restore(const FolderView& folder, std::string_view saved);
 
 /// Plans and does the restore under an exclusive lock on the index. Creates a missing index. After
-/// a kill, the index has the old or the new text, and some files may have their old names already;
-/// the next restore completes it.
+/// a kill, the index has the old or the new text. Some files may have their old names already. The
+/// next restore completes the work.
 /// @param plan on success: what was done.
 os::Status restore_names(const DocumentFolder& folder, std::string_view saved,
                          const sys::Locking& locking, RestorePlan& plan);

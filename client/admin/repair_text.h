@@ -57,13 +57,13 @@ bool is_orphaned_parts(const FolderView& folder, std::string_view name);
 // Restores entries from an index whose text is damaged: by line ends of another system, zeros, a
 // truncation, or two joined lines. Readers skip such lines, and the next save drops them.
 
-/// The lines that can be restored from the damaged text, in its order, without line ends. Only
-/// lines whose file exists and whose file and key no entry has.
+/// The lines that can be restored from the damaged text, in its order, without line ends. The
+/// file of such a line exists, and no entry has its file or key.
 std::vector<std::string> salvaged_lines(const FolderView& folder);
 
-/// The index with the @p lines whose file exists and whose file and key no entry has. Damaged lines
-/// that contain only restored or present keys are removed. Other damaged lines stay; those without
-/// a "/" are put at the end, where they do not damage other lines.
+/// The index with those of the @p lines whose file exists, if no entry has their file or key.
+/// Damaged lines that contain only restored or present keys are removed. Other damaged lines stay;
+/// those without a "/" are put at the end, where they do not damage other lines.
 /// @param added the number of added lines.
 std::string with_restored_lines(const FolderView& folder, const std::vector<std::string>& lines,
                                 std::size_t& added);

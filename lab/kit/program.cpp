@@ -48,7 +48,7 @@ HANDLE stop_event() {
 void wait_for(HANDLE process, std::chrono::seconds limit, const Waiting& waiting, Ended& ended) {
   constexpr std::chrono::seconds kStep{5};
   const HANDLE both[] = {process, stop_event()};
-  // Programs that start after a stop clean up.
+  // A program that starts after a stop only cleans up, so the stop does not end it.
   const DWORD count = is_stopped() ? 1 : 2;
   std::chrono::seconds waited{0};
   for (;;) {
