@@ -1,5 +1,5 @@
-// Arguments that the library refuses. First names: what the guard refuses on which system, and what
-// has no place in a code page.
+// Arguments that the library refuses. The first cases test names: names that the guard refuses on a
+// system, and names without a form in the code page.
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,7 @@
 #include "tests/c_interface/program_store.h"
 
 #if defined(_WIN32)
-// Without the system's own header, which only the seam may see.
+// Declared here, because only the seam may include the system's header.
 extern "C" __declspec(dllimport) unsigned int __stdcall GetACP();
 #endif
 
@@ -36,7 +36,7 @@ unsigned int code_page() {
 
 const char* name_of(vu_status status) { return vu_status_name(status); }
 
-/// No code page but UTF-8 has it.
+/// Only the code page UTF-8 has this character.
 constexpr const char* kFace = "\xF0\x9F\x98\x80";
 
 }  // namespace
@@ -109,7 +109,7 @@ TEST(CNames, CharactersOutsideTheCodePageAreReported) {
   EXPECT_EQ(vu_status_name(vu_rename_owner(store(), kFace, "names-else")), expected);
   EXPECT_EQ(vu_status_name(vu_remove_owner(store(), kFace)), expected);
   EXPECT_EQ(vu_status_name(vu_migrate_inbox(store(), kFace)), expected);
-  // What stands in the index alone has a place everywhere.
+  // A name that is only in the index is valid in every code page.
   const std::string named = face + ".kdf";
   const vu_document where = document("names-page", named.c_str(), 1);
   ASSERT_EQ(put(where, "bytes"), VU_DONE) << last_error().text;
@@ -135,7 +135,7 @@ TEST(CNames, BytesThatAreNoUtf8AreNamesOnLinuxAlone) {
   for (const char* const bytes : {"\xFF\xFE", "\xC3", "\xED\xA0\x80", "\xC0\xAF"}) {
     const vu_document where = document(bytes, "a.kdf", 1);
     EXPECT_EQ(vu_status_name(vu_exists(store(), &where)), expected);
-    // Between its start and its extension a name is bytes of the index.
+    // The index stores the middle of a name, without its start and its extension, as bytes.
     const vu_document named = document("names-bytes", bytes, 1, VU_AREA_USER);
     EXPECT_EQ(put(named, "x"), VU_DONE) << last_error().text;
     EXPECT_EQ(content(named), "x");
@@ -161,8 +161,7 @@ TEST(CNames, ALongNameIsAnAnswerAndNotACrash) {
   EXPECT_EQ(other, nullptr);
 }
 
-// ------------------------------------------------------------------------------------------------
-// Arguments that make no sense: each gives a status, and nothing else happens.
+// Invalid arguments: each call returns a status and does nothing else.
 
 namespace {
 
@@ -172,7 +171,7 @@ struct Row {
   std::function<vu_status()> call;
 };
 
-/// Every call that takes a store, with arguments that are good but for the store.
+/// Every call that takes a store, with valid other arguments.
 std::vector<Row> calls_with(vu_store* handle, vu_status expected) {
   static const vu_document good = document("arguments", "a.kdf", 1);
   static char text[200];
@@ -249,7 +248,7 @@ void expect_rows(const std::vector<Row>& rows, const char* handle) {
   }
 }
 
-/// A document with one thing changed.
+/// A valid document with one change.
 vu_document with(const std::function<void(vu_document&)>& change) {
   vu_document result = document("arguments", "a.kdf", 1);
   change(result);
@@ -284,7 +283,7 @@ TEST(CArguments, EveryCallRefusesAnInvalidStreamHandle) {
   vu_stream* closed = nullptr;
   ASSERT_EQ(vu_open(store(), &where, VU_WRITE_OVER, &closed), VU_DONE);
   ASSERT_EQ(vu_stream_close(closed), VU_DONE);
-  // The place of a closed stream is given to the next one; the old handle is not the new one.
+  // The next stream reuses the slot of a closed one, but has another handle.
   vu_stream* next = nullptr;
   ASSERT_EQ(vu_open(store(), &where, VU_WRITE_OVER, &next), VU_DONE);
   EXPECT_NE(closed, next);

@@ -14,12 +14,12 @@
 #include "stg_index.h"
 #include "tests/support/scratch.h"
 
-// Before the layer, whose calls it notes.
+// Required: before the layer, whose calls it records.
 #include "tests/support/called.h"
 
 #include "vu/storage.hpp"
 
-// The C++17 layer. All cases of a process share its one storage; each has owners of its own.
+// The C++17 layer. All cases of a process share one storage; each has other owners.
 
 namespace {
 
@@ -35,7 +35,7 @@ vu::key user_key(const char* owner, const char* name, std::int64_t version = 0) 
   return {vu::area::user, owner, name, version};
 }
 
-/// The code of what a call throws; VU_DONE when it throws nothing.
+/// The code of the exception of a call; VU_DONE without an exception.
 template <class Call>
 vu_status code_of(Call call) {
   try {
@@ -150,7 +150,7 @@ TEST(CppFile, MovesReadsWritesAndClosesItself) {
   }
   EXPECT_FALSE(storage().create(where));
   {
-    // Would wait for ever for one that was not closed.
+    // This call would wait for ever for a file that was not closed.
     vu::file file = storage().create(where, vu::if_there::replace);
     file.write(std::string(200'000, 'a'));
   }

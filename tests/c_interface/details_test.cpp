@@ -9,7 +9,7 @@
 #include "tests/c_interface/program_store.h"
 #include "tests/support/process.h"
 
-// Edges of single calls; owners who share folders, and two processes.
+// Edge cases of single calls; owners that share folders; two processes.
 
 namespace {
 
@@ -44,7 +44,7 @@ TEST(CDetails, ANulFollowsWhatIsReadWhole) {
   const vu_document where = document("details", "ended.kdf", 1);
   for (std::size_t length = 0; length < 40; ++length) {
     ASSERT_EQ(put(where, std::string(length, 'x'), VU_REPLACE), VU_DONE);
-    // What is allocated next is likely to be this.
+    // The next allocation probably returns this dirty memory.
     void* const dirty = std::malloc(length + 1);
     std::memset(dirty, 0x7F, length + 1);
     std::free(dirty);
@@ -89,7 +89,7 @@ TEST(CDetails, TheFolderOfSubPartsIsNotAValidName) {
   ASSERT_EQ(vu_open_part(store(), &where, "html@a", "p", VU_WRITE_OVER, &stream), VU_DONE);
   ASSERT_EQ(vu_stream_close(stream), VU_DONE);
   const std::filesystem::path folder = native(path_of(where) + "_");
-  // In the very bucket of that document.
+  // In the bucket of that document.
   const std::string moved = program_store().root.path("storage\\user\\details-parts");
   make_folder(moved);
   std::filesystem::rename(folder, native(moved) / folder.filename());
@@ -174,7 +174,7 @@ TEST(CDetails, VersionsOnTheirWayAreNotListed) {
   const vu_document staged = document("details-staged", ".vu-storing-1.txt", 1, VU_AREA_USER);
   ASSERT_EQ(vu_put(bare, &staged, "left", 4, VU_IN_PLACE, nullptr), VU_DONE);
   EXPECT_EQ(documents_of("details-staged", VU_AREA_USER), Names{"a.txt@1"});
-  // Age takes it like any other.
+  // A clean by age removes it like any other version.
   std::int64_t count = 0;
   EXPECT_EQ(
       vu_clean(store(), VU_AREA_USER, "details-staged", 0, VU_CLEAN_ALL, nullptr, nullptr, &count),
@@ -186,7 +186,7 @@ TEST(CDetails, VersionsOnTheirWayAreNotListed) {
 TEST(CDetails, CleaningUsesTheRequestedAge) {
   const vu_document where = document("details-age", "a.txt", 1, VU_AREA_USER);
   ASSERT_EQ(put(where, "x"), VU_DONE);
-  // Changed long ago, read just now.
+  // The last change is long ago; the last read is now.
   set_modify_time(path_of(where), 1'500'000'000);
   EXPECT_EQ(content(where), "x");
   const auto outdated = [&](std::uint32_t flags) {
@@ -202,11 +202,9 @@ TEST(CDetails, CleaningUsesTheRequestedAge) {
   EXPECT_EQ(outdated(VU_BY_ACCESS), info.accessed < 1'600'000'000 ? 1 : 0);
 }
 
-// ---- other processes ----------------------------------------------------------------------------
-
 namespace {
 
-/// A process whose owners share folders. @return 0, or the number of the line that is wrong.
+/// A process whose owners share folders. @return 0, or the number of the line that fails.
 int owners_share_folders(const std::vector<std::string>& args) {
   vu_settings settings = VU_SETTINGS_INIT;
   settings.root = args.at(0).c_str();
@@ -236,7 +234,7 @@ int owners_share_folders(const std::vector<std::string>& args) {
 }
 REGISTER_ROLE(owners_share_folders, owners_share_folders)
 
-/// A process with a configuration folder of its own. @return as above.
+/// A process with a configuration folder. @return as above.
 int master_profile_has_two_names(const std::vector<std::string>& args) {
   vu_settings settings = VU_SETTINGS_INIT;
   settings.root = args.at(0).c_str();
@@ -258,7 +256,7 @@ int master_profile_has_two_names(const std::vector<std::string>& args) {
 }
 REGISTER_ROLE(master_profile_has_two_names, master_profile_has_two_names)
 
-/// Holds a document open for writing until it is told to end.
+/// Keeps a document open for writing until the parent sends a line.
 int hold_a_document(const std::vector<std::string>& args) {
   vu_settings settings = VU_SETTINGS_INIT;
   settings.root = args.at(0).c_str();
@@ -302,7 +300,7 @@ TEST(CProcesses, ADocumentThatAnotherProcessWritesIsWaitedForInTime) {
   char bytes[10];
   std::size_t size = 0;
   EXPECT_EQ(name_of(vu_read(hurried, &where, bytes, sizeof bytes, &size)), "VU_LOCK_TIMEOUT");
-  // Storing at once takes the name, and waits for nobody who has the old file.
+  // A store replaces the name at once and does not wait for readers of the old file.
   const vu_status stored = vu_put(hurried, &where, "new", 3, VU_REPLACE, nullptr);
   EXPECT_TRUE(stored == VU_DONE || stored == VU_FAILED) << name_of(stored);
   other.tell("end");

@@ -1,4 +1,4 @@
-// Stores and documents. First stores: opening, versions, the last error, traces.
+// Stores and documents. The first cases test stores: opening, versions, the last error, traces.
 
 #include <gtest/gtest.h>
 
@@ -47,7 +47,7 @@ TEST(CStore, ANullRootJoinsTheStorageInForce) {
 }
 
 TEST(CStore, ARootIsMadeWhereItsPathLeadsAndNotBelowTheCurrentFolder) {
-  // Two separators at the beginning are those of a share, or of the prefix for long paths.
+  // Two leading separators belong to a share or to the prefix for long paths.
   const scratch_folder where;
   const std::string below = native(where.path()).string();
 #if defined(_WIN32)
@@ -59,7 +59,7 @@ TEST(CStore, ARootIsMadeWhereItsPathLeadsAndNotBelowTheCurrentFolder) {
   settings.root = root.c_str();
   settings.flags = VU_MAKE_ROOT;
   vu_store* handle = nullptr;
-  // The storage of this program lies elsewhere.
+  // The storage of this program has another root.
   ASSERT_NE(store(), nullptr);
   EXPECT_EQ(vu_open_store(&settings, &handle), VU_REFUSED);
   EXPECT_TRUE(folder_exists(where.path("new\\root")));
@@ -144,7 +144,7 @@ TEST(CStore, TheLastErrorContainsThePathAndTheSystemsReason) {
   std::size_t size = 0;
   ASSERT_EQ(vu_file_path(store(), &where, path.data(), path.size(), &size), VU_DONE);
   path.resize(size);
-  // A folder in the place of the file cannot be opened as one.
+  // A folder in place of the file cannot be opened as a file.
   std::filesystem::remove(native(path));
   make_folder(path);
   vu_stream* stream = nullptr;
@@ -201,8 +201,7 @@ TEST(CStore, TracesGoToTheCallbackUpToItsLevel) {
   EXPECT_EQ(vu_set_trace(nullptr, nullptr, 0), VU_DONE);
 }
 
-// ------------------------------------------------------------------------------------------------
-// Documents: stored, read, described, copied, renamed and removed.
+// Storing, reading, describing, copying, renaming and removing documents.
 
 using Names = std::vector<std::string>;
 
@@ -422,7 +421,7 @@ TEST(CDocuments, TheFileOfAnotherDocumentIsNotAValidName) {
     EXPECT_EQ(vu_profile_set(store(), "stored-name", file.c_str(), "a", "b"), VU_REFUSED);
   }
   EXPECT_EQ(content(where), "bytes");
-  // A name that is none here is as good as any, also one of digits.
+  // A name that is not a physical name here is a normal name, also one of digits.
   const vu_document dated = document("stored-name", "20240501.txt", 1, VU_AREA_USER);
   EXPECT_EQ(put(dated, "dated"), VU_DONE);
   EXPECT_EQ(content(dated), "dated");

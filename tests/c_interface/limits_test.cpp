@@ -9,11 +9,11 @@
 #include "tests/c_interface/program_store.h"
 #include "vu_file.h"
 
-// Time limits: what has changed when a lock was not obtained in time, and what the status says.
+// Time limits: what a call has changed, and which status it returns, when a lock timed out.
 
 namespace {
 
-/// A handle whose calls wait 40 ms.
+/// A store whose calls wait at most 40 ms for a lock.
 class Hurried {
  public:
   Hurried() { m_store = program_store().open(0, 40, m_status); }
@@ -67,13 +67,13 @@ std::string stored(const vu_document& what, std::uint32_t flags) {
   return name_of(vu_put(hurried.store(), &what, "new", 3, VU_REPLACE | flags, nullptr));
 }
 
-/// Writes the version without atomic replacement, in each of the ways.
+/// Each way to write a version without atomic replacement.
 const auto kWaysInPlace = {
     +[](const vu_document& what) { return opened_over(what); },
     +[](const vu_document& what) { return stored(what, VU_IN_PLACE); },
 };
 
-/// A document and two category files, of which the second one has a line of the document.
+/// A document and two category files. The second one has a line for the document.
 struct Categories {
   explicit Categories(const char* owner)
       : text(document(owner, "a.txt", 0, VU_AREA_USER)),

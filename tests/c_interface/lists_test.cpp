@@ -1,5 +1,4 @@
-// Lists, key files, profiles, owners, cleaning and the migration;
-// and callbacks.
+// Lists, key files, profiles, owners, cleaning, migration, and callbacks.
 
 #include <gtest/gtest.h>
 
@@ -25,7 +24,7 @@ std::int32_t stop_at_second(void* context, const vu_entry*) {
   return ++*static_cast<int*>(context) == 2 ? 1 : 0;
 }
 
-/// Asks the library about the very entry that it is told.
+/// Queries the entry that the callback receives.
 std::int32_t describe_it(void* context, const vu_entry* entry) {
   const vu_document same = document(entry->owner, entry->name, entry->info.version, entry->area);
   vu_info info = VU_INFO_INIT;
@@ -209,7 +208,7 @@ TEST(CMigrate, AMailFolderIsConvertedOnce) {
   make_folder(folder);
   write_file(folder + "\\f4#f5#x#A%20B.kdb", "mail");
   write_file(folder + "\\read.txt", "x\tA%20B\tB\tf4\tf5\tf6\t\n");
-  // Without adoption the file would stay, in a folder that is marked as converted.
+  // Without adoption the migration would mark the folder and leave the file.
   EXPECT_EQ(vu_migrate_inbox(store(), "mail-old"), VU_REFUSED);
   EXPECT_EQ(documents_of("mail-old", VU_AREA_MAIL), Names{});
   STGIndex::setSynchronizeMode(true);
@@ -221,8 +220,7 @@ TEST(CMigrate, AMailFolderIsConvertedOnce) {
   STGIndex::setSynchronizeMode(false);
 }
 
-// ------------------------------------------------------------------------------------------------
-// What callbacks may do: call the library, change what is listed, close what is in use, throw.
+// Callbacks that call the library, change the listed folder, close what is in use, or throw.
 
 namespace {
 
@@ -301,7 +299,7 @@ TEST(CCallbacks, ErrorsOfTheirOwnCallsDoNotReachTheCaller) {
 }
 
 TEST(CCallbacks, AFailureAfterThemIsNotTheirs) {
-  // The second folder of the list is the one that fails: its index is a folder.
+  // The second folder of the list fails, because its index is a folder.
   ASSERT_EQ(put(document("back-later", "a.kdf", 1), "x"), VU_DONE);
   Names folders = list_folder(program_store().root.path("storage\\docs\\back-later"));
   ASSERT_EQ(folders.size(), 1U);
@@ -321,7 +319,7 @@ TEST(CCallbacks, AFailureAfterThemIsNotTheirs) {
 }
 
 TEST(CCallbacks, AnExceptionOutOfOneEndsTheCallAndGivesTheStoreBack) {
-  // It must not happen; where both sides have one runtime it is a failure like others.
+  // Callbacks must not throw. If both sides have the same runtime, the exception becomes a failure.
   put_three("back-throw");
   vu_status status = VU_FAILED;
   vu_store* const own = program_store().open(0, 0, status);

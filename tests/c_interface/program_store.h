@@ -9,15 +9,15 @@
 
 #include "tests/support/called.h"
 
-/// The one storage of a test program that sees the C interface alone: it is opened once in a
-/// process, so all its tests share it. Every test uses owners of its own. Files are not adopted.
+/// The storage of a test program that uses the C interface alone. It is opened once per process, so
+/// all tests share it. Each test uses other owners. Files are not adopted.
 struct ProgramStore {
   scratch_folder root;
   std::string native_root = native(root.path()).string();
   vu_status opened = VU_FAILED;
   vu_store* store = open(0, 0, opened);
 
-  /// A handle of its own.
+  /// A separate handle.
   vu_store* open(std::uint32_t flags, std::int64_t wait_ms, vu_status& status) const {
     vu_settings settings = VU_SETTINGS_INIT;
     settings.root = native_root.c_str();
@@ -35,7 +35,7 @@ inline const ProgramStore& program_store() {
 }
 inline vu_store* store() { return program_store().store; }
 
-/// A document; the texts must outlive it.
+/// A document. The texts must outlive it.
 inline vu_document document(const char* owner, const char* name, std::int64_t version = 0,
                             std::int32_t area = VU_AREA_DOCS) {
   vu_document result = VU_DOCUMENT_INIT;

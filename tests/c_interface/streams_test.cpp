@@ -10,7 +10,7 @@
 #include "tests/support/real_kernel.h"
 #include "vu_file.h"
 
-// Streams: positions, parts, what is served, and how long they wait.
+// Streams: positions, sub-parts, served reads, and how long they wait.
 
 namespace {
 
@@ -20,8 +20,8 @@ vu_stream* opened(const vu_document& what, std::int32_t mode) {
   return stream;
 }
 
-/// Where the name of a file stays as long as somebody reads it, as it may on Windows, the old
-/// version stays as well.
+/// Windows may keep the name of a file while a reader has it open. The old version is then kept
+/// too.
 bool is_replaced_or_kept(vu_status status) {
   return status == VU_DONE || (kOnWindows && status == VU_FAILED);
 }
@@ -141,7 +141,8 @@ TEST(CStreams, ALockedIndexEndsEveryCallInTimeAndLeavesNothing) {
   vu_status status = VU_FAILED;
   vu_store* const hurried = program_store().open(0, 40, status);
   const vu_document other = document("limits-index", "b.txt", 1, VU_AREA_USER);
-  // A reader lets the first look pass, and the save wait; a writer stops both.
+  // A shared lock lets the first check of the index pass and blocks the save. An exclusive lock
+  // blocks both.
   for (const vu_file::type_access mode : {vu_file::o_read, vu_file::o_append}) {
     vu_file index(folder, "index.dat");
     index.open(mode);
@@ -186,7 +187,7 @@ struct Meeting {
   vu_status closed = VU_DONE;
 };
 
-/// While one thread is inside a call with the stream, another one tries the same.
+/// While one thread is inside a call of the stream, another thread makes the same call.
 void meet(void* context, const vu_trace*) {
   auto* const meeting = static_cast<Meeting*>(context);
   if (meeting->is_over.exchange(true)) return;
