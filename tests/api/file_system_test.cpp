@@ -194,7 +194,7 @@ TYPED_TEST(VuFileFolder, HasNoSizeSoThatReadingItWholeGivesNothing) {
   EXPECT_EQ(bytes, "");
 }
 
-// A file with nothing in it, however large, takes no room.
+// A sparse file uses no disk space, at any size.
 TEST(VuFileSize, NarrowIsTheLow32BitsAsASignedNumber) {
   const scratch_folder dir;
   const std::string path = dir.path("large");

@@ -341,7 +341,7 @@ TEST(VuFileUtf8RecurseRemoveDirFailure, OfOneFolderLeavesTheOthersToGo) {
   const scratch_folder dir;
   make_folder(dir.path("tree\\one"));
   make_folder(dir.path("tree\\two"));
-  // The second listing is that of the first sub-folder, in any order.
+  // The second listing is that of the sub-folder that comes first.
   const auto fault = faults::throw_from(Call::list, kPlanned, 2);
   recording_sink sink;
   EXPECT_TRUE(vu_fileutf8::recurseRemoveDir(vu_utf8string(dir.path("tree"))));

@@ -221,7 +221,8 @@ TEST_F(IndexAdoption, KnowsGeneratedFilesByTheirNameWithoutExtension) {
 }
 
 TEST_F(IndexAdoption, TakesAFileForKnownBesideOneOfItsNameWithoutExtension) {
-  // A physical name without an extension may be a generated name, in any form.
+  // A physical name without an extension may be a generated name, even if it does not look like
+  // one.
   folder.write("notes");
   folder.write("notes.txt");
   folder.set_index("notes_0000000000/notes\n");

@@ -154,8 +154,8 @@ TEST_F(IndexCleaning, TakesAFileOfTheFutureForNew) {
 TEST_F(IndexCleaning, KeepsAFileOfUnknownAge) {
   write_aged("00000001.kdc", kDay);
   folder.set_index("a.kdc_0000000001/00000001\n");
-  // Calls of stat before: for the folder and for the size of the index. The third one is for the
-  // file.
+  // The first two stat calls are for the folder and for the size of the index. The third one is for
+  // the file.
   for (const Times times : {Times::kOnce, Times::kLasting}) {
     kept.clear();
     const auto fault = os::faults::fail(Call::stat, kRefused, 3, times);
@@ -447,7 +447,7 @@ TEST_F(IndexCleaning, StillWritesItsRemovalsWhenTheSweepRaises) {
 TEST_F(IndexCleaning, RaisesWhatTheRewriteRaises) {
   write_aged("00000001.kdc", kDay);
   folder.set_index("a.kdc_0000000001/00000001\n");
-  // Reads before: those of the instance and of the sweep.
+  // Earlier reads: by the instance and by the sweep.
   const auto fault = os::faults::fail(Call::read, kRefused, 3);
   EXPECT_THROW(clean(3600), vu_file_except);
   EXPECT_EQ(fault.hits(), 1U);

@@ -296,7 +296,7 @@ TEST_F(IndexExists, LetsAFailedReadPass) {
 
 TEST_F(IndexExists, NamesAnUnknownEntry) {
   folder.set_index("a.kdb_0000000005/00000007\n");
-  // Calls before: for the logical name and for the index.
+  // Earlier calls: for the logical name and for the index.
   const auto fault = os::faults::fail(Call::probe_search, kRefused, 3, Times::kLasting);
   recording_sink sink;
   EXPECT_FALSE(STGIndex::exists(folder.path(), "a.kdb", 5, physical));

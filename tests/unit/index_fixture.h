@@ -40,7 +40,7 @@ class IndexTest : public testing::Test {
   synchronisation m_switch;
 };
 
-/// For changes of entries, and their traces.
+/// A fixture for changes of entries and their traces.
 class IndexEntries : public IndexTest {
  protected:
   /// The two records at the end of a change.
@@ -64,7 +64,7 @@ class IndexOperations : public IndexTest {
   std::string physical = "untouched";
 };
 
-/// For saves, and their traces.
+/// A fixture for saves and their traces.
 class IndexSaving : public IndexTest {
  protected:
   /// Loads the index and saves it, changed or not.

@@ -51,7 +51,7 @@ TEST(IndexKey, GivesItsLogicalNameBack) {
   EXPECT_EQ(Peer::entryOnly("a.kdb_0000000007"), "a.kdb");
   EXPECT_EQ(Peer::entryOnly("a_b_c_0000000042"), "a_b_c");
   EXPECT_EQ(Peer::entryOnly("_0000000000"), "");
-  // The last eleven characters are removed, in any form.
+  // The last eleven characters are removed without a check.
   EXPECT_EQ(Peer::entryOnly("abcdefghijkl"), "a");
 }
 

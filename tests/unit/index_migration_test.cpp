@@ -463,8 +463,8 @@ TEST_F(IndexMigration, RaisesWhereTheListCannotBeRead) {
   write("read.txt", "no name\n");
   write("index.dat", "a%20.kdb_0000000000/a%20.kdb\nread.txt_0000000000/read.txt\n");
   {
-    // Reads before, all of the index: for the marker, and for the forced rewrite (two reads and the
-    // check for the end).
+    // Earlier reads are all of the index: for the marker and for the forced rewrite, with the
+    // checks for its end.
     const auto fault = os::faults::fail(Call::read, kRefused, 5);
     EXPECT_THROW(migrate(), vu_file_except);
     EXPECT_EQ(fault.hits(), 1U);

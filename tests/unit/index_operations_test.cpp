@@ -79,7 +79,7 @@ TEST_F(IndexCreating, RaisesWhereTheIndexCannotBeOpened) {
 
 TEST_F(IndexCreating, CreatesTheFileEvenIfTheSystemCannotCheckWhetherItExists) {
   folder.set_index(" ");
-  // Calls before: for the logical name and for the index, by the query and by the load.
+  // Earlier calls: for the logical name and for the index, by the query and by the load.
   const auto fault = os::faults::fail(Call::probe_search, kRefused, 4);
   EXPECT_EQ(STGIndex::create(folder.path(), "a.kdb", 5), "00000001.kdb");
   EXPECT_EQ(fault.hits(), 1U);
@@ -100,7 +100,7 @@ TEST_F(IndexCreating, ReturnsTheNameOfAnUnknownEntry) {
 TEST_F(IndexCreating, RaisesWhatTheRewriteRaises) {
   folder.set_index(" ");
   {
-    // Reads before: by the query, by the load, and of the empty counter.
+    // Earlier reads: by the query, by the load, and of the empty counter.
     const auto fault = os::faults::fail(Call::read, kRefused, 6);
     EXPECT_THROW(STGIndex::create(folder.path(), "a.kdb", 5), vu_file_except);
     EXPECT_EQ(fault.hits(), 1U);

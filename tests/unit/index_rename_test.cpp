@@ -291,7 +291,7 @@ TEST_F(IndexRename, ReplacesAnEntryBesideAnUnknownEntryOfItsKey) {
   folder.write("index", "00000003");
   folder.set_index(
       "a.kdb_0000000001/00000001\nn.kdb_0000000001/00000002\nn.kdb_0000000001/00000003\n");
-  // The index is asked for first, then the line whose file the listing does not show.
+  // The first call checks the index, the second the file that the listing does not show.
   const auto fault = os::faults::fail(Call::probe_search, kRefused, 2);
   STGIndex::rename(folder.path(), "a.kdb", 1, "n.kdb", 1);
   EXPECT_EQ(fault.hits(), 1U);
@@ -315,7 +315,7 @@ TEST_F(IndexRename, LeavesUnknownEntries) {
   for (const bool old_is_there : {true, false}) {
     folder.set_index(text);
     folder.write(old_is_there ? "00000001.kdb" : "00000002.kdb", "bytes");
-    // The index is asked for first, then the line whose file the listing does not show.
+    // The first call checks the index, the second the file that the listing does not show.
     const auto fault = os::faults::fail(Call::probe_search, kRefused, 2);
     recording_sink sink;
     STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 2);

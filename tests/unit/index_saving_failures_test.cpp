@@ -232,7 +232,7 @@ TEST_F(IndexSaving, WarnsWhenTheIndexCannotBeOpened) {
   folder.set_index("a.kdb_0000000001/00000001\n");
   recording_sink sink;
   {
-    // Opens before: the index, the counter, the new file.
+    // Earlier opens: the index, the counter, the new file.
     const auto fault = os::faults::fail(Call::open, kRefused, 4);
     STGIndex index = Peer::load(folder.path());
     Peer::_create(index, "b.kdb", 1);

@@ -140,8 +140,7 @@ TEST_F(IndexSaving, LosesAnEntryWhoseLogicalNameHoldsASlash) {
 
 TEST_F(IndexSaving, KeepsAnUnknownEntryAndSavesTheRest) {
   folder.write("00000001");
-  // The system does not report on the file of the second line. The file of the third line is
-  // missing.
+  // The check for the file of the second line fails. The file of the third line is missing.
   const std::string text = "a_0000000001/00000001\nb_0000000001/00000002\nc_0000000001/00000003\n";
   folder.set_index(text);
   recording_sink sink;
@@ -279,7 +278,7 @@ TEST_F(IndexSaving, IsNotStoppedByALineThatLeadsToAnUnreadableFolder) {
   const std::string odd = "zzz.kdb_0000000001/..\\priv\\x\n";
   folder.set_index("a.kdb_0000000001/00000001\n" + odd);
   const auto fault = os::faults::fail(Call::probe_search, kRefused, 4, Times::kLasting);
-  // Calls before: for the logical name and for the index, by the query and by the load.
+  // Earlier calls: for the logical name and for the index, by the query and by the load.
   EXPECT_EQ(STGIndex::create(folder.path(), "b.kdb", 1), "00000002.kdb");
   EXPECT_GE(fault.hits(), 1U);
   EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\n" + odd);

@@ -218,7 +218,7 @@ TEST_F(IndexText, GluesSuchLinesByTheLogicalExtensionAsWell) {
 }
 
 TEST_F(IndexText, DistinguishesTheExtensionsOfGluedLines) {
-  // No name ends with the text after the first dot. The file of the plain key is also missing.
+  // Both lines are valid because the file "phys" exists; their extensions differ.
   make_files({"phys"});
   load("x.kdb\nkey_0000000001/phys");
   EXPECT_EQ(lp, (NameMap{{"x.kdb\nkey_0000000001", "phys"}, {"key_0000000001", "phys"}}));

@@ -14,7 +14,7 @@
 
 /// @file
 /// Helpers for the tests of the seam.
-// Found by its namespace, when GoogleTest prints a value.
+// GoogleTest finds it through its namespace when it prints a value.
 namespace os {
 
 inline std::ostream& operator<<(std::ostream& out, os::Failure failure) {

@@ -230,7 +230,7 @@ TEST_F(StorageOperations, TurnAFailedInitialisationIntoTheirResult) {
       sink.clear();
       EXPECT_EQ(said_by<Exception>(operation, client, sink), operation.*expected);
       EXPECT_EQ(Peer::init_done(), 0);
-      // An operation that opens or closes a handle leaves an open handle closed.
+      // An operation that opens or closes a handle closes one that is already open.
       const std::string name = operation.name;
       const bool is_of_a_handle = name.starts_with("Open") || name == "Close";
       EXPECT_EQ(file->is_open(), !is_of_a_handle);
