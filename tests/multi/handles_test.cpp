@@ -394,7 +394,7 @@ TEST_F(HandleCopies, StayHarmlessOverManyOpens) {
 #if defined(_WIN32)
   GTEST_SKIP() << kRawHandle;
 #else
-  // More handles than stay unused before their number is reused.
+  // Enough rounds for the numbers of closed handles to be reused.
   constexpr int kRounds = 3000;
   std::vector<vu_fileutf8> stale;
   stale.reserve(kRounds);

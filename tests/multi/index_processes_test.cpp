@@ -41,7 +41,7 @@ class IndexUnderProcesses : public testing::Test {
   const scratch_folder folder;
 };
 
-/// Keeps every operation on a folder from writing its index.
+/// Prevents every operation on a folder from writing its index.
 class write_barrier {
  public:
   explicit write_barrier(const std::string& folder) : m_index(folder, "index.dat") { lower(); }

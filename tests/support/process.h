@@ -19,7 +19,7 @@
 ///       vu_file file(args.at(0));
 ///       file.open(vu_file::o_read);
 ///       say("ready");
-///       hear();               // until the parent writes a line, or is gone
+///       hear();               // waits for a line from the parent, or for its end
 ///       return 0;
 ///     }
 ///     REGISTER_ROLE(hold_for_reading, hold_for_reading)
@@ -34,7 +34,7 @@
 /// stops a test that hangs.
 class test_alarm {
  public:
-  /// @param what named in the message. @param limit zero: no limit.
+  /// @param what is named in the message. @param limit zero: no limit.
   test_alarm(std::string what, std::chrono::seconds limit);
   ~test_alarm();
   test_alarm(const test_alarm&) = delete;

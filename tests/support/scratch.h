@@ -40,7 +40,7 @@ std::string system_temporary_folder();
 void write_file(const std::string& path, const std::string& bytes);
 std::string read_file(const std::string& path);
 /// Whether something exists whose last name has exactly this spelling: no patterns, no other letter
-/// case, no dropped dots. A dangling link exists.
+/// case, no dropped dots. A dangling link counts as existing.
 bool file_exists(const std::string& path);
 bool folder_exists(const std::string& path);
 /// @p seconds since 1970-01-01 UTC. Also sets the last access to this time.

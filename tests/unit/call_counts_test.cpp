@@ -49,8 +49,7 @@ Calls counted(const std::function<void()>& operation) {
   return calls;
 }
 
-/// The form of a table row: "3
-///  open 1, probe_search 2".
+/// The form of a table row: "3 | open 1, probe_search 2".
 std::string text_of(const Calls& calls) {
   std::int64_t sum = 0;
   std::string text;
