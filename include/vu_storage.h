@@ -361,8 +361,8 @@ class VU_STORAGE_API vu_storage {
   /// is newer, that is first copied over it. A closed file asks the caller to generate the sub-part
   /// and write it with OpenWriteSubPart(). No exception leaves it.
   ///
-  /// The preload copy has the same file name and is in the folder `preload`: `html\preload` for
-  /// `html@NAME`, `pdf\preload` for `pdf@NAME`, otherwise `preload` beside the rendition's folder.
+  /// The preload copy has the same file name and is in a folder `preload`. This is `html\preload`
+  /// for `html@NAME`, `pdf\preload` for `pdf@NAME`, otherwise one beside the rendition's folder.
   /// Other programs write it. A sub-part is up to date if it is at least as new as its preload copy
   /// and the document. With the extension "kdf" it always is, and preload copies are ignored.
   ///

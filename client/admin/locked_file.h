@@ -83,7 +83,7 @@ bool is_between(std::string_view old_bytes, std::string_view new_bytes, std::str
 /// ever adopted or listed as a document.
 bool is_unfinished(std::string_view name);
 /// Whether such a file or folder exists, and the lock of the folder is free. The process that
-/// created it has then ended; for a file, which has no lock, it may still run.
+/// created the folder has then ended. A file has no lock, so its process may still run.
 bool is_leftover(const std::string& path);
 
 /// A sub-folder for copies that are not yet in the index. Nothing in it is adopted. Its lock file

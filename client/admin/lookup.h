@@ -93,8 +93,8 @@ os::Status read_key_file(const std::string& path, const sys::Locking& locking, K
 
 enum class KeyEdit { kChanged, kUnchanged };
 
-/// Gives a key a value: in its first line, while its other lines go, or in a new line at the end.
-/// What is no line of the key stays as it is, to the byte.
+/// Sets the value of a key in its first line and removes its other lines, or appends a new line.
+/// All other bytes stay as they are.
 KeyEdit set_key(std::string& text, std::string_view key, std::string_view value);
 /// Removes every line of a key.
 KeyEdit unset_key(std::string& text, std::string_view key);

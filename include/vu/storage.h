@@ -563,8 +563,8 @@ VU_C_API vu_status vu_each_owner(vu_store* store, int32_t area, vu_name_visitor 
  * changes do not overwrite each other. It empties the file and writes it: a failed write loses
  * lines.
  *
- * The guard refuses with VU_REFUSED what the format cannot store: an empty line name, "=" in a line
- * name, and a line feed, a carriage return or a tab in a name or value.
+ * The guard refuses with VU_REFUSED what the format cannot store. This is an empty line name, "="
+ * in a line name, and a line feed, a carriage return or a tab in a name or value.
  *
  * vu_key_get() returns the value of the first line with that name. VU_NOTHING_MATCHED: there is no
  * such line or file. Waits for writers of the index and for writers of the file.

@@ -172,7 +172,7 @@ class FullDisk {
     for (const std::size_t index_size : sizes) {
       fill(index_size);
       part += m_run.wanted() / std::size(sizes);
-      // Without a count every step once; with a count random steps up to the count.
+      // Without a count, each step is done once. With a count, random steps are done.
       for (std::size_t step = 0; m_run.goes_on(); ++step) {
         if (m_run.wanted() == 0 ? step == kSteps : m_run.reached() >= part) break;
         const std::size_t pages = m_run.wanted() == 0 ? step : m_run.below(kSteps);

@@ -1,5 +1,5 @@
-// Faults in a save of an index. A write takes only its first bytes, or another step fails. Every
-// step is tried, at many bytes, once and from there on.
+// Faults in a save of an index. A write takes only its first bytes, or another step fails. Each
+// step fails once, or it and all later ones fail. A write is cut at many positions.
 
 #include <algorithm>
 #include <filesystem>
