@@ -79,8 +79,8 @@ std::string in_words(const Change& change);
 /// bytes, and each flush. A copy is recorded as creating and writing its target.
 class [[nodiscard]] Recorder {
  public:
-  /// @param root a folder without a trailing separator. The recorder knows the files that it
-  /// contains now.
+  /// @param root a folder without a trailing separator. Files that it contains now are not recorded
+  /// as created.
   explicit Recorder(const std::string& root);
 
   std::vector<Change> changes() const;

@@ -227,7 +227,7 @@ struct Arriving {
   const Path* path = nullptr;
   const Path* to = nullptr;
   Access access = Access::kReadExisting;  ///< of an open
-  LockRequest* request = nullptr;         ///< of a lock; the system gets this value
+  LockRequest* request = nullptr;         ///< of a lock; a conductor may change it
   const Handle* opened = nullptr;         ///< set by an open after it was made
   Listing* entries = nullptr;             ///< set by a listing after it was made
 };

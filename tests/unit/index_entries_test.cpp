@@ -297,8 +297,9 @@ TEST_F(IndexEntries, GetTheirFileAgainThatACleanSweptBeforeTheSave) {
 }
 
 TEST_F(IndexEntries, MayGiveALineThatRunsOnItsFile) {
-  // The first line has no slash, so it continues to the slash of the second line. The key of this
-  // line contains the line feed.
+  // The first line has no slash, so it continues to the slash of the second line, and its key
+  // contains the line feed. The text does not end with a line feed, so the physical name is
+  // "00000001.kdb".
   const std::string runs_on = "n.txt_0000000000\na.kdb_0000000000/00000001.kdb";
   folder.set_index(runs_on);
   EXPECT_EQ(STGIndex::create(folder.path(), "b.kdb", 0), "00000001.kdb");
