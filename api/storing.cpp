@@ -144,9 +144,12 @@ class Staged {
   void rename_to(const Address& address, const std::string& before) {
     wait_for_index(m_folder);
     STGIndex::rename(m_folder, m_name, m_version, address.name, address.version);
+    if (LockLimit::passed()) throw Refusal{VU_FAILED, {}, {}};
+    // Required: without a limit. The status must be true after the save.
+    const LockLimit none(std::nullopt);
     std::string left;
     m_is_there = STGIndex::exists(m_folder, m_name, m_version, left);
-    if (m_is_there || LockLimit::passed()) throw Refusal{VU_FAILED, {}, {}};
+    if (m_is_there) throw Refusal{VU_FAILED, {}, {}};
     check_stored(address, before);
   }
 
@@ -237,9 +240,14 @@ vu_status rename(const Store& settings, const vu_document* from, const vu_docume
   }
   wait_for_index(folder);
   STGIndex::rename(folder, old_address.name, old_address.version, address.name, address.version);
-  Place now;
-  if (!find(address, now) || find(old_address, now))
-    return failed_or(VU_FAILED, "the version cannot be renamed", told_path(old.path()));
+  {
+    // Required: without a limit. The status must be true after the save.
+    const LockLimit none(std::nullopt);
+    Place now;
+    if (!find(address, now) || find(old_address, now))
+      return failed_or(VU_FAILED, "the version cannot be renamed", told_path(old.path()));
+  }
+  Call::current().note_change();
   return existed ? without_derived(address, place) : done_unless_told();
 }
 

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/os/os.h"
@@ -8,6 +11,7 @@
 #include "tests/support/scratch.h"
 #include "tests/support/storage_peer.h"
 #include "vu/storage.h"
+#include "vu_file.h"
 
 // What the C interface reports when a system call inside of it fails.
 
@@ -85,6 +89,50 @@ TEST_F(CInterfaceFaults, AStreamThatIsNotOnTheDeviceIsNotClosedWell) {
   EXPECT_EQ(fault.hits(), 1U);
   EXPECT_EQ(last_error().system_code, 5);
   EXPECT_EQ(vu_stream_close(stream), VU_BAD_HANDLE);
+}
+
+TEST_F(CInterfaceFaults, AStatusIsTrueIfTheIndexIsLockedDuringTheCall) {
+  vu_settings settings = VU_SETTINGS_INIT;
+  settings.wait_ms = 5;
+  vu_store* hurried = nullptr;
+  ASSERT_EQ(vu_open_store(&settings, &hurried), VU_ALREADY);
+  const vu_document next = document("b.txt");
+  const auto change = [&](bool renames) {
+    return renames ? vu_rename(hurried, &m_document, &next, 0)
+                   : vu_put(hurried, &next, "old", 3, 0, nullptr);
+  };
+  for (const bool renames : {true, false}) {
+    for (std::uint64_t nth = 1;; ++nth) {
+      std::thread holder;
+      // Before the nth lock of the call, another handle locks the index for a longer time.
+      const auto lock_index = [&] {
+        auto index = std::make_shared<vu_file>(m_scratch.path("storage\\user\\anna"), "index.dat");
+        bool lock_failed = true;
+        if (!index->try_open(vu_file::o_append, lock_failed, true) || lock_failed) return;
+        holder = std::thread([index] {
+          std::this_thread::sleep_for(std::chrono::milliseconds(25));
+          index->close();
+        });
+      };
+      vu_status status = VU_FAILED;
+      bool is_over = false;
+      {
+        const auto hook = faults::before(Call::lock, lock_index, nth);
+        status = change(renames);
+        is_over = hook.hits() == 0;
+      }
+      if (holder.joinable()) holder.join();
+      const bool is_changed = status == VU_DONE || status == VU_PARTLY_DONE;
+      EXPECT_TRUE(is_changed || status == VU_LOCK_TIMEOUT) << vu_status_name(status);
+      EXPECT_EQ(content(next), is_changed ? "old" : "VU_NOTHING_MATCHED") << renames << nth;
+      EXPECT_EQ(content(m_document), is_changed && renames ? "VU_NOTHING_MATCHED" : "old") << nth;
+      put(m_document, "old", VU_REPLACE);
+      vu_remove(m_store, &next);
+      if (is_over) break;
+      ASSERT_LT(nth, 100U);
+    }
+  }
+  EXPECT_EQ(vu_close_store(hurried), VU_DONE);
 }
 
 TEST_F(CInterfaceFaults, AFailedReadReturnsNoSize) {
