@@ -11,7 +11,8 @@ namespace sys = admin::sys;
 
 FoundEntry only_one(const std::vector<FoundEntry>& all, const EntryOptions& options) {
   if (all.empty()) {
-    throw Failure(Exit::kNothingMatched, "nothing in the tree is called " + shown(options.name));
+    throw Failure(Exit::kNothingMatched,
+                  "no document in the tree has the name " + shown(options.name));
   }
   if (all.size() > 1) {
     throw Failure(Exit::kUsage,
@@ -23,8 +24,7 @@ FoundEntry only_one(const std::vector<FoundEntry>& all, const EntryOptions& opti
 }
 
 Exit run_cat(Context& context, const EntryOptions& options) {
-  if (context.out().json())
-    throw Failure(Exit::kUsage, "cat has no JSON form: it writes the bytes");
+  if (context.out().json()) throw Failure(Exit::kUsage, "cat has no JSON output; omit --json");
   admin::EntryFailures failures;
   const std::vector<FoundEntry> all = versions_of(context, options, failures);
   if (all.empty() && failures.lock_missed) return Exit::kLockTimeout;
@@ -36,7 +36,7 @@ Exit run_cat(Context& context, const EntryOptions& options) {
       });
   if (read.failure() == os::Failure::kLocked) {
     throw Failure(Exit::kLockTimeout,
-                  shown(path) + " is held locked; wait, or read it with --no-lock");
+                  shown(path) + " is locked by another process; wait, or read it with --no-lock");
   }
   if (!read.ok()) throw Failure(Exit::kFailed, shown(path) + ": " + sys::text_of(read));
   return Context::interrupted() ? Exit::kInterrupted : Exit::kDone;
@@ -52,10 +52,10 @@ void add_cat_command(Commands& commands) {
       return run_cat(context, taken_apart(context, *options, Paths::kRefused));
     };
   };
-  commands.push_back({"cat", Group::kLook, Effect::kLooks, "Write a document to the output",
-                      declare,
-                      "Under a shared lock, so that no half-written document is seen. The name "
-                      "has\nto lead to one version."});
+  commands.push_back(
+      {"cat", Group::kLook, Effect::kLooks, "Write a document to the standard output", declare,
+       "Reads under a shared lock, so it never sees a half-written document. The name must\n"
+       "lead to exactly one version."});
 }
 
 }  // namespace stgctl

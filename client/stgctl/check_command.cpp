@@ -157,7 +157,7 @@ void CheckReport::look_up_lost_documents() {
     const std::uint64_t count = saved.entries_below(place_of(finding), snapshot);
     m_lost += count;
     finding.detail = snapshot == 0
-                         ? "how many documents were in it no snapshot knows"
+                         ? "no snapshot says how many documents it had"
                          : formatted("{} documents are not served (snapshot {})", count, snapshot);
   }
 }
@@ -216,7 +216,7 @@ void CheckReport::show_sums() const {
   std::size_t told = 0;
   for (const auto& [count, what] : sorted) {
     if (m_lists == Lists::kCut && told++ == kListed) {
-      m_context.out().print("  and {} more sums (--all)\n", sorted.size() - kListed);
+      m_context.out().print("  and {} more totals (--all)\n", sorted.size() - kListed);
       return;
     }
     m_context.out().print("{:>6}  {}  {}\n", count, admin::kind_of(what.second).name,
@@ -242,23 +242,24 @@ std::string CheckReport::next_step(const std::string& folder, const std::vector<
           name, known.restorable, known.snapshot, known.snapshot, name);
     }
     if (const std::size_t count = admin::salvaged_lines(view).size(); count != 0)
-      return formatted("{}: {} names are told by the damaged index: stgctl repair --plan plan.json",
-                       name, count);
+      return formatted(
+          "{}: {} names can be read from the damaged index: stgctl repair --plan plan.json", name,
+          count);
     if (view.index_state() != admin::IndexState::kRead) {
       m_lost += static_cast<std::uint64_t>(
           std::count(codes.begin(), codes.end(), Code::kFileWithoutLine));
       return formatted(
-          "{}: no names are saved: put back its index.dat from a backup, else stgctl "
-          "sync --dry-run",
+          "{}: no names are saved: restore its index.dat from a backup, or try stgctl sync "
+          "--dry-run",
           name);
     }
   }
-  if (has(codes, is_folder_gone)) return formatted("{}: bring it back from a backup", name);
+  if (has(codes, is_folder_gone)) return formatted("{}: restore it from a backup", name);
   const auto is_gone = [](Code code) { return code == Code::kLineWithoutFile; };
   if (has(codes, is_gone))
     return formatted(
-        "{}: bring the files back from a backup, or let their names go: stgctl repair "
-        "--plan plan.json",
+        "{}: restore the files from a backup, or remove their entries: stgctl repair --plan "
+        "plan.json",
         name);
   if (has(codes, is_repaired)) return "stgctl repair --plan plan.json";
   for (const Code code : codes) {
@@ -394,14 +395,16 @@ Exit run_check(Context& context, const Options& options) {
 Run declare(Arguments& app) {
   auto options = std::make_shared<Options>();
   const Argument quick =
-      app.add_flag("--quick", options->quick, "Names and indexes only: no file is asked for");
-  app.add_flag("--full", options->full, "Sizes, times, key files and parts as well (the default)")
+      app.add_flag("--quick", options->quick, "Check only names and indexes, not files");
+  app.add_flag("--full", options->full,
+               "Also check sizes, times, key files and sub-parts (the default)")
       .excludes(quick);
-  app.add_flag("--strict", options->strict, "Findings that are mere information count as problems");
-  app.add_option("--path-limit", options->path_limit, "The longest path that counts as usable")
+  app.add_flag("--strict", options->strict, "Treat findings of the severity info as problems");
+  app.add_option("--path-limit", options->path_limit, "The longest path that programs can use")
       .type_name("BYTES");
-  app.add_flag("--all", options->all, "Every finding; else ten of a kind in a folder");
-  app.add_flag("--codes", options->codes, "List what can be found, with meanings and remedies");
+  app.add_flag("--all", options->all, "Print every finding, not only ten of a kind in a folder");
+  app.add_flag("--codes", options->codes,
+               "List the findings that exist, with meanings and remedies");
   add_no_lock(app, options->no_lock);
   return [options](Context& context) { return run_check(context, *options); };
 }
@@ -410,12 +413,13 @@ Run declare(Arguments& app) {
 
 void add_check_command(Commands& commands) {
   commands.push_back(
-      {"check", Group::kCheck, Effect::kLooks, "Find what is wrong in a tree, and change nothing",
+      {"check", Group::kCheck, Effect::kLooks, "Find problems in a tree, without changing it",
        declare,
-       "Each finding has a stable code and a severity. The exit code is 4 when there is an error\n"
-       "or a warning, with --strict also for mere information. At the end stand the sums, how\n"
-       "many documents are not served, and the next command. Indexes, counters and folders are\n"
-       "tried for writing, so run it as the programs do. --area and --owner narrow it down."});
+       "Each finding has a stable code and a severity. The exit code is 4 if there is an\n"
+       "error or a warning, with --strict also for an info. The last lines show the totals,\n"
+       "how many documents cannot be read, and the next command to run. The check tests\n"
+       "whether indexes, counters and folders are writable, so run it as the user of the\n"
+       "programs. --area and --owner limit it."});
 }
 
 }  // namespace stgctl

@@ -195,9 +195,9 @@ class Cleaning {
       tell_removed(each, subject);
       m_report.add_bytes(each.bytes);
     } else if (fate == Fate::kMeanwhile) {
-      m_report.skipped(subject, "used or changed since it was looked at");
+      m_report.skipped(subject, "used or changed since it was examined");
     } else if (fate == Fate::kInUse) {
-      m_report.skipped(subject, "somebody has it open");
+      m_report.skipped(subject, "another process has it open");
     } else if (fate == Fate::kFailed) {
       m_report.failed(subject, work.removal.version.reason);
     }
@@ -208,10 +208,10 @@ class Cleaning {
     const char* const reason = each.reason == Reason::kAge ? "age" : "size";
     const Json fields = {{"by", m_options.by}, {"time", each.time},   {"age", age},
                          {"reason", reason},   {"bytes", each.bytes}, {"part_folders", each.parts}};
-    m_report.done(
-        subject, fields,
-        formatted("{} {} ago, {}{}", m_options.by == "atime" ? "read" : "changed", format_age(age),
-                  format_bytes(each.bytes), each.reason == Reason::kSize ? ", for the size" : ""));
+    m_report.done(subject, fields,
+                  formatted("{} {} ago, {}{}", m_options.by == "atime" ? "read" : "changed",
+                            format_age(age), format_bytes(each.bytes),
+                            each.reason == Reason::kSize ? ", to reach --max-size" : ""));
   }
 
   Context& m_context;
@@ -226,7 +226,8 @@ Exit run_clean(Context& context, const Options& options) {
     return run_what_if(context, options.by == "atime", parse_size(options.target_size));
   }
   if (options.older_than.empty() && options.max_size.empty()) {
-    throw Failure(Exit::kUsage, "say what may go: --older-than AGE, --max-size SIZE, or both");
+    throw Failure(Exit::kUsage,
+                  "nothing says what to remove; use --older-than AGE, --max-size SIZE, or both");
   }
   if (!context.options().owner.empty()) check_name("the owner", context.options().owner);
   Planner planner(context, options);
@@ -239,8 +240,7 @@ Exit run_clean(Context& context, const Options& options) {
       options.by == "atime" ? "by the time of the last access" : "by the time of the last change";
   ChangeReport report(context, "stgctl.clean/1", "removed");
   if (plan.going.empty()) {
-    context.out().note(
-        formatted("stgctl: {}, nothing is to be removed; {} kept", which, plan.kept));
+    context.out().note(formatted("stgctl: {}, nothing to remove; {} kept", which, plan.kept));
     return report.finish(sums, format_bytes(0));
   }
   if (!context.options().dry_run) {
@@ -269,16 +269,16 @@ void add_clean_command(Commands& commands) {
                              .type_name("AGE")
                              .check(is_age);
     app.add_option("--by", options->by,
-                   "The time that counts: of the last change, or of the last access")
+                   "Which time decides: that of the last change, or of the last access")
         .type_name("WORD")
         .one_of({"mtime", "atime"});
     const auto is_size = [](const std::string& text) {
       return parse_size(text) ? std::string()
-                              : "'" + text + "' is no size; say 500M, 20G or a number";
+                              : "'" + text + "' is not a size; use 500M, 20G or a number";
     };
     const Argument size =
         app.add_option("--max-size", options->max_size,
-                       "Then remove the oldest until the rest is no larger: 500M, 20G")
+                       "Then remove the oldest until the rest is at most this large: 500M, 20G")
             .type_name("SIZE")
             .check(is_size);
     const Argument what_if =
@@ -287,7 +287,7 @@ void add_clean_command(Commands& commands) {
             .excludes(age)
             .excludes(size);
     app.add_option("--target-size", options->target_size,
-                   "With --what-if: find the age limit that brings the size down to this")
+                   "With --what-if: find the age limit that reduces the size to this")
         .type_name("SIZE")
         .check(is_size)
         .needs(what_if);
@@ -295,12 +295,11 @@ void add_clean_command(Commands& commands) {
   };
   commands.push_back(
       {"clean", Group::kChange, Effect::kChanges,
-       "Remove documents that have not been used for long", declare,
-       "Versions of the area docs, or of --area, go with their parts; --dry-run lists exactly "
-       "what\n"
-       "would go. Files that no index names are left alone, unlike in the library's own sweep;\n"
-       "so are key lines. A file system mounted with noatime or relatime does not keep the\n"
-       "time of every access."});
+       "Remove documents that were not used for a long time", declare,
+       "Removes versions of the area docs, or of --area, with their sub-parts. --dry-run\n"
+       "lists exactly what would be removed. Orphans stay, unlike in the library's own\n"
+       "sweep, and key lines stay too. A file system mounted with noatime or relatime does\n"
+       "not record the time of every access."});
 }
 
 }  // namespace stgctl

@@ -85,7 +85,7 @@ const std::vector<std::string> kLevels = {"xs", "s", "m", "l", "xl"};
 const char* heading(Group group) {
   switch (group) {
     case Group::kLook:
-      return "Look";
+      return "Inspect";
     case Group::kExplain:
       return "Explain";
     case Group::kCheck:
@@ -111,7 +111,7 @@ std::string check_timeout(const std::string& text) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
   const bool good =
       error == std::errc() && end == text.data() + text.size() && seconds >= 0 && seconds < 1e9;
-  return good ? std::string() : "'" + text + "' is neither a number of seconds nor 'none'";
+  return good ? std::string() : "'" + text + "' is not a number of seconds; use a number or 'none'";
 }
 
 std::vector<std::string> area_names() {
@@ -122,48 +122,49 @@ std::vector<std::string> area_names() {
 
 void declare_global_options(CLI::App& app, GlobalOptions& options, Typed& typed) {
   const char* const tree = "The tree";
-  app.add_option("--root", options.root,
-                 "The folder above 'storage', as the library was initialised with "
-                 "(environment: STG_ROOT)")
+  app.add_option(
+         "--root", options.root,
+         "The folder that contains 'storage': the root of the library (environment: STG_ROOT)")
       ->type_name("DIR")
       ->group(tree);
   app.add_option("--storage", options.storage, "The storage folder itself")
       ->type_name("DIR")
       ->group(tree);
-  app.add_option("--layout", typed.layout, "With a folder per owner, or flat without")
+  app.add_option("--layout", typed.layout, "A folder per owner, or flat without owners")
       ->type_name("WORD")
       ->check(CLI::IsMember(kLayouts))
       ->group(tree);
-  app.add_option("--area", options.area, "The area of the repository")
+  app.add_option("--area", options.area, "The area")
       ->type_name("WORD")
       ->check(CLI::IsMember(area_names()))
       ->group(tree);
-  app.add_option("--owner", options.owner, "The user or domain; AREA/OWNER names its area as well")
+  app.add_option("--owner", options.owner, "The user or domain; AREA/OWNER also names the area")
       ->type_name("OWNER")
       ->group(tree);
 
   const char* const shape = "Output";
-  app.add_flag("--json", options.json, "Results as JSON")->group(shape);
-  app.add_option("--color", typed.color, "Colours")
+  app.add_flag("--json", options.json, "Print results as JSON")->group(shape);
+  app.add_option("--color", typed.color, "When to use colours")
       ->type_name("WORD")
       ->check(CLI::IsMember(kWhen))
       ->group(shape);
-  app.add_option("--progress", typed.progress, "The progress bar")
+  app.add_option("--progress", typed.progress, "When to show the progress bar")
       ->type_name("WORD")
       ->check(CLI::IsMember(kWhen))
       ->group(shape);
 
   const char* const work = "Work";
   app.add_option("--lock-timeout", typed.lock_timeout,
-                 "How long to wait for a lock, in seconds, or 'none' for ever (30)")
+                 "How long to wait for a lock, in seconds; 'none' waits for ever (30)")
       ->type_name("SECONDS")
       ->check(CLI::Validator(check_timeout, ""))
       ->group(work);
-  app.add_option("--trace", typed.trace, "Write what the library traces, up to this level")
+  app.add_option("--trace", typed.trace, "Write the library's traces up to this level")
       ->type_name("LEVEL")
       ->check(CLI::IsMember(kLevels, CLI::ignore_case))
       ->group(work);
-  app.add_option("--trace-file", options.trace_file, "Where to, instead of the error output")
+  app.add_option("--trace-file", options.trace_file,
+                 "Write the traces to this file instead of standard error")
       ->type_name("FILE")
       ->group(work);
 }
@@ -191,7 +192,7 @@ void take_owner_apart(GlobalOptions& options) {
   const std::string area = options.owner.substr(0, slash);
   if (!admin::area_named(area)) return;
   if (!options.area.empty() && options.area != area)
-    throw CLI::ValidationError("--owner", "'" + options.owner + "' says another area than --area");
+    throw CLI::ValidationError("--owner", "'" + options.owner + "' names another area than --area");
   options.area = area;
   options.owner.erase(0, slash + 1);
 }
@@ -290,7 +291,7 @@ Exit tell_parse_result(const CLI::App& app, const CLI::ParseError& result, Outpu
   const std::string text = dynamic_cast<const CLI::ExtrasError*>(&result) != nullptr
                                ? "not expected: " + joined(remaining, " ")
                                : std::string(result.what());
-  out.error(formatted("{}{}; '{} --help' tells more", shown(text), hint, name));
+  out.error(formatted("{}{}; see '{} --help'", shown(text), hint, name));
   return Exit::kUsage;
 }
 
@@ -352,7 +353,7 @@ struct CommandLine::Parts {
   void add(const Command& command);
   CLI::App& family(const std::string& name, Group group);
 
-  CLI::App app{"Looks at, explains, checks and changes a storage tree.", "stgctl"};
+  CLI::App app{"Inspects, explains, checks and changes a storage tree.", "stgctl"};
   GlobalOptions options;
   Typed typed;
   std::map<std::string, CLI::App*> families;
@@ -365,8 +366,8 @@ CommandLine::Parts::Parts() {
   app.set_version_flag("-V,--version", std::string("stgctl ") + VU_STGCTL_VERSION);
   app.get_formatter()->column_width(34);
   app.footer(
-      "Every changing command takes --dry-run, asks before it changes anything, and needs --yes\n"
-      "where nobody can answer. 'stgctl help COMMAND' tells more.");
+      "Every command that changes the tree takes --dry-run and asks first. Without a\n"
+      "terminal it needs --yes. 'stgctl help COMMAND' says more.");
   declare_global_options(app, options, typed);
   Commands commands;
   add_all_commands(commands);
@@ -384,8 +385,8 @@ void CommandLine::Parts::add(const Command& command) {
   if (parent == &app) leaf.group(heading(command.group));
   if (!command.details.empty()) leaf.footer(command.details);
   if (command.effect == Effect::kChanges) {
-    leaf.add_flag("-n,--dry-run", options.dry_run, "Only tell what would be done");
-    leaf.add_flag("-y,--yes", options.yes, "Do it without asking");
+    leaf.add_flag("-n,--dry-run", options.dry_run, "Only show what would be done");
+    leaf.add_flag("-y,--yes", options.yes, "Do not ask for confirmation");
   }
   Arguments arguments(leaf);
   leaves.push_back({&leaf, command.declare(arguments), command.effect});

@@ -94,12 +94,12 @@ void add_all_commands(Commands& commands) {
 
 const char* family_summary(const std::string& name) {
   static const std::map<std::string, const char*> kSummaries = {
-      {"explain", "Say step by step what the library would decide, and why"},
-      {"index", "Look into indexes; save the names in them and bring them back"},
+      {"explain", "Explain step by step what the library would decide, and why"},
+      {"index", "Inspect indexes; save their names and restore them"},
       {"keys", "Key files: show and change their lines"},
-      {"migrate", "Convert what older programs have stored"},
+      {"migrate", "Convert what older programs stored"},
       {"profile", "Profiles of users: show and change their lines"},
-      {"quarantine", "What repairs have taken, and keep for undo"},
+      {"quarantine", "What repairs moved away and keep for undo"},
       {"user", "Owners: list, rename and remove them"}};
   const auto found = kSummaries.find(name);
   return found == kSummaries.end() ? "" : found->second;

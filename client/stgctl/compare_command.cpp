@@ -58,9 +58,9 @@ class Comparing final : public admin::InventorySink {
 
   void run() {
     if (m_reader.head().layout != m_context.tree().layout) {
-      throw Failure(Exit::kRefused,
-                    "the export and the tree are not laid out alike: one of them has "
-                    "owners (--layout)");
+      throw Failure(
+          Exit::kRefused,
+          "the export and the tree have different layouts: only one has owners (--layout)");
     }
     admin::InventoryOptions asked;
     asked.scope = m_scope;
@@ -136,7 +136,7 @@ class Comparing final : public admin::InventorySink {
     if (same && !m_options.quick) {
       try {
         same = read_content(holding.location, m_locking).checksum == m_item.checksum;
-        detail = "as many bytes, and others";
+        detail = "the same size, but different bytes";
       } catch (const Failure& failure) {
         if (failure.code() == Exit::kInterrupted) throw;
         tell(Code::kUnreadable, holding, failure.what());
@@ -165,7 +165,7 @@ class Comparing final : public admin::InventorySink {
     }
     if (!is_good) {
       tell(Code::kExportDamaged, m_item.what,
-           info.kind == sys::Kind::kMissing ? "its file is missing" : "not what the manifest says");
+           info.kind == sys::Kind::kMissing ? "its file is missing" : "differs from the manifest");
     }
     return is_good;
   }
@@ -217,8 +217,8 @@ class Comparing final : public admin::InventorySink {
       out.error("there is nothing to compare");
       return;
     }
-    out.print("{} versions, {} parts, {} files by path, {}: {}\n", m_sums.versions, m_sums.parts,
-              m_sums.files, format_bytes(m_sums.bytes),
+    out.print("{} versions, {} sub-parts, {} files by path, {}: {}\n", m_sums.versions,
+              m_sums.parts, m_sums.files, format_bytes(m_sums.bytes),
               out.styled(findings == 0 ? Style::kGreen : Style::kBold,
                          findings == 0 ? "all equal"
                                        : formatted("{} equal, {} findings", m_equal, findings)));
@@ -253,15 +253,15 @@ void add_compare_command(Commands& commands) {
   const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
     app.add_option("dir", options->folder, "The folder of an export").type_name("DIR").required();
-    app.add_flag("--quick", options->quick, "Sizes and times only: no file is read");
+    app.add_flag("--quick", options->quick, "Compare only sizes and times; read no file");
     add_no_lock(app, options->no_lock);
     return [options](Context& context) { return run_compare(context, *options); };
   };
   commands.push_back(
       {"compare", Group::kCheck, Effect::kLooks, "Compare a tree with an export", declare,
-       "What both hold is compared by size, bytes and time, and the export's own files with its\n"
-       "manifest. The exit code is 4 when something differs, 3 when there is nothing to compare.\n"
-       "--area and --owner narrow it down."});
+       "Compares size, bytes and time of what both contain, and the files of the export with\n"
+       "its manifest. The exit code is 4 if something differs, 3 if there is nothing to\n"
+       "compare. --area and --owner limit it."});
 }
 
 }  // namespace stgctl

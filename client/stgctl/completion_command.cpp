@@ -378,15 +378,15 @@ Exit run(Context& context, const Options& options) {
 void add_complete_command(Commands& commands) {
   const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
-    app.add_option("what", options->what, "What is being typed")
+    app.add_option("what", options->what, "What to complete")
         .type_name("WHAT")
         .required()
         .one_of({"owners", "names"});
-    app.add_option("begin", options->begin, "As far as it is typed").type_name("TEXT");
+    app.add_option("begin", options->begin, "What has been typed so far").type_name("TEXT");
     return [options](Context& context) { return run(context, *options); };
   };
   commands.push_back({"complete", Group::kHidden, Effect::kLooks,
-                      "List owners, or names, that begin so", declare});
+                      "List owners or names that begin with the text", declare});
 }
 
 }  // namespace stgctl

@@ -87,7 +87,7 @@ TraceLog::TraceLog(std::optional<vu_host::trace_level> most, const std::string& 
   m_file = std::fopen(file.c_str(), "ab");
   if (m_file == nullptr) {
     throw Failure(Exit::kFailed,
-                  "the trace file " + shown(file) + " cannot be written; name another one");
+                  "the trace file " + shown(file) + " cannot be written; name another file");
   }
 }
 
@@ -212,7 +212,7 @@ void Context::resolve() {
       root.empty() ? to_path(m_options.storage) : to_path(root) / to_path(kStorageFolder);
   if (named.empty()) {
     throw Failure(Exit::kNoTree,
-                  "no storage tree is named; say --root DIR or --storage DIR, or set STG_ROOT");
+                  "no storage tree is named; use --root DIR or --storage DIR, or set STG_ROOT");
   }
   std::error_code error;
   fs::path absolute = fs::absolute(named, error).lexically_normal();
@@ -231,11 +231,9 @@ const admin::Tree& Context::tree() {
   std::string why;
   m_tree = admin::locate({{}, storage(), m_options.layout}, why);
   if (m_tree) return *m_tree;
-  throw Failure(
-      Exit::kNoTree,
-      formatted("there is no storage tree at {} ({}); 'stgctl init' makes one, --root or --storage "
-                "names another",
-                shown(storage()), shown(why)));
+  throw Failure(Exit::kNoTree, formatted("there is no storage tree at {} ({}); create one with "
+                                         "'stgctl init', or name another by --root or --storage",
+                                         shown(storage()), shown(why)));
 }
 
 void Context::take_apart(std::string& name, std::string& timestamp) {
@@ -246,7 +244,7 @@ void Context::take_apart(std::string& name, std::string& timestamp) {
   const auto set = [&](std::string& option, const std::string& value, const char* what) {
     if (!option.empty() && option != value)
       throw Failure(Exit::kUsage,
-                    formatted("{} says another {} than '{}'", shown(name), what, shown(option)));
+                    formatted("{} names another {} than '{}'", shown(name), what, shown(option)));
     option = value;
   };
   if (version->timestamp) set(timestamp, std::to_string(*version->timestamp), "timestamp");
@@ -285,15 +283,13 @@ void Context::initialise(admin::Layout layout, Adoption adoption) {
   const fs::path folder = to_path(storage());
   const bool usual = from_path(folder.filename()) == kStorageFolder;
   if (!usual && layout == admin::Layout::kFlat) {
-    throw Failure(
-        Exit::kRefused,
-        formatted("{}: a tree without owners can be changed only in a folder called 'storage'; "
-                  "rename it, then say --root",
-                  shown(storage())));
+    throw Failure(Exit::kRefused, formatted("{}: a tree without owners can be changed only in a "
+                                            "folder named 'storage'; rename it, then use --root",
+                                            shown(storage())));
   }
   if (!usual && !admin::is_utf8(storage())) {
     throw Failure(Exit::kRefused,
-                  shown(storage()) + ": the path is no UTF-8; reach it by another path");
+                  shown(storage()) + ": the path is not UTF-8; use another path to it");
   }
   m_host = std::make_unique<LibraryHost>(m_options);
   m_host->install(usual ? "" : storage());
@@ -331,17 +327,15 @@ void Context::confirm(std::string_view question) {
   if (m_options.yes) return;
   if (!terminal::is_terminal(terminal::Stream::kIn) ||
       !terminal::is_terminal(terminal::Stream::kErr)) {
-    throw Failure(
-        Exit::kRefused,
-        formatted("{} Nobody is here to answer: say --yes to do it, or --dry-run to see what "
-                  "would be done",
-                  question));
+    throw Failure(Exit::kRefused, formatted("{} There is no terminal to answer: use --yes to do "
+                                            "it, or --dry-run to see what would be done",
+                                            question));
   }
   m_output.prompt(formatted("{} [y/N] ", question));
   const std::string answer = terminal::read_line();
   stop_if_interrupted();
   if (answer != "y" && answer != "Y" && answer != "yes") {
-    throw Failure(Exit::kRefused, "not confirmed; nothing was changed");
+    throw Failure(Exit::kRefused, "not confirmed: nothing was changed");
   }
 }
 
@@ -392,9 +386,8 @@ void wait_for_one(Context& context, const std::string& folder, const std::string
 
 Failure lock_missed(Context& context, const std::string& path) {
   const std::chrono::duration<double> limit = context.options().lock_timeout.value_or(0ms);
-  return {Exit::kLockTimeout,
-          formatted("{} is locked by {}; not obtained within {:.1f} s (--lock-timeout)",
-                    shown(path), holder_of(context, path), limit.count())};
+  return {Exit::kLockTimeout, formatted("{} is locked by {}; waited {:.1f} s (--lock-timeout)",
+                                        shown(path), holder_of(context, path), limit.count())};
 }
 
 // ---- locks that are waited for -----------------------------------------------------------------

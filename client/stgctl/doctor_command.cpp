@@ -28,7 +28,8 @@ void refuse_the_tree(Context& context, const std::string& folder) {
   }
   if (sys::join(folder, "").starts_with(sys::join(storage, "")))
     throw Failure(Exit::kRefused,
-                  "the trial leaves no trace in the tree; name a folder outside of it");
+                  "this folder is in the tree, which the trial must not change; name a folder "
+                  "outside the tree");
 }
 
 std::size_t count_of(const admin::SharedTrial& trial, Holds holds) {
@@ -64,10 +65,10 @@ void tell_as_text(Context& context, const admin::SharedTrial& trial) {
   if (!trial.peer.empty()) out.print("{:<24}{}\n", "peer", shown(trial.peer));
   for (const SharedCheck& each : trial.checks) {
     const bool is_bad = each.holds == Holds::kNo;
-    const std::string word(is_bad ? "MISSING" : each.holds == Holds::kYes ? "yes" : "not tried");
+    const std::string word(is_bad ? "MISSING" : each.holds == Holds::kYes ? "yes" : "not tested");
     out.print("{:<24}{:<11}{}\n", each.code, is_bad ? out.styled(Style::kRed, word) + "    " : word,
               shown(each.detail));
-    if (is_bad) out.print("{:<24}{:<11}{}\n", "", "to mend", each.mend);
+    if (is_bad) out.print("{:<24}{:<11}{}\n", "", "remedy", each.mend);
   }
 }
 
@@ -86,7 +87,8 @@ Exit run_doctor_shared(Context& context, const std::string& folder, const std::s
   }
   if (count_of(trial, Holds::kNotTried) != 0)
     context.out().warning(
-        "what lies between two hosts was not tried; mount it twice, and name the other by --peer");
+        "the properties between two hosts were not tested; mount the folder twice, and name the "
+        "second mount by --peer");
   return count_of(trial, Holds::kNo) == 0 ? Exit::kDone : Exit::kProblemsFound;
 }
 
@@ -113,7 +115,8 @@ Diagnosis diagnose(Context& context, const Options& options) {
       sys::absolute(options.try_in.empty() ? admin::temporary_folder() : options.try_in);
   if (sys::join(folder, "").starts_with(sys::join(tree.storage, "")))
     throw Failure(Exit::kRefused,
-                  "the trial leaves no trace in the tree; name a folder outside of it");
+                  "this folder is in the tree, which the trial must not change; name a folder "
+                  "outside the tree");
   found.trial = admin::try_locks(folder);
   found.trial_file_system = sys::file_system_of(folder).type;
   found.locks_belong_to_handles = os::locks_belong_to_handles(tree.storage);
@@ -122,18 +125,20 @@ Diagnosis diagnose(Context& context, const Options& options) {
     warn("locks do not exclude each other: processes will overwrite each other's changes");
   if (!found.locks_belong_to_handles)
     warn(
-        "a mount of Linux's SMB client: handles share locks there, and programs are not kept "
-        "apart; docs/network-shares.md tells what works");
-  if (found.trial.proof == admin::LockProof::kFailed) warn("locks could not be tried");
+        "a mount of Linux's SMB client: handles share locks, so programs overwrite each other's "
+        "changes; docs/network-shares.md says what works");
+  if (found.trial.proof == admin::LockProof::kFailed) warn("locks could not be tested");
   if (found.trial_file_system != found.system.type)
     warn(
-        "locks were tried on another kind of file system; name a folder beside the tree by "
+        "locks were tested on another kind of file system; name a folder beside the tree by "
         "--try-locks");
   if (found.system.is_network)
-    warn("a network file system: locks may hold between processes of one machine only");
+    warn("a network file system: locks may work only between processes of one machine");
   if (found.system.is_read_only) warn("the file system is mounted read-only");
   if (sys::narrow_encoding() != "UTF-8")
-    warn("narrow names are not UTF-8 here: a tree shared with other systems needs ASCII names");
+    warn(
+        "the code page of this system is not UTF-8: a tree shared with other systems needs ASCII "
+        "names");
   return found;
 }
 
@@ -174,7 +179,7 @@ Exit run_doctor(Context& context, const Options& options) {
                    format_bytes(found.system.total_bytes)));
     line("longest path", std::to_string(sys::kPathLimit));
     line("locks",
-         formatted("{}: {} (tried in {}, {})", admin::name_of(found.trial.proof),
+         formatted("{}: {} (tested in {}, {})", admin::name_of(found.trial.proof),
                    shown(found.trial.detail), shown(found.trial.folder), found.trial_file_system));
     for (const std::string& warning : found.warnings) context.out().warning(warning);
   }
@@ -185,19 +190,18 @@ Exit run_doctor(Context& context, const Options& options) {
 
 Run declare_doctor(Arguments& app) {
   auto options = std::make_shared<Options>();
-  app.add_option("--try-locks", options->try_in,
-                 "Where locks are tried with a file that is gone afterwards (the folder for "
-                 "temporary files)")
+  app.add_option(
+         "--try-locks", options->try_in,
+         "Test locks in this folder, with a temporary file (the folder for temporary files)")
       .type_name("DIR");
-  const Argument shared =
-      app.add_option("--shared", options->shared,
-                     "Instead: try whether the file system of this folder, which need be no tree, "
-                     "can be shared by hosts")
-          .type_name("DIR")
-          .excludes("--try-locks");
-  app.add_option("--peer", options->peer,
-                 "With --shared: the same folder through another mount, which stands for another "
-                 "host")
+  const Argument shared = app.add_option("--shared", options->shared,
+                                         "Test instead whether hosts can share the file system of "
+                                         "this folder, which need not be a tree")
+                              .type_name("DIR")
+                              .excludes("--try-locks");
+  app.add_option(
+         "--peer", options->peer,
+         "With --shared: the same folder through another mount, which represents another host")
       .type_name("DIR")
       .needs(shared);
   return [options](Context& context) { return run_doctor(context, *options); };
@@ -206,11 +210,12 @@ Run declare_doctor(Arguments& app) {
 }  // namespace
 
 void add_doctor_command(Commands& commands) {
-  commands.push_back({"doctor", Group::kLook, Effect::kLooks,
-                      "Show what the tree stands on, and prove that locks exclude", declare_doctor,
-                      "Versions, code page, file system. The exit code is 4 when something is\n"
-                      "wrong. With --shared each thing that hosts need of a shared file system is\n"
-                      "tried, and where one is missing the setting is named that mends it."});
+  commands.push_back(
+      {"doctor", Group::kLook, Effect::kLooks, "Show the system below the tree, and test its locks",
+       declare_doctor,
+       "Shows versions, code page and file system. The exit code is 4 if something is\n"
+       "wrong. --shared tests each property that hosts need from a shared file system,\n"
+       "and names the setting that adds a missing one."});
 }
 
 }  // namespace stgctl

@@ -133,7 +133,7 @@ void show_text(Context& context, What what, const Explanation& told) {
 
 Exit run(Context& context, What what, const Options& options) {
   if (what == What::kPart && document_area(context, admin::Area::kDocs) != admin::Area::kDocs)
-    throw Failure(Exit::kUsage, "only corporate documents have parts: --area docs");
+    throw Failure(Exit::kUsage, "only corporate documents have sub-parts; use --area docs");
   admin::Request request;
   request.area =
       what == What::kPart ? admin::Area::kDocs : document_area(context, admin::Area::kDocs);
@@ -157,7 +157,7 @@ Exit run(Context& context, What what, const Options& options) {
     show_json(context, what, request, told, instead);
   } else {
     show_text(context, what, told);
-    for (const std::string& command : instead) context.out().print("this works: {}\n", command);
+    for (const std::string& command : instead) context.out().print("use instead: {}\n", command);
   }
   if (Context::interrupted()) return Exit::kInterrupted;
   if (told.lock_missed) return Exit::kLockTimeout;
@@ -167,19 +167,22 @@ Exit run(Context& context, What what, const Options& options) {
 Run declare(Arguments& app, What what) {
   auto options = std::make_shared<Options>();
   app.add_option("entry", options->entry, "The logical name").type_name("ENTRY").required();
-  app.add_option("--timestamp", options->timestamp, "The timestamp that is asked for (0)")
+  app.add_option("--timestamp", options->timestamp, "The requested timestamp (0)")
       .type_name("STAMP")
       .check(is_stamp);
   if (what == What::kWrite)
-    app.add_flag("--keep", options->keep, "As a writing that does not replace a version");
+    app.add_flag("--keep", options->keep, "Explain a write that may not replace a version");
   if (what != What::kRead)
-    app.add_option("--stamp", options->stamp, "What follows the \"_\" of the folder of parts")
+    app.add_option("--stamp", options->stamp,
+                   "The stamp: the text after \"_\" in the name of the folder of sub-parts")
         .type_name("TEXT");
   if (what == What::kPart) {
     app.add_option("--rendition", options->rendition, "html@NAME, pdf@NAME or another one")
         .type_name("TEXT")
         .required();
-    app.add_option("--part", options->part, "The part's file name").type_name("TEXT").required();
+    app.add_option("--part", options->part, "The file name of the sub-part")
+        .type_name("TEXT")
+        .required();
   }
   add_no_lock(app, options->no_lock);
   return [options, what](Context& context) {
@@ -192,19 +195,19 @@ Run declare(Arguments& app, What what) {
 
 void add_explain_commands(Commands& commands) {
   const char* const details =
-      "Every step of the library's decision with the values that it depends on, down to the\n"
-      "first one that says no. The owner is --owner, else the empty name; the area is --area,\n"
-      "else docs. What is not read is looked for at other owners and timestamps: the commands\n"
-      "that get it stand at the end. 'explain NAME' is 'explain read NAME'. The exit code is 3\n"
-      "when the library would not do it.";
+      "Shows each step of the library's decision with its values, up to the first refusal.\n"
+      "The owner is --owner, or the empty name; the area is --area, or docs. If the\n"
+      "document is not served, it is looked up at other owners and timestamps, and the last\n"
+      "lines show the commands that get it. 'explain NAME' means 'explain read NAME'. The exit\n"
+      "code is 3 if the library would not do it.";
   commands.push_back({"explain read", Group::kExplain, Effect::kLooks,
-                      "Why a document is or is not served",
+                      "Explain why a document is served or not",
                       [](Arguments& app) { return declare(app, What::kRead); }, details});
   commands.push_back({"explain write", Group::kExplain, Effect::kLooks,
-                      "What writing a document would do",
+                      "Explain what a write of a document would do",
                       [](Arguments& app) { return declare(app, What::kWrite); }, details});
   commands.push_back({"explain part", Group::kExplain, Effect::kLooks,
-                      "Why a part is served, refreshed or to be regenerated",
+                      "Explain why a sub-part is served, refreshed or regenerated",
                       [](Arguments& app) { return declare(app, What::kPart); }, details});
 }
 

@@ -133,13 +133,14 @@ Place place_of(Context& context, const std::string& folder) {
   const sys::Kind kind = sys::describe(folder).kind;
   if (kind == sys::Kind::kMissing) return Place::kFresh;
   if (kind != sys::Kind::kFolder)
-    throw Failure(Exit::kRefused, shown(folder) + " is no folder; name another place");
+    throw Failure(Exit::kRefused, shown(folder) + " is not a folder; name another place");
   const std::vector<std::string> names = names_of_folder(folder);
   if (names.empty()) return Place::kFresh;
   for (const std::string& name : names) {
     if (name == kManifestName) {
-      throw Failure(Exit::kRefused,
-                    shown(folder) + " holds an export already; name another folder, or remove it");
+      throw Failure(
+          Exit::kRefused,
+          shown(folder) + " already contains an export; name another folder, or remove it");
     }
   }
   for (const std::string& name : names) {
@@ -158,7 +159,7 @@ void check_owner_is_there(Context& context) {
     if (sys::describe(folder).kind != sys::Kind::kMissing) return;
   }
   throw Failure(Exit::kNothingMatched,
-                "nobody is called " + shown(*scope.owner) + "; nothing was exported");
+                "no owner has the name " + shown(*scope.owner) + "; nothing was exported");
 }
 
 /// Takes away what an export that was not finished has left.
@@ -170,9 +171,11 @@ void begin_anew(const std::string& folder) {
   }
   if (!error) fs::remove(to_path(joined(folder, kUnfinishedManifestName)), error);
   if (!error) return;
-  throw Failure(Exit::kFailed, formatted("{}: the unfinished export in it could not be removed "
-                                         "({}); remove it, or name another folder",
-                                         shown(folder), error.message()));
+  throw Failure(
+      Exit::kFailed,
+      formatted(
+          "{}: cannot remove the unfinished export in it ({}); remove it, or name another folder",
+          shown(folder), error.message()));
 }
 
 /// Copies what the inventory hands on, item by item.
@@ -241,7 +244,8 @@ class Exporting final : public admin::InventorySink {
       m_manifest->add(item);
       return;
     }
-    throw Failure(Exit::kFailed, "it changes while it is read; export it when nobody writes to it");
+    throw Failure(Exit::kFailed,
+                  "it changed while it was read; export it when no process writes to it");
   }
 
   Context& m_context;
@@ -265,8 +269,8 @@ Exit run_export(Context& context, const Options& options) {
   check_owner_is_there(context);
   const Place place = place_of(context, options.folder);
   if (!dry && place == Place::kUnfinished) {
-    context.confirm(formatted("{} holds an export that was not finished: begin it anew?",
-                              shown(options.folder)));
+    context.confirm(
+        formatted("{} contains an unfinished export: start it again?", shown(options.folder)));
     begin_anew(options.folder);
   }
   ChangeReport report(context, "stgctl.export/1", "exported");
@@ -283,8 +287,8 @@ Exit run_export(Context& context, const Options& options) {
   if (manifest && is_whole) manifest->end(report.failures());
   if (!dry && !is_whole) {
     context.out().error(
-        formatted("the export in {} is not finished and has no manifest; say the "
-                  "same again to begin it anew",
+        formatted("the export in {} is unfinished and has no manifest; run the same command again "
+                  "to restart it",
                   shown(options.folder)));
   }
   const ManifestSums& sums = exporting.sums();
@@ -295,7 +299,7 @@ Exit run_export(Context& context, const Options& options) {
                  {"whole", is_whole}};
   put_name(fields, "folder", options.folder);
   const Exit code = report.finish(
-      fields, formatted("{}: {} versions, {} parts, {} files by path", format_bytes(sums.bytes),
+      fields, formatted("{}: {} versions, {} sub-parts, {} files by path", format_bytes(sums.bytes),
                         sums.versions, sums.parts, sums.files));
   const bool lock_missed = exporting.lock_missed() || failures.lock_missed;
   if (code == Exit::kFailed && lock_missed) return Exit::kLockTimeout;
@@ -308,18 +312,18 @@ Exit run_export(Context& context, const Options& options) {
 void add_export_command(Commands& commands) {
   const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
-    app.add_option("dir", options->folder, "A new or empty folder outside of the tree")
+    app.add_option("dir", options->folder, "A new or empty folder outside the tree")
         .type_name("DIR")
         .required();
     return [options](Context& context) { return run_export(context, *options); };
   };
   commands.push_back(
       {"export", Group::kChange, Effect::kChanges,
-       "Copy a tree out as files under their logical names, with a manifest", declare,
-       "All areas are copied: versions of documents with their parts, user files, mail, and what\n"
-       "is addressed by path; --area and --owner narrow it down. Nothing of the tree changes.\n"
-       "The manifest, which import and compare go by, is written last: a folder without one\n"
-       "holds no finished export. What no index names is left out and told."});
+       "Export a tree as files under their logical names, with a manifest", declare,
+       "Exports all areas: versions of documents with their sub-parts, user files, mail, and\n"
+       "files that are addressed by path. --area and --owner limit it. The tree does not\n"
+       "change. The manifest, which import and compare read, is written last: a folder\n"
+       "without one contains an unfinished export. Orphans are not exported, but reported."});
 }
 
 }  // namespace stgctl

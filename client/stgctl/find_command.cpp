@@ -39,34 +39,34 @@ Exit run_find(Context& context, const Options& options) {
 }
 
 std::string is_size(const std::string& text) {
-  return parse_size(text) ? std::string() : "'" + text + "' is no size, such as 500, 64K or 10M";
+  return parse_size(text) ? std::string() : "'" + text + "' is not a size; use 500, 64K or 10M";
 }
 
 Run declare(Arguments& app) {
   auto options = std::make_shared<Options>();
   app.add_option("pattern", options->listing.pattern, "Logical names: \"*\" and \"?\" match")
       .type_name("PATTERN");
-  app.add_option("--name", options->name, "Exactly this logical name").type_name("NAME");
-  app.add_option("--ext", options->extension, "The logical name's extension").type_name("EXT");
-  app.add_option("--timestamp", options->listing.timestamp, "Exactly this timestamp")
+  app.add_option("--name", options->name, "Only this logical name").type_name("NAME");
+  app.add_option("--ext", options->extension, "The extension of the logical name").type_name("EXT");
+  app.add_option("--timestamp", options->listing.timestamp, "Only this timestamp")
       .type_name("STAMP")
       .check(is_stamp);
-  app.add_option("--state", options->state, "indexed, unindexed or missing")
+  app.add_option("--state", options->state, "Only entries in this state")
       .type_name("WORD")
       .one_of({"indexed", "unindexed", "missing"});
-  app.add_option("--min-size", options->least_size, "At least so many bytes")
+  app.add_option("--min-size", options->least_size, "At least this many bytes")
       .type_name("SIZE")
       .check(is_size);
-  app.add_option("--max-size", options->most_size, "At most so many bytes")
+  app.add_option("--max-size", options->most_size, "At most this many bytes")
       .type_name("SIZE")
       .check(is_size);
-  app.add_option("--older-than", options->older, "Changed longer ago")
+  app.add_option("--older-than", options->older, "Last changed longer ago than this")
       .type_name("AGE")
       .check(is_age);
-  app.add_option("--newer-than", options->newer, "Changed less long ago")
+  app.add_option("--newer-than", options->newer, "Last changed more recently than this")
       .type_name("AGE")
       .check(is_age);
-  app.add_flag("-l,--long", options->listing.with_sizes, "Sizes and times as well");
+  app.add_flag("-l,--long", options->listing.with_sizes, "Also show sizes and times");
   add_no_lock(app, options->listing.no_lock);
   return [options](Context& context) {
     context.take_apart(options->listing.pattern, options->listing.timestamp);
@@ -80,7 +80,7 @@ Run declare(Arguments& app) {
 void add_find_command(Commands& commands) {
   commands.push_back({"find", Group::kLook, Effect::kLooks,
                       "Find entries by name, time, size or state", declare,
-                      "All that is asked for has to hold together. The output is that of ls."});
+                      "An entry must match all options. The output is that of ls."});
 }
 
 }  // namespace stgctl

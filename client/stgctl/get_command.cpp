@@ -48,7 +48,7 @@ void write_out(Context& context, const FoundEntry& entry) {
   if (read.ok()) return;
   if (read.failure() == os::Failure::kLocked) {
     throw Failure(Exit::kLockTimeout,
-                  shown(entry.path()) + " is locked elsewhere (--lock-timeout)");
+                  shown(entry.path()) + " is locked by another process (--lock-timeout)");
   }
   throw Failure(Exit::kFailed, shown(entry.path()) + ": " + sys::text_of(read));
 }
@@ -64,10 +64,10 @@ std::string destination_of(Context& context, const Options& options) {
   const std::string tree = sys::absolute(context.tree().storage);
   if (folder == tree || folder.starts_with(tree + sys::kSeparator)) {
     throw Failure(Exit::kRefused,
-                  shown(destination) + " lies in the tree; name a place outside of it");
+                  shown(destination) + " is in the tree; name a place outside the tree");
   }
   if (sys::kSeparator != '\\' && destination.find('\\') != std::string::npos) {
-    throw Failure(Exit::kRefused, shown(destination) + " holds a backslash; name another place");
+    throw Failure(Exit::kRefused, shown(destination) + " contains a backslash; name another place");
   }
   return destination;
 }
@@ -81,7 +81,7 @@ void copy_out(Context& context, const FoundEntry& entry, const std::string& dest
       sys::read_pieces(entry.path(), context.locking(), [](std::string_view) { return false; });
   if (read.failure() == os::Failure::kLocked) {
     throw Failure(Exit::kLockTimeout,
-                  shown(entry.path()) + " is locked elsewhere (--lock-timeout)");
+                  shown(entry.path()) + " is locked by another process (--lock-timeout)");
   }
   bool refused = false;
   if (!source.try_open(vu_file::o_read, refused, true) || refused) {
@@ -96,8 +96,8 @@ void copy_out(Context& context, const FoundEntry& entry, const std::string& dest
   if (copied && !error) return;
   std::error_code ignored;
   fs::remove(to_path(part), ignored);
-  throw Failure(Exit::kFailed,
-                shown(destination) + " could not be written; is there room, and may you?");
+  throw Failure(Exit::kFailed, shown(destination) +
+                                   " cannot be written; check the free space and the permissions");
 }
 
 Exit run_get(Context& context, const Options& options) {
@@ -107,14 +107,15 @@ Exit run_get(Context& context, const Options& options) {
   check_no_link(context, entry.path());
   if (options.output == "-") {
     if (context.out().json())
-      throw Failure(Exit::kUsage, "--json and '--output -' both want the output");
+      throw Failure(Exit::kUsage,
+                    "--json and '--output -' both write to the standard output; use one of them");
     if (!context.options().dry_run) write_out(context, entry);
     return Exit::kDone;
   }
   const std::string destination = destination_of(context, options);
   const sys::Kind there = sys::describe(destination).kind;
   if (there != sys::Kind::kMissing && there != sys::Kind::kFile) {
-    throw Failure(Exit::kRefused, shown(destination) + " is no plain file; name another place");
+    throw Failure(Exit::kRefused, shown(destination) + " is not a plain file; name another place");
   }
   ChangeReport report(context, "stgctl.get/1", "got");
   if (!context.options().dry_run) {
@@ -136,7 +137,7 @@ void add_get_command(Commands& commands) {
   const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
     app.add_option("name", options->name, "The logical name").type_name("NAME").required();
-    app.add_option("--timestamp", options->timestamp, "The version; the latest otherwise")
+    app.add_option("--timestamp", options->timestamp, "The version (the latest)")
         .type_name("STAMP")
         .check(is_stamp);
     app.add_option("-o,--output", options->output,
@@ -149,8 +150,8 @@ void add_get_command(Commands& commands) {
   };
   commands.push_back(
       {"get", Group::kChange, Effect::kChanges, "Copy a document out of the tree", declare,
-       "No byte, name or modification time of the tree changes. The area is docs unless --area\n"
-       "says another one. Only a file that would be overwritten is asked about."});
+       "The tree does not change. The area is docs unless --area names another one. The\n"
+       "command asks only before it overwrites a file."});
 }
 
 }  // namespace stgctl

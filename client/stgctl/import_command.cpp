@@ -30,10 +30,10 @@ Plan plan_of(Context& context, const std::string& folder) {
   plan.scope = common_scope(context.scope(), reader.head().scope);
   if (reader.head().layout != context.tree().layout) {
     const bool is_flat = reader.head().layout == admin::Layout::kFlat;
-    throw Failure(Exit::kRefused,
-                  formatted("the export is of a tree {} owners, and this tree is laid out {} them "
-                            "(--layout)",
-                            is_flat ? "without" : "with", is_flat ? "with" : "without"));
+    throw Failure(
+        Exit::kRefused,
+        formatted("the export is of a tree {} owners, but this tree is {} owners (--layout)",
+                  is_flat ? "without" : "with", is_flat ? "with" : "without"));
   }
   ManifestItem item;
   while (reader.next(item)) {
@@ -85,7 +85,7 @@ class Importing {
   void tell(const ManifestItem& item, Imported result, const Failure* failure) {
     const Subject subject = subject_of(item.what);
     if (failure != nullptr) return m_report.failed(subject, failure->what());
-    if (result == Imported::kThere) return m_report.skipped(subject, "it is there already");
+    if (result == Imported::kThere) return m_report.skipped(subject, "it already exists");
     m_report.add_bytes(result == Imported::kTimeSet ? 0 : item.what.info.size);
     m_report.done_as(name_of(result), subject, fields_of(item), tail_of(item));
   }
@@ -102,14 +102,14 @@ Exit run_import(Context& context, const Options& options) {
   const Plan plan = plan_of(context, options.folder);
   if (plan.missing != 0) {
     context.out().warning(
-        formatted("the export is incomplete: {} of its files could not be read when it was made",
+        formatted("the export is incomplete: {} of its files could not be read when it was written",
                   plan.missing));
   }
   ChangeReport report(context, "stgctl.import/1", "imported");
   if (plan.sums.items() == 0) return report.finish({{"bytes", 0}});
   const bool dry = context.options().dry_run;
   if (!dry) {
-    context.confirm(formatted("Import {} versions, {} parts and {} files by path, {}?",
+    context.confirm(formatted("Import {} versions, {} sub-parts and {} files by path, {}?",
                               plan.sums.versions, plan.sums.parts, plan.sums.files,
                               format_bytes(plan.sums.bytes)));
     context.open_library();
@@ -130,15 +130,16 @@ void add_import_command(Commands& commands) {
   const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
     app.add_option("dir", options->folder, "The folder of an export").type_name("DIR").required();
-    app.add_flag("--replace", options->replace, "Replace what exists with other content");
+    app.add_flag("--replace", options->replace,
+                 "Replace versions that exist with different content");
     return [options](Context& context) { return run_import(context, *options); };
   };
   commands.push_back(
-      {"import", Group::kChange, Effect::kChanges, "Store what an export holds, with its times",
+      {"import", Group::kChange, Effect::kChanges, "Store the content of an export, with its times",
        declare,
-       "Each file is compared with the manifest before it is stored, and each version after.\n"
-       "What is there already is skipped; an import that was killed is said again. --area and\n"
-       "--owner narrow it down."});
+       "Compares each file with the manifest before it stores the file, and each version\n"
+       "afterwards. Skips what already exists. After a kill, run the same import again.\n"
+       "--area and --owner limit it."});
 }
 
 }  // namespace stgctl

@@ -54,13 +54,13 @@ std::string ImportJournal::open() {
   m_file = vu_file(from_path(path.parent_path()), from_path(path.filename()));
   bool is_locked_elsewhere = false;
   if (!m_file.try_open(vu_file::o_append, is_locked_elsewhere, true)) {
-    throw Failure(Exit::kFailed, formatted("{} could not be made, by which an import that was "
-                                           "killed can be gone on with; may you write there?",
+    throw Failure(Exit::kFailed, formatted("cannot create {}, the journal that lets a killed "
+                                           "import continue; check the permissions there",
                                            shown(m_path)));
   }
   if (is_locked_elsewhere) {
     throw Failure(Exit::kLockTimeout,
-                  shown(m_path) + " is locked: another import into this tree is at work");
+                  shown(m_path) + " is locked: another import into this tree is running");
   }
   std::string text;
   try {
@@ -91,7 +91,7 @@ void ImportJournal::end(const admin::Holding& version) {
 
 void ImportJournal::append(const std::string& line) {
   if (m_file.write(line) == static_cast<int>(line.size())) return;
-  throw Failure(Exit::kFailed, shown(m_path) + " takes no more; is there room?");
+  throw Failure(Exit::kFailed, shown(m_path) + " cannot be written; check the free space");
 }
 
 void ImportJournal::close() {
@@ -111,7 +111,7 @@ namespace {
 void check_name_here(const std::string& what, const std::string& name) {
   if (sys::kSeparator != '\\') return;
   if (const char* const why = admin::why_not_portable(name))
-    throw Failure(Exit::kRefused, formatted("{} '{}' is refused: {}", what, shown(name), why));
+    throw Failure(Exit::kRefused, formatted("{} '{}' is not allowed: {}", what, shown(name), why));
 }
 
 void check_path_here(const std::string& path) {
@@ -130,7 +130,7 @@ void check_source(const ManifestItem& item, const std::string& source) {
   unlocked.mode = sys::Locking::Mode::kNone;
   const Content content = read_content(source, unlocked);
   if (content.bytes != item.what.info.size || content.checksum != item.checksum)
-    fail(shown(source) + " is not what the manifest says; export it again");
+    fail(shown(source) + " differs from the manifest; export it again");
 }
 
 std::string system_form(std::string path) {
@@ -141,7 +141,7 @@ std::string system_form(std::string path) {
 /// Where a version would lie that a dry run has not stored.
 constexpr const char* kPlanned = "";
 
-constexpr const char* kOtherContent = "it exists with other content; say --replace";
+constexpr const char* kOtherContent = "it exists with different content; use --replace";
 
 }  // namespace
 
@@ -229,10 +229,9 @@ void Importer::check_owner(const admin::Holding& what) {
   if (is_there) {
     const std::vector<std::string> owners = names_of_folder(area);
     if (!std::binary_search(owners.begin(), owners.end(), what.owner)) {
-      throw Failure(Exit::kRefused,
-                    formatted("the owner '{}' is refused: the tree has one that this system "
-                              "takes for the same",
-                              shown(what.owner)));
+      throw Failure(Exit::kRefused, formatted("the owner '{}' is not allowed: this system takes an "
+                                              "existing owner's name for the same",
+                                              shown(what.owner)));
     }
   }
   m_owners.emplace(what.area, what.owner);
@@ -299,7 +298,8 @@ void Importer::finish_version(Work& work) {
   }
   const std::string path = sys::join(folder.path, file);
   if (read_content(path, m_context.locking()).checksum != work.item->checksum)
-    fail("what was stored differs from the manifest; is another process writing to it?");
+    fail(
+        "the stored version differs from the manifest; check whether another process writes to it");
   if (sys::describe(path).modify_time != what.info.modify_time)
     set_modify_time(path, what.info.modify_time);
   if (m_journal.is_pending(what)) m_journal.end(what);
@@ -337,14 +337,14 @@ Imported Importer::import_by_path(const ManifestItem& item, const std::string& s
     if (m_existing == Existing::kKeep) fail(kOtherContent);
     result = Imported::kReplaced;
   } else if (info.kind != sys::Kind::kMissing) {
-    fail(shown(place) + " is there and is no plain file");
+    fail(shown(place) + " exists and is not a plain file");
   }
   if (m_is_dry) return result;
   NewFile file(place);
   sys::Locking unlocked;
   unlocked.mode = sys::Locking::Mode::kNone;
   if (read_content(source, unlocked, &file).checksum != item.checksum)
-    fail(shown(source) + " changes while it is read");
+    fail(shown(source) + " changed while it was read");
   file.commit(item.what.info.modify_time);
   return result;
 }

@@ -30,22 +30,22 @@ std::string_view name_of(IndexState state) {
 
 /// What is odd about a line, or nothing.
 std::string remark_on(const LintedLine& line) {
-  if (line.has_zeros) return "damaged: it holds zeros, where other lines may have stood";
+  if (line.has_zeros) return "damaged: it contains zeros, which may have replaced other lines";
   switch (line.verdict) {
     case Verdict::kNoSeparator:
-      return "passed over: no \"/\"";
+      return "skipped: no \"/\"";
     case Verdict::kShortKey:
-      return "passed over: the key has no room for a timestamp";
+      return "skipped: the key is too short for a timestamp";
     case Verdict::kNoFile:
-      return "passed over: its file is not there";
+      return "skipped, dangling: its file is missing";
     case Verdict::kUnknown:
-      return "passed over, and kept: the system does not tell whether its file is there";
+      return "skipped and kept: the system could not check whether its file exists";
     case Verdict::kDuplicateKey:
-      return formatted("passed over: line {} has the key", line.same_key_as);
+      return formatted("skipped: line {} has the same key", line.same_key_as);
     case Verdict::kEntry:
       break;
   }
-  if (!line.has_file) return formatted("counts, but {} is not there", shown(line.file));
+  if (!line.has_file) return formatted("valid, but {} does not exist", shown(line.file));
   if (line.same_stored_as != 0)
     return formatted("line {} has the same physical name", line.same_stored_as);
   return line.has_odd_stamp ? "the key does not end in \"_\" and ten digits" : "";
@@ -168,7 +168,7 @@ Exit run(Context& context, Wanted wanted, const Options& options) {
   const auto located = admin::locate_in(tree, options.folder);
   if (!located || !located->rest.empty())
     throw Failure(Exit::kNothingMatched,
-                  shown(options.folder) + " is no document folder of this tree");
+                  shown(options.folder) + " is not a document folder of this tree");
   visitor.folder(located->folder);
   return visitor.result();
 }
@@ -176,7 +176,7 @@ Exit run(Context& context, Wanted wanted, const Options& options) {
 Run declare(Arguments& app, Wanted wanted) {
   auto options = std::make_shared<Options>();
   app.add_option("folder", options->folder,
-                 "One document folder; else all that --area and --owner leave")
+                 "One document folder, instead of all that --area and --owner select")
       .type_name("DIR");
   add_no_lock(app, options->no_lock);
   return [options, wanted](Context& context) { return run(context, wanted, *options); };
@@ -186,13 +186,13 @@ Run declare(Arguments& app, Wanted wanted) {
 
 void add_index_commands(Commands& commands) {
   commands.push_back({"index dump", Group::kLook, Effect::kLooks,
-                      "Show the lines of index.dat as they stand",
+                      "Show the lines of index.dat unchanged",
                       [](Arguments& app) { return declare(app, Wanted::kAllLines); },
-                      "Lines that the library's reader passes over are marked, with the reason."});
+                      "Marks the lines that the library's readers skip, with the reason."});
   commands.push_back({"index lint", Group::kLook, Effect::kLooks,
-                      "Show the lines of index.dat that something is wrong with",
+                      "Show the faulty lines of index.dat",
                       [](Arguments& app) { return declare(app, Wanted::kBadLines); },
-                      "The exit code is 4 when there is one."});
+                      "The exit code is 4 if there is one."});
 }
 
 }  // namespace stgctl

@@ -186,7 +186,7 @@ void add_index_diff_command(Commands& commands) {
         .type_name("A")
         .check(is_snapshot_name_or_now)
         .required();
-    app.add_option("after", options->after, "Another one (now)")
+    app.add_option("after", options->after, "The snapshot to compare with (now)")
         .type_name("B")
         .check(is_snapshot_name_or_now);
     add_names_option(app, options->names);
@@ -195,9 +195,9 @@ void add_index_diff_command(Commands& commands) {
   };
   commands.push_back(
       {"index diff", Group::kLook, Effect::kLooks, "Compare the names of two snapshots", declare,
-       "Names that were added (+), removed (-), or lead to another file (~). A time or an age "
-       "stands\n"
-       "for the last snapshot that is not younger. --area, --owner and --folder narrow it down."});
+       "Shows names that were added (+), removed (-), or lead to another file (~). A time or\n"
+       "an age selects the last snapshot that is not younger. --area, --owner and --folder\n"
+       "limit it."});
 }
 
 }  // namespace stgctl

@@ -32,7 +32,7 @@ void show_snapshot(Context& context, const NameStore::Kept& kept) {
     return;
   }
   const admin::Snapshot& s = *kept.snapshot;
-  out.print("{}  {}  {:>8} entries  {:>5} folders  {} changed, {} new, {} gone{}\n", number,
+  out.print("{}  {}  {:>8} entries  {:>5} folders  {} changed, {} new, {} removed{}\n", number,
             format_time(s.time), s.entries, s.folders, s.changed, s.added, s.removed,
             s.unread == 0 ? "" : formatted(", {} not read", s.unread));
 }
@@ -53,9 +53,11 @@ void show_folder(Context& context, const admin::Snapshot& snapshot,
     out.json_line(kSchema, fields);
     return;
   }
+  // JSON keeps the older word.
+  const std::string_view shown_change = change == std::string_view("gone") ? "removed" : change;
   out.print("{}  {}  {:<7}  {:>8} entries  {}\n",
             out.styled(Style::kBold, formatted("{:>6}", snapshot.number)),
-            format_time(snapshot.time), change, entries, shown(folder.path));
+            format_time(snapshot.time), shown_change, entries, shown(folder.path));
 }
 
 /// The snapshots in which the wanted indexes changed.
@@ -118,7 +120,7 @@ Exit run_log(Context& context, const NamesOptions& options) {
                 out.styled(Style::kBold, formatted("{} snapshots, {} in {}", all.size(),
                                                    format_bytes(store.file_size()), shown(file))));
       if (store.torn_bytes() != 0)
-        out.print("{} bytes behind the last one are incomplete; the next one cuts them off\n",
+        out.print("{} bytes after the last one are incomplete; the next snapshot removes them\n",
                   store.torn_bytes());
     }
     return lines == 0 ? Exit::kNothingMatched : Exit::kDone;
@@ -134,11 +136,10 @@ void add_index_log_command(Commands& commands) {
     add_folder_option(app, *options);
     return [options](Context& context) { return run_log(context, *options); };
   };
-  commands.push_back({"index log", Group::kLook, Effect::kLooks, "List the snapshots of the names",
-                      declare,
-                      "With --folder, --area or --owner: only the snapshots in which those indexes "
-                      "changed, and how\n"
-                      "many entries they had. Works without the tree, too."});
+  commands.push_back(
+      {"index log", Group::kLook, Effect::kLooks, "List the snapshots of the names", declare,
+       "With --folder, --area or --owner: only the snapshots in which those indexes changed,\n"
+       "and how many entries they had. This works without the tree, too."});
 }
 
 }  // namespace stgctl

@@ -49,14 +49,13 @@ class Restoring {
       for (const Job& job : m_jobs) restore(job);
       if (!m_any_told) {
         throw Failure(Exit::kNothingMatched,
-                      formatted("snapshot {} has no name that could be brought back; nothing was "
-                                "changed",
+                      formatted("snapshot {} has no name to restore; nothing was changed",
                                 m_snapshot.number));
       }
       return finish();
     }
     if (!m_context.options().dry_run) {
-      m_context.confirm(formatted("Bring back {} names in {} folders as of {} UTC?", m_restorable,
+      m_context.confirm(formatted("Restore {} names in {} folders as of {} UTC?", m_restorable,
                                   m_jobs.size(), format_time(m_snapshot.time)));
       m_report.guarded([&] {
         Progress progress(m_context.out(), m_context.options().progress, "restoring",
@@ -82,8 +81,8 @@ class Restoring {
       m_snapshot = find_snapshot(store, m_options.at);
       if (m_snapshot.layout != tree.layout) {
         throw Failure(Exit::kRefused,
-                      formatted("the snapshot is of a tree in the layout '{}', this one has "
-                                "'{}'; say --layout, or name another snapshot",
+                      formatted("the snapshot is of a tree in the layout '{}', this one has '{}'; "
+                                "use --layout, or name another snapshot",
                                 admin::name_of(m_snapshot.layout), admin::name_of(tree.layout)));
       }
       const NamesFilter filter(m_context, tree, m_options.names);
@@ -148,7 +147,7 @@ class Restoring {
     const std::string name = admin::saved_name_of(m_context.tree(), folder.path);
     m_report.failed(
         {"", "", name, std::nullopt},
-        formatted("{}; once that is mended: stgctl index restore --folder {}", why, shown(name)));
+        formatted("{}; mend that, then run: stgctl index restore --folder {}", why, shown(name)));
   }
 
   Failure locked(const admin::DocumentFolder& folder) {
@@ -221,18 +220,16 @@ void add_index_restore_command(Commands& commands) {
         .check(is_snapshot_name);
     add_folder_option(app, options->names);
     add_names_option(app, options->names);
-    app.add_flag("--missing", options->missing, "Tell also the names whose files are gone");
+    app.add_flag("--missing", options->missing, "Also list the names whose files are missing");
     return [options](Context& context) { return Restoring(context, *options).run(); };
   };
   commands.push_back(
       {"index restore", Group::kChange, Effect::kChanges,
-       "Bring names back from a snapshot, without touching the documents", declare,
-       "A name comes back when its file is there and no other name has it. Names that the index "
-       "has by\n"
-       "now stay. The entry that adoption gave the file goes, and a file whose extension adoption "
-       "has\n"
-       "put into lower case gets its name back; no other file is renamed, and none is written.\n"
-       "--area, --owner and --folder narrow it down."});
+       "Restore names from a snapshot, without changing the documents", declare,
+       "Restores a name if its file exists and no other name has that file. The names that\n"
+       "the index has now stay. The entry that adoption gave to the file is removed, and a\n"
+       "file whose extension adoption changed to lower case gets its old name. No other file\n"
+       "is renamed, and no document is written. --area, --owner and --folder limit it."});
 }
 
 }  // namespace stgctl

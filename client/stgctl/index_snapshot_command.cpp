@@ -27,12 +27,12 @@ SavedIndexes indexes_before(Context& context, NameStore& store, const std::strin
     if (snapshot.storage != storage) {
       throw Failure(
           Exit::kRefused,
-          formatted("the names saved last are those of {}; name another file with --names",
+          formatted("the last saved names are those of {}; name another file with --names",
                     shown(snapshot.storage)));
     }
     return before;
   } catch (const admin::StoreError& error) {
-    context.out().warning(formatted("{}; all indexes are saved anew", error.what()));
+    context.out().warning(formatted("{}; all indexes are saved again", error.what()));
     return {};
   }
 }
@@ -80,7 +80,7 @@ void show(Context& context, const Snapshot& snapshot, const std::string& file,
     return;
   }
   out.print(
-      "{}: {} entries in {} folders; {} changed, {} new, {} gone{}\n",
+      "{}: {} entries in {} folders; {} changed, {} new, {} removed{}\n",
       out.styled(Style::kBold, formatted("{}snapshot {}", dry ? "would be " : "", snapshot.number)),
       snapshot.entries, snapshot.folders, snapshot.changed, snapshot.added, snapshot.removed,
       dry ? "; nothing was written"
@@ -89,8 +89,7 @@ void show(Context& context, const Snapshot& snapshot, const std::string& file,
 
 Exit run_snapshot(Context& context, const NamesOptions& options) {
   if (!context.options().area.empty() || !context.options().owner.empty()) {
-    throw Failure(Exit::kUsage,
-                  "a snapshot is always of the whole tree; leave --area and --owner out");
+    throw Failure(Exit::kUsage, "a snapshot is always of the whole tree; omit --area and --owner");
   }
   const std::string file = names_file(context, options);
   Snapshot head;
@@ -105,8 +104,8 @@ Exit run_snapshot(Context& context, const NamesOptions& options) {
       store.emplace(file, dry ? NameStore::For::kReading : NameStore::For::kAppending,
                     context.locking());
     if (store && store->torn_bytes() != 0) {
-      context.out().note(formatted("stgctl: {} bytes behind the last snapshot are incomplete{}",
-                                   store->torn_bytes(), dry ? "" : " and were cut off"));
+      context.out().note(formatted("stgctl: {} bytes after the last snapshot are incomplete{}",
+                                   store->torn_bytes(), dry ? "" : " and were removed"));
     }
     const SavedIndexes before =
         store ? indexes_before(context, *store, head.storage) : SavedIndexes();
@@ -133,13 +132,13 @@ void add_index_snapshot_command(Commands& commands) {
     add_names_option(app, *options);
     return [options](Context& context) { return run_snapshot(context, *options); };
   };
-  commands.push_back({"index snapshot", Group::kChange, Effect::kChanges,
-                      "Save the names of all documents in a file outside of the tree", declare,
-                      "Each index is read once, under a shared lock, and stored as far as it "
-                      "differs from what is\n"
-                      "saved already. The file is only appended to; the tree is not changed, and "
-                      "nothing is asked.\n"
-                      "An index that cannot be read stands as it was in the snapshot before."});
+  commands.push_back(
+      {"index snapshot", Group::kChange, Effect::kChanges,
+       "Save the names of all documents in a file outside the tree", declare,
+       "Reads each index once, under a shared lock, and stores what differs from the last\n"
+       "snapshot. The command only appends to the file; it does not change the tree and does\n"
+       "not ask. For an index that cannot be read, the snapshot contains its state of the\n"
+       "snapshot before."});
 }
 
 }  // namespace stgctl

@@ -21,8 +21,7 @@ std::vector<std::string> missing_folders(const std::string& storage) {
     std::error_code error;
     if (fs::is_directory(to_path(path), error)) return;
     if (fs::exists(fs::symlink_status(to_path(path), error))) {
-      throw Failure(Exit::kRefused,
-                    shown(path) + " is in the way and no folder; move it elsewhere");
+      throw Failure(Exit::kRefused, shown(path) + " exists and is not a folder; move it elsewhere");
     }
     missing.push_back(path);
   };
@@ -36,7 +35,7 @@ Exit run_init(Context& context) {
   const std::string root = from_path(to_path(storage).parent_path());
   std::error_code error;
   if (!fs::is_directory(to_path(root), error)) {
-    throw Failure(Exit::kFailed, "the folder " + shown(root) + " does not exist; make it first");
+    throw Failure(Exit::kFailed, "the folder " + shown(root) + " does not exist; create it first");
   }
   const std::vector<std::string> missing = missing_folders(storage);
   ChangeReport report(context, "stgctl.init/1", "made");
@@ -46,11 +45,11 @@ Exit run_init(Context& context) {
     report.done({}, fields, shown(path));
   };
   if (missing.empty()) {
-    report.skipped({}, shown(storage) + " is a storage tree already");
+    report.skipped({}, shown(storage) + " is already a storage tree");
     return report.finish();
   }
   if (!context.options().dry_run) {
-    context.confirm(formatted("Make a storage tree at {}?", shown(storage)));
+    context.confirm(formatted("Create a storage tree at {}?", shown(storage)));
     context.create_tree();
   }
   for (const std::string& path : missing) {
@@ -58,7 +57,7 @@ Exit run_init(Context& context) {
       tell(path);
     } else {
       report.failed({"", "", from_path(to_path(path).filename()), {}},
-                    "the folder could not be made");
+                    "the folder could not be created");
     }
   }
   return report.finish();
@@ -68,10 +67,10 @@ Exit run_init(Context& context) {
 
 void add_init_command(Commands& commands) {
   commands.push_back(
-      {"init", Group::kChange, Effect::kChanges, "Make a storage tree below a root folder",
+      {"init", Group::kChange, Effect::kChanges, "Create a storage tree below a root folder",
        [](Arguments&) -> Run { return run_init; },
-       "The root folder must exist. Folders of the tree that are there already stay as they\n"
-       "are. No other command makes a tree."});
+       "The root folder must exist. Folders of the tree that already exist stay as they are.\n"
+       "No other command creates a tree."});
 }
 
 }  // namespace stgctl

@@ -143,7 +143,7 @@ Json Json::object() {
 
 Json& Json::operator[](const std::string& name) {
   if (m_kind == Kind::kNull) m_kind = Kind::kObject;
-  if (m_kind != Kind::kObject) throw JsonError("a field of what is no object");
+  if (m_kind != Kind::kObject) throw JsonError("a field of something that is not an object");
   const auto found = std::find(m_names.begin(), m_names.end(), name);
   if (found != m_names.end()) return m_items[static_cast<std::size_t>(found - m_names.begin())];
   m_names.push_back(name);
@@ -169,7 +169,7 @@ const Json* Json::find_in_object(const std::string& name) const {
 }
 
 const std::vector<Json>& Json::items() const {
-  if (m_kind != Kind::kArray) throw JsonError("what should be an array is none");
+  if (m_kind != Kind::kArray) throw JsonError("a value that should be an array is not one");
   return m_items;
 }
 
@@ -180,7 +180,7 @@ void Json::update(const Json& other) {
 
 Json& Json::push_back(Json value) {
   if (m_kind == Kind::kNull) m_kind = Kind::kArray;
-  if (m_kind != Kind::kArray) throw JsonError("an element for what is no array");
+  if (m_kind != Kind::kArray) throw JsonError("an element of something that is not an array");
   return m_items.emplace_back(std::move(value));
 }
 

@@ -40,12 +40,12 @@ struct Edit {
 Edit parse_edit(const std::string& text, Change change) {
   const std::size_t separator = text.find('=');
   if (change == Change::kSet && separator == std::string::npos) {
-    throw Failure(Exit::kUsage, formatted("'{}' is no KEY=VALUE", shown(text)));
+    throw Failure(Exit::kUsage, formatted("'{}' is not of the form KEY=VALUE", shown(text)));
   }
   Edit edit = {text.substr(0, separator), ""};
   if (separator != std::string::npos) {
     if (change == Change::kUnset) {
-      throw Failure(Exit::kUsage, formatted("'{}' is no key: it holds '='", shown(text)));
+      throw Failure(Exit::kUsage, formatted("'{}' is not a key: it contains '='", shown(text)));
     }
     edit.value = text.substr(separator + 1);
   }
@@ -53,7 +53,7 @@ Edit parse_edit(const std::string& text, Change change) {
   // A key file ends its lines with any of these and has no way to write them otherwise.
   if (text.find_first_of("\r\n\t") != std::string::npos) {
     throw Failure(Exit::kRefused,
-                  formatted("'{}' is refused: it holds a tab or a line end", shown(text)));
+                  formatted("'{}' is not allowed: it contains a tab or a line end", shown(text)));
   }
   return edit;
 }
@@ -79,8 +79,8 @@ void tell(const std::vector<Edit>& edits, const std::vector<KeyEdit>& results, C
                                  ? formatted("{}={}", shown(edit.key), shown(edit.value))
                                  : shown(edit.key);
     if (results[i] == KeyEdit::kUnchanged) {
-      report.skipped(file, change == Change::kSet ? line + " stands there already"
-                                                  : "there is no line of " + line);
+      report.skipped(file, change == Change::kSet ? line + " is already in the file"
+                                                  : "there is no line with the key " + line);
     } else {
       report.done(file, fields, line);
     }
@@ -102,7 +102,7 @@ std::vector<KeyEdit> rewrite(const FoundEntry& file, const std::vector<Edit>& ed
       // What was there goes back, as far as the disk takes it.
       handle.clear();
       handle.write(text);
-      throw Failure(Exit::kFailed, shown(file.path()) + " could not be written; is there room?");
+      throw Failure(Exit::kFailed, shown(file.path()) + " cannot be written; check the free space");
     }
   }
   handle.close();
@@ -125,7 +125,7 @@ FoundEntry find_or_make(Context& context, const Target& target, const std::strin
       admin::folder_for(context.tree(), target.area, target.owner, name);
   // The library would give every new name the same file where its counter cannot be used.
   if (const std::string why = admin::why_not_storable(place.path); !why.empty())
-    throw Failure(Exit::kFailed, formatted("{} cannot be made: {}", shown(name), why));
+    throw Failure(Exit::kFailed, formatted("{} cannot be created: {}", shown(name), why));
   if (context.options().dry_run) return {};
   std::string folder;
   if (vu_storage::createUserOrDomainNameDirectory(target.library_owner, name, target.type, folder,
@@ -134,7 +134,8 @@ FoundEntry find_or_make(Context& context, const Target& target, const std::strin
   }
   if (const std::optional<FoundEntry> entry = find()) return *entry;
   throw Failure(Exit::kFailed,
-                "the key file " + shown(name) + " could not be made; --trace m tells why");
+                "the key file " + shown(name) +
+                    " could not be created; run again with --trace m to see the reason");
 }
 
 Exit run_edit(Context& context, const EditOptions& options, Change change, const char* schema) {
@@ -179,15 +180,17 @@ Run declare_edit(Arguments& app, Change change, const char* schema, bool is_prof
         .type_name("NAME")
         .required();
   }
-  app.add_option("line", options->lines,
-                 change == Change::kSet ? "Keys with their values" : "Keys, whose lines all go")
+  app.add_option(
+         "line", options->lines,
+         change == Change::kSet ? "Keys with their values" : "Keys; all their lines are removed")
       .type_name(change == Change::kSet ? "KEY=VALUE" : "KEY")
       .required();
   return [=](Context& context) {
     EditOptions edit = *options;
     take_key_file(context, edit.file);
     const bool is_elsewhere = document_area(context, admin::Area::kUser) != admin::Area::kUser;
-    if (is_profile && is_elsewhere) throw Failure(Exit::kUsage, "profiles lie in the area user");
+    if (is_profile && is_elsewhere)
+      throw Failure(Exit::kUsage, "profiles are in the area user; omit --area");
     return run_edit(context, edit, change, schema);
   };
 }
@@ -196,11 +199,12 @@ Run declare_edit(Arguments& app, Change change, const char* schema, bool is_prof
 
 void add_key_commands(Commands& commands) {
   const char* const details =
-      "The area is user unless --area says another one. Other lines of the file stay as they\n"
-      "are; of several lines of one key the first gets the value and the others go.";
+      "The area is user unless --area names another one. Other lines of the file do not\n"
+      "change. If a key has several lines, the first gets the value and the others are\n"
+      "removed.";
   commands.push_back(
       {"keys set", Group::kChange, Effect::kChanges,
-       "Set lines of a key file, which is made when missing",
+       "Set lines of a key file; create the file if it is missing",
        [](Arguments& app) { return declare_edit(app, Change::kSet, "stgctl.keys.set/1", false); },
        details});
   commands.push_back({"keys unset", Group::kChange, Effect::kChanges, "Remove lines of a key file",
@@ -211,7 +215,7 @@ void add_key_commands(Commands& commands) {
   commands.push_back(
       {"profile set", Group::kChange, Effect::kChanges, "Set lines of an owner's profile",
        [](Arguments& app) { return declare_edit(app, Change::kSet, "stgctl.profile.set/1", true); },
-       "The master profile lies outside of every tree and is none of this command's business."});
+       "This command does not change the master profile, which is outside every tree."});
 }
 
 // ---- showing -----------------------------------------------------------------------------------
@@ -238,7 +242,7 @@ Exit show(Context& context, const char* schema, const Place& place, const ShowOp
       admin::read_key_file(place.path, locking_for(context, options.no_lock), file);
   if (read.failure() == os::Failure::kLocked)
     throw Failure(Exit::kLockTimeout,
-                  shown(place.path) + " is held locked; wait, or say --no-lock");
+                  shown(place.path) + " is locked by another process; wait, or use --no-lock");
   if (!read.ok())
     throw Failure(Exit::kFailed, shown(place.path) + ": " + admin::sys::text_of(read));
   if (!context.out().json()) {
@@ -274,7 +278,7 @@ Place find(Context& context, admin::Area area, const ShowOptions& options) {
     return {std::string(admin::name_of(area)), found.folder.owner, options.name, found.path};
   if (found.lock_missed)
     throw Failure(Exit::kLockTimeout,
-                  "the index of " + shown(found.folder.path) + " is held locked");
+                  "the index of " + shown(found.folder.path) + " is locked by another process");
   throw Failure(Exit::kNothingMatched, formatted("there is no {} in {}: {}", shown(options.name),
                                                  shown(found.folder.path), found.why));
 }
@@ -288,7 +292,7 @@ Exit run_keys(Context& context, ShowOptions options) {
 Exit run_profile(Context& context, ShowOptions options) {
   take_key_file(context, options.name);
   if (context.scope().area.value_or(admin::Area::kUser) != admin::Area::kUser)
-    throw Failure(Exit::kUsage, "profiles lie in the area user");
+    throw Failure(Exit::kUsage, "profiles are in the area user; omit --area");
   if (context.scope().owner) {
     if (options.name.empty()) options.name = "profile.txt";
     const Place place = find(context, admin::Area::kUser, options);
@@ -326,12 +330,13 @@ Run declare_profile(Arguments& app) {
 void add_show_commands(Commands& commands) {
   commands.push_back(
       {"keys show", Group::kLook, Effect::kLooks, "Show the lines of a key file", declare_keys,
-       "In the user area unless --area says otherwise. Lines without \"=\" are passed\n"
-       "over, as the library does."});
-  commands.push_back({"profile show", Group::kLook, Effect::kLooks,
-                      "Show a user's profile, or the master profile", declare_profile,
-                      "The user's that --owner names, else the master profile of --config:\n"
-                      "profile.txt when it is there, else master.txt."});
+       "The area is user unless --area names another one. Lines without \"=\" are skipped, as\n"
+       "the library does."});
+  commands.push_back(
+      {"profile show", Group::kLook, Effect::kLooks, "Show a user's profile, or the master profile",
+       declare_profile,
+       "Shows the profile of the user that --owner names, or the master profile of --config:\n"
+       "profile.txt if it exists, otherwise master.txt."});
 }
 
 }  // namespace stgctl

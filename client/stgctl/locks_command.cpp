@@ -32,12 +32,12 @@ Exit run_locks(Context& context) {
         "stgctl.locks/1",
         {{"record", "summary"}, {"locks", locks.size()}, {"known", name_of(known)}});
   if (known == sys::Knowledge::kNone)
-    context.out().warning("this system does not tell who holds a lock");
+    context.out().warning("this system does not report which process holds a lock");
   if (known == sys::Knowledge::kPartial)
     context.out().warning(
-        "other users' processes could not be looked into; try it as an administrator");
+        "processes of other users could not be inspected; run it as an administrator");
   if (!context.out().json() && locks.empty() && known != sys::Knowledge::kNone)
-    context.out().note("nobody holds a lock");
+    context.out().note("no process holds a lock");
   return Exit::kDone;
 }
 
@@ -45,9 +45,9 @@ Exit run_locks(Context& context) {
 
 void add_locks_command(Commands& commands) {
   commands.push_back(
-      {"locks", Group::kLook, Effect::kLooks, "Show who holds which file locked",
+      {"locks", Group::kLook, Effect::kLooks, "Show which process holds which lock",
        [](Arguments&) -> Run { return run_locks; },
-       "On Linux, for the processes that you may look into. Windows does not tell."});
+       "Works on Linux, for the processes that you may inspect. Windows does not report it."});
 }
 
 }  // namespace stgctl

@@ -11,7 +11,7 @@ namespace stgctl {
 
 void add_no_lock(Arguments& app, bool& no_lock) {
   app.add_flag("--no-lock", no_lock,
-               "Read indexes without a lock: never waits, and may see a half-written one");
+               "Read indexes without a lock: never waits, but can see a half-written one");
 }
 
 admin::sys::Locking locking_for(Context& context, bool no_lock) {
@@ -25,16 +25,16 @@ void take_key_file(Context& context, std::string& name) {
   std::string timestamp;
   context.take_apart(name, timestamp);
   if (!timestamp.empty() && timestamp != "0")
-    throw Failure(Exit::kUsage, shown(typed) + ": key files are read at timestamp 0 alone");
+    throw Failure(Exit::kUsage, shown(typed) + ": key files are read only at timestamp 0");
 }
 
 admin::Area document_area(Context& context, admin::Area fallback) {
   const admin::Area area = context.scope().area.value_or(fallback);
   if (admin::expects_index(area)) return area;
-  throw Failure(Exit::kUsage,
-                formatted("the library keeps no documents in the area {}; say --area docs, user "
-                          "or mail",
-                          admin::name_of(area)));
+  throw Failure(
+      Exit::kUsage,
+      formatted("the library keeps no documents in the area {}; use --area docs, user or mail",
+                admin::name_of(area)));
 }
 
 std::string owner_or_none(Context& context) { return context.scope().owner.value_or(""); }
@@ -124,8 +124,8 @@ class Lister {
       append_subject(m_line, entry);
       m_line += "  ";
       append_name(m_line, entry.file);
-      if (entry.state == admin::EntryState::kUnindexed) m_line += "  (no line)";
-      if (entry.state == admin::EntryState::kMissing) m_line += "  (no file)";
+      if (entry.state == admin::EntryState::kUnindexed) m_line += "  (orphan)";
+      if (entry.state == admin::EntryState::kMissing) m_line += "  (dangling)";
       m_line += '\n';
       m_context.out().write(m_line);
     }

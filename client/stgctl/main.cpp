@@ -27,7 +27,7 @@ Exit run_guarded(const Run& run, Context& context) {
     return failure.code();
   } catch (const vu_file_except& failure) {
     out.error("a file of the tree cannot be opened or read: " + failure.what() +
-              "; --trace m tells which one");
+              "; run again with --trace m to see which one");
   } catch (const std::exception& failure) {
     out.error(shown(std::string_view(failure.what())));
   }

@@ -69,18 +69,18 @@ bool stays_below(std::string_view path) {
 const char* why_no_item(const ManifestItem& item) {
   const admin::Holding& what = item.what;
   if (!stays_below(item.file) || item.file.find_first_of("\\:") != std::string::npos)
-    return "its file lies outside of the export";
+    return "its file is outside the export";
   const bool is_file = what.kind == admin::HoldingKind::kFile;
   if (is_file == admin::expects_index(what.area)) return "the area keeps nothing of that kind";
   if (!is_file && what.name.empty()) return "it has no name";
   if ((what.kind != admin::HoldingKind::kVersion) != stays_below(what.path))
-    return "its path leads out of its folder";
+    return "its path leaves its folder";
   if (what.kind == admin::HoldingKind::kPart && !what.path.starts_with('_'))
-    return "its path is none of a part";
+    return "its path is not the path of a sub-part";
   if (!what.owner.empty() &&
       (!stays_below(what.owner) || what.owner.find('/') != std::string::npos))
-    return "its owner is none";
-  return item.checksum.size() == 32 ? nullptr : "its checksum is none";
+    return "its owner is not valid";
+  return item.checksum.size() == 32 ? nullptr : "its checksum is not valid";
 }
 
 Json json_of(const ManifestItem& item) {
@@ -172,7 +172,7 @@ ManifestReader::ManifestReader(const std::string& folder) : m_path(joined(folder
   m_stream.open(to_path(m_path), std::ios::binary);
   if (!m_stream.is_open()) {
     throw Failure(Exit::kFailed,
-                  formatted("{} holds no {}; name the folder of an export that was finished",
+                  formatted("{} contains no {}; name the folder of a finished export",
                             shown(folder), kManifestName));
   }
   read_head();
@@ -186,7 +186,7 @@ void ManifestReader::damaged(const std::string& why) const {
 bool ManifestReader::read_line(std::string& text) {
   ++m_line;
   if (!std::getline(m_stream, text)) return false;
-  if (m_stream.eof()) damaged("it breaks off");
+  if (m_stream.eof()) damaged("it ends too early");
   text += '\n';
   return true;
 }
@@ -197,8 +197,8 @@ void ManifestReader::read_head() {
   m_checksum.add(text);
   try {
     const Json line = Json::parse(text);
-    if (line.at("record") != "tree") damaged("it does not begin as one");
-    if (line.at("schema") != kManifestSchema) damaged("this program does not know its form");
+    if (line.at("record") != "tree") damaged("it does not begin as a manifest");
+    if (line.at("schema") != kManifestSchema) damaged("this program does not know its version");
     const bool is_flat = line.at("layout") == "flat";
     m_head.layout = is_flat ? admin::Layout::kFlat : admin::Layout::kOwner;
     if (line.contains("area")) m_head.scope.area = area_of(line);
@@ -206,13 +206,13 @@ void ManifestReader::read_head() {
   } catch (const JsonError& error) {
     damaged(error.what());
   } catch (const std::bad_optional_access&) {
-    damaged("a value is none");
+    damaged("a value is not valid");
   }
 }
 
 bool ManifestReader::next(ManifestItem& item) {
   std::string text;
-  if (!read_line(text)) damaged("it breaks off");
+  if (!read_line(text)) damaged("it ends too early");
   try {
     const Json line = Json::parse(text);
     const std::string record = line.at("record").get<std::string>();
@@ -221,12 +221,12 @@ bool ManifestReader::next(ManifestItem& item) {
       m_checksum.add(text);
       item = item_of(line, static_cast<admin::HoldingKind>(kind - kKinds.begin()));
       if (const char* const why = why_no_item(item)) damaged(why);
-      if (m_last && *m_last >= item.what) damaged("it is out of order");
+      if (m_last && *m_last >= item.what) damaged("its records are in the wrong order");
       m_last = item.what;
       m_met.add(item);
       return true;
     }
-    if (record != "end") damaged("its record is unknown");
+    if (record != "end") damaged("it has an unknown record");
     m_digest = m_checksum.text();
     m_sums = m_met;
     m_sums.failed = line.at("failed").get<std::uint64_t>();
@@ -235,13 +235,13 @@ bool ManifestReader::next(ManifestItem& item) {
         line.at("parts").get<std::uint64_t>() != m_met.parts ||
         line.at("files").get<std::uint64_t>() != m_met.files ||
         line.at("bytes").get<std::uint64_t>() != m_met.bytes)
-      damaged("its sums or its checksum do not fit");
+      damaged("its totals or its checksum do not match");
   } catch (const JsonError& error) {
     damaged(error.what());
   } catch (const std::bad_optional_access&) {
-    damaged("a value is none");
+    damaged("a value is not valid");
   }
-  if (read_line(text)) damaged("something follows its end");
+  if (read_line(text)) damaged("it continues after its end");
   return false;
 }
 
@@ -279,7 +279,7 @@ std::string location_in(const std::string& folder, const std::string& file) {
 admin::Scope common_scope(const admin::Scope& one, const admin::Scope& other) {
   if ((one.area && other.area && *one.area != *other.area) ||
       (one.owner && other.owner && *one.owner != *other.owner)) {
-    throw Failure(Exit::kNothingMatched, "the export holds nothing of that area and owner");
+    throw Failure(Exit::kNothingMatched, "the export contains nothing of that area and owner");
   }
   admin::Scope both = one;
   if (!both.area) both.area = other.area;

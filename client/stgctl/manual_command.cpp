@@ -13,27 +13,23 @@ namespace {
 
 constexpr const char* kBegin = R"(.SH DESCRIPTION
 .B stgctl
-looks at, explains, checks and changes a storage tree: the folder "storage" with its)"
-                               R"( areas docs, user, mail,
-list and semlets, as described in
+inspects, explains, checks and changes a storage tree: the folder "storage" with its areas
+docs, user, mail, list and semlets. Its layout is described in
 .BR stgctl-tree (7).
-What looks leaves no trace: no byte, no name, no modification time. What changes goes)"
-                               R"( through the storage
-library, takes
+A command that only reads changes no byte, no name and no modification time. A command that
+changes the tree uses the storage library, or works under its locks and by its rules. It takes
 .BR --dry-run ,
-asks first, and needs
-.B --yes
-where nobody can answer.
+asks first, and without a terminal needs
+.BR --yes .
 .PP
-Results go to the standard output, everything else to the standard error output. With
+Results go to the standard output, all other messages to the standard error. With
 .B --json
-each line is one object, whose field "schema" names its form and version. Names are)"
-                               R"( bytes: what is no UTF-8 is
-printed as U+FFFD, and JSON has the bytes in a second field whose name ends with "_hex".
+each line is one object. Its field "schema" contains the name and version of the form. Names are
+bytes. A name that is not valid UTF-8 is printed with U+FFFD; JSON contains its bytes in a second
+field whose name ends in "_hex".
 .PP
-Ctrl-C and SIGTERM let the current entry, or batch of entries, be finished; what was done is)"
-                               R"( told. A second one ends
-the program at once.
+After Ctrl-C or SIGTERM the program finishes the current entry, or the current batch of entries,
+and prints the results. A second signal ends it at once.
 )";
 
 constexpr const char* kEnd = R"(.SH EXIT STATUS
@@ -42,10 +38,10 @@ constexpr const char* kEnd = R"(.SH EXIT STATUS
 Done.
 .TP
 .B 1
-Failed; nothing of the request was done.
+Failed; no part of the request was done.
 .TP
 .B 2
-The command line is not understood.
+The command line is not valid.
 .TP
 .B 3
 Nothing in the tree matches the request.
@@ -54,10 +50,10 @@ Nothing in the tree matches the request.
 A check found problems.
 .TP
 .B 5
-Some of it was done, some of it failed.
+Some of the work was done, some failed.
 .TP
 .B 10
-There is no storage tree at that place.
+There is no storage tree.
 .TP
 .B 11
 A lock was not obtained in time.
@@ -70,14 +66,14 @@ Interrupted.
 .SH ENVIRONMENT
 .TP
 .B STG_ROOT
-The folder above "storage", when neither
+The folder that contains "storage", if neither
 .B --root
 nor
 .B --storage
 is given.
 .TP
 .B NO_COLOR
-Any value but an empty one turns colours off, unless
+If it is set and not empty, the output has no colours, unless
 .B --color always
 is given.
 .SH SEE ALSO
@@ -163,12 +159,17 @@ std::string manual_page(const std::vector<CommandUsage>& usage) {
   const CommandUsage& program = usage.front();
   std::string page = formatted(
       ".\\\" Written by \"stgctl manual\"; change the program, not this file.\n"
-      ".TH STGCTL 1 \"\" \"stgctl {}\"\n.SH NAME\nstgctl \\- look at, explain, check and change a "
-      "storage tree\n"
-      ".SH SYNOPSIS\n.B stgctl\n[\\fIoptions\\fR] \\fIcommand\\fR [\\fIarguments\\fR]\n",
+      ".TH STGCTL 1 \"\" \"stgctl {}\"\n"
+      ".SH NAME\n"
+      "stgctl \\- inspect, explain, check and change a storage tree\n"
+      ".SH SYNOPSIS\n"
+      ".B stgctl\n"
+      "[\\fIoptions\\fR] \\fIcommand\\fR [\\fIarguments\\fR]\n",
       VU_STGCTL_VERSION);
   page += kBegin;
-  page += ".SH OPTIONS\nEvery command takes these, before or after its name.\n";
+  page +=
+      ".SH OPTIONS\n"
+      "Every command accepts these options, before or after its name.\n";
   for (const OptionUsage& option : program.options) page += option_entry(option);
   page += ".SH COMMANDS\n";
   for (const CommandUsage& command : usage) {

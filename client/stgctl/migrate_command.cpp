@@ -58,14 +58,15 @@ Plan plan_of(Context& context, const admin::DocumentFolder& folder) {
 
 Exit run_inbox(Context& context) {
   if (!context.options().area.empty() && context.options().area != "mail") {
-    throw Failure(Exit::kRefused, "an inbox lies in the area mail");
+    throw Failure(Exit::kRefused, "an inbox is in the area mail; omit --area");
   }
   const Target target = [&] {
     const admin::Area mail = admin::Area::kMail;
     if (context.tree().layout == admin::Layout::kFlat) {
       throw Failure(
           Exit::kRefused,
-          "the owners of this tree share the mail folder; it cannot be converted by owner");
+          "the tree is flat: its owners share the mail folder, and only the folder of one "
+          "owner can be converted");
     }
     return target_of(context, mail);
   }();
@@ -79,7 +80,7 @@ Exit run_inbox(Context& context) {
   const std::string area(admin::name_of(target.area));
   ChangeReport report(context, "stgctl.migrate.inbox/1", "converted");
   if (plan.is_converted) {
-    report.skipped({area, target.owner, "", {}}, "the inbox is converted already");
+    report.skipped({area, target.owner, "", {}}, "the inbox is already converted");
     return report.finish();
   }
   for (const std::string& name : plan.adoptions) check_name("the file", name);
@@ -101,7 +102,8 @@ Exit run_inbox(Context& context) {
     const bool stays = std::any_of(left.renamings.begin(), left.renamings.end(),
                                    [&](const Renaming& other) { return other.from == each.from; });
     if (stays) {
-      report.failed(subject, "it could not be converted; --trace m tells why");
+      report.failed(subject,
+                    "it could not be converted; run again with --trace m to see the reason");
       continue;
     }
     Json fields;
@@ -125,11 +127,10 @@ Exit run_inbox(Context& context) {
 void add_migrate_commands(Commands& commands) {
   commands.push_back(
       {"migrate inbox", Group::kChange, Effect::kChanges,
-       "Give the mail of an owner its plain names, once",
-       [](Arguments&) -> Run { return run_inbox; },
-       "Mail that older programs have stored under escaped names gets entries under the plain\n"
-       "ones, and the read list with it; files that no index names are adopted first. A marker in\n"
-       "the folder keeps a second run from doing anything."});
+       "Convert the mail names of an owner, once", [](Arguments&) -> Run { return run_inbox; },
+       "Older programs stored mail under escaped names. This command gives such mail entries\n"
+       "under the plain names, and converts the read list too. It adopts orphans first. A\n"
+       "marker in the folder makes a second run do nothing."});
 }
 
 }  // namespace stgctl

@@ -176,8 +176,8 @@ void Batch::tell(const Work& work) {
     tell_moved(m_report, *work.move);
     m_report.add_bytes(work.move->from.info.size);
   } else {
-    m_report.failed(subject, formatted("it is stored as {}, but also where it was: {}", to,
-                                       why_not_removed(work.old)));
+    m_report.failed(subject, formatted("it is stored as {}, but the old version also remains: {}",
+                                       to, why_not_removed(work.old)));
   }
 }
 
@@ -272,7 +272,7 @@ std::string filled(const std::string& pattern, const std::vector<std::string>& s
 /// @throws Failure kRefused where it is not plain what each star stands for.
 std::string renamed(const std::string& from, const std::string& to, const std::string& name) {
   const auto stars = stars_in(from, name);
-  if (!stars) throw Failure(Exit::kRefused, shown(name) + " cannot be taken apart by that pattern");
+  if (!stars) throw Failure(Exit::kRefused, shown(name) + " cannot be matched by that pattern");
   return filled(to, *stars);
 }
 
@@ -298,7 +298,7 @@ class Planner {
     }
     for (const Move& move : m_moves) {
       if (m_sources.contains(version_of(move.target, move.name, move.timestamp)))
-        refuse(shown(move.to()) + " is to be moved itself; move it first");
+        refuse(shown(move.to()) + " is also in the list of documents to move; move it first");
     }
     return std::move(m_moves);
   }
@@ -317,7 +317,7 @@ class Planner {
       to = named_version_at(m_context, *version);
       const auto said = parse_stamp(m_options.new_timestamp);
       if (said && to.timestamp && *said != *to.timestamp)
-        throw Failure(Exit::kUsage, shown(text) + " says another timestamp than the options");
+        throw Failure(Exit::kUsage, shown(text) + " names another timestamp than the options");
     } else {
       to = {from, text, std::nullopt};
     }
@@ -330,10 +330,9 @@ class Planner {
   static void check_pattern(const std::string& from, const std::string& to) {
     if (to.find('?') != std::string::npos ||
         std::count(from.begin(), from.end(), '*') != std::count(to.begin(), to.end(), '*')) {
-      throw Failure(Exit::kUsage,
-                    formatted("'{}' must hold as many \"*\" as '{}', and no \"?\": each takes what "
-                              "the same one has matched",
-                              shown(to), shown(from)));
+      throw Failure(Exit::kUsage, formatted("'{}' must have as many \"*\" as '{}', and no \"?\": "
+                                            "each stands for what the other one matched",
+                                            shown(to), shown(from)));
     }
   }
 
@@ -344,14 +343,14 @@ class Planner {
       throw Failure(Exit::kNothingMatched, "there is no such version of " + shown(from.name));
     }
     if (versions.size() > 1) {
-      refuse(formatted("{} has {} versions; say --timestamp", shown(from.name), versions.size()));
+      refuse(formatted("{} has {} versions; use --timestamp", shown(from.name), versions.size()));
     }
     return versions;
   }
 
   std::vector<FoundEntry> matching(const NamedVersion& from) {
     std::vector<FoundEntry> found = find_matching(m_context, from);
-    if (found.empty()) throw Failure(Exit::kNothingMatched, "nothing matches; nothing was moved");
+    if (found.empty()) throw Failure(Exit::kNothingMatched, "nothing matches: nothing was moved");
     return found;
   }
 
@@ -376,9 +375,9 @@ class Planner {
     check_not_shadowed(m_context, move.target, name, move.timestamp);
     move.replaced = find(folder, name, move.timestamp);
     if (move.replaced && !m_options.replace)
-      refuse(shown(move.to()) + " exists already; say --replace");
+      refuse(shown(move.to()) + " already exists; use --replace");
     if (!m_targets.insert(new_version).second)
-      refuse("two versions would become " + shown(move.to()));
+      refuse("two versions would get the name " + shown(move.to()));
     m_sources.insert(old_version);
     m_moves.push_back(std::move(move));
   }
@@ -401,7 +400,9 @@ Exit run_mv(Context& context, const Options& options) {
   const bool is_single = options.match.empty();
   if (is_single == options.from.empty() || is_single == options.to.empty() ||
       is_single != options.match_to.empty()) {
-    throw Failure(Exit::kUsage, "say a name and its new name, or --match PATTERN --to PATTERN");
+    throw Failure(
+        Exit::kUsage,
+        "no name is given; name a document and its new name, or use --match PATTERN --to PATTERN");
   }
   std::vector<Move> moves = Planner(context, options).run();
   ChangeReport report(context, "stgctl.mv/1", "moved");
@@ -426,28 +427,28 @@ void add_mv_command(Commands& commands) {
   const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
     app.add_option("name", options->from, "The logical name").type_name("NAME");
-    app.add_option("new-name", options->to, "The new one").type_name("NEW-NAME");
+    app.add_option("new-name", options->to, "The new name").type_name("NEW-NAME");
     app.add_option("--match", options->match,
-                   "Every document of this pattern; * and ? as in a shell")
+                   "All documents that match this pattern; * and ? as in a shell")
         .type_name("PATTERN");
     app.add_option("--to", options->match_to,
-                   "What they become: each \"*\" takes what that of --match stands for")
+                   "Their new name: each \"*\" stands for what the same one of --match matched")
         .type_name("PATTERN");
-    app.add_option("--timestamp", options->timestamp, "The version, when there are several")
+    app.add_option("--timestamp", options->timestamp, "The version, if there are several")
         .type_name("STAMP")
         .check(is_stamp);
-    app.add_option("--new-timestamp", options->new_timestamp,
-                   "The version it becomes; the same otherwise")
+    app.add_option("--new-timestamp", options->new_timestamp, "The new version (unchanged)")
         .type_name("STAMP")
         .check(is_stamp);
     app.add_flag("--replace", options->replace, "Replace a version that exists");
     return [options](Context& context) { return run_mv(context, *options); };
   };
   commands.push_back(
-      {"mv", Group::kChange, Effect::kChanges, "Give documents another name or version", declare,
-       "The area is docs unless --area says another one. A document keeps its modification\n"
-       "time; its parts are dropped, since they are generated anew. Key lines that name it stay.\n"
-       "The new name may say another owner or area: 'docs/bert/sales.kdf'."});
+      {"mv", Group::kChange, Effect::kChanges, "Rename documents, or change their version", declare,
+       "The area is docs unless --area names another one. A document keeps its modification\n"
+       "time. Its sub-parts are removed, because programs generate them again. Key lines\n"
+       "that name it stay. The new name may contain another owner or area:\n"
+       "'docs/bert/sales.kdf'."});
 }
 
 }  // namespace stgctl

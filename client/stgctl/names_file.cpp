@@ -76,11 +76,11 @@ std::string place_outside(Context& context, const std::string& file) {
   std::error_code error;
   const fs::path path = fs::absolute(to_path(file), error).lexically_normal();
   if (error || !path.has_filename()) {
-    throw Failure(Exit::kRefused, shown(file) + " is no name of a file; name another place");
+    throw Failure(Exit::kRefused, shown(file) + " is not a file name; name another place");
   }
   const std::string folder = sys::absolute(from_path(path.parent_path()));
   if (folder == storage || folder.starts_with(storage + sys::kSeparator)) {
-    throw Failure(Exit::kRefused, shown(file) + " lies in the tree; name a place outside of it");
+    throw Failure(Exit::kRefused, shown(file) + " is in the tree; name a place outside the tree");
   }
   return sys::join(folder, from_path(path.filename()));
 }
@@ -125,7 +125,7 @@ NamesFilter::NamesFilter(Context& context, const admin::Tree& tree, const NamesO
   }
   if (!folder) {
     throw Failure(Exit::kNothingMatched,
-                  shown(options.folder) + " is no document folder of this tree");
+                  shown(options.folder) + " is not a document folder of this tree");
   }
   m_folder = admin::saved_name_of(tree, folder->path);
 }
@@ -163,12 +163,12 @@ std::optional<SnapshotName> parse_snapshot_name(std::string_view text, std::int6
 std::string is_snapshot_name_or_now(const std::string& text) {
   if (parse_snapshot_name(text, 0)) return {};
   return "'" + text +
-         "' names no snapshot: say its number, 'latest', a time in UTC such as '2026-03-01 12:00', "
+         "' is not a snapshot: use its number, 'latest', a time in UTC such as '2026-03-01 12:00', "
          "'@SECONDS', or an age such as '2h'";
 }
 
 std::string is_snapshot_name(const std::string& text) {
-  return text == "now" ? "'now' is no snapshot; say which one" : is_snapshot_name_or_now(text);
+  return text == "now" ? "'now' is not a snapshot; name one" : is_snapshot_name_or_now(text);
 }
 
 admin::Snapshot find_snapshot(admin::NameStore& store, const std::string& text) {
@@ -182,15 +182,15 @@ admin::Snapshot find_snapshot(admin::NameStore& store, const std::string& text) 
         (name.kind == Kind::kTime && kept->snapshot && kept->snapshot->time <= name.time);
     if (!is_it) continue;
     if (kept->snapshot) return *kept->snapshot;
-    throw Failure(Exit::kFailed, formatted("snapshot {} is damaged; 'stgctl index log' tells "
-                                           "which others there are",
-                                           kept->number));
+    throw Failure(
+        Exit::kFailed,
+        formatted("snapshot {} is damaged; list the others with 'stgctl index log'", kept->number));
   }
   throw Failure(
       Exit::kNothingMatched,
       all.empty()
-          ? "no snapshot has been completed yet; 'stgctl index snapshot' makes one"
-          : formatted("there is no snapshot '{}'; 'stgctl index log' lists them", shown(text)));
+          ? "there is no complete snapshot yet; create one with 'stgctl index snapshot'"
+          : formatted("there is no snapshot '{}'; list them with 'stgctl index log'", shown(text)));
 }
 
 Json fields_of(const admin::Snapshot& snapshot) {

@@ -27,10 +27,10 @@ void check_outside_tree(Context& context, const std::string& path) {
       sys::absolute(from_path(fs::absolute(to_path(path)).lexically_normal()));
   const std::string tree = sys::absolute(context.tree().storage);
   if (folder == tree || folder.starts_with(tree + sys::kSeparator)) {
-    throw Failure(Exit::kRefused, shown(path) + " lies in the tree; name a place outside of it");
+    throw Failure(Exit::kRefused, shown(path) + " is in the tree; name a place outside the tree");
   }
   if (sys::kSeparator != '\\' && path.find('\\') != std::string::npos) {
-    throw Failure(Exit::kRefused, shown(path) + " holds a backslash; name another place");
+    throw Failure(Exit::kRefused, shown(path) + " contains a backslash; name another place");
   }
 }
 
@@ -55,9 +55,10 @@ NewFile::~NewFile() {
 
 void NewFile::fail() {
   const int code = errno;
-  throw WriteFailure(Exit::kFailed,
-                     formatted("{} could not be written ({}); is there room, and may you?",
-                               shown(m_path), std::generic_category().message(code)));
+  throw WriteFailure(
+      Exit::kFailed,
+      formatted("{} cannot be written ({}); check the free space and the permissions",
+                shown(m_path), std::generic_category().message(code)));
 }
 
 void NewFile::write(std::string_view bytes) {
@@ -97,7 +98,8 @@ Content read_content(const std::string& path, const sys::Locking& locking, NewFi
   });
   Context::stop_if_interrupted();
   if (read.failure() == os::Failure::kLocked)
-    throw Failure(Exit::kLockTimeout, shown(path) + " is locked elsewhere (--lock-timeout)");
+    throw Failure(Exit::kLockTimeout,
+                  shown(path) + " is locked by another process (--lock-timeout)");
   if (!read.ok()) throw Failure(Exit::kFailed, shown(path) + ": " + sys::text_of(read));
   content.checksum = checksum.text();
   return content;

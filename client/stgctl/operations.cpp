@@ -46,7 +46,8 @@ std::uint64_t free_bytes(Context& context) {
 /// The room that a new file takes must be there before an old one is emptied for it.
 void check_room(std::uint64_t needed, std::uint64_t free) {
   if (free >= needed) return;
-  fail(formatted("{} needed, {} free: make room first", format_bytes(needed), format_bytes(free)));
+  fail(formatted("{} needed, {} free; free some space first", format_bytes(needed),
+                 format_bytes(free)));
 }
 
 /// What the tree shows of a version by now.
@@ -86,7 +87,7 @@ void FoundParts::remove(const std::vector<std::string>& files) const {
     const std::string path = sys::join(m_folder, part);
     vu_file::recurseRemoveDir(path);
     if (sys::describe(path).kind != sys::Kind::kMissing)
-      fail("done, but its old parts in " + shown(path) + " could not be removed as a whole");
+      fail("done, but its old sub-parts in " + shown(path) + " could not be removed completely");
   }
 }
 
@@ -189,7 +190,7 @@ void store_file(Context& context, const Target& target, const StoreItem& item) {
 
 void overwrite_file(Context& context, const Target& target, const StoreItem& item) {
   const std::optional<FoundEntry> old = look_up(context, target, item.name, item.timestamp);
-  if (!old) fail("somebody else removed it meanwhile; store it again");
+  if (!old) fail("another process removed it; store it again");
   wait_until_free(context, old->folder.path, old->file);
   check_room(item.size, free_bytes(context) + old->info.size);
   // The library makes a read-only file writable by itself for nobody: asked before it is cut.
@@ -210,16 +211,15 @@ void overwrite_file(Context& context, const Target& target, const StoreItem& ite
     if (stored->info.is_read_only) vu_file::chmodW(stored->path());
     if (stored->info.modify_time != sys::describe(item.source).modify_time) {
       context.out().warning(
-          formatted("{} has the time of now, not that of {}: its file is another "
-                    "account's",
+          formatted("{} has the current time, not that of {}: its file belongs to another account",
                     shown(stored->path()), shown(item.source)));
     }
     // The file keeps its time, which may be older than these: they would pass for up to date.
     return parts.remove({old->file});
   }
-  if (!stored) fail("somebody else removed it meanwhile; store it again");
+  if (!stored) fail("another process removed it; store it again");
   fail(
-      "it could not be copied into the tree, and the version it was to replace is cut; store it "
+      "it could not be copied into the tree, and the version to be replaced is truncated; store it "
       "again" +
       context.trouble());
 }
@@ -286,7 +286,7 @@ void remove_version(Context& context, const FoundEntry& entry, KeyLines lines) {
   if (sys::describe(entry.path()).kind != sys::Kind::kMissing)
     fail("its file could not be removed" + context.trouble());
   if (has_line(context, entry))
-    fail("its file is gone, but its line is still in the index" + context.trouble());
+    fail("its file is removed, but its entry is still in the index" + context.trouble());
   parts.remove({entry.file});
 }
 

@@ -106,8 +106,9 @@ void Output::flush() {
   if (!is_whole || m_broken) {
     // Told once: what follows would fail as well.
     if (std::exchange(m_broken, true)) return;
-    throw Failure(Exit::kFailed,
-                  "the standard output takes no more; is the disk full or the reader gone?");
+    throw Failure(
+        Exit::kFailed,
+        "the standard output cannot be written; check the disk and the program that reads it");
   }
 }
 

@@ -22,10 +22,10 @@ std::string time_or_dash(const sys::Info& info) {
 
 std::string why_text(const FoundEntry& version, const admin::Part& part) {
   if (part.is_unreachable)
-    return "written under a selector with \"@\" that reading looks for in another folder";
+    return "written under a selector with \"@\": readers look in another folder";
   switch (part.state) {
     case admin::PartState::kForceRetrieve:
-      return "the document's time is 0: it has to be fetched";
+      return "the document's time is 0: fetch it again";
     case admin::PartState::kFromPreload:
       return formatted("the preload copy of {} is newer than the part", time_or_dash(part.preload));
     case admin::PartState::kRegenerate:
@@ -33,7 +33,7 @@ std::string why_text(const FoundEntry& version, const admin::Part& part) {
     default:
       break;
   }
-  if (version.file.ends_with(".kdf")) return "parts of .kdf documents are served as they are";
+  if (version.file.ends_with(".kdf")) return "sub-parts of .kdf documents are served as they are";
   return formatted("at least as new as the document of {}", time_or_dash(version.info));
 }
 
@@ -69,7 +69,7 @@ void show_part(Context& context, const FoundEntry& version, const admin::Part& p
 
 Exit run_parts(Context& context, const EntryOptions& entry, const Options& options) {
   if (context.scope().area && *context.scope().area != admin::Area::kDocs)
-    throw Failure(Exit::kUsage, "only corporate documents have parts: --area docs");
+    throw Failure(Exit::kUsage, "only corporate documents have sub-parts; use --area docs");
   admin::EntryFailures failures;
   bool any = false;
   for (const FoundEntry& version : versions_of(context, entry, failures)) {
@@ -95,17 +95,17 @@ void add_parts_command(Commands& commands) {
   const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
     declare_entry(app, options->entry, "The logical name");
-    app.add_option("--stamp", options->stamp, "Only parts below the folder of this stamp")
+    app.add_option("--stamp", options->stamp, "Only sub-parts in the folder of this stamp")
         .type_name("TEXT");
-    app.add_flag("--why", options->why, "Say why the library would decide so");
+    app.add_flag("--why", options->why, "Show why the library would decide so");
     return [options](Context& context) {
       return run_parts(context, taken_apart(context, options->entry, Paths::kRefused), *options);
     };
   };
   commands.push_back(
-      {"parts", Group::kLook, Effect::kLooks, "List the parts of a corporate document", declare,
-       "With the times of part and preload copy, and what a reading would decide: up-to-date,\n"
-       "from-preload, regenerate or force-retrieve."});
+      {"parts", Group::kLook, Effect::kLooks, "List the sub-parts of a corporate document", declare,
+       "Shows the times of sub-part and preload copy, and what a read would decide:\n"
+       "up-to-date, from-preload, regenerate or force-retrieve."});
 }
 
 }  // namespace stgctl

@@ -170,7 +170,7 @@ Storing::Work Storing::judge(const StoreItem& item) {
   Work work{&item, What::kNew, "", nullptr};
   if (const std::optional<FoundEntry> found = find(item, folder))
     work.what = judge_existing(item, *found);
-  if (work.what == What::kFailed) work.reason = "it exists with other content; say --replace";
+  if (work.what == What::kFailed) work.reason = "it exists with different content; use --replace";
   if (m_context.options().dry_run) {
     if (std::string why = why_not(item, work.what, folder); !why.empty()) {
       work.what = What::kFailed;
@@ -214,7 +214,7 @@ void Storing::finish(const Work& work) {
     case What::kFailed:
       return m_report.failed(subject, work.reason);
     case What::kEqual:
-      return m_report.skipped(subject, "it is there already");
+      return m_report.skipped(subject, "it already exists");
     default:
       break;
   }
@@ -298,9 +298,9 @@ class Planner {
       case sys::Kind::kMissing:
         return leave_out(source, "there is no such file");
       case sys::Kind::kLink:
-        return leave_out(source, "it is a link; name what it leads to");
+        return leave_out(source, "it is a link; name its target");
       default:
-        return leave_out(source, "it is no plain file");
+        return leave_out(source, "it is not a plain file");
     }
   }
 
@@ -320,16 +320,16 @@ class Planner {
   void add_file(const std::string& source, const std::string& name, const sys::Info& info) {
     if (source.find('\\') != std::string::npos && sys::kSeparator != '\\') {
       return leave_out(source,
-                       "its path holds a backslash, which the library takes for a separator");
+                       "its path contains a backslash, which the library treats as a separator");
     }
     try {
       check_name("the name", name);
     } catch (const Failure& failure) {
       return leave_out(source, failure.what());
     }
-    if (is_inside_tree(source)) return leave_out(source, "it lies in the tree itself");
+    if (is_inside_tree(source)) return leave_out(source, "it is in the tree itself");
     const auto [first, is_new] = m_seen.try_emplace(name, source);
-    if (!is_new) return leave_out(source, "its name is that of " + shown(first->second));
+    if (!is_new) return leave_out(source, "it has the same name as " + shown(first->second));
     m_plan.items.push_back(
         {source, name, info.size, stamp_of(m_options.timestamp, info.modify_time)});
   }
@@ -358,7 +358,7 @@ void warn_of_stamps(Context& context, const Target& target, const Plan& plan) {
   });
   if (any) {
     context.out().warning(
-        "readers look for corporate documents other than .kdf at timestamp 0 only");
+        "readers look only at timestamp 0 for corporate documents other than .kdf");
   }
 }
 
@@ -392,7 +392,7 @@ Exit run_put(Context& context, const Options& options) {
 void add_put_command(Commands& commands) {
   const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
-    app.add_option("source", options->sources, "Files, or folders with everything below them")
+    app.add_option("source", options->sources, "Files, or folders with all their content")
         .type_name("SOURCE")
         .required();
     app.add_option("--as", options->as, "The logical name, instead of the file's own")
@@ -415,8 +415,8 @@ void add_put_command(Commands& commands) {
   commands.push_back(
       {"put", Group::kChange, Effect::kChanges, "Store files, or whole folders, as documents",
        declare,
-       "The area is docs unless --area says another one. Every file keeps its modification\n"
-       "time. Files of a folder are stored under their own names; links are left out."});
+       "The area is docs unless --area names another one. Every file keeps its modification\n"
+       "time. Files of a folder are stored under their own names. Links are skipped."});
 }
 
 }  // namespace stgctl

@@ -31,7 +31,7 @@ void check(const os::Status& status, const std::string& path) {
   if (status.ok()) return;
   if (status.failure() == os::Failure::kLocked) {
     throw Failure(Exit::kLockTimeout,
-                  shown(path) + " is in use by another repair or undo (--lock-timeout)");
+                  shown(path) + " is used by another repair or undo (--lock-timeout)");
   }
   throw Failure(Exit::kFailed, formatted("{}: {}", shown(path), sys::text_of(status)));
 }
@@ -66,15 +66,15 @@ std::string quarantine_folder(Context& context, const std::string& option) {
   const std::string parent = sys::absolute(from_path(named.parent_path()));
   if (error || parent == storage || parent.starts_with(storage + sys::kSeparator) ||
       sys::join(parent, from_path(named.filename())) == storage) {
-    throw Failure(Exit::kRefused, shown(option) + " lies in the tree; name a place outside of it");
+    throw Failure(Exit::kRefused, shown(option) + " is in the tree; name a place outside the tree");
   }
   return sys::join(parent, from_path(named.filename()));
 }
 
 void add_quarantine_option(Arguments& app, std::string& option) {
-  app.add_option("--quarantine", option,
-                 "The folder for what repairs take (beside the storage folder: "
-                 "'storage.quarantine')")
+  app.add_option(
+         "--quarantine", option,
+         "The folder for what repairs move away (beside the storage folder: 'storage.quarantine')")
       .type_name("DIR");
 }
 
@@ -168,7 +168,8 @@ AppliedPlan AppliedPlan::begin(Context& context, const std::string& folder,
   std::string text;
   check(plan.m_manifest->read_all(text), path);
   if (text.find('\n') != std::string::npos) {
-    throw Failure(Exit::kFailed, shown(path) + " was made by another repair just now; try again");
+    throw Failure(Exit::kFailed,
+                  shown(path) + " was just created by another repair; run the command again");
   }
   plan.m_storage = context.tree().storage;
   plan.m_digest = digest;

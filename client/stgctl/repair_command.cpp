@@ -62,7 +62,7 @@ std::string told_of_expired(Context& context, const Options& options, std::uint6
   const std::string quarantine = quarantine_folder(context, options.quarantine);
   const std::size_t count = expired_plans(context, quarantine, own).size();
   if (count == 0) return {};
-  return formatted("; {} older plans have expired, and stay until 'quarantine expire'", count);
+  return formatted("; {} older plans have expired; 'quarantine expire' removes them", count);
 }
 
 // ---- planning ----------------------------------------------------------------------------------
@@ -81,29 +81,30 @@ void write_plan(const std::string& file, const std::string& text) {
   if (!error) return;
   std::error_code ignored;
   std::filesystem::remove(to_path(part), ignored);
-  throw Failure(Exit::kFailed, shown(file) + " could not be written; is there room, and may you?");
+  throw Failure(Exit::kFailed,
+                shown(file) + " cannot be written; check the free space and the permissions");
 }
 
 Exit run_plan(Context& context, const Options& options) {
   const std::string file = place_outside(context, options.plan);
   const sys::Kind there = sys::describe(file).kind;
   if (there != sys::Kind::kMissing && there != sys::Kind::kFile)
-    throw Failure(Exit::kRefused, shown(file) + " is no plain file; name another place");
+    throw Failure(Exit::kRefused, shown(file) + " is not a plain file; name another place");
   const RepairPlan plan =
       make_plan(context, options.only, options.force ? Emptying::kAllowed : Emptying::kSpared);
   for (const std::string& spared : plan.spared) {
     context.out().warning(spared +
-                          "; left alone. Bring back what is missing first ('stgctl index "
-                          "restore', a backup), or say --force");
+                          "; not planned. Restore what is missing first ('stgctl index restore', a "
+                          "backup), or use --force");
   }
   for (const std::string& cost : plan.costs) context.out().warning(cost);
   if (plan.repairs.empty()) {
-    throw Failure(Exit::kNothingMatched,
-                  plan.left.empty()
-                      ? "nothing was found that needs a repair"
-                      : formatted("{} findings, none of which is repaired without you; 'stgctl "
-                                  "check' tells them",
-                                  plan.left.size()));
+    throw Failure(
+        Exit::kNothingMatched,
+        plan.left.empty()
+            ? "nothing needs a repair"
+            : formatted("{} findings, none of which repair can mend; list them with 'stgctl check'",
+                        plan.left.size()));
   }
   ChangeReport report(context, kSchema, "planned");
   for (const Repair& repair : plan.repairs)
@@ -114,7 +115,7 @@ Exit run_plan(Context& context, const Options& options) {
   }
   Json sums = {{"left", plan.left.size()}};
   put_name(sums, "file", file);
-  return report.finish(sums, formatted("{} findings left alone{}", plan.left.size(),
+  return report.finish(sums, formatted("{} findings not repaired{}", plan.left.size(),
                                        told_of_expired(context, options)));
 }
 
@@ -128,16 +129,16 @@ Exit run_apply(Context& context, const Options& options) {
     throw Failure(Exit::kFailed, formatted("{}: {}", shown(options.apply), sys::text_of(read)));
   const RepairPlan plan = read_plan(context, text);
   if (plan.repairs.empty())
-    throw Failure(Exit::kNothingMatched, shown(options.apply) + " holds no repairs");
+    throw Failure(Exit::kNothingMatched, shown(options.apply) + " contains no repairs");
   for (const std::string& cost : plan.costs) context.out().warning(cost);
   const std::size_t expired = expired_plans(context, quarantine, 0).size();
   if (!context.options().dry_run) {
     const std::string for_good =
         options.expire && expired != 0
-            ? formatted(" What {} expired plans have taken is removed for good.", expired)
+            ? formatted(" What {} expired plans moved away is deleted.", expired)
             : "";
-    context.confirm(formatted("Do {} repairs? What they take goes to {}.{}", plan.repairs.size(),
-                              shown(quarantine), for_good));
+    context.confirm(formatted("Apply {} repairs? What they remove is kept in {}.{}",
+                              plan.repairs.size(), shown(quarantine), for_good));
   }
   ChangeReport report(context, kSchema, "repaired");
   WorkPlan work(context, quarantine, digest_of(text), parse_age(options.keep).value_or(0));
@@ -174,7 +175,7 @@ Exit run_apply(Context& context, const Options& options) {
     if (all && report.failures() == 0) note(context, [&] { applied->note_complete(); });
     sums["number"] = applied->number();
     sums["expires"] = applied->expires();
-    tail = formatted("kept as plan {} until {} UTC", applied->number(),
+    tail = formatted("plan {} can be undone until {} UTC", applied->number(),
                      format_time(applied->expires()));
   }
   const std::uint64_t own = work.begun() != nullptr ? work.begun()->number() : 0;
@@ -182,7 +183,7 @@ Exit run_apply(Context& context, const Options& options) {
     const std::vector<std::uint64_t> over = expired_plans(context, quarantine, own);
     for (const std::uint64_t number : over) remove_plan(quarantine, number);
     sums["expired"] = over.size();
-    if (!over.empty()) tail += formatted(", {} expired plans removed for good", over.size());
+    if (!over.empty()) tail += formatted(", {} expired plans deleted", over.size());
   } else {
     tail += told_of_expired(context, options, own);
   }
@@ -191,16 +192,18 @@ Exit run_apply(Context& context, const Options& options) {
 
 Exit run_repair(Context& context, const Options& options) {
   if (options.plan.empty() == options.apply.empty()) {
-    throw Failure(Exit::kUsage,
-                  "say --plan FILE to write down what would be repaired, then --apply FILE");
+    throw Failure(
+        Exit::kUsage,
+        "no plan is named; write one with --plan FILE, then carry it out with --apply FILE");
   }
   context.tree();
   return options.plan.empty() ? run_apply(context, options) : run_plan(context, options);
 }
 
 std::string is_code(const std::string& text) {
-  return admin::code_named(text) ? std::string()
-                                 : "'" + text + "' is no code; 'stgctl check --codes' lists them";
+  return admin::code_named(text)
+             ? std::string()
+             : "'" + text + "' is not a code; list them with 'stgctl check --codes'";
 }
 
 }  // namespace
@@ -209,18 +212,18 @@ void add_repair_command(Commands& commands) {
   const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
     const Argument plan =
-        app.add_option("--plan", options->plan, "Check the tree, and write down what to do")
+        app.add_option("--plan", options->plan, "Check the tree, and write a plan of repairs")
             .type_name("FILE");
-    app.add_option("--apply", options->apply, "Do what such a file says")
+    app.add_option("--apply", options->apply, "Carry out the plan in such a file")
         .type_name("FILE")
         .excludes(plan);
     app.add_option("--only", options->only, "Plan only for findings of this code; may be repeated")
         .type_name("CODE")
         .check(is_code);
     app.add_flag("--force", options->force,
-                 "With --plan: also what empties a folder or takes most of it away");
+                 "With --plan: also plan what empties a folder or removes most of it");
     app.add_flag("--expire", options->expire,
-                 "With --apply: also remove for good what expired plans have taken");
+                 "With --apply: also delete what expired plans moved away");
     add_quarantine_option(app, options->quarantine);
     app.add_option("--keep", options->keep, "How long 'undo' is possible (30d)")
         .type_name("AGE")
@@ -228,15 +231,15 @@ void add_repair_command(Commands& commands) {
     return [options](Context& context) { return run_repair(context, *options); };
   };
   commands.push_back(
-      {"repair", Group::kChange, Effect::kChanges, "Repair what check finds, by a plan", declare,
-       "The plan is JSON, one entry per repair; what should not be done may be taken out. Names\n"
-       "that a snapshot or a damaged index still knows come back first. Else it takes bad lines\n"
-       "out of indexes and key files, moves files without a line and parts without a document\n"
-       "away, and sets counters that are behind; what it leaves alone is listed in it. What would\n"
-       "take most of a folder away is planned with --force alone.\n"
-       "Everything taken goes to the quarantine, and 'undo' puts it back. What has changed since "
-       "the\n"
-       "plan was made is skipped. A repair that was stopped goes on when it is applied again."});
+      {"repair", Group::kChange, Effect::kChanges, "Repair what check finds, with a plan", declare,
+       "The plan is JSON, one item per repair; delete the items that you do not want. Names\n"
+       "that a snapshot or a damaged index still contains are restored first. Other repairs\n"
+       "remove faulty lines from indexes and key files, move away orphans and sub-parts\n"
+       "without a document, and raise counters that are too low. The plan also lists what it\n"
+       "does not repair. A repair that would remove most of a folder is planned only with\n"
+       "--force. Whatever is removed goes to the quarantine, and 'undo' brings it back. What\n"
+       "changed after the plan was written is skipped. Apply the plan again to continue an\n"
+       "interrupted repair."});
 }
 
 }  // namespace stgctl

@@ -25,8 +25,8 @@ constexpr std::array<std::string_view, 5> kKinds = {"remove-lines", "remove-key-
                                                     "set-counter", "quarantine", "restore-lines"};
 
 [[noreturn]] void refuse(const std::string& what) {
-  throw Failure(Exit::kRefused,
-                "the plan is refused: " + what + "; 'stgctl repair --plan FILE' makes one");
+  throw Failure(Exit::kRefused, "the plan is not accepted: " + what +
+                                    "; write one with 'stgctl repair --plan FILE'");
 }
 
 Json names_to_json(const std::vector<std::string>& names) {
@@ -41,12 +41,12 @@ Json names_to_json(const std::vector<std::string>& names) {
 
 std::string from_hex(const std::string& digits) {
   std::string bytes;
-  if (digits.size() % 2 != 0) refuse("'" + shown(digits) + "' are no hexadecimal digits");
+  if (digits.size() % 2 != 0) refuse("'" + shown(digits) + "' are not hexadecimal digits");
   for (std::size_t i = 0; i < digits.size(); i += 2) {
     const auto value = [&](char c) {
       const std::size_t digit = std::string_view("0123456789abcdef").find(c);
       if (digit == std::string_view::npos)
-        refuse("'" + shown(digits) + "' are no hexadecimal digits");
+        refuse("'" + shown(digits) + "' are not hexadecimal digits");
       return digit;
     };
     bytes += static_cast<char>(value(digits[i]) * 16 + value(digits[i + 1]));
@@ -86,7 +86,7 @@ Json fields_of(const Repair& repair) {
 Repair repair_of(const Json& object) {
   Repair repair;
   const auto kind = repair_named(object.value("repair", ""));
-  if (!kind) refuse(formatted("'{}' is no repair", shown(object.value("repair", ""))));
+  if (!kind) refuse(formatted("'{}' is not a repair", shown(object.value("repair", ""))));
   repair.kind = *kind;
   repair.code = object.value("code", "");
   repair.path = name_in(object, "path");
@@ -106,10 +106,11 @@ Repair repair_of(const Json& object) {
   const bool fits = is_of_index                              ? file == index_format::kIndexFile
                     : repair.kind == RepairKind::kSetCounter ? file == index_format::kCounterFile
                                                              : !index_format::is_index_file(file);
-  if (!fits) refuse(formatted("{} is nothing for '{}'", shown(repair.path), name_of(repair.kind)));
+  if (!fits)
+    refuse(formatted("{} is not a target for '{}'", shown(repair.path), name_of(repair.kind)));
   const bool is_number = index_format::is_generated_name(repair.value) && repair.value.size() <= 10;
   if (repair.kind == RepairKind::kSetCounter && !is_number)
-    refuse(formatted("'{}' is no value of a counter", shown(repair.value)));
+    refuse(formatted("'{}' is not a value of a counter", shown(repair.value)));
   return repair;
 }
 
@@ -138,7 +139,7 @@ RepairPlan read_plan(Context& context, const std::string& text) {
     // What is no JSON at all is told in words of our own.
     const Json object = Json::parse_or_null(text);
     if (!object.is_object() || object.value("schema", "") != kSchema)
-      refuse(formatted("it does not say \"schema\": \"{}\"", kSchema));
+      refuse(formatted("it does not contain \"schema\": \"{}\"", kSchema));
     RepairPlan plan;
     plan.storage = name_in(object, "storage");
     if (plan.storage != context.tree().storage)
@@ -152,7 +153,7 @@ RepairPlan read_plan(Context& context, const std::string& text) {
     }
     return plan;
   } catch (const JsonError&) {
-    refuse("its lists are not as 'repair --plan' writes them");
+    refuse("its lists are not in the form that 'repair --plan' writes");
   }
 }
 
@@ -172,13 +173,13 @@ std::string path_in_tree(Context& context, const std::string& path) {
     const bool is_index = index_format::is_index_file(part);
     if ((!is_index && admin::why_not_safe(part) != nullptr) || (is_index && end != rest.size()) ||
         (parts == 0 && !admin::area_named(part)))
-      refuse(formatted("{} is no path in the tree", shown(path)));
+      refuse(formatted("{} is not a path in the tree", shown(path)));
     full = admin::sys::join(full, part);
     ++parts;
     if (end == rest.size()) break;
     rest.remove_prefix(end + 1);
   }
-  if (parts < 2) refuse(formatted("{} is no file of a document folder", shown(path)));
+  if (parts < 2) refuse(formatted("{} is not a file of a document folder", shown(path)));
   check_no_link(context, full);
   return full;
 }
@@ -190,13 +191,14 @@ namespace {
 using admin::Code;
 using admin::Finding;
 
-constexpr const char* kNamesFirst = "names come back first; apply this plan, then make another one";
+constexpr const char* kNamesFirst =
+    "names are restored first; apply this plan, then write another one";
 constexpr const char* kNeedsForce =
-    "it would take most of the folder away; bring back names and files first, or say --force";
+    "it would remove most of the folder; restore names and files first, or use --force";
 
 constexpr const char* kNameLost =
-    "its name may have stood in the damaged lines: bring back the index from a backup, give it an "
-    "entry by 'stgctl sync', or say --force";
+    "its name may have been in the damaged lines: restore the index from a backup, give the file "
+    "an entry with 'stgctl sync', or use --force";
 
 /// Whether a file bears a number, which the library gives: what it is called only an index tells.
 bool is_number(std::string_view name) {
@@ -317,10 +319,10 @@ class Planning {
         !m_is_restored && count != 0 && std::any_of(findings.begin(), findings.end(), is_damage);
     if (!m_has_lost_names) return;
     const std::string what =
-        formatted("{}: {} files whose names may have stood in damaged lines of the index",
+        formatted("{}: {} files whose names may have been in damaged lines of the index",
                   shown(relative(findings.front().folder)), count);
     if (m_emptying == Emptying::kAllowed) {
-      m_plan.costs.push_back(what + "; nobody is served them until 'undo'");
+      m_plan.costs.push_back(what + "; no program finds them until 'undo'");
       m_has_lost_names = false;
     } else {
       m_plan.spared.push_back(what);
@@ -376,11 +378,10 @@ class Planning {
     const std::size_t all_names = names + count_entries();
     if (2 * moved <= files && 2 * names <= all_names) return;
     const std::string what = formatted(
-        "{}: {} of {} files would go to the quarantine and {} of {} "
-        "names out of the index",
+        "{}: {} of {} files would move to the quarantine, and {} of {} names would leave the index",
         shown(relative(path)), moved, files, names, all_names);
     if (m_emptying == Emptying::kAllowed) {
-      m_plan.costs.push_back(what + "; nobody is served them until 'undo'");
+      m_plan.costs.push_back(what + "; no program finds them until 'undo'");
       return;
     }
     const auto takes = [](const Repair& repair) {

@@ -95,7 +95,7 @@ Worked change_index(Context& context, const Repair& repair, const std::string& p
   LockedFile index;
   const os::Status opened =
       open_locked(context, index, path, purpose_of(work.is_dry()), LockedFile::IfMissing::kFail);
-  if (opened.failure() == os::Failure::kNotFound) return skipped("the index is gone");
+  if (opened.failure() == os::Failure::kNotFound) return skipped("the index no longer exists");
   if (!opened.ok()) return failed(opened);
   FolderView view;
   look(view, folder_of(path), index);
@@ -123,8 +123,8 @@ Worked remove_lines(Context& context, const Repair& repair, const std::string& p
     }
     return admin::without_bad_lines(view, unwanted, removed);
   };
-  return change_index(context, repair, path, work, change, "the lines are gone, or count by now",
-                      "lines");
+  return change_index(context, repair, path, work, change,
+                      "the lines no longer exist, or are valid now", "lines");
 }
 
 Worked restore_lines(Context& context, const Repair& repair, const std::string& path,
@@ -133,7 +133,7 @@ Worked restore_lines(Context& context, const Repair& repair, const std::string& 
     return admin::with_restored_lines(view, repair.lines, added);
   };
   return change_index(context, repair, path, work, change,
-                      "the names are there, or their files are gone", "names");
+                      "the names exist already, or their files no longer exist", "names");
 }
 
 Worked remove_key_lines(Context& context, const Repair& repair, const std::string& path,
@@ -141,7 +141,7 @@ Worked remove_key_lines(Context& context, const Repair& repair, const std::strin
   LockedFile file;
   const os::Status opened =
       open_locked(context, file, path, purpose_of(work.is_dry()), LockedFile::IfMissing::kFail);
-  if (opened.failure() == os::Failure::kNotFound) return skipped("the file is gone");
+  if (opened.failure() == os::Failure::kNotFound) return skipped("the file no longer exists");
   if (!opened.ok()) return failed(opened);
   std::string text;
   if (const os::Status read = file.read_all(text); !read.ok()) return failed(read);
@@ -163,7 +163,7 @@ Worked remove_key_lines(Context& context, const Repair& repair, const std::strin
       if (admin::is_between(before, wanted, text)) rest = wanted;
     }
   }
-  if (rest == text) return skipped("the lines are gone, or name a document by now");
+  if (rest == text) return skipped("the lines no longer exist, or name an existing document now");
   const std::string told = formatted("{} lines", removed);
   if (work.is_dry()) return {How::kDone, told};
   Worked worked = replace(work.get(), repair, file, Writing::kBytes, text, rest, false);
@@ -174,7 +174,7 @@ Worked remove_key_lines(Context& context, const Repair& repair, const std::strin
 Worked set_counter(Context& context, const Repair& repair, const std::string& path,
                    WorkPlan& work) {
   if (sys::describe(folder_of(path)).kind != sys::Kind::kFolder)
-    return skipped("its folder is gone");
+    return skipped("its folder no longer exists");
   const bool was_missing = sys::describe(path).kind == sys::Kind::kMissing;
   std::string text;
   LockedFile counter;
@@ -185,7 +185,7 @@ Worked set_counter(Context& context, const Repair& repair, const std::string& pa
     if (const os::Status read = counter.read_text(text); !read.ok()) return failed(read);
   }
   if (!text.empty() && admin::counter_in(text) >= admin::counter_in(repair.value))
-    return skipped("the counter has gone on to " + shown(text));
+    return skipped("the counter is already at " + shown(text));
   const std::string told = "to " + repair.value;
   if (work.is_dry()) return {How::kDone, told};
   Worked worked =
@@ -212,18 +212,18 @@ Worked quarantine(Context& context, const Repair& repair, const std::string& pat
       return {};
     }
   }
-  if (info.kind == sys::Kind::kMissing) return skipped("it is gone");
+  if (info.kind == sys::Kind::kMissing) return skipped("it no longer exists");
   FolderView view;
   look(view, folder, index);
   if (admin::is_unfinished(file_of(path))) {
-    if (!admin::is_leftover(path)) return skipped("its maker is at work");
+    if (!admin::is_leftover(path)) return skipped("the program that created it is running");
   } else if (repair.is_folder) {
-    if (!admin::is_orphaned_parts(view, file_of(path))) return skipped("its document is there");
+    if (!admin::is_orphaned_parts(view, file_of(path))) return skipped("its document exists");
   } else if (!admin::is_unclaimed_file(view, file_of(path))) {
-    return skipped("it has a line by now");
+    return skipped("it has an entry now");
   }
   if (!repair.is_folder && (info.size != repair.bytes || info.modify_time != repair.modified))
-    return skipped("it was changed since the plan was made");
+    return skipped("it changed after the plan was written");
   if (!repair.is_folder) {
     // Whoever writes it holds it locked.
     LockedFile file;
@@ -239,8 +239,7 @@ Worked quarantine(Context& context, const Repair& repair, const std::string& pat
   const os::Status moved = os::rename(path, plan.item(noted));
   if (!moved.ok()) {
     return {How::kFailed, sys::text_of(moved) +
-                              "; the quarantine has to be on the same file "
-                              "system (--quarantine)"};
+                              "; the quarantine must be on the same file system (--quarantine)"};
   }
   plan.note_done(noted);
   return {How::kDone, format_bytes(info.size)};
@@ -253,10 +252,10 @@ Worked undo_move(const AppliedPlan& plan, const Step& step, const std::string& p
   if (sys::describe(item).kind == sys::Kind::kMissing)
     return skipped("it is not in the quarantine");
   if (sys::describe(path).kind != sys::Kind::kMissing)
-    return {How::kFailed,
-            "something is there by now; it stays in the quarantine as " + shown(item)};
+    return {How::kFailed, "its place is taken; it stays in the quarantine as " + shown(item)};
   if (sys::describe(folder_of(path)).kind != sys::Kind::kFolder)
-    return {How::kFailed, "its folder is gone; it stays in the quarantine as " + shown(item)};
+    return {How::kFailed,
+            "its folder no longer exists; it stays in the quarantine as " + shown(item)};
   if (dry_run) return {};
   const os::Status moved = os::rename(item, path);
   return moved.ok() ? Worked() : failed(moved);
@@ -264,9 +263,8 @@ Worked undo_move(const AppliedPlan& plan, const Step& step, const std::string& p
 
 Worked undo_counter(LockedFile& counter, const Step& step, const std::string& path,
                     const std::string& before, const std::string& now, bool dry_run) {
-  if (now == before && !step.was_missing) return skipped("it is as it was");
-  if (digest_of(now) != step.after)
-    return skipped("numbers have been drawn since; the counter stays");
+  if (now == before && !step.was_missing) return skipped("it is in its old state already");
+  if (digest_of(now) != step.after) return skipped("newer numbers are in use; the counter stays");
   if (dry_run) return {};
   if (!step.was_missing) {
     const os::Status written = counter.replace_bytes(now, before);
@@ -295,11 +293,11 @@ std::string undone_text(const Step& step, const std::string& before, const std::
 Worked undo_bytes(Context& context, const AppliedPlan& plan, const Step& step,
                   const std::string& path, bool dry_run) {
   std::string before;
-  if (!read_kept(plan, step, before)) return skipped("nothing was kept of it");
+  if (!read_kept(plan, step, before)) return skipped("the quarantine keeps nothing of it");
   LockedFile file;
   const os::Status opened =
       open_locked(context, file, path, purpose_of(dry_run), LockedFile::IfMissing::kFail);
-  if (opened.failure() == os::Failure::kNotFound) return skipped("the file is gone");
+  if (opened.failure() == os::Failure::kNotFound) return skipped("the file no longer exists");
   if (!opened.ok()) return failed(opened);
   std::string now;
   const bool is_key_file = step.repair.kind == RepairKind::kRemoveKeyLines;
@@ -307,10 +305,10 @@ Worked undo_bytes(Context& context, const AppliedPlan& plan, const Step& step,
   if (!read.ok()) return failed(read);
   if (step.repair.kind == RepairKind::kSetCounter)
     return undo_counter(file, step, path, before, now, dry_run);
-  if (now == before) return skipped("it is as it was");
+  if (now == before) return skipped("it is in its old state already");
   const std::string text = undone_text(step, before, now);
-  if (text == now) return skipped("the lines are there");
-  const std::string told = text == before ? "" : "beside what was written since";
+  if (text == now) return skipped("the lines exist already");
+  const std::string told = text == before ? "" : "beside newer lines";
   if (dry_run) return {How::kDone, told};
   const Writing how = is_key_file ? Writing::kBytes : Writing::kLines;
   const os::Status written = write(file, how, now, text);

@@ -67,7 +67,7 @@ Json totals_of(const admin::Stats& stats) {
   Json totals = Json::array();
   totals.push_back(total("all", "Everything", stats.all));
   totals.push_back(total("documents", "Documents", stats.documents));
-  totals.push_back(total("parts", "Parts", stats.parts));
+  totals.push_back(total("parts", "Sub-parts", stats.parts));
   totals.push_back(total("indexes", "Indexes", stats.indexes));
   if (stats.unfinished.files != 0)
     totals.push_back(total("unfinished", "Unfinished copies", stats.unfinished));
@@ -236,7 +236,7 @@ struct Options {
 constexpr std::uint64_t kSamplesOfAKind = 5;
 
 void survey(Context& context, ReportData& data) {
-  Progress progress(context.out(), context.options().progress, "adding up", 0);
+  Progress progress(context.out(), context.options().progress, "counting", 0);
   admin::SpaceOptions asked;
   asked.stats.scope = context.scope();
   asked.stats.now = data.now;
@@ -253,14 +253,14 @@ void forecast(Context& context, ReportData& data) {
   if (!scope.area) scope.area = admin::Area::kDocs;
   data.forecast_area = admin::name_of(*scope.area);
   if (!admin::expects_index(*scope.area)) {
-    data.no_forecast = formatted("The area {} keeps no versions.", data.forecast_area);
+    data.no_forecast = formatted("The area {} has no versions.", data.forecast_area);
     return;
   }
   try {
     data.forecast = forecast_of(context, scope, false, data.now);
   } catch (const Failure& failure) {
     if (failure.code() == Exit::kInterrupted) throw;
-    data.no_forecast = formatted("It could not be worked out: {}", failure.what());
+    data.no_forecast = formatted("It could not be calculated: {}", failure.what());
     context.out().warning(failure.what());
   }
 }
@@ -294,11 +294,11 @@ Exit run_report(Context& context, const Options& options) {
   check_outside_tree(context, options.html);
   const sys::Kind there = sys::describe(options.html).kind;
   if (there != sys::Kind::kMissing && there != sys::Kind::kFile) {
-    throw Failure(Exit::kRefused, shown(options.html) + " is no plain file; name another place");
+    throw Failure(Exit::kRefused, shown(options.html) + " is not a plain file; name another place");
   }
   const fs::path above = fs::absolute(to_path(options.html)).parent_path();
   if (!fs::is_directory(above))
-    throw Failure(Exit::kRefused, shown(from_path(above)) + " is no folder; name another place");
+    throw Failure(Exit::kRefused, shown(from_path(above)) + " is not a folder; name another place");
   const bool dry = context.options().dry_run;
   if (!dry && there == sys::Kind::kFile)
     context.confirm(formatted("Overwrite {}?", shown(options.html)));
@@ -349,26 +349,26 @@ Exit run_report(Context& context, const Options& options) {
 void add_report_command(Commands& commands) {
   const auto declare = [](Arguments& app) -> Run {
     const auto options = std::make_shared<Options>();
-    app.add_option("--html", options->html, "The file to write, outside of the tree")
+    app.add_option("--html", options->html, "The file to write, outside the tree")
         .type_name("FILE")
         .required();
     app.add_option("--target-size", options->target_size,
-                   "Also say which age limit brings the size down to this: 500M, 20G")
+                   "Also show the age limit that reduces the size to this: 500M, 20G")
         .type_name("SIZE")
         .check([](const std::string& text) {
           return parse_size(text) ? std::string()
-                                  : "'" + text + "' is no size; say 500M, 20G or a number";
+                                  : "'" + text + "' is not a size; use 500M, 20G or a number";
         });
     app.add_flag("--quick", options->quick, "Check names and indexes only");
     add_no_lock(app, options->no_lock);
     return [options](Context& context) { return run_report(context, *options); };
   };
   commands.push_back(
-      {"report", Group::kLook, Effect::kChanges, "Write a page about a tree: space, ages, findings",
-       declare,
-       "One file that opens in every browser, without a network: where the space goes, how old\n"
-       "it is, what a cleaning would free, and what check finds. Nothing of the tree changes.\n"
-       "Only a file that would be overwritten is asked about."});
+      {"report", Group::kLook, Effect::kChanges,
+       "Write a report about a tree: space, ages, findings", declare,
+       "Writes one HTML file that every browser opens, also without a network. It shows what\n"
+       "uses the space, how old the files are, what a clean would free, and what check\n"
+       "finds. The tree does not change. The command asks only before it overwrites a file."});
 }
 
 }  // namespace stgctl

@@ -51,7 +51,7 @@ class Selection {
     keep_wanted(versions, named);
     if (versions.size() > 1 && !m_options.all_versions) {
       throw Failure(Exit::kRefused,
-                    formatted("{} has {} versions; say --timestamp or --all-versions",
+                    formatted("{} has {} versions; use --timestamp or --all-versions",
                               shown(named.name), versions.size()));
     }
     return versions;
@@ -84,16 +84,16 @@ class Removing {
       const std::vector<std::string> parts = part_folders(entry);
       const std::vector<std::string> at_risk = key_files_at_risk(m_context, entry);
       for (const std::string& file : at_risk) {
-        m_context.out().warning(formatted(
-            "{}: no key line is removed, since the library would cut another line of {}; see "
-            "'stgctl keys unset'",
-            shown(subject_of(entry)), shown(file)));
+        m_context.out().warning(
+            formatted("{}: no key line is removed, because the library would damage another line "
+                      "of {}; see 'stgctl keys unset'",
+                      shown(subject_of(entry)), shown(file)));
       }
       if (!m_context.options().dry_run) {
         remove_version(m_context, entry, at_risk.empty() ? KeyLines::kRemove : KeyLines::kLeave);
       }
       std::string tail = format_bytes(entry.info.size);
-      if (!parts.empty()) tail += formatted(", {} folders of parts", parts.size());
+      if (!parts.empty()) tail += formatted(", {} folders of sub-parts", parts.size());
       m_report.done(subject_of(entry),
                     {{"bytes", entry.info.size},
                      {"part_folders", parts.size()},
@@ -114,10 +114,10 @@ class Removing {
 Exit run_rm(Context& context, const Options& options) {
   context.tree();
   if (options.names.empty() == options.match.empty()) {
-    throw Failure(Exit::kUsage, "say what to remove: names, or --match PATTERN");
+    throw Failure(Exit::kUsage, "nothing says what to remove; use names, or --match PATTERN");
   }
   const std::vector<FoundEntry> entries = Selection(context, options).run();
-  if (entries.empty()) throw Failure(Exit::kNothingMatched, "nothing matches; nothing was removed");
+  if (entries.empty()) throw Failure(Exit::kNothingMatched, "nothing matches: nothing was removed");
   std::uint64_t bytes = 0;
   for (const FoundEntry& entry : entries) bytes += entry.info.size;
   if (!context.options().dry_run) {
@@ -140,18 +140,19 @@ void add_rm_command(Commands& commands) {
     const auto options = std::make_shared<Options>();
     app.add_option("name", options->names, "Logical names").type_name("NAME");
     app.add_option("--match", options->match,
-                   "Every document of this pattern; * and ? as in a shell")
+                   "All documents that match this pattern; * and ? as in a shell")
         .type_name("PATTERN");
-    app.add_option("--timestamp", options->timestamp, "This version only")
+    app.add_option("--timestamp", options->timestamp, "Only this version")
         .type_name("STAMP")
         .check(is_stamp);
     app.add_flag("--all-versions", options->all_versions, "Every version of each name");
     return [options](Context& context) { return run_rm(context, *options); };
   };
   commands.push_back(
-      {"rm", Group::kChange, Effect::kChanges, "Remove documents with their parts", declare,
-       "The area is docs unless --area says another one. The lines of a document in the\n"
-       "category files of its folder, and in attribut.txt of the user area, go with it."});
+      {"rm", Group::kChange, Effect::kChanges, "Remove documents with their sub-parts", declare,
+       "The area is docs unless --area names another one. The command also removes the lines\n"
+       "of the document in the category files of its folder, and in attribut.txt of the user\n"
+       "area."});
 }
 
 }  // namespace stgctl

@@ -112,7 +112,7 @@ Exit run_stats(Context& context, const Options& options) {
   const admin::Tree& tree = context.tree();
   Stats stats;
   {
-    Progress progress(context.out(), context.options().progress, "adding up", 0);
+    Progress progress(context.out(), context.options().progress, "counting", 0);
     asked.on_folder = [&](const admin::DocumentFolder& folder) {
       progress.advance(1, folder.path);
     };
@@ -133,7 +133,7 @@ Exit run_stats(Context& context, const Options& options) {
 
 Run declare(Arguments& app) {
   auto options = std::make_shared<Options>();
-  app.add_option("--by", options->by, "area, owner, ext, age or folder")
+  app.add_option("--by", options->by, "How to group (area)")
       .type_name("WORD")
       .one_of({"area", "owner", "ext", "age", "folder"});
   app.add_option("--top", options->top, "How many groups, the largest first; 0 for all (20)")
@@ -145,9 +145,10 @@ Run declare(Arguments& app) {
 
 void add_stats_command(Commands& commands) {
   commands.push_back(
-      {"stats", Group::kLook, Effect::kLooks, "Add up files and bytes", declare,
-       "By area, owner, extension, age of the last change, or folder. Everything in the tree\n"
-       "counts: documents, their parts, indexes. Sizes are those of the contents."});
+      {"stats", Group::kLook, Effect::kLooks, "Count files and bytes", declare,
+       "Groups by area, owner, extension, age of the last change, or folder. Includes\n"
+       "everything in the tree: documents, their sub-parts, indexes. Sizes are those of the\n"
+       "contents."});
 }
 
 }  // namespace stgctl

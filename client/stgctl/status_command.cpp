@@ -40,7 +40,7 @@ Exit run_status(Context& context) {
     context.out().print(
         "{}  {}{}\n", context.out().styled(Style::kBold, shown(tree.storage)),
         tree.layout == admin::Layout::kFlat ? "flat, without owners" : "with owners",
-        tree.layout_was_guessed ? "" : " (as said)");
+        tree.layout_was_guessed ? "" : " (--layout)");
     for (const admin::Area area : admin::kAreas) {
       const admin::AreaStatus& each = status.areas[static_cast<std::size_t>(area)];
       if (!each.exists) {
@@ -61,10 +61,11 @@ Exit run_status(Context& context) {
 }  // namespace
 
 void add_status_command(Commands& commands) {
-  commands.push_back({"status", Group::kLook, Effect::kLooks, "Show a tree at a glance",
-                      [](Arguments&) -> Run { return run_status; },
-                      "Its areas with their owners, folders and indexes, free space, and how many\n"
-                      "locks are held. No index is read."});
+  commands.push_back(
+      {"status", Group::kLook, Effect::kLooks, "Show an overview of a tree",
+       [](Arguments&) -> Run { return run_status; },
+       "Shows the areas with their owners, folders and indexes, the free space, and the\n"
+       "number of locks. Reads no index."});
 }
 
 }  // namespace stgctl

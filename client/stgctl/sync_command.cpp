@@ -42,7 +42,7 @@ Folders unknown_files(Context& context, ChangeReport& report) {
     const auto found = folders.find(path);
     if (found == folders.end()) continue;
     for (const FoundEntry& entry : found->second) {
-      report.failed(subject_of(entry), "a file beside it bears a name that is refused");
+      report.failed(subject_of(entry), "a file beside it has a name that is not allowed");
     }
     folders.erase(found);
   }
@@ -65,7 +65,9 @@ void adopt(Context& context, const std::string& path, const std::vector<FoundEnt
   }
   for (const FoundEntry& file : files) {
     if (left.contains(file.name)) {
-      report.failed(subject_of(file), "the index did not take it; --trace m tells why");
+      report.failed(
+          subject_of(file),
+          "the index has no entry for it afterwards; run again with --trace m to see the reason");
     } else {
       report.done(subject_of(file), {{"bytes", file.info.size}}, format_bytes(file.info.size));
     }
@@ -81,7 +83,7 @@ Exit run_sync(Context& context) {
   for (const auto& [path, entries] : folders) files += entries.size();
   if (files == 0) {
     if (report.failures() == 0)
-      throw Failure(Exit::kNothingMatched, "every file has an entry; nothing was changed");
+      throw Failure(Exit::kNothingMatched, "every file has an entry: nothing was changed");
     return report.finish();
   }
   if (!context.options().dry_run) {
@@ -104,10 +106,10 @@ Exit run_sync(Context& context) {
 
 void add_sync_command(Commands& commands) {
   commands.push_back(
-      {"sync", Group::kChange, Effect::kChanges, "Give files that no index names an entry",
+      {"sync", Group::kChange, Effect::kChanges, "Adopt files: create entries for orphans",
        [](Arguments&) -> Run { return run_sync; },
-       "Each gets an entry under its own name, with its extension in lower case, at timestamp 0.\n"
-       "The areas are docs, user and mail, or --area; --owner narrows it down."});
+       "Each orphan gets an entry under its own name, with its extension in lower case, at\n"
+       "timestamp 0. The areas are docs, user and mail, or --area; --owner limits it."});
 }
 
 }  // namespace stgctl

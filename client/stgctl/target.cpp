@@ -38,7 +38,7 @@ std::optional<VersionName> parse_version_name(const std::string& text, admin::La
   if (!is_number(stamp)) return version;
   version.timestamp = parse_stamp(stamp);
   if (!version.timestamp)
-    throw Failure(Exit::kUsage, formatted("{}: {} is no timestamp", shown(text), stamp));
+    throw Failure(Exit::kUsage, formatted("{}: {} is not a timestamp", shown(text), stamp));
   version.name.resize(at);
   return version;
 }
@@ -60,7 +60,7 @@ STG::RepositoryType type_of(admin::Area area) {
 /// Owners become names of folders: Windows reads more into those.
 const char* why_no_folder_name(std::string_view name) {
   if constexpr (admin::sys::kSeparator == '\\') {
-    if (name.find(':') != std::string_view::npos) return "it holds a colon";
+    if (name.find(':') != std::string_view::npos) return "it contains a colon";
     if (name.ends_with('.') || name.ends_with(' ')) return "it ends with a dot or a blank";
   }
   return nullptr;
@@ -71,9 +71,9 @@ const char* why_no_folder_name(std::string_view name) {
 void check_name(std::string_view what, std::string_view name) {
   const char* why = admin::why_not_safe(name);
   if (why == nullptr && name.find('\r') != std::string_view::npos)
-    why = "it holds a carriage return";
+    why = "it contains a carriage return";
   if (why == nullptr) return;
-  throw Failure(Exit::kRefused, formatted("{} '{}' is refused: {}", what, shown(name), why));
+  throw Failure(Exit::kRefused, formatted("{} '{}' is not allowed: {}", what, shown(name), why));
 }
 
 namespace {
@@ -84,18 +84,19 @@ Target target_at(Context& context, admin::Area area, const std::string& owner) {
   target.area = area;
   if (!admin::expects_index(target.area)) {
     throw Failure(Exit::kRefused,
-                  formatted("the area {} keeps no documents; say --area docs, user or mail",
+                  formatted("the area {} keeps no documents; use --area docs, user or mail",
                             admin::name_of(target.area)));
   }
   target.type = type_of(target.area);
   if (context.tree().layout == admin::Layout::kOwner) {
-    if (owner.empty()) throw Failure(Exit::kRefused, "no owner is named; say --owner NAME");
+    if (owner.empty()) throw Failure(Exit::kRefused, "no owner is named; use --owner NAME");
     target.owner = owner;
   }
   if (!owner.empty()) {
     check_name("the owner", owner);
     if (const char* const why = why_no_folder_name(owner)) {
-      throw Failure(Exit::kRefused, formatted("the owner '{}' is refused: {}", shown(owner), why));
+      throw Failure(Exit::kRefused,
+                    formatted("the owner '{}' is not allowed: {}", shown(owner), why));
     }
   }
   // Some operations do nothing for an empty owner, also where owners share the folders.
@@ -122,7 +123,7 @@ NamedVersion named_version(Context& context, const std::string& text, const std:
     const auto agree = [&](const auto& said, const auto& value, const char* what) {
       if (said && value && *said != *value)
         throw Failure(Exit::kUsage,
-                      formatted("{} says another {} than the options", shown(text), what));
+                      formatted("{} names another {} than the options", shown(text), what));
     };
     const auto unless_empty = [](const std::string& value) {
       return value.empty() ? std::nullopt : std::optional(value);
@@ -160,10 +161,9 @@ void check_no_link(Context& context, const std::string& path) {
        at = path.find(admin::sys::kSeparator, at + 1)) {
     const std::string part = path.substr(0, at);
     if (admin::sys::describe(part).kind == admin::sys::Kind::kLink) {
-      throw Failure(
-          Exit::kRefused,
-          formatted("{} is a link and may lead out of the tree; replace it by what it leads to",
-                    shown(part)));
+      throw Failure(Exit::kRefused,
+                    formatted("{} is a link and can lead out of the tree; replace it by its target",
+                              shown(part)));
     }
     if (at == std::string::npos) return;
   }
@@ -212,7 +212,7 @@ std::vector<FoundEntry> entries_of_folder(Context& context, const admin::Documen
   const std::string index = view.path_of(index_format::kIndexFile);
   if (view.index_state() == admin::IndexState::kLocked) {
     throw Failure(Exit::kLockTimeout,
-                  formatted("{} is locked elsewhere (--lock-timeout)", shown(index)));
+                  formatted("{} is locked by another process (--lock-timeout)", shown(index)));
   }
   if (view.index_state() == admin::IndexState::kFailed) {
     throw Failure(Exit::kFailed,
@@ -299,10 +299,9 @@ void check_not_shadowed(Context& context, const Target& target, const std::strin
   }
   throw Failure(
       Exit::kRefused,
-      formatted(
-          "{} holds a file called '{}' itself, which the library would take for every version "
-          "of that name; 'stgctl sync' gives it an entry, or rename it",
-          shown(folder), shown(name)));
+      formatted("{} contains a file named '{}' itself, which the library would serve for every "
+                "version of that name; give it an entry with 'stgctl sync', or rename it",
+                shown(folder), shown(name)));
 }
 
 namespace sys = admin::sys;
@@ -310,17 +309,18 @@ namespace sys = admin::sys;
 void require_owners(Context& context) {
   if (context.tree().layout == admin::Layout::kFlat) {
     throw Failure(Exit::kRefused,
-                  "the owners of this tree share its folders; there is nothing of one owner's");
+                  "the owners of this tree share its folders; it has no folder of one owner");
   }
 }
 
 void check_owner(std::string_view what, const std::string& name) {
   const std::size_t slash = name.find('/');
   if (slash != std::string::npos && admin::area_named(name.substr(0, slash))) {
-    throw Failure(Exit::kRefused,
-                  formatted("{} '{}' names one area, but an owner's mail, list and user folders go "
-                            "together, and corporate documents stay; say '{}'",
-                            what, shown(name), shown(name.substr(slash + 1))));
+    throw Failure(
+        Exit::kRefused,
+        formatted("{} '{}' names one area, but the command changes the owner's mail, list and user "
+                  "folders together, and not the corporate documents; use '{}'",
+                  what, shown(name), shown(name.substr(slash + 1))));
   }
   check_name(what, name);
 }

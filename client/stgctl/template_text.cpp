@@ -24,7 +24,7 @@ Tag next_tag(std::string_view text, std::size_t from) {
   tag.begin = text.find("{{", from);
   if (tag.begin == kNone) return tag;
   const std::size_t close = text.find("}}", tag.begin);
-  if (close == kNone) throw std::logic_error("a tag of a template stays open");
+  if (close == kNone) throw std::logic_error("a tag of a template is not closed");
   tag.name = text.substr(tag.begin + 2, close - tag.begin - 2);
   tag.end = close + 2;
   if (tag.name.find_first_of("#^/>") != 0) return tag;
@@ -67,7 +67,8 @@ class Filling {
       depth += tag.sign == '/' ? -1 : 1;
       if (depth == 0) return tag;
     }
-    throw std::logic_error("the part " + std::string(begin.name) + " of a template stays open");
+    throw std::logic_error("the section " + std::string(begin.name) +
+                           " of a template is not closed");
   }
 
   void section(const Tag& tag, std::string_view inner) {

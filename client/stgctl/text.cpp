@@ -89,9 +89,9 @@ std::string is_age(const std::string& text) {
   if (parse_age(text)) return {};
   const bool is_bare = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
   if (is_bare)
-    return formatted("'{}' has no unit; say {}s for seconds, {}h for hours, {}d for days", text,
+    return formatted("'{}' has no unit; use {}s for seconds, {}h for hours, {}d for days", text,
                      text, text, text);
-  return "'" + shown(text) + "' is no age; say 90s, 15m, 12h, 30d, 4w or 1y";
+  return "'" + shown(text) + "' is not an age; use 90s, 15m, 12h, 30d, 4w or 1y";
 }
 
 std::optional<std::uint64_t> parse_size(std::string_view text) {

@@ -58,7 +58,7 @@ inline std::optional<std::int32_t> parse_stamp(const std::string& text) {
 inline std::string is_stamp(const std::string& text) {
   return parse_stamp(text).value_or(-1) >= 0
              ? std::string()
-             : "'" + text + "' is no timestamp, a whole number from 0 to 2147483647";
+             : "'" + text + "' is not a timestamp: a whole number from 0 to 2147483647";
 }
 
 /// As is_stamp(), or "mtime".

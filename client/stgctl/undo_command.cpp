@@ -31,8 +31,9 @@ AppliedPlan last_plan(Context& context, const std::string& quarantine) {
                                               shown(quarantine), shown(plan.storage())));
     }
     if (plan.expires() <= os::now()) {
-      throw Failure(Exit::kRefused, formatted("plan {} expired on {} UTC; it can be undone no more",
-                                              plan.number(), format_time(plan.expires())));
+      throw Failure(Exit::kRefused,
+                    formatted("plan {} expired on {} UTC; it can no longer be undone",
+                              plan.number(), format_time(plan.expires())));
     }
     return plan;
   }
@@ -100,7 +101,7 @@ Exit run_list(Context& context, const Options& options) {
               state_of(plan), plan.steps().size(), format_time(plan.expires()));
   }
   if (numbers.empty())
-    throw Failure(Exit::kNothingMatched, "no plan is kept in " + shown(quarantine));
+    throw Failure(Exit::kNothingMatched, "there is no plan in " + shown(quarantine));
   return Exit::kDone;
 }
 
@@ -117,12 +118,12 @@ Exit run_expire(Context& context, const Options& options) {
   }
   if (over.empty()) {
     throw Failure(Exit::kNothingMatched,
-                  "no plan in the quarantine has expired or was undone; "
-                  "'stgctl quarantine list' shows when they do");
+                  "no plan in the quarantine has expired or was undone; 'stgctl quarantine list' "
+                  "shows when plans expire");
   }
   const bool dry = context.options().dry_run;
   if (!dry) {
-    context.confirm(formatted("Remove what {} plans have taken, for good?", over.size()));
+    context.confirm(formatted("Delete what {} plans moved away?", over.size()));
   }
   ChangeReport report(context, "stgctl.quarantine-expire/1", "removed");
   for (const std::uint64_t number : over) {
@@ -145,23 +146,23 @@ void add_undo_commands(Commands& commands) {
     return [run, with_all](Arguments& app) -> Run {
       const auto options = std::make_shared<Options>();
       add_quarantine_option(app, options->quarantine);
-      if (with_all) app.add_flag("--all", options->all, "Also those that could still be undone");
+      if (with_all) app.add_flag("--all", options->all, "Also plans that can still be undone");
       return [run, options](Context& context) { return run(context, *options); };
     };
   };
-  commands.push_back({"undo", Group::kChange, Effect::kChanges, "Undo the repairs of the last plan",
-                      declare(run_undo, false),
-                      "Puts back what 'repair' has taken, last step first, until the quarantine "
-                      "expires. Lines come\n"
-                      "back beside what was written since. What cannot go back stays in the "
-                      "quarantine. An undo that\n"
-                      "was stopped goes on when it is asked for again."});
+  commands.push_back(
+      {"undo", Group::kChange, Effect::kChanges, "Undo the repairs of the last plan",
+       declare(run_undo, false),
+       "Brings back what 'repair' removed, last step first, until the quarantine expires.\n"
+       "Lines return beside newer ones. What cannot return stays in the quarantine. Run the\n"
+       "command again to continue an interrupted undo."});
   commands.push_back({"quarantine list", Group::kChange, Effect::kLooks,
-                      "List the plans whose takings are kept", declare(run_list, false)});
+                      "List the plans that can be undone, with what they moved away",
+                      declare(run_list, false)});
   commands.push_back({"quarantine expire", Group::kChange, Effect::kChanges,
-                      "Remove what undone and expired plans have taken, for good",
-                      declare(run_expire, true),
-                      "So does 'repair --apply --expire' for expired ones; nothing else does."});
+                      "Delete what undone and expired plans moved away", declare(run_expire, true),
+                      "'repair --apply --expire' does the same for expired plans. No other command "
+                      "deletes them."});
 }
 
 }  // namespace stgctl

@@ -55,11 +55,11 @@ Exit run_remove(Context& context, const std::vector<std::string>& users) {
       folders.push_back(folder);
     }
   }
-  if (folders.empty()) throw Failure(Exit::kNothingMatched, "nobody of that name has a folder");
+  if (folders.empty()) throw Failure(Exit::kNothingMatched, "no owner of that name has a folder");
   ChangeReport report(context, "stgctl.user.remove/1", "removed");
   if (!context.options().dry_run) {
-    context.confirm(formatted("Remove {} folders with {} files, {}, for good?", folders.size(),
-                              all.files, format_bytes(all.bytes)));
+    context.confirm(formatted("Delete {} folders with {} files, {}?", folders.size(), all.files,
+                              format_bytes(all.bytes)));
     context.open_library();
   }
   report.guarded([&] {
@@ -72,7 +72,7 @@ Exit run_remove(Context& context, const std::vector<std::string>& users) {
     return 0;
   });
   for (const std::string& user : unknown)
-    report.failed({"", user, "", {}}, "nobody of that name has a folder in mail, list or user");
+    report.failed({"", user, "", {}}, "no owner of that name has a folder in mail, list or user");
   std::uint64_t bytes = 0;
   for (const Folder& folder : folders) {
     const Subject subject = {std::string(admin::name_of(folder.area)), folder.user, "", {}};
@@ -80,8 +80,7 @@ Exit run_remove(Context& context, const std::vector<std::string>& users) {
         sys::describe(owner_folder(context, folder.area, folder.user)).kind == sys::Kind::kMissing;
     if (!context.options().dry_run && !removed) {
       report.failed(
-          subject,
-          "the folder could not be removed as a whole; what is left may be read-only or open");
+          subject, "the folder could not be removed completely; the rest may be read-only or open");
       continue;
     }
     bytes += folder.content.bytes;
@@ -101,7 +100,7 @@ void add_user_remove_command(Commands& commands) {
     return [names](Context& context) { return run_remove(context, *names); };
   };
   commands.push_back({"user remove", Group::kChange, Effect::kChanges,
-                      "Remove owners' folders with everything in them", declare, kAreasGoTogether});
+                      "Remove owners' folders with all their content", declare, kAreasGoTogether});
 }
 
 }  // namespace stgctl

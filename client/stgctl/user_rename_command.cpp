@@ -19,10 +19,10 @@ Exit run_rename(Context& context, const std::string& from, const std::string& to
   check_owner("the new owner", to);
   if (from == to) throw Failure(Exit::kRefused, "the new name is the old one");
   const std::vector<admin::Area> areas = areas_of(context, from);
-  if (areas.empty()) throw Failure(Exit::kNothingMatched, "nobody is called " + shown(from));
+  if (areas.empty()) throw Failure(Exit::kNothingMatched, "no owner has the name " + shown(from));
   for (const admin::Area area : kPersonalAreas) {
     if (sys::describe(owner_folder(context, area, to)).kind != sys::Kind::kMissing) {
-      throw Failure(Exit::kRefused, formatted("{} exists already; nothing was renamed",
+      throw Failure(Exit::kRefused, formatted("{} already exists: nothing was renamed",
                                               shown(owner_folder(context, area, to))));
     }
   }
@@ -43,7 +43,7 @@ Exit run_rename(Context& context, const std::string& from, const std::string& to
       put_name(fields, "new_owner", to);
       report.done(subject, fields, "to " + shown(to));
     } else {
-      report.failed(subject, "the folder could not be renamed; is something in it open?");
+      report.failed(subject, "the folder could not be renamed; check whether a file in it is open");
     }
   }
   return report.finish();

@@ -55,8 +55,8 @@ void add_versions_command(Commands& commands) {
   };
   commands.push_back(
       {"versions", Group::kLook, Effect::kLooks, "List the versions of a document", declare,
-       "In all areas and of all owners unless --area and --owner say otherwise. A version that\n"
-       "no reading finds is marked."});
+       "Lists all areas and owners unless --area and --owner limit it. Marks a version that\n"
+       "readers never find."});
 }
 
 }  // namespace stgctl

@@ -81,7 +81,7 @@ void show_curve(Context& context, const std::string& title, const Curve& curve) 
 void show_text(Context& context, const admin::Forecast& forecast, bool by_access,
                std::optional<std::uint64_t> target) {
   Output& out = context.out();
-  out.print("What would go, {}; 'lost' are documents of which no version would be left.\n",
+  out.print("What would be removed, {}; 'lost' counts documents that would lose every version.\n",
             by_access ? "by the time of the last access" : "by the time of the last change");
   show_curve(context, "all", forecast.all());
   if (forecast.owners().size() > 1) {
@@ -111,16 +111,16 @@ std::string typed_limit(std::int64_t seconds) {
 
 std::string sentence_for(std::uint64_t target, const LimitFor& limit) {
   if (limit.is_needless) {
-    return formatted("to reach {} nothing has to go: {} are there", format_bytes(target),
+    return formatted("to reach {} nothing must be removed: the size is {}", format_bytes(target),
                      format_bytes(limit.kept));
   }
   if (!limit.limit) {
-    return formatted("to reach {} no age limit will do: the youngest versions alone are larger",
+    return formatted("to reach {} no age limit is enough: the youngest versions alone are larger",
                      format_bytes(target));
   }
   return formatted(
-      "to reach {} the limit is {} (--older-than {}): {} in {} versions go, {} documents are lost, "
-      "{} stay",
+      "to reach {} the limit is {} (--older-than {}): {} in {} versions are removed, {} documents "
+      "are lost, {} stay",
       format_bytes(target), shown_limit(*limit.limit), typed_limit(*limit.limit),
       format_bytes(limit.loss.bytes), limit.loss.versions, limit.loss.documents,
       format_bytes(limit.kept));
@@ -128,7 +128,7 @@ std::string sentence_for(std::uint64_t target, const LimitFor& limit) {
 
 admin::Forecast forecast_of(Context& context, const admin::Scope& scope, bool by_access,
                             std::int64_t now) {
-  Progress progress(context.out(), context.options().progress, "adding up", 0);
+  Progress progress(context.out(), context.options().progress, "counting", 0);
   admin::ForecastOptions asked;
   asked.scope = scope;
   asked.by_access = by_access;
@@ -154,9 +154,9 @@ admin::Forecast forecast_of(Context& context, const admin::Scope& scope, bool by
 Exit run_what_if(Context& context, bool by_access, std::optional<std::uint64_t> target) {
   const admin::Scope scope = context.scope();
   if (scope.area && !admin::expects_index(*scope.area)) {
-    throw Failure(Exit::kRefused, formatted("the area {} keeps no versions; say --area docs, user "
-                                            "or mail",
-                                            admin::name_of(*scope.area)));
+    throw Failure(Exit::kRefused,
+                  formatted("the area {} has no versions; use --area docs, user or mail",
+                            admin::name_of(*scope.area)));
   }
   const std::int64_t now = std::time(nullptr);
   const admin::Forecast forecast = forecast_of(context, scope, by_access, now);

@@ -41,7 +41,7 @@ Exit show_logical(Context& context, const EntryOptions& options, const admin::Lo
           std::string subject;
           append_subject(subject, entry);
           context.out().print("{}{}\n", subject,
-                              entry.state == admin::EntryState::kUnindexed ? "  (no line)" : "");
+                              entry.state == admin::EntryState::kUnindexed ? "  (orphan)" : "");
         }
         return true;
       },
@@ -71,7 +71,7 @@ Exit run_which(Context& context, const EntryOptions& options) {
   const auto located = admin::locate_in(context.tree(), options.name);
   if (!located || located->rest.empty()) {
     throw Failure(Exit::kNothingMatched,
-                  shown(options.name) + " is no file in a document folder of this tree");
+                  shown(options.name) + " is not a file in a document folder of this tree");
   }
   return show_logical(context, options, *located);
 }
@@ -87,9 +87,9 @@ void add_which_command(Commands& commands) {
     };
   };
   commands.push_back(
-      {"which", Group::kLook, Effect::kLooks, "Tell the file of an entry, or the entry of a file",
+      {"which", Group::kLook, Effect::kLooks, "Show the file of an entry, or the entry of a file",
        declare,
-       "What holds a separator is taken as a path. The path of a part leads to its document."});
+       "An argument with a separator is a path. The path of a sub-part leads to its document."});
 }
 
 }  // namespace stgctl

@@ -98,7 +98,7 @@ TEST_F(ClientClean, TakesNoAgeWithoutAUnit) {
                                              {"repair", "--plan", "x", "--keep", "30"}}) {
     const outcome result = on_tree(command);
     EXPECT_EQ(result.code, 2) << command[0];
-    EXPECT_NE(result.err.find("'30' has no unit; say 30s"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("'30' has no unit; use 30s"), std::string::npos) << result.err;
   }
   EXPECT_EQ(get("old.kdc"), "x");
 }
@@ -269,8 +269,9 @@ TEST_F(ClientWhatIf, SaysItInASentence) {
        {"to reach 9.8 KiB the limit is 165 days (--older-than 165d)", "older than  30d", "anna",
         "bert", "15.3 KiB in 13 versions of 12 documents"})
     EXPECT_NE(shown.out.find(part), std::string::npos) << part << "\n" << shown.out;
-  EXPECT_NE(on_tree({"clean", "--what-if", "--target-size", "1G"}).out.find("nothing has to go"),
-            std::string::npos);
+  EXPECT_NE(
+      on_tree({"clean", "--what-if", "--target-size", "1G"}).out.find("nothing must be removed"),
+      std::string::npos);
   EXPECT_EQ(
       json({"clean", "--what-if", "--target-size", "1G"}).back().at("target").contains("limit"),
       false);
@@ -282,8 +283,9 @@ TEST_F(ClientWhatIf, KnowsWhenNoLimitWillDo) {
   const Json found = json({"clean", "--what-if", "--target-size", "1"}).back().at("target");
   EXPECT_EQ(found.at("reached"), false);
   EXPECT_FALSE(found.contains("limit"));
-  EXPECT_NE(on_tree({"clean", "--what-if", "--target-size", "1"}).out.find("no age limit will do"),
-            std::string::npos);
+  EXPECT_NE(
+      on_tree({"clean", "--what-if", "--target-size", "1"}).out.find("no age limit is enough"),
+      std::string::npos);
 }
 
 TEST_F(ClientWhatIf, GoesByTheTimeOfTheLastAccessWhenTold) {

@@ -360,7 +360,7 @@ TEST_F(ClientPrintedNames, NeverLeadToAnotherVersionThanTheySay) {
              {"rm", name, "--yes"}, {"mv", name, "other.kdf", "--yes"}, {"cat", name}}) {
       const outcome result = on_tree(command);
       EXPECT_EQ(result.code, 2) << command[0] << result.out;
-      EXPECT_NE(result.err.find("is no timestamp"), std::string::npos) << result.err;
+      EXPECT_NE(result.err.find("is not a timestamp"), std::string::npos) << result.err;
     }
   }
   EXPECT_EQ(get("plain.kdf"), "kept");

@@ -192,7 +192,7 @@ TEST_F(ClientExport, RefusesAFolderThatHoldsAnything) {
   EXPECT_EQ(on_tree({"export", shell_path(second)}).code, 0);
   const outcome again = on_tree({"export", shell_path(second)});
   EXPECT_EQ(again.code, 12);
-  EXPECT_NE(again.err.find("holds an export already"), std::string::npos) << again.err;
+  EXPECT_NE(again.err.find("already contains an export"), std::string::npos) << again.err;
 }
 
 TEST_F(ClientExport, BeginsAnUnfinishedOneAnewWhenToldTo) {

@@ -516,7 +516,7 @@ TEST_F(ClientImportFaults, AnExportThatFindsNoRoomHasNoManifest) {
     ASSERT_TRUE(limit.is_set());
     const outcome result = on_tree({"export", folder()});
     EXPECT_EQ(result.code, 1);
-    EXPECT_NE(result.err.find("not finished"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("is unfinished"), std::string::npos) << result.err;
   }
   EXPECT_FALSE(file_exists(folder() + "\\manifest.jsonl"));
   EXPECT_EQ(run(import_arguments()).code, 10);

@@ -118,7 +118,7 @@ TEST_F(ClientUser, GoesOverAllAreasAndSaysSoWhereOneIsNamed) {
     const outcome result = on_tree(command);
     EXPECT_EQ(result.code, 12) << command[2];
     EXPECT_NE(result.err.find("names one area"), std::string::npos) << result.err;
-    EXPECT_NE(result.err.find("; say '"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("; use '"), std::string::npos) << result.err;
   }
   EXPECT_EQ(tree(), before);
 }

@@ -67,7 +67,7 @@ TEST_F(ClientLook, ListsEveryEntryWithItsFile) {
   EXPECT_EQ(sorted(look({"ls"})),
             (Lines{"docs/anna/daily.kdf@10  00000001.kdf", "docs/anna/daily.kdf@20  00000002.kdf",
                    "docs/anna/sales.kdc@0  00000001.kdc", "docs/bert/sales.kdc@0  00000001.kdc",
-                   "user/anna/loose.txt@0  loose.txt  (no line)",
+                   "user/anna/loose.txt@0  loose.txt  (orphan)",
                    "user/anna/profile.txt@0  00000001.txt"}));
 }
 
@@ -91,7 +91,7 @@ TEST_F(ClientLook, ListsLinesWithoutTheirFileOnRequest) {
   make_tree();
   std::filesystem::remove(native(physical("user", "profile.txt")));
   EXPECT_EQ(look({"ls", "--area", "user"}).find("profile"), std::string::npos);
-  EXPECT_NE(look({"ls", "--area", "user", "--missing"}).find("(no file)"), std::string::npos);
+  EXPECT_NE(look({"ls", "--area", "user", "--missing"}).find("(dangling)"), std::string::npos);
 }
 
 TEST_F(ClientLook, FindsByNameStateSizeAndAge) {
@@ -304,11 +304,11 @@ TEST_F(ClientLook, TriesWhetherAFolderCanBeShared) {
   const outcome alone = run({"doctor", "--shared", share});
   EXPECT_EQ(alone.code, 0) << alone.err;
   EXPECT_NE(alone.out.find("names-at-once"), std::string::npos) << alone.out;
-  EXPECT_NE(alone.err.find("was not tried"), std::string::npos) << alone.err;
+  EXPECT_NE(alone.err.find("were not tested"), std::string::npos) << alone.err;
   const std::string text =
       look({"doctor", "--shared", share, "--peer", shell_path(scratch().path("another"))}, 4);
   EXPECT_NE(text.find("MISSING"), std::string::npos) << text;
-  EXPECT_NE(text.find("to mend"), std::string::npos) << text;
+  EXPECT_NE(text.find("remedy"), std::string::npos) << text;
   look({"doctor", "--shared", shell_path(storage() + "\\docs")}, 12);
   look({"doctor", "--peer", share}, 2);
   look({"doctor", "--shared", share, "--try-locks", share}, 2);

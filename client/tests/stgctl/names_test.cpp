@@ -43,7 +43,7 @@ TEST_F(ClientNames, AreSavedOutsideOfTheTreeWithoutTouchingIt) {
   const outcome told = on_tree({"index", "snapshot"});
   EXPECT_EQ(told.code, 0) << told.err;
   EXPECT_NE(told.out.find("snapshot 2: 3 entries"), std::string::npos) << told.out;
-  EXPECT_NE(told.out.find("0 changed, 0 new, 0 gone"), std::string::npos) << told.out;
+  EXPECT_NE(told.out.find("0 changed, 0 new, 0 removed"), std::string::npos) << told.out;
 }
 
 TEST_F(ClientNames, AreNotSavedInADryRun) {

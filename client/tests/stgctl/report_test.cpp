@@ -247,7 +247,7 @@ TEST_F(ClientReport, StaysSmallHoweverLargeTheTree) {
 TEST_F(ClientReport, ShowsATreeWithNothingInIt) {
   const std::vector<Tag> tags = report();
   EXPECT_EQ(rows(tags, "limit").size(), json({"clean", "--what-if"}, 3).back().at("points").size());
-  EXPECT_NE(read_file(file()).find("Nothing was found"), std::string::npos);
+  EXPECT_NE(read_file(file()).find("The check found nothing"), std::string::npos);
 }
 
 TEST_F(ClientReport, KeepsToAScope) {
@@ -257,7 +257,7 @@ TEST_F(ClientReport, KeepsToAScope) {
   expect_sum(rows(tags, "owner")[0], json({"stats", "--owner", "bert"}).at(0));
   EXPECT_NE(read_file(file()).find("the owner bert"), std::string::npos);
   report({"--area", "list"});
-  EXPECT_NE(read_file(file()).find("keeps no versions"), std::string::npos);
+  EXPECT_NE(read_file(file()).find("has no versions"), std::string::npos);
 }
 
 TEST_F(ClientReport, ChangesNothingAndAsksBeforeItOverwrites) {
