@@ -239,17 +239,17 @@ namespace {
 
 constexpr std::string_view kEnds = "\r\n\t";
 
-/// The end of the line that begins at a position, without what ends it.
+/// The end of the line that begins at a position, without its line end.
 std::size_t end_of_line(std::string_view text, std::size_t begin) {
   return std::min(text.find_first_of(kEnds, begin), text.size());
 }
 
-/// Whether a line is one of the key: the first "=" separates.
+/// Whether the line has this key. The first "=" separates key and value.
 bool is_of_key(std::string_view line, std::string_view key) {
   return line.size() > key.size() && line.starts_with(key) && line[key.size()] == '=';
 }
 
-/// Removes the key's lines from a position on, each with the run of line ends behind it.
+/// Removes the key's lines from a position on, each with all line ends after it.
 bool remove_lines(std::string& text, std::size_t from, std::string_view key) {
   bool any = false;
   std::size_t begin = from;

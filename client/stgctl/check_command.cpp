@@ -21,20 +21,20 @@ namespace stgctl {
 
 namespace {
 
-/// Whether long lists are cut.
+/// Whether to cut long lists.
 enum class Lists : std::uint8_t { kCut, kWhole };
 
-/// What a check has found, told in order: the gravest first, then by folder. At the end stand the
-/// sums and what to do next.
+/// Collects the findings of a check and prints them in order: by severity, then by folder. The
+/// totals and the next commands come last.
 class CheckReport {
  public:
   CheckReport(Context& context, Lists lists) : m_context(context), m_lists(lists) {}
 
-  /// Takes a finding; as JSON it is told at once.
+  /// Takes a finding. As JSON it is printed at once.
   void add(admin::Finding finding);
   bool is_empty() const { return m_findings.empty(); }
-  /// Tells everything. @param summary also gets what only saved names tell. @param full whether it
-  /// was a full check.
+  /// Prints everything. @param summary also gets what only the saved names know. @param full
+  /// whether it was a full check.
   void finish(admin::CheckSummary& summary, bool full);
 
  private:
@@ -53,7 +53,7 @@ class CheckReport {
   Lists m_lists;
   std::vector<admin::Finding> m_findings;
   std::uint64_t m_replaced_owners = 0;
-  std::uint64_t m_lost = 0;  ///< documents of folders that are gone as a whole
+  std::uint64_t m_lost = 0;  ///< documents of folders that are missing as a whole
 };
 
 using admin::CheckSummary;
@@ -62,7 +62,7 @@ using admin::Finding;
 using admin::FindingKind;
 using admin::Severity;
 
-/// So many findings of one kind in one folder are listed, and so many lines of sums.
+/// Limits: listed findings of one kind in one folder, and lines of totals.
 constexpr std::size_t kListed = 10;
 
 bool is_about_names(Code code) {
@@ -115,13 +115,12 @@ Json fields_of(const Finding& finding) {
   return fields;
 }
 
-/// The style of a severity.
 Style style_of(Severity severity) {
   if (severity == Severity::kError) return Style::kRed;
   return severity == Severity::kWarning ? Style::kYellow : Style::kBlue;
 }
 
-/// A file where an owner's folder was is told from any other file by saved names alone.
+/// Only saved names distinguish a file in the place of an owner's folder from any other file.
 bool CheckReport::is_owner_replaced(const Finding& finding) {
   if (finding.code != Code::kStrayItem || !finding.area ||
       finding.folder != m_context.tree().folder_of(*finding.area) ||
@@ -145,7 +144,7 @@ std::string CheckReport::relative(const std::string& path) const {
   return shown(admin::saved_name_of(m_context.tree(), path));
 }
 
-/// Of a folder that is gone only saved names know how much was in it.
+/// Only saved names know the content of a missing folder.
 void CheckReport::look_up_lost_documents() {
   const bool any = std::any_of(m_findings.begin(), m_findings.end(),
                                [](const Finding& each) { return is_folder_gone(each.code); });
@@ -162,7 +161,7 @@ void CheckReport::look_up_lost_documents() {
   }
 }
 
-/// A version as every line prints it, and its folder; else the path.
+/// A version in its printed form, and its folder; otherwise the path.
 std::string CheckReport::where_of(const Finding& finding) const {
   if (!finding.timestamp || !finding.area) return shown(place_of(finding));
   const Subject version = {std::string(admin::name_of(*finding.area)), finding.owner, finding.name,
@@ -224,7 +223,7 @@ void CheckReport::show_sums() const {
   }
 }
 
-/// What to do about one folder, names before everything else.
+/// The next command for one folder. Names come before everything else.
 std::string CheckReport::next_step(const std::string& folder, const std::vector<Code>& codes) {
   const std::string name = relative(folder);
   if (has(codes, is_about_names)) {
@@ -234,7 +233,7 @@ std::string CheckReport::next_step(const std::string& folder, const std::vector<
     view.load(place, m_context.locking());
     SavedNames saved(m_context);
     if (const SavedNames::Known known = saved.best_for(view); known.restorable != 0) {
-      // Of an index with a text the lines that lead nowhere are counted already.
+      // If the index has a text, its dangling entries are counted already.
       if (view.index_state() != admin::IndexState::kRead) m_lost += known.restorable;
       return formatted(
           "{}: {} names lost, snapshot {} has them: stgctl index restore --at {} "
@@ -282,7 +281,7 @@ std::vector<std::string> CheckReport::next_steps() {
     const bool is_told = std::find(steps.begin(), steps.end(), step) != steps.end();
     if (!step.empty() && !is_told) steps.push_back(std::move(step));
   }
-  // What takes things away comes last.
+  // Steps that remove something come last.
   std::stable_partition(steps.begin(), steps.end(),
                         [](const std::string& step) { return !step.starts_with("stgctl repair"); });
   return steps;
@@ -381,7 +380,7 @@ Exit run_check(Context& context, const Options& options) {
     };
     summary = admin::check(tree, asked, [&](const Finding& finding) { report.add(finding); });
   }
-  // A name that is mistyped must not pass for sound.
+  // A mistyped name must not look like a tree without problems.
   if (asked.scope.owner && summary.folders == 0 && report.is_empty() && !summary.was_stopped)
     return Exit::kNothingMatched;
   report.finish(summary, asked.depth == admin::Depth::kFull);

@@ -43,18 +43,18 @@ std::uint64_t size_below(const std::string& path) {
   return bytes;
 }
 
-/// Why a version goes.
+/// Why a version is removed.
 enum class Reason { kAge, kSize };
 
 struct Candidate {
   FoundEntry entry;
   std::int64_t time = 0;
-  std::uint64_t bytes = 0;  ///< with its parts
+  std::uint64_t bytes = 0;  ///< with its sub-parts
   std::size_t parts = 0;
   Reason reason = Reason::kAge;
 };
 
-/// What goes, what stays.
+/// The versions to remove, and the rest.
 struct Plan {
   std::vector<Candidate> going;
   std::uint64_t going_bytes = 0;
@@ -74,7 +74,7 @@ class Planner {
 
   Plan run() {
     std::vector<Candidate> all = candidates();
-    // Oldest first; equal times in one order on every system.
+    // Oldest first. Equal times have the same order on every system.
     std::sort(all.begin(), all.end(), [](const Candidate& a, const Candidate& b) {
       return std::tie(a.time, a.entry.folder.path, a.entry.name, a.entry.timestamp) <
              std::tie(b.time, b.entry.folder.path, b.entry.name, b.entry.timestamp);
@@ -137,7 +137,7 @@ class Cleaning {
   Cleaning(Context& context, const Options& options, const Planner& planner, ChangeReport& report)
       : m_context(context), m_options(options), m_planner(planner), m_report(report) {}
 
-  /// @throws Failure kLockTimeout, kInterrupted; what was removed is told.
+  /// @throws Failure kLockTimeout, kInterrupted, after it reported what was removed.
   void run(const Plan& plan) {
     Progress progress(m_context.out(), m_context.options().progress, "cleaning", plan.going.size());
     std::span<const Candidate> rest = plan.going;
@@ -175,7 +175,7 @@ class Cleaning {
     if (end) throw Failure(*end);
   }
 
-  /// Whether nobody has used or changed a version since it was looked at.
+  /// Whether a version was not used or changed since it was examined.
   std::function<bool(admin::LockedFile&)> still(const Candidate& each) const {
     return [this, &each](admin::LockedFile&) {
       const sys::Info now = sys::describe(each.entry.path());

@@ -9,9 +9,8 @@
 #include "client/stgctl/exit_codes.h"
 
 /// @file
-/// How a command declares its part of the command line. What stands behind it is seen by
-/// command_line.cpp alone: compiled into every command it was most of the time that the client
-/// takes to build.
+/// How a command declares its part of the command line. Only command_line.cpp includes the parser
+/// itself: compiled into every command it took most of the client's build time.
 namespace CLI {
 class App;
 class Option;
@@ -19,31 +18,31 @@ class Option;
 
 namespace stgctl {
 
-/// Empty when a value is good, else what is wrong with it.
+/// Empty if a value is good, otherwise an error text.
 using Check = std::function<std::string(const std::string&)>;
 
-/// An option, a flag or a positional that was declared. Each call adds to it.
+/// A declared option, flag or positional. Each call changes it.
 class Argument {
  public:
   explicit Argument(CLI::Option& option) noexcept : m_option(&option) {}
 
-  /// What the help calls its value.
+  /// The name of the value in the help.
   Argument type_name(const char* name) const;
   Argument required() const;
   Argument check(const Check& what) const;
   Argument one_of(const std::vector<std::string>& values) const;
-  /// Refused together with the other one.
+  /// Not allowed together with the other one.
   Argument excludes(Argument other) const;
   Argument excludes(const char* other) const;
-  /// Refused without the other one.
+  /// Not allowed without the other one.
   Argument needs(Argument other) const;
 
  private:
   CLI::Option* m_option;
 };
 
-/// A command's part of the command line. The values are there when the command runs, so they must
-/// live as long; what was not given keeps the value that it has.
+/// A command's part of the command line. The values are set when the command runs, so they must
+/// live until then. A value that is not given does not change.
 class Arguments {
  public:
   explicit Arguments(CLI::App& app) noexcept : m_app(app) {}
@@ -61,11 +60,11 @@ class Arguments {
 
 class Context;
 
-/// Under which heading the help lists a command.
-/// A hidden one serves the project itself and is listed nowhere.
+/// The heading under which the help lists a command. A hidden command is for the project itself and
+/// is not listed.
 enum class Group { kLook, kExplain, kCheck, kChange, kOther, kHidden };
 
-/// Whether a command changes the tree: then the frame gives it --dry-run and --yes.
+/// Whether a command changes the tree. Commands that do get --dry-run and --yes.
 enum class Effect { kLooks, kChanges };
 
 /// Runs a command whose options have been read.
@@ -73,22 +72,21 @@ using Run = std::function<Exit(Context&)>;
 
 /// One command of the program.
 struct Command {
-  std::string name;  ///< "ls", or with its family before it: "keys show"
+  std::string name;  ///< "ls", or with its family: "keys show"
   Group group;
   Effect effect;
   std::string summary;  ///< one line, without a full stop
-  /// Adds the command's own options to its part of the command line, and says what to run when it
-  /// was named. The options' storage lives in the returned function (a shared pointer that both
-  /// lambdas hold).
+  /// Adds the command's options to its part of the command line. Returns the function to run. That
+  /// function owns the storage of the options: both lambdas hold a shared pointer to it.
   std::function<Run(Arguments&)> declare;
-  std::string details = {};  ///< paragraphs for the help and the manual, may be empty
+  std::string details = {};  ///< paragraphs for the help and the manual; can be empty
 };
 
 using Commands = std::vector<Command>;
 
 /// Every command, in the order of the help (commands.cpp).
 void add_all_commands(Commands& commands);
-/// One line about a command that only stands above others, such as "keys" (commands.cpp).
+/// One line about a command that only groups others, such as "keys" (commands.cpp).
 const char* family_summary(const std::string& name);
 
 }  // namespace stgctl

@@ -1,4 +1,4 @@
-// The one file that knows CLI11.
+// The only file that includes CLI11.
 
 #include "client/stgctl/command_line.h"
 
@@ -69,7 +69,7 @@ Argument Arguments::add_flag(const char* names, bool& value, const char* descrip
 
 namespace {
 
-/// The global options as they are typed; the texts are read when the whole line has been.
+/// The global options as typed. Their texts are converted after the whole line was parsed.
 struct Typed {
   std::string layout = "auto";
   std::string lock_timeout = "30";
@@ -185,7 +185,7 @@ void read_typed(const Typed& typed, GlobalOptions& options) {
   }
 }
 
-/// An owner may be named as lines print one, "AREA/OWNER": no owner's name holds a separator.
+/// Splits an owner of the form "AREA/OWNER". An owner's name contains no separator.
 void take_owner_apart(GlobalOptions& options) {
   const std::size_t slash = options.owner.find('/');
   if (slash == std::string::npos) return;
@@ -197,7 +197,7 @@ void take_owner_apart(GlobalOptions& options) {
   options.owner.erase(0, slash + 1);
 }
 
-/// "help put" is "put --help"; "explain NAME" explains reading it.
+/// "help put" means "put --help". "explain NAME" means "explain read NAME".
 void rewrite_shorthands(std::vector<std::string>& arguments) {
   if (arguments.empty()) return;
   if (arguments.front() == "help") {
@@ -211,7 +211,7 @@ void rewrite_shorthands(std::vector<std::string>& arguments) {
   }
 }
 
-/// How many letters have to be changed, added or removed to get from one word to the other.
+/// The number of letters to change, add or remove to turn one word into the other.
 std::size_t distance(const std::string& one, const std::string& other) {
   std::vector<std::size_t> row(other.size() + 1);
   for (std::size_t i = 0; i < row.size(); ++i) row[i] = i;
@@ -226,7 +226,7 @@ std::size_t distance(const std::string& one, const std::string& other) {
   return row.back();
 }
 
-/// "; did you mean 'put'?" where a word is near enough to one that is known.
+/// "; did you mean 'put'?" if a known word is similar.
 std::string did_you_mean(const std::string& word, const std::vector<std::string>& known) {
   const std::string* best = nullptr;
   std::size_t least = word.size() < 4 ? 2 : 3;
@@ -259,7 +259,7 @@ std::vector<std::string> options_of(const CLI::App& command, const CLI::App& app
   return names;
 }
 
-/// @return the exit code of a command line that is no request, or is wrong.
+/// @return the exit code of a command line that is not valid, or only asks for help.
 Exit tell_parse_result(const CLI::App& app, const CLI::ParseError& result, Output& out) {
   if (result.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
     std::ostringstream text;
@@ -267,7 +267,7 @@ Exit tell_parse_result(const CLI::App& app, const CLI::ParseError& result, Outpu
     out.write(text.str());
     return Exit::kDone;
   }
-  // The command that was named, as far as it was understood.
+  // The named command, as far as it was parsed.
   const CLI::App* command = &app;
   std::string name = "stgctl";
   while (!command->get_subcommands().empty()) {
@@ -287,7 +287,7 @@ Exit tell_parse_result(const CLI::App& app, const CLI::ParseError& result, Outpu
   const std::string hint = first.starts_with("--") ? did_you_mean(first.substr(0, first.find('=')),
                                                                   options_of(*command, app))
                                                    : "";
-  // The parser names them backwards.
+  // The parser returns them in reverse order.
   const std::string text = dynamic_cast<const CLI::ExtrasError*>(&result) != nullptr
                                ? "not expected: " + joined(remaining, " ")
                                : std::string(result.what());
@@ -295,7 +295,7 @@ Exit tell_parse_result(const CLI::App& app, const CLI::ParseError& result, Outpu
   return Exit::kUsage;
 }
 
-/// "WORD:{a,b}" taken apart.
+/// Splits "WORD:{a,b}".
 void read_type(const std::string& type, OptionUsage& usage) {
   const std::size_t open = type.find(":{");
   usage.value = type.substr(0, open);
@@ -392,7 +392,7 @@ void CommandLine::Parts::add(const Command& command) {
   leaves.push_back({&leaf, command.declare(arguments), command.effect});
 }
 
-/// The command that others stand below, such as "keys" above "keys show".
+/// A command that only groups others, such as "keys" above "keys show".
 CLI::App& CommandLine::Parts::family(const std::string& name, Group group) {
   auto [at, is_new] = families.try_emplace(name, nullptr);
   if (is_new) {
@@ -410,7 +410,7 @@ std::optional<Exit> CommandLine::parse(std::vector<std::string> arguments, Outpu
   GlobalOptions& options = m_parts->options;
   try {
     rewrite_shorthands(arguments);
-    // The parser takes them from the back.
+    // The parser takes them from the end.
     std::reverse(arguments.begin(), arguments.end());
     m_parts->app.parse(arguments);
     if (!options.root.empty() && !options.storage.empty()) {

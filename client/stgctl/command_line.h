@@ -9,7 +9,7 @@
 #include "client/stgctl/output.h"
 
 /// @file
-/// The command line as data, for whatever is generated from it: completion scripts and the manual.
+/// The command line as data, for the generated completion scripts and manual.
 namespace stgctl {
 
 struct OptionUsage {
@@ -24,7 +24,7 @@ struct OptionUsage {
 };
 
 struct CommandUsage {
-  std::vector<std::string> path;  ///< empty for the program itself, else {"keys", "show"}
+  std::vector<std::string> path;  ///< empty for the program itself, otherwise {"keys", "show"}
   std::string summary;
   std::string details;
   std::string group;
@@ -41,8 +41,8 @@ struct CommandUsage {
 
 class Output;
 
-/// The command line as a whole: the global options, all commands with theirs, and what each one
-/// runs.
+/// The whole command line: the global options, all commands with their options, and what each
+/// command runs.
 class CommandLine {
  public:
   CommandLine();
@@ -51,17 +51,17 @@ class CommandLine {
   CommandLine& operator=(const CommandLine&) = delete;
 
   /// Reads the arguments, without the program's name.
-  /// @return nothing when a command is to be run; else what there was to tell has been told, help
-  /// or what is wrong, and this is the exit code.
+  /// @return nothing if a command is to run. Otherwise help or an error was printed, and this is
+  /// the exit code.
   std::optional<Exit> parse(std::vector<std::string> arguments, Output& out);
 
   const GlobalOptions& options() const noexcept;
-  /// What the command that was named runs.
+  /// Runs the named command.
   const Run& run() const;
-  /// Whether that command changes something.
+  /// Whether the named command changes the tree.
   bool changes() const;
-  /// The program itself first, then every command and the families above them, in the order of the
-  /// help. What is hidden is left out.
+  /// The program itself, then every command and family, in the order of the help, without hidden
+  /// ones.
   std::vector<CommandUsage> usage() const;
 
  private:

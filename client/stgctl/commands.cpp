@@ -1,11 +1,11 @@
-// The program's commands. Each function is defined beside the commands that it adds.
+// The program's commands. Each function is defined in the file of the commands that it adds.
 #include <map>
 
 #include "client/stgctl/command.h"
 
 namespace stgctl {
 
-// Look.
+// Inspect.
 void add_status_command(Commands& commands);
 void add_locks_command(Commands& commands);
 void add_doctor_command(Commands& commands);

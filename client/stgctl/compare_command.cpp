@@ -45,7 +45,7 @@ constexpr std::array<Kind, 6> kKinds = {{{"not-in-tree", "error"},
                                          {"export-damaged", "error"},
                                          {"unreadable", "error"}}};
 
-/// Walks the tree and the manifest side by side: both have the same order.
+/// Walks the tree and the manifest in parallel: both have the same order.
 class Comparing final : public admin::InventorySink {
  public:
   Comparing(Context& context, const Options& options)
@@ -113,7 +113,7 @@ class Comparing final : public admin::InventorySink {
   }
 
  private:
-  /// To the next item of the manifest that is asked for.
+  /// Goes to the next selected item of the manifest.
   void step() {
     do {
       m_has_item = m_reader.next(m_item);
@@ -122,7 +122,7 @@ class Comparing final : public admin::InventorySink {
   }
 
   void missing() {
-    // What lies in a folder that could not be read is not known to be missing.
+    // Items of a folder that could not be read may exist: they are not reported as missing.
     const Holding& what = m_item.what;
     if (!m_unread.contains({what.area, what.owner, what.bucket})) tell(Code::kNotInTree, what, "");
   }
@@ -234,7 +234,7 @@ class Comparing final : public admin::InventorySink {
   std::set<std::tuple<admin::Area, std::string, std::string>> m_unread;
   ManifestItem m_item;
   bool m_has_item = false;
-  ManifestSums m_sums;  ///< of the manifest, as far as it is asked for
+  ManifestSums m_sums;  ///< selected items of the manifest
   std::uint64_t m_equal = 0;
   std::uint64_t m_left_out = 0;
   std::array<std::uint64_t, kKinds.size()> m_found{};

@@ -1,4 +1,4 @@
-// completion: the scripts of the shells. complete: what these ask for while somebody types.
+// completion: the scripts of the shells. complete: the command that these scripts call.
 
 #include <algorithm>
 #include <initializer_list>
@@ -22,7 +22,7 @@ namespace {
 
 std::string spaced(const std::vector<std::string>& words) { return joined(words, " "); }
 
-/// What can stand at a place: sub-commands, the command's options and the global ones.
+/// What can appear at a place: sub-commands, the command's options and the global ones.
 std::vector<std::string> words_at(const CommandUsage& command, const CommandUsage& program) {
   std::vector<std::string> words = command.subcommands;
   for (const OptionUsage& option : command.options) {
@@ -53,13 +53,13 @@ Kind kind_of(const OptionUsage& option) {
   return Kind::kAnything;
 }
 
-/// What "stgctl complete" is asked for; empty for what it does not know.
+/// The argument for "stgctl complete"; empty if it has no list for this.
 std::string asked_for(Kind kind) {
   if (kind == Kind::kOwners) return "owners";
   return kind == Kind::kNames ? "names" : "";
 }
 
-/// Of what stands at a command without an option's name before it.
+/// The arguments at a command that have no option name before them.
 Kind kind_of_positionals(const CommandUsage& command) {
   for (const OptionUsage& option : command.options) {
     if (!option.names.empty()) continue;
@@ -68,8 +68,8 @@ Kind kind_of_positionals(const CommandUsage& command) {
   return Kind::kAnything;
 }
 
-/// Calls back for every option that takes a value, with the name of the command where it does:
-/// global options do everywhere ("*").
+/// Calls back for every option that takes a value, with the name of its command. Global options
+/// belong to all commands ("*").
 template <class Callback>
 void for_each_value(const std::vector<CommandUsage>& usage, Callback&& callback) {
   for (const CommandUsage& command : usage) {
@@ -82,7 +82,7 @@ void for_each_value(const std::vector<CommandUsage>& usage, Callback&& callback)
   }
 }
 
-/// The commands whose positionals are of a kind, as a pattern of a shell: 'get'|'keys show'.
+/// The commands with positionals of a kind, as a shell pattern: 'get'|'keys show'.
 std::string pattern_of(const std::vector<CommandUsage>& usage, Kind kind) {
   std::string pattern;
   for (const CommandUsage& command : usage) {
@@ -101,7 +101,8 @@ std::string pattern_of_all(const std::vector<CommandUsage>& usage) {
   return pattern;
 }
 
-/// A file of the folder completion/ with its gaps filled: "%NAME%" by what belongs there.
+/// A file of the folder completion/ with its placeholders filled: "%NAME%" is replaced by its
+/// value.
 std::string filled(const char* file,
                    std::initializer_list<std::pair<std::string_view, std::string>> gaps) {
   std::string script(embedded_file(file));
@@ -113,19 +114,19 @@ std::string filled(const char* file,
   return script;
 }
 
-// In the scripts "place" is the command that is being typed, such as "keys set", and "tree" what
-// the command line says of the tree; the rest is up to the environment, as for any command.
+// In the scripts "place" is the current command, such as "keys set", and "tree" the options that
+// name the tree. STG_ROOT works as for any command.
 
 // ---- bash and zsh ------------------------------------------------------------------------------
 
-/// What the two call differently.
+/// The names of one thing in both shells.
 struct CaseShell {
   const char* file;
-  const char* place;     ///< what is done with the words of a place, which "%" stands for
-  const char* words;     ///< what replies one of the words that "%" stands for
-  const char* folders;   ///< what replies a folder
-  const char* files;     ///< what replies a file
-  const char* anything;  ///< what is done where nothing is known of a value
+  const char* place;     ///< sets the words of a place; they replace "%"
+  const char* words;     ///< completes one of the words; they replace "%"
+  const char* folders;   ///< completes a folder
+  const char* files;     ///< completes a file
+  const char* anything;  ///< the action for an unknown value
 };
 constexpr CaseShell kBash = {"stgctl.bash",
                              "words='%'",
@@ -247,13 +248,13 @@ std::string powershell_script(const std::vector<CommandUsage>& usage) {
   return filled("stgctl.ps1", {{"%PLACES%", places}, {"%VALUES%", values}, {"%ASKED%", asked}});
 }
 
-/// The shells for which completion_script() knows what to write.
+/// The shells that completion_script() supports.
 const std::vector<std::string>& completion_shells() {
   static const std::vector<std::string> kShells = {"bash", "zsh", "fish", "powershell"};
   return kShells;
 }
 
-/// A script that teaches a shell to complete the program's command line.
+/// A script for the completion of the program's command line.
 std::string completion_script(const std::string& shell, const std::vector<CommandUsage>& usage) {
   if (shell == "bash") return case_script(kBash, usage);
   if (shell == "zsh") return case_script(kZsh, usage);
@@ -300,17 +301,17 @@ struct Options {
   std::string begin;
 };
 
-/// Nobody reads more on a screen.
+/// More proposals are not useful on a screen.
 constexpr std::size_t kMost = 2000;
 
-/// Whoever types waits for no lock, and a half-written index costs some proposals at most.
+/// Completion never waits for a lock. A half-written index can cost some proposals.
 sys::Locking at_once() {
   sys::Locking locking;
   locking.mode = sys::Locking::Mode::kNone;
   return locking;
 }
 
-/// What cannot be typed is not proposed.
+/// Names that cannot be typed are not proposed.
 void propose(std::set<std::string>& all, const Options& options, std::string_view text) {
   if (text.starts_with(options.begin) && shown(text) == text) all.emplace(text);
 }
@@ -331,7 +332,7 @@ std::set<std::string> owners(Context& context, const Options& options) {
   return found;
 }
 
-/// Where versions that begin so can be: "docs/anna/sa" is about one owner's documents.
+/// Where versions with this beginning can be: "docs/anna/sa" means the documents of one owner.
 admin::Scope scope_of(Context& context, const std::string& begin) {
   admin::Scope scope = context.scope();
   const std::size_t slash = begin.find('/');
@@ -344,7 +345,7 @@ admin::Scope scope_of(Context& context, const std::string& begin) {
   return scope;
 }
 
-/// Versions as every line prints them, and names by themselves where some letters are there.
+/// Versions in their printed form; names alone if some letters are given.
 std::set<std::string> names(Context& context, const Options& options) {
   std::set<std::string> found;
   admin::EntryQuery query;

@@ -33,18 +33,19 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Writes what the library traces, one line each, to a file or to the standard error output, when
-/// that is asked for; and keeps the last warning or error, for the messages of the client itself.
+/// Writes the library's traces, one line each, to a file or to standard error, if --trace is given.
+/// It also keeps the last warning or error, for the client's own messages.
 class TraceLog : public vu_host::trace_sink {
  public:
-  /// @param most the widest circle of records; nothing is written without one. @param file empty
-  /// for the standard error output. @throws Failure when the file cannot be written.
+  /// @param most the highest level to write; empty writes nothing. @param file empty for standard
+  /// error.
+  /// @throws Failure if the file cannot be written.
   TraceLog(std::optional<vu_host::trace_level> most, const std::string& file);
   ~TraceLog() override;
   TraceLog(const TraceLog&) = delete;
   TraceLog& operator=(const TraceLog&) = delete;
 
-  /// The last warning or error since forget_trouble(), in one line; empty without one.
+  /// The last warning or error since forget_trouble(), in one line, or empty.
   std::string trouble() const;
   void forget_trouble();
 
@@ -150,14 +151,14 @@ void TraceLog::line(const vu_host::trace_site& site, const char* kind,
   try {
     std::fprintf(m_file, "%s:%d %s %s\n", site.source, site.line, kind, shown(text).c_str());
   } catch (const std::exception&) {
-    // No memory for the text: the record is lost, the operation goes on.
+    // Out of memory: the record is lost, the operation continues.
     std::fprintf(m_file, "%s:%d %s\n", site.source, site.line, kind);
   }
 }
 
 constexpr const char* kStorageFolder = "storage";
 
-/// Gives the library a storage folder that does not bear the usual name.
+/// Gives the library a storage folder with another name than "storage".
 class NamedStorage : public vu_host::temporary_files {
  public:
   explicit NamedStorage(const std::string& storage) : m_storage(storage) {}
@@ -176,7 +177,7 @@ std::string environment(const char* name) {
 
 }  // namespace
 
-/// The library's host, for as long as the library is used.
+/// The library's host, for the time in which the library is used.
 class LibraryHost {
  public:
   explicit LibraryHost(const GlobalOptions& options) : m_trace(options.trace, options.trace_file) {}
@@ -184,8 +185,7 @@ class LibraryHost {
   LibraryHost(const LibraryHost&) = delete;
   LibraryHost& operator=(const LibraryHost&) = delete;
 
-  /// @param storage the folder to use when the library initialises by itself; empty for its
-  /// default.
+  /// @param storage the folder for an initialisation by the library itself; empty for its default.
   void install(const std::string& storage) {
     if (!storage.empty()) m_named = std::make_unique<NamedStorage>(storage);
     vu_host::services services;
@@ -237,7 +237,7 @@ const admin::Tree& Context::tree() {
 }
 
 void Context::take_apart(std::string& name, std::string& timestamp) {
-  // Asking for the tree needs one, which a name by itself does not.
+  // A plain name needs no tree, so it does not load one.
   if (name.find('/') == std::string::npos) return;
   const std::optional<VersionName> version = parse_version_name(name, tree().layout);
   if (!version) return;
@@ -262,7 +262,7 @@ admin::Scope Context::scope() const {
 
 admin::sys::Locking Context::locking() {
   admin::sys::Locking locking;
-  // A hundred years stand for ever.
+  // A hundred years mean "without limit".
   locking.time_out = m_options.lock_timeout.value_or(std::chrono::hours(24 * 36500));
   locking.on_wait = [this](const std::string& path) { tell_waiting(*this, path); };
   locking.stop = &interrupt_flag();
@@ -293,7 +293,7 @@ void Context::initialise(admin::Layout layout, Adoption adoption) {
   }
   m_host = std::make_unique<LibraryHost>(m_options);
   m_host->install(usual ? "" : storage());
-  // The library must never use what is not named: adoption stays off also when it initialises by
+  // The library must use only the named tree. Adoption also stays off when the library initialises
   // itself.
   STGIndex::setSynchronizeMode(adoption == Adoption::kOn);
   if (usual) {
@@ -348,15 +348,15 @@ constexpr auto kPatience = 2s;
 constexpr std::chrono::milliseconds kShortest = 5ms;
 constexpr std::chrono::milliseconds kLongest = 100ms;
 
-/// Whether an exclusive lock on the file could be had right now. What cannot be opened, or is not
-/// there, is held by nobody: the operation itself will find out what is wrong.
+/// Whether an exclusive lock on the file is available now. A file that is missing or cannot be
+/// opened counts as free: the operation itself reports the problem.
 bool is_free(const std::string& folder, const std::string& name) {
   std::error_code error;
   if (!std::filesystem::is_regular_file(to_path(joined(folder, name)), error)) return true;
   for (const vu_file::type_access mode : {vu_file::o_write, vu_file::o_read}) {
     vu_file file(folder, name);
     bool refused = false;
-    // A read-only file opens for reading only; a shared lock tells of writers at least.
+    // A read-only file opens only for reading. A shared lock at least detects writers.
     if (file.try_open(mode, refused, true)) return !refused;
   }
   return true;

@@ -16,11 +16,10 @@ class Arguments;
 class CommandLine;
 class LibraryHost;
 
-/// What a command runs in: the options that all commands share, the output, the tree that was
-/// named, and the library, opened on that tree by the commands that change it.
+/// What a command runs in: the common options, the output, the named tree, and the library, which
+/// changing commands open on that tree.
 ///
-/// Paths are bytes, UTF-8 on Windows, with the system's separator; the library takes them as they
-/// are.
+/// Paths are bytes, UTF-8 on Windows, with the system's separator. The library gets them unchanged.
 class Context {
  public:
   Context(const CommandLine& line, Output& output);
@@ -32,46 +31,47 @@ class Context {
   Output& out() noexcept { return m_output; }
   const CommandLine& command_line() const noexcept { return m_line; }
 
-  /// The storage folder that the command line or STG_ROOT names, absolute; it need not exist.
-  /// @throws Failure kNoTree when nothing names one.
+  /// The storage folder that the command line or STG_ROOT names, absolute. It need not exist.
+  /// @throws Failure kNoTree if nothing names one.
   const std::string& storage();
-  /// The tree at storage(), with the layout as said or as its names suggest; nothing is changed.
-  /// @throws Failure kNoTree when there is none.
+  /// The tree at storage(), with the layout that was given or that its folder names suggest.
+  /// Changes nothing.
+  /// @throws Failure kNoTree if there is no tree.
   const admin::Tree& tree();
-  /// Takes a version as every line prints it (version_name.h) apart into what --area, --owner and
-  /// --timestamp say; any other text stays. For commands with one name; where there may be several
-  /// each is a NamedVersion of its own.
-  /// @throws Failure kUsage where it contradicts them.
+  /// Splits the printed form of a version (version_name.h) into --area, --owner and --timestamp.
+  /// Leaves any other text unchanged. For commands with one name; commands with several names use a
+  /// NamedVersion for each.
+  /// @throws Failure kUsage if the text contradicts the options.
   void take_apart(std::string& name, std::string& timestamp);
-  /// What --area and --owner name.
+  /// The scope of --area and --owner.
   admin::Scope scope() const;
-  /// How files of the tree are read: under a lock that is waited for as long as --lock-timeout
-  /// says. A wait of more than two seconds is told, with the holder.
+  /// How to read files of the tree: under a lock, with a wait of at most --lock-timeout. A wait of
+  /// more than two seconds is reported with the holder.
   admin::sys::Locking locking();
 
-  /// Whether files that the index does not name are adopted.
+  /// Whether the library adopts orphans.
   enum class Adoption { kOff, kOn };
-  /// Opens the library on the tree. Folders of areas that are missing are made by that, so it has
-  /// no place in a dry run. @throws as tree(), and Failure kRefused for a tree that the library
-  /// cannot be given.
+  /// Opens the library on the tree. This creates missing area folders, so a dry run must not call
+  /// it.
+  /// @throws as tree(), and Failure kRefused for a tree that the library cannot open.
   void open_library(Adoption adoption = Adoption::kOff);
-  /// As open_library(), on a storage folder that need not exist yet, below an existing root.
+  /// Like open_library(), for a storage folder below an existing root. The folder itself need not
+  /// exist.
   void create_tree();
 
-  /// What the library has complained of last since forget_trouble(), as " (text)"; empty for
-  /// nothing.
+  /// The library's last complaint since forget_trouble(), as " (text)", or empty.
   std::string trouble() const;
   void forget_trouble();
 
-  /// Whether Ctrl-C was pressed: finish the current entry and stop.
+  /// Whether Ctrl-C was pressed. If so, finish the current entry and stop.
   static bool interrupted() noexcept;
-  /// The same for those who ask again and again.
+  /// The same, for callers that poll.
   static const std::atomic<bool>& interrupt_flag() noexcept;
-  /// @throws Failure kInterrupted when it was.
+  /// @throws Failure kInterrupted after Ctrl-C.
   static void stop_if_interrupted();
 
-  /// Asks whether to go on; --yes answers. @param question "Remove 3 documents?"
-  /// @throws Failure kRefused when the answer is no, or when there is nobody to ask.
+  /// Asks for confirmation; --yes answers. @param question "Remove 3 documents?"
+  /// @throws Failure kRefused if the answer is no, or without a terminal.
   void confirm(std::string_view question);
 
  private:
@@ -88,24 +88,24 @@ class Context {
 
 // ---- locks that are waited for -----------------------------------------------------------------
 
-/// Waits until nobody holds the files that an operation of the library is going to lock: the
-/// library itself would wait without limit. A lock waited for longer than two seconds is told once,
-/// with its holder.
+/// Waits until no process holds the files that an operation of the library will lock. The library
+/// itself would wait without limit. A wait of more than two seconds is reported once, with the
+/// holder.
 ///
-/// What remains is the moment between this and the operation: somebody who takes the lock then
-/// makes the operation wait, also beyond the time limit.
+/// A short race remains: if another process takes the lock after this call, the operation waits for
+/// it, even beyond the time limit.
 ///
 /// @param folder the folder of an index, in the system's form. @param file another file in it that
-/// the operation locks, empty for none.
-/// @throws Failure kLockTimeout when the time is over, kInterrupted after Ctrl-C.
+/// the operation locks, or empty.
+/// @throws Failure kLockTimeout after the time limit, kInterrupted after Ctrl-C.
 void wait_until_free(Context& context, const std::string& folder, const std::string& file = {});
 
-/// What a lock that was not obtained in time is told as, with its holder.
+/// The error for a lock that was not obtained in time; names the holder.
 Failure lock_missed(Context& context, const std::string& path);
 
-/// Who holds a file locked, as far as the system tells: "process 4711 (client)".
+/// The holder of a file's lock, as far as the system reports it: "process 4711 (client)".
 std::string holder_of(Context& context, const std::string& path);
-/// Tells that a lock is being waited for.
+/// Reports a wait for a lock.
 void tell_waiting(Context& context, const std::string& path);
 
 }  // namespace stgctl

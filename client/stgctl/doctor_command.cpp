@@ -18,7 +18,7 @@ using admin::SharedCheck;
 
 constexpr const char* kSchema = "stgctl.doctor-shared/1";
 
-/// Nothing is tried in a tree. There may be none, or none that is named.
+/// Refuses a test in the tree. There may be no tree, or none named.
 void refuse_the_tree(Context& context, const std::string& folder) {
   std::string storage;
   try {
@@ -72,9 +72,9 @@ void tell_as_text(Context& context, const admin::SharedTrial& trial) {
   }
 }
 
-/// doctor --shared: tries on the real thing whether a file system that hosts share can hold a tree.
-/// @param peer the same folder through another mount, or empty. @throws Failure kRefused for a
-/// folder in the tree.
+/// doctor --shared: tests whether a file system that hosts share can contain a tree. @param peer
+/// the same folder through another mount, or empty.
+/// @throws Failure kRefused for a folder in the tree.
 Exit run_doctor_shared(Context& context, const std::string& folder, const std::string& peer) {
   const std::string where = sys::absolute(folder);
   refuse_the_tree(context, where);
@@ -98,7 +98,7 @@ struct Options {
   std::string peer;
 };
 
-/// What was found out, and what is said about it.
+/// The results of the tests, and their warnings.
 struct Diagnosis {
   sys::FileSystem system;
   admin::LockTrial trial;

@@ -5,21 +5,21 @@
 
 namespace stgctl {
 
-/// What the program's exit code says. The numbers are an interface: scripts test them.
+/// The program's exit codes. The numbers are an interface: scripts depend on them.
 enum class Exit : int {
   kDone = 0,            ///< done
-  kFailed = 1,          ///< something went wrong, nothing of the request was done
-  kUsage = 2,           ///< the command line is not understood
-  kNothingMatched = 3,  ///< the request is fine, but nothing in the tree matches it
+  kFailed = 1,          ///< failed; no part of the request was done
+  kUsage = 2,           ///< the command line is not valid
+  kNothingMatched = 3,  ///< the request is valid, but nothing in the tree matches it
   kProblemsFound = 4,   ///< a check found problems
-  kPartlyDone = 5,      ///< some of it was done, some of it failed
-  kNoTree = 10,         ///< there is no storage tree at that place
+  kPartlyDone = 5,      ///< some of the work is done, some failed
+  kNoTree = 10,         ///< there is no storage tree
   kLockTimeout = 11,    ///< a lock was not obtained in time
   kRefused = 12,        ///< the request is refused: unsafe, or not confirmed
   kInterrupted = 130    ///< ended by Ctrl-C
 };
 
-/// Ends a command: the text goes to the standard error output, the code to the caller.
+/// Ends a command. The text goes to standard error, the code to the caller.
 class Failure : public std::runtime_error {
  public:
   Failure(Exit code, const std::string& text) : std::runtime_error(text), m_code(code) {}

@@ -44,11 +44,11 @@ std::string outcome(What what, const Explanation& told) {
   return formatted("{} {}", shown(told.path), verb);
 }
 
-/// So many commands that would have worked are told.
+/// The most alternative commands to print.
 constexpr std::size_t kMostInstead = 3;
 
-/// What is served of the name, in whichever letter case, for another owner or at another timestamp:
-/// the commands that get it.
+/// The commands that get a served version of the name: in other letter case, of another owner or at
+/// another timestamp.
 std::vector<std::string> served_instead(Context& context, const admin::Request& request,
                                         const admin::sys::Locking& locking) {
   std::string wanted;

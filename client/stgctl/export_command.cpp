@@ -25,7 +25,7 @@ namespace sys = admin::sys;
 
 namespace {
 
-/// Paths of portable names for paths that come folder by folder.
+/// Converts paths to portable names. The paths come folder by folder.
 class PortablePaths {
  public:
   void clear();
@@ -39,16 +39,16 @@ class PortablePaths {
     admin::PortableNames names;
   };
   admin::PortableNames m_names;
-  std::vector<Folder> m_folders;  ///< those that the last path led through, from the top
+  std::vector<Folder> m_folders;  ///< the folders of the last path, from the top
 };
 
-/// Where each item of an inventory lies in an export, with "/" between the names:
+/// The place of each item of an inventory in an export, with "/" between the names:
 ///
 ///     docs/OWNER/TIMESTAMP/NAME                    a version
-///     docs/OWNER/TIMESTAMP.parts/NAME/_STAMP/...   its parts
+///     docs/OWNER/TIMESTAMP.parts/NAME/_STAMP/...   its sub-parts
 ///     list/OWNER/...                               files that are addressed by path
 ///
-/// All names are portable, and unlike in each folder.
+/// All names are portable, and different in each folder.
 class ExportNames {
  public:
   /// For the next item of the inventory.
@@ -122,10 +122,10 @@ std::string ExportNames::take(const admin::Holding& holding) {
 
 using admin::Holding;
 
-/// The folder that an export is written to.
+/// The target folder of an export.
 enum class Place {
-  kFresh,       ///< empty, or not there yet
-  kUnfinished,  ///< an export that was not finished lies in it
+  kFresh,       ///< empty or missing
+  kUnfinished,  ///< contains an unfinished export
 };
 
 Place place_of(Context& context, const std::string& folder) {
@@ -149,7 +149,7 @@ Place place_of(Context& context, const std::string& folder) {
   throw Failure(Exit::kRefused, shown(folder) + " is not empty; name an empty or a new folder");
 }
 
-/// @throws Failure kNothingMatched for an owner who has no folder.
+/// @throws Failure kNothingMatched for an owner without a folder.
 void check_owner_is_there(Context& context) {
   const admin::Scope scope = context.scope();
   if (!scope.owner || context.tree().layout == admin::Layout::kFlat) return;
@@ -162,7 +162,7 @@ void check_owner_is_there(Context& context) {
                 "no owner has the name " + shown(*scope.owner) + "; nothing was exported");
 }
 
-/// Takes away what an export that was not finished has left.
+/// Removes an unfinished export.
 void begin_anew(const std::string& folder) {
   std::error_code error;
   for (const admin::Area area : admin::kAreas) {
@@ -178,7 +178,7 @@ void begin_anew(const std::string& folder) {
           shown(folder), error.message()));
 }
 
-/// Copies what the inventory hands on, item by item.
+/// Copies the items of the inventory.
 class Exporting final : public admin::InventorySink {
  public:
   /// @param manifest null in a dry run.
@@ -223,12 +223,12 @@ class Exporting final : public admin::InventorySink {
   }
 
   const ManifestSums& sums() const { return m_sums; }
-  /// A file could not be written, and nothing behind it was tried.
+  /// A file could not be written. The items after it were not tried.
   bool disk_refuses() const { return m_disk_refuses; }
   bool lock_missed() const { return m_lock_missed; }
 
  private:
-  /// A document may be changed between being read and being asked for its time.
+  /// A document can change between the read of its bytes and the read of its time.
   void copy(ManifestItem& item) {
     constexpr int kTries = 3;
     const std::string& source = item.what.location;

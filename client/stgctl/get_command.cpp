@@ -23,7 +23,7 @@ struct Options {
   std::string output;
 };
 
-/// The version to get: the one that was named, or the latest.
+/// The named version, or the latest.
 FoundEntry choose(const std::vector<FoundEntry>& versions, const Options& options) {
   if (options.timestamp.empty() && !versions.empty()) return versions.back();
   const std::int32_t wanted = parse_stamp(options.timestamp).value_or(0);
@@ -36,8 +36,7 @@ FoundEntry choose(const std::vector<FoundEntry>& versions, const Options& option
                     : formatted("there is no version {} of {}", wanted, shown(options.name)));
 }
 
-/// Hands the document's bytes to the standard output; the file stays locked against writers
-/// meanwhile.
+/// Copies the document's bytes to standard output. The file stays locked against writers.
 void write_out(Context& context, const FoundEntry& entry) {
   const os::Status read =
       sys::read_pieces(entry.path(), context.locking(), [&](std::string_view piece) {
@@ -53,7 +52,7 @@ void write_out(Context& context, const FoundEntry& entry) {
   throw Failure(Exit::kFailed, shown(entry.path()) + ": " + sys::text_of(read));
 }
 
-/// Where the copy goes; a folder is completed by the name.
+/// The path of the copy; the name is appended to a folder.
 std::string destination_of(Context& context, const Options& options) {
   std::string destination = options.output.empty() ? options.name : options.output;
   std::error_code error;
@@ -72,10 +71,9 @@ std::string destination_of(Context& context, const Options& options) {
   return destination;
 }
 
-/// Copies under a shared lock, so that no half-written document is got.
+/// Copies under a shared lock, so that the copy is never half-written.
 void copy_out(Context& context, const FoundEntry& entry, const std::string& destination) {
-  // Read once into nothing: waits for the lock as long as is allowed, and finds out what cannot be
-  // read.
+  // A first read without output: waits for the lock within the limit, and finds read errors.
   vu_file source(entry.folder.path, entry.file);
   const os::Status read =
       sys::read_pieces(entry.path(), context.locking(), [](std::string_view) { return false; });
@@ -87,8 +85,7 @@ void copy_out(Context& context, const FoundEntry& entry, const std::string& dest
   if (!source.try_open(vu_file::o_read, refused, true) || refused) {
     throw Failure(Exit::kFailed, shown(entry.path()) + " cannot be opened and locked for reading");
   }
-  // Beside the destination first: whatever happens, a file that was there stays until the copy is
-  // complete.
+  // First into another name in the same folder: an existing file stays until the copy is complete.
   const std::string part = destination + ".stgctl-part";
   std::error_code error;
   const bool copied = vu_file::copyFile(entry.path(), part, true);

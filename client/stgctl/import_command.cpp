@@ -17,11 +17,11 @@ struct Options {
   bool replace = false;
 };
 
-/// What is to be imported, after the whole manifest has been found sound.
+/// The totals to import, known after the whole manifest was checked.
 struct Plan {
   admin::Scope scope;
   ManifestSums sums;
-  std::uint64_t missing = 0;  ///< what the export could not read
+  std::uint64_t missing = 0;  ///< files that the export could not read
 };
 
 Plan plan_of(Context& context, const std::string& folder) {
@@ -68,7 +68,7 @@ class Importing {
   }
 
  private:
-  /// @return whether there may be more.
+  /// @return whether there can be more.
   static bool read_batch(ManifestReader& reader, const admin::Scope& scope,
                          std::vector<ManifestItem>& batch) {
     std::uint64_t bytes = 0;

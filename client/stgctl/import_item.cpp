@@ -22,7 +22,7 @@ namespace {
 constexpr char kBegun = '+';
 constexpr char kEnded = '-';
 
-/// The version as one word: its names may hold any byte.
+/// The version as one word, because its names can contain any byte.
 std::string word_for(const admin::Holding& version) {
   return formatted("{}/{}/{}/{}", admin::name_of(version.area), admin::to_hex(version.owner),
                    admin::to_hex(version.name), version.timestamp);
@@ -41,7 +41,7 @@ ImportJournal::ImportJournal(Context& context, Use use) : m_path(context.storage
   }
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
-    // What a line that broke off is about was never begun.
+    // A line without an end belongs to an import that never began.
     if (lines.eof()) break;
     if (line.empty()) continue;
     if (line[0] == kBegun) m_pending.insert(line.substr(1));
@@ -77,14 +77,14 @@ bool ImportJournal::is_pending(const admin::Holding& version) const {
 
 void ImportJournal::begin(const admin::Holding& version) {
   const std::string word = word_for(version);
-  // A line feed first: a line that broke off must not run into this one.
+  // A line feed first, so that an unfinished line does not join this one.
   append('\n' + (kBegun + word) + '\n');
   m_pending.insert(word);
 }
 
 void ImportJournal::end(const admin::Holding& version) {
   const std::string word = word_for(version);
-  // Without this line the version would only be looked at once more.
+  // If this line is missing, the next import only checks the version again.
   m_pending.erase(word);
   m_file.write(kEnded + word + '\n');
 }
@@ -107,7 +107,7 @@ namespace {
 
 [[noreturn]] void fail(const std::string& text) { throw Failure(Exit::kFailed, text); }
 
-/// Names that only this system refuses.
+/// Names that only this system does not allow.
 void check_name_here(const std::string& what, const std::string& name) {
   if (sys::kSeparator != '\\') return;
   if (const char* const why = admin::why_not_portable(name))
@@ -122,7 +122,7 @@ void check_path_here(const std::string& path) {
   }
 }
 
-/// The file of the export, found to be the one that the manifest describes.
+/// The export's file, checked against the manifest.
 void check_source(const ManifestItem& item, const std::string& source) {
   if (sys::describe(source).kind != sys::Kind::kFile)
     fail(shown(source) + " is missing from the export");
@@ -138,7 +138,7 @@ std::string system_form(std::string path) {
   return path;
 }
 
-/// Where a version would lie that a dry run has not stored.
+/// The path of a version that a dry run has not stored.
 constexpr const char* kPlanned = "";
 
 constexpr const char* kOtherContent = "it exists with different content; use --replace";
@@ -223,7 +223,7 @@ void Importer::check_owner(const admin::Holding& what) {
   if (what.owner.empty() || m_owners.contains({what.area, what.owner})) return;
   check_name("the owner", what.owner);
   check_name_here("the owner", what.owner);
-  // A system that is blind to letter case would mix two owners.
+  // A system that ignores letter case would mix two owners.
   const std::string area = m_context.tree().folder_of(what.area);
   const bool is_there = sys::describe(sys::join(area, what.owner)).kind != sys::Kind::kMissing;
   if (is_there) {
@@ -242,7 +242,7 @@ void Importer::check_owner(const admin::Holding& what) {
 void Importer::judge_version(Work& work, StoreBatch& batch) {
   const admin::Holding& what = work.item->what;
   check_name("the name", what.name);
-  // The file gets a name of its own, but keeps the extension.
+  // The file gets its own name, but keeps the extension.
   const std::size_t dot = std::min(what.name.rfind('.'), what.name.size());
   check_name_here("the extension of", "x" + what.name.substr(dot));
   const admin::DocumentFolder folder =
@@ -261,7 +261,7 @@ void Importer::judge_version(Work& work, StoreBatch& batch) {
   work.version = found ? &batch.add_replacing(target, item, *found) : &batch.add(target, item);
 }
 
-/// What is there with the same bytes stays; it has its place then.
+/// A version with the same bytes stays, in its place.
 void Importer::judge_existing(Work& work, const FoundEntry& found) {
   const admin::Holding& what = work.item->what;
   const Content content = read_content(found.path(), m_context.locking());
@@ -270,7 +270,7 @@ void Importer::judge_existing(Work& work, const FoundEntry& found) {
     const bool is_exact = found.info.modify_time == what.info.modify_time;
     if (!m_is_dry) {
       if (!is_exact) set_modify_time(found.path(), what.info.modify_time);
-      // An import that was killed had completed it without saying so.
+      // A killed import had completed it, but not recorded that.
       if (is_ours) m_journal.end(what);
     }
     work.result = is_exact ? Imported::kThere : Imported::kTimeSet;
@@ -289,7 +289,7 @@ void Importer::finish_version(Work& work) {
   std::string file = work.version->file;
   if (work.version->fate == admin::NewVersion::Fate::kInPlace) {
     file = work.version->replaces;
-    // Killed on the way it is cut, and the next import knows it by this.
+    // A kill during the overwrite leaves a truncated file. The journal tells the next import.
     m_journal.begin(what);
     overwrite_file(m_context, target_of(m_context, folder),
                    {work.source, what.name, what.info.size, what.timestamp});

@@ -16,25 +16,25 @@
 
 namespace stgctl {
 
-/// Which versions an import has begun to write and not completed: a file beside the storage folder,
-/// called like it and ".import". A process that is killed leaves it there, and the next import of
-/// whichever export then knows a cut document from one that somebody else stored. It is held locked
-/// meanwhile, so that two imports into one tree do not meet.
+/// A journal of the versions that an import has begun and not completed. It is a file beside the
+/// storage folder, with the same name and ".import". A killed process leaves it. The next import,
+/// of any export, then distinguishes a truncated document from one that another process stored. The
+/// file stays locked during the import, which excludes a second import into the same tree.
 class ImportJournal {
  public:
   enum class Use { kLook, kWork };
 
-  /// Reads what an import before has left, and opens the journal for work; looking changes nothing.
-  /// @throws Failure kLockTimeout when another import is at work, kFailed when it cannot be
+  /// Reads what an earlier import left, and opens the journal. Reading changes nothing.
+  /// @throws Failure kLockTimeout while another import runs, kFailed if the journal cannot be
   /// written.
   ImportJournal(Context& context, Use use);
 
   /// Whether a version was begun and not completed.
   bool is_pending(const admin::Holding& version) const;
   void begin(const admin::Holding& version);
-  /// The version is complete, or gone again.
+  /// The version is complete, or was removed again.
   void end(const admin::Holding& version);
-  /// Ends the work: takes the journal away, unless something in it is still pending.
+  /// Ends the import: removes the journal, unless it contains pending versions.
   void close();
 
  private:
@@ -46,43 +46,43 @@ class ImportJournal {
   std::set<std::string> m_pending;
 };
 
-/// What became of an item of an export, or would in a dry run.
+/// The result for an item of an export; in a dry run the expected result.
 enum class Imported {
-  kNew,        ///< it was not there
-  kReplaced,   ///< it was there with other bytes
-  kCompleted,  ///< an import that was killed had begun it
-  kTimeSet,    ///< it was there with another time
-  kThere,      ///< it was there
+  kNew,        ///< it did not exist
+  kReplaced,   ///< it existed with other bytes
+  kCompleted,  ///< a killed import had begun it
+  kTimeSet,    ///< it existed with another time
+  kThere,      ///< it existed already
 };
 /// "imported", "replaced", ...
 const char* name_of(Imported what);
 
 enum class Existing { kKeep, kReplace };
 
-/// Brings items of an export into a tree, in the order of the manifest. New versions come in
-/// batches, as with put; their parts, and what is addressed by path, are put in place complete and
-/// with their time.
+/// Imports items of an export into a tree, in the order of the manifest. New versions are stored in
+/// batches, as by put. Sub-parts, and files that are addressed by path, get their names when they
+/// are complete and have their time.
 class Importer {
  public:
-  /// What became of an item: null for @p failure when it is there.
+  /// The result for an item. If @p failure is null, the item exists.
   using Told =
       std::function<void(const ManifestItem& item, Imported result, const Failure* failure)>;
 
   /// A dry run changes nothing.
   Importer(Context& context, std::string folder, Existing existing, ImportJournal& journal);
 
-  /// Imports some items as one batch, and tells of each. @throws Failure kLockTimeout, kInterrupted
-  /// when what was done is told.
+  /// Imports the next items as one batch, and reports each.
+  /// @throws Failure kLockTimeout, kInterrupted, after it reported what was done.
   void run(std::span<const ManifestItem> items, const Told& told);
 
  private:
-  /// An item on its way.
+  /// An item during the import.
   struct Work {
     const ManifestItem* item = nullptr;
     std::string source;
     Imported result = Imported::kNew;
     std::optional<Failure> failure;
-    std::optional<std::string> place;            ///< of a version: where it lies, once it does
+    std::optional<std::string> place;            ///< of a version: its path, once it exists
     const admin::NewVersion* version = nullptr;  ///< of a version that is stored
   };
 
@@ -101,9 +101,9 @@ class Importer {
   Existing m_existing;
   ImportJournal& m_journal;
   bool m_is_dry;
-  KnownEntries m_entries;                                  ///< for a batch
-  std::set<std::pair<admin::Area, std::string>> m_owners;  ///< that were found to be good
-  /// The last version of the manifest, and where it lies; nothing when it was not imported.
+  KnownEntries m_entries;                                  ///< for one batch
+  std::set<std::pair<admin::Area, std::string>> m_owners;  ///< checked and allowed
+  /// The last version of the manifest and its path; empty if it was not imported.
   std::optional<std::string> m_document;
 };
 

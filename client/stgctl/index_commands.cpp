@@ -1,4 +1,4 @@
-// index dump and index lint: the lines of index.dat as they stand.
+// index dump and index lint: the unchanged lines of index.dat.
 
 #include <memory>
 
@@ -28,7 +28,7 @@ std::string_view name_of(IndexState state) {
   return kNames[static_cast<std::size_t>(state)];
 }
 
-/// What is odd about a line, or nothing.
+/// What is wrong with a line, or empty.
 std::string remark_on(const LintedLine& line) {
   if (line.has_zeros) return "damaged: it contains zeros, which may have replaced other lines";
   switch (line.verdict) {

@@ -28,11 +28,10 @@ struct Options {
   std::string after = "now";
 };
 
-/// The names of a tree at one moment: of a snapshot, or read just now.
+/// The names of a tree at one moment: from a snapshot, or just read.
 struct Side {
   SavedIndexes indexes;
-  std::map<std::uint64_t, std::string>
-      texts;  ///< of indexes read just now that the other side does not have
+  std::map<std::uint64_t, std::string> texts;  ///< of just read indexes that the other side lacks
   admin::Layout layout = admin::Layout::kOwner;
   Json fields;
   bool lock_missed = false;
@@ -74,7 +73,7 @@ Side read_saved(NameStore& store, const std::string& name) {
   return side;
 }
 
-/// Tells the differences one by one, and in sum.
+/// Prints the differences, then the totals.
 class DiffReport {
  public:
   explicit DiffReport(Context& context) : m_context(context) {}

@@ -28,13 +28,13 @@ struct Options {
   bool missing = false;
 };
 
-/// A folder with names to bring back.
+/// A folder with names to restore.
 struct Job {
   admin::DocumentFolder folder;
   std::string saved;
 };
 
-/// The restoring of one tree: planned first, then done folder by folder.
+/// Restores the names of one tree: plans first, then works folder by folder.
 class Restoring {
  public:
   Restoring(Context& context, const Options& options)
@@ -45,7 +45,7 @@ class Restoring {
   Exit run() {
     plan();
     if (m_restorable == 0 && m_dropped == 0) {
-      // What is left are saves to be completed; that changes no name.
+      // The rest are interrupted saves to complete, which changes no name.
       for (const Job& job : m_jobs) restore(job);
       if (!m_any_told) {
         throw Failure(Exit::kNothingMatched,
@@ -72,7 +72,7 @@ class Restoring {
   }
 
  private:
-  /// Reads what is saved and what is there; tells what stays, and in a dry run everything.
+  /// Reads the saved and the current names. Reports names that stay; in a dry run all names.
   void plan() {
     const std::string file = names_file(m_context, m_options.names);
     const admin::Tree& tree = m_context.tree();
@@ -117,7 +117,7 @@ class Restoring {
     }
     const RestorePlan plan = admin::plan_restore(m_view, saved);
     const bool dry = m_context.options().dry_run;
-    // An interrupted save is completed, whether or not names come back.
+    // An interrupted save is completed even if no name is restored.
     const bool is_job = plan.changes() || m_view.has_interrupted_save();
     if (dry || !is_job) tell(folder, plan);
     if (!is_job) return;
@@ -141,7 +141,7 @@ class Restoring {
     tell(job.folder, plan);
   }
 
-  /// The other folders go on; this one can be asked for by itself.
+  /// The other folders continue. The user can repeat this one with --folder.
   void tell_failed(const admin::DocumentFolder& folder, const std::string& why) {
     m_any_told = true;
     const std::string name = admin::saved_name_of(m_context.tree(), folder.path);

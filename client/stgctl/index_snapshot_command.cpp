@@ -17,7 +17,7 @@ using admin::SavedIndex;
 using admin::SavedIndexes;
 using admin::Snapshot;
 
-/// What the last snapshot holds; nothing when there is none, or when it is damaged.
+/// The indexes of the last snapshot; empty if there is none, or if it is damaged.
 SavedIndexes indexes_before(Context& context, NameStore& store, const std::string& storage) {
   const std::uint64_t last = store.last_number();
   if (last == 0) return {};
@@ -46,12 +46,12 @@ admin::TakenIndexes take(Context& context, const SavedIndexes& before,
   asked.on_folder = [&](const admin::DocumentFolder& folder) { progress.advance(1, folder.path); };
   admin::TakenIndexes taken =
       admin::take_indexes(context.tree(), before, asked, keep, warn_of_failures(context));
-  // Half a tree would look as if the rest had been removed.
+  // An incomplete view would look as if the rest had been removed.
   Context::stop_if_interrupted();
   return taken;
 }
 
-/// What would be told about the snapshot.
+/// Prints the result of the snapshot.
 Snapshot preview(const SavedIndexes& before, const SavedIndexes& now, Snapshot head,
                  std::uint64_t last) {
   head.number = last + 1;

@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// The folders of the tree that are missing, the storage folder first.
+/// The missing folders of the tree, the storage folder first.
 std::vector<std::string> missing_folders(const std::string& storage) {
   std::vector<std::string> missing;
   const auto note = [&](const std::string& path) {

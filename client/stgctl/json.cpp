@@ -1,4 +1,4 @@
-// The one file that knows nlohmann-json.
+// The only file that includes nlohmann-json.
 #include "client/stgctl/json.h"
 
 #include <algorithm>
@@ -11,13 +11,12 @@ namespace {
 
 using Library = nlohmann::ordered_json;
 
-/// Deeper than anything that is written here; beyond it a text is refused before it can exhaust the
-/// stack.
+/// More than the program ever writes. A deeper text is refused before it can exhaust the stack.
 constexpr std::size_t kDeepest = 100;
 
 }  // namespace
 
-/// Between our values and the library's.
+/// Converts between our values and the library's.
 struct JsonText {
   static Library to_library(const Json& json) {
     switch (json.m_kind) {
@@ -49,7 +48,7 @@ struct JsonText {
     return object;
   }
 
-  /// What the library does with the value; what it throws becomes ours, its words with it.
+  /// Runs work of the library on the value; turns its exceptions into JsonError with the same text.
   template <class Use>
   static auto by_library(const Json& json, Use use) {
     try {
@@ -65,7 +64,7 @@ struct JsonText {
 
 namespace {
 
-/// Takes what the library reads, piece by piece.
+/// Receives what the library parses, piece by piece.
 class Builder {
  public:
   bool null() { return put(nullptr); }

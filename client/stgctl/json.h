@@ -11,16 +11,16 @@
 
 namespace stgctl {
 
-/// Text that is no JSON, or a value that is not what was asked for.
+/// The text is not JSON, or a value has another type than the requested one.
 class JsonError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// A JSON value; the fields of an object stay in the order in which they are put in.
+/// A JSON value. The fields of an object keep the order of insertion.
 ///
-/// The library that reads and writes the text is seen by json.cpp alone: compiled into every
-/// command it was a good part of the time that the client takes to build.
+/// Only json.cpp includes the library that reads and writes the text: compiled into every command
+/// it took a good part of the client's build time.
 class Json {
  public:
   struct Field;
@@ -60,14 +60,14 @@ class Json {
 
   // ---- objects ----
 
-  /// The field of that name, made when it is missing; what was null becomes an object.
+  /// The field of that name; created if it is missing. Null becomes an object.
   Json& operator[](const std::string& name);
-  /// The field of that name, or nothing.
+  /// The field of that name, or null.
   const Json* find(const std::string& name) const noexcept;
   bool contains(const std::string& name) const noexcept { return find(name) != nullptr; }
-  /// @throws JsonError when there is no such field.
+  /// @throws JsonError if there is no such field.
   const Json& at(const std::string& name) const;
-  /// As at(name).get<T>(), or @p otherwise when there is no such field.
+  /// Like at(name).get<T>(), or @p otherwise if there is no such field.
   template <class T>
   T value(const std::string& name, const T& otherwise) const {
     const Json* const found = find_in_object(name);
@@ -76,31 +76,31 @@ class Json {
   std::string value(const std::string& name, const char* otherwise) const {
     return value<std::string>(name, otherwise);
   }
-  /// Takes over the fields of another object, in place of its own of the same names.
+  /// Copies the fields of another object over its own.
   void update(const Json& other);
 
   // ---- arrays ----
 
   Json& push_back(Json value);
   Json& operator[](std::size_t index) { return m_items.at(index); }
-  /// @throws JsonError for anything but an array.
+  /// @throws JsonError if it is not an array.
   const std::vector<Json>& items() const;
 
   // ---- values ----
 
-  /// @throws JsonError when it is of another kind.
+  /// @throws JsonError if it is of another kind.
   template <class T>
   T get() const;
 
   // ---- text ----
 
-  /// @throws JsonError for text that is no JSON.
+  /// @throws JsonError if the text is not JSON.
   static Json parse(std::string_view text);
-  /// Null for text that is no JSON.
+  /// Null if the text is not JSON.
   static Json parse_or_null(std::string_view text);
   enum class Bytes { kMustBeUtf8, kReplaced };
-  /// On one line, or with @p indent blanks per level on many.
-  /// @throws JsonError for bytes that are no UTF-8, unless they are to be replaced by U+FFFD.
+  /// On one line, or with @p indent blanks per level on several lines.
+  /// @throws JsonError for bytes that are not UTF-8, unless they are to be replaced by U+FFFD.
   std::string dump(int indent = -1, Bytes bytes = Bytes::kReplaced) const;
 
  private:
@@ -125,7 +125,7 @@ class Json {
     double m_real;
   };
   std::string m_text;
-  /// The elements, or the values of the fields that m_names names.
+  /// The elements, or the values of the fields in m_names.
   std::vector<Json> m_items;
   std::vector<std::string> m_names;
 };

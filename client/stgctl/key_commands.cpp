@@ -31,7 +31,7 @@ struct EditOptions {
 
 enum class Change { kSet, kUnset };
 
-/// One key to change; the value is empty for kUnset.
+/// One change of a key. The value is empty for kUnset.
 struct Edit {
   std::string key;
   std::string value;
@@ -50,7 +50,7 @@ Edit parse_edit(const std::string& text, Change change) {
     edit.value = text.substr(separator + 1);
   }
   if (edit.key.empty()) throw Failure(Exit::kUsage, "an empty key cannot be changed");
-  // A key file ends its lines with any of these and has no way to write them otherwise.
+  // Each of these ends a line in a key file, and there is no way to escape them.
   if (text.find_first_of("\r\n\t") != std::string::npos) {
     throw Failure(Exit::kRefused,
                   formatted("'{}' is not allowed: it contains a tab or a line end", shown(text)));
@@ -58,7 +58,7 @@ Edit parse_edit(const std::string& text, Change change) {
   return edit;
 }
 
-/// Changes the text. @return what became of each edit.
+/// Changes the text. @return the result of each edit.
 std::vector<KeyEdit> apply(const std::vector<Edit>& edits, Change change, std::string& text) {
   std::vector<KeyEdit> results;
   for (const Edit& edit : edits) {
@@ -87,7 +87,7 @@ void tell(const std::vector<Edit>& edits, const std::vector<KeyEdit>& results, C
   }
 }
 
-/// Reads, changes and writes under one exclusive lock, so that no line of somebody else's is lost.
+/// Reads, changes and writes under one exclusive lock, so that no line of another process is lost.
 std::vector<KeyEdit> rewrite(const FoundEntry& file, const std::vector<Edit>& edits,
                              Change change) {
   vu_file handle(file.folder.path, file.file);
@@ -99,7 +99,7 @@ std::vector<KeyEdit> rewrite(const FoundEntry& file, const std::vector<Edit>& ed
   if (changed != text) {
     handle.clear();
     if (handle.write(changed) != static_cast<int>(changed.size())) {
-      // What was there goes back, as far as the disk takes it.
+      // Restores the old text, as far as the disk allows.
       handle.clear();
       handle.write(text);
       throw Failure(Exit::kFailed, shown(file.path()) + " cannot be written; check the free space");
@@ -123,7 +123,7 @@ FoundEntry find_or_make(Context& context, const Target& target, const std::strin
   }
   const admin::DocumentFolder place =
       admin::folder_for(context.tree(), target.area, target.owner, name);
-  // The library would give every new name the same file where its counter cannot be used.
+  // If the counter is not usable, the library would give every new name the same file.
   if (const std::string why = admin::why_not_storable(place.path); !why.empty())
     throw Failure(Exit::kFailed, formatted("{} cannot be created: {}", shown(name), why));
   if (context.options().dry_run) return {};
@@ -170,7 +170,7 @@ Exit run_edit(Context& context, const EditOptions& options, Change change, const
   return report.finish();
 }
 
-/// Every edit command but for where the name of the file comes from.
+/// Every edit command; they differ only in where the file name comes from.
 Run declare_edit(Arguments& app, Change change, const char* schema, bool is_profile) {
   const auto options = std::make_shared<EditOptions>();
   if (is_profile) {
@@ -228,7 +228,7 @@ struct ShowOptions {
   bool no_lock = false;
 };
 
-/// Where a key file is, and whose it is.
+/// The place and owner of a key file.
 struct Place {
   std::string area;
   std::string owner;

@@ -103,7 +103,7 @@ std::string_view name_of(admin::sys::Knowledge known) {
 
 namespace {
 
-/// Writes entries one by one; the line's memory is used again and again.
+/// Writes entries one by one. The memory of the line is reused.
 class Lister {
  public:
   Lister(Context& context, const char* schema, bool with_sizes)
@@ -176,7 +176,7 @@ void declare_entry(Arguments& app, EntryOptions& options, const char* what) {
 
 EntryOptions taken_apart(Context& context, const EntryOptions& options, Paths paths) {
   EntryOptions asked = options;
-  // A path of that form is one when it leads to a file.
+  // Text of that form is a path if it leads to a file.
   const bool is_path =
       paths == Paths::kTaken && admin::sys::describe(asked.name).kind != admin::sys::Kind::kMissing;
   if (!is_path) context.take_apart(asked.name, asked.timestamp);

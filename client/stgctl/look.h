@@ -13,30 +13,29 @@
 #include "client/stgctl/target.h"
 
 /// @file
-/// What the commands that look have in common.
+/// Common parts of the commands that only read.
 namespace stgctl {
 
 /// Adds --no-lock to a command that reads indexes.
 void add_no_lock(Arguments& app, bool& no_lock);
-/// How the command reads: as Context::locking(), or without locks.
+/// How the command reads: like Context::locking(), or without locks.
 admin::sys::Locking locking_for(Context& context, bool no_lock);
 
-/// As Context::take_apart(), for a key file, which has one version.
+/// Like Context::take_apart(), for a key file, which has one version.
 /// @throws Failure kUsage for another timestamp than 0.
 void take_key_file(Context& context, std::string& name);
 
-/// The area that --area names. @throws Failure kUsage for one that the library keeps no documents
-/// in.
+/// The area that --area names. @throws Failure kUsage for an area without documents.
 admin::Area document_area(Context& context, admin::Area fallback);
-/// The tree's owner folder of --owner; the folder of the empty name when none is said.
+/// The owner folder of --owner in the tree; without --owner that of the empty name.
 std::string owner_or_none(Context& context);
 
-/// Warns of a folder that could not be read.
+/// Warns about a folder that could not be read.
 admin::FailureSink warn_of_failures(Context& context);
-/// The exit code of a listing. @param any whether it has shown anything.
+/// The exit code of a listing. @param any whether it printed an entry.
 Exit exit_of(const admin::EntryFailures& failures, bool any);
 
-/// Appends a name as it may be printed. Quick for plain ASCII, which nearly all names are.
+/// Appends a name in printable form. Fast for plain ASCII, the usual case.
 void append_name(std::string& line, std::string_view name);
 /// Appends "docs/anna/sales.kdf@42".
 void append_subject(std::string& line, const admin::EntryView& entry);
@@ -50,7 +49,7 @@ std::string_view name_of(admin::sys::Kind kind);
 /// "complete", "partial", "none".
 std::string_view name_of(admin::sys::Knowledge known);
 
-/// What a listing is asked for on the command line.
+/// The options of a listing.
 struct ListingOptions {
   std::string pattern;
   std::string timestamp;
@@ -60,7 +59,7 @@ struct ListingOptions {
 };
 
 admin::EntryQuery query_of(Context& context, const ListingOptions& options);
-/// Lists the entries that match, one by one as they are met. @param schema "stgctl.ls/1".
+/// Lists the matching entries one by one. @param schema "stgctl.ls/1".
 Exit list_entries(Context& context, const admin::EntryQuery& query, const char* schema);
 
 // ---- at one document ---------------------------------------------------------------------------
@@ -73,16 +72,16 @@ struct EntryOptions {
   bool no_lock = false;
 };
 
-/// Whether the name may be the path of a file as well.
+/// Whether the name can also be the path of a file.
 enum class Paths { kTaken, kRefused };
 
-/// Declares the name, --timestamp and --no-lock. @param what the name's description.
+/// Declares the name, --timestamp and --no-lock. @param what the description of the name.
 void declare_entry(Arguments& app, EntryOptions& options, const char* what);
-/// Takes the name apart where it is one as lines print it.
+/// Splits the name if it has the printed form of a version.
 EntryOptions taken_apart(Context& context, const EntryOptions& options, Paths paths);
 
-/// All versions of the name that the options and --area and --owner leave, in order. Folders that
-/// could not be read are warned of.
+/// All versions of the name within --area, --owner and the options, in order. Warns about folders
+/// that could not be read.
 std::vector<FoundEntry> versions_of(Context& context, const EntryOptions& options,
                                     admin::EntryFailures& failures);
 

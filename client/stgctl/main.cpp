@@ -1,4 +1,5 @@
-// stgctl: looks at, explains, checks and changes a storage tree. terminal_*.cpp start it.
+// stgctl: inspects, explains, checks and changes a storage tree. terminal_*.cpp contain the entry
+// points.
 
 #include <exception>
 #include <optional>
@@ -34,7 +35,7 @@ Exit run_guarded(const Run& run, Context& context) {
   return Exit::kFailed;
 }
 
-/// Reads the command line and runs the command that it names.
+/// Reads the command line and runs the named command.
 Exit run_application(const std::vector<std::string>& arguments) {
   Output out;
   try {

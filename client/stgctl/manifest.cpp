@@ -18,8 +18,7 @@ namespace {
 
 constexpr std::array<std::string_view, 3> kKinds = {"version", "part", "file"};
 
-/// A name as text, and by its bytes as well where a file of its own name could not be kept
-/// everywhere.
+/// A name as text, and also as bytes if it is not UTF-8.
 void put_exact(Json& object, const char* key, const std::string& bytes) {
   const bool is_text = admin::is_utf8(bytes);
   object[key] = is_text ? bytes : admin::to_utf8(bytes);
@@ -54,7 +53,7 @@ std::string exact(const Json& object, const char* key) {
   return from_hex(hex->get<std::string>()).value();
 }
 
-/// Whether names between "/" stay below the folder that they are in, on every system.
+/// Whether the names between "/" stay below their folder, on every system.
 bool stays_below(std::string_view path) {
   if (path.empty() || path.find('\0') != std::string_view::npos) return false;
   for (;;) {
@@ -290,7 +289,7 @@ admin::Scope common_scope(const admin::Scope& one, const admin::Scope& other) {
 bool is_in_scope(const admin::Holding& what, const admin::Scope& scope) {
   if (scope.area && *scope.area != what.area) return false;
   if (!scope.owner) return true;
-  // As the walk over a tree: what belongs to no owner comes with its area alone.
+  // As in the walk over a tree: items without an owner are selected only by area.
   if (what.area == admin::Area::kSemlets) return scope.area.has_value();
   return what.owner.empty() || what.owner == admin::owner_folder_name(*scope.owner);
 }

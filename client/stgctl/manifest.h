@@ -12,17 +12,16 @@
 #include "client/stgctl/report.h"
 
 /// @file
-/// The manifest of an export: what each file is, its time and its checksum. One JSON object per
-/// line, in the order of an inventory: first the tree, then the items, at last the sums with the
-/// checksum of all that stands before. It is written last, so that an export that was not finished
-/// has none.
+/// The manifest of an export: every file with its time and its checksum. One JSON object per line,
+/// in the order of an inventory: the tree, then the items, then the totals with the checksum of all
+/// earlier lines. It is written last, so an unfinished export has no manifest.
 namespace stgctl {
 
 inline constexpr const char* kManifestSchema = "stgctl.manifest/1";
 inline constexpr std::string_view kManifestName = "manifest.jsonl";
 inline constexpr std::string_view kUnfinishedManifestName = "manifest.jsonl.part";
 
-/// What was exported: the layout of the tree, and what the export was narrowed to.
+/// What was exported: the layout of the tree, and the limits of the export.
 struct ManifestHead {
   admin::Layout layout = admin::Layout::kOwner;
   admin::Scope scope;
@@ -40,16 +39,16 @@ struct ManifestSums {
   std::uint64_t parts = 0;
   std::uint64_t files = 0;
   std::uint64_t bytes = 0;
-  std::uint64_t failed = 0;  ///< what could not be read when the export was made
+  std::uint64_t failed = 0;  ///< items that could not be read for the export
 
   void add(const ManifestItem& item);
   std::uint64_t items() const { return versions + parts + files; }
 };
 
-/// Writes a manifest. Without end() none is left but an unfinished one.
+/// Writes a manifest. Without end() it stays unfinished.
 class ManifestWriter {
  public:
-  /// @throws Failure kFailed, as all of it.
+  /// @throws Failure kFailed, as do the other functions.
   ManifestWriter(const std::string& folder, const ManifestHead& head);
 
   void add(const ManifestItem& item);
@@ -64,19 +63,20 @@ class ManifestWriter {
   ManifestSums m_sums;
 };
 
-/// Reads a manifest item by item. What is read is never trusted: an item whose file or path would
-/// lead out of its folder is damage.
+/// Reads a manifest item by item. It does not trust the text: an item whose file or path would
+/// leave its folder counts as damage.
 class ManifestReader {
  public:
-  /// @throws Failure kFailed for a folder without a manifest, and, as all of it, for a damaged one.
+  /// @throws Failure kFailed for a folder without a manifest and, as the other functions, for a
+  /// damaged one.
   explicit ManifestReader(const std::string& folder);
 
   const ManifestHead& head() const { return m_head; }
-  /// The next item; false behind the last one, when the sums have been compared, too.
+  /// The next item. Returns false after the last one, after a check of the totals.
   bool next(ManifestItem& item);
-  /// After the last item: what the manifest says of itself.
+  /// After the last item: the totals in the manifest.
   const ManifestSums& sums() const { return m_sums; }
-  /// After the last item: the checksum of the manifest, by which it is known again.
+  /// After the last item: the checksum of the manifest, which identifies it.
   const std::string& checksum() const { return m_digest; }
 
  private:
@@ -97,18 +97,18 @@ class ManifestReader {
 
 /// The item as reports name it; a file by its path.
 Subject subject_of(const admin::Holding& what);
-/// The fields "kind", "path" of a part, "file" and "bytes".
+/// The fields "kind", "path" of a sub-part, "file" and "bytes".
 Json fields_of(const ManifestItem& item);
 /// The same as text, without the file.
 std::string tail_of(const ManifestItem& item);
 
-/// Where a file of an export lies.
+/// The path of a file of an export.
 std::string location_in(const std::string& folder, const std::string& file);
 
-/// The part of both scopes, for an export that was narrowed down.
-/// @throws Failure kNothingMatched when they have nothing in common.
+/// The intersection of both scopes, for an export with limits.
+/// @throws Failure kNothingMatched if it is empty.
 admin::Scope common_scope(const admin::Scope& one, const admin::Scope& other);
-/// Whether an item lies in a scope.
+/// Whether an item is in a scope.
 bool is_in_scope(const admin::Holding& what, const admin::Scope& scope);
 
 }  // namespace stgctl

@@ -81,7 +81,7 @@ is given.
 .BR stgctl-tree (7)
 )";
 
-/// Text as roff takes it: no line begins with a control character, and hyphens stay hyphens.
+/// Text for roff: no line begins with a control character, and hyphens stay hyphens.
 std::string roff(const std::string& text) {
   std::string result;
   bool at_begin = true;

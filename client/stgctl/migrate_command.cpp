@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* kMarker = "k1mailboxcompliant";
 
-/// An escaped name and what it becomes.
+/// An escaped name and its plain form.
 struct Renaming {
   std::string from;
   std::string to;
@@ -37,7 +37,7 @@ Plan plan_of(Context& context, const admin::DocumentFolder& folder) {
     if (entry.name == kMarker && entry.timestamp == 0) plan.is_converted = true;
     const bool is_new = entry.state == admin::EntryState::kUnindexed;
     if (is_new) plan.adoptions.push_back(entry.name);
-    // Only a file under its own name can bear an escaped one.
+    // Only a file under its own name can have an escaped name.
     if (entry.state == admin::EntryState::kMissing || entry.timestamp != 0 ||
         entry.file != entry.name)
       continue;
@@ -46,7 +46,7 @@ Plan plan_of(Context& context, const admin::DocumentFolder& folder) {
     std::string plain = name;
     STGIndex::UnescapeVU(plain);
     if (plain == name) continue;
-    // The library leaves names alone that no index can hold.
+    // The library does not change names that an index cannot contain.
     if (plain.find_first_of("/\n") != std::string::npos) continue;
     plan.renamings.push_back({name, plain});
   }
@@ -84,14 +84,13 @@ Exit run_inbox(Context& context) {
     return report.finish();
   }
   for (const std::string& name : plan.adoptions) check_name("the file", name);
-  // The library would give every new name the same file where its counter cannot be used.
+  // If the counter is not usable, the library would give every new name the same file.
   if (const std::string why = admin::why_not_storable(folder.path); !why.empty())
     throw Failure(Exit::kFailed, why);
   if (!context.options().dry_run) {
     context.confirm(formatted("Convert the inbox of {}: {} names, {} new files?",
                               shown(target.owner), plan.renamings.size(), plan.adoptions.size()));
-    // Files that no index names yet are mail as well: without adoption they would be left out for
-    // good.
+    // Orphans are mail too. Without adoption the migration would skip them for ever.
     context.open_library(Context::Adoption::kOn);
     wait_until_free(context, folder.path);
     STGIndex::migrateInboxRead(target.owner);

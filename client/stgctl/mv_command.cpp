@@ -23,21 +23,21 @@ namespace stgctl {
 
 namespace {
 
-/// A version, and what it is to be called.
+/// A version, and its new name.
 struct Move {
   FoundEntry from;
   Target target;
   std::string name;
   std::int32_t timestamp = 0;
-  std::optional<FoundEntry> replaced;  ///< the version that bears the new name
+  std::optional<FoundEntry> replaced;  ///< the version that has the new name
 
-  /// What it becomes.
+  /// The new version.
   Subject to() const {
     return {std::string(admin::name_of(target.area)), target.owner, name, timestamp};
   }
 };
 
-/// Tells that a version was moved, or would be.
+/// Reports a moved version; in a dry run the expected move.
 void tell_moved(ChangeReport& report, const Move& move) {
   Json fields;
   fields["new_area"] = admin::name_of(move.target.area);
@@ -48,8 +48,8 @@ void tell_moved(ChangeReport& report, const Move& move) {
   report.done(subject_of(move.from), fields, "to " + shown(move.to()));
 }
 
-/// Documents are spread over folders by both of their names: a batch loads and saves an index per
-/// folder on either side, so that it is larger than one of new versions.
+/// Old and new names can be in different folders, so a batch loads and saves more indexes than one
+/// of new versions. That is why it is larger.
 constexpr std::size_t kMostMoves = 1000;
 
 /// One batch of moves.
@@ -64,14 +64,14 @@ class Batch {
     for (const Work& work : m_works) tell(work);
     if (m_end) throw Failure(*m_end);
   }
-  /// How many of the moves it took.
+  /// How many of the moves the batch has taken.
   std::size_t taken() const { return m_works.size(); }
 
  private:
   struct Work {
     const Move* move = nullptr;
-    const admin::NewVersion* stored = nullptr;  ///< until it is settled
-    std::string new_path;                       ///< where its bytes are then
+    const admin::NewVersion* stored = nullptr;  ///< until the move is final
+    std::string new_path;                       ///< the path of its bytes then
     Removal old;
     std::optional<Failure> failure;
   };
@@ -98,7 +98,7 @@ class Batch {
   std::optional<Failure> m_end;
 };
 
-/// Until nobody has a document open: what is being written must not be copied.
+/// Waits until no process has a document open: a half-written document must not be copied.
 void Batch::wait_for(const std::string& path) {
   admin::LockedFile file;
   const os::Status status = file.open(path, admin::LockedFile::For::kChanging,
@@ -158,7 +158,7 @@ void Batch::remove() {
   std::vector<Removal*> removals;
   for (Work& work : m_works) {
     if (work.failure) continue;
-    // Times would not tell what was written anew within the same second.
+    // Compares bytes: times do not show a change within the same second.
     work.old = removal_of(work.move->from, [&work](admin::LockedFile& file) {
       return file.is_equal_to(work.new_path);
     });
@@ -181,11 +181,12 @@ void Batch::tell(const Work& work) {
   }
 }
 
-/// Moves versions batch by batch, and tells of each: they are stored under their new names, then
-/// removed where they were. Killed in between, both are there; a version that somebody changes
-/// meanwhile stays as well. @throws Failure kLockTimeout, kInterrupted; what was moved is told.
+/// Moves versions batch by batch, and reports each. A batch first stores all versions under their
+/// new names, then removes the old ones. A kill in between leaves both. An old version also stays
+/// if another process changes it meanwhile.
+/// @throws Failure kLockTimeout, kInterrupted, after it reported what was moved.
 void move_versions(Context& context, std::vector<Move> moves, ChangeReport& report) {
-  // Each index is loaded and saved as seldom as may be.
+  // Sorted by folder, to load and save each index as rarely as possible.
   const auto folder_of = [&](const Move& move) {
     return admin::folder_for(context.tree(), move.target.area, move.target.owner, move.name).path;
   };
@@ -216,8 +217,8 @@ struct Options {
   bool replace = false;
 };
 
-/// How many bytes of a text the part of a pattern without stars takes; nothing when it does not
-/// match there.
+/// The bytes that a part of a pattern without stars takes from a text; nothing if it does not match
+/// there.
 std::optional<std::size_t> width_of(std::string_view part, std::string_view text) {
   std::size_t at = 0;
   for (const char c : part) {
@@ -230,8 +231,8 @@ std::optional<std::size_t> width_of(std::string_view part, std::string_view text
   return at;
 }
 
-/// What the stars of a pattern stand for in a name, the first ones as little as may be; nothing
-/// where the name does not match.
+/// The texts that the stars of a pattern match in a name, the first ones as short as possible;
+/// nothing if the name does not match.
 std::optional<std::vector<std::string>> stars_in(std::string_view pattern, std::string_view name) {
   std::vector<std::string> stars;
   std::size_t star = pattern.find('*');
@@ -255,7 +256,7 @@ std::optional<std::vector<std::string>> stars_in(std::string_view pattern, std::
   return name.empty() ? std::optional(stars) : std::nullopt;
 }
 
-/// The pattern with its stars filled.
+/// The pattern with its stars replaced.
 std::string filled(const std::string& pattern, const std::vector<std::string>& stars) {
   std::string name;
   auto star = stars.begin();
@@ -269,14 +270,14 @@ std::string filled(const std::string& pattern, const std::vector<std::string>& s
   return name;
 }
 
-/// @throws Failure kRefused where it is not plain what each star stands for.
+/// @throws Failure kRefused if the match of each star is not clear.
 std::string renamed(const std::string& from, const std::string& to, const std::string& name) {
   const auto stars = stars_in(from, name);
   if (!stars) throw Failure(Exit::kRefused, shown(name) + " cannot be matched by that pattern");
   return filled(to, *stars);
 }
 
-/// Finds what is to be moved where, and refuses what would lose a version.
+/// Plans all moves, and refuses any that would lose a version.
 class Planner {
  public:
   Planner(Context& context, const Options& options) : m_context(context), m_options(options) {}
@@ -310,7 +311,7 @@ class Planner {
     return named_version(m_context, text, timestamp, admin::Area::kDocs);
   }
 
-  /// The new name is in the same area and of the same owner, unless it says another one.
+  /// The new name keeps area and owner, unless it contains others.
   NamedVersion named_to(const std::string& text, const Target& from) {
     NamedVersion to;
     if (const auto version = parse_version_name(text, m_context.tree().layout)) {

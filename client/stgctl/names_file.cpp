@@ -30,7 +30,7 @@ std::optional<Number> number_in(std::string_view text) {
   return value;
 }
 
-/// "2026-03-01", "2026-03-01 12:00", "2026-03-01T12:00:30Z"; a day stands for its end.
+/// "2026-03-01", "2026-03-01 12:00", "2026-03-01T12:00:30Z"; a day means its end.
 std::optional<std::int64_t> parse_time(std::string_view text) {
   if (text.ends_with('Z')) text.remove_suffix(1);
   if (text.size() < 10 || text[4] != '-' || text[7] != '-') return std::nullopt;
@@ -212,7 +212,7 @@ Json fields_of(const admin::Snapshot& snapshot) {
 
 namespace {
 
-/// So many snapshots are looked through: of hourly ones those of four days.
+/// The most snapshots to search: four days of hourly ones.
 constexpr std::size_t kMostSnapshots = 100;
 
 }  // namespace
@@ -230,7 +230,7 @@ SavedNames::SavedNames(Context& context) : m_context(context) {
       try {
         m_snapshots.push_back({kept->number, m_store->indexes_of(kept->number)});
       } catch (const admin::StoreError&) {
-        // Damaged: the others know what they know.
+        // Damaged: the other snapshots are still usable.
       }
     }
   } catch (const admin::StoreError&) {

@@ -14,10 +14,10 @@
 #include "client/stgctl/output.h"
 
 /// @file
-/// What the commands on the file of saved names have in common.
+/// Common parts of the commands that use the file of saved names.
 namespace stgctl {
 
-/// Which of a tree's indexes a command is about, and where they are saved.
+/// The indexes that a command uses, and the file of their saved names.
 struct NamesOptions {
   std::string file;    ///< --names
   std::string folder;  ///< --folder
@@ -25,28 +25,27 @@ struct NamesOptions {
 void add_names_option(Arguments& app, NamesOptions& options);
 void add_folder_option(Arguments& app, NamesOptions& options);
 
-/// The path of the file: as said, or beside the storage folder. The tree need not exist.
+/// The path of the file: --names, or beside the storage folder. The tree need not exist.
 /// @throws Failure kRefused for a place in the tree.
 std::string names_file(Context& context, const NamesOptions& options);
 
-/// The absolute path of a file that may be made there. @throws Failure kRefused for a place in the
-/// tree.
+/// The absolute path for a new file. @throws Failure kRefused for a place in the tree.
 std::string place_outside(Context& context, const std::string& file);
 
-/// The tree that saved names belong to: the one that is there, or what its layout would be.
+/// The tree of the saved names: the existing tree, or the layout that it would have.
 admin::Tree tree_of_names(Context& context, const admin::Snapshot& snapshot);
 
-/// Runs work on the file. @throws Failure for each StoreError.
+/// Runs work on the file. @throws Failure in place of each StoreError.
 template <class Work>
 auto on_names(Work&& work) -> decltype(work());
 [[noreturn]] void fail(const admin::StoreError& error);
 
-/// Chooses saved indexes by --area, --owner and --folder.
+/// Selects saved indexes by --area, --owner and --folder.
 class NamesFilter {
  public:
-  /// @throws Failure kNothingMatched when --folder is no document folder.
+  /// @throws Failure kNothingMatched if --folder is not a document folder.
   NamesFilter(Context& context, const admin::Tree& tree, const NamesOptions& options);
-  /// The folder of a saved index, if it is wanted.
+  /// The folder of a saved index, if it is selected.
   std::optional<admin::DocumentFolder> wanted(std::string_view saved_name) const;
 
  private:
@@ -55,20 +54,20 @@ class NamesFilter {
   std::string m_folder;
 };
 
-/// A snapshot as it is named: "12", "latest", "2026-03-01 12:00", "@1772000000", "2h", "now".
+/// A snapshot as the user names it: "12", "latest", "2026-03-01 12:00", "@1772000000", "2h", "now".
 struct SnapshotName {
   enum class Kind : std::uint8_t { kNumber, kLatest, kTime, kNow };
   Kind kind = Kind::kLatest;
   std::uint64_t number = 0;
   std::int64_t time = 0;  ///< seconds since 1970 UTC
 };
-/// @param now what an age is counted back from. @return nothing for other text.
+/// @param now the end of an age. @return nothing for other text.
 std::optional<SnapshotName> parse_snapshot_name(std::string_view text, std::int64_t now);
-/// As a check of an argument: empty when the text names a snapshot, else what is wrong with it.
+/// As a check of an argument: empty if the text names a snapshot, otherwise an error text.
 std::string is_snapshot_name(const std::string& text);
 std::string is_snapshot_name_or_now(const std::string& text);
-/// The snapshot of that name; of a time the last one that is not younger.
-/// @throws Failure kNothingMatched when there is none, kFailed when it is damaged.
+/// The named snapshot. A time selects the last snapshot that is not younger.
+/// @throws Failure kNothingMatched if there is none, kFailed if it is damaged.
 admin::Snapshot find_snapshot(admin::NameStore& store, const std::string& text);
 
 /// The fields "number", "time", "storage", "folders", "entries", "bytes", "changed", "added",
@@ -86,22 +85,23 @@ auto on_names(Work&& work) -> decltype(work()) {
 
 // ---- what saved names tell ---------------------------------------------------------------------
 
-/// What the saved names beside a tree know, for those who say what is lost and how it comes back.
-/// Where there are none, or none that can be read, it knows nothing.
+/// The saved names beside a tree, for commands that report lost names and how to restore them. If
+/// there are none, or they cannot be read, all results are empty.
 class SavedNames {
  public:
   explicit SavedNames(Context& context);
 
-  /// The snapshot that would bring back the most names of a folder as it is, the latest of those.
+  /// The snapshot that would restore the most names of a folder in its current state; the latest of
+  /// those.
   struct Known {
     std::uint64_t snapshot = 0;      ///< 0: none
-    std::uint64_t entries = 0;       ///< that it has of the folder
+    std::uint64_t entries = 0;       ///< of the folder
     std::uint64_t restorable = 0;    ///< names that 'index restore' would bring back
-    std::vector<std::string> lines;  ///< those of them that need no file renamed
+    std::vector<std::string> lines;  ///< those that need no renamed file
   };
   Known best_for(const admin::FolderView& folder);
-  /// How many entries the last snapshot that had any has in a folder and below. @param snapshot its
-  /// number.
+  /// The number of entries that a folder, with all below it, has in the last snapshot that has any.
+  /// @param snapshot gets the number of the snapshot.
   std::uint64_t entries_below(const std::string& folder, std::uint64_t& snapshot);
   /// Whether there are snapshots at all.
   bool any() const { return !m_snapshots.empty(); }

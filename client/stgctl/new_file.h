@@ -12,29 +12,30 @@
 #include "client/stgctl/exit_codes.h"
 
 /// @file
-/// Files that the client writes itself: outside of the tree, and those in it that the library
-/// addresses by path alone.
+/// Files that the client writes itself: files outside the tree, and files in it that the library
+/// addresses only by path.
 namespace stgctl {
 
 /// @throws Failure kRefused for a path in the tree.
 void check_outside_tree(Context& context, const std::string& path);
 
-/// The name of a file that is not complete yet, in the folder where it is to be.
+/// The name of an unfinished file, in the folder of the finished one.
 inline constexpr std::string_view kUnfinishedName = ".stgctl-part";
 
-/// A file could not be written: the next one will hardly fare better.
+/// A file could not be written. The next file will probably fail too.
 class WriteFailure : public Failure {
  public:
   using Failure::Failure;
 };
 
-/// A file that has its name only once it is complete: until then it is written beside it.
+/// A file that gets its name only when it is complete. Until then it has another name in the same
+/// folder.
 class NewFile {
  public:
   enum class IfGivenUp : std::uint8_t { kRemove, kKeep };
 
-  /// Missing folders are made. @param unfinished the path until commit().
-  /// @throws WriteFailure kFailed, as all of it, with the reason.
+  /// Creates missing folders. @param unfinished the path until commit().
+  /// @throws WriteFailure kFailed with the reason, as do the other functions.
   NewFile(std::string path, std::string unfinished, IfGivenUp if_given_up = IfGivenUp::kRemove);
   /// Beside @p path under kUnfinishedName.
   explicit NewFile(const std::string& path);
@@ -43,8 +44,8 @@ class NewFile {
   NewFile& operator=(const NewFile&) = delete;
 
   void write(std::string_view bytes);
-  /// Completes the file: it gets its time, if one is given, and then its name. A file of that name
-  /// is replaced.
+  /// Completes the file: sets its time, if one is given, then its name. Replaces a file of that
+  /// name.
   void commit(std::optional<std::int64_t> modify_time = std::nullopt);
 
  private:
@@ -65,12 +66,12 @@ struct Content {
   std::uint64_t bytes = 0;
   std::string checksum;
 };
-/// Reads a file as a whole, and copies it when a copy is wanted.
+/// Reads a whole file, and copies it if a copy is requested.
 /// @throws Failure kFailed with the reason, kLockTimeout, kInterrupted; WriteFailure.
 Content read_content(const std::string& path, const admin::sys::Locking& locking,
                      NewFile* copy = nullptr);
 
-/// The names in a folder, sorted. @throws Failure kFailed when it cannot be listed.
+/// The names in a folder, sorted. @throws Failure kFailed if it cannot be listed.
 std::vector<std::string> names_of_folder(const std::string& path);
 
 }  // namespace stgctl

@@ -34,23 +34,23 @@ std::vector<std::string> names_in(const std::string& path) {
   return names;
 }
 
-/// Where the system does not tell.
+/// If the system does not report it.
 constexpr std::uint64_t kPlenty = std::numeric_limits<std::uint64_t>::max() / 2;
 
-/// What is free where the tree lies.
+/// The free space of the tree's file system.
 std::uint64_t free_bytes(Context& context) {
   const sys::FileSystem system = sys::file_system_of(context.tree().storage);
   return system.total_bytes == 0 ? kPlenty : system.free_bytes;
 }
 
-/// The room that a new file takes must be there before an old one is emptied for it.
+/// The space for a new file must be free before an old one is truncated for it.
 void check_room(std::uint64_t needed, std::uint64_t free) {
   if (free >= needed) return;
   fail(formatted("{} needed, {} free; free some space first", format_bytes(needed),
                  format_bytes(free)));
 }
 
-/// What the tree shows of a version by now.
+/// The current state of a version in the tree.
 std::optional<FoundEntry> look_up(Context& context, const Target& target, const std::string& name,
                                   std::int32_t timestamp) {
   for (FoundEntry& entry : find_versions(context, target, name)) {
@@ -71,7 +71,7 @@ std::vector<std::string> FoundParts::of(const std::vector<std::string>& files) c
   const std::set<std::string, std::less<>> wanted(files.begin(), files.end());
   std::vector<std::string> parts;
   for (const std::string& name : m_names) {
-    // The longest name before an underscore that the folder has is the document.
+    // The document is the longest name before an underscore that exists in the folder.
     std::size_t at = name.rfind('_');
     while (at != std::string::npos && at > 0 &&
            !std::binary_search(m_names.begin(), m_names.end(), name.substr(0, at)))
@@ -146,7 +146,7 @@ void StoreBatch::run() {
   std::vector<admin::NewVersions*> folders;
   for (const auto& [path, versions] : m_folders) folders.push_back(versions.get());
   admin::NewVersions::enter(folders);
-  // The new file keeps its time, which may be older than its parts: they would pass for up to date.
+  // The new file keeps its time, which can be older than its sub-parts. They would look up to date.
   std::map<std::string, std::vector<std::string>> files;
   for (const auto& [version, folder] : m_replaced) {
     if (version->fate == admin::NewVersion::Fate::kStored)
@@ -166,7 +166,7 @@ Failure failure_of(Context& context, const admin::NewVersion& version) {
 
 namespace {
 
-/// Why a version that exists could not be overwritten.
+/// Why an existing version could not be overwritten.
 std::string why_not_replaceable(const FoundEntry& old) {
   if (std::string why = admin::why_not_storable(old.folder.path); !why.empty()) return why;
   const os::Status status = sys::probe_writable(old.path());
@@ -193,12 +193,12 @@ void overwrite_file(Context& context, const Target& target, const StoreItem& ite
   if (!old) fail("another process removed it; store it again");
   wait_until_free(context, old->folder.path, old->file);
   check_room(item.size, free_bytes(context) + old->info.size);
-  // The library makes a read-only file writable by itself for nobody: asked before it is cut.
+  // The library never makes a read-only file writable, so check before the file is truncated.
   if (const std::string why = why_not_replaceable(*old); !why.empty()) fail(why);
   if (const os::Status readable = sys::probe_readable(item.source); !readable.ok())
     fail(formatted("{}: {}", shown(item.source), sys::text_of(readable)));
   const FoundParts parts(old->folder.path);
-  // The other type of the user area would cut key lines that hold the name.
+  // The other type of the user area would remove key lines with this name.
   const STG::RepositoryType type =
       target.area == admin::Area::kUser ? STG::UserRepository : target.type;
 
@@ -214,7 +214,7 @@ void overwrite_file(Context& context, const Target& target, const StoreItem& ite
           formatted("{} has the current time, not that of {}: its file belongs to another account",
                     shown(stored->path()), shown(item.source)));
     }
-    // The file keeps its time, which may be older than these: they would pass for up to date.
+    // The file keeps its time, which can be older than its sub-parts. They would look up to date.
     return parts.remove({old->file});
   }
   if (!stored) fail("another process removed it; store it again");
@@ -247,7 +247,7 @@ std::vector<std::string> key_files_at_risk(Context& context, const FoundEntry& e
 
 namespace {
 
-/// What keeps a version from being removed. Asked before its file goes: its line would stay.
+/// Why a version cannot be removed. Checked before its file is removed: its entry would stay.
 std::string why_not_removable(const FoundEntry& entry) {
   for (const admin::Obstacle& each : admin::obstacles_to_writing(entry.folder.path)) {
     if (each.kind == admin::Obstacle::Kind::kCounter) continue;
@@ -256,7 +256,7 @@ std::string why_not_removable(const FoundEntry& entry) {
   return {};
 }
 
-/// Whether the index still has a line of the version, wherever its file is.
+/// Whether the index still has an entry of the version, wherever its file is.
 bool has_line(Context& context, const FoundEntry& entry) {
   admin::FolderView view;
   view.load(entry.folder, context.locking());
@@ -303,7 +303,7 @@ std::optional<Failure> remove_together(Context& context, const std::vector<Remov
   std::map<std::string, std::vector<Removal*>> by_folder;
   for (Removal* const each : removals) by_folder[each->entry->folder.path].push_back(each);
   std::vector<admin::OldVersions> folders;
-  // Asked for while the files are there, by which they are told apart.
+  // Read while the files exist: their names show which sub-parts belong to which file.
   std::vector<FoundParts> parts;
   for (const auto& [path, of_folder] : by_folder) {
     admin::OldVersions& folder = folders.emplace_back();

@@ -39,7 +39,7 @@ std::string_view code_of(Style style) {
   return "";
 }
 
-/// Windows tells of a closed pipe by EINVAL.
+/// Windows reports a closed pipe as EINVAL.
 bool is_reader_gone(int code) { return code == EPIPE || code == EINVAL; }
 
 std::string in_style(bool colors, Style style, std::string_view text) {
@@ -50,7 +50,7 @@ std::string in_style(bool colors, Style style, std::string_view text) {
 bool wants_colors(When when, terminal::Stream stream) {
   if (when == When::kAlways) return true;
   if (when == When::kNever) return false;
-  // https://no-color.org: any non-empty value.
+  // https://no-color.org: any value that is not empty.
   const char* const refused = std::getenv("NO_COLOR");
   return (refused == nullptr || *refused == '\0') && terminal::understands_colors(stream);
 }
@@ -63,7 +63,7 @@ Output::~Output() {
   try {
     flush();
   } catch (const Failure&) {
-    // Whoever wants to know has flushed before.
+    // A caller that needs the error calls flush() first.
   }
 }
 
@@ -104,7 +104,7 @@ void Output::flush() {
     return;
   }
   if (!is_whole || m_broken) {
-    // Told once: what follows would fail as well.
+    // Reported once: later writes would fail too.
     if (std::exchange(m_broken, true)) return;
     throw Failure(
         Exit::kFailed,
@@ -131,7 +131,7 @@ void Output::raw_error(std::string_view bytes) {
 }
 
 void Output::message(Style style, std::string_view label, std::string_view text) {
-  // What was printed before comes before, also when both streams are one terminal.
+  // Earlier results come first, also if both streams are one terminal.
   if (!m_broken) {
     try {
       flush();
@@ -205,7 +205,7 @@ void Progress::advance(std::uint64_t steps, std::string_view item) {
 }
 
 void Progress::draw(std::string_view item) {
-  // Results that share the terminal come first; the bar is below them.
+  // Results on the same terminal come first; the bar is below them.
   m_output.flush();
   const auto width =
       static_cast<std::size_t>(std::max(terminal::width(terminal::Stream::kErr), 20));

@@ -14,23 +14,23 @@
 
 namespace stgctl {
 
-/// When colours or a progress bar are shown.
+/// When to show colours or a progress bar.
 enum class When { kAuto, kAlways, kNever };
 
-/// What every command understands.
+/// The options of every command.
 struct GlobalOptions {
-  std::string root;     ///< the folder above "storage", as given to the library's initialisation
+  std::string root;     ///< the folder above "storage", the root of the library
   std::string storage;  ///< the storage folder itself
   admin::Layout layout = admin::Layout::kAuto;
-  std::string area;   ///< "docs", "user", "mail", "list", "semlets"; empty: not said
-  std::string owner;  ///< empty: not said
+  std::string area;   ///< "docs", "user", "mail", "list", "semlets"; empty: not given
+  std::string owner;  ///< empty: not given
   bool json = false;
-  /// How long to wait for a lock; nothing for ever.
+  /// How long to wait for a lock; empty: without limit.
   std::optional<std::chrono::milliseconds> lock_timeout = std::chrono::seconds(30);
   When color = When::kAuto;
   When progress = When::kAuto;
   std::optional<vu_host::trace_level> trace;
-  std::string trace_file;  ///< empty: the standard error output
+  std::string trace_file;  ///< empty: standard error
 
   // Changing commands only.
   bool dry_run = false;
@@ -39,8 +39,8 @@ struct GlobalOptions {
 
 enum class Style { kPlain, kBold, kDim, kRed, kGreen, kYellow, kBlue, kCyan };
 
-/// The program's two streams. Results go to the standard output, through a large buffer, as text or
-/// as JSON; everything else goes to the standard error output, at once.
+/// The program's two output streams. Results go to standard output as text or JSON, through a large
+/// buffer. All other messages go to standard error at once.
 class Output {
  public:
   Output();
@@ -48,14 +48,14 @@ class Output {
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
 
-  /// Takes over --json and --color.
+  /// Applies --json and --color.
   void configure(const GlobalOptions& options);
-  /// What a reader who went away ("head") means to a command that only looks: its end, in silence.
-  /// One that changes things goes on.
+  /// What to do when the reader of the output ends early ("head"): a reading command ends without a
+  /// message, a changing command continues.
   void end_when_closed() noexcept { m_ends_when_closed = true; }
   /// Whether any result was written.
   bool has_results() const noexcept { return m_has_results; }
-  /// Whether results are wanted as JSON.
+  /// Whether results are JSON.
   bool json() const noexcept { return m_json; }
 
   // ---- results ----
@@ -69,20 +69,19 @@ class Output {
     admin::append_formatted(m_scratch, pattern, args...);
     write(m_scratch);
   }
-  /// Writes one JSON object on a line of its own: {"schema": schema, ...fields}.
+  /// Writes one JSON object on its own line: {"schema": schema, ...fields}.
   void json_line(const char* schema, const Json& fields);
-  /// Writes out what is buffered. @throws Failure when nobody takes it any more, or the disk is
-  /// full.
+  /// Writes the buffer. @throws Failure if the reader has ended, or the disk is full.
   void flush();
 
-  /// Text in a style on the standard output; as it is when colours are off.
+  /// Text in a style for standard output; unchanged if colours are off.
   std::string styled(Style style, std::string_view text) const;
   /// Whether styled() has any effect.
   bool colors() const noexcept { return m_colors; }
 
   // ---- everything else ----
 
-  /// A line about what is going on.
+  /// A line about the progress of the work.
   void note(std::string_view text);
   /// "stgctl: warning: text"
   void warning(std::string_view text);
@@ -90,10 +89,10 @@ class Output {
   void error(std::string_view text);
   /// Text without a line end, such as a question.
   void prompt(std::string_view text);
-  /// Whether a line that is redrawn in place stands on the standard error output (see Progress):
-  /// the next message clears it first.
+  /// Whether standard error shows a line that is redrawn in place (see Progress). The next message
+  /// clears it first.
   void set_transient(bool shown) noexcept { m_transient = shown; }
-  /// Writes to the standard error output as it is.
+  /// Writes to standard error unchanged.
   void raw_error(std::string_view bytes);
 
  private:
@@ -111,23 +110,23 @@ class Output {
   bool m_has_results = false;
 };
 
-/// Puts a name of any bytes into an object: as text under @p key, with U+FFFD for what is no UTF-8,
-/// and then with its bytes under @p key + "_hex" as well.
+/// Adds a name of any bytes to an object: as text under @p key, with U+FFFD for invalid UTF-8. In
+/// that case adds the bytes under @p key + "_hex" too.
 void put_name(Json& object, const std::string& key, std::string_view bytes);
 
-/// A progress bar on the standard error output. It appears on a terminal only, and only when the
-/// work takes longer than half a second; with --progress always at once and everywhere, with never
-/// not at all.
+/// A progress bar on standard error. It appears only on a terminal, if the work takes longer than
+/// half a second. With --progress always it appears at once and everywhere, with never it does not
+/// appear.
 class Progress {
  public:
-  /// @param what what is being done: "storing". @param total the number of steps, 0 when unknown.
+  /// @param what the action: "storing". @param total the number of steps, 0 if unknown.
   Progress(Output& output, When when, std::string what, std::uint64_t total);
-  /// Takes the bar away.
+  /// Removes the bar.
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  /// @p steps more are done. @param item what is being worked on, shown beside the bar.
+  /// Counts @p steps more. @param item the current item, shown beside the bar.
   void advance(std::uint64_t steps, std::string_view item);
 
  private:

@@ -22,7 +22,7 @@ inline std::filesystem::path to_path(std::string_view bytes) { return bytes; }
 inline std::string from_path(const std::filesystem::path& path) { return path.native(); }
 #endif
 
-/// A path as the library writes it, with "\" between the names, in the system's form.
+/// A path in the library's form, with "\" between the names, converted to the system's form.
 inline std::string from_library(std::string path) {
   if constexpr (std::filesystem::path::preferred_separator == '/') {
     std::replace(path.begin(), path.end(), '\\', '/');

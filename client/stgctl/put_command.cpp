@@ -28,11 +28,11 @@ namespace sys = admin::sys;
 
 namespace {
 
-/// Whether versions that exist are replaced.
+/// Whether to replace existing versions.
 enum class IfThere : std::uint8_t { kKeep, kReplace };
 
-/// Stores files batch by batch, and tells of each. What is there with the same bytes is skipped, so
-/// that an interrupted work is completed by the same command.
+/// Stores files batch by batch, and reports each. Skips versions that exist with the same bytes, so
+/// the same command completes an interrupted one.
 class Storing {
  public:
   Storing(Context& context, const Target& target, IfThere if_there, ChangeReport& report)
@@ -42,15 +42,16 @@ class Storing {
         m_report(report),
         m_entries(context) {}
 
-  /// More items than one batch holds are sorted by their folders, so that each index is loaded and
-  /// saved once per batch. @throws Failure kLockTimeout, kInterrupted; what was stored is told.
+  /// If one batch cannot take all items, they are sorted by folder: each index is then loaded and
+  /// saved once per batch.
+  /// @throws Failure kLockTimeout, kInterrupted, after it reported what was stored.
   void run(std::vector<StoreItem>& items);
-  /// What was stored, or would be.
+  /// Reports a stored version; in a dry run the expected one.
   std::uint64_t bytes() const { return m_bytes; }
 
  private:
   enum class What : std::uint8_t { kNew, kReplace, kEqual, kFailed };
-  /// What is to be done with an item.
+  /// What to do with an item.
   struct Work {
     const StoreItem* item = nullptr;
     What what = What::kFailed;
@@ -73,7 +74,7 @@ class Storing {
   IfThere m_if_there;
   ChangeReport& m_report;
   std::uint64_t m_bytes = 0;
-  KnownEntries m_entries;  ///< for a batch
+  KnownEntries m_entries;  ///< for one batch
 };
 
 namespace sys = admin::sys;
@@ -110,7 +111,7 @@ void Storing::run(std::vector<StoreItem>& items) {
   }
 }
 
-/// @return how many items it took, one at least.
+/// @return how many items it took, at least one.
 std::size_t Storing::run_batch(std::span<const StoreItem> items) {
   StoreBatch batch(m_context);
   std::vector<Work> all;
@@ -136,14 +137,14 @@ std::size_t Storing::run_batch(std::span<const StoreItem> items) {
   }
   batch.run();
   for (const Work& work : all) {
-    // Once a lock was waited for in vain no other one is.
+    // After a lock timeout no other lock is waited for.
     if (end && work.version != nullptr && work.version->fate == admin::NewVersion::Fate::kInPlace)
       continue;
     try {
       finish(work);
     } catch (const Failure& failure) {
       if (!ends_work(failure)) throw;
-      // The others of the batch are to be told of as well.
+      // The other items of the batch must be reported too.
       if (!end) end = failure;
     }
   }
@@ -187,13 +188,13 @@ Storing::What Storing::judge_existing(const StoreItem& item, const FoundEntry& f
   return is_same && is_dated ? What::kEqual : What::kReplace;
 }
 
-/// Entering asks again, under the index's lock.
+/// The save checks this again, under the index's lock.
 std::optional<FoundEntry> Storing::find(const StoreItem& item,
                                         const admin::DocumentFolder& folder) {
   return m_entries.find(folder, item.name, item.timestamp);
 }
 
-/// Of a dry run: what the work itself would meet.
+/// Of a dry run: the problems that the work itself would meet.
 std::string Storing::why_not(const StoreItem& item, What what,
                              const admin::DocumentFolder& folder) {
   if (what != What::kNew && what != What::kReplace) return {};
@@ -252,7 +253,7 @@ struct Options {
   bool keep_paths = false;
 };
 
-/// What is to be stored, and what is left out and why.
+/// The sources to store; the skipped ones with the reason.
 struct Plan {
   std::vector<StoreItem> items;
   std::vector<std::pair<std::string, std::string>> left_out;
@@ -273,8 +274,8 @@ class Planner {
   }
 
  private:
-  /// The file's own name or, with --keep-paths, its path below the folder that was named, with a
-  /// "~" for each separator.
+  /// The file's own name. With --keep-paths its path below the named folder, with "~" for each
+  /// separator.
   std::string name_of(const std::string& source) const {
     if (!m_options.keep_paths || source == m_base) return from_path(to_path(source).filename());
     std::string name = source.substr(m_base.size());
@@ -312,7 +313,7 @@ class Planner {
     std::vector<std::string> names;
     sys::Entry entry;
     while (folder.next(entry)) names.emplace_back(entry.name);
-    // One order on every system.
+    // The same order on every system.
     std::sort(names.begin(), names.end());
     for (const std::string& name : names) add(sys::join(path, name));
   }
@@ -347,7 +348,7 @@ class Planner {
   Context& m_context;
   const Options& m_options;
   Plan m_plan;
-  std::string m_base;  ///< the source that is being walked
+  std::string m_base;  ///< the source of the current walk
   std::map<std::string, std::string> m_seen;
 };
 

@@ -44,7 +44,7 @@ void make_folder(const std::string& path) {
   check(made, path);
 }
 
-/// Whether a plan has its first line: whoever began it may have been stopped before.
+/// Whether a plan has its first line: a process may have been stopped before it wrote one.
 bool is_begun(const std::string& plan) {
   const std::string manifest = sys::join(plan, kManifest);
   if (sys::describe(manifest).kind != sys::Kind::kFile) return false;
@@ -186,7 +186,7 @@ AppliedPlan AppliedPlan::begin(Context& context, const std::string& folder,
 void AppliedPlan::read(const std::string& text) {
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t end = text.find('\n', at);
-    // A line without an end was being written when its writer was stopped: nothing follows from it.
+    // A line without an end is unfinished: its writer was stopped. It is ignored.
     if (end == std::string::npos) break;
     const Json record = Json::parse_or_null(std::string_view(text).substr(at, end - at));
     if (!record.is_object()) {
@@ -221,7 +221,8 @@ void AppliedPlan::read(const std::string& text) {
 void AppliedPlan::append(const Json& record) {
   const std::string line = record.dump() + "\n";
   const std::string path = sys::join(folder(), kManifest);
-  // What a stopped writer left behind the last whole line goes first: the two would become one.
+  // First removes what a stopped writer left after the last whole line, because it would join the
+  // next line.
   if (m_manifest->size() != m_end) check(m_manifest->cut_at(m_end), path);
   os::Status status = m_manifest->write_at(m_end, line);
   if (status.ok()) status = m_manifest->flush();

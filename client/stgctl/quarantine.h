@@ -13,31 +13,31 @@
 
 namespace stgctl {
 
-/// The quarantine of a tree: a folder beside it with one sub-folder per plan that was applied.
+/// The quarantine of a tree: a folder beside it with one sub-folder per applied plan.
 ///
-///   plan-0001/manifest.jsonl   what was done, a line of JSON each; every line is on the device
-///                              before it is done
-///   plan-0001/0001             what the first step took: a file or folder that was moved, or the
-///                              bytes that an index, key file or counter had before
+///   plan-0001/manifest.jsonl   the steps, a line of JSON each; every line is on the device before
+///                              its step is done
+///   plan-0001/0001             what the first step removed: a moved file or folder, or the old
+///                              bytes of an index, key file or counter
 ///
 /// @throws Failure kRefused for a place in the tree.
 std::string quarantine_folder(Context& context, const std::string& option);
 void add_quarantine_option(Arguments& app, std::string& option);
 
-/// One step of a plan as its manifest has it.
+/// One step of a plan in its manifest.
 struct Step {
   std::size_t number = 0;
   Repair repair;
   bool is_done = false;
-  std::string after;         ///< the digest of the bytes afterwards; empty for what was moved
-  bool was_missing = false;  ///< of a counter that was not there
+  std::string after;         ///< the digest of the new bytes; empty for a moved item
+  bool was_missing = false;  ///< of a counter that did not exist
 };
 
-/// A plan that was applied, or half of it, and what it took.
+/// A completely or partly applied plan, and what it removed.
 class AppliedPlan {
  public:
-  /// Opens one that is there, or begins one; its manifest stays locked, so that nobody else works
-  /// on it.
+  /// Opens an existing plan, or begins one. Its manifest stays locked, which excludes other
+  /// processes.
   /// @throws Failure kFailed, kLockTimeout.
   static AppliedPlan open(Context& context, const std::string& folder, std::uint64_t number,
                           admin::LockedFile::For purpose);
@@ -54,10 +54,11 @@ class AppliedPlan {
   const std::vector<Step>& steps() const { return m_steps; }
   std::string item(const Step& step) const;
 
-  /// A step that was begun and not completed, for the same repair of the same path.
+  /// An unfinished step for the same repair of the same path.
   const Step* unfinished(const Repair& repair) const;
 
-  /// Notes a step before it is done. @param before the bytes to keep, for what is not moved.
+  /// Writes a step to the manifest before it is done. @param before the bytes to keep, for an item
+  /// that is not moved.
   const Step& note(const Repair& repair, const std::string* before, const std::string& after,
                    bool was_missing);
   void note_done(const Step& step);
@@ -85,10 +86,10 @@ class AppliedPlan {
 
 /// The numbers of the plans in a quarantine, ascending.
 std::vector<std::uint64_t> applied_plans(const std::string& quarantine);
-/// Removes what a plan took, for good; its manifest last. @return bytes removed.
+/// Deletes what a plan removed, its manifest last. @return bytes deleted.
 /// @throws Failure kFailed.
 std::uint64_t remove_plan(const std::string& quarantine, std::uint64_t number);
-/// 32 digits that stand for the bytes.
+/// A digest of the bytes, 32 digits.
 std::string digest_of(std::string_view bytes);
 
 }  // namespace stgctl

@@ -29,7 +29,7 @@ struct Options {
   bool expire = false;
 };
 
-/// A repair as the report tells it: by its path below the storage folder.
+/// A repair in the report: its path below the storage folder.
 Subject subject_of(const Repair& repair) { return {"", "", repair.path, std::nullopt}; }
 
 std::string in_words(const Repair& repair) {
@@ -43,7 +43,7 @@ std::string in_words(const Repair& repair) {
 
 // ---- what older plans keep ---------------------------------------------------------------------
 
-/// The plans whose time is over. @param own one that is not meant; 0 for none.
+/// The expired plans. @param own a plan to omit; 0 for none.
 std::vector<std::uint64_t> expired_plans(Context& context, const std::string& quarantine,
                                          std::uint64_t own) {
   std::vector<std::uint64_t> numbers;
@@ -57,7 +57,7 @@ std::vector<std::uint64_t> expired_plans(Context& context, const std::string& qu
   return numbers;
 }
 
-/// @param own the plan that is being worked on, whose manifest is held.
+/// @param own the plan in use, whose manifest is locked.
 std::string told_of_expired(Context& context, const Options& options, std::uint64_t own = 0) {
   const std::string quarantine = quarantine_folder(context, options.quarantine);
   const std::size_t count = expired_plans(context, quarantine, own).size();
@@ -67,7 +67,8 @@ std::string told_of_expired(Context& context, const Options& options, std::uint6
 
 // ---- planning ----------------------------------------------------------------------------------
 
-/// Writes the plan beside its place first: a plan that was there stays until the new one is whole.
+/// Writes first to another name in the same folder: an existing plan stays until the new one is
+/// whole.
 void write_plan(const std::string& file, const std::string& text) {
   const std::string part = file + ".stgctl-part";
   std::error_code error;
@@ -152,7 +153,7 @@ Exit run_apply(Context& context, const Options& options) {
         worked = do_repair(context, repair, work);
       } catch (const Failure& failure) {
         if (failure.code() != Exit::kFailed) throw;
-        // The manifest takes no more, so nothing may be done any more.
+        // The manifest cannot be written, so no further repair is allowed.
         report.failed(subject, failure.what());
         return false;
       }
@@ -171,7 +172,7 @@ Exit run_apply(Context& context, const Options& options) {
   Json sums = Json::object();
   std::string tail;
   if (AppliedPlan* const applied = work.begun()) {
-    // What failed can be tried again with the same plan, and goes to the same place.
+    // After a failure the same plan can be applied again, and continues in the same place.
     if (all && report.failures() == 0) note(context, [&] { applied->note_complete(); });
     sums["number"] = applied->number();
     sums["expires"] = applied->expires();

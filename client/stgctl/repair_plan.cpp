@@ -136,7 +136,7 @@ std::string text_of(const RepairPlan& plan) {
 
 RepairPlan read_plan(Context& context, const std::string& text) {
   try {
-    // What is no JSON at all is told in words of our own.
+    // A text that is not JSON gets a message of this program, not of the JSON library.
     const Json object = Json::parse_or_null(text);
     if (!object.is_object() || object.value("schema", "") != kSchema)
       refuse(formatted("it does not contain \"schema\": \"{}\"", kSchema));
@@ -200,13 +200,13 @@ constexpr const char* kNameLost =
     "its name may have been in the damaged lines: restore the index from a backup, give the file "
     "an entry with 'stgctl sync', or use --force";
 
-/// Whether a file bears a number, which the library gives: what it is called only an index tells.
+/// Whether the file name is a number that the library gave: only an index knows the logical name.
 bool is_number(std::string_view name) {
   const std::string_view stem = name.substr(0, name.find('.'));
   return stem.size() >= 8 && stem.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-/// The code that check gives a line of this verdict.
+/// The code of check for a line of this verdict.
 Code code_of(admin::Verdict verdict) {
   if (verdict == admin::Verdict::kNoFile) return Code::kLineWithoutFile;
   return verdict == admin::Verdict::kDuplicateKey ? Code::kDuplicateKey : Code::kMalformedLine;
@@ -219,7 +219,7 @@ bool is_about_lines(Code code) {
 
 std::string code_name(Code code) { return std::string(admin::kind_of(code).name); }
 
-/// Turns the findings of a check into repairs, folder after folder.
+/// Turns the findings of a check into repairs, folder by folder.
 class Planning {
  public:
   Planning(Context& context, const std::vector<std::string>& only, Emptying emptying)
@@ -281,7 +281,7 @@ class Planning {
     if (!m_is_restored) spare_folder(path, before, done);
   }
 
-  /// What a snapshot or the damaged text itself knows comes back, before anything is taken away.
+  /// Restores what a snapshot or the damaged text still contains, before anything is removed.
   bool plan_restoring() {
     const bool is_damaged = m_view.index_state() == admin::IndexState::kRead ||
                             m_view.index_state() == admin::IndexState::kNoBytes;
@@ -307,8 +307,8 @@ class Planning {
     return true;
   }
 
-  /// Beside damaged lines a number without a line is a document whose name is lost, not a leftover.
-  /// Both stay: once the damage is tidied away nothing would tell that any more.
+  /// Beside damaged lines, an orphan with a number as its name is a document that lost its name.
+  /// The damaged lines and the orphans both stay: without the damage nothing would show the loss.
   void note_lost_names(const std::vector<Finding>& findings) {
     const auto is_damage = [](const Finding& each) { return each.code == Code::kMalformedLine; };
     const auto is_nameless = [](const Finding& each) {
@@ -329,14 +329,14 @@ class Planning {
     }
   }
 
-  /// Whether a finding stays for that.
+  /// Whether a finding is not repaired for that reason.
   bool is_kept(const Finding& finding) const {
     return m_has_lost_names &&
            (finding.code == Code::kMalformedLine ||
             (finding.code == Code::kFileWithoutLine && is_number(finding.name)));
   }
 
-  /// Whether there are files that no entry has: only those can get a name back.
+  /// Whether there are orphans: only these can get a name back.
   bool has_lost_names() const {
     admin::IndexLint lint;
     lint.start(m_view);
@@ -352,14 +352,14 @@ class Planning {
     return false;
   }
 
-  /// Whether a repair moves away what may be a document.
+  /// Whether a repair moves a file that can be a document.
   static bool takes_document(const Repair& repair) {
     return repair.kind == RepairKind::kQuarantine && !repair.is_folder &&
            repair.code != code_name(Code::kUnfinishedFile);
   }
 
-  /// Nothing takes most of a folder away unless that was asked for: neither its files nor its
-  /// names. @param before where the folder's repairs begin.
+  /// Without --force no plan removes most of the files or names of a folder. @param before the
+  /// index of the folder's first repair.
   void spare_folder(const std::string& path, std::size_t before,
                     const std::vector<const Finding*>& done) {
     std::size_t files = 0;
@@ -423,7 +423,7 @@ class Planning {
   }
 
   bool plan(const Finding& finding) {
-    // Names that come back may be those of files and key lines that nothing leads to now.
+    // A restored name can be the name of a file or key line that is dangling now.
     const bool is_counter =
         finding.code == Code::kCounterBehind || finding.code == Code::kCounterUnreadable;
     if ((m_is_restored && !is_counter) || is_kept(finding)) return false;
@@ -447,7 +447,7 @@ class Planning {
     const std::string path = m_view.path_of(finding.name);
     const admin::sys::Info info = admin::sys::describe(path);
     const bool is_folder = info.kind == admin::sys::Kind::kFolder;
-    // Where the names are lost, every file is without a line: names come first.
+    // If the index has lost its names, every file is an orphan. Names are restored first.
     const bool is_still = finding.code == Code::kUnfinishedFile ? admin::is_leftover(path)
                           : is_folder ? admin::is_orphaned_parts(m_view, finding.name)
                                       : admin::is_unclaimed_file(m_view, finding.name);

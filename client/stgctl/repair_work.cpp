@@ -41,7 +41,7 @@ os::Status open_locked(Context& context, LockedFile& file, const std::string& pa
   return status;
 }
 
-/// The folder of a file, seen under the lock of its index, which the caller holds.
+/// The folder of a file, read under the lock of its index, which the caller holds.
 void look(FolderView& view, const std::string& folder, LockedFile& index) {
   admin::DocumentFolder place;
   place.path = folder;
@@ -59,7 +59,7 @@ LockedFile::For purpose_of(bool dry_run) {
   return dry_run ? LockedFile::For::kReading : LockedFile::For::kChanging;
 }
 
-/// How the bytes of a file are to become others.
+/// How to change the bytes of a file.
 enum class Writing : std::uint8_t { kLines, kBytes };
 
 os::Status write(LockedFile& file, Writing how, std::string_view old_bytes,
@@ -68,7 +68,7 @@ os::Status write(LockedFile& file, Writing how, std::string_view old_bytes,
                                 : file.replace_bytes(old_bytes, new_bytes);
 }
 
-/// Notes the step, keeps the old bytes, and writes the new ones.
+/// Records the step, keeps the old bytes, and writes the new ones.
 Worked replace(AppliedPlan& plan, const Repair& repair, LockedFile& file, Writing how,
                const std::string& old_bytes, const std::string& new_bytes, bool was_missing) {
   const Step* step = plan.unfinished(repair);
@@ -87,8 +87,8 @@ bool read_kept(const AppliedPlan& plan, const Step& step, std::string& bytes) {
 
 // ---- doing -------------------------------------------------------------------------------------
 
-/// Gives an index another text under its lock. @param change gives the text, and tells how many
-/// lines it has taken or brought. @param none said when these are none. @param what "lines".
+/// Changes the text of an index under its lock. @param change returns the new text, and the number
+/// of removed or added lines. @param none the message if that number is 0. @param what "lines".
 template <class Change>
 Worked change_index(Context& context, const Repair& repair, const std::string& path, WorkPlan& work,
                     const Change& change, const char* none, const char* what) {
@@ -155,7 +155,7 @@ Worked remove_key_lines(Context& context, const Repair& repair, const std::strin
   std::size_t removed = 0;
   std::string rest = admin::without_key_lines(text, unwanted, removed);
   if (AppliedPlan* const plan = work.begun()) {
-    // A process that was killed while it wrote leaves the new bytes and then the old ones.
+    // A process that was killed during the write leaves new bytes, followed by old ones.
     const Step* const step = plan->unfinished(repair);
     std::string before;
     if (step != nullptr && read_kept(*plan, *step, before)) {
@@ -197,7 +197,7 @@ Worked set_counter(Context& context, const Repair& repair, const std::string& pa
 Worked quarantine(Context& context, const Repair& repair, const std::string& path, WorkPlan& work) {
   const std::string folder = folder_of(path);
   const std::string index_path = sys::join(folder, index_format::kIndexFile);
-  // Under the index's lock nobody can give the file a line.
+  // Under the index's lock no process can create an entry for the file.
   LockedFile index;
   if (sys::describe(index_path).kind != sys::Kind::kMissing) {
     const os::Status opened = open_locked(context, index, index_path, purpose_of(work.is_dry()),
@@ -225,7 +225,7 @@ Worked quarantine(Context& context, const Repair& repair, const std::string& pat
   if (!repair.is_folder && (info.size != repair.bytes || info.modify_time != repair.modified))
     return skipped("it changed after the plan was written");
   if (!repair.is_folder) {
-    // Whoever writes it holds it locked.
+    // The process that writes it has it locked.
     LockedFile file;
     const os::Status opened =
         open_locked(context, file, path, LockedFile::For::kReading, LockedFile::IfMissing::kFail);
@@ -274,15 +274,15 @@ Worked undo_counter(LockedFile& counter, const Step& step, const std::string& pa
   return removed.ok() ? Worked() : failed(removed);
 }
 
-/// What the bytes of an index or a key file have to become, for all that was written since.
+/// The bytes that an index or a key file must get; keeps all later changes.
 std::string undone_text(const Step& step, const std::string& before, const std::string& now) {
-  // An undo that found no space leaves a beginning of what it wrote.
+  // An undo without enough space leaves the beginning of what it wrote.
   if (digest_of(now) == step.after || before.starts_with(now)) return before;
   if (step.repair.kind == RepairKind::kRemoveLines)
     return admin::with_lines(now, step.repair.lines);
-  // Names that came back are true, and something was written beside them since.
+  // The restored names are valid, and other changes followed.
   if (step.repair.kind == RepairKind::kRestoreLines) return now;
-  // Killed while it was repaired or undone: one and then the other.
+  // A kill during the repair or the undo leaves a mix of both texts.
   std::size_t removed = 0;
   const std::set<std::string> lines(step.repair.lines.begin(), step.repair.lines.end());
   const std::string after = admin::without_key_lines(before, lines, removed);

@@ -10,22 +10,21 @@
 #include "client/stgctl/repair_plan.h"
 
 /// @file
-/// Single repairs, done and undone. Each looks first whether what it is about still is as it was
-/// planned, and can be done again after a process was killed in its midst.
+/// Single repairs, done and undone. Each first checks that its target is still in the planned
+/// state. Each can be repeated after a process was killed during it.
 namespace stgctl {
 
-/// What became of a repair or of its undoing.
+/// The result of a repair or of its undo.
 struct Worked {
   enum class How : std::uint8_t { kDone, kSkipped, kFailed };
   How how = How::kDone;
-  std::string text;  ///< the reason, or what more there is to tell
+  std::string text;  ///< the reason, or details of the result
 };
 
-/// The plan that steps are noted in. It is begun with the first step that has something to do.
+/// The plan in which steps are recorded. It is created with the first step that changes something.
 class WorkPlan {
  public:
-  /// @param digest of the plan that is applied: what was begun for it and not completed is gone on
-  /// with.
+  /// @param digest of the applied plan: an unfinished plan with this digest is continued.
   /// @param keep seconds until the quarantine expires.
   WorkPlan(Context& context, std::string quarantine, std::string digest, std::int64_t keep);
 
@@ -43,16 +42,16 @@ class WorkPlan {
   std::optional<AppliedPlan> m_plan;
 };
 
-/// Does a repair, or tells in a dry run what would be done.
-/// @throws Failure kLockTimeout, kInterrupted, and kFailed when the manifest cannot be written.
+/// Does a repair; in a dry run reports what it would do.
+/// @throws Failure kLockTimeout, kInterrupted, and kFailed if the manifest cannot be written.
 Worked do_repair(Context& context, const Repair& repair, WorkPlan& plan);
 
-/// Notes in a manifest that all is done. Where that fails, asking again finds nothing left to do
-/// and notes it then: a warning is enough.
+/// Records in a manifest that all is done. If that fails, it only warns: a repeated command finds
+/// nothing left to do and records it then.
 void note(Context& context, const std::function<void()>& noting);
 
-/// Reverses a step. @param dry_run changes nothing and tells what would be done. @throws as
-/// do_repair().
+/// Reverses a step. @param dry_run changes nothing and reports what it would do.
+/// @throws as do_repair().
 Worked undo_step(Context& context, const AppliedPlan& plan, const Step& step, bool dry_run);
 
 }  // namespace stgctl

@@ -12,7 +12,7 @@
 
 namespace stgctl {
 
-/// A version of a document, or less: empty fields are left out.
+/// A version of a document. Empty fields are omitted.
 struct Subject {
   std::string area;
   std::string owner;
@@ -25,40 +25,40 @@ std::string shown(const Subject& subject);
 /// The fields "area", "owner", "name" and "timestamp".
 void put_subject(Json& object, const Subject& subject);
 
-/// Tells what a changing command did, entry by entry and in sum, and finds its exit code. As JSON
-/// each entry is one line {"schema", "record": "entry", "action", ...} and the end is one line
+/// Reports what a changing command did, per entry and in total, and determines its exit code. As
+/// JSON each entry is one line {"schema", "record": "entry", "action", ...}. The last line is
 /// {"schema", "record": "summary", "dry_run", "done", "skipped", "failed", "interrupted", ...}.
 class ChangeReport {
  public:
-  /// @param schema "stgctl.rm/1". @param done what is done to an entry: "removed".
+  /// @param schema "stgctl.rm/1". @param done the word for a changed entry: "removed".
   ChangeReport(Context& context, const char* schema, std::string done);
 
-  /// An entry was changed, or would be in a dry run. @param fields more fields of the JSON line.
+  /// An entry was changed; in a dry run it would be. @param fields more fields of the JSON line.
   void done(const Subject& subject, const Json& fields = Json::object(),
             std::string_view tail = {});
-  /// As done(), under another word than the command's own.
+  /// Like done(), with another word.
   void done_as(const char* action, const Subject& subject, const Json& fields = Json::object(),
                std::string_view tail = {});
-  /// An entry was left as it is, for a reason that is no failure.
+  /// An entry was not changed, for a reason that is not a failure.
   void skipped(const Subject& subject, const std::string& reason);
   /// An entry could not be changed.
   void failed(const Subject& subject, const std::string& reason);
 
-  /// Counts bytes for the sum; what is counted stays when the work ends early.
+  /// Adds bytes to the total. The count stays valid when the work ends early.
   void add_bytes(std::uint64_t bytes) noexcept { m_bytes += bytes; }
   std::uint64_t bytes() const noexcept { return m_bytes; }
 
   /// How long the guarded work took.
   double seconds() const noexcept { return m_seconds.count(); }
-  /// ", 412 files/s" of what took long enough to matter; empty otherwise.
+  /// ", 412 files/s" if the work took at least a second, otherwise empty.
   std::string speed() const;
 
   std::uint64_t failures() const noexcept { return m_failed; }
   std::uint64_t changed() const noexcept { return m_done; }
 
-  /// Runs the work. A lock that is not obtained in time, and Ctrl-C, end it but not the report:
-  /// what was done so far is told, and finish() has their exit code. @return the work's result, or
-  /// none of it.
+  /// Runs the work. A lock timeout or Ctrl-C ends the work, but not the report: it shows what was
+  /// done, and finish() returns the exit code.
+  /// @return the work's result, or an empty one.
   template <class Work>
   auto guarded(Work&& work) -> decltype(work()) {
     const auto begin = std::chrono::steady_clock::now();
@@ -74,7 +74,7 @@ class ChangeReport {
     }
   }
 
-  /// Writes the sum. @param sums more fields of its JSON line. @param tail more of its text.
+  /// Writes the totals. @param sums more fields of the JSON line. @param tail more text.
   Exit finish(const Json& sums = Json::object(), std::string_view tail = {});
 
  private:

@@ -9,7 +9,7 @@ namespace stgctl {
 
 namespace {
 
-/// How much the worst piece of a row deviates from a square. @param side the length of the row.
+/// How much the worst piece of a row differs from a square. @param side the length of the row.
 double worst_ratio(double sum, double first, double last, double side) {
   const auto [least, most] = std::minmax(first, last);
   if (sum <= 0 || side <= 0 || least <= 0) return 0;
@@ -33,7 +33,7 @@ std::vector<Box> divide(const Box& box, const std::vector<std::uint64_t>& weight
   Box rest = box;
   std::size_t next = 0;
   while (next < weights.size()) {
-    // A row along the shorter side takes pieces for as long as that makes them squarer.
+    // A row along the shorter side takes pieces as long as that makes them squarer.
     const double side = std::min(rest.width, rest.height);
     std::size_t end = next + 1;
     double sum = area(next);
@@ -78,12 +78,12 @@ using admin::Loss;
 using admin::SpaceNode;
 using admin::StatsGroup;
 
-constexpr double kTextWidth = 6.8;  ///< of one character at the size of labels
+constexpr double kTextWidth = 6.8;  ///< of one character in a label
 
 /// A place in a chart.
 std::string at(double place) { return formatted("{:.1f}", place); }
 
-/// As much of a text as there is room for; nothing when that is hardly anything.
+/// As much of a text as fits; nothing if only a few letters fit.
 std::string fitting(const std::string& bytes, double width) {
   const std::string text = shown(std::string_view(bytes));
   const auto room = static_cast<std::size_t>(std::max(width / kTextWidth, 0.0));
@@ -123,7 +123,7 @@ Json place_of(const Box& box) {
   return {{"x", at(box.x)}, {"y", at(box.y)}, {"width", at(box.width)}, {"height", at(box.height)}};
 }
 
-/// Null where there is no room for it.
+/// Null if there is no room for it.
 Json label_in(const Box& box, double down, const std::string& text) {
   const std::string label = box.height < down + 4 ? "" : fitting(text, box.width - 8);
   if (label.empty()) return nullptr;
@@ -219,7 +219,7 @@ Json age_figures(const std::vector<StatsGroup>& ages) {
     bar["above"] = at(kBottom - height - 7);
     bar["space"] = format_bytes(group.sum.bytes);
     bar["name"] = group.name;
-    // "up to three years" stands in two lines.
+    // "up to three years" takes two lines.
     constexpr std::string_view kUpTo = "up to ";
     bar["up_to"] =
         group.name.starts_with(kUpTo) ? Json(group.name.substr(kUpTo.size())) : Json(nullptr);

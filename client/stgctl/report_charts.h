@@ -15,20 +15,20 @@ struct Box {
   double width = 0;
   double height = 0;
 
-  /// Without a margin on each side and one more on the top; never below nothing.
+  /// Without a margin on each side and a second one at the top; never smaller than empty.
   Box inset(double margin, double top = 0) const;
 };
 
-/// Divides a box among weights, so that areas are as the weights and, as long as these do not
-/// ascend, no piece is longer than need be. A weight of 0 gets a box without area.
+/// Divides a box among weights. The areas are in proportion to the weights. If the weights descend,
+/// the pieces are as close to squares as possible. A weight of 0 gets a box without area.
 std::vector<Box> divide(const Box& box, const std::vector<std::uint64_t>& weights);
 
 // ---- what the charts show ----------------------------------------------------------------------
 //
-// The figures of a report's charts: where each piece stands, and what it says. How it looks is in
-// report/*.svg, the colours in report/report.css.
+// The positions and texts of a report's charts. The look is in report/*.svg, the colours in
+// report/report.css.
 
-/// What a group without a name is called.
+/// The label of a group without a name.
 std::string name_of_owner(const std::string& owner);
 std::string name_of_extension(const std::string& extension);
 
@@ -36,10 +36,10 @@ std::string name_of_extension(const std::string& extension);
 Json treemap_figures(const admin::SpaceNode& all);
 /// Bytes by age: a list for ages.svg.
 Json age_figures(const std::vector<admin::StatsGroup>& ages);
-/// What each age limit would free and lose, in parts of the whole: "freed_line", "lost_line" and
+/// What each age limit would free and lose, as shares of the total: "freed_line", "lost_line" and
 /// "points" for curve.svg.
 Json curve_figures(const admin::Curve& curve);
-/// The line of the bytes freed, as small as a word.
+/// A small line chart of the freed bytes, for a table cell.
 std::string spark_line(const admin::Curve& curve);
 
 }  // namespace stgctl

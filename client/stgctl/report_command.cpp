@@ -28,20 +28,20 @@ namespace sys = admin::sys;
 
 namespace {
 
-/// What a report tells of a tree.
+/// The content of a report.
 struct ReportData {
   std::string tree;      ///< the storage folder
-  std::string narrowed;  ///< what the report was narrowed to, in words; may be empty
+  std::string narrowed;  ///< the limits of the report, in words; can be empty
   std::int64_t now = 0;
   admin::Layout layout = admin::Layout::kOwner;
   admin::Space space;
-  /// The forecast of a cleaning, and the area that it is of; or why there is none.
+  /// The forecast of a clean and its area, or why there is none.
   std::optional<admin::Forecast> forecast;
   std::string forecast_area;
   std::string no_forecast;
   std::optional<std::uint64_t> target;
   admin::CheckSummary check;
-  /// Some findings of each kind, in the order in which they were met.
+  /// Some findings of each kind, in the order of the check.
   std::vector<admin::Finding> samples;
 };
 
@@ -127,7 +127,7 @@ Json ages_of(const admin::Stats& stats) {
 
 // ---- cleaning ----------------------------------------------------------------------------------
 
-/// Null where there is nothing to compare.
+/// Null if there is nothing to compare.
 Json owners_of(const std::vector<Curve>& curves) {
   if (curves.size() < 2) return nullptr;
   constexpr std::array<std::string_view, 4> kShown = {"30d", "90d", "1y", "3y"};
@@ -169,7 +169,7 @@ Json cleaning_of(const ReportData& data) {
 
 // ---- findings ----------------------------------------------------------------------------------
 
-/// Null where there are none.
+/// Null if there are none.
 Json found_of(const ReportData& data) {
   Json found;
   found["kinds"] = Json::array();
@@ -197,9 +197,8 @@ Json found_of(const ReportData& data) {
   return found;
 }
 
-/// The page: complete in itself, so that it opens without a network and without a program in it. It
-/// is well formed as XML, too. Its size depends on the number of groups that are shown, not on the
-/// tree.
+/// The page is complete: it opens without a network, contains no script, and is well-formed XML.
+/// Its size depends on the number of groups, not on the tree.
 std::string report_page(const ReportData& data) {
   const admin::Stats& stats = data.space.stats;
   Json page = {{"version", VU_STGCTL_VERSION},
@@ -232,7 +231,7 @@ struct Options {
   bool no_lock = false;
 };
 
-/// How many findings of one kind the page names.
+/// The most findings of one kind on the page.
 constexpr std::uint64_t kSamplesOfAKind = 5;
 
 void survey(Context& context, ReportData& data) {

@@ -18,7 +18,7 @@ struct Options {
   bool all_versions = false;
 };
 
-/// The versions that are meant, each once.
+/// The versions to remove, each once.
 class Selection {
  public:
   Selection(Context& context, const Options& options) : m_context(context), m_options(options) {}

@@ -32,7 +32,7 @@ GroupBy group_by(const std::string& name) {
 
 Json json_of(const Sum& sum) { return {{"files", sum.files}, {"bytes", sum.bytes}}; }
 
-/// What a group is called where it has no name of its own.
+/// The label of a group without a name.
 std::string shown_group(const std::string& name, GroupBy by) {
   if (!name.empty()) return shown(name);
   return by == GroupBy::kExtension ? "(none)" : "(no owner)";

@@ -16,8 +16,7 @@ namespace {
 
 using Folders = std::map<std::string, std::vector<FoundEntry>>;
 
-/// The unknown files of the tree by folder. Names that the library would be led astray by stay
-/// unknown.
+/// The orphans of the tree by folder. Names that are not safe for the library stay orphans.
 Folders unknown_files(Context& context, ChangeReport& report) {
   admin::EntryQuery query;
   query.scope = context.scope();
@@ -32,7 +31,7 @@ Folders unknown_files(Context& context, ChangeReport& report) {
       check_name("the name", entry.name);
     } catch (const Failure& failure) {
       report.failed(subject_of(entry), failure.what());
-      // Adoption takes a folder as a whole.
+      // Adoption handles a folder as a whole.
       unsafe.insert(path);
       continue;
     }

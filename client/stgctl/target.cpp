@@ -12,7 +12,8 @@ namespace stgctl {
 
 namespace {
 
-/// Whether the text is what lines print behind the "@". Programs may have stored below 0, too.
+/// Whether the text is a timestamp after "@" in a printed line. Programs may have stored negative
+/// ones, too.
 bool is_number(const std::string& text) {
   const std::size_t first = text.starts_with('-') ? 1 : 0;
   return text.size() > first && text.find_first_not_of("0123456789", first) == std::string::npos;
@@ -25,7 +26,7 @@ std::optional<VersionName> parse_version_name(const std::string& text, admin::La
   if (slash == std::string::npos || !admin::area_named(text.substr(0, slash))) return std::nullopt;
   const bool has_owner = layout == admin::Layout::kOwner;
   const std::size_t before_name = has_owner ? text.find('/', slash + 1) : slash;
-  // No name holds a separator.
+  // No name contains a separator.
   if (before_name == std::string::npos || text.find('/', before_name + 1) != std::string::npos)
     return std::nullopt;
   VersionName version;
@@ -57,7 +58,7 @@ STG::RepositoryType type_of(admin::Area area) {
   }
 }
 
-/// Owners become names of folders: Windows reads more into those.
+/// Owners become folder names. Windows gives some of these a special meaning.
 const char* why_no_folder_name(std::string_view name) {
   if constexpr (admin::sys::kSeparator == '\\') {
     if (name.find(':') != std::string_view::npos) return "it contains a colon";
@@ -78,7 +79,7 @@ void check_name(std::string_view what, std::string_view name) {
 
 namespace {
 
-/// @param owner empty when none is named.
+/// @param owner empty if none is named.
 Target target_at(Context& context, admin::Area area, const std::string& owner) {
   Target target;
   target.area = area;
@@ -99,7 +100,7 @@ Target target_at(Context& context, admin::Area area, const std::string& owner) {
                     formatted("the owner '{}' is not allowed: {}", shown(owner), why));
     }
   }
-  // Some operations do nothing for an empty owner, also where owners share the folders.
+  // Some operations do nothing for an empty owner, even in a flat tree.
   target.library_owner = owner.empty() ? "_" : owner;
   return target;
 }
@@ -199,7 +200,7 @@ std::vector<FoundEntry> find_entries(Context& context, admin::EntryQuery query) 
         if (problem.empty()) problem = formatted("{}: {}", shown(path), why);
       });
   Context::stop_if_interrupted();
-  // A plan made from half a view would be a wrong plan.
+  // A plan from an incomplete view would be wrong.
   if (failures.lock_missed) throw Failure(Exit::kLockTimeout, problem + " (--lock-timeout)");
   if (failures.folders > 0) throw Failure(Exit::kFailed, problem);
   return found;
@@ -252,7 +253,7 @@ std::optional<FoundEntry> KnownEntries::find(const admin::DocumentFolder& folder
 
 std::vector<FoundEntry> find_versions(Context& context, const Target& target,
                                       const std::string& name) {
-  // Only where the library looks; entries in a wrong bucket are out of its sight.
+  // Searches only where the library searches: it never finds entries in a wrong bucket.
   std::vector<FoundEntry> found = entries_of_folder(
       context, admin::folder_for(context.tree(), target.area, target.owner, name));
   std::erase_if(found, [&](const FoundEntry& entry) { return entry.name != name; });

@@ -16,8 +16,8 @@
 
 namespace stgctl {
 
-/// A version as every line prints it: "AREA/OWNER/NAME@STAMP", without the owner in a tree that has
-/// none. The stamp may be left out.
+/// A version in its printed form: "AREA/OWNER/NAME@STAMP", without the owner in a flat tree. The
+/// stamp can be omitted.
 struct VersionName {
   std::string area;
   std::string owner;  ///< empty in a tree without owners
@@ -25,17 +25,17 @@ struct VersionName {
   std::optional<std::int32_t> timestamp;
 };
 
-/// Takes such a text apart. @return nothing for any other text, which is then a name by itself.
-/// @throws Failure kUsage for a number behind the "@" that is no timestamp: taken for a part of the
-/// name, or for no timestamp at all, it would lead to another version.
+/// Splits such a text. @return nothing for any other text, which is then a plain name.
+/// @throws Failure kUsage for a number after "@" that is not a timestamp. Such a text must not
+/// count as a name: it would lead to another version.
 std::optional<VersionName> parse_version_name(const std::string& text, admin::Layout layout);
 
 }  // namespace stgctl
 
 /// @file
-/// What a changing command works on, and what it refuses to touch. The library takes names as parts
-/// of paths; so whatever could lead it out of the tree, or to the index's own files, is refused
-/// here.
+/// The targets of changing commands, and what these refuse to change. The library uses names as
+/// parts of paths. So names that could lead it out of the tree, or to the index's own files, are
+/// refused here.
 namespace stgctl {
 
 /// One owner's part of an area.
@@ -43,14 +43,14 @@ struct Target {
   admin::Area area = admin::Area::kDocs;
   STG::RepositoryType type = STG::CorporateRepository;
   std::string owner;          ///< as named; empty in a tree without owners
-  std::string library_owner;  ///< what the library is given: never empty
+  std::string library_owner;  ///< the owner for the library: never empty
 };
 
-/// The target that --area and --owner name. @param fallback the area when none is said.
-/// @throws Failure kRefused for an unsafe owner, for none where the tree has owners, for an area
-/// that keeps no documents.
+/// The target that --area and --owner name. @param fallback the area without --area.
+/// @throws Failure kRefused for an unsafe owner, for a missing one in a tree with owners, for an
+/// area without documents.
 Target target_of(Context& context, admin::Area fallback);
-/// The target of an entry that was found.
+/// The target of a found entry.
 Target target_of(Context& context, const admin::DocumentFolder& folder);
 
 /// A version that the command line names.
@@ -59,21 +59,21 @@ struct NamedVersion {
   std::string name;
   std::optional<std::int32_t> timestamp;
 };
-/// Takes a name, or a version as every line prints it; --area, --owner and @p timestamp say what
-/// the text leaves out. The name may be a pattern as well, and is not checked.
-/// @param fallback the area when none is said.
-/// @throws Failure kUsage where the text contradicts the options; as target_of().
+/// Reads a name, or the printed form of a version. --area, --owner and @p timestamp supply what the
+/// text omits. The name can also be a pattern; it is not checked.
+/// @param fallback the area without --area.
+/// @throws Failure kUsage if the text contradicts the options; as target_of().
 NamedVersion named_version(Context& context, const std::string& text, const std::string& timestamp,
                            admin::Area fallback);
-/// What a version says by itself. @throws as target_of().
+/// What the text of a version says, without options. @throws as target_of().
 NamedVersion named_version_at(Context& context, const VersionName& version);
 
-/// @throws Failure kRefused when the library must not be given this name. @param what "the owner".
+/// @throws Failure kRefused if the name is not safe for the library. @param what "the owner".
 void check_name(std::string_view what, std::string_view name);
-/// @throws Failure kRefused when a link lies on the way from the storage folder to the path.
+/// @throws Failure kRefused if a link is on the way from the storage folder to the path.
 void check_no_link(Context& context, const std::string& path);
 
-/// An entry that was found, with copies of what the listing showed.
+/// A found entry, with copies of what the listing showed.
 struct FoundEntry {
   admin::DocumentFolder folder;
   admin::EntryState state = admin::EntryState::kIndexed;
@@ -90,14 +90,14 @@ struct FoundEntry {
 };
 Subject subject_of(const FoundEntry& entry);
 
-/// The entries that match, with their sizes and times; nothing is changed.
-/// @throws Failure kLockTimeout when an index stayed locked, kFailed when a folder could not be
-/// read, kInterrupted after Ctrl-C.
+/// The matching entries, with their sizes and times. Changes nothing.
+/// @throws Failure kLockTimeout if an index stayed locked, kFailed if a folder could not be read,
+/// kInterrupted after Ctrl-C.
 std::vector<FoundEntry> find_entries(Context& context, admin::EntryQuery query);
-/// The entries of one folder, in the order of its index; none when there is no such folder.
+/// The entries of one folder, in the order of its index; empty if there is no such folder.
 /// @throws as find_entries().
 std::vector<FoundEntry> entries_of_folder(Context& context, const admin::DocumentFolder& folder);
-/// Entries of folders by name: the index of the folder that was asked for last is read once.
+/// Entries of folders by name. Keeps the index of the last requested folder.
 class KnownEntries {
  public:
   explicit KnownEntries(Context& context) : m_context(context) {}
@@ -105,7 +105,7 @@ class KnownEntries {
   /// @throws as find_entries().
   std::optional<FoundEntry> find(const admin::DocumentFolder& folder, const std::string& name,
                                  std::int32_t timestamp);
-  /// What is known may have changed.
+  /// Drops what it keeps, after a change.
   void forget() { m_folder.clear(); }
 
  private:
@@ -118,16 +118,16 @@ class KnownEntries {
 std::vector<FoundEntry> find_versions(Context& context, const Target& target,
                                       const std::string& name);
 
-/// Leaves the versions of the timestamp that was named, if one was.
+/// Keeps only the versions of the given timestamp, if there is one.
 void keep_wanted(std::vector<FoundEntry>& versions, const NamedVersion& named);
-/// The versions whose names match the pattern that the name is.
+/// The versions whose names match the pattern in the name.
 std::vector<FoundEntry> find_matching(Context& context, const NamedVersion& pattern);
 
 /// The name under which the library adopts a file: its extension in lower case.
 std::string adopted_name(std::string name);
 
-/// @throws Failure kRefused when the folder holds a file that bears the logical name and is not
-/// that very version: the library would take it for every version of the name.
+/// @throws Failure kRefused if the folder contains a file that has the logical name as its file
+/// name and is not that version: the library would serve it for every version of the name.
 void check_not_shadowed(Context& context, const Target& target, const std::string& name,
                         std::int32_t timestamp);
 
@@ -140,19 +140,19 @@ void check_not_shadowed(Context& context, const Target& target, const std::strin
 inline constexpr std::array<admin::Area, 3> kPersonalAreas = {
     admin::Area::kMail, admin::Area::kList, admin::Area::kUser};
 
-/// What the help of user rename and user remove says.
+/// The help text of user rename and user remove.
 inline constexpr const char* kAreasGoTogether =
     "This concerns the areas mail, list and user. Corporate documents (docs) belong to no\n"
     "single owner and stay.";
 
 /// @throws Failure kRefused in a tree without owners.
 void require_owners(Context& context);
-/// @throws Failure kRefused, also for an owner of one area: the areas go together.
+/// @throws Failure kRefused also for an owner with an area: the command changes the areas together.
 void check_owner(std::string_view what, const std::string& name);
 std::string owner_folder(Context& context, admin::Area area, const std::string& owner);
 /// The areas in which an owner has a personal folder. @throws Failure kRefused for a link.
 std::vector<admin::Area> areas_of(Context& context, const std::string& owner);
-/// No operation may use the folders meanwhile; those with an index tell of it by their locks.
+/// Waits until no operation uses the folders; those with an index show it by their locks.
 void wait_for_folders(Context& context, const std::vector<admin::Area>& areas,
                       const std::string& owner);
 

@@ -11,7 +11,7 @@ namespace {
 
 constexpr auto kNone = std::string_view::npos;
 
-/// A tag of a template: where it begins and ends, its sign (a blank for a value), its name.
+/// A tag of a template: its position, its sign (a blank for a value), its name.
 struct Tag {
   std::size_t begin = kNone;
   std::size_t end = kNone;

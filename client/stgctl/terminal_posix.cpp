@@ -12,7 +12,7 @@ namespace stgctl::terminal {
 
 namespace {
 
-// Free of locks, as a handler needs it.
+// Lock-free, as a signal handler requires.
 std::atomic<bool> interrupt_seen{false};
 static_assert(std::atomic<bool>::is_always_lock_free);
 
@@ -32,7 +32,7 @@ int descriptor(Stream stream) {
 }  // namespace
 
 void set_up() {
-  // A reader that goes away (such as "head") is an error of writing, told as one.
+  // A reader that ends early (such as "head") causes a write error, and not the end of the process.
   std::signal(SIGPIPE, SIG_IGN);
 }
 
@@ -53,7 +53,8 @@ int width(Stream stream) {
 std::string read_line() {
   std::string line;
   while (!interrupt_seen.load()) {
-    // Never in read() for long: a Ctrl-C between the question and the call would not end it.
+    // Never blocks in read() for long: a Ctrl-C between the check of the flag and the call would
+    // not end it.
     ::pollfd waiting = {STDIN_FILENO, POLLIN, 0};
     if (::poll(&waiting, 1, 100) <= 0) continue;
     char c = 0;
@@ -66,10 +67,10 @@ std::string read_line() {
 void watch_interrupt() {
   struct ::sigaction action = {};
   action.sa_handler = note_interrupt;
-  // The handler serves once: whoever presses Ctrl-C again means it.
+  // The handler works once: a second Ctrl-C ends the process.
   action.sa_flags = static_cast<int>(SA_RESETHAND);
   ::sigaction(SIGINT, &action, nullptr);
-  // So does whoever ends services: the current entry is finished, and what was done is told.
+  // The same for SIGTERM: the current entry is finished, and the results are printed.
   ::sigaction(SIGTERM, &action, nullptr);
 }
 

@@ -17,7 +17,7 @@ std::atomic<bool> interrupt_seen{false};
 
 BOOL WINAPI note_interrupt(DWORD event) {
   if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) return FALSE;
-  // Not handled the second time: the system then ends the program.
+  // The second event is not handled: the system then ends the program.
   return interrupt_seen.exchange(true) ? FALSE : TRUE;
 }
 
@@ -56,7 +56,7 @@ void set_up() {
   ::SetConsoleCP(CP_UTF8);
   let_escape_sequences_work(Stream::kOut);
   let_escape_sequences_work(Stream::kErr);
-  // Line feeds stay line feeds, so that JSON and documents are the same bytes on every system.
+  // Line feeds stay line feeds, so that JSON and documents have the same bytes on every system.
   ::_setmode(::_fileno(stdout), _O_BINARY);
 }
 
@@ -92,10 +92,11 @@ const std::atomic<bool>& interrupt_flag() noexcept { return interrupt_seen; }
 
 }  // namespace stgctl::terminal
 
-// The narrow form has them in the code page of the system, not of this program. The runtime takes
-// the command line apart: the shell's library takes as long to load as all others together.
+// The narrow form of main() gets the arguments in the system's code page, not this program's. The C
+// runtime splits the command line: loading the shell's library takes as long as all others
+// together.
 int wmain(int argc, wchar_t** argv) {
-  // No DLL that lies in the current folder is taken for one of the system's, whoever asks for it.
+  // No DLL in the current folder can replace a system DLL.
   ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_APPLICATION_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
   std::vector<std::string> arguments;
   for (int i = 1; i < argc; ++i) arguments.push_back(stgctl::terminal::utf8(argv[i]));

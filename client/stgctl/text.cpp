@@ -15,7 +15,7 @@ struct Unit {
   std::uint64_t factor;
 };
 
-/// A number and one of the units behind it; nothing when it does not fit 63 bits.
+/// A number and its unit; nothing if it does not fit 63 bits.
 template <std::size_t N>
 std::optional<std::uint64_t> parse_with_unit(std::string_view text,
                                              const std::array<Unit, N>& units) {
@@ -77,7 +77,8 @@ std::string format_age(std::int64_t seconds) {
 }
 
 std::optional<std::int64_t> parse_age(std::string_view text) {
-  // Required: no unit, no age. "--older-than 30" of whoever means days would take everything.
+  // Required: an age needs a unit. A user who means days would remove everything with "--older-than
+  // 30".
   constexpr std::array<Unit, 6> kUnits = {
       {{"s", 1}, {"m", kMinute}, {"h", kHour}, {"d", kDay}, {"w", kWeek}, {"y", kYear}}};
   const std::optional<std::uint64_t> seconds = parse_with_unit(text, kUnits);

@@ -12,14 +12,13 @@
 #include "client/admin/text.h"
 
 /// @file
-/// Text as people read and type it: names that may be any bytes, sizes, times, ages.
+/// Text for people: names of any bytes, sizes, times, ages.
 namespace stgctl {
 
 using admin::append_formatted;
 using admin::formatted;
 
-/// The bytes as text that is safe to print: what is no UTF-8, and every control character, becomes
-/// U+FFFD.
+/// The bytes as printable text: invalid UTF-8 and control characters become U+FFFD.
 inline std::string shown(std::string_view bytes) { return admin::printable(bytes); }
 /// The texts with the separator between them.
 std::string joined(const std::vector<std::string>& texts, std::string_view separator);
@@ -29,15 +28,15 @@ std::size_t columns(std::string_view text);
 /// "0 B", "1023 B", "1.5 KiB", "12.0 GiB".
 std::string format_bytes(std::uint64_t bytes);
 using admin::format_time;
-/// "37 s", "12 min", "5 h", "3 d", the largest unit that is at least one; "in 5 h" for the future.
+/// "37 s", "12 min", "5 h", "3 d": the largest unit with at least one; "in 5 h" for the future.
 std::string format_age(std::int64_t seconds);
 
-/// Reads "90s", "15m", "12h", "30d", "4w" or "1y" as seconds. @return nothing for other text, a
-/// number without a unit included.
+/// Reads "90s", "15m", "12h", "30d", "4w" or "1y" as seconds. @return nothing for other text, also
+/// for a number without a unit.
 std::optional<std::int64_t> parse_age(std::string_view text);
-/// As a check of an argument: empty when the text is an age, else what is wrong with it.
+/// As a check of an argument: empty if the text is an age, otherwise an error text.
 std::string is_age(const std::string& text);
-/// Reads "500", "64K", "10M", "5G" or "1T", also with "B" or "iB" behind, as bytes in powers of
+/// Reads "500", "64K", "10M", "5G" or "1T", also with "B" or "iB" after it, as bytes in powers of
 /// 1024.
 /// @return nothing for other text.
 std::optional<std::uint64_t> parse_size(std::string_view text);
@@ -46,7 +45,7 @@ std::optional<std::uint64_t> parse_size(std::string_view text);
 //
 // Timestamps of versions as they are typed: whole numbers of 31 bits.
 
-/// Takes what is below 0, too: other programs may have stored it.
+/// Accepts negative numbers too: other programs may have stored them.
 inline std::optional<std::int32_t> parse_stamp(const std::string& text) {
   std::int32_t value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -54,19 +53,19 @@ inline std::optional<std::int32_t> parse_stamp(const std::string& text) {
   return value;
 }
 
-/// As a check of an argument: empty when the text is a timestamp, else what is wrong with it.
+/// As a check of an argument: empty if the text is a timestamp, otherwise an error text.
 inline std::string is_stamp(const std::string& text) {
   return parse_stamp(text).value_or(-1) >= 0
              ? std::string()
              : "'" + text + "' is not a timestamp: a whole number from 0 to 2147483647";
 }
 
-/// As is_stamp(), or "mtime".
+/// Like is_stamp(), also accepts "mtime".
 inline std::string is_stamp_or_mtime(const std::string& text) {
   return text == "mtime" ? std::string() : is_stamp(text);
 }
 
-/// The timestamp that a text which is_stamp_or_mtime() accepts stands for.
+/// The timestamp of a text that is_stamp_or_mtime() accepts.
 inline std::int32_t stamp_of(const std::string& text, std::int64_t modify_time) {
   if (text != "mtime") return parse_stamp(text).value_or(0);
   constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
@@ -75,11 +74,10 @@ inline std::int32_t stamp_of(const std::string& text, std::int64_t modify_time) 
 
 // ---- bars --------------------------------------------------------------------------------------
 
-/// A bar of eighths of a column: so much of the width as the part is of the whole. What is there at
-/// all can be seen.
+/// A bar in eighths of a column, as wide as the share. A share above 0 is always visible.
 std::string bar(std::uint64_t part, std::uint64_t whole, std::size_t width);
 
-/// The text with blanks behind it up to a width in columns.
+/// The text, filled with blanks to a width in columns.
 std::string padded(std::string text, std::size_t width);
 
 }  // namespace stgctl

@@ -12,7 +12,7 @@ namespace sys = admin::sys;
 
 namespace {
 
-/// Files and bytes below a folder; links are counted as files and not followed.
+/// Files and bytes below a folder. Links count as files and are not followed.
 struct Content {
   std::uint64_t files = 0;
   std::uint64_t bytes = 0;

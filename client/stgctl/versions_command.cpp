@@ -8,14 +8,14 @@ namespace stgctl {
 
 namespace {
 
-/// The file that reading serves for this version's name and timestamp; empty when none is.
+/// The file that a read returns for this version's name and timestamp, or empty.
 std::string served_for(Context& context, const FoundEntry& version, bool no_lock) {
   admin::Request request;
   request.area = version.folder.area;
   request.owner = version.folder.owner;
   request.entry = version.name;
   request.timestamp = version.timestamp;
-  // Whether its age would do is the asker's matter.
+  // Ignores the required age, which depends on the reader.
   if (!version.name.ends_with(".kdf") || request.area != admin::Area::kDocs) request.timestamp = 0;
   return admin::look_up(context.tree(), request, locking_for(context, no_lock)).path;
 }

@@ -145,7 +145,7 @@ admin::Forecast forecast_of(Context& context, const admin::Scope& scope, bool by
       },
       forecast);
   Context::stop_if_interrupted();
-  // A forecast from half a view would promise too much.
+  // A forecast from an incomplete view would be wrong.
   if (failures.lock_missed) throw Failure(Exit::kLockTimeout, problem + " (--lock-timeout)");
   if (failures.folders > 0) throw Failure(Exit::kFailed, problem);
   return forecast;

@@ -11,18 +11,18 @@
 
 namespace stgctl {
 
-/// Shows the curves of age limit against what a cleaning frees and loses. Nothing is changed.
-/// @param target the size to reach, if one was named.
+/// Shows for each age limit what a clean frees and loses. Changes nothing.
+/// @param target the size to reach, if given.
 Exit run_what_if(Context& context, bool by_access, std::optional<std::uint64_t> target);
 
 /// The curves of the versions in the tree.
-/// @throws Failure kLockTimeout, kFailed or kInterrupted when not every folder could be read.
+/// @throws Failure kLockTimeout, kFailed or kInterrupted if not every folder could be read.
 admin::Forecast forecast_of(Context& context, const admin::Scope& scope, bool by_access,
                             std::int64_t now);
 
 /// "37 days", "5 hours", "90 seconds".
 std::string shown_limit(std::int64_t seconds);
-/// The same as it is typed: "37d".
+/// The same as an argument: "37d".
 std::string typed_limit(std::int64_t seconds);
 /// "to reach 5.0 GiB the limit is 37 days: ..."
 std::string sentence_for(std::uint64_t target, const admin::LimitFor& limit);

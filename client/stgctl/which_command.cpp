@@ -9,7 +9,7 @@ namespace {
 
 namespace sys = admin::sys;
 
-/// The document's file that a path in its folder belongs to: the file itself, or that of a part.
+/// The document's file for a path in its folder: the file itself, or the file of a sub-part.
 std::string document_file(const admin::DocumentFolder& folder, const std::string& rest) {
   const std::string first = rest.substr(0, rest.find(sys::kSeparator));
   if (sys::describe(sys::join(folder.path, first)).kind != sys::Kind::kFolder) return first;

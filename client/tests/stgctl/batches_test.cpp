@@ -15,7 +15,7 @@ class ClientBatches : public Client {
  protected:
   ClientBatches() { init(); }
 
-  /// Makes so many files to put. @return their folder.
+  /// Creates a number of files to store. @return their folder.
   std::string sources(int count, const std::string& bytes) {
     make_folder(scratch().path("in\\many"));
     for (int i = 0; i < count; ++i)
@@ -46,7 +46,7 @@ TEST_F(ClientBatches, ReplaceManyVersionsWhereTheyAre) {
       {"put", sources(kFiles, "new"), "--replace", "--area", "user", "--owner", "anna", "--yes"});
   EXPECT_EQ(told.back().at("done"), kFiles);
   EXPECT_EQ(told[0].at("action"), "replaced");
-  // Each keeps its file, so that the index stays as it was.
+  // Each version keeps its file, so the index does not change.
   EXPECT_EQ(read_file(index), lines);
   for (const int i : {0, 7, kFiles - 1}) {
     const std::string number = std::to_string(i);
@@ -112,7 +112,7 @@ TEST_F(ClientBatches, MoveWhatAPatternMatches) {
   EXPECT_EQ(lines_of(on_tree({"ls"}).out).size(), kFiles + 1U);
   EXPECT_EQ(get_modify_time(physical("docs", "g0.old.kdc")), 1'600'000'000);
   expect_sound();
-  // Again nothing is there to be moved.
+  // There is nothing left to move.
   EXPECT_EQ(on_tree(really).code, 3);
 }
 
@@ -165,7 +165,7 @@ TEST_F(ClientBatches, ImportWhatWasThereAndWhatWasNot) {
   put_many(kFiles, "x");
   const std::string exported = shell_path(scratch().path("export"));
   ASSERT_EQ(on_tree({"export", exported}).code, 0);
-  // Some are gone, some other ones, some as they were.
+  // Some are missing, some have other bytes, some are unchanged.
   ASSERT_EQ(change({"rm", "--match", "f1*.kdc"}).code, 0);
   ASSERT_EQ(change({"put", source("f2.kdc", "other"), "--replace"}).code, 0);
   ASSERT_EQ(on_tree({"import", exported, "--yes"}).code, 5);

@@ -9,7 +9,7 @@ class ClientClean : public Client {
     init();
     m_now = static_cast<std::int64_t>(std::time(nullptr));
   }
-  /// A document that was changed so many days ago.
+  /// A document that was changed a number of days ago.
   void aged(const std::string& name, const std::string& bytes, int days) {
     put(name, bytes, 0, m_now - days * 86'400 - 60);
   }
@@ -37,7 +37,7 @@ TEST_F(ClientClean, RemovesWhatIsOlderThanTheLimitAndNothingElse) {
   EXPECT_FALSE(file_exists(file));
   EXPECT_FALSE(folder_exists(file + "_"));
   EXPECT_EQ(get("young.kdc"), "123");
-  // The library's own sweep would take it away.
+  // The library's own sweep would remove it.
   EXPECT_EQ(read_file(stray), "a stray file");
 }
 
@@ -191,7 +191,7 @@ class ClientWhatIf : public Client {
             .code,
         0);
   }
-  /// Documents of two owners, one of them with two versions and with parts.
+  /// Documents of two owners. One has two versions and sub-parts.
   void fill() {
     for (int i = 0; i < 10; ++i) aged("d" + std::to_string(i) + ".kdc", 1000, 5 + i * 40);
     aged("v.kdf", 300, 500, 1);
@@ -231,7 +231,7 @@ TEST_F(ClientWhatIf, PromisesForEachLimitWhatCleaningThenDoes) {
       EXPECT_EQ(plan.back().at("kept_bytes"), point.at("kept_bytes")) << point;
     }
   }
-  // Of v.kdf the younger version would be left.
+  // Of v.kdf the younger version would stay.
   EXPECT_EQ(lines[0].at("points")[7].at("limit"), "1y");
   EXPECT_EQ(lines[0].at("points")[7].at("versions"), 2);
   EXPECT_EQ(lines[0].at("points")[7].at("documents"), 1);
@@ -263,8 +263,8 @@ TEST_F(ClientWhatIf, SaysItInASentence) {
   const std::string before = tree();
   const outcome shown = on_tree({"clean", "--what-if", "--target-size", "10000"});
   EXPECT_EQ(shown.code, 0);
-  // Of 15,670 bytes the old v.kdf, and d9.kdc (with its part) to d4.kdc have to go; that one is 165
-  // days old.
+  // Of 15,670 bytes the old v.kdf, and d9.kdc (with its sub-part) to d4.kdc must be removed; that
+  // one is 165 days old.
   for (const char* const part :
        {"to reach 9.8 KiB the limit is 165 days (--older-than 165d)", "older than  30d", "anna",
         "bert", "15.3 KiB in 13 versions of 12 documents"})

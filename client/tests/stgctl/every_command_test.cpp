@@ -1,4 +1,4 @@
-// What holds for every command: shells complete it, and names have one form.
+// Properties of every command: shells complete it, and names have one form.
 #include <functional>
 #include <regex>
 #include <set>
@@ -10,13 +10,13 @@
 
 namespace {
 
-/// An option or a positional as a help text lists it.
+/// An option or a positional in a help text.
 struct listed_argument {
-  std::string name;   ///< "--as", or that of a positional
+  std::string name;   ///< "--as", or the name of a positional
   std::string value;  ///< "NAME", "WORD:{auto,always,never}"; empty for a flag
 };
 
-/// A command as the help texts list it.
+/// A command in the help texts.
 struct listed_command {
   std::vector<std::string> words;  ///< {"keys", "show"}; empty for the program itself
   std::vector<listed_argument> arguments;
@@ -28,7 +28,7 @@ struct listed_command {
   }
 };
 
-/// Gives back the help text of a command.
+/// Parses the help text of a command.
 using help_of = std::function<std::string(const std::vector<std::string>& command)>;
 
 struct help_text {
@@ -36,7 +36,8 @@ struct help_text {
   std::vector<listed_argument> arguments;
 };
 
-/// "  -o,--output FILE    The file to write": names, maybe a value, and the description far off.
+/// "  -o,--output FILE    The file to write": names, maybe a value, and the description in its
+/// column.
 listed_argument argument_of(const std::string& line) {
   std::istringstream words(line.substr(0, line.find("  ", 2)));
   listed_argument argument;
@@ -77,8 +78,7 @@ void collect(const help_of& help, const std::vector<std::string>& words,
   }
 }
 
-/// Every command of the program, the program itself first: whatever is held against all commands
-/// holds for those to come as well.
+/// Every command of the program, the program itself first. So the checks include future commands.
 std::vector<listed_command> listed_commands(const help_of& help) {
   std::vector<listed_command> all;
   collect(help, {}, all);
@@ -140,7 +140,7 @@ TEST_F(ClientCompletion, SaysInItsFirstLinesHowItIsLoaded) {
   for (const auto& [shell, begin] : begins) {
     const std::string script = run({"completion", shell}).out;
     EXPECT_TRUE(script.starts_with(begin)) << script.substr(0, begin.size() + 40);
-    // Every place for the program's own words is filled.
+    // Every placeholder is filled.
     for (const char* const place :
          {"%PLACES%", "%VALUES%", "%ASKED%", "%PATHS%", "%LINES%", "%OWNERS%", "%NAMES%"})
       EXPECT_EQ(script.find(place), std::string::npos) << shell << place;
@@ -202,7 +202,7 @@ TEST_F(ClientCompletion, ListsWhatBeginsSo) {
   EXPECT_EQ(listed({"names", "docs/anna/s"}), "docs/anna/sales.kdf@1\ndocs/anna/sales.kdf@2\n");
   EXPECT_EQ(listed({"names", "docs/anna/plan"}), "docs/anna/plan two.kdc@0\n");
   EXPECT_EQ(listed({"names", "u"}), "user/andrea/a.txt@0\n");
-  // A name by itself, for whoever says --owner.
+  // A plain name, for use with --owner.
   EXPECT_EQ(listed({"names", "sa", "--owner", "anna"}), "sales.kdf\n");
   EXPECT_EQ(listed({"names", "none"}), "");
 }
@@ -238,7 +238,7 @@ class ClientPrintedNames : public Client {
 
 namespace {
 
-/// Everything of that form in a text.
+/// All matches of that form in a text.
 std::set<std::string> versions_in(const std::string& text) {
   static const std::regex kVersion("(docs|user|mail)/[a-z]+/[a-z.]+@[0-9]+");
   std::set<std::string> found;
@@ -250,7 +250,7 @@ std::set<std::string> versions_in(const std::string& text) {
 }  // namespace
 
 TEST_F(ClientPrintedNames, AreTakenWhereverANameIs) {
-  // How each place for a name is filled, and what the answer holds.
+  // How to fill each place for a name, and what the answer contains.
   struct Use {
     std::vector<std::string> command;
     std::string answer;
@@ -331,12 +331,12 @@ TEST_F(ClientPrintedNames, AreAllThatIsPrinted) {
     const std::set<std::string> versions = versions_in(result.out + result.err);
     EXPECT_FALSE(versions.empty()) << command[0] << ": " << result.out << result.err;
     for (const std::string& version : versions) {
-      // What a plan would make is not there yet.
+      // The result of a plan does not exist yet.
       const bool is_planned = version == "docs/anna/other.kdc@0";
       EXPECT_EQ(on_tree({"versions", version}).code, is_planned ? 3 : 0) << command[0] << version;
     }
   }
-  // What only an index tells of a lost document.
+  // What only an index knows of a lost document.
   std::filesystem::remove(native(page));
   for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
            {"check", "--all"}, {"ls", "--missing"}, {"compare", exported}}) {
@@ -353,7 +353,7 @@ TEST_F(ClientPrintedNames, AreAllThatIsPrinted) {
 
 TEST_F(ClientPrintedNames, NeverLeadToAnotherVersionThanTheySay) {
   put("plain.kdf", "kept");
-  // No timestamp, though a number: taken for none it would be version 0.
+  // A number that is not a timestamp. Ignored, it would select version 0.
   for (const char* const name :
        {"docs/anna/plain.kdf@99999999999", "docs/anna/plain.kdf@2147483648"}) {
     for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{

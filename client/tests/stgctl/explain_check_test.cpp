@@ -27,7 +27,7 @@ class ClientExplain : public Client {
 
 class ClientCheck : public Client {
  protected:
-  /// The codes of all findings, sorted; the last line has to sum them up.
+  /// The codes of all findings, sorted. Checks the totals in the last line.
   std::vector<std::string> codes(const std::vector<std::string>& more, int code) {
     std::vector<std::string> arguments = {"check"};
     arguments.insert(arguments.end(), more.begin(), more.end());
@@ -295,7 +295,7 @@ TEST_F(ClientCheckLoss, WhatCannotBeWrittenIsAnError) {
   fs::permissions(shell_path(m_folder + "\\index.dat"), kWrite, fs::perm_options::add);
   fs::permissions(shell_path(m_folder + "\\index"), kWrite, fs::perm_options::remove);
   EXPECT_EQ(check().at("codes").dump(), R"({"counter-unusable":1})");
-  // The other two that have to say so before they promise anything.
+  // The other two commands that must report it before they promise anything.
   EXPECT_EQ(on_tree({"explain", "write", "n.kdf", "--owner", "anna"}).code, 3);
   EXPECT_EQ(on_tree({"put", source("n", "x"), "--as", "n.kdf", "--timestamp", "99", "--owner",
                      "anna", "--dry-run"})

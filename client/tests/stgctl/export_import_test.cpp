@@ -29,7 +29,7 @@ class ClientMoving : public Client {
   std::string folder() const { return scratch().path("export"); }
   std::string file(const std::string& name) const { return folder() + "\\" + name; }
 
-  /// Runs a command on the tree that things are moved to.
+  /// Runs a command on the target tree.
   outcome on_other(std::vector<std::string> arguments) {
     arguments.insert(arguments.end(), {"--root", shell_path(other_root())});
     return run(arguments);
@@ -161,7 +161,7 @@ TEST_F(ClientExport, NarrowsDownToAnAreaAndAnOwner) {
   EXPECT_EQ(lines.back().at("versions"), 4);
   EXPECT_EQ(lines.back().at("parts"), 0);
   EXPECT_FALSE(folder_exists(file("docs")));
-  // What was left out on purpose is not missing.
+  // Omitted items are not missing.
   EXPECT_EQ(json({"compare", shell_path(folder())}).back().at("equal"), 4);
   EXPECT_EQ(on_tree({"compare", shell_path(folder()), "--area", "docs"}).code, 3);
 }
@@ -219,7 +219,7 @@ TEST_F(ClientImport, GivesATreeThatComparesEqual) {
   EXPECT_EQ(on_other({"check"}).code, 4);  // the empty document, as in the first tree
   EXPECT_EQ(on_tree({"check"}).code, 4);
   EXPECT_FALSE(file_exists(other_tree() + ".import"));
-  // And the other way round: the same manifest, to the byte.
+  // And in the other direction: the same manifest, byte for byte.
   const std::string back = scratch().path("back");
   EXPECT_EQ(on_other({"export", shell_path(back)}).code, 0);
   EXPECT_EQ(read_file(back + "\\manifest.jsonl"), read_file(file("manifest.jsonl")));
@@ -262,8 +262,7 @@ TEST_F(ClientImport, SkipsWhatIsThereAndKeepsWhatDiffers) {
   write_file(other_tree() + "\\list\\anna\\sub.txt", "mine, too");
   const std::string before = snapshot(other_tree());
   const outcome kept = import_all();
-  // The document, its parts (which go with a document that is the exported one alone), and the
-  // list.
+  // The document, its sub-parts (they belong only to the exported document), and the list.
   EXPECT_EQ(kept.code, 1) << kept.out;
   EXPECT_NE(kept.err.find("--replace"), std::string::npos);
   EXPECT_EQ(snapshot(other_tree()), before);
@@ -276,7 +275,7 @@ TEST_F(ClientImport, CompletesWhatAKilledOneHadBegun) {
   export_all();
   init_other();
   ASSERT_EQ(import_all().code, 0);
-  // A document that was cut in the middle of its copy.
+  // A document that was truncated in the middle of its copy.
   std::string cut;
   for (const auto& each :
        std::filesystem::recursive_directory_iterator(native(other_tree() + "\\docs"))) {
@@ -287,7 +286,7 @@ TEST_F(ClientImport, CompletesWhatAKilledOneHadBegun) {
   write_file(cut, "t");
   EXPECT_EQ(import_all().code, 1);
   EXPECT_EQ(read_file(cut), "t");
-  // The journal has a line that broke off, too.
+  // The journal has an unfinished line, too.
   write_file(other_tree() + ".import", "\n+docs/616e6e61/762e6b6466/2\n+docs/61");
   const std::vector<Json> preview = json_on_other({"import", shell_path(folder()), "-n"});
   EXPECT_EQ(preview.back().at("failed"), 0);
@@ -417,7 +416,7 @@ TEST_F(ClientCompare, FindsEveryKindOfDifferenceAndChangesNothing) {
   EXPECT_EQ(text.code, 4);
   for (const char* const part : {"not-in-tree", "empty.kdc@0", "5 findings", "time-differs"})
     EXPECT_NE(text.out.find(part), std::string::npos) << text.out;
-  // Of equal size and time, so that only reading tells.
+  // Of equal size and time, so that only their bytes differ.
   EXPECT_EQ(codes(compare(4, {"--quick"})),
             (Codes{"export-damaged", "not-in-export", "not-in-tree", "time-differs"}));
   EXPECT_EQ(snapshot(scratch().path()), before);

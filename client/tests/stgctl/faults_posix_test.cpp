@@ -1,4 +1,4 @@
-// The client killed at random moments, and on a disk that takes no more.
+// The client, killed at random moments, and on a full disk.
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -18,11 +18,11 @@
 
 namespace {
 
-/// Lets no file of this process and its children grow beyond a size, as a full disk does.
+/// Limits the size of all files of this process and its children, like a full disk.
 class SizeLimit {
  public:
   explicit SizeLimit(std::size_t bytes) {
-    // Else the system ends the process instead of refusing the write. A child inherits that.
+    // Otherwise the system ends the process instead of refusing the write. Children inherit this.
     m_handler = ::signal(SIGXFSZ, SIG_IGN);
     ::getrlimit(RLIMIT_FSIZE, &m_before);
     struct ::rlimit limit = m_before;
@@ -101,7 +101,7 @@ TEST_F(ClientFullDisk, RepairsAndUndoesInPartAndCompletesItWhenThereIsRoom) {
     ASSERT_EQ(get("a.kdc"), "bytes of a") << room;
     ASSERT_EQ(on_tree(repair).code, 0) << room;
     ASSERT_EQ(files(), repaired) << room;
-    // Putting back makes an index longer.
+    // The undo makes an index longer.
     const outcome undone = within(room / 16, {"undo", "--yes"});
     ASSERT_TRUE(undone.code == 0 || undone.code == 1 || undone.code == 5) << room << undone.err;
     ASSERT_EQ(get("a.kdc"), "bytes of a") << room;
@@ -144,14 +144,14 @@ class ClientKilled : public HarmedTree {
     return arguments;
   }
 
-  /// Starts the client and kills it at some moment of the time that it takes when it is left alone.
+  /// Starts the client and kills it at a random moment of its usual running time.
   void kill(const std::vector<std::string>& arguments, std::chrono::microseconds whole) {
     std::uniform_int_distribution<std::int64_t> moment(0, whole.count());
     const running_program program(with_root(arguments), {{"STG_ROOT", ""}});
     std::this_thread::sleep_for(std::chrono::microseconds(moment(m_random)));
   }
 
-  /// How long the client takes for something.
+  /// The running time of the client for some work.
   std::chrono::microseconds duration_of(const std::vector<std::string>& arguments) {
     const Clock::time_point begin = Clock::now();
     running_program program(with_root(arguments), {{"STG_ROOT", ""}});
@@ -168,7 +168,7 @@ TEST_F(ClientKilled, WhileItSavesNamesLosesNoEarlierSnapshot) {
   std::size_t lost = 0;
   const std::string names = root() + "\\storage.names";
   for (int round = 0; round < 60; ++round) {
-    // Something to store in every round, beyond a page.
+    // Something to store in every round, more than a page.
     std::string text = m_healthy;
     for (int i = 0; i < 300; ++i)
       text += "n" + std::to_string(round) + "-" + std::to_string(i) + ".kdc_0000000000/x\n";
@@ -185,7 +185,7 @@ TEST_F(ClientKilled, WhileItSavesNamesLosesNoEarlierSnapshot) {
     complete = count;
     for (const Json& line : log) ASSERT_NE(line.value("state", ""), "damaged") << round;
   }
-  // Every one of them is what the tree was then.
+  // Each of them equals the tree at its time.
   EXPECT_EQ(json({"index", "diff", "1", "latest"}).back().at("folders"), complete > 1 ? 1 : 0);
   for (std::size_t number = 1; number <= complete; ++number)
     EXPECT_EQ(on_tree({"index", "diff", std::to_string(number), "now"}).code, 0) << number;
@@ -209,7 +209,7 @@ TEST_F(ClientKilled, WhileItRepairsAndUndoesCanBeAskedAgain) {
     kill(repair, whole_repair);
     const std::string half = files();
     halves += half != harmed && half != repaired ? 1 : 0;
-    // What nothing was wrong with is never touched.
+    // Files without damage never change.
     ASSERT_EQ(get("a.kdc"), "bytes of a") << round;
     ASSERT_EQ(on_tree(repair).code, 0) << round;
     ASSERT_EQ(files(), repaired) << round;
@@ -292,7 +292,7 @@ TEST_F(ClientKilled, WhileItReplacesLeavesEachVersionWhole) {
     ASSERT_EQ(on_tree(arguments).code, 0) << round;
     last = next;
   }
-  // Folders of copies that others had begun go with the next one.
+  // The next copy removes the unfinished folders of others.
   ASSERT_EQ(on_tree(put_all('z')).code, 0);
   for (const auto& each : std::filesystem::directory_iterator(native(storage() + "\\user\\anna")))
     EXPECT_FALSE(each.path().filename().string().starts_with(".stgctl")) << each.path();
@@ -335,7 +335,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// A disk of a few megabytes that this process alone sees.
+/// A disk of a few megabytes that only this process sees.
 class SmallDisk {
  public:
   explicit SmallDisk(const std::string& folder) : m_folder(native(folder).string()) {
@@ -350,7 +350,7 @@ class SmallDisk {
   SmallDisk(const SmallDisk&) = delete;
   SmallDisk& operator=(const SmallDisk&) = delete;
 
-  /// Empty when the disk is there.
+  /// Empty if the disk is mounted.
   const std::string& refusal() const { return m_refusal; }
 
  private:
@@ -380,7 +380,7 @@ class ClientImportFaults : public Client {
   void init_other() {
     ASSERT_EQ(run({"init", "--yes", "--root", shell_path(other_root())}).code, 0);
   }
-  /// Each document there is whole: one with a line, and one whose line had not been written yet.
+  /// Each document is whole, with an entry or before its entry was written.
   void expect_whole_files(std::size_t size) {
     const outcome found =
         run({"find", "--area", "docs", "--long", "--json", "--root", shell_path(other_root())});
@@ -390,7 +390,7 @@ class ClientImportFaults : public Client {
       ASSERT_EQ(entry.at("bytes"), size) << line;
     }
   }
-  /// Documents of a size, each with a part and, beside them, a list.
+  /// Documents of a size, each with a sub-part and, beside them, a list.
   void fill(int count, std::size_t size) {
     std::vector<std::string> arguments = {"put"};
     for (int i = 0; i < count; ++i) {
@@ -414,7 +414,7 @@ TEST_F(ClientImportFaults, AKilledOneIsSaidAgain) {
   init_other();
   int kills = 0;
   bool is_left = false;
-  // Each run is killed a little later, wherever in its work it is by then.
+  // Each run is killed a little later, at any moment of its work.
   for (std::chrono::milliseconds moment = 0ms; moment < 2s; moment += moment / 2 + 1ms) {
     {
       const running_program importing(import_arguments());
@@ -443,7 +443,7 @@ TEST_F(ClientImportFaults, WhatAKilledOneHadCompletedIsPendingNoMore) {
   init_other();
   ASSERT_EQ(run(import_arguments()).code, 0);
   ASSERT_FALSE(file_exists(journal()));
-  // As if it had been killed before it could say that the document is complete.
+  // As after a kill before it could record that the document is complete.
   write_file(journal(), "\n+docs/616e6e61/64302e6b6463/0\n");
   const outcome again = run(import_arguments());
   EXPECT_EQ(again.code, 0) << again.err << again.out;

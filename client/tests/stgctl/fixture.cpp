@@ -22,7 +22,7 @@ std::string text_of(const fs::path& path) {
 }
 
 std::uint64_t hash_of(const std::string& bytes) {
-  // FNV-1a: enough to tell a changed file in a test.
+  // FNV-1a: good enough to detect a changed file in a test.
   std::uint64_t hash = 14695981039346656037ULL;
   for (const char c : bytes) hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211ULL;
   return hash;

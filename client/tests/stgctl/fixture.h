@@ -11,44 +11,44 @@
 #include "client/tests/stgctl/program.h"
 #include "tests/support/scratch.h"
 
-/// A path as a shell has it: with the system's separator.
+/// A path for a shell: with the system's separator.
 std::string shell_path(std::string path);
 
 /// Everything below a folder as text, one line each: name, kind, size, modification time in the
-/// finest unit there is, permissions, and a hash of the bytes. Two equal texts are two equal trees.
+/// finest unit, permissions, and a hash of the bytes. If two texts are equal, the trees are equal.
 std::string snapshot(const std::string& folder);
 
-/// Runs the client on trees of the test's own.
+/// Runs the client on trees of the test.
 class Client : public testing::Test {
  protected:
   using Environment = std::map<std::string, std::string>;
 
   Client();
 
-  /// Runs the client as it is, without STG_ROOT.
+  /// Runs the client without STG_ROOT.
   outcome run(const std::vector<std::string>& arguments, Environment environment = {});
   /// Runs it on the test's tree.
   outcome on_tree(std::vector<std::string> arguments, Environment environment = {});
-  /// As on_tree() for owner anna, with --yes.
+  /// Like on_tree() for owner anna, with --yes.
   outcome change(std::vector<std::string> arguments);
   /// on_tree() with --json. @return its lines.
   std::vector<Json> json(std::vector<std::string> arguments, int code = 0);
 
-  /// Makes the tree.
+  /// Creates the tree.
   void init(const std::vector<std::string>& more = {});
-  /// Makes a file to put, below the folder "in".
+  /// Creates a file to store, below the folder "in".
   std::string source(const std::string& name, const std::string& bytes,
                      std::int64_t time = 1'600'000'000);
-  /// Puts a document of owner anna into the area docs.
+  /// Stores a document of owner anna in the area docs.
   void put(const std::string& name, const std::string& bytes, long timestamp = 0,
            std::int64_t time = 1'600'000'000);
-  /// What "get" gives; the error output when that fails.
+  /// The output of "get"; the error output if it fails.
   std::string get(const std::string& name, const std::vector<std::string>& more = {});
 
   std::string root() const { return m_scratch.path("root"); }
   std::string storage() const { return m_scratch.path("root\\storage"); }
   std::string tree() const { return snapshot(storage()); }
-  /// Where the version of a document lies: a path with "\".
+  /// The path of the version of a document, with "\".
   std::string physical(const std::string& area, const std::string& name) const;
   const scratch_folder& scratch() const { return m_scratch; }
 

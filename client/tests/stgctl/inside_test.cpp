@@ -64,7 +64,7 @@ TEST(ClientText, ReadsTimestampsOfThirtyOneBits) {
   for (const char* const wrong : {"", "-", "2147483648", "1x", "mtime"}) {
     EXPECT_EQ(parse_stamp(wrong), std::nullopt) << wrong;
   }
-  // Other programs may have stored it; nobody types it as an option.
+  // Other programs may have stored it; it is not valid as an option.
   EXPECT_EQ(parse_stamp("-1"), -1);
   EXPECT_EQ(is_stamp("0"), "");
   for (const char* const wrong : {"", "-1", "2147483648", "1x"}) EXPECT_NE(is_stamp(wrong), "");
@@ -189,7 +189,7 @@ TEST(Template, LooksForFieldsFromTheInnermostOutwards) {
   data["in"] = {{"name", "inner"}};
   EXPECT_EQ(filled("{{name}} {{#in}}{{name}} {{other}}{{/in}} {{name}}", data),
             "outer inner seen outer");
-  // The same part within itself.
+  // The same section within itself.
   data["in"]["in"] = {{"name", "deep"}};
   EXPECT_EQ(filled("{{#in}}{{name}}{{#in}}-{{name}}{{/in}}{{/in}}", data), "inner-deep");
 }

@@ -10,17 +10,17 @@
 #include <string_view>
 #include <vector>
 
-/// A JSON value as tests ask for it. The library that reads the text is seen by json_value.cpp
-/// alone: in every test it takes the compiler as long as all the rest.
+/// A JSON value for tests. Only json_value.cpp includes the library that reads the text: in every
+/// test it would double the compile time.
 class Json {
  public:
-  /// @throws std::exception for text that is no JSON.
+  /// @throws std::exception if the text is not JSON.
   static Json parse(const std::string& text);
   /// Whether a text is JSON.
   static bool accept(const std::string& text);
 
   bool contains(const std::string& name) const { return find(name) != nullptr; }
-  /// @throws std::out_of_range when there is no such field or element.
+  /// @throws std::out_of_range if there is no such field or element.
   const Json& at(const std::string& name) const;
   const Json& at(std::size_t index) const { return m_items.at(index); }
   const Json& operator[](std::size_t index) const { return m_items.at(index); }
@@ -49,7 +49,7 @@ class Json {
   }
   operator std::string() const { return get<std::string>(); }
   operator std::uint64_t() const { return get<std::uint64_t>(); }
-  /// What a field holds, or @p otherwise.
+  /// The value of a field, or @p otherwise.
   template <class T>
   T value(const std::string& name, const T& otherwise) const {
     const Json* const found = find(name);
@@ -58,7 +58,7 @@ class Json {
   std::string value(const std::string& name, const char* otherwise) const {
     return value<std::string>(name, otherwise);
   }
-  /// All of it on one line; the fields of an object in the order of their names.
+  /// The whole value on one line; the fields of an object in the order of their names.
   const std::string& dump() const { return m_dump; }
 
   bool operator==(const Json& other) const { return m_dump == other.m_dump; }
@@ -84,6 +84,6 @@ class Json {
   std::string m_text;
   std::string m_dump = "null";
   std::vector<Json> m_items;
-  /// Of an object: what m_items are called.
+  /// Of an object: the names of m_items.
   std::vector<std::string> m_names;
 };

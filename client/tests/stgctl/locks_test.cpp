@@ -40,7 +40,7 @@ TEST_F(ClientLocks, WaitsForAReaderBeforeItChanges) {
   vu_file index(folder(), "index.dat");
   index.open(vu_file::o_read);
   EXPECT_EQ(change({"profile", "set", "a=c", "--lock-timeout", "0.2"}).code, 11);
-  // Looking is no matter.
+  // A reading command does not matter.
   EXPECT_EQ(get("profile.txt", {"--area", "user", "--lock-timeout", "0.2"}), "a=b\n");
   index.close();
 }
@@ -98,11 +98,11 @@ TEST_F(ClientLocks, MovesNothingThatIsOpenElsewhere) {
   EXPECT_EQ(on_tree({"ls", "b.kdc"}).code, 3);
 }
 
-/// What was written anew while a command waits, within the second of the old bytes and as long.
+/// Bytes that another process writes while a command waits: in the same second, of the same length.
 class ClientRewrites : public ClientLocks {
  protected:
-  /// Runs a command that has to wait for the index of a document, and writes the document
-  /// meanwhile. @return what was told
+  /// Runs a command that must wait for the index of a document, and writes the document meanwhile.
+  /// @return the messages
   outcome rewritten_during(std::vector<std::string> command) {
     put("a.kdf", "old", 7);
     const std::string path = physical("docs", "a.kdf");
@@ -132,7 +132,7 @@ TEST_F(ClientRewrites, StayWhereTheyWereWhenTheOldBytesAreMoved) {
 
 #if !defined(_WIN32)
 
-// Windows tells of a change no more than the time that was set.
+// Windows reports only the time that was set.
 TEST_F(ClientRewrites, StayWhenTheOldBytesAreCleanedAway) {
   const outcome result = rewritten_during({"clean", "--max-size", "0", "--owner", "anna"});
   EXPECT_EQ(result.code, 0) << result.err;
@@ -183,7 +183,7 @@ class ClientPutTrouble : public Client {
     EXPECT_EQ(change({"put", source("first.txt", "first"), "--area", "user"}).code, 0);
   }
   std::string place() const { return storage() + "\\user\\anna"; }
-  /// Makes a file read-only, as long as the object lives.
+  /// Makes a file read-only for the lifetime of the object.
   class ReadOnly {
    public:
     explicit ReadOnly(const std::string& path) : m_path(shell_path(path)) {

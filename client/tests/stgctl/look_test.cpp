@@ -3,8 +3,8 @@
 #include "client/tests/stgctl/fixture.h"
 #include "vu_file.h"
 
-/// The commands that look, on a small tree: they tell what is there, as text and as JSON, and
-/// change nothing.
+/// The reading commands, on a small tree. They print what exists, as text and as JSON, and change
+/// nothing.
 class ClientLook : public Client {
  protected:
   /// A tree with two versions of a .kdf document, one document of another owner, a profile and a
@@ -24,7 +24,7 @@ class ClientLook : public Client {
     return storage() + "\\" + area + "\\anna";
   }
 
-  /// The text that a command gives; it has to end as expected and to leave the tree alone.
+  /// The text output of a command. Checks the exit code, and that the tree does not change.
   std::string look(const std::vector<std::string>& arguments, int code = 0) {
     const std::string before = tree();
     const outcome result = on_tree(arguments);
@@ -33,7 +33,7 @@ class ClientLook : public Client {
     return result.out;
   }
 
-  /// The lines that a command gives as JSON, each under the schema of its name.
+  /// The JSON lines of a command. Checks their schema.
   std::vector<Json> look_json(const std::vector<std::string>& arguments, const std::string& schema,
                               int code = 0) {
     const std::string before = tree();
@@ -250,7 +250,7 @@ TEST_F(ClientLook, AddsUpByEveryGroup) {
   const Json top = look_json({"stats", "--by", "ext", "--top", "1"}, "stgctl.stats/1").at(0);
   EXPECT_EQ(top.at("groups").size(), 1U);
   EXPECT_GE(top.at("other_groups"), 3);
-  // Bars of the block characters.
+  // Bars of block characters.
   EXPECT_NE(look({"stats"}).find("\xE2\x96\x88"), std::string::npos);
 }
 
@@ -300,7 +300,7 @@ TEST_F(ClientLook, TriesWhetherAFolderCanBeShared) {
   EXPECT_EQ(both.back().at("record"), "summary");
   EXPECT_EQ(both.back().at("missing"), 0);
   EXPECT_EQ(both.back().at("not_tried"), 0);
-  // A folder elsewhere needs no tree.
+  // A folder outside needs no tree.
   const outcome alone = run({"doctor", "--shared", share});
   EXPECT_EQ(alone.code, 0) << alone.err;
   EXPECT_NE(alone.out.find("names-at-once"), std::string::npos) << alone.out;

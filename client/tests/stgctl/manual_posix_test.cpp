@@ -1,5 +1,5 @@
-// The manual pages and the completion script against the program itself; both need programs of this
-// kind of system.
+// The manual pages and the completion script against the program itself. Both need programs of
+// POSIX systems.
 #include <array>
 #include <cstdio>
 #include <memory>
@@ -11,7 +11,7 @@ class ClientShell : public Client {};
 
 namespace {
 
-/// What a shell command prints.
+/// The output of a shell command.
 std::string output_of(const std::string& command) {
   std::string text;
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(::popen(command.c_str(), "re"),
@@ -24,7 +24,7 @@ std::string output_of(const std::string& command) {
   return text;
 }
 
-/// A page's text without roff's ways of writing a hyphen and a font.
+/// The text of a page without roff's notation for hyphens and fonts.
 std::string plain(const std::string& page) {
   std::string text;
   for (std::size_t i = 0; i < page.size(); ++i) {

@@ -21,7 +21,7 @@ class ClientNames : public Client {
     return file.substr(0, file.find_last_of("/\\")) + "/index.dat";
   }
 
-  /// Empties every index, and has all files adopted.
+  /// Empties every index, and adopts all files.
   void lose_all_names() {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(native(storage()))) {
       if (entry.path().filename() == "index.dat") write_file(entry.path().string(), "");
@@ -128,7 +128,7 @@ TEST_F(ClientNames, ComeBackAfterAllIndexesWereEmptiedAndTheFilesAdopted) {
   EXPECT_EQ(tree(), lost);
   const std::vector<Json> done = json({"index", "restore", "--yes"});
   EXPECT_EQ(actions(done), actions(promised));
-  // Three names, and the three entries of adopted files that go.
+  // Three names, and the three removed entries of adopted files.
   EXPECT_EQ(done.back().at("done"), 6);
   EXPECT_EQ(get("Sales report.kdf"), "sales");
   EXPECT_EQ(get("LOUD.KDC"), "loud");
@@ -138,7 +138,7 @@ TEST_F(ClientNames, ComeBackAfterAllIndexesWereEmptiedAndTheFilesAdopted) {
   const auto without_indexes = [](const std::string& text) {
     std::string rest;
     for (const std::string& line : lines_of(text)) {
-      // Folders have new times, since files in them were renamed.
+      // Folders have new times, because files in them were renamed.
       if (line.find("/index.dat kind") == std::string::npos &&
           line.find(" size ") != std::string::npos)
         rest += line + "\n";
@@ -209,7 +209,7 @@ TEST_F(ClientNames, HaveAFileThatIsRefusedWhereItDoesNotBelong) {
   EXPECT_EQ(on_tree({"index", "snapshot", "--names", chosen}).code, 0);
   EXPECT_EQ(json({"index", "log", "--names", chosen}).size(), 2U);
   EXPECT_FALSE(file_exists(names()));
-  // Another tree's names do not go behind these.
+  // The names of another tree are not appended to these.
   const std::string elsewhere = scratch().path("elsewhere");
   make_folder(elsewhere);
   ASSERT_EQ(run({"init", "--yes", "--root", shell_path(elsewhere)}).code, 0);

@@ -55,8 +55,8 @@ struct running_program::system_part {
     code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
 
-  /// Reads what comes until one of the outputs changes. @return false at the end of both, or when
-  /// time is over.
+  /// Reads until one of the outputs changes. @return false at the end of both, or after the time
+  /// limit.
   bool read_some(Clock::time_point end) {
     std::array<::pollfd, 2> waiting = {};
     for (std::size_t i = 0; i < 2; ++i) waiting.at(i) = {readers.at(i), POLLIN, 0};
@@ -95,7 +95,7 @@ running_program::running_program(const std::vector<std::string>& arguments,
   const ::pid_t child = ::fork();
   if (child < 0) throw std::runtime_error("test support: fork");
   if (child == 0) {
-    // A test program that dies leaves nobody behind.
+    // The child dies with the test program.
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     ::signal(SIGINT, SIG_DFL);
     for (const auto& [name, value] : environment) {

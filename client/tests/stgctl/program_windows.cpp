@@ -18,7 +18,7 @@ std::wstring widened(const std::string& utf8) {
   return std::filesystem::path(std::u8string(utf8.begin(), utf8.end())).native();
 }
 
-/// One argument in the form that a program's start code takes apart again.
+/// One argument, quoted for the start code of a program.
 std::wstring quoted(const std::wstring& argument) {
   std::wstring result = L"\"";
   std::size_t backslashes = 0;
@@ -38,7 +38,7 @@ std::filesystem::path own_program() {
   return std::wstring(buffer.data(), length);
 }
 
-/// A pipe whose writing end a child inherits.
+/// A pipe with a writing end that a child inherits.
 struct Pipe {
   HANDLE reader = nullptr;
   HANDLE writer = nullptr;
@@ -96,7 +96,7 @@ running_program::running_program(const std::vector<std::string>& arguments,
   for (const std::string& argument : arguments) line += L" " + quoted(widened(argument));
   Pipe out;
   Pipe err;
-  // One test runs at a time in a process; what it starts inherits the changed variables.
+  // One test at a time runs in a process; its children inherit the changed variables.
   for (const auto& [name, value] : environment) {
     ::SetEnvironmentVariableW(widened(name).c_str(),
                               value.empty() ? nullptr : widened(value).c_str());

@@ -58,7 +58,7 @@ TEST_F(ClientPut, DropsThePartsOfWhatItReplaces) {
     make_folder(file + stamp + "\\html\\page");
     write_file(file + stamp + "\\html\\page\\1", "made from the old one");
   }
-  // Older than its parts, which would be taken for up to date.
+  // Older than its sub-parts, which would look up to date.
   put("a.kdc", "new", 0, 1'000'000'000);
   EXPECT_EQ(get("a.kdc"), "new");
   EXPECT_FALSE(folder_exists(file + "_"));
@@ -137,7 +137,7 @@ TEST_F(ClientPut, RefusesAnEmptyOwner) {
 TEST_F(ClientPut, RefusesANameThatAFileOfTheFolderBears) {
   put("a.kdc", "the document");
   const std::string file = physical("docs", "a.kdc");
-  // Another document of the same folder, under the very name of the first one's file.
+  // Another document of the same folder, under the file name of the first one.
   const std::string folder = file.substr(0, file.find_last_of("/\\"));
   write_file(folder + "\\a.kdc", "a stranger");
   const std::string before = tree();
@@ -165,7 +165,7 @@ TEST_F(ClientPut, PutsIntoATreeWithoutOwners) {
   EXPECT_EQ(run_flat({"init", "--layout", "flat"}).code, 0);
   EXPECT_EQ(run_flat({"put", source("a.txt", "x"), "--area", "user", "--layout", "flat"}).code, 0);
   EXPECT_TRUE(file_exists(flat + "\\storage\\user\\index.dat"));
-  // From now on the tree shows its layout itself.
+  // From now on the folders of the tree show its layout.
   EXPECT_EQ(run_flat({"put", source("b.txt", "y"), "--area", "user"}).code, 0);
   EXPECT_EQ(run_flat({"rm", "a.txt", "--area", "user"}).code, 0);
   const outcome got = run_flat({"get", "b.txt", "--area", "user", "--output", "-"});

@@ -5,7 +5,7 @@
 
 #include "client/tests/stgctl/fixture.h"
 
-/// A tree that can be harmed in every way that a repair mends.
+/// A tree that can be damaged in every way that a repair mends.
 class HarmedTree : public Client {
  protected:
   HarmedTree() {
@@ -18,7 +18,7 @@ class HarmedTree : public Client {
   std::string plan() const { return shell_path(scratch().path("in\\plan.json")); }
   std::string quarantine() const { return root() + "\\storage.quarantine"; }
 
-  /// Does harm of every kind that can be repaired.
+  /// Causes damage of every kind that can be repaired.
   void harm() {
     write_file(m_folder + "/index.dat", m_healthy + "gone.kdc_0000000000/00000077\n" + "no line\n" +
                                             "short/x\n" + m_healthy);
@@ -38,7 +38,7 @@ class HarmedTree : public Client {
     m_keys = keys;
   }
 
-  /// The tree as its files are: folders have new times once something was moved in them.
+  /// The tree without the times of its folders, which change when a file in them is moved.
   std::string files() const {
     std::string rest;
     for (const std::string& line : lines_of(tree())) {
@@ -49,7 +49,7 @@ class HarmedTree : public Client {
       } else if (line.find("stray.tmp") != std::string::npos) {
         rest += line + "\n";
       } else {
-        // What was written anew bears another time.
+        // Rewritten files have other times.
         rest += line.substr(0, time) + line.substr(size) + "\n";
       }
     }

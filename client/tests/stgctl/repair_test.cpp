@@ -9,7 +9,7 @@
 #include "tests/support/interrupted_save.h"
 #include "vu_file.h"
 
-/// A plan that is changed, as by somebody who edits it.
+/// A plan that is changed, as by a user who edits it.
 using Plan = nlohmann::json;
 
 class ClientRepair : public HarmedTree {};
@@ -49,10 +49,10 @@ TEST_F(ClientRepair, WorksOnTheTextOfAnInterruptedSave) {
   ASSERT_EQ(on_tree({"repair", "--plan", plan()}).code, 0);
   ASSERT_EQ(on_tree({"repair", "--apply", plan(), "--yes"}).code, 0);
   EXPECT_EQ(read_file(m_folder + "/index.dat"), m_healthy);
-  // What was kept is the text: the bytes would be a save that nobody has begun.
+  // The quarantine keeps the text, not the bytes: these would look like an interrupted save.
   ASSERT_EQ(on_tree({"undo", "--yes"}).code, 0);
   EXPECT_EQ(read_file(m_folder + "/index.dat"), harmed);
-  // An undo that was killed behind its first flush has only the save to complete.
+  // An undo that was killed after its first flush must only complete the save.
   ASSERT_EQ(on_tree({"repair", "--apply", plan(), "--yes"}).code, 0);
   write_file(m_folder + "/index.dat", interrupted_save(m_healthy, harmed));
   ASSERT_EQ(on_tree({"undo", "--yes"}).code, 0);
@@ -80,7 +80,7 @@ TEST_F(ClientRepair, DoesWhatThePlanSaysAndUndoPutsItAllBack) {
   EXPECT_FALSE(folder_exists(m_folder + "/00000099.kdc_"));
   EXPECT_EQ(on_tree({"check"}).code, 0) << on_tree({"check"}).out;
   EXPECT_EQ(get("a.kdc"), "bytes of a");
-  // Once more does nothing.
+  // Repeated, it does nothing.
   const std::string repaired = tree();
   EXPECT_EQ(json({"repair", "--apply", plan(), "--yes"}).back().at("skipped"), 5);
   EXPECT_EQ(tree(), repaired);
@@ -152,7 +152,7 @@ TEST_F(ClientRepair, IsUndoneBesideWhatWasWrittenSince) {
   EXPECT_EQ(read_file(m_keys), "known.txt=y\r\nnew=line\ngone.kdf=x\nlost=z\n");
   EXPECT_EQ(read_file(m_folder + "/stray.tmp"), "another one of this name");
   EXPECT_EQ(get("a.kdc"), "newer bytes of a");
-  // Once the place is free the rest comes back.
+  // Once the place is free, the rest returns.
   std::filesystem::remove(native(m_folder + "/stray.tmp"));
   EXPECT_EQ(on_tree({"undo", "--yes"}).code, 0);
   EXPECT_EQ(read_file(m_folder + "/stray.tmp"), "a stray file");
@@ -228,7 +228,7 @@ TEST_F(ClientRepair, TakesNoPlanThatLeadsOutOfTheTree) {
   refused(bad);
   refused(Plan("{ not json"));
   refused(Plan("[]"));
-  // No index, document or counter is for another kind of repair.
+  // An index, a document and a counter are not targets of other repairs.
   for (const char* const kind : {"remove-lines", "set-counter", "remove-key-lines", "quarantine"}) {
     for (const char* const name : {"index.dat", "index", "00000001.kdc"}) {
       const std::string fit = std::string(kind) == "remove-lines"  ? "index.dat"
@@ -309,7 +309,7 @@ TEST_F(ClientRepairKeeps, NamesThatADamagedTextStillTellsComeBack) {
   glued.erase(glued.find('\n'), 1);
   std::string wide = "\xFF\xFE";
   for (const char c : m_healthy) (wide += c) += '\0';
-  // Zeros behind the last line feed are nothing to the reader.
+  // Readers ignore zeros after the last line feed.
   wide.pop_back();
   std::string zeros = m_healthy;
   zeros.insert(zeros.find('\n'), 600, '\0');
@@ -329,7 +329,8 @@ TEST_F(ClientRepairKeeps, NamesThatADamagedTextStillTellsComeBack) {
 }
 
 TEST_F(ClientRepairKeeps, NamesAreNotMadeOfWhatStandsOnBothSidesOfZeros) {
-  // A block that never came to the device: of "n1" and "n9" the halves make the name of neither.
+  // A block that never reached the device: the halves of "n1" and "n9" together are the name of
+  // neither.
   const std::size_t first = m_healthy.find("n1.kdc") + 2;
   const std::size_t last = m_healthy.find("n9.kdc") + 2;
   const std::string damaged =
@@ -350,7 +351,7 @@ TEST_F(ClientRepairKeeps, NamesAreNotMadeOfWhatStandsOnBothSidesOfZeros) {
 }
 
 TEST_F(ClientRepairKeeps, ZerosStayAsLongAsNamesAreLost) {
-  // The line before the zeros is whole but for its line feed; that of the next one is gone.
+  // The line before the zeros lacks only its line feed; the line after it is lost.
   const std::size_t second = m_healthy.find('\n', m_healthy.find('\n') + 1);
   const std::size_t third = m_healthy.find('\n', second + 1);
   std::string damaged = m_healthy;
@@ -358,8 +359,7 @@ TEST_F(ClientRepairKeeps, ZerosStayAsLongAsNamesAreLost) {
   write_file(m_index, damaged);
   ASSERT_EQ(on_tree({"repair", "--plan", plan(), "--yes"}).code, 0);
   ASSERT_EQ(on_tree({"repair", "--apply", plan(), "--yes"}).code, 0);
-  EXPECT_NE(on_tree({"check"}).out.find(" zeros, "), std::string::npos)
-      << on_tree({"check"}).out;
+  EXPECT_NE(on_tree({"check"}).out.find(" zeros, "), std::string::npos) << on_tree({"check"}).out;
   const outcome again = on_tree({"repair", "--plan", plan(), "--yes"});
   EXPECT_EQ(again.code, 3) << again.out;
   EXPECT_NE(again.err.find("1 files whose names may have been"), std::string::npos) << again.err;
@@ -386,7 +386,7 @@ TEST_F(ClientRepairKeeps, NamesThatASnapshotKnowsComeBack) {
   for (const std::string& damaged : {m_healthy.substr(0, m_healthy.size() / 3),
                                      std::string("rubbish without a line"), std::string()}) {
     write_file(m_index, damaged);
-    // Later snapshots have saved the loss.
+    // Later snapshots contain the loss.
     ASSERT_EQ(on_tree({"index", "snapshot"}).code, 0);
     ASSERT_EQ(on_tree({"repair", "--plan", plan(), "--yes"}).code, 0);
     EXPECT_EQ(Json::parse(read_file(plan())).at("repairs").at(0).at("lines").at(0).at("why"),
@@ -415,7 +415,7 @@ TEST_F(ClientRepairKeeps, MostOfAFolderIsTakenWithForceAlone) {
 }
 
 TEST_F(ClientRepairKeeps, FilesWhoseNamesDamagedLinesMayHaveHeldAreTakenWithForceAlone) {
-  // Cut in the ninth of twelve lines; no snapshot, and the text tells no more.
+  // Cut in the ninth of twelve lines; no snapshot, and the text contains no more.
   std::size_t cut = 0;
   for (int line = 0; line < 8; ++line) cut = m_healthy.find('\n', cut) + 1;
   write_file(m_index, m_healthy.substr(0, cut + 5));
@@ -428,7 +428,7 @@ TEST_F(ClientRepairKeeps, FilesWhoseNamesDamagedLinesMayHaveHeldAreTakenWithForc
         << spared.err;
   }
   EXPECT_EQ(tree(), before);
-  // What never had a number is a leftover, as in any folder.
+  // A file without a number is a plain orphan, as in any folder.
   write_file(storage() + "\\user\\anna\\stray.tmp", "x");
   ASSERT_EQ(on_tree({"repair", "--plan", plan()}).code, 0);
   EXPECT_EQ(Json::parse(read_file(plan())).at("repairs").size(), 1U);

@@ -12,7 +12,7 @@ struct Tag {
   std::map<std::string, std::string> attributes;
 };
 
-/// Reads a page as XML. @return what is wrong with it; empty when it is well formed.
+/// Reads a page as XML. @return the error; empty if it is well formed.
 std::string read_page(const std::string& page, std::vector<Tag>& tags) {
   std::vector<std::string> open;
   const auto is_text = [](const std::string& text) {
@@ -31,7 +31,7 @@ std::string read_page(const std::string& page, std::vector<Tag>& tags) {
     if (!is_text(page.substr(at, begin - at)))
       return "a bare ampersand near " + page.substr(at, 60);
     if (begin == page.size()) break;
-    // A value may hold ">".
+    // A value can contain ">".
     std::size_t end = begin;
     for (bool quoted = false; end < page.size() && (quoted || page[end] != '>'); ++end)
       quoted ^= page[end] == '"';
@@ -82,7 +82,7 @@ class ClientReport : public Client {
     m_now = static_cast<std::int64_t>(std::time(nullptr));
   }
 
-  /// A few owners, ages and extensions, parts, and something for the check.
+  /// A few owners, ages and extensions, sub-parts, and something for the check to find.
   void fill() {
     const std::vector<std::string> owners = {"anna", "bert", "R&D"};
     for (std::size_t i = 0; i < owners.size(); ++i) {

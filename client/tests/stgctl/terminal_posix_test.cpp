@@ -1,5 +1,5 @@
-// What needs a terminal, signals, links, read-only files that root keeps, or names of any bytes: on
-// this kind of system only.
+// Tests that need a terminal, signals, links, read-only files that root keeps, or names of any
+// bytes: only on POSIX systems.
 #include <poll.h>
 #include <pty.h>
 #include <sys/prctl.h>
@@ -22,8 +22,7 @@
 #include "client/tests/stgctl/program.h"
 #include "vu_file.h"
 
-/// The client on a pseudo-terminal of its own, as a person has it. Both its outputs come as one
-/// text.
+/// The client on its own pseudo-terminal, as a user has it. Both outputs arrive as one text.
 class pseudo_terminal {
  public:
   static constexpr std::chrono::seconds kPatience{40};
@@ -33,15 +32,14 @@ class pseudo_terminal {
   pseudo_terminal(const pseudo_terminal&) = delete;
   pseudo_terminal& operator=(const pseudo_terminal&) = delete;
 
-  /// Waits until the text holds something. @return false when the program ends or time is over
-  /// first.
+  /// Waits until the text contains something. @return false if the program ends or kPatience is
+  /// over first.
   bool shows(const std::string& text);
   /// Types, control characters included ("\x03" is Ctrl-C).
   void type(const std::string& keys);
-  /// Waits for the end. @return the exit code, 128 + a signal's number, -1 when it had to be
-  /// killed.
+  /// Waits for the end. @return the exit code, 128 + a signal's number, -1 if it had to be killed.
   int wait();
-  /// What came so far.
+  /// The text until now.
   const std::string& text() const { return m_text; }
 
  private:
@@ -191,7 +189,7 @@ TEST_F(ClientOnATerminal, ShowsABarWhenTheWorkTakesLong) {
   source("a.kdc", "new");
   source("b.kdc", "new");
   source("c.kdc", "new");
-  // The second of three steps takes as long as we hold this.
+  // The second of three steps blocks as long as this lock is held.
   vu_file index(path.substr(0, path.rfind('/')), "index.dat");
   index.open(vu_file::o_read);
   pseudo_terminal terminal(line({"put", shell_path(scratch().path("in")), "--replace", "--yes"}));
@@ -318,7 +316,7 @@ TEST_F(ClientNames, MayBeAnyBytes) {
   EXPECT_EQ(lines[0].at("owner_hex"), "ff");
   const outcome result = on_tree({"rm", name, "--owner", "\xff", "-n"});
   EXPECT_EQ(result.code, 0);
-  // Nothing of it reaches a terminal as an escape sequence.
+  // None of it reaches a terminal as an escape sequence.
   EXPECT_EQ(result.out.find('\x1b'), std::string::npos);
   EXPECT_NE(result.out.find("caf\xef\xbf\xbd\xef\xbf\xbd[31m.kdc"), std::string::npos)
       << result.out;
@@ -382,7 +380,7 @@ TEST_F(ClientInPart, SaysThatPartsOfADocumentStayed) {
 }
 
 TEST_F(ClientNames, HaveTheirExtensionsInLowerCaseOnceTheyAreAdopted) {
-  // Wine takes a renaming that changes only letter case for done.
+  // Wine reports success for a rename that changes only letter case.
   const std::string folder = storage() + "\\user\\anna";
   make_folder(folder);
   write_file(folder + "\\Notes.TXT", "n");

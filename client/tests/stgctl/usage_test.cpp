@@ -105,7 +105,7 @@ TEST_F(ClientUsage, TakesTheRootFromTheEnvironment) {
   EXPECT_EQ(run({"init", "--yes"}, environment).code, 0);
   EXPECT_TRUE(folder_exists(storage()));
   EXPECT_EQ(run({"user", "list"}).code, 10);
-  // The command line counts before it.
+  // The command line has priority over it.
   EXPECT_EQ(run({"user", "list", "--root", shell_path(scratch().path("in"))}, environment).code,
             10);
 }
@@ -177,7 +177,7 @@ TEST_F(ClientEasy, TakesNamesAsItPrintsThem) {
   EXPECT_EQ(on_tree({"get", "docs/anna/plan.kdf@7", "-o", "-"}).out, "first");
   EXPECT_EQ(on_tree({"rm", "docs/anna/plan.kdf@7", "--yes"}).code, 0);
   EXPECT_EQ(on_tree({"ls", "plan.kdf"}).code, 3);
-  // What contradicts the options is told.
+  // A contradiction to the options is reported.
   EXPECT_EQ(on_tree({"cat", "docs/anna/sales.kdf@2", "--owner", "bert"}).code, 2);
   EXPECT_EQ(on_tree({"cat", "docs/anna/sales.kdf@2", "--timestamp", "1"}).code, 2);
 }
@@ -274,7 +274,7 @@ TEST_F(ClientEasy, CompletesOwnersAndNamesInBash) {
   const std::string told = shell_path(scratch().path("told"));
   const std::string script = shell_path(scratch().path("completion"));
   write_file(script, run({"completion", "bash"}).out);
-  // The words as bash breaks them, the last one being completed, and the line that they are of.
+  // The words as bash splits them, the last one being completed, and their line.
   const auto completed = [&](const std::string& words, const std::string& line) {
     const std::string folder = client_path().substr(0, client_path().rfind('/'));
     const std::string command = "PATH='" + folder + "':$PATH STG_ROOT='" + shell_path(root()) +
@@ -293,7 +293,7 @@ TEST_F(ClientEasy, CompletesOwnersAndNamesInBash) {
   EXPECT_EQ(same("stgctl explain write docs/anna/plan"), "docs/anna/plan two.kdc@0|");
   EXPECT_EQ(same("stgctl put --as docs/anna/sales.kdf"),
             "docs/anna/sales.kdf@1|docs/anna/sales.kdf@2|");
-  // Bash breaks words at "@", and replaces what follows it alone.
+  // Bash splits words at "@", and replaces only the part after it.
   EXPECT_EQ(completed("stgctl cat docs/anna/sales.kdf @ 2", "stgctl cat docs/anna/sales.kdf@2"),
             "2|");
   EXPECT_EQ(same("stgctl get --out"), "--output|");
@@ -318,7 +318,7 @@ class ClientGarbage : public Client {};
 TEST_F(ClientGarbage, SurvivesAnyTreeAndChangesNothingInDryRuns) {
   std::mt19937 random(20240501);
   const auto bytes = [&](std::size_t count) {
-    // Much of what means something in an index, and a little of everything.
+    // Characters with a meaning in an index, and some others.
     const std::string alphabet = "a/_0123456789\n\n//.\\*?=\t\r% kdcindex";
     std::string text;
     for (std::size_t i = 0; i < count; ++i) {
