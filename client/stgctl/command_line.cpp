@@ -155,7 +155,7 @@ void declare_global_options(CLI::App& app, GlobalOptions& options, Typed& typed)
 
   const char* const work = "Work";
   app.add_option("--lock-timeout", typed.lock_timeout,
-                 "How long to wait for a lock, in seconds; 'none' waits for ever (30)")
+                 "How long to wait for a lock, in seconds; 'none' waits without limit (30)")
       ->type_name("SECONDS")
       ->check(CLI::Validator(check_timeout, ""))
       ->group(work);

@@ -229,8 +229,8 @@ void Importer::check_owner(const admin::Holding& what) {
   if (is_there) {
     const std::vector<std::string> owners = names_of_folder(area);
     if (!std::binary_search(owners.begin(), owners.end(), what.owner)) {
-      throw Failure(Exit::kRefused, formatted("the owner '{}' is not allowed: this system takes an "
-                                              "existing owner's name for the same",
+      throw Failure(Exit::kRefused, formatted("the owner '{}' is not allowed: this system does not "
+                                              "distinguish it from an existing owner",
                                               shown(what.owner)));
     }
   }

@@ -332,7 +332,7 @@ class Planner {
     if (to.find('?') != std::string::npos ||
         std::count(from.begin(), from.end(), '*') != std::count(to.begin(), to.end(), '*')) {
       throw Failure(Exit::kUsage, formatted("'{}' must have as many \"*\" as '{}', and no \"?\": "
-                                            "each stands for what the other one matched",
+                                            "each takes the text that the same one matched",
                                             shown(to), shown(from)));
     }
   }
@@ -432,8 +432,9 @@ void add_mv_command(Commands& commands) {
     app.add_option("--match", options->match,
                    "All documents that match this pattern; * and ? as in a shell")
         .type_name("PATTERN");
-    app.add_option("--to", options->match_to,
-                   "Their new name: each \"*\" stands for what the same one of --match matched")
+    app.add_option(
+           "--to", options->match_to,
+           "Their new name: each \"*\" takes the text that the same \"*\" of --match matched")
         .type_name("PATTERN");
     app.add_option("--timestamp", options->timestamp, "The version, if there are several")
         .type_name("STAMP")

@@ -27,8 +27,10 @@ AppliedPlan last_plan(Context& context, const std::string& quarantine) {
     AppliedPlan plan = AppliedPlan::open(context, quarantine, *number, purpose);
     if (plan.is_undone() || plan.steps().empty()) continue;
     if (plan.storage() != context.tree().storage) {
-      throw Failure(Exit::kRefused, formatted("plan {} in {} is of another tree, {}", plan.number(),
-                                              shown(quarantine), shown(plan.storage())));
+      throw Failure(Exit::kRefused,
+                    formatted("plan {} in {} belongs to another tree, {}; name another quarantine "
+                              "with --quarantine",
+                              plan.number(), shown(quarantine), shown(plan.storage())));
     }
     if (plan.expires() <= os::now()) {
       throw Failure(Exit::kRefused,
@@ -157,8 +159,7 @@ void add_undo_commands(Commands& commands) {
        "Lines return beside newer ones. What cannot return stays in the quarantine. Run the\n"
        "command again to continue an interrupted undo."});
   commands.push_back({"quarantine list", Group::kChange, Effect::kLooks,
-                      "List the plans that can be undone, with what they moved away",
-                      declare(run_list, false)});
+                      "List the plans in the quarantine", declare(run_list, false)});
   commands.push_back({"quarantine expire", Group::kChange, Effect::kChanges,
                       "Delete what undone and expired plans moved away", declare(run_expire, true),
                       "'repair --apply --expire' does the same for expired plans. No other command "
