@@ -4,7 +4,6 @@
 #include "index/index_source.h"
 #include "index/index_state.h"
 #include "platform/host/trace.h"
-#include "platform/os/os.h"
 #include "stg_index.h"
 
 // Changes of entries, in memory and in the files of the folder.
@@ -55,13 +54,9 @@ void trace_removal(const std::string& folder) {
 /// @return whether the file existed and is gone now.
 bool remove_if_there(const std::string& path) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  // Not checked first whether the file exists: a missing file cannot be made writable.
-  if (!os::make_writable(path).ok()) {
-    if (presence_of(path) == Presence::kMissing) return false;
-    vu_file::chmodW(path);
-  }
-  // os::remove_file() fails for a folder.
-  if (!os::remove_file(path).ok() && vu_file::is_dir(path)) vu_file::remove(path);
+  if (presence_of(path) == Presence::kMissing) return false;
+  vu_file::chmodW(path);
+  vu_file::remove(path);
   if (presence_of(path) == Presence::kMissing) return true;
   VU_ERROR("STGIndex: removal of file failed: ", path);
   return false;

@@ -211,6 +211,21 @@ TEST_F(IndexRemove, DeletesAReadOnlyFile) {
   EXPECT_EQ(sink.count(trace_event::error), 0U);
 }
 
+TEST_F(IndexRemove, ReportsThatAFileCannotBeMadeWritable) {
+  folder.write("00000001.kdb");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  recording_sink sink;
+  {
+    STGIndex index = Peer::load(folder.path());
+    const auto fault = os::faults::fail(Call::make_writable, kRefused, 1);
+    Peer::_remove(index, "a.kdb", 1);
+  }
+  EXPECT_EQ(sink.count(trace_event::error,
+                       "vu_file::chmodW : failed (" + folder.path("00000001.kdb") + ")"),
+            1U);
+  EXPECT_EQ(folder.names(), (Texts{"index.dat"}));
+}
+
 TEST_F(IndexRemove, IsContentWithAFileThatHasGone) {
   folder.write("00000001.kdb");
   folder.set_index("a.kdb_0000000001/00000001\n");
@@ -220,6 +235,7 @@ TEST_F(IndexRemove, IsContentWithAFileThatHasGone) {
     folder.erase("00000001.kdb");
     os::faults::reset();
     Peer::_remove(index, "a.kdb", 1);
+    EXPECT_EQ(os::faults::calls(Call::make_writable), 0U);
     EXPECT_EQ(os::faults::calls(Call::remove_file), 0U);
     EXPECT_TRUE(Peer::lp(index).empty());
   }
