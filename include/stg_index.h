@@ -25,9 +25,9 @@ VU_STORAGE_TYPES_BEGIN
 ///
 /// Arguments: `folder` is a path without a trailing separator, `logical` a logical name with its
 /// extension. `ts` is a timestamp: any number from 0 to 2147483647 that the caller chooses; greater
-/// ones are clamped, negative ones not supported. The library appends names to paths unchecked: the
-/// caller has to refuse separators, "..", wildcards, line feeds, NULs and the names of the index's
-/// own files.
+/// ones are clamped, and negative ones are not supported. The library appends names to paths
+/// unchecked: the caller has to refuse separators, "..", wildcards, line feeds, NULs and the names
+/// of the index's own files.
 ///
 /// Errors: a missing folder is traced and treated as empty. An operation throws vu_file_except if
 /// an existing "index.dat" cannot be opened or read to its end. If it cannot be opened for writing,
@@ -46,7 +46,7 @@ VU_STORAGE_TYPES_BEGIN
 /// can remain: with synchronisation on the next operation that loads the index adopts them,
 /// otherwise cleanOutOfDateOutput() sweeps them. docs/reliability.md has the whole list.
 ///
-/// Blocking and threads: for the words see vu_file. "The index" is "index.dat"; its counter is the
+/// Blocking and threads: vu_file explains the words. "The index" is "index.dat"; its counter is the
 /// file "index". An operation that creates a missing "index.dat" or adopts orphans writes the
 /// index, and waits for its readers too. The merge reconciles changes that other threads and
 /// processes make in the folder; docs/concurrency.md lists the exceptions.
@@ -70,8 +70,8 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @blocking{no}
   STGIndex& operator=(const STGIndex& other);
   /// Saves the index if it changed.
-  /// @throws what reading, merging and writing throw. While another exception is unwinding that
-  /// began after the construction, it traces an error instead.
+  /// @throws what reading, merging and writing throw. If an exception that was thrown after the
+  /// construction is unwinding, the destructor traces an error instead.
   /// @blocking{for readers and writers of the index, if it changed}
   ~STGIndex() noexcept(false);
 
@@ -108,15 +108,15 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @param ts its timestamp.
   /// @blocking{for writers of the index; if there is something to remove, also for its readers}
   static void remove(const std::string& folder, const std::string& logical, long ts);
-  /// Changes the name and the timestamp of a version; an existing version with the new ones is
-  /// replaced. Does nothing if both are equal or the old version does not exist.
+  /// Changes the name and the timestamp of a version; an existing version with the new name and
+  /// timestamp is replaced. Does nothing if both are equal or the old version does not exist.
   ///
   /// The bytes are copied to a new file first. If that copy fails, both versions stay unchanged,
   /// and an error is traced. The save then removes the old version's file and that of the replaced
-  /// version, under its lock. Until then readers find the old versions, complete. What another
-  /// program writes to these files after the copy is lost. Other entries with one of these files
-  /// are removed, too. If the system refuses to remove the replaced version's file, an error is
-  /// traced, and the renamed version also stays under its old name.
+  /// version, under its lock. Until then readers find the old versions, complete. Bytes that
+  /// another program writes to these files after the copy are lost. Other entries with one of these
+  /// files are removed, too. If the system refuses to remove the replaced version's file, an error
+  /// is traced, and the renamed version also stays under its old name.
   /// @param folder the folder.
   /// @param oldLogical,oldTs the version to rename.
   /// @param newLogical,newTs its new name and timestamp.
@@ -214,16 +214,16 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// cannot be read or written. What was done stays done; another call continues.
   ///
   /// The read list is written last, when the folder is already marked. If it cannot be opened for
-  /// that, it keeps the escaped names. If the write fails, it is left empty. Another call does not
-  /// repair either.
+  /// writing, it keeps the escaped names. If the write fails, it is left empty. Another call does
+  /// not repair either.
   /// @blocking{for writers of the mail folder's index; if it migrates, also for the index's readers
   /// and counter, and for readers and writers of the read list}
   static void migrateInboxRead(const std::string& user);
 
   /// Switches synchronisation on or off. It is on at the start; vu_storage::initRootStorage() sets
   /// it once.
-  /// @param synchronize whether orphans are adopted, also a file that another process has created
-  /// but not yet entered: docs/concurrency.md (story 21).
+  /// @param synchronize whether orphans are adopted. A file that another process created for an
+  /// entry it has not saved yet is an orphan, too: docs/concurrency.md (story 21).
   /// @blocking{no} @threads{any, at any time; operations that have begun keep what they found}
   static void setSynchronizeMode(bool synchronize);
 

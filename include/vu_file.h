@@ -34,15 +34,15 @@ VU_STORAGE_TYPES_BEGIN
 /// A path with a NUL names nothing: it does not exist, it cannot be opened, and no operation
 /// creates, copies, renames or removes it.
 ///
-/// Blocking says for whose locks a member waits, without limit, in this process and in others.
-/// Readers of a file are the handles that have it open with o_read; writers are those of the other
-/// modes. "No" means: for no lock. The system can still need time (a slow disk, a network, a pipe
-/// without its other end). A handle without a lock of its own does not wait: it fails at once on
-/// what other handles have locked.
+/// Blocking: each member says for whose locks it waits, without limit, in this process and in
+/// others. Readers of a file are the handles that have it open with o_read; writers are those of
+/// the other modes. "No" means: for no lock. The system can still need time (a slow disk, a
+/// network, a pipe without its other end). A handle without a lock of its own does not wait: it
+/// fails at once on what other handles have locked.
 ///
-/// Threads: "any" means several at once, if none of them changes an argument meanwhile. Copies of
-/// an open handle are one handle. Two handles on one file exclude each other by their locks, in two
-/// threads as in two processes.
+/// Threads: "any" means several at once, if none of them changes an argument meanwhile. An open
+/// handle and its copies count as one handle. Two handles on one file exclude each other by their
+/// locks, in two threads as in two processes.
 ///
 /// @all_blocking{no}
 /// @all_threads{any, each with its own handle; one at a time on one handle}
@@ -203,8 +203,8 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// @param path the folder; its parent must exist.
   /// @return false, after an error trace, on failure. A name that exists already is a success.
   static bool createDir(const std::string& path);
-  /// Removes a file or an empty folder. A failure is neither reported nor traced. A path that is
-  /// missing or cannot be checked is traced as by is_dir().
+  /// Removes a file or an empty folder. A refused removal is neither reported nor traced. A path
+  /// that is missing or cannot be checked is traced as by is_dir().
   /// @param path the file or folder.
   static void remove(const std::string& path);
   /// Renames a file or folder.
@@ -222,8 +222,8 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// too. On Linux a target of another account keeps the time of the copy, with a warning.
   /// @blocking{no: it fails at once if a lock is in its way}
   static bool copyFile(const std::string& src, const std::string& dst, bool overwrite);
-  /// Removes a folder with everything in it. Of a link in it only the link is removed, not its
-  /// target; on Linux also if the link appears during the removal.
+  /// Removes a folder with everything in it. A link in it is removed without its target; on Linux
+  /// this includes a link that appears during the removal.
   /// @param path the folder.
   /// @return false if @p path is not a folder, and when out of memory. True otherwise, also if
   /// something could not be removed.
@@ -243,14 +243,14 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// Removes one trailing `\` or `/`; the empty path becomes ".".
   /// @param path changed in place.
   static void removeLastFileSep(std::string& path);
-  /// Cuts @p name before its last ".", wherever that is (a directory included), and stores the rest
-  /// after the dot in @p extension. Without a dot both stay unchanged.
+  /// Cuts @p name before its last ".", even one in a directory's name, and stores the rest after
+  /// the dot in @p extension. Without a dot both stay unchanged.
   /// @param name changed in place.
   /// @param extension receives the text after the dot.
   static void split(std::string& name, std::string& extension);
   /// @param path a path or a name.
-  /// @return the text after the last "." of @p path, wherever that is (a directory included); empty
-  /// without a dot.
+  /// @return the text after the last "." of @p path, even one in a directory's name; empty without
+  /// a dot.
   static std::string getExtension(const std::string& path);
 
  private:

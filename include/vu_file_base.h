@@ -8,7 +8,7 @@ class HandleCore;
 
 /// The common part of the two file handles: access modes, lock record and open state.
 ///
-/// Blocking and threads: for the words see vu_file. A copy of an open handle refers to the same
+/// Blocking and threads: vu_file explains the words. A copy of an open handle refers to the same
 /// open file: it copies every field, the system handle included. The first of the two that is
 /// closed or destroyed closes the file for both.
 ///

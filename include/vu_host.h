@@ -181,7 +181,7 @@ class problem_sink final : public sink {
   bool m_to_stderr;
 };
 
-/// Knows the folders of the product's installation.
+/// Returns the folders of the product's installation.
 ///
 /// @all_blocking{as long as it takes; the initialisation waits for it}
 /// @all_threads{one at a time}
@@ -207,7 +207,7 @@ class VU_STORAGE_API configuration {
   configuration& operator=(const configuration&) = default;
 };
 
-/// Knows the folders for temporary files.
+/// Returns the folders for temporary files.
 ///
 /// @all_blocking{as long as it takes; the initialisation waits for it}
 /// @all_threads{one at a time}

@@ -55,7 +55,7 @@ class VU_STORAGE_API vu_path {
   std::string relativePathName;
 };
 
-/// The same as vu_path for UTF-8 names. A backslash separates wherever it is.
+/// The same as vu_path for UTF-8 names. Every backslash is a separator.
 ///
 /// @all_blocking{no}
 /// @all_threads{several may read one object; to change or destroy it, use it alone}
@@ -63,7 +63,7 @@ class VU_STORAGE_API vu_pathutf8 {
  public:
   /// @copydoc vu_path::vu_path(const std::string&, const std::string&)
   vu_pathutf8(const vu_utf8string& parentPathName, const vu_utf8string& relativePathName);
-  /// As vu_path::vu_path(const std::string&), but splits at any last backslash byte.
+  /// As vu_path::vu_path(const std::string&), but splits at the last backslash byte in any case.
   /// @param fullPath directory, backslash, last component.
   vu_pathutf8(const vu_utf8string& fullPath);
   /// @copydoc vu_path::vu_path(const vu_path&)

@@ -15,11 +15,11 @@ VU_STORAGE_TYPES_BEGIN
 /// The facade of the storage library: documents, key files and folders, addressed by area, owner,
 /// logical name and version.
 ///
-/// Order of calls: first initRootStorage(), once, before the constructor and the getters too. Any
-/// other operation that comes first initialises the storage below the server temporary folder
-/// (vu_host::temporary_files). After that operations may follow in any order.
-/// OpenRead(), OpenWrite2() and operations on sub-parts open a file. Use Read() and Write() on it,
-/// then Close().
+/// Order of calls: call initRootStorage() first and once, even before the constructor and the
+/// getters. Any other operation that comes first initialises the storage below the server temporary
+/// folder (vu_host::temporary_files). After that operations may follow in any order. OpenRead(),
+/// OpenWrite2() and operations on sub-parts open a file. Use Read() and Write() on it, then
+/// Close().
 ///
 ///     vu_storage::initRootStorage("/srv/data", true, false);
 ///     vu_storage storage;
@@ -52,9 +52,9 @@ VU_STORAGE_TYPES_BEGIN
 /// Returned paths have backslashes, on Linux too ("/srv/data\storage\docs"). All operations of the
 /// library accept them; for other libraries convert them (docs/host-guide.md).
 ///
-/// Blocking and threads: for the words see vu_file. "The index" is that of the document's folder
-/// (STGIndex). While one thread initialises the storage, all other operations wait, also those with
-/// "no".
+/// Blocking and threads: vu_file explains the words. "The index" is that of the document's folder
+/// (STGIndex). While one thread initialises the storage, all other operations wait, also those
+/// marked "no".
 ///
 /// @all_blocking{no}
 /// @all_threads{any, each with its own handle; one at a time on one handle}
@@ -162,9 +162,9 @@ class VU_STORAGE_API vu_storage {
   /// @param replace whether an existing version is emptied.
   /// @return false for an empty entry and after a traced error. True otherwise, also if the file
   /// stays closed, and if the entry of a new version was not saved (see the class).
-  /// @blocking{for writers of the index, for a new version also for readers of the index and for
-  /// its counter; with @p replace and UserFilesRepository for readers and writers of the category
-  /// files; last for readers and writers of the document}
+  /// @blocking{for writers of the index, for a new version also for its readers and its counter;
+  /// then, with @p replace and UserFilesRepository, for readers and writers of the category files;
+  /// then for readers and writers of the document}
   bool OpenWrite2(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                   STG::RepositoryType type, bool replace, long timestamp);
   /// As OpenWrite2(), without its result.
@@ -259,8 +259,8 @@ class VU_STORAGE_API vu_storage {
   /// @param name the name of the file and of the document.
   /// @param userOrDomain,type the owner and the area.
   /// @return whether the copy succeeded. Its entry may still be unsaved (see the class).
-  /// @throws what STGIndex::remove(), create() and updateIndexFile() throw, and as
-  /// createUserOrDomainNameDirectory().
+  /// @throws what createUserOrDomainNameDirectory() and STGIndex::remove(), create() and
+  /// updateIndexFile() throw.
   /// @blocking{for readers and writers of the index, and for its counter}
   bool copyFileToStorage(const std::string& sourceFolder, const std::string& name,
                          const std::string& userOrDomain, STG::RepositoryType type);
@@ -357,14 +357,15 @@ class VU_STORAGE_API vu_storage {
   void OpenWriteSubPart(vu_file& file, const vu_utf8string& userOrDomain,
                         const vu_utf8string& entry, const std::string& strType,
                         const std::string& strPartId, long docTime);
-  /// Opens a sub-part of a corporate document for reading if it is up to date. If its preload copy
-  /// is newer, that is first copied over it. A closed file asks the caller to generate the sub-part
-  /// and write it with OpenWriteSubPart(). No exception leaves it.
+  /// Opens a sub-part of a corporate document for reading if it is up to date. A newer preload copy
+  /// is first copied over it. If the file stays closed, the caller has to generate the sub-part and
+  /// write it with OpenWriteSubPart(). No exception leaves it.
   ///
-  /// The preload copy has the same file name and is in a folder `preload`. This is `html\preload`
-  /// for `html@NAME`, `pdf\preload` for `pdf@NAME`, otherwise one beside the rendition's folder.
-  /// Other programs write it. A sub-part is up to date if it is at least as new as its preload copy
-  /// and the document. With the extension "kdf" it always is, and preload copies are ignored.
+  /// The preload copy has the same file name. Its folder is `html\preload` for `html@NAME`,
+  /// `pdf\preload` for `pdf@NAME`, otherwise `preload` beside the rendition's folder. Other
+  /// programs write it. A sub-part is up to date if it is at least as new as its preload copy and
+  /// the document. With the extension "kdf" it is always up to date, and preload copies are
+  /// ignored.
   ///
   /// Reading creates missing folders for the kind and the rendition, if the document has a folder
   /// of sub-parts.

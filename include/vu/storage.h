@@ -7,7 +7,7 @@
  * Read first
  * - A process has one storage. vu_open_store() initialises it; all handles refer to the same one.
  * - An open stream holds a lock, and other programs wait for that lock. Close streams early.
- * - A child process made by fork() must not use the handles of its parent. Start programs by exec.
+ * - A child process made by fork() must not use the handles of its parent. Run programs with exec.
  * - Locks on network file systems have limits: see docs/network-shares.md.
  *
  * Results. A call that can fail returns a vu_status. Only 0 means success. Output arguments are
@@ -166,7 +166,7 @@ typedef struct vu_error {
  * Reports the result of the calling thread's last call, successful or not. vu_version(),
  * vu_version_number(), vu_status_name(), vu_free() and vu_last_error() do not count as calls.
  * @param error receives the result. Its texts belong to the library and are valid until the
- *   thread's next call. Each is cut after 1,023 bytes, between two characters.
+ *   thread's next call. Each has at most 1,023 bytes; a longer one is cut between two characters.
  * @return VU_DONE; VU_USAGE for a null pointer or a wrong `struct_size`.
  */
 VU_C_API vu_status vu_last_error(vu_error* error);
@@ -215,7 +215,7 @@ typedef struct vu_settings {
  *   "NUL". There the guard compares names without regard to letter case.
  *
  * Where owners share folders the owner may be null. Without the guard an empty owner (where owners
- * have folders) or an empty document name is VU_USAGE.
+ * have folders) or an empty document name yields VU_USAGE.
  *
  * @param settings null is VU_USAGE.
  * @param store receives the handle with VU_DONE and VU_ALREADY, otherwise null. The caller closes
@@ -253,8 +253,8 @@ VU_C_API vu_status vu_folder(vu_store* store, int32_t area, char* buffer, size_t
 
 /* ---- documents ------------------------------------------------------------------------------ */
 
-/** For vu_document::version: the latest version, which has the greatest number. Calls that create a
- *  version, VU_READ_SERVED and vu_open_part() do not accept it. */
+/** For vu_document::version: the latest version, which has the greatest number. vu_open_part(),
+ *  VU_READ_SERVED and calls that create a version do not accept it. */
 #define VU_LATEST ((int64_t)-1)
 
 /** Names a document and one version of it. */
@@ -381,7 +381,8 @@ VU_C_API vu_status vu_copy_in(vu_store* store, const vu_document* document, cons
  * @param path the target file.
  * @param flags VU_REPLACE; without it VU_ALREADY if the file exists.
  * @return VU_NOTHING_MATCHED: there is no such version. VU_FAILED: also if a writer has locked the
- *   document, or any handle the target; the copy does not wait for them. Waits as vu_exists().
+ *   document, or any handle has locked the target; the copy waits for neither. Waits as
+ *   vu_exists().
  */
 VU_C_API vu_status vu_copy_out(vu_store* store, const vu_document* document, const char* path,
                                uint32_t flags);
@@ -446,7 +447,7 @@ enum {
  *
  * @param mode one of the four.
  * @param stream receives the handle; null on failure. The caller closes it with vu_stream_close().
- * @return VU_NOTHING_MATCHED: there is nothing to read. VU_ALREADY: VU_WRITE_NEW, and it exists.
+ * @return VU_NOTHING_MATCHED: there is nothing to read. VU_ALREADY: with VU_WRITE_NEW, it exists.
  *   VU_OUTDATED: see above.
  *
  * To read it waits for writers of the index, then for writers of the document. To write it waits
@@ -468,7 +469,8 @@ VU_C_API vu_status vu_open(vu_store* store, const vu_document* document, int32_t
  * @param mode VU_READ_SERVED or VU_WRITE_OVER.
  * @param stream receives the handle; null on failure. The caller closes it with vu_stream_close().
  * @return VU_NOTHING_MATCHED: there is no such version of the document. VU_OUTDATED: the part is
- *   missing or too old. Waits as vu_open(), but for the locks of the part.
+ *   missing or too old. Waits for writers of the index, then for writers of the part; to write it,
+ *   also for its readers.
  */
 VU_C_API vu_status vu_open_part(vu_store* store, const vu_document* document, const char* rendition,
                                 const char* part, int32_t mode, vu_stream** stream);
@@ -575,7 +577,7 @@ VU_C_API vu_status vu_key_get(vu_store* store, const vu_document* document, cons
  *  or line. Waits for readers and writers of the index and of the file. */
 VU_C_API vu_status vu_key_set(vu_store* store, const vu_document* document, const char* line,
                               const char* value);
-/** Removes the lines with that name. VU_NOTHING_MATCHED: there is none. Waits as vu_key_set(). */
+/** Removes the lines with that name. VU_NOTHING_MATCHED: no such line. Waits as vu_key_set(). */
 VU_C_API vu_status vu_key_delete(vu_store* store, const vu_document* document, const char* line);
 
 /** As vu_entry_visitor, for lines. */
@@ -628,7 +630,7 @@ VU_C_API vu_status vu_remove_owner(vu_store* store, const char* owner);
 enum {
   VU_DRY_RUN = 1,   /**< only reports, removes nothing */
   VU_BY_ACCESS = 2, /**< age is the time since the last access, not since the last change */
-  VU_CLEAN_ALL = 4  /**< allows `older_than` 0, which removes all; without it 0: VU_REFUSED */
+  VU_CLEAN_ALL = 4  /**< allows `older_than` 0, which removes all versions */
 };
 
 /**
@@ -644,9 +646,9 @@ enum {
  *   The same is true after VU_LOCK_TIMEOUT for the folder with the lock.
  * @param count may be null; receives the number of versions removed (with VU_DRY_RUN: to remove),
  *   also when the call ends early.
- * @return VU_NO_NAME: the folder's name is not the same in UTF-8 and in the code page.
- *   VU_PARTLY_DONE: the system refused something. Waits for readers and writers of each index, not
- *   for streams.
+ * @return VU_REFUSED: `older_than` is 0 without VU_CLEAN_ALL. VU_NO_NAME: the folder's name is not
+ *   the same in UTF-8 and in the code page. VU_PARTLY_DONE: the system refused something. Waits for
+ *   readers and writers of each index, not for streams.
  */
 VU_C_API vu_status vu_clean(vu_store* store, int32_t area, const char* owner, int64_t older_than,
                             uint32_t flags, vu_entry_visitor visit, void* context, int64_t* count);

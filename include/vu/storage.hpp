@@ -1,5 +1,5 @@
 /// @file
-/// The storage in C++17: a header over the C interface. Because only C crosses the border, the
+/// The storage in C++17: a header over the C interface. Only C crosses the interface, so the
 /// program may use any compiler and any standard library, linked in any way.
 ///
 ///     vu::store store("/srv/data", vu::make_root);
