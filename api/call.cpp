@@ -12,7 +12,7 @@
 namespace api {
 namespace {
 
-/// The start of the warning for a save that could not begin. Here it counts as a failure.
+/// The start of the warning for a save that could not begin. Here it is a failure.
 constexpr std::string_view kNotSaved = "STGIndex::~STGIndex(): Unable to create/update index.dat";
 
 std::string_view without_line_end(std::string_view text) {
@@ -187,7 +187,7 @@ vu_status Call::end_by_exception() noexcept {
 void check_size(const void* structure, std::size_t told, std::size_t known) {
   require(told >= known, "struct_size is not set; use the INIT macro");
   const auto* const bytes = static_cast<const unsigned char*>(structure);
-  // No later structure is that much larger: this size was never set.
+  // No later structure is that much larger, so the caller did not set this size.
   require(told <= known + 4096, "struct_size is not set; use the INIT macro");
   require(std::all_of(bytes + known, bytes + told, [](unsigned char byte) { return byte == 0; }),
           "a structure has fields that this library does not know; use a later library");

@@ -81,7 +81,7 @@ bool open_new(vu_file& file, const Address& address) {
   facade.OpenWrite2(file, address.owner, address.name, address.type, false, address.version);
   if (!LockLimit::passed()) return file.is_open() || Call::current().heard_failure();
   if (file.is_open()) {
-    // Its entry could not be saved. The file would be adopted as an orphan.
+    // Its entry could not be saved, and the file would be adopted as an orphan.
     const std::string path = file.getFilePath();
     file.close();
     vu_file::remove(path);

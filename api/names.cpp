@@ -42,8 +42,8 @@ bool is_windows() {
   return is;
 }
 
-/// Whether two names may be the same file. On Windows case does not matter, and two characters that
-/// are not ASCII are taken as equal.
+/// Whether two names may be the same file. On Windows case is ignored, and all characters that are
+/// not ASCII are taken as equal.
 bool may_be_one_file(std::string_view a, std::string_view b) {
   if (!is_windows()) return a == b;
   const auto fold = [](char c) {

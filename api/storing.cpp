@@ -50,7 +50,7 @@ void copy_over(const std::string& from, const std::string& to, os::IfExists if_e
   if (copied.ok()) return;
   if (copied.failure() == os::Failure::kAlreadyExists)
     throw Refusal{VU_ALREADY, "the file exists; set VU_REPLACE to replace it", told_path(to)};
-  // "Not found" means the folder of the target if the source exists.
+  // If the source exists, "not found" refers to the folder of the target.
   const bool is_missing = copied.failure() == os::Failure::kNotFound;
   const bool has_source = !is_missing || vu_file::exists(from);
   throw Refusal{has_source ? VU_FAILED : VU_NOTHING_MATCHED, "the file cannot be copied",
