@@ -82,7 +82,7 @@ struct Finding {
   std::string name;      ///< the logical name, file or folder concerned
   std::size_t line = 0;  ///< of index.dat or a key file, from 1; 0: no line
   std::string detail;    ///< the values that led to the finding
-  /// Set if the finding is about a version of a document; the name is its logical name then.
+  /// Set if the finding is about a version of a document; the name is then its logical name.
   std::optional<std::int32_t> timestamp = std::nullopt;
 };
 using FindingSink = std::function<void(const Finding&)>;

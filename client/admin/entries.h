@@ -18,7 +18,7 @@ namespace admin {
 enum class EntryState : std::uint8_t {
   kIndexed,    ///< a valid entry
   kUnindexed,  ///< an orphan
-  kMissing,    ///< a dangling entry, or its file has the other one of two names
+  kMissing,    ///< the file that readers open is missing
 };
 std::string_view name_of(EntryState state);
 

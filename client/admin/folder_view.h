@@ -194,8 +194,7 @@ struct LintedLine {
   std::string_view stored;  ///< the physical name
   Verdict verdict = Verdict::kEntry;
   bool has_odd_stamp = false;  ///< the key does not end in "_" and ten digits
-  /// The line contains zeros: it is a damaged rest, whatever the verdict, as no name contains
-  /// zeros.
+  /// The line contains zeros: it is damaged, whatever the verdict, because no name contains zeros.
   bool has_zeros = false;
   /// The name of the entry's file, and its position in the listing. The position is
   /// FolderView::kNone if the file is listed under another spelling.

@@ -44,8 +44,8 @@ class FormatArgument {
   Kind m_kind;
 };
 
-/// The number of arguments of a pattern: one per pair of braces, also for a width in "{:{}}". With
-/// numbers, as in "{0}", the largest number plus 1.
+/// The number of arguments of a pattern: one per pair of braces, also for a width in "{:{}}". If
+/// the braces contain numbers, as in "{0}": the largest number plus 1.
 consteval std::size_t arguments_wanted(std::string_view pattern) {
   std::size_t wanted = 0;
   std::size_t depth = 0;

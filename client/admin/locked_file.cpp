@@ -248,7 +248,7 @@ os::Status StagingFolder::take(const std::string& path, LockedFile::IfMissing if
 void StagingFolder::remove() {
   if (m_path.empty()) return;
   remove_copies(m_path);
-  // If the system can remove open files, remove it under the lock: no other process then locks it.
+  // Try to remove the lock file while it is locked, so that no other process locks it first.
   const bool is_removed = os::remove_file(lock_in(m_path)).ok();
   m_lock.close();
   if (!is_removed) static_cast<void>(os::remove_file(lock_in(m_path)));

@@ -89,7 +89,7 @@ bool is_leftover(const std::string& path);
 /// A sub-folder for copies that are not yet in the index. Nothing in it is adopted. Its lock file
 /// is locked as long as the program runs, so a staging folder with a free lock is stale.
 ///
-/// The lock file is removed last. So a folder without lock file is empty: just created, or almost
+/// The lock file is removed last. So a folder without a lock file is empty: just created, or almost
 /// removed. Any program may remove such a folder; the creator then creates another one.
 class StagingFolder {
  public:

@@ -82,7 +82,7 @@ NameStore::~NameStore() {
 
 void NameStore::check_head() {
   const std::string head = read(0, std::min<std::uint64_t>(m_end, kHead.size()));
-  // A process may have been interrupted within the first bytes.
+  // A process may have been interrupted while it wrote the first bytes.
   if (kHead.starts_with(head)) return;
   throw StoreError(
       StoreError::Why::kForeign,

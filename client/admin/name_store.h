@@ -33,10 +33,10 @@ class StoreError : public std::runtime_error {
   Why m_why;
 };
 
-/// The file of saved names of a tree: a sequence of snapshots of all its indexes. A snapshot is
-/// only appended. It is valid when its trailer follows it, which is written last. Readers ignore
-/// bytes after the last trailer, which a killed process or a full disk leaves; the next snapshot
-/// removes them.
+/// The file of saved names of a tree: a sequence of snapshots of all its indexes. Snapshots are
+/// only appended. A snapshot is valid when its trailer follows it; that is written last. Readers
+/// ignore bytes after the last trailer, which a killed process or a full disk leaves; the next
+/// snapshot removes them.
 ///
 /// Every snapshot ends with the list of all indexes, or with the changes of that list. The text of
 /// an index is stored once, and only the bytes that differ from an earlier text. Lists and texts
@@ -56,7 +56,7 @@ class NameStore {
 
   // ---- reading ----
 
-  /// A snapshot in the file. Without its description if that is damaged.
+  /// A snapshot in the file; without a description if that is damaged.
   struct Kept {
     std::uint64_t number = 0;
     std::uint64_t file_bytes = 0;  ///< its size in the file

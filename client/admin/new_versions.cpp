@@ -216,9 +216,9 @@ bool NewVersions::open_index() {
   return is_sound();
 }
 
-/// Whether the index is undamaged. Then readers find new entries, and a save does not remove what
-/// is left of lost names. An empty index in a folder without documents is valid: a killed process
-/// had just created it.
+/// Whether the index is undamaged. If it is, readers find new entries, and a save does not remove
+/// what is left of lost names. An empty index in a folder without documents is valid: a killed
+/// process had just created it.
 bool NewVersions::is_sound() {
   const std::string path = printable(path_of(index_format::kIndexFile));
   if (m_view.index_state() == IndexState::kNoBytes && has_documents(m_view)) {

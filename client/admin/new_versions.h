@@ -54,9 +54,9 @@ struct NewVersion {
 /// waits for the file's lock at that moment still reads the old file.
 ///
 /// An entry is visible only when its document is complete. After a failure the new physical file is
-/// removed, never the entry by its key: the key may belong to another program then. A process that
-/// is killed leaves at most orphans with their complete content, and its StagingFolder, which the
-/// next store in the folder removes.
+/// removed, never the entry by its key: the key may belong to another program. A process that is
+/// killed leaves at most orphans with their complete content, and its StagingFolder, which the next
+/// store in the folder removes.
 class NewVersions {
  public:
   NewVersions(DocumentFolder folder, sys::Locking locking)

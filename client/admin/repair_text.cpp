@@ -225,8 +225,8 @@ bool is_wide(std::string_view text) {
   return text.size() > 1;
 }
 
-/// The text without carriage returns and, from each zero on, without the rest of the line: that
-/// rest is the end of another line. What precedes the zeros stays, and may be truncated.
+/// The text without carriage returns. A line with a zero ends there: what follows is the end of
+/// another line. What precedes the zeros stays, and may be truncated.
 std::string cleaned(std::string_view text) {
   const bool wide = is_wide(text);
   if (wide) text = without_mark(text);

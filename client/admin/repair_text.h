@@ -61,9 +61,9 @@ bool is_orphaned_parts(const FolderView& folder, std::string_view name);
 /// file of such a line exists, and no entry has its file or key.
 std::vector<std::string> salvaged_lines(const FolderView& folder);
 
-/// The index with those of the @p lines whose file exists, if no entry has their file or key.
-/// Damaged lines that contain only restored or present keys are removed. Other damaged lines stay;
-/// those without a "/" are put at the end, where they do not damage other lines.
+/// The index with the @p lines added; skips a line if its file is missing or an entry has its file
+/// or key. Damaged lines that contain only restored or present keys are removed. Other damaged
+/// lines stay; those without a "/" are put at the end, where they do not damage other lines.
 /// @param added the number of added lines.
 std::string with_restored_lines(const FolderView& folder, const std::vector<std::string>& lines,
                                 std::size_t& added);

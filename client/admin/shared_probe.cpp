@@ -1,4 +1,4 @@
-// Checks a shared file system, and knows per check and file system what to change if it fails.
+// Checks a shared file system, and recommends for each failed check what to change.
 
 #include "client/admin/shared_probe.h"
 

@@ -14,7 +14,7 @@
 /// changes bytes, names or modification times.
 namespace admin::sys {
 
-using namespace os::look;  // NOLINT(google-build-using-namespace): this is where it is called so
+using namespace os::look;  // NOLINT(google-build-using-namespace): sys repeats its names
 
 struct Locking {
   enum class Mode : std::uint8_t {
@@ -55,7 +55,7 @@ namespace admin {
 
 // ---- whether a user may write ------------------------------------------------------------------
 // Whether the calling user can store something in a document folder. Nothing is changed. The checks
-// have a writer's order: the folder, its index, its counter.
+// follow a writer's order: the folder, its index, its counter.
 
 /// An obstacle to writing.
 struct Obstacle {

@@ -347,7 +347,7 @@ std::string PortableNames::take(std::string_view name) {
   std::string result = portable_name(name);
   if (enter(result)) return result;
   result = with_checksum(result, name);
-  // Only a name that imitates these names gets here.
+  // The loop runs only if another name imitates this form.
   for (std::string more = "~"; !enter(result); more += '~')
     result = with_checksum(portable_name(name), std::string(name) + more);
   return result;

@@ -78,13 +78,13 @@ class PortableNames {
  public:
   /// Forgets all names.
   void clear() { m_taken.clear(); }
-  /// The file name for a name: portable_name(), with a checksum if that is in use.
+  /// The file name for a name: portable_name(); with a checksum if that name is in use.
   std::string take(std::string_view name);
 
  private:
   bool enter(std::string_view name);
 
-  /// Hashes of the case-folded names. If two names have the same hash, one only gets longer.
+  /// Hashes of the case-folded names. A collision only makes a name longer.
   std::unordered_set<std::uint64_t> m_taken;
 };
 

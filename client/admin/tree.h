@@ -47,7 +47,7 @@ struct Tree {
 };
 
 /// Finds the tree. Returns nothing if the folder does not exist or has no area folder.
-/// @param why the reason then.
+/// @param why receives the reason when nothing is returned.
 std::optional<Tree> locate(const Place& place, std::string& why);
 
 /// Guesses the layout from the names in a tree. Flat: an area folder itself contains an index, or
