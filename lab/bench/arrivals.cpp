@@ -58,7 +58,7 @@ std::size_t supply_for(std::size_t mails) { return std::clamp<std::size_t>(1000 
 
 std::string escaped_mail(std::size_t mail) { return numbered("4#5#M%06zu#A%%20mail.kdb", mail); }
 
-/// Creates a mail folder with @p mails files under escaped names, and a read list with a line each.
+/// Creates a mail folder with @p mails files under escaped names, each with a line in a read list.
 void make_mails(const std::string& folder, std::size_t mails) {
   constexpr const char* kReadList = "00000001.txt";
   std::vector<std::string> names = {kReadList};

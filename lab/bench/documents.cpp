@@ -216,7 +216,7 @@ Jobs write_jobs(Stage& stage, Place place, std::size_t entries, std::size_t byte
 /// Replaces an existing mail document by one of the same size.
 Jobs replace_jobs(Stage& stage, Place place, std::size_t entries) {
   const auto box = std::make_shared<Mailbox>(stage, place, entries);
-  // Not the entry that other workloads rename: the file of that entry must remain empty.
+  // Other workloads rename another entry, whose file must remain empty.
   const std::size_t entry = entries / 3;
   const std::string logical = box->folder.logical(entry);
   const long timestamp = box->folder.timestamp(entry);

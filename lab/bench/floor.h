@@ -22,11 +22,11 @@
 ///   writes the new text in place, with the "/" at page edges last, flushes and truncates;
 /// - a flush of the counter and of the file of a new document.
 ///
-/// A map is built only where it is the result. Its names are sorted before, because that is faster
-/// than a search of the tree for each name.
+/// A map is built only where it is the result. Its names are sorted first, because inserting sorted
+/// names is faster.
 namespace floor_of {
 
-/// Whether orphans are searched.
+/// Whether a floor searches for orphans.
 enum class Adoption { kOff, kOn };
 
 bool exists(const std::string& folder, const std::string& logical, long timestamp,

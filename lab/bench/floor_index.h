@@ -59,7 +59,7 @@ void judge_for_save(std::string_view text, const bench::Listed& files);
 
 /// Releases the shared lock and takes the exclusive lock. Ends the program if the text has changed.
 bare::File lock_for_save(Index& index);
-/// Replaces the old text by @p text. Both are equal up to @p base.
+/// Replaces the old text by @p text. Their first @p base bytes are equal.
 void replace(const bare::File& file, std::string_view old_text, const std::string& text,
              std::size_t base);
 std::string next_number(const std::string& folder);

@@ -118,7 +118,7 @@ void expect(bool holds, const char* what) {
 
 using Times = std::map<std::string, std::vector<double>>;
 
-/// Times each operation once on a document and checks the results.
+/// Runs each operation once on a document, records its time and checks the results.
 void measure_once(const Tree& tree, std::size_t document, Times& times) {
   const std::string logical = logical_name(document);
   const std::string folder = tree.folder_of(logical);

@@ -26,8 +26,8 @@ void rename(const std::string& folder, const std::string& old_logical, long old_
 void update(const std::string& folder, Synchronize synchronize);
 bool last_version(const std::string& folder, const std::string& logical, long& timestamp,
                   Synchronize synchronize);
-/// Fills @p out: physical name -> logical name of the entries with one of the extensions (all when
-/// empty).
+/// Fills @p out with physical name -> logical name of the entries with one of the extensions. Empty
+/// @p extensions match every entry.
 void pl_values(const std::string& folder, NameMap& out, std::string_view extensions,
                Synchronize synchronize);
 

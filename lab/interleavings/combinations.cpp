@@ -71,7 +71,7 @@ bool is_worth(const Operation& a, const Operation& b, Names names, Setup setup, 
   return false;
 }
 
-/// Two operations that only read differ only if the first one writes an index.
+/// The order of two operations that only read matters only if the first one writes an index.
 bool can_differ(const Operation& a, const Operation& b, Setup setup, bool synchronize) {
   const auto only_asks = [](const Operation& each) {
     return (each.effects & ~(kReads | kCopies)) == 0;

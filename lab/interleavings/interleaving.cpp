@@ -131,7 +131,7 @@ thread_local bool t_retries_locks = false;
 /// The result of each call after a kill.
 const os::Status kGone{5, os::Failure::kOther};
 
-/// Without calls that change a position in a handle, or check what exists: nothing notices them.
+/// Whether the turn can change before this call. No other operation notices an excluded call.
 bool is_point(Call call) {
   switch (call) {
     case Call::seek:

@@ -299,7 +299,7 @@ bool dies_while_another_waits(const std::vector<Event>& events) {
   const auto is_end = [](const Event& each) { return each.is_kill && each.who == 0; };
   const auto end = std::find_if(events.begin(), events.end(), is_end);
   if (end == events.begin() || end == events.end()) return false;
-  // B waits for its lock, and A has written under its own lock since.
+  // B opens the file and waits for its lock. After that A has written, and was then killed.
   const auto opened = std::find_if(events.begin(), end, [](const Event& each) {
     return each.who == 1 && each.call.function == os::faults::Call::open;
   });

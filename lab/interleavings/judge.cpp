@@ -118,7 +118,7 @@ Verdict Judge::judge(const Outcome& outcome) const {
   return verdict;
 }
 
-/// An operation that was not killed is complete, so orders without it do not count.
+/// An operation that was not killed is complete, so orders without it are ignored.
 std::vector<Outcome> Judge::orders_with_who_lived(const Outcome& outcome) const {
   std::vector<Outcome> orders;
   std::copy_if(m_orders.begin(), m_orders.end(), std::back_inserter(orders),

@@ -13,8 +13,8 @@
 ///
 /// The final tree and all results must be those of the operations one after the other, in some
 /// order. Otherwise each difference must belong to a story of docs/concurrency.md. No story excuses
-/// that another entry changes its bytes, that an entry appears that no operation created, that an
-/// index is not whole, or that an operation waits for itself.
+/// these: another entry changes its bytes, an entry appears that no operation created, an index is
+/// not whole, an operation waits for itself.
 namespace interleavings {
 
 /// The end of a run.

@@ -19,14 +19,14 @@ bool has(const std::string& text, std::string_view part) {
   return text.find(part) != std::string::npos;
 }
 
-// ---- what a difference speaks of ----------------------------------------------------------------
+// ---- what a difference is about -----------------------------------------------------------------
 
 bool is_loose_file(const Difference& d) { return d.answer_of < 0 && has(d.what, ": loose "); }
 
-/// One orphan too many, compared with the order.
+/// Whether the run left an orphan that the order of the operations does not leave.
 bool is_loose_too_many(const Difference& d) { return is_loose_file(d) && d.found != kNothing; }
 
-/// The fact of an entry, in any folder.
+/// Whether the difference concerns the bytes of this entry, in any folder.
 bool is_entry(const Difference& d, const std::string& entry) {
   return d.answer_of < 0 && d.what.ends_with(": " + entry + "_0000000000");
 }
@@ -97,7 +97,7 @@ bool is_renamed(const Evidence& s, const Difference& d) {
   return false;
 }
 
-/// Whether each name in the result also occurs in that operation's result in some order.
+/// Whether each name in the operation's result also occurs in its result in some order.
 bool all_names_are_known(const Evidence& s, const Difference& d) {
   if (d.answer_of < 0) return false;
   std::istringstream names(d.found);
@@ -110,7 +110,7 @@ bool all_names_are_known(const Evidence& s, const Difference& d) {
   return true;
 }
 
-/// Whether it is the category file, and all of its lines were there before.
+/// Whether the difference is in the category file, and all found lines existed before the run.
 bool has_lines_from_before(const Evidence& s, const Difference& d) {
   const auto before = s.before.find(d.what);
   if (!is_entry(d, kList) || before == s.before.end()) return false;
@@ -223,7 +223,7 @@ bool cleaned_bit_by_bit(const Evidence& s, const Difference& d) {
   return s.any_does(kCleans) && !s.does(d.answer_of, kCleans) && all_names_are_known(s, d);
 }
 
-/// A clean takes a missing file for a very old one, so two cleans count it.
+/// A clean treats a missing file as a very old one, so two cleans count it.
 bool counted_twice(const Evidence& s, const Difference& d) {
   return s.does(d.answer_of, kCleans) &&
          (s.count(kCleans) > 1 || s.any_does(kRemoves | kRenames)) &&
@@ -238,7 +238,7 @@ bool swept_copies(const Evidence& s, const Difference& d) {
   return d.found == kNothing && is_made_by(s, d, kClient);
 }
 
-/// In a folder without an index, a sweep stops when an index appears. The orphans after that stay.
+/// In a folder without an index, a sweep stops when an index appears. The remaining orphans stay.
 bool sweep_ends(const Evidence& s, const Difference& d) {
   if (s.combination.setup != Setup::kNoIndex || !s.any_does(kSweeps)) return false;
   const auto stood = s.before.find(d.what);

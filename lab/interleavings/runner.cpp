@@ -17,7 +17,7 @@ std::string with_slashes(std::string path) {
   return path;
 }
 
-/// The search in one combination ends after this number.
+/// The search in one combination ends after this number of findings.
 constexpr std::size_t kMostFindings = 3;
 
 /// The kind of a finding, without entries and bytes.
@@ -77,7 +77,7 @@ Runner::Run Runner::run(const Combination& combination, Scheduler& scheduler,
   return run;
 }
 
-/// The ends of the operations one after the other, in every order; with kills also without one.
+/// The ends of all orders of the operations; with kills also of all orders without one of them.
 std::vector<Outcome> Runner::orders_of(const Combination& combination, Kills kills,
                                        Participants participants) {
   std::vector<Outcome> orders;

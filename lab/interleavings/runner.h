@@ -24,11 +24,11 @@ struct Finding {
 };
 
 struct Explored {
-  std::uint64_t schedules = 0;  ///< schedules that were run
-  std::uint64_t cut = 0;        ///< omitted beginnings; each omits all schedules with it
-  std::uint64_t redundant = 0;  ///< run, but equal in effect to another schedule
-  std::uint64_t calls = 0;      ///< in all runs
-  std::set<std::string> ends;   ///< all ends in words: results and facts
+  std::uint64_t schedules = 0;                 ///< schedules that were run
+  std::uint64_t cut = 0;                       ///< omitted beginnings of schedules
+  std::uint64_t redundant = 0;                 ///< run, but equal in effect to another schedule
+  std::uint64_t calls = 0;                     ///< in all runs
+  std::set<std::string> ends;                  ///< all ends in words: results and facts
   std::map<std::string, std::uint64_t> races;  ///< how many schedules each explains
   std::vector<Finding> findings;               ///< the first few, shortened, one of each kind
 };

@@ -122,8 +122,8 @@ bool Explorer::next() {
   return true;
 }
 
-/// Whether the current choice of a branch can be omitted: the next call of the preempted operation
-/// touches nothing that the others do one call later, so they do the same now.
+/// Whether the current choice of a branch can be omitted. It can if the next call of the preempted
+/// operation touches nothing that the others touched after the same choice one call later.
 bool Explorer::does_as_one_later(Branch& branch) const {
   if (m_bounds.reduction == Reduction::kOff || branch.one_later.empty()) return false;
   const Block& block = branch.one_later[branch.at];

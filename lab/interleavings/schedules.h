@@ -41,7 +41,7 @@ class Explorer final : public Scheduler {
   /// Whether the last run had the effects of another schedule.
   bool is_redundant() const { return m_is_redundant; }
   std::uint64_t runs() const { return m_runs; }
-  /// Omitted schedules, each with all that begin like it.
+  /// The number of omitted beginnings of schedules.
   std::uint64_t cut() const { return m_cut; }
   /// Whether the same choices led to a different run.
   bool is_unrepeatable() const { return m_is_unrepeatable; }
@@ -58,7 +58,7 @@ class Explorer final : public Scheduler {
     std::size_t made = 0;               ///< calls made so far
     Footprint next = {};                ///< what its next call touches
     std::vector<Block> blocks = {};     ///< one per choice, if known
-    std::vector<Block> one_later = {};  ///< those of the same choices one call later
+    std::vector<Block> one_later = {};  ///< blocks of the same choices one call later
   };
 
   std::vector<Choice> first_choices(const Interleaving& interleaving, const std::vector<int>& able);
@@ -110,7 +110,7 @@ Schedule schedule_of(const std::vector<Event>& events, LastSlice last = LastSlic
 /// The calls, one per line.
 std::string calls_in_words(const std::vector<Event>& events);
 
-/// Runs a schedule. Where it cannot be followed, any operation that can continue does.
+/// Runs a schedule. A slice is skipped if its operation cannot continue.
 class Replay final : public Scheduler {
  public:
   explicit Replay(Schedule schedule) : m_schedule(std::move(schedule)) {}

@@ -61,7 +61,7 @@ using Facts = std::map<std::string, std::string>;
 /// * "PATH" -> the bytes of any other file, "" for a folder
 Facts facts_of(const Tree& tree);
 
-/// Replaces each file name in a result by the key of its entry, before the run or else after it.
+/// Replaces each file name in a result by a key: of its entry before the run, or else after it.
 std::string without_numbers(const std::string& answer, const std::string& folder,
                             const Tree& before, const Tree& after);
 

@@ -28,7 +28,7 @@ using Clock = std::chrono::steady_clock;
 std::filesystem::path own_folder() {
   std::wstring path(32768, L'\0');
   path.resize(::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
-  // Wine writes a share like this.
+  // Wine returns "UNC\server\share" for a share.
   if (path.rfind(L"UNC\\", 0) == 0) path = L"\\\\" + path.substr(4);
   return kit::parent_of(path);
 }

@@ -229,7 +229,7 @@ std::string escaped(const std::string& text) {
   return result;
 }
 
-/// Without the name of the class, which is the same for all.
+/// The name of a case without the name of its class, which all cases share.
 std::string short_name_of(const Case& one) { return one.name.substr(one.name.find('.') + 1); }
 
 /// A name with a possible line break before each word.

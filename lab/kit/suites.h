@@ -27,7 +27,7 @@ struct Suite {
   std::chrono::seconds limit;
 };
 
-/// In their order; the most important ones first.
+/// The suites in the order in which they run; the most important ones first.
 const std::vector<Suite>& suites();
 
 enum class State { kPassed, kFailed, kSkipped };

@@ -40,7 +40,7 @@ void Index::adopt_unknown() {
     if (name == "index.dat" || name == "index") continue;
     if (!already_in_maps(name)) unknown.push_back(name);
   }
-  // The order matters if there are several: the adoption of one can make another one known.
+  // The order of several orphans matters: the adoption of one can make another one known.
   if (unknown.size() > 1) {
     unknown.clear();
     for (const std::string& name : m_world.tree.names_in_order(m_folder)) {

@@ -59,7 +59,7 @@ bool cut_line(std::string& text, const std::string& what);
 
 // ---- the list of read mails --------------------------------------------------------------------
 
-/// The name that a line stands for; empty if it stands for none.
+/// The mail name in a line; empty if the line contains none.
 std::string mail_name(const std::string& line);
 /// The lines of a text by name; of two with the same name the first.
 Map mail_lines(const std::string& text);

@@ -21,7 +21,7 @@ struct Node {
   std::string bytes;
   /// Seconds. For a folder it only matters whether there is one.
   std::int64_t time = 0;
-  /// Written in the current step, which sets its time at its end.
+  /// Whether the current step wrote it. The end of the step sets its time.
   bool is_fresh = false;
   std::map<std::string, Node> names;  ///< of a folder
 };

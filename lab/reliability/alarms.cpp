@@ -28,7 +28,7 @@ constexpr std::chrono::seconds kAlarm = 5s;
 
 // ---- the helpers --------------------------------------------------------------------------------
 
-/// args: a root; synchronisation "on" or "off". Reads numbers of operations, and calls these.
+/// args: a root; synchronisation "on" or "off". Calls the operations whose numbers it reads.
 int operations_caller(const std::vector<std::string>& args) {
   const Place place{args.at(0), args.at(1) == "on"};
   vu_storage::initRootStorage(place.root, true, place.synchronize);

@@ -257,7 +257,7 @@ Tree found_in(const Tree& tree) {
 /// The first difference.
 std::string difference(const Tree& expected, const Tree& found) {
   for (const auto& [path, bytes] : expected) {
-    // Category lines of a removed document may stay: a question that fails counts as "no", and a
+    // Category lines of a removed document may stay: a check that fails counts as "no", and a
     // stream only reports its own file.
     if (path.ends_with("/list.ctg_0000000000")) continue;
     const auto other = found.find(path);

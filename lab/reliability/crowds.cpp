@@ -332,7 +332,7 @@ REGISTER_SUITE(crowd_noticed, "crowd-noticed",
 // Cleaners clean a folder without a pause while others write to it. All documents are young, except
 // those that a writer makes old.
 
-/// Seconds; a clean keeps younger documents. Far more than a run takes.
+/// Seconds, far more than a run takes; a clean keeps younger documents.
 constexpr unsigned long kLimit = 100'000;
 constexpr std::size_t kWriters = 3;
 constexpr std::size_t kCleaners = 2;

@@ -17,7 +17,7 @@ constexpr auto kNone = std::string_view::npos;
 
 std::uint64_t up_to_sector(std::uint64_t size) { return (size + kSector - 1) / kSector * kSector; }
 
-/// Chooses a version of each sector. Disks can lag behind in different ways.
+/// Chooses a version of each sector, in one of several ways.
 class Choice {
  public:
   explicit Choice(std::mt19937_64& random, std::size_t sectors)
@@ -26,7 +26,7 @@ class Choice {
         m_chance(1 + random() % 15),
         m_turn(random() % (sectors + 1)) {}
 
-  /// Returns 0 for the certain version of sector number @p n, or one of @p versions newer ones.
+  /// @return the version of sector number @p n: 0 for the flushed one, up to @p versions for newer.
   std::size_t of(std::size_t n, std::size_t versions) {
     switch (m_way) {
       case 0:  // the first sectors are new

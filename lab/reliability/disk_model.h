@@ -18,7 +18,7 @@
 /// A flush of a file makes its earlier writes and truncations certain, and its name with the
 /// folders above it. Every other change may be on the disk or not, in any order:
 ///
-/// * Each sector of 512 bytes is as any of the later writes left it, old, or zeros.
+/// * Each sector of 512 bytes has its old bytes, the bytes after any later write, or zeros.
 /// * Each file has one of the sizes that it had.
 /// * Each change of a name is there or not.
 ///

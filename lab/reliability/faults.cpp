@@ -138,8 +138,8 @@ bool has_trace(const Outcome& outcome, const std::string& words) {
   });
 }
 
-/// A file that ends early is not a failure. Questions answer "no" without a trace, and so do
-/// operations that report by their result alone.
+/// A file that ends early is not a failure. Checks whether something exists answer "no" without a
+/// trace. Some operations report by their result alone.
 bool may_be_silent(const std::string& operation, const Way& way, Call call) {
   if (way.kind == Kind::kShort) return true;
   // The reader of key lines returns false for every exception, without a trace.
@@ -168,7 +168,7 @@ bool may_be_silent(const std::string& operation, const Way& way, Call call) {
   }
 }
 
-/// Whether a result reports a failure. If a removal is called twice, the second finds the rest.
+/// Whether a result reports a failure. A second removal can remove what the first one left.
 bool is_a_failure(const std::string& operation, const std::string& answer,
                   const std::string& usual) {
   const bool is_yes_or_no = usual == "true" || usual == "false";
@@ -213,7 +213,7 @@ std::vector<Way> ways_for(Call call) {
     }
     ways.push_back({Kind::kException, Trouble::kBroken, times});
     if (!is_transfer(call)) continue;
-    // A short read means the end of the file. A file does not end again and again.
+    // A short read means the end of the file, so only one read is short.
     if (call == Call::write || times == Times::kOnce) {
       ways.push_back({Kind::kShort, Trouble::kBroken, times});
     }
@@ -265,7 +265,7 @@ std::vector<std::string> complaints(const std::string& operation, const Way& way
     found.push_back(std::string("ended with ") + reliability::name_of(outcome.end));
   }
   const std::string words = stated_trace(operation, way, call);
-  // In a save, the exception of a failed flush may pass. Before a close it may not.
+  // A flush that throws needs no trace of its own, if the operation throws or traces something.
   const bool may_pass =
       call == Call::flush && way.kind == Kind::kException &&
       (outcome.end != Outcome::End::kReturned || says_something(outcome, usual.outcome));

@@ -117,7 +117,7 @@ const std::vector<Shape>& shapes() {
   return all;
 }
 
-/// Runs each question that reads the whole text, and a save.
+/// Runs each lookup that reads the whole text, and a save.
 Work work_of(const std::string& folder) {
   const WorkCounter counter;
   std::string physical;

@@ -58,7 +58,7 @@ void visit_lines(std::string_view text, const Visit& visit) {
   }
 }
 
-/// All entries of a text, valid or not. Of equal keys the first one.
+/// All entries of a text, valid or not. Of several entries with one key, only the first.
 Lines all_lines(std::string_view text);
 
 // ------------------------------------------------------------------------------------------------

@@ -69,7 +69,7 @@ struct Model {
   std::map<std::string, std::string> strays;  ///< orphans with their content
   std::int64_t counter = 0;
   Adoption adoption = Adoption::kOff;
-  /// The entries that a reader of plain lines last found. It may not see a save until the next one.
+  /// The entries that a reader of plain lines last found. It can miss a save until the next one.
   Lines plain;
 
   /// Applies a finished operation. @return the result of a create, otherwise empty.
@@ -86,7 +86,7 @@ struct Model {
 /// The text of a key file without the line of @p entry.
 std::string without_line_of(const std::string& text, const std::string& entry);
 
-/// How much of the files is compared that the operation cannot have changed.
+/// How much is compared of each file that the operation cannot have changed.
 enum class Depth : std::uint8_t { kSizes, kEveryByte };
 
 struct Findings {

@@ -36,7 +36,7 @@ bool large_folders_are_slow();
 /// Whether closing an old copy of a closed handle leaves other files open.
 bool stale_copies_are_harmless();
 
-/// Stops a helper process. Without such a system call it continues and waits in hear().
+/// Stops a helper process. If the system has no call for that, the process waits in hear().
 void stop(child_process& helper);
 void resume(child_process& helper);
 

@@ -307,7 +307,7 @@ void Bench::judge_entries() {
     const auto line = found.find(key);
     if (line != found.end() && line->second == stored) found.erase(line);
   }
-  // The returned operations are done, and of the begun ones any number from the first on.
+  // All returned operations are done. Of the others that began, any number in order may be done.
   Model now = m_place->model;
   for (std::uint32_t i = 0; i < m_cut.returned; ++i) now.apply(m_planned[i]);
   const Lines before = now.lines();

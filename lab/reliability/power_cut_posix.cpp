@@ -388,7 +388,7 @@ Found cut_many(Run& run, std::uint64_t count, const std::string& budget, Flushes
   for (std::size_t kind = 0; kind < kinds; ++kind) {
     const std::uint64_t share = count / kinds + (kind < count % kinds ? 1 : 0);
     if (share == 0) continue;
-    // What it waits for has time limits of its own.
+    // The helper has no alarm: everything that it waits for has its own time limit.
     benches.push_back(
         {name_of_disk(kind),
          child_process("power_cut_bench",

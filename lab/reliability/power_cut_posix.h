@@ -11,7 +11,7 @@
 #include "tests/support/scratch.h"
 
 /// @file
-/// A file system on a loop device over a file in memory. It can be shut down as by a power failure.
+/// A file system on a loop device over a file in memory. A shutdown acts like a power failure.
 namespace reliability {
 
 /// How a file system is created and mounted.

@@ -32,7 +32,7 @@ using Changes = std::vector<Change>;
 
 /// Interruptions in a row: an operation, the next one, and the one after that.
 constexpr std::size_t kDepths = 3;
-/// The number of images of the index alone and of the whole tree at one moment, by interruption.
+/// Images per moment, by number of earlier interruptions: of the index alone, of the whole tree.
 constexpr std::array<std::size_t, kDepths> kOfIndex = {24, 8, 6};
 constexpr std::array<std::size_t, kDepths> kOfTree = {2, 1, 1};
 /// One in this many whole images is written to a real folder, and the library reads it.
@@ -103,7 +103,7 @@ struct History {
 /// What the runs found.
 struct Found {
   std::uint64_t histories = 0;
-  std::array<std::uint64_t, kDepths> saving{};  ///< images within a save, by interruption
+  std::array<std::uint64_t, kDepths> saving{};  ///< images within a save, by earlier interruptions
   std::uint64_t quiet = 0;
   std::uint64_t asked = 0;
   std::uint64_t large = 0;  ///< images of an index of 10 MB

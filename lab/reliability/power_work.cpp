@@ -17,7 +17,7 @@ namespace {
 
 constexpr auto kNone = std::string_view::npos;
 
-/// Whether @p text is @p other and then bytes that no reader takes for an entry.
+/// Whether @p text is @p other, followed by bytes that no reader treats as an entry.
 bool is_text_and_junk(std::string_view text, std::string_view other) {
   return text.starts_with(other) && (other.empty() || other.back() == '\n') &&
          text.find('/', other.size()) == kNone;
@@ -430,7 +430,7 @@ PowerStep PowerWork::convert() {
   return step;
 }
 
-// ---- questions ----------------------------------------------------------------------------------
+// ---- lookups ------------------------------------------------------------------------------------
 
 std::string PowerWork::ask_the_library() const {
   std::size_t asked = 0;

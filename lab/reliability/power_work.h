@@ -49,7 +49,7 @@ LineViews views_of(const Lines& lines);
 
 /// One operation: the entries that it changes, and the number of the change that completes it.
 struct PowerStep {
-  /// Bytes that move and are always under one of both names. @p from may be an orphan.
+  /// Bytes that move and are always under one of the two names. @p from may be an orphan.
   struct Move {
     std::string from;
     std::string to;

@@ -95,7 +95,7 @@ using SuiteFunction = void (*)(Run& run);
 struct Suite {
   std::string name;
   std::string what;
-  std::string unit;     ///< what the count counts
+  std::string unit;     ///< what Suite::count counts
   std::uint64_t count;  ///< if the command line has none; 0: the suite runs to its end
   Scratch scratch;
   SuiteFunction function;

@@ -28,8 +28,8 @@ bool begins_with(const std::string& text, const std::string& head) {
   return text.substr(0, head.size()) == head;
 }
 
-/// The errors that are compared. Left out are the texts of the system, and a failed write of a
-/// counter, which no document states.
+/// The errors that are compared. They exclude what no document states: the texts of the system, and
+/// a failed write of a counter.
 std::vector<std::string> counted(const std::vector<std::string>& errors) {
   std::vector<std::string> result;
   for (std::string each : errors) {

@@ -142,7 +142,7 @@ void measure_operations(Run& run, std::size_t entries, const std::string& local,
   }
 }
 
-// ---- one listing, or a question for each name ---------------------------------------------------
+// ---- one listing, or a check of each name -------------------------------------------------------
 
 void measure_judgement(Run& run, std::size_t names, const std::string& local,
                        const std::string& shared) {

@@ -98,7 +98,7 @@ Clock::duration kill_a_holder(Run& run, Host holder_on, const std::string& name,
   const Host other = holder_on == Host::kA ? Host::kB : Host::kA;
   const auto before = Clock::now();
   create_document(shared.seen_by(other), "before.kdb");
-  // Far more than an operation without a lock holder takes.
+  // An operation that need not wait for a lock takes far less time.
   const Clock::duration patience =
       std::max<Clock::duration>(std::chrono::milliseconds(400), (Clock::now() - before) * 6);
   child_process holder("shared_holder", {shared.seen_by(holder_on), name,

@@ -13,7 +13,7 @@
 #include "tests/support/scratch.h"
 
 /// @file
-/// What the suites share that use one file system through two mounts. Each mount acts as a host.
+/// Shared code of suites that use one file system through two mounts. Each mount acts as a host.
 ///
 /// ./dev shared sets the environment variables: VU_SHARED_A and VU_SHARED_B name the mounts.
 /// VU_SHARED_CONTROL is a program that stops and starts parts of the file system
@@ -86,7 +86,7 @@ class SharedWork {
   void start();
   /// Waits for the workers of one mount. Their failures fail the run.
   void wait(Host host);
-  /// The same for workers that must fail: each must end at its first failure, in time.
+  /// The same for workers that must fail. Each must end in time, at its first failure.
   void wait_for_failures(Host host);
   /// Compares both mounts with what the finished operations returned.
   void check();
@@ -110,7 +110,7 @@ class SharedWork {
   struct Made {
     std::map<std::string, std::string> there;
     std::map<std::string, std::string> removed;
-    /// Begun without a result: each may be there or not.
+    /// Entries whose create or removal began without a result; each may exist or not.
     std::map<std::string, std::string> unsure;
   };
 

@@ -33,7 +33,7 @@ bool is_number(const std::string& name) {
   return stem.size() >= 8 && stem.find_first_not_of("0123456789") == std::string::npos;
 }
 
-/// Compares two numbers in digits.
+/// Compares two numbers that are texts of digits.
 bool is_lower(const std::string& one, const std::string& other) {
   return one.size() != other.size() ? one.size() < other.size() : one < other;
 }
@@ -89,7 +89,7 @@ class Comparison {
   void wrong(const std::string& what) { m_found.wrong.push_back(what); }
   void window(const std::string& what) { m_found.windows.push_back(what); }
 
-  /// Whether the operation may have taken files for missing, or may have removed them.
+  /// Whether the operation may have treated files as missing, or may have removed them.
   bool may_miss_files() const { return m_by == Disturbance::kLie || m_by == Disturbance::kNoAge; }
 
   void check_folder(const std::string& path) {

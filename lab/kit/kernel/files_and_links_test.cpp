@@ -165,7 +165,7 @@ DWORD code_of_link(const std::string& path) {
   return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 ? 0 : ERROR_NOT_A_REPARSE_POINT;
 }
 
-/// Creates a junction; every account may. @return the error code, 0 for a success.
+/// Creates a junction, which every account may do. @return the error code, 0 for a success.
 DWORD make_junction(const std::string& path, const std::string& target) {
   const std::wstring inner = L"\\??\\" + wide(target);
   const std::wstring shown = wide(target);

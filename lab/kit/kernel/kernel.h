@@ -45,7 +45,7 @@ class RawFile {
 
   bool is_open() const { return m_handle != INVALID_HANDLE_VALUE; }
   HANDLE get() const { return m_handle; }
-  /// The error code of opening it; 0 for a success.
+  /// The error code of the constructor's attempt to open the file; 0 for a success.
   DWORD code() const { return m_code; }
   /// Reads a byte. @return the error code; 0 for a success.
   DWORD read_a_byte() const;

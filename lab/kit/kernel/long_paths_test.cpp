@@ -54,7 +54,7 @@ class Lengths {
   std::string m_told;
 };
 
-/// @return whether the folder was created. Checks that it exists exactly then.
+/// @return whether the folder was created. Checks that it exists if and only if it was.
 bool makes_folder(const std::string& path) {
   const bool is_made = vu_fileutf8::createDirR(vu_utf8string(path));
   EXPECT_EQ(folder_exists(path), is_made) << path.size();
@@ -64,7 +64,7 @@ bool makes_folder(const std::string& path) {
   return is_made;
 }
 
-/// @return whether the file was written. Checks that it has its bytes then.
+/// @return whether the file was written. If it was, checks its bytes.
 template <class File, class Path>
 bool makes_file(const std::string& path) {
   File file{Path(path)};
