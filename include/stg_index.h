@@ -26,7 +26,7 @@ VU_STORAGE_TYPES_BEGIN
 /// Arguments: `folder` is a path without a trailing separator, `logical` a logical name with its
 /// extension. `ts` is a timestamp: any number from 0 to 2147483647 that the caller chooses; greater
 /// ones are clamped, and negative ones are not supported. The library appends names to paths
-/// unchecked: the caller has to refuse separators, "..", wildcards, line feeds, NULs and the names
+/// unchecked. The caller has to refuse separators, "..", wildcards, line feeds, NULs and the names
 /// of the index's own files.
 ///
 /// Errors: a missing folder is traced and treated as empty. An operation throws vu_file_except if
@@ -43,7 +43,7 @@ VU_STORAGE_TYPES_BEGIN
 /// Crash safety: an operation that is interrupted by the end of its process or a power failure
 /// changes no other entry. Readers then find either the entries from before the operation or those
 /// from after it. The next save completes an interrupted save and drops dangling entries. Orphans
-/// can remain: with synchronisation on the next operation that loads the index adopts them,
+/// can remain: with synchronisation on, the next operation that loads the index adopts them;
 /// otherwise cleanOutOfDateOutput() sweeps them. docs/reliability.md has the whole list.
 ///
 /// Blocking and threads: vu_file explains the words. "The index" is "index.dat"; its counter is the
@@ -222,8 +222,8 @@ class VU_STORAGE_API STGIndex : public vu_file {
 
   /// Switches synchronisation on or off. It is on at the start; vu_storage::initRootStorage() sets
   /// it once.
-  /// @param synchronize whether orphans are adopted. A file that another process created for an
-  /// entry it has not saved yet is an orphan, too: docs/concurrency.md (story 21).
+  /// @param synchronize whether orphans are adopted. A new file is an orphan, too, until the
+  /// process that created it saves its entry: docs/concurrency.md (story 21).
   /// @blocking{no} @threads{any, at any time; operations that have begun keep what they found}
   static void setSynchronizeMode(bool synchronize);
 
@@ -233,14 +233,14 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @return whether @p name contains only digits, ASCII letters and the characters - _ + % . / #
   /// @blocking{no}
   static bool iSsambaOrT101(const std::string& name);
-  /// Decodes %XY and + in @p name up to its last "."; it does not check hexadecimal digits and
+  /// Decodes %XY and + in @p name up to its last ".". It does not check hexadecimal digits, and
   /// drops an incomplete %XY at the end.
   /// @param name changed in place.
   /// @blocking{no}
   static void UnescapeVU(std::string& name);
 
  protected:
-  /// The same, on a listing of the folder.
+  /// As the public function, on a listing of the folder.
   /// @param folder ends in a separator.
   /// @param names the listing.
   /// @param name as above.

@@ -24,8 +24,8 @@ VU_STORAGE_TYPES_BEGIN
 ///     file.write("one more line\n");
 ///     file.close();                  // now on the device, and unlocked
 ///
-/// Errors: open(), read() and write() throw vu_file_except where they say so. Every other failure
-/// is a result, and is traced under the source name "vu_file".
+/// Errors: open(), read() and write() throw vu_file_except where they say so. Other failures are
+/// results, and are traced under the source name "vu_file", unless the member says otherwise.
 ///
 /// Narrow strings are in the process's ANSI code page on Windows and plain bytes on Linux. The
 /// library writes backslashes as separators; on Linux it accepts `\` and `/`. In a two-byte code
@@ -173,7 +173,7 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// - For a path that begins with two backslashes the attributes decide instead.
   static bool exists(const std::string& path);
   /// @param path the path to check.
-  /// @return the last access, in seconds since 1970-01-01 UTC; 0 for a missing path (traced as a
+  /// @return the last access, in seconds since 1970-01-01 UTC. 0 for a missing path (traced as a
   /// warning) and on other failures (traced as an error).
   static std::int64_t access_time(const std::string& path);
   /// @param path the path to check.

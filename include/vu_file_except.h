@@ -9,8 +9,8 @@ VU_STORAGE_TYPES_BEGIN
 
 /// The exception of the file layer. It has no base class: catch it by name.
 ///
-/// The handles throw it from open, read and write, always with the code 0. Every other failure of
-/// the file layer is a result and a trace.
+/// The handles throw it from open, read and write, always with the code 0. Other failures of the
+/// file layer are results and traces: see vu_file.
 ///
 /// @all_blocking{no}
 /// @all_threads{several may read one object; to change or destroy it, use it alone}

@@ -117,7 +117,7 @@ class VU_STORAGE_API vu_utf8string {
   vu_utf8string& replace(const vu_utf8string& what, const vu_utf8string& by);
   /// Byte-wise comparison.
   /// @param other the string compared with.
-  /// @return below, at or above 0 when this string sorts before, with or after @p other.
+  /// @return negative, 0 or positive: this string sorts before, with or after @p other.
   int compare(const vu_utf8string& other) const noexcept;
   /// Appends @p other.
   /// @param other the text appended.
@@ -212,7 +212,7 @@ class VU_STORAGE_API ucs2string {
   ucs2string& replace(const ucs2string& what, const ucs2string& by);
   /// Unit-wise comparison.
   /// @param other the string compared with.
-  /// @return below, at or above 0 when this string sorts before, with or after @p other.
+  /// @return negative, 0 or positive: this string sorts before, with or after @p other.
   int compare(const ucs2string& other) const noexcept;
   /// @copydoc vu_utf8string::operator+=
   ucs2string& operator+=(const ucs2string& other);

@@ -77,8 +77,8 @@ class VU_STORAGE_API vu_storage {
   /// Initialises the storage below @p root: the folder "storage" with one folder per area. Missing
   /// folders are created, but @p root must exist.
   /// @param root an existing folder, without a trailing separator.
-  /// @param useDomain true: every owner has a folder of its own in each area; false: owners share
-  /// it.
+  /// @param useDomain true: every owner has a folder in each area; false: all owners share the area
+  /// folder.
   /// @param synchronize whether synchronisation is on: orphans are adopted.
   /// @return true: this call initialised the storage. False: it was initialised before (traced as
   /// an error), or by another thread while this call waited (not traced).
@@ -226,7 +226,7 @@ class VU_STORAGE_API vu_storage {
                                       long timestamp, std::string& physical);
   /// Calls STGIndex::updateIndexFile().
   /// @param folder the folder, without a trailing separator.
-  /// @throws what that throws, and those of the initialisation (see the class).
+  /// @throws what updateIndexFile() throws, and those of the initialisation (see the class).
   /// @blocking{for readers and writers of the index}
   void update_IndexDat(const std::string& folder);
   /// Copies a file into the storage as a version. The version is emptied first: if the copy fails,
@@ -373,8 +373,8 @@ class VU_STORAGE_API vu_storage {
   /// @param strUser the requesting user; only traced.
   /// @param strRepo the owner of the document.
   /// @param strEntry the document.
-  /// @param strType the rendition: read from `html\` + name or `pdf\` + name for these two kinds,
-  /// otherwise from one folder with the whole text as its name.
+  /// @param strType the rendition. It is read from the folder `html\NAME` for `html@NAME`,
+  /// `pdf\NAME` for `pdf@NAME`; otherwise the whole text is the name of the folder.
   /// @param strPartID the file name of the sub-part.
   /// @param docTime the timestamp of the document.
   /// @blocking{for writers of the index, then for writers of the sub-part}
@@ -432,8 +432,8 @@ class VU_STORAGE_API vu_storage {
   /// also if there is nothing to remove, the owner is empty, or the system refuses to remove the
   /// file. Also true if a category file or "attribut.txt" cannot be opened, read or written; then
   /// the line stays, or that file is left empty. All refusals are traced.
-  /// @blocking{for writers of the index, if there is something to remove also for its readers; then
-  /// for readers and writers of the files with such lines; not for those of the document}
+  /// @blocking{for writers of the index, for a removal also for its readers; then for readers and
+  /// writers of files with such lines; never for the document}
   static bool RemoveFile(const std::string& userOrDomain, const std::string& entry,
                          STG::RepositoryType type, long timestamp);
   /// @copydoc RemoveFile(const std::string&, const std::string&, STG::RepositoryType, long)

@@ -25,7 +25,7 @@
  *
  * Callbacks run on the thread of the call and without a lock; they may call the library. (The trace
  * sink is different: see vu_trace_sink.) A callback must return: after a longjmp() or an exception
- * out of it, locks and handles stay in use for ever.
+ * out of it, locks and handles stay in use forever.
  *
  * Texts are UTF-8 on every system and end with a NUL. A call that returns a text or bytes takes
  * `buffer`, its size `room` in bytes, and `size`. With VU_DONE and VU_TOO_SHORT, `size` receives
@@ -66,8 +66,8 @@
  * Crash safety. When a process is killed or the power fails, the system releases its locks. Calls
  * that returned VU_DONE are not affected, except for what a description calls "not flushed". An
  * interrupted call leaves:
- * - vu_put(), vu_copy_in(): the old version (or none) or the new one, complete; possibly an entry
- *   that begins with ".vu-storing-", with its file, and an orphan.
+ * - vu_put(), vu_copy_in(): the old version (or none) or the new one, complete. An orphan can
+ *   remain, and an entry that begins with ".vu-storing-", with its file.
  * - The same with VU_IN_PLACE, and a stream that writes: an empty version, or the first bytes of
  *   the new one.
  * - vu_key_set(), vu_key_delete() and the same for profiles: an empty file, or the first bytes of
@@ -79,7 +79,7 @@
  *
  * A version or key file that was written in place must be written again. The rest needs no action.
  * The next save of the index drops dangling entries. The next call that lists or changes the folder
- * adopts orphans as versions; with VU_NO_ADOPTION the next vu_clean() sweeps them. vu_clean()
+ * adopts orphans as versions; with VU_NO_ADOPTION, the next vu_clean() sweeps them. vu_clean()
  * removes entries with ".vu-storing-" and adopted orphans when they are old enough.
  */
 #ifndef VU_STORAGE_C_H
@@ -189,7 +189,7 @@ enum {
 /** For vu_settings::wait_ms: a call ends at once when another handle holds a lock it needs. */
 #define VU_NO_WAIT ((int64_t)-1)
 
-/** How to open a store. All fields but `struct_size` and `root` may be zero. */
+/** How to open a store. All fields except `struct_size` and `root` may be zero. */
 typedef struct vu_settings {
   size_t struct_size; /**< set by the caller */
   const char* root;   /**< the parent of the folder "storage"; null: the storage that is open */
@@ -217,7 +217,7 @@ typedef struct vu_settings {
  * Where owners share folders the owner may be null. Without the guard an empty owner (where owners
  * have folders) or an empty document name yields VU_USAGE.
  *
- * @param settings null is VU_USAGE.
+ * @param settings null yields VU_USAGE.
  * @param store receives the handle with VU_DONE and VU_ALREADY, otherwise null. The caller closes
  *   it with vu_close_store().
  * @return VU_DONE: this call initialised the storage. VU_ALREADY: the storage was open with this
@@ -324,7 +324,7 @@ enum {
   VU_IN_PLACE = 2 /**< the file is emptied and written: half the work, but not atomic */
 };
 
-/** How a version came to be stored. */
+/** How a version was stored. */
 enum {
   VU_STORED_AT_ONCE = 1, /**< atomic: readers get the old version or the new one */
   VU_STORED_IN_PLACE = 2 /**< not atomic: an interruption can leave a part */
@@ -565,8 +565,8 @@ VU_C_API vu_status vu_each_owner(vu_store* store, int32_t area, vu_name_visitor 
  * changes do not overwrite each other. It empties the file and writes it: a failed write loses
  * lines.
  *
- * The guard refuses with VU_REFUSED what the format cannot store. This is an empty line name, "="
- * in a line name, and a line feed, a carriage return or a tab in a name or value.
+ * The guard refuses with VU_REFUSED what the format cannot store. A line name must not be empty or
+ * contain "=". Names and values must not contain a line feed, a carriage return or a tab.
  *
  * vu_key_get() returns the value of the first line with that name. VU_NOTHING_MATCHED: there is no
  * such line or file. Waits for writers of the index and for writers of the file.
@@ -635,7 +635,7 @@ enum {
 
 /**
  * Removes the versions of an area that are older than a limit, with their parts. Then it sweeps
- * each folder: it removes orphans, and parts without a document, whatever their age. With adoption
+ * each folder: it removes orphans, and parts without a document, whatever their age. With adoption,
  * the call first adopts orphans: it then removes them by age, as versions. There is no sweep with
  * VU_DRY_RUN or with `older_than` 0.
  * @param owner null for every owner.

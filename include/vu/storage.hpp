@@ -383,8 +383,8 @@ class store {
     const std::unique_ptr<void, detail::freed> owned(bytes);
     return std::string(static_cast<const char*>(bytes), size);
   }
-  /// The same into the caller's buffer. @return the number of bytes; with a null buffer and no room
-  /// only that. @throws error VU_TOO_SHORT
+  /// The same into the caller's buffer. @return the number of bytes. With a null buffer and no room
+  /// it does nothing else. @throws error VU_TOO_SHORT
   std::optional<std::size_t> read(const key& of, void* buffer, std::size_t room) const {
     const vu_document document = document_of(of);
     std::size_t size = 0;
