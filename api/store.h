@@ -58,8 +58,8 @@ std::string entry_of(const Store& store, const char* text);
 std::string file_name_of(const Store& store, const char* what, const char* name);
 /// A path; not guarded.
 std::string path_of(const char* path);
-/// Refuses the name of a document if the folder contains it as the name of another document's file
-/// or parts. A lookup would find that file. @throws Refusal VU_REFUSED
+/// Refuses a document name that is already the name of another document's file or of a folder. A
+/// lookup would find that file instead. @throws Refusal VU_REFUSED
 void refuse_anothers_file(const Store& store, const Address& address);
 enum class Version : std::uint8_t {
   kAny,      ///< VU_LATEST is accepted

@@ -86,8 +86,8 @@ struct Holding {
   std::string bucket;          ///< of "docs" only
   std::string name;            ///< the logical name; empty for kFile
   std::int32_t timestamp = 0;  ///< of kVersion and kPart
-  /// With "/" between the names. Of a sub-part: from the "_STAMP" of its folder's name on; of a
-  /// kFile: below its owner's folder.
+  /// With "/" between the names. For a sub-part it begins with the "_STAMP" of its folder's name;
+  /// for a kFile it is relative to its owner's folder.
   std::string path;
   std::string location;  ///< its path in the system
   sys::Info info;

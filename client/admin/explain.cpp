@@ -131,7 +131,7 @@ bool write_steps(Steps& steps, const Tree& tree, const Request& request, Explana
 /// Steps 1 and 2 of the library's decision: the document.
 bool find_document(Steps& steps, const Request& request, Explanation& result) {
   result.code = 2;
-  // The library checks for the file with the owner's name, and refuses an empty one.
+  // The library's check for the file fails for an empty owner.
   if (request.owner.empty()) return steps.no("owner", "the owner's name is empty");
   if (!steps.folders(MissingFolder::kEndsIt) || !steps.lookup(request.timestamp)) return false;
   const std::int32_t time = Steps::time_of(steps.path());

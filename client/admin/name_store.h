@@ -34,9 +34,9 @@ class StoreError : public std::runtime_error {
 };
 
 /// The file of saved names of a tree: a sequence of snapshots of all its indexes. Snapshots are
-/// only appended. A snapshot is valid when its trailer follows it; that is written last. Readers
-/// ignore bytes after the last trailer, which a killed process or a full disk leaves; the next
-/// snapshot removes them.
+/// only appended. A snapshot is valid when its trailer follows it. The trailer is written last.
+/// Readers ignore bytes after the last trailer, which a killed process or a full disk leaves; the
+/// next snapshot removes them.
 ///
 /// Every snapshot ends with the list of all indexes, or with the changes of that list. The text of
 /// an index is stored once, and only the bytes that differ from an earlier text. Lists and texts
