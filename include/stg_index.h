@@ -216,8 +216,8 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// The read list is written last, when the folder is already marked. If it cannot be opened for
   /// writing, it keeps the escaped names. If the write fails, it is left empty. Another call does
   /// not repair either.
-  /// @blocking{for writers of the mail folder's index; if it migrates, also for the index's readers
-  /// and counter, and for readers and writers of the read list}
+  /// @blocking{for writers of the mail folder's index; for a migration also for its readers, its
+  /// counter, and readers and writers of the read list}
   static void migrateInboxRead(const std::string& user);
 
   /// Switches synchronisation on or off. It is on at the start; vu_storage::initRootStorage() sets

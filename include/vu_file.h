@@ -97,7 +97,7 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// @param mode one of the four modes; any other value is traced as an error.
   /// @throws vu_file_except "throw exception on open" if the file cannot be opened; traced as a
   /// warning for o_read, otherwise as an error. Also exceptions of the standard library when out of
-  /// memory, and in vu_fileutf8 vu_i18n_except for a name that is not valid UTF-8.
+  /// memory. vu_fileutf8 also throws vu_i18n_except for a name that is not valid UTF-8.
   /// @blocking{for writers of the file; unless @p mode is o_read also for its readers}
   void open(type_access mode);
   /// Sets the names and opens, as open(type_access). Does nothing if a name is empty.

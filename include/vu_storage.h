@@ -162,9 +162,9 @@ class VU_STORAGE_API vu_storage {
   /// @param replace whether an existing version is emptied.
   /// @return false for an empty entry and after a traced error. True otherwise, also if the file
   /// stays closed, and if the entry of a new version was not saved (see the class).
-  /// @blocking{for writers of the index, for a new version also for its readers and its counter;
-  /// then, with @p replace and UserFilesRepository, for readers and writers of the category files;
-  /// then for readers and writers of the document}
+  /// @blocking{for writers of the index. A new version: also for its readers and its counter. With
+  /// @p replace and UserFilesRepository: then for readers and writers of the category files. Last
+  /// for readers and writers of the document}
   bool OpenWrite2(vu_file& file, const std::string& userOrDomain, const std::string& entry,
                   STG::RepositoryType type, bool replace, long timestamp);
   /// As OpenWrite2(), without its result.
@@ -432,8 +432,8 @@ class VU_STORAGE_API vu_storage {
   /// also if there is nothing to remove, the owner is empty, or the system refuses to remove the
   /// file. Also true if a category file or "attribut.txt" cannot be opened, read or written; then
   /// the line stays, or that file is left empty. All refusals are traced.
-  /// @blocking{for writers of the index, for a removal also for its readers; then for readers and
-  /// writers of files with such lines; never for the document}
+  /// @blocking{for writers of the index, for a removal also for its readers; then for any lock of
+  /// files with such lines; never for the document}
   static bool RemoveFile(const std::string& userOrDomain, const std::string& entry,
                          STG::RepositoryType type, long timestamp);
   /// @copydoc RemoveFile(const std::string&, const std::string&, STG::RepositoryType, long)

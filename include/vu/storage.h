@@ -666,7 +666,7 @@ VU_C_API vu_status vu_migrate_inbox(vu_store* store, const char* owner);
 
 /* ---- traces --------------------------------------------------------------------------------- */
 
-/** What a trace record is. */
+/** The kind of a trace record. */
 enum {
   VU_KIND_SCOPE_BEGIN = 1, /**< an operation begins; the text is its label */
   VU_KIND_SCOPE_END = 2,   /**< the operation ends */
