@@ -93,7 +93,7 @@ class NameTable {
 enum class IndexState : std::uint8_t {
   kMissing,
   kRead,
-  kNoBytes,  ///< empty or only zeros: a writer was interrupted: a save writes at least one blank
+  kNoBytes,  ///< empty or only zeros: a writer was interrupted (a save writes at least one blank)
   kLocked,   ///< another process had it locked until the time-out
   kFailed,   ///< could not be read, see index_status()
 };

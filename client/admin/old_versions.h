@@ -27,7 +27,7 @@ struct OldVersion {
   /// Whether the version is unchanged. Called while the file is locked exclusively.
   std::function<bool(LockedFile& file)> is_same;
   Fate fate = Fate::kPending;
-  std::string reason;  ///< of all but kRemoved; of kLocked: the path
+  std::string reason;  ///< empty for kRemoved; the path for kLocked
 };
 
 /// Versions of one folder.
