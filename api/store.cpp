@@ -128,8 +128,8 @@ constexpr std::uint32_t kSettingsFlags =
     VU_MAKE_ROOT | VU_SHARED_FOLDERS | VU_NO_ADOPTION | VU_NO_GUARD;
 
 /// Creates a folder and its missing parents. Required: without createDirR(), which creates the
-/// folders of a network path in the current folder, and fails for a path with the prefix for long
-/// paths.
+/// folders of a network path in the current folder. It also fails for a path with the prefix for
+/// long paths.
 void make_folders(const std::string& path) {
   std::vector<std::string> missing;
   std::string folder = path;

@@ -145,7 +145,7 @@ class Staged {
     wait_for_index(m_folder);
     STGIndex::rename(m_folder, m_name, m_version, address.name, address.version);
     if (LockLimit::passed()) throw Refusal{VU_FAILED, {}, {}};
-    // Required: without a limit. The status must be true after the save.
+    // Required: without a limit. After the save, the status must say what happened.
     const LockLimit none(std::nullopt);
     std::string left;
     m_is_there = STGIndex::exists(m_folder, m_name, m_version, left);
@@ -241,7 +241,7 @@ vu_status rename(const Store& settings, const vu_document* from, const vu_docume
   wait_for_index(folder);
   STGIndex::rename(folder, old_address.name, old_address.version, address.name, address.version);
   {
-    // Required: without a limit. The status must be true after the save.
+    // Required: without a limit. After the save, the status must say what happened.
     const LockLimit none(std::nullopt);
     Place now;
     if (!find(address, now) || find(old_address, now))
