@@ -26,7 +26,7 @@ struct Outcome {
   bool operator==(const Outcome&) const = default;
 };
 
-/// One difference from the end of an order.
+/// One difference between the end of a run and the end of an order.
 struct Difference {
   int answer_of = -1;  ///< the operation whose result differs; -1: a fact differs
   std::string what;    ///< the fact
@@ -37,7 +37,7 @@ struct Difference {
 };
 std::string in_words(const Difference& difference);
 
-/// What a race is judged by.
+/// The facts from which the rules of races decide.
 struct Evidence {
   const Combination& combination;
   const Facts& before;

@@ -253,7 +253,7 @@ bool parts_go(const Evidence& s, const Difference& d) {
   return has(d.what, ": below ");
 }
 
-/// A new index is empty for a moment, and the client takes it for a damaged one.
+/// A new index is empty for a moment, and the client treats it as damaged.
 bool first_index_of_no_bytes(const Evidence& s, const Difference& d) {
   if (s.combination.setup != Setup::kNoIndex || !s.any_does(kClient)) return false;
   if (d.answer_of >= 0) return s.is(d.answer_of, "put") && d.found == "failed ";

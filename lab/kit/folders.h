@@ -8,8 +8,8 @@
 /// Temporary folders of the kit: with long paths, on drives and on shares.
 namespace kit {
 
-// std::filesystem::path only stores texts here. It is not used to split them: the runtime takes the
-// server of a share for a folder.
+// std::filesystem::path only stores texts here. It is not used to split them: the runtime treats
+// the server of a share as a folder.
 
 /// The absolute path without "." and "..", and without a separator at its end. Also for shares.
 std::filesystem::path full_path(const std::filesystem::path& path);
@@ -66,7 +66,7 @@ std::string utf8_of(const std::wstring& text);
 // letter, and a disk in a file. A case releases it, unless it is killed.
 
 /// A drive letter for a folder on a share, during this session. The runtime of the test programs
-/// takes the path of a share for a path on the current drive.
+/// treats the path of a share as a path on the current drive.
 class BorrowedLetter {
  public:
   explicit BorrowedLetter(std::filesystem::path folder);

@@ -116,7 +116,7 @@ class CaseRuns {
   Ended run_once(Result& result, int start) {
     const std::string number = std::to_string(start);
     write_flags(result.cases);
-    // A relative path: GoogleTest takes the path of a share for one on the drive.
+    // A relative path: GoogleTest treats the path of a share as one on the drive.
     const std::wstring line = m_program + L" --gtest_color=no --gtest_flagfile=flags.txt " +
                               L"--gtest_output=json:report" + std::to_wstring(start) + L".json";
     const std::filesystem::path log = m_folder / ("log" + number + ".txt");

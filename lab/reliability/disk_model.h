@@ -15,7 +15,7 @@
 /// @file
 /// A model of a disk after a power failure.
 ///
-/// A flush of a file makes its earlier writes and truncations certain, and its name with the
+/// After a flush of a file, its earlier writes and truncations are certain. So are its name and the
 /// folders above it. Every other change may be on the disk or not, in any order:
 ///
 /// * Each sector of 512 bytes has its old bytes, the bytes after any later write, or zeros.

@@ -90,7 +90,7 @@ class ShortWrites {
   void run() {
     for (std::uint64_t round = 0; m_run.goes_on(); ++round) {
       PowerScenario scenario = power_scene(round, m_run.random());
-      // An index of 10 MB would be a test step by itself. A migration makes several saves.
+      // An index of 10 MB would need a test run of its own. A migration makes several saves.
       if (scenario.is_large || scenario.is_mail || scenario.kind == IndexKind::kNone) continue;
       one_operation(scenario);
     }

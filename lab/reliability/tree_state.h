@@ -25,7 +25,7 @@ enum class Disturbance : std::uint8_t {
   /// A lock, a truncation or a seek failed: the operation may write over old bytes.
   kMisplaced,
   kTorn,   ///< the device wrote only the first bytes
-  kNoAge,  ///< the age of a file was unknown; the operation takes it for 1970
+  kNoAge,  ///< the age of a file was unknown; the operation uses 1970
   kLie,    ///< an existing file was reported as missing, or as shorter than it is
 };
 
@@ -48,7 +48,7 @@ struct TreeFindings {
 /// * A counter has its old number or its new one.
 ///
 /// Faults allow two more states. If the truncation failed, a file may have its new bytes over its
-/// old ones. An entry may have another number; 99999999 stands for a failed counter.
+/// old ones. An entry may have another number; 99999999 means that the counter failed.
 TreeFindings compare(const Tree& before, const Tree& after, const Tree& now, Disturbance by);
 
 }  // namespace reliability

@@ -118,7 +118,7 @@ TEST_F(FileLocks, LetWritersWaitInTurn) {
   EXPECT_TRUE(second.stays_silent());
   EXPECT_TRUE(third.stays_silent());
   first->close();
-  // Either may come first, but only one.
+  // Either process may get the lock first, but only one of them.
   const bool second_has_it = second.next_line(std::chrono::milliseconds(500)) == "locked";
   remote_file& now = second_has_it ? second : third;
   remote_file& later = second_has_it ? third : second;

@@ -33,7 +33,7 @@ class [[nodiscard]] Barrier {
   Barrier& operator=(const Barrier&) = delete;
 
   const std::string& name() const;
-  /// Waits until a thread is stopped here. @return false if none is after @p patience.
+  /// Waits until a thread is stopped here. @return false if none is stopped after @p patience.
   bool is_reached(std::chrono::milliseconds patience = std::chrono::seconds(20)) const;
   /// Releases the stopped threads. From now on no thread is stopped.
   void let_go();

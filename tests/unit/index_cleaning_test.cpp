@@ -202,7 +202,7 @@ TEST_F(IndexCleaning, KeepsAnUnknownEntry) {
 }
 
 TEST_F(IndexCleaning, DropsALineWhoseFileTheSweepHasTaken) {
-  // The sweep compares whole names. That of the first line's file is 00000001.kdc.
+  // The sweep compares whole names. The first line's file would be named 00000001.kdc.
   folder.write("00000001");
   write_aged("00000002.kdc", kDay);
   folder.set_index("a.kdc_4294967295/00000001\nb.kdc_0000000001/00000002\n");

@@ -67,7 +67,7 @@ TEST_F(IndexCreate, GivesTheSameNameAgainWithoutDrawingANumber) {
     STGIndex index = Peer::load(folder.path());
     EXPECT_FALSE(Peer::need_update(index));
     EXPECT_EQ(Peer::_create(index, "a.kdb", 1), "00000001.kdb");
-    // Set also if the entry exists.
+    // The index needs a save even if the entry existed before.
     EXPECT_TRUE(Peer::need_update(index));
     EXPECT_EQ(index_traces(sink), create_texts());
   }

@@ -190,8 +190,8 @@ TEST_F(ReadListFile, TakesAFieldThatUnescapingEmpties) {
 }
 
 TEST_F(ReadListFile, CanReadALineAgainThatUnescapingShortened) {
-  // The field is now empty, so it starts with the tab after it. The line then has fewer than six
-  // tabs for the search.
+  // Field 2 is now empty, so the tab that ends it counts as its first character. The search then
+  // finds fewer than six tabs in the line.
   EXPECT_EQ(unescaped("x\t%2\tB\tf4\tf5\tf6\t\n", {"f4#f5#x#%2.kdb", "f4#f5#x#%2.kdb"}),
             "x\t\tB\tf4\tf5\tf6\t\n");
 }

@@ -132,7 +132,7 @@ TEST(KeyText, CuttingTakesTheFirstOccurrenceAndTheRestOfItsLine) {
   for (const Case& c : {
            Case{"a=1\nb=2\n", "a", true, "b=2\n"},
            Case{"a=1\nb=2\n", "b", true, "a=1\n"},
-           // Inside the name of another line, which keeps the text before it.
+           // The name is found inside another line, which keeps the text before it.
            Case{"ab=1\nb=2\n", "b", true, "ab=2\n"},
            Case{"x=b\nb=2\n", "b", true, "x=b=2\n"},
            Case{"a=1\nb=2\na=3\n", "a", true, "b=2\na=3\n"},
