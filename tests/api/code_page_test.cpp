@@ -15,9 +15,9 @@
 #include "vu_path.h"
 #include "vu_storage.h"
 
-// Narrow names beyond ASCII, in the code page of the program. On Linux it is UTF-8. On Windows it is
-// any; CTest also runs these cases under 932 and 1252. The results are checked with the wide calls of
-// std::filesystem and with vu_fileutf8.
+// Narrow names beyond ASCII, in the code page of the program. On Linux it is UTF-8. On Windows it
+// is any; CTest also runs these cases under 932 and 1252. The results are checked with the wide
+// calls of std::filesystem and with vu_fileutf8.
 
 #if defined(_WIN32)
 // Declared here, because only the seam may include the system's header.
