@@ -127,9 +127,8 @@ namespace {
 constexpr std::uint32_t kSettingsFlags =
     VU_MAKE_ROOT | VU_SHARED_FOLDERS | VU_NO_ADOPTION | VU_NO_GUARD;
 
-/// Creates a folder and its missing parents. Required: without createDirR(), which creates the
-/// folders of a network path in the current folder. It also fails for a path with the prefix for
-/// long paths.
+/// Creates a folder and its missing parents. Required: without createDirR(). It puts the folders of
+/// a network path into the current folder, and fails with the prefix for long paths.
 void make_folders(const std::string& path) {
   std::vector<std::string> missing;
   std::string folder = path;

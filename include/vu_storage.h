@@ -363,9 +363,8 @@ class VU_STORAGE_API vu_storage {
   ///
   /// The preload copy has the same file name. Its folder is `html\preload` for `html@NAME`,
   /// `pdf\preload` for `pdf@NAME`, otherwise `preload` beside the rendition's folder. Other
-  /// programs write it. A sub-part is up to date if it is at least as new as its preload copy and
-  /// the document. With the extension "kdf" it is always up to date, and preload copies are
-  /// ignored.
+  /// programs write it. A sub-part is up to date if it is not older than its preload copy and the
+  /// document. For "kdf" documents it is always up to date, and preload copies are ignored.
   ///
   /// Reading creates missing folders for the kind and the rendition, if the document has a folder
   /// of sub-parts.

@@ -380,9 +380,8 @@ VU_C_API vu_status vu_copy_in(vu_store* store, const vu_document* document, cons
  *
  * @param path the target file.
  * @param flags VU_REPLACE; without it VU_ALREADY if the file exists.
- * @return VU_NOTHING_MATCHED: there is no such version. VU_FAILED: also if a writer has locked the
- *   document, or any handle has locked the target; the copy waits for neither. Waits as
- *   vu_exists().
+ * @return VU_NOTHING_MATCHED: there is no such version. VU_FAILED: also, at once, if the target is
+ *   locked or a writer has locked the document. Waits as vu_exists().
  */
 VU_C_API vu_status vu_copy_out(vu_store* store, const vu_document* document, const char* path,
                                uint32_t flags);
@@ -469,8 +468,8 @@ VU_C_API vu_status vu_open(vu_store* store, const vu_document* document, int32_t
  * @param mode VU_READ_SERVED or VU_WRITE_OVER.
  * @param stream receives the handle; null on failure. The caller closes it with vu_stream_close().
  * @return VU_NOTHING_MATCHED: there is no such version of the document. VU_OUTDATED: the part is
- *   missing or too old. Waits for writers of the index, then for writers of the part; to write it,
- *   also for its readers.
+ *   missing or too old. Waits for writers of the index, then of the part; to write also for its
+ *   readers.
  */
 VU_C_API vu_status vu_open_part(vu_store* store, const vu_document* document, const char* rendition,
                                 const char* part, int32_t mode, vu_stream** stream);
