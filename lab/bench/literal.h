@@ -6,9 +6,9 @@
 
 /// @file
 /// The literal implementation, only for comparison: each step of an index operation in its simplest
-/// form. It asks the system for the file of each line of "index.dat", at every read and every write
-/// of the text. For each name of the folder it checks whether that is a folder. It uses the file
-/// operations of the library, so it is the same on every system.
+/// form. It checks whether the file of each line of "index.dat" exists, at every read and every
+/// write of the text. For each name of the folder it checks whether that is a folder. It uses the
+/// file operations of the library, so it is the same on every system.
 namespace literal {
 
 using NameMap = std::map<std::string, std::string>;

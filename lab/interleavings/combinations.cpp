@@ -236,7 +236,7 @@ std::string number_in_text(Number number) {
 
 // ---- in the process -----------------------------------------------------------------------------
 
-/// Asks the parent before each call.
+/// Waits for the parent's permission before each call.
 class RemoteConductor final : public os::faults::Conductor {
  public:
   os::Status conduct(const Arriving& arriving, const std::function<os::Status()>& make) override {

@@ -41,8 +41,8 @@ std::vector<Combination> all_pairs();
 std::vector<Combination> all_trios();
 
 // ------------------------------------------------------------------------------------------------
-// Runs a combination with processes. Each asks over a pipe before each of its calls, and reports
-// the result. Here a thread represents it, and passes its calls to the scheduler.
+// Runs a combination with processes. A process waits for permission over a pipe before each call,
+// and reports the result. Here a thread represents it, and passes its calls to the scheduler.
 
 /// Starts a process for each operation. Each task represents one of them.
 std::vector<Task> process_tasks(const Combination& combination, const std::string& root,

@@ -41,7 +41,7 @@ std::string made_by(const Evidence& s, std::size_t who) {
   return operation.does(kMakes) ? target.entry : "";
 }
 
-/// Whether it is the entry that an operation with this effect creates.
+/// Whether the difference is in the entry that an operation with this effect creates.
 bool is_made_by(const Evidence& s, const Difference& d, std::uint32_t effect) {
   for (std::size_t i = 0; i < s.combination.operations.size(); ++i) {
     if (s.combination.operations[i]->does(effect) && is_entry(d, made_by(s, i))) return true;
@@ -260,7 +260,7 @@ bool first_index_of_no_bytes(const Evidence& s, const Difference& d) {
   return d.found == kNothing && is_made_by(s, d, kClient);
 }
 
-/// The file is removed before the reader asks for its size, or opens it.
+/// The file is removed before the reader opens it or reads its size.
 bool gone_while_read(const Evidence& s, const Difference& d) {
   if (!s.any_does(kRemoves | kRenames | kCleans) || !s.any_does(kReads)) return false;
   if (d.answer_of < 0) return has(d.what, "plain/out-") && d.found == kNothing;

@@ -11,11 +11,12 @@
 /// @file
 /// Generates all schedules of a combination, depth first.
 ///
-/// A schedule has a limited number of preemptions: it takes the turn from an operation that could
-/// continue. A schedule with the effects of another one is omitted. Example: A is preempted, and
-/// then A's next call touches nothing that the others touched. A could have made that call before
-/// the preemption, with no more preemptions, so the limit loses nothing. Schedules that preempt A
-/// later are run first. If one of them shows this, the earlier one is not even begun.
+/// A schedule has a limited number of preemptions. A preemption takes the turn from an operation
+/// that could continue. A schedule with the effects of another one is omitted. Example: A is
+/// preempted, and then A's next call touches nothing that the others touched. A could have made
+/// that call before the preemption, with no more preemptions, so the limit loses nothing. Schedules
+/// that preempt A later are run first. If one of them shows this, the earlier one is not even
+/// begun.
 namespace interleavings {
 
 enum class Reduction : std::uint8_t { kOn, kOff };

@@ -1,5 +1,5 @@
 // A fault at every system call and every allocation of a call of the C interface. The call returns
-// a status with its reason and throws nothing; VU_DONE is true.
+// a status with its reason and throws nothing. It returns VU_DONE only after success.
 
 #include <algorithm>
 #include <chrono>

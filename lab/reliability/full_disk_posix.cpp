@@ -84,7 +84,7 @@ class SmallDisk {
   std::string m_refusal;
 };
 
-/// A file that fills the disk, except for a given rest.
+/// A file that fills the disk and leaves a given number of bytes free.
 class Ballast {
  public:
   Ballast(const std::string& path, std::size_t leave) : m_path(path) {

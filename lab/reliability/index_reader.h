@@ -9,8 +9,9 @@
 #include <utility>
 
 /// @file
-/// A second reader of index.dat, written from docs/formats.md without the library. The suites judge
-/// with it what a kill, a full disk or a power failure left. It also reads whole storage folders.
+/// A second reader of index.dat, written from docs/formats.md without the library. The suites use
+/// it to check what a kill, a full disk or a power failure left. It also reads whole storage
+/// folders.
 namespace reliability {
 
 /// key -> physical name

@@ -172,7 +172,7 @@ std::string walk(int descriptor, const std::string& path, const model::Node* exp
   if (expected != nullptr && result.empty() && met != expected->names.size()) {
     for (const auto& [name, node] : expected->names) {
       struct ::stat info = {};
-      // With After::kEmpty the names that were found are removed; the count shows a missing one.
+      // With After::kEmpty the found names are already removed, so this reports all names.
       if (after == After::kEmpty || ::fstatat(descriptor, name.c_str(), &info, AT_SYMLINK_NOFOLLOW))
         result += (result.empty() ? path + " should contain " : ", ") + name;
     }

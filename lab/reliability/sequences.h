@@ -139,7 +139,7 @@ struct BothSides {
   std::int64_t now = 0;       ///< for ages
   bool ages_unknown = false;  ///< the model sets it if an age depends on the machine's clock
   bool skip_rest =
-      false;  ///< the model sets it if the rest of the step would ask for the size of a folder
+      false;  ///< the model sets it if the rest of the step would read the size of a folder
 };
 
 /// Whether no document states the result of a step: the size of a folder, or the order of removals.

@@ -74,7 +74,7 @@ std::string handle(const SequenceStep& step, World& world, BothSides& sides) {
     file.open(modes[static_cast<std::size_t>(step.type & 3)]);
     return std::string();
   });
-  // The rest of the step would ask for the size of a folder, see BothSides.
+  // The rest of the step would read the size of a folder, see BothSides.
   sides.skip_rest = !file.is_open() && (step.name.empty() || world.tree.is_folder(file.path()));
   if (sides.skip_rest) return said;
   if (step.flag) attempt([&] { return std::to_string(file.write(step.bytes)); });

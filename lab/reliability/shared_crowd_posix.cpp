@@ -220,7 +220,7 @@ REGISTER_SUITE(shared_brick, "shared-brick",
 
 // ---- a mount ------------------------------------------------------------------------------------
 
-/// Whether it is a failure that the header of the handle names, or an entry that is not found.
+/// Whether the text reports a failure that the handle's header names, or an entry not found.
 bool is_stated(const std::string& text) { return text.rfind("unexpected exception", 0) != 0; }
 
 /// Cuts off the mount of B. A continues; the callers on B fail. A new mount of B shows everything.

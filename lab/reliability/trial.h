@@ -20,7 +20,7 @@
 /// faults, kills and failing allocations share this code.
 namespace reliability {
 
-/// Everything besides its arguments that decides what an operation does.
+/// What decides the behaviour of an operation, besides its arguments.
 struct Setting {
   bool synchronize = false;
   Situation situation = Situation::kTidy;

@@ -21,7 +21,7 @@ bool is_switched_on() {
          value != 0;
 }
 
-/// A path with this length: short folders, and one last name.
+/// A path with this length: folders with short names, and a last name of the remaining length.
 std::string path_of(std::size_t length, const std::string& base) {
   std::string path = base;
   while (length - path.size() > 200) path += "\\" + std::string(60, 'f');

@@ -12,7 +12,7 @@
 
 namespace {
 
-/// Fills a disk, except for a given rest.
+/// Fills a disk completely; give_back() frees some bytes again.
 class Filler {
  public:
   explicit Filler(const std::string& path)
