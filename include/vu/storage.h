@@ -335,8 +335,7 @@ enum {
  *
  * Storing is atomic: the bytes go to a new file, then one save of the index gives this file to the
  * version. Until that save readers get the old version. A call that fails leaves the old version
- * unchanged; VU_FAILED below has exceptions. The head of this file lists what an interruption
- * leaves.
+ * unchanged; VU_FAILED below has exceptions. For interruptions see the head of this file.
  *
  * With VU_IN_PLACE the file is emptied and written instead. The same happens if the folder contains
  * a file with exactly the name of the document. A failure then leaves a part of the new bytes; the
@@ -468,8 +467,8 @@ VU_C_API vu_status vu_open(vu_store* store, const vu_document* document, int32_t
  * @param mode VU_READ_SERVED or VU_WRITE_OVER.
  * @param stream receives the handle; null on failure. The caller closes it with vu_stream_close().
  * @return VU_NOTHING_MATCHED: there is no such version of the document. VU_OUTDATED: the part is
- *   missing or too old. Waits for writers of the index, then of the part; to write also for its
- *   readers.
+ *   missing or too old. Waits for writers of the index, then for writers of the part; to write it,
+ *   also for its readers.
  */
 VU_C_API vu_status vu_open_part(vu_store* store, const vu_document* document, const char* rendition,
                                 const char* part, int32_t mode, vu_stream** stream);
