@@ -13,7 +13,8 @@ namespace admin {
 /// A plain file that is open and locked as the library does it: shared for reading, exclusive for
 /// changing. A Locking says how long to wait for the lock. The lock ends with the object.
 ///
-/// In this folder only LockedFile, and the code that uses it, changes files.
+/// In this folder only LockedFile, and the code that uses it, changes files of a tree. SharedView
+/// changes only trial files.
 class LockedFile {
  public:
   enum class For : std::uint8_t { kReading, kChanging };

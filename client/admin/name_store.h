@@ -42,7 +42,8 @@ class StoreError : public std::runtime_error {
 /// an index is stored once, and only the bytes that differ from an earlier text. Lists and texts
 /// have checksums, so damage inside the file affects only what depends on the damaged bytes.
 ///
-/// The object locks the file as long as it lives. All calls may throw StoreError.
+/// The object locks the file as long as it lives, see LockedFile::open(). All calls may throw
+/// StoreError.
 class NameStore {
  public:
   enum class For : std::uint8_t { kReading, kAppending };

@@ -35,7 +35,8 @@ struct SharedTrial {
   std::vector<SharedCheck> checks;
 };
 
-/// Runs check_shared() in a new folder below @p folder, and removes it.
+/// Runs check_shared() in a new folder "stgctl-shared-trial-..." below @p folder, and removes it. A
+/// kill leaves that folder.
 /// @param peer the same folder through another mount, or empty.
 SharedTrial try_shared(const std::string& folder, const std::string& peer);
 

@@ -93,7 +93,7 @@ struct TreeStatus {
 };
 TreeStatus status_of(const Tree& tree);
 
-/// Adds up all files in the tree. A link is counted itself, not its target.
+/// Adds up all files in the tree, without locks. A link is counted itself, not its target.
 Stats collect_stats(const Tree& tree, const StatsOptions& options);
 
 /// The use of space in a tree: areas, their owners, their extensions. Small siblings are merged, so

@@ -64,7 +64,7 @@ bool is_folder(const std::string& path);
 long modify_time(const std::string& path);
 /// Lists a folder and discards the names. @return their number.
 std::size_t list(const std::string& folder);
-/// Reads the permission bits, and adds the owner's when they are missing.
+/// Adds the owner's permissions to read and write if one is missing.
 void make_writable(const std::string& path);
 void remove_file(const std::string& path);
 void rename(const std::string& from, const std::string& to);

@@ -1,7 +1,7 @@
 // Compares the C interface with the exported classes: storage_c_interface CALL c|class FOLDER
 //
 // scripts/bench-instructions.sh counts the instructions of measured(), which makes the call 100
-// times in a storage with 100 documents of 4 KB. The call has been made before.
+// times in a storage with 100 documents of 4 KB. One earlier call is not counted.
 //
 //   exists   vu_exists             vu_storage::IsFileExist
 //   served   vu_open, close        vu_storage::OpenRead, Close, with a new vu_file each time

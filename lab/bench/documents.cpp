@@ -88,7 +88,7 @@ Jobs read_jobs(Stage& stage, std::size_t bytes) {
     if (!bare::entry_exists(bucket->area) || !bare::entry_exists(bucket->folder->path()))
       bare::broken("no folder", bucket->area);
     floor_of::exists(bucket->folder->path(), Bucket::logical(), bucket->timestamp(), physical);
-    // The library compares the age of the document before it serves it.
+    // The library compares the document's time with the requested timestamp.
     if (bare::modify_time(bucket->folder->path(physical)) == 0)
       bare::broken("no time of", physical);
     floor_of::read_document(bucket->folder->path(physical), *document);

@@ -18,8 +18,8 @@
 /// - to look up one name: a search of the text and a check of the file;
 /// - before a change: an exclusive lock and a second read of the text;
 /// - a save that is safe against a kill and a power failure at any moment. It writes and flushes
-///   the change after the old text. It overwrites the "/" of old lines at page edges by blanks. It
-///   writes the new text in place, with the "/" at page edges last, flushes and truncates;
+///   the change after the old text. It overwrites the "/" of old lines at page edges with blanks.
+///   It writes the new text in place, with the "/" at page edges last, flushes and truncates;
 /// - a flush of the counter and of the file of a new document.
 ///
 /// A map is built only where it is the result. Its names are sorted first, because inserting sorted
@@ -42,6 +42,7 @@ void list(const std::string& folder, bare::NameMap& out, std::string_view extens
 void file_list(const std::string& folder, std::vector<std::string>& logical,
                std::vector<std::string>& physical);
 
+/// exists(), then a load with a check of all lines, number, file and save. @return the file name.
 std::string create(const std::string& folder, const std::string& logical, long timestamp);
 void remove(const std::string& folder, const std::string& logical, long timestamp);
 void rename(const std::string& folder, const std::string& old_logical, long old_timestamp,

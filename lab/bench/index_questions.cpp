@@ -173,7 +173,7 @@ Jobs list_jobs(Stage& stage, std::size_t entries, const List& library, const cha
   const std::string lmdb = stage.lmdb(kPlace, entries, Purpose::kAsked);
   SqliteIndex& open_sqlite = stage.open_sqlite(kPlace, entries, Purpose::kAsked);
   LmdbIndex& open_lmdb = stage.open_lmdb(kPlace, entries, Purpose::kAsked);
-  // Includes a listing of the folder: every contender must check which entries are valid.
+  // Also lists the folder, because every contender must check which entries are valid.
   const auto by_database = [path](auto& index) {
     bare::NameMap out;
     bare::list(path);

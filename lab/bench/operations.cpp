@@ -11,7 +11,7 @@
 //   last     STGIndex::lastVersion of the entry in the middle
 //   list     STGIndex::plValues
 //   keep     STGIndex::cleanOutOfDateOutput that keeps everything
-//   empty    the same that removes everything
+//   empty    the same, but it removes everything
 //   adopt    STGIndex::updateIndexFile of the files alone
 //   map      the cost of the result of "list" alone: a map of the same names, inserted in order
 

@@ -38,7 +38,7 @@ std::string logical_name(std::size_t entry) {
 
 /// Fills the folder. The order of the file numbers is not the order of the names.
 void fill(const std::string& folder) {
-  constexpr std::size_t kStep = 617;  // prime to the number of entries
+  constexpr std::size_t kStep = 617;  // coprime to the number of entries
   std::string text;
   for (std::size_t i = 0; i < kEntries; ++i) {
     char stored[16];

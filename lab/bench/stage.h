@@ -24,8 +24,8 @@ enum class Purpose { kAsked, kChanged };
 /// its first use.
 class Stage {
  public:
-  /// @p disk and @p memory are folders for the trees; the destructor removes their new content.
-  /// @p largest is the largest number of entries of a folder.
+  /// @p disk and @p memory are folders for the trees. The constructor empties them, the destructor
+  /// removes them. @p largest is the largest number of entries of a folder.
   Stage(std::string disk, std::string memory, std::size_t largest);
   ~Stage();
   Stage(const Stage&) = delete;

@@ -53,6 +53,7 @@ struct Operation {
   bool does(std::uint32_t effect) const { return (effects & effect) != 0; }
 };
 
+/// All operations. all_pairs() includes a new one automatically.
 const std::vector<Operation>& operations();
 /// @throws std::invalid_argument for an unknown name.
 const Operation& operation_called(const std::string& name);

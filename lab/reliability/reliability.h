@@ -30,7 +30,8 @@ enum class Scratch : std::uint8_t {
 struct Limits {
   std::uint64_t count = 0;         ///< the suite stops at this count; 0: it runs to its end
   std::chrono::seconds budget{0};  ///< the suite stops after this time; zero: no limit
-  std::string only = {};           ///< the suite runs only its parts with this text in their name
+  // Only `interleavings` and `interleavings-killed` use these two; the other suites ignore them.
+  std::string only = {};      ///< the suite runs only its parts with this text in their name
   std::string replayed = {};  ///< the suite runs only this case, in the notation that it prints
 };
 

@@ -363,7 +363,7 @@ TEST(VuFileRecurseRemoveDirNarrow, TracesEachPathAndTheRootLast) {
       (list{"\tpath->" + dir.path("tree\\one\\b") + " is removed",
             "root path->" + dir.path("tree\\one"),
             "\tpath->" + dir.path("tree\\one") + " is removed", "root path->" + dir.path("tree")}));
-  // The folder is removed again after its own recursion.
+  // The recursion has already removed the folder, so the second removal traces a warning.
   EXPECT_EQ(sink.events(trace_event::warning),
             list{"vu_file::is_dir : '" + dir.path("tree\\one") + "' not exists"});
 }

@@ -304,8 +304,8 @@ FILE_HANDLE_TESTS(VuFileCopy);
 
 TYPED_TEST(VuFileCopy, SharesTheOpenFile) {
   {
-    // For its first error text the system may open a file. Let that happen now, so that it cannot
-    // get the number that this test watches.
+    // For its first error text the system may open a file. Let that happen now, so that this file
+    // does not get the number of a handle that the test closes.
     const recording_sink sink;
     auto missing = this->named("missing");
     EXPECT_EQ(thrown_text([&] { missing.open(base::o_read); }), "throw exception on open");

@@ -114,7 +114,7 @@ class Verdict {
   const Rule* m_decider = nullptr;
 };
 
-/// Reports a call that was made to the watch.
+/// Passes a successful call to the watch.
 Status watched(Status status, const Made& made) {
   if (!status.ok() || !plan().is_watched) return status;
   const std::scoped_lock guard(plan().mutex);
@@ -147,7 +147,7 @@ Status planned(const Rule& rule) {
   return status;
 }
 
-/// Makes the call when the conductor says so.
+/// Makes the call when the conductor allows it.
 template <class Make>
 Status conducted(const Arriving& arriving, const Make& make) {
   Conductor* const conductor = plan().conductor;

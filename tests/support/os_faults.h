@@ -72,7 +72,8 @@ bool locks_belong_to_handles(Path folder);
 /// the rule. Each rule counts its calls itself: the first call after it was added is number 1.
 /// Several rules can apply to one call: every hook runs. Of the other rules the oldest one decides.
 ///
-///  const auto fault = faults::fail(faults::Call::copy, {5, os::Failure::kOther});
+///  // The third open fails.
+///  const auto fault = faults::fail(faults::Call::open, {5, os::Failure::kOther}, 3);
 ///
 /// Rules can be added while other threads are inside the seam. A hook runs on the thread of the
 /// call, outside of every lock. It may wait for other threads and call the seam.

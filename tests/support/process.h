@@ -65,7 +65,7 @@ using role_function = int (*)(const std::vector<std::string>& args);
 /// Adds a role; see REGISTER_ROLE. @return true.
 bool register_role(const char* name, role_function function);
 /// Runs the role that the first program argument names ("--role=NAME"), under an alarm.
-/// @return its exit code, or nothing without such an argument.
+/// @return its exit code (2: unknown role, 3: exception), or nothing without such an argument.
 std::optional<int> run_role(int argc, char** argv);
 
 /// Registers a function as a role. Use it at namespace scope, without a semicolon.

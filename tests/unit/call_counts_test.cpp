@@ -27,7 +27,7 @@ constexpr auto kMail = STG::MailRepository;
 constexpr auto kDocs = STG::CorporateRepository;
 constexpr int kOnePage = 20;
 constexpr int kFew = 150;                      // an index of two pages
-constexpr int kMany = kOnWindows ? 300 : 600;  // three pages (an emulator is slow), or six
+constexpr int kMany = kOnWindows ? 300 : 600;  // six pages; three under a slow emulator
 constexpr unsigned long kLongAgo = 1000000;
 
 /// The system calls of one operation. Calls that the library answers itself or that only read a

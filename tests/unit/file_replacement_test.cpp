@@ -82,7 +82,7 @@ std::vector<Killed> killed_states(const std::string& old_bytes, const replacemen
 
 /// Some of the states that a power failure can leave within each stage. Each sector is old, from
 /// any write of the stage, or zero if the file did not have it. The size is the old or the new one.
-/// The last state is the cut file.
+/// The last state is the truncated file.
 std::vector<std::string> power_images(const std::string& old_bytes, const replacement::Plan& plan,
                                       std::mt19937& random, int images_of_a_stage) {
   constexpr std::size_t kSector = replacement::kSectorSize;
@@ -452,7 +452,7 @@ TEST(FileReplacement, OfDigitsInOneSectorIsOneWriteAndOneFlush) {
   ASSERT_EQ(plan.stages[0].size(), 1U);
   EXPECT_EQ(plan.first_over_old, 0U);
   EXPECT_EQ(plan.stages[0][0].bytes, "00000042");
-  // Two stages: a power failure could cut the last digit of a longer number.
+  // A longer number needs two stages: a power failure could remove its last digit.
   EXPECT_EQ(replacement::plan("99999999", "100000000").stages.size(), 2U);
 }
 

@@ -243,7 +243,7 @@ TEST_F(IndexAdoption, QueriesTheMapsInTwoSteps) {
   EXPECT_TRUE(Peer::alreadyInMaps(index, "notes.txt"));
   EXPECT_TRUE(Peer::alreadyInMaps(index, "notes.txt.bak"));
   EXPECT_FALSE(Peer::alreadyInMaps(index, "notes"));
-  // A physical name is known by itself only at timestamp 0 and with the same logical name.
+  // A whole file name matches only an entry with timestamp 0 and the same logical name.
   EXPECT_FALSE(Peer::alreadyInMaps(index, "moved.txt"));
   EXPECT_FALSE(Peer::alreadyInMaps(index, "later.txt"));
   EXPECT_FALSE(Peer::alreadyInMaps(index, ""));
@@ -390,7 +390,7 @@ TEST_F(IndexAdoption, TakesGeneratedFilesForFoundOnesWhenTheIndexIsLost) {
 }
 
 TEST_F(IndexAdoption, LooksFilesUpInLinearTimeWhereNoLineIsValid) {
-  // A walk over all lines for each file would take a hundred times as long as with one valid line.
+  // If each lookup read all lines, the text without a valid line would take 100 times as long.
   constexpr int kLines = 20000;
   constexpr int kFiles = kOnWindows ? 1000 : 8000;
   std::string missing;

@@ -41,8 +41,8 @@ TEST_F(IndexCleaning, RemovesEveryEntryUnderTheLimitZero) {
 }
 
 TEST_F(IndexCleaning, KeepsTheEntryOfAFileThatIsMadeAgainBeforeTheSave) {
-  // Another process that loaded the index before creates the entry again, or a file appears with
-  // the bare physical name.
+  // Another process with an older copy of the index creates the entry again. Or a file with the
+  // bare physical name appears.
   for (const char* const again : {"00000003.kdc", "00000003"}) {
     std::string text;
     for (int i = 1; i <= 9; ++i) {
@@ -142,8 +142,8 @@ TEST_F(IndexCleaning, UsesTheRequestedTime) {
 }
 
 TEST_F(IndexCleaning, TakesAFileOfTheFutureForNew) {
-  // A file that was written while the clean waited for the lock has a time after the clock of the
-  // clean.
+  // The clean reads the clock and then waits for the lock. A file that is written during the wait
+  // is younger.
   write_aged("00000001.kdc", -1);
   folder.set_index("a.kdc_0000000001/00000001\n");
   EXPECT_EQ(clean(1), 0U);

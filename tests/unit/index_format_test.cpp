@@ -376,7 +376,7 @@ TEST(IndexLines, RunOnToTheNextSlashWithTheRestOfTheTextAsName) {
 // The loops that process many bytes at a time, compared with simple loops.
 
 std::string some_text(std::mt19937& random, std::size_t size) {
-  // Few different bytes, so that they meet often; some are above 127.
+  // Few different bytes, so that each search finds some; some are above 127.
   constexpr std::string_view kBytes("ab/\n\x80\xff\0", 7);
   std::string text(size, '\0');
   for (char& each : text) each = kBytes[random() % (random() % 8 == 0 ? kBytes.size() : 2)];

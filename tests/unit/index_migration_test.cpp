@@ -463,8 +463,7 @@ TEST_F(IndexMigration, RaisesWhereTheListCannotBeRead) {
   write("read.txt", "no name\n");
   write("index.dat", "a%20.kdb_0000000000/a%20.kdb\nread.txt_0000000000/read.txt\n");
   {
-    // Earlier reads are all of the index: for the marker and for the forced rewrite, with the
-    // checks for its end.
+    // Reads 1 to 4 are of the index: for the marker and for the forced rewrite, each to its end.
     const auto fault = os::faults::fail(Call::read, kRefused, 5);
     EXPECT_THROW(migrate(), vu_file_except);
     EXPECT_EQ(fault.hits(), 1U);
@@ -483,7 +482,7 @@ TEST_F(IndexMigration, RaisesWhereTheListCannotBeSaved) {
   write("read.txt", "x\t2\tB\ta\tf5\tf6\t\n");
   std::unique_ptr<os::faults::Fault> broken;
   {
-    // The last open is that of the read list. The file of the marker is created before.
+    // The last open is that of the read list. The file of the marker is created earlier.
     int openings = 0;
     const auto count = os::faults::before(
         Call::open, [&openings] { ++openings; }, 1, Times::kLasting);
@@ -566,7 +565,7 @@ TEST_F(IndexMigration, SavesTheListAlsoWhenTheIndexCannotBeMerged) {
   write("index.dat", "1#1#1#a%20.kdb_0000000000/1#1#1#a%20.kdb\nread.txt_0000000000/read.txt\n");
   std::unique_ptr<os::faults::Fault> broken;
   const auto hook = os::faults::before(Call::copy, [&broken] {
-    // Reads from now on: the counter for the marker, to its end, and then the index for the merge.
+    // From here on, reads 1 and 2 are of the counter, for the marker. Read 3 is of the index.
     broken.reset(new os::faults::Fault(os::faults::fail(Call::read, kRefused, 3)));
   });
   EXPECT_THROW(migrate(), vu_file_except);

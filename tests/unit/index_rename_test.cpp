@@ -173,7 +173,7 @@ TEST_F(IndexRename, RemovesTheOldFilesUnderTheLockOfTheSave) {
 }
 
 TEST_F(IndexRename, KeepsTheSourceWhereAReplacedFileStays) {
-  // The file that stays has the name of the new entry's file and would hide the new one.
+  // The replaced file "n.kdb" stays. It has the new logical name, so it would hide the new file.
   folder.write("00000001.kdb", "bytes of a");
   folder.write("n.kdb", "bytes of n");
   folder.write("index", "00000001");
@@ -206,7 +206,7 @@ TEST_F(IndexRename, KeepsASecondLineOfTheOldKey) {
 }
 
 TEST_F(IndexRename, CopiesOverNoFileOfAnEntryWhenTheCounterIsInTrouble) {
-  // The counter is negative and returns the first name of all, or it cannot be read.
+  // A negative counter returns the name 00000000; an unreadable counter returns 99999999.
   for (const std::string given : {"00000000", "99999999"}) {
     for (const std::string target : {"b.kdb", "c.kdb"}) {
       const index_folder place;
@@ -257,7 +257,7 @@ TEST_F(IndexRename, KeepsAReplacedFileOfTheVeryNameUntilTheIndexIsSaved) {
   EXPECT_EQ(folder.read("00000002.kdb"), "bytes of a");
   EXPECT_EQ(folder.names(), (Texts{"00000002.kdb", "index", "index.dat"}));
 
-  // If the index is not saved, the replaced file stays. The counter is written before.
+  // If the index is not saved, the replaced file stays. The counter is written earlier.
   for (const std::uint64_t nth : {2U, 3U}) {
     folder.erase("00000002.kdb");
     write_old();

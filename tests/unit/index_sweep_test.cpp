@@ -304,7 +304,7 @@ TEST_F(IndexCleaning, SweepsByTheSameRuleAsAPlainSearch) {
 }
 
 TEST_F(IndexCleaning, ReadsTheIndexOnDiskThatStillHasARemovedEntry) {
-  // The line that is still on disk accounts for a file beside the removed document.
+  // The physical name of the line, which is still on disk, begins the name of the other file.
   write_aged("00000001.kdc", kDay);
   folder.write("00000001.kdc_x");
   folder.set_index("a.kdc_0000000001/00000001\n");

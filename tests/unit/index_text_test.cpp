@@ -211,8 +211,7 @@ TEST_F(IndexText, GluesSuchLinesByTheLogicalExtensionAsWell) {
                          {"b.kdb\nc\nkey.kdb_0000000001", "phys"},
                          {"c\nkey.kdb_0000000001", "phys"},
                          {"key.kdb_0000000001", "phys"}}));
-  // The last line has no extension, so the extension of the joined name reaches across the line
-  // feed.
+  // The last line has no extension, so that of the joined name is ".kdb\nc\nkey".
   load("a\nb.kdb\nc\nkey_0000000001/phys");
   EXPECT_TRUE(lp.empty());
 }
@@ -230,7 +229,7 @@ TEST_F(IndexText, DistinguishesTheExtensionsOfGluedLines) {
   lp.clear();
   Peer::string2Maps(other.path(), "a\nx.kdb\nkey_0000000001/phys", lp, pl);
   EXPECT_EQ(lp, (NameMap{{"a\nx.kdb\nkey_0000000001", "phys"}, {"x.kdb\nkey_0000000001", "phys"}}));
-  // For the same rest of the text, a line that starts after the dot has no extension.
+  // The key "b\nkey" starts after the dot, so it has no extension and no file.
   write_file(other.path("phys\n.kdb\nb\nkey"), "x");
   lp.clear();
   Peer::string2Maps(other.path(), "x.kdb\nb\nkey_0000000001/phys\n", lp, pl);
@@ -396,7 +395,7 @@ TEST_F(IndexText, CostsNoProbeWhateverTheLengthsOfItsNames) {
       const std::string line =
           "k" + dotted + "_" + std::to_string(1000000000 + length) + "/" + stored + "\n";
       os::faults::reset();
-      // One line alone: a line of another kind would end the fast path for plain lines.
+      // Only one line: a line of another kind would end the fast path for plain lines.
       load(line + std::string(100, '\n'));
       EXPECT_EQ(os::faults::calls(Call::probe_search), 0U) << line;
     }

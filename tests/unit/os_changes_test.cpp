@@ -296,7 +296,7 @@ TEST_F(OsCopy, DoesNotWriteWhatAnotherHandleHolds) {
   OpenFile reader(m_to, Access::kReadExisting);
   EXPECT_TRUE(succeeds(reader.lock_shared()));
   EXPECT_TRUE(fails(os::copy(m_from, m_to, IfExists::kReplace), Failure::kLocked, {EAGAIN, 33}));
-  // Windows may have cut the target before it fails.
+  // Windows may have truncated the target before the failure.
   if (!kOnWindows) {
     EXPECT_EQ(read_file(m_to), "old");
   }

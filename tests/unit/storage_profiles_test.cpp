@@ -144,7 +144,7 @@ TEST(KeyText, CuttingTakesTheFirstOccurrenceAndTheRestOfItsLine) {
            Case{"a=1\r\nb=2\r\n", "a", true, "b=2\r\n"},
            // The cut ends only at a line feed.
            Case{"a=1\tb=2\nc=3\n", "a", true, "c=3\n"},
-           // An entry across lines is cut from its begin to its first line feed.
+           // An entry across lines is cut from its start to its first line feed.
            Case{"a=1\nb=2\n", "1\nb", true, "a=b=2\n"},
            Case{"a=1\nb=2\n", "", true, "b=2\n"},
            Case{"", "", true, ""},
