@@ -196,7 +196,7 @@ class FolderFacts {
     }
   }
 
-  /// Later numbers are drawn next. An entry with a higher number would get a second file.
+  /// If an entry has a higher number than the counter, a create could draw that number again.
   void tell_counter() {
     const auto found = m_folder.names.find(kCounter);
     const long last = found == m_folder.names.end() ? 0 : std::atol(found->second.c_str());

@@ -53,7 +53,7 @@ std::string memory_folder() {
 
 std::uint64_t open_handles() {
   const std::filesystem::directory_iterator all("/proc/self/fd");
-  // Without the descriptor of this listing.
+  // Does not count the descriptor of this listing.
   return static_cast<std::uint64_t>(std::distance(begin(all), end(all))) - 1;
 }
 

@@ -20,7 +20,7 @@ enum Waits : unsigned {
   kForDocument = 8,     ///< the exclusive lock of the document's file
 };
 
-/// The tree. It contains an owner "anna" with two entries, files outside of the storage, a mail
+/// The tree. The owner "anna" has two entries. There are also files outside of the storage, a mail
 /// folder before its migration, and a document of the docs area.
 struct Place {
   std::string root;
