@@ -33,8 +33,8 @@ class CheckReport {
   /// Takes a finding. As JSON it is printed at once.
   void add(admin::Finding finding);
   bool is_empty() const { return m_findings.empty(); }
-  /// Prints everything. @param summary also gets what only the saved names know. @param full
-  /// whether it was a full check.
+  /// Prints everything. @param summary gets the counts of findings whose code add() changed.
+  /// @param full whether it was a full check.
   void finish(admin::CheckSummary& summary, bool full);
 
  private:
@@ -161,7 +161,7 @@ void CheckReport::look_up_lost_documents() {
   }
 }
 
-/// A version in its printed form, and its folder; otherwise the path.
+/// The place of a finding: a version in its printed form with its folder, or a path.
 std::string CheckReport::where_of(const Finding& finding) const {
   if (!finding.timestamp || !finding.area) return shown(place_of(finding));
   const Subject version = {std::string(admin::name_of(*finding.area)), finding.owner, finding.name,
@@ -223,7 +223,7 @@ void CheckReport::show_sums() const {
   }
 }
 
-/// The next command for one folder. Names come before everything else.
+/// The next command for one folder. A command that restores names comes before all others.
 std::string CheckReport::next_step(const std::string& folder, const std::vector<Code>& codes) {
   const std::string name = relative(folder);
   if (has(codes, is_about_names)) {

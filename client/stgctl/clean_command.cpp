@@ -129,7 +129,7 @@ class Planner {
   std::optional<std::uint64_t> m_most;
 };
 
-/// Versions whose indexes are loaded and saved once.
+/// The most versions in a batch. A batch loads and saves each index once.
 constexpr std::size_t kMostAtOnce = 1000;
 
 class Cleaning {
@@ -175,7 +175,7 @@ class Cleaning {
     if (end) throw Failure(*end);
   }
 
-  /// Whether a version was not used or changed since it was examined.
+  /// Whether a version is still in the state in which it was examined.
   std::function<bool(admin::LockedFile&)> still(const Candidate& each) const {
     return [this, &each](admin::LockedFile&) {
       const sys::Info now = sys::describe(each.entry.path());

@@ -41,8 +41,8 @@ class Argument {
   CLI::Option* m_option;
 };
 
-/// A command's part of the command line. The values are set when the command runs, so they must
-/// live until then. A value that is not given does not change.
+/// A command's part of the command line. The parser sets the values before the command runs, so
+/// they must live until its end. A value that is not given does not change.
 class Arguments {
  public:
   explicit Arguments(CLI::App& app) noexcept : m_app(app) {}
@@ -64,10 +64,10 @@ class Context;
 /// is not listed.
 enum class Group { kLook, kExplain, kCheck, kChange, kOther, kHidden };
 
-/// Whether a command changes the tree. Commands that do get --dry-run and --yes.
+/// Whether a command changes the tree, or writes a file. If so, it gets --dry-run and --yes.
 enum class Effect { kLooks, kChanges };
 
-/// Runs a command whose options have been read.
+/// Runs a command whose options have been read. An exception other than Failure means kFailed.
 using Run = std::function<Exit(Context&)>;
 
 /// One command of the program.

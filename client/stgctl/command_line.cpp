@@ -259,7 +259,7 @@ std::vector<std::string> options_of(const CLI::App& command, const CLI::App& app
   return names;
 }
 
-/// @return the exit code of a command line that is not valid, or only asks for help.
+/// Prints the requested help, or the error of an invalid command line. @return the exit code.
 Exit tell_parse_result(const CLI::App& app, const CLI::ParseError& result, Output& out) {
   if (result.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
     std::ostringstream text;
@@ -410,7 +410,7 @@ std::optional<Exit> CommandLine::parse(std::vector<std::string> arguments, Outpu
   GlobalOptions& options = m_parts->options;
   try {
     rewrite_shorthands(arguments);
-    // The parser takes them from the end.
+    // The parser reads the arguments from the last to the first.
     std::reverse(arguments.begin(), arguments.end());
     m_parts->app.parse(arguments);
     if (!options.root.empty() && !options.storage.empty()) {

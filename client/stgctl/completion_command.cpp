@@ -53,13 +53,13 @@ Kind kind_of(const OptionUsage& option) {
   return Kind::kAnything;
 }
 
-/// The argument for "stgctl complete"; empty if it has no list for this.
+/// The argument for "stgctl complete"; empty if it has no list of this kind.
 std::string asked_for(Kind kind) {
   if (kind == Kind::kOwners) return "owners";
   return kind == Kind::kNames ? "names" : "";
 }
 
-/// The arguments at a command that have no option name before them.
+/// The kind of the first positional for which there are proposals.
 Kind kind_of_positionals(const CommandUsage& command) {
   for (const OptionUsage& option : command.options) {
     if (!option.names.empty()) continue;
@@ -119,7 +119,7 @@ std::string filled(const char* file,
 
 // ---- bash and zsh ------------------------------------------------------------------------------
 
-/// The names of one thing in both shells.
+/// What differs between the scripts of bash and zsh.
 struct CaseShell {
   const char* file;
   const char* place;     ///< sets the words of a place; they replace "%"
@@ -345,7 +345,7 @@ admin::Scope scope_of(Context& context, const std::string& begin) {
   return scope;
 }
 
-/// Versions in their printed form; names alone if some letters are given.
+/// Versions in their printed form; after the first letter also plain names.
 std::set<std::string> names(Context& context, const Options& options) {
   std::set<std::string> found;
   admin::EntryQuery query;

@@ -38,10 +38,10 @@ class Context {
   /// Changes nothing.
   /// @throws Failure kNoTree if there is no tree.
   const admin::Tree& tree();
-  /// Splits the printed form of a version (version_name.h) into --area, --owner and --timestamp.
+  /// Splits the printed form of a version (VersionName) into --area, --owner and --timestamp.
   /// Leaves any other text unchanged. For commands with one name; commands with several names use a
   /// NamedVersion for each.
-  /// @throws Failure kUsage if the text contradicts the options.
+  /// @throws Failure kUsage if the text contradicts the options; as tree().
   void take_apart(std::string& name, std::string& timestamp);
   /// The scope of --area and --owner.
   admin::Scope scope() const;
@@ -53,7 +53,8 @@ class Context {
   enum class Adoption { kOff, kOn };
   /// Opens the library on the tree. This creates missing area folders, so a dry run must not call
   /// it.
-  /// @throws as tree(), and Failure kRefused for a tree that the library cannot open.
+  /// @throws as tree(); Failure kRefused if the library does not accept the storage folder, kFailed
+  /// if the library cannot open the tree, or the client cannot open the trace file.
   void open_library(Adoption adoption = Adoption::kOff);
   /// Like open_library(), for a storage folder below an existing root. The folder itself need not
   /// exist.

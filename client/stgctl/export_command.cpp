@@ -223,12 +223,12 @@ class Exporting final : public admin::InventorySink {
   }
 
   const ManifestSums& sums() const { return m_sums; }
-  /// A file could not be written. The items after it were not tried.
+  /// Whether a file could not be written. The items after it were not tried.
   bool disk_refuses() const { return m_disk_refuses; }
   bool lock_missed() const { return m_lock_missed; }
 
  private:
-  /// A document can change between the read of its bytes and the read of its time.
+  /// Tries again if the document changed between the reads of its bytes and its time.
   void copy(ManifestItem& item) {
     constexpr int kTries = 3;
     const std::string& source = item.what.location;

@@ -242,7 +242,7 @@ void Importer::check_owner(const admin::Holding& what) {
 void Importer::judge_version(Work& work, StoreBatch& batch) {
   const admin::Holding& what = work.item->what;
   check_name("the name", what.name);
-  // The file gets its own name, but keeps the extension.
+  // The stored file gets a number as its name, with the extension of the logical name.
   const std::size_t dot = std::min(what.name.rfind('.'), what.name.size());
   check_name_here("the extension of", "x" + what.name.substr(dot));
   const admin::DocumentFolder folder =
@@ -289,7 +289,7 @@ void Importer::finish_version(Work& work) {
   std::string file = work.version->file;
   if (work.version->fate == admin::NewVersion::Fate::kInPlace) {
     file = work.version->replaces;
-    // A kill during the overwrite leaves a truncated file. The journal tells the next import.
+    // A kill during the overwrite leaves a truncated file. The next import sees it in the journal.
     m_journal.begin(what);
     overwrite_file(m_context, target_of(m_context, folder),
                    {work.source, what.name, what.info.size, what.timestamp});

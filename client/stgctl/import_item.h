@@ -16,8 +16,8 @@
 
 namespace stgctl {
 
-/// A journal of the versions that an import has begun and not completed. It is a file beside the
-/// storage folder, with the same name and ".import". A killed process leaves it. The next import,
+/// A journal of the versions that an import overwrites in place. It is a file beside the storage
+/// folder, with the same name and ".import". A killed process leaves it. The next import,
 /// of any export, then distinguishes a truncated document from one that another process stored. The
 /// file stays locked during the import, which excludes a second import into the same tree.
 class ImportJournal {

@@ -31,7 +31,7 @@ struct Options {
 /// The names of a tree at one moment: from a snapshot, or just read.
 struct Side {
   SavedIndexes indexes;
-  std::map<std::uint64_t, std::string> texts;  ///< of just read indexes that the other side lacks
+  std::map<std::uint64_t, std::string> texts;  ///< of indexes in the tree that the other side lacks
   admin::Layout layout = admin::Layout::kOwner;
   Json fields;
   bool lock_missed = false;

@@ -45,7 +45,7 @@ class Restoring {
   Exit run() {
     plan();
     if (m_restorable == 0 && m_dropped == 0) {
-      // The rest are interrupted saves to complete, which changes no name.
+      // Only interrupted saves are left to complete, which changes no name.
       for (const Job& job : m_jobs) restore(job);
       if (!m_any_told) {
         throw Failure(Exit::kNothingMatched,

@@ -16,7 +16,7 @@ constexpr std::size_t kDeepest = 100;
 
 }  // namespace
 
-/// Converts between our values and the library's.
+/// Converts between Json and the JSON library's values.
 struct JsonText {
   static Library to_library(const Json& json) {
     switch (json.m_kind) {

@@ -19,8 +19,7 @@ class JsonError : public std::runtime_error {
 
 /// A JSON value. The fields of an object keep the order of insertion.
 ///
-/// Only json.cpp includes the library that reads and writes the text: compiled into every command
-/// it took a good part of the client's build time.
+/// Only json.cpp includes the library that reads and writes the text: it is slow to compile.
 class Json {
  public:
   struct Field;

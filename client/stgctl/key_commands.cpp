@@ -170,7 +170,7 @@ Exit run_edit(Context& context, const EditOptions& options, Change change, const
   return report.finish();
 }
 
-/// Every edit command; they differ only in where the file name comes from.
+/// Declares any of the edit commands. They differ only in where the file name comes from.
 Run declare_edit(Arguments& app, Change change, const char* schema, bool is_profile) {
   const auto options = std::make_shared<EditOptions>();
   if (is_profile) {

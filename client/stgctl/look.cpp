@@ -176,7 +176,7 @@ void declare_entry(Arguments& app, EntryOptions& options, const char* what) {
 
 EntryOptions taken_apart(Context& context, const EntryOptions& options, Paths paths) {
   EntryOptions asked = options;
-  // Text of that form is a path if it leads to a file.
+  // Text of that form is a path if something exists there.
   const bool is_path =
       paths == Paths::kTaken && admin::sys::describe(asked.name).kind != admin::sys::Kind::kMissing;
   if (!is_path) context.take_apart(asked.name, asked.timestamp);

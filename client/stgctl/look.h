@@ -62,9 +62,7 @@ admin::EntryQuery query_of(Context& context, const ListingOptions& options);
 /// Lists the matching entries one by one. @param schema "stgctl.ls/1".
 Exit list_entries(Context& context, const admin::EntryQuery& query, const char* schema);
 
-// ---- at one document ---------------------------------------------------------------------------
-//
-// What the commands that look at one document have in common: versions, which, cat, parts.
+// ---- for the commands that look at one document: versions, which, cat, parts -------------------
 
 struct EntryOptions {
   std::string name;
@@ -80,8 +78,8 @@ void declare_entry(Arguments& app, EntryOptions& options, const char* what);
 /// Splits the name if it has the printed form of a version.
 EntryOptions taken_apart(Context& context, const EntryOptions& options, Paths paths);
 
-/// All versions of the name within --area, --owner and the options, in order. Warns about folders
-/// that could not be read.
+/// All versions of the name within --area, --owner and the options, sorted by area, owner, name and
+/// timestamp. Warns about folders that could not be read.
 std::vector<FoundEntry> versions_of(Context& context, const EntryOptions& options,
                                     admin::EntryFailures& failures);
 

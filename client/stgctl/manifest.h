@@ -12,9 +12,9 @@
 #include "client/stgctl/report.h"
 
 /// @file
-/// The manifest of an export: every file with its time and its checksum. One JSON object per line,
-/// in the order of an inventory: the tree, then the items, then the totals with the checksum of all
-/// earlier lines. It is written last, so an unfinished export has no manifest.
+/// The manifest of an export: every file with its time and its checksum. One JSON object per line:
+/// the tree, then the items in the order of an inventory, then the totals. The totals include the
+/// checksum of all earlier lines. It is written last, so an unfinished export has no manifest.
 namespace stgctl {
 
 inline constexpr const char* kManifestSchema = "stgctl.manifest/1";

@@ -173,7 +173,7 @@ std::string manual_page(const std::vector<CommandUsage>& usage) {
   for (const OptionUsage& option : program.options) page += option_entry(option);
   page += ".SH COMMANDS\n";
   for (const CommandUsage& command : usage) {
-    // Families only stand above others.
+    // A family runs nothing itself.
     if (command.path.empty() || !command.subcommands.empty()) continue;
     page += command_section(command);
   }

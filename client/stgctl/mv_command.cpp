@@ -48,8 +48,8 @@ void tell_moved(ChangeReport& report, const Move& move) {
   report.done(subject_of(move.from), fields, "to " + shown(move.to()));
 }
 
-/// Old and new names can be in different folders, so a batch loads and saves more indexes than one
-/// of new versions. That is why it is larger.
+/// Old and new names can be in different folders, so a batch of moves loads and saves more indexes
+/// than a StoreBatch. That is why it is larger.
 constexpr std::size_t kMostMoves = 1000;
 
 /// One batch of moves.
@@ -70,8 +70,8 @@ class Batch {
  private:
   struct Work {
     const Move* move = nullptr;
-    const admin::NewVersion* stored = nullptr;  ///< until the move is final
-    std::string new_path;                       ///< the path of its bytes then
+    const admin::NewVersion* stored = nullptr;  ///< null after store()
+    std::string new_path;                       ///< the path of the new version
     Removal old;
     std::optional<Failure> failure;
   };
@@ -183,7 +183,7 @@ void Batch::tell(const Work& work) {
 
 /// Moves versions batch by batch, and reports each. A batch first stores all versions under their
 /// new names, then removes the old ones. A kill in between leaves both. An old version also stays
-/// if another process changes it meanwhile.
+/// if another process changed it after the copy, or has it open.
 /// @throws Failure kLockTimeout, kInterrupted, after it reported what was moved.
 void move_versions(Context& context, std::vector<Move> moves, ChangeReport& report) {
   // Sorted by folder, to load and save each index as rarely as possible.
@@ -231,8 +231,8 @@ std::optional<std::size_t> width_of(std::string_view part, std::string_view text
   return at;
 }
 
-/// The texts that the stars of a pattern match in a name, the first ones as short as possible;
-/// nothing if the name does not match.
+/// The texts that the stars of a pattern match in a name; nothing if the name does not match. The
+/// first texts are as short as possible.
 std::optional<std::vector<std::string>> stars_in(std::string_view pattern, std::string_view name) {
   std::vector<std::string> stars;
   std::size_t star = pattern.find('*');
@@ -270,7 +270,7 @@ std::string filled(const std::string& pattern, const std::vector<std::string>& s
   return name;
 }
 
-/// @throws Failure kRefused if the match of each star is not clear.
+/// @throws Failure kRefused if @p name does not match @p from.
 std::string renamed(const std::string& from, const std::string& to, const std::string& name) {
   const auto stars = stars_in(from, name);
   if (!stars) throw Failure(Exit::kRefused, shown(name) + " cannot be matched by that pattern");

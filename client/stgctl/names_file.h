@@ -61,7 +61,7 @@ struct SnapshotName {
   std::uint64_t number = 0;
   std::int64_t time = 0;  ///< seconds since 1970 UTC
 };
-/// @param now the end of an age. @return nothing for other text.
+/// @param now the time from which an age counts back. @return nothing for other text.
 std::optional<SnapshotName> parse_snapshot_name(std::string_view text, std::int64_t now);
 /// As a check of an argument: empty if the text names a snapshot, otherwise an error text.
 std::string is_snapshot_name(const std::string& text);
@@ -100,8 +100,8 @@ class SavedNames {
     std::vector<std::string> lines;  ///< those that need no renamed file
   };
   Known best_for(const admin::FolderView& folder);
-  /// The number of entries that a folder, with all below it, has in the last snapshot that has any.
-  /// @param snapshot gets the number of the snapshot.
+  /// The number of entries in a folder and below it, in the last snapshot that has any there.
+  /// @param snapshot gets the number of that snapshot; unchanged if the result is 0.
   std::uint64_t entries_below(const std::string& folder, std::uint64_t& snapshot);
   /// Whether there are snapshots at all.
   bool any() const { return !m_snapshots.empty(); }

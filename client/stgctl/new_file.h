@@ -16,7 +16,7 @@
 /// addresses only by path.
 namespace stgctl {
 
-/// @throws Failure kRefused for a path in the tree.
+/// @throws Failure kRefused for a path in the tree, or with a backslash on Linux.
 void check_outside_tree(Context& context, const std::string& path);
 
 /// The name of an unfinished file, in the folder of the finished one.
@@ -44,8 +44,8 @@ class NewFile {
   NewFile& operator=(const NewFile&) = delete;
 
   void write(std::string_view bytes);
-  /// Completes the file: sets its time, if one is given, then its name. Replaces a file of that
-  /// name.
+  /// Completes the file: sets its time, if one is given, then renames it over a file at the path.
+  /// @throws also Failure kFailed if the time cannot be set.
   void commit(std::optional<std::int64_t> modify_time = std::nullopt);
 
  private:

@@ -34,7 +34,7 @@ std::vector<std::string> names_in(const std::string& path) {
   return names;
 }
 
-/// If the system does not report it.
+/// The free space if the system does not report one.
 constexpr std::uint64_t kPlenty = std::numeric_limits<std::uint64_t>::max() / 2;
 
 /// The free space of the tree's file system.

@@ -69,14 +69,14 @@ Failure failure_of(Context& context, const admin::NewVersion& version);
 
 /// Stores a file as a version. Replaces an existing version with its sub-parts. The version gets
 /// the file's time. Key lines stay.
-/// @throws Failure kFailed with the reason; then nothing of a new version is left.
+/// @throws Failure kFailed, kLockTimeout, kInterrupted; then nothing of a new version is left.
 void store_file(Context& context, const Target& target, const StoreItem& item);
 /// Replaces a version in place, through the library. A failed or killed copy leaves it truncated.
-/// For versions that no StoreBatch can replace (NewVersion::Fate::kInPlace).
+/// For NewVersion::Fate::kInPlace. @throws Failure kFailed; as wait_until_free().
 void overwrite_file(Context& context, const Target& target, const StoreItem& item);
 
-/// The sub-part folders in a folder, by its current names. The name of each is the name of a
-/// document's file and "_". It belongs to the file with the longest such name.
+/// The sub-part folders in a folder, by its current names. The name of each begins with
+/// the name of a document's file and "_". It belongs to the file with the longest such name.
 class FoundParts {
  public:
   explicit FoundParts(std::string folder);
@@ -98,7 +98,7 @@ std::vector<std::string> part_folders(const FoundEntry& entry);
 
 /// Whether to remove the key lines of an entry too.
 enum class KeyLines { kRemove, kLeave };
-/// Removes a version with its sub-parts. @throws Failure kFailed with the reason.
+/// Removes a version with its sub-parts. @throws Failure kFailed; as wait_until_free().
 void remove_version(Context& context, const FoundEntry& entry, KeyLines lines);
 
 /// The key files of the entry's folder in which the library would damage another line. The library

@@ -71,7 +71,8 @@ class Output {
   }
   /// Writes one JSON object on its own line: {"schema": schema, ...fields}.
   void json_line(const char* schema, const Json& fields);
-  /// Writes the buffer. @throws Failure if the reader has ended, or the disk is full.
+  /// Writes the buffer. @throws Failure if the disk is full, or, after end_when_closed(), if the
+  /// reader has ended.
   void flush();
 
   /// Text in a style for standard output; unchanged if colours are off.

@@ -31,8 +31,8 @@ namespace {
 /// Whether to replace existing versions.
 enum class IfThere : std::uint8_t { kKeep, kReplace };
 
-/// Stores files batch by batch, and reports each. Skips versions that exist with the same bytes, so
-/// the same command completes an interrupted one.
+/// Stores files batch by batch, and reports each. Skips versions that exist with the same bytes: a
+/// repeated command completes an interrupted one.
 class Storing {
  public:
   Storing(Context& context, const Target& target, IfThere if_there, ChangeReport& report)
@@ -46,7 +46,6 @@ class Storing {
   /// saved once per batch.
   /// @throws Failure kLockTimeout, kInterrupted, after it reported what was stored.
   void run(std::vector<StoreItem>& items);
-  /// Reports a stored version; in a dry run the expected one.
   std::uint64_t bytes() const { return m_bytes; }
 
  private:
@@ -66,6 +65,7 @@ class Storing {
   std::optional<FoundEntry> find(const StoreItem& item, const admin::DocumentFolder& folder);
   std::string why_not(const StoreItem& item, What what, const admin::DocumentFolder& folder);
   void finish(const Work& work);
+  /// Reports a stored version; in a dry run the expected one.
   void tell_stored(const Work& work);
   Subject subject_of(const StoreItem& item) const;
 
@@ -137,7 +137,7 @@ std::size_t Storing::run_batch(std::span<const StoreItem> items) {
   }
   batch.run();
   for (const Work& work : all) {
-    // After a lock timeout no other lock is waited for.
+    // After a lock timeout the command waits for no other lock.
     if (end && work.version != nullptr && work.version->fate == admin::NewVersion::Fate::kInPlace)
       continue;
     try {
@@ -188,13 +188,13 @@ Storing::What Storing::judge_existing(const StoreItem& item, const FoundEntry& f
   return is_same && is_dated ? What::kEqual : What::kReplace;
 }
 
-/// The save checks this again, under the index's lock.
+/// The version in the tree now. The save checks again, under the index's lock.
 std::optional<FoundEntry> Storing::find(const StoreItem& item,
                                         const admin::DocumentFolder& folder) {
   return m_entries.find(folder, item.name, item.timestamp);
 }
 
-/// Of a dry run: the problems that the work itself would meet.
+/// For a dry run: why the item could not be stored; empty if it could.
 std::string Storing::why_not(const StoreItem& item, What what,
                              const admin::DocumentFolder& folder) {
   if (what != What::kNew && what != What::kReplace) return {};

@@ -16,7 +16,7 @@ namespace stgctl {
 /// The quarantine of a tree: a folder beside it with one sub-folder per applied plan.
 ///
 ///   plan-0001/manifest.jsonl   the steps, a line of JSON each; every line is on the device before
-///                              its step is done
+///                              its step begins
 ///   plan-0001/0001             what the first step removed: a moved file or folder, or the old
 ///                              bytes of an index, key file or counter
 ///
@@ -57,7 +57,7 @@ class AppliedPlan {
   /// An unfinished step for the same repair of the same path.
   const Step* unfinished(const Repair& repair) const;
 
-  /// Writes a step to the manifest before it is done. @param before the bytes to keep, for an item
+  /// Writes a step to the manifest before it begins. @param before the bytes to keep, for an item
   /// that is not moved.
   const Step& note(const Repair& repair, const std::string* before, const std::string& after,
                    bool was_missing);

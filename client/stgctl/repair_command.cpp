@@ -57,7 +57,7 @@ std::vector<std::uint64_t> expired_plans(Context& context, const std::string& qu
   return numbers;
 }
 
-/// @param own the plan in use, whose manifest is locked.
+/// A text about expired plans, or empty. @param own the plan in use: its manifest is locked.
 std::string told_of_expired(Context& context, const Options& options, std::uint64_t own = 0) {
   const std::string quarantine = quarantine_folder(context, options.quarantine);
   const std::size_t count = expired_plans(context, quarantine, own).size();

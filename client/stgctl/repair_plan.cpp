@@ -206,7 +206,7 @@ bool is_number(std::string_view name) {
   return stem.size() >= 8 && stem.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-/// The code of check for a line of this verdict.
+/// The code of the finding that 'check' reports for such a line.
 Code code_of(admin::Verdict verdict) {
   if (verdict == admin::Verdict::kNoFile) return Code::kLineWithoutFile;
   return verdict == admin::Verdict::kDuplicateKey ? Code::kDuplicateKey : Code::kMalformedLine;
@@ -329,7 +329,7 @@ class Planning {
     }
   }
 
-  /// Whether a finding is not repaired for that reason.
+  /// Whether a finding is not repaired because it may show a lost name.
   bool is_kept(const Finding& finding) const {
     return m_has_lost_names &&
            (finding.code == Code::kMalformedLine ||
@@ -423,7 +423,7 @@ class Planning {
   }
 
   bool plan(const Finding& finding) {
-    // A restored name can be the name of a file or key line that is dangling now.
+    // Restored names can belong to the orphans and dangling key lines that were found.
     const bool is_counter =
         finding.code == Code::kCounterBehind || finding.code == Code::kCounterUnreadable;
     if ((m_is_restored && !is_counter) || is_kept(finding)) return false;

@@ -63,7 +63,7 @@ enum class Emptying : std::uint8_t { kSpared, kAllowed };
 /// @throws Failure kInterrupted after Ctrl-C.
 RepairPlan make_plan(Context& context, const std::vector<std::string>& only, Emptying emptying);
 
-/// The plan as readable text, and back. A name that is not UTF-8 also has its bytes.
+/// The plan as JSON over several lines. A name that is not UTF-8 also has its bytes.
 std::string text_of(const RepairPlan& plan);
 /// @throws Failure kRefused, with the place in the plan, if the text is not a plan of this tree.
 RepairPlan read_plan(Context& context, const std::string& text);

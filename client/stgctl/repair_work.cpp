@@ -225,7 +225,7 @@ Worked quarantine(Context& context, const Repair& repair, const std::string& pat
   if (!repair.is_folder && (info.size != repair.bytes || info.modify_time != repair.modified))
     return skipped("it changed after the plan was written");
   if (!repair.is_folder) {
-    // The process that writes it has it locked.
+    // A process that still writes the file holds its lock.
     LockedFile file;
     const os::Status opened =
         open_locked(context, file, path, LockedFile::For::kReading, LockedFile::IfMissing::kFail);

@@ -75,6 +75,8 @@ class ChangeReport {
   }
 
   /// Writes the totals. @param sums more fields of the JSON line. @param tail more text.
+  /// @return kInterrupted; after a lock timeout or failures kPartlyDone if an entry was changed,
+  /// otherwise kLockTimeout or kFailed; kNothingMatched without entries; kDone.
   Exit finish(const Json& sums = Json::object(), std::string_view tail = {});
 
  private:

@@ -15,7 +15,7 @@ struct Box {
   double width = 0;
   double height = 0;
 
-  /// Without a margin on each side and a second one at the top; never smaller than empty.
+  /// The box without a margin on each side, and without @p top at the top; can be empty.
   Box inset(double margin, double top = 0) const;
 };
 

@@ -53,7 +53,7 @@ STG::RepositoryType type_of(admin::Area area) {
     case admin::Area::kMail:
       return STG::MailRepository;
     default:
-      // The type whose removals also drop the lines of "attribut.txt".
+      // The type whose removals also remove the lines of the name in "attribut.txt".
       return STG::UserFilesRepository;
   }
 }

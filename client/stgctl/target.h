@@ -126,14 +126,12 @@ std::vector<FoundEntry> find_matching(Context& context, const NamedVersion& patt
 /// The name under which the library adopts a file: its extension in lower case.
 std::string adopted_name(std::string name);
 
-/// @throws Failure kRefused if the folder contains a file that has the logical name as its file
-/// name and is not that version: the library would serve it for every version of the name.
+/// @throws Failure kRefused if another file of the folder has the logical name as its file name.
+/// The library would serve that file for every version of the name.
 void check_not_shadowed(Context& context, const Target& target, const std::string& name,
                         std::int32_t timestamp);
 
-// ---- owners ------------------------------------------------------------------------------------
-//
-// What the commands "user ..." share: the folders of owners.
+// ---- the folders of owners, for the commands "user ..." ----------------------------------------
 
 /// The areas whose owners' folders are renamed and removed, in the library's order. Corporate
 /// documents are shared and stay.
@@ -152,7 +150,7 @@ void check_owner(std::string_view what, const std::string& name);
 std::string owner_folder(Context& context, admin::Area area, const std::string& owner);
 /// The areas in which an owner has a personal folder. @throws Failure kRefused for a link.
 std::vector<admin::Area> areas_of(Context& context, const std::string& owner);
-/// Waits until no operation uses the folders; those with an index show it by their locks.
+/// Waits until no process holds the index or the counter of one of the folders.
 void wait_for_folders(Context& context, const std::vector<admin::Area>& areas,
                       const std::string& owner);
 

@@ -92,9 +92,8 @@ const std::atomic<bool>& interrupt_flag() noexcept { return interrupt_seen; }
 
 }  // namespace stgctl::terminal
 
-// The narrow form of main() gets the arguments in the system's code page, not this program's. The C
-// runtime splits the command line: loading the shell's library takes as long as all others
-// together.
+// main() would get the arguments in the system's code page. The C runtime splits the command line:
+// the shell's library could do it too, but loading it takes as long as loading all others.
 int wmain(int argc, wchar_t** argv) {
   // No DLL in the current folder can replace a system DLL.
   ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_APPLICATION_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
