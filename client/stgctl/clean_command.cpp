@@ -74,7 +74,7 @@ class Planner {
 
   Plan run() {
     std::vector<Candidate> all = candidates();
-    // Oldest first. Equal times have the same order on every system.
+    // Oldest first. Versions with equal times have the same order on every system.
     std::sort(all.begin(), all.end(), [](const Candidate& a, const Candidate& b) {
       return std::tie(a.time, a.entry.folder.path, a.entry.name, a.entry.timestamp) <
              std::tie(b.time, b.entry.folder.path, b.entry.name, b.entry.timestamp);

@@ -54,7 +54,7 @@ class Context {
   /// Opens the library on the tree. This creates missing area folders, so a dry run must not call
   /// it.
   /// @throws as tree(); Failure kRefused if the library does not accept the storage folder, kFailed
-  /// if the library cannot open the tree, or the client cannot open the trace file.
+  /// if the tree or the trace file cannot be opened.
   void open_library(Adoption adoption = Adoption::kOff);
   /// Like open_library(), for a storage folder below an existing root. The folder itself need not
   /// exist.

@@ -85,7 +85,7 @@ void copy_out(Context& context, const FoundEntry& entry, const std::string& dest
   if (!source.try_open(vu_file::o_read, refused, true) || refused) {
     throw Failure(Exit::kFailed, shown(entry.path()) + " cannot be opened and locked for reading");
   }
-  // First into another name in the same folder: an existing file stays until the copy is complete.
+  // Copies to another name in the same folder: an existing file stays until the copy is complete.
   const std::string part = destination + ".stgctl-part";
   std::error_code error;
   const bool copied = vu_file::copyFile(entry.path(), part, true);

@@ -68,7 +68,7 @@ class Importing {
   }
 
  private:
-  /// @return whether there can be more.
+  /// @return whether there can be more items.
   static bool read_batch(ManifestReader& reader, const admin::Scope& scope,
                          std::vector<ManifestItem>& batch) {
     std::uint64_t bytes = 0;

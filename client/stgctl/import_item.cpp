@@ -41,7 +41,7 @@ ImportJournal::ImportJournal(Context& context, Use use) : m_path(context.storage
   }
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
-    // A line without an end belongs to an import that never began.
+    // A line without an end belongs to an overwrite that never began.
     if (lines.eof()) break;
     if (line.empty()) continue;
     if (line[0] == kBegun) m_pending.insert(line.substr(1));
@@ -289,7 +289,7 @@ void Importer::finish_version(Work& work) {
   std::string file = work.version->file;
   if (work.version->fate == admin::NewVersion::Fate::kInPlace) {
     file = work.version->replaces;
-    // A kill during the overwrite leaves a truncated file. The next import sees it in the journal.
+    // A kill during the overwrite leaves a truncated file. The journal lists the version.
     m_journal.begin(what);
     overwrite_file(m_context, target_of(m_context, folder),
                    {work.source, what.name, what.info.size, what.timestamp});

@@ -29,7 +29,7 @@ class ImportJournal {
   /// written.
   ImportJournal(Context& context, Use use);
 
-  /// Whether a version was begun and not completed.
+  /// Whether the overwrite of a version was begun and not completed.
   bool is_pending(const admin::Holding& version) const;
   void begin(const admin::Holding& version);
   /// The version is complete, or was removed again.

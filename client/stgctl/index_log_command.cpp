@@ -53,7 +53,7 @@ void show_folder(Context& context, const admin::Snapshot& snapshot,
     out.json_line(kSchema, fields);
     return;
   }
-  // JSON keeps the older word.
+  // JSON keeps the word "gone", which scripts may compare.
   const std::string_view shown_change = change == std::string_view("gone") ? "removed" : change;
   out.print("{}  {}  {:<7}  {:>8} entries  {}\n",
             out.styled(Style::kBold, formatted("{:>6}", snapshot.number)),

@@ -72,7 +72,7 @@ class ManifestReader {
   explicit ManifestReader(const std::string& folder);
 
   const ManifestHead& head() const { return m_head; }
-  /// The next item. Returns false after the last one, after a check of the totals.
+  /// Reads the next item. After the last one it checks the totals and returns false.
   bool next(ManifestItem& item);
   /// After the last item: the totals in the manifest.
   const ManifestSums& sums() const { return m_sums; }

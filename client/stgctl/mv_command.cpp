@@ -224,7 +224,7 @@ std::optional<std::size_t> width_of(std::string_view part, std::string_view text
   for (const char c : part) {
     if (at == text.size() || (c != '?' && c != text[at])) return std::nullopt;
     ++at;
-    // The rest of a character in UTF-8.
+    // "?" also takes the following bytes of a UTF-8 character.
     while (c == '?' && at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80)
       ++at;
   }

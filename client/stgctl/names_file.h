@@ -91,8 +91,8 @@ class SavedNames {
  public:
   explicit SavedNames(Context& context);
 
-  /// The snapshot that would restore the most names of a folder in its current state; the latest of
-  /// those.
+  /// The snapshot that would restore the most names of a folder in its current state; of equal
+  /// ones the latest.
   struct Known {
     std::uint64_t snapshot = 0;      ///< 0: none
     std::uint64_t entries = 0;       ///< of the folder

@@ -166,7 +166,7 @@ Failure failure_of(Context& context, const admin::NewVersion& version) {
 
 namespace {
 
-/// Why an existing version could not be overwritten.
+/// Why an existing version could not be overwritten, or empty.
 std::string why_not_replaceable(const FoundEntry& old) {
   if (std::string why = admin::why_not_storable(old.folder.path); !why.empty()) return why;
   const os::Status status = sys::probe_writable(old.path());
@@ -247,7 +247,8 @@ std::vector<std::string> key_files_at_risk(Context& context, const FoundEntry& e
 
 namespace {
 
-/// Why a version cannot be removed. Checked before its file is removed: its entry would stay.
+/// Why a version cannot be removed, or empty. A check after the removal would be too late: the file
+/// would be gone, and its entry would stay.
 std::string why_not_removable(const FoundEntry& entry) {
   for (const admin::Obstacle& each : admin::obstacles_to_writing(entry.folder.path)) {
     if (each.kind == admin::Obstacle::Kind::kCounter) continue;

@@ -313,7 +313,7 @@ class Planner {
     std::vector<std::string> names;
     sys::Entry entry;
     while (folder.next(entry)) names.emplace_back(entry.name);
-    // The same order on every system.
+    // Sorted, for the same order on every system.
     std::sort(names.begin(), names.end());
     for (const std::string& name : names) add(sys::join(path, name));
   }

@@ -41,7 +41,7 @@ os::Status open_locked(Context& context, LockedFile& file, const std::string& pa
   return status;
 }
 
-/// The folder of a file, read under the lock of its index, which the caller holds.
+/// Reads the folder of a file. The caller holds the lock of the folder's index.
 void look(FolderView& view, const std::string& folder, LockedFile& index) {
   admin::DocumentFolder place;
   place.path = folder;

@@ -33,7 +33,7 @@ std::vector<Box> divide(const Box& box, const std::vector<std::uint64_t>& weight
   Box rest = box;
   std::size_t next = 0;
   while (next < weights.size()) {
-    // A row along the shorter side takes pieces as long as that makes them squarer.
+    // A row along the shorter side takes more pieces while that makes them squarer.
     const double side = std::min(rest.width, rest.height);
     std::size_t end = next + 1;
     double sum = area(next);

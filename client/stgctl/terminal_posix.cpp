@@ -53,8 +53,8 @@ int width(Stream stream) {
 std::string read_line() {
   std::string line;
   while (!interrupt_seen.load()) {
-    // Never blocks in read() for long: a Ctrl-C between the check of the flag and the call would
-    // not end it.
+    // Calls read() only when there is input: a Ctrl-C between the check of the flag and read()
+    // would not end a read() that blocks.
     ::pollfd waiting = {STDIN_FILENO, POLLIN, 0};
     if (::poll(&waiting, 1, 100) <= 0) continue;
     char c = 0;
