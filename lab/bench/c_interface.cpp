@@ -143,7 +143,7 @@ class Calls {
     check(vu_read_whole(m_store, &m_document, &bytes, &size));
     vu_free(bytes);
   }
-  /// Reads a version by its path, because OpenRead() has additional conditions.
+  /// Reads a version by its path, because OpenRead() also applies the rules of the area.
   void whole_class() {
     std::string folder;
     std::string name;

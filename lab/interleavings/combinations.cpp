@@ -44,7 +44,7 @@ bool is_in(const Operation& operation, std::string_view area) { return operation
 bool can_meet(const Operation& a, const Operation& b) {
   if (a.does(kBegins) || b.does(kBegins)) return false;
   if (std::string_view(a.area) == b.area) return true;
-  // An owner's mails move with the owner; nothing else of another area does.
+  // In another area, only the owner's mails move with the owner.
   return (a.does(kMovesOwner) && is_in(b, "mail")) || (b.does(kMovesOwner) && is_in(a, "mail"));
 }
 

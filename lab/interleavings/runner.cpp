@@ -77,7 +77,7 @@ Runner::Run Runner::run(const Combination& combination, Scheduler& scheduler,
   return run;
 }
 
-/// The ends of all orders of the operations; with kills also of all orders without one of them.
+/// The ends of all orders of the operations; with kills also of all but one of them.
 std::vector<Outcome> Runner::orders_of(const Combination& combination, Kills kills,
                                        Participants participants) {
   std::vector<Outcome> orders;

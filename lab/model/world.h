@@ -106,7 +106,7 @@ class World {
 
   Tree tree;
   const Mutation mutation;
-  /// The traced errors; the caller clears them. "*" at the end stands for a text of the system.
+  /// The traced errors; the caller clears them. "*" at the end means any text of the system.
   std::vector<std::string> errors;
   /// Seconds; ages are relative to it.
   std::int64_t now = 0;

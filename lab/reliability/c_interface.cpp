@@ -307,7 +307,7 @@ std::string between(const Tree& before, const Tree& after, const Tree& now,
   return {};
 }
 
-/// Questions return results, and need not save what they adopt.
+/// Whether an operation only reads. It then need not save what it adopts.
 bool is_question(const std::string& operation) {
   for (const char* const beginning :
        {"vu_folder", "vu_exists", "vu_describe", "vu_file_path", "vu_read", "vu_latest", "vu_each",

@@ -104,7 +104,7 @@ class fake_components final : public vu_host::component_factory {
     const std::scoped_lock guard(m_mutex);
     return m_requests;
   }
-  /// The arguments of the library's checks whether recording is on.
+  /// The arguments of the calls by which the library checks whether recording is on.
   std::vector<std::tuple<int, int, int>> questions() const {
     const std::scoped_lock guard(m_mutex);
     return m_questions;

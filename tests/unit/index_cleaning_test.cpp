@@ -266,8 +266,8 @@ TEST(IndexAges, AreCountedInTheLow32BitsOfBothTimes) {
 #if !defined(_WIN32)
 // On Windows the file times come from the same clock as the current time.
 TEST(IndexAges, AreTakenByAClockThatDoesNotLagBehindTheTimesOfFiles) {
-  // Files get the exact time of the system. A clock that advances in ticks is a second behind just
-  // after a second begins. A file written at that moment would then be the oldest of all.
+  // Files get the exact time of the system. A clock that advances in ticks can still return the old
+  // second just after a new one begins. A file written then would count as the oldest of all.
   using std::chrono::milliseconds;
   using std::chrono::system_clock;
   std::int64_t most = 0;
