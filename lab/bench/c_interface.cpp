@@ -106,7 +106,7 @@ class Calls {
          }}};
     const auto found = all.find({call, way});
     if (found == all.end()) return nullptr;
-    // Opened before the calls are counted.
+    // The file is opened before the calls are counted.
     if (call == "read") way == "c" ? open(VU_READ_SERVED) : open_to_read(m_file);
     if (call == "write" || call == "text") way == "c" ? open(VU_WRITE_OVER) : open_to_write(m_file);
     return found->second;

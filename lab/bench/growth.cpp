@@ -169,7 +169,7 @@ void measure(Tree& tree, const std::vector<std::size_t>& sizes, std::ostream& da
   std::map<std::string, std::vector<std::pair<std::size_t, double>>> lines;
   for (const std::size_t size : sizes) {
     tree.grow_to(size);
-    // Otherwise the timed operations would also flush the new files of the tree.
+    // Flushes the new files of the tree, so that the timed operations need not.
     ::sync();
     bench::Choice choice(size);
     Times times;

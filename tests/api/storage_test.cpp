@@ -524,7 +524,7 @@ TEST_F(UserClient, RemovesADocumentWithItsLinesInCategoriesAndAttributes) {
   EXPECT_EQ(read_file(category), "other.kda=2\n");
   EXPECT_EQ(read_file(folder + "\\attribut.txt"), "other.kda=x\n");
 
-  // Again, and for an unknown owner: there is nothing to do, which is a success.
+  // A second removal, and one for an unknown owner, have nothing to do and succeed.
   EXPECT_TRUE(vu_storage::RemoveFile(vu_utf8string(owner), vu_utf8string("notes.kda"),
                                      STG::UserFilesRepository, 0));
   EXPECT_TRUE(vu_storage::RemoveFile(user("nobody"), "notes.kda", STG::UserFilesRepository, 0));

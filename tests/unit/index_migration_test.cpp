@@ -441,7 +441,7 @@ TEST_F(IndexMigration, NeverEndsTheHostWhenItsSavingFailsOnTheWayOut) {
   recording_sink sink;
   {
     std::unique_ptr<os::faults::Fault> broken;
-    // From the second entry's file on every open fails: neither the index nor the list is saved.
+    // Beginning with the second entry's file, every open fails. So index and list are not saved.
     const auto hook = os::faults::before(Call::copy, [&broken] {
       broken.reset(
           new os::faults::Fault(os::faults::fail(Call::open, kRefused, 2, Times::kLasting)));

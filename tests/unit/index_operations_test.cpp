@@ -166,7 +166,7 @@ TEST_F(IndexChanging, ComparesTimestampsIn32Bits) {
   folder.write("00000001");
   folder.set_index("a_2147483647/00000001\n");
   os::faults::reset();
-  // Equal even without clamping where `long` has 32 bits.
+  // Where `long` has 32 bits, the two timestamps are equal without clamping.
   STGIndex::rename(folder.path(), "a", 2147483647, "a", std::numeric_limits<long>::max());
   EXPECT_EQ(os::faults::calls(Call::any), 0U);
   EXPECT_EQ(folder.index(), "a_2147483647/00000001\n");

@@ -251,7 +251,7 @@ TEST(OsStat, TheRootIsAFolder) {
   EXPECT_TRUE(data.is_directory);
 }
 
-// The file layer traces depend on this code.
+// The traces of the file layer depend on this code.
 TEST(OsStat, WhateverIsMissingHasOneCode) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "");

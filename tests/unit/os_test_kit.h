@@ -14,7 +14,7 @@
 
 /// @file
 /// Helpers for the tests of the seam.
-// GoogleTest finds it through its namespace when it prints a value.
+// GoogleTest finds this operator through its namespace when it prints a value.
 namespace os {
 
 inline std::ostream& operator<<(std::ostream& out, os::Failure failure) {

@@ -51,7 +51,7 @@ TEST_F(Documents, WithoutANameAreNotOpened) {
   EXPECT_TRUE(list_folder(area("user")).empty());
   EXPECT_EQ(facade(trace_level::s),
             Texts{"strUserOrDomainName :jdoe , \t strEntry :  , \t timestamp : 0"});
-  // Also if the folder exists, and then without any system call.
+  // The result is the same if the folder exists, without any system call.
   store("x.kdc", kUser, 0, "abc");
   EXPECT_EQ(calls_of(faults::Call::any, [&] { EXPECT_EQ(fetch("", kUser, 0), "(closed)"); }), 0U);
 }

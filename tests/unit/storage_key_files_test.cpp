@@ -291,7 +291,7 @@ TEST_F(KeyFiles, ALineIsRemovedFromEveryCategoryFileInTheOrderOfTheirNames) {
   EXPECT_EQ(read_file(without), "t=5\n");
   EXPECT_EQ(read_file(other), "s=6\n");
 
-  // Each file that cannot be cut is traced, which shows the order.
+  // Each file that cannot be truncated is traced, which shows the order.
   sink.clear();
   const auto fault = os::faults::fail(Call::set_end, kRefused, 1, Times::kLasting);
   Peer::RemoveFromCategFiles(scratch.path(), "t=");

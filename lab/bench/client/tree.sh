@@ -13,7 +13,7 @@
 #   find -printf      find DIR -printf '%s %T@\n'
 #   stats             stgctl stats
 #
-# Prints the peak memory of each stgctl command, and at last runs snapshot.sh over the same tree. All files are in the
+# Prints the peak memory of each stgctl command. Then runs snapshot.sh over the same tree. All files are in the
 # system's cache.
 set -euo pipefail
 
