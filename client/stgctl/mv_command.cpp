@@ -217,8 +217,8 @@ struct Options {
   bool replace = false;
 };
 
-/// The bytes that a part of a pattern without stars takes from a text; nothing if it does not match
-/// there.
+/// How many bytes at the start of a text match a part of a pattern. The part has no stars. Returns
+/// nothing if it does not match.
 std::optional<std::size_t> width_of(std::string_view part, std::string_view text) {
   std::size_t at = 0;
   for (const char c : part) {

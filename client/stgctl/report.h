@@ -75,8 +75,9 @@ class ChangeReport {
   }
 
   /// Writes the totals. @param sums more fields of the JSON line. @param tail more text.
-  /// @return kInterrupted; after a lock timeout or failures kPartlyDone if an entry was changed,
-  /// otherwise kLockTimeout or kFailed; kNothingMatched without entries; kDone.
+  /// @return kInterrupted after Ctrl-C. After a lock timeout or a failure: kPartlyDone if an entry
+  /// was changed, otherwise kLockTimeout or kFailed. kNothingMatched without done or skipped
+  /// entries, otherwise kDone.
   Exit finish(const Json& sums = Json::object(), std::string_view tail = {});
 
  private:
