@@ -13,8 +13,8 @@
 ///
 /// The final tree and all results must be those of the operations one after the other, in some
 /// order. Otherwise each difference must belong to a story of docs/concurrency.md. No story excuses
-/// these: a change of another entry's bytes, an entry that no operation created, an index that is
-/// not whole, an operation that waits for itself.
+/// a change of another entry's bytes, or an entry that no operation created. The same is true for
+/// an index that is not whole, and for an operation that waits for itself.
 namespace interleavings {
 
 /// The end of a run.

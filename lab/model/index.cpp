@@ -313,7 +313,7 @@ std::uint32_t World::clean(const std::string& folder, std::uint32_t limit, Kept&
     if (stored.find('.') == std::string::npos) on_disk += extension_with_dot(logical_of(its_key));
     const Node* const node = tree.at(trimmed(folder + "\\" + on_disk));
     const std::int64_t time = node == nullptr ? 0 : node->time;
-    // A file from after the beginning of the clean is new.
+    // A file that was written after the beginning of the clean is new.
     const std::uint32_t age =
         time > now ? 0 : static_cast<std::uint32_t>(now) - static_cast<std::uint32_t>(time);
     // These times come from the machine's clock, which is years away from the model's.

@@ -279,7 +279,7 @@ bool cuts_first(const std::string& operation) {
   return false;
 }
 
-/// Checks a tree between two states: all of it is from one of them, and what both have is there.
+/// Checks a tree: everything in it is in one of two states, and what both contain is in it.
 std::string between(const Tree& before, const Tree& after, const Tree& now,
                     const std::string& operation) {
   const auto has = [](const Tree& tree, const std::string& path, const std::string& bytes) {

@@ -35,7 +35,7 @@ constexpr std::size_t kDepths = 3;
 /// Images per moment, by number of earlier interruptions: of the index alone, of the whole tree.
 constexpr std::array<std::size_t, kDepths> kOfIndex = {24, 8, 6};
 constexpr std::array<std::size_t, kDepths> kOfTree = {2, 1, 1};
-/// One in this many whole images is written to a real folder, and the library reads it.
+/// One of so many images of whole trees is written to a real folder, and the library reads it.
 constexpr std::uint64_t kAsked = 12;
 
 /// The injected defect of the save.

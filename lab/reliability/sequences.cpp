@@ -62,7 +62,7 @@ std::string in_one_spelling(std::string text) {
   return text;
 }
 
-/// Gives the files that a step wrote the time of the step, on both sides.
+/// Sets the time of all files that a step wrote to the time of the step, on both sides.
 void set_times(model::Node& node, const std::string& path, std::int64_t time) {
   for (auto& [name, child] : node.names) {
     const std::string inner = path + "\\" + name;

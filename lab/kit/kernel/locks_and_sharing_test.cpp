@@ -27,7 +27,7 @@ int hold_a_lock(const std::vector<std::string>& args) {
 }
 REGISTER_ROLE(hold_a_lock, hold_a_lock)
 
-/// Truncates a file and writes two matching bytes, again and again, under its lock.
+/// Truncates a file and writes two matching bytes, repeatedly, under its lock.
 int write_pairs(const std::vector<std::string>& args) {
   say("begins");
   for (int i = 0; i < 150; ++i) {
