@@ -25,7 +25,7 @@ struct Worked {
 class WorkPlan {
  public:
   /// @param digest of the applied plan: an unfinished plan with this digest is continued.
-  /// @param keep seconds until the quarantine expires.
+  /// @param keep seconds until the plan expires.
   WorkPlan(Context& context, std::string quarantine, std::string digest, std::int64_t keep);
 
   /// Whether this is a dry run, which has no plan.
