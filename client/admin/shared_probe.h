@@ -17,7 +17,7 @@ struct SharedCheck {
   std::string_view code;  ///< "locks-between-hosts"
   Holds holds = Holds::kNotTried;
   std::string detail;  ///< the result in words
-  std::string mend;    ///< the mount option or setting that helps; empty if the property holds
+  std::string mend;    ///< the mount option or setting that helps; empty unless `holds` is kNo
 };
 
 /// Checks with new files whether two hosts can use a storage tree in one folder.
