@@ -80,9 +80,9 @@ std::vector<Killed> killed_states(const std::string& old_bytes, const replacemen
   return states;
 }
 
-/// Some of the states that a power failure can leave within each stage. Each sector is old, from
-/// any write of the stage, or zero if the file did not have it. The size is the old or the new one.
-/// The last state is the truncated file.
+/// Some of the states that a power failure can leave within each stage. Each sector is old, or it
+/// has the bytes of any write of the stage, or it is zero if the file did not have it. The size is
+/// the old or the new one. The last state is the truncated file.
 std::vector<std::string> power_images(const std::string& old_bytes, const replacement::Plan& plan,
                                       std::mt19937& random, int images_of_a_stage) {
   constexpr std::size_t kSector = replacement::kSectorSize;
