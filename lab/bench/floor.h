@@ -42,7 +42,7 @@ void list(const std::string& folder, bare::NameMap& out, std::string_view extens
 void file_list(const std::string& folder, std::vector<std::string>& logical,
                std::vector<std::string>& physical);
 
-/// exists(), then a load with a check of all lines, number, file and save. @return the file name.
+/// Steps: exists(), load, check of all lines, new number, new file, save. @return the file name.
 std::string create(const std::string& folder, const std::string& logical, long timestamp);
 void remove(const std::string& folder, const std::string& logical, long timestamp);
 void rename(const std::string& folder, const std::string& old_logical, long old_timestamp,

@@ -56,7 +56,7 @@ class Stage {
 
 inline constexpr std::size_t kSizes[] = {100, 1000, 10000, 100000};
 
-// The contests of each source file, the small ones first.
+// The contests of each source file, small folders first.
 std::vector<Contest> index_questions(Stage& stage);
 std::vector<Contest> index_changes(Stage& stage);
 std::vector<Contest> arrivals(Stage& stage);
