@@ -28,7 +28,7 @@ void refuse_the_tree(Context& context, const std::string& folder) {
   }
   if (sys::join(folder, "").starts_with(sys::join(storage, "")))
     throw Failure(Exit::kRefused,
-                  "this folder is in the tree, which the trial must not change; name a folder "
+                  "this folder is in the tree, which the test must not change; name a folder "
                   "outside the tree");
 }
 
@@ -115,7 +115,7 @@ Diagnosis diagnose(Context& context, const Options& options) {
       sys::absolute(options.try_in.empty() ? admin::temporary_folder() : options.try_in);
   if (sys::join(folder, "").starts_with(sys::join(tree.storage, "")))
     throw Failure(Exit::kRefused,
-                  "this folder is in the tree, which the trial must not change; name a folder "
+                  "this folder is in the tree, which the test must not change; name a folder "
                   "outside the tree");
   found.trial = admin::try_locks(folder);
   found.trial_file_system = sys::file_system_of(folder).type;

@@ -194,21 +194,28 @@ Run declare(Arguments& app, What what) {
 }  // namespace
 
 void add_explain_commands(Commands& commands) {
-  const char* const details =
-      "Shows each step of the library's decision with its values, up to the first refusal.\n"
-      "The owner is --owner, or the empty name; the area is --area, or docs. If the\n"
-      "document is not served, it is looked up at other owners and timestamps, and the last\n"
-      "lines show the commands that get it. 'explain NAME' means 'explain read NAME'. The exit\n"
-      "code is 3 if the library would not do it.";
-  commands.push_back({"explain read", Group::kExplain, Effect::kLooks,
-                      "Explain why a document is served or not",
-                      [](Arguments& app) { return declare(app, What::kRead); }, details});
-  commands.push_back({"explain write", Group::kExplain, Effect::kLooks,
-                      "Explain what a write of a document would do",
-                      [](Arguments& app) { return declare(app, What::kWrite); }, details});
-  commands.push_back({"explain part", Group::kExplain, Effect::kLooks,
-                      "Explain why a sub-part is served, refreshed or regenerated",
-                      [](Arguments& app) { return declare(app, What::kPart); }, details});
+  commands.push_back(
+      {"explain read", Group::kExplain, Effect::kLooks, "Explain why a document is served or not",
+       [](Arguments& app) { return declare(app, What::kRead); },
+       "Shows each step of the library's decision with its values, up to the first refusal.\n"
+       "The owner is --owner, or the empty name; the area is --area, or docs. If the\n"
+       "document is not served, it is looked up at other owners and timestamps, and the last\n"
+       "lines show the commands that get it. 'explain NAME' means 'explain read NAME'. The exit\n"
+       "code is 3 if the library would not do it."});
+  commands.push_back(
+      {"explain write", Group::kExplain, Effect::kLooks,
+       "Explain what a write of a document would do",
+       [](Arguments& app) { return declare(app, What::kWrite); },
+       "Shows each step of the library's decision with its values, up to the first refusal.\n"
+       "The owner is --owner, or the empty name; the area is --area, or docs. Nothing is\n"
+       "written. The exit code is 3 if the library would not do it."});
+  commands.push_back(
+      {"explain part", Group::kExplain, Effect::kLooks,
+       "Explain why a sub-part is served, refreshed or regenerated",
+       [](Arguments& app) { return declare(app, What::kPart); },
+       "Shows each step of the library's decision with its values, up to the first refusal.\n"
+       "The owner is --owner. Only corporate documents have sub-parts. The exit code is 3 if\n"
+       "the library would not serve the sub-part."});
 }
 
 }  // namespace stgctl

@@ -198,20 +198,19 @@ Run declare_edit(Arguments& app, Change change, const char* schema, bool is_prof
 }  // namespace
 
 void add_key_commands(Commands& commands) {
-  const char* const details =
-      "The area is user unless --area names another one. Other lines of the file do not\n"
-      "change. If a key has several lines, the first gets the value and the others are\n"
-      "removed.";
   commands.push_back(
       {"keys set", Group::kChange, Effect::kChanges,
        "Set lines of a key file; create the file if it is missing",
        [](Arguments& app) { return declare_edit(app, Change::kSet, "stgctl.keys.set/1", false); },
-       details});
+       "The area is user unless --area names another one. Other lines of the file do not\n"
+       "change. If a key has several lines, the first gets the value and the others are\n"
+       "removed."});
   commands.push_back({"keys unset", Group::kChange, Effect::kChanges, "Remove lines of a key file",
                       [](Arguments& app) {
                         return declare_edit(app, Change::kUnset, "stgctl.keys.unset/1", false);
                       },
-                      details});
+                      "The area is user unless --area names another one. All lines of a key are\n"
+                      "removed. Other lines of the file do not change."});
   commands.push_back(
       {"profile set", Group::kChange, Effect::kChanges, "Set lines of an owner's profile",
        [](Arguments& app) { return declare_edit(app, Change::kSet, "stgctl.profile.set/1", true); },

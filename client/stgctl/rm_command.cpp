@@ -150,9 +150,9 @@ void add_rm_command(Commands& commands) {
   };
   commands.push_back(
       {"rm", Group::kChange, Effect::kChanges, "Remove documents with their sub-parts", declare,
-       "The area is docs unless --area names another one. The command also removes the lines\n"
-       "of the document in the category files of its folder, and in attribut.txt of the user\n"
-       "area."});
+       "The area is docs unless --area names another one. A name with several versions needs\n"
+       "--timestamp or --all-versions. The command also removes the lines of the document in\n"
+       "the category files of its folder, and in attribut.txt of the user area."});
 }
 
 }  // namespace stgctl

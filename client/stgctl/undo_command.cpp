@@ -155,15 +155,16 @@ void add_undo_commands(Commands& commands) {
   commands.push_back(
       {"undo", Group::kChange, Effect::kChanges, "Undo the repairs of the last plan",
        declare(run_undo, false),
-       "Brings back what 'repair' removed, last step first, until the quarantine expires.\n"
+       "Brings back what 'repair' removed, last step first, until the plan expires.\n"
        "Lines return beside newer ones. What cannot return stays in the quarantine. Run the\n"
        "command again to continue an interrupted undo."});
   commands.push_back({"quarantine list", Group::kChange, Effect::kLooks,
                       "List the plans in the quarantine", declare(run_list, false)});
-  commands.push_back({"quarantine expire", Group::kChange, Effect::kChanges,
-                      "Delete what undone and expired plans moved away", declare(run_expire, true),
-                      "'repair --apply --expire' does the same for expired plans. No other command "
-                      "deletes them."});
+  commands.push_back(
+      {"quarantine expire", Group::kChange, Effect::kChanges,
+       "Delete what undone and expired plans moved away", declare(run_expire, true),
+       "Only plans of this tree. 'repair --apply --expire' does the same for expired\n"
+       "plans. No other command deletes them."});
 }
 
 }  // namespace stgctl
