@@ -56,7 +56,7 @@ inline std::vector<std::pair<std::string, std::string>> index_lines(const std::s
     const std::size_t slash = text.find('/', start);
     const std::size_t end = text.find('\n', start);
     if (slash == std::string::npos || end == std::string::npos || slash > end) {
-      ADD_FAILURE() << "index.dat holds a line that is none: " << text.substr(start);
+      ADD_FAILURE() << "a line of index.dat is not a valid entry: " << text.substr(start);
       break;
     }
     lines.emplace_back(text.substr(start, slash - start), text.substr(slash + 1, end - slash - 1));
