@@ -12,11 +12,11 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
-# Programs and DLLs share one folder, because Windows first searches a DLL in the program's folder.
+# Programs and DLLs share one folder, because Windows searches for a DLL in the program's folder first.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
-# Relative search paths, so that the build tree can be moved. Installed programs have no search path.
+# Relative search paths, so that the build tree can be moved. Only stgctl has one after installation.
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
 # A sanitizer applies to every translation unit, including third-party code that is built here.
@@ -47,7 +47,7 @@ function(vu_own_code target)
       /wd5030 /wd4324)
     target_compile_definitions(${target} PRIVATE _CRT_SECURE_NO_WARNINGS)
   else()
-    # Clang's -Wconversion also reports changes of sign, GCC's does not. Make both equal.
+    # Clang's -Wconversion also reports changes of sign, GCC's does not. -Wno-sign-conversion makes both equal.
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -Werror
       $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>)
   endif()
@@ -60,7 +60,7 @@ function(vu_own_code target)
 endfunction()
 
 # The compiler that builds programs outside this project without further flags and can locate MinGW's runtime DLLs.
-# A toolchain file may name another one than CMAKE_CXX_COMPILER.
+# A toolchain file may name a compiler that differs from CMAKE_CXX_COMPILER.
 if(NOT VU_OUTSIDE_COMPILER)
   set(VU_OUTSIDE_COMPILER ${CMAKE_CXX_COMPILER})
 endif()

@@ -62,7 +62,7 @@ if(VU_BUILD_CLIENT)
   target_compile_definitions(vu_fmt INTERFACE FMT_HEADER_ONLY=1)
 endif()
 
-# Built from source where the system provides the source, so that it has the sanitizers and runtime of this build.
+# GoogleTest is built from the system's sources, if there are any, so that it has this build's sanitizers and runtime.
 set(VU_GTEST_SOURCE /usr/src/googletest CACHE PATH "GoogleTest's sources; an installed one otherwise")
 if(VU_BUILD_TESTS)
   add_library(vu_gtest INTERFACE)

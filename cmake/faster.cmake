@@ -28,8 +28,8 @@ if(UNIX AND NOT VU_SANITIZE AND NOT VU_COVERAGE)
   endforeach()
 endif()
 
-# Only native test programs have debugging information. Windows test programs also have no symbol names. Both would be
-# most of the file, and Wine would read them at each start.
+# Only native test programs have debugging information. Cross-built test programs have no symbol names either. The two
+# would be most of the file, and Wine would read them at each start.
 if(CMAKE_CROSSCOMPILING)
   set(vu_test_debug -g0)
   list(APPEND vu_quick_linker -s)
@@ -63,7 +63,7 @@ endfunction()
 function(vu_test_code target optimise)
   cmake_parse_arguments(PARSE_ARGV 2 arg "" "PRECOMPILED_BY" "PRECOMPILE")
   vu_own_code(${target})
-  # Object libraries and programs then have the same flags and can share a precompiled header.
+  # OFF: object libraries then have the same flags as programs, so both can share a precompiled header.
   set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
   if(NOT MSVC)
     target_compile_options(${target} PRIVATE ${optimise} ${vu_test_debug})

@@ -9,7 +9,7 @@ set(vu_test_folder ${PROJECT_BINARY_DIR}/test-runs)
 file(MAKE_DIRECTORY ${vu_test_folder})
 
 # Native cases of most programs create their folders in /dev/shm: on a disk they take twice as long. The programs
-# api_tests and multi_tests use the disk, and so do the reliability suites that kill processes or cut the power.
+# api_tests and multi_tests use the disk, and so do the reliability suites that kill processes.
 set(vu_test_memory)
 if(UNIX)
   execute_process(COMMAND test -d /dev/shm -a -w /dev/shm RESULT_VARIABLE vu_no_memory)
@@ -20,7 +20,7 @@ endif()
 
 # vu_test_program(<name> SOURCES <file...> LINK <target...> SHARDS <n> TIMEOUT <seconds per case> COST <n>
 #                 [LABELS <label...>] [ON_DISK])
-# SHARDS: choose a number with which no shard takes more than some seconds. COST: CTest starts the tests of the highest
+# SHARDS: choose a number with which no shard takes more than a few seconds. COST: CTest starts the tests of the highest
 # cost first, so that no long test runs alone at the end.
 function(vu_test_program name)
   cmake_parse_arguments(arg "ON_DISK" "SHARDS;TIMEOUT;COST" "SOURCES;LINK;LABELS" ${ARGN})

@@ -122,7 +122,7 @@ struct Volume {
 Volume volume_of(const std::filesystem::path& folder);
 
 /// @return a number that changes when a file below @p folder is created or removed, or changes its
-/// size or time. For an index also its bytes count.
+/// size or time. For an index, the number also depends on its bytes.
 std::uint64_t fingerprint(const std::filesystem::path& folder);
 
 // ---- the host ----------------------------------------------------------------------------------
@@ -186,8 +186,8 @@ struct Collection {
 std::vector<std::string> default_sources();
 
 /// Chooses up to @p max_files files below @p folders. The choice is spread over folders, sizes and
-/// kinds of names (with blanks, several dots, beyond ASCII, without extension). The same folders
-/// give the same choice.
+/// kinds of names (with blanks, several dots, beyond ASCII, without extension). The choice is the
+/// same for the same folders.
 /// @param beyond_ascii whether names beyond ASCII may be chosen.
 Collection collect(const std::vector<std::string>& folders, std::size_t max_files,
                    bool beyond_ascii);

@@ -40,7 +40,7 @@ class Planner {
     Document document{};
     for (std::size_t i = 0; i < m_demo.sources.files.size(); ++i) {
       const SourceFile& file = m_demo.sources.files[i];
-      // The last three of five files are versions of one document.
+      // Of each five files, the last three are versions of one document.
       if (i % 5 < 3) document = new_document(file);
       add(document, file);
     }
@@ -158,7 +158,7 @@ bool open_version(vu_storage& storage, vu_file& file, const Version& version) {
   try {
     file.open(folder, physical, vu_file_base::o_read);
   } catch (const vu_file_except&) {
-    // Removed or unreadable: the file is not open.
+    // The file was removed or is unreadable, so it is not open.
   }
   return file.is_open();
 }

@@ -13,7 +13,8 @@ class Host final : public vu_host::trace_sink, public vu_host::configuration {
  public:
   explicit Host(std::string folder) : m_folder(std::move(folder)) {}
 
-  // Only warnings and errors. For other records the library does not even build the text.
+  // Returns false because only warnings and errors are wanted. The library then does not even build
+  // the text of other records.
   bool wants(vu_host::trace_level) const noexcept override { return false; }
   bool wants(vu_host::trace_event event) const noexcept override {
     return event != vu_host::trace_event::success;

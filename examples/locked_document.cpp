@@ -15,7 +15,7 @@ enum class opened { yes, locked, missing };
 opened open_at_once(vu_file& file, const std::string& folder, const std::string& name) {
   file = vu_file(folder, name);
   bool refused = false;
-  // Also true when the lock is refused. The file is then open, but must not be read.
+  // try_open() also returns true when the lock is refused: the file is open, but must not be read.
   if (!file.try_open(vu_file::o_read, refused, true)) return opened::missing;
   if (refused) file.close();
   return refused ? opened::locked : opened::yes;
@@ -29,8 +29,8 @@ opened open_in_time(vu_file& file, const std::string& name, long timestamp) {
   if (!vu_storage::createUserOrDomainNameDirectory("anna", name, kType, folder, false))
     return opened::missing;
   for (;;) {
-    // IsFileExist() waits for a writer of the index, so test the lock first. A writer that comes
-    // between the two calls is still waited for; vu_settings::wait_ms limits that as well.
+    // IsFileExist() waits for a writer of the index, so test the lock first. It still waits for a
+    // writer that locks the index after this test; vu_settings::wait_ms limits that wait as well.
     vu_file index;
     opened result = open_at_once(index, folder, "index.dat");
     if (result == opened::yes) index.close();

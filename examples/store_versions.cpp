@@ -18,8 +18,8 @@ bool store(const std::string& owner, const std::string& name, long version,
   if (!file.is_open()) return false;
   // file.write() returns the number of written bytes; vu_storage::Write() only traces a failure.
   const bool complete = file.write(text) == static_cast<int>(text.size());
-  // Close() only traces when the text did not reach the device. A program that needs to know it
-  // installs a trace sink for errors.
+  // If the text did not reach the device, Close() only traces the failure. A program that needs to
+  // know this installs a trace sink for errors.
   storage.Close(file);
   return complete;
 }

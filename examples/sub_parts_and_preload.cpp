@@ -35,7 +35,7 @@ std::string serve_part() {
     storage.Close(file);
     return text;
   }
-  // Missing, or older than its document: generate it and store it for the next request.
+  // The sub-part is missing, or older than its document: generate and store it for later requests.
   text = "<p>generated from " + document + "</p>\n";
   return write_part("html@page", text) ? text : "";
 }

@@ -34,7 +34,7 @@ stage() {
   (cd "$work" && zip -q -X -r "$name.zip" "$name") || die "cannot create $work/$name.zip: see above"
 }
 
-# In a folder with a difficult name: blanks and letters beyond ASCII.
+# Runs the kit in a folder with a difficult name: blanks and letters beyond ASCII.
 try_it() {
   say "running the kit under Wine (several minutes)"
   local where="$work/try/Käthes Ordner, mit Leerzeichen (2)"

@@ -102,7 +102,7 @@ snapshot() {
   local key
   (cd "$prefix/drive_c" && find . -path ./windows/temp -prune -o -path './users/*/Temp' -prune -o -print | sort)
   for key in 'HKCU\Software' 'HKLM\Software' "$environment_of_user" "$environment_of_machine"; do
-    # Without the values that Wine itself writes.
+    # Omits the values that Wine itself writes.
     in_wine reg query "$key" /s /reg:64 2>/dev/null | tr -d '\r' | grep -v -i -e 'RunMRU' -e 'Explorer' -e 'Software\\Wine' -e '^$'
   done
 }

@@ -9,7 +9,7 @@ import struct
 import sys
 
 # DLLs that Windows always loads from the system folder ("KnownDLLs"; COMCTL32 by the manifest), and DLLs that only the
-# system folder contains, which Windows searches before the current folder.
+# system folder contains. Windows searches the system folder before the current folder.
 OF_WINDOWS = {"advapi32.dll", "comctl32.dll", "gdi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "shell32.dll",
               "user32.dll", "ws2_32.dll", "iphlpapi.dll"}
 PROTECTED = {0x20: "random 64-bit addresses (HIGH_ENTROPY_VA)", 0x40: "random addresses (DYNAMIC_BASE)",

@@ -40,7 +40,7 @@ echo "| instructions of one call | exported class | C interface | ratio | limit 
 echo "|---|--:|--:|--:|--:|"
 dear=
 for call in exists served over put read write text whole list latest; do
-  # A handle and a status cost about 200 instructions; a call that only writes a short text costs little more.
+  # A handle and a status cost about 200 instructions, which is much for the call "text": it only writes a short text.
   case $call in text) limit=1.70 ;; *) limit=1.05 ;; esac
   class=$(count "$programs/storage_c_interface" "$call" class "$work/c-root")
   c=$(count "$programs/storage_c_interface" "$call" c "$work/c-root")

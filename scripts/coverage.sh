@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Runs the tests of build/linux-coverage and measures the coverage of file/, index/ and storage/. Writes a page per
-# source to build/coverage and prints a line per room. Fails when the coverage is below the required minimum.
+# source to build/coverage and prints a line per folder. Fails when the coverage is below the required minimum.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 cd "$ROOT"
 
@@ -11,7 +11,7 @@ least_branches=92
 
 rm -rf "$site"
 mkdir -p "$site/raw"
-# One file per program; all processes of the program add to it. A killed process adds nothing.
+# %4m: at most four files per program; all its processes add to them. A killed process adds nothing.
 export LLVM_PROFILE_FILE=$site/raw/%4m.profraw
 say "running the tests"
 quietly "$site/tests.log" "running the tests" ctest --preset linux-coverage --parallel "$JOBS" \
@@ -30,7 +30,7 @@ llvm-cov show "${common[@]}" -format=html -output-dir="$site" -show-branches=cou
 llvm-cov report "${common[@]}" >"$site/report.txt" 2>"$site/report.log" ||
   die "llvm-cov cannot write the totals: see $site/report.log"
 
-# Columns of a source's row: 8 lines, 9 missed lines, 11 branches, 12 missed branches.
+# Columns of a source's row in the report: 8 lines, 9 missed lines, 11 branches, 12 missed branches.
 verdict=0
 tell() {
   awk -v rooms="$1" -v least_l=$least_lines -v least_b=$least_branches '

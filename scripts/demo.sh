@@ -24,7 +24,7 @@ run_windows() {
 
 demo_linux() { run_native --root "$BUILD/demo/linux" --fresh --max-files "$native_files"; }
 
-# The native program uses these source folders by default.
+# The native program uses the same source folders by default.
 demo_windows() {
   local folder
   local -a sources=()

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Checks that the documentation is true:
 #
-#   scripts/docs-check.sh quick <folder of stgctl>     transcripts, manual pages, the program in README.md
+#   scripts/docs-check.sh quick <folder of stgctl>     transcripts, stgctl.1, the program in README.md
 #   scripts/docs-check.sh commands [GUIDE.md...]       runs the commands of the guides
 #
 # Commands are the lines of fences marked "sh", and of plain fences in which every line is a ./dev command. All
@@ -52,7 +52,7 @@ commands_of() {
     inside { if ($0 ~ /[^ ]/) { lines[++n] = $0; if ($0 !~ /^\.\/dev /) all_dev = 0 } }' "$1"
 }
 
-# Prints the form in which a command runs here. Prints nothing when it does not run; the reason goes to stderr.
+# Prints the command to run for a command of a guide. Prints nothing if it must not run; the reason goes to stderr.
 within_budget() {
   local line=${1%%  #*}
   case $line in

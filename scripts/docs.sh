@@ -8,7 +8,7 @@ site=${1:-$BUILD/docs}
 version=$(sed -n 's/^project(vu_storage VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 [ -n "$version" ] || die "CMakeLists.txt has no version: it needs a line 'project(vu_storage VERSION ...)'"
 
-# Only a folder that this script created is removed.
+# Removes only a folder that is empty or that this script created.
 [ ! -e "$site" ] || [ -f "$site/doxygen.css" ] || [ -z "$(ls -A "$site")" ] ||
   die "$site contains files of others: name an empty or a new folder"
 rm -rf "$site"

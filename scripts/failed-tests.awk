@@ -1,4 +1,4 @@
-# Reads CTest's output of a failed run and prints three lines: the failed tests, and where and why the first failed.
+# Reads CTest's output of a failed run. Prints two or three lines: the failed tests, and where and why the first failed.
 BEGIN { most = 8 }
 { sub(/\r$/, "") }
 
@@ -15,7 +15,7 @@ BEGIN { most = 8 }
 }
 /^ +Start +[0-9]+: / { inside = 0; next }
 /^[0-9]+% tests passed/ { inside = 0; failed = $4; all = $NF; next }
-# The list of skipped tests comes before; it is discarded.
+# CTest prints the list of skipped tests before this list; it is discarded.
 /^The following tests FAILED/ { named = 0; names = "" }
 /^\t *[0-9]+ - / {
   if (++named <= most) names = names (named > 1 ? ", " : "") $3

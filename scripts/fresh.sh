@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # Runs the two commands of the README as a new user on a new machine:
 #
-#   scripts/fresh.sh <bookworm|trixie> <demo|test>...
+#   scripts/fresh.sh <bookworm|trixie> [demo|test]...     without a command: both
 #
-# Creates a minimal Debian below build/fresh, with a user that may use sudo and a clone of the last commit.
-# Its mounts and processes are in separate namespaces, so they end with this script, even when it is killed.
+# Creates a minimal Debian below build/fresh, with a user that may use sudo and a clone of the last commit. The folder
+# remains until the next run. The mounts and processes are in namespaces: they end with this script, even if it is killed.
 # It uses the machine's network, package sources and proxy. Needs root or sudo.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
@@ -12,7 +12,7 @@ readonly user=maria
 
 # ---- inside: start of the machine -----------------------------------------------------------------
 
-# Mounts the file systems of a machine, makes the folder the root of all, and runs the command as the user.
+# Mounts the file systems of a machine, makes <root> the root folder, and runs the command as the user.
 # boot <root> <command...>
 boot() {
   local root=$1

@@ -1,5 +1,5 @@
 # Functions of ./dev and the scripts; sourced, never run.
-# Sets ROOT (the project's folder), BUILD (the folder of all results), DEPS and JOBS.
+# Sets ROOT (the project's folder), BUILD (results), DEPS (prepared dependencies) and JOBS (parallel jobs).
 
 set -euo pipefail
 

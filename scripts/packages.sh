@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs the Debian packages of a set that are missing: scripts/packages.sh <set...>
+# Installs the missing Debian packages of the sets with apt-get, as root or through sudo: scripts/packages.sh <set...>
 # Sets: native (build and test for Linux), windows (cross-build for Windows, Wine), windows-clang (Clang for
 # Windows), windows-ucrt (compilers for the runtime of Windows 10), bench (benchmarks), docs (the site of reference
 # and guides), package (packages for Debian and Windows), report (a browser for the client's report), coverage,
@@ -9,7 +9,7 @@
 
 # Header-only libraries; scripts/stage-headers.sh copies them for the Windows build.
 client=(libcli11-dev nlohmann-json3-dev libfmt-dev libxxhash-dev)
-# For tests of the C interface: another standard library, Python, the stored ABI.
+# For tests of the C interface: with another standard library, from Python, and of its ABI.
 borders=(libc++-dev libc++abi-dev python3 python3-pytest abigail-tools)
 # clang: checks of the exported headers, and programs of another compiler. e2fsprogs and xfsprogs: file systems for
 # the suites that simulate a power failure.
@@ -24,7 +24,7 @@ bench=(libbenchmark-dev libsqlite3-dev liblmdb-dev valgrind gnuplot-nox)
 docs=(doxygen python3)
 # openssl and osslsigncode: to test signing with a temporary certificate.
 package=(debhelper dpkg-dev lintian mmdebstrap nsis zip unzip openssl osslsigncode)
-# The package's service is not used; lab/volume/shared.sh starts a separate daemon.
+# The service of glusterfs-server is not used; lab/volume/shared.sh starts a separate daemon.
 shared=(glusterfs-server glusterfs-client iproute2)
 report=(chromium fonts-dejavu-core)
 coverage=(clang llvm)

@@ -40,7 +40,7 @@ session() {
         printf '%s\n' "$line"
         line=${line#'$ '}
         ran=$((ran + 1))
-        # Not in a subshell: a command may set variables for the next ones. $? is the exit code of the last command.
+        # Not in a subshell: a command may set variables for the next ones. $? is the exit code of the previous command.
         set +e
         (exit "$code")
         eval "${line//\/data/$folder/data}" >"$folder/output" 2>&1 </dev/null

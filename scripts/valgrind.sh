@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 # Runs the unit and api tests of build/linux under valgrind's memcheck: scripts/valgrind.sh [GoogleTest filter]
-# Fails when memory leaks, or is read before it is written or after it is freed.
+# Fails when a test fails, memory leaks, or a test accesses memory that is invalid or has no value yet.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 cd "$ROOT"
 
 log=$BUILD/valgrind
 rm -rf "$log"
 mkdir -p "$log"
-# Excluded: tests whose threads wait for each other's file locks, because valgrind runs one thread at a time, also
-# during a waiting system call; tests that replace system calls (seccomp) or the allocator.
+# Excluded: tests whose threads wait for each other's file locks. Valgrind runs one thread at a time, even while that
+# thread waits in a system call. Also excluded: tests that replace system calls (seccomp) or the allocator.
 without='*Wait*:*Threads*:*OsLinux*:Heap.*'
 verdict=0
 # Seconds; much longer than the slowest test takes under valgrind.
