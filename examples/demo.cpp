@@ -239,7 +239,7 @@ void Host::event(const vu_host::trace_site& site, vu_host::trace_event event,
     const std::scoped_lock lock(m_mutex);
     m_errors.emplace_back(text);
   } catch (...) {
-    // A sink must not throw. check_errors() then counts too few errors, so the run fails.
+    // A sink must not throw. check_errors() notices that an error is missing, so the run fails.
   }
 }
 

@@ -21,7 +21,7 @@
 #include "vu_storage.h"
 
 /// @file
-/// The demo: what its steps share, and the steps.
+/// The steps of the demo, and what they share.
 namespace demo {
 
 /// The reason why the program does not start: one line with the cause and the remedy.

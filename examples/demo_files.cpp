@@ -126,7 +126,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::uint64_t kLargest = 8U << 20U;
-// The total size is limited to this mean size, so that a run with few files remains small.
+// The total size is at most this number times --max-files, so a run with few files remains small.
 constexpr std::uint64_t kBytesPerFile = 160U << 10U;
 constexpr std::size_t kDeepest = 8;
 constexpr std::size_t kLongestName = 120;

@@ -21,7 +21,8 @@ opened open_at_once(vu_file& file, const std::string& folder, const std::string&
   return refused ? opened::locked : opened::yes;
 }
 
-// Opens a document of anna for reading, or gives up after 200 ms. OpenRead() has no time limit.
+// Opens a document of anna for reading, or gives up after 200 ms. OpenRead() has no argument
+// for a time limit.
 opened open_in_time(vu_file& file, const std::string& name, long timestamp) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
   constexpr auto kType = STG::CorporateRepository;

@@ -17,7 +17,7 @@ make_packages() {
   local source=$work/build/vu-storage-$version
   rm -rf "$work/build" "$packages"
   mkdir -p "$source" "$packages"
-  # Tracked files and new files that git does not ignore; no build results.
+  # Copies tracked files, and new files that git does not ignore; no build results.
   git ls-files -z --cached --others --exclude-standard | tar -c --null -T - | tar -x -C "$source"
   cp -r packaging/debian "$source/debian"
   say "building the Debian packages (some minutes)"

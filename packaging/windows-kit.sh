@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Creates the kit for a real Windows, one ZIP with the library, all test programs and their runner, and tests it under
-# Wine: packaging/windows-kit.sh. The results are below build/package/kit.
+# Creates the kit for a real Windows and tests it under Wine: packaging/windows-kit.sh. The kit is one ZIP with the
+# library, all test programs and their runner. The results are below build/package/kit.
 . "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
 cd "$ROOT"
 

@@ -2,7 +2,7 @@
 # Checks commit messages. The subject is "area: what changed", at most 72 characters. The body says why; its lines have
 # at most 100 characters. Merge commits, and subjects with "Merge ", "Revert ", "fixup! " or "squash! ", always pass.
 #
-#   scripts/check-commits.sh                   the commits that the upstream branch lacks; without one, the last commit
+#   scripts/check-commits.sh                   the commits that the upstream branch lacks; if none is set, the last one
 #   scripts/check-commits.sh RANGE             the commits of a range, such as main..topic
 #   scripts/check-commits.sh --message FILE    one message; the hook of "./dev setup hook" runs this
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"

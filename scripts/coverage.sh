@@ -11,7 +11,7 @@ least_branches=92
 
 rm -rf "$site"
 mkdir -p "$site/raw"
-# %4m: at most four files per program; all its processes add to them. A killed process adds nothing.
+# %4m: at most four files for each program and library; all processes add to them. A killed process adds nothing.
 export LLVM_PROFILE_FILE=$site/raw/%4m.profraw
 say "running the tests"
 quietly "$site/tests.log" "running the tests" ctest --preset linux-coverage --parallel "$JOBS" \
