@@ -13,8 +13,7 @@ class Host final : public vu_host::trace_sink, public vu_host::configuration {
  public:
   explicit Host(std::string folder) : m_folder(std::move(folder)) {}
 
-  // Returns false because only warnings and errors are wanted. The library then does not even build
-  // the text of other records.
+  // Only warnings and errors are wanted. The library does not even build the text of other records.
   bool wants(vu_host::trace_level) const noexcept override { return false; }
   bool wants(vu_host::trace_event event) const noexcept override {
     return event != vu_host::trace_event::success;

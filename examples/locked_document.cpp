@@ -21,8 +21,7 @@ opened open_at_once(vu_file& file, const std::string& folder, const std::string&
   return refused ? opened::locked : opened::yes;
 }
 
-// Opens a document of anna for reading, or gives up after 200 ms. OpenRead() has no argument
-// for a time limit.
+// Opens a document of anna for reading, or gives up after 200 ms. OpenRead() has no limit.
 opened open_in_time(vu_file& file, const std::string& name, long timestamp) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
   constexpr auto kType = STG::CorporateRepository;
@@ -31,7 +30,7 @@ opened open_in_time(vu_file& file, const std::string& name, long timestamp) {
     return opened::missing;
   for (;;) {
     // IsFileExist() waits for a writer of the index, so test the lock first. It still waits for a
-    // writer that locks the index after this test; vu_settings::wait_ms limits that wait as well.
+    // writer that locks the index after this test; in the C interface vu_settings::wait_ms limits it.
     vu_file index;
     opened result = open_at_once(index, folder, "index.dat");
     if (result == opened::yes) index.close();

@@ -2,8 +2,7 @@
 # Moves a tree from one platform to the other and back: scripts/moving.sh [FROM] [TO]
 #
 # FROM and TO are linux or windows; the defaults are linux and windows. Platform FROM creates and exports a tree.
-# Platform TO imports, compares and exports it. Both manifests must be equal byte for byte. Then platform FROM compares
-# its tree with the second export.
+# Platform TO imports, compares and exports it; FROM compares that export. Both manifests must be equal byte for byte.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 from=${1:-linux}
