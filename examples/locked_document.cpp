@@ -30,7 +30,7 @@ opened open_in_time(vu_file& file, const std::string& name, long timestamp) {
     return opened::missing;
   for (;;) {
     // IsFileExist() waits for a writer of the index, so test the lock first. It still waits for a
-    // writer that locks the index after this test; in the C interface vu_settings::wait_ms limits it.
+    // writer that locks the index after this test. (C interface: vu_settings::wait_ms limits it.)
     vu_file index;
     opened result = open_at_once(index, folder, "index.dat");
     if (result == opened::yes) index.close();
