@@ -44,6 +44,14 @@ void* operator new(std::size_t size) {
   taken(memory);
   return memory;
 }
+// std::stable_sort uses this form. That of AddressSanitizer does not call the operator above.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  try {
+    return operator new(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 void operator delete(void* memory) noexcept {
   given_back(memory);
   std::free(memory);
