@@ -1,4 +1,3 @@
-#include <memory>
 
 #include "client/stgctl/look.h"
 #include "client/stgctl/text.h"
@@ -23,7 +22,8 @@ FoundEntry only_one(const std::vector<FoundEntry>& all, const EntryOptions& opti
   return all.front();
 }
 
-Exit run_cat(Context& context, const EntryOptions& options) {
+Exit run_cat(Context& context, EntryOptions& options) {
+  options.take_apart(context);
   if (context.out().json()) throw Failure(Exit::kUsage, "cat has no JSON output; omit --json");
   admin::EntryFailures failures;
   const std::vector<FoundEntry> all = versions_of(context, options, failures);
@@ -44,18 +44,10 @@ Exit run_cat(Context& context, const EntryOptions& options) {
 
 }  // namespace
 
-void add_cat_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<EntryOptions>();
-    declare_entry(app, *options, "The logical name");
-    return [options](Context& context) {
-      return run_cat(context, taken_apart(context, *options, Paths::kRefused));
-    };
-  };
-  commands.push_back(
-      {"cat", Group::kLook, Effect::kLooks, "Write a document to the standard output", declare,
-       "Reads under a shared lock, so it never sees a half-written document. The name must\n"
-       "lead to exactly one version."});
+Commands cat_command() {
+  return {{"cat", Group::kLook, Effect::kLooks, "Write a document to the standard output", run_cat,
+           "Reads under a shared lock, so it never sees a half-written document. The name must\n"
+           "lead to exactly one version."}};
 }
 
 }  // namespace stgctl

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -336,13 +335,18 @@ using admin::FindingKind;
 using admin::Severity;
 
 struct Options {
-  bool quick = false;
-  bool full = false;
-  bool strict = false;
-  bool no_lock = false;
-  bool codes = false;
-  bool all = false;
-  std::size_t path_limit = admin::sys::kPathLimit;
+  Arguments app;
+  Flag quick{app, "--quick", "Check only names and indexes, not files"};
+  Flag full{app,
+            "--full",
+            "Also check sizes, times, key files and sub-parts (the default)",
+            {excludes("--quick")}};
+  Flag strict{app, "--strict", "Treat findings of the severity info as problems"};
+  NumberOption path_limit{app, "--path-limit", "BYTES", "The longest path that programs can use",
+                          admin::sys::kPathLimit};
+  Flag all{app, "--all", "Print every finding, not only ten of a kind in a folder"};
+  Flag codes{app, "--codes", "List the findings that exist, with meanings and remedies"};
+  NoLock no_lock{app};
 };
 
 Exit show_codes(Context& context) {
@@ -391,34 +395,16 @@ Exit run_check(Context& context, const Options& options) {
   return problems == 0 ? Exit::kDone : Exit::kProblemsFound;
 }
 
-Run declare(Arguments& app) {
-  auto options = std::make_shared<Options>();
-  const Argument quick =
-      app.add_flag("--quick", options->quick, "Check only names and indexes, not files");
-  app.add_flag("--full", options->full,
-               "Also check sizes, times, key files and sub-parts (the default)")
-      .excludes(quick);
-  app.add_flag("--strict", options->strict, "Treat findings of the severity info as problems");
-  app.add_option("--path-limit", options->path_limit, "The longest path that programs can use")
-      .type_name("BYTES");
-  app.add_flag("--all", options->all, "Print every finding, not only ten of a kind in a folder");
-  app.add_flag("--codes", options->codes,
-               "List the findings that exist, with meanings and remedies");
-  add_no_lock(app, options->no_lock);
-  return [options](Context& context) { return run_check(context, *options); };
-}
-
 }  // namespace
 
-void add_check_command(Commands& commands) {
-  commands.push_back(
-      {"check", Group::kCheck, Effect::kLooks, "Find problems in a tree, without changing it",
-       declare,
-       "Each finding has a stable code and a severity. The exit code is 4 if there is an\n"
-       "error or a warning, with --strict also for an info. The last lines show the totals,\n"
-       "how many documents cannot be read, and the next command to run. The check tests\n"
-       "whether indexes, counters and folders are writable, so run it as the user of the\n"
-       "programs. --area and --owner limit it."});
+Commands check_command() {
+  return {{"check", Group::kCheck, Effect::kLooks, "Find problems in a tree, without changing it",
+           run_check,
+           "Each finding has a stable code and a severity. The exit code is 4 if there is an\n"
+           "error or a warning, with --strict also for an info. The last lines show the totals,\n"
+           "how many documents cannot be read, and the next command to run. The check tests\n"
+           "whether indexes, counters and folders are writable, so run it as the user of the\n"
+           "programs. --area and --owner limit it."}};
 }
 
 }  // namespace stgctl

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <chrono>
 #include <deque>
-#include <memory>
 #include <span>
 
 #include "client/stgctl/command.h"
@@ -18,11 +17,24 @@ namespace sys = admin::sys;
 namespace {
 
 struct Options {
-  std::string older_than;
-  std::string by = "mtime";
-  std::string max_size;
-  bool what_if = false;
-  std::string target_size;
+  Arguments app;
+  TextOption older_than{app, "--older-than", kAge, "The age limit: 90s, 15m, 12h, 30d, 4w, 1y"};
+  TextOption by{app,
+                "--by",
+                "WORD",
+                "Which time decides: that of the last change, or of the last access",
+                {initially("mtime"), one_of({"mtime", "atime"})}};
+  TextOption max_size{app, "--max-size", kSize,
+                      "Then remove the oldest until the rest is at most this large: 500M, 20G"};
+  Flag what_if{app,
+               "--what-if",
+               "Remove nothing: show what each age limit would free, for every owner",
+               {excludes("--older-than"), excludes("--max-size")}};
+  TextOption target_size{app,
+                         "--target-size",
+                         kSize,
+                         "With --what-if: find the age limit that reduces the size to this",
+                         {needs("--what-if")}};
 };
 
 std::int64_t seconds_now() {
@@ -261,45 +273,13 @@ Exit run_clean(Context& context, const Options& options) {
 
 }  // namespace
 
-void add_clean_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<Options>();
-    const Argument age = app.add_option("--older-than", options->older_than,
-                                        "The age limit: 90s, 15m, 12h, 30d, 4w, 1y")
-                             .type_name("AGE")
-                             .check(is_age);
-    app.add_option("--by", options->by,
-                   "Which time decides: that of the last change, or of the last access")
-        .type_name("WORD")
-        .one_of({"mtime", "atime"});
-    const auto is_size = [](const std::string& text) {
-      return parse_size(text) ? std::string()
-                              : "'" + text + "' is not a size; use 500M, 20G or a number";
-    };
-    const Argument size =
-        app.add_option("--max-size", options->max_size,
-                       "Then remove the oldest until the rest is at most this large: 500M, 20G")
-            .type_name("SIZE")
-            .check(is_size);
-    const Argument what_if =
-        app.add_flag("--what-if", options->what_if,
-                     "Remove nothing: show what each age limit would free, for every owner")
-            .excludes(age)
-            .excludes(size);
-    app.add_option("--target-size", options->target_size,
-                   "With --what-if: find the age limit that reduces the size to this")
-        .type_name("SIZE")
-        .check(is_size)
-        .needs(what_if);
-    return [options](Context& context) { return run_clean(context, *options); };
-  };
-  commands.push_back(
-      {"clean", Group::kChange, Effect::kChanges,
-       "Remove documents that were not used for a long time", declare,
-       "Removes versions of the area docs, or of --area, with their sub-parts. --dry-run\n"
-       "lists exactly what would be removed. Orphans stay, unlike in the library's own\n"
-       "sweep, and key lines stay too. A file system mounted with noatime or relatime does\n"
-       "not record the time of every access."});
+Commands clean_command() {
+  return {{"clean", Group::kChange, Effect::kChanges,
+           "Remove documents that were not used for a long time", run_clean,
+           "Removes versions of the area docs, or of --area, with their sub-parts. --dry-run\n"
+           "lists exactly what would be removed. Orphans stay, unlike in the library's own\n"
+           "sweep, and key lines stay too. A file system mounted with noatime or relatime does\n"
+           "not record the time of every access."}};
 }
 
 }  // namespace stgctl

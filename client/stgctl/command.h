@@ -2,11 +2,15 @@
 
 #include <cstddef>
 #include <functional>
+#include <initializer_list>
+#include <memory>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "client/stgctl/exit_codes.h"
+#include "client/stgctl/text.h"
 
 /// @file
 /// How a command declares its part of the command line. Only command_line.cpp includes the parser
@@ -18,44 +22,97 @@ class Option;
 
 namespace stgctl {
 
-/// Empty if a value is good, otherwise an error text.
-using Check = std::function<std::string(const std::string&)>;
+/// What a value on the command line is.
+struct Type {
+  /// Returns an empty text if a value is good, otherwise an error text.
+  using Check = std::string (*)(const std::string& value);
 
-/// A declared option, flag or positional. Each call changes it.
-class Argument {
- public:
-  explicit Argument(CLI::Option& option) noexcept : m_option(&option) {}
+  constexpr Type(const char* word, Check is_good = nullptr) noexcept : name(word), check(is_good) {}
 
-  /// The name of the value in the help.
-  Argument type_name(const char* name) const;
-  Argument required() const;
-  Argument check(const Check& what) const;
-  Argument one_of(const std::vector<std::string>& values) const;
-  /// Not allowed together with the other one.
-  Argument excludes(Argument other) const;
-  Argument excludes(const char* other) const;
-  /// Not allowed without the other one.
-  Argument needs(Argument other) const;
-
- private:
-  CLI::Option* m_option;
+  const char* name;  ///< in the help: "STAMP"
+  Check check;
 };
+inline constexpr Type kAge{"AGE", is_age};
+inline constexpr Type kSize{"SIZE", is_size};
+inline constexpr Type kStamp{"STAMP", is_stamp};
 
-/// A command's part of the command line. The parser sets the values before the command runs, so
-/// they must live until its end. A value that is not given does not change.
+/// What else holds for an option.
+struct Rule {
+  enum class Kind { kRequired, kInitially, kOneOf, kExcludes, kNeeds };
+  Kind kind;
+  std::vector<std::string> words = {};
+};
+using Rules = std::initializer_list<Rule>;
+inline const Rule kRequired = {Rule::Kind::kRequired};
+/// The value if none is given.
+inline Rule initially(const char* value) { return {Rule::Kind::kInitially, {value}}; }
+inline Rule one_of(std::vector<std::string> values) {
+  return {Rule::Kind::kOneOf, std::move(values)};
+}
+/// Not allowed together with another option, which is declared before.
+inline Rule excludes(const char* other) { return {Rule::Kind::kExcludes, {other}}; }
+/// Not allowed without another option, which is declared before.
+inline Rule needs(const char* other) { return {Rule::Kind::kNeeds, {other}}; }
+
+/// A command's part of the command line.
 class Arguments {
  public:
-  explicit Arguments(CLI::App& app) noexcept : m_app(app) {}
+  explicit Arguments(CLI::App& app) noexcept : m_app(&app) {}
 
+  /// Declares an option. The parser sets its value before the command runs; a value that is not
+  /// given does not change.
   /// @param names "--name", "-n,--name", or the name of a positional without a dash
-  Argument add_option(const char* names, std::string& value, const char* description);
-  Argument add_option(const char* names, std::size_t& value, const char* description);
+  void add(const char* names, std::string& value, Type type, const char* description,
+           Rules rules = {});
+  void add(const char* names, std::size_t& value, Type type, const char* description,
+           Rules rules = {});
   /// Takes several values.
-  Argument add_option(const char* names, std::vector<std::string>& values, const char* description);
-  Argument add_flag(const char* names, bool& value, const char* description);
+  void add(const char* names, std::vector<std::string>& values, Type type, const char* description,
+           Rules rules = {});
+  void add_flag(const char* names, bool& value, const char* description, Rules rules = {});
 
  private:
-  CLI::App& m_app;
+  CLI::App* m_app;
+};
+
+// The members of a structure of options declare themselves, in the order of the help:
+//
+//     struct Options {
+//       Arguments app;
+//       TextOption name{app, "name", "NAME", "The logical name", {kRequired}};
+//       Flag quick{app, "--quick", "Read no file"};
+//     };
+
+/// A value that is declared where it is defined. It stays at its place until the command runs.
+template <class Value>
+struct Option : Value {
+  Option() = default;
+  Option(Arguments app, const char* names, Type type, const char* description, Rules rules = {}) {
+    app.add(names, *this, type, description, rules);
+  }
+  using Value::operator=;
+};
+using TextOption = Option<std::string>;
+/// Takes several values.
+using ListOption = Option<std::vector<std::string>>;
+
+struct NumberOption {
+  NumberOption(Arguments app, const char* names, Type type, const char* description,
+               std::size_t initial)
+      : value(initial) {
+    app.add(names, value, type, description, {});
+  }
+  operator std::size_t() const noexcept { return value; }
+  std::size_t value;
+};
+
+struct Flag {
+  Flag() = default;
+  Flag(Arguments app, const char* names, const char* description, Rules rules = {}) {
+    app.add_flag(names, value, description, rules);
+  }
+  operator bool() const noexcept { return value; }
+  bool value = false;
 };
 
 class Context;
@@ -70,22 +127,36 @@ enum class Effect { kLooks, kChanges };
 /// Runs a command whose options have been read. An exception other than Failure means kFailed.
 using Run = std::function<Exit(Context&)>;
 
+/// A command's options, and what it does with them.
+struct Action {
+  /// A command without options.
+  Action(Exit (*run)(Context&)) : declare([run](Arguments) { return run; }) {}
+  /// A command with a structure of options.
+  template <class Options>
+  Action(Exit (*run)(Context&, Options&))
+      : declare([run](Arguments app) -> Run {
+          const std::shared_ptr<Options> options(new std::remove_const_t<Options>{app});
+          return [run, options](Context& context) { return run(context, *options); };
+        }) {}
+
+  /// Adds the options to the command line. Returns the function to run, which owns them.
+  std::function<Run(Arguments)> declare;
+};
+
 /// One command of the program.
 struct Command {
   std::string name;  ///< "ls", or with its family: "keys show"
   Group group;
   Effect effect;
   std::string summary;  ///< one line, without a full stop
-  /// Adds the command's options to its part of the command line. Returns the function to run. That
-  /// function owns the storage of the options: both lambdas hold a shared pointer to it.
-  std::function<Run(Arguments&)> declare;
+  Action action;
   std::string details = {};  ///< paragraphs for the help and the manual; can be empty
 };
 
 using Commands = std::vector<Command>;
 
 /// Every command, in the order of the help (commands.cpp).
-void add_all_commands(Commands& commands);
+Commands all_commands();
 /// One line about a command that only groups others, such as "keys" (commands.cpp).
 const char* family_summary(const std::string& name);
 

@@ -15,56 +15,53 @@
 
 namespace stgctl {
 
-Argument Argument::type_name(const char* name) const {
-  m_option->type_name(name);
-  return *this;
+namespace {
+
+void apply(CLI::Option& option, Type type, Rules rules) {
+  option.type_name(type.name);
+  if (type.check != nullptr) option.check(type.check);
+  for (const Rule& rule : rules) {
+    switch (rule.kind) {
+      case Rule::Kind::kRequired:
+        option.required();
+        break;
+      case Rule::Kind::kOneOf:
+        option.check(CLI::IsMember(rule.words));
+        break;
+      case Rule::Kind::kExcludes:
+        option.excludes(rule.words.front());
+        break;
+      case Rule::Kind::kNeeds:
+        option.needs(rule.words.front());
+        break;
+      case Rule::Kind::kInitially:
+        break;
+    }
+  }
 }
 
-Argument Argument::required() const {
-  m_option->required();
-  return *this;
+}  // namespace
+
+void Arguments::add(const char* names, std::string& value, Type type, const char* description,
+                    Rules rules) {
+  for (const Rule& rule : rules) {
+    if (rule.kind == Rule::Kind::kInitially) value = rule.words.front();
+  }
+  apply(*m_app->add_option(names, value, description), type, rules);
 }
 
-Argument Argument::check(const Check& what) const {
-  m_option->check(what);
-  return *this;
+void Arguments::add(const char* names, std::size_t& value, Type type, const char* description,
+                    Rules rules) {
+  apply(*m_app->add_option(names, value, description), type, rules);
 }
 
-Argument Argument::one_of(const std::vector<std::string>& values) const {
-  m_option->check(CLI::IsMember(values));
-  return *this;
+void Arguments::add(const char* names, std::vector<std::string>& values, Type type,
+                    const char* description, Rules rules) {
+  apply(*m_app->add_option(names, values, description), type, rules);
 }
 
-Argument Argument::excludes(Argument other) const {
-  m_option->excludes(other.m_option);
-  return *this;
-}
-
-Argument Argument::excludes(const char* other) const {
-  m_option->excludes(std::string(other));
-  return *this;
-}
-
-Argument Argument::needs(Argument other) const {
-  m_option->needs(other.m_option);
-  return *this;
-}
-
-Argument Arguments::add_option(const char* names, std::string& value, const char* description) {
-  return Argument(*m_app.add_option(names, value, description));
-}
-
-Argument Arguments::add_option(const char* names, std::size_t& value, const char* description) {
-  return Argument(*m_app.add_option(names, value, description));
-}
-
-Argument Arguments::add_option(const char* names, std::vector<std::string>& values,
-                               const char* description) {
-  return Argument(*m_app.add_option(names, values, description));
-}
-
-Argument Arguments::add_flag(const char* names, bool& value, const char* description) {
-  return Argument(*m_app.add_flag(names, value, description));
+void Arguments::add_flag(const char* names, bool& value, const char* description, Rules rules) {
+  apply(*m_app->add_flag(names, value, description), "", rules);
 }
 
 namespace {
@@ -369,9 +366,7 @@ CommandLine::Parts::Parts() {
       "Every command that changes the tree takes --dry-run and asks first. Without a\n"
       "terminal it needs --yes. 'stgctl help COMMAND' says more.");
   declare_global_options(app, options, typed);
-  Commands commands;
-  add_all_commands(commands);
-  for (const Command& command : commands) add(command);
+  for (const Command& command : all_commands()) add(command);
 }
 
 void CommandLine::Parts::add(const Command& command) {
@@ -388,8 +383,7 @@ void CommandLine::Parts::add(const Command& command) {
     leaf.add_flag("-n,--dry-run", options.dry_run, "Only show what would be done");
     leaf.add_flag("-y,--yes", options.yes, "Do not ask for confirmation");
   }
-  Arguments arguments(leaf);
-  leaves.push_back({&leaf, command.declare(arguments), command.effect});
+  leaves.push_back({&leaf, command.action.declare(Arguments(leaf)), command.effect});
 }
 
 /// A command that only groups others, such as "keys" above "keys show".

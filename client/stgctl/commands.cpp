@@ -1,95 +1,39 @@
-// The program's commands. Each function is defined in the file of the commands that it adds.
+// The program's commands. Each function is defined in the file of the commands that it returns.
 #include <map>
 
 #include "client/stgctl/command.h"
 
 namespace stgctl {
 
-// Inspect.
-void add_status_command(Commands& commands);
-void add_locks_command(Commands& commands);
-void add_doctor_command(Commands& commands);
-void add_stats_command(Commands& commands);
-void add_report_command(Commands& commands);
-void add_ls_command(Commands& commands);
-void add_find_command(Commands& commands);
-void add_versions_command(Commands& commands);
-void add_which_command(Commands& commands);
-void add_cat_command(Commands& commands);
-void add_parts_command(Commands& commands);
-void add_show_commands(Commands& commands);
-void add_index_commands(Commands& commands);
-void add_index_snapshot_command(Commands& commands);
-void add_index_log_command(Commands& commands);
-void add_index_diff_command(Commands& commands);
-void add_index_restore_command(Commands& commands);
-// Explain, check.
-void add_explain_commands(Commands& commands);
-void add_check_command(Commands& commands);
-void add_compare_command(Commands& commands);
-// Change.
-void add_init_command(Commands& commands);
-void add_put_command(Commands& commands);
-void add_get_command(Commands& commands);
-void add_rm_command(Commands& commands);
-void add_mv_command(Commands& commands);
-void add_key_commands(Commands& commands);
-void add_user_list_command(Commands& commands);
-void add_user_rename_command(Commands& commands);
-void add_user_remove_command(Commands& commands);
-void add_clean_command(Commands& commands);
-void add_migrate_commands(Commands& commands);
-void add_sync_command(Commands& commands);
-void add_repair_command(Commands& commands);
-void add_undo_commands(Commands& commands);
-void add_export_command(Commands& commands);
-void add_import_command(Commands& commands);
-// Other.
-void add_completion_command(Commands& commands);
-void add_complete_command(Commands& commands);
-void add_manual_command(Commands& commands);
+/// Returns the commands of one file.
+using Family = Commands();
+Family status_command, locks_command, doctor_command, stats_command, report_command, ls_command,
+    find_command, versions_command, which_command, cat_command, parts_command, show_commands,
+    index_commands, index_snapshot_command, index_log_command, index_diff_command,
+    index_restore_command, explain_commands, check_command, compare_command, init_command,
+    put_command, get_command, rm_command, mv_command, key_commands, user_list_command,
+    user_rename_command, user_remove_command, clean_command, migrate_commands, sync_command,
+    repair_command, undo_commands, export_command, import_command, completion_command,
+    complete_command, manual_command;
 
-void add_all_commands(Commands& commands) {
-  for (const auto add : {add_status_command,
-                         add_locks_command,
-                         add_doctor_command,
-                         add_stats_command,
-                         add_report_command,
-                         add_ls_command,
-                         add_find_command,
-                         add_versions_command,
-                         add_which_command,
-                         add_cat_command,
-                         add_parts_command,
-                         add_show_commands,
-                         add_index_commands,
-                         add_index_snapshot_command,
-                         add_index_log_command,
-                         add_index_diff_command,
-                         add_index_restore_command,
-                         add_explain_commands,
-                         add_check_command,
-                         add_compare_command,
-                         add_init_command,
-                         add_put_command,
-                         add_get_command,
-                         add_rm_command,
-                         add_mv_command,
-                         add_key_commands,
-                         add_user_list_command,
-                         add_user_rename_command,
-                         add_user_remove_command,
-                         add_clean_command,
-                         add_migrate_commands,
-                         add_sync_command,
-                         add_repair_command,
-                         add_undo_commands,
-                         add_export_command,
-                         add_import_command,
-                         add_completion_command,
-                         add_complete_command,
-                         add_manual_command})
-    add(commands);
+template <class... Lists>
+Commands together(const Lists&... lists) {
+  Commands all;
+  (all.insert(all.end(), lists.begin(), lists.end()), ...);
+  return all;
+}
+
+Commands all_commands() {
+  return together(status_command(), locks_command(), doctor_command(), stats_command(),
+                  report_command(), ls_command(), find_command(), versions_command(),
+                  which_command(), cat_command(), parts_command(), show_commands(),
+                  index_commands(), index_snapshot_command(), index_log_command(),
+                  index_diff_command(), index_restore_command(), explain_commands(),
+                  check_command(), compare_command(), init_command(), put_command(), get_command(),
+                  rm_command(), mv_command(), key_commands(), user_list_command(),
+                  user_rename_command(), user_remove_command(), clean_command(), migrate_commands(),
+                  sync_command(), repair_command(), undo_commands(), export_command(),
+                  import_command(), completion_command(), complete_command(), manual_command());
 }
 
 const char* family_summary(const std::string& name) {

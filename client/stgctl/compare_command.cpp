@@ -1,6 +1,5 @@
 
 #include <array>
-#include <memory>
 #include <set>
 #include <tuple>
 
@@ -19,9 +18,10 @@ namespace {
 using admin::Holding;
 
 struct Options {
-  std::string folder;
-  bool quick = false;
-  bool no_lock = false;
+  Arguments app;
+  TextOption folder{app, "dir", "DIR", "The folder of an export", {kRequired}};
+  Flag quick{app, "--quick", "Compare only sizes and times; read no file"};
+  NoLock no_lock{app};
 };
 
 enum class Code {
@@ -249,19 +249,11 @@ Exit run_compare(Context& context, const Options& options) {
 
 }  // namespace
 
-void add_compare_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<Options>();
-    app.add_option("dir", options->folder, "The folder of an export").type_name("DIR").required();
-    app.add_flag("--quick", options->quick, "Compare only sizes and times; read no file");
-    add_no_lock(app, options->no_lock);
-    return [options](Context& context) { return run_compare(context, *options); };
-  };
-  commands.push_back(
-      {"compare", Group::kCheck, Effect::kLooks, "Compare a tree with an export", declare,
-       "Compares size, bytes and time of what both contain, and the files of the export with\n"
-       "its manifest. The exit code is 4 if something differs, 3 if there is nothing to\n"
-       "compare. --area and --owner limit it."});
+Commands compare_command() {
+  return {{"compare", Group::kCheck, Effect::kLooks, "Compare a tree with an export", run_compare,
+           "Compares size, bytes and time of what both contain, and the files of the export with\n"
+           "its manifest. The exit code is 4 if something differs, 3 if there is nothing to\n"
+           "compare. --area and --owner limit it."}};
 }
 
 }  // namespace stgctl

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <initializer_list>
-#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
@@ -249,10 +248,7 @@ std::string powershell_script(const std::vector<CommandUsage>& usage) {
 }
 
 /// The shells that completion_script() supports.
-const std::vector<std::string>& completion_shells() {
-  static const std::vector<std::string> kShells = {"bash", "zsh", "fish", "powershell"};
-  return kShells;
-}
+const std::vector<std::string> kShells = {"bash", "zsh", "fish", "powershell"};
 
 /// A script for the completion of the program's command line.
 std::string completion_script(const std::string& shell, const std::vector<CommandUsage>& usage) {
@@ -262,32 +258,30 @@ std::string completion_script(const std::string& shell, const std::vector<Comman
   return powershell_script(usage);
 }
 
+struct ShellOption {
+  Arguments app;
+  TextOption shell{app, "shell", "SHELL", "The shell", {kRequired, one_of(kShells)}};
+};
+
+Exit run_completion(Context& context, const ShellOption& option) {
+  const std::string script = completion_script(option.shell, context.command_line().usage());
+  if (context.out().json()) {
+    context.out().json_line("stgctl.completion/1", {{"shell", option.shell}, {"script", script}});
+  } else {
+    context.out().write(script);
+  }
+  return Exit::kDone;
+}
+
 }  // namespace
 
-void add_completion_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto shell = std::make_shared<std::string>();
-    app.add_option("shell", *shell, "The shell")
-        .type_name("SHELL")
-        .required()
-        .one_of(completion_shells());
-    return [shell](Context& context) {
-      const std::string script = completion_script(*shell, context.command_line().usage());
-      if (context.out().json()) {
-        context.out().json_line("stgctl.completion/1", {{"shell", *shell}, {"script", script}});
-      } else {
-        context.out().write(script);
-      }
-      return Exit::kDone;
-    };
-  };
-  commands.push_back(
-      {"completion", Group::kOther, Effect::kLooks,
-       "Write a script that completes this program's command line", declare,
-       "  bash        source <(stgctl completion bash)\n"
-       "  zsh         stgctl completion zsh > a folder of $fpath, as _stgctl\n"
-       "  fish        stgctl completion fish | source\n"
-       "  powershell  stgctl completion powershell | Out-String | Invoke-Expression"});
+Commands completion_command() {
+  return {{"completion", Group::kOther, Effect::kLooks,
+           "Write a script that completes this program's command line", run_completion,
+           "  bash        source <(stgctl completion bash)\n"
+           "  zsh         stgctl completion zsh > a folder of $fpath, as _stgctl\n"
+           "  fish        stgctl completion fish | source\n"
+           "  powershell  stgctl completion powershell | Out-String | Invoke-Expression"}};
 }
 
 // ---- complete ----------------------------------------------------------------------------------
@@ -297,8 +291,10 @@ namespace {
 namespace sys = admin::sys;
 
 struct Options {
-  std::string what;
-  std::string begin;
+  Arguments app;
+  TextOption what{
+      app, "what", "WHAT", "What to complete", {kRequired, one_of({"owners", "names"})}};
+  TextOption begin{app, "begin", "TEXT", "What has been typed so far"};
 };
 
 /// More proposals are not useful on a screen.
@@ -367,7 +363,7 @@ std::set<std::string> names(Context& context, const Options& options) {
   return found;
 }
 
-Exit run(Context& context, const Options& options) {
+Exit run_complete(Context& context, const Options& options) {
   const std::set<std::string> all =
       options.what == "owners" ? owners(context, options) : names(context, options);
   for (const std::string& each : all) context.out().write(each + "\n");
@@ -376,18 +372,9 @@ Exit run(Context& context, const Options& options) {
 
 }  // namespace
 
-void add_complete_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<Options>();
-    app.add_option("what", options->what, "What to complete")
-        .type_name("WHAT")
-        .required()
-        .one_of({"owners", "names"});
-    app.add_option("begin", options->begin, "What has been typed so far").type_name("TEXT");
-    return [options](Context& context) { return run(context, *options); };
-  };
-  commands.push_back({"complete", Group::kHidden, Effect::kLooks,
-                      "List owners or names that begin with the text", declare});
+Commands complete_command() {
+  return {{"complete", Group::kHidden, Effect::kLooks,
+           "List owners or names that begin with the text", run_complete}};
 }
 
 }  // namespace stgctl

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <memory>
 #include <string>
 
 #include "client/admin/shared_probe.h"
@@ -93,9 +92,22 @@ Exit run_doctor_shared(Context& context, const std::string& folder, const std::s
 }
 
 struct Options {
-  std::string try_in;
-  std::string shared;
-  std::string peer;
+  Arguments app;
+  TextOption try_in{
+      app, "--try-locks", "DIR",
+      "Test locks in this folder, with a temporary file (the folder for temporary files)"};
+  TextOption shared{app,
+                    "--shared",
+                    "DIR",
+                    "Test instead whether hosts can share the file system of this folder, which "
+                    "need not be a tree",
+                    {excludes("--try-locks")}};
+  TextOption peer{
+      app,
+      "--peer",
+      "DIR",
+      "With --shared: the same folder through another mount, which represents another host",
+      {needs("--shared")}};
 };
 
 /// The results of the tests, and their warnings.
@@ -111,8 +123,8 @@ Diagnosis diagnose(Context& context, const Options& options) {
   const admin::Tree& tree = context.tree();
   Diagnosis found;
   found.system = sys::file_system_of(tree.storage);
-  const std::string folder =
-      sys::absolute(options.try_in.empty() ? admin::temporary_folder() : options.try_in);
+  const std::string folder = sys::absolute(options.try_in.empty() ? admin::temporary_folder()
+                                                                  : std::string(options.try_in));
   if (sys::join(folder, "").starts_with(sys::join(tree.storage, "")))
     throw Failure(Exit::kRefused,
                   "this folder is in the tree, which the test must not change; name a folder "
@@ -188,34 +200,14 @@ Exit run_doctor(Context& context, const Options& options) {
   return good ? Exit::kDone : Exit::kProblemsFound;
 }
 
-Run declare_doctor(Arguments& app) {
-  auto options = std::make_shared<Options>();
-  app.add_option(
-         "--try-locks", options->try_in,
-         "Test locks in this folder, with a temporary file (the folder for temporary files)")
-      .type_name("DIR");
-  const Argument shared = app.add_option("--shared", options->shared,
-                                         "Test instead whether hosts can share the file system of "
-                                         "this folder, which need not be a tree")
-                              .type_name("DIR")
-                              .excludes("--try-locks");
-  app.add_option(
-         "--peer", options->peer,
-         "With --shared: the same folder through another mount, which represents another host")
-      .type_name("DIR")
-      .needs(shared);
-  return [options](Context& context) { return run_doctor(context, *options); };
-}
-
 }  // namespace
 
-void add_doctor_command(Commands& commands) {
-  commands.push_back(
-      {"doctor", Group::kLook, Effect::kLooks, "Show the system below the tree, and test its locks",
-       declare_doctor,
-       "Shows versions, code page and file system. The exit code is 4 if something is\n"
-       "wrong. --shared tests each property that hosts need from a shared file system,\n"
-       "and names the setting that adds a missing one."});
+Commands doctor_command() {
+  return {{"doctor", Group::kLook, Effect::kLooks,
+           "Show the system below the tree, and test its locks", run_doctor,
+           "Shows versions, code page and file system. The exit code is 4 if something is\n"
+           "wrong. --shared tests each property that hosts need from a shared file system,\n"
+           "and names the setting that adds a missing one."}};
 }
 
 }  // namespace stgctl

@@ -1,7 +1,5 @@
 // explain read, write and part.
 
-#include <memory>
-
 #include "client/admin/explain.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
@@ -17,14 +15,41 @@ using admin::Step;
 
 enum class What { kRead, kWrite, kPart };
 
-struct Options {
-  std::string entry;
-  std::string timestamp;
-  bool keep = false;
-  std::string stamp;
-  std::string rendition;
-  std::string part;
-  bool no_lock = false;
+/// What all three ask for.
+struct Version {
+  Arguments app;
+  TextOption entry{app, "entry", "ENTRY", "The logical name", {kRequired}};
+  TextOption timestamp{app, "--timestamp", kStamp, "The requested timestamp (0)"};
+};
+
+struct ReadOptions {
+  Arguments app;
+  Version version{app};
+  NoLock no_lock{app};
+};
+
+struct StampOption : TextOption {
+  explicit StampOption(Arguments app)
+      : TextOption(app, "--stamp", "TEXT",
+                   "The stamp: the text after \"_\" in the name of the folder of sub-parts") {}
+};
+
+struct WriteOptions {
+  Arguments app;
+  Version version{app};
+  Flag keep{app, "--keep", "Explain a write that may not replace a version"};
+  StampOption stamp{app};
+  NoLock no_lock{app};
+};
+
+struct PartOptions {
+  Arguments app;
+  Version version{app};
+  StampOption stamp{app};
+  TextOption rendition{
+      app, "--rendition", "TEXT", "html@NAME, pdf@NAME or another one", {kRequired}};
+  TextOption part{app, "--part", "TEXT", "The file name of the sub-part", {kRequired}};
+  NoLock no_lock{app};
 };
 
 const char* name_of(What what) {
@@ -131,20 +156,18 @@ void show_text(Context& context, What what, const Explanation& told) {
                                                    outcome(what, told)));
 }
 
-Exit run(Context& context, What what, const Options& options) {
-  if (what == What::kPart && document_area(context, admin::Area::kDocs) != admin::Area::kDocs)
-    throw Failure(Exit::kUsage, "only corporate documents have sub-parts; use --area docs");
+admin::Request request_for(Context& context, Version& version) {
+  context.take_apart(version.entry, version.timestamp);
   admin::Request request;
-  request.area =
-      what == What::kPart ? admin::Area::kDocs : document_area(context, admin::Area::kDocs);
+  request.area = document_area(context, admin::Area::kDocs);
   request.owner = owner_or_none(context);
-  request.entry = options.entry;
-  request.timestamp = parse_stamp(options.timestamp).value_or(0);
-  request.replace = !options.keep;
-  request.stamp = options.stamp;
-  request.rendition = options.rendition;
-  request.part = options.part;
-  const admin::sys::Locking locking = locking_for(context, options.no_lock);
+  request.entry = version.entry;
+  request.timestamp = parse_stamp(version.timestamp).value_or(0);
+  return request;
+}
+
+Exit run(Context& context, What what, const admin::Request& request, bool no_lock) {
+  const admin::sys::Locking locking = locking_for(context, no_lock);
   const admin::Tree& tree = context.tree();
   const Explanation told = what == What::kRead    ? admin::explain_read(tree, request, locking)
                            : what == What::kWrite ? admin::explain_write(tree, request, locking)
@@ -164,58 +187,48 @@ Exit run(Context& context, What what, const Options& options) {
   return told.would_succeed ? Exit::kDone : Exit::kNothingMatched;
 }
 
-Run declare(Arguments& app, What what) {
-  auto options = std::make_shared<Options>();
-  app.add_option("entry", options->entry, "The logical name").type_name("ENTRY").required();
-  app.add_option("--timestamp", options->timestamp, "The requested timestamp (0)")
-      .type_name("STAMP")
-      .check(is_stamp);
-  if (what == What::kWrite)
-    app.add_flag("--keep", options->keep, "Explain a write that may not replace a version");
-  if (what != What::kRead)
-    app.add_option("--stamp", options->stamp,
-                   "The stamp: the text after \"_\" in the name of the folder of sub-parts")
-        .type_name("TEXT");
-  if (what == What::kPart) {
-    app.add_option("--rendition", options->rendition, "html@NAME, pdf@NAME or another one")
-        .type_name("TEXT")
-        .required();
-    app.add_option("--part", options->part, "The file name of the sub-part")
-        .type_name("TEXT")
-        .required();
-  }
-  add_no_lock(app, options->no_lock);
-  return [options, what](Context& context) {
-    context.take_apart(options->entry, options->timestamp);
-    return run(context, what, *options);
-  };
+Exit run_read(Context& context, ReadOptions& options) {
+  return run(context, What::kRead, request_for(context, options.version), options.no_lock);
+}
+
+Exit run_write(Context& context, WriteOptions& options) {
+  admin::Request request = request_for(context, options.version);
+  request.replace = !options.keep;
+  request.stamp = options.stamp;
+  return run(context, What::kWrite, request, options.no_lock);
+}
+
+Exit run_part(Context& context, PartOptions& options) {
+  admin::Request request = request_for(context, options.version);
+  if (request.area != admin::Area::kDocs)
+    throw Failure(Exit::kUsage, "only corporate documents have sub-parts; use --area docs");
+  request.stamp = options.stamp;
+  request.rendition = options.rendition;
+  request.part = options.part;
+  return run(context, What::kPart, request, options.no_lock);
 }
 
 }  // namespace
 
-void add_explain_commands(Commands& commands) {
-  commands.push_back(
+Commands explain_commands() {
+  return {
       {"explain read", Group::kExplain, Effect::kLooks, "Explain why a document is served or not",
-       [](Arguments& app) { return declare(app, What::kRead); },
+       run_read,
        "Shows each step of the library's decision with its values, up to the first refusal.\n"
        "The owner is --owner, or the empty name; the area is --area, or docs. If the\n"
        "document is not served, it is looked up at other owners and timestamps, and the last\n"
        "lines show the commands that get it. 'explain NAME' means 'explain read NAME'. The exit\n"
-       "code is 3 if the library would not do it."});
-  commands.push_back(
+       "code is 3 if the library would not do it."},
       {"explain write", Group::kExplain, Effect::kLooks,
-       "Explain what a write of a document would do",
-       [](Arguments& app) { return declare(app, What::kWrite); },
+       "Explain what a write of a document would do", run_write,
        "Shows each step of the library's decision with its values, up to the first refusal.\n"
        "The owner is --owner, or the empty name; the area is --area, or docs. Nothing is\n"
-       "written. The exit code is 3 if the library would not do it."});
-  commands.push_back(
+       "written. The exit code is 3 if the library would not do it."},
       {"explain part", Group::kExplain, Effect::kLooks,
-       "Explain why a sub-part is served, refreshed or regenerated",
-       [](Arguments& app) { return declare(app, What::kPart); },
+       "Explain why a sub-part is served, refreshed or regenerated", run_part,
        "Shows each step of the library's decision with its values, up to the first refusal.\n"
        "The owner is --owner. Only corporate documents have sub-parts. The exit code is 3 if\n"
-       "the library would not serve the sub-part."});
+       "the library would not serve the sub-part."}};
 }
 
 }  // namespace stgctl

@@ -1,6 +1,5 @@
 #include <cstdint>
 #include <filesystem>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -260,7 +259,8 @@ class Exporting final : public admin::InventorySink {
 };
 
 struct Options {
-  std::string folder;
+  Arguments app;
+  TextOption folder{app, "dir", "DIR", "A new or empty folder outside the tree", {kRequired}};
 };
 
 Exit run_export(Context& context, const Options& options) {
@@ -309,21 +309,13 @@ Exit run_export(Context& context, const Options& options) {
 
 }  // namespace
 
-void add_export_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<Options>();
-    app.add_option("dir", options->folder, "A new or empty folder outside the tree")
-        .type_name("DIR")
-        .required();
-    return [options](Context& context) { return run_export(context, *options); };
-  };
-  commands.push_back(
-      {"export", Group::kChange, Effect::kChanges,
-       "Export a tree as files under their logical names, with a manifest", declare,
-       "Exports all areas: versions of documents with their sub-parts, user files, mail, and\n"
-       "files that are addressed by path. --area and --owner limit it. The tree does not\n"
-       "change. The manifest, which import and compare read, is written last: a folder\n"
-       "without one contains an unfinished export. Orphans are not exported, but reported."});
+Commands export_command() {
+  return {{"export", Group::kChange, Effect::kChanges,
+           "Export a tree as files under their logical names, with a manifest", run_export,
+           "Exports all areas: versions of documents with their sub-parts, user files, mail, and\n"
+           "files that are addressed by path. --area and --owner limit it. The tree does not\n"
+           "change. The manifest, which import and compare read, is written last: a folder\n"
+           "without one contains an unfinished export. Orphans are not exported, but reported."}};
 }
 
 }  // namespace stgctl

@@ -1,5 +1,4 @@
 #include <ctime>
-#include <memory>
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
@@ -9,19 +8,35 @@ namespace stgctl {
 
 namespace {
 
+constexpr Type kBytes{
+    "SIZE", [](const std::string& text) {
+      return parse_size(text) ? std::string() : "'" + text + "' is not a size; use 500, 64K or 10M";
+    }};
+
 struct Options {
-  ListingOptions listing;
-  std::string name;
-  std::string extension;
-  std::string state;
-  std::string least_size;
-  std::string most_size;
-  std::string older;
-  std::string newer;
+  Arguments app;
+  TextOption pattern{app, "pattern", "PATTERN", kPatternHelp};
+  TextOption name{app, "--name", "NAME", "Only this logical name"};
+  TextOption extension{app, "--ext", "EXT", "The extension of the logical name"};
+  TextOption timestamp{app, "--timestamp", kStamp, "Only this timestamp"};
+  TextOption state{app,
+                   "--state",
+                   "WORD",
+                   "Only entries in this state",
+                   {one_of({"indexed", "unindexed", "missing"})}};
+  TextOption least_size{app, "--min-size", kBytes, "At least this many bytes"};
+  TextOption most_size{app, "--max-size", kBytes, "At most this many bytes"};
+  TextOption older{app, "--older-than", kAge, "Last changed longer ago than this"};
+  TextOption newer{app, "--newer-than", kAge, "Last changed more recently than this"};
+  Flag with_sizes{app, "-l,--long", kLongHelp};
+  NoLock no_lock{app};
 };
 
-Exit run_find(Context& context, const Options& options) {
-  admin::EntryQuery query = query_of(context, options.listing);
+Exit run_find(Context& context, Options& options) {
+  context.take_apart(options.pattern, options.timestamp);
+  context.take_apart(options.name, options.timestamp);
+  admin::EntryQuery query = query_of(context, options.pattern, options.timestamp, options.no_lock);
+  query.with_info = options.with_sizes;
   if (!options.name.empty()) query.logical = options.name;
   if (!options.extension.empty()) {
     query.extension =
@@ -38,49 +53,11 @@ Exit run_find(Context& context, const Options& options) {
   return list_entries(context, query, "stgctl.find/1");
 }
 
-std::string is_size(const std::string& text) {
-  return parse_size(text) ? std::string() : "'" + text + "' is not a size; use 500, 64K or 10M";
-}
-
-Run declare(Arguments& app) {
-  auto options = std::make_shared<Options>();
-  app.add_option("pattern", options->listing.pattern, "Logical names: \"*\" and \"?\" match")
-      .type_name("PATTERN");
-  app.add_option("--name", options->name, "Only this logical name").type_name("NAME");
-  app.add_option("--ext", options->extension, "The extension of the logical name").type_name("EXT");
-  app.add_option("--timestamp", options->listing.timestamp, "Only this timestamp")
-      .type_name("STAMP")
-      .check(is_stamp);
-  app.add_option("--state", options->state, "Only entries in this state")
-      .type_name("WORD")
-      .one_of({"indexed", "unindexed", "missing"});
-  app.add_option("--min-size", options->least_size, "At least this many bytes")
-      .type_name("SIZE")
-      .check(is_size);
-  app.add_option("--max-size", options->most_size, "At most this many bytes")
-      .type_name("SIZE")
-      .check(is_size);
-  app.add_option("--older-than", options->older, "Last changed longer ago than this")
-      .type_name("AGE")
-      .check(is_age);
-  app.add_option("--newer-than", options->newer, "Last changed more recently than this")
-      .type_name("AGE")
-      .check(is_age);
-  app.add_flag("-l,--long", options->listing.with_sizes, "Also show sizes and times");
-  add_no_lock(app, options->listing.no_lock);
-  return [options](Context& context) {
-    context.take_apart(options->listing.pattern, options->listing.timestamp);
-    context.take_apart(options->name, options->listing.timestamp);
-    return run_find(context, *options);
-  };
-}
-
 }  // namespace
 
-void add_find_command(Commands& commands) {
-  commands.push_back({"find", Group::kLook, Effect::kLooks,
-                      "Find entries by name, time, size or state", declare,
-                      "An entry must match all options. The output is that of ls."});
+Commands find_command() {
+  return {{"find", Group::kLook, Effect::kLooks, "Find entries by name, time, size or state",
+           run_find, "An entry must match all options. The output is that of ls."}};
 }
 
 }  // namespace stgctl

@@ -1,7 +1,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <memory>
 #include <system_error>
 
 #include "client/stgctl/command.h"
@@ -18,9 +17,11 @@ namespace sys = admin::sys;
 namespace {
 
 struct Options {
-  std::string name;
-  std::string timestamp;
-  std::string output;
+  Arguments app;
+  TextOption name{app, "name", "NAME", "The logical name", {kRequired}};
+  TextOption timestamp{app, "--timestamp", kStamp, "The version (the latest)"};
+  TextOption output{app, "-o,--output", "FILE",
+                    "The file to write, a folder, or '-' for the standard output (NAME)"};
 };
 
 /// The named version, or the latest.
@@ -97,7 +98,8 @@ void copy_out(Context& context, const FoundEntry& entry, const std::string& dest
                                    " cannot be written; check the free space and the permissions");
 }
 
-Exit run_get(Context& context, const Options& options) {
+Exit run_get(Context& context, Options& options) {
+  context.take_apart(options.name, options.timestamp);
   check_name("the name", options.name);
   const Target target = target_of(context, admin::Area::kDocs);
   const FoundEntry entry = choose(find_versions(context, target, options.name), options);
@@ -130,25 +132,10 @@ Exit run_get(Context& context, const Options& options) {
 
 }  // namespace
 
-void add_get_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<Options>();
-    app.add_option("name", options->name, "The logical name").type_name("NAME").required();
-    app.add_option("--timestamp", options->timestamp, "The version (the latest)")
-        .type_name("STAMP")
-        .check(is_stamp);
-    app.add_option("-o,--output", options->output,
-                   "The file to write, a folder, or '-' for the standard output (NAME)")
-        .type_name("FILE");
-    return [options](Context& context) {
-      context.take_apart(options->name, options->timestamp);
-      return run_get(context, *options);
-    };
-  };
-  commands.push_back(
-      {"get", Group::kChange, Effect::kChanges, "Copy a document out of the tree", declare,
-       "The tree does not change. The area is docs unless --area names another one. The\n"
-       "command asks only before it overwrites a file."});
+Commands get_command() {
+  return {{"get", Group::kChange, Effect::kChanges, "Copy a document out of the tree", run_get,
+           "The tree does not change. The area is docs unless --area names another one. The\n"
+           "command asks only before it overwrites a file."}};
 }
 
 }  // namespace stgctl

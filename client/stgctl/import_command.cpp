@@ -1,5 +1,4 @@
 
-#include <memory>
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/import_item.h"
@@ -13,8 +12,9 @@ namespace stgctl {
 namespace {
 
 struct Options {
-  std::string folder;
-  bool replace = false;
+  Arguments app;
+  TextOption folder{app, "dir", "DIR", "The folder of an export", {kRequired}};
+  Flag replace{app, "--replace", "Replace versions that exist with different content"};
 };
 
 /// The totals to import, known after the whole manifest was checked.
@@ -126,20 +126,12 @@ Exit run_import(Context& context, const Options& options) {
 
 }  // namespace
 
-void add_import_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<Options>();
-    app.add_option("dir", options->folder, "The folder of an export").type_name("DIR").required();
-    app.add_flag("--replace", options->replace,
-                 "Replace versions that exist with different content");
-    return [options](Context& context) { return run_import(context, *options); };
-  };
-  commands.push_back(
-      {"import", Group::kChange, Effect::kChanges, "Store the content of an export, with its times",
-       declare,
-       "Compares each file with the manifest before it stores the file, and each version\n"
-       "afterwards. Skips what already exists. After a kill, run the same import again.\n"
-       "--area and --owner limit it."});
+Commands import_command() {
+  return {{"import", Group::kChange, Effect::kChanges,
+           "Store the content of an export, with its times", run_import,
+           "Compares each file with the manifest before it stores the file, and each version\n"
+           "afterwards. Skips what already exists. After a kill, run the same import again.\n"
+           "--area and --owner limit it."}};
 }
 
 }  // namespace stgctl

@@ -1,7 +1,5 @@
 // index dump and index lint: the unchanged lines of index.dat.
 
-#include <memory>
-
 #include "client/admin/folder_view.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
@@ -18,8 +16,10 @@ using admin::Verdict;
 enum class Wanted { kAllLines, kBadLines };
 
 struct Options {
-  std::string folder;
-  bool no_lock = false;
+  Arguments app;
+  TextOption folder{app, "folder", "DIR",
+                    "One document folder, instead of all that --area and --owner select"};
+  NoLock no_lock{app};
 };
 
 std::string_view name_of(IndexState state) {
@@ -173,26 +173,21 @@ Exit run(Context& context, Wanted wanted, const Options& options) {
   return visitor.result();
 }
 
-Run declare(Arguments& app, Wanted wanted) {
-  auto options = std::make_shared<Options>();
-  app.add_option("folder", options->folder,
-                 "One document folder, instead of all that --area and --owner select")
-      .type_name("DIR");
-  add_no_lock(app, options->no_lock);
-  return [options, wanted](Context& context) { return run(context, wanted, *options); };
+Exit run_dump(Context& context, const Options& options) {
+  return run(context, Wanted::kAllLines, options);
+}
+
+Exit run_lint(Context& context, const Options& options) {
+  return run(context, Wanted::kBadLines, options);
 }
 
 }  // namespace
 
-void add_index_commands(Commands& commands) {
-  commands.push_back({"index dump", Group::kLook, Effect::kLooks,
-                      "Show the lines of index.dat unchanged",
-                      [](Arguments& app) { return declare(app, Wanted::kAllLines); },
-                      "Marks the lines that the library's readers skip, with the reason."});
-  commands.push_back({"index lint", Group::kLook, Effect::kLooks,
-                      "Show the faulty lines of index.dat",
-                      [](Arguments& app) { return declare(app, Wanted::kBadLines); },
-                      "The exit code is 4 if there is one."});
+Commands index_commands() {
+  return {{"index dump", Group::kLook, Effect::kLooks, "Show the lines of index.dat unchanged",
+           run_dump, "Marks the lines that the library's readers skip, with the reason."},
+          {"index lint", Group::kLook, Effect::kLooks, "Show the faulty lines of index.dat",
+           run_lint, "The exit code is 4 if there is one."}};
 }
 
 }  // namespace stgctl

@@ -1,7 +1,6 @@
 
 #include <array>
 #include <map>
-#include <memory>
 
 #include "client/admin/name_restore.h"
 #include "client/admin/name_snapshot.h"
@@ -23,9 +22,20 @@ using admin::SavedIndexes;
 constexpr const char* kSchema = "stgctl.index-diff/1";
 
 struct Options {
-  NamesOptions names;
-  std::string before;
-  std::string after = "now";
+  Arguments app;
+  TextOption before{app,
+                    "before",
+                    {"A", is_snapshot_name_or_now},
+                    "A snapshot: its number, 'latest', a time in UTC ('2026-03-01 12:00', "
+                    "'@SECONDS'), an age ('2h'), or 'now' for the tree itself",
+                    {kRequired}};
+  TextOption after{app,
+                   "after",
+                   {"B", is_snapshot_name_or_now},
+                   "The snapshot to compare with (now)",
+                   {initially("now")}};
+  NamesOption names{app};
+  FolderOption folder{app};
 };
 
 /// The names of a tree at one moment: from a snapshot, or just read.
@@ -154,7 +164,7 @@ Exit run_diff(Context& context, const Options& options) {
     admin::Snapshot shape;
     shape.layout = after.layout;
     const admin::Tree tree = tree_of_names(context, shape);
-    const NamesFilter filter(context, tree, options.names);
+    const NamesFilter filter(context, tree, options.folder);
     DiffReport report(context);
     SavedIndexes all = before.indexes;
     all.insert(after.indexes.begin(), after.indexes.end());
@@ -176,27 +186,12 @@ Exit run_diff(Context& context, const Options& options) {
 
 }  // namespace
 
-void add_index_diff_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<Options>();
-    app.add_option("before", options->before,
-                   "A snapshot: its number, 'latest', a time in UTC ('2026-03-01 12:00', "
-                   "'@SECONDS'), an age ('2h'), or 'now' for the tree itself")
-        .type_name("A")
-        .check(is_snapshot_name_or_now)
-        .required();
-    app.add_option("after", options->after, "The snapshot to compare with (now)")
-        .type_name("B")
-        .check(is_snapshot_name_or_now);
-    add_names_option(app, options->names);
-    add_folder_option(app, options->names);
-    return [options](Context& context) { return run_diff(context, *options); };
-  };
-  commands.push_back(
-      {"index diff", Group::kLook, Effect::kLooks, "Compare the names of two snapshots", declare,
-       "Shows names that were added (+), removed (-), or lead to another file (~). A time or\n"
-       "an age selects the last snapshot that is not younger. --area, --owner and --folder\n"
-       "limit it."});
+Commands index_diff_command() {
+  return {{"index diff", Group::kLook, Effect::kLooks, "Compare the names of two snapshots",
+           run_diff,
+           "Shows names that were added (+), removed (-), or lead to another file (~). A time or\n"
+           "an age selects the last snapshot that is not younger. --area, --owner and --folder\n"
+           "limit it."}};
 }
 
 }  // namespace stgctl

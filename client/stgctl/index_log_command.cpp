@@ -1,5 +1,4 @@
 
-#include <memory>
 
 #include "client/admin/name_snapshot.h"
 #include "client/stgctl/command.h"
@@ -60,9 +59,15 @@ void show_folder(Context& context, const admin::Snapshot& snapshot,
             format_time(snapshot.time), shown_change, entries, shown(folder.path));
 }
 
+struct Options {
+  Arguments app;
+  NamesOption names{app};
+  FolderOption folder{app};
+};
+
 /// The snapshots in which the wanted indexes changed.
 std::uint64_t show_changes(Context& context, NameStore& store,
-                           const std::vector<NameStore::Kept>& all, const NamesOptions& options) {
+                           const std::vector<NameStore::Kept>& all, const Options& options) {
   SavedIndexes before;
   std::uint64_t shown_lines = 0;
   for (const NameStore::Kept& kept : all) {
@@ -72,7 +77,7 @@ std::uint64_t show_changes(Context& context, NameStore& store,
       continue;
     }
     const admin::Tree tree = tree_of_names(context, *kept.snapshot);
-    const NamesFilter filter(context, tree, options);
+    const NamesFilter filter(context, tree, options.folder);
     SavedIndexes now = store.indexes_of(kept.number);
     for (const auto& [name, index] : now) {
       const auto old = before.find(name);
@@ -95,8 +100,8 @@ std::uint64_t show_changes(Context& context, NameStore& store,
   return shown_lines;
 }
 
-Exit run_log(Context& context, const NamesOptions& options) {
-  const std::string file = names_file(context, options);
+Exit run_log(Context& context, const Options& options) {
+  const std::string file = names_file(context, options.names);
   return on_names([&] {
     NameStore store(file, NameStore::For::kReading, context.locking());
     const std::vector<NameStore::Kept> all = store.snapshots();
@@ -129,17 +134,10 @@ Exit run_log(Context& context, const NamesOptions& options) {
 
 }  // namespace
 
-void add_index_log_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<NamesOptions>();
-    add_names_option(app, *options);
-    add_folder_option(app, *options);
-    return [options](Context& context) { return run_log(context, *options); };
-  };
-  commands.push_back(
-      {"index log", Group::kLook, Effect::kLooks, "List the snapshots of the names", declare,
-       "With --folder, --area or --owner: only the snapshots in which those indexes changed,\n"
-       "and how many entries they had. This works without the tree, too."});
+Commands index_log_command() {
+  return {{"index log", Group::kLook, Effect::kLooks, "List the snapshots of the names", run_log,
+           "With --folder, --area or --owner: only the snapshots in which those indexes changed,\n"
+           "and how many entries they had. This works without the tree, too."}};
 }
 
 }  // namespace stgctl

@@ -1,5 +1,4 @@
 
-#include <memory>
 #include <vector>
 
 #include "client/admin/name_restore.h"
@@ -23,9 +22,15 @@ using admin::RestoredName;
 using admin::RestorePlan;
 
 struct Options {
-  NamesOptions names;
-  std::string at;
-  bool missing = false;
+  Arguments app;
+  TextOption at{app,
+                "--at",
+                {"T", is_snapshot_name},
+                "The snapshot: its number, a time in UTC ('2026-03-01 12:00', '@SECONDS'), an age "
+                "('2h'); the latest otherwise"};
+  FolderOption folder{app};
+  NamesOption names{app};
+  Flag missing{app, "--missing", "Also list the names whose files are missing"};
 };
 
 /// A folder with names to restore.
@@ -85,7 +90,7 @@ class Restoring {
                                 "use --layout, or name another snapshot",
                                 admin::name_of(m_snapshot.layout), admin::name_of(tree.layout)));
       }
-      const NamesFilter filter(m_context, tree, m_options.names);
+      const NamesFilter filter(m_context, tree, m_options.folder);
       for (const auto& [name, index] : store.indexes_of(m_snapshot.number)) {
         Context::stop_if_interrupted();
         const auto folder = filter.wanted(name);
@@ -207,29 +212,19 @@ class Restoring {
   bool m_any_told = false;
 };
 
+Exit run_restore(Context& context, const Options& options) {
+  return Restoring(context, options).run();
+}
+
 }  // namespace
 
-void add_index_restore_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<Options>();
-    app.add_option(
-           "--at", options->at,
-           "The snapshot: its number, a time in UTC ('2026-03-01 12:00', '@SECONDS'), an age "
-           "('2h'); the latest otherwise")
-        .type_name("T")
-        .check(is_snapshot_name);
-    add_folder_option(app, options->names);
-    add_names_option(app, options->names);
-    app.add_flag("--missing", options->missing, "Also list the names whose files are missing");
-    return [options](Context& context) { return Restoring(context, *options).run(); };
-  };
-  commands.push_back(
-      {"index restore", Group::kChange, Effect::kChanges,
-       "Restore names from a snapshot, without changing the documents", declare,
-       "Restores a name if its file exists and no other name has that file. The names that\n"
-       "the index has now stay. The entry that adoption gave to the file is removed, and a\n"
-       "file whose extension adoption changed to lower case gets its old name. No other file\n"
-       "is renamed, and no document is written. --area, --owner and --folder limit it."});
+Commands index_restore_command() {
+  return {{"index restore", Group::kChange, Effect::kChanges,
+           "Restore names from a snapshot, without changing the documents", run_restore,
+           "Restores a name if its file exists and no other name has that file. The names that\n"
+           "the index has now stay. The entry that adoption gave to the file is removed, and a\n"
+           "file whose extension adoption changed to lower case gets its old name. No other file\n"
+           "is renamed, and no document is written. --area, --owner and --folder limit it."}};
 }
 
 }  // namespace stgctl

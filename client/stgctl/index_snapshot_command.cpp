@@ -1,5 +1,4 @@
 
-#include <memory>
 
 #include "client/admin/name_snapshot.h"
 #include "client/stgctl/command.h"
@@ -87,11 +86,16 @@ void show(Context& context, const Snapshot& snapshot, const std::string& file,
           : formatted("; {} more in {}", format_bytes(written), shown(file)));
 }
 
-Exit run_snapshot(Context& context, const NamesOptions& options) {
+struct Options {
+  Arguments app;
+  NamesOption names{app};
+};
+
+Exit run_snapshot(Context& context, const Options& options) {
   if (!context.options().area.empty() || !context.options().owner.empty()) {
     throw Failure(Exit::kUsage, "a snapshot is always of the whole tree; omit --area and --owner");
   }
-  const std::string file = names_file(context, options);
+  const std::string file = names_file(context, options.names);
   Snapshot head;
   head.storage = context.tree().storage;
   head.layout = context.tree().layout;
@@ -126,19 +130,13 @@ Exit run_snapshot(Context& context, const NamesOptions& options) {
 
 }  // namespace
 
-void add_index_snapshot_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<NamesOptions>();
-    add_names_option(app, *options);
-    return [options](Context& context) { return run_snapshot(context, *options); };
-  };
-  commands.push_back(
-      {"index snapshot", Group::kChange, Effect::kChanges,
-       "Save the names of all documents in a file outside the tree", declare,
-       "Reads each index once, under a shared lock, and stores what differs from the last\n"
-       "snapshot. The command only appends to the file; it does not change the tree and does\n"
-       "not ask. For an index that cannot be read, the snapshot contains its state of the\n"
-       "snapshot before."});
+Commands index_snapshot_command() {
+  return {{"index snapshot", Group::kChange, Effect::kChanges,
+           "Save the names of all documents in a file outside the tree", run_snapshot,
+           "Reads each index once, under a shared lock, and stores what differs from the last\n"
+           "snapshot. The command only appends to the file; it does not change the tree and does\n"
+           "not ask. For an index that cannot be read, the snapshot contains its state of the\n"
+           "snapshot before."}};
 }
 
 }  // namespace stgctl

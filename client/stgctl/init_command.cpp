@@ -65,12 +65,11 @@ Exit run_init(Context& context) {
 
 }  // namespace
 
-void add_init_command(Commands& commands) {
-  commands.push_back(
-      {"init", Group::kChange, Effect::kChanges, "Create a storage tree below a root folder",
-       [](Arguments&) -> Run { return run_init; },
-       "The root folder must exist. Folders of the tree that already exist stay as they are.\n"
-       "No other command creates a tree."});
+Commands init_command() {
+  return {{"init", Group::kChange, Effect::kChanges, "Create a storage tree below a root folder",
+           run_init,
+           "The root folder must exist. Folders of the tree that already exist stay as they are.\n"
+           "No other command creates a tree."}};
 }
 
 }  // namespace stgctl

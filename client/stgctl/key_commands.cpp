@@ -1,7 +1,6 @@
 // keys and profile: show, set, unset.
 
 #include <algorithm>
-#include <memory>
 
 #include "client/admin/lookup.h"
 #include "client/admin/system.h"
@@ -24,9 +23,23 @@ namespace {
 
 using admin::KeyEdit;
 
-struct EditOptions {
-  std::string file = "profile.txt";
-  std::vector<std::string> lines;
+struct KeysSetOptions {
+  Arguments app;
+  TextOption file{app, "file", "NAME", "The key file's logical name", {kRequired}};
+  ListOption lines{app, "line", "KEY=VALUE", "Keys with their values", {kRequired}};
+};
+
+struct KeysUnsetOptions {
+  Arguments app;
+  TextOption file{app, "file", "NAME", "The key file's logical name", {kRequired}};
+  ListOption lines{app, "line", "KEY", "Keys; all their lines are removed", {kRequired}};
+};
+
+struct ProfileSetOptions {
+  Arguments app;
+  TextOption file{
+      app, "--file", "NAME", "The profile's name (profile.txt)", {initially("profile.txt")}};
+  ListOption lines{app, "line", "KEY=VALUE", "Keys with their values", {kRequired}};
 };
 
 enum class Change { kSet, kUnset };
@@ -138,7 +151,12 @@ FoundEntry find_or_make(Context& context, const Target& target, const std::strin
                     " could not be created; run again with --trace m to see the reason");
 }
 
-Exit run_edit(Context& context, const EditOptions& options, Change change, const char* schema) {
+template <class Options>
+Exit run_edit(Context& context, Options& options, Change change, const char* schema) {
+  take_key_file(context, options.file);
+  const bool is_elsewhere = document_area(context, admin::Area::kUser) != admin::Area::kUser;
+  if (std::is_same_v<Options, ProfileSetOptions> && is_elsewhere)
+    throw Failure(Exit::kUsage, "profiles are in the area user; omit --area");
   check_name("the key file", options.file);
   std::vector<Edit> edits;
   for (const std::string& line : options.lines) edits.push_back(parse_edit(line, change));
@@ -170,61 +188,50 @@ Exit run_edit(Context& context, const EditOptions& options, Change change, const
   return report.finish();
 }
 
-/// Declares any of the edit commands. They differ only in where the file name comes from.
-Run declare_edit(Arguments& app, Change change, const char* schema, bool is_profile) {
-  const auto options = std::make_shared<EditOptions>();
-  if (is_profile) {
-    app.add_option("--file", options->file, "The profile's name (profile.txt)").type_name("NAME");
-  } else {
-    app.add_option("file", options->file, "The key file's logical name")
-        .type_name("NAME")
-        .required();
-  }
-  app.add_option(
-         "line", options->lines,
-         change == Change::kSet ? "Keys with their values" : "Keys; all their lines are removed")
-      .type_name(change == Change::kSet ? "KEY=VALUE" : "KEY")
-      .required();
-  return [=](Context& context) {
-    EditOptions edit = *options;
-    take_key_file(context, edit.file);
-    const bool is_elsewhere = document_area(context, admin::Area::kUser) != admin::Area::kUser;
-    if (is_profile && is_elsewhere)
-      throw Failure(Exit::kUsage, "profiles are in the area user; omit --area");
-    return run_edit(context, edit, change, schema);
-  };
+Exit run_keys_set(Context& context, KeysSetOptions& options) {
+  return run_edit(context, options, Change::kSet, "stgctl.keys.set/1");
+}
+
+Exit run_keys_unset(Context& context, KeysUnsetOptions& options) {
+  return run_edit(context, options, Change::kUnset, "stgctl.keys.unset/1");
+}
+
+Exit run_profile_set(Context& context, ProfileSetOptions& options) {
+  return run_edit(context, options, Change::kSet, "stgctl.profile.set/1");
 }
 
 }  // namespace
 
-void add_key_commands(Commands& commands) {
-  commands.push_back(
+Commands key_commands() {
+  return {
       {"keys set", Group::kChange, Effect::kChanges,
-       "Set lines of a key file; create the file if it is missing",
-       [](Arguments& app) { return declare_edit(app, Change::kSet, "stgctl.keys.set/1", false); },
+       "Set lines of a key file; create the file if it is missing", run_keys_set,
        "The area is user unless --area names another one. Other lines of the file do not\n"
        "change. If a key has several lines, the first gets the value and the others are\n"
-       "removed."});
-  commands.push_back({"keys unset", Group::kChange, Effect::kChanges, "Remove lines of a key file",
-                      [](Arguments& app) {
-                        return declare_edit(app, Change::kUnset, "stgctl.keys.unset/1", false);
-                      },
-                      "The area is user unless --area names another one. All lines of a key are\n"
-                      "removed. Other lines of the file do not change."});
-  commands.push_back(
+       "removed."},
+      {"keys unset", Group::kChange, Effect::kChanges, "Remove lines of a key file", run_keys_unset,
+       "The area is user unless --area names another one. All lines of a key are\n"
+       "removed. Other lines of the file do not change."},
       {"profile set", Group::kChange, Effect::kChanges, "Set lines of an owner's profile",
-       [](Arguments& app) { return declare_edit(app, Change::kSet, "stgctl.profile.set/1", true); },
-       "This command does not change the master profile, which is outside every tree."});
+       run_profile_set,
+       "This command does not change the master profile, which is outside every tree."}};
 }
 
 // ---- showing -----------------------------------------------------------------------------------
 
 namespace {
 
-struct ShowOptions {
-  std::string name;
-  std::string config;
-  bool no_lock = false;
+struct ShowKeysOptions {
+  Arguments app;
+  TextOption name{app, "name", "NAME", "The key file's logical name", {kRequired}};
+  NoLock no_lock{app};
+};
+
+struct ShowProfileOptions {
+  Arguments app;
+  TextOption name{app, "name", "NAME", "The profile's name (profile.txt)"};
+  TextOption config{app, "--config", "DIR", "The folder of the master profile"};
+  NoLock no_lock{app};
 };
 
 /// The place and owner of a key file.
@@ -235,10 +242,9 @@ struct Place {
   std::string path;
 };
 
-Exit show(Context& context, const char* schema, const Place& place, const ShowOptions& options) {
+Exit show(Context& context, const char* schema, const Place& place, bool no_lock) {
   admin::KeyFile file;
-  const os::Status read =
-      admin::read_key_file(place.path, locking_for(context, options.no_lock), file);
+  const os::Status read = admin::read_key_file(place.path, locking_for(context, no_lock), file);
   if (read.failure() == os::Failure::kLocked)
     throw Failure(Exit::kLockTimeout,
                   shown(place.path) + " is locked by another process; wait, or use --no-lock");
@@ -266,36 +272,36 @@ Exit show(Context& context, const char* schema, const Place& place, const ShowOp
   return Exit::kDone;
 }
 
-Place find(Context& context, admin::Area area, const ShowOptions& options) {
+Place find(Context& context, admin::Area area, const std::string& name, bool no_lock) {
   admin::Request request;
   request.area = area;
   request.owner = owner_or_none(context);
-  request.entry = options.name;
+  request.entry = name;
   const admin::Lookup found =
-      admin::look_up(context.tree(), request, locking_for(context, options.no_lock));
-  if (found.found)
-    return {std::string(admin::name_of(area)), found.folder.owner, options.name, found.path};
+      admin::look_up(context.tree(), request, locking_for(context, no_lock));
+  if (found.found) return {std::string(admin::name_of(area)), found.folder.owner, name, found.path};
   if (found.lock_missed)
     throw Failure(Exit::kLockTimeout,
                   "the index of " + shown(found.folder.path) + " is locked by another process");
-  throw Failure(Exit::kNothingMatched, formatted("there is no {} in {}: {}", shown(options.name),
+  throw Failure(Exit::kNothingMatched, formatted("there is no {} in {}: {}", shown(name),
                                                  shown(found.folder.path), found.why));
 }
 
-Exit run_keys(Context& context, ShowOptions options) {
+Exit run_keys(Context& context, ShowKeysOptions& options) {
   take_key_file(context, options.name);
-  const Place place = find(context, document_area(context, admin::Area::kUser), options);
-  return show(context, "stgctl.keys/1", place, options);
+  const Place place =
+      find(context, document_area(context, admin::Area::kUser), options.name, options.no_lock);
+  return show(context, "stgctl.keys/1", place, options.no_lock);
 }
 
-Exit run_profile(Context& context, ShowOptions options) {
+Exit run_profile(Context& context, ShowProfileOptions& options) {
   take_key_file(context, options.name);
   if (context.scope().area.value_or(admin::Area::kUser) != admin::Area::kUser)
     throw Failure(Exit::kUsage, "profiles are in the area user; omit --area");
   if (context.scope().owner) {
     if (options.name.empty()) options.name = "profile.txt";
-    const Place place = find(context, admin::Area::kUser, options);
-    return show(context, "stgctl.profile/1", place, options);
+    const Place place = find(context, admin::Area::kUser, options.name, options.no_lock);
+    return show(context, "stgctl.profile/1", place, options.no_lock);
   }
   if (options.config.empty()) {
     throw Failure(Exit::kUsage,
@@ -306,36 +312,19 @@ Exit run_profile(Context& context, ShowOptions options) {
   if (path.empty() || admin::sys::describe(path).kind == admin::sys::Kind::kMissing)
     throw Failure(Exit::kNothingMatched, "there is no master profile in " + shown(options.config));
   const std::string name = path.substr(path.rfind(admin::sys::kSeparator) + 1);
-  return show(context, "stgctl.profile/1", {"", "", name, path}, options);
-}
-
-Run declare_keys(Arguments& app) {
-  auto options = std::make_shared<ShowOptions>();
-  app.add_option("name", options->name, "The key file's logical name").type_name("NAME").required();
-  add_no_lock(app, options->no_lock);
-  return [options](Context& context) { return run_keys(context, *options); };
-}
-
-Run declare_profile(Arguments& app) {
-  auto options = std::make_shared<ShowOptions>();
-  app.add_option("name", options->name, "The profile's name (profile.txt)").type_name("NAME");
-  app.add_option("--config", options->config, "The folder of the master profile").type_name("DIR");
-  add_no_lock(app, options->no_lock);
-  return [options](Context& context) { return run_profile(context, *options); };
+  return show(context, "stgctl.profile/1", {"", "", name, path}, options.no_lock);
 }
 
 }  // namespace
 
-void add_show_commands(Commands& commands) {
-  commands.push_back(
-      {"keys show", Group::kLook, Effect::kLooks, "Show the lines of a key file", declare_keys,
-       "The area is user unless --area names another one. Lines without \"=\" are skipped, as\n"
-       "the library does."});
-  commands.push_back(
-      {"profile show", Group::kLook, Effect::kLooks, "Show a user's profile, or the master profile",
-       declare_profile,
-       "Shows the profile of the user that --owner names, or the master profile of --config:\n"
-       "profile.txt if it exists, otherwise master.txt."});
+Commands show_commands() {
+  return {{"keys show", Group::kLook, Effect::kLooks, "Show the lines of a key file", run_keys,
+           "The area is user unless --area names another one. Lines without \"=\" are skipped, as\n"
+           "the library does."},
+          {"profile show", Group::kLook, Effect::kLooks,
+           "Show a user's profile, or the master profile", run_profile,
+           "Shows the profile of the user that --owner names, or the master profile of --config:\n"
+           "profile.txt if it exists, otherwise master.txt."}};
 }
 
 }  // namespace stgctl

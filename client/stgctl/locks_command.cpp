@@ -43,11 +43,9 @@ Exit run_locks(Context& context) {
 
 }  // namespace
 
-void add_locks_command(Commands& commands) {
-  commands.push_back(
-      {"locks", Group::kLook, Effect::kLooks, "Show which process holds which lock",
-       [](Arguments&) -> Run { return run_locks; },
-       "Works on Linux, for the processes that you may inspect. Windows does not report it."});
+Commands locks_command() {
+  return {{"locks", Group::kLook, Effect::kLooks, "Show which process holds which lock", run_locks,
+           "Works on Linux, for the processes that you may inspect. Windows does not report it."}};
 }
 
 }  // namespace stgctl

@@ -9,10 +9,9 @@
 
 namespace stgctl {
 
-void add_no_lock(Arguments& app, bool& no_lock) {
-  app.add_flag("--no-lock", no_lock,
-               "Read indexes without a lock: never waits, but can see a half-written one");
-}
+NoLock::NoLock(Arguments app)
+    : Flag(app, "--no-lock",
+           "Read indexes without a lock: never waits, but can see a half-written one") {}
 
 admin::sys::Locking locking_for(Context& context, bool no_lock) {
   admin::sys::Locking locking = context.locking();
@@ -144,15 +143,14 @@ class Lister {
 
 }  // namespace
 
-admin::EntryQuery query_of(Context& context, const ListingOptions& options) {
+admin::EntryQuery query_of(Context& context, const std::string& pattern,
+                           const std::string& timestamp, bool no_lock) {
   admin::EntryQuery query;
   query.scope = context.scope();
-  query.locking = locking_for(context, options.no_lock);
+  query.locking = locking_for(context, no_lock);
   query.stop = &Context::interrupt_flag();
-  query.with_info = options.with_sizes;
-  query.with_missing = options.with_missing;
-  if (!options.pattern.empty()) query.pattern = options.pattern;
-  if (!options.timestamp.empty()) query.timestamp = parse_stamp(options.timestamp);
+  if (!pattern.empty()) query.pattern = pattern;
+  if (!timestamp.empty()) query.timestamp = parse_stamp(timestamp);
   return query;
 }
 
@@ -166,32 +164,11 @@ Exit list_entries(Context& context, const admin::EntryQuery& query, const char* 
 
 // ---- at one document ---------------------------------------------------------------------------
 
-void declare_entry(Arguments& app, EntryOptions& options, const char* what) {
-  app.add_option("entry", options.name, what).type_name("ENTRY").required();
-  app.add_option("--timestamp", options.timestamp, "Only the version of this timestamp")
-      .type_name("STAMP")
-      .check(is_stamp);
-  add_no_lock(app, options.no_lock);
-}
-
-EntryOptions taken_apart(Context& context, const EntryOptions& options, Paths paths) {
-  EntryOptions asked = options;
-  // Text of that form is a path if something exists there.
-  const bool is_path =
-      paths == Paths::kTaken && admin::sys::describe(asked.name).kind != admin::sys::Kind::kMissing;
-  if (!is_path) context.take_apart(asked.name, asked.timestamp);
-  return asked;
-}
-
 std::vector<FoundEntry> versions_of(Context& context, const EntryOptions& options,
                                     admin::EntryFailures& failures) {
-  admin::EntryQuery query;
-  query.scope = context.scope();
+  admin::EntryQuery query = query_of(context, "", options.timestamp, options.no_lock);
   query.logical = options.name;
-  if (!options.timestamp.empty()) query.timestamp = parse_stamp(options.timestamp);
   query.with_info = true;
-  query.locking = locking_for(context, options.no_lock);
-  query.stop = &Context::interrupt_flag();
   std::vector<FoundEntry> found;
   failures = admin::for_each_entry(
       context.tree(), query,

@@ -16,8 +16,10 @@
 /// Common parts of the commands that only read.
 namespace stgctl {
 
-/// Adds --no-lock to a command that reads indexes.
-void add_no_lock(Arguments& app, bool& no_lock);
+/// --no-lock, of a command that reads indexes.
+struct NoLock : Flag {
+  explicit NoLock(Arguments app);
+};
 /// How the command reads: like Context::locking(), or without locks.
 admin::sys::Locking locking_for(Context& context, bool no_lock);
 
@@ -49,34 +51,28 @@ std::string_view name_of(admin::sys::Kind kind);
 /// "complete", "partial", "none".
 std::string_view name_of(admin::sys::Knowledge known);
 
-/// The options of a listing.
-struct ListingOptions {
-  std::string pattern;
-  std::string timestamp;
-  bool with_sizes = false;
-  bool with_missing = false;
-  bool no_lock = false;
-};
+// The help of two options of ls and find.
+inline constexpr const char* kPatternHelp = "Logical names: \"*\" and \"?\" match";
+inline constexpr const char* kLongHelp = "Also show sizes and times";
 
-admin::EntryQuery query_of(Context& context, const ListingOptions& options);
+/// What a listing asks for. An empty pattern or timestamp matches all.
+admin::EntryQuery query_of(Context& context, const std::string& pattern,
+                           const std::string& timestamp, bool no_lock);
 /// Lists the matching entries one by one. @param schema "stgctl.ls/1".
 Exit list_entries(Context& context, const admin::EntryQuery& query, const char* schema);
 
 // ---- for the commands that look at one document: versions, which, cat, parts -------------------
 
 struct EntryOptions {
-  std::string name;
-  std::string timestamp;
-  bool no_lock = false;
+  Arguments app;
+  const char* what = "The logical name";
+  TextOption name{app, "entry", "ENTRY", what, {kRequired}};
+  TextOption timestamp{app, "--timestamp", kStamp, "Only the version of this timestamp"};
+  NoLock no_lock{app};
+
+  /// Splits the name if it has the printed form of a version.
+  void take_apart(Context& context) { context.take_apart(name, timestamp); }
 };
-
-/// Whether the name can also be the path of a file.
-enum class Paths { kTaken, kRefused };
-
-/// Declares the name, --timestamp and --no-lock. @param what the description of the name.
-void declare_entry(Arguments& app, EntryOptions& options, const char* what);
-/// Splits the name if it has the printed form of a version.
-EntryOptions taken_apart(Context& context, const EntryOptions& options, Paths paths);
 
 /// All versions of the name within --area, --owner and the options, sorted by area, owner, name and
 /// timestamp. Warns about folders that could not be read.

@@ -180,16 +180,15 @@ std::string manual_page(const std::vector<CommandUsage>& usage) {
   return page + kEnd;
 }
 
+Exit run_manual(Context& context) {
+  context.out().write(manual_page(context.command_line().usage()));
+  return Exit::kDone;
+}
+
 }  // namespace
 
-void add_manual_command(Commands& commands) {
-  commands.push_back(
-      {"manual", Group::kHidden, Effect::kLooks, "Write the manual page", [](Arguments&) -> Run {
-         return [](Context& context) {
-           context.out().write(manual_page(context.command_line().usage()));
-           return Exit::kDone;
-         };
-       }});
+Commands manual_command() {
+  return {{"manual", Group::kHidden, Effect::kLooks, "Write the manual page", run_manual}};
 }
 
 }  // namespace stgctl

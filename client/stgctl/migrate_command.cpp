@@ -123,13 +123,12 @@ Exit run_inbox(Context& context) {
 
 }  // namespace
 
-void add_migrate_commands(Commands& commands) {
-  commands.push_back(
-      {"migrate inbox", Group::kChange, Effect::kChanges,
-       "Convert the mail names of an owner, once", [](Arguments&) -> Run { return run_inbox; },
-       "Older programs stored mail under escaped names. This command creates entries with the\n"
-       "plain names for this mail, and converts the read list too. It adopts orphans first. A\n"
-       "marker in the folder makes a second run do nothing."});
+Commands migrate_commands() {
+  return {{"migrate inbox", Group::kChange, Effect::kChanges,
+           "Convert the mail names of an owner, once", run_inbox,
+           "Older programs stored mail under escaped names. This command creates entries with the\n"
+           "plain names for this mail, and converts the read list too. It adopts orphans first. A\n"
+           "marker in the folder makes a second run do nothing."}};
 }
 
 }  // namespace stgctl

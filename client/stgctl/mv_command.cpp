@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <deque>
-#include <memory>
 #include <optional>
 #include <set>
 #include <span>
@@ -208,13 +207,17 @@ void move_versions(Context& context, std::vector<Move> moves, ChangeReport& repo
 }
 
 struct Options {
-  std::string from;
-  std::string to;
-  std::string match;
-  std::string match_to;
-  std::string timestamp;
-  std::string new_timestamp;
-  bool replace = false;
+  Arguments app;
+  TextOption from{app, "name", "NAME", "The logical name"};
+  TextOption to{app, "new-name", "NEW-NAME", "The new name"};
+  TextOption match{app, "--match", "PATTERN",
+                   "All documents that match this pattern; * and ? as in a shell"};
+  TextOption match_to{
+      app, "--to", "PATTERN",
+      "Their new name: each \"*\" takes the text that the same \"*\" of --match matched"};
+  TextOption timestamp{app, "--timestamp", kStamp, "The version, if there are several"};
+  TextOption new_timestamp{app, "--new-timestamp", kStamp, "The new version (unchanged)"};
+  Flag replace{app, "--replace", "Replace a version that exists"};
 };
 
 /// How many bytes at the start of a text match a part of a pattern. The part has no stars. Returns
@@ -424,33 +427,13 @@ Exit run_mv(Context& context, const Options& options) {
 
 }  // namespace
 
-void add_mv_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<Options>();
-    app.add_option("name", options->from, "The logical name").type_name("NAME");
-    app.add_option("new-name", options->to, "The new name").type_name("NEW-NAME");
-    app.add_option("--match", options->match,
-                   "All documents that match this pattern; * and ? as in a shell")
-        .type_name("PATTERN");
-    app.add_option(
-           "--to", options->match_to,
-           "Their new name: each \"*\" takes the text that the same \"*\" of --match matched")
-        .type_name("PATTERN");
-    app.add_option("--timestamp", options->timestamp, "The version, if there are several")
-        .type_name("STAMP")
-        .check(is_stamp);
-    app.add_option("--new-timestamp", options->new_timestamp, "The new version (unchanged)")
-        .type_name("STAMP")
-        .check(is_stamp);
-    app.add_flag("--replace", options->replace, "Replace a version that exists");
-    return [options](Context& context) { return run_mv(context, *options); };
-  };
-  commands.push_back(
-      {"mv", Group::kChange, Effect::kChanges, "Rename documents, or change their version", declare,
-       "The area is docs unless --area names another one. A document keeps its modification\n"
-       "time. Its sub-parts are removed, because programs generate them again. Key lines\n"
-       "that name it stay. The new name may contain another owner or area:\n"
-       "'docs/bert/sales.kdf'."});
+Commands mv_command() {
+  return {{"mv", Group::kChange, Effect::kChanges, "Rename documents, or change their version",
+           run_mv,
+           "The area is docs unless --area names another one. A document keeps its modification\n"
+           "time. Its sub-parts are removed, because programs generate them again. Key lines\n"
+           "that name it stay. The new name may contain another owner or area:\n"
+           "'docs/bert/sales.kdf'."}};
 }
 
 }  // namespace stgctl

@@ -8,7 +8,6 @@
 
 #include "client/admin/name_restore.h"
 #include "client/admin/name_snapshot.h"
-#include "client/stgctl/command.h"
 #include "client/stgctl/exit_codes.h"
 #include "client/stgctl/paths.h"
 #include "client/stgctl/text.h"
@@ -59,17 +58,13 @@ std::optional<std::int64_t> parse_time(std::string_view text) {
 
 }  // namespace
 
-void add_names_option(Arguments& app, NamesOptions& options) {
-  app.add_option("--names", options.file,
-                 "The file of saved names (beside the storage folder: 'storage.names')")
-      .type_name("FILE");
-}
+NamesOption::NamesOption(Arguments app)
+    : TextOption(app, "--names", "FILE",
+                 "The file of saved names (beside the storage folder: 'storage.names')") {}
 
-void add_folder_option(Arguments& app, NamesOptions& options) {
-  app.add_option("--folder", options.folder,
-                 "One document folder, by its path or as 'docs/anna/00000042'")
-      .type_name("DIR");
-}
+FolderOption::FolderOption(Arguments app)
+    : TextOption(app, "--folder", "DIR",
+                 "One document folder, by its path or as 'docs/anna/00000042'") {}
 
 std::string place_outside(Context& context, const std::string& file) {
   const std::string storage = sys::absolute(context.storage());
@@ -85,9 +80,9 @@ std::string place_outside(Context& context, const std::string& file) {
   return sys::join(folder, from_path(path.filename()));
 }
 
-std::string names_file(Context& context, const NamesOptions& options) {
-  if (options.file.empty()) return sys::absolute(context.storage()) + kEnding;
-  return place_outside(context, options.file);
+std::string names_file(Context& context, const std::string& option) {
+  if (option.empty()) return sys::absolute(context.storage()) + kEnding;
+  return place_outside(context, option);
 }
 
 admin::Tree tree_of_names(Context& context, const admin::Snapshot& snapshot) {
@@ -112,20 +107,19 @@ void fail(const admin::StoreError& error) {
   }
 }
 
-NamesFilter::NamesFilter(Context& context, const admin::Tree& tree, const NamesOptions& options)
+NamesFilter::NamesFilter(Context& context, const admin::Tree& tree, const std::string& named)
     : m_tree(tree), m_scope(context.scope()) {
-  if (options.folder.empty()) return;
-  std::string name = options.folder;
+  if (named.empty()) return;
+  std::string name = named;
   if (sys::kSeparator != '/') std::replace(name.begin(), name.end(), sys::kSeparator, '/');
   while (name.ends_with('/')) name.pop_back();
   std::optional<admin::DocumentFolder> folder = admin::folder_of_saved_name(tree, name);
   if (!folder) {
-    const auto located = admin::locate_in(tree, options.folder);
+    const auto located = admin::locate_in(tree, named);
     if (located && located->rest.empty()) folder = located->folder;
   }
   if (!folder) {
-    throw Failure(Exit::kNothingMatched,
-                  shown(options.folder) + " is not a document folder of this tree");
+    throw Failure(Exit::kNothingMatched, shown(named) + " is not a document folder of this tree");
   }
   m_folder = admin::saved_name_of(tree, folder->path);
 }

@@ -10,6 +10,7 @@
 
 #include "client/admin/folder_view.h"
 #include "client/admin/name_store.h"
+#include "client/stgctl/command.h"
 #include "client/stgctl/context.h"
 #include "client/stgctl/output.h"
 
@@ -17,17 +18,18 @@
 /// Common parts of the commands that use the file of saved names.
 namespace stgctl {
 
-/// The indexes that a command uses, and the file of their saved names.
-struct NamesOptions {
-  std::string file;    ///< --names
-  std::string folder;  ///< --folder
+/// --names: the file of the saved names.
+struct NamesOption : TextOption {
+  explicit NamesOption(Arguments app);
 };
-void add_names_option(Arguments& app, NamesOptions& options);
-void add_folder_option(Arguments& app, NamesOptions& options);
+/// --folder: one of the saved indexes.
+struct FolderOption : TextOption {
+  explicit FolderOption(Arguments app);
+};
 
-/// The path of the file: --names, or beside the storage folder. The tree need not exist.
+/// The path of the file: @p option, or beside the storage folder. The tree need not exist.
 /// @throws Failure kRefused for a place in the tree.
-std::string names_file(Context& context, const NamesOptions& options);
+std::string names_file(Context& context, const std::string& option);
 
 /// The absolute path for a new file. @throws Failure kRefused for a place in the tree.
 std::string place_outside(Context& context, const std::string& file);
@@ -43,8 +45,9 @@ auto on_names(Work&& work) -> decltype(work());
 /// Selects saved indexes by --area, --owner and --folder.
 class NamesFilter {
  public:
-  /// @throws Failure kNothingMatched if --folder is not a document folder.
-  NamesFilter(Context& context, const admin::Tree& tree, const NamesOptions& options);
+  /// @param named the value of --folder.
+  /// @throws Failure kNothingMatched if it is not a document folder.
+  NamesFilter(Context& context, const admin::Tree& tree, const std::string& named);
   /// The folder of a saved index, if it is selected.
   std::optional<admin::DocumentFolder> wanted(std::string_view saved_name) const;
 

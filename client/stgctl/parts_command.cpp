@@ -1,4 +1,3 @@
-#include <memory>
 
 #include "client/admin/explain.h"
 #include "client/stgctl/look.h"
@@ -11,9 +10,10 @@ namespace {
 namespace sys = admin::sys;
 
 struct Options {
-  EntryOptions entry;
-  std::string stamp;
-  bool why = false;
+  Arguments app;
+  EntryOptions entry{app};
+  TextOption stamp{app, "--stamp", "TEXT", "Only sub-parts in the folder of this stamp"};
+  Flag why{app, "--why", "Show why the library would decide so"};
 };
 
 std::string time_or_dash(const sys::Info& info) {
@@ -67,12 +67,13 @@ void show_part(Context& context, const FoundEntry& version, const admin::Part& p
   if (why) context.out().print("      {}\n", why_text(version, part));
 }
 
-Exit run_parts(Context& context, const EntryOptions& entry, const Options& options) {
+Exit run_parts(Context& context, Options& options) {
+  options.entry.take_apart(context);
   if (context.scope().area && *context.scope().area != admin::Area::kDocs)
     throw Failure(Exit::kUsage, "only corporate documents have sub-parts; use --area docs");
   admin::EntryFailures failures;
   bool any = false;
-  for (const FoundEntry& version : versions_of(context, entry, failures)) {
+  for (const FoundEntry& version : versions_of(context, options.entry, failures)) {
     if (version.folder.area != admin::Area::kDocs) continue;
     std::vector<admin::Part> parts = admin::parts_of(version.path());
     if (!options.stamp.empty())
@@ -91,21 +92,11 @@ Exit run_parts(Context& context, const EntryOptions& entry, const Options& optio
 
 }  // namespace
 
-void add_parts_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<Options>();
-    declare_entry(app, options->entry, "The logical name");
-    app.add_option("--stamp", options->stamp, "Only sub-parts in the folder of this stamp")
-        .type_name("TEXT");
-    app.add_flag("--why", options->why, "Show why the library would decide so");
-    return [options](Context& context) {
-      return run_parts(context, taken_apart(context, options->entry, Paths::kRefused), *options);
-    };
-  };
-  commands.push_back(
-      {"parts", Group::kLook, Effect::kLooks, "List the sub-parts of a corporate document", declare,
-       "Shows the times of sub-part and preload copy, and what a read would decide:\n"
-       "up-to-date, from-preload, regenerate or force-retrieve."});
+Commands parts_command() {
+  return {{"parts", Group::kLook, Effect::kLooks, "List the sub-parts of a corporate document",
+           run_parts,
+           "Shows the times of sub-part and preload copy, and what a read would decide:\n"
+           "up-to-date, from-preload, regenerate or force-retrieve."}};
 }
 
 }  // namespace stgctl

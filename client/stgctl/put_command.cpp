@@ -2,7 +2,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -246,11 +245,17 @@ void Storing::tell_stored(const Work& work) {
 constexpr const char* kSeparators = sys::kSeparator == '\\' ? "\\/" : "/";
 
 struct Options {
-  std::vector<std::string> sources;
-  std::string as;
-  std::string timestamp;
-  bool replace = false;
-  bool keep_paths = false;
+  Arguments app;
+  ListOption sources{
+      app, "source", "SOURCE", "Files, or folders with all their content", {kRequired}};
+  TextOption as{app, "--as", "NAME", "The logical name, instead of the file's own"};
+  TextOption timestamp{app,
+                       "--timestamp",
+                       {"STAMP", is_stamp_or_mtime},
+                       "The version: a number, or 'mtime' for the file's time (0)"};
+  Flag replace{app, "--replace", "Replace versions that exist"};
+  Flag keep_paths{app, "--keep-paths",
+                  "Name files by their paths below the folder, with \"~\" for each separator"};
 };
 
 /// The sources to store; the skipped ones with the reason.
@@ -290,7 +295,8 @@ class Planner {
     const sys::Info info = sys::describe(source);
     switch (info.kind) {
       case sys::Kind::kFile:
-        return add_file(source, m_options.as.empty() ? name_of(source) : m_options.as, info);
+        return add_file(source, m_options.as.empty() ? name_of(source) : std::string(m_options.as),
+                        info);
       case sys::Kind::kFolder:
         if (!m_options.as.empty()) {
           throw Failure(Exit::kRefused, shown(source) + " is a folder; --as names a single file");
@@ -363,7 +369,11 @@ void warn_of_stamps(Context& context, const Target& target, const Plan& plan) {
   }
 }
 
-Exit run_put(Context& context, const Options& options) {
+Exit run_put(Context& context, Options& options) {
+  context.take_apart(options.as, options.timestamp);
+  if (options.timestamp.empty()) options.timestamp = "0";
+  if (const std::string wrong = is_stamp_or_mtime(options.timestamp); !wrong.empty())
+    throw Failure(Exit::kUsage, wrong);
   context.tree();
   if (!options.as.empty() && options.sources.size() > 1) {
     throw Failure(Exit::kUsage, "--as names a single file, and several sources are given");
@@ -390,34 +400,11 @@ Exit run_put(Context& context, const Options& options) {
 
 }  // namespace
 
-void add_put_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<Options>();
-    app.add_option("source", options->sources, "Files, or folders with all their content")
-        .type_name("SOURCE")
-        .required();
-    app.add_option("--as", options->as, "The logical name, instead of the file's own")
-        .type_name("NAME");
-    app.add_option("--timestamp", options->timestamp,
-                   "The version: a number, or 'mtime' for the file's time (0)")
-        .type_name("STAMP")
-        .check(is_stamp_or_mtime);
-    app.add_flag("--replace", options->replace, "Replace versions that exist");
-    app.add_flag("--keep-paths", options->keep_paths,
-                 "Name files by their paths below the folder, with \"~\" for each separator");
-    return [options](Context& context) {
-      context.take_apart(options->as, options->timestamp);
-      if (options->timestamp.empty()) options->timestamp = "0";
-      if (const std::string wrong = is_stamp_or_mtime(options->timestamp); !wrong.empty())
-        throw Failure(Exit::kUsage, wrong);
-      return run_put(context, *options);
-    };
-  };
-  commands.push_back(
-      {"put", Group::kChange, Effect::kChanges, "Store files, or whole folders, as documents",
-       declare,
-       "The area is docs unless --area names another one. Every file keeps its modification\n"
-       "time. Files of a folder are stored under their own names. Links are skipped."});
+Commands put_command() {
+  return {{"put", Group::kChange, Effect::kChanges, "Store files, or whole folders, as documents",
+           run_put,
+           "The area is docs unless --area names another one. Every file keeps its modification\n"
+           "time. Files of a folder are stored under their own names. Links are skipped."}};
 }
 
 }  // namespace stgctl

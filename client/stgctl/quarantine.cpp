@@ -71,12 +71,10 @@ std::string quarantine_folder(Context& context, const std::string& option) {
   return sys::join(parent, from_path(named.filename()));
 }
 
-void add_quarantine_option(Arguments& app, std::string& option) {
-  app.add_option(
-         "--quarantine", option,
-         "The folder for what repairs move away (beside the storage folder: 'storage.quarantine')")
-      .type_name("DIR");
-}
+QuarantineOption::QuarantineOption(Arguments app)
+    : TextOption(app, "--quarantine", "DIR",
+                 "The folder for what repairs move away (beside the storage folder: "
+                 "'storage.quarantine')") {}
 
 std::string digest_of(std::string_view bytes) {
   const admin::names_format::Digest digest = admin::names_format::digest_of(bytes);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "client/admin/locked_file.h"
+#include "client/stgctl/command.h"
 #include "client/stgctl/context.h"
 #include "client/stgctl/output.h"
 #include "client/stgctl/repair_plan.h"
@@ -22,7 +23,9 @@ namespace stgctl {
 ///
 /// @throws Failure kRefused for a place in the tree.
 std::string quarantine_folder(Context& context, const std::string& option);
-void add_quarantine_option(Arguments& app, std::string& option);
+struct QuarantineOption : TextOption {
+  explicit QuarantineOption(Arguments app);
+};
 
 /// One step of a plan in its manifest.
 struct Step {

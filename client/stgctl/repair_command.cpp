@@ -1,7 +1,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <memory>
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/names_file.h"
@@ -19,14 +18,23 @@ namespace {
 
 constexpr const char* kSchema = "stgctl.repair/1";
 
+std::string is_code(const std::string& text) {
+  return admin::code_named(text)
+             ? std::string()
+             : "'" + text + "' is not a code; list them with 'stgctl check --codes'";
+}
+
 struct Options {
-  std::string plan;
-  std::string apply;
-  std::vector<std::string> only;
-  std::string quarantine;
-  std::string keep = "30d";
-  bool force = false;
-  bool expire = false;
+  Arguments app;
+  TextOption plan{app, "--plan", "FILE", "Check the tree, and write a plan of repairs"};
+  TextOption apply{
+      app, "--apply", "FILE", "Carry out the plan in such a file", {excludes("--plan")}};
+  ListOption only{
+      app, "--only", {"CODE", is_code}, "Plan only for findings of this code; may be repeated"};
+  Flag force{app, "--force", "With --plan: also plan what empties a folder or removes most of it"};
+  Flag expire{app, "--expire", "With --apply: also delete what expired plans moved away"};
+  QuarantineOption quarantine{app};
+  TextOption keep{app, "--keep", kAge, "How long 'undo' is possible (30d)", {initially("30d")}};
 };
 
 /// A repair in the report: its path below the storage folder.
@@ -201,46 +209,19 @@ Exit run_repair(Context& context, const Options& options) {
   return options.plan.empty() ? run_apply(context, options) : run_plan(context, options);
 }
 
-std::string is_code(const std::string& text) {
-  return admin::code_named(text)
-             ? std::string()
-             : "'" + text + "' is not a code; list them with 'stgctl check --codes'";
-}
-
 }  // namespace
 
-void add_repair_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<Options>();
-    const Argument plan =
-        app.add_option("--plan", options->plan, "Check the tree, and write a plan of repairs")
-            .type_name("FILE");
-    app.add_option("--apply", options->apply, "Carry out the plan in such a file")
-        .type_name("FILE")
-        .excludes(plan);
-    app.add_option("--only", options->only, "Plan only for findings of this code; may be repeated")
-        .type_name("CODE")
-        .check(is_code);
-    app.add_flag("--force", options->force,
-                 "With --plan: also plan what empties a folder or removes most of it");
-    app.add_flag("--expire", options->expire,
-                 "With --apply: also delete what expired plans moved away");
-    add_quarantine_option(app, options->quarantine);
-    app.add_option("--keep", options->keep, "How long 'undo' is possible (30d)")
-        .type_name("AGE")
-        .check(is_age);
-    return [options](Context& context) { return run_repair(context, *options); };
-  };
-  commands.push_back(
-      {"repair", Group::kChange, Effect::kChanges, "Repair what check finds, with a plan", declare,
-       "The plan is JSON, one item per repair; delete the items that you do not want. Names\n"
-       "that a snapshot or a damaged index still contains are restored first. Other repairs\n"
-       "remove faulty lines from indexes and key files, move away orphans and sub-parts\n"
-       "without a document, and raise counters that are too low. The plan also lists what it\n"
-       "does not repair. A repair that would remove most of a folder is planned only with\n"
-       "--force. Whatever is removed goes to the quarantine, and 'undo' brings it back. What\n"
-       "changed after the plan was written is skipped. Apply the plan again to continue an\n"
-       "interrupted repair."});
+Commands repair_command() {
+  return {{"repair", Group::kChange, Effect::kChanges, "Repair what check finds, with a plan",
+           run_repair,
+           "The plan is JSON, one item per repair; delete the items that you do not want. Names\n"
+           "that a snapshot or a damaged index still contains are restored first. Other repairs\n"
+           "remove faulty lines from indexes and key files, move away orphans and sub-parts\n"
+           "without a document, and raise counters that are too low. The plan also lists what it\n"
+           "does not repair. A repair that would remove most of a folder is planned only with\n"
+           "--force. Whatever is removed goes to the quarantine, and 'undo' brings it back. What\n"
+           "changed after the plan was written is skipped. Apply the plan again to continue an\n"
+           "interrupted repair."}};
 }
 
 }  // namespace stgctl

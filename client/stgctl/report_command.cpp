@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <ctime>
 #include <filesystem>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -225,10 +224,12 @@ std::string report_page(const ReportData& data) {
 }
 
 struct Options {
-  std::string html;
-  std::string target_size;
-  bool quick = false;
-  bool no_lock = false;
+  Arguments app;
+  TextOption html{app, "--html", "FILE", "The file to write, outside the tree", {kRequired}};
+  TextOption target_size{app, "--target-size", kSize,
+                         "Also show the age limit that reduces the size to this: 500M, 20G"};
+  Flag quick{app, "--quick", "Check names and indexes only"};
+  NoLock no_lock{app};
 };
 
 /// The most findings of one kind on the page.
@@ -345,29 +346,12 @@ Exit run_report(Context& context, const Options& options) {
 
 }  // namespace
 
-void add_report_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<Options>();
-    app.add_option("--html", options->html, "The file to write, outside the tree")
-        .type_name("FILE")
-        .required();
-    app.add_option("--target-size", options->target_size,
-                   "Also show the age limit that reduces the size to this: 500M, 20G")
-        .type_name("SIZE")
-        .check([](const std::string& text) {
-          return parse_size(text) ? std::string()
-                                  : "'" + text + "' is not a size; use 500M, 20G or a number";
-        });
-    app.add_flag("--quick", options->quick, "Check names and indexes only");
-    add_no_lock(app, options->no_lock);
-    return [options](Context& context) { return run_report(context, *options); };
-  };
-  commands.push_back(
-      {"report", Group::kLook, Effect::kChanges,
-       "Write a report about a tree: space, ages, findings", declare,
-       "Writes one HTML file that every browser opens, also without a network. It shows what\n"
-       "uses the space, how old the files are, what a clean would free, and what check\n"
-       "finds. The tree does not change. The command asks only before it overwrites a file."});
+Commands report_command() {
+  return {{"report", Group::kLook, Effect::kChanges,
+           "Write a report about a tree: space, ages, findings", run_report,
+           "Writes one HTML file that every browser opens, also without a network. It shows what\n"
+           "uses the space, how old the files are, what a clean would free, and what check\n"
+           "finds. The tree does not change. The command asks only before it overwrites a file."}};
 }
 
 }  // namespace stgctl

@@ -1,5 +1,4 @@
 
-#include <memory>
 #include <set>
 
 #include "client/stgctl/command.h"
@@ -12,10 +11,12 @@ namespace stgctl {
 namespace {
 
 struct Options {
-  std::vector<std::string> names;
-  std::string match;
-  std::string timestamp;
-  bool all_versions = false;
+  Arguments app;
+  ListOption names{app, "name", "NAME", "Logical names"};
+  TextOption match{app, "--match", "PATTERN",
+                   "All documents that match this pattern; * and ? as in a shell"};
+  TextOption timestamp{app, "--timestamp", kStamp, "Only this version"};
+  Flag all_versions{app, "--all-versions", "Every version of each name"};
 };
 
 /// The versions to remove, each once.
@@ -135,24 +136,11 @@ Exit run_rm(Context& context, const Options& options) {
 
 }  // namespace
 
-void add_rm_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<Options>();
-    app.add_option("name", options->names, "Logical names").type_name("NAME");
-    app.add_option("--match", options->match,
-                   "All documents that match this pattern; * and ? as in a shell")
-        .type_name("PATTERN");
-    app.add_option("--timestamp", options->timestamp, "Only this version")
-        .type_name("STAMP")
-        .check(is_stamp);
-    app.add_flag("--all-versions", options->all_versions, "Every version of each name");
-    return [options](Context& context) { return run_rm(context, *options); };
-  };
-  commands.push_back(
-      {"rm", Group::kChange, Effect::kChanges, "Remove documents with their sub-parts", declare,
-       "The area is docs unless --area names another one. A name with several versions needs\n"
-       "--timestamp or --all-versions. The command also removes the lines of the document in\n"
-       "the category files of its folder, and in attribut.txt of the user area."});
+Commands rm_command() {
+  return {{"rm", Group::kChange, Effect::kChanges, "Remove documents with their sub-parts", run_rm,
+           "The area is docs unless --area names another one. A name with several versions needs\n"
+           "--timestamp or --all-versions. The command also removes the lines of the document in\n"
+           "the category files of its folder, and in attribut.txt of the user area."}};
 }
 
 }  // namespace stgctl

@@ -1,7 +1,6 @@
 
 #include <algorithm>
 #include <ctime>
-#include <memory>
 
 #include "client/admin/stats.h"
 #include "client/stgctl/command.h"
@@ -18,11 +17,13 @@ using admin::GroupBy;
 using admin::Stats;
 using admin::Sum;
 
-constexpr std::array<std::string_view, 5> kGroupNames = {"area", "owner", "ext", "age", "folder"};
+const std::vector<std::string> kGroupNames = {"area", "owner", "ext", "age", "folder"};
 
 struct Options {
-  std::string by = "area";
-  std::size_t top = 20;
+  Arguments app;
+  TextOption by{
+      app, "--by", "WORD", "How to group (area)", {initially("area"), one_of(kGroupNames)}};
+  NumberOption top{app, "--top", "N", "How many groups, the largest first; 0 for all (20)", 20};
 };
 
 GroupBy group_by(const std::string& name) {
@@ -131,24 +132,13 @@ Exit run_stats(Context& context, const Options& options) {
   return stats.failures != 0 ? Exit::kPartlyDone : Exit::kDone;
 }
 
-Run declare(Arguments& app) {
-  auto options = std::make_shared<Options>();
-  app.add_option("--by", options->by, "How to group (area)")
-      .type_name("WORD")
-      .one_of({"area", "owner", "ext", "age", "folder"});
-  app.add_option("--top", options->top, "How many groups, the largest first; 0 for all (20)")
-      .type_name("N");
-  return [options](Context& context) { return run_stats(context, *options); };
-}
-
 }  // namespace
 
-void add_stats_command(Commands& commands) {
-  commands.push_back(
-      {"stats", Group::kLook, Effect::kLooks, "Count files and bytes", declare,
-       "Groups by area, owner, extension, age of the last change, or folder. Includes\n"
-       "everything in the tree: documents, their sub-parts, indexes. Sizes are those of the\n"
-       "contents."});
+Commands stats_command() {
+  return {{"stats", Group::kLook, Effect::kLooks, "Count files and bytes", run_stats,
+           "Groups by area, owner, extension, age of the last change, or folder. Includes\n"
+           "everything in the tree: documents, their sub-parts, indexes. Sizes are those of the\n"
+           "contents."}};
 }
 
 }  // namespace stgctl

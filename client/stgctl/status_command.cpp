@@ -60,12 +60,10 @@ Exit run_status(Context& context) {
 
 }  // namespace
 
-void add_status_command(Commands& commands) {
-  commands.push_back(
-      {"status", Group::kLook, Effect::kLooks, "Show an overview of a tree",
-       [](Arguments&) -> Run { return run_status; },
-       "Shows the areas with their owners, folders and indexes, the free space, and the\n"
-       "number of locks. Reads no index."});
+Commands status_command() {
+  return {{"status", Group::kLook, Effect::kLooks, "Show an overview of a tree", run_status,
+           "Shows the areas with their owners, folders and indexes, the free space, and the\n"
+           "number of locks. Reads no index."}};
 }
 
 }  // namespace stgctl

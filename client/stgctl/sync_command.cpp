@@ -103,12 +103,11 @@ Exit run_sync(Context& context) {
 
 }  // namespace
 
-void add_sync_command(Commands& commands) {
-  commands.push_back(
-      {"sync", Group::kChange, Effect::kChanges, "Adopt files: create entries for orphans",
-       [](Arguments&) -> Run { return run_sync; },
-       "Each orphan gets an entry under its own name, with its extension in lower case, at\n"
-       "timestamp 0. The areas are docs, user and mail, or --area; --owner limits it."});
+Commands sync_command() {
+  return {{"sync", Group::kChange, Effect::kChanges, "Adopt files: create entries for orphans",
+           run_sync,
+           "Each orphan gets an entry under its own name, with its extension in lower case, at\n"
+           "timestamp 0. The areas are docs, user and mail, or --area; --owner limits it."}};
 }
 
 }  // namespace stgctl

@@ -110,6 +110,11 @@ std::optional<std::uint64_t> parse_size(std::string_view text) {
   return parse_with_unit(text, kUnits);
 }
 
+std::string is_size(const std::string& text) {
+  return parse_size(text) ? std::string()
+                          : "'" + text + "' is not a size; use 500M, 20G or a number";
+}
+
 std::string bar(std::uint64_t part, std::uint64_t whole, std::size_t width) {
   constexpr std::array<const char*, 8> kEighths = {"",       "\u258F", "\u258E", "\u258D",
                                                    "\u258C", "\u258B", "\u258A", "\u2589"};

@@ -40,6 +40,8 @@ std::string is_age(const std::string& text);
 /// 1024.
 /// @return nothing for other text.
 std::optional<std::uint64_t> parse_size(std::string_view text);
+/// As a check of an argument: empty if the text is a size, otherwise an error text.
+std::string is_size(const std::string& text);
 
 // ---- timestamps --------------------------------------------------------------------------------
 //

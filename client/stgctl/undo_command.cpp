@@ -1,7 +1,5 @@
 // undo, quarantine list and quarantine expire.
 
-#include <memory>
-
 #include "client/stgctl/command.h"
 #include "client/stgctl/repair_work.h"
 #include "client/stgctl/report.h"
@@ -14,8 +12,14 @@ namespace {
 using admin::LockedFile;
 
 struct Options {
-  std::string quarantine;
-  bool all = false;
+  Arguments app;
+  QuarantineOption quarantine{app};
+};
+
+struct ExpireOptions {
+  Arguments app;
+  QuarantineOption quarantine{app};
+  Flag all{app, "--all", "Also plans that can still be undone"};
 };
 
 /// The last plan that was applied to this tree and not undone.
@@ -107,7 +111,7 @@ Exit run_list(Context& context, const Options& options) {
   return Exit::kDone;
 }
 
-Exit run_expire(Context& context, const Options& options) {
+Exit run_expire(Context& context, const ExpireOptions& options) {
   context.tree();
   const std::string quarantine = quarantine_folder(context, options.quarantine);
   std::vector<std::uint64_t> over;
@@ -143,28 +147,17 @@ Exit run_expire(Context& context, const Options& options) {
 
 }  // namespace
 
-void add_undo_commands(Commands& commands) {
-  const auto declare = [](Exit (*run)(Context&, const Options&), bool with_all) {
-    return [run, with_all](Arguments& app) -> Run {
-      const auto options = std::make_shared<Options>();
-      add_quarantine_option(app, options->quarantine);
-      if (with_all) app.add_flag("--all", options->all, "Also plans that can still be undone");
-      return [run, options](Context& context) { return run(context, *options); };
-    };
-  };
-  commands.push_back(
-      {"undo", Group::kChange, Effect::kChanges, "Undo the repairs of the last plan",
-       declare(run_undo, false),
-       "Brings back what 'repair' removed, last step first, until the plan expires.\n"
-       "Lines return beside newer ones. What cannot return stays in the quarantine. Run the\n"
-       "command again to continue an interrupted undo."});
-  commands.push_back({"quarantine list", Group::kChange, Effect::kLooks,
-                      "List the plans in the quarantine", declare(run_list, false)});
-  commands.push_back(
-      {"quarantine expire", Group::kChange, Effect::kChanges,
-       "Delete what undone and expired plans moved away", declare(run_expire, true),
-       "Only plans of this tree. 'repair --apply --expire' does the same for expired\n"
-       "plans. No other command deletes them."});
+Commands undo_commands() {
+  return {{"undo", Group::kChange, Effect::kChanges, "Undo the repairs of the last plan", run_undo,
+           "Brings back what 'repair' removed, last step first, until the plan expires.\n"
+           "Lines return beside newer ones. What cannot return stays in the quarantine. Run the\n"
+           "command again to continue an interrupted undo."},
+          {"quarantine list", Group::kChange, Effect::kLooks, "List the plans in the quarantine",
+           run_list},
+          {"quarantine expire", Group::kChange, Effect::kChanges,
+           "Delete what undone and expired plans moved away", run_expire,
+           "Only plans of this tree. 'repair --apply --expire' does the same for expired\n"
+           "plans. No other command deletes them."}};
 }
 
 }  // namespace stgctl

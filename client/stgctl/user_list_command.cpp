@@ -54,10 +54,9 @@ Exit run_list(Context& context) {
 
 }  // namespace
 
-void add_user_list_command(Commands& commands) {
-  commands.push_back({"user list", Group::kChange, Effect::kLooks,
-                      "List the owners of a tree and their areas",
-                      [](Arguments&) -> Run { return run_list; }});
+Commands user_list_command() {
+  return {{"user list", Group::kChange, Effect::kLooks, "List the owners of a tree and their areas",
+           run_list}};
 }
 
 }  // namespace stgctl

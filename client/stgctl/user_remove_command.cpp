@@ -1,4 +1,3 @@
-#include <memory>
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/report.h"
@@ -33,7 +32,13 @@ void count(const std::string& path, Content& content) {
   }
 }
 
-Exit run_remove(Context& context, const std::vector<std::string>& users) {
+struct Options {
+  Arguments app;
+  ListOption users{app, "name", "OWNER", "The owners", {kRequired}};
+};
+
+Exit run_remove(Context& context, const Options& options) {
+  const std::vector<std::string>& users = options.users;
   require_owners(context);
   struct Folder {
     std::string user;
@@ -93,14 +98,9 @@ Exit run_remove(Context& context, const std::vector<std::string>& users) {
 
 }  // namespace
 
-void add_user_remove_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto names = std::make_shared<std::vector<std::string>>();
-    app.add_option("name", *names, "The owners").type_name("OWNER").required();
-    return [names](Context& context) { return run_remove(context, *names); };
-  };
-  commands.push_back({"user remove", Group::kChange, Effect::kChanges,
-                      "Remove owners' folders with all their content", declare, kAreasGoTogether});
+Commands user_remove_command() {
+  return {{"user remove", Group::kChange, Effect::kChanges,
+           "Remove owners' folders with all their content", run_remove, kAreasGoTogether}};
 }
 
 }  // namespace stgctl

@@ -1,5 +1,4 @@
 #include <array>
-#include <memory>
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/report.h"
@@ -13,7 +12,15 @@ namespace sys = admin::sys;
 
 namespace {
 
-Exit run_rename(Context& context, const std::string& from, const std::string& to) {
+struct Options {
+  Arguments app;
+  TextOption from{app, "name", "OWNER", "The owner", {kRequired}};
+  TextOption to{app, "new-name", "NEW-OWNER", "The new name", {kRequired}};
+};
+
+Exit run_rename(Context& context, const Options& options) {
+  const std::string& from = options.from;
+  const std::string& to = options.to;
   require_owners(context);
   check_owner("the owner", from);
   check_owner("the new owner", to);
@@ -51,15 +58,9 @@ Exit run_rename(Context& context, const std::string& from, const std::string& to
 
 }  // namespace
 
-void add_user_rename_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto names = std::make_shared<std::array<std::string, 2>>();
-    app.add_option("name", (*names)[0], "The owner").type_name("OWNER").required();
-    app.add_option("new-name", (*names)[1], "The new name").type_name("NEW-OWNER").required();
-    return [names](Context& context) { return run_rename(context, (*names)[0], (*names)[1]); };
-  };
-  commands.push_back({"user rename", Group::kChange, Effect::kChanges, "Rename an owner's folders",
-                      declare, kAreasGoTogether});
+Commands user_rename_command() {
+  return {{"user rename", Group::kChange, Effect::kChanges, "Rename an owner's folders", run_rename,
+           kAreasGoTogether}};
 }
 
 }  // namespace stgctl

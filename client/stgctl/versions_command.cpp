@@ -1,4 +1,3 @@
-#include <memory>
 
 #include "client/admin/lookup.h"
 #include "client/stgctl/look.h"
@@ -20,7 +19,8 @@ std::string served_for(Context& context, const FoundEntry& version, bool no_lock
   return admin::look_up(context.tree(), request, locking_for(context, no_lock)).path;
 }
 
-Exit run_versions(Context& context, const EntryOptions& options) {
+Exit run_versions(Context& context, EntryOptions& options) {
+  options.take_apart(context);
   admin::EntryFailures failures;
   const std::vector<FoundEntry> all = versions_of(context, options, failures);
   for (const FoundEntry& version : all) {
@@ -45,18 +45,11 @@ Exit run_versions(Context& context, const EntryOptions& options) {
 
 }  // namespace
 
-void add_versions_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<EntryOptions>();
-    declare_entry(app, *options, "The logical name");
-    return [options](Context& context) {
-      return run_versions(context, taken_apart(context, *options, Paths::kRefused));
-    };
-  };
-  commands.push_back(
-      {"versions", Group::kLook, Effect::kLooks, "List the versions of a document", declare,
-       "Lists all areas and owners unless --area and --owner limit it. Marks a version that\n"
-       "readers never find."});
+Commands versions_command() {
+  return {{"versions", Group::kLook, Effect::kLooks, "List the versions of a document",
+           run_versions,
+           "Lists all areas and owners unless --area and --owner limit it. Marks a version that\n"
+           "readers never find."}};
 }
 
 }  // namespace stgctl

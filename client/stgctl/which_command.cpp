@@ -1,4 +1,3 @@
-#include <memory>
 
 #include "client/stgctl/look.h"
 #include "client/stgctl/text.h"
@@ -65,7 +64,15 @@ Exit show_physical(Context& context, const EntryOptions& options) {
   return exit_of(failures, !all.empty());
 }
 
-Exit run_which(Context& context, const EntryOptions& options) {
+struct Options {
+  Arguments app;
+  EntryOptions entry{app, "A logical name, or the path of a file in the tree"};
+};
+
+Exit run_which(Context& context, Options& which) {
+  EntryOptions& options = which.entry;
+  // Text in the form of a version is a path if something exists there.
+  if (sys::describe(options.name).kind == sys::Kind::kMissing) options.take_apart(context);
   const bool is_path = options.name.find_first_of("/\\") != std::string::npos;
   if (!is_path) return show_physical(context, options);
   const auto located = admin::locate_in(context.tree(), options.name);
@@ -78,18 +85,11 @@ Exit run_which(Context& context, const EntryOptions& options) {
 
 }  // namespace
 
-void add_which_command(Commands& commands) {
-  const auto declare = [](Arguments& app) -> Run {
-    const auto options = std::make_shared<EntryOptions>();
-    declare_entry(app, *options, "A logical name, or the path of a file in the tree");
-    return [options](Context& context) {
-      return run_which(context, taken_apart(context, *options, Paths::kTaken));
-    };
-  };
-  commands.push_back(
+Commands which_command() {
+  return {
       {"which", Group::kLook, Effect::kLooks, "Show the file of an entry, or the entry of a file",
-       declare,
-       "An argument with a separator is a path. The path of a sub-part leads to its document."});
+       run_which,
+       "An argument with a separator is a path. The path of a sub-part leads to its document."}};
 }
 
 }  // namespace stgctl
