@@ -41,7 +41,7 @@ try_it() {
   rm -rf "$work/try"
   mkdir -p "$where"
   (cd "$where" && unzip -q "$work/$name.zip") || die "cannot unpack $work/$name.zip: see above"
-  VU_KIT_QUIET=1 timeout -k 10 5400 scripts/wine-run.sh "Z:${where//\//\\}\\$name\\run.cmd" \
+  VU_KIT_QUIET=1 timeout -k 10 5400 scripts/wine.sh "Z:${where//\//\\}\\$name\\run.cmd" \
     >"$work/try.log" 2>&1 </dev/null || echo "run.cmd ended with $?" >>"$work/try.log"
   tr '\r' '\n' <"$work/try.log" | grep -a '^\[.*\(passed\|failed\|skipped\)' || true
   python3 packaging/kit_check.py "$where/$name" docs/porting.md || die "the kit fails under Wine: see $work/try.log"

@@ -10,7 +10,7 @@ fresh_wine() {
   prefix=$work/wine-$1
   rm -rf "$prefix"
   mkdir -p "$prefix"
-  . "$ROOT/scripts/wine-env.sh"
+  . "$ROOT/scripts/wine.sh"
   export WINEPREFIX=$prefix
   quietly "$work/wine-$1.log" "creating a new Wine prefix" "${limit[@]}" wine wineboot -i
   # Wait until the server ends: it inherited the output of this script.
