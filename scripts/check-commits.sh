@@ -5,6 +5,7 @@
 #   scripts/check-commits.sh                   the commits that the upstream branch lacks; if none is set, the last one
 #   scripts/check-commits.sh RANGE             the commits of a range, such as main..topic
 #   scripts/check-commits.sh --message FILE    one message; the hook of "./dev setup hook" runs this
+#   scripts/check-commits.sh --template        prints the text with which a new message begins
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 # complaints <message>: prints one line per fault.
@@ -22,6 +23,27 @@ complaints() {
   awk 'length($0) > 100 { print "a line of the body has " length($0) " characters: wrap it at 100"; exit }' <<<"$body"
 }
 
+print_template() {
+  cat <<'TEMPLATE'
+
+# area: what changed                                     (at most 72 characters)
+#
+# The area is a folder or a program: index, client/admin, stgctl, docs, dev ...
+#
+# Say why the change is made, with the figure if there is one. Wrap at 100 characters.
+# Example:
+#
+#   index: a listing reads the folder once
+#
+#   A list of 10,000 entries checked each file by itself: 10,000 system calls.
+#   One listing answers all of them: 12 system calls.
+TEMPLATE
+}
+
+if [ "${1-}" = --template ]; then
+  print_template
+  exit 0
+fi
 if [ "${1-}" = --message ]; then
   found=$(complaints "$(sed '/^#/d; /^-* >8 -*$/,$d' "$2")")
   [ -z "$found" ] || {

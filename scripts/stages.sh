@@ -1,4 +1,5 @@
-# Functions of ./dev: each stage of long work is one line of output. Sourced after lib.sh, never run.
+# Functions of ./dev: each stage of long work is one line of output; a failed test run is three. Sourced after lib.sh,
+# never run.
 #
 # On a terminal the line shows the progress, read from the counts of ninja and CTest in the log. Elsewhere the line
 # is printed once, at the end. The output of the work goes to the log.
@@ -41,6 +42,51 @@ try_stage() {
   count=$(count_in "$log")
   [ "$status" -ne 0 ] || say "$what: ${count:+$count, }$((SECONDS - began)) s"
   return "$status"
+}
+
+# ---- failed tests ---------------------------------------------------------------------------------
+
+# Reads the log of a failed CTest run. Prints two or three lines: the failed tests, and where and why the first failed.
+# failed_tests <log>
+failed_tests() {
+  awk '
+    BEGIN { most = 8 }
+    { sub(/\r$/, "") }
+
+    # The output of a test follows the line with its result and ends at the next line of CTest.
+    /^ *[0-9]+\/[0-9]+ Test +#[0-9]+: / {
+      inside = /\*\*\*/ && !/\*\*\*Skipped/ && first == ""
+      if (inside) {
+        first = $4
+        result = $0
+        sub(/.*\*\*\*/, "", result)
+        sub(/ +[0-9.]+ sec.*/, "", result)
+      }
+      next
+    }
+    /^ +Start +[0-9]+: / { inside = 0; next }
+    /^[0-9]+% tests passed/ { inside = 0; failed = $4; all = $NF; next }
+    # CTest prints the list of skipped tests before this list; it is discarded.
+    /^The following tests FAILED/ { named = 0; names = "" }
+    /^\t *[0-9]+ - / {
+      if (++named <= most) names = names (named > 1 ? ", " : "") $3
+      next
+    }
+    !inside { next }
+
+    # GoogleTest prints the place, the message up to an empty line, and the case. A reliability suite prints one line.
+    /^\[  FAILED  \] / && place != "" && name == "" { name = $4 }
+    /^\[/ || /^[ \t]*$/ { complete = place != ""; next }
+    place == "" && /: Failure$/ { place = $0; next }
+    place == "" && /^WRONG: / { place = $0; complete = 1; next }
+    place != "" && !complete { sub(/^ +/, ""); message = message " " $0 }
+    { last = $0 }
+
+    END {
+      printf "%s of %s tests failed: %s%s\n", failed, all, names, (named > most ? " ..." : "")
+      printf "%s (%s): %s\n", name != "" ? name : first, result, substr(place != "" ? place : last, 1, 300)
+      if (message != "") print " " substr(message, 1, 300)
+    }' "$1"
 }
 
 # ---- work in the background -----------------------------------------------------------------------
