@@ -53,8 +53,11 @@ install_and_try() {
       -D SCRATCH=/try/scratch -P /try/consumer/run.cmake || die "the program '$kind' of tests/consumer does not work with the packages: see above"
   done
   [ "$(inside stgctl --version)" = "stgctl $version" ] || die "the installed 'stgctl --version' does not print $version"
-  inside test -f /usr/share/doc/vu-storage-doc/site/index.html ||
-    die "vu-storage-doc does not contain /usr/share/doc/vu-storage-doc/site/index.html"
+  local file
+  for file in doc/vu-storage-doc/site/index.html bash-completion/completions/stgctl \
+    zsh/vendor-completions/_stgctl fish/vendor_completions.d/stgctl.fish; do
+    inside test -f "/usr/share/$file" || die "no package contains /usr/share/$file: add it to packaging/debian/rules"
+  done
   quietly "$work/example.log" "building an example of vu-storage-doc" inside sh -c \
     'g++ -std=c++17 /usr/share/doc/vu-storage-doc/examples/hello.cpp -o /try/hello -lvu_storage && cd /try && ./hello'
   say "removing the packages"
