@@ -3,8 +3,8 @@
   sbom.py write --kind windows|debian --version X.Y.Z FOLDER FILE    writes FILE, which lists each file below FOLDER
   sbom.py check FOLDER FILE                                          compares FILE with FOLDER and checks its format
 
-packaging/materials.json names the third-party software for each kind. Its versions are those of the Debian packages
-that are installed on this machine.
+MATERIALS names the third-party software for each kind. Its versions are those of the Debian packages that are installed
+on this machine.
 """
 import argparse
 import hashlib
@@ -15,8 +15,31 @@ import subprocess
 import sys
 import time
 
-HERE = pathlib.Path(__file__).resolve().parent
 NAMESPACE = "https://vu-storage.invalid/spdx/"
+MATERIALS = [
+    {"name": "POCO Foundation", "debian": "libpoco-dev", "licence": "BSL-1.0",
+     "what": "the storage mutex; its sources contain PCRE and zlib", "how": {"windows": "STATIC_LINK", "debian": "DYNAMIC_LINK"}},
+    {"name": "PCRE", "debian": "libpoco-dev", "licence": "BSD-3-Clause",
+     "what": "part of POCO Foundation; the version is that of POCO", "how": {"windows": "STATIC_LINK"}},
+    {"name": "zlib", "debian": "libpoco-dev", "licence": "Zlib",
+     "what": "part of POCO Foundation; the version is that of POCO", "how": {"windows": "STATIC_LINK"}},
+    {"name": "utfcpp", "debian": "libutfcpp-dev", "licence": "BSL-1.0",
+     "what": "conversion between UTF-8 and UTF-16, headers only", "how": {"windows": "STATIC_LINK", "debian": "STATIC_LINK"}},
+    {"name": "CLI11", "debian": "libcli11-dev", "licence": "BSD-3-Clause",
+     "what": "the client's command line, headers only", "how": {"windows": "STATIC_LINK", "debian": "STATIC_LINK"}},
+    {"name": "nlohmann-json", "debian": "nlohmann-json3-dev", "licence": "MIT",
+     "what": "the client's JSON, headers only", "how": {"windows": "STATIC_LINK", "debian": "STATIC_LINK"}},
+    {"name": "fmt", "debian": "libfmt-dev", "licence": "MIT",
+     "what": "the client's text, headers only", "how": {"windows": "STATIC_LINK", "debian": "STATIC_LINK"}},
+    {"name": "xxHash", "debian": "libxxhash-dev", "licence": "BSD-2-Clause",
+     "what": "the client's checksums, headers only", "how": {"windows": "STATIC_LINK", "debian": "STATIC_LINK"}},
+    {"name": "GCC runtime libraries", "debian": "gcc-mingw-w64-x86-64-posix-runtime", "licence": "GPL-3.0-or-later WITH GCC-exception-3.1",
+     "what": "libstdc++-6.dll and libgcc_s_seh-1.dll", "how": {"windows": "CONTAINS"}},
+    {"name": "MinGW-w64 runtime", "debian": "mingw-w64-x86-64-dev", "licence": "ZPL-2.1 AND MIT AND BSD-3-Clause",
+     "what": "libwinpthread-1.dll, and start-up code in every program", "how": {"windows": "CONTAINS"}},
+    {"name": "jQuery", "debian": "doxygen", "licence": "MIT",
+     "what": "part of the documentation that Doxygen generates; the version is that of Doxygen", "how": {"windows": "CONTAINS", "debian": "CONTAINS"}},
+]
 
 
 def digest(path, kind):
@@ -39,7 +62,6 @@ def debian_version(package):
 
 
 def write(kind, version, folder, target):
-    materials = json.loads((HERE / "materials.json").read_text())
     paths = files_below(folder, target)
     if not paths:
         sys.exit(f"error: there is no file below {folder}: name the folder of the package")
@@ -65,7 +87,7 @@ def write(kind, version, folder, target):
         "licenseConcluded": "NOASSERTION",
         "licenseDeclared": "NOASSERTION",
         "copyrightText": "NOASSERTION"}]
-    for part in materials:
+    for part in MATERIALS:
         if kind not in part["how"]:
             continue
         reference = identifier("part-" + part["name"])
