@@ -9,10 +9,14 @@
 cmake_minimum_required(VERSION 3.25)
 
 cmake_path(GET PROGRAM STEM name)
+set(limit "")
+if(LIMIT)
+  set(limit TIMEOUT ${LIMIT})
+endif()
 
 if(LIST_ONLY)
   execute_process(COMMAND ${EMULATOR} ${PROGRAM} --gtest_list_tests
-    OUTPUT_VARIABLE listing RESULT_VARIABLE result)
+    OUTPUT_VARIABLE listing RESULT_VARIABLE result ${limit})
   string(REGEX MATCHALL "\n  [^\n]+" cases "\n${listing}")
   list(LENGTH cases count)
   if(NOT result STREQUAL "0" OR count EQUAL 0)
@@ -29,10 +33,6 @@ if(SHARDS)
   set(report ${name}_${SHARD}.xml)
 endif()
 file(REMOVE ${REPORTS}/${report})
-set(limit "")
-if(LIMIT)
-  set(limit TIMEOUT ${LIMIT})
-endif()
 string(REPLACE ".xml" ".log" log ${report})
 # A relative path is the same for a Windows program and for CMake.
 execute_process(

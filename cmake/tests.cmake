@@ -18,6 +18,17 @@ if(UNIX)
   endif()
 endif()
 
+# vu_gtest_run(<test> <program> <limit in seconds> [-D <definition>...]): a test that runs a program through
+# run_gtest.cmake. At the limit the script ends the program and shows the end of its output. CTest's own timeout would
+# show nothing, so it comes later.
+function(vu_gtest_run test program limit)
+  math(EXPR last_resort "${limit} + 100")
+  add_test(NAME ${test} COMMAND ${CMAKE_COMMAND}
+    -D "PROGRAM=$<TARGET_FILE:${program}>" -D "EMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR}" -D LIMIT=${limit}
+    ${ARGN} -P ${PROJECT_SOURCE_DIR}/cmake/run_gtest.cmake)
+  set_tests_properties(${test} PROPERTIES TIMEOUT ${last_resort})
+endfunction()
+
 # vu_test_program(<name> SOURCES <file...> LINK <target...> SHARDS <n> TIMEOUT <seconds per case> COST <n>
 #                 [LABELS <label...>] [ON_DISK])
 # SHARDS: choose a number with which no shard takes more than a few seconds. COST: CTest starts the tests of the highest
@@ -33,10 +44,6 @@ function(vu_test_program name)
   target_link_libraries(${name} PRIVATE ${arg_LINK} vu_test_main vu_gtest)
   target_link_options(${name} PRIVATE ${vu_quick_linker})
 
-  set(run ${CMAKE_COMMAND}
-    -D "PROGRAM=$<TARGET_FILE:${name}>" -D "EMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR}"
-    -D "REPORTS=${vu_test_folder}")
-  set(script ${PROJECT_SOURCE_DIR}/cmake/run_gtest.cmake)
   if(CMAKE_CROSSCOMPILING)
     math(EXPR last "${arg_SHARDS} - 1")
     foreach(shard RANGE ${last})
@@ -44,10 +51,10 @@ function(vu_test_program name)
       if(arg_SHARDS GREATER 1)
         string(APPEND test _${shard})
       endif()
-      add_test(NAME ${test} COMMAND ${run} -D SHARDS=${arg_SHARDS} -D SHARD=${shard}
-        -D LIMIT=2800 -P ${script})
+      vu_gtest_run(${test} ${name} 1100 -D SHARDS=${arg_SHARDS} -D SHARD=${shard}
+        -D "REPORTS=${vu_test_folder}")
       set_tests_properties(${test} PROPERTIES
-        TIMEOUT 1200 COST ${arg_COST} LABELS "${arg_LABELS}" WORKING_DIRECTORY ${vu_test_folder})
+        COST ${arg_COST} LABELS "${arg_LABELS}" WORKING_DIRECTORY ${vu_test_folder})
     endforeach()
   else()
     set(where ${vu_test_memory})
@@ -61,7 +68,7 @@ function(vu_test_program name)
       DISCOVERY_TIMEOUT 60
       WORKING_DIRECTORY ${vu_test_folder}
       PROPERTIES TIMEOUT ${arg_TIMEOUT} COST ${arg_COST} LABELS "${arg_LABELS}" ENVIRONMENT "${where}")
-    add_test(NAME ${name}_has_cases COMMAND ${run} -D LIST_ONLY=ON -P ${script})
-    set_tests_properties(${name}_has_cases PROPERTIES TIMEOUT 60 LABELS "${arg_LABELS}")
+    vu_gtest_run(${name}_has_cases ${name} 60 -D LIST_ONLY=ON)
+    set_tests_properties(${name}_has_cases PROPERTIES LABELS "${arg_LABELS}")
   endif()
 endfunction()
