@@ -99,8 +99,7 @@ elseif(KIND STREQUAL "c")
   step("compiling" ${c_compiler} -std=c99 -Wall -Wextra -Wpedantic -Werror ${here}/../border/border.c -o ${program}
     -I ${PREFIX}/include -L ${PREFIX}/${LIBDIR} -lvu_storage)
 elseif(KIND STREQUAL "c-cmake")
-  # A project without C++.
-  step("configuring" ${CMAKE_COMMAND} -S ${here}/cmake_c -B ${SCRATCH}/build -G Ninja
+  step("configuring" ${CMAKE_COMMAND} -S ${here}/cmake -B ${SCRATCH}/build -G Ninja -DCONSUMER_LANGUAGE=C
     "-DCMAKE_PREFIX_PATH=${search}" -DCMAKE_BUILD_TYPE=Release "-DCMAKE_RUNTIME_OUTPUT_DIRECTORY=${SCRATCH}"
     -DCMAKE_C_COMPILER=${c_compiler})
   step("building" ${CMAKE_COMMAND} --build ${SCRATCH}/build)
