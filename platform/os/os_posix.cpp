@@ -21,7 +21,6 @@
 #include "platform/os/posix_calls.h"
 #include "platform/os/posix_handles.h"
 #include "platform/os/posix_path.h"
-#include "platform/os/posix_smb.h"
 
 // The functions of the seam have the names of system calls; "::" marks the system's functions.
 namespace os::sys {

@@ -1,12 +1,16 @@
 #pragma once
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
@@ -210,6 +214,29 @@ inline Status write_fully(int descriptor, const void* data, std::size_t count, s
   return transfer(count, done, [&](std::size_t offset, std::size_t length) {
     return ::write(descriptor, bytes + offset, length);
   });
+}
+
+// ---- SMB mounts --------------------------------------------------------------------------------
+// On a mount of the SMB client of Linux a lock does not belong to its handle, and a rename that
+// must not replace a file can replace one: docs/network-shares.md.
+
+inline bool is_on_smb(const std::string& path) {
+  struct ::statfs found {};
+  if (::statfs(path.c_str(), &found) != 0) return false;
+  // The kernel keeps the number in 32 bits, and statfs() may extend its sign.
+  switch (static_cast<std::uint32_t>(found.f_type)) {
+    case SMB_SUPER_MAGIC:
+    case CIFS_SUPER_MAGIC:
+    case SMB2_SUPER_MAGIC:
+      return true;
+    default:
+      return false;
+  }
+}
+
+/// The same, faster, if @p info is known: every SMB mount has the major device number 0.
+inline bool is_on_smb(const std::string& path, const FileInfo& info) {
+  return major(info.st_dev) == 0 && is_on_smb(path);
 }
 
 }  // namespace os::posix
