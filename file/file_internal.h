@@ -2,9 +2,15 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "platform/os/os.h"
 #include "vu_i18n.h"
+
+/// Removes the next non-empty line from the front of @p rest. A line is the text before a line
+/// feed, without one carriage return at its end, or all text after the last line feed.
+/// @return false if there is no line; @p rest is empty then.
+bool next_line(std::string_view& rest, std::string_view& line);
 
 /// Functions that the UTF-8 operations share.
 namespace vu_file_internal {

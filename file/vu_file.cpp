@@ -3,15 +3,15 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "file/file_internal.h"
 #include "file/handle_core.h"
-#include "file/lines.h"
 #include "file/path_text.h"
 #include "file/trace_source.h"
 #include "platform/os/os.h"
 
 /// @file
-/// The narrow handle; HandleCore implements its protocol. The static operations are in
-/// vu_file_system.cpp.
+/// The narrow handle, the twin of vu_fileutf8.cpp; HandleCore implements the protocol of both. The
+/// static operations are in vu_file_system.cpp.
 
 namespace {
 

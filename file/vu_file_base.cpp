@@ -1,8 +1,11 @@
 #include "vu_file_base.h"
 
+#include <utility>
+
 #include "file/handle_core.h"
 #include "file/trace_source.h"
 #include "platform/os/os.h"
+#include "vu_file_except.h"
 
 static_assert(sizeof(vu_file_base::lock_desc_t::region) == os::kLockRegionSize);
 static_assert(alignof(vu_file_base::lock_desc_t) >= os::kLockRegionAlign);
@@ -34,3 +37,13 @@ bool vu_file_base::running_under_winnt() {
   VU_FILE_SCOPE();
   return os::nt_family();
 }
+
+// ---- the exception of both handles -------------------------------------------------------------
+
+vu_file_except::vu_file_except(std::string text, std::int32_t error_code)
+    : code(error_code), message(std::move(text)) {}
+vu_file_except::vu_file_except(const vu_file_except&) = default;
+vu_file_except& vu_file_except::operator=(const vu_file_except&) = default;
+vu_file_except::~vu_file_except() = default;
+
+std::string vu_file_except::what() const { return message; }

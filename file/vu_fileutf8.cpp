@@ -8,14 +8,13 @@
 
 #include "file/file_internal.h"
 #include "file/handle_core.h"
-#include "file/lines.h"
 #include "file/path_text.h"
 #include "file/trace_source.h"
 #include "platform/os/os.h"
 
 /// @file
-/// The UTF-8 handle; HandleCore implements its protocol. The static operations are in
-/// vu_fileutf8_system.cpp.
+/// The UTF-8 handle, the twin of vu_file.cpp; HandleCore implements the protocol of both. The
+/// static operations are in vu_fileutf8_system.cpp.
 
 namespace {
 

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "file/file_internal.h"
-#include "file/lines.h"
 #include "file/path_text.h"
 #include "index/index_format.h"
 #include "lab/fuzz/target.h"

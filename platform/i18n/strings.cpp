@@ -105,7 +105,7 @@ vu_utf8string operator+(const vu_utf8string& left, const vu_utf8string& right) {
   return vu_utf8string(left.str() + right.str());
 }
 
-// ---- UTF-16 ------------------------------------------------------------------------------------
+// ---- UTF-16: the twin of the above, with other units and conversions --------------------------
 
 ucs2string::ucs2string() = default;
 ucs2string::ucs2string(const char16_t* units) : m_units(units != nullptr ? units : u"") {}

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "file/folder_entries.h"
-#include "file/lines.h"
 #include "tests/support/file_spellings.h"
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
