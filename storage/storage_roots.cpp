@@ -10,10 +10,10 @@
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
-#include "storage/folders.h"
 #include "storage/guard.h"
 #include "storage/layout.h"
 #include "storage/roots.h"
+#include "storage/steps.h"
 #include "storage/storage_mutex.h"
 #include "vu_storage.h"
 
@@ -137,6 +137,7 @@ void vu_storage::checkInit() {
 }
 
 // ---- getters ---------------------------------------------------------------------------------
+// They are twins: the scope that a function opens has its own name.
 
 const std::string& vu_storage::getStoragePath() {
   VU_TRACE_SCOPE(kSource, trace_level::xl);

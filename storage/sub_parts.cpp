@@ -5,10 +5,9 @@
 #include "index/width.h"
 #include "platform/host/trace.h"
 #include "stg_index.h"
-#include "storage/folders.h"
 #include "storage/guard.h"
 #include "storage/layout.h"
-#include "storage/open_or_closed.h"
+#include "storage/steps.h"
 #include "vu_storage.h"
 
 using storage::guarded;
