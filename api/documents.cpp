@@ -3,7 +3,6 @@
 #include <memory>
 #include <string>
 
-#include "api/info.h"
 #include "api/store.h"
 #include "api/stream.h"
 #include "file/handle_core.h"

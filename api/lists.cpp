@@ -5,8 +5,6 @@
 #include <string_view>
 #include <vector>
 
-#include "api/info.h"
-#include "api/staged_name.h"
 #include "index/index_gate.h"
 #include "platform/os/os.h"
 #include "vu_storage.h"

@@ -4,7 +4,6 @@
 #include <string>
 #include <string_view>
 
-#include "api/staged_name.h"
 #include "api/store.h"
 #include "index/index_format.h"
 #include "index/index_gate.h"

@@ -3,9 +3,11 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "api/call.h"
 #include "api/handles.h"
+#include "platform/os/os.h"
 #include "stg_types.h"
 #include "vu/storage.h"
 
@@ -67,6 +69,8 @@ enum class Version : std::uint8_t {
   kNoneIs0,  ///< the version is ignored
 };
 Address address_of(const Store& store, const vu_document* document, Version version);
+/// The prefix of the temporary names of versions that are being stored; lists skip them.
+inline constexpr std::string_view kStagedPrefix = ".vu-storing-";
 /// A name or path for the caller: UTF-8.
 std::string told_name(std::string_view name);
 /// The same, stored in @p text to reuse its memory.
@@ -95,6 +99,18 @@ struct Place {
 
   std::string path() const { return folder + "\\" + file; }
 };
+/// Size and times of a version's file; -1 if the system cannot tell.
+inline vu_info info_of(const std::string& path, std::int64_t version) {
+  vu_info info = VU_INFO_INIT;
+  info.version = version;
+  os::FileStat found;
+  if (!os::stat(path, found).ok()) return info;
+  info.size = static_cast<std::int64_t>(found.size);
+  info.modified = found.modify_time;
+  info.accessed = found.access_time;
+  return info;
+}
+
 /// Finds a version. @return false if it does not exist. @throws Refusal if that is unknown.
 bool find(const Address& address, Place& place);
 /// As find(). @throws Refusal VU_NOTHING_MATCHED if it does not exist.

@@ -7,7 +7,6 @@
 #include <string_view>
 
 #include "api/in_place.h"
-#include "api/staged_name.h"
 #include "api/store.h"
 #include "file/handle_core.h"
 #include "file/lock_limit.h"

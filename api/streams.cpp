@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "api/in_place.h"
-#include "api/info.h"
 #include "api/store.h"
 #include "api/stream.h"
 #include "file/handle_core.h"

@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "api/info.h"
 #include "api/lists.h"
 #include "api/store.h"
 #include "index/index_gate.h"
