@@ -8,7 +8,7 @@
 
 #include <windows.h>
 
-#include "lab/kit/program.h"
+#include "lab/kit/kit.h"
 
 namespace kit {
 namespace {

@@ -17,9 +17,7 @@
 #include <string>
 
 #include "lab/kit/folders.h"
-#include "lab/kit/program.h"
-#include "lab/kit/report.h"
-#include "lab/kit/suites.h"
+#include "lab/kit/kit.h"
 
 namespace {
 

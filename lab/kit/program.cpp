@@ -1,4 +1,4 @@
-#include "lab/kit/program.h"
+#include "lab/kit/kit.h"
 
 #include <windows.h>
 

@@ -1,4 +1,4 @@
-#include "lab/kit/report.h"
+#include "lab/kit/kit.h"
 
 #include <algorithm>
 #include <fstream>
@@ -8,7 +8,6 @@
 #include <windows.h>
 
 #include "lab/kit/folders.h"
-#include "lab/kit/program.h"
 
 namespace kit {
 namespace {

@@ -1,4 +1,4 @@
-#include "lab/kit/suites.h"
+#include "lab/kit/kit.h"
 
 #include <algorithm>
 #include <cstdio>
