@@ -10,7 +10,6 @@
 #include "lab/bench/bare.h"
 #include "lab/bench/floor.h"
 #include "lab/bench/stage.h"
-#include "lab/bench/storage_root.h"
 #include "stg_index.h"
 
 // Adoption of orphans, and migration of mails with escaped names.
@@ -137,14 +136,9 @@ Jobs migration_jobs(Stage& stage, Place place, std::size_t mails) {
 std::vector<Contest> arrivals(Stage& stage) {
   std::vector<Contest> contests;
   const auto add = [&](const char* workload, Place place, std::size_t files, auto prepare) {
-    Contest contest;
-    contest.workload = workload;
-    contest.place = name(place);
-    contest.size = std::to_string(files) + " entries";
-    contest.entries = files;
-    contest.requirements = {at_most(1.3, Who::kFloor)};
-    contest.prepare = [&stage, place, files, prepare] { return prepare(stage, place, files); };
-    contests.push_back(std::move(contest));
+    contests.push_back(folder_contest(workload, place, files, [&stage, place, files, prepare] {
+      return prepare(stage, place, files);
+    }));
   };
   for (const std::size_t files : kSizes) {
     for (const Place place : {Place::kDisk, Place::kMemory}) {

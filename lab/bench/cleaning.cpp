@@ -69,21 +69,15 @@ Jobs everything_removed(Stage& stage, Place place, std::size_t entries) {
 
 std::vector<Contest> cleaning(Stage& stage) {
   std::vector<Contest> contests;
-  const auto add = [&](const char* workload, Place place, std::size_t entries, auto prepare) {
-    Contest contest;
-    contest.workload = workload;
-    contest.place = name(place);
-    contest.size = std::to_string(entries) + " entries";
-    contest.entries = entries;
-    contest.requirements = {at_most(1.3, Who::kFloor)};
-    contest.prepare = [&stage, place, entries, prepare] { return prepare(stage, place, entries); };
-    contests.push_back(std::move(contest));
-  };
   for (const auto prepare : {nothing_removed, everything_removed}) {
     const char* const workload =
         prepare == nothing_removed ? "clean, nothing removed" : "clean, everything removed";
     for (const Place place : {Place::kDisk, Place::kMemory}) {
-      for (const std::size_t entries : kSizes) add(workload, place, entries, prepare);
+      for (const std::size_t entries : kSizes) {
+        contests.push_back(folder_contest(
+            workload, place, entries,
+            [&stage, place, entries, prepare] { return prepare(stage, place, entries); }));
+      }
     }
   }
   return contests;

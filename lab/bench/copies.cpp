@@ -5,7 +5,6 @@
 #include "lab/bench/bare.h"
 #include "lab/bench/floor.h"
 #include "lab/bench/stage.h"
-#include "lab/bench/storage_root.h"
 #include "vu_storage.h"
 
 namespace bench {

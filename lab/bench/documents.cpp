@@ -8,7 +8,6 @@
 #include "lab/bench/floor.h"
 #include "lab/bench/literal.h"
 #include "lab/bench/stage.h"
-#include "lab/bench/storage_root.h"
 #include "stg_index.h"
 #include "vu_storage.h"
 
@@ -267,34 +266,18 @@ Jobs remove_file_jobs(Stage& stage, Place place, std::size_t entries, Synchroniz
   return jobs;
 }
 
-/// A contest on one mail document, compared with the floor only.
-Contest mail_contest(const char* workload, Place place, std::size_t entries,
-                     std::function<Jobs()> prepare) {
-  Contest contest;
-  contest.workload = workload;
-  contest.place = name(place);
-  contest.size = std::to_string(entries) + " entries";
-  contest.entries = entries;
-  contest.requirements = {at_most(1.3, Who::kFloor)};
-  contest.prepare = std::move(prepare);
-  return contest;
-}
-
 Contest write_contest(Stage& stage, Place place, std::size_t entries, std::size_t bytes,
                       Synchronize synchronize) {
   const bool on = synchronize == Synchronize::kOn;
-  Contest contest;
-  contest.workload = std::string("OpenWrite + Write + Close, new, switch ") + (on ? "on" : "off");
-  contest.place = name(place);
-  contest.size = std::to_string(entries) + " entries, " + size_text(bytes);
-  contest.entries = entries;
-  contest.requirements = {at_most(1.3, Who::kFloor)};
+  Contest contest =
+      folder_contest(std::string("OpenWrite + Write + Close, new, switch ") + (on ? "on" : "off"),
+                     place, entries, [&stage, place, entries, bytes, synchronize] {
+                       return write_jobs(stage, place, entries, bytes, synchronize);
+                     });
+  contest.size += ", " + size_text(bytes);
   if (entries == 10000) contest.requirements.push_back(at_least_faster(8, Who::kLiteral));
   if (entries == 100 && place == Place::kDisk)
     contest.requirements.push_back(at_most(1, Who::kSqlitePerOperation));
-  contest.prepare = [&stage, place, entries, bytes, synchronize] {
-    return write_jobs(stage, place, entries, bytes, synchronize);
-  };
   return contest;
 }
 
@@ -339,13 +322,9 @@ std::vector<Contest> documents(Stage& stage) {
   std::vector<Contest> contests;
   constexpr std::size_t kDocuments[] = {4096, 65536, std::size_t{4} << 20U};
   for (const std::size_t bytes : kDocuments) {
-    Contest contest;
-    contest.workload = "OpenRead + Read + Close";
-    contest.place = name(Place::kDisk);
-    contest.size = "100 entries, " + size_text(bytes);
-    contest.entries = kBucketEntries;
-    contest.requirements = {at_most(1.3, Who::kFloor)};
-    contest.prepare = [&stage, bytes] { return read_jobs(stage, bytes); };
+    Contest contest = folder_contest("OpenRead + Read + Close", Place::kDisk, kBucketEntries,
+                                     [&stage, bytes] { return read_jobs(stage, bytes); });
+    contest.size += ", " + size_text(bytes);
     contests.push_back(std::move(contest));
   }
   for (const std::size_t entries : kSizes) {
@@ -353,15 +332,15 @@ std::vector<Contest> documents(Stage& stage) {
       // With so many entries the device makes no difference.
       if (place == Place::kMemory && entries == 100000) continue;
       contests.push_back(
-          mail_contest("OpenWrite + Write + Close, replacing", place, entries,
-                       [&stage, place, entries] { return replace_jobs(stage, place, entries); }));
+          folder_contest("OpenWrite + Write + Close, replacing", place, entries,
+                         [&stage, place, entries] { return replace_jobs(stage, place, entries); }));
       for (const Synchronize synchronize : {Synchronize::kOff, Synchronize::kOn}) {
         const bool on = synchronize == Synchronize::kOn;
-        contests.push_back(mail_contest(on ? "RemoveFile, switch on" : "RemoveFile, switch off",
-                                        place, entries, [&stage, place, entries, synchronize] {
-                                          return remove_file_jobs(stage, place, entries,
-                                                                  synchronize);
-                                        }));
+        contests.push_back(folder_contest(on ? "RemoveFile, switch on" : "RemoveFile, switch off",
+                                          place, entries, [&stage, place, entries, synchronize] {
+                                            return remove_file_jobs(stage, place, entries,
+                                                                    synchronize);
+                                          }));
       }
       for (const Synchronize synchronize : {Synchronize::kOff, Synchronize::kOn}) {
         for (const std::size_t bytes : kDocuments) {
@@ -372,14 +351,9 @@ std::vector<Contest> documents(Stage& stage) {
         }
       }
     }
-    Contest contest;
-    contest.workload = "getFileListFromIndexFile";
-    contest.place = name(Place::kDisk);
-    contest.size = std::to_string(entries) + " entries";
-    contest.entries = entries;
-    contest.requirements = {at_most(1.3, Who::kFloor)};
-    contest.prepare = [&stage, entries] { return file_list_jobs(stage, entries); };
-    contests.push_back(std::move(contest));
+    contests.push_back(
+        folder_contest("getFileListFromIndexFile", Place::kDisk, entries,
+                       [&stage, entries] { return file_list_jobs(stage, entries); }));
   }
   return contests;
 }

@@ -170,14 +170,8 @@ Jobs update_jobs(Stage& stage, Place place, std::size_t entries) {
 
 Contest change_contest(const std::string& workload, Place place, std::size_t entries,
                        std::function<Jobs()> prepare) {
-  Contest contest;
-  contest.workload = workload;
-  contest.place = name(place);
-  contest.size = std::to_string(entries) + " entries";
-  contest.entries = entries;
-  contest.requirements = {at_most(1.3, Who::kFloor)};
+  Contest contest = folder_contest(workload, place, entries, std::move(prepare));
   if (entries == 10000) contest.requirements.push_back(at_least_faster(8, Who::kLiteral));
-  contest.prepare = std::move(prepare);
   return contest;
 }
 

@@ -96,15 +96,11 @@ Jobs exists_jobs(Stage& stage, std::size_t entries, Sought sought) {
 }
 
 Contest exists_contest(Stage& stage, std::size_t entries, Sought sought) {
-  Contest contest;
-  contest.workload = sought == Sought::kHit ? "exists, hit" : "exists, miss";
-  contest.place = name(kPlace);
-  contest.size = std::to_string(entries) + " entries";
-  contest.entries = entries;
-  contest.requirements = {at_most(1.3, Who::kFloor)};
+  Contest contest =
+      folder_contest(sought == Sought::kHit ? "exists, hit" : "exists, miss", kPlace, entries,
+                     [&stage, entries, sought] { return exists_jobs(stage, entries, sought); });
   if (entries == 10000) contest.requirements.push_back(at_least_faster(200, Who::kLiteral));
   if (entries <= 10000) contest.requirements.push_back(at_most(1, Who::kSqlitePerOperation));
-  contest.prepare = [&stage, entries, sought] { return exists_jobs(stage, entries, sought); };
   return contest;
 }
 
@@ -210,22 +206,11 @@ Jobs list_jobs(Stage& stage, std::size_t entries, const List& library, const cha
   return jobs;
 }
 
-Contest question_contest(std::string workload, std::size_t entries, std::function<Jobs()> prepare) {
-  Contest contest;
-  contest.workload = std::move(workload);
-  contest.place = name(kPlace);
-  contest.size = std::to_string(entries) + " entries";
-  contest.entries = entries;
-  contest.requirements = {at_most(1.3, Who::kFloor)};
-  contest.prepare = std::move(prepare);
-  return contest;
-}
-
 void add_latest(std::vector<Contest>& contests, Stage& stage, std::size_t entries) {
   for (const Synchronize synchronize : {Synchronize::kOff, Synchronize::kOn}) {
     const bool on = synchronize == Synchronize::kOn;
-    contests.push_back(question_contest(
-        on ? "lastVersion, switch on" : "lastVersion, switch off", entries,
+    contests.push_back(folder_contest(
+        on ? "lastVersion, switch on" : "lastVersion, switch off", kPlace, entries,
         [&stage, entries, synchronize] { return latest_jobs(stage, entries, synchronize); }));
   }
 }
@@ -236,7 +221,7 @@ void add_list(std::vector<Contest>& contests, Stage& stage, std::size_t entries,
               const char* workload, ListOperation operation, const char* extensions,
               floor_of::List way) {
   contests.push_back(
-      question_contest(workload, entries, [&stage, entries, operation, extensions, way] {
+      folder_contest(workload, kPlace, entries, [&stage, entries, operation, extensions, way] {
         const std::string path = stage.folder(kPlace, entries).path();
         return list_jobs(
             stage, entries,

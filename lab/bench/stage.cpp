@@ -1,6 +1,11 @@
 #include "lab/bench/stage.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <utility>
+
+#include "lab/bench/bare.h"
+#include "vu_storage.h"
 
 namespace bench {
 
@@ -86,6 +91,41 @@ LmdbIndex& Stage::open_lmdb(Place place, std::size_t entries, Purpose purpose) {
     index->fill(entries_of(folder(place, entries)));
   }
   return *index;
+}
+
+const StorageRoot& StorageRoot::of(Stage& stage) {
+  static const StorageRoot root(stage.room(Place::kDisk, "root"));
+  return root;
+}
+
+StorageRoot::StorageRoot(std::string path) : m_path(std::move(path)) {
+  if (!vu_storage::initRootStorage(m_path, true, true)) bare::broken("no storage in", m_path);
+}
+
+std::string StorageRoot::bucket(const std::string& owner, const std::string& logical) const {
+  std::string folder;
+  vu_storage::createUserOrDomainNameDirectory(owner, logical, STG::CorporateRepository, folder,
+                                              true);
+  std::replace(folder.begin(), folder.end(), '\\', '/');
+  return folder;
+}
+
+std::string StorageRoot::mailbox(const std::string& folder, const std::string& owner) const {
+  const std::string link = area("mail") + "/" + owner;
+  if (!std::filesystem::is_symlink(link)) std::filesystem::create_directory_symlink(folder, link);
+  return owner;
+}
+
+Contest folder_contest(std::string workload, Place place, std::size_t entries,
+                       std::function<Jobs()> prepare) {
+  Contest contest;
+  contest.workload = std::move(workload);
+  contest.place = name(place);
+  contest.size = std::to_string(entries) + " entries";
+  contest.entries = entries;
+  contest.requirements = {at_most(1.3, Who::kFloor)};
+  contest.prepare = std::move(prepare);
+  return contest;
 }
 
 }  // namespace bench

@@ -54,6 +54,28 @@ class Stage {
   std::map<Open, std::unique_ptr<LmdbIndex>> m_lmdb;
 };
 
+/// The storage of this process, which is initialised once.
+class StorageRoot {
+ public:
+  static const StorageRoot& of(Stage& stage);
+
+  /// The folder of an area.
+  std::string area(const std::string& name) const { return m_path + "/storage/" + name; }
+  /// The hash bucket of a corporate document.
+  std::string bucket(const std::string& owner, const std::string& logical) const;
+  /// Makes @p folder the mail folder of @p owner through a symbolic link. @return the owner.
+  std::string mailbox(const std::string& folder, const std::string& owner) const;
+
+ private:
+  explicit StorageRoot(std::string path);
+
+  std::string m_path;
+};
+
+/// A contest on a folder with this number of entries: at most 1.3 times the floor.
+Contest folder_contest(std::string workload, Place place, std::size_t entries,
+                       std::function<Jobs()> prepare);
+
 inline constexpr std::size_t kSizes[] = {100, 1000, 10000, 100000};
 
 // The contests of each source file, small folders first.

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Measures stgctl over a large tree, and compares it with find(1) over the same tree in the same run.
 #
-#   lab/bench/client/tree.sh STGCTL [ENTRIES [FOLDER]]
+#   lab/bench/client.sh STGCTL [ENTRIES [FOLDER]]
 #
 # Creates a tree of ENTRIES entries (1,000,000) below FOLDER (a temporary folder) unless it exists. Then runs each
 # command ROUNDS times (5) in turn and discards the output. Prints the medians of elapsed time and CPU time in
@@ -13,8 +13,9 @@
 #   find -printf      find DIR -printf '%s %T@\n'
 #   stats             stgctl stats
 #
-# Prints the peak memory of each stgctl command. Then runs snapshot.sh over the same tree. All files are in the
-# system's cache.
+# Prints the peak memory of each stgctl command. Then measures `stgctl index snapshot` over the same tree without changes
+# since the last snapshot, and compares it with cat(1) over the same indexes. The snapshot searches the indexes itself
+# and flushes its file; cat gets the list of the indexes. All files are in the system's cache.
 set -euo pipefail
 
 stgctl=$(realpath "$1")
@@ -75,7 +76,10 @@ TIMEFORMAT='%R %U %S'
 run() {
   local name=$1 spent real user system
   shift
-  spent=$({ time "$@" >/dev/null 2>/dev/null; } 2>&1)
+  spent=$({ time "$@" >/dev/null 2>"$folder/errors"; } 2>&1) || {
+    cat "$folder/errors" >&2
+    exit 1
+  }
   read -r real user system <<<"$spent"
   times[$name]+="$(awk -v r="$real" 'BEGIN {print int(r * 1000 + 0.5)}') "
   cpu[$name]+="$(awk -v u="$user" -v s="$system" 'BEGIN {print int((u + s) * 1000 + 0.5)}') "
@@ -122,4 +126,25 @@ for command in "ls" "check --quick" "stats"; do
   # shellcheck disable=SC2086
   echo "peak memory of $command: $(peak "$stgctl" --storage "$tree" $command)"
 done
-"$(dirname "$0")/snapshot.sh" "$stgctl" "$folder"
+
+# ---- the snapshot ---------------------------------------------------------------------------------
+
+snapshots=$(mktemp -d "$folder/snapshots.XXXXXX")
+trap 'rm -rf "$snapshots" "$own_folder"' EXIT
+names=$snapshots/names
+find "$tree" -name index.dat -print0 >"$snapshots/indexes"
+read_all() { xargs -0 cat <"$snapshots/indexes"; }
+save() { "$stgctl" --storage "$tree" index snapshot --names "$names"; }
+
+read_all >/dev/null
+run "first" save
+bytes=$(stat -c %s "$names")
+for ((round = 0; round < rounds; ++round)); do
+  run cat read_all
+  run snapshot save
+done
+after=$(stat -c %s "$names")
+
+echo "$(tr -cd '\0' <"$snapshots/indexes" | wc -c) indexes of $(read_all | wc -c) bytes, median of $rounds rounds"
+echo "first snapshot: ${times[first]}ms, $bytes bytes; each further one: $(((after - bytes) / rounds)) bytes"
+report "snapshot" "cat"
