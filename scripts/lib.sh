@@ -1,4 +1,4 @@
-# Functions of ./dev and the scripts; sourced, never run.
+# Functions of ./dev and the scripts; sourced, never run. The later sections are for ./dev only.
 # Sets ROOT (the project's folder), BUILD (results), DEPS (prepared dependencies) and JOBS (parallel jobs).
 
 set -euo pipefail
@@ -75,4 +75,123 @@ package_sources() {
       sed -nE "s/ $here(-updates|-security)?\$/ $1\1/p"
     echo "http://deb.debian.org/debian/ $1"
   } | awk '!seen[$0]++ { print ($2 ~ /-/), NR, $0 }' | sort -k1,1n -k2,2n | cut -d' ' -f3-
+}
+
+# ---- stages of ./dev --------------------------------------------------------------------------------
+#
+# Each stage of long work is one line of output; a failed test run is three.
+#
+# On a terminal the line shows the progress, read from the counts of ninja and CTest in the log. Elsewhere the line
+# is printed once, at the end. The output of the work goes to the log.
+
+# Prints the last progress count of a log, such as "12/345".
+count_in() { tail -c 2000 "$1" 2>/dev/null | grep -oE '[0-9]+/[0-9]+(\]| Test)' | tail -n 1 | grep -oE '^[0-9]+/[0-9]+' || true; }
+
+show_progress() {
+  local log=$1 what=$2 began=$SECONDS
+  while sleep 1; do
+    printf '\r\033[K== %s: %s %d s' "$what" "$(count_in "$log")" "$((SECONDS - began))"
+  done
+}
+
+# Runs a command with its output in a log. After a failure stage() prints the cause and ends the script;
+# try_stage() returns the exit code.
+# stage <log> <what> <command...>
+stage() {
+  try_stage "$@" || {
+    lines_that_matter "$1" >&2
+    die "$2 failed: see the output in $1"
+  }
+}
+
+try_stage() {
+  local log=$1 what=$2 began=$SECONDS shower="" status=0 count
+  shift 2
+  mkdir -p "$(dirname "$log")"
+  : >"$log"
+  if [ -t 1 ]; then
+    show_progress "$log" "$what" &
+    shower=$!
+  fi
+  "$@" >"$log" 2>&1 || status=$?
+  if [ -n "$shower" ]; then
+    kill "$shower" 2>/dev/null || true
+    wait "$shower" 2>/dev/null || true
+    printf '\r\033[K'
+  fi
+  count=$(count_in "$log")
+  [ "$status" -ne 0 ] || say "$what: ${count:+$count, }$((SECONDS - began)) s"
+  return "$status"
+}
+
+# ---- failed tests ---------------------------------------------------------------------------------
+
+# Reads the log of a failed CTest run. Prints two or three lines: the failed tests, and where and why the first failed.
+# failed_tests <log>
+failed_tests() {
+  awk '
+    BEGIN { most = 8 }
+    { sub(/\r$/, "") }
+
+    # The output of a test follows the line with its result and ends at the next line of CTest.
+    /^ *[0-9]+\/[0-9]+ Test +#[0-9]+: / {
+      inside = /\*\*\*/ && !/\*\*\*Skipped/ && first == ""
+      if (inside) {
+        first = $4
+        result = $0
+        sub(/.*\*\*\*/, "", result)
+        sub(/ +[0-9.]+ sec.*/, "", result)
+      }
+      next
+    }
+    /^ +Start +[0-9]+: / { inside = 0; next }
+    /^[0-9]+% tests passed/ { inside = 0; failed = $4; all = $NF; next }
+    # CTest prints the list of skipped tests before this list; it is discarded.
+    /^The following tests FAILED/ { named = 0; names = "" }
+    /^\t *[0-9]+ - / {
+      if (++named <= most) names = names (named > 1 ? ", " : "") $3
+      next
+    }
+    !inside { next }
+
+    # GoogleTest prints the place, the message up to an empty line, and the case. A reliability suite prints one line.
+    /^\[  FAILED  \] / && place != "" && name == "" { name = $4 }
+    /^\[/ || /^[ \t]*$/ { complete = place != ""; next }
+    place == "" && /: Failure$/ { place = $0; next }
+    place == "" && /^WRONG: / { place = $0; complete = 1; next }
+    place != "" && !complete { sub(/^ +/, ""); message = message " " $0 }
+    { last = $0 }
+
+    END {
+      printf "%s of %s tests failed: %s%s\n", failed, all, names, (named > most ? " ..." : "")
+      printf "%s (%s): %s\n", name != "" ? name : first, result, substr(place != "" ? place : last, 1, 300)
+      if (message != "") print " " substr(message, 1, 300)
+    }' "$1"
+}
+
+# ---- work in the background -----------------------------------------------------------------------
+
+beside_pid=""
+
+# Starts a command in the background with its output in a log. Niceness 19 is the lowest priority.
+# start_beside <niceness> <log> <command...>
+start_beside() {
+  local niceness=$1 log=$2
+  shift 2
+  mkdir -p "$(dirname "$log")"
+  setsid nice -n "$niceness" "$@" >"$log" 2>&1 </dev/null &
+  beside_pid=$!
+}
+
+# Waits for the background command and returns its exit code.
+wait_beside() {
+  local pid=$beside_pid
+  beside_pid=""
+  [ -z "$pid" ] || wait "$pid"
+}
+
+# Ends the background command. Ctrl-C does not reach it, because setsid gives it another process group.
+stop_beside() {
+  # Immediately after the start the process group may not exist yet; then only the process is ended.
+  [ -z "$beside_pid" ] || kill -- "-$beside_pid" 2>/dev/null || kill "$beside_pid" 2>/dev/null || true
 }
