@@ -125,7 +125,7 @@ void explore_all(Run& run) {
   if (held == whole) all.expect_every_race();
 }
 REGISTER_SUITE(explore_all, "interleavings", "two operations, in every order of their system calls",
-               "schedules", 0, Scratch::kMemory)
+               "schedules", 0, Scratch::kMemory, Cases::kSelectable)
 
 void explore_killed(Run& run) {
   if (!run.replayed().empty()) return replay(run, run.replayed());
@@ -137,7 +137,8 @@ void explore_killed(Run& run) {
   all.report();
 }
 REGISTER_SUITE(explore_killed, "interleavings-killed",
-               "the same, and one of the operations is killed", "schedules", 0, Scratch::kMemory)
+               "the same, and one of the operations is killed", "schedules", 0, Scratch::kMemory,
+               Cases::kSelectable)
 
 }  // namespace
 }  // namespace reliability

@@ -102,6 +102,25 @@ const Suite& suite_called(const std::string& name) {
   return *found;
 }
 
+/// A valid command line that the suite cannot follow.
+struct Refusal : std::runtime_error {
+  using runtime_error::runtime_error;
+};
+
+/// @throws Refusal if the options select cases and the suite has none to select.
+void check_selection(const Suite& suite, const Options& options) {
+  if (suite.cases == Cases::kSelectable || (options.only.empty() && options.replayed.empty())) {
+    return;
+  }
+  std::string selectable;
+  for (const Suite& each : suites()) {
+    if (each.cases == Cases::kSelectable)
+      selectable += (selectable.empty() ? "" : ", ") + each.name;
+  }
+  throw Refusal("'" + suite.name + "' has no " + (options.only.empty() ? "--replay" : "--only") +
+                ": these suites have it: " + selectable);
+}
+
 /// Everything that tests/support creates from now on, also in helper processes, is in this folder.
 void choose_scratch(const Suite& suite, const std::string& named) {
   std::string folder = named;
@@ -132,6 +151,7 @@ int report(const Suite& suite, const Run& run) {
 
 int run_suite(const Options& options) {
   const Suite& suite = suite_called(options.name);
+  check_selection(suite, options);
   choose_scratch(suite, options.scratch);
   const Limits limits{options.count.value_or(suite.count), std::chrono::seconds(options.budget),
                       options.only, options.replayed};
@@ -190,6 +210,9 @@ int main(int argc, char** argv) {
       return 0;
     }
     return reliability::run_suite(reliability::read_options(arguments));
+  } catch (const reliability::Refusal& e) {
+    std::cerr << "error: " << e.what() << "\n";
+    return 2;
   } catch (const std::exception& e) {
     std::cerr << "error: " << e.what() << "\n" << reliability::kUsage;
     return 2;

@@ -27,10 +27,13 @@ enum class Scratch : std::uint8_t {
   kMemory,  ///< in a file system in memory, if there is one
 };
 
+/// Whether --only and --replay can select cases of a suite.
+enum class Cases : std::uint8_t { kAllOrNone, kSelectable };
+
 struct Limits {
   std::uint64_t count = 0;         ///< the suite stops at this count; 0: it runs to its end
   std::chrono::seconds budget{0};  ///< the suite stops after this time; zero: no limit
-  // Only `interleavings` and `interleavings-killed` use these two; the other suites ignore them.
+  // Empty, unless the suite has Cases::kSelectable.
   std::string only = {};      ///< the suite runs only its parts with this text in their name
   std::string replayed = {};  ///< the suite runs only this case, in the notation that it prints
 };
@@ -100,14 +103,17 @@ struct Suite {
   std::uint64_t count;  ///< if the command line has none; 0: the suite runs to its end
   Scratch scratch;
   SuiteFunction function;
+  Cases cases = Cases::kAllOrNone;
 };
 
 /// @return true.
 bool register_suite(Suite suite);
 
-#define REGISTER_SUITE(identifier, name, what, unit, count, scratch)      \
+/// After @p scratch a suite may name its Cases.
+#define REGISTER_SUITE(identifier, name, what, unit, count, scratch, ...) \
   [[maybe_unused]] static const bool suite_##identifier##_is_registered = \
-      ::reliability::register_suite({name, what, unit, count, scratch, identifier});
+      ::reliability::register_suite(                                      \
+          {name, what, unit, count, scratch, identifier __VA_OPT__(, ) __VA_ARGS__});
 
 /// "12.3 ms"
 std::string as_milliseconds(Clock::duration time);

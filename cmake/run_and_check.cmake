@@ -1,9 +1,9 @@
-# Runs an example and checks its exit code and its output.
+# Runs a program and checks its exit code and its output.
 #
 #   cmake -D PROGRAM=<file> [-D EMULATOR=<command>] -D CODE=<exit code> -D TEXT=<part of the output>
-#         -D LOG=<file> [-D FRESH=<folder>] [-D ARGUMENTS=<list>] -P run_example.cmake
+#         -D LOG=<file> [-D FRESH=<folder>] [-D ARGUMENTS=<list>] -P run_and_check.cmake
 #
-# The output goes to the file LOG, because a process that outlives the example would keep a pipe open.
+# The output goes to the file LOG, because a process that outlives the program would keep a pipe open.
 
 cmake_minimum_required(VERSION 3.25)
 
