@@ -14,7 +14,7 @@ import pytest
 import vu_storage
 from vu_storage import Key, _library
 
-# ---- which functions of the C interface have succeeded in the tests ------------------------------------
+# ---- which functions of the C interface have succeeded in the tests ------------------------------
 
 _succeeded = set()
 
@@ -44,7 +44,7 @@ def calls():
     return _succeeded
 
 
-# ---- the tests -----------------------------------------------------------------------------------------
+# ---- the tests -----------------------------------------------------------------------------------
 
 DAY = datetime.timedelta(days=1)
 

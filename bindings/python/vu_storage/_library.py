@@ -26,74 +26,25 @@ OUTDATED = 26
 INTERRUPTED = 130
 
 
-class Error(Structure):
-    _fields_ = [
-        ("struct_size", c_size_t),
-        ("status", c_int32),
-        ("system_code", c_int32),
-        ("operation", c_char_p),
-        ("text", c_char_p),
-        ("path", c_char_p),
-        ("system_text", c_char_p),
-    ]
+def _structure(name, /, **fields):
+    """A structure of the C interface: its own size, then these fields."""
+    return type(name, (Structure,), {"_fields_": [("struct_size", c_size_t), *fields.items()]})
 
 
-class Settings(Structure):
-    _fields_ = [
-        ("struct_size", c_size_t),
-        ("root", c_char_p),
-        ("flags", c_uint32),
-        ("reserved", c_uint32),
-        ("wait_ms", c_int64),
-    ]
-
-
-class Document(Structure):
-    _fields_ = [
-        ("struct_size", c_size_t),
-        ("area", c_int32),
-        ("reserved", c_uint32),
-        ("owner", c_char_p),
-        ("name", c_char_p),
-        ("version", c_int64),
-    ]
-
-
-class Info(Structure):
-    _fields_ = [
-        ("struct_size", c_size_t),
-        ("version", c_int64),
-        ("size", c_int64),
-        ("modified", c_int64),
-        ("accessed", c_int64),
-    ]
-
-
-class Entry(Structure):
-    _fields_ = [
-        ("struct_size", c_size_t),
-        ("area", c_int32),
-        ("reserved", c_uint32),
-        ("owner", c_char_p),
-        ("name", c_char_p),
-        ("file", c_char_p),
-        ("info", Info),
-    ]
-
-
-class Trace(Structure):
-    _fields_ = [
-        ("struct_size", c_size_t),
-        ("kind", c_int32),
-        ("level", c_int32),
-        ("source", c_char_p),
-        ("line", c_int32),
-        ("reserved", c_uint32),
-        ("signature", c_char_p),
-        ("text", c_void_p),
-        ("text_size", c_size_t),
-    ]
-
+Error = _structure(
+    "Error", status=c_int32, system_code=c_int32, operation=c_char_p, text=c_char_p,
+    path=c_char_p, system_text=c_char_p)
+Settings = _structure(
+    "Settings", root=c_char_p, flags=c_uint32, reserved=c_uint32, wait_ms=c_int64)
+Document = _structure(
+    "Document", area=c_int32, reserved=c_uint32, owner=c_char_p, name=c_char_p, version=c_int64)
+Info = _structure("Info", version=c_int64, size=c_int64, modified=c_int64, accessed=c_int64)
+Entry = _structure(
+    "Entry", area=c_int32, reserved=c_uint32, owner=c_char_p, name=c_char_p, file=c_char_p,
+    info=Info)
+Trace = _structure(
+    "Trace", kind=c_int32, level=c_int32, source=c_char_p, line=c_int32, reserved=c_uint32,
+    signature=c_char_p, text=c_void_p, text_size=c_size_t)
 
 EntryVisitor = CFUNCTYPE(c_int32, c_void_p, POINTER(Entry))
 NameVisitor = CFUNCTYPE(c_int32, c_void_p, c_char_p)
