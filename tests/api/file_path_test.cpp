@@ -35,6 +35,13 @@ TEST(VuFileExcept, CrossesTheLibraryAsItsOwnType) {
   EXPECT_THROW(file.open(vu_file::o_read), vu_file_except);
 }
 
+/// A path and its two parts.
+struct split_row {
+  const char* full;
+  const char* parent;
+  const char* name;
+};
+
 template <class Spelling>
 class VuPath : public testing::Test {
  protected:
@@ -56,12 +63,7 @@ class VuPath : public testing::Test {
 TYPED_TEST_SUITE(VuPath, file_spellings, spelling_names);
 
 TYPED_TEST(VuPath, IsSplitAtTheLastBackslash) {
-  struct row {
-    const char* full;
-    const char* parent;
-    const char* name;
-  };
-  const row rows[] = {
+  const split_row rows[] = {
       {"C:\\dir\\f.txt", "C:\\dir", "f.txt"},
       {"\\abc", "", "abc"},
       {"a\\b", "a", "b"},
@@ -72,7 +74,7 @@ TYPED_TEST(VuPath, IsSplitAtTheLastBackslash) {
       {"x/y\\z", "x/y", "z"},
       {"d\xC3\xA9\\\xE6\x97\xA5", "d\xC3\xA9", "\xE6\x97\xA5"},
   };
-  for (const row& r : rows) {
+  for (const split_row& r : rows) {
     const auto p = this->split(r.full);
     EXPECT_EQ(this->parent(p), r.parent) << r.full;
     EXPECT_EQ(this->name(p), r.name) << r.full;
@@ -226,25 +228,20 @@ TYPED_TEST(VuFileNames, GetExtensionIsWhatFollowsTheLastDot) {
 }
 
 TYPED_TEST(VuFileNames, GetShirtFileNameSplitsAtEitherSeparator) {
-  struct row {
-    const char* full;
-    const char* name;
-    const char* dir;
+  const split_row rows[] = {
+      {"report.txt", ".\\", "report.txt"},
+      {"C:\\x\\y.txt", "C:\\x\\", "y.txt"},
+      {"a/b", "a/", "b"},
+      {"a\\b/c", "a\\b/", "c"},
+      {"a/b\\c", "a/b\\", "c"},
+      {"a\\", "a\\", ""},
+      {"", ".\\", ""},
   };
-  const row rows[] = {
-      {"report.txt", "report.txt", ".\\"},
-      {"C:\\x\\y.txt", "y.txt", "C:\\x\\"},
-      {"a/b", "b", "a/"},
-      {"a\\b/c", "c", "a\\b/"},
-      {"a/b\\c", "c", "a/b\\"},
-      {"a\\", "", "a\\"},
-      {"", "", ".\\"},
-  };
-  for (const row& r : rows) {
+  for (const split_row& r : rows) {
     auto dir = TypeParam::to_text("before");
     const auto name = TypeParam::file::getShirtFileName(TypeParam::to_text(r.full), dir);
     EXPECT_EQ(TypeParam::to_bytes(name), r.name) << r.full;
-    EXPECT_EQ(TypeParam::to_bytes(dir), r.dir) << r.full;
+    EXPECT_EQ(TypeParam::to_bytes(dir), r.parent) << r.full;
   }
 }
 

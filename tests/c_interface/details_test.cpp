@@ -15,16 +15,6 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-std::string path_of(const vu_document& of) {
-  std::string path(2000, '\0');
-  std::size_t size = 0;
-  EXPECT_EQ(vu_file_path(store(), &of, path.data(), path.size(), &size), VU_DONE);
-  path.resize(size);
-  return path;
-}
-
-std::string name_of(vu_status status) { return vu_status_name(status); }
-
 }  // namespace
 
 TEST(CDetails, ABufferThatIsJustLargeEnoughIsFilled) {

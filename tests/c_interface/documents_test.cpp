@@ -140,13 +140,7 @@ TEST(CStore, TheLastErrorIsTheThreadsOwn) {
 TEST(CStore, TheLastErrorContainsThePathAndTheSystemsReason) {
   const vu_document where = document("anna-locked-out", "a.kdf", 1);
   ASSERT_EQ(put(where, "old"), VU_DONE);
-  std::string path(1000, '\0');
-  std::size_t size = 0;
-  ASSERT_EQ(vu_file_path(store(), &where, path.data(), path.size(), &size), VU_DONE);
-  path.resize(size);
-  // A folder in place of the file cannot be opened as a file.
-  std::filesystem::remove(native(path));
-  make_folder(path);
+  const std::string path = make_unopenable(where);
   vu_stream* stream = nullptr;
   EXPECT_EQ(vu_open(store(), &where, VU_WRITE_OVER, &stream), VU_FAILED);
   EXPECT_EQ(stream, nullptr);
@@ -259,10 +253,7 @@ TEST(CDocuments, ReplacingLeavesOneFileAndTakesThePartsAway) {
   vu_stream* stream = nullptr;
   ASSERT_EQ(vu_open_part(store(), &where, "html@de", "page1", VU_WRITE_OVER, &stream), VU_DONE);
   ASSERT_EQ(vu_stream_close(stream), VU_DONE);
-  std::string path(1000, '\0');
-  std::size_t size = 0;
-  ASSERT_EQ(vu_file_path(store(), &where, path.data(), path.size(), &size), VU_DONE);
-  path.resize(size);
+  const std::string path = path_of(where);
   ASSERT_TRUE(folder_exists(path + "_"));
   ASSERT_EQ(put(where, "new", VU_REPLACE), VU_DONE);
   EXPECT_FALSE(folder_exists(path + "_"));
@@ -404,10 +395,7 @@ TEST(CDocuments, AFileThatBearsTheNameIsReplacedInPlace) {
 TEST(CDocuments, TheFileOfAnotherDocumentIsNotAValidName) {
   const vu_document where = document("stored-name", "a.txt", 1, VU_AREA_USER);
   ASSERT_EQ(put(where, "bytes"), VU_DONE);
-  std::string path(1000, '\0');
-  std::size_t size = 0;
-  ASSERT_EQ(vu_file_path(store(), &where, path.data(), path.size(), &size), VU_DONE);
-  path.resize(size);
+  const std::string path = path_of(where);
   const std::string file = path.substr(path.find_last_of("/\\") + 1);
   for (const std::int64_t version : {0, 1}) {
     const vu_document same = document("stored-name", file.c_str(), version, VU_AREA_USER);

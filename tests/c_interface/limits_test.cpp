@@ -41,15 +41,6 @@ class Locked {
   vu_stream* m_stream = nullptr;
 };
 
-std::string path_of(const vu_document& what) {
-  char path[1000] = "";
-  std::size_t size = 0;
-  EXPECT_EQ(vu_file_path(store(), &what, path, sizeof path, &size), VU_DONE);
-  return path;
-}
-
-std::string name_of(vu_status status) { return vu_status_name(status); }
-
 std::string opened_over(const vu_document& what) {
   const Hurried hurried;
   vu_stream* stream = nullptr;

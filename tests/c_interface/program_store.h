@@ -1,6 +1,9 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -60,6 +63,25 @@ inline std::string content(const vu_document& of) {
   vu_free(bytes);
   return result;
 }
+
+/// The path of the file of a version.
+inline std::string path_of(const vu_document& of) {
+  std::string path(2000, '\0');
+  std::size_t size = 0;
+  EXPECT_EQ(vu_file_path(store(), &of, path.data(), path.size(), &size), VU_DONE);
+  path.resize(size);
+  return path;
+}
+
+/// Replaces the file of a version by a folder, which cannot be opened as a file. @return its path.
+inline std::string make_unopenable(const vu_document& of) {
+  std::string path = path_of(of);
+  std::filesystem::remove(native(path));
+  make_folder(path);
+  return path;
+}
+
+inline std::string name_of(vu_status status) { return vu_status_name(status); }
 
 inline vu_error last_error() {
   vu_error error = VU_ERROR_INIT;

@@ -267,12 +267,7 @@ TEST(CStreams, ReadersSeeTheOldVersionOrTheNewOne) {
 TEST(CStreams, AnUnreadableFileIsNotReportedAsTooOld) {
   const vu_document where = document("served-refused", "a.kdc", 0);
   ASSERT_EQ(put(where, "page"), VU_DONE);
-  std::string path(1000, '\0');
-  std::size_t size = 0;
-  ASSERT_EQ(vu_file_path(store(), &where, path.data(), path.size(), &size), VU_DONE);
-  path.resize(size);
-  std::filesystem::remove(native(path));
-  make_folder(path);
+  const std::string path = make_unopenable(where);
   vu_stream* stream = nullptr;
   EXPECT_EQ(vu_open(store(), &where, VU_READ_SERVED, &stream), VU_FAILED);
   EXPECT_EQ(last_error().path, path);
@@ -284,10 +279,7 @@ TEST(CStreams, APartThatCannotBeOpenedIsNotToBeMadeAgain) {
   vu_stream* stream = nullptr;
   ASSERT_EQ(vu_open_part(store(), &where, "html@de", "page1", VU_WRITE_OVER, &stream), VU_DONE);
   ASSERT_EQ(vu_stream_close(stream), VU_DONE);
-  std::string path(1000, '\0');
-  std::size_t size = 0;
-  ASSERT_EQ(vu_file_path(store(), &where, path.data(), path.size(), &size), VU_DONE);
-  path.resize(size);
+  const std::string path = path_of(where);
   const std::filesystem::path part = native(path + "_") / "html" / "de" / "page1";
   ASSERT_TRUE(std::filesystem::remove(part)) << part;
   std::filesystem::create_directory(part);

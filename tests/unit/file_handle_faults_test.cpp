@@ -355,17 +355,38 @@ TYPED_TEST(VuFileClearFailure, ByAnExceptionIsTracedAndNotThrown) {
   }
 }
 
-HANDLE_FAULT_TESTS(VuFileCloseFailure);
+template <class Spelling>
+class VuFileCloseFailure : public handle_fault_test<Spelling> {
+ protected:
+  using typename handle_fault_test<Spelling>::file_type;
+
+  /// Closes the file while a call of the system fails. @return the errors.
+  static list errors_when_failing(Call step, file_type& file) {
+    const auto fault = faults::fail(step, kSomeFailure);
+    return errors_of_close(file);
+  }
+  /// Closes the file while a call of the system throws. @return the errors.
+  static list errors_when_throwing(Call step, file_type& file) {
+    const auto fault = faults::throw_from(step, std::runtime_error("planned"));
+    const auto last = faults::fail(Call::last_error, kSomeFailure);
+    return errors_of_close(file);
+  }
+
+ private:
+  static list errors_of_close(file_type& file) {
+    recording_sink sink;
+    file.close();
+    EXPECT_FALSE(file.is_open());
+    return sink.events(trace_event::error);
+  }
+};
+TYPED_TEST_SUITE(VuFileCloseFailure, file_spellings, spelling_names);
 
 TYPED_TEST(VuFileCloseFailure, OfTheFlushIsTracedAndTheRestFollows) {
   for (const auto mode : kWritingModes) {
     auto file = this->handle();
     file.open(mode);
-    const auto fault = faults::fail(Call::flush, kSomeFailure);
-    recording_sink sink;
-    file.close();
-    EXPECT_EQ(sink.events(trace_event::error), this->failure("Can't flush buffers"));
-    EXPECT_FALSE(file.is_open());
+    EXPECT_EQ(this->errors_when_failing(Call::flush, file), this->failure("Can't flush buffers"));
     EXPECT_FALSE(file.is_locked());
     EXPECT_TRUE(this->can_be_locked());
   }
@@ -374,23 +395,15 @@ TYPED_TEST(VuFileCloseFailure, OfTheFlushIsTracedAndTheRestFollows) {
 TYPED_TEST(VuFileCloseFailure, OfTheFlushByAnExceptionHasItsOwnText) {
   auto file = this->handle();
   file.open(base::o_write);
-  const auto fault = faults::throw_from(Call::flush, std::runtime_error("planned"));
-  const auto last = faults::fail(Call::last_error, kSomeFailure);
-  recording_sink sink;
-  file.close();
-  EXPECT_EQ(sink.events(trace_event::error), this->failure("Catch exception while flusing buffer"));
-  EXPECT_FALSE(file.is_open());
+  EXPECT_EQ(this->errors_when_throwing(Call::flush, file),
+            this->failure("Catch exception while flusing buffer"));
   EXPECT_TRUE(this->can_be_locked());
 }
 
 TYPED_TEST(VuFileCloseFailure, OfTheUnlockIsTracedAndTheFileClosed) {
   auto file = this->handle();
   file.open(base::o_read);
-  const auto fault = faults::fail(Call::unlock, kSomeFailure);
-  recording_sink sink;
-  file.close();
-  EXPECT_EQ(sink.events(trace_event::error), this->failure("Can't unlock file"));
-  EXPECT_FALSE(file.is_open());
+  EXPECT_EQ(this->errors_when_failing(Call::unlock, file), this->failure("Can't unlock file"));
   EXPECT_TRUE(file.is_locked()) << "the negation of the unlocking's success";
   EXPECT_TRUE(this->can_be_locked()) << "the lock went with the system's handle";
 }
@@ -398,23 +411,15 @@ TYPED_TEST(VuFileCloseFailure, OfTheUnlockIsTracedAndTheFileClosed) {
 TYPED_TEST(VuFileCloseFailure, OfTheUnlockByAnExceptionHasItsOwnText) {
   auto file = this->handle();
   file.open(base::o_read);
-  const auto fault = faults::throw_from(Call::unlock, std::runtime_error("planned"));
-  const auto last = faults::fail(Call::last_error, kSomeFailure);
-  recording_sink sink;
-  file.close();
-  EXPECT_EQ(sink.events(trace_event::error), this->failure("catch exception while unlocking file"));
-  EXPECT_FALSE(file.is_open());
+  EXPECT_EQ(this->errors_when_throwing(Call::unlock, file),
+            this->failure("catch exception while unlocking file"));
 }
 
 TYPED_TEST(VuFileCloseFailure, OfTheHandleIsTracedAndTheHandleForgotten) {
   auto file = this->handle();
   file.open(base::o_read);
   auto copy = file;
-  const auto fault = faults::fail(Call::close, kSomeFailure);
-  recording_sink sink;
-  file.close();
-  EXPECT_EQ(sink.events(trace_event::error), this->failure("close file"));
-  EXPECT_FALSE(file.is_open());
+  EXPECT_EQ(this->errors_when_failing(Call::close, file), this->failure("close file"));
   EXPECT_TRUE(copy.is_open()) << "closes what the fault has left open";
 }
 
@@ -422,12 +427,8 @@ TYPED_TEST(VuFileCloseFailure, OfTheHandleByAnExceptionHasItsOwnText) {
   auto file = this->handle();
   file.open(base::o_read);
   auto copy = file;
-  const auto fault = faults::throw_from(Call::close, std::runtime_error("planned"));
-  const auto last = faults::fail(Call::last_error, kSomeFailure);
-  recording_sink sink;
-  file.close();
-  EXPECT_EQ(sink.events(trace_event::error), this->failure("catch exception closing file"));
-  EXPECT_FALSE(file.is_open());
+  EXPECT_EQ(this->errors_when_throwing(Call::close, file),
+            this->failure("catch exception closing file"));
   EXPECT_TRUE(copy.is_open()) << "closes what the fault has left open";
 }
 

@@ -72,6 +72,12 @@ class IndexSaving : public IndexTest {
     STGIndex index = stg_index_test_peer::load(folder.path());
     stg_index_test_peer::set_need_update(index);
   }
+  /// Makes this the text of the index and saves it. @return the text of the save.
+  std::string rewritten(const std::string& text) const {
+    folder.set_index(text);
+    rewrite();
+    return folder.index();
+  }
 
   Texts begin_texts() const {
     return {"M:  STGIndex: (begin) updating index.dat ...", "M:   folder : " + folder.path()};

@@ -36,12 +36,9 @@ TEST_F(IndexSaving, WritesOneLinePerEntryInTheOrderOfTheKeys) {
   folder.write("00000001.kdb");
   folder.write("00000002.kdc");
   folder.write("notes.txt");
-  folder.set_index(
-      "notes.txt_0000000000/notes.txt\n"
-      "budget.kdc_0000000042/00000002\n"
-      "Sales Report.kdb_1199145600/00000001");
-  rewrite();
-  EXPECT_EQ(folder.index(),
+  EXPECT_EQ(rewritten("notes.txt_0000000000/notes.txt\n"
+                      "budget.kdc_0000000042/00000002\n"
+                      "Sales Report.kdb_1199145600/00000001"),
             "Sales Report.kdb_1199145600/00000001\n"
             "budget.kdc_0000000042/00000002\n"
             "notes.txt_0000000000/notes.txt\n");
@@ -59,9 +56,7 @@ TEST_F(IndexSaving, OrdersKeysByTheirBytes) {
       "\x80_0000000001/f\n"
       "\xFF_0000000001/f\n";
   folder.write("f");
-  folder.set_index(text);
-  rewrite();
-  EXPECT_EQ(folder.index(), text);
+  EXPECT_EQ(rewritten(text), text);
 }
 
 TEST_F(IndexSaving, IsTakenBackUnchangedByLoading) {
@@ -92,38 +87,31 @@ TEST_F(IndexSaving, WritesOneBlankForAnIndexWithoutEntries) {
 }
 
 TEST_F(IndexSaving, WritesOneBlankWhenNoLineIsValidAnyMore) {
-  folder.set_index("a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\n");
-  rewrite();
-  EXPECT_EQ(folder.index(), " ");
+  EXPECT_EQ(rewritten("a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\n"), " ");
 }
 
 TEST_F(IndexSaving, TruncatesTheFileAfterAShorterText) {
   folder.write("00000001");
-  folder.set_index("a_0000000001/00000001\n" + std::string(100000, 'x'));
-  rewrite();
-  EXPECT_EQ(folder.index(), "a_0000000001/00000001\n");
+  EXPECT_EQ(rewritten("a_0000000001/00000001\n" + std::string(100000, 'x')),
+            "a_0000000001/00000001\n");
 }
 
 TEST_F(IndexSaving, DropsWhatIsInvalid) {
   folder.write("00000001");
-  folder.set_index("a_0000000001/00000001\nb_0000000001/gone\nshort/00000001\nno slash\n");
-  rewrite();
-  EXPECT_EQ(folder.index(), "a_0000000001/00000001\n");
+  EXPECT_EQ(rewritten("a_0000000001/00000001\nb_0000000001/gone\nshort/00000001\nno slash\n"),
+            "a_0000000001/00000001\n");
 }
 
 TEST_F(IndexSaving, KeepsEntriesThatShareAPhysicalName) {
   folder.write("00000001");
-  folder.set_index("a_0000000001/00000001\nb_0000000001/00000001\n");
-  rewrite();
-  EXPECT_EQ(folder.index(), "a_0000000001/00000001\nb_0000000001/00000001\n");
+  EXPECT_EQ(rewritten("a_0000000001/00000001\nb_0000000001/00000001\n"),
+            "a_0000000001/00000001\nb_0000000001/00000001\n");
 }
 
 TEST_F(IndexSaving, WritesTheFirstOfTwoLinesWithOneKey) {
   folder.write("00000001");
   folder.write("00000002");
-  folder.set_index("a_0000000001/00000002\na_0000000001/00000001\n");
-  rewrite();
-  EXPECT_EQ(folder.index(), "a_0000000001/00000002\n");
+  EXPECT_EQ(rewritten("a_0000000001/00000002\na_0000000001/00000001\n"), "a_0000000001/00000002\n");
 }
 
 TEST_F(IndexSaving, LosesAnEntryWhoseLogicalNameHoldsASlash) {
@@ -294,10 +282,9 @@ TEST_F(IndexSaving, NeedsNoListingWhenEachFileCanBeChecked) {
 
 TEST_F(IndexSaving, DropsALineWhoseFileNoSystemCouldName) {
   folder.write("00000001");
-  folder.set_index("a_0000000001/00000001\nb_0000000001/" + std::string(5000, 'x') +
-                   "\nc_0000000001/00000001\\below\n");
-  rewrite();
-  EXPECT_EQ(folder.index(), "a_0000000001/00000001\n");
+  EXPECT_EQ(rewritten("a_0000000001/00000001\nb_0000000001/" + std::string(5000, 'x') +
+                      "\nc_0000000001/00000001\\below\n"),
+            "a_0000000001/00000001\n");
 }
 
 TEST_F(IndexSaving, WritesInPlaceUnderOneLock) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -34,6 +35,14 @@ class FailingTemporaryFiles final : public vu_host::temporary_files {
   std::exception_ptr m_exception;
 };
 
+/// An operation, and the level and the label of the scope that it opens.
+struct ScopedOperation {
+  const char* name;
+  vu_host::trace_level level;
+  const char* label;
+  std::function<void()> call;
+};
+
 /// A storage in a fresh folder, and everything that it traces after its initialisation.
 class StorageTest : public testing::Test {
  protected:
@@ -59,6 +68,19 @@ class StorageTest : public testing::Test {
     operation();
     const std::vector<traced> all = sink.all();
     return all.empty() ? traced{} : all.front();
+  }
+
+  /// Expects that an operation opens its scope before it traces anything else.
+  void expect_scope_first(const ScopedOperation& operation) {
+    SCOPED_TRACE(operation.name);
+    const traced first = first_of(operation.call);
+    EXPECT_EQ(first.kind, traced::kind_t::scope);
+    EXPECT_EQ(first.level, operation.level);
+    EXPECT_EQ(first.source, "vu_storage");
+    EXPECT_EQ(first.text, operation.label);
+    EXPECT_NE(first.signature.find(std::string("vu_storage::") + operation.name + "("),
+              std::string::npos)
+        << first.signature;
   }
 
   /// The number of calls of one system function during an operation.

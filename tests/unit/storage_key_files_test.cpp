@@ -333,7 +333,7 @@ TEST_F(KeyFiles, EveryOperationOpensAScopeOfItsOwnFirst) {
   vu_file handle(scratch.path(), "k.txt");
   STG::NameValueSeq seq;
   STG::NameValue pair;
-  const std::vector<std::pair<std::string, std::function<void()>>> operations = {
+  const std::vector<std::pair<const char*, std::function<void()>>> operations = {
       {"LoadKeyLine", [&] { Peer::LoadKeyLine("a=1", pair, false); }},
       {"getStringFromNameValueSeq", [&] { vu_storage::getStringFromNameValueSeq(seq); }},
       {"Read", [&] { vu_storage::Read(handle, seq, false); }},
@@ -347,13 +347,7 @@ TEST_F(KeyFiles, EveryOperationOpensAScopeOfItsOwnFirst) {
       {"getBuffer", [&] { Peer::getBuffer(vu_utf8string("x")); }},
   };
   for (const auto& [name, operation] : operations) {
-    SCOPED_TRACE(name);
-    const traced first = first_of(operation);
-    EXPECT_EQ(first.kind, traced::kind_t::scope);
-    EXPECT_EQ(first.level, trace_level::xl);
-    EXPECT_EQ(first.source, "vu_storage");
-    EXPECT_EQ(first.text, "");
-    EXPECT_NE(first.signature.find("vu_storage::" + name), std::string::npos) << first.signature;
+    expect_scope_first({name, trace_level::xl, "", operation});
   }
 }
 

@@ -443,13 +443,7 @@ TEST_F(SubParts, EveryOperationOpensItsScopeFirst) {
   const vu_utf8string entry(kEntry);
   unsigned long size = 0;
   std::string out;
-  struct Operation {
-    const char* name;
-    trace_level level;
-    const char* label;
-    std::function<void()> call;
-  };
-  const std::vector<Operation> operations = {
+  const std::vector<ScopedOperation> operations = {
       {"OpenWriteSubPart", trace_level::m,
        "vu_storage::OpenWriteSubPart: jdoe : sales.kdc : part.out",
        [&] { open_for_writing("xls"); }},
@@ -464,16 +458,8 @@ TEST_F(SubParts, EveryOperationOpensItsScopeFirst) {
        [&] { facade.OpenReadSubPartEx(file(), owner, owner, entry, "xls", kPart, kStamp, size); }},
       {"getBestUpdateWay", trace_level::xl, "", [&] { decide("xls"); }},
   };
-  for (const Operation& operation : operations) {
-    SCOPED_TRACE(operation.name);
-    const traced first = first_of(operation.call);
-    EXPECT_EQ(first.kind, traced::kind_t::scope);
-    EXPECT_EQ(first.level, operation.level);
-    EXPECT_EQ(first.source, "vu_storage");
-    EXPECT_EQ(first.text, operation.label);
-    EXPECT_NE(first.signature.find(std::string("vu_storage::") + operation.name + "("),
-              std::string::npos)
-        << first.signature;
+  for (const ScopedOperation& operation : operations) {
+    expect_scope_first(operation);
     file().close();
   }
 }

@@ -431,13 +431,7 @@ TEST_F(Users, AnExceptionWhileListingIsAnErrorKeepsThePairsAndFreesTheMutex) {
 
 TEST_F(Users, EveryOperationOpensItsScopeFirst) {
   const vu_utf8string name("nobody");
-  struct Operation {
-    const char* name;
-    trace_level level;
-    const char* label;
-    std::function<void()> call;
-  };
-  const std::vector<Operation> operations = {
+  const std::vector<ScopedOperation> operations = {
       {"RenameUserStorage", trace_level::xs, "vu_storage::RenameUserStorage : nobody\tno one",
        [] { vu_storage::RenameUserStorage("nobody", "no one"); }},
       {"RemoveUserStorage", trace_level::m, "vu_storage::RemoveUserStorage : 'nobody '",
@@ -454,17 +448,7 @@ TEST_F(Users, EveryOperationOpensItsScopeFirst) {
          Peer::AddExistVUFilesToMap(scratch.path(), map);
        }},
   };
-  for (const Operation& operation : operations) {
-    SCOPED_TRACE(operation.name);
-    const traced first = first_of(operation.call);
-    EXPECT_EQ(first.kind, traced::kind_t::scope);
-    EXPECT_EQ(first.level, operation.level);
-    EXPECT_EQ(first.source, "vu_storage");
-    EXPECT_EQ(first.text, operation.label);
-    EXPECT_NE(first.signature.find(std::string("vu_storage::") + operation.name + "("),
-              std::string::npos)
-        << first.signature;
-  }
+  for (const ScopedOperation& operation : operations) expect_scope_first(operation);
 }
 
 TEST_F(Users, EveryPublicOperationInitialisesTheStorage) {
