@@ -29,6 +29,13 @@ struct Locking {
   std::function<void(const std::string& path)> on_wait;
   /// If set to true, the wait ends as after the time-out.
   const std::atomic<bool>* stop = nullptr;
+
+  /// Without a lock.
+  static Locking none() {
+    Locking locking;
+    locking.mode = Mode::kNone;
+    return locking;
+  }
 };
 
 /// Retries a lock until it succeeds or @p locking ends the wait.

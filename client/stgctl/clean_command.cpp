@@ -1,12 +1,9 @@
-
 #include <algorithm>
 #include <chrono>
 #include <deque>
-#include <span>
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/operations.h"
-#include "client/stgctl/output.h"
 #include "client/stgctl/text.h"
 #include "client/stgctl/what_if.h"
 
@@ -35,240 +32,168 @@ struct Options {
                          kSize,
                          "With --what-if: find the age limit that reduces the size to this",
                          {needs("--what-if")}};
-};
 
-std::int64_t seconds_now() {
-  using namespace std::chrono;
-  return duration_cast<seconds>(system_clock::now().time_since_epoch()).count();
-}
-
-/// The size of everything below a folder.
-std::uint64_t size_below(const std::string& path) {
-  sys::Folder folder;
-  std::uint64_t bytes = 0;
-  if (!folder.open(path).ok()) return 0;
-  sys::Entry entry;
-  while (folder.next(entry)) {
-    bytes += entry.kind == sys::Kind::kFolder ? size_below(sys::join(path, entry.name))
-                                              : folder.describe(entry).size;
+  bool by_access() const { return by == "atime"; }
+  std::int64_t time_of(const sys::Info& info) const {
+    return by_access() ? info.access_time : info.modify_time;
   }
-  return bytes;
-}
-
-/// Why a version is removed.
-enum class Reason { kAge, kSize };
+};
 
 struct Candidate {
   FoundEntry entry;
   std::int64_t time = 0;
   std::uint64_t bytes = 0;  ///< with its sub-parts
   std::size_t parts = 0;
-  Reason reason = Reason::kAge;
+  bool is_old = false;  ///< removed by its age, otherwise by the size
+
+  const std::string& name() const { return entry.name; }
 };
 
 /// The versions to remove, and the rest.
 struct Plan {
+  std::int64_t now = 0;
   std::vector<Candidate> going;
   std::uint64_t going_bytes = 0;
   std::uint64_t kept = 0;
   std::uint64_t kept_bytes = 0;
 };
 
-class Planner {
- public:
-  Planner(Context& context, const Options& options)
-      : m_context(context), m_by_access(options.by == "atime"), m_now(seconds_now()) {
-    if (!options.older_than.empty()) m_limit = parse_age(options.older_than);
-    if (!options.max_size.empty()) m_most = parse_size(options.max_size);
-  }
-
-  std::int64_t now() const { return m_now; }
-
-  Plan run() {
-    std::vector<Candidate> all = candidates();
-    // Oldest first. Versions with equal times have the same order on every system.
-    std::sort(all.begin(), all.end(), [](const Candidate& a, const Candidate& b) {
-      return std::tie(a.time, a.entry.folder.path, a.entry.name, a.entry.timestamp) <
-             std::tie(b.time, b.entry.folder.path, b.entry.name, b.entry.timestamp);
-    });
-    Plan plan;
-    for (const Candidate& each : all) plan.kept_bytes += each.bytes;
-    for (Candidate& each : all) {
-      const bool by_age = m_limit && m_now - each.time > *m_limit;
-      const bool by_size = m_most && plan.kept_bytes > *m_most;
-      if (!by_age && !by_size) {
-        ++plan.kept;
-        continue;
-      }
-      each.reason = by_age ? Reason::kAge : Reason::kSize;
-      plan.kept_bytes -= each.bytes;
-      plan.going_bytes += each.bytes;
-      plan.going.push_back(std::move(each));
+std::vector<Candidate> candidates(Context& context, const Options& options) {
+  admin::EntryQuery query;
+  query.scope = context.scope();
+  if (!query.scope.area) query.scope.area = admin::Area::kDocs;
+  query.state = admin::EntryState::kIndexed;
+  std::vector<Candidate> all;
+  for (FoundEntry& entry : find_entries(context, query)) {
+    Context::stop_if_interrupted();
+    Candidate& each = all.emplace_back();
+    each.time = options.time_of(entry.info);
+    each.bytes = entry.info.size;
+    for (const std::string& part : part_folders(entry)) {
+      each.bytes += count_below(sys::join(entry.folder.path, part)).bytes;
+      ++each.parts;
     }
-    return plan;
+    each.entry = std::move(entry);
   }
+  // Oldest first. Versions with equal times have the same order on every system.
+  std::ranges::sort(all, {}, [](const Candidate& each) {
+    return std::tie(each.time, each.entry.folder.path, each.entry.name, each.entry.timestamp);
+  });
+  return all;
+}
 
-  std::int64_t time_of(const sys::Info& info) const {
-    return m_by_access ? info.access_time : info.modify_time;
-  }
-
- private:
-  std::vector<Candidate> candidates() {
-    admin::EntryQuery query;
-    query.scope = m_context.scope();
-    if (!query.scope.area) query.scope.area = admin::Area::kDocs;
-    query.state = admin::EntryState::kIndexed;
-    std::vector<Candidate> all;
-    for (FoundEntry& entry : find_entries(m_context, query)) {
-      Context::stop_if_interrupted();
-      Candidate each;
-      each.time = time_of(entry.info);
-      each.bytes = entry.info.size;
-      for (const std::string& part : part_folders(entry)) {
-        each.bytes += size_below(sys::join(entry.folder.path, part));
-        ++each.parts;
-      }
-      each.entry = std::move(entry);
-      all.push_back(std::move(each));
+Plan plan_of(Context& context, const Options& options) {
+  using namespace std::chrono;
+  Plan plan;
+  plan.now = duration_cast<seconds>(system_clock::now().time_since_epoch()).count();
+  const std::optional<std::int64_t> limit = parse_age(options.older_than);
+  const std::optional<std::uint64_t> most = parse_size(options.max_size);
+  std::vector<Candidate> all = candidates(context, options);
+  for (const Candidate& each : all) plan.kept_bytes += each.bytes;
+  for (Candidate& each : all) {
+    each.is_old = limit && plan.now - each.time > *limit;
+    if (!each.is_old && !(most && plan.kept_bytes > *most)) {
+      ++plan.kept;
+      continue;
     }
-    return all;
+    plan.kept_bytes -= each.bytes;
+    plan.going_bytes += each.bytes;
+    plan.going.push_back(std::move(each));
   }
+  return plan;
+}
 
-  Context& m_context;
-  bool m_by_access;
-  std::int64_t m_now;
-  std::optional<std::int64_t> m_limit;
-  std::optional<std::uint64_t> m_most;
-};
+void tell(const Candidate& each, const admin::OldVersion& version, const Options& options,
+          std::int64_t now, ChangeReport& report) {
+  using Fate = admin::OldVersion::Fate;
+  const Subject subject = subject_of(each.entry);
+  switch (version.fate) {
+    case Fate::kMeanwhile:
+      return report.skipped(subject, "used or changed since it was examined");
+    case Fate::kInUse:
+      return report.skipped(subject, "another process has it open");
+    case Fate::kFailed:
+      return report.failed(subject, version.reason);
+    case Fate::kRemoved:
+      break;
+    default:
+      return;
+  }
+  const std::int64_t age = now - each.time;
+  const Json fields = {{"by", options.by},    {"time", each.time},
+                       {"age", age},          {"reason", each.is_old ? "age" : "size"},
+                       {"bytes", each.bytes}, {"part_folders", each.parts}};
+  report.done(
+      subject, fields,
+      formatted("{} {} ago, {}{}", options.by_access() ? "read" : "changed", format_age(age),
+                format_bytes(each.bytes), each.is_old ? "" : ", to reach --max-size"));
+  report.add_bytes(each.bytes);
+}
 
 /// The most versions in a batch. A batch loads and saves each index once.
 constexpr std::size_t kMostAtOnce = 1000;
 
-class Cleaning {
- public:
-  Cleaning(Context& context, const Options& options, const Planner& planner, ChangeReport& report)
-      : m_context(context), m_options(options), m_planner(planner), m_report(report) {}
-
-  /// @throws Failure kLockTimeout, kInterrupted, after it reported what was removed.
-  void run(const Plan& plan) {
-    Progress progress(m_context.out(), m_context.options().progress, "cleaning", plan.going.size());
-    std::span<const Candidate> rest = plan.going;
-    while (!rest.empty() && !Context::interrupted()) {
-      const auto batch = rest.first(std::min(rest.size(), kMostAtOnce));
-      remove(batch);
-      progress.advance(batch.size(), batch.back().entry.name);
-      rest = rest.subspan(batch.size());
-    }
-  }
-
- private:
-  struct Work {
-    const Candidate* candidate = nullptr;
-    Removal removal;
-    std::optional<Failure> failure;
-  };
-
-  void remove(std::span<const Candidate> batch) {
-    std::deque<Work> works;
-    std::vector<Removal*> removals;
-    for (const Candidate& each : batch) {
-      Work& work = works.emplace_back(Work{&each, removal_of(each.entry, still(each)), {}});
-      try {
-        check_name("the name", each.entry.name);
-        check_no_link(m_context, each.entry.path());
-        removals.push_back(&work.removal);
-      } catch (const Failure& failure) {
-        work.failure = failure;
-      }
-    }
-    std::optional<Failure> end;
-    if (!m_context.options().dry_run) end = remove_together(m_context, removals);
-    for (const Work& work : works) tell(work);
-    if (end) throw Failure(*end);
-  }
-
-  /// Whether a version is still in the state in which it was examined.
-  std::function<bool(admin::LockedFile&)> still(const Candidate& each) const {
-    return [this, &each](admin::LockedFile&) {
-      const sys::Info now = sys::describe(each.entry.path());
-      return now.kind == sys::Kind::kFile && now.size == each.entry.info.size &&
-             now.change_mark == each.entry.info.change_mark && m_planner.time_of(now) == each.time;
+/// @return how many of the versions it took.
+std::size_t clean_batch(Context& context, const Options& options, std::int64_t now,
+                        std::span<const Candidate> rest, ChangeReport& report) {
+  using Fate = admin::OldVersion::Fate;
+  const std::span<const Candidate> batch = rest.first(std::min(rest.size(), kMostAtOnce));
+  std::deque<Removal> all;
+  std::vector<Removal*> wanted;
+  for (const Candidate& each : batch) {
+    const auto is_same = [&](admin::LockedFile&) {
+      const sys::Info info = sys::describe(each.entry.path());
+      return info.kind == sys::Kind::kFile && info.size == each.entry.info.size &&
+             info.change_mark == each.entry.info.change_mark && options.time_of(info) == each.time;
     };
-  }
-
-  void tell(const Work& work) {
-    using Fate = admin::OldVersion::Fate;
-    const Candidate& each = *work.candidate;
-    const Subject subject = subject_of(each.entry);
-    const Fate fate = work.removal.version.fate;
-    if (work.failure) {
-      m_report.failed(subject, work.failure->what());
-    } else if (m_context.options().dry_run || is_removed(work.removal)) {
-      tell_removed(each, subject);
-      m_report.add_bytes(each.bytes);
-    } else if (fate == Fate::kMeanwhile) {
-      m_report.skipped(subject, "used or changed since it was examined");
-    } else if (fate == Fate::kInUse) {
-      m_report.skipped(subject, "another process has it open");
-    } else if (fate == Fate::kFailed) {
-      m_report.failed(subject, work.removal.version.reason);
+    Removal& removal = all.emplace_back(each.entry, is_same);
+    try {
+      check_name("the name", each.entry.name);
+      check_no_link(context, each.entry.path());
+      wanted.push_back(&removal);
+      if (context.is_dry_run()) removal.version.fate = Fate::kRemoved;
+    } catch (const Failure& failure) {
+      removal.version.fate = Fate::kFailed;
+      removal.version.reason = failure.what();
     }
   }
-
-  void tell_removed(const Candidate& each, const Subject& subject) {
-    const std::int64_t age = m_planner.now() - each.time;
-    const char* const reason = each.reason == Reason::kAge ? "age" : "size";
-    const Json fields = {{"by", m_options.by}, {"time", each.time},   {"age", age},
-                         {"reason", reason},   {"bytes", each.bytes}, {"part_folders", each.parts}};
-    m_report.done(subject, fields,
-                  formatted("{} {} ago, {}{}", m_options.by == "atime" ? "read" : "changed",
-                            format_age(age), format_bytes(each.bytes),
-                            each.reason == Reason::kSize ? ", to reach --max-size" : ""));
-  }
-
-  Context& m_context;
-  const Options& m_options;
-  const Planner& m_planner;
-  ChangeReport& m_report;
-};
+  std::optional<Failure> end;
+  if (!context.is_dry_run()) end = remove_together(context, wanted);
+  for (std::size_t i = 0; i < batch.size(); ++i)
+    tell(batch[i], all[i].version, options, now, report);
+  if (end) throw Failure(*end);
+  return batch.size();
+}
 
 Exit run_clean(Context& context, const Options& options) {
   context.tree();
-  if (options.what_if) {
-    return run_what_if(context, options.by == "atime", parse_size(options.target_size));
-  }
+  if (options.what_if)
+    return run_what_if(context, options.by_access(), parse_size(options.target_size));
   if (options.older_than.empty() && options.max_size.empty()) {
     throw Failure(Exit::kUsage,
                   "nothing says what to remove; use --older-than AGE, --max-size SIZE, or both");
   }
   if (!context.options().owner.empty()) check_name("the owner", context.options().owner);
-  Planner planner(context, options);
-  const Plan plan = planner.run();
-  const Json sums = {{"by", options.by},
-                     {"now", planner.now()},
-                     {"kept", plan.kept},
-                     {"kept_bytes", plan.kept_bytes}};
+  const Plan plan = plan_of(context, options);
+  Json sums = {
+      {"by", options.by}, {"now", plan.now}, {"kept", plan.kept}, {"kept_bytes", plan.kept_bytes}};
   const char* const which =
-      options.by == "atime" ? "by the time of the last access" : "by the time of the last change";
+      options.by_access() ? "by the time of the last access" : "by the time of the last change";
   ChangeReport report(context, "stgctl.clean/1", "removed");
   if (plan.going.empty()) {
     context.out().note(formatted("stgctl: {}, nothing to remove; {} kept", which, plan.kept));
     return report.finish(sums, format_bytes(0));
   }
-  if (!context.options().dry_run) {
-    context.confirm(formatted("{}: remove {} versions, {}, and keep {}, {}?", which,
-                              plan.going.size(), format_bytes(plan.going_bytes), plan.kept,
-                              format_bytes(plan.kept_bytes)));
-    context.open_library();
-  }
-  report.guarded([&] {
-    Cleaning(context, options, planner, report).run(plan);
-    return 0;
-  });
-  Json all = sums;
-  all["bytes"] = report.bytes();
+  context.begin_changes(formatted("{}: remove {} versions, {}, and keep {}, {}?", which,
+                                  plan.going.size(), format_bytes(plan.going_bytes), plan.kept,
+                                  format_bytes(plan.kept_bytes)));
+  const auto clean = [&](std::span<const Candidate> rest) {
+    return clean_batch(context, options, plan.now, rest, report);
+  };
+  report.in_batches("cleaning", std::span(plan.going), &Candidate::name, clean);
+  sums["bytes"] = report.bytes();
   return report.finish(
-      all, formatted("{} freed {}, {} kept", format_bytes(report.bytes()), which, plan.kept));
+      sums, formatted("{} freed {}, {} kept", format_bytes(report.bytes()), which, plan.kept));
 }
 
 }  // namespace

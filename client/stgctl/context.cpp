@@ -274,6 +274,12 @@ void Context::open_library(Adoption adoption) {
   initialise(tree().layout, adoption);
 }
 
+void Context::begin_changes(std::string_view question, Adoption adoption) {
+  if (is_dry_run()) return;
+  confirm(question);
+  open_library(adoption);
+}
+
 void Context::create_tree() {
   if (m_host) return;
   initialise(m_options.layout, Adoption::kOff);
@@ -390,7 +396,20 @@ Failure lock_missed(Context& context, const std::string& path) {
                                         shown(path), holder_of(context, path), limit.count())};
 }
 
-// ---- locks that are waited for -----------------------------------------------------------------
+void check_locked(Context& context, const std::string& path, const os::Status& status) {
+  Context::stop_if_interrupted();
+  if (status.failure() == os::Failure::kLocked)
+    throw Failure(Exit::kLockTimeout, "{} is locked by {} (--lock-timeout)", shown(path),
+                  holder_of(context, path));
+}
+
+void check_read(const std::string& path, const os::Status& status) {
+  Context::stop_if_interrupted();
+  if (status.failure() == os::Failure::kLocked)
+    throw Failure(Exit::kLockTimeout, "{} is locked by another process (--lock-timeout)",
+                  shown(path));
+  if (!status.ok()) fail("{}: {}", shown(path), admin::sys::text_of(status));
+}
 
 std::string holder_of(Context& context, const std::string& path) {
   const std::string& storage = context.storage();

@@ -28,6 +28,7 @@ class Context {
   Context& operator=(const Context&) = delete;
 
   const GlobalOptions& options() const noexcept { return m_options; }
+  bool is_dry_run() const noexcept { return m_options.dry_run; }
   Output& out() noexcept { return m_output; }
   const CommandLine& command_line() const noexcept { return m_line; }
 
@@ -56,6 +57,9 @@ class Context {
   /// @throws as tree(); Failure kRefused if the library does not accept the storage folder, kFailed
   /// if the tree or the trace file cannot be opened.
   void open_library(Adoption adoption = Adoption::kOff);
+  /// Before changes: asks for confirmation, then opens the library. Does nothing in a dry run.
+  /// @throws as confirm() and open_library().
+  void begin_changes(std::string_view question, Adoption adoption = Adoption::kOff);
   /// Like open_library(), for a storage folder below an existing root. The folder itself need not
   /// exist.
   void create_tree();
@@ -103,6 +107,13 @@ void wait_until_free(Context& context, const std::string& folder, const std::str
 
 /// The error for a lock that was not obtained in time; names the holder.
 Failure lock_missed(Context& context, const std::string& path);
+
+/// Checks whether a file could be opened and locked. Does not throw for any other failure.
+/// @throws Failure kLockTimeout with the holder, kInterrupted after Ctrl-C.
+void check_locked(Context& context, const std::string& path, const os::Status& status);
+/// Checks whether a file could be read.
+/// @throws Failure kLockTimeout, kFailed with the reason, kInterrupted after Ctrl-C.
+void check_read(const std::string& path, const os::Status& status);
 
 /// The holder of a file's lock, as far as the system reports it: "process 4711 (client)".
 std::string holder_of(Context& context, const std::string& path);

@@ -3,6 +3,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "client/admin/formatted.h"
+
 namespace stgctl {
 
 /// The program's exit codes. The numbers are an interface: scripts depend on them.
@@ -23,10 +25,31 @@ enum class Exit : int {
 class Failure : public std::runtime_error {
  public:
   Failure(Exit code, const std::string& text) : std::runtime_error(text), m_code(code) {}
+  /// With a formatted text.
+  template <class First, class... Rest>
+  Failure(Exit code, admin::FormatPattern<1 + sizeof...(Rest)> pattern, const First& first,
+          const Rest&... rest)
+      : Failure(code, admin::formatted(pattern, first, rest...)) {}
+
   Exit code() const noexcept { return m_code; }
+  /// Whether it ends the whole work, because the next item would meet it too.
+  bool ends_work() const noexcept {
+    return m_code == Exit::kInterrupted || m_code == Exit::kLockTimeout;
+  }
 
  private:
   Exit m_code;
 };
+
+/// @throws Failure kFailed with a formatted text.
+template <class... Args>
+[[noreturn]] void fail(admin::FormatPattern<sizeof...(Args)> pattern, const Args&... args) {
+  throw Failure(Exit::kFailed, admin::formatted(pattern, args...));
+}
+/// @throws Failure kRefused with a formatted text.
+template <class... Args>
+[[noreturn]] void refuse(admin::FormatPattern<sizeof...(Args)> pattern, const Args&... args) {
+  throw Failure(Exit::kRefused, admin::formatted(pattern, args...));
+}
 
 }  // namespace stgctl

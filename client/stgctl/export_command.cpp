@@ -1,20 +1,13 @@
-#include <cstdint>
+#include <algorithm>
 #include <filesystem>
-#include <optional>
-#include <string>
-#include <string_view>
 #include <system_error>
 #include <unordered_map>
-#include <vector>
 
 #include "client/admin/entries.h"
 #include "client/admin/text.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/manifest.h"
-#include "client/stgctl/new_file.h"
-#include "client/stgctl/output.h"
 #include "client/stgctl/paths.h"
-#include "client/stgctl/report.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {
@@ -24,12 +17,29 @@ namespace sys = admin::sys;
 
 namespace {
 
-/// Converts paths to portable names. The paths come folder by folder.
+/// Converts paths of names between "/" to portable names. The paths come folder by folder.
 class PortablePaths {
  public:
-  void clear();
-  /// The portable form of a path of names between "/".
-  std::string take(std::string_view path);
+  void clear() {
+    m_names.clear();
+    m_folders.clear();
+  }
+
+  std::string take(std::string_view path) {
+    std::string result;
+    std::size_t depth = 0;
+    for (std::size_t end; (end = path.find('/')) != std::string_view::npos; ++depth) {
+      const std::string_view name = path.substr(0, end);
+      path.remove_prefix(end + 1);
+      if (depth == m_folders.size() || m_folders[depth].name != name) {
+        m_folders.resize(depth);
+        m_folders.push_back({std::string(name), names_at(depth).take(name), {}});
+      }
+      result += m_folders[depth].portable + '/';
+    }
+    m_folders.resize(depth);
+    return result + names_at(depth).take(path);
+  }
 
  private:
   struct Folder {
@@ -37,6 +47,10 @@ class PortablePaths {
     std::string portable;
     admin::PortableNames names;
   };
+  admin::PortableNames& names_at(std::size_t depth) {
+    return depth == 0 ? m_names : m_folders[depth - 1].names;
+  }
+
   admin::PortableNames m_names;
   std::vector<Folder> m_folders;  ///< the folders of the last path, from the top
 };
@@ -51,13 +65,34 @@ class PortablePaths {
 class ExportNames {
  public:
   /// For the next item of the inventory.
-  std::string take(const admin::Holding& holding);
+  std::string take(const admin::Holding& holding) {
+    enter(holding);
+    switch (holding.kind) {
+      case admin::HoldingKind::kVersion:
+        m_paths.clear();
+        m_document = m_documents[holding.timestamp].take(holding.name);
+        return formatted("{}/{}/{}", m_folder, holding.timestamp, m_document);
+      case admin::HoldingKind::kPart:
+        return formatted("{}/{}.parts/{}/{}", m_folder, holding.timestamp, m_document,
+                         m_paths.take(holding.path));
+      default:
+        return formatted("{}/{}", m_folder, m_paths.take(holding.path));
+    }
+  }
 
  private:
-  void enter(const admin::Holding& holding);
+  void enter(const admin::Holding& holding) {
+    if (m_area == holding.area && m_owner == holding.owner) return;
+    if (m_area != holding.area) m_owners.clear();
+    m_area = holding.area;
+    m_owner = holding.owner;
+    m_folder = admin::name_of(holding.area);
+    if (!m_owner.empty()) m_folder += '/' + m_owners.take(m_owner);
+    m_documents.clear();
+    m_paths.clear();
+  }
 
-  bool m_has_begun = false;
-  admin::Area m_area = admin::Area::kDocs;
+  std::optional<admin::Area> m_area;
   std::string m_owner;
   admin::PortableNames m_owners;
   std::string m_folder;    ///< of the owner
@@ -66,86 +101,22 @@ class ExportNames {
   PortablePaths m_paths;
 };
 
-void PortablePaths::clear() {
-  m_names.clear();
-  m_folders.clear();
-}
-
-std::string PortablePaths::take(std::string_view path) {
-  std::string result;
-  std::size_t depth = 0;
-  for (std::size_t end; (end = path.find('/')) != std::string_view::npos; ++depth) {
-    const std::string_view name = path.substr(0, end);
-    path.remove_prefix(end + 1);
-    if (depth == m_folders.size() || m_folders[depth].name != name) {
-      m_folders.resize(depth);
-      admin::PortableNames& names = depth == 0 ? m_names : m_folders[depth - 1].names;
-      m_folders.push_back({std::string(name), names.take(name), {}});
-    }
-    result += m_folders[depth].portable + '/';
-  }
-  m_folders.resize(depth);
-  admin::PortableNames& names = depth == 0 ? m_names : m_folders[depth - 1].names;
-  return result + names.take(path);
-}
-
-void ExportNames::enter(const admin::Holding& holding) {
-  if (!m_has_begun || holding.area != m_area) {
-    m_owners.clear();
-  } else if (holding.owner == m_owner) {
-    return;
-  }
-  m_has_begun = true;
-  m_area = holding.area;
-  m_owner = holding.owner;
-  m_folder = admin::name_of(m_area);
-  if (!m_owner.empty()) m_folder += '/' + m_owners.take(m_owner);
-  m_documents.clear();
-  m_paths.clear();
-}
-
-std::string ExportNames::take(const admin::Holding& holding) {
-  enter(holding);
-  switch (holding.kind) {
-    case admin::HoldingKind::kVersion:
-      m_paths.clear();
-      m_document = m_documents[holding.timestamp].take(holding.name);
-      return formatted("{}/{}/{}", m_folder, holding.timestamp, m_document);
-    case admin::HoldingKind::kPart:
-      return formatted("{}/{}.parts/{}/{}", m_folder, holding.timestamp, m_document,
-                       m_paths.take(holding.path));
-    default:
-      return formatted("{}/{}", m_folder, m_paths.take(holding.path));
-  }
-}
-
 using admin::Holding;
 
-/// The target folder of an export.
-enum class Place {
-  kFresh,       ///< empty or missing
-  kUnfinished,  ///< contains an unfinished export
-};
-
-Place place_of(Context& context, const std::string& folder) {
+/// Whether the target folder contains an unfinished export.
+/// @throws Failure kRefused if it contains anything else.
+bool is_unfinished(Context& context, const std::string& folder) {
   check_outside_tree(context, folder);
   const sys::Kind kind = sys::describe(folder).kind;
-  if (kind == sys::Kind::kMissing) return Place::kFresh;
-  if (kind != sys::Kind::kFolder)
-    throw Failure(Exit::kRefused, shown(folder) + " is not a folder; name another place");
+  if (kind == sys::Kind::kMissing) return false;
+  if (kind != sys::Kind::kFolder) refuse("{} is not a folder; name another place", shown(folder));
   const std::vector<std::string> names = names_of_folder(folder);
-  if (names.empty()) return Place::kFresh;
-  for (const std::string& name : names) {
-    if (name == kManifestName) {
-      throw Failure(
-          Exit::kRefused,
-          shown(folder) + " already contains an export; name another folder, or remove it");
-    }
-  }
-  for (const std::string& name : names) {
-    if (name == kUnfinishedManifestName) return Place::kUnfinished;
-  }
-  throw Failure(Exit::kRefused, shown(folder) + " is not empty; name an empty or a new folder");
+  if (names.empty()) return false;
+  if (std::ranges::find(names, kManifestName) != names.end())
+    refuse("{} already contains an export; name another folder, or remove it", shown(folder));
+  if (std::ranges::find(names, kUnfinishedManifestName) == names.end())
+    refuse("{} is not empty; name an empty or a new folder", shown(folder));
+  return true;
 }
 
 /// @throws Failure kNothingMatched for an owner without a folder.
@@ -157,8 +128,8 @@ void check_owner_is_there(Context& context) {
     const std::string folder = sys::join(context.tree().folder_of(area), *scope.owner);
     if (sys::describe(folder).kind != sys::Kind::kMissing) return;
   }
-  throw Failure(Exit::kNothingMatched,
-                "no owner has the name " + shown(*scope.owner) + "; nothing was exported");
+  throw Failure(Exit::kNothingMatched, "no owner has the name {}; nothing was exported",
+                shown(*scope.owner));
 }
 
 /// Removes an unfinished export.
@@ -169,12 +140,10 @@ void begin_anew(const std::string& folder) {
     if (error) break;
   }
   if (!error) fs::remove(to_path(joined(folder, kUnfinishedManifestName)), error);
-  if (!error) return;
-  throw Failure(
-      Exit::kFailed,
-      formatted(
-          "{}: cannot remove the unfinished export in it ({}); remove it, or name another folder",
-          shown(folder), error.message()));
+  if (error) {
+    fail("{}: cannot remove the unfinished export in it ({}); remove it, or name another folder",
+         shown(folder), error.message());
+  }
 }
 
 /// Copies the items of the inventory.
@@ -202,7 +171,7 @@ class Exporting final : public admin::InventorySink {
       m_sums.add(item);
       m_report.done(subject, fields_of(item), tail_of(item));
     } catch (const WriteFailure& failure) {
-      m_report.failed(subject, failure.what());
+      m_report.failed(subject, failure);
       m_disk_refuses = true;
       return false;
     } catch (const Failure& failure) {
@@ -215,10 +184,10 @@ class Exporting final : public admin::InventorySink {
   }
 
   void left_out(const std::string& location, const char* why) override {
-    m_report.skipped({"", "", location, {}}, why);
+    m_report.skipped(subject_named(location), why);
   }
   void failed(const std::string& location, const std::string& why) override {
-    m_report.failed({"", "", location, {}}, why);
+    m_report.failed(subject_named(location), why);
   }
 
   const ManifestSums& sums() const { return m_sums; }
@@ -243,8 +212,7 @@ class Exporting final : public admin::InventorySink {
       m_manifest->add(item);
       return;
     }
-    throw Failure(Exit::kFailed,
-                  "it changed while it was read; export it when no process writes to it");
+    fail("it changed while it was read; export it when no process writes to it");
   }
 
   Context& m_context;
@@ -264,32 +232,31 @@ struct Options {
 };
 
 Exit run_export(Context& context, const Options& options) {
+  const std::string& folder = options.folder;
   const admin::Tree& tree = context.tree();
-  const bool dry = context.options().dry_run;
+  const bool dry = context.is_dry_run();
   check_owner_is_there(context);
-  const Place place = place_of(context, options.folder);
-  if (!dry && place == Place::kUnfinished) {
-    context.confirm(
-        formatted("{} contains an unfinished export: start it again?", shown(options.folder)));
-    begin_anew(options.folder);
+  if (is_unfinished(context, folder) && !dry) {
+    context.confirm(formatted("{} contains an unfinished export: start it again?", shown(folder)));
+    begin_anew(folder);
   }
   ChangeReport report(context, "stgctl.export/1", "exported");
   std::optional<ManifestWriter> manifest;
-  if (!dry) manifest.emplace(options.folder, ManifestHead{tree.layout, context.scope()});
-  Exporting exporting(context, options.folder, dry ? nullptr : &*manifest, report);
+  if (!dry) manifest.emplace(folder, ManifestHead{tree.layout, context.scope()});
+  Exporting exporting(context, folder, dry ? nullptr : &*manifest, report);
   admin::InventoryOptions asked;
   asked.scope = context.scope();
   asked.locking = context.locking();
   asked.stop = &Context::interrupt_flag();
-  const admin::EntryFailures failures =
-      report.guarded([&] { return admin::take_inventory(tree, asked, exporting); });
+  admin::EntryFailures failures;
+  report.guarded([&] { failures = admin::take_inventory(tree, asked, exporting); });
   const bool is_whole = !exporting.disk_refuses() && !Context::interrupted();
   if (manifest && is_whole) manifest->end(report.failures());
   if (!dry && !is_whole) {
     context.out().error(
         formatted("the export in {} is unfinished and has no manifest; run the same command again "
                   "to restart it",
-                  shown(options.folder)));
+                  shown(folder)));
   }
   const ManifestSums& sums = exporting.sums();
   Json fields = {{"versions", sums.versions},
@@ -297,7 +264,7 @@ Exit run_export(Context& context, const Options& options) {
                  {"files", sums.files},
                  {"bytes", sums.bytes},
                  {"whole", is_whole}};
-  put_name(fields, "folder", options.folder);
+  put_name(fields, "folder", folder);
   const Exit code = report.finish(
       fields, formatted("{}: {} versions, {} sub-parts, {} files by path", format_bytes(sums.bytes),
                         sums.versions, sums.parts, sums.files));

@@ -102,7 +102,7 @@ Exit run_get(Context& context, Options& options) {
   context.take_apart(options.name, options.timestamp);
   check_name("the name", options.name);
   const Target target = target_of(context, admin::Area::kDocs);
-  const FoundEntry entry = choose(find_versions(context, target, options.name), options);
+  const FoundEntry entry = choose(find_versions(context, {target, options.name, {}}), options);
   check_no_link(context, entry.path());
   if (options.output == "-") {
     if (context.out().json())

@@ -1,18 +1,13 @@
 
-#include <vector>
-
 #include "client/admin/name_restore.h"
-#include "client/admin/name_snapshot.h"
-#include "client/admin/system.h"
 #include "client/stgctl/command.h"
-#include "client/stgctl/context.h"
 #include "client/stgctl/names_file.h"
-#include "client/stgctl/output.h"
-#include "client/stgctl/report.h"
 #include "client/stgctl/target.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {
+
+namespace sys = admin::sys;
 
 namespace {
 
@@ -37,6 +32,8 @@ struct Options {
 struct Job {
   admin::DocumentFolder folder;
   std::string saved;
+
+  std::string index() const { return sys::join(folder.path, index_format::kIndexFile); }
 };
 
 /// Restores the names of one tree: plans first, then works folder by folder.
@@ -49,28 +46,18 @@ class Restoring {
 
   Exit run() {
     plan();
-    if (m_restorable == 0 && m_dropped == 0) {
+    if (m_restorable == 0 && m_to_drop == 0) {
       // Only interrupted saves are left to complete, which changes no name.
       for (const Job& job : m_jobs) restore(job);
-      if (!m_any_told) {
+      if (!m_any_told)
         throw Failure(Exit::kNothingMatched,
-                      formatted("snapshot {} has no name to restore; nothing was changed",
-                                m_snapshot.number));
-      }
-      return finish();
-    }
-    if (!m_context.options().dry_run) {
+                      "snapshot {} has no name to restore; nothing was changed", m_snapshot.number);
+    } else if (!m_context.is_dry_run()) {
       m_context.confirm(formatted("Restore {} names in {} folders as of {} UTC?", m_restorable,
                                   m_jobs.size(), format_time(m_snapshot.time)));
-      m_report.guarded([&] {
-        Progress progress(m_context.out(), m_context.options().progress, "restoring",
-                          m_jobs.size());
-        for (const Job& job : m_jobs) {
-          if (Context::interrupted()) break;
-          restore(job);
-          progress.advance(1, job.folder.path);
-        }
-        return 0;
+      m_report.for_each("restoring", m_jobs, [&](const Job& job) {
+        restore(job);
+        return job.folder.path;
       });
     }
     return finish();
@@ -85,10 +72,10 @@ class Restoring {
       NameStore store(file, NameStore::For::kReading, m_context.locking());
       m_snapshot = find_snapshot(store, m_options.at);
       if (m_snapshot.layout != tree.layout) {
-        throw Failure(Exit::kRefused,
-                      formatted("the snapshot is of a tree in the layout '{}', this one has '{}'; "
-                                "use --layout, or name another snapshot",
-                                admin::name_of(m_snapshot.layout), admin::name_of(tree.layout)));
+        refuse(
+            "the snapshot is of a tree in the layout '{}', this one has '{}'; use --layout, or "
+            "name another snapshot",
+            admin::name_of(m_snapshot.layout), admin::name_of(tree.layout));
       }
       const NamesFilter filter(m_context, tree, m_options.folder);
       for (const auto& [name, index] : store.indexes_of(m_snapshot.number)) {
@@ -96,7 +83,7 @@ class Restoring {
         const auto folder = filter.wanted(name);
         if (!folder) continue;
         try {
-          plan_folder(*folder, store.text_of(index));
+          plan_folder({*folder, store.text_of(index)});
         } catch (const Failure& failure) {
           if (failure.code() != Exit::kFailed && failure.code() != Exit::kRefused) throw;
           tell_failed(*folder, failure.what());
@@ -105,43 +92,35 @@ class Restoring {
     });
   }
 
-  void plan_folder(const admin::DocumentFolder& folder, std::string saved) {
-    check_no_link(m_context, admin::sys::join(folder.path, index_format::kIndexFile));
-    m_view.load(folder, m_context.locking());
+  void plan_folder(Job job) {
+    check_no_link(m_context, job.index());
+    m_view.load(job.folder, m_context.locking());
+    const admin::IndexState state = m_view.index_state();
+    if (state == admin::IndexState::kLocked)
+      check_locked(m_context, job.index(), m_view.index_status());
     Context::stop_if_interrupted();
-    if (m_view.index_state() == admin::IndexState::kLocked) throw locked(folder);
-    if (m_view.index_state() == admin::IndexState::kFailed) {
-      throw Failure(Exit::kFailed,
-                    formatted("{}: {}", shown(m_view.path_of(index_format::kIndexFile)),
-                              admin::sys::text_of(m_view.index_status())));
-    }
-    const bool is_gone = m_view.status().failure() == os::Failure::kNotFound;
-    if (!m_view.status().ok() && !is_gone) {
-      throw Failure(Exit::kFailed,
-                    formatted("{}: {}", shown(folder.path), admin::sys::text_of(m_view.status())));
-    }
-    const RestorePlan plan = admin::plan_restore(m_view, saved);
-    const bool dry = m_context.options().dry_run;
+    if (state == admin::IndexState::kFailed)
+      fail("{}: {}", shown(job.index()), sys::text_of(m_view.index_status()));
+    if (!m_view.status().ok() && m_view.status().failure() != os::Failure::kNotFound)
+      fail("{}: {}", shown(job.folder.path), sys::text_of(m_view.status()));
+    const RestorePlan plan = admin::plan_restore(m_view, job.saved);
     // An interrupted save is completed even if no name is restored.
     const bool is_job = plan.changes() || m_view.has_interrupted_save();
-    if (dry || !is_job) tell(folder, plan);
+    if (m_context.is_dry_run() || !is_job) tell(job.folder, plan);
     if (!is_job) return;
     m_restorable += plan.count(NameFate::kRestored);
-    m_dropped += plan.dropped.size();
-    if (!dry) m_jobs.push_back({folder, std::move(saved)});
+    m_to_drop += plan.dropped.size();
+    if (!m_context.is_dry_run()) m_jobs.push_back(std::move(job));
   }
 
   void restore(const Job& job) {
     RestorePlan plan;
     const os::Status status =
         admin::restore_names(job.folder, job.saved, m_context.locking(), plan);
-    Context::stop_if_interrupted();
-    if (status.failure() == os::Failure::kLocked) throw locked(job.folder);
+    check_locked(m_context, job.index(), status);
     if (!status.ok()) {
-      const std::string path = admin::sys::join(job.folder.path, index_format::kIndexFile);
-      tell_failed(job.folder,
-                  formatted("{}: {}", shown(path), admin::why_not_usable(path, status)));
-      return;
+      return tell_failed(job.folder, formatted("{}: {}", shown(job.index()),
+                                               admin::why_not_usable(job.index(), status)));
     }
     tell(job.folder, plan);
   }
@@ -151,50 +130,47 @@ class Restoring {
     m_any_told = true;
     const std::string name = admin::saved_name_of(m_context.tree(), folder.path);
     m_report.failed(
-        {"", "", name, std::nullopt},
+        subject_named(name),
         formatted("{}; mend that, then run: stgctl index restore --folder {}", why, shown(name)));
-  }
-
-  Failure locked(const admin::DocumentFolder& folder) {
-    const std::string path = admin::sys::join(folder.path, index_format::kIndexFile);
-    return {Exit::kLockTimeout, formatted("{} is locked by {} (--lock-timeout)", shown(path),
-                                          holder_of(m_context, path))};
   }
 
   void tell(const admin::DocumentFolder& folder, const RestorePlan& plan) {
     m_unchanged += plan.unchanged;
-    for (const RestoredName& name : plan.names) {
-      const Subject subject{std::string(admin::name_of(folder.area)), folder.owner, name.logical,
-                            name.timestamp};
-      if (name.fate == NameFate::kRestored) {
-        Json fields;
-        put_name(fields, "folder", folder.path);
-        put_name(fields, "file", name.file);
-        if (!name.renamed_from.empty()) put_name(fields, "renamed_from", name.renamed_from);
-        const std::string from =
-            name.renamed_from.empty() ? "" : ", which was " + shown(name.renamed_from);
-        m_report.done(subject, fields, shown(name.file) + from);
-      } else if (name.fate == NameFate::kNoFile) {
-        ++m_without_file;
-        if (m_options.missing) m_report.skipped(subject, name.reason);
-      } else {
-        m_report.skipped(subject, name.reason);
-      }
-      m_any_told = m_any_told || name.fate != NameFate::kNoFile || m_options.missing;
-    }
+    for (const RestoredName& name : plan.names) tell(folder, name);
     for (const std::string& file : plan.dropped) {
-      m_report.done_as("dropped", {std::string(admin::name_of(folder.area)), folder.owner, file, 0},
-                       Json::object(), "the entry that adoption gave the file");
+      ++m_dropped;
+      m_report.also_done("dropped", subject_in(folder.area, folder.owner, file, 0),
+                         "the entry that adoption gave the file");
       m_any_told = true;
     }
   }
 
+  void tell(const admin::DocumentFolder& folder, const RestoredName& name) {
+    const bool has_no_file = name.fate == NameFate::kNoFile;
+    if (has_no_file) ++m_without_file;
+    if (has_no_file && !m_options.missing) return;
+    m_any_told = true;
+    const Subject subject = subject_in(folder.area, folder.owner, name.logical, name.timestamp);
+    if (name.fate != NameFate::kRestored) return m_report.skipped(subject, name.reason);
+    Json fields;
+    put_name(fields, "folder", folder.path);
+    put_name(fields, "file", name.file);
+    std::string tail = shown(name.file);
+    if (!name.renamed_from.empty()) {
+      put_name(fields, "renamed_from", name.renamed_from);
+      tail += ", which was " + shown(name.renamed_from);
+    }
+    m_report.done(subject, fields, tail);
+  }
+
   Exit finish() {
     std::string tail = formatted("{} unchanged", m_unchanged);
+    if (m_dropped != 0) tail += formatted(", {} dropped", m_dropped);
     if (m_without_file != 0) tail += formatted(", {} without a file", m_without_file);
     return m_report.finish({{"snapshot", m_snapshot.number},
                             {"time", m_snapshot.time},
                             {"unchanged", m_unchanged},
+                            {"dropped", m_dropped},
                             {"without_file", m_without_file}},
                            tail);
   }
@@ -206,6 +182,7 @@ class Restoring {
   admin::FolderView m_view;
   std::vector<Job> m_jobs;
   std::uint64_t m_restorable = 0;
+  std::uint64_t m_to_drop = 0;
   std::uint64_t m_dropped = 0;
   std::uint64_t m_unchanged = 0;
   std::uint64_t m_without_file = 0;

@@ -23,12 +23,9 @@ SavedIndexes indexes_before(Context& context, NameStore& store, const std::strin
   try {
     SavedIndexes before = store.indexes_of(last);
     const Snapshot snapshot = find_snapshot(store, std::to_string(last));
-    if (snapshot.storage != storage) {
-      throw Failure(
-          Exit::kRefused,
-          formatted("the last saved names are those of {}; name another file with --names",
-                    shown(snapshot.storage)));
-    }
+    if (snapshot.storage != storage)
+      refuse("the last saved names are those of {}; name another file with --names",
+             shown(snapshot.storage));
     return before;
   } catch (const admin::StoreError& error) {
     context.out().warning(formatted("{}; all indexes are saved again", error.what()));
@@ -69,7 +66,7 @@ Snapshot preview(const SavedIndexes& before, const SavedIndexes& now, Snapshot h
 void show(Context& context, const Snapshot& snapshot, const std::string& file,
           std::uint64_t written) {
   Output& out = context.out();
-  const bool dry = context.options().dry_run;
+  const bool dry = context.is_dry_run();
   if (out.json()) {
     Json fields = fields_of(snapshot);
     put_name(fields, "file", file);
@@ -101,7 +98,7 @@ Exit run_snapshot(Context& context, const Options& options) {
   head.layout = context.tree().layout;
   head.time = os::now();
   return on_names([&] {
-    const bool dry = context.options().dry_run;
+    const bool dry = context.is_dry_run();
     const bool is_there = admin::sys::describe(file).kind != admin::sys::Kind::kMissing;
     std::optional<NameStore> store;
     if (is_there || !dry)

@@ -20,9 +20,8 @@ std::vector<std::string> missing_folders(const std::string& storage) {
   const auto note = [&](const std::string& path) {
     std::error_code error;
     if (fs::is_directory(to_path(path), error)) return;
-    if (fs::exists(fs::symlink_status(to_path(path), error))) {
-      throw Failure(Exit::kRefused, shown(path) + " exists and is not a folder; move it elsewhere");
-    }
+    if (fs::exists(fs::symlink_status(to_path(path), error)))
+      refuse("{} exists and is not a folder; move it elsewhere", shown(path));
     missing.push_back(path);
   };
   note(storage);
@@ -34,31 +33,27 @@ Exit run_init(Context& context) {
   const std::string& storage = context.storage();
   const std::string root = from_path(to_path(storage).parent_path());
   std::error_code error;
-  if (!fs::is_directory(to_path(root), error)) {
-    throw Failure(Exit::kFailed, "the folder " + shown(root) + " does not exist; create it first");
-  }
+  if (!fs::is_directory(to_path(root), error))
+    fail("the folder {} does not exist; create it first", shown(root));
   const std::vector<std::string> missing = missing_folders(storage);
   ChangeReport report(context, "stgctl.init/1", "made");
-  const auto tell = [&](const std::string& path) {
-    Json fields;
-    put_name(fields, "path", path);
-    report.done({}, fields, shown(path));
-  };
   if (missing.empty()) {
     report.skipped({}, shown(storage) + " is already a storage tree");
     return report.finish();
   }
-  if (!context.options().dry_run) {
+  if (!context.is_dry_run()) {
     context.confirm(formatted("Create a storage tree at {}?", shown(storage)));
     context.create_tree();
   }
   for (const std::string& path : missing) {
-    if (context.options().dry_run || fs::is_directory(to_path(path), error)) {
-      tell(path);
-    } else {
-      report.failed({"", "", from_path(to_path(path).filename()), {}},
+    if (!context.is_dry_run() && !fs::is_directory(to_path(path), error)) {
+      report.failed(subject_named(from_path(to_path(path).filename())),
                     "the folder could not be created");
+      continue;
     }
+    Json fields;
+    put_name(fields, "path", path);
+    report.done({}, fields, shown(path));
   }
   return report.finish();
 }

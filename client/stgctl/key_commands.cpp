@@ -2,15 +2,12 @@
 
 #include <algorithm>
 
+#include "client/admin/locked_file.h"
 #include "client/admin/lookup.h"
-#include "client/admin/system.h"
 #include "client/stgctl/command.h"
-#include "client/stgctl/context.h"
 #include "client/stgctl/look.h"
-#include "client/stgctl/operations.h"
 #include "client/stgctl/text.h"
 #include "stg_index.h"
-#include "vu_file.h"
 #include "vu_storage.h"
 
 namespace stgctl {
@@ -52,22 +49,16 @@ struct Edit {
 
 Edit parse_edit(const std::string& text, Change change) {
   const std::size_t separator = text.find('=');
-  if (change == Change::kSet && separator == std::string::npos) {
-    throw Failure(Exit::kUsage, formatted("'{}' is not of the form KEY=VALUE", shown(text)));
-  }
-  Edit edit = {text.substr(0, separator), ""};
-  if (separator != std::string::npos) {
-    if (change == Change::kUnset) {
-      throw Failure(Exit::kUsage, formatted("'{}' is not a key: it contains '='", shown(text)));
-    }
-    edit.value = text.substr(separator + 1);
-  }
+  const bool has_value = separator != std::string::npos;
+  if (change == Change::kSet && !has_value)
+    throw Failure(Exit::kUsage, "'{}' is not of the form KEY=VALUE", shown(text));
+  if (change == Change::kUnset && has_value)
+    throw Failure(Exit::kUsage, "'{}' is not a key: it contains '='", shown(text));
+  Edit edit = {text.substr(0, separator), has_value ? text.substr(separator + 1) : ""};
   if (edit.key.empty()) throw Failure(Exit::kUsage, "an empty key cannot be changed");
   // Each of these ends a line in a key file, and there is no way to escape them.
-  if (text.find_first_of("\r\n\t") != std::string::npos) {
-    throw Failure(Exit::kRefused,
-                  formatted("'{}' is not allowed: it contains a tab or a line end", shown(text)));
-  }
+  if (text.find_first_of("\r\n\t") != std::string::npos)
+    refuse("'{}' is not allowed: it contains a tab or a line end", shown(text));
   return edit;
 }
 
@@ -83,72 +74,84 @@ std::vector<KeyEdit> apply(const std::vector<Edit>& edits, Change change, std::s
 
 void tell(const std::vector<Edit>& edits, const std::vector<KeyEdit>& results, Change change,
           const Subject& file, ChangeReport& report) {
+  const bool is_set = change == Change::kSet;
   for (std::size_t i = 0; i < edits.size(); ++i) {
-    const Edit& edit = edits[i];
-    Json fields;
-    put_name(fields, "key", edit.key);
-    if (change == Change::kSet) put_name(fields, "value", edit.value);
-    const std::string line = change == Change::kSet
-                                 ? formatted("{}={}", shown(edit.key), shown(edit.value))
-                                 : shown(edit.key);
+    const auto& [key, value] = edits[i];
+    const std::string line = is_set ? formatted("{}={}", shown(key), shown(value)) : shown(key);
     if (results[i] == KeyEdit::kUnchanged) {
-      report.skipped(file, change == Change::kSet ? line + " is already in the file"
-                                                  : "there is no line with the key " + line);
-    } else {
-      report.done(file, fields, line);
+      report.skipped(file, is_set ? line + " is already in the file"
+                                  : "there is no line with the key " + line);
+      continue;
     }
+    Json fields;
+    put_name(fields, "key", key);
+    if (is_set) put_name(fields, "value", value);
+    report.done(file, fields, line);
   }
+}
+
+/// Writes a new text in place. A process that is killed leaves the old lines or the new ones,
+/// perhaps with line feeds after them, which are no lines.
+///
+/// A new file under the same name would lose lines: a program that waits for the lock has opened
+/// the old file, and would write to it.
+os::Status write_in_place(admin::LockedFile& file, std::string_view old_text,
+                          std::string_view new_text) {
+  const std::size_t size = std::max(old_text.size(), new_text.size());
+  std::string changed(new_text);
+  changed.resize(size, '\n');
+  const std::size_t same =
+      static_cast<std::size_t>(std::ranges::mismatch(old_text, changed).in1 - old_text.begin());
+  os::Status status;
+  // A full disk refuses this, before a line is overwritten.
+  if (size > old_text.size())
+    status = file.write_at(old_text.size(), std::string(size - old_text.size(), '\n'));
+  // One write: the system completes each page of it, even if the process is killed.
+  if (status.ok()) status = file.write_at(same, std::string_view(changed).substr(same));
+  if (status.ok() && size > new_text.size()) status = file.cut_at(new_text.size());
+  return status.ok() ? file.flush() : status;
 }
 
 /// Reads, changes and writes under one exclusive lock, so that no line of another process is lost.
-std::vector<KeyEdit> rewrite(const FoundEntry& file, const std::vector<Edit>& edits,
-                             Change change) {
-  vu_file handle(file.folder.path, file.file);
-  handle.open(vu_file::o_append);
+std::vector<KeyEdit> rewrite(Context& context, const std::string& path,
+                             const std::vector<Edit>& edits, Change change) {
+  admin::LockedFile file;
+  const os::Status opened = file.open(path, admin::LockedFile::For::kChanging,
+                                      admin::LockedFile::IfMissing::kFail, context.locking());
+  Context::stop_if_interrupted();
+  if (opened.failure() == os::Failure::kLocked) throw lock_missed(context, path);
+  check_read(path, opened);
   std::string text;
-  handle.read(text, 0);
+  check_read(path, file.read_all(text));
   std::string changed = text;
   const std::vector<KeyEdit> results = apply(edits, change, changed);
-  if (changed != text) {
-    handle.clear();
-    if (handle.write(changed) != static_cast<int>(changed.size())) {
-      // Restores the old text, as far as the disk allows.
-      handle.clear();
-      handle.write(text);
-      throw Failure(Exit::kFailed, shown(file.path()) + " cannot be written; check the free space");
-    }
-  }
-  handle.close();
-  return results;
+  if (changed == text || write_in_place(file, text, changed).ok()) return results;
+  // Restores the old text, as far as the disk allows.
+  static_cast<void>(file.write_at(0, text));
+  static_cast<void>(file.cut_at(text.size()));
+  fail("{} cannot be written; check the free space", shown(path));
 }
 
-FoundEntry find_or_make(Context& context, const Target& target, const std::string& name,
-                        Change change) {
-  const auto find = [&]() -> std::optional<FoundEntry> {
-    for (const FoundEntry& entry : find_versions(context, target, name)) {
-      if (entry.timestamp == 0) return entry;
-    }
-    return std::nullopt;
-  };
-  if (const std::optional<FoundEntry> entry = find()) return *entry;
-  if (change == Change::kUnset) {
-    throw Failure(Exit::kNothingMatched, "there is no key file " + shown(name));
-  }
-  const admin::DocumentFolder place =
-      admin::folder_for(context.tree(), target.area, target.owner, name);
+std::optional<FoundEntry> find_key_file(Context& context, const Target& target,
+                                        const std::string& name) {
+  return KnownEntries(context).find(folder_for(context, target, name), name, 0);
+}
+
+/// The path of a key file. Creates a missing file, except in a dry run.
+std::string make_key_file(Context& context, const Target& target, const std::string& name) {
+  if (const auto entry = find_key_file(context, target, name)) return entry->path();
   // If the counter is not usable, the library would give every new name the same file.
-  if (const std::string why = admin::why_not_storable(place.path); !why.empty())
-    throw Failure(Exit::kFailed, formatted("{} cannot be created: {}", shown(name), why));
-  if (context.options().dry_run) return {};
+  const std::string place = folder_for(context, target, name).path;
+  if (const std::string why = admin::why_not_storable(place); !why.empty())
+    fail("{} cannot be created: {}", shown(name), why);
+  if (context.is_dry_run()) return {};
   std::string folder;
   if (vu_storage::createUserOrDomainNameDirectory(target.library_owner, name, target.type, folder,
-                                                  true)) {
+                                                  true))
     STGIndex::create(folder, name, 0);
-  }
-  if (const std::optional<FoundEntry> entry = find()) return *entry;
-  throw Failure(Exit::kFailed,
-                "the key file " + shown(name) +
-                    " could not be created; run again with --trace m to see the reason");
+  if (const auto entry = find_key_file(context, target, name)) return entry->path();
+  fail("the key file {} could not be created; run again with --trace m to see the reason",
+       shown(name));
 }
 
 template <class Options>
@@ -161,30 +164,29 @@ Exit run_edit(Context& context, Options& options, Change change, const char* sch
   std::vector<Edit> edits;
   for (const std::string& line : options.lines) edits.push_back(parse_edit(line, change));
   const Target target = target_of(context, admin::Area::kUser);
-  const std::string folder =
-      admin::folder_for(context.tree(), target.area, target.owner, options.file).path;
+  const std::string folder = folder_for(context, target, options.file).path;
   check_no_link(context, folder);
   check_not_shadowed(context, target, options.file, 0);
-  const Subject subject = {std::string(admin::name_of(target.area)), target.owner, options.file, 0};
+  if (change == Change::kUnset && !find_key_file(context, target, options.file))
+    throw Failure(Exit::kNothingMatched, "there is no key file {}", shown(options.file));
+  const Subject subject = subject_in(target.area, target.owner, options.file, 0);
   ChangeReport report(context, schema, change == Change::kSet ? "set" : "unset");
-  if (context.options().dry_run) {
-    const FoundEntry file = find_or_make(context, target, options.file, change);
+  context.begin_changes(formatted("Change {} {} of {}?", edits.size(),
+                                  edits.size() == 1 ? "line" : "lines", shown(subject)));
+  if (!context.is_dry_run()) wait_until_free(context, folder);
+  const std::string path = make_key_file(context, target, options.file);
+  std::vector<KeyEdit> results;
+  if (!context.is_dry_run()) {
+    check_no_link(context, path);
+    wait_until_free(context, folder, path.substr(folder.size() + 1));
+    results = rewrite(context, path, edits, change);
+  } else {
     std::string text;
-    if (!file.file.empty() && !sys::read_file(file.path(), context.locking(), text).ok()) {
-      throw Failure(Exit::kFailed, shown(file.path()) + " cannot be read");
-    }
-    tell(edits, apply(edits, change, text), change, subject, report);
-    return report.finish();
+    if (!path.empty() && !sys::read_file(path, context.locking(), text).ok())
+      fail("{} cannot be read", shown(path));
+    results = apply(edits, change, text);
   }
-  if (change == Change::kUnset) find_or_make(context, target, options.file, change);
-  context.confirm(formatted("Change {} {} of {}?", edits.size(),
-                            edits.size() == 1 ? "line" : "lines", shown(subject)));
-  context.open_library();
-  wait_until_free(context, folder);
-  const FoundEntry file = find_or_make(context, target, options.file, change);
-  check_no_link(context, file.path());
-  wait_until_free(context, folder, file.file);
-  tell(edits, rewrite(file, edits, change), change, subject, report);
+  tell(edits, results, change, subject, report);
   return report.finish();
 }
 

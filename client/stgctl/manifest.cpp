@@ -32,21 +32,6 @@ void put_exact(Json& object, const char* key, const std::string& bytes) {
   if (!is_portable) object[std::string(key) + "_hex"] = admin::to_hex(bytes);
 }
 
-std::optional<std::string> from_hex(std::string_view digits) {
-  const auto value = [](char c) {
-    return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
-  };
-  if (digits.size() % 2 != 0) return std::nullopt;
-  std::string bytes;
-  for (std::size_t i = 0; i < digits.size(); i += 2) {
-    const int high = value(digits[i]);
-    const int low = value(digits[i + 1]);
-    if (high < 0 || low < 0) return std::nullopt;
-    bytes += static_cast<char>(high * 16 + low);
-  }
-  return bytes;
-}
-
 std::string exact(const Json& object, const char* key) {
   const Json* const hex = object.find(std::string(key) + "_hex");
   if (hex == nullptr) return object.value(key, std::string());
@@ -169,17 +154,13 @@ void ManifestWriter::end(std::uint64_t failed) {
 
 ManifestReader::ManifestReader(const std::string& folder) : m_path(joined(folder, kManifestName)) {
   m_stream.open(to_path(m_path), std::ios::binary);
-  if (!m_stream.is_open()) {
-    throw Failure(Exit::kFailed,
-                  formatted("{} contains no {}; name the folder of a finished export",
-                            shown(folder), kManifestName));
-  }
+  if (!m_stream.is_open())
+    fail("{} contains no {}; name the folder of a finished export", shown(folder), kManifestName);
   read_head();
 }
 
 void ManifestReader::damaged(const std::string& why) const {
-  throw Failure(Exit::kFailed, formatted("{} is damaged (line {}: {}); export the tree again",
-                                         shown(m_path), m_line, why));
+  fail("{} is damaged (line {}: {}); export the tree again", shown(m_path), m_line, why);
 }
 
 bool ManifestReader::read_line(std::string& text) {
@@ -247,12 +228,8 @@ bool ManifestReader::next(ManifestItem& item) {
 // ---- reports -----------------------------------------------------------------------------------
 
 Subject subject_of(const admin::Holding& what) {
-  Subject subject{std::string(admin::name_of(what.area)), what.owner, what.name, what.timestamp};
-  if (what.kind == admin::HoldingKind::kFile) {
-    subject.name = what.path;
-    subject.timestamp.reset();
-  }
-  return subject;
+  if (what.kind == admin::HoldingKind::kFile) return subject_in(what.area, what.owner, what.path);
+  return subject_in(what.area, what.owner, what.name, what.timestamp);
 }
 
 Json fields_of(const ManifestItem& item) {

@@ -50,57 +50,50 @@ Plan plan_of(Context& context, const admin::DocumentFolder& folder) {
     if (plain.find_first_of("/\n") != std::string::npos) continue;
     plan.renamings.push_back({name, plain});
   }
-  const auto by_name = [](const Renaming& a, const Renaming& b) { return a.from < b.from; };
-  std::sort(plan.renamings.begin(), plan.renamings.end(), by_name);
-  std::sort(plan.adoptions.begin(), plan.adoptions.end());
+  std::ranges::sort(plan.renamings, {}, &Renaming::from);
+  std::ranges::sort(plan.adoptions);
   return plan;
 }
 
 Exit run_inbox(Context& context) {
-  if (!context.options().area.empty() && context.options().area != "mail") {
-    throw Failure(Exit::kRefused, "an inbox is in the area mail; omit --area");
+  if (!context.options().area.empty() && context.options().area != "mail")
+    refuse("an inbox is in the area mail; omit --area");
+  if (context.tree().layout == admin::Layout::kFlat) {
+    refuse(
+        "the tree is flat: its owners share the mail folder, and only the folder of one owner can "
+        "be converted");
   }
-  const Target target = [&] {
-    const admin::Area mail = admin::Area::kMail;
-    if (context.tree().layout == admin::Layout::kFlat) {
-      throw Failure(
-          Exit::kRefused,
-          "the tree is flat: its owners share the mail folder, and only the folder of one "
-          "owner can be converted");
-    }
-    return target_of(context, mail);
-  }();
-  const admin::DocumentFolder folder =
-      admin::folder_for(context.tree(), target.area, target.owner, "");
-  if (sys::describe(folder.path).kind == sys::Kind::kMissing) {
-    throw Failure(Exit::kNothingMatched, shown(target.owner) + " has no mail folder");
-  }
+  const Target target = target_of(context, admin::Area::kMail);
+  const admin::DocumentFolder folder = folder_for(context, target, "");
+  if (sys::describe(folder.path).kind == sys::Kind::kMissing)
+    throw Failure(Exit::kNothingMatched, "{} has no mail folder", shown(target.owner));
   check_no_link(context, folder.path);
   const Plan plan = plan_of(context, folder);
-  const std::string area(admin::name_of(target.area));
+  const auto mail = [&](const std::string& name) {
+    return subject_in(target.area, target.owner, name);
+  };
   ChangeReport report(context, "stgctl.migrate.inbox/1", "converted");
   if (plan.is_converted) {
-    report.skipped({area, target.owner, "", {}}, "the inbox is already converted");
+    report.skipped(mail(""), "the inbox is already converted");
     return report.finish();
   }
   for (const std::string& name : plan.adoptions) check_name("the file", name);
   // If the counter is not usable, the library would give every new name the same file.
   if (const std::string why = admin::why_not_storable(folder.path); !why.empty())
     throw Failure(Exit::kFailed, why);
-  if (!context.options().dry_run) {
-    context.confirm(formatted("Convert the inbox of {}: {} names, {} new files?",
-                              shown(target.owner), plan.renamings.size(), plan.adoptions.size()));
-    // Orphans are mail too. Without adoption the migration would skip them for ever.
-    context.open_library(Context::Adoption::kOn);
+  // Orphans are mail too. Without adoption the migration would skip them for ever.
+  context.begin_changes(
+      formatted("Convert the inbox of {}: {} names, {} new files?", shown(target.owner),
+                plan.renamings.size(), plan.adoptions.size()),
+      Context::Adoption::kOn);
+  if (!context.is_dry_run()) {
     wait_until_free(context, folder.path);
     STGIndex::migrateInboxRead(target.owner);
   }
-  const Plan left = context.options().dry_run ? Plan() : plan_of(context, folder);
+  const Plan left = context.is_dry_run() ? Plan() : plan_of(context, folder);
   for (const Renaming& each : plan.renamings) {
-    const Subject subject = {area, target.owner, each.from, {}};
-    const bool stays = std::any_of(left.renamings.begin(), left.renamings.end(),
-                                   [&](const Renaming& other) { return other.from == each.from; });
-    if (stays) {
+    const Subject subject = mail(each.from);
+    if (std::ranges::find(left.renamings, each.from, &Renaming::from) != left.renamings.end()) {
       report.failed(subject,
                     "it could not be converted; run again with --trace m to see the reason");
       continue;
@@ -110,15 +103,15 @@ Exit run_inbox(Context& context) {
     report.done(subject, fields, "to " + shown(each.to));
   }
   for (const std::string& name : plan.adoptions) {
-    report.done_as("adopted", {area, target.owner, name, {}});
+    report.also_done("adopted", mail(name));
   }
-  if (!context.options().dry_run && !left.is_converted) {
-    report.failed({area, target.owner, "", {}},
-                  "the inbox is not marked as converted; run this again");
+  if (!context.is_dry_run() && !left.is_converted) {
+    report.failed(mail(""), "the inbox is not marked as converted; run this again");
   } else {
-    report.done_as("marked", {area, target.owner, kMarker, {}});
+    report.also_done("marked", mail(kMarker));
   }
-  return report.finish();
+  return report.finish({{"adopted", plan.adoptions.size()}},
+                       formatted("{} adopted", plan.adoptions.size()));
 }
 
 }  // namespace

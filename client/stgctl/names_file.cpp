@@ -4,6 +4,7 @@
 #include <charconv>
 #include <chrono>
 #include <filesystem>
+#include <regex>
 #include <system_error>
 
 #include "client/admin/name_restore.h"
@@ -29,31 +30,23 @@ std::optional<Number> number_in(std::string_view text) {
   return value;
 }
 
-/// "2026-03-01", "2026-03-01 12:00", "2026-03-01T12:00:30Z"; a day means its end.
+/// "2026-03-01", "2026-03-01 12:00", "2026-03-01T12:00:30Z"; a day or a minute means its end.
 std::optional<std::int64_t> parse_time(std::string_view text) {
-  if (text.ends_with('Z')) text.remove_suffix(1);
-  if (text.size() < 10 || text[4] != '-' || text[7] != '-') return std::nullopt;
-  const auto year = number_in<int>(text.substr(0, 4));
-  const auto month = number_in<unsigned>(text.substr(5, 2));
-  const auto day = number_in<unsigned>(text.substr(8, 2));
-  if (!year || !month || !day) return std::nullopt;
-  const std::chrono::year_month_day date{std::chrono::year(*year), std::chrono::month(*month),
-                                         std::chrono::day(*day)};
-  if (!date.ok()) return std::nullopt;
-  const std::int64_t begin =
-      std::chrono::seconds(std::chrono::sys_days(date).time_since_epoch()).count();
-  constexpr std::int64_t kDay = 86'400;
-  if (text.size() == 10) return begin + kDay - 1;
-  if ((text[10] != ' ' && text[10] != 'T') || (text.size() != 16 && text.size() != 19))
-    return std::nullopt;
-  const auto hour = number_in<unsigned>(text.substr(11, 2));
-  const auto minute = number_in<unsigned>(text.substr(14, 2));
-  std::optional<unsigned> second = 59;
-  if (text.size() == 19)
-    second = text[16] == ':' ? number_in<unsigned>(text.substr(17, 2)) : std::nullopt;
-  if (text[13] != ':' || !hour || !minute || !second || *hour > 23 || *minute > 59 || *second > 59)
-    return std::nullopt;
-  return begin + *hour * 3600 + *minute * 60 + *second;
+  static const std::regex kForm(R"((\d{4})-(\d\d)-(\d\d)(?:[ T](\d\d):(\d\d)(?::(\d\d))?)?Z?)");
+  std::cmatch found;
+  if (!std::regex_match(text.data(), text.data() + text.size(), found, kForm)) return std::nullopt;
+  const auto part = [&](std::size_t number, int otherwise) {
+    return found[number].matched ? std::stoi(found[number].str()) : otherwise;
+  };
+  using namespace std::chrono;
+  const year_month_day date{year(part(1, 0)), month(static_cast<unsigned>(part(2, 0))),
+                            day(static_cast<unsigned>(part(3, 0)))};
+  const int hour = part(4, 23);
+  const int minute = part(5, 59);
+  const int second = part(6, 59);
+  if (!date.ok() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
+  const auto time = sys_days(date) + hours(hour) + minutes(minute) + seconds(second);
+  return time.time_since_epoch().count();
 }
 
 }  // namespace
@@ -70,13 +63,11 @@ std::string place_outside(Context& context, const std::string& file) {
   const std::string storage = sys::absolute(context.storage());
   std::error_code error;
   const fs::path path = fs::absolute(to_path(file), error).lexically_normal();
-  if (error || !path.has_filename()) {
-    throw Failure(Exit::kRefused, shown(file) + " is not a file name; name another place");
-  }
+  if (error || !path.has_filename())
+    refuse("{} is not a file name; name another place", shown(file));
   const std::string folder = sys::absolute(from_path(path.parent_path()));
-  if (folder == storage || folder.starts_with(storage + sys::kSeparator)) {
-    throw Failure(Exit::kRefused, shown(file) + " is in the tree; name a place outside the tree");
-  }
+  if (folder == storage || folder.starts_with(storage + sys::kSeparator))
+    refuse("{} is in the tree; name a place outside the tree", shown(file));
   return sys::join(folder, from_path(path.filename()));
 }
 
@@ -118,9 +109,8 @@ NamesFilter::NamesFilter(Context& context, const admin::Tree& tree, const std::s
     const auto located = admin::locate_in(tree, named);
     if (located && located->rest.empty()) folder = located->folder;
   }
-  if (!folder) {
-    throw Failure(Exit::kNothingMatched, shown(named) + " is not a document folder of this tree");
-  }
+  if (!folder)
+    throw Failure(Exit::kNothingMatched, "{} is not a document folder of this tree", shown(named));
   m_folder = admin::saved_name_of(tree, folder->path);
 }
 
@@ -176,15 +166,13 @@ admin::Snapshot find_snapshot(admin::NameStore& store, const std::string& text) 
         (name.kind == Kind::kTime && kept->snapshot && kept->snapshot->time <= name.time);
     if (!is_it) continue;
     if (kept->snapshot) return *kept->snapshot;
-    throw Failure(
-        Exit::kFailed,
-        formatted("snapshot {} is damaged; list the others with 'stgctl index log'", kept->number));
+    fail("snapshot {} is damaged; list the others with 'stgctl index log'", kept->number);
   }
-  throw Failure(
-      Exit::kNothingMatched,
-      all.empty()
-          ? "there is no complete snapshot yet; create one with 'stgctl index snapshot'"
-          : formatted("there is no snapshot '{}'; list them with 'stgctl index log'", shown(text)));
+  if (!all.empty())
+    throw Failure(Exit::kNothingMatched,
+                  "there is no snapshot '{}'; list them with 'stgctl index log'", shown(text));
+  throw Failure(Exit::kNothingMatched,
+                "there is no complete snapshot yet; create one with 'stgctl index snapshot'");
 }
 
 Json fields_of(const admin::Snapshot& snapshot) {

@@ -26,12 +26,10 @@ void check_outside_tree(Context& context, const std::string& path) {
   const std::string folder =
       sys::absolute(from_path(fs::absolute(to_path(path)).lexically_normal()));
   const std::string tree = sys::absolute(context.tree().storage);
-  if (folder == tree || folder.starts_with(tree + sys::kSeparator)) {
-    throw Failure(Exit::kRefused, shown(path) + " is in the tree; name a place outside the tree");
-  }
-  if (sys::kSeparator != '\\' && path.find('\\') != std::string::npos) {
-    throw Failure(Exit::kRefused, shown(path) + " contains a backslash; name another place");
-  }
+  if (folder == tree || folder.starts_with(tree + sys::kSeparator))
+    refuse("{} is in the tree; name a place outside the tree", shown(path));
+  if (sys::kSeparator != '\\' && path.find('\\') != std::string::npos)
+    refuse("{} contains a backslash; name another place", shown(path));
 }
 
 NewFile::NewFile(std::string path, std::string unfinished, IfGivenUp if_given_up)
@@ -55,10 +53,9 @@ NewFile::~NewFile() {
 
 void NewFile::fail() {
   const int code = errno;
-  throw WriteFailure(
-      Exit::kFailed,
-      formatted("{} cannot be written ({}); check the free space and the permissions",
-                shown(m_path), std::generic_category().message(code)));
+  throw WriteFailure(Exit::kFailed,
+                     "{} cannot be written ({}); check the free space and the permissions",
+                     shown(m_path), std::generic_category().message(code));
 }
 
 void NewFile::write(std::string_view bytes) {
@@ -82,9 +79,7 @@ void set_modify_time(const std::string& path, std::int64_t seconds) {
   std::error_code error;
   const auto time = file_clock::from_sys(sys_seconds(std::chrono::seconds(seconds)));
   fs::last_write_time(to_path(path), time_point_cast<fs::file_time_type::duration>(time), error);
-  if (!error) return;
-  throw Failure(Exit::kFailed,
-                formatted("{}: its time could not be set: {}", shown(path), error.message()));
+  if (error) fail("{}: its time could not be set: {}", shown(path), error.message());
 }
 
 Content read_content(const std::string& path, const sys::Locking& locking, NewFile* copy) {
@@ -96,23 +91,24 @@ Content read_content(const std::string& path, const sys::Locking& locking, NewFi
     if (copy != nullptr) copy->write(piece);
     return !Context::interrupted();
   });
-  Context::stop_if_interrupted();
-  if (read.failure() == os::Failure::kLocked)
-    throw Failure(Exit::kLockTimeout,
-                  shown(path) + " is locked by another process (--lock-timeout)");
-  if (!read.ok()) throw Failure(Exit::kFailed, shown(path) + ": " + sys::text_of(read));
+  check_read(path, read);
   content.checksum = checksum.text();
   return content;
 }
 
-std::vector<std::string> names_of_folder(const std::string& path) {
+os::Status list_folder(const std::string& path, std::vector<std::string>& names) {
   sys::Folder folder;
-  std::vector<std::string> names;
-  if (const os::Status opened = folder.open(path); !opened.ok())
-    throw Failure(Exit::kFailed, shown(path) + ": " + sys::text_of(opened));
+  const os::Status opened = folder.open(path);
   sys::Entry entry;
-  while (folder.next(entry)) names.emplace_back(entry.name);
-  std::sort(names.begin(), names.end());
+  while (opened.ok() && folder.next(entry)) names.emplace_back(entry.name);
+  std::ranges::sort(names);
+  return opened;
+}
+
+std::vector<std::string> names_of_folder(const std::string& path) {
+  std::vector<std::string> names;
+  if (const os::Status listed = list_folder(path, names); !listed.ok())
+    fail("{}: {}", shown(path), sys::text_of(listed));
   return names;
 }
 

@@ -71,7 +71,9 @@ struct Content {
 Content read_content(const std::string& path, const admin::sys::Locking& locking,
                      NewFile* copy = nullptr);
 
-/// The names in a folder, sorted. @throws Failure kFailed if it cannot be listed.
+/// The names in a folder, sorted: in the same order on every system.
+os::Status list_folder(const std::string& path, std::vector<std::string>& names);
+/// The same. @throws Failure kFailed if it cannot be listed.
 std::vector<std::string> names_of_folder(const std::string& path);
 
 }  // namespace stgctl

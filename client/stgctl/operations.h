@@ -1,7 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -20,60 +22,90 @@
 /// (admin::NewVersions). Everything else goes through the library's interface.
 namespace stgctl {
 
-/// A file to store as a version of a target.
+// ---- storing -----------------------------------------------------------------------------------
+
+/// A file to store as a version, and the result.
 struct StoreItem {
+  Target target;
   std::string source;
   std::string name;
-  std::uint64_t size = 0;
   std::int32_t timestamp = 0;
+  std::uint64_t size = 0;
+  std::optional<FoundEntry> old = {};  ///< the version that it replaces
+  std::optional<Failure> failure = {};
+  std::string path = {};  ///< of the version, once it is stored
 };
+Subject subject_of(const StoreItem& item);
 
-/// Versions to be stored with one load and one save of each index.
+/// @throws Failure kFailed if the file cannot be read, or its version not be written.
+void check_storable(Context& context, const StoreItem& item);
+
+/// Sorts items by the folders of their versions: each index is then loaded and saved as rarely as
+/// possible. @param folder_of returns the path of an item's folder.
+template <class Item, class FolderOf>
+void sort_by_folder(std::vector<Item>& items, const FolderOf& folder_of) {
+  std::vector<std::pair<std::string, Item>> sorted;
+  for (Item& item : items) {
+    std::string folder = folder_of(item);
+    sorted.emplace_back(std::move(folder), std::move(item));
+  }
+  std::ranges::stable_sort(sorted, {}, &std::pair<std::string, Item>::first);
+  for (std::size_t i = 0; i < items.size(); ++i) items[i] = std::move(sorted[i].second);
+}
+
+/// Stores versions with one load and one save of each index:
+///
+/// 1. take() for each item. The items must live until the end of the batch.
+/// 2. run(). Then each taken item has its path or its failure.
+/// 3. throw_end(), after all items were reported.
+///
+/// A failure concerns only its item. A lock timeout or Ctrl-C ends the batch: no other lock is
+/// waited for, and the items that are not stored get the same failure.
 class StoreBatch {
  public:
   /// Limits of a batch: a number of files, a number of bytes.
   static constexpr std::size_t kMostFiles = 100;
   static constexpr std::uint64_t kMostBytes = std::uint64_t{256} * 1024 * 1024;
 
-  explicit StoreBatch(Context& context);
+  explicit StoreBatch(Context& context, std::size_t most_files = kMostFiles);
 
-  /// Copies a file beside its place. @return its record. Its fate is open until run(), unless the
-  /// copy failed.
-  /// @throws Failure kFailed if the free space is too small.
-  const admin::NewVersion& add(const Target& target, const StoreItem& item);
-  /// The same for an existing version. If there is no space for both files, the fate is kInPlace.
-  const admin::NewVersion& add_replacing(const Target& target, const StoreItem& item,
-                                         const FoundEntry& old);
-  /// Enters all versions; then each has its fate. Removes the sub-parts of replaced versions.
-  void run();
+  /// Takes an item, and copies its file beside its place. @param judge whether to store it; can
+  /// throw Failure. @return whether the batch can take another item.
+  bool take(StoreItem& item, const std::function<bool()>& judge);
+  /// Enters all versions, and removes the sub-parts of replaced versions. A version without space
+  /// for both files is overwritten, see overwrite_file().
+  /// @param before_overwrite is called first for such an item.
+  void run(const std::function<void(const StoreItem&)>& before_overwrite = {});
+  /// Runs a step for an item. A Failure becomes that of the item.
+  void attempt(StoreItem& item, const std::function<void()>& step);
+
+  /// What ended the batch: kLockTimeout, kInterrupted.
+  std::optional<Failure>& end() { return m_end; }
+  /// @throws Failure if something ended the batch.
+  void throw_end() const {
+    if (m_end) throw Failure(*m_end);
+  }
 
  private:
-  admin::NewVersion& stage(const Target& target, const StoreItem& item,
-                           const std::string& replaces);
+  struct Staged {
+    StoreItem* item = nullptr;
+    admin::NewVersion version;
+  };
+
+  void stage(StoreItem& item);
+  void settle(const Staged& staged, const std::function<void(const StoreItem&)>& before_overwrite);
 
   Context& m_context;
+  std::size_t m_most_files;
+  std::size_t m_taken = 0;
+  std::uint64_t m_bytes = 0;
   std::uint64_t m_free;  ///< free space, less the copied bytes
-  std::deque<admin::NewVersion> m_versions;
+  std::deque<Staged> m_staged;
   std::map<std::string, std::unique_ptr<admin::NewVersions>> m_folders;
-  std::vector<std::pair<const admin::NewVersion*, std::string>> m_replaced;  ///< and their folders
+  std::optional<Failure> m_end;
 };
 
-/// Whether a failure ends the work, because the next item would meet it too.
-inline bool ends_work(const Failure& failure) {
-  return failure.code() == Exit::kInterrupted || failure.code() == Exit::kLockTimeout;
-}
-
-/// The failure of a version that was not stored: kFailed with the reason, kLockTimeout,
-/// kInterrupted.
-Failure failure_of(Context& context, const admin::NewVersion& version);
-
-/// Stores a file as a version. Replaces an existing version with its sub-parts. The version gets
-/// the file's time. Key lines stay.
-/// @throws Failure kFailed, kLockTimeout, kInterrupted; then nothing of a new version is left.
-void store_file(Context& context, const Target& target, const StoreItem& item);
-/// Replaces a version in place, through the library. A failed or killed copy leaves it truncated.
-/// For NewVersion::Fate::kInPlace. @throws Failure kFailed; as wait_until_free().
-void overwrite_file(Context& context, const Target& target, const StoreItem& item);
+// ---- sub-parts ---------------------------------------------------------------------------------
 
 /// The sub-part folders in a folder, by its current names. The name of each begins with
 /// the name of a document's file and "_". It belongs to the file with the longest such name.
@@ -96,14 +128,14 @@ class FoundParts {
 /// The sub-part folders of one version.
 std::vector<std::string> part_folders(const FoundEntry& entry);
 
-/// Whether to remove the key lines of an entry too.
-enum class KeyLines { kRemove, kLeave };
-/// Removes a version with its sub-parts. @throws Failure kFailed; as wait_until_free().
-void remove_version(Context& context, const FoundEntry& entry, KeyLines lines);
+/// Files and bytes below a folder. Links count as files and are not followed.
+struct Below {
+  std::uint64_t files = 0;
+  std::uint64_t bytes = 0;
 
-/// The key files of the entry's folder in which the library would damage another line. The library
-/// searches for the name anywhere in the text.
-std::vector<std::string> key_files_at_risk(Context& context, const FoundEntry& entry);
+  Below& operator+=(const Below& other);
+};
+Below count_below(const std::string& folder);
 
 // ---- removing many -----------------------------------------------------------------------------
 
@@ -111,21 +143,16 @@ std::vector<std::string> key_files_at_risk(Context& context, const FoundEntry& e
 struct Removal {
   const FoundEntry* entry = nullptr;
   admin::OldVersion version;
-};
 
-/// @param is_same whether the entry is still the one to remove; called while no other process can
-/// write to it.
-Removal removal_of(const FoundEntry& entry, std::function<bool(admin::LockedFile& file)> is_same);
+  /// @param is_same whether the entry is still the one to remove; called while no other process can
+  /// write to it.
+  Removal(const FoundEntry& old, std::function<bool(admin::LockedFile& file)> is_same);
+  bool is_removed() const { return version.fate == admin::OldVersion::Fate::kRemoved; }
+  std::string why_not_removed() const;
+};
 
 /// Removes entries with their sub-parts together: see admin::remove_old_versions(). Key lines stay.
 /// @return why it stopped taking locks: kLockTimeout or kInterrupted.
 std::optional<Failure> remove_together(Context& context, const std::vector<Removal*>& removals);
-
-/// Whether the entry was removed.
-inline bool is_removed(const Removal& removal) {
-  return removal.version.fate == admin::OldVersion::Fate::kRemoved;
-}
-/// Why it was not removed.
-std::string why_not_removed(const Removal& removal);
 
 }  // namespace stgctl

@@ -6,6 +6,11 @@
 
 namespace stgctl {
 
+Subject subject_in(admin::Area area, std::string owner, std::string name,
+                   std::optional<long> timestamp) {
+  return {std::string(admin::name_of(area)), std::move(owner), std::move(name), timestamp};
+}
+
 std::string shown(const Subject& subject) {
   std::string text;
   for (const std::string* part : {&subject.area, &subject.owner, &subject.name}) {
@@ -54,6 +59,11 @@ void ChangeReport::done_as(const char* action, const Subject& subject, const Jso
   line(action, subject, fields, tail, Style::kGreen);
 }
 
+void ChangeReport::also_done(const char* action, const Subject& subject, std::string_view tail) {
+  ++m_also_done;
+  line(action, subject, Json::object(), tail, Style::kGreen);
+}
+
 void ChangeReport::skipped(const Subject& subject, const std::string& reason) {
   ++m_skipped;
   line("skipped", subject, {{"reason", reason}}, reason, Style::kYellow);
@@ -71,11 +81,29 @@ std::string ChangeReport::speed() const {
   return formatted(", {:.0f} files/s", static_cast<double>(m_done) / seconds());
 }
 
-void ChangeReport::end(const Failure& failure) {
-  if (failure.code() == Exit::kLockTimeout) {
-    m_lock_missed = true;
-    m_context.out().error(failure.what());
+bool ChangeReport::guarded(const std::function<void()>& work) {
+  const auto begin = std::chrono::steady_clock::now();
+  std::optional<Failure> end;
+  try {
+    work();
+  } catch (const Failure& failure) {
+    if (!failure.ends_work()) throw;
+    end = failure;
   }
+  m_seconds = std::chrono::steady_clock::now() - begin;
+  if (end && end->code() == Exit::kLockTimeout) {
+    m_lock_missed = true;
+    m_context.out().error(end->what());
+  }
+  return !end;
+}
+
+bool ChangeReport::guarded(const char* what, std::uint64_t total,
+                           const std::function<void(Progress& progress)>& work) {
+  return guarded([&] {
+    Progress progress(m_context.out(), m_context.options().progress, what, total);
+    work(progress);
+  });
 }
 
 Exit ChangeReport::finish(const Json& sums, std::string_view tail) {
@@ -97,9 +125,10 @@ Exit ChangeReport::finish(const Json& sums, std::string_view tail) {
     out.print("{}\n", out.styled(Style::kBold, text));
   }
   if (interrupted) return Exit::kInterrupted;
-  if (m_lock_missed) return m_done > 0 ? Exit::kPartlyDone : Exit::kLockTimeout;
-  if (m_failed > 0) return m_done > 0 ? Exit::kPartlyDone : Exit::kFailed;
-  return m_done + m_skipped > 0 ? Exit::kDone : Exit::kNothingMatched;
+  const bool any_done = m_done + m_also_done > 0;
+  if (m_lock_missed) return any_done ? Exit::kPartlyDone : Exit::kLockTimeout;
+  if (m_failed > 0) return any_done ? Exit::kPartlyDone : Exit::kFailed;
+  return any_done || m_skipped > 0 ? Exit::kDone : Exit::kNothingMatched;
 }
 
 }  // namespace stgctl

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -19,6 +22,10 @@ struct Subject {
   std::string name;
   std::optional<long> timestamp;
 };
+Subject subject_in(admin::Area area, std::string owner, std::string name = {},
+                   std::optional<long> timestamp = {});
+/// Something that is only a name, for example a path.
+inline Subject subject_named(std::string name) { return {"", "", std::move(name), {}}; }
 
 /// "docs/anna/sales.kdf@42"
 std::string shown(const Subject& subject);
@@ -39,10 +46,16 @@ class ChangeReport {
   /// Like done(), with another word.
   void done_as(const char* action, const Subject& subject, const Json& fields = Json::object(),
                std::string_view tail = {});
+  /// Something beside the entries was changed. The total of the changed entries omits it.
+  void also_done(const char* action, const Subject& subject, std::string_view tail = {});
   /// An entry was not changed, for a reason that is not a failure.
   void skipped(const Subject& subject, const std::string& reason);
   /// An entry could not be changed.
   void failed(const Subject& subject, const std::string& reason);
+  /// The same, except for a failure that ends the work: that is reported once, at the end.
+  void failed(const Subject& subject, const Failure& failure) {
+    if (!failure.ends_work()) failed(subject, std::string(failure.what()));
+  }
 
   /// Adds bytes to the total. The count stays valid when the work ends early.
   void add_bytes(std::uint64_t bytes) noexcept { m_bytes += bytes; }
@@ -54,24 +67,36 @@ class ChangeReport {
   std::string speed() const;
 
   std::uint64_t failures() const noexcept { return m_failed; }
-  std::uint64_t changed() const noexcept { return m_done; }
 
   /// Runs the work. A lock timeout or Ctrl-C ends the work, but not the report: it shows what was
   /// done, and finish() returns the exit code.
-  /// @return the work's result, or an empty one.
-  template <class Work>
-  auto guarded(Work&& work) -> decltype(work()) {
-    const auto begin = std::chrono::steady_clock::now();
-    try {
-      const auto result = work();
-      m_seconds = std::chrono::steady_clock::now() - begin;
-      return result;
-    } catch (const Failure& failure) {
-      m_seconds = std::chrono::steady_clock::now() - begin;
-      if (failure.code() != Exit::kInterrupted && failure.code() != Exit::kLockTimeout) throw;
-      end(failure);
-      return decltype(work())();
-    }
+  /// @return whether the work came to its own end.
+  bool guarded(const std::function<void()>& work);
+  /// The same with a progress bar. @param what "storing". @param total the number of steps.
+  bool guarded(const char* what, std::uint64_t total,
+               const std::function<void(Progress& progress)>& work);
+  /// Guarded work on items one by one, until Ctrl-C. @param work returns the item's name.
+  template <class Item, class Work>
+  bool for_each(const char* what, const std::vector<Item>& items, const Work& work) {
+    return guarded(what, items.size(), [&](Progress& progress) {
+      for (const Item& item : items) {
+        Context::stop_if_interrupted();
+        progress.advance(1, work(item));
+      }
+    });
+  }
+  /// The same batch by batch. @param name names an item. @param work gets the next items, and
+  /// returns how many it has taken.
+  template <class Item, class Name, class Work>
+  bool in_batches(const char* what, std::span<Item> items, const Name& name, const Work& work) {
+    return guarded(what, items.size(), [&](Progress& progress) {
+      for (std::span<Item> rest = items; !rest.empty();) {
+        Context::stop_if_interrupted();
+        const std::size_t taken = work(rest);
+        progress.advance(taken, std::invoke(name, rest[taken - 1]));
+        rest = rest.subspan(taken);
+      }
+    });
   }
 
   /// Writes the totals. @param sums more fields of the JSON line. @param tail more text.
@@ -81,7 +106,6 @@ class ChangeReport {
   Exit finish(const Json& sums = Json::object(), std::string_view tail = {});
 
  private:
-  void end(const Failure& failure);
   void line(const char* action, const Subject& subject, Json fields, std::string_view text,
             Style style);
 
@@ -92,6 +116,7 @@ class ChangeReport {
   std::chrono::duration<double> m_seconds{};
   std::uint64_t m_bytes = 0;
   std::uint64_t m_done = 0;
+  std::uint64_t m_also_done = 0;
   std::uint64_t m_skipped = 0;
   std::uint64_t m_failed = 0;
 };

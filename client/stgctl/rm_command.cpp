@@ -1,12 +1,14 @@
-
 #include <set>
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/operations.h"
-#include "client/stgctl/output.h"
 #include "client/stgctl/text.h"
+#include "stg_index.h"
+#include "vu_storage.h"
 
 namespace stgctl {
+
+namespace sys = admin::sys;
 
 namespace {
 
@@ -20,116 +22,131 @@ struct Options {
 };
 
 /// The versions to remove, each once.
-class Selection {
- public:
-  Selection(Context& context, const Options& options) : m_context(context), m_options(options) {}
-
-  std::vector<FoundEntry> run() {
-    for (const std::string& text : m_options.names) {
-      const NamedVersion named = this->named(text);
-      check_name("the name", named.name);
-      add(versions_of(named));
-    }
-    if (!m_options.match.empty()) add(find_matching(m_context, named(m_options.match)));
-    return std::move(m_chosen);
-  }
-
- private:
-  NamedVersion named(const std::string& text) {
-    return named_version(m_context, text, m_options.timestamp, admin::Area::kDocs);
-  }
-
-  void add(std::vector<FoundEntry> more) {
+std::vector<FoundEntry> chosen_versions(Context& context, const Options& options) {
+  std::vector<FoundEntry> chosen;
+  std::set<std::pair<std::string, std::string>> seen;
+  const auto add = [&](std::vector<FoundEntry> more) {
     for (FoundEntry& entry : more) {
-      std::string version =
-          entry.folder.path + '\n' + index_format::key_of(entry.name, entry.timestamp);
-      if (m_seen.insert(std::move(version)).second) m_chosen.push_back(std::move(entry));
+      const std::string key = index_format::key_of(entry.name, entry.timestamp);
+      if (seen.emplace(entry.folder.path, key).second) chosen.push_back(std::move(entry));
     }
+  };
+  for (const std::string& text : options.names) {
+    const NamedVersion named = named_version(context, text, options.timestamp);
+    check_name("the name", named.name);
+    std::vector<FoundEntry> versions = find_versions(context, named);
+    if (versions.size() > 1 && !options.all_versions)
+      refuse("{} has {} versions; use --timestamp or --all-versions", shown(named.name),
+             versions.size());
+    add(std::move(versions));
   }
+  if (!options.match.empty())
+    add(find_matching(context, named_version(context, options.match, options.timestamp)));
+  return chosen;
+}
 
-  std::vector<FoundEntry> versions_of(const NamedVersion& named) {
-    std::vector<FoundEntry> versions = find_versions(m_context, named.target, named.name);
-    keep_wanted(versions, named);
-    if (versions.size() > 1 && !m_options.all_versions) {
-      throw Failure(Exit::kRefused,
-                    formatted("{} has {} versions; use --timestamp or --all-versions",
-                              shown(named.name), versions.size()));
+/// The key files of the entry's folder in which the library would damage another line. The library
+/// searches for the name anywhere in the text.
+std::vector<std::string> key_files_at_risk(Context& context, const FoundEntry& entry) {
+  std::vector<std::string> at_risk;
+  for (const FoundEntry& each : entries_of_folder(context, entry.folder)) {
+    const bool is_key_file =
+        each.name.ends_with(".ctg") ||
+        (entry.folder.area == admin::Area::kUser && each.name == "attribut.txt");
+    if (!is_key_file || each.timestamp != 0) continue;
+    std::string text;
+    if (!sys::read_file(each.path(), context.locking(), text).ok()) continue;
+    const std::size_t at = text.find(entry.name);
+    if (at == std::string::npos) continue;
+    const std::size_t end = at + entry.name.size();
+    const bool starts_line = at == 0 || text[at - 1] == '\n';
+    const bool ends_name =
+        end == text.size() || text[end] == '=' || text[end] == '\n' || text[end] == '\r';
+    if (!starts_line || !ends_name) at_risk.push_back(each.name);
+  }
+  return at_risk;
+}
+
+/// Whether the index still has an entry of the version, wherever its file is.
+bool has_line(Context& context, const FoundEntry& entry) {
+  admin::FolderView view;
+  view.load(entry.folder, context.locking());
+  admin::IndexLint lint;
+  lint.start(view);
+  admin::LintedLine line;
+  const std::string key = index_format::key_of(entry.name, entry.timestamp);
+  while (lint.next(line)) {
+    if (line.key == key) return true;
+  }
+  return false;
+}
+
+/// Removes a version with its sub-parts. @throws Failure kFailed; as wait_until_free().
+void remove_version(Context& context, const FoundEntry& entry, bool with_key_lines) {
+  const Target target = target_of(context, entry.folder);
+  const FoundParts parts(entry.folder.path);
+  wait_until_free(context, entry.folder.path);
+  // A check after the removal would be too late: the file would be gone, and its entry would stay.
+  for (const admin::Obstacle& each : admin::obstacles_to_writing(entry.folder.path)) {
+    if (each.kind != admin::Obstacle::Kind::kCounter)
+      fail("it cannot be removed: {}: {}", shown(each.path), each.why);
+  }
+  context.forget_trouble();
+  if (with_key_lines) {
+    vu_storage::RemoveFile(target.library_owner, entry.name, target.type, entry.timestamp);
+  } else {
+    STGIndex::remove(entry.folder.path, entry.name, entry.timestamp);
+  }
+  if (sys::describe(entry.path()).kind != sys::Kind::kMissing)
+    fail("its file could not be removed{}", context.trouble());
+  if (has_line(context, entry))
+    fail("its file is removed, but its entry is still in the index{}", context.trouble());
+  parts.remove({entry.file});
+}
+
+void remove(Context& context, const FoundEntry& entry, ChangeReport& report) {
+  const Subject subject = subject_of(entry);
+  try {
+    check_name("the name", entry.name);
+    check_no_link(context, entry.path());
+    const std::vector<std::string> parts = part_folders(entry);
+    const std::vector<std::string> at_risk = key_files_at_risk(context, entry);
+    for (const std::string& file : at_risk) {
+      context.out().warning(
+          formatted("{}: no key line is removed, because the library would damage another line "
+                    "of {}; see 'stgctl keys unset'",
+                    shown(subject), shown(file)));
     }
-    return versions;
+    if (!context.is_dry_run()) remove_version(context, entry, at_risk.empty());
+    std::string tail = format_bytes(entry.info.size);
+    if (!parts.empty()) tail += formatted(", {} folders of sub-parts", parts.size());
+    report.done(subject,
+                {{"bytes", entry.info.size},
+                 {"part_folders", parts.size()},
+                 {"key_lines", at_risk.empty()}},
+                tail);
+    report.add_bytes(entry.info.size);
+  } catch (const Failure& failure) {
+    if (failure.ends_work()) throw;
+    report.failed(subject, failure);
   }
-
-  Context& m_context;
-  const Options& m_options;
-  std::set<std::string> m_seen;
-  std::vector<FoundEntry> m_chosen;
-};
-
-class Removing {
- public:
-  Removing(Context& context, ChangeReport& report) : m_context(context), m_report(report) {}
-
-  void run(const std::vector<FoundEntry>& entries) {
-    Progress progress(m_context.out(), m_context.options().progress, "removing", entries.size());
-    for (const FoundEntry& entry : entries) {
-      if (Context::interrupted()) break;
-      if (remove(entry)) m_report.add_bytes(entry.info.size);
-      progress.advance(1, entry.name);
-    }
-  }
-
- private:
-  bool remove(const FoundEntry& entry) {
-    try {
-      check_name("the name", entry.name);
-      check_no_link(m_context, entry.path());
-      const std::vector<std::string> parts = part_folders(entry);
-      const std::vector<std::string> at_risk = key_files_at_risk(m_context, entry);
-      for (const std::string& file : at_risk) {
-        m_context.out().warning(
-            formatted("{}: no key line is removed, because the library would damage another line "
-                      "of {}; see 'stgctl keys unset'",
-                      shown(subject_of(entry)), shown(file)));
-      }
-      if (!m_context.options().dry_run) {
-        remove_version(m_context, entry, at_risk.empty() ? KeyLines::kRemove : KeyLines::kLeave);
-      }
-      std::string tail = format_bytes(entry.info.size);
-      if (!parts.empty()) tail += formatted(", {} folders of sub-parts", parts.size());
-      m_report.done(subject_of(entry),
-                    {{"bytes", entry.info.size},
-                     {"part_folders", parts.size()},
-                     {"key_lines", at_risk.empty()}},
-                    tail);
-      return true;
-    } catch (const Failure& failure) {
-      if (failure.code() == Exit::kInterrupted || failure.code() == Exit::kLockTimeout) throw;
-      m_report.failed(subject_of(entry), failure.what());
-      return false;
-    }
-  }
-
-  Context& m_context;
-  ChangeReport& m_report;
-};
+}
 
 Exit run_rm(Context& context, const Options& options) {
   context.tree();
-  if (options.names.empty() == options.match.empty()) {
+  if (options.names.empty() == options.match.empty())
     throw Failure(Exit::kUsage, "nothing says what to remove; use names, or --match PATTERN");
-  }
-  const std::vector<FoundEntry> entries = Selection(context, options).run();
+  const std::vector<FoundEntry> entries = chosen_versions(context, options);
   if (entries.empty()) throw Failure(Exit::kNothingMatched, "nothing matches: nothing was removed");
   std::uint64_t bytes = 0;
   for (const FoundEntry& entry : entries) bytes += entry.info.size;
-  if (!context.options().dry_run) {
-    context.confirm(formatted("Remove {} {}, {}?", entries.size(),
-                              entries.size() == 1 ? "version" : "versions", format_bytes(bytes)));
-    context.open_library();
-  }
+  context.begin_changes(formatted("Remove {} {}, {}?", entries.size(),
+                                  entries.size() == 1 ? "version" : "versions",
+                                  format_bytes(bytes)));
   ChangeReport report(context, "stgctl.rm/1", "removed");
-  report.guarded([&] {
-    Removing(context, report).run(entries);
-    return 0;
+  report.for_each("removing", entries, [&](const FoundEntry& entry) {
+    remove(context, entry, report);
+    return entry.name;
   });
   return report.finish({{"bytes", report.bytes()}}, format_bytes(report.bytes()));
 }

@@ -30,7 +30,7 @@ Folders unknown_files(Context& context, ChangeReport& report) {
       check_no_link(context, entry.path());
       check_name("the name", entry.name);
     } catch (const Failure& failure) {
-      report.failed(subject_of(entry), failure.what());
+      report.failed(subject_of(entry), failure);
       // Adoption handles a folder as a whole.
       unsafe.insert(path);
       continue;
@@ -50,20 +50,16 @@ Folders unknown_files(Context& context, ChangeReport& report) {
 
 void adopt(Context& context, const std::string& path, const std::vector<FoundEntry>& files,
            ChangeReport& report) {
-  std::set<std::string> left;
-  if (!context.options().dry_run) {
+  std::set<std::string> known;
+  if (!context.is_dry_run()) {
     wait_until_free(context, path);
     STGIndex::updateIndexFile(path);
-    std::set<std::string> known;
     for (const FoundEntry& entry : entries_of_folder(context, files.front().folder))
       known.insert(entry.name);
-    for (const FoundEntry& file : files) {
-      const std::string name = adopted_name(file.name);
-      if (!known.contains(name) && !known.contains(file.name)) left.insert(file.name);
-    }
   }
   for (const FoundEntry& file : files) {
-    if (left.contains(file.name)) {
+    const bool is_left = !known.contains(adopted_name(file.name)) && !known.contains(file.name);
+    if (!context.is_dry_run() && is_left) {
       report.failed(
           subject_of(file),
           "the index has no entry for it afterwards; run again with --trace m to see the reason");
@@ -85,18 +81,14 @@ Exit run_sync(Context& context) {
       throw Failure(Exit::kNothingMatched, "every file has an entry: nothing was changed");
     return report.finish();
   }
-  if (!context.options().dry_run) {
-    context.confirm(formatted("Adopt {} files in {} folders?", files, folders.size()));
-    context.open_library(Context::Adoption::kOn);
-  }
-  report.guarded([&] {
-    Progress progress(context.out(), context.options().progress, "adopting", files);
+  context.begin_changes(formatted("Adopt {} files in {} folders?", files, folders.size()),
+                        Context::Adoption::kOn);
+  report.guarded("adopting", files, [&](Progress& progress) {
     for (const auto& [path, entries] : folders) {
-      if (Context::interrupted()) break;
+      Context::stop_if_interrupted();
       adopt(context, path, entries, report);
       progress.advance(entries.size(), path);
     }
-    return 0;
   });
   return report.finish();
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <span>
+#include <type_traits>
 
 #include "client/admin/text.h"
 #include "client/stgctl/context.h"
@@ -39,7 +40,7 @@ std::optional<VersionName> parse_version_name(const std::string& text, admin::La
   if (!is_number(stamp)) return version;
   version.timestamp = parse_stamp(stamp);
   if (!version.timestamp)
-    throw Failure(Exit::kUsage, formatted("{}: {} is not a timestamp", shown(text), stamp));
+    throw Failure(Exit::kUsage, "{}: {} is not a timestamp", shown(text), stamp);
   version.name.resize(at);
   return version;
 }
@@ -73,8 +74,7 @@ void check_name(std::string_view what, std::string_view name) {
   const char* why = admin::why_not_safe(name);
   if (why == nullptr && name.find('\r') != std::string_view::npos)
     why = "it contains a carriage return";
-  if (why == nullptr) return;
-  throw Failure(Exit::kRefused, formatted("{} '{}' is not allowed: {}", what, shown(name), why));
+  if (why != nullptr) refuse("{} '{}' is not allowed: {}", what, shown(name), why);
 }
 
 namespace {
@@ -83,22 +83,17 @@ namespace {
 Target target_at(Context& context, admin::Area area, const std::string& owner) {
   Target target;
   target.area = area;
-  if (!admin::expects_index(target.area)) {
-    throw Failure(Exit::kRefused,
-                  formatted("the area {} keeps no documents; use --area docs, user or mail",
-                            admin::name_of(target.area)));
-  }
+  if (!admin::expects_index(area))
+    refuse("the area {} keeps no documents; use --area docs, user or mail", admin::name_of(area));
   target.type = type_of(target.area);
   if (context.tree().layout == admin::Layout::kOwner) {
-    if (owner.empty()) throw Failure(Exit::kRefused, "no owner is named; use --owner NAME");
+    if (owner.empty()) refuse("no owner is named; use --owner NAME");
     target.owner = owner;
   }
   if (!owner.empty()) {
     check_name("the owner", owner);
-    if (const char* const why = why_no_folder_name(owner)) {
-      throw Failure(Exit::kRefused,
-                    formatted("the owner '{}' is not allowed: {}", shown(owner), why));
-    }
+    if (const char* const why = why_no_folder_name(owner))
+      refuse("the owner '{}' is not allowed: {}", shown(owner), why);
   }
   // Some operations do nothing for an empty owner, even in a flat tree.
   target.library_owner = owner.empty() ? "_" : owner;
@@ -114,32 +109,30 @@ Target target_of(Context& context, admin::Area fallback) {
   return target_at(context, area, options.owner);
 }
 
-NamedVersion named_version(Context& context, const std::string& text, const std::string& timestamp,
-                           admin::Area fallback) {
-  const GlobalOptions& options = context.options();
-  NamedVersion named = {{}, text, parse_stamp(timestamp)};
-  std::string area = options.area;
-  std::string owner = options.owner;
+NamedVersion named_version(Context& context, const std::string& text,
+                           const std::string& timestamp) {
+  VersionName named = {context.options().area, context.options().owner, text,
+                       parse_stamp(timestamp)};
+  const auto take = [&text](auto& value, const auto& said, const char* what) {
+    const std::remove_cvref_t<decltype(value)> none;
+    if (said == none) return;
+    if (value != none && value != said)
+      throw Failure(Exit::kUsage, "{} names another {} than the options", shown(text), what);
+    value = said;
+  };
   if (const auto version = parse_version_name(text, context.tree().layout)) {
-    const auto agree = [&](const auto& said, const auto& value, const char* what) {
-      if (said && value && *said != *value)
-        throw Failure(Exit::kUsage,
-                      formatted("{} names another {} than the options", shown(text), what));
-    };
-    const auto unless_empty = [](const std::string& value) {
-      return value.empty() ? std::nullopt : std::optional(value);
-    };
-    agree(unless_empty(area), std::optional(version->area), "area");
-    agree(unless_empty(owner), unless_empty(version->owner), "owner");
-    agree(named.timestamp, version->timestamp, "timestamp");
-    area = version->area;
-    if (!version->owner.empty()) owner = version->owner;
-    if (version->timestamp) named.timestamp = version->timestamp;
+    take(named.area, version->area, "area");
+    take(named.owner, version->owner, "owner");
+    take(named.timestamp, version->timestamp, "timestamp");
     named.name = version->name;
   }
-  named.target =
-      target_at(context, area.empty() ? fallback : admin::area_named(area).value(), owner);
-  return named;
+  return named_version_at(context, named);
+}
+
+NamedVersion named_version_at(Context& context, const VersionName& version) {
+  const admin::Area area =
+      version.area.empty() ? admin::Area::kDocs : admin::area_named(version.area).value();
+  return {target_at(context, area, version.owner), version.name, version.timestamp};
 }
 
 Target target_of(Context& context, const admin::DocumentFolder& folder) {
@@ -151,9 +144,8 @@ Target target_of(Context& context, const admin::DocumentFolder& folder) {
   return target;
 }
 
-NamedVersion named_version_at(Context& context, const VersionName& version) {
-  const admin::Area area = admin::area_named(version.area).value();
-  return {target_at(context, area, version.owner), version.name, version.timestamp};
+admin::DocumentFolder folder_for(Context& context, const Target& target, const std::string& name) {
+  return admin::folder_for(context.tree(), target.area, target.owner, name);
 }
 
 void check_no_link(Context& context, const std::string& path) {
@@ -161,11 +153,8 @@ void check_no_link(Context& context, const std::string& path) {
   for (std::size_t at = path.find(admin::sys::kSeparator, storage.size() + 1);;
        at = path.find(admin::sys::kSeparator, at + 1)) {
     const std::string part = path.substr(0, at);
-    if (admin::sys::describe(part).kind == admin::sys::Kind::kLink) {
-      throw Failure(Exit::kRefused,
-                    formatted("{} is a link and can lead out of the tree; replace it by its target",
-                              shown(part)));
-    }
+    if (admin::sys::describe(part).kind == admin::sys::Kind::kLink)
+      refuse("{} is a link and can lead out of the tree; replace it by its target", shown(part));
     if (at == std::string::npos) return;
   }
 }
@@ -180,8 +169,17 @@ FoundEntry::FoundEntry(const admin::EntryView& entry)
       info(entry.info) {}
 
 Subject subject_of(const FoundEntry& entry) {
-  return {std::string(admin::name_of(entry.folder.area)), entry.folder.owner, entry.name,
-          entry.timestamp};
+  return subject_in(entry.folder.area, entry.folder.owner, entry.name, entry.timestamp);
+}
+
+void walk_whole(const std::function<admin::EntryFailures(const admin::FailureSink& failed)>& walk) {
+  std::string problem;
+  const admin::EntryFailures failures = walk([&](const std::string& path, const std::string& why) {
+    if (problem.empty()) problem = formatted("{}: {}", shown(path), why);
+  });
+  Context::stop_if_interrupted();
+  if (failures.lock_missed) throw Failure(Exit::kLockTimeout, problem + " (--lock-timeout)");
+  if (failures.folders > 0) throw Failure(Exit::kFailed, problem);
 }
 
 std::vector<FoundEntry> find_entries(Context& context, admin::EntryQuery query) {
@@ -189,20 +187,13 @@ std::vector<FoundEntry> find_entries(Context& context, admin::EntryQuery query) 
   query.locking = context.locking();
   query.stop = &Context::interrupt_flag();
   std::vector<FoundEntry> found;
-  std::string problem;
-  const admin::EntryFailures failures = admin::for_each_entry(
-      context.tree(), query,
-      [&](const admin::EntryView& entry) {
-        found.emplace_back(entry);
-        return true;
-      },
-      [&](const std::string& path, const std::string& why) {
-        if (problem.empty()) problem = formatted("{}: {}", shown(path), why);
-      });
-  Context::stop_if_interrupted();
-  // A plan from an incomplete view would be wrong.
-  if (failures.lock_missed) throw Failure(Exit::kLockTimeout, problem + " (--lock-timeout)");
-  if (failures.folders > 0) throw Failure(Exit::kFailed, problem);
+  walk_whole([&](const admin::FailureSink& failed) {
+    const auto keep = [&](const admin::EntryView& entry) {
+      found.emplace_back(entry);
+      return true;
+    };
+    return admin::for_each_entry(context.tree(), query, keep, failed);
+  });
   return found;
 }
 
@@ -210,29 +201,21 @@ std::vector<FoundEntry> entries_of_folder(Context& context, const admin::Documen
   admin::FolderView view;
   view.load(folder, context.locking());
   Context::stop_if_interrupted();
-  const std::string index = view.path_of(index_format::kIndexFile);
-  if (view.index_state() == admin::IndexState::kLocked) {
-    throw Failure(Exit::kLockTimeout,
-                  formatted("{} is locked by another process (--lock-timeout)", shown(index)));
-  }
-  if (view.index_state() == admin::IndexState::kFailed) {
-    throw Failure(Exit::kFailed,
-                  formatted("{}: {}", shown(index), admin::sys::text_of(view.index_status())));
-  }
+  if (view.index_state() != admin::IndexState::kMissing)
+    check_read(view.path_of(index_format::kIndexFile), view.index_status());
   std::vector<FoundEntry> found;
   admin::IndexLint lint;
   lint.start(view);
   admin::LintedLine line;
   while (lint.next(line)) {
     if (line.verdict != admin::Verdict::kEntry || !line.has_file) continue;
-    FoundEntry entry;
+    FoundEntry& entry = found.emplace_back();
     entry.folder = folder;
     entry.name = line.logical;
     entry.timestamp = line.timestamp;
     entry.stored = line.stored;
     entry.file = line.file;
     entry.info = admin::sys::describe(entry.path());
-    found.push_back(std::move(entry));
   }
   return found;
 }
@@ -251,21 +234,24 @@ std::optional<FoundEntry> KnownEntries::find(const admin::DocumentFolder& folder
   return at == m_entries.end() ? std::nullopt : std::optional(at->second);
 }
 
-std::vector<FoundEntry> find_versions(Context& context, const Target& target,
-                                      const std::string& name) {
-  // Searches only where the library searches: it never finds entries in a wrong bucket.
-  std::vector<FoundEntry> found = entries_of_folder(
-      context, admin::folder_for(context.tree(), target.area, target.owner, name));
-  std::erase_if(found, [&](const FoundEntry& entry) { return entry.name != name; });
-  std::sort(found.begin(), found.end(),
-            [](const FoundEntry& a, const FoundEntry& b) { return a.timestamp < b.timestamp; });
-  return found;
+namespace {
+
+std::vector<FoundEntry> only_wanted(std::vector<FoundEntry> versions,
+                                    const std::optional<std::int32_t>& timestamp) {
+  if (timestamp)
+    std::erase_if(versions, [&](const auto& each) { return each.timestamp != *timestamp; });
+  return versions;
 }
 
-void keep_wanted(std::vector<FoundEntry>& versions, const NamedVersion& named) {
-  if (!named.timestamp) return;
-  std::erase_if(versions,
-                [&](const FoundEntry& entry) { return entry.timestamp != *named.timestamp; });
+}  // namespace
+
+std::vector<FoundEntry> find_versions(Context& context, const NamedVersion& named) {
+  // Searches only where the library searches: it never finds entries in a wrong bucket.
+  std::vector<FoundEntry> found =
+      entries_of_folder(context, folder_for(context, named.target, named.name));
+  std::erase_if(found, [&](const FoundEntry& entry) { return entry.name != named.name; });
+  std::ranges::sort(found, {}, &FoundEntry::timestamp);
+  return only_wanted(std::move(found), named.timestamp);
 }
 
 std::vector<FoundEntry> find_matching(Context& context, const NamedVersion& pattern) {
@@ -274,9 +260,7 @@ std::vector<FoundEntry> find_matching(Context& context, const NamedVersion& patt
   if (context.tree().layout == admin::Layout::kOwner) query.scope.owner = pattern.target.owner;
   query.pattern = pattern.name;
   query.state = admin::EntryState::kIndexed;
-  std::vector<FoundEntry> found = find_entries(context, query);
-  keep_wanted(found, pattern);
-  return found;
+  return only_wanted(find_entries(context, query), pattern.timestamp);
 }
 
 std::string adopted_name(std::string name) {
@@ -289,60 +273,17 @@ std::string adopted_name(std::string name) {
 
 void check_not_shadowed(Context& context, const Target& target, const std::string& name,
                         std::int32_t timestamp) {
-  const std::string folder =
-      admin::folder_for(context.tree(), target.area, target.owner, name).path;
+  const std::string folder = folder_for(context, target, name).path;
   const admin::sys::Info info = admin::sys::describe(admin::sys::join(folder, name));
   if (info.kind == admin::sys::Kind::kMissing) return;
   if (timestamp == 0) {
-    const std::vector<FoundEntry> versions = find_versions(context, target, name);
-    if (!versions.empty() && versions.front().timestamp == 0 && versions.front().file == name)
-      return;
+    const std::vector<FoundEntry> versions = find_versions(context, {target, name, 0});
+    if (!versions.empty() && versions.front().file == name) return;
   }
-  throw Failure(
-      Exit::kRefused,
-      formatted("{} contains a file named '{}' itself, which the library would serve for every "
-                "version of that name; give it an entry with 'stgctl sync', or rename it",
-                shown(folder), shown(name)));
-}
-
-namespace sys = admin::sys;
-
-void require_owners(Context& context) {
-  if (context.tree().layout == admin::Layout::kFlat) {
-    throw Failure(Exit::kRefused,
-                  "the owners of this tree share its folders; it has no folder of one owner");
-  }
-}
-
-void check_owner(std::string_view what, const std::string& name) {
-  const std::size_t slash = name.find('/');
-  if (slash != std::string::npos && admin::area_named(name.substr(0, slash))) {
-    throw Failure(
-        Exit::kRefused,
-        formatted("{} '{}' names one area, but the command changes the owner's mail, list and user "
-                  "folders together, and not the corporate documents; use '{}'",
-                  what, shown(name), shown(name.substr(slash + 1))));
-  }
-  check_name(what, name);
-}
-
-std::string owner_folder(Context& context, admin::Area area, const std::string& user) {
-  return sys::join(context.tree().folder_of(area), user);
-}
-
-std::vector<admin::Area> areas_of(Context& context, const std::string& user) {
-  std::vector<admin::Area> areas;
-  for (const admin::Area area : kPersonalAreas) {
-    const std::string folder = owner_folder(context, area, user);
-    check_no_link(context, folder);
-    if (sys::describe(folder).kind == sys::Kind::kFolder) areas.push_back(area);
-  }
-  return areas;
-}
-
-void wait_for_folders(Context& context, const std::vector<admin::Area>& areas,
-                      const std::string& user) {
-  for (const admin::Area area : areas) wait_until_free(context, owner_folder(context, area, user));
+  refuse(
+      "{} contains a file named '{}' itself, which the library would serve for every version of "
+      "that name; give it an entry with 'stgctl sync', or rename it",
+      shown(folder), shown(name));
 }
 
 }  // namespace stgctl

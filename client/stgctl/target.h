@@ -1,7 +1,7 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -52,6 +52,8 @@ struct Target {
 Target target_of(Context& context, admin::Area fallback);
 /// The target of a found entry.
 Target target_of(Context& context, const admin::DocumentFolder& folder);
+/// The folder for a name of a target. It need not exist.
+admin::DocumentFolder folder_for(Context& context, const Target& target, const std::string& name);
 
 /// A version that the command line names.
 struct NamedVersion {
@@ -61,10 +63,8 @@ struct NamedVersion {
 };
 /// Reads a name, or the printed form of a version. --area, --owner and @p timestamp supply what the
 /// text omits. The name can also be a pattern; it is not checked.
-/// @param fallback the area without --area.
 /// @throws Failure kUsage if the text contradicts the options; as target_of().
-NamedVersion named_version(Context& context, const std::string& text, const std::string& timestamp,
-                           admin::Area fallback);
+NamedVersion named_version(Context& context, const std::string& text, const std::string& timestamp);
 /// What the text of a version says, without options. @throws as target_of().
 NamedVersion named_version_at(Context& context, const VersionName& version);
 
@@ -114,14 +114,14 @@ class KnownEntries {
   std::map<std::string, FoundEntry> m_entries;  ///< by key
 };
 
-/// The versions of one entry of a target, oldest stamp first.
-std::vector<FoundEntry> find_versions(Context& context, const Target& target,
-                                      const std::string& name);
-
-/// Keeps only the versions of the given timestamp, if there is one.
-void keep_wanted(std::vector<FoundEntry>& versions, const NamedVersion& named);
+/// The versions of a name, oldest stamp first; only that of the given timestamp, if there is one.
+std::vector<FoundEntry> find_versions(Context& context, const NamedVersion& named);
 /// The versions whose names match the pattern in the name.
 std::vector<FoundEntry> find_matching(Context& context, const NamedVersion& pattern);
+
+/// Runs a walk over the tree that must read every folder: a plan from an incomplete view would be
+/// wrong. @throws as find_entries().
+void walk_whole(const std::function<admin::EntryFailures(const admin::FailureSink& failed)>& walk);
 
 /// The name under which the library adopts a file: its extension in lower case.
 std::string adopted_name(std::string name);
@@ -130,28 +130,5 @@ std::string adopted_name(std::string name);
 /// The library would serve that file for every version of the name.
 void check_not_shadowed(Context& context, const Target& target, const std::string& name,
                         std::int32_t timestamp);
-
-// ---- the folders of owners, for the commands "user ..." ----------------------------------------
-
-/// The areas whose owners' folders are renamed and removed, in the library's order. Corporate
-/// documents are shared and stay.
-inline constexpr std::array<admin::Area, 3> kPersonalAreas = {
-    admin::Area::kMail, admin::Area::kList, admin::Area::kUser};
-
-/// The help text of user rename and user remove.
-inline constexpr const char* kAreasGoTogether =
-    "This concerns the areas mail, list and user. Corporate documents (docs) belong to no\n"
-    "single owner and stay.";
-
-/// @throws Failure kRefused in a tree without owners.
-void require_owners(Context& context);
-/// @throws Failure kRefused also for an owner with an area: the command changes the areas together.
-void check_owner(std::string_view what, const std::string& name);
-std::string owner_folder(Context& context, admin::Area area, const std::string& owner);
-/// The areas in which an owner has a personal folder. @throws Failure kRefused for a link.
-std::vector<admin::Area> areas_of(Context& context, const std::string& owner);
-/// Waits until no process holds the index or the counter of one of the folders.
-void wait_for_folders(Context& context, const std::vector<admin::Area>& areas,
-                      const std::string& owner);
 
 }  // namespace stgctl

@@ -55,6 +55,16 @@ std::size_t columns(std::string_view text) {
   return count;
 }
 
+std::optional<std::string> from_hex(std::string_view digits) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  if (digits.size() % 2 != 0 || digits.find_first_not_of(kDigits) != std::string_view::npos)
+    return std::nullopt;
+  std::string bytes;
+  for (std::size_t i = 0; i < digits.size(); i += 2)
+    bytes += static_cast<char>(kDigits.find(digits[i]) * 16 + kDigits.find(digits[i + 1]));
+  return bytes;
+}
+
 std::string format_bytes(std::uint64_t bytes) {
   constexpr std::array<const char*, 6> kUnits = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
   if (bytes < 1024) return formatted("{} B", bytes);

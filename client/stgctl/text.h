@@ -25,6 +25,9 @@ std::string joined(const std::vector<std::string>& texts, std::string_view separ
 /// The number of columns that valid UTF-8 takes, one per code point.
 std::size_t columns(std::string_view text);
 
+/// The bytes of lower-case hexadecimal digits. @return nothing for other text.
+std::optional<std::string> from_hex(std::string_view digits);
+
 /// "0 B", "1023 B", "1.5 KiB", "12.0 GiB".
 std::string format_bytes(std::uint64_t bytes);
 using admin::format_time;

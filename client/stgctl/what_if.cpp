@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <ctime>
+#include <utility>
 
-#include "client/stgctl/output.h"
+#include "client/stgctl/target.h"
 #include "client/stgctl/terminal.h"
 #include "client/stgctl/text.h"
 
@@ -18,6 +19,16 @@ using admin::Loss;
 constexpr const char* kSchema = "stgctl.what-if/1";
 constexpr std::int64_t kHour = 3600;
 constexpr std::int64_t kDay = 24 * kHour;
+
+/// The number in the largest unit that measures it: "37d", and in words "37 days".
+std::pair<std::string, std::string> limit_texts(std::int64_t seconds) {
+  const bool in_days = seconds >= kDay && seconds % kDay == 0;
+  const bool in_hours = seconds >= kHour && seconds % kHour == 0;
+  const std::string unit = in_days ? "day" : in_hours ? "hour" : "second";
+  const std::int64_t number = seconds / (in_days ? kDay : in_hours ? kHour : 1);
+  return {formatted("{}{}", number, unit[0]),
+          formatted("{} {}{}", number, unit, number == 1 ? "" : "s")};
+}
 
 Json json_of(const Loss& loss) {
   return {{"versions", loss.versions}, {"documents", loss.documents}, {"bytes", loss.bytes}};
@@ -39,7 +50,7 @@ Json json_of(const Curve& curve) {
 Json json_of(std::uint64_t target, const LimitFor& limit) {
   Json fields = {{"bytes", target}, {"reached", limit.is_needless || limit.limit.has_value()}};
   if (limit.limit) {
-    fields["limit"] = typed_limit(*limit.limit);
+    fields["limit"] = limit_texts(*limit.limit).first;
     fields["limit_seconds"] = *limit.limit;
   }
   fields["lost"] = json_of(limit.loss);
@@ -94,21 +105,6 @@ void show_text(Context& context, const admin::Forecast& forecast, bool by_access
 
 }  // namespace
 
-std::string shown_limit(std::int64_t seconds) {
-  const auto with = [](std::int64_t number, const char* unit) {
-    return formatted("{} {}{}", number, unit, number == 1 ? "" : "s");
-  };
-  if (seconds >= kDay && seconds % kDay == 0) return with(seconds / kDay, "day");
-  if (seconds >= kHour && seconds % kHour == 0) return with(seconds / kHour, "hour");
-  return with(seconds, "second");
-}
-
-std::string typed_limit(std::int64_t seconds) {
-  if (seconds >= kDay && seconds % kDay == 0) return formatted("{}d", seconds / kDay);
-  if (seconds >= kHour && seconds % kHour == 0) return formatted("{}h", seconds / kHour);
-  return formatted("{}s", seconds);
-}
-
 std::string sentence_for(std::uint64_t target, const LimitFor& limit) {
   if (limit.is_needless) {
     return formatted("to reach {} nothing must be removed: the size is {}", format_bytes(target),
@@ -118,12 +114,12 @@ std::string sentence_for(std::uint64_t target, const LimitFor& limit) {
     return formatted("to reach {} no age limit is enough: the youngest versions alone are larger",
                      format_bytes(target));
   }
+  const auto [typed, in_words] = limit_texts(*limit.limit);
   return formatted(
       "to reach {} the limit is {} (--older-than {}): {} in {} versions are removed, {} documents "
       "are lost, {} stay",
-      format_bytes(target), shown_limit(*limit.limit), typed_limit(*limit.limit),
-      format_bytes(limit.loss.bytes), limit.loss.versions, limit.loss.documents,
-      format_bytes(limit.kept));
+      format_bytes(target), in_words, typed, format_bytes(limit.loss.bytes), limit.loss.versions,
+      limit.loss.documents, format_bytes(limit.kept));
 }
 
 admin::Forecast forecast_of(Context& context, const admin::Scope& scope, bool by_access,
@@ -137,27 +133,17 @@ admin::Forecast forecast_of(Context& context, const admin::Scope& scope, bool by
   asked.stop = &Context::interrupt_flag();
   asked.on_folder = [&](const admin::DocumentFolder& folder) { progress.advance(1, folder.path); };
   admin::Forecast forecast;
-  std::string problem;
-  const admin::EntryFailures failures = admin::forecast_cleaning(
-      context.tree(), asked,
-      [&](const std::string& path, const std::string& why) {
-        if (problem.empty()) problem = formatted("{}: {}", shown(path), why);
-      },
-      forecast);
-  Context::stop_if_interrupted();
-  // A forecast from an incomplete view would be wrong.
-  if (failures.lock_missed) throw Failure(Exit::kLockTimeout, problem + " (--lock-timeout)");
-  if (failures.folders > 0) throw Failure(Exit::kFailed, problem);
+  walk_whole([&](const admin::FailureSink& failed) {
+    return admin::forecast_cleaning(context.tree(), asked, failed, forecast);
+  });
   return forecast;
 }
 
 Exit run_what_if(Context& context, bool by_access, std::optional<std::uint64_t> target) {
   const admin::Scope scope = context.scope();
-  if (scope.area && !admin::expects_index(*scope.area)) {
-    throw Failure(Exit::kRefused,
-                  formatted("the area {} has no versions; use --area docs, user or mail",
-                            admin::name_of(*scope.area)));
-  }
+  if (scope.area && !admin::expects_index(*scope.area))
+    refuse("the area {} has no versions; use --area docs, user or mail",
+           admin::name_of(*scope.area));
   const std::int64_t now = std::time(nullptr);
   const admin::Forecast forecast = forecast_of(context, scope, by_access, now);
   if (context.out().json()) {

@@ -20,10 +20,6 @@ Exit run_what_if(Context& context, bool by_access, std::optional<std::uint64_t> 
 admin::Forecast forecast_of(Context& context, const admin::Scope& scope, bool by_access,
                             std::int64_t now);
 
-/// "37 days", "5 hours", "90 seconds".
-std::string shown_limit(std::int64_t seconds);
-/// The same as an argument: "37d".
-std::string typed_limit(std::int64_t seconds);
 /// "to reach 5.0 GiB the limit is 37 days: ..."
 std::string sentence_for(std::uint64_t target, const admin::LimitFor& limit);
 

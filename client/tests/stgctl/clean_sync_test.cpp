@@ -167,6 +167,9 @@ TEST_F(ClientMigrate, ConvertsAnInboxOnce) {
   const std::vector<Json> done = json({"migrate", "inbox", "--owner", "anna", "--yes"});
   EXPECT_EQ(actions(done), actions(promised));
   EXPECT_EQ(actions(done)[0], "converted Q1%20Sales.kdb");
+  // The adopted files and the marker are no converted names.
+  EXPECT_EQ(done.back().at("done"), 1);
+  EXPECT_EQ(done.back().at("adopted"), 2);
   EXPECT_EQ(done[0].at("new_name"), "Q1 Sales.kdb");
   EXPECT_EQ(get("Q1 Sales.kdb", {"--area", "mail"}), "mail");
   EXPECT_EQ(get("plain.kdb", {"--area", "mail"}), "plain");

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "client/tests/stgctl/fixture.h"
+#include "vu_file.h"
 
 namespace {
 
@@ -232,6 +233,26 @@ TEST_F(ClientImport, RestoresTimesThatTheExportHasLost) {
   init_other();
   ASSERT_EQ(import_all().code, 0);
   EXPECT_EQ(compare(0).back().at("equal"), 1);
+}
+
+TEST_F(ClientImport, RestoresNoTimeWhileAnotherProcessHasTheDocumentOpen) {
+  fill();
+  export_all();
+  const std::string document = physical("docs", "a.kdc");
+  const std::string part = document + "_\\xls\\sheet";
+  for (const std::string& path : {document, part}) {
+    set_modify_time(path, 1'300'000'000);
+    const std::size_t name = path.find_last_of("/\\") + 1;
+    vu_file open_elsewhere(path.substr(0, name - 1), path.substr(name));
+    open_elsewhere.open(vu_file::o_read);
+    const outcome result =
+        on_tree({"import", shell_path(folder()), "--yes", "--lock-timeout", "0.2"});
+    EXPECT_EQ(result.code, 11) << result.err;
+    EXPECT_EQ(get_modify_time(path), 1'300'000'000);
+    open_elsewhere.close();
+    EXPECT_EQ(json({"import", shell_path(folder()), "--yes"}).back().at("done"), 1);
+    EXPECT_NE(get_modify_time(path), 1'300'000'000);
+  }
 }
 
 TEST_F(ClientImport, PreviewsWithoutChangingAnything) {

@@ -125,6 +125,20 @@ TEST_F(ClientFullDisk, LeavesAVersionWholeThatItCannotReplace) {
   EXPECT_EQ(get("big.kdc"), std::string(50'000, 'n'));
 }
 
+TEST_F(ClientFullDisk, LeavesTheLinesOfAKeyFileThatItCannotWrite) {
+  ASSERT_EQ(change({"keys", "set", "k.ctg", "a=1", "b=2", "c=3"}).code, 0);
+  using Arguments = std::vector<std::string>;
+  for (const std::size_t room : {0, 5, 9}) {
+    for (Arguments edit : {Arguments{"set", "k.ctg", "a=longer", "d=4"},
+                           Arguments{"set", "k.ctg", "a=9"}, Arguments{"unset", "k.ctg", "a"}}) {
+      edit.insert(edit.begin(), "keys");
+      edit.insert(edit.end(), {"--owner", "anna", "--yes"});
+      EXPECT_EQ(within(room, edit).code, 1) << room;
+      EXPECT_EQ(get("k.ctg", {"--area", "user"}), "a=1\nb=2\nc=3\n") << room;
+    }
+  }
+}
+
 TEST_F(ClientFullDisk, WritesNoHalfPlan) {
   harm();
   const outcome result = within(200, {"repair", "--plan", plan()});
