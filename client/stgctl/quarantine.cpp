@@ -7,8 +7,9 @@
 #include <system_error>
 
 #include "client/admin/name_snapshot.h"
-#include "client/stgctl/command.h"
-#include "client/stgctl/exit_codes.h"
+#include "client/stgctl/names_file.h"
+#include "client/stgctl/new_file.h"
+#include "client/stgctl/operations.h"
 #include "client/stgctl/paths.h"
 #include "client/stgctl/text.h"
 
@@ -29,11 +30,10 @@ std::string plan_name(std::uint64_t number) { return formatted("{}{:04}", kPlan,
 
 void check(const os::Status& status, const std::string& path) {
   if (status.ok()) return;
-  if (status.failure() == os::Failure::kLocked) {
-    throw Failure(Exit::kLockTimeout,
-                  shown(path) + " is used by another repair or undo (--lock-timeout)");
-  }
-  throw Failure(Exit::kFailed, formatted("{}: {}", shown(path), sys::text_of(status)));
+  if (status.failure() == os::Failure::kLocked)
+    throw Failure(Exit::kLockTimeout, "{} is used by another repair or undo (--lock-timeout)",
+                  shown(path));
+  fail("{}: {}", shown(path), sys::text_of(status));
 }
 
 void make_folder(const std::string& path) {
@@ -47,11 +47,10 @@ void make_folder(const std::string& path) {
 /// Whether a plan has its first line: a process may have been stopped before it wrote one.
 bool is_begun(const std::string& plan) {
   const std::string manifest = sys::join(plan, kManifest);
+  if (sys::describe(plan).kind != sys::Kind::kFolder) return false;
   if (sys::describe(manifest).kind != sys::Kind::kFile) return false;
   std::string text;
-  sys::Locking no_lock;
-  no_lock.mode = sys::Locking::Mode::kNone;
-  const os::Status read = sys::read_file(manifest, no_lock, text);
+  const os::Status read = sys::read_file(manifest, sys::Locking::none(), text);
   return !read.ok() || text.find('\n') != std::string::npos;
 }
 
@@ -60,15 +59,10 @@ bool is_begun(const std::string& plan) {
 std::string quarantine_folder(Context& context, const std::string& option) {
   const std::string storage = sys::absolute(context.storage());
   if (option.empty()) return storage + kEnding;
-  std::error_code error;
-  const fs::path folder = fs::absolute(to_path(option), error).lexically_normal();
-  const fs::path named = folder.has_filename() ? folder : folder.parent_path();
-  const std::string parent = sys::absolute(from_path(named.parent_path()));
-  if (error || parent == storage || parent.starts_with(storage + sys::kSeparator) ||
-      sys::join(parent, from_path(named.filename())) == storage) {
-    throw Failure(Exit::kRefused, shown(option) + " is in the tree; name a place outside the tree");
-  }
-  return sys::join(parent, from_path(named.filename()));
+  const std::size_t end = option.find_last_not_of(sys::kSeparator == '\\' ? "\\/" : "/");
+  const std::string folder = place_outside(context, option.substr(0, end + 1));
+  if (folder == storage) refuse("{} is in the tree; name a place outside the tree", shown(option));
+  return folder;
 }
 
 QuarantineOption::QuarantineOption(Arguments app)
@@ -83,53 +77,61 @@ std::string digest_of(std::string_view bytes) {
 
 std::vector<std::uint64_t> applied_plans(const std::string& quarantine) {
   std::vector<std::uint64_t> numbers;
-  sys::Folder listing;
-  const os::Status opened = listing.open(quarantine);
-  if (opened.failure() == os::Failure::kNotFound) return numbers;
-  check(opened, quarantine);
-  sys::Entry entry;
-  while (listing.next(entry)) {
-    if (entry.kind != sys::Kind::kFolder || !entry.name.starts_with(kPlan)) continue;
-    const std::string_view digits = entry.name.substr(kPlan.size());
+  std::vector<std::string> names;
+  const os::Status listed = list_folder(quarantine, names);
+  if (listed.failure() == os::Failure::kNotFound) return numbers;
+  check(listed, quarantine);
+  for (const std::string& name : names) {
+    if (!name.starts_with(kPlan)) continue;
+    const char* const end = name.data() + name.size();
     std::uint64_t number = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    const bool is_number = error == std::errc() && end == digits.data() + digits.size();
-    if (is_number && is_begun(sys::join(quarantine, std::string(entry.name))))
+    const auto parsed = std::from_chars(name.data() + kPlan.size(), end, number);
+    if (parsed.ec == std::errc() && parsed.ptr == end && is_begun(sys::join(quarantine, name)))
       numbers.push_back(number);
   }
-  std::sort(numbers.begin(), numbers.end());
+  std::ranges::sort(numbers);
+  return numbers;
+}
+
+std::vector<std::uint64_t> plans_of_tree(Context& context, const std::string& quarantine,
+                                         const std::function<bool(const PlanRecord&)>& wanted,
+                                         std::uint64_t omitted) {
+  std::vector<std::uint64_t> numbers;
+  for (const std::uint64_t number : applied_plans(quarantine)) {
+    if (number == omitted) continue;
+    const AppliedPlan plan =
+        AppliedPlan::open(context, quarantine, number, LockedFile::For::kReading);
+    if (plan.record().storage == context.tree().storage && wanted(plan.record()))
+      numbers.push_back(number);
+  }
   return numbers;
 }
 
 std::uint64_t remove_plan(const std::string& quarantine, std::uint64_t number) {
   const std::string folder = sys::join(quarantine, plan_name(number));
-  std::error_code error;
-  std::uint64_t bytes = 0;
-  for (const fs::directory_entry& entry :
-       fs::recursive_directory_iterator(to_path(folder), error)) {
-    std::error_code ignored;
-    if (entry.is_regular_file(ignored) && !entry.is_symlink(ignored))
-      bytes += entry.file_size(ignored);
-  }
-  std::vector<fs::path> items;
-  for (const fs::directory_entry& entry : fs::directory_iterator(to_path(folder), error)) {
-    if (entry.path().filename() != kManifest) items.push_back(entry.path());
-  }
-  items.push_back(to_path(sys::join(folder, kManifest)));
-  items.push_back(to_path(folder));
-  for (const fs::path& item : items) {
-    fs::remove_all(item, error);
-    if (error) {
-      throw Failure(Exit::kFailed,
-                    formatted("{} cannot be removed: {}", shown(from_path(item)), error.message()));
-    }
+  const std::uint64_t bytes = count_below(folder).bytes;
+  std::vector<std::string> names;
+  static_cast<void>(list_folder(folder, names));
+  std::erase(names, kManifest);
+  std::vector<std::string> items;
+  for (const std::string& name : names) items.push_back(sys::join(folder, name));
+  items.push_back(sys::join(folder, kManifest));
+  items.push_back(folder);
+  for (const std::string& item : items) {
+    std::error_code error;
+    fs::remove_all(to_path(item), error);
+    if (error) fail("{} cannot be removed: {}", shown(item), error.message());
   }
   return bytes;
 }
 
 // ---- one plan ----------------------------------------------------------------------------------
 
-std::string AppliedPlan::folder() const { return sys::join(m_quarantine, plan_name(m_number)); }
+std::string AppliedPlan::folder() const {
+  return sys::join(m_quarantine, plan_name(m_record.number));
+}
+
+std::string AppliedPlan::path() const { return sys::join(folder(), kManifest); }
 
 std::string AppliedPlan::item(const Step& step) const {
   return sys::join(folder(), formatted("{:04}", step.number));
@@ -139,13 +141,13 @@ AppliedPlan AppliedPlan::open(Context& context, const std::string& folder, std::
                               LockedFile::For purpose) {
   AppliedPlan plan;
   plan.m_quarantine = folder;
-  plan.m_number = number;
+  plan.m_record.number = number;
   plan.m_manifest = std::make_unique<LockedFile>();
-  const std::string path = sys::join(plan.folder(), kManifest);
-  check(plan.m_manifest->open(path, purpose, LockedFile::IfMissing::kFail, context.locking()),
-        path);
+  check(
+      plan.m_manifest->open(plan.path(), purpose, LockedFile::IfMissing::kFail, context.locking()),
+      plan.path());
   std::string text;
-  check(plan.m_manifest->read_all(text), path);
+  check(plan.m_manifest->read_all(text), plan.path());
   plan.read(text);
   return plan;
 }
@@ -153,30 +155,24 @@ AppliedPlan AppliedPlan::open(Context& context, const std::string& folder, std::
 AppliedPlan AppliedPlan::begin(Context& context, const std::string& folder,
                                const std::string& digest, std::int64_t keep) {
   make_folder(folder);
+  const std::vector<std::uint64_t> numbers = applied_plans(folder);
   AppliedPlan plan;
   plan.m_quarantine = folder;
-  const std::vector<std::uint64_t> numbers = applied_plans(folder);
-  plan.m_number = numbers.empty() ? 1 : numbers.back() + 1;
+  plan.m_record.number = numbers.empty() ? 1 : numbers.back() + 1;
   make_folder(plan.folder());
   plan.m_manifest = std::make_unique<LockedFile>();
-  const std::string path = sys::join(plan.folder(), kManifest);
-  check(plan.m_manifest->open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kMake,
+  check(plan.m_manifest->open(plan.path(), LockedFile::For::kChanging, LockedFile::IfMissing::kMake,
                               context.locking()),
-        path);
+        plan.path());
   std::string text;
-  check(plan.m_manifest->read_all(text), path);
-  if (text.find('\n') != std::string::npos) {
-    throw Failure(Exit::kFailed,
-                  shown(path) + " was just created by another repair; run the command again");
-  }
-  plan.m_storage = context.tree().storage;
-  plan.m_digest = digest;
-  plan.m_time = os::now();
-  plan.m_expires = plan.m_time + keep;
+  check(plan.m_manifest->read_all(text), plan.path());
+  if (text.find('\n') != std::string::npos)
+    fail("{} was just created by another repair; run the command again", shown(plan.path()));
+  const std::int64_t now = os::now();
   Json record = {{"schema", kSchema}, {"record", "begin"}, {"plan", digest}};
-  put_name(record, "storage", plan.m_storage);
-  record["time"] = plan.m_time;
-  record["expires"] = plan.m_expires;
+  put_name(record, "storage", context.tree().storage);
+  record["time"] = now;
+  record["expires"] = now + keep;
   plan.append(record);
   return plan;
 }
@@ -187,96 +183,88 @@ void AppliedPlan::read(const std::string& text) {
     // A line without an end is unfinished: its writer was stopped. It is ignored.
     if (end == std::string::npos) break;
     const Json record = Json::parse_or_null(std::string_view(text).substr(at, end - at));
-    if (!record.is_object()) {
-      throw Failure(Exit::kFailed, shown(sys::join(folder(), kManifest)) + " is damaged");
-    }
-    const std::string kind = record.value("record", "");
-    if (kind == "begin") {
-      m_storage = name_in(record, "storage");
-      m_digest = record.value("plan", "");
-      m_time = record.value("time", std::int64_t{0});
-      m_expires = record.value("expires", std::int64_t{0});
-    } else if (kind == "step") {
-      Step step;
-      step.number = record.value("step", std::size_t{0});
-      step.repair = repair_of(record);
-      step.after = record.value("after", "");
-      step.was_missing = record.value("was_missing", false);
-      m_steps.push_back(std::move(step));
-    } else if (kind == "done") {
-      for (Step& step : m_steps)
-        step.is_done = step.is_done || step.number == record.value("step", std::size_t{0});
-    } else if (kind == "complete") {
-      m_is_complete = true;
-    } else if (kind == "undone") {
-      m_is_undone = true;
-    }
+    if (!record.is_object()) fail("{} is damaged", shown(path()));
+    read(record);
     at = end + 1;
     m_end = at;
   }
 }
 
+void AppliedPlan::read(const Json& record) {
+  const std::string kind = record.value("record", "");
+  const std::size_t number = record.value("step", std::size_t{0});
+  if (kind == "begin") {
+    m_record.storage = name_in(record, "storage");
+    m_record.digest = record.value("plan", "");
+    m_record.time = record.value("time", std::int64_t{0});
+    m_record.expires = record.value("expires", std::int64_t{0});
+  } else if (kind == "step") {
+    m_record.steps.push_back({number, repair_of(record), false, record.value("after", ""),
+                              record.value("was_missing", false)});
+  } else if (kind == "done") {
+    for (Step& step : m_record.steps) step.is_done = step.is_done || step.number == number;
+  } else if (kind == "complete") {
+    m_record.is_complete = true;
+  } else if (kind == "undone") {
+    m_record.is_undone = true;
+  }
+}
+
+/// Adds a line to the manifest, and reads it.
 void AppliedPlan::append(const Json& record) {
   const std::string line = record.dump() + "\n";
-  const std::string path = sys::join(folder(), kManifest);
   // First removes what a stopped writer left after the last whole line, because it would join the
   // next line.
-  if (m_manifest->size() != m_end) check(m_manifest->cut_at(m_end), path);
+  if (m_manifest->size() != m_end) check(m_manifest->cut_at(m_end), path());
   os::Status status = m_manifest->write_at(m_end, line);
   if (status.ok()) status = m_manifest->flush();
   if (!status.ok()) static_cast<void>(m_manifest->cut_at(m_end));
-  check(status, path);
+  check(status, path());
   m_end += line.size();
+  read(record);
 }
 
 const Step* AppliedPlan::unfinished(const Repair& repair) const {
-  for (auto step = m_steps.rbegin(); step != m_steps.rend(); ++step) {
-    if (!step->is_done && step->repair.kind == repair.kind && step->repair.path == repair.path)
-      return &*step;
-  }
-  return nullptr;
+  const auto is_it = [&](const Step& step) {
+    return !step.is_done && step.repair.kind == repair.kind && step.repair.path == repair.path;
+  };
+  const auto found = std::find_if(m_record.steps.rbegin(), m_record.steps.rend(), is_it);
+  return found == m_record.steps.rend() ? nullptr : &*found;
 }
 
-const Step& AppliedPlan::note(const Repair& repair, const std::string* before,
-                              const std::string& after, bool was_missing) {
+Step AppliedPlan::begin_step(const Repair& repair, const std::string* before,
+                             const std::string& after, bool was_missing) {
+  if (const Step* const step = unfinished(repair)) return *step;
   Step step;
-  step.number = m_steps.empty() ? 1 : m_steps.back().number + 1;
-  step.repair = repair;
-  step.after = after;
-  step.was_missing = was_missing;
+  step.number = m_record.steps.empty() ? 1 : m_record.steps.back().number + 1;
   if (before != nullptr) {
-    const std::string path = item(step);
     LockedFile file;
     os::Status status =
-        file.open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kMake, {});
+        file.open(item(step), LockedFile::For::kChanging, LockedFile::IfMissing::kMake, {});
     if (status.ok()) status = file.cut_at(0);
     if (status.ok()) status = file.write_at(0, *before);
     if (status.ok()) status = file.flush();
-    check(status, path);
+    check(status, item(step));
   }
   Json record = {{"schema", kSchema}, {"record", "step"}, {"step", step.number}};
   record.update(fields_of(repair));
   if (!after.empty()) record["after"] = after;
   if (was_missing) record["was_missing"] = true;
   append(record);
-  return m_steps.emplace_back(std::move(step));
+  return m_record.steps.back();
 }
 
 void AppliedPlan::note_done(const Step& step) {
-  const std::size_t number = step.number;
-  append({{"schema", kSchema}, {"record", "done"}, {"step", number}});
-  for (Step& each : m_steps) each.is_done = each.is_done || each.number == number;
+  append({{"schema", kSchema}, {"record", "done"}, {"step", step.number}});
 }
 
 void AppliedPlan::note_complete() {
-  if (m_is_complete) return;
-  append({{"schema", kSchema}, {"record", "complete"}, {"time", os::now()}});
-  m_is_complete = true;
+  if (!m_record.is_complete)
+    append({{"schema", kSchema}, {"record", "complete"}, {"time", os::now()}});
 }
 
 void AppliedPlan::note_undone() {
   append({{"schema", kSchema}, {"record", "undone"}, {"time", os::now()}});
-  m_is_undone = true;
 }
 
 }  // namespace stgctl

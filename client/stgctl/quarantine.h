@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -36,6 +37,20 @@ struct Step {
   bool was_missing = false;  ///< of a counter that did not exist
 };
 
+/// What the manifest of a plan says.
+struct PlanRecord {
+  std::uint64_t number = 0;
+  std::string storage;
+  std::string digest;
+  std::int64_t time = 0;
+  std::int64_t expires = 0;
+  bool is_complete = false;
+  bool is_undone = false;
+  std::vector<Step> steps;
+
+  bool is_expired() const { return expires <= os::now(); }
+};
+
 /// A completely or partly applied plan, and what it removed.
 class AppliedPlan {
  public:
@@ -47,23 +62,16 @@ class AppliedPlan {
   static AppliedPlan begin(Context& context, const std::string& folder, const std::string& digest,
                            std::int64_t keep);
 
-  std::uint64_t number() const { return m_number; }
-  const std::string& storage() const { return m_storage; }
-  const std::string& digest() const { return m_digest; }
-  std::int64_t time() const { return m_time; }
-  std::int64_t expires() const { return m_expires; }
-  bool is_complete() const { return m_is_complete; }
-  bool is_undone() const { return m_is_undone; }
-  const std::vector<Step>& steps() const { return m_steps; }
+  const PlanRecord& record() const { return m_record; }
+  /// Where the plan keeps what a step removed.
   std::string item(const Step& step) const;
 
   /// An unfinished step for the same repair of the same path.
   const Step* unfinished(const Repair& repair) const;
-
-  /// Writes a step to the manifest before it begins. @param before the bytes to keep, for an item
-  /// that is not moved.
-  const Step& note(const Repair& repair, const std::string* before, const std::string& after,
-                   bool was_missing);
+  /// The unfinished step, or a new one, which it writes to the manifest. @param before the bytes to
+  /// keep, for an item that is not moved.
+  Step begin_step(const Repair& repair, const std::string* before = nullptr,
+                  const std::string& after = {}, bool was_missing = false);
   void note_done(const Step& step);
   void note_complete();
   void note_undone();
@@ -71,24 +79,23 @@ class AppliedPlan {
  private:
   AppliedPlan() = default;
   void read(const std::string& text);
+  void read(const Json& record);
   void append(const Json& record);
   std::string folder() const;
+  std::string path() const;
 
   std::string m_quarantine;
-  std::uint64_t m_number = 0;
   std::unique_ptr<admin::LockedFile> m_manifest;
   std::uint64_t m_end = 0;
-  std::string m_storage;
-  std::string m_digest;
-  std::int64_t m_time = 0;
-  std::int64_t m_expires = 0;
-  bool m_is_complete = false;
-  bool m_is_undone = false;
-  std::vector<Step> m_steps;
+  PlanRecord m_record;
 };
 
 /// The numbers of the plans in a quarantine, ascending.
 std::vector<std::uint64_t> applied_plans(const std::string& quarantine);
+/// The plans of this tree that are wanted. @param omitted a plan not to look at; 0 for none.
+std::vector<std::uint64_t> plans_of_tree(Context& context, const std::string& quarantine,
+                                         const std::function<bool(const PlanRecord&)>& wanted,
+                                         std::uint64_t omitted = 0);
 /// Deletes what a plan removed, its manifest last. @return bytes deleted.
 /// @throws Failure kFailed.
 std::uint64_t remove_plan(const std::string& quarantine, std::uint64_t number);

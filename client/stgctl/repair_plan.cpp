@@ -24,9 +24,8 @@ constexpr const char* kSchema = "stgctl.repair-plan/1";
 constexpr std::array<std::string_view, 5> kKinds = {"remove-lines", "remove-key-lines",
                                                     "set-counter", "quarantine", "restore-lines"};
 
-[[noreturn]] void refuse(const std::string& what) {
-  throw Failure(Exit::kRefused, "the plan is not accepted: " + what +
-                                    "; write one with 'stgctl repair --plan FILE'");
+[[noreturn]] void reject(const std::string& what) {
+  refuse("the plan is not accepted: {}; write one with 'stgctl repair --plan FILE'", what);
 }
 
 Json names_to_json(const std::vector<std::string>& names) {
@@ -37,21 +36,6 @@ Json names_to_json(const std::vector<std::string>& names) {
     list.push_back(std::move(item));
   }
   return list;
-}
-
-std::string from_hex(const std::string& digits) {
-  std::string bytes;
-  if (digits.size() % 2 != 0) refuse("'" + shown(digits) + "' are not hexadecimal digits");
-  for (std::size_t i = 0; i < digits.size(); i += 2) {
-    const auto value = [&](char c) {
-      const std::size_t digit = std::string_view("0123456789abcdef").find(c);
-      if (digit == std::string_view::npos)
-        refuse("'" + shown(digits) + "' are not hexadecimal digits");
-      return digit;
-    };
-    bytes += static_cast<char>(value(digits[i]) * 16 + value(digits[i + 1]));
-  }
-  return bytes;
 }
 
 }  // namespace
@@ -86,7 +70,7 @@ Json fields_of(const Repair& repair) {
 Repair repair_of(const Json& object) {
   Repair repair;
   const auto kind = repair_named(object.value("repair", ""));
-  if (!kind) refuse(formatted("'{}' is not a repair", shown(object.value("repair", ""))));
+  if (!kind) reject(formatted("'{}' is not a repair", shown(object.value("repair", ""))));
   repair.kind = *kind;
   repair.code = object.value("code", "");
   repair.path = name_in(object, "path");
@@ -107,10 +91,10 @@ Repair repair_of(const Json& object) {
                     : repair.kind == RepairKind::kSetCounter ? file == index_format::kCounterFile
                                                              : !index_format::is_index_file(file);
   if (!fits)
-    refuse(formatted("{} is not a target for '{}'", shown(repair.path), name_of(repair.kind)));
+    reject(formatted("{} is not a target for '{}'", shown(repair.path), name_of(repair.kind)));
   const bool is_number = index_format::is_generated_name(repair.value) && repair.value.size() <= 10;
   if (repair.kind == RepairKind::kSetCounter && !is_number)
-    refuse(formatted("'{}' is not a value of a counter", shown(repair.value)));
+    reject(formatted("'{}' is not a value of a counter", shown(repair.value)));
   return repair;
 }
 
@@ -139,11 +123,11 @@ RepairPlan read_plan(Context& context, const std::string& text) {
     // A text that is not JSON gets a message of this program, not of the JSON library.
     const Json object = Json::parse_or_null(text);
     if (!object.is_object() || object.value("schema", "") != kSchema)
-      refuse(formatted("it does not contain \"schema\": \"{}\"", kSchema));
+      reject(formatted("it does not contain \"schema\": \"{}\"", kSchema));
     RepairPlan plan;
     plan.storage = name_in(object, "storage");
     if (plan.storage != context.tree().storage)
-      refuse(formatted("it is for {}", shown(plan.storage)));
+      reject(formatted("it is for {}", shown(plan.storage)));
     if (const Json* const costs = object.find("costs")) {
       for (const Json& cost : costs->items()) plan.costs.push_back(shown(cost.get<std::string>()));
     }
@@ -153,14 +137,18 @@ RepairPlan read_plan(Context& context, const std::string& text) {
     }
     return plan;
   } catch (const JsonError&) {
-    refuse("its lists are not in the form that 'repair --plan' writes");
+    reject("its lists are not in the form that 'repair --plan' writes");
   }
 }
 
 std::string name_in(const Json& object, const std::string& key) {
-  if (const Json* const hex = object.find(key + "_hex")) return from_hex(hex->get<std::string>());
+  if (const Json* const hex = object.find(key + "_hex")) {
+    const std::string digits = hex->get<std::string>();
+    if (auto bytes = from_hex(digits)) return *std::move(bytes);
+    reject("'" + shown(digits) + "' are not hexadecimal digits");
+  }
   const Json* const text = object.find(key);
-  if (text == nullptr) refuse(formatted("\"{}\" is missing", key));
+  if (text == nullptr) reject(formatted("\"{}\" is missing", key));
   return text->get<std::string>();
 }
 
@@ -173,13 +161,13 @@ std::string path_in_tree(Context& context, const std::string& path) {
     const bool is_index = index_format::is_index_file(part);
     if ((!is_index && admin::why_not_safe(part) != nullptr) || (is_index && end != rest.size()) ||
         (parts == 0 && !admin::area_named(part)))
-      refuse(formatted("{} is not a path in the tree", shown(path)));
+      reject(formatted("{} is not a path in the tree", shown(path)));
     full = admin::sys::join(full, part);
     ++parts;
     if (end == rest.size()) break;
     rest.remove_prefix(end + 1);
   }
-  if (parts < 2) refuse(formatted("{} is not a file of a document folder", shown(path)));
+  if (parts < 2) reject(formatted("{} is not a file of a document folder", shown(path)));
   check_no_link(context, full);
   return full;
 }
@@ -321,12 +309,15 @@ class Planning {
     const std::string what =
         formatted("{}: {} files whose names may have been in damaged lines of the index",
                   shown(relative(findings.front().folder)), count);
-    if (m_emptying == Emptying::kAllowed) {
-      m_plan.costs.push_back(what + "; no program finds them until 'undo'");
-      m_has_lost_names = false;
-    } else {
-      m_plan.spared.push_back(what);
-    }
+    m_has_lost_names = is_spared(what);
+  }
+
+  /// Whether no repair takes files or names from a folder. Notes which ones.
+  bool is_spared(const std::string& what) {
+    const bool is_spared = m_emptying == Emptying::kSpared;
+    if (is_spared) m_plan.spared.push_back(what);
+    if (!is_spared) m_plan.costs.push_back(what + "; no program finds them until 'undo'");
+    return is_spared;
   }
 
   /// Whether a finding is not repaired because it may show a lost name.
@@ -380,17 +371,13 @@ class Planning {
     const std::string what = formatted(
         "{}: {} of {} files would move to the quarantine, and {} of {} names would leave the index",
         shown(relative(path)), moved, files, names, all_names);
-    if (m_emptying == Emptying::kAllowed) {
-      m_plan.costs.push_back(what + "; no program finds them until 'undo'");
-      return;
-    }
+    if (!is_spared(what)) return;
     const auto takes = [](const Repair& repair) {
       return repair.kind == RepairKind::kRemoveLines || takes_document(repair);
     };
     std::erase_if(m_plan.repairs, [&, at = std::size_t{0}](const Repair& repair) mutable {
       return at++ >= before && takes(repair);
     });
-    m_plan.spared.push_back(what);
     for (const Finding* const finding : done) {
       const bool was_to_be_taken =
           is_about_lines(finding->code) || finding->code == Code::kFileWithoutLine;
@@ -452,14 +439,10 @@ class Planning {
                           : is_folder ? admin::is_orphaned_parts(m_view, finding.name)
                                       : admin::is_unclaimed_file(m_view, finding.name);
     if (!is_still) return false;
-    Repair repair;
-    repair.kind = RepairKind::kQuarantine;
-    repair.code = code_name(finding.code);
-    repair.path = relative(path);
+    Repair& repair = add(RepairKind::kQuarantine, finding.code, path);
     repair.is_folder = is_folder;
     repair.bytes = info.size;
     repair.modified = info.modify_time;
-    m_plan.repairs.push_back(std::move(repair));
     return true;
   }
 
@@ -469,25 +452,26 @@ class Planning {
     if (!admin::sys::read_file(path, m_context.locking(), text).ok()) return false;
     const std::string line(admin::key_line(text, finding.line));
     if (line.empty() || !admin::is_dangling(m_view, line)) return false;
-    Repair repair;
-    repair.kind = RepairKind::kRemoveKeyLines;
-    repair.code = code_name(finding.code);
-    repair.path = relative(path);
-    const bool is_same = !m_plan.repairs.empty() && m_plan.repairs.back().kind == repair.kind &&
-                         m_plan.repairs.back().path == repair.path;
-    if (!is_same) m_plan.repairs.push_back(std::move(repair));
+    const bool is_same = !m_plan.repairs.empty() &&
+                         m_plan.repairs.back().kind == RepairKind::kRemoveKeyLines &&
+                         m_plan.repairs.back().path == relative(path);
+    if (!is_same) add(RepairKind::kRemoveKeyLines, finding.code, path);
     m_plan.repairs.back().lines.push_back(line);
     return true;
   }
 
   bool plan_counter(const Finding& finding) {
-    Repair repair;
-    repair.kind = RepairKind::kSetCounter;
-    repair.code = code_name(finding.code);
-    repair.path = relative(m_view.path_of(index_format::kCounterFile));
-    repair.value = admin::highest_name(m_view);
-    m_plan.repairs.push_back(std::move(repair));
+    const std::string path = m_view.path_of(index_format::kCounterFile);
+    add(RepairKind::kSetCounter, finding.code, path).value = admin::highest_name(m_view);
     return true;
+  }
+
+  Repair& add(RepairKind kind, Code code, const std::string& path) {
+    Repair& repair = m_plan.repairs.emplace_back();
+    repair.kind = kind;
+    repair.code = code_name(code);
+    repair.path = relative(path);
+    return repair;
   }
 
   void leave(const Finding& finding, const char* remedy) {

@@ -19,8 +19,15 @@ namespace {
 
 using How = Worked::How;
 
-Worked skipped(const std::string& why) { return {How::kSkipped, why}; }
-Worked failed(const os::Status& status) { return {How::kFailed, sys::text_of(status)}; }
+/// Ends a step that is not done; do_repair() and undo_step() return it as their result.
+struct NotDone {
+  Worked result;
+};
+[[noreturn]] void skip(const std::string& why) { throw NotDone{{How::kSkipped, why}}; }
+[[noreturn]] void give_up(const std::string& why) { throw NotDone{{How::kFailed, why}}; }
+void check(const os::Status& status) {
+  if (!status.ok()) give_up(sys::text_of(status));
+}
 
 std::string folder_of(const std::string& path) {
   return path.substr(0, path.rfind(sys::kSeparator));
@@ -28,17 +35,19 @@ std::string folder_of(const std::string& path) {
 std::string file_of(const std::string& path) {
   return path.substr(path.rfind(sys::kSeparator) + 1);
 }
+bool is_missing(const std::string& path) { return sys::describe(path).kind == sys::Kind::kMissing; }
 
-/// Opens and locks a file. @throws Failure kLockTimeout, kInterrupted.
-os::Status open_locked(Context& context, LockedFile& file, const std::string& path,
-                       LockedFile::For purpose, LockedFile::IfMissing if_missing) {
-  const os::Status status = file.open(path, purpose, if_missing, context.locking());
-  Context::stop_if_interrupted();
-  if (status.failure() == os::Failure::kLocked) {
-    throw Failure(Exit::kLockTimeout, formatted("{} is locked by {} (--lock-timeout)", shown(path),
-                                                holder_of(context, path)));
-  }
-  return status;
+/// Opens and locks a file. @param if_gone the text of the skipped step if the file is missing; null
+/// to create the file.
+void open_locked(Context& context, LockedFile& file, const std::string& path,
+                 LockedFile::For purpose, const char* if_gone) {
+  const os::Status status =
+      file.open(path, purpose,
+                if_gone == nullptr ? LockedFile::IfMissing::kMake : LockedFile::IfMissing::kFail,
+                context.locking());
+  check_locked(context, path, status);
+  if (status.failure() == os::Failure::kNotFound && if_gone != nullptr) skip(if_gone);
+  check(status);
 }
 
 /// Reads the folder of a file. The caller holds the lock of the folder's index.
@@ -49,35 +58,30 @@ void look(FolderView& view, const std::string& folder, LockedFile& index) {
   if (index.is_open() && index.read_text(text).ok()) {
     view.load_text(place, text);
   } else {
-    sys::Locking no_lock;
-    no_lock.mode = sys::Locking::Mode::kNone;
-    view.load(place, no_lock);
+    view.load(place, sys::Locking::none());
   }
 }
 
-LockedFile::For purpose_of(bool dry_run) {
-  return dry_run ? LockedFile::For::kReading : LockedFile::For::kChanging;
+LockedFile::For purpose_of(Context& context) {
+  return context.is_dry_run() ? LockedFile::For::kReading : LockedFile::For::kChanging;
 }
 
 /// How to change the bytes of a file.
 enum class Writing : std::uint8_t { kLines, kBytes };
 
-os::Status write(LockedFile& file, Writing how, std::string_view old_bytes,
-                 std::string_view new_bytes) {
-  return how == Writing::kLines ? file.replace_lines(old_bytes, new_bytes)
-                                : file.replace_bytes(old_bytes, new_bytes);
+void write(LockedFile& file, Writing how, std::string_view old_bytes, std::string_view new_bytes) {
+  check(how == Writing::kLines ? file.replace_lines(old_bytes, new_bytes)
+                               : file.replace_bytes(old_bytes, new_bytes));
 }
 
-/// Records the step, keeps the old bytes, and writes the new ones.
-Worked replace(AppliedPlan& plan, const Repair& repair, LockedFile& file, Writing how,
-               const std::string& old_bytes, const std::string& new_bytes, bool was_missing) {
-  const Step* step = plan.unfinished(repair);
-  if (step == nullptr) step = &plan.note(repair, &old_bytes, digest_of(new_bytes), was_missing);
-  const Step noted = *step;
-  const os::Status status = write(file, how, old_bytes, new_bytes);
-  if (!status.ok()) return failed(status);
-  plan.note_done(noted);
-  return {};
+/// Records the step, keeps the old bytes, and writes the new ones; not in a dry run.
+void replace(WorkPlan& work, const Repair& repair, LockedFile& file, Writing how,
+             const std::string& old_bytes, const std::string& new_bytes, bool was_missing = false) {
+  if (work.is_dry()) return;
+  AppliedPlan& plan = work.get();
+  const Step step = plan.begin_step(repair, &old_bytes, digest_of(new_bytes), was_missing);
+  write(file, how, old_bytes, new_bytes);
+  plan.note_done(step);
 }
 
 /// The bytes that a step has kept.
@@ -87,32 +91,27 @@ bool read_kept(const AppliedPlan& plan, const Step& step, std::string& bytes) {
 
 // ---- doing -------------------------------------------------------------------------------------
 
+// Each returns what it did.
+
 /// Changes the text of an index under its lock. @param change returns the new text, and the number
 /// of removed or added lines. @param none the message if that number is 0. @param what "lines".
 template <class Change>
-Worked change_index(Context& context, const Repair& repair, const std::string& path, WorkPlan& work,
-                    const Change& change, const char* none, const char* what) {
+std::string change_index(Context& context, const Repair& repair, const std::string& path,
+                         WorkPlan& work, const Change& change, const char* none, const char* what) {
   LockedFile index;
-  const os::Status opened =
-      open_locked(context, index, path, purpose_of(work.is_dry()), LockedFile::IfMissing::kFail);
-  if (opened.failure() == os::Failure::kNotFound) return skipped("the index no longer exists");
-  if (!opened.ok()) return failed(opened);
+  open_locked(context, index, path, purpose_of(context), "the index no longer exists");
   FolderView view;
   look(view, folder_of(path), index);
-  if (!view.status().ok()) return failed(view.status());
+  check(view.status());
   std::size_t count = 0;
   const std::string text = change(view, count);
-  if (count == 0) return skipped(none);
-  const std::string told = formatted("{} {}", count, what);
-  if (work.is_dry()) return {How::kDone, told};
-  Worked worked = replace(work.get(), repair, index, Writing::kLines,
-                          std::string(view.index_text()), text, false);
-  if (worked.how == How::kDone) worked.text = told;
-  return worked;
+  if (count == 0) skip(none);
+  replace(work, repair, index, Writing::kLines, std::string(view.index_text()), text);
+  return formatted("{} {}", count, what);
 }
 
-Worked remove_lines(Context& context, const Repair& repair, const std::string& path,
-                    WorkPlan& work) {
+std::string remove_lines(Context& context, const Repair& repair, const std::string& path,
+                         WorkPlan& work) {
   const auto change = [&](const FolderView& view, std::size_t& removed) {
     std::set<admin::BadLine> unwanted;
     for (const auto& [number, line] : admin::bad_lines(view)) {
@@ -127,8 +126,8 @@ Worked remove_lines(Context& context, const Repair& repair, const std::string& p
                       "the lines no longer exist, or are valid now", "lines");
 }
 
-Worked restore_lines(Context& context, const Repair& repair, const std::string& path,
-                     WorkPlan& work) {
+std::string restore_lines(Context& context, const Repair& repair, const std::string& path,
+                          WorkPlan& work) {
   const auto change = [&](const FolderView& view, std::size_t& added) {
     return admin::with_restored_lines(view, repair.lines, added);
   };
@@ -136,15 +135,12 @@ Worked restore_lines(Context& context, const Repair& repair, const std::string& 
                       "the names exist already, or their files no longer exist", "names");
 }
 
-Worked remove_key_lines(Context& context, const Repair& repair, const std::string& path,
-                        WorkPlan& work) {
+std::string remove_key_lines(Context& context, const Repair& repair, const std::string& path,
+                             WorkPlan& work) {
   LockedFile file;
-  const os::Status opened =
-      open_locked(context, file, path, purpose_of(work.is_dry()), LockedFile::IfMissing::kFail);
-  if (opened.failure() == os::Failure::kNotFound) return skipped("the file no longer exists");
-  if (!opened.ok()) return failed(opened);
+  open_locked(context, file, path, purpose_of(context), "the file no longer exists");
   std::string text;
-  if (const os::Status read = file.read_all(text); !read.ok()) return failed(read);
+  check(file.read_all(text));
   FolderView view;
   LockedFile none;
   look(view, folder_of(path), none);
@@ -163,115 +159,111 @@ Worked remove_key_lines(Context& context, const Repair& repair, const std::strin
       if (admin::is_between(before, wanted, text)) rest = wanted;
     }
   }
-  if (rest == text) return skipped("the lines no longer exist, or name an existing document now");
-  const std::string told = formatted("{} lines", removed);
-  if (work.is_dry()) return {How::kDone, told};
-  Worked worked = replace(work.get(), repair, file, Writing::kBytes, text, rest, false);
-  if (worked.how == How::kDone) worked.text = told;
-  return worked;
+  if (rest == text) skip("the lines no longer exist, or name an existing document now");
+  replace(work, repair, file, Writing::kBytes, text, rest);
+  return formatted("{} lines", removed);
 }
 
-Worked set_counter(Context& context, const Repair& repair, const std::string& path,
-                   WorkPlan& work) {
+std::string set_counter(Context& context, const Repair& repair, const std::string& path,
+                        WorkPlan& work) {
   if (sys::describe(folder_of(path)).kind != sys::Kind::kFolder)
-    return skipped("its folder no longer exists");
-  const bool was_missing = sys::describe(path).kind == sys::Kind::kMissing;
+    skip("its folder no longer exists");
+  const bool was_missing = is_missing(path);
   std::string text;
   LockedFile counter;
   if (!was_missing || !work.is_dry()) {
-    const os::Status opened = open_locked(context, counter, path, purpose_of(work.is_dry()),
-                                          LockedFile::IfMissing::kMake);
-    if (!opened.ok()) return failed(opened);
-    if (const os::Status read = counter.read_text(text); !read.ok()) return failed(read);
+    open_locked(context, counter, path, purpose_of(context), nullptr);
+    check(counter.read_text(text));
   }
   if (!text.empty() && admin::counter_in(text) >= admin::counter_in(repair.value))
-    return skipped("the counter is already at " + shown(text));
-  const std::string told = "to " + repair.value;
-  if (work.is_dry()) return {How::kDone, told};
-  Worked worked =
-      replace(work.get(), repair, counter, Writing::kBytes, text, repair.value, was_missing);
-  if (worked.how == How::kDone) worked.text = told;
-  return worked;
+    skip("the counter is already at " + shown(text));
+  replace(work, repair, counter, Writing::kBytes, text, repair.value, was_missing);
+  return "to " + repair.value;
 }
 
-Worked quarantine(Context& context, const Repair& repair, const std::string& path, WorkPlan& work) {
+/// Skips the step if the planned item is not one to move any more.
+void check_movable(const FolderView& view, const Repair& repair, const std::string& path,
+                   const sys::Info& info) {
+  if (admin::is_unfinished(file_of(path))) {
+    if (!admin::is_leftover(path)) skip("the program that created it is running");
+  } else if (repair.is_folder) {
+    if (!admin::is_orphaned_parts(view, file_of(path))) skip("its document exists");
+  } else if (!admin::is_unclaimed_file(view, file_of(path))) {
+    skip("it has an entry now");
+  }
+  if (!repair.is_folder && (info.size != repair.bytes || info.modify_time != repair.modified))
+    skip("it changed after the plan was written");
+}
+
+std::string quarantine(Context& context, const Repair& repair, const std::string& path,
+                       WorkPlan& work) {
   const std::string folder = folder_of(path);
   const std::string index_path = sys::join(folder, index_format::kIndexFile);
   // Under the index's lock no process can create an entry for the file.
   LockedFile index;
-  if (sys::describe(index_path).kind != sys::Kind::kMissing) {
-    const os::Status opened = open_locked(context, index, index_path, purpose_of(work.is_dry()),
-                                          LockedFile::IfMissing::kFail);
-    if (!opened.ok()) return failed(opened);
-  }
+  if (!is_missing(index_path))
+    open_locked(context, index, index_path, purpose_of(context), "the index no longer exists");
   const sys::Info info = sys::describe(path);
-  if (AppliedPlan* const plan = work.begun(); plan != nullptr && info.kind == sys::Kind::kMissing) {
-    const Step* const step = plan->unfinished(repair);
-    if (step != nullptr && sys::describe(plan->item(*step)).kind != sys::Kind::kMissing) {
-      plan->note_done(Step(*step));
-      return {};
-    }
+  if (info.kind == sys::Kind::kMissing) {
+    AppliedPlan* const plan = work.begun();
+    const Step* const step = plan != nullptr ? plan->unfinished(repair) : nullptr;
+    if (step == nullptr || is_missing(plan->item(*step))) skip("it no longer exists");
+    plan->note_done(*step);
+    return {};
   }
-  if (info.kind == sys::Kind::kMissing) return skipped("it no longer exists");
   FolderView view;
   look(view, folder, index);
-  if (admin::is_unfinished(file_of(path))) {
-    if (!admin::is_leftover(path)) return skipped("the program that created it is running");
-  } else if (repair.is_folder) {
-    if (!admin::is_orphaned_parts(view, file_of(path))) return skipped("its document exists");
-  } else if (!admin::is_unclaimed_file(view, file_of(path))) {
-    return skipped("it has an entry now");
-  }
-  if (!repair.is_folder && (info.size != repair.bytes || info.modify_time != repair.modified))
-    return skipped("it changed after the plan was written");
+  check_movable(view, repair, path, info);
   if (!repair.is_folder) {
     // A process that still writes the file holds its lock.
     LockedFile file;
-    const os::Status opened =
-        open_locked(context, file, path, LockedFile::For::kReading, LockedFile::IfMissing::kFail);
-    if (!opened.ok()) return failed(opened);
+    open_locked(context, file, path, LockedFile::For::kReading, "it no longer exists");
   }
-  if (work.is_dry()) return {How::kDone, format_bytes(info.size)};
-  AppliedPlan& plan = work.get();
-  const Step* step = plan.unfinished(repair);
-  if (step == nullptr) step = &plan.note(repair, nullptr, "", false);
-  const Step noted = *step;
-  const os::Status moved = os::rename(path, plan.item(noted));
-  if (!moved.ok()) {
-    return {How::kFailed, sys::text_of(moved) +
-                              "; the quarantine must be on the same file system (--quarantine)"};
+  if (work.is_dry()) return format_bytes(info.size);
+  const Step step = work.get().begin_step(repair);
+  if (const os::Status moved = os::rename(path, work.get().item(step)); !moved.ok()) {
+    give_up(sys::text_of(moved) +
+            "; the quarantine must be on the same file system (--quarantine)");
   }
-  plan.note_done(noted);
-  return {How::kDone, format_bytes(info.size)};
+  work.get().note_done(step);
+  return format_bytes(info.size);
+}
+
+std::string repair_one(Context& context, const Repair& repair, WorkPlan& work) {
+  const std::string path = path_in_tree(context, repair.path);
+  switch (repair.kind) {
+    case RepairKind::kRemoveLines:
+      return remove_lines(context, repair, path, work);
+    case RepairKind::kRemoveKeyLines:
+      return remove_key_lines(context, repair, path, work);
+    case RepairKind::kSetCounter:
+      return set_counter(context, repair, path, work);
+    case RepairKind::kRestoreLines:
+      return restore_lines(context, repair, path, work);
+    default:
+      return quarantine(context, repair, path, work);
+  }
 }
 
 // ---- undoing -----------------------------------------------------------------------------------
 
-Worked undo_move(const AppliedPlan& plan, const Step& step, const std::string& path, bool dry_run) {
+void undo_move(Context& context, const AppliedPlan& plan, const Step& step,
+               const std::string& path) {
   const std::string item = plan.item(step);
-  if (sys::describe(item).kind == sys::Kind::kMissing)
-    return skipped("it is not in the quarantine");
-  if (sys::describe(path).kind != sys::Kind::kMissing)
-    return {How::kFailed, "its place is taken; it stays in the quarantine as " + shown(item)};
+  if (is_missing(item)) skip("it is not in the quarantine");
+  if (!is_missing(path))
+    give_up("its place is taken; it stays in the quarantine as " + shown(item));
   if (sys::describe(folder_of(path)).kind != sys::Kind::kFolder)
-    return {How::kFailed,
-            "its folder no longer exists; it stays in the quarantine as " + shown(item)};
-  if (dry_run) return {};
-  const os::Status moved = os::rename(item, path);
-  return moved.ok() ? Worked() : failed(moved);
+    give_up("its folder no longer exists; it stays in the quarantine as " + shown(item));
+  if (!context.is_dry_run()) check(os::rename(item, path));
 }
 
-Worked undo_counter(LockedFile& counter, const Step& step, const std::string& path,
-                    const std::string& before, const std::string& now, bool dry_run) {
-  if (now == before && !step.was_missing) return skipped("it is in its old state already");
-  if (digest_of(now) != step.after) return skipped("newer numbers are in use; the counter stays");
-  if (dry_run) return {};
-  if (!step.was_missing) {
-    const os::Status written = counter.replace_bytes(now, before);
-    return written.ok() ? Worked() : failed(written);
-  }
-  const os::Status removed = os::remove_file(path);
-  return removed.ok() ? Worked() : failed(removed);
+void undo_counter(Context& context, LockedFile& counter, const Step& step, const std::string& path,
+                  const std::string& before, const std::string& now) {
+  if (now == before && !step.was_missing) skip("it is in its old state already");
+  if (digest_of(now) != step.after) skip("newer numbers are in use; the counter stays");
+  if (context.is_dry_run()) return;
+  check(step.was_missing ? os::remove_file(path) : counter.replace_bytes(now, before));
 }
 
 /// The bytes that an index or a key file must get; keeps all later changes.
@@ -290,29 +282,34 @@ std::string undone_text(const Step& step, const std::string& before, const std::
   return admin::with_key_lines(now, step.repair.lines);
 }
 
-Worked undo_bytes(Context& context, const AppliedPlan& plan, const Step& step,
-                  const std::string& path, bool dry_run) {
+std::string undo_bytes(Context& context, const AppliedPlan& plan, const Step& step,
+                       const std::string& path) {
   std::string before;
-  if (!read_kept(plan, step, before)) return skipped("the quarantine keeps nothing of it");
+  if (!read_kept(plan, step, before)) skip("the quarantine keeps nothing of it");
   LockedFile file;
-  const os::Status opened =
-      open_locked(context, file, path, purpose_of(dry_run), LockedFile::IfMissing::kFail);
-  if (opened.failure() == os::Failure::kNotFound) return skipped("the file no longer exists");
-  if (!opened.ok()) return failed(opened);
+  open_locked(context, file, path, purpose_of(context), "the file no longer exists");
   std::string now;
   const bool is_key_file = step.repair.kind == RepairKind::kRemoveKeyLines;
-  const os::Status read = is_key_file ? file.read_all(now) : file.read_text(now);
-  if (!read.ok()) return failed(read);
-  if (step.repair.kind == RepairKind::kSetCounter)
-    return undo_counter(file, step, path, before, now, dry_run);
-  if (now == before) return skipped("it is in its old state already");
+  check(is_key_file ? file.read_all(now) : file.read_text(now));
+  if (step.repair.kind == RepairKind::kSetCounter) {
+    undo_counter(context, file, step, path, before, now);
+    return {};
+  }
+  if (now == before) skip("it is in its old state already");
   const std::string text = undone_text(step, before, now);
-  if (text == now) return skipped("the lines exist already");
-  const std::string told = text == before ? "" : "beside newer lines";
-  if (dry_run) return {How::kDone, told};
-  const Writing how = is_key_file ? Writing::kBytes : Writing::kLines;
-  const os::Status written = write(file, how, now, text);
-  return written.ok() ? Worked{How::kDone, told} : failed(written);
+  if (text == now) skip("the lines exist already");
+  if (!context.is_dry_run())
+    write(file, is_key_file ? Writing::kBytes : Writing::kLines, now, text);
+  return text == before ? "" : "beside newer lines";
+}
+
+template <class Work>
+Worked result_of(const Work& work) {
+  try {
+    return {How::kDone, work()};
+  } catch (const NotDone& end) {
+    return end.result;
+  }
 }
 
 }  // namespace
@@ -327,11 +324,12 @@ WorkPlan::WorkPlan(Context& context, std::string quarantine, std::string digest,
   if (numbers.empty()) return;
   AppliedPlan last =
       AppliedPlan::open(context, m_quarantine, numbers.back(), LockedFile::For::kChanging);
-  const bool is_ours = last.digest() == m_digest && last.storage() == context.tree().storage;
-  if (is_ours && !last.is_complete() && !last.is_undone()) m_plan.emplace(std::move(last));
+  const PlanRecord& record = last.record();
+  const bool is_ours = record.digest == m_digest && record.storage == context.tree().storage;
+  if (is_ours && !record.is_complete && !record.is_undone) m_plan.emplace(std::move(last));
 }
 
-bool WorkPlan::is_dry() const { return m_context.options().dry_run; }
+bool WorkPlan::is_dry() const { return m_context.is_dry_run(); }
 
 AppliedPlan& WorkPlan::get() {
   if (!m_plan) m_plan.emplace(AppliedPlan::begin(m_context, m_quarantine, m_digest, m_keep));
@@ -339,33 +337,16 @@ AppliedPlan& WorkPlan::get() {
 }
 
 Worked do_repair(Context& context, const Repair& repair, WorkPlan& work) {
-  const std::string path = path_in_tree(context, repair.path);
-  switch (repair.kind) {
-    case RepairKind::kRemoveLines:
-      return remove_lines(context, repair, path, work);
-    case RepairKind::kRemoveKeyLines:
-      return remove_key_lines(context, repair, path, work);
-    case RepairKind::kSetCounter:
-      return set_counter(context, repair, path, work);
-    case RepairKind::kRestoreLines:
-      return restore_lines(context, repair, path, work);
-    default:
-      return quarantine(context, repair, path, work);
-  }
+  return result_of([&] { return repair_one(context, repair, work); });
 }
 
-void note(Context& context, const std::function<void()>& noting) {
-  try {
-    noting();
-  } catch (const Failure& failure) {
-    context.out().warning(failure.what());
-  }
-}
-
-Worked undo_step(Context& context, const AppliedPlan& plan, const Step& step, bool dry_run) {
-  const std::string path = path_in_tree(context, step.repair.path);
-  if (step.repair.kind == RepairKind::kQuarantine) return undo_move(plan, step, path, dry_run);
-  return undo_bytes(context, plan, step, path, dry_run);
+Worked undo_step(Context& context, const AppliedPlan& plan, const Step& step) {
+  return result_of([&]() -> std::string {
+    const std::string path = path_in_tree(context, step.repair.path);
+    if (step.repair.kind != RepairKind::kQuarantine) return undo_bytes(context, plan, step, path);
+    undo_move(context, plan, step, path);
+    return {};
+  });
 }
 
 }  // namespace stgctl

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 
@@ -42,16 +41,12 @@ class WorkPlan {
   std::optional<AppliedPlan> m_plan;
 };
 
-/// Does a repair; in a dry run reports what it would do.
+/// Does a repair; a dry run returns what it would do.
 /// @throws Failure kLockTimeout, kInterrupted, and kFailed if the manifest cannot be written.
 Worked do_repair(Context& context, const Repair& repair, WorkPlan& plan);
 
-/// Records in a manifest that all is done. If that fails, it only warns: a repeated command finds
-/// nothing left to do and records it then.
-void note(Context& context, const std::function<void()>& noting);
-
-/// Reverses a step. @param dry_run changes nothing and reports what it would do.
+/// Reverses a step. A dry run changes nothing and returns what it would do.
 /// @throws as do_repair().
-Worked undo_step(Context& context, const AppliedPlan& plan, const Step& step, bool dry_run);
+Worked undo_step(Context& context, const AppliedPlan& plan, const Step& step);
 
 }  // namespace stgctl
