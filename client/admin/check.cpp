@@ -127,6 +127,10 @@ constexpr std::array<FindingKind, kCodes> kKinds = {{
     {Code::kUnfinishedFile, "unfinished-file", kWarning,
      "a file or folder that stgctl left when it was killed. Nothing uses it",
      "move it away with 'stgctl repair'; if an import is running, wait for its end first"},
+    {Code::kOddTimestamp, "odd-timestamp", kError,
+     "the key of an entry does not end in \"_\" and ten digits. No reader finds the entry",
+     "copy its file out of the tree, store the copy with 'stgctl put', and remove the line of "
+     "index.dat by hand"},
 }};
 
 constexpr bool is_in_order() {

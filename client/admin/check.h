@@ -52,8 +52,9 @@ enum class Code : std::uint8_t {
   kFolderReplaced,
   kKeyFileWithoutLine,
   kUnfinishedFile,
+  kOddTimestamp,
 };
-inline constexpr std::size_t kCodes = 37;
+inline constexpr std::size_t kCodes = 38;
 
 enum class Severity : std::uint8_t {
   kInfo,     ///< a problem only for a strict check

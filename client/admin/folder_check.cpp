@@ -156,8 +156,7 @@ void FolderCheck::check_line(const LintedLine& line) {
 void FolderCheck::check_entry(const LintedLine& line) {
   ++m_summary.entries;
   if (line.has_odd_stamp)
-    found(Code::kMalformedLine, line.key, "the key does not end in \"_\" and ten digits",
-          line.number);
+    found(Code::kOddTimestamp, line.key, "file " + in_quotes(line.file), line.number);
   const bool is_replaced =
       line.listed != FolderView::kNone && (m_view.names()[line.listed].kind == sys::Kind::kFolder ||
                                            m_view.names()[line.listed].kind == sys::Kind::kOther);

@@ -262,6 +262,16 @@ TEST_F(ClientRepair, FindsNothingToDoInATreeThatIsWhole) {
   EXPECT_EQ(snapshot(root()), before);
 }
 
+TEST_F(ClientRepair, IsNotProposedForATimestampThatItCannotMend) {
+  write_file(m_folder + "/index.dat", m_healthy + "b.kdc_00000000x1/00000001\n");
+  const Json summary = json({"check"}, 4).back();
+  EXPECT_EQ(summary.at("codes").at("odd-timestamp"), 1);
+  for (const Json& step : summary.at("next"))
+    EXPECT_EQ(step.get<std::string>().find("stgctl repair"), std::string::npos) << step;
+  EXPECT_EQ(on_tree({"repair", "--plan", plan()}).code, 3);
+  EXPECT_EQ(on_tree({"get", "b.kdc", "--owner", "anna", "-o", "-"}).code, 3);
+}
+
 TEST_F(ClientRepair, WaitsForTheIndexAndGivesUpWhenTimeIsOver) {
   harm();
   ASSERT_EQ(on_tree({"repair", "--plan", plan(), "--only", "line-without-file"}).code, 0);
