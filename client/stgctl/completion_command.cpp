@@ -1,7 +1,9 @@
-// completion: the scripts of the shells. complete: the command that these scripts call.
+// completion: the scripts of the shells. complete: what these scripts ask at
+// each TAB.
 
 #include <algorithm>
-#include <initializer_list>
+#include <cstdlib>
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
@@ -19,252 +21,24 @@ namespace stgctl {
 
 namespace {
 
-std::string spaced(const std::vector<std::string>& words) { return joined(words, " "); }
+namespace sys = admin::sys;
 
-/// What can appear at a place: sub-commands, the command's options and the global ones.
-std::vector<std::string> words_at(const CommandUsage& command, const CommandUsage& program) {
-  std::vector<std::string> words = command.subcommands;
-  for (const OptionUsage& option : command.options) {
-    words.insert(words.end(), option.names.begin(), option.names.end());
-  }
-  if (command.path.empty()) return words;
-  for (const OptionUsage& option : program.options) {
-    for (const std::string& name : option.names) {
-      if (name != "--version" && name != "-V" &&
-          std::find(words.begin(), words.end(), name) == words.end()) {
-        words.push_back(name);
-      }
-    }
-  }
-  return words;
-}
-
-enum class Kind { kWords, kFolders, kFiles, kOwners, kNames, kAnything };
-
-Kind kind_of(const OptionUsage& option) {
-  const std::string& value = option.value;
-  if (!option.choices.empty()) return Kind::kWords;
-  if (value == "DIR") return Kind::kFolders;
-  if (value == "FILE" || value == "SOURCE") return Kind::kFiles;
-  if (value == "OWNER") return Kind::kOwners;
-  if (value == "NAME" || value == "NEW-NAME" || value == "ENTRY" || value == "PATTERN")
-    return Kind::kNames;
-  return Kind::kAnything;
-}
-
-/// The argument for "stgctl complete"; empty if it has no list of this kind.
-std::string asked_for(Kind kind) {
-  if (kind == Kind::kOwners) return "owners";
-  return kind == Kind::kNames ? "names" : "";
-}
-
-/// The kind of the first positional for which there are proposals.
-Kind kind_of_positionals(const CommandUsage& command) {
-  for (const OptionUsage& option : command.options) {
-    if (!option.names.empty()) continue;
-    if (const Kind kind = kind_of(option); kind != Kind::kAnything) return kind;
-  }
-  return Kind::kAnything;
-}
-
-/// Calls back for every option that takes a value, with the name of its command. Global options
-/// belong to all commands ("*").
-template <class Callback>
-void for_each_value(const std::vector<CommandUsage>& usage, Callback&& callback) {
-  for (const CommandUsage& command : usage) {
-    for (const OptionUsage& option : command.options) {
-      if (option.value.empty() || option.names.empty()) continue;
-      for (const std::string& name : option.names) {
-        callback(command.path.empty() ? std::string("*") : command.name(), name, option);
-      }
-    }
-  }
-}
-
-/// The commands with positionals of a kind, as a shell pattern: 'get'|'keys show'.
-std::string pattern_of(const std::vector<CommandUsage>& usage, Kind kind) {
-  std::string pattern;
-  for (const CommandUsage& command : usage) {
-    if (command.path.empty() || kind_of_positionals(command) != kind) continue;
-    pattern += formatted("{}'{}'", pattern.empty() ? "" : "|", command.name());
-  }
-  return pattern;
-}
-
-std::string pattern_of_all(const std::vector<CommandUsage>& usage) {
-  std::string pattern;
-  for (const CommandUsage& command : usage) {
-    if (command.path.empty()) continue;
-    pattern += formatted("{}'{}'", pattern.empty() ? "" : "|", command.name());
-  }
-  return pattern;
-}
-
-/// A file of the folder completion/ with its placeholders filled: "%NAME%" is replaced by its
-/// value.
-std::string filled(const char* file,
-                   std::initializer_list<std::pair<std::string_view, std::string>> gaps) {
-  std::string script(embedded_file(file));
-  for (const auto& [gap, text] : gaps) {
-    for (std::size_t at = script.find(gap); at != std::string::npos;
-         at = script.find(gap, at + text.size()))
-      script.replace(at, gap.size(), text);
-  }
-  return script;
-}
-
-// In the scripts "place" is the current command, such as "keys set", and "tree" the options that
-// name the tree. STG_ROOT works as for any command.
-
-// ---- bash and zsh ------------------------------------------------------------------------------
-
-/// What differs between the scripts of bash and zsh.
-struct CaseShell {
-  const char* file;
-  const char* place;     ///< sets the words of a place; they replace "%"
-  const char* words;     ///< completes one of the words; they replace "%"
-  const char* folders;   ///< completes a folder
-  const char* files;     ///< completes a file
-  const char* anything;  ///< the action for an unknown value
-};
-constexpr CaseShell kBash = {"stgctl.bash",
-                             "words='%'",
-                             "COMPREPLY=($(compgen -W '%' -- \"$cur\"))",
-                             "COMPREPLY=($(compgen -d -- \"$cur\"))",
-                             "COMPREPLY=($(compgen -f -- \"$cur\"))",
-                             ":"};
-constexpr CaseShell kZsh = {"stgctl.zsh", "compadd -- %", "compadd -- %",
-                            "_files -/",  "_files",       "_message 'value'"};
-
-/// The pattern with the words in place of its "%".
-std::string with_words(std::string pattern, const std::vector<std::string>& words) {
-  return pattern.replace(pattern.rfind('%'), 1, spaced(words));
-}
-
-std::string reply_of(const CaseShell& shell, const OptionUsage& option) {
-  switch (const Kind kind = kind_of(option)) {
-    case Kind::kWords:
-      return with_words(shell.words, option.choices);
-    case Kind::kFolders:
-      return shell.folders;
-    case Kind::kFiles:
-      return shell.files;
-    case Kind::kAnything:
-      return shell.anything;
-    default:
-      return "_stgctl_found " + asked_for(kind);
-  }
-}
-
-std::string case_script(const CaseShell& shell, const std::vector<CommandUsage>& usage) {
-  std::string values;
-  for_each_value(
-      usage, [&](const std::string& place, const std::string& name, const OptionUsage& option) {
-        values += formatted("    {}|{}') {}; return ;;\n", place == "*" ? "*'" : "'" + place, name,
-                            reply_of(shell, option));
-      });
-  std::string places;
-  for (const CommandUsage& command : usage) {
-    places += formatted("    '{}') {} ;;\n", command.name(),
-                        with_words(shell.place, words_at(command, usage.front())));
-  }
-  return filled(shell.file, {{"%PATHS%", pattern_of_all(usage)},
-                             {"%VALUES%", values},
-                             {"%NAMES%", pattern_of(usage, Kind::kNames)},
-                             {"%OWNERS%", pattern_of(usage, Kind::kOwners)},
-                             {"%PLACES%", places}});
-}
-
-// ---- fish --------------------------------------------------------------------------------------
-
-std::string fish_quoted(const std::string& text) {
-  std::string quoted = "'";
-  for (const char c : text) {
-    if (c == '\'' || c == '\\') quoted += '\\';
-    quoted += c;
-  }
-  return quoted + "'";
-}
-
-std::string fish_option(const CommandUsage& command, const OptionUsage& option) {
-  std::string line = "complete -c stgctl";
-  if (!command.path.empty()) line += formatted(" -n \"__stgctl_at '{}'\"", command.name());
-  for (const std::string& name : option.names) {
-    line += name.starts_with("--") ? " -l " + name.substr(2) : " -s " + name.substr(1);
-  }
-  if (!option.value.empty()) line += " -r";
-  if (!option.choices.empty()) line += formatted(" -f -a '{}'", spaced(option.choices));
-  if (const std::string what = asked_for(kind_of(option)); !what.empty())
-    line += formatted(" -f -a '(__stgctl_found {})'", what);
-  return line + " -d " + fish_quoted(option.description) + "\n";
-}
-
-std::string fish_script(const std::vector<CommandUsage>& usage) {
-  std::string lines;
-  for (const CommandUsage& command : usage) {
-    for (const CommandUsage& below : usage) {
-      if (below.path.size() != command.path.size() + 1 ||
-          !std::equal(command.path.begin(), command.path.end(), below.path.begin())) {
-        continue;
-      }
-      lines += formatted("complete -c stgctl -n \"__stgctl_at '{}'\" -f -a {} -d {}\n",
-                         command.name(), below.path.back(), fish_quoted(below.summary));
-    }
-    if (const std::string what = asked_for(kind_of_positionals(command)); !what.empty()) {
-      lines += formatted("complete -c stgctl -n \"__stgctl_at '{}'\" -f -a '(__stgctl_found {})'\n",
-                         command.name(), what);
-    }
-    for (const OptionUsage& option : command.options) {
-      if (!option.names.empty()) lines += fish_option(command, option);
-    }
-  }
-  std::string known;
-  for (const CommandUsage& command : usage) {
-    if (!command.path.empty()) known += " '" + command.name() + "'";
-  }
-  return filled("stgctl.fish", {{"%PATHS%", known}, {"%LINES%", lines}});
-}
-
-// ---- PowerShell --------------------------------------------------------------------------------
-
-std::string powershell_script(const std::vector<CommandUsage>& usage) {
-  std::string places;
-  std::string asked;
-  for (const CommandUsage& command : usage) {
-    places +=
-        formatted("    '{}' = '{}'\n", command.name(), spaced(words_at(command, usage.front())));
-    if (const std::string what = asked_for(kind_of_positionals(command)); !what.empty())
-      asked += formatted("    '{}' = '{}'\n", command.name(), what);
-  }
-  std::string values;
-  for_each_value(
-      usage, [&](const std::string& place, const std::string& name, const OptionUsage& option) {
-        if (!option.choices.empty())
-          values += formatted("    '{}|{}' = '{}'\n", place, name, spaced(option.choices));
-        if (const std::string what = asked_for(kind_of(option)); !what.empty())
-          asked += formatted("    '{}|{}' = '{}'\n", place, name, what);
-      });
-  return filled("stgctl.ps1", {{"%PLACES%", places}, {"%VALUES%", values}, {"%ASKED%", asked}});
-}
-
-/// The shells that completion_script() supports.
-const std::vector<std::string> kShells = {"bash", "zsh", "fish", "powershell"};
-
-/// A script for the completion of the program's command line.
-std::string completion_script(const std::string& shell, const std::vector<CommandUsage>& usage) {
-  if (shell == "bash") return case_script(kBash, usage);
-  if (shell == "zsh") return case_script(kZsh, usage);
-  if (shell == "fish") return fish_script(usage);
-  return powershell_script(usage);
-}
+const std::map<std::string, const char*> kScripts = {{"bash", "stgctl.bash"},
+                                                     {"zsh", "stgctl.zsh"},
+                                                     {"fish", "stgctl.fish"},
+                                                     {"powershell", "stgctl.ps1"}};
 
 struct ShellOption {
   Arguments app;
-  TextOption shell{app, "shell", "SHELL", "The shell", {kRequired, one_of(kShells)}};
+  TextOption shell{app,
+                   "shell",
+                   "SHELL",
+                   "The shell",
+                   {kRequired, one_of({"bash", "zsh", "fish", "powershell"})}};
 };
 
 Exit run_completion(Context& context, const ShellOption& option) {
-  const std::string script = completion_script(option.shell, context.command_line().usage());
+  const std::string script(embedded_file(kScripts.at(option.shell)));
   if (context.out().json()) {
     context.out().json_line("stgctl.completion/1", {{"shell", option.shell}, {"script", script}});
   } else {
@@ -281,38 +55,50 @@ Commands completion_command() {
            "  bash        source <(stgctl completion bash)\n"
            "  zsh         stgctl completion zsh > a folder of $fpath, as _stgctl\n"
            "  fish        stgctl completion fish | source\n"
-           "  powershell  stgctl completion powershell | Out-String | Invoke-Expression"}};
+           "  powershell  stgctl completion powershell | Out-String | "
+           "Invoke-Expression"}};
 }
 
-// ---- complete ----------------------------------------------------------------------------------
+// ---- complete
+// ----------------------------------------------------------------------------------
 
 namespace {
 
-namespace sys = admin::sys;
-
 struct Options {
   Arguments app;
-  TextOption what{
-      app, "what", "WHAT", "What to complete", {kRequired, one_of({"owners", "names"})}};
-  TextOption begin{app, "begin", "TEXT", "What has been typed so far"};
+  Flag described{app, "--described", "Also print descriptions, after a tab"};
+  Flag new_word{app, "--new-word", "The word to complete is empty, and not among the words"};
+  ListOption words{app, "word", "WORD", "After '--', the words up to the one to complete"};
 };
 
+/// What can follow, with descriptions. The shell itself completes folders and files.
+using Proposals = std::vector<std::pair<std::string, std::string>>;
+
+constexpr auto kNone = std::string::npos;
 /// More proposals are not useful on a screen.
 constexpr std::size_t kMost = 2000;
 
-/// Completion never waits for a lock. A half-written index can cost some proposals.
-sys::Locking at_once() {
-  sys::Locking locking;
-  locking.mode = sys::Locking::Mode::kNone;
-  return locking;
+/// The options that name the tree, among the words before the current one.
+/// Shells pass "~" as it was typed; bash splits "--root=DIR" into three words.
+std::vector<std::string> tree_options(std::vector<std::string> words) {
+  std::erase(words, "=");
+  std::vector<std::string> found;
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    const std::size_t sign = words[i].find('=');
+    const std::string name = words[i].substr(0, sign);
+    if (name != "--root" && name != "--storage" && name != "--layout" && name != "--area" &&
+        name != "--owner")
+      continue;
+    if (sign == kNone && i + 1 == words.size()) break;
+    std::string value = sign == kNone ? words[++i] : words[i].substr(sign + 1);
+    const char* const home = std::getenv("HOME");
+    if (value.starts_with("~/") && home != nullptr) value.replace(0, 1, home);
+    found.insert(found.end(), {name, value});
+  }
+  return found;
 }
 
-/// Names that cannot be typed are not proposed.
-void propose(std::set<std::string>& all, const Options& options, std::string_view text) {
-  if (text.starts_with(options.begin) && shown(text) == text) all.emplace(text);
-}
-
-std::set<std::string> owners(Context& context, const Options& options) {
+std::set<std::string> owners(Context& context) {
   std::set<std::string> found;
   if (context.tree().layout == admin::Layout::kFlat) return found;
   const admin::Scope scope = context.scope();
@@ -322,13 +108,14 @@ std::set<std::string> owners(Context& context, const Options& options) {
     if (!folder.open(context.tree().folder_of(area)).ok()) continue;
     sys::Entry entry;
     while (folder.next(entry)) {
-      if (entry.kind == sys::Kind::kFolder) propose(found, options, entry.name);
+      if (entry.kind == sys::Kind::kFolder) found.emplace(entry.name);
     }
   }
   return found;
 }
 
-/// Where versions with this beginning can be: "docs/anna/sa" means the documents of one owner.
+/// Where versions with this beginning can be: "docs/anna/sa" means the
+/// documents of one owner.
 admin::Scope scope_of(Context& context, const std::string& begin) {
   admin::Scope scope = context.scope();
   const std::size_t slash = begin.find('/');
@@ -342,39 +129,146 @@ admin::Scope scope_of(Context& context, const std::string& begin) {
 }
 
 /// Versions in their printed form; after the first letter also plain names.
-std::set<std::string> names(Context& context, const Options& options) {
+/// Never waits for a lock: a half-written index can cost some proposals.
+std::set<std::string> names(Context& context, const std::string& begin) {
   std::set<std::string> found;
-  admin::EntryQuery query;
-  query.scope = scope_of(context, options.begin);
-  query.locking = at_once();
+  admin::EntryQuery query = query_of(context, "", "", true);
+  query.scope = scope_of(context, begin);
   query.state = admin::EntryState::kIndexed;
-  query.stop = &Context::interrupt_flag();
-  std::string version;
   static_cast<void>(admin::for_each_entry(
       context.tree(), query,
       [&](const admin::EntryView& entry) {
-        version.clear();
+        std::string version;
         append_subject(version, entry);
-        propose(found, options, version);
-        if (!options.begin.empty()) propose(found, options, entry.logical);
+        if (version.starts_with(begin)) found.insert(version);
+        if (!begin.empty() && entry.logical.starts_with(begin)) found.emplace(entry.logical);
         return found.size() < kMost;
       },
       [](const std::string&, const std::string&) {}));
   return found;
 }
 
-Exit run_complete(Context& context, const Options& options) {
-  const std::set<std::string> all =
-      options.what == "owners" ? owners(context, options) : names(context, options);
-  for (const std::string& each : all) context.out().write(each + "\n");
-  return all.empty() ? Exit::kNothingMatched : Exit::kDone;
+/// Owners or names of the tree that the words before name.
+Proposals of_tree(Context& context, const Options& options, std::string_view kind,
+                  const std::string& begin) {
+  Proposals proposals;
+  std::vector<std::string> arguments = tree_options(options.words);
+  arguments.insert(arguments.begin(), "complete");
+  CommandLine line;
+  if (line.parse(arguments, context.out())) return proposals;
+  Context tree(line, context.out());
+  for (const std::string& text : kind == "owners" ? owners(tree) : names(tree, begin)) {
+    // Text that cannot be typed is not proposed.
+    if (shown(std::string_view(text)) == text) proposals.emplace_back(text, "");
+  }
+  return proposals;
+}
+
+/// Sub-commands, the command's options and the global ones.
+Proposals words_at(const CommandUsage& command, const std::vector<CommandUsage>& usage) {
+  Proposals words;
+  for (const CommandUsage& each : usage) {
+    std::vector<std::string> above = each.path;
+    if (above.empty()) continue;
+    above.pop_back();
+    if (above == command.path) words.emplace_back(each.path.back(), each.summary);
+  }
+  for (const CommandUsage* const place : {&command, &usage.front()}) {
+    for (const OptionUsage& option : place->options) {
+      for (const std::string& name : option.names) {
+        const bool is_known = std::any_of(words.begin(), words.end(),
+                                          [&](const auto& word) { return word.first == name; });
+        const bool is_version = name == "-V" || name == "--version";
+        if (!is_known && (!is_version || command.path.empty()))
+          words.emplace_back(name, option.description);
+      }
+    }
+  }
+  return words;
+}
+
+/// "words" for a list of choices, "value" for what cannot be proposed.
+std::string_view kind_of(const OptionUsage& option) {
+  static const std::map<std::string_view, std::string_view> kKinds = {
+      {"DIR", "folders"}, {"FILE", "files"},     {"SOURCE", "files"}, {"OWNER", "owners"},
+      {"NAME", "names"},  {"NEW-NAME", "names"}, {"ENTRY", "names"},  {"PATTERN", "names"}};
+  if (!option.choices.empty()) return "words";
+  const auto found = kKinds.find(option.value);
+  return found == kKinds.end() ? "value" : found->second;
+}
+
+const CommandUsage& command_at(const std::vector<std::string>& words,
+                               const std::vector<CommandUsage>& usage) {
+  const CommandUsage* place = &usage.front();
+  for (const std::string& word : words) {
+    std::vector<std::string> path = place->path;
+    path.push_back(word);
+    const auto next = std::find_if(usage.begin(), usage.end(),
+                                   [&](const CommandUsage& each) { return each.path == path; });
+    if (next != usage.end()) place = &*next;
+  }
+  return *place;
+}
+
+/// The option of that name, if it takes a value; null if there is none.
+const OptionUsage* option_named(const std::string& name, const CommandUsage& command,
+                                const CommandUsage& program) {
+  for (const CommandUsage* const place : {&command, &program}) {
+    for (const OptionUsage& option : place->options) {
+      const bool is_named = std::count(option.names.begin(), option.names.end(), name) != 0;
+      if (is_named && !option.value.empty()) return &option;
+    }
+  }
+  return nullptr;
+}
+
+/// The first positional for which there are proposals, or null.
+const OptionUsage* positional_of(const CommandUsage& command) {
+  const auto found = std::find_if(
+      command.options.begin(), command.options.end(),
+      [](const OptionUsage& option) { return option.names.empty() && kind_of(option) != "value"; });
+  return found == command.options.end() ? nullptr : &*found;
+}
+
+/// Prints the kind of the proposals, then each that begins like the current
+/// word.
+Exit run_complete(Context& context, Options& options) {
+  std::string current;
+  if (!options.new_word && !options.words.empty()) {
+    current = options.words.back();
+    options.words.pop_back();
+  }
+  const std::vector<CommandUsage> usage = context.command_line().usage();
+  const CommandUsage& command = command_at(options.words, usage);
+  std::string previous = options.words.empty() ? "" : options.words.back();
+  // "--owner=an"
+  const std::size_t sign = current.starts_with("--") ? current.find('=') : kNone;
+  const std::string head = sign == kNone ? "" : current.substr(0, sign + 1);
+  const std::string begin = current.substr(head.size());
+  if (sign != kNone) previous = current.substr(0, sign);
+  const OptionUsage* option = option_named(previous, command, usage.front());
+  if (option == nullptr && !begin.starts_with('-')) option = positional_of(command);
+  const std::string_view kind = option == nullptr ? "words" : kind_of(*option);
+  context.out().print("{}\n", kind);
+  Proposals proposals;
+  if (option == nullptr) proposals = words_at(command, usage);
+  if (option != nullptr) {
+    for (const std::string& choice : option->choices) proposals.emplace_back(choice, "");
+  }
+  if (kind == "owners" || kind == "names") proposals = of_tree(context, options, kind, begin);
+  for (const auto& [text, description] : proposals) {
+    if (!text.starts_with(begin)) continue;
+    const bool is_described = options.described && !description.empty();
+    context.out().print("{}{}{}\n", head, text, is_described ? "\t" + description : "");
+  }
+  return Exit::kDone;
 }
 
 }  // namespace
 
 Commands complete_command() {
   return {{"complete", Group::kHidden, Effect::kLooks,
-           "List owners or names that begin with the text", run_complete}};
+           "List what can follow in a command line, for the completion scripts", run_complete}};
 }
 
 }  // namespace stgctl

@@ -108,18 +108,37 @@ TEST_F(ClientManual, PagesAreThere) {
 TEST_F(ClientShell, BashCompletesCommandsOptionsAndValues) {
   const std::string program = client_path();
   const std::string folder = program.substr(0, program.rfind('/'));
-  const auto complete = [&](const std::string& words, int current) {
+  const auto complete = [&](const std::string& line, int current) {
     const std::string script =
-        "PATH=" + folder + ":$PATH; source <(stgctl completion bash); COMP_WORDS=(" + words +
-        "); COMP_CWORD=" + std::to_string(current) + "; _stgctl; echo ${COMPREPLY[*]}";
+        "PATH=" + folder + ":$PATH; source <(stgctl completion bash); COMP_WORDS=(" + line +
+        "); COMP_LINE=\"" + line +
+        "\"; COMP_POINT=${#COMP_LINE}; COMP_CWORD=" + std::to_string(current) +
+        "; _stgctl; echo ${COMPREPLY[*]}";
     return output_of("bash -c '" + script + "' 2>&1");
   };
   EXPECT_EQ(complete("stgctl pu", 1), "put\n");
   EXPECT_EQ(complete("stgctl keys un", 2), "unset\n");
   EXPECT_EQ(complete("stgctl --json keys set --dr", 4), "--dry-run\n");
   EXPECT_EQ(complete("stgctl put --color a", 3), "auto always\n");
-  EXPECT_EQ(complete("stgctl clean --by \"\"", 3), "mtime atime\n");
-  EXPECT_EQ(complete("stgctl completion \"\"", 2).find("syntax"), std::string::npos);
+  EXPECT_EQ(complete("stgctl clean --by ", 3), "mtime atime\n");
+  EXPECT_EQ(complete("stgctl completion ", 2), "bash zsh fish powershell\n");
+  EXPECT_EQ(complete("stgctl ls --root /us", 3), "/usr\n");
+}
+
+TEST_F(ClientShell, FishCompletesCommandsOptionsAndValues) {
+  if (output_of("command -v fish").empty()) GTEST_SKIP() << "fish is not installed";
+  const std::string program = client_path();
+  const std::string folder = program.substr(0, program.rfind('/'));
+  const auto complete = [&](const std::string& line) {
+    return output_of("PATH=" + folder +
+                     ":$PATH fish -N -c 'stgctl completion fish | source; complete -C \"" + line +
+                     "\"' 2>&1");
+  };
+  EXPECT_EQ(complete("stgctl pu"), "put\tStore files, or whole folders, as documents\n");
+  EXPECT_EQ(complete("stgctl put --color a"), "always\nauto\n");
+  EXPECT_EQ(complete("stgctl put --color=a"), "--color=always\n--color=auto\n");
+  EXPECT_EQ(complete("stgctl ls --root /us"), "/usr/\tDirectory\n");
+  EXPECT_EQ(complete("stgctl ls --lock-timeout "), "");
 }
 
 TEST_F(ClientShell, ScriptsAreWellFormedWhereTheirShellIsHere) {
