@@ -347,51 +347,35 @@ void Context::confirm(std::string_view question) {
 
 namespace {
 
-using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
-
-constexpr auto kPatience = 2s;
-constexpr std::chrono::milliseconds kShortest = 5ms;
-constexpr std::chrono::milliseconds kLongest = 100ms;
-
-/// Whether an exclusive lock on the file is available now. A file that is missing or cannot be
-/// opened counts as free: the operation itself reports the problem.
-bool is_free(const std::string& folder, const std::string& name) {
+/// Asks once for an exclusive lock on the file. A file that is missing or cannot be opened counts as
+/// free: the operation itself reports the problem.
+os::Status ask_for(const std::string& folder, const std::string& name) {
   std::error_code error;
-  if (!std::filesystem::is_regular_file(to_path(joined(folder, name)), error)) return true;
+  if (!fs::is_regular_file(to_path(joined(folder, name)), error)) return {};
   for (const vu_file::type_access mode : {vu_file::o_write, vu_file::o_read}) {
     vu_file file(folder, name);
     bool refused = false;
     // A read-only file opens only for reading. A shared lock at least detects writers.
-    if (file.try_open(mode, refused, true)) return !refused;
+    if (!file.try_open(mode, refused, true)) continue;
+    return refused ? os::Status(0, os::Failure::kLocked) : os::Status();
   }
-  return true;
+  return {};
 }
 
 void wait_for_one(Context& context, const std::string& folder, const std::string& name) {
-  if (is_free(folder, name)) return;
-  const Clock::time_point begin = Clock::now();
-  const auto limit = context.options().lock_timeout;
-  bool told = false;
-  for (std::chrono::milliseconds pause = kShortest;; pause = std::min(2 * pause, kLongest)) {
-    Context::stop_if_interrupted();
-    const auto waited = Clock::now() - begin;
-    if (limit && waited >= *limit) {
-      throw lock_missed(context, joined(folder, name));
-    }
-    if (!told && waited >= kPatience) {
-      told = true;
-      tell_waiting(context, joined(folder, name));
-    }
-    std::this_thread::sleep_for(pause);
-    if (is_free(folder, name)) return;
-  }
+  const std::string path = joined(folder, name);
+  const os::Status status =
+      admin::sys::wait_for_lock(path, context.locking(), [&] { return ask_for(folder, name); });
+  if (status.ok()) return;
+  Context::stop_if_interrupted();
+  throw lock_missed(context, path);
 }
 
 }  // namespace
 
 Failure lock_missed(Context& context, const std::string& path) {
-  const std::chrono::duration<double> limit = context.options().lock_timeout.value_or(0ms);
+  const std::chrono::duration<double> limit =
+      context.options().lock_timeout.value_or(std::chrono::milliseconds(0));
   return {Exit::kLockTimeout, formatted("{} is locked by {}; waited {:.1f} s (--lock-timeout)",
                                         shown(path), holder_of(context, path), limit.count())};
 }
