@@ -105,12 +105,12 @@ Json fields_of(const Finding& finding) {
   fields["code"] = kind.name;
   fields["severity"] = admin::name_of(kind.severity);
   if (finding.area) fields["area"] = admin::name_of(*finding.area);
-  put_name(fields, "owner", finding.owner);
-  put_name(fields, "folder", finding.folder);
-  put_name(fields, "name", finding.name);
+  fields["owner"] = finding.owner;
+  fields["folder"] = finding.folder;
+  fields["name"] = finding.name;
   if (finding.timestamp) fields["timestamp"] = *finding.timestamp;
   if (finding.line != 0) fields["line"] = finding.line;
-  put_name(fields, "detail", finding.detail);
+  fields["detail"] = finding.detail;
   return fields;
 }
 

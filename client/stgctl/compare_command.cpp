@@ -178,8 +178,8 @@ class Comparing final : public admin::InventorySink {
       Json fields = {{"record", "finding"}, {"code", kind.name}, {"severity", kind.severity}};
       put_subject(fields, subject_of(what));
       fields["kind"] = admin::name_of(what.kind);
-      if (what.kind == admin::HoldingKind::kPart) put_name(fields, "path", what.path);
-      put_name(fields, "detail", detail);
+      if (what.kind == admin::HoldingKind::kPart) fields["path"] = what.path;
+      fields["detail"] = detail;
       out.json_line("stgctl.compare/1", fields);
       return;
     }

@@ -347,8 +347,8 @@ void Context::confirm(std::string_view question) {
 
 namespace {
 
-/// Asks once for an exclusive lock on the file. A file that is missing or cannot be opened counts as
-/// free: the operation itself reports the problem.
+/// Asks once for an exclusive lock on the file. A file that is missing or cannot be opened counts
+/// as free: the operation itself reports the problem.
 os::Status ask_for(const std::string& folder, const std::string& name) {
   std::error_code error;
   if (!fs::is_regular_file(to_path(joined(folder, name)), error)) return {};

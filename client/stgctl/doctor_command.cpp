@@ -49,8 +49,8 @@ void tell_as_json(Context& context, const admin::SharedTrial& trial) {
   }
   Json fields;
   fields["record"] = "summary";
-  put_name(fields, "folder", trial.folder);
-  put_name(fields, "peer", trial.peer);
+  fields["folder"] = trial.folder;
+  fields["peer"] = trial.peer;
   fields["file_system"] = trial.file_system;
   fields["holds"] = count_of(trial, Holds::kYes);
   fields["missing"] = count_of(trial, Holds::kNo);
@@ -163,7 +163,7 @@ Exit run_doctor(Context& context, const Options& options) {
     fields["version"] = VU_STGCTL_VERSION;
     fields["system"] = sys::system_name();
     fields["encoding"] = sys::narrow_encoding();
-    put_name(fields, "storage", tree.storage);
+    fields["storage"] = tree.storage;
     fields["layout"] = admin::name_of(tree.layout);
     fields["file_system"] = found.system.type;
     fields["network"] = found.system.is_network;
@@ -172,7 +172,7 @@ Exit run_doctor(Context& context, const Options& options) {
     fields["free_bytes"] = found.system.free_bytes;
     fields["path_limit"] = sys::kPathLimit;
     fields["locks"] = admin::name_of(found.trial.proof);
-    put_name(fields, "locks_tried_in", found.trial.folder);
+    fields["locks_tried_in"] = found.trial.folder;
     fields["locks_belong_to_handles"] = found.locks_belong_to_handles;
     fields["locks_tried_on"] = found.trial_file_system;
     fields["locks_detail"] = shown(found.trial.detail);

@@ -109,27 +109,27 @@ void show_json(Context& context, What what, const admin::Request& request, const
   Json fields;
   fields["request"] = name_of(what);
   fields["area"] = admin::name_of(request.area);
-  put_name(fields, "owner", request.owner);
-  put_name(fields, "name", request.entry);
+  fields["owner"] = request.owner;
+  fields["name"] = request.entry;
   fields["timestamp"] = request.timestamp;
   if (what == What::kPart) {
-    put_name(fields, "rendition", request.rendition);
-    put_name(fields, "part", request.part);
-    put_name(fields, "stamp", request.stamp);
+    fields["rendition"] = request.rendition;
+    fields["part"] = request.part;
+    fields["stamp"] = request.stamp;
     fields["code"] = told.code;
   }
   fields["succeeds"] = told.would_succeed;
-  put_name(fields, "path", told.path);
+  fields["path"] = told.path;
   const Step* const no = told.first_no();
-  fields["first_no"] = no != nullptr ? Json(no->name) : Json(nullptr);
+  fields["first_no"] = no != nullptr ? Json(no->name) : Json();
   fields["steps"] = Json::array();
   for (const Step& step : told.steps) {
     Json each;
     each["step"] = step.name;
     each["answer"] = name_of(step.answer);
-    put_name(each, "text", step.text);
+    each["text"] = step.text;
     each["values"] = Json::object();
-    for (const auto& [name, value] : step.values) put_name(each["values"], name, value);
+    for (const auto& [name, value] : step.values) each["values"][name] = value;
     fields["steps"].push_back(std::move(each));
   }
   if (what == What::kRead) {

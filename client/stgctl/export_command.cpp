@@ -264,7 +264,7 @@ Exit run_export(Context& context, const Options& options) {
                  {"files", sums.files},
                  {"bytes", sums.bytes},
                  {"whole", is_whole}};
-  put_name(fields, "folder", folder);
+  fields["folder"] = folder;
   const Exit code = report.finish(
       fields, formatted("{}: {} versions, {} sub-parts, {} files by path", format_bytes(sums.bytes),
                         sums.versions, sums.parts, sums.files));

@@ -124,7 +124,7 @@ Exit run_get(Context& context, Options& options) {
     copy_out(context, entry, destination);
   }
   Json fields = {{"bytes", entry.info.size}, {"modified", entry.info.modify_time}};
-  put_name(fields, "file", destination);
+  fields["file"] = destination;
   report.done(subject_of(entry), fields,
               formatted("{} to {}", format_bytes(entry.info.size), shown(destination)));
   return report.finish({{"bytes", entry.info.size}});

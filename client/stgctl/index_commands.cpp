@@ -99,8 +99,8 @@ class IndexVisitor final : public admin::Visitor {
       Json fields;
       fields["record"] = "index";
       fields["area"] = admin::name_of(m_view.folder().area);
-      put_name(fields, "owner", m_view.folder().owner);
-      put_name(fields, "folder", m_view.folder().path);
+      fields["owner"] = m_view.folder().owner;
+      fields["folder"] = m_view.folder().path;
       fields["state"] = name_of(state);
       fields["bytes"] = m_view.index_text().size();
       m_context.out().json_line(schema(), fields);
@@ -118,16 +118,16 @@ class IndexVisitor final : public admin::Visitor {
     if (m_context.out().json()) {
       Json fields;
       fields["record"] = "line";
-      put_name(fields, "folder", m_view.folder().path);
+      fields["folder"] = m_view.folder().path;
       fields["line"] = line.number;
       fields["verdict"] = admin::name_of(line.verdict);
-      put_name(fields, "text", line.raw.substr(0, kMostShown));
+      fields["text"] = line.raw.substr(0, kMostShown);
       if (!line.logical.empty()) {
-        put_name(fields, "name", line.logical);
+        fields["name"] = line.logical;
         fields["timestamp"] = line.timestamp;
       }
-      if (line.verdict != Verdict::kNoSeparator) put_name(fields, "physical", line.stored);
-      if (line.verdict == Verdict::kEntry) put_name(fields, "file", line.file);
+      if (line.verdict != Verdict::kNoSeparator) fields["physical"] = line.stored;
+      if (line.verdict == Verdict::kEntry) fields["file"] = line.file;
       fields["remark"] = remark;
       m_context.out().json_line(schema(), fields);
       return;

@@ -124,11 +124,9 @@ class DiffReport {
     if (out.json()) {
       Json fields = {{"record", "name"}, {"change", admin::name_of(difference.what)}};
       put_subject(fields, subject);
-      put_name(fields, "folder", folder.path);
-      if (difference.what != NameDifference::What::kAdded)
-        put_name(fields, "before", difference.before);
-      if (difference.what != NameDifference::What::kRemoved)
-        put_name(fields, "after", difference.after);
+      fields["folder"] = folder.path;
+      if (difference.what != NameDifference::What::kAdded) fields["before"] = difference.before;
+      if (difference.what != NameDifference::What::kRemoved) fields["after"] = difference.after;
       out.json_line(kSchema, fields);
       return;
     }

@@ -44,8 +44,8 @@ void show_folder(Context& context, const admin::Snapshot& snapshot,
   if (out.json()) {
     Json fields = {{"record", "folder"}, {"number", snapshot.number}, {"time", snapshot.time}};
     fields["area"] = admin::name_of(folder.area);
-    put_name(fields, "owner", folder.owner);
-    put_name(fields, "folder", folder.path);
+    fields["owner"] = folder.owner;
+    fields["folder"] = folder.path;
     fields["change"] = change;
     fields["entries"] = entries;
     fields["bytes"] = bytes;
@@ -116,7 +116,7 @@ Exit run_log(Context& context, const Options& options) {
     Output& out = context.out();
     if (out.json()) {
       Json fields = {{"record", "summary"}, {"snapshots", all.size()}};
-      put_name(fields, "file", file);
+      fields["file"] = file;
       fields["file_bytes"] = store.file_size();
       fields["torn_bytes"] = store.torn_bytes();
       out.json_line(kSchema, fields);

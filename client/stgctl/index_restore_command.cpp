@@ -153,11 +153,11 @@ class Restoring {
     const Subject subject = subject_in(folder.area, folder.owner, name.logical, name.timestamp);
     if (name.fate != NameFate::kRestored) return m_report.skipped(subject, name.reason);
     Json fields;
-    put_name(fields, "folder", folder.path);
-    put_name(fields, "file", name.file);
+    fields["folder"] = folder.path;
+    fields["file"] = name.file;
     std::string tail = shown(name.file);
     if (!name.renamed_from.empty()) {
-      put_name(fields, "renamed_from", name.renamed_from);
+      fields["renamed_from"] = name.renamed_from;
       tail += ", which was " + shown(name.renamed_from);
     }
     m_report.done(subject, fields, tail);

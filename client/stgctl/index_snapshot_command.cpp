@@ -69,7 +69,7 @@ void show(Context& context, const Snapshot& snapshot, const std::string& file,
   const bool dry = context.is_dry_run();
   if (out.json()) {
     Json fields = fields_of(snapshot);
-    put_name(fields, "file", file);
+    fields["file"] = file;
     fields["written"] = written;
     fields["dry_run"] = dry;
     out.json_line("stgctl.index-snapshot/1", fields);

@@ -52,7 +52,7 @@ Exit run_init(Context& context) {
       continue;
     }
     Json fields;
-    put_name(fields, "path", path);
+    fields["path"] = path;
     report.done({}, fields, shown(path));
   }
   return report.finish();

@@ -84,8 +84,8 @@ void tell(const std::vector<Edit>& edits, const std::vector<KeyEdit>& results, C
       continue;
     }
     Json fields;
-    put_name(fields, "key", key);
-    if (is_set) put_name(fields, "value", value);
+    fields["key"] = key;
+    if (is_set) fields["value"] = value;
     report.done(file, fields, line);
   }
 }
@@ -259,15 +259,15 @@ Exit show(Context& context, const char* schema, const Place& place, bool no_lock
   }
   Json fields;
   if (!place.area.empty()) fields["area"] = place.area;
-  put_name(fields, "owner", place.owner);
-  put_name(fields, "name", place.name);
-  put_name(fields, "path", place.path);
+  fields["owner"] = place.owner;
+  fields["name"] = place.name;
+  fields["path"] = place.path;
   fields["passed_over"] = file.passed_over;
   fields["lines"] = Json::array();
   for (const auto& [name, value] : file.lines) {
     Json line;
-    put_name(line, "name", name);
-    put_name(line, "value", value);
+    line["name"] = name;
+    line["value"] = value;
     fields["lines"].push_back(std::move(line));
   }
   context.out().json_line(schema, fields);

@@ -16,11 +16,11 @@ Exit run_locks(Context& context) {
     if (context.out().json()) {
       Json fields;
       fields["record"] = "lock";
-      put_name(fields, "path", lock.path);
+      fields["path"] = lock.path;
       fields["lock"] = lock.is_exclusive ? "exclusive" : "shared";
       fields["whole_file"] = lock.is_whole_file;
       fields["process"] = lock.process;
-      put_name(fields, "command", lock.command);
+      fields["command"] = lock.command;
       context.out().json_line("stgctl.locks/1", fields);
     } else {
       context.out().print("{:<9}  {:>8}  {:<16}  {}\n", lock.is_exclusive ? "exclusive" : "shared",

@@ -75,13 +75,13 @@ void append_subject(std::string& line, const admin::EntryView& entry) {
 Json fields_of(const admin::EntryView& entry) {
   Json fields;
   fields["area"] = admin::name_of(entry.folder->area);
-  put_name(fields, "owner", entry.folder->owner);
-  put_name(fields, "name", entry.logical);
+  fields["owner"] = entry.folder->owner;
+  fields["name"] = entry.logical;
   fields["timestamp"] = entry.timestamp;
   fields["state"] = admin::name_of(entry.state);
-  put_name(fields, "physical", entry.stored);
-  put_name(fields, "file", entry.file);
-  put_name(fields, "folder", entry.folder->path);
+  fields["physical"] = entry.stored;
+  fields["file"] = entry.file;
+  fields["folder"] = entry.folder->path;
   return fields;
 }
 

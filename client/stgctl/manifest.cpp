@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "client/admin/text.h"
@@ -15,6 +16,8 @@ namespace stgctl {
 namespace sys = admin::sys;
 
 namespace {
+
+using Parsed = nlohmann::json;
 
 constexpr std::array<std::string_view, 3> kKinds = {"version", "part", "file"};
 
@@ -32,10 +35,10 @@ void put_exact(Json& object, const char* key, const std::string& bytes) {
   if (!is_portable) object[std::string(key) + "_hex"] = admin::to_hex(bytes);
 }
 
-std::string exact(const Json& object, const char* key) {
-  const Json* const hex = object.find(std::string(key) + "_hex");
-  if (hex == nullptr) return object.value(key, std::string());
-  return from_hex(hex->get<std::string>()).value();
+std::string exact(const Parsed& object, const char* key) {
+  const std::string hex = std::string(key) + "_hex";
+  if (!object.contains(hex)) return object.value(key, std::string());
+  return from_hex(object.at(hex).get<std::string>()).value();
 }
 
 /// Whether the names between "/" stay below their folder, on every system.
@@ -85,11 +88,11 @@ Json json_of(const ManifestItem& item) {
   return line;
 }
 
-admin::Area area_of(const Json& line) {
+admin::Area area_of(const Parsed& line) {
   return admin::area_named(line.at("area").get<std::string>()).value();
 }
 
-ManifestItem item_of(const Json& line, admin::HoldingKind kind) {
+ManifestItem item_of(const Parsed& line, admin::HoldingKind kind) {
   ManifestItem item;
   admin::Holding& what = item.what;
   what.kind = kind;
@@ -124,7 +127,7 @@ ManifestWriter::ManifestWriter(const std::string& folder, const ManifestHead& he
       {"schema", kManifestSchema}, {"record", "tree"}, {"layout", admin::name_of(head.layout)}};
   if (head.scope.area) first["area"] = admin::name_of(*head.scope.area);
   if (head.scope.owner) put_exact(first, "owner", *head.scope.owner);
-  line(first.dump(-1, Json::Bytes::kMustBeUtf8) + "\n");
+  line(first.dump() + "\n");
 }
 
 void ManifestWriter::line(const std::string& text) {
@@ -134,7 +137,7 @@ void ManifestWriter::line(const std::string& text) {
 
 void ManifestWriter::add(const ManifestItem& item) {
   m_sums.add(item);
-  line(json_of(item).dump(-1, Json::Bytes::kMustBeUtf8) + "\n");
+  line(json_of(item).dump() + "\n");
 }
 
 void ManifestWriter::end(std::uint64_t failed) {
@@ -146,7 +149,7 @@ void ManifestWriter::end(std::uint64_t failed) {
                      {"bytes", m_sums.bytes},
                      {"failed", failed},
                      {"xxh128", m_checksum.text()}};
-  line(last.dump(-1, Json::Bytes::kMustBeUtf8) + "\n");
+  line(last.dump() + "\n");
   m_file.commit();
 }
 
@@ -176,14 +179,14 @@ void ManifestReader::read_head() {
   if (!read_line(text)) damaged("it is empty");
   m_checksum.add(text);
   try {
-    const Json line = Json::parse(text);
+    const Parsed line = Parsed::parse(text);
     if (line.at("record") != "tree") damaged("it does not begin as a manifest");
     if (line.at("schema") != kManifestSchema) damaged("this program does not know its version");
     const bool is_flat = line.at("layout") == "flat";
     m_head.layout = is_flat ? admin::Layout::kFlat : admin::Layout::kOwner;
     if (line.contains("area")) m_head.scope.area = area_of(line);
     if (line.contains("owner")) m_head.scope.owner = exact(line, "owner");
-  } catch (const JsonError& error) {
+  } catch (const Parsed::exception& error) {
     damaged(error.what());
   } catch (const std::bad_optional_access&) {
     damaged("a value is not valid");
@@ -194,7 +197,7 @@ bool ManifestReader::next(ManifestItem& item) {
   std::string text;
   if (!read_line(text)) damaged("it ends too early");
   try {
-    const Json line = Json::parse(text);
+    const Parsed line = Parsed::parse(text);
     const std::string record = line.at("record").get<std::string>();
     const auto kind = std::find(kKinds.begin(), kKinds.end(), record);
     if (kind != kKinds.end()) {
@@ -216,7 +219,7 @@ bool ManifestReader::next(ManifestItem& item) {
         line.at("files").get<std::uint64_t>() != m_met.files ||
         line.at("bytes").get<std::uint64_t>() != m_met.bytes)
       damaged("its totals or its checksum do not match");
-  } catch (const JsonError& error) {
+  } catch (const Parsed::exception& error) {
     damaged(error.what());
   } catch (const std::bad_optional_access&) {
     damaged("a value is not valid");
@@ -234,7 +237,7 @@ Subject subject_of(const admin::Holding& what) {
 
 Json fields_of(const ManifestItem& item) {
   Json fields = {{"kind", admin::name_of(item.what.kind)}};
-  if (item.what.kind == admin::HoldingKind::kPart) put_name(fields, "path", item.what.path);
+  if (item.what.kind == admin::HoldingKind::kPart) fields["path"] = item.what.path;
   fields["file"] = item.file;
   fields["bytes"] = item.what.info.size;
   return fields;

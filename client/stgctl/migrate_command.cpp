@@ -99,7 +99,7 @@ Exit run_inbox(Context& context) {
       continue;
     }
     Json fields;
-    put_name(fields, "new_name", each.to);
+    fields["new_name"] = each.to;
     report.done(subject, fields, "to " + shown(each.to));
   }
   for (const std::string& name : plan.adoptions) {

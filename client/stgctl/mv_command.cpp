@@ -20,8 +20,8 @@ struct Move : StoreItem {
 void tell_moved(ChangeReport& report, const Move& move) {
   Json fields;
   fields["new_area"] = admin::name_of(move.target.area);
-  if (!move.target.owner.empty()) put_name(fields, "new_owner", move.target.owner);
-  put_name(fields, "new_name", move.name);
+  if (!move.target.owner.empty()) fields["new_owner"] = move.target.owner;
+  fields["new_name"] = move.name;
   fields["new_timestamp"] = move.timestamp;
   fields["replaced"] = move.old.has_value();
   report.done(subject_of(move.from), fields, "to " + shown(subject_of(move)));

@@ -179,7 +179,7 @@ Json fields_of(const admin::Snapshot& snapshot) {
   Json fields;
   fields["number"] = snapshot.number;
   fields["time"] = snapshot.time;
-  put_name(fields, "storage", snapshot.storage);
+  fields["storage"] = snapshot.storage;
   fields["folders"] = snapshot.folders;
   fields["entries"] = snapshot.entries;
   fields["bytes"] = snapshot.bytes;

@@ -85,11 +85,9 @@ void Output::write(std::string_view bytes) {
 }
 
 void Output::json_line(const char* schema, const Json& fields) {
-  Json line;
-  line["schema"] = schema;
+  Json line = {{"schema", schema}};
   line.update(fields);
-  write(line.dump());
-  write("\n");
+  write(line.dump() + "\n");
 }
 
 void Output::flush() {
@@ -146,15 +144,6 @@ void Output::message(Style style, std::string_view label, std::string_view text)
     raw_error(
         formatted("{}\n", in_style(m_error_colors, style, formatted("stgctl: {}{}", label, text))));
   }
-}
-
-void put_name(Json& object, const std::string& key, std::string_view bytes) {
-  if (admin::is_utf8(bytes)) {
-    object[key] = std::string(bytes);
-    return;
-  }
-  object[key] = admin::to_utf8(bytes);
-  object[key + "_hex"] = admin::to_hex(bytes);
 }
 
 // ---- progress ----------------------------------------------------------------------------------

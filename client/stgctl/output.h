@@ -111,10 +111,6 @@ class Output {
   bool m_has_results = false;
 };
 
-/// Adds a name of any bytes to an object: as text under @p key, with U+FFFD for invalid UTF-8. In
-/// that case adds the bytes under @p key + "_hex" too.
-void put_name(Json& object, const std::string& key, std::string_view bytes);
-
 /// A progress bar on standard error. It appears only on a terminal, if the work takes longer than
 /// half a second. With --progress always it appears at once and everywhere, with never it does not
 /// appear.

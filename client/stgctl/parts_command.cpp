@@ -40,10 +40,10 @@ std::string why_text(const FoundEntry& version, const admin::Part& part) {
 void show_part(Context& context, const FoundEntry& version, const admin::Part& part, bool why) {
   if (context.out().json()) {
     Json fields = fields_of(version.view());
-    put_name(fields, "stamp", part.stamp);
-    put_name(fields, "rendition", part.rendition);
-    put_name(fields, "part", part.name);
-    put_name(fields, "path", part.path);
+    fields["stamp"] = part.stamp;
+    fields["rendition"] = part.rendition;
+    fields["part"] = part.name;
+    fields["path"] = part.path;
     fields["decision"] = admin::name_of(part.state);
     fields["code"] = static_cast<int>(part.state);
     fields["unreachable"] = part.is_unreachable;

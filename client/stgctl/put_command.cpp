@@ -94,7 +94,7 @@ class Storing {
     if (item.failure) return m_report.failed(subject, *item.failure);
     if (item.is_there) return m_report.skipped(subject, "it already exists");
     Json fields = {{"replaced", item.old.has_value()}, {"bytes", item.size}};
-    put_name(fields, "source", item.source);
+    fields["source"] = item.source;
     m_report.done_as(item.old ? "replaced" : "stored", subject, fields, format_bytes(item.size));
     m_report.add_bytes(item.size);
   }

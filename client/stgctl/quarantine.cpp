@@ -4,6 +4,7 @@
 #include <charconv>
 #include <filesystem>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <system_error>
 
 #include "client/admin/name_snapshot.h"
@@ -170,7 +171,7 @@ AppliedPlan AppliedPlan::begin(Context& context, const std::string& folder,
     fail("{} was just created by another repair; run the command again", shown(plan.path()));
   const std::int64_t now = os::now();
   Json record = {{"schema", kSchema}, {"record", "begin"}, {"plan", digest}};
-  put_name(record, "storage", context.tree().storage);
+  record["storage"] = context.tree().storage;
   record["time"] = now;
   record["expires"] = now + keep;
   plan.append(record);
@@ -182,7 +183,8 @@ void AppliedPlan::read(const std::string& text) {
     const std::size_t end = text.find('\n', at);
     // A line without an end is unfinished: its writer was stopped. It is ignored.
     if (end == std::string::npos) break;
-    const Json record = Json::parse_or_null(std::string_view(text).substr(at, end - at));
+    const std::string_view line = std::string_view(text).substr(at, end - at);
+    const auto record = nlohmann::json::parse(line, nullptr, false);
     if (!record.is_object()) fail("{} is damaged", shown(path()));
     read(record);
     at = end + 1;
@@ -190,7 +192,7 @@ void AppliedPlan::read(const std::string& text) {
   }
 }
 
-void AppliedPlan::read(const Json& record) {
+void AppliedPlan::read(const nlohmann::json& record) {
   const std::string kind = record.value("record", "");
   const std::size_t number = record.value("step", std::size_t{0});
   if (kind == "begin") {
@@ -221,7 +223,7 @@ void AppliedPlan::append(const Json& record) {
   if (!status.ok()) static_cast<void>(m_manifest->cut_at(m_end));
   check(status, path());
   m_end += line.size();
-  read(record);
+  read(nlohmann::json::parse(line));
 }
 
 const Step* AppliedPlan::unfinished(const Repair& repair) const {

@@ -79,7 +79,7 @@ class AppliedPlan {
  private:
   AppliedPlan() = default;
   void read(const std::string& text);
-  void read(const Json& record);
+  void read(const nlohmann::json& record);
   void append(const Json& record);
   std::string folder() const;
   std::string path() const;

@@ -149,7 +149,7 @@ Exit run_plan(Context& context, const RepairOptions& options) {
     write_plan(file, text_of(plan));
   }
   Json sums = {{"left", plan.left.size()}};
-  put_name(sums, "file", file);
+  sums["file"] = file;
   return report.finish(
       sums, formatted("{} findings not repaired{}", plan.left.size(),
                       told_of_expired(context, quarantine_folder(context, options.quarantine))));
@@ -293,7 +293,7 @@ Exit run_list(Context& context, const QuarantineOptions& options) {
     if (out.json()) {
       Json fields = {{"record", "plan"},  {"number", number},        {"state", state_of(plan)},
                      {"time", plan.time}, {"expires", plan.expires}, {"steps", plan.steps.size()}};
-      put_name(fields, "storage", plan.storage);
+      fields["storage"] = plan.storage;
       out.json_line("stgctl.quarantine-list/1", fields);
       continue;
     }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string_view>
 
@@ -20,6 +21,13 @@ namespace stgctl {
 
 namespace {
 
+using Parsed = nlohmann::json;
+
+/// @throws Parsed::exception if the value is not an array.
+const Parsed::array_t& items_of(const Parsed& value) {
+  return value.get_ref<const Parsed::array_t&>();
+}
+
 constexpr const char* kSchema = "stgctl.repair-plan/1";
 constexpr std::array<std::string_view, 5> kKinds = {"remove-lines", "remove-key-lines",
                                                     "set-counter", "quarantine", "restore-lines"};
@@ -32,7 +40,7 @@ Json names_to_json(const std::vector<std::string>& names) {
   Json list = Json::array();
   for (const std::string& name : names) {
     Json item;
-    put_name(item, "text", name);
+    item["text"] = name;
     list.push_back(std::move(item));
   }
   return list;
@@ -52,7 +60,7 @@ Json fields_of(const Repair& repair) {
   Json fields;
   fields["repair"] = name_of(repair.kind);
   fields["code"] = repair.code;
-  put_name(fields, "path", repair.path);
+  fields["path"] = repair.path;
   if (!repair.lines.empty()) {
     fields["lines"] = names_to_json(repair.lines);
     for (std::size_t i = 0; i < repair.codes.size() && i < repair.lines.size(); ++i)
@@ -67,15 +75,15 @@ Json fields_of(const Repair& repair) {
   return fields;
 }
 
-Repair repair_of(const Json& object) {
+Repair repair_of(const nlohmann::json& object) {
   Repair repair;
   const auto kind = repair_named(object.value("repair", ""));
   if (!kind) reject(formatted("'{}' is not a repair", shown(object.value("repair", ""))));
   repair.kind = *kind;
   repair.code = object.value("code", "");
   repair.path = name_in(object, "path");
-  if (const Json* const lines = object.find("lines")) {
-    for (const Json& line : lines->items()) {
+  if (object.contains("lines")) {
+    for (const Parsed& line : items_of(object.at("lines"))) {
       repair.lines.push_back(name_in(line, "text"));
       repair.codes.push_back(line.value("why", ""));
     }
@@ -101,7 +109,7 @@ Repair repair_of(const Json& object) {
 std::string text_of(const RepairPlan& plan) {
   Json object;
   object["schema"] = kSchema;
-  put_name(object, "storage", plan.storage);
+  object["storage"] = plan.storage;
   object["time"] = plan.time;
   object["repairs"] = Json::array();
   for (const Repair& repair : plan.repairs) object["repairs"].push_back(fields_of(repair));
@@ -110,8 +118,8 @@ std::string text_of(const RepairPlan& plan) {
   object["left"] = Json::array();
   for (const LeftAlone& left : plan.left) {
     Json item = {{"code", left.code}};
-    put_name(item, "path", left.path);
-    put_name(item, "detail", left.detail);
+    item["path"] = left.path;
+    item["detail"] = left.detail;
     item["remedy"] = left.remedy;
     object["left"].push_back(std::move(item));
   }
@@ -121,35 +129,35 @@ std::string text_of(const RepairPlan& plan) {
 RepairPlan read_plan(Context& context, const std::string& text) {
   try {
     // A text that is not JSON gets a message of this program, not of the JSON library.
-    const Json object = Json::parse_or_null(text);
+    const Parsed object = Parsed::parse(text, nullptr, false);
     if (!object.is_object() || object.value("schema", "") != kSchema)
       reject(formatted("it does not contain \"schema\": \"{}\"", kSchema));
     RepairPlan plan;
     plan.storage = name_in(object, "storage");
     if (plan.storage != context.tree().storage)
       reject(formatted("it is for {}", shown(plan.storage)));
-    if (const Json* const costs = object.find("costs")) {
-      for (const Json& cost : costs->items()) plan.costs.push_back(shown(cost.get<std::string>()));
+    if (object.contains("costs")) {
+      for (const Parsed& cost : items_of(object.at("costs")))
+        plan.costs.push_back(shown(cost.get<std::string>()));
     }
-    for (const Json& each : object.at("repairs").items()) {
+    for (const Parsed& each : items_of(object.at("repairs"))) {
       plan.repairs.push_back(repair_of(each));
       path_in_tree(context, plan.repairs.back().path);
     }
     return plan;
-  } catch (const JsonError&) {
+  } catch (const Parsed::exception&) {
     reject("its lists are not in the form that 'repair --plan' writes");
   }
 }
 
-std::string name_in(const Json& object, const std::string& key) {
-  if (const Json* const hex = object.find(key + "_hex")) {
-    const std::string digits = hex->get<std::string>();
+std::string name_in(const nlohmann::json& object, const std::string& key) {
+  if (object.contains(key + "_hex")) {
+    const std::string digits = object.at(key + "_hex").get<std::string>();
     if (auto bytes = from_hex(digits)) return *std::move(bytes);
     reject("'" + shown(digits) + "' are not hexadecimal digits");
   }
-  const Json* const text = object.find(key);
-  if (text == nullptr) reject(formatted("\"{}\" is missing", key));
-  return text->get<std::string>();
+  if (!object.contains(key)) reject(formatted("\"{}\" is missing", key));
+  return object.at(key).get<std::string>();
 }
 
 std::string path_in_tree(Context& context, const std::string& path) {

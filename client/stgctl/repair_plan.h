@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -71,10 +72,10 @@ RepairPlan read_plan(Context& context, const std::string& text);
 /// The fields "repair", "code", "path" and those of its kind.
 Json fields_of(const Repair& repair);
 /// A repair from such fields. @throws Failure kRefused if they are not valid.
-Repair repair_of(const Json& object);
-/// The bytes of a name that put_name() added to an object. @throws Failure kRefused if it is
+Repair repair_of(const nlohmann::json& object);
+/// The bytes of a text in an object that Json wrote. @throws Failure kRefused if it is
 /// missing.
-std::string name_in(const Json& object, const std::string& key);
+std::string name_in(const nlohmann::json& object, const std::string& key);
 /// The absolute form of a path below the storage folder. @throws Failure kRefused if it leads
 /// elsewhere, or over a link.
 std::string path_in_tree(Context& context, const std::string& path);

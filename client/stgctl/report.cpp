@@ -24,8 +24,8 @@ std::string shown(const Subject& subject) {
 
 void put_subject(Json& object, const Subject& subject) {
   if (!subject.area.empty()) object["area"] = subject.area;
-  if (!subject.owner.empty()) put_name(object, "owner", subject.owner);
-  if (!subject.name.empty()) put_name(object, "name", subject.name);
+  if (!subject.owner.empty()) object["owner"] = subject.owner;
+  if (!subject.name.empty()) object["name"] = subject.name;
   if (subject.timestamp) object["timestamp"] = *subject.timestamp;
 }
 

@@ -221,8 +221,7 @@ Json age_figures(const std::vector<StatsGroup>& ages) {
     bar["name"] = group.name;
     // "up to three years" takes two lines.
     constexpr std::string_view kUpTo = "up to ";
-    bar["up_to"] =
-        group.name.starts_with(kUpTo) ? Json(group.name.substr(kUpTo.size())) : Json(nullptr);
+    bar["up_to"] = group.name.starts_with(kUpTo) ? Json(group.name.substr(kUpTo.size())) : Json();
   }
   return bars;
 }

@@ -147,7 +147,7 @@ Json owners_of(const std::vector<Curve>& curves) {
     }
   }
   result["more_owners"] =
-      curves.size() > kOwnersShown ? Json(curves.size() - kOwnersShown) : Json(nullptr);
+      curves.size() > kOwnersShown ? Json(curves.size() - kOwnersShown) : Json();
   return result;
 }
 
@@ -161,7 +161,7 @@ Json cleaning_of(const ReportData& data) {
   cleaning["documents"] = all.there.documents;
   cleaning["target"] =
       data.target ? Json(sentence_for(*data.target, data.forecast->limit_for(*data.target)))
-                  : Json(nullptr);
+                  : Json();
   cleaning["by_owner"] = owners_of(data.forecast->owners());
   return cleaning;
 }
@@ -208,7 +208,7 @@ std::string report_page(const ReportData& data) {
                {"narrowed", data.narrowed},
                {"totals", totals_of(stats)},
                {"folders", stats.folders},
-               {"unlisted", stats.failures == 0 ? Json(nullptr) : Json(stats.failures)},
+               {"unlisted", stats.failures == 0 ? Json() : Json(stats.failures)},
                {"map", treemap_figures(data.space.all)},
                {"groupings", groupings_of(data.space)},
                {"ages", ages_of(stats)},
@@ -322,7 +322,7 @@ Exit run_report(Context& context, const Options& options) {
   const auto count = [&](admin::Severity severity) { return data.check.count(severity); };
   if (context.out().json()) {
     Json fields;
-    put_name(fields, "file", options.html);
+    fields["file"] = options.html;
     fields["dry_run"] = dry;
     fields["page_bytes"] = page.size();
     fields["files"] = data.space.stats.all.files;

@@ -54,7 +54,7 @@ void show_json(Context& context, const Stats& stats, const Options& options) {
   fields["groups"] = Json::array();
   for (const admin::StatsGroup& group : stats.groups) {
     Json each;
-    put_name(each, "name", group.name);
+    each["name"] = group.name;
     each["files"] = group.sum.files;
     each["bytes"] = group.sum.bytes;
     fields["groups"].push_back(std::move(each));

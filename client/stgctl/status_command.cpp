@@ -17,7 +17,7 @@ Exit run_status(Context& context) {
   const sys::Knowledge known = sys::find_locks(tree.storage, locks);
   if (context.out().json()) {
     Json fields;
-    put_name(fields, "storage", tree.storage);
+    fields["storage"] = tree.storage;
     fields["layout"] = admin::name_of(tree.layout);
     fields["layout_guessed"] = tree.layout_was_guessed;
     fields["areas"] = Json::array();

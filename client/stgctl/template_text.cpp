@@ -91,7 +91,7 @@ class Filling {
 
   const Json* find(std::string_view name) const {
     for (auto scope = m_scopes.rbegin(); scope != m_scopes.rend(); ++scope) {
-      const Json* const found = (*scope)->is_object() ? (*scope)->find(std::string(name)) : nullptr;
+      const Json* const found = (*scope)->is_object() ? (*scope)->find(name) : nullptr;
       if (found != nullptr) return found;
     }
     return nullptr;
@@ -100,7 +100,7 @@ class Filling {
   void append_value(std::string_view name) {
     const Json* const value = find(name);
     if (value == nullptr) throw std::logic_error("no field " + std::string(name));
-    m_result += value->is_text() ? html(value->get<std::string>()) : value->dump();
+    m_result += value->is_text() ? html(value->text()) : value->dump();
   }
 
   const std::function<std::string_view(std::string_view)>& m_file;

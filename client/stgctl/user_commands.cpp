@@ -89,7 +89,7 @@ Exit run_list(Context& context) {
   for (const auto& [name, areas] : owners) {
     if (out.json()) {
       Json fields;
-      put_name(fields, "owner", name);
+      fields["owner"] = name;
       fields["areas"] = Json(areas);
       out.json_line("stgctl.user.list/1", fields);
     } else {
@@ -129,7 +129,7 @@ Exit run_rename(Context& context, const RenameOptions& options) {
     const Subject subject = subject_in(area, from);
     if (context.is_dry_run() || is_missing(context, area, from)) {
       Json fields;
-      put_name(fields, "new_owner", to);
+      fields["new_owner"] = to;
       report.done(subject, fields, "to " + shown(to));
     } else {
       report.failed(subject, "the folder could not be renamed; check whether a file in it is open");

@@ -62,7 +62,7 @@ void show_json(Context& context, const admin::Forecast& forecast, bool by_access
                std::optional<std::uint64_t> target) {
   for (const Curve& curve : forecast.owners()) {
     Json fields = {{"record", "owner"}};
-    put_name(fields, "owner", curve.owner);
+    fields["owner"] = curve.owner;
     fields.update(json_of(curve));
     context.out().json_line(kSchema, fields);
   }

@@ -54,7 +54,7 @@ Exit show_physical(Context& context, const EntryOptions& options) {
   for (const FoundEntry& version : all) {
     if (context.out().json()) {
       Json fields = fields_of(version.view());
-      put_name(fields, "path", version.path());
+      fields["path"] = version.path();
       fields["direction"] = "physical";
       context.out().json_line("stgctl.which/1", fields);
     } else {

@@ -265,6 +265,12 @@ TEST_F(ClientEasy, TellsOfAPlanThatIsNoneInItsOwnWords) {
   EXPECT_EQ(result.code, 12);
   EXPECT_NE(result.err.find("it does not contain \"schema\""), std::string::npos) << result.err;
   EXPECT_EQ(result.err.find("json.exception"), std::string::npos) << result.err;
+  // Nor does a text exhaust the stack that is nested very deeply.
+  constexpr std::size_t kDepth = 1'000'000;
+  write_file(plan, std::string(kDepth, '[') + std::string(kDepth, ']'));
+  EXPECT_EQ(on_tree({"repair", "--apply", plan, "--yes"}).code, 12);
+  write_file(plan, std::string(kDepth, '['));
+  EXPECT_EQ(on_tree({"repair", "--apply", plan, "--yes"}).code, 12);
 }
 
 #if !defined(_WIN32)
