@@ -4,7 +4,6 @@
 #include <string>
 
 #include "api/store.h"
-#include "api/stream.h"
 #include "file/handle_core.h"
 #include "file/lock_limit.h"
 #include "stg_index.h"

@@ -10,6 +10,7 @@
 #include "platform/os/os.h"
 #include "stg_types.h"
 #include "vu/storage.h"
+#include "vu_file.h"
 
 namespace api {
 
@@ -21,6 +22,20 @@ struct Store final : Object {
   bool owners_have_folders = true;
   std::int64_t wait_ms = 0;
 };
+
+// ---- streams -----------------------------------------------------------------------------------
+
+enum class Direction : std::uint8_t { kReads, kWrites };
+
+struct Stream final : Object {
+  vu_file file;
+  Direction direction = Direction::kReads;
+};
+
+/// Returns a handle for an open stream. @throws Refusal if it did not get its lock.
+void give_stream(std::unique_ptr<Stream> opened, vu_stream** stream);
+
+// ---- versions ----------------------------------------------------------------------------------
 
 /// A version, in the terms of the exported classes.
 struct Address {

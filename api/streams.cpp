@@ -6,7 +6,6 @@
 
 #include "api/in_place.h"
 #include "api/store.h"
-#include "api/stream.h"
 #include "file/handle_core.h"
 #include "file/lock_limit.h"
 #include "platform/os/os.h"

@@ -54,13 +54,52 @@ if(TARGET vu_runtime_dlls)
   add_dependencies(vu_storage vu_runtime_dlls)
 endif()
 
+# ---- the library for tests -------------------------------------------------------------------------
+
+# Copies of the exported headers for tests of internal functions. In these copies two classes have a test peer as a
+# friend (tests/support/storage_peer.h, index_peer.h). The shipped headers name no such friend, because any program could
+# define it.
+
+set(vu_test_include ${PROJECT_BINARY_DIR}/test-include)
+
+# vu_test_header(<header> [<class> <peer>])
+function(vu_test_header header)
+  set(source ${PROJECT_SOURCE_DIR}/include/${header})
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${source})
+  file(READ ${source} text)
+  if(ARGC GREATER 1)
+    set(begin "class VU_STORAGE_API ${ARGV1} ")
+    string(FIND "${text}" "${begin}" at)
+    string(FIND "${text}" " private:\n" private REVERSE)
+    if(at EQUAL -1 OR private LESS at)
+      message(FATAL_ERROR "${header} has no class ${ARGV1} with a private part: update cmake/library.cmake")
+    endif()
+    string(LENGTH " private:\n" length)
+    math(EXPR behind "${private} + ${length}")
+    string(SUBSTRING "${text}" 0 ${behind} head)
+    string(SUBSTRING "${text}" ${behind} -1 tail)
+    set(text "${head}  friend struct ${ARGV2};\n${tail}")
+  endif()
+  file(GENERATE OUTPUT ${vu_test_include}/${header} CONTENT "${text}")
+endfunction()
+
 if(VU_BUILD_TESTS)
   add_library(vu_storage_testable STATIC)
   vu_library(vu_storage_testable)
   if(NOT MSVC)
     target_compile_options(vu_storage_testable PRIVATE -O1 ${vu_test_debug})
   endif()
-  include(test_headers)
+  file(GLOB vu_headers RELATIVE ${PROJECT_SOURCE_DIR}/include CONFIGURE_DEPENDS
+    ${PROJECT_SOURCE_DIR}/include/*.h)
+  foreach(header IN LISTS vu_headers)
+    if(header STREQUAL "vu_storage.h")
+      vu_test_header(${header} vu_storage vu_storage_test_peer)
+    elseif(header STREQUAL "stg_index.h")
+      vu_test_header(${header} STGIndex stg_index_test_peer)
+    else()
+      vu_test_header(${header})
+    endif()
+  endforeach()
   # These folders come before include/: headers with test peers as friends, and the OS seam with fault injection.
   target_include_directories(vu_storage_testable BEFORE PUBLIC
     ${PROJECT_SOURCE_DIR}/tests/support/layer ${vu_test_include})
@@ -68,6 +107,8 @@ if(VU_BUILD_TESTS)
   # For internal headers, with the same paths as in the library's sources.
   target_include_directories(vu_storage_testable PUBLIC ${PROJECT_SOURCE_DIR})
 endif()
+
+# ---- the rooms -------------------------------------------------------------------------------------
 
 add_subdirectory(platform)
 add_subdirectory(file)

@@ -6,7 +6,6 @@
 #include <string_view>
 #include <utility>
 
-#include "file/trace_source.h"
 #include "platform/os/path_root.h"
 
 bool next_line(std::string_view& rest, std::string_view& line) {

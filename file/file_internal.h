@@ -4,8 +4,13 @@
 #include <string>
 #include <string_view>
 
+#include "platform/host/trace.h"
 #include "platform/os/os.h"
 #include "vu_i18n.h"
+
+/// Opens the trace scope of an operation of the file layer, at the level that all of them have. The
+/// arguments are the pieces of the label, if the operation has one.
+#define VU_FILE_SCOPE(...) VU_TRACE_SCOPE("vu_file", vu_host::trace_level::xl, __VA_ARGS__)
 
 /// Removes the next non-empty line from the front of @p rest. A line is the text before a line
 /// feed, without one carriage return at its end, or all text after the last line feed.

@@ -5,9 +5,9 @@
 #include <limits>
 #include <utility>
 
+#include "file/file_internal.h"
 #include "file/lock_limit.h"
 #include "file/path_text.h"
-#include "file/trace_source.h"
 #include "vu_file_except.h"
 
 namespace {

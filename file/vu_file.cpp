@@ -6,7 +6,6 @@
 #include "file/file_internal.h"
 #include "file/handle_core.h"
 #include "file/path_text.h"
-#include "file/trace_source.h"
 #include "platform/os/os.h"
 
 /// @file

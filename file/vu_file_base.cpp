@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "file/file_internal.h"
 #include "file/handle_core.h"
-#include "file/trace_source.h"
 #include "platform/os/os.h"
 #include "vu_file_except.h"
 

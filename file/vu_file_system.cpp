@@ -1,9 +1,9 @@
 #include <utility>
 
+#include "file/file_internal.h"
 #include "file/folder_entries.h"
 #include "file/open_folder.h"
 #include "file/path_text.h"
-#include "file/trace_source.h"
 #include "platform/os/os.h"
 #include "vu_file.h"
 

@@ -6,7 +6,6 @@
 #include "file/folder_entries.h"
 #include "file/open_folder.h"
 #include "file/path_text.h"
-#include "file/trace_source.h"
 #include "platform/os/os.h"
 #include "vu_fileutf8.h"
 

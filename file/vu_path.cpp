@@ -1,7 +1,7 @@
 #include <cstddef>
 
+#include "file/file_internal.h"
 #include "file/path_text.h"
-#include "file/trace_source.h"
 #include "platform/host/host.h"
 #include "platform/os/os.h"
 #include "vu_path.h"

@@ -1,4 +1,4 @@
-#include "lab/interleavings/combinations.h"
+#include "lab/interleavings/operations.h"
 
 #include <algorithm>
 #include <array>

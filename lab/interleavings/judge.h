@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/interleavings/combinations.h"
+#include "lab/interleavings/operations.h"
 #include "lab/interleavings/tree.h"
 
 /// @file

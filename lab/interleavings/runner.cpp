@@ -4,7 +4,7 @@
 #include <numeric>
 #include <utility>
 
-#include "lab/interleavings/combinations.h"
+#include "lab/interleavings/operations.h"
 #include "stg_index.h"
 #include "tests/support/storage_peer.h"
 #include "vu_storage.h"
