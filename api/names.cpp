@@ -133,12 +133,9 @@ STG::RepositoryType type_of(std::int32_t area) {
     case VU_AREA_USER:
       // With this type a removal also drops lines of "attribut.txt".
       return STG::UserFilesRepository;
-    case VU_AREA_DOCS:
-      return STG::CorporateRepository;
-    case VU_AREA_MAIL:
-      return STG::MailRepository;
-    default:
-      throw Refusal{VU_USAGE, "there is no such area; use VU_AREA_...", {}};
+    case VU_AREA_DOCS: return STG::CorporateRepository;
+    case VU_AREA_MAIL: return STG::MailRepository;
+    default: throw Refusal{VU_USAGE, "there is no such area; use VU_AREA_...", {}};
   }
 }
 

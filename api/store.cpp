@@ -32,12 +32,9 @@ StoreUse::StoreUse(const vu_store* handle) : m_use(handle, Kind::kStore, Sharing
 
 const std::string& area_folder(STG::RepositoryType type) {
   switch (type) {
-    case STG::CorporateRepository:
-      return vu_storage::getCorpPath();
-    case STG::MailRepository:
-      return vu_storage::getMailPath();
-    default:
-      return vu_storage::getUserPath();
+    case STG::CorporateRepository: return vu_storage::getCorpPath();
+    case STG::MailRepository: return vu_storage::getMailPath();
+    default: return vu_storage::getUserPath();
   }
 }
 

@@ -162,28 +162,20 @@ namespace {
 
 const char* name_of(vu_host::trace_level level) {
   switch (level) {
-    case vu_host::trace_level::xs:
-      return "XS";
-    case vu_host::trace_level::s:
-      return "S";
-    case vu_host::trace_level::m:
-      return "M";
-    case vu_host::trace_level::l:
-      return "L";
-    case vu_host::trace_level::xl:
-      return "XL";
+    case vu_host::trace_level::xs: return "XS";
+    case vu_host::trace_level::s: return "S";
+    case vu_host::trace_level::m: return "M";
+    case vu_host::trace_level::l: return "L";
+    case vu_host::trace_level::xl: return "XL";
   }
   return "?";
 }
 
 const char* name_of(vu_host::trace_event event) {
   switch (event) {
-    case vu_host::trace_event::success:
-      return "Success";
-    case vu_host::trace_event::warning:
-      return "Warning";
-    case vu_host::trace_event::error:
-      return "Error";
+    case vu_host::trace_event::success: return "Success";
+    case vu_host::trace_event::warning: return "Warning";
+    case vu_host::trace_event::error: return "Error";
   }
   return "?";
 }

@@ -64,11 +64,8 @@ Document Planner::new_document(const SourceFile& file) {
       document.entry += ".kd";
       document.entry += static_cast<char>('a' + number / 4 % 7);
       break;
-    case 2:
-      document.entry += ".kdf";
-      break;
-    default:
-      break;
+    case 2: document.entry += ".kdf"; break;
+    default: break;
   }
   return document;
 }
@@ -209,13 +206,10 @@ std::string name_of(const Version& version) {
 
 const char* area_of(STG::RepositoryType type) {
   switch (type) {
-    case STG::CorporateRepository:
-      return "docs";
+    case STG::CorporateRepository: return "docs";
     case STG::MailRepository:
-    case STG::MailFilesRepository:
-      return "mail";
-    default:
-      return "user";
+    case STG::MailFilesRepository: return "mail";
+    default: return "user";
   }
 }
 

@@ -19,8 +19,7 @@ bool is_known_mode(vu_file_base::type_access mode) {
     case vu_file_base::o_read:
     case vu_file_base::o_write:
     case vu_file_base::o_append:
-    case vu_file_base::o_truncate:
-      return true;
+    case vu_file_base::o_truncate: return true;
   }
   return false;
 }

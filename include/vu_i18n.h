@@ -158,8 +158,8 @@ inline bool operator<(const vu_utf8string& left, const vu_utf8string& right) noe
   return left.compare(right) < 0;
 }
 
-/// Text as 16-bit units of UTF-16, the form of names in Windows. A character outside the basic
-/// plane is two units. Positions and sizes count units.
+/// Text as 16-bit units of UTF-16, the form of names in Windows: the twin of vu_utf8string. A
+/// character outside the basic plane is two units. Positions and sizes count units.
 ///
 /// @all_blocking{no}
 /// @all_threads{several may read one object; to change or destroy it, use it alone}

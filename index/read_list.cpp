@@ -33,22 +33,15 @@ std::optional<Tabs> tabs_of(std::string_view line) {
 
 std::string_view extension_for(char kind) {
   switch (kind) {
-    case 'A':
-      return ".kda";
-    case 'B':
-      return ".kdb";
+    case 'A': return ".kda";
+    case 'B': return ".kdb";
     case 'H':
     case 'R':
-    case 'T':
-      return ".kdc";
-    case 'N':
-      return ".kdd";
-    case 'U':
-      return ".kde";
-    case 'Z':
-      return ".kdf";
-    default:
-      return ".kdg";
+    case 'T': return ".kdc";
+    case 'N': return ".kdd";
+    case 'U': return ".kde";
+    case 'Z': return ".kdf";
+    default: return ".kdg";
   }
 }
 

@@ -196,13 +196,10 @@ void vu_storage::setTdcTimeStamp(const std::string& value) {
 
 const std::string& vu_storage::areaPath(const Roots& roots, STG::RepositoryType type) {
   switch (type) {
-    case STG::CorporateRepository:
-      return roots.s_sCorpPath;
+    case STG::CorporateRepository: return roots.s_sCorpPath;
     case STG::MailRepository:
-    case STG::MailFilesRepository:
-      return roots.s_sMailPath;
-    default:
-      return roots.s_sUserPath;
+    case STG::MailFilesRepository: return roots.s_sMailPath;
+    default: return roots.s_sUserPath;
   }
 }
 

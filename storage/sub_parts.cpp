@@ -169,8 +169,7 @@ void vu_storage::OpenReadSubPart(vu_file& file, const std::string& strUser,
           case kRegenerate:
             VU_TRACE_XL("Document must to be regenerated");  // sic
             break;
-          default:
-            break;
+          default: break;
         }
       },
       [&](const std::string& text) {

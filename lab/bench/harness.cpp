@@ -51,20 +51,13 @@ double middle(std::vector<double> values) {
 
 const char* name(Who who) {
   switch (who) {
-    case Who::kLibrary:
-      return "library";
-    case Who::kFloor:
-      return "floor";
-    case Who::kLiteral:
-      return "literal";
-    case Who::kSqlitePerOperation:
-      return "SQLite, opened per operation";
-    case Who::kSqliteKeptOpen:
-      return "SQLite, kept open";
-    case Who::kLmdbPerOperation:
-      return "LMDB, opened per operation";
-    case Who::kLmdbKeptOpen:
-      return "LMDB, kept open";
+    case Who::kLibrary: return "library";
+    case Who::kFloor: return "floor";
+    case Who::kLiteral: return "literal";
+    case Who::kSqlitePerOperation: return "SQLite, opened per operation";
+    case Who::kSqliteKeptOpen: return "SQLite, kept open";
+    case Who::kLmdbPerOperation: return "LMDB, opened per operation";
+    case Who::kLmdbKeptOpen: return "LMDB, kept open";
   }
   return "";
 }

@@ -90,19 +90,13 @@ void documents(unsigned char what, const Names& n) {
       storage.Read(file, out, 0);
       storage.Close(file);
       break;
-    case 2:
-      vu_storage::RemoveFile(n.owner, n.name, n.type, n.stamp);
-      break;
+    case 2: vu_storage::RemoveFile(n.owner, n.name, n.type, n.stamp); break;
     case 3:
       storage.OpenWrite(file, vu_utf8string(n.owner), vu_utf8string(n.name), n.type, true, n.stamp);
       storage.Close(file);
       break;
-    case 4:
-      vu_storage::getLattestTimestamp(n.owner, n.name, n.type);
-      break;
-    default:
-      storage.IsFileExist(n.owner, n.name, n.type, n.stamp, nullptr, &out);
-      break;
+    case 4: vu_storage::getLattestTimestamp(n.owner, n.name, n.type); break;
+    default: storage.IsFileExist(n.owner, n.name, n.type, n.stamp, nullptr, &out); break;
   }
 }
 
@@ -115,9 +109,7 @@ void keys_and_parts(unsigned char what, const Names& n) {
       seq.push_back({n.other, n.name});
       vu_storage::saveUserOrMasterProfile(n.owner, n.name, seq);
       break;
-    case 1:
-      vu_storage::loadUserOrMasterProfile(n.owner, n.name, seq);
-      break;
+    case 1: vu_storage::loadUserOrMasterProfile(n.owner, n.name, seq); break;
     case 2:
       storage.OpenWriteSubPart(file, n.owner, n.name, n.other, n.other, n.stamp);
       storage.Close(file);
@@ -126,9 +118,7 @@ void keys_and_parts(unsigned char what, const Names& n) {
       storage.OpenReadSubPart(file, n.owner, n.owner, n.name, n.other, n.other, n.stamp);
       storage.Close(file);
       break;
-    default:
-      STGIndex::migrateInboxRead(n.owner);
-      break;
+    default: STGIndex::migrateInboxRead(n.owner); break;
   }
 }
 
@@ -138,27 +128,13 @@ void index(unsigned char what, const Names& n, const std::string& folder) {
   std::string out;
   long stamp = 0;
   switch (what % 7) {
-    case 0:
-      STGIndex::create(folder, n.name, n.stamp);
-      break;
-    case 1:
-      STGIndex::exists(folder, n.name, n.stamp, out);
-      break;
-    case 2:
-      STGIndex::rename(folder, n.name, n.stamp, n.other, n.stamp + 1);
-      break;
-    case 3:
-      STGIndex::lastVersion(folder, n.name, stamp);
-      break;
-    case 4:
-      STGIndex::remove(folder, n.name, n.stamp);
-      break;
-    case 5:
-      STGIndex::plValues(folder, map);
-      break;
-    default:
-      STGIndex::cleanOutOfDateOutput(folder, 4000000000UL, kept, false);
-      break;
+    case 0: STGIndex::create(folder, n.name, n.stamp); break;
+    case 1: STGIndex::exists(folder, n.name, n.stamp, out); break;
+    case 2: STGIndex::rename(folder, n.name, n.stamp, n.other, n.stamp + 1); break;
+    case 3: STGIndex::lastVersion(folder, n.name, stamp); break;
+    case 4: STGIndex::remove(folder, n.name, n.stamp); break;
+    case 5: STGIndex::plValues(folder, map); break;
+    default: STGIndex::cleanOutOfDateOutput(folder, 4000000000UL, kept, false); break;
   }
 }
 
@@ -173,9 +149,7 @@ void files(unsigned char what, const Names& n, const std::string& folder) {
       if (file.try_open(vu_file_base::o_append, locked, true)) file.write(n.other);
       break;
     }
-    case 1:
-      vu_file::copyFile(path, other, true);
-      break;
+    case 1: vu_file::copyFile(path, other, true); break;
     case 2:
       if (wide) {
         vu_fileutf8::rename(vu_utf8string(path), vu_utf8string(other));
@@ -219,18 +193,10 @@ void operation(Source& source, const std::string& folder, bool& touches_others) 
   }
   try {
     switch (what % 4) {
-      case 0:
-        documents(what / 4, n);
-        break;
-      case 1:
-        keys_and_parts(what / 4, n);
-        break;
-      case 2:
-        index(what / 4, n, folder);
-        break;
-      default:
-        files(what / 4, n, folder);
-        break;
+      case 0: documents(what / 4, n); break;
+      case 1: keys_and_parts(what / 4, n); break;
+      case 2: index(what / 4, n, folder); break;
+      default: files(what / 4, n, folder); break;
     }
   } catch (const vu_file_except&) {
     // The header names it for a file that cannot be opened.
@@ -340,34 +306,20 @@ vu_status one_call(vu_store* store, unsigned char what, const Request& request) 
   char buffer[100];
   int count = 0;
   switch (what % 16) {
-    case 0:
-      return vu_put(store, named, text, request.text.size(), request.flags, nullptr);
-    case 1:
-      return whole(store, request);
-    case 2:
-      return vu_remove(store, named);
-    case 3:
-      return vu_rename(store, named, &request.other, request.flags & VU_REPLACE);
-    case 4:
-      return use_stream(store, request, VU_READ_EXACT + request.flags % 4);
-    case 5:
-      return vu_exists(store, named);
-    case 6:
-      return vu_file_path(store, named, buffer, sizeof buffer, nullptr);
-    case 7:
-      return vu_each_document(store, named->area, named->owner, VU_WITH_INFO, go_on, &count);
-    case 8:
-      return vu_each_version(store, named, 0, go_on, &count);
-    case 9:
-      return vu_key_set(store, named, request.other.name, text);
-    case 10:
-      return vu_key_get(store, named, text, buffer, sizeof buffer, nullptr);
-    case 11:
-      return vu_key_delete(store, named, request.other.name);
-    case 12:
-      return vu_key_each(store, named, go_on_with_lines, nullptr);
-    case 13:
-      return vu_profile_set(store, named->owner, named->name, request.other.name, text);
+    case 0: return vu_put(store, named, text, request.text.size(), request.flags, nullptr);
+    case 1: return whole(store, request);
+    case 2: return vu_remove(store, named);
+    case 3: return vu_rename(store, named, &request.other, request.flags & VU_REPLACE);
+    case 4: return use_stream(store, request, VU_READ_EXACT + request.flags % 4);
+    case 5: return vu_exists(store, named);
+    case 6: return vu_file_path(store, named, buffer, sizeof buffer, nullptr);
+    case 7: return vu_each_document(store, named->area, named->owner, VU_WITH_INFO, go_on, &count);
+    case 8: return vu_each_version(store, named, 0, go_on, &count);
+    case 9: return vu_key_set(store, named, request.other.name, text);
+    case 10: return vu_key_get(store, named, text, buffer, sizeof buffer, nullptr);
+    case 11: return vu_key_delete(store, named, request.other.name);
+    case 12: return vu_key_each(store, named, go_on_with_lines, nullptr);
+    case 13: return vu_profile_set(store, named->owner, named->name, request.other.name, text);
     case 14: {
       vu_stream* stream = nullptr;
       const std::int32_t mode = request.flags % 2 != 0 ? VU_READ_SERVED : VU_WRITE_OVER;

@@ -24,16 +24,11 @@ constexpr std::array<Setup, 3> kAllSetups = {Setup::kTidy, Setup::kStray, Setup:
 
 const char* name_of(Names names) {
   switch (names) {
-    case Names::kSame:
-      return "same";
-    case Names::kSameNew:
-      return "same-new";
-    case Names::kOther:
-      return "other";
-    case Names::kOtherNew:
-      return "other-new";
-    case Names::kOtherFolder:
-      return "other-folder";
+    case Names::kSame: return "same";
+    case Names::kSameNew: return "same-new";
+    case Names::kOther: return "other";
+    case Names::kOtherNew: return "other-new";
+    case Names::kOtherFolder: return "other-folder";
   }
   return "?";
 }
@@ -57,16 +52,12 @@ bool is_worth(const Operation& a, const Operation& b, Names names, Setup setup, 
   // Saved names belong to an index.
   if (setup == Setup::kNoIndex && (a.name == "restore" || b.name == "restore")) return false;
   switch (names) {
-    case Names::kSame:
-      return true;
-    case Names::kSameNew:
-      return about_one && makes && setup != Setup::kNoIndex;
-    case Names::kOther:
-      return about_two && setup == Setup::kTidy;
+    case Names::kSame: return true;
+    case Names::kSameNew: return about_one && makes && setup != Setup::kNoIndex;
+    case Names::kOther: return about_two && setup == Setup::kTidy;
     case Names::kOtherNew:
       return about_two && a.does(kMakes) && b.does(kMakes) && setup != Setup::kStray;
-    case Names::kOtherFolder:
-      return changes && about_two && setup == Setup::kTidy && !synchronize;
+    case Names::kOtherFolder: return changes && about_two && setup == Setup::kTidy && !synchronize;
   }
   return false;
 }

@@ -76,11 +76,8 @@ void add_question(const SeenCall& call, FootprintBuilder& builder) {
       break;
     case Call::open_folder:
     // No file of these trees is read-only.
-    case Call::make_writable:
-      builder.reads(Aspect::kName, call.path);
-      break;
-    default:
-      break;
+    case Call::make_writable: builder.reads(Aspect::kName, call.path); break;
+    default: break;
   }
 }
 
@@ -91,15 +88,11 @@ void add_handle_call(const SeenCall& call, FootprintBuilder& builder) {
   };
   switch (call.function) {
     case Call::lock:
-    case Call::unlock:
-      lock();
-      break;
+    case Call::unlock: lock(); break;
     case Call::close:
       if (call.is_locked) lock();
       break;
-    case Call::size:
-      builder.reads(Aspect::kContent, call.path);
-      break;
+    case Call::size: builder.reads(Aspect::kContent, call.path); break;
     case Call::read:
       builder.reads(Aspect::kContent, call.path);
       if (!call.is_locked) builder.reads(Aspect::kLock, call.path);
@@ -109,8 +102,7 @@ void add_handle_call(const SeenCall& call, FootprintBuilder& builder) {
       builder.changes(Aspect::kContent, call.path);
       if (!call.is_locked) builder.reads(Aspect::kLock, call.path);
       break;
-    default:
-      break;
+    default: break;
   }
 }
 
@@ -137,10 +129,8 @@ bool is_point(Call call) {
     case Call::seek:
     case Call::reserve:
     case Call::flush:
-    case Call::flush_file:
-      return false;
-    default:
-      return true;
+    case Call::flush_file: return false;
+    default: return true;
   }
 }
 
@@ -380,9 +370,7 @@ void Interleaving::take_note(int who, const Arriving& arriving, const os::Status
   const Key key{who, arriving.handle};
   switch (arriving.call) {
     case Call::open:
-    case Call::open_folder:
-      m_handles[{who, *arriving.opened}] = {relative(*arriving.path)};
-      break;
+    case Call::open_folder: m_handles[{who, *arriving.opened}] = {relative(*arriving.path)}; break;
     case Call::lock:
       m_handles[key].is_locked = true;
       m_handles[key].is_exclusive = (arriving.request->flags & os::kLockExclusive) != 0;
@@ -395,18 +383,13 @@ void Interleaving::take_note(int who, const Arriving& arriving, const os::Status
       m_handles.erase(key);
       ++m_given_back;
       break;
-    case Call::remove_file:
-      forget_name(relative(*arriving.path));
-      break;
-    case Call::rename:
-      move_names(relative(*arriving.path), relative(*arriving.to));
-      break;
+    case Call::remove_file: forget_name(relative(*arriving.path)); break;
+    case Call::rename: move_names(relative(*arriving.path), relative(*arriving.to)); break;
     case Call::list:
       // The order must be the same in each run of a schedule.
       os::faults::sort_by_name(*arriving.entries);
       break;
-    default:
-      break;
+    default: break;
   }
 }
 

@@ -104,16 +104,12 @@ Footprint footprint_of(const SeenCall& call, const IsThere& is_there) {
     case Call::open:
       call.is_making ? comes(call.path) : builder.reads(Aspect::kName, call.path);
       break;
-    case Call::create_directory:
-      comes(call.path);
-      break;
+    case Call::create_directory: comes(call.path); break;
     case Call::remove_directory:
       goes(call.path);
       builder.reads(Aspect::kListing, call.path);
       break;
-    case Call::remove_file:
-      goes(call.path);
-      break;
+    case Call::remove_file: goes(call.path); break;
     case Call::rename:
       if (call.path == call.to) {
         builder.reads(Aspect::kName, call.path);

@@ -287,12 +287,9 @@ const Operation& operation_called(const std::string& name) {
 
 const char* name_of(Setup setup) {
   switch (setup) {
-    case Setup::kTidy:
-      return "tidy";
-    case Setup::kStray:
-      return "stray";
-    case Setup::kNoIndex:
-      return "no-index";
+    case Setup::kTidy: return "tidy";
+    case Setup::kStray: return "stray";
+    case Setup::kNoIndex: return "no-index";
   }
   return "?";
 }
@@ -366,36 +363,24 @@ admin::DocumentFolder folder_of(const Target& target) {
 
 const char* name_of(admin::NewVersion::Fate fate) {
   switch (fate) {
-    case admin::NewVersion::Fate::kPending:
-      return "pending";
-    case admin::NewVersion::Fate::kStored:
-      return "stored";
-    case admin::NewVersion::Fate::kInPlace:
-      return "in place";
-    case admin::NewVersion::Fate::kMeanwhile:
-      return "meanwhile";
-    case admin::NewVersion::Fate::kFailed:
-      return "failed";
-    case admin::NewVersion::Fate::kLocked:
-      return "locked";
+    case admin::NewVersion::Fate::kPending: return "pending";
+    case admin::NewVersion::Fate::kStored: return "stored";
+    case admin::NewVersion::Fate::kInPlace: return "in place";
+    case admin::NewVersion::Fate::kMeanwhile: return "meanwhile";
+    case admin::NewVersion::Fate::kFailed: return "failed";
+    case admin::NewVersion::Fate::kLocked: return "locked";
   }
   return "?";
 }
 
 const char* name_of(admin::OldVersion::Fate fate) {
   switch (fate) {
-    case admin::OldVersion::Fate::kPending:
-      return "pending";
-    case admin::OldVersion::Fate::kRemoved:
-      return "removed";
-    case admin::OldVersion::Fate::kMeanwhile:
-      return "meanwhile";
-    case admin::OldVersion::Fate::kInUse:
-      return "in use";
-    case admin::OldVersion::Fate::kFailed:
-      return "failed";
-    case admin::OldVersion::Fate::kLocked:
-      return "locked";
+    case admin::OldVersion::Fate::kPending: return "pending";
+    case admin::OldVersion::Fate::kRemoved: return "removed";
+    case admin::OldVersion::Fate::kMeanwhile: return "meanwhile";
+    case admin::OldVersion::Fate::kInUse: return "in use";
+    case admin::OldVersion::Fate::kFailed: return "failed";
+    case admin::OldVersion::Fate::kLocked: return "locked";
   }
   return "?";
 }

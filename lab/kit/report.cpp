@@ -212,17 +212,10 @@ std::string escaped(const std::string& text) {
   std::string result;
   for (const char c : text) {
     switch (c) {
-      case '<':
-        result += "&lt;";
-        break;
-      case '>':
-        result += "&gt;";
-        break;
-      case '&':
-        result += "&amp;";
-        break;
-      default:
-        result += c;
+      case '<': result += "&lt;"; break;
+      case '>': result += "&gt;"; break;
+      case '&': result += "&amp;"; break;
+      default: result += c;
     }
   }
   return result;

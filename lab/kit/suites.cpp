@@ -205,12 +205,9 @@ const std::vector<Suite>& suites() {
 
 const char* name_of(State state) {
   switch (state) {
-    case State::kPassed:
-      return "passed";
-    case State::kFailed:
-      return "failed";
-    case State::kSkipped:
-      return "skipped";
+    case State::kPassed: return "passed";
+    case State::kFailed: return "failed";
+    case State::kSkipped: return "skipped";
   }
   return "?";
 }

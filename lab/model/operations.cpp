@@ -90,12 +90,8 @@ Map World::values(const std::string& folder, Values which) {
       const std::string logical = logical_of(its_key);
       const std::string physical = file_of(its_key, stored);
       switch (which) {
-        case Values::kPhysical:
-          result.insert({physical, logical});
-          break;
-        case Values::kLogical:
-          result.insert({logical, physical});
-          break;
+        case Values::kPhysical: result.insert({physical, logical}); break;
+        case Values::kLogical: result.insert({logical, physical}); break;
         case Values::kCategories:
           if (extension(logical) == "ctg") result.insert({logical, physical});
           break;

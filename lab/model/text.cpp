@@ -246,28 +246,15 @@ std::string mail_name(const std::string& line) {
   }
   char last = 'g';
   switch (fields[2].empty() ? ' ' : fields[2][0]) {
-    case 'A':
-      last = 'a';
-      break;
-    case 'B':
-      last = 'b';
-      break;
+    case 'A': last = 'a'; break;
+    case 'B': last = 'b'; break;
     case 'H':
     case 'R':
-    case 'T':
-      last = 'c';
-      break;
-    case 'N':
-      last = 'd';
-      break;
-    case 'U':
-      last = 'e';
-      break;
-    case 'Z':
-      last = 'f';
-      break;
-    default:
-      break;
+    case 'T': last = 'c'; break;
+    case 'N': last = 'd'; break;
+    case 'U': last = 'e'; break;
+    case 'Z': last = 'f'; break;
+    default: break;
   }
   return fields[3] + "#" + fields[4] + "#" + fields[0] + "#" + fields[1] + ".kd" + last;
 }

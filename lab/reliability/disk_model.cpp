@@ -37,8 +37,7 @@ class Choice {
         return n == m_turn ? m_random() % versions : versions;
       case 3:  // only one is new
         return n == m_turn ? 1 + m_random() % versions : 0;
-      default:
-        return m_random() % 16 < m_chance ? 1 + m_random() % versions : 0;
+      default: return m_random() % 16 < m_chance ? 1 + m_random() % versions : 0;
     }
   }
 
@@ -171,21 +170,15 @@ void DiskModel::apply(const Change& change) {
   if (found == m_now.end()) return;
   const std::size_t file = found->second;
   switch (change.what) {
-    case What::kWrite:
-      return m_files[file].write(change.offset, change.bytes);
-    case What::kCut:
-      return m_files[file].cut(change.offset);
-    case What::kFlush:
-      return flush(change.path, file);
+    case What::kWrite: return m_files[file].write(change.offset, change.bytes);
+    case What::kCut: return m_files[file].cut(change.offset);
+    case What::kFlush: return flush(change.path, file);
     case What::kRename:
       m_now.erase(found);
       m_now[change.to] = file;
       return name(change, file);
-    case What::kRemove:
-      m_now.erase(found);
-      return name(change, file);
-    default:
-      return;
+    case What::kRemove: m_now.erase(found); return name(change, file);
+    default: return;
   }
 }
 
@@ -196,9 +189,7 @@ Tree DiskModel::image(std::mt19937_64& random) const {
   for (const Naming& naming : m_namings) {
     if (!naming.is_certain && random() % 16 >= chance) continue;
     switch (naming.what) {
-      case What::kCreate:
-        names[naming.path] = naming.file;
-        break;
+      case What::kCreate: names[naming.path] = naming.file; break;
       case What::kRename: {
         const auto found = names.find(naming.path);
         if (found != names.end() && found->second == naming.file) names.erase(found);
@@ -210,14 +201,9 @@ Tree DiskModel::image(std::mt19937_64& random) const {
         if (found != names.end() && found->second == naming.file) names.erase(found);
         break;
       }
-      case What::kMakeFolder:
-        folders.insert(naming.path + "/");
-        break;
-      case What::kRemoveFolder:
-        folders.erase(naming.path + "/");
-        break;
-      default:
-        break;
+      case What::kMakeFolder: folders.insert(naming.path + "/"); break;
+      case What::kRemoveFolder: folders.erase(naming.path + "/"); break;
+      default: break;
     }
   }
   Tree tree;

@@ -27,18 +27,12 @@ constexpr std::size_t kShortTransfer = 5;
 
 const char* name_of(Trouble trouble) {
   switch (trouble) {
-    case Trouble::kNotFound:
-      return "not found";
-    case Trouble::kDenied:
-      return "access denied";
-    case Trouble::kDiskFull:
-      return "disk full";
-    case Trouble::kLocked:
-      return "locked";
-    case Trouble::kNoName:
-      return "no such name";
-    case Trouble::kBroken:
-      return "input or output error";
+    case Trouble::kNotFound: return "not found";
+    case Trouble::kDenied: return "access denied";
+    case Trouble::kDiskFull: return "disk full";
+    case Trouble::kLocked: return "locked";
+    case Trouble::kNoName: return "no such name";
+    case Trouble::kBroken: return "input or output error";
   }
   return "?";
 }
@@ -83,16 +77,13 @@ bool opens_a_file(const std::string& operation) {
 
 bool may_end_so(const std::string& operation, const Way& way, Outcome::End end) {
   switch (end) {
-    case Outcome::End::kReturned:
-      return true;
-    case Outcome::End::kFileExcept:
-      return opens_a_file(operation);
+    case Outcome::End::kReturned: return true;
+    case Outcome::End::kFileExcept: return opens_a_file(operation);
     case Outcome::End::kPlanned:
       return way.kind == Kind::kException &&
              (operation.rfind("vu_storage::", 0) != 0 || is_open_to_exceptions(operation) ||
               is_open_to_others(operation));
-    default:
-      return false;
+    default: return false;
   }
 }
 
@@ -106,28 +97,19 @@ std::string stated_trace(const std::string& operation, const Way& way, Call call
                           : "E Can't flush buffers : ";
     case Call::unlock:
       return by_exception ? "E catch exception while unlocking file : " : "E Can't unlock file : ";
-    case Call::close:
-      return by_exception ? "E catch exception closing file : " : "E close file : ";
-    case Call::set_end:
-      return by_exception ? "" : "E Can't truncate file  : ";
+    case Call::close: return by_exception ? "E catch exception closing file : " : "E close file : ";
+    case Call::set_end: return by_exception ? "" : "E Can't truncate file  : ";
     case Call::write:
-    case Call::reserve:
-      return by_exception ? "" : "E write file : ";
-    case Call::read:
-      return by_exception ? "" : "E read file : ";
+    case Call::reserve: return by_exception ? "" : "E write file : ";
+    case Call::read: return by_exception ? "" : "E read file : ";
     case Call::open:
       return by_exception || operation.find("::try_open") != std::string::npos ? ""
                                                                                : "open o_read : ";
-    case Call::copy:
-      return by_exception ? "E Can't copy " : "";
-    case Call::create_directory:
-      return by_exception ? "" : "::createDir (";
-    case Call::make_writable:
-      return by_exception ? "" : "::chmodW : failed (";
-    case Call::rename:
-      return by_exception ? "" : "::rename() \t old Name : ";
-    default:
-      return {};
+    case Call::copy: return by_exception ? "E Can't copy " : "";
+    case Call::create_directory: return by_exception ? "" : "::createDir (";
+    case Call::make_writable: return by_exception ? "" : "::chmodW : failed (";
+    case Call::rename: return by_exception ? "" : "::rename() \t old Name : ";
+    default: return {};
   }
 }
 
@@ -153,18 +135,14 @@ bool may_be_silent(const std::string& operation, const Way& way, Call call) {
     case Call::seek:
     case Call::copy:
     case Call::current_directory:
-    case Call::full_path:
-      return true;
+    case Call::full_path: return true;
     case Call::remove_file:
-    case Call::remove_directory:
-      return operation.find("::recurseRemoveDir") != std::string::npos;
+    case Call::remove_directory: return operation.find("::recurseRemoveDir") != std::string::npos;
     case Call::open_folder:
       // The functions that remove trees trace no failures.
       return starts_with_any(operation, {"vu_fileutf8::recurseRemoveDir"});
-    case Call::open:
-      return operation.find("::try_open") != std::string::npos;
-    default:
-      return false;
+    case Call::open: return operation.find("::try_open") != std::string::npos;
+    default: return false;
   }
 }
 
@@ -188,18 +166,10 @@ bool says_something(const Outcome& outcome, const Outcome& usual) {
 std::string in_words(const Way& way) {
   std::string words;
   switch (way.kind) {
-    case Kind::kStatus:
-      words = name_of(way.trouble);
-      break;
-    case Kind::kException:
-      words = "an exception";
-      break;
-    case Kind::kShort:
-      words = "a short transfer";
-      break;
-    case Kind::kShortFailure:
-      words = std::string("a part, then ") + name_of(way.trouble);
-      break;
+    case Kind::kStatus: words = name_of(way.trouble); break;
+    case Kind::kException: words = "an exception"; break;
+    case Kind::kShort: words = "a short transfer"; break;
+    case Kind::kShortFailure: words = std::string("a part, then ") + name_of(way.trouble); break;
   }
   return words + (way.times == Times::kLasting ? ", lasting" : ", once");
 }
@@ -237,8 +207,7 @@ os::faults::Fault plan(const Way& way, const std::vector<Call>& calls, std::size
       return os::faults::cut_transfer(call, kShortTransfer, {}, nth_transfer, way.times);
     case Kind::kShortFailure:
       return os::faults::cut_transfer(call, kShortTransfer, status, nth_transfer, way.times);
-    case Kind::kStatus:
-      break;
+    case Kind::kStatus: break;
   }
   return os::faults::fail(Call::system, status, nth, way.times);
 }

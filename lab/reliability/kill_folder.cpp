@@ -193,15 +193,12 @@ std::vector<Operation> KillFolder::plan(std::size_t count, Victim victim) {
 std::string KillFolder::command_for(const Operation& operation) const {
   const std::string stamp = std::to_string(operation.stamp);
   switch (operation.kind) {
-    case Kind::kCreate:
-      return tabbed({"create", operation.name, stamp});
-    case Kind::kRemove:
-      return tabbed({"remove", operation.name, stamp});
+    case Kind::kCreate: return tabbed({"create", operation.name, stamp});
+    case Kind::kRemove: return tabbed({"remove", operation.name, stamp});
     case Kind::kRename:
       return tabbed({"rename", operation.name, stamp, operation.new_name,
                      std::to_string(operation.new_stamp)});
-    case Kind::kClean:
-      return tabbed({"clean", std::to_string(kOldAge)});
+    case Kind::kClean: return tabbed({"clean", std::to_string(kOldAge)});
     case Kind::kWrite:
       return tabbed({"write", operation.name, stamp, std::to_string(operation.text_id),
                      std::to_string(operation.text_size)});
@@ -213,10 +210,8 @@ std::string KillFolder::command_for(const Operation& operation) const {
       words.insert(words.end(), operation.category_lines.begin(), operation.category_lines.end());
       return tabbed(words);
     }
-    case Kind::kForget:
-      return tabbed({"forget", operation.name, stamp});
-    case Kind::kPlainRewrite:
-      return "plain";
+    case Kind::kForget: return tabbed({"forget", operation.name, stamp});
+    case Kind::kPlainRewrite: return "plain";
   }
   return {};
 }

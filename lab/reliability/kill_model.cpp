@@ -11,24 +11,15 @@ namespace reliability {
 
 const char* name_of(Kind kind) {
   switch (kind) {
-    case Kind::kCreate:
-      return "create";
-    case Kind::kRemove:
-      return "remove";
-    case Kind::kRename:
-      return "rename";
-    case Kind::kClean:
-      return "clean";
-    case Kind::kWrite:
-      return "write";
-    case Kind::kCopy:
-      return "copy";
-    case Kind::kSaveKeys:
-      return "save keys";
-    case Kind::kForget:
-      return "remove with category line";
-    case Kind::kPlainRewrite:
-      return "plain rewrite";
+    case Kind::kCreate: return "create";
+    case Kind::kRemove: return "remove";
+    case Kind::kRename: return "rename";
+    case Kind::kClean: return "clean";
+    case Kind::kWrite: return "write";
+    case Kind::kCopy: return "copy";
+    case Kind::kSaveKeys: return "save keys";
+    case Kind::kForget: return "remove with category line";
+    case Kind::kPlainRewrite: return "plain rewrite";
   }
   return "?";
 }
@@ -91,9 +82,7 @@ std::string Model::apply(const Operation& operation) {
       return file_of(operation.key(), entries[operation.key()].stored);
     case Kind::kWrite:
     case Kind::kCopy:
-    case Kind::kSaveKeys:
-      make(operation.key(), operation.text());
-      return {};
+    case Kind::kSaveKeys: make(operation.key(), operation.text()); return {};
     case Kind::kRemove:
       adopt();
       entries.erase(operation.key());
@@ -122,8 +111,7 @@ std::string Model::apply(const Operation& operation) {
         return operation.out_of_date.count(file_of(each.first, each.second.stored)) != 0;
       });
       return {};
-    case Kind::kPlainRewrite:
-      return {};
+    case Kind::kPlainRewrite: return {};
   }
   return {};
 }
@@ -194,12 +182,9 @@ class Check {
       case Kind::kCreate:
       case Kind::kWrite:
       case Kind::kCopy:
-      case Kind::kSaveKeys:
-        return known(m_killed->key()) == nullptr;
-      case Kind::kRename:
-        return true;
-      default:
-        return false;
+      case Kind::kSaveKeys: return known(m_killed->key()) == nullptr;
+      case Kind::kRename: return true;
+      default: return false;
     }
   }
 
@@ -223,9 +208,7 @@ class Check {
 
   void check_killed() {
     switch (m_killed->kind) {
-      case Kind::kCreate:
-        check_made("");
-        break;
+      case Kind::kCreate: check_made(""); break;
       case Kind::kWrite:
       case Kind::kCopy:
       case Kind::kSaveKeys:
@@ -235,21 +218,14 @@ class Check {
           check_made(m_killed->text());
         }
         break;
-      case Kind::kRemove:
-        check_removed(m_killed->key());
-        break;
+      case Kind::kRemove: check_removed(m_killed->key()); break;
       case Kind::kForget:
         check_removed(m_killed->key());
         check_category();
         break;
-      case Kind::kRename:
-        check_renamed();
-        break;
-      case Kind::kClean:
-        check_cleaned();
-        break;
-      case Kind::kPlainRewrite:
-        break;
+      case Kind::kRename: check_renamed(); break;
+      case Kind::kClean: check_cleaned(); break;
+      case Kind::kPlainRewrite: break;
     }
   }
 

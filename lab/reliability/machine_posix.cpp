@@ -21,18 +21,12 @@ namespace reliability::machine {
 
 os::Status status_of(Trouble trouble) {
   switch (trouble) {
-    case Trouble::kNotFound:
-      return {ENOENT, os::Failure::kNotFound};
-    case Trouble::kDenied:
-      return {EACCES, os::Failure::kOther};
-    case Trouble::kDiskFull:
-      return {ENOSPC, os::Failure::kOther};
-    case Trouble::kLocked:
-      return {EAGAIN, os::Failure::kLocked};
-    case Trouble::kNoName:
-      return {ENAMETOOLONG, os::Failure::kNoName};
-    case Trouble::kBroken:
-      return {EIO, os::Failure::kOther};
+    case Trouble::kNotFound: return {ENOENT, os::Failure::kNotFound};
+    case Trouble::kDenied: return {EACCES, os::Failure::kOther};
+    case Trouble::kDiskFull: return {ENOSPC, os::Failure::kOther};
+    case Trouble::kLocked: return {EAGAIN, os::Failure::kLocked};
+    case Trouble::kNoName: return {ENAMETOOLONG, os::Failure::kNoName};
+    case Trouble::kBroken: return {EIO, os::Failure::kOther};
   }
   return {};
 }

@@ -16,18 +16,12 @@ namespace reliability::machine {
 
 os::Status status_of(Trouble trouble) {
   switch (trouble) {
-    case Trouble::kNotFound:
-      return {ERROR_FILE_NOT_FOUND, os::Failure::kNotFound};
-    case Trouble::kDenied:
-      return {ERROR_ACCESS_DENIED, os::Failure::kOther};
-    case Trouble::kDiskFull:
-      return {ERROR_DISK_FULL, os::Failure::kOther};
-    case Trouble::kLocked:
-      return {ERROR_LOCK_VIOLATION, os::Failure::kLocked};
-    case Trouble::kNoName:
-      return {ERROR_INVALID_NAME, os::Failure::kNoName};
-    case Trouble::kBroken:
-      return {ERROR_IO_DEVICE, os::Failure::kOther};
+    case Trouble::kNotFound: return {ERROR_FILE_NOT_FOUND, os::Failure::kNotFound};
+    case Trouble::kDenied: return {ERROR_ACCESS_DENIED, os::Failure::kOther};
+    case Trouble::kDiskFull: return {ERROR_DISK_FULL, os::Failure::kOther};
+    case Trouble::kLocked: return {ERROR_LOCK_VIOLATION, os::Failure::kLocked};
+    case Trouble::kNoName: return {ERROR_INVALID_NAME, os::Failure::kNoName};
+    case Trouble::kBroken: return {ERROR_IO_DEVICE, os::Failure::kOther};
   }
   return {};
 }

@@ -264,12 +264,9 @@ const std::vector<PublicOperation>& public_operations() {
 
 const char* name_of(Situation situation) {
   switch (situation) {
-    case Situation::kTidy:
-      return "every file in the index";
-    case Situation::kStrays:
-      return "orphans in the folder";
-    case Situation::kNoIndex:
-      return "no index yet";
+    case Situation::kTidy: return "every file in the index";
+    case Situation::kStrays: return "orphans in the folder";
+    case Situation::kNoIndex: return "no index yet";
   }
   return "?";
 }

@@ -269,12 +269,8 @@ void cut_from_outside(const std::string& disk, const std::string& index, const C
 
 void carry_out(const std::string& folder, const std::string& owner, const Operation& operation) {
   switch (operation.kind) {
-    case Kind::kCreate:
-      STGIndex::create(folder, operation.name, operation.stamp);
-      return;
-    case Kind::kRemove:
-      STGIndex::remove(folder, operation.name, operation.stamp);
-      return;
+    case Kind::kCreate: STGIndex::create(folder, operation.name, operation.stamp); return;
+    case Kind::kRemove: STGIndex::remove(folder, operation.name, operation.stamp); return;
     case Kind::kRename:
       STGIndex::rename(folder, operation.name, operation.stamp, operation.new_name,
                        operation.new_stamp);
@@ -293,8 +289,7 @@ void carry_out(const std::string& folder, const std::string& owner, const Operat
       storage.Close(file);
       return;
     }
-    default:
-      throw std::logic_error("not an operation of this suite");
+    default: throw std::logic_error("not an operation of this suite");
   }
 }
 

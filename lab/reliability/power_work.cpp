@@ -299,31 +299,15 @@ PowerStep PowerWork::operate() {
   }
   PowerStep step;
   switch (m_random() % (m_known.empty() ? 4 : 10)) {
-    case 0:
-      step = write(key_for(new_name(), 2));
-      break;
-    case 1:
-      step = save_keys();
-      break;
-    case 2:
-      step = adopt();
-      break;
+    case 0: step = write(key_for(new_name(), 2)); break;
+    case 1: step = save_keys(); break;
+    case 2: step = adopt(); break;
     case 3:
-    case 4:
-      step = make();
-      break;
-    case 5:
-      step = write(some_key());
-      break;
-    case 6:
-      step = clean();
-      break;
-    case 7:
-      step = rename();
-      break;
-    default:
-      step = remove();
-      break;
+    case 4: step = make(); break;
+    case 5: step = write(some_key()); break;
+    case 6: step = clean(); break;
+    case 7: step = rename(); break;
+    default: step = remove(); break;
   }
   for (const auto& [key, text] : step.result) {
     if (text) {

@@ -86,16 +86,14 @@ std::string ask_path(const SequenceStep& step, const BothSides& sides) {
   const bool in_utf8 = step.flag;
   Texts names;
   switch (step.way % 8) {
-    case 0:
-      return text_of(in_utf8 ? vu_fileutf8::exists(utf8(path)) : vu_file::exists(path));
+    case 0: return text_of(in_utf8 ? vu_fileutf8::exists(utf8(path)) : vu_file::exists(path));
     case 1:
       return in_utf8 ? std::to_string(vu_fileutf8::size(utf8(path)))
                      : std::to_string(vu_file::size(path));
     case 2:
       return in_utf8 ? std::to_string(vu_fileutf8::modify_time(utf8(path)))
                      : std::to_string(vu_file::modify_time(path));
-    case 3:
-      return text_of(in_utf8 ? vu_fileutf8::is_dir(utf8(path)) : vu_file::is_dir(path));
+    case 3: return text_of(in_utf8 ? vu_fileutf8::is_dir(utf8(path)) : vu_file::is_dir(path));
     case 4:
       if (in_utf8) {
         for (const vu_utf8string& each : vu_fileutf8::filenames(utf8(sides.folder)))
@@ -114,8 +112,7 @@ std::string ask_path(const SequenceStep& step, const BothSides& sides) {
         vu_file::linesNotEmpty(sides.folder, step.name, names);
       }
       return text_of(names);
-    default:
-      return std::to_string(vu_fileutf8::getFolderSizeInKb(utf8(sides.folder)));
+    default: return std::to_string(vu_fileutf8::getFolderSizeInKb(utf8(sides.folder)));
   }
 }
 
@@ -124,8 +121,7 @@ std::string change_path(const SequenceStep& step, const BothSides& sides) {
   const std::string other = sides.folder + "\\" + step.other_name;
   const bool in_utf8 = step.flag;
   switch (step.way % 6) {
-    case 0:
-      return text_of(in_utf8 ? vu_fileutf8::createDir(utf8(path)) : vu_file::createDir(path));
+    case 0: return text_of(in_utf8 ? vu_fileutf8::createDir(utf8(path)) : vu_file::createDir(path));
     case 1:
       if (in_utf8) {
         vu_fileutf8::remove(utf8(path));
@@ -142,8 +138,7 @@ std::string change_path(const SequenceStep& step, const BothSides& sides) {
     case 4:
       return text_of(in_utf8 ? vu_fileutf8::recurseRemoveDir(utf8(path), step.second_flag)
                              : vu_file::recurseRemoveDir(path));
-    default:
-      return text_of(in_utf8 ? vu_fileutf8::chmodW(utf8(path)) : vu_file::chmodW(path));
+    default: return text_of(in_utf8 ? vu_fileutf8::chmodW(utf8(path)) : vu_file::chmodW(path));
   }
 }
 
@@ -284,8 +279,7 @@ std::string keys_and_parts(const SequenceStep& step, const BothSides& sides) {
       storage.Close(file);
       return text_of(is_open);
     }
-    default:
-      return read_part(step);
+    default: return read_part(step);
   }
 }
 
@@ -333,11 +327,8 @@ std::string index(const SequenceStep& step, const BothSides& sides) {
     case Kind::kExists:
       result = text_of(STGIndex::exists(sides.folder, step.name, stamp, out));
       return result + out;
-    case Kind::kCreate:
-      return STGIndex::create(sides.folder, step.name, stamp);
-    case Kind::kRemove:
-      STGIndex::remove(sides.folder, step.name, stamp);
-      return "";
+    case Kind::kCreate: return STGIndex::create(sides.folder, step.name, stamp);
+    case Kind::kRemove: STGIndex::remove(sides.folder, step.name, stamp); return "";
     case Kind::kRename:
       STGIndex::rename(sides.folder, step.name, stamp, step.other_name, step.other_stamp);
       return "";
@@ -346,22 +337,13 @@ std::string index(const SequenceStep& step, const BothSides& sides) {
       return result + std::to_string(last);
     case Kind::kValues:
       switch (step.way % 4) {
-        case 0:
-          STGIndex::plValues(sides.folder, map);
-          break;
-        case 1:
-          STGIndex::lpValues(sides.folder, map);
-          break;
-        case 2:
-          STGIndex::getCategories(sides.folder, map);
-          break;
-        default:
-          STGIndex::getVUDocs(sides.folder, map);
-          break;
+        case 0: STGIndex::plValues(sides.folder, map); break;
+        case 1: STGIndex::lpValues(sides.folder, map); break;
+        case 2: STGIndex::getCategories(sides.folder, map); break;
+        default: STGIndex::getVUDocs(sides.folder, map); break;
       }
       return text_of_map(map);
-    case Kind::kPhysicalPath:
-      return STGIndex::getPhysicalPath(sides.folder, step.name);
+    case Kind::kPhysicalPath: return STGIndex::getPhysicalPath(sides.folder, step.name);
     case Kind::kUpdate:
       if (step.flag) {
         vu_storage().update_IndexDat(sides.folder);
@@ -369,15 +351,12 @@ std::string index(const SequenceStep& step, const BothSides& sides) {
         STGIndex::updateIndexFile(sides.folder);
       }
       return "";
-    case Kind::kClean:
-      return clean(step, sides);
+    case Kind::kClean: return clean(step, sides);
     case Kind::kCleanDirectories:
       STGIndex::cleanOutputDirectories(sides.folder, "00000001.kdb",
                                        step.flag ? &counter : nullptr);
       return std::to_string(counter);
-    default:
-      STGIndex::migrateInboxRead(step.owner);
-      return "";
+    default: STGIndex::migrateInboxRead(step.owner); return "";
   }
 }
 
@@ -393,12 +372,8 @@ std::string process(const SequenceStep& step, const BothSides& sides) {
             vu_storage::initRootStorage(sides.places.source, !step.flag, !step.second_flag));
       return result;
     }
-    case Kind::kSwitch:
-      STGIndex::setSynchronizeMode(step.flag);
-      return "";
-    default:
-      vu_storage::setTdcTimeStamp(step.flag ? "2024" : "");
-      return "";
+    case Kind::kSwitch: STGIndex::setSynchronizeMode(step.flag); return "";
+    default: vu_storage::setTdcTimeStamp(step.flag ? "2024" : ""); return "";
   }
 }
 

@@ -94,20 +94,13 @@ std::string ask_path(const SequenceStep& step, World& world, BothSides& sides) {
   sides.skip_rest = is_folder && (step.way % 8 == 1 || step.way % 8 == 2);
   if (sides.skip_rest) return "";
   switch (step.way % 8) {
-    case 0:
-      return text_of(world.tree.exists(path));
-    case 1:
-      return std::to_string(world.tree.size(path));
-    case 2:
-      return std::to_string(world.tree.time(path));
-    case 3:
-      return text_of(is_folder);
-    case 4:
-      return text_of(world.tree.names(sides.folder));
-    case 5:
-      return text_of(model::lines_not_empty(world.read_whole(sides.folder, step.name)));
-    default:
-      return std::to_string(world.folder_size_in_kb(sides.folder));
+    case 0: return text_of(world.tree.exists(path));
+    case 1: return std::to_string(world.tree.size(path));
+    case 2: return std::to_string(world.tree.time(path));
+    case 3: return text_of(is_folder);
+    case 4: return text_of(world.tree.names(sides.folder));
+    case 5: return text_of(model::lines_not_empty(world.read_whole(sides.folder, step.name)));
+    default: return std::to_string(world.folder_size_in_kb(sides.folder));
   }
 }
 
@@ -115,19 +108,12 @@ std::string change_path(const SequenceStep& step, World& world, BothSides& sides
   const std::string path = sides.folder + "\\" + step.name;
   const std::string other = sides.folder + "\\" + step.other_name;
   switch (step.way % 6) {
-    case 0:
-      return text_of(world.create_dir(path));
-    case 1:
-      world.remove(path);
-      return "";
-    case 2:
-      return text_of(world.tree.rename(path, other));
-    case 3:
-      return text_of(world.copy_file(path, other, step.second_flag));
-    case 4:
-      return text_of(world.recurse_remove(path));
-    default:
-      return text_of(world.chmod(path));
+    case 0: return text_of(world.create_dir(path));
+    case 1: world.remove(path); return "";
+    case 2: return text_of(world.tree.rename(path, other));
+    case 3: return text_of(world.copy_file(path, other, step.second_flag));
+    case 4: return text_of(world.recurse_remove(path));
+    default: return text_of(world.chmod(path));
   }
 }
 
@@ -228,8 +214,7 @@ void others(const SequenceStep& step, World& world, BothSides& sides) {
       node->is_read_only = !node->is_read_only;
       ground::set_read_only(path, node->is_read_only);
       break;
-    default:
-      break;
+    default: break;
   }
 }
 
@@ -260,8 +245,7 @@ std::string document(const SequenceStep& step, World& world, BothSides& sides) {
                                               step.flag ? &folder : nullptr, &out);
       return text_of(result) + folder + out;
     }
-    case Kind::kLatest:
-      return std::to_string(world.latest(step.owner, step.name, step.type));
+    case Kind::kLatest: return std::to_string(world.latest(step.owner, step.name, step.type));
     case Kind::kIndexName:
       folder = text_of(world.index_name(sides.folder, step.name, step.stamp, out));
       return folder + out;
@@ -317,8 +301,7 @@ std::string lists(const SequenceStep& step, World& world, BothSides& sides) {
   std::vector<std::string> logical;
   const std::vector<std::string> wanted = {step.name, "a.kdb"};
   switch (step.kind) {
-    case Kind::kRenameUser:
-      return text_of(world.rename_user(step.owner, step.other_owner));
+    case Kind::kRenameUser: return text_of(world.rename_user(step.owner, step.other_owner));
     case Kind::kRemoveUser:
       world.remove_user(step.owner);
       if (step.flag) world.remove_user("nobody");
@@ -333,8 +316,7 @@ std::string lists(const SequenceStep& step, World& world, BothSides& sides) {
       }
       logical = world.documents(sides.folder, physical, step.flag ? &wanted : nullptr);
       return text_of(logical) + text_of(physical);
-    default:
-      return text_of(world.existing_files(sides.folder));
+    default: return text_of(world.existing_files(sides.folder));
   }
 }
 
@@ -349,33 +331,25 @@ std::string index(const SequenceStep& step, World& world, BothSides& sides) {
     case Kind::kExists:
       result = text_of(world.index_exists(sides.folder, step.name, step.stamp, out));
       return result + out;
-    case Kind::kCreate:
-      return world.index_create(sides.folder, step.name, step.stamp);
-    case Kind::kRemove:
-      world.index_remove(sides.folder, step.name, step.stamp);
-      return "";
+    case Kind::kCreate: return world.index_create(sides.folder, step.name, step.stamp);
+    case Kind::kRemove: world.index_remove(sides.folder, step.name, step.stamp); return "";
     case Kind::kRename:
       world.index_rename(sides.folder, step.name, step.stamp, step.other_name, step.other_stamp);
       return "";
     case Kind::kLastVersion:
       result = text_of(world.last_version(sides.folder, step.name, stamp));
       return result + std::to_string(stamp);
-    case Kind::kValues:
-      return text_of(pairs_of(world.values(sides.folder, which[step.way % 4])));
-    case Kind::kPhysicalPath:
-      return world.physical_path(sides.folder, step.name);
+    case Kind::kValues: return text_of(pairs_of(world.values(sides.folder, which[step.way % 4])));
+    case Kind::kPhysicalPath: return world.physical_path(sides.folder, step.name);
     case Kind::kUpdate:
       if (step.flag) world.check_init();
       world.update_index(sides.folder);
       return "";
-    case Kind::kClean:
-      return clean(step, world, sides);
+    case Kind::kClean: return clean(step, world, sides);
     case Kind::kCleanDirectories:
       world.clean_directories(sides.folder, "00000001.kdb", step.flag ? &counter : nullptr);
       return std::to_string(counter);
-    default:
-      world.migrate(step.owner);
-      return "";
+    default: world.migrate(step.owner); return "";
   }
 }
 
@@ -389,12 +363,8 @@ std::string process(const SequenceStep& step, World& world, const BothSides& sid
         result += text_of(world.init_root(sides.places.source, !step.flag, !step.second_flag));
       return result;
     }
-    case Kind::kSwitch:
-      world.synchronises = step.flag;
-      return "";
-    default:
-      world.part_stamp = step.flag ? "2024" : "";
-      return "";
+    case Kind::kSwitch: world.synchronises = step.flag; return "";
+    default: world.part_stamp = step.flag ? "2024" : ""; return "";
   }
 }
 

@@ -187,12 +187,8 @@ SequenceStep random_step(Dice& dice, Alphabet alphabet) {
   step.selector = dice.of(selectors);
   step.bytes = dice.bytes();
   switch (step.kind) {
-    case Kind::kWriteIndex:
-      step.bytes = dice.index_bytes();
-      break;
-    case Kind::kWriteMails:
-      step.bytes = dice.mails();
-      break;
+    case Kind::kWriteIndex: step.bytes = dice.index_bytes(); break;
+    case Kind::kWriteMails: step.bytes = dice.mails(); break;
     case Kind::kWriteCounter: {
       static const Texts counters = {"",    "00000041",    "-5", "2147483646", "2147483647", "abc",
                                      " 12", "99999999999", "0",  "00000001 ",  "00000000002"};
@@ -215,8 +211,7 @@ SequenceStep random_step(Dice& dice, Alphabet alphabet) {
       step.name = dice.of(folders);
       break;
     }
-    default:
-      break;
+    default: break;
   }
   return step;
 }
@@ -328,19 +323,13 @@ std::string Places::of(const SequenceStep& step, const model::World& world) cons
   const std::string below = world.use_domain ? "\\" + owner : "";
   const std::string storage = world.initialised ? world.storage : work + "\\storage";
   switch (step.place) {
-    case 2:
-      return storage + "\\mail" + below;
-    case 3:
-      return storage + "\\user" + below;
+    case 2: return storage + "\\mail" + below;
+    case 3: return storage + "\\user" + below;
     case 4:
-    case 5:
-      return storage + "\\docs" + below + "\\" + model::bucket(step.name);
-    case 6:
-      return step.second_flag ? source : work + "\\none";
-    case 7:
-      return step.second_flag ? index : source + "\\a.kdb";
-    default:
-      return index;
+    case 5: return storage + "\\docs" + below + "\\" + model::bucket(step.name);
+    case 6: return step.second_flag ? source : work + "\\none";
+    case 7: return step.second_flag ? index : source + "\\a.kdb";
+    default: return index;
   }
 }
 

@@ -47,16 +47,11 @@ std::string name_of(const Setting& setting) {
 
 const char* name_of(Outcome::End end) {
   switch (end) {
-    case Outcome::End::kReturned:
-      return "returned";
-    case Outcome::End::kFileExcept:
-      return "vu_file_except";
-    case Outcome::End::kPlanned:
-      return "the planned exception";
-    case Outcome::End::kNoMemory:
-      return "std::bad_alloc";
-    case Outcome::End::kOther:
-      return "another exception";
+    case Outcome::End::kReturned: return "returned";
+    case Outcome::End::kFileExcept: return "vu_file_except";
+    case Outcome::End::kPlanned: return "the planned exception";
+    case Outcome::End::kNoMemory: return "std::bad_alloc";
+    case Outcome::End::kOther: return "another exception";
   }
   return "?";
 }

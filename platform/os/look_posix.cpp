@@ -47,14 +47,10 @@ Kind kind_of(::mode_t mode) {
 
 Kind kind_of_type(unsigned char type) {
   switch (type) {
-    case DT_REG:
-      return Kind::kFile;
-    case DT_DIR:
-      return Kind::kFolder;
-    case DT_LNK:
-      return Kind::kLink;
-    default:
-      return Kind::kOther;
+    case DT_REG: return Kind::kFile;
+    case DT_DIR: return Kind::kFolder;
+    case DT_LNK: return Kind::kLink;
+    default: return Kind::kOther;
   }
 }
 

@@ -39,19 +39,14 @@ Status windows::fail(std::uint32_t code) {
   switch (code) {
     case ERROR_FILE_NOT_FOUND:
     case ERROR_PATH_NOT_FOUND:
-    case ERROR_ENVVAR_NOT_FOUND:
-      return {number, Failure::kNotFound};
+    case ERROR_ENVVAR_NOT_FOUND: return {number, Failure::kNotFound};
     case ERROR_ALREADY_EXISTS:
-    case ERROR_FILE_EXISTS:
-      return {number, Failure::kAlreadyExists};
-    case ERROR_LOCK_VIOLATION:
-      return {number, Failure::kLocked};
+    case ERROR_FILE_EXISTS: return {number, Failure::kAlreadyExists};
+    case ERROR_LOCK_VIOLATION: return {number, Failure::kLocked};
     case ERROR_INVALID_NAME:
     case ERROR_BAD_PATHNAME:
-    case ERROR_FILENAME_EXCED_RANGE:
-      return {number, Failure::kNoName};
-    default:
-      return {number, Failure::kOther};
+    case ERROR_FILENAME_EXCED_RANGE: return {number, Failure::kNoName};
+    default: return {number, Failure::kOther};
   }
 }
 
@@ -89,12 +84,9 @@ Status result_of(BOOL succeeded) { return succeeded ? Status() : fail(GetLastErr
 /// An error number of the C runtime with its meaning.
 Status fail_runtime(int code) {
   switch (code) {
-    case ENOENT:
-      return {code, Failure::kNotFound};
-    case EEXIST:
-      return {code, Failure::kAlreadyExists};
-    default:
-      return {code, Failure::kOther};
+    case ENOENT: return {code, Failure::kNotFound};
+    case EEXIST: return {code, Failure::kAlreadyExists};
+    default: return {code, Failure::kOther};
   }
 }
 

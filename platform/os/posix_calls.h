@@ -82,13 +82,10 @@ inline Status fail(int code) {
     case ENOENT:
     case ENOTDIR:  // a plain file instead of a folder: nothing of that name can exist
       return fail(code, Failure::kNotFound);
-    case EEXIST:
-      return fail(code, Failure::kAlreadyExists);
+    case EEXIST: return fail(code, Failure::kAlreadyExists);
     case ENAMETOOLONG:
-    case ELOOP:
-      return fail(code, Failure::kNoName);
-    default:
-      return fail(code, Failure::kOther);
+    case ELOOP: return fail(code, Failure::kNoName);
+    default: return fail(code, Failure::kOther);
   }
 }
 
@@ -227,10 +224,8 @@ inline bool is_on_smb(const std::string& path) {
   switch (static_cast<std::uint32_t>(found.f_type)) {
     case SMB_SUPER_MAGIC:
     case CIFS_SUPER_MAGIC:
-    case SMB2_SUPER_MAGIC:
-      return true;
-    default:
-      return false;
+    case SMB2_SUPER_MAGIC: return true;
+    default: return false;
   }
 }
 

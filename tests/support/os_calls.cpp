@@ -109,24 +109,15 @@ std::set<std::string> files_below(const std::string& root) {
 
 const char* verb(What what) {
   switch (what) {
-    case What::kCreate:
-      return "create";
-    case What::kWrite:
-      return "write";
-    case What::kCut:
-      return "cut";
-    case What::kFlush:
-      return "flush";
-    case What::kClose:
-      return "close";
-    case What::kRename:
-      return "rename";
-    case What::kRemove:
-      return "remove";
-    case What::kMakeFolder:
-      return "make folder";
-    case What::kRemoveFolder:
-      return "remove folder";
+    case What::kCreate: return "create";
+    case What::kWrite: return "write";
+    case What::kCut: return "cut";
+    case What::kFlush: return "flush";
+    case What::kClose: return "close";
+    case What::kRename: return "rename";
+    case What::kRemove: return "remove";
+    case What::kMakeFolder: return "make folder";
+    case What::kRemoveFolder: return "remove folder";
   }
   return "?";
 }
@@ -188,17 +179,10 @@ void Recorder::take(const Made& made) {
       m_changes.push_back({What::kRemove, path});
       m_known.erase(path);
       break;
-    case Call::flush_file:
-      m_changes.push_back({What::kFlush, path});
-      break;
-    case Call::create_directory:
-      m_changes.push_back({What::kMakeFolder, path});
-      break;
-    case Call::remove_directory:
-      m_changes.push_back({What::kRemoveFolder, path});
-      break;
-    default:
-      break;
+    case Call::flush_file: m_changes.push_back({What::kFlush, path}); break;
+    case Call::create_directory: m_changes.push_back({What::kMakeFolder, path}); break;
+    case Call::remove_directory: m_changes.push_back({What::kRemoveFolder, path}); break;
+    default: break;
   }
 }
 
@@ -214,9 +198,7 @@ void Recorder::take_on_handle(const Made& made) {
   if (found == m_open.end()) return;
   OpenFile& file = found->second;
   switch (made.call) {
-    case Call::read:
-      file.position += static_cast<std::uint64_t>(made.number);
-      break;
+    case Call::read: file.position += static_cast<std::uint64_t>(made.number); break;
     case Call::write:
       m_changes.push_back({What::kWrite, file.path, {}, file.position, std::string(made.bytes)});
       file.position += made.bytes.size();
@@ -228,18 +210,13 @@ void Recorder::take_on_handle(const Made& made) {
       file.position = from + static_cast<std::uint64_t>(made.number);
       break;
     }
-    case Call::set_end:
-      m_changes.push_back({What::kCut, file.path, {}, file.position});
-      break;
-    case Call::flush:
-      m_changes.push_back({What::kFlush, file.path});
-      break;
+    case Call::set_end: m_changes.push_back({What::kCut, file.path, {}, file.position}); break;
+    case Call::flush: m_changes.push_back({What::kFlush, file.path}); break;
     case Call::close:
       m_changes.push_back({What::kClose, file.path});
       m_open.erase(found);
       break;
-    default:
-      break;
+    default: break;
   }
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
 // Included by the tests' os.h (layer/platform/os/os.h). This layer is between the library and the
-// seam. Example: os::open() counts the call, applies the rules of the test and calls
-// os::sys::open().
+// seam. Its functions are twins of those in os.h, whose comments apply. Example: os::open() counts
+// the call, applies the rules of the test and calls os::sys::open().
 
 #include <cstddef>
 #include <cstdint>

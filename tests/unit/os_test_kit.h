@@ -19,18 +19,12 @@ namespace os {
 
 inline std::ostream& operator<<(std::ostream& out, os::Failure failure) {
   switch (failure) {
-    case os::Failure::kNone:
-      return out << "success";
-    case os::Failure::kNotFound:
-      return out << "not found";
-    case os::Failure::kAlreadyExists:
-      return out << "already exists";
-    case os::Failure::kLocked:
-      return out << "locked";
-    case os::Failure::kNoName:
-      return out << "no name for a file";
-    case os::Failure::kOther:
-      return out << "another failure";
+    case os::Failure::kNone: return out << "success";
+    case os::Failure::kNotFound: return out << "not found";
+    case os::Failure::kAlreadyExists: return out << "already exists";
+    case os::Failure::kLocked: return out << "locked";
+    case os::Failure::kNoName: return out << "no name for a file";
+    case os::Failure::kOther: return out << "another failure";
   }
   return out << "?";
 }
