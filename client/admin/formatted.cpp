@@ -7,28 +7,16 @@
 
 namespace admin {
 
-void append_filled(std::string& text, std::string_view pattern, const FormatArgument* arguments,
-                   std::size_t count) {
+void append_filled(std::string& text, std::string_view pattern,
+                   std::initializer_list<FormatArgument> arguments) {
   fmt::dynamic_format_arg_store<fmt::format_context> store;
-  store.reserve(count, 0);
-  for (std::size_t i = 0; i < count; ++i) {
-    const FormatArgument& each = arguments[i];
-    switch (each.kind()) {
-      case FormatArgument::Kind::kSigned:
-        store.push_back(each.signed_number());
-        break;
-      case FormatArgument::Kind::kUnsigned:
-        store.push_back(each.unsigned_number());
-        break;
-      case FormatArgument::Kind::kReal:
-        store.push_back(each.real_number());
-        break;
-      case FormatArgument::Kind::kCharacter:
-        store.push_back(each.character());
-        break;
-      case FormatArgument::Kind::kText:
-        store.push_back(fmt::string_view(each.text().data(), each.text().size()));
-        break;
+  store.reserve(arguments.size(), 0);
+  for (const FormatArgument& each : arguments) {
+    if (const auto* const bytes = std::get_if<std::string_view>(&each)) {
+      // The store copies other kinds of texts.
+      store.push_back(fmt::string_view(bytes->data(), bytes->size()));
+    } else {
+      std::visit([&](const auto& value) { store.push_back(value); }, each);
     }
   }
   fmt::vformat_to(std::back_inserter(text), fmt::string_view(pattern.data(), pattern.size()),

@@ -3,46 +3,33 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <variant>
 
 /// @file
 /// Formats text with fmt's patterns: "{} files, {:.1f} %". Only formatted.cpp includes fmt, because
 /// including it everywhere makes builds much slower.
 namespace admin {
 
-/// One argument: a number, a character or a text. It refers to the caller's text.
-class FormatArgument {
- public:
-  enum class Kind { kSigned, kUnsigned, kReal, kCharacter, kText };
+/// One argument. A text refers to the caller's bytes.
+using FormatArgument = std::variant<std::int64_t, std::uint64_t, double, char, std::string_view>;
 
-  FormatArgument(std::string_view text) noexcept : m_text(text), m_kind(Kind::kText) {}
-  FormatArgument(const std::string& text) noexcept : m_text(text), m_kind(Kind::kText) {}
-  FormatArgument(const char* text) noexcept : m_text(text), m_kind(Kind::kText) {}
-  FormatArgument(char character) noexcept : m_signed(character), m_kind(Kind::kCharacter) {}
-  FormatArgument(double number) noexcept : m_real(number), m_kind(Kind::kReal) {}
-  FormatArgument(bool) = delete;
-  template <std::signed_integral T>
-  FormatArgument(T number) noexcept : m_signed(number), m_kind(Kind::kSigned) {}
-  template <std::unsigned_integral T>
-  FormatArgument(T number) noexcept : m_unsigned(number), m_kind(Kind::kUnsigned) {}
-
-  Kind kind() const noexcept { return m_kind; }
-  std::int64_t signed_number() const noexcept { return m_signed; }
-  std::uint64_t unsigned_number() const noexcept { return m_unsigned; }
-  double real_number() const noexcept { return m_real; }
-  char character() const noexcept { return static_cast<char>(m_signed); }
-  const std::string_view& text() const noexcept { return m_text; }
-
- private:
-  union {
-    std::int64_t m_signed = 0;
-    std::uint64_t m_unsigned;
-    double m_real;
-  };
-  std::string_view m_text;
-  Kind m_kind;
-};
+template <class T>
+FormatArgument argument_of(const T& value) {
+  static_assert(!std::is_same_v<T, bool>, "name the two words for a bool");
+  if constexpr (std::is_same_v<T, char> || std::is_same_v<T, double>) {
+    return value;
+  } else if constexpr (std::signed_integral<T>) {
+    return std::int64_t{value};
+  } else if constexpr (std::unsigned_integral<T>) {
+    return std::uint64_t{value};
+  } else {
+    return std::string_view(value);
+  }
+}
 
 /// The number of arguments of a pattern: one per pair of braces, also for a width in "{:{}}". If
 /// the braces contain numbers, as in "{0}": the largest number plus 1.
@@ -81,18 +68,13 @@ class FormatPattern {
 };
 
 /// Appends the formatted text.
-void append_filled(std::string& text, std::string_view pattern, const FormatArgument* arguments,
-                   std::size_t count);
+void append_filled(std::string& text, std::string_view pattern,
+                   std::initializer_list<FormatArgument> arguments);
 
 template <class... Args>
 void append_formatted(std::string& text, FormatPattern<sizeof...(Args)> pattern,
                       const Args&... args) {
-  if constexpr (sizeof...(Args) == 0) {
-    append_filled(text, pattern.text(), nullptr, 0);
-  } else {
-    const FormatArgument arguments[] = {FormatArgument(args)...};
-    append_filled(text, pattern.text(), arguments, sizeof...(Args));
-  }
+  append_filled(text, pattern.text(), {argument_of(args)...});
 }
 
 template <class... Args>

@@ -4,6 +4,7 @@
 #include <array>
 #include <deque>
 #include <limits>
+#include <utility>
 #include <vector>
 
 #include "file/replace_in_file.h"
@@ -25,46 +26,28 @@ std::size_t common_front(std::string_view one, std::string_view other) {
 
 }  // namespace
 
-os::Status LockedFile::open(const std::string& path, For purpose, IfMissing if_missing,
-                            const sys::Locking& locking) {
+os::Status OpenFile::open(const std::string& path, os::Access access) {
   close();
-  m_path = path;
-  m_purpose = purpose;
-  const sys::Kind kind = sys::describe(path).kind;
-  if (kind == sys::Kind::kMissing && if_missing == IfMissing::kFail) return kNotFound;
-  if (kind != sys::Kind::kMissing && kind != sys::Kind::kFile) return kNoPlainFile;
-  const os::Status opened = os::open(
-      path, purpose == For::kReading ? os::Access::kReadExisting : os::Access::kReadWriteCreate,
-      m_handle);
-  if (!opened.ok()) {
-    m_handle = os::kNoHandle;
-    return opened;
-  }
-  if (purpose == For::kReading && locking.mode == sys::Locking::Mode::kNone) return {};
-  const os::Status locked = lock(purpose, locking);
-  if (!locked.ok()) close();
-  return locked;
+  const os::Status opened = os::open(path, access, m_handle);
+  if (!opened.ok()) m_handle = os::kNoHandle;
+  return opened;
 }
 
-os::Status LockedFile::lock(For purpose, const sys::Locking& locking) {
-  return sys::wait_for_lock(m_path, locking, [&] {
-    alignas(os::kLockRegionAlign) std::array<char, os::kLockRegionSize> region{};
-    os::LockRequest request;
-    request.flags = os::kLockFailAtOnce | (purpose == For::kChanging ? os::kLockExclusive : 0);
-    request.length_low = std::numeric_limits<std::uint32_t>::max();
-    request.length_high = std::numeric_limits<std::uint32_t>::max();
-    request.region = region.data();
-    return os::lock(m_handle, request);
-  });
+os::Status OpenFile::try_close() {
+  return is_open() ? os::close(std::exchange(m_handle, os::kNoHandle)) : os::Status();
 }
 
-void LockedFile::close() {
-  if (!is_open()) return;
-  static_cast<void>(os::close(m_handle));
-  m_handle = os::kNoHandle;
+os::Status OpenFile::try_lock(Lock kind) {
+  alignas(os::kLockRegionAlign) std::array<char, os::kLockRegionSize> region{};
+  os::LockRequest request;
+  request.flags = os::kLockFailAtOnce | (kind == Lock::kExclusive ? os::kLockExclusive : 0);
+  request.length_low = std::numeric_limits<std::uint32_t>::max();
+  request.length_high = std::numeric_limits<std::uint32_t>::max();
+  request.region = region.data();
+  return os::lock(m_handle, request);
 }
 
-os::Status LockedFile::move_to(std::uint64_t offset) {
+os::Status OpenFile::move_to(std::uint64_t offset) {
   // A seek moves by a 32-bit distance.
   constexpr std::uint64_t kMost = std::numeric_limits<std::int32_t>::max();
   os::Status status = os::seek(m_handle, 0, kFromStart);
@@ -74,6 +57,48 @@ os::Status LockedFile::move_to(std::uint64_t offset) {
     offset -= step;
   }
   return status;
+}
+
+os::Status OpenFile::read_at(std::uint64_t offset, std::size_t count, std::string& bytes) {
+  bytes.resize(count);
+  std::size_t done = 0;
+  os::Status status = move_to(offset);
+  if (status.ok()) status = os::read(m_handle, bytes.data(), count, done);
+  bytes.resize(status.ok() ? done : 0);
+  return status;
+}
+
+os::Status OpenFile::write_at(std::uint64_t offset, std::string_view bytes) {
+  std::size_t done = 0;
+  os::Status status = move_to(offset);
+  if (status.ok()) status = os::write(m_handle, bytes.data(), bytes.size(), done);
+  if (status.ok() && done < bytes.size()) return {os::last_error(), os::Failure::kOther};
+  return status;
+}
+
+os::Status OpenFile::cut_at(std::uint64_t size) {
+  const os::Status status = move_to(size);
+  return status.ok() ? os::set_end(m_handle) : status;
+}
+
+// ---- locked files ------------------------------------------------------------------------------
+
+os::Status LockedFile::open(const std::string& path, For purpose, IfMissing if_missing,
+                            const sys::Locking& locking) {
+  close();
+  m_path = path;
+  m_purpose = purpose;
+  const sys::Kind kind = sys::describe(path).kind;
+  if (kind == sys::Kind::kMissing && if_missing == IfMissing::kFail) return kNotFound;
+  if (kind != sys::Kind::kMissing && kind != sys::Kind::kFile) return kNoPlainFile;
+  const bool reads = purpose == For::kReading;
+  const os::Status opened =
+      OpenFile::open(path, reads ? os::Access::kReadExisting : os::Access::kReadWriteCreate);
+  if (!opened.ok() || (reads && locking.mode == sys::Locking::Mode::kNone)) return opened;
+  const os::Status locked = sys::wait_for_lock(
+      path, locking, [&] { return try_lock(reads ? Lock::kShared : Lock::kExclusive); });
+  if (!locked.ok()) close();
+  return locked;
 }
 
 os::Status LockedFile::read_all(std::string& bytes) {
@@ -88,30 +113,6 @@ os::Status LockedFile::read_text(std::string& text) {
   if (!status.ok() || m_purpose == For::kReading || text == bytes) return status;
   return replace_lines(bytes, text);
 }
-
-os::Status LockedFile::read_at(std::uint64_t offset, std::size_t count, std::string& bytes) {
-  bytes.resize(count);
-  std::size_t done = 0;
-  os::Status status = move_to(offset);
-  if (status.ok()) status = os::read(m_handle, bytes.data(), count, done);
-  bytes.resize(status.ok() ? done : 0);
-  return status;
-}
-
-os::Status LockedFile::write_at(std::uint64_t offset, std::string_view bytes) {
-  std::size_t done = 0;
-  os::Status status = move_to(offset);
-  if (status.ok()) status = os::write(m_handle, bytes.data(), bytes.size(), done);
-  if (status.ok() && done < bytes.size()) return {os::last_error(), os::Failure::kOther};
-  return status;
-}
-
-os::Status LockedFile::cut_at(std::uint64_t size) {
-  const os::Status status = move_to(size);
-  return status.ok() ? os::set_end(m_handle) : status;
-}
-
-os::Status LockedFile::flush() { return os::flush(m_handle); }
 
 bool LockedFile::is_equal_to(const std::string& other) {
   sys::Locking unlocked;

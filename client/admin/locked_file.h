@@ -10,29 +10,53 @@
 
 namespace admin {
 
+/// An open file, by the calls of the seam. The destructor closes it, which also ends its lock.
+class OpenFile {
+ public:
+  enum class Lock : std::uint8_t { kShared, kExclusive };
+
+  OpenFile() = default;
+  ~OpenFile() { close(); }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  os::Status open(const std::string& path, os::Access access);
+  bool is_open() const { return m_handle != os::kNoHandle; }
+  void close() { static_cast<void>(try_close()); }
+  os::Status try_close();
+
+  /// Requests a whole-file lock once, without waiting.
+  os::Status try_lock(Lock kind);
+  os::Status unlock() { return os::unlock(m_handle); }
+  /// Reads @p count bytes; fewer only at the end of the file.
+  os::Status read_at(std::uint64_t offset, std::size_t count, std::string& bytes);
+  /// Writes all bytes, or fails.
+  os::Status write_at(std::uint64_t offset, std::string_view bytes);
+  os::Status cut_at(std::uint64_t size);
+  os::Status flush() { return os::flush(m_handle); }
+
+ protected:
+  os::Handle m_handle = os::kNoHandle;
+
+ private:
+  os::Status move_to(std::uint64_t offset);
+};
+
 /// A plain file that is open and locked as the library does it: shared for reading, exclusive for
-/// changing. A Locking says how long to wait for the lock. The lock ends with the object.
+/// changing. A Locking says how long to wait for the lock. The lock ends with the object. close()
+/// does not flush: a power failure can lose what was written since the last flush.
 ///
 /// In this folder only LockedFile, and the code that uses it, changes files of a tree. SharedView
 /// changes only trial files.
-class LockedFile {
+class LockedFile : public OpenFile {
  public:
   enum class For : std::uint8_t { kReading, kChanging };
   enum class IfMissing : std::uint8_t { kFail, kMake };
-
-  LockedFile() = default;
-  ~LockedFile() { close(); }
-  LockedFile(const LockedFile&) = delete;
-  LockedFile& operator=(const LockedFile&) = delete;
 
   /// Fails with Failure::kLocked after the time-out. Opens only plain files, no links. With
   /// kChanging the file is always locked, whatever the mode in @p locking.
   os::Status open(const std::string& path, For purpose, IfMissing if_missing,
                   const sys::Locking& locking);
-  bool is_open() const { return m_handle != os::kNoHandle; }
-  /// Releases the lock. Does not flush: a power failure can lose what was written since the last
-  /// flush.
-  void close();
 
   /// The size, looked up by the path.
   std::uint64_t size() const { return sys::describe(m_path).size; }
@@ -41,12 +65,6 @@ class LockedFile {
   /// Reads the valid text of an index or a counter. With kChanging it first completes an
   /// interrupted save, so the file then contains only the text.
   os::Status read_text(std::string& text);
-  /// Reads @p count bytes; fewer only at the end of the file.
-  os::Status read_at(std::uint64_t offset, std::size_t count, std::string& bytes);
-  /// Writes all bytes, or fails.
-  os::Status write_at(std::uint64_t offset, std::string_view bytes);
-  os::Status cut_at(std::uint64_t size);
-  os::Status flush();
   /// Whether another file has the same bytes. Reads it without a lock.
   bool is_equal_to(const std::string& other);
 
@@ -66,12 +84,8 @@ class LockedFile {
   os::Status replace_bytes(std::string_view old_bytes, std::string_view new_bytes);
 
  private:
-  os::Status lock(For purpose, const sys::Locking& locking);
-  os::Status move_to(std::uint64_t offset);
-
   std::string m_path;
   For m_purpose = For::kReading;
-  os::Handle m_handle = os::kNoHandle;
 };
 
 /// Whether an interrupted replace_bytes() can have left these bytes: the beginning of the new ones,

@@ -6,7 +6,7 @@
 
 #include "client/admin/entries.h"
 #include "client/admin/explain.h"
-#include "client/admin/shared_view.h"
+#include "client/admin/shared_probe.h"
 #include "client/admin/stats.h"
 #include "client/tests/admin/tree_fixture.h"
 #include "tests/support/process.h"
