@@ -1,180 +1,456 @@
 #include "client/admin/check.h"
 
 #include <algorithm>
-#include <array>
+#include <charconv>
+#include <unordered_set>
+#include <vector>
 
-#include "client/admin/folder_check.h"
+#include "client/admin/folder_view.h"
+#include "client/admin/locked_file.h"
+#include "client/admin/repair_text.h"
+#include "client/admin/text.h"
+#include "index/document_extensions.h"
+#include "index/index_format.h"
+#include "storage/key_text.h"
+#include "storage/layout.h"
 
 namespace admin {
 
 namespace {
 
-using enum Severity;
+std::string_view extension_without_dot(std::string_view name) {
+  const std::string_view extension = index_format::extension_of(name);
+  return extension.empty() ? extension : extension.substr(1);
+}
 
-constexpr std::array<FindingKind, kCodes> kKinds = {{
-    {Code::kLineWithoutFile, "line-without-file", kWarning,
-     "dangling entry: its file is missing. Readers skip it, and the next save drops it",
-     "restore the file from a backup, or let the next save drop the entry"},
-    {Code::kFileWithoutLine, "file-without-line", kWarning,
-     "orphan: no entry of index.dat names this file. With synchronisation on, the library adopts "
-     "it under its own name; a sweep removes it",
-     "adopt it with 'stgctl sync', or move it away with 'stgctl repair'"},
-    {Code::kDuplicateKey, "duplicate-key", kError,
-     "two lines of index.dat have the same key. Only the first one is valid",
-     "remove the second one with 'stgctl repair', or let the next save drop it"},
-    {Code::kDuplicatePhysicalName, "duplicate-physical-name", kError,
-     "two entries have the same physical name. Replacing or removing one document does the same to "
-     "the other",
-     "copy the file with 'stgctl get', remove both entries with 'stgctl rm', and store both "
-     "documents again"},
-    {Code::kMalformedLine, "malformed-line", kError,
-     "a line of index.dat is damaged: it does not have the form of an entry",
-     "run 'stgctl repair', which restores what it can and removes the line. Correct a line that it "
-     "leaves by hand"},
-    {Code::kUnorderedLines, "unordered-lines", kInfo,
-     "the lines of index.dat are not sorted by key. The library sorts them when it writes",
-     "nothing to do: the next save sorts them"},
-    {Code::kEmptyIndex, "empty-index", kError,
-     "index.dat has no bytes, or only zeros: the first save of the folder was interrupted, or the "
-     "logical names are lost",
-     "if the folder had names, restore it with 'stgctl index restore' or from a backup before any "
-     "program writes to the folder"},
-    {Code::kMissingIndex, "missing-index", kWarning, "the folder has files but no index.dat",
-     "restore it with 'stgctl index restore', or adopt the files with 'stgctl sync'"},
-    {Code::kUnreadableIndex, "unreadable-index", kError, "index.dat cannot be read",
-     "check its permissions and the disk"},
-    {Code::kCounterBehind, "counter-behind", kWarning,
-     "a file has a higher number than the counter. A new document could get the name of an orphan",
-     "set the counter to the highest number with 'stgctl repair'"},
-    {Code::kCounterUnreadable, "counter-unreadable", kWarning,
-     "the counter does not contain a number of 0 or more. The next file is named 00000000",
-     "set the counter to the highest number with 'stgctl repair'"},
-    {Code::kWrongBucket, "wrong-bucket", kError,
-     "the entry is in another bucket than its logical name requires. No reader finds it",
-     "copy its file out of the tree and store the copy with 'stgctl put'; a bucket without other "
-     "entries can then be moved away"},
-    {Code::kShadowedName, "shadowed-name", kWarning,
-     "a file or folder has the entry's logical name as its own name. The library serves that file "
-     "instead of the entry, for every timestamp",
-     "rename or remove that file"},
-    {Code::kUnreachableTimestamp, "unreachable-timestamp", kWarning,
-     "readers look for this name only at timestamp 0, so they never find this version",
-     "move it to timestamp 0 with 'stgctl mv'"},
-    {Code::kPartsWithoutDocument, "parts-without-document", kWarning,
-     "a sub-part folder whose document is missing",
-     "move it away with 'stgctl repair', or let a sweep remove it"},
-    {Code::kPreloadNewer, "preload-newer", kInfo,
-     "the preload copy is newer than the sub-part. The next read replaces the sub-part",
-     "nothing to do"},
-    {Code::kDanglingKeyLine, "dangling-key-line", kWarning,
-     "a line of attribut.txt names a document that the folder does not contain",
-     "remove the line with 'stgctl repair'"},
-    {Code::kDanglingCategoryLine, "dangling-category-line", kWarning,
-     "a line of a category file names a document that the folder does not contain",
-     "remove the line with 'stgctl repair'"},
-    {Code::kEmptyDocument, "empty-document", kWarning,
-     "a document with no bytes: its writer has not written yet, or was interrupted",
-     "store it again"},
-    {Code::kCaseCollision, "case-collision", kInfo,
-     "two names differ only in letter case. On Windows they are the same name",
-     "rename one of them"},
-    {Code::kNotPortableName, "not-portable-name", kInfo,
-     "a name that is not allowed on every system", "rename it"},
-    {Code::kUnsafeName, "unsafe-name", kWarning,
-     "a logical name that, used as a path, leaves its folder or matches other files",
-     "store the document under another name"},
-    {Code::kPathNearLimit, "path-near-limit", kWarning,
-     "the path or the name is almost as long as the system allows",
-     "move the tree nearer to the root, or shorten the name"},
-    {Code::kLockNotObtained, "lock-not-obtained", kError,
-     "another process held the lock on index.dat for too long. The folder was not checked",
-     "find the process with 'stgctl locks', and check again"},
-    {Code::kLinkInTree, "link-in-tree", kWarning,
-     "a link. The library follows it; this check does not", "replace the link by its target"},
-    {Code::kStrayItem, "stray-item", kInfo, "something that does not belong at this place",
-     "find out what it is, and move it away"},
-    {Code::kUnreadableFolder, "unreadable-folder", kError, "the folder cannot be listed",
-     "check its permissions and the disk"},
-    {Code::kEntryWithoutFile, "entry-without-file", kWarning,
-     "the entry is valid, but readers do not find its file. A file exists under the physical name "
-     "with the extension or without it, and readers look for the other one",
-     "store the document again, or remove the entry"},
-    {Code::kUnknownLine, "unknown-line", kWarning,
-     "unknown entry: the system could not check whether its file exists. Readers skip it, saves "
-     "keep it, and nothing in the folder is adopted or swept",
-     "check the permissions on the path to the file, and the disk"},
-    {Code::kInterruptedSave, "interrupted-save", kInfo,
-     "a save of index.dat was interrupted after the new text was safe. Readers use the new text",
-     "nothing to do: the next writer completes the save"},
-    {Code::kCounterUnusable, "counter-unusable", kError,
-     "the counter cannot be written. Every new document of the folder gets the same file, 99999999",
-     "make it a writable plain file, or remove it; then run 'stgctl repair'"},
-    {Code::kNotWritable, "not-writable", kError,
-     "the user who runs the check cannot write here, so nothing can be stored or removed",
-     "check the permissions, or run the check as the user of the programs"},
-    {Code::kMissingArea, "missing-area", kError,
-     "the folder of an area is missing, and with it all its content",
-     "restore it from a backup; 'stgctl init' creates an empty one"},
-    {Code::kDocumentReplaced, "document-replaced", kError,
-     "a document's path leads to something that is not a file",
-     "move it away, and restore the document from a backup"},
-    {Code::kFolderReplaced, "folder-replaced", kError,
-     "a file is where a document folder should be. No document of that folder can be read",
-     "move the file away, and restore the folder from a backup"},
-    {Code::kKeyFileWithoutLine, "key-file-without-line", kInfo,
-     "a key file that no entry of index.dat names. Programs find it by its path",
-     "nothing to do; 'stgctl sync' creates an entry for it"},
-    {Code::kUnfinishedFile, "unfinished-file", kWarning,
-     "a file or folder that stgctl left when it was killed. Nothing uses it",
-     "move it away with 'stgctl repair'; if an import is running, wait for its end first"},
-    {Code::kOddTimestamp, "odd-timestamp", kError,
-     "the key of an entry does not end in \"_\" and ten digits. No reader finds the entry",
-     "copy its file out of the tree, store the copy with 'stgctl put', and remove the line of "
-     "index.dat by hand"},
-}};
+std::string in_quotes(std::string_view text) { return "\"" + printable(text) + "\""; }
 
-constexpr bool is_in_order() {
-  for (std::size_t i = 0; i < kKinds.size(); ++i) {
-    if (static_cast<std::size_t>(kKinds[i].code) != i) return false;
+/// Counts findings and passes them on.
+struct Findings {
+  CheckSummary& summary;
+  const FindingSink& sink;
+
+  void add(const Finding& finding) {
+    ++summary.findings[static_cast<std::size_t>(finding.code)];
+    sink(finding);
   }
-  return true;
-}
-static_assert(is_in_order());
+};
 
-}  // namespace
+/// Checks one document folder.
+class FolderCheck {
+ public:
+  /// @param view has loaded the folder.
+  FolderCheck(const FolderView& view, const CheckOptions& options, Findings& findings)
+      : m_view(view),
+        m_options(options),
+        m_findings(findings),
+        m_summary(findings.summary),
+        m_lint(view) {}
 
-std::string_view name_of(Severity severity) {
-  constexpr std::array<std::string_view, 3> kNames = {"info", "warning", "error"};
-  return kNames[static_cast<std::size_t>(severity)];
-}
+  void run() {
+    ++m_summary.folders;
+    // A folder with another name is not a bucket; the walk has already reported it.
+    const std::string& bucket = m_view.folder().bucket;
+    std::from_chars(bucket.data(), bucket.data() + bucket.size(), m_bucket);
+    if (!m_view.status().ok()) {
+      if (m_view.status().failure() == os::Failure::kNotFound) return;
+      found(Code::kUnreadableFolder, "", sys::text_of(m_view.status()));
+      return;
+    }
+    if (!check_index_state()) return;
+    check_lines();
+    check_names();
+    if (expects_index(m_view.folder().area) && check_writable()) check_counter();
+    if (m_options.depth == Depth::kFull) check_key_files();
+  }
 
-std::span<const FindingKind> finding_kinds() { return kKinds; }
+ private:
+  void found(Code code, std::string_view name, std::string detail = {}, std::size_t line = 0) {
+    const DocumentFolder& folder = m_view.folder();
+    m_findings.add(
+        {code, folder.area, folder.owner, folder.path, std::string(name), line, std::move(detail)});
+  }
 
-const FindingKind& kind_of(Code code) { return kKinds[static_cast<std::size_t>(code)]; }
+  /// A finding about the version that the line names.
+  void found(Code code, const LintedLine& line, std::string detail) {
+    const DocumentFolder& folder = m_view.folder();
+    m_findings.add({code, folder.area, folder.owner, folder.path, std::string(line.logical),
+                    line.number, std::move(detail), line.timestamp});
+  }
 
-std::optional<Code> code_named(std::string_view name) {
-  const auto found = std::find_if(kKinds.begin(), kKinds.end(),
-                                  [&](const FindingKind& kind) { return kind.name == name; });
-  if (found == kKinds.end()) return std::nullopt;
-  return found->code;
-}
+  /// @return whether check_counter() can read the counter.
+  bool check_writable() {
+    if (!m_options.ask_writable) return true;
+    bool has_counter = true;
+    for (const Obstacle& each : obstacles_to_writing(m_view.folder().path)) {
+      const bool is_told =
+          each.kind == Obstacle::Kind::kIndex && m_view.index_state() == IndexState::kFailed;
+      if (each.kind == Obstacle::Kind::kCounter) {
+        has_counter = false;
+        found(Code::kCounterUnusable, index_format::kCounterFile, each.why);
+      } else if (!is_told) {
+        found(Code::kNotWritable,
+              each.kind == Obstacle::Kind::kIndex ? index_format::kIndexFile : "", each.why);
+      }
+    }
+    return has_counter;
+  }
 
-// ---- checking ----------------------------------------------------------------------------------
+  bool check_index_state() {
+    switch (m_view.index_state()) {
+      case IndexState::kLocked:
+        found(Code::kLockNotObtained, index_format::kIndexFile,
+              "waited " + std::to_string(m_options.locking.time_out.count()) + " ms");
+        return false;
+      case IndexState::kFailed:
+        // check_name() reports a link.
+        if (const std::uint32_t at = m_view.find(index_format::kIndexFile);
+            at == FolderView::kNone || m_view.names()[at].kind != sys::Kind::kLink)
+          found(Code::kUnreadableIndex, index_format::kIndexFile,
+                sys::text_of(m_view.index_status()));
+        return true;
+      case IndexState::kNoBytes:
+        found(Code::kEmptyIndex, index_format::kIndexFile);
+        return true;
+      default:
+        if (m_view.has_interrupted_save())
+          found(Code::kInterruptedSave, index_format::kIndexFile,
+                std::to_string(m_view.index_text().size()) + " bytes of text in a file of " +
+                    std::to_string(m_view.index_bytes().size()) + " bytes");
+        return true;
+    }
+  }
 
-namespace {
+  // ---- lines -------------------------------------------------------------------------------------
+
+  void check_lines() {
+    for (const LintedLine& line : m_lint) check_line(line);
+    if (const std::size_t count = m_lint.unordered_lines(); count != 0)
+      found(Code::kUnorderedLines, index_format::kIndexFile,
+            std::to_string(count) + " out of order");
+  }
+
+  void check_line(const LintedLine& line) {
+    if (line.has_zeros && line.verdict != Verdict::kUnknown) {
+      found(Code::kMalformedLine,
+            line.raw.substr(0, std::min<std::size_t>(80, line.raw.find('\0'))),
+            "it contains zeros, possibly in place of other lines", line.number);
+      return;
+    }
+    switch (line.verdict) {
+      case Verdict::kEntry:
+        check_entry(line);
+        break;
+      case Verdict::kNoFile:
+        ++m_summary.unserved;
+        found(Code::kLineWithoutFile, line, "physical name " + in_quotes(line.stored));
+        break;
+      case Verdict::kUnknown:
+        found(Code::kUnknownLine, line, "physical name " + in_quotes(line.stored));
+        break;
+      case Verdict::kDuplicateKey:
+        found(Code::kDuplicateKey, line.key,
+              "physical name " + in_quotes(line.stored) + ", same key as line " +
+                  std::to_string(line.same_key_as),
+              line.number);
+        break;
+      case Verdict::kNoSeparator:
+        found(Code::kMalformedLine, line.raw.substr(0, 80), "it contains no \"/\"", line.number);
+        break;
+      case Verdict::kShortKey:
+        found(Code::kMalformedLine, line.raw.substr(0, 80), "the key is too short for a timestamp",
+              line.number);
+        break;
+    }
+  }
+
+  void check_entry(const LintedLine& line) {
+    ++m_summary.entries;
+    if (line.has_odd_stamp)
+      found(Code::kOddTimestamp, line.key, "file " + in_quotes(line.file), line.number);
+    const bool is_replaced = line.listed != FolderView::kNone &&
+                             (m_view.names()[line.listed].kind == sys::Kind::kFolder ||
+                              m_view.names()[line.listed].kind == sys::Kind::kOther);
+    if (is_replaced) found(Code::kDocumentReplaced, line, "file " + in_quotes(line.file));
+    if (is_replaced || !line.has_file) ++m_summary.unserved;
+    if (!line.has_file)
+      found(Code::kEntryWithoutFile, line,
+            "physical name " + in_quotes(line.stored) + ", file " + in_quotes(line.file));
+    if (line.same_stored_as != 0)
+      found(
+          Code::kDuplicatePhysicalName, line.stored,
+          "in lines " + std::to_string(line.same_stored_as) + " and " + std::to_string(line.number),
+          line.number);
+    if (const char* why = why_not_safe(line.logical)) found(Code::kUnsafeName, line, why);
+    check_reach(line);
+    const bool is_own_name = line.timestamp == 0 && line.stored == line.logical;
+    if (!is_own_name) {
+      note_number(line.stored);
+      if (m_options.depth == Depth::kFull) check_case(m_folded_keys, line.key, line.logical);
+    }
+    const std::string_view extension = extension_without_dot(line.logical);
+    if (extension == "ctg") m_category_files.emplace_back(line.file);
+    if (line.logical == "attribut.txt") m_key_files.emplace_back(line.file);
+    if (m_options.depth != Depth::kFull || !is_document_extension(extension)) return;
+    const sys::Info info = sys::describe(m_view.path_of(line.file));
+    if (info.kind == sys::Kind::kFile && info.size == 0)
+      found(Code::kEmptyDocument, line, "file " + in_quotes(line.file));
+  }
+
+  void check_reach(const LintedLine& line) {
+    const DocumentFolder& folder = m_view.folder();
+    if (!expects_index(folder.area)) return;
+    const bool in_docs = folder.area == Area::kDocs;
+    if (in_docs && bucket_number(line.logical) != m_bucket) {
+      ++m_summary.unserved;
+      found(
+          Code::kWrongBucket, line,
+          "it belongs in " + layout::bucket_name(layout::hash_of(line.logical, layout::kBuckets)));
+    }
+    if (const std::uint32_t at = m_view.find(line.logical);
+        at != FolderView::kNone && at != line.listed) {
+      found(Code::kShadowedName, line,
+            "timestamp " + std::to_string(line.timestamp) + ", physical name " +
+                in_quotes(line.stored));
+      return;
+    }
+    const bool is_versioned = in_docs && extension_without_dot(line.logical) == "kdf";
+    if (line.timestamp != 0 && !is_versioned)
+      found(Code::kUnreachableTimestamp, line, "timestamp " + std::to_string(line.timestamp));
+  }
+
+  /// Reports a name that differs from an earlier name of @p table only in letter case. @p shown is
+  /// the name in the report.
+  void check_case(std::unordered_set<std::string>& table, std::string_view name,
+                  std::string_view shown) {
+    fold_case(name, m_folded);
+    if (!table.insert(m_folded).second) found(Code::kCaseCollision, shown);
+  }
+
+  // ---- names -------------------------------------------------------------------------------------
+
+  void check_names() {
+    std::uint32_t number = 0;
+    for (const Name& name : m_view.names()) check_name(name, number++);
+    if (m_view.index_state() == IndexState::kMissing && m_data_files != 0 &&
+        expects_index(m_view.folder().area))
+      found(Code::kMissingIndex, index_format::kIndexFile, std::to_string(m_data_files) + " files");
+    const auto cased = [](const Name& name) { return has_case(name.text); };
+    if (m_options.depth != Depth::kFull ||
+        std::none_of(m_view.names().begin(), m_view.names().end(), cased))
+      return;
+    for (const Name& name : m_view.names()) check_case(m_folded_names, name.text, name.text);
+  }
+
+  /// Reports files in sub-folders that a killed client left.
+  void check_unfinished(const std::string& sub_folder) {
+    sys::Folder listing;
+    if (!listing.open(m_view.path_of(sub_folder)).ok()) return;
+    sys::Entry entry;
+    while (listing.next(entry)) {
+      const std::string name = sys::join(sub_folder, entry.name);
+      if (is_unfinished(entry.name)) {
+        check_leftover(name);
+      } else if (entry.kind == sys::Kind::kFolder) {
+        check_unfinished(name);
+      }
+    }
+  }
+
+  void check_leftover(const std::string& name) {
+    if (is_leftover(m_view.path_of(name))) found(Code::kUnfinishedFile, name);
+  }
+
+  void check_name(const Name& name, std::uint32_t number) {
+    if (is_unfinished(name.text)) return check_leftover(std::string(name.text));
+    check_file_name(name);
+    switch (name.kind) {
+      case sys::Kind::kFile:
+        if (index_format::is_index_file(name.text)) break;
+        ++m_summary.files;
+        ++m_data_files;
+        if (!m_lint.is_claimed(number)) check_unclaimed(name);
+        break;
+      case sys::Kind::kFolder:
+        check_sub_folder(name);
+        break;
+      case sys::Kind::kLink:
+        found(Code::kLinkInTree, name.text);
+        break;
+      default:
+        found(Code::kStrayItem, name.text, "neither a file nor a folder");
+        break;
+    }
+  }
+
+  void check_unclaimed(const Name& name) {
+    note_number(name.text.substr(0, name.text.find('.')));
+    if (m_view.index_state() != IndexState::kRead && m_view.index_state() != IndexState::kNoBytes)
+      return;
+    found(is_key_file(name) ? Code::kKeyFileWithoutLine : Code::kFileWithoutLine, name.text);
+  }
+
+  /// Whether the file is a key file. Programs write key files by path, so no entry names them.
+  bool is_key_file(const Name& name) const {
+    if (m_view.folder().area != Area::kUser) return false;
+    if (name.text == "attribut.txt" || name.text == "profile.txt" || name.text.ends_with(".ctg"))
+      return true;
+    const std::string_view stem = name.text.substr(0, name.text.find('.'));
+    if (m_options.depth != Depth::kFull || index_format::is_generated_name(stem)) return false;
+    std::string text;
+    if (!sys::read_file(m_view.path_of(name.text), m_options.locking, text).ok()) return false;
+    key_text::Lines lines(text);
+    std::string_view line;
+    std::size_t pairs = 0;
+    while (lines.next(line)) {
+      if (line.empty()) continue;
+      if (!key_text::split(line, key_text::Separator::kFirst)) return false;
+      ++pairs;
+    }
+    return pairs != 0;
+  }
+
+  void check_file_name(const Name& name) {
+    if (const char* why = why_not_portable(name.text))
+      found(Code::kNotPortableName, name.text, why);
+    const std::size_t length = m_view.folder().path.size() + 1 + name.text.size();
+    if (length * 10 > m_options.path_limit * 9)
+      found(Code::kPathNearLimit, name.text, std::to_string(length) + " bytes");
+    else if (name.text.size() * 10 > sys::kNameLimit * 9)
+      found(Code::kPathNearLimit, name.text,
+            "the name alone has " + std::to_string(name.text.size()) + " bytes");
+  }
+
+  void check_sub_folder(const Name& name) {
+    if (m_options.depth == Depth::kFull) check_unfinished(std::string(name.text));
+    const Area area = m_view.folder().area;
+    if (!expects_index(area)) return;
+    if (area != Area::kDocs) {
+      found(Code::kStrayItem, name.text, "a folder where only documents are expected");
+      return;
+    }
+    // The document's file name may contain underscores too.
+    for (std::size_t at = name.text.find('_'); at != std::string_view::npos;
+         at = name.text.find('_', at + 1)) {
+      const std::uint32_t document = m_view.find(name.text.substr(0, at));
+      if (document == FolderView::kNone) continue;
+      const std::string_view file = m_view.names()[document].text;
+      // Sub-parts of .kdf documents are served as they are.
+      if (m_options.depth != Depth::kFull || extension_without_dot(file) == "kdf") return;
+      const std::string root = m_view.path_of(name.text);
+      check_renditions(root, true);
+      check_renditions(sys::join(root, "html"), false);
+      check_renditions(sys::join(root, "pdf"), false);
+      return;
+    }
+    if (name.text.find('_') == std::string_view::npos) {
+      found(Code::kStrayItem, name.text, "a folder that belongs to no document");
+    } else {
+      found(Code::kPartsWithoutDocument, name.text);
+    }
+  }
+
+  void note_number(std::string_view name) {
+    m_highest_number = std::max(m_highest_number, number_drawn_for(name));
+  }
+
+  void check_counter() {
+    if (m_highest_number <= 0) return;
+    const std::optional<std::string> text = m_view.read_counter(m_options.locking);
+    const std::int32_t counter = text ? index_format::parse_decimal(*text) : 0;
+    if (counter < 0) {
+      found(Code::kCounterUnreadable, index_format::kCounterFile,
+            "it contains " + in_quotes(*text));
+    } else if (counter < m_highest_number) {
+      found(Code::kCounterBehind, index_format::kCounterFile,
+            (text ? "it contains " + in_quotes(*text)
+                  : std::string("it is missing or cannot be read")) +
+                ", the highest number is " + std::to_string(m_highest_number));
+    }
+  }
+
+  // ---- what only a full check reads: key files, and the times of sub-parts
+
+  void check_key_files() {
+    if (m_key_files.empty() && m_category_files.empty()) return;
+    std::unordered_set<std::string_view> names;
+    for (const LintedLine& line : IndexLint(m_view)) {
+      if (line.verdict == Verdict::kEntry || line.verdict == Verdict::kUnknown)
+        names.insert(line.logical);
+    }
+    for (const std::string& file : m_key_files) check_key_file(file, names, Code::kDanglingKeyLine);
+    for (const std::string& file : m_category_files)
+      check_key_file(file, names, Code::kDanglingCategoryLine);
+  }
+
+  void check_key_file(const std::string& file, const std::unordered_set<std::string_view>& names,
+                      Code code) {
+    std::string text;
+    if (!sys::read_file(m_view.path_of(file), m_options.locking, text).ok()) return;
+    const auto is_known = [&](std::string_view name) {
+      return names.contains(name) || m_view.find(name) != FolderView::kNone;
+    };
+    key_text::Lines lines(text);
+    std::string_view line;
+    std::size_t number = 0;
+    while (lines.next(line)) {
+      if (!line.empty()) ++number;
+      const auto pair = key_text::split(line, key_text::Separator::kFirst);
+      // A program may store the document's name on either side of the "=".
+      if (!pair || is_known(pair->name) || is_known(pair->value)) continue;
+      found(code, file, "\"" + printable(line.substr(0, 120)) + "\"", number);
+    }
+  }
+
+  void check_renditions(const std::string& type_folder, bool is_root) {
+    const std::string preload = sys::join(type_folder, layout::kPreloadFolder);
+    sys::Folder copies;
+    // Most documents have no preload copies.
+    if (!copies.open(preload).ok()) return;
+    sys::Entry copy;
+    while (copies.next(copy)) {
+      if (copy.kind != sys::Kind::kFile) continue;
+      const std::int64_t copy_time = copies.describe(copy).modify_time;
+      sys::Folder renditions;
+      if (!renditions.open(type_folder).ok()) return;
+      sys::Entry rendition;
+      while (renditions.next(rendition)) {
+        const bool is_type = is_root && (rendition.name == "html" || rendition.name == "pdf");
+        if (rendition.kind != sys::Kind::kFolder || is_type ||
+            rendition.name == layout::kPreloadFolder)
+          continue;
+        const std::string part = sys::join(sys::join(type_folder, rendition.name), copy.name);
+        const sys::Info info = sys::describe(part);
+        if (info.kind == sys::Kind::kFile && info.modify_time < copy_time)
+          found(Code::kPreloadNewer, part.substr(m_view.folder().path.size() + 1),
+                std::to_string(copy_time - info.modify_time) + " seconds");
+      }
+    }
+  }
+
+  const FolderView& m_view;
+  const CheckOptions& m_options;
+  Findings& m_findings;
+  CheckSummary& m_summary;
+  IndexLint m_lint;
+  std::unordered_set<std::string> m_folded_keys;
+  std::unordered_set<std::string> m_folded_names;
+  std::string m_folded;
+  std::vector<std::string> m_key_files;
+  std::vector<std::string> m_category_files;
+  std::uint32_t m_bucket = 0;  ///< the number in the folder's name
+  std::int32_t m_highest_number = 0;
+  std::uint64_t m_data_files = 0;
+};
 
 class CheckVisitor final : public Visitor {
  public:
-  CheckVisitor(const CheckOptions& options, CheckSummary& summary, const FindingSink& sink)
-      : m_options(options), m_folders(options, summary, sink), m_summary(summary) {}
+  CheckVisitor(const CheckOptions& options, Findings& findings)
+      : m_options(options), m_findings(findings) {}
 
   bool folder(const DocumentFolder& folder) override {
-    if (m_options.stop != nullptr && m_options.stop->load()) {
-      m_summary.was_stopped = true;
-      return false;
-    }
-    if (m_options.on_folder) m_options.on_folder(folder);
-    m_folders.run(folder);
+    m_view.load(folder, m_options.locking);
+    FolderCheck(m_view, m_options, m_findings).run();
     return true;
   }
 
@@ -193,34 +469,19 @@ class CheckVisitor final : public Visitor {
     tell(Code::kUnreadableFolder, std::nullopt, path, sys::text_of(status));
   }
 
-  void missing_area(const Tree& tree, Area area) {
-    tell(Code::kMissingArea, area, tree.folder_of(area), "");
-  }
-  void read_only(const std::string& storage) {
-    tell(Code::kNotWritable, std::nullopt, storage, "the file system is read-only");
+  /// A finding that is not in a document folder.
+  void tell(Code code, std::optional<Area> area, const std::string& path, std::string detail) {
+    const std::size_t at = path.rfind(sys::kSeparator);
+    m_findings.add({code, area, "", path.substr(0, at), path.substr(at + 1), 0, std::move(detail)});
   }
 
  private:
-  void tell(Code code, std::optional<Area> area, const std::string& path, std::string detail) {
-    const std::size_t at = path.rfind(sys::kSeparator);
-    m_folders.report(
-        {code, area, "", path.substr(0, at), path.substr(at + 1), 0, std::move(detail)});
-  }
-
   const CheckOptions& m_options;
-  FolderCheck m_folders;
-  CheckSummary& m_summary;
+  Findings& m_findings;
+  FolderView m_view;
 };
 
 }  // namespace
-
-std::uint64_t CheckSummary::count(Severity severity) const {
-  std::uint64_t sum = 0;
-  for (const FindingKind& kind : finding_kinds()) {
-    if (kind.severity == severity) sum += findings[static_cast<std::size_t>(kind.code)];
-  }
-  return sum;
-}
 
 CheckSummary check(const Tree& tree, const CheckOptions& options, const FindingSink& sink) {
   CheckSummary summary;
@@ -228,14 +489,16 @@ CheckSummary check(const Tree& tree, const CheckOptions& options, const FindingS
   const bool is_read_only = sys::file_system_of(tree.storage).is_read_only;
   // Reported once for the tree, not for each folder.
   if (is_read_only) asked.ask_writable = false;
-  CheckVisitor visitor(asked, summary, sink);
-  if (is_read_only && options.ask_writable) visitor.read_only(tree.storage);
+  Findings findings{summary, sink};
+  CheckVisitor visitor(asked, findings);
+  if (is_read_only && options.ask_writable)
+    visitor.tell(Code::kNotWritable, std::nullopt, tree.storage, "the file system is read-only");
   for (const Area area : kAreas) {
     const bool is_meant = !options.scope.area || *options.scope.area == area;
     if (is_meant && expects_index(area) && !tree.has_area[static_cast<std::size_t>(area)])
-      visitor.missing_area(tree, area);
+      visitor.tell(Code::kMissingArea, area, tree.folder_of(area), "");
   }
-  walk(tree, options.scope, visitor);
+  summary.was_stopped = !walk(tree, options, visitor);
   return summary;
 }
 

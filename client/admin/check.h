@@ -95,18 +95,12 @@ enum class Depth : std::uint8_t {
   kFull,   ///< also sizes and times of files, key files and sub-parts
 };
 
-struct CheckOptions {
-  Scope scope;
+struct CheckOptions : WalkOptions {
   Depth depth = Depth::kFull;
-  sys::Locking locking;
   /// A path longer than 9/10 of this is near the limit.
   std::size_t path_limit = sys::kPathLimit;
-  /// If set to true, the check ends at the next folder.
-  const std::atomic<bool>* stop = nullptr;
   /// Whether to test that indexes, counters and folders are writable. The test writes nothing.
   bool ask_writable = true;
-  /// Called for each folder before it is checked.
-  std::function<void(const DocumentFolder&)> on_folder;
 };
 
 struct CheckSummary {

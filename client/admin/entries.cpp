@@ -28,10 +28,6 @@ class EntryVisitor final : public Visitor {
   }
 
   bool folder(const DocumentFolder& folder) override {
-    if (m_query.stop != nullptr && m_query.stop->load()) {
-      m_failures.was_stopped = true;
-      return false;
-    }
     m_view.load(folder, m_query.locking);
     m_entry.folder = &m_view.folder();
     const os::Status& listed = m_view.status();
@@ -59,9 +55,8 @@ class EntryVisitor final : public Visitor {
 
  private:
   bool lines() {
-    m_lint.start(m_view);
-    LintedLine line;
-    while (m_lint.next(line)) {
+    m_lint.emplace(m_view);
+    for (const LintedLine& line : *m_lint) {
       if (line.verdict != Verdict::kEntry && line.verdict != Verdict::kNoFile) continue;
       const bool has_file = line.verdict == Verdict::kEntry && line.has_file;
       if (!has_file && !m_wants_missing) continue;
@@ -84,7 +79,7 @@ class EntryVisitor final : public Visitor {
     std::uint32_t number = 0;
     for (const Name& name : m_view.names()) {
       const std::uint32_t listed = number++;
-      if (name.kind != sys::Kind::kFile || m_lint.is_claimed(listed) ||
+      if (name.kind != sys::Kind::kFile || m_lint->is_claimed(listed) ||
           index_format::is_index_file(name.text) || is_unfinished(name.text))
         continue;
       m_entry.logical = m_entry.stored = m_entry.file = name.text;
@@ -129,7 +124,7 @@ class EntryVisitor final : public Visitor {
   const FailureSink& m_failed;
   EntryFailures m_failures;
   FolderView m_view;
-  IndexLint m_lint;
+  std::optional<IndexLint> m_lint;
   EntryView m_entry;
   bool m_needs_info = false;
   bool m_wants_missing = false;
@@ -153,12 +148,11 @@ std::string_view name_of(EntryState state) {
 EntryFailures for_each_entry(const Tree& tree, const EntryQuery& query, const EntrySink& sink,
                              const FailureSink& failed) {
   EntryVisitor visitor(query, sink, failed);
-  if (const std::optional<DocumentFolder> folder = only_folder(tree, query)) {
-    visitor.folder(*folder);
-  } else {
-    walk(tree, query.scope, visitor);
-  }
-  return visitor.failures();
+  const std::optional<DocumentFolder> folder = only_folder(tree, query);
+  const bool ended = folder ? visitor.folder(*folder) : walk(tree, query, visitor);
+  EntryFailures failures = visitor.failures();
+  failures.was_stopped = !ended && query.is_stopped();
+  return failures;
 }
 
 // ---- inventories -------------------------------------------------------------------------------
@@ -168,14 +162,14 @@ namespace {
 constexpr const char* kLink = "a link: stgctl does not follow it";
 constexpr const char* kUnfinished = "unfinished: stgctl was killed while it wrote this";
 
-/// Collects the document folders, to sort them. Stray items go to the sink at once.
+/// Collects the document folders, in the order of the inventory. Stray items go to the sink at once.
 class FolderCollector final : public Visitor {
  public:
   FolderCollector(InventorySink& sink, EntryFailures& failures)
       : m_sink(sink), m_failures(failures) {}
 
   bool folder(const DocumentFolder& folder) override {
-    m_folders.push_back(folder);
+    folders.push_back(folder);
     return true;
   }
   void stray(Area, const std::string& path, sys::Kind) override {
@@ -186,18 +180,11 @@ class FolderCollector final : public Visitor {
     m_sink.failed(path, sys::text_of(status));
   }
 
-  std::vector<DocumentFolder> sorted() && {
-    std::sort(m_folders.begin(), m_folders.end(), [](const auto& one, const auto& other) {
-      return std::tie(one.area, one.owner, one.bucket) <
-             std::tie(other.area, other.owner, other.bucket);
-    });
-    return std::move(m_folders);
-  }
+  std::vector<DocumentFolder> folders;
 
  private:
   InventorySink& m_sink;
   EntryFailures& m_failures;
-  std::vector<DocumentFolder> m_folders;
 };
 
 struct Child {
@@ -216,7 +203,7 @@ struct Version {
 
 class Inventory {
  public:
-  Inventory(const InventoryOptions& options, InventorySink& sink, EntryFailures& failures)
+  Inventory(const WalkOptions& options, InventorySink& sink, EntryFailures& failures)
       : m_options(options), m_sink(sink), m_failures(failures) {}
 
   bool run(const DocumentFolder& folder) {
@@ -238,7 +225,7 @@ class Inventory {
 
  private:
   bool is_stopped() {
-    m_failures.was_stopped = m_options.stop != nullptr && m_options.stop->load();
+    m_failures.was_stopped = m_options.is_stopped();
     return m_failures.was_stopped;
   }
 
@@ -263,9 +250,8 @@ class Inventory {
 
   void collect_versions() {
     m_versions.clear();
-    m_lint.start(m_view);
-    LintedLine line;
-    while (m_lint.next(line)) {
+    m_lint.emplace(m_view);
+    for (const LintedLine& line : *m_lint) {
       if (line.verdict == Verdict::kUnknown) {
         ++m_failures.folders;
         m_sink.failed(m_view.path_of(line.stored),
@@ -303,9 +289,9 @@ class Inventory {
         } else {
           m_sink.left_out(m_view.path_of(name.text), "a folder that belongs to no document");
         }
-      } else if (name.kind == sys::Kind::kLink && !m_lint.is_claimed(listed)) {
+      } else if (name.kind == sys::Kind::kLink && !m_lint->is_claimed(listed)) {
         m_sink.left_out(m_view.path_of(name.text), kLink);
-      } else if (!m_lint.is_claimed(listed)) {
+      } else if (!m_lint->is_claimed(listed)) {
         m_sink.left_out(m_view.path_of(name.text), "orphan: no entry names it");
       }
     }
@@ -397,11 +383,11 @@ class Inventory {
     return true;
   }
 
-  const InventoryOptions& m_options;
+  const WalkOptions& m_options;
   InventorySink& m_sink;
   EntryFailures& m_failures;
   FolderView m_view;
-  IndexLint m_lint;
+  std::optional<IndexLint> m_lint;
   std::vector<Version> m_versions;
   Holding m_holding;
 };
@@ -435,16 +421,14 @@ std::strong_ordering operator<=>(const Holding& one, const Holding& other) {
   return order != 0 ? order : compare_paths(one.path, other.path);
 }
 
-void InventorySink::left_out(const std::string&, const char*) {}
-void InventorySink::failed(const std::string&, const std::string&) {}
-
-EntryFailures take_inventory(const Tree& tree, const InventoryOptions& options,
-                             InventorySink& sink) {
+EntryFailures take_inventory(const Tree& tree, const WalkOptions& options, InventorySink& sink) {
   EntryFailures failures;
-  FolderCollector folders(sink, failures);
-  walk(tree, options.scope, folders);
+  FolderCollector collector(sink, failures);
+  WalkOptions all;
+  all.scope = options.scope;
+  walk(tree, all, collector);
   Inventory inventory(options, sink, failures);
-  for (const DocumentFolder& folder : std::move(folders).sorted()) {
+  for (const DocumentFolder& folder : collector.folders) {
     if (!inventory.run(folder)) break;
   }
   return failures;

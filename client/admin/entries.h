@@ -36,8 +36,7 @@ struct EntryView {
 };
 
 /// Which entries to list. An unset member does not filter.
-struct EntryQuery {
-  Scope scope;
+struct EntryQuery : WalkOptions {
   std::optional<std::string> pattern;    ///< of the logical name: "*" and "?"
   std::optional<std::string> logical;    ///< exactly
   std::optional<std::string> extension;  ///< of the logical name, without the dot
@@ -49,8 +48,6 @@ struct EntryQuery {
   std::optional<std::int64_t> modified_before;  ///< exclusive
   bool with_missing = false;                    ///< also entries in the state kMissing
   bool with_info = false;                       ///< fill EntryView::info
-  sys::Locking locking;
-  const std::atomic<bool>* stop = nullptr;
 };
 
 struct EntryFailures {
@@ -106,27 +103,18 @@ inline bool operator==(const Holding& one, const Holding& other) { return (one <
 /// Compares paths name by name: "a/b" comes before "a.b".
 std::strong_ordering compare_paths(std::string_view one, std::string_view other);
 
-struct InventoryOptions {
-  Scope scope;
-  sys::Locking locking;
-  const std::atomic<bool>* stop = nullptr;
-  /// Called for each folder before it is read.
-  std::function<void(const DocumentFolder&)> on_folder;
-};
-
 class InventorySink {
  public:
   virtual ~InventorySink() = default;
   /// @return whether to continue.
   virtual bool holding(const Holding& holding) = 0;
   /// Called for an item that is not part of the content, for example an orphan.
-  virtual void left_out(const std::string& location, const char* why);
+  virtual void left_out(const std::string& /*location*/, const char* /*why*/) {}
   /// Called for a folder that could not be read.
-  virtual void failed(const std::string& location, const std::string& why);
+  virtual void failed(const std::string& /*location*/, const std::string& /*why*/) {}
 };
 
 /// Passes every holding to @p sink, in order.
-EntryFailures take_inventory(const Tree& tree, const InventoryOptions& options,
-                             InventorySink& sink);
+EntryFailures take_inventory(const Tree& tree, const WalkOptions& options, InventorySink& sink);
 
 }  // namespace admin

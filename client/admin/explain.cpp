@@ -1,19 +1,243 @@
 #include "client/admin/explain.h"
 
 #include <algorithm>
-#include <map>
-#include <tuple>
+#include <string_view>
 
-#include "client/admin/locked_file.h"
-#include "client/admin/lookup.h"
-#include "client/admin/system.h"
+#include "client/admin/folder_view.h"
+#include "client/admin/text.h"
 #include "index/index_format.h"
 #include "storage/layout.h"
 #include "vu_file.h"
 
 namespace admin {
 
+std::string shown_time(std::int64_t seconds) {
+  return std::to_string(seconds) + " (" + format_time(seconds) + " UTC)";
+}
+
 namespace {
+
+std::string in_words(sys::Kind kind) {
+  switch (kind) {
+    case sys::Kind::kFolder:
+      return "folder";
+    case sys::Kind::kLink:
+      return "link";
+    case sys::Kind::kFile:
+      return "file";
+    default:
+      return "something else";
+  }
+}
+
+/// What a missing folder means for the request.
+enum class MissingFolder : std::uint8_t { kEndsIt, kWouldBeMade };
+
+/// The steps that reads, writes and sub-parts share. Each returns whether to continue.
+class Steps {
+ public:
+  Steps(const Tree& tree, const Request& request, const sys::Locking& locking, Explanation& result)
+      : m_tree(tree), m_request(request), m_locking(locking), m_result(result) {}
+
+  using Values = std::vector<std::pair<std::string, std::string>>;
+  bool yes(std::string name, std::string text, Values values = {}) {
+    m_result.steps.push_back({std::move(name), Answer::kYes, std::move(text), std::move(values)});
+    return true;
+  }
+
+  bool no(std::string name, std::string text, Values values = {}) {
+    m_result.steps.push_back({std::move(name), Answer::kNo, std::move(text), std::move(values)});
+    return false;
+  }
+
+  void note(std::string name, std::string text, Values values = {}) {
+    m_result.steps.push_back({std::move(name), Answer::kNote, std::move(text), std::move(values)});
+  }
+
+  /// The modification time of a file in the library's 32 bits; 0 if the file is missing.
+  static std::int32_t time_of(const std::string& path) {
+    return static_cast<std::int32_t>(vu_file::modify_time(path));
+  }
+
+  /// Whether the entry's name is not empty.
+  bool entry_is_named() {
+    if (m_request.entry.empty()) return no("entry", "the entry's name is empty");
+    if (const char* why = why_not_safe(m_request.entry))
+      note("unsafe-name", std::string("the name is used as part of a path, and ") + why,
+           {{"entry", m_request.entry}});
+    return yes("entry", "the entry has a name", {{"entry", m_request.entry}});
+  }
+
+  /// Whether the folders of the area, the owner and the bucket exist.
+  bool folders(MissingFolder missing) {
+    m_folder = folder_for(m_tree, m_request.area, m_request.owner, m_request.entry);
+    const std::string area = m_tree.folder_of(m_request.area);
+    if (!one_folder("area-folder", area, MissingFolder::kWouldBeMade, {{"path", area}}))
+      return false;
+    if (m_tree.layout != Layout::kFlat) {
+      const std::string path = sys::join(area, m_folder.owner);
+      if (!one_folder("owner-folder", path, missing, {{"owner", m_folder.owner}, {"path", path}}))
+        return false;
+    }
+    if (m_request.area != Area::kDocs) return true;
+    const std::int32_t hash = layout::hash_of(m_request.entry, layout::kBuckets);
+    return one_folder(
+        "bucket-folder", m_folder.path, missing,
+        {{"hash", std::to_string(hash)}, {"bucket", m_folder.bucket}, {"path", m_folder.path}});
+  }
+
+  /// Looks up the entry as the library does: first a file with its name, then the index.
+  bool lookup(std::int32_t timestamp) {
+    const std::string& entry = m_request.entry;
+    if (vu_file::exists(m_folder.path + "\\" + entry)) {
+      m_file = entry;
+      return yes("plain-name",
+                 "a file or folder has the entry's name as its own name: the library serves it, "
+                 "whatever the timestamp and the index",
+                 {{"path", path()}});
+    }
+    note("plain-name",
+         "no file or folder has the entry's name as its own name, so the library searches the "
+         "index");
+    return in_index(timestamp);
+  }
+
+  /// The logical names in the folder's index that have this extension.
+  std::vector<std::string> names_with_extension(std::string_view extension) {
+    std::vector<std::string> names;
+    m_view.load(m_folder, m_locking);
+    for (const LintedLine& line : IndexLint(m_view)) {
+      if (line.verdict == Verdict::kEntry && index_format::extension_of(line.logical) == extension)
+        names.emplace_back(line.logical);
+    }
+    return names;
+  }
+
+  /// After folders(): whether the folder exists.
+  bool has_folder() const { return m_has_folder; }
+  const DocumentFolder& folder() const { return m_folder; }
+  /// After lookup(): the name of the file.
+  const std::string& file() const { return m_file; }
+  std::string path() const { return sys::join(m_folder.path, m_file); }
+  /// Whether the index could not be read. That also ends a write.
+  bool index_failed() const { return m_view.index_state() == IndexState::kFailed; }
+
+ private:
+  bool one_folder(std::string name, const std::string& path, MissingFolder missing, Values values) {
+    // Like the library: checks only for existence, and follows links.
+    if (vu_file::exists(path)) {
+      const sys::Kind kind = sys::describe(path).kind;
+      if (kind == sys::Kind::kFolder)
+        return yes(std::move(name), "the folder exists", std::move(values));
+      values.emplace_back("kind", in_words(kind));
+      return yes(std::move(name), "it exists; the library does not check that it is a folder",
+                 std::move(values));
+    }
+    m_has_folder = false;
+    if (missing == MissingFolder::kEndsIt)
+      return no(std::move(name), "the folder does not exist", std::move(values));
+    return yes(std::move(name), "the folder does not exist; the library would create it",
+               std::move(values));
+  }
+
+  bool index_is_readable() {
+    m_view.load(m_folder, m_locking);
+    const Values where = {{"path", m_view.path_of(index_format::kIndexFile)}};
+    switch (m_view.index_state()) {
+      case IndexState::kMissing:
+        return no(
+            "index",
+            "index.dat is missing; the library would first create it and, with synchronisation "
+            "on, adopt the folder's files under their own names at timestamp 0",
+            where);
+      case IndexState::kLocked:
+        m_result.lock_missed = true;
+        return no("index",
+                  "another process has locked index.dat; the library would wait for the lock",
+                  where);
+      case IndexState::kFailed:
+        return no("index", "index.dat cannot be read: " + sys::text_of(m_view.index_status()),
+                  where);
+      case IndexState::kNoBytes:
+        return no(
+            "index",
+            "index.dat has no bytes: a writer was interrupted, and the logical names are lost",
+            where);
+      case IndexState::kRead:
+        break;
+    }
+    return yes("index",
+               m_view.has_interrupted_save()
+                   ? "index.dat was read; a save was interrupted, and its new text is valid"
+                   : "index.dat was read",
+               {{"path", m_view.path_of(index_format::kIndexFile)},
+                {"bytes", std::to_string(m_view.index_text().size())}});
+  }
+
+  bool in_index(std::int32_t timestamp) {
+    if (!index_is_readable()) return false;
+    const std::string key = index_format::key_of(m_request.entry, timestamp);
+    std::vector<LintedLine> skipped;
+    for (const LintedLine& line : IndexLint(m_view)) {
+      if (line.key != key) continue;
+      if (line.verdict == Verdict::kEntry) {
+        const Values values = {{"key", key},
+                               {"line", std::to_string(line.number)},
+                               {"physical", std::string(line.stored)},
+                               {"file", std::string(line.file)}};
+        yes("index-line", "the index has an entry with this key", values);
+        m_file = line.file;
+        if (line.has_file) return yes("file", "the entry's file exists", {{"path", path()}});
+        return no("file", "the entry's file is missing", {{"path", path()}});
+      }
+      skipped.push_back(line);
+    }
+    if (skipped.empty()) {
+      tell_near_misses(key);
+      return no("index-line", "the index has no entry with this key", {{"key", key}});
+    }
+    const LintedLine& first = skipped.front();
+    const bool is_unknown = first.verdict == Verdict::kUnknown;
+    return no("index-line",
+              is_unknown ? "the index has an unknown entry with this key: the system could not "
+                           "check whether its "
+                           "file exists, so readers skip it"
+                         : "the index has a dangling entry with this key: its file is missing, so "
+                           "readers skip it",
+              {{"key", key},
+               {"line", std::to_string(first.number)},
+               {"physical", std::string(first.stored)},
+               {"verdict", std::string(name_of(first.verdict))}});
+  }
+
+  void tell_near_misses(std::string_view wanted) {
+    std::string folded_entry;
+    std::string folded;
+    fold_case(m_request.entry, folded_entry);
+    for (const LintedLine& line : IndexLint(m_view)) {
+      if (line.verdict != Verdict::kEntry || line.key == wanted) continue;
+      const Values values = {{"entry", std::string(line.logical)},
+                             {"timestamp", std::to_string(line.timestamp)},
+                             {"line", std::to_string(line.number)}};
+      if (line.logical == m_request.entry) {
+        note("other-version", "the index has the entry at another timestamp", values);
+        continue;
+      }
+      fold_case(line.logical, folded);
+      if (folded == folded_entry)
+        note("other-case", "the index has the name in another letter case", values);
+    }
+  }
+
+  const Tree& m_tree;
+  const Request& m_request;
+  const sys::Locking& m_locking;
+  Explanation& m_result;
+  DocumentFolder m_folder;
+  bool m_has_folder = true;
+  FolderView m_view;
+  std::string m_file;
+};
 
 /// Whether the library distinguishes versions of the entry: only for corporate .kdf documents.
 bool is_versioned(const Request& request) {
@@ -156,25 +380,20 @@ bool decide(Steps& steps, const std::string& part, const std::string& preload,
   const Steps::Values times = {{"part", shown(part_time)},
                                {"preload", shown(preload_time)},
                                {"document", shown_time(document_time)}};
-  if (part_time < preload_time) {
-    result.code = 1;
-    steps.yes("times",
-              "the preload copy is newer than the sub-part: the library first replaces the "
-              "sub-part by the copy",
-              times);
-    result.path = part;
-    return true;
-  }
-  if (part_time >= document_time) {
-    result.code = 0;
-    result.path = part;
-    return steps.yes("times", "the sub-part is at least as new as the document", times);
-  }
-  result.code = 2;
-  return steps.no("times",
-                  part_time == 0 ? "both the sub-part and its preload copy are missing"
-                                 : "the sub-part is older than the document",
-                  times);
+  const PartState state = state_of(part_time, preload_time, document_time);
+  result.code = static_cast<int>(state);
+  if (state == PartState::kRegenerate)
+    return steps.no("times",
+                    part_time == 0 ? "both the sub-part and its preload copy are missing"
+                                   : "the sub-part is older than the document",
+                    times);
+  result.path = part;
+  return steps.yes("times",
+                   state == PartState::kFromPreload
+                       ? "the preload copy is newer than the sub-part: the library first replaces "
+                         "the sub-part by the copy"
+                       : "the sub-part is at least as new as the document",
+                   times);
 }
 
 bool part_steps(Steps& steps, const Tree& tree, const Request& request, Explanation& result) {
@@ -242,124 +461,24 @@ Explanation explain_part(const Tree& tree, const Request& request, const sys::Lo
   return result;
 }
 
-// ---- the parts of a document -------------------------------------------------------------------
-
-namespace {
-
-/// The names in a folder with their kinds; empty if it cannot be listed.
-std::vector<std::pair<std::string, sys::Kind>> names_in(const std::string& folder) {
-  std::vector<std::pair<std::string, sys::Kind>> names;
-  sys::Folder listing;
-  if (!listing.open(folder).ok()) return names;
-  sys::Entry entry;
-  while (listing.next(entry)) {
-    if (!is_unfinished(entry.name)) names.emplace_back(entry.name, entry.kind);
-  }
-  return names;
-}
-
-std::int32_t low_time(const sys::Info& info) {
-  return info.kind == sys::Kind::kMissing ? 0 : static_cast<std::int32_t>(info.modify_time);
-}
-
-/// Collects the sub-parts below one sub-part folder.
-class Collector {
- public:
-  Collector(const std::string& document, std::string stamp, std::vector<Part>& parts)
-      : m_info(sys::describe(document)),
-        m_is_served_as_is(index_format::extension_of(document) == ".kdf"),
-        m_stamp(std::move(stamp)),
-        m_parts(parts) {}
-
-  void run(const std::string& root) {
-    kind(root, "", true);
-    kind(sys::join(root, "html"), "html@", false);
-    kind(sys::join(root, "pdf"), "pdf@", false);
-  }
-
- private:
-  void kind(const std::string& folder, const std::string& prefix, bool is_root) {
-    std::map<std::string, sys::Info> preload;
-    const std::string copies = sys::join(folder, layout::kPreloadFolder);
-    for (const auto& [name, found] : names_in(copies)) {
-      if (found == sys::Kind::kFile) preload[name] = sys::describe(sys::join(copies, name));
+Lookup look_up(const Tree& tree, const Request& request, const sys::Locking& locking) {
+  Explanation told;
+  Steps steps(tree, request, locking, told);
+  Lookup result;
+  result.found = steps.entry_is_named() && steps.folders(MissingFolder::kEndsIt) &&
+                 steps.lookup(request.timestamp);
+  result.lock_missed = told.lock_missed;
+  result.folder = steps.folder();
+  if (result.found) {
+    result.file = steps.file();
+    result.path = steps.path();
+    for (const Step& step : told.steps) {
+      if (step.name == "plain-name" && step.answer == Answer::kYes) result.by_plain_name = true;
     }
-    for (const auto& [name, found] : names_in(folder)) {
-      const bool is_kind = is_root && (name == "html" || name == "pdf");
-      if (found != sys::Kind::kFolder || name == layout::kPreloadFolder || is_kind) continue;
-      rendition(sys::join(folder, name), prefix + name, preload);
-    }
+  } else if (const Step* no = told.first_no()) {
+    result.why = no->text;
   }
-
-  void rendition(const std::string& folder, const std::string& selector,
-                 const std::map<std::string, sys::Info>& preload) {
-    std::map<std::string, sys::Info> names;
-    for (const auto& [name, info] : preload) names[name] = sys::Info();
-    for (const auto& [name, found] : names_in(folder)) {
-      if (found == sys::Kind::kFile) names[name] = sys::describe(sys::join(folder, name));
-      if (found == sys::Kind::kFolder) written_only(sys::join(folder, name), selector + "@" + name);
-    }
-    for (const auto& [name, info] : names) {
-      Part part{m_stamp, selector, name, sys::join(folder, name), info, {}};
-      if (const auto copy = preload.find(name); copy != preload.end()) part.preload = copy->second;
-      part.state = decide(part);
-      m_parts.push_back(std::move(part));
-    }
-  }
-
-  void written_only(const std::string& folder, const std::string& selector) {
-    for (const auto& [name, found] : names_in(folder)) {
-      if (found != sys::Kind::kFile) continue;
-      Part part{m_stamp, selector, name, sys::join(folder, name), {}, {}};
-      part.info = sys::describe(part.path);
-      part.state = PartState::kRegenerate;
-      part.is_unreachable = true;
-      m_parts.push_back(std::move(part));
-    }
-  }
-
-  PartState decide(const Part& part) const {
-    if (low_time(m_info) == 0) return PartState::kForceRetrieve;
-    if (m_is_served_as_is) return PartState::kUpToDate;
-    if (low_time(part.info) < low_time(part.preload)) return PartState::kFromPreload;
-    return low_time(part.info) >= low_time(m_info) ? PartState::kUpToDate : PartState::kRegenerate;
-  }
-
-  sys::Info m_info;
-  bool m_is_served_as_is;
-  std::string m_stamp;
-  std::vector<Part>& m_parts;
-};
-
-}  // namespace
-
-std::string_view name_of(PartState state) {
-  switch (state) {
-    case PartState::kForceRetrieve:
-      return "force-retrieve";
-    case PartState::kUpToDate:
-      return "up-to-date";
-    case PartState::kFromPreload:
-      return "from-preload";
-    default:
-      return "regenerate";
-  }
-}
-
-std::vector<Part> parts_of(const std::string& document) {
-  std::vector<Part> parts;
-  const std::size_t at = document.rfind(sys::kSeparator);
-  const std::string folder = document.substr(0, at);
-  const std::string prefix = layout::root_of_parts(document.substr(at + 1), "");
-  for (const auto& [name, kind] : names_in(folder)) {
-    if (kind != sys::Kind::kFolder || !name.starts_with(prefix)) continue;
-    Collector(document, name.substr(prefix.size()), parts).run(sys::join(folder, name));
-  }
-  std::sort(parts.begin(), parts.end(), [](const Part& one, const Part& other) {
-    return std::tie(one.stamp, one.rendition, one.name) <
-           std::tie(other.stamp, other.rendition, other.name);
-  });
-  return parts;
+  return result;
 }
 
 }  // namespace admin

@@ -60,6 +60,22 @@ Explanation explain_write(const Tree& tree, const Request& request, const sys::L
 /// Explains opening a sub-part of a corporate document for reading.
 Explanation explain_part(const Tree& tree, const Request& request, const sys::Locking& locking);
 
+/// A time as a number and as a date.
+std::string shown_time(std::int64_t seconds);
+
+struct Lookup {
+  bool found = false;
+  bool by_plain_name = false;  ///< a file has the entry's name; it precedes the index
+  bool lock_missed = false;
+  DocumentFolder folder;
+  std::string file;
+  std::string path;
+  std::string why;  ///< the text of the step that failed
+};
+
+/// Looks up an entry at exactly one timestamp, as the library does before it opens a file.
+Lookup look_up(const Tree& tree, const Request& request, const sys::Locking& locking);
+
 // ---- the parts of a document -------------------------------------------------------------------
 
 /// What a reader of a sub-part would find: the library's decision codes.
@@ -70,6 +86,8 @@ enum class PartState : int {
   kRegenerate = 2,
 };
 std::string_view name_of(PartState state);
+/// The state by the modification times of the three files; 0: missing.
+PartState state_of(std::int32_t part, std::int32_t preload, std::int32_t document);
 
 /// A sub-part of a document, or a preload copy without its sub-part.
 struct Part {

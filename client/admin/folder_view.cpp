@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "client/admin/locked_file.h"
 #include "file/replacement.h"
 
 namespace admin {
@@ -23,12 +24,13 @@ void FolderView::load(const DocumentFolder& folder, const sys::Locking& locking)
   list();
 }
 
-void FolderView::load_text(const DocumentFolder& folder, std::string index_text) {
+os::Status FolderView::load_locked(const DocumentFolder& folder, LockedFile& index) {
   m_folder = folder;
-  m_index_status = {};
-  m_index_bytes = std::move(index_text);
+  m_index_status = index.read_text(m_index_bytes);
+  if (!m_index_status.ok()) return m_index_status;
   take_text();
   list();
+  return m_status;
 }
 
 void FolderView::take_text() {
@@ -115,53 +117,45 @@ std::string_view name_of(Verdict verdict) {
   return kNames[static_cast<std::size_t>(verdict)];
 }
 
-void IndexLint::start(const FolderView& view) {
-  m_view = &view;
-  m_reader.emplace(view.index_text(), view.files());
-  m_number = 0;
-  m_at = 0;
-  m_unordered = 0;
-  m_unknown = 0;
-  m_last_key = {};
-  m_claimed.assign(view.names().size(), false);
-  m_stored.clear();
-  m_keys.clear();
-}
+IndexLint::IndexLint(const FolderView& view)
+    : m_view(view),
+      m_reader(view.index_text(), view.files()),
+      m_claimed(view.names().size(), false) {}
 
-bool IndexLint::next(LintedLine& line) {
-  const std::string_view text = m_view->index_text();
+bool IndexLint::next() {
+  const std::string_view text = m_view.index_text();
   IndexLine read;
-  const bool is_read = m_reader->next(read);
+  const bool is_read = m_reader.next(read);
   // The reader ends at the last "/". An index without entries still contains a blank.
   if (!is_read && text.find_first_not_of(' ', m_at) == std::string_view::npos) return false;
   const std::size_t end = std::min(text.find('\n', m_at), text.size());
-  line = LintedLine();
-  line.number = ++m_number;
-  line.raw = text.substr(m_at, end - m_at);
-  line.has_zeros = line.raw.find('\0') != std::string_view::npos;
-  line.verdict = Verdict::kNoSeparator;
+  m_line = LintedLine();
+  m_line.number = ++m_number;
+  m_line.raw = text.substr(m_at, end - m_at);
+  m_line.has_zeros = m_line.raw.find('\0') != std::string_view::npos;
+  m_line.verdict = Verdict::kNoSeparator;
   m_at = std::min(end + 1, text.size());
-  if (is_read) judge(line, read);
+  if (is_read) judge(read);
   return true;
 }
 
-void IndexLint::judge(LintedLine& line, const IndexLine& read) {
-  line.key = read.key;
-  line.stored = read.stored;
-  line.verdict = verdict_of(read.state);
-  if (line.key.size() < index_format::kStampLength) {
-    if (!read.runs_on) line.verdict = Verdict::kShortKey;
+void IndexLint::judge(const IndexLine& read) {
+  m_line.key = read.key;
+  m_line.stored = read.stored;
+  m_line.verdict = verdict_of(read.state);
+  if (m_line.key.size() < index_format::kStampLength) {
+    if (!read.runs_on) m_line.verdict = Verdict::kShortKey;
     return;
   }
-  line.logical = index_format::logical_of(line.key);
-  line.timestamp = index_format::timestamp_of(line.key);
-  line.has_odd_stamp = !has_stamp(line.key);
-  if (line.verdict == Verdict::kUnknown) ++m_unknown;
+  m_line.logical = index_format::logical_of(m_line.key);
+  m_line.timestamp = index_format::timestamp_of(m_line.key);
+  m_line.has_odd_stamp = !has_stamp(m_line.key);
+  if (m_line.verdict == Verdict::kUnknown) ++m_unknown;
   note_order(read);
   // Without a "/" in the line, the stored name would be the rest of the text.
-  if (line.verdict == Verdict::kNoSeparator) return;
-  find_file(line, read);
-  if (line.verdict == Verdict::kEntry) note_entry(line, read);
+  if (m_line.verdict == Verdict::kNoSeparator) return;
+  find_file(read);
+  if (m_line.verdict == Verdict::kEntry) note_entry(read);
 }
 
 void IndexLint::note_order(const IndexLine& read) {
@@ -170,35 +164,33 @@ void IndexLint::note_order(const IndexLine& read) {
   m_last_key = read.key;
 }
 
-void IndexLint::find_file(LintedLine& line, const IndexLine& read) {
-  m_file = index_format::file_name_of(line.key, line.stored);
-  line.file = m_file;
+void IndexLint::find_file(const IndexLine& read) {
+  m_file = index_format::file_name_of(m_line.key, m_line.stored);
+  m_line.file = m_file;
   if (read.state != LineState::kValid) return;
-  const bool is_extended = m_file.size() != line.stored.size();
+  const bool is_extended = m_file.size() != m_line.stored.size();
   if (read.entry != FolderFiles::kNone && read.has_extension == is_extended) {
-    line.listed = static_cast<std::uint32_t>(read.entry);
-    line.has_file = true;
+    m_line.listed = static_cast<std::uint32_t>(read.entry);
+    m_line.has_file = true;
   } else {
-    line.has_file = m_view->files().find(m_file).presence != Presence::kMissing;
-    if (line.has_file) line.listed = m_view->find(m_file);
+    m_line.has_file = m_view.files().find(m_file).presence != Presence::kMissing;
+    if (m_line.has_file) m_line.listed = m_view.find(m_file);
   }
-  if (line.listed != FolderView::kNone) line.file = m_view->names()[line.listed].text;
+  if (m_line.listed != FolderView::kNone) m_line.file = m_view.names()[m_line.listed].text;
 }
 
-void IndexLint::note_entry(LintedLine& line, const IndexLine& read) {
-  const auto number = static_cast<std::uint32_t>(line.number);
-  const std::uint32_t same_key = m_keys.insert(line.key, number);
-  if (same_key != number) {
-    line.same_key_as = same_key;
-    line.verdict = Verdict::kDuplicateKey;
+void IndexLint::note_entry(const IndexLine& read) {
+  if (const auto [same, is_new] = m_keys.emplace(m_line.key, m_line.number); !is_new) {
+    m_line.same_key_as = same->second;
+    m_line.verdict = Verdict::kDuplicateKey;
     return;
   }
-  const std::uint32_t same_stored = m_stored.insert(line.stored, number);
-  if (same_stored != number) line.same_stored_as = same_stored;
+  if (const auto [same, is_new] = m_stored.emplace(m_line.stored, m_line.number); !is_new)
+    m_line.same_stored_as = same->second;
   // Zeros replaced the bytes that said whose file it was.
-  if (line.has_zeros) return;
+  if (m_line.has_zeros) return;
   if (read.entry != FolderFiles::kNone) m_claimed[read.entry] = true;
-  if (line.listed != FolderView::kNone) m_claimed[line.listed] = true;
+  if (m_line.listed != FolderView::kNone) m_claimed[m_line.listed] = true;
 }
 
 }  // namespace admin

@@ -3,11 +3,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <iterator>
 #include <memory>
+#include <memory_resource>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "client/admin/system.h"
@@ -18,76 +21,7 @@
 
 namespace admin {
 
-/// Maps names to numbers. The caller keeps the names' bytes alive. clear() keeps the memory for the
-/// next folder.
-class NameTable {
- public:
-  static constexpr std::uint32_t kNone = 0xFFFFFFFF;
-
-  void clear() {
-    // After a huge folder, clearing a small one must not visit all slots.
-    if (m_items.size() * 8 < m_slots.size()) {
-      for (const Item& item : m_items) wipe(item.hash);
-    } else {
-      m_slots.assign(m_slots.size(), kNone);
-    }
-    m_items.clear();
-  }
-
-  std::size_t size() const { return m_items.size(); }
-
-  std::uint32_t find(std::string_view name) const {
-    if (m_items.empty()) return kNone;
-    const std::size_t hash = hash_of(name);
-    for (std::size_t at = hash & mask(); m_slots[at] != kNone; at = (at + 1) & mask()) {
-      const Item& item = m_items[m_slots[at]];
-      if (item.hash == hash && item.name == name) return item.number;
-    }
-    return kNone;
-  }
-
-  /// Adds a name unless it is present. @return the number of the name in the table.
-  std::uint32_t insert(std::string_view name, std::uint32_t number) {
-    if ((m_items.size() + 1) * 2 > m_slots.size()) grow();
-    const std::size_t hash = hash_of(name);
-    std::size_t at = hash & mask();
-    for (; m_slots[at] != kNone; at = (at + 1) & mask()) {
-      const Item& item = m_items[m_slots[at]];
-      if (item.hash == hash && item.name == name) return item.number;
-    }
-    m_slots[at] = static_cast<std::uint32_t>(m_items.size());
-    m_items.push_back({name, hash, number});
-    return number;
-  }
-
- private:
-  struct Item {
-    std::string_view name;
-    std::size_t hash;
-    std::uint32_t number;
-  };
-
-  static std::size_t hash_of(std::string_view name) { return std::hash<std::string_view>{}(name); }
-  std::size_t mask() const { return m_slots.size() - 1; }
-
-  /// Empties the run of used slots from a hash's slot on. Only for removing all names.
-  void wipe(std::size_t hash) {
-    for (std::size_t at = hash & mask(); m_slots[at] != kNone; at = (at + 1) & mask())
-      m_slots[at] = kNone;
-  }
-
-  void grow() {
-    m_slots.assign(m_slots.empty() ? 64 : m_slots.size() * 2, kNone);
-    for (std::uint32_t i = 0; i < m_items.size(); ++i) {
-      std::size_t at = m_items[i].hash & mask();
-      while (m_slots[at] != kNone) at = (at + 1) & mask();
-      m_slots[at] = i;
-    }
-  }
-
-  std::vector<std::uint32_t> m_slots;  ///< size: a power of two; kNone: free
-  std::vector<Item> m_items;
-};
+class LockedFile;
 
 /// The result of reading a folder's index.
 enum class IndexState : std::uint8_t {
@@ -115,8 +49,9 @@ class FolderView {
   /// between seems to be an orphan, but no entry seems to be dangling.
   void load(const DocumentFolder& folder, const sys::Locking& locking);
 
-  /// The same with an index text that the caller has read under a lock, which it still has.
-  void load_text(const DocumentFolder& folder, std::string index_text);
+  /// The same with an index that the caller has locked. If it is locked for changing, the call
+  /// completes an interrupted save. @return the status of reading it, or of the listing.
+  os::Status load_locked(const DocumentFolder& folder, LockedFile& index);
 
   const DocumentFolder& folder() const { return m_folder; }
   /// The status of the listing.
@@ -132,8 +67,7 @@ class FolderView {
 
   /// All items of the folder, also the index and the counter, in the system's order.
   std::span<const Name> names() const { return m_names; }
-  static constexpr std::uint32_t kNone = NameTable::kNone;
-  static_assert(kNone == static_cast<std::uint32_t>(FolderFiles::kNone));
+  static constexpr auto kNone = static_cast<std::uint32_t>(FolderFiles::kNone);
   /// The position of a name in names(), compared byte by byte; or kNone.
   std::uint32_t find(std::string_view name) const {
     return m_files ? static_cast<std::uint32_t>(m_files->spelled(name)) : kNone;
@@ -184,7 +118,8 @@ inline bool is_bad(Verdict verdict) {
   return verdict != Verdict::kEntry && verdict != Verdict::kUnknown;
 }
 
-/// One line. The views are valid until the next call of IndexLint::next().
+/// One line. The views are valid until the next line; those of the index text and of listed names as
+/// long as the FolderView.
 struct LintedLine {
   std::size_t number = 0;  ///< from 1
   std::string_view raw;    ///< without its line feed
@@ -205,16 +140,39 @@ struct LintedLine {
   bool has_file = false;
   std::size_t same_stored_as = 0;  ///< an earlier line with this physical name, or 0
   std::size_t same_key_as = 0;     ///< an earlier line with this key, or 0
+
+  bool is_blank() const { return raw.find_first_not_of(' ') == std::string_view::npos; }
 };
 
-/// Reads the lines of a folder's index in one pass. The library's reader decides whether an entry
-/// is valid; this class adds what only a check needs.
+/// Reads the lines of a folder's index in one pass, valid or not. Blanks after the last line are
+/// ignored. The library's reader decides whether an entry is valid; this class adds what only a
+/// check needs.
+///
+///   IndexLint lint(view);
+///   for (const LintedLine& line : lint) ...
 class IndexLint {
  public:
-  /// Starts with the folder that the view has loaded.
-  void start(const FolderView& view);
-  /// Reads the next line, valid or not; false at the end. Blanks after the last line are ignored.
-  bool next(LintedLine& line);
+  explicit IndexLint(const FolderView& view);
+  IndexLint(const IndexLint&) = delete;
+  IndexLint& operator=(const IndexLint&) = delete;
+
+  class Iterator {
+   public:
+    explicit Iterator(IndexLint& lint) : m_lint(lint) { ++*this; }
+    const LintedLine& operator*() const { return m_lint.m_line; }
+    Iterator& operator++() {
+      m_has_line = m_lint.next();
+      return *this;
+    }
+    bool operator==(std::default_sentinel_t) const { return !m_has_line; }
+
+   private:
+    IndexLint& m_lint;
+    bool m_has_line = false;
+  };
+  /// To be called once.
+  Iterator begin() { return Iterator(*this); }
+  static std::default_sentinel_t end() { return {}; }
 
   /// After the last line: whether this name of the listing makes an entry valid, or is its file.
   bool is_claimed(std::uint32_t listed) const { return m_claimed[listed]; }
@@ -224,13 +182,15 @@ class IndexLint {
   std::size_t unknown_lines() const { return m_unknown; }
 
  private:
-  void judge(LintedLine& line, const IndexLine& read);
+  bool next();
+  void judge(const IndexLine& read);
   void note_order(const IndexLine& read);
-  void find_file(LintedLine& line, const IndexLine& read);
-  void note_entry(LintedLine& line, const IndexLine& read);
+  void find_file(const IndexLine& read);
+  void note_entry(const IndexLine& read);
 
-  const FolderView* m_view = nullptr;
-  std::optional<IndexReader> m_reader;
+  const FolderView& m_view;
+  IndexReader m_reader;
+  LintedLine m_line;
   std::size_t m_number = 0;
   std::size_t m_at = 0;  ///< start of the next line
   std::size_t m_unordered = 0;
@@ -238,8 +198,11 @@ class IndexLint {
   std::string_view m_last_key;
   std::string m_file;
   std::vector<bool> m_claimed;
-  NameTable m_stored;
-  NameTable m_keys;
+  /// The first line with a key or a physical name.
+  using FirstLines = std::pmr::unordered_map<std::string_view, std::size_t>;
+  std::pmr::monotonic_buffer_resource m_memory;
+  FirstLines m_stored{&m_memory};
+  FirstLines m_keys{&m_memory};
 };
 
 }  // namespace admin

@@ -8,6 +8,7 @@
 
 #include "client/admin/folder_view.h"
 #include "client/admin/locked_file.h"
+#include "client/admin/repair_text.h"
 #include "client/admin/text.h"
 
 namespace admin {
@@ -84,10 +85,7 @@ class Planner {
   Planner(const FolderView& folder, std::string_view saved)
       : m_folder(folder), m_saved(names_in(saved)) {
     for (const NameLine& name : m_saved) m_saved_files.insert(name.file());
-    IndexLint lint;
-    lint.start(folder);
-    LintedLine line;
-    while (lint.next(line)) {
+    for (const LintedLine& line : IndexLint(folder)) {
       // Unknown entries stay as they are.
       if (line.verdict == Verdict::kUnknown) m_unknown.emplace_back(line.key, line.stored);
       if (line.verdict != Verdict::kEntry || line.has_zeros) continue;
@@ -101,10 +99,9 @@ class Planner {
 
   RestorePlan run() {
     for (const NameLine& name : m_saved) judge(name);
-    for (const auto& [key, stored] : m_names)
-      m_plan.text.append(key).append("/").append(stored).append("\n");
-    // The library writes an index without entries in this form.
-    if (m_plan.text.empty()) m_plan.text = " ";
+    std::vector<std::string> lines;
+    for (const auto& [key, stored] : m_names) lines.push_back(key + "/" + stored);
+    m_plan.text = index_text_of(lines);
     return std::move(m_plan);
   }
 
@@ -237,12 +234,10 @@ os::Status restore_names(const DocumentFolder& folder, std::string_view saved,
   LockedFile index;
   os::Status status = index.open(sys::join(folder.path, index_format::kIndexFile),
                                  LockedFile::For::kChanging, LockedFile::IfMissing::kMake, locking);
-  std::string text;
-  if (status.ok()) status = index.read_text(text);
-  if (!status.ok()) return status;
   FolderView view;
-  view.load_text(folder, text);
-  if (!view.status().ok()) return view.status();
+  if (status.ok()) status = view.load_locked(folder, index);
+  if (!status.ok()) return status;
+  const std::string_view text = view.index_text();
   plan = plan_restore(view, saved);
   if (!plan.changes()) return text.empty() ? index.replace_lines(text, plan.text) : os::Status();
   // Rename the files first: a save by another process would drop an entry whose file is missing.

@@ -14,87 +14,98 @@ namespace admin::names_format {
 
 namespace {
 
-/// Appends values; numbers are little-endian.
+/// Appends texts and numbers (also of enumerations), which are little-endian.
 class Writer {
  public:
+  template <class... Values>
+  void operator()(const Values&... values) {
+    (put(values), ...);
+  }
+  std::string bytes;
+
+ private:
   template <class Number>
-  void number(Number value) {
+  void put(const Number& value) {
     auto rest = static_cast<std::uint64_t>(value);
     for (std::size_t i = 0; i < sizeof(Number); ++i) {
-      m_bytes.push_back(static_cast<char>(rest & 0xFFU));
+      bytes.push_back(static_cast<char>(rest & 0xFFU));
       rest >>= 8U;
     }
   }
-  void bytes(std::string_view text) { m_bytes.append(text); }
-  void text(std::string_view value) {
-    number(static_cast<std::uint32_t>(value.size()));
-    bytes(value);
+  void put(const std::string& text) {
+    put(static_cast<std::uint32_t>(text.size()));
+    bytes += text;
   }
-  void digest(const Digest& value) {
-    number(value.low);
-    number(value.high);
-  }
-  std::string take() { return std::move(m_bytes); }
-  const std::string& view() const { return m_bytes; }
-
- private:
-  std::string m_bytes;
 };
 
-/// Reads values. After the end, all values are empty or 0, and good() is false.
+/// Reads values. After the end, all values are empty or 0, and is_good is false.
 class Reader {
  public:
   explicit Reader(std::string_view bytes) : m_rest(bytes) {}
 
+  template <class... Values>
+  void operator()(Values&... values) {
+    (get(values), ...);
+  }
+  bool at_end() const { return m_rest.empty(); }
+
+  bool is_good = true;
+
+ private:
   template <class Number>
-  Number number() {
-    const std::string_view raw = bytes(sizeof(Number));
+  void get(Number& number) {
+    const std::string_view raw = take(sizeof(Number));
     std::uint64_t value = 0;
     for (std::size_t i = raw.size(); i > 0; --i)
       value = value << 8U | static_cast<unsigned char>(raw[i - 1]);
-    return static_cast<Number>(value);
+    number = static_cast<Number>(value);
   }
-  std::string_view bytes(std::size_t count) {
-    if (count > m_rest.size()) {
-      m_good = false;
-      m_rest = {};
-      return {};
-    }
-    const std::string_view taken = m_rest.substr(0, count);
-    m_rest.remove_prefix(count);
+  void get(std::string& text) {
+    std::uint32_t size = 0;
+    get(size);
+    text = take(size);
+  }
+  std::string_view take(std::size_t count) {
+    is_good = is_good && count <= m_rest.size();
+    if (!is_good) m_rest = {};
+    const std::string_view taken = m_rest.substr(0, is_good ? count : 0);
+    m_rest.remove_prefix(taken.size());
     return taken;
   }
-  std::string_view text() { return bytes(number<std::uint32_t>()); }
-  Digest digest() {
-    Digest value;
-    value.low = number<std::uint64_t>();
-    value.high = number<std::uint64_t>();
-    return value;
-  }
-  bool good() const { return m_good; }
-  bool at_end() const { return m_rest.empty(); }
 
- private:
   std::string_view m_rest;
-  bool m_good = true;
 };
 
 enum class Item : std::uint8_t { kGone = 0, kIndex = 1 };
 
-void put(Writer& writer, const SavedIndex& index) {
-  writer.number(index.at);
-  writer.number(index.size);
-  writer.number(index.entries);
-  writer.digest(index.digest);
+// The values in their order, for both directions.
+
+template <class Archive, class Index>
+void values_of_index(Archive& archive, Index& index) {
+  archive(index.at, index.size, index.entries, index.digest.low, index.digest.high);
 }
 
-SavedIndex take_index(Reader& reader) {
-  SavedIndex index;
-  index.at = reader.number<std::uint64_t>();
-  index.size = reader.number<std::uint64_t>();
-  index.entries = reader.number<std::uint64_t>();
-  index.digest = reader.digest();
-  return index;
+template <class Archive, class Head>
+void values_of_head(Archive& archive, Head& head) {
+  archive(head.base, head.depth, head.front, head.back, head.own);
+}
+
+template <class Archive, class Trailer>
+void values_of_trailer(Archive& archive, Trailer& trailer) {
+  archive(trailer.number, trailer.manifest_at, trailer.manifest_size, trailer.manifest_checksum,
+          trailer.previous);
+}
+
+template <class Archive, class Snapshot>
+void values_of_snapshot(Archive& archive, Snapshot& snapshot) {
+  archive(snapshot.number, snapshot.time, snapshot.storage, snapshot.layout, snapshot.folders,
+          snapshot.entries, snapshot.bytes, snapshot.changed, snapshot.added, snapshot.removed,
+          snapshot.unread, snapshot.checksum, snapshot.is_whole);
+}
+
+/// The checksum of a trailer, without the checksum itself.
+std::uint64_t checksum_at(std::string_view bytes, std::uint64_t at) {
+  return XXH3_64bits_withSeed(bytes.data(), bytes.size(), at);
 }
 
 }  // namespace
@@ -121,108 +132,74 @@ SavedIndex measure(std::string_view text) {
 
 std::uint64_t checksum_of(const SavedIndexes& indexes) {
   Writer writer;
-  for (const auto& [folder, index] : indexes) {
-    writer.text(folder);
-    writer.digest(index.digest);
-  }
-  return checksum_of(writer.view());
+  for (const auto& [folder, index] : indexes) writer(folder, index.digest.low, index.digest.high);
+  return checksum_of(writer.bytes);
 }
 
 std::string encode(const TextHead& head) {
   Writer writer;
-  writer.number(head.base);
-  writer.number(head.depth);
-  writer.number(head.front);
-  writer.number(head.back);
-  writer.number(head.own);
-  return writer.take();
+  values_of_head(writer, head);
+  return std::move(writer.bytes);
 }
 
 std::optional<TextHead> decode_text_head(std::string_view bytes) {
   Reader reader(bytes);
   TextHead head;
-  head.base = reader.number<std::uint64_t>();
-  head.depth = reader.number<std::uint32_t>();
-  head.front = reader.number<std::uint32_t>();
-  head.back = reader.number<std::uint32_t>();
-  head.own = reader.number<std::uint32_t>();
-  if (!reader.good()) return std::nullopt;
-  return head;
+  values_of_head(reader, head);
+  return reader.is_good ? std::optional(head) : std::nullopt;
 }
 
 std::string encode(const Manifest& manifest) {
-  const Snapshot& snapshot = manifest.snapshot;
   Writer writer;
-  writer.number(snapshot.number);
-  writer.number(snapshot.time);
-  writer.text(snapshot.storage);
-  writer.number(static_cast<std::uint8_t>(snapshot.layout));
-  for (const std::uint64_t count :
-       {snapshot.folders, snapshot.entries, snapshot.bytes, snapshot.changed, snapshot.added,
-        snapshot.removed, snapshot.unread, snapshot.checksum})
-    writer.number(count);
-  writer.number(static_cast<std::uint8_t>(snapshot.is_whole));
-  writer.number(static_cast<std::uint64_t>(manifest.list.size()));
+  values_of_snapshot(writer, manifest.snapshot);
+  writer(std::uint64_t{manifest.list.size()});
   for (const auto& [folder, index] : manifest.list) {
-    writer.number(static_cast<std::uint8_t>(index ? Item::kIndex : Item::kGone));
-    writer.text(folder);
-    if (index) put(writer, *index);
+    writer(index ? Item::kIndex : Item::kGone, folder);
+    if (index) values_of_index(writer, *index);
   }
-  return writer.take();
+  return std::move(writer.bytes);
 }
 
 std::optional<Manifest> decode_manifest(std::string_view bytes) {
   Reader reader(bytes);
   Manifest manifest;
-  Snapshot& snapshot = manifest.snapshot;
-  snapshot.number = reader.number<std::uint64_t>();
-  snapshot.time = reader.number<std::int64_t>();
-  snapshot.storage = reader.text();
-  snapshot.layout = reader.number<std::uint8_t>() == static_cast<std::uint8_t>(Layout::kFlat)
-                        ? Layout::kFlat
-                        : Layout::kOwner;
-  for (std::uint64_t* const count :
-       {&snapshot.folders, &snapshot.entries, &snapshot.bytes, &snapshot.changed, &snapshot.added,
-        &snapshot.removed, &snapshot.unread, &snapshot.checksum})
-    *count = reader.number<std::uint64_t>();
-  snapshot.is_whole = reader.number<std::uint8_t>() != 0;
-  const auto count = reader.number<std::uint64_t>();
-  for (std::uint64_t i = 0; i < count && reader.good(); ++i) {
-    const auto item = static_cast<Item>(reader.number<std::uint8_t>());
-    std::string folder(reader.text());
+  std::uint64_t count = 0;
+  values_of_snapshot(reader, manifest.snapshot);
+  if (manifest.snapshot.layout != Layout::kFlat) manifest.snapshot.layout = Layout::kOwner;
+  reader(count);
+  for (std::uint64_t i = 0; i < count && reader.is_good; ++i) {
+    Item item = Item::kGone;
+    std::string folder;
+    reader(item, folder);
     std::optional<SavedIndex> index;
-    if (item == Item::kIndex) index = take_index(reader);
+    if (item == Item::kIndex) values_of_index(reader, index.emplace());
     manifest.list.insert_or_assign(std::move(folder), index);
   }
-  if (!reader.good() || !reader.at_end()) return std::nullopt;
+  if (!reader.is_good || !reader.at_end()) return std::nullopt;
   return manifest;
 }
 
 std::string encode(const Trailer& trailer, std::uint64_t at) {
   Writer writer;
-  writer.bytes(kTrailerMark);
-  for (const std::uint64_t value : {trailer.number, trailer.manifest_at, trailer.manifest_size,
-                                    trailer.manifest_checksum, trailer.previous})
-    writer.number(value);
-  writer.number(XXH3_64bits_withSeed(writer.view().data(), writer.view().size(), at));
-  return writer.take();
+  writer.bytes = kTrailerMark;
+  values_of_trailer(writer, trailer);
+  writer(checksum_at(writer.bytes, at));
+  return std::move(writer.bytes);
 }
 
 std::optional<Trailer> decode_trailer(std::string_view bytes, std::uint64_t at) {
   if (bytes.size() < kTrailerSize || !bytes.starts_with(kTrailerMark)) return std::nullopt;
-  constexpr std::size_t kCovered = kTrailerSize - sizeof(std::uint64_t);
   Reader reader(bytes.substr(kTrailerMark.size()));
   Trailer trailer;
-  for (std::uint64_t* const value : {&trailer.number, &trailer.manifest_at, &trailer.manifest_size,
-                                     &trailer.manifest_checksum, &trailer.previous})
-    *value = reader.number<std::uint64_t>();
+  std::uint64_t checksum = 0;
+  values_of_trailer(reader, trailer);
+  reader(checksum);
   const bool is_whole =
-      reader.number<std::uint64_t>() == XXH3_64bits_withSeed(bytes.data(), kCovered, at);
+      checksum == checksum_at(bytes.substr(0, kTrailerSize - sizeof checksum), at);
   const bool is_possible = trailer.manifest_at >= kHead.size() && trailer.manifest_at <= at &&
                            trailer.manifest_size <= at - trailer.manifest_at &&
                            trailer.previous < at;
-  if (!is_whole || !is_possible) return std::nullopt;
-  return trailer;
+  return is_whole && is_possible ? std::optional(trailer) : std::nullopt;
 }
 
 }  // namespace admin::names_format
@@ -238,18 +215,13 @@ using names_format::SavedIndexes;
 
 class SnapshotVisitor final : public Visitor {
  public:
-  SnapshotVisitor(const Tree& tree, const SavedIndexes& before, const SnapshotOptions& options,
+  SnapshotVisitor(const Tree& tree, const SavedIndexes& before, const WalkOptions& options,
                   const KeepText& keep, const FailureSink& failed)
       : m_tree(tree), m_before(before), m_options(options), m_keep(keep), m_failed(failed) {
     for (const auto& [name, index] : before) m_known.emplace(index.digest.low, index);
   }
 
   bool folder(const DocumentFolder& folder) override {
-    if (m_options.stop != nullptr && m_options.stop->load()) {
-      m_taken.was_stopped = true;
-      return false;
-    }
-    if (m_options.on_folder) m_options.on_folder(folder);
     m_path.assign(folder.path).push_back(sys::kSeparator);
     m_path += index_format::kIndexFile;
     const os::Status read = sys::read_file(m_path, m_options.locking, m_bytes);
@@ -305,7 +277,7 @@ class SnapshotVisitor final : public Visitor {
 
   const Tree& m_tree;
   const SavedIndexes& m_before;
-  const SnapshotOptions& m_options;
+  const WalkOptions& m_options;
   const KeepText& m_keep;
   const FailureSink& m_failed;
   TakenIndexes m_taken;
@@ -325,34 +297,23 @@ std::string saved_name_of(const Tree& tree, std::string_view folder) {
 }
 
 std::optional<DocumentFolder> folder_of_saved_name(const Tree& tree, std::string_view name) {
-  std::vector<std::string_view> parts;
-  for (std::string_view rest = name; !rest.empty();) {
-    const std::size_t end = std::min(rest.find('/'), rest.size());
-    parts.push_back(rest.substr(0, end));
-    rest.remove_prefix(std::min(end + 1, rest.size()));
-  }
-  DocumentFolder folder;
-  const auto area = parts.empty() ? std::nullopt : area_named(parts.front());
-  if (!area) return std::nullopt;
-  folder.area = *area;
-  folder.path = tree.folder_of(*area);
-  const bool has_owner = tree.layout != Layout::kFlat && *area != Area::kSemlets;
-  const bool has_bucket = *area == Area::kDocs;
-  if (parts.size() != 1U + (has_owner ? 1U : 0U) + (has_bucket ? 1U : 0U)) return std::nullopt;
-  if (has_owner) folder.owner = parts[1];
-  if (has_bucket) folder.bucket = parts.back();
-  if (has_owner && why_not_safe(folder.owner) != nullptr) return std::nullopt;
-  if (has_bucket && !is_bucket_name(folder.bucket)) return std::nullopt;
-  for (std::size_t i = 1; i < parts.size(); ++i) folder.path = sys::join(folder.path, parts[i]);
-  return folder;
+  std::string path(name);
+  std::replace(path.begin(), path.end(), '/', sys::kSeparator);
+  const std::optional<Located> located = locate_below(tree, path);
+  if (!located || !located->rest.empty()) return std::nullopt;
+  const std::string& owner = located->folder.owner;
+  if (!owner.empty() && why_not_safe(owner) != nullptr) return std::nullopt;
+  return located->folder;
 }
 
 TakenIndexes take_indexes(const Tree& tree, const names_format::SavedIndexes& before,
-                          const SnapshotOptions& options, const KeepText& keep,
+                          const WalkOptions& options, const KeepText& keep,
                           const FailureSink& failed) {
   SnapshotVisitor visitor(tree, before, options, keep, failed);
-  walk(tree, {}, visitor);
-  return visitor.take_all();
+  const bool ended = walk(tree, options, visitor);
+  TakenIndexes taken = visitor.take_all();
+  taken.was_stopped = !ended;
+  return taken;
 }
 
 }  // namespace admin

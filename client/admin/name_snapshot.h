@@ -115,14 +115,6 @@ std::optional<DocumentFolder> folder_of_saved_name(const Tree& tree, std::string
 using KeepText = std::function<names_format::SavedIndex(std::string_view text,
                                                         const names_format::SavedIndex* earlier)>;
 
-struct SnapshotOptions {
-  sys::Locking locking;
-  /// If set to true, the walk ends at the next folder.
-  const std::atomic<bool>* stop = nullptr;
-  /// Called for each folder before its index is read.
-  std::function<void(const DocumentFolder&)> on_folder;
-};
-
 /// The indexes of a tree. Each was read once, under a shared lock, at a different moment.
 struct TakenIndexes {
   names_format::SavedIndexes indexes;
@@ -131,7 +123,7 @@ struct TakenIndexes {
   bool was_stopped = false;
 };
 TakenIndexes take_indexes(const Tree& tree, const names_format::SavedIndexes& before,
-                          const SnapshotOptions& options, const KeepText& keep,
+                          const WalkOptions& options, const KeepText& keep,
                           const FailureSink& failed);
 
 }  // namespace admin

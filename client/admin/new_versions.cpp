@@ -50,9 +50,6 @@ bool has_documents(const FolderView& view) {
   });
 }
 
-/// The part of a line before the "/".
-std::string_view key_part(std::string_view line) { return line.substr(0, line.find('/')); }
-
 }  // namespace
 
 // ---- staging -----------------------------------------------------------------------------------
@@ -193,22 +190,17 @@ bool NewVersions::open_index() {
   const bool is_new = sys::describe(path).kind == sys::Kind::kMissing;
   os::Status status =
       m_index.open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kMake, m_locking);
-  if (status.ok()) status = m_index.read_text(m_text);
-  if (status.ok() && is_new && m_text.empty()) {
+  if (status.ok() && is_new && m_index.size() == 0) {
     // An empty index would look like one that lost its entries.
     status = m_index.write_at(0, " ");
-    if (status.ok()) {
-      m_text = " ";
-    } else {
-      static_cast<void>(os::remove_file(path));
-    }
+    if (!status.ok()) static_cast<void>(os::remove_file(path));
   }
-  if (!status.ok()) {
+  if (status.ok()) status = m_view.load_locked(m_folder, m_index);
+  if (!status.ok() && m_view.status().ok()) {
     refuse("the index", path, status);
     return false;
   }
-  m_view.load_text(m_folder, m_text);
-  if (!m_view.status().ok()) {
+  if (!status.ok()) {
     fail_pending(Fate::kFailed,
                  printable(m_folder.path) + " cannot be listed: " + sys::text_of(m_view.status()));
     return false;
@@ -227,12 +219,8 @@ bool NewVersions::is_sound() {
                                     "restore', or see 'stgctl check'");
     return false;
   }
-  IndexLint lint;
-  lint.start(m_view);
-  LintedLine line;
-  while (lint.next(line)) {
-    const bool is_blank = line.raw.find_first_not_of(' ') == std::string_view::npos;
-    if (line.verdict != Verdict::kNoSeparator || is_blank) continue;
+  for (const LintedLine& line : IndexLint(m_view)) {
+    if (line.verdict != Verdict::kNoSeparator || line.is_blank()) continue;
     fail_pending(Fate::kFailed, path + " is damaged in line " + std::to_string(line.number) +
                                     "; run 'stgctl repair' first");
     return false;
@@ -247,10 +235,7 @@ void NewVersions::drop_taken() {
     std::string file;
   };
   std::map<std::string_view, Taken> taken;
-  IndexLint lint;
-  lint.start(m_view);
-  LintedLine line;
-  while (lint.next(line)) {
+  for (const LintedLine& line : IndexLint(m_view)) {
     const bool counts = line.verdict == Verdict::kEntry && line.has_file;
     if (counts || line.verdict == Verdict::kUnknown)
       taken.emplace(line.key, Taken{line.verdict, std::string(line.file)});
@@ -283,10 +268,7 @@ bool NewVersions::draw_numbers() {
   std::int32_t last = std::max({counter_in(text), highest_number(m_view), 0});
   if (status.ok()) {
     std::set<std::string, std::less<>> stored;
-    IndexLint lint;
-    lint.start(m_view);
-    LintedLine line;
-    while (lint.next(line)) stored.emplace(line.stored);
+    for (const LintedLine& line : IndexLint(m_view)) stored.emplace(line.stored);
     for (Item& item : m_items) {
       if (!item.is_pending() || !item.is_new()) continue;
       do {
@@ -332,19 +314,11 @@ std::string NewVersions::text_with_lines() const {
     lines.push_back(key + "/" + item.stored);
     keys.insert(std::move(key));
   }
-  IndexLint lint;
-  lint.start(m_view);
-  LintedLine line;
-  while (lint.next(line)) {
-    const bool is_blank = line.raw.find_first_not_of(' ') == std::string_view::npos;
-    if (!is_blank && !keys.contains(line.key)) lines.emplace_back(line.raw);
+  for (const LintedLine& line : IndexLint(m_view)) {
+    if (!line.is_blank() && !keys.contains(line.key)) lines.emplace_back(line.raw);
   }
-  std::stable_sort(lines.begin(), lines.end(), [](std::string_view one, std::string_view other) {
-    return key_part(one) < key_part(other);
-  });
-  std::string text;
-  for (const std::string& each : lines) text.append(each).append("\n");
-  return text;
+  sort_by_key(lines);
+  return index_text_of(lines);
 }
 
 void NewVersions::save(const std::vector<NewVersions*>& folders) {
@@ -357,7 +331,7 @@ void NewVersions::save(const std::vector<NewVersions*>& folders) {
   }
   std::vector<LockedFile::NewLines> all;
   for (std::size_t i = 0; i < changed.size(); ++i)
-    all.push_back({&changed[i]->m_index, changed[i]->m_text, texts[i], {}});
+    all.push_back({&changed[i]->m_index, changed[i]->m_view.index_text(), texts[i], {}});
   LockedFile::replace_lines(all);
   for (std::size_t i = 0; i < changed.size(); ++i) changed[i]->judge_save(texts[i], all[i].status);
 }
@@ -417,10 +391,7 @@ void NewVersions::verify() {
   if (view.index_state() != IndexState::kRead) return;
   std::map<std::string, std::string, std::less<>> entries;
   std::set<std::string, std::less<>> stored;
-  IndexLint lint;
-  lint.start(view);
-  LintedLine line;
-  while (lint.next(line)) {
+  for (const LintedLine& line : IndexLint(view)) {
     stored.emplace(line.stored);
     if (line.verdict == Verdict::kEntry) entries.emplace(line.key, line.stored);
   }

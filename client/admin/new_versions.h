@@ -109,7 +109,6 @@ class NewVersions {
   std::vector<Item> m_items;
   LockedFile m_index;  ///< open from prepare() to replace_files()
   FolderView m_view;
-  std::string m_text;
 };
 
 }  // namespace admin

@@ -7,6 +7,7 @@
 
 #include "client/admin/folder_view.h"
 #include "client/admin/locked_file.h"
+#include "client/admin/repair_text.h"
 #include "client/admin/system.h"
 #include "client/admin/text.h"
 #include "index/index_format.h"
@@ -16,9 +17,6 @@ namespace admin {
 namespace {
 
 using Fate = OldVersion::Fate;
-
-/// The text of an index without entries.
-constexpr const char* kNoLines = " ";
 
 constexpr const char* kRemovedMeanwhile = "another program has removed it";
 constexpr const char* kChangedMeanwhile = "another program has changed it, so it stays";
@@ -68,7 +66,6 @@ class Removal {
   const std::vector<OldVersion*>& m_versions;
   LockedFile m_index;
   bool m_is_locked = false;  ///< by another program
-  std::string m_text;
   FolderView m_view;
   std::map<std::string, Line> m_lines;        ///< by key
   std::map<std::string, std::size_t> m_uses;  ///< of physical names
@@ -79,12 +76,10 @@ bool Removal::open_index() {
   const std::string path = path_of(index_format::kIndexFile);
   os::Status status =
       m_index.open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kFail, m_locking);
-  if (status.ok()) status = m_index.read_text(m_text);
-  if (status.ok()) m_view.load_text(m_folder, m_text);
-  if (status.ok() && m_view.status().ok()) return true;
+  if (status.ok()) status = m_view.load_locked(m_folder, m_index);
+  if (status.ok()) return true;
   m_is_locked = status.failure() == os::Failure::kLocked;
-  const std::string why =
-      status.ok() ? sys::text_of(m_view.status()) : why_not_usable(path, status);
+  const std::string why = why_not_usable(path, status);
   for (OldVersion* const version : m_versions) {
     leave(*version, m_is_locked ? Fate::kLocked : Fate::kFailed,
           m_is_locked ? path : "the index " + printable(path) + " cannot be written: " + why);
@@ -93,10 +88,7 @@ bool Removal::open_index() {
 }
 
 void Removal::read_lines() {
-  IndexLint lint;
-  lint.start(m_view);
-  LintedLine line;
-  while (lint.next(line)) {
+  for (const LintedLine& line : IndexLint(m_view)) {
     ++m_uses[std::string(line.stored)];
     if (line.verdict == Verdict::kEntry)
       m_lines.emplace(line.key, Line{std::string(line.stored), std::string(line.file)});
@@ -142,15 +134,11 @@ bool Removal::remove(OldVersion& version) {
 }
 
 std::string Removal::remaining_lines() const {
-  std::string lines;
-  IndexLint lint;
-  lint.start(m_view);
-  LintedLine line;
-  while (lint.next(line)) {
-    const bool is_blank = line.raw.find_first_not_of(' ') == std::string_view::npos;
-    if (!is_blank && !m_gone.contains(std::string(line.key))) lines.append(line.raw).append("\n");
+  std::vector<std::string> lines;
+  for (const LintedLine& line : IndexLint(m_view)) {
+    if (!line.is_blank() && !m_gone.contains(std::string(line.key))) lines.emplace_back(line.raw);
   }
-  return lines.empty() ? kNoLines : lines;
+  return index_text_of(lines);
 }
 
 void Removal::save(std::deque<Removal>& all) {
@@ -163,7 +151,7 @@ void Removal::save(std::deque<Removal>& all) {
   }
   std::vector<LockedFile::NewLines> saves;
   for (std::size_t i = 0; i < changed.size(); ++i)
-    saves.push_back({&changed[i]->m_index, changed[i]->m_text, texts[i], {}});
+    saves.push_back({&changed[i]->m_index, changed[i]->m_view.index_text(), texts[i], {}});
   LockedFile::replace_lines(saves);
   for (std::size_t i = 0; i < changed.size(); ++i)
     changed[i]->judge_save(texts[i], saves[i].status);

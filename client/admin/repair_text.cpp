@@ -4,44 +4,36 @@
 #include <set>
 #include <sstream>
 
-#include "client/admin/folder_view.h"
 #include "client/admin/locked_file.h"
 #include "index/index_format.h"
-#include "storage/key_text.h"
 
 namespace admin {
 
 namespace {
 
-constexpr std::string_view kLineEnds = "\r\n\t";
-
-bool is_blank(std::string_view line) {
-  return line.find_first_not_of(' ') == std::string_view::npos;
-}
-
 std::string_view key_part(std::string_view line) { return line.substr(0, line.find('/')); }
 
-std::set<std::string, std::less<>> lines_of(std::string_view index) {
-  std::set<std::string, std::less<>> lines;
-  for (std::string_view rest = index; !rest.empty();) {
-    const std::size_t end = std::min(rest.find('\n'), rest.size());
-    lines.emplace(rest.substr(0, end));
-    rest.remove_prefix(std::min(end + 1, rest.size()));
-  }
-  return lines;
+}  // namespace
+
+std::string index_text_of(const std::vector<std::string>& lines) {
+  std::string text;
+  for (const std::string& line : lines) text.append(line).append("\n");
+  // Without entries, an index contains a blank.
+  return text.empty() ? " " : text;
 }
 
-}  // namespace
+void sort_by_key(std::vector<std::string>& lines) {
+  std::stable_sort(lines.begin(), lines.end(), [](std::string_view one, std::string_view other) {
+    return key_part(one) < key_part(other);
+  });
+}
 
 // ---- indexes -----------------------------------------------------------------------------------
 
 std::vector<std::pair<std::size_t, BadLine>> bad_lines(const FolderView& folder) {
   std::vector<std::pair<std::size_t, BadLine>> lines;
-  IndexLint lint;
-  lint.start(folder);
-  LintedLine line;
-  while (lint.next(line)) {
-    if (is_bad(line.verdict) && !is_blank(line.raw))
+  for (const LintedLine& line : IndexLint(folder)) {
+    if (is_bad(line.verdict) && !line.is_blank())
       lines.emplace_back(line.number, BadLine{std::string(line.raw), line.verdict});
   }
   return lines;
@@ -50,106 +42,34 @@ std::vector<std::pair<std::size_t, BadLine>> bad_lines(const FolderView& folder)
 std::string without_bad_lines(const FolderView& folder, const std::set<BadLine>& unwanted,
                               std::size_t& removed) {
   removed = 0;
-  std::string text;
-  std::set<std::string, std::less<>> seen;
-  IndexLint lint;
-  lint.start(folder);
-  LintedLine line;
-  while (lint.next(line)) {
+  std::vector<std::string> kept;
+  std::set<std::string_view> seen;
+  for (const LintedLine& line : IndexLint(folder)) {
     if (is_bad(line.verdict) && unwanted.contains({std::string(line.raw), line.verdict})) {
       ++removed;
       continue;
     }
-    if (is_blank(line.raw)) continue;
-    const bool is_new = seen.emplace(line.raw).second;
-    if (line.verdict == Verdict::kDuplicateKey && !is_new) continue;
-    text.append(line.raw).append("\n");
+    if (line.is_blank()) continue;
+    const bool is_new = seen.insert(line.raw).second;
+    if (is_new || line.verdict != Verdict::kDuplicateKey) kept.emplace_back(line.raw);
   }
-  // The library writes an index without entries in this form.
-  return text.empty() ? " " : text;
+  return index_text_of(kept);
 }
 
 std::string with_lines(std::string_view index, const std::vector<std::string>& lines) {
-  const auto present = lines_of(index);
-  // Lines with the same key keep their order, because the first one is valid. Second copies are
-  // dropped.
-  std::vector<std::string_view> in_order;
-  std::set<std::string_view> seen;
-  for (std::string_view rest = index; !rest.empty();) {
-    const std::size_t end = std::min(rest.find('\n'), rest.size());
-    const std::string_view line = rest.substr(0, end);
-    if (!is_blank(line) && seen.insert(line).second) in_order.push_back(line);
-    rest.remove_prefix(std::min(end + 1, rest.size()));
+  std::vector<std::string> all;
+  std::set<std::string, std::less<>> present;
+  std::istringstream text{std::string(index)};
+  // Drops second copies and blank lines.
+  for (std::string line; std::getline(text, line);) {
+    const bool is_blank = line.find_first_not_of(' ') == std::string::npos;
+    if (present.insert(line).second && !is_blank) all.push_back(line);
   }
   for (const std::string& line : lines) {
-    if (!present.contains(line)) in_order.push_back(line);
+    if (!present.contains(line)) all.push_back(line);
   }
-  std::stable_sort(
-      in_order.begin(), in_order.end(),
-      [](std::string_view one, std::string_view other) { return key_part(one) < key_part(other); });
-  std::string text;
-  for (const std::string_view line : in_order) text.append(line).append("\n");
-  return text.empty() ? " " : text;
-}
-
-// ---- key files ---------------------------------------------------------------------------------
-
-std::string_view key_line(std::string_view text, std::size_t number) {
-  key_text::Lines lines(text);
-  std::string_view line;
-  std::size_t count = 0;
-  while (lines.next(line)) {
-    if (!line.empty() && ++count == number) return line;
-  }
-  return {};
-}
-
-bool is_dangling(const FolderView& folder, std::string_view line) {
-  const auto pair = key_text::split(line, key_text::Separator::kFirst);
-  if (!pair) return false;
-  if (folder.find(pair->name) != FolderView::kNone || folder.find(pair->value) != FolderView::kNone)
-    return false;
-  IndexLint lint;
-  lint.start(folder);
-  LintedLine entry;
-  while (lint.next(entry)) {
-    if ((entry.verdict == Verdict::kEntry || entry.verdict == Verdict::kUnknown) &&
-        (entry.logical == pair->name || entry.logical == pair->value))
-      return false;
-  }
-  return true;
-}
-
-std::string without_key_lines(std::string_view text, const std::set<std::string>& lines,
-                              std::size_t& removed) {
-  removed = 0;
-  std::string rest;
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t end = std::min(text.find_first_of(kLineEnds, at), text.size());
-    const std::size_t next = std::min(text.find_first_not_of(kLineEnds, end), text.size());
-    const std::string_view line = text.substr(at, end - at);
-    if (!line.empty() && lines.contains(std::string(line))) {
-      ++removed;
-    } else {
-      rest.append(text.substr(at, next - at));
-    }
-    at = next;
-  }
-  return rest;
-}
-
-std::string with_key_lines(std::string_view text, const std::vector<std::string>& lines) {
-  std::string all(text);
-  for (const std::string& line : lines) {
-    bool is_there = false;
-    key_text::Lines present(text);
-    std::string_view each;
-    while (present.next(each)) is_there = is_there || each == line;
-    if (is_there) continue;
-    if (!all.empty() && kLineEnds.find(all.back()) == std::string_view::npos) all += '\n';
-    all.append(line).append("\n");
-  }
-  return all;
+  sort_by_key(all);
+  return index_text_of(all);
 }
 
 // ---- names -------------------------------------------------------------------------------------
@@ -159,10 +79,8 @@ bool is_unclaimed_file(const FolderView& folder, std::string_view name) {
   if (at == FolderView::kNone || folder.names()[at].kind != sys::Kind::kFile ||
       index_format::is_index_file(name) || folder.index_state() != IndexState::kRead)
     return false;
-  IndexLint lint;
-  lint.start(folder);
-  LintedLine line;
-  while (lint.next(line)) {
+  IndexLint lint(folder);
+  for ([[maybe_unused]] const LintedLine& line : lint) {
   }
   // An unknown entry may belong to any file.
   return lint.unknown_lines() == 0 && !lint.is_claimed(at);
@@ -286,10 +204,7 @@ struct Taken {
 
 Taken taken_by_entries(const FolderView& folder) {
   Taken taken;
-  IndexLint lint;
-  lint.start(folder);
-  LintedLine line;
-  while (lint.next(line)) {
+  for (const LintedLine& line : IndexLint(folder)) {
     if (line.verdict != Verdict::kEntry && line.verdict != Verdict::kUnknown) continue;
     if (line.has_zeros) continue;
     taken.keys.emplace(line.key);
@@ -346,15 +261,9 @@ class RestoredText {
     (rest.find('/') == std::string::npos ? m_loose : m_lines).push_back(std::move(rest));
   }
   std::string text() {
-    std::stable_sort(m_lines.begin(), m_lines.end(),
-                     [](std::string_view one, std::string_view other) {
-                       return key_part(one) < key_part(other);
-                     });
-    std::string text;
-    for (const auto* const part : {&m_lines, &m_loose}) {
-      for (const std::string& each : *part) text.append(each).append("\n");
-    }
-    return text.empty() ? " " : text;
+    sort_by_key(m_lines);
+    m_lines.insert(m_lines.end(), m_loose.begin(), m_loose.end());
+    return index_text_of(m_lines);
   }
 
  private:
@@ -393,11 +302,8 @@ std::string with_restored_lines(const FolderView& folder, const std::vector<std:
     for (std::string line; std::getline(plain, line);) text.add_rest(line);
     return text.text();
   }
-  IndexLint lint;
-  lint.start(folder);
-  LintedLine line;
-  while (lint.next(line)) {
-    if (is_blank(line.raw)) continue;
+  for (const LintedLine& line : IndexLint(folder)) {
+    if (line.is_blank()) continue;
     const bool is_entry = line.verdict == Verdict::kEntry && !line.has_zeros;
     if (is_entry || line.verdict == Verdict::kUnknown) {
       text.add(line.raw);

@@ -9,8 +9,14 @@
 #include "client/admin/folder_view.h"
 
 /// @file
-/// Repairs of indexes and key files, as functions of texts. Nothing here opens a file.
+/// Repairs of indexes, as functions of texts. Nothing here opens a file.
 namespace admin {
+
+/// The text of an index with these lines, as the library writes it.
+std::string index_text_of(const std::vector<std::string>& lines);
+/// Sorts lines by their keys, as the library does. Lines with the same key keep their order, because
+/// the first one is valid.
+void sort_by_key(std::vector<std::string>& lines);
 
 /// A line of an index that readers skip, and why.
 struct BadLine {
@@ -29,16 +35,6 @@ std::string without_bad_lines(const FolderView& folder, const std::set<BadLine>&
                               std::size_t& removed);
 /// The index with the @p lines that it does not have, sorted by key.
 std::string with_lines(std::string_view index, const std::vector<std::string>& lines);
-
-/// A line of a key file by its number from 1; empty lines do not count.
-std::string_view key_line(std::string_view text, std::size_t number);
-/// Whether neither side of a line in a key file is a name in the folder.
-bool is_dangling(const FolderView& folder, std::string_view line);
-/// The key file without these lines. @param removed the number of lines that were removed.
-std::string without_key_lines(std::string_view text, const std::set<std::string>& lines,
-                              std::size_t& removed);
-/// The key file with the @p lines that it does not have, at its end.
-std::string with_key_lines(std::string_view text, const std::vector<std::string>& lines);
 
 /// Whether a name in the folder is an orphan. False if the index has unknown entries: the file may
 /// belong to one.

@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "client/admin/entries.h"
@@ -32,52 +33,31 @@ struct StatsGroup {
   Sum sum;
 };
 
-/// Used instead of an extension for files that are not documents.
-inline constexpr std::string_view kIndexFiles = "(index)";
-inline constexpr std::string_view kUnfinishedFiles = "(unfinished)";
-
-/// One counted file. The views are valid only during the call.
-struct CountedFile {
-  Area area = Area::kDocs;
-  std::string_view owner;      ///< the owner folder's name; may be empty
-  std::string_view extension;  ///< with its dot, or kIndexFiles, or kUnfinishedFiles
-  std::uint64_t size = 0;
+/// The largest groups, and the sum of all others.
+struct GroupedSpace {
+  std::vector<StatsGroup> groups;  ///< by size, largest first; ages: youngest first
+  std::uint64_t other_groups = 0;  ///< number of groups that were left out
+  Sum others;                      ///< their files
 };
 
-struct StatsOptions {
-  Scope scope;
+struct StatsOptions : WalkOptions {
   GroupBy by = GroupBy::kArea;
   /// Keep only so many groups, the largest ones; 0: all. Does not apply to ages and areas.
   std::size_t top = 20;
   std::int64_t now = 0;  ///< the time from which ages are computed, seconds since 1970
-  const std::atomic<bool>* stop = nullptr;
-  /// Called for each folder before it is read.
-  std::function<void(const DocumentFolder&)> on_folder = {};
-  /// Called for each file, whatever the groups are.
-  std::function<void(const CountedFile&)> on_file = {};
 };
 
-struct Stats {
+struct Stats : GroupedSpace {
   Sum all;
-  Sum documents;                   ///< files in document folders
-  Sum parts;                       ///< files in folders below document folders
-  Sum indexes;                     ///< indexes and their counters
-  Sum unfinished;                  ///< unfinished files of the client
-  Sum strays;                      ///< files where only folders belong
-  std::uint64_t folders = 0;       ///< document folders
-  std::uint64_t failures = 0;      ///< folders that could not be listed
-  std::uint64_t other_groups = 0;  ///< number of groups that were left out
-  Sum others;                      ///< their files
-  /// By size, largest first; ages: youngest first.
-  std::vector<StatsGroup> groups;
+  Sum documents;               ///< files in document folders
+  Sum parts;                   ///< files in folders below document folders
+  Sum indexes;                 ///< indexes and their counters
+  Sum unfinished;              ///< unfinished files of the client
+  Sum strays;                  ///< files where only folders belong
+  std::uint64_t folders = 0;   ///< document folders
+  std::uint64_t failures = 0;  ///< folders that could not be listed
   bool was_stopped = false;
 };
-
-/// Whether one group precedes another: by size, then number of files, then name.
-bool is_larger(const StatsGroup& one, const StatsGroup& other);
-
-/// The names of the age groups, youngest first: "up to a day", ...
-std::vector<std::string> age_group_names();
 
 /// Counts of the folders above the documents. Document folders are not listed.
 struct AreaStatus {
@@ -103,13 +83,6 @@ struct SpaceNode {
   Sum sum;
   std::uint64_t merged = 0;         ///< the number of merged siblings; else 0
   std::vector<SpaceNode> children;  ///< by size, largest first; merged ones last
-};
-
-/// The largest groups, and the sum of all others.
-struct GroupedSpace {
-  std::vector<StatsGroup> groups;
-  std::uint64_t other_groups = 0;
-  Sum others;
 };
 
 struct SpaceOptions {
@@ -154,13 +127,10 @@ struct Curve {
   std::vector<Loss> losses;
 };
 
-struct ForecastOptions {
-  Scope scope;  ///< one area; the default is "docs"
+/// The scope must be one area; the default is "docs".
+struct ForecastOptions : WalkOptions {
   bool by_access = false;
   std::int64_t now = 0;
-  sys::Locking locking;
-  const std::atomic<bool>* stop = nullptr;
-  std::function<void(const DocumentFolder&)> on_folder;
 };
 
 /// The age limit that reduces the size to a target.
@@ -175,8 +145,8 @@ struct LimitFor {
 
 class Forecast {
  public:
-  /// Adds a version, or a sub-part of the version that was added last.
-  void add(const Holding& holding, const ForecastOptions& options);
+  /// Adds a version, or a sub-part of the version that was added last. @param age of a version.
+  void add(const Holding& holding, std::int64_t age);
   /// Call after the last add().
   void finish();
 
@@ -186,24 +156,20 @@ class Forecast {
   LimitFor limit_for(std::uint64_t target) const;
 
  private:
-  struct Aged {
+  struct Version {
     std::int64_t age;
-    std::uint64_t bytes;
+    std::uint64_t bytes;                       ///< with sub-parts
+    std::optional<std::int64_t> document_age;  ///< of one version per document: of its youngest
   };
-  static void count(Curve& curve, std::int64_t age, std::uint64_t Loss::*what,
-                    std::uint64_t amount);
-  void end_version();
-  void end_document();
-  Loss loss_beyond(std::int64_t limit) const;
+  static Loss loss_beyond(std::span<const Version> versions, std::int64_t limit);
+  static Curve curve_of(std::string owner, std::span<const Version> versions);
 
   std::vector<Curve> m_owners;
   Curve m_all;
-  std::vector<Aged> m_versions;           ///< oldest first after finish()
-  std::vector<std::int64_t> m_documents;  ///< the age of each document's youngest version
-  std::optional<Holding> m_version;
-  std::int64_t m_age = 0;
-  std::uint64_t m_bytes = 0;
-  std::int64_t m_youngest = 0;
+  std::vector<Version> m_versions;  ///< oldest first after finish()
+  /// The first versions of the owners.
+  std::vector<std::pair<std::string, std::size_t>> m_starts;
+  Holding m_last;  ///< the last version
 };
 
 /// Adds every version of the scope to @p forecast, and finishes it.

@@ -32,35 +32,27 @@ bool has_index(const std::string& folder) {
 /// Walks one area, level by level.
 class AreaWalk {
  public:
-  AreaWalk(const Tree& tree, Area area, Visitor& visitor)
-      : m_tree(tree), m_area(area), m_visitor(visitor) {}
+  AreaWalk(const Tree& tree, Area area, const WalkOptions& options, Visitor& visitor)
+      : m_tree(tree), m_area(area), m_options(options), m_visitor(visitor) {}
 
-  bool run(const std::optional<std::string>& owner) {
+  bool run() {
     const std::string folder = m_tree.folder_of(m_area);
-    if (m_area == Area::kSemlets || m_tree.layout == Layout::kFlat) return area_folder(folder);
-    if (owner) {
-      const std::string name = owner_folder_name(*owner);
-      const std::string path = sys::join(folder, name);
-      if (sys::describe(path).kind != sys::Kind::kFolder) return true;
-      return owner_folder(name, path);
-    }
-    return owners(folder);
+    if (m_area == Area::kSemlets || m_tree.layout == Layout::kFlat) return owner_folder("", folder);
+    if (!m_options.scope.owner) return owners(folder);
+    const std::string name = owner_folder_name(*m_options.scope.owner);
+    const std::string path = sys::join(folder, name);
+    return sys::describe(path).kind != sys::Kind::kFolder || owner_folder(name, path);
   }
 
  private:
-  bool visit(std::string_view owner, std::string_view bucket, std::string_view path) {
-    m_folder.area = m_area;
-    m_folder.owner = owner;
-    m_folder.bucket = bucket;
-    m_folder.path = path;
-    return m_visitor.folder(m_folder);
+  bool visit(const std::string& owner, const std::string& bucket, const std::string& path) {
+    if (m_options.is_stopped()) return false;
+    const DocumentFolder folder{m_area, owner, bucket, path};
+    if (m_options.on_folder) m_options.on_folder(folder);
+    return m_visitor.folder(folder);
   }
 
-  /// An area without owner folders.
-  bool area_folder(const std::string& path) {
-    return m_area == Area::kDocs ? buckets("", path) : visit("", "", path);
-  }
-
+  /// @param owner empty: an area without owner folders.
   bool owner_folder(const std::string& owner, const std::string& path) {
     return m_area == Area::kDocs ? buckets(owner, path) : visit(owner, "", path);
   }
@@ -97,30 +89,23 @@ class AreaWalk {
   std::vector<Child> children_of(const std::string& folder) {
     std::vector<Child> children;
     sys::Folder listing;
-    if (!open(listing, folder)) return children;
+    os::Status status = listing.open(folder);
+    // A missing folder is not a failure: it was just removed, or the area was never created.
+    if (status.failure() == os::Failure::kNotFound) return children;
     sys::Entry entry;
-    while (listing.next(entry)) children.push_back({std::string(entry.name), entry.kind});
-    tell_failure(listing, folder);
+    while (status.ok() && listing.next(entry))
+      children.push_back({std::string(entry.name), entry.kind});
+    if (status.ok()) status = listing.status();
+    if (!status.ok()) m_visitor.failed(folder, status);
     std::sort(children.begin(), children.end(),
               [](const Child& a, const Child& b) { return a.name < b.name; });
     return children;
   }
 
-  bool open(sys::Folder& listing, const std::string& path) {
-    const os::Status opened = listing.open(path);
-    // A missing folder is not a failure: it was just removed, or the area was never created.
-    if (!opened.ok() && opened.failure() != os::Failure::kNotFound) m_visitor.failed(path, opened);
-    return opened.ok();
-  }
-
-  void tell_failure(const sys::Folder& listing, const std::string& path) {
-    if (!listing.status().ok()) m_visitor.failed(path, listing.status());
-  }
-
   const Tree& m_tree;
   Area m_area;
+  const WalkOptions& m_options;
   Visitor& m_visitor;
-  DocumentFolder m_folder;
 };
 
 }  // namespace
@@ -246,55 +231,52 @@ DocumentFolder folder_for(const Tree& tree, Area area, std::string_view owner,
   return folder;
 }
 
-void Visitor::stray(Area, const std::string&, sys::Kind) {}
-void Visitor::failed(const std::string&, const os::Status&) {}
-
-bool walk(const Tree& tree, const Scope& scope, Visitor& visitor) {
+bool walk(const Tree& tree, const WalkOptions& options, Visitor& visitor) {
+  const Scope& scope = options.scope;
   for (const Area area : kAreas) {
     if (scope.area && *scope.area != area) continue;
     if (scope.owner && area == Area::kSemlets && !scope.area) continue;
     if (sys::describe(tree.folder_of(area)).kind != sys::Kind::kFolder) continue;
-    if (!AreaWalk(tree, area, visitor).run(scope.owner)) return false;
+    if (!AreaWalk(tree, area, options, visitor).run()) return false;
   }
   return true;
 }
 
-std::optional<Located> locate_in(const Tree& tree, const std::string& path) {
-  std::string full = path;
-  if (sys::kSeparator == '\\') std::replace(full.begin(), full.end(), '/', '\\');
-  const std::string prefix = sys::join(tree.storage, "");
-  if (!full.starts_with(prefix)) full = sys::absolute(full);
-  if (!full.starts_with(prefix)) {
-    // Reports name folders relative to the storage folder.
-    const std::size_t end = std::min(path.find_first_of("/\\"), path.size());
-    const bool leads_up = path.find("..") != std::string::npos;
-    if (leads_up || !area_named(std::string_view(path).substr(0, end))) return std::nullopt;
-    full = sys::join(tree.storage, path);
-    if (sys::kSeparator == '\\') std::replace(full.begin(), full.end(), '/', '\\');
-  }
-  std::string_view rest = std::string_view(full).substr(prefix.size());
-  const auto take = [&rest] {
-    const std::size_t end = std::min(rest.find(sys::kSeparator), rest.size());
-    const std::string_view part = rest.substr(0, end);
-    rest.remove_prefix(std::min(end + 1, rest.size()));
-    return part;
+std::optional<Located> locate_below(const Tree& tree, std::string_view path) {
+  const auto take = [&path] {
+    const std::size_t end = std::min(path.find(sys::kSeparator), path.size());
+    const std::string_view part = path.substr(0, end);
+    path.remove_prefix(std::min(end + 1, path.size()));
+    return std::string(part);
   };
   const std::optional<Area> area = area_named(take());
   if (!area) return std::nullopt;
-  Located located;
-  located.folder.area = *area;
+  DocumentFolder folder{*area, "", "", tree.folder_of(*area)};
   if (tree.layout != Layout::kFlat && *area != Area::kSemlets) {
-    located.folder.owner = take();
-    if (located.folder.owner.empty()) return std::nullopt;
+    folder.owner = take();
+    if (folder.owner.empty()) return std::nullopt;
+    folder.path = sys::join(folder.path, folder.owner);
   }
   if (*area == Area::kDocs) {
-    located.folder.bucket = take();
-    if (!is_bucket_name(located.folder.bucket)) return std::nullopt;
+    folder.bucket = take();
+    if (!is_bucket_name(folder.bucket)) return std::nullopt;
+    folder.path = sys::join(folder.path, folder.bucket);
   }
-  located.rest = rest;
-  located.folder.path = full.substr(0, full.size() - rest.size());
-  located.folder.path = without_trailing_separators(located.folder.path);
-  return located;
+  return Located{std::move(folder), std::string(path)};
+}
+
+std::optional<Located> locate_in(const Tree& tree, const std::string& path) {
+  const auto native = [](std::string text) {
+    if (sys::kSeparator == '\\') std::replace(text.begin(), text.end(), '/', '\\');
+    return text;
+  };
+  std::string full = native(path);
+  const std::string prefix = sys::join(tree.storage, "");
+  if (!full.starts_with(prefix)) full = sys::absolute(full);
+  if (full.starts_with(prefix)) return locate_below(tree, full.substr(prefix.size()));
+  // Reports name folders relative to the storage folder.
+  if (path.find("..") != std::string::npos) return std::nullopt;
+  return locate_below(tree, native(path));
 }
 
 }  // namespace admin

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -80,6 +82,18 @@ struct Scope {
   std::optional<std::string> owner;  ///< the empty name means the folder "_"
 };
 
+struct WalkOptions {
+  Scope scope;
+  /// How the visitor reads indexes.
+  sys::Locking locking = {};
+  /// If set to true, the walk ends at the next folder.
+  const std::atomic<bool>* stop = nullptr;
+  /// Called for each document folder before it is visited.
+  std::function<void(const DocumentFolder&)> on_folder = {};
+
+  bool is_stopped() const { return stop != nullptr && stop->load(); }
+};
+
 /// Receives what a walk finds.
 class Visitor {
  public:
@@ -87,15 +101,15 @@ class Visitor {
   /// A document folder. @return whether to continue.
   virtual bool folder(const DocumentFolder& folder) = 0;
   /// An item that does not belong between the area folder and the document folders.
-  virtual void stray(Area area, const std::string& path, sys::Kind kind);
+  virtual void stray(Area, const std::string& /*path*/, sys::Kind) {}
   /// A folder that could not be listed.
-  virtual void failed(const std::string& path, const os::Status& status);
+  virtual void failed(const std::string& /*path*/, const os::Status&) {}
 };
 
 /// Visits the document folders one at a time. Owners, and the folders of an owner, are sorted byte
 /// by byte.
-/// @return false if the visitor ended the walk.
-bool walk(const Tree& tree, const Scope& scope, Visitor& visitor);
+/// @return false if the visitor or WalkOptions::stop ended the walk.
+bool walk(const Tree& tree, const WalkOptions& options, Visitor& visitor);
 
 /// A path in the tree, split into its document folder and the rest.
 struct Located {
@@ -105,5 +119,7 @@ struct Located {
 /// @param path absolute, or relative to the storage folder: "docs/anna/00000042".
 /// @return nothing for a path outside the tree or above its document folders.
 std::optional<Located> locate_in(const Tree& tree, const std::string& path);
+/// The same for a path below the storage folder, with the system's separator.
+std::optional<Located> locate_below(const Tree& tree, std::string_view path);
 
 }  // namespace admin

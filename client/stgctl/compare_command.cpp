@@ -62,7 +62,7 @@ class Comparing final : public admin::InventorySink {
           Exit::kRefused,
           "the export and the tree have different layouts: only one has owners (--layout)");
     }
-    admin::InventoryOptions asked;
+    admin::WalkOptions asked;
     asked.scope = m_scope;
     asked.locking = m_locking;
     asked.stop = &Context::interrupt_flag();

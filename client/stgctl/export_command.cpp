@@ -244,7 +244,7 @@ Exit run_export(Context& context, const Options& options) {
   std::optional<ManifestWriter> manifest;
   if (!dry) manifest.emplace(folder, ManifestHead{tree.layout, context.scope()});
   Exporting exporting(context, folder, dry ? nullptr : &*manifest, report);
-  admin::InventoryOptions asked;
+  admin::WalkOptions asked;
   asked.scope = context.scope();
   asked.locking = context.locking();
   asked.stop = &Context::interrupt_flag();

@@ -70,9 +70,7 @@ class IndexVisitor final : public admin::Visitor {
     m_failures += state == IndexState::kFailed ? 1U : 0U;
     if (state != IndexState::kRead) m_problems += 1;
     show_folder(state);
-    m_lint.start(m_view);
-    LintedLine line;
-    while (m_lint.next(line)) {
+    for (const LintedLine& line : admin::IndexLint(m_view)) {
       const std::string remark = remark_on(line);
       if (!remark.empty()) ++m_problems;
       if (m_wanted == Wanted::kAllLines || !remark.empty()) show_line(line, remark);
@@ -151,7 +149,6 @@ class IndexVisitor final : public admin::Visitor {
   Wanted m_wanted;
   admin::sys::Locking m_locking;
   admin::FolderView m_view;
-  admin::IndexLint m_lint;
   std::uint64_t m_folders = 0;
   std::uint64_t m_failures = 0;
   std::uint64_t m_problems = 0;
@@ -162,7 +159,7 @@ Exit run(Context& context, Wanted wanted, const Options& options) {
   IndexVisitor visitor(context, wanted, options);
   const admin::Tree& tree = context.tree();
   if (options.folder.empty()) {
-    admin::walk(tree, context.scope(), visitor);
+    admin::walk(tree, {context.scope()}, visitor);
     return visitor.result();
   }
   const auto located = admin::locate_in(tree, options.folder);

@@ -55,7 +55,7 @@ struct Side {
 
 Side read_now(Context& context, const SavedIndexes& other) {
   Side side;
-  admin::SnapshotOptions asked;
+  admin::WalkOptions asked;
   asked.locking = context.locking();
   asked.stop = &Context::interrupt_flag();
   const auto keep = [&](std::string_view text, const SavedIndex*) {

@@ -35,7 +35,7 @@ SavedIndexes indexes_before(Context& context, NameStore& store, const std::strin
 
 admin::TakenIndexes take(Context& context, const SavedIndexes& before,
                          const admin::KeepText& keep) {
-  admin::SnapshotOptions asked;
+  admin::WalkOptions asked;
   asked.locking = context.locking();
   asked.stop = &Context::interrupt_flag();
   Progress progress(context.out(), context.options().progress, "reading", 0);

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 
+#include "client/admin/explain.h"
+#include "client/admin/key_files.h"
 #include "client/admin/locked_file.h"
-#include "client/admin/lookup.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
 #include "client/stgctl/text.h"

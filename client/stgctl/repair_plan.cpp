@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "client/admin/folder_view.h"
+#include "client/admin/key_files.h"
 #include "client/admin/locked_file.h"
 #include "client/admin/name_snapshot.h"
 #include "client/admin/repair_text.h"
@@ -337,10 +338,8 @@ class Planning {
 
   /// Whether there are orphans: only these can get a name back.
   bool has_lost_names() const {
-    admin::IndexLint lint;
-    lint.start(m_view);
-    admin::LintedLine line;
-    while (lint.next(line)) {
+    admin::IndexLint lint(m_view);
+    for ([[maybe_unused]] const admin::LintedLine& line : lint) {
     }
     for (std::uint32_t at = 0; at < m_view.names().size(); ++at) {
       const admin::Name& name = m_view.names()[at];
@@ -395,10 +394,8 @@ class Planning {
 
   std::size_t count_entries() const {
     std::size_t count = 0;
-    admin::IndexLint lint;
-    lint.start(m_view);
-    admin::LintedLine line;
-    while (lint.next(line)) count += line.verdict == admin::Verdict::kEntry ? 1 : 0;
+    for (const admin::LintedLine& line : admin::IndexLint(m_view))
+      count += line.verdict == admin::Verdict::kEntry ? 1 : 0;
     return count;
   }
 

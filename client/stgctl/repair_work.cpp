@@ -3,6 +3,7 @@
 #include <set>
 
 #include "client/admin/folder_view.h"
+#include "client/admin/key_files.h"
 #include "client/admin/locked_file.h"
 #include "client/admin/repair_text.h"
 #include "client/stgctl/context.h"
@@ -54,12 +55,8 @@ void open_locked(Context& context, LockedFile& file, const std::string& path,
 void look(FolderView& view, const std::string& folder, LockedFile& index) {
   admin::DocumentFolder place;
   place.path = folder;
-  std::string text;
-  if (index.is_open() && index.read_text(text).ok()) {
-    view.load_text(place, text);
-  } else {
+  if (!index.is_open() || !view.load_locked(place, index).ok())
     view.load(place, sys::Locking::none());
-  }
 }
 
 LockedFile::For purpose_of(Context& context) {

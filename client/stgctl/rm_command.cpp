@@ -71,11 +71,8 @@ std::vector<std::string> key_files_at_risk(Context& context, const FoundEntry& e
 bool has_line(Context& context, const FoundEntry& entry) {
   admin::FolderView view;
   view.load(entry.folder, context.locking());
-  admin::IndexLint lint;
-  lint.start(view);
-  admin::LintedLine line;
   const std::string key = index_format::key_of(entry.name, entry.timestamp);
-  while (lint.next(line)) {
+  for (const admin::LintedLine& line : admin::IndexLint(view)) {
     if (line.key == key) return true;
   }
   return false;

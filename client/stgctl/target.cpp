@@ -204,10 +204,7 @@ std::vector<FoundEntry> entries_of_folder(Context& context, const admin::Documen
   if (view.index_state() != admin::IndexState::kMissing)
     check_read(view.path_of(index_format::kIndexFile), view.index_status());
   std::vector<FoundEntry> found;
-  admin::IndexLint lint;
-  lint.start(view);
-  admin::LintedLine line;
-  while (lint.next(line)) {
+  for (const admin::LintedLine& line : admin::IndexLint(view)) {
     if (line.verdict != admin::Verdict::kEntry || !line.has_file) continue;
     FoundEntry& entry = found.emplace_back();
     entry.folder = folder;

@@ -1,5 +1,5 @@
 
-#include "client/admin/lookup.h"
+#include "client/admin/explain.h"
 #include "client/stgctl/look.h"
 #include "client/stgctl/text.h"
 

@@ -414,12 +414,9 @@ std::string client_move_out(const Target& target) {
   const admin::DocumentFolder folder = folder_of(target);
   admin::FolderView view;
   view.load(folder, {});
-  admin::IndexLint lint;
-  lint.start(view);
   admin::OldVersion old;
   old.logical = target.entry;
-  admin::LintedLine line;
-  while (lint.next(line)) {
+  for (const admin::LintedLine& line : admin::IndexLint(view)) {
     if (line.verdict == admin::Verdict::kEntry && line.key == target.entry + "_0000000000")
       old.file = line.file;
   }
@@ -442,16 +439,14 @@ std::string client_repair(const Target& target) {
       index.open(sys::join(folder.path, "index.dat"), admin::LockedFile::For::kChanging,
                  admin::LockedFile::IfMissing::kFail, {});
   if (!opened.ok()) return "no index";
-  std::string text;
-  if (!index.read_text(text).ok()) return "failed";
   admin::FolderView view;
-  view.load_text(folder, text);
+  if (!view.load_locked(folder, index).ok()) return "failed";
   std::set<admin::BadLine> unwanted;
   for (auto& [number, line] : admin::bad_lines(view)) unwanted.insert(std::move(line));
   if (unwanted.empty()) return "sound";
   std::size_t removed = 0;
   const std::string better = admin::without_bad_lines(view, unwanted, removed);
-  return index.replace_lines(text, better).ok() ? "repaired" : "failed";
+  return index.replace_lines(view.index_text(), better).ok() ? "repaired" : "failed";
 }
 
 }  // namespace interleavings

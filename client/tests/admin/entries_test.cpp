@@ -224,6 +224,7 @@ TEST_F(AdminEntries, AreAddedUpByOwnerExtensionAndFolder) {
   EXPECT_EQ(by_owner.groups[0].name, "anna");
   EXPECT_EQ(by_owner.other_groups, 1U);
   EXPECT_EQ(by_owner.others.files + by_owner.groups[0].sum.files, by_owner.all.files);
+  write_file(storage() + "\\user\\stray", "12");
   const admin::Stats by_folder = stats(GroupBy::kFolder, 2);
   ASSERT_EQ(by_folder.groups.size(), 2U);
   EXPECT_GE(by_folder.groups[0].sum.bytes, by_folder.groups[1].sum.bytes);
@@ -237,7 +238,7 @@ TEST_F(AdminEntries, AreAddedUpByAge) {
   const std::string place = folder(Area::kUser, "anna", "");
   for (const char* name : {"index", "index.dat"}) set_modify_time(place + "\\" + name, 86'400);
   const admin::Stats by_age = stats(GroupBy::kAge);
-  EXPECT_EQ(by_age.groups.size(), admin::age_group_names().size());
+  EXPECT_EQ(by_age.groups.size(), 7U);
   EXPECT_EQ(by_age.groups[1].sum.files, 1U);
   EXPECT_EQ(by_age.groups[1].sum.bytes, 5U);
   EXPECT_EQ(by_age.groups[4].name, "up to a year");
@@ -274,7 +275,7 @@ class Inventory : public AdminTree {
     Codes failures;
   };
 
-  Seen take(admin::InventoryOptions options = {}) {
+  Seen take(admin::WalkOptions options = {}) {
     Seen seen;
     const admin::EntryFailures failures = admin::take_inventory(tree(), options, seen);
     EXPECT_EQ(seen.failures, m_expected_failures);
@@ -318,7 +319,7 @@ TEST_F(Inventory, StaysWithinAScope) {
   add(admin::Area::kDocs, "anna", "a.kdc", 0);
   add(admin::Area::kUser, "anna", "u.txt", 0);
   add(admin::Area::kUser, "bert", "u.txt", 0);
-  admin::InventoryOptions options;
+  admin::WalkOptions options;
   options.scope.area = admin::Area::kUser;
   options.scope.owner = "bert";
   EXPECT_EQ(take(options).texts, Codes{"version user bert u.txt  @0"});

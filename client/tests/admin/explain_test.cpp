@@ -3,7 +3,7 @@
 #include <random>
 #include <vector>
 
-#include "client/admin/lookup.h"
+#include "client/admin/key_files.h"
 #include "client/tests/admin/tree_fixture.h"
 
 using admin::Answer;

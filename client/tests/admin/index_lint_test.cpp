@@ -2,6 +2,7 @@
 
 #include <map>
 #include <random>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,10 +32,9 @@ class AdminIndex : public ::testing::Test {
     admin::DocumentFolder folder;
     folder.path = system_form(m_folder.path());
     m_view.load(folder, {});
-    m_lint.start(m_view);
+    m_lint.emplace(m_view);
     std::vector<admin::LintedLine> all;
-    admin::LintedLine line;
-    while (m_lint.next(line)) {
+    for (const admin::LintedLine& line : *m_lint) {
       m_files.push_back(std::string(line.file));
       all.push_back(line);
     }
@@ -96,13 +96,13 @@ class AdminIndex : public ::testing::Test {
 
   admin::IndexState state() const { return m_view.index_state(); }
   admin::FolderView& view() { return m_view; }
-  admin::IndexLint& lint() { return m_lint; }
+  admin::IndexLint& lint() { return *m_lint; }
   const std::string& file_of(std::size_t line) const { return m_files[line]; }
 
  private:
   scratch_folder m_folder;
   admin::FolderView m_view;
-  admin::IndexLint m_lint;
+  std::optional<admin::IndexLint> m_lint;
   std::vector<std::string> m_files;
   std::size_t m_compared = 0;
   std::size_t m_missing = 0;

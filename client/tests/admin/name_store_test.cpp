@@ -276,7 +276,7 @@ TEST_F(AdminTree, IndexesAreSavedOnceAndKeepTheirStateIfUnreadable) {
                     admin::folder_for(tree(), admin::Area::kDocs, "anna", "a.kdc").bucket,
                 "index.dat");
   index.open(vu_file::o_append);
-  admin::SnapshotOptions options;
+  admin::WalkOptions options;
   options.locking.time_out = std::chrono::milliseconds(30);
   std::vector<std::string> failed;
   const admin::TakenIndexes second = admin::take_indexes(

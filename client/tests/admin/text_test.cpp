@@ -10,10 +10,8 @@
 
 #include "client/admin/folder_view.h"
 #include "client/admin/formatted.h"
-#include "client/admin/lookup.h"
+#include "client/admin/key_files.h"
 #include "client/admin/text.h"
-
-using admin::NameTable;
 
 TEST(AdminText, DistinguishesUtf8FromOtherBytes) {
   for (const std::string good :
@@ -116,36 +114,6 @@ TEST(AdminKeyLines, TakesNoOtherKeyForTheOne) {
   const std::string before = text;
   EXPECT_EQ(admin::unset_key(text, "a"), admin::KeyEdit::kUnchanged);
   EXPECT_EQ(text, before);
-}
-
-TEST(AdminNameTable, KeepsTheFirstNumberOfAName) {
-  NameTable table;
-  EXPECT_EQ(table.find("a"), NameTable::kNone);
-  EXPECT_EQ(table.insert("a", 1), 1U);
-  EXPECT_EQ(table.insert("a", 2), 1U);
-  EXPECT_EQ(table.find("a"), 1U);
-  EXPECT_EQ(table.size(), 1U);
-}
-
-TEST(AdminNameTable, ForgetsEverythingWhenClearedAfterManyAndAfterFewNames) {
-  std::vector<std::string> names;
-  for (int i = 0; i < 5000; ++i) names.push_back("name" + std::to_string(i));
-  NameTable table;
-  for (std::uint32_t i = 0; i < 5000; ++i) table.insert(names[i], i);
-  table.clear();
-  for (const std::string& name : names) ASSERT_EQ(table.find(name), NameTable::kNone) << name;
-
-  // Few names in a large table: different subsets, with different collisions.
-  std::mt19937 random(7);
-  for (int round = 0; round < 50; ++round) {
-    std::set<std::uint32_t> chosen;
-    while (chosen.size() < 100) chosen.insert(static_cast<std::uint32_t>(random() % 5000));
-    for (const std::uint32_t i : chosen) ASSERT_EQ(table.insert(names[i], i), i);
-    for (std::uint32_t i = 0; i < 5000; ++i)
-      ASSERT_EQ(table.find(names[i]), chosen.count(i) ? i : NameTable::kNone);
-    table.clear();
-    for (const std::uint32_t i : chosen) ASSERT_EQ(table.find(names[i]), NameTable::kNone);
-  }
 }
 
 TEST(PortableName, KeepsNamesThatEverySystemAccepts) {

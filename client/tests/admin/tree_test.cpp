@@ -93,13 +93,13 @@ TEST_F(AdminTree, IsWalkedWithinAScope) {
   add(Area::kUser, "anna", "x.txt", 0);
   add(Area::kUser, "", "x.txt", 0);
   Seen of_anna;
-  admin::walk(tree(), {Area::kUser, "anna"}, of_anna);
+  admin::walk(tree(), {{Area::kUser, "anna"}}, of_anna);
   EXPECT_EQ(of_anna.folders, (std::set<std::string>{"user:anna:"}));
   Seen of_nobody;
-  admin::walk(tree(), {std::nullopt, ""}, of_nobody);
+  admin::walk(tree(), {{std::nullopt, ""}}, of_nobody);
   EXPECT_EQ(of_nobody.folders, (std::set<std::string>{"user:_:"}));
   Seen of_unknown;
-  admin::walk(tree(), {std::nullopt, "nobody"}, of_unknown);
+  admin::walk(tree(), {{std::nullopt, "nobody"}}, of_unknown);
   EXPECT_TRUE(of_unknown.folders.empty());
 }
 
@@ -115,7 +115,7 @@ TEST_F(AdminTree, IsWalkedInTheOrderOfNamesWhateverTheFileSystemListsFirst) {
   for (const char* const bucket : {"00000001", "00000002", "00000004", "00000007", "00000009"})
     expected.push_back(std::string("docs:owner99:") + bucket);
   Seen seen;
-  EXPECT_TRUE(admin::walk(tree(), {Area::kDocs, std::nullopt}, seen));
+  EXPECT_TRUE(admin::walk(tree(), {{Area::kDocs, std::nullopt}}, seen));
   EXPECT_EQ(seen.in_order, expected);
 }
 
