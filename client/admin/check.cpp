@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <deque>
 #include <unordered_set>
 #include <vector>
 
@@ -121,7 +122,7 @@ class FolderCheck {
     }
   }
 
-  // ---- lines -------------------------------------------------------------------------------------
+  // ---- lines -----------------------------------------------------------------------------------
 
   void check_lines() {
     for (const LintedLine& line : m_lint) check_line(line);
@@ -221,13 +222,14 @@ class FolderCheck {
 
   /// Reports a name that differs from an earlier name of @p table only in letter case. @p shown is
   /// the name in the report.
-  void check_case(std::unordered_set<std::string>& table, std::string_view name,
-                  std::string_view shown) {
-    fold_case(name, m_folded);
-    if (!table.insert(m_folded).second) found(Code::kCaseCollision, shown);
+  void check_case(FirstLines& table, std::string_view name, std::string_view shown) {
+    std::string& folded = m_folded.emplace_back();
+    fold_case(name, folded);
+    if (table.insert(folded, m_folded.size()) != m_folded.size())
+      found(Code::kCaseCollision, shown);
   }
 
-  // ---- names -------------------------------------------------------------------------------------
+  // ---- names -----------------------------------------------------------------------------------
 
   void check_names() {
     std::uint32_t number = 0;
@@ -236,9 +238,7 @@ class FolderCheck {
         expects_index(m_view.folder().area))
       found(Code::kMissingIndex, index_format::kIndexFile, std::to_string(m_data_files) + " files");
     const auto cased = [](const Name& name) { return has_case(name.text); };
-    if (m_options.depth != Depth::kFull ||
-        std::none_of(m_view.names().begin(), m_view.names().end(), cased))
-      return;
+    if (m_options.depth != Depth::kFull || std::ranges::none_of(m_view.names(), cased)) return;
     for (const Name& name : m_view.names()) check_case(m_folded_names, name.text, name.text);
   }
 
@@ -329,11 +329,8 @@ class FolderCheck {
       found(Code::kStrayItem, name.text, "a folder where only documents are expected");
       return;
     }
-    // The document's file name may contain underscores too.
-    for (std::size_t at = name.text.find('_'); at != std::string_view::npos;
-         at = name.text.find('_', at + 1)) {
-      const std::uint32_t document = m_view.find(name.text.substr(0, at));
-      if (document == FolderView::kNone) continue;
+    const std::uint32_t document = m_view.document_of(name.text);
+    if (document != FolderView::kNone) {
       const std::string_view file = m_view.names()[document].text;
       // Sub-parts of .kdf documents are served as they are.
       if (m_options.depth != Depth::kFull || extension_without_dot(file) == "kdf") return;
@@ -433,9 +430,9 @@ class FolderCheck {
   Findings& m_findings;
   CheckSummary& m_summary;
   IndexLint m_lint;
-  std::unordered_set<std::string> m_folded_keys;
-  std::unordered_set<std::string> m_folded_names;
-  std::string m_folded;
+  FirstLines m_folded_keys;
+  FirstLines m_folded_names;
+  std::deque<std::string> m_folded;  ///< the texts in both
   std::vector<std::string> m_key_files;
   std::vector<std::string> m_category_files;
   std::uint32_t m_bucket = 0;  ///< the number in the folder's name

@@ -35,20 +35,16 @@ class EntryVisitor final : public Visitor {
       if (listed.failure() != os::Failure::kNotFound) failed(folder.path, listed);
       return true;
     }
-    if (m_view.index_state() == IndexState::kLocked) {
-      m_failures.lock_missed = true;
+    const IndexState state = m_view.index_state();
+    if (state == IndexState::kLocked || state == IndexState::kFailed)
       failed(m_view.path_of(index_format::kIndexFile), m_view.index_status());
-      return true;
-    }
-    if (m_view.index_state() == IndexState::kFailed)
-      failed(m_view.path_of(index_format::kIndexFile), m_view.index_status());
-    return lines() && files();
+    return state == IndexState::kLocked || (lines() && files());
   }
 
   void failed(const std::string& path, const os::Status& status) override {
     ++m_failures.folders;
-    const bool locked = status.failure() == os::Failure::kLocked;
-    m_failed(path, locked ? "another process has locked it" : sys::text_of(status));
+    m_failures.lock_missed |= status.failure() == os::Failure::kLocked;
+    m_failed(path, sys::reason_of(status));
   }
 
   const EntryFailures& failures() const { return m_failures; }
@@ -162,7 +158,8 @@ namespace {
 constexpr const char* kLink = "a link: stgctl does not follow it";
 constexpr const char* kUnfinished = "unfinished: stgctl was killed while it wrote this";
 
-/// Collects the document folders, in the order of the inventory. Stray items go to the sink at once.
+/// Collects the document folders, in the order of the inventory. Stray items go to the sink at
+/// once.
 class FolderCollector final : public Visitor {
  public:
   FolderCollector(InventorySink& sink, EntryFailures& failures)
@@ -185,11 +182,6 @@ class FolderCollector final : public Visitor {
  private:
   InventorySink& m_sink;
   EntryFailures& m_failures;
-};
-
-struct Child {
-  std::string name;
-  sys::Kind kind;
 };
 
 /// An entry of the current folder.
@@ -231,9 +223,8 @@ class Inventory {
 
   void fail(const std::string& location, const os::Status& status) {
     ++m_failures.folders;
-    const bool locked = status.failure() == os::Failure::kLocked;
-    m_failures.lock_missed |= locked;
-    m_sink.failed(location, locked ? "another process has locked it" : sys::text_of(status));
+    m_failures.lock_missed |= status.failure() == os::Failure::kLocked;
+    m_sink.failed(location, sys::reason_of(status));
   }
 
   bool load(const DocumentFolder& folder) {
@@ -264,9 +255,8 @@ class Inventory {
                             std::string(line.key),
                             {}});
     }
-    std::sort(m_versions.begin(), m_versions.end(), [](const Version& one, const Version& other) {
-      return std::tie(one.name, one.timestamp, one.key) <
-             std::tie(other.name, other.timestamp, other.key);
+    std::ranges::sort(m_versions, {}, [](const Version& each) {
+      return std::tie(each.name, each.timestamp, each.key);
     });
   }
 
@@ -283,7 +273,10 @@ class Inventory {
         continue;
       }
       if (name.kind == sys::Kind::kFolder) {
-        const auto owner = by_file.find(document_of(name.text));
+        const std::uint32_t document = m_view.document_of(name.text);
+        const auto owner = document == FolderView::kNone
+                               ? by_file.end()
+                               : by_file.find(m_view.names()[document].text);
         if (owner != by_file.end()) {
           owner->second->part_folders.emplace_back(name.text);
         } else {
@@ -295,20 +288,7 @@ class Inventory {
         m_sink.left_out(m_view.path_of(name.text), "orphan: no entry names it");
       }
     }
-    for (Version& version : m_versions)
-      std::sort(version.part_folders.begin(), version.part_folders.end());
-  }
-
-  /// The file to which a sub-part folder belongs: the longest file name that precedes one of the
-  /// folder name's underscores.
-  std::string_view document_of(std::string_view folder) const {
-    for (std::size_t at = folder.rfind('_'); at != std::string_view::npos && at > 0;
-         at = folder.rfind('_', at - 1)) {
-      const std::uint32_t found = m_view.find(folder.substr(0, at));
-      if (found != FolderView::kNone && m_view.names()[found].kind != sys::Kind::kFolder)
-        return folder.substr(0, at);
-    }
-    return {};
+    for (Version& version : m_versions) std::ranges::sort(version.part_folders);
   }
 
   bool hand_on_versions() {
@@ -347,18 +327,10 @@ class Inventory {
   /// Passes on every file below a folder. @param path the folder's path in the holding, may be
   /// empty.
   bool files_below(const std::string& folder, const std::string& path) {
-    sys::Folder listing;
-    if (const os::Status opened = listing.open(folder); !opened.ok()) {
-      if (opened.failure() != os::Failure::kNotFound) fail(folder, opened);
-      return true;
-    }
-    std::vector<Child> children;
-    sys::Entry entry;
-    while (listing.next(entry)) children.push_back({std::string(entry.name), entry.kind});
-    if (!listing.status().ok()) fail(folder, listing.status());
-    std::sort(children.begin(), children.end(),
-              [](const Child& one, const Child& other) { return one.name < other.name; });
-    for (const Child& child : children) {
+    std::vector<sys::Child> children;
+    const os::Status listed = sys::list_sorted(folder, children);
+    if (!listed.ok() && listed.failure() != os::Failure::kNotFound) fail(folder, listed);
+    for (const sys::Child& child : children) {
       if (is_stopped()) return false;
       const std::string location = sys::join(folder, child.name);
       if (is_unfinished(child.name)) {

@@ -1,6 +1,7 @@
 #include "client/admin/explain.h"
 
 #include <algorithm>
+#include <optional>
 #include <string_view>
 
 #include "client/admin/folder_view.h"
@@ -40,18 +41,16 @@ class Steps {
       : m_tree(tree), m_request(request), m_locking(locking), m_result(result) {}
 
   using Values = std::vector<std::pair<std::string, std::string>>;
-  bool yes(std::string name, std::string text, Values values = {}) {
-    m_result.steps.push_back({std::move(name), Answer::kYes, std::move(text), std::move(values)});
+  bool yes(const char* name, const std::string& text, const Values& values = {}) {
+    m_result.steps.push_back({name, Answer::kYes, text, values});
     return true;
   }
-
-  bool no(std::string name, std::string text, Values values = {}) {
-    m_result.steps.push_back({std::move(name), Answer::kNo, std::move(text), std::move(values)});
+  bool no(const char* name, const std::string& text, const Values& values = {}) {
+    m_result.steps.push_back({name, Answer::kNo, text, values});
     return false;
   }
-
-  void note(std::string name, std::string text, Values values = {}) {
-    m_result.steps.push_back({std::move(name), Answer::kNote, std::move(text), std::move(values)});
+  void note(const char* name, const std::string& text, const Values& values = {}) {
+    m_result.steps.push_back({name, Answer::kNote, text, values});
   }
 
   /// The modification time of a file in the library's 32 bits; 0 if the file is missing.
@@ -116,98 +115,81 @@ class Steps {
   /// After folders(): whether the folder exists.
   bool has_folder() const { return m_has_folder; }
   const DocumentFolder& folder() const { return m_folder; }
-  /// After lookup(): the name of the file.
-  const std::string& file() const { return m_file; }
+  /// After lookup(): of the file.
   std::string path() const { return sys::join(m_folder.path, m_file); }
   /// Whether the index could not be read. That also ends a write.
   bool index_failed() const { return m_view.index_state() == IndexState::kFailed; }
 
  private:
-  bool one_folder(std::string name, const std::string& path, MissingFolder missing, Values values) {
+  bool one_folder(const char* name, const std::string& path, MissingFolder missing, Values values) {
     // Like the library: checks only for existence, and follows links.
-    if (vu_file::exists(path)) {
-      const sys::Kind kind = sys::describe(path).kind;
-      if (kind == sys::Kind::kFolder)
-        return yes(std::move(name), "the folder exists", std::move(values));
-      values.emplace_back("kind", in_words(kind));
-      return yes(std::move(name), "it exists; the library does not check that it is a folder",
-                 std::move(values));
-    }
-    m_has_folder = false;
-    if (missing == MissingFolder::kEndsIt)
-      return no(std::move(name), "the folder does not exist", std::move(values));
-    return yes(std::move(name), "the folder does not exist; the library would create it",
-               std::move(values));
+    m_has_folder = vu_file::exists(path);
+    if (!m_has_folder && missing == MissingFolder::kEndsIt)
+      return no(name, "the folder does not exist", values);
+    if (!m_has_folder)
+      return yes(name, "the folder does not exist; the library would create it", values);
+    const sys::Kind kind = sys::describe(path).kind;
+    if (kind == sys::Kind::kFolder) return yes(name, "the folder exists", values);
+    values.emplace_back("kind", in_words(kind));
+    return yes(name, "it exists; the library does not check that it is a folder", values);
   }
 
   bool index_is_readable() {
     m_view.load(m_folder, m_locking);
-    const Values where = {{"path", m_view.path_of(index_format::kIndexFile)}};
-    switch (m_view.index_state()) {
-      case IndexState::kMissing:
-        return no(
-            "index",
-            "index.dat is missing; the library would first create it and, with synchronisation "
-            "on, adopt the folder's files under their own names at timestamp 0",
-            where);
-      case IndexState::kLocked:
-        m_result.lock_missed = true;
-        return no("index",
-                  "another process has locked index.dat; the library would wait for the lock",
-                  where);
-      case IndexState::kFailed:
-        return no("index", "index.dat cannot be read: " + sys::text_of(m_view.index_status()),
-                  where);
-      case IndexState::kNoBytes:
-        return no(
-            "index",
-            "index.dat has no bytes: a writer was interrupted, and the logical names are lost",
-            where);
-      case IndexState::kRead:
-        break;
-    }
+    Values where = {{"path", m_view.path_of(index_format::kIndexFile)}};
+    m_result.lock_missed = m_view.index_state() == IndexState::kLocked;
+    if (m_view.index_state() != IndexState::kRead) return no("index", why_not_read(), where);
+    where.emplace_back("bytes", std::to_string(m_view.index_text().size()));
     return yes("index",
                m_view.has_interrupted_save()
                    ? "index.dat was read; a save was interrupted, and its new text is valid"
                    : "index.dat was read",
-               {{"path", m_view.path_of(index_format::kIndexFile)},
-                {"bytes", std::to_string(m_view.index_text().size())}});
+               where);
+  }
+
+  std::string why_not_read() const {
+    switch (m_view.index_state()) {
+      case IndexState::kMissing:
+        return "index.dat is missing; the library would first create it and, with synchronisation "
+               "on, adopt the folder's files under their own names at timestamp 0";
+      case IndexState::kLocked:
+        return "another process has locked index.dat; the library would wait for the lock";
+      case IndexState::kNoBytes:
+        return "index.dat has no bytes: a writer was interrupted, and the logical names are lost";
+      default:
+        return "index.dat cannot be read: " + sys::text_of(m_view.index_status());
+    }
   }
 
   bool in_index(std::int32_t timestamp) {
     if (!index_is_readable()) return false;
     const std::string key = index_format::key_of(m_request.entry, timestamp);
-    std::vector<LintedLine> skipped;
+    Values values = {{"key", key}};
+    std::optional<Verdict> skipped;  ///< of the first line
     for (const LintedLine& line : IndexLint(m_view)) {
-      if (line.key != key) continue;
+      if (line.key != key || (skipped && line.verdict != Verdict::kEntry)) continue;
+      values = {{"key", key},
+                {"line", std::to_string(line.number)},
+                {"physical", std::string(line.stored)}};
       if (line.verdict == Verdict::kEntry) {
-        const Values values = {{"key", key},
-                               {"line", std::to_string(line.number)},
-                               {"physical", std::string(line.stored)},
-                               {"file", std::string(line.file)}};
-        yes("index-line", "the index has an entry with this key", values);
         m_file = line.file;
-        if (line.has_file) return yes("file", "the entry's file exists", {{"path", path()}});
-        return no("file", "the entry's file is missing", {{"path", path()}});
+        values.emplace_back("file", line.file);
+        yes("index-line", "the index has an entry with this key", values);
+        return line.has_file ? yes("file", "the entry's file exists", {{"path", path()}})
+                             : no("file", "the entry's file is missing", {{"path", path()}});
       }
-      skipped.push_back(line);
+      values.emplace_back("verdict", name_of(line.verdict));
+      skipped = line.verdict;
     }
-    if (skipped.empty()) {
-      tell_near_misses(key);
-      return no("index-line", "the index has no entry with this key", {{"key", key}});
-    }
-    const LintedLine& first = skipped.front();
-    const bool is_unknown = first.verdict == Verdict::kUnknown;
+    if (!skipped) tell_near_misses(key);
     return no("index-line",
-              is_unknown ? "the index has an unknown entry with this key: the system could not "
-                           "check whether its "
-                           "file exists, so readers skip it"
-                         : "the index has a dangling entry with this key: its file is missing, so "
-                           "readers skip it",
-              {{"key", key},
-               {"line", std::to_string(first.number)},
-               {"physical", std::string(first.stored)},
-               {"verdict", std::string(name_of(first.verdict))}});
+              !skipped ? "the index has no entry with this key"
+              : *skipped == Verdict::kUnknown
+                  ? "the index has an unknown entry with this key: the system could not check "
+                    "whether its file exists, so readers skip it"
+                  : "the index has a dangling entry with this key: its file is missing, so readers "
+                    "skip it",
+              values);
   }
 
   void tell_near_misses(std::string_view wanted) {
@@ -430,35 +412,33 @@ bool part_steps(Steps& steps, const Tree& tree, const Request& request, Explanat
   return opens_for_reading(steps, tree, result.code == 1 ? preload : part);
 }
 
+Explanation explain(const Tree& tree, const Request& request, const sys::Locking& locking,
+                    bool (*steps_of)(Steps&, const Tree&, const Request&, Explanation&)) {
+  Explanation result;
+  Steps steps(tree, request, locking, result);
+  result.would_succeed = steps_of(steps, tree, request, result);
+  return result;
+}
+
 }  // namespace
 
 const Step* Explanation::first_no() const {
-  const auto found = std::find_if(steps.begin(), steps.end(),
-                                  [](const Step& step) { return step.answer == Answer::kNo; });
+  const auto found = std::ranges::find(steps, Answer::kNo, &Step::answer);
   return found == steps.end() ? nullptr : &*found;
 }
 
 Explanation explain_read(const Tree& tree, const Request& request, const sys::Locking& locking) {
-  Explanation result;
-  Steps steps(tree, request, locking, result);
-  result.would_succeed = read_steps(steps, tree, request, result);
-  return result;
+  return explain(tree, request, locking, read_steps);
 }
 
 Explanation explain_write(const Tree& tree, const Request& request, const sys::Locking& locking) {
-  Explanation result;
-  Steps steps(tree, request, locking, result);
-  result.would_succeed = write_steps(steps, tree, request, result);
-  return result;
+  return explain(tree, request, locking, write_steps);
 }
 
 Explanation explain_part(const Tree& tree, const Request& request, const sys::Locking& locking) {
-  Explanation result;
   Request asked = request;
   asked.area = Area::kDocs;
-  Steps steps(tree, asked, locking, result);
-  result.would_succeed = part_steps(steps, tree, asked, result);
-  return result;
+  return explain(tree, asked, locking, part_steps);
 }
 
 Lookup look_up(const Tree& tree, const Request& request, const sys::Locking& locking) {
@@ -469,15 +449,8 @@ Lookup look_up(const Tree& tree, const Request& request, const sys::Locking& loc
                  steps.lookup(request.timestamp);
   result.lock_missed = told.lock_missed;
   result.folder = steps.folder();
-  if (result.found) {
-    result.file = steps.file();
-    result.path = steps.path();
-    for (const Step& step : told.steps) {
-      if (step.name == "plain-name" && step.answer == Answer::kYes) result.by_plain_name = true;
-    }
-  } else if (const Step* no = told.first_no()) {
-    result.why = no->text;
-  }
+  if (result.found) result.path = steps.path();
+  if (const Step* const no = told.first_no()) result.why = no->text;
   return result;
 }
 

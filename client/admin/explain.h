@@ -65,10 +65,8 @@ std::string shown_time(std::int64_t seconds);
 
 struct Lookup {
   bool found = false;
-  bool by_plain_name = false;  ///< a file has the entry's name; it precedes the index
   bool lock_missed = false;
   DocumentFolder folder;
-  std::string file;
   std::string path;
   std::string why;  ///< the text of the step that failed
 };

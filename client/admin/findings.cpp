@@ -153,10 +153,8 @@ std::span<const FindingKind> finding_kinds() { return kKinds; }
 const FindingKind& kind_of(Code code) { return kKinds[static_cast<std::size_t>(code)]; }
 
 std::optional<Code> code_named(std::string_view name) {
-  const auto found = std::find_if(kKinds.begin(), kKinds.end(),
-                                  [&](const FindingKind& kind) { return kind.name == name; });
-  if (found == kKinds.end()) return std::nullopt;
-  return found->code;
+  const auto found = std::ranges::find(kKinds, name, &FindingKind::name);
+  return found == kKinds.end() ? std::nullopt : std::optional(found->code);
 }
 
 std::uint64_t CheckSummary::count(Severity severity) const {

@@ -76,6 +76,15 @@ void FolderView::read_index(const sys::Locking& locking) {
   }
 }
 
+std::uint32_t FolderView::document_of(std::string_view parts) const {
+  for (std::size_t at = parts.rfind('_'); at != std::string_view::npos && at > 0;
+       at = parts.rfind('_', at - 1)) {
+    const std::uint32_t found = find(parts.substr(0, at));
+    if (found != kNone && m_names[found].kind != sys::Kind::kFolder) return found;
+  }
+  return kNone;
+}
+
 std::optional<std::string> FolderView::read_counter(const sys::Locking& locking) const {
   if (find(index_format::kCounterFile) == kNone) return std::nullopt;
   std::string bytes;
@@ -88,12 +97,6 @@ std::optional<std::string> FolderView::read_counter(const sys::Locking& locking)
 // ---- the lines of its index --------------------------------------------------------------------
 
 namespace {
-
-/// Whether the key ends in "_" and ten digits.
-bool has_stamp(std::string_view key) {
-  const std::string_view stamp = key.substr(key.size() - index_format::kStampLength);
-  return stamp.front() == '_' && stamp.find_first_not_of("0123456789", 1) == std::string_view::npos;
-}
 
 Verdict verdict_of(LineState state) {
   switch (state) {
@@ -115,6 +118,11 @@ std::string_view name_of(Verdict verdict) {
   constexpr std::array<std::string_view, 6> kNames = {"entry",   "no-separator",  "short-key",
                                                       "no-file", "duplicate-key", "unknown"};
   return kNames[static_cast<std::size_t>(verdict)];
+}
+
+bool has_stamp(std::string_view key) {
+  const std::string_view stamp = key.substr(key.size() - index_format::kStampLength);
+  return stamp.front() == '_' && stamp.find_first_not_of("0123456789", 1) == std::string_view::npos;
 }
 
 IndexLint::IndexLint(const FolderView& view)
@@ -180,13 +188,14 @@ void IndexLint::find_file(const IndexLine& read) {
 }
 
 void IndexLint::note_entry(const IndexLine& read) {
-  if (const auto [same, is_new] = m_keys.emplace(m_line.key, m_line.number); !is_new) {
-    m_line.same_key_as = same->second;
+  const std::size_t same_key = m_keys.insert(m_line.key, m_line.number);
+  if (same_key != m_line.number) {
+    m_line.same_key_as = same_key;
     m_line.verdict = Verdict::kDuplicateKey;
     return;
   }
-  if (const auto [same, is_new] = m_stored.emplace(m_line.stored, m_line.number); !is_new)
-    m_line.same_stored_as = same->second;
+  const std::size_t same_stored = m_stored.insert(m_line.stored, m_line.number);
+  if (same_stored != m_line.number) m_line.same_stored_as = same_stored;
   // Zeros replaced the bytes that said whose file it was.
   if (m_line.has_zeros) return;
   if (read.entry != FolderFiles::kNone) m_claimed[read.entry] = true;

@@ -1,16 +1,15 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <iterator>
 #include <memory>
-#include <memory_resource>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "client/admin/system.h"
@@ -73,6 +72,10 @@ class FolderView {
     return m_files ? static_cast<std::uint32_t>(m_files->spelled(name)) : kNone;
   }
 
+  /// The file to which a sub-part folder belongs: the longest file name that precedes one of the
+  /// folder name's underscores; or kNone.
+  std::uint32_t document_of(std::string_view parts) const;
+
   /// The same names for the library's index reader. It asks the system for names that are missing
   /// here.
   FolderFiles& files() const { return *m_files; }
@@ -102,6 +105,53 @@ class FolderView {
 
 // ---- the lines of its index --------------------------------------------------------------------
 
+/// Whether a key ends in "_" and ten digits. It must have at least index_format::kStampLength
+/// characters.
+bool has_stamp(std::string_view key);
+
+/// Remembers the first line with each text. It allocates nothing for a text: with
+/// std::unordered_map, a check of a large index takes a third longer.
+class FirstLines {
+ public:
+  /// @return the first line with the text; @p line if the text is new. The caller keeps its bytes.
+  std::size_t insert(std::string_view text, std::size_t line) {
+    if (m_used * 2 >= m_slots.size()) grow();
+    const std::size_t hash = std::hash<std::string_view>{}(text);
+    Slot& slot = slot_of(text, hash);
+    if (slot.line == 0) {
+      slot = {text, hash, line};
+      ++m_used;
+    }
+    return slot.line;
+  }
+
+ private:
+  struct Slot {
+    std::string_view text;
+    std::size_t hash = 0;
+    std::size_t line = 0;  ///< 0: free
+  };
+
+  Slot& slot_of(std::string_view text, std::size_t hash) {
+    const std::size_t mask = m_slots.size() - 1;
+    std::size_t at = hash & mask;
+    while (m_slots[at].line != 0 && (m_slots[at].hash != hash || m_slots[at].text != text))
+      at = (at + 1) & mask;
+    return m_slots[at];
+  }
+
+  void grow() {
+    std::vector<Slot> old(std::max<std::size_t>(64, m_slots.size() * 2));
+    old.swap(m_slots);
+    for (const Slot& slot : old) {
+      if (slot.line != 0) slot_of(slot.text, slot.hash) = slot;
+    }
+  }
+
+  std::vector<Slot> m_slots;  ///< size: a power of two
+  std::size_t m_used = 0;
+};
+
 /// How the library's reader treats a line of the index.
 enum class Verdict : std::uint8_t {
   kEntry,         ///< a valid entry
@@ -118,8 +168,8 @@ inline bool is_bad(Verdict verdict) {
   return verdict != Verdict::kEntry && verdict != Verdict::kUnknown;
 }
 
-/// One line. The views are valid until the next line; those of the index text and of listed names as
-/// long as the FolderView.
+/// One line. The views are valid until the next line; those of the index text and of listed names
+/// as long as the FolderView.
 struct LintedLine {
   std::size_t number = 0;  ///< from 1
   std::string_view raw;    ///< without its line feed
@@ -198,11 +248,8 @@ class IndexLint {
   std::string_view m_last_key;
   std::string m_file;
   std::vector<bool> m_claimed;
-  /// The first line with a key or a physical name.
-  using FirstLines = std::pmr::unordered_map<std::string_view, std::size_t>;
-  std::pmr::monotonic_buffer_resource m_memory;
-  FirstLines m_stored{&m_memory};
-  FirstLines m_keys{&m_memory};
+  FirstLines m_stored;
+  FirstLines m_keys;
 };
 
 }  // namespace admin

@@ -115,16 +115,15 @@ os::Status LockedFile::read_text(std::string& text) {
 }
 
 bool LockedFile::is_equal_to(const std::string& other) {
-  sys::Locking unlocked;
-  unlocked.mode = sys::Locking::Mode::kNone;
   std::uint64_t done = 0;
   bool is_equal = true;
   std::string own;
-  const os::Status read = sys::read_pieces(other, unlocked, [&](std::string_view piece) {
-    is_equal = read_at(done, piece.size(), own).ok() && own == piece;
-    done += piece.size();
-    return is_equal;
-  });
+  const os::Status read =
+      sys::read_pieces(other, sys::Locking::none(), [&](std::string_view piece) {
+        is_equal = read_at(done, piece.size(), own).ok() && own == piece;
+        done += piece.size();
+        return is_equal;
+      });
   return read.ok() && is_equal && done == size();
 }
 

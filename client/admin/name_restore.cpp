@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -15,23 +16,15 @@ namespace admin {
 
 std::vector<NameLine> names_in(std::string_view text) {
   std::vector<NameLine> names;
-  bool ascends = true;
   index_format::Lines lines(text);
   index_format::Line line;
   while (lines.next(line)) {
-    if (line.runs_on || line.key.size() < index_format::kStampLength) continue;
-    ascends = ascends && (names.empty() || names.back().key < line.key);
-    names.push_back({line.key, line.stored});
+    if (!line.runs_on && line.key.size() >= index_format::kStampLength)
+      names.push_back({line.key, line.stored});
   }
-  if (ascends) return names;
-  const auto by_key = [](const NameLine& one, const NameLine& other) {
-    return one.key < other.key;
-  };
-  const auto same_key = [](const NameLine& one, const NameLine& other) {
-    return one.key == other.key;
-  };
-  std::stable_sort(names.begin(), names.end(), by_key);
-  names.erase(std::unique(names.begin(), names.end(), same_key), names.end());
+  std::ranges::stable_sort(names, {}, &NameLine::key);
+  const auto rest = std::ranges::unique(names, {}, &NameLine::key);
+  names.erase(rest.begin(), rest.end());
   return names;
 }
 
@@ -43,24 +36,17 @@ std::string_view name_of(NameDifference::What what) {
 void compare_names(std::string_view before, std::string_view after,
                    const std::function<void(const NameDifference&)>& sink) {
   using What = NameDifference::What;
-  const std::vector<NameLine> old_names = names_in(before);
-  const std::vector<NameLine> new_names = names_in(after);
-  auto old_name = old_names.begin();
-  auto new_name = new_names.begin();
-  while (old_name != old_names.end() || new_name != new_names.end()) {
-    const bool is_old = new_name == new_names.end() ||
-                        (old_name != old_names.end() && old_name->key < new_name->key);
-    const bool is_new = old_name == old_names.end() ||
-                        (new_name != new_names.end() && new_name->key < old_name->key);
-    if (is_old) {
-      sink({What::kRemoved, old_name->key, old_name->stored, {}});
-    } else if (is_new) {
-      sink({What::kAdded, new_name->key, {}, new_name->stored});
-    } else if (old_name->stored != new_name->stored) {
-      sink({What::kMoved, old_name->key, old_name->stored, new_name->stored});
-    }
-    if (!is_new) ++old_name;
-    if (!is_old) ++new_name;
+  struct Both {
+    std::optional<std::string_view> before;
+    std::optional<std::string_view> after;
+  };
+  std::map<std::string_view, Both> all;
+  for (const NameLine& name : names_in(before)) all[name.key].before = name.stored;
+  for (const NameLine& name : names_in(after)) all[name.key].after = name.stored;
+  for (const auto& [key, both] : all) {
+    if (both.before == both.after) continue;
+    const What what = !both.before ? What::kAdded : !both.after ? What::kRemoved : What::kMoved;
+    sink({what, key, both.before.value_or(""), both.after.value_or("")});
   }
 }
 
@@ -180,9 +166,7 @@ class Planner {
 
   /// The saved entry with a key, or null.
   const NameLine* saved_line(std::string_view key) const {
-    const auto at = std::lower_bound(
-        m_saved.begin(), m_saved.end(), key,
-        [](const NameLine& name, std::string_view wanted) { return name.key < wanted; });
+    const auto at = std::ranges::lower_bound(m_saved, key, {}, &NameLine::key);
     return at != m_saved.end() && at->key == key ? &*at : nullptr;
   }
 
@@ -221,8 +205,7 @@ class Planner {
 }  // namespace
 
 std::uint64_t RestorePlan::count(NameFate fate) const {
-  return static_cast<std::uint64_t>(std::count_if(
-      names.begin(), names.end(), [fate](const RestoredName& name) { return name.fate == fate; }));
+  return static_cast<std::uint64_t>(std::ranges::count(names, fate, &RestoredName::fate));
 }
 
 RestorePlan plan_restore(const FolderView& folder, std::string_view saved) {

@@ -1,4 +1,4 @@
-#include "client/admin/name_snapshot.h"
+#include "client/admin/names.h"
 
 #include <xxhash.h>
 
@@ -10,113 +10,11 @@
 #include "file/replacement.h"
 #include "index/index_format.h"
 
-namespace admin::names_format {
-
-namespace {
-
-/// Appends texts and numbers (also of enumerations), which are little-endian.
-class Writer {
- public:
-  template <class... Values>
-  void operator()(const Values&... values) {
-    (put(values), ...);
-  }
-  std::string bytes;
-
- private:
-  template <class Number>
-  void put(const Number& value) {
-    auto rest = static_cast<std::uint64_t>(value);
-    for (std::size_t i = 0; i < sizeof(Number); ++i) {
-      bytes.push_back(static_cast<char>(rest & 0xFFU));
-      rest >>= 8U;
-    }
-  }
-  void put(const std::string& text) {
-    put(static_cast<std::uint32_t>(text.size()));
-    bytes += text;
-  }
-};
-
-/// Reads values. After the end, all values are empty or 0, and is_good is false.
-class Reader {
- public:
-  explicit Reader(std::string_view bytes) : m_rest(bytes) {}
-
-  template <class... Values>
-  void operator()(Values&... values) {
-    (get(values), ...);
-  }
-  bool at_end() const { return m_rest.empty(); }
-
-  bool is_good = true;
-
- private:
-  template <class Number>
-  void get(Number& number) {
-    const std::string_view raw = take(sizeof(Number));
-    std::uint64_t value = 0;
-    for (std::size_t i = raw.size(); i > 0; --i)
-      value = value << 8U | static_cast<unsigned char>(raw[i - 1]);
-    number = static_cast<Number>(value);
-  }
-  void get(std::string& text) {
-    std::uint32_t size = 0;
-    get(size);
-    text = take(size);
-  }
-  std::string_view take(std::size_t count) {
-    is_good = is_good && count <= m_rest.size();
-    if (!is_good) m_rest = {};
-    const std::string_view taken = m_rest.substr(0, is_good ? count : 0);
-    m_rest.remove_prefix(taken.size());
-    return taken;
-  }
-
-  std::string_view m_rest;
-};
-
-enum class Item : std::uint8_t { kGone = 0, kIndex = 1 };
-
-// The values in their order, for both directions.
-
-template <class Archive, class Index>
-void values_of_index(Archive& archive, Index& index) {
-  archive(index.at, index.size, index.entries, index.digest.low, index.digest.high);
-}
-
-template <class Archive, class Head>
-void values_of_head(Archive& archive, Head& head) {
-  archive(head.base, head.depth, head.front, head.back, head.own);
-}
-
-template <class Archive, class Trailer>
-void values_of_trailer(Archive& archive, Trailer& trailer) {
-  archive(trailer.number, trailer.manifest_at, trailer.manifest_size, trailer.manifest_checksum,
-          trailer.previous);
-}
-
-template <class Archive, class Snapshot>
-void values_of_snapshot(Archive& archive, Snapshot& snapshot) {
-  archive(snapshot.number, snapshot.time, snapshot.storage, snapshot.layout, snapshot.folders,
-          snapshot.entries, snapshot.bytes, snapshot.changed, snapshot.added, snapshot.removed,
-          snapshot.unread, snapshot.checksum, snapshot.is_whole);
-}
-
-/// The checksum of a trailer, without the checksum itself.
-std::uint64_t checksum_at(std::string_view bytes, std::uint64_t at) {
-  return XXH3_64bits_withSeed(bytes.data(), bytes.size(), at);
-}
-
-}  // namespace
+namespace admin {
 
 Digest digest_of(std::string_view bytes) {
   const XXH128_hash_t hash = XXH3_128bits(bytes.data(), bytes.size());
   return {hash.low64, hash.high64};
-}
-
-std::uint64_t checksum_of(std::string_view bytes) {
-  return XXH3_64bits(bytes.data(), bytes.size());
 }
 
 SavedIndex measure(std::string_view text) {
@@ -130,88 +28,9 @@ SavedIndex measure(std::string_view text) {
   return index;
 }
 
-std::uint64_t checksum_of(const SavedIndexes& indexes) {
-  Writer writer;
-  for (const auto& [folder, index] : indexes) writer(folder, index.digest.low, index.digest.high);
-  return checksum_of(writer.bytes);
-}
-
-std::string encode(const TextHead& head) {
-  Writer writer;
-  values_of_head(writer, head);
-  return std::move(writer.bytes);
-}
-
-std::optional<TextHead> decode_text_head(std::string_view bytes) {
-  Reader reader(bytes);
-  TextHead head;
-  values_of_head(reader, head);
-  return reader.is_good ? std::optional(head) : std::nullopt;
-}
-
-std::string encode(const Manifest& manifest) {
-  Writer writer;
-  values_of_snapshot(writer, manifest.snapshot);
-  writer(std::uint64_t{manifest.list.size()});
-  for (const auto& [folder, index] : manifest.list) {
-    writer(index ? Item::kIndex : Item::kGone, folder);
-    if (index) values_of_index(writer, *index);
-  }
-  return std::move(writer.bytes);
-}
-
-std::optional<Manifest> decode_manifest(std::string_view bytes) {
-  Reader reader(bytes);
-  Manifest manifest;
-  std::uint64_t count = 0;
-  values_of_snapshot(reader, manifest.snapshot);
-  if (manifest.snapshot.layout != Layout::kFlat) manifest.snapshot.layout = Layout::kOwner;
-  reader(count);
-  for (std::uint64_t i = 0; i < count && reader.is_good; ++i) {
-    Item item = Item::kGone;
-    std::string folder;
-    reader(item, folder);
-    std::optional<SavedIndex> index;
-    if (item == Item::kIndex) values_of_index(reader, index.emplace());
-    manifest.list.insert_or_assign(std::move(folder), index);
-  }
-  if (!reader.is_good || !reader.at_end()) return std::nullopt;
-  return manifest;
-}
-
-std::string encode(const Trailer& trailer, std::uint64_t at) {
-  Writer writer;
-  writer.bytes = kTrailerMark;
-  values_of_trailer(writer, trailer);
-  writer(checksum_at(writer.bytes, at));
-  return std::move(writer.bytes);
-}
-
-std::optional<Trailer> decode_trailer(std::string_view bytes, std::uint64_t at) {
-  if (bytes.size() < kTrailerSize || !bytes.starts_with(kTrailerMark)) return std::nullopt;
-  Reader reader(bytes.substr(kTrailerMark.size()));
-  Trailer trailer;
-  std::uint64_t checksum = 0;
-  values_of_trailer(reader, trailer);
-  reader(checksum);
-  const bool is_whole =
-      checksum == checksum_at(bytes.substr(0, kTrailerSize - sizeof checksum), at);
-  const bool is_possible = trailer.manifest_at >= kHead.size() && trailer.manifest_at <= at &&
-                           trailer.manifest_size <= at - trailer.manifest_at &&
-                           trailer.previous < at;
-  return is_whole && is_possible ? std::optional(trailer) : std::nullopt;
-}
-
-}  // namespace admin::names_format
-
-namespace admin {
-
 // ---- taking a snapshot -------------------------------------------------------------------------
 
 namespace {
-
-using names_format::SavedIndex;
-using names_format::SavedIndexes;
 
 class SnapshotVisitor final : public Visitor {
  public:
@@ -253,7 +72,7 @@ class SnapshotVisitor final : public Visitor {
  private:
   void take(std::string name) {
     const auto earlier = m_before.find(name);
-    const names_format::Digest digest = names_format::digest_of(m_text);
+    const Digest digest = digest_of(m_text);
     const bool has_earlier = earlier != m_before.end();
     if (has_earlier && earlier->second.digest == digest) {
       m_taken.indexes.insert_or_assign(std::move(name), earlier->second);
@@ -306,9 +125,8 @@ std::optional<DocumentFolder> folder_of_saved_name(const Tree& tree, std::string
   return located->folder;
 }
 
-TakenIndexes take_indexes(const Tree& tree, const names_format::SavedIndexes& before,
-                          const WalkOptions& options, const KeepText& keep,
-                          const FailureSink& failed) {
+TakenIndexes take_indexes(const Tree& tree, const SavedIndexes& before, const WalkOptions& options,
+                          const KeepText& keep, const FailureSink& failed) {
   SnapshotVisitor visitor(tree, before, options, keep, failed);
   const bool ended = walk(tree, options, visitor);
   TakenIndexes taken = visitor.take_all();

@@ -1,9 +1,8 @@
-#include "client/admin/new_versions.h"
+#include "client/admin/versions.h"
 
 #include <algorithm>
 #include <limits>
 #include <map>
-#include <span>
 #include <utility>
 
 #include "client/admin/folder_view.h"
@@ -43,10 +42,8 @@ os::Status write_number(LockedFile& counter, const std::string& before, const st
 }
 
 bool has_documents(const FolderView& view) {
-  const std::span<const Name> names = view.names();
-  return std::any_of(names.begin(), names.end(), [](const Name& name) {
-    return name.kind != sys::Kind::kFolder && name.text != index_format::kIndexFile &&
-           name.text != index_format::kCounterFile;
+  return std::ranges::any_of(view.names(), [](const Name& name) {
+    return name.kind != sys::Kind::kFolder && !index_format::is_index_file(name.text);
   });
 }
 
@@ -56,15 +53,13 @@ bool has_documents(const FolderView& view) {
 
 bool NewVersions::stage(NewVersion& version) {
   const auto failed = [&](const std::string& path, const std::string& why) {
-    version.fate = Fate::kFailed;
-    version.reason = "it cannot be stored: " + printable(path) + ": " + why;
+    version.end(Fate::kFailed, "it cannot be stored: " + printable(path) + ": " + why);
     return false;
   };
   if (const std::string old = path_of(version.replaces); !version.replaces.empty()) {
     if (const os::Status status = sys::probe_writable(old); !status.ok()) {
-      version.fate = Fate::kFailed;
-      version.reason =
-          "its file " + printable(old) + " cannot be written: " + why_not_usable(old, status);
+      version.end(Fate::kFailed, "its file " + printable(old) +
+                                     " cannot be written: " + why_not_usable(old, status));
       return false;
     }
   }
@@ -79,14 +74,12 @@ bool NewVersions::stage(NewVersion& version) {
   }
   std::string copy = sys::join(m_staging.path(), std::to_string(m_items.size() + 1));
   const os::Status copied = os::copy(version.source, copy, os::IfExists::kFail);
-  if (copied.failure() == os::Failure::kLocked)
-    return failed(version.source, "another process has locked it");
-  if (!copied.ok()) return failed(version.source, sys::text_of(copied));
+  if (!copied.ok()) return failed(version.source, sys::reason_of(copied));
   // The copy of a read-only file is read-only. The library could never replace it.
   if (sys::describe(copy).is_read_only) static_cast<void>(os::make_writable(copy));
   if (!version.replaces.empty() && !sys::take_over_owner(path_of(version.replaces), copy).ok()) {
     static_cast<void>(os::remove_file(copy));
-    version.fate = Fate::kInPlace;
+    version.end(Fate::kInPlace);
     return false;
   }
   m_items.push_back({&version, std::move(copy), "", false});
@@ -95,22 +88,17 @@ bool NewVersions::stage(NewVersion& version) {
 
 // ---- entering ----------------------------------------------------------------------------------
 
-bool NewVersions::any_pending() const {
-  return std::any_of(m_items.begin(), m_items.end(),
-                     [](const Item& item) { return item.is_pending(); });
-}
+bool NewVersions::any_pending() const { return std::ranges::any_of(m_items, &Item::is_pending); }
 
 bool NewVersions::any_new_pending() const {
-  return std::any_of(m_items.begin(), m_items.end(),
-                     [](const Item& item) { return item.is_pending() && item.is_new(); });
+  return std::ranges::any_of(m_items, &Item::is_new_pending);
 }
 
 void NewVersions::fail_pending(Fate fate, const std::string& reason) {
   for (Item& item : m_items) {
     if (!item.is_pending()) continue;
     take_back(item);
-    item.version->fate = fate;
-    item.version->reason = reason;
+    item.version->end(fate, reason);
   }
 }
 
@@ -135,9 +123,9 @@ void NewVersions::flush_replaced(const std::vector<NewVersions*>& folders,
   for (NewVersions* const each : folders) {
     for (Item& item : each->m_items) {
       if (item.is_new() || item.version->fate != Fate::kStored) continue;
-      item.version->fate = Fate::kFailed;
-      item.version->reason = "it is replaced, but a power failure may bring the old file back: " +
-                             sys::text_of(flushed);
+      item.version->end(Fate::kFailed,
+                        "it is replaced, but a power failure may bring the old file back: " +
+                            sys::text_of(flushed));
     }
   }
 }
@@ -230,30 +218,22 @@ bool NewVersions::is_sound() {
 
 /// Drops versions whose entry another program created or changed since they were staged.
 void NewVersions::drop_taken() {
-  struct Taken {
-    Verdict verdict;
-    std::string file;
-  };
-  std::map<std::string_view, Taken> taken;
+  std::map<std::string_view, std::pair<Verdict, std::string>> taken;
   for (const LintedLine& line : IndexLint(m_view)) {
     const bool counts = line.verdict == Verdict::kEntry && line.has_file;
     if (counts || line.verdict == Verdict::kUnknown)
-      taken.emplace(line.key, Taken{line.verdict, std::string(line.file)});
+      taken.emplace(line.key, std::pair(line.verdict, std::string(line.file)));
   }
-  const auto drop = [](NewVersion& version, Fate fate, const char* reason) {
-    version.fate = fate;
-    version.reason = reason;
-  };
   for (Item& item : m_items) {
     if (!item.is_pending()) continue;
     NewVersion& version = *item.version;
     const auto found = taken.find(key_of(version));
     if (found == taken.end()) {
-      if (!item.is_new()) drop(version, Fate::kMeanwhile, "another program has removed it");
-    } else if (found->second.verdict != Verdict::kEntry) {
-      drop(version, Fate::kFailed, "the system could not check whether it exists");
-    } else if (found->second.file != version.replaces) {
-      drop(version, Fate::kMeanwhile, "another program has stored it");
+      if (!item.is_new()) version.end(Fate::kMeanwhile, "another program has removed it");
+    } else if (found->second.first != Verdict::kEntry) {
+      version.end(Fate::kFailed, "the system could not check whether it exists");
+    } else if (found->second.second != version.replaces) {
+      version.end(Fate::kMeanwhile, "another program has stored it");
     }
   }
 }
@@ -270,7 +250,7 @@ bool NewVersions::draw_numbers() {
     std::set<std::string, std::less<>> stored;
     for (const LintedLine& line : IndexLint(m_view)) stored.emplace(line.stored);
     for (Item& item : m_items) {
-      if (!item.is_pending() || !item.is_new()) continue;
+      if (!item.is_new_pending()) continue;
       do {
         if (last == std::numeric_limits<std::int32_t>::max()) {
           fail_pending(Fate::kFailed,
@@ -293,13 +273,13 @@ bool NewVersions::draw_numbers() {
 
 void NewVersions::move_files() {
   for (Item& item : m_items) {
-    if (!item.is_pending() || !item.is_new()) continue;
+    if (!item.is_new_pending()) continue;
     const os::Status moved = os::rename(item.copy, path_of(item.version->file));
     item.is_moved = moved.ok();
     if (moved.ok()) continue;
-    item.version->fate = Fate::kFailed;
-    item.version->reason = "it cannot be stored: " + printable(path_of(item.version->file)) + ": " +
-                           sys::text_of(moved);
+    item.version->end(Fate::kFailed,
+                      "it cannot be stored: " + printable(path_of(item.version->file)) + ": " +
+                          sys::text_of(moved));
   }
 }
 
@@ -309,7 +289,7 @@ std::string NewVersions::text_with_lines() const {
   std::vector<std::string> lines;
   std::set<std::string, std::less<>> keys;
   for (const Item& item : m_items) {
-    if (!item.is_pending() || !item.is_new()) continue;
+    if (!item.is_new_pending()) continue;
     std::string key = key_of(*item.version);
     lines.push_back(key + "/" + item.stored);
     keys.insert(std::move(key));
@@ -346,7 +326,7 @@ void NewVersions::judge_save(const std::string& wanted, const os::Status& status
     return;
   }
   for (Item& item : m_items) {
-    if (item.is_pending() && item.is_new()) item.version->fate = Fate::kStored;
+    if (item.is_new_pending()) item.version->fate = Fate::kStored;
   }
 }
 
@@ -366,9 +346,8 @@ bool NewVersions::replace_files() {
     const os::Status locked =
         old.open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kFail, at_once);
     if (!locked.ok() && locked.failure() != os::Failure::kLocked) {
-      version.fate = Fate::kFailed;
-      version.reason =
-          "its file " + printable(path) + " cannot be written: " + why_not_usable(path, locked);
+      version.end(Fate::kFailed, "its file " + printable(path) +
+                                     " cannot be written: " + why_not_usable(path, locked));
       continue;
     }
     if constexpr (!sys::kReplacesOpenFiles) old.close();
@@ -385,7 +364,7 @@ void NewVersions::verify() {
   const auto is_stored = [](const Item& item) {
     return item.is_new() && item.version->fate == Fate::kStored;
   };
-  if (std::none_of(m_items.begin(), m_items.end(), is_stored)) return;
+  if (std::ranges::none_of(m_items, is_stored)) return;
   FolderView view;
   view.load(m_folder, m_locking);
   if (view.index_state() != IndexState::kRead) return;
@@ -400,9 +379,8 @@ void NewVersions::verify() {
     const auto entry = entries.find(key_of(*item.version));
     if (entry != entries.end() && entry->second == item.stored) continue;
     if (!stored.contains(item.stored)) take_back(item);
-    item.version->fate = Fate::kMeanwhile;
-    item.version->reason =
-        entry == entries.end() ? "another program has removed it" : "another program has stored it";
+    item.version->end(Fate::kMeanwhile, entry == entries.end() ? "another program has removed it"
+                                                               : "another program has stored it");
   }
 }
 

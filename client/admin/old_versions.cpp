@@ -1,4 +1,4 @@
-#include "client/admin/old_versions.h"
+#include "client/admin/versions.h"
 
 #include <deque>
 #include <map>

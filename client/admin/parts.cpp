@@ -14,16 +14,12 @@ namespace admin {
 
 namespace {
 
-/// The names in a folder with their kinds; empty if it cannot be listed.
-std::vector<std::pair<std::string, sys::Kind>> names_in(const std::string& folder) {
-  std::vector<std::pair<std::string, sys::Kind>> names;
-  sys::Folder listing;
-  if (!listing.open(folder).ok()) return names;
-  sys::Entry entry;
-  while (listing.next(entry)) {
-    if (!is_unfinished(entry.name)) names.emplace_back(entry.name, entry.kind);
-  }
-  return names;
+/// The items of a folder; empty if it cannot be listed.
+std::vector<sys::Child> children_of(const std::string& folder) {
+  std::vector<sys::Child> children;
+  static_cast<void>(sys::list_sorted(folder, children));
+  std::erase_if(children, [](const sys::Child& each) { return is_unfinished(each.name); });
+  return children;
 }
 
 std::int32_t low_time(const sys::Info& info) {
@@ -49,10 +45,10 @@ class Collector {
   void kind(const std::string& folder, const std::string& prefix, bool is_root) {
     std::map<std::string, sys::Info> preload;
     const std::string copies = sys::join(folder, layout::kPreloadFolder);
-    for (const auto& [name, found] : names_in(copies)) {
+    for (const auto& [name, found] : children_of(copies)) {
       if (found == sys::Kind::kFile) preload[name] = sys::describe(sys::join(copies, name));
     }
-    for (const auto& [name, found] : names_in(folder)) {
+    for (const auto& [name, found] : children_of(folder)) {
       const bool is_kind = is_root && (name == "html" || name == "pdf");
       if (found != sys::Kind::kFolder || name == layout::kPreloadFolder || is_kind) continue;
       rendition(sys::join(folder, name), prefix + name, preload);
@@ -63,7 +59,7 @@ class Collector {
                  const std::map<std::string, sys::Info>& preload) {
     std::map<std::string, sys::Info> names;
     for (const auto& [name, info] : preload) names[name] = sys::Info();
-    for (const auto& [name, found] : names_in(folder)) {
+    for (const auto& [name, found] : children_of(folder)) {
       if (found == sys::Kind::kFile) names[name] = sys::describe(sys::join(folder, name));
       if (found == sys::Kind::kFolder) written_only(sys::join(folder, name), selector + "@" + name);
     }
@@ -76,7 +72,7 @@ class Collector {
   }
 
   void written_only(const std::string& folder, const std::string& selector) {
-    for (const auto& [name, found] : names_in(folder)) {
+    for (const auto& [name, found] : children_of(folder)) {
       if (found != sys::Kind::kFile) continue;
       Part part{m_stamp, selector, name, sys::join(folder, name), {}, {}};
       part.info = sys::describe(part.path);
@@ -117,14 +113,12 @@ std::vector<Part> parts_of(const std::string& document) {
   const std::size_t at = document.rfind(sys::kSeparator);
   const std::string folder = document.substr(0, at);
   const std::string prefix = layout::root_of_parts(document.substr(at + 1), "");
-  for (const auto& [name, kind] : names_in(folder)) {
+  for (const auto& [name, kind] : children_of(folder)) {
     if (kind != sys::Kind::kFolder || !name.starts_with(prefix)) continue;
     Collector(document, name.substr(prefix.size()), parts).run(sys::join(folder, name));
   }
-  std::sort(parts.begin(), parts.end(), [](const Part& one, const Part& other) {
-    return std::tie(one.stamp, one.rendition, one.name) <
-           std::tie(other.stamp, other.rendition, other.name);
-  });
+  std::ranges::sort(
+      parts, {}, [](const Part& each) { return std::tie(each.stamp, each.rendition, each.name); });
   return parts;
 }
 

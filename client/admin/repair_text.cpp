@@ -22,11 +22,7 @@ std::string index_text_of(const std::vector<std::string>& lines) {
   return text.empty() ? " " : text;
 }
 
-void sort_by_key(std::vector<std::string>& lines) {
-  std::stable_sort(lines.begin(), lines.end(), [](std::string_view one, std::string_view other) {
-    return key_part(one) < key_part(other);
-  });
-}
+void sort_by_key(std::vector<std::string>& lines) { std::ranges::stable_sort(lines, {}, key_part); }
 
 // ---- indexes -----------------------------------------------------------------------------------
 
@@ -111,11 +107,7 @@ std::int32_t counter_in(std::string_view text) { return index_format::parse_deci
 bool is_orphaned_parts(const FolderView& folder, std::string_view name) {
   const std::uint32_t at = folder.find(name);
   if (at == FolderView::kNone || folder.names()[at].kind != sys::Kind::kFolder) return false;
-  for (std::size_t end = name.find('_'); end != std::string_view::npos;
-       end = name.find('_', end + 1)) {
-    if (folder.find(name.substr(0, end)) != FolderView::kNone) return false;
-  }
-  return name.find('_') != std::string_view::npos;
+  return name.find('_') != std::string_view::npos && folder.document_of(name) == FolderView::kNone;
 }
 
 // ---- entries of a damaged index -----------------------------------------------------------------
@@ -160,9 +152,7 @@ std::string cleaned(std::string_view text) {
 
 /// Whether the text is a key: a name, "_" and ten digits.
 bool is_key(std::string_view key) {
-  if (key.size() <= index_format::kStampLength) return false;
-  const std::string_view stamp = key.substr(key.size() - index_format::kStampLength);
-  return stamp.front() == '_' && std::all_of(stamp.begin() + 1, stamp.end(), is_digit);
+  return key.size() > index_format::kStampLength && has_stamp(key);
 }
 
 /// The end of a physical name: a generated name ends after its digits, even if another line was
@@ -228,7 +218,7 @@ bool take(const FolderView& folder, std::string_view line, Taken& taken) {
 
 /// Whether the folder has other documents: the damage may have destroyed their names.
 bool has_more_files(const FolderView& folder, const Names& known) {
-  return std::any_of(folder.names().begin(), folder.names().end(), [&](const Name& name) {
+  return std::ranges::any_of(folder.names(), [&](const Name& name) {
     return name.kind == sys::Kind::kFile && !index_format::is_index_file(name.text) &&
            !is_unfinished(name.text) && !known.contains(name.text);
   });
@@ -269,7 +259,7 @@ class RestoredText {
  private:
   bool is_told(std::string_view text) const {
     const std::vector<std::string> told = lines_in(text);
-    return !told.empty() && std::all_of(told.begin(), told.end(), [&](const std::string& each) {
+    return !told.empty() && std::ranges::all_of(told, [&](const std::string& each) {
       return m_keys.contains(key_part(each)) || m_taken.keys.contains(key_part(each));
     });
   }

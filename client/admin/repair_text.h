@@ -14,8 +14,8 @@ namespace admin {
 
 /// The text of an index with these lines, as the library writes it.
 std::string index_text_of(const std::vector<std::string>& lines);
-/// Sorts lines by their keys, as the library does. Lines with the same key keep their order, because
-/// the first one is valid.
+/// Sorts lines by their keys, as the library does. Lines with the same key keep their order,
+/// because the first one is valid.
 void sort_by_key(std::vector<std::string>& lines);
 
 /// A line of an index that readers skip, and why.

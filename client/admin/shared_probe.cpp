@@ -88,7 +88,7 @@ LockTrial try_locks(const std::string& folder) {
   return trial;
 }
 
-// ---- what hosts need from a shared file system ---------------------------------------------------
+// ---- what hosts need from a shared file system -------------------------------------------------
 
 namespace {
 
@@ -439,8 +439,7 @@ SharedTrial try_shared(const std::string& folder, const std::string& peer) {
 }
 
 std::string mend_of(std::string_view code, const std::string& file_system) {
-  const auto check = std::find_if(kChecks.begin(), kChecks.end(),
-                                  [&](const Check& each) { return each.code == code; });
+  const auto check = std::ranges::find(kChecks, code, &Check::code);
   if (check == kChecks.end()) return {};
   return std::string((*check).*mend_on(file_system));
 }

@@ -80,7 +80,7 @@ LockTrial try_locks(const std::string& folder);
 /// The system's folder for temporary files.
 std::string temporary_folder();
 
-// ---- what hosts need from a shared file system ---------------------------------------------------
+// ---- what hosts need from a shared file system -------------------------------------------------
 
 /// Whether a shared file system has a property that the library needs.
 enum class Holds : std::uint8_t { kYes, kNo, kNotTried };

@@ -144,7 +144,7 @@ bool is_larger(const StatsGroup& one, const StatsGroup& other) {
 GroupedSpace largest(const Sums& sums, std::size_t top) {
   GroupedSpace result;
   for (const auto& [name, sum] : sums.all()) result.groups.push_back({name, sum});
-  std::sort(result.groups.begin(), result.groups.end(), is_larger);
+  std::ranges::sort(result.groups, is_larger);
   while (top != 0 && result.groups.size() > top) {
     ++result.other_groups;
     add(result.others, result.groups.back().sum);
@@ -155,9 +155,7 @@ GroupedSpace largest(const Sums& sums, std::size_t top) {
 
 std::string_view age_group(const CountedFile& file, std::int64_t now) {
   const std::int64_t age = now - file.info.modify_time;
-  return std::find_if(kAges.begin(), kAges.end(),
-                      [age](const AgeLimit& each) { return age <= each.seconds; })
-      ->name;
+  return std::ranges::lower_bound(kAges, age, {}, &AgeLimit::seconds)->name;
 }
 
 std::vector<StatsGroup> age_groups(Sums& sums) {
@@ -246,10 +244,9 @@ namespace {
 
 /// Sorts the children and merges the small ones.
 void settle(SpaceNode& node, std::size_t most) {
-  std::sort(node.children.begin(), node.children.end(),
-            [](const SpaceNode& one, const SpaceNode& other) {
-              return is_larger({one.name, one.sum}, {other.name, other.sum});
-            });
+  std::ranges::sort(node.children, [](const SpaceNode& one, const SpaceNode& other) {
+    return is_larger({one.name, one.sum}, {other.name, other.sum});
+  });
   for (const SpaceNode& child : node.children) add(node.sum, child.sum);
   if (node.children.size() <= most) return;
   SpaceNode rest;
@@ -384,11 +381,10 @@ void Forecast::finish() {
     m_owners.push_back(curve_of(start->first, all.subspan(begin, end - begin)));
     end = begin;
   }
-  std::sort(m_owners.begin(), m_owners.end(), [](const Curve& one, const Curve& other) {
+  std::ranges::sort(m_owners, [](const Curve& one, const Curve& other) {
     return std::tie(other.there.bytes, one.owner) < std::tie(one.there.bytes, other.owner);
   });
-  std::sort(m_versions.begin(), m_versions.end(),
-            [](const Version& one, const Version& other) { return one.age > other.age; });
+  std::ranges::sort(m_versions, std::greater(), &Version::age);
 }
 
 LimitFor Forecast::limit_for(std::uint64_t target) const {

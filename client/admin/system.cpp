@@ -1,5 +1,6 @@
 #include "client/admin/system.h"
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 #include <utility>
@@ -80,12 +81,28 @@ os::Status read_pieces(const std::string& path, const Locking& locking,
   }
 }
 
+os::Status list_sorted(const std::string& folder, std::vector<Child>& children) {
+  children.clear();
+  Folder listing;
+  os::Status status = listing.open(folder);
+  if (!status.ok()) return status;
+  Entry entry;
+  while (listing.next(entry)) children.push_back({std::string(entry.name), entry.kind});
+  std::ranges::sort(children, {}, &Child::name);
+  return listing.status();
+}
+
 os::Status probe_readable(const std::string& path) { return QuietFile().open(path); }
 
 std::string text_of(const os::Status& status) {
   std::string text = os::error_text(status.code());
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
   return text.empty() ? "error " + std::to_string(status.code()) : text;
+}
+
+std::string reason_of(const os::Status& status) {
+  return status.failure() == os::Failure::kLocked ? "another process has locked it"
+                                                  : text_of(status);
 }
 
 }  // namespace admin::sys
@@ -133,7 +150,7 @@ Obstacle obstacle_of_file(Obstacle::Kind what, const std::string& path) {
 }  // namespace
 
 std::string why_not_usable(const std::string& path, const os::Status& status) {
-  if (status.failure() == os::Failure::kLocked) return "another process has locked it";
+  if (status.failure() == os::Failure::kLocked) return sys::reason_of(status);
   const sys::Info info = sys::describe(path);
   if (info.kind == sys::Kind::kFolder) return "a folder is in its place";
   if (info.kind == sys::Kind::kLink) return "a link is in its place";
@@ -144,14 +161,12 @@ std::string why_not_usable(const std::string& path, const os::Status& status) {
 
 std::vector<Obstacle> obstacles_to_writing(const std::string& folder) {
   using Kind = Obstacle::Kind;
+  std::vector<Obstacle> found = {obstacle_of_folder(folder)};
   // If the folder itself is not writable, its files need not be checked.
-  if (Obstacle first = obstacle_of_folder(folder); !first.why.empty()) return {std::move(first)};
-  std::vector<Obstacle> found;
-  for (Obstacle& each : std::vector<Obstacle>{
-           obstacle_of_file(Kind::kIndex, sys::join(folder, index_format::kIndexFile)),
-           obstacle_of_file(Kind::kCounter, sys::join(folder, index_format::kCounterFile))}) {
-    if (!each.why.empty()) found.push_back(std::move(each));
-  }
+  if (!found.front().why.empty()) return found;
+  found = {obstacle_of_file(Kind::kIndex, sys::join(folder, index_format::kIndexFile)),
+           obstacle_of_file(Kind::kCounter, sys::join(folder, index_format::kCounterFile))};
+  std::erase_if(found, [](const Obstacle& each) { return each.why.empty(); });
   return found;
 }
 

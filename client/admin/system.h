@@ -50,11 +50,21 @@ os::Status read_file(const std::string& path, const Locking& locking, std::strin
 os::Status read_pieces(const std::string& path, const Locking& locking,
                        const std::function<bool(std::string_view piece)>& take);
 
+struct Child {
+  std::string name;
+  Kind kind = Kind::kMissing;
+};
+/// The names in a folder, sorted byte by byte: the order of a listing depends on the file system.
+/// After a failure @p children has the names that were read before.
+os::Status list_sorted(const std::string& folder, std::vector<Child>& children);
+
 /// Tries to open the file for reading.
 os::Status probe_readable(const std::string& path);
 
 /// The system's text for a failure, without a line end.
 std::string text_of(const os::Status& status);
+/// The same, but of a lock: that another process has it.
+std::string reason_of(const os::Status& status);
 
 }  // namespace admin::sys
 

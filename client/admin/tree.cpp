@@ -58,7 +58,7 @@ class AreaWalk {
   }
 
   bool owners(const std::string& folder) {
-    for (const Child& child : children_of(folder)) {
+    for (const sys::Child& child : children_of(folder)) {
       const std::string path = sys::join(folder, child.name);
       if (child.kind != sys::Kind::kFolder) {
         m_visitor.stray(m_area, path, child.kind);
@@ -70,7 +70,7 @@ class AreaWalk {
   }
 
   bool buckets(const std::string& owner, const std::string& folder) {
-    for (const Child& child : children_of(folder)) {
+    for (const sys::Child& child : children_of(folder)) {
       const std::string path = sys::join(folder, child.name);
       if (child.kind != sys::Kind::kFolder || !is_bucket_name(child.name)) {
         m_visitor.stray(m_area, path, child.kind);
@@ -81,24 +81,12 @@ class AreaWalk {
     return true;
   }
 
-  struct Child {
-    std::string name;
-    sys::Kind kind;
-  };
-  /// Sorted, because the order of a listing depends on the file system.
-  std::vector<Child> children_of(const std::string& folder) {
-    std::vector<Child> children;
-    sys::Folder listing;
-    os::Status status = listing.open(folder);
+  std::vector<sys::Child> children_of(const std::string& folder) {
+    std::vector<sys::Child> children;
+    const os::Status listed = sys::list_sorted(folder, children);
     // A missing folder is not a failure: it was just removed, or the area was never created.
-    if (status.failure() == os::Failure::kNotFound) return children;
-    sys::Entry entry;
-    while (status.ok() && listing.next(entry))
-      children.push_back({std::string(entry.name), entry.kind});
-    if (status.ok()) status = listing.status();
-    if (!status.ok()) m_visitor.failed(folder, status);
-    std::sort(children.begin(), children.end(),
-              [](const Child& a, const Child& b) { return a.name < b.name; });
+    if (!listed.ok() && listed.failure() != os::Failure::kNotFound)
+      m_visitor.failed(folder, listed);
     return children;
   }
 

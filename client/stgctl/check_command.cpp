@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "client/admin/check.h"
-#include "client/admin/name_snapshot.h"
+#include "client/admin/names.h"
 #include "client/admin/repair_text.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/context.h"

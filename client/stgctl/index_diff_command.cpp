@@ -3,7 +3,7 @@
 #include <map>
 
 #include "client/admin/name_restore.h"
-#include "client/admin/name_snapshot.h"
+#include "client/admin/names.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
 #include "client/stgctl/names_file.h"
@@ -59,7 +59,7 @@ Side read_now(Context& context, const SavedIndexes& other) {
   asked.locking = context.locking();
   asked.stop = &Context::interrupt_flag();
   const auto keep = [&](std::string_view text, const SavedIndex*) {
-    const SavedIndex index = admin::names_format::measure(text);
+    const SavedIndex index = admin::measure(text);
     side.texts.emplace(index.digest.low, text);
     return index;
   };

@@ -1,6 +1,6 @@
 
 
-#include "client/admin/name_snapshot.h"
+#include "client/admin/names.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/names_file.h"
 #include "client/stgctl/text.h"

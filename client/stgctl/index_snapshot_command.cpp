@@ -1,6 +1,6 @@
 
 
-#include "client/admin/name_snapshot.h"
+#include "client/admin/names.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
 #include "client/stgctl/names_file.h"
@@ -114,7 +114,7 @@ Exit run_snapshot(Context& context, const Options& options) {
     const std::uint64_t size = store ? store->file_size() : 0;
     const admin::TakenIndexes taken =
         take(context, before, [&](std::string_view text, const SavedIndex* earlier) {
-          return dry ? admin::names_format::measure(text) : store->add(text, earlier);
+          return dry ? admin::measure(text) : store->add(text, earlier);
         });
     head.unread = taken.unread;
     const Snapshot made = dry ? preview(before, taken.indexes, head, last)

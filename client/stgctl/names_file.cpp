@@ -8,7 +8,7 @@
 #include <system_error>
 
 #include "client/admin/name_restore.h"
-#include "client/admin/name_snapshot.h"
+#include "client/admin/names.h"
 #include "client/stgctl/exit_codes.h"
 #include "client/stgctl/paths.h"
 #include "client/stgctl/text.h"
@@ -223,7 +223,7 @@ SavedNames::SavedNames(Context& context) : m_context(context) {
 SavedNames::Known SavedNames::best_for(const admin::FolderView& folder) {
   Known best;
   const std::string name = admin::saved_name_of(m_context.tree(), folder.folder().path);
-  const admin::names_format::SavedIndex* last = nullptr;
+  const admin::SavedIndex* last = nullptr;
   for (const Snapshot& snapshot : m_snapshots) {
     const auto found = snapshot.indexes.find(name);
     if (found == snapshot.indexes.end() || (last != nullptr && *last == found->second)) continue;

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "client/admin/folder_view.h"
-#include "client/admin/name_store.h"
+#include "client/admin/names.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/context.h"
 #include "client/stgctl/output.h"
@@ -112,7 +112,7 @@ class SavedNames {
  private:
   struct Snapshot {
     std::uint64_t number = 0;
-    admin::names_format::SavedIndexes indexes;
+    admin::SavedIndexes indexes;
   };
 
   Context& m_context;

@@ -11,8 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "client/admin/new_versions.h"
-#include "client/admin/old_versions.h"
+#include "client/admin/versions.h"
 #include "client/stgctl/exit_codes.h"
 #include "client/stgctl/target.h"
 

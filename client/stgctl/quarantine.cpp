@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
-#include "client/admin/name_snapshot.h"
+#include "client/admin/names.h"
 #include "client/stgctl/names_file.h"
 #include "client/stgctl/new_file.h"
 #include "client/stgctl/operations.h"
@@ -72,7 +72,7 @@ QuarantineOption::QuarantineOption(Arguments app)
                  "'storage.quarantine')") {}
 
 std::string digest_of(std::string_view bytes) {
-  const admin::names_format::Digest digest = admin::names_format::digest_of(bytes);
+  const admin::Digest digest = admin::digest_of(bytes);
   return formatted("{:016x}{:016x}", digest.high, digest.low);
 }
 

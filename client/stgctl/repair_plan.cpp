@@ -10,7 +10,7 @@
 #include "client/admin/folder_view.h"
 #include "client/admin/key_files.h"
 #include "client/admin/locked_file.h"
-#include "client/admin/name_snapshot.h"
+#include "client/admin/names.h"
 #include "client/admin/repair_text.h"
 #include "client/stgctl/exit_codes.h"
 #include "client/stgctl/names_file.h"

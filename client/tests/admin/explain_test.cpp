@@ -318,7 +318,6 @@ TEST_F(AdminExplain, FindsEntriesWhereTheLibraryFindsThem) {
   const admin::Lookup found =
       admin::look_up(program_tree(), request(Area::kUser, "profile.txt"), {});
   ASSERT_TRUE(found.found);
-  EXPECT_FALSE(found.by_plain_name);
   EXPECT_EQ(found.path, admin::sys::absolute(system_form(path)));
   admin::KeyFile keys;
   ASSERT_TRUE(admin::read_key_file(found.path, {}, keys).ok());

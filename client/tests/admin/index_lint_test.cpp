@@ -1,8 +1,8 @@
 #include "client/admin/folder_view.h"
 
 #include <map>
-#include <random>
 #include <optional>
+#include <random>
 #include <string>
 #include <vector>
 

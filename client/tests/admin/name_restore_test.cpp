@@ -1,8 +1,7 @@
 #include "client/admin/name_restore.h"
 
 #include "client/admin/locked_file.h"
-#include "client/admin/name_snapshot.h"
-#include "client/admin/name_store.h"
+#include "client/admin/names.h"
 #include "client/tests/admin/tree_fixture.h"
 #include "tests/support/interrupted_save.h"
 
@@ -65,9 +64,9 @@ TEST_F(AdminRestore, WorksOnTheTextOfAnInterruptedSave) {
   // A saved key that neither text contains.
   const std::string saved = "a.kdc_0000000042/00000001\n";
   write_file(index(), interrupted_save(old_text, new_text));
-  const auto keep = [&](std::string_view kept, const admin::names_format::SavedIndex*) {
+  const auto keep = [&](std::string_view kept, const admin::SavedIndex*) {
     EXPECT_EQ(kept, new_text);
-    return admin::names_format::measure(kept);
+    return admin::measure(kept);
   };
   const auto ignore = [](const std::string&, const std::string&) {};
   EXPECT_EQ(admin::take_indexes(tree(), {}, {}, keep, ignore).indexes.size(), 1U);

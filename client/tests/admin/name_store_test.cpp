@@ -1,4 +1,4 @@
-#include "client/admin/name_store.h"
+#include "client/admin/names.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <string>
 
 #include "client/admin/name_restore.h"
-#include "client/admin/name_snapshot.h"
+#include "client/admin/names.h"
 #include "client/tests/admin/tree_fixture.h"
 
 using admin::NameStore;
@@ -30,8 +30,7 @@ class AdminNames : public ::testing::Test {
     SavedIndexes now;
     for (const auto& [name, text] : texts) {
       const auto old = before.find("user/" + name);
-      const bool same =
-          old != before.end() && old->second.digest == admin::names_format::digest_of(text);
+      const bool same = old != before.end() && old->second.digest == admin::digest_of(text);
       now["user/" + name] =
           same ? old->second : store.add(text, old == before.end() ? nullptr : &old->second);
     }
@@ -263,7 +262,7 @@ TEST_F(AdminTree, IndexesAreSavedOnceAndKeepTheirStateIfUnreadable) {
   std::vector<std::string> kept;
   const auto keep = [&](std::string_view text, const SavedIndex*) {
     kept.emplace_back(text);
-    return admin::names_format::measure(text);
+    return admin::measure(text);
   };
   const auto ignore = [](const std::string&, const std::string&) {};
   const admin::TakenIndexes first = admin::take_indexes(tree(), {}, {}, keep, ignore);

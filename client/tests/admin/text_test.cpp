@@ -116,6 +116,16 @@ TEST(AdminKeyLines, TakesNoOtherKeyForTheOne) {
   EXPECT_EQ(text, before);
 }
 
+TEST(AdminFirstLines, KeepTheFirstLineOfEachTextWhileTheyGrow) {
+  std::vector<std::string> texts;
+  for (std::size_t i = 0; i < 5000; ++i) texts.push_back("name " + std::to_string(i));
+  admin::FirstLines lines;
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    ASSERT_EQ(lines.insert(texts[i], i + 1), i + 1);
+    ASSERT_EQ(lines.insert(texts[i / 2], texts.size() + i), i / 2 + 1);
+  }
+}
+
 TEST(PortableName, KeepsNamesThatEverySystemAccepts) {
   for (const char* const name :
        {"a.kdc", "Sales Report.kdb", "50%.txt", "A%20B+C.kdb", "\xc3\xa4\xc3\xb6.kdf", ".hidden",

@@ -1,8 +1,7 @@
 // Entering and removing versions, beside others who store or use the same names.
 #include <array>
 
-#include "client/admin/new_versions.h"
-#include "client/admin/old_versions.h"
+#include "client/admin/versions.h"
 #include "client/tests/admin/tree_fixture.h"
 #include "stg_index.h"
 #include "vu_file.h"
