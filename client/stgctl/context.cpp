@@ -33,6 +33,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr std::array<const char*, 5> kLevels = {"XS", "S", "M", "L", "XL"};
+constexpr std::array<const char*, 3> kEvents = {"Success", "Warning", "Error"};
+
+const char* name_of(vu_host::trace_level level) {
+  return kLevels.at(static_cast<std::size_t>(level));
+}
+
 /// Writes the library's traces, one line each, to a file or to standard error, if --trace is given.
 /// It also keeps the last warning or error, for the client's own messages.
 class TraceLog : public vu_host::trace_sink {
@@ -40,14 +47,28 @@ class TraceLog : public vu_host::trace_sink {
   /// @param most the highest level to write; empty writes nothing. @param file empty for standard
   /// error.
   /// @throws Failure if the file cannot be written.
-  TraceLog(std::optional<vu_host::trace_level> most, const std::string& file);
-  ~TraceLog() override;
+  TraceLog(std::optional<vu_host::trace_level> most, const std::string& file)
+      : m_most(most), m_file(stderr), m_owned(most && !file.empty()) {
+    if (!m_owned) return;
+    m_file = std::fopen(file.c_str(), "ab");
+    if (m_file == nullptr)
+      fail("the trace file {} cannot be written; name another file", shown(file));
+  }
+  ~TraceLog() override {
+    if (m_owned) std::fclose(m_file);
+  }
   TraceLog(const TraceLog&) = delete;
   TraceLog& operator=(const TraceLog&) = delete;
 
   /// The last warning or error since forget_trouble(), in one line, or empty.
-  std::string trouble() const;
-  void forget_trouble();
+  std::string trouble() const {
+    const std::scoped_lock guard(m_mutex);
+    return m_trouble;
+  }
+  void forget_trouble() {
+    const std::scoped_lock guard(m_mutex);
+    m_trouble.clear();
+  }
 
   bool wants(vu_host::trace_level level) const noexcept override {
     return m_most && level <= *m_most;
@@ -56,17 +77,50 @@ class TraceLog : public vu_host::trace_sink {
     return m_most || event != vu_host::trace_event::success;
   }
   void scope_begin(const vu_host::trace_site& site, vu_host::trace_level level,
-                   std::string_view label) noexcept override;
-  void scope_end(const vu_host::trace_site& site, vu_host::trace_level level) noexcept override;
-  void scope_message(const vu_host::trace_site& site, std::string_view text) noexcept override;
+                   std::string_view label) noexcept override {
+    line(site, name_of(level), label.empty() ? site.signature : label);
+  }
+  void scope_end(const vu_host::trace_site&, vu_host::trace_level) noexcept override {}
+  void scope_message(const vu_host::trace_site& site, std::string_view text) noexcept override {
+    line(site, "scope", text);
+  }
   void record(const vu_host::trace_site& site, vu_host::trace_level level,
-              std::string_view text) noexcept override;
+              std::string_view text) noexcept override {
+    line(site, name_of(level), text);
+  }
   void event(const vu_host::trace_site& site, vu_host::trace_event event,
-             std::string_view text) noexcept override;
+             std::string_view text) noexcept override {
+    if (event != vu_host::trace_event::success) keep(text);
+    if (m_most) line(site, kEvents.at(static_cast<std::size_t>(event)), text);
+  }
 
  private:
-  void keep(std::string_view text) noexcept;
-  void line(const vu_host::trace_site& site, const char* kind, std::string_view text) noexcept;
+  void keep(std::string_view text) noexcept {
+    const std::scoped_lock guard(m_mutex);
+    try {
+      m_trouble.clear();
+      bool gap = false;
+      // In one line: the system's texts end in CR LF.
+      for (const char c : text) {
+        const bool is_blank = static_cast<unsigned char>(c) <= ' ';
+        if (!is_blank && gap && !m_trouble.empty()) m_trouble += ' ';
+        if (!is_blank) m_trouble += c;
+        gap = is_blank;
+      }
+    } catch (const std::exception&) {
+      m_trouble.clear();
+    }
+  }
+
+  void line(const vu_host::trace_site& site, const char* kind, std::string_view text) noexcept {
+    const std::scoped_lock guard(m_mutex);
+    try {
+      std::fprintf(m_file, "%s:%d %s %s\n", site.source, site.line, kind, shown(text).c_str());
+    } catch (const std::exception&) {
+      // Out of memory: the record is lost, the operation continues.
+      std::fprintf(m_file, "%s:%d %s\n", site.source, site.line, kind);
+    }
+  }
 
   std::optional<vu_host::trace_level> m_most;
   mutable std::mutex m_mutex;
@@ -74,87 +128,6 @@ class TraceLog : public vu_host::trace_sink {
   std::FILE* m_file;
   bool m_owned;
 };
-
-constexpr std::array<const char*, 5> kLevels = {"XS", "S", "M", "L", "XL"};
-constexpr std::array<const char*, 3> kEvents = {"Success", "Warning", "Error"};
-
-const char* name_of(vu_host::trace_level level) {
-  return kLevels.at(static_cast<std::size_t>(level));
-}
-
-TraceLog::TraceLog(std::optional<vu_host::trace_level> most, const std::string& file)
-    : m_most(most), m_file(stderr), m_owned(most && !file.empty()) {
-  if (!m_owned) return;
-  m_file = std::fopen(file.c_str(), "ab");
-  if (m_file == nullptr) {
-    throw Failure(Exit::kFailed,
-                  "the trace file " + shown(file) + " cannot be written; name another file");
-  }
-}
-
-TraceLog::~TraceLog() {
-  if (m_owned) std::fclose(m_file);
-}
-
-void TraceLog::scope_begin(const vu_host::trace_site& site, vu_host::trace_level level,
-                           std::string_view label) noexcept {
-  line(site, name_of(level), label.empty() ? site.signature : label);
-}
-
-void TraceLog::scope_end(const vu_host::trace_site&, vu_host::trace_level) noexcept {}
-
-void TraceLog::scope_message(const vu_host::trace_site& site, std::string_view text) noexcept {
-  line(site, "scope", text);
-}
-
-void TraceLog::record(const vu_host::trace_site& site, vu_host::trace_level level,
-                      std::string_view text) noexcept {
-  line(site, name_of(level), text);
-}
-
-void TraceLog::event(const vu_host::trace_site& site, vu_host::trace_event event,
-                     std::string_view text) noexcept {
-  if (event != vu_host::trace_event::success) keep(text);
-  if (m_most) line(site, kEvents.at(static_cast<std::size_t>(event)), text);
-}
-
-void TraceLog::keep(std::string_view text) noexcept {
-  const std::scoped_lock guard(m_mutex);
-  try {
-    m_trouble.clear();
-    bool gap = false;
-    // In one line: the system's texts end in CR LF.
-    for (const char c : text) {
-      const bool is_blank = static_cast<unsigned char>(c) <= ' ';
-      if (!is_blank && gap && !m_trouble.empty()) m_trouble += ' ';
-      if (!is_blank) m_trouble += c;
-      gap = is_blank;
-    }
-  } catch (const std::exception&) {
-    m_trouble.clear();
-  }
-}
-
-std::string TraceLog::trouble() const {
-  const std::scoped_lock guard(m_mutex);
-  return m_trouble;
-}
-
-void TraceLog::forget_trouble() {
-  const std::scoped_lock guard(m_mutex);
-  m_trouble.clear();
-}
-
-void TraceLog::line(const vu_host::trace_site& site, const char* kind,
-                    std::string_view text) noexcept {
-  const std::scoped_lock guard(m_mutex);
-  try {
-    std::fprintf(m_file, "%s:%d %s %s\n", site.source, site.line, kind, shown(text).c_str());
-  } catch (const std::exception&) {
-    // Out of memory: the record is lost, the operation continues.
-    std::fprintf(m_file, "%s:%d %s\n", site.source, site.line, kind);
-  }
-}
 
 constexpr const char* kStorageFolder = "storage";
 
@@ -231,9 +204,11 @@ const admin::Tree& Context::tree() {
   std::string why;
   m_tree = admin::locate({{}, storage(), m_options.layout}, why);
   if (m_tree) return *m_tree;
-  throw Failure(Exit::kNoTree, formatted("there is no storage tree at {} ({}); create one with "
-                                         "'stgctl init', or name another by --root or --storage",
-                                         shown(storage()), shown(why)));
+  throw Failure(
+      Exit::kNoTree,
+      "there is no storage tree at {} ({}); create one with 'stgctl init', or name another "
+      "by --root or --storage",
+      shown(storage()), shown(why));
 }
 
 void Context::take_apart(std::string& name, std::string& timestamp) {
@@ -243,8 +218,8 @@ void Context::take_apart(std::string& name, std::string& timestamp) {
   if (!version) return;
   const auto set = [&](std::string& option, const std::string& value, const char* what) {
     if (!option.empty() && option != value)
-      throw Failure(Exit::kUsage,
-                    formatted("{} names another {} than '{}'", shown(name), what, shown(option)));
+      throw Failure(Exit::kUsage, "{} names another {} than '{}'", shown(name), what,
+                    shown(option));
     option = value;
   };
   if (version->timestamp) set(timestamp, std::to_string(*version->timestamp), "timestamp");
@@ -289,14 +264,14 @@ void Context::initialise(admin::Layout layout, Adoption adoption) {
   const fs::path folder = to_path(storage());
   const bool usual = from_path(folder.filename()) == kStorageFolder;
   if (!usual && layout == admin::Layout::kFlat) {
-    throw Failure(Exit::kRefused, formatted("{}: a tree without owners can be changed only in a "
-                                            "folder named 'storage'; rename it, then use --root",
-                                            shown(storage())));
+    refuse(
+        "{}: a tree without owners can be changed only in a folder named 'storage'; rename it, "
+        "then "
+        "use --root",
+        shown(storage()));
   }
-  if (!usual && !admin::is_utf8(storage())) {
-    throw Failure(Exit::kRefused,
-                  shown(storage()) + ": the path is not UTF-8; use another path to it");
-  }
+  if (!usual && !admin::is_utf8(storage()))
+    refuse("{}: the path is not UTF-8; use another path to it", shown(storage()));
   m_host = std::make_unique<LibraryHost>(m_options);
   m_host->install(usual ? "" : storage());
   // The library must use only the named tree. Adoption also stays off when the library initialises
@@ -307,9 +282,8 @@ void Context::initialise(admin::Layout layout, Adoption adoption) {
                                 adoption == Adoption::kOn);
   }
   std::error_code error;
-  if (!fs::equivalent(to_path(from_library(vu_storage::getStoragePath())), folder, error)) {
-    throw Failure(Exit::kFailed, shown(storage()) + ": the library cannot open the tree there");
-  }
+  if (!fs::equivalent(to_path(from_library(vu_storage::getStoragePath())), folder, error))
+    fail("{}: the library cannot open the tree there", shown(storage()));
 }
 
 void Context::forget_trouble() {
@@ -333,16 +307,16 @@ void Context::confirm(std::string_view question) {
   if (m_options.yes) return;
   if (!terminal::is_terminal(terminal::Stream::kIn) ||
       !terminal::is_terminal(terminal::Stream::kErr)) {
-    throw Failure(Exit::kRefused, formatted("{} There is no terminal to answer: use --yes to do "
-                                            "it, or --dry-run to see what would be done",
-                                            question));
+    refuse(
+        "{} There is no terminal to answer: use --yes to do it, or --dry-run to see what would be "
+        "done",
+        question);
   }
   m_output.prompt(formatted("{} [y/N] ", question));
   const std::string answer = terminal::read_line();
   stop_if_interrupted();
-  if (answer != "y" && answer != "Y" && answer != "yes") {
-    throw Failure(Exit::kRefused, "not confirmed: nothing was changed");
-  }
+  if (answer != "y" && answer != "Y" && answer != "yes")
+    refuse("not confirmed: nothing was changed");
 }
 
 namespace {

@@ -92,58 +92,35 @@ struct Options {
   Flag replace{app, "--replace", "Replace a version that exists"};
 };
 
-/// How many bytes at the start of a text match a part of a pattern. The part has no stars. Returns
-/// nothing if it does not match.
-std::optional<std::size_t> width_of(std::string_view part, std::string_view text) {
-  std::size_t at = 0;
-  for (const char c : part) {
-    if (at == text.size() || (c != '?' && c != text[at])) return std::nullopt;
-    ++at;
+/// Adds the texts that the stars of a pattern match in a name. The first ones are as short as
+/// possible, which fits every name that matches at all. @return whether the name matches.
+bool match(std::string_view pattern, std::string_view name, std::vector<std::string>& stars) {
+  for (; !pattern.empty() && pattern.front() != '*'; pattern.remove_prefix(1)) {
+    const bool is_any = pattern.front() == '?';
+    if (name.empty() || (!is_any && pattern.front() != name.front())) return false;
+    name.remove_prefix(1);
     // "?" also takes the following bytes of a UTF-8 character.
-    while (c == '?' && at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80)
-      ++at;
+    while (is_any && !name.empty() && (static_cast<unsigned char>(name.front()) & 0xC0) == 0x80)
+      name.remove_prefix(1);
   }
-  return at;
-}
-
-/// The texts that the stars of a pattern match in a name; nothing if the name does not match. The
-/// first texts are as short as possible.
-std::optional<std::vector<std::string>> stars_in(std::string_view pattern, std::string_view name) {
-  std::vector<std::string> stars;
-  std::size_t star = pattern.find('*');
-  const auto first = width_of(pattern.substr(0, star), name);
-  if (!first) return std::nullopt;
-  name.remove_prefix(*first);
-  while (star != std::string_view::npos) {
-    pattern.remove_prefix(star + 1);
-    star = pattern.find('*');
-    const bool is_last = star == std::string_view::npos;
-    bool is_found = false;
-    for (std::size_t at = 0; at <= name.size() && !is_found; ++at) {
-      const auto width = width_of(pattern.substr(0, star), name.substr(at));
-      if (!width || (is_last && at + *width != name.size())) continue;
-      stars.emplace_back(name.substr(0, at));
-      name.remove_prefix(at + *width);
-      is_found = true;
-    }
-    if (!is_found) return std::nullopt;
+  if (pattern.empty()) return name.empty();
+  for (std::size_t size = 0; size <= name.size(); ++size) {
+    stars.emplace_back(name.substr(0, size));
+    if (match(pattern.substr(1), name.substr(size), stars)) return true;
+    stars.pop_back();
   }
-  return name.empty() ? std::optional(stars) : std::nullopt;
+  return false;
 }
 
-/// The pattern with its stars replaced.
-std::string filled(const std::string& pattern, const std::vector<std::string>& stars) {
-  std::string name;
-  auto star = stars.begin();
-  for (const char c : pattern) name += c == '*' ? *star++ : std::string(1, c);
-  return name;
-}
-
-/// @throws Failure kRefused if @p name does not match @p from.
+/// The pattern @p to, with the texts that the stars of @p from match in the name.
+/// @throws Failure kRefused if the name does not match @p from.
 std::string renamed(const std::string& from, const std::string& to, const std::string& name) {
-  const auto stars = stars_in(from, name);
-  if (!stars) refuse("{} cannot be matched by that pattern", shown(name));
-  return filled(to, *stars);
+  std::vector<std::string> stars;
+  if (!match(from, name, stars)) refuse("{} cannot be matched by that pattern", shown(name));
+  std::string result;
+  auto star = stars.begin();
+  for (const char c : to) result += c == '*' ? *star++ : std::string(1, c);
+  return result;
 }
 
 /// Plans all moves, and refuses any that would lose a version.

@@ -1,4 +1,4 @@
-#include "client/stgctl/quarantine.h"
+#include "client/stgctl/repair.h"
 
 #include <algorithm>
 #include <charconv>
@@ -60,8 +60,10 @@ bool is_begun(const std::string& plan) {
 std::string quarantine_folder(Context& context, const std::string& option) {
   const std::string storage = sys::absolute(context.storage());
   if (option.empty()) return storage + kEnding;
-  const std::size_t end = option.find_last_not_of(sys::kSeparator == '\\' ? "\\/" : "/");
-  const std::string folder = place_outside(context, option.substr(0, end + 1));
+  std::error_code error;
+  fs::path named = fs::absolute(to_path(option), error).lexically_normal();
+  if (!named.has_filename()) named = named.parent_path();
+  const std::string folder = place_outside(context, from_path(named));
   if (folder == storage) refuse("{} is in the tree; name a place outside the tree", shown(option));
   return folder;
 }
@@ -149,7 +151,7 @@ AppliedPlan AppliedPlan::open(Context& context, const std::string& folder, std::
       plan.path());
   std::string text;
   check(plan.m_manifest->read_all(text), plan.path());
-  plan.read(text);
+  plan.read(std::string_view(text));
   return plan;
 }
 
@@ -178,17 +180,14 @@ AppliedPlan AppliedPlan::begin(Context& context, const std::string& folder,
   return plan;
 }
 
-void AppliedPlan::read(const std::string& text) {
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t end = text.find('\n', at);
-    // A line without an end is unfinished: its writer was stopped. It is ignored.
-    if (end == std::string::npos) break;
-    const std::string_view line = std::string_view(text).substr(at, end - at);
-    const auto record = nlohmann::json::parse(line, nullptr, false);
+void AppliedPlan::read(std::string_view text) {
+  // A line without an end is unfinished: its writer was stopped. It is ignored.
+  for (std::size_t end; (end = text.find('\n')) != std::string_view::npos;) {
+    const auto record = nlohmann::json::parse(text.substr(0, end), nullptr, false);
     if (!record.is_object()) fail("{} is damaged", shown(path()));
     read(record);
-    at = end + 1;
-    m_end = at;
+    text.remove_prefix(end + 1);
+    m_end += end + 1;
   }
 }
 
@@ -222,8 +221,7 @@ void AppliedPlan::append(const Json& record) {
   if (status.ok()) status = m_manifest->flush();
   if (!status.ok()) static_cast<void>(m_manifest->cut_at(m_end));
   check(status, path());
-  m_end += line.size();
-  read(nlohmann::json::parse(line));
+  read(std::string_view(line));
 }
 
 const Step* AppliedPlan::unfinished(const Repair& repair) const {

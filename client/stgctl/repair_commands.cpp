@@ -6,7 +6,7 @@
 #include "client/stgctl/command.h"
 #include "client/stgctl/names_file.h"
 #include "client/stgctl/paths.h"
-#include "client/stgctl/repair_work.h"
+#include "client/stgctl/repair.h"
 #include "client/stgctl/report.h"
 #include "client/stgctl/text.h"
 

@@ -1,4 +1,4 @@
-#include "client/stgctl/repair_plan.h"
+#include "client/stgctl/repair.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "client/stgctl/repair_work.h"
+#include "client/stgctl/repair.h"
 
 #include <set>
 

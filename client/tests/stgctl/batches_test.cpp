@@ -127,6 +127,15 @@ TEST_F(ClientBatches, MoveToAnotherOwnerAndArea) {
   EXPECT_EQ(on_tree({"cat", "docs/anna/a.kdf@4"}).out, "1");
 }
 
+TEST_F(ClientBatches, MoveByAPatternWithSeveralStars) {
+  put("ra-b-\xC3\xA4-c.kdc", "1");
+  put("r-\xC3\xB6x.kdc", "2");
+  ASSERT_EQ(change({"mv", "--match", "r*-?*.kdc", "--to", "*+*.kdc"}).code, 0);
+  // Each star takes as little as possible; "?" takes a whole character.
+  EXPECT_EQ(get("a+-\xC3\xA4-c.kdc"), "1");
+  EXPECT_EQ(get("+x.kdc"), "2");
+}
+
 TEST_F(ClientBatches, RefuseMovesThatWouldLoseAVersion) {
   put("a1.kdc", "1");
   put("a2.kdc", "2");
