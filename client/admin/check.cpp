@@ -110,9 +110,7 @@ class FolderCheck {
           found(Code::kUnreadableIndex, index_format::kIndexFile,
                 sys::text_of(m_view.index_status()));
         return true;
-      case IndexState::kNoBytes:
-        found(Code::kEmptyIndex, index_format::kIndexFile);
-        return true;
+      case IndexState::kNoBytes: found(Code::kEmptyIndex, index_format::kIndexFile); return true;
       default:
         if (m_view.has_interrupted_save())
           found(Code::kInterruptedSave, index_format::kIndexFile,
@@ -139,9 +137,7 @@ class FolderCheck {
       return;
     }
     switch (line.verdict) {
-      case Verdict::kEntry:
-        check_entry(line);
-        break;
+      case Verdict::kEntry: check_entry(line); break;
       case Verdict::kNoFile:
         ++m_summary.unserved;
         found(Code::kLineWithoutFile, line, "physical name " + in_quotes(line.stored));
@@ -271,15 +267,9 @@ class FolderCheck {
         ++m_data_files;
         if (!m_lint.is_claimed(number)) check_unclaimed(name);
         break;
-      case sys::Kind::kFolder:
-        check_sub_folder(name);
-        break;
-      case sys::Kind::kLink:
-        found(Code::kLinkInTree, name.text);
-        break;
-      default:
-        found(Code::kStrayItem, name.text, "neither a file nor a folder");
-        break;
+      case sys::Kind::kFolder: check_sub_folder(name); break;
+      case sys::Kind::kLink: found(Code::kLinkInTree, name.text); break;
+      default: found(Code::kStrayItem, name.text, "neither a file nor a folder"); break;
     }
   }
 

@@ -20,14 +20,10 @@ namespace {
 
 std::string in_words(sys::Kind kind) {
   switch (kind) {
-    case sys::Kind::kFolder:
-      return "folder";
-    case sys::Kind::kLink:
-      return "link";
-    case sys::Kind::kFile:
-      return "file";
-    default:
-      return "something else";
+    case sys::Kind::kFolder: return "folder";
+    case sys::Kind::kLink: return "link";
+    case sys::Kind::kFile: return "file";
+    default: return "something else";
   }
 }
 
@@ -156,8 +152,7 @@ class Steps {
         return "another process has locked index.dat; the library would wait for the lock";
       case IndexState::kNoBytes:
         return "index.dat has no bytes: a writer was interrupted, and the logical names are lost";
-      default:
-        return "index.dat cannot be read: " + sys::text_of(m_view.index_status());
+      default: return "index.dat cannot be read: " + sys::text_of(m_view.index_status());
     }
   }
 

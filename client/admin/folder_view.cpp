@@ -100,14 +100,10 @@ namespace {
 
 Verdict verdict_of(LineState state) {
   switch (state) {
-    case LineState::kValid:
-      return Verdict::kEntry;
-    case LineState::kMissing:
-      return Verdict::kNoFile;
-    case LineState::kUnknown:
-      return Verdict::kUnknown;
-    case LineState::kNone:
-      break;
+    case LineState::kValid: return Verdict::kEntry;
+    case LineState::kMissing: return Verdict::kNoFile;
+    case LineState::kUnknown: return Verdict::kUnknown;
+    case LineState::kNone: break;
   }
   return Verdict::kNoSeparator;
 }

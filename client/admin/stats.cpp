@@ -166,16 +166,11 @@ std::vector<StatsGroup> age_groups(Sums& sums) {
 
 std::string_view group_of(const CountedFile& file, const StatsOptions& options) {
   switch (options.by) {
-    case GroupBy::kArea:
-      return name_of(file.area);
-    case GroupBy::kOwner:
-      return file.owner;
-    case GroupBy::kExtension:
-      return file.extension;
-    case GroupBy::kAge:
-      return age_group(file, options.now);
-    default:
-      return file.folder;
+    case GroupBy::kArea: return name_of(file.area);
+    case GroupBy::kOwner: return file.owner;
+    case GroupBy::kExtension: return file.extension;
+    case GroupBy::kAge: return age_group(file, options.now);
+    default: return file.folder;
   }
 }
 

@@ -112,12 +112,9 @@ bool expects_index(Area area) {
 
 std::string_view name_of(Layout layout) {
   switch (layout) {
-    case Layout::kOwner:
-      return "owner";
-    case Layout::kFlat:
-      return "flat";
-    default:
-      return "auto";
+    case Layout::kOwner: return "owner";
+    case Layout::kFlat: return "flat";
+    default: return "auto";
   }
 }
 
