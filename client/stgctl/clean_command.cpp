@@ -108,16 +108,11 @@ void tell(const Candidate& each, const admin::OldVersion& version, const Options
   using Fate = admin::OldVersion::Fate;
   const Subject subject = subject_of(each.entry);
   switch (version.fate) {
-    case Fate::kMeanwhile:
-      return report.skipped(subject, "used or changed since it was examined");
-    case Fate::kInUse:
-      return report.skipped(subject, "another process has it open");
-    case Fate::kFailed:
-      return report.failed(subject, version.reason);
-    case Fate::kRemoved:
-      break;
-    default:
-      return;
+    case Fate::kMeanwhile: return report.skipped(subject, "used or changed since it was examined");
+    case Fate::kInUse: return report.skipped(subject, "another process has it open");
+    case Fate::kFailed: return report.failed(subject, version.reason);
+    case Fate::kRemoved: break;
+    default: return;
   }
   const std::int64_t age = now - each.time;
   const Json fields = {{"by", options.by},    {"time", each.time},

@@ -75,8 +75,7 @@ class ExportNames {
       case admin::HoldingKind::kPart:
         return formatted("{}/{}.parts/{}/{}", m_folder, holding.timestamp, m_document,
                          m_paths.take(holding.path));
-      default:
-        return formatted("{}/{}", m_folder, m_paths.take(holding.path));
+      default: return formatted("{}/{}", m_folder, m_paths.take(holding.path));
     }
   }
 
@@ -259,12 +258,8 @@ Exit run_export(Context& context, const Options& options) {
                   shown(folder)));
   }
   const ManifestSums& sums = exporting.sums();
-  Json fields = {{"versions", sums.versions},
-                 {"parts", sums.parts},
-                 {"files", sums.files},
-                 {"bytes", sums.bytes},
-                 {"whole", is_whole}};
-  fields["folder"] = folder;
+  const Json fields = {{"versions", sums.versions}, {"parts", sums.parts}, {"files", sums.files},
+                       {"bytes", sums.bytes},       {"whole", is_whole},   {"folder", folder}};
   const Exit code = report.finish(
       fields, formatted("{}: {} versions, {} sub-parts, {} files by path", format_bytes(sums.bytes),
                         sums.versions, sums.parts, sums.files));

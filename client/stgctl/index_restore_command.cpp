@@ -152,9 +152,7 @@ class Restoring {
     m_any_told = true;
     const Subject subject = subject_in(folder.area, folder.owner, name.logical, name.timestamp);
     if (name.fate != NameFate::kRestored) return m_report.skipped(subject, name.reason);
-    Json fields;
-    fields["folder"] = folder.path;
-    fields["file"] = name.file;
+    Json fields = {{"folder", folder.path}, {"file", name.file}};
     std::string tail = shown(name.file);
     if (!name.renamed_from.empty()) {
       fields["renamed_from"] = name.renamed_from;

@@ -51,9 +51,7 @@ Exit run_init(Context& context) {
                     "the folder could not be created");
       continue;
     }
-    Json fields;
-    fields["path"] = path;
-    report.done({}, fields, shown(path));
+    report.done({}, {{"path", path}}, shown(path));
   }
   return report.finish();
 }

@@ -98,9 +98,7 @@ Exit run_inbox(Context& context) {
                     "it could not be converted; run again with --trace m to see the reason");
       continue;
     }
-    Json fields;
-    fields["new_name"] = each.to;
-    report.done(subject, fields, "to " + shown(each.to));
+    report.done(subject, {{"new_name", each.to}}, "to " + shown(each.to));
   }
   for (const std::string& name : plan.adoptions) {
     report.also_done("adopted", mail(name));

@@ -89,12 +89,9 @@ void fail(const admin::StoreError& error) {
     case Why::kMissing:
       throw Failure(Exit::kNothingMatched,
                     std::string(error.what()) + "; 'stgctl index snapshot' does that");
-    case Why::kLocked:
-      throw Failure(Exit::kLockTimeout, error.what());
-    case Why::kForeign:
-      throw Failure(Exit::kRefused, error.what());
-    default:
-      throw Failure(Exit::kFailed, error.what());
+    case Why::kLocked: throw Failure(Exit::kLockTimeout, error.what());
+    case Why::kForeign: throw Failure(Exit::kRefused, error.what());
+    default: throw Failure(Exit::kFailed, error.what());
   }
 }
 

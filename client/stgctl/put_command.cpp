@@ -93,9 +93,10 @@ class Storing {
     const Subject subject = subject_of(item);
     if (item.failure) return m_report.failed(subject, *item.failure);
     if (item.is_there) return m_report.skipped(subject, "it already exists");
-    Json fields = {{"replaced", item.old.has_value()}, {"bytes", item.size}};
-    fields["source"] = item.source;
-    m_report.done_as(item.old ? "replaced" : "stored", subject, fields, format_bytes(item.size));
+    m_report.done_as(
+        item.old ? "replaced" : "stored", subject,
+        {{"replaced", item.old.has_value()}, {"bytes", item.size}, {"source", item.source}},
+        format_bytes(item.size));
     m_report.add_bytes(item.size);
   }
 
@@ -148,12 +149,9 @@ class Planner {
         if (!m_options.as.empty())
           refuse("{} is a folder; --as names a single file", shown(source));
         return add_folder(source);
-      case sys::Kind::kMissing:
-        return leave_out(source, "there is no such file");
-      case sys::Kind::kLink:
-        return leave_out(source, "it is a link; name its target");
-      default:
-        return leave_out(source, "it is not a plain file");
+      case sys::Kind::kMissing: return leave_out(source, "there is no such file");
+      case sys::Kind::kLink: return leave_out(source, "it is a link; name its target");
+      default: return leave_out(source, "it is not a plain file");
     }
   }
 

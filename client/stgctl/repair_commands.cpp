@@ -62,10 +62,8 @@ std::string in_words(const Repair& repair) {
 void tell(ChangeReport& report, const Repair& repair, const Worked& worked) {
   const Subject subject = subject_named(repair.path);
   switch (worked.how) {
-    case Worked::How::kSkipped:
-      return report.skipped(subject, worked.text);
-    case Worked::How::kFailed:
-      return report.failed(subject, worked.text);
+    case Worked::How::kSkipped: return report.skipped(subject, worked.text);
+    case Worked::How::kFailed: return report.failed(subject, worked.text);
     default:
       return report.done(
           subject, fields_of(repair),
@@ -291,10 +289,13 @@ Exit run_list(Context& context, const QuarantineOptions& options) {
         AppliedPlan::open(context, quarantine, number, LockedFile::For::kReading);
     const PlanRecord& plan = applied.record();
     if (out.json()) {
-      Json fields = {{"record", "plan"},  {"number", number},        {"state", state_of(plan)},
-                     {"time", plan.time}, {"expires", plan.expires}, {"steps", plan.steps.size()}};
-      fields["storage"] = plan.storage;
-      out.json_line("stgctl.quarantine-list/1", fields);
+      out.json_line("stgctl.quarantine-list/1", {{"record", "plan"},
+                                                 {"number", number},
+                                                 {"state", state_of(plan)},
+                                                 {"time", plan.time},
+                                                 {"expires", plan.expires},
+                                                 {"steps", plan.steps.size()},
+                                                 {"storage", plan.storage}});
       continue;
     }
     out.print("{}  {}  {:<10}  {} repairs, until {} UTC\n",

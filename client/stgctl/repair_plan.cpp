@@ -58,10 +58,7 @@ std::optional<RepairKind> repair_named(std::string_view name) {
 }
 
 Json fields_of(const Repair& repair) {
-  Json fields;
-  fields["repair"] = name_of(repair.kind);
-  fields["code"] = repair.code;
-  fields["path"] = repair.path;
+  Json fields = {{"repair", name_of(repair.kind)}, {"code", repair.code}, {"path", repair.path}};
   if (!repair.lines.empty()) {
     fields["lines"] = names_to_json(repair.lines);
     for (std::size_t i = 0; i < repair.codes.size() && i < repair.lines.size(); ++i)
@@ -422,16 +419,12 @@ class Planning {
     switch (finding.code) {
       case Code::kFileWithoutLine:
       case Code::kPartsWithoutDocument:
-      case Code::kUnfinishedFile:
-        return plan_move(finding);
+      case Code::kUnfinishedFile: return plan_move(finding);
       case Code::kDanglingKeyLine:
-      case Code::kDanglingCategoryLine:
-        return plan_key_line(finding);
+      case Code::kDanglingCategoryLine: return plan_key_line(finding);
       case Code::kCounterBehind:
-      case Code::kCounterUnreadable:
-        return plan_counter(finding);
-      default:
-        return false;
+      case Code::kCounterUnreadable: return plan_counter(finding);
+      default: return false;
     }
   }
 

@@ -229,16 +229,11 @@ std::string quarantine(Context& context, const Repair& repair, const std::string
 std::string repair_one(Context& context, const Repair& repair, WorkPlan& work) {
   const std::string path = path_in_tree(context, repair.path);
   switch (repair.kind) {
-    case RepairKind::kRemoveLines:
-      return remove_lines(context, repair, path, work);
-    case RepairKind::kRemoveKeyLines:
-      return remove_key_lines(context, repair, path, work);
-    case RepairKind::kSetCounter:
-      return set_counter(context, repair, path, work);
-    case RepairKind::kRestoreLines:
-      return restore_lines(context, repair, path, work);
-    default:
-      return quarantine(context, repair, path, work);
+    case RepairKind::kRemoveLines: return remove_lines(context, repair, path, work);
+    case RepairKind::kRemoveKeyLines: return remove_key_lines(context, repair, path, work);
+    case RepairKind::kSetCounter: return set_counter(context, repair, path, work);
+    case RepairKind::kRestoreLines: return restore_lines(context, repair, path, work);
+    default: return quarantine(context, repair, path, work);
   }
 }
 

@@ -49,10 +49,8 @@ namespace {
 
 STG::RepositoryType type_of(admin::Area area) {
   switch (area) {
-    case admin::Area::kDocs:
-      return STG::CorporateRepository;
-    case admin::Area::kMail:
-      return STG::MailRepository;
+    case admin::Area::kDocs: return STG::CorporateRepository;
+    case admin::Area::kMail: return STG::MailRepository;
     default:
       // The type whose removals also remove the lines of the name in "attribut.txt".
       return STG::UserFilesRepository;

@@ -88,10 +88,7 @@ Exit run_list(Context& context) {
   Output& out = context.out();
   for (const auto& [name, areas] : owners) {
     if (out.json()) {
-      Json fields;
-      fields["owner"] = name;
-      fields["areas"] = Json(areas);
-      out.json_line("stgctl.user.list/1", fields);
+      out.json_line("stgctl.user.list/1", {{"owner", name}, {"areas", Json(areas)}});
     } else {
       out.print("{}  {}\n", padded(shown(name), 24), out.styled(Style::kDim, joined(areas, " ")));
     }
@@ -128,9 +125,7 @@ Exit run_rename(Context& context, const RenameOptions& options) {
   for (const admin::Area area : areas) {
     const Subject subject = subject_in(area, from);
     if (context.is_dry_run() || is_missing(context, area, from)) {
-      Json fields;
-      fields["new_owner"] = to;
-      report.done(subject, fields, "to " + shown(to));
+      report.done(subject, {{"new_owner", to}}, "to " + shown(to));
     } else {
       report.failed(subject, "the folder could not be renamed; check whether a file in it is open");
     }
