@@ -91,7 +91,7 @@ for scheme in light dark; do
   for window in 1180,1000 420,900; do
     browser "$scheme" "$window" --dump-dom "file://$scratch/probe-$scheme.html" >"$scratch/dom.html" ||
       { tail -n 5 "$scratch/browser.log" >&2; die "chromium cannot open the page: see above"; }
-    result=$(sed -n '/<pre id="probe">/,/<\/pre>/{s/.*<pre id="probe">//; s/<\/pre>.*//; p}' "$scratch/dom.html")
+    result=$(tr '\n' '\001' <"$scratch/dom.html" | sed -n 's/.*<pre id="probe">\([^<]*\)<\/pre>.*/\1/p' | tr '\001' '\n')
     case $result in
       PASSED*) say "$scheme, $window: $result" ;;
       *) die "$scheme, $window: ${result:-probe.js printed no result}" ;;
