@@ -179,8 +179,8 @@ std::string digest_of(std::string_view bytes);
 
 // ---- the work (repair_work.cpp) ----------------------------------------------------------------
 //
-// Each repair first checks that its target is still in the planned state. Each can be repeated after
-// a process was killed during it.
+// Each repair first checks that its target is still in the planned state. Each can be repeated
+// after a process was killed during it.
 
 /// The result of a repair or of its undo.
 struct Worked {

@@ -147,7 +147,7 @@ set(guarded
   "^windows\\.h$ = platform/os/os_windows.cpp platform/os/look_windows.cpp client/stgctl/terminal_windows.cpp tests/support client/tests/stgctl/program_windows.cpp lab/reliability/machine_windows.cpp lab/kit"
   "^cli/         = client/stgctl/command_line.cpp"
   "^fmt/         = client/admin/formatted.cpp"
-  "^nlohmann/    = client/stgctl/json.cpp client/stgctl/manifest.cpp client/stgctl/repair_plan.h client/stgctl/repair_plan.cpp client/stgctl/quarantine.cpp client/tests/stgctl/json_value.cpp client/tests/stgctl/repair_test.cpp lab/bench lab/kit"
+  "^nlohmann/    = client/stgctl/json.cpp client/stgctl/manifest.cpp client/stgctl/repair.h client/stgctl/repair_plan.cpp client/stgctl/quarantine.cpp client/tests/stgctl/json_value.cpp client/tests/stgctl/repair_test.cpp lab/bench lab/kit"
   "^poco/        = storage/storage_mutex.cpp storage/storage_mutex.h examples")
 
 # Third-party headers that may also be included in quotation marks.
