@@ -100,10 +100,8 @@ std::string place_of(const Finding& finding) {
 
 Json fields_of(const Finding& finding) {
   const FindingKind& kind = admin::kind_of(finding.code);
-  Json fields;
-  fields["record"] = "finding";
-  fields["code"] = kind.name;
-  fields["severity"] = admin::name_of(kind.severity);
+  Json fields = {
+      {"record", "finding"}, {"code", kind.name}, {"severity", admin::name_of(kind.severity)}};
   if (finding.area) fields["area"] = admin::name_of(*finding.area);
   fields["owner"] = finding.owner;
   fields["folder"] = finding.folder;
@@ -308,18 +306,17 @@ void CheckReport::finish(CheckSummary& summary, bool full) {
 
 void CheckReport::show_json_summary(const CheckSummary& summary, bool full,
                                     const std::vector<std::string>& next) {
-  Json fields;
-  fields["record"] = "summary";
-  fields["depth"] = full ? "full" : "quick";
-  fields["folders"] = summary.folders;
-  fields["entries"] = summary.entries;
-  fields["files"] = summary.files;
-  fields["errors"] = summary.count(Severity::kError);
-  fields["warnings"] = summary.count(Severity::kWarning);
-  fields["infos"] = summary.count(Severity::kInfo);
-  fields["interrupted"] = summary.was_stopped;
-  fields["unserved"] = summary.unserved + m_lost;
-  fields["codes"] = Json::object();
+  Json fields = {{"record", "summary"},
+                 {"depth", full ? "full" : "quick"},
+                 {"folders", summary.folders},
+                 {"entries", summary.entries},
+                 {"files", summary.files},
+                 {"errors", summary.count(Severity::kError)},
+                 {"warnings", summary.count(Severity::kWarning)},
+                 {"infos", summary.count(Severity::kInfo)},
+                 {"interrupted", summary.was_stopped},
+                 {"unserved", summary.unserved + m_lost},
+                 {"codes", Json::object()}};
   for (const FindingKind& kind : admin::finding_kinds()) {
     const std::uint64_t found = summary.findings[static_cast<std::size_t>(kind.code)];
     if (found != 0) fields["codes"][std::string(kind.name)] = found;

@@ -118,52 +118,33 @@ std::vector<std::string> area_names() {
 }
 
 void declare_global_options(CLI::App& app, GlobalOptions& options, Typed& typed) {
-  const char* const tree = "The tree";
-  app.add_option(
-         "--root", options.root,
-         "The folder that contains 'storage': the root of the library (environment: STG_ROOT)")
-      ->type_name("DIR")
-      ->group(tree);
-  app.add_option("--storage", options.storage, "The storage folder itself")
-      ->type_name("DIR")
-      ->group(tree);
-  app.add_option("--layout", typed.layout, "A folder per owner, or flat without owners")
-      ->type_name("WORD")
-      ->check(CLI::IsMember(kLayouts))
-      ->group(tree);
-  app.add_option("--area", options.area, "The area")
-      ->type_name("WORD")
-      ->check(CLI::IsMember(area_names()))
-      ->group(tree);
-  app.add_option("--owner", options.owner, "The user or domain; AREA/OWNER also names the area")
-      ->type_name("OWNER")
-      ->group(tree);
+  const char* group = "The tree";
+  const auto option = [&](const char* name, std::string& value, const char* type,
+                          const char* description) {
+    return app.add_option(name, value, description)->type_name(type)->group(group);
+  };
+  option("--root", options.root, "DIR",
+         "The folder that contains 'storage': the root of the library (environment: STG_ROOT)");
+  option("--storage", options.storage, "DIR", "The storage folder itself");
+  option("--layout", typed.layout, "WORD", "A folder per owner, or flat without owners")
+      ->check(CLI::IsMember(kLayouts));
+  option("--area", options.area, "WORD", "The area")->check(CLI::IsMember(area_names()));
+  option("--owner", options.owner, "OWNER", "The user or domain; AREA/OWNER also names the area");
 
-  const char* const shape = "Output";
-  app.add_flag("--json", options.json, "Print results as JSON")->group(shape);
-  app.add_option("--color", typed.color, "When to use colours")
-      ->type_name("WORD")
-      ->check(CLI::IsMember(kWhen))
-      ->group(shape);
-  app.add_option("--progress", typed.progress, "When to show the progress bar")
-      ->type_name("WORD")
-      ->check(CLI::IsMember(kWhen))
-      ->group(shape);
+  group = "Output";
+  app.add_flag("--json", options.json, "Print results as JSON")->group(group);
+  option("--color", typed.color, "WORD", "When to use colours")->check(CLI::IsMember(kWhen));
+  option("--progress", typed.progress, "WORD", "When to show the progress bar")
+      ->check(CLI::IsMember(kWhen));
 
-  const char* const work = "Work";
-  app.add_option("--lock-timeout", typed.lock_timeout,
-                 "How long to wait for a lock, in seconds; 'none' waits without limit (30)")
-      ->type_name("SECONDS")
-      ->check(CLI::Validator(check_timeout, ""))
-      ->group(work);
-  app.add_option("--trace", typed.trace, "Write the library's traces up to this level")
-      ->type_name("LEVEL")
-      ->check(CLI::IsMember(kLevels, CLI::ignore_case))
-      ->group(work);
-  app.add_option("--trace-file", options.trace_file,
-                 "Write the traces to this file instead of standard error")
-      ->type_name("FILE")
-      ->group(work);
+  group = "Work";
+  option("--lock-timeout", typed.lock_timeout, "SECONDS",
+         "How long to wait for a lock, in seconds; 'none' waits without limit (30)")
+      ->check(CLI::Validator(check_timeout, ""));
+  option("--trace", typed.trace, "LEVEL", "Write the library's traces up to this level")
+      ->check(CLI::IsMember(kLevels, CLI::ignore_case));
+  option("--trace-file", options.trace_file, "FILE",
+         "Write the traces to this file instead of standard error");
 }
 
 void read_typed(const Typed& typed, GlobalOptions& options) {

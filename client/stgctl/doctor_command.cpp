@@ -39,22 +39,20 @@ std::size_t count_of(const admin::SharedTrial& trial, Holds holds) {
 
 void tell_as_json(Context& context, const admin::SharedTrial& trial) {
   for (const SharedCheck& each : trial.checks) {
-    Json fields;
-    fields["record"] = "check";
-    fields["check"] = each.code;
-    fields["holds"] = admin::name_of(each.holds);
-    fields["detail"] = shown(each.detail);
-    fields["mend"] = each.mend;
+    Json fields = {{"record", "check"},
+                   {"check", each.code},
+                   {"holds", admin::name_of(each.holds)},
+                   {"detail", shown(each.detail)},
+                   {"mend", each.mend}};
     context.out().json_line(kSchema, fields);
   }
-  Json fields;
-  fields["record"] = "summary";
-  fields["folder"] = trial.folder;
-  fields["peer"] = trial.peer;
-  fields["file_system"] = trial.file_system;
-  fields["holds"] = count_of(trial, Holds::kYes);
-  fields["missing"] = count_of(trial, Holds::kNo);
-  fields["not_tried"] = count_of(trial, Holds::kNotTried);
+  Json fields = {{"record", "summary"},
+                 {"folder", trial.folder},
+                 {"peer", trial.peer},
+                 {"file_system", trial.file_system},
+                 {"holds", count_of(trial, Holds::kYes)},
+                 {"missing", count_of(trial, Holds::kNo)},
+                 {"not_tried", count_of(trial, Holds::kNotTried)}};
   context.out().json_line(kSchema, fields);
 }
 
@@ -159,24 +157,23 @@ Exit run_doctor(Context& context, const Options& options) {
   const admin::Tree& tree = context.tree();
   const Diagnosis found = diagnose(context, options);
   if (context.out().json()) {
-    Json fields;
-    fields["version"] = VU_STGCTL_VERSION;
-    fields["system"] = sys::system_name();
-    fields["encoding"] = sys::narrow_encoding();
-    fields["storage"] = tree.storage;
-    fields["layout"] = admin::name_of(tree.layout);
-    fields["file_system"] = found.system.type;
-    fields["network"] = found.system.is_network;
-    fields["read_only"] = found.system.is_read_only;
-    fields["total_bytes"] = found.system.total_bytes;
-    fields["free_bytes"] = found.system.free_bytes;
-    fields["path_limit"] = sys::kPathLimit;
-    fields["locks"] = admin::name_of(found.trial.proof);
-    fields["locks_tried_in"] = found.trial.folder;
-    fields["locks_belong_to_handles"] = found.locks_belong_to_handles;
-    fields["locks_tried_on"] = found.trial_file_system;
-    fields["locks_detail"] = shown(found.trial.detail);
-    fields["warnings"] = found.warnings;
+    Json fields = {{"version", VU_STGCTL_VERSION},
+                   {"system", sys::system_name()},
+                   {"encoding", sys::narrow_encoding()},
+                   {"storage", tree.storage},
+                   {"layout", admin::name_of(tree.layout)},
+                   {"file_system", found.system.type},
+                   {"network", found.system.is_network},
+                   {"read_only", found.system.is_read_only},
+                   {"total_bytes", found.system.total_bytes},
+                   {"free_bytes", found.system.free_bytes},
+                   {"path_limit", sys::kPathLimit},
+                   {"locks", admin::name_of(found.trial.proof)},
+                   {"locks_tried_in", found.trial.folder},
+                   {"locks_belong_to_handles", found.locks_belong_to_handles},
+                   {"locks_tried_on", found.trial_file_system},
+                   {"locks_detail", shown(found.trial.detail)},
+                   {"warnings", found.warnings}};
     context.out().json_line("stgctl.doctor/1", fields);
   } else {
     const auto line = [&](const char* what, const std::string& value) {

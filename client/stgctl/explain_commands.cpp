@@ -106,12 +106,11 @@ std::vector<std::string> served_instead(Context& context, const admin::Request& 
 
 void show_json(Context& context, What what, const admin::Request& request, const Explanation& told,
                const std::vector<std::string>& instead) {
-  Json fields;
-  fields["request"] = name_of(what);
-  fields["area"] = admin::name_of(request.area);
-  fields["owner"] = request.owner;
-  fields["name"] = request.entry;
-  fields["timestamp"] = request.timestamp;
+  Json fields = {{"request", name_of(what)},
+                 {"area", admin::name_of(request.area)},
+                 {"owner", request.owner},
+                 {"name", request.entry},
+                 {"timestamp", request.timestamp}};
   if (what == What::kPart) {
     fields["rendition"] = request.rendition;
     fields["part"] = request.part;
@@ -124,11 +123,10 @@ void show_json(Context& context, What what, const admin::Request& request, const
   fields["first_no"] = no != nullptr ? Json(no->name) : Json();
   fields["steps"] = Json::array();
   for (const Step& step : told.steps) {
-    Json each;
-    each["step"] = step.name;
-    each["answer"] = name_of(step.answer);
-    each["text"] = step.text;
-    each["values"] = Json::object();
+    Json each = {{"step", step.name},
+                 {"answer", name_of(step.answer)},
+                 {"text", step.text},
+                 {"values", Json::object()}};
     for (const auto& [name, value] : step.values) each["values"][name] = value;
     fields["steps"].push_back(std::move(each));
   }

@@ -94,13 +94,12 @@ class IndexVisitor final : public admin::Visitor {
  private:
   void show_folder(IndexState state) {
     if (m_context.out().json()) {
-      Json fields;
-      fields["record"] = "index";
-      fields["area"] = admin::name_of(m_view.folder().area);
-      fields["owner"] = m_view.folder().owner;
-      fields["folder"] = m_view.folder().path;
-      fields["state"] = name_of(state);
-      fields["bytes"] = m_view.index_text().size();
+      Json fields = {{"record", "index"},
+                     {"area", admin::name_of(m_view.folder().area)},
+                     {"owner", m_view.folder().owner},
+                     {"folder", m_view.folder().path},
+                     {"state", name_of(state)},
+                     {"bytes", m_view.index_text().size()}};
       m_context.out().json_line(schema(), fields);
       return;
     }
@@ -114,12 +113,11 @@ class IndexVisitor final : public admin::Visitor {
 
   void show_line(const LintedLine& line, const std::string& remark) {
     if (m_context.out().json()) {
-      Json fields;
-      fields["record"] = "line";
-      fields["folder"] = m_view.folder().path;
-      fields["line"] = line.number;
-      fields["verdict"] = admin::name_of(line.verdict);
-      fields["text"] = line.raw.substr(0, kMostShown);
+      Json fields = {{"record", "line"},
+                     {"folder", m_view.folder().path},
+                     {"line", line.number},
+                     {"verdict", admin::name_of(line.verdict)},
+                     {"text", line.raw.substr(0, kMostShown)}};
       if (!line.logical.empty()) {
         fields["name"] = line.logical;
         fields["timestamp"] = line.timestamp;

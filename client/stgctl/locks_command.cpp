@@ -14,13 +14,12 @@ Exit run_locks(Context& context) {
   const sys::Knowledge known = sys::find_locks(tree.storage, locks);
   for (const sys::HeldLock& lock : locks) {
     if (context.out().json()) {
-      Json fields;
-      fields["record"] = "lock";
-      fields["path"] = lock.path;
-      fields["lock"] = lock.is_exclusive ? "exclusive" : "shared";
-      fields["whole_file"] = lock.is_whole_file;
-      fields["process"] = lock.process;
-      fields["command"] = lock.command;
+      Json fields = {{"record", "lock"},
+                     {"path", lock.path},
+                     {"lock", lock.is_exclusive ? "exclusive" : "shared"},
+                     {"whole_file", lock.is_whole_file},
+                     {"process", lock.process},
+                     {"command", lock.command}};
       context.out().json_line("stgctl.locks/1", fields);
     } else {
       context.out().print("{:<9}  {:>8}  {:<16}  {}\n", lock.is_exclusive ? "exclusive" : "shared",

@@ -73,16 +73,14 @@ void append_subject(std::string& line, const admin::EntryView& entry) {
 }
 
 Json fields_of(const admin::EntryView& entry) {
-  Json fields;
-  fields["area"] = admin::name_of(entry.folder->area);
-  fields["owner"] = entry.folder->owner;
-  fields["name"] = entry.logical;
-  fields["timestamp"] = entry.timestamp;
-  fields["state"] = admin::name_of(entry.state);
-  fields["physical"] = entry.stored;
-  fields["file"] = entry.file;
-  fields["folder"] = entry.folder->path;
-  return fields;
+  return {{"area", admin::name_of(entry.folder->area)},
+          {"owner", entry.folder->owner},
+          {"name", entry.logical},
+          {"timestamp", entry.timestamp},
+          {"state", admin::name_of(entry.state)},
+          {"physical", entry.stored},
+          {"file", entry.file},
+          {"folder", entry.folder->path}};
 }
 
 void put_info(Json& object, const admin::sys::Info& info) {

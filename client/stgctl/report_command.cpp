@@ -321,16 +321,15 @@ Exit run_report(Context& context, const Options& options) {
 
   const auto count = [&](admin::Severity severity) { return data.check.count(severity); };
   if (context.out().json()) {
-    Json fields;
-    fields["file"] = options.html;
-    fields["dry_run"] = dry;
-    fields["page_bytes"] = page.size();
-    fields["files"] = data.space.stats.all.files;
-    fields["bytes"] = data.space.stats.all.bytes;
-    fields["errors"] = count(admin::Severity::kError);
-    fields["warnings"] = count(admin::Severity::kWarning);
-    fields["infos"] = count(admin::Severity::kInfo);
-    fields["whole"] = data.space.stats.failures == 0 && data.no_forecast.empty();
+    Json fields = {{"file", options.html},
+                   {"dry_run", dry},
+                   {"page_bytes", page.size()},
+                   {"files", data.space.stats.all.files},
+                   {"bytes", data.space.stats.all.bytes},
+                   {"errors", count(admin::Severity::kError)},
+                   {"warnings", count(admin::Severity::kWarning)},
+                   {"infos", count(admin::Severity::kInfo)},
+                   {"whole", data.space.stats.failures == 0 && data.no_forecast.empty()}};
     context.out().json_line("stgctl.report/1", fields);
   } else {
     context.out().print("{}  {} in {} files, {} errors, {} warnings: {} {}\n", shown(options.html),

@@ -40,23 +40,19 @@ std::string shown_group(const std::string& name, GroupBy by) {
 }
 
 void show_json(Context& context, const Stats& stats, const Options& options) {
-  Json fields;
-  fields["by"] = options.by;
-  fields["files"] = stats.all.files;
-  fields["bytes"] = stats.all.bytes;
-  fields["documents"] = json_of(stats.documents);
-  fields["parts"] = json_of(stats.parts);
-  fields["indexes"] = json_of(stats.indexes);
-  fields["unfinished"] = json_of(stats.unfinished);
-  fields["strays"] = json_of(stats.strays);
-  fields["folders"] = stats.folders;
-  fields["failures"] = stats.failures;
-  fields["groups"] = Json::array();
+  Json fields = {{"by", options.by},
+                 {"files", stats.all.files},
+                 {"bytes", stats.all.bytes},
+                 {"documents", json_of(stats.documents)},
+                 {"parts", json_of(stats.parts)},
+                 {"indexes", json_of(stats.indexes)},
+                 {"unfinished", json_of(stats.unfinished)},
+                 {"strays", json_of(stats.strays)},
+                 {"folders", stats.folders},
+                 {"failures", stats.failures},
+                 {"groups", Json::array()}};
   for (const admin::StatsGroup& group : stats.groups) {
-    Json each;
-    each["name"] = group.name;
-    each["files"] = group.sum.files;
-    each["bytes"] = group.sum.bytes;
+    Json each = {{"name", group.name}, {"files", group.sum.files}, {"bytes", group.sum.bytes}};
     fields["groups"].push_back(std::move(each));
   }
   fields["other_groups"] = stats.other_groups;

@@ -16,11 +16,10 @@ Exit run_status(Context& context) {
   std::vector<sys::HeldLock> locks;
   const sys::Knowledge known = sys::find_locks(tree.storage, locks);
   if (context.out().json()) {
-    Json fields;
-    fields["storage"] = tree.storage;
-    fields["layout"] = admin::name_of(tree.layout);
-    fields["layout_guessed"] = tree.layout_was_guessed;
-    fields["areas"] = Json::array();
+    Json fields = {{"storage", tree.storage},
+                   {"layout", admin::name_of(tree.layout)},
+                   {"layout_guessed", tree.layout_was_guessed},
+                   {"areas", Json::array()}};
     for (const admin::Area area : admin::kAreas) {
       const admin::AreaStatus& each = status.areas[static_cast<std::size_t>(area)];
       fields["areas"].push_back({{"area", admin::name_of(area)},
