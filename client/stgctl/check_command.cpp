@@ -79,10 +79,8 @@ bool is_repaired(Code code) {
     case Code::kCounterBehind:
     case Code::kCounterUnreadable:
     case Code::kPartsWithoutDocument:
-    case Code::kFileWithoutLine:
-      return true;
-    default:
-      return false;
+    case Code::kFileWithoutLine: return true;
+    default: return false;
   }
 }
 

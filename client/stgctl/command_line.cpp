@@ -22,20 +22,11 @@ void apply(CLI::Option& option, Type type, Rules rules) {
   if (type.check != nullptr) option.check(type.check);
   for (const Rule& rule : rules) {
     switch (rule.kind) {
-      case Rule::Kind::kRequired:
-        option.required();
-        break;
-      case Rule::Kind::kOneOf:
-        option.check(CLI::IsMember(rule.words));
-        break;
-      case Rule::Kind::kExcludes:
-        option.excludes(rule.words.front());
-        break;
-      case Rule::Kind::kNeeds:
-        option.needs(rule.words.front());
-        break;
-      case Rule::Kind::kInitially:
-        break;
+      case Rule::Kind::kRequired: option.required(); break;
+      case Rule::Kind::kOneOf: option.check(CLI::IsMember(rule.words)); break;
+      case Rule::Kind::kExcludes: option.excludes(rule.words.front()); break;
+      case Rule::Kind::kNeeds: option.needs(rule.words.front()); break;
+      case Rule::Kind::kInitially: break;
     }
   }
 }
@@ -81,18 +72,12 @@ const std::vector<std::string> kLevels = {"xs", "s", "m", "l", "xl"};
 
 const char* heading(Group group) {
   switch (group) {
-    case Group::kLook:
-      return "Inspect";
-    case Group::kExplain:
-      return "Explain";
-    case Group::kCheck:
-      return "Check";
-    case Group::kChange:
-      return "Change";
-    case Group::kHidden:
-      return "";
-    default:
-      return "Other";
+    case Group::kLook: return "Inspect";
+    case Group::kExplain: return "Explain";
+    case Group::kCheck: return "Check";
+    case Group::kChange: return "Change";
+    case Group::kHidden: return "";
+    default: return "Other";
   }
 }
 

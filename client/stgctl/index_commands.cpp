@@ -32,18 +32,14 @@ std::string_view name_of(IndexState state) {
 std::string remark_on(const LintedLine& line) {
   if (line.has_zeros) return "damaged: it contains zeros, which may have replaced other lines";
   switch (line.verdict) {
-    case Verdict::kNoSeparator:
-      return "skipped: no \"/\"";
-    case Verdict::kShortKey:
-      return "skipped: the key is too short for a timestamp";
-    case Verdict::kNoFile:
-      return "skipped, dangling: its file is missing";
+    case Verdict::kNoSeparator: return "skipped: no \"/\"";
+    case Verdict::kShortKey: return "skipped: the key is too short for a timestamp";
+    case Verdict::kNoFile: return "skipped, dangling: its file is missing";
     case Verdict::kUnknown:
       return "skipped and kept: the system could not check whether its file exists";
     case Verdict::kDuplicateKey:
       return formatted("skipped: line {} has the same key", line.same_key_as);
-    case Verdict::kEntry:
-      break;
+    case Verdict::kEntry: break;
   }
   if (!line.has_file) return formatted("valid, but {} does not exist", shown(line.file));
   if (line.same_stored_as != 0)

@@ -13,25 +13,18 @@ struct JsonText {
 
   static Library to_library(const Json& json) {
     switch (json.m_kind) {
-      case Json::Kind::kNull:
-        return nullptr;
-      case Json::Kind::kBool:
-        return json.m_unsigned != 0;
-      case Json::Kind::kSigned:
-        return json.m_signed;
-      case Json::Kind::kUnsigned:
-        return json.m_unsigned;
-      case Json::Kind::kReal:
-        return json.m_real;
-      case Json::Kind::kText:
-        return json.m_text;
+      case Json::Kind::kNull: return nullptr;
+      case Json::Kind::kBool: return json.m_unsigned != 0;
+      case Json::Kind::kSigned: return json.m_signed;
+      case Json::Kind::kUnsigned: return json.m_unsigned;
+      case Json::Kind::kReal: return json.m_real;
+      case Json::Kind::kText: return json.m_text;
       case Json::Kind::kArray: {
         Library array = Library::array();
         for (const Json& item : json.m_items) array.push_back(to_library(item));
         return array;
       }
-      case Json::Kind::kObject:
-        break;
+      case Json::Kind::kObject: break;
     }
     Library object = Library::object();
     auto& fields = object.get_ref<Library::object_t&>();

@@ -19,22 +19,14 @@ constexpr std::string_view kClearLine = "\r\x1b[K";
 
 std::string_view code_of(Style style) {
   switch (style) {
-    case Style::kBold:
-      return "\x1b[1m";
-    case Style::kDim:
-      return "\x1b[2m";
-    case Style::kRed:
-      return "\x1b[31m";
-    case Style::kGreen:
-      return "\x1b[32m";
-    case Style::kYellow:
-      return "\x1b[33m";
-    case Style::kBlue:
-      return "\x1b[34m";
-    case Style::kCyan:
-      return "\x1b[36m";
-    case Style::kPlain:
-      break;
+    case Style::kBold: return "\x1b[1m";
+    case Style::kDim: return "\x1b[2m";
+    case Style::kRed: return "\x1b[31m";
+    case Style::kGreen: return "\x1b[32m";
+    case Style::kYellow: return "\x1b[33m";
+    case Style::kBlue: return "\x1b[34m";
+    case Style::kCyan: return "\x1b[36m";
+    case Style::kPlain: break;
   }
   return "";
 }

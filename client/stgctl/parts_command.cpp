@@ -24,14 +24,12 @@ std::string why_text(const FoundEntry& version, const admin::Part& part) {
   if (part.is_unreachable)
     return "written under a selector with \"@\": readers look in another folder";
   switch (part.state) {
-    case admin::PartState::kForceRetrieve:
-      return "the document's time is 0: fetch it again";
+    case admin::PartState::kForceRetrieve: return "the document's time is 0: fetch it again";
     case admin::PartState::kFromPreload:
       return formatted("the preload copy of {} is newer than the part", time_or_dash(part.preload));
     case admin::PartState::kRegenerate:
       return formatted("the document of {} is newer than the part", time_or_dash(version.info));
-    default:
-      break;
+    default: break;
   }
   if (version.file.ends_with(".kdf")) return "sub-parts of .kdf documents are served as they are";
   return formatted("at least as new as the document of {}", time_or_dash(version.info));

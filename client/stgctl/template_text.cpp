@@ -121,20 +121,11 @@ std::string html(std::string_view bytes) {
   std::string text;
   for (const char c : admin::printable(bytes)) {
     switch (c) {
-      case '<':
-        text += "&lt;";
-        break;
-      case '>':
-        text += "&gt;";
-        break;
-      case '&':
-        text += "&amp;";
-        break;
-      case '"':
-        text += "&quot;";
-        break;
-      default:
-        text += c;
+      case '<': text += "&lt;"; break;
+      case '>': text += "&gt;"; break;
+      case '&': text += "&amp;"; break;
+      case '"': text += "&quot;"; break;
+      default: text += c;
     }
   }
   return text;

@@ -20,12 +20,9 @@ void note_interrupt(int) { interrupt_seen.store(true); }
 
 int descriptor(Stream stream) {
   switch (stream) {
-    case Stream::kIn:
-      return STDIN_FILENO;
-    case Stream::kOut:
-      return STDOUT_FILENO;
-    default:
-      return STDERR_FILENO;
+    case Stream::kIn: return STDIN_FILENO;
+    case Stream::kOut: return STDOUT_FILENO;
+    default: return STDERR_FILENO;
   }
 }
 

@@ -23,12 +23,9 @@ BOOL WINAPI note_interrupt(DWORD event) {
 
 HANDLE handle_of(Stream stream) {
   switch (stream) {
-    case Stream::kIn:
-      return ::GetStdHandle(STD_INPUT_HANDLE);
-    case Stream::kOut:
-      return ::GetStdHandle(STD_OUTPUT_HANDLE);
-    default:
-      return ::GetStdHandle(STD_ERROR_HANDLE);
+    case Stream::kIn: return ::GetStdHandle(STD_INPUT_HANDLE);
+    case Stream::kOut: return ::GetStdHandle(STD_OUTPUT_HANDLE);
+    default: return ::GetStdHandle(STD_ERROR_HANDLE);
   }
 }
 
