@@ -13,3 +13,13 @@ os::Listing utf8_entries(const vu_utf8string& folder);
 
 /// Like vu_file::exists(), but returns the reason and opens no trace scope.
 os::Status find_entry(const std::string& path);
+
+/// Like vu_file::copyFile() that overwrites, but waits until the copy is on the device. @return
+/// whether both succeeded.
+bool copy_and_flush(const std::string& src, const std::string& dst);
+
+/// Removes a plain file that its owner can write, and nothing else: the work of vu_file::chmodW()
+/// and vu_file::remove() in fewer system calls. An exception is traced like one of the latter.
+/// @return false if the path names no such file: then use the two functions. Otherwise check
+/// whether the file is gone.
+bool remove_plain_file(const std::string& path);

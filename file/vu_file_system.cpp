@@ -15,29 +15,34 @@ using path_text::with_separator;
 
 namespace {
 
-/// Like vu_file::is_dir(), for an entry of the open folder @p parent. Removals pass Links::kKeep:
-/// they remove a link, never its target.
-bool is_folder(const trace::Scope& operation, const std::string& path, os::Links links,
-               os::Handle parent = os::kNoHandle) {
+/// Describes an entry of the open folder @p parent, and traces like vu_file::is_dir(). Removals
+/// pass Links::kKeep: they remove a link, never its target. A missing entry is like a plain file.
+os::FileStat describe(const trace::Scope& operation, const std::string& path, os::Links links,
+                      os::Handle parent = os::kNoHandle) {
   os::FileStat found;
   const os::Status status = os::stat(os::Path(path).in(parent), found, links);
-  if (status.ok()) return found.is_directory;
+  if (status.ok()) return found;
   if (status.failure() == os::Failure::kNotFound) {
     VU_WARNING_IN(operation, "vu_file::is_dir : '", path, "' not exists");
   } else {
     VU_ERROR_IN(operation, "vu_file::is_dir '", path, "': Problem getting information");
   }
-  return false;
+  return {};
+}
+
+bool is_folder(const trace::Scope& operation, const std::string& path, os::Handle parent) {
+  return describe(operation, path, os::Links::kKeep, parent).is_directory;
 }
 
 /// Like vu_file::remove(), for an entry of an open folder.
 void remove_entry(const trace::Scope& operation, const std::string& path, os::Handle parent) {
   try {
+    const os::FileStat found = describe(operation, path, os::Links::kKeep, parent);
     // Required: the result is ignored.
-    if (is_folder(operation, path, os::Links::kKeep, parent)) {
+    if (found.is_directory) {
       static_cast<void>(os::remove_directory(os::Path(path).in(parent)));
     } else {
-      static_cast<void>(os::remove_file(os::Path(path).in(parent)));
+      static_cast<void>(os::remove_file(os::Path(path).in(parent), found));
     }
   } catch (...) {
     VU_ERROR_IN(operation, "vu_file::remove(", path, ")");
@@ -48,14 +53,13 @@ void remove_entry(const trace::Scope& operation, const std::string& path, os::Ha
 bool remove_tree(const trace::Scope& operation, const std::string& path, os::Handle parent) {
   try {
     if (!vu_file::exists(path)) return false;
-    if (!is_folder(operation, path, os::Links::kKeep, parent)) return false;
+    if (!is_folder(operation, path, parent)) return false;
     {
       const OpenFolder folder(operation, os::Path(path).in(parent), path);
       for (const os::Entry found : folder.entries(with_separator(path, Encoding::kNarrow))) {
         const std::string entry = path_text::join(path, found.name);
         if (!vu_file::exists(entry)) continue;
-        if (is_folder(operation, entry, os::Links::kKeep, folder.get()))
-          remove_tree(operation, entry, folder.get());
+        if (is_folder(operation, entry, folder.get())) remove_tree(operation, entry, folder.get());
         // Required: called also for a folder that remove_tree() has removed, to trace a warning.
         remove_entry(operation, entry, folder.get());
         VU_TRACE_XS_IN(operation, "\tpath->", entry, " is removed");
@@ -71,7 +75,47 @@ bool remove_tree(const trace::Scope& operation, const std::string& path, os::Han
   }
 }
 
+/// The copy of vu_file::copyFile(), with its records. A missing source is not recorded.
+bool copy_file(const trace::Scope& operation, const std::string& src, const std::string& dst,
+               os::IfExists if_exists, os::Flushed flushed) {
+  os::CopiedTime time = os::CopiedTime::kKept;
+  const bool copied = os::copy(src, dst, if_exists, &time, flushed).ok();
+  if (!copied && !find_entry(src).ok()) return false;
+  if (time == os::CopiedTime::kRefused)
+    VU_WARNING_IN(operation, "vu_file::copyFile : cannot set the time of ", dst);
+  // Required: the record is a success even if the copy failed.
+  VU_SUCCESS_IN(operation, "\tfrom fileSrc=", src, " to FileDest=", dst);
+  return copied;
+}
+
+void report_raising_copy(const trace::Scope& operation, const std::string& src) {
+  // sic: the source twice, two blanks
+  VU_ERROR_IN(operation, "Can't copy ", src, " file  to ", src, " file");
+}
+
 }  // namespace
+
+bool copy_and_flush(const std::string& src, const std::string& dst) {
+  VU_FILE_SCOPE("Vu_file::copyFile");
+  try {
+    return copy_file(vu_trace_scope, src, dst, os::IfExists::kReplace, os::Flushed::kYes);
+  } catch (...) {
+    report_raising_copy(vu_trace_scope, src);
+    return false;
+  }
+}
+
+bool remove_plain_file(const std::string& path) {
+  VU_FILE_SCOPE();
+  try {
+    os::FileStat found;
+    if (!os::stat(path, found, os::Links::kKeep).ok() || !found.is_writable) return false;
+    static_cast<void>(os::remove_file(path, found));
+  } catch (...) {
+    VU_ERROR("vu_file::remove(", path, ")");
+  }
+  return true;
+}
 
 // ---- queries -----------------------------------------------------------------------------------
 
@@ -122,7 +166,7 @@ int vu_file::size(const std::string& path) {
 
 bool vu_file::is_dir(const std::string& path) {
   VU_FILE_SCOPE();
-  return is_folder(vu_trace_scope, path, os::Links::kFollow);
+  return describe(vu_trace_scope, path, os::Links::kFollow).is_directory;
 }
 
 std::vector<std::string> vu_file::filenames(const std::string& dir) {
@@ -177,16 +221,10 @@ bool vu_file::copyFile(const std::string& src, const std::string& dst, bool over
   try {
     if (!exists(src)) return false;
     if (!overwrite && exists(dst)) return false;
-    os::CopiedTime time = os::CopiedTime::kKept;
-    const bool copied =
-        os::copy(src, dst, overwrite ? os::IfExists::kReplace : os::IfExists::kFail, &time).ok();
-    if (time == os::CopiedTime::kRefused)
-      VU_WARNING("vu_file::copyFile : cannot set the time of ", dst);
-    // Required: the record is a success even if the copy failed.
-    VU_SUCCESS("\tfrom fileSrc=", src, " to FileDest=", dst);
-    return copied;
+    const os::IfExists if_exists = overwrite ? os::IfExists::kReplace : os::IfExists::kFail;
+    return copy_file(vu_trace_scope, src, dst, if_exists, os::Flushed::kNo);
   } catch (...) {
-    VU_ERROR("Can't copy ", src, " file  to ", src, " file");  // sic: the source twice, two blanks
+    report_raising_copy(vu_trace_scope, src);
     return false;
   }
 }

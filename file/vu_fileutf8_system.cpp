@@ -31,10 +31,16 @@ bool entry_exists(const vu_utf8string& long_path) {
   return os::probe_search(path).ok();
 }
 
-/// Like vu_fileutf8::_is_dir(), but examines a link itself, not its target.
-bool is_folder_to_remove(const vu_utf8string& long_path, os::Handle parent) {
+/// Describes an entry that will be removed: a link itself, not its target. A missing entry is like
+/// a plain file.
+os::FileStat describe(const vu_utf8string& long_path, os::Handle parent) {
   os::FileStat found;
-  return getFileStat(long_path, found, true, os::Links::kKeep, parent) && found.is_directory;
+  getFileStat(long_path, found, true, os::Links::kKeep, parent);
+  return found;
+}
+
+bool is_folder_to_remove(const vu_utf8string& long_path, os::Handle parent) {
+  return describe(long_path, parent).is_directory;
 }
 
 vu_utf8string join(const vu_utf8string& folder, const vu_utf8string& name) {
@@ -55,8 +61,9 @@ void remove_entry(const trace::Scope& operation, const vu_utf8string& long_path,
   try {
     const ucs2string text(long_path);
     const os::Path path = os::Path(text).in(parent);
+    const os::FileStat found = describe(long_path, parent);
     const os::Status status =
-        is_folder_to_remove(long_path, parent) ? os::remove_directory(path) : os::remove_file(path);
+        found.is_directory ? os::remove_directory(path) : os::remove_file(path, found);
     if (status.ok()) {
       VU_TRACE_XS_IN(operation, "removed: ", long_path);
     } else if (quiet) {

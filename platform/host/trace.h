@@ -162,6 +162,7 @@ void emit_message(const vu_host::trace_site& site, const Pieces&... pieces) noex
   } while (false)
 #define VU_TRACE_XS_IN(scope, ...) VU_RECORD_IN(scope, vu_host::trace_level::xs, __VA_ARGS__)
 #define VU_WARNING_IN(scope, ...) VU_RECORD_IN(scope, vu_host::trace_event::warning, __VA_ARGS__)
+#define VU_SUCCESS_IN(scope, ...) VU_RECORD_IN(scope, vu_host::trace_event::success, __VA_ARGS__)
 #define VU_ERROR_IN(scope, ...) VU_RECORD_IN(scope, vu_host::trace_event::error, __VA_ARGS__)
 
 /// The same in the scope that this operation has opened.

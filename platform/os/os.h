@@ -229,6 +229,7 @@ struct FileStat {
   std::int64_t modify_time = 0;
   std::uint64_t size = 0;
   bool is_directory = false;
+  bool is_writable = false;  ///< a plain file that make_writable() would leave as it is
 };
 
 enum class Links : std::uint8_t {
@@ -243,6 +244,9 @@ enum class CopiedTime : std::uint8_t {
   kKept,
   kRefused,  ///< the target belongs to another account: its time is that of the copy
 };
+
+/// Whether a copy waits until its bytes are on the device.
+enum class Flushed : std::uint8_t { kNo, kYes };
 
 /// The functions of the system. Callers use them as os::open() and so on. Tests insert a layer with
 /// functions of the same names. The compiler finds the layer's os.h first; that file defines
@@ -312,13 +316,16 @@ Status create_directory(Path path);
 Status remove_directory(Path path);
 /// Removes one file or link. Fails for a read-only file, for every user.
 Status remove_file(Path path);
+/// The same, if stat() has just described the file. Saves a system call for a writable one.
+Status remove_file(Path path, const FileStat& found);
 /// Renames a file or folder. Fails if the new name is taken, but succeeds onto itself.
 Status rename(Path from, Path to);
 /// Copies a file with its modification time and read-only state. Fails for a folder, onto itself,
 /// onto a read-only target and against the lock of another handle. On POSIX systems the old target
 /// then stays, also if the disk is full. Any other failure removes the copy. A target of another
 /// account may allow writing, but not setting the time. Then @p time (unless null) is kRefused.
-Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time = nullptr);
+Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time = nullptr,
+            Flushed flushed = Flushed::kNo);
 
 /// Writes the buffers and times of a file to the device; the caller needs no handle. The file may
 /// be read-only.

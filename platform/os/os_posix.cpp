@@ -208,12 +208,13 @@ class FileCopy {
  public:
   FileCopy(Path from, Path to) : m_from(native(from)), m_to(native(to)) {}
 
-  Status run(IfExists if_exists, CopiedTime& time) {
+  Status run(IfExists if_exists, CopiedTime& time, Flushed flushed) {
     if (const Status opened = open_source(); !opened.ok()) return opened;
     const TransferGuard guard(m_source.get(), F_RDLCK);
     if (guard.refused()) return guard.refusal();
     if (const Status opened = open_target(if_exists); !opened.ok()) return opened;
     Status status = fill_target(time);
+    if (status.ok() && flushed == Flushed::kYes) status = result_of(::fsync(m_target.get()));
     // A network file system may report only now that its disk is full.
     if (status.ok()) status = result_of(::close(m_target.release()));
     if (!status.ok() && m_begun) remove_half_copy();
@@ -231,10 +232,16 @@ class FileCopy {
 
   /// Cuts nothing yet: the target may be the source.
   Status open_target(IfExists if_exists) {
-    constexpr int kWrite = O_WRONLY | O_CREAT | kFlags;
-    m_target = Descriptor(::open(m_to.c_str(), kWrite | O_EXCL, 0666));
-    m_existed = !m_target.valid() && errno == EEXIST && if_exists == IfExists::kReplace;
-    if (m_existed) m_target = Descriptor(::open(m_to.c_str(), kWrite, 0666));
+    const auto open = [this](int flags) {
+      m_target = Descriptor(::open(m_to.c_str(), O_WRONLY | kFlags | flags, 0666));
+      return m_target.valid();
+    };
+    const bool replaces = if_exists == IfExists::kReplace;
+    m_existed = replaces && open(0);
+    if (!m_existed && (!replaces || errno == ENOENT) && !open(O_CREAT | O_EXCL)) {
+      // Another process has just created it, or it is a link whose target is missing.
+      m_existed = errno == EEXIST && replaces && open(O_CREAT);
+    }
     if (!m_target.valid() || ::fstat(m_target.get(), &m_target_info) != 0) return fail(errno);
     if (!m_existed) return {};
     if (is_same_file(m_source_info, m_target_info)) return fail(EBUSY);
@@ -280,7 +287,10 @@ class FileCopy {
       return ::copy_file_range(m_source.get(), nullptr, m_target.get(), nullptr,
                                posix::kLargestPiece, 0);
     };
-    while (uninterrupted(copy_piece) > 0) {
+    for (::off_t copied = 0; copied < m_source_info.st_size;) {
+      const ::ssize_t piece = uninterrupted(copy_piece);
+      if (piece <= 0) break;
+      copied += piece;
     }
     constexpr std::size_t kBuffer = std::size_t{1} << 16U;
     // Not initialised: usually nothing is left to read.
@@ -495,6 +505,8 @@ Status stat(Path path, FileStat& result, Links links) {
   result.access_time = info->st_atime;
   result.modify_time = info->st_mtime;
   result.is_directory = is_folder(*info);
+  result.is_writable =
+      S_ISREG(info->st_mode) && (info->st_mode & kOwnerReadWrite) == kOwnerReadWrite;
   // For a folder the system returns the size of its list of names.
   result.size = result.is_directory ? 0 : static_cast<std::uint64_t>(info->st_size);
   return {};
@@ -549,11 +561,17 @@ Status remove_file(Path path) {
   return result_of(::unlinkat(place.base, place.name.c_str(), 0));
 }
 
+Status remove_file(Path path, const FileStat& found) {
+  if (!found.is_writable) return sys::remove_file(path);
+  const Place place = place_of(path);
+  return result_of(::unlinkat(place.base, place.name.c_str(), 0));
+}
+
 Status rename(Path from, Path to) {
   const std::string old_name = native(from);
-  const std::string new_name = native(to);
   const std::optional<FileInfo> source = entry_info(old_name);
   if (!source) return fail(errno);
+  const std::string new_name = native(to);
   if (old_name == new_name) return {};
   const std::optional<FileInfo> target = entry_info(new_name);
   if (target && is_same_file(*source, *target)) return {};
@@ -567,9 +585,9 @@ Status rename(Path from, Path to) {
   return rename_in_two_steps(old_name, new_name, *source);
 }
 
-Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time) {
+Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time, Flushed flushed) {
   CopiedTime copied_time = CopiedTime::kKept;
-  const Status status = FileCopy(from, to).run(if_exists, copied_time);
+  const Status status = FileCopy(from, to).run(if_exists, copied_time, flushed);
   if (time != nullptr) *time = copied_time;
   return status;
 }

@@ -272,6 +272,7 @@ Status stat_trimmed(const wchar_t* path, FileStat& result, Links links) {
   result.access_time = data.st_atime;
   result.modify_time = data.st_mtime;
   result.is_directory = (data.st_mode & _S_IFMT) == _S_IFDIR;
+  result.is_writable = (data.st_mode & _S_IFMT) == _S_IFREG && (data.st_mode & _S_IWRITE) != 0;
   result.size = result.is_directory ? 0 : static_cast<std::uint64_t>(data.st_size);
   return {};
 }
@@ -487,6 +488,8 @@ Status remove_file(Path path) {
   });
 }
 
+Status remove_file(Path path, const FileStat&) { return sys::remove_file(path); }
+
 /// Fails if one path is narrow and the other wide; no caller does that.
 Status rename(Path from, Path to) {
   if (from.is_wide() != to.is_wide()) return fail_runtime(EINVAL);
@@ -494,14 +497,18 @@ Status rename(Path from, Path to) {
                                           : std::rename(from.narrow(), to.narrow()));
 }
 
-Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time) {
+Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time, Flushed flushed) {
   // On Windows an account that may write a file may also set its time.
   if (time != nullptr) *time = CopiedTime::kKept;
   if (from.is_wide() != to.is_wide()) return fail(ERROR_INVALID_PARAMETER);
   const BOOL fail_if_exists = if_exists == IfExists::kFail;
-  return result_of(from.is_wide()
-                       ? CopyFileW(wide_text(from).c_str(), wide_text(to).c_str(), fail_if_exists)
-                       : CopyFileA(from.narrow(), to.narrow(), fail_if_exists));
+  const Status copied = result_of(
+      from.is_wide() ? CopyFileW(wide_text(from).c_str(), wide_text(to).c_str(), fail_if_exists)
+                     : CopyFileA(from.narrow(), to.narrow(), fail_if_exists));
+  if (!copied.ok() || flushed == Flushed::kNo) return copied;
+  // A copy that another process has removed in between was complete.
+  const Status on_device = sys::flush_file(to);
+  return on_device.failure() == Failure::kNotFound ? copied : on_device;
 }
 
 Status flush_file(Path path) {

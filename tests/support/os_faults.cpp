@@ -473,17 +473,27 @@ Status remove_file(Path path) {
   });
 }
 
+Status remove_file(Path path, const FileStat& found) {
+  return status_call({.call = Call::remove_file, .path = &path}, [&] {
+    return watched(sys::remove_file(path, found), {.call = Call::remove_file, .path = &path});
+  });
+}
+
 Status rename(Path from, Path to) {
   return status_call({.call = Call::rename, .path = &from, .to = &to}, [&] {
     return watched(sys::rename(from, to), {.call = Call::rename, .path = &from, .to = &to});
   });
 }
 
-Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time) {
-  return status_call({.call = Call::copy, .path = &from, .to = &to}, [&] {
-    return watched(sys::copy(from, to, if_exists, time),
+Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time, Flushed flushed) {
+  const Status copied = status_call({.call = Call::copy, .path = &from, .to = &to}, [&] {
+    return watched(sys::copy(from, to, if_exists, time, flushed),
                    {.call = Call::copy, .path = &from, .to = &to});
   });
+  if (!copied.ok() || flushed == Flushed::kNo) return copied;
+  // The flush is the last step of the copy. Rules apply to it as to a call of its own.
+  return status_call({.call = Call::flush_file, .path = &to},
+                     [&] { return watched(Status(), {.call = Call::flush_file, .path = &to}); });
 }
 
 Status flush_file(Path path) {

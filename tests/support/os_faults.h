@@ -43,8 +43,10 @@ Status make_writable(Path path);
 Status create_directory(Path path);
 Status remove_directory(Path path);
 Status remove_file(Path path);
+Status remove_file(Path path, const FileStat& found);
 Status rename(Path from, Path to);
-Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time = nullptr);
+Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time = nullptr,
+            Flushed flushed = Flushed::kNo);
 Status flush_file(Path path);
 
 Status short_path(const ucs2string& path, ucs2string& result);
