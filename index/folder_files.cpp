@@ -19,7 +19,8 @@ FolderFiles::FolderFiles(std::string folder, os::Listing entries) : m_folder(std
 
 void FolderFiles::take(os::Listing entries) {
   m_entries = std::move(entries);
-  m_names = EntryTable(m_entries);
+  m_names = NameIndex(m_entries.size());
+  for (std::size_t i = 0; i < m_entries.size(); ++i) m_names.add(m_names.ask(m_entries[i].name), i);
   const std::string_view names = m_entries.text();
   const bool has_patterns =
       names.find('*') != std::string_view::npos || names.find('?') != std::string_view::npos;

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "index/entry_table.h"
+#include "index/name_index.h"
 #include "platform/os/os.h"
 
 /// Whether a file exists, as far as the system can tell.
@@ -35,7 +35,7 @@ enum class Presence : std::uint8_t {
 /// Threads: one at a time, also for queries.
 class FolderFiles {
  public:
-  static constexpr std::size_t kNone = EntryTable::kNone;
+  static constexpr std::size_t kNone = NameIndex::kNone;
 
   /// The result of find().
   struct Found {
@@ -57,15 +57,15 @@ class FolderFiles {
   /// Looks up a name of the folder.
   Found find(std::string_view name);
 
-  /// The same in three steps, to look up several names at once (see EntryTable).
+  /// The same in three steps, to look up several names at once (see NameIndex).
   std::uint64_t ask(std::string_view name) {
     if (!m_listed) entries();
     return m_names.ask(name);
   }
-  void fetch(std::uint64_t hash) const { m_names.fetch(hash); }
+  void fetch(std::uint64_t hash) const { m_names.fetch(hash, name_at()); }
   /// The position of the name in the listing, or kNone.
   [[gnu::always_inline]] std::size_t listed(std::string_view name, std::uint64_t hash) const {
-    const std::size_t entry = m_names.find(name, hash);
+    const std::size_t entry = m_names.find(name, hash, name_at());
     return m_are_sure || entry == kNone || !may_be_missing(m_entries[entry]) ? entry : kNone;
   }
 
@@ -73,7 +73,7 @@ class FolderFiles {
   /// not ask whether an existence test would find it.
   std::size_t spelled(std::string_view name) {
     const std::uint64_t hash = ask(name);
-    return m_names.find(name, hash);
+    return m_names.find(name, hash, name_at());
   }
 
   /// Checks a name of the folder without the listing.
@@ -81,12 +81,17 @@ class FolderFiles {
 
  private:
   void take(os::Listing entries);
+  struct NameAt {
+    const os::Listing& entries;
+    std::string_view operator()(std::size_t entry) const { return entries[entry].name; }
+  };
+  NameAt name_at() const { return {m_entries}; }
   bool may_be_missing(os::Entry entry) const;
 
   std::string m_folder;
   bool m_listed = false;
   os::Listing m_entries;
-  EntryTable m_names;
+  NameIndex m_names;
   bool m_are_sure = false;  ///< an existence test finds all listed names
   std::string m_path;
 };

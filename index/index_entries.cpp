@@ -1,5 +1,6 @@
 #include <utility>
 
+#include "file/folder_entries.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
@@ -54,9 +55,11 @@ void trace_removal(const std::string& folder) {
 /// @return whether the file existed and is gone now.
 bool remove_if_there(const std::string& path) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  if (presence_of(path) == Presence::kMissing) return false;
-  vu_file::chmodW(path);
-  vu_file::remove(path);
+  if (!remove_plain_file(path)) {
+    if (presence_of(path) == Presence::kMissing) return false;
+    vu_file::chmodW(path);
+    vu_file::remove(path);
+  }
   if (presence_of(path) == Presence::kMissing) return true;
   VU_ERROR("STGIndex: removal of file failed: ", path);
   return false;
@@ -93,6 +96,7 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
   // then readers find both entries, even after an interruption.
   const std::string old_file = index_format::file_name_of(old_key, *old_stored);
   m_state->file_changes(old_file);
+  const std::string folder = m_folder + "\\";
   const bool replaces = _contains(newLogical, newTs);
   std::string replaced_file;
   IndexState::Taken replaced;
@@ -101,12 +105,12 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
     m_state->keep_file(replaced_file);
     if (replaces && !replaced) return;
     const IndexState::Taken made = m_state->withdraw(new_key);
-    m_state->put_back(std::move(replaced));
+    m_state->put_back(replaced);
     // The rest needs memory. The entries are already restored.
-    if (!made || m_state->is_anothers(new_key, made.stored)) return;
+    if (!made || m_state->is_anothers(new_key, std::string(made.stored))) return;
     const std::string new_file = index_format::file_name_of(new_key, made.stored);
     if (new_file == replaced_file) return;
-    remove_if_there(m_folder + "\\" + new_file);
+    remove_if_there(folder + new_file);
     trace_removal(m_folder);
   };
   bool is_copied = false;
@@ -124,7 +128,7 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
     // If the counter cannot be used, this may be the name of an existing file.
     const bool is_free = new_file != replaced_file &&
                          !m_state->is_anothers(new_key, std::string(*m_state->find(new_key)));
-    is_copied = is_free && copy_and_flush(m_folder, old_file, new_file);
+    is_copied = is_free && copy_and_flush(folder + old_file, folder + new_file);
     if (is_copied) m_state->file_is_made(new_key, {old_file, replaced_file});
   } catch (...) {
     undo();

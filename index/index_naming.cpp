@@ -96,17 +96,26 @@ bool STGIndex::alreadyInMaps(const std::string& found) const {
 void STGIndex::add_not_referenced_entry(const std::string& found) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   m_state->file_changes(found);
+  const auto path_of = [this](std::string_view name) {
+    return std::string(m_folder).append("\\").append(name);
+  };
   std::string name = found;
+  std::string path = path_of(found);
   if (name.find('.') != std::string::npos) {
     name = with_lower_case_extension(std::move(name));
+    std::string new_path = path_of(name);
     // Required: the file is renamed even if no letter changed.
-    if (!vu_file::rename(m_folder + "\\" + found, m_folder + "\\" + name)) name = found;
+    if (vu_file::rename(path, new_path)) {
+      path = std::move(new_path);
+    } else {
+      name = found;
+    }
   }
 
   const std::string key = entryAndTS(name, 0);
   const std::string physical(m_state->find(key).value_or(name));
   m_state->insert(key, physical);
-  vu_file::chmodW(m_folder + "\\" + physical);
+  vu_file::chmodW(physical == name ? path : path_of(physical));
   VU_TRACE_M(
       " STGIndex (copy manually to folder): Set need update flag to true: index.dat will be "
       "updated");

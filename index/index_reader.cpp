@@ -58,12 +58,17 @@ void find_otherwise(IndexLine& line, FolderFiles& files) {
 
 LineState state_by_listing(std::string_view key, std::string_view stored, FolderFiles& files) {
   if (!is_key(key)) return LineState::kNone;
-  const std::string_view extension = extension_of_key(key);
-  const std::string extended = std::string(stored).append(extension);
-  for (const std::string_view name : {std::string_view(extended), stored}) {
-    if (files.listed(name, files.ask(name)) != FolderFiles::kNone) return LineState::kValid;
-  }
-  return probe(key, stored, files);
+  const auto is_listed = [&](std::string_view name) {
+    return files.listed(name, files.ask(name)) != FolderFiles::kNone;
+  };
+  const auto is_extended_listed = [&] {
+    return is_listed(std::string(stored).append(extension_of_key(key)));
+  };
+  // The likelier name first.
+  const bool is_own_name = logical_of(key) == stored;
+  const bool found = is_own_name ? is_listed(stored) || is_extended_listed()
+                                 : is_extended_listed() || is_listed(stored);
+  return found ? LineState::kValid : probe(key, stored, files);
 }
 
 LineState state_by_probing(std::string_view key, std::string_view stored, FolderFiles& files) {

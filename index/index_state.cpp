@@ -4,6 +4,7 @@
 #include <exception>
 #include <utility>
 
+#include "file/folder_entries.h"
 #include "index/index_source.h"
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
@@ -11,7 +12,8 @@
 
 IndexState::IndexState(const std::string& folder)
     : m_exceptions_at_construction(std::uncaught_exceptions()),
-      m_files(std::make_shared<FolderFiles>(folder)) {}
+      m_files(std::make_shared<FolderFiles>(folder)),
+      m_texts(std::make_shared<std::pmr::monotonic_buffer_resource>()) {}
 
 void IndexState::begins_to_live() { m_exceptions_at_construction = std::uncaught_exceptions(); }
 
@@ -61,27 +63,31 @@ const IndexLine* IndexState::loaded_line(std::string_view stored) const {
     const auto at = std::find_if(m_lines.begin(), m_lines.end(), bears);
     return at == m_lines.end() ? nullptr : &*at;
   }
+  const auto name_at = [this](std::size_t line) { return m_lines[line].stored; };
   if (!m_lines_by_stored_name) {
-    LinesByStoredName lines;
-    lines.reserve(m_lines.size());
-    for (const IndexLine& line : m_lines) {
-      if (line.state == LineState::kValid) lines.emplace(line.stored, &line);
+    NameIndex index(m_lines.size());
+    for (std::size_t i = 0; i < m_lines.size(); ++i) {
+      if (m_lines[i].state != LineState::kValid) continue;
+      const std::uint64_t hash = index.ask(m_lines[i].stored);
+      if (index.find(m_lines[i].stored, hash, name_at) == NameIndex::kNone) index.add(hash, i);
     }
-    m_lines_by_stored_name = std::move(lines);
+    m_lines_by_stored_name = std::move(index);
   }
-  const auto at = m_lines_by_stored_name->find(stored);
-  return at == m_lines_by_stored_name->end() ? nullptr : at->second;
+  const NameIndex& index = *m_lines_by_stored_name;
+  const std::size_t line = index.find(stored, index.ask(stored), name_at);
+  return line == NameIndex::kNone ? nullptr : &m_lines[line];
 }
 
 std::optional<std::string_view> IndexState::find(std::string_view key) const {
-  if (const auto change = m_by_key.find(key); change != m_by_key.end()) return change->second;
+  if (const std::size_t change = m_by_key.find(key); change != Changes::kNone)
+    return m_by_key[change].value;
   const IndexLine* const line = loaded_entry(key);
   return line != nullptr ? std::optional(line->stored) : std::nullopt;
 }
 
 std::optional<std::string_view> IndexState::way_back_of(std::string_view stored) const {
-  const auto change = m_by_stored_name.find(stored);
-  if (change != m_by_stored_name.end()) return change->second;
+  if (const std::size_t change = m_by_stored_name.find(stored); change != Changes::kNone)
+    return m_by_stored_name[change].value;
   const IndexLine* const line = loaded_line(stored);
   return line != nullptr ? std::optional(line->key) : std::nullopt;
 }
@@ -100,7 +106,7 @@ IndexState::NameMap IndexState::by_stored_name() const {
   for (const IndexLine& line : m_lines) {
     if (line.state == LineState::kValid) enter(line.stored);
   }
-  for (const auto& [stored, key] : m_by_stored_name) enter(stored);
+  for (const Changes::Change& change : m_by_stored_name.all()) enter(change.name);
   return result;
 }
 
@@ -116,80 +122,90 @@ const IndexLine* IndexState::unknown_line(const std::string& key) const {
 
 // ---- changes -----------------------------------------------------------------------------------
 
-IndexState::Changes::iterator IndexState::change_of_key(std::string_view key) {
-  // A clean changes entries in the order of their keys: try the end first.
-  const bool is_last = m_by_key.empty() || m_by_key.rbegin()->first < key;
-  const auto at = is_last ? m_by_key.end() : m_by_key.lower_bound(key);
-  return at != m_by_key.end() && at->first == key ? at : m_by_key.emplace_hint(at, key, find(key));
+std::string_view IndexState::kept(std::string_view text) {
+  auto* const bytes = static_cast<char*>(m_texts->allocate(text.size(), 1));
+  std::copy(text.begin(), text.end(), bytes);
+  return {bytes, text.size()};
 }
 
-IndexState::Changes::iterator IndexState::change_of_stored_name(std::string_view stored) {
-  const auto at = m_by_stored_name.lower_bound(stored);
-  return at != m_by_stored_name.end() && at->first == stored
-             ? at
-             : m_by_stored_name.emplace_hint(at, stored, way_back_of(stored));
+std::size_t IndexState::change_of_key(std::string_view key) {
+  if (const std::size_t change = m_by_key.find(key); change != Changes::kNone) return change;
+  const IndexLine* const line = loaded_entry(key);
+  return line != nullptr ? m_by_key.add(line->key, line->stored)
+                         : m_by_key.add(kept(key), std::nullopt);
 }
 
-void IndexState::insert(const std::string& key, const std::string& stored) {
-  m_doubtful.insert(key);
+std::size_t IndexState::change_of_stored_name(std::string_view stored) {
+  const std::size_t change = m_by_stored_name.find(stored);
+  if (change != Changes::kNone) return change;
+  const IndexLine* const line = loaded_line(stored);
+  return line != nullptr ? m_by_stored_name.add(line->stored, line->key)
+                         : m_by_stored_name.add(kept(stored), std::nullopt);
+}
+
+void IndexState::insert(std::string_view key, std::string_view stored) {
   add(key, stored);
+  m_by_key[change_of_key(key)].is_doubtful = true;
 }
 
 void IndexState::add(std::string_view key, std::string_view stored) {
-  if (std::optional<std::string>& name = change_of_key(key)->second; !name) name = stored;
-  lead_back(stored, key);
+  const std::size_t back = change_of_stored_name(stored);
+  Changes::Change& name = m_by_key[change_of_key(key)];
+  if (!name.value) name.value = m_by_stored_name[back].name;
+  if (std::optional<std::string_view>& way = m_by_stored_name[back].value; !way) way = name.name;
 }
 
-void IndexState::lead_back(std::string_view stored, std::string_view key) {
-  if (std::optional<std::string>& back = change_of_stored_name(stored)->second; !back) back = key;
-}
-
-IndexState::Taken IndexState::take(const std::string& key) {
-  const auto by_key = change_of_key(key);
-  const auto by_stored_name = change_of_stored_name(*by_key->second);
-  m_erased.emplace_back(key, *by_key->second);
+IndexState::Taken IndexState::take(std::string_view key) {
+  const std::size_t by_key = change_of_key(key);
+  const std::string_view stored = *m_by_key[by_key].value;
+  const std::size_t by_stored_name = change_of_stored_name(stored);
+  m_erased.emplace_back(m_by_key[by_key].name, stored);
   // Nothing below throws.
-  m_made.erase(key);
+  forget_making(key);
   return take_out(by_key, by_stored_name);
 }
 
-IndexState::Taken IndexState::withdraw(const std::string& key) noexcept {
-  m_made.erase(key);
-  const auto by_key = m_by_key.find(key);
-  if (by_key == m_by_key.end() || !by_key->second) return {};
-  const auto back = m_by_stored_name.find(*by_key->second);
-  const bool leads_here = back != m_by_stored_name.end() && back->second == key;
-  return take_out(by_key, leads_here ? std::optional(back) : std::nullopt);
+IndexState::Taken IndexState::withdraw(std::string_view key) noexcept {
+  forget_making(key);
+  const std::size_t by_key = m_by_key.find(key);
+  if (by_key == Changes::kNone || !m_by_key[by_key].value) return {};
+  const std::size_t back = m_by_stored_name.find(*m_by_key[by_key].value);
+  const bool leads_here = back != Changes::kNone && m_by_stored_name[back].value == key;
+  return take_out(by_key, leads_here ? back : Changes::kNone);
 }
 
-IndexState::Taken IndexState::take_out(Changes::iterator by_key,
-                                       std::optional<Changes::iterator> by_stored_name) noexcept {
+void IndexState::forget_making(std::string_view key) noexcept {
+  const auto made = m_made.find(key);
+  if (made != m_made.end()) m_made.erase(made);
+}
+
+IndexState::Taken IndexState::take_out(std::size_t by_key, std::size_t by_stored_name) noexcept {
   Taken entry;
-  entry.stored = *std::exchange(by_key->second, std::nullopt);
-  if (by_stored_name) entry.way_back = std::exchange((*by_stored_name)->second, std::nullopt);
+  entry.stored = *std::exchange(m_by_key[by_key].value, std::nullopt);
+  if (by_stored_name != Changes::kNone)
+    entry.way_back = std::exchange(m_by_stored_name[by_stored_name].value, std::nullopt);
   entry.by_key = by_key;
   entry.by_stored_name = by_stored_name;
   return entry;
 }
 
-void IndexState::put_back(Taken&& entry) noexcept {
+void IndexState::put_back(const Taken& entry) noexcept {
   if (!entry) return;
-  if (entry.by_stored_name && entry.way_back)
-    (*entry.by_stored_name)->second = std::move(entry.way_back);
-  (*entry.by_key)->second = std::move(entry.stored);
+  if (entry.way_back) m_by_stored_name[entry.by_stored_name].value = entry.way_back;
+  m_by_key[entry.by_key].value = entry.stored;
 }
 
 void IndexState::replace(std::string_view key, std::string_view stored) {
-  std::optional<std::string>& name = change_of_key(key)->second;
-  change_of_stored_name(*name)->second.reset();
-  name = stored;
-  lead_back(stored, key);
+  const std::size_t back = change_of_stored_name(stored);
+  Changes::Change& name = m_by_key[change_of_key(key)];
+  m_by_stored_name[change_of_stored_name(*name.value)].value.reset();
+  name.value = m_by_stored_name[back].name;
+  if (std::optional<std::string_view>& way = m_by_stored_name[back].value; !way) way = name.name;
 }
 
 void IndexState::file_is_made(const std::string& key, Making how) {
   // Creates both changes now, so that withdraw() needs no memory.
-  if (const std::optional<std::string>& name = change_of_key(key)->second)
-    change_of_stored_name(*name);
+  if (const auto& name = m_by_key[change_of_key(key)].value) change_of_stored_name(*name);
   m_made.insert_or_assign(key, std::move(how));
 }
 
@@ -241,8 +257,10 @@ bool IndexState::remove_for_good(const std::string& file, IfItStays if_it_stays,
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   try {
     const std::string path = folder() + "\\" + file;
-    vu_file::chmodW(path);
-    vu_file::remove(path);
+    if (!remove_plain_file(path)) {
+      vu_file::chmodW(path);
+      vu_file::remove(path);
+    }
     if (presence_of(path) == Presence::kMissing) return true;
     if (if_it_stays == IfItStays::kError) VU_ERROR("STGIndex: removal of file failed: ", path);
   } catch (...) {
@@ -264,20 +282,12 @@ void IndexState::file_is_gone(const std::string& name) {
 }
 
 void IndexState::set_maps(const NameMap& by_key, const NameMap& by_stored_name) {
-  for (const auto& [key, stored] : by_key) m_doubtful.insert(key);
   m_entries = {};
   m_lines = {};
   m_lines_by_stored_name.reset();
-  m_by_key = Changes(by_key.begin(), by_key.end());
-  m_by_stored_name = Changes(by_stored_name.begin(), by_stored_name.end());
-}
-
-bool copy_and_flush(const std::string& folder, const std::string& from, const std::string& to) {
-  constexpr int kAttempts = 3;
-  const std::string target = folder + "\\" + to;
-  for (int i = 0; i < kAttempts && vu_file::copyFile(folder + "\\" + from, target, true); ++i) {
-    const os::Status flushed = os::flush_file(target);
-    if (flushed.failure() != os::Failure::kNotFound) return flushed.ok();
-  }
-  return false;
+  m_by_key = {};
+  m_by_stored_name = {};
+  for (const auto& [key, stored] : by_key)
+    m_by_key[m_by_key.add(kept(key), kept(stored))].is_doubtful = true;
+  for (const auto& [stored, key] : by_stored_name) m_by_stored_name.add(kept(stored), kept(key));
 }

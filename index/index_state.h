@@ -6,25 +6,25 @@
 #include <exception>
 #include <map>
 #include <memory>
+#include <memory_resource>
 #include <optional>
-#include <set>
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "file/handle_core.h"
 #include "file/replacement.h"
+#include "index/changes.h"
 #include "index/index_reader.h"
+#include "index/name_index.h"
 
 /// The memory of an index instance: the entries that were loaded, and the changes since.
 ///
 /// The loaded entries are the lines of the text in the order of their keys; none is copied. Two
-/// maps contain the changes: from key to physical name, and from physical name to key. An empty
-/// value means that the entry is removed. The cost of an operation is one pass over the text at the
-/// load, one at the save, and its changes.
+/// lists contain the changes: from key to physical name, and from physical name to key. The cost of
+/// an operation is one pass over the text at the load, one at the save, and its changes.
 ///
 /// Order of calls: load() if there is an index.dat; queries and changes; `save_index` (saving.h) if
 /// something changed; then nothing more. A rename removes the entry that it replaces with take(),
@@ -33,11 +33,13 @@
 /// Errors: std::bad_alloc only. If take() throws, it has changed nothing. withdraw(), put_back()
 /// and keep_file() need no memory and do not throw.
 ///
-/// Threads: one at a time. Copies share the listing of the folder, so they count as one object.
+/// Threads: one at a time. Copies share the listing of the folder and the texts of the changes, so
+/// they count as one object.
 class IndexState {
  public:
   using NameMap = std::map<std::string, std::string>;
-  using Entry = std::pair<std::string, std::string>;
+  /// A key and its physical name; views that are valid as long as the state.
+  using Entry = std::pair<std::string_view, std::string_view>;
 
   /// What is traced if the system does not remove a file.
   enum class IfItStays : std::uint8_t { kNothing, kError };
@@ -62,11 +64,11 @@ class IndexState {
 
   // ---- entries -------------------------------------------------------------------------------
 
-  /// The physical name of an entry; nothing if the entry is missing, dangling or unknown. Valid
-  /// until that entry changes.
+  /// The physical name of an entry; nothing if the entry is missing, dangling or unknown. Valid as
+  /// long as the state.
   std::optional<std::string_view> find(std::string_view key) const;
   /// The key to which a physical name leads; if several entries have that name, the key of the
-  /// first one. Valid until that entry changes.
+  /// first one. Valid as long as the state.
   std::optional<std::string_view> way_back_of(std::string_view stored) const;
 
   /// Visits the entries in byte-wise order of their keys. Calls run(lines) for consecutive loaded
@@ -75,15 +77,12 @@ class IndexState {
   template <class Run, class Changed>
   void walk(Run run, Changed changed) const {
     std::span<const IndexLine> rest = m_entries;
-    for (const auto& [key, stored] : m_by_key) {
-      const auto at = std::lower_bound(
-          rest.begin(), rest.end(), key,
-          [](const IndexLine& line, const std::string& wanted) { return line.key < wanted; });
-      const auto before = static_cast<std::size_t>(at - rest.begin());
+    for (const auto& [key, position] : m_by_key.in_order()) {
+      const std::size_t before = lines_before(rest, key);
       if (before != 0) run(rest.first(before));
       rest = rest.subspan(before);
       if (!rest.empty() && rest.front().key == key) rest = rest.subspan(1);
-      if (stored) changed(std::string_view(key), std::string_view(*stored));
+      if (const auto& stored = m_by_key[position].value) changed(key, *stored);
     }
     if (!rest.empty()) run(rest);
   }
@@ -120,26 +119,24 @@ class IndexState {
 
   /// Adds an entry. A key that has a physical name keeps it, and a physical name that leads to a
   /// key keeps that key. The save judges the entry.
-  void insert(const std::string& key, const std::string& stored);
+  void insert(std::string_view key, std::string_view stored);
   /// The same for an entry that has just been judged.
   void add(std::string_view key, std::string_view stored);
-  /// Keys to physical names, or physical names to keys; without a value if the entry is removed.
-  using Changes = std::map<std::string, std::optional<std::string>, std::less<>>;
   /// A removed entry, or nothing. put_back() restores it without new memory.
   struct Taken {
-    std::string stored;
-    std::optional<std::string> way_back;  ///< the key to which the physical name led
-    std::optional<Changes::iterator> by_key;
-    std::optional<Changes::iterator> by_stored_name;
-    explicit operator bool() const { return by_key.has_value(); }
+    std::string_view stored;
+    std::optional<std::string_view> way_back;  ///< the key to which the physical name led
+    std::size_t by_key = Changes::kNone;       ///< the positions of the changes
+    std::size_t by_stored_name = Changes::kNone;
+    explicit operator bool() const { return by_key != Changes::kNone; }
   };
   /// Removes an entry that find() finds, before the caller removes its file. If the file stays, the
   /// save restores the entry. If take() throws, nothing has changed.
-  Taken take(const std::string& key);
+  Taken take(std::string_view key);
   /// Undoes insert(), complete or not. Returns nothing if no entry has the key.
-  Taken withdraw(const std::string& key) noexcept;
+  Taken withdraw(std::string_view key) noexcept;
   /// Undoes take(). No entry may have the key in between.
-  void put_back(Taken&& entry) noexcept;
+  void put_back(const Taken& entry) noexcept;
   /// Gives an entry the physical name that another process wrote for its key. The file of the old
   /// physical name is gone, the file of the new one exists.
   void replace(std::string_view key, std::string_view stored);
@@ -196,14 +193,24 @@ class IndexState {
   const IndexLine* loaded_entry(std::string_view key) const;
   /// The first valid line with this physical name, or null.
   const IndexLine* loaded_line(std::string_view stored) const;
-  /// The change of a key or of a physical name. A new one begins with the current value.
-  Changes::iterator change_of_key(std::string_view key);
-  Changes::iterator change_of_stored_name(std::string_view stored);
-  /// Maps the physical name to the key, unless it is mapped to a key already.
-  void lead_back(std::string_view stored, std::string_view key);
+  /// How many of the lines come before a key.
+  static std::size_t lines_before(std::span<const IndexLine> lines, std::string_view key) {
+    // A clean changes one entry after the other.
+    if (lines.empty() || !(lines.front().key < key)) return 0;
+    const auto at = std::lower_bound(
+        lines.begin(), lines.end(), key,
+        [](const IndexLine& line, std::string_view wanted) { return line.key < wanted; });
+    return static_cast<std::size_t>(at - lines.begin());
+  }
+  /// A copy of a text that is valid as long as the state.
+  std::string_view kept(std::string_view text);
+  /// The position of the change of a key or of a physical name. A new one begins with the current
+  /// value.
+  std::size_t change_of_key(std::string_view key);
+  std::size_t change_of_stored_name(std::string_view stored);
+  void forget_making(std::string_view key) noexcept;
   /// Empties both changes.
-  static Taken take_out(Changes::iterator by_key,
-                        std::optional<Changes::iterator> by_stored_name) noexcept;
+  Taken take_out(std::size_t by_key, std::size_t by_stored_name) noexcept;
   /// @return whether the file is gone.
   bool remove_for_good(const std::string& file, IfItStays if_it_stays,
                        std::exception_ptr& raised) const;
@@ -213,22 +220,18 @@ class IndexState {
   std::shared_ptr<const Loaded> m_loaded;
   std::span<const IndexLine> m_entries;  ///< of the loaded text, by key
   std::span<const IndexLine> m_lines;    ///< all its lines, in the order of the text
-  /// Physical name -> line. Built for the fifth search; the first ones go through m_lines.
-  using LinesByStoredName = std::unordered_map<std::string_view, const IndexLine*>;
-  mutable std::optional<LinesByStoredName> m_lines_by_stored_name;
+  /// Finds m_lines by physical name. Built for the fifth search; the first ones go through m_lines.
+  mutable std::optional<NameIndex> m_lines_by_stored_name;
   mutable std::size_t m_searches = 0;
   mutable std::size_t m_last_found = 0;  ///< position in m_entries
 
+  /// The texts of the changes that are not in the loaded text. Shared by copies.
+  std::shared_ptr<std::pmr::monotonic_buffer_resource> m_texts;
   Changes m_by_key;
   Changes m_by_stored_name;
   std::vector<Entry> m_erased;
-  std::map<std::string, Making> m_made;  // by key
+  std::map<std::string, Making, std::less<>> m_made;  // by key
   std::map<std::string, IfItStays> m_files_to_remove;
-  EntrySet m_changed;                             // positions in the listing
-  EntrySet m_gone;                                // positions in the listing
-  std::set<std::string, std::less<>> m_doubtful;  // keys whose lines the save judges again
+  EntrySet m_changed;  // positions in the listing
+  EntrySet m_gone;     // positions in the listing
 };
-
-/// Copies a file over another one of its folder and flushes the copy. If a clean sweeps the copy
-/// before the flush, it copies again, up to three times in all. @return whether both succeeded.
-bool copy_and_flush(const std::string& folder, const std::string& from, const std::string& to);

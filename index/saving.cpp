@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <exception>
+#include <functional>
+#include <iterator>
 #include <map>
 #include <set>
 #include <span>
@@ -10,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "file/folder_entries.h"
 #include "file/handle_core.h"
 #include "file/replacement.h"
 #include "index/index_source.h"
@@ -157,7 +160,8 @@ class IndexSave {
       }
       return true;
     }
-    if (copy_and_flush(m_state.folder(), source, file)) return true;
+    const std::string folder = m_state.folder() + "\\";
+    if (copy_and_flush(folder + source, folder + file)) return true;
     VU_ERROR("STGIndex: rename: copy failed: ", m_state.folder(), "\\", source);
     return false;
   }
@@ -195,6 +199,7 @@ class IndexSave {
   /// become doubtful.
   std::vector<const IndexLine*> new_lines(std::span<const IndexLine> on_disk) {
     std::vector<const IndexLine*> result;
+    std::vector<std::string_view> not_on_disk;
     auto theirs = on_disk.begin();
     m_state.visit([&](std::string_view key, std::string_view stored) {
       for (; theirs != on_disk.end() && theirs->key < key; ++theirs) result.push_back(&*theirs);
@@ -203,9 +208,12 @@ class IndexSave {
         if (line.stored == stored && !line.runs_on) return;
         if (line.stored != stored) result.push_back(&line);
       }
-      m_doubtful.insert(key);
+      not_on_disk.push_back(key);
     });
     for (; theirs != on_disk.end(); ++theirs) result.push_back(&*theirs);
+    std::vector<std::string_view> before = std::exchange(m_doubtful, {});
+    std::set_union(before.begin(), before.end(), not_on_disk.begin(), not_on_disk.end(),
+                   std::back_inserter(m_doubtful));
     return result;
   }
 
@@ -301,7 +309,9 @@ class IndexSave {
   /// Collects the keys whose lines are judged again after the load. These are the keys of the
   /// operation, and the keys of lines that may lead to a changed file.
   void find_doubtful() {
-    m_doubtful.insert(m_state.m_doubtful.begin(), m_state.m_doubtful.end());
+    for (const auto& [key, position] : m_state.m_by_key.in_order()) {
+      if (m_state.m_by_key[position].is_doubtful) m_doubtful.push_back(key);
+    }
     // Example: after an adoption one listing costs less than a check of each file.
     m_is_listed = m_doubtful.size() > kAskedSingly;
     const IndexReading* loaded = m_state.loaded();
@@ -309,10 +319,11 @@ class IndexSave {
     for (const IndexLine& line : loaded->lines) {
       const bool may_lead_there =
           line.entry == FolderFiles::kNone || m_state.m_changed.contains(line.entry);
-      // Most texts are in order, so the end is the place of the key.
-      if (may_lead_there && line.state == LineState::kValid)
-        m_doubtful.insert(m_doubtful.end(), line.key);
+      if (may_lead_there && line.state == LineState::kValid) m_doubtful.push_back(line.key);
     }
+    if (!std::is_sorted(m_doubtful.begin(), m_doubtful.end()))
+      std::sort(m_doubtful.begin(), m_doubtful.end());
+    m_doubtful.erase(std::unique(m_doubtful.begin(), m_doubtful.end()), m_doubtful.end());
   }
 
   LineState judge_without_files_to_remove(std::string_view key, std::string_view stored) {
@@ -329,11 +340,17 @@ class IndexSave {
     return state;
   }
 
+  /// Call it for keys in ascending order.
+  bool is_doubtful(std::string_view key) {
+    while (!m_doubtful_left.empty() && m_doubtful_left.front() < key)
+      m_doubtful_left = m_doubtful_left.subspan(1);
+    return !m_doubtful_left.empty() && m_doubtful_left.front() == key;
+  }
+
   /// Whether the save writes an entry from memory. Most entries were judged by the load, or when
   /// the text on disk was read.
   bool is_written(std::string_view key, std::string_view stored) {
-    return m_sure.contains(key) || !m_doubtful.contains(key) ||
-           judge(key, stored) != LineState::kMissing;
+    return m_sure.contains(key) || !is_doubtful(key) || judge(key, stored) != LineState::kMissing;
   }
 
   // ---- write ---------------------------------------------------------------------------------
@@ -356,6 +373,7 @@ class IndexSave {
     const std::vector<IndexLine> unknown = unknown_lines();
     if (!unknown.empty()) find_first_valid();
     m_unknown_left = unknown;
+    m_doubtful_left = m_doubtful;
     m_text.clear();
     if (const IndexReading* loaded = m_state.loaded()) m_text.reserve(loaded->text.size() + kRoom);
     m_state.walk([&](std::span<const IndexLine> lines) { write_lines(lines); },
@@ -371,7 +389,7 @@ class IndexSave {
       return;
     }
     const auto by_key = [](const IndexLine& line, std::string_view key) { return line.key < key; };
-    auto doubtful = m_doubtful.lower_bound(lines.front().key);
+    auto doubtful = std::lower_bound(m_doubtful.begin(), m_doubtful.end(), lines.front().key);
     for (; doubtful != m_doubtful.end() && !lines.empty(); ++doubtful) {
       const auto at = std::lower_bound(lines.begin(), lines.end(), *doubtful, by_key);
       const auto before = static_cast<std::size_t>(at - lines.begin());
@@ -438,12 +456,13 @@ class IndexSave {
   bool m_is_listed = false;               ///< a listing of m_files is worth its cost
   std::vector<IndexLine> m_unknown;
   std::size_t m_named = 0;
-  std::set<std::string_view> m_doubtful;
-  std::map<std::string, IndexState::Making> m_made;
+  std::vector<std::string_view> m_doubtful;  ///< keys whose lines are judged again, in order
+  std::map<std::string, IndexState::Making, std::less<>> m_made;
   std::set<std::string_view> m_sure;                      ///< keys of m_made with existing files
   std::map<std::string_view, const char*> m_first_valid;  ///< key -> where its line begins
   std::string m_text;                                     ///< to be written
   std::span<const IndexLine> m_unknown_left;              ///< those not in m_text yet
+  std::span<const std::string_view> m_doubtful_left;      ///< those not before the last key
 };
 
 Saved save_index(vu_file& index, IndexState& state) { return IndexSave(index, state).run(); }

@@ -192,6 +192,23 @@ class CallCounts : public StorageTest {
   void expect_documented(const std::string& name, const std::string& calls) {
     EXPECT_EQ(m_documented[name], calls) << name;
   }
+  /// Expects the rows of a fixed number of calls, and of a number for each entry.
+  void expect_fixed_and_each(const std::string& name, const std::string& each_name,
+                             const std::function<Calls(int)>& calls_for) {
+    const Calls few = calls_for(kFew);
+    const Calls more = calls_for(2 * kFew);
+    const Calls many = calls_for(4 * kFew);
+    Calls fixed;
+    Calls each;
+    for (const auto& [call, calls] : few) {
+      const std::int64_t per_entry = (more.at(call) - calls) / kFew;
+      EXPECT_EQ(many.at(call), calls + 3 * kFew * per_entry) << name << ": " << call;
+      if (per_entry != 0) each[call] = per_entry;
+      if (calls != kFew * per_entry) fixed[call] = calls - kFew * per_entry;
+    }
+    expect_documented(name, text_of(fixed));
+    expect_documented(name + each_name, text_of(each));
+  }
   static std::string folder_of_owner(const std::string& entry, STG::RepositoryType type,
                                      int entries) {
     const std::string folder = folder_of(kOwner, entry, type);
@@ -262,21 +279,37 @@ TEST_F(CallCounts, OfAQuestionForOneNameListNoFolderWithoutSynchronisation) {
 
 TEST_F(CallCounts, OfCleaningAreDocumentedAsAFixedPartAndOnePerEntry) {
   for (const Operation& operation : operations_on_every_entry()) {
-    const Calls few = count(operation, kFew);
-    const Calls more = count(operation, 2 * kFew);
-    const Calls many = count(operation, 4 * kFew);
-    Calls fixed;
-    Calls each;
-    for (const auto& [name, calls] : few) {
-      const std::int64_t per_entry = (more.at(name) - calls) / kFew;
-      EXPECT_EQ(many.at(name), calls + 3 * kFew * per_entry) << operation.name << ": " << name;
-      if (per_entry != 0) each[name] = per_entry;
-      if (calls != kFew * per_entry) fixed[name] = calls - kFew * per_entry;
-    }
-    expect_documented(operation.name, text_of(fixed));
     const bool adopts = operation.name.ends_with("adopting");
-    expect_documented(operation.name + (adopts ? ", per file" : ", per entry"), text_of(each));
+    expect_fixed_and_each(operation.name, adopts ? ", per file" : ", per entry",
+                          [&](int entries) { return count(operation, entries); });
   }
+}
+
+/// Fills a mail folder with mails under escaped names, each with a line in the read list.
+void fill_with_escaped_mails(const std::string& folder, int mails) {
+  std::string text;
+  std::string list;
+  for (int i = 0; i < mails; ++i) {
+    const std::string number = std::to_string(100000 + i);
+    const std::string name = "4#5#M" + number + "#A%20mail.kdb";
+    text += name + "_0000000000/" + name + "\n";
+    list += "M" + number + "\tA%20mail\tB\t4\t5\tsix\t\n";
+    write_file(folder + "\\" + name, "bytes");
+  }
+  write_file(folder + "\\00000001.txt", list);
+  write_file(folder + "\\index.dat", text + "read.txt_0000000000/00000001\n");
+  write_file(folder + "\\index", "00000001");
+}
+
+TEST_F(CallCounts, OfTheMigrationAreDocumentedAsAFixedPartAndOnePerMail) {
+  expect_fixed_and_each("`migrateInboxRead`", ", per mail", [](int mails) {
+    const std::string folder = folder_of(kOwner, "read.txt", kMail);
+    fill_with_escaped_mails(folder, mails);
+    const Calls calls = counted([] { STGIndex::migrateInboxRead(kOwner); });
+    EXPECT_NE(read_file(folder + "\\index.dat").find("A mail.kdb"), std::string::npos);
+    vu_storage::RemoveUserStorage(vu_utf8string(std::string(kOwner)));
+    return calls;
+  });
 }
 
 TEST_F(CallCounts, OfReadingAndWritingADocumentAreDocumentedAndDoNotDependOnTheEntries) {
@@ -316,6 +349,7 @@ TEST_F(CallCounts, OfReadingAndWritingADocumentAreDocumentedAndDoNotDependOnTheE
 
 TEST_F(CallCounts, TableHasNoRowOfAnOperationThatIsNotCounted) {
   std::size_t known = index_operations().size() + 2 * operations_on_every_entry().size();
+  known += 2;  // the migration
   known += 9;  // documents, above
   EXPECT_EQ(m_documented.size(), known);
 }
