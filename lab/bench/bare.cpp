@@ -23,6 +23,14 @@ void lock(int descriptor, short type, const std::string& path) {
   if (::fcntl(descriptor, F_OFD_SETLKW, &request) != 0) broken("cannot lock", path);
 }
 
+/// Required: no user may write a read-only file. The system lets the superuser open it.
+Info writable_info(int descriptor, const std::string& path) {
+  Info info{};
+  if (descriptor < 0 || ::fstat(descriptor, &info) != 0) broken("cannot open", path);
+  if (!S_ISREG(info.st_mode) || !(info.st_mode & S_IWUSR)) broken("cannot write", path);
+  return info;
+}
+
 }  // namespace
 
 void broken(const char* what, const std::string& path) {
@@ -37,6 +45,7 @@ File::File(const std::string& path, Mode mode)
       m_descriptor(::open(path.c_str(),
                           O_CLOEXEC | (mode == Mode::kRead ? O_RDONLY : O_RDWR | O_CREAT), 0666)) {
   if (m_descriptor < 0) broken("cannot open", path);
+  if (mode != Mode::kRead) static_cast<void>(writable_info(m_descriptor, path));
   lock(m_descriptor, mode == Mode::kRead ? F_RDLCK : F_WRLCK, path);
 }
 
@@ -133,11 +142,19 @@ void rename(const std::string& from, const std::string& to) {
   if (::rename(from.c_str(), to.c_str()) != 0) broken("cannot rename", from);
 }
 
-void copy_onto(const std::string& from, const std::string& to) {
+void copy_onto(const std::string& from, const std::string& to, Flush flush) {
   const int source = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
-  const int target = ::open(to.c_str(), O_WRONLY | O_CLOEXEC | O_CREAT | O_TRUNC, 0666);
+  const int target = ::open(to.c_str(), O_WRONLY | O_CLOEXEC | O_CREAT, 0666);
   Info info{};
-  if (source < 0 || target < 0 || ::fstat(source, &info) != 0) broken("cannot copy", from);
+  if (source < 0 || ::fstat(source, &info) != 0) broken("cannot copy", from);
+  // Required: a file is not copied onto itself.
+  const Info target_info = writable_info(target, to);
+  if (info.st_dev == target_info.st_dev && info.st_ino == target_info.st_ino)
+    broken("the same file:", to);
+  // Required: a copy respects the locks of other handles. So the target is cut under its lock.
+  lock(source, F_RDLCK, from);
+  lock(target, F_WRLCK, to);
+  if (::ftruncate(target, 0) != 0) broken("cannot cut", to);
   ::off_t left = info.st_size;
   while (left > 0) {
     const ::ssize_t count =
@@ -147,6 +164,10 @@ void copy_onto(const std::string& from, const std::string& to) {
   }
   const std::array<timespec, 2> times = {timespec{0, UTIME_NOW}, info.st_mtim};
   if (::futimens(target, times.data()) != 0) broken("cannot set the times of", to);
+  if (flush == Flush::kYes && ::fsync(target) != 0) broken("cannot flush", to);
+  // A child process that was forked meanwhile would keep locks that end only with the descriptors.
+  lock(target, F_UNLCK, to);
+  lock(source, F_UNLCK, from);
   ::close(source);
   ::close(target);
 }

@@ -68,8 +68,10 @@ std::size_t list(const std::string& folder);
 void make_writable(const std::string& path);
 void remove_file(const std::string& path);
 void rename(const std::string& from, const std::string& to);
-/// Copies onto an existing file with the kernel's copy call; keeps the modification time.
-void copy_onto(const std::string& from, const std::string& to);
+enum class Flush { kNo, kYes };
+/// Copies onto an existing file under locks, with the kernel's copy call; keeps the modification
+/// time.
+void copy_onto(const std::string& from, const std::string& to, Flush flush = Flush::kNo);
 /// Opens, locks, reads the size and the text, and closes.
 Text read_locked(const std::string& path);
 

@@ -17,6 +17,7 @@
 /// - to check all lines: one listing of the folder and a flat table of its names;
 /// - to look up one name: a search of the text and a check of the file;
 /// - before a change: an exclusive lock and a second read of the text;
+/// - of a file that is opened for writing: whether it is read-only, since no user may write one;
 /// - a save that is safe against a kill and a power failure at any moment. It writes and flushes
 ///   the change after the old text. It overwrites the "/" of old lines at page edges with blanks.
 ///   It writes the new text in place, with the "/" at page edges last, flushes and truncates;

@@ -150,8 +150,7 @@ std::string make_file(const std::string& folder, const std::string& stored,
 }
 
 void copy_for_good(const std::string& folder, const std::string& from, const std::string& to) {
-  bare::copy_onto(folder + "/" + from, folder + "/" + to);
-  File(folder + "/" + to, File::Mode::kReadWriteCreate).flush();
+  bare::copy_onto(folder + "/" + from, folder + "/" + to, bare::Flush::kYes);
 }
 
 void remove_file(const std::string& path) {
