@@ -80,11 +80,15 @@ bool find(const Address& address, Place& place) {
     return facade.IsFileExist(address.owner, address.name, address.type, place.version,
                               &place.folder, &place.file);
   };
-  if (look()) return true;
-  if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
+  const auto is_found = [&] {
+    if (look()) return true;
+    if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
+    return false;
+  };
+  if (is_found()) return true;
   // If the system could not tell, the folder looked missing: check it and try again.
   std::string folder;
-  return find_folder(address, false, folder) && look();
+  return find_folder(address, false, folder) && is_found();
 }
 
 Place place_of(const Address& address) {
