@@ -75,12 +75,14 @@ bool remove_tree(const trace::Scope& operation, const std::string& path, os::Han
   }
 }
 
-/// The copy of vu_file::copyFile(), with its records. A missing source is not recorded.
+/// The copy of vu_file::copyFile(), with its records.
 bool copy_file(const trace::Scope& operation, const std::string& src, const std::string& dst,
                os::IfExists if_exists, os::Flushed flushed) {
   os::CopiedTime time = os::CopiedTime::kKept;
   const bool copied = os::copy(src, dst, if_exists, &time, flushed).ok();
-  if (!copied && !find_entry(src).ok()) return false;
+  // copyFile() has asked this before.
+  const bool is_asked = flushed == os::Flushed::kNo;
+  if (!copied && !is_asked && !find_entry(src).ok()) return false;
   if (time == os::CopiedTime::kRefused)
     VU_WARNING_IN(operation, "vu_file::copyFile : cannot set the time of ", dst);
   // Required: the record is a success even if the copy failed.

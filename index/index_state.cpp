@@ -13,14 +13,15 @@
 IndexState::IndexState(const std::string& folder)
     : m_exceptions_at_construction(std::uncaught_exceptions()),
       m_files(std::make_shared<FolderFiles>(folder)),
-      m_texts(std::make_shared<std::pmr::monotonic_buffer_resource>()) {}
+      m_texts(
+          std::make_shared<std::pmr::monotonic_buffer_resource>(std::pmr::new_delete_resource())) {}
 
 void IndexState::begins_to_live() { m_exceptions_at_construction = std::uncaught_exceptions(); }
 
 void IndexState::take_over(const IndexState& other) {
-  const int exceptions = m_exceptions_at_construction;
-  *this = other;
-  m_exceptions_at_construction = exceptions;
+  IndexState copy(other);  // the only step that needs memory
+  copy.m_exceptions_at_construction = m_exceptions_at_construction;
+  *this = std::move(copy);
 }
 
 bool IndexState::is_unwound() const {

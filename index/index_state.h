@@ -57,7 +57,7 @@ class IndexState {
 
   /// Notes the exceptions in flight, for is_unwound(). A copied instance calls this as well.
   void begins_to_live();
-  /// Copies another state, except for what begins_to_live() noted.
+  /// Copies another state, except for what begins_to_live() noted. If it throws, nothing changes.
   void take_over(const IndexState& other);
   /// Whether an exception is in flight that was thrown after the instance began to live.
   bool is_unwound() const;

@@ -37,8 +37,8 @@ STGIndex::STGIndex(const STGIndex& other)
 STGIndex& STGIndex::operator=(const STGIndex& other) {
   vu_file::operator=(other);
   m_folder = other.m_folder;
-  m_needUpdate = other.m_needUpdate;
   m_state->take_over(*other.m_state);
+  m_needUpdate = other.m_needUpdate;
   return *this;
 }
 

@@ -210,10 +210,13 @@ class FileCopy {
 
   Status run(IfExists if_exists, CopiedTime& time, Flushed flushed) {
     if (const Status opened = open_source(); !opened.ok()) return opened;
-    const TransferGuard guard(m_source.get(), F_RDLCK);
-    if (guard.refused()) return guard.refusal();
-    if (const Status opened = open_target(if_exists); !opened.ok()) return opened;
-    Status status = fill_target(time);
+    Status status;
+    {
+      const TransferGuard guard(m_source.get(), F_RDLCK);
+      if (guard.refused()) return guard.refusal();
+      if (const Status opened = open_target(if_exists); !opened.ok()) return opened;
+      status = fill_target(time);
+    }
     if (status.ok() && flushed == Flushed::kYes) status = result_of(::fsync(m_target.get()));
     // A network file system may report only now that its disk is full.
     if (status.ok()) status = result_of(::close(m_target.release()));

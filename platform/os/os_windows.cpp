@@ -508,7 +508,12 @@ Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time, Flushed fl
   if (!copied.ok() || flushed == Flushed::kNo) return copied;
   // A copy that another process has removed in between was complete.
   const Status on_device = sys::flush_file(to);
-  return on_device.failure() == Failure::kNotFound ? copied : on_device;
+  if (on_device.failure() == Failure::kNotFound) return copied;
+  if (!on_device.ok()) {
+    static_cast<void>(sys::make_writable(to));
+    static_cast<void>(sys::remove_file(to));
+  }
+  return on_device;
 }
 
 Status flush_file(Path path) {
