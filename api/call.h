@@ -76,6 +76,8 @@ class Call final : public trace::Listener {
   /// Whether a failure was traced; the operation may have returned success.
   bool heard_failure() const { return m_failures != 0; }
   unsigned failures() const { return m_failures; }
+  /// The failures, and the refusals of the system that were only warnings.
+  unsigned troubles() const { return m_failures + m_refusals; }
   /// The same, or the system refused something and the operation continued.
   bool heard_refusal() const { return m_failures != 0 || m_refusals != 0; }
   /// Drops all failures and refusals so far.

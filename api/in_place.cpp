@@ -110,13 +110,13 @@ bool is_opened_anew(const Address& address, vu_file& file) {
   if (!Call::current().heard_failure()) return true;
   const std::string path = file.getFilePath();
   const bool is_cut = size_of(file) == 0;
-  const unsigned failures_before = Call::current().failures();
+  const unsigned troubles_before = Call::current().troubles();
   Place place;
   const bool is_named = vu_storage().IsFileExist(address.owner, address.name, address.type,
                                                  address.version, &place.folder, &place.file) &&
                         place.path() == path;
   if (is_named && is_cut) return true;
-  const bool is_nobodys = !is_named && Call::current().failures() == failures_before;
+  const bool is_nobodys = !is_named && Call::current().troubles() == troubles_before;
   file.close();
   // A file stays if the system cannot tell which entry names it.
   if (is_nobodys && is_cut) vu_file::remove(path);

@@ -80,15 +80,20 @@ bool find(const Address& address, Place& place) {
     return facade.IsFileExist(address.owner, address.name, address.type, place.version,
                               &place.folder, &place.file);
   };
-  const auto is_found = [&] {
-    if (look()) return true;
-    if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
-    return false;
-  };
-  if (is_found()) return true;
+  if (look()) return true;
+  if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
   // If the system could not tell, the folder looked missing: check it and try again.
   std::string folder;
-  return find_folder(address, false, folder) && is_found();
+  if (!find_folder(address, false, folder)) return false;
+  const unsigned troubles_before = Call::current().troubles();
+  if (look()) return true;
+  if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
+  // An index that cannot be opened, for example while a scanner has it open, is only a warning,
+  // and the version looks missing.
+  if (Call::current().troubles() != troubles_before &&
+      vu_file::exists(folder + "\\" + index_format::kIndexFile))
+    throw Refusal{VU_FAILED, {}, {}};
+  return false;
 }
 
 Place place_of(const Address& address) {

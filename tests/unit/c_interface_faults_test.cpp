@@ -292,6 +292,28 @@ TEST_F(CInterfaceFaults, APutNeverWritesIntoTheFileOfAnotherDocument) {
   EXPECT_EQ(content(other), "of another");
 }
 
+TEST_F(CInterfaceFaults, AnIndexThatCannotBeOpenedIsNotAMissingDocument) {
+  // For the index alone, a failed open is only a warning, and the document looks missing.
+  const auto index_is_open_elsewhere = [] {
+    return faults::fail(Call::open, kRefused, 1, Times::kLasting);
+  };
+  {
+    const auto fault = index_is_open_elsewhere();
+    EXPECT_EQ(vu_exists(m_store, &m_document), VU_FAILED);
+    EXPECT_EQ(content(m_document), "VU_FAILED");
+    EXPECT_EQ(put(m_document, "new", 0), VU_FAILED);
+    EXPECT_EQ(last_error().system_code, 5);
+  }
+  EXPECT_EQ(put(m_document, "new", 0), VU_ALREADY);
+  EXPECT_EQ(content(m_document), "old");
+  {
+    // Only the first look-up fails: the second one finds the document.
+    const auto fault = faults::fail(Call::open, kRefused, 1);
+    EXPECT_EQ(put(m_document, "new", 0), VU_ALREADY);
+  }
+  EXPECT_EQ(content(m_document), "old");
+}
+
 TEST_F(CInterfaceFaults, AFolderThatTheSystemCannotCheckIsNotMissing) {
   for (std::uint64_t nth = 1;; ++nth) {
     const auto fault = faults::fail(Call::probe_search, kRefused, nth);
