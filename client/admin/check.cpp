@@ -332,7 +332,7 @@ class FolderCheck {
     }
     if (name.text.find('_') == std::string_view::npos) {
       found(Code::kStrayItem, name.text, "a folder that belongs to no document");
-    } else {
+    } else if (!belongs_to_entry(m_view, name.text)) {
       found(Code::kPartsWithoutDocument, name.text);
     }
   }

@@ -116,6 +116,14 @@ std::string_view name_of(Verdict verdict) {
   return kNames[static_cast<std::size_t>(verdict)];
 }
 
+bool belongs_to_entry(const FolderView& folder, std::string_view name) {
+  for (const LintedLine& line : IndexLint(folder)) {
+    if (is_bad(line.verdict) || line.file.empty() || !name.starts_with(line.file)) continue;
+    if (name.size() == line.file.size() || name[line.file.size()] == '_') return true;
+  }
+  return false;
+}
+
 bool has_stamp(std::string_view key) {
   const std::string_view stamp = key.substr(key.size() - index_format::kStampLength);
   return stamp.front() == '_' && stamp.find_first_not_of("0123456789", 1) == std::string_view::npos;

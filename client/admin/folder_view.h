@@ -105,6 +105,10 @@ class FolderView {
 
 // ---- the lines of its index --------------------------------------------------------------------
 
+/// Whether a name is that of an entry's file, or of a sub-part folder of it. The file need not
+/// exist. Reads the whole index.
+bool belongs_to_entry(const FolderView& folder, std::string_view name);
+
 /// Whether a key ends in "_" and ten digits. It must have at least index_format::kStampLength
 /// characters.
 bool has_stamp(std::string_view key);

@@ -107,7 +107,8 @@ std::int32_t counter_in(std::string_view text) { return index_format::parse_deci
 bool is_orphaned_parts(const FolderView& folder, std::string_view name) {
   const std::uint32_t at = folder.find(name);
   if (at == FolderView::kNone || folder.names()[at].kind != sys::Kind::kFolder) return false;
-  return name.find('_') != std::string_view::npos && folder.document_of(name) == FolderView::kNone;
+  if (name.find('_') == std::string_view::npos) return false;
+  return folder.document_of(name) == FolderView::kNone && !belongs_to_entry(folder, name);
 }
 
 // ---- entries of a damaged index -----------------------------------------------------------------

@@ -46,7 +46,8 @@ std::int32_t highest_number(const FolderView& folder);
 /// The file name with the highest number.
 std::string highest_name(const FolderView& folder);
 std::int32_t counter_in(std::string_view text);
-/// Whether a name in the folder is a sub-part folder whose document is missing.
+/// Whether a name in the folder is a sub-part folder of no document: no file has its document's
+/// name, and no entry names such a file. A folder can be in the place of an entry's file.
 bool is_orphaned_parts(const FolderView& folder, std::string_view name);
 
 // ---- entries of a damaged index -----------------------------------------------------------------

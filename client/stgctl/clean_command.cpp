@@ -70,7 +70,8 @@ std::vector<Candidate> candidates(Context& context, const Options& options) {
     each.time = options.time_of(entry.info);
     each.bytes = entry.info.size;
     for (const std::string& part : part_folders(entry)) {
-      each.bytes += count_below(sys::join(entry.folder.path, part)).bytes;
+      const std::string folder = sys::join(entry.folder.path, part);
+      each.bytes += count_below(folder, Context::stop_if_interrupted).bytes;
       ++each.parts;
     }
     each.entry = std::move(entry);

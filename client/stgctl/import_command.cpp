@@ -154,7 +154,8 @@ std::string system_form(std::string path) {
 }
 
 /// Gives a file the time of its source, while no other process has it open.
-/// @throws Failure kFailed if the file no longer has the bytes of the source; as check_read().
+/// @throws Failure kFailed if another process has it open until the time limit, or if it no longer
+/// has the bytes of the source; as check_read().
 void set_time(Context& context, const std::string& path, const std::string& source,
               std::int64_t time) {
   using admin::LockedFile;
@@ -166,6 +167,10 @@ void set_time(Context& context, const std::string& path, const std::string& sour
   // A read-only file opens only for reading. A shared lock at least excludes writers.
   if (!opened.ok() && opened.failure() != os::Failure::kLocked)
     opened = open(LockedFile::For::kReading);
+  Context::stop_if_interrupted();
+  // The content is complete. A busy file must not end the import of the others.
+  if (opened.failure() == os::Failure::kLocked)
+    fail("its time is not restored: another process has it open");
   check_read(path, opened);
   if (!file.is_equal_to(source)) fail("another process changed it; import it again");
   set_modify_time(path, time);
@@ -205,7 +210,11 @@ class Importing {
       m_journal.begin(static_cast<const Work&>(item).item.what);
     });
     for (Work& work : works) {
-      batch.attempt(work, [&] { finish(work); });
+      batch.attempt(work, [&] {
+        // After a lock timeout, no other lock is waited for.
+        if (!work.is_version() && !work.failure) batch.throw_end();
+        finish(work);
+      });
       tell(work);
       progress.advance(1, work.item.what.name);
     }
@@ -260,10 +269,10 @@ class Importing {
       work.result = is_ours ? Result::kCompleted : Result::kReplaced;
       return false;
     }
-    work.result = restore_time(work, path, work.old->info);
     // A killed import had completed it, but not recorded that.
     if (!m_context.is_dry_run()) m_journal.end(what);
     work.path = path;
+    work.result = restore_time(work, path, work.old->info);
     return true;
   }
 
@@ -284,13 +293,15 @@ class Importing {
       if (!work.failure) work.result = import_by_path(work);
       return;
     }
-    m_has_document = false;
+    // A version whose time was not restored has a path and a failure. Its sub-parts are imported.
+    m_has_document = work.failure && !work.path.empty();
+    m_document = work.path;
     if (work.failure) return;
     const bool is_stored =
         !m_context.is_dry_run() && work.result != Result::kThere && work.result != Result::kTimeSet;
     if (is_stored) check_stored(work);
     m_has_document = true;
-    m_document = work.path;
+    if (is_stored) restore_time(work, work.path, sys::describe(work.path));
   }
 
   void check_stored(const Work& work) {
@@ -299,7 +310,6 @@ class Importing {
           "the stored version differs from the manifest; check whether another process writes to "
           "it");
     }
-    restore_time(work, work.path, sys::describe(work.path));
     m_journal.end(work.item.what);
   }
 

@@ -91,8 +91,9 @@ void tell(const std::vector<Edit>& edits, const std::vector<KeyEdit>& results, C
   }
 }
 
-/// Writes a new text in place. A process that is killed leaves the old lines or the new ones,
-/// perhaps with line feeds after them, which are no lines.
+/// Writes a new text in place. If both texts are within one page of 4 KiB, a process that is killed
+/// leaves the old lines or the new ones, perhaps with line feeds after them, which are no lines. In
+/// a longer text it can leave new pages before old ones.
 ///
 /// A new file under the same name would lose lines: a program that waits for the lock has opened
 /// the old file, and would write to it.
@@ -127,9 +128,8 @@ std::vector<KeyEdit> rewrite(Context& context, const std::string& path,
   std::string changed = text;
   const std::vector<KeyEdit> results = apply(edits, change, changed);
   if (changed == text || write_in_place(file, text, changed).ok()) return results;
-  // Restores the old text, as far as the disk allows.
-  static_cast<void>(file.write_at(0, text));
-  static_cast<void>(file.cut_at(text.size()));
+  // Restores the old text. If the disk does not allow that, the rest of the new text stays.
+  if (file.write_at(0, text).ok()) static_cast<void>(file.cut_at(text.size()));
   fail("{} cannot be written; check the free space", shown(path));
 }
 
@@ -168,13 +168,18 @@ Exit run_edit(Context& context, Options& options, Change change, const char* sch
   const std::string folder = folder_for(context, target, options.file).path;
   check_no_link(context, folder);
   check_not_shadowed(context, target, options.file, 0);
-  if (change == Change::kUnset && !find_key_file(context, target, options.file))
-    throw Failure(Exit::kNothingMatched, "there is no key file {}", shown(options.file));
+  const auto check_there = [&] {
+    if (change == Change::kUnset && !find_key_file(context, target, options.file))
+      throw Failure(Exit::kNothingMatched, "there is no key file {}", shown(options.file));
+  };
+  check_there();
   const Subject subject = subject_in(target.area, target.owner, options.file, 0);
   ChangeReport report(context, schema, change == Change::kSet ? "set" : "unset");
   context.begin_changes(formatted("Change {} {} of {}?", edits.size(),
                                   edits.size() == 1 ? "line" : "lines", shown(subject)));
   if (!context.is_dry_run()) wait_until_free(context, folder);
+  // Another process can have removed it meanwhile.
+  check_there();
   const std::string path = make_key_file(context, target, options.file);
   std::vector<KeyEdit> results;
   if (!context.is_dry_run()) {

@@ -83,13 +83,14 @@ Below& Below::operator+=(const Below& other) {
   return *this;
 }
 
-Below count_below(const std::string& path) {
+Below count_below(const std::string& path, const std::function<void()>& at_each) {
   Below all;
   sys::Folder folder;
   if (!folder.open(path).ok()) return all;
   sys::Entry entry;
   while (folder.next(entry)) {
-    all += entry.kind == sys::Kind::kFolder ? count_below(sys::join(path, entry.name))
+    if (at_each) at_each();
+    all += entry.kind == sys::Kind::kFolder ? count_below(sys::join(path, entry.name), at_each)
                                             : Below{1, folder.describe(entry).size};
   }
   return all;

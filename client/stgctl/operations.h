@@ -134,7 +134,8 @@ struct Below {
 
   Below& operator+=(const Below& other);
 };
-Below count_below(const std::string& folder);
+/// @param at_each is called before each item, and can throw.
+Below count_below(const std::string& folder, const std::function<void()>& at_each = {});
 
 // ---- removing many -----------------------------------------------------------------------------
 

@@ -155,9 +155,9 @@ Exit run_remove(Context& context, const RemoveOptions& options) {
     const std::vector<admin::Area> areas = areas_of(context, owner);
     if (areas.empty()) unknown.push_back(owner);
     for (const admin::Area area : areas) {
-      folders.push_back({owner, area, count_below(owner_folder(context, area, owner))});
+      const std::string folder = owner_folder(context, area, owner);
+      folders.push_back({owner, area, count_below(folder, Context::stop_if_interrupted)});
       all += folders.back().content;
-      Context::stop_if_interrupted();
     }
   }
   if (folders.empty()) throw Failure(Exit::kNothingMatched, "no owner of that name has a folder");

@@ -10,7 +10,10 @@ _stgctl() {
   COMPREPLY=("${COMPREPLY[@]#"$cut"}")
   case $kind in
   names | owners) compopt -o filenames 2>/dev/null ;;
-  folders) COMPREPLY=($(compgen -d -- "${word#"$cut"}")) ;;
+  folders)
+    compopt -o filenames 2>/dev/null
+    mapfile -t COMPREPLY < <(compgen -d -- "${word#"$cut"}")
+    ;;
   esac
 }
 complete -o default -F _stgctl stgctl

@@ -12,7 +12,10 @@ Register-ArgumentCompleter -Native -CommandName stgctl -ScriptBlock {
   $line = if ($current) { @('--') + $before + $current } else { @('--new-word', '--') + $before }
   & stgctl complete @line 2>$null | Select-Object -Skip 1 | ForEach-Object {
     $text = $_
-    if ($_ -match '[\s"`$(){};,|&<>#'']') { $text = "'" + ($_ -replace "'", "''") + "'" }
+    # PowerShell also takes typographic quotes as quotes; the four single ones end such a text.
+    if ($_ -match '^@|[\s"`$(){};,|&<>#''\u2018-\u201E]') {
+      $text = "'" + ($_ -replace '[''\u2018-\u201B]', '$&$&') + "'"
+    }
     [System.Management.Automation.CompletionResult]::new($text, $_, 'ParameterValue', $_)
   }
 }

@@ -225,6 +225,14 @@ TEST_F(AdminCheck, FindsPartsWithoutTheirDocument) {
   EXPECT_EQ(codes(Depth::kQuick), Codes{"parts-without-document"});
 }
 
+TEST_F(AdminCheck, LeavesThePartsOfAnEntryWhoseFileIsNoFile) {
+  const std::string document = add(Area::kDocs, "anna", "sales.kdc", 0);
+  make_folder(document + "_1");
+  std::filesystem::remove(native(document));
+  make_folder(document);
+  EXPECT_EQ(codes(Depth::kQuick), (Codes{"document-replaced", "stray-item"}));
+}
+
 TEST_F(AdminCheck, FindsPartsOlderThanTheirPreloadCopy) {
   const std::string root = add(Area::kDocs, "anna", "sales.kdc", 0) + "_";
   for (const std::string type : {"\\html", "\\pdf", ""}) {

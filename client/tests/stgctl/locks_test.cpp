@@ -59,6 +59,23 @@ TEST_F(ClientLocks, TellsOfALongWaitAndGoesOnWhenItIsOver) {
   EXPECT_EQ(get("profile.txt", {"--area", "user"}), "a=c\n");
 }
 
+TEST_F(ClientLocks, UnsetsNothingInAKeyFileThatIsRemovedMeanwhile) {
+  const std::string file = physical("user", "profile.txt");
+  vu_file index(folder(), "index.dat");
+  index.open(vu_file::o_read);
+  running_program program({"keys", "unset", "profile.txt", "a", "--owner", "anna", "--yes",
+                           "--root", shell_path(root())},
+                          {{"STG_ROOT", ""}});
+  EXPECT_TRUE(program.complains("waiting for"));
+  std::filesystem::remove(shell_path(file));
+  const std::string before = tree();
+  index.close();
+  const outcome result = program.wait();
+  EXPECT_EQ(result.code, 3) << result.err;
+  EXPECT_NE(result.err.find("there is no key file"), std::string::npos) << result.err;
+  EXPECT_EQ(tree(), before);
+}
+
 TEST_F(ClientLocks, WaitsForADocumentThatIsOpenElsewhere) {
   put("a.kdc", "old");
   const std::string path = physical("docs", "a.kdc");

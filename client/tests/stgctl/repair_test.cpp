@@ -59,6 +59,23 @@ TEST_F(ClientRepair, WorksOnTheTextOfAnInterruptedSave) {
   EXPECT_EQ(read_file(m_folder + "/index.dat"), harmed);
 }
 
+TEST_F(ClientRepair, LeavesThePartsOfADocumentThatAFolderReplaced) {
+  const std::string parts = m_folder + "/00000099.kdc_1";
+  make_folder(parts);
+  write_file(parts + "/part", "a part");
+  const std::vector<std::string> asked = {"repair", "--plan", plan(), "--only",
+                                          "parts-without-document"};
+  EXPECT_EQ(json(asked).back().at("done"), 1);
+  // Now an entry names its document, and a folder is in the place of the document.
+  write_file(m_folder + "/index.dat", m_healthy + "z.kdc_0000000000/00000099\n");
+  make_folder(m_folder + "/00000099.kdc");
+  EXPECT_EQ(json({"repair", "--apply", plan(), "--yes"}).back().at("skipped"), 1);
+  EXPECT_EQ(read_file(parts + "/part"), "a part");
+  std::filesystem::remove(shell_path(plan()));
+  EXPECT_EQ(on_tree(asked).code, 3);
+  EXPECT_FALSE(file_exists(plan()));
+}
+
 TEST_F(ClientRepair, DoesWhatThePlanSaysAndUndoPutsItAllBack) {
   harm();
   const std::string harmed = files();

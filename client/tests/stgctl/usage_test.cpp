@@ -304,6 +304,11 @@ TEST_F(ClientEasy, CompletesOwnersAndNamesInBash) {
             "2|");
   EXPECT_EQ(same("stgctl get --out"), "--output|");
   EXPECT_EQ(same("stgctl ls --layout f"), "flat|");
+  // A folder's name is one word, even with blanks and with characters of a pattern.
+  const std::string exports = shell_path(scratch().path("exports"));
+  for (const std::string name : {"my export", "our [e]*"}) make_folder(exports + "/" + name);
+  EXPECT_EQ(same("stgctl export " + exports + "/my"), exports + "/my export|");
+  EXPECT_EQ(same("stgctl export " + exports + "/our"), exports + "/our [e]*|");
 }
 
 TEST_F(ClientEasy, IsSilentWhenItsReaderGoes) {
