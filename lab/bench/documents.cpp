@@ -329,8 +329,6 @@ std::vector<Contest> documents(Stage& stage) {
   }
   for (const std::size_t entries : kSizes) {
     for (const Place place : {Place::kDisk, Place::kMemory}) {
-      // With so many entries the device makes no difference.
-      if (place == Place::kMemory && entries == 100000) continue;
       contests.push_back(
           folder_contest("OpenWrite + Write + Close, replacing", place, entries,
                          [&stage, place, entries] { return replace_jobs(stage, place, entries); }));

@@ -181,8 +181,6 @@ std::vector<Contest> index_changes(Stage& stage) {
   std::vector<Contest> contests;
   for (const std::size_t entries : kSizes) {
     for (const Place place : {Place::kDisk, Place::kMemory}) {
-      // With so many entries the device makes no difference.
-      if (place == Place::kMemory && entries == 100000) continue;
       for (const Synchronize synchronize : {Synchronize::kOff, Synchronize::kOn}) {
         const bool on = synchronize == Synchronize::kOn;
         contests.push_back(change_contest(on ? "create, switch on" : "create, switch off", place,

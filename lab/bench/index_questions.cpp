@@ -234,6 +234,24 @@ void add_list(std::vector<Contest>& contests, Stage& stage, std::size_t entries,
       }));
 }
 
+/// A folder without category files, like most folders.
+Jobs category_jobs(Stage& stage, std::size_t entries) {
+  set_switch(Synchronize::kOn);
+  const Folder& folder = stage.folder(kPlace, entries);
+  Jobs jobs;
+  jobs[Who::kLibrary].run = [&folder] {
+    STGIndex::NameMap out;
+    STGIndex::getCategories(folder.path(), out);
+    expect(out.empty(), true, folder);
+  };
+  jobs[Who::kFloor].run = [&folder] {
+    bare::NameMap out;
+    floor_of::list(folder.path(), out, ".ctg", floor_of::List::kByLogicalName);
+    expect(out.empty(), true, folder);
+  };
+  return jobs;
+}
+
 }  // namespace
 
 std::vector<Contest> index_questions(Stage& stage) {
@@ -248,6 +266,8 @@ std::vector<Contest> index_questions(Stage& stage) {
     add_list(contests, stage, entries, "getVUDocs", &STGIndex::getVUDocs, kDocumentExtensions,
              kPhysical);
     add_list(contests, stage, entries, "lpValues", &STGIndex::lpValues, "", kLogical);
+    contests.push_back(folder_contest("getCategories", kPlace, entries,
+                                      [&stage, entries] { return category_jobs(stage, entries); }));
   }
   return contests;
 }
