@@ -11,7 +11,6 @@
 #include "file/handle_core.h"
 #include "file/lock_limit.h"
 #include "index/index_format.h"
-#include "index/index_gate.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
 #include "storage/layout.h"
@@ -119,10 +118,7 @@ class Staged {
  public:
   Staged(const std::string& folder, const Address& address)
       : m_folder(folder), m_name(staged_name(address.name)), m_version(address.version) {
-    m_place = {folder, IndexGate::create_own(folder, m_name, m_version), m_version};
-    if (m_place.file.empty())
-      throw Refusal{VU_FAILED, "the folder's counter of file names cannot be used",
-                    told_path(folder + "\\" + index_format::kCounterFile)};
+    m_place = {folder, STGIndex::create(folder, m_name, m_version), m_version};
     if (!LockLimit::passed()) return;
     // No entry names the file. It would be adopted as an orphan.
     vu_file::remove(m_place.path());

@@ -18,14 +18,6 @@ struct IndexGate {
   /// @throws like STGIndex::plValues(), and any exception of @p visit.
   static bool visit(const std::string& folder, const Visit& visit);
 
-  /// Like STGIndex::create() for a name without an entry, but never returns the file of another
-  /// entry. That could happen while the counter cannot be used: then all callers get the same
-  /// physical name.
-  /// @return the file name; empty, and nothing is created, if the counter gives no name of its own.
-  /// @throws like STGIndex::create()
-  static std::string create_own(const std::string& folder, const std::string& logical,
-                                long version);
-
   /// Whether synchronisation is on.
   static bool adopts() { return STGIndex::synchronizes(); }
 };

@@ -268,30 +268,6 @@ TEST_F(CInterfaceFaults, CategoryLinesThatStayAreReported) {
   EXPECT_TRUE(is_told);
 }
 
-TEST_F(CInterfaceFaults, APutNeverWritesIntoTheFileOfAnotherDocument) {
-  // While the counter cannot be used, all callers of the index get the name 99999999.
-  const std::string folder = m_scratch.path("storage\\user\\anna");
-  vu_file::remove(folder + "\\index");
-  make_folder(folder + "\\index");
-  write_file(folder + "\\99999999.txt", "of another");
-  write_file(folder + "\\index.dat",
-             read_file(folder + "\\index.dat") + "b.txt_0000000000/99999999\n");
-  const vu_document other = document("b.txt");
-  const vu_document next = document("c.txt");
-  ASSERT_EQ(content(other), "of another");
-  for (const vu_document* const each : {&next, &m_document}) {
-    EXPECT_EQ(put(*each, "new", VU_REPLACE), VU_FAILED) << each->name;
-    EXPECT_NE(std::string(last_error().path).find("index"), std::string::npos);
-    EXPECT_EQ(content(other), "of another");
-    EXPECT_EQ(content(m_document), "old");
-    EXPECT_EQ(content(next), "VU_NOTHING_MATCHED");
-  }
-  vu_file::remove(folder + "\\index");
-  EXPECT_EQ(put(next, "new", VU_REPLACE), VU_DONE);
-  EXPECT_EQ(content(next), "new");
-  EXPECT_EQ(content(other), "of another");
-}
-
 TEST_F(CInterfaceFaults, AnIndexThatCannotBeOpenedIsNotAMissingDocument) {
   // For the index alone, a failed open is only a warning, and the document looks missing.
   const auto index_is_open_elsewhere = [] {
