@@ -12,9 +12,9 @@ client=(libcli11-dev nlohmann-json3-dev libfmt-dev libxxhash-dev)
 # For tests of the C interface: with another standard library, from Python, and of its ABI.
 borders=(libc++-dev libc++abi-dev python3 python3-pytest abigail-tools)
 # clang: checks of the exported headers, and programs of another compiler. e2fsprogs and xfsprogs: file systems for
-# the suites that simulate a power failure.
+# the suites that simulate a power failure. fish and zsh: tests of the completion.
 native=(cmake ninja-build g++ clang pkg-config googletest libpoco-dev libutfcpp-dev "${client[@]}"
-  e2fsprogs xfsprogs "${borders[@]}")
+  e2fsprogs xfsprogs fish zsh "${borders[@]}")
 # ca-certificates, bzip2, xz-utils and patch: to fetch and unpack Debian's source package of POCO.
 windows=(cmake ninja-build googletest libutfcpp-dev "${client[@]}" g++-mingw-w64-x86-64-posix wine locales
   wine64 ca-certificates bzip2 xz-utils patch)
