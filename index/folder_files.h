@@ -54,6 +54,9 @@ class FolderFiles {
   /// The listing, in the system's order; empty if the folder cannot be listed.
   const os::Listing& entries();
 
+  /// The name at a position that a look-up returned. Valid as long as the object.
+  std::string_view name_of(std::size_t entry) const { return m_entries[entry].name; }
+
   /// Looks up a name of the folder.
   Found find(std::string_view name);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 
 namespace index_format {
@@ -35,9 +36,17 @@ struct Marks {
   };
   std::array<Mark, 3> marks;
 
-  bool fit(const char* place) const {
-    return place[marks[0].at] == marks[0].byte && place[marks[1].at] == marks[1].byte &&
-           place[marks[2].at] == marks[2].byte;
+  /// The first of @p places positions from @p first on where the marks fit, or null.
+  const char* first_fit(const char* first, std::size_t places) const {
+    const char* at = first + marks[0].at;
+    const char* const end = at + places;
+    for (;; ++at) {
+      at = static_cast<const char*>(
+          std::memchr(at, marks[0].byte, static_cast<std::size_t>(end - at)));
+      if (at == nullptr) return nullptr;
+      const char* const place = at - marks[0].at;
+      if (place[marks[1].at] == marks[1].byte && place[marks[2].at] == marks[2].byte) return place;
+    }
   }
   /// Whether the marks fit at one of the kStep positions from @p first on, all within the text.
   bool fit_somewhere(const char* first) const {
@@ -72,9 +81,8 @@ std::size_t next_marked(std::string_view text, const Marks& marks, std::size_t s
   while (from < places) {
     const std::size_t step = std::min(kStep, places - from);
     if (step < kStep || marks.fit_somewhere(bytes + from)) {
-      for (std::size_t i = 0; i < step; ++i) {
-        if (marks.fit(bytes + from + i)) return from + i;
-      }
+      const char* const found = marks.first_fit(bytes + from, step);
+      if (found != nullptr) return static_cast<std::size_t>(found - bytes);
     }
     from += step;
   }
@@ -88,9 +96,12 @@ std::size_t find_key(std::string_view text, std::string_view wanted, std::size_t
   marks.marks.fill({slash, '/'});
   // A shorter text is not a key, but a line can have it before its "/".
   if (slash >= kStampLength) {
-    const std::size_t in_name = end_of_stem(logical_of(wanted.substr(0, slash)))[0];
-    marks.marks[1] = {slash - 1, wanted[slash - 1]};
-    marks.marks[2] = {in_name, wanted[in_name]};
+    const std::string_view key = wanted.substr(0, slash);
+    const std::array<std::size_t, 2> in_name = end_of_stem(logical_of(key));
+    // Nearly all keys with the timestamp 0 are in folders where all keys have it.
+    const std::size_t second = key.ends_with("_0000000000") ? in_name[1] : slash - 1;
+    marks.marks[1] = {second, wanted[second]};
+    marks.marks[2] = {in_name[0], wanted[in_name[0]]};
   }
   for (;;) {
     from = next_marked(text, marks, wanted.size(), from);

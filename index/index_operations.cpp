@@ -167,11 +167,9 @@ void STGIndex::getVUDocs(const std::string& folder, NameMap& out) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   out.clear();
   const STGIndex index(folder);
-  NameList names;
-  index.m_state->visit([&](std::string_view key, std::string_view stored) {
-    if (is_document_extension(extension_without_dot(logical_of(key)))) names.add(key, stored);
+  add_physical_names(*index.m_state, out, [](std::string_view logical) {
+    return is_document_extension(extension_without_dot(logical));
   });
-  names.fill(out);
 }
 
 std::string STGIndex::getPhysicalName(const std::string& folder, const std::string& logical) {

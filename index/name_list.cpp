@@ -2,48 +2,109 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <deque>
+#include <span>
+#include <string>
+#include <vector>
 
+#include "index/folder_files.h"
 #include "index/index_format.h"
+#include "index/index_reader.h"
 
 namespace {
+
+using index_format::logical_of;
 
 /// The first eight bytes as a number; the numbers compare like the texts.
 std::uint64_t head_of(std::string_view text) {
   std::array<unsigned char, sizeof(std::uint64_t)> bytes{};
-  std::memcpy(bytes.data(), text.data(), std::min(text.size(), bytes.size()));
+  if (text.size() >= bytes.size()) {
+    std::memcpy(bytes.data(), text.data(), bytes.size());
+  } else {
+    std::copy(text.begin(), text.end(), bytes.begin());
+  }
   std::uint64_t head = 0;
   for (const unsigned char byte : bytes) head = head << 8U | byte;
   return head;
 }
 
+class NameList {
+ public:
+  explicit NameList(const FolderFiles& files) : m_files(files) {}
+
+  void add(const IndexLine& line) {
+    // Nearly always the entry's file is the one that the listing showed, so its name need not be
+    // built. It is another one if the line is valid because of its second possible file.
+    const bool is_it = line.entry != FolderFiles::kNone &&
+                       line.has_extension == has_extension(line.key, line.stored);
+    if (is_it) {
+      add(m_files.name_of(line.entry), logical_of(line.key));
+    } else {
+      add_made(line.key, line.stored);
+    }
+  }
+  void add_made(std::string_view key, std::string_view stored) {
+    add(m_made.emplace_back(index_format::file_name_of(key, stored)), logical_of(key));
+  }
+
+  void fill(IndexState::NameMap& out) {
+    std::sort(m_order.begin(), m_order.end(), [this](const Head& one, const Head& other) {
+      // The heads nearly always decide.
+      if (one.head != other.head) return one.head < other.head;
+      const int order = m_names[one.name].file.compare(m_names[other.name].file);
+      return order != 0 ? order < 0 : one.name < other.name;
+    });
+    for (const Head& head : m_order) {
+      const Name& name = m_names[head.name];
+      out.emplace_hint(out.end(), name.file, name.logical);
+    }
+  }
+
+ private:
+  struct Name {
+    std::string_view file;
+    std::string_view logical;
+  };
+  /// What is sorted: small, so that swapping is cheap.
+  struct Head {
+    std::uint64_t head;
+    std::size_t name;  ///< in m_names
+  };
+
+  static bool has_extension(std::string_view key, std::string_view stored) {
+    return index_format::bears_extension(key, stored) &&
+           !index_format::extension_of(logical_of(key)).empty();
+  }
+  void add(std::string_view file, std::string_view logical) {
+    m_order.push_back({head_of(file), m_names.size()});
+    m_names.push_back({file, logical});
+  }
+
+  const FolderFiles& m_files;
+  std::deque<std::string> m_made;
+  std::vector<Name> m_names;
+  std::vector<Head> m_order;
+};
+
 }  // namespace
 
-void NameList::add(std::string_view key, std::string_view stored) {
-  const std::string_view logical = index_format::logical_of(key);
-  Name& name = m_names.emplace_back();
-  name.begin = m_text.size();
-  name.logical = logical;
-  m_text.append(stored);
-  if (index_format::bears_extension(key, stored))
-    m_text.append(index_format::extension_of(logical));
-  name.size = m_text.size() - name.begin;
-  name.head = head_of(text_of(name));
-  // No two names begin at the same position, not even empty ones: it shows which one came first.
-  m_text.push_back('\0');
-}
-
-void NameList::fill(IndexState::NameMap& out) {
-  std::sort(m_names.begin(), m_names.end(), [this](const Name& one, const Name& other) {
-    if (one.head != other.head) return one.head < other.head;
-    const int order = text_of(one).compare(text_of(other));
-    return order != 0 ? order < 0 : one.begin < other.begin;
-  });
-  for (const Name& name : m_names) out.emplace_hint(out.end(), text_of(name), name.logical);
-}
-
-void add_physical_names(const IndexState& state, IndexState::NameMap& out) {
-  NameList names;
-  state.visit([&](std::string_view key, std::string_view stored) { names.add(key, stored); });
+void add_physical_names(const IndexState& state, IndexState::NameMap& out,
+                        bool (*is_wanted)(std::string_view logical)) {
+  const auto passes = [&](std::string_view key) {
+    return is_wanted == nullptr || is_wanted(logical_of(key));
+  };
+  NameList names(state.files());
+  state.walk(
+      [&](std::span<const IndexLine> lines) {
+        for (const IndexLine& line : lines) {
+          if (passes(line.key)) names.add(line);
+        }
+      },
+      [&](std::string_view key, std::string_view stored) {
+        if (passes(key)) names.add_made(key, stored);
+      });
   names.fill(out);
 }

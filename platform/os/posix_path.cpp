@@ -137,7 +137,8 @@ Split split_last(const std::string& path) {
 }
 
 bool is_pattern(std::string_view name) {
-  return name.find_first_of("*?") != std::string_view::npos;
+  // Every existence test calls this. find_first_of() would call memchr() for each character.
+  return name.find('*') != std::string_view::npos || name.find('?') != std::string_view::npos;
 }
 
 bool matches(std::string_view pattern, std::string_view name) {
