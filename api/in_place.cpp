@@ -9,6 +9,7 @@
 #include "stg_index.h"
 #include "storage/key_text.h"
 #include "storage/layout.h"
+#include "storage/roots.h"
 #include "vu_file_except.h"
 #include "vu_storage.h"
 
@@ -58,9 +59,10 @@ std::list<Category> lock_categories(const Place& place, const std::string& entry
   return locked;
 }
 
-/// Opens and empties an existing version. Required: the lock of the document comes first. It can be
-/// kept for long, and nothing else is locked while this call waits for it.
-void open_over(vu_file& file, const Address& address, const Place& place) {
+/// Removes what was derived from the old version, within a time limit: takes all locks first.
+/// Required: the lock of the document comes first. It can be kept for long, and nothing else is
+/// locked while this call waits for it.
+void open_over_in_time(vu_file& file, const Address& address, const Place& place) {
   file.open(place.folder, place.file, vu_file_base::o_write);
   if (!file.is_locked()) return;
   std::list<Category> categories;
@@ -75,28 +77,29 @@ void open_over(vu_file& file, const Address& address, const Place& place) {
   file.clear();
 }
 
-/// Opens a version that does not exist. @return false if another program has created it.
+/// Opens and empties an existing version.
+void open_over(vu_file& file, const Address& address, const Place& place) {
+  if (LockLimit::is_set()) return open_over_in_time(file, address, place);
+  if (address.type == STG::UserFilesRepository)
+    StorageGate::remove_from_categories(place.folder, address.name);
+  if (address.is_corporate())
+    vu_file::recurseRemoveDir(layout::root_of_parts(place.path(), vu_storage::getTdcTimeStamp()));
+  file.open(place.folder, place.file, vu_file_base::o_truncate);
+}
+
+/// Creates and opens a version that does not exist. @return false if another program created it.
 bool open_new(vu_file& file, const Address& address) {
-  vu_storage facade;
-  facade.OpenWrite2(file, address.owner, address.name, address.type, false, address.version);
-  if (!LockLimit::passed()) return file.is_open() || Call::current().heard_failure();
-  if (file.is_open()) {
-    // Its entry could not be saved, and the file would be adopted as an orphan.
-    const std::string path = file.getFilePath();
-    file.close();
-    vu_file::remove(path);
-  }
-  throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
+  Place place;
+  place.version = address.version;
+  if (!find_folder(address, true, place.folder)) throw Refusal{VU_FAILED, {}, {}};
+  if (!create_entry(address.name, place)) return false;
+  file.open(place.folder, place.file, vu_file_base::o_truncate);
+  return true;
 }
 
 }  // namespace
 
 void open_to_write(vu_file& file, const Address& address, bool replaces) {
-  if (!LockLimit::is_set()) {
-    vu_storage facade;
-    facade.OpenWrite2(file, address.owner, address.name, address.type, replaces, address.version);
-    return;
-  }
   Place place;
   if (!find(address, place)) {
     if (open_new(file, address) || !replaces) return;

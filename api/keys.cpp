@@ -127,24 +127,17 @@ std::optional<STG::NameValueSeq> changed(const STG::NameValueSeq& lines, const s
 vu_status change(const KeyFile& of, const std::string& name,
                  const std::optional<std::string>& value) {
   Place place = {of.folder, of.name, 0};
-  bool existed = true;
   if (!value) {
     place = place_of(of);
   } else if (!of.is_plain()) {
     if (!find_folder(of.address, true, place.folder)) throw Refusal{VU_FAILED, {}, {}};
-    Place before;
-    existed = find(of.address, before);
-    place.file = STGIndex::create(place.folder, of.address.name, 0);
-    // No entry names the new file. It would be adopted as an orphan.
-    if (LockLimit::passed() && !existed) vu_file::remove(place.path());
-    if (LockLimit::passed()) throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
+    if (!find(of.address, place)) create_entry(of.address.name, place);
   }
   vu_file file;
   file.open(place.folder, place.file, vu_file_base::o_append);
   if (!file.is_locked()) throw Refusal{VU_FAILED, "the lock was not granted", {}};
-  // A new file may have the physical name of an orphan: its old lines are ignored.
-  const STG::NameValueSeq before =
-      existed ? lines_of(read_to_end(file).view()) : STG::NameValueSeq();
+  // Also of a new file: another program may have written to it meanwhile.
+  const STG::NameValueSeq before = lines_of(read_to_end(file).view());
   const auto lines = changed(before, name, value);
   if (!lines) throw Refusal{VU_NOTHING_MATCHED, "there is no such line", {}};
   file.clear();

@@ -8,6 +8,7 @@
 
 #include "file/lock_limit.h"
 #include "index/index_format.h"
+#include "index/own_files.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
 #include "storage/layout.h"
@@ -100,6 +101,15 @@ Place place_of(const Address& address) {
   Place place;
   if (!find(address, place)) throw Refusal{VU_NOTHING_MATCHED, "there is no such version", {}};
   return place;
+}
+
+bool create_entry(const std::string& name, Place& place) {
+  place.file = STGIndex::create(place.folder, name, place.version);
+  const bool is_mine = OwnFiles::has_made(place.path());
+  if (!LockLimit::passed()) return is_mine;
+  // The entry could not be saved, and the file would be adopted as an orphan.
+  if (is_mine) vu_file::remove(place.path());
+  throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
 }
 
 bool has_moved(const Place& place, int tries) {

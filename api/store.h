@@ -130,6 +130,11 @@ inline vu_info info_of(const std::string& path, std::int64_t version) {
 bool find(const Address& address, Place& place);
 /// As find(). @throws Refusal VU_NOTHING_MATCHED if it does not exist.
 Place place_of(const Address& address);
+/// Creates the entry of a version and its empty file; sets the file of @p place.
+/// @return false if the entry exists already: another program has just created it.
+/// @throws Refusal VU_LOCK_TIMEOUT, without the file; vu_file_except if the counter of the folder
+/// gives no unused name
+bool create_entry(const std::string& name, Place& place);
 /// For a version whose file could not be used: whether the file is gone because another program has
 /// replaced the version. The caller then looks the version up again.
 bool has_moved(const Place& place, int tries);

@@ -118,12 +118,8 @@ class Staged {
  public:
   Staged(const std::string& folder, const Address& address)
       : m_folder(folder), m_name(staged_name(address.name)), m_version(address.version) {
-    m_place = {folder, STGIndex::create(folder, m_name, m_version), m_version};
-    if (!LockLimit::passed()) return;
-    // No entry names the file. It would be adopted as an orphan.
-    vu_file::remove(m_place.path());
-    m_is_there = false;
-    throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
+    m_place = {folder, {}, m_version};
+    create_entry(m_name, m_place);
   }
   ~Staged() {
     if (!m_is_there) return;

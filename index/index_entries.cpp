@@ -1,11 +1,15 @@
+#include <cstdint>
+#include <string>
 #include <utility>
 
 #include "file/folder_entries.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
+#include "index/own_files.h"
 #include "platform/host/trace.h"
 #include "stg_index.h"
+#include "vu_file_except.h"
 
 // Changes of entries, in memory and in the files of the folder.
 
@@ -13,6 +17,28 @@ bool STGIndex::_contains(const std::string& logical, long timestamp) const {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   return m_state->find(entryAndTS(logical, timestamp)).has_value();
 }
+
+namespace {
+
+/// The first name from @p draw whose file does not exist.
+template <class Draw>
+std::string name_of_own_file(const std::string& folder, const std::string& extension, Draw draw) {
+  for (std::int32_t before = -1;;) {
+    std::string name = draw();
+    const Presence presence = presence_of(folder + "\\" + name + extension);
+    // All callers get kTroubleName while the counter cannot be used. But it is also a number: then
+    // the next name is another one.
+    if (presence == Presence::kMissing && name != index_format::kTroubleName) return name;
+    // The numbers of a counter that works grow. Only after the largest one they begin again.
+    const std::int32_t number = index_format::parse_decimal(name);
+    if (number <= before || presence == Presence::kUnknown)
+      throw vu_file_except("STGIndex: the counter gives no name for a new file: " + folder + "\\" +
+                           index_format::kCounterFile);
+    before = number;
+  }
+}
+
+}  // namespace
 
 std::string STGIndex::_create(const std::string& logical, long timestamp) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
@@ -25,7 +51,10 @@ std::string STGIndex::_create(const std::string& logical, long timestamp) {
   } else if (unknown != nullptr) {
     name = index_format::file_name_of(key, unknown->stored);
   } else {
-    const std::string physical = newIndex();
+    const std::string physical =
+        OwnFiles::are_required()
+            ? name_of_own_file(m_folder, extension(logical), [this] { return newIndex(); })
+            : newIndex();
     m_state->insert(key, physical);
     name = physical + extension(logical);
   }
@@ -33,10 +62,12 @@ std::string STGIndex::_create(const std::string& logical, long timestamp) {
   // The file of an unknown entry may exist; the caller opens it and finds out.
   const Presence presence = presence_of(m_folder + "\\" + name);
   if (presence == Presence::kMissing || (presence == Presence::kUnknown && unknown == nullptr)) {
+    std::string path = m_folder + "\\" + name;
     vu_file file(m_folder, name);
     file.open(o_append);
     file.close();
     m_state->file_is_made(key, {});
+    OwnFiles::note(std::move(path));
   }
   VU_TRACE_M(" STGIndex (create): Set need update flag to true: index.dat will be updated");
   VU_TRACE_M("           folder : ", m_folder);

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/os/os.h"
@@ -288,6 +289,85 @@ TEST_F(CInterfaceFaults, AnIndexThatCannotBeOpenedIsNotAMissingDocument) {
     EXPECT_EQ(put(m_document, "new", 0), VU_ALREADY);
   }
   EXPECT_EQ(content(m_document), "old");
+}
+
+TEST_F(CInterfaceFaults, ANewDocumentNeverGetsTheFileOfAnother) {
+  // While the counter cannot be used, all callers of the index get the name 99999999.
+  const std::string folder = m_scratch.path("storage\\user\\anna");
+  vu_file::remove(folder + "\\index");
+  make_folder(folder + "\\index");
+  write_file(folder + "\\99999999.txt", "of another");
+  write_file(folder + "\\index.dat",
+             read_file(folder + "\\index.dat") + "b.txt_0000000000/99999999\n");
+  const vu_document other = document("b.txt");
+  const vu_document next = document("c.txt");
+  ASSERT_EQ(content(other), "of another");
+  const auto expect_refused = [&](vu_status status, const char* what) {
+    SCOPED_TRACE(what);
+    EXPECT_EQ(status, VU_FAILED);
+    EXPECT_TRUE(std::string(last_error().path).ends_with("index")) << last_error().path;
+    EXPECT_EQ(content(other), "of another");
+    EXPECT_EQ(content(m_document), "old");
+    EXPECT_EQ(content(next), "VU_NOTHING_MATCHED");
+  };
+  vu_stream* stream = nullptr;
+  expect_refused(put(next, "new", 0), "put");
+  expect_refused(put(m_document, "new", VU_REPLACE), "put, replacing");
+  expect_refused(put(next, "new", VU_IN_PLACE), "put, in place");
+  expect_refused(vu_open(m_store, &next, VU_WRITE_NEW, &stream), "open, new");
+  expect_refused(vu_open(m_store, &next, VU_WRITE_OVER, &stream), "open, over");
+  expect_refused(vu_key_set(m_store, &next, "line", "value"), "key set");
+  expect_refused(vu_rename(m_store, &m_document, &next, 0), "rename");
+  EXPECT_EQ(stream, nullptr);
+  vu_file::remove(folder + "\\index");
+  EXPECT_EQ(put(next, "new", VU_REPLACE), VU_DONE);
+  EXPECT_EQ(content(next), "new");
+  EXPECT_EQ(content(other), "of another");
+}
+
+TEST_F(CInterfaceFaults, ANewDocumentSkipsTheNumbersOfCopiedFiles) {
+  // These files were copied into the folder, and adopted. The counter does not know them.
+  const std::string folder = m_scratch.path("storage\\user\\anna");
+  const auto numbered = [](int number) { return "0000000" + std::to_string(number) + ".txt"; };
+  const int last = std::stoi(read_file(folder + "\\index"));
+  std::string lines = read_file(folder + "\\index.dat");
+  for (int i = last + 1; i < last + 4; ++i) {
+    write_file(folder + "\\" + numbered(i), "copied");
+    lines += numbered(i) + "_0000000000/" + numbered(i) + "\n";
+  }
+  write_file(folder + "\\index.dat", lines);
+  const vu_document next = document("c.txt");
+  const vu_document key = document("k.txt");
+  EXPECT_EQ(put(next, "new", 0), VU_DONE);
+  EXPECT_EQ(vu_key_set(m_store, &key, "line", "value"), VU_DONE);
+  EXPECT_EQ(content(next), "new");
+  EXPECT_EQ(content(m_document), "old");
+  for (int i = last + 1; i < last + 4; ++i)
+    EXPECT_EQ(read_file(folder + "\\" + numbered(i)), "copied") << i;
+}
+
+TEST_F(CInterfaceFaults, ANewDocumentGetsTheNumberAfterTheNameForTrouble) {
+  const std::string folder = m_scratch.path("storage\\user\\anna");
+  write_file(folder + "\\index", "99999998");
+  const vu_document next = document("c.txt");
+  EXPECT_EQ(put(next, "new", VU_IN_PLACE), VU_DONE);
+  EXPECT_EQ(read_file(folder + "\\100000000.txt"), "new");
+}
+
+TEST_F(CInterfaceFaults, WithinACallbackTheExportedClassesKeepTheirNames) {
+  // A host that calls the classes from a callback gets what they document: 99999999.
+  const std::string folder = m_scratch.path("storage\\user\\anna");
+  vu_file::remove(folder + "\\index");
+  make_folder(folder + "\\index");
+  using Created = std::pair<std::string, std::string>;
+  Created created(folder, "");
+  const auto visit = [](void* context, const vu_entry*) -> std::int32_t {
+    auto& [where, name] = *static_cast<Created*>(context);
+    name = STGIndex::create(where, "c.txt", 0);
+    return 1;
+  };
+  vu_each_document(m_store, VU_AREA_USER, "anna", 0, visit, &created);
+  EXPECT_EQ(created.second, "99999999.txt");
 }
 
 TEST_F(CInterfaceFaults, AFolderThatTheSystemCannotCheckIsNotMissing) {
