@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "file/lock_limit.h"
-#include "index/own_files.h"
 #include "platform/host/trace.h"
 #include "vu/storage.h"
 
@@ -101,11 +100,10 @@ class Call final : public trace::Listener {
   bool m_has_error = false;
   bool m_is_changed = false;
   std::optional<LockLimit> m_limit;
-  OwnFiles m_own_files;
 };
 
 /// Exists while a callback runs. The callback can make calls. Their results do not replace the
-/// problem of the outer call, and its rules for locks and new files do not apply to them.
+/// problem of the outer call, and the limit of the outer call does not apply to them.
 class Pause {
  public:
   Pause() noexcept {
@@ -118,7 +116,6 @@ class Pause {
  private:
   std::optional<Problem> m_heard;
   LockLimit m_none{std::nullopt};
-  OwnFiles m_any_files{OwnFiles::Rule::kOff};
 };
 
 /// Runs the body of a call. The body returns a status or throws; it may take the Call&.

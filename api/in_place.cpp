@@ -87,26 +87,24 @@ void open_over(vu_file& file, const Address& address, const Place& place) {
   file.open(place.folder, place.file, vu_file_base::o_truncate);
 }
 
-/// Creates and opens a version that does not exist. @return false if another program created it.
-bool open_new(vu_file& file, const Address& address) {
-  Place place;
-  place.version = address.version;
-  if (!find_folder(address, true, place.folder)) throw Refusal{VU_FAILED, {}, {}};
-  if (!create_entry(address.name, place)) return false;
-  file.open(place.folder, place.file, vu_file_base::o_truncate);
-  return true;
-}
-
 }  // namespace
 
 void open_to_write(vu_file& file, const Address& address, bool replaces) {
   Place place;
-  if (!find(address, place)) {
-    if (open_new(file, address) || !replaces) return;
-    if (!find(address, place))
+  place.version = address.version;
+  if (!find_folder(address, true, place.folder)) throw Refusal{VU_FAILED, {}, {}};
+  // An index that cannot be opened looks empty; find() throws then.
+  bool existed = STGIndex::exists(place.folder, address.name, place.version, place.file) ||
+                 find(address, place);
+  if (!existed) {
+    if (create_entry(address.name, place))
+      return file.open(place.folder, place.file, vu_file_base::o_truncate);
+    // Another program has just created it.
+    existed = find(address, place);
+    if (!existed && replaces)
       throw Refusal{VU_FAILED, "another program created and removed the version; call again", {}};
   }
-  if (replaces) open_over(file, address, place);
+  if (existed && replaces) open_over(file, address, place);
 }
 
 bool is_opened_anew(const Address& address, vu_file& file) {

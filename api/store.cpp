@@ -104,8 +104,9 @@ Place place_of(const Address& address) {
 }
 
 bool create_entry(const std::string& name, Place& place) {
+  const OwnFiles own;
   place.file = STGIndex::create(place.folder, name, place.version);
-  const bool is_mine = OwnFiles::has_made(place.path());
+  const bool is_mine = own.has(place.path());
   if (!LockLimit::passed()) return is_mine;
   // The entry could not be saved, and the file would be adopted as an orphan.
   if (is_mine) vu_file::remove(place.path());

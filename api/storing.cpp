@@ -11,6 +11,7 @@
 #include "file/handle_core.h"
 #include "file/lock_limit.h"
 #include "index/index_format.h"
+#include "index/own_files.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
 #include "storage/layout.h"
@@ -138,7 +139,10 @@ class Staged {
   /// @param before the file of the version that is replaced; empty when there is none.
   void rename_to(const Address& address, const std::string& before) {
     wait_for_index(m_folder);
-    STGIndex::rename(m_folder, m_name, m_version, address.name, address.version);
+    {
+      const OwnFiles own;
+      STGIndex::rename(m_folder, m_name, m_version, address.name, address.version);
+    }
     if (LockLimit::passed()) throw Refusal{VU_FAILED, {}, {}};
     // Required: without a limit. After the save, the status must say what happened.
     const LockLimit none(std::nullopt);
@@ -234,7 +238,10 @@ vu_status rename(const Store& settings, const vu_document* from, const vu_docume
     return LockLimit::passed() ? status_of_removal() : stored;
   }
   wait_for_index(folder);
-  STGIndex::rename(folder, old_address.name, old_address.version, address.name, address.version);
+  {
+    const OwnFiles own;
+    STGIndex::rename(folder, old_address.name, old_address.version, address.name, address.version);
+  }
   {
     // Required: without a limit. After the save, the status must say what happened.
     const LockLimit none(std::nullopt);

@@ -8,16 +8,12 @@ constinit thread_local OwnFiles* t_rule = nullptr;
 
 }  // namespace
 
-OwnFiles::OwnFiles(Rule rule) noexcept : m_rule(rule), m_before(std::exchange(t_rule, this)) {}
+OwnFiles::OwnFiles() noexcept : m_before(std::exchange(t_rule, this)) {}
 
 OwnFiles::~OwnFiles() { t_rule = m_before; }
 
-bool OwnFiles::are_required() noexcept { return t_rule != nullptr && t_rule->m_rule == Rule::kOn; }
-
-bool OwnFiles::has_made(const std::string& path) noexcept {
-  return are_required() && t_rule->m_last == path;
-}
+bool OwnFiles::are_required() noexcept { return t_rule != nullptr; }
 
 void OwnFiles::note(std::string path) noexcept {
-  if (are_required()) t_rule->m_last = std::move(path);
+  if (t_rule != nullptr) t_rule->m_last = std::move(path);
 }
