@@ -14,6 +14,7 @@
 //
 //   exists, hit              STGIndex::exists of an arbitrary entry
 //   exists, miss             the same for an existing name with another timestamp
+//   search of the text       the search for a key in the text of an index, in memory; floor: memchr
 //   lastVersion              STGIndex::lastVersion of an arbitrary name, switch off and on
 //   plValues, getVUDocs      the lists of all entries and of all documents (every entry is a
 //                            document), switch on

@@ -70,6 +70,8 @@ double Outcome::minimum(Who who) const {
 }
 
 bool Outcome::meets(const Requirement& requirement) const {
+  if (requirement.kind == Requirement::Kind::kAtMostSeconds)
+    return median(Who::kLibrary) <= requirement.factor;
   const double against = ratio(requirement.against);
   return requirement.kind == Requirement::Kind::kAtMostTimes ? against <= requirement.factor
                                                              : 1 / against >= requirement.factor;

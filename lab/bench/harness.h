@@ -37,18 +37,22 @@ struct Job {
 /// The functions own everything that they need during a contest.
 using Jobs = std::map<Who, Job>;
 
-/// The result that the library must reach compared with another contender.
+/// The result that the library must reach: compared with another contender, or in seconds.
 struct Requirement {
-  enum class Kind { kAtMostTimes, kAtLeastTimesFaster };
+  enum class Kind { kAtMostTimes, kAtLeastTimesFaster, kAtMostSeconds };
   Kind kind;
   Who against;
-  double factor;
+  double factor;  ///< or the seconds
 };
 inline Requirement at_most(double factor, Who against) {
   return {Requirement::Kind::kAtMostTimes, against, factor};
 }
 inline Requirement at_least_faster(double factor, Who against) {
   return {Requirement::Kind::kAtLeastTimesFaster, against, factor};
+}
+/// @param against is only shown beside the library.
+inline Requirement at_most_seconds(double seconds, Who against) {
+  return {Requirement::Kind::kAtMostSeconds, against, seconds};
 }
 
 struct Contest {

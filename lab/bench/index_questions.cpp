@@ -259,6 +259,7 @@ std::vector<Contest> index_questions(Stage& stage) {
   for (const std::size_t entries : kSizes) {
     contests.push_back(exists_contest(stage, entries, Sought::kHit));
     contests.push_back(exists_contest(stage, entries, Sought::kMiss));
+    contests.push_back(search_contest(stage, entries));
     add_latest(contests, stage, entries);
     constexpr auto kPhysical = floor_of::List::kByPhysicalName;
     constexpr auto kLogical = floor_of::List::kByLogicalName;

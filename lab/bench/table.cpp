@@ -22,6 +22,8 @@ std::string microseconds(const Outcome& outcome, Who who) {
 std::string describe(const Requirement& requirement) {
   if (requirement.kind == Requirement::Kind::kAtLeastTimesFaster)
     return "at least " + number(requirement.factor) + " x faster than " + name(requirement.against);
+  if (requirement.kind == Requirement::Kind::kAtMostSeconds)
+    return "at most " + number(requirement.factor * 1e6) + " us";
   if (requirement.factor == 1) return std::string("not slower than ") + name(requirement.against);
   return "at most " + number(requirement.factor) + " x " + name(requirement.against);
 }

@@ -132,7 +132,7 @@ set(rules
   "tests/multi     = tests/multi tests/support include"
   "tests/consumer  = include"
   "lab/bench       = lab/bench include"
-  "lab/bench/inside = platform include"
+  "lab/bench/inside = lab/bench index platform include"
   "lab/model       = lab/model"
   "lab/fuzz        = lab/fuzz lab/model tests/support storage index file platform include"
   "lab/kit         = lab/kit tests/support include"
