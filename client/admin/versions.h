@@ -3,41 +3,69 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "client/admin/folder_view.h"
 #include "client/admin/locked_file.h"
 #include "client/admin/system.h"
 #include "client/admin/tree.h"
+#include "index/index_format.h"
 
 namespace admin {
 
-/// A document to store, and the result.
-struct NewVersion {
+struct IndexNames;
+
+/// A version to store or to remove, and the result.
+struct ChangedVersion {
   enum class Fate : std::uint8_t {
     kPending,
     kStored,
-    kMeanwhile,  ///< another program stored or removed the entry
+    kRemoved,
+    kMeanwhile,  ///< another program has stored, changed or removed the entry: it stays so
+    kInUse,      ///< not removed: another process has it open
     kFailed,
     kLocked,  ///< a lock was not obtained in time
-    /// The copy cannot replace the file: the file is open, or its owner could not be given to the
-    /// copy. Nothing was changed; the caller must write into the existing file.
+    /// Not stored: the copy cannot replace the file. The file is open, or its owner could not be
+    /// given to the copy. Nothing was changed; the caller must write into the existing file.
     kInPlace,
   };
 
-  std::string source;
   std::string logical;
   std::int32_t timestamp = 0;
-  /// The file of the version to replace; empty for a new entry.
-  std::string replaces;
+  std::string file;  ///< its name in the folder; a new entry gets one when it is stored
   Fate fate = Fate::kPending;
-  std::string file;    ///< of kStored: its name in the folder
-  std::string reason;  ///< why it was not stored; with kLocked the path of the locked file
+  std::string reason;  ///< why it was not changed; with kLocked the path of the locked file
 
+  std::string key() const { return index_format::key_of(logical, timestamp); }
   void end(Fate new_fate, std::string why = {}) {
     fate = new_fate;
     reason = std::move(why);
   }
+  /// It failed because a file cannot be written. @param what "the index"
+  void fail_to_write(const char* what, const std::string& path, const os::Status& status);
+  /// The same, or kLocked if another process has locked the file.
+  void refuse(const char* what, const std::string& path, const os::Status& status);
+};
+
+/// An index that is locked, loaded and saved once.
+struct ChangedIndex {
+  LockedFile file;
+  FolderView view;
+  std::string new_text;  ///< empty: it is not saved
+  os::Status saved;      ///< ok if the new text is valid
+
+  /// Saves those with a new text, and flushes them together.
+  static void save(const std::vector<ChangedIndex*>& all);
+};
+
+// ---- storing ------------------------------------------------------------------------------------
+
+/// A document to store.
+struct NewVersion : ChangedVersion {
+  std::string source;
+  /// The file of the version to replace; empty for a new entry.
+  std::string replaces;
 };
 
 /// Stores versions of one folder, with one load and one save of its index:
@@ -47,7 +75,7 @@ struct NewVersion {
 /// 3. prepare() locks the index, checks which keys are still free, takes numbers from the counter
 ///    and renames the copies to their final names.
 /// 4. Counters and folders are flushed, for all folders together.
-/// 5. save() saves each index once; the indexes are flushed together.
+/// 5. ChangedIndex::save() saves each index once; the indexes are flushed together.
 /// 6. replace_files() replaces the files of existing versions, each by one rename, while file and
 ///    index are locked. Then it unlocks the index.
 /// 7. Folders in which files were replaced are flushed.
@@ -89,23 +117,20 @@ class NewVersions {
     bool is_new_pending() const { return is_pending() && is_new(); }
   };
 
-  static void flush_replaced(const std::vector<NewVersions*>& folders,
-                             const std::vector<std::string>& replaced);
   void prepare();
   bool open_index();
   bool is_sound();
-  void drop_taken();
-  bool draw_numbers();
+  void drop_taken(const IndexNames& names);
+  bool draw_numbers(const IndexNames& names);
   void move_files();
   std::string text_with_lines() const;
-  static void save(const std::vector<NewVersions*>& folders);
-  void judge_save(const std::string& wanted, const os::Status& status);
+  void judge_save();
   bool replace_files();
+  void doubt_replaced(const std::string& why);
   void verify();
   void refuse(const char* what, const std::string& path, const os::Status& status);
-  void fail_pending(NewVersion::Fate fate, const std::string& reason);
+  void fail_pending(const std::string& reason);
   void take_back(Item& item);
-  bool any_pending() const;
   bool any_new_pending() const;
   std::string path_of(std::string_view name) const { return sys::join(m_folder.path, name); }
 
@@ -113,30 +138,15 @@ class NewVersions {
   sys::Locking m_locking;
   StagingFolder m_staging;
   std::vector<Item> m_items;
-  LockedFile m_index;  ///< open from prepare() to replace_files()
-  FolderView m_view;
+  ChangedIndex m_index;  ///< locked from prepare() to replace_files()
 };
 
 // ---- removing -----------------------------------------------------------------------------------
 
-/// A version to remove if it has not changed since it was examined, and the result.
-struct OldVersion {
-  enum class Fate : std::uint8_t {
-    kPending,
-    kRemoved,
-    kMeanwhile,  ///< another program has changed it: it stays
-    kInUse,      ///< another process has it open: it stays
-    kFailed,
-    kLocked,  ///< the index was not locked in time
-  };
-
-  std::string logical;
-  std::int32_t timestamp = 0;
-  std::string file;  ///< its name in the folder
+/// A version to remove if it has not changed since it was examined.
+struct OldVersion : ChangedVersion {
   /// Whether the version is unchanged. Called while the file is locked exclusively.
   std::function<bool(LockedFile& file)> is_same;
-  Fate fate = Fate::kPending;
-  std::string reason;  ///< empty for kRemoved; the path for kLocked
 };
 
 /// Versions of one folder.

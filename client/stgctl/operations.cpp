@@ -236,8 +236,8 @@ void StoreBatch::settle(const Staged& staged,
 using Fate = admin::OldVersion::Fate;
 
 Removal::Removal(const FoundEntry& old, std::function<bool(admin::LockedFile& file)> is_same)
-    : entry(&old), version{old.name,           old.timestamp,  old.file,
-                           std::move(is_same), Fate::kPending, ""} {}
+    : entry(&old),
+      version{{old.name, old.timestamp, old.file, Fate::kPending, ""}, std::move(is_same)} {}
 
 std::string Removal::why_not_removed() const {
   const bool is_open = version.fate == Fate::kPending || version.fate == Fate::kLocked;

@@ -360,26 +360,17 @@ admin::DocumentFolder folder_of(const Target& target) {
   return {admin::Area::kUser, target.owner, "", native_path(target.folder())};
 }
 
-const char* name_of(admin::NewVersion::Fate fate) {
+const char* name_of(admin::ChangedVersion::Fate fate) {
+  using Fate = admin::ChangedVersion::Fate;
   switch (fate) {
-    case admin::NewVersion::Fate::kPending: return "pending";
-    case admin::NewVersion::Fate::kStored: return "stored";
-    case admin::NewVersion::Fate::kInPlace: return "in place";
-    case admin::NewVersion::Fate::kMeanwhile: return "meanwhile";
-    case admin::NewVersion::Fate::kFailed: return "failed";
-    case admin::NewVersion::Fate::kLocked: return "locked";
-  }
-  return "?";
-}
-
-const char* name_of(admin::OldVersion::Fate fate) {
-  switch (fate) {
-    case admin::OldVersion::Fate::kPending: return "pending";
-    case admin::OldVersion::Fate::kRemoved: return "removed";
-    case admin::OldVersion::Fate::kMeanwhile: return "meanwhile";
-    case admin::OldVersion::Fate::kInUse: return "in use";
-    case admin::OldVersion::Fate::kFailed: return "failed";
-    case admin::OldVersion::Fate::kLocked: return "locked";
+    case Fate::kPending: return "pending";
+    case Fate::kStored: return "stored";
+    case Fate::kRemoved: return "removed";
+    case Fate::kMeanwhile: return "meanwhile";
+    case Fate::kInUse: return "in use";
+    case Fate::kFailed: return "failed";
+    case Fate::kLocked: return "locked";
+    case Fate::kInPlace: return "in place";
   }
   return "?";
 }
