@@ -1,12 +1,14 @@
 #include "client/admin/text.h"
 
+#include <utf8.h>
 #include <xxhash.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdio>
+#include <iterator>
 
+#include "client/admin/formatted.h"
 #include "index/index_format.h"
 
 namespace admin {
@@ -14,42 +16,22 @@ namespace admin {
 namespace {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
+/// The characters that Windows does not allow in names.
+constexpr std::string_view kRefused = "<>:\"|?*\\/";
 
 struct Decoded {
   char32_t code = 0;
   std::size_t length = 0;  ///< 0: invalid bytes
 };
 
-unsigned byte_at(std::string_view text, std::size_t at) {
-  return static_cast<unsigned char>(text[at]);
-}
-
 Decoded decode(std::string_view text) {
-  const unsigned lead = byte_at(text, 0);
-  if (lead < 0x80) return {lead, 1};
-  const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-  if (lead < 0xC2 || lead > 0xF4 || text.size() < length) return {};
-  char32_t code = lead & (0xFFU >> (length + 1));
-  for (std::size_t i = 1; i < length; ++i) {
-    const unsigned next = byte_at(text, i);
-    if ((next & 0xC0U) != 0x80) return {};
-    code = code << 6U | (next & 0x3FU);
-  }
-  // Reject overlong forms, surrogates, and values above U+10FFFF.
-  const char32_t least = length == 4 ? 0x10000 : length == 3 ? 0x800 : 0x80;
-  const bool is_half = code >= 0xD800 && code <= 0xDFFF;
-  if (code < least || is_half || code > 0x10FFFF) return {};
-  return {code, length};
-}
-
-void encode(char32_t code, std::string& text) {
-  if (code < 0x80) {
-    text += static_cast<char>(code);
-  } else {
-    // All letters that are folded here are below U+0800.
-    text += static_cast<char>(0xC0U | code >> 6U);
-    text += static_cast<char>(0x80U | (code & 0x3FU));
-  }
+  if (const auto lead = static_cast<unsigned char>(text[0]); lead < 0x80) return {lead, 1};
+  constexpr std::size_t kLongest = 4;
+  const std::string_view start = text.substr(0, kLongest);
+  const char* at = start.data();
+  if (utf8::find_invalid(at, at + start.size()) == at) return {};
+  const char32_t code = utf8::unchecked::next(at);
+  return {code, static_cast<std::size_t>(at - start.data())};
 }
 
 char32_t lower(char32_t c) {
@@ -105,8 +87,7 @@ constexpr std::array<unsigned char, 256> kClasses = [] {
   for (unsigned c = 0; c < 256; ++c) {
     unsigned found = 0;
     if (c == '/' || c == '\\' || c == '*' || c == '?' || c == '\n' || c == 0) found |= kUnsafeByte;
-    const bool is_refused =
-        std::string_view("<>:\"|?*\\/").find(static_cast<char>(c)) != std::string_view::npos;
+    const bool is_refused = kRefused.find(static_cast<char>(c)) != std::string_view::npos;
     if (c < 0x20 || c >= 0x80 || is_refused) found |= kNotPortableByte;
     if ((c >= 'A' && c <= 'Z') || c >= 0x80) found |= kHasCase;
     classes[c] = static_cast<unsigned char>(found);
@@ -122,14 +103,7 @@ unsigned classes_in(std::string_view name) {
 
 }  // namespace
 
-bool is_utf8(std::string_view bytes) {
-  while (!bytes.empty()) {
-    const Decoded character = decode(bytes);
-    if (character.length == 0) return false;
-    bytes.remove_prefix(character.length);
-  }
-  return true;
-}
+bool is_utf8(std::string_view bytes) { return utf8::is_valid(bytes.begin(), bytes.end()); }
 
 std::string to_utf8(std::string_view bytes) {
   return replaced(bytes, [](char32_t) { return true; });
@@ -140,13 +114,8 @@ std::string printable(std::string_view bytes) {
 }
 
 std::string to_hex(std::string_view bytes) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
   std::string text;
-  text.reserve(bytes.size() * 2);
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    text += kDigits[byte_at(bytes, i) >> 4U];
-    text += kDigits[byte_at(bytes, i) & 15U];
-  }
+  for (const char c : bytes) append_formatted(text, "{:02x}", static_cast<unsigned char>(c));
   return text;
 }
 
@@ -162,10 +131,10 @@ void fold_case(std::string_view name, std::string& folded) {
   while (!name.empty()) {
     const Decoded character = decode(name);
     const std::size_t length = std::max<std::size_t>(character.length, 1);
-    if (character.length == 1 || character.length == 2) {
-      encode(lower(character.code), folded);
+    if (character.length != 0) {
+      utf8::unchecked::append(lower(character.code), std::back_inserter(folded));
     } else {
-      folded.append(name.substr(0, length));
+      folded += name[0];
     }
     name.remove_prefix(length);
   }
@@ -177,7 +146,7 @@ const char* why_not_portable(std::string_view name) {
   if (name.ends_with('.') || name.ends_with(' '))
     return "it ends in a dot or a blank, which Windows removes";
   if ((classes_in(name) & kNotPortableByte) != 0) {
-    if (name.find_first_of("<>:\"|?*\\/") != std::string_view::npos)
+    if (name.find_first_of(kRefused) != std::string_view::npos)
       return "it contains a character that Windows does not allow in names";
     const auto is_control = [](char c) { return static_cast<unsigned char>(c) < 0x20; };
     if (std::any_of(name.begin(), name.end(), is_control)) return "it contains a control character";
@@ -236,12 +205,9 @@ std::string format_time(std::int64_t seconds) {
   const sys_days day = floor<days>(point);
   const year_month_day date(day);
   const hh_mm_ss time(point - day);
-  std::array<char, 48> text{};
-  std::snprintf(text.data(), text.size(), "%04d-%02u-%02u %02d:%02d:%02d", int{date.year()},
-                unsigned{date.month()}, unsigned{date.day()},
-                static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
-                static_cast<int>(time.seconds().count()));
-  return text.data();
+  return formatted("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", int{date.year()}, unsigned{date.month()},
+                   unsigned{date.day()}, time.hours().count(), time.minutes().count(),
+                   time.seconds().count());
 }
 
 // ---- checksums ---------------------------------------------------------------------------------
@@ -249,9 +215,7 @@ std::string format_time(std::int64_t seconds) {
 namespace {
 
 std::string text_of(const XXH128_hash_t& hash) {
-  XXH128_canonical_t canonical;
-  XXH128_canonicalFromHash(&canonical, hash);
-  return to_hex({reinterpret_cast<const char*>(canonical.digest), sizeof canonical.digest});
+  return formatted("{:016x}{:016x}", hash.high64, hash.low64);
 }
 
 }  // namespace
@@ -260,10 +224,9 @@ struct Checksum::State {
   XXH3_state_t value;
 };
 
-Checksum::Checksum() : m_state(std::make_unique<State>()) { XXH3_128bits_reset(&m_state->value); }
-Checksum::~Checksum() = default;
-Checksum::Checksum(Checksum&&) noexcept = default;
-Checksum& Checksum::operator=(Checksum&&) noexcept = default;
+Checksum::Checksum() : m_state(new State, [](State* state) { delete state; }) {
+  XXH3_128bits_reset(&m_state->value);
+}
 
 void Checksum::add(std::string_view bytes) {
   XXH3_128bits_update(&m_state->value, bytes.data(), bytes.size());
@@ -281,12 +244,7 @@ namespace {
 
 constexpr std::size_t kDigits = 16;     ///< of the checksum that distinguishes names
 constexpr std::size_t kExtension = 12;  ///< a longer extension is truncated too
-constexpr std::string_view kRefused = "<>:\"|?*\\/";
-
-std::string escaped(unsigned char byte) {
-  const char c = static_cast<char>(byte);
-  return '%' + to_hex({&c, 1});
-}
+std::string escaped(unsigned char byte) { return formatted("%{:02x}", byte); }
 
 /// Writes each byte that a system refuses or changes as "%XX".
 std::string without_refused_bytes(std::string_view name) {

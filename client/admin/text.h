@@ -46,9 +46,6 @@ bool matches(std::string_view pattern, std::string_view name);
 class Checksum {
  public:
   Checksum();
-  ~Checksum();
-  Checksum(Checksum&&) noexcept;
-  Checksum& operator=(Checksum&&) noexcept;
 
   void add(std::string_view bytes);
   /// The checksum so far, as 32 lower-case hexadecimal digits.
@@ -56,7 +53,7 @@ class Checksum {
 
  private:
   struct State;
-  std::unique_ptr<State> m_state;
+  std::unique_ptr<State, void (*)(State*)> m_state;  ///< hides the checksum's own header
 };
 
 /// The checksum of a text.
