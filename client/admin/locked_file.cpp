@@ -182,15 +182,11 @@ constexpr int kMostFolders = 1000;
 std::string lock_in(const std::string& path) { return sys::join(path, StagingFolder::kLockName); }
 
 void remove_copies(const std::string& path) {
-  sys::Folder listing;
-  std::vector<std::string> names;
-  if (!listing.open(path).ok()) return;
-  sys::Entry entry;
-  while (listing.next(entry)) {
-    if (entry.name != StagingFolder::kLockName) names.emplace_back(entry.name);
-  }
-  for (const std::string& name : names) {
-    const std::string file = sys::join(path, name);
+  std::vector<sys::Child> copies;
+  static_cast<void>(sys::list_sorted(path, copies));
+  for (const sys::Child& copy : copies) {
+    if (copy.name == StagingFolder::kLockName) continue;
+    const std::string file = sys::join(path, copy.name);
     static_cast<void>(os::make_writable(file));
     static_cast<void>(os::remove_file(file));
   }

@@ -13,26 +13,14 @@ namespace {
 /// A trial file contains less.
 constexpr std::size_t kMostBytes = 4096;
 
-class File final : public SharedHandle {
- public:
-  File(const std::string& path, os::Access access) { m_opened = m_file.open(path, access); }
-  const os::Status& opened() const { return m_opened; }
-
+struct File final : SharedHandle {
   os::Status lock(bool exclusive) override {
-    return m_file.try_lock(exclusive ? OpenFile::Lock::kExclusive : OpenFile::Lock::kShared);
+    return file.try_lock(exclusive ? OpenFile::Lock::kExclusive : OpenFile::Lock::kShared);
   }
-  os::Status unlock() override { return m_file.unlock(); }
-  os::Status read(std::string& bytes) override { return m_file.read_at(0, kMostBytes, bytes); }
-  os::Status write(std::string_view bytes) {
-    os::Status status = m_file.cut_at(0);
-    if (status.ok()) status = m_file.write_at(0, bytes);
-    return status.ok() ? m_file.flush() : status;
-  }
-  os::Status close() { return m_file.try_close(); }
+  os::Status unlock() override { return file.unlock(); }
+  os::Status read(std::string& bytes) override { return file.read_at(0, kMostBytes, bytes); }
 
- private:
-  OpenFile m_file;
-  os::Status m_opened;
+  OpenFile file;
 };
 
 }  // namespace
@@ -40,20 +28,22 @@ class File final : public SharedHandle {
 std::string SharedView::path(const std::string& name) const { return sys::join(m_folder, name); }
 
 os::Status SharedView::store(const std::string& name, std::string_view bytes) {
-  File file(path(name), os::Access::kReadWriteCreate);
-  os::Status status = file.opened();
-  if (status.ok()) status = file.lock(true);
-  if (status.ok()) status = file.write(bytes);
+  OpenFile file;
+  os::Status status = file.open(path(name), os::Access::kReadWriteCreate);
+  if (status.ok()) status = file.try_lock(OpenFile::Lock::kExclusive);
+  if (status.ok()) status = file.cut_at(0);
+  if (status.ok()) status = file.write_at(0, bytes);
+  if (status.ok()) status = file.flush();
   // Like the library: after a close alone, the lock may be released later.
   if (status.ok()) status = file.unlock();
-  return status.ok() ? file.close() : status;
+  return status.ok() ? file.try_close() : status;
 }
 
 os::Status SharedView::load(const std::string& name, std::string& bytes) {
-  File file(path(name), os::Access::kReadExisting);
-  os::Status status = file.opened();
-  if (status.ok()) status = file.lock(false);
-  if (status.ok()) status = file.read(bytes);
+  OpenFile file;
+  os::Status status = file.open(path(name), os::Access::kReadExisting);
+  if (status.ok()) status = file.try_lock(OpenFile::Lock::kShared);
+  if (status.ok()) status = file.read_at(0, kMostBytes, bytes);
   return status.ok() ? file.unlock() : status;
 }
 
@@ -94,10 +84,10 @@ os::Status SharedView::set_time(const std::string& name, std::int64_t seconds) {
 bool SharedView::locks_belong_to_handles() { return os::locks_belong_to_handles(m_folder); }
 
 std::unique_ptr<SharedHandle> SharedView::open(const std::string& name, os::Status& status) {
-  auto file = std::make_unique<File>(path(name), os::Access::kReadWriteCreate);
-  status = file->opened();
+  auto handle = std::make_unique<File>();
+  status = handle->file.open(path(name), os::Access::kReadWriteCreate);
   if (!status.ok()) return nullptr;
-  return file;
+  return handle;
 }
 
 std::string temporary_folder() {
