@@ -200,9 +200,7 @@ class FolderCheck {
     const bool in_docs = folder.area == Area::kDocs;
     if (in_docs && bucket_number(line.logical) != m_bucket) {
       ++m_summary.unserved;
-      found(
-          Code::kWrongBucket, line,
-          "it belongs in " + layout::bucket_name(layout::hash_of(line.logical, layout::kBuckets)));
+      found(Code::kWrongBucket, line, "it belongs in " + bucket_of(line.logical));
     }
     if (const std::uint32_t at = m_view.find(line.logical);
         at != FolderView::kNone && at != line.listed) {

@@ -12,7 +12,6 @@
 #include "client/admin/locked_file.h"
 #include "client/admin/text.h"
 #include "index/index_format.h"
-#include "storage/layout.h"
 
 namespace admin {
 
@@ -369,10 +368,6 @@ class Inventory {
 std::string_view name_of(HoldingKind kind) {
   constexpr std::array<std::string_view, 3> kNames = {"version", "part", "file"};
   return kNames[static_cast<std::size_t>(kind)];
-}
-
-std::string bucket_of(std::string_view name) {
-  return layout::bucket_name(layout::hash_of(name, layout::kBuckets));
 }
 
 std::strong_ordering compare_paths(std::string_view one, std::string_view other) {

@@ -92,9 +92,6 @@ struct Holding {
   const char* out_of_reach = nullptr;
 };
 
-/// The bucket for a logical name.
-std::string bucket_of(std::string_view name);
-
 /// The order of an inventory: by area, owner, bucket, name and timestamp. A version comes before
 /// its sub-parts. Paths are compared with compare_paths(), other texts byte by byte.
 std::strong_ordering operator<=>(const Holding& one, const Holding& other);

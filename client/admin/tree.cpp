@@ -29,6 +29,15 @@ bool has_index(const std::string& folder) {
   return has(index_format::kIndexFile) || has(index_format::kCounterFile);
 }
 
+/// The folder with these names, of which some are empty.
+DocumentFolder folder_at(const Tree& tree, Area area, const std::string& owner,
+                         const std::string& bucket) {
+  DocumentFolder folder{area, owner, bucket, tree.folder_of(area)};
+  if (!owner.empty()) folder.path = sys::join(folder.path, owner);
+  if (!bucket.empty()) folder.path = sys::join(folder.path, bucket);
+  return folder;
+}
+
 /// Walks one area, level by level.
 class AreaWalk {
  public:
@@ -37,7 +46,7 @@ class AreaWalk {
 
   bool run() {
     const std::string folder = m_tree.folder_of(m_area);
-    if (m_area == Area::kSemlets || m_tree.layout == Layout::kFlat) return owner_folder("", folder);
+    if (!m_tree.has_owners(m_area)) return owner_folder("", folder);
     if (!m_options.scope.owner) return owners(folder);
     const std::string name = owner_folder_name(*m_options.scope.owner);
     const std::string path = sys::join(folder, name);
@@ -128,23 +137,18 @@ std::uint32_t bucket_number(std::string_view entry) {
                                     [](char c) { return static_cast<unsigned char>(c) < 0x80; });
   if (!is_ascii || entry.size() < 2)
     return static_cast<std::uint32_t>(layout::hash_of(entry, layout::kBuckets));
-  // If no byte is negative, it is enough to reduce after every four steps. The four products do not
-  // depend on each other, so the processor computes them in parallel.
+  // If no byte is negative, it is enough to reduce after every eight steps.
   constexpr auto kModulus = static_cast<std::uint64_t>(layout::kBuckets);
-  constexpr std::uint64_t kSecond = 31;
-  constexpr std::uint64_t kThird = kSecond * 31;
-  constexpr std::uint64_t kFourth = kThird * 31;
-  const auto byte = [&](std::size_t i) {
-    return static_cast<std::uint64_t>(static_cast<unsigned char>(entry[i]));
-  };
   std::uint64_t h = 0;
-  std::size_t i = 0;
-  for (; i + 4 <= entry.size(); i += 4) {
-    h = h % kModulus * (kFourth * 31) + byte(i) * kFourth + byte(i + 1) * kThird +
-        byte(i + 2) * kSecond + byte(i + 3);
+  for (std::size_t i = 0; i < entry.size(); ++i) {
+    h = h * 31 + static_cast<unsigned char>(entry[i]);
+    if (i % 8 == 7) h %= kModulus;
   }
-  for (; i < entry.size(); ++i) h = h * 31 + byte(i);
   return static_cast<std::uint32_t>(h % kModulus);
+}
+
+std::string bucket_of(std::string_view name) {
+  return layout::bucket_name(layout::hash_of(name, layout::kBuckets));
 }
 
 std::string owner_folder_name(std::string_view owner) {
@@ -202,18 +206,8 @@ std::optional<Tree> locate(const Place& place, std::string& why) {
 
 DocumentFolder folder_for(const Tree& tree, Area area, std::string_view owner,
                           std::string_view entry) {
-  DocumentFolder folder;
-  folder.area = area;
-  folder.path = tree.folder_of(area);
-  if (tree.layout != Layout::kFlat && area != Area::kSemlets) {
-    folder.owner = owner_folder_name(owner);
-    folder.path = sys::join(folder.path, folder.owner);
-  }
-  if (area == Area::kDocs) {
-    folder.bucket = layout::bucket_name(layout::hash_of(entry, layout::kBuckets));
-    folder.path = sys::join(folder.path, folder.bucket);
-  }
-  return folder;
+  return folder_at(tree, area, tree.has_owners(area) ? owner_folder_name(owner) : "",
+                   area == Area::kDocs ? bucket_of(entry) : "");
 }
 
 bool walk(const Tree& tree, const WalkOptions& options, Visitor& visitor) {
@@ -236,18 +230,11 @@ std::optional<Located> locate_below(const Tree& tree, std::string_view path) {
   };
   const std::optional<Area> area = area_named(take());
   if (!area) return std::nullopt;
-  DocumentFolder folder{*area, "", "", tree.folder_of(*area)};
-  if (tree.layout != Layout::kFlat && *area != Area::kSemlets) {
-    folder.owner = take();
-    if (folder.owner.empty()) return std::nullopt;
-    folder.path = sys::join(folder.path, folder.owner);
-  }
-  if (*area == Area::kDocs) {
-    folder.bucket = take();
-    if (!is_bucket_name(folder.bucket)) return std::nullopt;
-    folder.path = sys::join(folder.path, folder.bucket);
-  }
-  return Located{std::move(folder), std::string(path)};
+  const std::string owner = tree.has_owners(*area) ? take() : "";
+  const std::string bucket = *area == Area::kDocs ? take() : "";
+  if (owner.empty() && tree.has_owners(*area)) return std::nullopt;
+  if (*area == Area::kDocs && !is_bucket_name(bucket)) return std::nullopt;
+  return Located{folder_at(tree, *area, owner, bucket), std::string(path)};
 }
 
 std::optional<Located> locate_in(const Tree& tree, const std::string& path) {

@@ -46,6 +46,8 @@ struct Tree {
   std::array<bool, kAreas.size()> has_area{};
 
   std::string folder_of(Area area) const { return sys::join(storage, name_of(area)); }
+  /// Whether the area has a folder for each owner.
+  bool has_owners(Area area) const { return layout != Layout::kFlat && area != Area::kSemlets; }
 };
 
 /// Finds the tree. Returns nothing if the folder does not exist or has no area folder.
@@ -58,6 +60,8 @@ Layout guess_layout(const std::string& storage);
 
 /// Whether the name has the form of a bucket: eight to ten digits.
 bool is_bucket_name(std::string_view name);
+/// The bucket for a logical name.
+std::string bucket_of(std::string_view name);
 /// The number of the bucket for an entry. Faster than the library's function for ASCII names.
 std::uint32_t bucket_number(std::string_view entry);
 /// The name of an owner's folder: "_" for the empty name.
