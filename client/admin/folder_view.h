@@ -1,15 +1,14 @@
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <iterator>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "client/admin/system.h"
@@ -17,6 +16,7 @@
 #include "index/folder_files.h"
 #include "index/index_format.h"
 #include "index/index_reader.h"
+#include "index/name_index.h"
 
 namespace admin {
 
@@ -113,47 +113,23 @@ bool belongs_to_entry(const FolderView& folder, std::string_view name);
 /// characters.
 bool has_stamp(std::string_view key);
 
-/// Remembers the first line with each text. It allocates nothing for a text: with
-/// std::unordered_map, a check of a large index takes a third longer.
+/// Remembers the first line with each text. The caller keeps the bytes.
 class FirstLines {
  public:
-  /// @return the first line with the text; @p line if the text is new. The caller keeps its bytes.
+  /// @return the first line with the text; @p line if the text is new.
   std::size_t insert(std::string_view text, std::size_t line) {
-    if (m_used * 2 >= m_slots.size()) grow();
-    const std::size_t hash = std::hash<std::string_view>{}(text);
-    Slot& slot = slot_of(text, hash);
-    if (slot.line == 0) {
-      slot = {text, hash, line};
-      ++m_used;
-    }
-    return slot.line;
+    const std::uint64_t hash = m_index.ask(text);
+    const std::size_t found =
+        m_index.find(text, hash, [this](std::size_t at) { return m_texts[at].first; });
+    if (found != NameIndex::kNone) return m_texts[found].second;
+    m_index.add(hash, m_texts.size());
+    m_texts.emplace_back(text, line);
+    return line;
   }
 
  private:
-  struct Slot {
-    std::string_view text;
-    std::size_t hash = 0;
-    std::size_t line = 0;  ///< 0: free
-  };
-
-  Slot& slot_of(std::string_view text, std::size_t hash) {
-    const std::size_t mask = m_slots.size() - 1;
-    std::size_t at = hash & mask;
-    while (m_slots[at].line != 0 && (m_slots[at].hash != hash || m_slots[at].text != text))
-      at = (at + 1) & mask;
-    return m_slots[at];
-  }
-
-  void grow() {
-    std::vector<Slot> old(std::max<std::size_t>(64, m_slots.size() * 2));
-    old.swap(m_slots);
-    for (const Slot& slot : old) {
-      if (slot.line != 0) slot_of(slot.text, slot.hash) = slot;
-    }
-  }
-
-  std::vector<Slot> m_slots;  ///< size: a power of two
-  std::size_t m_used = 0;
+  NameIndex m_index;
+  std::vector<std::pair<std::string_view, std::size_t>> m_texts;
 };
 
 /// How the library's reader treats a line of the index.
