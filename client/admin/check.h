@@ -61,7 +61,9 @@ enum class Severity : std::uint8_t {
   kWarning,  ///< something behaves differently from what users expect
   kError,    ///< data or names are lost, or will be
 };
-std::string_view name_of(Severity severity);
+constexpr std::string_view name_of(Severity severity) {
+  return word_of(severity, {"info", "warning", "error"});
+}
 
 struct FindingKind {
   Code code;

@@ -1,7 +1,6 @@
 #include "client/admin/entries.h"
 
 #include <algorithm>
-#include <array>
 #include <string_view>
 #include <tuple>
 #include <unordered_map>
@@ -134,11 +133,6 @@ std::optional<DocumentFolder> only_folder(const Tree& tree, const EntryQuery& qu
 }
 
 }  // namespace
-
-std::string_view name_of(EntryState state) {
-  constexpr std::array<std::string_view, 3> kNames = {"indexed", "unindexed", "missing"};
-  return kNames[static_cast<std::size_t>(state)];
-}
 
 EntryFailures for_each_entry(const Tree& tree, const EntryQuery& query, const EntrySink& sink,
                              const FailureSink& failed) {
@@ -364,11 +358,6 @@ class Inventory {
 };
 
 }  // namespace
-
-std::string_view name_of(HoldingKind kind) {
-  constexpr std::array<std::string_view, 3> kNames = {"version", "part", "file"};
-  return kNames[static_cast<std::size_t>(kind)];
-}
 
 std::strong_ordering compare_paths(std::string_view one, std::string_view other) {
   const auto [a, b] = std::mismatch(one.begin(), one.end(), other.begin(), other.end());

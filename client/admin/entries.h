@@ -20,7 +20,9 @@ enum class EntryState : std::uint8_t {
   kUnindexed,  ///< an orphan
   kMissing,    ///< the file that readers open is missing
 };
-std::string_view name_of(EntryState state);
+constexpr std::string_view name_of(EntryState state) {
+  return word_of(state, {"indexed", "unindexed", "missing"});
+}
 
 /// An entry or an orphan. The views are valid only during the call of the sink.
 struct EntryView {
@@ -74,7 +76,9 @@ enum class HoldingKind : std::uint8_t {
   kPart,     ///< a sub-part of a version
   kFile,     ///< a file in an area whose files are addressed by path
 };
-std::string_view name_of(HoldingKind kind);
+constexpr std::string_view name_of(HoldingKind kind) {
+  return word_of(kind, {"version", "part", "file"});
+}
 
 struct Holding {
   HoldingKind kind = HoldingKind::kVersion;

@@ -83,7 +83,10 @@ enum class PartState : int {
   kFromPreload = 1,  ///< the preload copy first replaces the sub-part
   kRegenerate = 2,
 };
-std::string_view name_of(PartState state);
+constexpr std::string_view name_of(PartState state) {
+  return word_of(static_cast<int>(state) + 1,
+                 {"force-retrieve", "up-to-date", "from-preload", "regenerate"});
+}
 /// The state by the modification times of the three files; 0: missing.
 PartState state_of(std::int32_t part, std::int32_t preload, std::int32_t document);
 

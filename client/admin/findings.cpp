@@ -143,11 +143,6 @@ static_assert(is_in_order());
 
 }  // namespace
 
-std::string_view name_of(Severity severity) {
-  constexpr std::array<std::string_view, 3> kNames = {"info", "warning", "error"};
-  return kNames[static_cast<std::size_t>(severity)];
-}
-
 std::span<const FindingKind> finding_kinds() { return kKinds; }
 
 const FindingKind& kind_of(Code code) { return kKinds[static_cast<std::size_t>(code)]; }

@@ -1,7 +1,6 @@
 #include "client/admin/folder_view.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include "client/admin/locked_file.h"
@@ -109,12 +108,6 @@ Verdict verdict_of(LineState state) {
 }
 
 }  // namespace
-
-std::string_view name_of(Verdict verdict) {
-  constexpr std::array<std::string_view, 6> kNames = {"entry",   "no-separator",  "short-key",
-                                                      "no-file", "duplicate-key", "unknown"};
-  return kNames[static_cast<std::size_t>(verdict)];
-}
 
 bool belongs_to_entry(const FolderView& folder, std::string_view name) {
   for (const LintedLine& line : IndexLint(folder)) {

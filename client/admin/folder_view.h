@@ -142,7 +142,10 @@ enum class Verdict : std::uint8_t {
   kUnknown,       ///< unknown entry: skipped, but a save keeps it
 };
 
-std::string_view name_of(Verdict verdict);
+constexpr std::string_view name_of(Verdict verdict) {
+  return word_of(verdict,
+                 {"entry", "no-separator", "short-key", "no-file", "duplicate-key", "unknown"});
+}
 /// Whether a save drops a line with this verdict.
 inline bool is_bad(Verdict verdict) {
   return verdict != Verdict::kEntry && verdict != Verdict::kUnknown;

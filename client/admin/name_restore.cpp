@@ -1,7 +1,6 @@
 #include "client/admin/name_restore.h"
 
 #include <algorithm>
-#include <array>
 #include <map>
 #include <optional>
 #include <set>
@@ -26,11 +25,6 @@ std::vector<NameLine> names_in(std::string_view text) {
   const auto rest = std::ranges::unique(names, {}, &NameLine::key);
   names.erase(rest.begin(), rest.end());
   return names;
-}
-
-std::string_view name_of(NameDifference::What what) {
-  constexpr std::array<std::string_view, 3> kNames = {"added", "removed", "moved"};
-  return kNames[static_cast<std::size_t>(what)];
 }
 
 void compare_names(std::string_view before, std::string_view after,

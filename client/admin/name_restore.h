@@ -37,7 +37,9 @@ struct NameDifference {
   std::string_view after;   ///< the physical name; empty if removed
 };
 /// "added", "removed", or "moved": the entry has another file.
-std::string_view name_of(NameDifference::What what);
+constexpr std::string_view name_of(NameDifference::What what) {
+  return word_of(what, {"added", "removed", "moved"});
+}
 
 /// Passes on the differences, sorted by key.
 void compare_names(std::string_view before, std::string_view after,

@@ -1,7 +1,6 @@
 // The parts of a document.
 
 #include <algorithm>
-#include <array>
 #include <map>
 #include <tuple>
 
@@ -95,12 +94,6 @@ class Collector {
 };
 
 }  // namespace
-
-std::string_view name_of(PartState state) {
-  constexpr std::array<std::string_view, 4> kNames = {"force-retrieve", "up-to-date",
-                                                      "from-preload", "regenerate"};
-  return kNames[static_cast<std::size_t>(static_cast<int>(state) + 1)];
-}
 
 PartState state_of(std::int32_t part, std::int32_t preload, std::int32_t document) {
   if (document == 0) return PartState::kForceRetrieve;

@@ -6,8 +6,6 @@
 #include <functional>
 #include <thread>
 
-#include "client/admin/system.h"
-
 namespace admin {
 
 namespace {
@@ -56,12 +54,6 @@ std::string free_path(const std::string& folder, const std::string& before,
 }  // namespace
 
 // ---- whether locks exclude ---------------------------------------------------------------------
-
-std::string_view name_of(LockProof proof) {
-  constexpr std::array<std::string_view, 4> kNames = {"not-tried", "exclude", "do-not-exclude",
-                                                      "failed"};
-  return kNames[static_cast<std::size_t>(proof)];
-}
 
 LockTrial try_locks(const std::string& folder) {
   LockTrial trial{LockProof::kFailed, folder, {}};
@@ -391,11 +383,6 @@ void remove_trial(const std::string& folder) {
 }
 
 }  // namespace
-
-std::string_view name_of(Holds holds) {
-  constexpr std::array<std::string_view, 3> kNames = {"yes", "no", "not-tried"};
-  return kNames[static_cast<std::size_t>(holds)];
-}
 
 std::vector<SharedCheck> check_shared(SharedView& host, SharedView* peer,
                                       const std::string& file_system) {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/os/os.h"
+#include "client/admin/system.h"
 
 /// @file
 /// Trials of a file system: whether locks exclude, and whether hosts can share it.
@@ -61,15 +61,16 @@ class SharedView {
 
 /// Whether whole-file locks work on a file system.
 enum class LockProof : std::uint8_t {
-  kNotTried,
   kExclude,       ///< while one handle has an exclusive lock, another handle gets none
   kDoNotExclude,  ///< both get a lock: processes would overwrite each other's changes
   kFailed,        ///< the trial file could not be created or locked
 };
-std::string_view name_of(LockProof proof);
+constexpr std::string_view name_of(LockProof proof) {
+  return word_of(proof, {"exclude", "do-not-exclude", "failed"});
+}
 
 struct LockTrial {
-  LockProof proof = LockProof::kNotTried;
+  LockProof proof = LockProof::kFailed;
   std::string folder;
   std::string detail;
 };
@@ -84,7 +85,9 @@ std::string temporary_folder();
 
 /// Whether a shared file system has a property that the library needs.
 enum class Holds : std::uint8_t { kYes, kNo, kNotTried };
-std::string_view name_of(Holds holds);
+constexpr std::string_view name_of(Holds holds) {
+  return word_of(holds, {"yes", "no", "not-tried"});
+}
 
 struct SharedCheck {
   std::string_view code;  ///< "locks-between-hosts"

@@ -4,7 +4,6 @@
 
 #include "client/admin/locked_file.h"
 #include "client/admin/shared_probe.h"
-#include "client/admin/system.h"
 
 namespace admin {
 

@@ -2,7 +2,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -69,6 +71,12 @@ std::string reason_of(const os::Status& status);
 }  // namespace admin::sys
 
 namespace admin {
+
+/// The word for a value of an enumeration whose values count from 0.
+template <class Enum>
+constexpr std::string_view word_of(Enum value, std::initializer_list<std::string_view> words) {
+  return words.begin()[static_cast<std::size_t>(value)];
+}
 
 // ---- whether a user may write ------------------------------------------------------------------
 // Whether the calling user can store something in a document folder. Nothing is changed. The checks

@@ -119,14 +119,6 @@ bool expects_index(Area area) {
   return area == Area::kDocs || area == Area::kUser || area == Area::kMail;
 }
 
-std::string_view name_of(Layout layout) {
-  switch (layout) {
-    case Layout::kOwner: return "owner";
-    case Layout::kFlat: return "flat";
-    default: return "auto";
-  }
-}
-
 bool is_bucket_name(std::string_view name) {
   const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
   return name.size() >= 8 && name.size() <= 10 && std::all_of(name.begin(), name.end(), is_digit);

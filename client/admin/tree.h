@@ -30,7 +30,9 @@ enum class Layout : std::uint8_t {
   kOwner,  ///< one sub-folder per owner in each area
   kFlat,   ///< all owners share the area folder
 };
-std::string_view name_of(Layout layout);
+constexpr std::string_view name_of(Layout layout) {
+  return word_of(layout, {"auto", "owner", "flat"});
+}
 
 /// Where to look for a tree.
 struct Place {
