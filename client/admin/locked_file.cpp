@@ -200,11 +200,9 @@ bool is_leftover(const std::string& path) {
   if (!is_unfinished(path.substr(path.rfind(sys::kSeparator) + 1))) return false;
   const sys::Kind kind = sys::describe(path).kind;
   if (kind != sys::Kind::kFolder) return kind == sys::Kind::kFile;
-  sys::Locking at_once;
-  at_once.time_out = std::chrono::milliseconds(0);
   LockedFile lock;
-  const os::Status status =
-      lock.open(lock_in(path), LockedFile::For::kReading, LockedFile::IfMissing::kFail, at_once);
+  const os::Status status = lock.open(lock_in(path), LockedFile::For::kReading,
+                                      LockedFile::IfMissing::kFail, sys::Locking().at_once());
   return status.failure() != os::Failure::kLocked;
 }
 
@@ -227,10 +225,8 @@ os::Status StagingFolder::make(const std::string& folder) {
 }
 
 os::Status StagingFolder::take(const std::string& path, LockedFile::IfMissing if_missing) {
-  sys::Locking at_once;
-  at_once.time_out = std::chrono::milliseconds(0);
   const os::Status locked =
-      m_lock.open(lock_in(path), LockedFile::For::kChanging, if_missing, at_once);
+      m_lock.open(lock_in(path), LockedFile::For::kChanging, if_missing, sys::Locking().at_once());
   if (!locked.ok()) return locked;
   // The process that had the lock before may have removed the lock file.
   if (sys::describe(lock_in(path)).kind == sys::Kind::kMissing) {

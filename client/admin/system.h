@@ -38,6 +38,12 @@ struct Locking {
     locking.mode = Mode::kNone;
     return locking;
   }
+  /// The same, but a lock that another process has is not waited for.
+  Locking at_once() const {
+    Locking locking = *this;
+    locking.time_out = std::chrono::milliseconds(0);
+    return locking;
+  }
 };
 
 /// Retries a lock until it succeeds or @p locking ends the wait.

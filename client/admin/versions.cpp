@@ -49,11 +49,6 @@ constexpr const char* kRemovedMeanwhile = "another program has removed it";
 constexpr const char* kStoredMeanwhile = "another program has stored it";
 constexpr const char* kChangedMeanwhile = "another program has changed it, so it stays";
 
-sys::Locking at_once(sys::Locking locking) {
-  locking.time_out = std::chrono::milliseconds(0);
-  return locking;
-}
-
 std::string not_stored(const std::string& path, const std::string& why) {
   return "it cannot be stored: " + printable(path) + ": " + why;
 }
@@ -362,7 +357,7 @@ bool NewVersions::replace_files() {
     const std::string path = path_of(version.file);
     LockedFile old;
     const os::Status locked = old.open(path, LockedFile::For::kChanging,
-                                       LockedFile::IfMissing::kFail, at_once(m_locking));
+                                       LockedFile::IfMissing::kFail, m_locking.at_once());
     if (!locked.ok() && locked.failure() != os::Failure::kLocked) {
       version.fail_to_write("its file", path, locked);
       continue;
@@ -465,8 +460,8 @@ bool Removal::remove(OldVersion& version, const IndexNames& names) {
     return false;
   };
   LockedFile file;
-  const os::Status locked =
-      file.open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kFail, at_once(m_locking));
+  const os::Status locked = file.open(path, LockedFile::For::kChanging,
+                                      LockedFile::IfMissing::kFail, m_locking.at_once());
   if (!locked.ok()) {
     const bool is_used = locked.failure() == os::Failure::kLocked;
     return stays(is_used ? Fate::kInUse : Fate::kFailed, why_not_usable(path, locked));
