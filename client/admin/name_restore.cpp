@@ -13,17 +13,14 @@
 
 namespace admin {
 
-std::vector<NameLine> names_in(std::string_view text) {
-  std::vector<NameLine> names;
+std::map<std::string_view, std::string_view> names_in(std::string_view text) {
+  std::map<std::string_view, std::string_view> names;
   index_format::Lines lines(text);
   index_format::Line line;
   while (lines.next(line)) {
     if (!line.runs_on && line.key.size() >= index_format::kStampLength)
-      names.push_back({line.key, line.stored});
+      names.emplace(line.key, line.stored);
   }
-  std::ranges::stable_sort(names, {}, &NameLine::key);
-  const auto rest = std::ranges::unique(names, {}, &NameLine::key);
-  names.erase(rest.begin(), rest.end());
   return names;
 }
 
@@ -35,8 +32,8 @@ void compare_names(std::string_view before, std::string_view after,
     std::optional<std::string_view> after;
   };
   std::map<std::string_view, Both> all;
-  for (const NameLine& name : names_in(before)) all[name.key].before = name.stored;
-  for (const NameLine& name : names_in(after)) all[name.key].after = name.stored;
+  for (const auto& [key, stored] : names_in(before)) all[key].before = stored;
+  for (const auto& [key, stored] : names_in(after)) all[key].after = stored;
   for (const auto& [key, both] : all) {
     if (both.before == both.after) continue;
     const What what = !both.before ? What::kAdded : !both.after ? What::kRemoved : What::kMoved;
@@ -64,21 +61,19 @@ class Planner {
  public:
   Planner(const FolderView& folder, std::string_view saved)
       : m_folder(folder), m_saved(names_in(saved)) {
-    for (const NameLine& name : m_saved) m_saved_files.insert(name.file());
+    for (const auto& [key, stored] : m_saved) m_saved_files.insert(NameLine{key, stored}.file());
     for (const LintedLine& line : IndexLint(folder)) {
-      // Unknown entries stay as they are.
-      if (line.verdict == Verdict::kUnknown) m_unknown.emplace_back(line.key, line.stored);
+      // Unknown entries stay as they are. A valid entry with the same key precedes them.
+      if (line.verdict == Verdict::kUnknown) m_names.emplace(line.key, line.stored);
       if (line.verdict != Verdict::kEntry || line.has_zeros) continue;
-      m_names.emplace(line.key, line.stored);
+      m_names.insert_or_assign(std::string(line.key), line.stored);
       const bool is_own = line.timestamp == 0 && line.logical == line.stored;
       if (!is_own) m_owners.emplace(line.file, line.key);
     }
-    // A valid entry precedes an unknown entry with the same key.
-    m_names.insert(m_unknown.begin(), m_unknown.end());
   }
 
   RestorePlan run() {
-    for (const NameLine& name : m_saved) judge(name);
+    for (const auto& [key, stored] : m_saved) judge({key, stored});
     std::vector<std::string> lines;
     for (const auto& [key, stored] : m_names) lines.push_back(key + "/" + stored);
     m_plan.text = index_text_of(lines);
@@ -153,21 +148,15 @@ class Planner {
   void drop(const std::string& file) {
     const std::string key = own_key(file);
     const auto entry = m_names.find(key);
-    if (entry == m_names.end() || entry->second != file || saved_line(key) != nullptr) return;
+    if (entry == m_names.end() || entry->second != file || m_saved.contains(key)) return;
     m_names.erase(entry);
     m_plan.dropped.push_back(file);
   }
 
-  /// The saved entry with a key, or null.
-  const NameLine* saved_line(std::string_view key) const {
-    const auto at = std::ranges::lower_bound(m_saved, key, {}, &NameLine::key);
-    return at != m_saved.end() && at->key == key ? &*at : nullptr;
-  }
-
   /// Whether the entry that has the file now also had it in the saved index.
   bool was_shared(const std::string& file) const {
-    const NameLine* const owner = saved_line(m_owners.find(file)->second);
-    return owner != nullptr && owner->file() == file;
+    const auto owner = m_saved.find(m_owners.find(file)->second);
+    return owner != m_saved.end() && NameLine{owner->first, owner->second}.file() == file;
   }
 
   bool is_listed(const std::string& file) const {
@@ -187,10 +176,9 @@ class Planner {
   }
 
   const FolderView& m_folder;
-  std::vector<NameLine> m_saved;
+  std::map<std::string_view, std::string_view> m_saved;  ///< key, physical name
   std::set<std::string> m_saved_files;
   std::map<std::string, std::string> m_names;  ///< the entries before and after: key, physical name
-  std::vector<std::pair<std::string, std::string>> m_unknown;  ///< key, physical name
   std::map<std::string, std::string> m_owners;  ///< file, key of its entry; without adopted entries
   std::set<std::string> m_renamed;
   RestorePlan m_plan;

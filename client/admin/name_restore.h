@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,9 +25,9 @@ struct NameLine {
   bool is_own_name() const { return timestamp() == 0 && logical() == stored; }
 };
 
-/// The lines of an index that have the form of an entry, sorted by key; of two lines with one key
-/// only the first. The results are views of @p text.
-std::vector<NameLine> names_in(std::string_view text);
+/// The physical names by key in the lines of an index that have the form of an entry; of two lines
+/// with one key only the first. The results are views of @p text.
+std::map<std::string_view, std::string_view> names_in(std::string_view text);
 
 /// How the entry of one key differs between two indexes.
 struct NameDifference {

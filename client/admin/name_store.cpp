@@ -10,16 +10,16 @@
 namespace admin {
 
 /// A folder whose index was removed has no value in the list.
-struct names_format::Manifest {
+struct NameStore::Manifest {
   Snapshot snapshot;
   std::map<std::string, std::optional<SavedIndex>, std::less<>> list;
 };
 
 namespace {
 
-using names_format::kTrailerSize;
-using names_format::Manifest;
-using names_format::Trailer;
+using Manifest = NameStore::Manifest;
+using Trailer = NameStore::Trailer;
+constexpr std::size_t kTrailerSize = NameStore::kTrailerSize;
 
 /// The first bytes of the file.
 constexpr std::string_view kHead = "stgctl-names/1\r\n";

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -101,24 +100,6 @@ class StoreError : public std::runtime_error {
   Why m_why;
 };
 
-namespace names_format {
-
-/// A snapshot and its list.
-struct Manifest;
-
-/// The end of a snapshot. It is written last: without it the snapshot is not valid.
-struct Trailer {
-  std::uint64_t at = 0;  ///< its position
-  std::uint64_t number = 0;
-  std::uint64_t manifest_at = 0;
-  std::uint64_t manifest_size = 0;
-  std::uint64_t manifest_checksum = 0;
-  std::uint64_t previous = 0;  ///< position of the previous trailer; 0: none
-};
-inline constexpr std::size_t kTrailerSize = 56;
-
-}  // namespace names_format
-
 /// The file of saved names of a tree: a sequence of snapshots of all its indexes. Snapshots are
 /// only appended. A snapshot is valid when its trailer follows it. The trailer is written last.
 /// Readers ignore bytes after the last trailer, which a killed process or a full disk leaves; the
@@ -131,10 +112,20 @@ inline constexpr std::size_t kTrailerSize = 56;
 /// The object locks the file as long as it lives, see LockedFile::open(). All calls may throw
 /// StoreError.
 class NameStore {
-  using Manifest = names_format::Manifest;
-  using Trailer = names_format::Trailer;
-
  public:
+  /// A snapshot and its list.
+  struct Manifest;
+  /// The end of a snapshot. It is written last: without it the snapshot is not valid.
+  struct Trailer {
+    std::uint64_t at = 0;  ///< its position
+    std::uint64_t number = 0;
+    std::uint64_t manifest_at = 0;
+    std::uint64_t manifest_size = 0;
+    std::uint64_t manifest_checksum = 0;
+    std::uint64_t previous = 0;  ///< position of the previous trailer; 0: none
+  };
+  static constexpr std::size_t kTrailerSize = 56;
+
   enum class For : std::uint8_t { kReading, kAppending };
 
   /// @param purpose kAppending creates the file if it is missing.

@@ -224,7 +224,7 @@ TEST_F(AdminNames, ADamagedListIsNotExtended) {
   save({{"anna", long_text(8)}, {"bert", long_text(6)}, {"carl", long_text(7)}});
   std::string bytes = read_file(file());
   // The list of the second snapshot ends directly before its trailer.
-  char& last = bytes[bytes.size() - admin::names_format::kTrailerSize - 1];
+  char& last = bytes[bytes.size() - NameStore::kTrailerSize - 1];
   last = static_cast<char>(last ^ 0x01);
   write_file(file(), bytes);
   EXPECT_EQ(why(2), StoreError::Why::kDamaged);
