@@ -4,7 +4,6 @@
 #include <string_view>
 #include <tuple>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 #include "client/admin/folder_view.h"

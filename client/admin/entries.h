@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <compare>
 #include <cstdint>
 #include <functional>

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <unordered_map>
-#include <vector>
 
 #include "client/admin/text.h"
 #include "file/replacement.h"
