@@ -38,20 +38,25 @@ void check_room(std::uint64_t needed, std::uint64_t free) {
 // ---- sub-parts ---------------------------------------------------------------------------------
 
 FoundParts::FoundParts(std::string folder) : m_folder(std::move(folder)) {
-  static_cast<void>(list_folder(m_folder, m_names));
+  static_cast<void>(sys::list_sorted(m_folder, m_items));
 }
 
 std::vector<std::string> FoundParts::of(const std::vector<std::string>& files) const {
   const std::set<std::string, std::less<>> wanted(files.begin(), files.end());
+  const auto is_file = [this](std::string_view name) {
+    const auto found = std::ranges::lower_bound(m_items, name, {}, &sys::Child::name);
+    return found != m_items.end() && found->name == name && found->kind != sys::Kind::kFolder;
+  };
   std::vector<std::string> parts;
-  for (const std::string& name : m_names) {
-    // The document is the longest name before an underscore that exists in the folder.
+  for (const auto& [name, kind] : m_items) {
+    if (kind != sys::Kind::kFolder) continue;
+    // The document is the file with the longest name before an underscore. A folder is none: the
+    // sub-parts a.kdc_s and a.kdc_s_t both belong to a.kdc.
     std::size_t at = name.rfind('_');
-    while (at != std::string::npos && at > 0 &&
-           !std::binary_search(m_names.begin(), m_names.end(), name.substr(0, at)))
+    while (at != std::string::npos && at > 0 && !is_file(std::string_view(name).substr(0, at)))
       at = name.rfind('_', at - 1);
-    if (at == std::string::npos || at == 0 || !wanted.contains(name.substr(0, at))) continue;
-    if (sys::describe(sys::join(m_folder, name)).kind == sys::Kind::kFolder) parts.push_back(name);
+    if (at != std::string::npos && at > 0 && wanted.contains(name.substr(0, at)))
+      parts.push_back(name);
   }
   return parts;
 }

@@ -121,7 +121,7 @@ class FoundParts {
 
  private:
   std::string m_folder;
-  std::vector<std::string> m_names;  ///< sorted
+  std::vector<admin::sys::Child> m_items;  ///< sorted by name
 };
 
 /// The sub-part folders of one version.

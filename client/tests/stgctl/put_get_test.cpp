@@ -65,6 +65,16 @@ TEST_F(ClientPut, DropsThePartsOfWhatItReplaces) {
   EXPECT_FALSE(folder_exists(file + "_2024"));
 }
 
+TEST_F(ClientPut, DropsPartsAlsoIfAStampContinuesAnotherOne) {
+  put("a.kdc", "old");
+  const std::string file = physical("docs", "a.kdc");
+  for (const char* const stamp : {"_s", "_s_t"}) make_folder(file + stamp + "\\html\\page");
+  put("a.kdc", "new");
+  EXPECT_FALSE(folder_exists(file + "_s"));
+  // The folder of the other stamp is not its document.
+  EXPECT_FALSE(folder_exists(file + "_s_t"));
+}
+
 TEST_F(ClientPut, LeavesKeyLinesOfWhatItReplaces) {
   const std::string file = source("b.txt", "x");
   ASSERT_EQ(change({"put", file, "--area", "user"}).code, 0);
