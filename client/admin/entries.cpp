@@ -26,7 +26,6 @@ class EntryVisitor final : public Visitor {
 
   bool folder(const DocumentFolder& folder) override {
     m_view.load(folder, m_query.locking);
-    m_entry.folder = &m_view.folder();
     const os::Status& listed = m_view.status();
     if (!listed.ok()) {
       if (listed.failure() != os::Failure::kNotFound) failed(folder.path, listed);
@@ -53,12 +52,9 @@ class EntryVisitor final : public Visitor {
       if (line.verdict != Verdict::kEntry && line.verdict != Verdict::kNoFile) continue;
       const bool has_file = line.verdict == Verdict::kEntry && line.has_file;
       if (!has_file && !m_wants_missing) continue;
-      m_entry.state = has_file ? EntryState::kIndexed : EntryState::kMissing;
-      m_entry.logical = line.logical;
-      m_entry.timestamp = line.timestamp;
-      m_entry.stored = line.stored;
-      m_entry.file = line.file;
-      m_entry.line = line.number;
+      const EntryState state = has_file ? EntryState::kIndexed : EntryState::kMissing;
+      m_entry = {&m_view.folder(), state,     line.logical, line.timestamp,
+                 line.stored,      line.file, line.number,  {}};
       if (!offer()) return false;
     }
     return true;
@@ -66,16 +62,14 @@ class EntryVisitor final : public Visitor {
 
   bool files() {
     if (m_query.state && *m_query.state != EntryState::kUnindexed) return true;
-    m_entry.state = EntryState::kUnindexed;
-    m_entry.timestamp = 0;
-    m_entry.line = 0;
     std::uint32_t number = 0;
     for (const Name& name : m_view.names()) {
       const std::uint32_t listed = number++;
       if (name.kind != sys::Kind::kFile || m_lint->is_claimed(listed) ||
           index_format::is_index_file(name.text) || is_unfinished(name.text))
         continue;
-      m_entry.logical = m_entry.stored = m_entry.file = name.text;
+      m_entry = {
+          &m_view.folder(), EntryState::kUnindexed, name.text, 0, name.text, name.text, 0, {}};
       if (!offer()) return false;
     }
     return true;
@@ -150,32 +144,6 @@ namespace {
 constexpr const char* kLink = "a link: stgctl does not follow it";
 constexpr const char* kUnfinished = "unfinished: stgctl was killed while it wrote this";
 
-/// Collects the document folders, in the order of the inventory. Stray items go to the sink at
-/// once.
-class FolderCollector final : public Visitor {
- public:
-  FolderCollector(InventorySink& sink, EntryFailures& failures)
-      : m_sink(sink), m_failures(failures) {}
-
-  bool folder(const DocumentFolder& folder) override {
-    folders.push_back(folder);
-    return true;
-  }
-  void stray(Area, const std::string& path, sys::Kind) override {
-    m_sink.left_out(path, "it does not belong at this place");
-  }
-  void failed(const std::string& path, const os::Status& status) override {
-    ++m_failures.folders;
-    m_sink.failed(path, sys::text_of(status));
-  }
-
-  std::vector<DocumentFolder> folders;
-
- private:
-  InventorySink& m_sink;
-  EntryFailures& m_failures;
-};
-
 /// An entry of the current folder.
 struct Version {
   std::string name;
@@ -185,12 +153,35 @@ struct Version {
   std::vector<std::string> part_folders;
 };
 
-class Inventory {
+class Inventory final : public Visitor {
  public:
-  Inventory(const WalkOptions& options, InventorySink& sink, EntryFailures& failures)
-      : m_options(options), m_sink(sink), m_failures(failures) {}
+  Inventory(const WalkOptions& options, InventorySink& sink) : m_options(options), m_sink(sink) {}
 
-  bool run(const DocumentFolder& folder) {
+  EntryFailures take(const Tree& tree) {
+    WalkOptions all;
+    all.scope = m_options.scope;
+    walk(tree, all, *this);
+    for (const DocumentFolder& folder : m_folders) {
+      if (!list(folder)) break;
+    }
+    return m_failures;
+  }
+
+  bool folder(const DocumentFolder& folder) override {
+    m_folders.push_back(folder);
+    return true;
+  }
+  void stray(Area, const std::string& path, sys::Kind) override {
+    m_sink.left_out(path, "it does not belong at this place");
+  }
+  void failed(const std::string& path, const os::Status& status) override {
+    ++m_failures.folders;
+    m_failures.lock_missed |= status.failure() == os::Failure::kLocked;
+    m_sink.failed(path, sys::reason_of(status));
+  }
+
+ private:
+  bool list(const DocumentFolder& folder) {
     if (is_stopped()) return false;
     if (m_options.on_folder) m_options.on_folder(folder);
     m_holding = Holding();
@@ -207,27 +198,20 @@ class Inventory {
     return hand_on_versions();
   }
 
- private:
   bool is_stopped() {
     m_failures.was_stopped = m_options.is_stopped();
     return m_failures.was_stopped;
   }
 
-  void fail(const std::string& location, const os::Status& status) {
-    ++m_failures.folders;
-    m_failures.lock_missed |= status.failure() == os::Failure::kLocked;
-    m_sink.failed(location, sys::reason_of(status));
-  }
-
   bool load(const DocumentFolder& folder) {
     m_view.load(folder, m_options.locking);
     if (!m_view.status().ok()) {
-      if (m_view.status().failure() != os::Failure::kNotFound) fail(folder.path, m_view.status());
+      if (m_view.status().failure() != os::Failure::kNotFound) failed(folder.path, m_view.status());
       return false;
     }
     const IndexState state = m_view.index_state();
     if (state != IndexState::kLocked && state != IndexState::kFailed) return true;
-    fail(m_view.path_of(index_format::kIndexFile), m_view.index_status());
+    failed(m_view.path_of(index_format::kIndexFile), m_view.index_status());
     return false;
   }
 
@@ -252,7 +236,8 @@ class Inventory {
     });
   }
 
-  /// Assigns each sub-part folder to its document. Passes items without a document to left_out().
+  /// Assigns each sub-part folder to its document. Passes to left_out() what is not content: other
+  /// folders, orphans, links and unfinished files.
   void collect_parts() {
     std::unordered_map<std::string_view, Version*> by_file;
     for (Version& version : m_versions) by_file.emplace(version.file, &version);
@@ -289,17 +274,10 @@ class Inventory {
       m_holding.kind = HoldingKind::kVersion;
       m_holding.name = version.name;
       m_holding.timestamp = version.timestamp;
-      m_holding.path.clear();
-      m_holding.location = m_view.path_of(version.file);
-      m_holding.info = sys::describe(m_holding.location);
       m_holding.out_of_reach = why_out_of_reach(version);
-      // Removed after the index was read.
-      if (m_holding.info.kind == sys::Kind::kMissing) continue;
-      if (m_holding.info.kind != sys::Kind::kFile) {
-        m_sink.left_out(m_holding.location, "the entry's file is not a plain file");
-        continue;
-      }
-      if (!m_sink.holding(m_holding)) return false;
+      if (!hand_on(m_view.path_of(version.file), "", "the entry's file is not a plain file"))
+        return false;
+      if (m_holding.info.kind != sys::Kind::kFile) continue;
       m_holding.kind = HoldingKind::kPart;
       for (const std::string& folder : version.part_folders) {
         if (!files_below(m_view.path_of(folder), folder.substr(version.file.size()))) return false;
@@ -321,7 +299,7 @@ class Inventory {
   bool files_below(const std::string& folder, const std::string& path) {
     std::vector<sys::Child> children;
     const os::Status listed = sys::list_sorted(folder, children);
-    if (!listed.ok() && listed.failure() != os::Failure::kNotFound) fail(folder, listed);
+    if (!listed.ok() && listed.failure() != os::Failure::kNotFound) failed(folder, listed);
     for (const sys::Child& child : children) {
       if (is_stopped()) return false;
       const std::string location = sys::join(folder, child.name);
@@ -338,18 +316,25 @@ class Inventory {
         m_sink.left_out(location, child.kind == sys::Kind::kLink ? kLink : "not a plain file");
         continue;
       }
-      m_holding.path = child_path;
-      m_holding.location = location;
-      m_holding.info = sys::describe(location);
-      if (m_holding.info.kind == sys::Kind::kMissing) continue;
-      if (!m_sink.holding(m_holding)) return false;
+      if (!hand_on(location, child_path, "not a plain file")) return false;
     }
+    return true;
+  }
+
+  /// Passes on a file, unless it was removed after its name was read.
+  bool hand_on(const std::string& location, const std::string& path, const char* why_not) {
+    m_holding.path = path;
+    m_holding.location = location;
+    m_holding.info = sys::describe(location);
+    if (m_holding.info.kind == sys::Kind::kFile) return m_sink.holding(m_holding);
+    if (m_holding.info.kind != sys::Kind::kMissing) m_sink.left_out(location, why_not);
     return true;
   }
 
   const WalkOptions& m_options;
   InventorySink& m_sink;
-  EntryFailures& m_failures;
+  EntryFailures m_failures;
+  std::vector<DocumentFolder> m_folders;
   FolderView m_view;
   std::optional<IndexLint> m_lint;
   std::vector<Version> m_versions;
@@ -377,16 +362,7 @@ std::strong_ordering operator<=>(const Holding& one, const Holding& other) {
 }
 
 EntryFailures take_inventory(const Tree& tree, const WalkOptions& options, InventorySink& sink) {
-  EntryFailures failures;
-  FolderCollector collector(sink, failures);
-  WalkOptions all;
-  all.scope = options.scope;
-  walk(tree, all, collector);
-  Inventory inventory(options, sink, failures);
-  for (const DocumentFolder& folder : collector.folders) {
-    if (!inventory.run(folder)) break;
-  }
-  return failures;
+  return Inventory(options, sink).take(tree);
 }
 
 }  // namespace admin
