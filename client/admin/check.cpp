@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "client/admin/folder_view.h"
+#include "client/admin/key_files.h"
 #include "client/admin/locked_file.h"
 #include "client/admin/repair_text.h"
 #include "client/admin/text.h"
@@ -26,27 +27,13 @@ std::string_view extension_without_dot(std::string_view name) {
 
 std::string in_quotes(std::string_view text) { return "\"" + printable(text) + "\""; }
 
-/// Counts findings and passes them on.
-struct Findings {
-  CheckSummary& summary;
-  const FindingSink& sink;
-
-  void add(const Finding& finding) {
-    ++summary.findings[static_cast<std::size_t>(finding.code)];
-    sink(finding);
-  }
-};
-
 /// Checks one document folder.
 class FolderCheck {
  public:
   /// @param view has loaded the folder.
-  FolderCheck(const FolderView& view, const CheckOptions& options, Findings& findings)
-      : m_view(view),
-        m_options(options),
-        m_findings(findings),
-        m_summary(findings.summary),
-        m_lint(view) {}
+  FolderCheck(const FolderView& view, const CheckOptions& options, CheckSummary& summary,
+              const FindingSink& sink)
+      : m_view(view), m_options(options), m_summary(summary), m_sink(sink), m_lint(view) {}
 
   void run() {
     ++m_summary.folders;
@@ -68,15 +55,15 @@ class FolderCheck {
  private:
   void found(Code code, std::string_view name, std::string detail = {}, std::size_t line = 0) {
     const DocumentFolder& folder = m_view.folder();
-    m_findings.add(
+    m_sink(
         {code, folder.area, folder.owner, folder.path, std::string(name), line, std::move(detail)});
   }
 
   /// A finding about the version that the line names.
   void found(Code code, const LintedLine& line, std::string detail) {
     const DocumentFolder& folder = m_view.folder();
-    m_findings.add({code, folder.area, folder.owner, folder.path, std::string(line.logical),
-                    line.number, std::move(detail), line.timestamp});
+    m_sink({code, folder.area, folder.owner, folder.path, std::string(line.logical), line.number,
+            std::move(detail), line.timestamp});
   }
 
   /// @return whether check_counter() can read the counter.
@@ -285,17 +272,9 @@ class FolderCheck {
       return true;
     const std::string_view stem = name.text.substr(0, name.text.find('.'));
     if (m_options.depth != Depth::kFull || index_format::is_generated_name(stem)) return false;
-    std::string text;
-    if (!sys::read_file(m_view.path_of(name.text), m_options.locking, text).ok()) return false;
-    key_text::Lines lines(text);
-    std::string_view line;
-    std::size_t pairs = 0;
-    while (lines.next(line)) {
-      if (line.empty()) continue;
-      if (!key_text::split(line, key_text::Separator::kFirst)) return false;
-      ++pairs;
-    }
-    return pairs != 0;
+    KeyFile file;
+    const os::Status read = read_key_file(m_view.path_of(name.text), m_options.locking, file);
+    return read.ok() && file.passed_over == 0 && !file.lines.empty();
   }
 
   void check_file_name(const Name& name) {
@@ -415,8 +394,8 @@ class FolderCheck {
 
   const FolderView& m_view;
   const CheckOptions& m_options;
-  Findings& m_findings;
   CheckSummary& m_summary;
+  const FindingSink& m_sink;
   IndexLint m_lint;
   FirstLines m_folded_keys;
   FirstLines m_folded_names;
@@ -430,12 +409,12 @@ class FolderCheck {
 
 class CheckVisitor final : public Visitor {
  public:
-  CheckVisitor(const CheckOptions& options, Findings& findings)
-      : m_options(options), m_findings(findings) {}
+  CheckVisitor(const CheckOptions& options, CheckSummary& summary, const FindingSink& sink)
+      : m_options(options), m_summary(summary), m_sink(sink) {}
 
   bool folder(const DocumentFolder& folder) override {
     m_view.load(folder, m_options.locking);
-    FolderCheck(m_view, m_options, m_findings).run();
+    FolderCheck(m_view, m_options, m_summary, m_sink).run();
     return true;
   }
 
@@ -457,12 +436,13 @@ class CheckVisitor final : public Visitor {
   /// A finding that is not in a document folder.
   void tell(Code code, std::optional<Area> area, const std::string& path, std::string detail) {
     const std::size_t at = path.rfind(sys::kSeparator);
-    m_findings.add({code, area, "", path.substr(0, at), path.substr(at + 1), 0, std::move(detail)});
+    m_sink({code, area, "", path.substr(0, at), path.substr(at + 1), 0, std::move(detail)});
   }
 
  private:
   const CheckOptions& m_options;
-  Findings& m_findings;
+  CheckSummary& m_summary;
+  const FindingSink& m_sink;
   FolderView m_view;
 };
 
@@ -474,8 +454,11 @@ CheckSummary check(const Tree& tree, const CheckOptions& options, const FindingS
   const bool is_read_only = sys::file_system_of(tree.storage).is_read_only;
   // Reported once for the tree, not for each folder.
   if (is_read_only) asked.ask_writable = false;
-  Findings findings{summary, sink};
-  CheckVisitor visitor(asked, findings);
+  const FindingSink counted = [&](const Finding& finding) {
+    ++summary.findings[static_cast<std::size_t>(finding.code)];
+    sink(finding);
+  };
+  CheckVisitor visitor(asked, summary, counted);
   if (is_read_only && options.ask_writable)
     visitor.tell(Code::kNotWritable, std::nullopt, tree.storage, "the file system is read-only");
   for (const Area area : kAreas) {
