@@ -45,58 +45,42 @@ class AreaWalk {
       : m_tree(tree), m_area(area), m_options(options), m_visitor(visitor) {}
 
   bool run() {
-    const std::string folder = m_tree.folder_of(m_area);
-    if (!m_tree.has_owners(m_area)) return owner_folder("", folder);
-    if (!m_options.scope.owner) return owners(folder);
-    const std::string name = owner_folder_name(*m_options.scope.owner);
-    const std::string path = sys::join(folder, name);
-    return sys::describe(path).kind != sys::Kind::kFolder || owner_folder(name, path);
+    const DocumentFolder area{m_area, "", "", m_tree.folder_of(m_area)};
+    if (!m_tree.has_owners(m_area)) return go(area);
+    if (!m_options.scope.owner) return go_below(area, &DocumentFolder::owner);
+    const std::string owner = owner_folder_name(*m_options.scope.owner);
+    const DocumentFolder only = folder_at(m_tree, m_area, owner, "");
+    return sys::describe(only.path).kind != sys::Kind::kFolder || go(only);
   }
 
  private:
-  bool visit(const std::string& owner, const std::string& bucket, const std::string& path) {
+  bool go(const DocumentFolder& folder) {
+    if (m_area == Area::kDocs && folder.bucket.empty())
+      return go_below(folder, &DocumentFolder::bucket);
     if (m_options.is_stopped()) return false;
-    const DocumentFolder folder{m_area, owner, bucket, path};
     if (m_options.on_folder) m_options.on_folder(folder);
     return m_visitor.folder(folder);
   }
 
-  /// @param owner empty: an area without owner folders.
-  bool owner_folder(const std::string& owner, const std::string& path) {
-    return m_area == Area::kDocs ? buckets(owner, path) : visit(owner, "", path);
-  }
-
-  bool owners(const std::string& folder) {
-    for (const sys::Child& child : children_of(folder)) {
-      const std::string path = sys::join(folder, child.name);
-      if (child.kind != sys::Kind::kFolder) {
-        m_visitor.stray(m_area, path, child.kind);
-      } else if (!owner_folder(child.name, path)) {
-        return false;
-      }
-    }
-    return true;
-  }
-
-  bool buckets(const std::string& owner, const std::string& folder) {
-    for (const sys::Child& child : children_of(folder)) {
-      const std::string path = sys::join(folder, child.name);
-      if (child.kind != sys::Kind::kFolder || !is_bucket_name(child.name)) {
-        m_visitor.stray(m_area, path, child.kind);
-      } else if (!visit(owner, child.name, path)) {
-        return false;
-      }
-    }
-    return true;
-  }
-
-  std::vector<sys::Child> children_of(const std::string& folder) {
+  /// @param part what the names of the sub-folders are.
+  bool go_below(const DocumentFolder& folder, std::string DocumentFolder::*part) {
     std::vector<sys::Child> children;
-    const os::Status listed = sys::list_sorted(folder, children);
+    const os::Status listed = sys::list_sorted(folder.path, children);
     // A missing folder is not a failure: it was just removed, or the area was never created.
     if (!listed.ok() && listed.failure() != os::Failure::kNotFound)
-      m_visitor.failed(folder, listed);
-    return children;
+      m_visitor.failed(folder.path, listed);
+    for (const sys::Child& child : children) {
+      DocumentFolder below = folder;
+      below.path = sys::join(folder.path, child.name);
+      below.*part = child.name;
+      if (child.kind != sys::Kind::kFolder ||
+          (part == &DocumentFolder::bucket && !is_bucket_name(child.name))) {
+        m_visitor.stray(m_area, below.path, child.kind);
+      } else if (!go(below)) {
+        return false;
+      }
+    }
+    return true;
   }
 
   const Tree& m_tree;
