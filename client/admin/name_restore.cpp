@@ -45,16 +45,6 @@ void compare_names(std::string_view before, std::string_view after,
 
 namespace {
 
-/// The name that the library gives to an adopted file: its extension in lower case.
-std::string adopted_form(std::string_view file) {
-  std::string name(file);
-  const std::size_t dot = name.rfind('.');
-  for (std::size_t i = dot; dot != std::string::npos && i < name.size(); ++i) {
-    if (name[i] >= 'A' && name[i] <= 'Z') name[i] = static_cast<char>(name[i] - 'A' + 'a');
-  }
-  return name;
-}
-
 std::string own_key(std::string_view file) { return index_format::key_of(std::string(file), 0); }
 
 class Planner {
@@ -99,7 +89,7 @@ class Planner {
       add(name, file, NameFate::kNoFile, std::string("the file name is not safe: ") + why);
     } else if (is_listed(file)) {
       restore_there(name, file);
-    } else if (const std::string adopted = adopted_form(file);
+    } else if (const std::string adopted = adopted_name(file);
                is_listed(adopted) && !m_saved_files.contains(adopted)) {
       restore_renamed(name, file, adopted);
     } else if (is_found(file)) {
@@ -140,7 +130,7 @@ class Planner {
   void drop_own_entry(const NameLine& name, const std::string& file) {
     if (name.is_own_name()) return;
     drop(file);
-    const std::string adopted = adopted_form(file);
+    const std::string adopted = adopted_name(file);
     // On a system that ignores letter case, the entry can have the lower-case form.
     if (sys::kSeparator == '\\' && adopted != file) drop(adopted);
   }

@@ -7,6 +7,7 @@
 #include <array>
 #include <chrono>
 #include <iterator>
+#include <span>
 
 #include "client/admin/formatted.h"
 #include "index/index_format.h"
@@ -33,6 +34,8 @@ Decoded decode(std::string_view text) {
   const char32_t code = utf8::unchecked::next(at);
   return {code, static_cast<std::size_t>(at - start.data())};
 }
+
+char lower_ascii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
 
 char32_t lower(char32_t c) {
   if (c >= 'A' && c <= 'Z') return c + 32;
@@ -67,11 +70,10 @@ std::string replaced(std::string_view bytes, Keep keep) {
 /// first dot does not matter.
 bool is_device(std::string_view name) {
   std::string stem(name.substr(0, name.find('.')));
-  std::transform(stem.begin(), stem.end(), stem.begin(),
-                 [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; });
-  constexpr std::array<std::string_view, 4> kDevices = {"CON", "PRN", "AUX", "NUL"};
-  if (std::find(kDevices.begin(), kDevices.end(), stem) != kDevices.end()) return true;
-  return stem.size() == 4 && (stem.starts_with("COM") || stem.starts_with("LPT")) &&
+  for (char& c : stem) c = lower_ascii(c);
+  constexpr std::array<std::string_view, 4> kDevices = {"con", "prn", "aux", "nul"};
+  if (std::ranges::find(kDevices, stem) != kDevices.end()) return true;
+  return stem.size() == 4 && (stem.starts_with("com") || stem.starts_with("lpt")) &&
          stem[3] >= '1' && stem[3] <= '9';
 }
 
@@ -125,7 +127,7 @@ void fold_case(std::string_view name, std::string& folded) {
                                     [](char c) { return static_cast<unsigned char>(c) < 0x80; });
   if (is_ascii) {
     folded.assign(name);
-    for (char& c : folded) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+    for (char& c : folded) c = lower_ascii(c);
     return;
   }
   while (!name.empty()) {
@@ -138,6 +140,12 @@ void fold_case(std::string_view name, std::string& folded) {
     }
     name.remove_prefix(length);
   }
+}
+
+std::string adopted_name(std::string file) {
+  const std::size_t dot = std::min(file.rfind('.'), file.size());
+  for (char& c : std::span(file).subspan(dot)) c = lower_ascii(c);
+  return file;
 }
 
 bool has_case(std::string_view name) { return (classes_in(name) & kHasCase) != 0; }

@@ -25,6 +25,9 @@ std::string to_hex(std::string_view bytes);
 /// ASCII, Latin-1, Latin Extended-A, Greek and Cyrillic letters.
 void fold_case(std::string_view name, std::string& folded);
 
+/// The name under which the library adopts a file: its extension in lower case.
+std::string adopted_name(std::string file);
+
 /// Whether fold_case() can change the name: it has an upper-case ASCII letter or a non-ASCII byte.
 bool has_case(std::string_view name);
 

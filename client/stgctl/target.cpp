@@ -1,7 +1,6 @@
 #include "client/stgctl/target.h"
 
 #include <algorithm>
-#include <span>
 #include <type_traits>
 
 #include "client/admin/text.h"
@@ -256,14 +255,6 @@ std::vector<FoundEntry> find_matching(Context& context, const NamedVersion& patt
   query.pattern = pattern.name;
   query.state = admin::EntryState::kIndexed;
   return only_wanted(find_entries(context, query), pattern.timestamp);
-}
-
-std::string adopted_name(std::string name) {
-  const std::size_t dot = std::min(name.rfind('.'), name.size());
-  for (char& c : std::span(name).subspan(dot)) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
-  }
-  return name;
 }
 
 void check_not_shadowed(Context& context, const Target& target, const std::string& name,

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "client/admin/entries.h"
+#include "client/admin/text.h"
 #include "client/admin/tree.h"
 #include "client/stgctl/context.h"
 #include "client/stgctl/report.h"
@@ -123,8 +124,7 @@ std::vector<FoundEntry> find_matching(Context& context, const NamedVersion& patt
 /// wrong. @throws as find_entries().
 void walk_whole(const std::function<admin::EntryFailures(const admin::FailureSink& failed)>& walk);
 
-/// The name under which the library adopts a file: its extension in lower case.
-std::string adopted_name(std::string name);
+using admin::adopted_name;
 
 /// @throws Failure kRefused if another file of the folder has the logical name as its file name.
 /// The library would serve that file for every version of the name.
