@@ -231,16 +231,13 @@ class RestoredText {
   RestoredText(const FolderView& folder, const std::vector<std::string>& lines)
       : m_taken(taken_by_entries(folder)) {
     for (const std::string& line : lines) {
-      if (take(folder, line, m_taken)) m_restored.insert(line);
+      if (take(folder, line, m_taken)) m_lines.push_back(line);
     }
-    for (const std::string& line : m_restored) {
-      m_keys.emplace(key_part(line));
-      m_lines.push_back(line);
-    }
+    m_restored = m_lines.size();
     m_keeps_zeros = has_more_files(folder, m_taken.files);
   }
 
-  std::size_t restored() const { return m_restored.size(); }
+  std::size_t restored() const { return m_restored; }
   void add(std::string_view line) { m_lines.emplace_back(line); }
   /// Adds a damaged line, unless all its keys are in restored lines or entries.
   void add_rest(std::string_view raw) {
@@ -261,13 +258,12 @@ class RestoredText {
   bool is_told(std::string_view text) const {
     const std::vector<std::string> told = lines_in(text);
     return !told.empty() && std::ranges::all_of(told, [&](const std::string& each) {
-      return m_keys.contains(key_part(each)) || m_taken.keys.contains(key_part(each));
+      return m_taken.keys.contains(key_part(each));
     });
   }
 
-  Taken m_taken;
-  Names m_restored;
-  Names m_keys;  ///< of restored lines
+  Taken m_taken;  ///< by entries and restored lines
+  std::size_t m_restored = 0;
   bool m_keeps_zeros = false;
   std::vector<std::string> m_lines;
   std::vector<std::string> m_loose;  ///< lines without a "/", for the end
