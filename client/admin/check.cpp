@@ -117,12 +117,12 @@ class FolderCheck {
   }
 
   void check_line(const LintedLine& line) {
-    if (line.has_zeros && line.verdict != Verdict::kUnknown) {
-      found(Code::kMalformedLine,
-            line.raw.substr(0, std::min<std::size_t>(80, line.raw.find('\0'))),
-            "it contains zeros, possibly in place of other lines", line.number);
-      return;
-    }
+    const auto malformed = [&](std::size_t end, const char* why) {
+      constexpr std::size_t kShown = 80;
+      found(Code::kMalformedLine, line.raw.substr(0, std::min(kShown, end)), why, line.number);
+    };
+    if (line.has_zeros && line.verdict != Verdict::kUnknown)
+      return malformed(line.raw.find('\0'), "it contains zeros, possibly in place of other lines");
     switch (line.verdict) {
       case Verdict::kEntry: check_entry(line); break;
       case Verdict::kNoFile:
@@ -138,12 +138,9 @@ class FolderCheck {
                   std::to_string(line.same_key_as),
               line.number);
         break;
-      case Verdict::kNoSeparator:
-        found(Code::kMalformedLine, line.raw.substr(0, 80), "it contains no \"/\"", line.number);
-        break;
+      case Verdict::kNoSeparator: malformed(line.raw.size(), "it contains no \"/\""); break;
       case Verdict::kShortKey:
-        found(Code::kMalformedLine, line.raw.substr(0, 80), "the key is too short for a timestamp",
-              line.number);
+        malformed(line.raw.size(), "the key is too short for a timestamp");
         break;
     }
   }

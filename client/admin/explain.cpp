@@ -18,15 +18,6 @@ std::string shown_time(std::int64_t seconds) {
 
 namespace {
 
-std::string in_words(sys::Kind kind) {
-  switch (kind) {
-    case sys::Kind::kFolder: return "folder";
-    case sys::Kind::kLink: return "link";
-    case sys::Kind::kFile: return "file";
-    default: return "something else";
-  }
-}
-
 /// What a missing folder means for the request.
 enum class MissingFolder : std::uint8_t { kEndsIt, kWouldBeMade };
 
@@ -126,7 +117,8 @@ class Steps {
       return yes(name, "the folder does not exist; the library would create it", values);
     const sys::Kind kind = sys::describe(path).kind;
     if (kind == sys::Kind::kFolder) return yes(name, "the folder exists", values);
-    values.emplace_back("kind", in_words(kind));
+    values.emplace_back(
+        "kind", word_of(kind, {"something else", "file", "folder", "link", "something else"}));
     return yes(name, "it exists; the library does not check that it is a folder", values);
   }
 

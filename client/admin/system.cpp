@@ -138,11 +138,8 @@ Obstacle obstacle_of_file(Obstacle::Kind what, const std::string& path) {
   const sys::Kind kind = sys::describe(path).kind;
   Obstacle found{what, path, ""};
   if (kind == sys::Kind::kMissing) return found;
-  if (kind != sys::Kind::kFile) {
-    found.why = why_not_usable(path, kNoPlainFile);
-  } else if (const os::Status status = sys::probe_writable(path); !status.ok()) {
-    found.why = why_not_usable(path, status);
-  }
+  const os::Status status = kind == sys::Kind::kFile ? sys::probe_writable(path) : kNoPlainFile;
+  if (!status.ok()) found.why = why_not_usable(path, status);
   return found;
 }
 
