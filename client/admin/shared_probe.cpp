@@ -390,7 +390,7 @@ std::vector<SharedCheck> check_shared(SharedView& host, SharedView* peer,
   for (const Check& check : kChecks) {
     if (check.runs == Runs::kWithMounts && peer == nullptr) continue;
     SharedCheck& result =
-        checks.emplace_back(check.code, Holds::kYes, std::string(check.good), std::string());
+        checks.emplace_back(SharedCheck{check.code, Holds::kYes, std::string(check.good), {}});
     if (check.runs == Runs::kBothWays && peer == nullptr) {
       result.holds = Holds::kNotTried;
       result.detail = "there is only one mount; name another one with --peer";
