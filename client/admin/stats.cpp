@@ -306,52 +306,9 @@ constexpr std::array<AgeLimit, 12> kLimits = {{{kDay, "1d"},
                                                {5 * kYear, "5y"},
                                                {10 * kYear, "10y"}}};
 
-class ForecastSink final : public InventorySink {
- public:
-  ForecastSink(const ForecastOptions& options, const FailureSink& failed, Forecast& forecast)
-      : m_options(options), m_failed(failed), m_forecast(forecast) {}
-  bool holding(const Holding& holding) override {
-    const sys::Info& info = holding.info;
-    m_forecast.add(holding,
-                   m_options.now - (m_options.by_access ? info.access_time : info.modify_time));
-    return true;
-  }
-  void failed(const std::string& location, const std::string& why) override {
-    m_failed(location, why);
-  }
-
- private:
-  const ForecastOptions& m_options;
-  const FailureSink& m_failed;
-  Forecast& m_forecast;
-};
-
-}  // namespace
-
-std::span<const AgeLimit> age_limits() { return kLimits; }
-
-void Forecast::add(const Holding& holding, std::int64_t age) {
-  if (holding.kind == HoldingKind::kPart) {
-    if (!m_versions.empty()) m_versions.back().bytes += holding.info.size;
-    return;
-  }
-  const bool is_first = m_versions.empty();
-  const bool is_same_owner = !is_first && m_last.owner == holding.owner;
-  const bool is_same_document =
-      is_same_owner && m_last.bucket == holding.bucket && m_last.name == holding.name;
-  if (!is_same_owner) m_starts.emplace_back(holding.owner, m_versions.size());
-  std::int64_t youngest = age;
-  if (is_same_document) {
-    youngest = std::min(age, *m_versions.back().document_age);
-    m_versions.back().document_age.reset();
-  }
-  m_versions.push_back({age, holding.info.size, youngest});
-  m_last = holding;
-}
-
-Loss Forecast::loss_beyond(std::span<const Version> versions, std::int64_t limit) {
+Loss loss_beyond(std::span<const Forecast::Version> versions, std::int64_t limit) {
   Loss loss;
-  for (const Version& each : versions) {
+  for (const Forecast::Version& each : versions) {
     if (each.document_age && *each.document_age > limit) ++loss.documents;
     if (each.age <= limit) continue;
     ++loss.versions;
@@ -360,27 +317,72 @@ Loss Forecast::loss_beyond(std::span<const Version> versions, std::int64_t limit
   return loss;
 }
 
-Curve Forecast::curve_of(std::string owner, std::span<const Version> versions) {
+Curve curve_of(std::string owner, std::span<const Forecast::Version> versions) {
   Curve curve{std::move(owner), loss_beyond(versions, INT64_MIN), {}};
   for (const AgeLimit& limit : kLimits)
     curve.losses.push_back(loss_beyond(versions, limit.seconds));
   return curve;
 }
 
-void Forecast::finish() {
-  const std::span<const Version> all = m_versions;
-  m_all = curve_of("", all);
-  std::size_t end = all.size();
-  for (auto start = m_starts.rbegin(); start != m_starts.rend(); ++start) {
-    const std::size_t begin = start->second;
-    m_owners.push_back(curve_of(start->first, all.subspan(begin, end - begin)));
-    end = begin;
+}  // namespace
+
+std::span<const AgeLimit> age_limits() { return kLimits; }
+
+class ForecastSink final : public InventorySink {
+ public:
+  ForecastSink(const ForecastOptions& options, const FailureSink& failed, Forecast& forecast)
+      : m_options(options), m_failed(failed), m_forecast(forecast) {}
+
+  bool holding(const Holding& holding) override {
+    std::vector<Forecast::Version>& versions = m_forecast.m_versions;
+    const sys::Info& info = holding.info;
+    if (holding.kind == HoldingKind::kPart) {
+      if (!versions.empty()) versions.back().bytes += info.size;
+      return true;
+    }
+    const std::int64_t age =
+        m_options.now - (m_options.by_access ? info.access_time : info.modify_time);
+    const bool is_same_owner = !versions.empty() && m_last.owner == holding.owner;
+    const bool is_same_document =
+        is_same_owner && m_last.bucket == holding.bucket && m_last.name == holding.name;
+    if (!is_same_owner) m_starts.emplace_back(holding.owner, versions.size());
+    std::int64_t youngest = age;
+    if (is_same_document) {
+      youngest = std::min(age, *versions.back().document_age);
+      versions.back().document_age.reset();
+    }
+    versions.push_back({age, info.size, youngest});
+    m_last = holding;
+    return true;
   }
-  std::ranges::sort(m_owners, [](const Curve& one, const Curve& other) {
-    return std::tie(other.there.bytes, one.owner) < std::tie(one.there.bytes, other.owner);
-  });
-  std::ranges::sort(m_versions, std::greater(), &Version::age);
-}
+
+  void failed(const std::string& location, const std::string& why) override {
+    m_failed(location, why);
+  }
+
+  void finish() {
+    const std::span<const Forecast::Version> all = m_forecast.m_versions;
+    m_forecast.m_all = curve_of("", all);
+    std::size_t end = all.size();
+    for (auto start = m_starts.rbegin(); start != m_starts.rend(); ++start) {
+      const std::size_t begin = start->second;
+      m_forecast.m_owners.push_back(curve_of(start->first, all.subspan(begin, end - begin)));
+      end = begin;
+    }
+    std::ranges::sort(m_forecast.m_owners, [](const Curve& one, const Curve& other) {
+      return std::tie(other.there.bytes, one.owner) < std::tie(one.there.bytes, other.owner);
+    });
+    std::ranges::sort(m_forecast.m_versions, std::greater(), &Forecast::Version::age);
+  }
+
+ private:
+  const ForecastOptions& m_options;
+  const FailureSink& m_failed;
+  Forecast& m_forecast;
+  /// The first versions of the owners.
+  std::vector<std::pair<std::string, std::size_t>> m_starts;
+  Holding m_last;  ///< the last version
+};
 
 LimitFor Forecast::limit_for(std::uint64_t target) const {
   LimitFor result;
@@ -409,7 +411,7 @@ EntryFailures forecast_cleaning(const Tree& tree, const ForecastOptions& options
   if (!asked.scope.area) asked.scope.area = Area::kDocs;
   ForecastSink sink(options, failed, forecast);
   const EntryFailures failures = take_inventory(tree, asked, sink);
-  forecast.finish();
+  sink.finish();
   return failures;
 }
 

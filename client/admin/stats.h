@@ -143,10 +143,11 @@ struct LimitFor {
 
 class Forecast {
  public:
-  /// Adds a version, or a sub-part of the version that was added last. @param age of a version.
-  void add(const Holding& holding, std::int64_t age);
-  /// Call after the last add().
-  void finish();
+  struct Version {
+    std::int64_t age;
+    std::uint64_t bytes;                       ///< with sub-parts
+    std::optional<std::int64_t> document_age;  ///< of one version per document: of its youngest
+  };
 
   const Curve& all() const { return m_all; }
   /// By size, largest first.
@@ -154,23 +155,14 @@ class Forecast {
   LimitFor limit_for(std::uint64_t target) const;
 
  private:
-  struct Version {
-    std::int64_t age;
-    std::uint64_t bytes;                       ///< with sub-parts
-    std::optional<std::int64_t> document_age;  ///< of one version per document: of its youngest
-  };
-  static Loss loss_beyond(std::span<const Version> versions, std::int64_t limit);
-  static Curve curve_of(std::string owner, std::span<const Version> versions);
+  friend class ForecastSink;
 
   std::vector<Curve> m_owners;
   Curve m_all;
-  std::vector<Version> m_versions;  ///< oldest first after finish()
-  /// The first versions of the owners.
-  std::vector<std::pair<std::string, std::size_t>> m_starts;
-  Holding m_last;  ///< the last version
+  std::vector<Version> m_versions;  ///< oldest first
 };
 
-/// Adds every version of the scope to @p forecast, and finishes it.
+/// Adds every version of the scope to @p forecast, which must be empty.
 EntryFailures forecast_cleaning(const Tree& tree, const ForecastOptions& options,
                                 const FailureSink& failed, Forecast& forecast);
 
