@@ -43,28 +43,12 @@ os::Status wait_for_lock(const std::string& path, const Locking& locking,
 
 os::Status read_file(const std::string& path, const Locking& locking, std::string& bytes) {
   bytes.clear();
-  QuietFile file;
-  os::Status status = open_to_read(path, locking, file);
-  std::uint64_t size = 0;
-  // Read the size after locking: the previous owner of the lock may have changed it.
-  if (status.ok()) status = file.ask_size(size);
-  if (!status.ok()) return status;
-  // With one more byte, two reads are enough for a file that does not grow.
-  bytes.resize(static_cast<std::size_t>(size) + 1);
-  std::size_t done = 0;
-  for (;;) {
-    if (done == bytes.size()) bytes.resize(bytes.size() * 2);
-    std::size_t got = 0;
-    status = file.read(bytes.data() + done, bytes.size() - done, got);
-    if (!status.ok()) {
-      bytes.clear();
-      return status;
-    }
-    done += got;
-    if (got == 0 || done == size) break;
-  }
-  bytes.resize(done);
-  return {};
+  const os::Status read = read_pieces(path, locking, [&](std::string_view piece) {
+    bytes.append(piece);
+    return true;
+  });
+  if (!read.ok()) bytes.clear();
+  return read;
 }
 
 os::Status read_pieces(const std::string& path, const Locking& locking,

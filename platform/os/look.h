@@ -100,7 +100,6 @@ class QuietFile {
   void close();
   /// Tries once to take a shared lock on the whole file, like the library's readers.
   os::Status try_lock();
-  os::Status ask_size(std::uint64_t& size);
   /// Reads from the current position; @p done can be less than @p count, and is 0 at the end.
   os::Status read(char* to, std::size_t count, std::size_t& done);
 

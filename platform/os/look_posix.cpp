@@ -270,13 +270,6 @@ Status QuietFile::try_lock() {
   return posix::is_refusal(errno) ? fail(EAGAIN, Failure::kLocked) : fail(errno);
 }
 
-Status QuietFile::ask_size(std::uint64_t& size) {
-  struct ::stat found {};
-  if (::fstat(static_cast<int>(m_file), &found) != 0) return fail(errno);
-  size = static_cast<std::uint64_t>(found.st_size);
-  return {};
-}
-
 Status QuietFile::read(char* to, std::size_t count, std::size_t& done) {
   const ::ssize_t got =
       posix::uninterrupted([&] { return ::read(static_cast<int>(m_file), to, count); });

@@ -156,13 +156,6 @@ Status QuietFile::try_lock() {
   return fail(code == ERROR_IO_PENDING ? ERROR_LOCK_VIOLATION : code);
 }
 
-Status QuietFile::ask_size(std::uint64_t& size) {
-  BY_HANDLE_FILE_INFORMATION found{};
-  if (!GetFileInformationByHandle(handle_of(m_file), &found)) return fail(GetLastError());
-  size = std::uint64_t{found.nFileSizeHigh} << 32U | found.nFileSizeLow;
-  return {};
-}
-
 Status QuietFile::read(char* to, std::size_t count, std::size_t& done) {
   constexpr std::size_t kLargestPiece = std::size_t{1} << 30U;
   DWORD got = 0;
