@@ -220,14 +220,6 @@ std::string format_time(std::int64_t seconds) {
 
 // ---- checksums ---------------------------------------------------------------------------------
 
-namespace {
-
-std::string text_of(const XXH128_hash_t& hash) {
-  return formatted("{:016x}{:016x}", hash.high64, hash.low64);
-}
-
-}  // namespace
-
 struct Checksum::State {
   XXH3_state_t value;
 };
@@ -240,10 +232,15 @@ void Checksum::add(std::string_view bytes) {
   XXH3_128bits_update(&m_state->value, bytes.data(), bytes.size());
 }
 
-std::string Checksum::text() const { return text_of(XXH3_128bits_digest(&m_state->value)); }
+std::string Checksum::text() const {
+  const XXH128_hash_t hash = XXH3_128bits_digest(&m_state->value);
+  return formatted("{:016x}{:016x}", hash.high64, hash.low64);
+}
 
 std::string checksum_of(std::string_view bytes) {
-  return text_of(XXH3_128bits(bytes.data(), bytes.size()));
+  Checksum checksum;
+  checksum.add(bytes);
+  return checksum.text();
 }
 
 // ---- portable names ----------------------------------------------------------------------------
