@@ -92,8 +92,7 @@ class FolderCheck {
         return false;
       case IndexState::kFailed:
         // check_name() reports a link.
-        if (const std::uint32_t at = m_view.find(index_format::kIndexFile);
-            at == FolderView::kNone || m_view.names()[at].kind != sys::Kind::kLink)
+        if (m_view.kind_of(index_format::kIndexFile) != sys::Kind::kLink)
           found(Code::kUnreadableIndex, index_format::kIndexFile,
                 sys::text_of(m_view.index_status()));
         return true;

@@ -59,20 +59,13 @@ void FolderView::list() {
 }
 
 void FolderView::read_index(const sys::Locking& locking) {
-  m_index_path.assign(m_folder.path).push_back(sys::kSeparator);
-  m_index_path += index_format::kIndexFile;
-  m_index_bytes.clear();
-  m_index_status = sys::read_file(m_index_path, locking, m_index_bytes);
-  if (!m_index_status.ok()) m_index_bytes.clear();
+  m_index_status = sys::read_file(path_of(index_format::kIndexFile), locking, m_index_bytes);
   take_text();
   if (m_index_status.ok()) return;
-  if (m_index_status.failure() == os::Failure::kNotFound) {
-    m_index_state = IndexState::kMissing;
-  } else if (m_index_status.failure() == os::Failure::kLocked) {
-    m_index_state = IndexState::kLocked;
-  } else {
-    m_index_state = IndexState::kFailed;
-  }
+  const os::Failure why = m_index_status.failure();
+  m_index_state = why == os::Failure::kNotFound ? IndexState::kMissing
+                  : why == os::Failure::kLocked ? IndexState::kLocked
+                                                : IndexState::kFailed;
 }
 
 std::uint32_t FolderView::document_of(std::string_view parts) const {

@@ -72,6 +72,12 @@ class FolderView {
     return m_files ? static_cast<std::uint32_t>(m_files->spelled(name)) : kNone;
   }
 
+  /// The kind of a listed name; kMissing if it is not listed.
+  sys::Kind kind_of(std::string_view name) const {
+    const std::uint32_t at = find(name);
+    return at == kNone ? sys::Kind::kMissing : m_names[at].kind;
+  }
+
   /// The file to which a sub-part folder belongs: the longest file name that precedes one of the
   /// folder name's underscores; or kNone.
   std::uint32_t document_of(std::string_view parts) const;
@@ -94,7 +100,6 @@ class FolderView {
   os::Status m_status;
   IndexState m_index_state = IndexState::kMissing;
   os::Status m_index_status;
-  std::string m_index_path;
   std::string m_index_bytes;
   std::string m_saved_text;       ///< the new text of an interrupted save
   std::string_view m_index_text;  ///< a view of one of the two

@@ -150,8 +150,7 @@ class Planner {
   }
 
   bool is_listed(const std::string& file) const {
-    const std::uint32_t at = m_folder.find(file);
-    return at != FolderView::kNone && m_folder.names()[at].kind == sys::Kind::kFile;
+    return m_folder.kind_of(file) == sys::Kind::kFile;
   }
 
   /// Whether the system finds the file in another letter case.

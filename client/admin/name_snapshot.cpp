@@ -40,18 +40,17 @@ class SnapshotVisitor final : public Visitor {
   }
 
   bool folder(const DocumentFolder& folder) override {
-    m_path.assign(folder.path).push_back(sys::kSeparator);
-    m_path += index_format::kIndexFile;
-    const os::Status read = sys::read_file(m_path, m_options.locking, m_bytes);
+    const std::string path = sys::join(folder.path, index_format::kIndexFile);
+    const os::Status read = sys::read_file(path, m_options.locking, m_bytes);
     if (read.ok()) {
       m_text = replacement::text_of(m_bytes, m_saved_text);
       take(saved_name_of(m_tree, folder.path));
     } else if (read.failure() != os::Failure::kNotFound) {
       m_taken.lock_missed = m_taken.lock_missed || read.failure() == os::Failure::kLocked;
       leave(saved_name_of(m_tree, folder.path));
-      m_failed(m_path, read.failure() == os::Failure::kLocked
-                           ? "another process has locked it (--lock-timeout sets how long to wait)"
-                           : sys::text_of(read));
+      m_failed(path, read.failure() == os::Failure::kLocked
+                         ? "another process has locked it (--lock-timeout sets how long to wait)"
+                         : sys::text_of(read));
     }
     return true;
   }
@@ -100,7 +99,6 @@ class SnapshotVisitor final : public Visitor {
   const FailureSink& m_failed;
   TakenIndexes m_taken;
   std::unordered_map<std::uint64_t, SavedIndex> m_known;
-  std::string m_path;
   std::string m_bytes;
   std::string m_saved_text;  ///< the new text of an interrupted save
   std::string_view m_text;   ///< the valid text in the bytes

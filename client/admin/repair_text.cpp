@@ -71,15 +71,14 @@ std::string with_lines(std::string_view index, const std::vector<std::string>& l
 // ---- names -------------------------------------------------------------------------------------
 
 bool is_unclaimed_file(const FolderView& folder, std::string_view name) {
-  const std::uint32_t at = folder.find(name);
-  if (at == FolderView::kNone || folder.names()[at].kind != sys::Kind::kFile ||
-      index_format::is_index_file(name) || folder.index_state() != IndexState::kRead)
+  if (folder.kind_of(name) != sys::Kind::kFile || index_format::is_index_file(name) ||
+      folder.index_state() != IndexState::kRead)
     return false;
   IndexLint lint(folder);
   for ([[maybe_unused]] const LintedLine& line : lint) {
   }
   // An unknown entry may belong to any file.
-  return lint.unknown_lines() == 0 && !lint.is_claimed(at);
+  return lint.unknown_lines() == 0 && !lint.is_claimed(folder.find(name));
 }
 
 std::int32_t number_drawn_for(std::string_view stored) {
@@ -105,8 +104,7 @@ std::string highest_name(const FolderView& folder) {
 std::int32_t counter_in(std::string_view text) { return index_format::parse_decimal(text); }
 
 bool is_orphaned_parts(const FolderView& folder, std::string_view name) {
-  const std::uint32_t at = folder.find(name);
-  if (at == FolderView::kNone || folder.names()[at].kind != sys::Kind::kFolder) return false;
+  if (folder.kind_of(name) != sys::Kind::kFolder) return false;
   if (name.find('_') == std::string_view::npos) return false;
   return folder.document_of(name) == FolderView::kNone && !belongs_to_entry(folder, name);
 }
@@ -209,8 +207,7 @@ bool take(const FolderView& folder, std::string_view line, Taken& taken) {
   const std::string_view key = key_part(line);
   if (!is_key(key) || stored_part(line).empty()) return false;
   const std::string file = index_format::file_name_of(key, stored_part(line));
-  const std::uint32_t at = folder.find(file);
-  if (at == FolderView::kNone || folder.names()[at].kind != sys::Kind::kFile) return false;
+  if (folder.kind_of(file) != sys::Kind::kFile) return false;
   if (taken.keys.contains(key) || taken.files.contains(file)) return false;
   taken.keys.emplace(key);
   taken.files.emplace(file);
