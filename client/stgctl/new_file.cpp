@@ -23,11 +23,14 @@ std::string parent_of(const std::string& path) { return from_path(to_path(path).
 }  // namespace
 
 void check_outside_tree(Context& context, const std::string& path) {
-  const std::string folder =
-      sys::absolute(from_path(fs::absolute(to_path(path)).lexically_normal()));
+  const fs::path whole = fs::absolute(to_path(path)).lexically_normal();
   const std::string tree = sys::absolute(context.tree().storage);
-  if (folder == tree || folder.starts_with(tree + sys::kSeparator))
-    refuse("{} is in the tree; name a place outside the tree", shown(path));
+  // The system resolves links only in a path that exists; the folder of a new file does.
+  for (const fs::path& each : {whole, whole.parent_path()}) {
+    const std::string real = sys::absolute(from_path(each));
+    if (real == tree || real.starts_with(tree + sys::kSeparator))
+      refuse("{} is in the tree; name a place outside the tree", shown(path));
+  }
   if (sys::kSeparator != '\\' && path.find('\\') != std::string::npos)
     refuse("{} contains a backslash; name another place", shown(path));
 }

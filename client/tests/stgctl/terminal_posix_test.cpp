@@ -341,6 +341,17 @@ TEST_F(ClientLinks, AreRefusedInTheTree) {
   EXPECT_EQ(snapshot(outside), before);
 }
 
+TEST_F(ClientLinks, LeadNoNewFileIntoTheTree) {
+  put("a.kdc", "x");
+  const std::string link = shell_path(scratch().path("link"));
+  std::filesystem::create_directory_symlink(shell_path(storage() + "\\docs"), link);
+  const std::string before = snapshot(storage());
+  EXPECT_EQ(change({"report", "--html", link + "/report.html"}).code, 12);
+  EXPECT_EQ(change({"export", link + "/export"}).code, 12);
+  EXPECT_EQ(change({"get", "a.kdc", "-o", link + "/copy"}).code, 12);
+  EXPECT_EQ(snapshot(storage()), before);
+}
+
 TEST_F(ClientLinks, AreNotPut) {
   source("a.kdc", "x");
   std::filesystem::create_symlink("/etc/passwd", shell_path(scratch().path("in\\link.kdc")));
