@@ -1,44 +1,31 @@
-
 #include "client/stgctl/look.h"
-#include "client/stgctl/text.h"
+#include "client/stgctl/new_file.h"
 
 namespace stgctl {
 
 namespace {
 
-namespace sys = admin::sys;
-
 FoundEntry only_one(const std::vector<FoundEntry>& all, const EntryOptions& options) {
-  if (all.empty()) {
-    throw Failure(Exit::kNothingMatched,
-                  "no document in the tree has the name " + shown(options.name));
-  }
-  if (all.size() > 1) {
-    throw Failure(Exit::kUsage,
-                  formatted("{} versions match; name one by --area, --owner and --timestamp "
-                            "('stgctl versions' lists them)",
-                            all.size()));
-  }
+  if (all.empty()) not_found("no document in the tree has the name {}", shown(options.name));
+  if (all.size() > 1)
+    misused(
+        "{} versions match; name one by --area, --owner and --timestamp "
+        "('stgctl versions' lists them)",
+        all.size());
   return all.front();
 }
 
 Exit run_cat(Context& context, EntryOptions& options) {
   options.take_apart(context);
-  if (context.out().json()) throw Failure(Exit::kUsage, "cat has no JSON output; omit --json");
+  if (context.out().json()) misused("cat has no JSON output; omit --json");
   admin::EntryFailures failures;
   const std::vector<FoundEntry> all = versions_of(context, options, failures);
   if (all.empty() && failures.lock_missed) return Exit::kLockTimeout;
   const std::string path = only_one(all, options).path();
-  const os::Status read =
-      sys::read_pieces(path, locking_for(context, options.no_lock), [&](std::string_view piece) {
-        context.out().write(piece);
-        return !Context::interrupted();
-      });
-  if (read.failure() == os::Failure::kLocked) {
-    throw Failure(Exit::kLockTimeout,
-                  shown(path) + " is locked by another process; wait, or read it with --no-lock");
-  }
-  if (!read.ok()) throw Failure(Exit::kFailed, shown(path) + ": " + sys::text_of(read));
+  const os::Status read = write_out(context, path, locking_for(context, options.no_lock));
+  if (read.failure() == os::Failure::kLocked)
+    locked_out("{} is locked by another process; wait, or read it with --no-lock", shown(path));
+  if (!read.ok()) fail("{}: {}", shown(path), sys::text_of(read));
   return Context::interrupted() ? Exit::kInterrupted : Exit::kDone;
 }
 

@@ -1,20 +1,9 @@
 #include <algorithm>
-#include <cstdint>
-#include <map>
-#include <string>
 #include <tuple>
-#include <vector>
 
-#include "client/admin/check.h"
-#include "client/admin/names.h"
 #include "client/admin/repair_text.h"
-#include "client/stgctl/command.h"
-#include "client/stgctl/context.h"
 #include "client/stgctl/look.h"
 #include "client/stgctl/names_file.h"
-#include "client/stgctl/output.h"
-#include "client/stgctl/report.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
@@ -22,38 +11,6 @@ namespace {
 
 /// Whether to cut long lists.
 enum class Lists : std::uint8_t { kCut, kWhole };
-
-/// Collects the findings of a check and prints them in order: by severity, then by folder. The
-/// totals and the next commands come last.
-class CheckReport {
- public:
-  CheckReport(Context& context, Lists lists) : m_context(context), m_lists(lists) {}
-
-  /// Takes a finding. As JSON it is printed at once.
-  void add(admin::Finding finding);
-  bool is_empty() const { return m_findings.empty(); }
-  /// Prints everything. @param summary gets the counts of findings whose code add() changed.
-  /// @param full whether it was a full check.
-  void finish(admin::CheckSummary& summary, bool full);
-
- private:
-  bool is_owner_replaced(const admin::Finding& finding);
-  void look_up_lost_documents();
-  void show_findings();
-  void show_sums() const;
-  std::vector<std::string> next_steps();
-  std::string next_step(const std::string& folder, const std::vector<admin::Code>& codes);
-  std::string relative(const std::string& path) const;
-  std::string where_of(const admin::Finding& finding) const;
-  void show_json_summary(const admin::CheckSummary& summary, bool full,
-                         const std::vector<std::string>& next);
-
-  Context& m_context;
-  Lists m_lists;
-  std::vector<admin::Finding> m_findings;
-  std::uint64_t m_replaced_owners = 0;
-  std::uint64_t m_lost = 0;  ///< documents of folders that are missing as a whole
-};
 
 using admin::CheckSummary;
 using admin::Code;
@@ -92,10 +49,6 @@ bool has(const std::vector<Code>& codes, bool (*matches)(Code)) {
   return std::any_of(codes.begin(), codes.end(), matches);
 }
 
-std::string place_of(const Finding& finding) {
-  return finding.name.empty() ? finding.folder : admin::sys::join(finding.folder, finding.name);
-}
-
 Json fields_of(const Finding& finding) {
   const FindingKind& kind = admin::kind_of(finding.code);
   Json fields = {
@@ -110,224 +63,231 @@ Json fields_of(const Finding& finding) {
   return fields;
 }
 
-Style style_of(Severity severity) {
-  if (severity == Severity::kError) return Style::kRed;
-  return severity == Severity::kWarning ? Style::kYellow : Style::kBlue;
-}
+/// Collects the findings of a check and prints them in order: by severity, then by folder. The
+/// totals and the next commands come last.
+class CheckReport {
+ public:
+  CheckReport(Context& context, Lists lists) : m_context(context), m_lists(lists) {}
 
-/// Only saved names distinguish a file in the place of an owner's folder from any other file.
-bool CheckReport::is_owner_replaced(const Finding& finding) {
-  if (finding.code != Code::kStrayItem || !finding.area ||
-      finding.folder != m_context.tree().folder_of(*finding.area) ||
-      admin::sys::describe(place_of(finding)).kind != admin::sys::Kind::kFile)
-    return false;
-  std::uint64_t snapshot = 0;
-  return SavedNames(m_context).entries_below(place_of(finding), snapshot) != 0;
-}
-
-void CheckReport::add(Finding finding) {
-  if (is_owner_replaced(finding)) {
-    finding.code = Code::kFolderReplaced;
-    finding.detail.clear();
-    ++m_replaced_owners;
+  /// Takes a finding. As JSON it is printed at once.
+  void add(Finding finding) {
+    if (is_owner_replaced(finding)) {
+      finding.code = Code::kFolderReplaced;
+      finding.detail.clear();
+      ++m_replaced_owners;
+    }
+    if (m_context.out().json()) m_context.out().json_line("stgctl.check/1", fields_of(finding));
+    m_findings.push_back(finding);
   }
-  if (m_context.out().json()) m_context.out().json_line("stgctl.check/1", fields_of(finding));
-  m_findings.push_back(finding);
-}
 
-std::string CheckReport::relative(const std::string& path) const {
-  return shown(admin::saved_name_of(m_context.tree(), path));
-}
+  bool is_empty() const { return m_findings.empty(); }
 
-/// Only saved names know the content of a missing folder.
-void CheckReport::look_up_lost_documents() {
-  const bool any = std::any_of(m_findings.begin(), m_findings.end(),
-                               [](const Finding& each) { return is_folder_gone(each.code); });
-  if (!any) return;
-  SavedNames saved(m_context);
-  for (Finding& finding : m_findings) {
-    if (!is_folder_gone(finding.code)) continue;
+  /// Prints everything. @param summary gets the counts of findings whose code add() changed.
+  /// @param full whether it was a full check.
+  void finish(CheckSummary& summary, bool full) {
+    summary.findings[static_cast<std::size_t>(Code::kStrayItem)] -= m_replaced_owners;
+    summary.findings[static_cast<std::size_t>(Code::kFolderReplaced)] += m_replaced_owners;
+    Output& out = m_context.out();
+    look_up_lost_documents();
+    const std::vector<std::string> next = next_steps();
+    if (out.json()) return show_json_summary(summary, full, next);
+    show_findings();
+    std::string text =
+        formatted("{} errors, {} warnings, {} infos", summary.count(Severity::kError),
+                  summary.count(Severity::kWarning), summary.count(Severity::kInfo));
+    if (summary.unserved + m_lost != 0)
+      text += formatted("; {} documents are not served", summary.unserved + m_lost);
+    const bool clean = m_findings.empty();
+    out.print("{} folders, {} entries, {} files: {}\n", summary.folders, summary.entries,
+              summary.files,
+              out.styled(clean ? Style::kGreen : Style::kBold, clean ? "nothing found" : text));
+    show_sums();
+    for (const std::string& step : next) out.print("next: {}\n", step);
+  }
+
+ private:
+  /// Only saved names distinguish a file in the place of an owner's folder from any other file.
+  bool is_owner_replaced(const Finding& finding) {
+    if (finding.code != Code::kStrayItem || !finding.area ||
+        finding.folder != m_context.tree().folder_of(*finding.area) ||
+        sys::describe(place_of(finding)).kind != sys::Kind::kFile)
+      return false;
     std::uint64_t snapshot = 0;
-    const std::uint64_t count = saved.entries_below(place_of(finding), snapshot);
-    m_lost += count;
-    finding.detail = snapshot == 0
-                         ? "no snapshot says how many documents it had"
-                         : formatted("{} documents are not served (snapshot {})", count, snapshot);
+    return SavedNames(m_context).entries_below(place_of(finding), snapshot) != 0;
   }
-}
 
-/// The place of a finding: a version in its printed form with its folder, or a path.
-std::string CheckReport::where_of(const Finding& finding) const {
-  if (!finding.timestamp || !finding.area) return shown(place_of(finding));
-  const Subject version = {std::string(admin::name_of(*finding.area)), finding.owner, finding.name,
-                           *finding.timestamp};
-  return formatted("{} in {}", shown(version), relative(finding.folder));
-}
-
-void CheckReport::show_findings() {
-  const auto order = [](const Finding& finding) {
-    return std::tuple(-static_cast<int>(admin::kind_of(finding.code).severity),
-                      std::string_view(finding.folder), finding.code, finding.line,
-                      std::string_view(finding.name));
-  };
-  std::stable_sort(m_findings.begin(), m_findings.end(),
-                   [&](const Finding& a, const Finding& b) { return order(a) < order(b); });
-  Output& out = m_context.out();
-  std::size_t alike = 0;
-  for (std::size_t i = 0; i < m_findings.size(); ++i) {
-    const Finding& finding = m_findings[i];
-    const auto is_like = [&](const Finding& other) {
-      return other.code == finding.code && other.folder == finding.folder;
-    };
-    alike = i != 0 && is_like(m_findings[i - 1]) ? alike + 1 : 1;
-    const FindingKind& kind = admin::kind_of(finding.code);
-    const std::string head = formatted(
-        "{} {}",
-        out.styled(style_of(kind.severity), formatted("{:<7}", admin::name_of(kind.severity))),
-        out.styled(Style::kBold, kind.name));
-    if (alike <= kListed || m_lists == Lists::kWhole) {
-      std::string where = where_of(finding);
-      if (finding.line != 0) where += formatted(" (line {})", finding.line);
-      out.print("{}  {}{}{}\n", head, where, finding.detail.empty() ? "" : ": ",
-                shown(finding.detail));
-      continue;
-    }
-    const bool is_last = i + 1 == m_findings.size() || !is_like(m_findings[i + 1]);
-    if (is_last)
-      out.print("{}  {}: and {} more (--all)\n", head, shown(finding.folder), alike - kListed);
-  }
-}
-
-void CheckReport::show_sums() const {
-  if (m_findings.size() < 2) return;
-  std::map<std::pair<std::string, Code>, std::uint64_t> sums;
-  for (const Finding& finding : m_findings)
-    ++sums[{is_folder_gone(finding.code) ? place_of(finding) : finding.folder, finding.code}];
-  std::vector<std::pair<std::uint64_t, std::pair<std::string, Code>>> sorted;
-  for (const auto& [what, count] : sums) sorted.emplace_back(count, what);
-  std::stable_sort(sorted.begin(), sorted.end(),
-                   [](const auto& a, const auto& b) { return a.first > b.first; });
-  std::size_t told = 0;
-  for (const auto& [count, what] : sorted) {
-    if (m_lists == Lists::kCut && told++ == kListed) {
-      m_context.out().print("  and {} more totals (--all)\n", sorted.size() - kListed);
-      return;
-    }
-    m_context.out().print("{:>6}  {}  {}\n", count, admin::kind_of(what.second).name,
-                          relative(what.first));
-  }
-}
-
-/// The next command for one folder. A command that restores names comes before all others.
-std::string CheckReport::next_step(const std::string& folder, const std::vector<Code>& codes) {
-  const std::string name = relative(folder);
-  if (has(codes, is_about_names)) {
-    admin::FolderView view;
-    admin::DocumentFolder place;
-    place.path = folder;
-    view.load(place, m_context.locking());
+  /// Only saved names know the content of a missing folder.
+  void look_up_lost_documents() {
+    const bool any = std::any_of(m_findings.begin(), m_findings.end(),
+                                 [](const Finding& each) { return is_folder_gone(each.code); });
+    if (!any) return;
     SavedNames saved(m_context);
-    if (const SavedNames::Known known = saved.best_for(view); known.restorable != 0) {
-      // If the index has a text, its dangling entries are counted already.
-      if (view.index_state() != admin::IndexState::kRead) m_lost += known.restorable;
-      return formatted(
-          "{}: {} names lost, snapshot {} has them: stgctl index restore --at {} "
-          "--folder {}",
-          name, known.restorable, known.snapshot, known.snapshot, name);
+    for (Finding& finding : m_findings) {
+      if (!is_folder_gone(finding.code)) continue;
+      std::uint64_t snapshot = 0;
+      const std::uint64_t count = saved.entries_below(place_of(finding), snapshot);
+      m_lost += count;
+      finding.detail =
+          snapshot == 0 ? "no snapshot says how many documents it had"
+                        : formatted("{} documents are not served (snapshot {})", count, snapshot);
     }
-    if (const std::size_t count = admin::salvaged_lines(view).size(); count != 0)
+  }
+
+  std::string relative(const std::string& path) const {
+    return shown(admin::saved_name_of(m_context.tree(), path));
+  }
+
+  /// The place of a finding: a version in its printed form with its folder, or a path.
+  std::string where_of(const Finding& finding) const {
+    if (!finding.timestamp || !finding.area) return shown(place_of(finding));
+    const Subject version = {std::string(admin::name_of(*finding.area)), finding.owner,
+                             finding.name, *finding.timestamp};
+    return formatted("{} in {}", shown(version), relative(finding.folder));
+  }
+
+  void show_findings() {
+    const auto order = [](const Finding& finding) {
+      return std::tuple(-static_cast<int>(admin::kind_of(finding.code).severity),
+                        std::string_view(finding.folder), finding.code, finding.line,
+                        std::string_view(finding.name));
+    };
+    std::stable_sort(m_findings.begin(), m_findings.end(),
+                     [&](const Finding& a, const Finding& b) { return order(a) < order(b); });
+    Output& out = m_context.out();
+    std::size_t alike = 0;
+    for (std::size_t i = 0; i < m_findings.size(); ++i) {
+      const Finding& finding = m_findings[i];
+      const auto is_like = [&](const Finding& other) {
+        return other.code == finding.code && other.folder == finding.folder;
+      };
+      alike = i != 0 && is_like(m_findings[i - 1]) ? alike + 1 : 1;
+      const FindingKind& kind = admin::kind_of(finding.code);
+      const std::string_view severity = admin::name_of(kind.severity);
+      if (alike <= kListed || m_lists == Lists::kWhole) {
+        std::string where = where_of(finding);
+        if (finding.line != 0) where += formatted(" (line {})", finding.line);
+        print_finding(out, severity, kind.name, where, finding.detail);
+        continue;
+      }
+      const bool is_last = i + 1 == m_findings.size() || !is_like(m_findings[i + 1]);
+      if (is_last)
+        print_finding(out, severity, kind.name, shown(finding.folder),
+                      formatted("and {} more (--all)", alike - kListed));
+    }
+  }
+
+  void show_sums() const {
+    if (m_findings.size() < 2) return;
+    std::map<std::pair<std::string, Code>, std::uint64_t> sums;
+    for (const Finding& finding : m_findings)
+      ++sums[{is_folder_gone(finding.code) ? place_of(finding) : finding.folder, finding.code}];
+    std::vector<std::pair<std::uint64_t, std::pair<std::string, Code>>> sorted;
+    for (const auto& [what, count] : sums) sorted.emplace_back(count, what);
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [](const auto& a, const auto& b) { return a.first > b.first; });
+    std::size_t told = 0;
+    for (const auto& [count, what] : sorted) {
+      if (m_lists == Lists::kCut && told++ == kListed) {
+        m_context.out().print("  and {} more totals (--all)\n", sorted.size() - kListed);
+        return;
+      }
+      m_context.out().print("{:>6}  {}  {}\n", count, admin::kind_of(what.second).name,
+                            relative(what.first));
+    }
+  }
+
+  /// The next command for one folder. A command that restores names comes before all others.
+  std::string next_step(const std::string& folder, const std::vector<Code>& codes) {
+    const std::string name = relative(folder);
+    if (has(codes, is_about_names)) {
+      admin::FolderView view;
+      admin::DocumentFolder place;
+      place.path = folder;
+      view.load(place, m_context.locking());
+      SavedNames saved(m_context);
+      if (const SavedNames::Known known = saved.best_for(view); known.restorable != 0) {
+        // If the index has a text, its dangling entries are counted already.
+        if (view.index_state() != admin::IndexState::kRead) m_lost += known.restorable;
+        return formatted(
+            "{}: {} names lost, snapshot {} has them: stgctl index restore --at {} "
+            "--folder {}",
+            name, known.restorable, known.snapshot, known.snapshot, name);
+      }
+      if (const std::size_t count = admin::salvaged_lines(view).size(); count != 0)
+        return formatted(
+            "{}: {} names can be read from the damaged index: stgctl repair --plan plan.json", name,
+            count);
+      if (view.index_state() != admin::IndexState::kRead) {
+        m_lost += static_cast<std::uint64_t>(
+            std::count(codes.begin(), codes.end(), Code::kFileWithoutLine));
+        return formatted(
+            "{}: no names are saved: restore its index.dat from a backup, or try stgctl sync "
+            "--dry-run",
+            name);
+      }
+    }
+    if (has(codes, is_folder_gone)) return formatted("{}: restore it from a backup", name);
+    const auto is_gone = [](Code code) { return code == Code::kLineWithoutFile; };
+    if (has(codes, is_gone))
       return formatted(
-          "{}: {} names can be read from the damaged index: stgctl repair --plan plan.json", name,
-          count);
-    if (view.index_state() != admin::IndexState::kRead) {
-      m_lost += static_cast<std::uint64_t>(
-          std::count(codes.begin(), codes.end(), Code::kFileWithoutLine));
-      return formatted(
-          "{}: no names are saved: restore its index.dat from a backup, or try stgctl sync "
-          "--dry-run",
+          "{}: restore the files from a backup, or remove their entries: stgctl repair --plan "
+          "plan.json",
           name);
+    if (has(codes, is_repaired)) return "stgctl repair --plan plan.json";
+    for (const Code code : codes) {
+      const FindingKind& kind = admin::kind_of(code);
+      if (kind.severity != Severity::kInfo)
+        return formatted("{}: {}: {}", name, kind.name, kind.remedy);
     }
+    return {};
   }
-  if (has(codes, is_folder_gone)) return formatted("{}: restore it from a backup", name);
-  const auto is_gone = [](Code code) { return code == Code::kLineWithoutFile; };
-  if (has(codes, is_gone))
-    return formatted(
-        "{}: restore the files from a backup, or remove their entries: stgctl repair --plan "
-        "plan.json",
-        name);
-  if (has(codes, is_repaired)) return "stgctl repair --plan plan.json";
-  for (const Code code : codes) {
-    const FindingKind& kind = admin::kind_of(code);
-    if (kind.severity != Severity::kInfo)
-      return formatted("{}: {}: {}", name, kind.name, kind.remedy);
+
+  std::vector<std::string> next_steps() {
+    std::map<std::string, std::vector<Code>> by_folder;
+    for (const Finding& finding : m_findings)
+      by_folder[is_folder_gone(finding.code) ? place_of(finding) : finding.folder].push_back(
+          finding.code);
+    std::vector<std::string> steps;
+    for (const auto& [folder, codes] : by_folder) {
+      if (m_lists == Lists::kCut && steps.size() == kListed) break;
+      std::string step = next_step(folder, codes);
+      const bool is_told = std::find(steps.begin(), steps.end(), step) != steps.end();
+      if (!step.empty() && !is_told) steps.push_back(std::move(step));
+    }
+    // Steps that remove something come last.
+    std::stable_partition(steps.begin(), steps.end(), [](const std::string& step) {
+      return !step.starts_with("stgctl repair");
+    });
+    return steps;
   }
-  return {};
-}
 
-std::vector<std::string> CheckReport::next_steps() {
-  std::map<std::string, std::vector<Code>> by_folder;
-  for (const Finding& finding : m_findings)
-    by_folder[is_folder_gone(finding.code) ? place_of(finding) : finding.folder].push_back(
-        finding.code);
-  std::vector<std::string> steps;
-  for (const auto& [folder, codes] : by_folder) {
-    if (m_lists == Lists::kCut && steps.size() == kListed) break;
-    std::string step = next_step(folder, codes);
-    const bool is_told = std::find(steps.begin(), steps.end(), step) != steps.end();
-    if (!step.empty() && !is_told) steps.push_back(std::move(step));
+  void show_json_summary(const CheckSummary& summary, bool full,
+                         const std::vector<std::string>& next) {
+    Json fields = {{"record", "summary"},
+                   {"depth", full ? "full" : "quick"},
+                   {"folders", summary.folders},
+                   {"entries", summary.entries},
+                   {"files", summary.files},
+                   {"errors", summary.count(Severity::kError)},
+                   {"warnings", summary.count(Severity::kWarning)},
+                   {"infos", summary.count(Severity::kInfo)},
+                   {"interrupted", summary.was_stopped},
+                   {"unserved", summary.unserved + m_lost},
+                   {"codes", Json::object()}};
+    for (const FindingKind& kind : admin::finding_kinds()) {
+      const std::uint64_t found = summary.findings[static_cast<std::size_t>(kind.code)];
+      if (found != 0) fields["codes"][std::string(kind.name)] = found;
+    }
+    fields["next"] = next;
+    m_context.out().json_line("stgctl.check/1", fields);
   }
-  // Steps that remove something come last.
-  std::stable_partition(steps.begin(), steps.end(),
-                        [](const std::string& step) { return !step.starts_with("stgctl repair"); });
-  return steps;
-}
 
-void CheckReport::finish(CheckSummary& summary, bool full) {
-  summary.findings[static_cast<std::size_t>(Code::kStrayItem)] -= m_replaced_owners;
-  summary.findings[static_cast<std::size_t>(Code::kFolderReplaced)] += m_replaced_owners;
-  Output& out = m_context.out();
-  look_up_lost_documents();
-  const std::vector<std::string> next = next_steps();
-  if (out.json()) return show_json_summary(summary, full, next);
-  show_findings();
-  std::string text = formatted("{} errors, {} warnings, {} infos", summary.count(Severity::kError),
-                               summary.count(Severity::kWarning), summary.count(Severity::kInfo));
-  if (summary.unserved + m_lost != 0)
-    text += formatted("; {} documents are not served", summary.unserved + m_lost);
-  const bool clean = m_findings.empty();
-  out.print("{} folders, {} entries, {} files: {}\n", summary.folders, summary.entries,
-            summary.files,
-            out.styled(clean ? Style::kGreen : Style::kBold, clean ? "nothing found" : text));
-  show_sums();
-  for (const std::string& step : next) out.print("next: {}\n", step);
-}
-
-void CheckReport::show_json_summary(const CheckSummary& summary, bool full,
-                                    const std::vector<std::string>& next) {
-  Json fields = {{"record", "summary"},
-                 {"depth", full ? "full" : "quick"},
-                 {"folders", summary.folders},
-                 {"entries", summary.entries},
-                 {"files", summary.files},
-                 {"errors", summary.count(Severity::kError)},
-                 {"warnings", summary.count(Severity::kWarning)},
-                 {"infos", summary.count(Severity::kInfo)},
-                 {"interrupted", summary.was_stopped},
-                 {"unserved", summary.unserved + m_lost},
-                 {"codes", Json::object()}};
-  for (const FindingKind& kind : admin::finding_kinds()) {
-    const std::uint64_t found = summary.findings[static_cast<std::size_t>(kind.code)];
-    if (found != 0) fields["codes"][std::string(kind.name)] = found;
-  }
-  fields["next"] = Json::array();
-  for (const std::string& step : next) fields["next"].push_back(step);
-  m_context.out().json_line("stgctl.check/1", fields);
-}
-
-using admin::CheckSummary;
-using admin::Finding;
-using admin::FindingKind;
-using admin::Severity;
+  Context& m_context;
+  Lists m_lists;
+  std::vector<Finding> m_findings;
+  std::uint64_t m_replaced_owners = 0;
+  std::uint64_t m_lost = 0;  ///< documents of folders that are missing as a whole
+};
 
 struct Options {
   Arguments app;
@@ -338,7 +298,7 @@ struct Options {
             {excludes("--quick")}};
   Flag strict{app, "--strict", "Treat findings of the severity info as problems"};
   NumberOption path_limit{app, "--path-limit", "BYTES", "The longest path that programs can use",
-                          admin::sys::kPathLimit};
+                          sys::kPathLimit};
   Flag all{app, "--all", "Print every finding, not only ten of a kind in a folder"};
   Flag codes{app, "--codes", "List the findings that exist, with meanings and remedies"};
   NoLock no_lock{app};
@@ -346,37 +306,30 @@ struct Options {
 
 Exit show_codes(Context& context) {
   for (const FindingKind& kind : admin::finding_kinds()) {
-    if (context.out().json()) {
-      context.out().json_line("stgctl.check-codes/1", {{"code", kind.name},
-                                                       {"severity", admin::name_of(kind.severity)},
-                                                       {"meaning", kind.meaning},
-                                                       {"remedy", kind.remedy}});
-      continue;
-    }
-    context.out().print(
-        "{}  {}\n    {}\n    {}\n", context.out().styled(Style::kBold, kind.name),
-        context.out().styled(style_of(kind.severity), admin::name_of(kind.severity)), kind.meaning,
-        kind.remedy);
+    const std::string_view severity = admin::name_of(kind.severity);
+    context.out().result("stgctl.check-codes/1",
+                         {{"code", kind.name},
+                          {"severity", severity},
+                          {"meaning", kind.meaning},
+                          {"remedy", kind.remedy}},
+                         "{}  {}\n    {}\n    {}\n", context.out().styled(Style::kBold, kind.name),
+                         context.out().styled(style_of(severity), severity), kind.meaning,
+                         kind.remedy);
   }
   return Exit::kDone;
 }
 
 Exit run_check(Context& context, const Options& options) {
   if (options.codes) return show_codes(context);
-  admin::CheckOptions asked;
-  asked.scope = context.scope();
+  auto asked = context.walk<admin::CheckOptions>();
   asked.depth = options.quick ? admin::Depth::kQuick : admin::Depth::kFull;
   asked.locking = locking_for(context, options.no_lock);
   asked.path_limit = options.path_limit;
-  asked.stop = &Context::interrupt_flag();
   const admin::Tree& tree = context.tree();
   CheckSummary summary;
   CheckReport report(context, options.all ? Lists::kWhole : Lists::kCut);
   {
-    Progress progress(context.out(), context.options().progress, "checking", 0);
-    asked.on_folder = [&](const admin::DocumentFolder& folder) {
-      progress.advance(1, folder.path);
-    };
+    const Progress progress(context.out(), "checking", asked);
     summary = admin::check(tree, asked, [&](const Finding& finding) { report.add(finding); });
   }
   // A mistyped name must not look like a tree without problems.

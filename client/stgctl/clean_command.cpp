@@ -1,15 +1,11 @@
 #include <algorithm>
-#include <chrono>
 #include <deque>
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/operations.h"
-#include "client/stgctl/text.h"
 #include "client/stgctl/what_if.h"
 
 namespace stgctl {
-
-namespace sys = admin::sys;
 
 namespace {
 
@@ -165,10 +161,8 @@ Exit run_clean(Context& context, const Options& options) {
   context.tree();
   if (options.what_if)
     return run_what_if(context, options.by_access(), parse_size(options.target_size));
-  if (options.older_than.empty() && options.max_size.empty()) {
-    throw Failure(Exit::kUsage,
-                  "nothing says what to remove; use --older-than AGE, --max-size SIZE, or both");
-  }
+  if (options.older_than.empty() && options.max_size.empty())
+    misused("nothing says what to remove; use --older-than AGE, --max-size SIZE, or both");
   if (!context.options().owner.empty()) check_name("the owner", context.options().owner);
   const Plan plan = plan_of(context, options);
   Json sums = {

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "client/stgctl/exit_codes.h"
+#include "client/stgctl/context.h"
 #include "client/stgctl/text.h"
 
 /// @file
@@ -114,8 +114,6 @@ struct Flag {
   operator bool() const noexcept { return value; }
   bool value = false;
 };
-
-class Context;
 
 /// The heading under which the help lists a command. A hidden command is for the project itself and
 /// is not listed.

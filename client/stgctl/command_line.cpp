@@ -4,14 +4,8 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
 #include <map>
 #include <sstream>
-#include <utility>
-
-#include "client/stgctl/command.h"
-#include "client/stgctl/output.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
@@ -89,10 +83,8 @@ Enum chosen(const std::vector<std::string>& names, const std::string& name) {
 
 std::string check_timeout(const std::string& text) {
   if (text == "none") return {};
-  double seconds = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-  const bool good =
-      error == std::errc() && end == text.data() + text.size() && seconds >= 0 && seconds < 1e9;
+  const double seconds = parse_number<double>(text).value_or(-1);
+  const bool good = seconds >= 0 && seconds < 1e9;
   return good ? std::string() : "'" + text + "' is not a number of seconds; use a number or 'none'";
 }
 
@@ -141,9 +133,7 @@ void read_typed(const Typed& typed, GlobalOptions& options) {
   }
   options.lock_timeout.reset();
   if (typed.lock_timeout != "none") {
-    double seconds = 0;
-    std::from_chars(typed.lock_timeout.data(),
-                    typed.lock_timeout.data() + typed.lock_timeout.size(), seconds);
+    const double seconds = parse_number<double>(typed.lock_timeout).value_or(0);
     options.lock_timeout = std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
   }
 }

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "client/stgctl/command.h"
-#include "client/stgctl/output.h"
 
 /// @file
 /// The command line as data, for the generated completion scripts and manual.

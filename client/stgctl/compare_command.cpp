@@ -1,17 +1,11 @@
-
 #include <array>
 #include <set>
 #include <tuple>
 
-#include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
 #include "client/stgctl/manifest.h"
-#include "client/stgctl/output.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
-
-namespace sys = admin::sys;
 
 namespace {
 
@@ -54,18 +48,14 @@ class Comparing final : public admin::InventorySink {
         m_reader(options.folder),
         m_scope(common_scope(context.scope(), m_reader.head().scope)),
         m_locking(locking_for(context, options.no_lock)),
-        m_progress(context.out(), context.options().progress, "comparing", 0) {}
+        m_progress(context.out(), "comparing") {}
 
   void run() {
-    if (m_reader.head().layout != m_context.tree().layout) {
-      throw Failure(
-          Exit::kRefused,
-          "the export and the tree have different layouts: only one has owners (--layout)");
-    }
-    admin::WalkOptions asked;
+    if (m_reader.head().layout != m_context.tree().layout)
+      refuse("the export and the tree have different layouts: only one has owners (--layout)");
+    auto asked = m_context.walk();
     asked.scope = m_scope;
     asked.locking = m_locking;
-    asked.stop = &Context::interrupt_flag();
     asked.on_folder = [this](const admin::DocumentFolder& folder) { m_folder = folder; };
     step();
     admin::take_inventory(m_context.tree(), asked, *this);
@@ -185,10 +175,7 @@ class Comparing final : public admin::InventorySink {
     }
     std::string where = shown(subject_of(what));
     if (what.kind == admin::HoldingKind::kPart) where += ' ' + shown(std::string_view(what.path));
-    const Style style = kind.severity == "error" ? Style::kRed : Style::kYellow;
-    out.print("{} {}  {}{}{}\n", out.styled(style, formatted("{:<7}", kind.severity)),
-              out.styled(Style::kBold, kind.name), where, detail.empty() ? "" : ": ",
-              shown(std::string_view(detail)));
+    print_finding(out, kind.severity, kind.name, where, detail);
   }
 
   void show_summary() {

@@ -3,25 +3,15 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <map>
 #include <set>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
 
-#include "client/stgctl/command.h"
 #include "client/stgctl/command_line.h"
-#include "client/stgctl/context.h"
 #include "client/stgctl/look.h"
 #include "client/stgctl/template_text.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
 namespace {
-
-namespace sys = admin::sys;
 
 const std::map<std::string, const char*> kScripts = {{"bash", "stgctl.bash"},
                                                      {"zsh", "stgctl.zsh"},
@@ -138,8 +128,7 @@ std::set<std::string> names(Context& context, const std::string& begin) {
   static_cast<void>(admin::for_each_entry(
       context.tree(), query,
       [&](const admin::EntryView& entry) {
-        std::string version;
-        append_subject(version, entry);
+        const std::string version = subject_text(entry);
         if (version.starts_with(begin)) found.insert(version);
         if (!begin.empty() && entry.logical.starts_with(begin)) found.emplace(entry.logical);
         return found.size() < kMost;

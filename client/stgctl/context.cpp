@@ -1,35 +1,24 @@
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
-#include <memory>
 #include <mutex>
-#include <optional>
-#include <string>
-#include <string_view>
 #include <system_error>
 #include <thread>
-#include <vector>
 
-#include "client/admin/system.h"
 #include "client/stgctl/command_line.h"
 #include "client/stgctl/context.h"
-#include "client/stgctl/exit_codes.h"
 #include "client/stgctl/paths.h"
 #include "client/stgctl/target.h"
 #include "client/stgctl/terminal.h"
-#include "client/stgctl/text.h"
 #include "stg_index.h"
 #include "vu_file.h"
 #include "vu_host.h"
 #include "vu_storage.h"
 
 namespace stgctl {
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -218,8 +207,7 @@ void Context::take_apart(std::string& name, std::string& timestamp) {
   if (!version) return;
   const auto set = [&](std::string& option, const std::string& value, const char* what) {
     if (!option.empty() && option != value)
-      throw Failure(Exit::kUsage, "{} names another {} than '{}'", shown(name), what,
-                    shown(option));
+      misused("{} names another {} than '{}'", shown(name), what, shown(option));
     option = value;
   };
   if (version->timestamp) set(timestamp, std::to_string(*version->timestamp), "timestamp");
@@ -235,8 +223,8 @@ admin::Scope Context::scope() const {
   return scope;
 }
 
-admin::sys::Locking Context::locking() {
-  admin::sys::Locking locking;
+sys::Locking Context::locking() {
+  sys::Locking locking;
   // A hundred years mean "without limit".
   locking.time_out = m_options.lock_timeout.value_or(std::chrono::hours(24 * 36500));
   locking.on_wait = [this](const std::string& path) { tell_waiting(*this, path); };
@@ -263,13 +251,12 @@ void Context::create_tree() {
 void Context::initialise(admin::Layout layout, Adoption adoption) {
   const fs::path folder = to_path(storage());
   const bool usual = from_path(folder.filename()) == kStorageFolder;
-  if (!usual && layout == admin::Layout::kFlat) {
+  if (!usual && layout == admin::Layout::kFlat)
     refuse(
         "{}: a tree without owners can be changed only in a folder named 'storage'; rename it, "
         "then "
         "use --root",
         shown(storage()));
-  }
   if (!usual && !admin::is_utf8(storage()))
     refuse("{}: the path is not UTF-8; use another path to it", shown(storage()));
   m_host = std::make_unique<LibraryHost>(m_options);
@@ -339,7 +326,7 @@ os::Status ask_for(const std::string& folder, const std::string& name) {
 void wait_for_one(Context& context, const std::string& folder, const std::string& name) {
   const std::string path = joined(folder, name);
   const os::Status status =
-      admin::sys::wait_for_lock(path, context.locking(), [&] { return ask_for(folder, name); });
+      sys::wait_for_lock(path, context.locking(), [&] { return ask_for(folder, name); });
   if (status.ok()) return;
   Context::stop_if_interrupted();
   throw lock_missed(context, path);
@@ -357,24 +344,22 @@ Failure lock_missed(Context& context, const std::string& path) {
 void check_locked(Context& context, const std::string& path, const os::Status& status) {
   Context::stop_if_interrupted();
   if (status.failure() == os::Failure::kLocked)
-    throw Failure(Exit::kLockTimeout, "{} is locked by {} (--lock-timeout)", shown(path),
-                  holder_of(context, path));
+    locked_out("{} is locked by {} (--lock-timeout)", shown(path), holder_of(context, path));
 }
 
 void check_read(const std::string& path, const os::Status& status) {
   Context::stop_if_interrupted();
   if (status.failure() == os::Failure::kLocked)
-    throw Failure(Exit::kLockTimeout, "{} is locked by another process (--lock-timeout)",
-                  shown(path));
-  if (!status.ok()) fail("{}: {}", shown(path), admin::sys::text_of(status));
+    locked_out("{} is locked by another process (--lock-timeout)", shown(path));
+  if (!status.ok()) fail("{}: {}", shown(path), sys::text_of(status));
 }
 
 std::string holder_of(Context& context, const std::string& path) {
   const std::string& storage = context.storage();
-  std::vector<admin::sys::HeldLock> locks;
-  admin::sys::find_locks(storage, locks);
+  std::vector<sys::HeldLock> locks;
+  sys::find_locks(storage, locks);
   std::string holders;
-  for (const admin::sys::HeldLock& lock : locks) {
+  for (const sys::HeldLock& lock : locks) {
     if (lock.path != path) continue;
     if (!holders.empty()) holders += ", ";
     holders += formatted("process {}", lock.process);

@@ -6,13 +6,13 @@
 #include <string>
 #include <string_view>
 
-#include "client/admin/tree.h"
 #include "client/stgctl/exit_codes.h"
 #include "client/stgctl/output.h"
 
 namespace stgctl {
 
-class Arguments;
+namespace sys = admin::sys;
+
 class CommandLine;
 class LibraryHost;
 
@@ -46,9 +46,18 @@ class Context {
   void take_apart(std::string& name, std::string& timestamp);
   /// The scope of --area and --owner.
   admin::Scope scope() const;
+  /// The options of a walk over the tree: scope(), locking(), until Ctrl-C.
+  template <class Options = admin::WalkOptions>
+  Options walk() {
+    Options options;
+    options.scope = scope();
+    options.locking = locking();
+    options.stop = &interrupt_flag();
+    return options;
+  }
   /// How to read files of the tree: under a lock, with a wait of at most --lock-timeout. A wait of
   /// more than two seconds is reported with the holder.
-  admin::sys::Locking locking();
+  sys::Locking locking();
 
   /// Whether the library adopts orphans.
   enum class Adoption { kOff, kOn };

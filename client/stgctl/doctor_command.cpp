@@ -1,17 +1,12 @@
 #include <algorithm>
-#include <string>
 
 #include "client/admin/shared_probe.h"
 #include "client/stgctl/command.h"
-#include "client/stgctl/context.h"
-#include "client/stgctl/exit_codes.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
 namespace {
 
-namespace sys = admin::sys;
 using admin::Holds;
 using admin::SharedCheck;
 
@@ -26,9 +21,9 @@ void refuse_the_tree(Context& context, const std::string& folder) {
     return;
   }
   if (sys::join(folder, "").starts_with(sys::join(storage, "")))
-    throw Failure(Exit::kRefused,
-                  "this folder is in the tree, which the test must not change; name a folder "
-                  "outside the tree");
+    refuse(
+        "this folder is in the tree, which the test must not change; name a folder outside the "
+        "tree");
 }
 
 std::size_t count_of(const admin::SharedTrial& trial, Holds holds) {
@@ -39,21 +34,19 @@ std::size_t count_of(const admin::SharedTrial& trial, Holds holds) {
 
 void tell_as_json(Context& context, const admin::SharedTrial& trial) {
   for (const SharedCheck& each : trial.checks) {
-    Json fields = {{"record", "check"},
-                   {"check", each.code},
-                   {"holds", admin::name_of(each.holds)},
-                   {"detail", shown(each.detail)},
-                   {"mend", each.mend}};
-    context.out().json_line(kSchema, fields);
+    context.out().json_line(kSchema, {{"record", "check"},
+                                      {"check", each.code},
+                                      {"holds", admin::name_of(each.holds)},
+                                      {"detail", shown(each.detail)},
+                                      {"mend", each.mend}});
   }
-  Json fields = {{"record", "summary"},
-                 {"folder", trial.folder},
-                 {"peer", trial.peer},
-                 {"file_system", trial.file_system},
-                 {"holds", count_of(trial, Holds::kYes)},
-                 {"missing", count_of(trial, Holds::kNo)},
-                 {"not_tried", count_of(trial, Holds::kNotTried)}};
-  context.out().json_line(kSchema, fields);
+  context.out().json_line(kSchema, {{"record", "summary"},
+                                    {"folder", trial.folder},
+                                    {"peer", trial.peer},
+                                    {"file_system", trial.file_system},
+                                    {"holds", count_of(trial, Holds::kYes)},
+                                    {"missing", count_of(trial, Holds::kNo)},
+                                    {"not_tried", count_of(trial, Holds::kNotTried)}});
 }
 
 void tell_as_text(Context& context, const admin::SharedTrial& trial) {
@@ -123,10 +116,7 @@ Diagnosis diagnose(Context& context, const Options& options) {
   found.system = sys::file_system_of(tree.storage);
   const std::string folder = sys::absolute(options.try_in.empty() ? admin::temporary_folder()
                                                                   : std::string(options.try_in));
-  if (sys::join(folder, "").starts_with(sys::join(tree.storage, "")))
-    throw Failure(Exit::kRefused,
-                  "this folder is in the tree, which the test must not change; name a folder "
-                  "outside the tree");
+  refuse_the_tree(context, folder);
   found.trial = admin::try_locks(folder);
   found.trial_file_system = sys::file_system_of(folder).type;
   found.locks_belong_to_handles = os::locks_belong_to_handles(tree.storage);

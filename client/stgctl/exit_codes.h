@@ -51,5 +51,20 @@ template <class... Args>
 [[noreturn]] void refuse(admin::FormatPattern<sizeof...(Args)> pattern, const Args&... args) {
   throw Failure(Exit::kRefused, admin::formatted(pattern, args...));
 }
+/// @throws Failure kUsage with a formatted text.
+template <class... Args>
+[[noreturn]] void misused(admin::FormatPattern<sizeof...(Args)> pattern, const Args&... args) {
+  throw Failure(Exit::kUsage, admin::formatted(pattern, args...));
+}
+/// @throws Failure kNothingMatched with a formatted text.
+template <class... Args>
+[[noreturn]] void not_found(admin::FormatPattern<sizeof...(Args)> pattern, const Args&... args) {
+  throw Failure(Exit::kNothingMatched, admin::formatted(pattern, args...));
+}
+/// @throws Failure kLockTimeout with a formatted text.
+template <class... Args>
+[[noreturn]] void locked_out(admin::FormatPattern<sizeof...(Args)> pattern, const Args&... args) {
+  throw Failure(Exit::kLockTimeout, admin::formatted(pattern, args...));
+}
 
 }  // namespace stgctl

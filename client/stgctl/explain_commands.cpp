@@ -1,9 +1,6 @@
 // explain read, write and part.
 
-#include "client/admin/explain.h"
-#include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
@@ -75,7 +72,7 @@ constexpr std::size_t kMostInstead = 3;
 /// The commands that get a served version of the name: in other letter case, of another owner or at
 /// another timestamp.
 std::vector<std::string> served_instead(Context& context, const admin::Request& request,
-                                        const admin::sys::Locking& locking) {
+                                        const sys::Locking& locking) {
   std::string wanted;
   admin::fold_case(request.entry, wanted);
   std::vector<std::string> commands;
@@ -95,9 +92,7 @@ std::vector<std::string> served_instead(Context& context, const admin::Request& 
         other.entry = std::string(entry.logical);
         other.timestamp = entry.timestamp;
         if (!admin::explain_read(context.tree(), other, locking).would_succeed) return true;
-        std::string subject;
-        append_subject(subject, entry);
-        commands.push_back(formatted("stgctl get '{}'", subject));
+        commands.push_back(formatted("stgctl get '{}'", subject_text(entry)));
         return commands.size() < kMostInstead;
       },
       [](const std::string&, const std::string&) {}));
@@ -123,17 +118,13 @@ void show_json(Context& context, What what, const admin::Request& request, const
   fields["first_no"] = no != nullptr ? Json(no->name) : Json();
   fields["steps"] = Json::array();
   for (const Step& step : told.steps) {
-    Json each = {{"step", step.name},
-                 {"answer", name_of(step.answer)},
-                 {"text", step.text},
-                 {"values", Json::object()}};
+    Json& each = fields["steps"].push_back({{"step", step.name},
+                                            {"answer", name_of(step.answer)},
+                                            {"text", step.text},
+                                            {"values", Json::object()}});
     for (const auto& [name, value] : step.values) each["values"][name] = value;
-    fields["steps"].push_back(std::move(each));
   }
-  if (what == What::kRead) {
-    fields["instead"] = Json::array();
-    for (const std::string& command : instead) fields["instead"].push_back(command);
-  }
+  if (what == What::kRead) fields["instead"] = instead;
   context.out().json_line("stgctl.explain/1", fields);
 }
 
@@ -165,7 +156,7 @@ admin::Request request_for(Context& context, Version& version) {
 }
 
 Exit run(Context& context, What what, const admin::Request& request, bool no_lock) {
-  const admin::sys::Locking locking = locking_for(context, no_lock);
+  const sys::Locking locking = locking_for(context, no_lock);
   const admin::Tree& tree = context.tree();
   const Explanation told = what == What::kRead    ? admin::explain_read(tree, request, locking)
                            : what == What::kWrite ? admin::explain_write(tree, request, locking)
@@ -199,7 +190,7 @@ Exit run_write(Context& context, WriteOptions& options) {
 Exit run_part(Context& context, PartOptions& options) {
   admin::Request request = request_for(context, options.version);
   if (request.area != admin::Area::kDocs)
-    throw Failure(Exit::kUsage, "only corporate documents have sub-parts; use --area docs");
+    misused("only corporate documents have sub-parts; use --area docs");
   request.stamp = options.stamp;
   request.rendition = options.rendition;
   request.part = options.part;

@@ -3,17 +3,11 @@
 #include <system_error>
 #include <unordered_map>
 
-#include "client/admin/entries.h"
-#include "client/admin/text.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/manifest.h"
 #include "client/stgctl/paths.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
-
-namespace fs = std::filesystem;
-namespace sys = admin::sys;
 
 namespace {
 
@@ -127,8 +121,7 @@ void check_owner_is_there(Context& context) {
     const std::string folder = sys::join(context.tree().folder_of(area), *scope.owner);
     if (sys::describe(folder).kind != sys::Kind::kMissing) return;
   }
-  throw Failure(Exit::kNothingMatched, "no owner has the name {}; nothing was exported",
-                shown(*scope.owner));
+  not_found("no owner has the name {}; nothing was exported", shown(*scope.owner));
 }
 
 /// Removes an unfinished export.
@@ -139,10 +132,9 @@ void begin_anew(const std::string& folder) {
     if (error) break;
   }
   if (!error) fs::remove(to_path(joined(folder, kUnfinishedManifestName)), error);
-  if (error) {
+  if (error)
     fail("{}: cannot remove the unfinished export in it ({}); remove it, or name another folder",
          shown(folder), error.message());
-  }
 }
 
 /// Copies the items of the inventory.
@@ -155,7 +147,7 @@ class Exporting final : public admin::InventorySink {
         m_folder(folder),
         m_manifest(manifest),
         m_report(report),
-        m_progress(context.out(), context.options().progress, "exporting", 0) {}
+        m_progress(context.out(), "exporting") {}
 
   bool holding(const Holding& holding) override {
     if (Context::interrupted()) return false;
@@ -243,12 +235,8 @@ Exit run_export(Context& context, const Options& options) {
   std::optional<ManifestWriter> manifest;
   if (!dry) manifest.emplace(folder, ManifestHead{tree.layout, context.scope()});
   Exporting exporting(context, folder, dry ? nullptr : &*manifest, report);
-  admin::WalkOptions asked;
-  asked.scope = context.scope();
-  asked.locking = context.locking();
-  asked.stop = &Context::interrupt_flag();
   admin::EntryFailures failures;
-  report.guarded([&] { failures = admin::take_inventory(tree, asked, exporting); });
+  report.guarded([&] { failures = admin::take_inventory(tree, context.walk(), exporting); });
   const bool is_whole = !exporting.disk_refuses() && !Context::interrupted();
   if (manifest && is_whole) manifest->end(report.failures());
   if (!dry && !is_whole) {

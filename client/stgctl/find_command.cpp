@@ -1,8 +1,6 @@
 #include <ctime>
 
-#include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 

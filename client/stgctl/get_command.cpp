@@ -1,18 +1,14 @@
-
 #include <algorithm>
 #include <filesystem>
 #include <system_error>
 
 #include "client/stgctl/command.h"
-#include "client/stgctl/operations.h"
+#include "client/stgctl/new_file.h"
 #include "client/stgctl/paths.h"
-#include "client/stgctl/text.h"
+#include "client/stgctl/target.h"
 #include "vu_file.h"
 
 namespace stgctl {
-
-namespace fs = std::filesystem;
-namespace sys = admin::sys;
 
 namespace {
 
@@ -31,26 +27,8 @@ FoundEntry choose(const std::vector<FoundEntry>& versions, const Options& option
   for (const FoundEntry& version : versions) {
     if (version.timestamp == wanted) return version;
   }
-  throw Failure(Exit::kNothingMatched,
-                versions.empty()
-                    ? "there is no version of " + shown(options.name)
-                    : formatted("there is no version {} of {}", wanted, shown(options.name)));
-}
-
-/// Copies the document's bytes to standard output. The file stays locked against writers.
-void write_out(Context& context, const FoundEntry& entry) {
-  const os::Status read =
-      sys::read_pieces(entry.path(), context.locking(), [&](std::string_view piece) {
-        context.out().write(piece);
-        return !Context::interrupted();
-      });
-  Context::stop_if_interrupted();
-  if (read.ok()) return;
-  if (read.failure() == os::Failure::kLocked) {
-    throw Failure(Exit::kLockTimeout,
-                  shown(entry.path()) + " is locked by another process (--lock-timeout)");
-  }
-  throw Failure(Exit::kFailed, shown(entry.path()) + ": " + sys::text_of(read));
+  if (versions.empty()) not_found("there is no version of {}", shown(options.name));
+  not_found("there is no version {} of {}", wanted, shown(options.name));
 }
 
 /// The path of the copy; the name is appended to a folder.
@@ -59,16 +37,7 @@ std::string destination_of(Context& context, const Options& options) {
   std::error_code error;
   if (fs::is_directory(to_path(destination), error))
     destination = joined(destination, options.name);
-  const std::string folder =
-      sys::absolute(from_path(fs::absolute(to_path(destination)).parent_path()));
-  const std::string tree = sys::absolute(context.tree().storage);
-  if (folder == tree || folder.starts_with(tree + sys::kSeparator)) {
-    throw Failure(Exit::kRefused,
-                  shown(destination) + " is in the tree; name a place outside the tree");
-  }
-  if (sys::kSeparator != '\\' && destination.find('\\') != std::string::npos) {
-    throw Failure(Exit::kRefused, shown(destination) + " contains a backslash; name another place");
-  }
+  check_outside_tree(context, destination);
   return destination;
 }
 
@@ -78,14 +47,11 @@ void copy_out(Context& context, const FoundEntry& entry, const std::string& dest
   vu_file source(entry.folder.path, entry.file);
   const os::Status read =
       sys::read_pieces(entry.path(), context.locking(), [](std::string_view) { return false; });
-  if (read.failure() == os::Failure::kLocked) {
-    throw Failure(Exit::kLockTimeout,
-                  shown(entry.path()) + " is locked by another process (--lock-timeout)");
-  }
+  if (read.failure() == os::Failure::kLocked)
+    locked_out("{} is locked by another process (--lock-timeout)", shown(entry.path()));
   bool refused = false;
-  if (!source.try_open(vu_file::o_read, refused, true) || refused) {
-    throw Failure(Exit::kFailed, shown(entry.path()) + " cannot be opened and locked for reading");
-  }
+  if (!source.try_open(vu_file::o_read, refused, true) || refused)
+    fail("{} cannot be opened and locked for reading", shown(entry.path()));
   // Copies to another name in the same folder: an existing file stays until the copy is complete.
   const std::string part = destination + ".stgctl-part";
   std::error_code error;
@@ -94,8 +60,7 @@ void copy_out(Context& context, const FoundEntry& entry, const std::string& dest
   if (copied && !error) return;
   std::error_code ignored;
   fs::remove(to_path(part), ignored);
-  throw Failure(Exit::kFailed, shown(destination) +
-                                   " cannot be written; check the free space and the permissions");
+  fail("{} cannot be written; check the free space and the permissions", shown(destination));
 }
 
 Exit run_get(Context& context, Options& options) {
@@ -106,21 +71,16 @@ Exit run_get(Context& context, Options& options) {
   check_no_link(context, entry.path());
   if (options.output == "-") {
     if (context.out().json())
-      throw Failure(Exit::kUsage,
-                    "--json and '--output -' both write to the standard output; use one of them");
-    if (!context.options().dry_run) write_out(context, entry);
+      misused("--json and '--output -' both write to the standard output; use one of them");
+    if (!context.is_dry_run())
+      check_read(entry.path(), write_out(context, entry.path(), context.locking()));
     return Exit::kDone;
   }
   const std::string destination = destination_of(context, options);
-  const sys::Kind there = sys::describe(destination).kind;
-  if (there != sys::Kind::kMissing && there != sys::Kind::kFile) {
-    throw Failure(Exit::kRefused, shown(destination) + " is not a plain file; name another place");
-  }
+  const bool overwrites = is_file_at(destination);
   ChangeReport report(context, "stgctl.get/1", "got");
-  if (!context.options().dry_run) {
-    if (there == sys::Kind::kFile) {
-      context.confirm(formatted("Overwrite {}?", shown(destination)));
-    }
+  if (!context.is_dry_run()) {
+    if (overwrites) context.confirm(formatted("Overwrite {}?", shown(destination)));
     copy_out(context, entry, destination);
   }
   Json fields = {{"bytes", entry.info.size}, {"modified", entry.info.modify_time}};

@@ -5,20 +5,14 @@
 #include <sstream>
 #include <system_error>
 
-#include "client/admin/locked_file.h"
-#include "client/admin/text.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/manifest.h"
 #include "client/stgctl/operations.h"
 #include "client/stgctl/paths.h"
-#include "client/stgctl/text.h"
 #include "vu_file.h"
 #include "vu_file_except.h"
 
 namespace stgctl {
-
-namespace fs = std::filesystem;
-namespace sys = admin::sys;
 
 namespace {
 
@@ -96,15 +90,13 @@ class Journal {
     const fs::path path = to_path(m_path);
     m_file = vu_file(from_path(path.parent_path()), from_path(path.filename()));
     bool is_locked_elsewhere = false;
-    if (!m_file.try_open(vu_file::o_append, is_locked_elsewhere, true)) {
+    if (!m_file.try_open(vu_file::o_append, is_locked_elsewhere, true))
       fail(
           "cannot create {}, the journal that lets a killed import continue; check the permissions "
           "there",
           shown(m_path));
-    }
     if (is_locked_elsewhere)
-      throw Failure(Exit::kLockTimeout, "{} is locked: another import into this tree is running",
-                    shown(m_path));
+      locked_out("{} is locked: another import into this tree is running", shown(m_path));
     std::string text;
     try {
       m_file.read(text, 0);
@@ -305,11 +297,10 @@ class Importing {
   }
 
   void check_stored(const Work& work) {
-    if (!is_content_of(work.item, read_content(work.path, m_context.locking()))) {
+    if (!is_content_of(work.item, read_content(work.path, m_context.locking())))
       fail(
           "the stored version differs from the manifest; check whether another process writes to "
           "it");
-    }
     m_journal.end(work.item.what);
   }
 
@@ -320,12 +311,11 @@ class Importing {
     // A system that ignores letter case would mix two owners.
     const std::string area = m_context.tree().folder_of(what.area);
     const bool exists = sys::describe(sys::join(area, what.owner)).kind != sys::Kind::kMissing;
-    if (exists && !std::ranges::binary_search(names_of_folder(area), what.owner)) {
+    if (exists && !std::ranges::binary_search(names_of_folder(area), what.owner))
       refuse(
           "the owner '{}' is not allowed: this system does not distinguish it from an existing "
           "owner",
           shown(what.owner));
-    }
     m_owners.emplace(what.area, what.owner);
   }
 

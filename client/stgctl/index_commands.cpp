@@ -1,9 +1,6 @@
 // index dump and index lint: the unchanged lines of index.dat.
 
-#include "client/admin/folder_view.h"
-#include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
@@ -76,7 +73,7 @@ class IndexVisitor final : public admin::Visitor {
 
   void failed(const std::string& path, const os::Status& status) override {
     ++m_failures;
-    m_context.out().warning(shown(path) + ": " + admin::sys::text_of(status));
+    m_context.out().warning(shown(path) + ": " + sys::text_of(status));
   }
 
   Exit result() const {
@@ -108,28 +105,24 @@ class IndexVisitor final : public admin::Visitor {
   }
 
   void show_line(const LintedLine& line, const std::string& remark) {
-    if (m_context.out().json()) {
-      Json fields = {{"record", "line"},
-                     {"folder", m_view.folder().path},
-                     {"line", line.number},
-                     {"verdict", admin::name_of(line.verdict)},
-                     {"text", line.raw.substr(0, kMostShown)}};
-      if (!line.logical.empty()) {
-        fields["name"] = line.logical;
-        fields["timestamp"] = line.timestamp;
-      }
-      if (line.verdict != Verdict::kNoSeparator) fields["physical"] = line.stored;
-      if (line.verdict == Verdict::kEntry) fields["file"] = line.file;
-      fields["remark"] = remark;
-      m_context.out().json_line(schema(), fields);
-      return;
+    Json fields = {{"record", "line"},
+                   {"folder", m_view.folder().path},
+                   {"line", line.number},
+                   {"verdict", admin::name_of(line.verdict)},
+                   {"text", line.raw.substr(0, kMostShown)}};
+    if (!line.logical.empty()) {
+      fields["name"] = line.logical;
+      fields["timestamp"] = line.timestamp;
     }
+    if (line.verdict != Verdict::kNoSeparator) fields["physical"] = line.stored;
+    if (line.verdict == Verdict::kEntry) fields["file"] = line.file;
+    fields["remark"] = remark;
     const std::string where =
         m_wanted == Wanted::kAllLines
             ? formatted("{:>6}  ", line.number)
             : formatted("{}:{}: ", shown(m_view.path_of(index_format::kIndexFile)), line.number);
-    m_context.out().print(
-        "{}{}{}\n", where, shown(line.raw.substr(0, kMostShown)),
+    m_context.out().result(
+        schema(), fields, "{}{}{}\n", where, shown(line.raw.substr(0, kMostShown)),
         remark.empty() ? "" : m_context.out().styled(Style::kYellow, "  # " + remark));
   }
 
@@ -141,7 +134,7 @@ class IndexVisitor final : public admin::Visitor {
 
   Context& m_context;
   Wanted m_wanted;
-  admin::sys::Locking m_locking;
+  sys::Locking m_locking;
   admin::FolderView m_view;
   std::uint64_t m_folders = 0;
   std::uint64_t m_failures = 0;
@@ -158,8 +151,7 @@ Exit run(Context& context, Wanted wanted, const Options& options) {
   }
   const auto located = admin::locate_in(tree, options.folder);
   if (!located || !located->rest.empty())
-    throw Failure(Exit::kNothingMatched,
-                  shown(options.folder) + " is not a document folder of this tree");
+    not_found("{} is not a document folder of this tree", shown(options.folder));
   visitor.folder(located->folder);
   return visitor.result();
 }

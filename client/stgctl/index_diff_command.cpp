@@ -1,14 +1,8 @@
-
 #include <array>
-#include <map>
 
 #include "client/admin/name_restore.h"
-#include "client/admin/names.h"
-#include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
 #include "client/stgctl/names_file.h"
-#include "client/stgctl/report.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
@@ -55,9 +49,8 @@ struct Side {
 
 Side read_now(Context& context, const SavedIndexes& other) {
   Side side;
-  admin::WalkOptions asked;
-  asked.locking = context.locking();
-  asked.stop = &Context::interrupt_flag();
+  auto asked = context.walk();
+  asked.scope = {};
   const auto keep = [&](std::string_view text, const SavedIndex*) {
     const SavedIndex index = admin::measure(text);
     side.texts.emplace(index.digest.low, text);
@@ -101,16 +94,18 @@ class DiffReport {
 
   Exit finish(const Side& before, const Side& after) {
     Output& out = m_context.out();
-    if (out.json()) {
-      Json fields = {{"record", "summary"},  {"before", before.fields}, {"after", after.fields},
-                     {"added", m_counts[0]}, {"removed", m_counts[1]},  {"moved", m_counts[2]},
-                     {"folders", m_folders}};
-      out.json_line(kSchema, fields);
-    } else {
-      out.print("{}\n", out.styled(Style::kBold,
-                                   formatted("{} added, {} removed, {} moved in {} folders",
-                                             m_counts[0], m_counts[1], m_counts[2], m_folders)));
-    }
+    const auto [added, removed, moved] = m_counts;
+    out.result(kSchema,
+               {{"record", "summary"},
+                {"before", before.fields},
+                {"after", after.fields},
+                {"added", added},
+                {"removed", removed},
+                {"moved", moved},
+                {"folders", m_folders}},
+               "{}\n",
+               out.styled(Style::kBold, formatted("{} added, {} removed, {} moved in {} folders",
+                                                  added, removed, moved, m_folders)));
     if (before.lock_missed || after.lock_missed) return Exit::kLockTimeout;
     return before.unread + after.unread != 0 ? Exit::kPartlyDone : Exit::kDone;
   }
@@ -119,25 +114,21 @@ class DiffReport {
   void tell(const admin::DocumentFolder& folder, const NameDifference& difference) {
     Output& out = m_context.out();
     const admin::NameLine line{difference.key, {}};
-    const Subject subject{std::string(admin::name_of(folder.area)), folder.owner,
-                          std::string(line.logical()), line.timestamp()};
-    if (out.json()) {
-      Json fields = {{"record", "name"}, {"change", admin::name_of(difference.what)}};
-      put_subject(fields, subject);
-      fields["folder"] = folder.path;
-      if (difference.what != NameDifference::What::kAdded) fields["before"] = difference.before;
-      if (difference.what != NameDifference::What::kRemoved) fields["after"] = difference.after;
-      out.json_line(kSchema, fields);
-      return;
-    }
+    const Subject subject =
+        subject_in(folder.area, folder.owner, std::string(line.logical()), line.timestamp());
+    Json fields = {{"record", "name"}, {"change", admin::name_of(difference.what)}};
+    put_subject(fields, subject);
+    fields["folder"] = folder.path;
+    if (difference.what != NameDifference::What::kAdded) fields["before"] = difference.before;
+    if (difference.what != NameDifference::What::kRemoved) fields["after"] = difference.after;
     constexpr std::array<const char*, 3> kSigns = {"+", "-", "~"};
     constexpr std::array<Style, 3> kStyles = {Style::kGreen, Style::kRed, Style::kYellow};
     const auto what = static_cast<std::size_t>(difference.what);
     std::string files = shown(difference.before.empty() ? difference.after : difference.before);
     if (difference.what == NameDifference::What::kMoved) files += " -> " + shown(difference.after);
-    out.print("{}  {}\n",
-              out.styled(kStyles.at(what), formatted("{} {}", kSigns.at(what), shown(subject))),
-              files);
+    out.result(kSchema, fields, "{}  {}\n",
+               out.styled(kStyles.at(what), formatted("{} {}", kSigns.at(what), shown(subject))),
+               files);
   }
 
   Context& m_context;
@@ -151,9 +142,7 @@ Exit run_diff(Context& context, const Options& options) {
     NameStore store(file, NameStore::For::kReading, context.locking());
     const bool from_now = options.before == "now";
     const bool to_now = options.after == "now";
-    if (from_now && to_now) {
-      throw Failure(Exit::kUsage, "both sides are 'now'; name a snapshot ('stgctl index log')");
-    }
+    if (from_now && to_now) misused("both sides are 'now'; name a snapshot ('stgctl index log')");
     Side saved = read_saved(store, from_now ? options.after : options.before);
     Side other =
         from_now || to_now ? read_now(context, saved.indexes) : read_saved(store, options.after);

@@ -1,9 +1,4 @@
-
-
-#include "client/admin/names.h"
-#include "client/stgctl/command.h"
 #include "client/stgctl/names_file.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
@@ -17,23 +12,20 @@ constexpr const char* kSchema = "stgctl.index-log/1";
 
 void show_snapshot(Context& context, const NameStore::Kept& kept) {
   Output& out = context.out();
-  if (out.json()) {
-    Json fields = {{"record", "snapshot"}, {"number", kept.number}};
-    fields["state"] = kept.snapshot ? "whole" : "damaged";
-    if (kept.snapshot) fields.update(fields_of(*kept.snapshot));
-    fields["file_bytes"] = kept.file_bytes;
-    out.json_line(kSchema, fields);
-    return;
-  }
   const std::string number = out.styled(Style::kBold, formatted("{:>6}", kept.number));
+  Json fields = {{"record", "snapshot"},
+                 {"number", kept.number},
+                 {"state", kept.snapshot ? "whole" : "damaged"}};
+  if (kept.snapshot) fields.update(fields_of(*kept.snapshot));
+  fields["file_bytes"] = kept.file_bytes;
   if (!kept.snapshot) {
-    out.print("{}  {}\n", number, out.styled(Style::kRed, "damaged"));
-    return;
+    return out.result(kSchema, fields, "{}  {}\n", number, out.styled(Style::kRed, "damaged"));
   }
   const admin::Snapshot& s = *kept.snapshot;
-  out.print("{}  {}  {:>8} entries  {:>5} folders  {} changed, {} new, {} removed{}\n", number,
-            format_time(s.time), s.entries, s.folders, s.changed, s.added, s.removed,
-            s.unread == 0 ? "" : formatted(", {} not read", s.unread));
+  out.result(kSchema, fields,
+             "{}  {}  {:>8} entries  {:>5} folders  {} changed, {} new, {} removed{}\n", number,
+             format_time(s.time), s.entries, s.folders, s.changed, s.added, s.removed,
+             s.unread == 0 ? "" : formatted(", {} not read", s.unread));
 }
 
 void show_folder(Context& context, const admin::Snapshot& snapshot,
@@ -41,22 +33,16 @@ void show_folder(Context& context, const admin::Snapshot& snapshot,
   Output& out = context.out();
   const std::uint64_t entries = index != nullptr ? index->entries : 0;
   const std::uint64_t bytes = index != nullptr ? index->size : 0;
-  if (out.json()) {
-    Json fields = {{"record", "folder"}, {"number", snapshot.number}, {"time", snapshot.time}};
-    fields["area"] = admin::name_of(folder.area);
-    fields["owner"] = folder.owner;
-    fields["folder"] = folder.path;
-    fields["change"] = change;
-    fields["entries"] = entries;
-    fields["bytes"] = bytes;
-    out.json_line(kSchema, fields);
-    return;
-  }
+  const Json fields = {{"record", "folder"},    {"number", snapshot.number},
+                       {"time", snapshot.time}, {"area", admin::name_of(folder.area)},
+                       {"owner", folder.owner}, {"folder", folder.path},
+                       {"change", change},      {"entries", entries},
+                       {"bytes", bytes}};
   // JSON keeps the word "gone", which scripts may compare.
   const std::string_view shown_change = change == std::string_view("gone") ? "removed" : change;
-  out.print("{}  {}  {:<7}  {:>8} entries  {}\n",
-            out.styled(Style::kBold, formatted("{:>6}", snapshot.number)),
-            format_time(snapshot.time), shown_change, entries, shown(folder.path));
+  out.result(kSchema, fields, "{}  {}  {:<7}  {:>8} entries  {}\n",
+             out.styled(Style::kBold, formatted("{:>6}", snapshot.number)),
+             format_time(snapshot.time), shown_change, entries, shown(folder.path));
 }
 
 struct Options {
@@ -114,20 +100,18 @@ Exit run_log(Context& context, const Options& options) {
       for (const NameStore::Kept& kept : all) show_snapshot(context, kept);
     }
     Output& out = context.out();
-    if (out.json()) {
-      Json fields = {{"record", "summary"}, {"snapshots", all.size()}};
-      fields["file"] = file;
-      fields["file_bytes"] = store.file_size();
-      fields["torn_bytes"] = store.torn_bytes();
-      out.json_line(kSchema, fields);
-    } else {
-      out.print("{}\n",
-                out.styled(Style::kBold, formatted("{} snapshots, {} in {}", all.size(),
-                                                   format_bytes(store.file_size()), shown(file))));
-      if (store.torn_bytes() != 0)
-        out.print("{} bytes after the last one are incomplete; the next snapshot removes them\n",
-                  store.torn_bytes());
-    }
+    out.result(kSchema,
+               {{"record", "summary"},
+                {"snapshots", all.size()},
+                {"file", file},
+                {"file_bytes", store.file_size()},
+                {"torn_bytes", store.torn_bytes()}},
+               "{}\n",
+               out.styled(Style::kBold, formatted("{} snapshots, {} in {}", all.size(),
+                                                  format_bytes(store.file_size()), shown(file))));
+    if (!out.json() && store.torn_bytes() != 0)
+      out.print("{} bytes after the last one are incomplete; the next snapshot removes them\n",
+                store.torn_bytes());
     return lines == 0 ? Exit::kNothingMatched : Exit::kDone;
   });
 }

@@ -1,13 +1,8 @@
-
 #include "client/admin/name_restore.h"
-#include "client/stgctl/command.h"
 #include "client/stgctl/names_file.h"
 #include "client/stgctl/target.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
-
-namespace sys = admin::sys;
 
 namespace {
 
@@ -50,8 +45,7 @@ class Restoring {
       // Only interrupted saves are left to complete, which changes no name.
       for (const Job& job : m_jobs) restore(job);
       if (!m_any_told)
-        throw Failure(Exit::kNothingMatched,
-                      "snapshot {} has no name to restore; nothing was changed", m_snapshot.number);
+        not_found("snapshot {} has no name to restore; nothing was changed", m_snapshot.number);
     } else if (!m_context.is_dry_run()) {
       m_context.confirm(formatted("Restore {} names in {} folders as of {} UTC?", m_restorable,
                                   m_jobs.size(), format_time(m_snapshot.time)));
@@ -71,12 +65,11 @@ class Restoring {
     on_names([&] {
       NameStore store(file, NameStore::For::kReading, m_context.locking());
       m_snapshot = find_snapshot(store, m_options.at);
-      if (m_snapshot.layout != tree.layout) {
+      if (m_snapshot.layout != tree.layout)
         refuse(
             "the snapshot is of a tree in the layout '{}', this one has '{}'; use --layout, or "
             "name another snapshot",
             admin::name_of(m_snapshot.layout), admin::name_of(tree.layout));
-      }
       const NamesFilter filter(m_context, tree, m_options.folder);
       for (const auto& [name, index] : store.indexes_of(m_snapshot.number)) {
         Context::stop_if_interrupted();

@@ -1,11 +1,5 @@
-
-
-#include "client/admin/names.h"
-#include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
 #include "client/stgctl/names_file.h"
-#include "client/stgctl/output.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
@@ -35,11 +29,8 @@ SavedIndexes indexes_before(Context& context, NameStore& store, const std::strin
 
 admin::TakenIndexes take(Context& context, const SavedIndexes& before,
                          const admin::KeepText& keep) {
-  admin::WalkOptions asked;
-  asked.locking = context.locking();
-  asked.stop = &Context::interrupt_flag();
-  Progress progress(context.out(), context.options().progress, "reading", 0);
-  asked.on_folder = [&](const admin::DocumentFolder& folder) { progress.advance(1, folder.path); };
+  auto asked = context.walk();
+  const Progress progress(context.out(), "reading", asked);
   admin::TakenIndexes taken =
       admin::take_indexes(context.tree(), before, asked, keep, warn_of_failures(context));
   // An incomplete view would look as if the rest had been removed.
@@ -67,15 +58,12 @@ void show(Context& context, const Snapshot& snapshot, const std::string& file,
           std::uint64_t written) {
   Output& out = context.out();
   const bool dry = context.is_dry_run();
-  if (out.json()) {
-    Json fields = fields_of(snapshot);
-    fields["file"] = file;
-    fields["written"] = written;
-    fields["dry_run"] = dry;
-    out.json_line("stgctl.index-snapshot/1", fields);
-    return;
-  }
-  out.print(
+  Json fields = fields_of(snapshot);
+  fields["file"] = file;
+  fields["written"] = written;
+  fields["dry_run"] = dry;
+  out.result(
+      "stgctl.index-snapshot/1", fields,
       "{}: {} entries in {} folders; {} changed, {} new, {} removed{}\n",
       out.styled(Style::kBold, formatted("{}snapshot {}", dry ? "would be " : "", snapshot.number)),
       snapshot.entries, snapshot.folders, snapshot.changed, snapshot.added, snapshot.removed,
@@ -89,9 +77,8 @@ struct Options {
 };
 
 Exit run_snapshot(Context& context, const Options& options) {
-  if (!context.options().area.empty() || !context.options().owner.empty()) {
-    throw Failure(Exit::kUsage, "a snapshot is always of the whole tree; omit --area and --owner");
-  }
+  if (!context.options().area.empty() || !context.options().owner.empty())
+    misused("a snapshot is always of the whole tree; omit --area and --owner");
   const std::string file = names_file(context, options.names);
   Snapshot head;
   head.storage = context.tree().storage;
@@ -99,7 +86,7 @@ Exit run_snapshot(Context& context, const Options& options) {
   head.time = os::now();
   return on_names([&] {
     const bool dry = context.is_dry_run();
-    const bool is_there = admin::sys::describe(file).kind != admin::sys::Kind::kMissing;
+    const bool is_there = sys::describe(file).kind != sys::Kind::kMissing;
     std::optional<NameStore> store;
     if (is_there || !dry)
       store.emplace(file, dry ? NameStore::For::kReading : NameStore::For::kAppending,

@@ -1,16 +1,11 @@
-
 #include <filesystem>
 #include <system_error>
 
 #include "client/stgctl/command.h"
-#include "client/stgctl/context.h"
 #include "client/stgctl/paths.h"
 #include "client/stgctl/report.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
-
-namespace fs = std::filesystem;
 
 namespace {
 

@@ -12,19 +12,12 @@ struct JsonText {
   using Library = nlohmann::ordered_json;
 
   static Library to_library(const Json& json) {
-    switch (json.m_kind) {
-      case Json::Kind::kNull: return nullptr;
-      case Json::Kind::kBool: return json.m_unsigned != 0;
-      case Json::Kind::kSigned: return json.m_signed;
-      case Json::Kind::kUnsigned: return json.m_unsigned;
-      case Json::Kind::kReal: return json.m_real;
-      case Json::Kind::kText: return json.m_text;
-      case Json::Kind::kArray: {
-        Library array = Library::array();
-        for (const Json& item : json.m_items) array.push_back(to_library(item));
-        return array;
-      }
-      case Json::Kind::kObject: break;
+    if (json.m_shape == Json::Shape::kValue)
+      return std::visit([](const auto& value) { return Library(value); }, json.m_value);
+    if (json.is_array()) {
+      Library array = Library::array();
+      for (const Json& item : json.m_items) array.push_back(to_library(item));
+      return array;
     }
     Library object = Library::object();
     auto& fields = object.get_ref<Library::object_t&>();
@@ -32,14 +25,14 @@ struct JsonText {
     for (std::size_t i = 0; i < json.m_items.size(); ++i) {
       const Json& value = json.m_items[i];
       fields.emplace_back(json.m_names[i], to_library(value));
-      if (!admin::is_utf8(value.m_text))
-        fields.emplace_back(json.m_names[i] + "_hex", admin::to_hex(value.m_text));
+      if (value.is_text() && !admin::is_utf8(value.text()))
+        fields.emplace_back(json.m_names[i] + "_hex", admin::to_hex(value.text()));
     }
     return object;
   }
 };
 
-Json::Json(std::initializer_list<Field> fields) : m_kind(Kind::kObject) {
+Json::Json(std::initializer_list<Field> fields) : m_shape(Shape::kObject) {
   m_names.reserve(fields.size());
   m_items.reserve(fields.size());
   for (const Field& field : fields) {
@@ -49,7 +42,7 @@ Json::Json(std::initializer_list<Field> fields) : m_kind(Kind::kObject) {
 }
 
 Json& Json::operator[](const std::string& name) {
-  m_kind = Kind::kObject;
+  m_shape = Shape::kObject;
   if (const Json* const found = find(name)) return const_cast<Json&>(*found);
   m_names.push_back(name);
   return m_items.emplace_back();

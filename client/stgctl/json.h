@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 namespace stgctl {
@@ -18,38 +19,40 @@ class Json {
  public:
   struct Field;
 
-  Json() noexcept : m_kind(Kind::kNull) {}
-  Json(std::nullptr_t) noexcept : m_kind(Kind::kNull) {}
-  Json(const char* text) : m_kind(Kind::kText), m_text(text) {}
+  Json(std::nullptr_t = nullptr) noexcept {}
+  Json(const char* text) : m_value(std::string(text)) {}
   /// A text can be any bytes; see dump().
-  Json(std::string text) : m_kind(Kind::kText), m_text(std::move(text)) {}
-  Json(std::string_view text) : m_kind(Kind::kText), m_text(text) {}
-  Json(std::same_as<bool> auto value) noexcept : m_kind(Kind::kBool), m_unsigned(value ? 1 : 0) {}
-  Json(double value) noexcept : m_kind(Kind::kReal), m_real(value) {}
-  template <std::signed_integral T>
-  Json(T value) noexcept : m_kind(Kind::kSigned), m_signed(value) {}
-  template <std::unsigned_integral T>
-  requires(!std::same_as<T, bool>) Json(T value)
-  noexcept : m_kind(Kind::kUnsigned), m_unsigned(value) {}
+  Json(std::string text) : m_value(std::move(text)) {}
+  Json(std::string_view text) : m_value(std::string(text)) {}
+  Json(double value) noexcept : m_value(value) {}
+  Json(std::signed_integral auto value) noexcept : m_value(std::int64_t{value}) {}
+  /// A number or a bool.
+  Json(std::unsigned_integral auto value) noexcept {
+    if constexpr (std::same_as<decltype(value), bool>) {
+      m_value = value;
+    } else {
+      m_value = std::uint64_t{value};
+    }
+  }
   /// An object: {{"files", 3}, {"bytes", 4096}}.
   Json(std::initializer_list<Field> fields);
   /// A list of texts.
   Json(const std::vector<std::string>& texts)
-      : m_kind(Kind::kArray), m_items(texts.begin(), texts.end()) {}
+      : m_shape(Shape::kArray), m_items(texts.begin(), texts.end()) {}
 
-  static Json array() { return Json(Kind::kArray); }
-  static Json object() { return Json(Kind::kObject); }
+  static Json array() { return Json(Shape::kArray); }
+  static Json object() { return Json(Shape::kObject); }
 
-  bool is_object() const noexcept { return m_kind == Kind::kObject; }
-  bool is_array() const noexcept { return m_kind == Kind::kArray; }
-  bool is_text() const noexcept { return m_kind == Kind::kText; }
+  bool is_object() const noexcept { return m_shape == Shape::kObject; }
+  bool is_array() const noexcept { return m_shape == Shape::kArray; }
+  bool is_text() const noexcept { return std::holds_alternative<std::string>(m_value); }
   /// Whether it is null, false, an empty text or an empty array.
   bool is_empty() const noexcept {
-    return m_kind == Kind::kNull || (m_kind == Kind::kBool && m_unsigned == 0) ||
-           (m_kind == Kind::kText && m_text.empty()) || (m_kind == Kind::kArray && m_items.empty());
+    if (m_shape != Shape::kValue) return is_array() && m_items.empty();
+    return m_value == Value() || m_value == Value(false) || m_value == Value(std::string());
   }
   /// Of a text.
-  const std::string& text() const noexcept { return m_text; }
+  const std::string& text() const { return std::get<std::string>(m_value); }
   /// Of an array.
   const std::vector<Json>& items() const noexcept { return m_items; }
 
@@ -60,7 +63,6 @@ class Json {
   /// Copies the fields of an object, or of null, over its own.
   void update(const Json& other);
   Json& push_back(Json value) { return m_items.emplace_back(std::move(value)); }
-  Json& operator[](std::size_t index) { return m_items.at(index); }
 
   /// The text on one line, or with @p indent blanks per level on several lines. For bytes that are
   /// not UTF-8 it contains U+FFFD, and after such a field another one, NAME_hex, with the bytes.
@@ -68,26 +70,14 @@ class Json {
 
  private:
   friend struct JsonText;
-  enum class Kind : unsigned char {
-    kNull,
-    kBool,
-    kSigned,
-    kUnsigned,
-    kReal,
-    kText,
-    kArray,
-    kObject
-  };
+  using Value =
+      std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string>;
+  enum class Shape : unsigned char { kValue, kArray, kObject };
 
-  explicit Json(Kind kind) noexcept : m_kind(kind) {}
+  explicit Json(Shape shape) noexcept : m_shape(shape) {}
 
-  Kind m_kind;
-  union {
-    std::int64_t m_signed = 0;
-    std::uint64_t m_unsigned;
-    double m_real;
-  };
-  std::string m_text;
+  Shape m_shape = Shape::kValue;
+  Value m_value;  ///< of kValue
   /// The elements, or the values of the fields in m_names.
   std::vector<Json> m_items;
   std::vector<std::string> m_names;

@@ -2,18 +2,13 @@
 
 #include <algorithm>
 
-#include "client/admin/explain.h"
 #include "client/admin/key_files.h"
 #include "client/admin/locked_file.h"
-#include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
-#include "client/stgctl/text.h"
 #include "stg_index.h"
 #include "vu_storage.h"
 
 namespace stgctl {
-
-namespace sys = admin::sys;
 
 // ---- changing ----------------------------------------------------------------------------------
 
@@ -52,11 +47,11 @@ Edit parse_edit(const std::string& text, Change change) {
   const std::size_t separator = text.find('=');
   const bool has_value = separator != std::string::npos;
   if (change == Change::kSet && !has_value)
-    throw Failure(Exit::kUsage, "'{}' is not of the form KEY=VALUE", shown(text));
+    misused("'{}' is not of the form KEY=VALUE", shown(text));
   if (change == Change::kUnset && has_value)
-    throw Failure(Exit::kUsage, "'{}' is not a key: it contains '='", shown(text));
+    misused("'{}' is not a key: it contains '='", shown(text));
   Edit edit = {text.substr(0, separator), has_value ? text.substr(separator + 1) : ""};
-  if (edit.key.empty()) throw Failure(Exit::kUsage, "an empty key cannot be changed");
+  if (edit.key.empty()) misused("an empty key cannot be changed");
   // Each of these ends a line in a key file, and there is no way to escape them.
   if (text.find_first_of("\r\n\t") != std::string::npos)
     refuse("'{}' is not allowed: it contains a tab or a line end", shown(text));
@@ -160,7 +155,7 @@ Exit run_edit(Context& context, Options& options, Change change, const char* sch
   take_key_file(context, options.file);
   const bool is_elsewhere = document_area(context, admin::Area::kUser) != admin::Area::kUser;
   if (std::is_same_v<Options, ProfileSetOptions> && is_elsewhere)
-    throw Failure(Exit::kUsage, "profiles are in the area user; omit --area");
+    misused("profiles are in the area user; omit --area");
   check_name("the key file", options.file);
   std::vector<Edit> edits;
   for (const std::string& line : options.lines) edits.push_back(parse_edit(line, change));
@@ -170,7 +165,7 @@ Exit run_edit(Context& context, Options& options, Change change, const char* sch
   check_not_shadowed(context, target, options.file, 0);
   const auto check_there = [&] {
     if (change == Change::kUnset && !find_key_file(context, target, options.file))
-      throw Failure(Exit::kNothingMatched, "there is no key file {}", shown(options.file));
+      not_found("there is no key file {}", shown(options.file));
   };
   check_there();
   const Subject subject = subject_in(target.area, target.owner, options.file, 0);
@@ -254,10 +249,8 @@ Exit show(Context& context, const char* schema, const Place& place, bool no_lock
   admin::KeyFile file;
   const os::Status read = admin::read_key_file(place.path, locking_for(context, no_lock), file);
   if (read.failure() == os::Failure::kLocked)
-    throw Failure(Exit::kLockTimeout,
-                  shown(place.path) + " is locked by another process; wait, or use --no-lock");
-  if (!read.ok())
-    throw Failure(Exit::kFailed, shown(place.path) + ": " + admin::sys::text_of(read));
+    locked_out("{} is locked by another process; wait, or use --no-lock", shown(place.path));
+  if (!read.ok()) fail("{}: {}", shown(place.path), sys::text_of(read));
   if (!context.out().json()) {
     for (const auto& [name, value] : file.lines)
       context.out().print("{}={}\n", shown(name), shown(value));
@@ -289,10 +282,8 @@ Place find(Context& context, admin::Area area, const std::string& name, bool no_
       admin::look_up(context.tree(), request, locking_for(context, no_lock));
   if (found.found) return {std::string(admin::name_of(area)), found.folder.owner, name, found.path};
   if (found.lock_missed)
-    throw Failure(Exit::kLockTimeout,
-                  "the index of " + shown(found.folder.path) + " is locked by another process");
-  throw Failure(Exit::kNothingMatched, formatted("there is no {} in {}: {}", shown(name),
-                                                 shown(found.folder.path), found.why));
+    locked_out("the index of {} is locked by another process", shown(found.folder.path));
+  not_found("there is no {} in {}: {}", shown(name), shown(found.folder.path), found.why);
 }
 
 Exit run_keys(Context& context, ShowKeysOptions& options) {
@@ -305,21 +296,19 @@ Exit run_keys(Context& context, ShowKeysOptions& options) {
 Exit run_profile(Context& context, ShowProfileOptions& options) {
   take_key_file(context, options.name);
   if (context.scope().area.value_or(admin::Area::kUser) != admin::Area::kUser)
-    throw Failure(Exit::kUsage, "profiles are in the area user; omit --area");
+    misused("profiles are in the area user; omit --area");
   if (context.scope().owner) {
     if (options.name.empty()) options.name = "profile.txt";
     const Place place = find(context, admin::Area::kUser, options.name, options.no_lock);
     return show(context, "stgctl.profile/1", place, options.no_lock);
   }
-  if (options.config.empty()) {
-    throw Failure(Exit::kUsage,
-                  "name a user by --owner, or the folder of the master profile by --config");
-  }
+  if (options.config.empty())
+    misused("name a user by --owner, or the folder of the master profile by --config");
   const std::string path = options.name.empty() ? admin::master_profile(options.config)
-                                                : admin::sys::join(options.config, options.name);
-  if (path.empty() || admin::sys::describe(path).kind == admin::sys::Kind::kMissing)
-    throw Failure(Exit::kNothingMatched, "there is no master profile in " + shown(options.config));
-  const std::string name = path.substr(path.rfind(admin::sys::kSeparator) + 1);
+                                                : sys::join(options.config, options.name);
+  if (path.empty() || sys::describe(path).kind == sys::Kind::kMissing)
+    not_found("there is no master profile in {}", shown(options.config));
+  const std::string name = path.substr(path.rfind(sys::kSeparator) + 1);
   return show(context, "stgctl.profile/1", {"", "", name, path}, options.no_lock);
 }
 

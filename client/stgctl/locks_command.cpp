@@ -1,30 +1,24 @@
-#include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
 namespace {
-
-namespace sys = admin::sys;
 
 Exit run_locks(Context& context) {
   const admin::Tree& tree = context.tree();
   std::vector<sys::HeldLock> locks;
   const sys::Knowledge known = sys::find_locks(tree.storage, locks);
   for (const sys::HeldLock& lock : locks) {
-    if (context.out().json()) {
-      Json fields = {{"record", "lock"},
-                     {"path", lock.path},
-                     {"lock", lock.is_exclusive ? "exclusive" : "shared"},
-                     {"whole_file", lock.is_whole_file},
-                     {"process", lock.process},
-                     {"command", lock.command}};
-      context.out().json_line("stgctl.locks/1", fields);
-    } else {
-      context.out().print("{:<9}  {:>8}  {:<16}  {}\n", lock.is_exclusive ? "exclusive" : "shared",
-                          lock.process, shown(lock.command), shown(lock.path));
-    }
+    const char* const how = lock.is_exclusive ? "exclusive" : "shared";
+    context.out().result("stgctl.locks/1",
+                         {{"record", "lock"},
+                          {"path", lock.path},
+                          {"lock", how},
+                          {"whole_file", lock.is_whole_file},
+                          {"process", lock.process},
+                          {"command", lock.command}},
+                         "{:<9}  {:>8}  {:<16}  {}\n", how, lock.process, shown(lock.command),
+                         shown(lock.path));
   }
   if (context.out().json())
     context.out().json_line(

@@ -4,18 +4,15 @@
 #include <array>
 #include <tuple>
 
-#include "client/stgctl/command.h"
-#include "client/stgctl/text.h"
-
 namespace stgctl {
 
 NoLock::NoLock(Arguments app)
     : Flag(app, "--no-lock",
            "Read indexes without a lock: never waits, but can see a half-written one") {}
 
-admin::sys::Locking locking_for(Context& context, bool no_lock) {
-  admin::sys::Locking locking = context.locking();
-  if (no_lock) locking.mode = admin::sys::Locking::Mode::kNone;
+sys::Locking locking_for(Context& context, bool no_lock) {
+  sys::Locking locking = context.locking();
+  if (no_lock) locking.mode = sys::Locking::Mode::kNone;
   return locking;
 }
 
@@ -24,16 +21,14 @@ void take_key_file(Context& context, std::string& name) {
   std::string timestamp;
   context.take_apart(name, timestamp);
   if (!timestamp.empty() && timestamp != "0")
-    throw Failure(Exit::kUsage, shown(typed) + ": key files are read only at timestamp 0");
+    misused("{}: key files are read only at timestamp 0", shown(typed));
 }
 
 admin::Area document_area(Context& context, admin::Area fallback) {
   const admin::Area area = context.scope().area.value_or(fallback);
   if (admin::expects_index(area)) return area;
-  throw Failure(
-      Exit::kUsage,
-      formatted("the library keeps no documents in the area {}; use --area docs, user or mail",
-                admin::name_of(area)));
+  misused("the library keeps no documents in the area {}; use --area docs, user or mail",
+          admin::name_of(area));
 }
 
 std::string owner_or_none(Context& context) { return context.scope().owner.value_or(""); }
@@ -72,6 +67,12 @@ void append_subject(std::string& line, const admin::EntryView& entry) {
   append_formatted(line, "{}", entry.timestamp);
 }
 
+std::string subject_text(const admin::EntryView& entry) {
+  std::string text;
+  append_subject(text, entry);
+  return text;
+}
+
 Json fields_of(const admin::EntryView& entry) {
   return {{"area", admin::name_of(entry.folder->area)},
           {"owner", entry.folder->owner},
@@ -83,17 +84,32 @@ Json fields_of(const admin::EntryView& entry) {
           {"folder", entry.folder->path}};
 }
 
-void put_info(Json& object, const admin::sys::Info& info) {
+void put_info(Json& object, const sys::Info& info) {
   object["bytes"] = info.size;
   object["modified"] = info.modify_time;
 }
 
-std::string_view name_of(admin::sys::Kind kind) {
+std::string place_of(const admin::Finding& finding) {
+  return finding.name.empty() ? finding.folder : sys::join(finding.folder, finding.name);
+}
+
+Style style_of(std::string_view severity) {
+  if (severity == "error") return Style::kRed;
+  return severity == "warning" ? Style::kYellow : Style::kBlue;
+}
+
+void print_finding(Output& out, std::string_view severity, std::string_view code,
+                   std::string_view where, std::string_view detail) {
+  out.print("{} {}  {}{}{}\n", out.styled(style_of(severity), formatted("{:<7}", severity)),
+            out.styled(Style::kBold, code), where, detail.empty() ? "" : ": ", shown(detail));
+}
+
+std::string_view name_of(sys::Kind kind) {
   constexpr std::array<std::string_view, 5> kNames = {"missing", "file", "folder", "link", "other"};
   return kNames[static_cast<std::size_t>(kind)];
 }
 
-std::string_view name_of(admin::sys::Knowledge known) {
+std::string_view name_of(sys::Knowledge known) {
   constexpr std::array<std::string_view, 3> kNames = {"complete", "partial", "none"};
   return kNames[static_cast<std::size_t>(known)];
 }
@@ -143,10 +159,8 @@ class Lister {
 
 admin::EntryQuery query_of(Context& context, const std::string& pattern,
                            const std::string& timestamp, bool no_lock) {
-  admin::EntryQuery query;
-  query.scope = context.scope();
+  auto query = context.walk<admin::EntryQuery>();
   query.locking = locking_for(context, no_lock);
-  query.stop = &Context::interrupt_flag();
   if (!pattern.empty()) query.pattern = pattern;
   if (!timestamp.empty()) query.timestamp = parse_stamp(timestamp);
   return query;

@@ -5,11 +5,9 @@
 #include <string_view>
 #include <vector>
 
-#include "client/admin/entries.h"
+#include "client/admin/check.h"
 #include "client/admin/explain.h"
 #include "client/stgctl/command.h"
-#include "client/stgctl/context.h"
-#include "client/stgctl/exit_codes.h"
 #include "client/stgctl/target.h"
 
 /// @file
@@ -21,7 +19,7 @@ struct NoLock : Flag {
   explicit NoLock(Arguments app);
 };
 /// How the command reads: like Context::locking(), or without locks.
-admin::sys::Locking locking_for(Context& context, bool no_lock);
+sys::Locking locking_for(Context& context, bool no_lock);
 
 /// Like Context::take_apart(), for a key file, which has one version.
 /// @throws Failure kUsage for another timestamp than 0.
@@ -41,15 +39,24 @@ Exit exit_of(const admin::EntryFailures& failures, bool any);
 void append_name(std::string& line, std::string_view name);
 /// Appends "docs/anna/sales.kdf@42".
 void append_subject(std::string& line, const admin::EntryView& entry);
+std::string subject_text(const admin::EntryView& entry);
 /// The fields "area", "owner", "name", "timestamp", "state", "physical", "file" and "folder".
 Json fields_of(const admin::EntryView& entry);
 /// The fields "bytes" and "modified".
-void put_info(Json& object, const admin::sys::Info& info);
+void put_info(Json& object, const sys::Info& info);
+
+/// The path of what a finding is about.
+std::string place_of(const admin::Finding& finding);
+/// The colour of "error", "warning" or "info".
+Style style_of(std::string_view severity);
+/// Prints a finding as text. @param where printable. @param detail any bytes; can be empty.
+void print_finding(Output& out, std::string_view severity, std::string_view code,
+                   std::string_view where, std::string_view detail);
 
 /// "file", "folder", ...
-std::string_view name_of(admin::sys::Kind kind);
+std::string_view name_of(sys::Kind kind);
 /// "complete", "partial", "none".
-std::string_view name_of(admin::sys::Knowledge known);
+std::string_view name_of(sys::Knowledge known);
 
 // The help of two options of ls and find.
 inline constexpr const char* kPatternHelp = "Logical names: \"*\" and \"?\" match";

@@ -1,5 +1,3 @@
-
-#include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
 
 namespace stgctl {

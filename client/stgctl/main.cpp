@@ -2,13 +2,9 @@
 // points.
 
 #include <exception>
-#include <optional>
 
 #include "client/stgctl/command_line.h"
-#include "client/stgctl/context.h"
-#include "client/stgctl/output.h"
 #include "client/stgctl/terminal.h"
-#include "client/stgctl/text.h"
 #include "vu_file_except.h"
 
 namespace stgctl {

@@ -3,17 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
-#include <utility>
 
-#include "client/admin/text.h"
-#include "client/stgctl/exit_codes.h"
-#include "client/stgctl/output.h"
 #include "client/stgctl/paths.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {
-
-namespace sys = admin::sys;
 
 namespace {
 
@@ -258,7 +252,7 @@ std::string location_in(const std::string& folder, const std::string& file) {
 admin::Scope common_scope(const admin::Scope& one, const admin::Scope& other) {
   if ((one.area && other.area && *one.area != *other.area) ||
       (one.owner && other.owner && *one.owner != *other.owner)) {
-    throw Failure(Exit::kNothingMatched, "the export contains nothing of that area and owner");
+    not_found("the export contains nothing of that area and owner");
   }
   admin::Scope both = one;
   if (!both.area) both.area = other.area;

@@ -1,11 +1,6 @@
 #include <sstream>
-#include <string>
-#include <vector>
 
-#include "client/stgctl/command.h"
 #include "client/stgctl/command_line.h"
-#include "client/stgctl/context.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 

@@ -1,16 +1,10 @@
-
 #include <algorithm>
 
-#include "client/admin/system.h"
 #include "client/stgctl/command.h"
-#include "client/stgctl/context.h"
 #include "client/stgctl/operations.h"
-#include "client/stgctl/text.h"
 #include "stg_index.h"
 
 namespace stgctl {
-
-namespace sys = admin::sys;
 
 namespace {
 
@@ -58,15 +52,14 @@ Plan plan_of(Context& context, const admin::DocumentFolder& folder) {
 Exit run_inbox(Context& context) {
   if (!context.options().area.empty() && context.options().area != "mail")
     refuse("an inbox is in the area mail; omit --area");
-  if (context.tree().layout == admin::Layout::kFlat) {
+  if (context.tree().layout == admin::Layout::kFlat)
     refuse(
         "the tree is flat: its owners share the mail folder, and only the folder of one owner can "
         "be converted");
-  }
   const Target target = target_of(context, admin::Area::kMail);
   const admin::DocumentFolder folder = folder_for(context, target, "");
   if (sys::describe(folder.path).kind == sys::Kind::kMissing)
-    throw Failure(Exit::kNothingMatched, "{} has no mail folder", shown(target.owner));
+    not_found("{} has no mail folder", shown(target.owner));
   check_no_link(context, folder.path);
   const Plan plan = plan_of(context, folder);
   const auto mail = [&](const std::string& name) {
@@ -79,8 +72,7 @@ Exit run_inbox(Context& context) {
   }
   for (const std::string& name : plan.adoptions) check_name("the file", name);
   // If the counter is not usable, the library would give every new name the same file.
-  if (const std::string why = admin::why_not_storable(folder.path); !why.empty())
-    throw Failure(Exit::kFailed, why);
+  if (const std::string why = admin::why_not_storable(folder.path); !why.empty()) fail("{}", why);
   // Orphans are mail too. Without adoption the migration would skip them for ever.
   context.begin_changes(
       formatted("Convert the inbox of {}: {} names, {} new files?", shown(target.owner),

@@ -1,10 +1,8 @@
 #include <algorithm>
 #include <set>
 
-#include "client/admin/locked_file.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/operations.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
@@ -100,8 +98,7 @@ bool match(std::string_view pattern, std::string_view name, std::vector<std::str
     if (name.empty() || (!is_any && pattern.front() != name.front())) return false;
     name.remove_prefix(1);
     // "?" also takes the following bytes of a UTF-8 character.
-    while (is_any && !name.empty() && (static_cast<unsigned char>(name.front()) & 0xC0) == 0x80)
-      name.remove_prefix(1);
+    while (is_any && !name.empty() && is_continuation(name.front())) name.remove_prefix(1);
   }
   if (pattern.empty()) return name.empty();
   for (std::size_t size = 0; size <= name.size(); ++size) {
@@ -157,28 +154,26 @@ class Planner {
     if (const auto version = parse_version_name(text, m_context.tree().layout)) {
       to = named_version_at(m_context, *version);
       if (said && to.timestamp && *said != *to.timestamp)
-        throw Failure(Exit::kUsage, "{} names another timestamp than the options", shown(text));
+        misused("{} names another timestamp than the options", shown(text));
       if (said) to.timestamp = said;
     }
-    if (to.timestamp && *to.timestamp < 0)
-      throw Failure(Exit::kUsage, is_stamp(std::to_string(*to.timestamp)));
+    if (to.timestamp && *to.timestamp < 0) misused("{}", is_stamp(std::to_string(*to.timestamp)));
     return to;
   }
 
   static void check_pattern(const std::string& from, const std::string& to) {
     if (to.find('?') != std::string::npos ||
         std::ranges::count(from, '*') != std::ranges::count(to, '*')) {
-      throw Failure(Exit::kUsage,
-                    "'{}' must have as many \"*\" as '{}', and no \"?\": each takes the text that "
-                    "the same one matched",
-                    shown(to), shown(from));
+      misused(
+          "'{}' must have as many \"*\" as '{}', and no \"?\": each takes the text that "
+          "the same one matched",
+          shown(to), shown(from));
     }
   }
 
   std::vector<FoundEntry> only_one(const NamedVersion& from) {
     std::vector<FoundEntry> versions = find_versions(m_context, from);
-    if (versions.empty())
-      throw Failure(Exit::kNothingMatched, "there is no such version of {}", shown(from.name));
+    if (versions.empty()) not_found("there is no such version of {}", shown(from.name));
     if (versions.size() > 1)
       refuse("{} has {} versions; use --timestamp", shown(from.name), versions.size());
     return versions;
@@ -186,7 +181,7 @@ class Planner {
 
   std::vector<FoundEntry> matching(const NamedVersion& from) {
     std::vector<FoundEntry> found = find_matching(m_context, from);
-    if (found.empty()) throw Failure(Exit::kNothingMatched, "nothing matches: nothing was moved");
+    if (found.empty()) not_found("nothing matches: nothing was moved");
     return found;
   }
 
@@ -231,8 +226,7 @@ Exit run_mv(Context& context, const Options& options) {
   const bool is_single = options.match.empty();
   if (is_single == options.from.empty() || is_single == options.to.empty() ||
       is_single != options.match_to.empty()) {
-    throw Failure(
-        Exit::kUsage,
+    misused(
         "no name is given; name a document and its new name, or use --match PATTERN --to PATTERN");
   }
   std::vector<Move> moves = Planner(context, options).run();

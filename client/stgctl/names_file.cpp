@@ -1,34 +1,19 @@
 #include "client/stgctl/names_file.h"
 
 #include <algorithm>
-#include <charconv>
-#include <chrono>
 #include <filesystem>
 #include <regex>
 #include <system_error>
 
 #include "client/admin/name_restore.h"
-#include "client/admin/names.h"
-#include "client/stgctl/exit_codes.h"
+#include "client/stgctl/new_file.h"
 #include "client/stgctl/paths.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
-
-namespace fs = std::filesystem;
-namespace sys = admin::sys;
 
 namespace {
 
 constexpr const char* kEnding = ".names";
-
-template <class Number>
-std::optional<Number> number_in(std::string_view text) {
-  Number value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (text.empty() || error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return value;
-}
 
 /// "2026-03-01", "2026-03-01 12:00", "2026-03-01T12:00:30Z"; a day or a minute means its end.
 std::optional<std::int64_t> parse_time(std::string_view text) {
@@ -60,13 +45,12 @@ FolderOption::FolderOption(Arguments app)
                  "One document folder, by its path or as 'docs/anna/00000042'") {}
 
 std::string place_outside(Context& context, const std::string& file) {
-  const std::string storage = sys::absolute(context.storage());
   std::error_code error;
   const fs::path path = fs::absolute(to_path(file), error).lexically_normal();
   if (error || !path.has_filename())
     refuse("{} is not a file name; name another place", shown(file));
   const std::string folder = sys::absolute(from_path(path.parent_path()));
-  if (folder == storage || folder.starts_with(storage + sys::kSeparator))
+  if (is_in_tree(context, folder))
     refuse("{} is in the tree; name a place outside the tree", shown(file));
   return sys::join(folder, from_path(path.filename()));
 }
@@ -106,8 +90,7 @@ NamesFilter::NamesFilter(Context& context, const admin::Tree& tree, const std::s
     const auto located = admin::locate_in(tree, named);
     if (located && located->rest.empty()) folder = located->folder;
   }
-  if (!folder)
-    throw Failure(Exit::kNothingMatched, "{} is not a document folder of this tree", shown(named));
+  if (!folder) not_found("{} is not a document folder of this tree", shown(named));
   m_folder = admin::saved_name_of(tree, folder->path);
 }
 
@@ -127,12 +110,12 @@ std::optional<SnapshotName> parse_snapshot_name(std::string_view text, std::int6
   using Kind = SnapshotName::Kind;
   if (text == "now") return SnapshotName{Kind::kNow, 0, 0};
   if (text == "latest") return SnapshotName{Kind::kLatest, 0, 0};
-  if (const auto number = number_in<std::uint64_t>(text)) {
+  if (const auto number = parse_number<std::uint64_t>(text)) {
     if (*number == 0) return std::nullopt;
     return SnapshotName{Kind::kNumber, *number, 0};
   }
   if (text.starts_with('@')) {
-    const auto seconds = number_in<std::int64_t>(text.substr(1));
+    const auto seconds = parse_number<std::int64_t>(text.substr(1));
     if (!seconds) return std::nullopt;
     return SnapshotName{Kind::kTime, 0, *seconds};
   }
@@ -166,10 +149,8 @@ admin::Snapshot find_snapshot(admin::NameStore& store, const std::string& text) 
     fail("snapshot {} is damaged; list the others with 'stgctl index log'", kept->number);
   }
   if (!all.empty())
-    throw Failure(Exit::kNothingMatched,
-                  "there is no snapshot '{}'; list them with 'stgctl index log'", shown(text));
-  throw Failure(Exit::kNothingMatched,
-                "there is no complete snapshot yet; create one with 'stgctl index snapshot'");
+    not_found("there is no snapshot '{}'; list them with 'stgctl index log'", shown(text));
+  not_found("there is no complete snapshot yet; create one with 'stgctl index snapshot'");
 }
 
 Json fields_of(const admin::Snapshot& snapshot) {
@@ -198,7 +179,7 @@ constexpr std::size_t kMostSnapshots = 100;
 
 SavedNames::SavedNames(Context& context) : m_context(context) {
   const std::string file = names_file(context, {});
-  if (admin::sys::describe(file).kind != admin::sys::Kind::kFile) return;
+  if (sys::describe(file).kind != sys::Kind::kFile) return;
   try {
     m_store = std::make_unique<admin::NameStore>(file, admin::NameStore::For::kReading,
                                                  context.locking());

@@ -8,11 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "client/admin/folder_view.h"
 #include "client/admin/names.h"
 #include "client/stgctl/command.h"
-#include "client/stgctl/context.h"
-#include "client/stgctl/output.h"
 
 /// @file
 /// Common parts of the commands that use the file of saved names.

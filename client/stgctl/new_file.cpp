@@ -2,19 +2,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <filesystem>
 #include <system_error>
-#include <utility>
 
-#include "client/admin/text.h"
 #include "client/stgctl/paths.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {
-
-namespace fs = std::filesystem;
-namespace sys = admin::sys;
 
 namespace {
 
@@ -22,17 +16,26 @@ std::string parent_of(const std::string& path) { return from_path(to_path(path).
 
 }  // namespace
 
+bool is_in_tree(Context& context, const std::string& path) {
+  const std::string real = sys::absolute(path);
+  const std::string tree = sys::absolute(context.storage());
+  return real == tree || real.starts_with(tree + sys::kSeparator);
+}
+
 void check_outside_tree(Context& context, const std::string& path) {
   const fs::path whole = fs::absolute(to_path(path)).lexically_normal();
-  const std::string tree = sys::absolute(context.tree().storage);
   // The system resolves links only in a path that exists; the folder of a new file does.
-  for (const fs::path& each : {whole, whole.parent_path()}) {
-    const std::string real = sys::absolute(from_path(each));
-    if (real == tree || real.starts_with(tree + sys::kSeparator))
-      refuse("{} is in the tree; name a place outside the tree", shown(path));
-  }
+  if (is_in_tree(context, from_path(whole)) || is_in_tree(context, from_path(whole.parent_path())))
+    refuse("{} is in the tree; name a place outside the tree", shown(path));
   if (sys::kSeparator != '\\' && path.find('\\') != std::string::npos)
     refuse("{} contains a backslash; name another place", shown(path));
+}
+
+bool is_file_at(const std::string& path) {
+  const sys::Kind there = sys::describe(path).kind;
+  if (there != sys::Kind::kMissing && there != sys::Kind::kFile)
+    refuse("{} is not a plain file; name another place", shown(path));
+  return there == sys::Kind::kFile;
 }
 
 NewFile::NewFile(std::string path, std::string unfinished, IfGivenUp if_given_up)
@@ -97,6 +100,13 @@ Content read_content(const std::string& path, const sys::Locking& locking, NewFi
   check_read(path, read);
   content.checksum = checksum.text();
   return content;
+}
+
+os::Status write_out(Context& context, const std::string& path, const sys::Locking& locking) {
+  return sys::read_pieces(path, locking, [&](std::string_view piece) {
+    context.out().write(piece);
+    return !Context::interrupted();
+  });
 }
 
 os::Status list_folder(const std::string& path, std::vector<std::string>& names) {

@@ -7,17 +7,21 @@
 #include <string_view>
 #include <vector>
 
-#include "client/admin/system.h"
 #include "client/stgctl/context.h"
-#include "client/stgctl/exit_codes.h"
 
 /// @file
 /// Files that the client writes itself: files outside the tree, and files in it that the library
 /// addresses only by path.
 namespace stgctl {
 
+/// Whether a folder, or a file that exists, is the storage folder or in it.
+bool is_in_tree(Context& context, const std::string& path);
 /// @throws Failure kRefused for a path in the tree, or with a backslash on Linux.
 void check_outside_tree(Context& context, const std::string& path);
+
+/// Whether there is a file, which the command would overwrite.
+/// @throws Failure kRefused if something else is there.
+bool is_file_at(const std::string& path);
 
 /// The name of an unfinished file, in the folder of the finished one.
 inline constexpr std::string_view kUnfinishedName = ".stgctl-part";
@@ -68,8 +72,10 @@ struct Content {
 };
 /// Reads a whole file, and copies it if a copy is requested.
 /// @throws Failure kFailed with the reason, kLockTimeout, kInterrupted; WriteFailure.
-Content read_content(const std::string& path, const admin::sys::Locking& locking,
-                     NewFile* copy = nullptr);
+Content read_content(const std::string& path, const sys::Locking& locking, NewFile* copy = nullptr);
+
+/// Writes the bytes of a file to the standard output, until Ctrl-C.
+os::Status write_out(Context& context, const std::string& path, const sys::Locking& locking);
 
 /// The names in a folder, sorted: in the same order on every system.
 os::Status list_folder(const std::string& path, std::vector<std::string>& names);

@@ -3,18 +3,13 @@
 #include <algorithm>
 #include <limits>
 #include <set>
-#include <utility>
 
-#include "client/admin/system.h"
-#include "client/stgctl/context.h"
 #include "client/stgctl/new_file.h"
 #include "client/stgctl/text.h"
 #include "vu_file.h"
 #include "vu_storage.h"
 
 namespace stgctl {
-
-namespace sys = admin::sys;
 
 namespace {
 
@@ -111,8 +106,7 @@ void check_storable(Context& context, const StoreItem& item) {
   if (const os::Status readable = sys::probe_readable(item.source); !readable.ok())
     fail("{}: {}", shown(item.source), sys::text_of(readable));
   const std::string folder = folder_for(context, item.target, item.name).path;
-  if (const std::string why = admin::why_not_storable(folder); !why.empty())
-    throw Failure(Exit::kFailed, why);
+  if (const std::string why = admin::why_not_storable(folder); !why.empty()) fail("{}", why);
   if (!item.old) return;
   const std::string path = item.old->path();
   // The library never makes a read-only file writable.
@@ -144,12 +138,11 @@ void overwrite_file(Context& context, StoreItem& item) {
   const bool copied = vu_storage::copyToStorage(item.source, item.target.library_owner, item.name,
                                                 type, true, item.timestamp);
   const FoundEntry stored = look_up();
-  if (!copied || stored.info.size != item.size) {
-    throw Failure(Exit::kFailed,
-                  "it could not be copied into the tree, and the version to be replaced is "
-                  "truncated; store it again" +
-                      context.trouble());
-  }
+  if (!copied || stored.info.size != item.size)
+    fail(
+        "it could not be copied into the tree, and the version to be replaced is truncated; store "
+        "it again{}",
+        context.trouble());
   // A copy of a read-only file is read-only, and could never be replaced.
   if (stored.info.is_read_only) vu_file::chmodW(stored.path());
   if (stored.info.modify_time != sys::describe(item.source).modify_time) {
@@ -230,7 +223,7 @@ void StoreBatch::settle(const Staged& staged,
     Context::stop_if_interrupted();
     throw lock_missed(m_context, version.reason);
   } else if (version.fate != Fate::kStored) {
-    throw Failure(Exit::kFailed, version.reason);
+    fail("{}", version.reason);
   }
   item.path = sys::join(folder_for(m_context, item.target, item.name).path,
                         item.old ? item.old->file : version.file);

@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "client/admin/versions.h"
-#include "client/stgctl/exit_codes.h"
 #include "client/stgctl/target.h"
 
 /// @file

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <utility>
 
 #include "client/stgctl/exit_codes.h"
 #include "client/stgctl/terminal.h"
@@ -61,6 +60,7 @@ Output::~Output() {
 
 void Output::configure(const GlobalOptions& options) {
   m_json = options.json;
+  m_progress = options.progress;
   m_colors = wants_colors(options.color, terminal::Stream::kOut) && !m_json;
   m_error_colors = wants_colors(options.color, terminal::Stream::kErr);
 }
@@ -96,9 +96,7 @@ void Output::flush() {
   if (!is_whole || m_broken) {
     // Reported once: later writes would fail too.
     if (std::exchange(m_broken, true)) return;
-    throw Failure(
-        Exit::kFailed,
-        "the standard output cannot be written; check the disk and the program that reads it");
+    fail("the standard output cannot be written; check the disk and the program that reads it");
   }
 }
 
@@ -147,28 +145,20 @@ using namespace std::chrono_literals;
 constexpr auto kPatience = 500ms;
 constexpr auto kBetweenDrawings = 100ms;
 
-/// At most @p most columns of a text.
-std::string cut(std::string_view text, std::size_t most) {
-  std::size_t end = 0;
-  std::size_t count = 0;
-  while (end < text.size()) {
-    std::size_t next = end + 1;
-    while (next < text.size() && (static_cast<unsigned char>(text[next]) & 0xC0U) == 0x80U) ++next;
-    if (++count > most) break;
-    end = next;
-  }
-  return std::string(text.substr(0, end));
-}
-
 }  // namespace
 
-Progress::Progress(Output& output, When when, std::string what, std::uint64_t total)
+Progress::Progress(Output& output, std::string what, std::uint64_t total)
     : m_output(output),
       m_what(std::move(what)),
       m_total(total),
-      m_wanted(when == When::kAlways ||
-               (when == When::kAuto && terminal::is_terminal(terminal::Stream::kErr))),
-      m_next(Clock::now() + (when == When::kAlways ? 0ms : kPatience)) {}
+      m_wanted(output.progress() == When::kAlways ||
+               (output.progress() == When::kAuto && terminal::is_terminal(terminal::Stream::kErr))),
+      m_next(Clock::now() + (output.progress() == When::kAlways ? 0ms : kPatience)) {}
+
+Progress::Progress(Output& output, std::string what, admin::WalkOptions& walk)
+    : Progress(output, std::move(what)) {
+  walk.on_folder = [this](const admin::DocumentFolder& folder) { advance(1, folder.path); };
+}
 
 Progress::~Progress() {
   if (!m_drawn) return;

@@ -48,7 +48,7 @@ class Output {
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
 
-  /// Applies --json and --color.
+  /// Applies --json, --color and --progress.
   void configure(const GlobalOptions& options);
   /// What to do when the reader of the output ends early ("head"): a reading command ends without a
   /// message, a changing command continues.
@@ -57,6 +57,8 @@ class Output {
   bool has_results() const noexcept { return m_has_results; }
   /// Whether results are JSON.
   bool json() const noexcept { return m_json; }
+  /// When to show a progress bar.
+  When progress() const noexcept { return m_progress; }
 
   // ---- results ----
 
@@ -71,6 +73,12 @@ class Output {
   }
   /// Writes one JSON object on its own line: {"schema": schema, ...fields}.
   void json_line(const char* schema, const Json& fields);
+  /// Writes a result: as JSON the fields, otherwise the formatted text.
+  template <class... Args>
+  void result(const char* schema, const Json& fields, admin::FormatPattern<sizeof...(Args)> pattern,
+              const Args&... args) {
+    m_json ? json_line(schema, fields) : print(pattern, args...);
+  }
   /// Writes the buffer. @throws Failure if the disk is full, or, after end_when_closed(), if the
   /// reader has ended.
   void flush();
@@ -101,6 +109,7 @@ class Output {
 
   std::string m_buffer;
   std::string m_scratch;
+  When m_progress = When::kAuto;
   bool m_json = false;
   bool m_colors = false;
   bool m_error_colors = false;
@@ -117,7 +126,9 @@ class Output {
 class Progress {
  public:
   /// @param what the action: "storing". @param total the number of steps, 0 if unknown.
-  Progress(Output& output, When when, std::string what, std::uint64_t total);
+  Progress(Output& output, std::string what, std::uint64_t total = 0);
+  /// Counts the folders of a walk.
+  Progress(Output& output, std::string what, admin::WalkOptions& walk);
   /// Removes the bar.
   ~Progress();
   Progress(const Progress&) = delete;

@@ -1,13 +1,8 @@
-
-#include "client/admin/explain.h"
 #include "client/stgctl/look.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
 namespace {
-
-namespace sys = admin::sys;
 
 struct Options {
   Arguments app;
@@ -68,7 +63,7 @@ void show_part(Context& context, const FoundEntry& version, const admin::Part& p
 Exit run_parts(Context& context, Options& options) {
   options.entry.take_apart(context);
   if (context.scope().area && *context.scope().area != admin::Area::kDocs)
-    throw Failure(Exit::kUsage, "only corporate documents have sub-parts; use --area docs");
+    misused("only corporate documents have sub-parts; use --area docs");
   admin::EntryFailures failures;
   bool any = false;
   for (const FoundEntry& version : versions_of(context, options.entry, failures)) {
@@ -78,11 +73,9 @@ Exit run_parts(Context& context, Options& options) {
       std::erase_if(parts, [&](const admin::Part& part) { return part.stamp != options.stamp; });
     if (parts.empty()) continue;
     any = true;
-    if (!context.out().json()) {
-      std::string subject;
-      append_subject(subject, version.view());
-      context.out().print("{}  {}\n", subject, format_time(version.info.modify_time));
-    }
+    if (!context.out().json())
+      context.out().print("{}  {}\n", subject_text(version.view()),
+                          format_time(version.info.modify_time));
     for (const admin::Part& part : parts) show_part(context, version, part, options.why);
   }
   return exit_of(failures, any);

@@ -9,22 +9,24 @@
 /// Paths as bytes (UTF-8 on Windows) and as the C++ library takes them.
 namespace stgctl {
 
+namespace fs = std::filesystem;
+
 #if defined(_WIN32)
-inline std::filesystem::path to_path(std::string_view bytes) {
+inline fs::path to_path(std::string_view bytes) {
   return std::u8string(bytes.begin(), bytes.end());
 }
-inline std::string from_path(const std::filesystem::path& path) {
+inline std::string from_path(const fs::path& path) {
   const std::u8string text = path.u8string();
   return {text.begin(), text.end()};
 }
 #else
-inline std::filesystem::path to_path(std::string_view bytes) { return bytes; }
-inline std::string from_path(const std::filesystem::path& path) { return path.native(); }
+inline fs::path to_path(std::string_view bytes) { return bytes; }
+inline std::string from_path(const fs::path& path) { return path.native(); }
 #endif
 
 /// A path in the library's form, with "\" between the names, converted to the system's form.
 inline std::string from_library(std::string path) {
-  if constexpr (std::filesystem::path::preferred_separator == '/') {
+  if constexpr (fs::path::preferred_separator == '/') {
     std::replace(path.begin(), path.end(), '\\', '/');
   }
   return path;

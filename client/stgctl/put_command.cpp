@@ -5,11 +5,8 @@
 #include "client/stgctl/new_file.h"
 #include "client/stgctl/operations.h"
 #include "client/stgctl/paths.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
-
-namespace sys = admin::sys;
 
 namespace {
 
@@ -173,16 +170,11 @@ class Planner {
     } catch (const Failure& failure) {
       return leave_out(source, failure.what());
     }
-    if (is_inside_tree(source)) return leave_out(source, "it is in the tree itself");
+    if (is_in_tree(m_context, source)) return leave_out(source, "it is in the tree itself");
     const auto [first, is_new] = m_seen.try_emplace(name, source);
     if (!is_new) return leave_out(source, "it has the same name as " + shown(first->second));
     m_plan.sources.push_back(
         {source, name, info.size, stamp_of(m_options.timestamp, info.modify_time)});
-  }
-
-  bool is_inside_tree(const std::string& source) {
-    const std::string tree = sys::absolute(m_context.tree().storage);
-    return sys::absolute(source).starts_with(tree + sys::kSeparator);
   }
 
   void leave_out(const std::string& source, const std::string& why) {
@@ -200,10 +192,10 @@ Exit run_put(Context& context, Options& options) {
   context.take_apart(options.as, options.timestamp);
   if (options.timestamp.empty()) options.timestamp = "0";
   if (const std::string wrong = is_stamp_or_mtime(options.timestamp); !wrong.empty())
-    throw Failure(Exit::kUsage, wrong);
+    misused("{}", wrong);
   context.tree();
   if (!options.as.empty() && options.sources.size() > 1)
-    throw Failure(Exit::kUsage, "--as names a single file, and several sources are given");
+    misused("--as names a single file, and several sources are given");
   const Target target = target_of(context, admin::Area::kDocs);
   if (!options.as.empty()) check_name("the name", options.as);
   Plan plan = Planner(context, options).run();

@@ -1,23 +1,17 @@
 #include "client/stgctl/repair.h"
 
 #include <algorithm>
-#include <charconv>
 #include <filesystem>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <system_error>
 
-#include "client/admin/names.h"
 #include "client/stgctl/names_file.h"
 #include "client/stgctl/new_file.h"
 #include "client/stgctl/operations.h"
 #include "client/stgctl/paths.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
-namespace fs = std::filesystem;
-namespace sys = admin::sys;
 using admin::LockedFile;
 
 namespace {
@@ -32,8 +26,7 @@ std::string plan_name(std::uint64_t number) { return formatted("{}{:04}", kPlan,
 void check(const os::Status& status, const std::string& path) {
   if (status.ok()) return;
   if (status.failure() == os::Failure::kLocked)
-    throw Failure(Exit::kLockTimeout, "{} is used by another repair or undo (--lock-timeout)",
-                  shown(path));
+    locked_out("{} is used by another repair or undo (--lock-timeout)", shown(path));
   fail("{}: {}", shown(path), sys::text_of(status));
 }
 
@@ -86,11 +79,8 @@ std::vector<std::uint64_t> applied_plans(const std::string& quarantine) {
   check(listed, quarantine);
   for (const std::string& name : names) {
     if (!name.starts_with(kPlan)) continue;
-    const char* const end = name.data() + name.size();
-    std::uint64_t number = 0;
-    const auto parsed = std::from_chars(name.data() + kPlan.size(), end, number);
-    if (parsed.ec == std::errc() && parsed.ptr == end && is_begun(sys::join(quarantine, name)))
-      numbers.push_back(number);
+    const auto number = parse_number<std::uint64_t>(std::string_view(name).substr(kPlan.size()));
+    if (number && is_begun(sys::join(quarantine, name))) numbers.push_back(*number);
   }
   std::ranges::sort(numbers);
   return numbers;

@@ -12,8 +12,6 @@
 #include "client/admin/check.h"
 #include "client/admin/locked_file.h"
 #include "client/stgctl/command.h"
-#include "client/stgctl/context.h"
-#include "client/stgctl/output.h"
 
 /// @file
 /// Repairs: a plan of them, the quarantine for what they remove, and the work on each.

@@ -3,16 +3,14 @@
 #include <algorithm>
 #include <fstream>
 
-#include "client/stgctl/command.h"
 #include "client/stgctl/names_file.h"
+#include "client/stgctl/new_file.h"
 #include "client/stgctl/paths.h"
 #include "client/stgctl/repair.h"
 #include "client/stgctl/report.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
-namespace sys = admin::sys;
 using admin::LockedFile;
 
 namespace {
@@ -120,9 +118,7 @@ void write_plan(const std::string& file, const std::string& text) {
 
 Exit run_plan(Context& context, const RepairOptions& options) {
   const std::string file = place_outside(context, options.plan);
-  const sys::Kind there = sys::describe(file).kind;
-  if (there != sys::Kind::kMissing && there != sys::Kind::kFile)
-    refuse("{} is not a plain file; name another place", shown(file));
+  const bool overwrites = is_file_at(file);
   const RepairPlan plan =
       make_plan(context, options.only, options.force ? Emptying::kAllowed : Emptying::kSpared);
   for (const std::string& spared : plan.spared) {
@@ -143,7 +139,7 @@ Exit run_plan(Context& context, const RepairOptions& options) {
   for (const Repair& repair : plan.repairs)
     report.done(subject_named(repair.path), fields_of(repair), in_words(repair));
   if (!context.is_dry_run()) {
-    if (there == sys::Kind::kFile) context.confirm(formatted("Overwrite {}?", shown(file)));
+    if (overwrites) context.confirm(formatted("Overwrite {}?", shown(file)));
     write_plan(file, text_of(plan));
   }
   Json sums = {{"left", plan.left.size()}};
@@ -159,8 +155,7 @@ RepairPlan plan_in(Context& context, const std::string& file, std::string& text)
   const os::Status read = sys::read_file(file, context.locking(), text);
   if (!read.ok()) fail("{}: {}", shown(file), sys::text_of(read));
   RepairPlan plan = read_plan(context, text);
-  if (plan.repairs.empty())
-    throw Failure(Exit::kNothingMatched, "{} contains no repairs", shown(file));
+  if (plan.repairs.empty()) not_found("{} contains no repairs", shown(file));
   for (const std::string& cost : plan.costs) context.out().warning(cost);
   return plan;
 }
@@ -219,11 +214,8 @@ Exit run_apply(Context& context, const RepairOptions& options) {
 }
 
 Exit run_repair(Context& context, const RepairOptions& options) {
-  if (options.plan.empty() == options.apply.empty()) {
-    throw Failure(
-        Exit::kUsage,
-        "no plan is named; write one with --plan FILE, then carry it out with --apply FILE");
-  }
+  if (options.plan.empty() == options.apply.empty())
+    misused("no plan is named; write one with --plan FILE, then carry it out with --apply FILE");
   context.tree();
   return options.plan.empty() ? run_apply(context, options) : run_plan(context, options);
 }
@@ -239,16 +231,15 @@ AppliedPlan last_plan(Context& context, const std::string& quarantine) {
     AppliedPlan plan = AppliedPlan::open(context, quarantine, *number, purpose);
     const PlanRecord& record = plan.record();
     if (record.is_undone || record.steps.empty()) continue;
-    if (record.storage != context.tree().storage) {
+    if (record.storage != context.tree().storage)
       refuse("plan {} in {} belongs to another tree, {}; name another quarantine with --quarantine",
              record.number, shown(quarantine), shown(record.storage));
-    }
     if (record.is_expired())
       refuse("plan {} expired on {} UTC; it can no longer be undone", record.number,
              format_time(record.expires));
     return plan;
   }
-  throw Failure(Exit::kNothingMatched, "there is no plan to undo in {}", shown(quarantine));
+  not_found("there is no plan to undo in {}", shown(quarantine));
 }
 
 Exit run_undo(Context& context, const QuarantineOptions& options) {
@@ -288,22 +279,19 @@ Exit run_list(Context& context, const QuarantineOptions& options) {
     const AppliedPlan applied =
         AppliedPlan::open(context, quarantine, number, LockedFile::For::kReading);
     const PlanRecord& plan = applied.record();
-    if (out.json()) {
-      out.json_line("stgctl.quarantine-list/1", {{"record", "plan"},
-                                                 {"number", number},
-                                                 {"state", state_of(plan)},
-                                                 {"time", plan.time},
-                                                 {"expires", plan.expires},
-                                                 {"steps", plan.steps.size()},
-                                                 {"storage", plan.storage}});
-      continue;
-    }
-    out.print("{}  {}  {:<10}  {} repairs, until {} UTC\n",
-              out.styled(Style::kBold, formatted("{:>6}", number)), format_time(plan.time),
-              state_of(plan), plan.steps.size(), format_time(plan.expires));
+    out.result("stgctl.quarantine-list/1",
+               {{"record", "plan"},
+                {"number", number},
+                {"state", state_of(plan)},
+                {"time", plan.time},
+                {"expires", plan.expires},
+                {"steps", plan.steps.size()},
+                {"storage", plan.storage}},
+               "{}  {}  {:<10}  {} repairs, until {} UTC\n",
+               out.styled(Style::kBold, formatted("{:>6}", number)), format_time(plan.time),
+               state_of(plan), plan.steps.size(), format_time(plan.expires));
   }
-  if (numbers.empty())
-    throw Failure(Exit::kNothingMatched, "there is no plan in {}", shown(quarantine));
+  if (numbers.empty()) not_found("there is no plan in {}", shown(quarantine));
   return Exit::kDone;
 }
 
@@ -313,11 +301,10 @@ Exit run_expire(Context& context, const ExpireOptions& options) {
   const std::vector<std::uint64_t> over = plans_of_tree(
       context, quarantine,
       [&](const PlanRecord& plan) { return options.all || plan.is_undone || plan.is_expired(); });
-  if (over.empty()) {
-    throw Failure(Exit::kNothingMatched,
-                  "no plan in the quarantine has expired or was undone; 'stgctl quarantine list' "
-                  "shows when plans expire");
-  }
+  if (over.empty())
+    not_found(
+        "no plan in the quarantine has expired or was undone; 'stgctl quarantine list' "
+        "shows when plans expire");
   const bool dry = context.is_dry_run();
   if (!dry) context.confirm(formatted("Delete what {} plans moved away?", over.size()));
   ChangeReport report(context, "stgctl.quarantine-expire/1", "removed");

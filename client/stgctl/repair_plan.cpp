@@ -2,21 +2,14 @@
 
 #include <algorithm>
 #include <array>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <set>
-#include <string_view>
 
-#include "client/admin/folder_view.h"
 #include "client/admin/key_files.h"
-#include "client/admin/locked_file.h"
-#include "client/admin/names.h"
 #include "client/admin/repair_text.h"
-#include "client/stgctl/exit_codes.h"
+#include "client/stgctl/look.h"
 #include "client/stgctl/names_file.h"
-#include "client/stgctl/output.h"
 #include "client/stgctl/target.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
@@ -37,16 +30,6 @@ constexpr std::array<std::string_view, 5> kKinds = {"remove-lines", "remove-key-
   refuse("the plan is not accepted: {}; write one with 'stgctl repair --plan FILE'", what);
 }
 
-Json names_to_json(const std::vector<std::string>& names) {
-  Json list = Json::array();
-  for (const std::string& name : names) {
-    Json item;
-    item["text"] = name;
-    list.push_back(std::move(item));
-  }
-  return list;
-}
-
 }  // namespace
 
 std::string_view name_of(RepairKind kind) { return kKinds[static_cast<std::size_t>(kind)]; }
@@ -60,9 +43,11 @@ std::optional<RepairKind> repair_named(std::string_view name) {
 Json fields_of(const Repair& repair) {
   Json fields = {{"repair", name_of(repair.kind)}, {"code", repair.code}, {"path", repair.path}};
   if (!repair.lines.empty()) {
-    fields["lines"] = names_to_json(repair.lines);
-    for (std::size_t i = 0; i < repair.codes.size() && i < repair.lines.size(); ++i)
-      fields["lines"][i]["why"] = repair.codes[i];
+    fields["lines"] = Json::array();
+    for (std::size_t i = 0; i < repair.lines.size(); ++i) {
+      Json& line = fields["lines"].push_back({{"text", repair.lines[i]}});
+      if (i < repair.codes.size()) line["why"] = repair.codes[i];
+    }
   }
   if (repair.kind == RepairKind::kSetCounter) fields["value"] = repair.value;
   if (repair.kind == RepairKind::kQuarantine) {
@@ -105,21 +90,18 @@ Repair repair_of(const nlohmann::json& object) {
 }
 
 std::string text_of(const RepairPlan& plan) {
-  Json object;
-  object["schema"] = kSchema;
-  object["storage"] = plan.storage;
-  object["time"] = plan.time;
-  object["repairs"] = Json::array();
+  Json object = {{"schema", kSchema},
+                 {"storage", plan.storage},
+                 {"time", plan.time},
+                 {"repairs", Json::array()}};
   for (const Repair& repair : plan.repairs) object["repairs"].push_back(fields_of(repair));
-  object["costs"] = Json::array();
-  for (const std::string& cost : plan.costs) object["costs"].push_back(cost);
+  object["costs"] = plan.costs;
   object["left"] = Json::array();
   for (const LeftAlone& left : plan.left) {
-    Json item = {{"code", left.code}};
-    item["path"] = left.path;
-    item["detail"] = left.detail;
-    item["remedy"] = left.remedy;
-    object["left"].push_back(std::move(item));
+    object["left"].push_back({{"code", left.code},
+                              {"path", left.path},
+                              {"detail", left.detail},
+                              {"remedy", left.remedy}});
   }
   return object.dump(2) + "\n";
 }
@@ -168,7 +150,7 @@ std::string path_in_tree(Context& context, const std::string& path) {
     if ((!is_index && admin::why_not_safe(part) != nullptr) || (is_index && end != rest.size()) ||
         (parts == 0 && !admin::area_named(part)))
       reject(formatted("{} is not a path in the tree", shown(path)));
-    full = admin::sys::join(full, part);
+    full = sys::join(full, part);
     ++parts;
     if (end == rest.size()) break;
     rest.remove_prefix(end + 1);
@@ -226,16 +208,10 @@ class Planning {
     const admin::Tree& tree = m_context.tree();
     m_plan.storage = tree.storage;
     m_plan.time = os::now();
-    admin::CheckOptions asked;
-    asked.scope = m_context.scope();
-    asked.locking = m_context.locking();
-    asked.stop = &Context::interrupt_flag();
+    auto asked = m_context.walk<admin::CheckOptions>();
     std::map<std::string, std::vector<Finding>> by_folder;
     {
-      Progress progress(m_context.out(), m_context.options().progress, "checking", 0);
-      asked.on_folder = [&](const admin::DocumentFolder& folder) {
-        progress.advance(1, folder.path);
-      };
+      const Progress progress(m_context.out(), "checking", asked);
       admin::check(tree, asked, [&](const Finding& finding) {
         if (admin::kind_of(finding.code).severity != admin::Severity::kInfo)
           by_folder[finding.folder].push_back(finding);
@@ -340,8 +316,7 @@ class Planning {
     }
     for (std::uint32_t at = 0; at < m_view.names().size(); ++at) {
       const admin::Name& name = m_view.names()[at];
-      const bool is_data =
-          name.kind == admin::sys::Kind::kFile && !index_format::is_index_file(name.text);
+      const bool is_data = name.kind == sys::Kind::kFile && !index_format::is_index_file(name.text);
       if (is_data && !lint.is_claimed(at) && !admin::is_unfinished(name.text)) return true;
     }
     return false;
@@ -359,7 +334,7 @@ class Planning {
                     const std::vector<const Finding*>& done) {
     std::size_t files = 0;
     for (const admin::Name& name : m_view.names()) {
-      if (name.kind == admin::sys::Kind::kFile && !index_format::is_index_file(name.text)) ++files;
+      if (name.kind == sys::Kind::kFile && !index_format::is_index_file(name.text)) ++files;
     }
     std::size_t moved = 0;
     std::size_t names = 0;
@@ -430,8 +405,8 @@ class Planning {
 
   bool plan_move(const Finding& finding) {
     const std::string path = m_view.path_of(finding.name);
-    const admin::sys::Info info = admin::sys::describe(path);
-    const bool is_folder = info.kind == admin::sys::Kind::kFolder;
+    const sys::Info info = sys::describe(path);
+    const bool is_folder = info.kind == sys::Kind::kFolder;
     // If the index has lost its names, every file is an orphan. Names are restored first.
     const bool is_still = finding.code == Code::kUnfinishedFile ? admin::is_leftover(path)
                           : is_folder ? admin::is_orphaned_parts(m_view, finding.name)
@@ -447,7 +422,7 @@ class Planning {
   bool plan_key_line(const Finding& finding) {
     const std::string path = m_view.path_of(finding.name);
     std::string text;
-    if (!admin::sys::read_file(path, m_context.locking(), text).ok()) return false;
+    if (!sys::read_file(path, m_context.locking(), text).ok()) return false;
     const std::string line(admin::key_line(text, finding.line));
     if (line.empty() || !admin::is_dangling(m_view, line)) return false;
     const bool is_same = !m_plan.repairs.empty() &&
@@ -473,10 +448,8 @@ class Planning {
   }
 
   void leave(const Finding& finding, const char* remedy) {
-    const std::string path =
-        finding.name.empty() ? finding.folder : admin::sys::join(finding.folder, finding.name);
     const admin::FindingKind& kind = admin::kind_of(finding.code);
-    m_plan.left.push_back({std::string(kind.name), relative(path), finding.detail,
+    m_plan.left.push_back({std::string(kind.name), relative(place_of(finding)), finding.detail,
                            remedy != nullptr ? std::string(remedy) : std::string(kind.remedy)});
   }
 

@@ -2,17 +2,11 @@
 
 #include <set>
 
-#include "client/admin/folder_view.h"
 #include "client/admin/key_files.h"
-#include "client/admin/locked_file.h"
 #include "client/admin/repair_text.h"
-#include "client/stgctl/context.h"
-#include "client/stgctl/exit_codes.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
-namespace sys = admin::sys;
 using admin::FolderView;
 using admin::LockedFile;
 

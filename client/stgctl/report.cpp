@@ -1,7 +1,5 @@
 #include "client/stgctl/report.h"
 
-#include <utility>
-
 #include "client/stgctl/text.h"
 
 namespace stgctl {
@@ -101,7 +99,7 @@ bool ChangeReport::guarded(const std::function<void()>& work) {
 bool ChangeReport::guarded(const char* what, std::uint64_t total,
                            const std::function<void(Progress& progress)>& work) {
   return guarded([&] {
-    Progress progress(m_context.out(), m_context.options().progress, what, total);
+    Progress progress(m_context.out(), what, total);
     work(progress);
   });
 }

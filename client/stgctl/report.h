@@ -10,8 +10,6 @@
 #include <string_view>
 
 #include "client/stgctl/context.h"
-#include "client/stgctl/exit_codes.h"
-#include "client/stgctl/output.h"
 
 namespace stgctl {
 

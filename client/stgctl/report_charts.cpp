@@ -89,12 +89,7 @@ std::string fitting(const std::string& bytes, double width) {
   const auto room = static_cast<std::size_t>(std::max(width / kTextWidth, 0.0));
   if (columns(text) <= room) return text;
   if (room < 4) return {};
-  std::size_t end = 0;
-  for (std::size_t count = 0; end < text.size(); ++end) {
-    const bool begins = (static_cast<unsigned char>(text[end]) & 0xC0U) != 0x80U;
-    if (begins && ++count == room) break;
-  }
-  return text.substr(0, end) + "\u2026";
+  return cut(text, room - 1) + "\u2026";
 }
 
 std::string amount(const admin::Sum& sum) {

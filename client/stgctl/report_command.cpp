@@ -1,48 +1,18 @@
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <ctime>
 #include <filesystem>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include "client/admin/check.h"
-#include "client/admin/stats.h"
-#include "client/stgctl/command.h"
-#include "client/stgctl/json.h"
 #include "client/stgctl/look.h"
 #include "client/stgctl/new_file.h"
-#include "client/stgctl/output.h"
 #include "client/stgctl/paths.h"
 #include "client/stgctl/report_charts.h"
 #include "client/stgctl/template_text.h"
-#include "client/stgctl/text.h"
 #include "client/stgctl/what_if.h"
 
 namespace stgctl {
 
-namespace fs = std::filesystem;
-namespace sys = admin::sys;
-
 namespace {
-
-/// The content of a report.
-struct ReportData {
-  std::string tree;      ///< the storage folder
-  std::string narrowed;  ///< the limits of the report, in words; can be empty
-  std::int64_t now = 0;
-  admin::Layout layout = admin::Layout::kOwner;
-  admin::Space space;
-  /// The forecast of a clean and its area, or why there is none.
-  std::optional<admin::Forecast> forecast;
-  std::string forecast_area;
-  std::string no_forecast;
-  std::optional<std::uint64_t> target;
-  admin::CheckSummary check;
-  /// Some findings of each kind, in the order of the check.
-  std::vector<admin::Finding> samples;
-};
 
 using admin::Curve;
 using admin::Finding;
@@ -51,177 +21,6 @@ using admin::GroupedSpace;
 using admin::Severity;
 using admin::StatsGroup;
 using admin::Sum;
-
-constexpr std::size_t kOwnersShown = 20;
-
-Json total(const char* name, const char* label, const Sum& sum) {
-  return {{"total", name},
-          {"label", label},
-          {"files", sum.files},
-          {"bytes", sum.bytes},
-          {"space", format_bytes(sum.bytes)}};
-}
-
-Json totals_of(const admin::Stats& stats) {
-  Json totals = Json::array();
-  totals.push_back(total("all", "Everything", stats.all));
-  totals.push_back(total("documents", "Documents", stats.documents));
-  totals.push_back(total("parts", "Sub-parts", stats.parts));
-  totals.push_back(total("indexes", "Indexes", stats.indexes));
-  if (stats.unfinished.files != 0)
-    totals.push_back(total("unfinished", "Unfinished copies", stats.unfinished));
-  if (stats.strays.files != 0) totals.push_back(total("strays", "Strays", stats.strays));
-  return totals;
-}
-
-// ---- space -------------------------------------------------------------------------------------
-
-Json row(const std::string& table, const std::string& name, const std::string& label,
-         const Sum& sum, std::uint64_t whole) {
-  const double percent =
-      whole == 0 ? 0 : 100.0 * static_cast<double>(sum.bytes) / static_cast<double>(whole);
-  return {{"table", table},
-          {"name", name},
-          {"label", label},
-          {"files", sum.files},
-          {"bytes", sum.bytes},
-          {"space", format_bytes(sum.bytes)},
-          {"percent", formatted("{:.1f}", percent)}};
-}
-
-Json grouping(const std::string& table, const char* caption, const char* first,
-              const GroupedSpace& groups, const Sum& all,
-              std::string (*label)(const std::string&)) {
-  Json rows = Json::array();
-  for (const StatsGroup& group : groups.groups) {
-    Json& added = rows.push_back(row(table, group.name, label(group.name), group.sum, all.bytes));
-    if (table == "area") added["swatch"] = group.name;
-  }
-  if (groups.other_groups != 0) {
-    rows.push_back(row(table + "-others", std::to_string(groups.other_groups),
-                       formatted("{} more", groups.other_groups), groups.others, all.bytes));
-  }
-  return {{"caption", caption}, {"first", first}, {"rows", rows}};
-}
-
-Json groupings_of(const admin::Space& space) {
-  const Sum& all = space.stats.all;
-  const auto as_it_is = [](const std::string& name) { return name; };
-  Json tables = Json::array();
-  tables.push_back(grouping("area", "By area", "Area", space.areas, all, as_it_is));
-  tables.push_back(grouping("owner", "By owner", "Owner", space.owners, all, name_of_owner));
-  tables.push_back(
-      grouping("ext", "By extension", "Extension", space.extensions, all, name_of_extension));
-  return tables;
-}
-
-Json ages_of(const admin::Stats& stats) {
-  GroupedSpace groups;
-  groups.groups = stats.groups;
-  Json ages = grouping("age", "By age", "Changed", groups, stats.all,
-                       [](const std::string& name) { return name; });
-  ages["bars"] = age_figures(stats.groups);
-  return ages;
-}
-
-// ---- cleaning ----------------------------------------------------------------------------------
-
-/// Null if there is nothing to compare.
-Json owners_of(const std::vector<Curve>& curves) {
-  if (curves.size() < 2) return nullptr;
-  constexpr std::array<std::string_view, 4> kShown = {"30d", "90d", "1y", "3y"};
-  Json result;
-  result["limits"] = Json::array();
-  for (const std::string_view limit : kShown) result["limits"].push_back({{"limit", limit}});
-  result["owners"] = Json::array();
-  for (const Curve& curve : std::span(curves).first(std::min(curves.size(), kOwnersShown))) {
-    Json& owner = result["owners"].push_back({{"name", curve.owner},
-                                              {"bytes", curve.there.bytes},
-                                              {"label", name_of_owner(curve.owner)},
-                                              {"space", format_bytes(curve.there.bytes)},
-                                              {"line", spark_line(curve)}});
-    owner["freed"] = Json::array();
-    for (std::size_t i = 0; i < curve.losses.size(); ++i) {
-      if (std::find(kShown.begin(), kShown.end(), admin::age_limits()[i].name) != kShown.end())
-        owner["freed"].push_back({{"space", format_bytes(curve.losses[i].bytes)}});
-    }
-  }
-  result["more_owners"] =
-      curves.size() > kOwnersShown ? Json(curves.size() - kOwnersShown) : Json();
-  return result;
-}
-
-Json cleaning_of(const ReportData& data) {
-  if (!data.forecast) return nullptr;
-  const Curve& all = data.forecast->all();
-  Json cleaning = curve_figures(all);
-  cleaning["area"] = data.forecast_area;
-  cleaning["space"] = format_bytes(all.there.bytes);
-  cleaning["versions"] = all.there.versions;
-  cleaning["documents"] = all.there.documents;
-  cleaning["target"] =
-      data.target ? Json(sentence_for(*data.target, data.forecast->limit_for(*data.target)))
-                  : Json();
-  cleaning["by_owner"] = owners_of(data.forecast->owners());
-  return cleaning;
-}
-
-// ---- findings ----------------------------------------------------------------------------------
-
-/// Null if there are none.
-Json found_of(const ReportData& data) {
-  Json found;
-  found["kinds"] = Json::array();
-  for (const FindingKind& kind : admin::finding_kinds()) {
-    const std::uint64_t count = data.check.findings[static_cast<std::size_t>(kind.code)];
-    if (count == 0) continue;
-    found["kinds"].push_back({{"code", kind.name},
-                              {"severity", admin::name_of(kind.severity)},
-                              {"count", count},
-                              {"meaning", kind.meaning},
-                              {"remedy", kind.remedy}});
-  }
-  if (found["kinds"].is_empty()) return nullptr;
-  found["samples"] = Json::array();
-  for (const Finding& finding : data.samples) {
-    const FindingKind& kind = admin::kind_of(finding.code);
-    std::string where = finding.folder;
-    if (!finding.name.empty()) where = admin::sys::join(where, finding.name);
-    if (finding.line != 0) where += formatted(" (line {})", finding.line);
-    found["samples"].push_back({{"code", kind.name},
-                                {"severity", admin::name_of(kind.severity)},
-                                {"where", where},
-                                {"detail", finding.detail}});
-  }
-  return found;
-}
-
-/// The page is complete: it opens without a network, contains no script, and is well-formed XML.
-/// Its size depends on the number of groups, not on the tree.
-std::string report_page(const ReportData& data) {
-  const admin::Stats& stats = data.space.stats;
-  Json page = {{"version", VU_STGCTL_VERSION},
-               {"tree", data.tree},
-               {"time", format_time(data.now)},
-               {"layout", data.layout == admin::Layout::kFlat ? "a tree without owners"
-                                                              : "a tree with a folder per owner"},
-               {"narrowed", data.narrowed},
-               {"totals", totals_of(stats)},
-               {"folders", stats.folders},
-               {"unlisted", stats.failures == 0 ? Json() : Json(stats.failures)},
-               {"map", treemap_figures(data.space.all)},
-               {"groupings", groupings_of(data.space)},
-               {"ages", ages_of(stats)},
-               {"cleaning", cleaning_of(data)},
-               {"no_cleaning", data.no_forecast},
-               {"checked_folders", data.check.folders},
-               {"entries", data.check.entries},
-               {"errors", data.check.count(Severity::kError)},
-               {"warnings", data.check.count(Severity::kWarning)},
-               {"infos", data.check.count(Severity::kInfo)},
-               {"found", found_of(data)}};
-  return filled(embedded_file("page.html"), page, embedded_file);
-}
 
 struct Options {
   Arguments app;
@@ -232,55 +31,176 @@ struct Options {
   NoLock no_lock{app};
 };
 
-/// The most findings of one kind on the page.
-constexpr std::uint64_t kSamplesOfAKind = 5;
+// ---- space -------------------------------------------------------------------------------------
 
-void survey(Context& context, ReportData& data) {
-  Progress progress(context.out(), context.options().progress, "counting", 0);
-  admin::SpaceOptions asked;
-  asked.stats.scope = context.scope();
-  asked.stats.now = data.now;
-  asked.stats.stop = &Context::interrupt_flag();
-  asked.stats.on_folder = [&](const admin::DocumentFolder& folder) {
-    progress.advance(1, folder.path);
-  };
-  data.space = admin::survey_space(context.tree(), asked);
-  Context::stop_if_interrupted();
+/// The fields "files", "bytes" and "space" after the given ones.
+Json with_sum(Json fields, const Sum& sum) {
+  fields.update({{"files", sum.files}, {"bytes", sum.bytes}, {"space", format_bytes(sum.bytes)}});
+  return fields;
 }
 
-void forecast(Context& context, ReportData& data) {
+Json totals_of(const admin::Stats& stats) {
+  Json totals = Json::array();
+  const auto add = [&](const char* name, const char* label, const Sum& sum) {
+    totals.push_back(with_sum({{"total", name}, {"label", label}}, sum));
+  };
+  add("all", "Everything", stats.all);
+  add("documents", "Documents", stats.documents);
+  add("parts", "Sub-parts", stats.parts);
+  add("indexes", "Indexes", stats.indexes);
+  if (stats.unfinished.files != 0) add("unfinished", "Unfinished copies", stats.unfinished);
+  if (stats.strays.files != 0) add("strays", "Strays", stats.strays);
+  return totals;
+}
+
+Json grouping(const std::string& table, const char* caption, const char* first,
+              const GroupedSpace& groups, const Sum& all,
+              std::string (*label_of)(const std::string&)) {
+  Json rows = Json::array();
+  const auto add = [&](const std::string& in_table, const std::string& name,
+                       const std::string& label, const Sum& sum) -> Json& {
+    const double part = static_cast<double>(sum.bytes) / static_cast<double>(all.bytes);
+    const double percent = all.bytes == 0 ? 0 : 100 * part;
+    return rows.push_back(with_sum({{"table", in_table},
+                                    {"name", name},
+                                    {"label", label},
+                                    {"percent", formatted("{:.1f}", percent)}},
+                                   sum));
+  };
+  for (const StatsGroup& group : groups.groups) {
+    Json& row = add(table, group.name, label_of(group.name), group.sum);
+    if (table == "area") row["swatch"] = group.name;
+  }
+  if (groups.other_groups != 0) {
+    add(table + "-others", std::to_string(groups.other_groups),
+        formatted("{} more", groups.other_groups), groups.others);
+  }
+  return {{"caption", caption}, {"first", first}, {"rows", rows}};
+}
+
+/// Adds what uses the space of the tree.
+admin::Stats survey(Context& context, std::int64_t now, Json& page) {
+  admin::SpaceOptions asked;
+  asked.stats = context.walk<admin::StatsOptions>();
+  asked.stats.now = now;
+  const Progress progress(context.out(), "counting", asked.stats);
+  admin::Space space = admin::survey_space(context.tree(), asked);
+  Context::stop_if_interrupted();
+  admin::Stats& stats = space.stats;
+  const auto as_it_is = [](const std::string& name) { return name; };
+  page["totals"] = totals_of(stats);
+  page["folders"] = stats.folders;
+  if (stats.failures != 0) page["unlisted"] = stats.failures;
+  page["map"] = treemap_figures(space.all);
+  Json& tables = page["groupings"] = Json::array();
+  tables.push_back(grouping("area", "By area", "Area", space.areas, stats.all, as_it_is));
+  tables.push_back(grouping("owner", "By owner", "Owner", space.owners, stats.all, name_of_owner));
+  tables.push_back(
+      grouping("ext", "By extension", "Extension", space.extensions, stats.all, name_of_extension));
+  GroupedSpace ages;
+  ages.groups = stats.groups;
+  page["ages"] = grouping("age", "By age", "Changed", ages, stats.all, as_it_is);
+  page["ages"]["bars"] = age_figures(stats.groups);
+  return std::move(stats);
+}
+
+// ---- cleaning ----------------------------------------------------------------------------------
+
+/// Null if there is nothing to compare.
+Json owners_of(const std::vector<Curve>& curves) {
+  if (curves.size() < 2) return nullptr;
+  constexpr std::size_t kOwnersShown = 20;
+  constexpr std::array<std::string_view, 4> kShown = {"30d", "90d", "1y", "3y"};
+  Json result = {{"limits", Json::array()}, {"owners", Json::array()}};
+  for (const std::string_view limit : kShown) result["limits"].push_back({{"limit", limit}});
+  for (const Curve& curve : std::span(curves).first(std::min(curves.size(), kOwnersShown))) {
+    Json& owner = result["owners"].push_back({{"name", curve.owner},
+                                              {"bytes", curve.there.bytes},
+                                              {"label", name_of_owner(curve.owner)},
+                                              {"space", format_bytes(curve.there.bytes)},
+                                              {"line", spark_line(curve)},
+                                              {"freed", Json::array()}});
+    for (std::size_t i = 0; i < curve.losses.size(); ++i) {
+      if (std::ranges::find(kShown, admin::age_limits()[i].name) != kShown.end())
+        owner["freed"].push_back({{"space", format_bytes(curve.losses[i].bytes)}});
+    }
+  }
+  if (curves.size() > kOwnersShown) result["more_owners"] = curves.size() - kOwnersShown;
+  return result;
+}
+
+/// Adds what a clean would free, or why that is not known.
+/// @return whether it is not known although the area has versions.
+bool forecast(Context& context, const Options& options, std::int64_t now, Json& page) {
   admin::Scope scope = context.scope();
   if (!scope.area) scope.area = admin::Area::kDocs;
-  data.forecast_area = admin::name_of(*scope.area);
+  const std::string_view area = admin::name_of(*scope.area);
   if (!admin::expects_index(*scope.area)) {
-    data.no_forecast = formatted("The area {} has no versions.", data.forecast_area);
-    return;
+    page["no_cleaning"] = formatted("The area {} has no versions.", area);
+    return false;
   }
   try {
-    data.forecast = forecast_of(context, scope, false, data.now);
+    const admin::Forecast forecast = forecast_of(context, scope, false, now);
+    const Curve& all = forecast.all();
+    Json& cleaning = page["cleaning"] = curve_figures(all);
+    cleaning["area"] = area;
+    cleaning["space"] = format_bytes(all.there.bytes);
+    cleaning["versions"] = all.there.versions;
+    cleaning["documents"] = all.there.documents;
+    if (const auto target = parse_size(options.target_size))
+      cleaning["target"] = sentence_for(*target, forecast.limit_for(*target));
+    cleaning["by_owner"] = owners_of(forecast.owners());
+    return false;
   } catch (const Failure& failure) {
     if (failure.code() == Exit::kInterrupted) throw;
-    data.no_forecast = formatted("It could not be calculated: {}", failure.what());
+    page["no_cleaning"] = formatted("It could not be calculated: {}", failure.what());
     context.out().warning(failure.what());
+    return true;
   }
 }
 
-void check(Context& context, const Options& options, ReportData& data) {
-  Progress progress(context.out(), context.options().progress, "checking", 0);
-  admin::CheckOptions asked;
-  asked.scope = context.scope();
+// ---- findings ----------------------------------------------------------------------------------
+
+/// Adds the findings of a check.
+admin::CheckSummary check(Context& context, const Options& options, Json& page) {
+  /// The most findings of one kind on the page.
+  constexpr std::uint64_t kSamplesOfAKind = 5;
+  auto asked = context.walk<admin::CheckOptions>();
+  const Progress progress(context.out(), "checking", asked);
   asked.depth = options.quick ? admin::Depth::kQuick : admin::Depth::kFull;
   asked.locking = locking_for(context, options.no_lock);
-  asked.stop = &Context::interrupt_flag();
-  asked.on_folder = [&](const admin::DocumentFolder& folder) { progress.advance(1, folder.path); };
+  Json found = {{"kinds", Json::array()}, {"samples", Json::array()}};
   std::array<std::uint64_t, admin::kCodes> seen{};
-  data.check = admin::check(context.tree(), asked, [&](const admin::Finding& finding) {
-    if (++seen[static_cast<std::size_t>(finding.code)] <= kSamplesOfAKind)
-      data.samples.push_back(finding);
-  });
+  const auto add = [&](const Finding& finding) {
+    if (++seen[static_cast<std::size_t>(finding.code)] > kSamplesOfAKind) return;
+    const FindingKind& kind = admin::kind_of(finding.code);
+    std::string where = place_of(finding);
+    if (finding.line != 0) where += formatted(" (line {})", finding.line);
+    found["samples"].push_back({{"code", kind.name},
+                                {"severity", admin::name_of(kind.severity)},
+                                {"where", where},
+                                {"detail", finding.detail}});
+  };
+  const admin::CheckSummary summary = admin::check(context.tree(), asked, add);
   Context::stop_if_interrupted();
+  page["checked_folders"] = summary.folders;
+  page["entries"] = summary.entries;
+  for (const FindingKind& kind : admin::finding_kinds()) {
+    const std::uint64_t count = summary.findings[static_cast<std::size_t>(kind.code)];
+    if (count == 0) continue;
+    found["kinds"].push_back({{"code", kind.name},
+                              {"severity", admin::name_of(kind.severity)},
+                              {"count", count},
+                              {"meaning", kind.meaning},
+                              {"remedy", kind.remedy}});
+  }
+  if (!found["kinds"].is_empty()) page["found"] = std::move(found);
+  return summary;
 }
 
+// ---- the page ----------------------------------------------------------------------------------
+
+/// The limits of the report; can be empty.
 std::string narrowed(const GlobalOptions& options) {
   std::string text;
   if (!options.area.empty()) text = "the area " + options.area;
@@ -292,55 +212,50 @@ std::string narrowed(const GlobalOptions& options) {
 Exit run_report(Context& context, const Options& options) {
   const admin::Tree& tree = context.tree();
   check_outside_tree(context, options.html);
-  const sys::Kind there = sys::describe(options.html).kind;
-  if (there != sys::Kind::kMissing && there != sys::Kind::kFile) {
-    throw Failure(Exit::kRefused, shown(options.html) + " is not a plain file; name another place");
-  }
+  const bool overwrites = is_file_at(options.html);
   const fs::path above = fs::absolute(to_path(options.html)).parent_path();
   if (!fs::is_directory(above))
-    throw Failure(Exit::kRefused, shown(from_path(above)) + " is not a folder; name another place");
-  const bool dry = context.options().dry_run;
-  if (!dry && there == sys::Kind::kFile)
-    context.confirm(formatted("Overwrite {}?", shown(options.html)));
+    refuse("{} is not a folder; name another place", shown(from_path(above)));
+  const bool dry = context.is_dry_run();
+  if (!dry && overwrites) context.confirm(formatted("Overwrite {}?", shown(options.html)));
 
-  ReportData data;
-  data.tree = tree.storage;
-  data.narrowed = narrowed(context.options());
-  data.now = std::time(nullptr);
-  data.layout = tree.layout;
-  data.target = parse_size(options.target_size);
-  survey(context, data);
-  forecast(context, data);
-  check(context, options, data);
-  const std::string page = report_page(data);
+  // The page is complete: it opens without a network, contains no script, and is well-formed XML.
+  // Its size depends on the number of groups, not on the tree.
+  const std::int64_t now = std::time(nullptr);
+  Json figures = {
+      {"version", VU_STGCTL_VERSION},
+      {"tree", tree.storage},
+      {"time", format_time(now)},
+      {"layout", tree.layout == admin::Layout::kFlat ? "a tree without owners"
+                                                     : "a tree with a folder per owner"},
+      {"narrowed", narrowed(context.options())}};
+  const admin::Stats stats = survey(context, now, figures);
+  const bool lacks_forecast = forecast(context, options, now, figures);
+  const admin::CheckSummary summary = check(context, options, figures);
+  const Json counts = {{"errors", summary.count(Severity::kError)},
+                       {"warnings", summary.count(Severity::kWarning)},
+                       {"infos", summary.count(Severity::kInfo)}};
+  figures.update(counts);
+  const std::string page = filled(embedded_file("page.html"), figures, embedded_file);
   if (!dry) {
     NewFile file(from_path(fs::absolute(to_path(options.html))));
     file.write(page);
     file.commit();
   }
 
-  const auto count = [&](admin::Severity severity) { return data.check.count(severity); };
-  if (context.out().json()) {
-    Json fields = {{"file", options.html},
-                   {"dry_run", dry},
-                   {"page_bytes", page.size()},
-                   {"files", data.space.stats.all.files},
-                   {"bytes", data.space.stats.all.bytes},
-                   {"errors", count(admin::Severity::kError)},
-                   {"warnings", count(admin::Severity::kWarning)},
-                   {"infos", count(admin::Severity::kInfo)},
-                   {"whole", data.space.stats.failures == 0 && data.no_forecast.empty()}};
-    context.out().json_line("stgctl.report/1", fields);
-  } else {
-    context.out().print("{}  {} in {} files, {} errors, {} warnings: {} {}\n", shown(options.html),
-                        format_bytes(data.space.stats.all.bytes), data.space.stats.all.files,
-                        count(admin::Severity::kError), count(admin::Severity::kWarning),
-                        format_bytes(page.size()), dry ? "would be written" : "written");
-  }
-  const bool has_gap = data.space.stats.failures != 0 ||
-                       (!data.forecast && context.scope().area != admin::Area::kList &&
-                        context.scope().area != admin::Area::kSemlets);
-  return has_gap ? Exit::kPartlyDone : Exit::kDone;
+  Json fields = {{"file", options.html},
+                 {"dry_run", dry},
+                 {"page_bytes", page.size()},
+                 {"files", stats.all.files},
+                 {"bytes", stats.all.bytes}};
+  fields.update(counts);
+  fields["whole"] = stats.failures == 0 && figures.find("no_cleaning") == nullptr;
+  context.out().result("stgctl.report/1", fields,
+                       "{}  {} in {} files, {} errors, {} warnings: {} {}\n", shown(options.html),
+                       format_bytes(stats.all.bytes), stats.all.files,
+                       summary.count(Severity::kError), summary.count(Severity::kWarning),
+                       format_bytes(page.size()), dry ? "would be written" : "written");
+  return stats.failures != 0 || lacks_forecast ? Exit::kPartlyDone : Exit::kDone;
 }
 
 }  // namespace

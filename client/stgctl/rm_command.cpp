@@ -2,13 +2,10 @@
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/operations.h"
-#include "client/stgctl/text.h"
 #include "stg_index.h"
 #include "vu_storage.h"
 
 namespace stgctl {
-
-namespace sys = admin::sys;
 
 namespace {
 
@@ -132,9 +129,9 @@ void remove(Context& context, const FoundEntry& entry, ChangeReport& report) {
 Exit run_rm(Context& context, const Options& options) {
   context.tree();
   if (options.names.empty() == options.match.empty())
-    throw Failure(Exit::kUsage, "nothing says what to remove; use names, or --match PATTERN");
+    misused("nothing says what to remove; use names, or --match PATTERN");
   const std::vector<FoundEntry> entries = chosen_versions(context, options);
-  if (entries.empty()) throw Failure(Exit::kNothingMatched, "nothing matches: nothing was removed");
+  if (entries.empty()) not_found("nothing matches: nothing was removed");
   std::uint64_t bytes = 0;
   for (const FoundEntry& entry : entries) bytes += entry.info.size;
   context.begin_changes(formatted("Remove {} {}, {}?", entries.size(),

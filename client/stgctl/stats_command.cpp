@@ -1,13 +1,9 @@
-
 #include <algorithm>
 #include <ctime>
 
 #include "client/admin/stats.h"
-#include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
-#include "client/stgctl/output.h"
 #include "client/stgctl/terminal.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
@@ -52,8 +48,8 @@ void show_json(Context& context, const Stats& stats, const Options& options) {
                  {"failures", stats.failures},
                  {"groups", Json::array()}};
   for (const admin::StatsGroup& group : stats.groups) {
-    Json each = {{"name", group.name}, {"files", group.sum.files}, {"bytes", group.sum.bytes}};
-    fields["groups"].push_back(std::move(each));
+    fields["groups"].push_back(
+        {{"name", group.name}, {"files", group.sum.files}, {"bytes", group.sum.bytes}});
   }
   fields["other_groups"] = stats.other_groups;
   fields["others"] = json_of(stats.others);
@@ -100,19 +96,14 @@ void show_text(Context& context, const Stats& stats, GroupBy by) {
 }
 
 Exit run_stats(Context& context, const Options& options) {
-  admin::StatsOptions asked;
-  asked.scope = context.scope();
+  auto asked = context.walk<admin::StatsOptions>();
   asked.by = group_by(options.by);
   asked.top = options.top;
   asked.now = std::time(nullptr);
-  asked.stop = &Context::interrupt_flag();
   const admin::Tree& tree = context.tree();
   Stats stats;
   {
-    Progress progress(context.out(), context.options().progress, "counting", 0);
-    asked.on_folder = [&](const admin::DocumentFolder& folder) {
-      progress.advance(1, folder.path);
-    };
+    const Progress progress(context.out(), "counting", asked);
     stats = admin::collect_stats(tree, asked);
   }
   const bool is_any = stats.folders != 0 || stats.all.files != 0 || stats.failures != 0;

@@ -1,13 +1,9 @@
 #include "client/admin/stats.h"
-#include "client/stgctl/command.h"
 #include "client/stgctl/look.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
 namespace {
-
-namespace sys = admin::sys;
 
 Exit run_status(Context& context) {
   const admin::Tree& tree = context.tree();

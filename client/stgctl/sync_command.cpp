@@ -1,13 +1,8 @@
-
 #include <algorithm>
-#include <map>
 #include <set>
 
 #include "client/stgctl/command.h"
-#include "client/stgctl/context.h"
 #include "client/stgctl/operations.h"
-#include "client/stgctl/output.h"
-#include "client/stgctl/text.h"
 #include "stg_index.h"
 
 namespace stgctl {
@@ -77,8 +72,7 @@ Exit run_sync(Context& context) {
   std::size_t files = 0;
   for (const auto& [path, entries] : folders) files += entries.size();
   if (files == 0) {
-    if (report.failures() == 0)
-      throw Failure(Exit::kNothingMatched, "every file has an entry: nothing was changed");
+    if (report.failures() == 0) not_found("every file has an entry: nothing was changed");
     return report.finish();
   }
   context.begin_changes(formatted("Adopt {} files in {} folders?", files, folders.size()),

@@ -3,9 +3,6 @@
 #include <algorithm>
 #include <type_traits>
 
-#include "client/admin/text.h"
-#include "client/stgctl/context.h"
-#include "client/stgctl/exit_codes.h"
 #include "client/stgctl/text.h"
 
 namespace stgctl {
@@ -38,8 +35,7 @@ std::optional<VersionName> parse_version_name(const std::string& text, admin::La
   const std::string stamp = version.name.substr(at + 1);
   if (!is_number(stamp)) return version;
   version.timestamp = parse_stamp(stamp);
-  if (!version.timestamp)
-    throw Failure(Exit::kUsage, "{}: {} is not a timestamp", shown(text), stamp);
+  if (!version.timestamp) misused("{}: {} is not a timestamp", shown(text), stamp);
   version.name.resize(at);
   return version;
 }
@@ -58,7 +54,7 @@ STG::RepositoryType type_of(admin::Area area) {
 
 /// Owners become folder names. Windows gives some of these a special meaning.
 const char* why_no_folder_name(std::string_view name) {
-  if constexpr (admin::sys::kSeparator == '\\') {
+  if constexpr (sys::kSeparator == '\\') {
     if (name.find(':') != std::string_view::npos) return "it contains a colon";
     if (name.ends_with('.') || name.ends_with(' ')) return "it ends with a dot or a blank";
   }
@@ -114,7 +110,7 @@ NamedVersion named_version(Context& context, const std::string& text,
     const std::remove_cvref_t<decltype(value)> none;
     if (said == none) return;
     if (value != none && value != said)
-      throw Failure(Exit::kUsage, "{} names another {} than the options", shown(text), what);
+      misused("{} names another {} than the options", shown(text), what);
     value = said;
   };
   if (const auto version = parse_version_name(text, context.tree().layout)) {
@@ -147,10 +143,10 @@ admin::DocumentFolder folder_for(Context& context, const Target& target, const s
 
 void check_no_link(Context& context, const std::string& path) {
   const std::string& storage = context.tree().storage;
-  for (std::size_t at = path.find(admin::sys::kSeparator, storage.size() + 1);;
-       at = path.find(admin::sys::kSeparator, at + 1)) {
+  for (std::size_t at = path.find(sys::kSeparator, storage.size() + 1);;
+       at = path.find(sys::kSeparator, at + 1)) {
     const std::string part = path.substr(0, at);
-    if (admin::sys::describe(part).kind == admin::sys::Kind::kLink)
+    if (sys::describe(part).kind == sys::Kind::kLink)
       refuse("{} is a link and can lead out of the tree; replace it by its target", shown(part));
     if (at == std::string::npos) return;
   }
@@ -175,8 +171,8 @@ void walk_whole(const std::function<admin::EntryFailures(const admin::FailureSin
     if (problem.empty()) problem = formatted("{}: {}", shown(path), why);
   });
   Context::stop_if_interrupted();
-  if (failures.lock_missed) throw Failure(Exit::kLockTimeout, problem + " (--lock-timeout)");
-  if (failures.folders > 0) throw Failure(Exit::kFailed, problem);
+  if (failures.lock_missed) locked_out("{} (--lock-timeout)", problem);
+  if (failures.folders > 0) fail("{}", problem);
 }
 
 std::vector<FoundEntry> find_entries(Context& context, admin::EntryQuery query) {
@@ -209,7 +205,7 @@ std::vector<FoundEntry> entries_of_folder(Context& context, const admin::Documen
     entry.timestamp = line.timestamp;
     entry.stored = line.stored;
     entry.file = line.file;
-    entry.info = admin::sys::describe(entry.path());
+    entry.info = sys::describe(entry.path());
   }
   return found;
 }
@@ -260,8 +256,8 @@ std::vector<FoundEntry> find_matching(Context& context, const NamedVersion& patt
 void check_not_shadowed(Context& context, const Target& target, const std::string& name,
                         std::int32_t timestamp) {
   const std::string folder = folder_for(context, target, name).path;
-  const admin::sys::Info info = admin::sys::describe(admin::sys::join(folder, name));
-  if (info.kind == admin::sys::Kind::kMissing) return;
+  const sys::Info info = sys::describe(sys::join(folder, name));
+  if (info.kind == sys::Kind::kMissing) return;
   if (timestamp == 0) {
     const std::vector<FoundEntry> versions = find_versions(context, {target, name, 0});
     if (!versions.empty() && versions.front().file == name) return;

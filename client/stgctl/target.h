@@ -10,8 +10,6 @@
 
 #include "client/admin/entries.h"
 #include "client/admin/text.h"
-#include "client/admin/tree.h"
-#include "client/stgctl/context.h"
 #include "client/stgctl/report.h"
 #include "stg_types.h"
 
@@ -82,11 +80,11 @@ struct FoundEntry {
   std::int32_t timestamp = 0;
   std::string stored;
   std::string file;
-  admin::sys::Info info;
+  sys::Info info;
 
   FoundEntry() = default;
   explicit FoundEntry(const admin::EntryView& entry);
-  std::string path() const { return admin::sys::join(folder.path, file); }
+  std::string path() const { return sys::join(folder.path, file); }
   admin::EntryView view() const { return {&folder, state, name, timestamp, stored, file, 0, info}; }
 };
 Subject subject_of(const FoundEntry& entry);

@@ -1,7 +1,6 @@
 #include "client/stgctl/template_text.h"
 
 #include <stdexcept>
-#include <vector>
 
 #include "client/admin/text.h"
 

@@ -2,10 +2,7 @@
 #include <io.h>
 #include <windows.h>
 
-#include <atomic>
 #include <cstdio>
-#include <string>
-#include <vector>
 
 #include "client/stgctl/terminal.h"
 

@@ -1,5 +1,6 @@
 #include "client/stgctl/text.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <limits>
@@ -7,8 +8,6 @@
 namespace stgctl {
 
 namespace {
-
-bool is_continuation(unsigned char c) { return (c & 0xC0U) == 0x80U; }
 
 struct Unit {
   std::string_view suffix;
@@ -50,9 +49,14 @@ std::string joined(const std::vector<std::string>& texts, std::string_view separ
 }
 
 std::size_t columns(std::string_view text) {
-  std::size_t count = 0;
-  for (const char c : text) count += is_continuation(static_cast<unsigned char>(c)) ? 0 : 1;
-  return count;
+  const auto begins = [](char c) { return !is_continuation(c); };
+  return static_cast<std::size_t>(std::ranges::count_if(text, begins));
+}
+
+std::string cut(std::string_view text, std::size_t most) {
+  std::size_t end = 0;
+  while (end < text.size() && (is_continuation(text[end]) || most-- > 0)) ++end;
+  return std::string(text.substr(0, end));
 }
 
 std::optional<std::string> from_hex(std::string_view digits) {

@@ -25,6 +25,19 @@ std::string joined(const std::vector<std::string>& texts, std::string_view separ
 /// The number of columns that valid UTF-8 takes, one per code point.
 std::size_t columns(std::string_view text);
 
+/// At most so many columns of valid UTF-8.
+std::string cut(std::string_view text, std::size_t most);
+/// Whether a byte continues a UTF-8 character.
+constexpr bool is_continuation(char c) { return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U; }
+
+/// The number that is the whole text. @return nothing for other text.
+template <class Number>
+std::optional<Number> parse_number(std::string_view text) {
+  Number value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
 /// The bytes of lower-case hexadecimal digits. @return nothing for other text.
 std::optional<std::string> from_hex(std::string_view digits);
 
@@ -51,11 +64,8 @@ std::string is_size(const std::string& text);
 // Timestamps of versions as they are typed: whole numbers of 31 bits.
 
 /// Accepts negative numbers too: other programs may have stored them.
-inline std::optional<std::int32_t> parse_stamp(const std::string& text) {
-  std::int32_t value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return value;
+inline std::optional<std::int32_t> parse_stamp(std::string_view text) {
+  return parse_number<std::int32_t>(text);
 }
 
 /// As a check of an argument: empty if the text is a timestamp, otherwise an error text.

@@ -1,16 +1,12 @@
 // user: list, rename, remove.
 
 #include <array>
-#include <map>
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/operations.h"
-#include "client/stgctl/text.h"
 #include "vu_storage.h"
 
 namespace stgctl {
-
-namespace sys = admin::sys;
 
 namespace {
 
@@ -35,12 +31,11 @@ void require_owners(Context& context) {
 /// @throws Failure kRefused also for an owner with an area: the command changes the areas together.
 void check_owner(std::string_view what, const std::string& name) {
   const std::size_t slash = name.find('/');
-  if (slash != std::string::npos && admin::area_named(name.substr(0, slash))) {
+  if (slash != std::string::npos && admin::area_named(name.substr(0, slash)))
     refuse(
         "{} '{}' names one area, but the command changes the owner's mail, list and user folders "
         "together, and not the corporate documents; use '{}'",
         what, shown(name), shown(name.substr(slash + 1)));
-  }
   check_name(what, name);
 }
 
@@ -87,11 +82,8 @@ Exit run_list(Context& context) {
   }
   Output& out = context.out();
   for (const auto& [name, areas] : owners) {
-    if (out.json()) {
-      out.json_line("stgctl.user.list/1", {{"owner", name}, {"areas", Json(areas)}});
-    } else {
-      out.print("{}  {}\n", padded(shown(name), 24), out.styled(Style::kDim, joined(areas, " ")));
-    }
+    out.result("stgctl.user.list/1", {{"owner", name}, {"areas", Json(areas)}}, "{}  {}\n",
+               padded(shown(name), 24), out.styled(Style::kDim, joined(areas, " ")));
   }
   return owners.empty() ? Exit::kNothingMatched : Exit::kDone;
 }
@@ -110,7 +102,7 @@ Exit run_rename(Context& context, const RenameOptions& options) {
   check_owner("the new owner", to);
   if (from == to) refuse("the new name is the old one");
   const std::vector<admin::Area> areas = areas_of(context, from);
-  if (areas.empty()) throw Failure(Exit::kNothingMatched, "no owner has the name {}", shown(from));
+  if (areas.empty()) not_found("no owner has the name {}", shown(from));
   for (const admin::Area area : kPersonalAreas) {
     if (!is_missing(context, area, to))
       refuse("{} already exists: nothing was renamed", shown(owner_folder(context, area, to)));
@@ -160,7 +152,7 @@ Exit run_remove(Context& context, const RemoveOptions& options) {
       all += folders.back().content;
     }
   }
-  if (folders.empty()) throw Failure(Exit::kNothingMatched, "no owner of that name has a folder");
+  if (folders.empty()) not_found("no owner of that name has a folder");
   ChangeReport report(context, "stgctl.user.remove/1", "removed");
   context.begin_changes(formatted("Delete {} folders with {} files, {}?", folders.size(), all.files,
                                   format_bytes(all.bytes)));

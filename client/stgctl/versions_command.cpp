@@ -1,7 +1,4 @@
-
-#include "client/admin/explain.h"
 #include "client/stgctl/look.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
@@ -27,18 +24,13 @@ Exit run_versions(Context& context, EntryOptions& options) {
     const bool keeps_documents = admin::expects_index(version.folder.area);
     const bool served =
         keeps_documents && served_for(context, version, options.no_lock) == version.path();
-    if (context.out().json()) {
-      Json fields = fields_of(version.view());
-      put_info(fields, version.info);
-      fields["served"] = served;
-      context.out().json_line("stgctl.versions/1", fields);
-      continue;
-    }
-    std::string subject;
-    append_subject(subject, version.view());
-    context.out().print("{}  {:>10}  {}  {}{}\n", subject, format_bytes(version.info.size),
-                        format_time(version.info.modify_time), shown(version.file),
-                        served ? "" : context.out().styled(Style::kYellow, "  (never read)"));
+    Json fields = fields_of(version.view());
+    put_info(fields, version.info);
+    fields["served"] = served;
+    context.out().result("stgctl.versions/1", fields, "{}  {:>10}  {}  {}{}\n",
+                         subject_text(version.view()), format_bytes(version.info.size),
+                         format_time(version.info.modify_time), shown(version.file),
+                         served ? "" : context.out().styled(Style::kYellow, "  (never read)"));
   }
   return exit_of(failures, !all.empty());
 }

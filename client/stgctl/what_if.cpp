@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <ctime>
-#include <utility>
 
 #include "client/stgctl/target.h"
 #include "client/stgctl/terminal.h"
@@ -124,14 +123,11 @@ std::string sentence_for(std::uint64_t target, const LimitFor& limit) {
 
 admin::Forecast forecast_of(Context& context, const admin::Scope& scope, bool by_access,
                             std::int64_t now) {
-  Progress progress(context.out(), context.options().progress, "counting", 0);
-  admin::ForecastOptions asked;
+  auto asked = context.walk<admin::ForecastOptions>();
   asked.scope = scope;
   asked.by_access = by_access;
   asked.now = now;
-  asked.locking = context.locking();
-  asked.stop = &Context::interrupt_flag();
-  asked.on_folder = [&](const admin::DocumentFolder& folder) { progress.advance(1, folder.path); };
+  const Progress progress(context.out(), "counting", asked);
   admin::Forecast forecast;
   walk_whole([&](const admin::FailureSink& failed) {
     return admin::forecast_cleaning(context.tree(), asked, failed, forecast);

@@ -6,8 +6,6 @@
 
 #include "client/admin/stats.h"
 #include "client/stgctl/context.h"
-#include "client/stgctl/exit_codes.h"
-#include "client/stgctl/output.h"
 
 namespace stgctl {
 

@@ -1,12 +1,8 @@
-
 #include "client/stgctl/look.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
 namespace {
-
-namespace sys = admin::sys;
 
 /// The document's file for a path in its folder: the file itself, or the file of a sub-part.
 std::string document_file(const admin::DocumentFolder& folder, const std::string& rest) {
@@ -32,16 +28,10 @@ Exit show_logical(Context& context, const EntryOptions& options, const admin::Lo
       [&](const admin::EntryView& entry) {
         if (entry.file != file || entry.folder->path != located.folder.path) return true;
         any = true;
-        if (context.out().json()) {
-          Json fields = fields_of(entry);
-          fields["direction"] = "logical";
-          context.out().json_line("stgctl.which/1", fields);
-        } else {
-          std::string subject;
-          append_subject(subject, entry);
-          context.out().print("{}{}\n", subject,
-                              entry.state == admin::EntryState::kUnindexed ? "  (orphan)" : "");
-        }
+        Json fields = fields_of(entry);
+        fields["direction"] = "logical";
+        context.out().result("stgctl.which/1", fields, "{}{}\n", subject_text(entry),
+                             entry.state == admin::EntryState::kUnindexed ? "  (orphan)" : "");
         return true;
       },
       warn_of_failures(context));
@@ -52,14 +42,10 @@ Exit show_physical(Context& context, const EntryOptions& options) {
   admin::EntryFailures failures;
   const std::vector<FoundEntry> all = versions_of(context, options, failures);
   for (const FoundEntry& version : all) {
-    if (context.out().json()) {
-      Json fields = fields_of(version.view());
-      fields["path"] = version.path();
-      fields["direction"] = "physical";
-      context.out().json_line("stgctl.which/1", fields);
-    } else {
-      context.out().print("{}\n", shown(version.path()));
-    }
+    Json fields = fields_of(version.view());
+    fields["path"] = version.path();
+    fields["direction"] = "physical";
+    context.out().result("stgctl.which/1", fields, "{}\n", shown(version.path()));
   }
   return exit_of(failures, !all.empty());
 }
@@ -76,10 +62,8 @@ Exit run_which(Context& context, Options& which) {
   const bool is_path = options.name.find_first_of("/\\") != std::string::npos;
   if (!is_path) return show_physical(context, options);
   const auto located = admin::locate_in(context.tree(), options.name);
-  if (!located || located->rest.empty()) {
-    throw Failure(Exit::kNothingMatched,
-                  shown(options.name) + " is not a file in a document folder of this tree");
-  }
+  if (!located || located->rest.empty())
+    not_found("{} is not a file in a document folder of this tree", shown(options.name));
   return show_logical(context, options, *located);
 }
 
