@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <tuple>
 
 #include "client/admin/repair_text.h"
@@ -140,8 +139,8 @@ class CheckReport {
   /// The place of a finding: a version in its printed form with its folder, or a path.
   std::string where_of(const Finding& finding) const {
     if (!finding.timestamp || !finding.area) return shown(place_of(finding));
-    const Subject version = {std::string(admin::name_of(*finding.area)), finding.owner,
-                             finding.name, *finding.timestamp};
+    const Subject version =
+        subject_in(*finding.area, finding.owner, finding.name, finding.timestamp);
     return formatted("{} in {}", shown(version), relative(finding.folder));
   }
 
@@ -289,19 +288,18 @@ class CheckReport {
   std::uint64_t m_lost = 0;  ///< documents of folders that are missing as a whole
 };
 
-struct Options {
-  Arguments app;
-  Flag quick{app, "--quick", "Check only names and indexes, not files"};
-  Flag full{app,
+struct Options : Arguments {
+  Flag quick{*this, "--quick", "Check only names and indexes, not files"};
+  Flag full{*this,
             "--full",
             "Also check sizes, times, key files and sub-parts (the default)",
             {excludes("--quick")}};
-  Flag strict{app, "--strict", "Treat findings of the severity info as problems"};
-  NumberOption path_limit{app, "--path-limit", "BYTES", "The longest path that programs can use",
+  Flag strict{*this, "--strict", "Treat findings of the severity info as problems"};
+  NumberOption path_limit{*this, "--path-limit", "BYTES", "The longest path that programs can use",
                           sys::kPathLimit};
-  Flag all{app, "--all", "Print every finding, not only ten of a kind in a folder"};
-  Flag codes{app, "--codes", "List the findings that exist, with meanings and remedies"};
-  NoLock no_lock{app};
+  Flag all{*this, "--all", "Print every finding, not only ten of a kind in a folder"};
+  Flag codes{*this, "--codes", "List the findings that exist, with meanings and remedies"};
+  NoLock no_lock{*this};
 };
 
 Exit show_codes(Context& context) {

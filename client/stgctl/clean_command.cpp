@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <deque>
 
 #include "client/stgctl/command.h"
@@ -9,21 +8,20 @@ namespace stgctl {
 
 namespace {
 
-struct Options {
-  Arguments app;
-  TextOption older_than{app, "--older-than", kAge, "The age limit: 90s, 15m, 12h, 30d, 4w, 1y"};
-  TextOption by{app,
+struct Options : Arguments {
+  TextOption older_than{*this, "--older-than", kAge, "The age limit: 90s, 15m, 12h, 30d, 4w, 1y"};
+  TextOption by{*this,
                 "--by",
                 "WORD",
                 "Which time decides: that of the last change, or of the last access",
                 {initially("mtime"), one_of({"mtime", "atime"})}};
-  TextOption max_size{app, "--max-size", kSize,
+  TextOption max_size{*this, "--max-size", kSize,
                       "Then remove the oldest until the rest is at most this large: 500M, 20G"};
-  Flag what_if{app,
+  Flag what_if{*this,
                "--what-if",
                "Remove nothing: show what each age limit would free, for every owner",
                {excludes("--older-than"), excludes("--max-size")}};
-  TextOption target_size{app,
+  TextOption target_size{*this,
                          "--target-size",
                          kSize,
                          "With --what-if: find the age limit that reduces the size to this",

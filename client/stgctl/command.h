@@ -77,10 +77,9 @@ class Arguments {
 
 // The members of a structure of options declare themselves, in the order of the help:
 //
-//     struct Options {
-//       Arguments app;
-//       TextOption name{app, "name", "NAME", "The logical name", {kRequired}};
-//       Flag quick{app, "--quick", "Read no file"};
+//     struct Options : Arguments {
+//       TextOption name{*this, "name", "NAME", "The logical name", {kRequired}};
+//       Flag quick{*this, "--quick", "Read no file"};
 //     };
 
 /// A value that is declared where it is defined. It stays at its place until the command runs.

@@ -3,7 +3,6 @@
 #include "client/stgctl/command_line.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <map>
 #include <sstream>
 
@@ -24,32 +23,6 @@ void apply(CLI::Option& option, Type type, Rules rules) {
     }
   }
 }
-
-}  // namespace
-
-void Arguments::add(const char* names, std::string& value, Type type, const char* description,
-                    Rules rules) {
-  for (const Rule& rule : rules) {
-    if (rule.kind == Rule::Kind::kInitially) value = rule.words.front();
-  }
-  apply(*m_app->add_option(names, value, description), type, rules);
-}
-
-void Arguments::add(const char* names, std::size_t& value, Type type, const char* description,
-                    Rules rules) {
-  apply(*m_app->add_option(names, value, description), type, rules);
-}
-
-void Arguments::add(const char* names, std::vector<std::string>& values, Type type,
-                    const char* description, Rules rules) {
-  apply(*m_app->add_option(names, values, description), type, rules);
-}
-
-void Arguments::add_flag(const char* names, bool& value, const char* description, Rules rules) {
-  apply(*m_app->add_flag(names, value, description), "", rules);
-}
-
-namespace {
 
 /// The global options as typed. Their texts are converted after the whole line was parsed.
 struct Typed {
@@ -73,12 +46,6 @@ const char* heading(Group group) {
     case Group::kHidden: return "";
     default: return "Other";
   }
-}
-
-template <class Enum>
-Enum chosen(const std::vector<std::string>& names, const std::string& name) {
-  const auto found = std::find(names.begin(), names.end(), name);
-  return static_cast<Enum>(found - names.begin());
 }
 
 std::string check_timeout(const std::string& text) {
@@ -125,11 +92,11 @@ void declare_global_options(CLI::App& app, GlobalOptions& options, Typed& typed)
 }
 
 void read_typed(const Typed& typed, GlobalOptions& options) {
-  options.layout = chosen<admin::Layout>(kLayouts, typed.layout);
-  options.color = chosen<When>(kWhen, typed.color);
-  options.progress = chosen<When>(kWhen, typed.progress);
+  options.layout = *value_named<admin::Layout>(kLayouts, typed.layout);
+  options.color = *value_named<When>(kWhen, typed.color);
+  options.progress = *value_named<When>(kWhen, typed.progress);
   if (!typed.trace.empty()) {
-    options.trace = chosen<vu_host::trace_level>(kLevels, CLI::detail::to_lower(typed.trace));
+    options.trace = *value_named<vu_host::trace_level>(kLevels, CLI::detail::to_lower(typed.trace));
   }
   options.lock_timeout.reset();
   if (typed.lock_timeout != "none") {
@@ -253,8 +220,9 @@ void read_type(const std::string& type, OptionUsage& usage) {
   const std::size_t open = type.find(":{");
   usage.value = type.substr(0, open);
   if (open == std::string::npos || !type.ends_with('}')) return;
-  std::istringstream choices(type.substr(open + 2, type.size() - open - 3));
-  for (std::string choice; std::getline(choices, choice, ',');) usage.choices.push_back(choice);
+  const std::string_view choices = std::string_view(type).substr(open + 2);
+  for (const std::string_view choice : split(choices.substr(0, choices.size() - 1), ','))
+    usage.choices.emplace_back(choice);
 }
 
 OptionUsage usage_of(const CLI::Option& option) {
@@ -293,6 +261,28 @@ void collect(const CLI::App& app, std::vector<std::string> path, std::vector<Com
 }
 
 }  // namespace
+
+void Arguments::add(const char* names, std::string& value, Type type, const char* description,
+                    Rules rules) {
+  for (const Rule& rule : rules) {
+    if (rule.kind == Rule::Kind::kInitially) value = rule.words.front();
+  }
+  apply(*m_app->add_option(names, value, description), type, rules);
+}
+
+void Arguments::add(const char* names, std::size_t& value, Type type, const char* description,
+                    Rules rules) {
+  apply(*m_app->add_option(names, value, description), type, rules);
+}
+
+void Arguments::add(const char* names, std::vector<std::string>& values, Type type,
+                    const char* description, Rules rules) {
+  apply(*m_app->add_option(names, values, description), type, rules);
+}
+
+void Arguments::add_flag(const char* names, bool& value, const char* description, Rules rules) {
+  apply(*m_app->add_flag(names, value, description), "", rules);
+}
 
 struct CommandLine::Parts {
   struct Leaf {

@@ -46,8 +46,6 @@ class CommandLine {
  public:
   CommandLine();
   ~CommandLine();
-  CommandLine(const CommandLine&) = delete;
-  CommandLine& operator=(const CommandLine&) = delete;
 
   /// Reads the arguments, without the program's name.
   /// @return nothing if a command is to run. Otherwise help or an error was printed, and this is

@@ -7,13 +7,12 @@ namespace stgctl {
 
 /// Returns the commands of one file.
 using Family = Commands();
-Family status_command, locks_command, doctor_command, stats_command, report_command, ls_command,
-    find_command, versions_command, which_command, cat_command, parts_command, show_commands,
-    index_commands, index_snapshot_command, index_log_command, index_diff_command,
-    index_restore_command, explain_commands, check_command, compare_command, init_command,
-    put_command, get_command, rm_command, mv_command, key_commands, user_commands, clean_command,
-    migrate_commands, sync_command, repair_commands, export_command, import_command,
-    completion_command, complete_command, manual_command;
+Family status_commands, doctor_command, stats_command, report_command, list_commands,
+    document_commands, show_commands, index_commands, snapshot_commands, index_restore_command,
+    explain_commands, check_command, compare_command, init_command, put_command, get_command,
+    rm_command, mv_command, key_commands, user_commands, clean_command, migrate_commands,
+    sync_command, repair_commands, export_command, import_command, completion_command,
+    complete_command, manual_command;
 
 template <class... Lists>
 Commands together(const Lists&... lists) {
@@ -23,13 +22,11 @@ Commands together(const Lists&... lists) {
 }
 
 Commands all_commands() {
-  return together(status_command(), locks_command(), doctor_command(), stats_command(),
-                  report_command(), ls_command(), find_command(), versions_command(),
-                  which_command(), cat_command(), parts_command(), show_commands(),
-                  index_commands(), index_snapshot_command(), index_log_command(),
-                  index_diff_command(), index_restore_command(), explain_commands(),
-                  check_command(), compare_command(), init_command(), put_command(), get_command(),
-                  rm_command(), mv_command(), key_commands(), user_commands(), clean_command(),
+  return together(status_commands(), doctor_command(), stats_command(), report_command(),
+                  list_commands(), document_commands(), show_commands(), index_commands(),
+                  snapshot_commands(), index_restore_command(), explain_commands(), check_command(),
+                  compare_command(), init_command(), put_command(), get_command(), rm_command(),
+                  mv_command(), key_commands(), user_commands(), clean_command(),
                   migrate_commands(), sync_command(), repair_commands(), export_command(),
                   import_command(), completion_command(), complete_command(), manual_command());
 }

@@ -11,11 +11,10 @@ namespace {
 
 using admin::Holding;
 
-struct Options {
-  Arguments app;
-  TextOption folder{app, "dir", "DIR", "The folder of an export", {kRequired}};
-  Flag quick{app, "--quick", "Compare only sizes and times; read no file"};
-  NoLock no_lock{app};
+struct Options : Arguments {
+  TextOption folder{*this, "dir", "DIR", "The folder of an export", {kRequired}};
+  Flag quick{*this, "--quick", "Compare only sizes and times; read no file"};
+  NoLock no_lock{*this};
 };
 
 enum class Code {
@@ -149,9 +148,7 @@ class Comparing final : public admin::InventorySink {
     const sys::Info info = sys::describe(file);
     bool is_good = info.kind == sys::Kind::kFile && info.size == m_item.what.info.size;
     if (is_good && !m_options.quick) {
-      sys::Locking unlocked;
-      unlocked.mode = sys::Locking::Mode::kNone;
-      is_good = read_content(file, unlocked).checksum == m_item.checksum;
+      is_good = read_content(file, sys::Locking::none()).checksum == m_item.checksum;
     }
     if (!is_good) {
       tell(Code::kExportDamaged, m_item.what,
@@ -186,29 +183,25 @@ class Comparing final : public admin::InventorySink {
       findings += m_found[i];
       if (m_found[i] != 0) codes[std::string(kKinds[i].name)] = m_found[i];
     }
-    if (out.json()) {
-      out.json_line("stgctl.compare/1", {{"record", "summary"},
-                                         {"depth", m_options.quick ? "quick" : "full"},
-                                         {"versions", m_sums.versions},
-                                         {"parts", m_sums.parts},
-                                         {"files", m_sums.files},
-                                         {"bytes", m_sums.bytes},
-                                         {"equal", m_equal},
-                                         {"left_out", m_left_out},
-                                         {"findings", findings},
-                                         {"codes", codes},
-                                         {"interrupted", Context::interrupted()}});
-      return;
-    }
-    if (findings == 0 && m_sums.items() == 0) {
-      out.error("there is nothing to compare");
-      return;
-    }
-    out.print("{} versions, {} sub-parts, {} files by path, {}: {}\n", m_sums.versions,
-              m_sums.parts, m_sums.files, format_bytes(m_sums.bytes),
-              out.styled(findings == 0 ? Style::kGreen : Style::kBold,
-                         findings == 0 ? "all equal"
-                                       : formatted("{} equal, {} findings", m_equal, findings)));
+    if (!out.json() && findings == 0 && m_sums.items() == 0)
+      return out.error("there is nothing to compare");
+    out.result("stgctl.compare/1",
+               {{"record", "summary"},
+                {"depth", m_options.quick ? "quick" : "full"},
+                {"versions", m_sums.versions},
+                {"parts", m_sums.parts},
+                {"files", m_sums.files},
+                {"bytes", m_sums.bytes},
+                {"equal", m_equal},
+                {"left_out", m_left_out},
+                {"findings", findings},
+                {"codes", codes},
+                {"interrupted", Context::interrupted()}},
+               "{} versions, {} sub-parts, {} files by path, {}: {}\n", m_sums.versions,
+               m_sums.parts, m_sums.files, format_bytes(m_sums.bytes),
+               out.styled(findings == 0 ? Style::kGreen : Style::kBold,
+                          findings == 0 ? "all equal"
+                                        : formatted("{} equal, {} findings", m_equal, findings)));
   }
 
   Context& m_context;

@@ -1,7 +1,6 @@
 // completion: the scripts of the shells. complete: what these scripts ask at
 // each TAB.
 
-#include <algorithm>
 #include <cstdlib>
 #include <set>
 
@@ -18,9 +17,8 @@ const std::map<std::string, const char*> kScripts = {{"bash", "stgctl.bash"},
                                                      {"fish", "stgctl.fish"},
                                                      {"powershell", "stgctl.ps1"}};
 
-struct ShellOption {
-  Arguments app;
-  TextOption shell{app,
+struct ShellOption : Arguments {
+  TextOption shell{*this,
                    "shell",
                    "SHELL",
                    "The shell",
@@ -28,37 +26,18 @@ struct ShellOption {
 };
 
 Exit run_completion(Context& context, const ShellOption& option) {
-  const std::string script(embedded_file(kScripts.at(option.shell)));
-  if (context.out().json()) {
-    context.out().json_line("stgctl.completion/1", {{"shell", option.shell}, {"script", script}});
-  } else {
-    context.out().write(script);
-  }
+  const std::string_view script = embedded_file(kScripts.at(option.shell));
+  context.out().result("stgctl.completion/1", {{"shell", option.shell}, {"script", script}}, "{}",
+                       script);
   return Exit::kDone;
 }
 
-}  // namespace
+// ---- complete ----------------------------------------------------------------------------------
 
-Commands completion_command() {
-  return {{"completion", Group::kOther, Effect::kLooks,
-           "Write a script that completes this program's command line", run_completion,
-           "  bash        source <(stgctl completion bash)\n"
-           "  zsh         stgctl completion zsh > a folder of $fpath, as _stgctl\n"
-           "  fish        stgctl completion fish | source\n"
-           "  powershell  stgctl completion powershell | Out-String | "
-           "Invoke-Expression"}};
-}
-
-// ---- complete
-// ----------------------------------------------------------------------------------
-
-namespace {
-
-struct Options {
-  Arguments app;
-  Flag described{app, "--described", "Also print descriptions, after a tab"};
-  Flag new_word{app, "--new-word", "The word to complete is empty, and not among the words"};
-  ListOption words{app, "word", "WORD", "After '--', the words up to the one to complete"};
+struct Options : Arguments {
+  Flag described{*this, "--described", "Also print descriptions, after a tab"};
+  Flag new_word{*this, "--new-word", "The word to complete is empty, and not among the words"};
+  ListOption words{*this, "word", "WORD", "After '--', the words up to the one to complete"};
 };
 
 /// What can follow, with descriptions. The shell itself completes folders and files.
@@ -254,6 +233,16 @@ Exit run_complete(Context& context, Options& options) {
 }
 
 }  // namespace
+
+Commands completion_command() {
+  return {{"completion", Group::kOther, Effect::kLooks,
+           "Write a script that completes this program's command line", run_completion,
+           "  bash        source <(stgctl completion bash)\n"
+           "  zsh         stgctl completion zsh > a folder of $fpath, as _stgctl\n"
+           "  fish        stgctl completion fish | source\n"
+           "  powershell  stgctl completion powershell | Out-String | "
+           "Invoke-Expression"}};
+}
 
 Commands complete_command() {
   return {{"complete", Group::kHidden, Effect::kLooks,

@@ -1,11 +1,8 @@
-#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <mutex>
-#include <system_error>
 #include <thread>
 
 #include "client/stgctl/command_line.h"
@@ -46,8 +43,6 @@ class TraceLog : public vu_host::trace_sink {
   ~TraceLog() override {
     if (m_owned) std::fclose(m_file);
   }
-  TraceLog(const TraceLog&) = delete;
-  TraceLog& operator=(const TraceLog&) = delete;
 
   /// The last warning or error since forget_trouble(), in one line, or empty.
   std::string trouble() const {
@@ -120,46 +115,57 @@ class TraceLog : public vu_host::trace_sink {
 
 constexpr const char* kStorageFolder = "storage";
 
-/// Gives the library a storage folder with another name than "storage".
-class NamedStorage : public vu_host::temporary_files {
- public:
-  explicit NamedStorage(const std::string& storage) : m_storage(storage) {}
-  void initialise(const char*, const char*) override {}
-  ucs2string server_folder() override { return ucs2string(vu_utf8string(m_storage)); }
-  ucs2string framework_root_folder() override { return server_folder(); }
-
- private:
-  std::string m_storage;
-};
-
 std::string environment(const char* name) {
   const char* const value = std::getenv(name);
   return value == nullptr ? std::string() : value;
 }
 
+/// Asks once for an exclusive lock on the file. A file that is missing or cannot be opened counts
+/// as free: the operation itself reports the problem.
+os::Status ask_for(const std::string& folder, const std::string& name) {
+  std::error_code error;
+  if (!fs::is_regular_file(to_path(joined(folder, name)), error)) return {};
+  for (const vu_file::type_access mode : {vu_file::o_write, vu_file::o_read}) {
+    vu_file file(folder, name);
+    bool refused = false;
+    // A read-only file opens only for reading. A shared lock at least detects writers.
+    if (!file.try_open(mode, refused, true)) continue;
+    return refused ? os::Status(0, os::Failure::kLocked) : os::Status();
+  }
+  return {};
+}
+
+void wait_for_one(Context& context, const std::string& folder, const std::string& name) {
+  const std::string path = joined(folder, name);
+  const os::Status status =
+      sys::wait_for_lock(path, context.locking(), [&] { return ask_for(folder, name); });
+  if (status.ok()) return;
+  Context::stop_if_interrupted();
+  throw lock_missed(context, path);
+}
+
 }  // namespace
 
-/// The library's host, for the time in which the library is used.
-class LibraryHost {
+/// The library's host, for the time in which the library is used. It gives the library a storage
+/// folder with another name than "storage".
+class LibraryHost : public TraceLog, private vu_host::temporary_files {
  public:
-  explicit LibraryHost(const GlobalOptions& options) : m_trace(options.trace, options.trace_file) {}
-  ~LibraryHost() { vu_host::install({}); }
-  LibraryHost(const LibraryHost&) = delete;
-  LibraryHost& operator=(const LibraryHost&) = delete;
-
   /// @param storage the folder for an initialisation by the library itself; empty for its default.
-  void install(const std::string& storage) {
-    if (!storage.empty()) m_named = std::make_unique<NamedStorage>(storage);
+  LibraryHost(const GlobalOptions& options, const std::string& storage)
+      : TraceLog(options.trace, options.trace_file), m_storage(storage) {
     vu_host::services services;
-    services.trace = &m_trace;
-    services.temp = m_named.get();
+    services.trace = this;
+    if (!storage.empty()) services.temp = this;
     vu_host::install(services);
   }
-  TraceLog& trace() { return m_trace; }
+  ~LibraryHost() override { vu_host::install({}); }
 
  private:
-  TraceLog m_trace;
-  std::unique_ptr<NamedStorage> m_named;
+  void initialise(const char*, const char*) override {}
+  ucs2string server_folder() override { return ucs2string(vu_utf8string(m_storage)); }
+  ucs2string framework_root_folder() override { return server_folder(); }
+
+  std::string m_storage;
 };
 
 Context::Context(const CommandLine& line, Output& output)
@@ -203,7 +209,7 @@ const admin::Tree& Context::tree() {
 void Context::take_apart(std::string& name, std::string& timestamp) {
   // A plain name needs no tree, so it does not load one.
   if (name.find('/') == std::string::npos) return;
-  const std::optional<VersionName> version = parse_version_name(name, tree().layout);
+  const std::optional<Subject> version = parse_version_name(name, tree().layout);
   if (!version) return;
   const auto set = [&](std::string& option, const std::string& value, const char* what) {
     if (!option.empty() && option != value)
@@ -259,8 +265,7 @@ void Context::initialise(admin::Layout layout, Adoption adoption) {
         shown(storage()));
   if (!usual && !admin::is_utf8(storage()))
     refuse("{}: the path is not UTF-8; use another path to it", shown(storage()));
-  m_host = std::make_unique<LibraryHost>(m_options);
-  m_host->install(usual ? "" : storage());
+  m_host = std::make_unique<LibraryHost>(m_options, usual ? "" : storage());
   // The library must use only the named tree. Adoption also stays off when the library initialises
   // itself.
   STGIndex::setSynchronizeMode(adoption == Adoption::kOn);
@@ -274,11 +279,11 @@ void Context::initialise(admin::Layout layout, Adoption adoption) {
 }
 
 void Context::forget_trouble() {
-  if (m_host) m_host->trace().forget_trouble();
+  if (m_host) m_host->forget_trouble();
 }
 
 std::string Context::trouble() const {
-  const std::string text = m_host ? m_host->trace().trouble() : std::string();
+  const std::string text = m_host ? m_host->trouble() : std::string();
   return text.empty() ? text : " (" + shown(text) + ")";
 }
 
@@ -305,34 +310,6 @@ void Context::confirm(std::string_view question) {
   if (answer != "y" && answer != "Y" && answer != "yes")
     refuse("not confirmed: nothing was changed");
 }
-
-namespace {
-
-/// Asks once for an exclusive lock on the file. A file that is missing or cannot be opened counts
-/// as free: the operation itself reports the problem.
-os::Status ask_for(const std::string& folder, const std::string& name) {
-  std::error_code error;
-  if (!fs::is_regular_file(to_path(joined(folder, name)), error)) return {};
-  for (const vu_file::type_access mode : {vu_file::o_write, vu_file::o_read}) {
-    vu_file file(folder, name);
-    bool refused = false;
-    // A read-only file opens only for reading. A shared lock at least detects writers.
-    if (!file.try_open(mode, refused, true)) continue;
-    return refused ? os::Status(0, os::Failure::kLocked) : os::Status();
-  }
-  return {};
-}
-
-void wait_for_one(Context& context, const std::string& folder, const std::string& name) {
-  const std::string path = joined(folder, name);
-  const os::Status status =
-      sys::wait_for_lock(path, context.locking(), [&] { return ask_for(folder, name); });
-  if (status.ok()) return;
-  Context::stop_if_interrupted();
-  throw lock_missed(context, path);
-}
-
-}  // namespace
 
 Failure lock_missed(Context& context, const std::string& path) {
   const std::chrono::duration<double> limit =

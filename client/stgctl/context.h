@@ -24,8 +24,6 @@ class Context {
  public:
   Context(const CommandLine& line, Output& output);
   ~Context();
-  Context(const Context&) = delete;
-  Context& operator=(const Context&) = delete;
 
   const GlobalOptions& options() const noexcept { return m_options; }
   bool is_dry_run() const noexcept { return m_options.dry_run; }
@@ -39,7 +37,7 @@ class Context {
   /// Changes nothing.
   /// @throws Failure kNoTree if there is no tree.
   const admin::Tree& tree();
-  /// Splits the printed form of a version (VersionName) into --area, --owner and --timestamp.
+  /// Splits the printed form of a version into --area, --owner and --timestamp.
   /// Leaves any other text unchanged. For commands with one name; commands with several names use a
   /// NamedVersion for each.
   /// @throws Failure kUsage if the text contradicts the options; as tree().

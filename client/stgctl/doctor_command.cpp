@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include "client/admin/shared_probe.h"
 #include "client/stgctl/command.h"
 
@@ -82,19 +80,18 @@ Exit run_doctor_shared(Context& context, const std::string& folder, const std::s
   return count_of(trial, Holds::kNo) == 0 ? Exit::kDone : Exit::kProblemsFound;
 }
 
-struct Options {
-  Arguments app;
+struct Options : Arguments {
   TextOption try_in{
-      app, "--try-locks", "DIR",
+      *this, "--try-locks", "DIR",
       "Test locks in this folder, with a temporary file (the folder for temporary files)"};
-  TextOption shared{app,
+  TextOption shared{*this,
                     "--shared",
                     "DIR",
                     "Test instead whether hosts can share the file system of this folder, which "
                     "need not be a tree",
                     {excludes("--try-locks")}};
   TextOption peer{
-      app,
+      *this,
       "--peer",
       "DIR",
       "With --shared: the same folder through another mount, which represents another host",

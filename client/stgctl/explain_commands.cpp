@@ -13,16 +13,14 @@ using admin::Step;
 enum class What { kRead, kWrite, kPart };
 
 /// What all three ask for.
-struct Version {
-  Arguments app;
-  TextOption entry{app, "entry", "ENTRY", "The logical name", {kRequired}};
-  TextOption timestamp{app, "--timestamp", kStamp, "The requested timestamp (0)"};
+struct Version : Arguments {
+  TextOption entry{*this, "entry", "ENTRY", "The logical name", {kRequired}};
+  TextOption timestamp{*this, "--timestamp", kStamp, "The requested timestamp (0)"};
 };
 
-struct ReadOptions {
-  Arguments app;
-  Version version{app};
-  NoLock no_lock{app};
+struct ReadOptions : Arguments {
+  Version version{*this};
+  NoLock no_lock{*this};
 };
 
 struct StampOption : TextOption {
@@ -31,22 +29,20 @@ struct StampOption : TextOption {
                    "The stamp: the text after \"_\" in the name of the folder of sub-parts") {}
 };
 
-struct WriteOptions {
-  Arguments app;
-  Version version{app};
-  Flag keep{app, "--keep", "Explain a write that may not replace a version"};
-  StampOption stamp{app};
-  NoLock no_lock{app};
+struct WriteOptions : Arguments {
+  Version version{*this};
+  Flag keep{*this, "--keep", "Explain a write that may not replace a version"};
+  StampOption stamp{*this};
+  NoLock no_lock{*this};
 };
 
-struct PartOptions {
-  Arguments app;
-  Version version{app};
-  StampOption stamp{app};
+struct PartOptions : Arguments {
+  Version version{*this};
+  StampOption stamp{*this};
   TextOption rendition{
-      app, "--rendition", "TEXT", "html@NAME, pdf@NAME or another one", {kRequired}};
-  TextOption part{app, "--part", "TEXT", "The file name of the sub-part", {kRequired}};
-  NoLock no_lock{app};
+      *this, "--rendition", "TEXT", "html@NAME, pdf@NAME or another one", {kRequired}};
+  TextOption part{*this, "--part", "TEXT", "The file name of the sub-part", {kRequired}};
+  NoLock no_lock{*this};
 };
 
 const char* name_of(What what) {

@@ -1,6 +1,3 @@
-#include <algorithm>
-#include <filesystem>
-#include <system_error>
 #include <unordered_map>
 
 #include "client/stgctl/command.h"
@@ -217,9 +214,8 @@ class Exporting final : public admin::InventorySink {
   bool m_lock_missed = false;
 };
 
-struct Options {
-  Arguments app;
-  TextOption folder{app, "dir", "DIR", "A new or empty folder outside the tree", {kRequired}};
+struct Options : Arguments {
+  TextOption folder{*this, "dir", "DIR", "A new or empty folder outside the tree", {kRequired}};
 };
 
 Exit run_export(Context& context, const Options& options) {

@@ -1,7 +1,3 @@
-#include <algorithm>
-#include <filesystem>
-#include <system_error>
-
 #include "client/stgctl/command.h"
 #include "client/stgctl/new_file.h"
 #include "client/stgctl/paths.h"
@@ -12,11 +8,10 @@ namespace stgctl {
 
 namespace {
 
-struct Options {
-  Arguments app;
-  TextOption name{app, "name", "NAME", "The logical name", {kRequired}};
-  TextOption timestamp{app, "--timestamp", kStamp, "The version (the latest)"};
-  TextOption output{app, "-o,--output", "FILE",
+struct Options : Arguments {
+  TextOption name{*this, "name", "NAME", "The logical name", {kRequired}};
+  TextOption timestamp{*this, "--timestamp", kStamp, "The version (the latest)"};
+  TextOption output{*this, "-o,--output", "FILE",
                     "The file to write, a folder, or '-' for the standard output (NAME)"};
 };
 

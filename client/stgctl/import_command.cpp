@@ -1,9 +1,6 @@
-#include <algorithm>
 #include <deque>
-#include <filesystem>
 #include <set>
 #include <sstream>
-#include <system_error>
 
 #include "client/stgctl/command.h"
 #include "client/stgctl/manifest.h"
@@ -16,10 +13,9 @@ namespace stgctl {
 
 namespace {
 
-struct Options {
-  Arguments app;
-  TextOption folder{app, "dir", "DIR", "The folder of an export", {kRequired}};
-  Flag replace{app, "--replace", "Replace versions that exist with different content"};
+struct Options : Arguments {
+  TextOption folder{*this, "dir", "DIR", "The folder of an export", {kRequired}};
+  Flag replace{*this, "--replace", "Replace versions that exist with different content"};
 };
 
 // ---- the journal -------------------------------------------------------------------------------
@@ -114,18 +110,14 @@ class Journal {
 // ---- checks ------------------------------------------------------------------------------------
 
 /// Names that only this system does not allow.
-void check_name_here(const std::string& what, const std::string& name) {
+void check_name_here(const char* what, std::string_view name) {
   if (sys::kSeparator != '\\') return;
   if (const char* const why = admin::why_not_portable(name))
     refuse("{} '{}' is not allowed: {}", what, shown(name), why);
 }
 
 void check_path_here(const std::string& path) {
-  for (std::size_t at = 0; at < path.size();) {
-    const std::size_t end = std::min(path.find('/', at), path.size());
-    check_name_here("the path's name", path.substr(at, end - at));
-    at = end + 1;
-  }
+  for (const std::string_view name : split(path, '/')) check_name_here("the path's name", name);
 }
 
 bool is_content_of(const ManifestItem& item, const Content& content) {
@@ -425,8 +417,7 @@ Exit run_import(Context& context, const Options& options) {
     }
   });
   if (!context.is_dry_run()) journal.close();
-  return report.finish({{"bytes", report.bytes()}, {"seconds", report.seconds()}},
-                       format_bytes(report.bytes()) + report.speed());
+  return report.finish_bytes();
 }
 
 }  // namespace

@@ -12,11 +12,10 @@ using admin::Verdict;
 
 enum class Wanted { kAllLines, kBadLines };
 
-struct Options {
-  Arguments app;
-  TextOption folder{app, "folder", "DIR",
+struct Options : Arguments {
+  TextOption folder{*this, "folder", "DIR",
                     "One document folder, instead of all that --area and --owner select"};
-  NoLock no_lock{app};
+  NoLock no_lock{*this};
 };
 
 std::string_view name_of(IndexState state) {
@@ -86,22 +85,17 @@ class IndexVisitor final : public admin::Visitor {
 
  private:
   void show_folder(IndexState state) {
-    if (m_context.out().json()) {
-      Json fields = {{"record", "index"},
-                     {"area", admin::name_of(m_view.folder().area)},
-                     {"owner", m_view.folder().owner},
-                     {"folder", m_view.folder().path},
-                     {"state", name_of(state)},
-                     {"bytes", m_view.index_text().size()}};
-      m_context.out().json_line(schema(), fields);
-      return;
-    }
-    if (m_wanted == Wanted::kAllLines || state != IndexState::kRead) {
-      m_context.out().print(
-          "{}{}\n",
-          m_context.out().styled(Style::kBold, shown(m_view.path_of(index_format::kIndexFile))),
-          state == IndexState::kRead ? "" : formatted("  {}", name_of(state)));
-    }
+    Output& out = m_context.out();
+    if (!out.json() && m_wanted == Wanted::kBadLines && state == IndexState::kRead) return;
+    out.result(schema(),
+               {{"record", "index"},
+                {"area", admin::name_of(m_view.folder().area)},
+                {"owner", m_view.folder().owner},
+                {"folder", m_view.folder().path},
+                {"state", name_of(state)},
+                {"bytes", m_view.index_text().size()}},
+               "{}{}\n", out.styled(Style::kBold, shown(m_view.path_of(index_format::kIndexFile))),
+               state == IndexState::kRead ? "" : formatted("  {}", name_of(state)));
   }
 
   void show_line(const LintedLine& line, const std::string& remark) {

@@ -11,16 +11,15 @@ using admin::NameStore;
 using admin::RestoredName;
 using admin::RestorePlan;
 
-struct Options {
-  Arguments app;
-  TextOption at{app,
+struct Options : Arguments {
+  TextOption at{*this,
                 "--at",
                 {"T", is_snapshot_name},
                 "The snapshot: its number, a time in UTC ('2026-03-01 12:00', '@SECONDS'), an age "
                 "('2h'); the latest otherwise"};
-  FolderOption folder{app};
-  NamesOption names{app};
-  Flag missing{app, "--missing", "Also list the names whose files are missing"};
+  FolderOption folder{*this};
+  NamesOption names{*this};
+  Flag missing{*this, "--missing", "Also list the names whose files are missing"};
 };
 
 /// A folder with names to restore.

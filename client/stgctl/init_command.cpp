@@ -1,6 +1,3 @@
-#include <filesystem>
-#include <system_error>
-
 #include "client/stgctl/command.h"
 #include "client/stgctl/paths.h"
 #include "client/stgctl/report.h"

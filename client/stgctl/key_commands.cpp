@@ -1,7 +1,5 @@
 // keys and profile: show, set, unset.
 
-#include <algorithm>
-
 #include "client/admin/key_files.h"
 #include "client/admin/locked_file.h"
 #include "client/stgctl/look.h"
@@ -16,26 +14,29 @@ namespace {
 
 using admin::KeyEdit;
 
-struct KeysSetOptions {
-  Arguments app;
-  TextOption file{app, "file", "NAME", "The key file's logical name", {kRequired}};
-  ListOption lines{app, "line", "KEY=VALUE", "Keys with their values", {kRequired}};
-};
-
-struct KeysUnsetOptions {
-  Arguments app;
-  TextOption file{app, "file", "NAME", "The key file's logical name", {kRequired}};
-  ListOption lines{app, "line", "KEY", "Keys; all their lines are removed", {kRequired}};
-};
-
-struct ProfileSetOptions {
-  Arguments app;
-  TextOption file{
-      app, "--file", "NAME", "The profile's name (profile.txt)", {initially("profile.txt")}};
-  ListOption lines{app, "line", "KEY=VALUE", "Keys with their values", {kRequired}};
-};
-
 enum class Change { kSet, kUnset };
+
+struct KeysSetOptions : Arguments {
+  static constexpr Change kChange = Change::kSet;
+  static constexpr const char* kSchema = "stgctl.keys.set/1";
+  TextOption file{*this, "file", "NAME", "The key file's logical name", {kRequired}};
+  ListOption lines{*this, "line", "KEY=VALUE", "Keys with their values", {kRequired}};
+};
+
+struct KeysUnsetOptions : Arguments {
+  static constexpr Change kChange = Change::kUnset;
+  static constexpr const char* kSchema = "stgctl.keys.unset/1";
+  TextOption file{*this, "file", "NAME", "The key file's logical name", {kRequired}};
+  ListOption lines{*this, "line", "KEY", "Keys; all their lines are removed", {kRequired}};
+};
+
+struct ProfileSetOptions : Arguments {
+  static constexpr Change kChange = Change::kSet;
+  static constexpr const char* kSchema = "stgctl.profile.set/1";
+  TextOption file{
+      *this, "--file", "NAME", "The profile's name (profile.txt)", {initially("profile.txt")}};
+  ListOption lines{*this, "line", "KEY=VALUE", "Keys with their values", {kRequired}};
+};
 
 /// One change of a key. The value is empty for kUnset.
 struct Edit {
@@ -151,7 +152,8 @@ std::string make_key_file(Context& context, const Target& target, const std::str
 }
 
 template <class Options>
-Exit run_edit(Context& context, Options& options, Change change, const char* schema) {
+Exit run_edit(Context& context, Options& options) {
+  constexpr Change change = Options::kChange;
   take_key_file(context, options.file);
   const bool is_elsewhere = document_area(context, admin::Area::kUser) != admin::Area::kUser;
   if (std::is_same_v<Options, ProfileSetOptions> && is_elsewhere)
@@ -169,7 +171,7 @@ Exit run_edit(Context& context, Options& options, Change change, const char* sch
   };
   check_there();
   const Subject subject = subject_in(target.area, target.owner, options.file, 0);
-  ChangeReport report(context, schema, change == Change::kSet ? "set" : "unset");
+  ChangeReport report(context, Options::kSchema, change == Change::kSet ? "set" : "unset");
   context.begin_changes(formatted("Change {} {} of {}?", edits.size(),
                                   edits.size() == 1 ? "line" : "lines", shown(subject)));
   if (!context.is_dry_run()) wait_until_free(context, folder);
@@ -191,50 +193,17 @@ Exit run_edit(Context& context, Options& options, Change change, const char* sch
   return report.finish();
 }
 
-Exit run_keys_set(Context& context, KeysSetOptions& options) {
-  return run_edit(context, options, Change::kSet, "stgctl.keys.set/1");
-}
-
-Exit run_keys_unset(Context& context, KeysUnsetOptions& options) {
-  return run_edit(context, options, Change::kUnset, "stgctl.keys.unset/1");
-}
-
-Exit run_profile_set(Context& context, ProfileSetOptions& options) {
-  return run_edit(context, options, Change::kSet, "stgctl.profile.set/1");
-}
-
-}  // namespace
-
-Commands key_commands() {
-  return {
-      {"keys set", Group::kChange, Effect::kChanges,
-       "Set lines of a key file; create the file if it is missing", run_keys_set,
-       "The area is user unless --area names another one. Other lines of the file do not\n"
-       "change. If a key has several lines, the first gets the value and the others are\n"
-       "removed."},
-      {"keys unset", Group::kChange, Effect::kChanges, "Remove lines of a key file", run_keys_unset,
-       "The area is user unless --area names another one. All lines of a key are\n"
-       "removed. Other lines of the file do not change."},
-      {"profile set", Group::kChange, Effect::kChanges, "Set lines of an owner's profile",
-       run_profile_set,
-       "This command does not change the master profile, which is outside every tree."}};
-}
-
 // ---- showing -----------------------------------------------------------------------------------
 
-namespace {
-
-struct ShowKeysOptions {
-  Arguments app;
-  TextOption name{app, "name", "NAME", "The key file's logical name", {kRequired}};
-  NoLock no_lock{app};
+struct ShowKeysOptions : Arguments {
+  TextOption name{*this, "name", "NAME", "The key file's logical name", {kRequired}};
+  NoLock no_lock{*this};
 };
 
-struct ShowProfileOptions {
-  Arguments app;
-  TextOption name{app, "name", "NAME", "The profile's name (profile.txt)"};
-  TextOption config{app, "--config", "DIR", "The folder of the master profile"};
-  NoLock no_lock{app};
+struct ShowProfileOptions : Arguments {
+  TextOption name{*this, "name", "NAME", "The profile's name (profile.txt)"};
+  TextOption config{*this, "--config", "DIR", "The folder of the master profile"};
+  NoLock no_lock{*this};
 };
 
 /// The place and owner of a key file.
@@ -258,17 +227,13 @@ Exit show(Context& context, const char* schema, const Place& place, bool no_lock
   }
   Json fields;
   if (!place.area.empty()) fields["area"] = place.area;
-  fields["owner"] = place.owner;
-  fields["name"] = place.name;
-  fields["path"] = place.path;
-  fields["passed_over"] = file.passed_over;
-  fields["lines"] = Json::array();
-  for (const auto& [name, value] : file.lines) {
-    Json line;
-    line["name"] = name;
-    line["value"] = value;
-    fields["lines"].push_back(std::move(line));
-  }
+  fields.update({{"owner", place.owner},
+                 {"name", place.name},
+                 {"path", place.path},
+                 {"passed_over", file.passed_over},
+                 {"lines", Json::array()}});
+  for (const auto& [name, value] : file.lines)
+    fields["lines"].push_back({{"name", name}, {"value", value}});
   context.out().json_line(schema, fields);
   return Exit::kDone;
 }
@@ -313,6 +278,21 @@ Exit run_profile(Context& context, ShowProfileOptions& options) {
 }
 
 }  // namespace
+
+Commands key_commands() {
+  return {{"keys set", Group::kChange, Effect::kChanges,
+           "Set lines of a key file; create the file if it is missing", run_edit<KeysSetOptions>,
+           "The area is user unless --area names another one. Other lines of the file do not\n"
+           "change. If a key has several lines, the first gets the value and the others are\n"
+           "removed."},
+          {"keys unset", Group::kChange, Effect::kChanges, "Remove lines of a key file",
+           run_edit<KeysUnsetOptions>,
+           "The area is user unless --area names another one. All lines of a key are\n"
+           "removed. Other lines of the file do not change."},
+          {"profile set", Group::kChange, Effect::kChanges, "Set lines of an owner's profile",
+           run_edit<ProfileSetOptions>,
+           "This command does not change the master profile, which is outside every tree."}};
+}
 
 Commands show_commands() {
   return {{"keys show", Group::kLook, Effect::kLooks, "Show the lines of a key file", run_keys,

@@ -1,14 +1,9 @@
 #include "client/stgctl/look.h"
 
-#include <algorithm>
 #include <array>
 #include <tuple>
 
 namespace stgctl {
-
-NoLock::NoLock(Arguments app)
-    : Flag(app, "--no-lock",
-           "Read indexes without a lock: never waits, but can see a half-written one") {}
 
 sys::Locking locking_for(Context& context, bool no_lock) {
   sys::Locking locking = context.locking();
@@ -114,49 +109,6 @@ std::string_view name_of(sys::Knowledge known) {
   return kNames[static_cast<std::size_t>(known)];
 }
 
-namespace {
-
-/// Writes entries one by one. The memory of the line is reused.
-class Lister {
- public:
-  Lister(Context& context, const char* schema, bool with_sizes)
-      : m_context(context), m_schema(schema), m_with_sizes(with_sizes) {}
-
-  bool show(const admin::EntryView& entry) {
-    ++m_count;
-    if (m_context.out().json()) {
-      Json fields = fields_of(entry);
-      if (m_with_sizes) put_info(fields, entry.info);
-      m_context.out().json_line(m_schema, fields);
-    } else {
-      m_line.clear();
-      if (m_with_sizes) {
-        append_formatted(m_line, "{:>10}  {}  ", format_bytes(entry.info.size),
-                         format_time(entry.info.modify_time));
-      }
-      append_subject(m_line, entry);
-      m_line += "  ";
-      append_name(m_line, entry.file);
-      if (entry.state == admin::EntryState::kUnindexed) m_line += "  (orphan)";
-      if (entry.state == admin::EntryState::kMissing) m_line += "  (dangling)";
-      m_line += '\n';
-      m_context.out().write(m_line);
-    }
-    return !Context::interrupted();
-  }
-
-  std::uint64_t count() const { return m_count; }
-
- private:
-  Context& m_context;
-  const char* m_schema;
-  bool m_with_sizes;
-  std::uint64_t m_count = 0;
-  std::string m_line;
-};
-
-}  // namespace
-
 admin::EntryQuery query_of(Context& context, const std::string& pattern,
                            const std::string& timestamp, bool no_lock) {
   auto query = context.walk<admin::EntryQuery>();
@@ -164,38 +116,6 @@ admin::EntryQuery query_of(Context& context, const std::string& pattern,
   if (!pattern.empty()) query.pattern = pattern;
   if (!timestamp.empty()) query.timestamp = parse_stamp(timestamp);
   return query;
-}
-
-Exit list_entries(Context& context, const admin::EntryQuery& query, const char* schema) {
-  Lister lister(context, schema, query.with_info);
-  const admin::EntryFailures failures = admin::for_each_entry(
-      context.tree(), query, [&](const admin::EntryView& entry) { return lister.show(entry); },
-      warn_of_failures(context));
-  return exit_of(failures, lister.count() != 0);
-}
-
-// ---- at one document ---------------------------------------------------------------------------
-
-std::vector<FoundEntry> versions_of(Context& context, const EntryOptions& options,
-                                    admin::EntryFailures& failures) {
-  admin::EntryQuery query = query_of(context, "", options.timestamp, options.no_lock);
-  query.logical = options.name;
-  query.with_info = true;
-  std::vector<FoundEntry> found;
-  failures = admin::for_each_entry(
-      context.tree(), query,
-      [&](const admin::EntryView& entry) {
-        found.emplace_back(entry);
-        return true;
-      },
-      warn_of_failures(context));
-  const auto order = [](const FoundEntry& entry) {
-    return std::tie(entry.folder.area, entry.folder.owner, entry.name, entry.timestamp);
-  };
-  std::sort(found.begin(), found.end(), [&](const FoundEntry& one, const FoundEntry& other) {
-    return order(one) < order(other);
-  });
-  return found;
 }
 
 }  // namespace stgctl

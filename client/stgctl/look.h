@@ -16,7 +16,9 @@ namespace stgctl {
 
 /// --no-lock, of a command that reads indexes.
 struct NoLock : Flag {
-  explicit NoLock(Arguments app);
+  explicit NoLock(Arguments app)
+      : Flag(app, "--no-lock",
+             "Read indexes without a lock: never waits, but can see a half-written one") {}
 };
 /// How the command reads: like Context::locking(), or without locks.
 sys::Locking locking_for(Context& context, bool no_lock);
@@ -58,32 +60,8 @@ std::string_view name_of(sys::Kind kind);
 /// "complete", "partial", "none".
 std::string_view name_of(sys::Knowledge known);
 
-// The help of two options of ls and find.
-inline constexpr const char* kPatternHelp = "Logical names: \"*\" and \"?\" match";
-inline constexpr const char* kLongHelp = "Also show sizes and times";
-
 /// What a listing asks for. An empty pattern or timestamp matches all.
 admin::EntryQuery query_of(Context& context, const std::string& pattern,
                            const std::string& timestamp, bool no_lock);
-/// Lists the matching entries one by one. @param schema "stgctl.ls/1".
-Exit list_entries(Context& context, const admin::EntryQuery& query, const char* schema);
-
-// ---- for the commands that look at one document: versions, which, cat, parts -------------------
-
-struct EntryOptions {
-  Arguments app;
-  const char* what = "The logical name";
-  TextOption name{app, "entry", "ENTRY", what, {kRequired}};
-  TextOption timestamp{app, "--timestamp", kStamp, "Only the version of this timestamp"};
-  NoLock no_lock{app};
-
-  /// Splits the name if it has the printed form of a version.
-  void take_apart(Context& context) { context.take_apart(name, timestamp); }
-};
-
-/// All versions of the name within --area, --owner and the options, sorted by area, owner, name and
-/// timestamp. Warns about folders that could not be read.
-std::vector<FoundEntry> versions_of(Context& context, const EntryOptions& options,
-                                    admin::EntryFailures& failures);
 
 }  // namespace stgctl

@@ -1,11 +1,9 @@
 #include "client/stgctl/manifest.h"
 
-#include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
 
 #include "client/stgctl/paths.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
@@ -19,13 +17,9 @@ constexpr std::array<std::string_view, 3> kKinds = {"version", "part", "file"};
 void put_exact(Json& object, const char* key, const std::string& bytes) {
   const bool is_text = admin::is_utf8(bytes);
   object[key] = is_text ? bytes : admin::to_utf8(bytes);
-  bool is_portable = is_text;
-  for (std::size_t at = 0; is_portable && at < bytes.size();) {
-    const std::size_t end = std::min(bytes.find('/', at), bytes.size());
-    const std::string part = bytes.substr(at, end - at);
-    is_portable = admin::portable_name(part) == part;
-    at = end + 1;
-  }
+  const auto is_kept = [](std::string_view part) { return admin::portable_name(part) == part; };
+  const bool is_portable =
+      is_text && (bytes.empty() || std::ranges::all_of(split(bytes, '/'), is_kept));
   if (!is_portable) object[std::string(key) + "_hex"] = admin::to_hex(bytes);
 }
 
@@ -37,14 +31,10 @@ std::string exact(const Parsed& object, const char* key) {
 
 /// Whether the names between "/" stay below their folder, on every system.
 bool stays_below(std::string_view path) {
-  if (path.empty() || path.find('\0') != std::string_view::npos) return false;
-  for (;;) {
-    const std::size_t end = std::min(path.find('/'), path.size());
-    const std::string_view name = path.substr(0, end);
-    if (name.empty() || name == "." || name == "..") return false;
-    if (end == path.size()) return true;
-    path.remove_prefix(end + 1);
-  }
+  return path.find('\0') == std::string_view::npos &&
+         std::ranges::none_of(split(path, '/'), [](std::string_view name) {
+           return name.empty() || name == "." || name == "..";
+         });
 }
 
 const char* why_no_item(const ManifestItem& item) {
@@ -193,10 +183,9 @@ bool ManifestReader::next(ManifestItem& item) {
   try {
     const Parsed line = Parsed::parse(text);
     const std::string record = line.at("record").get<std::string>();
-    const auto kind = std::find(kKinds.begin(), kKinds.end(), record);
-    if (kind != kKinds.end()) {
+    if (const auto kind = value_named<admin::HoldingKind>(kKinds, record)) {
       m_checksum.add(text);
-      item = item_of(line, static_cast<admin::HoldingKind>(kind - kKinds.begin()));
+      item = item_of(line, *kind);
       if (const char* const why = why_no_item(item)) damaged(why);
       if (m_last && *m_last >= item.what) damaged("its records are in the wrong order");
       m_last = item.what;

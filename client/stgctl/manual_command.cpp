@@ -27,38 +27,19 @@ After Ctrl-C or SIGTERM the program finishes the current entry, or the current b
 and prints the results. A second signal ends it at once.
 )";
 
-constexpr const char* kEnd = R"(.SH EXIT STATUS
-.TP
-.B 0
-Done.
-.TP
-.B 1
-Failed; no part of the request was done.
-.TP
-.B 2
-The command line is not valid.
-.TP
-.B 3
-Nothing in the tree matches the request.
-.TP
-.B 4
-A check found problems.
-.TP
-.B 5
-Some of the work was done, some failed.
-.TP
-.B 10
-There is no storage tree.
-.TP
-.B 11
-A lock was not obtained in time.
-.TP
-.B 12
-Refused: unsafe, or not confirmed.
-.TP
-.B 130
-Interrupted.
-.SH ENVIRONMENT
+constexpr std::array<std::pair<Exit, const char*>, 10> kExits = {
+    {{Exit::kDone, "Done."},
+     {Exit::kFailed, "Failed; no part of the request was done."},
+     {Exit::kUsage, "The command line is not valid."},
+     {Exit::kNothingMatched, "Nothing in the tree matches the request."},
+     {Exit::kProblemsFound, "A check found problems."},
+     {Exit::kPartlyDone, "Some of the work was done, some failed."},
+     {Exit::kNoTree, "There is no storage tree."},
+     {Exit::kLockTimeout, "A lock was not obtained in time."},
+     {Exit::kRefused, "Refused: unsafe, or not confirmed."},
+     {Exit::kInterrupted, "Interrupted."}}};
+
+constexpr const char* kEnd = R"(.SH ENVIRONMENT
 .TP
 .B STG_ROOT
 The folder that contains "storage", if neither
@@ -82,13 +63,7 @@ std::string roff(const std::string& text) {
   bool at_begin = true;
   for (const char c : text) {
     if (at_begin && (c == '.' || c == '\'')) result += "\\&";
-    if (c == '\\') {
-      result += "\\e";
-    } else if (c == '-') {
-      result += "\\-";
-    } else {
-      result += c;
-    }
+    result += c == '\\' ? "\\e" : c == '-' ? "\\-" : std::string(1, c);
     at_begin = c == '\n';
   }
   return result;
@@ -172,6 +147,9 @@ std::string manual_page(const std::vector<CommandUsage>& usage) {
     if (command.path.empty() || !command.subcommands.empty()) continue;
     page += command_section(command);
   }
+  page += ".SH EXIT STATUS\n";
+  for (const auto& [code, text] : kExits)
+    page += formatted(".TP\n.B {}\n{}\n", static_cast<int>(code), text);
   return page + kEnd;
 }
 

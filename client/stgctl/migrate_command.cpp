@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include "client/stgctl/command.h"
 #include "client/stgctl/operations.h"
 #include "stg_index.h"

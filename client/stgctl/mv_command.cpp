@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <set>
 
 #include "client/stgctl/command.h"
@@ -76,18 +75,17 @@ std::size_t move_batch(Context& context, std::span<Move> moves, ChangeReport& re
   return taken;
 }
 
-struct Options {
-  Arguments app;
-  TextOption from{app, "name", "NAME", "The logical name"};
-  TextOption to{app, "new-name", "NEW-NAME", "The new name"};
-  TextOption match{app, "--match", "PATTERN",
+struct Options : Arguments {
+  TextOption from{*this, "name", "NAME", "The logical name"};
+  TextOption to{*this, "new-name", "NEW-NAME", "The new name"};
+  TextOption match{*this, "--match", "PATTERN",
                    "All documents that match this pattern; * and ? as in a shell"};
   TextOption match_to{
-      app, "--to", "PATTERN",
+      *this, "--to", "PATTERN",
       "Their new name: each \"*\" takes the text that the same \"*\" of --match matched"};
-  TextOption timestamp{app, "--timestamp", kStamp, "The version, if there are several"};
-  TextOption new_timestamp{app, "--new-timestamp", kStamp, "The new version (unchanged)"};
-  Flag replace{app, "--replace", "Replace a version that exists"};
+  TextOption timestamp{*this, "--timestamp", kStamp, "The version, if there are several"};
+  TextOption new_timestamp{*this, "--new-timestamp", kStamp, "The new version (unchanged)"};
+  Flag replace{*this, "--replace", "Replace a version that exists"};
 };
 
 /// Adds the texts that the stars of a pattern match in a name. The first ones are as short as

@@ -1,9 +1,6 @@
 #include "client/stgctl/names_file.h"
 
-#include <algorithm>
-#include <filesystem>
 #include <regex>
-#include <system_error>
 
 #include "client/admin/name_restore.h"
 #include "client/stgctl/new_file.h"
@@ -14,6 +11,8 @@ namespace stgctl {
 namespace {
 
 constexpr const char* kEnding = ".names";
+/// The most snapshots to search: four days of hourly ones.
+constexpr std::size_t kMostSnapshots = 100;
 
 /// "2026-03-01", "2026-03-01 12:00", "2026-03-01T12:00:30Z"; a day or a minute means its end.
 std::optional<std::int64_t> parse_time(std::string_view text) {
@@ -35,14 +34,6 @@ std::optional<std::int64_t> parse_time(std::string_view text) {
 }
 
 }  // namespace
-
-NamesOption::NamesOption(Arguments app)
-    : TextOption(app, "--names", "FILE",
-                 "The file of saved names (beside the storage folder: 'storage.names')") {}
-
-FolderOption::FolderOption(Arguments app)
-    : TextOption(app, "--folder", "DIR",
-                 "One document folder, by its path or as 'docs/anna/00000042'") {}
 
 std::string place_outside(Context& context, const std::string& file) {
   std::error_code error;
@@ -107,25 +98,23 @@ std::optional<admin::DocumentFolder> NamesFilter::wanted(std::string_view saved_
 // ---- the names of snapshots --------------------------------------------------------------------
 
 std::optional<SnapshotName> parse_snapshot_name(std::string_view text, std::int64_t now) {
-  using Kind = SnapshotName::Kind;
-  if (text == "now") return SnapshotName{Kind::kNow, 0, 0};
-  if (text == "latest") return SnapshotName{Kind::kLatest, 0, 0};
-  if (const auto number = parse_number<std::uint64_t>(text)) {
-    if (*number == 0) return std::nullopt;
-    return SnapshotName{Kind::kNumber, *number, 0};
-  }
+  if (text == "latest") return SnapshotName();
+  if (const auto number = parse_number<std::uint64_t>(text))
+    return *number == 0 ? std::nullopt : std::optional(SnapshotName{.number = number});
+  std::optional<std::int64_t> time;
   if (text.starts_with('@')) {
-    const auto seconds = parse_number<std::int64_t>(text.substr(1));
-    if (!seconds) return std::nullopt;
-    return SnapshotName{Kind::kTime, 0, *seconds};
+    time = parse_number<std::int64_t>(text.substr(1));
+  } else if (const auto age = parse_age(text)) {
+    time = now - *age;
+  } else {
+    time = parse_time(text);
   }
-  if (const auto time = parse_time(text)) return SnapshotName{Kind::kTime, 0, *time};
-  if (const auto age = parse_age(text)) return SnapshotName{Kind::kTime, 0, now - *age};
-  return std::nullopt;
+  if (!time) return std::nullopt;
+  return SnapshotName{.time = time};
 }
 
 std::string is_snapshot_name_or_now(const std::string& text) {
-  if (parse_snapshot_name(text, 0)) return {};
+  if (text == "now" || parse_snapshot_name(text, 0)) return {};
   return "'" + text +
          "' is not a snapshot: use its number, 'latest', a time in UTC such as '2026-03-01 12:00', "
          "'@SECONDS', or an age such as '2h'";
@@ -136,14 +125,13 @@ std::string is_snapshot_name(const std::string& text) {
 }
 
 admin::Snapshot find_snapshot(admin::NameStore& store, const std::string& text) {
-  using Kind = SnapshotName::Kind;
   const SnapshotName name =
       parse_snapshot_name(text.empty() ? "latest" : text, os::now()).value_or(SnapshotName());
   const std::vector<admin::NameStore::Kept> all = store.snapshots();
   for (auto kept = all.rbegin(); kept != all.rend(); ++kept) {
-    const bool is_it =
-        name.kind == Kind::kLatest || (name.kind == Kind::kNumber && kept->number == name.number) ||
-        (name.kind == Kind::kTime && kept->snapshot && kept->snapshot->time <= name.time);
+    const bool is_it = name.number
+                           ? kept->number == *name.number
+                           : !name.time || (kept->snapshot && kept->snapshot->time <= *name.time);
     if (!is_it) continue;
     if (kept->snapshot) return *kept->snapshot;
     fail("snapshot {} is damaged; list the others with 'stgctl index log'", kept->number);
@@ -154,28 +142,14 @@ admin::Snapshot find_snapshot(admin::NameStore& store, const std::string& text) 
 }
 
 Json fields_of(const admin::Snapshot& snapshot) {
-  Json fields;
-  fields["number"] = snapshot.number;
-  fields["time"] = snapshot.time;
-  fields["storage"] = snapshot.storage;
-  fields["folders"] = snapshot.folders;
-  fields["entries"] = snapshot.entries;
-  fields["bytes"] = snapshot.bytes;
-  fields["changed"] = snapshot.changed;
-  fields["added"] = snapshot.added;
-  fields["removed"] = snapshot.removed;
-  fields["unread"] = snapshot.unread;
-  return fields;
+  return {{"number", snapshot.number},   {"time", snapshot.time},
+          {"storage", snapshot.storage}, {"folders", snapshot.folders},
+          {"entries", snapshot.entries}, {"bytes", snapshot.bytes},
+          {"changed", snapshot.changed}, {"added", snapshot.added},
+          {"removed", snapshot.removed}, {"unread", snapshot.unread}};
 }
 
 // ---- what saved names tell ---------------------------------------------------------------------
-
-namespace {
-
-/// The most snapshots to search: four days of hourly ones.
-constexpr std::size_t kMostSnapshots = 100;
-
-}  // namespace
 
 SavedNames::SavedNames(Context& context) : m_context(context) {
   const std::string file = names_file(context, {});

@@ -17,11 +17,15 @@ namespace stgctl {
 
 /// --names: the file of the saved names.
 struct NamesOption : TextOption {
-  explicit NamesOption(Arguments app);
+  explicit NamesOption(Arguments app)
+      : TextOption(app, "--names", "FILE",
+                   "The file of saved names (beside the storage folder: 'storage.names')") {}
 };
 /// --folder: one of the saved indexes.
 struct FolderOption : TextOption {
-  explicit FolderOption(Arguments app);
+  explicit FolderOption(Arguments app)
+      : TextOption(app, "--folder", "DIR",
+                   "One document folder, by its path or as 'docs/anna/00000042'") {}
 };
 
 /// The path of the file: @p option, or beside the storage folder. The tree need not exist.
@@ -34,10 +38,16 @@ std::string place_outside(Context& context, const std::string& file);
 /// The tree of the saved names: the existing tree, or the layout that it would have.
 admin::Tree tree_of_names(Context& context, const admin::Snapshot& snapshot);
 
+[[noreturn]] void fail(const admin::StoreError& error);
 /// Runs work on the file. @throws Failure in place of each StoreError.
 template <class Work>
-auto on_names(Work&& work) -> decltype(work());
-[[noreturn]] void fail(const admin::StoreError& error);
+auto on_names(Work&& work) -> decltype(work()) {
+  try {
+    return std::forward<Work>(work)();
+  } catch (const admin::StoreError& error) {
+    fail(error);
+  }
+}
 
 /// Selects saved indexes by --area, --owner and --folder.
 class NamesFilter {
@@ -54,12 +64,10 @@ class NamesFilter {
   std::string m_folder;
 };
 
-/// A snapshot as the user names it: "12", "latest", "2026-03-01 12:00", "@1772000000", "2h", "now".
+/// A snapshot as the user names it: "12", "latest", "2026-03-01 12:00", "@1772000000", "2h".
 struct SnapshotName {
-  enum class Kind : std::uint8_t { kNumber, kLatest, kTime, kNow };
-  Kind kind = Kind::kLatest;
-  std::uint64_t number = 0;
-  std::int64_t time = 0;  ///< seconds since 1970 UTC
+  std::optional<std::uint64_t> number = {};
+  std::optional<std::int64_t> time = {};  ///< seconds since 1970 UTC; "latest" has neither
 };
 /// @param now the time from which an age counts back. @return nothing for other text.
 std::optional<SnapshotName> parse_snapshot_name(std::string_view text, std::int64_t now);
@@ -73,15 +81,6 @@ admin::Snapshot find_snapshot(admin::NameStore& store, const std::string& text);
 /// The fields "number", "time", "storage", "folders", "entries", "bytes", "changed", "added",
 /// "removed", "unread".
 Json fields_of(const admin::Snapshot& snapshot);
-
-template <class Work>
-auto on_names(Work&& work) -> decltype(work()) {
-  try {
-    return std::forward<Work>(work)();
-  } catch (const admin::StoreError& error) {
-    fail(error);
-  }
-}
 
 // ---- what saved names tell ---------------------------------------------------------------------
 

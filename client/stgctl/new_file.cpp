@@ -1,9 +1,6 @@
 #include "client/stgctl/new_file.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <filesystem>
-#include <system_error>
 
 #include "client/stgctl/paths.h"
 #include "client/stgctl/text.h"

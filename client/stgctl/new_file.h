@@ -44,8 +44,6 @@ class NewFile {
   /// Beside @p path under kUnfinishedName.
   explicit NewFile(const std::string& path);
   ~NewFile();
-  NewFile(const NewFile&) = delete;
-  NewFile& operator=(const NewFile&) = delete;
 
   void write(std::string_view bytes);
   /// Completes the file: sets its time, if one is given, then renames it over a file at the path.

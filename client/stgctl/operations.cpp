@@ -1,11 +1,8 @@
 #include "client/stgctl/operations.h"
 
-#include <algorithm>
-#include <limits>
 #include <set>
 
 #include "client/stgctl/new_file.h"
-#include "client/stgctl/text.h"
 #include "vu_file.h"
 #include "vu_storage.h"
 
@@ -26,6 +23,44 @@ std::uint64_t free_bytes(Context& context) {
 void check_room(std::uint64_t needed, std::uint64_t free) {
   if (free < needed)
     fail("{} needed, {} free; free some space first", format_bytes(needed), format_bytes(free));
+}
+
+/// Replaces a version in place, through the library. A failed or killed copy leaves it truncated.
+void overwrite_file(Context& context, StoreItem& item) {
+  const auto look_up = [&] {
+    const auto found = KnownEntries(context).find(folder_for(context, item.target, item.name),
+                                                  item.name, item.timestamp);
+    if (!found) fail("another process removed it; store it again");
+    return *found;
+  };
+  item.old = look_up();
+  const FoundEntry& old = *item.old;
+  wait_until_free(context, old.folder.path, old.file);
+  // All checks come before the file is truncated.
+  check_room(item.size, free_bytes(context) + old.info.size);
+  check_storable(context, item);
+  const FoundParts parts(old.folder.path);
+  // The other type of the user area would remove key lines with this name.
+  const STG::RepositoryType type =
+      item.target.area == admin::Area::kUser ? STG::UserRepository : item.target.type;
+  context.forget_trouble();
+  const bool copied = vu_storage::copyToStorage(item.source, item.target.library_owner, item.name,
+                                                type, true, item.timestamp);
+  const FoundEntry stored = look_up();
+  if (!copied || stored.info.size != item.size)
+    fail(
+        "it could not be copied into the tree, and the version to be replaced is truncated; store "
+        "it again{}",
+        context.trouble());
+  // A copy of a read-only file is read-only, and could never be replaced.
+  if (stored.info.is_read_only) vu_file::chmodW(stored.path());
+  if (stored.info.modify_time != sys::describe(item.source).modify_time) {
+    context.out().warning(
+        formatted("{} has the current time, not that of {}: its file belongs to another account",
+                  shown(stored.path()), shown(item.source)));
+  }
+  // The file keeps its time, which can be older than its sub-parts. They would look up to date.
+  parts.remove({old.file});
 }
 
 }  // namespace
@@ -113,48 +148,6 @@ void check_storable(Context& context, const StoreItem& item) {
   if (const os::Status status = sys::probe_writable(path); !status.ok())
     fail("its file {} cannot be written: {}", shown(path), admin::why_not_usable(path, status));
 }
-
-namespace {
-
-/// Replaces a version in place, through the library. A failed or killed copy leaves it truncated.
-void overwrite_file(Context& context, StoreItem& item) {
-  const auto look_up = [&] {
-    const auto found = KnownEntries(context).find(folder_for(context, item.target, item.name),
-                                                  item.name, item.timestamp);
-    if (!found) fail("another process removed it; store it again");
-    return *found;
-  };
-  item.old = look_up();
-  const FoundEntry& old = *item.old;
-  wait_until_free(context, old.folder.path, old.file);
-  // All checks come before the file is truncated.
-  check_room(item.size, free_bytes(context) + old.info.size);
-  check_storable(context, item);
-  const FoundParts parts(old.folder.path);
-  // The other type of the user area would remove key lines with this name.
-  const STG::RepositoryType type =
-      item.target.area == admin::Area::kUser ? STG::UserRepository : item.target.type;
-  context.forget_trouble();
-  const bool copied = vu_storage::copyToStorage(item.source, item.target.library_owner, item.name,
-                                                type, true, item.timestamp);
-  const FoundEntry stored = look_up();
-  if (!copied || stored.info.size != item.size)
-    fail(
-        "it could not be copied into the tree, and the version to be replaced is truncated; store "
-        "it again{}",
-        context.trouble());
-  // A copy of a read-only file is read-only, and could never be replaced.
-  if (stored.info.is_read_only) vu_file::chmodW(stored.path());
-  if (stored.info.modify_time != sys::describe(item.source).modify_time) {
-    context.out().warning(
-        formatted("{} has the current time, not that of {}: its file belongs to another account",
-                  shown(stored.path()), shown(item.source)));
-  }
-  // The file keeps its time, which can be older than its sub-parts. They would look up to date.
-  parts.remove({old.file});
-}
-
-}  // namespace
 
 StoreBatch::StoreBatch(Context& context, std::size_t most_files)
     : m_context(context), m_most_files(most_files), m_free(free_bytes(context)) {}

@@ -1,6 +1,5 @@
 #include "client/stgctl/output.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -45,6 +44,11 @@ bool wants_colors(When when, terminal::Stream stream) {
   const char* const refused = std::getenv("NO_COLOR");
   return (refused == nullptr || *refused == '\0') && terminal::understands_colors(stream);
 }
+
+using namespace std::chrono_literals;
+
+constexpr auto kPatience = 500ms;
+constexpr auto kBetweenDrawings = 100ms;
 
 }  // namespace
 
@@ -137,15 +141,6 @@ void Output::message(Style style, std::string_view label, std::string_view text)
 }
 
 // ---- progress ----------------------------------------------------------------------------------
-
-namespace {
-
-using namespace std::chrono_literals;
-
-constexpr auto kPatience = 500ms;
-constexpr auto kBetweenDrawings = 100ms;
-
-}  // namespace
 
 Progress::Progress(Output& output, std::string what, std::uint64_t total)
     : m_output(output),

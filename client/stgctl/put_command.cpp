@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <deque>
 
 #include "client/stgctl/command.h"
@@ -10,17 +9,16 @@ namespace stgctl {
 
 namespace {
 
-struct Options {
-  Arguments app;
+struct Options : Arguments {
   ListOption sources{
-      app, "source", "SOURCE", "Files, or folders with all their content", {kRequired}};
-  TextOption as{app, "--as", "NAME", "The logical name, instead of the file's own"};
-  TextOption timestamp{app,
+      *this, "source", "SOURCE", "Files, or folders with all their content", {kRequired}};
+  TextOption as{*this, "--as", "NAME", "The logical name, instead of the file's own"};
+  TextOption timestamp{*this,
                        "--timestamp",
                        {"STAMP", is_stamp_or_mtime},
                        "The version: a number, or 'mtime' for the file's time (0)"};
-  Flag replace{app, "--replace", "Replace versions that exist"};
-  Flag keep_paths{app, "--keep-paths",
+  Flag replace{*this, "--replace", "Replace versions that exist"};
+  Flag keep_paths{*this, "--keep-paths",
                   "Name files by their paths below the folder, with \"~\" for each separator"};
 };
 
@@ -225,8 +223,7 @@ Exit run_put(Context& context, Options& options) {
   Storing storing(context, target, options.replace, report);
   report.in_batches("storing", std::span(sources), &Source::name,
                     [&](std::span<const Source> rest) { return storing.run(rest); });
-  return report.finish({{"bytes", report.bytes()}, {"seconds", report.seconds()}},
-                       format_bytes(report.bytes()) + report.speed());
+  return report.finish_bytes();
 }
 
 }  // namespace

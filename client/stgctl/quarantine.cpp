@@ -1,9 +1,6 @@
 #include "client/stgctl/repair.h"
 
-#include <algorithm>
-#include <filesystem>
 #include <nlohmann/json.hpp>
-#include <system_error>
 
 #include "client/stgctl/names_file.h"
 #include "client/stgctl/new_file.h"
@@ -60,11 +57,6 @@ std::string quarantine_folder(Context& context, const std::string& option) {
   if (folder == storage) refuse("{} is in the tree; name a place outside the tree", shown(option));
   return folder;
 }
-
-QuarantineOption::QuarantineOption(Arguments app)
-    : TextOption(app, "--quarantine", "DIR",
-                 "The folder for what repairs move away (beside the storage folder: "
-                 "'storage.quarantine')") {}
 
 std::string digest_of(std::string_view bytes) {
   const admin::Digest digest = admin::digest_of(bytes);
@@ -130,43 +122,36 @@ std::string AppliedPlan::item(const Step& step) const {
   return sys::join(folder(), formatted("{:04}", step.number));
 }
 
+AppliedPlan::AppliedPlan(Context& context, const std::string& folder, std::uint64_t number,
+                         LockedFile::For purpose, LockedFile::IfMissing if_missing)
+    : m_quarantine(folder), m_manifest(std::make_unique<LockedFile>()) {
+  m_record.number = number;
+  check(m_manifest->open(path(), purpose, if_missing, context.locking()), path());
+  std::string text;
+  check(m_manifest->read_all(text), path());
+  read(std::string_view(text));
+}
+
 AppliedPlan AppliedPlan::open(Context& context, const std::string& folder, std::uint64_t number,
                               LockedFile::For purpose) {
-  AppliedPlan plan;
-  plan.m_quarantine = folder;
-  plan.m_record.number = number;
-  plan.m_manifest = std::make_unique<LockedFile>();
-  check(
-      plan.m_manifest->open(plan.path(), purpose, LockedFile::IfMissing::kFail, context.locking()),
-      plan.path());
-  std::string text;
-  check(plan.m_manifest->read_all(text), plan.path());
-  plan.read(std::string_view(text));
-  return plan;
+  return {context, folder, number, purpose, LockedFile::IfMissing::kFail};
 }
 
 AppliedPlan AppliedPlan::begin(Context& context, const std::string& folder,
                                const std::string& digest, std::int64_t keep) {
   make_folder(folder);
   const std::vector<std::uint64_t> numbers = applied_plans(folder);
-  AppliedPlan plan;
-  plan.m_quarantine = folder;
-  plan.m_record.number = numbers.empty() ? 1 : numbers.back() + 1;
-  make_folder(plan.folder());
-  plan.m_manifest = std::make_unique<LockedFile>();
-  check(plan.m_manifest->open(plan.path(), LockedFile::For::kChanging, LockedFile::IfMissing::kMake,
-                              context.locking()),
-        plan.path());
-  std::string text;
-  check(plan.m_manifest->read_all(text), plan.path());
-  if (text.find('\n') != std::string::npos)
+  const std::uint64_t number = numbers.empty() ? 1 : numbers.back() + 1;
+  make_folder(sys::join(folder, plan_name(number)));
+  AppliedPlan plan(context, folder, number, LockedFile::For::kChanging,
+                   LockedFile::IfMissing::kMake);
+  if (plan.m_end != 0)
     fail("{} was just created by another repair; run the command again", shown(plan.path()));
   const std::int64_t now = os::now();
-  Json record = {{"schema", kSchema}, {"record", "begin"}, {"plan", digest}};
-  record["storage"] = context.tree().storage;
-  record["time"] = now;
-  record["expires"] = now + keep;
-  plan.append(record);
+  plan.append("begin", {{"plan", digest},
+                        {"storage", context.tree().storage},
+                        {"time", now},
+                        {"expires", now + keep}});
   return plan;
 }
 
@@ -202,7 +187,9 @@ void AppliedPlan::read(const nlohmann::json& record) {
 }
 
 /// Adds a line to the manifest, and reads it.
-void AppliedPlan::append(const Json& record) {
+void AppliedPlan::append(const char* kind, const Json& fields) {
+  Json record = {{"schema", kSchema}, {"record", kind}};
+  record.update(fields);
   const std::string line = record.dump() + "\n";
   // First removes what a stopped writer left after the last whole line, because it would join the
   // next line.
@@ -236,25 +223,20 @@ Step AppliedPlan::begin_step(const Repair& repair, const std::string* before,
     if (status.ok()) status = file.flush();
     check(status, item(step));
   }
-  Json record = {{"schema", kSchema}, {"record", "step"}, {"step", step.number}};
-  record.update(fields_of(repair));
-  if (!after.empty()) record["after"] = after;
-  if (was_missing) record["was_missing"] = true;
-  append(record);
+  Json fields = {{"step", step.number}};
+  fields.update(fields_of(repair));
+  if (!after.empty()) fields["after"] = after;
+  if (was_missing) fields["was_missing"] = true;
+  append("step", fields);
   return m_record.steps.back();
 }
 
-void AppliedPlan::note_done(const Step& step) {
-  append({{"schema", kSchema}, {"record", "done"}, {"step", step.number}});
-}
+void AppliedPlan::note_done(const Step& step) { append("done", {{"step", step.number}}); }
 
 void AppliedPlan::note_complete() {
-  if (!m_record.is_complete)
-    append({{"schema", kSchema}, {"record", "complete"}, {"time", os::now()}});
+  if (!m_record.is_complete) append("complete", {{"time", os::now()}});
 }
 
-void AppliedPlan::note_undone() {
-  append({{"schema", kSchema}, {"record", "undone"}, {"time", os::now()}});
-}
+void AppliedPlan::note_undone() { append("undone", {{"time", os::now()}}); }
 
 }  // namespace stgctl

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "client/admin/check.h"
+#include "client/admin/folder_view.h"
 #include "client/admin/locked_file.h"
 #include "client/stgctl/command.h"
 
@@ -82,6 +83,8 @@ Repair repair_of(const nlohmann::json& object);
 /// The bytes of a text in an object that Json wrote. @throws Failure kRefused if it is
 /// missing.
 std::string name_in(const nlohmann::json& object, const std::string& key);
+/// Why a file or folder is not one to move into the quarantine; null if it is.
+const char* why_not_movable(const admin::FolderView& view, const std::string& path, bool is_folder);
 /// The absolute form of a path below the storage folder. @throws Failure kRefused if it leads
 /// elsewhere, or over a link.
 std::string path_in_tree(Context& context, const std::string& path);
@@ -98,7 +101,10 @@ std::string path_in_tree(Context& context, const std::string& path);
 /// @throws Failure kRefused for a place in the tree.
 std::string quarantine_folder(Context& context, const std::string& option);
 struct QuarantineOption : TextOption {
-  explicit QuarantineOption(Arguments app);
+  explicit QuarantineOption(Arguments app)
+      : TextOption(app, "--quarantine", "DIR",
+                   "The folder for what repairs move away (beside the storage folder: "
+                   "'storage.quarantine')") {}
 };
 
 /// One step of a plan in its manifest.
@@ -150,10 +156,11 @@ class AppliedPlan {
   void note_undone();
 
  private:
-  AppliedPlan() = default;
+  AppliedPlan(Context& context, const std::string& folder, std::uint64_t number,
+              admin::LockedFile::For purpose, admin::LockedFile::IfMissing if_missing);
   void read(std::string_view text);
   void read(const nlohmann::json& record);
-  void append(const Json& record);
+  void append(const char* kind, const Json& fields);
   std::string folder() const;
   std::string path() const;
 

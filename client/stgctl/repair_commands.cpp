@@ -1,6 +1,5 @@
 // repair, undo, quarantine list and quarantine expire.
 
-#include <algorithm>
 #include <fstream>
 
 #include "client/stgctl/names_file.h"
@@ -23,28 +22,26 @@ std::string is_code(const std::string& text) {
              : "'" + text + "' is not a code; list them with 'stgctl check --codes'";
 }
 
-struct RepairOptions {
-  Arguments app;
-  TextOption plan{app, "--plan", "FILE", "Check the tree, and write a plan of repairs"};
+struct RepairOptions : Arguments {
+  TextOption plan{*this, "--plan", "FILE", "Check the tree, and write a plan of repairs"};
   TextOption apply{
-      app, "--apply", "FILE", "Carry out the plan in such a file", {excludes("--plan")}};
+      *this, "--apply", "FILE", "Carry out the plan in such a file", {excludes("--plan")}};
   ListOption only{
-      app, "--only", {"CODE", is_code}, "Plan only for findings of this code; may be repeated"};
-  Flag force{app, "--force", "With --plan: also plan what empties a folder or removes most of it"};
-  Flag expire{app, "--expire", "With --apply: also delete what expired plans moved away"};
-  QuarantineOption quarantine{app};
-  TextOption keep{app, "--keep", kAge, "How long 'undo' is possible (30d)", {initially("30d")}};
+      *this, "--only", {"CODE", is_code}, "Plan only for findings of this code; may be repeated"};
+  Flag force{*this, "--force",
+             "With --plan: also plan what empties a folder or removes most of it"};
+  Flag expire{*this, "--expire", "With --apply: also delete what expired plans moved away"};
+  QuarantineOption quarantine{*this};
+  TextOption keep{*this, "--keep", kAge, "How long 'undo' is possible (30d)", {initially("30d")}};
 };
 
-struct QuarantineOptions {
-  Arguments app;
-  QuarantineOption quarantine{app};
+struct QuarantineOptions : Arguments {
+  QuarantineOption quarantine{*this};
 };
 
-struct ExpireOptions {
-  Arguments app;
-  QuarantineOption quarantine{app};
-  Flag all{app, "--all", "Also plans that can still be undone"};
+struct ExpireOptions : Arguments {
+  QuarantineOption quarantine{*this};
+  Flag all{*this, "--all", "Also plans that can still be undone"};
 };
 
 std::string in_words(const Repair& repair) {

@@ -1,6 +1,5 @@
 #include "client/stgctl/repair.h"
 
-#include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -9,7 +8,6 @@
 #include "client/admin/repair_text.h"
 #include "client/stgctl/look.h"
 #include "client/stgctl/names_file.h"
-#include "client/stgctl/target.h"
 
 namespace stgctl {
 
@@ -26,143 +24,13 @@ constexpr const char* kSchema = "stgctl.repair-plan/1";
 constexpr std::array<std::string_view, 5> kKinds = {"remove-lines", "remove-key-lines",
                                                     "set-counter", "quarantine", "restore-lines"};
 
-[[noreturn]] void reject(const std::string& what) {
-  refuse("the plan is not accepted: {}; write one with 'stgctl repair --plan FILE'", what);
-}
-
-}  // namespace
-
-std::string_view name_of(RepairKind kind) { return kKinds[static_cast<std::size_t>(kind)]; }
-
-std::optional<RepairKind> repair_named(std::string_view name) {
-  const auto found = std::find(kKinds.begin(), kKinds.end(), name);
-  if (found == kKinds.end()) return std::nullopt;
-  return static_cast<RepairKind>(found - kKinds.begin());
-}
-
-Json fields_of(const Repair& repair) {
-  Json fields = {{"repair", name_of(repair.kind)}, {"code", repair.code}, {"path", repair.path}};
-  if (!repair.lines.empty()) {
-    fields["lines"] = Json::array();
-    for (std::size_t i = 0; i < repair.lines.size(); ++i) {
-      Json& line = fields["lines"].push_back({{"text", repair.lines[i]}});
-      if (i < repair.codes.size()) line["why"] = repair.codes[i];
-    }
-  }
-  if (repair.kind == RepairKind::kSetCounter) fields["value"] = repair.value;
-  if (repair.kind == RepairKind::kQuarantine) {
-    fields["kind"] = repair.is_folder ? "folder" : "file";
-    fields["bytes"] = repair.bytes;
-    fields["modified"] = repair.modified;
-  }
-  return fields;
-}
-
-Repair repair_of(const nlohmann::json& object) {
-  Repair repair;
-  const auto kind = repair_named(object.value("repair", ""));
-  if (!kind) reject(formatted("'{}' is not a repair", shown(object.value("repair", ""))));
-  repair.kind = *kind;
-  repair.code = object.value("code", "");
-  repair.path = name_in(object, "path");
-  if (object.contains("lines")) {
-    for (const Parsed& line : items_of(object.at("lines"))) {
-      repair.lines.push_back(name_in(line, "text"));
-      repair.codes.push_back(line.value("why", ""));
-    }
-  }
-  repair.value = object.value("value", "");
-  repair.is_folder = object.value("kind", "file") == "folder";
-  repair.bytes = object.value("bytes", std::uint64_t{0});
-  repair.modified = object.value("modified", std::int64_t{0});
-  const std::string_view file = std::string_view(repair.path).substr(repair.path.rfind('/') + 1);
-  const bool is_of_index =
-      repair.kind == RepairKind::kRemoveLines || repair.kind == RepairKind::kRestoreLines;
-  const bool fits = is_of_index                              ? file == index_format::kIndexFile
-                    : repair.kind == RepairKind::kSetCounter ? file == index_format::kCounterFile
-                                                             : !index_format::is_index_file(file);
-  if (!fits)
-    reject(formatted("{} is not a target for '{}'", shown(repair.path), name_of(repair.kind)));
-  const bool is_number = index_format::is_generated_name(repair.value) && repair.value.size() <= 10;
-  if (repair.kind == RepairKind::kSetCounter && !is_number)
-    reject(formatted("'{}' is not a value of a counter", shown(repair.value)));
-  return repair;
-}
-
-std::string text_of(const RepairPlan& plan) {
-  Json object = {{"schema", kSchema},
-                 {"storage", plan.storage},
-                 {"time", plan.time},
-                 {"repairs", Json::array()}};
-  for (const Repair& repair : plan.repairs) object["repairs"].push_back(fields_of(repair));
-  object["costs"] = plan.costs;
-  object["left"] = Json::array();
-  for (const LeftAlone& left : plan.left) {
-    object["left"].push_back({{"code", left.code},
-                              {"path", left.path},
-                              {"detail", left.detail},
-                              {"remedy", left.remedy}});
-  }
-  return object.dump(2) + "\n";
-}
-
-RepairPlan read_plan(Context& context, const std::string& text) {
-  try {
-    // A text that is not JSON gets a message of this program, not of the JSON library.
-    const Parsed object = Parsed::parse(text, nullptr, false);
-    if (!object.is_object() || object.value("schema", "") != kSchema)
-      reject(formatted("it does not contain \"schema\": \"{}\"", kSchema));
-    RepairPlan plan;
-    plan.storage = name_in(object, "storage");
-    if (plan.storage != context.tree().storage)
-      reject(formatted("it is for {}", shown(plan.storage)));
-    if (object.contains("costs")) {
-      for (const Parsed& cost : items_of(object.at("costs")))
-        plan.costs.push_back(shown(cost.get<std::string>()));
-    }
-    for (const Parsed& each : items_of(object.at("repairs"))) {
-      plan.repairs.push_back(repair_of(each));
-      path_in_tree(context, plan.repairs.back().path);
-    }
-    return plan;
-  } catch (const Parsed::exception&) {
-    reject("its lists are not in the form that 'repair --plan' writes");
-  }
-}
-
-std::string name_in(const nlohmann::json& object, const std::string& key) {
-  if (object.contains(key + "_hex")) {
-    const std::string digits = object.at(key + "_hex").get<std::string>();
-    if (auto bytes = from_hex(digits)) return *std::move(bytes);
-    reject("'" + shown(digits) + "' are not hexadecimal digits");
-  }
-  if (!object.contains(key)) reject(formatted("\"{}\" is missing", key));
-  return object.at(key).get<std::string>();
-}
-
-std::string path_in_tree(Context& context, const std::string& path) {
-  std::string full = context.tree().storage;
-  std::size_t parts = 0;
-  for (std::string_view rest = path;;) {
-    const std::size_t end = std::min(rest.find('/'), rest.size());
-    const std::string_view part = rest.substr(0, end);
-    const bool is_index = index_format::is_index_file(part);
-    if ((!is_index && admin::why_not_safe(part) != nullptr) || (is_index && end != rest.size()) ||
-        (parts == 0 && !admin::area_named(part)))
-      reject(formatted("{} is not a path in the tree", shown(path)));
-    full = sys::join(full, part);
-    ++parts;
-    if (end == rest.size()) break;
-    rest.remove_prefix(end + 1);
-  }
-  if (parts < 2) reject(formatted("{} is not a file of a document folder", shown(path)));
-  check_no_link(context, full);
-  return full;
+template <class... Args>
+[[noreturn]] void reject(admin::FormatPattern<sizeof...(Args)> pattern, const Args&... args) {
+  refuse("the plan is not accepted: {}; write one with 'stgctl repair --plan FILE'",
+         formatted(pattern, args...));
 }
 
 // ---- from the findings of a check to a plan ----------------------------------------------------
-
-namespace {
 
 using admin::Code;
 using admin::Finding;
@@ -316,10 +184,13 @@ class Planning {
     }
     for (std::uint32_t at = 0; at < m_view.names().size(); ++at) {
       const admin::Name& name = m_view.names()[at];
-      const bool is_data = name.kind == sys::Kind::kFile && !index_format::is_index_file(name.text);
-      if (is_data && !lint.is_claimed(at) && !admin::is_unfinished(name.text)) return true;
+      if (is_data(name) && !lint.is_claimed(at) && !admin::is_unfinished(name.text)) return true;
     }
     return false;
+  }
+
+  static bool is_data(const admin::Name& name) {
+    return name.kind == sys::Kind::kFile && !index_format::is_index_file(name.text);
   }
 
   /// Whether a repair moves a file that can be a document.
@@ -332,20 +203,17 @@ class Planning {
   /// index of the folder's first repair.
   void spare_folder(const std::string& path, std::size_t before,
                     const std::vector<const Finding*>& done) {
-    std::size_t files = 0;
-    for (const admin::Name& name : m_view.names()) {
-      if (name.kind == sys::Kind::kFile && !index_format::is_index_file(name.text)) ++files;
+    const auto files = std::ranges::count_if(m_view.names(), is_data);
+    const auto planned = std::span(m_plan.repairs).subspan(before);
+    const auto moved = std::ranges::count_if(planned, takes_document);
+    std::ptrdiff_t names = 0;
+    for (const Repair& repair : planned) {
+      if (repair.kind == RepairKind::kRemoveLines)
+        names += std::ranges::count(repair.codes, admin::name_of(admin::Verdict::kNoFile));
     }
-    std::size_t moved = 0;
-    std::size_t names = 0;
-    for (std::size_t i = before; i < m_plan.repairs.size(); ++i) {
-      const Repair& repair = m_plan.repairs[i];
-      if (takes_document(repair)) ++moved;
-      if (repair.kind != RepairKind::kRemoveLines) continue;
-      for (const std::string& why : repair.codes)
-        names += why == admin::name_of(admin::Verdict::kNoFile) ? 1 : 0;
-    }
-    const std::size_t all_names = names + count_entries();
+    auto all_names = names;
+    for (const admin::LintedLine& line : admin::IndexLint(m_view))
+      all_names += line.verdict == admin::Verdict::kEntry ? 1 : 0;
     if (2 * moved <= files && 2 * names <= all_names) return;
     const std::string what = formatted(
         "{}: {} of {} files would move to the quarantine, and {} of {} names would leave the index",
@@ -354,21 +222,15 @@ class Planning {
     const auto takes = [](const Repair& repair) {
       return repair.kind == RepairKind::kRemoveLines || takes_document(repair);
     };
-    std::erase_if(m_plan.repairs, [&, at = std::size_t{0}](const Repair& repair) mutable {
-      return at++ >= before && takes(repair);
-    });
+    m_plan.repairs.erase(
+        std::remove_if(m_plan.repairs.begin() + static_cast<std::ptrdiff_t>(before),
+                       m_plan.repairs.end(), takes),
+        m_plan.repairs.end());
     for (const Finding* const finding : done) {
       const bool was_to_be_taken =
           is_about_lines(finding->code) || finding->code == Code::kFileWithoutLine;
       if (was_to_be_taken) leave(*finding, kNeedsForce);
     }
-  }
-
-  std::size_t count_entries() const {
-    std::size_t count = 0;
-    for (const admin::LintedLine& line : admin::IndexLint(m_view))
-      count += line.verdict == admin::Verdict::kEntry ? 1 : 0;
-    return count;
   }
 
   void plan_lines() {
@@ -408,10 +270,7 @@ class Planning {
     const sys::Info info = sys::describe(path);
     const bool is_folder = info.kind == sys::Kind::kFolder;
     // If the index has lost its names, every file is an orphan. Names are restored first.
-    const bool is_still = finding.code == Code::kUnfinishedFile ? admin::is_leftover(path)
-                          : is_folder ? admin::is_orphaned_parts(m_view, finding.name)
-                                      : admin::is_unclaimed_file(m_view, finding.name);
-    if (!is_still) return false;
+    if (why_not_movable(m_view, path, is_folder) != nullptr) return false;
     Repair& repair = add(RepairKind::kQuarantine, finding.code, path);
     repair.is_folder = is_folder;
     repair.bytes = info.size;
@@ -465,6 +324,126 @@ class Planning {
 };
 
 }  // namespace
+
+std::string_view name_of(RepairKind kind) { return kKinds[static_cast<std::size_t>(kind)]; }
+
+std::optional<RepairKind> repair_named(std::string_view name) {
+  return value_named<RepairKind>(kKinds, name);
+}
+
+Json fields_of(const Repair& repair) {
+  Json fields = {{"repair", name_of(repair.kind)}, {"code", repair.code}, {"path", repair.path}};
+  if (!repair.lines.empty()) {
+    fields["lines"] = Json::array();
+    for (std::size_t i = 0; i < repair.lines.size(); ++i) {
+      Json& line = fields["lines"].push_back({{"text", repair.lines[i]}});
+      if (i < repair.codes.size()) line["why"] = repair.codes[i];
+    }
+  }
+  if (repair.kind == RepairKind::kSetCounter) fields["value"] = repair.value;
+  if (repair.kind == RepairKind::kQuarantine) {
+    fields["kind"] = repair.is_folder ? "folder" : "file";
+    fields["bytes"] = repair.bytes;
+    fields["modified"] = repair.modified;
+  }
+  return fields;
+}
+
+Repair repair_of(const nlohmann::json& object) {
+  Repair repair;
+  const auto kind = repair_named(object.value("repair", ""));
+  if (!kind) reject("'{}' is not a repair", shown(object.value("repair", "")));
+  repair.kind = *kind;
+  repair.code = object.value("code", "");
+  repair.path = name_in(object, "path");
+  if (object.contains("lines")) {
+    for (const Parsed& line : items_of(object.at("lines"))) {
+      repair.lines.push_back(name_in(line, "text"));
+      repair.codes.push_back(line.value("why", ""));
+    }
+  }
+  repair.value = object.value("value", "");
+  repair.is_folder = object.value("kind", "file") == "folder";
+  repair.bytes = object.value("bytes", std::uint64_t{0});
+  repair.modified = object.value("modified", std::int64_t{0});
+  const std::string_view file = std::string_view(repair.path).substr(repair.path.rfind('/') + 1);
+  const bool is_of_index =
+      repair.kind == RepairKind::kRemoveLines || repair.kind == RepairKind::kRestoreLines;
+  const bool fits = is_of_index                              ? file == index_format::kIndexFile
+                    : repair.kind == RepairKind::kSetCounter ? file == index_format::kCounterFile
+                                                             : !index_format::is_index_file(file);
+  if (!fits) reject("{} is not a target for '{}'", shown(repair.path), name_of(repair.kind));
+  const bool is_number = index_format::is_generated_name(repair.value) && repair.value.size() <= 10;
+  if (repair.kind == RepairKind::kSetCounter && !is_number)
+    reject("'{}' is not a value of a counter", shown(repair.value));
+  return repair;
+}
+
+std::string text_of(const RepairPlan& plan) {
+  Json object = {{"schema", kSchema},
+                 {"storage", plan.storage},
+                 {"time", plan.time},
+                 {"repairs", Json::array()}};
+  for (const Repair& repair : plan.repairs) object["repairs"].push_back(fields_of(repair));
+  object["costs"] = plan.costs;
+  object["left"] = Json::array();
+  for (const LeftAlone& left : plan.left) {
+    object["left"].push_back({{"code", left.code},
+                              {"path", left.path},
+                              {"detail", left.detail},
+                              {"remedy", left.remedy}});
+  }
+  return object.dump(2) + "\n";
+}
+
+RepairPlan read_plan(Context& context, const std::string& text) {
+  try {
+    // A text that is not JSON gets a message of this program, not of the JSON library.
+    const Parsed object = Parsed::parse(text, nullptr, false);
+    if (!object.is_object() || object.value("schema", "") != kSchema)
+      reject("it does not contain \"schema\": \"{}\"", kSchema);
+    RepairPlan plan;
+    plan.storage = name_in(object, "storage");
+    if (plan.storage != context.tree().storage) reject("it is for {}", shown(plan.storage));
+    if (object.contains("costs")) {
+      for (const Parsed& cost : items_of(object.at("costs")))
+        plan.costs.push_back(shown(cost.get<std::string>()));
+    }
+    for (const Parsed& each : items_of(object.at("repairs"))) {
+      plan.repairs.push_back(repair_of(each));
+      path_in_tree(context, plan.repairs.back().path);
+    }
+    return plan;
+  } catch (const Parsed::exception&) {
+    reject("its lists are not in the form that 'repair --plan' writes");
+  }
+}
+
+std::string name_in(const nlohmann::json& object, const std::string& key) {
+  if (object.contains(key + "_hex")) {
+    const std::string digits = object.at(key + "_hex").get<std::string>();
+    if (auto bytes = from_hex(digits)) return *std::move(bytes);
+    reject("'{}' are not hexadecimal digits", shown(digits));
+  }
+  if (!object.contains(key)) reject("\"{}\" is missing", key);
+  return object.at(key).get<std::string>();
+}
+
+std::string path_in_tree(Context& context, const std::string& path) {
+  std::string full = context.tree().storage;
+  const std::vector<std::string_view> parts = split(path, '/');
+  for (const std::string_view& part : parts) {
+    const bool is_index = index_format::is_index_file(part);
+    if ((!is_index && admin::why_not_safe(part) != nullptr) ||
+        (is_index && &part != &parts.back()) ||
+        (&part == &parts.front() && !admin::area_named(part)))
+      reject("{} is not a path in the tree", shown(path));
+    full = sys::join(full, part);
+  }
+  if (parts.size() < 2) reject("{} is not a file of a document folder", shown(path));
+  check_no_link(context, full);
+  return full;
+}
 
 RepairPlan make_plan(Context& context, const std::vector<std::string>& only, Emptying emptying) {
   return Planning(context, only, emptying).run();

@@ -172,20 +172,6 @@ std::string set_counter(Context& context, const Repair& repair, const std::strin
   return "to " + repair.value;
 }
 
-/// Skips the step if the planned item is not one to move any more.
-void check_movable(const FolderView& view, const Repair& repair, const std::string& path,
-                   const sys::Info& info) {
-  if (admin::is_unfinished(file_of(path))) {
-    if (!admin::is_leftover(path)) skip("the program that created it is running");
-  } else if (repair.is_folder) {
-    if (!admin::is_orphaned_parts(view, file_of(path))) skip("its document exists");
-  } else if (!admin::is_unclaimed_file(view, file_of(path))) {
-    skip("it has an entry now");
-  }
-  if (!repair.is_folder && (info.size != repair.bytes || info.modify_time != repair.modified))
-    skip("it changed after the plan was written");
-}
-
 std::string quarantine(Context& context, const Repair& repair, const std::string& path,
                        WorkPlan& work) {
   const std::string folder = folder_of(path);
@@ -204,8 +190,10 @@ std::string quarantine(Context& context, const Repair& repair, const std::string
   }
   FolderView view;
   look(view, folder, index);
-  check_movable(view, repair, path, info);
+  if (const char* const why = why_not_movable(view, path, repair.is_folder)) skip(why);
   if (!repair.is_folder) {
+    if (info.size != repair.bytes || info.modify_time != repair.modified)
+      skip("it changed after the plan was written");
     // A process that still writes the file holds its lock.
     LockedFile file;
     open_locked(context, file, path, LockedFile::For::kReading, "it no longer exists");
@@ -299,6 +287,14 @@ Worked result_of(const Work& work) {
 }
 
 }  // namespace
+
+const char* why_not_movable(const FolderView& view, const std::string& path, bool is_folder) {
+  const std::string name = file_of(path);
+  if (admin::is_unfinished(name))
+    return admin::is_leftover(path) ? nullptr : "the program that created it is running";
+  if (is_folder) return admin::is_orphaned_parts(view, name) ? nullptr : "its document exists";
+  return admin::is_unclaimed_file(view, name) ? nullptr : "it has an entry now";
+}
 
 WorkPlan::WorkPlan(Context& context, std::string quarantine, std::string digest, std::int64_t keep)
     : m_context(context),

@@ -1,11 +1,9 @@
 #include "client/stgctl/report.h"
 
-#include "client/stgctl/text.h"
-
 namespace stgctl {
 
 Subject subject_in(admin::Area area, std::string owner, std::string name,
-                   std::optional<long> timestamp) {
+                   std::optional<std::int32_t> timestamp) {
   return {std::string(admin::name_of(area)), std::move(owner), std::move(name), timestamp};
 }
 
@@ -33,18 +31,11 @@ ChangeReport::ChangeReport(Context& context, const char* schema, std::string don
 void ChangeReport::line(const char* action, const Subject& subject, Json fields,
                         std::string_view text, Style style) {
   Output& out = m_context.out();
-  if (out.json()) {
-    Json record;
-    record["record"] = "entry";
-    record["action"] = action;
-    put_subject(record, subject);
-    record.update(fields);
-    out.json_line(m_schema, record);
-    return;
-  }
-  const char* const would = m_context.options().dry_run ? "would be " : "";
-  out.print("{}{}  {}{}{}\n", would, out.styled(style, action), shown(subject),
-            text.empty() ? "" : "  ", text);
+  Json record = {{"record", "entry"}, {"action", action}};
+  put_subject(record, subject);
+  record.update(fields);
+  out.result(m_schema, record, "{}{}  {}{}{}\n", m_context.is_dry_run() ? "would be " : "",
+             out.styled(style, action), shown(subject), text.empty() ? "" : "  ", text);
 }
 
 void ChangeReport::done(const Subject& subject, const Json& fields, std::string_view tail) {
@@ -107,21 +98,17 @@ bool ChangeReport::guarded(const char* what, std::uint64_t total,
 Exit ChangeReport::finish(const Json& sums, std::string_view tail) {
   Output& out = m_context.out();
   const bool interrupted = Context::interrupted();
-  const bool dry = m_context.options().dry_run;
-  if (out.json()) {
-    Json record = {{"record", "summary"},  {"dry_run", dry},     {"done", m_done},
-                   {"skipped", m_skipped}, {"failed", m_failed}, {"interrupted", interrupted}};
-    record.update(sums);
-    out.json_line(m_schema, record);
-  } else {
-    std::string text = formatted("{} {}{}", m_done, dry ? "would be " : "", m_verb);
-    if (m_skipped > 0) text += formatted(", {} skipped", m_skipped);
-    if (m_failed > 0) text += formatted(", {} failed", m_failed);
-    if (!tail.empty()) text += formatted(", {}", tail);
-    if (dry) text += "; nothing was changed";
-    if (interrupted) text += "; interrupted";
-    out.print("{}\n", out.styled(Style::kBold, text));
-  }
+  const bool dry = m_context.is_dry_run();
+  Json record = {{"record", "summary"},  {"dry_run", dry},     {"done", m_done},
+                 {"skipped", m_skipped}, {"failed", m_failed}, {"interrupted", interrupted}};
+  record.update(sums);
+  std::string text = formatted("{} {}{}", m_done, dry ? "would be " : "", m_verb);
+  if (m_skipped > 0) text += formatted(", {} skipped", m_skipped);
+  if (m_failed > 0) text += formatted(", {} failed", m_failed);
+  if (!tail.empty()) text += formatted(", {}", tail);
+  if (dry) text += "; nothing was changed";
+  if (interrupted) text += "; interrupted";
+  out.result(m_schema, record, "{}\n", out.styled(Style::kBold, text));
   if (interrupted) return Exit::kInterrupted;
   const bool any_done = m_done + m_also_done > 0;
   if (m_lock_missed) return any_done ? Exit::kPartlyDone : Exit::kLockTimeout;

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "client/stgctl/context.h"
+#include "client/stgctl/text.h"
 
 namespace stgctl {
 
@@ -18,10 +19,10 @@ struct Subject {
   std::string area;
   std::string owner;
   std::string name;
-  std::optional<long> timestamp;
+  std::optional<std::int32_t> timestamp;
 };
 Subject subject_in(admin::Area area, std::string owner, std::string name = {},
-                   std::optional<long> timestamp = {});
+                   std::optional<std::int32_t> timestamp = {});
 /// Something that is only a name, for example a path.
 inline Subject subject_named(std::string name) { return {"", "", std::move(name), {}}; }
 
@@ -53,6 +54,11 @@ class ChangeReport {
   /// The same, except for a failure that ends the work: that is reported once, at the end.
   void failed(const Subject& subject, const Failure& failure) {
     if (!failure.ends_work()) failed(subject, std::string(failure.what()));
+  }
+
+  /// finish() with the total of the bytes, and with the time of the work.
+  Exit finish_bytes() {
+    return finish({{"bytes", m_bytes}, {"seconds", seconds()}}, format_bytes(m_bytes) + speed());
   }
 
   /// Adds bytes to the total. The count stays valid when the work ends early.

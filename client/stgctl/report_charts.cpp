@@ -1,6 +1,5 @@
 #include "client/stgctl/report_charts.h"
 
-#include <algorithm>
 #include <numeric>
 
 #include "client/stgctl/text.h"
@@ -16,62 +15,6 @@ double worst_ratio(double sum, double first, double last, double side) {
   const double thickness = sum / side;
   return std::max(most / (thickness * thickness), thickness * thickness / least);
 }
-
-}  // namespace
-
-Box Box::inset(double margin, double top) const {
-  return {x + margin, y + margin + top, std::max(width - 2 * margin, 0.0),
-          std::max(height - 2 * margin - top, 0.0)};
-}
-
-std::vector<Box> divide(const Box& box, const std::vector<std::uint64_t>& weights) {
-  std::vector<Box> pieces;
-  const double total =
-      static_cast<double>(std::accumulate(weights.begin(), weights.end(), std::uint64_t{0}));
-  const double scale = total > 0 ? box.width * box.height / total : 0;
-  const auto area = [&](std::size_t i) { return static_cast<double>(weights[i]) * scale; };
-  Box rest = box;
-  std::size_t next = 0;
-  while (next < weights.size()) {
-    // A row along the shorter side takes more pieces while that makes them squarer.
-    const double side = std::min(rest.width, rest.height);
-    std::size_t end = next + 1;
-    double sum = area(next);
-    while (end < weights.size()) {
-      const double larger = sum + area(end);
-      if (worst_ratio(larger, area(next), area(end), side) >
-          worst_ratio(sum, area(next), area(end - 1), side))
-        break;
-      sum = larger;
-      ++end;
-    }
-    const double thickness = side > 0 ? sum / side : 0;
-    double at = 0;
-    for (; next < end; ++next) {
-      const double length = thickness > 0 ? area(next) / thickness : 0;
-      pieces.push_back(rest.width < rest.height ? Box{rest.x + at, rest.y, length, thickness}
-                                                : Box{rest.x, rest.y + at, thickness, length});
-      at += length;
-    }
-    if (rest.width < rest.height) {
-      rest.y += thickness;
-      rest.height = std::max(rest.height - thickness, 0.0);
-    } else {
-      rest.x += thickness;
-      rest.width = std::max(rest.width - thickness, 0.0);
-    }
-  }
-  return pieces;
-}
-
-// ---- what the charts show ----------------------------------------------------------------------
-
-std::string name_of_owner(const std::string& owner) { return owner.empty() ? "(no owner)" : owner; }
-std::string name_of_extension(const std::string& extension) {
-  return extension.empty() ? "(none)" : extension;
-}
-
-namespace {
 
 using admin::Curve;
 using admin::Loss;
@@ -160,7 +103,80 @@ Json owner_figures(const SpaceNode& area, const SpaceNode& owner, const Box& box
   return figures;
 }
 
+struct Plot {
+  double left;
+  double right;
+  double top;
+  double bottom;
+
+  double x(std::size_t i, std::size_t count) const {
+    return left + (right - left) * (static_cast<double>(i) + 0.5) / static_cast<double>(count);
+  }
+  double y(double part) const { return bottom - (bottom - top) * part; }
+};
+
+std::string line_of(const Plot& plot, const Curve& curve, std::uint64_t Loss::*what) {
+  std::string points;
+  for (std::size_t i = 0; i < curve.losses.size(); ++i) {
+    append_formatted(points, "{}{:.1f},{:.1f}", i == 0 ? "" : " ", plot.x(i, curve.losses.size()),
+                     plot.y(part_of(curve.losses[i].*what, curve.there.*what)));
+  }
+  return points;
+}
+
 }  // namespace
+
+Box Box::inset(double margin, double top) const {
+  return {x + margin, y + margin + top, std::max(width - 2 * margin, 0.0),
+          std::max(height - 2 * margin - top, 0.0)};
+}
+
+std::vector<Box> divide(const Box& box, const std::vector<std::uint64_t>& weights) {
+  std::vector<Box> pieces;
+  const double total =
+      static_cast<double>(std::accumulate(weights.begin(), weights.end(), std::uint64_t{0}));
+  const double scale = total > 0 ? box.width * box.height / total : 0;
+  const auto area = [&](std::size_t i) { return static_cast<double>(weights[i]) * scale; };
+  Box rest = box;
+  std::size_t next = 0;
+  while (next < weights.size()) {
+    // A row along the shorter side takes more pieces while that makes them squarer.
+    const double side = std::min(rest.width, rest.height);
+    std::size_t end = next + 1;
+    double sum = area(next);
+    while (end < weights.size()) {
+      const double larger = sum + area(end);
+      if (worst_ratio(larger, area(next), area(end), side) >
+          worst_ratio(sum, area(next), area(end - 1), side))
+        break;
+      sum = larger;
+      ++end;
+    }
+    const double thickness = side > 0 ? sum / side : 0;
+    double at = 0;
+    for (; next < end; ++next) {
+      const double length = thickness > 0 ? area(next) / thickness : 0;
+      pieces.push_back(rest.width < rest.height ? Box{rest.x + at, rest.y, length, thickness}
+                                                : Box{rest.x, rest.y + at, thickness, length});
+      at += length;
+    }
+    if (rest.width < rest.height) {
+      rest.y += thickness;
+      rest.height = std::max(rest.height - thickness, 0.0);
+    } else {
+      rest.x += thickness;
+      rest.width = std::max(rest.width - thickness, 0.0);
+    }
+  }
+  return pieces;
+}
+
+// ---- what the charts show ----------------------------------------------------------------------
+
+std::string name_of_owner(const std::string& owner) { return owner.empty() ? "(no owner)" : owner; }
+std::string name_of_extension(const std::string& extension) {
+  return extension.empty() ? "(none)" : extension;
+}
 
 Json treemap_figures(const SpaceNode& all) {
   constexpr double kWidth = 1080;
@@ -222,31 +238,6 @@ Json age_figures(const std::vector<StatsGroup>& ages) {
 }
 
 // ---- curves ------------------------------------------------------------------------------------
-
-namespace {
-
-struct Plot {
-  double left;
-  double right;
-  double top;
-  double bottom;
-
-  double x(std::size_t i, std::size_t count) const {
-    return left + (right - left) * (static_cast<double>(i) + 0.5) / static_cast<double>(count);
-  }
-  double y(double part) const { return bottom - (bottom - top) * part; }
-};
-
-std::string line_of(const Plot& plot, const Curve& curve, std::uint64_t Loss::*what) {
-  std::string points;
-  for (std::size_t i = 0; i < curve.losses.size(); ++i) {
-    append_formatted(points, "{}{:.1f},{:.1f}", i == 0 ? "" : " ", plot.x(i, curve.losses.size()),
-                     plot.y(part_of(curve.losses[i].*what, curve.there.*what)));
-  }
-  return points;
-}
-
-}  // namespace
 
 Json curve_figures(const Curve& curve) {
   const Plot plot{44, 634, 16, 250};

@@ -1,7 +1,5 @@
-#include <algorithm>
 #include <array>
 #include <ctime>
-#include <filesystem>
 
 #include "client/stgctl/look.h"
 #include "client/stgctl/new_file.h"
@@ -22,13 +20,12 @@ using admin::Severity;
 using admin::StatsGroup;
 using admin::Sum;
 
-struct Options {
-  Arguments app;
-  TextOption html{app, "--html", "FILE", "The file to write, outside the tree", {kRequired}};
-  TextOption target_size{app, "--target-size", kSize,
+struct Options : Arguments {
+  TextOption html{*this, "--html", "FILE", "The file to write, outside the tree", {kRequired}};
+  TextOption target_size{*this, "--target-size", kSize,
                          "Also show the age limit that reduces the size to this: 500M, 20G"};
-  Flag quick{app, "--quick", "Check names and indexes only"};
-  NoLock no_lock{app};
+  Flag quick{*this, "--quick", "Check names and indexes only"};
+  NoLock no_lock{*this};
 };
 
 // ---- space -------------------------------------------------------------------------------------

@@ -9,13 +9,12 @@ namespace stgctl {
 
 namespace {
 
-struct Options {
-  Arguments app;
-  ListOption names{app, "name", "NAME", "Logical names"};
-  TextOption match{app, "--match", "PATTERN",
+struct Options : Arguments {
+  ListOption names{*this, "name", "NAME", "Logical names"};
+  TextOption match{*this, "--match", "PATTERN",
                    "All documents that match this pattern; * and ? as in a shell"};
-  TextOption timestamp{app, "--timestamp", kStamp, "Only this version"};
-  Flag all_versions{app, "--all-versions", "Every version of each name"};
+  TextOption timestamp{*this, "--timestamp", kStamp, "Only this version"};
+  Flag all_versions{*this, "--all-versions", "Every version of each name"};
 };
 
 /// The versions to remove, each once.

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <ctime>
 
 #include "client/admin/stats.h"
@@ -15,17 +14,11 @@ using admin::Sum;
 
 const std::vector<std::string> kGroupNames = {"area", "owner", "ext", "age", "folder"};
 
-struct Options {
-  Arguments app;
+struct Options : Arguments {
   TextOption by{
-      app, "--by", "WORD", "How to group (area)", {initially("area"), one_of(kGroupNames)}};
-  NumberOption top{app, "--top", "N", "How many groups, the largest first; 0 for all (20)", 20};
+      *this, "--by", "WORD", "How to group (area)", {initially("area"), one_of(kGroupNames)}};
+  NumberOption top{*this, "--top", "N", "How many groups, the largest first; 0 for all (20)", 20};
 };
-
-GroupBy group_by(const std::string& name) {
-  const auto found = std::find(kGroupNames.begin(), kGroupNames.end(), name);
-  return static_cast<GroupBy>(found - kGroupNames.begin());
-}
 
 Json json_of(const Sum& sum) { return {{"files", sum.files}, {"bytes", sum.bytes}}; }
 
@@ -97,7 +90,7 @@ void show_text(Context& context, const Stats& stats, GroupBy by) {
 
 Exit run_stats(Context& context, const Options& options) {
   auto asked = context.walk<admin::StatsOptions>();
-  asked.by = group_by(options.by);
+  asked.by = *value_named<GroupBy>(kGroupNames, options.by);
   asked.top = options.top;
   asked.now = std::time(nullptr);
   const admin::Tree& tree = context.tree();

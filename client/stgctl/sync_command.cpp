@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <set>
 
 #include "client/stgctl/command.h"

@@ -1,9 +1,6 @@
 #include "client/stgctl/target.h"
 
-#include <algorithm>
 #include <type_traits>
-
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
@@ -15,32 +12,6 @@ bool is_number(const std::string& text) {
   const std::size_t first = text.starts_with('-') ? 1 : 0;
   return text.size() > first && text.find_first_not_of("0123456789", first) == std::string::npos;
 }
-
-}  // namespace
-
-std::optional<VersionName> parse_version_name(const std::string& text, admin::Layout layout) {
-  const std::size_t slash = text.find('/');
-  if (slash == std::string::npos || !admin::area_named(text.substr(0, slash))) return std::nullopt;
-  const bool has_owner = layout == admin::Layout::kOwner;
-  const std::size_t before_name = has_owner ? text.find('/', slash + 1) : slash;
-  // No name contains a separator.
-  if (before_name == std::string::npos || text.find('/', before_name + 1) != std::string::npos)
-    return std::nullopt;
-  VersionName version;
-  version.area = text.substr(0, slash);
-  if (has_owner) version.owner = text.substr(slash + 1, before_name - slash - 1);
-  version.name = text.substr(before_name + 1);
-  const std::size_t at = version.name.rfind('@');
-  if (at == std::string::npos) return version;
-  const std::string stamp = version.name.substr(at + 1);
-  if (!is_number(stamp)) return version;
-  version.timestamp = parse_stamp(stamp);
-  if (!version.timestamp) misused("{}: {} is not a timestamp", shown(text), stamp);
-  version.name.resize(at);
-  return version;
-}
-
-namespace {
 
 STG::RepositoryType type_of(admin::Area area) {
   switch (area) {
@@ -60,17 +31,6 @@ const char* why_no_folder_name(std::string_view name) {
   }
   return nullptr;
 }
-
-}  // namespace
-
-void check_name(std::string_view what, std::string_view name) {
-  const char* why = admin::why_not_safe(name);
-  if (why == nullptr && name.find('\r') != std::string_view::npos)
-    why = "it contains a carriage return";
-  if (why != nullptr) refuse("{} '{}' is not allowed: {}", what, shown(name), why);
-}
-
-namespace {
 
 /// @param owner empty if none is named.
 Target target_at(Context& context, admin::Area area, const std::string& owner) {
@@ -93,7 +53,40 @@ Target target_at(Context& context, admin::Area area, const std::string& owner) {
   return target;
 }
 
+std::vector<FoundEntry> only_wanted(std::vector<FoundEntry> versions,
+                                    const std::optional<std::int32_t>& timestamp) {
+  if (timestamp)
+    std::erase_if(versions, [&](const auto& each) { return each.timestamp != *timestamp; });
+  return versions;
+}
+
 }  // namespace
+
+std::optional<Subject> parse_version_name(const std::string& text, admin::Layout layout) {
+  const std::vector<std::string_view> names = split(text, '/');
+  const bool has_owner = layout == admin::Layout::kOwner;
+  // No name contains a separator.
+  if (names.size() != (has_owner ? 3 : 2) || !admin::area_named(names.front())) return std::nullopt;
+  Subject version;
+  version.area = names.front();
+  if (has_owner) version.owner = names[1];
+  version.name = names.back();
+  const std::size_t at = version.name.rfind('@');
+  if (at == std::string::npos) return version;
+  const std::string stamp = version.name.substr(at + 1);
+  if (!is_number(stamp)) return version;
+  version.timestamp = parse_stamp(stamp);
+  if (!version.timestamp) misused("{}: {} is not a timestamp", shown(text), stamp);
+  version.name.resize(at);
+  return version;
+}
+
+void check_name(std::string_view what, std::string_view name) {
+  const char* why = admin::why_not_safe(name);
+  if (why == nullptr && name.find('\r') != std::string_view::npos)
+    why = "it contains a carriage return";
+  if (why != nullptr) refuse("{} '{}' is not allowed: {}", what, shown(name), why);
+}
 
 Target target_of(Context& context, admin::Area fallback) {
   const GlobalOptions& options = context.options();
@@ -104,8 +97,7 @@ Target target_of(Context& context, admin::Area fallback) {
 
 NamedVersion named_version(Context& context, const std::string& text,
                            const std::string& timestamp) {
-  VersionName named = {context.options().area, context.options().owner, text,
-                       parse_stamp(timestamp)};
+  Subject named = {context.options().area, context.options().owner, text, parse_stamp(timestamp)};
   const auto take = [&text](auto& value, const auto& said, const char* what) {
     const std::remove_cvref_t<decltype(value)> none;
     if (said == none) return;
@@ -122,7 +114,7 @@ NamedVersion named_version(Context& context, const std::string& text,
   return named_version_at(context, named);
 }
 
-NamedVersion named_version_at(Context& context, const VersionName& version) {
+NamedVersion named_version_at(Context& context, const Subject& version) {
   const admin::Area area =
       version.area.empty() ? admin::Area::kDocs : admin::area_named(version.area).value();
   return {target_at(context, area, version.owner), version.name, version.timestamp};
@@ -223,17 +215,6 @@ std::optional<FoundEntry> KnownEntries::find(const admin::DocumentFolder& folder
   const auto at = m_entries.find(index_format::key_of(name, timestamp));
   return at == m_entries.end() ? std::nullopt : std::optional(at->second);
 }
-
-namespace {
-
-std::vector<FoundEntry> only_wanted(std::vector<FoundEntry> versions,
-                                    const std::optional<std::int32_t>& timestamp) {
-  if (timestamp)
-    std::erase_if(versions, [&](const auto& each) { return each.timestamp != *timestamp; });
-  return versions;
-}
-
-}  // namespace
 
 std::vector<FoundEntry> find_versions(Context& context, const NamedVersion& named) {
   // Searches only where the library searches: it never finds entries in a wrong bucket.

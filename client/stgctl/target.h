@@ -13,29 +13,17 @@
 #include "client/stgctl/report.h"
 #include "stg_types.h"
 
-namespace stgctl {
-
-/// A version in its printed form: "AREA/OWNER/NAME@STAMP", without the owner in a flat tree. The
-/// stamp can be omitted.
-struct VersionName {
-  std::string area;
-  std::string owner;  ///< empty in a tree without owners
-  std::string name;
-  std::optional<std::int32_t> timestamp;
-};
-
-/// Splits such a text. @return nothing for any other text, which is then a plain name.
-/// @throws Failure kUsage for a number after "@" that is not a timestamp. Such a text must not
-/// count as a name: it would lead to another version.
-std::optional<VersionName> parse_version_name(const std::string& text, admin::Layout layout);
-
-}  // namespace stgctl
-
 /// @file
 /// The targets of changing commands, and what these refuse to change. The library uses names as
 /// parts of paths. So names that could lead it out of the tree, or to the index's own files, are
 /// refused here.
 namespace stgctl {
+
+/// Splits a version in its printed form: "AREA/OWNER/NAME@STAMP", without the owner in a flat tree.
+/// The stamp can be omitted. @return nothing for any other text, which is then a plain name.
+/// @throws Failure kUsage for a number after "@" that is not a timestamp. Such a text must not
+/// count as a name: it would lead to another version.
+std::optional<Subject> parse_version_name(const std::string& text, admin::Layout layout);
 
 /// One owner's part of an area.
 struct Target {
@@ -65,7 +53,7 @@ struct NamedVersion {
 /// @throws Failure kUsage if the text contradicts the options; as target_of().
 NamedVersion named_version(Context& context, const std::string& text, const std::string& timestamp);
 /// What the text of a version says, without options. @throws as target_of().
-NamedVersion named_version_at(Context& context, const VersionName& version);
+NamedVersion named_version_at(Context& context, const Subject& version);
 
 /// @throws Failure kRefused if the name is not safe for the library. @param what "the owner".
 void check_name(std::string_view what, std::string_view name);

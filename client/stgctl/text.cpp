@@ -1,9 +1,6 @@
 #include "client/stgctl/text.h"
 
-#include <algorithm>
 #include <array>
-#include <charconv>
-#include <limits>
 
 namespace stgctl {
 
@@ -46,6 +43,16 @@ std::string joined(const std::vector<std::string>& texts, std::string_view separ
     all += texts[i];
   }
   return all;
+}
+
+std::vector<std::string_view> split(std::string_view text, char separator) {
+  std::vector<std::string_view> texts;
+  for (std::size_t end; (end = text.find(separator)) != std::string_view::npos;) {
+    texts.push_back(text.substr(0, end));
+    text.remove_prefix(end + 1);
+  }
+  texts.push_back(text);
+  return texts;
 }
 
 std::size_t columns(std::string_view text) {

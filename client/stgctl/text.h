@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <limits>
@@ -22,6 +23,9 @@ using admin::formatted;
 inline std::string shown(std::string_view bytes) { return admin::printable(bytes); }
 /// The texts with the separator between them.
 std::string joined(const std::vector<std::string>& texts, std::string_view separator);
+/// The texts between the separators: at least one, each can be empty.
+std::vector<std::string_view> split(std::string_view text, char separator);
+std::vector<std::string_view> split(std::string&& text, char separator) = delete;
 /// The number of columns that valid UTF-8 takes, one per code point.
 std::size_t columns(std::string_view text);
 
@@ -37,6 +41,14 @@ std::optional<Number> parse_number(std::string_view text) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
   return value;
+}
+/// The value of an enumeration whose names have the order of the values. @return nothing for
+/// another name.
+template <class Enum, class Names>
+std::optional<Enum> value_named(const Names& names, std::string_view name) {
+  const auto found = std::ranges::find(names, name);
+  if (found == std::ranges::end(names)) return std::nullopt;
+  return static_cast<Enum>(found - std::ranges::begin(names));
 }
 /// The bytes of lower-case hexadecimal digits. @return nothing for other text.
 std::optional<std::string> from_hex(std::string_view digits);

@@ -88,10 +88,9 @@ Exit run_list(Context& context) {
   return owners.empty() ? Exit::kNothingMatched : Exit::kDone;
 }
 
-struct RenameOptions {
-  Arguments app;
-  TextOption from{app, "name", "OWNER", "The owner", {kRequired}};
-  TextOption to{app, "new-name", "NEW-OWNER", "The new name", {kRequired}};
+struct RenameOptions : Arguments {
+  TextOption from{*this, "name", "OWNER", "The owner", {kRequired}};
+  TextOption to{*this, "new-name", "NEW-OWNER", "The new name", {kRequired}};
 };
 
 Exit run_rename(Context& context, const RenameOptions& options) {
@@ -131,9 +130,8 @@ struct OwnerFolder {
   Below content;
 };
 
-struct RemoveOptions {
-  Arguments app;
-  ListOption owners{app, "name", "OWNER", "The owners", {kRequired}};
+struct RemoveOptions : Arguments {
+  ListOption owners{*this, "name", "OWNER", "The owners", {kRequired}};
 };
 
 Exit run_remove(Context& context, const RemoveOptions& options) {

@@ -1,11 +1,9 @@
 #include "client/stgctl/what_if.h"
 
-#include <algorithm>
 #include <ctime>
 
 #include "client/stgctl/target.h"
 #include "client/stgctl/terminal.h"
-#include "client/stgctl/text.h"
 
 namespace stgctl {
 
