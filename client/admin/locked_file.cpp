@@ -228,8 +228,20 @@ os::Status StagingFolder::take(const std::string& path, LockedFile::IfMissing if
   const os::Status locked =
       m_lock.open(lock_in(path), LockedFile::For::kChanging, if_missing, sys::Locking().at_once());
   if (!locked.ok()) return locked;
-  // The process that had the lock before may have removed the lock file.
-  if (sys::describe(lock_in(path)).kind == sys::Kind::kMissing) {
+  // The process that had the lock before may have removed the lock file, and another one may have
+  // created it again. The mark shows whether the locked file is the one at the path. Where nobody
+  // can remove an open file, the file at the path is the locked one.
+  bool is_ours = sys::describe(lock_in(path)).kind != sys::Kind::kMissing;
+  if (is_ours && sys::kReplacesOpenFiles) {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
+    const std::string mark =
+        std::to_string(now) + " " + std::to_string(reinterpret_cast<std::uintptr_t>(this));
+    // Without space for the mark there is no space for copies either.
+    std::string found;
+    if (m_lock.cut_at(0).ok() && m_lock.write_at(0, mark).ok())
+      is_ours = sys::read_file(lock_in(path), sys::Locking::none(), found).ok() && found == mark;
+  }
+  if (!is_ours) {
     m_lock.close();
     return {0, os::Failure::kLocked};
   }
