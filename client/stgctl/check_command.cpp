@@ -290,10 +290,8 @@ class CheckReport {
 
 struct Options : Arguments {
   Flag quick{*this, "--quick", "Check only names and indexes, not files"};
-  Flag full{*this,
-            "--full",
-            "Also check sizes, times, key files and sub-parts (the default)",
-            {excludes("--quick")}};
+  Flag full{*this, "--full", "Also check sizes, times, key files and sub-parts (the default)",
+            excludes("--quick")};
   Flag strict{*this, "--strict", "Treat findings of the severity info as problems"};
   NumberOption path_limit{*this, "--path-limit", "BYTES", "The longest path that programs can use",
                           sys::kPathLimit};

@@ -1,13 +1,7 @@
 #pragma once
 
-#include <cstddef>
 #include <functional>
-#include <initializer_list>
-#include <memory>
-#include <string>
 #include <type_traits>
-#include <utility>
-#include <vector>
 
 #include "client/stgctl/context.h"
 #include "client/stgctl/text.h"
@@ -78,7 +72,7 @@ class Arguments {
 // The members of a structure of options declare themselves, in the order of the help:
 //
 //     struct Options : Arguments {
-//       TextOption name{*this, "name", "NAME", "The logical name", {kRequired}};
+//       TextOption name{*this, "name", "NAME", "The logical name", kRequired};
 //       Flag quick{*this, "--quick", "Read no file"};
 //     };
 
@@ -86,8 +80,10 @@ class Arguments {
 template <class Value>
 struct Option : Value {
   Option() = default;
-  Option(Arguments app, const char* names, Type type, const char* description, Rules rules = {}) {
-    app.add(names, *this, type, description, rules);
+  template <class... Each>
+  Option(Arguments app, const char* names, Type type, const char* description,
+         const Each&... rules) {
+    app.add(names, *this, type, description, {rules...});
   }
   using Value::operator=;
 };
@@ -107,8 +103,9 @@ struct NumberOption {
 
 struct Flag {
   Flag() = default;
-  Flag(Arguments app, const char* names, const char* description, Rules rules = {}) {
-    app.add_flag(names, value, description, rules);
+  template <class... Each>
+  Flag(Arguments app, const char* names, const char* description, const Each&... rules) {
+    app.add_flag(names, value, description, {rules...});
   }
   operator bool() const noexcept { return value; }
   bool value = false;

@@ -7,12 +7,11 @@ namespace stgctl {
 
 /// Returns the commands of one file.
 using Family = Commands();
-Family status_commands, doctor_command, stats_command, report_command, list_commands,
-    document_commands, show_commands, index_commands, snapshot_commands, index_restore_command,
-    explain_commands, check_command, compare_command, init_command, put_command, get_command,
-    rm_command, mv_command, key_commands, user_commands, clean_command, migrate_commands,
-    sync_command, repair_commands, export_command, import_command, completion_command,
-    complete_command, manual_command;
+Family status_commands, stats_command, report_command, list_commands, document_commands,
+    show_commands, index_commands, snapshot_commands, index_restore_command, explain_commands,
+    check_command, compare_command, init_command, put_command, get_command, rm_command, mv_command,
+    key_commands, user_commands, clean_command, adopt_commands, repair_commands, export_command,
+    import_command, usage_commands;
 
 template <class... Lists>
 Commands together(const Lists&... lists) {
@@ -22,13 +21,12 @@ Commands together(const Lists&... lists) {
 }
 
 Commands all_commands() {
-  return together(status_commands(), doctor_command(), stats_command(), report_command(),
-                  list_commands(), document_commands(), show_commands(), index_commands(),
-                  snapshot_commands(), index_restore_command(), explain_commands(), check_command(),
-                  compare_command(), init_command(), put_command(), get_command(), rm_command(),
-                  mv_command(), key_commands(), user_commands(), clean_command(),
-                  migrate_commands(), sync_command(), repair_commands(), export_command(),
-                  import_command(), completion_command(), complete_command(), manual_command());
+  return together(status_commands(), stats_command(), report_command(), list_commands(),
+                  document_commands(), show_commands(), index_commands(), snapshot_commands(),
+                  index_restore_command(), explain_commands(), check_command(), compare_command(),
+                  init_command(), put_command(), get_command(), rm_command(), mv_command(),
+                  key_commands(), user_commands(), clean_command(), adopt_commands(),
+                  repair_commands(), export_command(), import_command(), usage_commands());
 }
 
 const char* family_summary(const std::string& name) {

@@ -12,7 +12,7 @@ namespace {
 using admin::Holding;
 
 struct Options : Arguments {
-  TextOption folder{*this, "dir", "DIR", "The folder of an export", {kRequired}};
+  TextOption folder{*this, "dir", "DIR", "The folder of an export", kRequired};
   Flag quick{*this, "--quick", "Compare only sizes and times; read no file"};
   NoLock no_lock{*this};
 };

@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <exception>
 #include <mutex>
-#include <thread>
 
 #include "client/stgctl/command_line.h"
 #include "client/stgctl/context.h"
@@ -144,6 +143,26 @@ void wait_for_one(Context& context, const std::string& folder, const std::string
   throw lock_missed(context, path);
 }
 
+/// The holder of a file's lock, as far as the system reports it: "process 4711 (client)".
+std::string holder_of(Context& context, const std::string& path) {
+  const std::string& storage = context.storage();
+  std::vector<sys::HeldLock> locks;
+  sys::find_locks(storage, locks);
+  std::string holders;
+  for (const sys::HeldLock& lock : locks) {
+    if (lock.path != path) continue;
+    if (!holders.empty()) holders += ", ";
+    holders += formatted("process {}", lock.process);
+    if (!lock.command.empty()) holders += formatted(" ({})", shown(lock.command));
+  }
+  return holders.empty() ? "another process" : holders;
+}
+
+void tell_waiting(Context& context, const std::string& path) {
+  context.out().note(
+      formatted("stgctl: waiting for {}, locked by {}", shown(path), holder_of(context, path)));
+}
+
 }  // namespace
 
 /// The library's host, for the time in which the library is used. It gives the library a storage
@@ -173,7 +192,8 @@ Context::Context(const CommandLine& line, Output& output)
 
 Context::~Context() = default;
 
-void Context::resolve() {
+const std::string& Context::storage() {
+  if (!m_storage.empty()) return m_storage;
   std::string root = m_options.root;
   if (root.empty() && m_options.storage.empty()) root = environment("STG_ROOT");
   const fs::path named =
@@ -187,10 +207,6 @@ void Context::resolve() {
   if (error) throw Failure(Exit::kNoTree, shown(from_path(named)) + ": " + error.message());
   if (!absolute.has_filename()) absolute = absolute.parent_path();
   m_storage = from_path(absolute);
-}
-
-const std::string& Context::storage() {
-  if (m_storage.empty()) resolve();
   return m_storage;
 }
 
@@ -238,23 +254,16 @@ sys::Locking Context::locking() {
   return locking;
 }
 
-void Context::open_library(Adoption adoption) {
-  if (m_host) return;
-  initialise(tree().layout, adoption);
-}
-
 void Context::begin_changes(std::string_view question, Adoption adoption) {
   if (is_dry_run()) return;
   confirm(question);
-  open_library(adoption);
+  open_library(tree().layout, adoption);
 }
 
-void Context::create_tree() {
+void Context::create_tree() { open_library(m_options.layout, Adoption::kOff); }
+
+void Context::open_library(admin::Layout layout, Adoption adoption) {
   if (m_host) return;
-  initialise(m_options.layout, Adoption::kOff);
-}
-
-void Context::initialise(admin::Layout layout, Adoption adoption) {
   const fs::path folder = to_path(storage());
   const bool usual = from_path(folder.filename()) == kStorageFolder;
   if (!usual && layout == admin::Layout::kFlat)
@@ -289,7 +298,7 @@ std::string Context::trouble() const {
 
 bool Context::interrupted() noexcept { return interrupt_flag().load(); }
 
-const std::atomic<bool>& Context::interrupt_flag() noexcept { return terminal::interrupt_flag(); }
+const std::atomic<bool>& Context::interrupt_flag() noexcept { return terminal::interrupt_seen; }
 
 void Context::stop_if_interrupted() {
   if (interrupted()) throw Failure(Exit::kInterrupted, "interrupted");
@@ -329,25 +338,6 @@ void check_read(const std::string& path, const os::Status& status) {
   if (status.failure() == os::Failure::kLocked)
     locked_out("{} is locked by another process (--lock-timeout)", shown(path));
   if (!status.ok()) fail("{}: {}", shown(path), sys::text_of(status));
-}
-
-std::string holder_of(Context& context, const std::string& path) {
-  const std::string& storage = context.storage();
-  std::vector<sys::HeldLock> locks;
-  sys::find_locks(storage, locks);
-  std::string holders;
-  for (const sys::HeldLock& lock : locks) {
-    if (lock.path != path) continue;
-    if (!holders.empty()) holders += ", ";
-    holders += formatted("process {}", lock.process);
-    if (!lock.command.empty()) holders += formatted(" ({})", shown(lock.command));
-  }
-  return holders.empty() ? "another process" : holders;
-}
-
-void tell_waiting(Context& context, const std::string& path) {
-  context.out().note(
-      formatted("stgctl: waiting for {}, locked by {}", shown(path), holder_of(context, path)));
 }
 
 void wait_until_free(Context& context, const std::string& folder, const std::string& file) {

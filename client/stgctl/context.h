@@ -2,9 +2,6 @@
 
 #include <atomic>
 #include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
 
 #include "client/stgctl/exit_codes.h"
 #include "client/stgctl/output.h"
@@ -59,15 +56,12 @@ class Context {
 
   /// Whether the library adopts orphans.
   enum class Adoption { kOff, kOn };
-  /// Opens the library on the tree. This creates missing area folders, so a dry run must not call
-  /// it.
-  /// @throws as tree(); Failure kRefused if the library does not accept the storage folder, kFailed
-  /// if the tree or the trace file cannot be opened.
-  void open_library(Adoption adoption = Adoption::kOff);
-  /// Before changes: asks for confirmation, then opens the library. Does nothing in a dry run.
-  /// @throws as confirm() and open_library().
+  /// Before changes: asks for confirmation, then opens the library on the tree. This creates
+  /// missing area folders, so it does nothing in a dry run.
+  /// @throws as confirm() and tree(); Failure kRefused if the library does not accept the storage
+  /// folder, kFailed if the tree or the trace file cannot be opened.
   void begin_changes(std::string_view question, Adoption adoption = Adoption::kOff);
-  /// Like open_library(), for a storage folder below an existing root. The folder itself need not
+  /// Opens the library on a storage folder below an existing root. The folder itself need not
   /// exist.
   void create_tree();
 
@@ -87,8 +81,7 @@ class Context {
   void confirm(std::string_view question);
 
  private:
-  void resolve();
-  void initialise(admin::Layout layout, Adoption adoption);
+  void open_library(admin::Layout layout, Adoption adoption);
 
   const CommandLine& m_line;
   GlobalOptions m_options;
@@ -121,10 +114,5 @@ void check_locked(Context& context, const std::string& path, const os::Status& s
 /// Checks whether a file could be read.
 /// @throws Failure kLockTimeout, kFailed with the reason, kInterrupted after Ctrl-C.
 void check_read(const std::string& path, const os::Status& status);
-
-/// The holder of a file's lock, as far as the system reports it: "process 4711 (client)".
-std::string holder_of(Context& context, const std::string& path);
-/// Reports a wait for a lock.
-void tell_waiting(Context& context, const std::string& path);
 
 }  // namespace stgctl

@@ -12,7 +12,7 @@ namespace {
 
 struct EntryOptions : Arguments {
   const char* what = "The logical name";
-  TextOption name{*this, "entry", "ENTRY", what, {kRequired}};
+  TextOption name{*this, "entry", "ENTRY", what, kRequired};
   TextOption timestamp{*this, "--timestamp", kStamp, "Only the version of this timestamp"};
   NoLock no_lock{*this};
 

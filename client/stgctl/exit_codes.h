@@ -41,30 +41,19 @@ class Failure : public std::runtime_error {
   Exit m_code;
 };
 
-/// @throws Failure kFailed with a formatted text.
-template <class... Args>
-[[noreturn]] void fail(admin::FormatPattern<sizeof...(Args)> pattern, const Args&... args) {
-  throw Failure(Exit::kFailed, admin::formatted(pattern, args...));
-}
-/// @throws Failure kRefused with a formatted text.
-template <class... Args>
-[[noreturn]] void refuse(admin::FormatPattern<sizeof...(Args)> pattern, const Args&... args) {
-  throw Failure(Exit::kRefused, admin::formatted(pattern, args...));
-}
-/// @throws Failure kUsage with a formatted text.
-template <class... Args>
-[[noreturn]] void misused(admin::FormatPattern<sizeof...(Args)> pattern, const Args&... args) {
-  throw Failure(Exit::kUsage, admin::formatted(pattern, args...));
-}
-/// @throws Failure kNothingMatched with a formatted text.
-template <class... Args>
-[[noreturn]] void not_found(admin::FormatPattern<sizeof...(Args)> pattern, const Args&... args) {
-  throw Failure(Exit::kNothingMatched, admin::formatted(pattern, args...));
-}
-/// @throws Failure kLockTimeout with a formatted text.
-template <class... Args>
-[[noreturn]] void locked_out(admin::FormatPattern<sizeof...(Args)> pattern, const Args&... args) {
-  throw Failure(Exit::kLockTimeout, admin::formatted(pattern, args...));
-}
+/// A function that throws a Failure with its exit code and a formatted text.
+template <Exit kCode>
+struct FailureOf {
+  template <class... Args>
+  [[noreturn]] void operator()(admin::FormatPattern<sizeof...(Args)> pattern,
+                               const Args&... args) const {
+    throw Failure(kCode, admin::formatted(pattern, args...));
+  }
+};
+inline constexpr FailureOf<Exit::kFailed> fail;
+inline constexpr FailureOf<Exit::kRefused> refuse;
+inline constexpr FailureOf<Exit::kUsage> misused;
+inline constexpr FailureOf<Exit::kNothingMatched> not_found;
+inline constexpr FailureOf<Exit::kLockTimeout> locked_out;
 
 }  // namespace stgctl

@@ -14,7 +14,7 @@ enum class What { kRead, kWrite, kPart };
 
 /// What all three ask for.
 struct Version : Arguments {
-  TextOption entry{*this, "entry", "ENTRY", "The logical name", {kRequired}};
+  TextOption entry{*this, "entry", "ENTRY", "The logical name", kRequired};
   TextOption timestamp{*this, "--timestamp", kStamp, "The requested timestamp (0)"};
 };
 
@@ -39,9 +39,9 @@ struct WriteOptions : Arguments {
 struct PartOptions : Arguments {
   Version version{*this};
   StampOption stamp{*this};
-  TextOption rendition{
-      *this, "--rendition", "TEXT", "html@NAME, pdf@NAME or another one", {kRequired}};
-  TextOption part{*this, "--part", "TEXT", "The file name of the sub-part", {kRequired}};
+  TextOption rendition{*this, "--rendition", "TEXT", "html@NAME, pdf@NAME or another one",
+                       kRequired};
+  TextOption part{*this, "--part", "TEXT", "The file name of the sub-part", kRequired};
   NoLock no_lock{*this};
 };
 

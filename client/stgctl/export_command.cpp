@@ -215,7 +215,7 @@ class Exporting final : public admin::InventorySink {
 };
 
 struct Options : Arguments {
-  TextOption folder{*this, "dir", "DIR", "A new or empty folder outside the tree", {kRequired}};
+  TextOption folder{*this, "dir", "DIR", "A new or empty folder outside the tree", kRequired};
 };
 
 Exit run_export(Context& context, const Options& options) {

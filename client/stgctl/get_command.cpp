@@ -9,7 +9,7 @@ namespace stgctl {
 namespace {
 
 struct Options : Arguments {
-  TextOption name{*this, "name", "NAME", "The logical name", {kRequired}};
+  TextOption name{*this, "name", "NAME", "The logical name", kRequired};
   TextOption timestamp{*this, "--timestamp", kStamp, "The version (the latest)"};
   TextOption output{*this, "-o,--output", "FILE",
                     "The file to write, a folder, or '-' for the standard output (NAME)"};

@@ -14,7 +14,7 @@ namespace stgctl {
 namespace {
 
 struct Options : Arguments {
-  TextOption folder{*this, "dir", "DIR", "The folder of an export", {kRequired}};
+  TextOption folder{*this, "dir", "DIR", "The folder of an export", kRequired};
   Flag replace{*this, "--replace", "Replace versions that exist with different content"};
 };
 

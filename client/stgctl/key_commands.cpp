@@ -19,23 +19,23 @@ enum class Change { kSet, kUnset };
 struct KeysSetOptions : Arguments {
   static constexpr Change kChange = Change::kSet;
   static constexpr const char* kSchema = "stgctl.keys.set/1";
-  TextOption file{*this, "file", "NAME", "The key file's logical name", {kRequired}};
-  ListOption lines{*this, "line", "KEY=VALUE", "Keys with their values", {kRequired}};
+  TextOption file{*this, "file", "NAME", "The key file's logical name", kRequired};
+  ListOption lines{*this, "line", "KEY=VALUE", "Keys with their values", kRequired};
 };
 
 struct KeysUnsetOptions : Arguments {
   static constexpr Change kChange = Change::kUnset;
   static constexpr const char* kSchema = "stgctl.keys.unset/1";
-  TextOption file{*this, "file", "NAME", "The key file's logical name", {kRequired}};
-  ListOption lines{*this, "line", "KEY", "Keys; all their lines are removed", {kRequired}};
+  TextOption file{*this, "file", "NAME", "The key file's logical name", kRequired};
+  ListOption lines{*this, "line", "KEY", "Keys; all their lines are removed", kRequired};
 };
 
 struct ProfileSetOptions : Arguments {
   static constexpr Change kChange = Change::kSet;
   static constexpr const char* kSchema = "stgctl.profile.set/1";
-  TextOption file{
-      *this, "--file", "NAME", "The profile's name (profile.txt)", {initially("profile.txt")}};
-  ListOption lines{*this, "line", "KEY=VALUE", "Keys with their values", {kRequired}};
+  TextOption file{*this, "--file", "NAME", "The profile's name (profile.txt)",
+                  initially("profile.txt")};
+  ListOption lines{*this, "line", "KEY=VALUE", "Keys with their values", kRequired};
 };
 
 /// One change of a key. The value is empty for kUnset.
@@ -196,7 +196,7 @@ Exit run_edit(Context& context, Options& options) {
 // ---- showing -----------------------------------------------------------------------------------
 
 struct ShowKeysOptions : Arguments {
-  TextOption name{*this, "name", "NAME", "The key file's logical name", {kRequired}};
+  TextOption name{*this, "name", "NAME", "The key file's logical name", kRequired};
   NoLock no_lock{*this};
 };
 

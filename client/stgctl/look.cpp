@@ -1,8 +1,5 @@
 #include "client/stgctl/look.h"
 
-#include <array>
-#include <tuple>
-
 namespace stgctl {
 
 sys::Locking locking_for(Context& context, bool no_lock) {
@@ -97,16 +94,6 @@ void print_finding(Output& out, std::string_view severity, std::string_view code
                    std::string_view where, std::string_view detail) {
   out.print("{} {}  {}{}{}\n", out.styled(style_of(severity), formatted("{:<7}", severity)),
             out.styled(Style::kBold, code), where, detail.empty() ? "" : ": ", shown(detail));
-}
-
-std::string_view name_of(sys::Kind kind) {
-  constexpr std::array<std::string_view, 5> kNames = {"missing", "file", "folder", "link", "other"};
-  return kNames[static_cast<std::size_t>(kind)];
-}
-
-std::string_view name_of(sys::Knowledge known) {
-  constexpr std::array<std::string_view, 3> kNames = {"complete", "partial", "none"};
-  return kNames[static_cast<std::size_t>(known)];
 }
 
 admin::EntryQuery query_of(Context& context, const std::string& pattern,

@@ -1,10 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include "client/admin/check.h"
 #include "client/admin/explain.h"
 #include "client/stgctl/command.h"
@@ -54,11 +49,6 @@ Style style_of(std::string_view severity);
 /// Prints a finding as text. @param where printable. @param detail any bytes; can be empty.
 void print_finding(Output& out, std::string_view severity, std::string_view code,
                    std::string_view where, std::string_view detail);
-
-/// "file", "folder", ...
-std::string_view name_of(sys::Kind kind);
-/// "complete", "partial", "none".
-std::string_view name_of(sys::Knowledge known);
 
 /// What a listing asks for. An empty pattern or timestamp matches all.
 admin::EntryQuery query_of(Context& context, const std::string& pattern,

@@ -1,11 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <fstream>
-#include <optional>
-#include <string>
-#include <string_view>
-
 #include "client/admin/entries.h"
 #include "client/admin/text.h"
 #include "client/stgctl/new_file.h"

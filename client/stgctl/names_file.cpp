@@ -33,6 +33,29 @@ std::optional<std::int64_t> parse_time(std::string_view text) {
   return time.time_since_epoch().count();
 }
 
+/// A snapshot as the user names it: "12", "latest", "2026-03-01 12:00", "@1772000000", "2h".
+struct SnapshotName {
+  std::optional<std::uint64_t> number = {};
+  std::optional<std::int64_t> time = {};  ///< seconds since 1970 UTC; "latest" has neither
+};
+
+/// @param now the time from which an age counts back. @return nothing for other text.
+std::optional<SnapshotName> parse_snapshot_name(std::string_view text, std::int64_t now) {
+  if (text == "latest") return SnapshotName();
+  if (const auto number = parse_number<std::uint64_t>(text))
+    return *number == 0 ? std::nullopt : std::optional(SnapshotName{.number = number});
+  std::optional<std::int64_t> time;
+  if (text.starts_with('@')) {
+    time = parse_number<std::int64_t>(text.substr(1));
+  } else if (const auto age = parse_age(text)) {
+    time = now - *age;
+  } else {
+    time = parse_time(text);
+  }
+  if (!time) return std::nullopt;
+  return SnapshotName{.time = time};
+}
+
 }  // namespace
 
 std::string place_outside(Context& context, const std::string& file) {
@@ -51,14 +74,14 @@ std::string names_file(Context& context, const std::string& option) {
   return place_outside(context, option);
 }
 
-admin::Tree tree_of_names(Context& context, const admin::Snapshot& snapshot) {
+admin::Tree tree_of_names(Context& context, admin::Layout layout) {
   admin::Tree tree;
   tree.storage = sys::absolute(context.storage());
-  tree.layout = snapshot.layout;
+  tree.layout = layout;
   return tree;
 }
 
-void fail(const admin::StoreError& error) {
+void throw_failure(const admin::StoreError& error) {
   using Why = admin::StoreError::Why;
   switch (error.why()) {
     case Why::kMissing:
@@ -70,19 +93,19 @@ void fail(const admin::StoreError& error) {
   }
 }
 
-NamesFilter::NamesFilter(Context& context, const admin::Tree& tree, const std::string& named)
-    : m_tree(tree), m_scope(context.scope()) {
+NamesFilter::NamesFilter(Context& context, admin::Tree tree, const std::string& named)
+    : m_tree(std::move(tree)), m_scope(context.scope()) {
   if (named.empty()) return;
   std::string name = named;
   if (sys::kSeparator != '/') std::replace(name.begin(), name.end(), sys::kSeparator, '/');
   while (name.ends_with('/')) name.pop_back();
-  std::optional<admin::DocumentFolder> folder = admin::folder_of_saved_name(tree, name);
+  std::optional<admin::DocumentFolder> folder = admin::folder_of_saved_name(m_tree, name);
   if (!folder) {
-    const auto located = admin::locate_in(tree, named);
+    const auto located = admin::locate_in(m_tree, named);
     if (located && located->rest.empty()) folder = located->folder;
   }
   if (!folder) not_found("{} is not a document folder of this tree", shown(named));
-  m_folder = admin::saved_name_of(tree, folder->path);
+  m_folder = admin::saved_name_of(m_tree, folder->path);
 }
 
 std::optional<admin::DocumentFolder> NamesFilter::wanted(std::string_view saved_name) const {
@@ -96,22 +119,6 @@ std::optional<admin::DocumentFolder> NamesFilter::wanted(std::string_view saved_
 }
 
 // ---- the names of snapshots --------------------------------------------------------------------
-
-std::optional<SnapshotName> parse_snapshot_name(std::string_view text, std::int64_t now) {
-  if (text == "latest") return SnapshotName();
-  if (const auto number = parse_number<std::uint64_t>(text))
-    return *number == 0 ? std::nullopt : std::optional(SnapshotName{.number = number});
-  std::optional<std::int64_t> time;
-  if (text.starts_with('@')) {
-    time = parse_number<std::int64_t>(text.substr(1));
-  } else if (const auto age = parse_age(text)) {
-    time = now - *age;
-  } else {
-    time = parse_time(text);
-  }
-  if (!time) return std::nullopt;
-  return SnapshotName{.time = time};
-}
 
 std::string is_snapshot_name_or_now(const std::string& text) {
   if (text == "now" || parse_snapshot_name(text, 0)) return {};

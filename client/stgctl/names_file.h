@@ -1,13 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
-
 #include "client/admin/names.h"
 #include "client/stgctl/command.h"
 
@@ -36,16 +28,16 @@ std::string names_file(Context& context, const std::string& option);
 std::string place_outside(Context& context, const std::string& file);
 
 /// The tree of the saved names: the existing tree, or the layout that it would have.
-admin::Tree tree_of_names(Context& context, const admin::Snapshot& snapshot);
+admin::Tree tree_of_names(Context& context, admin::Layout layout);
 
-[[noreturn]] void fail(const admin::StoreError& error);
+[[noreturn]] void throw_failure(const admin::StoreError& error);
 /// Runs work on the file. @throws Failure in place of each StoreError.
 template <class Work>
 auto on_names(Work&& work) -> decltype(work()) {
   try {
     return std::forward<Work>(work)();
   } catch (const admin::StoreError& error) {
-    fail(error);
+    throw_failure(error);
   }
 }
 
@@ -54,23 +46,16 @@ class NamesFilter {
  public:
   /// @param named the value of --folder.
   /// @throws Failure kNothingMatched if it is not a document folder.
-  NamesFilter(Context& context, const admin::Tree& tree, const std::string& named);
+  NamesFilter(Context& context, admin::Tree tree, const std::string& named);
   /// The folder of a saved index, if it is selected.
   std::optional<admin::DocumentFolder> wanted(std::string_view saved_name) const;
 
  private:
-  const admin::Tree& m_tree;
+  admin::Tree m_tree;
   admin::Scope m_scope;
   std::string m_folder;
 };
 
-/// A snapshot as the user names it: "12", "latest", "2026-03-01 12:00", "@1772000000", "2h".
-struct SnapshotName {
-  std::optional<std::uint64_t> number = {};
-  std::optional<std::int64_t> time = {};  ///< seconds since 1970 UTC; "latest" has neither
-};
-/// @param now the time from which an age counts back. @return nothing for other text.
-std::optional<SnapshotName> parse_snapshot_name(std::string_view text, std::int64_t now);
 /// As a check of an argument: empty if the text names a snapshot, otherwise an error text.
 std::string is_snapshot_name(const std::string& text);
 std::string is_snapshot_name_or_now(const std::string& text);

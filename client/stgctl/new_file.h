@@ -1,11 +1,6 @@
 #pragma once
 
-#include <cstdint>
 #include <fstream>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "client/stgctl/context.h"
 

@@ -1,15 +1,6 @@
 #pragma once
 
-#include <algorithm>
-#include <cstdint>
 #include <deque>
-#include <functional>
-#include <map>
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "client/admin/versions.h"
 #include "client/stgctl/target.h"

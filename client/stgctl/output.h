@@ -1,10 +1,7 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <optional>
-#include <string>
-#include <string_view>
 #include <utility>
 
 #include "client/admin/formatted.h"
@@ -77,7 +74,8 @@ class Output {
   template <class... Args>
   void result(const char* schema, const Json& fields, admin::FormatPattern<sizeof...(Args)> pattern,
               const Args&... args) {
-    m_json ? json_line(schema, fields) : print(pattern, args...);
+    if (m_json) return json_line(schema, fields);
+    print(pattern, args...);
   }
   /// Writes the buffer. @throws Failure if the disk is full, or, after end_when_closed(), if the
   /// reader has ended.
@@ -85,8 +83,6 @@ class Output {
 
   /// Text in a style for standard output; unchanged if colours are off.
   std::string styled(Style style, std::string_view text) const;
-  /// Whether styled() has any effect.
-  bool colors() const noexcept { return m_colors; }
 
   // ---- everything else ----
 

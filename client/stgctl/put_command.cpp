@@ -10,8 +10,8 @@ namespace stgctl {
 namespace {
 
 struct Options : Arguments {
-  ListOption sources{
-      *this, "source", "SOURCE", "Files, or folders with all their content", {kRequired}};
+  ListOption sources{*this, "source", "SOURCE", "Files, or folders with all their content",
+                     kRequired};
   TextOption as{*this, "--as", "NAME", "The logical name, instead of the file's own"};
   TextOption timestamp{*this,
                        "--timestamp",

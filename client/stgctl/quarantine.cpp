@@ -84,8 +84,7 @@ std::vector<std::uint64_t> plans_of_tree(Context& context, const std::string& qu
   std::vector<std::uint64_t> numbers;
   for (const std::uint64_t number : applied_plans(quarantine)) {
     if (number == omitted) continue;
-    const AppliedPlan plan =
-        AppliedPlan::open(context, quarantine, number, LockedFile::For::kReading);
+    const AppliedPlan plan(context, quarantine, number, LockedFile::For::kReading);
     if (plan.record().storage == context.tree().storage && wanted(plan.record()))
       numbers.push_back(number);
   }
@@ -130,11 +129,6 @@ AppliedPlan::AppliedPlan(Context& context, const std::string& folder, std::uint6
   std::string text;
   check(m_manifest->read_all(text), path());
   read(std::string_view(text));
-}
-
-AppliedPlan AppliedPlan::open(Context& context, const std::string& folder, std::uint64_t number,
-                              LockedFile::For purpose) {
-  return {context, folder, number, purpose, LockedFile::IfMissing::kFail};
 }
 
 AppliedPlan AppliedPlan::begin(Context& context, const std::string& folder,

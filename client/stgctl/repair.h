@@ -1,13 +1,6 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <memory>
 #include <nlohmann/json_fwd.hpp>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "client/admin/check.h"
 #include "client/admin/folder_view.h"
@@ -30,7 +23,6 @@ enum class RepairKind : std::uint8_t {
 };
 /// "remove-lines", "remove-key-lines", "set-counter", "quarantine", "restore-lines".
 std::string_view name_of(RepairKind kind);
-std::optional<RepairKind> repair_named(std::string_view name);
 
 /// One repair. It includes the state that it must find: what changed since then is skipped.
 struct Repair {
@@ -47,19 +39,11 @@ struct Repair {
   std::int64_t modified = 0;  ///< of an item to be moved
 };
 
-/// A finding that a repair does not change.
-struct LeftAlone {
-  std::string code;
-  std::string path;
-  std::string detail;
-  std::string remedy;
-};
-
 struct RepairPlan {
   std::string storage;
   std::int64_t time = 0;
   std::vector<Repair> repairs;
-  std::vector<LeftAlone> left;
+  std::vector<Json> left;           ///< a finding each that no repair changes
   std::vector<std::string> costs;   ///< per folder that would lose most of its content
   std::vector<std::string> spared;  ///< per folder that is not planned; not in the file
 };
@@ -133,11 +117,11 @@ struct PlanRecord {
 /// A completely or partly applied plan, and what it removed.
 class AppliedPlan {
  public:
-  /// Opens an existing plan, or begins one. Its manifest stays locked, which excludes other
-  /// processes.
-  /// @throws Failure kFailed, kLockTimeout.
-  static AppliedPlan open(Context& context, const std::string& folder, std::uint64_t number,
-                          admin::LockedFile::For purpose);
+  /// Opens a plan. Its manifest stays locked, which excludes other processes.
+  /// @throws Failure kFailed, kLockTimeout; so does begin().
+  AppliedPlan(Context& context, const std::string& folder, std::uint64_t number,
+              admin::LockedFile::For purpose,
+              admin::LockedFile::IfMissing if_missing = admin::LockedFile::IfMissing::kFail);
   static AppliedPlan begin(Context& context, const std::string& folder, const std::string& digest,
                            std::int64_t keep);
 
@@ -156,8 +140,6 @@ class AppliedPlan {
   void note_undone();
 
  private:
-  AppliedPlan(Context& context, const std::string& folder, std::uint64_t number,
-              admin::LockedFile::For purpose, admin::LockedFile::IfMissing if_missing);
   void read(std::string_view text);
   void read(const nlohmann::json& record);
   void append(const char* kind, const Json& fields);

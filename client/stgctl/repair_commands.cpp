@@ -24,15 +24,15 @@ std::string is_code(const std::string& text) {
 
 struct RepairOptions : Arguments {
   TextOption plan{*this, "--plan", "FILE", "Check the tree, and write a plan of repairs"};
-  TextOption apply{
-      *this, "--apply", "FILE", "Carry out the plan in such a file", {excludes("--plan")}};
+  TextOption apply{*this, "--apply", "FILE", "Carry out the plan in such a file",
+                   excludes("--plan")};
   ListOption only{
       *this, "--only", {"CODE", is_code}, "Plan only for findings of this code; may be repeated"};
   Flag force{*this, "--force",
              "With --plan: also plan what empties a folder or removes most of it"};
   Flag expire{*this, "--expire", "With --apply: also delete what expired plans moved away"};
   QuarantineOption quarantine{*this};
-  TextOption keep{*this, "--keep", kAge, "How long 'undo' is possible (30d)", {initially("30d")}};
+  TextOption keep{*this, "--keep", kAge, "How long 'undo' is possible (30d)", initially("30d")};
 };
 
 struct QuarantineOptions : Arguments {
@@ -225,7 +225,7 @@ AppliedPlan last_plan(Context& context, const std::string& quarantine) {
   const LockedFile::For purpose =
       context.is_dry_run() ? LockedFile::For::kReading : LockedFile::For::kChanging;
   for (auto number = numbers.rbegin(); number != numbers.rend(); ++number) {
-    AppliedPlan plan = AppliedPlan::open(context, quarantine, *number, purpose);
+    AppliedPlan plan(context, quarantine, *number, purpose);
     const PlanRecord& record = plan.record();
     if (record.is_undone || record.steps.empty()) continue;
     if (record.storage != context.tree().storage)
@@ -273,8 +273,7 @@ Exit run_list(Context& context, const QuarantineOptions& options) {
   Output& out = context.out();
   const std::vector<std::uint64_t> numbers = applied_plans(quarantine);
   for (const std::uint64_t number : numbers) {
-    const AppliedPlan applied =
-        AppliedPlan::open(context, quarantine, number, LockedFile::For::kReading);
+    const AppliedPlan applied(context, quarantine, number, LockedFile::For::kReading);
     const PlanRecord& plan = applied.record();
     out.result("stgctl.quarantine-list/1",
                {{"record", "plan"},

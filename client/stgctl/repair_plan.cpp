@@ -308,8 +308,10 @@ class Planning {
 
   void leave(const Finding& finding, const char* remedy) {
     const admin::FindingKind& kind = admin::kind_of(finding.code);
-    m_plan.left.push_back({std::string(kind.name), relative(place_of(finding)), finding.detail,
-                           remedy != nullptr ? std::string(remedy) : std::string(kind.remedy)});
+    m_plan.left.push_back({{"code", kind.name},
+                           {"path", relative(place_of(finding))},
+                           {"detail", finding.detail},
+                           {"remedy", remedy != nullptr ? remedy : kind.remedy}});
   }
 
   Context& m_context;
@@ -326,10 +328,6 @@ class Planning {
 }  // namespace
 
 std::string_view name_of(RepairKind kind) { return kKinds[static_cast<std::size_t>(kind)]; }
-
-std::optional<RepairKind> repair_named(std::string_view name) {
-  return value_named<RepairKind>(kKinds, name);
-}
 
 Json fields_of(const Repair& repair) {
   Json fields = {{"repair", name_of(repair.kind)}, {"code", repair.code}, {"path", repair.path}};
@@ -351,7 +349,7 @@ Json fields_of(const Repair& repair) {
 
 Repair repair_of(const nlohmann::json& object) {
   Repair repair;
-  const auto kind = repair_named(object.value("repair", ""));
+  const auto kind = value_named<RepairKind>(kKinds, object.value("repair", ""));
   if (!kind) reject("'{}' is not a repair", shown(object.value("repair", "")));
   repair.kind = *kind;
   repair.code = object.value("code", "");
@@ -387,12 +385,7 @@ std::string text_of(const RepairPlan& plan) {
   for (const Repair& repair : plan.repairs) object["repairs"].push_back(fields_of(repair));
   object["costs"] = plan.costs;
   object["left"] = Json::array();
-  for (const LeftAlone& left : plan.left) {
-    object["left"].push_back({{"code", left.code},
-                              {"path", left.path},
-                              {"detail", left.detail},
-                              {"remedy", left.remedy}});
-  }
+  for (const Json& left : plan.left) object["left"].push_back(left);
   return object.dump(2) + "\n";
 }
 

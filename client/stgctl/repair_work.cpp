@@ -304,8 +304,7 @@ WorkPlan::WorkPlan(Context& context, std::string quarantine, std::string digest,
   if (is_dry()) return;
   const std::vector<std::uint64_t> numbers = applied_plans(m_quarantine);
   if (numbers.empty()) return;
-  AppliedPlan last =
-      AppliedPlan::open(context, m_quarantine, numbers.back(), LockedFile::For::kChanging);
+  AppliedPlan last(context, m_quarantine, numbers.back(), LockedFile::For::kChanging);
   const PlanRecord& record = last.record();
   const bool is_ours = record.digest == m_digest && record.storage == context.tree().storage;
   if (is_ours && !record.is_complete && !record.is_undone) m_plan.emplace(std::move(last));

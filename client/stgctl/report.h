@@ -1,13 +1,7 @@
 #pragma once
 
-#include <algorithm>
-#include <chrono>
-#include <cstdint>
 #include <functional>
-#include <optional>
 #include <span>
-#include <string>
-#include <string_view>
 
 #include "client/stgctl/context.h"
 #include "client/stgctl/text.h"

@@ -1,9 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include "client/admin/stats.h"
 #include "client/stgctl/json.h"
 

@@ -21,7 +21,7 @@ using admin::StatsGroup;
 using admin::Sum;
 
 struct Options : Arguments {
-  TextOption html{*this, "--html", "FILE", "The file to write, outside the tree", {kRequired}};
+  TextOption html{*this, "--html", "FILE", "The file to write, outside the tree", kRequired};
   TextOption target_size{*this, "--target-size", kSize,
                          "Also show the age limit that reduces the size to this: 500M, 20G"};
   Flag quick{*this, "--quick", "Check names and indexes only"};

@@ -16,7 +16,7 @@ using admin::SavedIndex;
 using admin::SavedIndexes;
 using admin::Snapshot;
 
-// ---- index snapshot -----------------------------------------------------------------------------
+// ---- index snapshot ----------------------------------------------------------------------------
 
 /// The indexes of the last snapshot; empty if there is none, or if it is damaged.
 SavedIndexes indexes_before(Context& context, NameStore& store, const std::string& storage) {
@@ -119,7 +119,7 @@ Exit run_snapshot(Context& context, const SnapshotOptions& options) {
   });
 }
 
-// ---- index log ----------------------------------------------------------------------------------
+// ---- index log ---------------------------------------------------------------------------------
 
 constexpr const char* kLogSchema = "stgctl.index-log/1";
 
@@ -174,8 +174,8 @@ std::uint64_t show_changes(Context& context, NameStore& store,
       show_snapshot(context, kept);
       continue;
     }
-    const admin::Tree tree = tree_of_names(context, *kept.snapshot);
-    const NamesFilter filter(context, tree, options.folder);
+    const NamesFilter filter(context, tree_of_names(context, kept.snapshot->layout),
+                             options.folder);
     SavedIndexes now = store.indexes_of(kept.number);
     for (const auto& [name, index] : now) {
       const auto old = before.find(name);
@@ -228,7 +228,7 @@ Exit run_log(Context& context, const LogOptions& options) {
   });
 }
 
-// ---- index diff ---------------------------------------------------------------------------------
+// ---- index diff --------------------------------------------------------------------------------
 
 constexpr const char* kDiffSchema = "stgctl.index-diff/1";
 
@@ -238,12 +238,12 @@ struct DiffOptions : Arguments {
                     {"A", is_snapshot_name_or_now},
                     "A snapshot: its number, 'latest', a time in UTC ('2026-03-01 12:00', "
                     "'@SECONDS'), an age ('2h'), or 'now' for the tree itself",
-                    {kRequired}};
+                    kRequired};
   TextOption after{*this,
                    "after",
                    {"B", is_snapshot_name_or_now},
                    "The snapshot to compare with (now)",
-                   {initially("now")}};
+                   initially("now")};
   NamesOption names{*this};
   FolderOption folder{*this};
 };
@@ -364,10 +364,7 @@ Exit run_diff(Context& context, const DiffOptions& options) {
         from_now || to_now ? read_now(context, saved.indexes) : read_saved(store, options.after);
     const Side& before = from_now ? other : saved;
     const Side& after = from_now ? saved : other;
-    Snapshot shape;
-    shape.layout = after.layout;
-    const admin::Tree tree = tree_of_names(context, shape);
-    const NamesFilter filter(context, tree, options.folder);
+    const NamesFilter filter(context, tree_of_names(context, after.layout), options.folder);
     DiffReport report(context);
     SavedIndexes all = before.indexes;
     all.insert(after.indexes.begin(), after.indexes.end());

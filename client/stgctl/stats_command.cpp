@@ -2,6 +2,7 @@
 
 #include "client/admin/stats.h"
 #include "client/stgctl/look.h"
+#include "client/stgctl/report_charts.h"
 #include "client/stgctl/terminal.h"
 
 namespace stgctl {
@@ -16,16 +17,14 @@ const std::vector<std::string> kGroupNames = {"area", "owner", "ext", "age", "fo
 
 struct Options : Arguments {
   TextOption by{
-      *this, "--by", "WORD", "How to group (area)", {initially("area"), one_of(kGroupNames)}};
+      *this, "--by", "WORD", "How to group (area)", initially("area"), one_of(kGroupNames)};
   NumberOption top{*this, "--top", "N", "How many groups, the largest first; 0 for all (20)", 20};
 };
 
 Json json_of(const Sum& sum) { return {{"files", sum.files}, {"bytes", sum.bytes}}; }
 
-/// The label of a group without a name.
 std::string shown_group(const std::string& name, GroupBy by) {
-  if (!name.empty()) return shown(name);
-  return by == GroupBy::kExtension ? "(none)" : "(no owner)";
+  return shown(by == GroupBy::kExtension ? name_of_extension(name) : name_of_owner(name));
 }
 
 void show_json(Context& context, const Stats& stats, const Options& options) {

@@ -1,12 +1,6 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
 #include <map>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "client/admin/entries.h"
 #include "client/admin/text.h"

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <string>
-#include <string_view>
 
 #include "client/stgctl/json.h"
 

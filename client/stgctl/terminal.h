@@ -30,6 +30,6 @@ std::string read_line();
 /// From now on Ctrl-C is recorded and does not end the program. A second one ends it at once.
 void watch_interrupt();
 /// Whether Ctrl-C was pressed.
-const std::atomic<bool>& interrupt_flag() noexcept;
+inline std::atomic<bool> interrupt_seen{false};
 
 }  // namespace stgctl::terminal

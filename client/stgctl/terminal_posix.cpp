@@ -12,8 +12,7 @@ namespace stgctl::terminal {
 
 namespace {
 
-// Lock-free, as a signal handler requires.
-std::atomic<bool> interrupt_seen{false};
+// A signal handler requires it.
 static_assert(std::atomic<bool>::is_always_lock_free);
 
 void note_interrupt(int) { interrupt_seen.store(true); }
@@ -70,8 +69,6 @@ void watch_interrupt() {
   // The same for SIGTERM: the current entry is finished, and the results are printed.
   ::sigaction(SIGTERM, &action, nullptr);
 }
-
-const std::atomic<bool>& interrupt_flag() noexcept { return interrupt_seen; }
 
 }  // namespace stgctl::terminal
 

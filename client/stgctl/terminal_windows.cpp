@@ -10,8 +10,6 @@ namespace stgctl::terminal {
 
 namespace {
 
-std::atomic<bool> interrupt_seen{false};
-
 BOOL WINAPI note_interrupt(DWORD event) {
   if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) return FALSE;
   // The second event is not handled: the system then ends the program.
@@ -81,8 +79,6 @@ std::string read_line() {
 }
 
 void watch_interrupt() { ::SetConsoleCtrlHandler(note_interrupt, TRUE); }
-
-const std::atomic<bool>& interrupt_flag() noexcept { return interrupt_seen; }
 
 }  // namespace stgctl::terminal
 

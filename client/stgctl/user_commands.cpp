@@ -89,8 +89,8 @@ Exit run_list(Context& context) {
 }
 
 struct RenameOptions : Arguments {
-  TextOption from{*this, "name", "OWNER", "The owner", {kRequired}};
-  TextOption to{*this, "new-name", "NEW-OWNER", "The new name", {kRequired}};
+  TextOption from{*this, "name", "OWNER", "The owner", kRequired};
+  TextOption to{*this, "new-name", "NEW-OWNER", "The new name", kRequired};
 };
 
 Exit run_rename(Context& context, const RenameOptions& options) {
@@ -131,7 +131,7 @@ struct OwnerFolder {
 };
 
 struct RemoveOptions : Arguments {
-  ListOption owners{*this, "name", "OWNER", "The owners", {kRequired}};
+  ListOption owners{*this, "name", "OWNER", "The owners", kRequired};
 };
 
 Exit run_remove(Context& context, const RemoveOptions& options) {

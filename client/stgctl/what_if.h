@@ -1,17 +1,9 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
-#include <string>
-
 #include "client/admin/stats.h"
 #include "client/stgctl/context.h"
 
 namespace stgctl {
-
-/// Shows for each age limit what a clean frees and loses. Changes nothing.
-/// @param target the size to reach, if given.
-Exit run_what_if(Context& context, bool by_access, std::optional<std::uint64_t> target);
 
 /// The curves of the versions in the tree.
 /// @throws Failure kLockTimeout, kFailed or kInterrupted if not every folder could be read.
