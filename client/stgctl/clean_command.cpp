@@ -1,10 +1,11 @@
+// clean, with --what-if: what each age limit would free.
+
 #include <ctime>
 #include <deque>
 
-#include "client/stgctl/command.h"
+#include "client/stgctl/look.h"
 #include "client/stgctl/operations.h"
 #include "client/stgctl/terminal.h"
-#include "client/stgctl/what_if.h"
 
 namespace stgctl {
 

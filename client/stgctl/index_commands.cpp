@@ -139,8 +139,9 @@ class IndexVisitor final : public admin::Visitor {
   std::uint64_t m_problems = 0;
 };
 
-Exit run(Context& context, Wanted wanted, const LineOptions& options) {
-  IndexVisitor visitor(context, wanted, options);
+template <Wanted kWanted>
+Exit run_lines(Context& context, const LineOptions& options) {
+  IndexVisitor visitor(context, kWanted, options);
   const admin::Tree& tree = context.tree();
   if (options.folder.empty()) {
     admin::walk(tree, {context.scope()}, visitor);
@@ -151,14 +152,6 @@ Exit run(Context& context, Wanted wanted, const LineOptions& options) {
     not_found("{} is not a document folder of this tree", shown(options.folder));
   visitor.folder(located->folder);
   return visitor.result();
-}
-
-Exit run_dump(Context& context, const LineOptions& options) {
-  return run(context, Wanted::kAllLines, options);
-}
-
-Exit run_lint(Context& context, const LineOptions& options) {
-  return run(context, Wanted::kBadLines, options);
 }
 
 // ---- index restore -----------------------------------------------------------------------------
@@ -339,9 +332,10 @@ Exit run_restore(Context& context, const RestoreOptions& options) {
 
 Commands index_commands() {
   return {{"index dump", Group::kLook, Effect::kLooks, "Show the lines of index.dat unchanged",
-           run_dump, "Marks the lines that the library's readers skip, with the reason."},
+           run_lines<Wanted::kAllLines>,
+           "Marks the lines that the library's readers skip, with the reason."},
           {"index lint", Group::kLook, Effect::kLooks, "Show the faulty lines of index.dat",
-           run_lint, "The exit code is 4 if there is one."}};
+           run_lines<Wanted::kBadLines>, "The exit code is 4 if there is one."}};
 }
 
 Commands index_restore_command() {

@@ -2,6 +2,7 @@
 
 #include "client/admin/check.h"
 #include "client/admin/explain.h"
+#include "client/admin/stats.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/target.h"
 
@@ -53,5 +54,15 @@ void print_finding(Output& out, std::string_view severity, std::string_view code
 /// What a listing asks for. An empty pattern or timestamp matches all.
 admin::EntryQuery query_of(Context& context, const std::string& pattern,
                            const std::string& timestamp, bool no_lock);
+
+// ---- what a clean would free (clean_command.cpp) -----------------------------------------------
+
+/// The curves of the versions in the tree.
+/// @throws Failure kLockTimeout, kFailed or kInterrupted if not every folder could be read.
+admin::Forecast forecast_of(Context& context, const admin::Scope& scope, bool by_access,
+                            std::int64_t now);
+
+/// "to reach 5.0 GiB the limit is 37 days: ..."
+std::string sentence_for(std::uint64_t target, const admin::LimitFor& limit);
 
 }  // namespace stgctl

@@ -6,7 +6,6 @@
 #include "client/stgctl/paths.h"
 #include "client/stgctl/report_charts.h"
 #include "client/stgctl/template_text.h"
-#include "client/stgctl/what_if.h"
 
 namespace stgctl {
 

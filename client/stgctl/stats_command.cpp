@@ -1,6 +1,5 @@
 #include <ctime>
 
-#include "client/admin/stats.h"
 #include "client/stgctl/look.h"
 #include "client/stgctl/report_charts.h"
 #include "client/stgctl/terminal.h"

@@ -3,7 +3,6 @@
 #include <array>
 
 #include "client/admin/shared_probe.h"
-#include "client/admin/stats.h"
 #include "client/stgctl/look.h"
 
 namespace stgctl {

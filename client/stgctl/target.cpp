@@ -167,6 +167,21 @@ void walk_whole(const std::function<admin::EntryFailures(const admin::FailureSin
   if (failures.folders > 0) fail("{}", problem);
 }
 
+std::map<std::string, std::vector<std::string>> owners_in(Context& context,
+                                                          const admin::Scope& scope) {
+  std::map<std::string, std::vector<std::string>> owners;
+  for (const admin::Area area : admin::kAreas) {
+    if (area == admin::Area::kSemlets || scope.area.value_or(area) != area) continue;
+    std::vector<sys::Child> children;
+    static_cast<void>(sys::list_sorted(context.tree().folder_of(area), children));
+    for (const auto& [name, kind] : children) {
+      if (kind == sys::Kind::kFolder && scope.owner.value_or(name) == name)
+        owners[name].emplace_back(admin::name_of(area));
+    }
+  }
+  return owners;
+}
+
 std::vector<FoundEntry> find_entries(Context& context, admin::EntryQuery query) {
   query.with_info = true;
   query.locking = context.locking();

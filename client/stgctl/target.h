@@ -71,6 +71,9 @@ struct FoundEntry {
 };
 Subject subject_of(const FoundEntry& entry);
 
+/// The owners that have a folder in the scope, and the names of their areas.
+std::map<std::string, std::vector<std::string>> owners_in(Context& context,
+                                                          const admin::Scope& scope);
 /// The matching entries, with their sizes and times. Changes nothing.
 /// @throws Failure kLockTimeout if an index stayed locked, kFailed if a folder could not be read,
 /// kInterrupted after Ctrl-C.

@@ -68,16 +68,9 @@ std::vector<std::string> tree_options(std::vector<std::string> words) {
 std::set<std::string> owners(Context& context) {
   std::set<std::string> found;
   if (context.tree().layout == admin::Layout::kFlat) return found;
-  const admin::Scope scope = context.scope();
-  for (const admin::Area area : admin::kAreas) {
-    if (area == admin::Area::kSemlets || scope.area.value_or(area) != area) continue;
-    sys::Folder folder;
-    if (!folder.open(context.tree().folder_of(area)).ok()) continue;
-    sys::Entry entry;
-    while (folder.next(entry)) {
-      if (entry.kind == sys::Kind::kFolder) found.emplace(entry.name);
-    }
-  }
+  admin::Scope scope = context.scope();
+  scope.owner.reset();
+  for (const auto& [name, areas] : owners_in(context, scope)) found.insert(name);
   return found;
 }
 

@@ -10,9 +10,6 @@ namespace stgctl {
 
 namespace {
 
-constexpr std::array<admin::Area, 4> kWithOwners = {admin::Area::kDocs, admin::Area::kUser,
-                                                    admin::Area::kMail, admin::Area::kList};
-
 /// The areas whose owners' folders are renamed and removed, in the library's order. Corporate
 /// documents are shared and stay.
 constexpr std::array<admin::Area, 3> kPersonalAreas = {admin::Area::kMail, admin::Area::kList,
@@ -67,19 +64,7 @@ void wait_for_folders(Context& context, const std::string& owner) {
 
 Exit run_list(Context& context) {
   require_owners(context);
-  const admin::Scope scope = context.scope();
-  std::map<std::string, std::vector<std::string>> owners;
-  for (const admin::Area area : kWithOwners) {
-    if (scope.area && *scope.area != area) continue;
-    sys::Folder folder;
-    if (!folder.open(context.tree().folder_of(area)).ok()) continue;
-    sys::Entry entry;
-    while (folder.next(entry)) {
-      if (entry.kind != sys::Kind::kFolder) continue;
-      if (scope.owner && *scope.owner != entry.name) continue;
-      owners[std::string(entry.name)].emplace_back(admin::name_of(area));
-    }
-  }
+  const auto owners = owners_in(context, context.scope());
   Output& out = context.out();
   for (const auto& [name, areas] : owners) {
     out.result("stgctl.user.list/1", {{"owner", name}, {"areas", Json(areas)}}, "{}  {}\n",
