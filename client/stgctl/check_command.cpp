@@ -1,3 +1,4 @@
+#include <array>
 #include <tuple>
 
 #include "client/admin/repair_text.h"
@@ -25,20 +26,12 @@ bool is_about_names(Code code) {
          code == Code::kFileWithoutLine || code == Code::kMalformedLine;
 }
 
-bool is_repaired(Code code) {
-  switch (code) {
-    case Code::kLineWithoutFile:
-    case Code::kDuplicateKey:
-    case Code::kMalformedLine:
-    case Code::kDanglingKeyLine:
-    case Code::kDanglingCategoryLine:
-    case Code::kCounterBehind:
-    case Code::kCounterUnreadable:
-    case Code::kPartsWithoutDocument:
-    case Code::kFileWithoutLine: return true;
-    default: return false;
-  }
-}
+/// What 'repair' changes.
+constexpr std::array<Code, 9> kRepaired = {
+    Code::kLineWithoutFile,   Code::kDuplicateKey,         Code::kMalformedLine,
+    Code::kDanglingKeyLine,   Code::kDanglingCategoryLine, Code::kCounterBehind,
+    Code::kCounterUnreadable, Code::kPartsWithoutDocument, Code::kFileWithoutLine};
+bool is_repaired(Code code) { return std::ranges::find(kRepaired, code) != kRepaired.end(); }
 
 bool is_folder_gone(Code code) {
   return code == Code::kFolderReplaced || code == Code::kMissingArea;

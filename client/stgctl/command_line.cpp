@@ -3,6 +3,7 @@
 #include "client/stgctl/command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <array>
 #include <map>
 #include <sstream>
 
@@ -37,16 +38,10 @@ const std::vector<std::string> kWhen = {"auto", "always", "never"};
 const std::vector<std::string> kLayouts = {"auto", "owner", "flat"};
 const std::vector<std::string> kLevels = {"xs", "s", "m", "l", "xl"};
 
-const char* heading(Group group) {
-  switch (group) {
-    case Group::kLook: return "Inspect";
-    case Group::kExplain: return "Explain";
-    case Group::kCheck: return "Check";
-    case Group::kChange: return "Change";
-    case Group::kHidden: return "";
-    default: return "Other";
-  }
-}
+/// The headings of the groups.
+constexpr std::array<const char*, 6> kHeadings = {"Inspect", "Explain", "Check",
+                                                  "Change",  "Other",   ""};
+const char* heading(Group group) { return kHeadings[static_cast<std::size_t>(group)]; }
 
 std::string check_timeout(const std::string& text) {
   if (text == "none") return {};

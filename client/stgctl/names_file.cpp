@@ -84,12 +84,10 @@ admin::Tree tree_of_names(Context& context, admin::Layout layout) {
 void throw_failure(const admin::StoreError& error) {
   using Why = admin::StoreError::Why;
   switch (error.why()) {
-    case Why::kMissing:
-      throw Failure(Exit::kNothingMatched,
-                    std::string(error.what()) + "; 'stgctl index snapshot' does that");
-    case Why::kLocked: throw Failure(Exit::kLockTimeout, error.what());
-    case Why::kForeign: throw Failure(Exit::kRefused, error.what());
-    default: throw Failure(Exit::kFailed, error.what());
+    case Why::kMissing: not_found("{}; 'stgctl index snapshot' does that", error.what());
+    case Why::kLocked: locked_out("{}", error.what());
+    case Why::kForeign: refuse("{}", error.what());
+    default: fail("{}", error.what());
   }
 }
 

@@ -1,5 +1,6 @@
 #include "client/stgctl/output.h"
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -15,26 +16,16 @@ namespace {
 constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
 constexpr std::string_view kClearLine = "\r\x1b[K";
 
-std::string_view code_of(Style style) {
-  switch (style) {
-    case Style::kBold: return "\x1b[1m";
-    case Style::kDim: return "\x1b[2m";
-    case Style::kRed: return "\x1b[31m";
-    case Style::kGreen: return "\x1b[32m";
-    case Style::kYellow: return "\x1b[33m";
-    case Style::kBlue: return "\x1b[34m";
-    case Style::kCyan: return "\x1b[36m";
-    case Style::kPlain: break;
-  }
-  return "";
-}
+/// The escape sequences of the styles.
+constexpr std::array<std::string_view, 8> kStyles = {
+    "", "\x1b[1m", "\x1b[2m", "\x1b[31m", "\x1b[32m", "\x1b[33m", "\x1b[34m", "\x1b[36m"};
 
 /// Windows reports a closed pipe as EINVAL.
 bool is_reader_gone(int code) { return code == EPIPE || code == EINVAL; }
 
 std::string in_style(bool colors, Style style, std::string_view text) {
   if (!colors || style == Style::kPlain) return std::string(text);
-  return formatted("{}{}\x1b[0m", code_of(style), text);
+  return formatted("{}{}\x1b[0m", kStyles[static_cast<std::size_t>(style)], text);
 }
 
 bool wants_colors(When when, terminal::Stream stream) {

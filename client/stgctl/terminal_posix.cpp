@@ -17,13 +17,9 @@ static_assert(std::atomic<bool>::is_always_lock_free);
 
 void note_interrupt(int) { interrupt_seen.store(true); }
 
-int descriptor(Stream stream) {
-  switch (stream) {
-    case Stream::kIn: return STDIN_FILENO;
-    case Stream::kOut: return STDOUT_FILENO;
-    default: return STDERR_FILENO;
-  }
-}
+/// The streams have the order of the descriptors.
+int descriptor(Stream stream) { return static_cast<int>(stream); }
+static_assert(static_cast<int>(Stream::kErr) == STDERR_FILENO);
 
 }  // namespace
 
