@@ -7,11 +7,13 @@ namespace stgctl {
 
 /// Returns the commands of one file.
 using Family = Commands();
-Family status_commands, stats_command, report_command, list_commands, document_commands,
-    show_commands, index_commands, snapshot_commands, index_restore_command, explain_commands,
-    check_command, compare_command, init_command, put_command, get_command, rm_command, mv_command,
-    key_commands, user_commands, clean_command, adopt_commands, repair_commands, export_command,
-    import_command, usage_commands;
+Family status_command, locks_command, doctor_command, stats_command, report_command, ls_command,
+    find_command, versions_command, which_command, cat_command, parts_command, show_commands,
+    index_commands, index_snapshot_command, index_log_command, index_diff_command,
+    index_restore_command, explain_commands, check_command, compare_command, init_command,
+    put_command, get_command, rm_command, mv_command, key_commands, user_commands, clean_command,
+    migrate_command, sync_command, repair_commands, export_command, import_command,
+    completion_command, manual_command;
 
 template <class... Lists>
 Commands together(const Lists&... lists) {
@@ -21,12 +23,15 @@ Commands together(const Lists&... lists) {
 }
 
 Commands all_commands() {
-  return together(status_commands(), stats_command(), report_command(), list_commands(),
-                  document_commands(), show_commands(), index_commands(), snapshot_commands(),
-                  index_restore_command(), explain_commands(), check_command(), compare_command(),
-                  init_command(), put_command(), get_command(), rm_command(), mv_command(),
-                  key_commands(), user_commands(), clean_command(), adopt_commands(),
-                  repair_commands(), export_command(), import_command(), usage_commands());
+  return together(status_command(), locks_command(), doctor_command(), stats_command(),
+                  report_command(), ls_command(), find_command(), versions_command(),
+                  which_command(), cat_command(), parts_command(), show_commands(),
+                  index_commands(), index_snapshot_command(), index_log_command(),
+                  index_diff_command(), index_restore_command(), explain_commands(),
+                  check_command(), compare_command(), init_command(), put_command(), get_command(),
+                  rm_command(), mv_command(), key_commands(), user_commands(), clean_command(),
+                  migrate_command(), sync_command(), repair_commands(), export_command(),
+                  import_command(), completion_command(), manual_command());
 }
 
 const char* family_summary(const std::string& name) {

@@ -1,5 +1,8 @@
 #include "client/stgctl/look.h"
 
+#include <array>
+#include <tuple>
+
 namespace stgctl {
 
 sys::Locking locking_for(Context& context, bool no_lock) {
@@ -96,6 +99,11 @@ void print_finding(Output& out, std::string_view severity, std::string_view code
             out.styled(Style::kBold, code), where, detail.empty() ? "" : ": ", shown(detail));
 }
 
+std::string_view name_of(sys::Knowledge known) {
+  constexpr std::array<std::string_view, 3> kNames = {"complete", "partial", "none"};
+  return kNames[static_cast<std::size_t>(known)];
+}
+
 admin::EntryQuery query_of(Context& context, const std::string& pattern,
                            const std::string& timestamp, bool no_lock) {
   auto query = context.walk<admin::EntryQuery>();
@@ -103,6 +111,56 @@ admin::EntryQuery query_of(Context& context, const std::string& pattern,
   if (!pattern.empty()) query.pattern = pattern;
   if (!timestamp.empty()) query.timestamp = parse_stamp(timestamp);
   return query;
+}
+
+Exit list_entries(Context& context, const admin::EntryQuery& query, const char* schema) {
+  Output& out = context.out();
+  bool any = false;
+  std::string line;  // its memory is reused
+  const auto show = [&](const admin::EntryView& entry) {
+    any = true;
+    if (out.json()) {
+      Json fields = fields_of(entry);
+      if (query.with_info) put_info(fields, entry.info);
+      out.json_line(schema, fields);
+      return !Context::interrupted();
+    }
+    line.clear();
+    if (query.with_info) {
+      append_formatted(line, "{:>10}  {}  ", format_bytes(entry.info.size),
+                       format_time(entry.info.modify_time));
+    }
+    append_subject(line, entry);
+    line += "  ";
+    append_name(line, entry.file);
+    if (entry.state == admin::EntryState::kUnindexed) line += "  (orphan)";
+    if (entry.state == admin::EntryState::kMissing) line += "  (dangling)";
+    line += '\n';
+    out.write(line);
+    return !Context::interrupted();
+  };
+  const admin::EntryFailures failures =
+      admin::for_each_entry(context.tree(), query, show, warn_of_failures(context));
+  return exit_of(failures, any);
+}
+
+std::vector<FoundEntry> versions_of(Context& context, const EntryOptions& options,
+                                    admin::EntryFailures& failures) {
+  admin::EntryQuery query = query_of(context, "", options.timestamp, options.no_lock);
+  query.logical = options.name;
+  query.with_info = true;
+  std::vector<FoundEntry> found;
+  failures = admin::for_each_entry(
+      context.tree(), query,
+      [&](const admin::EntryView& entry) {
+        found.emplace_back(entry);
+        return true;
+      },
+      warn_of_failures(context));
+  std::ranges::sort(found, {}, [](const FoundEntry& entry) {
+    return std::tie(entry.folder.area, entry.folder.owner, entry.name, entry.timestamp);
+  });
+  return found;
 }
 
 }  // namespace stgctl

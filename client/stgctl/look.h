@@ -51,9 +51,35 @@ Style style_of(std::string_view severity);
 void print_finding(Output& out, std::string_view severity, std::string_view code,
                    std::string_view where, std::string_view detail);
 
+/// "complete", "partial", "none".
+std::string_view name_of(sys::Knowledge known);
+
+// The help of two options of ls and find.
+inline constexpr const char* kPatternHelp = "Logical names: \"*\" and \"?\" match";
+inline constexpr const char* kLongHelp = "Also show sizes and times";
+
 /// What a listing asks for. An empty pattern or timestamp matches all.
 admin::EntryQuery query_of(Context& context, const std::string& pattern,
                            const std::string& timestamp, bool no_lock);
+/// Lists the matching entries one by one. @param schema "stgctl.ls/1".
+Exit list_entries(Context& context, const admin::EntryQuery& query, const char* schema);
+
+// ---- for the commands that look at one document: versions, which, cat, parts -------------------
+
+struct EntryOptions : Arguments {
+  const char* what = "The logical name";
+  TextOption name{*this, "entry", "ENTRY", what, kRequired};
+  TextOption timestamp{*this, "--timestamp", kStamp, "Only the version of this timestamp"};
+  NoLock no_lock{*this};
+
+  /// Splits the name if it has the printed form of a version.
+  void take_apart(Context& context) { context.take_apart(name, timestamp); }
+};
+
+/// All versions of the name within --area, --owner and the options, sorted by area, owner, name and
+/// timestamp. Warns about folders that could not be read.
+std::vector<FoundEntry> versions_of(Context& context, const EntryOptions& options,
+                                    admin::EntryFailures& failures);
 
 // ---- what a clean would free (clean_command.cpp) -----------------------------------------------
 

@@ -1,98 +1,9 @@
-// status, locks and doctor: a tree and the system below it.
-
-#include <array>
-
 #include "client/admin/shared_probe.h"
-#include "client/stgctl/look.h"
+#include "client/stgctl/command.h"
 
 namespace stgctl {
 
 namespace {
-
-std::string_view name_of(sys::Knowledge known) {
-  constexpr std::array<std::string_view, 3> kNames = {"complete", "partial", "none"};
-  return kNames[static_cast<std::size_t>(known)];
-}
-
-Exit run_status(Context& context) {
-  const admin::Tree& tree = context.tree();
-  const admin::TreeStatus status = admin::status_of(tree);
-  const sys::FileSystem system = sys::file_system_of(tree.storage);
-  std::vector<sys::HeldLock> locks;
-  const sys::Knowledge known = sys::find_locks(tree.storage, locks);
-  if (context.out().json()) {
-    Json fields = {{"storage", tree.storage},
-                   {"layout", admin::name_of(tree.layout)},
-                   {"layout_guessed", tree.layout_was_guessed},
-                   {"areas", Json::array()}};
-    for (const admin::Area area : admin::kAreas) {
-      const admin::AreaStatus& each = status.areas[static_cast<std::size_t>(area)];
-      fields["areas"].push_back({{"area", admin::name_of(area)},
-                                 {"exists", each.exists},
-                                 {"owners", each.owners},
-                                 {"folders", each.folders},
-                                 {"indexes", each.with_index},
-                                 {"strays", each.strays}});
-    }
-    fields["failures"] = status.failures;
-    fields["file_system"] = system.type;
-    fields["free_bytes"] = system.free_bytes;
-    fields["locks"] = locks.size();
-    fields["locks_known"] = name_of(known);
-    context.out().json_line("stgctl.status/1", fields);
-  } else {
-    context.out().print(
-        "{}  {}{}\n", context.out().styled(Style::kBold, shown(tree.storage)),
-        tree.layout == admin::Layout::kFlat ? "flat, without owners" : "with owners",
-        tree.layout_was_guessed ? "" : " (--layout)");
-    for (const admin::Area area : admin::kAreas) {
-      const admin::AreaStatus& each = status.areas[static_cast<std::size_t>(area)];
-      if (!each.exists) {
-        context.out().print("  {:<8}missing\n", admin::name_of(area));
-        continue;
-      }
-      context.out().print("  {:<8}{:>6} owners  {:>7} folders  {:>7} indexes{}\n",
-                          admin::name_of(area), each.owners, each.folders, each.with_index,
-                          each.strays == 0 ? "" : formatted("  {} strays", each.strays));
-    }
-    context.out().print("  {} of {} free on {}\n", format_bytes(system.free_bytes),
-                        format_bytes(system.total_bytes), system.type);
-    if (known != sys::Knowledge::kNone) context.out().print("  {} locks held\n", locks.size());
-  }
-  return status.failures == 0 ? Exit::kDone : Exit::kPartlyDone;
-}
-
-Exit run_locks(Context& context) {
-  const admin::Tree& tree = context.tree();
-  std::vector<sys::HeldLock> locks;
-  const sys::Knowledge known = sys::find_locks(tree.storage, locks);
-  for (const sys::HeldLock& lock : locks) {
-    const char* const how = lock.is_exclusive ? "exclusive" : "shared";
-    context.out().result("stgctl.locks/1",
-                         {{"record", "lock"},
-                          {"path", lock.path},
-                          {"lock", how},
-                          {"whole_file", lock.is_whole_file},
-                          {"process", lock.process},
-                          {"command", lock.command}},
-                         "{:<9}  {:>8}  {:<16}  {}\n", how, lock.process, shown(lock.command),
-                         shown(lock.path));
-  }
-  if (context.out().json())
-    context.out().json_line(
-        "stgctl.locks/1",
-        {{"record", "summary"}, {"locks", locks.size()}, {"known", name_of(known)}});
-  if (known == sys::Knowledge::kNone)
-    context.out().warning("this system does not report which process holds a lock");
-  if (known == sys::Knowledge::kPartial)
-    context.out().warning(
-        "processes of other users could not be inspected; run it as an administrator");
-  if (!context.out().json() && locks.empty() && known != sys::Knowledge::kNone)
-    context.out().note("no process holds a lock");
-  return Exit::kDone;
-}
-
-// ---- doctor ------------------------------------------------------------------------------------
 
 using admin::Holds;
 using admin::SharedCheck;
@@ -169,7 +80,7 @@ Exit run_doctor_shared(Context& context, const std::string& folder, const std::s
   return count_of(trial, Holds::kNo) == 0 ? Exit::kDone : Exit::kProblemsFound;
 }
 
-struct DoctorOptions : Arguments {
+struct Options : Arguments {
   TextOption try_in{
       *this, "--try-locks", "DIR",
       "Test locks in this folder, with a temporary file (the folder for temporary files)"};
@@ -192,7 +103,7 @@ struct Diagnosis {
   std::vector<std::string> warnings;
 };
 
-Diagnosis diagnose(Context& context, const DoctorOptions& options) {
+Diagnosis diagnose(Context& context, const Options& options) {
   const admin::Tree& tree = context.tree();
   Diagnosis found;
   found.system = sys::file_system_of(tree.storage);
@@ -224,7 +135,7 @@ Diagnosis diagnose(Context& context, const DoctorOptions& options) {
   return found;
 }
 
-Exit run_doctor(Context& context, const DoctorOptions& options) {
+Exit run_doctor(Context& context, const Options& options) {
   if (!options.shared.empty()) return run_doctor_shared(context, options.shared, options.peer);
   const admin::Tree& tree = context.tree();
   const Diagnosis found = diagnose(context, options);
@@ -271,13 +182,8 @@ Exit run_doctor(Context& context, const DoctorOptions& options) {
 
 }  // namespace
 
-Commands status_commands() {
-  return {{"status", Group::kLook, Effect::kLooks, "Show an overview of a tree", run_status,
-           "Shows the areas with their owners, folders and indexes, the free space, and the\n"
-           "number of locks. Reads no index."},
-          {"locks", Group::kLook, Effect::kLooks, "Show which process holds which lock", run_locks,
-           "Works on Linux, for the processes that you may inspect. Windows does not report it."},
-          {"doctor", Group::kLook, Effect::kLooks,
+Commands doctor_command() {
+  return {{"doctor", Group::kLook, Effect::kLooks,
            "Show the system below the tree, and test its locks", run_doctor,
            "Shows versions, code page and file system. The exit code is 4 if something is\n"
            "wrong. --shared tests each property that hosts need from a shared file system,\n"

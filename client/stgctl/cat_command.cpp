@@ -1,0 +1,40 @@
+#include "client/stgctl/look.h"
+#include "client/stgctl/new_file.h"
+
+namespace stgctl {
+
+namespace {
+
+FoundEntry only_one(const std::vector<FoundEntry>& all, const EntryOptions& options) {
+  if (all.empty()) not_found("no document in the tree has the name {}", shown(options.name));
+  if (all.size() > 1)
+    misused(
+        "{} versions match; name one by --area, --owner and --timestamp "
+        "('stgctl versions' lists them)",
+        all.size());
+  return all.front();
+}
+
+Exit run_cat(Context& context, EntryOptions& options) {
+  options.take_apart(context);
+  if (context.out().json()) misused("cat has no JSON output; omit --json");
+  admin::EntryFailures failures;
+  const std::vector<FoundEntry> all = versions_of(context, options, failures);
+  if (all.empty() && failures.lock_missed) return Exit::kLockTimeout;
+  const std::string path = only_one(all, options).path();
+  const os::Status read = write_out(context, path, locking_for(context, options.no_lock));
+  if (read.failure() == os::Failure::kLocked)
+    locked_out("{} is locked by another process; wait, or read it with --no-lock", shown(path));
+  if (!read.ok()) fail("{}: {}", shown(path), sys::text_of(read));
+  return Context::interrupted() ? Exit::kInterrupted : Exit::kDone;
+}
+
+}  // namespace
+
+Commands cat_command() {
+  return {{"cat", Group::kLook, Effect::kLooks, "Write a document to the standard output", run_cat,
+           "Reads under a shared lock, so it never sees a half-written document. The name must\n"
+           "lead to exactly one version."}};
+}
+
+}  // namespace stgctl

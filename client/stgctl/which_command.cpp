@@ -1,0 +1,78 @@
+#include "client/stgctl/look.h"
+
+namespace stgctl {
+
+namespace {
+
+/// The document's file for a path in its folder: the file itself, or the file of a sub-part.
+std::string document_file(const admin::DocumentFolder& folder, const std::string& rest) {
+  const std::string first = rest.substr(0, rest.find(sys::kSeparator));
+  if (sys::describe(sys::join(folder.path, first)).kind != sys::Kind::kFolder) return first;
+  for (std::size_t at = first.find('_'); at != std::string::npos; at = first.find('_', at + 1)) {
+    const std::string document = first.substr(0, at);
+    if (sys::describe(sys::join(folder.path, document)).kind == sys::Kind::kFile) return document;
+  }
+  return first;
+}
+
+Exit show_logical(Context& context, const EntryOptions& options, const admin::Located& located) {
+  const std::string file = document_file(located.folder, located.rest);
+  admin::EntryQuery query;
+  query.scope.area = located.folder.area;
+  if (!located.folder.owner.empty()) query.scope.owner = located.folder.owner;
+  query.with_missing = true;
+  query.locking = locking_for(context, options.no_lock);
+  bool any = false;
+  const admin::EntryFailures failures = admin::for_each_entry(
+      context.tree(), query,
+      [&](const admin::EntryView& entry) {
+        if (entry.file != file || entry.folder->path != located.folder.path) return true;
+        any = true;
+        Json fields = fields_of(entry);
+        fields["direction"] = "logical";
+        context.out().result("stgctl.which/1", fields, "{}{}\n", subject_text(entry),
+                             entry.state == admin::EntryState::kUnindexed ? "  (orphan)" : "");
+        return true;
+      },
+      warn_of_failures(context));
+  return exit_of(failures, any);
+}
+
+Exit show_physical(Context& context, const EntryOptions& options) {
+  admin::EntryFailures failures;
+  const std::vector<FoundEntry> all = versions_of(context, options, failures);
+  for (const FoundEntry& version : all) {
+    Json fields = fields_of(version.view());
+    fields["path"] = version.path();
+    fields["direction"] = "physical";
+    context.out().result("stgctl.which/1", fields, "{}\n", shown(version.path()));
+  }
+  return exit_of(failures, !all.empty());
+}
+
+struct Options : Arguments {
+  EntryOptions entry{*this, "A logical name, or the path of a file in the tree"};
+};
+
+Exit run_which(Context& context, Options& which) {
+  EntryOptions& options = which.entry;
+  // Text in the form of a version is a path if something exists there.
+  if (sys::describe(options.name).kind == sys::Kind::kMissing) options.take_apart(context);
+  const bool is_path = options.name.find_first_of("/\\") != std::string::npos;
+  if (!is_path) return show_physical(context, options);
+  const auto located = admin::locate_in(context.tree(), options.name);
+  if (!located || located->rest.empty())
+    not_found("{} is not a file in a document folder of this tree", shown(options.name));
+  return show_logical(context, options, *located);
+}
+
+}  // namespace
+
+Commands which_command() {
+  return {
+      {"which", Group::kLook, Effect::kLooks, "Show the file of an entry, or the entry of a file",
+       run_which,
+       "An argument with a separator is a path. The path of a sub-part leads to its document."}};
+}
+
+}  // namespace stgctl
