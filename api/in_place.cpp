@@ -93,17 +93,11 @@ void open_to_write(vu_file& file, const Address& address, bool replaces) {
   Place place;
   place.version = address.version;
   if (!find_folder(address, true, place.folder)) throw Refusal{VU_FAILED, {}, {}};
+  bool existed = STGIndex::exists(place.folder, address.name, place.version, place.file);
   // An index that cannot be opened looks empty; find() throws then.
-  bool existed = STGIndex::exists(place.folder, address.name, place.version, place.file) ||
-                 find(address, place);
-  if (!existed) {
-    if (create_entry(address.name, place))
-      return file.open(place.folder, place.file, vu_file_base::o_truncate);
-    // Another program has just created it.
-    existed = find(address, place);
-    if (!existed && replaces)
-      throw Refusal{VU_FAILED, "another program created and removed the version; call again", {}};
-  }
+  if (!existed && !LockLimit::passed()) existed = !find_or_create(address, place);
+  if (LockLimit::passed()) throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
+  if (!existed) file.open(place.folder, place.file, vu_file_base::o_truncate);
   if (existed && replaces) open_over(file, address, place);
 }
 

@@ -131,7 +131,7 @@ vu_status change(const KeyFile& of, const std::string& name,
     place = place_of(of);
   } else if (!of.is_plain()) {
     if (!find_folder(of.address, true, place.folder)) throw Refusal{VU_FAILED, {}, {}};
-    if (!find(of.address, place)) create_entry(of.address.name, place);
+    find_or_create(of.address, place);
   }
   vu_file file;
   file.open(place.folder, place.file, vu_file_base::o_append);

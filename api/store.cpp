@@ -105,12 +105,34 @@ Place place_of(const Address& address) {
 
 bool create_entry(const std::string& name, Place& place) {
   const OwnFiles own;
-  place.file = STGIndex::create(place.folder, name, place.version);
-  const bool is_mine = own.has(place.path());
-  if (!LockLimit::passed()) return is_mine;
-  // The entry could not be saved, and the file would be adopted as an orphan.
-  if (is_mine) vu_file::remove(place.path());
-  throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
+  // A file without an entry would be adopted as an orphan.
+  const auto undo = [&] {
+    if (!own.last().empty()) vu_file::remove(own.last());
+  };
+  const unsigned failures_before = Call::current().failures();
+  try {
+    place.file = STGIndex::create(place.folder, name, place.version);
+  } catch (...) {
+    undo();
+    throw;
+  }
+  std::string saved;
+  const bool is_saved = Call::current().failures() == failures_before ||
+                        STGIndex::exists(place.folder, name, place.version, saved);
+  if (is_saved && !LockLimit::passed()) return own.last() == place.path();
+  undo();
+  throw Refusal{LockLimit::passed() ? VU_LOCK_TIMEOUT : VU_FAILED, {}, {}};
+}
+
+bool find_or_create(const Address& address, Place& place) {
+  constexpr int kTries = 3;
+  for (int tries = 0; tries < kTries; ++tries) {
+    if (find(address, place)) return false;
+    // Otherwise another program has just created it.
+    if (create_entry(address.name, place)) return true;
+  }
+  throw Refusal{VU_FAILED, "the version has an entry, but its file has another name; see 'check'",
+                told_path(place.path())};
 }
 
 bool has_moved(const Place& place, int tries) {

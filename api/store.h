@@ -131,10 +131,12 @@ bool find(const Address& address, Place& place);
 /// As find(). @throws Refusal VU_NOTHING_MATCHED if it does not exist.
 Place place_of(const Address& address);
 /// Creates the entry of a version and its empty file; sets the file of @p place.
-/// @return false if the entry exists already: another program has just created it.
-/// @throws Refusal VU_LOCK_TIMEOUT, without the file; vu_file_except if the counter of the folder
-/// gives no unused name
+/// @return false if the entry exists already. @throws Refusal, vu_file_except; then the file is
+/// removed again
 bool create_entry(const std::string& name, Place& place);
+/// Finds a version, or creates it in the folder of @p place. @return whether it was created.
+/// @throws like create_entry(), and Refusal if the version has an entry that find() does not find
+bool find_or_create(const Address& address, Place& place);
 /// For a version whose file could not be used: whether the file is gone because another program has
 /// replaced the version. The caller then looks the version up again.
 bool has_moved(const Place& place, int tries);

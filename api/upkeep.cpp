@@ -7,7 +7,6 @@
 #include "api/lists.h"
 #include "api/store.h"
 #include "index/index_gate.h"
-#include "index/own_files.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
 #include "vu_storage.h"
@@ -146,7 +145,6 @@ vu_status migrate(const Store& store, const char* owner) {
     throw Refusal{
         VU_REFUSED, "the migration needs adoption; open the storage without VU_NO_ADOPTION", {}};
   wait_for_index(folder);
-  const OwnFiles own;
   STGIndex::migrateInboxRead(name);
   return done_unless_told();
 }

@@ -18,6 +18,10 @@ os::Status find_entry(const std::string& path);
 /// whether both succeeded.
 bool copy_and_flush(const std::string& src, const std::string& dst);
 
+/// Creates an empty file. @return false if the name is taken. @throws vu_file_except after any other
+/// failure, which is traced.
+bool create_new_file(const std::string& path);
+
 /// Removes a plain file that its owner can write, and nothing else: the work of vu_file::chmodW()
 /// and vu_file::remove() in fewer system calls. An exception is traced like one of the latter.
 /// @return false if the path names no such file: then use the two functions. Otherwise check

@@ -236,6 +236,21 @@ bool vu_file::recurseRemoveDir(const std::string& path) {
   return remove_tree(vu_trace_scope, path, os::kNoHandle);
 }
 
+bool create_new_file(const std::string& path) {
+  VU_FILE_SCOPE();
+  os::Handle handle = os::kNoHandle;
+  const os::Status made = os::open(path, os::Access::kCreateNew, handle);
+  if (made.ok()) {
+    static_cast<void>(os::close(handle));
+    return true;
+  }
+  if (made.failure() == os::Failure::kAlreadyExists) return false;
+  if (trace::Listener* const listener = trace::listener())
+    listener->hear_failure(path, made.code());
+  VU_ERROR("the new file cannot be created: ", path, ", error ", made.code());
+  throw vu_file_except("throw exception on open", 0);
+}
+
 // ---- names -------------------------------------------------------------------------------------
 
 std::string vu_file::getShirtFileName(const std::string& fullName, std::string& dir) {

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "file/folder_entries.h"
+#include "index/counter.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
@@ -20,20 +21,24 @@ bool STGIndex::_contains(const std::string& logical, long timestamp) const {
 
 namespace {
 
-/// The first name from @p draw whose file does not exist.
+/// Gives a new entry a file that did not exist. @p draw returns the next number as a name.
 template <class Draw>
-std::string name_of_own_file(const std::string& folder, const std::string& extension, Draw draw) {
+std::string make_own_file(IndexState& state, const std::string& key, Draw draw) {
   for (std::int32_t before = -1;;) {
-    std::string name = draw();
-    const Presence presence = presence_of(folder + "\\" + name + extension);
-    // All callers get kTroubleName while the counter cannot be used. But it is also a number: then
-    // the next name is another one.
-    if (presence == Presence::kMissing && name != index_format::kTroubleName) return name;
-    // The numbers of a counter that works grow. Only after the largest one they begin again.
-    const std::int32_t number = index_format::parse_decimal(name);
-    if (number <= before || presence == Presence::kUnknown)
-      throw vu_file_except("STGIndex: the counter gives no name for a new file: " + folder + "\\" +
-                           index_format::kCounterFile);
+    const std::string physical = draw();
+    std::string name = index_format::file_name_of(key, physical);
+    std::string path = state.folder() + "\\" + name;
+    if (create_new_file(path)) {
+      OwnFiles::note(std::move(path));
+      state.insert(key, physical);
+      state.file_is_made(key, {});
+      return name;
+    }
+    // A counter that cannot be written does not advance. The failure was traced.
+    const std::int32_t number = index_format::parse_decimal(physical);
+    if (number <= before)
+      throw vu_file_except("STGIndex: the counter gives no name for a new file: " + state.folder() +
+                           "\\" + index_format::kCounterFile);
     before = number;
   }
 }
@@ -44,30 +49,29 @@ std::string STGIndex::_create(const std::string& logical, long timestamp) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   const std::string key = entryAndTS(logical, timestamp);
   const IndexLine* const unknown = m_state->unknown_line(key);
+  const bool needs_own_file = OwnFiles::are_required();
   // Required: the extension is appended to any physical name.
   std::string name;
   if (const auto stored = m_state->find(key)) {
     name = std::string(*stored) + extension(logical);
   } else if (unknown != nullptr) {
     name = index_format::file_name_of(key, unknown->stored);
+  } else if (needs_own_file) {
+    const std::string suffix = extension(logical);
+    name = make_own_file(*m_state, key, [&] { return draw_name(*m_state, &suffix); });
   } else {
-    const std::string physical =
-        OwnFiles::are_required()
-            ? name_of_own_file(m_folder, extension(logical), [this] { return newIndex(); })
-            : newIndex();
+    const std::string physical = newIndex();
     m_state->insert(key, physical);
     name = physical + extension(logical);
   }
 
   // The file of an unknown entry may exist; the caller opens it and finds out.
-  const Presence presence = presence_of(m_folder + "\\" + name);
+  const Presence presence = needs_own_file ? Presence::kThere : presence_of(m_folder + "\\" + name);
   if (presence == Presence::kMissing || (presence == Presence::kUnknown && unknown == nullptr)) {
-    std::string path = m_folder + "\\" + name;
     vu_file file(m_folder, name);
     file.open(o_append);
     file.close();
     m_state->file_is_made(key, {});
-    OwnFiles::note(std::move(path));
   }
   VU_TRACE_M(" STGIndex (create): Set need update flag to true: index.dat will be updated");
   VU_TRACE_M("           folder : ", m_folder);

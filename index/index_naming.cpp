@@ -9,6 +9,7 @@
 #include "file/handle_core.h"
 #include "file/lock_limit.h"
 #include "file/replacement.h"
+#include "index/counter.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
@@ -21,8 +22,8 @@
 namespace {
 
 /// The next name after the number @p last that is not taken; kFirstName after the largest number
-/// and after a negative one.
-std::string next_free_name(std::int32_t last, const IndexState& index) {
+/// and after a negative one. With an extension, names of files that exist are taken, too.
+std::string next_free_name(std::int32_t last, IndexState& index, const std::string* extension) {
   std::set<std::string, std::less<>> unknown;
   index.visit_unknown([&](std::string_view, std::string_view stored) { unknown.emplace(stored); });
   while (last >= 0) {
@@ -31,7 +32,9 @@ std::string next_free_name(std::int32_t last, const IndexState& index) {
     std::string name = index_format::generated_name(last);
     const bool is_taken =
         index.way_back_of(name) || unknown.contains(name) || index.is_to_be_removed(name);
-    if (!is_taken) return name;
+    if (is_taken) continue;
+    if (extension == nullptr || index.files().find(name + *extension).presence != Presence::kThere)
+      return name;
   }
   return index_format::kFirstName;
 }
@@ -48,22 +51,22 @@ std::string with_lower_case_extension(std::string name) {
 
 }  // namespace
 
-std::string STGIndex::newIndex() {
+std::string draw_name(IndexState& state, const std::string* own_extension) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  vu_file counter(m_folder, kCounterFile);
+  vu_file counter(state.folder(), index_format::kCounterFile);
   std::string name;
   std::optional<FileText> bytes;
   try {
-    counter.open(o_append);
+    counter.open(vu_file::o_append);
     bytes = read_to_end(counter);
     std::string storage;
     const std::string_view last = replacement::text_of(bytes->view(), storage);
-    name = next_free_name(index_format::parse_decimal(last), *m_state);
+    name = next_free_name(index_format::parse_decimal(last), state, own_extension);
     replace_and_close(counter, bytes->view(), name);
     return name;
   } catch (...) {
-    // The deadline has passed for the entry, too.
-    if (LockLimit::passed()) throw;
+    // The deadline has passed for the entry, too. And this name may be that of another entry.
+    if (LockLimit::passed() || own_extension != nullptr) throw;
     name = index_format::kTroubleName;
     VU_ERROR("STGIndex::newIndex : return ", name);
   }
@@ -80,6 +83,11 @@ std::string STGIndex::newIndex() {
   }
   counter.close();
   return name;
+}
+
+std::string STGIndex::newIndex() {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  return draw_name(*m_state);
 }
 
 bool STGIndex::alreadyInMaps(const std::string& found) const {

@@ -9,9 +9,9 @@
 /// were copied into the folder. Example: the counter is at 6, and 00000007.txt was copied there and
 /// adopted. Then the next new .txt document gets this file.
 ///
-/// With the rule such names are skipped, and the creation of an entry throws vu_file_except if the
-/// counter gives no other name. The rule applies while the object exists.
-/// Nested objects are allowed; the innermost one notes the files.
+/// With the rule the file is created exclusively, and names of existing files are skipped. A counter
+/// that cannot be used is an exception. An entry that exists gets no other file. The rule applies
+/// while the object exists. Nested objects are allowed; the innermost one notes the files.
 class OwnFiles {
  public:
   OwnFiles() noexcept;
@@ -19,9 +19,9 @@ class OwnFiles {
   OwnFiles(const OwnFiles&) = delete;
   OwnFiles& operator=(const OwnFiles&) = delete;
 
-  /// Whether the last new entry under this rule got the file at @p path. If not, an entry with that
-  /// file existed already.
-  bool has(const std::string& path) const { return m_last == path; }
+  /// The path of the last file that was created for a new entry under this rule; empty if there is
+  /// none, because the entry existed.
+  const std::string& last() const { return m_last; }
 
   /// Whether the rule applies to this thread.
   static bool are_required() noexcept;

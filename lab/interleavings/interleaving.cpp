@@ -344,7 +344,7 @@ SeenCall Interleaving::seen(int who, const Arriving& arriving) const {
   call.function = arriving.call;
   if (arriving.path != nullptr) call.path = relative(*arriving.path);
   if (arriving.to != nullptr) call.to = relative(*arriving.to);
-  call.is_making = arriving.access == os::Access::kReadWriteCreate;
+  call.is_making = arriving.access != os::Access::kReadExisting;
   if (arriving.handle != os::kNoHandle) {
     const auto found = m_handles.find({who, arriving.handle});
     if (found != m_handles.end()) {

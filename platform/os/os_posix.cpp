@@ -369,8 +369,9 @@ std::optional<std::string> working_folder() {
 
 Status open(Path path, Access access, Handle& handle) {
   handle = kNoHandle;
-  const bool writing = access == Access::kReadWriteCreate;
-  const int flags = O_CLOEXEC | O_NOCTTY | (writing ? O_RDWR | O_CREAT : O_RDONLY);
+  const bool writing = access != Access::kReadExisting;
+  const int rights = writing ? O_RDWR | O_CREAT : O_RDONLY;
+  const int flags = O_CLOEXEC | O_NOCTTY | rights | (access == Access::kCreateNew ? O_EXCL : 0);
   Descriptor descriptor(::open(native(path).c_str(), flags, 0666));
   FileInfo info{};
   if (!descriptor.valid() || ::fstat(descriptor.get(), &info) != 0) return fail(errno);

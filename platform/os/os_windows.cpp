@@ -318,9 +318,11 @@ std::basic_string<Character> message(std::int32_t code) {
 // ---- files -------------------------------------------------------------------------------------
 
 Status open(Path path, Access access, Handle& handle) {
-  const bool writing = access == Access::kReadWriteCreate;
+  const bool writing = access != Access::kReadExisting;
   const DWORD rights = writing ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ;
-  const DWORD disposition = writing ? OPEN_ALWAYS : OPEN_EXISTING;
+  const DWORD disposition = !writing                       ? OPEN_EXISTING
+                            : access == Access::kCreateNew ? CREATE_NEW
+                                                           : OPEN_ALWAYS;
   const HANDLE opened =
       with_text(path, [&](const auto* text) { return create_file(text, rights, disposition); });
   // Only the lower half distinguishes handles. The upper half is sign extension, also in

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/os/os.h"
+#include "tests/support/index_peer.h"
 #include "tests/support/os_faults.h"
 #include "tests/support/scratch.h"
 #include "tests/support/storage_peer.h"
@@ -346,12 +347,60 @@ TEST_F(CInterfaceFaults, ANewDocumentSkipsTheNumbersOfCopiedFiles) {
     EXPECT_EQ(read_file(folder + "\\" + numbered(i)), "copied") << i;
 }
 
-TEST_F(CInterfaceFaults, ANewDocumentGetsTheNumberAfterTheNameForTrouble) {
+TEST_F(CInterfaceFaults, ANewDocumentGetsTheNumberThatIsAlsoTheNameForTrouble) {
   const std::string folder = m_scratch.path("storage\\user\\anna");
   write_file(folder + "\\index", "99999998");
   const vu_document next = document("c.txt");
   EXPECT_EQ(put(next, "new", VU_IN_PLACE), VU_DONE);
-  EXPECT_EQ(read_file(folder + "\\100000000.txt"), "new");
+  EXPECT_EQ(read_file(folder + "\\99999999.txt"), "new");
+  const vu_document last = document("d.txt");
+  EXPECT_EQ(put(last, "last", VU_IN_PLACE), VU_DONE);
+  EXPECT_EQ(read_file(folder + "\\100000000.txt"), "last");
+}
+
+TEST_F(CInterfaceFaults, ANewDocumentIsNotTheOneThatItsCreationAdopts) {
+  // The load that precedes the creation adopts this file as "c.txt".
+  const std::string folder = m_scratch.path("storage\\user\\anna");
+  const synchronisation on(true);
+  write_file(folder + "\\c.TXT", "copied");
+  const vu_document adopted = document("c.txt");
+  vu_stream* stream = nullptr;
+  EXPECT_EQ(vu_open(m_store, &adopted, VU_WRITE_NEW, &stream), VU_ALREADY);
+  ASSERT_EQ(stream, nullptr);
+  EXPECT_EQ(content(adopted), "copied");
+  EXPECT_FALSE(vu_file::exists(folder + "\\c.txt.txt"));
+}
+
+TEST_F(CInterfaceFaults, AnEntryWithAnotherFileIsNotWritten) {
+  // The line of "c.txt" is valid, because the other name that it can have is that of a file.
+  const std::string folder = m_scratch.path("storage\\user\\anna");
+  write_file(folder + "\\c.txt.txt", "a=of another\n");
+  write_file(folder + "\\index.dat",
+             read_file(folder + "\\index.dat") +
+                 "c.txt.txt_0000000000/c.txt.txt\nc.txt_0000000000/c.txt\n");
+  const vu_document without = document("c.txt");
+  vu_stream* stream = nullptr;
+  EXPECT_EQ(vu_key_set(m_store, &without, "line", "value"), VU_FAILED);
+  EXPECT_EQ(vu_open(m_store, &without, VU_WRITE_NEW, &stream), VU_FAILED);
+  EXPECT_EQ(vu_open(m_store, &without, VU_WRITE_OVER, &stream), VU_FAILED);
+  EXPECT_NE(std::string(last_error().text).find("'check'"), std::string::npos);
+  EXPECT_EQ(read_file(folder + "\\c.txt.txt"), "a=of another\n");
+}
+
+TEST_F(CInterfaceFaults, ACreationThatCannotBeSavedLeavesNoFile) {
+  const std::string folder = m_scratch.path("storage\\user\\anna");
+  const vu_document next = document("c.txt");
+  const std::size_t before = vu_file::filenames(folder).size();
+  for (std::uint64_t nth = 1;; ++nth) {
+    {
+      const auto fault = faults::fail(Call::write, kRefused, nth);
+      const vu_status status = vu_key_set(m_store, &next, "line", "value");
+      if (fault.hits() == 0) break;
+      if (status == VU_DONE) vu_remove(m_store, &next);
+    }
+    if (content(next) != "VU_NOTHING_MATCHED") vu_remove(m_store, &next);
+    EXPECT_EQ(vu_file::filenames(folder).size(), before) << nth;
+  }
 }
 
 TEST_F(CInterfaceFaults, WithinACallbackTheExportedClassesKeepTheirNames) {
