@@ -7,9 +7,10 @@
 /// Opening versions to write them in place.
 namespace api {
 
-/// Opens a version to write it, as vu_storage::OpenWrite2() does. If @p replaces, an existing one
-/// is emptied and loses its parts or its lines in category files. Within a time limit all locks are
-/// taken first, so after VU_LOCK_TIMEOUT nothing is changed.
+/// Opens a version to write it. A missing one is created, with a file of its own. If @p replaces,
+/// an existing one is emptied and loses its parts or its lines in category files, as in
+/// vu_storage::OpenWrite2(). Within a time limit all locks are taken first. So an existing version
+/// is unchanged after VU_LOCK_TIMEOUT.
 ///
 /// The file stays closed after a failure that was traced, and if the version exists and is not to
 /// be replaced. It can be open without its lock. @throws Refusal, vu_file_except

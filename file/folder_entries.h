@@ -18,7 +18,7 @@ os::Status find_entry(const std::string& path);
 /// whether both succeeded.
 bool copy_and_flush(const std::string& src, const std::string& dst);
 
-/// Creates an empty file. @return false if the name is taken. @throws vu_file_except after any other
+/// Creates an empty file. @return false if the name is taken. @throws vu_file_except after another
 /// failure, which is traced.
 bool create_new_file(const std::string& path);
 

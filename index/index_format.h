@@ -23,7 +23,7 @@ inline bool is_index_file(std::string_view name) {
 /// Generated names are decimal numbers of at least eight digits. The first one is 00000001. After
 /// the largest number the counter returns kFirstName.
 inline constexpr const char* kFirstName = "00000000";
-/// The name that every caller gets while the counter cannot be used.
+/// The name that all callers of STGIndex get while the counter cannot be used.
 inline constexpr const char* kTroubleName = "99999999";
 /// The name for a number, which must not be negative.
 std::string generated_name(std::int32_t number);

@@ -9,9 +9,9 @@
 /// were copied into the folder. Example: the counter is at 6, and 00000007.txt was copied there and
 /// adopted. Then the next new .txt document gets this file.
 ///
-/// With the rule the file is created exclusively, and names of existing files are skipped. A counter
-/// that cannot be used is an exception. An entry that exists gets no other file. The rule applies
-/// while the object exists. Nested objects are allowed; the innermost one notes the files.
+/// With the rule the file is created exclusively, and names of existing files are skipped. If the
+/// counter cannot be used, the creation throws. An entry that exists gets no other file. The rule
+/// applies while the object exists. Nested objects are allowed; the innermost one notes the files.
 class OwnFiles {
  public:
   OwnFiles() noexcept;

@@ -107,7 +107,7 @@ constexpr std::array<FindingKind, kCodes> kKinds = {{
      "a save of index.dat was interrupted after the new text was safe. Readers use the new text",
      "nothing to do: the next writer completes the save"},
     {Code::kCounterUnusable, "counter-unusable", kError,
-     "the counter cannot be written. Every new document of the folder gets the same file, 99999999",
+     "the counter cannot be written. New documents share one file, 99999999, or are refused",
      "make it a writable plain file, or remove it; then run 'stgctl repair'"},
     {Code::kNotWritable, "not-writable", kError,
      "the user who runs the check cannot write here, so nothing can be stored or removed",
