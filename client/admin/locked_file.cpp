@@ -216,8 +216,9 @@ os::Status StagingFolder::make(const std::string& folder) {
     if (!made.ok()) return made;
     made = take(path, LockedFile::IfMissing::kMake);
     if (made.ok()) return made;
-    const bool is_gone = sys::describe(path).kind == sys::Kind::kMissing;
-    if (is_gone || made.failure() == os::Failure::kLocked) continue;
+    // Another process has taken the folder, or removed it and perhaps made it again.
+    if (made.failure() == os::Failure::kLocked || made.failure() == os::Failure::kNotFound)
+      continue;
     static_cast<void>(os::remove_directory(path));
     return made;
   }
@@ -236,10 +237,13 @@ os::Status StagingFolder::take(const std::string& path, LockedFile::IfMissing if
     const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
     const std::string mark =
         std::to_string(now) + " " + std::to_string(reinterpret_cast<std::uintptr_t>(this));
-    // Without space for the mark there is no space for copies either.
+    // Without space for the mark there is no space for copies either. A mark that cannot be read,
+    // because the file system applies the lock to other handles too, decides nothing.
     std::string found;
-    if (m_lock.cut_at(0).ok() && m_lock.write_at(0, mark).ok())
-      is_ours = sys::read_file(lock_in(path), sys::Locking::none(), found).ok() && found == mark;
+    if (m_lock.cut_at(0).ok() && m_lock.write_at(0, mark).ok()) {
+      const os::Status read = sys::read_file(lock_in(path), sys::Locking::none(), found);
+      is_ours = read.ok() ? found == mark : read.failure() != os::Failure::kNotFound;
+    }
   }
   if (!is_ours) {
     m_lock.close();

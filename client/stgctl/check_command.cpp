@@ -318,7 +318,7 @@ Exit run_check(Context& context, const Options& options) {
   CheckSummary summary;
   CheckReport report(context, options.all ? Lists::kWhole : Lists::kCut);
   {
-    const Progress progress(context.out(), "checking", asked);
+    Progress progress(context.out(), "checking", asked);
     summary = admin::check(tree, asked, [&](const Finding& finding) { report.add(finding); });
   }
   // A mistyped name must not look like a tree without problems.

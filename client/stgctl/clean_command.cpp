@@ -127,7 +127,7 @@ admin::Forecast forecast_of(Context& context, const admin::Scope& scope, bool by
   asked.scope = scope;
   asked.by_access = by_access;
   asked.now = now;
-  const Progress progress(context.out(), "counting", asked);
+  Progress progress(context.out(), "counting", asked);
   admin::Forecast forecast;
   walk_whole([&](const admin::FailureSink& failed) {
     return admin::forecast_cleaning(context.tree(), asked, failed, forecast);

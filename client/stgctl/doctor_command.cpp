@@ -1,5 +1,6 @@
 #include "client/admin/shared_probe.h"
 #include "client/stgctl/command.h"
+#include "client/stgctl/new_file.h"
 
 namespace stgctl {
 
@@ -12,13 +13,12 @@ constexpr const char* kSharedSchema = "stgctl.doctor-shared/1";
 
 /// Refuses a test in the tree. There may be no tree, or none named.
 void refuse_the_tree(Context& context, const std::string& folder) {
-  std::string storage;
   try {
-    storage = context.storage();
+    static_cast<void>(context.storage());
   } catch (const Failure&) {
     return;
   }
-  if (sys::join(folder, "").starts_with(sys::join(storage, "")))
+  if (is_in_tree(context, folder))
     refuse(
         "this folder is in the tree, which the test must not change; name a folder outside the "
         "tree");

@@ -30,7 +30,7 @@ SavedIndexes indexes_before(Context& context, NameStore& store, const std::strin
 admin::TakenIndexes take(Context& context, const SavedIndexes& before,
                          const admin::KeepText& keep) {
   auto asked = context.walk();
-  const Progress progress(context.out(), "reading", asked);
+  Progress progress(context.out(), "reading", asked);
   admin::TakenIndexes taken =
       admin::take_indexes(context.tree(), before, asked, keep, warn_of_failures(context));
   // An incomplete view would look as if the rest had been removed.

@@ -11,6 +11,13 @@ namespace {
 
 std::string parent_of(const std::string& path) { return from_path(to_path(path).parent_path()); }
 
+/// The path, or its nearest parent that exists: the system resolves links only in such a path.
+std::string existing_part(fs::path path) {
+  while (path.has_relative_path() && sys::describe(from_path(path)).kind == sys::Kind::kMissing)
+    path = path.parent_path();
+  return from_path(path);
+}
+
 }  // namespace
 
 bool is_in_tree(Context& context, const std::string& path) {
@@ -20,10 +27,12 @@ bool is_in_tree(Context& context, const std::string& path) {
 }
 
 void check_outside_tree(Context& context, const std::string& path) {
-  const fs::path whole = fs::absolute(to_path(path)).lexically_normal();
-  // The system resolves links only in a path that exists; the folder of a new file does.
-  if (is_in_tree(context, from_path(whole)) || is_in_tree(context, from_path(whole.parent_path())))
-    refuse("{} is in the tree; name a place outside the tree", shown(path));
+  const fs::path whole = fs::absolute(to_path(path));
+  // "link/.." is the parent of the link's target. But "new/../link" is "link" once "new" exists.
+  for (const fs::path& each : {whole, whole.lexically_normal()}) {
+    if (is_in_tree(context, existing_part(each)))
+      refuse("{} is in the tree; name a place outside the tree", shown(path));
+  }
   if (sys::kSeparator != '\\' && path.find('\\') != std::string::npos)
     refuse("{} contains a backslash; name another place", shown(path));
 }

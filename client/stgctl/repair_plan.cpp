@@ -79,7 +79,7 @@ class Planning {
     auto asked = m_context.walk<admin::CheckOptions>();
     std::map<std::string, std::vector<Finding>> by_folder;
     {
-      const Progress progress(m_context.out(), "checking", asked);
+      Progress progress(m_context.out(), "checking", asked);
       admin::check(tree, asked, [&](const Finding& finding) {
         if (admin::kind_of(finding.code).severity != admin::Severity::kInfo)
           by_folder[finding.folder].push_back(finding);

@@ -79,7 +79,7 @@ admin::Stats survey(Context& context, std::int64_t now, Json& page) {
   admin::SpaceOptions asked;
   asked.stats = context.walk<admin::StatsOptions>();
   asked.stats.now = now;
-  const Progress progress(context.out(), "counting", asked.stats);
+  Progress progress(context.out(), "counting", asked.stats);
   admin::Space space = admin::survey_space(context.tree(), asked);
   Context::stop_if_interrupted();
   admin::Stats& stats = space.stats;
@@ -162,7 +162,7 @@ admin::CheckSummary check(Context& context, const Options& options, Json& page) 
   /// The most findings of one kind on the page.
   constexpr std::uint64_t kSamplesOfAKind = 5;
   auto asked = context.walk<admin::CheckOptions>();
-  const Progress progress(context.out(), "checking", asked);
+  Progress progress(context.out(), "checking", asked);
   asked.depth = options.quick ? admin::Depth::kQuick : admin::Depth::kFull;
   asked.locking = locking_for(context, options.no_lock);
   Json found = {{"kinds", Json::array()}, {"samples", Json::array()}};

@@ -94,7 +94,7 @@ Exit run_stats(Context& context, const Options& options) {
   const admin::Tree& tree = context.tree();
   Stats stats;
   {
-    const Progress progress(context.out(), "counting", asked);
+    Progress progress(context.out(), "counting", asked);
     stats = admin::collect_stats(tree, asked);
   }
   const bool is_any = stats.folders != 0 || stats.all.files != 0 || stats.failures != 0;

@@ -347,8 +347,15 @@ TEST_F(ClientLinks, LeadNoNewFileIntoTheTree) {
   std::filesystem::create_directory_symlink(shell_path(storage() + "\\docs"), link);
   const std::string before = snapshot(storage());
   EXPECT_EQ(change({"report", "--html", link + "/report.html"}).code, 12);
-  EXPECT_EQ(change({"export", link + "/export"}).code, 12);
+  for (const char* const place : {"/export", "/export/", "/new/export", "/../export"})
+    EXPECT_EQ(change({"export", link + place}).code, 12) << place;
+  const std::string around = link.substr(0, link.rfind('/')) + "/new/../link/export";
+  EXPECT_EQ(change({"export", around}).code, 12);
   EXPECT_EQ(change({"get", "a.kdc", "-o", link + "/copy"}).code, 12);
+  EXPECT_EQ(change({"get", "a.kdc", "-o", link + "/../copy"}).code, 12);
+  const std::string root_link = shell_path(scratch().path("root_link"));
+  std::filesystem::create_directory_symlink(shell_path(root()), root_link);
+  EXPECT_EQ(run({"doctor", "--root", root_link, "--try-locks", link}).code, 12);
   EXPECT_EQ(snapshot(storage()), before);
 }
 
