@@ -1,5 +1,6 @@
 #include "api/store.h"
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -107,7 +108,14 @@ bool create_entry(const std::string& name, Place& place) {
   const OwnFiles own;
   // A file without an entry would be adopted as an orphan.
   const auto undo = [&] {
-    if (!own.last().empty()) vu_file::remove(own.last());
+    if (own.last().empty()) return;
+    // After the deadline the index may be free again, and contain the entry.
+    const LockLimit at_once(std::chrono::milliseconds(0));
+    std::string entered;
+    if (STGIndex::exists(place.folder, name, place.version, entered) &&
+        place.folder + "\\" + entered == own.last())
+      STGIndex::remove(place.folder, name, place.version);
+    vu_file::remove(own.last());
   };
   const unsigned failures_before = Call::current().failures();
   try {
@@ -116,12 +124,21 @@ bool create_entry(const std::string& name, Place& place) {
     undo();
     throw;
   }
-  std::string saved;
-  const bool is_saved = Call::current().failures() == failures_before ||
-                        STGIndex::exists(place.folder, name, place.version, saved);
-  if (is_saved && !LockLimit::passed()) return own.last() == place.path();
+  const auto is_saved = [&] {
+    std::string saved;
+    return Call::current().failures() == failures_before ||
+           (STGIndex::exists(place.folder, name, place.version, saved) && saved == place.file);
+  };
+  const bool is_in_time = !LockLimit::passed();
+  if (is_in_time && is_saved()) return own.last() == place.path();
   undo();
-  throw Refusal{LockLimit::passed() ? VU_LOCK_TIMEOUT : VU_FAILED, {}, {}};
+  throw Refusal{is_in_time ? VU_FAILED : VU_LOCK_TIMEOUT, {}, {}};
+}
+
+void remove_unless_entered(const OwnFiles& own, const Address& address) {
+  if (own.last().empty()) return;
+  Place now;
+  if (!find(address, now) || now.path() != own.last()) vu_file::remove(own.last());
 }
 
 bool find_or_create(const Address& address, Place& place) {
@@ -131,7 +148,7 @@ bool find_or_create(const Address& address, Place& place) {
     // Otherwise another program has just created it.
     if (create_entry(address.name, place)) return true;
   }
-  throw Refusal{VU_FAILED, "the version has an entry, but its file has another name; see 'check'",
+  throw Refusal{VU_FAILED, "the entry of the version has no file; 'stgctl check' says what to do",
                 told_path(place.path())};
 }
 

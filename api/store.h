@@ -7,6 +7,7 @@
 
 #include "api/call.h"
 #include "api/handles.h"
+#include "index/own_files.h"
 #include "platform/os/os.h"
 #include "stg_types.h"
 #include "vu/storage.h"
@@ -134,6 +135,9 @@ Place place_of(const Address& address);
 /// @return false if the entry exists already. @throws Refusal, vu_file_except; then the file is
 /// removed again
 bool create_entry(const std::string& name, Place& place);
+/// After a rename that was not saved: removes the file that it made for the new name, unless an
+/// entry has it. @throws like find()
+void remove_unless_entered(const OwnFiles& own, const Address& address);
 /// Finds a version, or creates it in the folder of @p place. @return whether it was created.
 /// @throws like create_entry(), and Refusal if the version has an entry that find() does not find
 bool find_or_create(const Address& address, Place& place);

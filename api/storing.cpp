@@ -139,16 +139,17 @@ class Staged {
   /// @param before the file of the version that is replaced; empty when there is none.
   void rename_to(const Address& address, const std::string& before) {
     wait_for_index(m_folder);
-    {
-      const OwnFiles own;
-      STGIndex::rename(m_folder, m_name, m_version, address.name, address.version);
-    }
+    const OwnFiles own;
+    STGIndex::rename(m_folder, m_name, m_version, address.name, address.version);
     if (LockLimit::passed()) throw Refusal{VU_FAILED, {}, {}};
     // Required: without a limit. After the save, the status must say what happened.
     const LockLimit none(std::nullopt);
     std::string left;
     m_is_there = STGIndex::exists(m_folder, m_name, m_version, left);
-    if (m_is_there) throw Refusal{VU_FAILED, {}, {}};
+    if (m_is_there) {
+      remove_unless_entered(own, address);
+      throw Refusal{VU_FAILED, {}, {}};
+    }
     check_stored(address, before);
   }
 
@@ -238,16 +239,16 @@ vu_status rename(const Store& settings, const vu_document* from, const vu_docume
     return LockLimit::passed() ? status_of_removal() : stored;
   }
   wait_for_index(folder);
-  {
-    const OwnFiles own;
-    STGIndex::rename(folder, old_address.name, old_address.version, address.name, address.version);
-  }
+  const OwnFiles own;
+  STGIndex::rename(folder, old_address.name, old_address.version, address.name, address.version);
   {
     // Required: without a limit. After the save, the status must say what happened.
     const LockLimit none(std::nullopt);
     Place now;
-    if (!find(address, now) || find(old_address, now))
+    if (!find(address, now) || find(old_address, now)) {
+      remove_unless_entered(own, address);
       return failed_or(VU_FAILED, "the version cannot be renamed", told_path(old.path()));
+    }
   }
   Call::current().note_change();
   return existed ? without_derived(address, place) : done_unless_told();

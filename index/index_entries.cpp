@@ -58,7 +58,8 @@ std::string STGIndex::_create(const std::string& logical, long timestamp) {
     name = index_format::file_name_of(key, unknown->stored);
   } else if (needs_own_file) {
     const std::string suffix = extension(logical);
-    name = make_own_file(*m_state, key, [&] { return draw_name(*m_state, &suffix); });
+    name =
+        make_own_file(*m_state, key, [&] { return draw_name(*m_state, &suffix, vu_trace_scope); });
   } else {
     const std::string physical = newIndex();
     m_state->insert(key, physical);

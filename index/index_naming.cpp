@@ -51,8 +51,8 @@ std::string with_lower_case_extension(std::string name) {
 
 }  // namespace
 
-std::string draw_name(IndexState& state, const std::string* own_extension) {
-  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+std::string draw_name(IndexState& state, const std::string* own_extension,
+                      const trace::Scope& operation) {
   vu_file counter(state.folder(), index_format::kCounterFile);
   std::string name;
   std::optional<FileText> bytes;
@@ -68,7 +68,7 @@ std::string draw_name(IndexState& state, const std::string* own_extension) {
     // The deadline has passed for the entry, too. And this name may be that of another entry.
     if (LockLimit::passed() || own_extension != nullptr) throw;
     name = index_format::kTroubleName;
-    VU_ERROR("STGIndex::newIndex : return ", name);
+    VU_ERROR_IN(operation, "STGIndex::newIndex : return ", name);
   }
   try {
     if (bytes) {
@@ -87,7 +87,7 @@ std::string draw_name(IndexState& state, const std::string* own_extension) {
 
 std::string STGIndex::newIndex() {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  return draw_name(*m_state);
+  return draw_name(*m_state, nullptr, vu_trace_scope);
 }
 
 bool STGIndex::alreadyInMaps(const std::string& found) const {

@@ -372,13 +372,19 @@ Status open(Path path, Access access, Handle& handle) {
   const bool writing = access != Access::kReadExisting;
   const int rights = writing ? O_RDWR | O_CREAT : O_RDONLY;
   const int flags = O_CLOEXEC | O_NOCTTY | rights | (access == Access::kCreateNew ? O_EXCL : 0);
-  Descriptor descriptor(::open(native(path).c_str(), flags, 0666));
+  const std::string name = native(path);
+  Descriptor descriptor(::open(name.c_str(), flags, 0666));
+  if (!descriptor.valid()) return fail(errno);
+  const auto fail_opened = [&](int code) {
+    if (access == Access::kCreateNew) ::unlink(name.c_str());
+    return fail(code);
+  };
   FileInfo info{};
-  if (!descriptor.valid() || ::fstat(descriptor.get(), &info) != 0) return fail(errno);
+  if (::fstat(descriptor.get(), &info) != 0) return fail_opened(errno);
   if (is_folder(info)) return fail(EISDIR);
-  if (writing && is_read_only(info)) return fail(EACCES);
+  if (writing && is_read_only(info)) return fail_opened(EACCES);
   const std::optional<Handle> added = handles().add(descriptor.get());
-  if (!added) return fail(EMFILE);
+  if (!added) return fail_opened(EMFILE);
   descriptor.release();
   handle = *added;
   return {};

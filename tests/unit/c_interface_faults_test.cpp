@@ -383,7 +383,7 @@ TEST_F(CInterfaceFaults, AnEntryWithAnotherFileIsNotWritten) {
   EXPECT_EQ(vu_key_set(m_store, &without, "line", "value"), VU_FAILED);
   EXPECT_EQ(vu_open(m_store, &without, VU_WRITE_NEW, &stream), VU_FAILED);
   EXPECT_EQ(vu_open(m_store, &without, VU_WRITE_OVER, &stream), VU_FAILED);
-  EXPECT_NE(std::string(last_error().text).find("'check'"), std::string::npos);
+  EXPECT_NE(std::string(last_error().text).find("'stgctl check'"), std::string::npos);
   EXPECT_EQ(read_file(folder + "\\c.txt.txt"), "a=of another\n");
 }
 

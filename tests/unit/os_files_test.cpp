@@ -51,6 +51,22 @@ TEST(OsOpen, WritingMakesTheFileAndNeverCutsIt) {
   EXPECT_EQ(read_file(path), "text");
 }
 
+TEST(OsOpen, CreatesANewFileOnlyWhereNothingIs) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "bytes");
+  make_folder(scratch.path("folder"));
+  os::Handle handle = os::kNoHandle;
+  for (const char* const taken : {"file", "folder"}) {
+    const os::Status status = os::open(scratch.path(taken), Access::kCreateNew, handle);
+    EXPECT_EQ(status.failure(), os::Failure::kAlreadyExists) << taken;
+    EXPECT_EQ(handle, os::kNoHandle) << taken;
+  }
+  EXPECT_EQ(read_file(scratch.path("file")), "bytes");
+  ASSERT_TRUE(os::open(scratch.path("new"), Access::kCreateNew, handle).ok());
+  EXPECT_TRUE(os::close(handle).ok());
+  EXPECT_EQ(read_file(scratch.path("new")), "");
+}
+
 TEST(OsOpen, AMissingFolderOnTheWayIsNotFound) {
   const scratch_folder scratch;
   for (const Access access : {Access::kReadExisting, Access::kReadWriteCreate}) {
