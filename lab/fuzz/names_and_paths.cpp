@@ -214,7 +214,7 @@ void native_form(const std::string& path, const std::string& name) {
   for (char& c : expected) {
     if (c == '\\') c = '/';
   }
-  const std::string native = os::posix::native_path(path);
+  const std::string native(os::posix::NativePath(path).text());
   require_equal(expected, native, "the path for the system");
   const os::posix::Trimmed trimmed = os::posix::trim_separators(native);
   require(native.starts_with(trimmed.path), "a trimmed path is the beginning of the path");

@@ -38,8 +38,8 @@ using posix::is_folder;
 using posix::is_read_only;
 using posix::is_same_file;
 using posix::native;
+using posix::NativePath;
 using posix::no_answer;
-using posix::Place;
 using posix::read_fully;
 using posix::result_of;
 using posix::TransferGuard;
@@ -66,15 +66,14 @@ bool is_foreign(std::string_view name) {
 
 /// Calls @p visit with each entry until it returns false. Fails if the listing breaks off.
 template <class Visit>
-Status for_each_entry(const Place& folder, Visit visit) {
+Status for_each_entry(const char* folder, Visit visit) {
   struct Closer {
     void operator()(DIR* stream) const {
       const ErrnoKeeper keeper;
       ::closedir(stream);
     }
   };
-  Descriptor descriptor(
-      ::openat(folder.base, folder.name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  Descriptor descriptor(::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!descriptor.valid()) return fail(errno);
   const std::unique_ptr<DIR, Closer> stream(::fdopendir(descriptor.get()));
   if (!stream) return fail(errno);
@@ -116,7 +115,7 @@ Listing without_foreign_names(const Listing& listing, std::size_t first) {
 
 Status probe_pattern(const posix::Split& split) {
   bool found = false;
-  const Status listed = for_each_entry({AT_FDCWD, split.folder}, [&](const dirent& entry) {
+  const Status listed = for_each_entry(std::string(split.folder).c_str(), [&](const dirent& entry) {
     found = posix::matches(split.name, entry.d_name);
     return !found;
   });
@@ -132,15 +131,35 @@ HandleTable& handles() {
   return *table;
 }
 
-/// Where a path is looked up. An open folder itself has the name ".".
-Place place_of(Path path) {
-  std::string text = native(path);
-  if (path.folder() == kNoHandle) return {AT_FDCWD, std::move(text)};
-  const std::optional<HandleTable::File> folder = handles().find(path.folder());
-  std::string name = posix::split_last(text).name;
-  // An invalid handle has no descriptor: the system refuses -1.
-  return {folder ? folder->descriptor : -1, name.empty() ? "." : std::move(name)};
-}
+/// Where a path is looked up: by its whole text, or as a name in an open folder. The folder itself
+/// has the name ".".
+class Place {
+ public:
+  explicit Place(Path path) : m_path(native(path)), m_name(m_path.c_str()) {
+    if (path.folder() == kNoHandle) return;
+    const std::optional<HandleTable::File> folder = handles().find(path.folder());
+    // An invalid handle has no descriptor: the system refuses -1.
+    m_base = folder ? folder->descriptor : -1;
+    const std::string_view name = posix::split_last(m_path.text()).name;
+    m_name = name.empty() ? "." : name.data();  // both end in a NUL
+  }
+
+  int base() const { return m_base; }
+  const char* name() const { return m_name; }
+  /// @return whether there were separators at the end.
+  bool drop_separators_at_the_end() {
+    const posix::Trimmed trimmed = posix::trim_separators(m_path.text());
+    m_path.cut(trimmed.path.size());
+    return trimmed.had_separator;
+  }
+  std::optional<FileInfo> info() const { return info_of(m_name, m_base); }
+  std::optional<FileInfo> entry() const { return entry_info(m_name, m_base); }
+
+ private:
+  NativePath m_path;
+  const char* m_name;
+  int m_base = AT_FDCWD;
+};
 
 /// Runs @p transfer on the handle's descriptor. Only a handle without a lock needs the guard, and
 /// its two more system calls.
@@ -165,33 +184,33 @@ Status reserve_space(int descriptor, ::off_t size) {
 // ---- renaming without replacing ----------------------------------------------------------------
 
 /// Renames onto a stand-in: a file or folder that was created to take the new name.
-Status rename_onto_stand_in(const std::string& from, const std::string& to) {
-  if (::rename(from.c_str(), to.c_str()) == 0) return {};
+Status rename_onto_stand_in(const char* from, const char* to) {
+  if (::rename(from, to) == 0) return {};
   const Status failed = fail(errno);
   const ErrnoKeeper keeper;
-  ::remove(to.c_str());
+  ::remove(to);
   return failed;
 }
 
-Status rename_by_link(const std::string& from, const std::string& to) {
-  if (::link(from.c_str(), to.c_str()) == 0) {
-    if (::unlink(from.c_str()) == 0) return {};
+Status rename_by_link(const char* from, const char* to) {
+  if (::link(from, to) == 0) {
+    if (::unlink(from) == 0) return {};
     const Status failed = fail(errno);
     const ErrnoKeeper keeper;
-    ::unlink(to.c_str());
+    ::unlink(to);
     return failed;
   }
   // Links may not exist, or may be refused for a file of another owner.
   if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS) return fail(errno);
-  const Descriptor stand_in(::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR));
+  const Descriptor stand_in(::open(to, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR));
   return stand_in.valid() ? rename_onto_stand_in(from, to) : fail(errno);
 }
 
 /// For file systems that cannot rename without replacing. A first step takes the new name, and
 /// fails if it exists.
-Status rename_in_two_steps(const std::string& from, const std::string& to, const FileInfo& source) {
+Status rename_in_two_steps(const char* from, const char* to, const FileInfo& source) {
   if (!is_folder(source)) return rename_by_link(from, to);
-  if (::mkdir(to.c_str(), S_IRWXU) != 0) return fail(errno);
+  if (::mkdir(to, S_IRWXU) != 0) return fail(errno);
   return rename_onto_stand_in(from, to);
 }
 
@@ -331,8 +350,8 @@ class FileCopy {
     if (entry && is_same_file(*entry, m_target_info)) ::unlink(path.get());
   }
 
-  const std::string m_from;
-  const std::string m_to;
+  const NativePath m_from;
+  const NativePath m_to;
   Descriptor m_source;
   Descriptor m_target;
   FileInfo m_source_info{};
@@ -372,7 +391,7 @@ Status open(Path path, Access access, Handle& handle) {
   const bool writing = access != Access::kReadExisting;
   const int rights = writing ? O_RDWR | O_CREAT : O_RDONLY;
   const int flags = O_CLOEXEC | O_NOCTTY | rights | (access == Access::kCreateNew ? O_EXCL : 0);
-  const std::string name = native(path);
+  const NativePath name = native(path);
   Descriptor descriptor(::open(name.c_str(), flags, 0666));
   if (!descriptor.valid()) return fail(errno);
   const auto fail_opened = [&](int code) {
@@ -470,21 +489,24 @@ Status unlock(Handle handle) {
 
 // ---- queries ---------------------------------------------------------------------------------
 
-Status probe_attributes(Path path) { return info_of(native(path)) ? Status() : no_answer(errno); }
+Status probe_attributes(Path path) {
+  return info_of(native(path).c_str()) ? Status() : no_answer(errno);
+}
 
 Status probe_search(Path path) {
-  std::string name = native(path);
+  NativePath name = native(path);
   // A search finds entries. Such a path is not an entry; a root is found only as "/.".
-  if (name.empty() || name.ends_with('/')) return fail(ENOENT);
-  name = posix::trim_self_entries(std::move(name));
-  if (posix::is_pattern(posix::last_of(name))) return probe_pattern(posix::split_last(name));
-  return entry_info(name) ? Status() : no_answer(errno);
+  if (name.text().empty() || name.text().ends_with('/')) return fail(ENOENT);
+  name.cut(posix::trim_self_entries(name.text()).size());
+  const posix::Split split = posix::split_last(name.text());
+  if (posix::is_pattern(split.name)) return probe_pattern(split);
+  return entry_info(name.c_str()) ? Status() : no_answer(errno);
 }
 
 Status list(Path folder, Listing& entries) {
-  const Place place = place_of(folder);
+  const Place place(folder);
   const Descriptor descriptor(
-      ::openat(place.base, place.name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+      ::openat(place.base(), place.name(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!descriptor.valid()) return fail(errno);
   // Not with readdir(): it makes two more system calls, and takes over half of the time per entry.
   constexpr std::size_t kBuffer = std::size_t{1} << 15U;
@@ -505,13 +527,12 @@ Status list(Path folder, Listing& entries) {
 }
 
 Status stat(Path path, FileStat& result, Links links) {
-  Place place = place_of(path);
-  posix::Trimmed trimmed = posix::trim_separators(std::move(place.name));
-  place.name = std::move(trimmed.path);
-  const auto info = links == Links::kKeep ? entry_info(place) : info_of(place);
+  Place place(path);
+  const bool had_separator = place.drop_separators_at_the_end();
+  const auto info = links == Links::kKeep ? place.entry() : place.info();
   // One code for every missing file: the layer above chooses its trace by it.
   if (!info) return fail(errno == ENOTDIR ? ENOENT : errno);
-  if (trimmed.had_separator && !is_folder(*info)) return fail(ENOENT);
+  if (had_separator && !is_folder(*info)) return fail(ENOENT);
   result.access_time = info->st_atime;
   result.modify_time = info->st_mtime;
   result.is_directory = is_folder(*info);
@@ -524,9 +545,9 @@ Status stat(Path path, FileStat& result, Links links) {
 
 Status open_folder(Path path, Handle& folder) {
   folder = kNoHandle;
-  const Place place = place_of(path);
+  const Place place(path);
   constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-  Descriptor descriptor(::openat(place.base, place.name.c_str(), kFlags));
+  Descriptor descriptor(::openat(place.base(), place.name(), kFlags));
   if (!descriptor.valid()) return fail(errno);
   const std::optional<Handle> added = handles().add(descriptor.get());
   if (!added) return fail(EMFILE);
@@ -538,14 +559,14 @@ Status open_folder(Path path, Handle& folder) {
 // ---- changes -----------------------------------------------------------------------------------
 
 Status make_writable(Path path) {
-  const std::string name = native(path);
-  const std::optional<FileInfo> info = info_of(name);
+  const NativePath name = native(path);
+  const std::optional<FileInfo> info = info_of(name.c_str());
   const ::mode_t mode = info ? info->st_mode & kPermissions : 0;
   // chmod() would fail for a file of another account, which may be writable nevertheless.
   if ((mode & kOwnerReadWrite) == kOwnerReadWrite) return {};
   if (::chmod(name.c_str(), mode | kOwnerReadWrite) != 0) return fail(errno);
   // A network file system may report success and keep the permissions.
-  const std::optional<FileInfo> changed = info_of(name);
+  const std::optional<FileInfo> changed = info_of(name.c_str());
   if (!changed) return fail(errno);
   return (changed->st_mode & kOwnerReadWrite) == kOwnerReadWrite ? Status() : fail(EACCES);
 }
@@ -553,44 +574,45 @@ Status make_writable(Path path) {
 Status create_directory(Path path) { return result_of(::mkdir(native(path).c_str(), 0777)); }
 
 Status remove_directory(Path path) {
-  const Place place = place_of(path);
-  if (::unlinkat(place.base, place.name.c_str(), AT_REMOVEDIR) == 0) return {};
+  const Place place(path);
+  if (::unlinkat(place.base(), place.name(), AT_REMOVEDIR) == 0) return {};
   const Status failed = fail(errno);
   // With ENOTDIR, the path itself may name a plain file, which exists.
   const ErrnoKeeper keeper;
-  const bool is_there = failed.code() == ENOTDIR && entry_info(place);
+  const bool is_there = failed.code() == ENOTDIR && place.entry();
   return is_there ? Status(ENOTDIR, Failure::kOther) : failed;
 }
 
 Status remove_file(Path path) {
-  const Place place = place_of(path);
-  const std::optional<FileInfo> info = entry_info(place);
+  const Place place(path);
+  const std::optional<FileInfo> info = place.entry();
   if (!info) return fail(errno);
   if (is_folder(*info)) return fail(EISDIR);
   if (is_read_only(*info)) return fail(EACCES);
-  return result_of(::unlinkat(place.base, place.name.c_str(), 0));
+  return result_of(::unlinkat(place.base(), place.name(), 0));
 }
 
 Status remove_file(Path path, const FileStat& found) {
   if (!found.is_writable) return sys::remove_file(path);
-  const Place place = place_of(path);
-  return result_of(::unlinkat(place.base, place.name.c_str(), 0));
+  const Place place(path);
+  return result_of(::unlinkat(place.base(), place.name(), 0));
 }
 
 Status rename(Path from, Path to) {
-  const std::string old_name = native(from);
+  const NativePath old_path = native(from);
+  const char* const old_name = old_path.c_str();
   const std::optional<FileInfo> source = entry_info(old_name);
   if (!source) return fail(errno);
-  const std::string new_name = native(to);
-  if (old_name == new_name) return {};
+  const NativePath new_path = native(to);
+  const char* const new_name = new_path.c_str();
+  if (old_path.text() == new_path.text()) return {};
   const std::optional<FileInfo> target = entry_info(new_name);
   if (target && is_same_file(*source, *target)) return {};
-  const char* const old_path = old_name.c_str();
-  const char* const new_path = new_name.c_str();
   // The SMB client checks the new name and renames after that: two hosts can both succeed.
-  if (posix::is_on_smb(posix::split_last(old_name).folder, *source))
+  const std::string folder(posix::split_last(old_path.text()).folder);
+  if (posix::is_on_smb(folder.c_str(), *source))
     return rename_in_two_steps(old_name, new_name, *source);
-  if (::renameat2(AT_FDCWD, old_path, AT_FDCWD, new_path, RENAME_NOREPLACE) == 0) return {};
+  if (::renameat2(AT_FDCWD, old_name, AT_FDCWD, new_name, RENAME_NOREPLACE) == 0) return {};
   if (errno != EINVAL && errno != ENOSYS) return fail(errno);
   return rename_in_two_steps(old_name, new_name, *source);
 }
@@ -618,7 +640,7 @@ Status current_directory(ucs2string& result) {
 }
 
 Status full_path(const ucs2string& path, ucs2string& result) {
-  std::string text = native(path);
+  std::string text(native(path).text());
   if (!text.starts_with('/')) {
     const std::optional<std::string> folder = working_folder();
     if (!folder) return fail(errno);
@@ -693,6 +715,6 @@ std::int64_t now() {
 
 bool nt_family() { return true; }
 
-bool locks_belong_to_handles(Path folder) { return !posix::is_on_smb(native(folder)); }
+bool locks_belong_to_handles(Path folder) { return !posix::is_on_smb(native(folder).c_str()); }
 
 }  // namespace os::sys

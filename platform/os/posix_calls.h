@@ -107,31 +107,20 @@ auto uninterrupted(SystemCall call) {
 
 // ---- paths and their entries -------------------------------------------------------------------
 
-inline std::string native(Path path) {
-  return posix::native_path(path.is_wide() ? posix::to_bytes(path.wide()) : path.narrow());
+inline NativePath native(Path path) {
+  return path.is_wide() ? NativePath(to_bytes(path.wide())) : NativePath(path.narrow());
 }
 
-/// Where a path is looked up: by its whole text, or as a name in an open folder.
-struct Place {
-  int base = AT_FDCWD;
-  std::string name;
-};
-
-inline std::optional<FileInfo> info_of(const Place& place, int flags = 0) {
+/// Describes what a path leads to. @param base the open folder of a relative path.
+inline std::optional<FileInfo> info_of(const char* path, int base = AT_FDCWD, int flags = 0) {
   FileInfo info{};
-  if (::fstatat(place.base, place.name.c_str(), &info, flags) != 0) return std::nullopt;
+  if (::fstatat(base, path, &info, flags) != 0) return std::nullopt;
   return info;
-}
-inline std::optional<FileInfo> info_of(const std::string& path) {
-  return info_of(Place{AT_FDCWD, path});
 }
 
 /// Describes a link itself, not its target.
-inline std::optional<FileInfo> entry_info(const Place& place) {
-  return info_of(place, AT_SYMLINK_NOFOLLOW);
-}
-inline std::optional<FileInfo> entry_info(const std::string& path) {
-  return entry_info(Place{AT_FDCWD, path});
+inline std::optional<FileInfo> entry_info(const char* path, int base = AT_FDCWD) {
+  return info_of(path, base, AT_SYMLINK_NOFOLLOW);
 }
 
 inline bool is_folder(const FileInfo& info) { return S_ISDIR(info.st_mode); }
@@ -217,9 +206,9 @@ inline Status write_fully(int descriptor, const void* data, std::size_t count, s
 // On a mount of the SMB client of Linux a lock does not belong to its handle, and a rename that
 // must not replace a file can replace one: docs/network-shares.md.
 
-inline bool is_on_smb(const std::string& path) {
+inline bool is_on_smb(const char* path) {
   struct ::statfs found {};
-  if (::statfs(path.c_str(), &found) != 0) return false;
+  if (::statfs(path, &found) != 0) return false;
   // The kernel keeps the number in 32 bits, and statfs() may extend its sign.
   switch (static_cast<std::uint32_t>(found.f_type)) {
     case SMB_SUPER_MAGIC:
@@ -230,7 +219,7 @@ inline bool is_on_smb(const std::string& path) {
 }
 
 /// The same, faster, if @p info is known: every SMB mount has the major device number 0.
-inline bool is_on_smb(const std::string& path, const FileInfo& info) {
+inline bool is_on_smb(const char* path, const FileInfo& info) {
   return major(info.st_dev) == 0 && is_on_smb(path);
 }
 

@@ -70,13 +70,11 @@ bool matches_plainly(std::string_view pattern, std::string_view name) {
 
 }  // namespace
 
-std::string native_path(std::string_view path) {
+NativePath::NativePath(std::string_view path) {
   constexpr std::string_view kPrefix = R"(\\?\)";
   if (path.starts_with(kPrefix)) path.remove_prefix(kPrefix.size());
-  std::string result(path);
-  for (std::size_t at = result.find('\\'); at != std::string::npos; at = result.find('\\', at + 1))
-    result[at] = '/';
-  return result;
+  m_text = path;
+  std::replace(m_text.begin(), m_text.end(), '\\', '/');
 }
 
 std::string to_bytes(std::u16string_view text) {
@@ -112,27 +110,24 @@ bool to_wide(std::string_view bytes, std::u16string& text) {
   return true;
 }
 
-Trimmed trim_separators(std::string path) {
+Trimmed trim_separators(std::string_view path) {
   const std::size_t kept = without_trailing(path, "/").size();
-  Trimmed result;
-  result.had_separator = kept < path.size();
-  result.path = std::move(path);
-  result.path.resize(kept == 0 && result.had_separator ? 1 : kept);
-  return result;
+  const bool had_separator = kept < path.size();
+  return {path.substr(0, kept == 0 && had_separator ? 1 : kept), had_separator};
 }
 
-std::string trim_self_entries(std::string path) {
+std::string_view trim_self_entries(std::string_view path) {
   while (path.ends_with("/.")) {
-    path.pop_back();
-    path = trim_separators(std::move(path)).path;
+    path.remove_suffix(1);
+    path = trim_separators(path).path;
     if (path == "/") break;
   }
   return path;
 }
 
-Split split_last(const std::string& path) {
+Split split_last(std::string_view path) {
   const auto separator = path.rfind('/');
-  if (separator == std::string::npos) return {".", path};
+  if (separator == std::string_view::npos) return {".", path};
   return {path.substr(0, separator + 1), path.substr(separator + 1)};
 }
 

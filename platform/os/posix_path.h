@@ -1,5 +1,8 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
+#include <memory_resource>
 #include <string>
 #include <string_view>
 
@@ -8,9 +11,26 @@
 /// that it can be tested on every system. Nothing here accesses a file.
 namespace os::posix {
 
-/// The path for the system: "\" becomes "/", a leading "\\?\" is dropped. Nothing else changes: a
+/// A path for the system: "\" becomes "/", a leading "\\?\" is dropped. Nothing else changes: a
 /// drive letter is a plain name, and dots and blanks at the end belong to a name.
-std::string native_path(std::string_view path);
+///
+/// Every operation on a file constructs some. Nearly all fit into the object, without other memory.
+class NativePath {
+ public:
+  explicit NativePath(std::string_view path);
+  NativePath(const NativePath&) = delete;
+  NativePath& operator=(const NativePath&) = delete;
+
+  std::string_view text() const { return m_text; }
+  const char* c_str() const { return m_text.c_str(); }
+  /// Keeps the first characters only.
+  void cut(std::size_t size) { m_text.resize(size); }
+
+ private:
+  std::array<char, 256> m_room;  // not initialised
+  std::pmr::monotonic_buffer_resource m_memory{m_room.data(), m_room.size()};
+  std::pmr::string m_text{&m_memory};
+};
 
 /// UTF-16 as UTF-8. A surrogate without a partner becomes the three bytes of its value, which valid
 /// UTF-8 never contains. So two different texts never name the same file.
@@ -20,26 +40,25 @@ std::string to_bytes(std::u16string_view text);
 /// undefined.
 bool to_wide(std::string_view bytes, std::u16string& text);
 
+// The functions below return parts of their argument, or constants.
+
 /// A path without the separators at its end. The root stays.
 struct Trimmed {
-  std::string path;
+  std::string_view path;
   bool had_separator = false;
 };
-Trimmed trim_separators(std::string path);
+Trimmed trim_separators(std::string_view path);
 
 /// A path without the "/." components at its end. Callers append "/." to search for a folder.
-std::string trim_self_entries(std::string path);
+std::string_view trim_self_entries(std::string_view path);
 
-/// A path cut before its last component. The folder can be passed to the system as it is: "." for a
-/// path of one component, otherwise a path that ends in "/".
+/// A path cut before its last component. The folder is "." for a path of one component, otherwise
+/// it ends in "/".
 struct Split {
-  std::string folder;
-  std::string name;
+  std::string_view folder;
+  std::string_view name;
 };
-Split split_last(const std::string& path);
-
-/// The last component only.
-inline std::string_view last_of(std::string_view path) { return path.substr(path.rfind('/') + 1); }
+Split split_last(std::string_view path);
 
 /// Whether a name contains "*" or "?".
 bool is_pattern(std::string_view name);

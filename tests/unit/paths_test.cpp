@@ -74,7 +74,7 @@ TEST(PosixPath, BothSeparatorsBecomeTheSlashAndThePrefixGoes) {
       {R"(trailing. \ )", "trailing. / "},
   };
   for (const auto& [given, expected] : cases) {
-    EXPECT_EQ(posix::native_path(given), expected) << given;
+    EXPECT_EQ(posix::NativePath(given).text(), expected) << given;
   }
 }
 
@@ -109,7 +109,7 @@ TEST(PosixPath, BytesThatAreNoUtf8HaveNoWideForm) {
 TEST(PosixPath, SeparatorsAtTheEndAreDroppedButTheRootStays) {
   const auto trimmed = [](const std::string& path) {
     const posix::Trimmed result = posix::trim_separators(path);
-    return std::pair(result.path, result.had_separator);
+    return std::pair(std::string(result.path), result.had_separator);
   };
   EXPECT_EQ(trimmed("a"), std::pair(std::string("a"), false));
   EXPECT_EQ(trimmed("a/"), std::pair(std::string("a"), true));
@@ -133,7 +133,7 @@ TEST(PosixPath, SelfEntriesAtTheEndAreDropped) {
 TEST(PosixPath, TheLastComponentIsCutOff) {
   const auto split = [](const std::string& path) {
     const posix::Split result = posix::split_last(path);
-    return std::pair(result.folder, result.name);
+    return std::pair(std::string(result.folder), std::string(result.name));
   };
   EXPECT_EQ(split("a/b/c"), std::pair(std::string("a/b/"), std::string("c")));
   EXPECT_EQ(split("c"), std::pair(std::string("."), std::string("c")));
