@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 #include <limits>
+
+#include "index/digits.h"
 
 namespace index_format {
 namespace {
@@ -113,13 +114,13 @@ std::size_t find_key(std::string_view text, std::string_view wanted, std::size_t
 }  // namespace
 
 std::string generated_name(std::int32_t number) {
-  char name[16];
-  std::snprintf(name, sizeof name, "%.8d", number);
+  std::string name;
+  append_padded(name, static_cast<std::uint32_t>(number), kGeneratedDigits);
   return name;
 }
 
 bool is_generated_name(std::string_view name) {
-  return name.size() >= 8 && name.find_first_not_of("0123456789") == kNone;
+  return name.size() >= kGeneratedDigits && name.find_first_not_of("0123456789") == kNone;
 }
 
 std::int32_t parse_decimal(std::string_view text) {
@@ -138,10 +139,8 @@ std::int32_t parse_decimal(std::string_view text) {
 std::string key_of(std::string_view logical, std::int32_t timestamp) {
   std::string key;
   key.reserve(logical.size() + kStampLength);
-  key.append(logical).append("_").append(kStampLength - 1, '0');
-  auto rest = static_cast<std::uint32_t>(timestamp);
-  for (std::size_t at = key.size(); rest != 0; rest /= 10)
-    key[--at] = static_cast<char>('0' + rest % 10);
+  key.append(logical).append("_");
+  append_padded(key, static_cast<std::uint32_t>(timestamp), kStampLength - 1);
   return key;
 }
 

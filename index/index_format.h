@@ -25,6 +25,7 @@ inline bool is_index_file(std::string_view name) {
 inline constexpr const char* kFirstName = "00000000";
 /// The name that all callers of STGIndex get while the counter cannot be used.
 inline constexpr const char* kTroubleName = "99999999";
+inline constexpr std::size_t kGeneratedDigits = 8;  ///< at least
 /// The name for a number, which must not be negative.
 std::string generated_name(std::int32_t number);
 /// Whether a physical name has the form of a generated one.

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <string_view>
+
+#include "index/digits.h"
 
 /// The layout of a storage tree on disk, as pure text (docs/formats.md). vu_storage and the reader
 /// of the client build their paths with it.
@@ -38,9 +40,10 @@ inline std::int32_t hash_of(std::string_view name, std::int32_t modulus) {
 /// The name of a hash's bucket. A negative hash is read as a large unsigned number. Required: the
 /// name is part of the layout on disk.
 inline std::string bucket_name(std::int32_t hash) {
-  char text[15] = {};
-  std::snprintf(text, sizeof text, "%.8u", static_cast<unsigned int>(hash));
-  return text;
+  constexpr std::size_t kDigits = 8;
+  std::string name;
+  append_padded(name, static_cast<std::uint32_t>(hash), kDigits);
+  return name;
 }
 
 /// The folder that contains a document's sub-parts.

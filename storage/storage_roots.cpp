@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "index/document_extensions.h"
+#include "index/index_format.h"
 #include "index/mail_root.h"
 #include "index/width.h"
 #include "platform/host/host.h"
@@ -248,9 +249,7 @@ long vu_storage::HashCode_asJava(const std::string& s, int modulus) {
 
 std::string vu_storage::getLogicalName(const std::string& name, long timestamp) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
-  char text[15] = {};
-  std::snprintf(text, sizeof text, "%.10u", static_cast<unsigned int>(clamp32(timestamp)));
-  return name + "_" + text;
+  return index_format::key_of(name, clamp32(timestamp));
 }
 
 bool vu_storage::isVuDocExt(const std::string& ext) {
