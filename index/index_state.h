@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <map>
 #include <memory>
 #include <memory_resource>
@@ -231,7 +232,7 @@ class IndexState {
   Changes m_by_stored_name;
   std::vector<Entry> m_erased;
   std::map<std::string, Making, std::less<>> m_made;  // by key
-  std::map<std::string, IfItStays> m_files_to_remove;
+  std::map<std::string, IfItStays, std::less<>> m_files_to_remove;
   EntrySet m_changed;  // positions in the listing
   EntrySet m_gone;     // positions in the listing
 };

@@ -1,6 +1,7 @@
 #include "index/saving.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <exception>
 #include <functional>
 #include <iterator>
@@ -228,7 +229,7 @@ class IndexSave {
 
   bool leads_to_a_file_to_remove(const IndexLine& line) const {
     const auto& files = m_state.m_files_to_remove;
-    return files.contains(std::string(line.stored)) ||
+    return files.contains(line.stored) ||
            files.contains(index_format::file_name_of(line.key, line.stored));
   }
 
@@ -316,28 +317,33 @@ class IndexSave {
     m_is_listed = m_doubtful.size() > kAskedSingly;
     const IndexReading* loaded = m_state.loaded();
     if (loaded == nullptr || m_state.m_changed.empty()) return;
+    const auto of_changes = static_cast<std::ptrdiff_t>(m_doubtful.size());
     for (const IndexLine& line : loaded->lines) {
       const bool may_lead_there =
           line.entry == FolderFiles::kNone || m_state.m_changed.contains(line.entry);
       if (may_lead_there && line.state == LineState::kValid) m_doubtful.push_back(line.key);
     }
-    if (!std::is_sorted(m_doubtful.begin(), m_doubtful.end()))
-      std::sort(m_doubtful.begin(), m_doubtful.end());
+    const auto of_lines = m_doubtful.begin() + of_changes;
+    if (!std::is_sorted(of_lines, m_doubtful.end())) std::sort(of_lines, m_doubtful.end());
+    std::inplace_merge(m_doubtful.begin(), of_lines, m_doubtful.end());
     m_doubtful.erase(std::unique(m_doubtful.begin(), m_doubtful.end()), m_doubtful.end());
   }
 
   LineState judge_without_files_to_remove(std::string_view key, std::string_view stored) {
     if (key.size() < index_format::kStampLength) return LineState::kNone;
     const std::string_view extension = index_format::extension_of(index_format::logical_of(key));
-    LineState state = LineState::kMissing;
+    const auto presence_of_file = [&](std::string_view name) {
+      if (m_state.m_files_to_remove.contains(name)) return Presence::kMissing;
+      return m_is_listed ? m_files.find(name).presence : m_files.probe(name);
+    };
     // The likelier name comes first: if it exists, the other one is not checked.
-    for (const std::string& name : {std::string(stored).append(extension), std::string(stored)}) {
-      if (m_state.m_files_to_remove.contains(name)) continue;
-      const Presence presence = m_is_listed ? m_files.find(name).presence : m_files.probe(name);
-      if (presence == Presence::kThere) return LineState::kValid;
-      if (presence == Presence::kUnknown) state = LineState::kUnknown;
-    }
-    return state;
+    const Presence with_extension = presence_of_file(std::string(stored).append(extension));
+    if (with_extension == Presence::kThere) return LineState::kValid;
+    const Presence without = presence_of_file(stored);
+    if (without == Presence::kThere) return LineState::kValid;
+    return with_extension == Presence::kUnknown || without == Presence::kUnknown
+               ? LineState::kUnknown
+               : LineState::kMissing;
   }
 
   /// Call it for keys in ascending order.
