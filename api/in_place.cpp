@@ -94,9 +94,9 @@ void open_to_write(vu_file& file, const Address& address, bool replaces) {
   place.version = address.version;
   if (!find_folder(address, true, place.folder)) throw Refusal{VU_FAILED, {}, {}};
   bool existed = STGIndex::exists(place.folder, address.name, place.version, place.file);
-  // An index that cannot be opened looks empty; find() throws then.
-  if (!existed && !LockLimit::passed()) existed = !find_or_create(address, place);
   if (LockLimit::passed()) throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
+  // An index that cannot be opened looks empty; find() throws then.
+  if (!existed) existed = !find_or_create(address, place);
   if (!existed) file.open(place.folder, place.file, vu_file_base::o_truncate);
   if (existed && replaces) open_over(file, address, place);
 }

@@ -145,11 +145,12 @@ vu_status change(const KeyFile& of, const std::string& name,
   const std::string text = key_text::join(*lines);
   const bool is_whole = file.write(text) == static_cast<int>(text.size());
   file.close();
-  return is_whole && !Call::current().heard_failure()
-             ? VU_DONE
-             : failed_or(VU_FAILED,
-                         "not all lines were written, and the file is cut short; write it again",
-                         told_path(place.path()));
+  if (!is_whole || Call::current().heard_failure())
+    return failed_or(VU_FAILED,
+                     "not all lines were written, and the file is cut short; write it again",
+                     told_path(place.path()));
+  Call::current().note_change();
+  return VU_DONE;
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "api/store.h"
 
-#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -9,7 +8,6 @@
 
 #include "file/lock_limit.h"
 #include "index/index_format.h"
-#include "index/own_files.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
 #include "storage/layout.h"
@@ -104,41 +102,39 @@ Place place_of(const Address& address) {
   return place;
 }
 
+NewFile::Answer NewFile::asked(const std::string& file) const {
+  const LockLimit none(std::nullopt);
+  const unsigned troubles_before = Call::current().troubles();
+  std::string entered;
+  if (STGIndex::exists(m_folder, m_name, m_version, entered))
+    return m_folder + "\\" + entered == file ? Answer::kYes : Answer::kNo;
+  return Call::current().troubles() == troubles_before ? Answer::kNo : Answer::kUnknown;
+}
+
+NewFile::~NewFile() {
+  if (m_is_kept || !is_made()) return;
+  try {
+    if (asked(path()) == Answer::kNo) vu_file::remove(path());
+  } catch (...) {
+    // It stays.
+  }
+}
+
 bool create_entry(const std::string& name, Place& place) {
-  const OwnFiles own;
-  // A file without an entry would be adopted as an orphan.
-  const auto undo = [&] {
-    if (own.last().empty()) return;
-    // After the deadline the index may be free again, and contain the entry.
-    const LockLimit at_once(std::chrono::milliseconds(0));
-    std::string entered;
-    if (STGIndex::exists(place.folder, name, place.version, entered) &&
-        place.folder + "\\" + entered == own.last())
-      STGIndex::remove(place.folder, name, place.version);
-    vu_file::remove(own.last());
-  };
+  NewFile made(place.folder, name, place.version);
   const unsigned failures_before = Call::current().failures();
   try {
     place.file = STGIndex::create(place.folder, name, place.version);
   } catch (...) {
-    undo();
-    throw;
+    // The entry may be saved, and another program may use it already.
+    if (!made.is_made() || !made.is_entered_with(made.path())) throw;
+    place.file = made.path().substr(place.folder.size() + 1);
   }
-  const auto is_saved = [&] {
-    std::string saved;
-    return Call::current().failures() == failures_before ||
-           (STGIndex::exists(place.folder, name, place.version, saved) && saved == place.file);
-  };
-  const bool is_in_time = !LockLimit::passed();
-  if (is_in_time && is_saved()) return own.last() == place.path();
-  undo();
-  throw Refusal{is_in_time ? VU_FAILED : VU_LOCK_TIMEOUT, {}, {}};
-}
-
-void remove_unless_entered(const OwnFiles& own, const Address& address) {
-  if (own.last().empty()) return;
-  Place now;
-  if (!find(address, now) || now.path() != own.last()) vu_file::remove(own.last());
+  // A save that failed is only traced.
+  if (Call::current().failures() != failures_before && !made.is_entered_with(place.path()))
+    throw Refusal{LockLimit::passed() ? VU_LOCK_TIMEOUT : VU_FAILED, {}, {}};
+  made.keep();
+  return made.is_made();
 }
 
 bool find_or_create(const Address& address, Place& place) {

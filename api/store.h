@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "api/call.h"
 #include "api/handles.h"
@@ -132,12 +133,43 @@ bool find(const Address& address, Place& place);
 /// As find(). @throws Refusal VU_NOTHING_MATCHED if it does not exist.
 Place place_of(const Address& address);
 /// Creates the entry of a version and its empty file; sets the file of @p place.
-/// @return false if the entry exists already. @throws Refusal, vu_file_except; then the file is
-/// removed again
+/// @return false if the entry exists already. @throws Refusal, vu_file_except; then there is no
+/// entry, and no file, unless the system cannot tell
 bool create_entry(const std::string& name, Place& place);
-/// After a rename that was not saved: removes the file that it made for the new name, unless an
-/// entry has it. @throws like find()
-void remove_unless_entered(const OwnFiles& own, const Address& address);
+/// The file that an operation makes for a new entry. Without the entry it would be an orphan, which
+/// becomes a document when it is adopted. So the destructor removes it, unless the index has the
+/// entry, or cannot be read.
+///
+/// Order of calls: construct it, then run the operation; then keep(), if it reported no failure.
+/// Errors: none; what the destructor cannot remove stays, as after an interruption. Threads: one.
+///
+/// Required: it waits for the index without a limit. Another program can find a saved entry and use
+/// it at once, so only the index can say whether there is something to remove.
+class NewFile {
+ public:
+  NewFile(std::string folder, std::string name, long version)
+      : m_folder(std::move(folder)), m_name(std::move(name)), m_version(version) {}
+  ~NewFile();
+  NewFile(const NewFile&) = delete;
+  NewFile& operator=(const NewFile&) = delete;
+
+  /// Whether the operation has made a file. If the entry existed, it has not.
+  bool is_made() const { return !path().empty(); }
+  const std::string& path() const { return m_own.last(); }
+  /// Whether the index has the entry with this file. @throws std::bad_alloc
+  bool is_entered_with(const std::string& file) const { return asked(file) == Answer::kYes; }
+  void keep() { m_is_kept = true; }
+
+ private:
+  enum class Answer : std::uint8_t { kYes, kNo, kUnknown };
+  Answer asked(const std::string& file) const;
+
+  std::string m_folder;
+  std::string m_name;
+  long m_version;
+  OwnFiles m_own;
+  bool m_is_kept = false;
+};
 /// Finds a version, or creates it in the folder of @p place. @return whether it was created.
 /// @throws like create_entry(), and Refusal if the version has an entry that find() does not find
 bool find_or_create(const Address& address, Place& place);

@@ -11,7 +11,6 @@
 #include "file/handle_core.h"
 #include "file/lock_limit.h"
 #include "index/index_format.h"
-#include "index/own_files.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
 #include "storage/layout.h"
@@ -139,18 +138,16 @@ class Staged {
   /// @param before the file of the version that is replaced; empty when there is none.
   void rename_to(const Address& address, const std::string& before) {
     wait_for_index(m_folder);
-    const OwnFiles own;
+    NewFile made(m_folder, address.name, address.version);
     STGIndex::rename(m_folder, m_name, m_version, address.name, address.version);
-    if (LockLimit::passed()) throw Refusal{VU_FAILED, {}, {}};
     // Required: without a limit. After the save, the status must say what happened.
     const LockLimit none(std::nullopt);
     std::string left;
-    m_is_there = STGIndex::exists(m_folder, m_name, m_version, left);
-    if (m_is_there) {
-      remove_unless_entered(own, address);
-      throw Refusal{VU_FAILED, {}, {}};
-    }
+    if (STGIndex::exists(m_folder, m_name, m_version, left)) throw Refusal{VU_FAILED, {}, {}};
     check_stored(address, before);
+    made.keep();
+    m_is_there = false;
+    Call::current().note_change();
   }
 
  private:
@@ -175,6 +172,7 @@ void store_in_place(const Address& address, const Source& source) {
   if (!is_whole || Call::current().failures() != failures_before)
     throw Refusal{VU_FAILED, {}, told_path(path)};
   if (!source.path.empty()) copy_over(source.path, path, os::IfExists::kReplace);
+  Call::current().note_change();
 }
 
 vu_status store(const Address& address, const Source& source, std::uint32_t flags,
@@ -239,16 +237,15 @@ vu_status rename(const Store& settings, const vu_document* from, const vu_docume
     return LockLimit::passed() ? status_of_removal() : stored;
   }
   wait_for_index(folder);
-  const OwnFiles own;
-  STGIndex::rename(folder, old_address.name, old_address.version, address.name, address.version);
   {
+    NewFile made(folder, address.name, address.version);
+    STGIndex::rename(folder, old_address.name, old_address.version, address.name, address.version);
     // Required: without a limit. After the save, the status must say what happened.
     const LockLimit none(std::nullopt);
     Place now;
-    if (!find(address, now) || find(old_address, now)) {
-      remove_unless_entered(own, address);
+    if (!find(address, now) || find(old_address, now))
       return failed_or(VU_FAILED, "the version cannot be renamed", told_path(old.path()));
-    }
+    made.keep();
   }
   Call::current().note_change();
   return existed ? without_derived(address, place) : done_unless_told();

@@ -32,6 +32,8 @@ void give_stream(std::unique_ptr<Stream> opened, vu_stream** stream) {
                   told_path(opened->file.getFilePath())};
   }
   *stream = static_cast<vu_stream*>(handles::add(Kind::kStream, std::move(opened)));
+  // A lock that was refused before does not matter any more, and the caller must close the stream.
+  Call::current().note_change();
 }
 
 namespace {

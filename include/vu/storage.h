@@ -48,8 +48,8 @@
  * Waiting. Calls wait for locks that other handles hold, in this process and in others: without
  * limit, unless vu_settings::wait_ms sets one. The time runs from the start of the call, also while
  * the call works or its callback runs. After that time a lock that is not free is refused at once.
- * (Exception: a call that fails and removes its temporary version waits for the index without
- * limit.) There are two kinds of locks:
+ * (Exception: a call that fails and removes what it has made waits for the index without limit.)
+ * There are two kinds of locks:
  * - The index of a folder, with its counter. Readers find and list versions; writers change
  *   entries. A call releases the lock before it returns, and before it calls a callback.
  * - The file of a document. Readers are vu_read(), vu_read_whole(), vu_key_get(), vu_key_each() and

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -103,6 +104,8 @@ TEST_F(CInterfaceFaults, AStatusIsTrueIfTheIndexIsLockedDuringTheCall) {
     return renames ? vu_rename(hurried, &m_document, &next, 0)
                    : vu_put(hurried, &next, "old", 3, 0, nullptr);
   };
+  const std::string folder = m_scratch.path("storage\\user\\anna");
+  const std::size_t before = vu_file::filenames(folder).size();
   for (const bool renames : {true, false}) {
     for (std::uint64_t nth = 1;; ++nth) {
       std::thread holder;
@@ -130,6 +133,7 @@ TEST_F(CInterfaceFaults, AStatusIsTrueIfTheIndexIsLockedDuringTheCall) {
       EXPECT_EQ(content(m_document), is_changed && renames ? "VU_NOTHING_MATCHED" : "old") << nth;
       put(m_document, "old", VU_REPLACE);
       vu_remove(m_store, &next);
+      EXPECT_EQ(vu_file::filenames(folder).size(), before) << renames << nth;
       if (is_over) break;
       ASSERT_LT(nth, 100U);
     }
@@ -387,20 +391,84 @@ TEST_F(CInterfaceFaults, AnEntryWithAnotherFileIsNotWritten) {
   EXPECT_EQ(read_file(folder + "\\c.txt.txt"), "a=of another\n");
 }
 
-TEST_F(CInterfaceFaults, ACreationThatCannotBeSavedLeavesNoFile) {
+TEST_F(CInterfaceFaults, WhatCannotBeSavedLeavesNoFile) {
   const std::string folder = m_scratch.path("storage\\user\\anna");
   const vu_document next = document("c.txt");
+  const std::vector<std::pair<const char*, std::function<vu_status()>>> changes = {
+      {"key set", [&] { return vu_key_set(m_store, &next, "line", "value"); }},
+      {"put", [&] { return put(next, "new", 0); }},
+      {"put, in place", [&] { return put(next, "new", VU_IN_PLACE); }},
+      {"put, replacing", [&] { return put(m_document, "new", VU_REPLACE); }},
+      {"rename", [&] { return vu_rename(m_store, &m_document, &next, 0); }},
+      {"open", [&] {
+         vu_stream* stream = nullptr;
+         const vu_status status = vu_open(m_store, &next, VU_WRITE_NEW, &stream);
+         if (status == VU_DONE) vu_stream_close(stream);
+         return status;
+       }}};
   const std::size_t before = vu_file::filenames(folder).size();
-  for (std::uint64_t nth = 1;; ++nth) {
-    {
-      const auto fault = faults::fail(Call::write, kRefused, nth);
-      const vu_status status = vu_key_set(m_store, &next, "line", "value");
-      if (fault.hits() == 0) break;
-      if (status == VU_DONE) vu_remove(m_store, &next);
+  for (const auto& [name, change] : changes) {
+    for (const Call call : {Call::write, Call::flush, Call::set_end}) {
+      for (std::uint64_t nth = 1;; ++nth) {
+        {
+          const auto fault = faults::fail(call, kRefused, nth);
+          change();
+          if (fault.hits() == 0) break;
+        }
+        // A rename may have been made.
+        if (content(m_document) == "VU_NOTHING_MATCHED") put(m_document, "old", 0);
+        if (content(next) != "VU_NOTHING_MATCHED") vu_remove(m_store, &next);
+        EXPECT_EQ(vu_file::filenames(folder).size(), before)
+            << name << ", call " << static_cast<int>(call) << ", " << nth;
+        ASSERT_LT(nth, 100U);
+      }
+      put(m_document, "old", VU_REPLACE);
+      vu_remove(m_store, &next);
     }
-    if (content(next) != "VU_NOTHING_MATCHED") vu_remove(m_store, &next);
-    EXPECT_EQ(vu_file::filenames(folder).size(), before) << nth;
   }
+}
+
+TEST_F(CInterfaceFaults, ASavedEntryStaysAlthoughALockWasRefusedBefore) {
+  // Another program uses the new entry at once. The call may not remove it.
+  vu_settings settings = VU_SETTINGS_INIT;
+  settings.wait_ms = VU_NO_WAIT;
+  vu_store* hurried = nullptr;
+  ASSERT_EQ(vu_open_store(&settings, &hurried), VU_ALREADY);
+  const std::string folder = m_scratch.path("storage\\user\\anna");
+  const vu_document next = document("c.txt");
+  const os::Status held(11, os::Failure::kLocked);
+  const auto open = [&](const char*) {
+    vu_stream* stream = nullptr;
+    const vu_status status = vu_open(hurried, &next, VU_WRITE_NEW, &stream);
+    EXPECT_EQ(stream != nullptr, status == VU_DONE);
+    return stream != nullptr ? vu_stream_close(stream) : status;
+  };
+  const auto set = [&](const char*) { return vu_key_set(hurried, &next, "line", "value"); };
+  const auto store = [&](const char*) { return vu_put(hurried, &next, "new", 3, 0, nullptr); };
+  const std::vector<std::pair<const char*, std::function<vu_status(const char*)>>> changes = {
+      {"open", open}, {"key set", set}, {"put", store}};
+  const std::size_t before = vu_file::filenames(folder).size();
+  for (const auto& [name, change] : changes) {
+    for (std::uint64_t nth = 1;; ++nth) {
+      vu_status status = VU_FAILED;
+      {
+        const auto fault = faults::fail(Call::lock, held, nth);
+        status = change(name);
+        if (fault.hits() == 0) break;
+      }
+      const bool is_made = status == VU_DONE || status == VU_PARTLY_DONE;
+      EXPECT_TRUE(is_made || status == VU_LOCK_TIMEOUT) << name << nth << vu_status_name(status);
+      const bool is_there = vu_exists(m_store, &next) == VU_DONE;
+      EXPECT_TRUE(is_there || !is_made) << name << nth;
+      if (is_there) {
+        EXPECT_EQ(vu_remove(m_store, &next), VU_DONE);
+      }
+      EXPECT_EQ(vu_file::filenames(folder).size(), before) << name << nth;
+      ASSERT_LT(nth, 100U);
+    }
+    EXPECT_EQ(vu_remove(m_store, &next), VU_DONE) << name;
+  }
+  EXPECT_EQ(vu_close_store(hurried), VU_DONE);
 }
 
 TEST_F(CInterfaceFaults, WithinACallbackTheExportedClassesKeepTheirNames) {
