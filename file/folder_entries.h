@@ -18,8 +18,9 @@ os::Status find_entry(const std::string& path);
 /// whether both succeeded.
 bool copy_and_flush(const std::string& src, const std::string& dst);
 
-/// Creates an empty file. @return false if the name is taken. @throws vu_file_except after another
-/// failure, which is traced.
+/// Creates an empty file, and waits until it is on the device: an index that names it may be there
+/// first. @return false if the name is taken. @throws vu_file_except after another failure, which
+/// is traced; then there is no file.
 bool create_new_file(const std::string& path);
 
 /// Removes a plain file that its owner can write, and nothing else: the work of vu_file::chmodW()

@@ -236,15 +236,51 @@ bool vu_file::recurseRemoveDir(const std::string& path) {
   return remove_tree(vu_trace_scope, path, os::kNoHandle);
 }
 
+namespace {
+
+/// A file that was just created and is open. The destructor closes it, and removes it unless it is
+/// kept.
+class CreatedFile {
+ public:
+  CreatedFile(const std::string& path, os::Handle handle) : m_path(path), m_handle(handle) {}
+  ~CreatedFile() {
+    try {
+      static_cast<void>(os::close(m_handle));
+    } catch (...) {
+      // Nothing was written through it.
+    }
+    if (m_is_kept) return;
+    try {
+      static_cast<void>(os::remove_file(m_path));
+    } catch (...) {
+      // It stays, as after an interruption.
+    }
+  }
+  CreatedFile(const CreatedFile&) = delete;
+  CreatedFile& operator=(const CreatedFile&) = delete;
+
+  /// Waits until the file is on the device, and keeps it then.
+  os::Status flush() {
+    const os::Status flushed = os::flush(m_handle);
+    m_is_kept = flushed.ok();
+    return flushed;
+  }
+
+ private:
+  const std::string& m_path;
+  os::Handle m_handle;
+  bool m_is_kept = false;
+};
+
+}  // namespace
+
 bool create_new_file(const std::string& path) {
   VU_FILE_SCOPE();
   os::Handle handle = os::kNoHandle;
-  const os::Status made = os::open(path, os::Access::kCreateNew, handle);
-  if (made.ok()) {
-    static_cast<void>(os::close(handle));
-    return true;
-  }
+  os::Status made = os::open(path, os::Access::kCreateNew, handle);
   if (made.failure() == os::Failure::kAlreadyExists) return false;
+  if (made.ok()) made = CreatedFile(path, handle).flush();
+  if (made.ok()) return true;
   if (trace::Listener* const listener = trace::listener())
     listener->hear_failure(path, made.code());
   VU_ERROR("the new file cannot be created: ", path, ", error ", made.code());

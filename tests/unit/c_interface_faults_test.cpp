@@ -428,6 +428,30 @@ TEST_F(CInterfaceFaults, WhatCannotBeSavedLeavesNoFile) {
   }
 }
 
+TEST_F(CInterfaceFaults, ANewFileIsOnTheDeviceBeforeTheIndexNamesIt) {
+  const std::string folder = m_scratch.path("storage\\user\\anna");
+  const vu_document next = document("c.txt");
+  const std::size_t before = vu_file::filenames(folder).size();
+  // The first flush is that of the counter.
+  {
+    const auto hook = faults::before(
+        Call::flush,
+        [&] {
+          EXPECT_EQ(vu_file::filenames(folder).size(), before + 1);
+          EXPECT_EQ(read_file(folder + "\\index.dat").find("c.txt"), std::string::npos);
+        },
+        2);
+    EXPECT_EQ(vu_key_set(m_store, &next, "line", "value"), VU_DONE);
+    EXPECT_EQ(hook.hits(), 1U);
+  }
+  ASSERT_EQ(vu_remove(m_store, &next), VU_DONE);
+  const auto fault = faults::fail(Call::flush, kRefused, 2);
+  EXPECT_EQ(vu_key_set(m_store, &next, "line", "value"), VU_FAILED);
+  EXPECT_EQ(fault.hits(), 1U);
+  EXPECT_EQ(vu_file::filenames(folder).size(), before);
+  EXPECT_EQ(files(), std::vector<std::string>{"a.txt"});
+}
+
 TEST_F(CInterfaceFaults, ASavedEntryStaysAlthoughALockWasRefusedBefore) {
   // Another program uses the new entry at once. The call may not remove it.
   vu_settings settings = VU_SETTINGS_INIT;
