@@ -3,7 +3,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -93,9 +93,9 @@ struct Plan {
   /// The index in `stages` of the stage that writes over the old text. Earlier stages leave the old
   /// text as it is; from this stage on the new text is the text of the file.
   std::size_t first_over_old = 0;
-  std::uint64_t reserve = 0;      ///< the largest size of the file during the replacement
-  std::uint64_t size = 0;         ///< its size after the cut
-  std::deque<std::string> texts;  ///< texts that are written in a changed form
+  std::uint64_t reserve = 0;     ///< the largest size of the file during the replacement
+  std::uint64_t size = 0;        ///< its size after the cut
+  std::list<std::string> texts;  ///< texts that are written in a changed form
 };
 
 /// The plan for a file that contains @p old_bytes and has no valid trailer. The new text must
