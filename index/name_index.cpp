@@ -37,11 +37,14 @@ std::uint64_t NameIndex::Hash::of_any(std::string_view name) const {
 
 // At least two slots: a shift by all bits of the tag is undefined.
 NameIndex::NameIndex(std::size_t names)
-    : m_slots(std::bit_ceil(names * 2 + 2)), m_shift(shift_for(m_slots.size())) {}
+    : m_slots(std::bit_ceil(names * 2 + 2)),
+      m_room(m_slots.size() / 2),
+      m_shift(shift_for(m_slots.size())) {}
 
 void NameIndex::grow() {
   std::vector<Slot> filled(2 * m_slots.size());
   m_slots.swap(filled);
+  m_room += filled.size() / 2;
   m_shift = shift_for(m_slots.size());
   for (const Slot slot : filled) {
     if (slot.position != 0) put(slot);

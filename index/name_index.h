@@ -49,8 +49,8 @@ class NameIndex {
   }
   /// Adds the position of a name. @param hash from ask().
   void add(std::uint64_t hash, std::size_t position) {
-    if (2 * m_used >= m_slots.size()) grow();
-    ++m_used;
+    if (m_room == 0) grow();
+    --m_room;
     put({tag_of(hash), static_cast<std::uint32_t>(position + 1)});
   }
 
@@ -115,7 +115,7 @@ class NameIndex {
   void grow();
 
   Hash m_hash;
-  std::size_t m_used = 0;
   std::vector<Slot> m_slots;  // a power of two, at most half full
+  std::size_t m_room;         // how many names fit before it grows
   unsigned m_shift = 0;       // the slot of a tag is tag >> m_shift
 };
