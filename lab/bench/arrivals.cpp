@@ -52,8 +52,11 @@ Jobs adoption_jobs(Stage& stage, Place place, std::size_t files) {
 
 // ---- migration ---------------------------------------------------------------------------------
 
-/// How many folders of a size each contender migrates.
-std::size_t supply_for(std::size_t mails) { return std::clamp<std::size_t>(1000 / mails, 1, 5); }
+/// How many folders of a size each contender migrates. A flush on a disk takes long.
+std::size_t supply_for(Place place, std::size_t mails) {
+  const std::size_t enough = place == Place::kMemory ? 30000 : 3000;
+  return std::clamp<std::size_t>(enough / mails, 1, 5);
+}
 
 std::string escaped_mail(std::size_t mail) { return numbered("4#5#M%06zu#A%%20mail.kdb", mail); }
 
@@ -80,7 +83,7 @@ class Mailboxes {
   Mailboxes(Stage& stage, Place place, std::size_t mails, const std::string& contender) {
     const std::string room = stage.room(place, "mails");
     const StorageRoot& root = StorageRoot::of(stage);
-    for (std::size_t i = 0; i < supply_for(mails); ++i) {
+    for (std::size_t i = 0; i < supply_for(place, mails); ++i) {
       const std::string owner =
           contender + "-" + name(place) + std::to_string(mails) + "-" + std::to_string(i);
       make_mails(room + "/" + owner, mails);
@@ -115,7 +118,7 @@ Jobs migration_jobs(Stage& stage, Place place, std::size_t mails) {
   Jobs jobs;
   const auto add = [&](Who who, const char* contender, auto migrate) {
     const auto boxes = std::make_shared<Mailboxes>(stage, place, mails, contender);
-    jobs[who].supply = supply_for(mails);
+    jobs[who].supply = supply_for(place, mails);
     jobs[who].run = [boxes, area, mails, migrate] {
       const std::string& owner = boxes->next();
       migrate(owner, area + owner);

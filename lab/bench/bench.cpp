@@ -14,7 +14,7 @@
 //
 //   exists, hit              STGIndex::exists of an arbitrary entry
 //   exists, miss             the same for an existing name with another timestamp
-//   search of the text       the search for a key in the text of an index, in memory; floor: memchr
+//   search for a key, a name  the search in the text of an index, in memory; floor: memchr
 //   lastVersion              STGIndex::lastVersion of an arbitrary name, switch off and on
 //   plValues, getVUDocs      the lists of all entries and of all documents (every entry is a
 //                            document), switch on
@@ -166,8 +166,9 @@ int run(const Options& options) {
                      std::filesystem::absolute(options.memory).string(), largest_folder(options));
   std::vector<bench::Contest> contests;
   // Cleaning is last, because many removals make a file system slow to create files.
-  for (const auto workloads : {bench::index_questions, bench::documents, bench::index_changes,
-                               bench::key_files, bench::copies, bench::arrivals, bench::cleaning}) {
+  for (const auto workloads :
+       {bench::index_questions, bench::text_searches, bench::documents, bench::index_changes,
+        bench::key_files, bench::copies, bench::arrivals, bench::cleaning}) {
     for (bench::Contest& contest : workloads(stage)) {
       if (is_wanted(contest, options)) contests.push_back(std::move(contest));
     }

@@ -16,8 +16,9 @@ namespace {
 constexpr unsigned long kLongAgo = 1000000;  // seconds
 
 /// The number of folders of a size that each contender empties.
-std::size_t supply_for(std::size_t entries) {
-  return std::clamp<std::size_t>(4000 / entries, entries < 100000 ? 3 : 1, 40);
+std::size_t supply_for(Place place, std::size_t entries) {
+  const bool is_quick = place == Place::kMemory || entries < 100000;
+  return std::clamp<std::size_t>(4000 / entries, is_quick ? 3 : 1, 40);
 }
 
 /// Folders to empty, each once. All are created before the first is used.
@@ -25,7 +26,7 @@ class Supply {
  public:
   Supply(Stage& stage, Place place, std::size_t entries, const std::string& contender) {
     const std::string room = stage.room(place, "cleaned") + "/" + contender;
-    for (std::size_t i = 0; i < supply_for(entries); ++i)
+    for (std::size_t i = 0; i < supply_for(place, entries); ++i)
       m_folders.push_back(std::make_unique<Folder>(
           room + std::to_string(entries) + "-" + std::to_string(i), entries));
   }
@@ -57,7 +58,7 @@ Jobs everything_removed(Stage& stage, Place place, std::size_t entries) {
   Jobs jobs;
   const auto add = [&](Who who, const char* contender, auto empty) {
     const auto supply = std::make_shared<Supply>(stage, place, entries, contender);
-    jobs[who].supply = supply_for(entries);
+    jobs[who].supply = supply_for(place, entries);
     jobs[who].run = [supply, empty] { empty(supply->next()); };
   };
   add(Who::kLibrary, "library", [entries](const std::string& path) { clean(path, 0, entries, 0); });

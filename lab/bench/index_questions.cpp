@@ -11,7 +11,9 @@ namespace bench {
 namespace {
 
 constexpr auto kJournal = SqliteIndex::Journal::kRollback;
-constexpr Place kPlace = Place::kDisk;
+
+/// The other contenders are compared on the disk; all read from the system's cache.
+constexpr bool has_all_contenders(Place place) { return place == Place::kDisk; }
 
 using literal::Synchronize;
 
@@ -52,13 +54,9 @@ bool ask_database(Index& index, const Folder& folder, const std::string& logical
          bare::entry_exists(folder.path() + "/" + stored + ".kdb");
 }
 
-Jobs exists_jobs(Stage& stage, std::size_t entries, Sought sought) {
-  const Folder& folder = stage.folder(kPlace, entries);
+Jobs exists_jobs(Stage& stage, Place place, std::size_t entries, Sought sought) {
+  const Folder& folder = stage.folder(place, entries);
   const std::string path = folder.path();
-  const std::string sqlite = stage.sqlite(kPlace, entries, Purpose::kAsked, kJournal);
-  const std::string lmdb = stage.lmdb(kPlace, entries, Purpose::kAsked);
-  SqliteIndex& open_sqlite = stage.open_sqlite(kPlace, entries, Purpose::kAsked);
-  LmdbIndex& open_lmdb = stage.open_lmdb(kPlace, entries, Purpose::kAsked);
   Jobs jobs;
   jobs[Who::kLibrary] =
       question(folder, sought, [path](const std::string& logical, long timestamp) {
@@ -69,6 +67,11 @@ Jobs exists_jobs(Stage& stage, std::size_t entries, Sought sought) {
     std::string physical;
     return floor_of::exists(path, logical, timestamp, physical);
   });
+  if (!has_all_contenders(place)) return jobs;
+  const std::string sqlite = stage.sqlite(place, entries, Purpose::kAsked, kJournal);
+  const std::string lmdb = stage.lmdb(place, entries, Purpose::kAsked);
+  SqliteIndex& open_sqlite = stage.open_sqlite(place, entries, Purpose::kAsked);
+  LmdbIndex& open_lmdb = stage.open_lmdb(place, entries, Purpose::kAsked);
   jobs[Who::kLiteral] =
       question(folder, sought, [path](const std::string& logical, long timestamp) {
         std::string physical;
@@ -95,10 +98,11 @@ Jobs exists_jobs(Stage& stage, std::size_t entries, Sought sought) {
   return jobs;
 }
 
-Contest exists_contest(Stage& stage, std::size_t entries, Sought sought) {
-  Contest contest =
-      folder_contest(sought == Sought::kHit ? "exists, hit" : "exists, miss", kPlace, entries,
-                     [&stage, entries, sought] { return exists_jobs(stage, entries, sought); });
+Contest exists_contest(Stage& stage, Place place, std::size_t entries, Sought sought) {
+  Contest contest = folder_contest(
+      sought == Sought::kHit ? "exists, hit" : "exists, miss", place, entries,
+      [&stage, place, entries, sought] { return exists_jobs(stage, place, entries, sought); });
+  if (!has_all_contenders(place)) return contest;
   if (entries == 10000) contest.requirements.push_back(at_least_faster(200, Who::kLiteral));
   if (entries <= 10000) contest.requirements.push_back(at_most(1, Who::kSqlitePerOperation));
   return contest;
@@ -114,14 +118,10 @@ Job latest_job(const Folder& folder, std::function<long(const std::string&)> ask
           {}};
 }
 
-Jobs latest_jobs(Stage& stage, std::size_t entries, Synchronize synchronize) {
+Jobs latest_jobs(Stage& stage, Place place, std::size_t entries, Synchronize synchronize) {
   set_switch(synchronize);
-  const Folder& folder = stage.folder(kPlace, entries);
+  const Folder& folder = stage.folder(place, entries);
   const std::string path = folder.path();
-  const std::string sqlite = stage.sqlite(kPlace, entries, Purpose::kAsked, kJournal);
-  const std::string lmdb = stage.lmdb(kPlace, entries, Purpose::kAsked);
-  SqliteIndex& open_sqlite = stage.open_sqlite(kPlace, entries, Purpose::kAsked);
-  LmdbIndex& open_lmdb = stage.open_lmdb(kPlace, entries, Purpose::kAsked);
   Jobs jobs;
   jobs[Who::kLibrary] = latest_job(folder, [path](const std::string& logical) {
     long latest = 0;
@@ -135,6 +135,11 @@ Jobs latest_jobs(Stage& stage, std::size_t entries, Synchronize synchronize) {
     floor_of::last_version(path, logical, latest, adoption);
     return latest;
   });
+  if (!has_all_contenders(place)) return jobs;
+  const std::string sqlite = stage.sqlite(place, entries, Purpose::kAsked, kJournal);
+  const std::string lmdb = stage.lmdb(place, entries, Purpose::kAsked);
+  SqliteIndex& open_sqlite = stage.open_sqlite(place, entries, Purpose::kAsked);
+  LmdbIndex& open_lmdb = stage.open_lmdb(place, entries, Purpose::kAsked);
   jobs[Who::kLiteral] = latest_job(folder, [path, synchronize](const std::string& logical) {
     long latest = 0;
     literal::last_version(path, logical, latest, synchronize);
@@ -160,15 +165,11 @@ Job list_job(const Folder& folder, List list) {
 
 constexpr const char* kDocumentExtensions = ".kda.kdb.kdc.kdd.kde.kdf.kdg";
 
-Jobs list_jobs(Stage& stage, std::size_t entries, const List& library, const char* extensions,
-               floor_of::List way) {
+Jobs list_jobs(Stage& stage, Place place, std::size_t entries, const List& library,
+               const char* extensions, floor_of::List way) {
   set_switch(Synchronize::kOn);
-  const Folder& folder = stage.folder(kPlace, entries);
+  const Folder& folder = stage.folder(place, entries);
   const std::string path = folder.path();
-  const std::string sqlite = stage.sqlite(kPlace, entries, Purpose::kAsked, kJournal);
-  const std::string lmdb = stage.lmdb(kPlace, entries, Purpose::kAsked);
-  SqliteIndex& open_sqlite = stage.open_sqlite(kPlace, entries, Purpose::kAsked);
-  LmdbIndex& open_lmdb = stage.open_lmdb(kPlace, entries, Purpose::kAsked);
   // Also lists the folder, because every contender must check which entries are valid.
   const auto by_database = [path](auto& index) {
     bare::NameMap out;
@@ -186,6 +187,11 @@ Jobs list_jobs(Stage& stage, std::size_t entries, const List& library, const cha
     return out.size();
   });
   if (way == floor_of::List::kByLogicalName) return jobs;
+  if (!has_all_contenders(place)) return jobs;
+  const std::string sqlite = stage.sqlite(place, entries, Purpose::kAsked, kJournal);
+  const std::string lmdb = stage.lmdb(place, entries, Purpose::kAsked);
+  SqliteIndex& open_sqlite = stage.open_sqlite(place, entries, Purpose::kAsked);
+  LmdbIndex& open_lmdb = stage.open_lmdb(place, entries, Purpose::kAsked);
   jobs[Who::kLiteral] = list_job(folder, [path, extensions] {
     bare::NameMap out;
     literal::pl_values(path, out, extensions, Synchronize::kOn);
@@ -206,38 +212,39 @@ Jobs list_jobs(Stage& stage, std::size_t entries, const List& library, const cha
   return jobs;
 }
 
-void add_latest(std::vector<Contest>& contests, Stage& stage, std::size_t entries) {
+void add_latest(std::vector<Contest>& contests, Stage& stage, Place place, std::size_t entries) {
   for (const Synchronize synchronize : {Synchronize::kOff, Synchronize::kOn}) {
     const bool on = synchronize == Synchronize::kOn;
-    contests.push_back(folder_contest(
-        on ? "lastVersion, switch on" : "lastVersion, switch off", kPlace, entries,
-        [&stage, entries, synchronize] { return latest_jobs(stage, entries, synchronize); }));
+    contests.push_back(folder_contest(on ? "lastVersion, switch on" : "lastVersion, switch off",
+                                      place, entries, [&stage, place, entries, synchronize] {
+                                        return latest_jobs(stage, place, entries, synchronize);
+                                      }));
   }
 }
 
 using ListOperation = void (*)(const std::string& folder, STGIndex::NameMap& out);
 
-void add_list(std::vector<Contest>& contests, Stage& stage, std::size_t entries,
+void add_list(std::vector<Contest>& contests, Stage& stage, Place place, std::size_t entries,
               const char* workload, ListOperation operation, const char* extensions,
               floor_of::List way) {
-  contests.push_back(
-      folder_contest(workload, kPlace, entries, [&stage, entries, operation, extensions, way] {
-        const std::string path = stage.folder(kPlace, entries).path();
-        return list_jobs(
-            stage, entries,
-            [path, operation] {
-              STGIndex::NameMap out;
-              operation(path, out);
-              return out.size();
-            },
-            extensions, way);
-      }));
+  contests.push_back(folder_contest(workload, place, entries,
+                                    [&stage, place, entries, operation, extensions, way] {
+                                      const std::string path = stage.folder(place, entries).path();
+                                      return list_jobs(
+                                          stage, place, entries,
+                                          [path, operation] {
+                                            STGIndex::NameMap out;
+                                            operation(path, out);
+                                            return out.size();
+                                          },
+                                          extensions, way);
+                                    }));
 }
 
 /// A folder without category files, like most folders.
-Jobs category_jobs(Stage& stage, std::size_t entries) {
+Jobs category_jobs(Stage& stage, Place place, std::size_t entries) {
   set_switch(Synchronize::kOn);
-  const Folder& folder = stage.folder(kPlace, entries);
+  const Folder& folder = stage.folder(place, entries);
   Jobs jobs;
   jobs[Who::kLibrary].run = [&folder] {
     STGIndex::NameMap out;
@@ -256,19 +263,21 @@ Jobs category_jobs(Stage& stage, std::size_t entries) {
 
 std::vector<Contest> index_questions(Stage& stage) {
   std::vector<Contest> contests;
+  constexpr auto kPhysical = floor_of::List::kByPhysicalName;
+  constexpr auto kLogical = floor_of::List::kByLogicalName;
   for (const std::size_t entries : kSizes) {
-    contests.push_back(exists_contest(stage, entries, Sought::kHit));
-    contests.push_back(exists_contest(stage, entries, Sought::kMiss));
-    contests.push_back(search_contest(stage, entries));
-    add_latest(contests, stage, entries);
-    constexpr auto kPhysical = floor_of::List::kByPhysicalName;
-    constexpr auto kLogical = floor_of::List::kByLogicalName;
-    add_list(contests, stage, entries, "plValues", &STGIndex::plValues, "", kPhysical);
-    add_list(contests, stage, entries, "getVUDocs", &STGIndex::getVUDocs, kDocumentExtensions,
-             kPhysical);
-    add_list(contests, stage, entries, "lpValues", &STGIndex::lpValues, "", kLogical);
-    contests.push_back(folder_contest("getCategories", kPlace, entries,
-                                      [&stage, entries] { return category_jobs(stage, entries); }));
+    for (const Place place : {Place::kDisk, Place::kMemory}) {
+      contests.push_back(exists_contest(stage, place, entries, Sought::kHit));
+      contests.push_back(exists_contest(stage, place, entries, Sought::kMiss));
+      add_latest(contests, stage, place, entries);
+      add_list(contests, stage, place, entries, "plValues", &STGIndex::plValues, "", kPhysical);
+      add_list(contests, stage, place, entries, "getVUDocs", &STGIndex::getVUDocs,
+               kDocumentExtensions, kPhysical);
+      add_list(contests, stage, place, entries, "lpValues", &STGIndex::lpValues, "", kLogical);
+      contests.push_back(folder_contest("getCategories", place, entries, [&stage, place, entries] {
+        return category_jobs(stage, place, entries);
+      }));
+    }
   }
   return contests;
 }

@@ -80,7 +80,7 @@ inline constexpr std::size_t kSizes[] = {100, 1000, 10000, 100000};
 
 // The contests of each source file, small folders first.
 std::vector<Contest> index_questions(Stage& stage);
-Contest search_contest(Stage& stage, std::size_t entries);
+std::vector<Contest> text_searches(Stage& stage);
 std::vector<Contest> index_changes(Stage& stage);
 std::vector<Contest> arrivals(Stage& stage);
 std::vector<Contest> cleaning(Stage& stage);
