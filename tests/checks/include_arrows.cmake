@@ -2,7 +2,7 @@
 #
 #   cmake -D ROOT=<project> -P include_arrows.cmake
 #
-# Rooms from the top: storage, index, file, platform. Each may include lower rooms, itself and the
+# Rooms from the top: api, storage, index, file, platform. Each may include lower rooms, itself and the
 # exported headers. Inside platform the order is host, i18n, os; os knows the string classes only.
 # The client, the examples and the tests of the finished library include only exported headers. Exception:
 # client/admin also includes the seam and rules that work on text alone, because a call of the library could change
@@ -32,6 +32,7 @@ if(SELF_TEST)
     source(storage/storage_mutex.cpp "#include <Poco/Mutex.h>" "#include \"vu_storage.h\"")
     source(storage/roots.cpp "#include \"index/index.h\"" "#include \"platform/os/os.h\"")
     source(include/vu/storage.h "#include <stddef.h>")
+    source(include/vu/storage.hpp "#include <filesystem>" "#include \"vu/storage.h\"")
     source(api/store.cpp "#include \"vu/storage.h\"" "#include \"index/index.h\"")
     source(examples/hello.cpp "#include <vu_storage.h>" "#include <Poco/Mutex.h>")
     source(index/index_format.h "#include <string>")
@@ -95,6 +96,8 @@ if(SELF_TEST)
   finds(storage/roots.cpp "#include <Poco/Mutex.h>" "may not include <Poco/Mutex.h>")
   finds(storage/roots.cpp "#include \"Poco/Mutex.h\"" "may not include <Poco/Mutex.h>")
   finds(include/vu_i18n.h "#include <sys/stat.h>" "may not include <sys/stat.h>")
+  finds(include/vu/storage.hpp "#include <sys/stat.h>" "may not include <sys/stat.h>")
+  finds(include/vu/storage.hpp "#include \"api/store.cpp\"" "may not include api/store.cpp")
   finds(file/core.h "#include \"missing.h\"" "the project has no file missing.h")
   finds(file/core.h "#include MACRO" "cannot read")
 
@@ -210,7 +213,8 @@ foreach(rule IN LISTS rules)
 endforeach()
 list(REMOVE_DUPLICATES folders)
 foreach(folder IN LISTS folders)
-  file(GLOB_RECURSE found RELATIVE ${ROOT} ${ROOT}/${folder}/*.h ${ROOT}/${folder}/*.cpp)
+  file(GLOB_RECURSE found RELATIVE ${ROOT} ${ROOT}/${folder}/*.h ${ROOT}/${folder}/*.hpp
+    ${ROOT}/${folder}/*.cpp)
   if(NOT found AND NOT folder IN_LIST optional)
     list(APPEND faults "${folder}: no source file was found")
   endif()
