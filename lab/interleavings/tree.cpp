@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "lab/reliability/index_reader.h"
+#include "lab/reader/index_reader.h"
 #include "platform/os/os.h"
 #include "tests/support/scratch.h"
 
@@ -160,16 +160,16 @@ class FolderFacts {
   }
   void read_lines() {
     if (!m_folder.has(kIndex)) return;
-    reliability::Files files;
+    reader::Files files;
     for (const auto& [name, bytes] : m_folder.names) {
       if (name != kIndex && name != kCounter) files.emplace(name, bytes.size());
     }
     m_bytes = m_folder.names.at(kIndex);
-    const std::string text = reliability::text_of_index(m_bytes);
-    m_lines = reliability::read_index(text, files);
-    m_all_lines = reliability::all_lines(text);
+    const std::string text = reader::text_of_index(m_bytes);
+    m_lines = reader::read_index(text, files);
+    m_all_lines = reader::all_lines(text);
     for (const auto& [key, stored] : m_lines)
-      m_key_of_file.emplace(reliability::file_of(key, stored), key);
+      m_key_of_file.emplace(reader::file_of(key, stored), key);
   }
 
  private:
@@ -178,9 +178,9 @@ class FolderFacts {
   void tell_index() {
     const char* how = "none";
     if (m_folder.has(kIndex)) {
-      how = m_bytes.empty()                                      ? "empty"
-            : m_bytes == reliability::index_text_of(m_all_lines) ? "whole"
-                                                                 : "interrupted";
+      how = m_bytes.empty()                                 ? "empty"
+            : m_bytes == reader::index_text_of(m_all_lines) ? "whole"
+                                                            : "interrupted";
     }
     m_facts[fact("index")] = how;
   }
@@ -188,7 +188,7 @@ class FolderFacts {
   void tell_entries() {
     std::map<std::string, std::string> key_of_file;
     for (const auto& [key, stored] : m_lines) {
-      const std::string file = reliability::file_of(key, stored);
+      const std::string file = reader::file_of(key, stored);
       const auto found = m_folder.names.find(file);
       m_facts[fact(key)] = found == m_folder.names.end() ? "(no file)" : found->second;
       const auto [other, is_new] = key_of_file.emplace(file, key);
@@ -220,8 +220,8 @@ class FolderFacts {
   const Folder& m_folder;
   Facts& m_facts;
   std::string m_bytes;
-  reliability::Lines m_lines;
-  reliability::Lines m_all_lines;
+  reader::Lines m_lines;
+  reader::Lines m_all_lines;
   std::map<std::string, std::string> m_key_of_file;
 };
 

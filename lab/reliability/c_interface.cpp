@@ -239,9 +239,9 @@ Tree found_in(const Tree& tree) {
     if (!path.ends_with("/index.dat")) continue;
     folders.push_back(path.substr(0, path.size() - std::string("index.dat").size()));
     for (const auto& [key, stored] : lines_in(tree, path)) {
-      const std::string name = file_of(key, stored);
+      const std::string name = reader::file_of(key, stored);
       const auto file = tree.find(folders.back() + name);
-      const bool is_adopted = parts_of_key(key).first == name;
+      const bool is_adopted = reader::parts_of_key(key).first == name;
       if (is_adopted || key.rfind(".vu-storing-", 0) == 0) continue;
       found[folders.back() + key] = file != tree.end() ? file->second : "(missing)";
     }

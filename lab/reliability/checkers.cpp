@@ -25,14 +25,14 @@ struct Scenario {
     add("b.kdb", 1, "00000002", "text of b");
     add("c", 1, "00000003", "text of c");
     add(kCategory, 0, "00000004", "a.kdb=1\nb.kdb=1\n");
-    set_index(index_text_of(model.lines()));
+    set_index(reader::index_text_of(model.lines()));
     set_counter("00000004");
   }
   void add(const std::string& name, long stamp, const std::string& stored,
            const std::string& content) {
-    const std::string key = key_for(name, stamp);
+    const std::string key = reader::key_for(name, stamp);
     model.entries[key] = {stored, content};
-    put(file_of(key, stored), content);
+    put(reader::file_of(key, stored), content);
   }
   void put(const std::string& file, const std::string& content) {
     write_file(scratch.path(file), content);
@@ -42,10 +42,11 @@ struct Scenario {
   void set_counter(const std::string& text) { put("index", text); }
   /// Sets a line of the index; an empty @p stored removes it.
   void set_line(const std::string& key, const std::string& stored) {
-    Lines lines = read_index(read_file(scratch.path("index.dat")), look_at(scratch.path()).files);
+    reader::Lines lines = reader::read_index(read_file(scratch.path("index.dat")),
+                                             reader::look_at(scratch.path()).files);
     lines.erase(key);
     if (!stored.empty()) lines[key] = stored;
-    set_index(index_text_of(lines));
+    set_index(reader::index_text_of(lines));
   }
 };
 

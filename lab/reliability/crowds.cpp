@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "lab/reliability/index_reader.h"
+#include "lab/reader/index_reader.h"
 #include "lab/reliability/machine.h"
 #include "lab/reliability/reliability.h"
 #include "platform/os/os.h"
@@ -243,22 +243,22 @@ class CrowdRun {
   }
 
   void check_folder(std::size_t number) {
-    const FolderState state = look_at(m_folders[number]);
+    const reader::FolderState state = reader::look_at(m_folders[number]);
     std::set<std::string> names;
     for (const auto& [logical, physical] : m_acknowledged[number]) {
       if (!names.insert(physical).second) m_run.fail("drawn twice: " + physical);
-      const std::string key = key_for(logical, kCrowdStamp);
+      const std::string key = reader::key_for(logical, kCrowdStamp);
       const auto line = state.lines.find(key);
       if (line == state.lines.end()) {
         m_run.fail("lost: " + logical);
-      } else if (file_of(key, line->second) != physical) {
+      } else if (reader::file_of(key, line->second) != physical) {
         m_run.fail("redirected: " + logical);
       } else if (read_file(m_folders[number] + "\\" + physical) != content_of(logical)) {
         m_run.fail("foreign bytes: " + logical);
       }
     }
     for (const auto& [key, stored] : state.lines) {
-      const std::string logical = parts_of_key(key).first;
+      const std::string logical = reader::parts_of_key(key).first;
       const bool adopted = m_crowd.adoption && logical == stored && names.count(stored) != 0;
       if (m_acknowledged[number].count(logical) == 0 && !adopted) m_run.fail("invented: " + key);
     }
@@ -459,16 +459,16 @@ class CleanCrowd {
   }
 
   void check() {
-    const FolderState state = look_at(m_folder);
+    const reader::FolderState state = reader::look_at(m_folder);
     for (std::size_t i = 0; i < kWriters; ++i) {
       std::istringstream kept(read_file(report(i)));
       for (std::string line; std::getline(kept, line); ++m_outcome.documents) {
         const std::string logical = line.substr(0, line.find('\t'));
-        const std::string key = key_for(logical, kCrowdStamp);
+        const std::string key = reader::key_for(logical, kCrowdStamp);
         const auto entry = state.lines.find(key);
         if (entry == state.lines.end()) {
           m_run.fail("lost: " + logical);
-        } else if (const std::string file = m_folder + "\\" + file_of(key, entry->second);
+        } else if (const std::string file = m_folder + "\\" + reader::file_of(key, entry->second);
                    !file_exists(file) || read_file(file) != line.substr(logical.size() + 1)) {
           m_run.fail("lost: the bytes of " + logical + ", " +
                      (file_exists(file) ? "found '" + read_file(file) + "'" : "no file"));

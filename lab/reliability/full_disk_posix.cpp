@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "lab/reliability/index_reader.h"
+#include "lab/reader/index_reader.h"
 #include "lab/reliability/kills.h"
 #include "lab/reliability/reliability.h"
 #include "stg_index.h"
@@ -140,8 +140,8 @@ class Ballast {
 
 /// The folder before and after an operation, and its result.
 struct Seen {
-  FolderState before;
-  FolderState after;
+  reader::FolderState before;
+  reader::FolderState after;
   std::vector<std::string> errors;
   std::string answer;
   bool raised = false;  ///< it threw; its text is the answer
@@ -195,7 +195,7 @@ class FullDisk {
 
   void fill(std::size_t index_size) {
     make_folder(ground());
-    Lines lines;
+    reader::Lines lines;
     std::size_t size = 0;
     m_counter = 0;
     while (size < index_size) {
@@ -203,20 +203,20 @@ class FullDisk {
           "n" + std::to_string(1000 + m_counter) + std::string(index_size / 2000, 'x') + ".kdb";
       char stored[16];
       std::snprintf(stored, sizeof stored, "%08d", ++m_counter);
-      lines.emplace(key_for(name, 0), stored);
+      lines.emplace(reader::key_for(name, 0), stored);
       write_file(ground() + "\\" + stored + ".kdb", m_counter <= 20 ? text_number(1, 3000) : "");
       size += name.size() + 21;
     }
     char counter[16];
     std::snprintf(counter, sizeof counter, "%08d", m_counter);
     write_file(ground() + "\\index", counter);
-    write_file(ground() + "\\index.dat", index_text_of(lines));
+    write_file(ground() + "\\index.dat", reader::index_text_of(lines));
   }
   void empty() { std::filesystem::remove_all(native(ground())); }
 
   Seen see(std::size_t leave, bool other_writer, const std::function<std::string()>& operation) {
     Seen seen;
-    seen.before = look_at(ground());
+    seen.before = reader::look_at(ground());
     {
       Ballast ballast(native(m_disk + "\\ballast").string(), leave);
       if (other_writer) ballast.go_on(static_cast<unsigned>(m_run.below(60)));
@@ -229,7 +229,7 @@ class FullDisk {
       }
       seen.errors = sink.events(vu_host::trace_event::error);
       ballast.stop();
-      seen.after = look_at(ground());
+      seen.after = reader::look_at(ground());
     }
     m_run.counted(1);
     return seen;
@@ -285,7 +285,7 @@ class FullDisk {
 
   void create(const std::string& at, const Seen& seen) {
     const std::string what = at + "create: ";
-    const std::string key = key_for(m_name, 0);
+    const std::string key = reader::key_for(m_name, 0);
     expect_others(what, seen, {key});
     if (seen.raised) {
       // Even an empty file needed too much space.
@@ -304,7 +304,7 @@ class FullDisk {
     for (int i = 0; i < 5; ++i) {
       const std::string name = new_name();
       write_file(ground() + "\\" + name, "");
-      keys.insert(key_for(name, 0));
+      keys.insert(reader::key_for(name, 0));
     }
     const Seen seen = see(leave, other_writer, [&] {
       STGIndex::setSynchronizeMode(true);
@@ -314,7 +314,8 @@ class FullDisk {
     });
     // Files whose creation could not save the index are adopted as well.
     for (const auto& [key, stored] : seen.after.lines) {
-      if (seen.before.lines.count(key) == 0 && parts_of_key(key).first == stored) keys.insert(key);
+      if (seen.before.lines.count(key) == 0 && reader::parts_of_key(key).first == stored)
+        keys.insert(key);
     }
     expect_others(what, seen, keys);
     const auto adopted = std::count_if(keys.begin(), keys.end(), [&](const std::string& key) {
@@ -327,9 +328,9 @@ class FullDisk {
   }
 
   std::pair<std::string, std::string> some_entry_with_bytes() const {
-    const FolderState state = look_at(ground());
+    const reader::FolderState state = reader::look_at(ground());
     for (const auto& [key, stored] : state.lines) {
-      const std::string file = file_of(key, stored);
+      const std::string file = reader::file_of(key, stored);
       if (state.files.at(file) == 3000) return {key, file};
     }
     return {};
@@ -339,8 +340,8 @@ class FullDisk {
     const std::string what = at + "rename: ";
     const auto [key, file] = some_entry_with_bytes();
     if (key.empty()) return;
-    const std::string to = key_for(new_name(), 0);
-    const std::string from = parts_of_key(key).first;
+    const std::string to = reader::key_for(new_name(), 0);
+    const std::string from = reader::parts_of_key(key).first;
     const Seen seen = see(leave, other_writer, [&] {
       STGIndex::rename(folder(), from, 0, m_name, 0);
       return std::string();
@@ -360,7 +361,7 @@ class FullDisk {
         wrong(what + "a failure is not traced: " + seen.told());
       if (seen.after.lines.count(to) != 0) wrong(what + "both names are there");
     } else if (const auto line = seen.after.lines.find(to); line != seen.after.lines.end()) {
-      if (!holds_all(file_of(to, line->second))) wrong(what + "the new bytes are cut");
+      if (!holds_all(reader::file_of(to, line->second))) wrong(what + "the new bytes are cut");
       expect_trace_of_save(what, seen, true);
     } else {
       wrong(what + "neither name is there");
@@ -369,14 +370,14 @@ class FullDisk {
 
   void remove(const std::string& at, std::size_t leave, bool other_writer) {
     const std::string what = at + "remove: ";
-    const std::string key = std::prev(look_at(ground()).lines.end())->first;
+    const std::string key = std::prev(reader::look_at(ground()).lines.end())->first;
     const Seen seen = see(leave, other_writer, [&] {
-      STGIndex::remove(folder(), parts_of_key(key).first, 0);
+      STGIndex::remove(folder(), reader::parts_of_key(key).first, 0);
       return std::string();
     });
     expect_others(what, seen, {key});
     if (seen.after.lines.count(key) != 0) wrong(what + "the entry is still there");
-    const bool saved = seen.after.index_text == index_text_of(seen.after.lines);
+    const bool saved = seen.after.index_text == reader::index_text_of(seen.after.lines);
     expect_trace_of_save(what, seen, saved);
   }
 
@@ -384,7 +385,7 @@ class FullDisk {
     const std::string what = at + "write: ";
     const auto [key, file] = some_entry_with_bytes();
     if (key.empty()) return;
-    const std::string name = parts_of_key(key).first;
+    const std::string name = reader::parts_of_key(key).first;
     const std::string text = text_number(++m_names, 30'000);
     const Seen seen = see(leave, other_writer, [&] {
       vu_storage storage;
@@ -420,7 +421,7 @@ class FullDisk {
       lines.push_back({"name" + std::to_string(i), "value"});
       text += lines[lines.size() - 1].name + "=value\n";
     }
-    const std::string name = parts_of_key(key).first;
+    const std::string name = reader::parts_of_key(key).first;
     const Seen seen = see(leave, other_writer, [&] {
       return std::to_string(vu_storage::saveUserOrMasterProfile("owner", name, lines));
     });
@@ -435,25 +436,25 @@ class FullDisk {
     const std::string what = at + "first create: ";
     const std::string other = "\\storage\\user\\other";
     make_folder(m_disk + other);
-    FolderState after;
+    reader::FolderState after;
     see(leave, other_writer, [&] {
       std::string name = STGIndex::create(m_root + other, "a.kdb", 0);
-      after = look_at(m_disk + other);
+      after = reader::look_at(m_disk + other);
       return name;
     });
     if (after.lines.size() > 1) wrong(what + "more than one entry");
     for (const auto& [key, stored] : after.lines) {
-      if (key != key_for("a.kdb", 0)) wrong(what + "invented " + key);
+      if (key != reader::key_for("a.kdb", 0)) wrong(what + "invented " + key);
     }
     std::filesystem::remove_all(native(m_disk + other));
   }
 
   void next_operation_works(const std::string& what) {
-    const Lines lines = look_at(ground()).lines;
+    const reader::Lines lines = reader::look_at(ground()).lines;
     STGIndex::updateIndexFile(folder());
-    const FolderState state = look_at(ground());
+    const reader::FolderState state = reader::look_at(ground());
     if (state.lines != lines) wrong(what + "the next operation changes the entries");
-    if (state.index_text != index_text_of(lines))
+    if (state.index_text != reader::index_text_of(lines))
       wrong(what + "the next save leaves more than entries");
   }
 

@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "lab/reliability/index_reader.h"
+#include "lab/reader/index_reader.h"
 #include "lab/reliability/machine.h"
 #include "lab/reliability/reliability.h"
 #include "stg_index.h"
@@ -277,16 +277,16 @@ std::size_t work_at_once(Run& run, Folders folders, std::size_t rounds) {
     }
   });
 
-  std::map<std::string, Lines> expected;
+  std::map<std::string, reader::Lines> expected;
   for (std::size_t number = 0; number < kThreads; ++number) {
     const std::string folder = scratch.path() + "\\storage\\user\\" + owner_of(number);
-    const FolderState state = look_at(folder);
+    const reader::FolderState state = reader::look_at(folder);
     for (const auto& [name, text] : Worker(run, owner_of(number), number).left_after(rounds)) {
-      const std::string key = key_for(name, 0);
+      const std::string key = reader::key_for(name, 0);
       const auto line = state.lines.find(key);
       if (line == state.lines.end()) {
         run.fail("lost: " + key);
-      } else if (read_file(folder + "\\" + file_of(key, line->second)) != text) {
+      } else if (read_file(folder + "\\" + reader::file_of(key, line->second)) != text) {
         run.fail("foreign bytes: " + key);
       } else {
         expected[folder].insert(*line);
@@ -294,7 +294,7 @@ std::size_t work_at_once(Run& run, Folders folders, std::size_t rounds) {
     }
   }
   for (const auto& [folder, lines] : expected) {
-    const FolderState state = look_at(folder);
+    const reader::FolderState state = reader::look_at(folder);
     if (state.lines != lines) run.fail("an entry that no thread left");
     // Every file has an entry, so no document was created twice.
     if (state.files.size() != lines.size()) run.fail("an orphan");

@@ -59,19 +59,19 @@ void KillFolder::fill(std::size_t index_size) {
   m_model.adoption = m_adoption;
   std::size_t size = 0;
   while (size < index_size) {
-    const std::string key = key_for(new_name(), static_cast<long>(m_run.below(100'000)));
+    const std::string key = reader::key_for(new_name(), static_cast<long>(m_run.below(100'000)));
     const std::string content = text_number(++m_texts, m_run.below(300));
     m_model.entries[key] = {m_model.next_number(), content};
     size += key.size() + 10;
     ++m_model.counter;
   }
   for (const auto& [key, entry] : m_model.entries) {
-    write_file(folder() + "\\" + file_of(key, entry.stored), entry.content);
+    write_file(folder() + "\\" + reader::file_of(key, entry.stored), entry.content);
   }
   char counter[32];
   std::snprintf(counter, sizeof counter, "%08lld", static_cast<long long>(m_model.counter));
   write_file(folder() + "\\index", counter);
-  write_file(folder() + "\\index.dat", index_text_of(m_model.lines()));
+  write_file(folder() + "\\index.dat", reader::index_text_of(m_model.lines()));
   m_text_size = size;
 }
 
@@ -82,7 +82,7 @@ std::string KillFolder::some_key(const Model& model) {
   if (model.entries.empty()) return {};
   auto it = std::next(model.entries.begin(),
                       static_cast<std::ptrdiff_t>(m_run.below(model.entries.size())));
-  if (it->first == key_for(kCategory, 0)) ++it;
+  if (it->first == reader::key_for(kCategory, 0)) ++it;
   return it == model.entries.end() ? std::string() : it->first;
 }
 
@@ -114,7 +114,7 @@ Operation KillFolder::some_operation(const Model& model) {
     operation.name = new_name();
     operation.stamp = static_cast<long>(m_run.below(100'000));
   } else {
-    std::tie(operation.name, operation.stamp) = parts_of_key(known);
+    std::tie(operation.name, operation.stamp) = reader::parts_of_key(known);
   }
   operation.text_id = ++m_texts;
   operation.text_size = m_run.below(4) == 0 ? m_run.below(200'000) : m_run.below(5000);
@@ -127,12 +127,12 @@ Operation KillFolder::some_operation(const Model& model) {
     const std::size_t lines = 1 + m_run.below(30);
     for (std::size_t i = 0; i < lines; ++i) {
       const std::string key = some_key(model);
-      operation.category_lines.push_back(key.empty() ? "nobody" : parts_of_key(key).first);
+      operation.category_lines.push_back(key.empty() ? "nobody" : reader::parts_of_key(key).first);
     }
   } else if (operation.kind == Kind::kRename) {
     const std::string target = some_key(model);
     if (m_run.below(3) == 0 && !target.empty() && target != known) {
-      std::tie(operation.new_name, operation.new_stamp) = parts_of_key(target);
+      std::tie(operation.new_name, operation.new_stamp) = reader::parts_of_key(target);
     } else {
       operation.new_name = new_name();
       operation.new_stamp = static_cast<long>(m_run.below(100'000));
@@ -149,7 +149,7 @@ Operation KillFolder::clean_operation(const Model& model) {
   for (std::uint64_t left = 1 + m_run.below(4); left != 0; --left) {
     const std::string key = some_key(model);
     if (key.empty()) continue;
-    const std::string path = folder() + "\\" + file_of(key, model.entries.at(key).stored);
+    const std::string path = folder() + "\\" + reader::file_of(key, model.entries.at(key).stored);
     if (file_exists(path)) set_modify_time(path, now - 10 * kOldAge);
   }
   const auto is_old = [&](const std::string& file) {
@@ -157,7 +157,7 @@ Operation KillFolder::clean_operation(const Model& model) {
     return file_exists(path) && now - get_modify_time(path) > kOldAge;
   };
   for (const auto& [key, entry] : model.entries) {
-    const std::string file = file_of(key, entry.stored);
+    const std::string file = reader::file_of(key, entry.stored);
     if (is_old(file)) operation.out_of_date.insert(file);
   }
   for (const auto& [file, bytes] : model.strays) {
@@ -331,7 +331,7 @@ void KillFolder::work_undisturbed() {
   worker.close_input();
   worker.wait();
   take(check(m_model, nullptr, folder(), Depth::kEveryByte), "undisturbed");
-  if (read_file(folder() + "\\index.dat") != index_text_of(m_model.lines())) {
+  if (read_file(folder() + "\\index.dat") != reader::index_text_of(m_model.lines())) {
     m_run.fail(name() + ": index.dat contains more than its entries");
   }
 }

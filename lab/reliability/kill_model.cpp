@@ -47,8 +47,8 @@ std::string without_line_of(const std::string& text, const std::string& entry) {
   return text.substr(0, at) + (end == std::string::npos ? "" : text.substr(end + 1));
 }
 
-Lines Model::lines() const {
-  Lines result;
+reader::Lines Model::lines() const {
+  reader::Lines result;
   for (const auto& [key, entry] : entries) result.emplace(key, entry.stored);
   return result;
 }
@@ -61,7 +61,7 @@ std::string Model::next_number() const {
 
 void Model::adopt() {
   if (adoption == Adoption::kOff) return;
-  for (const auto& [file, content] : strays) entries[key_for(file, 0)] = {file, content};
+  for (const auto& [file, content] : strays) entries[reader::key_for(file, 0)] = {file, content};
   strays.clear();
 }
 
@@ -79,7 +79,7 @@ std::string Model::apply(const Operation& operation) {
   switch (operation.kind) {
     case Kind::kCreate:
       make(operation.key(), "");
-      return file_of(operation.key(), entries[operation.key()].stored);
+      return reader::file_of(operation.key(), entries[operation.key()].stored);
     case Kind::kWrite:
     case Kind::kCopy:
     case Kind::kSaveKeys: make(operation.key(), operation.text()); return {};
@@ -90,7 +90,7 @@ std::string Model::apply(const Operation& operation) {
     case Kind::kForget: {
       adopt();
       entries.erase(operation.key());
-      const auto category = entries.find(key_for(kCategory, 0));
+      const auto category = entries.find(reader::key_for(kCategory, 0));
       if (category != entries.end()) {
         category->second.content = without_line_of(category->second.content, operation.name);
       }
@@ -108,7 +108,7 @@ std::string Model::apply(const Operation& operation) {
       adopt();
       strays.clear();
       std::erase_if(entries, [&](const auto& each) {
-        return operation.out_of_date.count(file_of(each.first, each.second.stored)) != 0;
+        return operation.out_of_date.count(reader::file_of(each.first, each.second.stored)) != 0;
       });
       return {};
     case Kind::kPlainRewrite: return {};
@@ -129,7 +129,7 @@ class Check {
         m_killed(killed),
         m_folder(folder),
         m_depth(depth),
-        m_state(look_at(folder)) {}
+        m_state(reader::look_at(folder)) {}
 
   Findings run() {
     m_found.now.adoption = m_before.adoption;
@@ -233,7 +233,7 @@ class Check {
   void check_made(const std::string& text) {
     const std::string key = m_killed->key();
     const std::string number = m_before.next_number();
-    const std::string file = file_of(key, number);
+    const std::string file = reader::file_of(key, number);
     m_touched.insert(key);
     if (const auto name = stored(key)) {
       if (*name != number) wrong("the new " + key + " leads to " + *name);
@@ -258,7 +258,7 @@ class Check {
     const Entry& entry = *known(key);
     m_touched.insert(key);
     if (!check_line(key, entry)) return;
-    const std::string bytes = content(file_of(key, entry.stored));
+    const std::string bytes = content(reader::file_of(key, entry.stored));
     const std::string text = m_killed->text();
     if (bytes != entry.content && !text.starts_with(bytes)) {
       wrong(key + " has neither its old bytes nor the beginning of the new ones");
@@ -272,7 +272,7 @@ class Check {
     m_touched.insert(key);
     const Entry* const entry = known(key);
     if (entry == nullptr) return;
-    const std::string file = file_of(key, entry->stored);
+    const std::string file = reader::file_of(key, entry->stored);
     if (is_there(file)) {
       if (!check_line(key, *entry)) return;
       if (content(file) != entry->content) wrong("the bytes of " + key + " have changed");
@@ -283,12 +283,12 @@ class Check {
   }
 
   void check_category() {
-    const std::string key = key_for(kCategory, 0);
+    const std::string key = reader::key_for(kCategory, 0);
     const Entry* const entry = known(key);
     if (entry == nullptr) return;
     m_touched.insert(key);
     if (!check_line(key, *entry)) return;
-    const std::string bytes = content(file_of(key, entry->stored));
+    const std::string bytes = content(reader::file_of(key, entry->stored));
     const std::string text = without_line_of(entry->content, m_killed->name);
     if (bytes != entry->content) {
       if (m_found.now.entries.count(m_killed->key()) != 0) {
@@ -310,7 +310,7 @@ class Check {
     m_touched.insert(from);
     m_touched.insert(to);
     const std::string number = m_before.next_number();
-    const std::string new_file = file_of(to, number);
+    const std::string new_file = reader::file_of(to, number);
     if (is_there(new_file) && !number_is_drawn()) {
       wrong(new_file + " has a number that is not drawn");
     }
@@ -318,10 +318,10 @@ class Check {
       if (content(new_file) != source.content) wrong("the bytes of " + from + " are gone");
       if (stored(from)) wrong(from + " and " + to + " are both there");
       holds(to, number, content(new_file));
-      check_left_over(file_of(from, source.stored), source.content);
+      check_left_over(reader::file_of(from, source.stored), source.content);
       if (replaced != nullptr) {
-        check_left_over(file_of(to, replaced->stored), replaced->content);
-        uncover(file_of(to, replaced->stored), to);
+        check_left_over(reader::file_of(to, replaced->stored), replaced->content);
+        uncover(reader::file_of(to, replaced->stored), to);
       }
       return;
     }
@@ -352,7 +352,7 @@ class Check {
   /// Example: an adopted file "a.kdb" belonged to the replaced entry "a.kdb" with timestamp 0. Such
   /// a file hides the new entry of that name until the test, like an administrator, removes it.
   void uncover(const std::string& file, const std::string& key) {
-    if (!is_there(file) || parts_of_key(key) != std::pair(file, 0L)) return;
+    if (!is_there(file) || reader::parts_of_key(key) != std::pair(file, 0L)) return;
     window("a replaced file that hides the new entry by its name");
     std::filesystem::remove(native(m_folder + "\\" + file));
     m_found.now.strays.erase(file);
@@ -361,7 +361,7 @@ class Check {
 
   void check_cleaned() {
     for (const auto& [key, entry] : m_before.entries) {
-      if (m_killed->out_of_date.count(file_of(key, entry.stored)) != 0) check_removed(key);
+      if (m_killed->out_of_date.count(reader::file_of(key, entry.stored)) != 0) check_removed(key);
     }
     if (m_before.adoption == Adoption::kOn) return;
     // The sweep removes orphans.
@@ -386,7 +386,7 @@ class Check {
     const bool adopts = m_before.adoption == Adoption::kOn && loads_an_instance();
     for (const auto& [file, bytes] : m_before.strays) {
       if (m_touched_strays.count(file) != 0) continue;
-      const std::string key = key_for(file, 0);
+      const std::string key = reader::key_for(file, 0);
       const bool too_old =
           adopts && m_killed->kind == Kind::kClean && m_killed->out_of_date.count(file) != 0;
       m_touched.insert(key);
@@ -425,7 +425,7 @@ class Check {
 
   void check_kept(const std::string& key, const Entry& entry) {
     if (!check_line(key, entry)) return;
-    const std::string file = file_of(key, entry.stored);
+    const std::string file = reader::file_of(key, entry.stored);
     if (!is_there(file)) {
       wrong("the file of " + key + " is gone");
     } else if (m_state.files.at(file) != entry.content.size() ||
@@ -436,8 +436,9 @@ class Check {
   }
 
   void check_nothing_else() {
-    Files left = m_state.files;
-    for (const auto& [key, entry] : m_found.now.entries) left.erase(file_of(key, entry.stored));
+    reader::Files left = m_state.files;
+    for (const auto& [key, entry] : m_found.now.entries)
+      left.erase(reader::file_of(key, entry.stored));
     for (const auto& [file, bytes] : m_found.now.strays) left.erase(file);
     left.erase(m_uncovered);
     for (const auto& [file, size] : left) wrong("a file that no operation created: " + file);
@@ -450,13 +451,13 @@ class Check {
   void check_set() {
     Model after = m_before;
     if (m_killed != nullptr) after.apply(*m_killed);
-    const Lines then = m_before.lines();
-    const Lines next = after.lines();
+    const reader::Lines then = m_before.lines();
+    const reader::Lines next = after.lines();
     // Without the entries whose file the operation has already removed.
-    const auto as_far_as_files_are_there = [&](const Lines& lines) {
-      Lines result;
+    const auto as_far_as_files_are_there = [&](const reader::Lines& lines) {
+      reader::Lines result;
       for (const auto& [key, name] : lines) {
-        if (is_there(file_of(key, name))) result.emplace(key, name);
+        if (is_there(reader::file_of(key, name))) result.emplace(key, name);
       }
       return result;
     };
@@ -470,11 +471,11 @@ class Check {
       }
     }
     m_found.now.plain = m_state.plain_lines;
-    m_found.index_is_in_the_middle = m_state.index_text != index_text_of(then) &&
-                                     m_state.index_text != index_text_of(m_state.lines);
+    m_found.index_is_in_the_middle = m_state.index_text != reader::index_text_of(then) &&
+                                     m_state.index_text != reader::index_text_of(m_state.lines);
   }
 
-  static bool has(const Lines& lines, const std::string& key, const std::string& name) {
+  static bool has(const reader::Lines& lines, const std::string& key, const std::string& name) {
     const auto found = lines.find(key);
     return found != lines.end() && found->second == name;
   }
@@ -483,7 +484,7 @@ class Check {
   const Operation* const m_killed;
   const std::string& m_folder;
   const Depth m_depth;
-  const FolderState m_state;
+  const reader::FolderState m_state;
   std::set<std::string> m_touched;  ///< keys that are already checked
   std::set<std::string> m_touched_strays;
   std::string m_uncovered;

@@ -17,7 +17,7 @@
 #include <utility>
 #include <vector>
 
-#include "lab/reliability/index_reader.h"
+#include "lab/reader/index_reader.h"
 #include "lab/reliability/machine.h"
 #include "lab/reliability/reliability.h"
 #include "platform/os/os.h"
@@ -318,13 +318,13 @@ class MailFolder {
   /// The bytes of every mail are complete, under the old or the new name. Either all mails have
   /// their new names in the index, or none.
   void check(const std::string& when, bool ended) {
-    const FolderState state = look_at(folder());
+    const reader::FolderState state = reader::look_at(folder());
     std::size_t converted = 0;
     for (std::size_t mail = 0; mail < kMails; ++mail) {
-      const auto line = state.lines.find(key_for(unescaped(mail), 0));
+      const auto line = state.lines.find(reader::key_for(unescaped(mail), 0));
       if (line != state.lines.end()) {
         ++converted;
-        if (!holds(file_of(line->first, line->second), mail)) {
+        if (!holds(reader::file_of(line->first, line->second), mail)) {
           m_run.fail(when + ": foreign bytes in " + unescaped(mail));
         }
         if (holds(escaped(mail), mail)) ++m_windows["the old file of a migrated mail"];
@@ -344,9 +344,9 @@ class MailFolder {
   }
 
   /// A reader of plain lines finds no entry that no operation wrote.
-  void check_plain(const std::string& when, const FolderState& state) {
+  void check_plain(const std::string& when, const reader::FolderState& state) {
     for (const auto& [key, stored] : state.plain_lines) {
-      const std::string name = parts_of_key(key).first;
+      const std::string name = reader::parts_of_key(key).first;
       const bool is_known = name == stored || name == "k1mailboxcompliant" ||
                             (name.starts_with("f4#f5#from#subject ") && name.ends_with(".kdb"));
       if (!is_known) m_run.fail(when + ": invented: " + key + " / " + stored);
@@ -395,11 +395,11 @@ class MailFolder {
     // A migrated folder is not migrated again; a save completes what a kill interrupted.
     STGIndex::setSynchronizeMode(false);
     STGIndex::updateIndexFile(folder());
-    const FolderState state = look_at(folder());
-    if (state.lines.count(key_for("k1mailboxcompliant", 0)) == 0) {
+    const reader::FolderState state = reader::look_at(folder());
+    if (state.lines.count(reader::key_for("k1mailboxcompliant", 0)) == 0) {
       m_run.fail("the migrated folder has no marker");
     }
-    if (state.index_text != index_text_of(state.lines)) {
+    if (state.index_text != reader::index_text_of(state.lines)) {
       m_run.fail("index.dat contains more than its entries");
     }
   }

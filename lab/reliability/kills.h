@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/reliability/index_reader.h"
+#include "lab/reader/index_reader.h"
 #include "lab/reliability/reliability.h"
 #include "tests/support/process.h"
 #include "tests/support/scratch.h"
@@ -52,8 +52,8 @@ struct Operation {
   std::vector<std::string> category_lines;  ///< for kSaveKeys on the category file
   std::set<std::string> out_of_date;        ///< for a clean: the files that are too old
 
-  std::string key() const { return key_for(name, stamp); }
-  std::string new_key() const { return key_for(new_name, new_stamp); }
+  std::string key() const { return reader::key_for(name, stamp); }
+  std::string new_key() const { return reader::key_for(new_name, new_stamp); }
   /// The text that it writes.
   std::string text() const;
 };
@@ -70,11 +70,11 @@ struct Model {
   std::int64_t counter = 0;
   Adoption adoption = Adoption::kOff;
   /// The entries that a reader of plain lines last found. It can miss a save until the next one.
-  Lines plain;
+  reader::Lines plain;
 
   /// Applies a finished operation. @return the result of a create, otherwise empty.
   std::string apply(const Operation& operation);
-  Lines lines() const;
+  reader::Lines lines() const;
   /// The next physical name, as the index stores it.
   std::string next_number() const;
 

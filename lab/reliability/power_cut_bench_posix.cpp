@@ -17,7 +17,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "lab/reliability/index_reader.h"
+#include "lab/reader/index_reader.h"
 #include "lab/reliability/power_cut_posix.h"
 #include "lab/reliability/power_work.h"
 #include "lab/reliability/reliability.h"
@@ -52,7 +52,7 @@ struct Place {
   std::string owner;
   std::size_t size = 0;
   Model model;
-  Lines dead;  ///< dangling entries on the disk
+  reader::Lines dead;  ///< dangling entries on the disk
 };
 
 class Bench {
@@ -135,18 +135,18 @@ Place& Bench::place_of(std::size_t size) {
   m_place = &place;
   make_folder(folder());
   for (std::size_t i = 0; i < size; ++i) {
-    const std::string key = key_for("kept " + std::to_string(i) + ".kdb", 1);
+    const std::string key = reader::key_for("kept " + std::to_string(i) + ".kdb", 1);
     place.model.entries[key] = {place.model.next_number(),
                                 text_number(i, size > kReadWhole ? 0 : below(300))};
     ++place.model.counter;
   }
   for (const auto& [key, entry] : place.model.entries) {
-    write_file(folder() + "\\" + file_of(key, entry.stored), entry.content);
+    write_file(folder() + "\\" + reader::file_of(key, entry.stored), entry.content);
   }
   char counter[32];
   std::snprintf(counter, sizeof counter, "%08lld", static_cast<long long>(place.model.counter));
   write_file(folder() + "\\index", counter);
-  write_file(folder() + "\\index.dat", index_text_of(place.model.lines()));
+  write_file(folder() + "\\index.dat", reader::index_text_of(place.model.lines()));
   return place;
 }
 
@@ -157,7 +157,8 @@ std::string Bench::some_key(const Model& model) {
   const auto size = model.entries.size();
   std::advance(it, -static_cast<std::ptrdiff_t>(
                        1 + below(below(2) == 0 ? std::min<std::uint64_t>(size, 20) : size)));
-  return m_aged.count(file_of(it->first, it->second.stored)) == 0 ? it->first : std::string();
+  return m_aged.count(reader::file_of(it->first, it->second.stored)) == 0 ? it->first
+                                                                          : std::string();
 }
 
 /// The next operation adopts the orphans, or a clean sweeps them and removes the old files.
@@ -177,7 +178,7 @@ void Bench::prepare_strays_and_age() {
   for (std::uint64_t left = 1 + below(5); left != 0; --left) {
     const std::string key = some_key(model);
     if (key.empty()) continue;
-    const std::string file = file_of(key, model.entries.at(key).stored);
+    const std::string file = reader::file_of(key, model.entries.at(key).stored);
     set_modify_time(folder() + "\\" + file, static_cast<std::int64_t>(std::time(nullptr)) - kOld);
     m_aged.insert(file);
   }
@@ -199,10 +200,10 @@ Operation Bench::some_operation(const Model& model) {
     operation.kind = removes ? Kind::kRemove : Kind::kCreate;
     operation.name = new_name();
     operation.stamp = 2;
-    if (removes) std::tie(operation.name, operation.stamp) = parts_of_key(known);
+    if (removes) std::tie(operation.name, operation.stamp) = reader::parts_of_key(known);
     return operation;
   }
-  std::tie(operation.name, operation.stamp) = parts_of_key(known);
+  std::tie(operation.name, operation.stamp) = reader::parts_of_key(known);
   if (chance < 6) {
     operation.kind = Kind::kWrite;
     if (below(2) == 0 && !is_full) operation.name = new_name();
@@ -212,7 +213,7 @@ Operation Bench::some_operation(const Model& model) {
     operation.new_stamp = 3;
     const std::string target = some_key(model);
     if (below(3) == 0 && !target.empty() && target != known) {
-      std::tie(operation.new_name, operation.new_stamp) = parts_of_key(target);
+      std::tie(operation.new_name, operation.new_stamp) = reader::parts_of_key(target);
     }
   } else {
     operation.kind = Kind::kRemove;
@@ -302,7 +303,7 @@ void Bench::judge() {
 void Bench::judge_entries() {
   const std::string bytes =
       file_exists(folder() + "\\index.dat") ? read_file(folder() + "\\index.dat") : "";
-  Lines found = all_lines(text_of_index(bytes));
+  reader::Lines found = reader::all_lines(reader::text_of_index(bytes));
   for (const auto& [key, stored] : m_place->dead) {
     const auto line = found.find(key);
     if (line != found.end() && line->second == stored) found.erase(line);
@@ -310,8 +311,8 @@ void Bench::judge_entries() {
   // All returned operations are done. Of the others that began, any number in order may be done.
   Model now = m_place->model;
   for (std::uint32_t i = 0; i < m_cut.returned; ++i) now.apply(m_planned[i]);
-  const Lines before = now.lines();
-  Lines after = before;
+  const reader::Lines before = now.lines();
+  reader::Lines after = before;
   for (std::uint32_t done = m_cut.returned;; ++done) {
     if (found == (done == m_cut.returned ? before : after)) return judge_files(now, done);
     if (done == m_cut.begun) break;
@@ -337,7 +338,7 @@ void Bench::judge_files(const Model& now, std::uint32_t done) {
     if (next.kind == Kind::kWrite && now.entries.count(next.key()) != 0) continue;
     if (next.kind == Kind::kRemove) in_removal.insert(next.key());
     for (const auto& [key, entry] : now.entries) {
-      if (next.out_of_date.count(file_of(key, entry.stored)) != 0) in_removal.insert(key);
+      if (next.out_of_date.count(reader::file_of(key, entry.stored)) != 0) in_removal.insert(key);
     }
     break;
   }
@@ -348,7 +349,7 @@ void Bench::judge_files(const Model& now, std::uint32_t done) {
   }
   for (const auto& [key, entry] : now.entries) {
     if (in_removal.count(key) != 0) continue;
-    const std::string path = folder() + "\\" + file_of(key, entry.stored);
+    const std::string path = folder() + "\\" + reader::file_of(key, entry.stored);
     struct ::stat info = {};
     if (::stat(native(path).c_str(), &info) != 0) {
       wrong("lost", "the file of " + shortened(key));
@@ -369,17 +370,18 @@ void Bench::judge_mails() {
     return file_exists(path + "\\" + name) ? std::optional(read_file(path + "\\" + name))
                                            : std::nullopt;
   };
-  const Lines lines = all_lines(text_of_index(bytes_of("index.dat").value_or("")));
+  const reader::Lines lines =
+      reader::all_lines(reader::text_of_index(bytes_of("index.dat").value_or("")));
   std::size_t converted = 0;
   for (std::size_t mail = 0; mail < kMails; ++mail) {
     const std::string number = std::to_string(100 + mail);
     const std::string text = text_number(mail, 90 * mail);
     const std::string old_name = "f4#f5#from#subject%20" + number + ".kdb";
-    const std::string key = key_for("f4#f5#from#subject " + number + ".kdb", 0);
+    const std::string key = reader::key_for("f4#f5#from#subject " + number + ".kdb", 0);
     const auto line = lines.find(key);
     if (line != lines.end()) {
       ++converted;
-      if (bytes_of(file_of(key, line->second)) != text)
+      if (bytes_of(reader::file_of(key, line->second)) != text)
         wrong("lost", "the bytes of " + shortened(key));
     } else if (bytes_of(old_name) != text) {
       wrong("neither name", old_name);
@@ -391,7 +393,7 @@ void Bench::judge_mails() {
   }
   if (has_returned && converted == 0) wrong("lost", "a migration that had returned");
   for (const auto& [key, stored] : lines) {
-    const std::string name = parts_of_key(key).first;
+    const std::string name = reader::parts_of_key(key).first;
     const bool is_known = name.starts_with("f4#f5#from#subject") || name == "read.txt" ||
                           name == "k1mailboxcompliant" || name == "after.kdb";
     if (!is_known) wrong("invented", shortened(key));
@@ -401,11 +403,11 @@ void Bench::judge_mails() {
 
 /// Uses the folder for the next operations. Removes orphans, and sets old times to now.
 void Bench::take_what_is_there() {
-  const FolderState state = look_at(folder());
+  const reader::FolderState state = reader::look_at(folder());
   Model model;
   std::set<std::string> named;
   for (const auto& [key, stored] : state.lines) {
-    const std::string file = file_of(key, stored);
+    const std::string file = reader::file_of(key, stored);
     named.insert(file);
     const auto old = m_place->model.entries.find(key);
     const bool is_known = state.files.size() > kReadWhole && old != m_place->model.entries.end() &&
@@ -414,7 +416,7 @@ void Bench::take_what_is_there() {
     model.entries[key] = {stored, is_known ? std::string() : read_file(folder() + "\\" + file)};
   }
   m_place->dead.clear();
-  for (const auto& [key, stored] : all_lines(text_of_index(state.index_text))) {
+  for (const auto& [key, stored] : reader::all_lines(reader::text_of_index(state.index_text))) {
     if (state.lines.count(key) == 0) m_place->dead.emplace(key, stored);
   }
   for (const auto& [file, size] : state.files) {

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "lab/reader/index_reader.h"
 #include "lab/reliability/disk_model.h"
-#include "lab/reliability/index_reader.h"
 #include "lab/reliability/kills.h"
 #include "lab/reliability/power_work.h"
 #include "lab/reliability/reliability.h"
@@ -164,14 +164,14 @@ class PowerLoss {
     std::vector<std::pair<std::size_t, IndexText>> all;
     const auto first = history.before.find(index);
     LooseFile file(first == history.before.end() ? "" : first->second);
-    all.emplace_back(0, IndexText(text_of_index(file.seen())));
+    all.emplace_back(0, IndexText(reader::text_of_index(file.seen())));
     for (std::size_t i = 0; i < history.changes.size(); ++i) {
       const Change& change = history.changes[i];
       if (change.path != index) continue;
       if (change.what == Change::What::kWrite) file.write(change.offset, change.bytes);
       if (change.what == Change::What::kCut) file.cut(change.offset);
       if (change.what != Change::What::kClose) continue;
-      std::string text = text_of_index(file.seen());
+      std::string text = reader::text_of_index(file.seen());
       if (text == *all.back().second.text) {
         all.back().first = i + 1;
       } else {

@@ -6,7 +6,7 @@
 #include <ctime>
 #include <utility>
 
-#include "lab/reliability/index_reader.h"
+#include "lab/reader/index_reader.h"
 #include "lab/reliability/kills.h"
 #include "stg_index.h"
 #include "tests/support/scratch.h"
@@ -23,7 +23,7 @@ bool is_text_and_junk(std::string_view text, std::string_view other) {
          text.find('/', other.size()) == kNone;
 }
 
-const std::string* stored_in(const Lines& lines, const std::string& key) {
+const std::string* stored_in(const reader::Lines& lines, const std::string& key) {
   const auto found = lines.find(key);
   return found == lines.end() ? nullptr : &found->second;
 }
@@ -35,8 +35,8 @@ bool has(const LineViews& lines, std::string_view key, std::string_view stored) 
 
 LineViews views_in(std::string_view text) {
   LineViews lines;
-  visit_lines(text,
-              [&](std::string_view key, std::string_view stored) { lines.emplace(key, stored); });
+  reader::visit_lines(
+      text, [&](std::string_view key, std::string_view stored) { lines.emplace(key, stored); });
   return lines;
 }
 
@@ -45,7 +45,7 @@ LineViews views_in(std::string_view text) {
 IndexText::IndexText(std::string whole)
     : text(std::make_shared<const std::string>(std::move(whole))), lines(views_in(*text)) {}
 
-LineViews views_of(const Lines& lines) { return {lines.begin(), lines.end()}; }
+LineViews views_of(const reader::Lines& lines) { return {lines.begin(), lines.end()}; }
 
 std::string shortened(std::string_view name) {
   std::string text(name.substr(0, 60));
@@ -71,7 +71,7 @@ Harm difference(const LineViews& found, const LineViews& before, const LineViews
 }
 
 Harm judge_index(std::string_view bytes, const IndexText& before, const IndexText& after) {
-  const std::string text = text_of_index(bytes);
+  const std::string text = reader::text_of_index(bytes);
   for (const IndexText* each : {&before, &after}) {
     if (text == *each->text || is_text_and_junk(text, *each->text)) return {};
   }
@@ -99,7 +99,9 @@ void Promise::end(const PowerStep& step) {
 
 Harm Promise::judge(const Tree& tree, const std::string& folder) const {
   const auto index = tree.find(folder + "index.dat");
-  const Lines lines = index == tree.end() ? Lines() : all_lines(text_of_index(index->second));
+  const reader::Lines lines = index == tree.end()
+                                  ? reader::Lines()
+                                  : reader::all_lines(reader::text_of_index(index->second));
   const auto file_called = [&](const std::string& name) -> const std::string* {
     const auto found = tree.find(folder + name);
     return found == tree.end() ? nullptr : &found->second;
@@ -107,7 +109,7 @@ Harm Promise::judge(const Tree& tree, const std::string& folder) const {
   const auto file_behind = [&](const std::string& key) -> const std::string* {
     const std::string* const stored = stored_in(lines, key);
     if (stored == nullptr) return nullptr;
-    const std::string* const file = file_called(file_of(key, *stored));
+    const std::string* const file = file_called(reader::file_of(key, *stored));
     return file != nullptr ? file : file_called(*stored);
   };
   for (const auto& [key, text] : m_kept) {
@@ -119,7 +121,7 @@ Harm Promise::judge(const Tree& tree, const std::string& folder) const {
     if (*file != text) return {"other bytes", shortened(key)};
   }
   for (const PowerStep::Move& move : m_moves) {
-    const auto [logical, stamp] = parts_of_key(move.from);
+    const auto [logical, stamp] = reader::parts_of_key(move.from);
     bool is_there = false;
     for (const std::string* file : {stamp == 0 ? file_called(logical) : nullptr,
                                     file_behind(move.from), file_behind(move.to)}) {
@@ -210,9 +212,9 @@ PowerWork::PowerWork(const std::string& root, const PowerScenario& scenario,
     return found == tree.end() ? nullptr : &found->second;
   };
   const std::string* const index = file_called("index.dat");
-  if (index != nullptr) m_lines = all_lines(text_of_index(*index));
+  if (index != nullptr) m_lines = reader::all_lines(reader::text_of_index(*index));
   for (auto line = m_lines.begin(); line != m_lines.end();) {
-    const std::string* file = file_called(file_of(line->first, line->second));
+    const std::string* file = file_called(reader::file_of(line->first, line->second));
     if (file == nullptr) file = file_called(line->second);
     const bool counts = file != nullptr && !line->second.empty();
     if (counts) m_known[line->first] = *file;
@@ -253,10 +255,10 @@ std::string PowerWork::some_key() {
 
 void PowerWork::fill() {
   const IndexKind kind = m_scenario.kind;
-  Lines lines;
+  reader::Lines lines;
   std::uint64_t number = 0;
   const auto add = [&](const std::string& name, long stamp) {
-    const std::string key = key_for(name, stamp);
+    const std::string key = reader::key_for(name, stamp);
     lines[key] = numbered(++number);
     m_known[key] = some_text();
     write_file(folder() + "\\" + numbered(number) + ".kdb", m_known[key]);
@@ -270,7 +272,7 @@ void PowerWork::fill() {
     if (kind == IndexKind::kLongLines) length = 450 + m_random() % 3000;
     written += add("kept " + std::to_string(i) + std::string(length, 'x') + ".kdb", 1);
   }
-  std::string text = index_text_of(lines);
+  std::string text = reader::index_text_of(lines);
   if (kind == IndexKind::kForeignTail) text.pop_back();
   if (kind == IndexKind::kJunkTail) text += "junk";
   if (kind == IndexKind::kNoBytes) text.clear();
@@ -299,7 +301,7 @@ PowerStep PowerWork::operate() {
   }
   PowerStep step;
   switch (m_random() % (m_known.empty() ? 4 : 10)) {
-    case 0: step = write(key_for(new_name(), 2)); break;
+    case 0: step = write(reader::key_for(new_name(), 2)); break;
     case 1: step = save_keys(); break;
     case 2: step = adopt(); break;
     case 3:
@@ -322,11 +324,11 @@ PowerStep PowerWork::operate() {
 PowerStep PowerWork::make() {
   const std::string name = new_name();
   STGIndex::create(folder(), name, 3);
-  return {{{key_for(name, 3), std::string()}}, {}, 0};
+  return {{{reader::key_for(name, 3), std::string()}}, {}, 0};
 }
 
 PowerStep PowerWork::write(const std::string& key) {
-  const auto [name, stamp] = parts_of_key(key);
+  const auto [name, stamp] = reader::parts_of_key(key);
   PowerStep step{{{key, some_text()}}, {}, 0};
   vu_storage storage;
   vu_file file;
@@ -340,7 +342,7 @@ PowerStep PowerWork::write(const std::string& key) {
 
 PowerStep PowerWork::remove() {
   const std::string key = some_key();
-  const auto [name, stamp] = parts_of_key(key);
+  const auto [name, stamp] = reader::parts_of_key(key);
   STGIndex::remove(folder(), name, stamp);
   return {{{key, std::nullopt}}, {}, 0};
 }
@@ -349,9 +351,9 @@ PowerStep PowerWork::rename() {
   const std::string from = some_key();
   const std::string text = m_known[from];
   std::string to = some_key();
-  if (to == from || m_random() % 3 != 0) to = key_for(new_name(), 5);
-  const auto [old_name, old_stamp] = parts_of_key(from);
-  const auto [name, stamp] = parts_of_key(to);
+  if (to == from || m_random() % 3 != 0) to = reader::key_for(new_name(), 5);
+  const auto [old_name, old_stamp] = reader::parts_of_key(from);
+  const auto [name, stamp] = reader::parts_of_key(to);
   STGIndex::rename(folder(), old_name, old_stamp, name, stamp);
   return {{{from, std::nullopt}, {to, text}}, {{from, to, text}}, 0};
 }
@@ -361,7 +363,7 @@ PowerStep PowerWork::save_keys() {
   STG::NameValueSeq lines;
   lines.push_back({"line " + std::to_string(m_random() % 1'000'000), "1"});
   vu_storage::saveUserOrMasterProfile("owner", "list.ctg", lines);
-  return {{{key_for("list.ctg", 0), vu_storage::getStringFromNameValueSeq(lines)}}, {}, 0};
+  return {{{reader::key_for("list.ctg", 0), vu_storage::getStringFromNameValueSeq(lines)}}, {}, 0};
 }
 
 /// Adopts all orphans, also with synchronisation off.
@@ -375,18 +377,19 @@ PowerStep PowerWork::adopt() {
 PowerStep PowerWork::clean() {
   PowerStep step;
   const std::int64_t now = static_cast<std::int64_t>(std::time(nullptr));
-  const Lines lines = all_lines(text_of_index(read_file(folder() + "\\index.dat")));
+  const reader::Lines lines =
+      reader::all_lines(reader::text_of_index(read_file(folder() + "\\index.dat")));
   for (std::uint64_t left = 1 + m_random() % 4; left != 0; --left) {
     const std::string key = some_key();
     const auto line = lines.find(key);
     if (line == lines.end()) continue;
-    set_modify_time(folder() + "\\" + file_of(key, line->second), now - 10 * kOldAge);
+    set_modify_time(folder() + "\\" + reader::file_of(key, line->second), now - 10 * kOldAge);
   }
   // The clean also removes what was already old.
   for (const auto& [key, text] : m_known) {
     const auto line = lines.find(key);
     if (line == lines.end()) continue;
-    const std::string path = folder() + "\\" + file_of(key, line->second);
+    const std::string path = folder() + "\\" + reader::file_of(key, line->second);
     if (file_exists(path) && now - get_modify_time(path) > kOldAge) step.result[key] = std::nullopt;
   }
   STGIndex::AgeMap kept;
@@ -400,16 +403,17 @@ PowerStep PowerWork::convert() {
   for (std::size_t mail = 0; mail < kMails; ++mail) {
     for (const auto& [name, text] : m_mails) {
       if (name != escaped(mail)) continue;
-      step.moves.push_back({key_for(name, 0), key_for(unescaped(mail), 0), text});
-      step.result[key_for(name, 0)] = std::nullopt;
+      step.moves.push_back({reader::key_for(name, 0), reader::key_for(unescaped(mail), 0), text});
+      step.result[reader::key_for(name, 0)] = std::nullopt;
     }
   }
   STGIndex::migrateInboxRead("anna");
   // The migration writes the read list again.
-  const std::string list = key_for("read.txt", 0);
-  const Lines lines = all_lines(text_of_index(read_file(folder() + "\\index.dat")));
+  const std::string list = reader::key_for("read.txt", 0);
+  const reader::Lines lines =
+      reader::all_lines(reader::text_of_index(read_file(folder() + "\\index.dat")));
   if (lines.count(list) != 0) {
-    step.result[list] = read_file(folder() + "\\" + file_of(list, lines.at(list)));
+    step.result[list] = read_file(folder() + "\\" + reader::file_of(list, lines.at(list)));
   }
   return step;
 }
@@ -419,12 +423,13 @@ PowerStep PowerWork::convert() {
 std::string PowerWork::ask_the_library() const {
   std::size_t asked = 0;
   for (auto it = m_lines.rbegin(); it != m_lines.rend() && asked < 8; ++it, ++asked) {
-    const auto [name, stamp] = parts_of_key(it->first);
+    const auto [name, stamp] = reader::parts_of_key(it->first);
     std::string physical;
     const bool is_there = STGIndex::exists(folder(), name, stamp, physical);
     // The removal of a replaced file may be missing on the disk. The library then finds that file.
     if (is_there && physical == name) continue;
-    if (!is_there || (physical != file_of(it->first, it->second) && physical != it->second)) {
+    if (!is_there ||
+        (physical != reader::file_of(it->first, it->second) && physical != it->second)) {
       return it->first;
     }
   }

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "lab/reliability/index_reader.h"
+#include "lab/reader/index_reader.h"
 #include "lab/reliability/tree_state.h"
 
 /// @file
@@ -45,7 +45,7 @@ struct IndexText {
 Harm judge_index(std::string_view bytes, const IndexText& before, const IndexText& after);
 /// How @p found differs from both.
 Harm difference(const LineViews& found, const LineViews& before, const LineViews& after);
-LineViews views_of(const Lines& lines);
+LineViews views_of(const reader::Lines& lines);
 
 /// One operation: the entries that it changes, and the number of the change that completes it.
 struct PowerStep {
@@ -146,7 +146,7 @@ class PowerWork {
   const PowerScenario& m_scenario;
   std::mt19937_64& m_random;
   Known m_known;
-  Lines m_lines;  ///< the entries, if the constructor did not fill the folder
+  reader::Lines m_lines;  ///< the entries, if the constructor did not fill the folder
   std::vector<std::pair<std::string, std::string>> m_mails;  ///< escaped names and texts
   bool m_is_converted = false;
 };

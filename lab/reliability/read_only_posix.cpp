@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/reliability/index_reader.h"
+#include "lab/reader/index_reader.h"
 #include "lab/reliability/machine.h"
 #include "lab/reliability/reliability.h"
 #include "stg_index.h"
@@ -52,7 +52,7 @@ class Answer {
   void expect(bool truth, const std::string& what) {
     if (!truth) m_wrong.push_back(what);
   }
-  FolderState state() const { return look_at(folder()); }
+  reader::FolderState state() const { return reader::look_at(folder()); }
   bool has(const std::string& key) const { return state().lines.count(key) != 0; }
   const recording_sink& sink() const { return m_sink; }
   bool traced(vu_host::trace_event event, const std::string& text) const {

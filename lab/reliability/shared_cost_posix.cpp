@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "lab/reliability/index_reader.h"
+#include "lab/reader/index_reader.h"
 #include "lab/reliability/shared_posix.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
@@ -68,15 +68,15 @@ std::string entry_name(std::size_t i) { return "document " + std::to_string(i) +
 /// them one by one would take minutes on a mount.
 void fill(const std::string& folder, std::size_t entries) {
   make_folder(folder);
-  Lines lines;
+  reader::Lines lines;
   for (std::size_t i = 0; i < entries; ++i) {
     char stored[24];
     std::snprintf(stored, sizeof stored, "%08zu", i + 1);
     const std::string logical = entry_name(i);
-    lines[key_for(logical, kStamp)] = stored;
+    lines[reader::key_for(logical, kStamp)] = stored;
     write_file(folder + "\\" + stored + ".kdb", content_of(logical));
   }
-  write_file(folder + "\\index.dat", index_text_of(lines));
+  write_file(folder + "\\index.dat", reader::index_text_of(lines));
   write_file(folder + "\\index", std::to_string(entries));
 }
 

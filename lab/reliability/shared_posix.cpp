@@ -17,7 +17,7 @@
 #include <utility>
 #include <vector>
 
-#include "lab/reliability/index_reader.h"
+#include "lab/reader/index_reader.h"
 #include "stg_index.h"
 #include "vu_file.h"
 #include "vu_file_except.h"
@@ -201,7 +201,7 @@ void SharedWork::check_from(Host host) {
 
 void SharedWork::check_folder(Host host, std::size_t number) {
   const std::string path = folder(host, number);
-  const FolderState state = look_at(path);
+  const reader::FolderState state = reader::look_at(path);
   const Made& made = m_made[number];
   std::map<std::string, std::size_t> wrong;
   const auto tell = [&](const std::string& kind, const std::string& name) {
@@ -210,18 +210,18 @@ void SharedWork::check_folder(Host host, std::size_t number) {
   std::set<std::string> expected;
   for (const auto& [physical, logical] : made.there) {
     expected.insert(logical);
-    const std::string key = key_for(logical, kStamp);
+    const std::string key = reader::key_for(logical, kStamp);
     const auto line = state.lines.find(key);
     if (line == state.lines.end()) {
       tell("lost", logical);
-    } else if (file_of(key, line->second) != physical) {
+    } else if (reader::file_of(key, line->second) != physical) {
       tell("redirected", logical);
     } else if (read_file(path + "\\" + physical) != content_of(logical)) {
       tell("foreign bytes", logical);
     }
   }
   for (const auto& [key, stored] : state.lines) {
-    const std::string logical = parts_of_key(key).first;
+    const std::string logical = reader::parts_of_key(key).first;
     if (expected.count(logical) == 0 && made.unsure.count(logical) == 0) {
       tell("an entry that no worker created or kept", logical);
     }

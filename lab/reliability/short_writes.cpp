@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "lab/reader/index_reader.h"
 #include "lab/reliability/disk_model.h"
-#include "lab/reliability/index_reader.h"
 #include "lab/reliability/machine.h"
 #include "lab/reliability/power_work.h"
 #include "lab/reliability/reliability.h"
@@ -204,18 +204,20 @@ class ShortWrites {
       ++m_left["left a false line for readers of plain lines"];
       break;
     }
-    const bool is_old = IndexText(text_of_index(left)).lines == how.before.lines;
+    const bool is_old = IndexText(reader::text_of_index(left)).lines == how.before.lines;
     ++m_left[is_old ? "left the old entries" : "left the new entries"];
-    if (is_interrupted(left)) ++m_left["left an interrupted save that the next one completes"];
+    if (reader::is_interrupted(left))
+      ++m_left["left an interrupted save that the next one completes"];
     if (m_victim == Victim::kLibrary) next_save(what);
   }
 
   /// The next save leaves exactly the valid entries.
   void next_save(const std::string& what) {
-    const Lines lines = look_at(folder()).lines;
+    const reader::Lines lines = reader::look_at(folder()).lines;
     STGIndex::setSynchronizeMode(false);
     STGIndex::updateIndexFile(folder());
-    if (bytes() != index_text_of(lines)) m_run.fail(what + ": the next save leaves another text");
+    if (bytes() != reader::index_text_of(lines))
+      m_run.fail(what + ": the next save leaves another text");
   }
 
   void put_back() {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/reliability/index_reader.h"
+#include "lab/reader/index_reader.h"
 #include "lab/reliability/machine.h"
 #include "lab/reliability/operations.h"
 #include "lab/reliability/trial.h"
@@ -107,14 +107,14 @@ class KillEachCall {
   /// After the kill, another operation can create an entry, and loses no other.
   void next_operation(const std::string& what, const Setting& setting) {
     if (!folder_exists(folder())) return;
-    const Lines before = look_at(folder()).lines;
+    const reader::Lines before = reader::look_at(folder()).lines;
     STGIndex::setSynchronizeMode(setting.synchronize);
     STGIndex::create(folder(), "next.kdb", 1);
     std::string name;
     if (!STGIndex::exists(folder(), "next.kdb", 1, name)) {
       m_run.fail(what + ": the next operation fails");
     }
-    const Lines after = look_at(folder()).lines;
+    const reader::Lines after = reader::look_at(folder()).lines;
     for (const auto& [key, stored] : before) {
       const auto kept = after.find(key);
       if (kept == after.end() || kept->second != stored) {

@@ -47,8 +47,8 @@ bool same(const std::string* one, const std::string* other) {
   return one == nullptr || other == nullptr ? one == other : *one == *other;
 }
 
-Files files_in(const Tree& tree, const std::string& folder) {
-  Files files;
+reader::Files files_in(const Tree& tree, const std::string& folder) {
+  reader::Files files;
   for (auto it = tree.upper_bound(folder); it != tree.end() && it->first.starts_with(folder);
        ++it) {
     std::string name = it->first.substr(folder.size());
@@ -198,13 +198,14 @@ class Comparison {
     if (m_by == Disturbance::kTorn && was == nullptr && is->size() <= kTornBytes) {
       return window("a new index with its first bytes only");
     }
-    const Lines old_lines = lines_in(m_before, path);
-    const Lines new_lines = lines_in(m_after, path);
-    const Lines lines = lines_in(m_now, path);
+    const reader::Lines old_lines = lines_in(m_before, path);
+    const reader::Lines new_lines = lines_in(m_after, path);
+    const reader::Lines lines = lines_in(m_now, path);
     check_lines(path, old_lines, new_lines, lines);
     if (m_by == Disturbance::kKill) check_set(path, *is);
     if (same(is, was)) return;
-    if (is_interrupted(*is)) return window("an interrupted save that the next one completes");
+    if (reader::is_interrupted(*is))
+      return window("an interrupted save that the next one completes");
     window(m_by == Disturbance::kKill ? "an index after the first of several saves"
                                       : "an index between the old entries and the new ones");
   }
@@ -212,27 +213,28 @@ class Comparison {
   /// After a kill the entries are exactly the old or the new ones, except those whose file is gone.
   /// A reader that knows only plain lines finds no other entry.
   void check_set(const std::string& path, const std::string& is) {
-    const Files files = files_in(m_now, parent_of(path));
+    const reader::Files files = files_in(m_now, parent_of(path));
     const auto lines_of = [&](const std::string* bytes) {
-      return bytes == nullptr ? Lines() : read_index(text_of_index(*bytes), files);
+      return bytes == nullptr ? reader::Lines()
+                              : reader::read_index(reader::text_of_index(*bytes), files);
     };
-    const Lines old_lines = lines_of(find(m_before, path));
-    const Lines new_lines = lines_of(find(m_after, path));
-    const Lines lines = lines_of(&is);
+    const reader::Lines old_lines = lines_of(find(m_before, path));
+    const reader::Lines new_lines = lines_of(find(m_after, path));
+    const reader::Lines lines = lines_of(&is);
     // An operation that saves twice adopts all files with the first save.
-    Lines adopted = old_lines;
+    reader::Lines adopted = old_lines;
     std::set<std::string> named;
-    for (const auto& [key, stored] : old_lines) named.insert(file_of(key, stored));
+    for (const auto& [key, stored] : old_lines) named.insert(reader::file_of(key, stored));
     for (const auto& [file, size] : files_in(m_before, parent_of(path))) {
       const bool is_stray = named.count(file) == 0 && files.count(file) != 0 &&
                             m_before.count(parent_of(path) + file + "/") == 0;
-      if (is_stray) adopted.emplace(key_for(file, 0), file);
+      if (is_stray) adopted.emplace(reader::key_for(file, 0), file);
     }
     if (lines != old_lines && lines != new_lines && lines != adopted) {
       wrong("neither the old entries nor the new ones in " + path);
     }
-    for (const auto& [key, stored] : read_index(is, files)) {
-      const auto is_in = [&, &line_key = key, &line_stored = stored](const Lines& all) {
+    for (const auto& [key, stored] : reader::read_index(is, files)) {
+      const auto is_in = [&, &line_key = key, &line_stored = stored](const reader::Lines& all) {
         const auto found = all.find(line_key);
         return found != all.end() && found->second == line_stored;
       };
@@ -242,8 +244,8 @@ class Comparison {
     }
   }
 
-  void check_lines(const std::string& path, const Lines& old_lines, const Lines& new_lines,
-                   const Lines& lines) {
+  void check_lines(const std::string& path, const reader::Lines& old_lines,
+                   const reader::Lines& new_lines, const reader::Lines& lines) {
     for (const auto& [key, stored] : old_lines) {
       const auto kept = new_lines.find(key);
       const auto found = lines.find(key);
@@ -264,11 +266,12 @@ class Comparison {
                                       (new_line != new_lines.end() || old_line != old_lines.end());
       // With synchronisation on, an orphan becomes an entry under its own name.
       const bool is_adopted =
-          key == key_for(stored, 0) &&
+          key == reader::key_for(stored, 0) &&
           (m_by != Disturbance::kKill || m_before.count(parent_of(path) + stored) != 0);
       // The file of this entry was reported as missing, so the operation gave the entry a new file.
-      const bool seemed_missing = m_by != Disturbance::kKill && is_number(stored) &&
-                                  m_before.count(parent_of(path) + parts_of_key(key).first) != 0;
+      const bool seemed_missing =
+          m_by != Disturbance::kKill && is_number(stored) &&
+          m_before.count(parent_of(path) + reader::parts_of_key(key).first) != 0;
       if (seemed_missing) {
         window("a new file for an entry whose file seemed to be missing");
       } else if (!has_another_number && !is_adopted) {
@@ -311,10 +314,10 @@ class Comparison {
 
 }  // namespace
 
-Lines lines_in(const Tree& tree, const std::string& index) {
+reader::Lines lines_in(const Tree& tree, const std::string& index) {
   const std::string* const text = find(tree, index);
   if (text == nullptr) return {};
-  return read_index(text_of_index(*text), files_in(tree, parent_of(index)));
+  return reader::read_index(reader::text_of_index(*text), files_in(tree, parent_of(index)));
 }
 
 Tree tree_of(const std::string& root) {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/reliability/index_reader.h"
+#include "lab/reader/index_reader.h"
 
 /// @file
 /// The content of a folder with its sub-folders, and the states that a disturbance may leave.
@@ -16,7 +16,7 @@ using Tree = std::map<std::string, std::string>;
 Tree tree_of(const std::string& root);
 
 /// The valid entries of an index of @p tree.
-Lines lines_in(const Tree& tree, const std::string& index);
+reader::Lines lines_in(const Tree& tree, const std::string& index);
 
 /// What disturbed the operation. It decides which states are allowed.
 enum class Disturbance : std::uint8_t {

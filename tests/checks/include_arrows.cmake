@@ -7,6 +7,7 @@
 # The client, the examples and the tests of the finished library include only exported headers. Exception:
 # client/admin also includes the seam and rules that work on text alone, because a call of the library could change
 # a tree. The laboratory includes client and library, the client includes the library, never the reverse.
+# The rooms of the laboratory have one direction as well. The check also fails if the rules themselves allow a circle.
 
 cmake_minimum_required(VERSION 3.25)
 
@@ -42,10 +43,13 @@ if(SELF_TEST)
     source(platform/os/look_windows.cpp "#include <windows.h>")
     source(client/stgctl/main.cpp "#include \"vu_storage.h\"")
     source(tests/api/api_test.cpp "#include \"vu_storage.h\"")
+    source(lab/reader/reader.h "#include <string>")
+    source(lab/interleavings/tree.h "#include \"lab/reader/reader.h\"")
+    source(lab/reliability/suites.cpp "#include \"lab/reader/reader.h\"" "#include \"lab/interleavings/tree.h\"")
   endfunction()
 
   function(run_check result)
-    execute_process(COMMAND ${CMAKE_COMMAND} -D ROOT=${tree}
+    execute_process(COMMAND ${CMAKE_COMMAND} -D ROOT=${tree} -D "MORE_RULES=${ARGN}"
       -P ${CMAKE_CURRENT_LIST_FILE}
       RESULT_VARIABLE code OUTPUT_VARIABLE output ERROR_VARIABLE output)
     set(${result} ${code} PARENT_SCOPE)
@@ -98,8 +102,20 @@ if(SELF_TEST)
   finds(include/vu_i18n.h "#include <sys/stat.h>" "may not include <sys/stat.h>")
   finds(include/vu/storage.hpp "#include <sys/stat.h>" "may not include <sys/stat.h>")
   finds(include/vu/storage.hpp "#include \"api/store.cpp\"" "may not include api/store.cpp")
+  finds(lab/interleavings/tree.h "#include \"lab/reliability/suites.cpp\"" "may not include lab/reliability/suites.cpp")
+  finds(lab/reader/reader.h "#include \"lab/interleavings/tree.h\"" "may not include lab/interleavings/tree.h")
   finds(file/core.h "#include \"missing.h\"" "the project has no file missing.h")
   finds(file/core.h "#include MACRO" "cannot read")
+
+  # Rules that allow a circle: of two rooms, and over a third.
+  foreach(more IN ITEMS "lab/reader = lab/reliability" "lab/model = lab/kit\;lab/kit = lab/fuzz")
+    sound_tree()
+    run_check(code "${more}")
+    string(FIND "${output}" "the rules allow a circle" at)
+    if(code STREQUAL "0" OR at EQUAL -1)
+      message(FATAL_ERROR "the circle by '${more}' is not reported. Correct this check:\n${output}")
+    endif()
+  endforeach()
 
   # A room without files means that the check reads the wrong folder.
   sound_tree()
@@ -139,8 +155,11 @@ set(rules
   "lab/model       = lab/model"
   "lab/fuzz        = lab/fuzz lab/model tests/support storage index file platform include"
   "lab/kit         = lab/kit tests/support include"
-  "lab/interleavings    = lab/interleavings client/admin lab/reliability/index_reader.h tests/support platform/os include"
-  "lab/reliability = lab/reliability lab/interleavings lab/model tests/support platform/os include")
+  "lab/reader      = lab/reader tests/support include"
+  "lab/interleavings    = lab/interleavings client/admin lab/reader tests/support platform/os include"
+  "lab/reliability = lab/reliability lab/interleavings lab/reader lab/model tests/support platform/os include")
+# For the self test.
+list(APPEND rules ${MORE_RULES})
 
 # Folders that may be missing. A missing folder of the others is a fault.
 set(optional client examples tests lab)
@@ -204,6 +223,48 @@ function(our_file result name file)
     endif()
   endforeach()
 endfunction()
+
+# The arrows that the rules allow between rooms. Removes rooms without an arrow to another room that is left, until
+# nothing changes. The rooms that are left form a circle, or lead to one.
+set(rooms)
+foreach(rule IN LISTS rules)
+  string(REGEX MATCH "^([^ ]+) *= *(.*)$" matched "${rule}")
+  list(APPEND rooms ${CMAKE_MATCH_1})
+  string(REPLACE " " ";" places "${CMAKE_MATCH_2}")
+  list(APPEND allowed_from_${CMAKE_MATCH_1} ${places})
+endforeach()
+list(REMOVE_DUPLICATES rooms)
+foreach(room IN LISTS rooms)
+  set(others ${rooms})
+  list(REMOVE_ITEM others ${room})
+  list(REMOVE_ITEM allowed_from_${room} ${room})
+  foreach(place IN LISTS allowed_from_${room})
+    foreach(other IN LISTS others)
+      if("${other}/" MATCHES "^${place}/" OR "${place}/" MATCHES "^${other}/")
+        list(APPEND arrows_from_${room} ${other})
+      endif()
+    endforeach()
+  endforeach()
+endforeach()
+set(left_before)
+while(NOT rooms STREQUAL left_before)
+  set(left_before "${rooms}")
+  foreach(room IN LISTS left_before)
+    set(stays FALSE)
+    foreach(other IN LISTS arrows_from_${room})
+      if(other IN_LIST rooms)
+        set(stays TRUE)
+      endif()
+    endforeach()
+    if(NOT stays)
+      list(REMOVE_ITEM rooms ${room})
+    endif()
+  endforeach()
+endwhile()
+if(rooms)
+  list(JOIN rooms ", " rooms)
+  list(APPEND faults "the rules allow a circle: ${rooms}")
+endif()
 
 set(files)
 set(folders)

@@ -12,7 +12,7 @@
 /// A second reader of index.dat, written from docs/formats.md without the library. The suites use
 /// it to check what a kill, a full disk or a power failure left. It also reads whole storage
 /// folders.
-namespace reliability {
+namespace reader {
 
 /// key -> physical name
 using Lines = std::map<std::string, std::string>;
@@ -96,4 +96,4 @@ FolderState look_at(const std::string& folder);
 /// The text of the index after a save of these entries.
 std::string index_text_of(const Lines& lines);
 
-}  // namespace reliability
+}  // namespace reader

@@ -1,4 +1,4 @@
-#include "lab/reliability/index_reader.h"
+#include "lab/reader/index_reader.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -10,7 +10,7 @@
 
 #include "tests/support/scratch.h"
 
-namespace reliability {
+namespace reader {
 namespace {
 
 constexpr std::string_view kMark = "\nvu-index-save 1 ";
@@ -166,4 +166,4 @@ std::string index_text_of(const Lines& lines) {
   return text.empty() ? " " : text;
 }
 
-}  // namespace reliability
+}  // namespace reader
